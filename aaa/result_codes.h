@@ -10,68 +10,68 @@ extern "C" {
 #endif
 
 #define AAA_OK ((cerrno)0u) /* what every operation returns on success; table row 0 is 0xa2460000 "Success", never returned */
-#define AAA_ERR_CODE(index) ((cerrno)(0xa2460000u | ((uint32_t)(index) << 9)))
-#define AAA_ERR_NOMEM                      ((cerrno)0xa2460200u) /*  1 "Not enough memory" */
-#define AAA_ERR_INVALID_ARG                ((cerrno)0xa2460400u) /*  2 "Invalid argument passed to the function" */
-#define AAA_ERR_INVALID_TYPE               ((cerrno)0xa2460600u) /*  3 "Invalid type encountered" */
-#define AAA_ERR_INVALID_PRIV               ((cerrno)0xa2460800u) /*  4 "Invalid privilege number encountered" */
-#define AAA_ERR_AVPAIR_PROCESSING          ((cerrno)0xa2460a00u) /*  5 "Error in processing A/V pair" */
-#define AAA_ERR_NO_METHODS_SPECIFIED       ((cerrno)0xa2460c00u) /*  6 "No methods specified" */
-#define AAA_ERR_NO_METHODS_AVAILABLE       ((cerrno)0xa2460e00u) /*  7 "No methods available" */
-#define AAA_ERR_SERVER_CONNECT_FAILED      ((cerrno)0xa2461000u) /*  8 "Connection to the server failed" */
-#define AAA_ERR_NO_DESTINATION             ((cerrno)0xa2461200u) /*  9 "No destination is specified" */
-#define AAA_ERR_CANNOT_REDIRECT            ((cerrno)0xa2461400u) /* 10 "Cannot redirect" */
-#define AAA_ERR_AUTHOR_FAILED              ((cerrno)0xa2461600u) /* 11 "Authorization failed" */
-#define AAA_ERR_NO_CHANNELS                ((cerrno)0xa2461800u) /* 12 "No channels available" */
-#define AAA_ERR_INVALID_LINE_TYPE          ((cerrno)0xa2461a00u) /* 13 "Line type is invalid" */
-#define AAA_ERR_NOT_FOUND                  ((cerrno)0xa2461c00u) /* 14 "Requested entity was not found" */
-#define AAA_ERR_ACCT_SERVICE               ((cerrno)0xa2461e00u) /* 15 "Accounting service error" */
-#define AAA_ERR_ACCT_NOT_DEFINED           ((cerrno)0xa2462000u) /* 16 "Accounting not defined" */
-#define AAA_ERR_INIT_FAILED                ((cerrno)0xa2462200u) /* 17 "Failure to initialize" */
-#define AAA_ERR_INTERRUPTED                ((cerrno)0xa2462400u) /* 18 "The operation was interrupted" */
-#define AAA_ERR_RECEIVE_RESPONSE           ((cerrno)0xa2462600u) /* 19 "Error encountered while receiving response" */
-#define AAA_ERR_INVALID_MSG_TYPE           ((cerrno)0xa2462800u) /* 20 "Type of the message encountered is invalid" */
-#define AAA_ERR_INTERNAL                   ((cerrno)0xa2462a00u) /* 21 "Internal ERROR to be REMOVED !!!" */
-#define AAA_ERR_NO_ACCT_STATE              ((cerrno)0xa2462c00u) /* 22 "No accounting state information present for this operation" */
-#define AAA_ERR_INVALID_MSG_SIZE           ((cerrno)0xa2462e00u) /* 23 "Size of the message received is invalid" */
-#define AAA_ERR_NOT_SUPPORTED              ((cerrno)0xa2463000u) /* 24 "Requested operation is not supported" */
-#define AAA_ERR_BUFFER_TOO_SMALL           ((cerrno)0xa2463200u) /* 25 "The buffer supplied was too small" */
-#define AAA_ERR_NOT_CONNECTED              ((cerrno)0xa2463400u) /* 26 "Connection to the AAA server is not yet made" */
-#define AAA_ERR_UNEXPECTED_REPLY           ((cerrno)0xa2463600u) /* 27 "Client library received unexpected reply code from server" */
-#define AAA_ERR_LOCK                       ((cerrno)0xa2463800u) /* 28 "Error obtaining or releasing a lock" */
-#define AAA_ERR_NOT_EMPTY                  ((cerrno)0xa2463a00u) /* 29 "An attempt was made to shut down a structure that was not empty" */
-#define AAA_ERR_UNSUPPORTED_VERSION        ((cerrno)0xa2463c00u) /* 30 "AAA server returned an unsupported version of protocol" */
-#define AAA_ERR_OS                         ((cerrno)0xa2463e00u) /* 31 "An OS or utility function returned an error" */
-#define AAA_ERR_LWM_SEND                   ((cerrno)0xa2464000u) /* 32 "Unable to send a LWM message" */
-#define AAA_ERR_UNKNOWN_TASKID             ((cerrno)0xa2464200u) /* 33 "Task ID specified was not recognized" */
-#define AAA_ERR_TIMEOUT                    ((cerrno)0xa2464400u) /* 34 "Requested operation timed out" */
-#define AAA_ERR_INVALID_AVPAIR             ((cerrno)0xa2464600u) /* 35 "An invalid AV pair was encountered" */
-#define AAA_ERR_AVPAIR_NOT_FOUND           ((cerrno)0xa2464800u) /* 36 "Requested AV pair was not found" */
-#define AAA_ERR_AUTHEN_FAILED              ((cerrno)0xa2464a00u) /* 37 "Authentication failed" */
-#define AAA_ERR_INVALID_CLIENT_DATA        ((cerrno)0xa2464c00u) /* 38 "Invalid data supplied by client" */
-#define AAA_ERR_NOT_CONFIGURED             ((cerrno)0xa2464e00u) /* 39 "Requested function is not configured" */
-#define AAA_ERR_RESERVED_TASKID            ((cerrno)0xa2465000u) /* 40 "TaskID specified is a reserved one and cannot be used as requested" */
-#define AAA_ERR_LOCALD_TIMEOUT             ((cerrno)0xa2465200u) /* 41 "Sending message to locald timedout" */
-#define AAA_ERR_INVALID_METHOD             ((cerrno)0xa2465400u) /* 42 "Invalid method is specified" */
-#define AAA_ERR_SG_IN_USE                  ((cerrno)0xa2465600u) /* 43 "Server group is in use and cannot be deleted" */
-#define AAA_ERR_SG_MAPPING                 ((cerrno)0xa2465800u) /* 44 "An error occurred while mapping between server groupnames and number" */
-#define AAA_ERR_INDEX_IN_USE               ((cerrno)0xa2465a00u) /* 45 "Host or server group index is in use already" */
-#define AAA_ERR_SG_NAME_OTHER_PROTOCOL     ((cerrno)0xa2465c00u) /* 46 "Server group name is already used for a different protocol" */
-#define AAA_ERR_FAILOVER                   ((cerrno)0xa2465e00u) /* 47 "A AAA server failover has been indicated" */
-#define AAA_ERR_END_OF_LIST                ((cerrno)0xa2466000u) /* 48 "Reached end of AVPair list" */
+#define AAA_ERR_CODE(index) (0xa2460000u | (UINT32_C(1) * (index) << 9))
+#define AAA_ERR_NOMEM                      0xa2460200u /*  1 "Not enough memory" */
+#define AAA_ERR_INVALID_ARG                0xa2460400u /*  2 "Invalid argument passed to the function" */
+#define AAA_ERR_INVALID_TYPE               0xa2460600u /*  3 "Invalid type encountered" */
+#define AAA_ERR_INVALID_PRIV               0xa2460800u /*  4 "Invalid privilege number encountered" */
+#define AAA_ERR_AVPAIR_PROCESSING          0xa2460a00u /*  5 "Error in processing A/V pair" */
+#define AAA_ERR_NO_METHODS_SPECIFIED       0xa2460c00u /*  6 "No methods specified" */
+#define AAA_ERR_NO_METHODS_AVAILABLE       0xa2460e00u /*  7 "No methods available" */
+#define AAA_ERR_SERVER_CONNECT_FAILED      0xa2461000u /*  8 "Connection to the server failed" */
+#define AAA_ERR_NO_DESTINATION             0xa2461200u /*  9 "No destination is specified" */
+#define AAA_ERR_CANNOT_REDIRECT            0xa2461400u /* 10 "Cannot redirect" */
+#define AAA_ERR_AUTHOR_FAILED              0xa2461600u /* 11 "Authorization failed" */
+#define AAA_ERR_NO_CHANNELS                0xa2461800u /* 12 "No channels available" */
+#define AAA_ERR_INVALID_LINE_TYPE          0xa2461a00u /* 13 "Line type is invalid" */
+#define AAA_ERR_NOT_FOUND                  0xa2461c00u /* 14 "Requested entity was not found" */
+#define AAA_ERR_ACCT_SERVICE               0xa2461e00u /* 15 "Accounting service error" */
+#define AAA_ERR_ACCT_NOT_DEFINED           0xa2462000u /* 16 "Accounting not defined" */
+#define AAA_ERR_INIT_FAILED                0xa2462200u /* 17 "Failure to initialize" */
+#define AAA_ERR_INTERRUPTED                0xa2462400u /* 18 "The operation was interrupted" */
+#define AAA_ERR_RECEIVE_RESPONSE           0xa2462600u /* 19 "Error encountered while receiving response" */
+#define AAA_ERR_INVALID_MSG_TYPE           0xa2462800u /* 20 "Type of the message encountered is invalid" */
+#define AAA_ERR_INTERNAL                   0xa2462a00u /* 21 "Internal ERROR to be REMOVED !!!" */
+#define AAA_ERR_NO_ACCT_STATE              0xa2462c00u /* 22 "No accounting state information present for this operation" */
+#define AAA_ERR_INVALID_MSG_SIZE           0xa2462e00u /* 23 "Size of the message received is invalid" */
+#define AAA_ERR_NOT_SUPPORTED              0xa2463000u /* 24 "Requested operation is not supported" */
+#define AAA_ERR_BUFFER_TOO_SMALL           0xa2463200u /* 25 "The buffer supplied was too small" */
+#define AAA_ERR_NOT_CONNECTED              0xa2463400u /* 26 "Connection to the AAA server is not yet made" */
+#define AAA_ERR_UNEXPECTED_REPLY           0xa2463600u /* 27 "Client library received unexpected reply code from server" */
+#define AAA_ERR_LOCK                       0xa2463800u /* 28 "Error obtaining or releasing a lock" */
+#define AAA_ERR_NOT_EMPTY                  0xa2463a00u /* 29 "An attempt was made to shut down a structure that was not empty" */
+#define AAA_ERR_UNSUPPORTED_VERSION        0xa2463c00u /* 30 "AAA server returned an unsupported version of protocol" */
+#define AAA_ERR_OS                         0xa2463e00u /* 31 "An OS or utility function returned an error" */
+#define AAA_ERR_LWM_SEND                   0xa2464000u /* 32 "Unable to send a LWM message" */
+#define AAA_ERR_UNKNOWN_TASKID             0xa2464200u /* 33 "Task ID specified was not recognized" */
+#define AAA_ERR_TIMEOUT                    0xa2464400u /* 34 "Requested operation timed out" */
+#define AAA_ERR_INVALID_AVPAIR             0xa2464600u /* 35 "An invalid AV pair was encountered" */
+#define AAA_ERR_AVPAIR_NOT_FOUND           0xa2464800u /* 36 "Requested AV pair was not found" */
+#define AAA_ERR_AUTHEN_FAILED              0xa2464a00u /* 37 "Authentication failed" */
+#define AAA_ERR_INVALID_CLIENT_DATA        0xa2464c00u /* 38 "Invalid data supplied by client" */
+#define AAA_ERR_NOT_CONFIGURED             0xa2464e00u /* 39 "Requested function is not configured" */
+#define AAA_ERR_RESERVED_TASKID            0xa2465000u /* 40 "TaskID specified is a reserved one and cannot be used as requested" */
+#define AAA_ERR_LOCALD_TIMEOUT             0xa2465200u /* 41 "Sending message to locald timedout" */
+#define AAA_ERR_INVALID_METHOD             0xa2465400u /* 42 "Invalid method is specified" */
+#define AAA_ERR_SG_IN_USE                  0xa2465600u /* 43 "Server group is in use and cannot be deleted" */
+#define AAA_ERR_SG_MAPPING                 0xa2465800u /* 44 "An error occurred while mapping between server groupnames and number" */
+#define AAA_ERR_INDEX_IN_USE               0xa2465a00u /* 45 "Host or server group index is in use already" */
+#define AAA_ERR_SG_NAME_OTHER_PROTOCOL     0xa2465c00u /* 46 "Server group name is already used for a different protocol" */
+#define AAA_ERR_FAILOVER                   0xa2465e00u /* 47 "A AAA server failover has been indicated" */
+#define AAA_ERR_END_OF_LIST                0xa2466000u /* 48 "Reached end of AVPair list" */
 
 #define AAA_ERR_TABLE_ROWS 49
 #define AAA_FACILITY       0x48cu /* 1164, result-code facility; message facility is 0x48d */
 
-#define AAA_STATUS_END_OF_LIST     ((cerrno)0x22466000u) /* iterators' end status (index 48, severity class 00), a normal status */
-#define AAA_ERR_BAD_ENCRYPTED_KEY  ((cerrno)0xa2466800u) /* index 52, no table row; validate_encrypted_password */
+#define AAA_STATUS_END_OF_LIST     0x22466000u /* iterators' end status (index 48, severity class 00), a normal status */
+#define AAA_ERR_BAD_ENCRYPTED_KEY  0xa2466800u /* index 52, no table row; validate_encrypted_password */
 
 /* codes of other facilities that the library produces, tests or passes on */
-#define SYSDB_ERR_NOT_FOUND        ((cerrno)0x40818600u) /* item not found, handed to callers unchanged */
-#define SYSDB_ERR_LIB_ABSENT       ((cerrno)0x8081c200u) /* sysdb library absent (presence check failed) */
-#define SYSDB_ERR_NOTIFY_ABSENT    ((cerrno)0x40818800u) /* notification registration: library absent */
-#define EVENT_CONN_RETRY           ((cerrno)0x21200e00u) /* connection not made now, event manager retries */
-#define LINE_NO_CONTROLLING_TTY    ((cerrno)0x22570e00u) /* find_method_for_line without a terminal */
+#define SYSDB_ERR_NOT_FOUND        0x40818600u /* item not found, handed to callers unchanged */
+#define SYSDB_ERR_LIB_ABSENT       0x8081c200u /* sysdb library absent (presence check failed) */
+#define SYSDB_ERR_NOTIFY_ABSENT    0x40818800u /* notification registration: library absent */
+#define EVENT_CONN_RETRY           0x21200e00u /* connection not made now, event manager retries */
+#define LINE_NO_CONTROLLING_TTY    0x22570e00u /* find_method_for_line without a terminal */
 
 typedef struct aaa_err_row {
     uint32_t    index; /* 0..48 */
