@@ -9,7 +9,7 @@
 extern "C" {
 #endif
 
-#define AAA_OK ((cerrno)0u) /* what every operation returns on success; table row 0 is 0xa2460000 "Success", never returned */
+#define AAA_OK 0u /* what every operation returns on success; table row 0 is 0xa2460000 "Success", never returned */
 #define AAA_ERR_CODE(index) (0xa2460000u | (UINT32_C(1) * (index) << 9))
 #define AAA_ERR_NOMEM                      0xa2460200u /*  1 "Not enough memory" */
 #define AAA_ERR_INVALID_ARG                0xa2460400u /*  2 "Invalid argument passed to the function" */
