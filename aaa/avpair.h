@@ -2,6 +2,10 @@
 #ifndef AAA_AVPAIR_H
 #define AAA_AVPAIR_H
 
+#include <assert.h>
+#include <stddef.h>
+#include <stdint.h>
+
 #include "aaa/export.h"
 #include "aaa/types.h"
 
@@ -9,29 +13,68 @@
 extern "C" {
 #endif
 
+/**
+ * @file
+ * @brief Attribute-value lists.
+ *
+ * A list is a 56-byte record and a chain of buffers. Pairs lie end to end in
+ * the buffers: a 16-byte head, the value bytes, up to 3 bytes that round the
+ * pair up to a multiple of 4. Pairs are only ever added after the last pair of
+ * the last buffer. A deleted pair keeps its place, its type turned into
+ * AAA_ATTR_MAX; its room comes back once every pair behind it in the same
+ * buffer is deleted too, and a buffer without live pairs leaves the chain.
+ * Every operation passes over deleted pairs.
+ *
+ * The records below travel inside messages, so their layout is fixed to the
+ * byte. There are no pointers inside pairs.
+ *
+ * **Limits.** A list holds at most 65535 live pairs; adding more is not
+ * refused, it wraps the count and the next operation that looks at the list
+ * stops the process. A buffer holds less than 4 GiB.
+ *
+ * **What invalidates what.** Adding a pair moves nothing: addresses of values
+ * and positions of iterators stay valid. Deleting a pair, and updating one with
+ * another length, spends every iterator and every value address of the list.
+ * Clearing, freeing and exchanging lists do so too.
+ */
+
 typedef struct avpair_buffer avpair_buffer_t;
 
+/** A list. */
 typedef struct avlist {
     uint32_t         reserved0; /* zero on creation; an unpacked list keeps the big-endian flat length here */
     uint8_t          marker;    /* byte 4: set by no list operation, compared by aaa_avpair_compare_lists */
     uint8_t          reserved5;
-    uint16_t         av_cnt; /* live pairs; raw big-endian bytes after unpacking */
+    uint16_t         av_cnt; /* live pairs; raw big-endian bytes after unpacking: test it against zero, never count with it */
     avpair_buffer_t *avpair_first_buf;
     avpair_buffer_t *avpair_last_buf;
     char             av_name[31]; /* NUL-terminated, at most 30 characters */
     uint8_t          pad55;
 } avlist;
-/* sizeof(avlist) == 56 */
+static_assert(sizeof(avlist) == 56, "the record opens every packed list");
+static_assert(offsetof(avlist, reserved0) == 0, "layout of avlist");
+static_assert(offsetof(avlist, marker) == 4, "layout of avlist");
+static_assert(offsetof(avlist, reserved5) == 5, "layout of avlist");
+static_assert(offsetof(avlist, av_cnt) == 6, "layout of avlist");
+static_assert(offsetof(avlist, avpair_first_buf) == 8, "layout of avlist");
+static_assert(offsetof(avlist, avpair_last_buf) == 16, "layout of avlist");
+static_assert(offsetof(avlist, av_name) == 24, "layout of avlist");
+static_assert(offsetof(avlist, pad55) == 55, "layout of avlist");
 
+/** Head of a pair; av_len value bytes follow at offset 16, the next pair 4-aligned after them. */
 typedef struct avpair {
     avpair_type_t    av_type; /* AAA_ATTR_MAX marks a deleted pair */
     uint32_t         av_tag;
     avpair_val_len_t av_len;
-    avpair_flags_t   av_flags;
-    /* av_len value bytes follow at offset 16; the next pair starts 4-aligned after them */
+    avpair_flags_t   av_flags; /* the bits belong to the callers */
 } avpair_t;
-/* sizeof(avpair_t) == 16 */
+static_assert(sizeof(avpair_t) == 16, "the head opens every pair of a packed list");
+static_assert(offsetof(avpair_t, av_type) == 0, "layout of avpair_t");
+static_assert(offsetof(avpair_t, av_tag) == 4, "layout of avpair_t");
+static_assert(offsetof(avpair_t, av_len) == 8, "layout of avpair_t");
+static_assert(offsetof(avpair_t, av_flags) == 12, "layout of avpair_t");
 
+/** Head of a buffer; pairs from byte 32 to hdr.free_mem. */
 struct avpair_buffer {
     struct {
         avpair_buffer_t *prev;
@@ -40,23 +83,39 @@ struct avpair_buffer {
         uint32_t         buf_size; /* whole block, header included, multiple of 4, at least 512 */
         uint32_t         pad28;
     } hdr;
-    /* pairs from byte 32 on */
 };
-/* sizeof(avpair_buffer_t) == 32 */
+static_assert(sizeof(avpair_buffer_t) == 32, "pairs begin at byte 32 of a buffer");
+static_assert(offsetof(avpair_buffer_t, hdr.prev) == 0, "layout of avpair_buffer_t");
+static_assert(offsetof(avpair_buffer_t, hdr.next) == 8, "layout of avpair_buffer_t");
+static_assert(offsetof(avpair_buffer_t, hdr.free_mem) == 16, "layout of avpair_buffer_t");
+static_assert(offsetof(avpair_buffer_t, hdr.buf_size) == 24, "layout of avpair_buffer_t");
+static_assert(offsetof(avpair_buffer_t, hdr.pad28) == 28, "layout of avpair_buffer_t");
 
+/** What a list occupies; see aaa_avpair_get_mem_usage(). */
 typedef struct avpair_mem_stats {
-    uint32_t buf_cnt;
-    uint32_t total_mem;
-    uint32_t used_mem;
+    uint32_t buf_cnt;   /* buffers */
+    uint32_t total_mem; /* bytes of all buffers, headers included */
+    uint32_t used_mem;  /* bytes of all pairs, deleted ones included: what packing sends after the record */
 } avpair_mem_stats_t;
-/* sizeof(avpair_mem_stats_t) == 12 */
+static_assert(sizeof(avpair_mem_stats_t) == 12, "layout of avpair_mem_stats_t");
+static_assert(offsetof(avpair_mem_stats_t, buf_cnt) == 0, "layout of avpair_mem_stats_t");
+static_assert(offsetof(avpair_mem_stats_t, total_mem) == 4, "layout of avpair_mem_stats_t");
+static_assert(offsetof(avpair_mem_stats_t, used_mem) == 8, "layout of avpair_mem_stats_t");
 
+/**
+ * Position in a list. Zero it before aaa_avpair_iterator_init(), which leaves
+ * curr_avp alone when the list is empty: the null then makes
+ * aaa_avpair_iterator_get_next() answer with a code.
+ */
 typedef struct aaa_avpair_iterator {
-    avpair_buffer_t *curr_buf;
-    avpair_buffer_t *last_buf;
-    avpair_t        *curr_avp;
+    avpair_buffer_t *curr_buf; /* buffer that holds the current pair */
+    avpair_buffer_t *last_buf; /* last buffer of the list when the walk began; the walk ends with it */
+    avpair_t        *curr_avp; /* current pair */
 } aaa_avpair_iterator_t;
-/* sizeof(aaa_avpair_iterator_t) == 24 */
+static_assert(sizeof(aaa_avpair_iterator_t) == 24, "layout of aaa_avpair_iterator_t");
+static_assert(offsetof(aaa_avpair_iterator_t, curr_buf) == 0, "layout of aaa_avpair_iterator_t");
+static_assert(offsetof(aaa_avpair_iterator_t, last_buf) == 8, "layout of aaa_avpair_iterator_t");
+static_assert(offsetof(aaa_avpair_iterator_t, curr_avp) == 16, "layout of aaa_avpair_iterator_t");
 
 /* non-zero continues, zero stops */
 typedef uint32_t (*aaa_avpair_list_callback_fn_t)(avpair_type_t type, avpair_flags_t flags, void *value,
@@ -65,25 +124,238 @@ typedef uint32_t (*aaa_avpair_list_callback_fn_t)(avpair_type_t type, avpair_fla
 /* one text line under a debug flag; the result is ignored */
 typedef int (*aaa_line_printer_t)(uint32_t flag, const char *line);
 
+/* ---- Storage ---- */
+
+/**
+ * Creates an empty list.
+ * @param name in, may be null: text of at most 30 characters.
+ * @param out  out: the list; null on every failure but that of a null out.
+ *
+ * Ownership: *Caller frees* the list with aaa_avpair_free_list(); the name is *Copied in*.
+ * @return AAA_OK: created.
+ *         AAA_ERR_INVALID_ARG: out is null.
+ *         AAA_ERR_NOMEM: no memory.
+ *         AAA_ERR_AVPAIR_PROCESSING: name is longer than 30 characters.
+ */
 AAA_API cerrno aaa_avpair_create_list(const char *name, avlist **out);
+
+/**
+ * Removes all pairs from a list; record, name and reserved bytes stay, new pairs may be added.
+ * @param list in/out, may be null (nothing happens).
+ */
 AAA_API void aaa_avpair_clear(avlist *list);
+
+/**
+ * Frees a list with everything in it. Traces under flag 8.
+ * @param list in, may be null (nothing happens).
+ *
+ * Ownership: *Handed over* to the library, which frees it.
+ */
 AAA_API void aaa_avpair_free_list(avlist *list);
+
+/**
+ * Tells where the first pair of a buffer lies: 32 bytes behind the buffer's beginning.
+ * @param buf in, may be null (the result is null).
+ *
+ * Ownership: *Borrowed*: valid as long as the buffer is.
+ */
 AAA_API avpair_t *aaa_avpair_get_first_avpair_in_buf(avpair_buffer_t *buf);
+
+/**
+ * Tells whether a pair carries the deleted marker.
+ * @param pair in, may be null (the answer is 0).
+ * @return 1 when av_type is AAA_ATTR_MAX, otherwise 0.
+ */
 AAA_API int aaa_avpair_is_deleted(const avpair_t *pair);
+
+/**
+ * Appends a pair to a list. Takes constant time and at most one allocation.
+ *
+ * Any type but AAA_ATTR_MAX is stored; AAA_ATTR_MAX stops the process. A value
+ * of no bytes is legal, also as a null pointer. With debug flag 8 on, a call
+ * with a value writes one trace line that shows the first four bytes at value
+ * whatever len is, so hand in at least four readable bytes then.
+ * @param type  in: attribute type.
+ * @param flags in: flag bits of the pair.
+ * @param value in, may be null when len is 0: value bytes, integers in host order.
+ * @param tag   in: tag of the pair.
+ * @param len   in: number of value bytes.
+ * @param list  in/out: list to append to; as it was on failure.
+ *
+ * Ownership: *Copied in*: the value.
+ * @return AAA_OK: appended.
+ *         AAA_ERR_INVALID_ARG: list is null, or value is null and len is not 0.
+ *         AAA_ERR_NOMEM: no memory, or a pair too large for a buffer.
+ */
 AAA_API cerrno aaa_avpair_add(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len, avlist *list);
+
+/**
+ * Appends a pair as aaa_avpair_add() does, with len before tag in the argument
+ * list and a trace line without the numeric type. Both orders are in use.
+ */
 AAA_API cerrno aaa_avpair_add_with_tag(uint32_t type, uint32_t flags, const void *value, uint32_t len, uint32_t tag, avlist *list);
+
+/**
+ * Tells how many buffers and bytes a list occupies. The record itself is not counted.
+ * @param list  in: list to look at.
+ * @param stats out: the three counters, all zero for an empty list; untouched on failure.
+ * @return AAA_OK: counted.
+ *         AAA_ERR_INVALID_ARG: list or stats is null.
+ */
 AAA_API cerrno aaa_avpair_get_mem_usage(const avlist *list, avpair_mem_stats_t *stats);
 
+/* ---- Iteration and lookup: live pairs only, in the order in which they were added ---- */
+
+/**
+ * Goes to the first live pair of a list.
+ * @param it   out: position; on an empty list curr_avp stays as it was, the buffers become null.
+ * @param list in: list to walk.
+ * @param pair out: the pair; untouched unless AAA_OK is returned.
+ *
+ * Ownership: *Borrowed*: position and pair are valid until a pair of the list is deleted or changes its length.
+ * @return AAA_OK: positioned.
+ *         AAA_STATUS_END_OF_LIST: the list has no pairs.
+ *         AAA_ERR_INVALID_ARG: an argument is null.
+ */
 AAA_API cerrno aaa_avpair_iterator_init(aaa_avpair_iterator_t *it, const avlist *list, avpair_t **pair);
+
+/**
+ * Goes on to the next live pair. Asked again after the end, it reports the end again.
+ * Pairs added behind the last buffer that the list had at aaa_avpair_iterator_init() are not visited.
+ * @param it   in/out: position.
+ * @param pair out: the pair; untouched unless AAA_OK is returned.
+ *
+ * Ownership: *Borrowed*: as with aaa_avpair_iterator_init().
+ * @return AAA_OK: positioned.
+ *         AAA_STATUS_END_OF_LIST: no further pair.
+ *         AAA_ERR_INVALID_ARG: an argument, or the position, is null.
+ */
 AAA_API cerrno aaa_avpair_iterator_get_next(aaa_avpair_iterator_t *it, avpair_t **pair);
+
+/**
+ * Gives the address that follows a pair: pair + 16 + av_len, rounded up to a multiple of 4.
+ * Nothing is checked; whether a pair lies there is for the caller to know.
+ * @param pair in: pair in a buffer, deleted or not; not null.
+ */
 AAA_API avpair_t *aaa_avpair_get_adjacent(const avpair_t *pair);
+
+/**
+ * Finds a pair by its type and occurrence. Traces under flag 8.
+ * @param type     in: attribute type.
+ * @param flags    out, may be null: av_flags of the pair.
+ * @param value    out, may be null: address of the value inside the list, not a copy.
+ * @param len      out, may be null: number of value bytes.
+ * @param instance in: how many live pairs of the type to pass over; 0 finds the first.
+ * @param list     in: list to search.
+ *
+ * On failure the outputs are untouched.
+ * Ownership: *Borrowed*: the value, until a pair of the list is deleted or changes its length.
+ * @return AAA_OK: found.
+ *         AAA_ERR_AVPAIR_NOT_FOUND: not that many pairs of the type.
+ *         AAA_ERR_INVALID_ARG: list is null (nothing is traced then).
+ */
 AAA_API cerrno aaa_avpair_find_type(uint32_t type, avpair_flags_t *flags, void **value, uint32_t *len, uint32_t instance, const avlist *list);
+
+/**
+ * Finds a pair by its place among the live pairs.
+ * @param index in: place, from 0.
+ * @param type  out, may be null: av_type of the pair.
+ * @param flags out, may be null: av_flags.
+ * @param value out, may be null: address of the value inside the list, not a copy.
+ * @param tag   out, may be null: av_tag.
+ * @param len   out, may be null: number of value bytes.
+ * @param list  in: list to search.
+ *
+ * On failure the outputs are untouched. Walks from the beginning: to visit all pairs use an iterator.
+ * Ownership: *Borrowed*: the value, until a pair of the list is deleted or changes its length.
+ * @return AAA_OK: found.
+ *         AAA_ERR_AVPAIR_NOT_FOUND: the list has no more than index live pairs.
+ *         AAA_ERR_INVALID_ARG: list is null.
+ */
 AAA_API cerrno aaa_avpair_find_index(uint32_t index, uint32_t *type, avpair_flags_t *flags, void **value, uint32_t *tag, uint32_t *len, const avlist *list);
+
+/* ---- Deletion and update: they spend every iterator and value address of the list ---- */
+
+/**
+ * Deletes the pair at a position.
+ *
+ * The iterator is spent afterwards; to go on, begin anew. A list without pairs
+ * stops the process. A pair that is deleted already is left alone.
+ * @param it   in: position of the pair, in list.
+ * @param list in/out: the list.
+ * @return AAA_OK: deleted, now or earlier.
+ *         AAA_ERR_INVALID_ARG: an argument, or the position, is null.
+ */
 AAA_API cerrno aaa_avpair_delete_by_iterator(aaa_avpair_iterator_t *it, avlist *list);
+
+/**
+ * Deletes a pair found by its type and occurrence.
+ * @param type     in: attribute type.
+ * @param instance in: how many live pairs of the type to pass over; 0 deletes the first.
+ * @param list     in/out: the list.
+ * @param flags    out, may be null: av_flags that the pair had; untouched on failure.
+ * @return AAA_OK: deleted.
+ *         AAA_ERR_AVPAIR_NOT_FOUND: not that many pairs of the type.
+ *         AAA_ERR_INVALID_ARG: list is null.
+ */
 AAA_API cerrno aaa_avpair_delete_by_type_instance(uint32_t type, uint32_t instance, avlist *list, avpair_flags_t *flags);
+
+/**
+ * Deletes the first pair that has a given type and value.
+ * @param findtype in: attribute type; AAA_ATTR_MAX stops the process.
+ * @param value    in, may be null when len is 0: value bytes to compare with.
+ * @param len      in: number of value bytes; a pair of another length does not match.
+ * @param list     in/out: the list.
+ * @param flags    out, may be null: av_flags that the pair had; untouched on failure.
+ * @return AAA_OK: deleted.
+ *         AAA_ERR_AVPAIR_NOT_FOUND: no such pair.
+ *         AAA_ERR_INVALID_ARG: list is null, or value is null and len is not 0.
+ */
 AAA_API cerrno aaa_avpair_delete_by_type_value(avpair_type_t findtype, void *value, avpair_val_len_t len, avlist *list, avpair_flags_t *flags);
+
+/**
+ * Changes the pair at a position.
+ *
+ * With an unchanged length the value is overwritten in place, flags are OR-ed
+ * to the pair's flags and the tag is replaced. With another length the pair is
+ * deleted and a new one of its type appended to the end of the list; of its old
+ * flags only the low 8 bits live on, OR-ed with the new ones. Callers depend on
+ * both. A deleted pair stops the process. The value may lie in the list itself.
+ * @param it    in: position of the pair, in list; spent when the length changed.
+ * @param flags in: flag bits to set.
+ * @param value in: value bytes; not null even when len is 0.
+ * @param tag   in: new tag.
+ * @param len   in: number of value bytes.
+ * @param list  in/out: the list.
+ *
+ * Ownership: *Copied in*: the value.
+ * @return AAA_OK: changed.
+ *         AAA_ERR_INVALID_ARG: it, its position, value or list is null.
+ *         AAA_ERR_NOMEM: no memory; the old pair is deleted then and nothing is added, unless the value
+ *         lay in the list itself and no copy could be made: then the list is as it was.
+ */
 AAA_API cerrno aaa_avpair_update_by_iterator(aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value, uint32_t tag, uint32_t len, avlist *list);
+
+/**
+ * Changes a pair found by its type and occurrence as aaa_avpair_update_by_iterator() does,
+ * or appends a new pair when there is no such occurrence, whatever instance is. Traces under flag 8.
+ * @param type     in: attribute type.
+ * @param flags    in: flag bits to set.
+ * @param value    in, may be null when len is 0 (a null with a length stops the process): value bytes.
+ *                 As with aaa_avpair_add() four bytes are read for the trace.
+ * @param tag      in: new tag.
+ * @param len      in: number of value bytes.
+ * @param instance in: how many live pairs of the type to pass over; 0 changes the first.
+ * @param list     in/out: the list.
+ *
+ * Ownership: *Copied in*: the value.
+ * @return AAA_OK: changed or appended.
+ *         AAA_ERR_INVALID_ARG: list is null (nothing is traced then), or value is null and the pair exists.
+ *         AAA_ERR_NOMEM: as with aaa_avpair_update_by_iterator().
+ */
 AAA_API cerrno aaa_avpair_update(uint32_t type, uint32_t flags, void *value, uint32_t tag, uint32_t len, uint32_t instance, avlist *list);
+
+/* ---- Packing and unpacking ---- */
 
 AAA_API cerrno aaa_avpair_pack_msg(const avlist *list, iov_t *iov, uint32_t *len);
 AAA_API cerrno aaa_avpair_pack_msg_to_buf(avlist *list, char *buf, uint32_t *len);

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The trace lines of list storage and lookup, kept away from the paths that
+// run while tracing is off. Callers have tested debug flag 8.
+#pragma once
+
+#include <cstdint>
+
+#include "aaa/avpair.h"
+
+namespace aaautil {
+
+[[gnu::cold]] void trace_added(uint32_t type, const void *value, uint32_t len, cerrno code) noexcept;
+[[gnu::cold]] void trace_added_with_tag(uint32_t type, const void *value, uint32_t len, cerrno code) noexcept;
+[[gnu::cold]] void trace_updating(uint32_t type, const void *value, uint32_t len) noexcept;
+[[gnu::cold]] void trace_update_failed(uint32_t type, uint32_t instance, cerrno code) noexcept;
+[[gnu::cold]] void trace_not_found(uint32_t type, cerrno code) noexcept;
+
+// with_value says whether the value was asked for; flags and len are 0 unless asked for.
+[[gnu::cold]] void trace_found(const avpair_t &pair, bool with_value, uint32_t flags, uint32_t len) noexcept;
+
+}  // namespace aaautil
