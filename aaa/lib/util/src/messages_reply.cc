@@ -1,0 +1,311 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The replies: a short header record written in place, and at most one payload
+// element. In session mode the reply is a packet of the request's type, whose
+// address travels through the io-vector's out-pointer.
+
+#include <climits>
+#include <cstring>
+
+#include "aaa/accessors.h"
+#include "aaa/messages.h"
+#include "aaa/names.h"
+#include "internal/messages.hpp"
+#include "internal/trace.hpp"
+
+namespace {
+
+using namespace aaautil;
+using namespace aaautil::msg;
+
+// Reply header record.
+constexpr std::size_t kStatusAt = 20;
+constexpr std::size_t kSecondAt = 24;
+constexpr uint64_t kBareHeader = 20;
+constexpr uint64_t kStatusHeader = 24;
+constexpr uint64_t kTwoWordHeader = 28;
+constexpr uint64_t kConnectHeader = 32;
+constexpr uint32_t kProtocolVersion = 2;
+constexpr uint32_t kDumpFlag = 7;
+
+// The arguments that every reply takes.
+struct Reply {
+    void *record;
+    iov_t **iov_out;
+    uint32_t *count_out;
+    aaa_sess_ctx_t *context;
+
+    [[nodiscard]] bool has_all() const noexcept {
+        return record != nullptr && iov_out != nullptr && count_out != nullptr;
+    }
+    [[nodiscard]] bool session_ready() const noexcept { return context != nullptr && record != nullptr; }
+    [[nodiscard]] bool session_ready_with_outputs() const noexcept { return context != nullptr && has_all(); }
+};
+
+// What a response packet can say; most replies say one thing.
+struct Values {
+    uint32_t error = 0;
+    uint32_t status = 0;
+    uint32_t conid = 0;
+    uint32_t nfnhdl = 0;
+};
+
+// The fill's own result is not reported: a request of an unknown type, or
+// exhausted memory, gives a null packet and success.
+[[nodiscard]] void *fill(const Reply &to, avlist *list, const Values &values) noexcept {
+    void *packet = nullptr;
+    aaa_session_fill_response(&packet, list, to.context, values.error, 0, values.status, values.conid, 0,
+                              values.nfnhdl);
+    return packet;
+}
+
+// With nowhere to put it, a packet is released rather than lost.
+void deliver(const Reply &to, void *packet) noexcept {
+    if (to.iov_out != nullptr) {
+        *to.iov_out = static_cast<iov_t *>(packet);
+    } else {
+        std::free(packet);
+    }
+}
+
+[[nodiscard]] cerrno reply_in_session(const Reply &to, avlist *list, const Values &values) noexcept {
+    deliver(to, fill(to, list, values));
+    return AAA_OK;
+}
+
+// The packet is as large as the type of the request asks for, so the data goes
+// in only when that type carries any.
+[[nodiscard]] cerrno reply_data_in_session(const Reply &to, const void *data, uint32_t length,
+                                           uint32_t type) noexcept {
+    void *packet = fill(to, nullptr, {});
+    const bool has_place = to.context->type == AAA_REQ_TASKMAP || to.context->type == AAA_REQ_USERGROUP;
+    if (packet != nullptr && has_place) {
+        aaa_sess_fill_msg_res_type_data(at(packet, kPayloadAt), data, length, type);
+    }
+    deliver(to, packet);
+    return AAA_OK;
+}
+
+// Header alone, or header and one further element.
+[[nodiscard]] cerrno publish(const Reply &to, uint64_t header) noexcept {
+    IoVector iov;
+    iov.add(to.record, header);
+    return iov.publish(to.iov_out, to.count_out);
+}
+
+[[nodiscard]] cerrno publish(const Reply &to, uint64_t header, const void *base, uint64_t len) noexcept {
+    IoVector iov;
+    iov.add(to.record, header);
+    iov.add(base, len);
+    return iov.publish(to.iov_out, to.count_out);
+}
+
+[[nodiscard]] cerrno convert_if_ok(cerrno rc, void *record, std::size_t offset) noexcept {
+    if (rc == AAA_OK) {
+        to_network(record, offset);
+    }
+    return rc;
+}
+
+// A null list is refused by the packing.
+[[nodiscard]] cerrno publish_list(const Reply &to, uint64_t header, char *buffer, uint32_t size,
+                                  avlist *list) noexcept {
+    const cerrno rc = aaa_avpair_pack_msg_to_buf(list, buffer, &size);
+    return rc == AAA_OK ? publish(to, header, buffer, size) : rc;
+}
+
+// Replies whose header is all there is to say.
+[[nodiscard]] cerrno bare_reply(const Reply &to, uint32_t session) noexcept {
+    if (session != 0) {
+        return to.session_ready() ? reply_in_session(to, nullptr, {}) : AAA_ERR_INVALID_ARG;
+    }
+    return to.has_all() ? publish(to, kBareHeader) : AAA_ERR_INVALID_ARG;
+}
+
+[[nodiscard]] cerrno status_reply(const Reply &to, uint32_t status) noexcept {
+    if (!to.has_all()) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    put_u32(to.record, kStatusAt, status);
+    return publish(to, kStatusHeader);
+}
+
+// Written with one byte by some and with four by others.
+[[nodiscard]] uint32_t config_action(const avlist *list) noexcept {
+    void *value = nullptr;
+    uint32_t len = 0;
+    if (list == nullptr || aaa_avpair_find_type(attr::kCfgAction, nullptr, &value, &len, 0, list) != AAA_OK) {
+        return 0;
+    }
+    return load_u32_bounded(value, len);
+}
+
+void dump(const char *buffer, uint32_t size) noexcept {
+    if (buffer != nullptr) {
+        const int len = size <= INT_MAX ? static_cast<int>(size) : INT_MAX;
+        dump_buffer(kDumpFlag, "Composing reply", reinterpret_cast<const unsigned char *>(buffer), len, 0);
+    }
+}
+
+}  // namespace
+
+cerrno aaa_util_reply_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size,
+                              avlist *list, uint32_t session, aaa_sess_ctx_t *context) {
+    const Reply to{msg, iov_out, count_out, context};
+    if (session != 0) {
+        return to.session_ready_with_outputs()
+                   ? reply_in_session(to, list, {.status = aaa_util_avlist_status_get(list)})
+                   : AAA_ERR_INVALID_ARG;
+    }
+    if (!to.has_all()) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    const cerrno rc = list != nullptr ? aaa_avpair_pack_msg_to_buf(list, buffer, &size) : AAA_OK;
+    if (rc != AAA_OK) {
+        return rc;
+    }
+    dump(buffer, size);
+    return convert_if_ok(
+        list != nullptr ? publish(to, kStatusHeader, buffer, size) : publish(to, kStatusHeader), msg,
+        kStatusAt);
+}
+
+cerrno aaa_util_reply_authen_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer,
+                                     uint32_t size, avlist *list, uint32_t session, aaa_sess_ctx_t *context) {
+    const Reply to{msg, iov_out, count_out, context};
+    if (session != 0) {
+        return to.session_ready_with_outputs() ? reply_in_session(to, list, {}) : AAA_ERR_INVALID_ARG;
+    }
+    if (!to.has_all()) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    return convert_if_ok(publish_list(to, kStatusHeader, buffer, size, list), msg, kStatusAt);
+}
+
+cerrno aaa_util_reply_author_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer,
+                                     uint32_t size, avlist *list, uint32_t session, aaa_sess_ctx_t *context) {
+    const Reply to{msg, iov_out, count_out, context};
+    if (session != 0) {
+        return to.session_ready_with_outputs() ? reply_in_session(to, list, {.error = config_action(list)})
+                                               : AAA_ERR_INVALID_ARG;
+    }
+    if (!to.has_all()) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    return convert_if_ok(publish_list(to, kStatusHeader, buffer, size, list), msg, kStatusAt);
+}
+
+cerrno aaa_util_reply_authen_async_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t status,
+                                           uint32_t session, aaa_sess_ctx_t *context) {
+    const Reply to{msg, iov_out, count_out, context};
+    if (session != 0) {
+        return to.session_ready() ? reply_in_session(to, nullptr, {.nfnhdl = status}) : AAA_ERR_INVALID_ARG;
+    }
+    return convert_if_ok(status_reply(to, status), msg, kStatusAt);
+}
+
+cerrno aaa_util_reply_author_async_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t status,
+                                           uint32_t session, aaa_sess_ctx_t *context) {
+    const Reply to{msg, iov_out, count_out, context};
+    if (session != 0) {
+        return to.session_ready() ? reply_in_session(to, nullptr, {.nfnhdl = status}) : AAA_ERR_INVALID_ARG;
+    }
+    // Kept: the status stays in host order here, and receivers read it so.
+    return status_reply(to, status);
+}
+
+cerrno aaa_util_reply_acct_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session,
+                                   aaa_sess_ctx_t *context) {
+    return bare_reply({msg, iov_out, count_out, context}, session);
+}
+
+cerrno aaa_util_reply_ping_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session,
+                                   aaa_sess_ctx_t *context) {
+    return bare_reply({msg, iov_out, count_out, context}, session);
+}
+
+cerrno aaa_util_reply_ikepost_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session,
+                                      aaa_sess_ctx_t *context) {
+    return bare_reply({msg, iov_out, count_out, context}, session);
+}
+
+cerrno aaa_util_reply_disconn_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session,
+                                      aaa_sess_ctx_t *context) {
+    return bare_reply({msg, iov_out, count_out, context}, session);
+}
+
+cerrno aaa_util_reply_cb_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size,
+                                 avlist *list, uint32_t session, aaa_sess_ctx_t *context) {
+    const Reply to{msg, iov_out, count_out, context};
+    if (session != 0) {
+        return to.session_ready() ? reply_in_session(to, list, {.nfnhdl = load_u32(at(msg, kSecondAt))})
+                                  : AAA_ERR_INVALID_ARG;
+    }
+    if (!to.has_all()) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    const cerrno rc = convert_if_ok(publish_list(to, kTwoWordHeader, buffer, size, list), msg, kStatusAt);
+    return convert_if_ok(rc, msg, kSecondAt);
+}
+
+cerrno aaa_util_reply_cfg_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t status,
+                                  uint32_t session, aaa_sess_ctx_t *context) {
+    const Reply to{msg, iov_out, count_out, context};
+    if (session != 0) {
+        return to.session_ready_with_outputs() ? reply_in_session(to, nullptr, {.error = status})
+                                               : AAA_ERR_INVALID_ARG;
+    }
+    if (!to.has_all()) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    put_u32(msg, kSecondAt, status);
+    const cerrno rc = convert_if_ok(publish(to, kTwoWordHeader), msg, kStatusAt);
+    return convert_if_ok(rc, msg, kSecondAt);
+}
+
+cerrno aaa_util_reply_curr_auth_usr_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t status,
+                                            uint32_t session, aaa_sess_ctx_t *context) {
+    const Reply to{msg, iov_out, count_out, context};
+    if (session != 0) {
+        return to.session_ready_with_outputs() ? reply_in_session(to, nullptr, {.error = status})
+                                               : AAA_ERR_INVALID_ARG;
+    }
+    return convert_if_ok(status_reply(to, status), msg, kStatusAt);
+}
+
+cerrno aaa_util_reply_conn_compose(void *msg, uint32_t status, iov_t **iov_out, uint32_t *count_out,
+                                   uint32_t session, aaa_sess_ctx_t *context) {
+    const Reply to{msg, iov_out, count_out, context};
+    if (session != 0) {
+        return to.session_ready() ? reply_in_session(to, nullptr, {.conid = status}) : AAA_ERR_INVALID_ARG;
+    }
+    if (!to.has_all()) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    put_u32(msg, kStatusAt, status);
+    put_u32(msg, kSecondAt, kProtocolVersion);
+    const cerrno rc = convert_if_ok(publish(to, kConnectHeader), msg, kStatusAt);
+    return convert_if_ok(rc, msg, kSecondAt);
+}
+
+cerrno aaa_util_reply_taskmap_compose(void *msg, void *data, uint32_t length, iov_t **iov_out,
+                                      uint32_t *count_out, uint32_t session, aaa_sess_ctx_t *context) {
+    const Reply to{msg, iov_out, count_out, context};
+    if (session != 0) {
+        return to.session_ready() ? reply_data_in_session(to, data, length, AAA_REQ_TASKMAP)
+                                  : AAA_ERR_INVALID_ARG;
+    }
+    return to.has_all() ? publish(to, kBareHeader, data, length) : AAA_ERR_INVALID_ARG;
+}
+
+cerrno aaa_util_reply_usergroup_compose(void *msg, char *text, iov_t **iov_out, uint32_t *count_out,
+                                        uint32_t session, aaa_sess_ctx_t *context) {
+    const Reply to{msg, iov_out, count_out, context};
+    if (!to.has_all() || text == nullptr || (session != 0 && context == nullptr)) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    // The terminator is not part of a reply, unlike in the request.
+    const auto length = static_cast<uint32_t>(std::strlen(text));
+    return session != 0 ? reply_data_in_session(to, text, length, AAA_REQ_USERGROUP)
+                        : publish(to, kBareHeader, text, length);
+}
