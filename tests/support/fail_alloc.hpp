@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Failing allocations on purpose. Inside the armed region of a FailAlloc the
+// k-th malloc, calloc, realloc, strdup or strndup of this thread returns null
+// with errno ENOMEM, whoever asks: the library, or libc on its behalf.
+//
+//   fake::sweep_allocations([&](fake::FailAlloc &fail) {
+//       const cerrno rc = fail.run([&] { return aaa_avpair_add(...); });
+//       if (fail.fired()) EXPECT_EQ(rc, AAA_ERR_NOMEM); else EXPECT_EQ(rc, AAA_OK);
+//       ... clean up, so that a leak would be seen ...
+//   });
+//
+// Not available where a sanitizer does not let a program replace malloc
+// (thread sanitizer; clang's address sanitizer): a sweep then skips its test.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <concepts>
+
+extern "C" {
+int fail_alloc_available(void);
+void fail_alloc_arm(unsigned k, int all_from_there);
+void fail_alloc_disarm(void);
+// Allocations counted, and made to fail, since the last arming.
+unsigned fail_alloc_counted(void);
+unsigned fail_alloc_fired(void);
+// Nestable.
+void fail_alloc_pause(void);
+void fail_alloc_resume(void);
+}
+
+namespace fake {
+
+class FailAlloc {
+public:
+    enum class Mode { once, all_from_there };
+    struct Unarmed {};
+
+    // Armed until disarm() or the end of the scope.
+    explicit FailAlloc(unsigned k, Mode mode = Mode::once) : k_(k), mode_(mode) { arm(); }
+    // Armed only inside run().
+    FailAlloc(Unarmed, unsigned k, Mode mode = Mode::once) : k_(k), mode_(mode) {}
+    ~FailAlloc() { disarm(); }
+    FailAlloc(const FailAlloc &) = delete;
+    FailAlloc &operator=(const FailAlloc &) = delete;
+
+    template <typename F>
+    auto run(F &&operation) {
+        arm();
+        struct Disarm {
+            FailAlloc &fail;
+            ~Disarm() { fail.disarm(); }
+        } disarm_at_end{*this};
+        return operation();
+    }
+    void disarm() {
+        if (armed_) {
+            armed_ = false;
+            fail_alloc_disarm();
+            fired_ = fail_alloc_fired() != 0;
+            counted_ = fail_alloc_counted();
+        }
+    }
+    // An allocation was made to fail.
+    bool fired() const { return armed_ ? fail_alloc_fired() != 0 : fired_; }
+    // Allocations seen in the armed region.
+    unsigned counted() const { return armed_ ? fail_alloc_counted() : counted_; }
+
+    static bool available() { return fail_alloc_available() != 0; }
+
+    // What runs while one is alive neither counts nor fails.
+    class Pause {
+    public:
+        Pause() { fail_alloc_pause(); }
+        ~Pause() { fail_alloc_resume(); }
+        Pause(const Pause &) = delete;
+        Pause &operator=(const Pause &) = delete;
+    };
+
+private:
+    void arm() {
+        armed_ = true;
+        fail_alloc_arm(k_, mode_ == Mode::all_from_there ? 1 : 0);
+    }
+
+    unsigned k_;
+    Mode mode_;
+    bool armed_ = false;
+    bool fired_ = false;
+    unsigned counted_ = 0;
+};
+
+// Calls operation(fail) with the first allocation failing, then the second,
+// ... until a run in which none failed. The test fails when that takes more
+// than `limit` runs, and when the operation allocates nothing at all.
+template <std::invocable<FailAlloc &> F>
+void sweep_allocations(F &&operation, FailAlloc::Mode mode = FailAlloc::Mode::once, unsigned limit = 10000) {
+    if (!FailAlloc::available()) {
+        GTEST_SKIP() << "this build's sanitizer does not let a program replace malloc";
+    }
+    for (unsigned k = 1; k <= limit; ++k) {
+        SCOPED_TRACE(testing::Message() << "failing allocation " << k);
+        FailAlloc fail(FailAlloc::Unarmed{}, k, mode);
+        operation(fail);
+        if (testing::Test::HasFatalFailure()) {
+            return;
+        }
+        if (!fail.fired()) {
+            EXPECT_GT(k, 1u) << "the swept operation allocates nothing";
+            return;
+        }
+    }
+    ADD_FAILURE() << "still failing after " << limit << " allocations";
+}
+
+}  // namespace fake
