@@ -37,8 +37,8 @@ Lines contract_functions() {
     Lines names;
     const std::regex declaration(R"(PLATFORM_API [^(]*?([A-Za-z_][A-Za-z0-9_]*)\()");
     for (const auto &file : std::filesystem::directory_iterator(AAA_SOURCE_DIR "/platform/include/platform")) {
-        // How a provider looks like is not part of what the library calls.
-        if (file.path().filename() == "sysdb_provider.h") {
+        // What a provider looks like is not part of what the library calls.
+        if (file.path().filename() == "sysdb_provider.h" || file.path().filename() == "export.h") {
             continue;
         }
         std::ifstream in(file.path());
@@ -66,10 +66,15 @@ TEST(FakePlatform, DefinesEveryFunctionOfTheContractInTheProgram) {
 }
 
 TEST(FakePlatform, IsWhatTheLibraryCalls) {
-    // The library's own reference to the platform is bound to the program.
     void *const library = dlopen("libaaautil.so.1", RTLD_NOW | RTLD_NOLOAD);
     ASSERT_NE(library, nullptr) << dlerror();
-    EXPECT_EQ(dlsym(library, "aaa_debug"), dlsym(RTLD_DEFAULT, "aaa_debug") == nullptr ? nullptr : dlsym(library, "aaa_debug"));
+    const auto allocate =
+        reinterpret_cast<void *(*)(const char *, uint32_t, uint32_t)>(dlsym(library, "aaa_util_malloc"));
+    if (allocate == nullptr) {
+        GTEST_SKIP();
+    }
+    std::free(allocate("name", 1, 24));
+    EXPECT_EQ(fake::calls("malloc_named").size(), 1u);
     dlclose(library);
 }
 
@@ -77,7 +82,8 @@ TEST(FakeJournal, RendersArgumentsInOrder) {
     aaa_queue_t queue;
     queue_init(&queue, 0);
     EXPECT_EQ(cerr_register_dll(1164, "cerrno/libaaa_error.dll"), 0u);
-    qm_inet_ntop(2, nullptr, nullptr, 16);
+    fake::answer("qm_inet_ntop", 0);
+    EXPECT_EQ(qm_inet_ntop(2, nullptr, nullptr, 16), nullptr);
     EXPECT_EQ(fake::calls(), (Lines{"queue_init(ptr, 0)", "cerr_register_dll(1164, \"cerrno/libaaa_error.dll\")",
                                     "qm_inet_ntop(2, null, null, 16)"}));
 }
@@ -439,7 +445,7 @@ TEST(FakeLibc, PassesOnUntilTakenOver) {
     EXPECT_EQ(ttyname_r(0, name, sizeof name), 0);
     EXPECT_STREQ(name, "/dev/pts/3");
     EXPECT_EQ(ttyname_r(0, name, 10), ERANGE);
-    EXPECT_EQ(fake::calls("time").size(), 2u - 1u);
+    EXPECT_EQ(fake::calls("time"), (Lines{"time()"}));
 }
 
 TEST(FakeLibc, TakesOverAlarmPopenAndAccess) {
@@ -569,11 +575,12 @@ TEST(FakeBounded, NeverWritesPastTheLimit) {
 // Allocates four times in four ways; frees what it got. True when all went well.
 bool four_allocations() {
     void *a = std::malloc(8);
+    const bool first = a != nullptr;
     void *const b = std::calloc(2, 8);
     void *const c = std::realloc(a, 16);
     a = c != nullptr ? c : a;
     char *const d = strdup("text");
-    const bool all = a != nullptr && b != nullptr && c != nullptr && d != nullptr;
+    const bool all = first && b != nullptr && c != nullptr && d != nullptr;
     std::free(a);
     std::free(b);
     std::free(d);
