@@ -36,6 +36,23 @@ inline void store_u32(void *p, uint32_t v) noexcept { std::memcpy(p, &v, sizeof 
     }
 }
 
+// Two adjacent 32-bit words at once, each word by itself.
+[[nodiscard]] constexpr uint64_t net_u32_pair(uint64_t words) noexcept {
+    if constexpr (std::endian::native == std::endian::little) {
+        return std::rotl(__builtin_bswap64(words), 32);
+    } else {
+        return words;
+    }
+}
+
+[[nodiscard]] inline uint64_t load_u64(const void *p) noexcept {
+    uint64_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+inline void store_u64(void *p, uint64_t v) noexcept { std::memcpy(p, &v, sizeof v); }
+
 [[nodiscard]] inline uint32_t load_be32(const void *p) noexcept { return net_u32(load_u32(p)); }
 inline void store_be32(void *p, uint32_t v) noexcept { store_u32(p, net_u32(v)); }
 inline void swap_u32_in_place(void *p) noexcept { store_u32(p, net_u32(load_u32(p))); }
