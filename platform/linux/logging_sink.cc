@@ -1,0 +1,251 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The sinks of messages and traces: standard error, the local syslog socket,
+// the journal's native socket. One message is one write or one datagram, sent
+// by this file itself: syslog(3) takes a lock and keeps process-wide state
+// that belongs to the program, and a trace may come from a signal handler.
+
+#include "log.hpp"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace aaaplatform {
+
+namespace {
+
+constexpr char kSyslogSocket[] = "/dev/log";
+constexpr char kJournalSocket[] = "/run/systemd/journal/socket";
+constexpr std::size_t kDatagramSize = 8192;
+
+struct SinkName {
+    const char *name;
+    Sink sink;
+};
+
+constexpr SinkName kSinkNames[] = {
+    {"stderr", Sink::kStderr}, {"syslog", Sink::kSyslog}, {"journal", Sink::kJournal}, {"none", Sink::kNone}};
+
+const char *socket_path(const char *variable, const char *usual) {
+    const char *path = secure_getenv(variable);
+    return path != nullptr && *path != '\0' ? path : usual;
+}
+
+bool send_datagram(const char *path, const char *data, std::size_t len) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::size_t path_len = std::strlen(path);
+    if (path_len >= sizeof address.sun_path) {
+        return false;
+    }
+    std::memcpy(address.sun_path, path, path_len);
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        return false;
+    }
+    const ssize_t sent = sendto(fd, data, len, MSG_NOSIGNAL | MSG_DONTWAIT,
+                                reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    close(fd);
+    return sent == static_cast<ssize_t>(len);
+}
+
+// Appends to a datagram; what does not fit is left out as a whole, so that a
+// field is never cut in its framing.
+struct Datagram {
+    char bytes[kDatagramSize];
+    std::size_t len = 0;
+    bool full = false;
+
+    void add(const char *data, std::size_t n) {
+        if (full || n > sizeof bytes - len) {
+            full = true;
+            return;
+        }
+        std::memcpy(bytes + len, data, n);
+        len += n;
+    }
+
+    // "NAME=value\n": values here hold no line feed, so the short form does.
+    void field(const char *name, const char *value, std::size_t n) {
+        if (full || std::strlen(name) + n + 2 > sizeof bytes - len) {
+            return;
+        }
+        add(name, std::strlen(name));
+        add("=", 1);
+        add(value, n);
+        add("\n", 1);
+    }
+
+    void field(const char *name, const char *value) {
+        if (value != nullptr) {
+            field(name, value, std::strlen(value));
+        }
+    }
+
+    void number(const char *name, unsigned long value) {
+        char text[24];
+        std::snprintf(text, sizeof text, "%lu", value);
+        field(name, text);
+    }
+};
+
+bool emit_journal(const LineInfo &info, const char *text, std::size_t len) {
+    Datagram datagram;
+    datagram.number("PRIORITY", info.severity & 7u);
+    datagram.number("SYSLOG_FACILITY", LOG_FAC(LOG_AUTHPRIV));
+    datagram.field("SYSLOG_IDENTIFIER", program_invocation_short_name);
+    datagram.number("SYSLOG_PID", static_cast<unsigned long>(getpid()));
+    datagram.field("AAA_MNEMONIC", info.mnemonic);
+    if (info.msg_id != 0) {
+        char id[16];
+        std::snprintf(id, sizeof id, "0x%08x", info.msg_id);
+        datagram.field("AAA_MSG_ID", id);
+    }
+    datagram.field("MESSAGE", text, len);
+    return send_datagram(socket_path("AAA_JOURNAL_SOCKET", kJournalSocket), datagram.bytes, datagram.len);
+}
+
+// "<priority>program[pid]: text", without a time: the receiver stamps it, and
+// local time would need the time zone lock.
+bool emit_syslog(const LineInfo &info, const char *text, std::size_t len) {
+    Datagram datagram;
+    const int n = std::snprintf(datagram.bytes, sizeof datagram.bytes, "<%u>%.64s[%d]: ",
+                                static_cast<unsigned>(LOG_AUTHPRIV) | (info.severity & 7u),
+                                program_invocation_short_name, static_cast<int>(getpid()));
+    datagram.len = n > 0 ? static_cast<std::size_t>(n) : 0;
+    datagram.add(text, len);
+    return send_datagram(socket_path("AAA_SYSLOG_SOCKET", kSyslogSocket), datagram.bytes, datagram.len);
+}
+
+bool write_all(int fd, const char *data, std::size_t len) {
+    while (len > 0) {
+        const ssize_t n = write(fd, data, len);
+        if (n < 0 && errno != EINTR) {
+            return false;
+        }
+        if (n > 0) {
+            data += n;
+            len -= static_cast<std::size_t>(n);
+        }
+    }
+    return true;
+}
+
+bool emit_stderr(const char *text, std::size_t len) {
+    char line[kDatagramSize];
+    const std::size_t n = len < sizeof line - 1 ? len : sizeof line - 1;
+    std::memcpy(line, text, n);
+    line[n] = '\n';
+    return write_all(STDERR_FILENO, line, n + 1);
+}
+
+bool emit_one(Sink sink, const LineInfo &info, const char *text, std::size_t len) {
+    switch (sink) {
+        case Sink::kStderr:
+            return emit_stderr(text, len);
+        case Sink::kSyslog:
+            return emit_syslog(info, text, len);
+        case Sink::kJournal:
+            return emit_journal(info, text, len);
+        case Sink::kUnset:
+        case Sink::kNone:
+            break;
+    }
+    return true;
+}
+
+// JOURNAL_STREAM is "device:inode" of the stream that the service manager
+// connected; it counts only while standard error still is that stream.
+bool stderr_is_journal() {
+    const char *stream = secure_getenv("JOURNAL_STREAM");
+    struct stat st;
+    if (stream == nullptr || fstat(STDERR_FILENO, &st) != 0) {
+        return false;
+    }
+    char own[48];
+    std::snprintf(own, sizeof own, "%lu:%lu", static_cast<unsigned long>(st.st_dev),
+                  static_cast<unsigned long>(st.st_ino));
+    return std::strcmp(stream, own) == 0;
+}
+
+}  // namespace
+
+bool parse_sink(const char *word, Sink *sink) noexcept {
+    *sink = Sink::kUnset;
+    if (word == nullptr) {
+        return true;
+    }
+    for (const SinkName &row : kSinkNames) {
+        if (std::strcmp(word, row.name) == 0) {
+            *sink = row.sink;
+            return true;
+        }
+    }
+    return false;
+}
+
+Sink default_sink() noexcept { return stderr_is_journal() ? Sink::kJournal : Sink::kSyslog; }
+
+void emit(Sink sink, const LineInfo &info, const char *text, std::size_t len) noexcept {
+    const int saved_errno = errno;
+    bool done = emit_one(sink, info, text, len);
+    if (!done && sink == Sink::kJournal) {
+        done = emit_one(Sink::kSyslog, info, text, len);
+    }
+    if (!done && sink != Sink::kStderr && info.severity <= kLogWarning) {
+        emit_stderr(text, len);
+    }
+    errno = saved_errno;
+}
+
+std::size_t make_visible(char *out, std::size_t size, const char *text, std::size_t len) noexcept {
+    static constexpr char kHex[] = "0123456789abcdef";
+    std::size_t n = 0;
+    for (std::size_t i = 0; i < len; ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        const bool plain = (c >= 0x20 && c != 0x7f) || c == '\t';
+        const std::size_t need = plain ? 1 : c == '\n' ? 2 : 4;
+        if (n + need >= size) {
+            break;
+        }
+        if (plain) {
+            out[n] = text[i];
+        } else if (c == '\n') {
+            std::memcpy(out + n, "\\n", 2);
+        } else {
+            const char code[4] = {'\\', 'x', kHex[c >> 4], kHex[c & 15]};
+            std::memcpy(out + n, code, sizeof code);
+        }
+        n += need;
+    }
+    out[n] = '\0';
+    return n;
+}
+
+std::size_t format_bounded(char *out, std::size_t size, const char *format, va_list arguments) noexcept {
+    const int n = std::vsnprintf(out, size, format, arguments);
+    if (n < 0) {
+        // The text cannot be converted (an invalid multibyte argument); the
+        // format alone still tells what happened.
+        const std::size_t len = strnlen(format, size - 1);
+        std::memcpy(out, format, len);
+        out[len] = '\0';
+        return len;
+    }
+    if (static_cast<std::size_t>(n) < size) {
+        return static_cast<std::size_t>(n);
+    }
+    std::memcpy(out + size - 4, "...", 4);
+    return size - 1;
+}
+
+}  // namespace aaaplatform
