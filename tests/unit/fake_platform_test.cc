@@ -15,10 +15,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
 #include <fstream>
 #include <memory>
-#include <regex>
 #include <thread>
 
 #include "platform/bounded.h"
@@ -32,20 +30,24 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// Names that the contract headers declare.
+// Names that a contract header declares: the identifier before the first
+// parenthesis of each declaration.
+void add_functions(const std::string &header, Lines &names) {
+    std::ifstream in(AAA_SOURCE_DIR "/platform/include/platform/" + header);
+    EXPECT_TRUE(in) << header;
+    for (std::string line; std::getline(in, line);) {
+        if (line.starts_with("PLATFORM_API ")) {
+            const std::size_t end = line.find('(');
+            const std::size_t before = line.find_last_of(" *", end);
+            names.push_back(line.substr(before + 1, end - before - 1));
+        }
+    }
+}
+
 Lines contract_functions() {
     Lines names;
-    const std::regex declaration(R"(PLATFORM_API [^(]*?([A-Za-z_][A-Za-z0-9_]*)\()");
-    for (const auto &file : std::filesystem::directory_iterator(AAA_SOURCE_DIR "/platform/include/platform")) {
-        // What a provider looks like is not part of what the library calls.
-        if (file.path().filename() == "sysdb_provider.h" || file.path().filename() == "export.h") {
-            continue;
-        }
-        std::ifstream in(file.path());
-        const std::string text{std::istreambuf_iterator<char>(in), {}};
-        for (std::sregex_iterator at(text.begin(), text.end(), declaration), end; at != end; ++at) {
-            names.push_back((*at)[1]);
-        }
+    for (const char *const stem : {"bounded", "cerr", "cipher", "event_manager", "logging", "memory", "node", "sysdb", "terminal"}) {
+        add_functions(std::string(stem) + ".h", names);
     }
     return names;
 }
@@ -70,12 +72,12 @@ TEST(FakePlatform, IsWhatTheLibraryCalls) {
     ASSERT_NE(library, nullptr) << dlerror();
     const auto allocate =
         reinterpret_cast<void *(*)(const char *, uint32_t, uint32_t)>(dlsym(library, "aaa_util_malloc"));
+    dlclose(library);
     if (allocate == nullptr) {
         GTEST_SKIP();
     }
     std::free(allocate("name", 1, 24));
     EXPECT_EQ(fake::calls("malloc_named").size(), 1u);
-    dlclose(library);
 }
 
 TEST(FakeJournal, RendersArgumentsInOrder) {

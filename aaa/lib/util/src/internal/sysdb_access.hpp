@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The guard in front of every call that opens or closes a database
+// connection: the database's client library is an optional package, and while
+// its file is not readable no bind and no unbind is made. Also the two shared
+// connection handles, which are read and bound lazily without a lock.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "aaa/lifecycle.h"
+#include "aaa/result_codes.h"
+#include "platform/sysdb.h"
+
+namespace aaautil {
+
+inline constexpr char kServerGroupPath[] = "/oper/aaa/gl/group-server/";
+inline constexpr char kConfigPath[] = "/cfg/gl/aaa/";
+
+// Whether the database's library is there. Once seen it counts as there for
+// good; until then the file is looked for at every call. Each module keeps
+// one of its own and so learns of the library separately.
+class SysdbPresence {
+public:
+    constexpr SysdbPresence() noexcept = default;
+    SysdbPresence(const SysdbPresence &) = delete;
+    SysdbPresence &operator=(const SysdbPresence &) = delete;
+
+    [[nodiscard]] bool check() noexcept;
+
+private:
+    std::atomic<unsigned char> seen_{0};
+};
+
+extern constinit SysdbPresence lifecycle_presence;     // worker and connection callbacks
+extern constinit SysdbPresence server_group_presence;  // server-group lookup and configuration
+extern constinit SysdbPresence method_list_presence;   // method lists and their notifications
+
+// A shared handle (aaa_sgmap_sysdb_connid or aaa_cfg_sysdb_connid), 0 = none.
+// The exported objects are plain words, so that callers written in C can read
+// them; every access of the library goes through these.
+[[nodiscard]] inline uint64_t shared_handle(const uint64_t &handle) noexcept {
+    return __atomic_load_n(&handle, __ATOMIC_ACQUIRE);
+}
+inline void clear_shared_handle(uint64_t &handle) noexcept { __atomic_store_n(&handle, uint64_t{0}, __ATOMIC_RELEASE); }
+
+// Binds a shared handle that is 0; a handle that is already there is kept.
+// Returns 0, SYSDB_ERR_LIB_ABSENT, or the bind's own code. When another
+// thread binds the same handle meanwhile, its connection stays and ours is
+// given back.
+[[nodiscard]] cerrno bind_shared(uint64_t &handle, const char *path, SysdbPresence &presence) noexcept;
+
+// Opens a connection of the caller's own; *conn is 0 unless 0 is returned.
+// Returns 0, SYSDB_ERR_LIB_ABSENT, or the bind's own code.
+[[nodiscard]] cerrno bind_private(sysdb_conn_t *conn, const char *path, SysdbPresence &presence) noexcept;
+
+// Closes a connection, also the handle 0 (the platform tolerates it). Returns
+// SYSDB_ERR_LIB_ABSENT when no unbind was made, else the unbind's code.
+cerrno unbind(sysdb_conn_t conn, SysdbPresence &presence) noexcept;
+
+}  // namespace aaautil
