@@ -4,6 +4,7 @@
 
 #include "aaa/types.h"
 #include "aaa/lifecycle.h"
+#include "aaa/result_codes.h"
 #include "platform/export.h"
 
 #ifdef __cplusplus
@@ -43,6 +44,17 @@ PLATFORM_API int32_t event_block(event_block_ctx_t *ctx);
 
 /* Dispatches what event_block received: (&ctx, 0). The result is not used. */
 PLATFORM_API int32_t qm_event_dispatch(event_block_ctx_t *ctx, uint32_t flags);
+
+/* temporary */
+#define EVENT_CONN_NOTIFY_DOWN 0x6000u
+#define EVENT_ERR_INVALID_ARG 0xa1201000u
+#define EVENT_ERR_BAD_HANDLE  0xa1201600u
+#define EVENT_ERR_CHANNEL     0xa1201800u
+#define EVENT_ERR_NOMEM       0xa1201200u
+#define EVENT_ERR_FORKED      0xa1201a00u
+#define EVENT_ERR_SYSTEM      0xa1201400u
+PLATFORM_API void event_manager_destroy(event_manager_t evm);
+PLATFORM_API cerrno event_conn_close(event_conn_t conn);
 
 #define EVENT_CONN_TYPE_SYSDB 2u
 #define EVENT_CONN_TYPE_FD    3u

@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Event managers and their connections, as the platform's own parts see them.
+//
+// Locks: the registry's mutex and each manager's mutex; neither is ever held
+// while the other is taken, nor during a callback. Handles given to callers
+// are numbers, looked up on every call, so that a stale one is refused.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "platform/event_manager.h"
+
+namespace aaaplatform {
+
+// A descriptor that is closed with its owner.
+class Descriptor {
+  public:
+    explicit Descriptor(int fd = -1) : fd_(fd) {}
+    ~Descriptor() { reset(); }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    int get() const { return fd_; }
+    void reset(int fd = -1);
+
+  private:
+    int fd_;
+};
+
+// What event_block leaves in the caller's buffer for qm_event_dispatch: names,
+// never addresses, because the connection may be gone by then.
+struct EventRecord {
+    enum Kind : std::uint32_t { kAsync = 1, kReady, kRetry };
+    std::uint32_t kind;
+    std::int32_t code;        // of the async event
+    std::uint64_t connection;  // id
+    std::uint32_t events;      // of epoll
+    std::uint32_t padding;
+};
+
+struct EventConnection {
+    enum class State { kClosed, kOpening, kUp, kRetrying };
+
+    std::uint64_t id = 0;
+    std::uint32_t type = 0;
+    aaa_event_cb_t up = nullptr;
+    void *context = nullptr;
+
+    // Guarded by the manager's mutex.
+    State state = State::kClosed;
+    aaa_event_cb_t down = nullptr;
+    std::uint32_t down_mask = 0;
+    aaa_event_cb_t handler = nullptr;
+    std::uint32_t handler_events = 0;
+    int channel = -1;  // given by the up callback
+    Descriptor retry_timer;
+    unsigned retry_delay_ms = 0;
+
+    void *handle() const { return reinterpret_cast<void *>(static_cast<std::uintptr_t>(id)); }
+};
+
+using ConnectionPtr = std::shared_ptr<EventConnection>;
+
+class EventManager {
+  public:
+    // Null with errno set on failure.
+    static std::shared_ptr<EventManager> create(const void *owner);
+
+    // The epoll and event descriptors of a forked child are its parent's.
+    bool inherited() const;
+    const void *owner() const { return owner_; }
+
+    std::int32_t attach(event_async_handler_t handler, void *arg);
+    bool send(std::int32_t code);
+    // False with errno set when there is no event: a signal, or closed.
+    bool wait(EventRecord &record);
+    void dispatch(const EventRecord &record);
+    // Threads in wait() return, and all later calls fail.
+    void close();
+
+    void add(const ConnectionPtr &connection);
+    void remove(const ConnectionPtr &connection);
+    cerrno open(const ConnectionPtr &connection);
+    cerrno set_down(const ConnectionPtr &connection, std::uint32_t mask, aaa_event_cb_t callback);
+    cerrno set_handler(const ConnectionPtr &connection, std::uint32_t events, aaa_event_cb_t callback);
+
+  private:
+    struct AsyncHandler {
+        event_async_handler_t handler;
+        void *arg;
+    };
+
+    explicit EventManager(const void *owner);
+    void drain_wakeup();
+    bool take_async(EventRecord &record);
+    ConnectionPtr find(std::uint64_t id);
+
+    void dispatch_async(std::int32_t code);
+    void dispatch_ready(const ConnectionPtr &connection, std::uint32_t events);
+    void dispatch_retry(const ConnectionPtr &connection);
+    void dispatch_descriptor(const ConnectionPtr &connection, int channel, std::uint32_t events);
+    cerrno bring_up(const ConnectionPtr &connection);
+    cerrno watch(const ConnectionPtr &connection, int channel);
+    void take_down(const ConnectionPtr &connection);
+    bool schedule_retry(const ConnectionPtr &connection);
+    void forget_channel(const ConnectionPtr &connection);
+
+    const void *const owner_;
+    const pid_t pid_;
+    Descriptor epoll_;
+    Descriptor wakeup_;
+    std::mutex mutex_;
+    bool closed_ = false;
+    std::deque<std::int32_t> sent_;
+    std::vector<AsyncHandler> async_;
+    std::unordered_map<std::uint64_t, ConnectionPtr> connections_;
+};
+
+using ManagerPtr = std::shared_ptr<EventManager>;
+
+// An object is about to be unmapped: the event managers that its code has
+// created are nobody's from the next load on.
+void retire_event_managers(const void *object_base);
+void release_retired_event_managers();
+
+}  // namespace aaaplatform

@@ -1,0 +1,209 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The event manager's connections: closed, up (their channel is watched), or
+// waiting for the next attempt. The attempts come 100 ms after the first
+// failure, then at doubled intervals up to 5 s. The up callback runs on the
+// thread that opens the connection the first time, later on the one that
+// dispatches. No lock is held while any callback runs.
+
+#include <algorithm>
+#include <cerrno>
+
+#include <sys/epoll.h>
+#include <sys/ioctl.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include "event_manager.hpp"
+#include "log.hpp"
+#include "sysdb_channel.hpp"
+
+namespace aaaplatform {
+namespace {
+
+constexpr unsigned kFirstRetryMs = 100;
+constexpr unsigned kLastRetryMs = 5000;
+constexpr std::uint32_t kHangup = EPOLLRDHUP | EPOLLHUP | EPOLLERR;
+
+std::uint32_t watched_events(const EventConnection &connection) {
+    if (connection.type == EVENT_CONN_TYPE_SYSDB) return EPOLLIN | EPOLLRDHUP;
+    return connection.handler_events | EPOLLRDHUP;
+}
+
+bool arm(const Descriptor &timer, unsigned delay_ms) {
+    itimerspec delay{};
+    delay.it_value.tv_sec = static_cast<time_t>(delay_ms / 1000);
+    delay.it_value.tv_nsec = static_cast<long>(delay_ms % 1000) * 1'000'000;
+    return timerfd_settime(timer.get(), 0, &delay, nullptr) == 0;
+}
+
+// What the peer had sent before it hung up is still to be read.
+bool has_input(int fd) {
+    int bytes = 0;
+    return ioctl(fd, FIONREAD, &bytes) == 0 && bytes > 0;
+}
+
+}  // namespace
+
+void EventManager::add(const ConnectionPtr &connection) {
+    const std::lock_guard lock(mutex_);
+    connections_.emplace(connection->id, connection);
+}
+
+void EventManager::remove(const ConnectionPtr &connection) {
+    const std::lock_guard lock(mutex_);
+    connections_.erase(connection->id);
+    forget_channel(connection);
+    connection->state = EventConnection::State::kClosed;
+    connection->retry_timer.reset();
+}
+
+cerrno EventManager::set_down(const ConnectionPtr &connection, std::uint32_t mask, aaa_event_cb_t callback) {
+    const std::lock_guard lock(mutex_);
+    connection->down_mask = mask;
+    connection->down = callback;
+    return 0;
+}
+
+cerrno EventManager::set_handler(const ConnectionPtr &connection, std::uint32_t events, aaa_event_cb_t callback) {
+    if (events == 0 || (events & ~static_cast<std::uint32_t>(EPOLLIN | EPOLLOUT | EPOLLPRI)) != 0)
+        return EVENT_ERR_INVALID_ARG;
+    const std::lock_guard lock(mutex_);
+    connection->handler = callback;
+    connection->handler_events = callback != nullptr ? events : 0;
+    if (connection->state != EventConnection::State::kUp) return 0;
+    epoll_event event{};
+    event.events = watched_events(*connection);
+    event.data.u64 = connection->id * 2;
+    return epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, connection->channel, &event) == 0 ? 0 : EVENT_ERR_CHANNEL;
+}
+
+cerrno EventManager::open(const ConnectionPtr &connection) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (closed_) return EVENT_ERR_BAD_HANDLE;
+        if (connection->state == EventConnection::State::kUp) return 0;
+        if (connection->state == EventConnection::State::kOpening) return EVENT_CONN_RETRY;
+        connection->state = EventConnection::State::kOpening;
+        connection->retry_delay_ms = 0;
+        connection->retry_timer.reset();
+    }
+    return bring_up(connection);
+}
+
+// The state is kOpening: this thread alone works on the connection.
+cerrno EventManager::bring_up(const ConnectionPtr &connection) {
+    const int channel = connection->up(connection->handle(), connection->context);
+    const cerrno rc = channel >= 0 ? watch(connection, channel) : EVENT_CONN_RETRY;
+    if (rc == 0) return 0;
+    if (channel >= 0) {
+        log(kLogError, "EVENT", "channel %d cannot be watched", channel);
+        const std::unique_lock lock(mutex_);
+        connection->state = EventConnection::State::kClosed;
+        return rc;
+    }
+    return schedule_retry(connection) ? EVENT_CONN_RETRY : EVENT_ERR_SYSTEM;
+}
+
+cerrno EventManager::watch(const ConnectionPtr &connection, int channel) {
+    const std::lock_guard lock(mutex_);
+    if (connection->state != EventConnection::State::kOpening) return EVENT_ERR_BAD_HANDLE;
+    epoll_event event{};
+    event.events = watched_events(*connection);
+    event.data.u64 = connection->id * 2;
+    if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, channel, &event) != 0) return EVENT_ERR_CHANNEL;
+    connection->channel = channel;
+    connection->state = EventConnection::State::kUp;
+    connection->retry_timer.reset();
+    connection->retry_delay_ms = 0;
+    return 0;
+}
+
+bool EventManager::schedule_retry(const ConnectionPtr &connection) {
+    const std::lock_guard lock(mutex_);
+    if (connections_.count(connection->id) == 0) return false;
+    connection->state = EventConnection::State::kRetrying;
+    const unsigned delay = connection->retry_delay_ms;
+    connection->retry_delay_ms = delay == 0 ? kFirstRetryMs : std::min(delay * 2, kLastRetryMs);
+    if (connection->retry_timer.get() < 0) {
+        connection->retry_timer.reset(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+        epoll_event event{};
+        event.events = EPOLLIN;
+        event.data.u64 = connection->id * 2 + 1;
+        if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, connection->retry_timer.get(), &event) != 0) return false;
+    }
+    return arm(connection->retry_timer, connection->retry_delay_ms);
+}
+
+// The callbacks may have closed the channel already, and its number may by
+// now be watched for another connection.
+void EventManager::forget_channel(const ConnectionPtr &connection) {
+    const int channel = connection->channel;
+    connection->channel = -1;
+    if (channel < 0) return;
+    for (const auto &[id, other] : connections_)
+        if (other != connection && other->channel == channel) return;
+    epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, channel, nullptr);
+}
+
+// A channel whose owner has asked to hear of its end is the owner's to close.
+void EventManager::take_down(const ConnectionPtr &connection) {
+    aaa_event_cb_t down = nullptr;
+    int abandoned = -1;
+    {
+        const std::lock_guard lock(mutex_);
+        if (connection->state != EventConnection::State::kUp) return;
+        if ((connection->down_mask & EVENT_CONN_NOTIFY_DOWN) != 0) down = connection->down;
+        if (down == nullptr && connection->type == EVENT_CONN_TYPE_FD) abandoned = connection->channel;
+        forget_channel(connection);
+        connection->state = EventConnection::State::kRetrying;
+    }
+    if (abandoned >= 0) ::close(abandoned);
+    if (down != nullptr) down(connection->handle(), connection->context);
+    if (!schedule_retry(connection)) log(kLogError, "EVENT", "no timer, a connection stays down");
+}
+
+void EventManager::dispatch_ready(const ConnectionPtr &connection, std::uint32_t events) {
+    int channel = -1;
+    {
+        const std::lock_guard lock(mutex_);
+        if (connection->state == EventConnection::State::kUp) channel = connection->channel;
+    }
+    if (channel < 0) return;
+    if (connection->type == EVENT_CONN_TYPE_FD) {
+        dispatch_descriptor(connection, channel, events);
+        return;
+    }
+    const cerrno rc = (events & EPOLLIN) != 0 ? sysdb_dispatch_channel(channel) : 0;
+    const bool lost = rc == SYSDB_ERR_CONNECTION_LOST || rc == SYSDB_ERR_BAD_HANDLE;
+    if (lost || (events & kHangup) != 0) take_down(connection);
+}
+
+void EventManager::dispatch_descriptor(const ConnectionPtr &connection, int channel, std::uint32_t events) {
+    if ((events & kHangup) != 0 && !has_input(channel)) {
+        take_down(connection);
+        return;
+    }
+    aaa_event_cb_t handler = nullptr;
+    {
+        const std::lock_guard lock(mutex_);
+        handler = connection->handler;
+    }
+    if (handler != nullptr)
+        handler(connection->handle(), connection->context);
+    else
+        take_down(connection);
+}
+
+void EventManager::dispatch_retry(const ConnectionPtr &connection) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (connection->state != EventConnection::State::kRetrying || connection->retry_timer.get() < 0) return;
+        std::uint64_t expirations = 0;
+        if (read(connection->retry_timer.get(), &expirations, sizeof expirations) != sizeof expirations) return;
+        connection->state = EventConnection::State::kOpening;
+    }
+    bring_up(connection);
+}
+
+}  // namespace aaaplatform

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the platform's parts learn about loading and unloading.
+#pragma once
+
+namespace aaaplatform {
+
+// Base address of the object that holds a code address, null when unknown.
+// Enters the dynamic loader.
+const void *object_base(const void *address);
+
+}  // namespace aaaplatform
