@@ -117,11 +117,11 @@ static_assert(offsetof(aaa_avpair_iterator_t, curr_buf) == 0, "layout of aaa_avp
 static_assert(offsetof(aaa_avpair_iterator_t, last_buf) == 8, "layout of aaa_avpair_iterator_t");
 static_assert(offsetof(aaa_avpair_iterator_t, curr_avp) == 16, "layout of aaa_avpair_iterator_t");
 
-/* non-zero continues, zero stops */
+/** Called for a pair by aaa_avpair_list_for_each(); non-zero goes on, zero stops. */
 typedef uint32_t (*aaa_avpair_list_callback_fn_t)(avpair_type_t type, avpair_flags_t flags, void *value,
                                                   uint32_t len, uint32_t tag, void *ctx);
 
-/* one text line under a debug flag; the result is ignored */
+/** Takes one text line under a debug flag; the result is ignored. */
 typedef int (*aaa_line_printer_t)(uint32_t flag, const char *line);
 
 /* ---- Storage ---- */
@@ -355,29 +355,277 @@ AAA_API cerrno aaa_avpair_update_by_iterator(aaa_avpair_iterator_t *it, avpair_f
  */
 AAA_API cerrno aaa_avpair_update(uint32_t type, uint32_t flags, void *value, uint32_t tag, uint32_t len, uint32_t instance, avlist *list);
 
-/* ---- Packing and unpacking ---- */
+/* ---- Packing and unpacking: docs/wire-format.md shows both forms byte by byte ---- */
 
+/**
+ * Fills an io-vector with the gather form of a list: the record, then the used
+ * part of each buffer in order, all in host order. Nothing is copied and the
+ * list is not changed. Traces under flag 8.
+ * @param list in: list to send.
+ * @param iov  out: the elements; those that there is room for also when it is not enough.
+ * @param len  in/out: elements available, at least 1 (0 stops the process); on return elements filled.
+ *             1 + buf_cnt of aaa_avpair_get_mem_usage() is enough.
+ *
+ * Ownership: *Borrowed*: the elements point into the list and are valid until it changes.
+ * @return AAA_OK: filled.
+ *         AAA_ERR_BUFFER_TOO_SMALL: the list has more buffers than elements are left for.
+ *         AAA_ERR_INVALID_ARG: an argument is null.
+ */
 AAA_API cerrno aaa_avpair_pack_msg(const avlist *list, iov_t *iov, uint32_t *len);
+
+/**
+ * Writes the flat form of a list, in network order, into one buffer. Traces under flag 8.
+ *
+ * The list is spent: its pairs are converted where they are. From then on it
+ * may only be freed (or cleared), also after AAA_ERR_NOMEM.
+ * @param list in/out: list to pack.
+ * @param buf  out: the flat form; 56 + used_mem of aaa_avpair_get_mem_usage() bytes are enough.
+ *             When it is too small it holds what came before the first part that did not fit: the list
+ *             record as it is in memory, then whole buffers. Such bytes must not be sent.
+ * @param len  in/out: bytes available, at most 2147483647; on return bytes written.
+ *
+ * Ownership: *Copied in*: the list; the caller keeps it and frees it.
+ * @return AAA_OK: packed, len is the length of the message.
+ *         AAA_ERR_NOMEM: buf is too small (deliberately not AAA_ERR_BUFFER_TOO_SMALL).
+ *         AAA_ERR_INVALID_ARG: an argument is null.
+ */
 AAA_API cerrno aaa_avpair_pack_msg_to_buf(avlist *list, char *buf, uint32_t *len);
+
+/**
+ * Fills an empty list from a flat form that tells its own length in its first
+ * four bytes. Otherwise as aaa_avpair_unpack_msg_2().
+ *
+ * The length is believed: use aaa_avpair_unpack_msg_checked() for bytes from a
+ * peer that is not trusted.
+ * @param list in/out: empty list to fill.
+ * @param msg  in: the flat form, any alignment.
+ *
+ * @return as aaa_avpair_unpack_msg_2().
+ */
 AAA_API cerrno aaa_avpair_unpack_msg(avlist *list, char *msg);
+
+/**
+ * Fills an empty list from a flat form of a given length. Traces under flag 8.
+ *
+ * All pairs go into one buffer, in host order. The record is taken over as it
+ * came: the list has the sender's name, and av_cnt holds the bytes of the
+ * message (768 for 3 pairs on a little-endian host). Walk the pairs to count
+ * them. The list and its own sender's list therefore do not compare equal.
+ *
+ * Nothing but len is checked: the pairs must fill the message exactly, as
+ * those that packing writes do. Use aaa_avpair_unpack_msg_checked() for bytes
+ * from a peer that is not trusted.
+ * @param list in/out: empty list to fill; one with pairs stops the process.
+ * @param msg  in: the flat form, any alignment.
+ * @param len  in: bytes of msg to take; 56 give a list without pairs.
+ *
+ * Ownership: *Copied in*: the message may be released after the call.
+ * @return AAA_OK: filled.
+ *         AAA_ERR_INVALID_MSG_SIZE: len is below 56; the list is untouched.
+ *         AAA_ERR_NOMEM: no memory; the list has the sender's name and no pairs.
+ *         AAA_ERR_INVALID_ARG: a pointer is null.
+ */
 AAA_API cerrno aaa_avpair_unpack_msg_2(avlist *list, char *msg, uint32_t len);
+
+/**
+ * Creates a list and fills it as aaa_avpair_unpack_msg_2() does.
+ * @param list out: the list; null on failure, untouched when an argument is null.
+ * @param msg  in: the flat form, any alignment.
+ * @param len  in: bytes of msg to take.
+ *
+ * Ownership: *Caller frees* the list with aaa_avpair_free_list().
+ * @return AAA_OK: created and filled.
+ *         AAA_ERR_INVALID_MSG_SIZE: len is below 56.
+ *         AAA_ERR_NOMEM: no memory.
+ *         AAA_ERR_INVALID_ARG: a pointer is null.
+ */
 AAA_API cerrno aaa_avpair_unpack_msg_create(avlist **list, char *msg, uint32_t len);
 
+/* ---- Two lists, or a list and a callback ---- */
+
+/**
+ * Tells whether two pairs have the same type, length, flags, tag and value bytes.
+ * @param a in, may be null (the answer is 0): one pair.
+ * @param b in, may be null (the answer is 0): the other.
+ * @return 1 when they are equal, otherwise 0.
+ */
 AAA_API int aaa_avpair_compare_avpairs(const avpair_t *a, const avpair_t *b);
+
+/**
+ * Tells whether two lists have the same name, marker and av_cnt, and equal live
+ * pairs in the same order. Deleted pairs and buffers do not matter. A list that
+ * was unpacked has another av_cnt than its original and is not equal to it.
+ * @param a in, may be null (the answer is 0): one list.
+ * @param b in, may be null (the answer is 0): the other.
+ * @return 1 when they are equal, otherwise 0.
+ */
 AAA_API int aaa_avpair_compare_lists(const avlist *a, const avlist *b);
+
+/**
+ * Copies all pairs of a list into one buffer of a second list, deleted pairs
+ * between live ones included. Takes one allocation, and one more to create the
+ * list. Traces under flag 8.
+ * @param list      in: list to copy; null stops the process.
+ * @param name      in, may be null: name of the list that is created; null gives it the name of list.
+ *                  Not used when a list is brought.
+ * @param copy_list in/out: null inside creates a list; an empty list inside is used and keeps its name (one
+ *                  with pairs stops the process). On failure a list that was created is freed and null is
+ *                  stored; a list that was brought stays, empty.
+ *
+ * Ownership: *Caller frees* a created list with aaa_avpair_free_list().
+ * @return AAA_OK: copied.
+ *         AAA_ERR_INVALID_ARG: copy_list is null.
+ *         AAA_ERR_AVPAIR_PROCESSING: name is longer than 30 characters.
+ *         AAA_ERR_NOMEM: no memory, or more than 2147483647 bytes of pairs.
+ */
 AAA_API cerrno aaa_avpair_copy_list(const avlist *list, const char *name, avlist **copy_list);
+
+/**
+ * Calls a function for every live pair in order, until it returns zero.
+ * The function may change the value bytes; it must not delete pairs.
+ * @param list in: list to visit.
+ * @param ctx  in, may be null: handed to fn.
+ * @param fn   in: function to call.
+ *
+ * Ownership: *Borrowed*: the value that fn gets, as with aaa_avpair_find_type().
+ * @return AAA_OK: all visited, stopped by fn, or nothing to visit.
+ *         AAA_ERR_INVALID_ARG: list or fn is null.
+ */
 AAA_API cerrno aaa_avpair_list_for_each(avlist *list, void *ctx, aaa_avpair_list_callback_fn_t fn);
+
+/**
+ * Exchanges the contents of two lists: pairs, counts, names and reserved bytes.
+ * @param a in/out: one list.
+ * @param b in/out: the other.
+ * @return AAA_OK: exchanged.
+ *         AAA_ERR_INVALID_ARG: a list is null.
+ */
 AAA_API cerrno aaa_avpair_switch(avlist *a, avlist *b);
+
+/**
+ * Rebuilds a list from itself and a second one. Traces under flag 8.
+ *
+ * Every pair of tgt whose type occurs in src takes over length and tag of the
+ * first such pair of src and the flags of both, but keeps its own value bytes:
+ * cut to the new length, or continued with the bytes that follow in tgt, zeros
+ * where nothing follows. Callers depend on this mixture. Pairs of tgt without a
+ * counterpart stay as they are; pairs of src without one are not added. A pair
+ * for which there is no memory is left out of the result.
+ * @param src in: list to take from.
+ * @param tgt in/out: list to rebuild; one without pairs stops the process. Untouched on failure.
+ * @return AAA_OK: rebuilt.
+ *         AAA_ERR_INVALID_ARG: a list is null.
+ *         AAA_ERR_NOMEM: the result list could not be made.
+ */
 AAA_API cerrno aaa_avpair_update_list_from_list(const avlist *src, avlist *tgt);
+
+/**
+ * Updates a list as aaa_avpair_update() does, instance 0, with every pair of a
+ * second list that has one of the given flag bits. Traces under flag 8.
+ * The outcomes of the updates are not looked at.
+ * @param src   in: list to take from.
+ * @param tgt   in/out: list to update; one without pairs stops the process, also when src has none.
+ * @param flags in: flag bits, one of which a pair of src must have.
+ *
+ * Ownership: *Copied in*: the values.
+ * @return AAA_OK: done.
+ *         AAA_ERR_INVALID_ARG: a list is null.
+ */
 AAA_API cerrno aaa_avpair_update_list_from_list_by_flags(const avlist *src, avlist *tgt, avpair_flags_t flags);
+
+/**
+ * Appends every pair of a list that has one of the given flag bits to a second
+ * list. Traces under flag 8. The outcomes of the appends are not looked at.
+ * @param src   in: list to take from.
+ * @param dst   in/out: list to append to; may be src.
+ * @param flags in: flag bits, one of which a pair of src must have.
+ *
+ * Ownership: *Copied in*: the values.
+ * @return AAA_OK: done.
+ *         AAA_ERR_INVALID_ARG: a list is null.
+ */
 AAA_API cerrno aaa_avpair_add_from_list_by_flags(const avlist *src, avlist *dst, avpair_flags_t flags);
+
+/**
+ * Appends every pair of a list to a second one, in order.
+ * @param dst in/out: list to append to; may be src, whose pairs then occur twice.
+ * @param src in: list to take from.
+ *
+ * Ownership: *Copied in*: the values.
+ * @return AAA_OK: all appended.
+ *         AAA_ERR_INVALID_ARG: a list is null.
+ *         AAA_ERR_NOMEM: no memory; the pairs before the one that failed are appended.
+ */
 AAA_API cerrno aaa_avpair_list_concat(avlist *dst, const avlist *src);
+
+/**
+ * Updates a list as aaa_avpair_update() does, instance 0, with every pair of a second one, in order.
+ * @param dst in/out: list to update; may be src.
+ * @param src in: list to take from.
+ *
+ * Ownership: *Copied in*: the values.
+ * @return AAA_OK: all done.
+ *         AAA_ERR_INVALID_ARG: a list is null.
+ *         AAA_ERR_NOMEM: as aaa_avpair_update(); the pairs before the one that failed are done.
+ */
 AAA_API cerrno aaa_avpair_list_concat_with_replace(avlist *dst, const avlist *src);
 
+/* ---- Printing ---- */
+
+/**
+ * Writes a list as text: a line with prefix, name and av_cnt, then every live
+ * pair as a line break and the text of aaa_util_print_attr(). Passwords are
+ * not shown.
+ * @param dst    out, may be null (nothing happens): room for the text, which always ends in NUL.
+ * @param size   in: bytes at dst; what does not fit is cut, 0 writes nothing.
+ * @param prefix in, may be null: text for the brackets of the first line.
+ * @param list   in, may be null (nothing happens): list to print.
+ * @return dst.
+ */
 AAA_API char *aaa_util_print_avlist(char *dst, uint32_t size, const char *prefix, const avlist *list);
+
+/**
+ * Hands the name of a list and then the text of every live pair to a printer.
+ * A pair's text is at most 1023 characters and ends in a line break.
+ * @param list    in, may be null (nothing happens): list to print.
+ * @param flag    in: debug flag for the printer.
+ * @param printer in, may be null (nothing happens): function to call.
+ *
+ * Ownership: *Borrowed*: the text that the printer gets, until it returns.
+ */
 AAA_API void aaa_avpair_print_list(const avlist *list, uint32_t flag, aaa_line_printer_t printer);
+
+/**
+ * Traces bytes in hexadecimal, nine a line, when a debug flag is on: a heading,
+ * the full lines, and a last line with the rest, also when there is none.
+ * @param flag  in: debug flag to test and to trace under.
+ * @param name  in, may be null: name for the heading.
+ * @param buf   in, may be null (no bytes then): bytes to show.
+ * @param len   in: number of bytes; below 1 shows none.
+ * @param ascii in: not 0 shows printable bytes as characters.
+ */
 AAA_API void dump_buffer(uint32_t flag, const char *name, const unsigned char *buf, int len, int ascii);
+
+/**
+ * Traces every element of an io-vector as dump_buffer() does under debug flag
+ * 10, in hexadecimal only, headed by name and the element's number from 0.
+ * @param name  in, may be null: name for the headings, which are cut at 127 characters.
+ * @param iov   in, may be null (nothing happens): the elements.
+ * @param count in: number of elements; below 1 shows none.
+ */
 AAA_API void dump_iovs(const char *name, const iov_t *iov, int count);
+
+/**
+ * Hands a label and then bytes in hexadecimal, nine a line, to a printer.
+ * The bytes behind the last full line are not shown: deliberate, unlike dump_buffer().
+ * @param label   in, may be null: first line.
+ * @param flag    in: debug flag for the printer; it is not tested.
+ * @param buf     in, may be null (no bytes then): bytes to show.
+ * @param len     in: number of bytes; below 1 shows none.
+ * @param printer in, may be null (nothing happens): function to call.
+ *
+ * Ownership: *Borrowed*: the text that the printer gets, until it returns.
+ */
 AAA_API void aaa_dump_pkt_buffer(const char *label, uint32_t flag, const unsigned char *buf, int len, aaa_line_printer_t printer);
 
 #ifdef __cplusplus

@@ -24,7 +24,7 @@ using aaautil::tracing;
 
 constexpr int kBytesPerLine = 9;
 constexpr uint32_t kPairText = 1024;
-constexpr std::size_t kDumpLine = 64;
+constexpr std::size_t kDumpLine = 512;
 constexpr std::size_t kLabel = 128;
 constexpr uint32_t kIovFlag = 10;
 
@@ -121,7 +121,7 @@ private:
         }
     }
 
-    char text_[kDumpLine] = "";
+    char text_[kDumpLine];
     std::size_t used_ = 0;
     const char *start_;
 };
