@@ -39,7 +39,13 @@ typedef struct aaa_ip_addr {
 /* sizeof(aaa_ip_addr_t) == 20 */
 
 #define AAA_ATTR_DEFINED_ROWS 627
-/* enum aaa_attr: one enumerator per defined row, its dictionary name with its type as value */
+
+/** One enumerator for every defined attribute: its name, with its type as value. */
+enum aaa_attr {
+#define AAA_ATTRIBUTE(type, format, name) name = (type),
+#include "aaa/dictionary.def"
+    AAA_ATTR_ENUM_END_ = AAA_ATTR_MAX /**< no attribute; closes the enumeration */
+};
 
 AAA_API extern const aaa_table_row_t aaa_table[AAA_TABLE_ROWS];
 AAA_API const char *aaa_attribute_pname(int32_t type);

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The attribute dictionary: the table and the two lookups in it.
+
+#include "aaa/dictionary.h"
+
+#include "internal/attribute_formats.hpp"
+
+constinit const aaa_table_row_t aaa_table[AAA_TABLE_ROWS] = {
+#define AAA_ATTRIBUTE(type, format, name) {type, format, 0, #name},
+#define AAA_NO_ATTRIBUTE(type, format) {type, format, 1, nullptr},
+#include "aaa/dictionary.def"
+};
+
+const char *aaa_attribute_pname(int32_t type) { return aaautil::attribute_name(static_cast<uint32_t>(type)); }
+
+uint32_t aaa_attribute_format(int32_t type) { return aaautil::attribute_format(static_cast<uint32_t>(type)); }
