@@ -76,6 +76,61 @@ typedef struct aaa_platform_mutex_wait {
  */
 PLATFORM_API uint32_t aaa_platform_mutex_waits(aaa_platform_mutex_wait_t *out, uint32_t capacity);
 
+/* ---- master keys ------------------------------------------------------------- */
+
+/** Largest number of generations in a file of master keys. */
+#define AAA_PLATFORM_MASTER_KEYS_MAX 100u
+
+/** One generation of the master key, without the key. */
+typedef struct aaa_platform_master_key {
+    uint32_t generation; /**< 0 to 99, the two digits that begin a sealed key */
+    uint32_t newest;     /**< 1: new keys are sealed with it; else 0 */
+    int64_t  created;    /**< seconds since 1970-01-01, 0 = not recorded */
+} aaa_platform_master_key_t;
+
+/**
+ * Creates a file of master keys that holds one random key, generation 1.
+ *
+ * @param path file to create, mode 0600, in an existing directory; null = the
+ *             file that the cipher uses
+ * @return 0: done; 0xa2581200: the file exists already and is unchanged;
+ *         an errno value: it cannot be written, nothing is left behind
+ */
+PLATFORM_API cerrno aaa_platform_master_keys_create(const char *path);
+
+/**
+ * Adds a new random master key, with which keys are sealed from then on. Keys
+ * that were sealed before stay readable: earlier generations are kept. The
+ * file is replaced as a whole; processes see the old one or the new one.
+ *
+ * @param path       the file; null = the file that the cipher uses
+ * @param generation out, the new generation; may be null; untouched on failure
+ * @return 0: done; 0xa2581000: the file is missing or cannot be used (a log
+ *         line says why); 0xa2581400: the next number is in use; an errno value:
+ *         the file cannot be written. On failure the file is unchanged.
+ */
+PLATFORM_API cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *generation);
+
+/**
+ * Lists the generations of a file of master keys, oldest first.
+ *
+ * @param path     the file; null = the file that the cipher uses
+ * @param out      array to fill; may be null when capacity is 0
+ * @param capacity elements in out
+ * @param count    out, generations in the file, which may be more than capacity
+ * @return 0: done; 0xa2581000: the file is missing or cannot be used;
+ *         0xa2580200: an argument is null. On failure the outputs are untouched.
+ */
+PLATFORM_API cerrno aaa_platform_master_keys_list(const char *path, aaa_platform_master_key_t *out, uint32_t capacity,
+                                                  uint32_t *count);
+
+/**
+ * Path of the file of master keys that the cipher of this process uses.
+ *
+ * Ownership: *Borrowed*, until the environment changes.
+ */
+PLATFORM_API const char *aaa_platform_master_keys_path(void);
+
 #ifdef __cplusplus
 }
 #endif

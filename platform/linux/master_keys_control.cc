@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Creating, rotating and listing master keys, for the tools.
+
+#include <sodium.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "log.hpp"
+#include "master_keys.hpp"
+#include "platform/control.h"
+#include "platform_codes.hpp"
+
+namespace aaaplatform {
+
+namespace {
+
+constexpr unsigned kFirstGeneration = 1;
+
+// Two rotations at once would each add a key and keep one. The lock is on the
+// directory, because the file itself is replaced.
+class DirectoryLock {
+  public:
+    explicit DirectoryLock(const char *path) : fd_(open_directory_of(path)) {
+        held_ = fd_ >= 0 && flock(fd_, LOCK_EX) == 0;
+    }
+    ~DirectoryLock() {
+        if (fd_ >= 0) {
+            close(fd_);
+        }
+    }
+    DirectoryLock(const DirectoryLock &) = delete;
+    DirectoryLock &operator=(const DirectoryLock &) = delete;
+    [[nodiscard]] bool held() const { return held_; }
+
+  private:
+    int fd_;
+    bool held_ = false;
+};
+
+const char *path_or_usual(const char *path) { return path != nullptr ? path : master_keys_path(); }
+
+cerrno failed(const char *path, int error) {
+    log(kLogError, "MASTER_KEYS", "%s: it cannot be written: %s; the keys are unchanged", path, strerrordesc_np(error));
+    return static_cast<cerrno>(error);
+}
+
+}  // namespace
+
+}  // namespace aaaplatform
+
+extern "C" {
+
+cerrno aaa_platform_master_keys_create(const char *path) {
+    using namespace aaaplatform;
+    path = path_or_usual(path);
+    if (sodium_init() < 0) {
+        return failed(path, EIO);
+    }
+    MasterKeys keys;
+    keys.add(kFirstGeneration);
+    const int error = keys.write(path, false);
+    if (error == EEXIST) {
+        return HOST_KEYS_EXIST;
+    }
+    return error == 0 ? cerrno{0} : failed(path, error);
+}
+
+cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *generation) {
+    using namespace aaaplatform;
+    path = path_or_usual(path);
+    if (sodium_init() < 0) {
+        return failed(path, EIO);
+    }
+    const DirectoryLock lock(path);
+    if (!lock.held()) {
+        return failed(path, errno);
+    }
+    MasterKeys keys;
+    if (!keys.read(path)) {
+        return HOST_KEYS_UNUSABLE;
+    }
+    const unsigned next = (keys.newest()->generation + 1) % kGenerations;
+    if (!keys.add(next)) {
+        log(kLogError, "MASTER_KEYS",
+            "%s: generation %02u is in use still; seal the server keys of that generation again and remove its line",
+            path, next);
+        return HOST_KEYS_EXHAUSTED;
+    }
+    const int error = keys.write(path, true);
+    if (error != 0) {
+        return failed(path, error);
+    }
+    if (generation != nullptr) {
+        *generation = next;
+    }
+    return 0;
+}
+
+cerrno aaa_platform_master_keys_list(const char *path, aaa_platform_master_key_t *out, uint32_t capacity,
+                                     uint32_t *count) {
+    using namespace aaaplatform;
+    if (count == nullptr || (out == nullptr && capacity != 0)) {
+        return HOST_INVALID_ARG;
+    }
+    MasterKeys keys;
+    if (!keys.read(path_or_usual(path))) {
+        return HOST_KEYS_UNUSABLE;
+    }
+    for (unsigned i = 0; i < keys.count() && i < capacity; ++i) {
+        out[i] = aaa_platform_master_key_t{keys.at(i).generation, i + 1 == keys.count() ? 1u : 0u,
+                                           static_cast<int64_t>(keys.at(i).created)};
+    }
+    *count = keys.count();
+    return 0;
+}
+
+const char *aaa_platform_master_keys_path(void) { return aaaplatform::master_keys_path(); }
+
+}  // extern "C"

@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Method lists by line, from a file such as
+//
+//     # line      kind            method list
+//     console     authentication  console-users
+//     pts/*       *               vty-users
+//
+// The first row whose pattern matches the line's name (with or without "/dev/")
+// and whose kind fits decides.
+
+#include <fnmatch.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "config_file.hpp"
+#include "own_line.hpp"
+#include "platform/terminal.h"
+#include "platform_codes.hpp"
+
+namespace aaaplatform {
+
+namespace {
+
+constexpr char kLinesFile[] = "/etc/aaa/lines.conf";
+constexpr std::size_t kMaxListName = 254; // what a method-list record can hold
+
+struct KindWord {
+    const char *word;
+    uint32_t kind;
+};
+
+constexpr uint32_t kKinds = 3;
+constexpr uint32_t kEveryKind = kKinds;
+
+constexpr KindWord kKindWords[] = {
+    {"authentication", 0}, {"authorization", 1}, {"accounting", 2}, {"*", kEveryKind}};
+
+const KindWord *kind_of(const char *word) {
+    for (const KindWord &row : kKindWords) {
+        if (std::strcmp(word, row.word) == 0) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+bool valid_list_name(const char *name) {
+    const std::size_t len = strnlen(name, kMaxListName + 1);
+    if (len == 0 || len > kMaxListName) {
+        return false;
+    }
+    for (std::size_t i = 0; i < len; ++i) {
+        if (std::isgraph(static_cast<unsigned char>(name[i])) == 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// What is wrong with a row, or null.
+const char *defect_of(const ConfigLine &line) {
+    if (line.words != 3) {
+        return "expected a line pattern, a kind and a method list";
+    }
+    if (kind_of(line.word[1]) == nullptr) {
+        return "the kind is none of authentication, authorization, accounting, *";
+    }
+    if (!valid_list_name(line.word[2])) {
+        return "the method list's name has more than 254 or unprintable characters";
+    }
+    return nullptr;
+}
+
+bool line_matches(const char *pattern, const char *name) {
+    char device[kLineNameSize + 8];
+    std::snprintf(device, sizeof device, "/dev/%s", name);
+    return fnmatch(pattern, name, 0) == 0 || fnmatch(pattern, device, 0) == 0;
+}
+
+bool row_applies(const ConfigLine &line, uint32_t kind, const char *name) {
+    const uint32_t row_kind = kind_of(line.word[1])->kind;
+    return (row_kind == kEveryKind || row_kind == kind) && line_matches(line.word[0], name);
+}
+
+cerrno find_list(const char *name, uint32_t kind, char **list_name) {
+    ConfigFile file;
+    if (!file.open(config_path("AAA_LINES_CONF", kLinesFile))) {
+        // A file that is there and cannot be trusted must not silently turn
+        // into the default list.
+        return file.unusable() ? LINE_BAD_CONFIG : cerrno{0};
+    }
+    ConfigLine line;
+    while (file.next(&line)) {
+        const char *defect = defect_of(line);
+        if (defect != nullptr) {
+            file.complain(defect);
+            continue;
+        }
+        if (row_applies(line, kind, name)) {
+            *list_name = strdup(line.word[2]);
+            return *list_name != nullptr ? cerrno{0} : cerrno{LINE_NO_MEMORY};
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+}  // namespace aaaplatform
+
+extern "C" {
+
+cerrno find_method_for_line(uint32_t kind, char **list_name) {
+    using namespace aaaplatform;
+    if (list_name == nullptr || kind >= kKinds) {
+        return LINE_INVALID_ARG;
+    }
+    *list_name = nullptr;
+    const int saved_errno = errno;
+    char name[kLineNameSize];
+    const OwnLine line = find_own_line(name);
+    const cerrno rc = line == OwnLine::kNone ? cerrno{LINE_NO_TERMINAL} : find_list(name, kind, list_name);
+    errno = saved_errno;
+    return rc;
+}
+
+}  // extern "C"
