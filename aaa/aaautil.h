@@ -44,6 +44,7 @@
 #include "aaa/accessors.h"
 #include "aaa/alloc.h"
 #include "aaa/avpair.h"
+#include "aaa/checked.h"
 #include "aaa/credentials.h"
 #include "aaa/dictionary.h"
 #include "aaa/lifecycle.h"
