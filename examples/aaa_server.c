@@ -1,0 +1,420 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+
+/*
+ * An example AAA server process: answers authentication, authorization and
+ * accounting requests that arrive over a Unix socket, as io-vector messages
+ * or as session packets. Everything that comes from a client is read with the
+ * checked functions; whatever a client sends, it gets an answer and the
+ * server goes on.
+ */
+
+#define _GNU_SOURCE
+#include <arpa/inet.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "aaa/aaautil.h"
+#include "platform/cerr.h"
+#include "transport.h"
+#include "users.h"
+
+#define MAX_CLIENTS 256
+#define TEXT_MAX    1024 /* longest text attribute that the server works with, bytes */
+
+typedef struct server {
+    user_t     *users;
+    const char *accounting_path;
+} server_t;
+
+/* One request being answered. */
+typedef struct request {
+    int            fd;
+    int            session; /* arrived as a session packet */
+    uint32_t       type;
+    aaa_sess_ctx_t context;
+    avlist        *list; /* its attributes, null when its type carries none */
+} request_t;
+
+static volatile sig_atomic_t stopping;
+
+static void on_stop_signal(int signal_number) {
+    (void)signal_number;
+    stopping = 1;
+}
+
+/* ---- reading attributes ------------------------------------------------ */
+
+/* Copies a text attribute and terminates it. An absent, over-long or binary
+ * value gives an empty text and 0. */
+static int get_text(const avlist *list, uint32_t type, char *text) {
+    uint32_t len = 0;
+    text[0] = '\0';
+    if (aaa_util_avlist_value_copy(list, type, 0, text, TEXT_MAX - 1, &len) != AAA_OK) {
+        text[0] = '\0';
+        return 0;
+    }
+    text[len] = '\0';
+    /* The stored length counts the terminator; more behind it is no text. */
+    if (strlen(text) + 1 < len) {
+        text[0] = '\0';
+    }
+    return text[0] != '\0';
+}
+
+/* As get_text, for log files: no blank or control byte survives. */
+static const char *get_word(const avlist *list, uint32_t type, char *text) {
+    if (!get_text(list, type, text)) {
+        return "-";
+    }
+    for (char *p = text; *p != '\0'; p++) {
+        if (*p <= ' ' || *p > '~') {
+            *p = '?';
+        }
+    }
+    return text;
+}
+
+/* ---- answering ---------------------------------------------------------- */
+
+typedef cerrno (*list_reply_fn)(void *, iov_t **, uint32_t *, char *, uint32_t, avlist *, uint32_t, aaa_sess_ctx_t *);
+
+/* Sends what a reply routine composed: an io-vector, or a session packet. */
+static void send_reply(const request_t *request, iov_t *reply, uint32_t count) {
+    if (reply == NULL) {
+        return;
+    }
+    int failed = request->session ? transport_send_packet(request->fd, reply, transport_response_size(request->type))
+                                  : transport_send(request->fd, reply, count);
+    if (failed) {
+        fprintf(stderr, "aaa_server: reply not sent: %s\n", strerror(errno));
+    }
+    free(reply);
+}
+
+/* Answers with a list, which is freed. */
+static void reply_with_list(request_t *request, list_reply_fn compose, avlist *list) {
+    static char buffer[TRANSPORT_MAX];
+    aaa_reply_hdr_t header = {.status = AAA_OK};
+    iov_t *reply = NULL;
+    uint32_t count = 0;
+    cerrno rc = compose(&header, &reply, &count, buffer, sizeof buffer, list, (uint32_t)request->session,
+                        &request->context);
+    if (rc != AAA_OK) {
+        fprintf(stderr, "aaa_server: reply not composed: %s\n", cerr_strerror(rc));
+    }
+    send_reply(request, reply, count);
+    if (!request->session || reply == NULL) { /* a sent session packet has taken the list along */
+        aaa_avpair_free_list(list);
+    }
+}
+
+/* Answers that a request cannot be processed. */
+static void reply_error(request_t *request, cerrno error) {
+    aaa_reply_hdr_t header = {.status = error};
+    iov_t *reply = NULL;
+    uint32_t count = 0;
+    fprintf(stderr, "aaa_server: request refused: %s\n", cerr_strerror(error));
+    if (request->session) {
+        void *packet = NULL;
+        aaa_session_fill_response(&packet, NULL, &request->context, error, 0, AAA_STAT_ERROR, 0, 0, 0);
+        reply = packet;
+    }
+    if (reply == NULL) { /* a type without a response packet is answered in the plain form */
+        request->session = 0;
+        aaa_util_reply_compose(&header, &reply, &count, NULL, 0, NULL, 0, NULL);
+    }
+    send_reply(request, reply, count);
+}
+
+/* Makes the list of an answer: status, and a message and privilege level where given. */
+static avlist *make_answer(const char *name, uint32_t status, const char *message, const uint32_t *level) {
+    avlist *list = NULL;
+    if (aaa_avpair_create_list(name, &list) != AAA_OK) {
+        return NULL;
+    }
+    cerrno rc = aaa_util_avlist_status_add(status, 4, list);
+    if (rc == AAA_OK && message != NULL) {
+        rc = aaa_util_avpair_add_attr(list, AAA_REPLYMSG_ATTR, message, (uint32_t)strlen(message) + 1, 0);
+    }
+    if (rc == AAA_OK && level != NULL) {
+        rc = aaa_util_avlist_priv_add(list, *level);
+    }
+    if (rc != AAA_OK) {
+        aaa_avpair_free_list(list);
+        return NULL;
+    }
+    return list;
+}
+
+static void answer(request_t *request, list_reply_fn compose, const char *name, uint32_t status, const char *message,
+                   const uint32_t *level) {
+    avlist *list = make_answer(name, status, message, level);
+    if (list == NULL) {
+        reply_error(request, AAA_ERR_NOMEM);
+        return;
+    }
+    reply_with_list(request, compose, list);
+}
+
+/* ---- the three services -------------------------------------------------- */
+
+static void authenticate(const server_t *server, request_t *request) {
+    static const char name[] = "Authentication Reply";
+    char user_name[TEXT_MAX];
+    char password[TEXT_MAX];
+    /* A name that does not fit a request is silently left out by the client
+     * library, so a request without one must never pass. */
+    if (!get_text(request->list, AAA_USERNAME_ATTR, user_name)) {
+        answer(request, aaa_util_reply_authen_compose, name, AAA_STAT_GETUSER, "No user name given", NULL);
+        return;
+    }
+    get_text(request->list, AAA_PASSWORD_ATTR, password);
+    const user_t *user = users_find(server->users, user_name);
+    int passed = users_check_password(user, password);
+    explicit_bzero(password, sizeof password);
+    if (user == NULL) {
+        answer(request, aaa_util_reply_authen_compose, name, AAA_STAT_GETUSER, "User is not known here", NULL);
+    } else if (!passed) {
+        answer(request, aaa_util_reply_authen_compose, name, AAA_STAT_FAIL, "Password is wrong", NULL);
+    } else {
+        answer(request, aaa_util_reply_authen_compose, name, AAA_STAT_PASS, "Welcome", &user->level);
+    }
+}
+
+static void authorize(const server_t *server, request_t *request) {
+    static const char name[] = "Authorization Reply";
+    char user_name[TEXT_MAX];
+    char command[TEXT_MAX];
+    get_text(request->list, AAA_USERNAME_ATTR, user_name);
+    const user_t *user = users_find(server->users, user_name);
+    if (user == NULL || !get_text(request->list, AAA_CMD_ATTR, command)) {
+        answer(request, aaa_util_reply_author_compose, name, AAA_STAT_FAIL, "No such user, or no command", NULL);
+    } else if (!users_may_run(user, command)) {
+        answer(request, aaa_util_reply_author_compose, name, AAA_STAT_FAIL, "Command is not allowed", NULL);
+    } else {
+        answer(request, aaa_util_reply_author_compose, name, AAA_STAT_PASS, NULL, &user->level);
+    }
+}
+
+static cerrno append_record(const server_t *server, const avlist *list) {
+    char when[32];
+    char user[TEXT_MAX];
+    char tty[TEXT_MAX];
+    char from[TEXT_MAX];
+    uint32_t session_id = 0;
+    time_t now = time(NULL);
+    struct tm utc;
+    FILE *file = fopen(server->accounting_path, "ae");
+    if (file == NULL) {
+        fprintf(stderr, "aaa_server: %s: %s\n", server->accounting_path, strerror(errno));
+        return AAA_ERR_ACCT_SERVICE;
+    }
+    strftime(when, sizeof when, "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&now, &utc));
+    aaa_util_avlist_acct_sessid_get(list, &session_id);
+    int written = fprintf(file, "%s %s user=%s tty=%s from=%s session=%u\n", when,
+                          aaa_print_msgtype(aaa_util_msgtype_get(list)), get_word(list, AAA_USERNAME_ATTR, user),
+                          get_word(list, AAA_TTYNAME_ATTR, tty), get_word(list, AAA_REMOTE_ADDR_ATTR, from), session_id);
+    return fclose(file) == 0 && written > 0 ? AAA_OK : AAA_ERR_ACCT_SERVICE;
+}
+
+static void account(const server_t *server, request_t *request) {
+    iov_t *reply = NULL;
+    uint32_t count = 0;
+    aaa_reply_hdr_t header = {0};
+    cerrno rc = append_record(server, request->list);
+    if (rc != AAA_OK) {
+        reply_error(request, rc);
+        return;
+    }
+    rc = aaa_util_reply_acct_compose(&header, &reply, &count, (uint32_t)request->session, &request->context);
+    if (rc != AAA_OK) {
+        reply_error(request, rc);
+        return;
+    }
+    send_reply(request, reply, count);
+}
+
+/* ---- requests without a list -------------------------------------------- */
+
+static void answer_plain(request_t *request) {
+    aaa_reply_hdr_t header = {0};
+    iov_t *reply = NULL;
+    uint32_t count = 0;
+    uint32_t session = (uint32_t)request->session;
+    cerrno rc = AAA_ERR_INVALID_MSG_TYPE;
+    switch (request->type) {
+    case AAA_REQ_CONNECT:
+        rc = aaa_util_reply_conn_compose(&header, AAA_OK, &reply, &count, session, &request->context);
+        break;
+    case AAA_REQ_DISCONNECT:
+        rc = aaa_util_reply_disconn_compose(&header, &reply, &count, session, &request->context);
+        break;
+    case AAA_REQ_PING:
+        rc = aaa_util_reply_ping_compose(&header, &reply, &count, session, &request->context);
+        break;
+    default:
+        break;
+    }
+    if (rc != AAA_OK) {
+        reply_error(request, rc);
+        return;
+    }
+    send_reply(request, reply, count);
+}
+
+/* ---- taking a message apart ---------------------------------------------- */
+
+/* Offset of the packed list in a classic message, 0 when the type carries none. */
+static size_t classic_list_offset(uint32_t type) {
+    switch (type) {
+    case AAA_REQ_AUTHEN:
+    case AAA_REQ_AUTHOR:
+    case AAA_REQ_ACCT:
+        return 40;
+    case AAA_REQ_AUTHEN_ASYNC:
+    case AAA_REQ_AUTHOR_ASYNC:
+    case AAA_REQ_ACCT_ASYNC:
+        return 40 + 64;
+    case AAA_REQ_ACCT_UPDATE:
+        return 40 + 64 + 4;
+    default:
+        return 0;
+    }
+}
+
+/* Fills a request from a message. Anything but AAA_OK is the answer. */
+static cerrno parse_request(const transport_msg_t *msg, request_t *request) {
+    cerrno rc = AAA_OK;
+    size_t offset = 0;
+    if (transport_kind(msg) == TRANSPORT_SESSION) {
+        const aaa_sess_hdr_t *packet = (const aaa_sess_hdr_t *)msg->u.bytes;
+        request->session = 1;
+        request->type = packet->type;
+        request->context = (aaa_sess_ctx_t){.type = packet->type, .key = packet->key};
+        if (classic_list_offset(packet->type) != 0) {
+            offset = sizeof(aaa_sess_request_t);
+        }
+    } else if (transport_kind(msg) == TRANSPORT_CLASSIC && msg->len >= 32) {
+        memcpy(&request->type, msg->u.bytes + 20, sizeof request->type);
+        offset = classic_list_offset(request->type);
+    } else {
+        return AAA_ERR_INVALID_MSG_TYPE;
+    }
+    if (offset != 0) {
+        request->list = transport_unpack(msg, offset, &rc);
+    }
+    return rc;
+}
+
+static void handle_message(const server_t *server, int fd, const transport_msg_t *msg) {
+    request_t request = {.fd = fd};
+    cerrno rc = parse_request(msg, &request);
+    if (rc != AAA_OK) {
+        reply_error(&request, rc);
+        return;
+    }
+    switch (request.type) {
+    case AAA_REQ_AUTHEN:
+        authenticate(server, &request);
+        break;
+    case AAA_REQ_AUTHOR:
+        authorize(server, &request);
+        break;
+    case AAA_REQ_ACCT:
+    case AAA_REQ_ACCT_UPDATE:
+        account(server, &request);
+        break;
+    default:
+        answer_plain(&request);
+        break;
+    }
+    aaa_avpair_free_list(request.list);
+}
+
+/* ---- the loop ------------------------------------------------------------ */
+
+static void accept_client(struct pollfd *polled, nfds_t *count) {
+    int fd = accept4(polled[0].fd, NULL, NULL, SOCK_CLOEXEC);
+    if (fd < 0) {
+        return;
+    }
+    if (*count > MAX_CLIENTS) {
+        close(fd);
+        return;
+    }
+    /* A client that does not read its answers must not stop the others. */
+    struct timeval patience = {.tv_sec = 1};
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    polled[(*count)++] = (struct pollfd){.fd = fd, .events = POLLIN};
+}
+
+static void serve(const server_t *server, int listener) {
+    static transport_msg_t msg;
+    struct pollfd polled[MAX_CLIENTS + 1] = {{.fd = listener, .events = POLLIN}};
+    nfds_t count = 1;
+    while (!stopping) {
+        if (poll(polled, count, -1) < 0) {
+            continue; /* a signal; the flag decides */
+        }
+        for (nfds_t i = count - 1; i > 0; i--) {
+            if (polled[i].revents == 0) {
+                continue;
+            }
+            int got = transport_receive(polled[i].fd, &msg);
+            if (got > 0) {
+                handle_message(server, polled[i].fd, &msg);
+            } else if (got < 0 && errno == EMSGSIZE) {
+                request_t request = {.fd = polled[i].fd};
+                reply_error(&request, AAA_ERR_INVALID_MSG_SIZE);
+            } else {
+                close(polled[i].fd);
+                polled[i] = polled[--count];
+            }
+            explicit_bzero(msg.u.bytes, msg.len); /* it may have held a password */
+        }
+        if (polled[0].revents != 0) {
+            accept_client(polled, &count);
+        }
+    }
+    while (count > 1) {
+        close(polled[--count].fd);
+    }
+}
+
+int main(int argc, char **argv) {
+    if (argc != 4) {
+        fprintf(stderr, "usage: %s SOCKET USERS_FILE ACCOUNTING_FILE\n", argv[0]);
+        return 2;
+    }
+    server_t server = {.users = users_load(argv[2]), .accounting_path = argv[3]};
+    if (server.users == NULL) {
+        fprintf(stderr, "%s: no users in %s\n", argv[0], argv[2]);
+        return 1;
+    }
+    struct sigaction action = {.sa_handler = on_stop_signal};
+    sigaction(SIGTERM, &action, NULL);
+    sigaction(SIGINT, &action, NULL);
+    umask(0077);
+    int listener = transport_listen(argv[1]);
+    if (listener < 0) {
+        fprintf(stderr, "%s: %s: %s\n", argv[0], argv[1], strerror(errno));
+        users_free(server.users);
+        return 1;
+    }
+    printf("ready\n");
+    fflush(stdout);
+    serve(&server, listener);
+    close(listener);
+    unlink(argv[1]);
+    users_free(server.users);
+    return 0;
+}
