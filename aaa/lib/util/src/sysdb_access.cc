@@ -44,16 +44,12 @@ cerrno bind_shared(uint64_t &handle, const char *path, SysdbPresence &presence) 
     if (shared_handle(handle) != 0) {
         return 0;
     }
-    sysdb_conn_t made = 0;
-    const cerrno rc = bind(&made, path, SYSDB_BIND_SHARED, presence);
-    if (rc != 0) {
-        return rc;
+    if (!presence.check()) {
+        return SYSDB_ERR_LIB_ABSENT;
     }
-    uint64_t expected = 0;
-    if (!__atomic_compare_exchange_n(&handle, &expected, made, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
-        _sysdb_unbind(made);
-    }
-    return 0;
+    // The exported word itself is handed over, as for every shared handle: the
+    // platform stores the connection in it.
+    return _sysdb_bind(&handle, path, SYSDB_BIND_SHARED);
 }
 
 cerrno bind_private(sysdb_conn_t *conn, const char *path, SysdbPresence &presence) noexcept {

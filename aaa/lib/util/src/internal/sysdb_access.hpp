@@ -46,9 +46,8 @@ extern constinit SysdbPresence method_list_presence;   // method lists and their
 inline void clear_shared_handle(uint64_t &handle) noexcept { __atomic_store_n(&handle, uint64_t{0}, __ATOMIC_RELEASE); }
 
 // Binds a shared handle that is 0; a handle that is already there is kept.
-// Returns 0, SYSDB_ERR_LIB_ABSENT, or the bind's own code. When another
-// thread binds the same handle meanwhile, its connection stays and ours is
-// given back.
+// Returns 0, SYSDB_ERR_LIB_ABSENT, or the bind's own code. No lock is taken:
+// of two threads that bind at the same moment the later one's connection stays.
 [[nodiscard]] cerrno bind_shared(uint64_t &handle, const char *path, SysdbPresence &presence) noexcept;
 
 // Opens a connection of the caller's own; *conn is 0 unless 0 is returned.

@@ -1,0 +1,269 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Method lists: does one exist, does it suit a service, which methods does it
+// name. A list is the tuple FUNCTION/SERVICE/NAME under /cfg/gl/aaa/ with four
+// method codes, 0 ending the list, and four names, one per method.
+
+#include "aaa/method_lists.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "aaa/alloc.h"
+#include "aaa/lifecycle.h"
+#include "aaa/names.h"
+#include "aaa/result_codes.h"
+#include "aaa/server_groups.h"
+#include "internal/sysdb_item.hpp"
+#include "internal/trace.hpp"
+#include "platform/cerr.h"
+#include "platform/logging.h"
+#include "platform/sysdb.h"
+
+namespace {
+
+using aaautil::malloc_ptr;
+using aaautil::printable;
+using aaautil::SysdbItem;
+
+constexpr size_t kSlots = 4;
+
+cerrno bind_configuration() {
+    return aaautil::bind_shared(aaa_cfg_sysdb_connid, aaautil::kConfigPath, aaautil::method_list_presence);
+}
+
+cerrno read_list(SysdbItem &item, const char *location) {
+    return item.read(aaautil::shared_handle(aaa_cfg_sysdb_connid), location, SYSDB_TYPE_TUPLE);
+}
+
+// FUNCTION/SERVICE/NAME in a block of its own: a name of any length reads its
+// own item, never that of a shorter name.
+malloc_ptr<char> make_location(const char *function_word, const char *service_word, const char *list_name) {
+    const size_t size = std::strlen(function_word) + std::strlen(service_word) + std::strlen(list_name) + 3;
+    malloc_ptr<char> location(static_cast<char *>(std::malloc(size)));
+    if (location != nullptr) {
+        std::snprintf(location.get(), size, "%s/%s/%s", function_word, service_word, list_name);
+    }
+    return location;
+}
+
+cerrno log_unreadable(const char *location, cerrno rc) {
+    kel_errmsg(kel_msg_rec_aaa_err_sysdb_getfn(), 7, "Cannot read", location, printable(cerr_strerror(rc)));
+    return rc;
+}
+
+// The code of a failed read of a list, as its callers report it.
+cerrno read_failure(const char *location, cerrno rc) {
+    return rc == SYSDB_ERR_NOT_FOUND ? AAA_ERR_NOT_FOUND : log_unreadable(location, rc);
+}
+
+struct ListValue {
+    uint32_t method[kSlots] = {};
+    // A name has at most 50 bytes, NUL included; there is room behind it for a
+    // platform that counts otherwise.
+    char name[kSlots][64] = {};
+};
+
+// AAA_OK, or errno; a failure without one must not pass for a list that was read.
+cerrno unpack_list(const SysdbItem &item, ListValue *list) {
+    if (item.get() == nullptr) {
+        return AAA_ERR_INVALID_METHOD;
+    }
+    errno = 0;
+    auto &method = list->method;
+    auto &name = list->name;
+    const int rc = tuple_unpack_mask(item.get(), "%d%d%d%d%s%s%s%s", &method[0], &method[1], &method[2], &method[3],
+                                     name[0], name[1], name[2], name[3]);
+    for (auto &field : name) {
+        field[49] = '\0';
+    }
+    if (rc == 0) {
+        return AAA_OK;
+    }
+    return errno != 0 ? static_cast<cerrno>(errno) : AAA_ERR_INVALID_METHOD;
+}
+
+// The word under which lists for a service are configured, null when there is none.
+const char *service_word_for(int function, int service) {
+    switch (service) {
+    case AAA_SVC_LOGIN:
+    case AAA_SVC_HTTP:
+        return "login";
+    case AAA_SVC_PPP:
+        return "ppp";
+    case AAA_SVC_CMD:
+    case AAA_SVC_RCMD:
+    case AAA_SVC_MGBL_ACCT:
+        return "commands";
+    case AAA_SVC_API:
+        return function == AAA_FUNC_AUTHEN ? "login" : "api";
+    case AAA_SVC_PLEXA:
+        return "plexa";
+    default:
+        return nullptr;
+    }
+}
+
+// A session that comes over the programming interface has no line whose
+// password could be asked for.
+cerrno check_line_method(const ListValue &list, int function, int service) {
+    aaa_debug(AAA_DBG_LINES_SESSION, "Checking methodlist for line method");
+    cerrno result = AAA_OK;
+    for (const uint32_t method : list.method) {
+        if (method == AAA_METHOD_NOTSET) {
+            break;
+        }
+        if (function == AAA_FUNC_AUTHEN && service == AAA_SVC_API && method == AAA_METHOD_LINE) {
+            result = AAA_ERR_INVALID_ARG;
+        }
+    }
+    return result;
+}
+
+// ---- methods of a list -----------------------------------------------------------
+
+constexpr std::string_view kAuthentication = "authentication";
+
+// The default authentication list exists without being configured.
+cerrno supply_default(std::string_view path, ListValue *list) {
+    if (path.substr(0, kAuthentication.size()) != kAuthentication) {
+        return AAA_ERR_INVALID_METHOD;
+    }
+    const size_t last_slash = path.rfind('/');
+    if (last_slash == std::string_view::npos || path.substr(last_slash + 1) != "default") {
+        return SYSDB_ERR_NOT_FOUND;
+    }
+    const size_t first_slash = path.find('/');
+    const size_t second_slash = path.find('/', first_slash + 1);
+    if (second_slash != std::string_view::npos) {
+        const std::string_view service = path.substr(first_slash + 1, second_slash - first_slash - 1);
+        // Compared over the component's own length, so that "pp" is "ppp" too: kept.
+        if (service == std::string_view("ppp").substr(0, service.size())) {
+            list->method[0] = AAA_METHOD_LOCAL;
+        }
+    }
+    list->method[1] = AAA_METHOD_NOTSET;
+    return AAA_OK;
+}
+
+cerrno load_list(const char *path, ListValue *list) {
+    SysdbItem item;
+    const cerrno rc = read_list(item, path);
+    if (rc == SYSDB_ERR_NOT_FOUND) {
+        return supply_default(path, list);
+    }
+    if (rc != AAA_OK) {
+        aaa_debug(AAA_DBG_REQUEST, "Failed to read methodlist configuration for path %s - %s", path,
+                  printable(cerr_strerror(rc)));
+        return rc;
+    }
+    const cerrno unpacked = unpack_list(item, list);
+    if (unpacked != AAA_OK) {
+        aaa_debug(AAA_DBG_REQUEST, "Cannot unpack the methods for path %s - %s", path, std::strerror(errno));
+    }
+    return unpacked;
+}
+
+// Turns the names of server groups into their numbers, in place.
+cerrno resolve_groups(ListValue *list) {
+    for (size_t i = 0; i < kSlots && list->method[i] != AAA_METHOD_NOTSET; i++) {
+        if (list->method[i] != AAA_METHOD_SERVER_GROUP) {
+            continue;
+        }
+        uint32_t number = 0;
+        const cerrno rc = aaa_util_lookup_sg_index(list->name[i], &number);
+        if (rc != AAA_OK) {
+            return rc;
+        }
+        list->method[i] = number != 0xFFFFFFFFu ? number : uint32_t{AAA_METHOD_INTERNAL};
+    }
+    return AAA_OK;
+}
+
+}  // namespace
+
+cerrno aaa_util_lookup_methodlist(const char *function_word, const char *service_word, const char *list_name) {
+    if (function_word == nullptr || service_word == nullptr || list_name == nullptr) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    const cerrno bound = bind_configuration();
+    if (bound != AAA_OK) {
+        return bound;
+    }
+    const malloc_ptr<char> location = make_location(function_word, service_word, list_name);
+    if (location == nullptr) {
+        return AAA_ERR_NOMEM;
+    }
+    SysdbItem item;
+    const cerrno rc = read_list(item, location.get());
+    return rc == AAA_OK ? AAA_OK : read_failure(location.get(), rc);
+}
+
+cerrno aaa_util_verify_methodlist(int function, int service, const char *list_name) {
+    const char *service_word = service_word_for(function, service);
+    if (list_name == nullptr || service_word == nullptr) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    const cerrno bound = bind_configuration();
+    if (bound != AAA_OK) {
+        return bound;
+    }
+    const malloc_ptr<char> location =
+        make_location(aaa_function_to_string(static_cast<uint32_t>(function)), service_word, list_name);
+    if (location == nullptr) {
+        return AAA_ERR_NOMEM;
+    }
+    aaa_debug(AAA_DBG_LINES_SESSION, "Checking %s from location %s", list_name, location.get());
+    SysdbItem item;
+    const cerrno rc = read_list(item, location.get());
+    if (rc != AAA_OK) {
+        return read_failure(location.get(), rc);
+    }
+    ListValue list;
+    const cerrno unpacked = unpack_list(item, &list);
+    return unpacked != AAA_OK ? unpacked : check_line_method(list, function, service);
+}
+
+cerrno lookup_methods(char *path, uint32_t **methods_out) {
+    if (path == nullptr || methods_out == nullptr) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    *methods_out = nullptr;
+    malloc_ptr<uint32_t> methods(static_cast<uint32_t *>(std::malloc(AAA_METHODS_WORDS * sizeof(uint32_t))));
+    if (methods == nullptr) {
+        return AAA_ERR_NOMEM;
+    }
+    ListValue list;
+    cerrno rc = bind_configuration();
+    if (rc == AAA_OK) {
+        rc = load_list(path, &list);
+    }
+    if (rc == AAA_OK) {
+        rc = resolve_groups(&list);
+    }
+    if (rc != AAA_OK) {
+        return rc;
+    }
+    std::memset(methods.get(), 0, AAA_METHODS_WORDS * sizeof(uint32_t));
+    std::memcpy(methods.get(), list.method, sizeof list.method);
+    *methods_out = methods.release();
+    return AAA_OK;
+}
+
+int aaa_is_name_valid(char *name) {
+    if (name == nullptr) {
+        return 0;
+    }
+    for (const char *p = name; *p != '\0'; p++) {
+        const auto c = static_cast<unsigned char>(*p);
+        // Bytes above 0x7f are never printable, whatever the locale says.
+        if (c > 0x7f || std::isprint(c) == 0) {
+            return 0;
+        }
+    }
+    return 1;
+}

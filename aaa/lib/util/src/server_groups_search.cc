@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The search for a server group in the configured method lists: walks the
+// configuration tree directory by directory and looks into every tuple.
+
+#include <cstdio>
+#include <cstring>
+
+#include "aaa/alloc.h"
+#include "aaa/lifecycle.h"
+#include "aaa/result_codes.h"
+#include "internal/server_groups.hpp"
+#include "internal/sysdb_item.hpp"
+#include "internal/trace.hpp"
+#include "platform/logging.h"
+#include "platform/sysdb.h"
+
+namespace {
+
+using aaautil::OutWord;
+using aaautil::printable;
+
+constexpr size_t kPathSize = 512;
+// Real trees have three levels; a tree that nests deeper than this is damaged.
+constexpr int kMaxDepth = 64;
+
+// Layouts of a method-list tuple.
+enum class TupleMode { kList, kAccounting };
+
+struct GroupNames {
+    // A name has at most 50 bytes, NUL included; there is room behind it for a
+    // platform that counts otherwise.
+    char name[4][64] = {};
+};
+
+bool unpack_names(TupleMode mode, const void *tuple, GroupNames *names) {
+    uint32_t word[7] = {};
+    char(&name)[4][64] = names->name;
+    int rc = 0;
+    if (mode == TupleMode::kAccounting) {
+        rc = tuple_unpack_mask(tuple, "%d%d%d%d%d%d%d%s%s%s%s", &word[0], &word[1], &word[2], &word[3], &word[4],
+                               &word[5], &word[6], name[0], name[1], name[2], name[3]);
+    } else {
+        rc = tuple_unpack_mask(tuple, "%d%d%d%d%s%s%s%s", &word[0], &word[1], &word[2], &word[3], name[0], name[1],
+                               name[2], name[3]);
+    }
+    for (auto &field : name) {
+        field[49] = '\0';
+    }
+    return rc == 0;
+}
+
+cerrno check_tuple(TupleMode mode, const void *tuple, const char *sg_name, bool *found) {
+    if (tuple == nullptr || sg_name == nullptr) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    *found = false;
+    GroupNames names;
+    if (!unpack_names(mode, tuple, &names)) {
+        aaa_debug(AAA_DBG_SERVER_GROUP, "tuple unmask failed");
+        return AAA_ERR_INVALID_METHOD;
+    }
+    aaa_debug(AAA_DBG_SERVER_GROUP, "tuple unmask passed");
+    for (const auto &name : names.name) {
+        if (std::strcmp(name, sg_name) == 0) {
+            *found = true;
+            break;
+        }
+    }
+    return AAA_OK;
+}
+
+// A directory listing, released at the end of its scope.
+class Listing {
+  public:
+    Listing() = default;
+    Listing(const Listing &) = delete;
+    Listing &operator=(const Listing &) = delete;
+    ~Listing() {
+        if (list_ != nullptr) {
+            sysdb_list_free(list_);
+        }
+    }
+    cerrno open(uint64_t conn, const char *path) {
+        const cerrno rc = sysdb_list(conn, path, "", count_.out(), &list_, 0);
+        return rc != 0 ? rc : sysdb_list_start(list_);
+    }
+    [[nodiscard]] uint32_t count() const { return count_.value(); }
+    cerrno next(char **name, uint32_t *type) {
+        OutWord type_out;
+        *name = nullptr;
+        const cerrno rc = sysdb_list_next(list_, name, type_out.out(), 0);
+        *type = type_out.value();
+        return rc;
+    }
+
+  private:
+    sysdb_list_t list_ = nullptr;
+    OutWord count_;
+};
+
+cerrno search(const char *path, const char *sg_name, bool *found, int depth);
+
+// One tuple item: is the group named in it?
+cerrno search_item(const char *path, const char *entry_path, const char *name, uint32_t type, const char *sg_name,
+                   bool *found) {
+    aaautil::SysdbItem item;
+    const cerrno read = item.read(aaautil::shared_handle(aaa_cfg_sysdb_connid), entry_path, type);
+    aaa_debug(AAA_DBG_SERVER_GROUP, "Checking list: %s", name);
+    if (read != 0) {
+        return AAA_OK;  // gone or unreadable: the group is not in what cannot be read
+    }
+    const TupleMode mode = std::strstr(path, "accounting") != nullptr ? TupleMode::kAccounting : TupleMode::kList;
+    const cerrno rc = check_tuple(mode, item.get(), sg_name, found);
+    if (rc == AAA_OK && *found) {
+        aaa_debug(AAA_DBG_SERVER_GROUP, "group %s is in list %s", sg_name, name);
+    }
+    return rc;
+}
+
+cerrno search_entry(const char *path, const char *name, uint32_t type, const char *sg_name, bool *found, int depth) {
+    char entry_path[kPathSize];
+    const int length = std::snprintf(entry_path, sizeof entry_path, "%s%s", path, name);
+    if (length < 0 || static_cast<size_t>(length) >= sizeof entry_path) {
+        // A cut path would list a directory that was listed before, without end.
+        return AAA_ERR_BUFFER_TOO_SMALL;
+    }
+    if (type == SYSDB_TYPE_TUPLE) {
+        return search_item(path, entry_path, name, type, sg_name, found);
+    }
+    if (type == SYSDB_TYPE_DIRECTORY) {
+        return depth < kMaxDepth ? search(entry_path, sg_name, found, depth + 1) : AAA_ERR_BUFFER_TOO_SMALL;
+    }
+    return AAA_OK;
+}
+
+cerrno search(const char *path, const char *sg_name, bool *found, int depth) {
+    aaa_debug(AAA_DBG_SERVER_GROUP, "Checking path %s", path);
+    Listing listing;
+    cerrno rc = listing.open(aaautil::shared_handle(aaa_cfg_sysdb_connid), path);
+    for (uint32_t i = 0; rc == AAA_OK && !*found && i < listing.count(); i++) {
+        char *name = nullptr;
+        uint32_t type = 0;
+        rc = listing.next(&name, &type);
+        if (rc == AAA_OK && name == nullptr) {
+            break;
+        }
+        if (rc == AAA_OK) {
+            rc = search_entry(path, name, type, sg_name, found, depth);
+        }
+    }
+    return rc;
+}
+
+}  // namespace
+
+namespace aaautil {
+
+cerrno find_group_in_lists(const char *path, const char *sg_name, bool *found) noexcept {
+    if (path == nullptr || sg_name == nullptr || found == nullptr) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    *found = false;
+    return search(path, sg_name, found, 0);
+}
+
+}  // namespace aaautil
