@@ -24,6 +24,7 @@
 
 #include "aaa/aaautil.h"
 #include "platform/cerr.h"
+#include "running_config.h"
 #include "transport.h"
 #include "users.h"
 
@@ -31,8 +32,9 @@
 #define TEXT_MAX    1024 /* longest text attribute that the server works with, bytes */
 
 typedef struct server {
-    user_t     *users;
-    const char *accounting_path;
+    user_t          *users;
+    const char      *accounting_path;
+    running_config_t config; /* as configuration messages have changed it */
 } server_t;
 
 /* One request being answered. */
@@ -243,6 +245,25 @@ static void account(const server_t *server, request_t *request) {
     send_reply(request, reply, count);
 }
 
+/* ---- configuration ------------------------------------------------------- */
+
+static void configure(server_t *server, request_t *request) {
+    cerrno rc = config_apply(&server->config, request->type, request->list);
+    aaa_reply_hdr_t header = {.status = rc};
+    iov_t *reply = NULL;
+    uint32_t count = 0;
+    printf("configuration message %u: %s; running configuration is now\n", request->type,
+           rc == AAA_OK ? "applied" : cerr_strerror(rc));
+    config_print(&server->config, stdout);
+    fflush(stdout);
+    rc = aaa_util_reply_cfg_compose(&header, &reply, &count, rc, (uint32_t)request->session, &request->context);
+    if (rc != AAA_OK) {
+        reply_error(request, rc);
+        return;
+    }
+    send_reply(request, reply, count);
+}
+
 /* ---- requests without a list -------------------------------------------- */
 
 static void answer_plain(request_t *request) {
@@ -279,6 +300,10 @@ static size_t classic_list_offset(uint32_t type) {
     case AAA_REQ_AUTHEN:
     case AAA_REQ_AUTHOR:
     case AAA_REQ_ACCT:
+    case AAA_REQ_CFG_SVRGRP:
+    case AAA_REQ_CFG_SVR_IN_SG:
+    case AAA_REQ_CFG_AUTHENLIST:
+    case AAA_REQ_CFG_AUTHORLIST:
         return 40;
     case AAA_REQ_AUTHEN_ASYNC:
     case AAA_REQ_AUTHOR_ASYNC:
@@ -315,7 +340,7 @@ static cerrno parse_request(const transport_msg_t *msg, request_t *request) {
     return rc;
 }
 
-static void handle_message(const server_t *server, int fd, const transport_msg_t *msg) {
+static void handle_message(server_t *server, int fd, const transport_msg_t *msg) {
     request_t request = {.fd = fd};
     cerrno rc = parse_request(msg, &request);
     if (rc != AAA_OK) {
@@ -332,6 +357,12 @@ static void handle_message(const server_t *server, int fd, const transport_msg_t
     case AAA_REQ_ACCT:
     case AAA_REQ_ACCT_UPDATE:
         account(server, &request);
+        break;
+    case AAA_REQ_CFG_SVRGRP:
+    case AAA_REQ_CFG_SVR_IN_SG:
+    case AAA_REQ_CFG_AUTHENLIST:
+    case AAA_REQ_CFG_AUTHORLIST:
+        configure(server, &request);
         break;
     default:
         answer_plain(&request);
@@ -357,7 +388,7 @@ static void accept_client(struct pollfd *polled, nfds_t *count) {
     polled[(*count)++] = (struct pollfd){.fd = fd, .events = POLLIN};
 }
 
-static void serve(const server_t *server, int listener) {
+static void serve(server_t *server, int listener) {
     static transport_msg_t msg;
     struct pollfd polled[MAX_CLIENTS + 1] = {{.fd = listener, .events = POLLIN}};
     nfds_t count = 1;
@@ -395,7 +426,9 @@ int main(int argc, char **argv) {
         fprintf(stderr, "usage: %s SOCKET USERS_FILE ACCOUNTING_FILE\n", argv[0]);
         return 2;
     }
-    server_t server = {.users = users_load(argv[2]), .accounting_path = argv[3]};
+    static server_t server;
+    server.users = users_load(argv[2]);
+    server.accounting_path = argv[3];
     if (server.users == NULL) {
         fprintf(stderr, "%s: no users in %s\n", argv[0], argv[2]);
         return 1;
