@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// One pair as a line of text:
+//
+//     "    NAME (TYPE/LENGTH) [out] = VALUE\n"
+//
+// The value is rendered by a rule of its type where there is one, else by the
+// type's format. Values come from lists that may have been received: text is
+// printed up to the stored length, numbers are read from the stored bytes.
+
+#include <cstdarg>
+#include <cstdio>
+
+#include "aaa/dictionary.h"
+#include "aaa/names.h"
+#include "internal/attribute_formats.hpp"
+#include "internal/bytes.hpp"
+#include "internal/memory.hpp"
+#include "internal/trace.hpp"
+#include "platform/node.h"
+
+namespace {
+
+// A bounded line: position grows by what each step would have written and
+// stays within the room, so that a step after a cut writes nothing.
+class Line {
+  public:
+    Line(char *buffer, uint32_t size) : buffer_(buffer), size_(size) {}
+
+    [[gnu::format(printf, 2, 3)]] void add(const char *format, ...) {
+        va_list args;
+        va_start(args, format);
+        const int n = std::vsnprintf(buffer_ + position_, size_ - position_, format, args);
+        va_end(args);
+        if (n > 0) {
+            const size_t room = size_ - position_;
+            position_ += static_cast<size_t>(n) < room ? static_cast<size_t>(n) : room;
+        }
+    }
+
+  private:
+    char *buffer_;
+    size_t size_;
+    size_t position_ = 0;
+};
+
+// A stored value, its bytes bounded by its length.
+struct Value {
+    const void *bytes;
+    uint32_t length;
+
+    [[nodiscard]] uint32_t number() const { return aaautil::load_u32_bounded(bytes, length); }
+    [[nodiscard]] const char *text() const { return static_cast<const char *>(bytes); }
+    // Precision for "%.*s": the text ends at its NUL or at the stored length.
+    [[nodiscard]] int precision() const {
+        constexpr uint32_t kMost = 0x7fffffff;
+        return static_cast<int>(length < kMost ? length : kMost);
+    }
+    [[nodiscard]] int signed_byte(uint32_t index) const {
+        return index < length ? static_cast<const signed char *>(bytes)[index] : 0;
+    }
+};
+
+enum class Rendering {
+    kStatus,
+    kMessageType,
+    kMethod,
+    kOption,
+    kService,
+    kDottedQuad,
+    kHidden,
+    kTextWithLength,
+    kInteger,
+    kText,
+    kHexBytes
+};
+
+Rendering by_format(uint32_t type) {
+    switch (aaautil::attribute_format(type)) {
+    case AAA_FORMAT_STRING:
+        return Rendering::kText;
+    case AAA_FORMAT_INTEGER:
+        return Rendering::kInteger;
+    default:
+        return Rendering::kHexBytes;
+    }
+}
+
+// The rules override the dictionary's formats on purpose.
+Rendering rendering_of(uint32_t type) {
+    switch (type) {
+    case AAA_STATUS_ATTR:
+        return Rendering::kStatus;
+    case AAA_TYPE_ATTR:
+        return Rendering::kMessageType;
+    case AAA_AUTHEN_METHOD_ATTR:
+        return Rendering::kMethod;
+    case AAA_AUTHEN_OPTION_ATTR:
+        return Rendering::kOption;
+    case AAA_SERVICE_TYPE_ATTR:
+        return Rendering::kService;
+    case AAA_IPADDR_ATTR:
+    case AAA_FMASK_ATTR:
+        return Rendering::kDottedQuad;
+    case AAA_PASSWORD_ATTR:
+    case AAA_VS1_TUNNEL_PASSWORD:
+        return Rendering::kHidden;
+    case 5: case 6: case 7: case 12: case 17: case 20: case 37: case 40: case 48: case 50: case 60: case 61:
+    case 257: case 266: case 269: case 274: case 280: case 281: case 1299: case 1308: case 1312: case 1379:
+    case 1382: case 1384: case 1385: case 1391:
+        return Rendering::kTextWithLength;
+    case 8: case 10: case 13: case 22: case 27: case 55: case 268: case 1383: case 1386: case 1387: case 1388:
+    case 1389: case 1390: case 1392: case 1394: case 1395:
+        return Rendering::kInteger;
+    default:
+        return by_format(type);
+    }
+}
+
+void add_method(Line &line, const Value &value) {
+    const aaautil::malloc_ptr<char> name(aaa_print_method(static_cast<int32_t>(value.number())));
+    line.add("%s", name != nullptr ? name.get() : "<null>");
+}
+
+void add_dotted_quad(Line &line, const Value &value) {
+    char quad[16];
+    aaa_util_format_ipaddr(value.number(), quad);
+    line.add("%s", quad);
+}
+
+void add_value(Line &line, Rendering rendering, const Value &value) {
+    const auto number = static_cast<int32_t>(value.number());
+    switch (rendering) {
+    case Rendering::kStatus:
+        line.add("%s", aaa_print_status(value.number()));
+        break;
+    case Rendering::kMessageType:
+        line.add("%s", aaa_print_msgtype(value.number()));
+        break;
+    case Rendering::kMethod:
+        add_method(line, value);
+        break;
+    case Rendering::kOption:
+        line.add("%x:%s", value.number(), aaa_util_print_authen_option(value.number()));
+        break;
+    case Rendering::kService:
+        line.add("%x:%s", value.number(), aaa_print_service(number));
+        break;
+    case Rendering::kDottedQuad:
+        add_dotted_quad(line, value);
+        break;
+    case Rendering::kHidden:
+        line.add("*");
+        break;
+    case Rendering::kTextWithLength:
+        line.add("%.*s (length %d)", value.precision(), value.text(), static_cast<int>(value.length));
+        break;
+    case Rendering::kInteger:
+        line.add("%d", number);
+        break;
+    case Rendering::kText:
+        line.add("%.*s", value.precision(), value.text());
+        break;
+    case Rendering::kHexBytes:
+        // Signed bytes, so that 0x80 prints as ffffff80, and three dots behind
+        // the fourth whatever the length: kept.
+        line.add("%x %x %x %x ...", static_cast<unsigned>(value.signed_byte(0)),
+                 static_cast<unsigned>(value.signed_byte(1)), static_cast<unsigned>(value.signed_byte(2)),
+                 static_cast<unsigned>(value.signed_byte(3)));
+        break;
+    }
+}
+
+}  // namespace
+
+char *aaa_util_print_attr(uint32_t type, uint32_t length, avpair_flags_t flags, const void *value, char *buffer,
+                          uint32_t size) {
+    if (buffer == nullptr) {
+        return nullptr;
+    }
+    Line line(buffer, size);
+    line.add("    %s (%d/%d) ", aaautil::printable(aaautil::attribute_name(type)), static_cast<int>(type),
+             static_cast<int>(length));
+    if ((flags & AAA_AVF_PRINT_OUT) != 0) {
+        line.add("[out] ");
+    }
+    line.add("%c ", (flags & AAA_AVF_PRINT_EQUALS) != 0 ? '=' : '*');
+    if (value == nullptr) {
+        line.add("<value is NULL>");
+    } else {
+        add_value(line, rendering_of(type), Value{value, length});
+    }
+    line.add("\n");
+    return buffer;
+}
+
+int aaa_util_format_ipaddr(uint32_t address, char *buffer) {
+    constexpr size_t kRoom = 16;  // the longest dotted quad and its NUL
+    if (buffer == nullptr) {
+        return 0;
+    }
+    return std::snprintf(buffer, kRoom, "%d.%d.%d.%d", static_cast<int>(address >> 24),
+                         static_cast<int>(address >> 16 & 0xff), static_cast<int>(address >> 8 & 0xff),
+                         static_cast<int>(address & 0xff));
+}
+
+const char *aaa_util_format_v4v6_ipaddr(char *buffer, aaa_ip_addr_t address) {
+    constexpr int kIpv4 = 2;
+    const size_t room = address.family == kIpv4 ? 16 : 46;
+    return qm_inet_ntop(address.family, address.addr.bytes, buffer, room);
+}
