@@ -15,6 +15,7 @@
 #include "aaa/dictionary.h"
 #include "aaa/result_codes.h"
 #include "internal/assert.hpp"
+#include "internal/attribute_formats.hpp"
 #include "internal/avpair_checks.hpp"
 #include "internal/avpair_storage.hpp"
 #include "internal/avpair_walk.hpp"
@@ -126,13 +127,13 @@ struct Rebuild {
 };
 
 const char *name_of(const avpair_t *pair) {
-    return printable(aaa_attribute_pname(static_cast<int32_t>(pair->av_type)));
+    return printable(aaautil::attribute_name(pair->av_type));
 }
 
 void retain_pair(const avpair_t *pair, Rebuild *state) {
     aaa_avpair_add_2(pair, state->result, state->traced);
     if (state->traced) {
-        aaa_debug(8, "Retaining attribute %s (%d), len=%d", name_of(pair), static_cast<int>(pair->av_type),
+        aaa_debug(AAA_DBG_AVLIST, "Retaining attribute %s (%d), len=%d", name_of(pair), static_cast<int>(pair->av_type),
                   static_cast<int>(state->len));
     }
 }
@@ -142,14 +143,14 @@ void take_over_pair(const avpair_t *pair, const avpair_t *source, Rebuild *state
     add_mixed(pair, state->tgt, source, state->result, state->traced);
     state->updated++;
     if (state->traced) {
-        aaa_debug(8, "Returning attribute %s (%d) from local attr list, len=%d", name_of(pair),
+        aaa_debug(AAA_DBG_AVLIST, "Returning attribute %s (%d) from local attr list, len=%d", name_of(pair),
                   static_cast<int>(pair->av_type), static_cast<int>(state->len));
     }
 }
 
 void rebuild_pair(const avpair_t *pair, Rebuild *state) {
     if (state->traced) {
-        aaa_debug(8, "Requested attribute is %s (%d) with tag = %d", name_of(pair),
+        aaa_debug(AAA_DBG_AVLIST, "Requested attribute is %s (%d) with tag = %d", name_of(pair),
                   static_cast<int>(pair->av_type), static_cast<int>(pair->av_tag));
     }
     const avpair_t *source = aaautil::find_first(state->src, pair->av_type);
@@ -160,7 +161,7 @@ void rebuild_pair(const avpair_t *pair, Rebuild *state) {
     }
 }
 
-void trace_updated(int updated) { aaa_debug(8, "%d attribute(s) updated", updated); }
+void trace_updated(int updated) { aaa_debug(AAA_DBG_AVLIST, "%d attribute(s) updated", updated); }
 
 // How many pairs of src a merge takes. A list that is merged into itself grows
 // while it is read; only the pairs that it had at the start are taken.
@@ -302,7 +303,7 @@ cerrno aaa_avpair_update_list_from_list(const avlist *src, avlist *tgt) {
     }
     AAA_ASSERT(tgt->av_cnt != 0, "tgt->av_cnt != 0");
     AAA_ASSERT(result->av_cnt == 0, "result->av_cnt == 0");
-    Rebuild state{.src = src, .tgt = tgt, .result = result, .traced = tracing(8)};
+    Rebuild state{.src = src, .tgt = tgt, .result = result, .traced = tracing(AAA_DBG_AVLIST)};
     for (const avpair_t &pair : LivePairs(tgt)) {
         rebuild_pair(&pair, &state);
     }
@@ -319,7 +320,7 @@ cerrno aaa_avpair_update_list_from_list_by_flags(const avlist *src, avlist *tgt,
         return AAA_ERR_INVALID_ARG;
     }
     AAA_ASSERT(tgt->av_cnt != 0, "tgt->av_cnt != 0");
-    return merge_by_flags(src, tgt, flags, tracing(8), [tgt](const avpair_t &pair) {
+    return merge_by_flags(src, tgt, flags, tracing(AAA_DBG_AVLIST), [tgt](const avpair_t &pair) {
         aaa_avpair_update(pair.av_type, pair.av_flags, aaa_get_avpair_value_ptr(&pair), pair.av_tag, pair.av_len, 0,
                           tgt);
     });
@@ -329,7 +330,7 @@ cerrno aaa_avpair_add_from_list_by_flags(const avlist *src, avlist *dst, avpair_
     if (src == nullptr || dst == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    const bool traced = tracing(8);
+    const bool traced = tracing(AAA_DBG_AVLIST);
     return merge_by_flags(src, dst, flags, traced,
                           [dst, traced](const avpair_t &pair) { aaa_avpair_add_2(&pair, dst, traced); });
 }
@@ -338,7 +339,7 @@ cerrno aaa_avpair_list_concat(avlist *dst, const avlist *src) {
     if (dst == nullptr || src == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    const bool traced = tracing(8);
+    const bool traced = tracing(AAA_DBG_AVLIST);
     return merge_in_order(dst, src, [dst, traced](const avpair_t &pair, const void *value) {
         return add_pair(pair.av_type, pair.av_flags, value, pair.av_tag, pair.av_len, dst, traced);
     });

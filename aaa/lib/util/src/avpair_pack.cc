@@ -24,13 +24,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
+#include <type_traits>
 
 #include "aaa/avpair.h"
-#include "aaa/dictionary.h"
 #include "aaa/result_codes.h"
 #include "internal/assert.hpp"
+#include "internal/attribute_formats.hpp"
 #include "internal/avpair_checks.hpp"
 #include "internal/avpair_storage.hpp"
 #include "internal/avpair_wire.hpp"
@@ -43,10 +43,8 @@ using aaautil::kListRecord;
 using aaautil::kPairHead;
 using aaautil::MessageOutput;
 
-constexpr std::size_t kLengthAt = offsetof(avpair_t, av_len);
-
 static_assert(sizeof(avlist) == 56 && offsetof(avlist, av_cnt) == 6 && offsetof(avlist, av_name) == 24);
-static_assert(sizeof(avpair_t) == 16 && offsetof(avpair_t, av_len) == 8);
+static_assert(sizeof(avpair_t) == 16 && offsetof(avpair_t, av_type) == 0 && offsetof(avpair_t, av_len) == 8);
 static_assert(sizeof(avpair_buffer_t) == 32);
 
 constexpr std::size_t align_pair(std::size_t n) {
@@ -54,68 +52,134 @@ constexpr std::size_t align_pair(std::size_t n) {
     return (n + kMask) & ~kMask;
 }
 
-// Integers and IPv4 addresses travel in network order, but only at their
-// natural size: an eight-byte integer travels as it stands.
-bool swaps_value(uint32_t type, std::size_t len) {
-    if (len != sizeof(uint32_t)) {
-        return false;
+// Bytes that are copied for a short value without looking at its length. What
+// comes too much is the beginning of the next pair, which overwrites it.
+constexpr std::size_t kBlock = 32;
+
+// The four words of a pair's head, in either byte order.
+struct Head {
+    uint64_t type_tag;
+    uint64_t len_flags;
+
+    static Head load(const unsigned char *p) { return {aaautil::load_u64(p), aaautil::load_u64(p + 8)}; }
+    [[nodiscard]] Head swapped() const {
+        return {aaautil::net_u32_pair(type_tag), aaautil::net_u32_pair(len_flags)};
     }
-    const uint32_t format = aaa_attribute_format(static_cast<int32_t>(type));
-    return format == 1 || format == 3;
-}
+};
 
-void swap_head(const unsigned char *from, unsigned char *to) {
-    aaautil::store_u64(to, aaautil::net_u32_pair(aaautil::load_u64(from)));
-    aaautil::store_u64(to + 8, aaautil::net_u32_pair(aaautil::load_u64(from + 8)));
-}
-
-// Bytes of the value and its pad that lie before the end of the pairs. A
-// length that points past the end is cut there, which no list made by adding
-// pairs and no message packed from one has.
-std::size_t value_extent(std::size_t len, const unsigned char *value, const unsigned char *end) {
-    const auto left = static_cast<std::size_t>(end - value);
+// Bytes of a value and its pad. A length that points past the end of the pairs
+// is cut there, which no list made by adding pairs and no message packed from
+// one has.
+std::size_t value_extent(uint32_t len, std::size_t left) {
     const std::size_t extent = align_pair(len);
     return extent < left ? extent : left;
 }
 
-// Values are short: most fit one or two words, for which a call is dear.
-void copy_bytes(unsigned char *to, const unsigned char *from, std::size_t n) {
-    if (n > 32) {
-        std::memcpy(to, from, n);
-        return;
-    }
-    while (n >= 4) {
-        std::memcpy(to, from, 4);
-        to += 4, from += 4, n -= 4;
-    }
-    while (n-- > 0) {
-        *to++ = *from++;
-    }
-}
+// What is done with a run of pairs.
+enum class Pass {
+    pack,    // to network order, where they are and copied to the output
+    spend,   // to network order where they are: the output has no room left
+    unpack,  // to host order, copied to the output
+};
 
-// Swaps the pairs from p to end in place and, with an output, copies them there.
-template <bool kCopy>
-void pack_pairs(unsigned char *p, unsigned char *end, unsigned char *out) {
-    while (static_cast<std::size_t>(end - p) >= kPairHead) {
-        const uint32_t type = aaautil::load_u32(p);
-        const std::size_t len = aaautil::load_u32(p + kLengthAt);
-        swap_head(p, p);
-        unsigned char *value = p + kPairHead;
-        const std::size_t extent = value_extent(len, value, end);
-        if (extent == sizeof(uint32_t) && swaps_value(type, len)) {
-            aaautil::swap_u32_in_place(value);
+// One pass over the pairs of a buffer or a message. What was just stored is
+// not loaded again: the copies are made from registers.
+template <Pass kPass>
+class Pairs {
+    static constexpr bool kInPlace = kPass != Pass::unpack;
+    static constexpr bool kCopies = kPass != Pass::spend;
+    using Source = std::conditional_t<kInPlace, unsigned char *, const unsigned char *>;
+
+public:
+    Pairs(Source first, std::size_t n, unsigned char *out) : p_(first), end_(first + n), out_(out) {}
+
+    void convert() {
+        while (left() >= kPairHead + kBlock) {
+            const Pair pair = convert_head();
+            if (pair.len <= kBlock) [[likely]] {
+                copy_block();
+                convert_number(pair);
+                step(align_pair(pair.len));
+            } else {
+                convert_value(pair);
+            }
         }
-        if constexpr (kCopy) {
-            copy_bytes(out, p, kPairHead);
-            copy_bytes(out + kPairHead, value, extent);
-            out += kPairHead + extent;
+        while (left() >= kPairHead) {
+            convert_value(convert_head());
         }
-        p = value + extent;
+        copy(left());
     }
-    if constexpr (kCopy) {
-        copy_bytes(out, p, static_cast<std::size_t>(end - p));
+
+private:
+    struct Pair {
+        uint32_t type;
+        uint32_t len;
+    };
+
+    [[nodiscard]] std::size_t left() const { return static_cast<std::size_t>(end_ - p_); }
+
+    [[nodiscard]] uint32_t word_at(std::size_t offset) const {
+        const uint32_t word = aaautil::load_u32(p_ + offset);
+        return kInPlace ? word : aaautil::net_u32(word);
     }
-}
+
+    void step(std::size_t n) {
+        p_ += n;
+        if constexpr (kCopies) {
+            out_ += n;
+        }
+    }
+
+    void copy_block() {
+        if constexpr (kCopies) {
+            std::memcpy(out_, p_, kBlock);
+        }
+    }
+
+    void copy(std::size_t n) {
+        if constexpr (kCopies) {
+            aaautil::copy_value(out_, p_, n);
+        }
+    }
+
+    template <typename Bytes>
+    void store(const Bytes &bytes) {
+        if constexpr (kInPlace) {
+            std::memcpy(p_, &bytes, sizeof bytes);
+        }
+        if constexpr (kCopies) {
+            std::memcpy(out_, &bytes, sizeof bytes);
+        }
+    }
+
+    Pair convert_head() {
+        const Pair pair{word_at(offsetof(avpair_t, av_type)), word_at(offsetof(avpair_t, av_len))};
+        store(Head::load(p_).swapped());
+        step(kPairHead);
+        return pair;
+    }
+
+    // Integers and IPv4 addresses travel in network order, but only at their
+    // natural size: an eight-byte integer travels as it stands.
+    void convert_number(const Pair &pair) {
+        if (pair.len == sizeof(uint32_t) && aaautil::swaps_value(pair.type)) {
+            store(aaautil::load_be32(p_));
+        }
+    }
+
+    void convert_value(const Pair &pair) {
+        const std::size_t extent = value_extent(pair.len, left());
+        copy(extent);
+        if (extent >= sizeof(uint32_t)) {
+            convert_number(pair);
+        }
+        step(extent);
+    }
+
+    Source p_;
+    Source end_;
+    unsigned char *out_;
+};
 
 // The header is already there as a copy of the list record.
 void finish_header(char *msg, uint32_t total) {
@@ -125,24 +189,6 @@ void finish_header(char *msg, uint32_t total) {
     const char high = count[0];
     count[0] = count[1];
     count[1] = high;
-}
-
-// Copies n message bytes to a buffer and swaps heads and integer values.
-void unpack_pairs(const unsigned char *msg, std::size_t n, unsigned char *to) {
-    const unsigned char *end = msg + n;
-    while (static_cast<std::size_t>(end - msg) >= kPairHead) {
-        swap_head(msg, to);
-        const std::size_t len = aaautil::load_u32(to + kLengthAt);
-        const std::size_t extent = value_extent(len, msg + kPairHead, end);
-        if (extent == sizeof(uint32_t) && swaps_value(aaautil::load_u32(to), len)) {
-            aaautil::store_u32(to + kPairHead, aaautil::load_be32(msg + kPairHead));
-        } else {
-            copy_bytes(to + kPairHead, msg + kPairHead, extent);
-        }
-        msg += kPairHead + extent;
-        to += kPairHead + extent;
-    }
-    copy_bytes(to, msg, static_cast<std::size_t>(end - msg));
 }
 
 // Takes over the message's header as it is, count in network order included.
@@ -160,14 +206,14 @@ int print_to_trace(uint32_t flag, const char *line) {
 }
 
 void trace_unpacked(const avlist *list) {
-    aaa_debug(8, "Unpacking attribute list %s", list->av_name);
-    aaa_avpair_print_list(list, 8, print_to_trace);
+    aaa_debug(AAA_DBG_AVLIST, "Unpacking attribute list %s", list->av_name);
+    aaa_avpair_print_list(list, AAA_DBG_AVLIST, print_to_trace);
 }
 
 cerrno unpack(avlist *list, const char *msg, uint32_t len) {
-    const bool traced = aaautil::tracing(8);
+    const bool traced = aaautil::tracing(AAA_DBG_AVLIST);
     if (traced) {
-        aaa_debug(8, "Unpacking message '%s', length %d", list->av_name, static_cast<int>(len));
+        aaa_debug(AAA_DBG_AVLIST, "Unpacking message '%s', length %d", list->av_name, static_cast<int>(len));
     }
     if (len < kListRecord) {
         return AAA_ERR_INVALID_MSG_SIZE;
@@ -184,7 +230,8 @@ cerrno unpack(avlist *list, const char *msg, uint32_t len) {
     }
     AAA_ASSERT(aaautil::is_aligned(buf->hdr.free_mem, MEMORY_DEF_ALIGNMENT),
                "is_aligned(new_buf->hdr.free_mem, MEMORY_DEF_ALIGNMENT)");
-    unpack_pairs(reinterpret_cast<const unsigned char *>(msg) + kListRecord, pair_bytes, buf->hdr.free_mem);
+    const auto *pairs = reinterpret_cast<const unsigned char *>(msg) + kListRecord;
+    Pairs<Pass::unpack>(pairs, pair_bytes, buf->hdr.free_mem).convert();
     buf->hdr.free_mem += pair_bytes;
     list->avpair_first_buf = buf;
     list->avpair_last_buf = buf;
@@ -228,11 +275,12 @@ cerrno aaa_avpair_pack_msg_to_buf(avlist *list, char *buf, uint32_t *len) {
     // a list is spent must not depend on the room in the output.
     for (; chain != nullptr; chain = chain->hdr.next) {
         unsigned char *first = aaautil::pairs_of(chain);
-        unsigned char *at = out.take(aaautil::used_bytes(chain));
+        const std::size_t used = aaautil::used_bytes(chain);
+        unsigned char *at = out.take(used);
         if (at != nullptr) {
-            pack_pairs<true>(first, chain->hdr.free_mem, at);
+            Pairs<Pass::pack>(first, used, at).convert();
         } else {
-            pack_pairs<false>(first, chain->hdr.free_mem, nullptr);
+            Pairs<Pass::spend>(first, used, nullptr).convert();
         }
     }
     *len = out.used();

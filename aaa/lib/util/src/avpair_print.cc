@@ -26,7 +26,7 @@ constexpr int kBytesPerLine = 9;
 constexpr uint32_t kPairText = 1024;
 constexpr std::size_t kDumpLine = 512;
 constexpr std::size_t kLabel = 128;
-constexpr uint32_t kIovFlag = 10;
+constexpr uint32_t kIovFlag = AAA_DBG_IOV_DUMP;
 
 void print_pair(const avpair_t &pair, char *dst, uint32_t room) {
     aaa_util_print_attr(pair.av_type, pair.av_len, pair.av_flags, aaautil::aaa_get_avpair_value_ptr(&pair), dst,

@@ -71,8 +71,8 @@ class MessageOutput {
 };
 
 inline void trace_packing(const avlist *list) noexcept {
-    if (tracing(8)) {
-        aaa_debug(8, "Packing avlist '%s', count %d", list->av_name, static_cast<int>(list->av_cnt));
+    if (tracing(AAA_DBG_AVLIST)) {
+        aaa_debug(AAA_DBG_AVLIST, "Packing avlist '%s', count %d", list->av_name, static_cast<int>(list->av_cnt));
     }
 }
 
