@@ -23,6 +23,7 @@
 #include <unistd.h>
 
 #include "aaa/aaautil.h"
+#include "group_maps.h"
 #include "platform/cerr.h"
 #include "running_config.h"
 #include "transport.h"
@@ -378,7 +379,7 @@ static void accept_client(struct pollfd *polled, nfds_t *count) {
     if (fd < 0) {
         return;
     }
-    if (*count > MAX_CLIENTS) {
+    if (*count == 2 + MAX_CLIENTS) {
         close(fd);
         return;
     }
@@ -388,15 +389,19 @@ static void accept_client(struct pollfd *polled, nfds_t *count) {
     polled[(*count)++] = (struct pollfd){.fd = fd, .events = POLLIN};
 }
 
-static void serve(server_t *server, int listener) {
+/* Slots 0 and 1 are the listener and the database's channel, clients follow. */
+static void serve(server_t *server, int listener, int database) {
     static transport_msg_t msg;
-    struct pollfd polled[MAX_CLIENTS + 1] = {{.fd = listener, .events = POLLIN}};
-    nfds_t count = 1;
+    struct pollfd polled[2 + MAX_CLIENTS] = {{.fd = listener, .events = POLLIN}, {.fd = database, .events = POLLIN}};
+    nfds_t count = 2;
     while (!stopping) {
         if (poll(polled, count, -1) < 0) {
             continue; /* a signal; the flag decides */
         }
-        for (nfds_t i = count - 1; i > 0; i--) {
+        if (polled[1].revents != 0) {
+            group_maps_dispatch();
+        }
+        for (nfds_t i = count - 1; i > 1; i--) {
             if (polled[i].revents == 0) {
                 continue;
             }
@@ -416,7 +421,7 @@ static void serve(server_t *server, int listener) {
             accept_client(polled, &count);
         }
     }
-    while (count > 1) {
+    while (count > 2) {
         close(polled[--count].fd);
     }
 }
@@ -443,9 +448,15 @@ int main(int argc, char **argv) {
         users_free(server.users);
         return 1;
     }
+    int database = -1;
+    cerrno rc = group_maps_start(&database);
+    if (rc != AAA_OK) {
+        fprintf(stderr, "%s: server groups are not published: %s\n", argv[0], cerr_strerror(rc));
+    }
     printf("ready\n");
     fflush(stdout);
-    serve(&server, listener);
+    serve(&server, listener, database);
+    group_maps_stop();
     close(listener);
     unlink(argv[1]);
     users_free(server.users);

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "aaa/aaautil.h"
+#include "methods.h"
 #include "platform/cerr.h"
 #include "transport.h"
 
@@ -190,6 +191,7 @@ int main(int argc, char **argv) {
     }
     c.cred = (aaa_usercred_t){.username = argv[2], .password = password, .ttyname = "vty0", .remote_addr = "192.0.2.10",
                               .tty_mnemonic = "vty0", .authen_method = AAA_METHOD_LOCAL};
+    methods_print("authentication/login/default"); /* what the server goes by, from the system database */
     int accepted = authenticate(&c) == AAA_STAT_PASS;
     explicit_bzero(password, sizeof password);
     c.cred.password = NULL;
