@@ -161,9 +161,12 @@ avpair_t *aaa_avpair_get_first_avpair_in_buf(avpair_buffer_t *buf) {
     return buf != nullptr ? first_pair(buf) : nullptr;
 }
 
-int aaa_avpair_is_deleted(const avpair_t *pair) { return pair != nullptr && is_deleted(*pair) ? 1 : 0; }
+int aaa_avpair_is_deleted(const avpair_t *pair) {
+    return pair != nullptr && is_deleted(*pair) ? 1 : 0;
+}
 
-cerrno aaa_avpair_add(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len, avlist *list) {
+cerrno aaa_avpair_add(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len,
+                      avlist *list) {
     AAA_ASSERT(type != AAA_ATTR_MAX, "type != AAA_ATTR_MAX");
     const cerrno code = append_pair(type, flags, value, tag, len, list);
     if (value != nullptr && tracing(AAA_DBG_AVLIST)) [[unlikely]] {

@@ -46,10 +46,12 @@ cerrno aaa_avpair_iterator_get_next(aaa_avpair_iterator_t *it, avpair_t **pair) 
     return AAA_OK;
 }
 
-avpair_t *aaa_avpair_get_adjacent(const avpair_t *pair) { return adjacent_pair(pair); }
+avpair_t *aaa_avpair_get_adjacent(const avpair_t *pair) {
+    return adjacent_pair(pair);
+}
 
-cerrno aaa_avpair_find_type(uint32_t type, avpair_flags_t *flags, void **value, uint32_t *len, uint32_t instance,
-                            const avlist *list) {
+cerrno aaa_avpair_find_type(uint32_t type, avpair_flags_t *flags, void **value, uint32_t *len,
+                            uint32_t instance, const avlist *list) {
     if (list == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
@@ -66,13 +68,14 @@ cerrno aaa_avpair_find_type(uint32_t type, avpair_flags_t *flags, void **value, 
     hand_out(value, static_cast<void *>(aaa_get_avpair_value_ptr(pair)));
     hand_out(len, pair->av_len);
     if (tracing(AAA_DBG_AVLIST)) [[unlikely]] {
-        trace_found(*pair, value != nullptr, flags != nullptr ? pair->av_flags : 0, len != nullptr ? pair->av_len : 0);
+        trace_found(*pair, value != nullptr, flags != nullptr ? pair->av_flags : 0,
+                    len != nullptr ? pair->av_len : 0);
     }
     return AAA_OK;
 }
 
-cerrno aaa_avpair_find_index(uint32_t index, uint32_t *type, avpair_flags_t *flags, void **value, uint32_t *tag,
-                             uint32_t *len, const avlist *list) {
+cerrno aaa_avpair_find_index(uint32_t index, uint32_t *type, avpair_flags_t *flags, void **value,
+                             uint32_t *tag, uint32_t *len, const avlist *list) {
     if (list == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }

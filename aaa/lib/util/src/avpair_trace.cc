@@ -27,14 +27,16 @@ const char *type_name(uint32_t type) noexcept {
 // least this large everywhere.
 constexpr std::uintptr_t kPageSize = 4096;
 
-std::uintptr_t page_of(std::uintptr_t address) noexcept { return address / kPageSize; }
+std::uintptr_t page_of(std::uintptr_t address) noexcept {
+    return address / kPageSize;
+}
 
 // The four bytes at value, however few of them the value has: that is what the
 // trace lines show. Bytes behind the value are read only where they cannot
 // fault, on the page of the value's last byte, and show as 0 otherwise. They
 // belong to something else, so the reads must not be checked.
-[[gnu::noinline, gnu::no_sanitize_address, gnu::no_sanitize_thread]]
-FirstBytes first_bytes(const void *value, uint32_t len) noexcept {
+[[gnu::noinline, gnu::no_sanitize_address, gnu::no_sanitize_thread]] FirstBytes first_bytes(
+    const void *value, uint32_t len) noexcept {
     const auto address = reinterpret_cast<std::uintptr_t>(value);
     const std::uintptr_t last_page = page_of(address + len - 1);
     const auto *const bytes = static_cast<const volatile unsigned char *>(value);
@@ -57,8 +59,8 @@ void trace_added(uint32_t type, const void *value, uint32_t len, cerrno code) no
 
 void trace_added_with_tag(uint32_t type, const void *value, uint32_t len, cerrno code) noexcept {
     const FirstBytes first = first_bytes(value, len);
-    aaa_debug(AAA_DBG_AVLIST, "Adding attr %s [%x %x %x %x] - %s", type_name(type), first.byte[0], first.byte[1],
-              first.byte[2], first.byte[3], cerr_strerror(code));
+    aaa_debug(AAA_DBG_AVLIST, "Adding attr %s [%x %x %x %x] - %s", type_name(type), first.byte[0],
+              first.byte[1], first.byte[2], first.byte[3], cerr_strerror(code));
 }
 
 void trace_updating(uint32_t type, const void *value, uint32_t len) noexcept {
@@ -68,8 +70,8 @@ void trace_updating(uint32_t type, const void *value, uint32_t len) noexcept {
 }
 
 void trace_update_failed(uint32_t type, uint32_t instance, cerrno code) noexcept {
-    aaa_debug(AAA_DBG_AVLIST, "Failed to update %s (instance %d) - %s", type_name(type), static_cast<int>(instance),
-              cerr_strerror(code));
+    aaa_debug(AAA_DBG_AVLIST, "Failed to update %s (instance %d) - %s", type_name(type),
+              static_cast<int>(instance), cerr_strerror(code));
 }
 
 void trace_not_found(uint32_t type, cerrno code) noexcept {
@@ -78,9 +80,10 @@ void trace_not_found(uint32_t type, cerrno code) noexcept {
 
 void trace_found(const avpair_t &pair, bool with_value, uint32_t flags, uint32_t len) noexcept {
     constexpr uint32_t kNoValue = 0xdeadbeef;
-    const uint32_t word = with_value ? load_u32_bounded(aaa_get_avpair_value_ptr(&pair), pair.av_len) : kNoValue;
-    aaa_debug(AAA_DBG_AVLIST, "Found attr %x %s [%x] %x %d %s", pair.av_type, type_name(pair.av_type), word, flags,
-              static_cast<int>(len), cerr_strerror(AAA_OK));
+    const uint32_t word =
+        with_value ? load_u32_bounded(aaa_get_avpair_value_ptr(&pair), pair.av_len) : kNoValue;
+    aaa_debug(AAA_DBG_AVLIST, "Found attr %x %s [%x] %x %d %s", pair.av_type, type_name(pair.av_type), word,
+              flags, static_cast<int>(len), cerr_strerror(AAA_OK));
 }
 
 }  // namespace aaautil

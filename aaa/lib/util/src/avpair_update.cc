@@ -77,8 +77,8 @@ bool lies_in_list(const void *value, const avlist *list) noexcept {
 // Puts a new pair of the same type at the end of the list in place of this one.
 // Only the low 8 bits of its flags live on; callers depend on that. Should the
 // append fail, the old pair is gone all the same.
-cerrno move_to_end(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value, uint32_t tag, uint32_t len,
-                   avlist *list, bool traced) noexcept {
+cerrno move_to_end(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value, uint32_t tag,
+                   uint32_t len, avlist *list, bool traced) noexcept {
     constexpr avpair_flags_t kKeptFlags = 0xff;
     const avpair_type_t type = it->curr_avp->av_type;
     const avpair_flags_t kept = it->curr_avp->av_flags & kKeptFlags;
@@ -89,18 +89,20 @@ cerrno move_to_end(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const 
 
 // The same with a value that the deletion would pull away: it lies in a buffer
 // of the list, which may be freed or written again.
-cerrno move_own_value_to_end(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value, uint32_t tag,
-                             uint32_t len, avlist *list, bool traced) noexcept {
+cerrno move_own_value_to_end(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value,
+                             uint32_t tag, uint32_t len, avlist *list, bool traced) noexcept {
     const malloc_ptr<void> aside(std::malloc(len != 0 ? len : 1));
     if (aside == nullptr) {
         return AAA_ERR_NOMEM;
     }
     std::memcpy(aside.get(), value, len);
-    return move_to_end(it, flags, aside.get(), tag, len, list, traced);
+    const cerrno code = move_to_end(it, flags, aside.get(), tag, len, list, traced);
+    wipe(aside.get(), len);  // it may have been a password
+    return code;
 }
 
-cerrno update_pair(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value, uint32_t tag, uint32_t len,
-                   avlist *list, bool traced) noexcept {
+cerrno update_pair(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value, uint32_t tag,
+                   uint32_t len, avlist *list, bool traced) noexcept {
     avpair_t *const avpair = it->curr_avp;
     if (len != avpair->av_len) {
         return lies_in_list(value, list) ? move_own_value_to_end(it, flags, value, tag, len, list, traced)
@@ -110,6 +112,7 @@ cerrno update_pair(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const 
     copy_value(aaa_get_avpair_value_ptr(avpair), static_cast<const unsigned char *>(value), len);
     avpair->av_flags |= flags;
     avpair->av_tag = tag;
+    verify_changed(list);
     return AAA_OK;
 }
 
@@ -136,6 +139,7 @@ void delete_pair(const aaa_avpair_iterator_t *it, avlist *list) noexcept {
     } else if (list->av_cnt == 0) [[unlikely]] {
         settle_count(list);
     }
+    verify_changed(list);
 }
 
 }  // namespace aaautil
@@ -153,7 +157,8 @@ cerrno aaa_avpair_delete_by_iterator(aaa_avpair_iterator_t *it, avlist *list) {
     return AAA_OK;
 }
 
-cerrno aaa_avpair_delete_by_type_instance(uint32_t type, uint32_t instance, avlist *list, avpair_flags_t *flags) {
+cerrno aaa_avpair_delete_by_type_instance(uint32_t type, uint32_t instance, avlist *list,
+                                          avpair_flags_t *flags) {
     if (list == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
@@ -169,8 +174,8 @@ cerrno aaa_avpair_delete_by_type_instance(uint32_t type, uint32_t instance, avli
     return AAA_OK;
 }
 
-cerrno aaa_avpair_delete_by_type_value(avpair_type_t findtype, void *value, avpair_val_len_t len, avlist *list,
-                                       avpair_flags_t *flags) {
+cerrno aaa_avpair_delete_by_type_value(avpair_type_t findtype, void *value, avpair_val_len_t len,
+                                       avlist *list, avpair_flags_t *flags) {
     AAA_ASSERT(findtype != AAA_ATTR_MAX, "findtype != AAA_ATTR_MAX");
     if (list == nullptr || (value == nullptr && len > 0)) {
         return AAA_ERR_INVALID_ARG;
@@ -190,8 +195,8 @@ cerrno aaa_avpair_delete_by_type_value(avpair_type_t findtype, void *value, avpa
     return AAA_ERR_AVPAIR_NOT_FOUND;
 }
 
-cerrno aaa_avpair_update_by_iterator(aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value, uint32_t tag,
-                                     uint32_t len, avlist *list) {
+cerrno aaa_avpair_update_by_iterator(aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value,
+                                     uint32_t tag, uint32_t len, avlist *list) {
     if (!is_positioned(it) || value == nullptr || list == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
@@ -200,8 +205,8 @@ cerrno aaa_avpair_update_by_iterator(aaa_avpair_iterator_t *it, avpair_flags_t f
     return update_pair(it, flags, value, tag, len, list, traced);
 }
 
-cerrno aaa_avpair_update(uint32_t type, uint32_t flags, void *value, uint32_t tag, uint32_t len, uint32_t instance,
-                         avlist *list) {
+cerrno aaa_avpair_update(uint32_t type, uint32_t flags, void *value, uint32_t tag, uint32_t len,
+                         uint32_t instance, avlist *list) {
     if (list == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
@@ -215,7 +220,8 @@ cerrno aaa_avpair_update(uint32_t type, uint32_t flags, void *value, uint32_t ta
     if (code == AAA_ERR_AVPAIR_NOT_FOUND) {
         code = add_pair(type, flags, value, tag, len, list, traced);
     } else if (code == AAA_OK) {
-        code = value != nullptr ? update_pair(&it, flags, value, tag, len, list, traced) : AAA_ERR_INVALID_ARG;
+        code =
+            value != nullptr ? update_pair(&it, flags, value, tag, len, list, traced) : AAA_ERR_INVALID_ARG;
     }
     if (code != AAA_OK && traced) [[unlikely]] {
         trace_update_failed(type, instance, code);

@@ -18,6 +18,7 @@
 #include "aaa/dictionary.h"
 #include "aaa/result_codes.h"
 #include "internal/avpair_checks.hpp"
+#include "internal/avpair_verify.hpp"
 #include "internal/avpair_walk.hpp"
 #include "internal/bytes.hpp"
 
@@ -161,6 +162,7 @@ inline cerrno append_pair(uint32_t type, uint32_t flags, const void *value, uint
     if (list->av_cnt == 0) [[unlikely]] {
         settle_count(list);
     }
+    verify_changed(list);
     return AAA_OK;
 }
 

@@ -38,7 +38,8 @@ namespace aaautil {
 [[nodiscard]] inline avpair_t *adjacent_pair(const avpair_t *pair, uint32_t len) noexcept {
     constexpr std::uintptr_t kRoundUp = sizeof *pair + MEMORY_DEF_ALIGNMENT - 1;
     constexpr std::uintptr_t kAlignment = MEMORY_DEF_ALIGNMENT;
-    return reinterpret_cast<avpair_t *>((reinterpret_cast<std::uintptr_t>(pair) + len + kRoundUp) & ~(kAlignment - 1));
+    return reinterpret_cast<avpair_t *>((reinterpret_cast<std::uintptr_t>(pair) + len + kRoundUp) &
+                                        ~(kAlignment - 1));
 }
 
 [[nodiscard]] inline avpair_t *adjacent_pair(const avpair_t *pair) noexcept {
@@ -50,7 +51,9 @@ namespace aaautil {
     return reinterpret_cast<const avpair_t *>(buf->hdr.free_mem);
 }
 
-[[nodiscard]] inline bool is_deleted(const avpair_t &pair) noexcept { return pair.av_type == AAA_ATTR_MAX; }
+[[nodiscard]] inline bool is_deleted(const avpair_t &pair) noexcept {
+    return pair.av_type == AAA_ATTR_MAX;
+}
 
 // Moves to the first pair of the buffer after the current one.
 inline void walk_to_next_buffer(aaa_avpair_iterator_t *it) noexcept {
@@ -91,9 +94,9 @@ inline bool walk_from_start(aaa_avpair_iterator_t *it, const avlist *list) noexc
 
 // The live pairs of a list as a range.
 class LivePairs {
-public:
+  public:
     class Iterator {
-    public:
+      public:
         explicit Iterator(const avlist *list) noexcept : at_end_(!walk_from_start(&it_, list)) {}
         [[nodiscard]] avpair_t &operator*() const noexcept { return *it_.curr_avp; }
         Iterator &operator++() noexcept {
@@ -102,7 +105,7 @@ public:
         }
         [[nodiscard]] bool operator==(std::default_sentinel_t) const noexcept { return at_end_; }
 
-    private:
+      private:
         aaa_avpair_iterator_t it_{};
         bool at_end_;
     };
@@ -111,7 +114,7 @@ public:
     [[nodiscard]] Iterator begin() const noexcept { return Iterator(list_); }
     [[nodiscard]] std::default_sentinel_t end() const noexcept { return {}; }
 
-private:
+  private:
     const avlist *list_;
 };
 
