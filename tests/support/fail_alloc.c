@@ -198,6 +198,15 @@ static char *duplicate(const char *text, size_t length) {
     return made;
 }
 
+#if defined(__SANITIZE_ADDRESS__)
+/* The leak sanitizer knows the dynamic loader's own blocks by who called
+ * malloc; that is this file now. */
+const char *__lsan_default_suppressions(void);
+const char *__lsan_default_suppressions(void) { return "leak:_dl_map_object_deps\n"; }
+const char *__lsan_default_options(void);
+const char *__lsan_default_options(void) { return "print_suppressions=0"; }
+#endif
+
 /* The address sanitizer's strdup does not come through malloc. */
 char *strdup(const char *text) {
     size_t length = 0;
