@@ -1,0 +1,348 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Broken invariants stop the process with a report whose expression and source
+// path are fixed: operators match them. Each test damages a list in one way.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+
+#include "aaa/avpair.h"
+#include "aaa/dictionary.h"
+#include "aaa/result_codes.h"
+#include "support/avlist_model.hpp"
+
+namespace {
+
+using namespace aaatest;
+
+constexpr char kHeader[] = "aaa/avpair.h";
+constexpr char kSource[] = "aaa/lib/util/src/avpair.c";
+
+std::string quoted(std::string_view text) {
+    std::string pattern;
+    for (const char c : text) {
+        if (std::string_view("\\^$.|?*+()[]{}").find(c) != std::string_view::npos) {
+            pattern += '\\';
+        }
+        pattern += c;
+    }
+    return pattern;
+}
+
+// PATH:LINE: PROTOTYPE: Assertion `EXPRESSION' failed.
+std::string report(const char *path, const char *expression, const char *function) {
+    return "(^|\n)" + quoted(path) + ":[0-9]+: [^\n]*" + function + "\\([^\n]*\\): Assertion `" +
+           quoted(expression) + "' failed\\.\n";
+}
+
+#define EXPECT_STOPS(statement, path, expression, function) \
+    EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT), report(path, expression, function))
+
+cerrno add(avlist *list, uint32_t type, std::string_view value) {
+    return aaa_avpair_add(type, 0, value.data(), 0, static_cast<uint32_t>(value.size()), list);
+}
+
+class AvpairDeathTest : public testing::Test {
+  protected:
+    // Pairs 1 and 2 in a buffer, 3 in a second.
+    void SetUp() override {
+        GTEST_FLAG_SET(death_test_style, "fast");
+        list_ = make_list("damaged");
+        ASSERT_EQ(add(list_.get(), 1, "one"), AAA_OK);
+        ASSERT_EQ(add(list_.get(), 2, "two"), AAA_OK);
+        ASSERT_EQ(add(list_.get(), 3, std::string(460, '3')), AAA_OK);
+        ASSERT_EQ(first()->hdr.next, last());
+    }
+    // What a test damaged is only put back in the process that goes on.
+    void TearDown() override {
+        first()->hdr.next = last();
+        last()->hdr.next = nullptr;
+    }
+
+    avpair_buffer_t *first() { return list_->avpair_first_buf; }
+    avpair_buffer_t *last() { return list_->avpair_last_buf; }
+    avlist *list() { return list_.get(); }
+
+    aaa_avpair_iterator_t position_of(uint32_t type) {
+        aaa_avpair_iterator_t it{};
+        avpair_t *pair = nullptr;
+        cerrno code = aaa_avpair_iterator_init(&it, list_.get(), &pair);
+        while (code == AAA_OK && pair->av_type != type) {
+            code = aaa_avpair_iterator_get_next(&it, &pair);
+        }
+        return it;
+    }
+
+    ListPtr list_;
+    aaa_avpair_iterator_t it_{};
+    avpair_t *pair_ = nullptr;
+    avpair_mem_stats_t stats_{};
+    char value_[8] = "value";
+};
+
+// ---- Emptiness: every operation that looks at a list --------------------------------
+
+TEST_F(AvpairDeathTest, CountOfZeroWithBuffers) {
+    const auto damaged = [this](auto operation) {
+        list()->av_cnt = 0;
+        operation();
+    };
+    const char *const expression = "list->avpair_first_buf == NULL";
+    const char *const check = "aaa_is_list_empty";
+    EXPECT_STOPS(damaged([&] { aaa_avpair_get_mem_usage(list(), &stats_); }), kHeader, expression, check);
+    EXPECT_STOPS(damaged([&] { aaa_avpair_iterator_init(&it_, list(), &pair_); }), kHeader, expression,
+                 check);
+    EXPECT_STOPS(damaged([&] { aaa_avpair_find_type(1, nullptr, nullptr, nullptr, 0, list()); }), kHeader,
+                 expression, check);
+    EXPECT_STOPS(
+        damaged([&] { aaa_avpair_find_index(0, nullptr, nullptr, nullptr, nullptr, nullptr, list()); }),
+        kHeader, expression, check);
+    EXPECT_STOPS(damaged([&] { aaa_avpair_delete_by_type_instance(1, 0, list(), nullptr); }), kHeader,
+                 expression, check);
+    EXPECT_STOPS(damaged([&] { aaa_avpair_delete_by_type_value(1, value_, 3, list(), nullptr); }), kHeader,
+                 expression, check);
+    EXPECT_STOPS(damaged([&] { aaa_avpair_update(1, 0, value_, 0, 3, 0, list()); }), kHeader, expression,
+                 check);
+    aaa_avpair_iterator_t it = position_of(1);
+    EXPECT_STOPS(damaged([&] { aaa_avpair_delete_by_iterator(&it, list()); }), kHeader, expression, check);
+}
+
+TEST_F(AvpairDeathTest, CountOfZeroWithALastBufferOnly) {
+    const auto look = [this] {
+        list()->av_cnt = 0;
+        list()->avpair_first_buf = nullptr;
+        aaa_avpair_get_mem_usage(list(), &stats_);
+    };
+    EXPECT_STOPS(look(), kHeader, "list->avpair_last_buf == NULL", "aaa_is_list_empty");
+}
+
+TEST_F(AvpairDeathTest, CountWithoutAFirstBuffer) {
+    const auto look = [this] {
+        list()->avpair_first_buf = nullptr;
+        aaa_avpair_get_mem_usage(list(), &stats_);
+    };
+    EXPECT_STOPS(look(), kHeader, "list->avpair_first_buf != NULL", "aaa_is_list_empty");
+}
+
+TEST_F(AvpairDeathTest, CountWithoutALastBuffer) {
+    const auto look = [this] {
+        list()->avpair_last_buf = nullptr;
+        aaa_avpair_iterator_init(&it_, list(), &pair_);
+    };
+    EXPECT_STOPS(look(), kHeader, "list->avpair_last_buf != NULL", "aaa_is_list_empty");
+}
+
+// ---- Appending -------------------------------------------------------------------
+
+TEST_F(AvpairDeathTest, AddingTheDeletedMarker) {
+    const char *const expression = "type != AAA_ATTR_MAX";
+    EXPECT_STOPS(aaa_avpair_add(AAA_ATTR_MAX, 0, "v", 0, 1, list()), kSource, expression, "aaa_avpair_add");
+    EXPECT_STOPS(aaa_avpair_add_with_tag(AAA_ATTR_MAX, 0, "v", 1, 0, list()), kSource, expression,
+                 "aaa_avpair_add_with_tag");
+}
+
+TEST_F(AvpairDeathTest, AddingTheDeletedMarkerToNoList) {
+    const char *const expression = "type != AAA_ATTR_MAX";
+    EXPECT_STOPS(aaa_avpair_add(AAA_ATTR_MAX, 0, nullptr, 0, 1, nullptr), kSource, expression,
+                 "aaa_avpair_add");
+    EXPECT_STOPS(aaa_avpair_add_with_tag(AAA_ATTR_MAX, 0, nullptr, 1, 0, nullptr), kSource, expression,
+                 "aaa_avpair_add_with_tag");
+}
+
+TEST_F(AvpairDeathTest, UpdatingAnAbsentDeletedMarker) {
+    EXPECT_STOPS(aaa_avpair_update(AAA_ATTR_MAX, 0, value_, 0, 1, 0, list()), kSource, "type != AAA_ATTR_MAX",
+                 "add_pair");
+}
+
+TEST_F(AvpairDeathTest, AddingToBuffersWithACountOfZero) {
+    const auto append = [this] {
+        list()->av_cnt = 0;
+        add(list(), 1, "v");
+    };
+    EXPECT_STOPS(append(), kHeader, "list->av_cnt > 0", "aaa_get_free_mem");
+}
+
+TEST_F(AvpairDeathTest, AddingWithAFirstBufferOnly) {
+    const auto append = [this] {
+        list()->av_cnt = 0;
+        list()->avpair_last_buf = nullptr;
+        add(list(), 1, "v");
+    };
+    EXPECT_STOPS(append(), kHeader, "list->avpair_first_buf == NULL", "aaa_get_free_mem");
+}
+
+TEST_F(AvpairDeathTest, AddingBehindAMisalignedEnd) {
+    const auto append = [this] {
+        last()->hdr.free_mem -= 2;
+        add(list(), 1, "v");
+    };
+    EXPECT_STOPS(append(), kSource,
+                 "(list->avpair_last_buf == NULL) || is_aligned(list->avpair_last_buf->hdr.free_mem, "
+                 "MEMORY_DEF_ALIGNMENT) == TRUE",
+                 "aaa_alloc_avpair_mem");
+}
+
+TEST_F(AvpairDeathTest, AddingBehindNoEnd) {
+    const auto append = [this] {
+        last()->hdr.free_mem = nullptr;
+        add(list(), 1, "v");
+    };
+    EXPECT_STOPS(append(), kHeader, "last_buf->hdr.free_mem != NULL", "aaa_get_free_mem");
+}
+
+TEST_F(AvpairDeathTest, AddingBehindAnEndOutsideTheBuffer) {
+    const auto append = [this](std::ptrdiff_t offset) {
+        last()->hdr.free_mem = reinterpret_cast<unsigned char *>(last()) + offset;
+        add(list(), 1, "v");
+    };
+    for (const std::ptrdiff_t offset : {28, 516, -4}) {
+        EXPECT_STOPS(append(offset), kHeader, "free_mem <= last_buf->hdr.buf_size - sizeof(last_buf->hdr)",
+                     "aaa_get_free_mem");
+    }
+}
+
+TEST_F(AvpairDeathTest, AddingALengthThatWrapsToNothing) {
+    EXPECT_STOPS(aaa_avpair_add(1, 0, "v", 0, 0xfffffff0, list()), kSource, "req_mem > 0",
+                 "aaa_alloc_avpair_mem");
+    const ListPtr empty = make_list();
+    EXPECT_STOPS(aaa_avpair_add_with_tag(1, 0, "v", 0xfffffff0, 0, empty.get()), kSource, "req_mem > 0",
+                 "aaa_alloc_avpair_mem");
+}
+
+TEST_F(AvpairDeathTest, StartingABufferBehindOneThatHasASuccessor) {
+    const auto append = [this] {
+        last()->hdr.next = first();
+        add(list(), 1, std::string(464, 'v'));
+    };
+    EXPECT_STOPS(append(), kSource, "last_buf->hdr.next == NULL", "add_buffer");
+}
+
+TEST_F(AvpairDeathTest, RoundingPastTheEndOfABufferOfAnOddSize) {
+    const auto append = [this] {
+        const std::ptrdiff_t used = last()->hdr.free_mem - reinterpret_cast<unsigned char *>(last());
+        last()->hdr.free_mem -= 20;
+        last()->hdr.buf_size = static_cast<uint32_t>(used) - 2;  // 18 bytes of room
+        add(list(), 1, "v");                                     // 17, rounded up 20
+    };
+    EXPECT_STOPS(append(), kSource,
+                 "is_aligned((void*)(uintptr_t)(last_buf->hdr.buf_size), MEMORY_DEF_ALIGNMENT) == TRUE",
+                 "advance_free_mem");
+}
+
+// ---- Iteration -------------------------------------------------------------------
+
+TEST_F(AvpairDeathTest, ChainThatEndsBeforeTheLastBuffer) {
+    const auto broken = [this](auto operation) {
+        first()->hdr.next = nullptr;
+        operation();
+    };
+    const char *const expression = "it->curr_buf != NULL";
+    aaa_avpair_iterator_t it = position_of(2);
+    EXPECT_STOPS(broken([&] { aaa_avpair_iterator_get_next(&it, &pair_); }), kSource, expression,
+                 "walk_to_next_buffer");
+    EXPECT_STOPS(broken([&] { aaa_avpair_find_type(3, nullptr, nullptr, nullptr, 0, list()); }), kSource,
+                 expression, "walk_to_next_buffer");
+    EXPECT_STOPS(
+        broken([&] { aaa_avpair_find_index(2, nullptr, nullptr, nullptr, nullptr, nullptr, list()); }),
+        kSource, expression, "walk_to_next_buffer");
+}
+
+TEST_F(AvpairDeathTest, EmptyBufferInTheChain) {
+    const auto broken = [this](auto operation) {
+        last()->hdr.free_mem = reinterpret_cast<unsigned char *>(aaa_avpair_get_first_avpair_in_buf(last()));
+        operation();
+    };
+    const char *const expression = "it->curr_avp < (avpair_t*)it->curr_buf->hdr.free_mem";
+    aaa_avpair_iterator_t it = position_of(2);
+    EXPECT_STOPS(broken([&] { aaa_avpair_iterator_get_next(&it, &pair_); }), kSource, expression,
+                 "walk_to_next_buffer");
+    EXPECT_STOPS(broken([&] { aaa_avpair_find_type(3, nullptr, nullptr, nullptr, 0, list()); }), kSource,
+                 expression, "walk_to_next_buffer");
+}
+
+// ---- Deletion and update ---------------------------------------------------------
+
+TEST_F(AvpairDeathTest, DeletingFromAnEmptyList) {
+    const ListPtr empty = make_list();
+    aaa_avpair_iterator_t it = position_of(1);
+    EXPECT_STOPS(aaa_avpair_delete_by_iterator(&it, empty.get()), kSource, "aaa_is_list_empty(list) == FALSE",
+                 "aaa_avpair_delete_by_iterator");
+}
+
+// The list is looked at before the pair.
+TEST_F(AvpairDeathTest, DeletingADeletedPairFromAnEmptyList) {
+    const ListPtr empty = make_list();
+    avpair_t deleted{AAA_ATTR_MAX, 0, 0, 0};
+    aaa_avpair_iterator_t it{first(), last(), &deleted};
+    EXPECT_STOPS(aaa_avpair_delete_by_iterator(&it, empty.get()), kSource, "aaa_is_list_empty(list) == FALSE",
+                 "aaa_avpair_delete_by_iterator");
+}
+
+TEST_F(AvpairDeathTest, DeletingAPairThatIsNotInItsBuffer) {
+    const char *const expression = "(avp > (avpair_t*)buf) && (avp < (avpair_t*)(buf->hdr.free_mem))";
+    avpair_t stray{1, 0, 0, 0};
+    aaa_avpair_iterator_t behind = position_of(1);
+    behind.curr_avp = reinterpret_cast<avpair_t *>(first()->hdr.free_mem);
+    *behind.curr_avp = stray;
+    EXPECT_STOPS(aaa_avpair_delete_by_iterator(&behind, list()), kSource, expression,
+                 "aaa_avpair_is_last_in_buffer");
+    // Of two pairs one lies before the other one's buffer and one behind it.
+    aaa_avpair_iterator_t one = position_of(1);
+    one.curr_buf = last();
+    aaa_avpair_iterator_t three = position_of(3);
+    three.curr_buf = first();
+    EXPECT_STOPS(aaa_avpair_delete_by_iterator(&one, list()), kSource, expression,
+                 "aaa_avpair_is_last_in_buffer");
+    EXPECT_STOPS(aaa_avpair_delete_by_iterator(&three, list()), kSource, expression,
+                 "aaa_avpair_is_last_in_buffer");
+}
+
+TEST_F(AvpairDeathTest, UnlinkingABufferBehindAnEmptyOne) {
+    aaa_avpair_iterator_t it = position_of(3);
+    const auto broken = [&] {
+        first()->hdr.free_mem =
+            reinterpret_cast<unsigned char *>(aaa_avpair_get_first_avpair_in_buf(first()));
+        aaa_avpair_delete_by_iterator(&it, list());
+    };
+    EXPECT_STOPS(broken(), kSource, "prev_buf->hdr.free_mem != aaa_avpair_get_first_avpair_in_buf(prev_buf)",
+                 "unlink_buffer");
+}
+
+TEST_F(AvpairDeathTest, DeletingTheDeletedMarkerByValue) {
+    const char *const expression = "findtype != AAA_ATTR_MAX";
+    const char *const function = "aaa_avpair_delete_by_type_value";
+    EXPECT_STOPS(aaa_avpair_delete_by_type_value(AAA_ATTR_MAX, value_, 1, list(), nullptr), kSource,
+                 expression, function);
+    EXPECT_STOPS(aaa_avpair_delete_by_type_value(AAA_ATTR_MAX, value_, 1, nullptr, nullptr), kSource,
+                 expression, function);
+}
+
+TEST_F(AvpairDeathTest, UpdatingWithALengthButNoValue) {
+    EXPECT_STOPS(aaa_avpair_update(1, 0, nullptr, 0, 3, 0, list()), kSource,
+                 "!((value == NULL) && (len > 0))", "aaa_avpair_update");
+}
+
+TEST_F(AvpairDeathTest, UpdatingADeletedPairInPlace) {
+    aaa_avpair_iterator_t it = position_of(1);
+    ASSERT_EQ(aaa_avpair_delete_by_iterator(&it, list()), AAA_OK);  // 2 stands behind it: it stays
+    EXPECT_STOPS(aaa_avpair_update_by_iterator(&it, 0, "new", 0, 3, list()), kSource,
+                 "avpair->av_type != AAA_ATTR_MAX", "update_pair");
+}
+
+TEST_F(AvpairDeathTest, MovingADeletedPair) {
+    aaa_avpair_iterator_t it = position_of(1);
+    ASSERT_EQ(aaa_avpair_delete_by_iterator(&it, list()), AAA_OK);
+    EXPECT_STOPS(aaa_avpair_update_by_iterator(&it, 0, "longer", 0, 6, list()), kSource,
+                 "type != AAA_ATTR_MAX", "add_pair");
+}
+
+TEST_F(AvpairDeathTest, MovingAPairOfAnEmptyList) {
+    const ListPtr empty = make_list();
+    aaa_avpair_iterator_t it = position_of(1);
+    EXPECT_STOPS(aaa_avpair_update_by_iterator(&it, 0, "longer", 0, 6, empty.get()), kSource,
+                 "aaa_is_list_empty(list) == FALSE", "move_to_end");
+}
+
+}  // namespace
