@@ -21,3 +21,8 @@ if(AAA_COVERAGE)
   target_compile_options(aaa_instrument INTERFACE --coverage -O0 -g)
   target_link_options(aaa_instrument INTERFACE --coverage)
 endif()
+if(AAA_BUILD_FUZZERS)
+  # What a fuzzer steers by; the fuzzer's own main comes with its link.
+  target_compile_options(aaa_instrument INTERFACE -fsanitize=fuzzer-no-link)
+  target_link_options(aaa_instrument INTERFACE -fsanitize=fuzzer-no-link)
+endif()
