@@ -341,6 +341,9 @@ char *qm_getline(void *handle, const char *prompt, const char *text, int *ok) {
     if (text != nullptr && *text != '\0') {
         el_push(editor->el, text);
     }
+    // Before the prompt: keys that answer it must not meet the terminal's own
+    // line discipline, where Control-C is a signal.
+    el_set(editor->el, EL_PREP_TERM, 1);
     // The caller tells a time-out by errno, whatever the pointer says.
     errno = 0;
     int count = 0;

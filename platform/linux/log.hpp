@@ -31,7 +31,7 @@ struct LineInfo {
     uint32_t msg_id;
 };
 
-// Parses the name of a sink; kUnset for null, kNone is the word "none".
+// Parses the name of a sink; kUnset for null and for an empty word.
 // Returns false for a word that names no sink.
 bool parse_sink(const char *word, Sink *sink) noexcept;
 

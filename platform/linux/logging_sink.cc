@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -26,6 +27,7 @@ namespace {
 constexpr char kSyslogSocket[] = "/dev/log";
 constexpr char kJournalSocket[] = "/run/systemd/journal/socket";
 constexpr std::size_t kDatagramSize = 8192;
+constexpr timeval kSendTimeout = {0, 200000};
 
 struct SinkName {
     const char *name;
@@ -52,7 +54,10 @@ bool send_datagram(const char *path, const char *data, std::size_t len) {
     if (fd < 0) {
         return false;
     }
-    const ssize_t sent = sendto(fd, data, len, MSG_NOSIGNAL | MSG_DONTWAIT,
+    // A log daemon that is busy may hold us up for a moment, one that hangs
+    // must not hold up logins.
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof kSendTimeout);
+    const ssize_t sent = sendto(fd, data, len, MSG_NOSIGNAL,
                                 reinterpret_cast<const sockaddr *>(&address), sizeof address);
     close(fd);
     return sent == static_cast<ssize_t>(len);
@@ -181,7 +186,7 @@ bool stderr_is_journal() {
 
 bool parse_sink(const char *word, Sink *sink) noexcept {
     *sink = Sink::kUnset;
-    if (word == nullptr) {
+    if (word == nullptr || *word == '\0') {
         return true;
     }
     for (const SinkName &row : kSinkNames) {

@@ -85,6 +85,7 @@ bool from_link(char *buffer, uint32_t size) {
 bool from_abbreviation(char *buffer, uint32_t size) {
     const time_t now = time(nullptr);
     tm local{};
+    tzset(); // localtime_r() alone keeps to the zone of its first call
     return localtime_r(&now, &local) != nullptr && local.tm_zone != nullptr && take_name(local.tm_zone, buffer, size);
 }
 
