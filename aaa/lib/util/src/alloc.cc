@@ -22,16 +22,16 @@ using aaautil::printable;
 
 constinit bool queue_ready = false;
 
-constexpr char kRecordOwner[] = "aaa_malloc_rec";
 constexpr size_t kNameLimit = 255;
 
 // False when there was nothing to record or no memory for the record; the
-// caller's block stands in both cases.
+// caller's block stands in both cases. The record is accounted to the caller,
+// as its block is.
 bool record_block(const char *name, uint32_t line, void *address, uint32_t size) {
     if (address == nullptr) {
         return false;
     }
-    auto *record = static_cast<aaa_malloc_rec_t *>(malloc_named(sizeof(aaa_malloc_rec_t), kRecordOwner));
+    auto *record = static_cast<aaa_malloc_rec_t *>(malloc_named(sizeof(aaa_malloc_rec_t), name));
     if (record == nullptr) {
         return false;
     }

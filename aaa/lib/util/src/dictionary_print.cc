@@ -86,7 +86,10 @@ Rendering by_format(uint32_t type) {
     }
 }
 
-// The rules override the dictionary's formats on purpose.
+// Rules of single types go before the formats, and differ from them on purpose:
+// AAA_METHODLIST_ATTR (binary), AAA_FROUTING_ATTR and AAA_FCOMP_ATTR (integers)
+// print as text, AAA_CONTEXT_ATTR (a string) as a number, and of the addresses
+// only two print dotted. Kept: operators compare these lines.
 Rendering rendering_of(uint32_t type) {
     switch (type) {
     case AAA_STATUS_ATTR:
@@ -105,12 +108,34 @@ Rendering rendering_of(uint32_t type) {
     case AAA_PASSWORD_ATTR:
     case AAA_VS1_TUNNEL_PASSWORD:
         return Rendering::kHidden;
-    case 5: case 6: case 7: case 12: case 17: case 20: case 37: case 40: case 48: case 50: case 60: case 61:
-    case 257: case 266: case 269: case 274: case 280: case 281: case 1299: case 1308: case 1312: case 1379:
-    case 1382: case 1384: case 1385: case 1391:
+    case AAA_REPLYQ_ATTR:
+    case AAA_REPLY_CHAN_ATTR:
+    case AAA_ERRMSG_ATTR:
+    case AAA_AUTOCMD_ATTR:
+    case AAA_METHODLIST_ATTR:
+    case AAA_TTYNAME_ATTR:
+    case AAA_REMOTE_ADDR_ATTR:
+    case AAA_TIMEZONE_ATTR:
+    case AAA_TUNNEL_INACL_ATTR:
+    case AAA_USERGROUPS_ATTR:
+    case AAA_TASKGROUP_ATTR:
+    case AAA_TTY_MNEMONIC_ATTR:
+    case AAA_USERNAME_ATTR:
+    case AAA_FROUTING_ATTR:
+    case AAA_FCOMP_ATTR:
+    case AAA_REPLYMSG_ATTR:
+    case AAA_RADIUS_STATE_ATTR:
+    case AAA_RAD_CLASS_ATTR:
+    case AAA_VS1_ADDR_POOL:
+    case AAA_VS1_DNS_SERVERS:
+    case AAA_VS1_INACL:
+    case AAA_VS1_WINS_SERVERS:
+    case AAA_VS1_KEY_EXCHANGE:
+    case AAA_VS1_DEFAULT_DOMAIN:
+    case AAA_VS1_SPLIT_DNS:
+    case AAA_VS1_BKP_GW:
         return Rendering::kTextWithLength;
-    case 8: case 10: case 13: case 22: case 27: case 55: case 268: case 1383: case 1386: case 1387: case 1388:
-    case 1389: case 1390: case 1392: case 1394: case 1395:
+    case AAA_CONTEXT_ATTR:
         return Rendering::kInteger;
     default:
         return by_format(type);
@@ -206,6 +231,9 @@ int aaa_util_format_ipaddr(uint32_t address, char *buffer) {
 
 const char *aaa_util_format_v4v6_ipaddr(char *buffer, aaa_ip_addr_t address) {
     constexpr int kIpv4 = 2;
+    if (buffer == nullptr) {
+        return nullptr;
+    }
     const size_t room = address.family == kIpv4 ? 16 : 46;
     return qm_inet_ntop(address.family, address.addr.bytes, buffer, room);
 }

@@ -16,6 +16,12 @@ constexpr aaa_err_row_t kTexts[] = {
 };
 static_assert(std::size(kTexts) == AAA_ERR_TABLE_ROWS);
 
+// Rows stand at their index, and each name of the header is the code of its
+// row; but success is 0 and never the code that row 0 would have.
+#define AAA_RESULT_CODE(row, name, text) \
+    static_assert(kTexts[row].index == (row) && (name) == ((row) == 0 ? 0 : AAA_ERR_CODE(row)));
+#include "aaa/result_codes.def"
+
 constexpr uint32_t kMessageFacility = 0x48d;  // one above the result codes' facility
 
 constexpr kel_msg_rec_t make_record(const char *mnemonic, uint32_t severity, uint32_t number, const char *format,
