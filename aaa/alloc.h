@@ -2,6 +2,9 @@
 #ifndef AAA_ALLOC_H
 #define AAA_ALLOC_H
 
+#include <assert.h>
+#include <stddef.h>
+
 #include "aaa/export.h"
 #include "aaa/types.h"
 
@@ -9,38 +12,135 @@
 extern "C" {
 #endif
 
-/* 24-byte queue head of the platform's queue facility */
+/**
+ * @file
+ * @brief Allocation with a record of every live block, and the debug flags.
+ *
+ * The wrappers do what their namesakes of the C library do. Besides, they hang a
+ * record with the caller's name and line into malloc_queue for each block, and
+ * write a trace line under flag AAA_DBG_MALLOC for each call, failed ones
+ * included. A block whose record cannot be allocated is handed out all the same.
+ *
+ * Release a block with aaa_util_free(). A plain free() is legal but leaves its
+ * record behind, and a later block at the same address then has two.
+ *
+ * **Threads.** Neither the queue nor its first-use initialisation is locked:
+ * callers that use the wrappers from several threads serialise themselves.
+ */
+
+/** Head of a queue of the platform. The records are linked through their first pointer, the last one's is null. */
 typedef struct aaa_queue {
-    void    *head;    /* first record (linked through its first pointer) or null */
-    void    *tail;    /* last record or null */
+    void    *head; /* first record, or null */
+    void    *tail; /* last record, or null */
     uint32_t count;
-    uint32_t maximum; /* queue_init's second argument, 0 = no limit */
+    uint32_t maximum; /* 0: no limit */
 } aaa_queue_t;
-/* sizeof(aaa_queue_t) == 24 */
+static_assert(sizeof(aaa_queue_t) == 24, "layout of aaa_queue_t");
+static_assert(offsetof(aaa_queue_t, head) == 0, "layout of aaa_queue_t");
+static_assert(offsetof(aaa_queue_t, tail) == 8, "layout of aaa_queue_t");
+static_assert(offsetof(aaa_queue_t, count) == 16, "layout of aaa_queue_t");
+static_assert(offsetof(aaa_queue_t, maximum) == 20, "layout of aaa_queue_t");
 
-typedef struct aaa_malloc_rec { /* one per live allocation, 280 bytes */
-    void    *link;    /* queue link, 0 when made */
-    void    *address;
-    uint32_t size;
-    uint32_t line;
-    char     name[256]; /* sstrncpy with the limit 255 */
+/** Record of a live block. */
+typedef struct aaa_malloc_rec {
+    void    *link;    /* next record */
+    void    *address; /* of the block */
+    uint32_t size;    /* bytes; of one element for aaa_util_calloc() */
+    uint32_t line;    /* as given by the caller */
+    char     name[256]; /* as given by the caller, cut to what a bounded copy of 255 keeps; "(null)" for a null */
 } aaa_malloc_rec_t;
-/* sizeof(aaa_malloc_rec_t) == 280 */
+static_assert(sizeof(aaa_malloc_rec_t) == 280, "layout of aaa_malloc_rec_t");
+static_assert(offsetof(aaa_malloc_rec_t, link) == 0, "layout of aaa_malloc_rec_t");
+static_assert(offsetof(aaa_malloc_rec_t, address) == 8, "layout of aaa_malloc_rec_t");
+static_assert(offsetof(aaa_malloc_rec_t, size) == 16, "layout of aaa_malloc_rec_t");
+static_assert(offsetof(aaa_malloc_rec_t, line) == 20, "layout of aaa_malloc_rec_t");
+static_assert(offsetof(aaa_malloc_rec_t, name) == 24, "layout of aaa_malloc_rec_t");
 
-/* debug flags of aaa_debug()/aaa_debugging(); 4 and 7 are declared unused (but flag 7 is used by one reply dump) */
+/** Flags under which the library traces; aaa_debug() and aaa_debugging() of the platform take them. */
 enum aaa_debug_flag {
-    AAA_DBG_LIFECYCLE = 0, AAA_DBG_REQUEST = 1, AAA_DBG_MESSAGE = 2, AAA_DBG_AUTHOR_DATA = 3,
-    AAA_DBG_LINES_SESSION = 5, AAA_DBG_SERVER_GROUP = 6, AAA_DBG_AVLIST = 8, AAA_DBG_MALLOC = 9,
-    AAA_DBG_IOV_DUMP = 10
+    AAA_DBG_LIFECYCLE = 0,     /**< load, unload and the worker thread */
+    AAA_DBG_REQUEST = 1,       /**< failures while composing requests, lookups of method lists */
+    AAA_DBG_MESSAGE = 2,       /**< composition of messages */
+    AAA_DBG_AUTHOR_DATA = 3,   /**< composition of authorization and accounting data */
+    AAA_DBG_LINES_SESSION = 5, /**< lines, event connections, method lists and their notifications, session packets */
+    AAA_DBG_SERVER_GROUP = 6,  /**< verification and configuration of server groups */
+    AAA_DBG_AVLIST = 8,        /**< attribute lists and the typed accessors */
+    AAA_DBG_MALLOC = 9,        /**< the wrappers below */
+    AAA_DBG_IOV_DUMP = 10      /**< byte dumps of io-vector elements */
 };
 
+/** Records of the live blocks, oldest first; all zero until the first one. For debugging tools to walk, not to change. */
 AAA_API extern aaa_queue_t malloc_queue;
+
+/**
+ * Allocates a block as malloc() does.
+ * @param name in, may be null: who allocates.
+ * @param line in: source line of the caller.
+ * @param size in: bytes.
+ *
+ * Ownership: *Caller frees* with aaa_util_free(); the name is *Copied in*.
+ * @return the block; null: no memory, nothing is recorded.
+ */
 AAA_API void *aaa_util_malloc(const char *name, uint32_t line, uint32_t size);
+
+/**
+ * Changes the size of a block as realloc() does.
+ *
+ * The record of the old address is dropped once there is one for the new block,
+ * and stays when there is none: after a failure the old block is still live.
+ * @param name in, may be null: who allocates.
+ * @param line in: source line of the caller.
+ * @param ptr  in, may be null (then it allocates): block of any malloc().
+ * @param size in: bytes. Do not pass 0: the block may be gone then, but its record stays.
+ *
+ * Ownership: *Caller frees* the result with aaa_util_free(); @p ptr is *Handed over* unless the result is null.
+ * @return the block, moved or not; null: no memory, @p ptr is untouched.
+ */
 AAA_API void *aaa_util_realloc(const char *name, uint32_t line, void *ptr, uint32_t size);
+
+/**
+ * Allocates a zeroed array as calloc() does.
+ *
+ * The record holds the size of one element, not of the block: kept. The trace
+ * shows count times size, cut to 32 bits.
+ * @param name  in, may be null: who allocates.
+ * @param line  in: source line of the caller.
+ * @param count in: elements.
+ * @param size  in: bytes of an element.
+ *
+ * Ownership: *Caller frees* with aaa_util_free(); the name is *Copied in*.
+ * @return the block; null: no memory, nothing is recorded.
+ */
 AAA_API void *aaa_util_calloc(const char *name, uint32_t line, uint32_t count, uint32_t size);
+
+/**
+ * Copies a text as strdup() does.
+ * @param name in, may be null: who allocates.
+ * @param line in: source line of the caller.
+ * @param str  in, may be null (the result is null): text to copy.
+ *
+ * Ownership: *Caller frees* with aaa_util_free(); name and text are *Copied in*.
+ * @return the copy; null: no memory or no text, nothing is recorded.
+ */
 AAA_API char *aaa_util_strdup(const char *name, uint32_t line, const char *str);
+
+/**
+ * Frees a block and drops its record. A block without a record is freed all the same.
+ * @param name in, may be null: who frees.
+ * @param line in: source line of the caller.
+ * @param ptr  in, may be null (only the trace is written): block of any malloc().
+ *
+ * Ownership: *Handed over* to the library, which frees it.
+ */
 AAA_API void aaa_util_free(const char *name, uint32_t line, void *ptr);
-AAA_API aaa_queue_t *get_malloc_data(void); /* returns &malloc_queue */
+
+/**
+ * Gives the address of malloc_queue.
+ *
+ * Ownership: *Borrowed* until the library is unloaded.
+ * @return the address, never null.
+ */
+AAA_API aaa_queue_t *get_malloc_data(void);
 
 #ifdef __cplusplus
 }
