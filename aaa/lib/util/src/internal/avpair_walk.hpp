@@ -38,6 +38,7 @@ namespace aaautil {
 [[nodiscard]] inline avpair_t *adjacent_pair(const avpair_t *pair, uint32_t len) noexcept {
     constexpr std::uintptr_t kRoundUp = sizeof *pair + MEMORY_DEF_ALIGNMENT - 1;
     constexpr std::uintptr_t kAlignment = MEMORY_DEF_ALIGNMENT;
+    // It is the address that gets rounded. NOLINTNEXTLINE(performance-no-int-to-ptr)
     return reinterpret_cast<avpair_t *>((reinterpret_cast<std::uintptr_t>(pair) + len + kRoundUp) &
                                         ~(kAlignment - 1));
 }
