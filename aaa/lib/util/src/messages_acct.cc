@@ -57,14 +57,14 @@ struct Acct {
     zone[sizeof zone - 1] = '\0';
     const char *name = rc == AAA_OK ? zone : "UTC";
     aaa_debug(kFlag, "Adding timezone %s, %s", name, cerr_strerror(rc));
-    return Appender(list).text(attr::kTimezone, name).code();
+    return Appender(list).text(AAA_TIMEZONE_ATTR, name).code();
 }
 
 // What every accounting record carries: when, which session, where.
 [[nodiscard]] cerrno add_record(avlist *list, uint32_t sid, uint32_t type) noexcept {
     const int64_t now = time(nullptr);
     cerrno rc =
-        Appender(list).bytes(attr::kStartTime, &now, sizeof now).u32(attr::kAcctSessionId, sid).code();
+        Appender(list).bytes(AAA_STARTTIME_ATTR, &now, sizeof now).u32(AAA_ACCT_SESSID_ATTR, sid).code();
     if (rc == AAA_OK) {
         rc = add_timezone(list);
     }
@@ -96,7 +96,7 @@ struct Acct {
 
 // The service comes first; the classic form logs the whole request after it.
 [[nodiscard]] cerrno add_service(avlist *list, const Acct &in, bool session) noexcept {
-    const cerrno rc = Appender(list).u32(attr::kServiceType, static_cast<uint32_t>(in.service)).code();
+    const cerrno rc = Appender(list).u32(AAA_SERVICE_TYPE_ATTR, static_cast<uint32_t>(in.service)).code();
     if (!session) {
         aaa_debug(kFlag, "Composing option:%d service:%d method:%d mlist:%s sid:%d rc:%s", in.option,
                   in.service, in.method, in.methodlist != nullptr ? in.methodlist : "null", in.sid,

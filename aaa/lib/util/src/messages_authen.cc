@@ -47,7 +47,7 @@ cerrno add_method_list(avlist *list, const char *name, int32_t service, const Li
         name = from_line != nullptr ? from_line.get() : "default";
     }
     aaa_debug(lookup.log_flag, "Using authentication methodlist '%s'", name);
-    return Appender(list).text(attr::kMethodList, name).code();
+    return Appender(list).text(AAA_METHODLIST_ATTR, name).code();
 }
 
 }  // namespace aaautil::msg
@@ -115,7 +115,7 @@ struct Authen {
 }
 
 [[nodiscard]] cerrno add_attributes(avlist *list, const Authen &in) noexcept {
-    cerrno rc = Appender(list).u32(attr::kServiceType, static_cast<uint32_t>(in.service)).code();
+    cerrno rc = Appender(list).u32(AAA_SERVICE_TYPE_ATTR, static_cast<uint32_t>(in.service)).code();
     if (rc == AAA_OK) {
         rc = aaa_util_avlist_authen_option_add(in.option & kOptionMask, list);
     }

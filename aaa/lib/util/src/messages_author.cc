@@ -77,7 +77,7 @@ struct Author {
 }
 
 [[nodiscard]] cerrno add_attributes(avlist *list, const Author &in) noexcept {
-    cerrno rc = Appender(list).u32(attr::kServiceType, static_cast<uint32_t>(in.service)).code();
+    cerrno rc = Appender(list).u32(AAA_SERVICE_TYPE_ATTR, static_cast<uint32_t>(in.service)).code();
     if (rc == AAA_OK) {
         rc = add_type(list, in.service);
     }

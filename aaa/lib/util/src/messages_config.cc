@@ -87,7 +87,7 @@ void add_server_image(Appender &attributes, const aaa_rad_server_t &server) noex
     unsigned char image[kServerImage];
     std::memcpy(image, &server, sizeof image);
     std::memset(image + kPaddingAt, 0, kPadding);
-    attributes.bytes(attr::kSvrIpAddr, image, sizeof image);
+    attributes.bytes(AAA_VS_RAD_SVR_IPADDR, image, sizeof image);
 }
 
 // A name slot need not end in NUL; what is sent always does.
@@ -102,14 +102,14 @@ void add_slot(Appender &attributes, uint32_t type, const char (&slot)[N]) noexce
 
 // All slots travel, used or not: readers count on four and four.
 void add_method_list_record(Appender &attributes, const aaa_method_list_t &mlist, uint32_t action) noexcept {
-    add_slot(attributes, attr::kMethodListName, mlist.name);
+    add_slot(attributes, AAA_VS_MLIST_NAME, mlist.name);
     for (const uint32_t method : mlist.method) {
-        attributes.byte(attr::kMethods, method);
+        attributes.byte(AAA_VS_METHODS, method);
     }
     for (const auto &group : mlist.sg_name) {
-        add_slot(attributes, attr::kSgName, group);
+        add_slot(attributes, AAA_VS_RAD_SG_NAME, group);
     }
-    attributes.byte(attr::kCfgAction, action);
+    attributes.byte(AAA_VS_RAD_CFG_ACTION, action);
 }
 
 }  // namespace
@@ -122,12 +122,12 @@ cerrno aaa_util_msg_cfg_radsvr_compose(void *msg, const aaa_rad_server_t *server
     return compose(kRadiusServer, {msg, iov_out, count_out, buffer, size}, session,
                    [server](Appender &attributes) {
                        add_server_image(attributes, *server);
-                       attributes.u32(attr::kSvrAuthPort, server->auth_port)
-                           .u32(attr::kSvrAcctPort, server->acct_port)
-                           .text(attr::kSvrSecret, server->secret)
-                           .u32(attr::kSvrTimeout, server->timeout)
-                           .u32(attr::kSvrRetransmit, server->retransmit)
-                           .byte(attr::kCfgAction, server->action);
+                       attributes.u32(AAA_VS_RAD_SVR_AUTH_PORT, server->auth_port)
+                           .u32(AAA_VS_RAD_SVR_ACCT_PORT, server->acct_port)
+                           .text(AAA_VS_RAD_SVR_SECRET, server->secret)
+                           .u32(AAA_VS_RAD_SVR_TIMEOUT, server->timeout)
+                           .u32(AAA_VS_RAD_SVR_RETRANSMIT, server->retransmit)
+                           .byte(AAA_VS_RAD_CFG_ACTION, server->action);
                    });
 }
 
@@ -135,7 +135,7 @@ cerrno aaa_util_msg_cfg_rad_svrgrp_compose(void *msg, const char *group, uint32_
                                            uint32_t *count_out, char *buffer, uint32_t size,
                                            uint32_t session) {
     return compose(kServerGroup, {msg, iov_out, count_out, buffer, size}, session, [=](Appender &attributes) {
-        attributes.text(attr::kSgName, group).byte(attr::kCfgAction, action);
+        attributes.text(AAA_VS_RAD_SG_NAME, group).byte(AAA_VS_RAD_CFG_ACTION, action);
     });
 }
 
@@ -147,11 +147,11 @@ cerrno aaa_util_msg_cfg_svr_in_sg_compose(void *msg, const char *group, const aa
     }
     return compose(kServerInGroup, {msg, iov_out, count_out, buffer, size}, session,
                    [=](Appender &attributes) {
-                       attributes.text(attr::kSgName, group)
-                           .byte(attr::kCfgAction, action)
-                           .bytes(attr::kSvrIpAddr, &server->address, sizeof server->address)
-                           .u32(attr::kSvrAuthPort, server->auth_port)
-                           .u32(attr::kSvrAcctPort, server->acct_port);
+                       attributes.text(AAA_VS_RAD_SG_NAME, group)
+                           .byte(AAA_VS_RAD_CFG_ACTION, action)
+                           .bytes(AAA_VS_RAD_SVR_IPADDR, &server->address, sizeof server->address)
+                           .u32(AAA_VS_RAD_SVR_AUTH_PORT, server->auth_port)
+                           .u32(AAA_VS_RAD_SVR_ACCT_PORT, server->acct_port);
                    });
 }
 
@@ -159,7 +159,9 @@ cerrno aaa_util_msg_cfg_vrf_in_sg_compose(void *msg, const char *group, const ch
                                           iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size,
                                           uint32_t session) {
     return compose(kVrfInGroup, {msg, iov_out, count_out, buffer, size}, session, [=](Appender &attributes) {
-        attributes.text(attr::kSgName, group).byte(attr::kCfgAction, action).text(attr::kSvrVrf, vrf);
+        attributes.text(AAA_VS_RAD_SG_NAME, group)
+            .byte(AAA_VS_RAD_CFG_ACTION, action)
+            .text(AAA_VS_RAD_SVR_VRF, vrf);
     });
 }
 
@@ -169,10 +171,10 @@ cerrno aaa_util_msg_cfg_src_intf_in_sg_compose(void *msg, const char *interface_
                                                uint32_t session) {
     return compose(kInterfaceInGroup, {msg, iov_out, count_out, buffer, size}, session,
                    [=](Appender &attributes) {
-                       attributes.text(attr::kSrcIntf, interface_name)
-                           .byte(attr::kCfgAction, action)
-                           .text(attr::kSvrVrf, vrf)
-                           .text(attr::kSgName, group);
+                       attributes.text(AAA_VS_RAD_SRC_INTF, interface_name)
+                           .byte(AAA_VS_RAD_CFG_ACTION, action)
+                           .text(AAA_VS_RAD_SVR_VRF, vrf)
+                           .text(AAA_VS_RAD_SG_NAME, group);
                    });
 }
 

@@ -134,7 +134,8 @@ void deliver(const Reply &to, void *packet) noexcept {
 [[nodiscard]] uint32_t config_action(const avlist *list) noexcept {
     void *value = nullptr;
     uint32_t len = 0;
-    if (list == nullptr || aaa_avpair_find_type(attr::kCfgAction, nullptr, &value, &len, 0, list) != AAA_OK) {
+    if (list == nullptr ||
+        aaa_avpair_find_type(AAA_VS_RAD_CFG_ACTION, nullptr, &value, &len, 0, list) != AAA_OK) {
         return 0;
     }
     return load_u32_bounded(value, len);

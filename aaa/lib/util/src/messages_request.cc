@@ -111,7 +111,7 @@ struct UserMessage {
         tty[0] = '\0';
     }
     const bool named = tty[0] != '\0';
-    const cerrno rc = named ? Appender(list).text(attr::kTtyName, tty).code() : AAA_OK;
+    const cerrno rc = named ? Appender(list).text(AAA_TTYNAME_ATTR, tty).code() : AAA_OK;
     aaa_debug(AAA_DBG_REQUEST, "Using TTY %s", named ? tty : "<null>");
     return rc == AAA_ERR_INVALID_ARG ? AAA_OK : rc;
 }
@@ -130,11 +130,11 @@ struct UserMessage {
     if (aaa_lib_update_mnemonic_and_flags(&cred, list, 0) != AAA_OK) {
         aaa_debug(AAA_DBG_REQUEST, "Failed to add mnemonic and flag information to req");
     }
-    rc = Appender(list).u32(attr::kIfh, cred.ifh).code();
+    rc = Appender(list).u32(AAA_IFH_ATTR, cred.ifh).code();
     if (rc != AAA_OK) {
         return rc;
     }
-    return aaa_avpair_update(attr::kAuthenMethod, AAA_AVF_UPDATED, &cred.authen_method, 0,
+    return aaa_avpair_update(AAA_AUTHEN_METHOD_ATTR, AAA_AVF_UPDATED, &cred.authen_method, 0,
                              sizeof cred.authen_method, 0, list);
 }
 

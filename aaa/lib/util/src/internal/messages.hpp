@@ -15,32 +15,6 @@
 #include "internal/bytes.hpp"
 #include "internal/memory.hpp"
 
-namespace aaautil::attr {
-
-// Attribute types that the messages carry.
-inline constexpr uint32_t kMethodList = 17;
-inline constexpr uint32_t kTtyName = 20;
-inline constexpr uint32_t kIfh = 22;
-inline constexpr uint32_t kStartTime = 23;
-inline constexpr uint32_t kAuthenMethod = 39;
-inline constexpr uint32_t kTimezone = 40;
-inline constexpr uint32_t kAcctSessionId = 46;
-inline constexpr uint32_t kServiceType = 262;
-inline constexpr uint32_t kSvrIpAddr = 1073;
-inline constexpr uint32_t kSvrAuthPort = 1074;
-inline constexpr uint32_t kSvrAcctPort = 1075;
-inline constexpr uint32_t kSvrRetransmit = 1076;
-inline constexpr uint32_t kSvrTimeout = 1077;
-inline constexpr uint32_t kSvrSecret = 1078;
-inline constexpr uint32_t kCfgAction = 1079;
-inline constexpr uint32_t kSgName = 1080;
-inline constexpr uint32_t kSvrVrf = 1081;
-inline constexpr uint32_t kSrcIntf = 1082;
-inline constexpr uint32_t kMethodListName = 1083;
-inline constexpr uint32_t kMethods = 1084;
-
-}  // namespace aaautil::attr
-
 namespace aaautil::msg {
 
 // Request header record.
