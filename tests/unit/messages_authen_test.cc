@@ -1,0 +1,470 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "aaa/messages.h"
+#include "support/fail_alloc.hpp"
+#include "support/requests.hpp"
+
+namespace {
+
+using namespace messages;
+
+constexpr cerrno kNoTerminal = 0x22570e00;
+constexpr cerrno kOtherFailure = 0x2257AA00;
+constexpr char kStarted[] = "Composing an authentication message";
+
+// An authentication with everything in place; HTTP (24) adds no terminal.
+struct Request : Place {
+    using Place::Place;
+
+    cerrno compose(uint32_t session, unsigned missing = 0) {
+        const Pointers p(*this, missing);
+        return aaa_util_msg_authen_compose(p.record, option, service, methodlist, method, usercred, in_attrs,
+                                           rsa, p.iov, p.count, p.buffer, p.size, async, session);
+    }
+
+    User user;
+    uint32_t option = 0;
+    int32_t service = 24;
+    const char *methodlist = "console";
+    uint32_t method = 0;
+    aaa_usercred_t *usercred = &user.cred;
+    const avlist *in_attrs = nullptr;
+    const aaa_rsa_params_t *rsa = nullptr;
+    void *async = nullptr;
+};
+
+// What the Request above is made of.
+Pairs expected_pairs(uint32_t type = 1, const Pairs &added = {}) {
+    return Pairs{u32(262, 24), u32(43, 0), text(17, "console")} + user_pairs(Service::plain) + added +
+           Pairs{message_type(type)};
+}
+
+Pairs composed(Request &request) {
+    EXPECT_EQ(request.compose(0), AAA_OK);
+    return request.iov.untouched() ? Pairs{} : unpack(request.iov[request.iov.count() - 1]).pairs;
+}
+
+std::string method_list_of(const Pairs &pairs) {
+    for (const Pair &pair : pairs) {
+        if (pair.type == 17) {
+            return pair.value;
+        }
+    }
+    return "none";
+}
+
+std::unique_ptr<aaa_rsa_params_t> make_rsa() {
+    auto rsa = std::make_unique<aaa_rsa_params_t>();
+    static uint8_t signature[] = {1, 2, 3};
+    static uint8_t indata[] = {4, 5};
+    static uint8_t session_id[] = {6};
+    rsa->signature = signature;
+    rsa->signature_len = sizeof signature;
+    rsa->indata = indata;
+    rsa->indata_len = sizeof indata;
+    rsa->session_id = session_id;
+    rsa->session_id_len = sizeof session_id;
+    rsa->pubkey_type = 2;
+    rsa->trustpoint_count = 1;
+    std::strcpy(rsa->trustpoint_names[0], "tp");
+    rsa->hiba_authorization_enable = 1;
+    return rsa;
+}
+
+class MessageAuthen : public testing::Test {
+  protected:
+    void SetUp() override { fake::libc::set_pid(kPid); }
+};
+
+using MessageAuthenMethods = MessageAuthen;
+using MessageAuthenSession = MessageAuthen;
+
+// ---- Classic ---------------------------------------------------------------
+
+TEST_F(MessageAuthen, IsAHeaderAndAPackedList) {
+    Request request;
+    request.option = 0xABCD1204;
+    Record expected = request.record;
+    expected.host(20, 3).net(32, 0x1200);
+    ASSERT_EQ(request.compose(0), AAA_OK);
+    EXPECT_TRUE(same_bytes(request.record, expected));
+    ASSERT_EQ(request.iov.count(), 2u);
+    EXPECT_TRUE(is_element(request.iov[0], request.record.data(), 40));
+    EXPECT_EQ(request.iov[1].base, request.buffer.data());
+    const Unpacked list = unpack(request.iov[1]);
+    EXPECT_EQ(list.name, "Authentication Request");
+    EXPECT_EQ(list.total, request.iov[1].len);
+    EXPECT_EQ(list.pairs, (Pairs{u32(262, 24), u32(43, 4), text(17, "console")} + user_pairs(Service::plain) +
+                           Pairs{message_type(5)}));
+    EXPECT_EQ(request.buffer[request.iov[1].len], '\x5A');
+}
+
+TEST_F(MessageAuthen, ALoginAddsTerminalAndAddress) {
+    Request request;
+    request.service = 1;
+    EXPECT_EQ(composed(request), (Pairs{u32(262, 1), u32(43, 0), text(17, "console")} +
+                                  user_pairs(Service::with_terminal) + Pairs{message_type(1)}));
+}
+
+TEST_F(MessageAuthen, AnAsyncBlockMakesTypeFourAndASecondElement) {
+    Request request;
+    uint8_t block[64];
+    request.async = block;
+    Record expected = request.record;
+    expected.host(20, 4).net(32, 0);
+    ASSERT_EQ(request.compose(0), AAA_OK);
+    EXPECT_TRUE(same_bytes(request.record, expected));
+    ASSERT_EQ(request.iov.count(), 3u);
+    EXPECT_TRUE(is_element(request.iov[0], request.record.data(), 40));
+    EXPECT_TRUE(is_element(request.iov[1], block, 64));
+    EXPECT_EQ(unpack(request.iov[2]).pairs, expected_pairs());
+}
+
+TEST_F(MessageAuthen, TracesAtLevelOne) {
+    Request request;
+    ASSERT_EQ(request.compose(0), AAA_OK);
+    EXPECT_EQ(own_traces({1, 2, 3, 5}),
+              (Traces{{1, kStarted}, {1, "Using authentication methodlist 'console'"}}));
+}
+
+TEST_F(MessageAuthen, OptionChoosesTheMessageType) {
+    const uint32_t types[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 13, 14};
+    for (uint32_t option = 0; option <= 255; ++option) {
+        if (option == 13) {
+            continue;
+        }
+        SCOPED_TRACE(option);
+        Request request;
+        request.option = option;
+        const Pairs pairs = composed(request);
+        EXPECT_EQ(pairs.back(), message_type(option <= 12 ? types[option] : 0));
+        EXPECT_EQ(pairs[1], u32(43, option));
+        EXPECT_EQ(request.record.u32(32), 0u);
+    }
+}
+
+TEST_F(MessageAuthen, OptionThirteenSharesTypeFourteenAndBringsTheRsaParametersDeliberately) {
+    const auto rsa = make_rsa();
+    for (const uint32_t option : {0x0Du, 0x10Du, 0xFF0Du}) {
+        SCOPED_TRACE(option);
+        Request request;
+        request.option = option;
+        request.rsa = rsa.get();
+        const Pairs pairs = composed(request);
+        EXPECT_EQ(__builtin_bswap32(request.record.u32(32)), option & 0xFF00);
+        EXPECT_EQ(pairs[1], u32(43, 13));
+        const Pairs expected = Pairs{u32(262, 24), u32(43, 13), text(17, "console")} +
+                               user_pairs(Service::plain) +
+                               Pairs{message_type(14),
+                                     bytes(56, "\1\2\3"),
+                                     bytes(57, "\4\5"),
+                                     bytes(59, "\6"),
+                                     u32(65, 2),
+                                     bytes(66, "tp" + std::string(126, '\0')),
+                                     u32(67, 0),
+                                     bytes(80, ""),
+                                     bytes(85, std::string(128, '\0')),
+                                     bytes(86, std::string(450, '\0')),
+                                     bytes(88, std::string(128, '\0')),
+                                     byte(89, 1)};
+        EXPECT_EQ(pairs, expected);
+    }
+}
+
+TEST_F(MessageAuthen, OptionThirteenNeedsTheRsaParameters) {
+    Request request;
+    request.option = 13;
+    EXPECT_EQ(request.compose(0), AAA_ERR_INVALID_ARG);
+    EXPECT_TRUE(request.iov.untouched());
+}
+
+TEST_F(MessageAuthen, OtherOptionsDoNotLookAtTheRsaParameters) {
+    const auto rsa = make_rsa();
+    Request request;
+    request.option = 0x0D00;
+    request.rsa = rsa.get();
+    EXPECT_EQ(composed(request), expected_pairs());
+}
+
+TEST_F(MessageAuthen, PairsOfTheCallerFollowTheCredential) {
+    const List more = make_list("more", {text(280, "state"), u32(8, 7, 0x30), {257, 1, 9, "x"}});
+    Request request;
+    request.in_attrs = more.get();
+    EXPECT_EQ(composed(request),
+              expected_pairs(1, {text(280, "state"), bytes(8, raw<uint32_t>(7), 0x30), {257, 1, 9, "x"}}));
+    EXPECT_EQ(pairs_of(more.get()).size(), 3u);
+}
+
+TEST_F(MessageAuthen, AnEmptyListOfTheCallerAddsNothing) {
+    const List empty = make_list("empty");
+    Request request;
+    request.in_attrs = empty.get();
+    EXPECT_EQ(composed(request), expected_pairs());
+}
+
+TEST_F(MessageAuthen, CredentialSeesTheWholeOption) {
+    uint8_t challenge[] = {7, 8};
+    uint8_t response[16] = {};
+    aaa_chap_data_t chap{};
+    chap.id = 1;
+    chap.data = challenge;
+    chap.data_len = sizeof challenge;
+    chap.response = response;
+    chap.response_len = sizeof response;
+    const auto has_chap = [&chap](uint32_t option) {
+        Request request;
+        request.service = 11;
+        request.option = option;
+        request.user.cred.chap_data = &chap;
+        const Pairs pairs = composed(request);
+        return std::any_of(pairs.begin(), pairs.end(), [](const Pair &pair) { return pair.type == 256; });
+    };
+    EXPECT_TRUE(has_chap(5));
+    EXPECT_FALSE(has_chap(0x105));
+}
+
+TEST_F(MessageAuthen, NeedsACredential) {
+    Request request;
+    request.usercred = nullptr;
+    EXPECT_EQ(request.compose(0), AAA_ERR_INVALID_ARG);
+    EXPECT_TRUE(request.iov.untouched());
+}
+
+TEST_F(MessageAuthen, AnOverlongUserNameIsLeftOutDeliberately) {
+    std::string name(254, 'n');
+    Request request;
+    request.user.cred.username = name.data();
+    const Pairs pairs = composed(request);
+    EXPECT_EQ(pairs[3], u32(39, kMethodRadius, 0x400));
+
+    name.pop_back();
+    request.user.cred.username = name.data();
+    request.iov.release();
+    EXPECT_EQ(composed(request)[3], text(257, name));
+}
+
+TEST_F(MessageAuthen, RefusesMissingArgumentsAndTouchesNothing) {
+    for (unsigned missing = 1; missing <= kAllMissing; ++missing) {
+        SCOPED_TRACE(missing);
+        Request request;
+        uint8_t block[64];
+        request.async = block;
+        EXPECT_EQ(request.compose(0, missing), AAA_ERR_INVALID_ARG);
+        EXPECT_TRUE(same_bytes(request.record, Record()));
+        EXPECT_TRUE(request.iov.untouched());
+        EXPECT_TRUE(request.buffer_untouched());
+    }
+    EXPECT_TRUE(fake::calls().empty());
+}
+
+TEST_F(MessageAuthen, ABufferThatIsTooSmallLeavesTheHeaderInHostOrder) {
+    Request whole;
+    ASSERT_EQ(whole.compose(0), AAA_OK);
+    const auto size = static_cast<std::size_t>(whole.iov[1].len);
+
+    Request exact(size);
+    EXPECT_EQ(exact.compose(0), AAA_OK);
+
+    Request small(size - 1);
+    small.option = 0x1200;
+    Record expected = small.record;
+    expected.host(20, 3).host(32, 0x1200);
+    EXPECT_EQ(small.compose(0), AAA_ERR_NOMEM);
+    EXPECT_TRUE(same_bytes(small.record, expected));
+    EXPECT_TRUE(small.iov.untouched());
+}
+
+TEST_F(MessageAuthen, ExhaustedMemoryLeavesTheOutputsAlone) {
+    const auto rsa = make_rsa();
+    fake::sweep_allocations([&rsa](fake::FailAlloc &fail) {
+        Request request;
+        request.option = 0x120D;
+        request.rsa = rsa.get();
+        request.methodlist = nullptr;
+        const cerrno rc = fail.run([&] { return request.compose(0); });
+        EXPECT_EQ(rc, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
+        EXPECT_EQ(request.iov.untouched(), fail.fired());
+        if (fail.fired() && request.record.u32(20) == 3) {
+            EXPECT_EQ(request.record.u32(32), 0x1200u);
+        }
+    });
+}
+
+// ---- Method lists ----------------------------------------------------------
+
+const std::initializer_list<std::string_view> kLineCalls = {"platform_am_i_lc", "find_method_for_line"};
+
+TEST_F(MessageAuthenMethods, ANameOfTheCallerAsksNobody) {
+    Request request;
+    EXPECT_EQ(method_list_of(composed(request)), std::string("console") + '\0');
+    EXPECT_TRUE(fake::calls(kLineCalls).empty());
+}
+
+TEST_F(MessageAuthenMethods, WithoutANameTheLineIsAsked) {
+    fake::give_text("find_method_for_line", "vty-list");
+    Request request;
+    request.methodlist = nullptr;
+    EXPECT_EQ(method_list_of(composed(request)), std::string("vty-list") + '\0');
+    EXPECT_EQ(fake::calls(kLineCalls),
+              (std::vector<std::string>{"platform_am_i_lc()", "find_method_for_line(0)"}));
+    EXPECT_EQ(own_traces().back(), (fake::Trace{1, "Using authentication methodlist 'vty-list'"}));
+}
+
+TEST_F(MessageAuthenMethods, ALineWithoutAListGivesDefault) {
+    fake::answer("find_method_for_line", 0);
+    Request request;
+    request.methodlist = nullptr;
+    EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
+}
+
+TEST_F(MessageAuthenMethods, ApiAndIkeNeverAskTheLine) {
+    for (const int32_t service : {16, 23}) {
+        SCOPED_TRACE(service);
+        Request request;
+        request.service = service;
+        request.methodlist = nullptr;
+        EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
+    }
+    EXPECT_TRUE(fake::calls(kLineCalls).empty());
+}
+
+TEST_F(MessageAuthenMethods, ALineCardNeverAsksTheLine) {
+    fake::answer("platform_am_i_lc", 1);
+    Request request;
+    request.methodlist = nullptr;
+    EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
+    EXPECT_EQ(fake::calls(kLineCalls), (std::vector<std::string>{"platform_am_i_lc()"}));
+}
+
+TEST_F(MessageAuthenMethods, KshDoesNotAskTheLineEither) {
+    Request request;
+    request.service = 17;
+    request.methodlist = nullptr;
+    EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
+    EXPECT_EQ(fake::calls(kLineCalls), (std::vector<std::string>{"platform_am_i_lc()"}));
+}
+
+TEST_F(MessageAuthenMethods, HttpMayBeWithoutATerminal) {
+    fake::answer("find_method_for_line", kNoTerminal);
+    Request request;
+    request.methodlist = nullptr;
+    EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
+    EXPECT_EQ(own_traces(), (Traces{{1, kStarted},
+                                    {1, "No need to have tty info for API or HTTP service"},
+                                    {1, "Using authentication methodlist 'default'"}}));
+}
+
+TEST_F(MessageAuthenMethods, OtherServicesNeedTheTerminal) {
+    fake::answer("find_method_for_line", kNoTerminal);
+    for (const int32_t service : {1, 7, 11, 14, 26, 0, -1}) {
+        SCOPED_TRACE(service);
+        Request request;
+        request.service = service;
+        request.methodlist = nullptr;
+        EXPECT_EQ(request.compose(0), kNoTerminal);
+        EXPECT_TRUE(request.iov.untouched());
+    }
+}
+
+TEST_F(MessageAuthenMethods, AnyOtherFailureEndsTheCompose) {
+    fake::answer("find_method_for_line", kOtherFailure);
+    Request request;
+    request.methodlist = nullptr;
+    Record expected = request.record;
+    expected.host(20, 3).host(32, 0);
+    EXPECT_EQ(request.compose(0), kOtherFailure);
+    EXPECT_TRUE(same_bytes(request.record, expected));
+    EXPECT_TRUE(request.iov.untouched());
+    EXPECT_EQ(own_traces(), (Traces{{1, kStarted}}));
+}
+
+TEST_F(MessageAuthenMethods, AKnownMethodNeedsNoList) {
+    Request request;
+    request.method = 1;
+    EXPECT_EQ(method_list_of(composed(request)), "none");
+    request.methodlist = nullptr;
+    request.iov.release();
+    EXPECT_EQ(method_list_of(composed(request)), "none");
+    EXPECT_TRUE(fake::calls(kLineCalls).empty());
+}
+
+// ---- Session mode ----------------------------------------------------------
+
+TEST_F(MessageAuthenSession, PacketCarriesTypeVariantAndList) {
+    Request request;
+    request.option = 0x1203;
+    const Record before = request.record;
+    ASSERT_EQ(request.compose(1), AAA_OK);
+    const List list = take_list(request.record);
+    Record expected = request_packet(before, 3, list.get());
+    expected.host(72, 0x1200);
+    EXPECT_TRUE(same_bytes(request.record, expected));
+    EXPECT_STREQ(list->av_name, "Authentication Request");
+    EXPECT_EQ(pairs_of(list.get()), (Pairs{u32(262, 24), u32(43, 3), text(17, "console")} +
+                                     user_pairs(Service::plain) + Pairs{message_type(4)}));
+    EXPECT_TRUE(request.iov.untouched());
+    EXPECT_TRUE(request.buffer_untouched());
+}
+
+TEST_F(MessageAuthenSession, AnAsyncBlockMakesTypeFourOnlyWithABufferDeliberately) {
+    uint8_t block[64];
+    const struct {
+        unsigned missing;
+        uint32_t type;
+    } cases[] = {{0, 4}, {kNoIov | kNoCount, 4}, {kNoBuffer, 3}, {kNoSize, 3}, {kNoBuffer | kNoSize, 3}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.missing);
+        Request request;
+        request.async = block;
+        ASSERT_EQ(request.compose(1, c.missing), AAA_OK);
+        const List list = take_list(request.record);
+        EXPECT_EQ(request.record.u32(8), c.type);
+    }
+}
+
+TEST_F(MessageAuthenSession, NeedsNeitherOutputsNorBuffer) {
+    Request request;
+    ASSERT_EQ(request.compose(1, kNoIov | kNoCount | kNoBuffer | kNoSize), AAA_OK);
+    const List list = take_list(request.record);
+    EXPECT_EQ(request.record.u32(8), 3u);
+    EXPECT_EQ(pairs_of(list.get()), expected_pairs());
+}
+
+TEST_F(MessageAuthenSession, WithoutAPacketNothingIsAskedOrAdded) {
+    Request request;
+    request.methodlist = nullptr;
+    EXPECT_EQ(request.compose(1, kNoRecord), AAA_ERR_INVALID_MSG_TYPE);
+    EXPECT_EQ(fake::traces(), (Traces{{1, kStarted},
+                                      {5, "Failed Invalid input: msg"},
+                                      {2, "Composing an authentication message: Failed in data fill"}}));
+    EXPECT_TRUE(fake::calls(kLineCalls).empty());
+}
+
+TEST_F(MessageAuthenSession, ALaterFailureLeavesTheListToThePacketDeliberately) {
+    fake::answer("find_method_for_line", kOtherFailure);
+    Request request;
+    request.methodlist = nullptr;
+    EXPECT_EQ(request.compose(1), kOtherFailure);
+    const List list = take_list(request.record);
+    EXPECT_EQ(pairs_of(list.get()), (Pairs{u32(262, 24), u32(43, 0)}));
+}
+
+TEST_F(MessageAuthenSession, ExhaustedMemoryLeavesEitherThePacketAloneOrTheListInIt) {
+    fake::sweep_allocations([](fake::FailAlloc &fail) {
+        Request request;
+        request.record.host64(64, 0);
+        const Record before = request.record;
+        const cerrno rc = fail.run([&] { return request.compose(1); });
+        EXPECT_EQ(rc, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
+        const List list = take_list(request.record);
+        if (list == nullptr) {
+            EXPECT_TRUE(same_bytes(request.record, before));
+        }
+    });
+}
+
+}  // namespace
