@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The change log of a tree: which key was changed how, numbered without gaps.
+// The number of the newest change is the tree's revision. A record is written
+// in the transaction that makes the change, so a view of the database always
+// holds the changes up to its revision and nothing of later ones.
+//
+// Only as many records are kept as Environment::log_capacity() says.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "environment.hpp"
+
+namespace sysdb_lmdb {
+
+struct Change {
+    std::uint64_t revision;
+    std::uint32_t operation;  // SYSDB_EVENT_...
+    std::string_view key;     // valid for as long as the transaction
+};
+
+// An LMDB result.
+int append_change(const Environment &environment, MDB_txn *txn, std::uint32_t operation, std::string_view key);
+
+// Revision of the tree in this view; 0 when nothing was ever changed.
+cerrno last_revision(const ReadTxn &txn, std::uint64_t &revision);
+
+// Calls visit(change) for every change after a revision, oldest first. gap is
+// set when some of them are no longer in the log.
+template <typename Visit>
+cerrno visit_changes(const ReadTxn &txn, std::uint64_t after, bool &gap, Visit visit);
+
+// Building blocks of visit_changes.
+bool parse_change(const MDB_val &key, const MDB_val &value, Change &change);
+
+template <typename Visit>
+cerrno visit_changes(const ReadTxn &txn, std::uint64_t after, bool &gap, Visit visit) {
+    gap = false;
+    Cursor cursor;
+    int rc = cursor.open(txn.get(), txn.environment().log_table());
+    std::uint64_t expected = after + 1;
+    MDB_val key = {sizeof expected, &expected};
+    MDB_val value;
+    if (rc == 0) {
+        rc = cursor.get(key, value, MDB_SET_RANGE);
+    }
+    for (bool first = true; rc == 0; first = false, rc = cursor.get(key, value, MDB_NEXT)) {
+        Change change;
+        if (!parse_change(key, value, change)) {
+            return txn.environment().report(MDB_CORRUPTED);
+        }
+        if (first && change.revision != after + 1) {
+            gap = true;
+        }
+        visit(change);
+    }
+    return rc == MDB_NOTFOUND ? 0 : txn.environment().report(rc);
+}
+
+}  // namespace sysdb_lmdb

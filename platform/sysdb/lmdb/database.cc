@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "database.hpp"
+
+#include <ctime>
+#include <vector>
+
+#include "host.hpp"
+
+namespace sysdb_lmdb {
+namespace {
+
+constexpr int kCloseAttempts = 1000;  // of a millisecond
+constexpr timespec kCloseInterval = {0, 1'000'000};
+
+std::time_t coarse_seconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec;
+}
+
+// Environments of the parent: their reader places and locks are not this
+// process's, and closing them would disturb the parent. They stay as they are.
+std::vector<EnvironmentPtr> &inherited() {
+    static auto &environments = *new std::vector<EnvironmentPtr>;
+    return environments;
+}
+
+}  // namespace
+
+// Never destroyed: other threads may use it while the process exits.
+Database &Database::instance() {
+    static Database &database = *new Database;
+    return database;
+}
+
+const Configuration &Database::configuration() {
+    if (!configuration_) {
+        configuration_ = read_configuration();
+    }
+    return *configuration_;
+}
+
+std::string Database::watcher_directory() {
+    const std::lock_guard lock(mutex_);
+    return configuration().watcher_directory;
+}
+
+void Database::retire(Slot &slot) {
+    slot.closing = slot.current;
+    slot.current.reset();
+}
+
+// Waits, unlocked, for the last user of the retired environment: transactions
+// are short. Two openings of one file must not overlap.
+cerrno Database::open(Slot &slot, Tree tree, std::unique_lock<std::mutex> &lock) {
+    for (int attempt = 0; !slot.closing.expired(); ++attempt) {
+        if (attempt == kCloseAttempts) {
+            return SYSDB_ERR_BUSY;
+        }
+        lock.unlock();
+        nanosleep(&kCloseInterval, nullptr);
+        lock.lock();
+        if (slot.current != nullptr) {
+            return 0;
+        }
+    }
+    const Configuration &files = configuration();
+    const std::string &file = tree == Tree::kCfg ? files.cfg_file : files.oper_file;
+    const cerrno rc = Environment::open(file, tree, files.map_bytes, slot.current);
+    slot.next_check = coarse_seconds() + 1;
+    return rc;
+}
+
+// The file behind the name is looked at once a second, so that a database
+// that was restored or removed is noticed without a cost per call.
+cerrno Database::obtain(Tree tree, EnvironmentPtr &environment) {
+    std::unique_lock lock(mutex_);
+    Slot &slot = slot_of(tree);
+    if (slot.current != nullptr && slot.current->broken()) {
+        retire(slot);
+    }
+    if (slot.current != nullptr && coarse_seconds() >= slot.next_check) {
+        slot.next_check = coarse_seconds() + 1;
+        if (slot.current->replaced()) {
+            log(kLogWarning, "database %s has been replaced or removed; it is opened again",
+                slot.current->file().c_str());
+            retire(slot);
+        }
+    }
+    if (slot.current == nullptr) {
+        const cerrno rc = open(slot, tree, lock);
+        if (rc != 0) {
+            return rc;
+        }
+    }
+    environment = slot.current;
+    return 0;
+}
+
+void Database::reset_in_child() {
+    for (Slot &slot : slots_) {
+        if (slot.current != nullptr) {
+            inherited().push_back(slot.current);
+        }
+        if (EnvironmentPtr closing = slot.closing.lock()) {
+            inherited().push_back(closing);
+        }
+        slot = Slot{};
+    }
+    mutex_.unlock();
+}
+
+}  // namespace sysdb_lmdb

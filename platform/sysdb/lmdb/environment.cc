@@ -1,0 +1,416 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "environment.hpp"
+
+#include <pthread.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "host.hpp"
+#include "page_check.hpp"
+
+namespace sysdb_lmdb {
+namespace {
+
+constexpr unsigned kOpenFlags = MDB_NOSUBDIR | MDB_NOTLS;
+constexpr unsigned kMaxReaders = 1024;
+constexpr MDB_dbi kMaxTables = 8;
+constexpr unsigned kCommitsBetweenChecks = 64;
+constexpr std::size_t kReservedPages = 64;
+constexpr int kSnapshotAttempts = 8;
+constexpr MDB_dbi kFreeList = 0;  // LMDB's own table of pages to use again
+
+constexpr char kMetaTable[] = "meta";
+constexpr char kItemsTable[] = "items";
+constexpr char kLogTable[] = "log";
+constexpr char kWatchTable[] = "watch";
+constexpr std::string_view kStampKey = "format";
+
+constinit std::atomic<std::uint64_t> g_generations{0};
+
+// Tells this database from other LMDB files, and the two trees apart.
+std::string_view stamp_of(Tree tree) {
+    return tree == Tree::kCfg ? "aaa-sysdb 1 cfg" : "aaa-sysdb 1 oper";
+}
+
+std::string lock_file_of(const std::string &file) {
+    return file + "-lock";
+}
+
+// LMDB is about to abort the process: it has found what cannot be.
+void log_assertion(MDB_env *env, const char *text) {
+    const char *path = "?";
+    mdb_env_get_path(env, &path);
+    log(kLogError, "database %s is damaged: %s; this process ends; restore the file from a backup", path, text);
+}
+
+bool is_damage(int rc) {
+    switch (rc) {
+        case MDB_PAGE_NOTFOUND:
+        case MDB_CORRUPTED:
+        case MDB_PANIC:
+        case MDB_VERSION_MISMATCH:
+        case MDB_INVALID:
+        case MDB_INCOMPATIBLE:
+        case MDB_BAD_TXN:
+        case MDB_BAD_DBI:
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+Environment::~Environment() {
+    for (auto &place : idle_) {
+        mdb_txn_abort(place.load(std::memory_order_acquire));
+    }
+    if (env_ != nullptr) {
+        mdb_env_close(env_);
+    }
+}
+
+int Environment::open_handle(std::size_t map_bytes, unsigned flags) {
+    if (env_ != nullptr) {
+        mdb_env_close(env_);
+        env_ = nullptr;
+    }
+    int rc = mdb_env_create(&env_);
+    if (rc != 0) {
+        env_ = nullptr;
+        return rc;
+    }
+    mdb_env_set_assert(env_, log_assertion);
+    rc = mdb_env_set_mapsize(env_, map_bytes);
+    if (rc == 0) {
+        rc = mdb_env_set_maxreaders(env_, kMaxReaders);
+    }
+    if (rc == 0) {
+        rc = mdb_env_set_maxdbs(env_, kMaxTables);
+    }
+    return rc == 0 ? mdb_env_open(env_, file_.c_str(), kOpenFlags | flags, kFileMode) : rc;
+}
+
+// A process without permission to write may still read.
+cerrno Environment::open_file(std::size_t map_bytes) {
+    const char *fault = find_header_fault(file_);
+    if (fault != nullptr) {
+        return report_damage(fault);
+    }
+    FileIdentity before;
+    const bool existed = identify(file_, before);
+    int rc = open_handle(map_bytes, 0);
+    if (existed && (rc == EACCES || rc == EROFS)) {
+        rc = open_handle(map_bytes, MDB_RDONLY);
+        read_only_ = rc == 0;
+    }
+    if (rc != 0) {
+        return report(rc);
+    }
+    if (!existed) {
+        set_file_mode(file_, kFileMode);
+        set_file_mode(lock_file_of(file_), kFileMode);
+        sync_directory(parent_of(file_));
+    }
+    int fd = -1;
+    struct stat status;
+    if (mdb_env_get_fd(env_, &fd) != 0 || fstat(fd, &status) != 0) {
+        return report(errno);
+    }
+    identity_ = {status.st_dev, status.st_ino};
+    return 0;
+}
+
+cerrno Environment::open(const std::string &file, Tree tree, std::size_t map_bytes, EnvironmentPtr &result) {
+    EnvironmentPtr environment(new Environment(file, tree));
+    cerrno rc = ensure_directory(parent_of(file));
+    if (rc == 0) {
+        rc = environment->open_file(map_bytes);
+    }
+    if (rc == 0) {
+        environment->free_dead_readers();
+        rc = environment->check_contents();
+    }
+    if (rc == 0) {
+        rc = environment->open_tables();
+    }
+    if (rc != 0) {
+        return rc;
+    }
+    MDB_envinfo info;
+    mdb_env_info(environment->env_, &info);
+    environment->log_capacity_ = std::clamp<std::uint64_t>(info.me_mapsize / 4096, 256, 65536);
+    environment->generation_ = g_generations.fetch_add(1, std::memory_order_relaxed) + 1;
+    result = std::move(environment);
+    return 0;
+}
+
+cerrno Environment::report_damage(const char *fault) {
+    log(kLogError,
+        "database %s cannot be used: %s; restore it from a backup, or remove it (with %s) to begin with an empty one",
+        file_.c_str(), fault, lock_file_of(file_).c_str());
+    return SYSDB_ERR_CORRUPT;
+}
+
+// LMDB believes what it reads; a damaged page would crash the process later.
+cerrno Environment::check_contents() {
+    int fd = -1;
+    mdb_env_get_fd(env_, &fd);
+    for (int attempt = 0; attempt < kSnapshotAttempts; ++attempt) {
+        ReadTxn txn(*this);
+        const cerrno rc = txn.begin();
+        if (rc != 0) {
+            return rc;
+        }
+        bool stale = false;
+        const char *fault = find_page_fault(fd, mdb_txn_id(txn.get()), stale);
+        if (!stale) {
+            return fault == nullptr ? 0 : report_damage(fault);
+        }
+    }
+    return 0;  // others write it so fast that it must be sound
+}
+
+// Zero, MDB_NOTFOUND when there is no stamp, MDB_INCOMPATIBLE for another one.
+int Environment::find_stamp(MDB_txn *txn, bool &empty) {
+    MDB_dbi root = 0;
+    int rc = mdb_dbi_open(txn, nullptr, 0, &root);
+    if (rc != 0) {
+        return rc;
+    }
+    MDB_stat statistics;
+    rc = mdb_stat(txn, root, &statistics);
+    empty = rc == 0 && statistics.ms_entries == 0;
+    if (rc == 0) {
+        rc = mdb_dbi_open(txn, kMetaTable, 0, &meta_);
+    }
+    MDB_val key = value_of(kStampKey);
+    MDB_val value;
+    if (rc == 0) {
+        rc = mdb_get(txn, meta_, &key, &value);
+    }
+    if (rc == 0 && view_of(value) != stamp_of(tree_)) {
+        rc = MDB_INCOMPATIBLE;
+    }
+    return rc;
+}
+
+int Environment::make_tables(MDB_txn *txn) {
+    int rc = mdb_dbi_open(txn, kMetaTable, MDB_CREATE, &meta_);
+    MDB_val key = value_of(kStampKey);
+    MDB_val value = value_of(stamp_of(tree_));
+    if (rc == 0) {
+        rc = mdb_put(txn, meta_, &key, &value, 0);
+    }
+    MDB_dbi table = 0;
+    if (rc == 0) {
+        rc = mdb_dbi_open(txn, kItemsTable, MDB_CREATE, &table);
+    }
+    if (rc == 0) {
+        rc = mdb_dbi_open(txn, kLogTable, MDB_CREATE | MDB_INTEGERKEY, &table);
+    }
+    return rc == 0 ? mdb_dbi_open(txn, kWatchTable, MDB_CREATE | MDB_DUPSORT, &table) : rc;
+}
+
+cerrno Environment::report_foreign() {
+    log(kLogError,
+        "%s is not the system database this program uses (another program's file, another version, or the other tree's);"
+        " it is not touched; move it away",
+        file_.c_str());
+    return SYSDB_ERR_CORRUPT;
+}
+
+cerrno Environment::open_tables() {
+    bool empty = false;
+    int rc = 0;
+    {
+        ReadTxn txn(*this);
+        const cerrno begun = txn.begin();
+        if (begun != 0) {
+            return begun;
+        }
+        rc = find_stamp(txn.get(), empty);
+    }
+    if (rc == MDB_NOTFOUND && empty) {
+        // Another process may be doing the same; the writer's lock decides.
+        const cerrno made = write(Growth::kGrows, [this](MDB_txn *txn) {
+            bool still_empty = false;
+            const int found = find_stamp(txn, still_empty);
+            return found == MDB_NOTFOUND && still_empty ? make_tables(txn) : found;
+        });
+        if (made != 0) {
+            return made;
+        }
+    } else if (rc == MDB_NOTFOUND || rc == MDB_INCOMPATIBLE) {
+        return report_foreign();
+    } else if (rc != 0) {
+        return report(rc);
+    }
+    MDB_txn *txn = nullptr;
+    rc = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn);
+    if (rc != 0) {
+        return report(rc);
+    }
+    rc = mdb_dbi_open(txn, kMetaTable, 0, &meta_);
+    rc = rc != 0 ? rc : mdb_dbi_open(txn, kItemsTable, 0, &items_);
+    rc = rc != 0 ? rc : mdb_dbi_open(txn, kLogTable, MDB_INTEGERKEY, &log_);
+    rc = rc != 0 ? rc : mdb_dbi_open(txn, kWatchTable, MDB_DUPSORT, &watches_);
+    if (rc != 0) {
+        mdb_txn_abort(txn);
+        return report_foreign();
+    }
+    // The handles of tables outlive only a transaction that is committed.
+    return report(mdb_txn_commit(txn));
+}
+
+bool Environment::replaced() const {
+    FileIdentity now;
+    return !identify(file_, now) || now != identity_;
+}
+
+cerrno Environment::report(int rc) {
+    if (rc == 0) {
+        return 0;
+    }
+    if (rc == MDB_NOTFOUND) {
+        return SYSDB_ERR_NOT_FOUND;
+    }
+    if (is_damage(rc)) {
+        broken_.store(true, std::memory_order_relaxed);
+        return report_damage(mdb_strerror(rc));
+    }
+    switch (rc) {
+        case MDB_MAP_FULL:
+            log(kLogError, "database %s is full; delete what is not needed, or set AAA_SYSDB_MAP_MIB to a larger size",
+                file_.c_str());
+            return SYSDB_ERR_FULL;
+        case MDB_READERS_FULL:
+            log(kLogError, "database %s has no place for another reader (%u); end some of the AAA processes",
+                file_.c_str(), kMaxReaders);
+            return SYSDB_ERR_BUSY;
+        case MDB_MAP_RESIZED:
+            // Another process uses a larger map; opened again, this one does too.
+            broken_.store(true, std::memory_order_relaxed);
+            return SYSDB_ERR_BUSY;
+        case MDB_BAD_VALSIZE:
+            return SYSDB_ERR_PATH_TOO_LONG;
+        default:
+            break;
+    }
+    log(kLogError, "database %s: %s; check the directory's place and permissions", file_.c_str(), mdb_strerror(rc));
+    return rc > 0 ? code_of_errno(rc) : SYSDB_ERR_STORAGE;
+}
+
+int Environment::begin_write(Growth growth, MDB_txn *&txn) {
+    int rc = mdb_txn_begin(env_, nullptr, 0, &txn);
+    if (rc != 0 || growth == Growth::kShrinks) {
+        return rc;
+    }
+    rc = check_room(txn);
+    if (rc != 0) {
+        mdb_txn_abort(txn);
+    }
+    return rc;
+}
+
+// Deletion writes new pages before it gives any back. Without a reserve a
+// full database could not even be emptied.
+int Environment::check_room(MDB_txn *txn) {
+    MDB_envinfo info;
+    MDB_stat statistics;
+    mdb_env_info(env_, &info);
+    mdb_env_stat(env_, &statistics);
+    const std::size_t pages = info.me_mapsize / statistics.ms_psize;
+    const std::size_t reserve = std::min(kReservedPages, pages / 8);
+    std::size_t available = pages - std::min(pages, info.me_last_pgno + 1);
+    if (available >= reserve) {
+        return 0;
+    }
+    Cursor cursor;
+    int rc = cursor.open(txn, kFreeList);
+    if (rc != 0) {
+        return rc;
+    }
+    MDB_val key;
+    MDB_val value;
+    while (available < reserve && (rc = cursor.get(key, value, MDB_NEXT)) == 0) {
+        std::size_t freed = 0;  // each record is a count and as many page numbers
+        std::memcpy(&freed, value.mv_data, std::min(sizeof freed, value.mv_size));
+        available += freed;
+    }
+    return available >= reserve ? 0 : MDB_MAP_FULL;
+}
+
+void Environment::free_dead_readers() {
+    int dead = 0;
+    if (mdb_reader_check(env_, &dead) == 0 && dead > 0) {
+        log(kLogInfo, "database %s: places of %d dead readers are free again", file_.c_str(), dead);
+    }
+}
+
+void Environment::count_commit() {
+    if (commits_.fetch_add(1, std::memory_order_relaxed) % kCommitsBetweenChecks == kCommitsBetweenChecks - 1) {
+        free_dead_readers();
+    }
+}
+
+// Threads begin their search at different places, so they seldom meet. No
+// thread-local storage: its first use may enter the dynamic loader.
+int Environment::take_reader(MDB_txn *&txn) {
+    const std::size_t first = static_cast<std::size_t>(pthread_self()) >> 12;
+    for (std::size_t i = 0; i < kIdleReaders; ++i) {
+        auto &place = idle_[(first + i) % kIdleReaders];
+        if (place.load(std::memory_order_relaxed) == nullptr) {
+            continue;
+        }
+        txn = place.exchange(nullptr, std::memory_order_acquire);
+        if (txn == nullptr) {
+            continue;
+        }
+        const int rc = mdb_txn_renew(txn);
+        if (rc != 0) {
+            mdb_txn_abort(txn);
+        }
+        return rc;
+    }
+    int rc = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn);
+    if (rc == MDB_READERS_FULL) {
+        free_dead_readers();
+        rc = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn);
+    }
+    return rc;
+}
+
+void Environment::give_back_reader(MDB_txn *txn) {
+    mdb_txn_reset(txn);
+    const std::size_t first = static_cast<std::size_t>(pthread_self()) >> 12;
+    for (std::size_t i = 0; i < kIdleReaders; ++i) {
+        MDB_txn *expected = nullptr;
+        auto &place = idle_[(first + i) % kIdleReaders];
+        if (place.compare_exchange_strong(expected, txn, std::memory_order_release, std::memory_order_relaxed)) {
+            return;
+        }
+    }
+    mdb_txn_abort(txn);
+}
+
+ReadTxn::~ReadTxn() {
+    if (txn_ != nullptr) {
+        environment_.give_back_reader(txn_);
+    }
+}
+
+cerrno ReadTxn::begin() {
+    MDB_txn *txn = nullptr;
+    const int rc = environment_.take_reader(txn);
+    if (rc == 0) {
+        txn_ = txn;
+    }
+    return environment_.report(rc);
+}
+
+}  // namespace sysdb_lmdb

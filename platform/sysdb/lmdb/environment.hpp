@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// One open database file and its transactions.
+//
+// A process must never have the same file open twice: LMDB's lock file uses
+// POSIX record locks, and closing one of the two would drop those of both.
+// Database sees to that; nobody else opens or closes an Environment.
+#pragma once
+
+#include <lmdb.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "files.hpp"
+#include "key.hpp"
+
+namespace sysdb_lmdb {
+
+// What a body of a write transaction returns to leave everything as it was
+// and still succeed. No LMDB result and no errno is as large.
+inline constexpr int kNothingToDo = 1 << 20;
+
+class Environment {
+  public:
+    static cerrno open(const std::string &file, Tree tree, std::size_t map_bytes, std::shared_ptr<Environment> &result);
+    ~Environment();
+    Environment(const Environment &) = delete;
+    Environment &operator=(const Environment &) = delete;
+
+    Tree tree() const { return tree_; }
+    const std::string &file() const { return file_; }
+    bool read_only() const { return read_only_; }
+    MDB_dbi items() const { return items_; }
+    MDB_dbi log_table() const { return log_; }
+    MDB_dbi watches() const { return watches_; }
+    // Grows with every opening in this process.
+    std::uint64_t generation() const { return generation_; }
+    // Changes to remember: as many as a 4096th of the map, bounded.
+    std::uint64_t log_capacity() const { return log_capacity_; }
+
+    // The name now belongs to another file, or to none.
+    bool replaced() const;
+    // Not to be used any more; to be closed and opened again.
+    bool broken() const { return broken_.load(std::memory_order_relaxed); }
+
+    // The code for an LMDB result; logs what an administrator must know.
+    cerrno report(int rc);
+
+    // One write transaction: body(txn) gives an LMDB result, 0 commits.
+    // A growing one is refused while there is still room for deletions.
+    enum class Growth { kGrows, kShrinks };
+    template <typename Body>
+    cerrno write(Growth growth, Body body);
+
+    // For ReadTxn.
+    int take_reader(MDB_txn *&txn);
+    void give_back_reader(MDB_txn *txn);
+
+  private:
+    // Idle read transactions; each keeps its place in the file's reader table.
+    static constexpr std::size_t kIdleReaders = 16;
+
+    Environment(std::string file, Tree tree) : file_(std::move(file)), tree_(tree) {}
+    int open_handle(std::size_t map_bytes, unsigned flags);
+    cerrno open_file(std::size_t map_bytes);
+    cerrno check_contents();
+    cerrno open_tables();
+    int find_stamp(MDB_txn *txn, bool &empty);
+    int make_tables(MDB_txn *txn);
+    cerrno report_foreign();
+    cerrno report_damage(const char *fault);
+
+    template <typename Body>
+    int attempt(Growth growth, Body &body);
+    int begin_write(Growth growth, MDB_txn *&txn);
+    int check_room(MDB_txn *txn);
+    void free_dead_readers();
+    void count_commit();
+
+    const std::string file_;
+    const Tree tree_;
+    MDB_env *env_ = nullptr;
+    MDB_dbi meta_ = 0;
+    MDB_dbi items_ = 0;
+    MDB_dbi log_ = 0;
+    MDB_dbi watches_ = 0;
+    bool read_only_ = false;
+    std::uint64_t generation_ = 0;
+    std::uint64_t log_capacity_ = 0;
+    FileIdentity identity_;
+    std::atomic<bool> broken_{false};
+    std::atomic<unsigned> commits_{0};
+    std::array<std::atomic<MDB_txn *>, kIdleReaders> idle_{};
+};
+
+using EnvironmentPtr = std::shared_ptr<Environment>;
+
+// A consistent view of the database for as long as the object lives.
+class ReadTxn {
+  public:
+    explicit ReadTxn(Environment &environment) : environment_(environment) {}
+    ~ReadTxn();
+    ReadTxn(const ReadTxn &) = delete;
+    ReadTxn &operator=(const ReadTxn &) = delete;
+
+    cerrno begin();
+    MDB_txn *get() const { return txn_; }
+    Environment &environment() const { return environment_; }
+
+  private:
+    Environment &environment_;
+    MDB_txn *txn_ = nullptr;
+};
+
+// A cursor that closes itself; for read transactions, and for write
+// transactions inside their body.
+class Cursor {
+  public:
+    Cursor() = default;
+    ~Cursor() {
+        if (cursor_ != nullptr) {
+            mdb_cursor_close(cursor_);
+        }
+    }
+    Cursor(const Cursor &) = delete;
+    Cursor &operator=(const Cursor &) = delete;
+
+    int open(MDB_txn *txn, MDB_dbi table) { return mdb_cursor_open(txn, table, &cursor_); }
+    int get(MDB_val &key, MDB_val &value, MDB_cursor_op op) { return mdb_cursor_get(cursor_, &key, &value, op); }
+    MDB_cursor *handle() const { return cursor_; }
+
+  private:
+    MDB_cursor *cursor_ = nullptr;
+};
+
+template <typename Body>
+int Environment::attempt(Growth growth, Body &body) {
+    MDB_txn *txn = nullptr;
+    int rc = begin_write(growth, txn);
+    if (rc != 0) {
+        return rc;
+    }
+    rc = body(txn);
+    if (rc != 0) {
+        mdb_txn_abort(txn);
+        return rc;
+    }
+    return mdb_txn_commit(txn);
+}
+
+template <typename Body>
+cerrno Environment::write(Growth growth, Body body) {
+    if (read_only_) {
+        return SYSDB_ERR_READ_ONLY;
+    }
+    int rc = attempt(growth, body);
+    if (rc == MDB_MAP_FULL || rc == MDB_READERS_FULL) {
+        // Readers that died inside a transaction keep pages from being used again.
+        free_dead_readers();
+        rc = attempt(growth, body);
+    }
+    if (rc == 0) {
+        count_commit();
+    }
+    return rc == kNothingToDo ? 0 : report(rc);
+}
+
+}  // namespace sysdb_lmdb

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Items: a key, and as its value the data type (four bytes, host order) with
+// the item's bytes behind it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "database.hpp"
+
+namespace sysdb_lmdb {
+
+inline constexpr std::uint32_t kMaxValue = 1024 * 1024;
+
+struct Item {
+    std::uint32_t datatype;
+    std::string_view value;  // valid for as long as the transaction
+};
+
+// SYSDB_ERR_NOT_FOUND, SYSDB_ERR_BAD_VALUE.
+cerrno find_item(const ReadTxn &txn, std::string_view key, Item &item);
+
+// Whether a stored value begins with a type, and which.
+bool parse_item(const MDB_val &stored, Item &item);
+
+// What was changed by a write, for telling the watchers.
+using ChangedKeys = std::vector<std::string>;
+
+cerrno store_item(const Key &key, std::uint32_t datatype, std::string_view value, ChangedKeys &changed);
+cerrno delete_item(const Key &key, ChangedKeys &changed);
+// All that is below a directory, with its own marker.
+cerrno delete_directory(const Key &directory, ChangedKeys &changed);
+
+}  // namespace sysdb_lmdb

@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Keys are flat and ordered; the entries of a directory are found by skipping.
+// What follows the directory's own key up to the next '/' is a name. Behind a
+// directory's entry the search goes on at its key with '0' in place of the
+// final '/', which is the next byte: nothing of that directory lies behind it.
+
+#include "listing.hpp"
+
+#include "items.hpp"
+
+namespace sysdb_lmdb {
+namespace {
+
+constexpr char kBehindSlash = '/' + 1;
+
+// The part of a key below a directory that is one entry's name.
+std::string_view entry_name(std::string_view rest) {
+    const auto slash = rest.find('/');
+    return slash == std::string_view::npos ? rest : rest.substr(0, slash + 1);
+}
+
+// The type that a listing shows for the key under the cursor.
+std::uint32_t entry_type(std::string_view name, const MDB_val &value) {
+    Item item;
+    if (name.ends_with('/')) {
+        return SYSDB_TYPE_DIRECTORY;
+    }
+    return parse_item(value, item) ? item.datatype : SYSDB_TYPE_ANY;
+}
+
+// The first key that is not in the directory's range any more.
+std::string behind(std::string_view directory) {
+    std::string key(directory);
+    key.back() = kBehindSlash;
+    return key;
+}
+
+class LevelWalk {
+  public:
+    LevelWalk(const ReadTxn &txn, std::string_view directory) : directory_(directory) {
+        rc_ = cursor_.open(txn.get(), txn.environment().items());
+        if (rc_ == 0) {
+            seek(directory);
+        }
+        exists_ = rc_ == 0 && view_of(key_).starts_with(directory_);
+        if (exists_ && view_of(key_) == directory_) {
+            rc_ = cursor_.get(key_, value_, MDB_NEXT);  // the directory's own marker
+        }
+    }
+
+    // Something is below the directory, or it was made by hand.
+    bool exists() const { return exists_; }
+    int result() const { return rc_ == MDB_NOTFOUND ? 0 : rc_; }
+
+    bool next(Entry &entry) {
+        if (rc_ != 0 || !view_of(key_).starts_with(directory_)) {
+            return false;
+        }
+        const std::string_view key = view_of(key_);
+        const std::string_view name = entry_name(key.substr(directory_.size()));
+        entry = {decode(name), entry_type(name, value_)};
+        if (name.ends_with('/')) {
+            seek(behind(key.substr(0, directory_.size() + name.size())));
+        } else {
+            rc_ = cursor_.get(key_, value_, MDB_NEXT);
+        }
+        return true;
+    }
+
+  private:
+    void seek(std::string_view key) {
+        key_ = value_of(key);
+        rc_ = cursor_.get(key_, value_, MDB_SET_RANGE);
+    }
+
+    const std::string_view directory_;
+    Cursor cursor_;
+    MDB_val key_{};
+    MDB_val value_{};
+    int rc_ = 0;
+    bool exists_ = false;
+};
+
+// The cursor on the last key below the directory; its marker does not count.
+int seek_last(Cursor &cursor, std::string_view directory, MDB_val &key, MDB_val &value) {
+    const std::string end = behind(directory);
+    key = value_of(end);
+    int rc = cursor.get(key, value, MDB_SET_RANGE);
+    if (rc == 0) {
+        rc = cursor.get(key, value, MDB_PREV);
+    } else if (rc == MDB_NOTFOUND) {
+        rc = cursor.get(key, value, MDB_LAST);
+    }
+    if (rc == 0 && (!view_of(key).starts_with(directory) || view_of(key) == directory)) {
+        rc = MDB_NOTFOUND;
+    }
+    return rc;
+}
+
+}  // namespace
+
+bool name_matches(std::string_view pattern, std::string_view name) {
+    if (pattern.empty()) {
+        return true;
+    }
+    if (name.ends_with('/')) {
+        name.remove_suffix(1);
+    }
+    std::size_t p = 0;
+    std::size_t star = std::string_view::npos;  // the last '*' seen, and where its match began
+    std::size_t resume = 0;
+    for (std::size_t n = 0; n < name.size();) {
+        if (p < pattern.size() && pattern[p] == '*') {
+            star = p++;
+            resume = n;
+        } else if (p < pattern.size() && (pattern[p] == '?' || pattern[p] == name[n])) {
+            ++p;
+            ++n;
+        } else if (star != std::string_view::npos) {
+            p = star + 1;
+            n = ++resume;
+        } else {
+            return false;
+        }
+    }
+    return pattern.find_first_not_of('*', p) == std::string_view::npos;
+}
+
+cerrno list_directory(const Key &directory, bool root, std::string_view pattern, Listing &listing) {
+    return Database::instance().read(directory.tree(), [&](const ReadTxn &txn) -> cerrno {
+        listing.entries.clear();
+        LevelWalk walk(txn, directory.view());
+        if (!walk.exists()) {
+            const cerrno rc = txn.environment().report(walk.result());
+            return rc == 0 && !root ? SYSDB_ERR_NOT_FOUND : rc;
+        }
+        for (Entry entry; walk.next(entry);) {
+            if (name_matches(pattern, entry.name)) {
+                listing.entries.push_back(std::move(entry));
+            }
+        }
+        return txn.environment().report(walk.result());
+    });
+}
+
+cerrno last_entry(const Key &directory, Entry &entry) {
+    return Database::instance().read(directory.tree(), [&](const ReadTxn &txn) -> cerrno {
+        Cursor cursor;
+        MDB_val key;
+        MDB_val value;
+        int rc = cursor.open(txn.get(), txn.environment().items());
+        if (rc == 0) {
+            rc = seek_last(cursor, directory.view(), key, value);
+        }
+        if (rc != 0) {
+            return txn.environment().report(rc);
+        }
+        const std::string_view name = entry_name(view_of(key).substr(directory.view().size()));
+        entry = {decode(name), entry_type(name, value)};
+        return 0;
+    });
+}
+
+}  // namespace sysdb_lmdb

@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "watch_table.hpp"
+
+#include <dirent.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "host.hpp"
+#include "watcher_socket.hpp"
+
+namespace sysdb_lmdb {
+namespace {
+
+using Names = std::vector<std::string>;
+
+void insert_once(Names &names, std::string_view name) {
+    if (std::find(names.begin(), names.end(), name) == names.end()) {
+        names.emplace_back(name);
+    }
+}
+
+// Sockets in the rows of one key.
+int collect(Cursor &cursor, std::string_view watched, Names &names) {
+    MDB_val key = value_of(watched);
+    MDB_val value;
+    int rc = cursor.get(key, value, MDB_SET_KEY);
+    for (; rc == 0; rc = cursor.get(key, value, MDB_NEXT_DUP)) {
+        insert_once(names, view_of(value));
+    }
+    return rc == MDB_NOTFOUND ? 0 : rc;
+}
+
+// The key itself, and every directory that it lies in.
+int collect_for_key(Cursor &cursor, std::string_view changed, Names &names) {
+    int rc = collect(cursor, changed, names);
+    std::size_t slash = changed.find('/', 1);
+    while (rc == 0 && slash != std::string_view::npos && slash + 1 < changed.size()) {
+        rc = collect(cursor, changed.substr(0, slash + 1), names);
+        slash = changed.find('/', slash + 1);
+    }
+    return rc;
+}
+
+int collect_all(Cursor &cursor, Names &names) {
+    MDB_val key;
+    MDB_val value;
+    int rc = cursor.get(key, value, MDB_FIRST);
+    for (; rc == 0; rc = cursor.get(key, value, MDB_NEXT)) {
+        insert_once(names, view_of(value));
+    }
+    return rc == MDB_NOTFOUND ? 0 : rc;
+}
+
+template <typename Collect>
+cerrno read_names(Collect collect_names) {
+    return Database::instance().read(Tree::kOper, [&](const ReadTxn &txn) {
+        Cursor cursor;
+        int rc = cursor.open(txn.get(), txn.environment().watches());
+        if (rc == 0) {
+            rc = collect_names(cursor);
+        }
+        return txn.environment().report(rc);
+    });
+}
+
+int remove_rows(MDB_txn *txn, MDB_dbi table, const Names &dead) {
+    Cursor cursor;
+    int rc = cursor.open(txn, table);
+    MDB_val key;
+    MDB_val value;
+    std::vector<std::pair<std::string, std::string>> rows;
+    for (rc = rc == 0 ? cursor.get(key, value, MDB_FIRST) : rc; rc == 0; rc = cursor.get(key, value, MDB_NEXT)) {
+        if (std::find(dead.begin(), dead.end(), view_of(value)) != dead.end()) {
+            rows.emplace_back(view_of(key), view_of(value));
+        }
+    }
+    rc = rc == MDB_NOTFOUND ? 0 : rc;
+    for (auto row = rows.begin(); row != rows.end() && rc == 0; ++row) {
+        key = value_of(row->first);
+        value = value_of(row->second);
+        rc = mdb_del(txn, table, &key, &value);
+    }
+    return rc;
+}
+
+void bury(const std::string &directory, const Names &dead) {
+    if (dead.empty()) {
+        return;
+    }
+    log(kLogInfo, "%zu processes have ended without taking back what they watched; %s is cleaned up", dead.size(),
+        directory.c_str());
+    const cerrno rc = Database::instance().with(Tree::kOper, [&](Environment &environment) {
+        return environment.write(Environment::Growth::kShrinks,
+                                 [&](MDB_txn *txn) { return remove_rows(txn, environment.watches(), dead); });
+    });
+    for (const std::string &name : dead) {
+        if (rc == 0) {
+            remove_socket_file(directory, name);
+        }
+    }
+}
+
+// Sockets without a row, of processes that died between the two.
+void add_stray_sockets(const std::string &directory, Names &names) {
+    DIR *stream = opendir(directory.c_str());
+    if (stream == nullptr) {
+        return;
+    }
+    for (const dirent *entry = readdir(stream); entry != nullptr; entry = readdir(stream)) {
+        if (entry->d_name[0] != '.') {
+            insert_once(names, entry->d_name);
+        }
+    }
+    closedir(stream);
+}
+
+}  // namespace
+
+cerrno add_watch(std::string_view key, const std::string &socket_name) {
+    return Database::instance().with(Tree::kOper, [&](Environment &environment) {
+        return environment.write(Environment::Growth::kGrows, [&](MDB_txn *txn) {
+            MDB_val name = value_of(key);
+            MDB_val value = value_of(socket_name);
+            const int rc = mdb_put(txn, environment.watches(), &name, &value, MDB_NODUPDATA);
+            return rc == MDB_KEYEXIST ? kNothingToDo : rc;
+        });
+    });
+}
+
+cerrno remove_watch(std::string_view key, const std::string &socket_name) {
+    return Database::instance().with(Tree::kOper, [&](Environment &environment) {
+        return environment.write(Environment::Growth::kShrinks, [&](MDB_txn *txn) {
+            MDB_val name = value_of(key);
+            MDB_val value = value_of(socket_name);
+            const int rc = mdb_del(txn, environment.watches(), &name, &value);
+            return rc == MDB_NOTFOUND ? kNothingToDo : rc;
+        });
+    });
+}
+
+void notify_watchers(const ChangedKeys &keys) {
+    if (keys.empty()) {
+        return;
+    }
+    Names names;
+    const cerrno rc = read_names([&](Cursor &cursor) {
+        int result = 0;
+        for (auto key = keys.begin(); key != keys.end() && result == 0; ++key) {
+            result = collect_for_key(cursor, *key, names);
+        }
+        return result;
+    });
+    if (rc != 0 || names.empty()) {
+        return;
+    }
+    const std::string directory = Database::instance().watcher_directory();
+    Names dead;
+    for (const std::string &name : names) {
+        if (wake_peer(directory, name) == Peer::kDead) {
+            dead.push_back(name);
+        }
+    }
+    bury(directory, dead);
+}
+
+void sweep_watchers() {
+    const std::string directory = Database::instance().watcher_directory();
+    Names names;
+    if (read_names([&](Cursor &cursor) { return collect_all(cursor, names); }) != 0) {
+        return;
+    }
+    add_stray_sockets(directory, names);
+    Names dead;
+    for (const std::string &name : names) {
+        if (probe_peer(directory, name) == Peer::kDead) {
+            dead.push_back(name);
+        }
+    }
+    bury(directory, dead);
+}
+
+}  // namespace sysdb_lmdb

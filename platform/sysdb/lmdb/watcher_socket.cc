@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "watcher_socket.hpp"
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "files.hpp"
+#include "host.hpp"
+
+namespace sysdb_lmdb {
+namespace {
+
+constexpr mode_t kSocketMode = 0660;
+constexpr int kNameAttempts = 16;
+
+// A socket address takes 107 bytes of path. What is longer is reached through
+// the directory's descriptor, which therefore lives as long as the address.
+class SocketAddress {
+  public:
+    SocketAddress(const std::string &directory, const std::string &name) {
+        std::string path = directory + "/" + name;
+        if (path.size() >= sizeof address_.sun_path) {
+            directory_.reset(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+            path = "/proc/self/fd/" + std::to_string(directory_.get()) + "/" + name;
+        }
+        address_.sun_family = AF_UNIX;
+        std::snprintf(address_.sun_path, sizeof address_.sun_path, "%s", path.c_str());
+    }
+
+    const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&address_); }
+    static socklen_t size() { return sizeof(sockaddr_un); }
+
+  private:
+    sockaddr_un address_{};
+    Descriptor directory_;
+};
+
+Descriptor new_socket() {
+    return Descriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+}
+
+// A pid comes back; the random part keeps a name from coming back with it.
+std::string new_name() {
+    unsigned random = 0;
+    if (getrandom(&random, sizeof random, GRND_NONBLOCK) != sizeof random) {
+        static constinit std::atomic<unsigned> counter{0};
+        random = counter.fetch_add(1, std::memory_order_relaxed);
+    }
+    char name[32];
+    std::snprintf(name, sizeof name, "%ld.%08x", static_cast<long>(getpid()), random);
+    return name;
+}
+
+bool means_dead(int error) {
+    return error == ECONNREFUSED || error == ENOENT || error == ENOTSOCK || error == EPROTOTYPE;
+}
+
+}  // namespace
+
+void Descriptor::reset(int fd) {
+    if (fd_ >= 0) {
+        close(fd_);
+    }
+    fd_ = fd;
+}
+
+cerrno bind_watcher_socket(const std::string &directory, Descriptor &socket, std::string &name) {
+    const cerrno rc = ensure_directory(directory);
+    if (rc != 0) {
+        return rc;
+    }
+    Descriptor fresh = new_socket();
+    for (int attempt = 0; fresh && attempt < kNameAttempts; ++attempt) {
+        name = new_name();
+        const SocketAddress address(directory, name);
+        if (bind(fresh.get(), address.get(), SocketAddress::size()) == 0) {
+            chmod((directory + "/" + name).c_str(), kSocketMode);
+            socket = std::move(fresh);
+            return 0;
+        }
+        if (errno != EADDRINUSE) {
+            break;
+        }
+    }
+    const int error = errno;
+    log(kLogError, "no socket in %s: %s; changes cannot be watched; check the directory's permissions",
+        directory.c_str(), std::strerror(error));
+    return code_of_errno(error);
+}
+
+Peer wake_peer(const std::string &directory, const std::string &name) {
+    const Descriptor sender = new_socket();
+    const SocketAddress address(directory, name);
+    const char wakeup = 1;
+    const ssize_t sent =
+        sendto(sender.get(), &wakeup, sizeof wakeup, MSG_DONTWAIT | MSG_NOSIGNAL, address.get(), SocketAddress::size());
+    // A full queue has a wake-up in it already.
+    return sent < 0 && means_dead(errno) ? Peer::kDead : Peer::kAlive;
+}
+
+Peer probe_peer(const std::string &directory, const std::string &name) {
+    const Descriptor prober = new_socket();
+    const SocketAddress address(directory, name);
+    const int rc = connect(prober.get(), address.get(), SocketAddress::size());
+    return rc != 0 && means_dead(errno) ? Peer::kDead : Peer::kAlive;
+}
+
+void remove_socket_file(const std::string &directory, const std::string &name) {
+    unlink((directory + "/" + name).c_str());
+}
+
+bool socket_file_exists(const std::string &directory, const std::string &name) {
+    struct stat status;
+    return lstat((directory + "/" + name).c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+}
+
+void drain_socket(int fd) {
+    char ignored[16];
+    while (recv(fd, ignored, sizeof ignored, MSG_DONTWAIT | MSG_TRUNC) >= 0) {
+    }
+}
+
+}  // namespace sysdb_lmdb
