@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The tests that every sysdb provider must pass. They use the platform's
+// client interface alone. A provider's own test program is linked with
+// sysdb_conformance.cc and says how to get at an empty database; the provider
+// itself is the one that AAA_SYSDB_PROVIDER names.
+#pragma once
+
+// Defined by the provider's test program: called once, before anything is bound.
+void prepare_database();
+
+// Defined by the provider's test program: the longest absolute path it takes.
+// No component of the paths that are tried looks like a number.
+unsigned longest_path();
