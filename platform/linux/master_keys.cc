@@ -77,7 +77,7 @@ bool read_text(int fd, const char *path, SecretText *text) {
         }
         text->len += static_cast<std::size_t>(n);
     }
-    return refuse(path, "it is too large", "restore it from a backup");
+    return refuse(path, "it is too large", "restore the file from a backup");
 }
 
 bool write_all(int fd, const char *data, std::size_t len) {

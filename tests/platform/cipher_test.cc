@@ -1,0 +1,482 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The password cipher, its master keys, and the command that manages them.
+
+#include "platform/cipher.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "log_socket.hpp"
+#include "platform/control.h"
+#include "temp_dir.hpp"
+
+namespace {
+
+constexpr cerrno kInvalidArg = 0xa2580200u;
+constexpr cerrno kUnusable = 0xa2581000u;
+constexpr cerrno kExists = 0xa2581200u;
+constexpr cerrno kExhausted = 0xa2581400u;
+
+CapturedLog *g_log = nullptr;
+
+std::string text_or_null(char *text) {
+    const std::string out = text != nullptr ? text : "(null)";
+    free(text);
+    return out;
+}
+
+std::string encrypt(const std::string &clear) { return text_or_null(pw_encrypt(clear.c_str(), 7)); }
+std::string decrypt(const std::string &sealed) { return text_or_null(pw_decrypt(sealed.c_str(), 7)); }
+
+struct MasterKeyFile : testing::Test {
+    TempDir dir;
+    std::string path = dir.path("master.keys");
+    void SetUp() override {
+        setenv("AAA_MASTER_KEYS", path.c_str(), 1);
+        ASSERT_EQ(0u, aaa_platform_master_keys_create(path.c_str()));
+        g_log->take();
+    }
+    void TearDown() override { EXPECT_TRUE(g_log->take().empty()); }
+
+    uint32_t rotate() const {
+        uint32_t generation = 999;
+        EXPECT_EQ(0u, aaa_platform_master_keys_rotate(path.c_str(), &generation));
+        return generation;
+    }
+    void replace(const std::string &text, mode_t mode = 0600) const { dir.write("master.keys", text, mode); }
+    [[nodiscard]] std::string contents() const { return dir.read("master.keys"); }
+
+    // One failing decryption (or encryption) and its only log line.
+    void expect_refused(const std::string &sealed, const std::string &log) const {
+        EXPECT_EQ("(null)", decrypt(sealed));
+        EXPECT_EQ(log, g_log->take_one());
+    }
+    void expect_no_keys(const std::string &why) const {
+        const std::string log = "%AAA-PLATFORM-3-MASTER_KEYS : " + path + ": " + why;
+        EXPECT_EQ("(null)", encrypt("secret"));
+        EXPECT_EQ(log, g_log->take_one());
+        expect_refused(kWellFormed, log);
+    }
+
+    const std::string kWellFormed = "0101" + std::string(2 * (24 + 16), 'a');
+};
+
+using Cipher = MasterKeyFile;
+using Keys = MasterKeyFile;
+
+constexpr char kChanged[] =
+    "%AAA-PLATFORM-3-DECRYPT_FAILED : A sealed key of generation 01 was changed, or was sealed with another master "
+    "key; enter it again";
+constexpr char kNoForm[] =
+    "%AAA-PLATFORM-3-DECRYPT_FAILED : A sealed key has not the form of one; it was cut, changed or made by another "
+    "system";
+
+}  // namespace
+
+// ---- cipher ----------------------------------------------------------------------
+
+TEST_F(Cipher, OpensWhatItSealed) {
+    for (const std::string &clear : {std::string("testing123"), std::string(""), std::string("a"),
+                                     std::string("with spaces \t and caf\xc3\xa9 "), std::string(4096, 'k')}) {
+        const std::string sealed = encrypt(clear);
+        EXPECT_EQ(clear, decrypt(sealed));
+    }
+}
+
+TEST_F(Cipher, WritesTwoDigitsAndAnEvenNumberOfHexDigits) {
+    for (size_t n = 0; n < 40; ++n) {
+        const std::string sealed = encrypt(std::string(n, 'k'));
+        ASSERT_EQ(4 + 2 * (24 + n + 16), sealed.size());
+        EXPECT_EQ("0101", sealed.substr(0, 4)) << "generation 1, form 1";
+        for (const char c : sealed) {
+            EXPECT_TRUE(std::isxdigit(static_cast<unsigned char>(c)));
+        }
+    }
+}
+
+TEST_F(Cipher, NeverSealsTheSameWayTwice) {
+    std::set<std::string> seen;
+    for (int i = 0; i < 200; ++i) {
+        EXPECT_TRUE(seen.insert(encrypt("secret")).second);
+    }
+}
+
+TEST_F(Cipher, AcceptsEitherCase) {
+    std::string sealed = encrypt("secret");
+    for (char &c : sealed) {
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    EXPECT_EQ("secret", decrypt(sealed));
+}
+
+TEST_F(Cipher, NoticesAChangeOfAnyCharacter) {
+    const std::string sealed = encrypt("secret");
+    for (size_t i = 0; i < sealed.size(); ++i) {
+        std::string changed = sealed;
+        changed[i] = changed[i] == '5' ? '6' : '5';
+        EXPECT_EQ("(null)", decrypt(changed)) << i;
+        // Characters 0 and 1 name a generation that is not there, 2 and 3 an
+        // unknown form.
+        const std::string log = g_log->take_one();
+        const std::string expected = i < 2   ? "%AAA-PLATFORM-3-DECRYPT_FAILED : " + path +
+                                                 ": no master key of generation " + changed.substr(0, 2) +
+                                                 ", which a sealed key needs; restore it"
+                                     : i < 4 ? kNoForm
+                                             : kChanged;
+        EXPECT_EQ(expected, log) << i;
+    }
+}
+
+TEST_F(Cipher, NoticesACutAndAnExtension) {
+    const std::string sealed = encrypt("secret");
+    for (size_t n = 0; n < sealed.size(); ++n) {
+        EXPECT_EQ("(null)", decrypt(sealed.substr(0, n))) << n;
+        EXPECT_EQ(1u, g_log->take().size()) << n;
+    }
+    EXPECT_EQ("(null)", decrypt(sealed + "00"));
+    EXPECT_EQ(kChanged, g_log->take_one());
+}
+
+TEST_F(Cipher, RefusesTextsOfAnotherShape) {
+    for (const std::string &text : {std::string("12"), std::string("123"), std::string("12AB"), std::string("1a2b"),
+                                    std::string("a1") + std::string(82, '0'), "0101" + std::string(80, 'g'),
+                                    "01 1" + std::string(80, '0'), "0102" + std::string(80, '0'),
+                                    "01" + std::string(100000, '0'), std::string("testing123")}) {
+        expect_refused(text, kNoForm);
+    }
+}
+
+TEST_F(Cipher, RefusesNullsOtherTypesAndEndlessKeys) {
+    EXPECT_EQ(nullptr, pw_decrypt(nullptr, 7));
+    EXPECT_EQ(kNoForm, g_log->take_one());
+    EXPECT_EQ(nullptr, pw_encrypt(nullptr, 7));
+    const std::string no_text =
+        "%AAA-PLATFORM-3-ENCRYPT_FAILED : A key to be sealed is missing or longer than 4096 characters";
+    EXPECT_EQ(no_text, g_log->take_one());
+    EXPECT_EQ("(null)", encrypt(std::string(4097, 'k')));
+    EXPECT_EQ(no_text, g_log->take_one());
+    for (const int type : {0, 5, 6, 8, -1}) {
+        EXPECT_EQ(nullptr, pw_encrypt("secret", type));
+        EXPECT_EQ("%AAA-PLATFORM-3-ENCRYPT_FAILED : The password type is not 7, the only reversible one",
+                  g_log->take_one());
+        EXPECT_EQ(nullptr, pw_decrypt(encrypt("secret").c_str(), type));
+        EXPECT_EQ("%AAA-PLATFORM-3-DECRYPT_FAILED : The password type is not 7, the only reversible one",
+                  g_log->take_one());
+    }
+}
+
+TEST_F(Cipher, NeverLogsAKey) {
+    const std::string sealed = encrypt("s3cret-value");
+    std::string changed = sealed;
+    changed.back() = changed.back() == '0' ? '1' : '0';
+    decrypt(changed);
+    const std::string log = g_log->take_one();
+    EXPECT_EQ(std::string::npos, log.find("s3cret"));
+    EXPECT_EQ(std::string::npos, log.find(sealed.substr(4, 12)));
+    EXPECT_EQ(std::string::npos, log.find(contents().substr(21, 12)));
+}
+
+TEST_F(Cipher, LeavesInputAndErrnoAlone) {
+    char clear[] = "secret";
+    errno = EINTR;
+    char *sealed = pw_encrypt(clear, 7);
+    EXPECT_EQ(EINTR, errno);
+    const std::string before = sealed;
+    char *opened = pw_decrypt(sealed, 7);
+    EXPECT_EQ(EINTR, errno);
+    EXPECT_STREQ("secret", clear);
+    EXPECT_EQ(before, sealed);
+    free(opened);
+    free(sealed);
+}
+
+// ---- generations -------------------------------------------------------------------
+
+TEST_F(Keys, SealWithTheNewestAndOpenWithAll) {
+    const std::string first = encrypt("one");
+    EXPECT_EQ(2u, rotate());
+    const std::string second = encrypt("two");
+    EXPECT_EQ(3u, rotate());
+    EXPECT_EQ("01", first.substr(0, 2));
+    EXPECT_EQ("02", second.substr(0, 2));
+    EXPECT_EQ("03", encrypt("three").substr(0, 2));
+    EXPECT_EQ("one", decrypt(first));
+    EXPECT_EQ("two", decrypt(second));
+}
+
+TEST_F(Keys, OfALostGenerationAreMissed) {
+    const std::string sealed = encrypt("secret");
+    rotate();
+    std::string text = contents();
+    const size_t at = text.find("\n01 ");
+    text.erase(at + 1, text.find('\n', at + 1) - at);
+    replace(text);
+    expect_refused(sealed, "%AAA-PLATFORM-3-DECRYPT_FAILED : " + path +
+                               ": no master key of generation 01, which a sealed key needs; restore it");
+}
+
+TEST_F(Keys, OfAnotherFileDoNotOpen) {
+    const std::string sealed = encrypt("secret");
+    ASSERT_EQ(0, unlink(path.c_str()));
+    ASSERT_EQ(0u, aaa_platform_master_keys_create(path.c_str()));
+    expect_refused(sealed, kChanged);
+}
+
+TEST_F(Keys, GoOnAfterTheLastNumberUntilOneIsTaken) {
+    for (uint32_t generation = 2; generation < 100; ++generation) {
+        ASSERT_EQ(generation, rotate());
+    }
+    EXPECT_EQ(0u, rotate()) << "99 is followed by 00";
+    EXPECT_EQ("00", encrypt("x").substr(0, 2));
+    const std::string before = contents();
+    uint32_t generation = 999;
+    EXPECT_EQ(kExhausted, aaa_platform_master_keys_rotate(path.c_str(), &generation));
+    EXPECT_EQ(999u, generation);
+    EXPECT_EQ(before, contents());
+    EXPECT_EQ("%AAA-PLATFORM-3-MASTER_KEYS : " + path +
+                  ": generation 01 is in use still; seal the server keys of that generation again and remove its line",
+              g_log->take_one());
+}
+
+TEST_F(Keys, AreListedOldestFirst) {
+    rotate();
+    aaa_platform_master_key_t keys[4] = {};
+    uint32_t count = 0;
+    ASSERT_EQ(0u, aaa_platform_master_keys_list(path.c_str(), keys, 4, &count));
+    ASSERT_EQ(2u, count);
+    EXPECT_EQ(1u, keys[0].generation);
+    EXPECT_EQ(0u, keys[0].newest);
+    EXPECT_EQ(2u, keys[1].generation);
+    EXPECT_EQ(1u, keys[1].newest);
+    EXPECT_NEAR(static_cast<double>(time(nullptr)), static_cast<double>(keys[0].created), 600);
+    count = 0;
+    EXPECT_EQ(0u, aaa_platform_master_keys_list(nullptr, keys, 1, &count)) << "null is the file of the cipher";
+    EXPECT_EQ(2u, count);
+    EXPECT_EQ(0u, aaa_platform_master_keys_list(path.c_str(), nullptr, 0, &count));
+    EXPECT_EQ(kInvalidArg, aaa_platform_master_keys_list(path.c_str(), nullptr, 1, &count));
+    EXPECT_EQ(kInvalidArg, aaa_platform_master_keys_list(path.c_str(), keys, 1, nullptr));
+}
+
+// ---- file ------------------------------------------------------------------------
+
+TEST_F(Keys, StandInAFileForItsOwnerOnly) {
+    struct stat st{};
+    ASSERT_EQ(0, stat(path.c_str(), &st));
+    EXPECT_EQ(0600u, st.st_mode & 07777u);
+    const mode_t old_mask = umask(0);
+    rotate();
+    umask(old_mask);
+    ASSERT_EQ(0, stat(path.c_str(), &st));
+    EXPECT_EQ(0600u, st.st_mode & 07777u);
+}
+
+TEST_F(Keys, AreNeverOverwrittenByCreate) {
+    const std::string before = contents();
+    EXPECT_EQ(kExists, aaa_platform_master_keys_create(path.c_str()));
+    EXPECT_EQ(before, contents());
+}
+
+TEST_F(Keys, LeaveNothingElseBehind) {
+    aaa_platform_master_keys_create(path.c_str());
+    rotate();
+    size_t files = 0;
+    for ([[maybe_unused]] const auto &entry : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
+        ++files;
+    }
+    EXPECT_EQ(1u, files);
+}
+
+TEST_F(Keys, CannotBeCreatedWhereThereIsNoDirectory) {
+    const std::string absent = dir.path("no/such/file");
+    EXPECT_EQ(static_cast<cerrno>(ENOENT), aaa_platform_master_keys_create(absent.c_str()));
+    EXPECT_EQ("%AAA-PLATFORM-3-MASTER_KEYS : " + absent +
+                  ": it cannot be written: No such file or directory; the keys are unchanged",
+              g_log->take_one());
+    EXPECT_NE(0u, aaa_platform_master_keys_create(std::string(5000, 'x').c_str()));
+    EXPECT_NE(0u, aaa_platform_master_keys_rotate((dir.path("no/such/") + std::string(5000, 'x')).c_str(), nullptr));
+    g_log->take();
+}
+
+TEST_F(Keys, MustBeThere) {
+    ASSERT_EQ(0, unlink(path.c_str()));
+    expect_no_keys("there is no such file; create it with \"aaa-master-key create\"");
+    EXPECT_EQ(kUnusable, aaa_platform_master_keys_rotate(path.c_str(), nullptr));
+    uint32_t count;
+    EXPECT_EQ(kUnusable, aaa_platform_master_keys_list(path.c_str(), nullptr, 0, &count));
+    EXPECT_EQ(2u, g_log->take().size());
+    EXPECT_NE(0, access(path.c_str(), F_OK));
+}
+
+TEST_F(Keys, MustBeClosedToOthers) {
+    for (const mode_t mode : {0640u, 0604u, 0620u, 0610u, 0601u}) {
+        ASSERT_EQ(0, chmod(path.c_str(), mode));
+        expect_no_keys("others than its owner have rights on it; set its mode to 0600");
+    }
+    ASSERT_EQ(0, chmod(path.c_str(), 0400));
+    EXPECT_EQ("x", decrypt(encrypt("x")));
+}
+
+TEST_F(Keys, MustBelongToRootOrTheUser) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to give the file away";
+    }
+    ASSERT_EQ(0, chown(path.c_str(), 65534, 65534));
+    expect_no_keys("it belongs to another user; give it to root or to this process's user");
+}
+
+TEST_F(Keys, MustBeAFile) {
+    ASSERT_EQ(0, unlink(path.c_str()));
+    ASSERT_EQ(0, mkdir(path.c_str(), 0700));
+    expect_no_keys("it is not a regular file; name the file of master keys in AAA_MASTER_KEYS");
+    ASSERT_EQ(0, rmdir(path.c_str()));
+    ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+    expect_no_keys("it is not a regular file; name the file of master keys in AAA_MASTER_KEYS");
+}
+
+TEST_F(Keys, MustBeWellFormed) {
+    const std::string head = "aaa-master-keys 1\n";
+    const std::string key(64, 'a');
+    const std::string good = head + "01 " + key + " 2025-03-01T12:00:00Z\n";
+    replace(good);
+    EXPECT_EQ("x", decrypt(encrypt("x")));
+    replace(head + "# comment\n\n01 " + key + "\n");
+    EXPECT_EQ("x", decrypt(encrypt("x")));
+    replace(head + "01 " + key);
+    EXPECT_EQ("x", decrypt(encrypt("x")));
+
+    const std::string advice = "; restore the file from a backup";
+    for (const char *text : {"", "aaa-master-keys 2\n", "something else\n"}) {
+        replace(text);
+        expect_no_keys("line 1 is not valid" + advice);
+    }
+    replace(head);
+    expect_no_keys("it holds no key" + advice);
+    for (const std::string &line :
+         {std::string("1"), std::string("01"), std::string("01 "), "1 " + key, "001 " + key, "01 " + key.substr(1),
+          "01 " + key + "a", "01 g" + key.substr(1), "01\t" + key, " 01 " + key, "x1 " + key, "01 " + key.substr(2) + "  "}) {
+        replace(good + line + "\n");
+        expect_no_keys("line 3 is not valid" + advice);
+    }
+    replace(good + "01 " + key + "\n");
+    expect_no_keys("line 3 is not valid" + advice);
+    replace(good + std::string(20000, '#'));
+    expect_no_keys("it is too large" + advice);
+    replace(std::string("aaa-master-keys 1\0\n", 19) + "01 " + key + "\n");
+    expect_no_keys("it holds no key" + advice);
+}
+
+TEST_F(Keys, RotateUnderTheFeetOfReaders) {
+    const std::string sealed = encrypt("secret");
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&] {
+            while (!stop) {
+                EXPECT_EQ("secret", decrypt(sealed));
+                EXPECT_EQ("other", decrypt(encrypt("other")));
+            }
+        });
+    }
+    std::vector<std::thread> rotators;
+    for (int t = 0; t < 2; ++t) {
+        rotators.emplace_back([&] {
+            for (int i = 0; i < 10; ++i) {
+                EXPECT_EQ(0u, aaa_platform_master_keys_rotate(path.c_str(), nullptr));
+            }
+        });
+    }
+    for (auto &thread : rotators) {
+        thread.join();
+    }
+    stop = true;
+    for (auto &thread : threads) {
+        thread.join();
+    }
+    uint32_t count = 0;
+    EXPECT_EQ(0u, aaa_platform_master_keys_list(path.c_str(), nullptr, 0, &count));
+    EXPECT_EQ(21u, count) << "no rotation was lost";
+}
+
+// ---- command ---------------------------------------------------------------------
+
+namespace {
+
+struct Command : testing::Test {
+    TempDir dir;
+    std::string path = dir.path("keys");
+
+    // Exit code and output of aaa-master-key.
+    std::pair<int, std::string> run(const std::string &arguments) const {
+        const std::string out = dir.path("out");
+        const std::string command = std::string("AAA_LOG=stderr AAA_MASTER_KEYS='") + path + "' " + AAA_MASTER_KEY_COMMAND +
+                                    " " + arguments + " >'" + out + "' 2>&1";
+        const int status = std::system(command.c_str());
+        return {WEXITSTATUS(status), dir.read("out")};
+    }
+};
+
+}  // namespace
+
+TEST_F(Command, CreatesRotatesAndShows) {
+    EXPECT_EQ(std::make_pair(0, path + ": created, generation 01\n"), run("create"));
+    EXPECT_EQ(std::make_pair(1, "aaa-master-key: " + path + ": Master key file exists already\n"), run("create"));
+    EXPECT_EQ(std::make_pair(0, path + ": new keys are sealed with generation 02\n"), run("rotate"));
+    const auto [rc, shown] = run("show");
+    EXPECT_EQ(0, rc);
+    std::istringstream lines(shown);
+    std::string first;
+    std::string second;
+    std::getline(lines, first);
+    std::getline(lines, second);
+    EXPECT_EQ("01  created 20", first.substr(0, 14));
+    EXPECT_EQ(" UTC", first.substr(first.size() - 4));
+    EXPECT_EQ("02  created 20", second.substr(0, 14));
+    EXPECT_EQ(" UTC  in use", second.substr(second.size() - 12));
+    EXPECT_EQ(std::string::npos, shown.find(dir.read("keys").substr(21, 16))) << "shows no key";
+}
+
+TEST_F(Command, TakesAnotherFile) {
+    const std::string other = dir.path("other");
+    EXPECT_EQ(0, run("--file '" + other + "' create").first);
+    EXPECT_EQ(0, access(other.c_str(), F_OK));
+    EXPECT_NE(0, access(path.c_str(), F_OK));
+}
+
+TEST_F(Command, SaysWhatIsWrong) {
+    EXPECT_EQ(std::make_pair(1, "%AAA-PLATFORM-3-MASTER_KEYS : " + path +
+                                    ": there is no such file; create it with \"aaa-master-key create\"\n"
+                                    "aaa-master-key: " +
+                                    path + ": Master key file cannot be used\n"),
+              run("rotate"));
+    EXPECT_EQ(1, run("show").first);
+    for (const char *arguments : {"", "destroy", "create rotate", "--file", "--file x"}) {
+        const auto [rc, text] = run(arguments);
+        EXPECT_EQ(2, rc) << arguments;
+        EXPECT_EQ(0u, text.find("usage: aaa-master-key")) << arguments;
+    }
+    EXPECT_EQ(0, run("--help").first);
+}
+
+int main(int argc, char **argv) {
+    CapturedLog log;
+    g_log = &log;
+    testing::InitGoogleTest(&argc, argv);
+    const int rc = RUN_ALL_TESTS();
+    return rc;
+}
