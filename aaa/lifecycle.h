@@ -2,6 +2,18 @@
 #ifndef AAA_LIFECYCLE_H
 #define AAA_LIFECYCLE_H
 
+/**
+ * @file
+ * The running library: the two database connections that its worker thread
+ * keeps, and helpers for callers that put connections of their own on an
+ * event manager of the platform.
+ *
+ * Loading the library starts the worker `aaa_util_th`; dlclose() stops it and
+ * closes the connections; process exit does neither. Set NO_DLLMAIN in the
+ * environment (to anything) to have neither done. docs/threads.md tells what
+ * a caller may rely on.
+ */
+
 #include "aaa/export.h"
 #include "aaa/types.h"
 
@@ -9,12 +21,60 @@
 extern "C" {
 #endif
 
-/* event-connection callbacks: no arguments used, signed 32-bit result */
+/**
+ * Callback of an event connection. The platform hands over the connection and
+ * the context that was given when it was made. Up callbacks return the
+ * channel to watch (a channel id or file descriptor), or -1 to be called
+ * again later; the result of the others is not used.
+ */
 typedef int32_t (*aaa_event_cb_t)(void *conn, void *ctx);
 
-AAA_API extern uint64_t aaa_sgmap_sysdb_connid; /* "/oper/aaa/gl/group-server/", 0 = not connected */
-AAA_API extern uint64_t aaa_cfg_sysdb_connid;   /* "/cfg/gl/aaa/", 0 = not connected */
+/**
+ * Connection at "/oper/aaa/gl/group-server/", 0 = not connected. Written by
+ * the worker and by the server-group functions; callers only read it.
+ */
+AAA_API extern uint64_t aaa_sgmap_sysdb_connid;
+
+/**
+ * Connection at "/cfg/gl/aaa/", 0 = not connected. Written by the worker and
+ * by the server-group and method-list functions; callers only read it.
+ */
+AAA_API extern uint64_t aaa_cfg_sysdb_connid;
+
+/**
+ * Opens a database-type event connection.
+ * A connection that cannot be made now counts as opened: the event manager
+ * keeps trying and calls up_cb when it succeeds. This is traced under flag 5.
+ * @param evm      in: event manager of the platform.
+ * @param conn_out out: the connection; also set when a later step fails.
+ * @param up_cb    in: called when the connection is to be made, first on the
+ *                 caller's thread, later on the thread that dispatches evm.
+ * @param down_cb  in: called when the connection was lost.
+ * @param ctx      in, may be null: handed to up_cb.
+ *
+ * Ownership: *Borrowed* evm and ctx, for as long as the connection lives.
+ * @return AAA_OK: opened, or being retried (whichever step said so).
+ *         AAA_ERR_INVALID_ARG: evm or conn_out is null.
+ *         Another code: the event manager's own.
+ */
 AAA_API cerrno aaa_util_ecm_sysdb_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb, aaa_event_cb_t down_cb, void *ctx);
+
+/**
+ * Opens a file-descriptor-type event connection.
+ * A connection that cannot be opened now counts as opened, as above, and is
+ * logged. Unlike above this holds only for the opening itself: the retry code
+ * from an earlier step is a failure (callers depend on the difference).
+ * @param evm        in: event manager of the platform.
+ * @param conn_out   out: the connection; also set when a later step fails.
+ * @param up_cb      in: as above; returns the file descriptor to watch.
+ * @param handler_cb in: called when the descriptor is ready.
+ * @param ctx        in, may be null: handed to up_cb.
+ *
+ * Ownership: *Borrowed* evm and ctx, for as long as the connection lives.
+ * @return AAA_OK: opened, or being retried.
+ *         AAA_ERR_INVALID_ARG: evm or conn_out is null.
+ *         Another code: the event manager's own.
+ */
 AAA_API cerrno aaa_util_ecm_fd_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb, aaa_event_cb_t handler_cb, void *ctx);
 
 #ifdef __cplusplus

@@ -8,10 +8,11 @@
 extern "C" {
 #endif
 
+/* Answers access() for the database library's file: 0 or an errno value. */
+int fake_presence(const char *path, int mode);
+
 /* What the program's own libc functions call instead of libc's; null = pass on. */
 struct fake_libc_hooks {
-    const char *presence_path; /* access() of this path goes to presence */
-    int (*presence)(const char *path, int mode); /* 0 or an errno value */
     int (*access)(const char *path, int mode);   /* 0 or an errno value */
     unsigned (*alarm)(unsigned seconds);
     int (*getpid)(void);

@@ -21,8 +21,8 @@ void *popen(const char *command, const char *mode);
 long time(long *out);
 int ttyname_r(int fd, char *buffer, size_t size);
 
-/* The definition after this one. A union, because C has no cast from a data
- * to a function pointer. */
+/* The definitions after these. A union, because C has no cast from a data to
+ * a function pointer. */
 union function {
     void *object;
     int (*access)(const char *, int);
@@ -32,11 +32,23 @@ union function {
     long (*time)(long *);
     int (*ttyname_r)(int, char *, size_t);
 };
+enum which { ACCESS, ALARM, GETPID, POPEN, TIME, TTYNAME_R, FUNCTIONS };
+static union function functions[FUNCTIONS];
 
-static union function next(const char *name) {
-    union function found;
-    found.object = dlsym(RTLD_NEXT, name);
-    return found;
+/* Early: later on a lookup could wait for the loader's lock, for ever when
+ * the thread that holds it waits for this one. */
+__attribute__((constructor)) static void look_up(void) {
+    static const char *const names[FUNCTIONS] = {"access", "alarm", "getpid", "popen", "time", "ttyname_r"};
+    for (int i = 0; i < FUNCTIONS; ++i) {
+        functions[i].object = dlsym(RTLD_NEXT, names[i]);
+    }
+}
+
+static union function next(enum which which) {
+    if (functions[which].object == NULL) {
+        look_up();
+    }
+    return functions[which];
 }
 
 static int same(const char *a, const char *b) {
@@ -56,25 +68,25 @@ static int answered(int error) {
 }
 
 int access(const char *path, int mode) {
-    if (fake_libc.presence != NULL && path != NULL && same(path, fake_libc.presence_path)) {
-        return answered(fake_libc.presence(path, mode));
+    if (path != NULL && same(path, AAA_PKG_ROOT "/lib/libsysdb.so")) {
+        return answered(fake_presence(path, mode));
     }
-    return fake_libc.access != NULL ? answered(fake_libc.access(path, mode)) : next("access").access(path, mode);
+    return fake_libc.access != NULL ? answered(fake_libc.access(path, mode)) : next(ACCESS).access(path, mode);
 }
 
 unsigned alarm(unsigned seconds) {
-    return fake_libc.alarm != NULL ? fake_libc.alarm(seconds) : next("alarm").alarm(seconds);
+    return fake_libc.alarm != NULL ? fake_libc.alarm(seconds) : next(ALARM).alarm(seconds);
 }
 
-int getpid(void) { return fake_libc.getpid != NULL ? fake_libc.getpid() : next("getpid").getpid(); }
+int getpid(void) { return fake_libc.getpid != NULL ? fake_libc.getpid() : next(GETPID).getpid(); }
 
 void *popen(const char *command, const char *mode) {
-    return fake_libc.popen != NULL ? fake_libc.popen(command, mode) : next("popen").popen(command, mode);
+    return fake_libc.popen != NULL ? fake_libc.popen(command, mode) : next(POPEN).popen(command, mode);
 }
 
 long time(long *out) {
     if (fake_libc.time == NULL) {
-        return next("time").time(out);
+        return next(TIME).time(out);
     }
     const long now = fake_libc.time();
     if (out != NULL) {
@@ -85,5 +97,5 @@ long time(long *out) {
 
 int ttyname_r(int fd, char *buffer, size_t size) {
     return fake_libc.ttyname_r != NULL ? fake_libc.ttyname_r(fd, buffer, size)
-                                       : next("ttyname_r").ttyname_r(fd, buffer, size);
+                                       : next(TTYNAME_R).ttyname_r(fd, buffer, size);
 }

@@ -33,6 +33,8 @@ std::vector<void *> &task_tables() {
     return instance;
 }
 
+pthread_mutex_t *last_awaited = nullptr;
+
 // Code layout: facility in bits 15 to 28, index in bits 9 to 14.
 const char *own_text(cerrno code) {
     const aaa_cerr_data_t *const data = &cerr_data;
@@ -60,12 +62,18 @@ namespace detail {
 void reset_node() {
     const Access access;
     task_tables().clear();
+    last_awaited = nullptr;
 }
 }  // namespace detail
 
 std::vector<void *> destroyed_task_tables() {
     const Access access;
     return task_tables();
+}
+
+pthread_mutex_t *awaited_mutex() {
+    const Access access;
+    return last_awaited;
 }
 
 }  // namespace fake
@@ -127,6 +135,7 @@ void aaa_destroy_task_table(void *task_table) {
 
 void ptd_set_mutex_block(pthread_mutex_t *mutex, const char *function_name, int line) {
     const Call call("ptd_set_mutex_block", mutex, function_name);
+    last_awaited = mutex;
     if (line <= 0) {
         detail::problem("ptd_set_mutex_block without a source line");
     }

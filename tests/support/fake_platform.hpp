@@ -114,6 +114,8 @@ void push_line(std::optional<std::string> text, int ok = 1, int error = 0);
 // The option and value of each getline_configure call.
 std::vector<std::pair<uint32_t, uint32_t>> getline_options();
 std::vector<void *> destroyed_task_tables();
+// The mutex that a thread last announced to wait for.
+pthread_mutex_t *awaited_mutex();
 
 // ---- libc ------------------------------------------------------------------
 // These reach the real function unless a test says otherwise. Noted in the

@@ -178,14 +178,6 @@ void *copy_value(const std::vector<uint8_t> &value) {
     return copy;
 }
 
-int presence(const char *path, int mode) {
-    const Call call("access", path, mode);
-    if (call.scripted()) {
-        return static_cast<int>(*call.scripted());
-    }
-    return db().present ? 0 : ENOENT;
-}
-
 }  // namespace
 
 void set_present(bool on) {
@@ -381,14 +373,20 @@ void reset_sysdb() {
     d.notifications.clear();
     d.list_on_failure = false;
     d.present = true;
-    fake_libc.presence = sysdb::presence;
-    fake_libc.presence_path = AAA_PKG_ROOT "/lib/libsysdb.so";
 }
 
 }  // namespace fake::detail
 
 using namespace fake::sysdb;
 using fake::detail::Word;
+
+int fake_presence(const char *path, int mode) {
+    const Call call("access", path, mode);
+    if (call.scripted()) {
+        return static_cast<int>(*call.scripted());
+    }
+    return db().present ? 0 : ENOENT;
+}
 
 cerrno _sysdb_bind(sysdb_conn_t *conn, const char *path, uint32_t flags) {
     const Call call("_sysdb_bind", path, flags);
