@@ -16,6 +16,7 @@
 #include "aaa/aaautil.h"
 #include "methods.h"
 #include "platform/cerr.h"
+#include "prompt.h"
 #include "transport.h"
 
 typedef struct client {
@@ -164,23 +165,11 @@ static int account_update(client_t *c, uint32_t session_id) {
     return sent && receive_accounted(c, AAA_REQ_ACCT_UPDATE);
 }
 
-/* The password: prompted for at a terminal, else the first line of standard input. */
-static int read_password(char *password, uint32_t size) {
-    if (isatty(STDIN_FILENO)) {
-        return aaa_util_read_input("Password: ", password, size, 60, AAA_READ_HIDDEN) == AAA_OK;
-    }
-    if (fgets(password, (int)size, stdin) == NULL) {
-        return 0;
-    }
-    password[strcspn(password, "\n")] = '\0';
-    return 1;
-}
-
 int main(int argc, char **argv) {
     static client_t c;
     static char password[128];
     c.session = argc == 4 && strcmp(argv[3], "--session") == 0;
-    if (argc != 3 + (int)c.session || !read_password(password, sizeof password)) {
+    if (argc != 3 + (int)c.session || !prompt_password(password, sizeof password)) {
         fprintf(stderr, "usage: %s SOCKET USER [--session]   (password at the prompt or on standard input)\n", argv[0]);
         return 2;
     }
