@@ -1,0 +1,537 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Verification and application of server-group changes, on a scripted database.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "aaa/lifecycle.h"
+#include "aaa/result_codes.h"
+#include "aaa/server_groups.h"
+#include "platform/cerr.h"
+#include "platform/sysdb.h"
+#include "support/fail_alloc.hpp"
+#include "support/fake_platform.hpp"
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+constexpr uint32_t kLevel = 6;
+constexpr uint32_t kStrange = 0x12345600u;  // a database failure that nobody knows
+constexpr char kMaps[] = "/oper/aaa/gl/group-server/";
+constexpr char kConfig[] = "/cfg/gl/aaa/";
+
+std::string maps(const std::string &item) { return kMaps + item; }
+std::string config(const std::string &item) { return kConfig + item; }
+std::string text_of(uint32_t code) { return cerr_strerror(code); }
+Texts traces() { return fake::traces_of(kLevel); }
+
+bool traced(const std::string &line) {
+    for (const std::string &text : traces()) {
+        if (text == line) {
+            return true;
+        }
+    }
+    return false;
+}
+
+struct Verification {
+    cerrno rc;
+    uint32_t verdict;
+    std::string text;  // empty when none was given
+};
+
+Verification verify(uint32_t operation, const char *name, uint32_t protocol, uint8_t flags = 0) {
+    const aaa_cfg_event_t event = {operation, flags, {}};
+    char *text = nullptr;
+    uint32_t verdict = 99;
+    Verification result{aaa_util_svr_grp_verify(&event, &text, &verdict, name, protocol), 0, ""};
+    result.verdict = verdict;
+    if (text != nullptr) {
+        result.text = text;
+        free(text);
+    }
+    return result;
+}
+
+// ---- verify: set and create ---------------------------------------------------
+
+TEST(ServerGroupVerify, AcceptsANewNameForEveryProtocol) {
+    for (const uint32_t operation : {2u, 3u}) {
+        for (const uint32_t protocol : {1u, 2u, 17u}) {
+            fake::clear_journal();
+            const Verification v = verify(operation, "CORP", protocol);
+            EXPECT_EQ(v.rc, AAA_OK);
+            EXPECT_EQ(v.verdict, 1u);
+            EXPECT_EQ(v.text, "");
+            EXPECT_EQ(traces(), (Texts{"Entry [need to remove]", "Server group set/create verification"}));
+        }
+    }
+}
+
+TEST(ServerGroupVerify, RefusesEveryKeywordExactly) {
+    for (uint32_t i = 0; i < 18; i++) {
+        fake::clear_journal();
+        const char *keyword = aaa_util_get_sg_defined_name(i);
+        const Verification v = verify(AAA_CFG_OP_CREATE, keyword, 1);
+        EXPECT_EQ(v.rc, AAA_ERR_INVALID_ARG) << keyword;
+        EXPECT_EQ(v.verdict, 2u);
+        EXPECT_EQ(v.text, "Bad server group name");
+        EXPECT_EQ(traces(), (Texts{"Entry [need to remove]", "Server group set/create verification",
+                                   "invalid arg Break [need to remove]"}));
+        EXPECT_EQ(fake::count("_sysdb_bind"), 0u);
+    }
+    EXPECT_EQ(verify(AAA_CFG_OP_CREATE, "Local", 1).rc, AAA_OK);
+    EXPECT_EQ(verify(AAA_CFG_OP_CREATE, "loca", 1).rc, AAA_OK);
+}
+
+struct Rival {
+    uint32_t protocol;
+    const char *taken_by;
+    const char *text;
+    bool traced;
+};
+
+class ServerGroupRival : public testing::TestWithParam<Rival> {};
+
+TEST_P(ServerGroupRival, NameOfAnotherProtocolIsRefused) {
+    const Rival &rival = GetParam();
+    fake::sysdb::put_u32(maps(std::string("sg_name_map/") + rival.taken_by + "/CORP"), 1001);
+    const Verification v = verify(AAA_CFG_OP_SET, "CORP", rival.protocol);
+    EXPECT_EQ(v.rc, AAA_ERR_SG_NAME_OTHER_PROTOCOL);
+    EXPECT_EQ(v.verdict, 2u);
+    EXPECT_EQ(v.text, rival.text);
+    EXPECT_EQ(traced("dup name [need to remove]"), rival.traced);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, ServerGroupRival,
+    testing::Values(Rival{1, "tacacs", "Server group name already defined for TACACS+", true},
+                    Rival{1, "diameter", "Server group name already defined for DIAMETER+", true},
+                    Rival{2, "radius", "Server group name already defined for RADIUS", false},
+                    Rival{2, "diameter", "Server group name already defined for DIAMETER+", true},
+                    Rival{17, "radius", "Server group name already defined for RADIUS", false},
+                    Rival{17, "tacacs", "Server group name already defined for TACACS+", true}));
+
+TEST(ServerGroupVerify, NameOfTheSameProtocolIsAccepted) {
+    fake::sysdb::put_u32(maps("sg_name_map/radius/CORP"), 1001);
+    EXPECT_EQ(verify(AAA_CFG_OP_CREATE, "CORP", 1).rc, AAA_OK);
+}
+
+TEST(ServerGroupVerify, FailingReadCountsAsNotFound) {
+    fake::answer("sysdb_item_get", kStrange);
+    const Verification v = verify(AAA_CFG_OP_CREATE, "CORP", 2);
+    EXPECT_EQ(v.rc, AAA_OK);
+    EXPECT_EQ(v.verdict, 1u);
+    EXPECT_EQ(fake::count("sysdb_item_get"), 2u);
+}
+
+TEST(ServerGroupVerify, UnknownProtocolIsRefusedWithoutABlank) {
+    for (const uint32_t protocol : {0u, 3u, 16u, 18u}) {
+        const Verification v = verify(AAA_CFG_OP_CREATE, "CORP", protocol);
+        EXPECT_EQ(v.rc, AAA_ERR_INVALID_ARG);
+        EXPECT_EQ(v.verdict, 2u);
+        EXPECT_EQ(v.text, "AAA: Unknown protocol, specify eitherRADIUS or TACACS+ or DIAMETER");
+    }
+}
+
+TEST(ServerGroupVerify, BindFailureIsTheResult) {
+    fake::answer("_sysdb_bind", kStrange);
+    const Verification v = verify(AAA_CFG_OP_CREATE, "CORP", 1);
+    EXPECT_EQ(v.rc, kStrange);
+    EXPECT_EQ(v.verdict, 2u);
+    EXPECT_EQ(fake::log_texts(), (Texts{"sysdb_bind failed  on  path /oper/aaa/gl/group-server/: " + text_of(kStrange)}));
+}
+
+TEST(ServerGroupVerify, UnknownOperationIsRefused) {
+    const Verification v = verify(0xAB, "CORP", 1);
+    EXPECT_EQ(v.rc, AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(v.verdict, 2u);
+    EXPECT_EQ(v.text, "Unknown server group event");
+    EXPECT_TRUE(traced("Server group unknown event AB"));
+}
+
+TEST(ServerGroupVerify, NullArgumentsTouchNothing) {
+    const aaa_cfg_event_t event = {AAA_CFG_OP_CREATE, 0, {}};
+    char *text = nullptr;
+    uint32_t verdict = 99;
+    EXPECT_EQ(aaa_util_svr_grp_verify(nullptr, &text, &verdict, "CORP", 1), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_util_svr_grp_verify(&event, nullptr, &verdict, "CORP", 1), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_util_svr_grp_verify(&event, &text, nullptr, "CORP", 1), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_util_svr_grp_verify(&event, &text, &verdict, nullptr, 1), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(verdict, 99u);
+    EXPECT_EQ(text, nullptr);
+}
+
+// ---- verify: delete -------------------------------------------------------------
+
+class ServerGroupDelete : public testing::Test {
+protected:
+    void SetUp() override {
+        fake::sysdb::put_tuple(config("authentication/login/default"), {10, 2, 0, 0}, {"CORP", "", "", ""});
+        fake::sysdb::put_tuple(config("accounting/exec/default"), {0, 0, 0, 2, 10, 0, 0}, {"", "BOOKS", "", ""});
+        fake::sysdb::put_u32(config("radius/timeout"), 5);
+    }
+};
+
+TEST_F(ServerGroupDelete, UnusedGroupMayGo) {
+    const Verification v = verify(AAA_CFG_OP_DELETE, "OTHER", 1);
+    EXPECT_EQ(v.rc, AAA_OK);
+    EXPECT_EQ(v.verdict, 1u);
+    EXPECT_TRUE(traced("Checking path "));
+    EXPECT_TRUE(traced("Checking path authentication/login/"));
+    EXPECT_TRUE(traced("Checking list: default"));
+    EXPECT_TRUE(traced("tuple unmask passed"));
+}
+
+TEST_F(ServerGroupDelete, GroupOfAnyListMustStay) {
+    for (const char *name : {"CORP", "BOOKS"}) {
+        fake::clear_journal();
+        const Verification v = verify(AAA_CFG_OP_DELETE, name, 1);
+        EXPECT_EQ(v.rc, AAA_ERR_SG_IN_USE) << name;
+        EXPECT_EQ(v.verdict, 2u);
+        EXPECT_EQ(v.text, "");
+        EXPECT_TRUE(traced(std::string("group ") + name + " is in list default"));
+        EXPECT_TRUE(traced("dup name [need to remove]"));
+    }
+}
+
+TEST_F(ServerGroupDelete, EachOfTheFourNamesCounts) {
+    for (size_t slot = 0; slot < 4; slot++) {
+        std::vector<std::string> names(4);
+        names[slot] = "SLOT";
+        fake::sysdb::put_tuple(config("authorization/exec/extra"), {10, 10, 10, 10}, names);
+        EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "SLOT", 2).rc, AAA_ERR_SG_IN_USE) << slot;
+    }
+}
+
+TEST_F(ServerGroupDelete, AccountingListsAreReadWithTheirLongerFormat) {
+    verify(AAA_CFG_OP_DELETE, "OTHER", 1);
+    const Texts unpacked = fake::calls("tuple_unpack_mask");
+    ASSERT_EQ(unpacked.size(), 2u);
+    EXPECT_NE(unpacked[0].find("\"%d%d%d%d%d%d%d%s%s%s%s\""), std::string::npos) << unpacked[0];
+    EXPECT_NE(unpacked[1].find("\"%d%d%d%d%s%s%s%s\""), std::string::npos) << unpacked[1];
+}
+
+TEST_F(ServerGroupDelete, UnreadableTupleEndsTheSearch) {
+    fake::answer("tuple_unpack_mask", 1);
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, AAA_ERR_INVALID_METHOD);
+    EXPECT_TRUE(traced("tuple unmask failed"));
+}
+
+TEST_F(ServerGroupDelete, TupleWithoutAValueEndsTheSearch) {
+    fake::sysdb::put(config("authentication/login/null"), {5, {}, true});
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, AAA_ERR_INVALID_ARG);
+}
+
+TEST_F(ServerGroupDelete, ItemThatCannotBeReadIsSkipped) {
+    fake::fail_call("sysdb_item_get", 1, kStrange);
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, AAA_OK);
+    EXPECT_EQ(fake::count("tuple_unpack_mask"), 1u);
+}
+
+TEST_F(ServerGroupDelete, ListingFailuresAreTheResultAndListsAreFreed) {
+    fake::sysdb::set_list_on_failure(true);
+    for (const char *function : {"sysdb_list", "sysdb_list_start", "sysdb_list_next"}) {
+        fake::fail_call(function, 2, kStrange);
+        const Verification v = verify(AAA_CFG_OP_DELETE, "OTHER", 1);
+        EXPECT_EQ(v.rc, kStrange) << function;
+        EXPECT_EQ(v.verdict, 2u);
+        EXPECT_EQ(fake::sysdb::open_lists(), 0u);
+    }
+}
+
+TEST_F(ServerGroupDelete, BindFailureIsLoggedWithOneBlank) {
+    fake::answer("_sysdb_bind", kStrange);
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, kStrange);
+    EXPECT_EQ(fake::log_texts(), (Texts{"sysdb_bind failed on  path /cfg/gl/aaa/: " + text_of(kStrange)}));
+}
+
+TEST_F(ServerGroupDelete, OwnHandleIsUsedOnceBound) {
+    verify(AAA_CFG_OP_DELETE, "OTHER", 1);
+    verify(AAA_CFG_OP_DELETE, "OTHER", 1);
+    EXPECT_EQ(fake::count("_sysdb_bind"), 1u);
+    EXPECT_NE(aaa_cfg_sysdb_connid, 0u);
+}
+
+TEST_F(ServerGroupDelete, PathThatDoesNotFitStopsTheSearch) {
+    fake::sysdb::put_u32(config(std::string(300, 'a') + "/" + std::string(300, 'b') + "/x"), 1);
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, AAA_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(fake::sysdb::open_lists(), 0u);
+}
+
+TEST_F(ServerGroupDelete, TreeThatNestsTooDeepStopsTheSearch) {
+    std::string path;
+    for (int i = 0; i < 70; i++) {
+        path += "d/";
+    }
+    fake::sysdb::put_u32(config(path + "x"), 1);
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, AAA_ERR_BUFFER_TOO_SMALL);
+}
+
+TEST_F(ServerGroupDelete, ExhaustedMemoryGivesItsCode) {
+    fake::sweep_allocations([](fake::FailAlloc &fail) {
+        const aaa_cfg_event_t event = {AAA_CFG_OP_DELETE, 0, {}};
+        char *text = nullptr;
+        uint32_t verdict = 99;
+        const cerrno rc = fail.run([&] { return aaa_util_svr_grp_verify(&event, &text, &verdict, "OTHER", 1); });
+        EXPECT_EQ(rc, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
+        EXPECT_EQ(verdict, fail.fired() ? 2u : 1u);
+    });
+}
+
+// A tree that is empty is searched; one that is absent is a failure of the
+// search, and the delete is refused.
+TEST(ServerGroupDeleteTree, AbsentTreeRefusesTheDelete) {
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, SYSDB_ERR_NOT_FOUND);
+    fake::sysdb::make_directory(kConfig);
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, AAA_OK);
+}
+
+// ---- verify: first pass --------------------------------------------------------------
+
+TEST(ServerGroupFirstPass, DeleteIsDecidedLaterButForRadius) {
+    fake::sysdb::make_directory(kConfig);
+    for (const uint32_t protocol : {1u, 2u, 17u}) {
+        fake::clear_journal();
+        const Verification v = verify(AAA_CFG_OP_DELETE, "OTHER", protocol, 0x10);
+        EXPECT_EQ(v.rc, AAA_OK);
+        EXPECT_EQ(v.verdict, protocol == 1 ? 1u : 4u);
+        EXPECT_EQ(traces().back(), "Verification received for the first pass");
+    }
+}
+
+TEST(ServerGroupFirstPass, OverridesARefusal) {
+    fake::sysdb::put_tuple(config("authentication/login/default"), {10, 0, 0, 0}, {"CORP", "", "", ""});
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "CORP", 2, 0x10).verdict, 4u);
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "CORP", 1, 0x10).verdict, 1u);
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "CORP", 2, 0x10).rc, AAA_ERR_SG_IN_USE);
+}
+
+TEST(ServerGroupFirstPass, DoesNotConcernSetOrOtherFlags) {
+    fake::sysdb::make_directory(kConfig);
+    EXPECT_EQ(verify(AAA_CFG_OP_SET, "CORP", 2, 0x10).verdict, 1u);
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "CORP", 2, 0xEF).verdict, 1u);
+}
+
+// ---- apply ----------------------------------------------------------------------------
+
+class ServerGroupApply : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(_sysdb_bind(&conn_, kMaps, 0), 0u); fake::clear_journal(); }
+    void TearDown() override { _sysdb_unbind(conn_); }
+
+    cerrno apply(uint32_t operation, const char *protocol, const char *name, uint8_t flags = 0) {
+        const aaa_cfg_event_t event = {operation, flags, {}};
+        number_ = 99;
+        return aaa_util_svr_grp_apply(conn_, &event, protocol, name, &number_);
+    }
+
+    sysdb_conn_t conn_ = 0;
+    uint32_t number_ = 99;
+};
+
+TEST_F(ServerGroupApply, FirstNumbersOfTheProtocols) {
+    EXPECT_EQ(apply(AAA_CFG_OP_CREATE, "radius", "A"), AAA_OK);
+    EXPECT_EQ(number_, 1001u);
+    EXPECT_EQ(apply(AAA_CFG_OP_SET, "tacacs", "B"), AAA_OK);
+    EXPECT_EQ(number_, 3001u);
+    EXPECT_EQ(apply(AAA_CFG_OP_CREATE, "diameter", "C"), AAA_OK);
+    EXPECT_EQ(number_, 3001u);
+    EXPECT_EQ(fake::sysdb::get_u32(maps("sg_name_map/radius/A")), 1001u);
+    EXPECT_EQ(fake::sysdb::get_string(maps("sg_num_map/radius/0x3e9")), "A");
+    EXPECT_EQ(fake::sysdb::get_string(maps("sg_num_map/tacacs/0xbb9")), "B");
+    EXPECT_EQ(fake::sysdb::get_string(maps("sg_num_map/diameter/0xbb9")), "C");
+}
+
+TEST_F(ServerGroupApply, TracesOfANewMapping) {
+    ASSERT_EQ(apply(AAA_CFG_OP_CREATE, "radius", "A"), AAA_OK);
+    EXPECT_EQ(traces(), (Texts{"Set/create event for server group A (type = radius)", "New mapping for sg A: # 1001"}));
+}
+
+TEST_F(ServerGroupApply, WritesNameItemThenNumberItem) {
+    ASSERT_EQ(apply(AAA_CFG_OP_CREATE, "radius", "A"), AAA_OK);
+    const Texts sets = fake::calls("sysdb_item_set");
+    ASSERT_EQ(sets.size(), 2u);
+    EXPECT_NE(sets[0].find("\"sg_name_map/radius/A\", 1"), std::string::npos) << sets[0];
+    EXPECT_NE(sets[0].find("4, 1)"), std::string::npos) << sets[0];
+    EXPECT_NE(sets[1].find("\"sg_num_map/radius/0x3e9\", 3"), std::string::npos) << sets[1];
+    EXPECT_NE(sets[1].find("2, 1)"), std::string::npos) << sets[1];
+}
+
+TEST_F(ServerGroupApply, NextNumberFollowsTheHighestAndLeavesGaps) {
+    fake::sysdb::put_string(maps("sg_num_map/radius/0x3e9"), "OLD");
+    fake::sysdb::put_string(maps("sg_num_map/radius/0x400"), "OTHER");
+    EXPECT_EQ(apply(AAA_CFG_OP_CREATE, "radius", "A"), AAA_OK);
+    EXPECT_EQ(number_, 0x401u);
+}
+
+TEST_F(ServerGroupApply, LastNumbersAreGivenAndThenNoMore) {
+    fake::sysdb::put_string(maps("sg_num_map/radius/0x7ce"), "X");
+    EXPECT_EQ(apply(AAA_CFG_OP_CREATE, "radius", "A"), AAA_OK);
+    EXPECT_EQ(number_, 1999u);
+    EXPECT_EQ(apply(AAA_CFG_OP_CREATE, "radius", "B"), AAA_ERR_SG_MAPPING);
+    ASSERT_EQ(fake::logs().size(), 1u);
+    EXPECT_EQ(fake::logs()[0].mnemonic, "ERR_SERVER_GROUP");
+    EXPECT_EQ(fake::logs()[0].severity, 3u);
+    EXPECT_EQ(fake::logs()[0].text, "Server group index exceeded the maximum limit");
+    EXPECT_EQ(traces().back(), "Failed to create server group mapping for B - " + text_of(AAA_ERR_SG_MAPPING));
+    EXPECT_FALSE(fake::sysdb::get_u32(maps("sg_name_map/radius/B")).has_value());
+    fake::sysdb::put_string(maps("sg_num_map/tacacs/0xf9f"), "X");
+    EXPECT_EQ(apply(AAA_CFG_OP_CREATE, "tacacs", "C"), AAA_ERR_SG_MAPPING);
+    fake::sysdb::put_string(maps("sg_num_map/diameter/0xffffffffffffffffff"), "X");
+    EXPECT_EQ(apply(AAA_CFG_OP_CREATE, "diameter", "D"), AAA_ERR_SG_MAPPING);
+}
+
+TEST_F(ServerGroupApply, SecondSetKeepsTheNumberAndRestoresTheWayBack) {
+    ASSERT_EQ(apply(AAA_CFG_OP_CREATE, "radius", "A"), AAA_OK);
+    fake::sysdb::remove(maps("sg_num_map/radius/0x3e9"));
+    fake::clear_journal();
+    EXPECT_EQ(apply(AAA_CFG_OP_SET, "radius", "A"), AAA_OK);
+    EXPECT_EQ(number_, 1001u);
+    EXPECT_EQ(fake::sysdb::get_string(maps("sg_num_map/radius/0x3e9")), "A");
+    EXPECT_EQ(traces(), (Texts{"Set/create event for server group A (type = radius)",
+                               "Found mapping for sg A: # 1001"}));
+    EXPECT_EQ(apply(AAA_CFG_OP_SET, "radius", "A"), AAA_OK);
+    EXPECT_EQ(number_, 1001u);
+}
+
+TEST_F(ServerGroupApply, WayBackToAnotherNameIsAnError) {
+    fake::sysdb::put_u32(maps("sg_name_map/radius/A"), 1001);
+    for (const std::string other : {"B", "AA", ""}) {
+        fake::clear_journal();
+        fake::sysdb::put_string(maps("sg_num_map/radius/0x3e9"), other);
+        EXPECT_EQ(apply(AAA_CFG_OP_SET, "radius", "A"), AAA_ERR_SG_MAPPING);
+        EXPECT_EQ(fake::log_texts(), (Texts{"Invalid server group name mapping"}));
+        EXPECT_EQ(fake::count("sysdb_item_delete"), 0u);
+    }
+    fake::sysdb::put(maps("sg_num_map/radius/0x3e9"), {3, {}, true});
+    EXPECT_EQ(apply(AAA_CFG_OP_SET, "radius", "A"), AAA_ERR_SG_MAPPING);
+}
+
+TEST_F(ServerGroupApply, FailuresOfTheNumberItemAreLogged) {
+    fake::sysdb::put_u32(maps("sg_name_map/radius/A"), 1001);
+    fake::fail_call("sysdb_item_get", 2, kStrange);
+    EXPECT_EQ(apply(AAA_CFG_OP_SET, "radius", "A"), kStrange);
+    fake::clear_answers("sysdb_item_get");
+    fake::answer("sysdb_item_set", kStrange);
+    EXPECT_EQ(apply(AAA_CFG_OP_SET, "radius", "A"), kStrange);
+    EXPECT_EQ(fake::log_texts(), (Texts{"Cannot get number map from path sg_num_map/radius/0x3e9: " + text_of(kStrange),
+                                        "Cannot set path sg_num_map/radius/0x3e9: " + text_of(kStrange)}));
+}
+
+TEST_F(ServerGroupApply, FailureOfTheNameItemIsLoggedAndTraced) {
+    fake::answer("sysdb_item_get", kStrange);
+    EXPECT_EQ(apply(AAA_CFG_OP_SET, "radius", "A"), kStrange);
+    EXPECT_EQ(fake::log_texts(), (Texts{"Cannot get name map from path sg_name_map/radius/A: " + text_of(kStrange)}));
+    ASSERT_EQ(traces().size(), 3u);
+    EXPECT_EQ(traces()[1].rfind("sysdb_connid = 0x", 0), 0u) << traces()[1];
+    EXPECT_NE(traces()[1].find(", item_name = sg_name_map/radius/A"), std::string::npos);
+    EXPECT_EQ(traces()[2], "Failed to create server group mapping for A - " + text_of(kStrange));
+    EXPECT_EQ(fake::count("sysdb_item_delete"), 0u);
+}
+
+TEST_F(ServerGroupApply, MalformedNumberIsRefused) {
+    fake::sysdb::put(maps("sg_name_map/radius/A"), {1, {1, 2}});
+    EXPECT_EQ(apply(AAA_CFG_OP_SET, "radius", "A"), AAA_ERR_SG_MAPPING);
+    EXPECT_EQ(apply(AAA_CFG_OP_DELETE, "radius", "A"), AAA_ERR_SG_MAPPING);
+}
+
+TEST_F(ServerGroupApply, DirectoryFailureRollsBack) {
+    fake::answer("sysdb_directory_get_last", kStrange);
+    EXPECT_EQ(apply(AAA_CFG_OP_CREATE, "tacacs", "A"), kStrange);
+    EXPECT_EQ(fake::log_texts(),
+              (Texts{"Failed to read SysDB directory path sg_num_map/tacacs/: " + text_of(kStrange)}));
+    const Texts deletes = fake::calls("sysdb_item_delete");
+    ASSERT_EQ(deletes.size(), 1u);
+    EXPECT_NE(deletes[0].find("\"sg_name_map/tacacs/A\", 0"), std::string::npos) << deletes[0];
+}
+
+TEST_F(ServerGroupApply, DirectoryWithoutANameIsAMappingError) {
+    fake::answer("sysdb_directory_get_last", 0);
+    EXPECT_EQ(apply(AAA_CFG_OP_CREATE, "tacacs", "A"), AAA_ERR_SG_MAPPING);
+    EXPECT_EQ(fake::count("sysdb_item_delete"), 1u);
+    EXPECT_TRUE(fake::logs().empty());
+}
+
+TEST_F(ServerGroupApply, FailingWriteRollsTheNameItemBack) {
+    for (const unsigned failing : {1u, 2u}) {
+        fake::clear_journal();
+        fake::clear_answers("sysdb_item_set");
+        fake::fail_call("sysdb_item_set", failing, kStrange);
+        EXPECT_EQ(apply(AAA_CFG_OP_CREATE, "radius", "A"), kStrange);
+        EXPECT_EQ(number_, 1001u);
+        EXPECT_FALSE(fake::sysdb::get_u32(maps("sg_name_map/radius/A")).has_value());
+        EXPECT_EQ(fake::count("sysdb_item_delete"), 1u);
+    }
+}
+
+TEST_F(ServerGroupApply, DeleteRemovesBothItems) {
+    ASSERT_EQ(apply(AAA_CFG_OP_CREATE, "tacacs", "A"), AAA_OK);
+    fake::clear_journal();
+    EXPECT_EQ(apply(AAA_CFG_OP_DELETE, "tacacs", "A"), AAA_OK);
+    EXPECT_EQ(number_, 3001u);
+    EXPECT_TRUE(fake::sysdb::paths().empty());
+    EXPECT_EQ(traces(), (Texts{"Delete event for server group A (type = tacacs)"}));
+}
+
+TEST_F(ServerGroupApply, DeleteWaitsForTheSecondPassButForRadius) {
+    ASSERT_EQ(apply(AAA_CFG_OP_CREATE, "tacacs", "A"), AAA_OK);
+    ASSERT_EQ(apply(AAA_CFG_OP_CREATE, "radius", "A"), AAA_OK);
+    fake::clear_journal();
+    EXPECT_EQ(apply(AAA_CFG_OP_DELETE, "tacacs", "A", 0x10), AAA_OK);
+    EXPECT_EQ(traces().back(), "Apply received for the first pass");
+    EXPECT_TRUE(fake::sysdb::get_u32(maps("sg_name_map/tacacs/A")).has_value());
+    EXPECT_EQ(number_, 99u);
+    EXPECT_EQ(apply(AAA_CFG_OP_DELETE, "radius", "A", 0x10), AAA_OK);
+    EXPECT_FALSE(fake::sysdb::get_u32(maps("sg_name_map/radius/A")).has_value());
+}
+
+TEST_F(ServerGroupApply, ItemsThatCannotBeDeletedDoNotFailTheDeletion) {
+    ASSERT_EQ(apply(AAA_CFG_OP_CREATE, "radius", "A"), AAA_OK);
+    fake::clear_journal();
+    fake::answer("sysdb_item_delete", kStrange);
+    EXPECT_EQ(apply(AAA_CFG_OP_DELETE, "radius", "A"), AAA_OK);
+    EXPECT_EQ(number_, 1001u);
+    EXPECT_EQ(traces(), (Texts{"Delete event for server group A (type = radius)",
+                               "Cannot delete server group  name for sg_name_map/radius/A - " + text_of(kStrange),
+                               "Cannot delete server group  number for sg_num_map/radius/0x3e9 - " + text_of(kStrange)}));
+}
+
+TEST_F(ServerGroupApply, DeleteOfAnUnknownGroupReportsTheReadFailure) {
+    EXPECT_EQ(apply(AAA_CFG_OP_DELETE, "radius", "A"), SYSDB_ERR_NOT_FOUND);
+    EXPECT_EQ(number_, 0u);
+    EXPECT_EQ(traces().back(), "Failed to delete server group mapping for A - " + text_of(SYSDB_ERR_NOT_FOUND));
+}
+
+TEST_F(ServerGroupApply, DeleteOfANullValueDoesNothing) {
+    fake::sysdb::put(maps("sg_name_map/radius/A"), {1, {}, true});
+    EXPECT_EQ(apply(AAA_CFG_OP_DELETE, "radius", "A"), AAA_OK);
+    EXPECT_EQ(number_, 0u);
+    EXPECT_EQ(fake::count("sysdb_item_delete"), 0u);
+}
+
+TEST_F(ServerGroupApply, UnknownOperationIsRefused) {
+    EXPECT_EQ(apply(1, "radius", "A"), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(traces(), (Texts{"Unknown notify event for server group A (type = radius)"}));
+}
+
+TEST_F(ServerGroupApply, NullArgumentsAreRefused) {
+    uint32_t number = 99;
+    EXPECT_EQ(aaa_util_svr_grp_apply(conn_, nullptr, "radius", "A", &number), AAA_ERR_INVALID_ARG);
+    for (const uint32_t operation : {AAA_CFG_OP_SET, AAA_CFG_OP_CREATE, AAA_CFG_OP_DELETE}) {
+        const aaa_cfg_event_t event = {operation, 0, {}};
+        EXPECT_EQ(aaa_util_svr_grp_apply(conn_, &event, nullptr, "A", &number), AAA_ERR_INVALID_ARG);
+        EXPECT_EQ(aaa_util_svr_grp_apply(conn_, &event, "radius", nullptr, &number), AAA_ERR_INVALID_ARG);
+        EXPECT_EQ(aaa_util_svr_grp_apply(conn_, &event, "radius", "A", nullptr), AAA_ERR_INVALID_ARG);
+    }
+    EXPECT_EQ(number, 99u);
+    EXPECT_TRUE(traced("Failed to create server group mapping for (null) - " + text_of(AAA_ERR_INVALID_ARG)));
+    EXPECT_EQ(fake::count("sysdb_item_get"), 0u);
+}
+
+}  // namespace
