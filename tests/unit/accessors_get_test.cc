@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -48,7 +49,6 @@ struct Integer {
     uint32_t type;
     uint32_t (*get)(const avlist *list);
     uint32_t absent = 0;
-    std::string absent_trace = {};
     std::string found_trace = {};
 };
 
@@ -60,7 +60,7 @@ const Integer kIntegers[] = {
     {"status_get", 2, aaa_util_avlist_status_get},
     {"get_status", 2, aaa_get_status},
     {"authen_method_get", 39, aaa_util_avlist_authen_method_get},
-    {"curr_method_val_get", 69, aaa_util_avlist_curr_method_val_get, 0, "",
+    {"curr_method_val_get", 69, aaa_util_avlist_curr_method_val_get, 0,
      "Updated AAA_CURR_METHOD_VAL_ATTR (1122867)"},
     {"authen_option_get", 43, aaa_util_avlist_authen_option_get, 32768},
     {"svc_get", 262, aaa_util_avlist_svc_get},
@@ -110,8 +110,7 @@ TEST_P(IntegerGet, TracesWhatItFound) {
     ASSERT_EQ(traces.size(), GetParam().found_trace.empty() ? 1u : 2u);
     EXPECT_EQ(traces[0].rfind("Found attr ", 0), 0u) << traces[0];
     EXPECT_EQ(traces.size() == 2 ? traces[1] : "", GetParam().found_trace);
-    fake::clear_journal();
-    EXPECT_EQ(fake::traces().size(), 0u);
+    EXPECT_EQ(fake::traces().size(), traces.size());
 }
 
 TEST_P(IntegerGet, TracesOnlyThroughTheListWhenAbsent) {
@@ -216,7 +215,9 @@ template <auto F>
 const void *address_of(const avlist *list) {
     return F(list);
 }
-const void *first_reply_message(const avlist *list) { return aaa_util_avlist_reply_msg_get(list, 0); }
+const void *first_reply_message(const avlist *list) {
+    return aaa_util_avlist_reply_msg_get(list, 0);
+}
 const void *password(const avlist *list) {
     uint32_t length = 0;
     return aaa_util_avlist_password_get(list, &length);
@@ -392,11 +393,13 @@ TEST(DirectedAddrGet, ReadsNoMoreThanTheBareAddressOfItsAdder) {
 
 TEST(DirectedAddrGet, ZeroesTheRecordWhenAbsent) {
     const List list = make_list("reply");
-    for (const avlist *searched : {static_cast<const avlist *>(list.get()), static_cast<const avlist *>(nullptr)}) {
+    for (const avlist *searched :
+         {static_cast<const avlist *>(list.get()), static_cast<const avlist *>(nullptr)}) {
         aaa_ip_addr_t address;
         std::memset(&address, 0xEE, sizeof address);
         EXPECT_EQ(aaa_util_avlist_directed_addr_get(&address, searched), &address);
-        EXPECT_EQ(std::string(reinterpret_cast<const char *>(&address), sizeof address), std::string(20, '\0'));
+        EXPECT_EQ(std::string(reinterpret_cast<const char *>(&address), sizeof address),
+                  std::string(20, '\0'));
     }
     EXPECT_EQ(aaa_util_avlist_directed_addr_get(nullptr, list.get()), nullptr);
 }

@@ -12,9 +12,9 @@
 
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
+#include "support/avlist_verifier.hpp"
 #include "support/fail_alloc.hpp"
 #include "support/fake_platform.hpp"
-#include "support/avlist_verifier.hpp"
 #include "support/messages.hpp"
 
 namespace {
@@ -42,12 +42,16 @@ struct Adder {
     std::vector<std::string> failure = {};
 };
 
-void PrintTo(const Adder &adder, std::ostream *out) { *out << adder.name; }
+void PrintTo(const Adder &adder, std::ostream *out) {
+    *out << adder.name;
+}
 
 Pair text_pair(uint32_t type, std::string_view text, uint32_t flags = 0) {
     return messages::text(type, text, flags);
 }
-Pair number(uint32_t type, uint32_t value, uint32_t flags = 0) { return messages::u32(type, value, flags); }
+Pair number(uint32_t type, uint32_t value, uint32_t flags = 0) {
+    return messages::u32(type, value, flags);
+}
 
 const Adder kAdders[] = {
     {"username_add", Op::append,  //
@@ -75,8 +79,7 @@ const Adder kAdders[] = {
      [](avlist *list) { return aaa_util_avlist_directed_addr_add(0xC0000207, list); }, number(42, 0xC0000207),
      [](avlist *list) { return aaa_util_avlist_directed_addr_add(1, list); }, number(42, 1)},
     {"seqnum_add", Op::replace,  //
-     [](avlist *list) { return aaa_util_avlist_seqnum_add(list, 0xFFFFFFFF); },
-     number(27, 0xFFFFFFFF, 0x400),
+     [](avlist *list) { return aaa_util_avlist_seqnum_add(list, 0xFFFFFFFF); }, number(27, 0xFFFFFFFF, 0x400),
      [](avlist *list) { return aaa_util_avlist_seqnum_add(list, 2); }, number(27, 2, 0x400)},
     {"cmd_add", Op::append,  //
      [](avlist *list) { return aaa_util_avlist_cmd_add("show run", 9, list); }, text_pair(36, "show run"),
@@ -109,8 +112,7 @@ const Adder kAdders[] = {
      number(3, 33, 0x400),
      {"Failed to update AAA_TYPE_ATTR (3)"}},
     {"add_attr", Op::append,  //
-     [](avlist *list) { return aaa_util_avpair_add_attr(list, 1072, "abcd", 3, 9); },
-     Pair{1072, 0, 9, "abc"},
+     [](avlist *list) { return aaa_util_avpair_add_attr(list, 1072, "abcd", 3, 9); }, Pair{1072, 0, 9, "abc"},
      [](avlist *list) { return aaa_util_avpair_add_attr(list, 1072, "abcd", 0, 0); }, bytes(1072, "")},
     {"add_attr_onep", Op::append,  //
      [](avlist *list) { return aaa_util_avpair_add_attr_onep(list, 61, "vty0", 4, 5, 0x8C); },
@@ -186,9 +188,8 @@ TEST_P(AccessorAdd, TracesThroughTheListOnSuccess) {
     if (GetParam().op == Op::append) {
         ASSERT_EQ(traces.size(), 1u);
     } else {
-        ASSERT_EQ(traces.size(), 3u);
+        ASSERT_EQ(traces.size(), 2u);
         EXPECT_EQ(traces[0].rfind("Updating attr ", 0), 0u) << traces[0];
-        EXPECT_NE(traces[1].find(" not found: a2464800"), std::string::npos) << traces[1];
     }
     EXPECT_EQ(traces.back().rfind("Adding attr ", 0), 0u) << traces.back();
 }
@@ -237,20 +238,21 @@ const NullValue kNullValues[] = {
     {"errmsg_add", [](avlist *list) { return aaa_util_avlist_errmsg_add(list, nullptr); }},
     {"add_attr", [](avlist *list) { return aaa_util_avpair_add_attr(list, 257, nullptr, 5, 0); }},
     {"add_attr_empty", [](avlist *list) { return aaa_util_avpair_add_attr(list, 257, nullptr, 0, 0); }},
-    {"add_attr_onep", [](avlist *list) { return aaa_util_avpair_add_attr_onep(list, 257, nullptr, 0, 0, 0); }},
+    {"add_attr_onep",
+     [](avlist *list) { return aaa_util_avpair_add_attr_onep(list, 257, nullptr, 0, 0, 0); }},
 };
 
 TEST(AccessorAddNull, RefusesANullValueWithoutATrace) {
     fake::enable_tracing(8);
     for (const NullValue &row : kNullValues) {
         SCOPED_TRACE(row.name);
+        fake::clear_journal();
         const List list = make_list("request");
         EXPECT_EQ(row.call(list.get()), AAA_ERR_INVALID_ARG);
         EXPECT_EQ(row.call(nullptr), AAA_ERR_INVALID_ARG);
         EXPECT_TRUE(pairs_of(list.get()).empty());
-        EXPECT_TRUE(fake::traces().empty());
-        fake::clear_journal();
         EXPECT_EQ(list->avpair_first_buf, nullptr);
+        EXPECT_TRUE(fake::traces().empty());
     }
 }
 
@@ -261,16 +263,21 @@ TEST(UsernameAdd, TakesLengthsFrom1To254) {
     struct {
         int32_t length;
         cerrno code;
-    } const rows[] = {{INT32_MIN, AAA_ERR_INVALID_ARG}, {-1, AAA_ERR_INVALID_ARG}, {0, AAA_ERR_INVALID_ARG},
-                      {1, AAA_OK},                      {253, AAA_OK},             {254, AAA_OK},
-                      {255, AAA_ERR_INVALID_ARG},       {INT32_MAX, AAA_ERR_INVALID_ARG}};
+    } const rows[] = {{INT32_MIN, AAA_ERR_INVALID_ARG},
+                      {-1, AAA_ERR_INVALID_ARG},
+                      {0, AAA_ERR_INVALID_ARG},
+                      {1, AAA_OK},
+                      {253, AAA_OK},
+                      {254, AAA_OK},
+                      {255, AAA_ERR_INVALID_ARG},
+                      {INT32_MAX, AAA_ERR_INVALID_ARG}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.length);
         const List list = make_list("request");
         EXPECT_EQ(aaa_util_avlist_username_add(name.c_str(), row.length, list.get()), row.code);
-        EXPECT_EQ(pairs_of(list.get()), row.code == AAA_OK
-                                            ? Pairs{bytes(257, name.substr(0, static_cast<size_t>(row.length)))}
-                                            : Pairs{});
+        EXPECT_EQ(pairs_of(list.get()),
+                  row.code == AAA_OK ? Pairs{bytes(257, name.substr(0, static_cast<size_t>(row.length)))}
+                                     : Pairs{});
     }
 }
 
@@ -364,8 +371,6 @@ TEST(AvpairAddAny, TakesLengthBeforeTag) {
     ASSERT_EQ(aaa_util_avpair_add_attr_onep(list.get(), 5, "abcdefgh", 6, 3, 1), AAA_OK);
     EXPECT_EQ(pairs_of(list.get()), (Pairs{Pair{5, 0, 2, "abcdefgh"}, Pair{5, 1, 3, "abcdef"}}));
 }
-
-using AccessorDeathTest = testing::Test;
 
 TEST(AccessorDeathTest, StopsOnTheDeletedMarkerAndOnALengthWithoutAValue) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
