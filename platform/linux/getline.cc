@@ -271,7 +271,8 @@ void set_up(Editor &editor) {
     el_set(el, EL_SIGNAL, 0);
     el_set(el, EL_GETCFN, get_character);
     el_set(el, EL_SETTY, "-d", "-isig", nullptr);
-    el_set(el, EL_ADDFN, "aaa-cancel", "Cancel the line", cancel_line);
+    // The wide form: the other one copies both texts and never frees them.
+    el_wset(el, EL_ADDFN, L"aaa-cancel", L"Cancel the line", cancel_line);
     el_set(el, EL_BIND, "^C", "aaa-cancel", nullptr);
     // Whoever sits at a login prompt gets an editor of one line, not the
     // editor's own command language.
