@@ -304,6 +304,8 @@ cerrno aaa_avpair_update_list_from_list(const avlist *src, avlist *tgt) {
     AAA_ASSERT(tgt->av_cnt != 0, "tgt->av_cnt != 0");
     AAA_ASSERT(result->av_cnt == 0, "result->av_cnt == 0");
     Rebuild state{.src = src, .tgt = tgt, .result = result, .traced = tracing(AAA_DBG_AVLIST)};
+    // A walk ends at the end of the list or stops the process; there is no
+    // third outcome on which tgt would have to be left as it is.
     for (const avpair_t &pair : LivePairs(tgt)) {
         rebuild_pair(&pair, &state);
     }
