@@ -253,7 +253,9 @@ TEST_F(MessageAuthen, RefusesMissingArgumentsAndTouchesNothing) {
         Request request;
         uint8_t block[64];
         request.async = block;
+        fake::clear_journal();
         EXPECT_EQ(request.compose(0, missing), AAA_ERR_INVALID_ARG);
+        EXPECT_EQ(fake::traces(), (Traces{{1, kStarted}}));
         EXPECT_TRUE(same_bytes(request.record, Record()));
         EXPECT_TRUE(request.iov.untouched());
         EXPECT_TRUE(request.buffer_untouched());

@@ -170,6 +170,24 @@ TEST_F(Envelope, ExhaustedMemoryStoresNothing) {
     }
 }
 
+// Transports place records where their buffers have room.
+TEST_F(Envelope, RecordsNeedNoAlignment) {
+    for (const Routine &routine : routines()) {
+        for (const uint32_t session : {0u, 1u}) {
+            SCOPED_TRACE(routine.name);
+            Record storage;
+            Record aligned;
+            aligned.write(0, storage.at(1), Record::kSize - 1);
+            Iov iov;
+            Iov iov_aligned;
+            EXPECT_EQ(routine.compose(storage.at(1), iov.out(), iov.count_out(), session), AAA_OK);
+            EXPECT_EQ(routine.compose(aligned.data(), iov_aligned.out(), iov_aligned.count_out(), session),
+                      AAA_OK);
+            EXPECT_EQ(std::memcmp(storage.at(1), aligned.data(), Record::kSize - 1), 0);
+        }
+    }
+}
+
 TEST_F(Envelope, ClassicMessagesTraceNothing) {
     for (const Routine &routine : routines()) {
         Record record;

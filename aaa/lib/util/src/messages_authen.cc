@@ -46,6 +46,7 @@ cerrno add_method_list(avlist *list, const char *name, int32_t service, const Li
         }
         name = from_line != nullptr ? from_line.get() : "default";
     }
+    // Kept: the text speaks of authentication whatever the request.
     aaa_debug(lookup.log_flag, "Using authentication methodlist '%s'", name);
     return Appender(list).text(AAA_METHODLIST_ATTR, name).code();
 }
