@@ -44,7 +44,7 @@ void require_sound(const avlist *list, ListOrigin origin = ListOrigin::built) {
 }
 
 class Input {
-public:
+  public:
     Input(const uint8_t *data, std::size_t size) : at_(data), end_(data + size) {}
 
     [[nodiscard]] bool empty() const { return at_ == end_; }
@@ -54,7 +54,7 @@ public:
         return low | static_cast<uint32_t>(byte()) << 8;
     }
 
-private:
+  private:
     const uint8_t *at_;
     const uint8_t *end_;
 };
@@ -96,32 +96,33 @@ ListPtr list_from(Input &in) {
     for (int steps = 0; steps < 400 && !in.empty(); steps++) {
         const uint8_t opcode = in.byte();
         switch (opcode % 8) {
-        case 0:
-        case 1:
-            add(in, list.get(), in.word() % 2100, in.byte());
-            break;
-        case 2:
-            add(in, list.get(), in.word() % 2100, 4);
-            break;
-        case 3:
-            add(in, list.get(), in.byte() % 90, opcode / 8);
-            break;
-        case 4:
-            add(in, list.get(), in.word(), in.word() % 1500);
-            break;
-        case 5:
-        case 6:
-            erase(in, list.get());
-            break;
-        default:
-            return list;
+            case 0:
+            case 1:
+                add(in, list.get(), in.word() % 2100, in.byte());
+                break;
+            case 2:
+                add(in, list.get(), in.word() % 2100, 4);
+                break;
+            case 3:
+                add(in, list.get(), in.byte() % 90, opcode / 8);
+                break;
+            case 4:
+                add(in, list.get(), in.word(), in.word() % 1500);
+                break;
+            case 5:
+            case 6:
+                erase(in, list.get());
+                break;
+            default:
+                return list;
         }
     }
     return list;
 }
 
 std::string be32(uint32_t v) {
-    return {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8), static_cast<char>(v)};
+    return {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
+            static_cast<char>(v)};
 }
 
 // The message that the documented form gives for a list.
@@ -135,8 +136,8 @@ std::string expected_message(const avlist *list) {
             if (!pair.deleted && value.size() == 4 && (format == 1 || format == 3)) {
                 value = {value[3], value[2], value[1], value[0]};
             }
-            pairs += be32(pair.deleted ? 2070 : pair.type) + be32(pair.tag) + be32(static_cast<uint32_t>(value.size())) +
-                     be32(pair.flags) + value;
+            pairs += be32(pair.deleted ? 2070 : pair.type) + be32(pair.tag) +
+                     be32(static_cast<uint32_t>(value.size())) + be32(pair.flags) + value;
             pairs.resize((pairs.size() + 3) / 4 * 4, '\0');
             live += pair.deleted ? 0 : 1;
         }
@@ -149,7 +150,9 @@ std::string expected_message(const avlist *list) {
 }
 
 // A block of exactly n bytes, so that a sanitizer sees every step outside.
-std::unique_ptr<char[]> block(std::size_t n) { return std::make_unique<char[]>(n); }
+std::unique_ptr<char[]> block(std::size_t n) {
+    return std::make_unique<char[]>(n);
+}
 
 std::string pack(avlist *list, std::size_t room) {
     const auto buf = block(room);

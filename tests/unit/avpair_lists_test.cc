@@ -28,15 +28,16 @@ using namespace std::string_literals;
 using Lines = std::vector<std::string>;
 using Pairs = std::vector<ModelPair>;
 
-constexpr uint32_t kUser = 257;     // AAA_USERNAME_ATTR
-constexpr uint32_t kCommand = 36;   // AAA_CMD_ATTR
-constexpr uint32_t kPriv = 10;      // AAA_PRIV_LVL_ATTR
-constexpr uint32_t kNoName = 90;    // an empty row of the dictionary
+constexpr uint32_t kUser = 257;    // AAA_USERNAME_ATTR
+constexpr uint32_t kCommand = 36;  // AAA_CMD_ATTR
+constexpr uint32_t kPriv = 10;     // AAA_PRIV_LVL_ATTR
+constexpr uint32_t kNoName = 90;   // an empty row of the dictionary
 
 #define EXPECT_SOUND(list) EXPECT_STREQ(verify_list(list).fault, "")
 
 void add(avlist *list, uint32_t type, std::string_view value, uint32_t flags = 0, uint32_t tag = 0) {
-    ASSERT_EQ(aaa_avpair_add(type, flags, value.data(), tag, static_cast<uint32_t>(value.size()), list), AAA_OK);
+    ASSERT_EQ(aaa_avpair_add(type, flags, value.data(), tag, static_cast<uint32_t>(value.size()), list),
+              AAA_OK);
 }
 
 void add(avlist *list, const Pairs &pairs) {
@@ -55,10 +56,14 @@ void erase(avlist *list, uint32_t type, uint32_t instance = 0) {
     ASSERT_EQ(aaa_avpair_delete_by_type_instance(type, instance, list, nullptr), AAA_OK);
 }
 
-std::string record_of(const avlist *list) { return {reinterpret_cast<const char *>(list), sizeof *list}; }
+std::string record_of(const avlist *list) {
+    return {reinterpret_cast<const char *>(list), sizeof *list};
+}
 
 // Longer than what is left of a buffer that holds another one.
-std::string long_value(char c) { return std::string(300, c); }
+std::string long_value(char c) {
+    return std::string(300, c);
+}
 
 const Pairs kThree{{kUser, 1, 0x10, "alice"}, {kPriv, 2, 0x20, "\1\2\3\4"}, {kUser, 3, 0x30, "bob"}};
 
@@ -81,7 +86,9 @@ struct PlainPair {
     char value[8];
 };
 
-PlainPair plain_pair() { return {{kUser, 1, 4, 2}, {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'}}; }
+PlainPair plain_pair() {
+    return {{kUser, 1, 4, 2}, {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'}};
+}
 
 TEST(AvpairComparePairs, LooksAtEveryField) {
     const PlainPair a = plain_pair();
@@ -154,7 +161,8 @@ TEST(AvpairCompareLists, LooksAtTheMarker) {
 }
 
 TEST(AvpairCompareLists, LooksAtPairsInOrder) {
-    EXPECT_EQ(aaa_avpair_compare_lists(list_of(kThree).get(), list_of({kThree[0], kThree[2], kThree[1]}).get()), 0);
+    EXPECT_EQ(
+        aaa_avpair_compare_lists(list_of(kThree).get(), list_of({kThree[0], kThree[2], kThree[1]}).get()), 0);
     EXPECT_EQ(aaa_avpair_compare_lists(list_of(kThree).get(), list_of({kThree[0], kThree[1]}).get()), 0);
     EXPECT_EQ(aaa_avpair_compare_lists(list_of(kThree).get(), make_list().get()), 0);
     Pairs changed = kThree;
@@ -208,7 +216,8 @@ ListPtr copy_of(const avlist *list, const char *name = nullptr) {
 
 TEST(AvpairCopy, PutsThreeBuffersIntoOne) {
     const ListPtr list = list_of(
-        {{kUser, 0, 0, long_value('a')}, {kUser, 0, 0, long_value('b')}, {kUser, 0, 0, long_value('c')}}, "source");
+        {{kUser, 0, 0, long_value('a')}, {kUser, 0, 0, long_value('b')}, {kUser, 0, 0, long_value('c')}},
+        "source");
     ASSERT_EQ(read_buffers(list.get()).size(), 3u);
     const ListPtr copy = copy_of(list.get());
     const std::vector<ModelBuffer> buffers = read_buffers(copy.get());
@@ -292,7 +301,8 @@ TEST(AvpairCopy, CarriesTheCountOfAnUnpackedList) {
 TEST(AvpairCopy, RefusesALongNameAndANullOutput) {
     const ListPtr list = list_of(kThree);
     avlist *copy = nullptr;
-    EXPECT_EQ(aaa_avpair_copy_list(list.get(), std::string(31, 'n').c_str(), &copy), AAA_ERR_AVPAIR_PROCESSING);
+    EXPECT_EQ(aaa_avpair_copy_list(list.get(), std::string(31, 'n').c_str(), &copy),
+              AAA_ERR_AVPAIR_PROCESSING);
     EXPECT_EQ(copy, nullptr);
     EXPECT_EQ(aaa_avpair_copy_list(list.get(), "n", nullptr), AAA_ERR_INVALID_ARG);
     EXPECT_EQ(aaa_avpair_copy_list(list.get(), std::string(30, 'n').c_str(), &copy), AAA_OK);
@@ -359,7 +369,8 @@ uint32_t note(avpair_type_t type, avpair_flags_t flags, void *value, uint32_t le
 
 TEST(AvpairForEach, VisitsLivePairsInOrder) {
     const ListPtr list = list_of(kThree);
-    add(list.get(), {{kCommand, 0, 0, "gone"}, {kNoName, 0, 0, long_value('x')}, {kNoName, 0, 0, long_value('y')}});
+    add(list.get(),
+        {{kCommand, 0, 0, "gone"}, {kNoName, 0, 0, long_value('x')}, {kNoName, 0, 0, long_value('y')}});
     erase(list.get(), kCommand);
     Visit visit;
     EXPECT_EQ(aaa_avpair_list_for_each(list.get(), &visit, note), AAA_OK);
@@ -385,7 +396,8 @@ TEST(AvpairForEach, HasNothingToVisitInAnEmptyList) {
 
 TEST(AvpairForEach, GivesOutTheValueInTheList) {
     const ListPtr list = list_of(kThree);
-    const auto to_upper = [](avpair_type_t, avpair_flags_t, void *value, uint32_t, uint32_t, void *) -> uint32_t {
+    const auto to_upper = [](avpair_type_t, avpair_flags_t, void *value, uint32_t, uint32_t,
+                             void *) -> uint32_t {
         static_cast<char *>(value)[0] = 'X';
         return 1;
     };
@@ -425,8 +437,10 @@ TEST(AvpairSwitch, RefusesNullArguments) {
 // ---- Rebuilding from a source -----------------------------------------------------------
 
 TEST(AvpairRebuild, KeepsValuesAndTakesTheRest) {
-    const ListPtr src = list_of({{kUser, 7, 0x1, "SRC!"}, {kUser, 8, 0x2, "never"}, {kCommand, 9, 0x4, "not there"}});
-    const ListPtr tgt = list_of({{kUser, 1, 0x10, "tgt1"}, {kPriv, 2, 0x20, "stay"}, {kUser, 3, 0x40, "tgt2"}}, "tgt");
+    const ListPtr src =
+        list_of({{kUser, 7, 0x1, "SRC!"}, {kUser, 8, 0x2, "never"}, {kCommand, 9, 0x4, "not there"}});
+    const ListPtr tgt =
+        list_of({{kUser, 1, 0x10, "tgt1"}, {kPriv, 2, 0x20, "stay"}, {kUser, 3, 0x40, "tgt2"}}, "tgt");
     EXPECT_EQ(aaa_avpair_update_list_from_list(src.get(), tgt.get()), AAA_OK);
     EXPECT_EQ(read_pairs(tgt.get()),
               (Pairs{{kUser, 7, 0x11, "tgt1"}, {kPriv, 2, 0x20, "stay"}, {kUser, 7, 0x41, "tgt2"}}));
@@ -438,10 +452,14 @@ TEST(AvpairRebuild, KeepsValuesAndTakesTheRest) {
 
 TEST(AvpairRebuild, TakesOverTheLengthOfTheSource) {
     const ListPtr src = list_of({{kUser, 0, 0, "12"}, {kPriv, 0, 0, ""}, {kCommand, 0, 0, "12345678"}});
-    const ListPtr tgt = list_of({{kUser, 0, 0, "abcd"}, {kPriv, 0, 0, "efgh"}, {kCommand, 0, 0, "ijkl"}, {5, 0x1, 0, "mnop"}});
+    const ListPtr tgt = list_of(
+        {{kUser, 0, 0, "abcd"}, {kPriv, 0, 0, "efgh"}, {kCommand, 0, 0, "ijkl"}, {5, 0x1, 0, "mnop"}});
     EXPECT_EQ(aaa_avpair_update_list_from_list(src.get(), tgt.get()), AAA_OK);
     // What follows a value that became longer is what follows it in memory: the head of the next pair.
-    EXPECT_EQ(read_pairs(tgt.get()), (Pairs{{kUser, 0, 0, "ab"}, {kPriv, 0, 0, ""}, {kCommand, 0, 0, "ijkl\5\0\0\0"s}, {5, 0x1, 0, "mnop"}}));
+    EXPECT_EQ(
+        read_pairs(tgt.get()),
+        (Pairs{
+            {kUser, 0, 0, "ab"}, {kPriv, 0, 0, ""}, {kCommand, 0, 0, "ijkl\5\0\0\0"s}, {5, 0x1, 0, "mnop"}}));
 }
 
 TEST(AvpairRebuild, FillsWithZerosWhereNothingFollows) {
@@ -475,7 +493,8 @@ TEST(AvpairRebuild, WorksOnAListAndItself) {
 
 TEST(AvpairRebuild, TracesEveryStep) {
     const ListPtr src = list_of({{kUser, 7, 0x1, "SRC!!"}});
-    const ListPtr tgt = list_of({{kPriv, 0xffffffff, 0, "1234"}, {kUser, 1, 0, "tgt1"}, {kNoName, 5, 0, "5678"}}, "tgt");
+    const ListPtr tgt =
+        list_of({{kPriv, 0xffffffff, 0, "1234"}, {kUser, 1, 0, "tgt1"}, {kNoName, 5, 0, "5678"}}, "tgt");
     fake::enable_tracing(8);
     fake::clear_journal();
     EXPECT_EQ(aaa_avpair_update_list_from_list(src.get(), tgt.get()), AAA_OK);
@@ -492,8 +511,8 @@ TEST(AvpairRebuild, TracesEveryStep) {
                             "Adding attr 101 AAA_USERNAME_ATTR [74 67 74 31] - " + ok,
                             "Returning attribute AAA_USERNAME_ATTR (257) from local attr list, len=5",
                             "Requested attribute is (null) (90) with tag = 5",
-                            "Adding attr 5a (null) [35 36 37 38] - " + ok, "Retaining attribute (null) (90), len=5",
-                            "1 attribute(s) updated"}));
+                            "Adding attr 5a (null) [35 36 37 38] - " + ok,
+                            "Retaining attribute (null) (90), len=5", "1 attribute(s) updated"}));
 }
 
 TEST(AvpairRebuild, RefusesNullArguments) {
@@ -529,7 +548,8 @@ TEST(AvpairRebuild, LeavesOutPairsThatThereIsNoMemoryFor) {
 
 // ---- Merging by flags -------------------------------------------------------------------
 
-const Pairs kFlagged{{kUser, 1, 0x1, "one"}, {kPriv, 2, 0x2, "two!"}, {kUser, 3, 0x6, "three"}, {kCommand, 4, 0, "four"}};
+const Pairs kFlagged{
+    {kUser, 1, 0x1, "one"}, {kPriv, 2, 0x2, "two!"}, {kUser, 3, 0x6, "three"}, {kCommand, 4, 0, "four"}};
 
 TEST(AvpairUpdateByFlags, UpdatesFirstOccurrencesAndAppendsOthers) {
     const ListPtr src = list_of(kFlagged);
@@ -543,7 +563,8 @@ TEST(AvpairUpdateByFlags, UpdatesFirstOccurrencesAndAppendsOthers) {
 TEST(AvpairUpdateByFlags, TakesAnyOfTheBits) {
     const auto taken = [](uint32_t flags) {
         const ListPtr tgt = list_of({{5, 0, 0, "x"}});
-        EXPECT_EQ(aaa_avpair_update_list_from_list_by_flags(list_of(kFlagged).get(), tgt.get(), flags), AAA_OK);
+        EXPECT_EQ(aaa_avpair_update_list_from_list_by_flags(list_of(kFlagged).get(), tgt.get(), flags),
+                  AAA_OK);
         return read_pairs(tgt.get()).size() - 1;
     };
     EXPECT_EQ(taken(0), 0u);
@@ -578,7 +599,8 @@ TEST(AvpairAddByFlags, AppendsCopies) {
     const ListPtr src = list_of(kFlagged);
     const ListPtr dst = list_of({{kUser, 9, 0x10, "mine"}});
     EXPECT_EQ(aaa_avpair_add_from_list_by_flags(src.get(), dst.get(), 0x3), AAA_OK);
-    EXPECT_EQ(read_pairs(dst.get()), (Pairs{{kUser, 9, 0x10, "mine"}, kFlagged[0], kFlagged[1], kFlagged[2]}));
+    EXPECT_EQ(read_pairs(dst.get()),
+              (Pairs{{kUser, 9, 0x10, "mine"}, kFlagged[0], kFlagged[1], kFlagged[2]}));
     EXPECT_SOUND(dst.get());
 }
 
@@ -593,8 +615,11 @@ TEST(AvpairAddByFlags, FillsAnEmptyList) {
 TEST(AvpairAddByFlags, DoublesAListOnce) {
     const ListPtr list = list_of({{kUser, 0, 1, long_value('a')}, {kUser, 0, 0, "b"}, {kUser, 0, 1, "c"}});
     EXPECT_EQ(aaa_avpair_add_from_list_by_flags(list.get(), list.get(), 1), AAA_OK);
-    EXPECT_EQ(read_pairs(list.get()), (Pairs{{kUser, 0, 1, long_value('a')}, {kUser, 0, 0, "b"}, {kUser, 0, 1, "c"},
-                                             {kUser, 0, 1, long_value('a')}, {kUser, 0, 1, "c"}}));
+    EXPECT_EQ(read_pairs(list.get()), (Pairs{{kUser, 0, 1, long_value('a')},
+                                             {kUser, 0, 0, "b"},
+                                             {kUser, 0, 1, "c"},
+                                             {kUser, 0, 1, long_value('a')},
+                                             {kUser, 0, 1, "c"}}));
 }
 
 TEST(AvpairAddByFlags, RefusesNullArguments) {
@@ -611,13 +636,14 @@ TEST(AvpairMergeByFlags, TracesHowManyWereTaken) {
     fake::clear_journal();
     const std::string ok = cerr_strerror(AAA_OK);
     EXPECT_EQ(aaa_avpair_add_from_list_by_flags(src.get(), dst.get(), 1), AAA_OK);
-    EXPECT_EQ(fake::traces_of(8), (Lines{"Adding attr 101 AAA_USERNAME_ATTR [6e 61 6d 65] - " + ok,
-                                         "Adding attr a AAA_PRIV_LVL_ATTR [70 72 69 76] - " + ok,
-                                         "2 attribute(s) updated"}));
+    EXPECT_EQ(fake::traces_of(8),
+              (Lines{"Adding attr 101 AAA_USERNAME_ATTR [6e 61 6d 65] - " + ok,
+                     "Adding attr a AAA_PRIV_LVL_ATTR [70 72 69 76] - " + ok, "2 attribute(s) updated"}));
     fake::clear_journal();
     EXPECT_EQ(aaa_avpair_update_list_from_list_by_flags(src.get(), dst.get(), 1), AAA_OK);
-    EXPECT_EQ(fake::traces_of(8), (Lines{"Updating attr AAA_USERNAME_ATTR [6e 61 6d 65]",
-                                         "Updating attr AAA_PRIV_LVL_ATTR [70 72 69 76]", "2 attribute(s) updated"}));
+    EXPECT_EQ(fake::traces_of(8),
+              (Lines{"Updating attr AAA_USERNAME_ATTR [6e 61 6d 65]",
+                     "Updating attr AAA_PRIV_LVL_ATTR [70 72 69 76]", "2 attribute(s) updated"}));
     fake::clear_journal();
     EXPECT_EQ(aaa_avpair_update_list_from_list_by_flags(src.get(), dst.get(), 0x40), AAA_OK);
     EXPECT_EQ(fake::traces_of(8), Lines{"0 attribute(s) updated"});
@@ -636,16 +662,20 @@ TEST(AvpairMergeByFlags, IsSilentWhileTracingIsOff) {
 
 // Nobody looks at the outcome of a single step, so the call succeeds.
 TEST(AvpairMergeByFlags, GoesOnWhenThereIsNoMemory) {
-    const ListPtr src = list_of({{kUser, 0, 1, std::string(600, 'a')}, {kCommand, 0, 1, std::string(600, 'b')}});
+    const ListPtr src =
+        list_of({{kUser, 0, 1, std::string(600, 'a')}, {kCommand, 0, 1, std::string(600, 'b')}});
     fake::sweep_allocations([&](fake::FailAlloc &fail) {
         const ListPtr dst = list_of({{5, 0, 0, "x"}});
-        EXPECT_EQ(fail.run([&] { return aaa_avpair_add_from_list_by_flags(src.get(), dst.get(), 1); }), AAA_OK);
+        EXPECT_EQ(fail.run([&] { return aaa_avpair_add_from_list_by_flags(src.get(), dst.get(), 1); }),
+                  AAA_OK);
         EXPECT_EQ(read_pairs(dst.get()).size(), fail.fired() ? 2u : 3u);
         EXPECT_SOUND(dst.get());
     });
     fake::sweep_allocations([&](fake::FailAlloc &fail) {
         const ListPtr tgt = list_of({{5, 0, 0, "x"}});
-        EXPECT_EQ(fail.run([&] { return aaa_avpair_update_list_from_list_by_flags(src.get(), tgt.get(), 1); }), AAA_OK);
+        EXPECT_EQ(
+            fail.run([&] { return aaa_avpair_update_list_from_list_by_flags(src.get(), tgt.get(), 1); }),
+            AAA_OK);
         EXPECT_EQ(read_pairs(tgt.get()).size(), fail.fired() ? 2u : 3u);
         EXPECT_SOUND(tgt.get());
     });
@@ -682,7 +712,8 @@ TEST(AvpairConcat, LeavesTheListAloneWithAnEmptySource) {
 }
 
 TEST(AvpairConcat, TakesLivePairsOfAllBuffers) {
-    const ListPtr src = list_of({{kCommand, 0, 0, "gone"}, {kUser, 0, 0, long_value('a')}, {kUser, 0, 0, long_value('b')}});
+    const ListPtr src =
+        list_of({{kCommand, 0, 0, "gone"}, {kUser, 0, 0, long_value('a')}, {kUser, 0, 0, long_value('b')}});
     erase(src.get(), kCommand);
     const ListPtr dst = make_list();
     EXPECT_EQ(aaa_avpair_list_concat(dst.get(), src.get()), AAA_OK);
@@ -735,17 +766,22 @@ TEST(AvpairConcat, TracesEveryPair) {
     fake::clear_journal();
     EXPECT_EQ(aaa_avpair_list_concat(dst.get(), src.get()), AAA_OK);
     EXPECT_EQ(aaa_avpair_list_concat_with_replace(dst.get(), src.get()), AAA_OK);
-    EXPECT_EQ(fake::traces_of(8), (Lines{"Adding attr 101 AAA_USERNAME_ATTR [6e 61 6d 65] - "s + cerr_strerror(AAA_OK),
-                                         "Updating attr AAA_USERNAME_ATTR [6e 61 6d 65]"}));
+    EXPECT_EQ(fake::traces_of(8),
+              (Lines{"Adding attr 101 AAA_USERNAME_ATTR [6e 61 6d 65] - "s + cerr_strerror(AAA_OK),
+                     "Updating attr AAA_USERNAME_ATTR [6e 61 6d 65]"}));
 }
 
 TEST(AvpairReplace, UpdatesTheFirstOfEachType) {
-    const ListPtr dst = list_of({{kUser, 1, 0x101, "aaaa"}, {kUser, 1, 0x100, "second"}, {kPriv, 1, 0x101, "1234"}});
-    const ListPtr src = list_of({{kUser, 2, 0x2, "bbbb"}, {kPriv, 2, 0x2, "12345678"}, {kCommand, 2, 0x2, "show"}});
+    const ListPtr dst =
+        list_of({{kUser, 1, 0x101, "aaaa"}, {kUser, 1, 0x100, "second"}, {kPriv, 1, 0x101, "1234"}});
+    const ListPtr src =
+        list_of({{kUser, 2, 0x2, "bbbb"}, {kPriv, 2, 0x2, "12345678"}, {kCommand, 2, 0x2, "show"}});
     EXPECT_EQ(aaa_avpair_list_concat_with_replace(dst.get(), src.get()), AAA_OK);
     // In place with the same length; otherwise at the end, with the low flag bits only.
-    EXPECT_EQ(read_pairs(dst.get()), (Pairs{{kUser, 2, 0x103, "bbbb"}, {kUser, 1, 0x100, "second"},
-                                            {kPriv, 2, 0x3, "12345678"}, {kCommand, 2, 0x2, "show"}}));
+    EXPECT_EQ(read_pairs(dst.get()), (Pairs{{kUser, 2, 0x103, "bbbb"},
+                                            {kUser, 1, 0x100, "second"},
+                                            {kPriv, 2, 0x3, "12345678"},
+                                            {kCommand, 2, 0x2, "show"}}));
     EXPECT_SOUND(dst.get());
 }
 
@@ -768,7 +804,8 @@ TEST(AvpairReplace, StopsWhenThereIsNoMemory) {
     std::size_t added = 0;
     fake::sweep_allocations([&](fake::FailAlloc &fail) {
         const ListPtr dst = make_list();
-        const cerrno code = fail.run([&] { return aaa_avpair_list_concat_with_replace(dst.get(), src.get()); });
+        const cerrno code =
+            fail.run([&] { return aaa_avpair_list_concat_with_replace(dst.get(), src.get()); });
         EXPECT_EQ(code, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
         EXPECT_EQ(read_pairs(dst.get()).size(), added++);
         EXPECT_SOUND(dst.get());
@@ -800,7 +837,8 @@ TEST(AvpairMerge, AgreesWithSingleSteps) {
         for (ModelPair pair : read_pairs(src.get())) {
             if (replace) {
                 ASSERT_EQ(aaa_avpair_update(pair.type, pair.flags, pair.value.data(), pair.tag,
-                                            static_cast<uint32_t>(pair.value.size()), 0, by_steps.get()), AAA_OK);
+                                            static_cast<uint32_t>(pair.value.size()), 0, by_steps.get()),
+                          AAA_OK);
             } else {
                 add(by_steps.get(), Pairs{pair});
             }
@@ -824,7 +862,8 @@ TEST(AvpairListsDeathTest, StopsOnCopyingIntoAListWithPairs) {
     const ListPtr list = list_of(kThree);
     const ListPtr brought = list_of(kThree);
     avlist *copy = brought.get();
-    EXPECT_ASSERTION(aaa_avpair_copy_list(list.get(), nullptr, &copy), kAvpairSource, "aaa_is_list_empty(*copy_list)");
+    EXPECT_ASSERTION(aaa_avpair_copy_list(list.get(), nullptr, &copy), kAvpairSource,
+                     "aaa_is_list_empty(*copy_list)");
     EXPECT_ASSERTION(aaa_avpair_copy_list(make_list().get(), nullptr, &copy), kAvpairSource,
                      "aaa_is_list_empty(*copy_list)");
 }
@@ -832,8 +871,10 @@ TEST(AvpairListsDeathTest, StopsOnCopyingIntoAListWithPairs) {
 TEST(AvpairListsDeathTest, StopsOnAnEmptyTarget) {
     const ListPtr src = list_of(kThree);
     const ListPtr empty = make_list();
-    EXPECT_ASSERTION(aaa_avpair_update_list_from_list(src.get(), empty.get()), kAvpairSource, "tgt->av_cnt != 0");
-    EXPECT_ASSERTION(aaa_avpair_update_list_from_list(empty.get(), empty.get()), kAvpairSource, "tgt->av_cnt != 0");
+    EXPECT_ASSERTION(aaa_avpair_update_list_from_list(src.get(), empty.get()), kAvpairSource,
+                     "tgt->av_cnt != 0");
+    EXPECT_ASSERTION(aaa_avpair_update_list_from_list(empty.get(), empty.get()), kAvpairSource,
+                     "tgt->av_cnt != 0");
     EXPECT_ASSERTION(aaa_avpair_update_list_from_list_by_flags(src.get(), empty.get(), 1), kAvpairSource,
                      "tgt->av_cnt != 0");
     EXPECT_ASSERTION(aaa_avpair_update_list_from_list_by_flags(empty.get(), empty.get(), 1), kAvpairSource,
@@ -852,7 +893,8 @@ TEST(AvpairListsDeathTest, StopsOnACountThatContradictsTheBuffers) {
     EXPECT_ASSERTION(aaa_avpair_copy_list(&broken, nullptr, &copy), kAvpairHeader, expression);
     EXPECT_ASSERTION(aaa_avpair_list_for_each(&broken, &visit, note), kAvpairHeader, expression);
     EXPECT_ASSERTION(aaa_avpair_update_list_from_list(list.get(), &broken), kAvpairHeader, expression);
-    EXPECT_ASSERTION(aaa_avpair_update_list_from_list_by_flags(&broken, list.get(), 1), kAvpairHeader, expression);
+    EXPECT_ASSERTION(aaa_avpair_update_list_from_list_by_flags(&broken, list.get(), 1), kAvpairHeader,
+                     expression);
     EXPECT_ASSERTION(aaa_avpair_add_from_list_by_flags(&broken, list.get(), 1), kAvpairHeader, expression);
     EXPECT_ASSERTION(aaa_avpair_list_concat(list.get(), &broken), kAvpairHeader, expression);
     EXPECT_ASSERTION(aaa_avpair_list_concat_with_replace(list.get(), &broken), kAvpairHeader, expression);

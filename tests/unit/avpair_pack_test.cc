@@ -36,25 +36,35 @@ constexpr uint32_t kAddress = 264;  // format 3
 constexpr uint32_t kBinary = 19;    // format 2
 
 void add(avlist *list, uint32_t type, std::string_view value, uint32_t flags = 0, uint32_t tag = 0) {
-    ASSERT_EQ(aaa_avpair_add(type, flags, value.data(), tag, static_cast<uint32_t>(value.size()), list), AAA_OK);
+    ASSERT_EQ(aaa_avpair_add(type, flags, value.data(), tag, static_cast<uint32_t>(value.size()), list),
+              AAA_OK);
 }
 
 void erase(avlist *list, uint32_t type, uint32_t instance = 0) {
     ASSERT_EQ(aaa_avpair_delete_by_type_instance(type, instance, list, nullptr), AAA_OK);
 }
 
-std::string le32(uint32_t v) { return {reinterpret_cast<const char *>(&v), sizeof v}; }
-std::string be32(uint32_t v) { return le32(__builtin_bswap32(v)); }
+std::string le32(uint32_t v) {
+    return {reinterpret_cast<const char *>(&v), sizeof v};
+}
+std::string be32(uint32_t v) {
+    return le32(__builtin_bswap32(v));
+}
 
-std::string bytes_of(const void *p, std::size_t n) { return {static_cast<const char *>(p), n}; }
-std::string record_of(const avlist *list) { return bytes_of(list, sizeof *list); }
+std::string bytes_of(const void *p, std::size_t n) {
+    return {static_cast<const char *>(p), n};
+}
+std::string record_of(const avlist *list) {
+    return bytes_of(list, sizeof *list);
+}
 
 // Used bytes of all buffers.
 std::string buffers_of(const avlist *list) {
     std::string bytes;
     for (const avpair_buffer_t *buf = list->avpair_first_buf; buf != nullptr; buf = buf->hdr.next) {
         const auto *first = reinterpret_cast<const char *>(buf) + 32;
-        bytes.append(first, static_cast<std::size_t>(reinterpret_cast<const char *>(buf->hdr.free_mem) - first));
+        bytes.append(first,
+                     static_cast<std::size_t>(reinterpret_cast<const char *>(buf->hdr.free_mem) - first));
     }
     return bytes;
 }
@@ -134,10 +144,10 @@ TEST(AvpairPack, ConvertsIntegersAndAddressesOfFourBytesOnly) {
     add(list.get(), kInteger, "\1\2\3");
     add(list.get(), kInteger, "\1\2\3\4\5");
     add(list.get(), kInteger, "");
-    EXPECT_EQ(pack(list.get()).substr(56),
-              pair(kInteger, "\4\3\2\1") + pair(kAddress, "\4\3\2\1") + pair(kBinary, "\1\2\3\4") +
-                  pair(kUser, "\1\2\3\4") + pair(23, "\1\2\3\4\5\6\7\10") + pair(kInteger, "\1\2\3") +
-                  pair(kInteger, "\1\2\3\4\5") + pair(kInteger, ""));
+    EXPECT_EQ(pack(list.get()).substr(56), pair(kInteger, "\4\3\2\1") + pair(kAddress, "\4\3\2\1") +
+                                               pair(kBinary, "\1\2\3\4") + pair(kUser, "\1\2\3\4") +
+                                               pair(23, "\1\2\3\4\5\6\7\10") + pair(kInteger, "\1\2\3") +
+                                               pair(kInteger, "\1\2\3\4\5") + pair(kInteger, ""));
 }
 
 // Row 0 is an integer row, but the format of type 0 is "none".
@@ -185,9 +195,11 @@ TEST(AvpairPack, SendsDeletedPairsBetweenLiveOnes) {
     erase(list.get(), kBinary);
     // The value of a deleted number stays in host order: its type is gone.
     const std::string msg = pack(list.get());
-    EXPECT_EQ(msg, message(2, "holes", pair(kUser, "first") + pair(2070, le32(0x01020304), 5, 6) + pair(kUser, "last")));
+    EXPECT_EQ(msg, message(2, "holes",
+                           pair(kUser, "first") + pair(2070, le32(0x01020304), 5, 6) + pair(kUser, "last")));
     const ListPtr copy = unpack(msg);
-    EXPECT_EQ(read_pairs(copy.get()), (std::vector<ModelPair>{{kUser, 0, 0, "first"}, {kUser, 0, 0, "last"}}));
+    EXPECT_EQ(read_pairs(copy.get()),
+              (std::vector<ModelPair>{{kUser, 0, 0, "first"}, {kUser, 0, 0, "last"}}));
     aaa_avpair_iterator_t it{};
     avpair_t *at = nullptr;
     ASSERT_EQ(aaa_avpair_iterator_init(&it, copy.get(), &at), AAA_OK);
@@ -199,10 +211,11 @@ TEST(AvpairPack, SendsDeletedPairsBetweenLiveOnes) {
 
 TEST(AvpairPack, PutsBuffersBehindEachOther) {
     const ListPtr list = three_buffers();
-    EXPECT_EQ(pack(list.get()),
-              message(4, "three", pair(kUser, std::string(300, 'a'), 1, 11) + pair(kInteger, be32(0x01020304), 2, 12) +
-                                      pair(kUser, std::string(300, 'b'), 3, 13) +
-                                      pair(kUser, std::string(300, 'c'), 4, 14)));
+    EXPECT_EQ(
+        pack(list.get()),
+        message(4, "three",
+                pair(kUser, std::string(300, 'a'), 1, 11) + pair(kInteger, be32(0x01020304), 2, 12) +
+                    pair(kUser, std::string(300, 'b'), 3, 13) + pair(kUser, std::string(300, 'c'), 4, 14)));
 }
 
 // The hex block of docs/wire-format.md: lines of an offset, bytes, and a
@@ -295,7 +308,8 @@ TEST(AvpairPack, CopiesWholePartsThatFitAndStops) {
         if (code == AAA_OK) {
             expected.replace(0, 56, header(total, 4, "three"));
         }
-        ASSERT_EQ(bytes_of(buf.data(), buf.size()), expected + std::string(buf.size() - wanted, '\xee')) << limit;
+        ASSERT_EQ(bytes_of(buf.data(), buf.size()), expected + std::string(buf.size() - wanted, '\xee'))
+            << limit;
     }
 }
 
@@ -572,8 +586,9 @@ TEST(AvpairUnpack, CreatesNothingWhenThereIsNoMemory) {
     std::string msg = three_pairs();
     fake::sweep_allocations([&](fake::FailAlloc &fail) {
         avlist *list = nullptr;
-        const cerrno code =
-            fail.run([&] { return aaa_avpair_unpack_msg_create(&list, msg.data(), static_cast<uint32_t>(msg.size())); });
+        const cerrno code = fail.run([&] {
+            return aaa_avpair_unpack_msg_create(&list, msg.data(), static_cast<uint32_t>(msg.size()));
+        });
         const ListPtr owner(list);
         EXPECT_EQ(code, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
         EXPECT_EQ(list == nullptr, fail.fired());
@@ -598,7 +613,8 @@ TEST(AvpairPack, WritesNothingBehindTheRoom) {
         const ListPtr list = make_list();
         add(list.get(), kInteger, "1234");
         add(list.get(), kUser, std::string(len, 'v'));
-        const std::string wanted = message(2, "", pair(kInteger, "4321") + pair(kUser, std::string(len, 'v')));
+        const std::string wanted =
+            message(2, "", pair(kInteger, "4321") + pair(kUser, std::string(len, 'v')));
         auto room = static_cast<uint32_t>(wanted.size());
         char *at = page.end() - room;
         ASSERT_EQ(aaa_avpair_pack_msg_to_buf(list.get(), at, &room), AAA_OK);
@@ -626,7 +642,8 @@ TEST(AvpairUnpack, StaysInsideWhenLengthsLie) {
         avlist *list = nullptr;
         ASSERT_EQ(aaa_avpair_unpack_msg_create(&list, at, static_cast<uint32_t>(len)), AAA_OK);
         const auto *end = list->avpair_first_buf != nullptr ? list->avpair_first_buf->hdr.free_mem : nullptr;
-        EXPECT_EQ(end, len == 56 ? nullptr : reinterpret_cast<unsigned char *>(list->avpair_first_buf) + 32 + len - 56);
+        EXPECT_EQ(end, len == 56 ? nullptr
+                                 : reinterpret_cast<unsigned char *>(list->avpair_first_buf) + 32 + len - 56);
         aaa_avpair_free_list(list);
     }
 }
@@ -637,8 +654,9 @@ TEST(AvpairRoundTrip, KeepsEveryLengthAtEveryAlignment) {
     for (std::size_t shift = 0; shift < 8; shift++) {
         const ListPtr list = make_list("lengths");
         for (std::size_t len = 0; len <= 100; len++) {
-            add(list.get(), len % 2 == 0 ? kUser : kInteger, std::string(len, static_cast<char>('a' + len % 26)),
-                static_cast<uint32_t>(len), static_cast<uint32_t>(~len));
+            add(list.get(), len % 2 == 0 ? kUser : kInteger,
+                std::string(len, static_cast<char>('a' + len % 26)), static_cast<uint32_t>(len),
+                static_cast<uint32_t>(~len));
         }
         const std::vector<ModelPair> wanted = read_pairs(list.get());
         std::vector<char> buf(8000 + shift);
@@ -690,7 +708,8 @@ TEST(AvpairRoundTrip, LeavesAListThatCanBeEmptied) {
     erase(list.get(), kUser);
     EXPECT_EQ(list->av_cnt, 0);
     EXPECT_EQ(list->avpair_first_buf, nullptr);
-    EXPECT_EQ(aaa_avpair_find_type(kUser, nullptr, nullptr, nullptr, 0, list.get()), AAA_ERR_AVPAIR_NOT_FOUND);
+    EXPECT_EQ(aaa_avpair_find_type(kUser, nullptr, nullptr, nullptr, 0, list.get()),
+              AAA_ERR_AVPAIR_NOT_FOUND);
     add(list.get(), kUser, "again");
     EXPECT_EQ(read_pairs(list.get()).size(), 1u);
 }
@@ -718,8 +737,8 @@ TEST(AvpairRoundTrip, LeavesAListOf256PairsThatCanBeEmptied) {
 // The text of a pair is the dictionary's; how it is framed is tested here.
 std::string rendering(const ModelPair &shown) {
     char text[1024];
-    aaa_util_print_attr(shown.type, static_cast<uint32_t>(shown.value.size()), shown.flags, shown.value.data(), text,
-                        sizeof text);
+    aaa_util_print_attr(shown.type, static_cast<uint32_t>(shown.value.size()), shown.flags,
+                        shown.value.data(), text, sizeof text);
     return text;
 }
 
@@ -776,7 +795,8 @@ TEST(AvpairPackDeathTest, StopsOnUnpackingIntoAListWithPairs) {
     std::string msg = three_pairs();
     const ListPtr list = three_buffers();
     EXPECT_ASSERTION(aaa_avpair_unpack_msg(list.get(), msg.data()), kAvpairSource, "aaa_is_list_empty(list)");
-    EXPECT_ASSERTION(aaa_avpair_unpack_msg_2(list.get(), msg.data(), 56), kAvpairSource, "aaa_is_list_empty(list)");
+    EXPECT_ASSERTION(aaa_avpair_unpack_msg_2(list.get(), msg.data(), 56), kAvpairSource,
+                     "aaa_is_list_empty(list)");
 }
 
 TEST(AvpairPackDeathTest, StopsOnACountThatContradictsTheBuffers) {
@@ -788,7 +808,8 @@ TEST(AvpairPackDeathTest, StopsOnACountThatContradictsTheBuffers) {
     without_buffers.av_cnt = 1;
     EXPECT_ASSERTION(aaa_avpair_pack_msg_to_buf(&without_buffers, buf, &len), kAvpairHeader,
                      "list->avpair_first_buf != NULL");
-    EXPECT_ASSERTION(aaa_avpair_pack_msg(&without_buffers, iov, &len), kAvpairHeader, "list->avpair_first_buf != NULL");
+    EXPECT_ASSERTION(aaa_avpair_pack_msg(&without_buffers, iov, &len), kAvpairHeader,
+                     "list->avpair_first_buf != NULL");
     EXPECT_ASSERTION(aaa_avpair_unpack_msg_2(&without_buffers, msg.data(), 56), kAvpairHeader,
                      "list->avpair_first_buf != NULL");
     const ListPtr list = three_buffers();

@@ -28,10 +28,13 @@ using namespace std::string_literals;
 using Lines = std::vector<std::string>;
 
 void add(avlist *list, uint32_t type, std::string_view value, uint32_t flags = 0) {
-    ASSERT_EQ(aaa_avpair_add(type, flags, value.data(), 0, static_cast<uint32_t>(value.size()), list), AAA_OK);
+    ASSERT_EQ(aaa_avpair_add(type, flags, value.data(), 0, static_cast<uint32_t>(value.size()), list),
+              AAA_OK);
 }
 
-std::string le32(uint32_t v) { return {reinterpret_cast<const char *>(&v), sizeof v}; }
+std::string le32(uint32_t v) {
+    return {reinterpret_cast<const char *>(&v), sizeof v};
+}
 
 // ---- Text vectors -----------------------------------------------------------------------
 
@@ -70,7 +73,7 @@ uint32_t number(std::istream &line) {
 }
 
 class Case {
-public:
+  public:
     // Takes one line of the file; true when it was the last of a case.
     bool take(const std::string &text) {
         std::istringstream line(text);
@@ -99,8 +102,9 @@ public:
     [[nodiscard]] std::string print() const {
         constexpr std::size_t kBehind = 64;
         std::vector<char> room(size_ + kBehind, '\xee');
-        EXPECT_EQ(aaa_util_print_avlist(room.data(), size_, prefix_ ? prefix_->c_str() : nullptr, list_.get()),
-                  room.data());
+        EXPECT_EQ(
+            aaa_util_print_avlist(room.data(), size_, prefix_ ? prefix_->c_str() : nullptr, list_.get()),
+            room.data());
         EXPECT_EQ(std::string(room.begin() + size_, room.end()), std::string(kBehind, '\xee'));
         EXPECT_LT(strnlen(room.data(), size_), size_);
         return room.data();
@@ -109,7 +113,7 @@ public:
     std::string title;
     std::string expected;
 
-private:
+  private:
     void begin(std::istream &line) {
         list_ = make_list(quoted_text(line).c_str());
         if (next_is_quoted(line)) {
@@ -195,7 +199,7 @@ int note(uint32_t flag, const char *line) {
 }
 
 class LinePrinter : public testing::Test {
-protected:
+  protected:
     void SetUp() override { printed.clear(); }
 };
 
@@ -237,7 +241,9 @@ TEST_F(AvpairPrintList, PrintsNothingWithoutAListOrPrinter) {
 
 // ---- dump_buffer ------------------------------------------------------------------------
 
-const unsigned char *bytes(const char *text) { return reinterpret_cast<const unsigned char *>(text); }
+const unsigned char *bytes(const char *text) {
+    return reinterpret_cast<const unsigned char *>(text);
+}
 
 Lines dump(const char *name, const unsigned char *buf, int len, int ascii = 0, uint32_t flag = 3) {
     fake::enable_tracing(flag);
@@ -315,9 +321,9 @@ TEST(DumpIovs, NumbersTheElements) {
     char second[] = "C";
     const iov_t iov[] = {{first, 2}, {second, 1}, {nullptr, 9}};
     dump_iovs("message", iov, 3);
-    EXPECT_EQ(fake::traces_of(10),
-              (Lines{"Dumping buffer for message (IOV 0) .....", " 41 42", "Dumping buffer for message (IOV 1) .....",
-                     " 43", "Dumping buffer for message (IOV 2) .....", ""}));
+    EXPECT_EQ(fake::traces_of(10), (Lines{"Dumping buffer for message (IOV 0) .....", " 41 42",
+                                          "Dumping buffer for message (IOV 1) .....", " 43",
+                                          "Dumping buffer for message (IOV 2) .....", ""}));
 }
 
 TEST(DumpIovs, CutsTheLabelAt127Characters) {
@@ -358,8 +364,13 @@ TEST_F(DumpPacket, NeverShowsTheBytesBehindTheLastFullLine) {
     aaa_dump_pkt_buffer("packet", 5, bytes("01234567"), 8, note);
     EXPECT_EQ(printed, (Printed{{5, "packet"}}));
     printed.clear();
-    aaa_dump_pkt_buffer("packet", 5, bytes("\x00\x01\x0f\x10\xab\xff" "abcdefghijklmn"), 20, note);
-    EXPECT_EQ(printed, (Printed{{5, "packet"}, {5, "   00 01 0F 10 AB FF 61 62 63"}, {5, "   64 65 66 67 68 69 6A 6B 6C"}}));
+    aaa_dump_pkt_buffer("packet", 5,
+                        bytes("\x00\x01\x0f\x10\xab\xff"
+                              "abcdefghijklmn"),
+                        20, note);
+    EXPECT_EQ(
+        printed,
+        (Printed{{5, "packet"}, {5, "   00 01 0F 10 AB FF 61 62 63"}, {5, "   64 65 66 67 68 69 6A 6B 6C"}}));
 }
 
 TEST_F(DumpPacket, DoesNotAskTheFlag) {
@@ -386,7 +397,8 @@ TEST(AvpairPrintDeathTest, StopsOnACountThatContradictsTheBuffers) {
     char room[100];
     EXPECT_ASSERTION(aaa_util_print_avlist(room, sizeof room, "p", &broken), kAvpairHeader,
                      "list->avpair_first_buf != NULL");
-    EXPECT_ASSERTION(aaa_avpair_print_list(&broken, 8, note), kAvpairHeader, "list->avpair_first_buf != NULL");
+    EXPECT_ASSERTION(aaa_avpair_print_list(&broken, 8, note), kAvpairHeader,
+                     "list->avpair_first_buf != NULL");
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 // exchange, merging, visiting. They add no storage of their own and know
 // nothing of the buffers but what copying and the bound of a value need.
 
+#include "aaa/avpair.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -11,7 +13,6 @@
 #include <limits>
 #include <utility>
 
-#include "aaa/avpair.h"
 #include "aaa/dictionary.h"
 #include "aaa/result_codes.h"
 #include "internal/assert.hpp"
@@ -92,15 +93,16 @@ std::size_t readable_bytes(const avpair_t *pair, const avlist *list) {
 cerrno aaa_avpair_add_2(const avpair_t *avp, avlist *list, bool traced) {
     AAA_ASSERT(avp != nullptr, "avp");
     AAA_ASSERT(list != nullptr, "list");
-    return add_pair(avp->av_type, avp->av_flags, aaa_get_avpair_value_ptr(avp), avp->av_tag, avp->av_len, list,
-                    traced);
+    return add_pair(avp->av_type, avp->av_flags, aaa_get_avpair_value_ptr(avp), avp->av_tag, avp->av_len,
+                    list, traced);
 }
 
 // The target's value under the source's length, tag and flags: callers depend
 // on this mixture. A source that is longer takes in the bytes that follow the
 // target's value in its buffer; behind the last pair there is nothing to take,
 // and zeros stand in.
-cerrno add_mixed(const avpair_t *target, const avlist *tgt, const avpair_t *source, avlist *result, bool traced) {
+cerrno add_mixed(const avpair_t *target, const avlist *tgt, const avpair_t *source, avlist *result,
+                 bool traced) {
     const void *value = aaa_get_avpair_value_ptr(target);
     const uint32_t len = source->av_len;
     const uint32_t flags = source->av_flags | target->av_flags;
@@ -133,8 +135,8 @@ const char *name_of(const avpair_t *pair) {
 void retain_pair(const avpair_t *pair, Rebuild *state) {
     aaa_avpair_add_2(pair, state->result, state->traced);
     if (state->traced) {
-        aaa_debug(AAA_DBG_AVLIST, "Retaining attribute %s (%d), len=%d", name_of(pair), static_cast<int>(pair->av_type),
-                  static_cast<int>(state->len));
+        aaa_debug(AAA_DBG_AVLIST, "Retaining attribute %s (%d), len=%d", name_of(pair),
+                  static_cast<int>(pair->av_type), static_cast<int>(state->len));
     }
 }
 
@@ -161,7 +163,9 @@ void rebuild_pair(const avpair_t *pair, Rebuild *state) {
     }
 }
 
-void trace_updated(int updated) { aaa_debug(AAA_DBG_AVLIST, "%d attribute(s) updated", updated); }
+void trace_updated(int updated) {
+    aaa_debug(AAA_DBG_AVLIST, "%d attribute(s) updated", updated);
+}
 
 // How many pairs of src a merge takes. A list that is merged into itself grows
 // while it is read; only the pairs that it had at the start are taken.
@@ -199,8 +203,8 @@ cerrno merge_into_itself(const avlist *list, Merge merge) {
     for (uint32_t index = 0; index < count; index++) {
         avpair_t pair{};
         void *value = nullptr;
-        cerrno rc = aaa_avpair_find_index(index, &pair.av_type, &pair.av_flags, &value, &pair.av_tag, &pair.av_len,
-                                          list);
+        cerrno rc = aaa_avpair_find_index(index, &pair.av_type, &pair.av_flags, &value, &pair.av_tag,
+                                          &pair.av_len, list);
         if (rc == AAA_OK) {
             rc = merge(pair, value);
         }
@@ -278,7 +282,8 @@ cerrno aaa_avpair_list_for_each(avlist *list, void *ctx, aaa_avpair_list_callbac
         const avpair_t *avp = &avpair;
         AAA_ASSERT(avp != nullptr, "avp != NULL");
         AAA_ASSERT(avpair.av_type != AAA_ATTR_MAX, "avpair->av_type != AAA_ATTR_MAX");
-        if (fn(avp->av_type, avp->av_flags, aaa_get_avpair_value_ptr(avp), avp->av_len, avp->av_tag, ctx) == 0) {
+        if (fn(avp->av_type, avp->av_flags, aaa_get_avpair_value_ptr(avp), avp->av_len, avp->av_tag, ctx) ==
+            0) {
             break;
         }
     }
@@ -323,8 +328,8 @@ cerrno aaa_avpair_update_list_from_list_by_flags(const avlist *src, avlist *tgt,
     }
     AAA_ASSERT(tgt->av_cnt != 0, "tgt->av_cnt != 0");
     return merge_by_flags(src, tgt, flags, tracing(AAA_DBG_AVLIST), [tgt](const avpair_t &pair) {
-        aaa_avpair_update(pair.av_type, pair.av_flags, aaa_get_avpair_value_ptr(&pair), pair.av_tag, pair.av_len, 0,
-                          tgt);
+        aaa_avpair_update(pair.av_type, pair.av_flags, aaa_get_avpair_value_ptr(&pair), pair.av_tag,
+                          pair.av_len, 0, tgt);
     });
 }
 

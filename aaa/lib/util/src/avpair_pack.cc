@@ -22,12 +22,13 @@
 // swaps while it copies. Packing swaps in the list's own buffers as well:
 // afterwards the list can only be freed.
 
+#include "aaa/avpair.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
 
-#include "aaa/avpair.h"
 #include "aaa/result_codes.h"
 #include "internal/assert.hpp"
 #include "internal/attribute_formats.hpp"
@@ -69,7 +70,8 @@ struct Head {
 
 // Bytes of a value and its pad. A length that points past the end of the pairs
 // is cut there, which no list made by adding pairs and no message packed from
-// one has.
+// one has. So a step ends at the latest with the pairs, and the position behind
+// a pair can never wrap: there is no such failure to report.
 std::size_t value_extent(uint32_t len, std::size_t left) {
     const std::size_t extent = align_pair(len);
     return extent < left ? extent : left;
@@ -90,7 +92,7 @@ class Pairs {
     static constexpr bool kCopies = kPass != Pass::spend;
     using Source = std::conditional_t<kInPlace, unsigned char *, const unsigned char *>;
 
-public:
+  public:
     Pairs(Source first, std::size_t n, unsigned char *out) : p_(first), end_(first + n), out_(out) {}
 
     void convert() {
@@ -110,7 +112,7 @@ public:
         copy(left());
     }
 
-private:
+  private:
     struct Pair {
         uint32_t type;
         uint32_t len;

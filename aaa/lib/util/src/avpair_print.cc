@@ -3,6 +3,8 @@
 // Text renderings of lists for show output and traces, and hexadecimal dumps
 // of raw bytes. How one pair is rendered is the dictionary's business.
 
+#include "aaa/avpair.h"
+
 #include <cctype>
 #include <climits>
 #include <cstddef>
@@ -10,7 +12,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "aaa/avpair.h"
 #include "aaa/dictionary.h"
 #include "internal/avpair_checks.hpp"
 #include "internal/avpair_walk.hpp"
@@ -29,14 +30,14 @@ constexpr std::size_t kLabel = 128;
 constexpr uint32_t kIovFlag = AAA_DBG_IOV_DUMP;
 
 void print_pair(const avpair_t &pair, char *dst, uint32_t room) {
-    aaa_util_print_attr(pair.av_type, pair.av_len, pair.av_flags, aaautil::aaa_get_avpair_value_ptr(&pair), dst,
-                        room);
+    aaa_util_print_attr(pair.av_type, pair.av_len, pair.av_flags, aaautil::aaa_get_avpair_value_ptr(&pair),
+                        dst, room);
 }
 
 // Text that grows inside the caller's room. A text that is cut counts with
 // what is there of it, so the position never leaves the room.
 class Text {
-public:
+  public:
     Text(char *dst, uint32_t size) : dst_(dst), size_(size) { dst_[0] = '\0'; }
 
     // Room for at least one more character?
@@ -47,15 +48,15 @@ public:
     // Takes in what was written at the position.
     void advance() { at_ += static_cast<uint32_t>(std::strlen(position())); }
 
-private:
+  private:
     char *dst_;
     uint32_t size_;
     uint32_t at_ = 0;
 };
 
 void print_header(Text *text, const char *prefix, const avlist *list) {
-    std::snprintf(text->position(), text->room(), "[%s] avpair list '%s' count %d\n", prefix != nullptr ? prefix : "",
-                  list->av_name, static_cast<int>(list->av_cnt));
+    std::snprintf(text->position(), text->room(), "[%s] avpair list '%s' count %d\n",
+                  prefix != nullptr ? prefix : "", list->av_name, static_cast<int>(list->av_cnt));
     text->advance();
 }
 
@@ -77,7 +78,7 @@ void print_pairs(Text *text, const avlist *list) {
 
 // One line of a dump: at most nine bytes of three characters each.
 class DumpLine {
-public:
+  public:
     explicit DumpLine(const char *start) : start_(start) { clear(); }
 
     void clear() {
@@ -111,7 +112,7 @@ public:
 
     [[nodiscard]] const char *text() const { return text_; }
 
-private:
+  private:
     static constexpr char kDigits[] = "0123456789ABCDEF";
 
     void put(char c) {

@@ -72,7 +72,8 @@ class MessageOutput {
 
 inline void trace_packing(const avlist *list) noexcept {
     if (tracing(AAA_DBG_AVLIST)) {
-        aaa_debug(AAA_DBG_AVLIST, "Packing avlist '%s', count %d", list->av_name, static_cast<int>(list->av_cnt));
+        aaa_debug(AAA_DBG_AVLIST, "Packing avlist '%s', count %d", list->av_name,
+                  static_cast<int>(list->av_cnt));
     }
 }
 
