@@ -24,7 +24,8 @@ constexpr std::size_t kSlots = 64;
 constexpr std::size_t kNameWords = sizeof(aaa_platform_mutex_wait_t::function) / sizeof(uint64_t);
 
 // A slot is written under an odd sequence number; a reader that sees the same
-// even number before and after has seen one state.
+// even number before and after has seen one state. Release stores and acquire
+// loads of the fields carry the odd number along to whoever sees a new field.
 struct Slot {
     std::atomic<int32_t> owner{0}; // thread id, 0 = free
     std::atomic<uint32_t> sequence{0};
@@ -63,13 +64,12 @@ void fill(Slot &slot, const void *mutex, const char *function_name, int line, in
     }
     const uint32_t sequence = slot.sequence.load(std::memory_order_relaxed) | 1u;
     slot.sequence.store(sequence, std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_release);
-    slot.process.store(process, std::memory_order_relaxed);
-    slot.line.store(line, std::memory_order_relaxed);
-    slot.mutex.store(mutex, std::memory_order_relaxed);
-    slot.since.store(now_ms(), std::memory_order_relaxed);
+    slot.process.store(process, std::memory_order_release);
+    slot.line.store(line, std::memory_order_release);
+    slot.mutex.store(mutex, std::memory_order_release);
+    slot.since.store(now_ms(), std::memory_order_release);
     for (std::size_t i = 0; i < kNameWords; ++i) {
-        slot.name[i].store(words[i], std::memory_order_relaxed);
+        slot.name[i].store(words[i], std::memory_order_release);
     }
     slot.sequence.store(sequence + 1, std::memory_order_release);
 }
@@ -79,15 +79,14 @@ void fill(Slot &slot, const void *mutex, const char *function_name, int line, in
 bool read_slot(const Slot &slot, int32_t process, uint64_t now, aaa_platform_mutex_wait_t *out) {
     const uint32_t before = slot.sequence.load(std::memory_order_acquire);
     out->thread = slot.owner.load(std::memory_order_acquire);
-    const int32_t owner_process = slot.process.load(std::memory_order_relaxed);
-    out->line = slot.line.load(std::memory_order_relaxed);
-    out->mutex = slot.mutex.load(std::memory_order_relaxed);
-    const uint64_t since = slot.since.load(std::memory_order_relaxed);
+    const int32_t owner_process = slot.process.load(std::memory_order_acquire);
+    out->line = slot.line.load(std::memory_order_acquire);
+    out->mutex = slot.mutex.load(std::memory_order_acquire);
+    const uint64_t since = slot.since.load(std::memory_order_acquire);
     uint64_t words[kNameWords];
     for (std::size_t i = 0; i < kNameWords; ++i) {
-        words[i] = slot.name[i].load(std::memory_order_relaxed);
+        words[i] = slot.name[i].load(std::memory_order_acquire);
     }
-    std::atomic_thread_fence(std::memory_order_acquire);
     if ((before & 1u) != 0 || before != slot.sequence.load(std::memory_order_relaxed) || out->thread == 0 ||
         out->mutex == nullptr || owner_process != process) {
         return false;
