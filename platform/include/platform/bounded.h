@@ -2,35 +2,109 @@
 #ifndef PLATFORM_BOUNDED_H
 #define PLATFORM_BOUNDED_H
 
-#include <stddef.h>
+/**
+ * @file
+ * Bounded copies, fills and comparisons. They read and write only within the
+ * sizes they are given, keep no state, and may be called from any thread and
+ * from a signal handler. Sizes are in bytes; a size of more than half the
+ * address space is refused as a negative number that lost its sign.
+ */
+
 #include "platform/export.h"
+
+#include <stddef.h>
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* Copies n bytes when n <= dst_size, otherwise fails (non-zero) and zeroes dst. Used: RSA attributes 86 (450)
- * and 88 (128). */
+/**
+ * Copies n bytes, all of them or none.
+ *
+ * A refused copy leaves zeros in the destination, never part of the source:
+ * the library copies key material with it (450 and 128 bytes).
+ *
+ * @param dst      destination, dst_size bytes
+ * @param dst_size size of the destination
+ * @param src      source; may be null when n is 0
+ * @param n        bytes to copy; the two ranges must not overlap
+ * @return 0: copied, bytes of dst behind n untouched; an errno value: dst or
+ *         src is null, n exceeds dst_size, or the ranges overlap. dst_size bytes
+ *         of dst are then zero (unless dst is null or dst_size is refused).
+ */
 PLATFORM_API int memcpy_s(void *dst, size_t dst_size, const void *src, size_t n);
 
-/* Fills n bytes with c. The four-argument form also works when the platform's function takes three
- * (dst, n, c): hand the same number as size and n. */
+/**
+ * Fills n bytes; the fill is never optimised away.
+ *
+ * The library hands the same number as dst_size and n, so that a host whose
+ * function takes only (dst, n, c) in registers would do as well.
+ *
+ * @param dst      destination, dst_size bytes
+ * @param dst_size size of the destination
+ * @param c        value of each byte
+ * @param n        bytes to fill
+ * @return 0: filled; an errno value: dst is null or dst_size refused (nothing
+ *         written), or n exceeds dst_size (dst_size bytes are filled)
+ */
 PLATFORM_API int memset_s(void *dst, size_t dst_size, int c, size_t n);
 
-/* Compares at most dst_size bytes; 0 = arguments valid, the difference in *indicator. Used: protocol name
- * against "radius" with the limit 7; must tolerate a null string (non-zero result, not equal). */
+/**
+ * Compares two texts, at most dst_size bytes of them.
+ *
+ * Called with a protocol's name, 7 and "radius": the limit covers the NUL, so
+ * "radius2" is not equal.
+ *
+ * @param dst       first text, may be null
+ * @param dst_size  limit of the comparison
+ * @param src       second text, may be null
+ * @param indicator out, 0 when the texts are equal, else less or greater than 0
+ * @return 0: compared; an errno value: a text or indicator is null, or dst_size
+ *         is 0 or refused. *indicator then is not 0, so that whoever looks only
+ *         at it does not see equal texts.
+ */
 PLATFORM_API int strcmp_s(const char *dst, size_t dst_size, const char *src, int *indicator);
 
-/* Copies at most limit bytes, NUL included, always terminates. Used with 255 into 256 bytes (allocation
- * records) and with 32 into 32 bytes (terminal names). */
+/**
+ * Copies a text of at most limit bytes, its NUL included, and always terminates.
+ *
+ * Called with 255 into the 256-byte name of an allocation record, and with 32
+ * into 32-byte terminal names. What lies behind the NUL stays as it was.
+ *
+ * @param dst   destination, limit bytes; may be null (nothing is done)
+ * @param src   source, read up to its NUL or limit - 1 bytes; null = empty text;
+ *              may overlap dst
+ * @param limit size to keep to; 0 = nothing is done
+ * @return dst
+ */
 PLATFORM_API char *sstrncpy(char *dst, const char *src, size_t limit);
 
-/* Copies n bytes into a buffer of dst_size bytes, never more than dst_size. Used with a 4-byte result. */
+/**
+ * Copies n bytes, but never more than the destination holds.
+ *
+ * Called with a stored value, its length and a four-byte integer as the
+ * destination: of a longer value the first four bytes are taken.
+ *
+ * @param dst      destination, dst_size bytes; may be null (nothing is done)
+ * @param src      source, n bytes; may be null (nothing is done); may overlap
+ * @param n        bytes of the source
+ * @param dst_size size of the destination
+ * @return dst; bytes behind the copied ones are untouched
+ */
 PLATFORM_API void *__memcpy_to_buf(void *dst, const void *src, size_t n, size_t dst_size);
 
-/* Copies text into a buffer of dst_size bytes, never more, always terminated.
- * Not called at present. */
+/**
+ * Copies at most n characters of a text, never more than the destination holds,
+ * and always terminates. Not called by the library at present.
+ *
+ * @param dst      destination, dst_size bytes; may be null (nothing is done)
+ * @param src      source; null = empty text; may overlap
+ * @param n        most characters to copy
+ * @param dst_size size of the destination, the NUL included; 0 = nothing is done
+ * @return dst
+ */
 PLATFORM_API char *__strncpy_to_buf(char *dst, const char *src, size_t n, size_t dst_size);
+
 #ifdef __cplusplus
 }
 #endif

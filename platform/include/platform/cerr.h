@@ -2,6 +2,13 @@
 #ifndef PLATFORM_CERR_H
 #define PLATFORM_CERR_H
 
+/**
+ * @file
+ * Registry of result codes and their texts. A code carries its facility in bits
+ * 28..15 and its index within the facility in bits 14..9; aaa/result_codes.h has
+ * the record that describes a facility's texts.
+ */
+
 #include "aaa/types.h"
 #include "platform/export.h"
 
@@ -9,14 +16,43 @@
 extern "C" {
 #endif
 
-/* Called once at load as (1164, "cerrno/libaaa_error.dll"); the service reads the exported cerr_data. A
- * non-zero result is logged and loading goes on. */
+/**
+ * Registers the texts of one facility.
+ *
+ * Called once per load as (1164, "cerrno/libaaa_error.dll"), by the loading
+ * thread. The service finds the table as the object "cerr_data" that the calling
+ * library exports (layout version 2); the name is the one that the table's
+ * library goes by and needs to be no file. The library may be unloaded later,
+ * while its codes are still being printed: the texts are *Copied in*, and no
+ * reference that would keep the library loaded may remain. Registering a facility
+ * again replaces its texts; texts handed out before stay valid.
+ *
+ * @param facility facility number, 1 to 0x3fff
+ * @param dll_name name of the table's library
+ * @return 0: registered; any other code: not registered. The library logs the
+ *         code and goes on loading; its codes then have no texts of their own.
+ *         This host: 0xa2580200 bad argument, 0xa2580400 no memory, 0xa2580600 no
+ *         loaded object exports the table, 0xa2580800 the table is malformed,
+ *         0xa2580a00 too many facilities.
+ */
 PLATFORM_API cerrno cerr_register_dll(uint32_t facility, const char *dll_name);
 
-/* Text of any code: never null, never to be freed. For this facility the text is that of the index, whatever
- * the severity class (0x22466000 and 0xa2466000 give the same text); 0 and codes without a row (0xa2466800)
- * still give some printable text. */
+/**
+ * Gives the text of any code.
+ *
+ * The severity class (bits 31..30) does not matter: 0x22466000 and 0xa2466000 of
+ * the library's facility give the same text. Small codes are errno values.
+ * Never enters the loader and takes no lock: the worker and signal handlers call
+ * it.
+ *
+ * Ownership: *Borrowed*; a registered text for the life of the process, the text
+ * of an unknown code until the thread asks for the next unknown one.
+ * @param code any code, 0 included
+ * @return the text; never null: 0 gives "Success", a code without a text (such as
+ *         0xa2466800) a printable form of the number
+ */
 PLATFORM_API const char *cerr_strerror(cerrno code);
+
 #ifdef __cplusplus
 }
 #endif

@@ -2,46 +2,135 @@
 #ifndef PLATFORM_TERMINAL_H
 #define PLATFORM_TERMINAL_H
 
-#include "aaa/types.h"
+/**
+ * @file
+ * Terminal and line services, and the line editor. A "line" is what a user sits
+ * at: a terminal device. Called by threads of the program.
+ */
+
 #include "aaa/credentials.h"
+#include "aaa/types.h"
 #include "platform/export.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* Details of a line: only the first 32-bit field is read (0 console, 1 and 2 tty, 3 aux, 4 vty). */
+/* ---- lines --------------------------------------------------------------------- */
+
+/** Details of a line. The library reads the first field only. */
 typedef struct tty_details {
-    uint32_t kind;
-    uint8_t  rest[1020];
+    uint32_t kind;       /**< 0 console, 1 and 2 tty, 3 aux, 4 vty (enum aaa_line_kind) */
+    uint8_t  rest[1020]; /**< the host's */
 } tty_details_t;
 
-/* Called as (0, device, &details); 0 = success. */
+/**
+ * Tells what kind of line a device is.
+ *
+ * @param zero    0
+ * @param device  name of the device, with or without "/dev/"; may be null
+ * @param details out, zeroed by the caller; on failure its contents are not used
+ * @return 0: details filled; any other value: no line, or not known
+ */
 PLATFORM_API int32_t tty_details_from_device_file(uint32_t zero, const char *device, tty_details_t *details);
 
-/* Method list configured for the caller's line; kind 0 authentication, 1 authorization, 2 accounting. On
- * success the name is a heap string that the library frees after adding it. 0x22570e00 = no controlling
- * terminal (ignored for services 16 and 24, and in authorization for option 69); any other failure ends the
- * compose with that code. */
+/**
+ * Gives the method list that is configured for the caller's line.
+ *
+ * Called while a request is composed for which the program names no list.
+ *
+ * Ownership: *Caller frees* *list_name.
+ * @param kind      0 authentication, 1 authorization, 2 accounting
+ * @param list_name out, null on entry: the list's name; null when the line has
+ *                  none, and then "default" is used; null on failure
+ * @return 0: done; 0x22570e00: the process has no controlling terminal (ignored
+ *         for services 16 and 24, and in authorization for option 69); any other
+ *         code ends the composition with it
+ */
 PLATFORM_API cerrno find_method_for_line(uint32_t kind, char **list_name);
 
-/* Fills line_category, line_detail and line_detail2 of the credential record from its tty_mnemonic. The
- * result is not used. */
+/**
+ * Fills line_category, line_detail and line_detail2 of a credential record from
+ * its tty_mnemonic, for a trace. Both details must end in NUL. Nothing else of
+ * the record may be changed.
+ *
+ * @param cred the record; its tty_mnemonic may be null
+ * @return not used
+ */
 PLATFORM_API cerrno aaa_util_check_linetype(aaa_usercred_t *cred);
 
-/* Writes the remote address of the caller's line as text into a 46-byte buffer (malloc'ed by the library;
- * on success it becomes cred->remote_addr, on failure the library frees it). Non-zero = failure. */
+/**
+ * Gives the remote address of the caller's line as numeric text.
+ *
+ * @param buffer out; on success it becomes the remote address of the caller's
+ *               credential record, on failure the library frees it
+ * @param size   size of the buffer, 46: room for any address with its NUL
+ * @return 0: done; any other code: the line has no remote address, or it is not
+ *         known. The request is then sent without.
+ */
 PLATFORM_API cerrno aaa_util_find_line_remote_addr(char *buffer, uint32_t size);
 
-/* Line editor. getline_init: null = failure (AAA_ERR_OS). getline_configure: (handle, option, 4, &zero) for the
- * options 4, 2, 3, 5, 6, 7 in that order; the first non-zero result is the result of the read. */
-PLATFORM_API void  *getline_init(void);
+/* ---- line editor ---------------------------------------------------------------- */
+
+/**
+ * Makes a line editor on standard input and output.
+ *
+ * Ownership: *Caller frees*, with getline_free().
+ * @return the handle; null: the read ends with AAA_ERR_OS
+ */
+PLATFORM_API void *getline_init(void);
+
+/**
+ * Sets an option of the editor. Called for the options 4, 2, 3, 5, 6 and 7, in
+ * this order, each with a four-byte 0; what they mean is the editor's. The first
+ * non-zero result ends the read and is its result.
+ *
+ * @param handle the editor
+ * @param option option number
+ * @param size   size of the value, 4
+ * @param value  the value; *Copied in*
+ * @return 0: done; this host: EINVAL for an unknown option, another size, a null
+ */
 PLATFORM_API cerrno getline_configure(void *handle, uint32_t option, uint32_t size, const void *value);
-PLATFORM_API void   gl_ret_on_eintr_enable(void *handle);
-/* Reads one line: (handle, "", "", &ok), ok preset to 1 and cleared by the editor on a cancelled line. Null
- * or an empty line = AAA_ERR_INVALID_CLIENT_DATA; errno EINTR = the alarm fired. The line is the handle's. */
-PLATFORM_API char  *qm_getline(void *handle, const char *prompt, const char *text, int *ok);
-PLATFORM_API void   getline_free(void *handle);
+
+/**
+ * Lets signals end a read. Called after the time limit's alarm has been started
+ * and before the read.
+ *
+ * This host: while an alarm runs, only its expiry ends the read, in whatever
+ * thread the read is and whichever thread gets the signal; without one, any
+ * caught signal does.
+ *
+ * @param handle the editor, may be null (nothing is done)
+ */
+PLATFORM_API void gl_ret_on_eintr_enable(void *handle);
+
+/**
+ * Reads one line. Called as (handle, "", "", &ok).
+ *
+ * Sets errno, which the library looks at whatever the result: EINTR when the time
+ * limit (the process's alarm) has ended the read, which is reported as
+ * AAA_ERR_TIMEOUT; never EINTR for anything else. Terminal settings are restored
+ * before it returns. Control-C cancels the line and must not end the process.
+ *
+ * Ownership: *Borrowed*, until the next read or getline_free().
+ * @param handle the editor
+ * @param prompt text to show before the line
+ * @param text   text that the line begins with
+ * @param ok     1 on entry; cleared when the user cancelled the line; may be null
+ * @return the line, with its line feed if it had one; null: end of input, time
+ *         limit, cancelled, or failure. A null or empty line, or a cleared ok,
+ *         is AAA_ERR_INVALID_CLIENT_DATA.
+ */
+PLATFORM_API char *qm_getline(void *handle, const char *prompt, const char *text, int *ok);
+
+/**
+ * Releases an editor and the last line, which is wiped.
+ *
+ * @param handle the editor, may be null (nothing is done)
+ */
+PLATFORM_API void getline_free(void *handle);
+
 #ifdef __cplusplus
 }
 #endif
