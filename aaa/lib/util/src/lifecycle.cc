@@ -140,6 +140,14 @@ void start_worker() noexcept {
     worker_thread.store(thread, std::memory_order_release);
 }
 
+// A forked child has no worker, and the mutex may stand locked by one that
+// only the parent has.
+void forget_worker() noexcept {
+    worker_thread.store(0, std::memory_order_relaxed);
+    unjoined_thread = 0;
+    reset_connection_mutex();
+}
+
 void load() noexcept {
     _init_libc_globals();
     register_result_codes();
@@ -147,6 +155,7 @@ void load() noexcept {
     const int error = create_event_manager();
     init_connection_mutex();
     if (error == 0) {
+        pthread_atfork(nullptr, nullptr, forget_worker);
         start_worker();
     }
 }

@@ -68,6 +68,22 @@ constinit const Connection configuration{
 constexpr Texts kCloseBoth{"Mutex lock failed sysdb con close", "Mutex unlock failed for sysdb con close",
                            "Done with sysdb con close"};
 
+int make_connection_mutex() noexcept {
+    pthread_mutexattr_t attr{};
+    const bool made = pthread_mutexattr_init(&attr) == 0;
+    if (made) {
+        pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_ERRORCHECK);
+    }
+    // Once more, whatever came of the above: the type is what matters.
+    pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_ERRORCHECK);
+    std::memset(&connection_mutex, 0, sizeof connection_mutex);
+    const int rc = pthread_mutex_init(&connection_mutex, &attr);
+    if (made) {
+        pthread_mutexattr_destroy(&attr);
+    }
+    return rc;
+}
+
 // A thread that has to wait says so to the platform, which reports threads
 // that are stuck: with the name of the waiting function and where it waits.
 bool lock_connections(const char *function, int line) noexcept {
@@ -147,22 +163,13 @@ int32_t aaa_util_lib_cfg_sysdb_shutdown(void *, void *) { return take_down(confi
 }  // namespace
 
 void init_connection_mutex() noexcept {
-    pthread_mutexattr_t attr{};
-    const bool made = pthread_mutexattr_init(&attr) == 0;
-    if (made) {
-        pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_ERRORCHECK);
-    }
-    // Once more, whatever came of the above: the type is what matters.
-    pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_ERRORCHECK);
-    std::memset(&connection_mutex, 0, sizeof connection_mutex);
-    if (pthread_mutex_init(&connection_mutex, &attr) != 0) {
+    if (make_connection_mutex() != 0) {
         aaa_debug(0, "Failed to init lib util sysdb con mutex");
-    }
-    if (made) {
-        pthread_mutexattr_destroy(&attr);
     }
     aaa_debug(0, "Done with lib util sysdb con mutex init");
 }
+
+void reset_connection_mutex() noexcept { make_connection_mutex(); }
 
 void open_event_connections(void *evm) noexcept {
     void *slot = nullptr;  // for both in turn; the event manager keeps what it needs

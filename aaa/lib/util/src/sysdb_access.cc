@@ -44,12 +44,19 @@ cerrno bind_shared(uint64_t &handle, const char *path, SysdbPresence &presence) 
     if (shared_handle(handle) != 0) {
         return 0;
     }
-    if (!presence.check()) {
-        return SYSDB_ERR_LIB_ABSENT;
+    // Not into the exported word itself: a client's first lookup and the worker
+    // meet here when a program calls right after loading the library, and the
+    // connection that was stored first would be lost and never closed.
+    sysdb_conn_t made = 0;
+    const cerrno rc = bind(&made, path, SYSDB_BIND_SHARED, presence);
+    if (rc != 0) {
+        return rc;
     }
-    // The exported word itself is handed over, as for every shared handle: the
-    // platform stores the connection in it.
-    return _sysdb_bind(&handle, path, SYSDB_BIND_SHARED);
+    uint64_t expected = 0;
+    if (!__atomic_compare_exchange_n(&handle, &expected, made, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+        _sysdb_unbind(made);
+    }
+    return 0;
 }
 
 cerrno bind_private(sysdb_conn_t *conn, const char *path, SysdbPresence &presence) noexcept {

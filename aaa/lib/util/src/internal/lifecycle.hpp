@@ -22,6 +22,9 @@ void lifecycle(uint32_t op) noexcept;
 // Makes the mutex that guards both connection handles. Failure is traced.
 void init_connection_mutex() noexcept;
 
+// Makes it anew in a forked child, silently.
+void reset_connection_mutex() noexcept;
+
 // Opens the two event connections, the mapping one first; the configuration
 // one only when that succeeded. Failures are not reported further.
 void open_event_connections(void *evm) noexcept;

@@ -47,7 +47,8 @@ inline void clear_shared_handle(uint64_t &handle) noexcept { __atomic_store_n(&h
 
 // Binds a shared handle that is 0; a handle that is already there is kept.
 // Returns 0, SYSDB_ERR_LIB_ABSENT, or the bind's own code. No lock is taken:
-// of two threads that bind at the same moment the later one's connection stays.
+// of two threads that bind at the same moment the first one's connection stays
+// and the other gives its own back.
 [[nodiscard]] cerrno bind_shared(uint64_t &handle, const char *path, SysdbPresence &presence) noexcept;
 
 // Opens a connection of the caller's own; *conn is 0 unless 0 is returned.
