@@ -96,23 +96,27 @@ struct Sealed {
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-// Takes a sealed key's text apart; false when it has not the shape of one. The
-// second digit is looked at only when the first is one, so nothing is read
-// past the end of a short text.
-bool take_apart(const char *text, Sealed *out) {
-    if (!is_digit(text[0]) || !is_digit(text[1])) {
-        return false;
+enum class Form { kGood, kBad, kNoMemory };
+
+// Takes a sealed key's text apart. The second digit is looked at only when the
+// first is one, so nothing is read past the end of a short text.
+Form take_apart(const char *text, Sealed *out) {
+    if (text == nullptr || !is_digit(text[0]) || !is_digit(text[1])) {
+        return Form::kBad;
     }
     out->generation = static_cast<unsigned>(text[0] - '0') * 10 + static_cast<unsigned>(text[1] - '0');
     const char *hex = text + 2;
     const std::size_t len = strnlen(hex, 2 * kMaxSealed + 1);
     if (len > 2 * kMaxSealed || len % 2 != 0 || len < 2 * kOverhead) {
-        return false;
+        return Form::kBad;
     }
     out->bytes.reset(static_cast<unsigned char *>(std::malloc(len / 2)));
-    return out->bytes != nullptr &&
-           sodium_hex2bin(out->bytes.get(), len / 2, hex, len, nullptr, &out->size, nullptr) == 0 &&
-           out->size == len / 2 && out->bytes.get()[0] == kVersion;
+    if (!out->bytes) {
+        return Form::kNoMemory;
+    }
+    const bool good = sodium_hex2bin(out->bytes.get(), len / 2, hex, len, nullptr, &out->size, nullptr) == 0 &&
+                      out->size == len / 2 && out->bytes.get()[0] == kVersion;
+    return good ? Form::kGood : Form::kBad;
 }
 
 char *open_sealed(const Sealed &sealed, const MasterKey &master) {
@@ -135,6 +139,42 @@ char *open_sealed(const Sealed &sealed, const MasterKey &master) {
     return clear.release();
 }
 
+char *decrypt(const char *text, int type) {
+    Sealed sealed{};
+    switch (take_apart(text, &sealed)) {
+        case Form::kBad:
+            return fail("DECRYPT_FAILED",
+                        "A sealed key has not the form of one; it was cut, changed or made by another system");
+        case Form::kNoMemory:
+            return fail("DECRYPT_FAILED", "Not enough memory to open a sealed key");
+        case Form::kGood:
+            break;
+    }
+    MasterKeys keys;
+    if (!ready(type, "DECRYPT_FAILED") || !keys.read(master_keys_path())) {
+        return nullptr;
+    }
+    const MasterKey *master = keys.find(sealed.generation);
+    if (master == nullptr) {
+        log(kLogError, "DECRYPT_FAILED",
+            "%s: no master key of generation %02u, which a sealed key needs; restore it", master_keys_path(),
+            sealed.generation);
+        return nullptr;
+    }
+    return open_sealed(sealed, *master);
+}
+
+char *encrypt(const char *text, int type) {
+    if (text == nullptr || strnlen(text, kMaxClear + 1) > kMaxClear) {
+        return fail("ENCRYPT_FAILED", "A key to be sealed is missing or longer than 4096 characters");
+    }
+    MasterKeys keys;
+    if (!ready(type, "ENCRYPT_FAILED") || !keys.read(master_keys_path())) {
+        return nullptr;
+    }
+    return seal(text, *keys.newest());
+}
+
 }  // namespace
 
 }  // namespace aaaplatform
@@ -142,40 +182,15 @@ char *open_sealed(const Sealed &sealed, const MasterKey &master) {
 extern "C" {
 
 char *pw_encrypt(const char *text, int type) {
-    using namespace aaaplatform;
     const int saved_errno = errno;
-    char *out = nullptr;
-    if (text == nullptr || strnlen(text, kMaxClear + 1) > kMaxClear) {
-        fail("ENCRYPT_FAILED", "A key to be sealed is missing or longer than 4096 characters");
-    } else if (ready(type, "ENCRYPT_FAILED")) {
-        MasterKeys keys;
-        if (keys.read(master_keys_path())) {
-            out = seal(text, *keys.newest());
-        }
-    }
+    char *out = aaaplatform::encrypt(text, type);
     errno = saved_errno;
     return out;
 }
 
 char *pw_decrypt(const char *text, int type) {
-    using namespace aaaplatform;
     const int saved_errno = errno;
-    char *out = nullptr;
-    Sealed sealed{};
-    if (text == nullptr || !take_apart(text, &sealed)) {
-        fail("DECRYPT_FAILED", "A sealed key has not the form of one; it was cut, changed or made by another system");
-    } else if (ready(type, "DECRYPT_FAILED")) {
-        MasterKeys keys;
-        if (keys.read(master_keys_path())) {
-            const MasterKey *master = keys.find(sealed.generation);
-            if (master != nullptr) {
-                out = open_sealed(sealed, *master);
-            } else {
-                log(kLogError, "DECRYPT_FAILED", "%s: no master key of generation %02u, which a sealed key needs; restore it",
-                    master_keys_path(), sealed.generation);
-            }
-        }
-    }
+    char *out = aaaplatform::decrypt(text, type);
     errno = saved_errno;
     return out;
 }
