@@ -24,14 +24,18 @@ namespace aaaplatform {
 namespace {
 
 constexpr uint32_t kFacilityMask = 0x3fff;
-constexpr uint32_t kIndexLimit = 64; // six bits of a code
+constexpr uint32_t kIndexLimit = 64;  // six bits of a code
 constexpr uint32_t kTableVersion = 2;
-constexpr cerrno kErrnoLimit = 4096; // the kernel's own bound of errno values
+constexpr cerrno kErrnoLimit = 4096;  // the kernel's own bound of errno values
 constexpr std::size_t kMaxTables = 32;
 constexpr std::size_t kMaxText = 512;
 
-constexpr uint32_t facility_of(cerrno code) { return code >> 15 & kFacilityMask; }
-constexpr uint32_t index_of(cerrno code) { return code >> 9 & (kIndexLimit - 1); }
+constexpr uint32_t facility_of(cerrno code) {
+    return code >> 15 & kFacilityMask;
+}
+constexpr uint32_t index_of(cerrno code) {
+    return code >> 9 & (kIndexLimit - 1);
+}
 
 // The texts of one facility, all in one block behind this head. Never freed:
 // a table that was replaced stays on the chain of its successor.

@@ -80,8 +80,8 @@ char *seal(const char *text, const MasterKey &master) {
     randombytes_buf(nonce, kNonceSize);
     const AssociatedData data = associated_data(master.generation, kVersion);
     crypto_aead_xchacha20poly1305_ietf_encrypt(nonce + kNonceSize, nullptr,
-                                               reinterpret_cast<const unsigned char *>(text), clear_size, data.bytes,
-                                               sizeof data.bytes, nullptr, nonce, master.key);
+                                               reinterpret_cast<const unsigned char *>(text), clear_size,
+                                               data.bytes, sizeof data.bytes, nullptr, nonce, master.key);
     out.get()[0] = static_cast<char>('0' + master.generation / 10);
     out.get()[1] = static_cast<char>('0' + master.generation % 10);
     sodium_bin2hex(out.get() + 2, 2 * sealed_size + 1, sealed.get(), sealed_size);
@@ -94,7 +94,9 @@ struct Sealed {
     std::size_t size;
 };
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 enum class Form { kGood, kBad, kNoMemory };
 
@@ -114,8 +116,9 @@ Form take_apart(const char *text, Sealed *out) {
     if (!out->bytes) {
         return Form::kNoMemory;
     }
-    const bool good = sodium_hex2bin(out->bytes.get(), len / 2, hex, len, nullptr, &out->size, nullptr) == 0 &&
-                      out->size == len / 2 && out->bytes.get()[0] == kVersion;
+    const bool good =
+        sodium_hex2bin(out->bytes.get(), len / 2, hex, len, nullptr, &out->size, nullptr) == 0 &&
+        out->size == len / 2 && out->bytes.get()[0] == kVersion;
     return good ? Form::kGood : Form::kBad;
 }
 
@@ -127,11 +130,12 @@ char *open_sealed(const Sealed &sealed, const MasterKey &master) {
         return fail("DECRYPT_FAILED", "Not enough memory to open a sealed key");
     }
     const AssociatedData data = associated_data(sealed.generation, sealed.bytes.get()[0]);
-    if (crypto_aead_xchacha20poly1305_ietf_decrypt(reinterpret_cast<unsigned char *>(clear.get()), nullptr, nullptr,
-                                                   nonce + kNonceSize, clear_size + kTagSize, data.bytes,
-                                                   sizeof data.bytes, nonce, master.key) != 0) {
+    if (crypto_aead_xchacha20poly1305_ietf_decrypt(reinterpret_cast<unsigned char *>(clear.get()), nullptr,
+                                                   nullptr, nonce + kNonceSize, clear_size + kTagSize,
+                                                   data.bytes, sizeof data.bytes, nonce, master.key) != 0) {
         log(kLogError, "DECRYPT_FAILED",
-            "A sealed key of generation %02u was changed, or was sealed with another master key; enter it again",
+            "A sealed key of generation %02u was changed, or was sealed with another master key; enter it "
+            "again",
             sealed.generation);
         return nullptr;
     }
@@ -143,8 +147,9 @@ char *decrypt(const char *text, int type) {
     Sealed sealed{};
     switch (take_apart(text, &sealed)) {
         case Form::kBad:
-            return fail("DECRYPT_FAILED",
-                        "A sealed key has not the form of one; it was cut, changed or made by another system");
+            return fail(
+                "DECRYPT_FAILED",
+                "A sealed key has not the form of one; it was cut, changed or made by another system");
         case Form::kNoMemory:
             return fail("DECRYPT_FAILED", "Not enough memory to open a sealed key");
         case Form::kGood:

@@ -18,7 +18,9 @@ namespace {
 
 constexpr unsigned kMaxComplaints = 5;
 
-bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+bool is_blank(char c) {
+    return c == ' ' || c == '\t' || c == '\r';
+}
 
 // Splits one line in place. A comment ends it.
 void split(char *text, ConfigLine *line) {

@@ -12,9 +12,9 @@ namespace aaaplatform {
 
 struct ConfigLine {
     static constexpr unsigned kMaxWords = 8;
-    const char *word[kMaxWords]; // valid until the next line is read
-    unsigned words;              // words on the line, those past kMaxWords not counted
-    unsigned number;             // line number, from 1
+    const char *word[kMaxWords];  // valid until the next line is read
+    unsigned words;               // words on the line, those past kMaxWords not counted
+    unsigned number;              // line number, from 1
 };
 
 class ConfigFile {

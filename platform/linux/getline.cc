@@ -41,13 +41,13 @@ constexpr wchar_t kByteEscape = 0xdc00;
 struct Editor {
     EditLine *el;
     const char *prompt;
-    char *line; // the text handed out last
+    char *line;  // the text handed out last
     std::size_t line_size;
     uint32_t options[kLastOption + 1];
-    wchar_t pending[4]; // decoded, not yet asked for
+    wchar_t pending[4];  // decoded, not yet asked for
     unsigned pending_count;
     std::size_t read_count;
-    int64_t deadline_ms; // 0 = no time limit
+    int64_t deadline_ms;  // 0 = no time limit
     bool return_on_signal;
     bool utf8;
     bool ended_by_signal;
@@ -99,7 +99,7 @@ Wait wait_for_input(Editor &editor, int fd) {
         pollfd poller{fd, POLLIN, 0};
         const int n = poll(&poller, 1, poll_timeout(editor));
         if (n > 0 || (n < 0 && errno != EINTR)) {
-            return Wait::kReady; // read() tells what is wrong
+            return Wait::kReady;  // read() tells what is wrong
         }
         if (n == 0 || signal_ends_read(editor)) {
             editor.ended_by_signal = true;
@@ -142,7 +142,10 @@ int read_byte(Editor &editor, unsigned char *byte) {
 }
 
 unsigned continuation_bytes(unsigned char lead) {
-    return lead >= 0xc2 && lead <= 0xdf ? 1 : lead >= 0xe0 && lead <= 0xef ? 2 : lead >= 0xf0 && lead <= 0xf4 ? 3 : 0;
+    return lead >= 0xc2 && lead <= 0xdf   ? 1
+           : lead >= 0xe0 && lead <= 0xef ? 2
+           : lead >= 0xf0 && lead <= 0xf4 ? 3
+                                          : 0;
 }
 
 // Rules out what is longer than it must be, surrogates, and what lies past the
@@ -152,7 +155,9 @@ bool valid_character(uint32_t c, unsigned continuations) {
     return c >= kSmallest[continuations] && c <= 0x10ffff && (c < 0xd800 || c > 0xdfff);
 }
 
-wchar_t escaped(unsigned char byte) { return byte < 0x80 ? static_cast<wchar_t>(byte) : kByteEscape + byte; }
+wchar_t escaped(unsigned char byte) {
+    return byte < 0x80 ? static_cast<wchar_t>(byte) : kByteEscape + byte;
+}
 
 // Reads the rest of a character that begins with lead. Bytes that do not make
 // one are queued as they are.
@@ -181,7 +186,7 @@ int read_character(Editor &editor, unsigned char lead, wchar_t *out) {
     }
     editor.pending_count = 0;
     for (unsigned i = got; i >= 1; --i) {
-        editor.pending[editor.pending_count++] = escaped(bytes[i]); // taken from the end
+        editor.pending[editor.pending_count++] = escaped(bytes[i]);  // taken from the end
     }
     *out = escaped(lead);
     return 1;
@@ -261,7 +266,9 @@ unsigned char cancel_line(EditLine *el, int) {
 }
 
 // The editor's prompt function returns a plain char pointer and does not write.
-char *prompt_of(EditLine *el) { return const_cast<char *>(editor_of(el)->prompt); }
+char *prompt_of(EditLine *el) {
+    return const_cast<char *>(editor_of(el)->prompt);
+}
 
 void set_up(Editor &editor) {
     EditLine *el = editor.el;

@@ -20,7 +20,8 @@ inline constexpr uint32_t kLogInfo = 6;
 
 // Logs "%AAA-PLATFORM-<severity>-<mnemonic> : text". Say which file or variable
 // is concerned and what the administrator should do.
-[[gnu::format(printf, 3, 4)]] void log(uint32_t severity, const char *mnemonic, const char *format, ...) noexcept;
+[[gnu::format(printf, 3, 4)]] void log(uint32_t severity, const char *mnemonic, const char *format,
+                                       ...) noexcept;
 
 enum class Sink : uint8_t { kUnset, kStderr, kSyslog, kJournal, kNone };
 

@@ -44,7 +44,8 @@ Sink choose_sink() {
     g_sink.store(sink, std::memory_order_relaxed);
     if (!known) {
         log(kLogWarning, "BAD_SETTING",
-            "AAA_LOG is \"%.32s\", which is none of stderr, syslog, journal, none; using the usual log", word);
+            "AAA_LOG is \"%.32s\", which is none of stderr, syslog, journal, none; using the usual log",
+            word);
     }
     return sink;
 }
@@ -54,7 +55,9 @@ Sink current_sink() {
     return sink != Sink::kUnset ? sink : choose_sink();
 }
 
-const char *or_dash(const char *text) { return text != nullptr ? text : "-"; }
+const char *or_dash(const char *text) {
+    return text != nullptr ? text : "-";
+}
 
 // Builds "%FACILITY-CATEGORY-severity-MNEMONIC : text" and sends it.
 void emit_record(const kel_msg_rec_t &record, uint32_t severity, const char *text, std::size_t len) {
@@ -81,7 +84,8 @@ static_assert(sizeof(std::atomic<uint32_t>) == 4 && std::atomic<uint32_t>::is_al
 
 LimitState state_of(kel_msg_limit_t *limit) {
     auto *base = reinterpret_cast<unsigned char *>(limit);
-    return {reinterpret_cast<std::atomic<uint32_t> *>(base + 4), reinterpret_cast<std::atomic<uint32_t> *>(base + 8)};
+    return {reinterpret_cast<std::atomic<uint32_t> *>(base + 4),
+            reinterpret_cast<std::atomic<uint32_t> *>(base + 8)};
 }
 
 // Seconds of the monotonic clock plus one, so that 0 stays "never".
@@ -93,8 +97,8 @@ uint32_t now_seconds() {
 
 struct Verdict {
     bool pass;
-    uint32_t held_back; // messages that this one's predecessor held back
-    uint32_t elapsed;   // seconds since the period began
+    uint32_t held_back;  // messages that this one's predecessor held back
+    uint32_t elapsed;    // seconds since the period began
 };
 
 // The first message of a period passes; of several threads that find the
@@ -117,8 +121,9 @@ Verdict ask_limit(kel_msg_limit_t *limit) {
 
 void report_held_back(const kel_msg_rec_t &record, uint32_t severity, const Verdict &verdict) {
     char text[96];
-    const int n = std::snprintf(text, sizeof text, "%u messages of this kind were held back in the last %u seconds",
-                                verdict.held_back, verdict.elapsed);
+    const int n =
+        std::snprintf(text, sizeof text, "%u messages of this kind were held back in the last %u seconds",
+                      verdict.held_back, verdict.elapsed);
     emit_record(record, severity, text, n > 0 ? static_cast<std::size_t>(n) : 0);
 }
 

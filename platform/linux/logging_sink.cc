@@ -57,8 +57,8 @@ bool send_datagram(const char *path, const char *data, std::size_t len) {
     // A log daemon that is busy may hold us up for a moment, one that hangs
     // must not hold up logins.
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof kSendTimeout);
-    const ssize_t sent = sendto(fd, data, len, MSG_NOSIGNAL,
-                                reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    const ssize_t sent =
+        sendto(fd, data, len, MSG_NOSIGNAL, reinterpret_cast<const sockaddr *>(&address), sizeof address);
     close(fd);
     return sent == static_cast<ssize_t>(len);
 }
@@ -123,8 +123,8 @@ bool emit_journal(const LineInfo &info, const char *text, std::size_t len) {
 // local time would need the time zone lock.
 bool emit_syslog(const LineInfo &info, const char *text, std::size_t len) {
     Datagram datagram;
-    const int n = std::snprintf(datagram.bytes, sizeof datagram.bytes, "<%u>%.64s[%d]: ",
-                                static_cast<unsigned>(LOG_AUTHPRIV) | (info.severity & 7u),
+    const int n = std::snprintf(datagram.bytes, sizeof datagram.bytes,
+                                "<%u>%.64s[%d]: ", static_cast<unsigned>(LOG_AUTHPRIV) | (info.severity & 7u),
                                 program_invocation_short_name, static_cast<int>(getpid()));
     datagram.len = n > 0 ? static_cast<std::size_t>(n) : 0;
     datagram.add(text, len);
@@ -198,7 +198,9 @@ bool parse_sink(const char *word, Sink *sink) noexcept {
     return false;
 }
 
-Sink default_sink() noexcept { return stderr_is_journal() ? Sink::kJournal : Sink::kSyslog; }
+Sink default_sink() noexcept {
+    return stderr_is_journal() ? Sink::kJournal : Sink::kSyslog;
+}
 
 void emit(Sink sink, const LineInfo &info, const char *text, std::size_t len) noexcept {
     const int saved_errno = errno;

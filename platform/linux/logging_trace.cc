@@ -90,7 +90,9 @@ void report_bad_flag(uint32_t flag) {
 
 // ---- AAA_DEBUG ---------------------------------------------------------------
 
-bool is_separator(char c) { return c == ',' || c == ' ' || c == '\t' || c == ';'; }
+bool is_separator(char c) {
+    return c == ',' || c == ' ' || c == '\t' || c == ';';
+}
 
 // A decimal flag number at *at; moves *at behind it. Large numbers stay large
 // instead of wrapping into a valid flag.
@@ -141,7 +143,9 @@ bool parse_numbers(const char *word, const char *end, uint32_t *mask, bool *ok) 
 }
 
 bool parse_name(const char *word, std::size_t len, uint32_t *mask) {
-    const auto is = [&](const char *name) { return std::strlen(name) == len && std::memcmp(word, name, len) == 0; };
+    const auto is = [&](const char *name) {
+        return std::strlen(name) == len && std::memcmp(word, name, len) == 0;
+    };
     if (is("all")) {
         *mask |= kAllFlags;
         return true;
@@ -171,7 +175,8 @@ bool parse_word(const char *word, const char *end, uint32_t *mask) {
     char visible[80];
     make_visible(visible, sizeof visible, word, len);
     log(kLogWarning, "BAD_DEBUG_AREA",
-        "\"%s\" names no debug area; use flag numbers 0 to 10, \"all\", or names such as \"avlist\"", visible);
+        "\"%s\" names no debug area; use flag numbers 0 to 10, \"all\", or names such as \"avlist\"",
+        visible);
     return false;
 }
 
@@ -199,7 +204,8 @@ Sink choose_output() {
     const bool known = parse_sink(word, &sink);
     if (!known) {
         log(kLogWarning, "BAD_SETTING",
-            "AAA_DEBUG_OUTPUT is \"%.32s\", which is none of stderr, syslog, journal, none; using stderr", word);
+            "AAA_DEBUG_OUTPUT is \"%.32s\", which is none of stderr, syslog, journal, none; using stderr",
+            word);
     }
     return sink == Sink::kUnset ? Sink::kStderr : sink;
 }
@@ -220,10 +226,10 @@ std::size_t write_prefix(char *out, std::size_t size, uint32_t flag) {
     tm utc{};
     clock_gettime(CLOCK_REALTIME, &now);
     gmtime_r(&now.tv_sec, &utc);
-    const int n = std::snprintf(out, size, "%04d-%02d-%02dT%02d:%02d:%02d.%06ldZ %d/%d aaa[%u %s]: ",
-                                utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min,
-                                utc.tm_sec, now.tv_nsec / 1000, static_cast<int>(getpid()),
-                                static_cast<int>(gettid()), flag, kAreas[flag]);
+    const int n = std::snprintf(
+        out, size, "%04d-%02d-%02dT%02d:%02d:%02d.%06ldZ %d/%d aaa[%u %s]: ", utc.tm_year + 1900,
+        utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, now.tv_nsec / 1000,
+        static_cast<int>(getpid()), static_cast<int>(gettid()), flag, kAreas[flag]);
     return n > 0 ? static_cast<std::size_t>(n) : 0;
 }
 
@@ -237,7 +243,8 @@ void emit_trace(uint32_t flag, const char *text, std::size_t len) {
     }
     const char *end = text + len;
     for (const char *part = text; part <= end;) {
-        const auto *feed = static_cast<const char *>(std::memchr(part, '\n', static_cast<std::size_t>(end - part)));
+        const auto *feed =
+            static_cast<const char *>(std::memchr(part, '\n', static_cast<std::size_t>(end - part)));
         const char *stop = feed != nullptr ? feed : end;
         const std::size_t n =
             make_visible(line + prefix, sizeof line - prefix, part, static_cast<std::size_t>(stop - part));
@@ -256,7 +263,9 @@ void start_tracing() {
 
 // Tracing works as soon as the platform is there: a program that keeps the
 // library's load hook from running still gets its traces.
-[[gnu::constructor]] void on_load() { start_tracing(); }
+[[gnu::constructor]] void on_load() {
+    start_tracing();
+}
 
 }  // namespace
 
@@ -295,15 +304,17 @@ cerrno aaa_debug_init(void) {
     // Once: the copy must not change under a thread that logs with it. A flag,
     // not a mutex, which could be taken in the other order with the loader's lock.
     if (!g_bad_flag_taken.exchange(true, std::memory_order_acquire) &&
-        !visit_symbol(__builtin_return_address(0), "kel_msg_rec_aaa_invalid_debug_flag_getfn", copy_bad_flag_record,
-                      nullptr)) {
+        !visit_symbol(__builtin_return_address(0), "kel_msg_rec_aaa_invalid_debug_flag_getfn",
+                      copy_bad_flag_record, nullptr)) {
         g_bad_flag_taken.store(false, std::memory_order_release);
     }
     start_tracing();
     return 0;
 }
 
-void aaa_debug_cleanup(void) { aaaplatform::g_mask.store(0, std::memory_order_relaxed); }
+void aaa_debug_cleanup(void) {
+    aaaplatform::g_mask.store(0, std::memory_order_relaxed);
+}
 
 cerrno aaa_platform_debug_set(uint32_t flag, int on) {
     using namespace aaaplatform;
@@ -328,7 +339,9 @@ cerrno aaa_platform_debug_set_areas(const char *list) {
     return ok ? cerrno{0} : cerrno{HOST_NO_SUCH_FLAG};
 }
 
-uint32_t aaa_platform_debug_mask(void) { return aaaplatform::g_mask.load(std::memory_order_relaxed); }
+uint32_t aaa_platform_debug_mask(void) {
+    return aaaplatform::g_mask.load(std::memory_order_relaxed);
+}
 
 const char *aaa_platform_debug_area(uint32_t flag) {
     return flag < AAA_PLATFORM_DEBUG_FLAGS ? aaaplatform::kAreas[flag] : nullptr;

@@ -22,7 +22,7 @@ namespace {
 
 constexpr char kUsualPath[] = "/etc/aaa/master.keys";
 constexpr char kHeader[] = "aaa-master-keys 1";
-constexpr std::size_t kMaxFile = 16384; // a hundred lines of less than 100 characters, with room
+constexpr std::size_t kMaxFile = 16384;  // a hundred lines of less than 100 characters, with room
 constexpr std::size_t kHexSize = 2 * kMasterKeySize;
 constexpr char kTimeFormat[] = "%Y-%m-%dT%H:%M:%SZ";
 
@@ -162,15 +162,20 @@ int open_directory_of(const char *path) noexcept {
     return open(slash != nullptr ? directory : ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
-const char *master_keys_path() noexcept { return config_path("AAA_MASTER_KEYS", kUsualPath); }
+const char *master_keys_path() noexcept {
+    return config_path("AAA_MASTER_KEYS", kUsualPath);
+}
 
-MasterKeys::~MasterKeys() { sodium_memzero(keys_, sizeof keys_); }
+MasterKeys::~MasterKeys() {
+    sodium_memzero(keys_, sizeof keys_);
+}
 
 bool MasterKeys::read(const char *path) noexcept {
     const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     if (fd < 0) {
-        return errno == ENOENT ? refuse(path, "there is no such file", "create it with \"aaa-master-key create\"")
-                               : refuse(path, strerrordesc_np(errno), "make the file readable for this process");
+        return errno == ENOENT
+                   ? refuse(path, "there is no such file", "create it with \"aaa-master-key create\"")
+                   : refuse(path, strerrordesc_np(errno), "make the file readable for this process");
     }
     SecretText text;
     const bool loaded = check_rights(fd, path) && read_text(fd, path, &text);
@@ -184,8 +189,8 @@ bool MasterKeys::parse(char *text, const char *path) noexcept {
     char *rest = text;
     for (char *line = strsep(&rest, "\n"); line != nullptr; line = strsep(&rest, "\n")) {
         ++number;
-        const bool good = number == 1 ? std::strcmp(line, kHeader) == 0
-                                      : *line == '\0' || *line == '#' || parse_line(line);
+        const bool good =
+            number == 1 ? std::strcmp(line, kHeader) == 0 : *line == '\0' || *line == '#' || parse_line(line);
         if (!good) {
             char why[48];
             std::snprintf(why, sizeof why, "line %u is not valid", number);
@@ -201,7 +206,8 @@ bool MasterKeys::parse_line(char *line) noexcept {
     if (!digit(0) || !digit(1) || line[2] != ' ') {
         return false;
     }
-    const unsigned generation = static_cast<unsigned>(line[0] - '0') * 10 + static_cast<unsigned>(line[1] - '0');
+    const unsigned generation =
+        static_cast<unsigned>(line[0] - '0') * 10 + static_cast<unsigned>(line[1] - '0');
     const char *hex = line + 3;
     if (strnlen(hex, kHexSize) != kHexSize || (hex[kHexSize] != '\0' && hex[kHexSize] != ' ') ||
         find(generation) != nullptr) {
@@ -209,7 +215,8 @@ bool MasterKeys::parse_line(char *line) noexcept {
     }
     MasterKey &key = keys_[count_];
     std::size_t len = 0;
-    if (sodium_hex2bin(key.key, sizeof key.key, hex, kHexSize, nullptr, &len, nullptr) != 0 || len != kMasterKeySize) {
+    if (sodium_hex2bin(key.key, sizeof key.key, hex, kHexSize, nullptr, &len, nullptr) != 0 ||
+        len != kMasterKeySize) {
         return false;
     }
     key.generation = generation;

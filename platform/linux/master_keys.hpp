@@ -17,12 +17,12 @@
 namespace aaaplatform {
 
 inline constexpr std::size_t kMasterKeySize = 32;
-inline constexpr unsigned kGenerations = 100; // two decimal digits
+inline constexpr unsigned kGenerations = 100;  // two decimal digits
 
 struct MasterKey {
     unsigned generation;
     unsigned char key[kMasterKeySize];
-    time_t created; // 0 = not told
+    time_t created;  // 0 = not told
 };
 
 // All generations of a file. Wiped when it goes out of scope.
@@ -38,7 +38,9 @@ class MasterKeys {
     bool read(const char *path) noexcept;
 
     [[nodiscard]] const MasterKey *find(unsigned generation) const noexcept;
-    [[nodiscard]] const MasterKey *newest() const noexcept { return count_ != 0 ? &keys_[count_ - 1] : nullptr; }
+    [[nodiscard]] const MasterKey *newest() const noexcept {
+        return count_ != 0 ? &keys_[count_ - 1] : nullptr;
+    }
     [[nodiscard]] const MasterKey &at(unsigned i) const noexcept { return keys_[i]; }
     [[nodiscard]] unsigned count() const noexcept { return count_; }
 

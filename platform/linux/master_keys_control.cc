@@ -41,10 +41,13 @@ class DirectoryLock {
     bool held_ = false;
 };
 
-const char *path_or_usual(const char *path) { return path != nullptr ? path : master_keys_path(); }
+const char *path_or_usual(const char *path) {
+    return path != nullptr ? path : master_keys_path();
+}
 
 cerrno failed(const char *path, int error) {
-    log(kLogError, "MASTER_KEYS", "%s: it cannot be written: %s; the keys are unchanged", path, strerrordesc_np(error));
+    log(kLogError, "MASTER_KEYS", "%s: it cannot be written: %s; the keys are unchanged", path,
+        strerrordesc_np(error));
     return static_cast<cerrno>(error);
 }
 
@@ -86,7 +89,8 @@ cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *generation) {
     const unsigned next = (keys.newest()->generation + 1) % kGenerations;
     if (!keys.add(next)) {
         log(kLogError, "MASTER_KEYS",
-            "%s: generation %02u is in use still; seal the server keys of that generation again and remove its line",
+            "%s: generation %02u is in use still; seal the server keys of that generation again and remove "
+            "its line",
             path, next);
         return HOST_KEYS_EXHAUSTED;
     }
@@ -118,6 +122,8 @@ cerrno aaa_platform_master_keys_list(const char *path, aaa_platform_master_key_t
     return 0;
 }
 
-const char *aaa_platform_master_keys_path(void) { return aaaplatform::master_keys_path(); }
+const char *aaa_platform_master_keys_path(void) {
+    return aaaplatform::master_keys_path();
+}
 
 }  // extern "C"

@@ -18,17 +18,25 @@ void *next_of(const void *record) {
     return next;
 }
 
-void set_next(void *record, void *next) { std::memcpy(record, &next, sizeof next); }
+void set_next(void *record, void *next) {
+    std::memcpy(record, &next, sizeof next);
+}
 
 }  // namespace
 
 extern "C" {
 
-void *malloc_named(size_t size, const char *) { return std::malloc(size); }
+void *malloc_named(size_t size, const char *) {
+    return std::malloc(size);
+}
 
-void *calloc_named(size_t count, size_t size, const char *) { return std::calloc(count, size); }
+void *calloc_named(size_t count, size_t size, const char *) {
+    return std::calloc(count, size);
+}
 
-void *realloc_named(void *ptr, size_t size, const char *) { return std::realloc(ptr, size); }
+void *realloc_named(void *ptr, size_t size, const char *) {
+    return std::realloc(ptr, size);
+}
 
 void queue_init(aaa_queue_t *queue, uint32_t maximum) {
     if (queue != nullptr) {

@@ -32,7 +32,8 @@ int node_type_is_line_card(const char *type, const char *from) {
     }
     if (std::strcmp(type, "route-processor") != 0) {
         log(kLogWarning, "BAD_SETTING",
-            "%s: node type \"%.32s\" is neither line-card nor route-processor; taking route-processor", from, type);
+            "%s: node type \"%.32s\" is neither line-card nor route-processor; taking route-processor", from,
+            type);
     }
     return 0;
 }
@@ -75,7 +76,9 @@ int platform_am_i_lc(void) {
     return known - 1;
 }
 
-int32_t qm_gettid(void) { return static_cast<int32_t>(gettid()); }
+int32_t qm_gettid(void) {
+    return static_cast<int32_t>(gettid());
+}
 
 const char *qm_inet_ntop(int family, const void *address, char *buffer, size_t limit) {
     if (address == nullptr || buffer == nullptr) {
@@ -87,6 +90,8 @@ const char *qm_inet_ntop(int family, const void *address, char *buffer, size_t l
     return inet_ntop(family, address, buffer, size);
 }
 
-int qm_close(int fd) { return close(fd); }
+int qm_close(int fd) {
+    return close(fd);
+}
 
 }  // extern "C"

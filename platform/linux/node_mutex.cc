@@ -27,9 +27,9 @@ constexpr std::size_t kNameWords = sizeof(aaa_platform_mutex_wait_t::function) /
 // even number before and after has seen one state. Release stores and acquire
 // loads of the fields carry the odd number along to whoever sees a new field.
 struct Slot {
-    std::atomic<int32_t> owner{0}; // thread id, 0 = free
+    std::atomic<int32_t> owner{0};  // thread id, 0 = free
     std::atomic<uint32_t> sequence{0};
-    std::atomic<int32_t> process{0}; // a forked child inherits the table, not the threads
+    std::atomic<int32_t> process{0};  // a forked child inherits the table, not the threads
     std::atomic<int32_t> line{0};
     std::atomic<const void *> mutex{nullptr};
     std::atomic<uint64_t> since{0};
@@ -54,7 +54,7 @@ Slot *claim(int32_t thread, int32_t process) {
             return &slot;
         }
     }
-    return nullptr; // more waiters than slots: this one is not listed
+    return nullptr;  // more waiters than slots: this one is not listed
 }
 
 void fill(Slot &slot, const void *mutex, const char *function_name, int line, int32_t process) {

@@ -21,8 +21,8 @@ namespace {
 constexpr char kZoneDirectory[] = "/zoneinfo/";
 
 bool is_name_char(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '/' || c == '_' ||
-           c == '-' || c == '+';
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '/' ||
+           c == '_' || c == '-' || c == '+';
 }
 
 // Takes text up to its first line feed as the zone's name when it looks like
@@ -85,8 +85,9 @@ bool from_link(char *buffer, uint32_t size) {
 bool from_abbreviation(char *buffer, uint32_t size) {
     const time_t now = time(nullptr);
     tm local{};
-    tzset(); // localtime_r() alone keeps to the zone of its first call
-    return localtime_r(&now, &local) != nullptr && local.tm_zone != nullptr && take_name(local.tm_zone, buffer, size);
+    tzset();  // localtime_r() alone keeps to the zone of its first call
+    return localtime_r(&now, &local) != nullptr && local.tm_zone != nullptr &&
+           take_name(local.tm_zone, buffer, size);
 }
 
 // TZ governs alone where it is set, as it does for the C library.

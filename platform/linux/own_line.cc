@@ -19,10 +19,16 @@ constexpr unsigned kLastPtsMajor = 143;
 constexpr char kDevDirectory[] = "/dev/";
 
 // The number comes in the kernel's wide encoding.
-constexpr unsigned major_of(unsigned device) { return device >> 8 & 0xfff; }
-constexpr unsigned minor_of(unsigned device) { return (device & 0xff) | (device >> 12 & 0xfff00); }
+constexpr unsigned major_of(unsigned device) {
+    return device >> 8 & 0xfff;
+}
+constexpr unsigned minor_of(unsigned device) {
+    return (device & 0xff) | (device >> 12 & 0xfff00);
+}
 
-bool fits(int n, std::size_t size) { return n > 0 && static_cast<std::size_t>(n) < size; }
+bool fits(int n, std::size_t size) {
+    return n > 0 && static_cast<std::size_t>(n) < size;
+}
 
 // The kernel lists every other terminal under its number, as a link whose last
 // component is the name.

@@ -24,7 +24,7 @@ struct Task {
 
 // The rows follow the head in the same block.
 struct aaa_task_table {
-    uint32_t magic; // tells a table from any other pointer in a credential record
+    uint32_t magic;  // tells a table from any other pointer in a credential record
     uint32_t capacity;
     uint32_t count;
     uint32_t reserved;
@@ -32,7 +32,9 @@ struct aaa_task_table {
 
 namespace {
 
-Task *rows_of(aaa_task_table *table) { return reinterpret_cast<Task *>(table + 1); }
+Task *rows_of(aaa_task_table *table) {
+    return reinterpret_cast<Task *>(table + 1);
+}
 
 Task *find(aaa_task_table *table, const char *task) {
     for (uint32_t i = 0; i < table->count; ++i) {
@@ -43,7 +45,9 @@ Task *find(aaa_task_table *table, const char *task) {
     return nullptr;
 }
 
-std::size_t size_of(uint32_t capacity) { return sizeof(aaa_task_table) + capacity * sizeof(Task); }
+std::size_t size_of(uint32_t capacity) {
+    return sizeof(aaa_task_table) + capacity * sizeof(Task);
+}
 
 }  // namespace
 
@@ -102,8 +106,9 @@ void aaa_destroy_task_table(void *task_table) {
     }
     // A leak is better than freeing what may be anything.
     if (table->magic != kMagic) {
-        aaaplatform::log(aaaplatform::kLogError, "BAD_TASK_TABLE",
-                         "A credential record carries a task table that this host did not make; it is not freed");
+        aaaplatform::log(
+            aaaplatform::kLogError, "BAD_TASK_TABLE",
+            "A credential record carries a task table that this host did not make; it is not freed");
         return;
     }
     // What a user may do is nobody else's business.

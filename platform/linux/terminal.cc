@@ -23,19 +23,25 @@ constexpr uint32_t kUnknownKind = 0xffffffffu;
 
 struct NameRule {
     const char *prefix;
-    bool number; // a digit must follow; otherwise the name is the prefix
+    bool number;  // a digit must follow; otherwise the name is the prefix
     uint32_t kind;
     const char *word;
 };
 
 // In this order, so that "ttyS0" is not taken for a terminal named "tty".
 constexpr NameRule kRules[] = {
-    {"console", false, AAA_LINE_CONSOLE, "console"}, {"con", true, AAA_LINE_CONSOLE, "console"},
-    {"aux", false, AAA_LINE_AUX, "aux"},             {"aux", true, AAA_LINE_AUX, "aux"},
-    {"ttyS", true, AAA_LINE_AUX, "aux"},             {"ttyUSB", true, AAA_LINE_AUX, "aux"},
-    {"ttyACM", true, AAA_LINE_AUX, "aux"},           {"ttyAMA", true, AAA_LINE_AUX, "aux"},
-    {"pts/", true, AAA_LINE_VTY, "vty"},             {"vty", true, AAA_LINE_VTY, "vty"},
-    {"tty", true, AAA_LINE_TTY2, "tty"},             {"tty", false, AAA_LINE_TTY1, "tty"},
+    {"console", false, AAA_LINE_CONSOLE, "console"},
+    {"con", true, AAA_LINE_CONSOLE, "console"},
+    {"aux", false, AAA_LINE_AUX, "aux"},
+    {"aux", true, AAA_LINE_AUX, "aux"},
+    {"ttyS", true, AAA_LINE_AUX, "aux"},
+    {"ttyUSB", true, AAA_LINE_AUX, "aux"},
+    {"ttyACM", true, AAA_LINE_AUX, "aux"},
+    {"ttyAMA", true, AAA_LINE_AUX, "aux"},
+    {"pts/", true, AAA_LINE_VTY, "vty"},
+    {"vty", true, AAA_LINE_VTY, "vty"},
+    {"tty", true, AAA_LINE_TTY2, "tty"},
+    {"tty", false, AAA_LINE_TTY1, "tty"},
     {"hvc", true, AAA_LINE_TTY1, "tty"},
 };
 
@@ -105,7 +111,8 @@ cerrno aaa_util_check_linetype(aaa_usercred_t *cred) {
     cred->line_category = rule != nullptr ? rule->kind : kUnknownKind;
     std::memset(cred->line_detail, 0, sizeof cred->line_detail);
     std::memset(cred->line_detail2, 0, sizeof cred->line_detail2);
-    std::snprintf(cred->line_detail, sizeof cred->line_detail, "%s", rule != nullptr ? rule->word : "unknown");
+    std::snprintf(cred->line_detail, sizeof cred->line_detail, "%s",
+                  rule != nullptr ? rule->word : "unknown");
     if (cred->tty_mnemonic != nullptr) {
         const char *name = without_directory(cred->tty_mnemonic);
         std::memcpy(cred->line_detail2, name, strnlen(name, sizeof cred->line_detail2 - 1));

@@ -28,7 +28,7 @@ namespace aaaplatform {
 
 namespace {
 
-constexpr std::size_t kMaxEntries = 65536; // more lines than a node has
+constexpr std::size_t kMaxEntries = 65536;  // more lines than a node has
 
 // An IPv4 address that was mapped into IPv6 is written as what it is.
 bool write_v6(const in6_addr &address, char *buffer, socklen_t size) {
@@ -70,12 +70,14 @@ bool take_text(const char *text, std::size_t len, char *buffer, socklen_t size) 
 }
 
 // An entry may outlive its login; then the line may be somebody else's now.
-bool in_use(const utmp &entry) { return entry.ut_pid <= 0 || kill(entry.ut_pid, 0) == 0 || errno != ESRCH; }
+bool in_use(const utmp &entry) {
+    return entry.ut_pid <= 0 || kill(entry.ut_pid, 0) == 0 || errno != ESRCH;
+}
 
 bool is_login_on(const utmp &entry, const char *line) {
     const std::size_t len = strnlen(entry.ut_line, sizeof entry.ut_line);
-    return entry.ut_type == USER_PROCESS && std::strlen(line) == len && std::memcmp(entry.ut_line, line, len) == 0 &&
-           in_use(entry);
+    return entry.ut_type == USER_PROCESS && std::strlen(line) == len &&
+           std::memcmp(entry.ut_line, line, len) == 0 && in_use(entry);
 }
 
 bool read_entry(int fd, utmp *entry) {

@@ -27,7 +27,7 @@ namespace aaaplatform {
 namespace {
 
 constexpr char kLinesFile[] = "/etc/aaa/lines.conf";
-constexpr std::size_t kMaxListName = 254; // what a method-list record can hold
+constexpr std::size_t kMaxListName = 254;  // what a method-list record can hold
 
 struct KindWord {
     const char *word;

@@ -24,7 +24,9 @@ struct Fenced {
     }
 };
 
-std::string bytes(const char *p, size_t n) { return {p, n}; }
+std::string bytes(const char *p, size_t n) {
+    return {p, n};
+}
 
 }  // namespace
 
@@ -65,10 +67,16 @@ TEST(MemcpyS, TakesNothingFromANullSource) {
 TEST(MemcpyS, RefusesOverlapInBothDirections) {
     char text[] = "0123456789";
     EXPECT_NE(0, memcpy_s(text + 2, 4, text, 4));
-    EXPECT_EQ(bytes("01\0\0\0\0" "6789", 10), bytes(text, 10));
+    EXPECT_EQ(bytes("01\0\0\0\0"
+                    "6789",
+                    10),
+              bytes(text, 10));
     char other[] = "0123456789";
     EXPECT_NE(0, memcpy_s(other, 4, other + 3, 4));
-    EXPECT_EQ(bytes("\0\0\0\0" "456789", 10), bytes(other, 10));
+    EXPECT_EQ(bytes("\0\0\0\0"
+                    "456789",
+                    10),
+              bytes(other, 10));
 }
 
 TEST(MemcpyS, CopiesBetweenNeighbours) {

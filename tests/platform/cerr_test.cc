@@ -24,7 +24,9 @@ constexpr cerrno code(uint32_t facility, uint32_t index, uint32_t severity = 2) 
     return severity << 30 | 1u << 29 | facility << 15 | index << 9;
 }
 
-std::string text(cerrno c) { return cerr_strerror(c); }
+std::string text(cerrno c) {
+    return cerr_strerror(c);
+}
 
 constexpr cerrno kInvalidArg = 0xa2580200u;
 constexpr cerrno kNoTable = 0xa2580600u;
@@ -64,8 +66,8 @@ bool is_loaded(const char *path) {
 
 // This program's table: found through the return address, and changed by tests.
 extern "C" {
-aaa_cerr_data_t test_program_table __asm__("cerr_data") __attribute__((visibility("default"), used)) = {
-    2, 0, "Test", kOwnFacility, 0, g_rows, {0, 0}};
+aaa_cerr_data_t test_program_table __asm__("cerr_data")
+    __attribute__((visibility("default"), used)) = {2, 0, "Test", kOwnFacility, 0, g_rows, {0, 0}};
 }
 
 namespace {
@@ -82,7 +84,9 @@ void set_table(uint32_t facility, const std::vector<const char *> &texts) {
 
 // ---- texts -----------------------------------------------------------------------
 
-TEST(CerrText, OfSuccess) { EXPECT_EQ("Success", text(0)); }
+TEST(CerrText, OfSuccess) {
+    EXPECT_EQ("Success", text(0));
+}
 
 TEST(CerrText, OfErrnoValuesIsTheSystems) {
     EXPECT_EQ(strerrordesc_np(EINVAL), text(EINVAL));
@@ -133,7 +137,10 @@ TEST(CerrText, OfAnUnknownCodeIsTheThreadsOwn) {
 // ---- registration ------------------------------------------------------------------
 
 TEST(CerrRegister, FindsTheTableOfTheCaller) {
-    EXPECT_EQ("Unknown error " "0xb8000200", text(code(kOwnFacility, 1)));
+    EXPECT_EQ(
+        "Unknown error "
+        "0xb8000200",
+        text(code(kOwnFacility, 1)));
     set_table(kOwnFacility, {"Success", "First", "Second"});
     EXPECT_EQ(0u, cerr_register_dll(kOwnFacility, kDll));
     for (uint32_t severity = 0; severity < 4; ++severity) {

@@ -41,8 +41,12 @@ std::string text_or_null(char *text) {
     return out;
 }
 
-std::string encrypt(const std::string &clear) { return text_or_null(pw_encrypt(clear.c_str(), 7)); }
-std::string decrypt(const std::string &sealed) { return text_or_null(pw_decrypt(sealed.c_str(), 7)); }
+std::string encrypt(const std::string &clear) {
+    return text_or_null(pw_encrypt(clear.c_str(), 7));
+}
+std::string decrypt(const std::string &sealed) {
+    return text_or_null(pw_decrypt(sealed.c_str(), 7));
+}
 
 struct MasterKeyFile : testing::Test {
     TempDir dir;
@@ -81,10 +85,12 @@ using Cipher = MasterKeyFile;
 using Keys = MasterKeyFile;
 
 constexpr char kChanged[] =
-    "%AAA-PLATFORM-3-DECRYPT_FAILED : A sealed key of generation 01 was changed, or was sealed with another master "
+    "%AAA-PLATFORM-3-DECRYPT_FAILED : A sealed key of generation 01 was changed, or was sealed with another "
+    "master "
     "key; enter it again";
 constexpr char kNoForm[] =
-    "%AAA-PLATFORM-3-DECRYPT_FAILED : A sealed key has not the form of one; it was cut, changed or made by another "
+    "%AAA-PLATFORM-3-DECRYPT_FAILED : A sealed key has not the form of one; it was cut, changed or made by "
+    "another "
     "system";
 
 }  // namespace
@@ -92,8 +98,9 @@ constexpr char kNoForm[] =
 // ---- cipher ----------------------------------------------------------------------
 
 TEST_F(Cipher, OpensWhatItSealed) {
-    for (const std::string &clear : {std::string("testing123"), std::string(""), std::string("a"),
-                                     std::string("with spaces \t and caf\xc3\xa9 "), std::string(4096, 'k')}) {
+    for (const std::string &clear :
+         {std::string("testing123"), std::string(""), std::string("a"),
+          std::string("with spaces \t and caf\xc3\xa9 "), std::string(4096, 'k')}) {
         const std::string sealed = encrypt(clear);
         EXPECT_EQ(clear, decrypt(sealed));
     }
@@ -134,7 +141,7 @@ TEST_F(Cipher, NoticesAChangeOfAnyCharacter) {
         // Characters 0 and 1 name a generation that is not there, 2 and 3 an
         // unknown form.
         const std::string log = g_log->take_one();
-        const std::string expected = i < 2   ? "%AAA-PLATFORM-3-DECRYPT_FAILED : " + path +
+        const std::string expected = i < 2 ? "%AAA-PLATFORM-3-DECRYPT_FAILED : " + path +
                                                  ": no master key of generation " + changed.substr(0, 2) +
                                                  ", which a sealed key needs; restore it"
                                      : i < 4 ? kNoForm
@@ -154,10 +161,11 @@ TEST_F(Cipher, NoticesACutAndAnExtension) {
 }
 
 TEST_F(Cipher, RefusesTextsOfAnotherShape) {
-    for (const std::string &text : {std::string("12"), std::string("123"), std::string("12AB"), std::string("1a2b"),
-                                    std::string("a1") + std::string(82, '0'), "0101" + std::string(80, 'g'),
-                                    "01 1" + std::string(80, '0'), "0102" + std::string(80, '0'),
-                                    "01" + std::string(100000, '0'), std::string("testing123")}) {
+    for (const std::string &text :
+         {std::string("12"), std::string("123"), std::string("12AB"), std::string("1a2b"),
+          std::string("a1") + std::string(82, '0'), "0101" + std::string(80, 'g'),
+          "01 1" + std::string(80, '0'), "0102" + std::string(80, '0'), "01" + std::string(100000, '0'),
+          std::string("testing123")}) {
         expect_refused(text, kNoForm);
     }
 }
@@ -250,7 +258,8 @@ TEST_F(Keys, GoOnAfterTheLastNumberUntilOneIsTaken) {
     EXPECT_EQ(999u, generation);
     EXPECT_EQ(before, contents());
     EXPECT_EQ("%AAA-PLATFORM-3-MASTER_KEYS : " + path +
-                  ": generation 01 is in use still; seal the server keys of that generation again and remove its line",
+                  ": generation 01 is in use still; seal the server keys of that generation again and remove "
+                  "its line",
               g_log->take_one());
 }
 
@@ -266,7 +275,8 @@ TEST_F(Keys, AreListedOldestFirst) {
     EXPECT_EQ(1u, keys[1].newest);
     EXPECT_NEAR(static_cast<double>(time(nullptr)), static_cast<double>(keys[0].created), 600);
     count = 0;
-    EXPECT_EQ(0u, aaa_platform_master_keys_list(nullptr, keys, 1, &count)) << "null is the file of the cipher";
+    EXPECT_EQ(0u, aaa_platform_master_keys_list(nullptr, keys, 1, &count))
+        << "null is the file of the cipher";
     EXPECT_EQ(2u, count);
     EXPECT_EQ(0u, aaa_platform_master_keys_list(path.c_str(), nullptr, 0, &count));
     EXPECT_EQ(kInvalidArg, aaa_platform_master_keys_list(path.c_str(), nullptr, 1, &count));
@@ -276,7 +286,7 @@ TEST_F(Keys, AreListedOldestFirst) {
 // ---- file ------------------------------------------------------------------------
 
 TEST_F(Keys, StandInAFileForItsOwnerOnly) {
-    struct stat st{};
+    struct stat st {};
     ASSERT_EQ(0, stat(path.c_str(), &st));
     EXPECT_EQ(0600u, st.st_mode & 07777u);
     const mode_t old_mask = umask(0);
@@ -296,7 +306,8 @@ TEST_F(Keys, LeaveNothingElseBehind) {
     aaa_platform_master_keys_create(path.c_str());
     rotate();
     size_t files = 0;
-    for ([[maybe_unused]] const auto &entry : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
+    for ([[maybe_unused]] const auto &entry :
+         std::filesystem::directory_iterator(std::filesystem::path(path).parent_path())) {
         ++files;
     }
     EXPECT_EQ(1u, files);
@@ -309,7 +320,8 @@ TEST_F(Keys, CannotBeCreatedWhereThereIsNoDirectory) {
                   ": it cannot be written: No such file or directory; the keys are unchanged",
               g_log->take_one());
     EXPECT_NE(0u, aaa_platform_master_keys_create(std::string(5000, 'x').c_str()));
-    EXPECT_NE(0u, aaa_platform_master_keys_rotate((dir.path("no/such/") + std::string(5000, 'x')).c_str(), nullptr));
+    EXPECT_NE(0u, aaa_platform_master_keys_rotate((dir.path("no/such/") + std::string(5000, 'x')).c_str(),
+                                                  nullptr));
     g_log->take();
 }
 
@@ -368,8 +380,9 @@ TEST_F(Keys, MustBeWellFormed) {
     replace(head);
     expect_no_keys("it holds no key" + advice);
     for (const std::string &line :
-         {std::string("1"), std::string("01"), std::string("01 "), "1 " + key, "001 " + key, "01 " + key.substr(1),
-          "01 " + key + "a", "01 g" + key.substr(1), "01\t" + key, " 01 " + key, "x1 " + key, "01 " + key.substr(2) + "  "}) {
+         {std::string("1"), std::string("01"), std::string("01 "), "1 " + key, "001 " + key,
+          "01 " + key.substr(1), "01 " + key + "a", "01 g" + key.substr(1), "01\t" + key, " 01 " + key,
+          "x1 " + key, "01 " + key.substr(2) + "  "}) {
         replace(good + line + "\n");
         expect_no_keys("line 3 is not valid" + advice);
     }
@@ -424,8 +437,8 @@ struct Command : testing::Test {
     // Exit code and output of aaa-master-key.
     std::pair<int, std::string> run(const std::string &arguments) const {
         const std::string out = dir.path("out");
-        const std::string command = std::string("AAA_LOG=stderr AAA_MASTER_KEYS='") + path + "' " + AAA_MASTER_KEY_COMMAND +
-                                    " " + arguments + " >'" + out + "' 2>&1";
+        const std::string command = std::string("AAA_LOG=stderr AAA_MASTER_KEYS='") + path + "' " +
+                                    AAA_MASTER_KEY_COMMAND + " " + arguments + " >'" + out + "' 2>&1";
         const int status = std::system(command.c_str());
         return {WEXITSTATUS(status), dir.read("out")};
     }
@@ -435,7 +448,8 @@ struct Command : testing::Test {
 
 TEST_F(Command, CreatesRotatesAndShows) {
     EXPECT_EQ(std::make_pair(0, path + ": created, generation 01\n"), run("create"));
-    EXPECT_EQ(std::make_pair(1, "aaa-master-key: " + path + ": Master key file exists already\n"), run("create"));
+    EXPECT_EQ(std::make_pair(1, "aaa-master-key: " + path + ": Master key file exists already\n"),
+              run("create"));
     EXPECT_EQ(std::make_pair(0, path + ": new keys are sealed with generation 02\n"), run("rotate"));
     const auto [rc, shown] = run("show");
     EXPECT_EQ(0, rc);

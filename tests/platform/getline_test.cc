@@ -25,7 +25,7 @@ constexpr char kPrompt[] = "name> ";
 void ignore_signal(int) {}
 
 void catch_signal(int signal) {
-    struct sigaction action{};
+    struct sigaction action {};
     action.sa_handler = ignore_signal;
     sigaction(signal, &action, nullptr);
 }
@@ -39,10 +39,11 @@ void start_time_limit(int ms) {
 // "line|ok|errno" of one read.
 std::string read_with(void *handle) {
     int ok = 1;
-    errno = EINTR; // whatever was there before must not show
+    errno = EINTR;  // whatever was there before must not show
     const char *line = qm_getline(handle, kPrompt, "", &ok);
     const int error = errno;
-    return std::string(line != nullptr ? line : "(null)") + "|" + std::to_string(ok) + "|" + std::to_string(error);
+    return std::string(line != nullptr ? line : "(null)") + "|" + std::to_string(ok) + "|" +
+           std::to_string(error);
 }
 
 std::string read_once() {
@@ -57,7 +58,8 @@ std::string read_once() {
 }
 
 // What one line typed at a terminal gives.
-std::string typed(const std::string &keys, const std::function<void()> &before = [] {}) {
+std::string typed(
+    const std::string &keys, const std::function<void()> &before = [] {}) {
     TerminalProcess child([&] {
         before();
         return read_once();
@@ -129,18 +131,22 @@ TEST(Getline, TakesANullHandle) {
 
 // ---- at a terminal ---------------------------------------------------------------
 
-TEST(Getline, ReturnsTheLineWithItsLineFeed) { EXPECT_EQ("alice\n|1|0", typed("alice\r")); }
+TEST(Getline, ReturnsTheLineWithItsLineFeed) {
+    EXPECT_EQ("alice\n|1|0", typed("alice\r"));
+}
 
 TEST(Getline, EditsTheLine) {
     EXPECT_EQ("alice\n|1|0", typed("alixx\x7f\x08"
-                                  "ce\r"));
+                                   "ce\r"));
     EXPECT_EQ("alice\n|1|0", typed("lice\x01"
-                                  "a\r"));
+                                   "a\r"));
     EXPECT_EQ("bob\n|1|0", typed("alice\x15"
-                                "bob\r"));
+                                 "bob\r"));
 }
 
-TEST(Getline, GivesAnEmptyLineForAnEmptyLine) { EXPECT_EQ("\n|1|0", typed("\r")); }
+TEST(Getline, GivesAnEmptyLineForAnEmptyLine) {
+    EXPECT_EQ("\n|1|0", typed("\r"));
+}
 
 TEST(Getline, StartsWithTheGivenText) {
     TerminalProcess child([] {
@@ -180,9 +186,15 @@ TEST(Getline, ControlDEndsTheInputOnlyOnAnEmptyLine) {
     EXPECT_EQ("alice\n|1|0", typed("alice\x04\r"));
 }
 
-TEST(Getline, KeysThatSendSignalsDoNothingElsewhere) { EXPECT_EQ("alice\n|1|0", typed("al\x1aic\x1c" "e\r")); }
+TEST(Getline, KeysThatSendSignalsDoNothingElsewhere) {
+    EXPECT_EQ("alice\n|1|0", typed("al\x1aic\x1c"
+                                   "e\r"));
+}
 
-TEST(Getline, OffersNoCommandsOfTheEditor) { EXPECT_EQ("echo\n|1|0", typed("\x1bx" "echo\r")); }
+TEST(Getline, OffersNoCommandsOfTheEditor) {
+    EXPECT_EQ("echo\n|1|0", typed("\x1bx"
+                                  "echo\r"));
+}
 
 TEST(Getline, RestoresTheTerminal) {
     for (const char *keys : {"alice\r", "\x03", "\x04"}) {
@@ -210,13 +222,18 @@ TEST(Getline, WorksWithoutAKnownTerminalType) {
 
 TEST(Getline, PassesCharactersOfTheLocale) {
     const auto utf8 = [] { setlocale(LC_ALL, "C.UTF-8"); };
-    EXPECT_EQ("caf\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\n|1|0", typed("caf\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\r", utf8));
+    EXPECT_EQ("caf\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\n|1|0",
+              typed("caf\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\r", utf8));
     EXPECT_EQ("caf\n|1|0", typed("caf\xc3\xa9\x7f\r", utf8)) << "erase takes the whole character";
 }
 
 TEST(Getline, PassesBytesThatAreNoCharacters) {
     const auto utf8 = [] { setlocale(LC_ALL, "C.UTF-8"); };
-    for (const char *text : {"a\xff" "b", "a\xc3" "b", "\xe2\x82", "\xc0\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xf5"}) {
+    for (const char *text : {"a\xff"
+                             "b",
+                             "a\xc3"
+                             "b",
+                             "\xe2\x82", "\xc0\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xf5"}) {
         EXPECT_EQ(std::string(text) + "\n|1|0", typed(std::string(text) + "\r", utf8)) << text;
         EXPECT_EQ(std::string(text) + "\n|1|0", typed(std::string(text) + "\r")) << text;
     }
@@ -311,11 +328,17 @@ TEST(Getline, ASignalDoesNotEndAReadUnlessAskedTo) {
 
 // ---- pipes -------------------------------------------------------------------------
 
-TEST(Getline, EndOfInputOnAPipeIsNoLine) { EXPECT_EQ("(null)|1|0", piped("")); }
+TEST(Getline, EndOfInputOnAPipeIsNoLine) {
+    EXPECT_EQ("(null)|1|0", piped(""));
+}
 
-TEST(Getline, ReadsALineFromAPipe) { EXPECT_EQ("alice\n|1|0", piped("alice\n")); }
+TEST(Getline, ReadsALineFromAPipe) {
+    EXPECT_EQ("alice\n|1|0", piped("alice\n"));
+}
 
-TEST(Getline, TakesALastLineWithoutALineFeed) { EXPECT_EQ("alice|1|0", piped("alice")); }
+TEST(Getline, TakesALastLineWithoutALineFeed) {
+    EXPECT_EQ("alice|1|0", piped("alice"));
+}
 
 TEST(Getline, LeavesTheRestOfThePipeToOthers) {
     EXPECT_EQ("alice\n|1|0 [secret\n]", piped("alice\nsecret\n", [] {

@@ -26,7 +26,8 @@ namespace {
 
 std::atomic<time_t> g_clock_offset{0};
 
-kel_msg_rec_t make_record(const char *format, const char *mnemonic, uint32_t severity, kel_msg_limit_t *limit = nullptr) {
+kel_msg_rec_t make_record(const char *format, const char *mnemonic, uint32_t severity,
+                          kel_msg_limit_t *limit = nullptr) {
     kel_msg_rec_t record{};
     record.format = format;
     record.limit = limit;
@@ -64,7 +65,7 @@ const ChildBodies kBodies = {
      }},
     {"journal-stream",
      [] {
-         struct stat st{};
+         struct stat st {};
          fstat(STDERR_FILENO, &st);
          const std::string stream = std::to_string(st.st_dev) + ":" + std::to_string(st.st_ino);
          setenv("JOURNAL_STREAM", stream.c_str(), 1);
@@ -172,7 +173,8 @@ TEST_F(Limit, ReportsWhatWasHeldBackWhenThePeriodIsOver) {
     kel_errmsg(&record, 7, "fourth");
     const auto all = texts();
     ASSERT_EQ(2u, all.size());
-    EXPECT_EQ("%AAA-SECURITY-7-ERR_SYSDB : 2 messages of this kind were held back in the last 60 seconds", all[0]);
+    EXPECT_EQ("%AAA-SECURITY-7-ERR_SYSDB : 2 messages of this kind were held back in the last 60 seconds",
+              all[0]);
     EXPECT_EQ("%AAA-SECURITY-7-ERR_SYSDB : fourth", all[1]);
     kel_errmsg(&record, 7, "fifth");
     EXPECT_TRUE(texts().empty());
@@ -249,7 +251,9 @@ TEST(Sink, StandardErrorOnRequest) {
     EXPECT_EQ("", child.out);
 }
 
-TEST(Sink, NoneOnRequest) { EXPECT_EQ("", run_child("error", {"AAA_LOG=none"}).err); }
+TEST(Sink, NoneOnRequest) {
+    EXPECT_EQ("", run_child("error", {"AAA_LOG=none"}).err);
+}
 
 TEST(Sink, JournalGetsFields) {
     LogSocket journal;
@@ -282,8 +286,8 @@ TEST(Sink, JournalWhenStandardErrorIsItsStream) {
 TEST(Sink, SyslogWhenTheJournalStreamIsAnother) {
     LogSocket journal;
     LogSocket syslog;
-    run_child("error", {"AAA_LOG=", "AAA_JOURNAL_SOCKET=" + journal.path(), "AAA_SYSLOG_SOCKET=" + syslog.path(),
-                        "JOURNAL_STREAM=1:1"});
+    run_child("error", {"AAA_LOG=", "AAA_JOURNAL_SOCKET=" + journal.path(),
+                        "AAA_SYSLOG_SOCKET=" + syslog.path(), "JOURNAL_STREAM=1:1"});
     EXPECT_TRUE(journal.take().empty());
     EXPECT_EQ(1u, syslog.take().size());
 }
@@ -291,7 +295,8 @@ TEST(Sink, SyslogWhenTheJournalStreamIsAnother) {
 TEST(Sink, FallsBackFromJournalToSyslogToStandardError) {
     LogSocket syslog;
     EXPECT_EQ("", run_child("error", {"AAA_LOG=journal", "AAA_JOURNAL_SOCKET=/nonexistent/socket",
-                                      "AAA_SYSLOG_SOCKET=" + syslog.path()}).err);
+                                      "AAA_SYSLOG_SOCKET=" + syslog.path()})
+                      .err);
     EXPECT_EQ(1u, syslog.take().size());
     const std::vector<std::string> nowhere = {"AAA_LOG=journal", "AAA_JOURNAL_SOCKET=/nonexistent/socket",
                                               "AAA_SYSLOG_SOCKET=/nonexistent/socket"};
@@ -304,9 +309,10 @@ TEST(Sink, ReportsASettingThatItDoesNotKnow) {
     run_child("error", {"AAA_LOG=paper", "AAA_SYSLOG_SOCKET=" + syslog.path()});
     const auto all = syslog.take_texts();
     ASSERT_EQ(2u, all.size());
-    EXPECT_EQ("%AAA-PLATFORM-4-BAD_SETTING : AAA_LOG is \"paper\", which is none of stderr, syslog, journal, none; "
-              "using the usual log",
-              all[0]);
+    EXPECT_EQ(
+        "%AAA-PLATFORM-4-BAD_SETTING : AAA_LOG is \"paper\", which is none of stderr, syslog, journal, none; "
+        "using the usual log",
+        all[0]);
     EXPECT_EQ(kLine, all[1] + "\n");
 }
 

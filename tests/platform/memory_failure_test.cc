@@ -14,8 +14,8 @@
 #include "platform/cerr.h"
 #include "platform/cipher.h"
 #include "platform/control.h"
-#include "platform/task_table.h"
 #include "platform/node.h"
+#include "platform/task_table.h"
 #include "platform/terminal.h"
 #include "support/fail_alloc.hpp"
 #include "temp_dir.hpp"
@@ -42,8 +42,8 @@ struct MasterKeys {
 }  // namespace
 
 extern "C" {
-aaa_cerr_data_t test_program_table __asm__("cerr_data") __attribute__((visibility("default"), used)) = {
-    2, 0, "Test", kFacility, 2, g_rows, {0, 0}};
+aaa_cerr_data_t test_program_table __asm__("cerr_data")
+    __attribute__((visibility("default"), used)) = {2, 0, "Test", kFacility, 2, g_rows, {0, 0}};
 }
 
 TEST(MemoryFailure, OfARegistrationKeepsTheOldTexts) {
@@ -84,7 +84,8 @@ TEST(MemoryFailure, OfOpeningIsNullAndALogLine) {
         char *clear = fail.run([&] { return pw_decrypt(sealed, 7); });
         EXPECT_EQ(fail.fired(), clear == nullptr);
         if (fail.fired()) {
-            EXPECT_EQ("%AAA-PLATFORM-3-DECRYPT_FAILED : Not enough memory to open a sealed key", g_log->take_one());
+            EXPECT_EQ("%AAA-PLATFORM-3-DECRYPT_FAILED : Not enough memory to open a sealed key",
+                      g_log->take_one());
         }
         free(clear);
     });

@@ -43,9 +43,13 @@ using Queue = ThreeRecords;
 
 // Under a sanitizer too, an allocation that cannot be made is a null.
 extern "C" const char *__asan_default_options(void);
-extern "C" const char *__asan_default_options(void) { return "allocator_may_return_null=1"; }
+extern "C" const char *__asan_default_options(void) {
+    return "allocator_may_return_null=1";
+}
 extern "C" const char *__tsan_default_options(void);
-extern "C" const char *__tsan_default_options(void) { return "allocator_may_return_null=1"; }
+extern "C" const char *__tsan_default_options(void) {
+    return "allocator_may_return_null=1";
+}
 
 TEST(NamedAllocation, BehavesAsTheStandardFunctions) {
     char *p = static_cast<char *>(malloc_named(10, "tester"));

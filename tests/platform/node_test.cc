@@ -43,7 +43,8 @@ const ChildBodies kBodies = {
 };
 
 std::string line_card(const std::vector<std::string> &settings) {
-    std::vector<std::string> all = {"AAA_LOG=stderr", "AAA_NODE_TYPE=", "AAA_NODE_CONF=/nonexistent/node.conf"};
+    std::vector<std::string> all = {"AAA_LOG=stderr",
+                                    "AAA_NODE_TYPE=", "AAA_NODE_CONF=/nonexistent/node.conf"};
     all.insert(all.end(), settings.begin(), settings.end());
     const ChildResult child = run_child("line-card", all);
     return child.out + child.err;
@@ -98,7 +99,9 @@ extern "C" ssize_t readlink(const char *path, char *buffer, size_t size) {
 
 // ---- node ------------------------------------------------------------------------
 
-TEST(LineCard, IsNoneAtFirst) { EXPECT_EQ("0 0\n", line_card({})); }
+TEST(LineCard, IsNoneAtFirst) {
+    EXPECT_EQ("0 0\n", line_card({}));
+}
 
 TEST(LineCard, IsToldByTheEnvironment) {
     EXPECT_EQ("1 1\n", line_card({"AAA_NODE_TYPE=line-card"}));
@@ -107,7 +110,8 @@ TEST(LineCard, IsToldByTheEnvironment) {
 
 TEST(LineCard, IsToldByTheFile) {
     const TempDir dir;
-    EXPECT_EQ("1 1\n", line_card({"AAA_NODE_CONF=" + dir.write("a", "# this node\n\nnode-type\tline-card # yes\n")}));
+    EXPECT_EQ("1 1\n",
+              line_card({"AAA_NODE_CONF=" + dir.write("a", "# this node\n\nnode-type\tline-card # yes\n")}));
     EXPECT_EQ("0 0\n", line_card({"AAA_NODE_CONF=" + dir.write("b", "node-type route-processor")}));
     EXPECT_EQ("0 0\n", line_card({"AAA_NODE_TYPE=route-processor",
                                   "AAA_NODE_CONF=" + dir.write("c", "node-type line-card\n")}));
@@ -115,16 +119,19 @@ TEST(LineCard, IsToldByTheFile) {
 
 TEST(LineCard, ReportsWhatItCannotUse) {
     const TempDir dir;
-    EXPECT_EQ("0 0\n%AAA-PLATFORM-4-BAD_SETTING : AAA_NODE_TYPE: node type \"lc\" is neither line-card nor "
-              "route-processor; taking route-processor\n",
-              line_card({"AAA_NODE_TYPE=lc"}));
+    EXPECT_EQ(
+        "0 0\n%AAA-PLATFORM-4-BAD_SETTING : AAA_NODE_TYPE: node type \"lc\" is neither line-card nor "
+        "route-processor; taking route-processor\n",
+        line_card({"AAA_NODE_TYPE=lc"}));
     const std::string file = dir.write("a", "\ncolour blue\nnode-type line-card\n");
-    EXPECT_EQ("1 1\n%AAA-PLATFORM-4-BAD_FILE : " + file + ":2: expected \"node-type line-card\" or \"node-type "
-              "route-processor\"; the line is not used\n",
+    EXPECT_EQ("1 1\n%AAA-PLATFORM-4-BAD_FILE : " + file +
+                  ":2: expected \"node-type line-card\" or \"node-type "
+                  "route-processor\"; the line is not used\n",
               line_card({"AAA_NODE_CONF=" + file}));
     const std::string open_file = dir.write("b", "node-type line-card\n", 0666);
-    EXPECT_EQ("0 0\n%AAA-PLATFORM-3-BAD_FILE : " + open_file + ": others than its owner (root or this user) may write "
-              "it; correct owner and mode; the file is not used\n",
+    EXPECT_EQ("0 0\n%AAA-PLATFORM-3-BAD_FILE : " + open_file +
+                  ": others than its owner (root or this user) may write "
+                  "it; correct owner and mode; the file is not used\n",
               line_card({"AAA_NODE_CONF=" + open_file}));
 }
 
@@ -161,7 +168,7 @@ TEST_F(Timezone, IsNeverCut) {
 }
 
 TEST_F(Timezone, FitsWithItsTerminator) {
-    const ScopedEnv env("TZ", "ABC-3"); // name and abbreviation differ
+    const ScopedEnv env("TZ", "ABC-3");  // name and abbreviation differ
     EXPECT_EQ("ABC-3", name(6));
     EXPECT_EQ("ABC", name(5));
     EXPECT_EQ("ABC", name(4));
@@ -276,9 +283,11 @@ TEST(TaskTable, RefusesBadArguments) {
 TEST(TaskTable, OfAnotherKindIsLeftAlone) {
     const ChildResult child = run_child("bad-task-table", {"AAA_LOG=stderr"});
     EXPECT_EQ("something else entirely\n", child.out);
-    EXPECT_EQ("%AAA-PLATFORM-3-BAD_TASK_TABLE : A credential record carries a task table that this host did not make; "
-              "it is not freed\n",
-              child.err);
+    EXPECT_EQ(
+        "%AAA-PLATFORM-3-BAD_TASK_TABLE : A credential record carries a task table that this host did not "
+        "make; "
+        "it is not freed\n",
+        child.err);
 }
 
 // ---- waiting threads ---------------------------------------------------------------
@@ -337,7 +346,7 @@ TEST(MutexWait, OfManyThreadsIsCounted) {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     pthread_mutex_lock(&mutex);
     std::vector<std::thread> threads;
-    constexpr uint32_t kThreads = 80; // more than the table holds
+    constexpr uint32_t kThreads = 80;  // more than the table holds
     for (uint32_t t = 0; t < kThreads; ++t) {
         threads.emplace_back([&mutex] {
             ptd_set_mutex_block(&mutex, "waiting_function", 7);

@@ -167,7 +167,7 @@ class TerminalProcess {
     }
 
     int master_ = -1;
-    int slave_ = -1; // kept open, so that the terminal survives the child
+    int slave_ = -1;  // kept open, so that the terminal survives the child
     int report_ = -1;
     pid_t pid_ = -1;
     std::string line_;

@@ -59,16 +59,26 @@ TEST(LineKind, IsToldByTheName) {
         const char *device;
         int kind;
     } expected[] = {
-        {"/dev/console", AAA_LINE_CONSOLE}, {"/dev/con0", AAA_LINE_CONSOLE},
-        {"/dev/con0_RP0", AAA_LINE_CONSOLE}, {"/dev/tty1", AAA_LINE_TTY2},
-        {"/dev/tty63", AAA_LINE_TTY2},      {"/dev/tty", AAA_LINE_TTY1},
-        {"/dev/hvc0", AAA_LINE_TTY1},       {"/dev/aux", AAA_LINE_AUX},
-        {"/dev/aux0", AAA_LINE_AUX},        {"/dev/ttyS0", AAA_LINE_AUX},
-        {"/dev/ttyS12", AAA_LINE_AUX},      {"/dev/ttyUSB0", AAA_LINE_AUX},
-        {"/dev/ttyACM1", AAA_LINE_AUX},     {"/dev/ttyAMA0", AAA_LINE_AUX},
-        {"/dev/pts/0", AAA_LINE_VTY},       {"/dev/pts/1234", AAA_LINE_VTY},
-        {"/dev/vty1", AAA_LINE_VTY},        {"pts/3", AAA_LINE_VTY},
-        {"vty1", AAA_LINE_VTY},             {"ttyS1", AAA_LINE_AUX},
+        {"/dev/console", AAA_LINE_CONSOLE},
+        {"/dev/con0", AAA_LINE_CONSOLE},
+        {"/dev/con0_RP0", AAA_LINE_CONSOLE},
+        {"/dev/tty1", AAA_LINE_TTY2},
+        {"/dev/tty63", AAA_LINE_TTY2},
+        {"/dev/tty", AAA_LINE_TTY1},
+        {"/dev/hvc0", AAA_LINE_TTY1},
+        {"/dev/aux", AAA_LINE_AUX},
+        {"/dev/aux0", AAA_LINE_AUX},
+        {"/dev/ttyS0", AAA_LINE_AUX},
+        {"/dev/ttyS12", AAA_LINE_AUX},
+        {"/dev/ttyUSB0", AAA_LINE_AUX},
+        {"/dev/ttyACM1", AAA_LINE_AUX},
+        {"/dev/ttyAMA0", AAA_LINE_AUX},
+        {"/dev/pts/0", AAA_LINE_VTY},
+        {"/dev/pts/1234", AAA_LINE_VTY},
+        {"/dev/vty1", AAA_LINE_VTY},
+        {"pts/3", AAA_LINE_VTY},
+        {"vty1", AAA_LINE_VTY},
+        {"ttyS1", AAA_LINE_AUX},
         {"dev-vty1", AAA_LINE_VTY},
     };
     for (const auto &row : expected) {
@@ -77,8 +87,9 @@ TEST(LineKind, IsToldByTheName) {
 }
 
 TEST(LineKind, OfOtherDevicesIsUnknown) {
-    for (const char *device : {"/dev/null", "/dev/sda", "/dev/pts", "/dev/pts/", "/dev/pts/ptmx", "/dev/ttyprintk",
-                               "/dev/consoles", "/dev/vty", "/dev/ttyS", "", "/", "/nonexistent", "/dev/con", "/dev/auxiliary"}) {
+    for (const char *device :
+         {"/dev/null", "/dev/sda", "/dev/pts", "/dev/pts/", "/dev/pts/ptmx", "/dev/ttyprintk",
+          "/dev/consoles", "/dev/vty", "/dev/ttyS", "", "/", "/nonexistent", "/dev/con", "/dev/auxiliary"}) {
         EXPECT_EQ(-1, kind_of(device)) << device;
     }
 }
@@ -120,8 +131,10 @@ TEST(CheckLinetype, FillsCategoryAndDetails) {
         const char *detail;
         const char *detail2;
     } expected[] = {
-        {"vty3", AAA_LINE_VTY, "vty", "vty3"},       {"/dev/pts/3", AAA_LINE_VTY, "vty", "pts/3"},
-        {"con0_RP0", AAA_LINE_CONSOLE, "console", "con0_RP0"}, {"aux0", AAA_LINE_AUX, "aux", "aux0"},
+        {"vty3", AAA_LINE_VTY, "vty", "vty3"},
+        {"/dev/pts/3", AAA_LINE_VTY, "vty", "pts/3"},
+        {"con0_RP0", AAA_LINE_CONSOLE, "console", "con0_RP0"},
+        {"aux0", AAA_LINE_AUX, "aux", "aux0"},
         {"tty2", AAA_LINE_TTY2, "tty", "tty2"},
     };
     for (const auto &row : expected) {
@@ -181,8 +194,8 @@ struct MethodForLine : testing::Test {
         return on_terminal(dir.write("lines.conf", text, mode), kind);
     }
     [[nodiscard]] std::string log_of(int line, const std::string &what) const {
-        return "%AAA-PLATFORM-4-BAD_FILE : " + dir.path("lines.conf") + ":" + std::to_string(line) + ": " + what +
-               "; the line is not used";
+        return "%AAA-PLATFORM-4-BAD_FILE : " + dir.path("lines.conf") + ":" + std::to_string(line) + ": " +
+               what + "; the line is not used";
     }
 };
 
@@ -240,7 +253,9 @@ TEST_F(MethodForLine, SkipsAndReportsBadRows) {
                                     "pts/* authentication\n"
                                     "pts/* authentcation a\n"
                                     "pts/* * a b\n"
-                                    "pts/* * " + long_name + "\n"
+                                    "pts/* * " +
+                                    long_name +
+                                    "\n"
                                     "pts/* * good\n"));
     const auto log = g_log->take();
     ASSERT_EQ(5u, log.size());
@@ -273,7 +288,8 @@ TEST_F(MethodForLine, RefusesAFileThatOthersCanWrite) {
     for (const mode_t mode : {0664u, 0646u, 0666u}) {
         EXPECT_EQ(hex(kBadConfig) + " (null)", with("* * a\n", 0, mode)) << mode;
         EXPECT_EQ("%AAA-PLATFORM-3-BAD_FILE : " + dir.path("lines.conf") +
-                      ": others than its owner (root or this user) may write it; correct owner and mode; the file is "
+                      ": others than its owner (root or this user) may write it; correct owner and mode; the "
+                      "file is "
                       "not used",
                   g_log->take_one());
     }
@@ -290,11 +306,13 @@ TEST_F(MethodForLine, RefusesWhatIsNoFile) {
     ASSERT_EQ(0, mkfifo(dir.path("fifo").c_str(), 0644));
     for (const char *name : {"directory", "fifo"}) {
         EXPECT_EQ(hex(kBadConfig) + " (null)", on_terminal(dir.path(name), 0)) << name;
-        EXPECT_EQ("%AAA-PLATFORM-3-BAD_FILE : " + dir.path(name) + ": it is not a regular file; the file is not used",
+        EXPECT_EQ("%AAA-PLATFORM-3-BAD_FILE : " + dir.path(name) +
+                      ": it is not a regular file; the file is not used",
                   g_log->take_one());
     }
     EXPECT_EQ(hex(kBadConfig) + " (null)", with(std::string(20000, '#')));
-    EXPECT_EQ("%AAA-PLATFORM-3-BAD_FILE : " + dir.path("lines.conf") + ": it is larger than 16 KiB; the file is not used",
+    EXPECT_EQ("%AAA-PLATFORM-3-BAD_FILE : " + dir.path("lines.conf") +
+                  ": it is larger than 16 KiB; the file is not used",
               g_log->take_one());
 }
 
@@ -366,11 +384,13 @@ const pid_t kAlive = getpid();
 }  // namespace
 
 TEST_F(RemoteAddress, ComesFromTheLoginRecord) {
-    EXPECT_EQ("192.0.2.7", on_terminal([](const std::string &line) {
-                  return std::vector{entry_of("tty1", kAlive, "198.51.100.1"), entry_of(line, kAlive, "192.0.2.7")};
+    EXPECT_EQ(
+        "192.0.2.7", on_terminal([](const std::string &line) {
+            return std::vector{entry_of("tty1", kAlive, "198.51.100.1"), entry_of(line, kAlive, "192.0.2.7")};
+        }));
+    EXPECT_EQ("2001:db8::7", on_terminal([](const std::string &line) {
+                  return std::vector{entry_of(line, kAlive, "2001:db8::7")};
               }));
-    EXPECT_EQ("2001:db8::7",
-              on_terminal([](const std::string &line) { return std::vector{entry_of(line, kAlive, "2001:db8::7")}; }));
 }
 
 TEST_F(RemoteAddress, IsWrittenAsIPv4WhenItWasMapped) {
@@ -392,9 +412,10 @@ TEST_F(RemoteAddress, ComesFromTheHostFieldWhenThatIsNumeric) {
 }
 
 TEST_F(RemoteAddress, TakesTheLastRecordOfTheLine) {
-    EXPECT_EQ("192.0.2.2", on_terminal([](const std::string &line) {
-                  return std::vector{entry_of(line, kAlive, "192.0.2.1"), entry_of(line, kAlive, "192.0.2.2")};
-              }));
+    EXPECT_EQ(
+        "192.0.2.2", on_terminal([](const std::string &line) {
+            return std::vector{entry_of(line, kAlive, "192.0.2.1"), entry_of(line, kAlive, "192.0.2.2")};
+        }));
 }
 
 TEST_F(RemoteAddress, IgnoresRecordsOfEndedLogins) {
@@ -422,20 +443,23 @@ TEST_F(RemoteAddress, ComesFromTheEnvironmentOtherwise) {
     EXPECT_EQ("203.0.113.6", on_terminal(no_record, {"SSH_CLIENT=203.0.113.6 50000 22"}));
     EXPECT_EQ("2001:db8::5", on_terminal(no_record, {"SSH_CONNECTION=2001:db8::5 50000 2001:db8::1 22"}));
     EXPECT_EQ("fe80::5", on_terminal(no_record, {"SSH_CONNECTION=fe80::5%eth0 50000 fe80::1%eth0 22"}));
-    EXPECT_EQ("203.0.113.6", on_terminal(no_record, {"SSH_CONNECTION=junk 1 2 3", "SSH_CLIENT=203.0.113.6 1 2"}));
+    EXPECT_EQ("203.0.113.6",
+              on_terminal(no_record, {"SSH_CONNECTION=junk 1 2 3", "SSH_CLIENT=203.0.113.6 1 2"}));
     EXPECT_EQ("none", on_terminal(no_record));
 }
 
 TEST_F(RemoteAddress, PrefersTheLoginRecordToTheUsersEnvironment) {
-    EXPECT_EQ("192.0.2.7",
-              on_terminal([](const std::string &line) { return std::vector{entry_of(line, kAlive, "192.0.2.7")}; },
-                          {"SSH_CONNECTION=203.0.113.5 50000 192.0.2.1 22"}));
+    EXPECT_EQ(
+        "192.0.2.7",
+        on_terminal([](const std::string &line) { return std::vector{entry_of(line, kAlive, "192.0.2.7")}; },
+                    {"SSH_CONNECTION=203.0.113.5 50000 192.0.2.1 22"}));
 }
 
 TEST_F(RemoteAddress, TakesOnlyNumericAddresses) {
     const auto no_record = [](const std::string &) { return std::vector<utmp>{}; };
-    for (const char *value : {"", " 203.0.113.5", "203.0.113", "203.0.113.5x 1 2 3", "localhost 1 2 3", "1;2 3",
-                              "::ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff 1 2 3", "%eth0 1 2 3"}) {
+    for (const char *value :
+         {"", " 203.0.113.5", "203.0.113", "203.0.113.5x 1 2 3", "localhost 1 2 3", "1;2 3",
+          "::ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff 1 2 3", "%eth0 1 2 3"}) {
         EXPECT_EQ("none", on_terminal(no_record, {std::string("SSH_CONNECTION=") + value})) << value;
     }
     EXPECT_EQ("none", on_terminal(no_record, {"SSH_CONNECTION=" + std::string(5000, '1')}));

@@ -39,7 +39,8 @@ bool has_form(const std::string &text, const char *pattern) {
         return false;
     }
     for (size_t i = 0; i < text.size(); ++i) {
-        if (pattern[i] == '0' ? std::isdigit(static_cast<unsigned char>(text[i])) == 0 : text[i] != pattern[i]) {
+        if (pattern[i] == '0' ? std::isdigit(static_cast<unsigned char>(text[i])) == 0
+                              : text[i] != pattern[i]) {
             return false;
         }
     }
@@ -51,7 +52,8 @@ bool parse_line(const std::string &line, Line *out) {
     constexpr char kTime[] = "0000-00-00T00:00:00.000000Z";
     char area[32];
     if (!has_form(line.substr(0, sizeof kTime - 1), kTime) ||
-        std::sscanf(line.c_str() + sizeof kTime - 1, " %d/%d aaa[%31[^]]]", &out->pid, &out->tid, area) != 3) {
+        std::sscanf(line.c_str() + sizeof kTime - 1, " %d/%d aaa[%31[^]]]", &out->pid, &out->tid, area) !=
+            3) {
         return false;
     }
     out->area = area;
@@ -92,8 +94,8 @@ uint32_t mask_of(const std::string &setting) {
     return static_cast<uint32_t>(std::stoul(child.out));
 }
 
-const kel_msg_rec_t kLibraryRecord = {0, "no flag %d here", nullptr, "AAA", "SECURITY", "FROM_THE_LIBRARY",
-                                      3u << 16, {}, 0x048d000bu, 0};
+const kel_msg_rec_t kLibraryRecord = {
+    0, "no flag %d here", nullptr, "AAA", "SECURITY", "FROM_THE_LIBRARY", 3u << 16, {}, 0x048d000bu, 0};
 
 const ChildBodies kBodies = {
     {"mask", [] { printf("%u\n", aaa_platform_debug_mask()); }},
@@ -125,7 +127,9 @@ const ChildBodies kBodies = {
 }  // namespace
 
 // Found by aaa_debug_init() as the library's would be.
-extern "C" const kel_msg_rec_t *kel_msg_rec_aaa_invalid_debug_flag_getfn(void) { return &kLibraryRecord; }
+extern "C" const kel_msg_rec_t *kel_msg_rec_aaa_invalid_debug_flag_getfn(void) {
+    return &kLibraryRecord;
+}
 
 // ---- flags -----------------------------------------------------------------------
 
@@ -186,7 +190,8 @@ TEST(Environment, SelectsFlags) {
 }
 
 TEST(Environment, KeepsTheGoodWordsOfABadList) {
-    for (const char *list : {"8,nonsense", "8,3-1", "8,-", "8,1-", "8,1-x", "8,0x9", "8,99999999999999999999"}) {
+    for (const char *list :
+         {"8,nonsense", "8,3-1", "8,-", "8,1-", "8,1-x", "8,0x9", "8,99999999999999999999"}) {
         EXPECT_EQ(0x100u, mask_of(list)) << list;
     }
     EXPECT_EQ(0x700u, mask_of("8-12"));
@@ -197,9 +202,10 @@ TEST(Environment, ReportsWordsThatNameNoArea) {
     run_child("mask", {"AAA_DEBUG=8,no\x1bsense,11", "AAA_LOG=syslog", "AAA_SYSLOG_SOCKET=" + syslog.path()});
     const auto all = syslog.take_texts();
     ASSERT_EQ(2u, all.size());
-    EXPECT_EQ("%AAA-PLATFORM-4-BAD_DEBUG_AREA : \"no\\x1bsense\" names no debug area; use flag numbers 0 to 10, "
-              "\"all\", or names such as \"avlist\"",
-              all[0]);
+    EXPECT_EQ(
+        "%AAA-PLATFORM-4-BAD_DEBUG_AREA : \"no\\x1bsense\" names no debug area; use flag numbers 0 to 10, "
+        "\"all\", or names such as \"avlist\"",
+        all[0]);
     EXPECT_EQ("%AAA-PLATFORM-3-INVALID_DEBUG_FLAG : The AAA debug flag 11 does not exist", all[1]);
 }
 
@@ -220,7 +226,8 @@ TEST(BadFlag, IsReportedOnce) {
 TEST(BadFlag, IsReportedWithTheLibrarysRecord) {
     LogSocket syslog;
     run_child("bad-flag-of-the-library", {"AAA_LOG=syslog", "AAA_SYSLOG_SOCKET=" + syslog.path()});
-    EXPECT_EQ((std::vector<std::string>{"%AAA-SECURITY-3-FROM_THE_LIBRARY : no flag 99 here"}), syslog.take_texts());
+    EXPECT_EQ((std::vector<std::string>{"%AAA-SECURITY-3-FROM_THE_LIBRARY : no flag 99 here"}),
+              syslog.take_texts());
 }
 
 // ---- lines -----------------------------------------------------------------------
@@ -315,7 +322,9 @@ TEST(Output, IsStandardErrorAtFirst) {
 
 TEST(Output, IsSyslogOnRequest) {
     LogSocket syslog;
-    EXPECT_EQ("", run_child("trace", {"AAA_DEBUG=8", "AAA_DEBUG_OUTPUT=syslog", "AAA_SYSLOG_SOCKET=" + syslog.path()}).err);
+    EXPECT_EQ("", run_child("trace",
+                            {"AAA_DEBUG=8", "AAA_DEBUG_OUTPUT=syslog", "AAA_SYSLOG_SOCKET=" + syslog.path()})
+                      .err);
     const auto all = syslog.take();
     ASSERT_EQ(1u, all.size());
     EXPECT_EQ("<87>child[", all[0].substr(0, 10)) << "severity debug";
@@ -335,9 +344,11 @@ TEST(Output, IsStandardErrorForAnUnknownWord) {
     const ChildResult child = run_child("trace", {"AAA_DEBUG=8", "AAA_DEBUG_OUTPUT=paper", "AAA_LOG=stderr"});
     const auto lines = lines_of(child.err);
     ASSERT_EQ(2u, lines.size());
-    EXPECT_EQ("%AAA-PLATFORM-4-BAD_SETTING : AAA_DEBUG_OUTPUT is \"paper\", which is none of stderr, syslog, journal, "
-              "none; using stderr",
-              lines[0]);
+    EXPECT_EQ(
+        "%AAA-PLATFORM-4-BAD_SETTING : AAA_DEBUG_OUTPUT is \"paper\", which is none of stderr, syslog, "
+        "journal, "
+        "none; using stderr",
+        lines[0]);
     EXPECT_EQ("hello 5", parse(lines[1])[0].text);
 }
 
