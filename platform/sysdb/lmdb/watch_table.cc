@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <vector>
 
-#include "host.hpp"
 #include "watcher_socket.hpp"
 
 namespace sysdb_lmdb {
@@ -89,8 +88,6 @@ void bury(const std::string &directory, const Names &dead) {
     if (dead.empty()) {
         return;
     }
-    log(kLogInfo, "%zu processes have ended without taking back what they watched; %s is cleaned up", dead.size(),
-        directory.c_str());
     const cerrno rc = Database::instance().with(Tree::kOper, [&](Environment &environment) {
         return environment.write(Environment::Growth::kShrinks,
                                  [&](MDB_txn *txn) { return remove_rows(txn, environment.watches(), dead); });
