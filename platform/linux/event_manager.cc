@@ -149,7 +149,8 @@ event_manager_t event_manager_create(uint32_t flags, const char *, uint32_t, voi
 }
 
 void event_manager_destroy(event_manager_t evm) {
-    if (evm != nullptr) close_all(withdraw([evm](std::uint64_t id, const Registered &) { return id == id_of(evm); }));
+    if (evm != nullptr)
+        close_all(withdraw([evm](std::uint64_t id, const Registered &) { return id == id_of(evm); }));
 }
 
 int32_t event_async_attach(event_manager_t evm, uint32_t, event_async_handler_t handler, void *arg) {
@@ -175,7 +176,7 @@ int32_t event_send_async(event_manager_t evm, int32_t code, uint64_t) {
 }
 
 int32_t event_block(event_block_ctx_t *ctx) {
-    if (ctx == nullptr || ctx->buffer == nullptr || ctx->size < sizeof(EventRecord)) {
+    if (ctx == nullptr || ctx->buffer == nullptr || ctx->size < EVENT_BUFFER_MINIMUM) {
         errno = EINVAL;
         return -1;
     }
@@ -187,7 +188,7 @@ int32_t event_block(event_block_ctx_t *ctx) {
 }
 
 int32_t qm_event_dispatch(event_block_ctx_t *ctx, uint32_t) {
-    if (ctx == nullptr || ctx->buffer == nullptr || ctx->size < sizeof(EventRecord)) {
+    if (ctx == nullptr || ctx->buffer == nullptr || ctx->size < EVENT_BUFFER_MINIMUM) {
         errno = EINVAL;
         return -1;
     }
@@ -199,7 +200,8 @@ int32_t qm_event_dispatch(event_block_ctx_t *ctx, uint32_t) {
     return 0;
 }
 
-cerrno event_conn_create(event_conn_t *conn_out, event_manager_t evm, aaa_event_cb_t up_cb, void *ctx, uint32_t type) {
+cerrno event_conn_create(event_conn_t *conn_out, event_manager_t evm, aaa_event_cb_t up_cb, void *ctx,
+                         uint32_t type) {
     if (conn_out == nullptr || evm == nullptr || up_cb == nullptr) return EVENT_ERR_INVALID_ARG;
     if (type != EVENT_CONN_TYPE_SYSDB && type != EVENT_CONN_TYPE_FD) return EVENT_ERR_INVALID_ARG;
     const ManagerPtr manager = look_up(evm, false).manager;
@@ -232,8 +234,9 @@ cerrno event_conn_evm_handler(event_conn_t conn, uint32_t arg, aaa_event_cb_t ha
 }
 
 cerrno event_conn_open(event_conn_t conn) {
-    return on_connection(
-        conn, [](EventManager &manager, const ConnectionPtr &connection) { return manager.open(connection); });
+    return on_connection(conn, [](EventManager &manager, const ConnectionPtr &connection) {
+        return manager.open(connection);
+    });
 }
 
 cerrno event_conn_close(event_conn_t conn) {

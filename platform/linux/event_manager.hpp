@@ -39,11 +39,12 @@ class Descriptor {
 struct EventRecord {
     enum Kind : std::uint32_t { kAsync = 1, kReady, kRetry };
     std::uint32_t kind;
-    std::int32_t code;        // of the async event
+    std::int32_t code;         // of the async event
     std::uint64_t connection;  // id
     std::uint32_t events;      // of epoll
     std::uint32_t padding;
 };
+static_assert(sizeof(EventRecord) <= EVENT_BUFFER_MINIMUM);
 
 struct EventConnection {
     enum class State { kClosed, kOpening, kUp, kRetrying };
@@ -109,7 +110,10 @@ class EventManager {
     cerrno bring_up(const ConnectionPtr &connection);
     cerrno watch(const ConnectionPtr &connection, int channel);
     void take_down(const ConnectionPtr &connection);
+    void release_channel(const ConnectionPtr &connection, int channel);
     bool schedule_retry(const ConnectionPtr &connection);
+    bool watch_timer(EventConnection &connection);
+    void reopen_later(const ConnectionPtr &connection);
     void forget_channel(const ConnectionPtr &connection);
 
     const void *const owner_;

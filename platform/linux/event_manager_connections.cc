@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
@@ -65,7 +66,8 @@ cerrno EventManager::set_down(const ConnectionPtr &connection, std::uint32_t mas
     return 0;
 }
 
-cerrno EventManager::set_handler(const ConnectionPtr &connection, std::uint32_t events, aaa_event_cb_t callback) {
+cerrno EventManager::set_handler(const ConnectionPtr &connection, std::uint32_t events,
+                                 aaa_event_cb_t callback) {
     if (events == 0 || (events & ~static_cast<std::uint32_t>(EPOLLIN | EPOLLOUT | EPOLLPRI)) != 0)
         return EVENT_ERR_INVALID_ARG;
     const std::lock_guard lock(mutex_);
@@ -94,15 +96,12 @@ cerrno EventManager::open(const ConnectionPtr &connection) {
 // The state is kOpening: this thread alone works on the connection.
 cerrno EventManager::bring_up(const ConnectionPtr &connection) {
     const int channel = connection->up(connection->handle(), connection->context);
-    const cerrno rc = channel >= 0 ? watch(connection, channel) : EVENT_CONN_RETRY;
-    if (rc == 0) return 0;
-    if (channel >= 0) {
-        log(kLogError, "EVENT", "channel %d cannot be watched", channel);
-        const std::unique_lock lock(mutex_);
-        connection->state = EventConnection::State::kClosed;
-        return rc;
-    }
-    return schedule_retry(connection) ? EVENT_CONN_RETRY : EVENT_ERR_SYSTEM;
+    if (channel < 0) return schedule_retry(connection) ? EVENT_CONN_RETRY : EVENT_ERR_SYSTEM;
+    const cerrno rc = watch(connection, channel);
+    if (rc == EVENT_ERR_CHANNEL)
+        log(kLogError, "EVENT", "channel %d of a connection cannot be watched: %s", channel, strerror(errno));
+    if (rc != 0) release_channel(connection, channel);
+    return rc;
 }
 
 cerrno EventManager::watch(const ConnectionPtr &connection, int channel) {
@@ -111,7 +110,10 @@ cerrno EventManager::watch(const ConnectionPtr &connection, int channel) {
     epoll_event event{};
     event.events = watched_events(*connection);
     event.data.u64 = connection->id * 2;
-    if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, channel, &event) != 0) return EVENT_ERR_CHANNEL;
+    if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, channel, &event) != 0) {
+        connection->state = EventConnection::State::kClosed;
+        return EVENT_ERR_CHANNEL;
+    }
     connection->channel = channel;
     connection->state = EventConnection::State::kUp;
     connection->retry_timer.reset();
@@ -119,20 +121,27 @@ cerrno EventManager::watch(const ConnectionPtr &connection, int channel) {
     return 0;
 }
 
+// False when no timer is to be had; the connection is then closed.
 bool EventManager::schedule_retry(const ConnectionPtr &connection) {
     const std::lock_guard lock(mutex_);
-    if (connections_.count(connection->id) == 0) return false;
-    connection->state = EventConnection::State::kRetrying;
+    if (connection->state != EventConnection::State::kOpening) return true;  // closed meanwhile
     const unsigned delay = connection->retry_delay_ms;
     connection->retry_delay_ms = delay == 0 ? kFirstRetryMs : std::min(delay * 2, kLastRetryMs);
-    if (connection->retry_timer.get() < 0) {
-        connection->retry_timer.reset(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
-        epoll_event event{};
-        event.events = EPOLLIN;
-        event.data.u64 = connection->id * 2 + 1;
-        if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, connection->retry_timer.get(), &event) != 0) return false;
-    }
-    return arm(connection->retry_timer, connection->retry_delay_ms);
+    connection->state = EventConnection::State::kRetrying;
+    if (watch_timer(*connection) && arm(connection->retry_timer, connection->retry_delay_ms)) return true;
+    log(kLogError, "EVENT", "no timer for a connection, it stays closed: %s", strerror(errno));
+    connection->retry_timer.reset();
+    connection->state = EventConnection::State::kClosed;
+    return false;
+}
+
+bool EventManager::watch_timer(EventConnection &connection) {
+    if (connection.retry_timer.get() >= 0) return true;
+    connection.retry_timer.reset(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.u64 = connection.id * 2 + 1;
+    return epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, connection.retry_timer.get(), &event) == 0;
 }
 
 // The callbacks may have closed the channel already, and its number may by
@@ -147,20 +156,29 @@ void EventManager::forget_channel(const ConnectionPtr &connection) {
 }
 
 // A channel whose owner has asked to hear of its end is the owner's to close.
-void EventManager::take_down(const ConnectionPtr &connection) {
+void EventManager::release_channel(const ConnectionPtr &connection, int channel) {
     aaa_event_cb_t down = nullptr;
-    int abandoned = -1;
+    {
+        const std::lock_guard lock(mutex_);
+        if ((connection->down_mask & EVENT_CONN_NOTIFY_DOWN) != 0) down = connection->down;
+    }
+    if (down != nullptr)
+        down(connection->handle(), connection->context);
+    else if (connection->type == EVENT_CONN_TYPE_FD)
+        ::close(channel);
+}
+
+void EventManager::take_down(const ConnectionPtr &connection) {
+    int channel = -1;
     {
         const std::lock_guard lock(mutex_);
         if (connection->state != EventConnection::State::kUp) return;
-        if ((connection->down_mask & EVENT_CONN_NOTIFY_DOWN) != 0) down = connection->down;
-        if (down == nullptr && connection->type == EVENT_CONN_TYPE_FD) abandoned = connection->channel;
+        channel = connection->channel;
         forget_channel(connection);
-        connection->state = EventConnection::State::kRetrying;
+        connection->state = EventConnection::State::kOpening;
     }
-    if (abandoned >= 0) ::close(abandoned);
-    if (down != nullptr) down(connection->handle(), connection->context);
-    if (!schedule_retry(connection)) log(kLogError, "EVENT", "no timer, a connection stays down");
+    release_channel(connection, channel);
+    schedule_retry(connection);
 }
 
 void EventManager::dispatch_ready(const ConnectionPtr &connection, std::uint32_t events) {
@@ -198,12 +216,25 @@ void EventManager::dispatch_descriptor(const ConnectionPtr &connection, int chan
 void EventManager::dispatch_retry(const ConnectionPtr &connection) {
     {
         const std::lock_guard lock(mutex_);
-        if (connection->state != EventConnection::State::kRetrying || connection->retry_timer.get() < 0) return;
+        if (connection->state != EventConnection::State::kRetrying || connection->retry_timer.get() < 0)
+            return;
         std::uint64_t expirations = 0;
-        if (read(connection->retry_timer.get(), &expirations, sizeof expirations) != sizeof expirations) return;
+        if (read(connection->retry_timer.get(), &expirations, sizeof expirations) != sizeof expirations)
+            return;
         connection->state = EventConnection::State::kOpening;
     }
-    bring_up(connection);
+    // What cannot be watched now may be another descriptor next time.
+    if (bring_up(connection) == EVENT_ERR_CHANNEL) reopen_later(connection);
+}
+
+void EventManager::reopen_later(const ConnectionPtr &connection) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (connection->state != EventConnection::State::kClosed || connections_.count(connection->id) == 0)
+            return;
+        connection->state = EventConnection::State::kOpening;
+    }
+    schedule_retry(connection);
 }
 
 }  // namespace aaaplatform

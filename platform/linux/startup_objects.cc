@@ -27,7 +27,8 @@ std::string_view base_name(std::string_view path) {
 const char *string_table(const link_map *map) {
     for (const ElfW(Dyn) *entry = map->l_ld; entry->d_tag != DT_NULL; ++entry) {
         if (entry->d_tag != DT_STRTAB) continue;
-        const ElfW(Addr) address = entry->d_un.d_ptr < map->l_addr ? entry->d_un.d_ptr + map->l_addr : entry->d_un.d_ptr;
+        const ElfW(Addr) address =
+            entry->d_un.d_ptr < map->l_addr ? entry->d_un.d_ptr + map->l_addr : entry->d_un.d_ptr;
         return reinterpret_cast<const char *>(address);
     }
     return nullptr;
@@ -78,7 +79,8 @@ std::vector<const link_map *> startup_maps(const link_map *program) {
     std::vector<const link_map *> maps{program};
     add_preloaded(maps, program);
     for (std::size_t next = 0; next < maps.size(); ++next)
-        for (std::string_view name : strings_of(maps[next], DT_NEEDED)) add_once(maps, find_map(program, name));
+        for (std::string_view name : strings_of(maps[next], DT_NEEDED))
+            add_once(maps, find_map(program, name));
     return maps;
 }
 

@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 
-
 #include "log.hpp"
 #include "sysdb_channel.hpp"
 #include "sysdb_loader.hpp"
@@ -44,8 +43,8 @@ struct Reading {
 cerrno check_reading(const Reading &reading, const char *path) {
     if (value_fits(reading.datatype, reading.value, reading.length)) return 0;
     log(kLogError, "SYSDB",
-             "item %s of type %u has a value of %u bytes that does not fit its type; set it again or delete it",
-             path, reading.datatype, reading.length);
+        "item %s of type %u has a value of %u bytes that does not fit its type; set it again or delete it",
+        path, reading.datatype, reading.length);
     return SYSDB_ERR_BAD_VALUE;
 }
 
@@ -106,12 +105,13 @@ cerrno sysdb_item_get(sysdb_conn_t conn, const char *path, uint32_t *datatype, v
     return rc;
 }
 
-cerrno sysdb_item_set(sysdb_conn_t conn, const char *path, uint32_t datatype, const void *value, uint32_t length,
-                      uint32_t flags) {
+cerrno sysdb_item_set(sysdb_conn_t conn, const char *path, uint32_t datatype, const void *value,
+                      uint32_t length, uint32_t flags) {
     if (path == nullptr || flags > 1 || datatype == SYSDB_TYPE_ANY) return SYSDB_ERR_INVALID_ARG;
     if (!value_fits(datatype, value, length)) return SYSDB_ERR_BAD_VALUE;
     const sysdb_provider_t *provider = loaded_sysdb_provider();
-    return provider != nullptr ? provider->item_set(conn, path, datatype, value, length, flags) : SYSDB_ERR_LIB_ABSENT;
+    return provider != nullptr ? provider->item_set(conn, path, datatype, value, length, flags)
+                               : SYSDB_ERR_LIB_ABSENT;
 }
 
 cerrno sysdb_item_delete(sysdb_conn_t conn, const char *path, uint32_t flags) {
@@ -120,8 +120,8 @@ cerrno sysdb_item_delete(sysdb_conn_t conn, const char *path, uint32_t flags) {
     return provider != nullptr ? provider->item_delete(conn, path, flags) : SYSDB_ERR_LIB_ABSENT;
 }
 
-cerrno sysdb_list(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count, sysdb_list_t *list,
-                  uint32_t flags) {
+cerrno sysdb_list(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count,
+                  sysdb_list_t *list, uint32_t flags) {
     if (path == nullptr || list == nullptr || flags != 0) return SYSDB_ERR_INVALID_ARG;
     const sysdb_provider_t *provider = loaded_sysdb_provider();
     if (provider == nullptr) return SYSDB_ERR_LIB_ABSENT;
@@ -145,23 +145,25 @@ void sysdb_list_free(sysdb_list_t list) {
     if (list != nullptr && provider != nullptr) provider->list_free(list);
 }
 
-cerrno sysdb_find(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count, sysdb_list_t *list,
-                  uint32_t flags, uint32_t depth) {
+cerrno sysdb_find(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count,
+                  sysdb_list_t *list, uint32_t flags, uint32_t depth) {
     if (path == nullptr || flags != 0 || depth > 1) return SYSDB_ERR_INVALID_ARG;
     const sysdb_provider_t *provider = loaded_sysdb_provider();
     if (provider == nullptr) return SYSDB_ERR_LIB_ABSENT;
     return provider->find(conn, path, pattern != nullptr ? pattern : "", count, list, flags, depth);
 }
 
-cerrno sysdb_directory_get_last(sysdb_conn_t conn, const char *path, char **name, uint32_t *type, uint32_t flags) {
+cerrno sysdb_directory_get_last(sysdb_conn_t conn, const char *path, char **name, uint32_t *type,
+                                uint32_t flags) {
     if (path == nullptr || name == nullptr || flags != 0) return SYSDB_ERR_INVALID_ARG;
     const sysdb_provider_t *provider = loaded_sysdb_provider();
-    return provider != nullptr ? provider->directory_get_last(conn, path, name, type, flags) : SYSDB_ERR_LIB_ABSENT;
+    return provider != nullptr ? provider->directory_get_last(conn, path, name, type, flags)
+                               : SYSDB_ERR_LIB_ABSENT;
 }
 
 cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *path, uint32_t events, uint32_t mode,
-                                    aaa_notify_cb_t callback, void *callback_arg, uint64_t, void *user_ctx, uint64_t,
-                                    uint64_t *notification) {
+                                    aaa_notify_cb_t callback, void *callback_arg, uint64_t, void *user_ctx,
+                                    uint64_t, uint64_t *notification) {
     constexpr std::uint32_t kAllEvents = SYSDB_EVENT_SET | SYSDB_EVENT_DELETE;
     constexpr std::uint32_t kAllModes = SYSDB_NOTIFY_CHANGES | SYSDB_NOTIFY_INITIAL;
     if (path == nullptr || callback == nullptr || notification == nullptr) return SYSDB_ERR_INVALID_ARG;
@@ -169,8 +171,8 @@ cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *path, uint32_
         return SYSDB_ERR_INVALID_ARG;
     const sysdb_provider_t *provider = loaded_sysdb_provider();
     if (provider == nullptr) return SYSDB_ERR_LIB_ABSENT;
-    return provider->register_notification(conn, path, events & kAllEvents, mode, callback, callback_arg, user_ctx,
-                                           notification);
+    return provider->register_notification(conn, path, events & kAllEvents, mode, callback, callback_arg,
+                                           user_ctx, notification);
 }
 
 cerrno sysdb_notification_unregister(sysdb_conn_t conn, uint64_t notification) {

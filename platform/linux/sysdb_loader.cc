@@ -74,11 +74,12 @@ void host_log(std::uint32_t severity, const char *mnemonic, const char *text) {
 constexpr sysdb_host_t kHost = {SYSDB_PROVIDER_ABI, sizeof(sysdb_host_t), host_log};
 
 bool usable(const sysdb_provider_t *table, const char *path) {
-    if (table != nullptr && table->abi == SYSDB_PROVIDER_ABI && table->size >= sizeof(sysdb_provider_t)) return true;
+    if (table != nullptr && table->abi == SYSDB_PROVIDER_ABI && table->size >= sizeof(sysdb_provider_t))
+        return true;
     log(kLogError, "SYSDB",
-             "provider %s speaks another version of the interface (this platform has %u); "
-             "install the provider that belongs to it",
-             path, SYSDB_PROVIDER_ABI);
+        "provider %s speaks another version of the interface (this platform has %u); "
+        "install the provider that belongs to it",
+        path, SYSDB_PROVIDER_ABI);
     return false;
 }
 

@@ -49,8 +49,8 @@ INSTANTIATE_TEST_SUITE_P(Trees, Sysdb, ::testing::Values("/cfg/", "/oper/"),
 // ---- connections
 
 TEST_P(Sysdb, BindRefusesWhatIsNoDirectory) {
-    for (const char *path : {"", "cfg/", "/", "/cfg", "/other/", "/cfg/a", "/cfg//", "/cfg/a//b/", "/cfg/a\tb/",
-                             "/cfg/a\x7f/", "//cfg/", "/cfgx/"}) {
+    for (const char *path : {"", "cfg/", "/", "/cfg", "/other/", "/cfg/a", "/cfg//", "/cfg/a//b/",
+                             "/cfg/a\tb/", "/cfg/a\x7f/", "//cfg/", "/cfgx/"}) {
         sysdb_conn_t conn = 4711;
         EXPECT_EQ(SYSDB_ERR_BAD_PATH, _sysdb_bind(&conn, path, 0)) << path;
         EXPECT_EQ(4711u, conn) << path;
@@ -100,8 +100,8 @@ TEST_P(Sysdb, EveryCallRefusesAStaleHandle) {
         EXPECT_EQ(SYSDB_ERR_BAD_HANDLE, sysdb_list(conn, "", "", &count, &list, 0));
         EXPECT_EQ(SYSDB_ERR_BAD_HANDLE, sysdb_find(conn, "a/", "", &count, &list, 0, 1));
         EXPECT_EQ(SYSDB_ERR_BAD_HANDLE, sysdb_directory_get_last(conn, "", &name, nullptr, 0));
-        EXPECT_EQ(SYSDB_ERR_BAD_HANDLE, _sysdb_register_notification(conn, "a", 6, 1, callback, nullptr, 0, nullptr, 0,
-                                                                     &notification));
+        EXPECT_EQ(SYSDB_ERR_BAD_HANDLE, _sysdb_register_notification(conn, "a", 6, 1, callback, nullptr, 0,
+                                                                     nullptr, 0, &notification));
         EXPECT_EQ(SYSDB_ERR_BAD_HANDLE, sysdb_notification_unregister(conn, 1));
         EXPECT_EQ(SYSDB_ERR_BAD_HANDLE, sysdb_dispatch(conn));
         EXPECT_EQ(-1, coid);
@@ -309,7 +309,8 @@ TEST_P(Sysdb, DeleteTreeManagesManyItems) {
 // ---- directories
 
 TEST_P(Sysdb, ListsOneLevelWithDirectoriesOnce) {
-    for (const char *path : {"login/default", "login/x/y", "login-x", "login.x", "login", "ppp/default", "zz"}) {
+    for (const char *path :
+         {"login/default", "login/x/y", "login-x", "login.x", "login", "ppp/default", "zz"}) {
         ASSERT_EQ(0u, set_number(conn(), path, 1));
     }
     EXPECT_EQ((Names{"login", "login-x", "login.x", "login/", "ppp/", "zz"}), names_in(conn(), ""));
@@ -341,8 +342,8 @@ TEST_P(Sysdb, ListsNumbersInTheirOrder) {
 }
 
 TEST_P(Sysdb, OnlyWholeNamesAreNumbers) {
-    const Names in_order = {"0x",          "0x2",        "0x2,1813",    "0x10,1812", "0x100000000", "0x10g",
-                            "0x20000000x", "0xabcdefabc", "0xg", "x0x2",        "x0x10"};
+    const Names in_order = {"0x",          "0x2",         "0x2,1813", "0x10,1812", "0x100000000", "0x10g",
+                            "0x20000000x", "0xabcdefabc", "0xg",      "x0x2",      "x0x10"};
     for (const std::string &name : in_order) {
         ASSERT_EQ(0u, set_text(conn(), "n/" + name, name));
         ASSERT_EQ(0u, set_text(conn(), "d/" + name + "/below", name));
@@ -350,7 +351,8 @@ TEST_P(Sysdb, OnlyWholeNamesAreNumbers) {
     Names expected = in_order;
     std::sort(expected.begin(), expected.end());
     Names found = names_in(conn(), "n/");
-    EXPECT_LT(std::find(found.begin(), found.end(), "0x2"), std::find(found.begin(), found.end(), "0x10,1812"));
+    EXPECT_LT(std::find(found.begin(), found.end(), "0x2"),
+              std::find(found.begin(), found.end(), "0x10,1812"));
     EXPECT_LT(std::find(found.begin(), found.end(), "x0x10"), std::find(found.begin(), found.end(), "x0x2"));
     std::sort(found.begin(), found.end());
     EXPECT_EQ(expected, found);
@@ -409,7 +411,9 @@ TEST_P(Sysdb, ListPattern) {
     EXPECT_EQ((Names{"alpha", "beta", "gamma"}), names_in(conn(), "", "*a"));
     EXPECT_EQ((Names{"alpha"}), names_in(conn(), "", "*l*h*"));
     EXPECT_EQ((Names{"gamma"}), names_in(conn(), "", "gamma"));
-    EXPECT_EQ(Names{}, names_in(conn(), "", "?"  "??????"));
+    EXPECT_EQ(Names{}, names_in(conn(), "",
+                                "?"
+                                "??????"));
     EXPECT_EQ(5u, names_in(conn(), "", "**").size());
     sysdb_list_t list = nullptr;
     uint32_t count = 0;

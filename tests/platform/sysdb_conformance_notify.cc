@@ -60,8 +60,10 @@ struct Watcher {
 
     Texts take() { return std::exchange(calls, {}); }
 
-    cerrno watch(sysdb_conn_t conn, const char *path, uint32_t events = kAll, uint32_t mode = SYSDB_NOTIFY_CHANGES) {
-        return _sysdb_register_notification(conn, path, events, mode, called, this, 0, nullptr, 0, &notification);
+    cerrno watch(sysdb_conn_t conn, const char *path, uint32_t events = kAll,
+                 uint32_t mode = SYSDB_NOTIFY_CHANGES) {
+        return _sysdb_register_notification(conn, path, events, mode, called, this, 0, nullptr, 0,
+                                            &notification);
     }
 
     static int32_t called(const void *record, void *self, void *) {
@@ -348,7 +350,8 @@ TEST_P(SysdbNotify, UnbindEndsItsNotifications) {
 TEST_P(SysdbNotify, RefusesWhatMakesNoSense) {
     uint64_t id = 4711;
     const auto callback = [](const void *, void *, void *) -> int32_t { return 0; };
-    const auto refused = [&](const char *path, uint32_t events, uint32_t mode, aaa_notify_cb_t cb, uint64_t *out) {
+    const auto refused = [&](const char *path, uint32_t events, uint32_t mode, aaa_notify_cb_t cb,
+                             uint64_t *out) {
         return _sysdb_register_notification(conn(), path, events, mode, cb, nullptr, 0, nullptr, 0, out);
     };
     EXPECT_EQ(SYSDB_ERR_INVALID_ARG, refused(nullptr, 6, 1, callback, &id));
@@ -478,8 +481,8 @@ TEST_P(SysdbNotify, UnregisterWaitsForARunningCallback) {
         }
     } slow;
     uint64_t notification = 0;
-    ASSERT_EQ(0u,
-              _sysdb_register_notification(conn(), "a", kAll, 1, Slow::called, &slow, 0, nullptr, 0, &notification));
+    ASSERT_EQ(0u, _sysdb_register_notification(conn(), "a", kAll, 1, Slow::called, &slow, 0, nullptr, 0,
+                                               &notification));
     ASSERT_EQ(0u, set_number(writer(), "a", 1));
     std::thread dispatcher([this] { EXPECT_EQ(0u, sysdb_dispatch(conn())); });
     ASSERT_TRUE(slow.entered.take());

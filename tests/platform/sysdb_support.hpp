@@ -61,7 +61,8 @@ std::string get_text(sysdb_conn_t conn, const std::string &path);
 cerrno existence(sysdb_conn_t conn, const std::string &path);
 
 // Names of a listing in order, or one "!code".
-std::vector<std::string> names_in(sysdb_conn_t conn, const std::string &path, const std::string &pattern = "");
+std::vector<std::string> names_in(sysdb_conn_t conn, const std::string &path,
+                                  const std::string &pattern = "");
 std::string last_in(sysdb_conn_t conn, const std::string &path);
 
 // Whether the connection's channel is readable, waiting for it if need be.

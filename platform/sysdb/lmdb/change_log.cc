@@ -44,7 +44,8 @@ int drop_oldest(MDB_txn *txn, MDB_dbi table, std::uint64_t newest_dropped) {
 
 }  // namespace
 
-int append_change(const Environment &environment, MDB_txn *txn, std::uint32_t operation, std::string_view key) {
+int append_change(const Environment &environment, MDB_txn *txn, std::uint32_t operation,
+                  std::string_view key) {
     const MDB_dbi table = environment.log_table();
     std::uint64_t revision = 0;
     int rc = newest(txn, table, revision);

@@ -22,7 +22,8 @@ struct Change {
 };
 
 // An LMDB result.
-int append_change(const Environment &environment, MDB_txn *txn, std::uint32_t operation, std::string_view key);
+int append_change(const Environment &environment, MDB_txn *txn, std::uint32_t operation,
+                  std::string_view key);
 
 // Revision of the tree in this view; 0 when nothing was ever changed.
 cerrno last_revision(const ReadTxn &txn, std::uint64_t &revision);

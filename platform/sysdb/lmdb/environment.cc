@@ -44,7 +44,8 @@ std::string lock_file_of(const std::string &file) {
 void log_assertion(MDB_env *env, const char *text) {
     const char *path = "?";
     mdb_env_get_path(env, &path);
-    log(kLogError, "database %s is damaged: %s; this process ends; restore the file from a backup", path, text);
+    log(kLogError, "database %s is damaged: %s; this process ends; restore the file from a backup", path,
+        text);
 }
 
 bool is_damage(int rc) {
@@ -151,7 +152,8 @@ cerrno Environment::open(const std::string &file, Tree tree, std::size_t map_byt
 
 cerrno Environment::report_damage(const char *fault) {
     log(kLogError,
-        "database %s cannot be used: %s; restore it from a backup, or remove it (with %s) to begin with an empty one",
+        "database %s cannot be used: %s; restore it from a backup, or remove it (with %s) to begin with an "
+        "empty one",
         file_.c_str(), fault, lock_file_of(file_).c_str());
     return SYSDB_ERR_CORRUPT;
 }
@@ -218,7 +220,8 @@ int Environment::make_tables(MDB_txn *txn) {
 
 cerrno Environment::report_foreign() {
     log(kLogError,
-        "%s is not the system database this program uses (another program's file, another version, or the other tree's);"
+        "%s is not the system database this program uses (another program's file, another version, or the "
+        "other tree's);"
         " it is not touched; move it away",
         file_.c_str());
     return SYSDB_ERR_CORRUPT;
@@ -285,7 +288,8 @@ cerrno Environment::report(int rc) {
     }
     switch (rc) {
         case MDB_MAP_FULL:
-            log(kLogError, "database %s is full; delete what is not needed, or set AAA_SYSDB_MAP_MIB to a larger size",
+            log(kLogError,
+                "database %s is full; delete what is not needed, or set AAA_SYSDB_MAP_MIB to a larger size",
                 file_.c_str());
             return SYSDB_ERR_FULL;
         case MDB_READERS_FULL:
@@ -301,7 +305,8 @@ cerrno Environment::report(int rc) {
         default:
             break;
     }
-    log(kLogError, "database %s: %s; check the directory's place and permissions", file_.c_str(), mdb_strerror(rc));
+    log(kLogError, "database %s: %s; check the directory's place and permissions", file_.c_str(),
+        mdb_strerror(rc));
     return rc > 0 ? code_of_errno(rc) : SYSDB_ERR_STORAGE;
 }
 
@@ -352,7 +357,8 @@ void Environment::free_dead_readers() {
 }
 
 void Environment::count_commit() {
-    if (commits_.fetch_add(1, std::memory_order_relaxed) % kCommitsBetweenChecks == kCommitsBetweenChecks - 1) {
+    if (commits_.fetch_add(1, std::memory_order_relaxed) % kCommitsBetweenChecks ==
+        kCommitsBetweenChecks - 1) {
         free_dead_readers();
     }
 }
@@ -390,7 +396,8 @@ void Environment::give_back_reader(MDB_txn *txn) {
     for (std::size_t i = 0; i < kIdleReaders; ++i) {
         MDB_txn *expected = nullptr;
         auto &place = idle_[(first + i) % kIdleReaders];
-        if (place.compare_exchange_strong(expected, txn, std::memory_order_release, std::memory_order_relaxed)) {
+        if (place.compare_exchange_strong(expected, txn, std::memory_order_release,
+                                          std::memory_order_relaxed)) {
             return;
         }
     }

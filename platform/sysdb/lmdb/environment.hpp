@@ -26,7 +26,8 @@ inline constexpr int kNothingToDo = 1 << 20;
 
 class Environment {
   public:
-    static cerrno open(const std::string &file, Tree tree, std::size_t map_bytes, std::shared_ptr<Environment> &result);
+    static cerrno open(const std::string &file, Tree tree, std::size_t map_bytes,
+                       std::shared_ptr<Environment> &result);
     ~Environment();
     Environment(const Environment &) = delete;
     Environment &operator=(const Environment &) = delete;
@@ -130,7 +131,9 @@ class Cursor {
     Cursor &operator=(const Cursor &) = delete;
 
     int open(MDB_txn *txn, MDB_dbi table) { return mdb_cursor_open(txn, table, &cursor_); }
-    int get(MDB_val &key, MDB_val &value, MDB_cursor_op op) { return mdb_cursor_get(cursor_, &key, &value, op); }
+    int get(MDB_val &key, MDB_val &value, MDB_cursor_op op) {
+        return mdb_cursor_get(cursor_, &key, &value, op);
+    }
     MDB_cursor *handle() const { return cursor_; }
 
   private:

@@ -42,8 +42,8 @@ std::size_t map_bytes() {
     char *end = nullptr;
     const unsigned long mebibytes = std::strtoul(value, &end, 10);
     if (*end != '\0' || mebibytes == 0 || mebibytes > kMaxMapMebibytes) {
-        log(kLogWarning, "%s=%s is not a number from 1 to %lu; %zu is used", kMapVariable, value, kMaxMapMebibytes,
-            kDefaultMapMebibytes);
+        log(kLogWarning, "%s=%s is not a number from 1 to %lu; %zu is used", kMapVariable, value,
+            kMaxMapMebibytes, kDefaultMapMebibytes);
         return kDefaultMapMebibytes * kMebibyte;
     }
     return mebibytes * kMebibyte;

@@ -17,10 +17,10 @@ inline constexpr mode_t kDirectoryMode = 02770;
 inline constexpr mode_t kFileMode = 0660;
 
 struct Configuration {
-    std::string cfg_file;     // the durable database
-    std::string oper_file;    // the operational one
+    std::string cfg_file;   // the durable database
+    std::string oper_file;  // the operational one
     std::string watcher_directory;
-    std::size_t map_bytes;    // of each
+    std::size_t map_bytes;  // of each
 };
 
 // From the environment, see docs/sysdb.md.

@@ -23,7 +23,8 @@ int put_item(const Environment &environment, MDB_txn *txn, const Key &key, std::
     if (rc == 0) {
         auto *bytes = static_cast<char *>(room.mv_data);
         std::memcpy(bytes, &datatype, sizeof datatype);
-        std::memcpy(bytes + sizeof datatype, value.data(), value.size());
+        value.copy(bytes + sizeof datatype,
+                   value.size());  // memcpy would not take the null of an empty value
     }
     return rc;
 }
@@ -46,7 +47,8 @@ int store_in(const Environment &environment, MDB_txn *txn, const Key &key, std::
 }
 
 // Everything whose key begins with the directory's.
-int delete_below(const Environment &environment, MDB_txn *txn, std::string_view directory, ChangedKeys &changed) {
+int delete_below(const Environment &environment, MDB_txn *txn, std::string_view directory,
+                 ChangedKeys &changed) {
     Cursor cursor;
     int rc = cursor.open(txn, environment.items());
     if (rc != 0) {
@@ -89,8 +91,8 @@ cerrno find_item(const ReadTxn &txn, std::string_view key, Item &item) {
     if (parse_item(stored, item)) {
         return 0;
     }
-    log(kLogError, "database %s: item %s has no type; set it again or delete it", txn.environment().file().c_str(),
-        decode(key).c_str());
+    log(kLogError, "database %s: item %s has no type; set it again or delete it",
+        txn.environment().file().c_str(), decode(key).c_str());
     return SYSDB_ERR_BAD_VALUE;
 }
 

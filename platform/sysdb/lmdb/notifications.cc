@@ -54,7 +54,8 @@ void Notifications::abandon(const Watch &watch) {
     }
 }
 
-cerrno Notifications::add(const ConnectionPtr &connection, const Key &key, WatchRequest request, std::uint64_t &id) {
+cerrno Notifications::add(const ConnectionPtr &connection, const Key &key, WatchRequest request,
+                          std::uint64_t &id) {
     const Lock lock(mutex_);
     auto watch = std::make_shared<Watch>();
     watch->connection = connection;

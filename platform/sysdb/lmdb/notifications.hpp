@@ -127,8 +127,8 @@ class Notifications {
     cerrno gather(const ConnectionPtr &connection, std::vector<Delivery> &deliveries);
     cerrno gather_tree(Tree tree, const ConnectionPtr &connection, std::vector<Delivery> &deliveries);
     cerrno gather_watch(const ReadTxn &txn, const WatchPtr &watch, std::vector<Delivery> &deliveries);
-    cerrno describe(const ReadTxn &txn, const WatchPtr &watch, const std::string &key, std::uint32_t operation,
-                    std::vector<Delivery> &deliveries);
+    cerrno describe(const ReadTxn &txn, const WatchPtr &watch, const std::string &key,
+                    std::uint32_t operation, std::vector<Delivery> &deliveries);
     void call(const Delivery &delivery);
 
     std::mutex mutex_;

@@ -23,7 +23,8 @@ constexpr itimerspec kTick = {{1, 0}, {1, 0}};
 
 cerrno report_descriptors() {
     const int error = errno;
-    log(kLogError, "no descriptor for a connection's channel: %s; raise the limit of open files", std::strerror(error));
+    log(kLogError, "no descriptor for a connection's channel: %s; raise the limit of open files",
+        std::strerror(error));
     return code_of_errno(error);
 }
 

@@ -109,19 +109,22 @@ cerrno Notifications::describe(const ReadTxn &txn, const WatchPtr &watch, const 
     return 0;
 }
 
-cerrno Notifications::gather_watch(const ReadTxn &txn, const WatchPtr &watch, std::vector<Delivery> &deliveries) {
+cerrno Notifications::gather_watch(const ReadTxn &txn, const WatchPtr &watch,
+                                   std::vector<Delivery> &deliveries) {
     if (watch->resync) {
-        deliveries.push_back({watch, watch->request.path, SYSDB_EVENT_SET, SYSDB_TYPE_DIRECTORY, std::string(),
-                              state_of(txn.environment().tree()).revision});
+        deliveries.push_back({watch, watch->request.path, SYSDB_EVENT_SET, SYSDB_TYPE_DIRECTORY,
+                              std::string(), state_of(txn.environment().tree()).revision});
     }
     cerrno rc = 0;
-    for (auto entry = watch->pending.begin(); entry != watch->pending.end() && !watch->resync && rc == 0; ++entry) {
+    for (auto entry = watch->pending.begin(); entry != watch->pending.end() && !watch->resync && rc == 0;
+         ++entry) {
         rc = describe(txn, watch, entry->first, entry->second, deliveries);
     }
     return rc;
 }
 
-cerrno Notifications::gather_tree(Tree tree, const ConnectionPtr &connection, std::vector<Delivery> &deliveries) {
+cerrno Notifications::gather_tree(Tree tree, const ConnectionPtr &connection,
+                                  std::vector<Delivery> &deliveries) {
     return Database::instance().read(tree, [&](const ReadTxn &txn) {
         deliveries.clear();
         cerrno rc = note_changes(txn);
@@ -186,7 +189,8 @@ void Notifications::call(const Delivery &delivery) {
     notification.operation = delivery.operation;
     notification.revision = delivery.revision;
     notification.path = delivery.path.c_str();
-    notification.value = deleted || delivery.datatype == SYSDB_TYPE_DIRECTORY ? nullptr : delivery.value.data();
+    notification.value =
+        deleted || delivery.datatype == SYSDB_TYPE_DIRECTORY ? nullptr : delivery.value.data();
     notification.length = static_cast<std::uint32_t>(delivery.value.size());
     notification.datatype = delivery.datatype;
     watch.request.callback(&notification, watch.request.callback_arg, watch.request.user_ctx);

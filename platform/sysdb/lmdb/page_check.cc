@@ -154,8 +154,8 @@ class Checker {
         return (header.lower - sizeof(PageHeader)) / 2;
     }
 
-    void check_node(const unsigned char *page, std::size_t size, std::size_t index, unsigned levels, bool integer_keys,
-                    Kind kind) {
+    void check_node(const unsigned char *page, std::size_t size, std::size_t index, unsigned levels,
+                    bool integer_keys, Kind kind) {
         const std::size_t offset = layout::read<std::uint16_t>(page + sizeof(PageHeader) + 2 * index);
         if (offset < sizeof(PageHeader) || offset % 2 != 0 || offset + sizeof(Node) > size) {
             fail(kBadPage);

@@ -102,7 +102,7 @@ cerrno copy_out(const Item &item, uint32_t *datatype, void **value, uint32_t *le
     if (copy == nullptr) {
         return SYSDB_ERR_NOMEM;
     }
-    std::memcpy(copy, item.value.data(), item.value.size());
+    item.value.copy(static_cast<char *>(copy), item.value.size());
     *datatype = item.datatype;
     *value = copy;
     *length = static_cast<uint32_t>(item.value.size());
@@ -111,12 +111,13 @@ cerrno copy_out(const Item &item, uint32_t *datatype, void **value, uint32_t *le
 
 cerrno report_type(const Key &key, uint32_t expected, uint32_t found) {
     const std::string path = decode(key.view());
-    log(kLogWarning, "item %s is of type %u where type %u is expected; set it again with the right type", path.c_str(),
-        found, expected);
+    log(kLogWarning, "item %s is of type %u where type %u is expected; set it again with the right type",
+        path.c_str(), found, expected);
     return SYSDB_ERR_TYPE_MISMATCH;
 }
 
-cerrno item_get(sysdb_conn_t conn, const char *path, uint32_t *datatype, void **value, uint32_t *length, uint32_t) {
+cerrno item_get(sysdb_conn_t conn, const char *path, uint32_t *datatype, void **value, uint32_t *length,
+                uint32_t) {
     return on_key(conn, path, Kind::kItem, [&](const Key &key) {
         return Database::instance().read(key.tree(), [&](const ReadTxn &txn) {
             Item item;
@@ -146,14 +147,16 @@ bool names_a_directory(const char *path) {
     return std::string_view(path).ends_with('/');
 }
 
-cerrno item_set(sysdb_conn_t conn, const char *path, uint32_t datatype, const void *value, uint32_t length, uint32_t) {
+cerrno item_set(sysdb_conn_t conn, const char *path, uint32_t datatype, const void *value, uint32_t length,
+                uint32_t) {
     const bool directory = datatype == SYSDB_TYPE_DIRECTORY;
     if (directory && !names_a_directory(path)) {
         return SYSDB_ERR_BAD_PATH;
     }
     const std::string_view bytes(static_cast<const char *>(value), length);
-    return change(conn, path, directory ? Kind::kDirectory : Kind::kItem,
-                  [&](const Key &key, ChangedKeys &changed) { return store_item(key, datatype, bytes, changed); });
+    return change(
+        conn, path, directory ? Kind::kDirectory : Kind::kItem,
+        [&](const Key &key, ChangedKeys &changed) { return store_item(key, datatype, bytes, changed); });
 }
 
 cerrno item_delete(sysdb_conn_t conn, const char *path, uint32_t flags) {
@@ -163,8 +166,8 @@ cerrno item_delete(sysdb_conn_t conn, const char *path, uint32_t flags) {
     return change(conn, path, names_a_directory(path) ? Kind::kDirectory : Kind::kItem, delete_item);
 }
 
-cerrno find(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count, sysdb_list_t *list, uint32_t,
-            uint32_t) {
+cerrno find(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count, sysdb_list_t *list,
+            uint32_t, uint32_t) {
     return on_key(conn, path, Kind::kDirectory, [&](const Key &key) {
         auto listing = std::make_unique<Listing>();
         const cerrno rc = list_directory(key, *path == '\0', pattern, *listing);
@@ -226,7 +229,8 @@ cerrno directory_get_last(sysdb_conn_t conn, const char *path, char **name, uint
 }
 
 cerrno register_notification(sysdb_conn_t conn, const char *path, uint32_t events, uint32_t mode,
-                             aaa_notify_cb_t callback, void *callback_arg, void *user_ctx, uint64_t *notification) {
+                             aaa_notify_cb_t callback, void *callback_arg, void *user_ctx,
+                             uint64_t *notification) {
     return on_connection(conn, [&](const ConnectionPtr &connection) {
         Key key = connection->prefix;
         const bool directory = *path == '\0' || names_a_directory(path);
@@ -234,8 +238,8 @@ cerrno register_notification(sysdb_conn_t conn, const char *path, uint32_t event
         if (rc != 0) {
             return rc;
         }
-        return Notifications::instance().add(connection, key, {path, events, mode, callback, callback_arg, user_ctx},
-                                             *notification);
+        return Notifications::instance().add(
+            connection, key, {path, events, mode, callback, callback_arg, user_ctx}, *notification);
     });
 }
 

@@ -70,7 +70,8 @@ int remove_rows(MDB_txn *txn, MDB_dbi table, const Names &dead) {
     MDB_val key;
     MDB_val value;
     std::vector<std::pair<std::string, std::string>> rows;
-    for (rc = rc == 0 ? cursor.get(key, value, MDB_FIRST) : rc; rc == 0; rc = cursor.get(key, value, MDB_NEXT)) {
+    for (rc = rc == 0 ? cursor.get(key, value, MDB_FIRST) : rc; rc == 0;
+         rc = cursor.get(key, value, MDB_NEXT)) {
         if (std::find(dead.begin(), dead.end(), view_of(value)) != dead.end()) {
             rows.emplace_back(view_of(key), view_of(value));
         }

@@ -102,8 +102,8 @@ Peer wake_peer(const std::string &directory, const std::string &name) {
     const Descriptor sender = new_socket();
     const SocketAddress address(directory, name);
     const char wakeup = 1;
-    const ssize_t sent =
-        sendto(sender.get(), &wakeup, sizeof wakeup, MSG_DONTWAIT | MSG_NOSIGNAL, address.get(), SocketAddress::size());
+    const ssize_t sent = sendto(sender.get(), &wakeup, sizeof wakeup, MSG_DONTWAIT | MSG_NOSIGNAL,
+                                address.get(), SocketAddress::size());
     // A full queue has a wake-up in it already.
     return sent < 0 && means_dead(errno) ? Peer::kDead : Peer::kAlive;
 }
