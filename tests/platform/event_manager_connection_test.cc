@@ -288,7 +288,9 @@ TEST(EventConnection, CallbacksMayCloseTheirConnection) {
         Pipe pipe;
         int calls = 0;
     } once;
-    const auto up = [](void *, void *self) -> int32_t { return static_cast<Once *>(self)->pipe.reading_end(); };
+    const auto up = [](void *, void *self) -> int32_t {
+        return static_cast<Once *>(self)->pipe.reading_end();
+    };
     const auto handler = [](void *conn, void *self) -> int32_t {
         ++static_cast<Once *>(self)->calls;
         EXPECT_EQ(0u, event_conn_close(conn));
@@ -312,7 +314,9 @@ TEST(EventConnection, FloodedConnectionDoesNotHoldUpWakeUps) {
         Pipe pipe;
         int calls = 0;
     } flood;
-    const auto up = [](void *, void *self) -> int32_t { return static_cast<Flood *>(self)->pipe.reading_end(); };
+    const auto up = [](void *, void *self) -> int32_t {
+        return static_cast<Flood *>(self)->pipe.reading_end();
+    };
     const auto handler = [](void *, void *self) -> int32_t {
         ++static_cast<Flood *>(self)->calls;  // reads nothing: readable for ever
         return 0;
@@ -448,8 +452,9 @@ TEST(EventSysdbConnection, TwoOfOneManagerAreServed) {
                                             EVENT_CONN_TYPE_SYSDB));
             ASSERT_EQ(0u, event_conn_open(handle));
             uint64_t notification = 0;
-            ASSERT_EQ(0u, _sysdb_register_notification(connection.handle, "item", 6, 1, SysdbConnection::changed,
-                                                       &connection, 0, nullptr, 0, &notification));
+            ASSERT_EQ(0u,
+                      _sysdb_register_notification(connection.handle, "item", 6, 1, SysdbConnection::changed,
+                                                   &connection, 0, nullptr, 0, &notification));
         }
         ASSERT_EQ(0u, set_number(both[0].handle, "item", 7));
         while (both[0].numbers.empty() || both[1].numbers.empty()) {

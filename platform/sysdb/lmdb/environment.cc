@@ -98,10 +98,11 @@ int Environment::open_handle(std::size_t map_bytes, unsigned flags) {
 
 // A process without permission to write may still read.
 cerrno Environment::open_file(std::size_t map_bytes) {
-    const char *fault = find_header_fault(file_);
-    if (fault != nullptr) {
-        return report_damage(fault);
+    const FileHead head = inspect_head(file_);
+    if (head.fault != nullptr) {
+        return report_damage(head.fault);
     }
+    map_bytes = std::max<std::size_t>(map_bytes, head.map_bytes);
     FileIdentity before;
     const bool existed = identify(file_, before);
     int rc = open_handle(map_bytes, 0);
@@ -123,6 +124,7 @@ cerrno Environment::open_file(std::size_t map_bytes) {
         return report(errno);
     }
     identity_ = {status.st_dev, status.st_ino};
+    close_on_exec(identity_);
     return 0;
 }
 
@@ -315,16 +317,39 @@ int Environment::begin_write(Growth growth, MDB_txn *&txn) {
     if (rc != 0 || growth == Growth::kShrinks) {
         return rc;
     }
-    rc = check_room(txn);
+    rc = check_room();
     if (rc != 0) {
         mdb_txn_abort(txn);
     }
     return rc;
 }
 
+// Pages that the file's free list names; a write transaction may not look at
+// it, but the writer's lock keeps it as the reader sees it.
+int Environment::count_free_pages(std::size_t enough, std::size_t &pages) {
+    MDB_txn *txn = nullptr;
+    int rc = take_reader(txn);
+    if (rc != 0) {
+        return rc;
+    }
+    {
+        Cursor cursor;
+        MDB_val key;
+        MDB_val value;
+        rc = cursor.open(txn, kFreeList);
+        while (rc == 0 && pages < enough && (rc = cursor.get(key, value, MDB_NEXT)) == 0) {
+            std::size_t listed = 0;  // each record is a count and as many page numbers
+            std::memcpy(&listed, value.mv_data, std::min(sizeof listed, value.mv_size));
+            pages += listed;
+        }
+    }
+    give_back_reader(txn);
+    return rc == MDB_NOTFOUND ? 0 : rc;
+}
+
 // Deletion writes new pages before it gives any back. Without a reserve a
 // full database could not even be emptied.
-int Environment::check_room(MDB_txn *txn) {
+int Environment::check_room() {
     MDB_envinfo info;
     MDB_stat statistics;
     mdb_env_info(env_, &info);
@@ -335,19 +360,8 @@ int Environment::check_room(MDB_txn *txn) {
     if (available >= reserve) {
         return 0;
     }
-    Cursor cursor;
-    int rc = cursor.open(txn, kFreeList);
-    if (rc != 0) {
-        return rc;
-    }
-    MDB_val key;
-    MDB_val value;
-    while (available < reserve && (rc = cursor.get(key, value, MDB_NEXT)) == 0) {
-        std::size_t freed = 0;  // each record is a count and as many page numbers
-        std::memcpy(&freed, value.mv_data, std::min(sizeof freed, value.mv_size));
-        available += freed;
-    }
-    return available >= reserve ? 0 : MDB_MAP_FULL;
+    const int rc = count_free_pages(reserve, available);
+    return rc == 0 && available < reserve ? MDB_MAP_FULL : rc;
 }
 
 // A process that ends leaves its places behind, in whatever way it ends.

@@ -78,7 +78,8 @@ class Environment {
     template <typename Body>
     int attempt(Growth growth, Body &body);
     int begin_write(Growth growth, MDB_txn *&txn);
-    int check_room(MDB_txn *txn);
+    int check_room();
+    int count_free_pages(std::size_t enough, std::size_t &pages);
     void free_dead_readers();
     void count_commit();
 

@@ -2,6 +2,7 @@
 
 #include "files.hpp"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -124,6 +125,21 @@ bool identify(const std::string &file, FileIdentity &identity) {
     }
     identity = {status.st_dev, status.st_ino};
     return true;
+}
+
+void close_on_exec(const FileIdentity &identity) {
+    DIR *descriptors = opendir("/proc/self/fd");
+    if (descriptors == nullptr) {
+        return;
+    }
+    for (const dirent *entry = readdir(descriptors); entry != nullptr; entry = readdir(descriptors)) {
+        const int fd = std::atoi(entry->d_name);
+        struct stat status;
+        if (fd > 0 && fstat(fd, &status) == 0 && FileIdentity{status.st_dev, status.st_ino} == identity) {
+            fcntl(fd, F_SETFD, FD_CLOEXEC);
+        }
+    }
+    closedir(descriptors);
 }
 
 cerrno code_of_errno(int error) {

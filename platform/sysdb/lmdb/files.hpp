@@ -49,6 +49,10 @@ struct FileIdentity {
 // False when there is none.
 bool identify(const std::string &file, FileIdentity &identity);
 
+// Keeps this process's descriptors of a file from the programs that it starts;
+// LMDB sees to that for its lock file only.
+void close_on_exec(const FileIdentity &identity);
+
 // The code for a failed system call on a file.
 cerrno code_of_errno(int error);
 

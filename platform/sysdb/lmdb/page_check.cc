@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "page_layout.hpp"
@@ -21,6 +22,8 @@ using layout::Table;
 constexpr unsigned kMaxDepth = 32;
 constexpr std::uint32_t kSmallestPage = 512;
 constexpr std::uint32_t kLargestPage = 32768;
+
+constexpr std::uint64_t kLargestMap = UINT64_C(1) << 40;
 
 constexpr char kTruncated[] = "it is truncated";
 constexpr char kBadPage[] = "a page is damaged";
@@ -50,7 +53,13 @@ const char *meta_fault(int fd, std::uint64_t offset, Meta &meta) {
     if (meta.version != layout::kVersion) {
         return "it has another LMDB format version";
     }
-    if (!page_size_ok(meta.free_list.padding) || meta.last_page >= UINT64_C(1) << 40 ||
+    if (meta.main.flags != 0) {
+        return "it is a database of something else";
+    }
+    // The free list's flags carry those with which the file was made.
+    const unsigned flags = meta.free_list.flags & ~unsigned{layout::kMadeAsFile};
+    if (flags != layout::kIntegerKeys || !page_size_ok(meta.free_list.padding) ||
+        meta.map_bytes > kLargestMap || meta.last_page >= UINT64_C(1) << 40 ||
         !root_ok(meta.free_list, meta.last_page) || !root_ok(meta.main, meta.last_page)) {
         return "its head is damaged";
     }
@@ -132,7 +141,7 @@ class Checker {
             fail(kBadPage);
             return;
         }
-        const std::size_t count = node_count(page.data(), page_size_);
+        const std::size_t count = node_count(page.data(), page_size_, levels > 1);
         // LMDB aborts on a branch with less than two children.
         if (fault_ != nullptr || count < (levels > 1 && kind != kFreeList ? 2U : 1U)) {
             fail(kBadPage);
@@ -143,24 +152,45 @@ class Checker {
         }
     }
 
-    // Entries of a page or sub-page whose offsets make sense, else 0.
-    std::size_t node_count(const unsigned char *page, std::size_t size) {
+    // Entries of a page or sub-page, 0 when they are not where they must be:
+    // packed without holes from the end of the page down to its upper mark.
+    std::size_t node_count(const unsigned char *page, std::size_t size, bool branch) {
         const auto header = layout::read<PageHeader>(page);
         if (header.lower < sizeof(PageHeader) || header.lower > header.upper || header.upper > size ||
             header.lower % 2 != 0) {
             fail(kBadPage);
             return 0;
         }
-        return (header.lower - sizeof(PageHeader)) / 2;
+        const std::size_t count = (header.lower - sizeof(PageHeader)) / 2;
+        std::size_t lowest = size;
+        std::size_t total = 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::size_t offset = layout::read<std::uint16_t>(page + sizeof(PageHeader) + 2 * i);
+            if (offset < header.lower || offset % 2 != 0 || offset + sizeof(Node) > size) {
+                fail(kBadPage);
+                return 0;
+            }
+            lowest = std::min(lowest, offset);
+            total += node_bytes(layout::read<Node>(page + offset), branch);
+        }
+        if (lowest != header.upper || total != size - header.upper) {
+            fail(kBadPage);
+            return 0;
+        }
+        return count;
+    }
+
+    static std::size_t node_bytes(const Node &node, bool branch) {
+        std::size_t bytes = sizeof(Node) + node.key_size;
+        if (!branch) {
+            bytes += (node.flags & layout::kBigData) != 0 ? sizeof(std::uint64_t) : node.data_size();
+        }
+        return bytes + bytes % 2;
     }
 
     void check_node(const unsigned char *page, std::size_t size, std::size_t index, unsigned levels,
                     bool integer_keys, Kind kind) {
         const std::size_t offset = layout::read<std::uint16_t>(page + sizeof(PageHeader) + 2 * index);
-        if (offset < sizeof(PageHeader) || offset % 2 != 0 || offset + sizeof(Node) > size) {
-            fail(kBadPage);
-            return;
-        }
         const auto node = layout::read<Node>(page + offset);
         const std::size_t data = offset + sizeof(Node) + node.key_size;
         const bool first_of_branch = levels > 1 && index == 0;  // has no key
@@ -245,7 +275,7 @@ class Checker {
             fail(kBadPage);
             return;
         }
-        const std::size_t count = node_count(data, size);
+        const std::size_t count = node_count(data, size, false);
         for (std::size_t i = 0; i < count && fault_ == nullptr; ++i) {
             check_node(data, size, i, 1, false, kItems);
         }
@@ -280,23 +310,26 @@ class Checker {
 
 }  // namespace
 
-const char *find_header_fault(const std::string &file) {
+FileHead inspect_head(const std::string &file) {
+    FileHead head;
     const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
-        return nullptr;
+        return head;
     }
     struct stat status;
-    const char *fault = nullptr;
     if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0) {
         Meta first;
         Meta second;
-        fault = meta_fault(fd, 0, first);
-        if (fault == nullptr) {
-            fault = meta_fault(fd, first.free_list.padding, second);
+        head.fault = meta_fault(fd, 0, first);
+        if (head.fault == nullptr) {
+            head.fault = meta_fault(fd, first.free_list.padding, second);
+        }
+        if (head.fault == nullptr) {
+            head.map_bytes = std::max(first.map_bytes, second.map_bytes);
         }
     }
     close(fd);
-    return fault;
+    return head;
 }
 
 const char *find_page_fault(int fd, std::uint64_t txnid, bool &stale) {

@@ -12,9 +12,14 @@
 
 namespace sysdb_lmdb {
 
-// What is wrong with the head of a file, null when nothing is or when there is
-// no file or an empty one. To be asked before the file is opened by LMDB.
-const char *find_header_fault(const std::string &file);
+struct FileHead {
+    const char *fault = nullptr;  // what is wrong with it
+    std::uint64_t map_bytes = 0;  // the largest map that any process has used
+};
+
+// Looks at the head of a file before LMDB opens it. A file that is not there,
+// or is empty, has no fault.
+FileHead inspect_head(const std::string &file);
 
 // What is wrong with the pages that belong to one transaction, null when
 // nothing is. That transaction must be kept open by a reader. stale is set

@@ -26,7 +26,9 @@ inline constexpr std::uint16_t kBigData = 0x01;   // the value is on overflow pa
 inline constexpr std::uint16_t kSubTable = 0x02;  // the value is a Table
 inline constexpr std::uint16_t kDuplicates = 0x04;
 
-inline constexpr std::uint16_t kIntegerKeys = 0x08;  // table flag
+// Flags of tables.
+inline constexpr std::uint16_t kIntegerKeys = 0x08;
+inline constexpr std::uint16_t kMadeAsFile = 0x4000;
 
 struct PageHeader {
     std::uint64_t number;

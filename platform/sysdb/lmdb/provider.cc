@@ -54,7 +54,9 @@ cerrno on_key(sysdb_conn_t conn, const char *path, Kind kind, Call call) {
     });
 }
 
-// Once per process: what others have left behind when they died.
+// Once per process that has to do with watches: removes what others have left
+// behind when they died. Readers of configuration need no access to the run
+// directory and do not come here.
 void sweep_once() {
     static constinit std::atomic<bool> done{false};
     if (!done.exchange(true, std::memory_order_relaxed)) {
@@ -73,7 +75,9 @@ cerrno bind(sysdb_conn_t *conn, const char *path, uint32_t flags) {
             rc = Database::instance().with(prefix.tree(), [](const Environment &) -> cerrno { return 0; });
         }
         if (rc == 0) {
-            sweep_once();
+            if (prefix.tree() == Tree::kOper) {
+                sweep_once();
+            }
             *conn = Connections::instance().add(prefix);
         }
         return rc;
@@ -238,6 +242,7 @@ cerrno register_notification(sysdb_conn_t conn, const char *path, uint32_t event
         if (rc != 0) {
             return rc;
         }
+        sweep_once();
         return Notifications::instance().add(
             connection, key, {path, events, mode, callback, callback_arg, user_ctx}, *notification);
     });
