@@ -354,6 +354,18 @@ TEST(AvpairCopy, Traces) {
     EXPECT_EQ(fake::traces().size(), 2u);  // the second one is that of freeing the copy
 }
 
+TEST(AvpairCopy, TracesBeforeItCreatesAndAlsoForAnEmptyList) {
+    const ListPtr list = make_list("source");
+    fake::enable_tracing(8);
+    avlist *copy = nullptr;
+    EXPECT_EQ(aaa_avpair_copy_list(list.get(), std::string(31, 'n').c_str(), &copy),
+              AAA_ERR_AVPAIR_PROCESSING);
+    EXPECT_EQ(fake::traces_of(8), Lines{"Packing avlist 'source', count 0"});
+    fake::clear_journal();
+    EXPECT_EQ(aaa_avpair_copy_list(list.get(), "n", nullptr), AAA_ERR_INVALID_ARG);
+    EXPECT_TRUE(fake::traces().empty());
+}
+
 // ---- Visiting ---------------------------------------------------------------------------
 
 struct Visit {
@@ -432,6 +444,18 @@ TEST(AvpairSwitch, RefusesNullArguments) {
     EXPECT_EQ(aaa_avpair_switch(nullptr, list.get()), AAA_ERR_INVALID_ARG);
     EXPECT_EQ(aaa_avpair_switch(list.get(), nullptr), AAA_ERR_INVALID_ARG);
     EXPECT_EQ(read_pairs(list.get()), kThree);
+}
+
+TEST(AvpairLists, ComparingVisitingAndExchangingTraceNothing) {
+    const ListPtr a = list_of(kThree, "a");
+    const ListPtr b = list_of(kThree, "a");
+    fake::enable_tracing(8);
+    Visit visit;
+    EXPECT_EQ(aaa_avpair_compare_lists(a.get(), b.get()), 1);
+    EXPECT_EQ(aaa_avpair_list_for_each(a.get(), &visit, note), AAA_OK);
+    EXPECT_EQ(aaa_avpair_switch(a.get(), b.get()), AAA_OK);
+    EXPECT_TRUE(fake::traces().empty());
+    fake::disable_all_tracing();
 }
 
 // ---- Rebuilding from a source -----------------------------------------------------------
@@ -513,6 +537,70 @@ TEST(AvpairRebuild, TracesEveryStep) {
                             "Requested attribute is (null) (90) with tag = 5",
                             "Adding attr 5a (null) [35 36 37 38] - " + ok,
                             "Retaining attribute (null) (90), len=5", "1 attribute(s) updated"}));
+}
+
+// The line shows what the pair got, zeros included.
+TEST(AvpairRebuild, TracesAValueThatIsFilledUp) {
+    const ListPtr src = list_of({{kUser, 0, 0, "12345678"}});
+    const ListPtr tgt = list_of({{kUser, 0, 0, ""}});
+    fake::enable_tracing(8);
+    EXPECT_EQ(aaa_avpair_update_list_from_list(src.get(), tgt.get()), AAA_OK);
+    EXPECT_EQ(fake::traces_of(8)[1],
+              "Adding attr 101 AAA_USERNAME_ATTR [0 0 0 0] - "s + cerr_strerror(AAA_OK));
+}
+
+TEST(AvpairRebuild, TracesAPairThatThereIsNoMemoryFor) {
+    if (!fake::FailAlloc::available()) {
+        GTEST_SKIP();
+    }
+    for (const std::size_t target : {600u, 4u}) {  // with all of the value, and with zeros behind it
+        const ListPtr src = list_of({{kUser, 0, 0, std::string(600, 's')}});
+        const ListPtr tgt = list_of({{kUser, 0, 0, std::string(target, 't')}});
+        fake::enable_tracing(8);
+        fake::clear_journal();
+        fake::FailAlloc fail(2);  // the first one is the result's record
+        EXPECT_EQ(aaa_avpair_update_list_from_list(src.get(), tgt.get()), AAA_OK);
+        fail.disarm();
+        Lines lines = fake::traces_of(8);
+        fake::disable_all_tracing();
+        lines.pop_back();  // of freeing the result
+        EXPECT_EQ(lines,
+                  (Lines{"Requested attribute is AAA_USERNAME_ATTR (257) with tag = 0",
+                         "Adding attr 101 AAA_USERNAME_ATTR [74 74 74 74] - "s + cerr_strerror(AAA_ERR_NOMEM),
+                         "Returning attribute AAA_USERNAME_ATTR (257) from local attr list, len=600",
+                         "1 attribute(s) updated"}));
+        EXPECT_EQ(read_pairs(tgt.get()), Pairs{});
+        EXPECT_SOUND(tgt.get());
+    }
+}
+
+// The whole record is exchanged with that of a fresh list.
+TEST(AvpairRebuild, LeavesNothingOfTheOldRecordButTheName) {
+    const ListPtr src = list_of({{kUser, 7, 0, "abcde"}});
+    const ListPtr tgt = unpacked(kThree, "tgt");
+    tgt->marker = 1;
+    tgt->reserved5 = 2;
+    tgt->pad55 = 3;
+    ASSERT_NE(tgt->reserved0, 0u);
+    EXPECT_EQ(aaa_avpair_update_list_from_list(src.get(), tgt.get()), AAA_OK);
+    EXPECT_EQ(tgt->av_cnt, 3);
+    EXPECT_EQ(tgt->reserved0, 0u);
+    EXPECT_EQ(tgt->marker, 0);
+    EXPECT_EQ(tgt->reserved5, 0);
+    EXPECT_EQ(tgt->pad55, 0);
+    EXPECT_STREQ(tgt->av_name, "tgt");
+    EXPECT_SOUND(tgt.get());
+}
+
+TEST(AvpairRebuild, AllocatesTheResultAndItsBuffersOnly) {
+    if (!fake::FailAlloc::available()) {
+        GTEST_SKIP();
+    }
+    const ListPtr src = list_of({{kUser, 0, 0, std::string(400, 's')}});
+    const ListPtr tgt = list_of({{kUser, 0, 0, "abcd"}});
+    fake::FailAlloc count(fake::FailAlloc::Unarmed{}, 1000);
+    EXPECT_EQ(count.run([&] { return aaa_avpair_update_list_from_list(src.get(), tgt.get()); }), AAA_OK);
+    EXPECT_EQ(count.counted(), 2u);
 }
 
 TEST(AvpairRebuild, RefusesNullArguments) {
@@ -769,6 +857,42 @@ TEST(AvpairConcat, TracesEveryPair) {
     EXPECT_EQ(fake::traces_of(8),
               (Lines{"Adding attr 101 AAA_USERNAME_ATTR [6e 61 6d 65] - "s + cerr_strerror(AAA_OK),
                      "Updating attr AAA_USERNAME_ATTR [6e 61 6d 65]"}));
+}
+
+// The same pairs and the same lines as position by position.
+TEST(AvpairConcat, TracesWhatLookingUpEveryPositionWould) {
+    const ListPtr src = list_of({{kCommand, 0, 0, "gone"},
+                                 {kUser, 1, 2, long_value('a')},
+                                 {kPriv, 3, 4, "1234"},
+                                 {kNoName, 5, 6, ""},
+                                 {kUser, 7, 8, long_value('b')}});
+    erase(src.get(), kCommand);
+    for (const bool replace : {false, true}) {
+        const ListPtr dst = list_of({{kPriv, 9, 1, "5678"}});
+        const ListPtr by_position = list_of({{kPriv, 9, 1, "5678"}});
+        fake::enable_tracing(8);
+        fake::clear_journal();
+        ASSERT_EQ(replace ? aaa_avpair_list_concat_with_replace(dst.get(), src.get())
+                          : aaa_avpair_list_concat(dst.get(), src.get()),
+                  AAA_OK);
+        const std::vector<fake::Trace> lines = fake::traces();
+        fake::clear_journal();
+        uint32_t type = 0;
+        avpair_flags_t flags = 0;
+        void *value = nullptr;
+        uint32_t tag = 0;
+        uint32_t len = 0;
+        for (uint32_t i = 0; aaa_avpair_find_index(i, &type, &flags, &value, &tag, &len, src.get()) == AAA_OK;
+             i++) {
+            ASSERT_EQ(replace ? aaa_avpair_update(type, flags, value, tag, len, 0, by_position.get())
+                              : aaa_avpair_add(type, flags, value, tag, len, by_position.get()),
+                      AAA_OK);
+        }
+        EXPECT_EQ(lines, fake::traces());
+        EXPECT_GE(lines.size(), 4u);
+        fake::disable_all_tracing();
+        EXPECT_EQ(read_pairs(dst.get()), read_pairs(by_position.get()));
+    }
 }
 
 TEST(AvpairReplace, UpdatesTheFirstOfEachType) {

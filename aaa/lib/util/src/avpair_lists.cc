@@ -19,9 +19,9 @@
 #include "internal/attribute_formats.hpp"
 #include "internal/avpair_checks.hpp"
 #include "internal/avpair_storage.hpp"
+#include "internal/avpair_trace.hpp"
 #include "internal/avpair_walk.hpp"
 #include "internal/avpair_wire.hpp"
-#include "internal/memory.hpp"
 #include "internal/trace.hpp"
 
 namespace {
@@ -97,6 +97,25 @@ cerrno aaa_avpair_add_2(const avpair_t *avp, avlist *list, bool traced) {
                     list, traced);
 }
 
+// Appends a pair with zeros behind the readable bytes of a value, up to len.
+cerrno add_zero_filled(uint32_t type, uint32_t flags, const void *value, std::size_t readable, uint32_t tag,
+                       uint32_t len, avlist *list, bool traced) {
+    avpair_t *const pair = aaautil::aaa_alloc_avpair_mem(len, list);
+    if (pair != nullptr) {
+        unsigned char *const bytes = aaa_get_avpair_value_ptr(pair);
+        aaautil::fill_head(pair, type, flags, tag, len);
+        std::memcpy(bytes, value, readable);
+        std::memset(bytes + readable, 0, len - readable);
+        aaautil::finish_append(list);
+    }
+    const cerrno code = pair != nullptr ? AAA_OK : AAA_ERR_NOMEM;
+    if (traced) {
+        aaautil::trace_added(type, pair != nullptr ? aaa_get_avpair_value_ptr(pair) : value,
+                             static_cast<uint32_t>(readable), code);
+    }
+    return code;
+}
+
 // The target's value under the source's length, tag and flags: callers depend
 // on this mixture. A source that is longer takes in the bytes that follow the
 // target's value in its buffer; behind the last pair there is nothing to take,
@@ -110,12 +129,7 @@ cerrno add_mixed(const avpair_t *target, const avlist *tgt, const avpair_t *sour
     if (len <= readable) {
         return add_pair(target->av_type, flags, value, source->av_tag, len, result, traced);
     }
-    const aaautil::malloc_ptr<void> padded(std::calloc(1, len));
-    if (padded == nullptr) {
-        return AAA_ERR_NOMEM;
-    }
-    std::memcpy(padded.get(), value, readable);
-    return add_pair(target->av_type, flags, padded.get(), source->av_tag, len, result, traced);
+    return add_zero_filled(target->av_type, flags, value, readable, source->av_tag, len, result, traced);
 }
 
 // What the rebuilding of a list keeps from pair to pair.

@@ -5,7 +5,8 @@
 //
 //     add_pair(type, flags, value, tag, len, list, traced)   as aaa_avpair_add()
 //     append_pair(type, flags, value, tag, len, list)        the same without a trace line
-//     aaa_alloc_avpair_mem(len, list), fill_pair(...)         the two steps of an append
+//     aaa_alloc_avpair_mem(len, list), fill_pair(...),
+//     finish_append(list)                                     the steps of an append
 //     new_buffer(pair_bytes)                                  a buffer outside any list
 //     delete_pair(it, list)                                   marks a pair, gives memory back
 #pragma once
@@ -89,17 +90,22 @@ inline void copy_value(unsigned char *to, const unsigned char *from, std::size_t
     }
 }
 
-// Writes head, value and pad bytes of a pair whose room is reserved; value may
-// be null when len is 0. The pad bytes travel in packed lists; left unwritten
-// they would carry old heap contents. The last word is cleared before head and
-// value are written over it: with no value bytes that word is av_flags.
-inline void fill_pair(avpair_t *pair, uint32_t type, uint32_t flags, const void *value, uint32_t tag,
-                      uint32_t len) noexcept {
+// Writes head and pad bytes of a pair whose room is reserved. The pad bytes
+// travel in packed lists; left unwritten they would carry old heap contents.
+// The last word is cleared before the head is written over it: with no value
+// bytes that word is av_flags.
+inline void fill_head(avpair_t *pair, uint32_t type, uint32_t flags, uint32_t tag, uint32_t len) noexcept {
     store_u32(reinterpret_cast<unsigned char *>(adjacent_pair(pair, len)) - sizeof(uint32_t), 0);
     pair->av_type = type;
     pair->av_tag = tag;
     pair->av_len = len;
     pair->av_flags = flags;
+}
+
+// The same with the value, which may be null when len is 0.
+inline void fill_pair(avpair_t *pair, uint32_t type, uint32_t flags, const void *value, uint32_t tag,
+                      uint32_t len) noexcept {
+    fill_head(pair, type, flags, tag, len);
     copy_value(aaa_get_avpair_value_ptr(pair), static_cast<const unsigned char *>(value), len);
 }
 
@@ -146,9 +152,17 @@ inline void advance_free_mem(avpair_buffer_t *last_buf, std::size_t req_mem) noe
     return pair;
 }
 
-// Checks, reserves, writes. The deleted marker has to be refused before. A
-// count that wraps although the list has fewer than 65536 pairs is that of an
-// unpacked list, whose bytes stand in message order; it is put right.
+// Ends an append. A count that wraps although the list has fewer than 65536
+// pairs is that of an unpacked list, whose bytes stand in message order; it is
+// put right.
+inline void finish_append(avlist *list) noexcept {
+    if (list->av_cnt == 0) [[unlikely]] {
+        settle_count(list);
+    }
+    verify_changed(list);
+}
+
+// Checks, reserves, writes. The deleted marker has to be refused before.
 inline cerrno append_pair(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len,
                           avlist *list) noexcept {
     if (list == nullptr || (value == nullptr && len > 0)) {
@@ -159,10 +173,7 @@ inline cerrno append_pair(uint32_t type, uint32_t flags, const void *value, uint
         return AAA_ERR_NOMEM;
     }
     fill_pair(pair, type, flags, value, tag, len);
-    if (list->av_cnt == 0) [[unlikely]] {
-        settle_count(list);
-    }
-    verify_changed(list);
+    finish_append(list);
     return AAA_OK;
 }
 
