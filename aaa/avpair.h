@@ -35,7 +35,11 @@ extern "C" {
  * **What invalidates what.** Adding a pair moves nothing: addresses of values
  * and positions of iterators stay valid. Deleting a pair, and updating one with
  * another length, spends every iterator and every value address of the list.
- * Clearing, freeing and exchanging lists do so too.
+ * Clearing, freeing, packing into a buffer, exchanging and rebuilding lists do
+ * so too.
+ *
+ * **Traces** of these functions are written under debug flag 8. Unless said
+ * otherwise a call that is refused for a null list writes none.
  */
 
 typedef struct avpair_buffer avpair_buffer_t;
@@ -172,9 +176,10 @@ AAA_API int aaa_avpair_is_deleted(const avpair_t *pair);
  * Appends a pair to a list. Takes constant time and at most one allocation.
  *
  * Any type but AAA_ATTR_MAX is stored; AAA_ATTR_MAX stops the process. A value
- * of no bytes is legal, also as a null pointer. With debug flag 8 on, a call
- * with a value writes one trace line that shows the first four bytes at value
- * whatever len is, so hand in at least four readable bytes then.
+ * of no bytes is legal, also as a null pointer. The value may lie in the list
+ * itself. With debug flag 8 on, a call with a value writes one trace line, also
+ * for a null list. It shows the first four bytes at value whatever len is, so
+ * hand in at least four readable bytes then.
  * @param type  in: attribute type.
  * @param flags in: flag bits of the pair.
  * @param value in, may be null when len is 0: value bytes, integers in host order.
@@ -511,7 +516,10 @@ AAA_API cerrno aaa_avpair_switch(avlist *a, avlist *b);
  * where nothing follows. Callers depend on this mixture. Pairs of tgt without a
  * counterpart stay as they are; pairs of src without one are not added. A pair
  * for which there is no memory is left out of the result.
- * @param src in: list to take from.
+ *
+ * tgt keeps its record and its name; everything else in the record is as in a
+ * list just created, and all iterators and value addresses of tgt are spent.
+ * @param src in: list to take from; may be tgt.
  * @param tgt in/out: list to rebuild; one without pairs stops the process. Untouched on failure.
  * @return AAA_OK: rebuilt.
  *         AAA_ERR_INVALID_ARG: a list is null.

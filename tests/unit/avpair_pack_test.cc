@@ -379,6 +379,32 @@ TEST(AvpairPack, TracesNameAndCount) {
     EXPECT_EQ(fake::traces().size(), 2u);
 }
 
+TEST(AvpairPack, TracesAlsoWithoutRoomButNotWithoutArguments) {
+    const ListPtr list = three_buffers("traced");
+    fake::enable_tracing(8);
+    char buf[60];
+    uint32_t len = sizeof buf;
+    EXPECT_EQ(aaa_avpair_pack_msg_to_buf(list.get(), buf, &len), AAA_ERR_NOMEM);
+    EXPECT_EQ(fake::traces_of(8), (Lines{"Packing avlist 'traced', count 4"}));
+    fake::clear_journal();
+    EXPECT_EQ(aaa_avpair_pack_msg_to_buf(list.get(), buf, nullptr), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_avpair_pack_msg_to_buf(nullptr, buf, &len), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_avpair_unpack_msg(nullptr, buf), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_avpair_unpack_msg_2(list.get(), nullptr, 56), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_avpair_unpack_msg_create(nullptr, buf, 56), AAA_ERR_INVALID_ARG);
+    EXPECT_TRUE(fake::traces().empty());
+    fake::disable_all_tracing();
+}
+
+// A relayed list shows its count as it is stored.
+TEST(AvpairPack, TracesTheCountOfAnUnpackedListAsItIsStored) {
+    const ListPtr list = unpack(message(1, "relayed", pair(kUser, "x")));
+    fake::enable_tracing(8);
+    pack(list.get());
+    EXPECT_EQ(fake::traces_of(8), (Lines{"Packing avlist 'relayed', count 256"}));
+    fake::disable_all_tracing();
+}
+
 TEST(AvpairPack, IsSilentAndAsksOnceWhileTracingIsOff) {
     const ListPtr list = three_buffers();
     fake::clear_journal();
@@ -448,6 +474,13 @@ TEST(AvpairGather, TracesNameAndCount) {
     uint32_t len = 4;
     ASSERT_EQ(aaa_avpair_pack_msg(list.get(), iov, &len), AAA_OK);
     EXPECT_EQ(fake::traces_of(8), Lines{"Packing avlist 'gathered', count 4"});
+    fake::clear_journal();
+    len = 2;
+    EXPECT_EQ(aaa_avpair_pack_msg(list.get(), iov, &len), AAA_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(fake::traces_of(8), Lines{"Packing avlist 'gathered', count 4"});
+    fake::clear_journal();
+    EXPECT_EQ(aaa_avpair_pack_msg(list.get(), nullptr, &len), AAA_ERR_INVALID_ARG);
+    EXPECT_TRUE(fake::traces().empty());
 }
 
 // ---- Unpacking: the list that comes out ------------------------------------------------
@@ -762,6 +795,36 @@ TEST(AvpairUnpack, TracesOnlyTheLengthOfAListWithoutPairs) {
     fake::clear_journal();
     ASSERT_EQ(aaa_avpair_unpack_msg_2(list.get(), msg.data(), 56), AAA_OK);
     EXPECT_EQ(fake::traces_of(8), Lines{"Unpacking message 'receiver', length 56"});
+}
+
+TEST(AvpairUnpack, TracesTheListThatItCreatesWithoutAName) {
+    std::string msg = three_pairs();
+    const auto size = static_cast<uint32_t>(msg.size());
+    fake::enable_tracing(8);
+    avlist *list = nullptr;
+    ASSERT_EQ(aaa_avpair_unpack_msg_create(&list, msg.data(), size), AAA_OK);
+    const ListPtr owner(list);
+    const Lines lines = fake::traces_of(8);
+    ASSERT_EQ(lines.size(), 6u);
+    EXPECT_EQ(lines[0], "Unpacking message '', length " + std::to_string(size));
+    EXPECT_EQ(lines[1], "Unpacking attribute list sender");
+    fake::disable_all_tracing();
+}
+
+TEST(AvpairUnpack, TracesNoListWhenThereIsNoMemory) {
+    if (!fake::FailAlloc::available()) {
+        GTEST_SKIP();
+    }
+    std::string msg = three_pairs();
+    const ListPtr list = make_list("receiver");
+    fake::enable_tracing(8);
+    fake::FailAlloc fail(1);
+    const cerrno code = aaa_avpair_unpack_msg(list.get(), msg.data());
+    fail.disarm();
+    EXPECT_EQ(code, AAA_ERR_NOMEM);
+    EXPECT_EQ(fake::traces_of(8),
+              (Lines{"Unpacking message 'receiver', length " + std::to_string(msg.size())}));
+    fake::disable_all_tracing();
 }
 
 TEST(AvpairUnpack, TracesALengthThatIsRefused) {
