@@ -50,7 +50,6 @@ void emit(Sink sink, const LineInfo &info, const char *text, std::size_t len) no
 std::size_t make_visible(char *out, std::size_t size, const char *text, std::size_t len) noexcept;
 
 // Formats into out; a text that does not fit ends in "...". Returns the length.
-[[gnu::format(printf, 3, 0)]] std::size_t format_bounded(char *out, std::size_t size, const char *format,
-                                                         va_list arguments) noexcept;
+std::size_t format_bounded(char *out, std::size_t size, const char *format, va_list arguments) noexcept;
 
 }  // namespace aaaplatform

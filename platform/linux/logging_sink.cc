@@ -239,7 +239,12 @@ std::size_t make_visible(char *out, std::size_t size, const char *text, std::siz
 }
 
 std::size_t format_bounded(char *out, std::size_t size, const char *format, va_list arguments) noexcept {
+    // Formats come from the library's catalog and its traces, where the compiler
+    // has seen them.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
     const int n = std::vsnprintf(out, size, format, arguments);
+#pragma GCC diagnostic pop
     if (n < 0) {
         // The text cannot be converted (an invalid multibyte argument); the
         // format alone still tells what happened.

@@ -46,7 +46,7 @@ class LogSocket {
         std::vector<std::string> out = take();
         for (std::string &message : out) {
             const size_t at = message.find("]: ");
-            message = at == std::string::npos ? "?" + message : message.substr(at + 3);
+            message.erase(0, at == std::string::npos ? 0 : at + 3);
         }
         return out;
     }
@@ -70,7 +70,7 @@ class CapturedLog {
     // The only message that waits, or what is wrong.
     std::string take_one() {
         const std::vector<std::string> all = take();
-        return all.size() == 1 ? all[0] : "(" + std::to_string(all.size()) + " messages)";
+        return all.size() == 1 ? all[0] : std::to_string(all.size()).append(" messages");
     }
 
   private:

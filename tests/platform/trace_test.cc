@@ -178,6 +178,17 @@ TEST_F(Flags, HaveAreaNames) {
     EXPECT_STREQ("avlist", aaa_platform_debug_area(AAA_DBG_AVLIST));
 }
 
+TEST(Documentation, NamesEveryArea) {
+    std::ostringstream page;
+    page << std::ifstream(AAA_SOURCE_DIR "/docs/host-platform.md").rdbuf();
+    for (uint32_t flag = 0; flag < AAA_PLATFORM_DEBUG_FLAGS; ++flag) {
+        const std::string name = "`" + std::string(aaa_platform_debug_area(flag)) + "`";
+        const std::string row = flag == 4 || flag == 7 ? std::to_string(flag) + " (" + name + ")"
+                                                       : "| " + std::to_string(flag) + " | " + name + " |";
+        EXPECT_NE(std::string::npos, page.str().find(row)) << row;
+    }
+}
+
 TEST(Environment, SelectsFlags) {
     EXPECT_EQ(0u, mask_of(""));
     EXPECT_EQ(0x300u, mask_of("8,9"));
