@@ -88,6 +88,7 @@ AAA_API void *aaa_util_malloc(const char *name, uint32_t line, uint32_t size);
  *
  * The record of the old address is dropped once there is one for the new block,
  * and stays when there is none: after a failure the old block is still live.
+ * A block that had no record and does not move is left without one: kept.
  * @param name in, may be null: who allocates.
  * @param line in: source line of the caller.
  * @param ptr  in, may be null (then it allocates): block of any malloc().
