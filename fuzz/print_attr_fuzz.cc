@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The rendering of one pair. The input is
+//
+//   bytes 0 to 3   type
+//   bytes 4 to 7   flags
+//   bytes 8 and 9  size of the caller's buffer
+//   byte  10       0: a null value
+//   from 11        the value
+//
+// (numbers in host order). Whatever the pair is, the line ends in a line feed,
+// is terminated, stays inside its buffer, and is cut and not changed by a
+// buffer that is too small; and a password has no influence on it.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "aaa/dictionary.h"
+#include "support/fake_platform.hpp"
+
+namespace {
+
+constexpr std::size_t kHead = 11;
+constexpr std::size_t kGuard = 32;
+constexpr char kGuardByte = '\xa5';
+
+struct Pair {
+    uint32_t type;
+    uint32_t flags;
+    const void *value;
+    uint32_t length;
+};
+
+void require(bool holds, const char *what) {
+    if (!holds) {
+        std::fprintf(stderr, "%s\n", what);
+        std::abort();
+    }
+}
+
+// The line that the pair gives in a buffer of the size (which is not 0).
+std::string print(const Pair &pair, uint32_t size) {
+    std::vector<char> buffer(size + kGuard, kGuardByte);
+    char *const returned = aaa_util_print_attr(pair.type, pair.length, pair.flags, pair.value, buffer.data(), size);
+    require(returned == buffer.data(), "the buffer is not returned");
+    require(std::all_of(buffer.begin() + size, buffer.end(), [](char c) { return c == kGuardByte; }),
+            "written behind the buffer");
+    const std::size_t length = strnlen(buffer.data(), size);
+    require(length < size, "not terminated");
+    return {buffer.data(), length};
+}
+
+void check_line(const Pair &pair, const std::string &line) {
+    char head[64];
+    std::snprintf(head, sizeof head, " (%d/%d) ", static_cast<int>(pair.type), static_cast<int>(pair.length));
+    require(line.starts_with("    "), "no leading blanks");
+    require(line.find(head) != std::string::npos, "no type and length");
+    require(line.ends_with("\n"), "no line feed at the end");
+    require((line.find("[out] ") != std::string::npos) || (pair.flags & AAA_AVF_PRINT_OUT) == 0, "not marked as out");
+}
+
+void check_password(Pair pair, const std::string &line) {
+    if ((pair.type == AAA_PASSWORD_ATTR || pair.type == AAA_VS1_TUNNEL_PASSWORD) && pair.value != nullptr) {
+        const std::vector<char> other(pair.length + std::size_t{1}, 'Q');
+        pair.value = other.data();
+        require(print(pair, static_cast<uint32_t>(line.size() + 1)) == line, "the password shows");
+    }
+}
+
+void check_cut(const Pair &pair, const std::string &line, uint32_t size) {
+    if (size == 0) {
+        char byte = kGuardByte;
+        aaa_util_print_attr(pair.type, pair.length, pair.flags, pair.value, &byte, 0);
+        require(byte == kGuardByte, "written into no room");
+        return;
+    }
+    require(print(pair, size) == line.substr(0, size - 1), "the cut line is not the beginning of the whole");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+    if (size < kHead) {
+        return 0;
+    }
+    fake::reset();
+    fake::sysdb::put_string("/oper/aaa/gl/group-server/sg_num_map/radius/0x3e8", "a-group");
+    // A block of exactly its size, so that a sanitizer sees a read past it.
+    const std::size_t length = size - kHead;
+    const std::unique_ptr<uint8_t[]> value(new uint8_t[length]);
+    std::copy(data + kHead, data + size, value.get());
+
+    Pair pair{0, 0, data[10] == 0 ? nullptr : value.get(), static_cast<uint32_t>(length)};
+    uint16_t room = 0;
+    std::memcpy(&pair.type, data, sizeof pair.type);
+    std::memcpy(&pair.flags, data + 4, sizeof pair.flags);
+    std::memcpy(&room, data + 8, sizeof room);
+
+    const std::string line = print(pair, static_cast<uint32_t>(length + 1024));
+    check_line(pair, line);
+    check_password(pair, line);
+    check_cut(pair, line, room);
+    return 0;
+}
