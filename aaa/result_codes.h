@@ -111,9 +111,9 @@ extern "C" {
 
 /** Row of the table of texts. */
 typedef struct aaa_err_row {
-    uint32_t    index; /* 0 to 48, the row's own */
-    uint32_t    zero;  /* rest of the 8-byte slot */
-    const char *text;
+    uint32_t    index; /**< 0 to 48, the row's own */
+    uint32_t    zero;  /**< rest of the 8-byte slot */
+    const char *text;  /**< the message */
 } aaa_err_row_t;
 static_assert(sizeof(aaa_err_row_t) == 16, "layout of aaa_err_row_t");
 static_assert(offsetof(aaa_err_row_t, index) == 0, "layout of aaa_err_row_t");
@@ -122,13 +122,13 @@ static_assert(offsetof(aaa_err_row_t, text) == 8, "layout of aaa_err_row_t");
 
 /** Registration record of the result codes. */
 typedef struct aaa_cerr_data {
-    uint32_t             version; /* of the layout, 2 */
-    uint32_t             zero4;
-    const char          *name;     /* display name, "AAA API" */
-    uint32_t             facility; /* AAA_FACILITY */
-    uint32_t             rows;     /* AAA_ERR_TABLE_ROWS */
-    const aaa_err_row_t *table;
-    uint64_t             zero32[2]; /* the service's, zero here */
+    uint32_t             version;   /**< of the layout, 2 */
+    uint32_t             zero4;     /**< 0 */
+    const char          *name;      /**< display name, "AAA API" */
+    uint32_t             facility;  /**< AAA_FACILITY */
+    uint32_t             rows;      /**< AAA_ERR_TABLE_ROWS */
+    const aaa_err_row_t *table;     /**< the rows */
+    uint64_t             zero32[2]; /**< the service's, zero here */
 } aaa_cerr_data_t;
 static_assert(sizeof(aaa_cerr_data_t) == 48, "layout of aaa_cerr_data_t");
 static_assert(offsetof(aaa_cerr_data_t, version) == 0, "layout of aaa_cerr_data_t");
@@ -141,8 +141,8 @@ static_assert(offsetof(aaa_cerr_data_t, zero32) == 32, "layout of aaa_cerr_data_
 
 /** Rate limit of a catalog message; the logging facility keeps its state in it. */
 typedef struct kel_msg_limit {
-    uint32_t period;    /* 60, in the facility's unit */
-    uint8_t  state[28]; /* zero at first, then the logging facility's */
+    uint32_t period;    /**< 60, in the facility's unit */
+    uint8_t  state[28]; /**< zero at first, then the logging facility's */
 } kel_msg_limit_t;
 static_assert(sizeof(kel_msg_limit_t) == 32, "layout of kel_msg_limit_t");
 static_assert(offsetof(kel_msg_limit_t, period) == 0, "layout of kel_msg_limit_t");
@@ -150,16 +150,16 @@ static_assert(offsetof(kel_msg_limit_t, state) == 4, "layout of kel_msg_limit_t"
 
 /** Record of a catalog message. */
 typedef struct kel_msg_rec {
-    uint64_t         zero0;
-    const char      *format;   /* of kel_errmsg()'s arguments */
-    kel_msg_limit_t *limit;    /* or null */
-    const char      *facility; /* "AAA" */
-    const char      *category; /* "SECURITY" */
-    const char      *mnemonic;
-    uint32_t         severity; /* in bits 16 to 23: 3 error, 4 warning, 7 debug */
-    uint8_t          zero52[12];
-    uint32_t         msg_id; /* 0x048d0000 | message number */
-    uint32_t         zero68;
+    uint64_t         zero0;      /**< 0 */
+    const char      *format;     /**< of kel_errmsg()'s arguments */
+    kel_msg_limit_t *limit;      /**< or null */
+    const char      *facility;   /**< "AAA" */
+    const char      *category;   /**< "SECURITY" */
+    const char      *mnemonic;   /**< short name of the message */
+    uint32_t         severity;   /**< in bits 16 to 23: 3 error, 4 warning, 7 debug */
+    uint8_t          zero52[12]; /**< 0 */
+    uint32_t         msg_id;     /**< 0x048d0000 | message number */
+    uint32_t         zero68;     /**< 0 */
 } kel_msg_rec_t;
 static_assert(sizeof(kel_msg_rec_t) == 72, "layout of kel_msg_rec_t");
 static_assert(offsetof(kel_msg_rec_t, zero0) == 0, "layout of kel_msg_rec_t");
