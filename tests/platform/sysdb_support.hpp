@@ -79,8 +79,10 @@ class ForkedProcess {
     explicit ForkedProcess(const std::function<void()> &body);
     ~ForkedProcess();
     ForkedProcess(ForkedProcess &&other) noexcept : pid_(std::exchange(other.pid_, -1)) {}
-    ForkedProcess(const ForkedProcess &) = delete;
-    ForkedProcess &operator=(const ForkedProcess &) = delete;
+    ForkedProcess &operator=(ForkedProcess &&other) noexcept {
+        std::swap(pid_, other.pid_);
+        return *this;
+    }
 
     pid_t pid() const { return pid_; }
     // kill -9, and waits.

@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the platform does for libraries that come and go. The library itself
+// is tested on it elsewhere; here a small module stands in for one.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "event_loop.hpp"
+#include "platform/node.h"
+#include "sysdb_support.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::size_t descriptors() {
+    std::size_t count = 0;
+    for ([[maybe_unused]] const auto &entry : fs::directory_iterator("/proc/self/fd")) {
+        ++count;
+    }
+    return count;
+}
+
+int told;  // what the module said when it was unloaded; -1 before
+
+void *load_module() {
+    void *object = dlopen(LOADER_MODULE, RTLD_NOW);
+    EXPECT_NE(nullptr, object) << dlerror();
+    told = -1;
+    const auto hook = static_cast<void (**)(int)>(dlsym(object, "module_unloading"));
+    *hook = [](int in_dlclose) { told = in_dlclose; };
+    return object;
+}
+
+TEST(Loader, DlcloseIsTold) {
+    run_forked([] {
+        ASSERT_EQ(0, dlclose(load_module()));
+        EXPECT_EQ(1, told);
+    });
+}
+
+TEST(Loader, ExitIsTold) {
+    Pipe result;
+    static int end = -1;
+    end = result.writing_end();
+    ForkedProcess process([] {
+        const auto hook = static_cast<void (**)(int)>(dlsym(load_module(), "module_unloading"));
+        *hook = [](int in_dlclose) {
+            const char answer = in_dlclose == 0 ? '0' : '1';
+            EXPECT_EQ(1, write(end, &answer, 1));
+        };
+        exit(7);
+    });
+    EXPECT_EQ(7, process.wait());
+    char answer = '?';
+    ASSERT_EQ(1, read(result.reading_end(), &answer, 1));
+    EXPECT_EQ('0', answer);
+}
+
+TEST(Loader, PreloadedObjectIsNeverUnloaded) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer must come before whatever is preloaded";
+#endif
+    const std::string command =
+        std::string("LOADER_MODULE_REPORT=1 LD_PRELOAD='") + LOADER_MODULE + "' /bin/true";
+    std::FILE *output = popen(command.c_str(), "r");
+    char line[64] = {};
+    EXPECT_NE(nullptr, fgets(line, sizeof line, output));
+    EXPECT_STREQ("in dlclose: 0\n", line);
+    EXPECT_EQ(0, pclose(output));
+}
+
+TEST(Loader, ProgramItselfIsNotUnloading) {
+    run_forked([] {
+        _init_libc_globals();
+        EXPECT_EQ(0, __in_dlclose());
+    });
+}
+
+TEST(Loader, EventManagersOfUnloadedLibrariesAreReleased) {
+    run_forked([] {
+        EventLoop own;
+        ASSERT_EQ(0, dlclose(load_module()));
+        void *object = load_module();
+        const std::size_t with_one = descriptors();
+        ASSERT_EQ(0, dlclose(object));
+        for (int i = 0; i < 100; ++i) {
+            object = load_module();
+            ASSERT_EQ(with_one, descriptors()) << i;
+            ASSERT_EQ(0, dlclose(object));
+        }
+        // Those of others are not touched.
+        const int32_t code = event_async_attach(own.handle(), 128, nullptr, nullptr);
+        ASSERT_EQ(0, event_send_async(own.handle(), code, 0));
+        EXPECT_EQ(0, own.step());
+    });
+}
+
+}  // namespace

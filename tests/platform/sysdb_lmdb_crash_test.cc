@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A writer is killed at any moment, again and again, while readers look: what
+// was acknowledged is there afterwards, and no view is ever inconsistent.
+// AAA_SYSDB_KILLS sets the number of kills.
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "sysdb_support.hpp"
+
+namespace {
+
+// What the processes tell each other; lives through the death of any of them.
+struct Shared {
+    std::atomic<uint32_t> acknowledged{0};
+    std::atomic<uint32_t> views{0};
+    std::atomic<bool> stop{false};
+    std::atomic<uint32_t> faults{0};
+};
+
+class SharedMemory {
+  public:
+    SharedMemory()
+        : shared_(new (mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1,
+                            0)) Shared) {}
+    ~SharedMemory() { munmap(shared_, sizeof(Shared)); }
+    Shared *operator->() const { return shared_; }
+
+  private:
+    Shared *shared_;
+};
+
+// Counts up: "count" and a ring of items that each hold the number written
+// last into their place. A view is a listing: one transaction.
+constexpr uint32_t kRing = 16;
+
+void write_until_killed(const std::string &tree, const SharedMemory &shared) {
+    const Bound bound(tree + "crash/");
+    if (bound.code() != 0) {
+        ++shared->faults;
+        return;
+    }
+    int64_t last = get_number(bound.handle(), "count");
+    for (auto next = static_cast<uint32_t>(last < 0 ? 0 : last);; ++next) {
+        const std::string place = "ring/0x" + std::to_string(next % kRing);
+        if (set_number(bound.handle(), place, next) != 0 || set_number(bound.handle(), "count", next) != 0) {
+            ++shared->faults;
+            return;
+        }
+        shared->acknowledged = next;
+    }
+}
+
+// Place n of the ring holds the newest number of its residue: never older than
+// what was acknowledged before the look, and never ahead by more than one.
+void look(sysdb_conn_t conn, const SharedMemory &shared) {
+    const uint32_t acknowledged = shared->acknowledged;
+    const int64_t count = get_number(conn, "count");
+    if (acknowledged > 0 && count < int64_t{acknowledged}) {
+        ++shared->faults;
+        fprintf(stderr, "acknowledged %u, found %lld\n", acknowledged, static_cast<long long>(count));
+    }
+    if (count >= kRing) {
+        const int64_t newest = get_number(conn, "ring/0x" + std::to_string(count % kRing));
+        if (newest < count) {
+            ++shared->faults;
+            fprintf(stderr, "count %lld, its item %lld\n", static_cast<long long>(count),
+                    static_cast<long long>(newest));
+        }
+    }
+    if (count > 2 * kRing && names_in(conn, "ring/").size() != kRing) {
+        ++shared->faults;
+        fprintf(stderr, "ring of %zu\n", names_in(conn, "ring/").size());
+    }
+    ++shared->views;
+}
+
+void read_until_stopped(const std::string &tree, const SharedMemory &shared) {
+    const Bound bound(tree + "crash/");
+    while (!shared->stop) {
+        look(bound.handle(), shared);
+    }
+}
+
+class SysdbCrash : public ::testing::TestWithParam<const char *> {};
+
+INSTANTIATE_TEST_SUITE_P(Trees, SysdbCrash, ::testing::Values("/cfg/", "/oper/"),
+                         [](const auto &tree) { return std::string(tree.index == 0 ? "cfg" : "oper"); });
+
+TEST_P(SysdbCrash, KilledWriterLosesNothingAcknowledged) {
+    const DatabaseSandbox sandbox;
+    const std::string tree = GetParam();
+    const SharedMemory shared;
+    const unsigned kills = repetitions("AAA_SYSDB_KILLS", 150);
+    std::mt19937 random(4711);
+    std::uniform_int_distribution<useconds_t> moment(200, 10000);
+    std::vector<ForkedProcess> readers;
+    const auto start_reader = [&] { return ForkedProcess([&] { read_until_stopped(tree, shared); }); };
+    readers.push_back(start_reader());
+    readers.push_back(start_reader());
+    for (unsigned i = 0; i < kills; ++i) {
+        ForkedProcess writer([&] { write_until_killed(tree, shared); });
+        usleep(moment(random));
+        writer.kill_now();
+        if (i % 8 == 7) {  // readers die as well, in the middle of a view
+            readers[i / 8 % 2].kill_now();
+            readers[i / 8 % 2] = start_reader();
+        }
+    }
+    shared->stop = true;
+    for (ForkedProcess &reader : readers) {
+        EXPECT_EQ(0, reader.wait());
+    }
+    EXPECT_EQ(0u, shared->faults);
+    EXPECT_GT(shared->acknowledged, kills);  // it did write
+    EXPECT_GT(shared->views, kills);         // and they did look
+    // After all that the file is sound, and everything is in it.
+    run_forked([&] {
+        const Bound bound(tree + "crash/");
+        ASSERT_EQ(0u, bound.code());
+        look(bound.handle(), shared);
+        EXPECT_EQ(0u, shared->faults);
+        EXPECT_EQ(0u, set_number(bound.handle(), "after", 1));
+    });
+}
+
+// A directory is deleted in one transaction, so nobody ever finds a part of it.
+TEST_P(SysdbCrash, KilledDeletionOfADirectoryLeavesAllOrNothing) {
+    const DatabaseSandbox sandbox;
+    const std::string tree = GetParam();
+    const unsigned kills = repetitions("AAA_SYSDB_KILLS", 30);
+    constexpr uint32_t kItems = 200;
+    std::mt19937 random(815);
+    std::uniform_int_distribution<useconds_t> moment(0, 3000);
+    for (unsigned i = 0; i < kills; ++i) {
+        run_forked([&] {
+            const Bound bound(tree + "crash/");
+            for (uint32_t n = 0; n < kItems; ++n) {
+                ASSERT_EQ(0u, set_number(bound.handle(), "dir/" + std::to_string(n), i));
+            }
+        });
+        Pipe ready;
+        ForkedProcess deleting([&] {
+            const Bound bound(tree + "crash/");
+            ready.put();
+            sysdb_item_delete(bound.handle(), "dir/", SYSDB_DELETE_TREE);
+        });
+        ASSERT_TRUE(ready.take());
+        usleep(moment(random));
+        deleting.kill_now();
+        run_forked([&] {
+            const Bound bound(tree + "crash/");
+            const std::vector<std::string> left = names_in(bound.handle(), "dir/");
+            EXPECT_TRUE(left.size() == kItems || left == std::vector<std::string>{"!40818600"})
+                << left.size();
+        });
+    }
+}
+
+}  // namespace

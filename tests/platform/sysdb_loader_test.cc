@@ -1,0 +1,232 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Finding the provider: absent, unfit, appearing later, asked for by many
+// threads at once, and while the library that asks is being unloaded. A process
+// looks for the provider's place once, so every test has a process of its own.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sysdb_support.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+#define EXPECT_HAS(text, part) EXPECT_NE(std::string::npos, (text).find(part)) << "in: " << (text)
+
+const char *real_provider() {
+    static const std::string path = std::getenv("AAA_SYSDB_PROVIDER");
+    return path.c_str();
+}
+
+class SysdbLoader : public ::testing::Test {
+  protected:
+    SysdbLoader() : place_(sandbox_.root() + "/libsysdb.so") { real_provider(); }
+
+    // A forked process that looks for its provider at place().
+    std::string run(const std::function<void()> &body) {
+        return run_forked([&] {
+            setenv("AAA_SYSDB_PROVIDER", place_.c_str(), 1);
+            body();
+        });
+    }
+    const std::string &place() const { return place_; }
+
+    // As a package does it: under another name first, then renamed.
+    void install(const std::string &from) const {
+        fs::copy_file(from, place_ + ".new", fs::copy_options::overwrite_existing);
+        fs::rename(place_ + ".new", place_);
+    }
+
+  private:
+    const DatabaseSandbox sandbox_;
+    const std::string place_;
+};
+
+int threads_now() {
+    int count = 0;
+    for ([[maybe_unused]] const auto &task : fs::directory_iterator("/proc/self/task")) {
+        ++count;
+    }
+    return count;
+}
+
+TEST_F(SysdbLoader, AbsentProviderIsACodeAndCostsNoThread) {
+    const std::string log = run([] {
+        for (int i = 0; i < 1000; ++i) {
+            sysdb_conn_t conn = 0;
+            ASSERT_EQ(SYSDB_ERR_LIB_ABSENT, _sysdb_bind(&conn, "/cfg/", 0));
+            ASSERT_EQ(0u, conn);
+        }
+        EXPECT_EQ(1, threads_now());
+    });
+    EXPECT_EQ("", log);  // to have no database is a way to be
+}
+
+TEST_F(SysdbLoader, EveryCallSaysThatItIsAbsent) {
+    run([] {
+        int32_t coid = -1;
+        uint64_t notification = 0;
+        char *name = nullptr;
+        int something = 0;
+        sysdb_list_t list = nullptr;
+        const auto callback = [](const void *, void *, void *) -> int32_t { return 0; };
+        EXPECT_EQ(0u, _sysdb_unbind(0));
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, _sysdb_unbind(1));
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_conn_to_coid(1, &coid));
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, existence(1, "a"));
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, set_number(1, "a", 1));
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_item_delete(1, "a", 0));
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_list(1, "", "", nullptr, &list, 0));
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_list_start(&something));
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_list_next(&something, &name, nullptr, 0));
+        sysdb_list_free(&something);
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_find(1, "", "", nullptr, &list, 0, 1));
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_directory_get_last(1, "", &name, nullptr, 0));
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, _sysdb_register_notification(1, "a", 6, 1, callback, nullptr, 0,
+                                                                     nullptr, 0, &notification));
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_notification_unregister(1, 1));
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_dispatch(1));
+        EXPECT_EQ(-1, coid);
+        // Tuples need no database.
+        void *tuple = nullptr;
+        uint32_t length = 0;
+        EXPECT_EQ(0u, sysdb_tuple_pack(&tuple, &length, "%d", 1));
+        free(tuple);
+    });
+}
+
+TEST_F(SysdbLoader, ProviderThatAppearsLaterIsUsed) {
+    run([this] {
+        sysdb_conn_t conn = 0;
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, _sysdb_bind(&conn, "/cfg/", 0));
+        install(real_provider());
+        EXPECT_EQ(0u, _sysdb_bind(&conn, "/cfg/", 0));
+        EXPECT_EQ(0u, set_number(conn, "a", 1));
+        // What is loaded stays, whatever happens to the file.
+        fs::remove(place());
+        EXPECT_EQ(1, get_number(conn, "a"));
+        EXPECT_EQ(0u, _sysdb_bind(&conn, "/cfg/", 0));
+    });
+}
+
+TEST_F(SysdbLoader, FileThatIsNoObjectIsReportedAndTriedAgain) {
+    std::ofstream(place()) << "not an object";
+    const std::string log = run([this] {
+        sysdb_conn_t conn = 0;
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, _sysdb_bind(&conn, "/cfg/", 0));
+        install(real_provider());
+        EXPECT_EQ(0u, _sysdb_bind(&conn, "/cfg/", 0));
+    });
+    EXPECT_HAS(log, "cannot be loaded");
+    EXPECT_HAS(log, place());
+}
+
+TEST_F(SysdbLoader, ProvidersThatDoNotFitAreRefused) {
+    const std::pair<const char *, const char *> unfit[] = {
+        {SYSDB_OTHER_ABI, "speaks another version"},
+        {SYSDB_SHORT_TABLE, "speaks another version"},
+        {SYSDB_NO_TABLE, "speaks another version"},
+        {SYSDB_NO_ENTRY, "is not a sysdb provider"},
+    };
+    for (const auto &[file, why] : unfit) {
+        install(file);
+        const std::string log = run([] {
+            sysdb_conn_t conn = 0;
+            EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, _sysdb_bind(&conn, "/cfg/", 0));
+            EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, existence(1, "a"));
+        });
+        EXPECT_HAS(log, why);
+        EXPECT_HAS(log, place());
+    }
+}
+
+TEST_F(SysdbLoader, ManyThreadsMayAskFirst) {
+    install(real_provider());
+    const unsigned rounds = repetitions("AAA_SYSDB_LOADER_ROUNDS", 20);
+    for (unsigned round = 0; round < rounds; ++round) {
+        run([] {
+            std::atomic<bool> go{false};
+            std::vector<std::thread> threads;
+            for (int i = 0; i < 8; ++i) {
+                threads.emplace_back([&go] {
+                    while (!go) {
+                    }
+                    EXPECT_EQ(0u, Bound("/cfg/").code());
+                });
+            }
+            go = true;
+            for (std::thread &thread : threads) {
+                thread.join();
+            }
+        });
+    }
+}
+
+TEST_F(SysdbLoader, ForkedChildMayBeTheFirstToAsk) {
+    install(real_provider());
+    run([] {
+        ForkedProcess child([] { EXPECT_EQ(0u, Bound("/cfg/").code()); });
+        EXPECT_EQ(0u, Bound("/cfg/").code());
+        EXPECT_EQ(0, child.wait());
+    });
+}
+
+// ---- while a library is being unloaded
+
+struct Module {
+    void *object = dlopen(LOADER_MODULE, RTLD_NOW);
+
+    template <typename T>
+    T *symbol(const char *name) const {
+        return static_cast<T *>(dlsym(object, name));
+    }
+};
+
+cerrno bind_code_at_unload;
+
+TEST_F(SysdbLoader, BindDuringAnUnloadDoesNotWaitForTheLoader) {
+    // The thread that unloads holds the loader's lock and joins the one that binds. Whether the provider can
+    // be loaded in that time or not, the join must end; the provider then serves the next load.
+    run([this] {
+        Module module;
+        ASSERT_NE(nullptr, module.object) << dlerror();
+        install(real_provider());
+        *module.symbol<int>("module_bind_at_unload") = 1;
+        static cerrno *code = nullptr;
+        code = module.symbol<cerrno>("module_bind_code");
+        *module.symbol<void (*)(int)>("module_unloading") = [](int in_dlclose) {
+            EXPECT_EQ(1, in_dlclose);
+            bind_code_at_unload = *code;
+        };
+        ASSERT_EQ(0, dlclose(module.object));
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, bind_code_at_unload);
+        // Also for others, after the unload, and without another load.
+        while (Bound("/cfg/").code() != 0) {
+            usleep(1000);
+        }
+    });
+}
+
+TEST_F(SysdbLoader, LoadingALibraryLoadsTheProvider) {
+    install(real_provider());
+    run([this] {
+        Module module;
+        ASSERT_NE(nullptr, module.object) << dlerror();
+        fs::remove(place());
+        EXPECT_EQ(0u, Bound("/cfg/").code());
+        EXPECT_EQ(0, dlclose(module.object));
+    });
+}
+
+}  // namespace
