@@ -32,8 +32,10 @@ extern "C" {
  * Accepted is exactly what packing can produce: a big-endian total length of
  * at least 56 bytes that is a multiple of 4 and does not exceed @p avail; a
  * terminated name; every pair head and value inside that length; a pair count
- * that is zero exactly when no live pair follows; and no deleted pair at the
- * very end. Bytes after the total length are ignored.
+ * that is zero exactly when no live pair follows; no deleted pair at the very
+ * end; and no more than 65535 live pairs, which is what a list can count.
+ * Bytes after the total length are ignored. Nobody else may write to the
+ * message during the call: copy it first when it lies in shared memory.
  *
  * @param[in,out] list  empty list to fill; a list that is not empty stops the process
  * @param[in]     msg   the packed list, any alignment
@@ -57,7 +59,7 @@ AAA_API cerrno aaa_avpair_unpack_msg_checked(avlist *list, const char *msg, size
  *
  * @param[in]  packet     session packet of type 11 or 16, request or response, any alignment
  * @param[in]  packet_len number of readable bytes at @p packet
- * @param[out] out        receives the data, without terminator
+ * @param[out] out        receives the data, without terminator; may be null when @p out_cap is 0
  * @param[in]  out_cap    room at @p out in bytes
  * @param[out] len_out    receives the number of bytes copied, or the room that is needed
  *
@@ -74,8 +76,10 @@ AAA_API cerrno aaa_sess_get_type_data_checked(const void *packet, size_t packet_
 /**
  * Copies the stored method list (attribute 17) as 32-bit method values.
  *
+ * Bytes behind the last whole value, which no writer of this library leaves, do not count.
+ *
  * @param[in]  list     list to read
- * @param[out] dst      room for @p capacity values
+ * @param[out] dst      room for @p capacity values; may be null when @p capacity is 0
  * @param[in]  capacity room at @p dst in values, not bytes
  * @param[out] count    receives the number of values copied, or the number that is needed
  *
@@ -111,9 +115,11 @@ AAA_API cerrno aaa_util_avlist_value_copy(const avlist *list, uint32_t type, uin
  * Tells whether a list is well-formed, without stopping the process when it is not.
  *
  * Walks the buffer chain and every pair: links, sizes, alignment, value
- * bounds, a terminated name, a live pair at the end of every buffer, and a
- * pair count that is zero exactly when there are no buffers (the count of an
- * unpacked list is kept in the sender's byte order, so no more can be said).
+ * bounds, a terminated name, a live pair at the end of every buffer, no more
+ * than 65535 live pairs, and a pair count that is zero exactly when there are
+ * no buffers (the count of an unpacked list is kept in the sender's byte
+ * order, so no more can be said). The buffers that the list points to have to
+ * be readable memory; nothing outside them is read.
  *
  * @param[in] list list to look at; may be null
  * @return 1 when the list is well-formed, 0 when it is not or is null

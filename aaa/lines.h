@@ -67,10 +67,11 @@ AAA_API int aaa_is_tty(const char *device);
  * With AAA_READ_HIDDEN the line is read, without echo, character by character
  * from standard input after the controlling terminal has been switched over;
  * the settings are put back before the call returns. Ctrl-C or Ctrl-V drops
- * the line, backspace and delete erase, a line feed or carriage return or the
- * character that does not fit any more ends it. At most @p len - 1 characters
- * are stored, followed by a NUL. A process without a controlling terminal gets
- * success and an empty @p buf.
+ * the line, backspace and delete erase, and the line ends with a line feed, a
+ * carriage return, the end of the input or the character that does not fit any
+ * more; what was typed behind that character is left for the next read. At most
+ * @p len - 1 characters are stored, followed by a NUL. A process without a
+ * terminal gets success and an empty @p buf, with the reason on standard error.
  *
  * Otherwise the line comes from the platform's line editor. BEWARE: a line of
  * exactly @p len characters is stored without a NUL. Give the function one

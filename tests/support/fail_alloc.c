@@ -32,6 +32,7 @@ unsigned fail_alloc_counted(void);
 unsigned fail_alloc_fired(void);
 void fail_alloc_pause(void);
 void fail_alloc_resume(void);
+void fail_alloc_watch_frees(void (*watch)(const unsigned char *block, size_t size));
 
 /* Initial-exec: a first access must not allocate. */
 #define THREAD_LOCAL static __thread __attribute__((tls_model("initial-exec")))
@@ -41,6 +42,7 @@ THREAD_LOCAL int fail_all;
 THREAD_LOCAL unsigned fail_at;
 THREAD_LOCAL unsigned counted;
 THREAD_LOCAL unsigned fired;
+THREAD_LOCAL void (*freed)(const unsigned char *block, size_t size);
 
 int fail_alloc_available(void) { return REPLACE_MALLOC; }
 
@@ -57,6 +59,7 @@ unsigned fail_alloc_counted(void) { return counted; }
 unsigned fail_alloc_fired(void) { return fired; }
 void fail_alloc_pause(void) { ++paused; }
 void fail_alloc_resume(void) { --paused; }
+void fail_alloc_watch_frees(void (*watch)(const unsigned char *, size_t)) { freed = watch; }
 
 #if REPLACE_MALLOC
 
@@ -66,6 +69,7 @@ void *realloc(void *p, size_t size);
 void free(void *p);
 char *strdup(const char *text);
 char *strndup(const char *text, size_t limit);
+size_t malloc_usable_size(void *p);
 
 static int refuse(void) {
     if (armed == 0 || paused != 0) {
@@ -183,6 +187,9 @@ void *realloc(void *p, size_t size) {
 void free(void *p) {
     if (p == NULL || in_arena(p)) {
         return;
+    }
+    if (freed != NULL && paused == 0) {
+        freed(p, malloc_usable_size(p));
     }
     if (ready()) {
         next_free(p);

@@ -55,6 +55,15 @@ avpair_buffer_t *add_buffer(std::uint64_t pair_bytes, avlist *list) noexcept {
     return buf;
 }
 
+void free_buffer(avpair_buffer_t *buf) noexcept {
+    const std::size_t room = buf->hdr.buf_size - sizeof(avpair_buffer_t);
+    const std::size_t used =
+        reinterpret_cast<std::uintptr_t>(buf->hdr.free_mem) - reinterpret_cast<std::uintptr_t>(first_pair(buf));
+    // A broken free_mem must not make freeing worse than it was.
+    wipe(first_pair(buf), used <= room ? used : room);
+    std::free(buf);
+}
+
 uint32_t count_live_pairs(const avlist *list) noexcept {
     constexpr uint32_t kMoreThanCountable = 65536;
     uint32_t count = 0;
@@ -107,7 +116,7 @@ void free_buffers(avlist *list) noexcept {
     avpair_buffer_t *buf = list->avpair_first_buf;
     while (buf != nullptr) {
         avpair_buffer_t *const next = buf->hdr.next;
-        std::free(buf);
+        free_buffer(buf);
         buf = next;
     }
 }

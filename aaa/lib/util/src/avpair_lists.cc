@@ -65,12 +65,12 @@ cerrno copy_buffers(const avlist *list, const avpair_mem_stats_t &stats, avlist 
     for (avpair_buffer_t *from = list->avpair_first_buf; from != nullptr; from = from->hdr.next) {
         out.append(aaautil::pairs_of(from), aaautil::used_bytes(from));
     }
+    buf->hdr.free_mem += out.used();
     if (out.result() != AAA_OK) {
-        std::free(buf);
+        aaautil::free_buffer(buf);
         return out.result();
     }
     AAA_ASSERT(out.used() == stats.used_mem, "msg_len == stats.used_mem");
-    buf->hdr.free_mem += stats.used_mem;
     copy->avpair_first_buf = buf;
     copy->avpair_last_buf = buf;
     copy->av_cnt = list->av_cnt;

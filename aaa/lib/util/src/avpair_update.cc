@@ -42,7 +42,7 @@ void unlink_buffer(avpair_buffer_t *buf, avlist *list) noexcept {
     if (list->avpair_last_buf == buf) {
         list->avpair_last_buf = prev_buf;
     }
-    std::free(buf);
+    free_buffer(buf);
 }
 
 // Gives back the deleted pairs at the end of a buffer; a buffer without live
@@ -58,6 +58,7 @@ void aaa_avpair_chop_end_of_buffer(avpair_buffer_t *buf, avlist *list) noexcept 
         pair = next;
     }
     if (live_end != nullptr) {
+        wipe(live_end, static_cast<std::size_t>(buf->hdr.free_mem - reinterpret_cast<unsigned char *>(live_end)));
         buf->hdr.free_mem = reinterpret_cast<unsigned char *>(live_end);
     } else {
         unlink_buffer(buf, list);

@@ -12,6 +12,8 @@
 #include "aaa/dictionary.h"
 #include "aaa/result_codes.h"
 #include "aaa/session_packets.h"
+#include "internal/assert.hpp"
+#include "internal/avpair_checks.hpp"
 #include "internal/bytes.hpp"
 
 namespace {
@@ -27,11 +29,15 @@ constexpr size_t kNameSize = sizeof(avlist::av_name);
 
 constexpr size_t align_up(size_t n) { return (n + (MEMORY_DEF_ALIGNMENT - 1)) & ~size_t{MEMORY_DEF_ALIGNMENT - 1}; }
 
+// A list cannot count more: one pair further its count is 0 and the next look
+// at the list stops the process.
+constexpr size_t kMostPairs = UINT16_MAX;
+
 // What a walk over the pairs of one run of bytes found.
 struct PairScan {
     bool well_formed = false;
-    bool any_live = false;
     bool last_live = false;
+    size_t live = 0;
 };
 
 // Walks pairs from begin to end with the given reader of a head word. Both
@@ -51,11 +57,23 @@ PairScan scan_pairs(const unsigned char *begin, const unsigned char *end) {
             return scan;
         }
         scan.last_live = ReadWord(p + offsetof(avpair_t, av_type)) != AAA_ATTR_MAX;
-        scan.any_live |= scan.last_live;
+        scan.live += scan.last_live ? 1 : 0;
         p += extent;
     }
     scan.well_formed = true;
     return scan;
+}
+
+// The pairs and the count of a message whose length is in order.
+bool pairs_are_sane(const unsigned char *bytes, uint32_t len) {
+    const PairScan scan = scan_pairs<load_be32>(bytes + kListHeader, bytes + len);
+    // Only whether the count is zero can be checked: a relayed list carries it
+    // in either byte order.
+    const bool counted = (bytes[kCountOffset] | bytes[kCountOffset + 1]) != 0;
+    if (len == kListHeader) {
+        return !counted;
+    }
+    return counted && scan.well_formed && scan.last_live && scan.live <= kMostPairs;
 }
 
 cerrno check_message(const char *msg, size_t avail, uint32_t *total) {
@@ -69,22 +87,18 @@ cerrno check_message(const char *msg, size_t avail, uint32_t *total) {
     if (std::memchr(msg + kNameOffset, '\0', kNameSize) == nullptr) {
         return AAA_ERR_AVPAIR_PROCESSING;
     }
-    const auto *bytes = reinterpret_cast<const unsigned char *>(msg);
-    const PairScan scan = scan_pairs<load_be32>(bytes + kListHeader, bytes + len);
-    // Only whether the count is zero can be checked: a relayed list carries it
-    // in either byte order.
-    const bool counted = (bytes[kCountOffset] | bytes[kCountOffset + 1]) != 0;
-    if (!scan.well_formed || counted != scan.any_live || scan.last_live != scan.any_live) {
-        return AAA_ERR_AVPAIR_PROCESSING;
-    }
-    if (len > kListHeader && !scan.any_live) {
+    if (!pairs_are_sane(reinterpret_cast<const unsigned char *>(msg), len)) {
         return AAA_ERR_AVPAIR_PROCESSING;
     }
     *total = len;
     return AAA_OK;
 }
 
-bool buffer_is_sane(const avpair_buffer_t *buf, const avpair_buffer_t *expected_prev) {
+// Adds the buffer's live pairs to the count when everything in it is in order.
+bool buffer_is_sane(const avpair_buffer_t *buf, const avpair_buffer_t *expected_prev, size_t *live) {
+    if (!aaautil::is_aligned(buf, alignof(avpair_buffer_t))) {
+        return false;
+    }
     const auto *base = reinterpret_cast<const unsigned char *>(buf);
     const size_t size = buf->hdr.buf_size;
     if (buf->hdr.prev != expected_prev || size < 512 || size % MEMORY_DEF_ALIGNMENT != 0) {
@@ -97,6 +111,7 @@ bool buffer_is_sane(const avpair_buffer_t *buf, const avpair_buffer_t *expected_
         return false;
     }
     const PairScan scan = scan_pairs<load_u32>(base + sizeof(*buf), buf->hdr.free_mem);
+    *live += scan.live;
     return scan.well_formed && scan.last_live;
 }
 
@@ -106,6 +121,9 @@ cerrno aaa_avpair_unpack_msg_checked(avlist *list, const char *msg, size_t avail
     if (list == nullptr || msg == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
+    // A mistake of the caller, like with the plain form; looked for first, so
+    // that it does not depend on what the peer sent.
+    AAA_ASSERT(aaautil::aaa_is_list_empty(list), "aaa_is_list_empty(list)");
     uint32_t total = 0;
     const cerrno rc = check_message(msg, avail, &total);
     if (rc != AAA_OK) {
@@ -124,7 +142,7 @@ cerrno aaa_sess_get_type_data_checked(const void *packet, size_t packet_len, voi
                                       uint32_t *len_out) {
     constexpr size_t kLengthAt = sizeof(aaa_sess_hdr_t) + offsetof(aaa_sess_type_data_t, length);
     constexpr size_t kBytesAt = sizeof(aaa_sess_hdr_t) + offsetof(aaa_sess_type_data_t, bytes);
-    if (packet == nullptr || out == nullptr || len_out == nullptr) {
+    if (packet == nullptr || (out == nullptr && out_cap != 0) || len_out == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
     if (packet_len < kBytesAt) {
@@ -143,7 +161,9 @@ cerrno aaa_sess_get_type_data_checked(const void *packet, size_t packet_len, voi
     if (length > out_cap) {
         return AAA_ERR_BUFFER_TOO_SMALL;
     }
-    std::memcpy(out, bytes + kBytesAt, length);
+    if (length != 0) {
+        std::memcpy(out, bytes + kBytesAt, length);
+    }
     return AAA_OK;
 }
 
@@ -170,7 +190,7 @@ cerrno aaa_util_avlist_value_copy(const avlist *list, uint32_t type, uint32_t in
 }
 
 cerrno aaa_util_avlist_methodlist_copy(const avlist *list, uint32_t *dst, uint32_t capacity, uint32_t *count) {
-    if (list == nullptr || dst == nullptr || count == nullptr) {
+    if (list == nullptr || (dst == nullptr && capacity != 0) || count == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
     *count = 0;
@@ -200,11 +220,12 @@ int aaa_avpair_list_is_sane(const avlist *list) {
     }
     // A chain that loops meets a buffer whose back link is not the one it came by.
     const avpair_buffer_t *prev = nullptr;
+    size_t live = 0;
     for (const avpair_buffer_t *buf = list->avpair_first_buf; buf != nullptr; buf = buf->hdr.next) {
-        if (!buffer_is_sane(buf, prev)) {
+        if (!buffer_is_sane(buf, prev, &live)) {
             return 0;
         }
         prev = buf;
     }
-    return prev == list->avpair_last_buf;
+    return prev == list->avpair_last_buf && live <= kMostPairs;
 }

@@ -19,6 +19,7 @@
 
 #include "aaa/lines.h"
 #include "aaa/result_codes.h"
+#include "internal/memory.hpp"
 #include "internal/trace.hpp"
 #include "platform/logging.h"
 #include "platform/node.h"
@@ -157,21 +158,21 @@ constexpr int kDelete = 127;
 
 cerrno interrupted_or_ok() { return errno == EINTR ? AAA_ERR_TIMEOUT : AAA_OK; }
 
-// Drops the rest of a cancelled line.
-cerrno cancel(char *buf) {
+// Drops the rest of a cancelled line, and what was stored of it.
+cerrno cancel(char *buf, uint32_t stored) {
     for (int c = getchar(); c != '\n' && c != EOF; c = getchar()) {
     }
-    buf[0] = '\0';
+    aaautil::wipe(buf, stored);
     return interrupted_or_ok();
 }
 
-// Reads one line into buf. errno was set to 0 before.
+// Reads one line into buf, which is all zero. errno was set to 0 before.
 cerrno read_characters(char *buf, uint32_t len) {
     uint32_t stored = 0;
     for (;;) {
         const int c = getchar();
         if (c == kCtrlC || c == kCtrlV) {
-            return cancel(buf);
+            return cancel(buf, stored);
         }
         if (errno == EINTR || c == EOF || c == '\n' || c == '\r') {
             break;
@@ -179,16 +180,15 @@ cerrno read_characters(char *buf, uint32_t len) {
         if (c == kBackspace || c == kDelete) {
             if (stored > 0) {
                 std::puts("\b \b");  // with the line feed that puts adds: kept, scripts expect it
-                stored--;
+                buf[--stored] = '\0';
             }
             continue;
         }
         if (stored == len - 1) {
-            break;  // the character that does not fit ends the input and is dropped
+            break;  // the character that does not fit ends the input and is dropped; the rest of the line is left
         }
         buf[stored++] = static_cast<char>(c);
     }
-    buf[stored] = '\0';
     return stored > 0 ? AAA_OK : interrupted_or_ok();
 }
 

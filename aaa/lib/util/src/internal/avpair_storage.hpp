@@ -8,6 +8,7 @@
 //     aaa_alloc_avpair_mem(len, list), fill_pair(...),
 //     finish_append(list)                                     the steps of an append
 //     new_buffer(pair_bytes)                                  a buffer outside any list
+//     free_buffer(buf)                                        wipes its pairs and frees it
 //     delete_pair(it, list)                                   marks a pair, gives memory back
 #pragma once
 
@@ -36,6 +37,10 @@ inline constexpr std::size_t kMinBufferSize = 512;
 // Puts a new buffer with that room at the end of a list. Null as above; the
 // list is then unchanged.
 [[nodiscard]] avpair_buffer_t *add_buffer(std::uint64_t pair_bytes, avlist *list) noexcept;
+
+// Frees a buffer. Its pairs may hold passwords and keys, so they are wiped;
+// what lies behind them never held any, or was wiped when it was given back.
+void free_buffer(avpair_buffer_t *buf) noexcept;
 
 // Number of live pairs by walking all of them, at most 65536. For lists whose
 // av_cnt cannot be used to count; does not look at av_cnt.
