@@ -16,15 +16,17 @@ namespace aaatest {
 
 class GuardedPage {
   public:
-    GuardedPage()
-        : size_(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))),
+    // At least that many bytes may be touched.
+    explicit GuardedPage(std::size_t bytes = 1)
+        : page_(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))),
+          size_((bytes / page_ + 1) * page_),
           memory_(static_cast<char *>(
-              mmap(nullptr, 2 * size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))) {
-        if (memory_ == MAP_FAILED || mprotect(memory_ + size_, size_, PROT_NONE) != 0) {
+              mmap(nullptr, size_ + page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))) {
+        if (memory_ == MAP_FAILED || mprotect(memory_ + size_, page_, PROT_NONE) != 0) {
             std::abort();
         }
     }
-    ~GuardedPage() { munmap(memory_, 2 * size_); }
+    ~GuardedPage() { munmap(memory_, size_ + page_); }
     GuardedPage(const GuardedPage &) = delete;
     GuardedPage &operator=(const GuardedPage &) = delete;
 
@@ -38,6 +40,7 @@ class GuardedPage {
     }
 
   private:
+    std::size_t page_;
     std::size_t size_;
     char *memory_;
 };
