@@ -24,6 +24,8 @@ struct Libc {
     std::function<unsigned(unsigned)> alarm;
     std::function<void *(const char *, const char *)> popen;
     std::function<int(const char *, int)> access;
+    std::function<std::optional<int>(int)> tcgetattr;
+    std::function<std::optional<int>(int, int)> tcsetattr;
 };
 
 Libc &state() {
@@ -71,6 +73,23 @@ int fake_access(const char *path, int mode) {
     return call.unlocked([&] { return hook(path, mode); });
 }
 
+int stored(std::optional<int> answer, int *error) {
+    *error = answer.value_or(0);
+    return answer ? 1 : 0;
+}
+
+int fake_tcgetattr(int fd, int *error) {
+    Call call("tcgetattr", fd);
+    const auto hook = state().tcgetattr;
+    return stored(call.unlocked([&] { return hook(fd); }), error);
+}
+
+int fake_tcsetattr(int fd, int action, int *error) {
+    Call call("tcsetattr", fd, action);
+    const auto hook = state().tcsetattr;
+    return stored(call.unlocked([&] { return hook(fd, action); }), error);
+}
+
 }  // namespace
 
 void set_time(std::optional<int64_t> now) {
@@ -110,6 +129,18 @@ void on_access(std::function<int(const char *, int)> hook) {
     fake_libc.access = state().access ? fake_access : nullptr;
 }
 
+void on_tcgetattr(std::function<std::optional<int>(int)> hook) {
+    const Access access;
+    state().tcgetattr = std::move(hook);
+    fake_libc.tcgetattr = state().tcgetattr ? fake_tcgetattr : nullptr;
+}
+
+void on_tcsetattr(std::function<std::optional<int>(int, int)> hook) {
+    const Access access;
+    state().tcsetattr = std::move(hook);
+    fake_libc.tcsetattr = state().tcsetattr ? fake_tcsetattr : nullptr;
+}
+
 }  // namespace fake::libc
 
 namespace fake::detail {
@@ -120,6 +151,8 @@ void reset_libc() {
     fake_libc.alarm = nullptr;
     fake_libc.getpid = nullptr;
     fake_libc.popen = nullptr;
+    fake_libc.tcgetattr = nullptr;
+    fake_libc.tcsetattr = nullptr;
     fake_libc.time = nullptr;
     fake_libc.ttyname_r = nullptr;
     libc::state() = libc::Libc{};

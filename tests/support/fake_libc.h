@@ -17,6 +17,9 @@ struct fake_libc_hooks {
     unsigned (*alarm)(unsigned seconds);
     int (*getpid)(void);
     void *(*popen)(const char *command, const char *mode);
+    /* 1 when they answer, 0 to pass on; error as above, but 0 fails too, without errno. */
+    int (*tcgetattr)(int fd, int *error);
+    int (*tcsetattr)(int fd, int action, int *error);
     long (*time)(void);
     int (*ttyname_r)(int fd, char *buffer, size_t size);
 };

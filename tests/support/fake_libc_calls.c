@@ -18,6 +18,9 @@ int access(const char *path, int mode);
 unsigned alarm(unsigned seconds);
 int getpid(void);
 void *popen(const char *command, const char *mode);
+struct termios;
+int tcgetattr(int fd, struct termios *settings);
+int tcsetattr(int fd, int action, const struct termios *settings);
 long time(long *out);
 int ttyname_r(int fd, char *buffer, size_t size);
 
@@ -29,16 +32,19 @@ union function {
     unsigned (*alarm)(unsigned);
     int (*getpid)(void);
     void *(*popen)(const char *, const char *);
+    int (*tcgetattr)(int, struct termios *);
+    int (*tcsetattr)(int, int, const struct termios *);
     long (*time)(long *);
     int (*ttyname_r)(int, char *, size_t);
 };
-enum which { ACCESS, ALARM, GETPID, POPEN, TIME, TTYNAME_R, FUNCTIONS };
+enum which { ACCESS, ALARM, GETPID, POPEN, TCGETATTR, TCSETATTR, TIME, TTYNAME_R, FUNCTIONS };
 static union function functions[FUNCTIONS];
 
 /* Early: later on a lookup could wait for the loader's lock, for ever when
  * the thread that holds it waits for this one. */
 __attribute__((constructor)) static void look_up(void) {
-    static const char *const names[FUNCTIONS] = {"access", "alarm", "getpid", "popen", "time", "ttyname_r"};
+    static const char *const names[FUNCTIONS] = {"access",    "alarm",     "getpid", "popen",
+                                                 "tcgetattr", "tcsetattr", "time",   "ttyname_r"};
     for (int i = 0; i < FUNCTIONS; ++i) {
         functions[i].object = dlsym(RTLD_NEXT, names[i]);
     }
@@ -82,6 +88,24 @@ int getpid(void) { return fake_libc.getpid != NULL ? fake_libc.getpid() : next(G
 
 void *popen(const char *command, const char *mode) {
     return fake_libc.popen != NULL ? fake_libc.popen(command, mode) : next(POPEN).popen(command, mode);
+}
+
+static int failed(int error) {
+    errno = error;
+    return -1;
+}
+
+int tcgetattr(int fd, struct termios *settings) {
+    int error = 0;
+    return fake_libc.tcgetattr != NULL && fake_libc.tcgetattr(fd, &error) != 0 ? failed(error)
+                                                                              : next(TCGETATTR).tcgetattr(fd, settings);
+}
+
+int tcsetattr(int fd, int action, const struct termios *settings) {
+    int error = 0;
+    return fake_libc.tcsetattr != NULL && fake_libc.tcsetattr(fd, action, &error) != 0
+               ? failed(error)
+               : next(TCSETATTR).tcsetattr(fd, action, settings);
 }
 
 long time(long *out) {

@@ -75,7 +75,7 @@ constexpr std::array kFunctions = std::to_array<std::string_view>({
     "aaa_util_find_line_remote_addr", "getline_init", "getline_configure", "gl_ret_on_eintr_enable", "qm_getline",
     "getline_free",
     // libc
-    "access", "alarm", "getpid", "popen", "time", "ttyname_r",
+    "access", "alarm", "getpid", "popen", "tcgetattr", "tcsetattr", "time", "ttyname_r",
 });
 
 void require_known(std::string_view name) {

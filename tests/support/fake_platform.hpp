@@ -128,6 +128,9 @@ void set_pid(std::optional<int> pid);
 void set_ttyname(std::string text, int result = 0);
 void on_alarm(std::function<unsigned(unsigned)> hook);
 void on_popen(std::function<void *(const char *command, const char *mode)> hook);
+// The errno value to fail with, also 0; nothing to reach the real function.
+void on_tcgetattr(std::function<std::optional<int>(int fd)> hook);
+void on_tcsetattr(std::function<std::optional<int>(int fd, int action)> hook);
 // Returns 0 or an errno value.
 void on_access(std::function<int(const char *path, int mode)> hook);
 }  // namespace libc

@@ -429,9 +429,12 @@ TEST_F(FreeUsercred, OverwritesSecretsBeforeTheyAreFreed) {
         Source source;
         Copy copy(source.get(), kPpp, 0, type);
         ASSERT_EQ(copy.code(), AAA_OK);
+        avpair_buffer_t *const buf = copy->attr_list->avpair_first_buf;
+        const auto *const pairs = reinterpret_cast<const char *>(aaa_avpair_get_first_avpair_in_buf(buf));
+        std::vector<std::string> expected = {
+            "secret", std::string(pairs, reinterpret_cast<const char *>(buf->hdr.free_mem))};
         wiped().clear();
         copy.free();
-        std::vector<std::string> expected = {"secret"};
         if (chap_of(type) != Chap::none) {
             expected.push_back("dat");
         }

@@ -1,0 +1,304 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Bytes of unknown origin into the checked unpack. Whether they are accepted is
+// compared with a second, independent reading of the format; what is accepted
+// must be the list that the plain form makes of it, must survive every reader,
+// and must pack into the same pairs again.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "aaa/accessors.h"
+#include "aaa/avpair.h"
+#include "aaa/checked.h"
+#include "aaa/dictionary.h"
+#include "aaa/result_codes.h"
+#include "support/avlist_model.hpp"
+#include "support/avlist_verifier.hpp"
+#include "support/fake_platform.hpp"
+
+namespace {
+
+using aaatest::ListOrigin;
+using aaatest::ListPtr;
+using aaatest::make_list;
+using aaatest::ModelPair;
+using aaatest::read_pairs;
+
+constexpr std::size_t kHeader = 56;
+constexpr uint32_t kDeleted = 2070;
+constexpr std::size_t kLookedUp = 64;  // pairs that are looked up one by one
+
+void require(bool condition, const char *what) {
+    if (!condition) {
+        std::fprintf(stderr, "%s\n", what);
+        std::abort();
+    }
+}
+
+uint32_t be32(const uint8_t *p) {
+    return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | uint32_t{p[3]};
+}
+
+// ---- the format, read a second time ---------------------------------------------
+
+cerrno expected_pairs(const uint8_t *message, std::size_t total) {
+    std::size_t live = 0;
+    bool last_live = false;
+    std::size_t at = kHeader;
+    while (at < total) {
+        if (total - at < 16) {
+            return AAA_ERR_AVPAIR_PROCESSING;
+        }
+        const std::size_t length = be32(message + at + 8);
+        const std::size_t padded = length + (4 - length % 4) % 4;
+        if (padded > total - at - 16) {
+            return AAA_ERR_AVPAIR_PROCESSING;
+        }
+        last_live = be32(message + at) != kDeleted;
+        live += last_live ? 1 : 0;
+        at += 16 + padded;
+    }
+    const bool counted = message[6] != 0 || message[7] != 0;
+    const bool fits = total == kHeader ? !counted : counted && last_live && live < 65536;
+    return fits ? AAA_OK : AAA_ERR_AVPAIR_PROCESSING;
+}
+
+cerrno expected_code(const uint8_t *message, std::size_t avail) {
+    if (avail < kHeader || be32(message) < kHeader || be32(message) > avail || be32(message) % 4 != 0) {
+        return AAA_ERR_INVALID_MSG_SIZE;
+    }
+    const std::string name(reinterpret_cast<const char *>(message) + 24, 31);
+    return name.find('\0') == std::string::npos ? AAA_ERR_AVPAIR_PROCESSING
+                                                : expected_pairs(message, be32(message));
+}
+
+// ---- what is done with a list ---------------------------------------------------
+
+void require_sound(const avlist *list) {
+    const aaatest::Verdict verdict = aaatest::verify_list(list, ListOrigin::unpacked);
+    require(verdict.sound(), verdict.fault);
+    require(aaa_avpair_list_is_sane(list) == 1, "the library does not call the list sane");
+}
+
+void require_same(const avlist *a, const avlist *b, const char *what) {
+    require(read_pairs(a) == read_pairs(b), what);
+}
+
+std::string without_addresses(const avlist *list) {
+    std::string bytes(reinterpret_cast<const char *>(list), sizeof *list);
+    bytes.replace(8, 16, 16, '\0');
+    return bytes;
+}
+
+void compare_with_plain(const avlist *list, const uint8_t *data) {
+    const ListPtr plain = make_list("fuzz");
+    std::string copy(reinterpret_cast<const char *>(data), be32(data));
+    require(aaa_avpair_unpack_msg(plain.get(), copy.data()) == AAA_OK, "the plain form refuses");
+    require(without_addresses(list) == without_addresses(plain.get()), "the plain form makes another record");
+    require_same(list, plain.get(), "the plain form makes other pairs");
+}
+
+void look_up_pairs(const avlist *list) {
+    const std::vector<ModelPair> pairs = read_pairs(list);
+    for (std::size_t i = 0; i < pairs.size() && i < kLookedUp; ++i) {
+        uint32_t instance = 0;
+        for (std::size_t j = 0; j < i; ++j) {
+            instance += pairs[j].type == pairs[i].type ? 1 : 0;
+        }
+        const std::string &value = pairs[i].value;
+        std::vector<char> room(value.size());
+        uint32_t length = 0;
+        require(aaa_util_avlist_value_copy(list, pairs[i].type, instance, room.data(), room.size(), &length) == AAA_OK &&
+                    std::string(room.data(), length) == value,
+                "a value is copied wrongly");
+        if (!value.empty()) {
+            require(aaa_util_avlist_value_copy(list, pairs[i].type, instance, room.data(), room.size() - 1, &length) ==
+                        AAA_ERR_BUFFER_TOO_SMALL,
+                    "a value is copied into too little room");
+        }
+    }
+}
+
+void read_methods(const avlist *list) {
+    uint32_t count = 0;
+    const cerrno rc = aaa_util_avlist_methodlist_copy(list, nullptr, 0, &count);
+    std::vector<uint32_t> methods(count);
+    if (rc != AAA_ERR_AVPAIR_NOT_FOUND) {
+        require(aaa_util_avlist_methodlist_copy(list, methods.data(), count, &count) == AAA_OK, "no method list");
+        std::vector<uint32_t> plain(count + 1);
+        uint32_t plain_count = 0;
+        require(aaa_util_avlist_methodlist_get_all(plain.data(), &plain_count, list) == 1 && plain_count == count,
+                "the plain form counts other methods");
+        plain.resize(count);
+        require(plain == methods, "the plain form gives other methods");
+    }
+}
+
+void read_texts(const avlist *list) {
+    using Getter = char *(*)(const avlist *);
+    constexpr Getter kGetters[] = {
+        aaa_util_avlist_cmd_get,           aaa_util_avlist_username_get,   aaa_util_avlist_tty_get,
+        aaa_util_avlist_tty_name_get,      aaa_util_avlist_cfg_commitid_get, aaa_util_avlist_apl_sessid_get,
+        aaa_util_avlist_apl_msgid_get,     aaa_util_avlist_rpc_name_get,   aaa_util_avlist_rpc_xpath1_get,
+        aaa_util_avlist_rpc_xpath2_get,    aaa_util_avlist_rpc_xpath3_get, aaa_util_avlist_rpc_xpath4_get,
+        aaa_util_avlist_commit_start_time_get, aaa_util_avlist_commit_stop_time_get};
+    for (const Getter get : kGetters) {
+        static_cast<void>(get(list));
+    }
+    static_cast<void>(aaa_util_avlist_reply_msg_get(list, 0));
+    static_cast<void>(aaa_util_avlist_reply_msg_get(list, 1));
+}
+
+void read_numbers(avlist *list) {
+    using Getter = uint32_t (*)(const avlist *);
+    constexpr Getter kGetters[] = {
+        aaa_util_avlist_current_method_get,  aaa_util_avlist_priv_get,      aaa_util_avlist_status_get,
+        aaa_get_status,                      aaa_util_avlist_authen_method_get, aaa_util_avlist_curr_method_val_get,
+        aaa_util_avlist_authen_option_get,   aaa_util_avlist_svc_get,       aaa_util_avlist_user_flag_get,
+        aaa_util_avlist_ifh_get,             aaa_util_msgtype_get};
+    for (const Getter get : kGetters) {
+        static_cast<void>(get(list));
+    }
+    using CheckedGetter = cerrno (*)(const avlist *, uint32_t *);
+    constexpr CheckedGetter kCheckedGetters[] = {aaa_util_avlist_seqnum_get, aaa_util_avlist_sessionid_get,
+                                                 aaa_util_avlist_acct_sessid_get, aaa_util_avlist_idletime_get};
+    uint32_t number = 0;
+    for (const CheckedGetter get : kCheckedGetters) {
+        static_cast<void>(get(list, &number));
+    }
+    static_cast<void>(aaa_util_avlist_last_used_server_ip_get(list));
+}
+
+// Touches what a getter says may be read.
+void touch(const void *bytes, std::size_t length) {
+    const std::string copy = bytes != nullptr ? std::string(static_cast<const char *>(bytes), length) : "";
+    static_cast<void>(copy);
+}
+
+void read_records(const avlist *list) {
+    uint32_t length = 0;
+    void *value = nullptr;
+    if (aaa_util_avlist_data_get(&value, &length, list) == AAA_OK) {
+        touch(value, length);
+    }
+    const char *text = aaa_util_avlist_password_get(list, &length);
+    touch(text, length);
+    text = aaa_util_avlist_remaddr_get(list, &length);
+    touch(text, length);
+    value = aaa_util_avlist_chap_response_get(&length, list);
+    touch(value, length);
+    static_cast<void>(aaa_util_avlist_ctx_get(list));
+    static_cast<void>(aaa_util_avlist_src_get(list));
+    static_cast<void>(aaa_util_avlist_methodlist_get(list));
+    aaa_ip_addr_t address{};
+    static_cast<void>(aaa_util_avlist_directed_addr_get(&address, list));
+    static aaa_rsa_params_t rsa;
+    static_cast<void>(aaa_util_avlist_rsa_params_get(list, &rsa));
+    touch(rsa.signature, rsa.signature_len);
+    touch(rsa.indata, rsa.indata_len);
+    touch(rsa.session_id, rsa.session_id_len);
+}
+
+void read_chap(const avlist *list) {
+    using Getter = cerrno (*)(aaa_chap_data_t *, const avlist *);
+    constexpr Getter kGetters[] = {aaa_util_avlist_inbound_chap_data_get, aaa_util_avlist_inbound_mschap_data_get,
+                                   aaa_util_avlist_outbound_chap_data_get, aaa_util_avlist_outbound_mschap_data_get};
+    for (const Getter get : kGetters) {
+        aaa_chap_data_t chap{};
+        if (get(&chap, list) == AAA_OK) {
+            touch(chap.response, chap.response_len);
+            touch(chap.data, chap.data_len);
+        }
+    }
+}
+
+int take_line(uint32_t, const char *line) {
+    touch(line, std::strlen(line));
+    return 0;
+}
+
+void print(const avlist *list) {
+    for (const uint32_t size : {0u, 1u, 2u, 80u, 4096u}) {
+        std::vector<char> text(size);
+        require(aaa_util_print_avlist(text.data(), size, "fuzz", list) == text.data(), "print gives another buffer");
+        require(size == 0 || std::memchr(text.data(), '\0', size) != nullptr, "a printed text does not end");
+    }
+    aaa_avpair_print_list(list, 8, take_line);
+}
+
+// A copy of the list must equal it; what is done to the copy stays there.
+void change_a_copy(const avlist *list) {
+    avlist *made = nullptr;
+    require(aaa_avpair_copy_list(list, nullptr, &made) == AAA_OK, "no copy");
+    const ListPtr copy(made);
+    require_same(list, copy.get(), "the copy differs");
+    for (unsigned i = 0; i < 8 && copy->av_cnt != 0; ++i) {
+        aaa_avpair_iterator_t it{};
+        avpair_t *pair = nullptr;
+        require(aaa_avpair_iterator_init(&it, copy.get(), &pair) == AAA_OK, "no first pair");
+        if (i % 2 != 0 && aaa_avpair_iterator_get_next(&it, &pair) == AAA_STATUS_END_OF_LIST) {
+            continue;
+        }
+        require(aaa_avpair_delete_by_iterator(&it, copy.get()) == AAA_OK, "a pair cannot be deleted");
+        require_sound(copy.get());
+    }
+    // A list that is full already must not be filled further.
+    if (read_pairs(copy.get()).size() < 65535) {
+        require(aaa_avpair_add(257, 0, "user", 0, 4, copy.get()) == AAA_OK, "no pair can be added");
+        require_sound(copy.get());
+    }
+    std::free(aaa_util_avlist_errmsg_get(copy.get()));
+    avpair_flags_t flags = 0;
+    std::free(aaa_util_avlist_prompt_get(copy.get(), &flags));
+    require_sound(copy.get());
+}
+
+// Packs the list, which it spends, and reads the result.
+void pack_again(const ListPtr &list, const uint8_t *data) {
+    const std::vector<ModelPair> pairs = read_pairs(list.get());
+    const uint32_t total = be32(data);
+    std::vector<char> packed(total);
+    uint32_t length = total;
+    require(aaa_avpair_pack_msg_to_buf(list.get(), packed.data(), &length) == AAA_OK && length == total,
+            "the list does not pack into its own size");
+    require(std::memcmp(packed.data() + kHeader, data + kHeader, total - kHeader) == 0, "it packs into other pairs");
+    const ListPtr again = make_list();
+    require(aaa_avpair_unpack_msg_checked(again.get(), packed.data(), length) == AAA_OK, "a packed list is refused");
+    require_sound(again.get());
+    require(read_pairs(again.get()) == pairs, "it unpacks into other pairs");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+    fake::clear_journal();
+    const ListPtr list = make_list("fuzz");
+    const std::string before = without_addresses(list.get());
+    static const uint8_t kNothing = 0;
+    const uint8_t *const message = size != 0 ? data : &kNothing;
+    const cerrno rc = aaa_avpair_unpack_msg_checked(list.get(), reinterpret_cast<const char *>(message), size);
+    require(rc == expected_code(message, size), "accepted or refused against the format");
+    require_sound(list.get());
+    if (rc != AAA_OK) {
+        require(without_addresses(list.get()) == before && list->avpair_first_buf == nullptr,
+                "a refusal changes the list");
+        return 0;
+    }
+    compare_with_plain(list.get(), message);
+    look_up_pairs(list.get());
+    read_texts(list.get());
+    read_numbers(list.get());
+    read_records(list.get());
+    read_chap(list.get());
+    read_methods(list.get());
+    print(list.get());
+    change_a_copy(list.get());
+    pack_again(list, message);
+    return 0;
+}
