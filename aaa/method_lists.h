@@ -58,6 +58,9 @@ typedef int32_t (*aaa_notify_cb_t)(const void *notification, void *callback_arg,
  * @param[in] function_word "authentication", "authorization" or "accounting"
  * @param[in] service_word  "login", "commands", ...
  * @param[in] list_name     name of the list
+ *
+ * Ownership: *Borrowed* for the call.
+ *
  * @return
  * - AAA_OK: it exists
  * - AAA_ERR_INVALID_ARG: a pointer is null
@@ -77,6 +80,9 @@ AAA_API cerrno aaa_util_lookup_methodlist(const char *function_word, const char 
  * @param[in] function  0 authentication, 1 authorization, 2 accounting, 3 authorization_nacm
  * @param[in] service   service number
  * @param[in] list_name name of the list
+ *
+ * Ownership: *Borrowed* for the call.
+ *
  * @return
  * - AAA_OK: it exists and suits
  * - AAA_ERR_INVALID_ARG: @p list_name is null, the service uses no lists, or the list does not suit
@@ -115,6 +121,9 @@ AAA_API cerrno lookup_methods(char *path, uint32_t **methods_out);
  * Tells whether a name may be given to a method list.
  *
  * @param[in] name NUL-terminated name, may be null
+ *
+ * Ownership: *Borrowed* for the call.
+ *
  * @return 1 when every byte is printable ASCII (or the name is empty), 0 otherwise or when @p name is null
  */
 AAA_API int aaa_is_name_valid(char *name);
@@ -132,13 +141,19 @@ AAA_API int aaa_is_name_valid(char *name);
  * @param[in]  callback            called at every change; passed on unchanged
  * @param[in]  callback_arg        passed on unchanged
  * @param[in]  user_ctx            passed on unchanged
- * @param[out] registration_record receives connection and notification
+ * @param[out] registration_record receives connection and notification; 0 for each that there is
+ *                                 not. Untouched when an argument is refused
+ *
+ * Ownership: *Copied in*: list_name. *Borrowed* until aaa_mlist_change_unregister(): callback_arg, user_ctx.
+ *
  * @return
  * - AAA_OK: registered
  * - AAA_ERR_INVALID_ARG: @p list_name or the record is null
  * - SYSDB_ERR_LIB_ABSENT: the database's client library is not installed
  * - a code of the system database. When the registration itself failed the
  *   connection stays open in the record: aaa_mlist_change_unregister() releases it
+ *
+ * Failures are traced under debug flag 5.
  */
 AAA_API cerrno aaa_mlist_change_register(uint32_t function, uint32_t service, const char *list_name,
                                          aaa_notify_cb_t callback, void *callback_arg, void *user_ctx,
@@ -147,7 +162,12 @@ AAA_API cerrno aaa_mlist_change_register(uint32_t function, uint32_t service, co
 /**
  * Undoes aaa_mlist_change_register(). The record's fields are not cleared.
  *
+ * A record whose registration failed is released in the same way.
+ *
  * @param[in] registration_record the registration
+ *
+ * Ownership: *Borrowed* for the call.
+ *
  * @return
  * - AAA_OK: notification and connection are released
  * - AAA_ERR_INVALID_ARG: the record is null
@@ -161,7 +181,10 @@ AAA_API cerrno aaa_mlist_change_unregister(aaa_mlist_reg_t *registration_record)
  *
  * The record has 32 bytes, or 16 in the short form. Bytes 4 to 7 and 16 to 23 are not touched.
  *
- * @param[in,out] event address of the record's address
+ * @param[in,out] event address of the record's address; the address itself is not changed
+ *
+ * Ownership: *Borrowed*; the result is the caller's record.
+ *
  * @return the record, or null when @p event or the record's address is null
  */
 AAA_API aaa_event_record_t *aaa_tform_event(aaa_event_record_t **event);

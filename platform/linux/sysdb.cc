@@ -176,6 +176,7 @@ cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *path, uint32_
 }
 
 cerrno sysdb_notification_unregister(sysdb_conn_t conn, uint64_t notification) {
+    if (notification == 0) return 0;
     const sysdb_provider_t *provider = loaded_sysdb_provider();
     return provider != nullptr ? provider->notification_unregister(conn, notification) : SYSDB_ERR_LIB_ABSENT;
 }

@@ -103,6 +103,7 @@ TEST_P(Sysdb, EveryCallRefusesAStaleHandle) {
         EXPECT_EQ(SYSDB_ERR_BAD_HANDLE, _sysdb_register_notification(conn, "a", 6, 1, callback, nullptr, 0,
                                                                      nullptr, 0, &notification));
         EXPECT_EQ(SYSDB_ERR_BAD_HANDLE, sysdb_notification_unregister(conn, 1));
+        EXPECT_EQ(0u, sysdb_notification_unregister(conn, 0));
         EXPECT_EQ(SYSDB_ERR_BAD_HANDLE, sysdb_dispatch(conn));
         EXPECT_EQ(-1, coid);
         EXPECT_EQ(77u, count);

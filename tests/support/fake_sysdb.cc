@@ -583,6 +583,9 @@ cerrno sysdb_notification_unregister(sysdb_conn_t conn, uint64_t notification) {
     if (call.scripted()) {
         return *call.scripted();
     }
+    if (notification == 0) {
+        return 0;
+    }
     if (connection(conn, "sysdb_notification_unregister") == nullptr) {
         return kBadHandle;
     }

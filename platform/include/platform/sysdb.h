@@ -278,7 +278,10 @@ PLATFORM_API cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *
  * Removes a notification. After it has returned the callback is not running
  * and will not be called again; it waits for one that runs on another thread.
  *
- * Returns 0, SYSDB_ERR_BAD_HANDLE (unknown connection or notification).
+ * Returns
+ * - 0: also for notification 0, which is nobody's: a record whose registration failed is released in the same
+ *   way as one that succeeded
+ * - SYSDB_ERR_BAD_HANDLE: unknown connection or notification
  */
 PLATFORM_API cerrno sysdb_notification_unregister(sysdb_conn_t conn, uint64_t notification);
 
