@@ -48,9 +48,10 @@ extern "C" {
  * an aaa_sess_request_t has room for all. Alignment is not required.
  *
  * **Failures.** A classic call that fails stores nothing through iov_out and
- * count_out. A missing pointer is found before the record is touched. After a
- * later failure the type and fields may be in the record, numbers still in host
- * order: conversion comes last, when nothing can fail any more. A converted field
+ * count_out. A missing record, output or buffer is found before the record is
+ * touched. After a later failure (a credential or text that is missing included)
+ * the type and fields may be in the record, numbers still in host order:
+ * conversion comes last, when nothing can fail any more. A converted field
  * that is the caller's own is converted again by the next call, so set it anew.
  *
  * **Ownership.** *Caller frees* the io-vector array with free() once the message
@@ -835,9 +836,9 @@ AAA_API cerrno aaa_util_reply_usergroup_compose(void *msg, char *text, iov_t **i
  * order: address (1073), authentication port (1074), accounting port (1075), secret (1078), timeout
  * (1077), retransmit count (1076), action (1079).
  *
- * The address attribute holds the first 46 bytes of the record, not the 20 of the address: the ports, the
- * numeric value of the secret pointer and half of the retransmit count follow it. Readers expect that
- * length. Send this message only to the server process of the same machine.
+ * The address attribute holds the first 46 bytes of the record, not the 20 of the address: the ports, four
+ * zero bytes, the numeric value of the secret pointer, the timeout and half of the retransmit count follow
+ * it. Readers expect that length. Send this message only to the server process of the same machine.
  * @param msg       in and out: the 40-byte header record, or the session packet.
  * @param server    in: the server.
  * @param iov_out   out: the io-vector array; not used in session mode.

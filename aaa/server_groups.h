@@ -13,7 +13,9 @@
  * protocol: 1 RADIUS, 2 TACACS, 17 Diameter (indexes into the method keywords).
  *
  * Codes of the system database pass through unchanged; the two that callers
- * tell apart are SYSDB_ERR_NOT_FOUND and SYSDB_ERR_LIB_ABSENT.
+ * tell apart are SYSDB_ERR_NOT_FOUND (0x40818600) and SYSDB_ERR_LIB_ABSENT
+ * (0x8081c200). A shared handle that cannot be bound is logged (ERR_SYSDB) and
+ * tried again at the next call.
  *
  * Threads: any; the shared handles are read and bound without a lock.
  */
@@ -45,7 +47,10 @@ typedef struct aaa_cfg_event {
  * Returns the method keyword with the given index, the protocol word of database paths.
  *
  * @param[in] protocol index, 0 to 17
- * @return constant text, or null above 17
+ *
+ * Ownership: *Borrowed* until the library is unloaded.
+ *
+ * @return the word, or null above 17
  */
 AAA_API const char *aaa_util_get_sg_defined_name(uint32_t protocol);
 
@@ -72,6 +77,9 @@ AAA_API char *aaa_util_lookup_sg_name(uint32_t sg_number);
  * @param[out] sg_number_out receives the number, 0 on failure; may be null
  * @param[out] protocol_out  receives 1, 2 or 17; 0 when the name is not found; untouched
  *                           on any other failure; may be null
+ *
+ * Ownership: *Borrowed* for the call.
+ *
  * @return
  * - AAA_OK: found
  * - AAA_ERR_INVALID_ARG: @p sg_name is null; the outputs are untouched
@@ -83,7 +91,18 @@ AAA_API char *aaa_util_lookup_sg_name(uint32_t sg_number);
 AAA_API cerrno aaa_util_lookup_sg_index_and_get_type(const char *sg_name, uint32_t *sg_number_out,
                                                      uint32_t *protocol_out);
 
-/** As aaa_util_lookup_sg_index_and_get_type(), without the protocol. */
+/**
+ * Finds the number of a server group by its name.
+ *
+ * Does what aaa_util_lookup_sg_index_and_get_type() does with a null protocol_out.
+ *
+ * @param[in]  sg_name       NUL-terminated group name
+ * @param[out] sg_number_out receives the number, 0 on failure; may be null
+ *
+ * Ownership: *Borrowed* for the call.
+ *
+ * @return the codes of aaa_util_lookup_sg_index_and_get_type()
+ */
 AAA_API cerrno aaa_util_lookup_sg_index(const char *sg_name, uint32_t *sg_number_out);
 
 /**
@@ -94,7 +113,8 @@ AAA_API cerrno aaa_util_lookup_sg_index(const char *sg_name, uint32_t *sg_number
  * list names. A failing read of another protocol's names does not refuse.
  *
  * @param[in]  event    the change
- * @param[out] err_text receives a text for the operator on some refusals, else untouched
+ * @param[out] err_text receives a text for the operator on some refusals (null when there is
+ *                      no memory for it), else untouched; preset it to null
  * @param[out] verdict  receives AAA_VERDICT_REJECTED, AAA_VERDICT_ACCEPTED, or, for a
  *                      delete in the first pass, AAA_VERDICT_FIRST_PASS (RADIUS:
  *                      AAA_VERDICT_ACCEPTED) whatever the result is
@@ -109,7 +129,7 @@ AAA_API cerrno aaa_util_lookup_sg_index(const char *sg_name, uint32_t *sg_number
  *   keyword, the protocol or the operation is unknown
  * - AAA_ERR_SG_NAME_OTHER_PROTOCOL: another protocol has a group of that name
  * - AAA_ERR_SG_IN_USE: a method list names the group
- * - AAA_ERR_NOMEM: no memory for the search
+ * - AAA_ERR_NOMEM: no memory for the search of a delete
  * - AAA_ERR_INVALID_METHOD: a method list cannot be unpacked
  * - AAA_ERR_BUFFER_TOO_SMALL: the configuration tree nests too deep, or a path exceeds 511 bytes
  * - a code of the system database
@@ -130,12 +150,19 @@ AAA_API cerrno aaa_util_svr_grp_verify(const aaa_cfg_event_t *event, char **err_
  * @param[in]  event         the change
  * @param[in]  protocol_name "radius", "tacacs" or "diameter"
  * @param[in]  sg_name       NUL-terminated group name
- * @param[out] sg_number     receives the number, 0 where the group has none
+ * @param[out] sg_number     receives the number, 0 where the group has none; after a create that
+ *                           failed while it was written, the number that was tried; untouched when a
+ *                           pointer is null, the operation is unknown, or nothing is to be done in
+ *                           this pass. The pointers are not looked at in that pass
+ *
+ * Ownership: *Copied in* to the database.
+ *
  * @return
  * - AAA_OK: done, or nothing to be done in this pass
  * - AAA_ERR_INVALID_ARG: a pointer is null, or the operation is unknown
  * - AAA_ERR_SG_MAPPING: the numbers are used up, or the stored maps contradict each other
- * - a code of the system database
+ * - a code of the system database; for set and create also logged, for a delete
+ *   SYSDB_ERR_NOT_FOUND when there is no such group
  */
 AAA_API cerrno aaa_util_svr_grp_apply(uint64_t conn, const aaa_cfg_event_t *event, const char *protocol_name,
                                       const char *sg_name, uint32_t *sg_number);
@@ -153,12 +180,16 @@ AAA_API cerrno aaa_util_svr_grp_apply(uint64_t conn, const aaa_cfg_event_t *even
  * @param[in]  sg_name    group name; null for the protocol's own list
  * @param[in]  protocol   1, 2 or 17
  * @param[in]  requested  index, or AAA_INDEX_ANY
- * @param[out] index_out  receives the index
+ * @param[out] index_out  receives the index; 0 on failure, except that with AAA_INDEX_ANY a failure
+ *                        met while the list is walked leaves one more than the entry seen last
  * @param[in]  host       NUL-terminated address text
  * @param[in]  port1      first port; the only one of protocols other than RADIUS
  * @param[in]  port2      second port (RADIUS)
  * @param[in]  is_dir     non-zero when servers are stored as directories
- * @param[in]  is_private non-zero for the group's private servers
+ * @param[in]  is_private non-zero for the group's private servers; without a group not looked at
+ *
+ * Ownership: *Borrowed* for the call. The connection that is opened is closed again.
+ *
  * @return
  * - AAA_OK: @p index_out is set as said above
  * - AAA_ERR_INVALID_ARG: @p index_out or @p host is null
@@ -170,7 +201,10 @@ AAA_API cerrno aaa_util_get_next_ord_index(const char *sg_name, uint32_t protoco
                                            uint32_t is_dir, uint32_t is_private);
 
 /**
- * As aaa_util_get_next_ord_index(), with the entry names of TACACS servers whatever the protocol.
+ * Chooses or checks the index of a server as aaa_util_get_next_ord_index() does, with the entry
+ * names of TACACS servers whatever the protocol.
+ *
+ * Parameters not named here, ownership and codes are those of aaa_util_get_next_ord_index().
  *
  * @param[in] port    port of the server
  * @param[in] ignored not looked at

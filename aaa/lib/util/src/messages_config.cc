@@ -76,8 +76,8 @@ template <typename AddAttributes>
 
 // Kept: the address attribute of a global server is cut from the start of the
 // whole record. Behind the address it holds the ports, four bytes of padding,
-// the address of the secret (not the secret) and half of the retransmit count,
-// and readers expect all 46 bytes.
+// the address of the secret (not the secret), the timeout and half of the
+// retransmit count, and readers expect all 46 bytes.
 constexpr uint32_t kServerImage = 46;
 constexpr std::size_t kPaddingAt = offsetof(aaa_rad_server_t, acct_port) + sizeof(uint32_t);
 constexpr std::size_t kPadding = offsetof(aaa_rad_server_t, secret) - kPaddingAt;

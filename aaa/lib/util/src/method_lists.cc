@@ -71,6 +71,7 @@ struct ListValue {
 // AAA_OK, or errno; a failure without one must not pass for a list that was read.
 cerrno unpack_list(const SysdbItem &item, ListValue *list) {
     if (item.get() == nullptr) {
+        errno = EINVAL;  // for the trace of the caller
         return AAA_ERR_INVALID_METHOD;
     }
     errno = 0;

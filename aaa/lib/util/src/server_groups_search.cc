@@ -18,7 +18,6 @@
 namespace {
 
 using aaautil::OutWord;
-using aaautil::printable;
 
 constexpr size_t kPathSize = 512;
 // Real trees have three levels; a tree that nests deeper than this is damaged.
