@@ -3,10 +3,11 @@
 // The accounting requests: start, stop and the like on a list of their own, and
 // the update, which extends the list of the record that it updates.
 
+#include "aaa/messages.h"
+
 #include <ctime>
 
 #include "aaa/accessors.h"
-#include "aaa/messages.h"
 #include "aaa/names.h"
 #include "internal/messages.hpp"
 #include "internal/trace.hpp"

@@ -3,10 +3,9 @@
 // The authentication request, and the choice of the method list that it shares
 // with authorization and accounting.
 
-#include <cstring>
+#include "aaa/messages.h"
 
 #include "aaa/accessors.h"
-#include "aaa/messages.h"
 #include "aaa/names.h"
 #include "internal/messages.hpp"
 #include "internal/trace.hpp"

@@ -2,8 +2,9 @@
 //
 // The authorization request.
 
-#include "aaa/accessors.h"
 #include "aaa/messages.h"
+
+#include "aaa/accessors.h"
 #include "aaa/names.h"
 #include "internal/messages.hpp"
 #include "internal/trace.hpp"

@@ -3,10 +3,11 @@
 // The configuration messages: RADIUS servers, server groups and method lists,
 // each a header and a list of vendor attributes whose order is fixed.
 
+#include "aaa/messages.h"
+
 #include <cstddef>
 #include <cstring>
 
-#include "aaa/messages.h"
 #include "aaa/names.h"
 #include "internal/messages.hpp"
 #include "internal/trace.hpp"

@@ -4,11 +4,12 @@
 // element. In session mode the reply is a packet of the request's type, whose
 // address travels through the io-vector's out-pointer.
 
+#include "aaa/messages.h"
+
 #include <climits>
 #include <cstring>
 
 #include "aaa/accessors.h"
-#include "aaa/messages.h"
 #include "aaa/names.h"
 #include "internal/messages.hpp"
 #include "internal/trace.hpp"

@@ -3,12 +3,13 @@
 // The smaller requests: reference counts of an authenticated user, task maps,
 // user groups, forwarded IKE attributes, and the release of a user's data.
 
+#include "aaa/messages.h"
+
 #include <unistd.h>
 
 #include <cstring>
 
 #include "aaa/accessors.h"
-#include "aaa/messages.h"
 #include "aaa/names.h"
 #include "internal/messages.hpp"
 #include "internal/trace.hpp"

@@ -77,8 +77,8 @@ cerrno unpack_list(const SysdbItem &item, ListValue *list) {
     errno = 0;
     auto &method = list->method;
     auto &name = list->name;
-    const int rc = tuple_unpack_mask(item.get(), "%d%d%d%d%s%s%s%s", &method[0], &method[1], &method[2], &method[3],
-                                     name[0], name[1], name[2], name[3]);
+    const int rc = tuple_unpack_mask(item.get(), "%d%d%d%d%s%s%s%s", &method[0], &method[1], &method[2],
+                                     &method[3], name[0], name[1], name[2], name[3]);
     for (auto &field : name) {
         field[49] = '\0';
     }
@@ -91,21 +91,21 @@ cerrno unpack_list(const SysdbItem &item, ListValue *list) {
 // The word under which lists for a service are configured, null when there is none.
 const char *service_word_for(int function, int service) {
     switch (service) {
-    case AAA_SVC_LOGIN:
-    case AAA_SVC_HTTP:
-        return "login";
-    case AAA_SVC_PPP:
-        return "ppp";
-    case AAA_SVC_CMD:
-    case AAA_SVC_RCMD:
-    case AAA_SVC_MGBL_ACCT:
-        return "commands";
-    case AAA_SVC_API:
-        return function == AAA_FUNC_AUTHEN ? "login" : "api";
-    case AAA_SVC_PLEXA:
-        return "plexa";
-    default:
-        return nullptr;
+        case AAA_SVC_LOGIN:
+        case AAA_SVC_HTTP:
+            return "login";
+        case AAA_SVC_PPP:
+            return "ppp";
+        case AAA_SVC_CMD:
+        case AAA_SVC_RCMD:
+        case AAA_SVC_MGBL_ACCT:
+            return "commands";
+        case AAA_SVC_API:
+            return function == AAA_FUNC_AUTHEN ? "login" : "api";
+        case AAA_SVC_PLEXA:
+            return "plexa";
+        default:
+            return nullptr;
     }
 }
 
@@ -187,7 +187,8 @@ cerrno resolve_groups(ListValue *list) {
 
 }  // namespace
 
-cerrno aaa_util_lookup_methodlist(const char *function_word, const char *service_word, const char *list_name) {
+cerrno aaa_util_lookup_methodlist(const char *function_word, const char *service_word,
+                                  const char *list_name) {
     if (function_word == nullptr || service_word == nullptr || list_name == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }

@@ -3,10 +3,12 @@
 // Change notification of method lists, on a private connection for each
 // registration, and the byte order of a received event record.
 
+#include "aaa/method_lists.h"
+
 #include <cstdio>
+#include <cstring>
 
 #include "aaa/alloc.h"
-#include "aaa/method_lists.h"
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
 #include "internal/bytes.hpp"
@@ -26,7 +28,9 @@ constexpr uint32_t kLevel = AAA_DBG_LINES_SESSION;
 constexpr uint32_t kEvents = 6;  // what to be told of, as the platform numbers it
 constexpr uint32_t kMode = 1;
 
-const char *code_text(cerrno rc) { return printable(cerr_strerror(rc)); }
+const char *code_text(cerrno rc) {
+    return printable(cerr_strerror(rc));
+}
 
 cerrno report_bind_failure(cerrno rc) {
     aaa_debug(kLevel, "Unable to bind to sysdb at %s: %s", kConfigPath, code_text(rc));
@@ -53,8 +57,9 @@ void widen_u16(uint32_t *field) {
 
 }  // namespace
 
-cerrno aaa_mlist_change_register(uint32_t function, uint32_t service, const char *list_name, aaa_notify_cb_t callback,
-                                 void *callback_arg, void *user_ctx, aaa_mlist_reg_t *registration_record) {
+cerrno aaa_mlist_change_register(uint32_t function, uint32_t service, const char *list_name,
+                                 aaa_notify_cb_t callback, void *callback_arg, void *user_ctx,
+                                 aaa_mlist_reg_t *registration_record) {
     if (list_name == nullptr || registration_record == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
@@ -71,8 +76,8 @@ cerrno aaa_mlist_change_register(uint32_t function, uint32_t service, const char
     if (!method_list_presence.check()) {
         return report_registration_failure(path, SYSDB_ERR_NOTIFY_ABSENT);
     }
-    rc = _sysdb_register_notification(registration_record->connection, path, kEvents, kMode, callback, callback_arg, 0,
-                                      user_ctx, 0, &registration_record->notification);
+    rc = _sysdb_register_notification(registration_record->connection, path, kEvents, kMode, callback,
+                                      callback_arg, 0, user_ctx, 0, &registration_record->notification);
     if (rc != AAA_OK) {
         return report_registration_failure(path, rc);
     }
@@ -84,7 +89,8 @@ cerrno aaa_mlist_change_unregister(aaa_mlist_reg_t *registration_record) {
     if (registration_record == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    cerrno rc = sysdb_notification_unregister(registration_record->connection, registration_record->notification);
+    cerrno rc =
+        sysdb_notification_unregister(registration_record->connection, registration_record->notification);
     if (rc != AAA_OK) {
         aaa_debug(kLevel, "Unable to unregister the notification: %s\n", code_text(rc));
         return rc;

@@ -9,7 +9,6 @@
 #include "aaa/server_groups.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <iterator>
 
 #include "aaa/lifecycle.h"
@@ -37,7 +36,8 @@ cerrno bind_group_map(const char *failure_action) noexcept {
 
 cerrno read_name_map(uint64_t conn, const char *sg_name, uint32_t protocol, uint32_t *number) noexcept {
     char path[256];
-    std::snprintf(path, sizeof path, "sg_name_map/%s/%s", printable(aaa_util_get_sg_defined_name(protocol)), sg_name);
+    std::snprintf(path, sizeof path, "sg_name_map/%s/%s", printable(aaa_util_get_sg_defined_name(protocol)),
+                  sg_name);
     SysdbItem item;
     const cerrno rc = item.read(conn, path, SYSDB_TYPE_U32);
     if (rc != 0) {
@@ -88,7 +88,8 @@ char *aaa_util_lookup_sg_name(uint32_t sg_number) {
     return item.release();
 }
 
-cerrno aaa_util_lookup_sg_index_and_get_type(const char *sg_name, uint32_t *sg_number_out, uint32_t *protocol_out) {
+cerrno aaa_util_lookup_sg_index_and_get_type(const char *sg_name, uint32_t *sg_number_out,
+                                             uint32_t *protocol_out) {
     if (sg_name == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
@@ -101,8 +102,8 @@ cerrno aaa_util_lookup_sg_index_and_get_type(const char *sg_name, uint32_t *sg_n
     }
     // The order is fixed: the first protocol under which the name stands wins.
     for (const uint32_t protocol : {aaautil::kRadius, aaautil::kTacacs, aaautil::kDiameter}) {
-        const cerrno rc =
-            aaautil::read_name_map(aaautil::shared_handle(aaa_sgmap_sysdb_connid), sg_name, protocol, sg_number_out);
+        const cerrno rc = aaautil::read_name_map(aaautil::shared_handle(aaa_sgmap_sysdb_connid), sg_name,
+                                                 protocol, sg_number_out);
         if (rc == AAA_OK && protocol_out != nullptr) {
             *protocol_out = protocol;
         }

@@ -4,15 +4,15 @@
 // answers with a verdict and perhaps a text for the operator; application
 // keeps the two maps of groups in step with the configuration.
 
+#include "aaa/server_groups.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 
 #include "aaa/alloc.h"
 #include "aaa/lifecycle.h"
 #include "aaa/result_codes.h"
-#include "aaa/server_groups.h"
 #include "internal/server_groups.hpp"
 #include "internal/sysdb_item.hpp"
 #include "internal/trace.hpp"
@@ -31,10 +31,16 @@ using aaautil::printable;
 using aaautil::SysdbItem;
 
 // The configuration system's event record is looked into here and nowhere else.
-uint32_t operation_of(const aaa_cfg_event_t *event) { return event->operation; }
-bool is_first_pass(const aaa_cfg_event_t *event) { return (event->pass_flags & AAA_CFG_FIRST_PASS) != 0; }
+uint32_t operation_of(const aaa_cfg_event_t *event) {
+    return event->operation;
+}
+bool is_first_pass(const aaa_cfg_event_t *event) {
+    return (event->pass_flags & AAA_CFG_FIRST_PASS) != 0;
+}
 
-const char *code_text(cerrno rc) { return printable(cerr_strerror(rc)); }
+const char *code_text(cerrno rc) {
+    return printable(cerr_strerror(rc));
+}
 
 // ---- verification -------------------------------------------------------------
 
@@ -76,8 +82,8 @@ cerrno verify_against(const Rivals &rivals, char **err_text, const char *sg_name
     for (const auto &lookup : rivals.lookup) {
         // Only a successful read is a find; a database that fails does not refuse the group.
         uint32_t number = 0;
-        if (aaautil::read_name_map(aaautil::shared_handle(aaa_sgmap_sysdb_connid), sg_name, lookup.protocol, &number) ==
-            AAA_OK) {
+        if (aaautil::read_name_map(aaautil::shared_handle(aaa_sgmap_sysdb_connid), sg_name, lookup.protocol,
+                                   &number) == AAA_OK) {
             if (lookup.traced) {
                 aaa_debug(AAA_DBG_SERVER_GROUP, "dup name [need to remove]");
             }
@@ -103,7 +109,8 @@ cerrno verify_set(char **err_text, const char *sg_name, uint32_t protocol) {
         }
     }
     // No blank after "either": kept.
-    return refuse(err_text, "AAA: Unknown protocol, specify eitherRADIUS or TACACS+ or DIAMETER", AAA_ERR_INVALID_ARG);
+    return refuse(err_text, "AAA: Unknown protocol, specify eitherRADIUS or TACACS+ or DIAMETER",
+                  AAA_ERR_INVALID_ARG);
 }
 
 cerrno bind_configuration() {
@@ -137,14 +144,14 @@ cerrno verify_delete(const char *sg_name) {
 
 cerrno verify_operation(uint32_t operation, char **err_text, const char *sg_name, uint32_t protocol) {
     switch (operation) {
-    case AAA_CFG_OP_SET:
-    case AAA_CFG_OP_CREATE:
-        return verify_set(err_text, sg_name, protocol);
-    case AAA_CFG_OP_DELETE:
-        return verify_delete(sg_name);
-    default:
-        aaa_debug(AAA_DBG_SERVER_GROUP, "Server group unknown event %X", operation);
-        return refuse(err_text, "Unknown server group event", AAA_ERR_INVALID_ARG);
+        case AAA_CFG_OP_SET:
+        case AAA_CFG_OP_CREATE:
+            return verify_set(err_text, sg_name, protocol);
+        case AAA_CFG_OP_DELETE:
+            return verify_delete(sg_name);
+        default:
+            aaa_debug(AAA_DBG_SERVER_GROUP, "Server group unknown event %X", operation);
+            return refuse(err_text, "Unknown server group event", AAA_ERR_INVALID_ARG);
     }
 }
 
@@ -180,8 +187,8 @@ class GroupMapping {
         }
         if (rc != SYSDB_ERR_NOT_FOUND) {
             // NOLINTNEXTLINE(performance-no-int-to-ptr): the handle is only printed, as an address
-            aaa_debug(AAA_DBG_SERVER_GROUP, "sysdb_connid = %p, item_name = %s", reinterpret_cast<void *>(conn_),
-                      name_path_);
+            aaa_debug(AAA_DBG_SERVER_GROUP, "sysdb_connid = %p, item_name = %s",
+                      reinterpret_cast<void *>(conn_), name_path_);
             aaautil::log_sysdb_failure("Cannot get name map from", name_path_, rc);
             return rc;
         }
@@ -324,8 +331,8 @@ cerrno apply_set(uint64_t conn, const char *protocol_name, const char *sg_name, 
         rc = GroupMapping(conn, protocol_name, sg_name, sg_number).set();
     }
     if (rc != AAA_OK) {
-        aaa_debug(AAA_DBG_SERVER_GROUP, "Failed to create server group mapping for %s - %s", printable(sg_name),
-                  code_text(rc));
+        aaa_debug(AAA_DBG_SERVER_GROUP, "Failed to create server group mapping for %s - %s",
+                  printable(sg_name), code_text(rc));
     }
     return rc;
 }
@@ -351,15 +358,16 @@ cerrno apply_delete(uint64_t conn, bool first_pass, const char *protocol_name, c
     *sg_number = 0;
     const cerrno rc = GroupMapping(conn, protocol_name, sg_name, sg_number).remove();
     if (rc != AAA_OK) {
-        aaa_debug(AAA_DBG_SERVER_GROUP, "Failed to delete server group mapping for %s - %s", sg_name, code_text(rc));
+        aaa_debug(AAA_DBG_SERVER_GROUP, "Failed to delete server group mapping for %s - %s", sg_name,
+                  code_text(rc));
     }
     return rc;
 }
 
 }  // namespace
 
-cerrno aaa_util_svr_grp_verify(const aaa_cfg_event_t *event, char **err_text, uint32_t *verdict, const char *sg_name,
-                               uint32_t protocol) {
+cerrno aaa_util_svr_grp_verify(const aaa_cfg_event_t *event, char **err_text, uint32_t *verdict,
+                               const char *sg_name, uint32_t protocol) {
     if (event == nullptr || err_text == nullptr || verdict == nullptr || sg_name == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
@@ -387,14 +395,14 @@ cerrno aaa_util_svr_grp_apply(uint64_t conn, const aaa_cfg_event_t *event, const
         return AAA_ERR_INVALID_ARG;
     }
     switch (operation_of(event)) {
-    case AAA_CFG_OP_SET:
-    case AAA_CFG_OP_CREATE:
-        return apply_set(conn, protocol_name, sg_name, sg_number);
-    case AAA_CFG_OP_DELETE:
-        return apply_delete(conn, is_first_pass(event), protocol_name, sg_name, sg_number);
-    default:
-        aaa_debug(AAA_DBG_SERVER_GROUP, "Unknown notify event for server group %s (type = %s)", printable(sg_name),
-                  printable(protocol_name));
-        return AAA_ERR_INVALID_ARG;
+        case AAA_CFG_OP_SET:
+        case AAA_CFG_OP_CREATE:
+            return apply_set(conn, protocol_name, sg_name, sg_number);
+        case AAA_CFG_OP_DELETE:
+            return apply_delete(conn, is_first_pass(event), protocol_name, sg_name, sg_number);
+        default:
+            aaa_debug(AAA_DBG_SERVER_GROUP, "Unknown notify event for server group %s (type = %s)",
+                      printable(sg_name), printable(protocol_name));
+            return AAA_ERR_INVALID_ARG;
     }
 }

@@ -4,13 +4,13 @@
 // "0xINDEX/HOST..."; this file finds the next free index and refuses an index
 // or a host that is taken.
 
+#include "aaa/server_groups.h"
+
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 
 #include "aaa/alloc.h"
 #include "aaa/result_codes.h"
-#include "aaa/server_groups.h"
 #include "internal/server_groups.hpp"
 #include "internal/sysdb_item.hpp"
 #include "internal/trace.hpp"
@@ -25,7 +25,9 @@ using aaautil::printable;
 
 constexpr size_t kPathSize = 512;
 
-const char *code_text(cerrno rc) { return printable(cerr_strerror(rc)); }
+const char *code_text(cerrno rc) {
+    return printable(cerr_strerror(rc));
+}
 
 // How the entries of a list are named.
 enum class EntryForm { kRadius, kOther };
@@ -192,9 +194,9 @@ cerrno next_index(const char *path, const Server &server, uint32_t requested, ui
 
 }  // namespace
 
-cerrno aaa_util_get_next_ord_index(const char *sg_name, uint32_t protocol, uint32_t requested, uint32_t *index_out,
-                                   const char *host, uint32_t port1, uint32_t port2, uint32_t is_dir,
-                                   uint32_t is_private) {
+cerrno aaa_util_get_next_ord_index(const char *sg_name, uint32_t protocol, uint32_t requested,
+                                   uint32_t *index_out, const char *host, uint32_t port1, uint32_t port2,
+                                   uint32_t is_dir, uint32_t is_private) {
     char path[kPathSize];
     list_path(path, sg_name, protocol, is_private != 0);
     const EntryForm form = protocol == aaautil::kRadius ? EntryForm::kRadius : EntryForm::kOther;
@@ -202,8 +204,8 @@ cerrno aaa_util_get_next_ord_index(const char *sg_name, uint32_t protocol, uint3
 }
 
 cerrno aaa_util_get_next_tacacs_ord_index(const char *sg_name, uint32_t protocol, uint32_t requested,
-                                          uint32_t *index_out, const char *host, uint32_t port, uint64_t ignored,
-                                          uint32_t is_dir, uint32_t is_private) {
+                                          uint32_t *index_out, const char *host, uint32_t port,
+                                          uint64_t ignored, uint32_t is_dir, uint32_t is_private) {
     static_cast<void>(ignored);
     char path[kPathSize];
     list_path(path, sg_name, protocol, is_private != 0);

@@ -3,13 +3,14 @@
 // The search for a server group in the configured method lists: walks the
 // configuration tree directory by directory and looks into every tuple.
 
+#include "internal/server_groups.hpp"
+
 #include <cstdio>
 #include <cstring>
 
 #include "aaa/alloc.h"
 #include "aaa/lifecycle.h"
 #include "aaa/result_codes.h"
-#include "internal/server_groups.hpp"
 #include "internal/sysdb_item.hpp"
 #include "internal/trace.hpp"
 #include "platform/logging.h"
@@ -37,11 +38,11 @@ bool unpack_names(TupleMode mode, const void *tuple, GroupNames *names) {
     char(&name)[4][64] = names->name;
     int rc = 0;
     if (mode == TupleMode::kAccounting) {
-        rc = tuple_unpack_mask(tuple, "%d%d%d%d%d%d%d%s%s%s%s", &word[0], &word[1], &word[2], &word[3], &word[4],
-                               &word[5], &word[6], name[0], name[1], name[2], name[3]);
+        rc = tuple_unpack_mask(tuple, "%d%d%d%d%d%d%d%s%s%s%s", &word[0], &word[1], &word[2], &word[3],
+                               &word[4], &word[5], &word[6], name[0], name[1], name[2], name[3]);
     } else {
-        rc = tuple_unpack_mask(tuple, "%d%d%d%d%s%s%s%s", &word[0], &word[1], &word[2], &word[3], name[0], name[1],
-                               name[2], name[3]);
+        rc = tuple_unpack_mask(tuple, "%d%d%d%d%s%s%s%s", &word[0], &word[1], &word[2], &word[3], name[0],
+                               name[1], name[2], name[3]);
     }
     for (auto &field : name) {
         field[49] = '\0';
@@ -101,15 +102,16 @@ class Listing {
 cerrno search(const char *path, const char *sg_name, bool *found, int depth);
 
 // One tuple item: is the group named in it?
-cerrno search_item(const char *path, const char *entry_path, const char *name, uint32_t type, const char *sg_name,
-                   bool *found) {
+cerrno search_item(const char *path, const char *entry_path, const char *name, uint32_t type,
+                   const char *sg_name, bool *found) {
     aaautil::SysdbItem item;
     const cerrno read = item.read(aaautil::shared_handle(aaa_cfg_sysdb_connid), entry_path, type);
     aaa_debug(AAA_DBG_SERVER_GROUP, "Checking list: %s", name);
     if (read != 0) {
         return AAA_OK;  // gone or unreadable: the group is not in what cannot be read
     }
-    const TupleMode mode = std::strstr(path, "accounting") != nullptr ? TupleMode::kAccounting : TupleMode::kList;
+    const TupleMode mode =
+        std::strstr(path, "accounting") != nullptr ? TupleMode::kAccounting : TupleMode::kList;
     const cerrno rc = check_tuple(mode, item.get(), sg_name, found);
     if (rc == AAA_OK && *found) {
         aaa_debug(AAA_DBG_SERVER_GROUP, "group %s is in list %s", sg_name, name);
@@ -117,7 +119,8 @@ cerrno search_item(const char *path, const char *entry_path, const char *name, u
     return rc;
 }
 
-cerrno search_entry(const char *path, const char *name, uint32_t type, const char *sg_name, bool *found, int depth) {
+cerrno search_entry(const char *path, const char *name, uint32_t type, const char *sg_name, bool *found,
+                    int depth) {
     char entry_path[kPathSize];
     const int length = std::snprintf(entry_path, sizeof entry_path, "%s%s", path, name);
     if (length < 0 || static_cast<size_t>(length) >= sizeof entry_path) {

@@ -13,9 +13,9 @@ namespace aaautil {
 // The words in which method lists and group protocols are written. Their
 // numbering is their own, not that of the method values.
 inline constexpr const char *kKeywords[] = {
-    "none",    "radius",           "tacacs", "tacacs+",     "local",         "enable", "default",    "if-needed",
-    "if-authenticated", "krb5", "krb5-telnet", "krb5-instance", "line", "local-case", "guest", "auth-guest", "rcmd",
-    "diameter"};
+    "none",      "radius",           "tacacs", "tacacs+",     "local",         "enable", "default",
+    "if-needed", "if-authenticated", "krb5",   "krb5-telnet", "krb5-instance", "line",   "local-case",
+    "guest",     "auth-guest",       "rcmd",   "diameter"};
 
 inline constexpr uint32_t kRadius = 1;
 inline constexpr uint32_t kTacacs = 2;
@@ -35,7 +35,8 @@ void log_sysdb_failure(const char *action, const char *path, cerrno rc) noexcept
 
 // Reads the number of a group under one protocol; the number may be null.
 // A value that is no number gives AAA_ERR_SG_MAPPING.
-[[nodiscard]] cerrno read_name_map(uint64_t conn, const char *sg_name, uint32_t protocol, uint32_t *number) noexcept;
+[[nodiscard]] cerrno read_name_map(uint64_t conn, const char *sg_name, uint32_t protocol,
+                                   uint32_t *number) noexcept;
 
 // Looks for the group in every method list under path (512-byte buffer,
 // relative to the configuration connection).

@@ -22,14 +22,14 @@ inline constexpr char kConfigPath[] = "/cfg/gl/aaa/";
 // good; until then the file is looked for at every call. Each module keeps
 // one of its own and so learns of the library separately.
 class SysdbPresence {
-public:
+  public:
     constexpr SysdbPresence() noexcept = default;
     SysdbPresence(const SysdbPresence &) = delete;
     SysdbPresence &operator=(const SysdbPresence &) = delete;
 
     [[nodiscard]] bool check() noexcept;
 
-private:
+  private:
     std::atomic<unsigned char> seen_{0};
 };
 
@@ -43,7 +43,9 @@ extern constinit SysdbPresence method_list_presence;   // method lists and their
 [[nodiscard]] inline uint64_t shared_handle(const uint64_t &handle) noexcept {
     return __atomic_load_n(&handle, __ATOMIC_ACQUIRE);
 }
-inline void clear_shared_handle(uint64_t &handle) noexcept { __atomic_store_n(&handle, uint64_t{0}, __ATOMIC_RELEASE); }
+inline void clear_shared_handle(uint64_t &handle) noexcept {
+    __atomic_store_n(&handle, uint64_t{0}, __ATOMIC_RELEASE);
+}
 
 // Binds a shared handle that is 0; a handle that is already there is kept.
 // Returns 0, SYSDB_ERR_LIB_ABSENT, or the bind's own code. No lock is taken:

@@ -52,7 +52,8 @@ class SysdbItem {
     // Whether the stored text, which need not end in NUL, is the given one.
     [[nodiscard]] bool is_text(const char *text) const noexcept {
         const size_t stored = value_ != nullptr ? strnlen(value_.get(), length_) : 0;
-        return value_ != nullptr && stored == std::strlen(text) && std::memcmp(value_.get(), text, stored) == 0;
+        return value_ != nullptr && stored == std::strlen(text) &&
+               std::memcmp(value_.get(), text, stored) == 0;
     }
 
   private:
