@@ -20,7 +20,7 @@ constexpr char kConfig[] = "/cfg/gl/aaa/";
 
 // A database of its own for each test, which runs in a process of its own.
 class Groups : public testing::Test {
-protected:
+  protected:
     static cerrno apply(sysdb_conn_t maps, uint32_t operation, const char *protocol, const std::string &name,
                         uint32_t *number) {
         const aaa_cfg_event_t event = {operation, 0, {}};
@@ -91,7 +91,9 @@ TEST_F(Groups, NumbersEndAt1999) {
     const Bound maps(kMaps);
     uint32_t number = 0;
     for (uint32_t expected = 1001; expected <= 1999; expected++) {
-        ASSERT_EQ(apply(maps.handle(), AAA_CFG_OP_CREATE, "radius", "group" + std::to_string(expected), &number), AAA_OK);
+        ASSERT_EQ(
+            apply(maps.handle(), AAA_CFG_OP_CREATE, "radius", "group" + std::to_string(expected), &number),
+            AAA_OK);
         ASSERT_EQ(number, expected);
     }
     EXPECT_EQ(last_in(maps.handle(), "sg_num_map/radius/"), "0x7cf");
@@ -133,14 +135,18 @@ TEST_F(Groups, IndexesCountOnBehindTheSixteenthServer) {
     for (uint32_t expected = 1; expected <= 40; expected++) {
         const std::string host = "192.0.2." + std::to_string(expected);
         uint32_t index = 0;
-        ASSERT_EQ(aaa_util_get_next_ord_index("corp", 1, AAA_INDEX_ANY, &index, host.c_str(), 1812, 1813, 0, 0), AAA_OK);
+        ASSERT_EQ(
+            aaa_util_get_next_ord_index("corp", 1, AAA_INDEX_ANY, &index, host.c_str(), 1812, 1813, 0, 0),
+            AAA_OK);
         ASSERT_EQ(index, expected);
         char path[128];
-        snprintf(path, sizeof path, "group-server/radius/corp/server/0x%x/%s,1812,1813", expected, host.c_str());
+        snprintf(path, sizeof path, "group-server/radius/corp/server/0x%x/%s,1812,1813", expected,
+                 host.c_str());
         ASSERT_EQ(set_number(config.handle(), path, 1), 0u);
     }
     uint32_t index = 0;
-    EXPECT_EQ(aaa_util_get_next_ord_index("corp", 1, 0x10, &index, "198.51.100.1", 1, 2, 0, 0), AAA_ERR_INDEX_IN_USE);
+    EXPECT_EQ(aaa_util_get_next_ord_index("corp", 1, 0x10, &index, "198.51.100.1", 1, 2, 0, 0),
+              AAA_ERR_INDEX_IN_USE);
     EXPECT_EQ(aaa_util_get_next_ord_index("corp", 1, 0x10, &index, "192.0.2.16", 1812, 1813, 0, 0), AAA_OK);
     EXPECT_EQ(index, 0u);
 }
@@ -169,13 +175,24 @@ int32_t note_change(const void *notification, void *callback_arg, void *user_ctx
     return 0;
 }
 
+// A name that the database refuses leaves a connection in the record.
+TEST_F(Groups, RegistrationThatFailedIsReleasedLikeOneThatSucceeded) {
+    aaa_mlist_reg_t registration = {};
+    EXPECT_EQ(aaa_mlist_change_register(AAA_FUNC_AUTHEN, AAA_SVC_LOGIN, "not\ta name", note_change, nullptr,
+                                        nullptr, &registration),
+              SYSDB_ERR_BAD_PATH);
+    ASSERT_NE(registration.connection, 0u);
+    EXPECT_EQ(aaa_mlist_change_unregister(&registration), AAA_OK);
+    EXPECT_EQ(existence(registration.connection, "x"), SYSDB_ERR_BAD_HANDLE);
+}
+
 TEST_F(Groups, ChangeOfAListReachesItsWatcher) {
     put_list("authentication/login/default", AAA_METHOD_LOCAL, 0, "", "");
     std::string path;
     int changes = 0;
     aaa_mlist_reg_t registration;
-    ASSERT_EQ(aaa_mlist_change_register(AAA_FUNC_AUTHEN, AAA_SVC_LOGIN, "default", note_change, &path, &changes,
-                                        &registration),
+    ASSERT_EQ(aaa_mlist_change_register(AAA_FUNC_AUTHEN, AAA_SVC_LOGIN, "default", note_change, &path,
+                                        &changes, &registration),
               AAA_OK);
     EXPECT_EQ(methods_of("authentication/login/default"), (std::vector<uint32_t>{2, 0, 0, 0}));
     run_forked([] { put_list("authentication/login/default", AAA_METHOD_LINE, AAA_METHOD_LOCAL, "", ""); });

@@ -6,6 +6,7 @@
 
 #include <functional>
 
+#include "aaa/names.h"
 #include "support/fail_alloc.hpp"
 #include "support/messages.hpp"
 
@@ -196,6 +197,29 @@ TEST_F(Envelope, ClassicMessagesTraceNothing) {
     }
     EXPECT_TRUE(fake::traces().empty());
     EXPECT_TRUE(fake::calls().empty());
+}
+
+// ---- Types -----------------------------------------------------------------
+
+TEST(MessageTypes, AreDescribedUpTo26) {
+    const char *const descriptions[] = {
+        "connect",       "disconnect",          "get large reply", "authentication", "async authentication",
+        "authorization", "async authorization", "accounting",      "get callback",   "ping",
+        "ikepost",       "get taskmap",         "free user data"};
+    for (uint32_t type = 0; type < 13; ++type) {
+        EXPECT_STREQ(aaa_util_msg_type_desc(type), descriptions[type]);
+    }
+    for (uint32_t type = 13; type < 25; ++type) {
+        EXPECT_STREQ(aaa_util_msg_type_desc(type), "<unknown>") << type;
+    }
+    EXPECT_STREQ(aaa_util_msg_type_desc(25), "increment refcount");
+    EXPECT_STREQ(aaa_util_msg_type_desc(26), "decrement refcount");
+}
+
+TEST(MessageTypes, LdapPolicySearchIsUnknownLikeAllAboveItDeliberately) {
+    for (const uint32_t type : {27u, 28u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        EXPECT_STREQ(aaa_util_msg_type_desc(type), "<unknown>") << type;
+    }
 }
 
 // ---- Connect ---------------------------------------------------------------

@@ -20,7 +20,9 @@ using Texts = std::vector<std::string>;
 
 constexpr uint32_t kStrange = 0x12345600u;
 constexpr char kConfig[] = "/cfg/gl/aaa/";
-std::string text_of(uint32_t code) { return cerr_strerror(code); }
+std::string text_of(uint32_t code) {
+    return cerr_strerror(code);
+}
 
 int32_t on_change(const void *notification, void *callback_arg, void *user_ctx) {
     *static_cast<const void **>(callback_arg) = notification;
@@ -29,7 +31,7 @@ int32_t on_change(const void *notification, void *callback_arg, void *user_ctx) 
 }
 
 class MethodListNotify : public testing::Test {
-protected:
+  protected:
     cerrno watch(uint32_t function, uint32_t service, const char *name) {
         return aaa_mlist_change_register(function, service, name, on_change, &seen_, &count_, &record_);
     }
@@ -89,14 +91,16 @@ TEST_F(MethodListNotify, PathFollowsFunctionAndService) {
 TEST_F(MethodListNotify, PathIsCutAt99Characters) {
     const std::string name(200, 'n');
     ASSERT_EQ(watch(0, 1, name.c_str()), AAA_OK);
-    EXPECT_EQ(fake::sysdb::notifications().at(0).path, kConfig + ("authentication/login/" + name).substr(0, 99));
+    EXPECT_EQ(fake::sysdb::notifications().at(0).path,
+              kConfig + ("authentication/login/" + name).substr(0, 99));
     ASSERT_EQ(aaa_mlist_change_unregister(&record_), AAA_OK);
 }
 
 TEST_F(MethodListNotify, NullNameAndRecordAreRefused) {
     EXPECT_EQ(watch(0, 1, nullptr), AAA_ERR_INVALID_ARG);
     EXPECT_EQ(record_.connection, 77u);
-    EXPECT_EQ(aaa_mlist_change_register(0, 1, "x", on_change, nullptr, nullptr, nullptr), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_mlist_change_register(0, 1, "x", on_change, nullptr, nullptr, nullptr),
+              AAA_ERR_INVALID_ARG);
     EXPECT_EQ(aaa_mlist_change_unregister(nullptr), AAA_ERR_INVALID_ARG);
     EXPECT_TRUE(fake::calls().empty());
 }
@@ -105,6 +109,7 @@ TEST_F(MethodListNotify, BindFailureIsTracedAndReturned) {
     fake::answer("_sysdb_bind", kStrange);
     EXPECT_EQ(watch(0, 1, "x"), kStrange);
     EXPECT_EQ(record_.connection, 0u);
+    EXPECT_EQ(record_.notification, 0u);
     EXPECT_EQ(fake::traces_of(5), (Texts{"Unable to bind to sysdb at /cfg/gl/aaa/: " + text_of(kStrange)}));
     EXPECT_TRUE(fake::logs().empty());
 }
@@ -112,12 +117,37 @@ TEST_F(MethodListNotify, BindFailureIsTracedAndReturned) {
 TEST_F(MethodListNotify, FailedRegistrationKeepsTheConnection) {
     fake::answer("_sysdb_register_notification", kStrange);
     EXPECT_EQ(watch(0, 1, "x"), kStrange);
-    EXPECT_EQ(fake::traces_of(5), (Texts{"Unable to register for notification on /cfg/gl/aaa/authentication/login/x: " +
-                                         text_of(kStrange)}));
+    EXPECT_EQ(fake::traces_of(5),
+              (Texts{"Unable to register for notification on /cfg/gl/aaa/authentication/login/x: " +
+                     text_of(kStrange)}));
     EXPECT_EQ(fake::sysdb::open_connections(), (Texts{kConfig}));
-    // There is no notification to remove; the caller may release the connection by hand.
     EXPECT_NE(record_.connection, 0u);
-    EXPECT_EQ(_sysdb_unbind(record_.connection), 0u);
+    EXPECT_EQ(record_.notification, 0u);
+    EXPECT_EQ(aaa_mlist_change_unregister(&record_), AAA_OK);
+    EXPECT_TRUE(fake::sysdb::open_connections().empty());
+}
+
+TEST_F(MethodListNotify, CallsOfARegistrationAndItsEnd) {
+    ASSERT_EQ(watch(0, 1, "x"), AAA_OK);
+    ASSERT_EQ(aaa_mlist_change_unregister(&record_), AAA_OK);
+    const std::string conn = kConfig;
+    EXPECT_EQ(fake::calls({"_sysdb_bind", "_sysdb_register_notification", "sysdb_notification_unregister",
+                           "_sysdb_unbind"}),
+              (Texts{"_sysdb_bind(\"" + conn + "\", 0)",
+                     "_sysdb_register_notification(" + conn +
+                         ", \"authentication/login/x\", 6, 1, ptr, ptr, 0, ptr, 0)",
+                     "sysdb_notification_unregister(" + conn + ")", "_sysdb_unbind(" + conn + ")"}));
+}
+
+TEST_F(MethodListNotify, EachRegistrationHasAConnectionOfItsOwn) {
+    ASSERT_EQ(watch(0, 1, "x"), AAA_OK);
+    const aaa_mlist_reg_t first = record_;
+    ASSERT_EQ(watch(0, 1, "x"), AAA_OK);
+    EXPECT_NE(record_.connection, first.connection);
+    EXPECT_EQ(fake::sysdb::open_connections().size(), 2u);
+    EXPECT_EQ(aaa_mlist_change_unregister(&record_), AAA_OK);
+    record_ = first;
+    EXPECT_EQ(aaa_mlist_change_unregister(&record_), AAA_OK);
 }
 
 TEST_F(MethodListNotify, FailedRemovalKeepsTheConnection) {
@@ -125,7 +155,8 @@ TEST_F(MethodListNotify, FailedRemovalKeepsTheConnection) {
     fake::clear_journal();
     fake::answer("sysdb_notification_unregister", kStrange, 1);
     EXPECT_EQ(aaa_mlist_change_unregister(&record_), kStrange);
-    EXPECT_EQ(fake::traces_of(5), (Texts{"Unable to unregister the notification: " + text_of(kStrange) + "\n"}));
+    EXPECT_EQ(fake::traces_of(5),
+              (Texts{"Unable to unregister the notification: " + text_of(kStrange) + "\n"}));
     EXPECT_EQ(fake::sysdb::open_connections(), (Texts{kConfig}));
     EXPECT_EQ(aaa_mlist_change_unregister(&record_), AAA_OK);
 }

@@ -16,7 +16,9 @@
 
 namespace {
 
-int32_t on_change(const void *, void *, void *) { return 0; }
+int32_t on_change(const void *, void *, void *) {
+    return 0;
+}
 
 TEST(MethodListPresence, IsLookedForUntilFoundAndThenRemembered) {
     const std::string absent = cerr_strerror(0x8081c200u);

@@ -23,10 +23,15 @@ namespace {
 using Texts = std::vector<std::string>;
 
 constexpr uint32_t kStrange = 0x12345600u;
-std::string config(const std::string &item) { return "/cfg/gl/aaa/" + item; }
-std::string text_of(uint32_t code) { return cerr_strerror(code); }
+std::string config(const std::string &item) {
+    return "/cfg/gl/aaa/" + item;
+}
+std::string text_of(uint32_t code) {
+    return cerr_strerror(code);
+}
 
-void put_list(const std::string &path, std::vector<uint32_t> methods, std::vector<std::string> names = {"", "", "", ""}) {
+void put_list(const std::string &path, std::vector<uint32_t> methods,
+              std::vector<std::string> names = {"", "", "", ""}) {
     methods.resize(4);
     names.resize(4);
     fake::sysdb::put_tuple(config(path), methods, names);
@@ -97,7 +102,8 @@ TEST(MethodListLookup, LongNamesAreNotCut) {
     const std::string name(600, 'n');
     put_list("authentication/login/" + name, {2});
     EXPECT_EQ(aaa_util_lookup_methodlist("authentication", "login", name.c_str()), AAA_OK);
-    EXPECT_EQ(aaa_util_lookup_methodlist("authentication", "login", name.substr(1).c_str()), AAA_ERR_NOT_FOUND);
+    EXPECT_EQ(aaa_util_lookup_methodlist("authentication", "login", name.substr(1).c_str()),
+              AAA_ERR_NOT_FOUND);
 }
 
 // ---- suitability --------------------------------------------------------------------
@@ -111,12 +117,21 @@ class MethodListService : public testing::TestWithParam<int> {};
 
 const char *expected_word(int function, int service) {
     switch (service) {
-    case 1: case 24: return "login";
-    case 11: return "ppp";
-    case 14: case 15: case 31: return "commands";
-    case 16: return function == 0 ? "login" : "api";
-    case 26: return "plexa";
-    default: return nullptr;
+        case 1:
+        case 24:
+            return "login";
+        case 11:
+            return "ppp";
+        case 14:
+        case 15:
+        case 31:
+            return "commands";
+        case 16:
+            return function == 0 ? "login" : "api";
+        case 26:
+            return "plexa";
+        default:
+            return nullptr;
     }
 }
 
@@ -237,6 +252,39 @@ TEST(MethodListMethods, UnknownGroupFailsTheLookup) {
     EXPECT_TRUE(m.words.empty());
 }
 
+TEST(MethodListMethods, FailuresOfTheGroupLookupFailTheLookup) {
+    put_group("CORP", 1001);
+    put_list("authentication/login/mine", {10}, {"CORP"});
+    fake::fail_call("sysdb_item_get", 2, kStrange);
+    EXPECT_EQ(lookup("authentication/login/mine").rc, kStrange);
+    EXPECT_TRUE(fake::logs().empty());
+    aaa_sgmap_sysdb_connid = 0;
+    fake::answer("_sysdb_bind", kStrange);
+    const Methods m = lookup("authentication/login/mine");
+    EXPECT_EQ(m.rc, kStrange);
+    EXPECT_TRUE(m.words.empty());
+    EXPECT_EQ(fake::log_texts(),
+              (Texts{"sysdb_bind failed on  path /oper/aaa/gl/group-server/: " + text_of(kStrange)}));
+}
+
+TEST(MethodListMethods, MethodsThatAreNoGroupsAreKeptWhateverTheirName) {
+    put_list("authentication/login/mine", {11, 12, 1001, 0xFFFFFFFF}, {"A", "B", "C", "D"});
+    EXPECT_EQ(lookup("authentication/login/mine").words,
+              (std::vector<uint32_t>{11, 12, 1001, 0xFFFFFFFF, 0, 0, 0}));
+    EXPECT_EQ(fake::count("sysdb_item_get"), 1u);
+}
+
+TEST(MethodListMethods, ItemWithoutAValueCannotBeUnpacked) {
+    fake::sysdb::put(config("authentication/login/null"), {5, {}, true});
+    errno = EINTR;  // stale, must not show
+    const Methods m = lookup("authentication/login/null");
+    EXPECT_EQ(m.rc, AAA_ERR_INVALID_METHOD);
+    EXPECT_TRUE(m.words.empty());
+    EXPECT_EQ(fake::traces_of(1),
+              (Texts{std::string("Cannot unpack the methods for path authentication/login/null - ") +
+                     strerror(EINVAL)}));
+}
+
 TEST(MethodListMethods, DefaultAuthenticationListIsSupplied) {
     EXPECT_EQ(lookup("authentication/ppp/default").words, (std::vector<uint32_t>{2, 0, 0, 0, 0, 0, 0}));
     EXPECT_EQ(lookup("authentication/login/default").words, std::vector<uint32_t>(7, 0));
@@ -244,10 +292,12 @@ TEST(MethodListMethods, DefaultAuthenticationListIsSupplied) {
 
 // Kept: compared over the component's own length.
 TEST(MethodListMethods, BeginningsOfPppCountAsPpp) {
-    for (const char *path : {"authentication/pp/default", "authentication/p/default", "authentication//default"}) {
+    for (const char *path :
+         {"authentication/pp/default", "authentication/p/default", "authentication//default"}) {
         EXPECT_EQ(lookup(path).words.at(0), 2u) << path;
     }
-    for (const char *path : {"authentication/pppp/default", "authentication/default", "authentication/x/default"}) {
+    for (const char *path :
+         {"authentication/pppp/default", "authentication/default", "authentication/x/default"}) {
         EXPECT_EQ(lookup(path).words.at(0), 0u) << path;
     }
 }
@@ -256,7 +306,8 @@ TEST(MethodListMethods, OtherMissingListsAreRefused) {
     for (const char *path : {"authorization/ppp/default", "accounting/exec/default", "authenticatio", ""}) {
         EXPECT_EQ(lookup(path).rc, AAA_ERR_INVALID_METHOD) << path;
     }
-    for (const char *path : {"authentication/login/mylist", "authentication", "authentication/login/defaults"}) {
+    for (const char *path : {"authentication/login/mylist", "authentication", "authentication/login/defaults",
+                             "authentication/ppp/default/", "authentication/login/"}) {
         EXPECT_EQ(lookup(path).rc, SYSDB_ERR_NOT_FOUND) << path;
     }
 }
@@ -266,8 +317,9 @@ TEST(MethodListMethods, ReadFailureIsTracedNotLogged) {
     const Methods m = lookup("authentication/login/default");
     EXPECT_EQ(m.rc, kStrange);
     EXPECT_TRUE(m.words.empty());
-    EXPECT_EQ(fake::traces_of(1), (Texts{"Failed to read methodlist configuration for path authentication/login/default - " +
-                                         text_of(kStrange)}));
+    EXPECT_EQ(fake::traces_of(1),
+              (Texts{"Failed to read methodlist configuration for path authentication/login/default - " +
+                     text_of(kStrange)}));
     EXPECT_TRUE(fake::logs().empty());
 }
 
@@ -277,8 +329,9 @@ TEST(MethodListMethods, UnpackFailureIsTracedWithItsReason) {
     const Methods m = lookup("authentication/login/default");
     EXPECT_EQ(m.rc, static_cast<cerrno>(EPROTO));
     EXPECT_TRUE(m.words.empty());
-    EXPECT_EQ(fake::traces_of(1), (Texts{std::string("Cannot unpack the methods for path authentication/login/default - ") +
-                                         strerror(EPROTO)}));
+    EXPECT_EQ(fake::traces_of(1),
+              (Texts{std::string("Cannot unpack the methods for path authentication/login/default - ") +
+                     strerror(EPROTO)}));
     fake::answer("tuple_unpack_mask", 1, 1, 0);
     EXPECT_EQ(lookup("authentication/login/default").rc, AAA_ERR_INVALID_METHOD);
 }
@@ -306,7 +359,8 @@ TEST(MethodListMemory, EveryAllocationMayFail) {
         EXPECT_EQ(rc, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
     });
     fake::sweep_allocations([](fake::FailAlloc &fail) {
-        const cerrno rc = fail.run([] { return aaa_util_lookup_methodlist("authentication", "login", "mine"); });
+        const cerrno rc =
+            fail.run([] { return aaa_util_lookup_methodlist("authentication", "login", "mine"); });
         EXPECT_EQ(rc, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
     });
 }

@@ -25,10 +25,18 @@ constexpr uint32_t kStrange = 0x12345600u;  // a database failure that nobody kn
 constexpr char kMaps[] = "/oper/aaa/gl/group-server/";
 constexpr char kConfig[] = "/cfg/gl/aaa/";
 
-std::string maps(const std::string &item) { return kMaps + item; }
-std::string config(const std::string &item) { return kConfig + item; }
-std::string text_of(uint32_t code) { return cerr_strerror(code); }
-Texts traces() { return fake::traces_of(kLevel); }
+std::string maps(const std::string &item) {
+    return kMaps + item;
+}
+std::string config(const std::string &item) {
+    return kConfig + item;
+}
+std::string text_of(uint32_t code) {
+    return cerr_strerror(code);
+}
+Texts traces() {
+    return fake::traces_of(kLevel);
+}
 
 bool traced(const std::string &line) {
     for (const std::string &text : traces()) {
@@ -144,7 +152,8 @@ TEST(ServerGroupVerify, BindFailureIsTheResult) {
     const Verification v = verify(AAA_CFG_OP_CREATE, "CORP", 1);
     EXPECT_EQ(v.rc, kStrange);
     EXPECT_EQ(v.verdict, 2u);
-    EXPECT_EQ(fake::log_texts(), (Texts{"sysdb_bind failed  on  path /oper/aaa/gl/group-server/: " + text_of(kStrange)}));
+    EXPECT_EQ(fake::log_texts(),
+              (Texts{"sysdb_bind failed  on  path /oper/aaa/gl/group-server/: " + text_of(kStrange)}));
 }
 
 TEST(ServerGroupVerify, UnknownOperationIsRefused) {
@@ -167,13 +176,56 @@ TEST(ServerGroupVerify, NullArgumentsTouchNothing) {
     EXPECT_EQ(text, nullptr);
 }
 
+// The text is lost then, the refusal is not.
+TEST(ServerGroupVerify, RefusalsNeedNoMemory) {
+    fake::sysdb::put_u32(maps("sg_name_map/radius/TAKEN"), 1001);
+    const struct {
+        uint32_t operation, protocol;
+        const char *name;
+        cerrno rc;
+    } cases[] = {{AAA_CFG_OP_SET, 1, "local", AAA_ERR_INVALID_ARG},
+                 {AAA_CFG_OP_SET, 2, "TAKEN", AAA_ERR_SG_NAME_OTHER_PROTOCOL},
+                 {AAA_CFG_OP_SET, 3, "CORP", AAA_ERR_INVALID_ARG},
+                 {9, 1, "CORP", AAA_ERR_INVALID_ARG}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        fake::sweep_allocations([&c](fake::FailAlloc &fail) {
+            const aaa_cfg_event_t event = {c.operation, 0, {}};
+            char *text = nullptr;
+            uint32_t verdict = 99;
+            EXPECT_EQ(fail.run([&] {
+                return aaa_util_svr_grp_verify(&event, &text, &verdict, c.name, c.protocol);
+            }),
+                      c.rc);
+            EXPECT_EQ(verdict, 2u);
+            EXPECT_EQ(text == nullptr, fail.fired());
+            free(text);
+        });
+    }
+}
+
+TEST(ServerGroupVerify, LooksTheNameUpInTheOthersMapsInOrder) {
+    const struct {
+        uint32_t protocol;
+        const char *first, *second;
+    } cases[] = {{1, "tacacs", "diameter"}, {2, "radius", "diameter"}, {17, "radius", "tacacs"}};
+    for (const auto &c : cases) {
+        fake::clear_journal();
+        verify(AAA_CFG_OP_SET, "CORP", c.protocol);
+        const std::string read = std::string("sysdb_item_get(") + kMaps + ", \"sg_name_map/";
+        EXPECT_EQ(fake::calls("sysdb_item_get"),
+                  (Texts{read + c.first + "/CORP\", 1, 0)", read + c.second + "/CORP\", 1, 0)"}));
+    }
+}
+
 // ---- verify: delete -------------------------------------------------------------
 
 class ServerGroupDelete : public testing::Test {
-protected:
+  protected:
     void SetUp() override {
         fake::sysdb::put_tuple(config("authentication/login/default"), {10, 2, 0, 0}, {"CORP", "", "", ""});
-        fake::sysdb::put_tuple(config("accounting/exec/default"), {0, 0, 0, 2, 10, 0, 0}, {"", "BOOKS", "", ""});
+        fake::sysdb::put_tuple(config("accounting/exec/default"), {0, 0, 0, 2, 10, 0, 0},
+                               {"", "BOOKS", "", ""});
         fake::sysdb::put_u32(config("radius/timeout"), 5);
     }
 };
@@ -258,6 +310,48 @@ TEST_F(ServerGroupDelete, OwnHandleIsUsedOnceBound) {
     EXPECT_NE(aaa_cfg_sysdb_connid, 0u);
 }
 
+TEST_F(ServerGroupDelete, BindsAndListsTheWholeTree) {
+    verify(AAA_CFG_OP_DELETE, "BOOKS", 1);
+    const Texts calls =
+        fake::calls({"_sysdb_bind", "sysdb_list", "sysdb_list_start", "sysdb_list_free", "sysdb_item_get"});
+    const std::string list = std::string("sysdb_list(") + kConfig + ", ";
+    EXPECT_EQ(calls,
+              (Texts{std::string("_sysdb_bind(\"") + kConfig + "\", 2)", list + "\"\", \"\", 0)",
+                     "sysdb_list_start(list)", list + "\"accounting/\", \"\", 0)", "sysdb_list_start(list)",
+                     list + "\"accounting/exec/\", \"\", 0)", "sysdb_list_start(list)",
+                     std::string("sysdb_item_get(") + kConfig + ", \"accounting/exec/default\", 5, 0)",
+                     "sysdb_list_free(list)", "sysdb_list_free(list)", "sysdb_list_free(list)"}));
+}
+
+TEST_F(ServerGroupDelete, NamesAreComparedWholeAndExactly) {
+    const std::string longest(49, 'n');
+    fake::sysdb::put_tuple(config("authorization/exec/long"), {10, 0, 0, 0}, {longest, "", "", ""});
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, longest.c_str(), 1).rc, AAA_ERR_SG_IN_USE);
+    for (const std::string &name : {std::string("corp"), std::string("COR"), std::string("CORPS"),
+                                    std::string(48, 'n'), std::string(50, 'n')}) {
+        EXPECT_EQ(verify(AAA_CFG_OP_DELETE, name.c_str(), 1).rc, AAA_OK) << name;
+    }
+}
+
+// The format follows the path that is searched, wherever the word stands in it,
+// and not the name of the list.
+TEST_F(ServerGroupDelete, TheWordAccountingInThePathChoosesTheFormat) {
+    fake::sysdb::put_tuple(config("authorization/exec/accounting"), {10, 0, 0, 0}, {"PLAIN", "", "", ""});
+    fake::sysdb::put_tuple(config("my-accounting-lists/x"), {0, 0, 0, 10, 0, 0, 0}, {"LONG", "", "", ""});
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "PLAIN", 1).rc, AAA_ERR_SG_IN_USE);
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "LONG", 1).rc, AAA_ERR_SG_IN_USE);
+}
+
+TEST_F(ServerGroupDelete, APathOf511CharactersStillFits) {
+    const std::string directory = std::string(200, 'a') + "/" + std::string(200, 'b') + "/";
+    const std::string fitting = directory + std::string(511 - directory.size(), 'c');
+    fake::sysdb::put_tuple(config(fitting), {10, 0, 0, 0}, {"DEEP", "", "", ""});
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "DEEP", 1).rc, AAA_ERR_SG_IN_USE);
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, AAA_OK);
+    fake::sysdb::put_tuple(config(fitting + "c"), {10, 0, 0, 0}, {"TOO", "", "", ""});
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, AAA_ERR_BUFFER_TOO_SMALL);
+}
+
 TEST_F(ServerGroupDelete, PathThatDoesNotFitStopsTheSearch) {
     fake::sysdb::put_u32(config(std::string(300, 'a') + "/" + std::string(300, 'b') + "/x"), 1);
     EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, AAA_ERR_BUFFER_TOO_SMALL);
@@ -278,7 +372,8 @@ TEST_F(ServerGroupDelete, ExhaustedMemoryGivesItsCode) {
         const aaa_cfg_event_t event = {AAA_CFG_OP_DELETE, 0, {}};
         char *text = nullptr;
         uint32_t verdict = 99;
-        const cerrno rc = fail.run([&] { return aaa_util_svr_grp_verify(&event, &text, &verdict, "OTHER", 1); });
+        const cerrno rc =
+            fail.run([&] { return aaa_util_svr_grp_verify(&event, &text, &verdict, "OTHER", 1); });
         EXPECT_EQ(rc, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
         EXPECT_EQ(verdict, fail.fired() ? 2u : 1u);
     });
@@ -312,6 +407,19 @@ TEST(ServerGroupFirstPass, OverridesARefusal) {
     EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "CORP", 2, 0x10).rc, AAA_ERR_SG_IN_USE);
 }
 
+// The bit counts, not the operation: an unknown event that has it is deferred too.
+TEST(ServerGroupFirstPass, ConcernsEveryOperationWithTheDeleteBit) {
+    for (const uint32_t operation : {5u, 6u, 7u, 0xFFu}) {
+        const Verification v = verify(operation, "CORP", 2, 0x10);
+        EXPECT_EQ(v.rc, AAA_ERR_INVALID_ARG);
+        EXPECT_EQ(v.verdict, 4u);
+        EXPECT_EQ(v.text, "Unknown server group event");
+        EXPECT_EQ(verify(operation, "CORP", 1, 0x10).verdict, 1u);
+        EXPECT_EQ(verify(operation, "CORP", 2).verdict, 2u);
+    }
+    EXPECT_EQ(verify(8, "CORP", 2, 0x10).verdict, 2u);
+}
+
 TEST(ServerGroupFirstPass, DoesNotConcernSetOrOtherFlags) {
     fake::sysdb::make_directory(kConfig);
     EXPECT_EQ(verify(AAA_CFG_OP_SET, "CORP", 2, 0x10).verdict, 1u);
@@ -321,8 +429,11 @@ TEST(ServerGroupFirstPass, DoesNotConcernSetOrOtherFlags) {
 // ---- apply ----------------------------------------------------------------------------
 
 class ServerGroupApply : public testing::Test {
-protected:
-    void SetUp() override { ASSERT_EQ(_sysdb_bind(&conn_, kMaps, 0), 0u); fake::clear_journal(); }
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(_sysdb_bind(&conn_, kMaps, 0), 0u);
+        fake::clear_journal();
+    }
     void TearDown() override { _sysdb_unbind(conn_); }
 
     cerrno apply(uint32_t operation, const char *protocol, const char *name, uint8_t flags = 0) {
@@ -350,7 +461,8 @@ TEST_F(ServerGroupApply, FirstNumbersOfTheProtocols) {
 
 TEST_F(ServerGroupApply, TracesOfANewMapping) {
     ASSERT_EQ(apply(AAA_CFG_OP_CREATE, "radius", "A"), AAA_OK);
-    EXPECT_EQ(traces(), (Texts{"Set/create event for server group A (type = radius)", "New mapping for sg A: # 1001"}));
+    EXPECT_EQ(traces(),
+              (Texts{"Set/create event for server group A (type = radius)", "New mapping for sg A: # 1001"}));
 }
 
 TEST_F(ServerGroupApply, WritesNameItemThenNumberItem) {
@@ -379,12 +491,33 @@ TEST_F(ServerGroupApply, LastNumbersAreGivenAndThenNoMore) {
     EXPECT_EQ(fake::logs()[0].mnemonic, "ERR_SERVER_GROUP");
     EXPECT_EQ(fake::logs()[0].severity, 3u);
     EXPECT_EQ(fake::logs()[0].text, "Server group index exceeded the maximum limit");
-    EXPECT_EQ(traces().back(), "Failed to create server group mapping for B - " + text_of(AAA_ERR_SG_MAPPING));
+    EXPECT_EQ(traces().back(),
+              "Failed to create server group mapping for B - " + text_of(AAA_ERR_SG_MAPPING));
     EXPECT_FALSE(fake::sysdb::get_u32(maps("sg_name_map/radius/B")).has_value());
     fake::sysdb::put_string(maps("sg_num_map/tacacs/0xf9f"), "X");
     EXPECT_EQ(apply(AAA_CFG_OP_CREATE, "tacacs", "C"), AAA_ERR_SG_MAPPING);
     fake::sysdb::put_string(maps("sg_num_map/diameter/0xffffffffffffffffff"), "X");
     EXPECT_EQ(apply(AAA_CFG_OP_CREATE, "diameter", "D"), AAA_ERR_SG_MAPPING);
+}
+
+TEST_F(ServerGroupApply, NumbersThatAreUsedUpRollTheNameItemBack) {
+    fake::sysdb::put_string(maps("sg_num_map/radius/0x7cf"), "X");
+    EXPECT_EQ(apply(AAA_CFG_OP_CREATE, "radius", "A"), AAA_ERR_SG_MAPPING);
+    EXPECT_EQ(number_, 0u);
+    const std::string at = std::string("(") + kMaps + ", \"";
+    EXPECT_EQ(
+        fake::calls({"sysdb_item_get", "sysdb_directory_get_last", "sysdb_item_set", "sysdb_item_delete"}),
+        (Texts{"sysdb_item_get" + at + "sg_name_map/radius/A\", 1, 0)",
+               "sysdb_directory_get_last" + at + "sg_num_map/radius/\", 0)",
+               "sysdb_item_delete" + at + "sg_name_map/radius/A\", 0)"}));
+}
+
+TEST_F(ServerGroupApply, ItemPathsAreCutAt255Characters) {
+    const std::string name(400, 'n');
+    ASSERT_EQ(apply(AAA_CFG_OP_CREATE, "radius", name.c_str()), AAA_OK);
+    EXPECT_EQ(fake::sysdb::paths(),
+              (Texts{maps(("sg_name_map/radius/" + name).substr(0, 255)), maps("sg_num_map/radius/0x3e9")}));
+    EXPECT_EQ(fake::sysdb::get_string(maps("sg_num_map/radius/0x3e9")), name);
 }
 
 TEST_F(ServerGroupApply, SecondSetKeepsTheNumberAndRestoresTheWayBack) {
@@ -420,14 +553,16 @@ TEST_F(ServerGroupApply, FailuresOfTheNumberItemAreLogged) {
     fake::clear_answers("sysdb_item_get");
     fake::answer("sysdb_item_set", kStrange);
     EXPECT_EQ(apply(AAA_CFG_OP_SET, "radius", "A"), kStrange);
-    EXPECT_EQ(fake::log_texts(), (Texts{"Cannot get number map from path sg_num_map/radius/0x3e9: " + text_of(kStrange),
-                                        "Cannot set path sg_num_map/radius/0x3e9: " + text_of(kStrange)}));
+    EXPECT_EQ(fake::log_texts(),
+              (Texts{"Cannot get number map from path sg_num_map/radius/0x3e9: " + text_of(kStrange),
+                     "Cannot set path sg_num_map/radius/0x3e9: " + text_of(kStrange)}));
 }
 
 TEST_F(ServerGroupApply, FailureOfTheNameItemIsLoggedAndTraced) {
     fake::answer("sysdb_item_get", kStrange);
     EXPECT_EQ(apply(AAA_CFG_OP_SET, "radius", "A"), kStrange);
-    EXPECT_EQ(fake::log_texts(), (Texts{"Cannot get name map from path sg_name_map/radius/A: " + text_of(kStrange)}));
+    EXPECT_EQ(fake::log_texts(),
+              (Texts{"Cannot get name map from path sg_name_map/radius/A: " + text_of(kStrange)}));
     ASSERT_EQ(traces().size(), 3u);
     EXPECT_EQ(traces()[1].rfind("sysdb_connid = 0x", 0), 0u) << traces()[1];
     EXPECT_NE(traces()[1].find(", item_name = sg_name_map/radius/A"), std::string::npos);
@@ -491,21 +626,53 @@ TEST_F(ServerGroupApply, DeleteWaitsForTheSecondPassButForRadius) {
     EXPECT_FALSE(fake::sysdb::get_u32(maps("sg_name_map/radius/A")).has_value());
 }
 
+TEST_F(ServerGroupApply, OnlyTheWholeWordRadiusIsDeletedInTheFirstPass) {
+    for (const char *protocol : {"radius2", "radiu", "RADIUS", "", "diameter"}) {
+        fake::clear_journal();
+        EXPECT_EQ(apply(AAA_CFG_OP_DELETE, protocol, "A", 0x10), AAA_OK) << protocol;
+        EXPECT_EQ(traces().back(), "Apply received for the first pass");
+        EXPECT_EQ(fake::count("sysdb_item_get"), 0u);
+    }
+}
+
+TEST_F(ServerGroupApply, TheFirstPassDoesNotLookAtTheArguments) {
+    const aaa_cfg_event_t event = {AAA_CFG_OP_DELETE, 0x10, {}};
+    EXPECT_EQ(aaa_util_svr_grp_apply(conn_, &event, nullptr, nullptr, nullptr), AAA_OK);
+    EXPECT_EQ(traces(), (Texts{"Delete event for server group (null) (type = (null))",
+                               "Apply received for the first pass"}));
+    EXPECT_EQ(aaa_util_svr_grp_apply(conn_, &event, "radius", nullptr, &number_), AAA_ERR_INVALID_ARG);
+}
+
+TEST_F(ServerGroupApply, MissingArgumentsOfADeleteAreNotTracedUnlikeThoseOfACreate) {
+    aaa_cfg_event_t event = {AAA_CFG_OP_DELETE, 0, {}};
+    EXPECT_EQ(aaa_util_svr_grp_apply(conn_, &event, "radius", "A", nullptr), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(traces(), (Texts{"Delete event for server group A (type = radius)"}));
+    fake::clear_journal();
+    event.operation = AAA_CFG_OP_CREATE;
+    EXPECT_EQ(aaa_util_svr_grp_apply(conn_, &event, "radius", "A", nullptr), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(traces(),
+              (Texts{"Set/create event for server group A (type = radius)",
+                     "Failed to create server group mapping for A - " + text_of(AAA_ERR_INVALID_ARG)}));
+}
+
 TEST_F(ServerGroupApply, ItemsThatCannotBeDeletedDoNotFailTheDeletion) {
     ASSERT_EQ(apply(AAA_CFG_OP_CREATE, "radius", "A"), AAA_OK);
     fake::clear_journal();
     fake::answer("sysdb_item_delete", kStrange);
     EXPECT_EQ(apply(AAA_CFG_OP_DELETE, "radius", "A"), AAA_OK);
     EXPECT_EQ(number_, 1001u);
-    EXPECT_EQ(traces(), (Texts{"Delete event for server group A (type = radius)",
-                               "Cannot delete server group  name for sg_name_map/radius/A - " + text_of(kStrange),
-                               "Cannot delete server group  number for sg_num_map/radius/0x3e9 - " + text_of(kStrange)}));
+    EXPECT_EQ(
+        traces(),
+        (Texts{"Delete event for server group A (type = radius)",
+               "Cannot delete server group  name for sg_name_map/radius/A - " + text_of(kStrange),
+               "Cannot delete server group  number for sg_num_map/radius/0x3e9 - " + text_of(kStrange)}));
 }
 
 TEST_F(ServerGroupApply, DeleteOfAnUnknownGroupReportsTheReadFailure) {
     EXPECT_EQ(apply(AAA_CFG_OP_DELETE, "radius", "A"), SYSDB_ERR_NOT_FOUND);
     EXPECT_EQ(number_, 0u);
-    EXPECT_EQ(traces().back(), "Failed to delete server group mapping for A - " + text_of(SYSDB_ERR_NOT_FOUND));
+    EXPECT_EQ(traces().back(),
+              "Failed to delete server group mapping for A - " + text_of(SYSDB_ERR_NOT_FOUND));
 }
 
 TEST_F(ServerGroupApply, DeleteOfANullValueDoesNothing) {

@@ -23,8 +23,12 @@ constexpr uint32_t kLevel = 6;
 constexpr uint32_t kStrange = 0x12345600u;
 constexpr char kGroup[] = "/cfg/gl/aaa/group-server/radius/CORP/server/";
 
-std::string text_of(uint32_t code) { return cerr_strerror(code); }
-Texts traces() { return fake::traces_of(kLevel); }
+std::string text_of(uint32_t code) {
+    return cerr_strerror(code);
+}
+Texts traces() {
+    return fake::traces_of(kLevel);
+}
 
 struct Answer {
     cerrno rc;
@@ -185,16 +189,51 @@ TEST(ServerIndex, BindFailureIsTheResult) {
 TEST(ServerIndex, NullArgumentsStillUnbind) {
     uint32_t index = 99;
     EXPECT_EQ(aaa_util_get_next_ord_index("CORP", 1, 1, nullptr, "h", 1, 2, 0, 0), AAA_ERR_INVALID_ARG);
-    EXPECT_EQ(aaa_util_get_next_tacacs_ord_index("CORP", 2, 1, nullptr, "h", 1, 0, 0, 0), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_util_get_next_tacacs_ord_index("CORP", 2, 1, nullptr, "h", 1, 0, 0, 0),
+              AAA_ERR_INVALID_ARG);
     EXPECT_EQ(fake::count("_sysdb_unbind"), 2u);
     EXPECT_TRUE(traces().empty());
     EXPECT_EQ(aaa_util_get_next_ord_index("CORP", 1, 1, &index, nullptr, 1, 2, 0, 0), AAA_ERR_INVALID_ARG);
     EXPECT_EQ(index, 0u);
 }
 
+TEST(ServerIndex, ANullHostIsNotTraced) {
+    uint32_t index = 99;
+    EXPECT_EQ(aaa_util_get_next_tacacs_ord_index("CORP", 2, 1, &index, nullptr, 1, 0, 0, 0),
+              AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(index, 0u);
+    EXPECT_TRUE(traces().empty());
+    EXPECT_EQ(fake::calls({"_sysdb_bind", "_sysdb_unbind"}), (Texts{"_sysdb_unbind(0)"}));
+}
+
+TEST(ServerIndex, CallsInOrderOnAConnectionOfItsOwn) {
+    store(1, "192.0.2.1");
+    EXPECT_EQ(ask(AAA_INDEX_ANY).index, 2u);
+    const std::string at = std::string("(") + kGroup + ", \"";
+    const std::string entry = "/192.0.2.9,1812,1813\", 0, 0)";
+    EXPECT_EQ(
+        fake::calls({"_sysdb_bind", "_sysdb_unbind", "sysdb_item_get", "sysdb_list", "sysdb_list_start",
+                     "sysdb_list_next", "sysdb_list_free"}),
+        (Texts{std::string("_sysdb_bind(\"") + kGroup + "\", 0)",
+               "sysdb_item_get" + at + "0xffffffff" + entry, "sysdb_list" + at + "\", \"\", 0)",
+               "sysdb_list_start(list)", "sysdb_list_next(list, 0)", "sysdb_item_get" + at + "0x1" + entry,
+               "sysdb_list_free(list)", std::string("_sysdb_unbind(") + kGroup + ")"}));
+    EXPECT_EQ(aaa_cfg_sysdb_connid, 0u);
+}
+
+TEST(ServerIndex, AFailingUnbindDoesNotShow) {
+    fake::sysdb::make_directory(kGroup);
+    fake::answer("_sysdb_unbind", kStrange, 1);
+    uint32_t index = 99;
+    EXPECT_EQ(aaa_util_get_next_ord_index("CORP", 1, AAA_INDEX_ANY, &index, "h", 1, 2, 0, 0), AAA_OK);
+    EXPECT_EQ(index, 1u);
+}
+
 // ---- paths -----------------------------------------------------------------------
 
-std::string bound_path() { return traces().empty() ? "" : traces()[0]; }
+std::string bound_path() {
+    return traces().empty() ? "" : traces()[0];
+}
 
 TEST(ServerIndexPath, GroupPrivateAndGlobalLists) {
     uint32_t index = 0;
@@ -210,6 +249,38 @@ TEST(ServerIndexPath, GroupPrivateAndGlobalLists) {
     aaa_util_get_next_ord_index(nullptr, 18, 1, &index, "h", 1, 2, 0, 0);
     EXPECT_EQ(bound_path(), "Binding to /cfg/gl/aaa/(null)/host/");
     EXPECT_NE(fake::calls("_sysdb_bind").at(0).find("/host/\", 0"), std::string::npos);
+}
+
+TEST(ServerIndexPath, IsCutAt511Characters) {
+    const std::string list = "/cfg/gl/aaa/group-server/radius/";
+    const auto bound_for = [&](std::size_t length) {
+        fake::clear_journal();
+        uint32_t index = 0;
+        fake::answer("_sysdb_bind", kStrange, 1);
+        const std::string group(length, 'g');
+        EXPECT_EQ(aaa_util_get_next_ord_index(group.c_str(), 1, 1, &index, "h", 1, 2, 0, 0), kStrange);
+        return fake::calls("_sysdb_bind").at(0);
+    };
+    const std::size_t fitting = 511 - list.size() - std::string("/server/").size();
+    EXPECT_EQ(bound_for(fitting), "_sysdb_bind(\"" + list + std::string(fitting, 'g') + "/server/\", 0)");
+    EXPECT_EQ(bound_for(fitting + 1),
+              "_sysdb_bind(\"" + list + std::string(fitting + 1, 'g') + "/server\", 0)");
+}
+
+TEST(ServerIndexPath, EntriesAreCutAt511Characters) {
+    const std::string host(600, 'h');
+    ask(0x1a, host.c_str());
+    const std::string path = ("0x1a/" + host).substr(0, 511);
+    EXPECT_NE(fake::calls("sysdb_item_get").at(0).find("\"" + path + "\", 0"), std::string::npos);
+}
+
+TEST(ServerIndexPath, PortsAreSignedInItemNamesAndHexadecimalInDirectories) {
+    uint32_t index = 0;
+    aaa_util_get_next_ord_index("G", 1, 1, &index, "h", 0xFFFFFFFF, 0x80000000, 0, 0);
+    EXPECT_EQ(traces()[2], "Reading path 0x1/h,-1,-2147483648 - " + text_of(SYSDB_ERR_NOT_FOUND));
+    fake::clear_journal();
+    aaa_util_get_next_ord_index("G", 2, 1, &index, "h", 0xFFFFFFFF, 0, 1, 0);
+    EXPECT_EQ(traces()[2], "Reading path 0x1/h,0xffffffff/ - " + text_of(SYSDB_ERR_NOT_FOUND));
 }
 
 struct EntryForm {
@@ -237,7 +308,8 @@ TEST_P(ServerEntry, IsNamedByProtocolAndKind) {
         EXPECT_NE(call.find(std::string("\"") + form.entry + "\", \"\""), std::string::npos) << call;
         EXPECT_NE(call.find("0, 1)"), std::string::npos) << call;
     } else {
-        EXPECT_NE(fake::calls("sysdb_item_get").at(0).find(std::string("\"") + form.entry + "\", 0"), std::string::npos);
+        EXPECT_NE(fake::calls("sysdb_item_get").at(0).find(std::string("\"") + form.entry + "\", 0"),
+                  std::string::npos);
     }
 }
 

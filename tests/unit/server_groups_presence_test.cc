@@ -45,7 +45,8 @@ TEST(ServerGroupPresence, IsLookedForUntilFoundAndThenRemembered) {
                                         bind_failure("sysdb_bind failed on ", "/cfg/gl/aaa/")}));
 
     uint32_t index = 99;
-    EXPECT_EQ(aaa_util_get_next_ord_index("CORP", 1, AAA_INDEX_ANY, &index, "192.0.2.1", 1, 2, 0, 0), 0x8081c200u);
+    EXPECT_EQ(aaa_util_get_next_ord_index("CORP", 1, AAA_INDEX_ANY, &index, "192.0.2.1", 1, 2, 0, 0),
+              0x8081c200u);
     EXPECT_EQ(index, 0u);
     EXPECT_EQ(fake::traces_of(AAA_DBG_SERVER_GROUP).back(),
               std::string("Failed to validate index - ") + cerr_strerror(0x8081c200u));

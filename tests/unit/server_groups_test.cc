@@ -20,10 +20,12 @@ using Calls = std::vector<std::string>;
 
 constexpr char kMaps[] = "/oper/aaa/gl/group-server/";
 
-std::string maps(const std::string &item) { return kMaps + item; }
+std::string maps(const std::string &item) {
+    return kMaps + item;
+}
 
 class ServerGroupLookup : public testing::Test {
-protected:
+  protected:
     void SetUp() override {
         fake::sysdb::put_u32(maps("sg_name_map/radius/CORP"), 1001);
         fake::sysdb::put_string(maps("sg_num_map/radius/0x3e9"), "CORP");
@@ -35,10 +37,10 @@ protected:
 };
 
 TEST(ServerGroupProtocol, NamesAllKeywordsAndNothingAbove) {
-    const char *const expected[] = {"none",       "radius",           "tacacs", "tacacs+",     "local",
-                                    "enable",     "default",          "if-needed", "if-authenticated", "krb5",
-                                    "krb5-telnet", "krb5-instance",   "line",   "local-case",  "guest",
-                                    "auth-guest", "rcmd",             "diameter"};
+    const char *const expected[] = {"none",        "radius",        "tacacs",    "tacacs+",          "local",
+                                    "enable",      "default",       "if-needed", "if-authenticated", "krb5",
+                                    "krb5-telnet", "krb5-instance", "line",      "local-case",       "guest",
+                                    "auth-guest",  "rcmd",          "diameter"};
     for (uint32_t i = 0; i < 18; i++) {
         EXPECT_STREQ(aaa_util_get_sg_defined_name(i), expected[i]) << i;
     }
@@ -134,8 +136,8 @@ TEST_F(ServerGroupLookup, BindFailureIsLoggedWithOneBlankAndReturned) {
     ASSERT_EQ(fake::logs().size(), 1u);
     EXPECT_EQ(fake::logs()[0].mnemonic, "ERR_SYSDB");
     EXPECT_EQ(fake::logs()[0].severity, 7u);
-    EXPECT_EQ(fake::logs()[0].text,
-              std::string("sysdb_bind failed on  path /oper/aaa/gl/group-server/: ") + cerr_strerror(0x12345600u));
+    EXPECT_EQ(fake::logs()[0].text, std::string("sysdb_bind failed on  path /oper/aaa/gl/group-server/: ") +
+                                        cerr_strerror(0x12345600u));
     EXPECT_EQ(aaa_sgmap_sysdb_connid, 0u);
 }
 
@@ -143,8 +145,8 @@ TEST_F(ServerGroupLookup, BindFailureOfTheReverseLookupHasTwoBlanks) {
     fake::answer("_sysdb_bind", 0x12345600u);
     EXPECT_EQ(aaa_util_lookup_sg_name(1001), nullptr);
     ASSERT_EQ(fake::logs().size(), 1u);
-    EXPECT_EQ(fake::logs()[0].text,
-              std::string("sysdb_bind failed  on  path /oper/aaa/gl/group-server/: ") + cerr_strerror(0x12345600u));
+    EXPECT_EQ(fake::logs()[0].text, std::string("sysdb_bind failed  on  path /oper/aaa/gl/group-server/: ") +
+                                        cerr_strerror(0x12345600u));
 }
 
 TEST_F(ServerGroupLookup, FindsNamesByNumberInLowerCaseHex) {
@@ -161,8 +163,19 @@ TEST_F(ServerGroupLookup, FindsNamesByNumberInLowerCaseHex) {
     EXPECT_NE(reads[2].find("\"sg_num_map/tacacs/0xbb9\", 3"), std::string::npos) << reads[2];
 }
 
+TEST_F(ServerGroupLookup, AnyNumberIsLookedUpAsItIs) {
+    EXPECT_EQ(aaa_util_lookup_sg_name(0x2a), nullptr);
+    EXPECT_EQ(aaa_util_lookup_sg_name(0xFFFFFFFFu), nullptr);
+    const std::string read = std::string("sysdb_item_get(") + kMaps + ", \"sg_num_map/";
+    EXPECT_EQ(fake::calls("sysdb_item_get"),
+              (Calls{read + "radius/0x2a\", 3, 0)", read + "tacacs/0x2a\", 3, 0)",
+                     read + "radius/0xffffffff\", 3, 0)", read + "tacacs/0xffffffff\", 3, 0)"}));
+}
+
 // Kept: the way back knows RADIUS and TACACS numbers only.
-TEST_F(ServerGroupLookup, DiameterNumbersAreNotFound) { EXPECT_EQ(aaa_util_lookup_sg_name(3002), nullptr); }
+TEST_F(ServerGroupLookup, DiameterNumbersAreNotFound) {
+    EXPECT_EQ(aaa_util_lookup_sg_name(3002), nullptr);
+}
 
 TEST_F(ServerGroupLookup, OtherFailuresOfTheReverseLookupEndIt) {
     fake::answer("sysdb_item_get", 0x12345600u);
@@ -195,6 +208,7 @@ TEST_F(ServerGroupLookup, OverlongNameIsCutAt255Characters) {
     uint32_t number = 0;
     EXPECT_EQ(aaa_util_lookup_sg_index(name.c_str(), &number), SYSDB_ERR_NOT_FOUND);
     const std::string path = (std::string("sg_name_map/radius/") + name).substr(0, 255);
+    EXPECT_EQ(path.size(), 255u);
     EXPECT_NE(fake::calls("sysdb_item_get").at(0).find("\"" + path + "\""), std::string::npos);
 }
 
