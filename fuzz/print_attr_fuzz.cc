@@ -48,7 +48,8 @@ void require(bool holds, const char *what) {
 // The line that the pair gives in a buffer of the size (which is not 0).
 std::string print(const Pair &pair, uint32_t size) {
     std::vector<char> buffer(size + kGuard, kGuardByte);
-    char *const returned = aaa_util_print_attr(pair.type, pair.length, pair.flags, pair.value, buffer.data(), size);
+    char *const returned =
+        aaa_util_print_attr(pair.type, pair.length, pair.flags, pair.value, buffer.data(), size);
     require(returned == buffer.data(), "the buffer is not returned");
     require(std::all_of(buffer.begin() + size, buffer.end(), [](char c) { return c == kGuardByte; }),
             "written behind the buffer");
@@ -63,7 +64,8 @@ void check_line(const Pair &pair, const std::string &line) {
     require(line.starts_with("    "), "no leading blanks");
     require(line.find(head) != std::string::npos, "no type and length");
     require(line.ends_with("\n"), "no line feed at the end");
-    require((line.find("[out] ") != std::string::npos) || (pair.flags & AAA_AVF_PRINT_OUT) == 0, "not marked as out");
+    require((line.find("[out] ") != std::string::npos) || (pair.flags & AAA_AVF_PRINT_OUT) == 0,
+            "not marked as out");
 }
 
 void check_password(Pair pair, const std::string &line) {

@@ -61,7 +61,7 @@ std::string trace() {
 
 // Every test begins and ends with no recorded block.
 class Alloc : public testing::Test {
-protected:
+  protected:
     void SetUp() override { ASSERT_TRUE(records().empty()); }
     void TearDown() override {
         EXPECT_TRUE(records().empty());
@@ -221,8 +221,9 @@ TEST_F(Alloc, ReallocThatMovesLeavesOneRecordForTheNewAddress) {
     EXPECT_EQ(std::memcmp(block, "0123456789abcdef", 16), 0);
     EXPECT_EQ(records(), (std::vector<Record>{{block, 1 << 20, 2, "new"}}));
     EXPECT_EQ(trace(), "MEM REALLOC: new [2]: " + shown(block) + " (size 1048576)");
-    EXPECT_EQ(fake::calls({"realloc_named", "queue_enqueue", "queue_unqueue"}),
-              (Lines{"realloc_named(1048576, \"new\")", "queue_enqueue(ptr, ptr)", "queue_unqueue(ptr, ptr)"}));
+    EXPECT_EQ(
+        fake::calls({"realloc_named", "queue_enqueue", "queue_unqueue"}),
+        (Lines{"realloc_named(1048576, \"new\")", "queue_enqueue(ptr, ptr)", "queue_unqueue(ptr, ptr)"}));
     aaa_util_free("new", 3, block);
 }
 

@@ -31,14 +31,14 @@ constexpr std::size_t kRoom = 1024;  // what the list printers pass
 
 // A value in a block of exactly its size, so that a sanitizer sees a read past it.
 class Value {
-public:
+  public:
     explicit Value(std::string_view bytes) : size_(bytes.size()), bytes_(new char[bytes.size()]) {
         std::copy(bytes.begin(), bytes.end(), bytes_.get());
     }
     [[nodiscard]] const void *data() const { return bytes_.get(); }
     [[nodiscard]] uint32_t size() const { return static_cast<uint32_t>(size_); }
 
-private:
+  private:
     std::size_t size_;
     std::unique_ptr<char[]> bytes_;
 };
@@ -115,7 +115,8 @@ std::vector<Case> read_vectors() {
             continue;
         }
         cases.push_back(parse(number, line));
-        EXPECT_TRUE(std::getline(in, cases.back().expected)) << "line " << number << " lacks its expected text";
+        EXPECT_TRUE(std::getline(in, cases.back().expected))
+            << "line " << number << " lacks its expected text";
         ++number;
     }
     return cases;
@@ -127,8 +128,8 @@ TEST(PrintAttr, Vectors) {
     for (const Case &one : cases) {
         const Value bytes(one.value.value_or(""));
         char line[kRoom];
-        EXPECT_EQ(aaa_util_print_attr(one.type, one.length, one.flags, one.value ? bytes.data() : nullptr, line,
-                                      sizeof line),
+        EXPECT_EQ(aaa_util_print_attr(one.type, one.length, one.flags, one.value ? bytes.data() : nullptr,
+                                      line, sizeof line),
                   line);
         EXPECT_EQ(line, one.expected + "\n") << "print_attr.txt:" << one.line;
     }
@@ -140,11 +141,11 @@ TEST(PrintAttr, Vectors) {
 const std::set<uint32_t> kNamed = {2, 3, 39, 43, 262};
 const std::set<uint32_t> kDotted = {264, 265};
 const std::set<uint32_t> kHidden = {258, 1372};
-const std::set<uint32_t> kTextWithLength = {
-    5, 6, 7, 12, 17, 20, 37, 40, 48, 50, 60, 61, 257, 266, 269, 274, 280, 281, 1299, 1308, 1312, 1379,
-    1382, 1384, 1385, 1391};
-const std::set<uint32_t> kInteger = {
-    8, 10, 13, 22, 27, 55, 268, 1383, 1386, 1387, 1388, 1389, 1390, 1392, 1394, 1395};
+const std::set<uint32_t> kTextWithLength = {5,    6,    7,    12,   17,   20,   37,   40,  48,
+                                            50,   60,   61,   257,  266,  269,  274,  280, 281,
+                                            1299, 1308, 1312, 1379, 1382, 1384, 1385, 1391};
+const std::set<uint32_t> kInteger = {8,    10,   13,   22,   27,   55,   268,  1383,
+                                     1386, 1387, 1388, 1389, 1390, 1392, 1394, 1395};
 
 // What the value "B\x81" 00 'D' shows as by the rule of the type.
 std::string expected_value(uint32_t type) {
@@ -169,8 +170,8 @@ TEST(PrintAttr, EveryTypeByItsRule) {
         }
         const char *const name = aaa_attribute_pname(static_cast<int32_t>(type));
         const std::string number = std::to_string(type);
-        EXPECT_EQ(print(type, 0, value), std::string("    ") + (name != nullptr ? name : "(null)") + " (" + number +
-                                             "/4) * " + expected_value(type) + "\n");
+        EXPECT_EQ(print(type, 0, value), std::string("    ") + (name != nullptr ? name : "(null)") + " (" +
+                                             number + "/4) * " + expected_value(type) + "\n");
     }
 }
 
@@ -191,7 +192,8 @@ void expect_cut_lines(uint32_t type, uint32_t flags, std::string_view value_byte
     constexpr std::size_t kGuard = 64;
     for (uint32_t size = 1; size <= whole.size() + 2; ++size) {
         std::string buffer(size + kGuard, '\xa5');
-        EXPECT_EQ(aaa_util_print_attr(type, value.size(), flags, value.data(), buffer.data(), size), buffer.data());
+        EXPECT_EQ(aaa_util_print_attr(type, value.size(), flags, value.data(), buffer.data(), size),
+                  buffer.data());
         EXPECT_STREQ(buffer.c_str(), whole.substr(0, size - 1).c_str()) << type << " in " << size;
         EXPECT_EQ(buffer.find_first_not_of('\xa5', size), std::string::npos) << type << " in " << size;
     }
@@ -328,7 +330,9 @@ TEST(FormatIpaddr, WritesTheDottedFormAndItsLength) {
     }
 }
 
-TEST(FormatIpaddr, NullBufferCountsNothing) { EXPECT_EQ(aaa_util_format_ipaddr(0xC0A80101, nullptr), 0); }
+TEST(FormatIpaddr, NullBufferCountsNothing) {
+    EXPECT_EQ(aaa_util_format_ipaddr(0xC0A80101, nullptr), 0);
+}
 
 using Lines = std::vector<std::string>;
 
@@ -339,7 +343,9 @@ aaa_ip_addr_t address(uint8_t family, std::initializer_list<uint8_t> bytes) {
     return out;
 }
 
-TEST(FormatV4V6Ipaddr, RecordIsTwentyBytes) { EXPECT_EQ(sizeof(aaa_ip_addr_t), 20u); }
+TEST(FormatV4V6Ipaddr, RecordIsTwentyBytes) {
+    EXPECT_EQ(sizeof(aaa_ip_addr_t), 20u);
+}
 
 TEST(FormatV4V6Ipaddr, Ipv4HasALimitOf16) {
     const std::unique_ptr<char[]> buffer(new char[16]);
@@ -350,8 +356,8 @@ TEST(FormatV4V6Ipaddr, Ipv4HasALimitOf16) {
 
 TEST(FormatV4V6Ipaddr, Ipv6HasALimitOf46) {
     const std::unique_ptr<char[]> buffer(new char[46]);
-    EXPECT_EQ(aaa_util_format_v4v6_ipaddr(
-                  buffer.get(), address(10, {0x20, 1, 0xd, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0xab, 0xcd, 0, 0x10})),
+    EXPECT_EQ(aaa_util_format_v4v6_ipaddr(buffer.get(), address(10, {0x20, 1, 0xd, 0xb8, 0, 0, 0, 0, 0, 0, 0,
+                                                                     0, 0xab, 0xcd, 0, 0x10})),
               buffer.get());
     EXPECT_STREQ(buffer.get(), "2001:db8::abcd:10");
     EXPECT_EQ(fake::calls(), (Lines{"qm_inet_ntop(10, ptr, ptr, 46)"}));

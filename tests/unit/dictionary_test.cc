@@ -32,7 +32,9 @@ struct Row {
     std::string name;
 };
 
-uint32_t number(const std::string &field) { return static_cast<uint32_t>(std::stoul(field)); }
+uint32_t number(const std::string &field) {
+    return static_cast<uint32_t>(std::stoul(field));
+}
 
 // tests/vectors/dictionary.csv: "type,format,no_entry,name" and one line per row.
 std::vector<Row> read_copy() {

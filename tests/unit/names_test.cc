@@ -31,16 +31,11 @@ const Names kFunctions = {
     {3, "authorization_nacm"},
 };
 const Names kStatuses = {
-    {0, "NO STATUS"},
-    {1, "PASS"},
-    {2, "FAIL"},
-    {3, "Authentication bypassed"},
-    {4, "ERROR"},
-    {5, "Authorization Not Required"},
-    {6, "GETUSER"},
-    {7, "GETPASS"},
-    {8, "GETDATA"},
-    {9, "ABORT"},
+    {0, "NO STATUS"}, {1, "PASS"},
+    {2, "FAIL"},      {3, "Authentication bypassed"},
+    {4, "ERROR"},     {5, "Authorization Not Required"},
+    {6, "GETUSER"},   {7, "GETPASS"},
+    {8, "GETDATA"},   {9, "ABORT"},
 };
 const Names kMessageTypes = {
     {0, "NONE"},
@@ -77,42 +72,16 @@ const Names kMessageTypes = {
     {31, "AUTHOR IKE"},
 };
 const Names kOptions = {
-    {0, "ASCII LOGIN"},
-    {1, "I/B PAP V1"},
-    {2, "I/B PAP V0"},
-    {3, "O/B PAP"},
-    {4, "O/B PAP V0"},
-    {5, "I/B CHAP V1"},
-    {6, "I/B CHAP V0"},
-    {7, "O/B CHAP V1"},
-    {8, "O/B CHAP V0"},
-    {9, "I/B MSCHAP"},
-    {10, "O/B MSCHAP"},
-    {11, "MSCHAP LOGIN"},
-    {12, "ARAP LOGIN"},
-    {32768, "NOTSET"},
+    {0, "ASCII LOGIN"}, {1, "I/B PAP V1"},    {2, "I/B PAP V0"},  {3, "O/B PAP"},     {4, "O/B PAP V0"},
+    {5, "I/B CHAP V1"}, {6, "I/B CHAP V0"},   {7, "O/B CHAP V1"}, {8, "O/B CHAP V0"}, {9, "I/B MSCHAP"},
+    {10, "O/B MSCHAP"}, {11, "MSCHAP LOGIN"}, {12, "ARAP LOGIN"}, {32768, "NOTSET"},
 };
 const Names kServices = {
-    {1, "login"},
-    {2, "framed"},
-    {3, "callback-login"},
-    {4, "callback-framed"},
-    {5, "outbound"},
-    {6, "admin-exec"},
-    {7, "exec"},
-    {8, "eventmanager"},
-    {11, "ppp"},
-    {13, "system"},
-    {14, "cmd"},
-    {15, "rcmd"},
-    {16, "api"},
-    {17, "ksh"},
-    {23, "ike"},
-    {24, "http"},
-    {26, "plexa"},
-    {27, "an"},
-    {29, "netconf"},
-    {30, "mgbl-exec"},
+    {1, "login"},      {2, "framed"},     {3, "callback-login"}, {4, "callback-framed"},
+    {5, "outbound"},   {6, "admin-exec"}, {7, "exec"},           {8, "eventmanager"},
+    {11, "ppp"},       {13, "system"},    {14, "cmd"},           {15, "rcmd"},
+    {16, "api"},       {17, "ksh"},       {23, "ike"},           {24, "http"},
+    {26, "plexa"},     {27, "an"},        {29, "netconf"},       {30, "mgbl-exec"},
     {31, "mgbl-acct"},
 };
 const Names kAcctOptions = {{128, "START"}, {129, "UPDATE"}, {131, "STOP"}};
@@ -121,7 +90,7 @@ const Names kAuthorServices = {
     {15, "commands"}, {20, "network"},     {23, "network"}, {26, "plexa"},
 };
 const Names kAcctServices = {
-    {6, "exec"}, {7, "exec"},     {11, "network"}, {13, "system"}, {14, "commands"},   {15, "commands"},
+    {6, "exec"}, {7, "exec"},     {11, "network"}, {13, "system"}, {14, "commands"},  {15, "commands"},
     {16, "api"}, {20, "network"}, {23, "network"}, {26, "plexa"},  {30, "mgbl-exec"}, {31, "mgbl-rpc"},
 };
 const Names kDescriptions = {
@@ -196,9 +165,13 @@ void expect_names(Function &&name_of, const Names &names, const char *otherwise)
     });
 }
 
-TEST(Names, Functions) { expect_names(aaa_function_to_string, kFunctions, "<invalid function>"); }
+TEST(Names, Functions) {
+    expect_names(aaa_function_to_string, kFunctions, "<invalid function>");
+}
 
-TEST(Names, Statuses) { expect_names(aaa_print_status, kStatuses, "<unknown STATUS value>"); }
+TEST(Names, Statuses) {
+    expect_names(aaa_print_status, kStatuses, "<unknown STATUS value>");
+}
 
 TEST(Names, MessageTypes) {
     expect_names(aaa_print_msgtype, kMessageTypes, "<Unknown type value>");
@@ -225,8 +198,8 @@ TEST(Names, AuthenticationOptionsAreNotMessageTypes) {
 }
 
 TEST(Names, AccountingOptions) {
-    expect_names([](uint32_t value) { return aaa_print_acct_options(static_cast<int32_t>(value)); }, kAcctOptions,
-                 "<unknown options>");
+    expect_names([](uint32_t value) { return aaa_print_acct_options(static_cast<int32_t>(value)); },
+                 kAcctOptions, "<unknown options>");
     EXPECT_STREQ(aaa_print_acct_options(AAA_ACCT_HOLE_OPT), "<unknown options>");
 }
 
@@ -248,21 +221,22 @@ TEST(ServiceWords, AuthenticationKnowsThree) {
 }
 
 TEST(ServiceWords, Authorization) {
-    expect_names([](uint32_t service) { return aaa_service_to_string(AAA_FUNC_AUTHOR, service); }, kAuthorServices,
-                 "<invalid service>");
+    expect_names([](uint32_t service) { return aaa_service_to_string(AAA_FUNC_AUTHOR, service); },
+                 kAuthorServices, "<invalid service>");
     EXPECT_STREQ(aaa_service_to_string(1, 6), "<invalid service>");
 }
 
 TEST(ServiceWords, Accounting) {
-    expect_names([](uint32_t service) { return aaa_service_to_string(AAA_FUNC_ACCT, service); }, kAcctServices,
-                 "<invalid service>");
+    expect_names([](uint32_t service) { return aaa_service_to_string(AAA_FUNC_ACCT, service); },
+                 kAcctServices, "<invalid service>");
     EXPECT_STREQ(aaa_service_to_string(2, 6), "exec");
 }
 
 TEST(ServiceWords, OtherFunctionsAreInvalid) {
     for_each_value([](uint32_t function) {
         if (function > 2) {
-            ASSERT_STREQ(aaa_service_to_string(static_cast<int32_t>(function), AAA_SVC_EXEC), "<invalid function>");
+            ASSERT_STREQ(aaa_service_to_string(static_cast<int32_t>(function), AAA_SVC_EXEC),
+                         "<invalid function>");
         }
     });
     EXPECT_STREQ(aaa_service_to_string(3, 7), "<invalid function>");
@@ -281,7 +255,9 @@ Names method_column(const char *Method::*column) {
     return names;
 }
 
-TEST(Methods, SymbolicNames) { expect_names(aaa_method_name, method_column(&Method::symbol), "UNKNOWN method"); }
+TEST(Methods, SymbolicNames) {
+    expect_names(aaa_method_name, method_column(&Method::symbol), "UNKNOWN method");
+}
 
 TEST(Methods, DisplayNames) {
     const Names names = method_column(&Method::display);
@@ -294,7 +270,9 @@ struct Free {
 };
 using Text = std::unique_ptr<char, Free>;
 
-bool is_group_number(uint32_t value) { return value >= 1000 && value <= 4999; }
+bool is_group_number(uint32_t value) {
+    return value >= 1000 && value <= 4999;
+}
 
 TEST(Methods, PrintedNamesAreCopies) {
     const Names names = method_column(&Method::printed);
@@ -409,24 +387,10 @@ TEST(Enumerators, HaveTheNumbersOfTheirNames) {
 
 TEST(Enumerators, KeywordsHaveTheirOwnNumbers) {
     const Names keywords = {
-    {0, "none"},
-    {1, "radius"},
-    {2, "tacacs"},
-    {3, "tacacs+"},
-    {4, "local"},
-    {5, "enable"},
-    {6, "default"},
-    {7, "if-needed"},
-    {8, "if-authenticated"},
-    {9, "krb5"},
-    {10, "krb5-telnet"},
-    {11, "krb5-instance"},
-    {12, "line"},
-    {13, "local-case"},
-    {14, "guest"},
-    {15, "auth-guest"},
-    {16, "rcmd"},
-    {17, "diameter"},
+        {0, "none"},         {1, "radius"},         {2, "tacacs"},    {3, "tacacs+"},          {4, "local"},
+        {5, "enable"},       {6, "default"},        {7, "if-needed"}, {8, "if-authenticated"}, {9, "krb5"},
+        {10, "krb5-telnet"}, {11, "krb5-instance"}, {12, "line"},     {13, "local-case"},      {14, "guest"},
+        {15, "auth-guest"},  {16, "rcmd"},          {17, "diameter"},
     };
     ASSERT_EQ(keywords.size(), 18u);
     for (const auto &[index, word] : keywords) {

@@ -62,22 +62,27 @@ constexpr Code kCodes[] = {
     {37, 0xa2464a00u, AAA_ERR_AUTHEN_FAILED, "Authentication failed"},
     {38, 0xa2464c00u, AAA_ERR_INVALID_CLIENT_DATA, "Invalid data supplied by client"},
     {39, 0xa2464e00u, AAA_ERR_NOT_CONFIGURED, "Requested function is not configured"},
-    {40, 0xa2465000u, AAA_ERR_RESERVED_TASKID, "TaskID specified is a reserved one and cannot be used as requested"},
+    {40, 0xa2465000u, AAA_ERR_RESERVED_TASKID,
+     "TaskID specified is a reserved one and cannot be used as requested"},
     {41, 0xa2465200u, AAA_ERR_LOCALD_TIMEOUT, "Sending message to locald timedout"},
     {42, 0xa2465400u, AAA_ERR_INVALID_METHOD, "Invalid method is specified"},
     {43, 0xa2465600u, AAA_ERR_SG_IN_USE, "Server group is in use and cannot be deleted"},
-    {44, 0xa2465800u, AAA_ERR_SG_MAPPING, "An error occurred while mapping between server groupnames and number"},
+    {44, 0xa2465800u, AAA_ERR_SG_MAPPING,
+     "An error occurred while mapping between server groupnames and number"},
     {45, 0xa2465a00u, AAA_ERR_INDEX_IN_USE, "Host or server group index is in use already"},
-    {46, 0xa2465c00u, AAA_ERR_SG_NAME_OTHER_PROTOCOL, "Server group name is already used for a different protocol"},
+    {46, 0xa2465c00u, AAA_ERR_SG_NAME_OTHER_PROTOCOL,
+     "Server group name is already used for a different protocol"},
     {47, 0xa2465e00u, AAA_ERR_FAILOVER, "A AAA server failover has been indicated"},
     {48, 0xa2466000u, AAA_ERR_END_OF_LIST, "Reached end of AVPair list"},
 };
 
-std::string bytes_of(const void *record, std::size_t size) { return {static_cast<const char *>(record), size}; }
+std::string bytes_of(const void *record, std::size_t size) {
+    return {static_cast<const char *>(record), size};
+}
 
 // Expected bytes of a record, zero where nothing is put.
 class Expected {
-public:
+  public:
     explicit Expected(std::size_t size) : bytes_(size, '\0') {}
     template <typename T>
     Expected &put(std::size_t offset, T value) {
@@ -86,7 +91,7 @@ public:
     }
     [[nodiscard]] const std::string &bytes() const { return bytes_; }
 
-private:
+  private:
     std::string bytes_;
 };
 
@@ -157,7 +162,8 @@ struct Message {
 // Not constant: the addresses of another shared object's data.
 std::array<Message, 8> messages() {
     return {{
-        {&kel_msg_rec_aaa_debug_error, kel_msg_rec_aaa_debug_error_getfn, "DEBUG_ERROR", 3, 1, nullptr, "%s: %s"},
+        {&kel_msg_rec_aaa_debug_error, kel_msg_rec_aaa_debug_error_getfn, "DEBUG_ERROR", 3, 1, nullptr,
+         "%s: %s"},
         {&kel_msg_rec_aaa_dllmain_error, kel_msg_rec_aaa_dllmain_error_getfn, "DLLMAIN_ERROR", 3, 7, nullptr,
          "Error encountered while initializing DLL for %s: %s"},
         {&kel_msg_rec_aaa_err_ecm, kel_msg_rec_aaa_err_ecm_getfn, "ERR_ECM", 7, 8, nullptr,
@@ -166,13 +172,13 @@ std::array<Message, 8> messages() {
          &kel_msg_limit_aaa_err_server_group, "%s"},
         {&kel_msg_rec_aaa_err_sysdb, kel_msg_rec_aaa_err_sysdb_getfn, "ERR_SYSDB", 7, 10,
          &kel_msg_limit_aaa_err_sysdb, "%s path %s: %s"},
-        {&kel_msg_rec_aaa_invalid_debug_flag, kel_msg_rec_aaa_invalid_debug_flag_getfn, "INVALID_DEBUG_FLAG", 3, 11,
-         nullptr, "The AAA debug flag %d does not exist"},
+        {&kel_msg_rec_aaa_invalid_debug_flag, kel_msg_rec_aaa_invalid_debug_flag_getfn, "INVALID_DEBUG_FLAG",
+         3, 11, nullptr, "The AAA debug flag %d does not exist"},
         {&kel_msg_rec_aaa_lib_util_error_no_mem, kel_msg_rec_aaa_lib_util_error_no_mem_getfn,
          "LIB_UTIL_ERROR_NO_MEM", 3, 12, nullptr, "Not enough memory available while %s"},
         {&kel_msg_rec_aaa_whitespace_truncated_in_server_key,
-         kel_msg_rec_aaa_whitespace_truncated_in_server_key_getfn, "WHITESPACE_TRUNCATED_IN_SERVER_KEY", 4, 13,
-         nullptr, "WARNING: The server key contained trailing whitespace and was truncated"},
+         kel_msg_rec_aaa_whitespace_truncated_in_server_key_getfn, "WHITESPACE_TRUNCATED_IN_SERVER_KEY", 4,
+         13, nullptr, "WARNING: The server key contained trailing whitespace and was truncated"},
     }};
 }
 
@@ -197,8 +203,13 @@ TEST(MessageCatalog, RecordsAreLaidOutForTheFacility) {
     for (const Message &message : messages()) {
         const kel_msg_rec_t &record = *message.record;
         Expected expected(72);
-        expected.put(8, record.format).put(16, message.limit).put(24, record.facility).put(32, record.category);
-        expected.put(40, record.mnemonic).put(48, message.severity << 16).put(64, 0x048d0000u | message.number);
+        expected.put(8, record.format)
+            .put(16, message.limit)
+            .put(24, record.facility)
+            .put(32, record.category);
+        expected.put(40, record.mnemonic)
+            .put(48, message.severity << 16)
+            .put(64, 0x048d0000u | message.number);
         EXPECT_EQ(bytes_of(&record, sizeof record), expected.bytes()) << message.mnemonic;
     }
 }

@@ -89,7 +89,8 @@ void *aaa_util_realloc(const char *name, uint32_t line, void *ptr, uint32_t size
 void *aaa_util_calloc(const char *name, uint32_t line, uint32_t count, uint32_t size) {
     void *block = calloc_named(count, size, name);
     record_block(name, line, block, size);  // the element size, not the block's: kept
-    aaa_debug(AAA_DBG_MALLOC, "MEM CALLOC: %s [%d]: %p (size %d)", printable(name), line, block, count * size);
+    aaa_debug(AAA_DBG_MALLOC, "MEM CALLOC: %s [%d]: %p (size %d)", printable(name), line, block,
+              count * size);
     return block;
 }
 
@@ -108,4 +109,6 @@ void aaa_util_free(const char *name, uint32_t line, void *ptr) {
     std::free(ptr);
 }
 
-aaa_queue_t *get_malloc_data(void) { return &malloc_queue; }
+aaa_queue_t *get_malloc_data(void) {
+    return &malloc_queue;
+}

@@ -27,6 +27,10 @@ static_assert(rows_are_in_order());
 
 }  // namespace
 
-const char *aaa_attribute_pname(int32_t type) { return aaautil::attribute_name(static_cast<uint32_t>(type)); }
+const char *aaa_attribute_pname(int32_t type) {
+    return aaautil::attribute_name(static_cast<uint32_t>(type));
+}
 
-uint32_t aaa_attribute_format(int32_t type) { return aaautil::attribute_format(static_cast<uint32_t>(type)); }
+uint32_t aaa_attribute_format(int32_t type) {
+    return aaautil::attribute_format(static_cast<uint32_t>(type));
+}

@@ -8,10 +8,11 @@
 // type's format. Values come from lists that may have been received: text is
 // printed up to the stored length, numbers are read from the stored bytes.
 
+#include "aaa/dictionary.h"
+
 #include <cstdarg>
 #include <cstdio>
 
-#include "aaa/dictionary.h"
 #include "aaa/names.h"
 #include "internal/attribute_formats.hpp"
 #include "internal/bytes.hpp"
@@ -77,12 +78,12 @@ enum class Rendering {
 
 Rendering by_format(uint32_t type) {
     switch (aaautil::attribute_format(type)) {
-    case AAA_FORMAT_STRING:
-        return Rendering::kText;
-    case AAA_FORMAT_INTEGER:
-        return Rendering::kInteger;
-    default:
-        return Rendering::kHexBytes;
+        case AAA_FORMAT_STRING:
+            return Rendering::kText;
+        case AAA_FORMAT_INTEGER:
+            return Rendering::kInteger;
+        default:
+            return Rendering::kHexBytes;
     }
 }
 
@@ -92,53 +93,53 @@ Rendering by_format(uint32_t type) {
 // only two print dotted. Kept: operators compare these lines.
 Rendering rendering_of(uint32_t type) {
     switch (type) {
-    case AAA_STATUS_ATTR:
-        return Rendering::kStatus;
-    case AAA_TYPE_ATTR:
-        return Rendering::kMessageType;
-    case AAA_AUTHEN_METHOD_ATTR:
-        return Rendering::kMethod;
-    case AAA_AUTHEN_OPTION_ATTR:
-        return Rendering::kOption;
-    case AAA_SERVICE_TYPE_ATTR:
-        return Rendering::kService;
-    case AAA_IPADDR_ATTR:
-    case AAA_FMASK_ATTR:
-        return Rendering::kDottedQuad;
-    case AAA_PASSWORD_ATTR:
-    case AAA_VS1_TUNNEL_PASSWORD:
-        return Rendering::kHidden;
-    case AAA_REPLYQ_ATTR:
-    case AAA_REPLY_CHAN_ATTR:
-    case AAA_ERRMSG_ATTR:
-    case AAA_AUTOCMD_ATTR:
-    case AAA_METHODLIST_ATTR:
-    case AAA_TTYNAME_ATTR:
-    case AAA_REMOTE_ADDR_ATTR:
-    case AAA_TIMEZONE_ATTR:
-    case AAA_TUNNEL_INACL_ATTR:
-    case AAA_USERGROUPS_ATTR:
-    case AAA_TASKGROUP_ATTR:
-    case AAA_TTY_MNEMONIC_ATTR:
-    case AAA_USERNAME_ATTR:
-    case AAA_FROUTING_ATTR:
-    case AAA_FCOMP_ATTR:
-    case AAA_REPLYMSG_ATTR:
-    case AAA_RADIUS_STATE_ATTR:
-    case AAA_RAD_CLASS_ATTR:
-    case AAA_VS1_ADDR_POOL:
-    case AAA_VS1_DNS_SERVERS:
-    case AAA_VS1_INACL:
-    case AAA_VS1_WINS_SERVERS:
-    case AAA_VS1_KEY_EXCHANGE:
-    case AAA_VS1_DEFAULT_DOMAIN:
-    case AAA_VS1_SPLIT_DNS:
-    case AAA_VS1_BKP_GW:
-        return Rendering::kTextWithLength;
-    case AAA_CONTEXT_ATTR:
-        return Rendering::kInteger;
-    default:
-        return by_format(type);
+        case AAA_STATUS_ATTR:
+            return Rendering::kStatus;
+        case AAA_TYPE_ATTR:
+            return Rendering::kMessageType;
+        case AAA_AUTHEN_METHOD_ATTR:
+            return Rendering::kMethod;
+        case AAA_AUTHEN_OPTION_ATTR:
+            return Rendering::kOption;
+        case AAA_SERVICE_TYPE_ATTR:
+            return Rendering::kService;
+        case AAA_IPADDR_ATTR:
+        case AAA_FMASK_ATTR:
+            return Rendering::kDottedQuad;
+        case AAA_PASSWORD_ATTR:
+        case AAA_VS1_TUNNEL_PASSWORD:
+            return Rendering::kHidden;
+        case AAA_REPLYQ_ATTR:
+        case AAA_REPLY_CHAN_ATTR:
+        case AAA_ERRMSG_ATTR:
+        case AAA_AUTOCMD_ATTR:
+        case AAA_METHODLIST_ATTR:
+        case AAA_TTYNAME_ATTR:
+        case AAA_REMOTE_ADDR_ATTR:
+        case AAA_TIMEZONE_ATTR:
+        case AAA_TUNNEL_INACL_ATTR:
+        case AAA_USERGROUPS_ATTR:
+        case AAA_TASKGROUP_ATTR:
+        case AAA_TTY_MNEMONIC_ATTR:
+        case AAA_USERNAME_ATTR:
+        case AAA_FROUTING_ATTR:
+        case AAA_FCOMP_ATTR:
+        case AAA_REPLYMSG_ATTR:
+        case AAA_RADIUS_STATE_ATTR:
+        case AAA_RAD_CLASS_ATTR:
+        case AAA_VS1_ADDR_POOL:
+        case AAA_VS1_DNS_SERVERS:
+        case AAA_VS1_INACL:
+        case AAA_VS1_WINS_SERVERS:
+        case AAA_VS1_KEY_EXCHANGE:
+        case AAA_VS1_DEFAULT_DOMAIN:
+        case AAA_VS1_SPLIT_DNS:
+        case AAA_VS1_BKP_GW:
+            return Rendering::kTextWithLength;
+        case AAA_CONTEXT_ATTR:
+            return Rendering::kInteger;
+        default:
+            return by_format(type);
     }
 }
 
@@ -156,50 +157,50 @@ void add_dotted_quad(Line &line, const Value &value) {
 void add_value(Line &line, Rendering rendering, const Value &value) {
     const auto number = static_cast<int32_t>(value.number());
     switch (rendering) {
-    case Rendering::kStatus:
-        line.add("%s", aaa_print_status(value.number()));
-        break;
-    case Rendering::kMessageType:
-        line.add("%s", aaa_print_msgtype(value.number()));
-        break;
-    case Rendering::kMethod:
-        add_method(line, value);
-        break;
-    case Rendering::kOption:
-        line.add("%x:%s", value.number(), aaa_util_print_authen_option(value.number()));
-        break;
-    case Rendering::kService:
-        line.add("%x:%s", value.number(), aaa_print_service(number));
-        break;
-    case Rendering::kDottedQuad:
-        add_dotted_quad(line, value);
-        break;
-    case Rendering::kHidden:
-        line.add("*");
-        break;
-    case Rendering::kTextWithLength:
-        line.add("%.*s (length %d)", value.precision(), value.text(), static_cast<int>(value.length));
-        break;
-    case Rendering::kInteger:
-        line.add("%d", number);
-        break;
-    case Rendering::kText:
-        line.add("%.*s", value.precision(), value.text());
-        break;
-    case Rendering::kHexBytes:
-        // Signed bytes, so that 0x80 prints as ffffff80, and three dots behind
-        // the fourth whatever the length: kept.
-        line.add("%x %x %x %x ...", static_cast<unsigned>(value.signed_byte(0)),
-                 static_cast<unsigned>(value.signed_byte(1)), static_cast<unsigned>(value.signed_byte(2)),
-                 static_cast<unsigned>(value.signed_byte(3)));
-        break;
+        case Rendering::kStatus:
+            line.add("%s", aaa_print_status(value.number()));
+            break;
+        case Rendering::kMessageType:
+            line.add("%s", aaa_print_msgtype(value.number()));
+            break;
+        case Rendering::kMethod:
+            add_method(line, value);
+            break;
+        case Rendering::kOption:
+            line.add("%x:%s", value.number(), aaa_util_print_authen_option(value.number()));
+            break;
+        case Rendering::kService:
+            line.add("%x:%s", value.number(), aaa_print_service(number));
+            break;
+        case Rendering::kDottedQuad:
+            add_dotted_quad(line, value);
+            break;
+        case Rendering::kHidden:
+            line.add("*");
+            break;
+        case Rendering::kTextWithLength:
+            line.add("%.*s (length %d)", value.precision(), value.text(), static_cast<int>(value.length));
+            break;
+        case Rendering::kInteger:
+            line.add("%d", number);
+            break;
+        case Rendering::kText:
+            line.add("%.*s", value.precision(), value.text());
+            break;
+        case Rendering::kHexBytes:
+            // Signed bytes, so that 0x80 prints as ffffff80, and three dots behind
+            // the fourth whatever the length: kept.
+            line.add("%x %x %x %x ...", static_cast<unsigned>(value.signed_byte(0)),
+                     static_cast<unsigned>(value.signed_byte(1)), static_cast<unsigned>(value.signed_byte(2)),
+                     static_cast<unsigned>(value.signed_byte(3)));
+            break;
     }
 }
 
 }  // namespace
 
-char *aaa_util_print_attr(uint32_t type, uint32_t length, avpair_flags_t flags, const void *value, char *buffer,
-                          uint32_t size) {
+char *aaa_util_print_attr(uint32_t type, uint32_t length, avpair_flags_t flags, const void *value,
+                          char *buffer, uint32_t size) {
     if (buffer == nullptr) {
         return nullptr;
     }

@@ -24,16 +24,35 @@ static_assert(std::size(kTexts) == AAA_ERR_TABLE_ROWS);
 
 constexpr uint32_t kMessageFacility = 0x48d;  // one above the result codes' facility
 
-constexpr kel_msg_rec_t make_record(const char *mnemonic, uint32_t severity, uint32_t number, const char *format,
-                                    kel_msg_limit_t *limit = nullptr) {
-    return {0, format, limit, "AAA", "SECURITY", mnemonic, severity << 16, {}, kMessageFacility << 16 | number, 0};
+constexpr kel_msg_rec_t make_record(const char *mnemonic, uint32_t severity, uint32_t number,
+                                    const char *format, kel_msg_limit_t *limit = nullptr) {
+    return {
+        .zero0 = 0,
+        .format = format,
+        .limit = limit,
+        .facility = "AAA",
+        .category = "SECURITY",
+        .mnemonic = mnemonic,
+        .severity = severity << 16,
+        .zero52 = {},
+        .msg_id = kMessageFacility << 16 | number,
+        .zero68 = 0,
+    };
 }
 
 constexpr uint32_t kLimitPeriod = 60;
 
 }  // namespace
 
-constinit const aaa_cerr_data_t cerr_data = {2, 0, "AAA API", AAA_FACILITY, AAA_ERR_TABLE_ROWS, kTexts, {0, 0}};
+constinit const aaa_cerr_data_t cerr_data = {
+    .version = 2,
+    .zero4 = 0,
+    .name = "AAA API",
+    .facility = AAA_FACILITY,
+    .rows = AAA_ERR_TABLE_ROWS,
+    .table = kTexts,
+    .zero32 = {},
+};
 
 constinit kel_msg_limit_t kel_msg_limit_aaa_err_server_group = {kLimitPeriod, {}};
 constinit kel_msg_limit_t kel_msg_limit_aaa_err_sysdb = {kLimitPeriod, {}};
@@ -57,21 +76,37 @@ constinit const kel_msg_rec_t kel_msg_rec_aaa_whitespace_truncated_in_server_key
     make_record("WHITESPACE_TRUNCATED_IN_SERVER_KEY", 4, 13,
                 "WARNING: The server key contained trailing whitespace and was truncated");
 
-const kel_msg_rec_t *kel_msg_rec_aaa_debug_error_getfn(void) { return &kel_msg_rec_aaa_debug_error; }
+const kel_msg_rec_t *kel_msg_rec_aaa_debug_error_getfn(void) {
+    return &kel_msg_rec_aaa_debug_error;
+}
 
-const kel_msg_rec_t *kel_msg_rec_aaa_dllmain_error_getfn(void) { return &kel_msg_rec_aaa_dllmain_error; }
+const kel_msg_rec_t *kel_msg_rec_aaa_dllmain_error_getfn(void) {
+    return &kel_msg_rec_aaa_dllmain_error;
+}
 
-const kel_msg_rec_t *kel_msg_rec_aaa_err_ecm_getfn(void) { return &kel_msg_rec_aaa_err_ecm; }
+const kel_msg_rec_t *kel_msg_rec_aaa_err_ecm_getfn(void) {
+    return &kel_msg_rec_aaa_err_ecm;
+}
 
-kel_msg_limit_t *kel_msg_limit_aaa_err_server_group_getfn(void) { return &kel_msg_limit_aaa_err_server_group; }
+kel_msg_limit_t *kel_msg_limit_aaa_err_server_group_getfn(void) {
+    return &kel_msg_limit_aaa_err_server_group;
+}
 
-const kel_msg_rec_t *kel_msg_rec_aaa_err_server_group_getfn(void) { return &kel_msg_rec_aaa_err_server_group; }
+const kel_msg_rec_t *kel_msg_rec_aaa_err_server_group_getfn(void) {
+    return &kel_msg_rec_aaa_err_server_group;
+}
 
-kel_msg_limit_t *kel_msg_limit_aaa_err_sysdb_getfn(void) { return &kel_msg_limit_aaa_err_sysdb; }
+kel_msg_limit_t *kel_msg_limit_aaa_err_sysdb_getfn(void) {
+    return &kel_msg_limit_aaa_err_sysdb;
+}
 
-const kel_msg_rec_t *kel_msg_rec_aaa_err_sysdb_getfn(void) { return &kel_msg_rec_aaa_err_sysdb; }
+const kel_msg_rec_t *kel_msg_rec_aaa_err_sysdb_getfn(void) {
+    return &kel_msg_rec_aaa_err_sysdb;
+}
 
-const kel_msg_rec_t *kel_msg_rec_aaa_invalid_debug_flag_getfn(void) { return &kel_msg_rec_aaa_invalid_debug_flag; }
+const kel_msg_rec_t *kel_msg_rec_aaa_invalid_debug_flag_getfn(void) {
+    return &kel_msg_rec_aaa_invalid_debug_flag;
+}
 
 const kel_msg_rec_t *kel_msg_rec_aaa_lib_util_error_no_mem_getfn(void) {
     return &kel_msg_rec_aaa_lib_util_error_no_mem;

@@ -21,7 +21,9 @@ struct SwapTable {
             word[type / 32] |= 1u << (type % 32);
         }
     }
-    [[nodiscard]] constexpr bool has(uint32_t type) const { return (word[type / 32] >> (type % 32) & 1u) != 0; }
+    [[nodiscard]] constexpr bool has(uint32_t type) const {
+        return (word[type / 32] >> (type % 32) & 1u) != 0;
+    }
 };
 
 consteval SwapTable make_swap_table() {
@@ -41,7 +43,9 @@ inline constexpr SwapTable kSwapTable = make_swap_table();
 }
 
 // Type 0 is reported invalid although its row has a name: kept.
-[[nodiscard]] inline bool is_dictionary_type(uint32_t type) noexcept { return type - 1 < AAA_ATTR_MAX; }
+[[nodiscard]] inline bool is_dictionary_type(uint32_t type) noexcept {
+    return type - 1 < AAA_ATTR_MAX;
+}
 
 // The type's name; null for a type without an attribute.
 [[nodiscard]] inline const char *attribute_name(uint32_t type) noexcept {
