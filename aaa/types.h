@@ -2,25 +2,39 @@
 #ifndef AAA_TYPES_H
 #define AAA_TYPES_H
 
-#include <stdint.h>
+#include <assert.h>
 #include <stddef.h>
+#include <stdint.h>
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-typedef uint32_t cerrno;           /* result code, 0 = success */
-typedef uint32_t avpair_type_t;    /* attribute type, index into aaa_table */
-typedef uint32_t avpair_flags_t;   /* per-pair flag bits */
-typedef uint32_t avpair_val_len_t; /* value length in bytes */
+/**
+ * @file
+ * @brief The small types that all headers share.
+ */
 
+/** Result code: 0 is success, others are in aaa/result_codes.h or belong to a platform service. */
+typedef uint32_t cerrno;
+/** Attribute type, index into aaa_table of aaa/dictionary.h. */
+typedef uint32_t avpair_type_t;
+/** Flag bits of a pair. */
+typedef uint32_t avpair_flags_t;
+/** Length of a value in bytes. */
+typedef uint32_t avpair_val_len_t;
+
+/** Alignment of the pairs inside the buffers of a list, and of packed pairs, in bytes. */
 #define MEMORY_DEF_ALIGNMENT 4
 
+/** Element of an io-vector, laid out as POSIX's struct iovec where pointers have 64 bits. */
 typedef struct aaa_iov {
-    void    *base;
-    uint64_t len;
+    void    *base; /* the bytes */
+    uint64_t len;  /* how many */
 } iov_t;
-/* sizeof(iov_t) == 16 */
+static_assert(sizeof(iov_t) == 16, "layout of iov_t");
+static_assert(offsetof(iov_t, base) == 0, "layout of iov_t");
+static_assert(offsetof(iov_t, len) == 8, "layout of iov_t");
 
 #ifdef __cplusplus
 }

@@ -53,11 +53,16 @@ aaa_malloc_rec_t *next_record(const aaa_malloc_rec_t *record) {
     return static_cast<aaa_malloc_rec_t *>(record->link);
 }
 
-// Drops the oldest record of an address; an address without one is ignored.
-void drop_record(const void *address) {
+uintptr_t number_of(const void *address) {
+    return reinterpret_cast<uintptr_t>(address);
+}
+
+// Drops the oldest record of an address; an address without one is ignored. It
+// is a number because the block behind it may be gone.
+void drop_record(uintptr_t address) {
     for (auto *record = static_cast<aaa_malloc_rec_t *>(malloc_queue.head); record != nullptr;
          record = next_record(record)) {
-        if (record->address == address) {
+        if (number_of(record->address) == address) {
             queue_unqueue(&malloc_queue, record);
             std::free(record);
             return;
@@ -75,12 +80,12 @@ void *aaa_util_malloc(const char *name, uint32_t line, uint32_t size) {
 }
 
 void *aaa_util_realloc(const char *name, uint32_t line, void *ptr, uint32_t size) {
-    const auto old_address = reinterpret_cast<uintptr_t>(ptr);
+    const uintptr_t old_address = number_of(ptr);
     void *block = realloc_named(ptr, size, name);
     // The old record goes only when there is a new one; with an address that
     // did not move that is the older of the two.
     if (record_block(name, line, block, size)) {
-        drop_record(reinterpret_cast<void *>(old_address));
+        drop_record(old_address);
     }
     aaa_debug(AAA_DBG_MALLOC, "MEM REALLOC: %s [%d]: %p (size %d)", printable(name), line, block, size);
     return block;
@@ -104,7 +109,7 @@ char *aaa_util_strdup(const char *name, uint32_t line, const char *str) {
 }
 
 void aaa_util_free(const char *name, uint32_t line, void *ptr) {
-    drop_record(ptr);
+    drop_record(number_of(ptr));
     aaa_debug(AAA_DBG_MALLOC, "MEM FREE: %s [%d]: %p", printable(name), line, ptr);
     std::free(ptr);
 }

@@ -14,10 +14,11 @@ namespace aaautil {
 void assertion_failed(const char *expression, const char *path, int line, const char *prototype) noexcept {
     // One write, so that the reports of two processes on one terminal do not mix.
     char text[1024];
-    const int n = std::snprintf(text, sizeof text, "%s:%d: %s: Assertion `%s' failed.\n", path, line, prototype,
-                                expression);
+    const int n = std::snprintf(text, sizeof text, "%s:%d: %s: Assertion `%s' failed.\n", path, line,
+                                prototype, expression);
     if (n > 0) {
-        const std::size_t len = static_cast<std::size_t>(n) < sizeof text ? static_cast<std::size_t>(n) : sizeof text - 1;
+        const std::size_t len =
+            static_cast<std::size_t>(n) < sizeof text ? static_cast<std::size_t>(n) : sizeof text - 1;
         [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text, len);
     }
     std::abort();

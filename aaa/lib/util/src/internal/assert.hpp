@@ -20,10 +20,10 @@ inline constexpr char kAvpairHeader[] = "aaa/avpair.h";
 }  // namespace aaautil
 
 // NOLINTBEGIN(cppcoreguidelines-macro-usage): needs the line and the prototype of its user
-#define AAA_ASSERT_AT(condition, expression, path)                                            \
-    do {                                                                                      \
-        if (!(condition)) [[unlikely]]                                                        \
-            ::aaautil::assertion_failed(expression, path, __LINE__, __PRETTY_FUNCTION__);     \
+#define AAA_ASSERT_AT(condition, expression, path)                                        \
+    do {                                                                                  \
+        if (!(condition)) [[unlikely]]                                                    \
+            ::aaautil::assertion_failed(expression, path, __LINE__, __PRETTY_FUNCTION__); \
     } while (false)
 
 #define AAA_ASSERT(condition, expression) AAA_ASSERT_AT(condition, expression, ::aaautil::kAvpairSource)

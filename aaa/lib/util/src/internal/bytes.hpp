@@ -17,7 +17,9 @@ namespace aaautil {
     return v;
 }
 
-inline void store_u32(void *p, uint32_t v) noexcept { std::memcpy(p, &v, sizeof v); }
+inline void store_u32(void *p, uint32_t v) noexcept {
+    std::memcpy(p, &v, sizeof v);
+}
 
 // Host order to network order and back; the same operation in both directions.
 [[nodiscard]] constexpr uint32_t net_u32(uint32_t v) noexcept {
@@ -51,11 +53,19 @@ inline void store_u32(void *p, uint32_t v) noexcept { std::memcpy(p, &v, sizeof 
     return v;
 }
 
-inline void store_u64(void *p, uint64_t v) noexcept { std::memcpy(p, &v, sizeof v); }
+inline void store_u64(void *p, uint64_t v) noexcept {
+    std::memcpy(p, &v, sizeof v);
+}
 
-[[nodiscard]] inline uint32_t load_be32(const void *p) noexcept { return net_u32(load_u32(p)); }
-inline void store_be32(void *p, uint32_t v) noexcept { store_u32(p, net_u32(v)); }
-inline void swap_u32_in_place(void *p) noexcept { store_u32(p, net_u32(load_u32(p))); }
+[[nodiscard]] inline uint32_t load_be32(const void *p) noexcept {
+    return net_u32(load_u32(p));
+}
+inline void store_be32(void *p, uint32_t v) noexcept {
+    store_u32(p, net_u32(v));
+}
+inline void swap_u32_in_place(void *p) noexcept {
+    store_u32(p, net_u32(load_u32(p)));
+}
 
 // The first four bytes of a stored value as a host-order integer. A value
 // shorter than four bytes is extended with zeros; nothing past its end is read.

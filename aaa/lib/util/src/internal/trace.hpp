@@ -10,7 +10,9 @@
 
 namespace aaautil {
 
-[[nodiscard]] inline bool tracing(uint32_t flag) noexcept { return aaa_debugging(flag) != 0; }
+[[nodiscard]] inline bool tracing(uint32_t flag) noexcept {
+    return aaa_debugging(flag) != 0;
+}
 
 // The platform's formatter need not accept a null for "%s".
 [[nodiscard]] inline const char *printable(const char *text) noexcept {
