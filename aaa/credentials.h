@@ -233,7 +233,11 @@ AAA_API cerrno aaa_lib_update_mnemonic_and_flags(aaa_usercred_t *cred, avlist *l
 AAA_API cerrno aaa_util_copy_usercred(const aaa_usercred_t *source, aaa_usercred_t **out, int32_t service, uint32_t suppress, uint32_t type);
 
 /**
- * Frees a user's credentials and what they own, the password and CHAP data after overwriting them.
+ * Frees a user's credentials and what they own.
+ *
+ * The password is overwritten first, and so are the CHAP data of a copy. CHAP
+ * data of a record that the caller made are freed as they are: nothing vouches
+ * for their lengths, which are not looked at.
  *
  * The task table goes with its source: it is destroyed unless is_copy is 1. So
  * free the copies of a record first, or no longer use their task table.

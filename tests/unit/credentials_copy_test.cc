@@ -445,6 +445,31 @@ TEST_F(FreeUsercred, OverwritesSecretsBeforeTheyAreFreed) {
     }
 }
 
+// Lengths of a record that the library did not make are not trusted: they may
+// be larger than the blocks, which an overwriting by length would run out of.
+TEST_F(FreeUsercred, LooksAtNoChapLengthOfACallersRecord) {
+    for (const uint32_t is_copy : {0u, 2u, 0x80000001u}) {
+        for (const uint32_t type : {0u, 5u, 7u, 9u, 10u}) {
+            SCOPED_TRACE(testing::Message() << "is_copy " << is_copy << ", type " << type);
+            auto *record = static_cast<aaa_usercred_t *>(std::calloc(1, sizeof(aaa_usercred_t)));
+            record->password = strdup("secret");
+            record->is_copy = is_copy;
+            record->chap_data = static_cast<aaa_chap_data_t *>(std::calloc(1, sizeof(aaa_chap_data_t)));
+            if (chap_of(type) != Chap::none) {
+                record->chap_data->data = heap_bytes("data");
+            }
+            if (chap_of(type) == Chap::inbound) {
+                record->chap_data->response = heap_bytes("response");
+            }
+            record->chap_data->data_len = 0xFFFFFFFF;
+            record->chap_data->response_len = 0xFFFFFFFF;
+            wiped().clear();
+            EXPECT_EQ(aaa_util_free_usercred(record, kPpp, type), AAA_OK);
+            EXPECT_EQ(wiped(), std::vector<std::string>{"secret"});
+        }
+    }
+}
+
 // ---- Requests --------------------------------------------------------------
 
 TEST_F(CopyAuthenReq, CopiesTheList) {

@@ -507,6 +507,22 @@ TEST_F(Unload, WakesJoinsAndCloses) {
     EXPECT_TRUE(fake::sysdb::open_connections().empty());
 }
 
+// A worker that wakes by itself finds that it is to end before the wake-up is
+// sent. It has cleared its handle then, and is joined all the same.
+TEST_F(Unload, TellsTheWorkerToEndBeforeItIsWoken) {
+    load_running();
+    fake::before("event_send_async", [] {
+        fake::events::wake();
+        while (fake::traces_of(0).back() != "AAA lib Thread about to exit") {
+            std::this_thread::yield();
+        }
+    });
+    unload_calls();
+    EXPECT_EQ(fake::traces_of(0), (Lines{"Unloading libaaautil.dll", "Sending the async event to wakeup",
+                                         "AAA lib Thread about to exit", "Thread join of libaaautil.dll 0",
+                                         "Done with sysdb con close"}));
+}
+
 TEST_F(Unload, RightAfterLoadJoinsTheWorkerWhereverItIs) {
     for (int i = 0; i < 200; ++i) {
         load();

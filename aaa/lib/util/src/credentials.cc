@@ -150,7 +150,7 @@ cerrno add_remote_address(aaa_usercred_t *cred, avlist *list) {
 cerrno add_interface(const aaa_usercred_t *cred, avlist *list) {
     cerrno code = AAA_OK;
     if (cred->ifh != 0) {
-        code = append_u32(AAA_IFH_ATTR, cred->ifh, list);
+        code = absent_counts_as_success(append_u32(AAA_IFH_ATTR, cred->ifh, list));
     }
     if (code == AAA_OK && cred->ipaddr != 0) {
         code = append_u32(AAA_IPADDR_ATTR, cred->ipaddr, list);

@@ -77,7 +77,7 @@ cerrno copy_bytes(uint8_t **to, const uint8_t *from, uint32_t length) {
 }
 
 // A length is stored once its bytes are there, so that the free function,
-// which wipes by length, finds a record that is true at every step.
+// which wipes a copy by its lengths, finds a record that is true at every step.
 cerrno copy_part(uint8_t **to, uint32_t *to_length, const uint8_t *from, uint32_t length) {
     const cerrno code = copy_bytes(to, from, length);
     if (code == AAA_OK) {
@@ -114,24 +114,34 @@ cerrno copy_chap(aaa_usercred_t *copy, const aaa_chap_data_t *source, uint32_t t
     return is_outbound(type) ? copy_outbound(copy->chap_data, source) : AAA_OK;
 }
 
-void free_secret(void *secret, std::size_t length) {
-    aaautil::wipe(secret, length);
-    std::free(secret);
+// Only a copy's lengths are known to be those of its blocks. A caller may have
+// filled its own record with any, and one that is too large must not make the
+// overwriting run into other memory.
+void wipe_chap(aaa_chap_data_t *chap, uint32_t type) {
+    if (is_inbound(type) || is_outbound(type)) {
+        aaautil::wipe(chap->data, chap->data_len);
+    }
+    if (is_inbound(type)) {
+        aaautil::wipe(chap->response, chap->response_len);
+    }
 }
 
 void free_chap(aaa_chap_data_t *chap, uint32_t type) {
     if (is_inbound(type) || is_outbound(type)) {
-        free_secret(chap->data, chap->data_len);
+        std::free(chap->data);
     }
     if (is_inbound(type)) {
-        free_secret(chap->response, chap->response_len);
+        std::free(chap->response);
     }
     std::free(chap);
 }
 
 void free_texts(aaa_usercred_t *record) {
     std::free(record->username);
-    free_secret(record->password, record->password != nullptr ? std::strlen(record->password) : 0);
+    if (record->password != nullptr) {
+        aaautil::wipe(record->password, std::strlen(record->password));
+    }
+    std::free(record->password);
     std::free(record->text3);
     std::free(record->ttyname);
     std::free(record->remote_addr);
@@ -177,6 +187,9 @@ cerrno aaa_util_free_usercred(aaa_usercred_t *record, int32_t service, uint32_t 
         aaa_avpair_free_list(record->attr_list);
     }
     if (service == AAA_SVC_PPP && record->chap_data != nullptr) {
+        if (record->is_copy == 1) {
+            wipe_chap(record->chap_data, type);
+        }
         free_chap(record->chap_data, type);
     }
     std::free(record);
