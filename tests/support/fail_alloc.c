@@ -32,7 +32,7 @@ unsigned fail_alloc_counted(void);
 unsigned fail_alloc_fired(void);
 void fail_alloc_pause(void);
 void fail_alloc_resume(void);
-void fail_alloc_watch_frees(void (*watch)(const unsigned char *block, size_t size));
+void fail_alloc_watch_frees(void (*watch)(unsigned char *block, size_t size));
 
 /* Initial-exec: a first access must not allocate. */
 #define THREAD_LOCAL static __thread __attribute__((tls_model("initial-exec")))
@@ -42,7 +42,7 @@ THREAD_LOCAL int fail_all;
 THREAD_LOCAL unsigned fail_at;
 THREAD_LOCAL unsigned counted;
 THREAD_LOCAL unsigned fired;
-THREAD_LOCAL void (*freed)(const unsigned char *block, size_t size);
+THREAD_LOCAL void (*freed)(unsigned char *block, size_t size);
 
 int fail_alloc_available(void) { return REPLACE_MALLOC; }
 
@@ -59,7 +59,7 @@ unsigned fail_alloc_counted(void) { return counted; }
 unsigned fail_alloc_fired(void) { return fired; }
 void fail_alloc_pause(void) { ++paused; }
 void fail_alloc_resume(void) { --paused; }
-void fail_alloc_watch_frees(void (*watch)(const unsigned char *, size_t)) { freed = watch; }
+void fail_alloc_watch_frees(void (*watch)(unsigned char *, size_t)) { freed = watch; }
 
 #if REPLACE_MALLOC
 

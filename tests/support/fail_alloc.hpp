@@ -30,7 +30,7 @@ void fail_alloc_pause(void);
 void fail_alloc_resume(void);
 // Called with every block that this thread frees, before it is freed; null
 // ends that. The function must not allocate or free.
-void fail_alloc_watch_frees(void (*watch)(const unsigned char *block, size_t size));
+void fail_alloc_watch_frees(void (*watch)(unsigned char *block, size_t size));
 }
 
 namespace fake {

@@ -366,7 +366,7 @@ unsigned frees_seen = 0;
 unsigned secrets_seen = 0;
 
 // Looks for the middle of the secret, which the allocator does not write over.
-void look_for_secret(const unsigned char *block, std::size_t size) {
+void look_for_secret(unsigned char *block, std::size_t size) {
     ++frees_seen;
     constexpr std::string_view kPart = kSecret.substr(9);
     if (size >= kPart.size() && memmem(block, size, kPart.data(), kPart.size()) != nullptr) {
