@@ -188,6 +188,70 @@ TEST(SysdbFiles, ReaderOfTheGroupMayReadWithoutWritePermission) {
     run_forked([] { fill("/cfg/", 3); });
 }
 
+TEST(SysdbFiles, MembersOfTheGroupMayUseWhatOthersHaveMade) {
+    if (getuid() != 0) {
+        GTEST_SKIP() << "needs other users";
+    }
+    const DatabaseSandbox sandbox;
+    ASSERT_EQ(0, chmod(sandbox.root().c_str(), 0755));
+    for (const char *directory : {"/cfg", "/run"}) {
+        // As a package makes them.
+        const std::string path = sandbox.root() + directory;
+        ASSERT_TRUE(fs::create_directory(path));
+        ASSERT_EQ(0, chown(path.c_str(), 0, kNobody));
+        ASSERT_EQ(0, chmod(path.c_str(), 02770));
+    }
+    const auto as_user = [](uid_t user, const std::string &own, const std::string &others) {
+        ForkedProcess process([&] {
+            umask(077);
+            ASSERT_EQ(0, setgid(kNobody));
+            ASSERT_EQ(0, setuid(user));
+            for (const char *tree : {"/cfg/", "/oper/"}) {
+                const Bound bound(tree);
+                ASSERT_EQ(0u, bound.code());
+                EXPECT_EQ(0u, set_text(bound.handle(), own, "written"));
+                if (!others.empty()) {
+                    EXPECT_EQ("written", get_text(bound.handle(), others));
+                    EXPECT_EQ(0u, set_text(bound.handle(), others, "overwritten"));
+                }
+                uint64_t notification = 0;
+                const auto callback = [](const void *, void *, void *) -> int32_t { return 0; };
+                EXPECT_EQ(0u, _sysdb_register_notification(bound.handle(), "a", 6, 1, callback, nullptr, 0, nullptr, 0,
+                                                           &notification));
+            }
+        });
+        EXPECT_EQ(0, process.wait());
+    };
+    as_user(1001, "first", "");
+    as_user(1002, "second", "first");
+}
+
+TEST(SysdbFiles, PermissionGivenLaterIsNoticed) {
+    if (getuid() != 0) {
+        GTEST_SKIP() << "needs another user";
+    }
+    const DatabaseSandbox sandbox;
+    run_forked([] { fill("/cfg/", 1); });
+    ASSERT_EQ(0, chmod(sandbox.root().c_str(), 0755));
+    ASSERT_EQ(0, chmod((sandbox.root() + "/cfg").c_str(), 0777));
+    ASSERT_EQ(0, chmod((sandbox.cfg_file() + "-lock").c_str(), 0666));
+    ASSERT_EQ(0, chmod(sandbox.cfg_file().c_str(), 0644));
+    Pipe refused;
+    ForkedProcess process([&refused] {
+        ASSERT_EQ(0, setgid(kNobody));
+        ASSERT_EQ(0, setuid(kNobody));
+        const Bound bound("/cfg/");
+        EXPECT_EQ(SYSDB_ERR_READ_ONLY, set_number(bound.handle(), "a", 1));
+        refused.put();
+        while (set_number(bound.handle(), "a", 1) != 0) {
+            usleep(10000);
+        }
+    });
+    ASSERT_TRUE(refused.take());
+    ASSERT_EQ(0, chmod(sandbox.cfg_file().c_str(), 0666));
+    EXPECT_EQ(0, process.wait());
+}
+
 TEST(SysdbFiles, DescriptorsAreNotInheritedByPrograms) {
     const DatabaseSandbox sandbox;
     run_forked([] {

@@ -73,7 +73,8 @@ cerrno Database::open(Slot &slot, Tree tree, std::unique_lock<std::mutex> &lock)
 }
 
 // The file behind the name is looked at once a second, so that a database
-// that was restored or removed is noticed without a cost per call.
+// that was restored, removed or given other permissions is noticed without a
+// cost per call.
 cerrno Database::obtain(Tree tree, EnvironmentPtr &environment) {
     std::unique_lock lock(mutex_);
     Slot &slot = slot_of(tree);
@@ -82,9 +83,9 @@ cerrno Database::obtain(Tree tree, EnvironmentPtr &environment) {
     }
     if (slot.current != nullptr && coarse_seconds() >= slot.next_check) {
         slot.next_check = coarse_seconds() + 1;
-        if (slot.current->replaced()) {
-            log(kLogWarning, "database %s has been replaced or removed; it is opened again",
-                slot.current->file().c_str());
+        const char *why = slot.current->outdated();
+        if (why != nullptr) {
+            log(kLogWarning, "database %s %s; it is opened again", slot.current->file().c_str(), why);
             retire(slot);
         }
     }

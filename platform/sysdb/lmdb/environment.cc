@@ -2,8 +2,10 @@
 
 #include "environment.hpp"
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -272,9 +274,15 @@ cerrno Environment::open_tables() {
     return report(mdb_txn_commit(txn));
 }
 
-bool Environment::replaced() const {
+const char *Environment::outdated() const {
     FileIdentity now;
-    return !identify(file_, now) || now != identity_;
+    if (!identify(file_, now) || now != identity_) {
+        return "has been replaced or removed";
+    }
+    if (read_only_ && faccessat(AT_FDCWD, file_.c_str(), W_OK, AT_EACCESS) == 0) {
+        return "may now be written";
+    }
+    return nullptr;
 }
 
 cerrno Environment::report(int rc) {

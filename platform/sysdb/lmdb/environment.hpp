@@ -43,8 +43,9 @@ class Environment {
     // Changes to remember: as many as a 4096th of the map, bounded.
     std::uint64_t log_capacity() const { return log_capacity_; }
 
-    // The name now belongs to another file, or to none.
-    bool replaced() const;
+    // The name now belongs to another file or to none, or the permissions now
+    // allow more: null, or why the file is to be opened again.
+    const char *outdated() const;
     // Not to be used any more; to be closed and opened again.
     bool broken() const { return broken_.load(std::memory_order_relaxed); }
 
