@@ -180,6 +180,23 @@ TEST(AvpairDelete, LeavesADeletedPairAlone) {
     EXPECT_SOUND(list.get());
 }
 
+// Also where its room has been given back; its value is gone by then.
+TEST(AvpairDelete, LeavesADeletedPairAtTheEndOfABufferAlone) {
+    const ListPtr list = list_of(3);
+    aaa_avpair_iterator_t two = position_of(list.get(), 2);
+    aaa_avpair_iterator_t three = position_of(list.get(), 3);
+    ASSERT_EQ(aaa_avpair_delete_by_iterator(&two, list.get()), AAA_OK);
+    ASSERT_EQ(aaa_avpair_delete_by_iterator(&three, list.get()), AAA_OK);
+    for (aaa_avpair_iterator_t *it : {&two, &three}) {
+        EXPECT_EQ(aaa_avpair_is_deleted(it->curr_avp), 1);
+        EXPECT_EQ(std::string(reinterpret_cast<const char *>(it->curr_avp + 1), 4), std::string(4, '\0'));
+        EXPECT_EQ(aaa_avpair_delete_by_iterator(it, list.get()), AAA_OK);
+        EXPECT_EQ(list->av_cnt, 1);
+    }
+    EXPECT_EQ(types_of(list.get()), (Types{1}));
+    EXPECT_SOUND(list.get());
+}
+
 TEST(AvpairDelete, ByIteratorRefusesNulls) {
     const ListPtr list = list_of(1);
     aaa_avpair_iterator_t it = position_of(list.get(), 1);

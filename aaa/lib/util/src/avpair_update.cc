@@ -45,6 +45,20 @@ void unlink_buffer(avpair_buffer_t *buf, avlist *list) noexcept {
     free_buffer(buf);
 }
 
+// Wipes the values of deleted pairs that are given back. Their heads stay: a
+// caller that deletes one of them again finds it deleted.
+void wipe_values(avpair_t *pair, const avpair_t *end) noexcept {
+    while (pair < end) {
+        avpair_t *const next = adjacent_pair(pair);
+        unsigned char *const value = aaa_get_avpair_value_ptr(pair);
+        const auto *const value_end = reinterpret_cast<const unsigned char *>(next < end ? next : end);
+        if (value < value_end) {
+            wipe(value, static_cast<std::size_t>(value_end - value));
+        }
+        pair = next;
+    }
+}
+
 // Gives back the deleted pairs at the end of a buffer; a buffer without live
 // pairs leaves the chain.
 void aaa_avpair_chop_end_of_buffer(avpair_buffer_t *buf, avlist *list) noexcept {
@@ -58,7 +72,7 @@ void aaa_avpair_chop_end_of_buffer(avpair_buffer_t *buf, avlist *list) noexcept 
         pair = next;
     }
     if (live_end != nullptr) {
-        wipe(live_end, static_cast<std::size_t>(buf->hdr.free_mem - reinterpret_cast<unsigned char *>(live_end)));
+        wipe_values(live_end, end);
         buf->hdr.free_mem = reinterpret_cast<unsigned char *>(live_end);
     } else {
         unlink_buffer(buf, list);
