@@ -49,7 +49,9 @@ Registered look_up(const void *handle, bool connection) {
     Registry &all = registry();
     const std::lock_guard lock(all.mutex);
     const auto found = all.entries.find(id_of(handle));
-    if (found == all.entries.end() || (found->second.connection != nullptr) != connection) return {};
+    if (found == all.entries.end() || (found->second.connection != nullptr) != connection) {
+        return {};
+    }
     return found->second;
 }
 
@@ -68,7 +70,9 @@ std::uint64_t enter(Registered entry) {
     Registry &all = registry();
     const std::lock_guard lock(all.mutex);
     const std::uint64_t id = ++all.last_id;
-    if (entry.connection != nullptr) entry.connection->id = id;
+    if (entry.connection != nullptr) {
+        entry.connection->id = id;
+    }
     all.entries.emplace(id, std::move(entry));
     return id;
 }
@@ -79,8 +83,11 @@ std::vector<ManagerPtr> withdraw(Matches matches) {
     std::vector<ManagerPtr> withdrawn;
     Registry &all = registry();
     const std::lock_guard lock(all.mutex);
-    for (auto &[id, entry] : all.entries)
-        if (entry.connection == nullptr && matches(id, entry)) withdrawn.push_back(entry.manager);
+    for (auto &[id, entry] : all.entries) {
+        if (entry.connection == nullptr && matches(id, entry)) {
+            withdrawn.push_back(entry.manager);
+        }
+    }
     std::erase_if(all.entries, [&](const auto &item) {
         return std::find(withdrawn.begin(), withdrawn.end(), item.second.manager) != withdrawn.end();
     });
@@ -88,17 +95,26 @@ std::vector<ManagerPtr> withdraw(Matches matches) {
 }
 
 void close_all(const std::vector<ManagerPtr> &managers) {
-    for (const ManagerPtr &manager : managers)
-        if (!manager->inherited()) manager->close();
+    for (const ManagerPtr &manager : managers) {
+        if (!manager->inherited()) {
+            manager->close();
+        }
+    }
 }
 
 // One call on a connection: what is wrong with the handle, or what call says.
 template <typename Call>
 cerrno on_connection(event_conn_t handle, Call call) {
-    if (handle == nullptr) return EVENT_ERR_INVALID_ARG;
+    if (handle == nullptr) {
+        return EVENT_ERR_INVALID_ARG;
+    }
     const Registered entry = look_up(handle, true);
-    if (entry.connection == nullptr) return EVENT_ERR_BAD_HANDLE;
-    if (entry.manager->inherited()) return EVENT_ERR_FORKED;
+    if (entry.connection == nullptr) {
+        return EVENT_ERR_BAD_HANDLE;
+    }
+    if (entry.manager->inherited()) {
+        return EVENT_ERR_FORKED;
+    }
     try {
         return call(*entry.manager, entry.connection);
     } catch (const std::bad_alloc &) {
@@ -114,11 +130,16 @@ __attribute__((constructor)) void watch_forks() {
 }  // namespace
 
 void retire_event_managers(const void *object_base) {
-    if (object_base == nullptr) return;
+    if (object_base == nullptr) {
+        return;
+    }
     Registry &all = registry();
     const std::lock_guard lock(all.mutex);
-    for (auto &[id, entry] : all.entries)
-        if (entry.manager->owner() == object_base) entry.retired = true;
+    for (auto &[id, entry] : all.entries) {
+        if (entry.manager->owner() == object_base) {
+            entry.retired = true;
+        }
+    }
 }
 
 void release_retired_event_managers() {
@@ -140,7 +161,9 @@ event_manager_t event_manager_create(uint32_t flags, const char *, uint32_t, voi
     try {
         release_retired_event_managers();
         ManagerPtr manager = EventManager::create(owner);
-        if (manager == nullptr) return nullptr;
+        if (manager == nullptr) {
+            return nullptr;
+        }
         return handle_of(enter({std::move(manager), nullptr}));
     } catch (const std::bad_alloc &) {
         errno = ENOMEM;
@@ -149,13 +172,16 @@ event_manager_t event_manager_create(uint32_t flags, const char *, uint32_t, voi
 }
 
 void event_manager_destroy(event_manager_t evm) {
-    if (evm != nullptr)
+    if (evm != nullptr) {
         close_all(withdraw([evm](std::uint64_t id, const Registered &) { return id == id_of(evm); }));
+    }
 }
 
 int32_t event_async_attach(event_manager_t evm, uint32_t, event_async_handler_t handler, void *arg) {
     const ManagerPtr manager = find_manager(evm);
-    if (manager == nullptr) return -1;
+    if (manager == nullptr) {
+        return -1;
+    }
     try {
         return manager->attach(handler, arg);
     } catch (const std::bad_alloc &) {
@@ -166,7 +192,9 @@ int32_t event_async_attach(event_manager_t evm, uint32_t, event_async_handler_t 
 
 int32_t event_send_async(event_manager_t evm, int32_t code, uint64_t) {
     const ManagerPtr manager = find_manager(evm);
-    if (manager == nullptr) return -1;
+    if (manager == nullptr) {
+        return -1;
+    }
     try {
         return manager->send(code) ? 0 : -1;
     } catch (const std::bad_alloc &) {
@@ -182,7 +210,9 @@ int32_t event_block(event_block_ctx_t *ctx) {
     }
     const ManagerPtr manager = find_manager(ctx->evm);
     EventRecord record{};
-    if (manager == nullptr || !manager->wait(record)) return -1;
+    if (manager == nullptr || !manager->wait(record)) {
+        return -1;
+    }
     memcpy(ctx->buffer, &record, sizeof record);
     return 0;
 }
@@ -193,7 +223,9 @@ int32_t qm_event_dispatch(event_block_ctx_t *ctx, uint32_t) {
         return -1;
     }
     const ManagerPtr manager = find_manager(ctx->evm);
-    if (manager == nullptr) return -1;
+    if (manager == nullptr) {
+        return -1;
+    }
     EventRecord record;
     memcpy(&record, ctx->buffer, sizeof record);
     manager->dispatch(record);
@@ -202,11 +234,19 @@ int32_t qm_event_dispatch(event_block_ctx_t *ctx, uint32_t) {
 
 cerrno event_conn_create(event_conn_t *conn_out, event_manager_t evm, aaa_event_cb_t up_cb, void *ctx,
                          uint32_t type) {
-    if (conn_out == nullptr || evm == nullptr || up_cb == nullptr) return EVENT_ERR_INVALID_ARG;
-    if (type != EVENT_CONN_TYPE_SYSDB && type != EVENT_CONN_TYPE_FD) return EVENT_ERR_INVALID_ARG;
+    if (conn_out == nullptr || evm == nullptr || up_cb == nullptr) {
+        return EVENT_ERR_INVALID_ARG;
+    }
+    if (type != EVENT_CONN_TYPE_SYSDB && type != EVENT_CONN_TYPE_FD) {
+        return EVENT_ERR_INVALID_ARG;
+    }
     const ManagerPtr manager = look_up(evm, false).manager;
-    if (manager == nullptr) return EVENT_ERR_BAD_HANDLE;
-    if (manager->inherited()) return EVENT_ERR_FORKED;
+    if (manager == nullptr) {
+        return EVENT_ERR_BAD_HANDLE;
+    }
+    if (manager->inherited()) {
+        return EVENT_ERR_FORKED;
+    }
     try {
         auto connection = std::make_shared<EventConnection>();
         connection->type = type;

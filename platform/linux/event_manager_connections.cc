@@ -27,7 +27,9 @@ constexpr unsigned kLastRetryMs = 5000;
 constexpr std::uint32_t kHangup = EPOLLRDHUP | EPOLLHUP | EPOLLERR;
 
 std::uint32_t watched_events(const EventConnection &connection) {
-    if (connection.type == EVENT_CONN_TYPE_SYSDB) return EPOLLIN | EPOLLRDHUP;
+    if (connection.type == EVENT_CONN_TYPE_SYSDB) {
+        return EPOLLIN | EPOLLRDHUP;
+    }
     return connection.handler_events | EPOLLRDHUP;
 }
 
@@ -68,12 +70,15 @@ cerrno EventManager::set_down(const ConnectionPtr &connection, std::uint32_t mas
 
 cerrno EventManager::set_handler(const ConnectionPtr &connection, std::uint32_t events,
                                  aaa_event_cb_t callback) {
-    if (events == 0 || (events & ~static_cast<std::uint32_t>(EPOLLIN | EPOLLOUT | EPOLLPRI)) != 0)
+    if (events == 0 || (events & ~static_cast<std::uint32_t>(EPOLLIN | EPOLLOUT | EPOLLPRI)) != 0) {
         return EVENT_ERR_INVALID_ARG;
+    }
     const std::lock_guard lock(mutex_);
     connection->handler = callback;
     connection->handler_events = callback != nullptr ? events : 0;
-    if (connection->state != EventConnection::State::kUp) return 0;
+    if (connection->state != EventConnection::State::kUp) {
+        return 0;
+    }
     epoll_event event{};
     event.events = watched_events(*connection);
     event.data.u64 = connection->id * 2;
@@ -83,9 +88,15 @@ cerrno EventManager::set_handler(const ConnectionPtr &connection, std::uint32_t 
 cerrno EventManager::open(const ConnectionPtr &connection) {
     {
         const std::lock_guard lock(mutex_);
-        if (closed_) return EVENT_ERR_BAD_HANDLE;
-        if (connection->state == EventConnection::State::kUp) return 0;
-        if (connection->state == EventConnection::State::kOpening) return EVENT_CONN_RETRY;
+        if (closed_) {
+            return EVENT_ERR_BAD_HANDLE;
+        }
+        if (connection->state == EventConnection::State::kUp) {
+            return 0;
+        }
+        if (connection->state == EventConnection::State::kOpening) {
+            return EVENT_CONN_RETRY;
+        }
         connection->state = EventConnection::State::kOpening;
         connection->retry_delay_ms = 0;
         connection->retry_timer.reset();
@@ -96,17 +107,24 @@ cerrno EventManager::open(const ConnectionPtr &connection) {
 // The state is kOpening: this thread alone works on the connection.
 cerrno EventManager::bring_up(const ConnectionPtr &connection) {
     const int channel = connection->up(connection->handle(), connection->context);
-    if (channel < 0) return schedule_retry(connection) ? EVENT_CONN_RETRY : EVENT_ERR_SYSTEM;
+    if (channel < 0) {
+        return schedule_retry(connection) ? EVENT_CONN_RETRY : EVENT_ERR_SYSTEM;
+    }
     const cerrno rc = watch(connection, channel);
-    if (rc == EVENT_ERR_CHANNEL)
+    if (rc == EVENT_ERR_CHANNEL) {
         log(kLogError, "EVENT", "channel %d of a connection cannot be watched: %s", channel, strerror(errno));
-    if (rc != 0) release_channel(connection, channel);
+    }
+    if (rc != 0) {
+        release_channel(connection, channel);
+    }
     return rc;
 }
 
 cerrno EventManager::watch(const ConnectionPtr &connection, int channel) {
     const std::lock_guard lock(mutex_);
-    if (connection->state != EventConnection::State::kOpening) return EVENT_ERR_BAD_HANDLE;
+    if (connection->state != EventConnection::State::kOpening) {
+        return EVENT_ERR_BAD_HANDLE;
+    }
     epoll_event event{};
     event.events = watched_events(*connection);
     event.data.u64 = connection->id * 2;
@@ -124,11 +142,15 @@ cerrno EventManager::watch(const ConnectionPtr &connection, int channel) {
 // False when no timer is to be had; the connection is then closed.
 bool EventManager::schedule_retry(const ConnectionPtr &connection) {
     const std::lock_guard lock(mutex_);
-    if (connection->state != EventConnection::State::kOpening) return true;  // closed meanwhile
+    if (connection->state != EventConnection::State::kOpening) {
+        return true;  // closed meanwhile
+    }
     const unsigned delay = connection->retry_delay_ms;
     connection->retry_delay_ms = delay == 0 ? kFirstRetryMs : std::min(delay * 2, kLastRetryMs);
     connection->state = EventConnection::State::kRetrying;
-    if (watch_timer(*connection) && arm(connection->retry_timer, connection->retry_delay_ms)) return true;
+    if (watch_timer(*connection) && arm(connection->retry_timer, connection->retry_delay_ms)) {
+        return true;
+    }
     log(kLogError, "EVENT", "no timer for a connection, it stays closed: %s", strerror(errno));
     connection->retry_timer.reset();
     connection->state = EventConnection::State::kClosed;
@@ -136,7 +158,9 @@ bool EventManager::schedule_retry(const ConnectionPtr &connection) {
 }
 
 bool EventManager::watch_timer(EventConnection &connection) {
-    if (connection.retry_timer.get() >= 0) return true;
+    if (connection.retry_timer.get() >= 0) {
+        return true;
+    }
     connection.retry_timer.reset(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
     epoll_event event{};
     event.events = EPOLLIN;
@@ -149,9 +173,14 @@ bool EventManager::watch_timer(EventConnection &connection) {
 void EventManager::forget_channel(const ConnectionPtr &connection) {
     const int channel = connection->channel;
     connection->channel = -1;
-    if (channel < 0) return;
-    for (const auto &[id, other] : connections_)
-        if (other != connection && other->channel == channel) return;
+    if (channel < 0) {
+        return;
+    }
+    for (const auto &[id, other] : connections_) {
+        if (other != connection && other->channel == channel) {
+            return;
+        }
+    }
     epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, channel, nullptr);
 }
 
@@ -160,19 +189,24 @@ void EventManager::release_channel(const ConnectionPtr &connection, int channel)
     aaa_event_cb_t down = nullptr;
     {
         const std::lock_guard lock(mutex_);
-        if ((connection->down_mask & EVENT_CONN_NOTIFY_DOWN) != 0) down = connection->down;
+        if ((connection->down_mask & EVENT_CONN_NOTIFY_DOWN) != 0) {
+            down = connection->down;
+        }
     }
-    if (down != nullptr)
+    if (down != nullptr) {
         down(connection->handle(), connection->context);
-    else if (connection->type == EVENT_CONN_TYPE_FD)
+    } else if (connection->type == EVENT_CONN_TYPE_FD) {
         ::close(channel);
+    }
 }
 
 void EventManager::take_down(const ConnectionPtr &connection) {
     int channel = -1;
     {
         const std::lock_guard lock(mutex_);
-        if (connection->state != EventConnection::State::kUp) return;
+        if (connection->state != EventConnection::State::kUp) {
+            return;
+        }
         channel = connection->channel;
         forget_channel(connection);
         connection->state = EventConnection::State::kOpening;
@@ -185,16 +219,22 @@ void EventManager::dispatch_ready(const ConnectionPtr &connection, std::uint32_t
     int channel = -1;
     {
         const std::lock_guard lock(mutex_);
-        if (connection->state == EventConnection::State::kUp) channel = connection->channel;
+        if (connection->state == EventConnection::State::kUp) {
+            channel = connection->channel;
+        }
     }
-    if (channel < 0) return;
+    if (channel < 0) {
+        return;
+    }
     if (connection->type == EVENT_CONN_TYPE_FD) {
         dispatch_descriptor(connection, channel, events);
         return;
     }
     const cerrno rc = (events & EPOLLIN) != 0 ? sysdb_dispatch_channel(channel) : 0;
     const bool lost = rc == SYSDB_ERR_CONNECTION_LOST || rc == SYSDB_ERR_BAD_HANDLE;
-    if (lost || (events & kHangup) != 0) take_down(connection);
+    if (lost || (events & kHangup) != 0) {
+        take_down(connection);
+    }
 }
 
 void EventManager::dispatch_descriptor(const ConnectionPtr &connection, int channel, std::uint32_t events) {
@@ -207,31 +247,37 @@ void EventManager::dispatch_descriptor(const ConnectionPtr &connection, int chan
         const std::lock_guard lock(mutex_);
         handler = connection->handler;
     }
-    if (handler != nullptr)
+    if (handler != nullptr) {
         handler(connection->handle(), connection->context);
-    else
+    } else {
         take_down(connection);
+    }
 }
 
 void EventManager::dispatch_retry(const ConnectionPtr &connection) {
     {
         const std::lock_guard lock(mutex_);
-        if (connection->state != EventConnection::State::kRetrying || connection->retry_timer.get() < 0)
+        if (connection->state != EventConnection::State::kRetrying || connection->retry_timer.get() < 0) {
             return;
+        }
         std::uint64_t expirations = 0;
-        if (read(connection->retry_timer.get(), &expirations, sizeof expirations) != sizeof expirations)
+        if (read(connection->retry_timer.get(), &expirations, sizeof expirations) != sizeof expirations) {
             return;
+        }
         connection->state = EventConnection::State::kOpening;
     }
     // What cannot be watched now may be another descriptor next time.
-    if (bring_up(connection) == EVENT_ERR_CHANNEL) reopen_later(connection);
+    if (bring_up(connection) == EVENT_ERR_CHANNEL) {
+        reopen_later(connection);
+    }
 }
 
 void EventManager::reopen_later(const ConnectionPtr &connection) {
     {
         const std::lock_guard lock(mutex_);
-        if (connection->state != EventConnection::State::kClosed || connections_.count(connection->id) == 0)
+        if (connection->state != EventConnection::State::kClosed || connections_.count(connection->id) == 0) {
             return;
+        }
         connection->state = EventConnection::State::kOpening;
     }
     schedule_retry(connection);

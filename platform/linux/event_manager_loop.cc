@@ -26,7 +26,9 @@ constexpr std::uint64_t kWakeup = 0;
 }  // namespace
 
 void Descriptor::reset(int fd) {
-    if (fd_ >= 0) ::close(fd_);
+    if (fd_ >= 0) {
+        ::close(fd_);
+    }
     fd_ = fd;
 }
 
@@ -36,11 +38,15 @@ std::shared_ptr<EventManager> EventManager::create(const void *owner) {
     std::shared_ptr<EventManager> manager(new EventManager(owner));
     manager->epoll_.reset(epoll_create1(EPOLL_CLOEXEC));
     manager->wakeup_.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (manager->epoll_.get() < 0 || manager->wakeup_.get() < 0) return nullptr;
+    if (manager->epoll_.get() < 0 || manager->wakeup_.get() < 0) {
+        return nullptr;
+    }
     epoll_event event{};
     event.events = EPOLLIN;
     event.data.u64 = kWakeup;
-    if (epoll_ctl(manager->epoll_.get(), EPOLL_CTL_ADD, manager->wakeup_.get(), &event) != 0) return nullptr;
+    if (epoll_ctl(manager->epoll_.get(), EPOLL_CTL_ADD, manager->wakeup_.get(), &event) != 0) {
+        return nullptr;
+    }
     return manager;
 }
 
@@ -73,23 +79,33 @@ void EventManager::drain_wakeup() {
 bool EventManager::take_async(EventRecord &record) {
     const std::lock_guard lock(mutex_);
     if (sent_.empty()) {
-        if (!closed_) drain_wakeup();
+        if (!closed_) {
+            drain_wakeup();
+        }
         return false;
     }
     record = {EventRecord::kAsync, sent_.front(), 0, 0, 0};
     sent_.pop_front();
-    if (sent_.empty() && !closed_) drain_wakeup();
+    if (sent_.empty() && !closed_) {
+        drain_wakeup();
+    }
     return true;
 }
 
 bool EventManager::wait(EventRecord &record) {
     for (;;) {
         epoll_event event{};
-        if (epoll_wait(epoll_.get(), &event, 1, -1) != 1) return false;
+        if (epoll_wait(epoll_.get(), &event, 1, -1) != 1) {
+            return false;
+        }
         if (event.data.u64 == kWakeup) {
-            if (take_async(record)) return true;
+            if (take_async(record)) {
+                return true;
+            }
             const std::lock_guard lock(mutex_);
-            if (!closed_) continue;
+            if (!closed_) {
+                continue;
+            }
             errno = EBADF;
             return false;
         }
@@ -116,10 +132,14 @@ void EventManager::dispatch_async(std::int32_t code) {
     AsyncHandler target{};
     {
         const std::lock_guard lock(mutex_);
-        if (code < 0 || static_cast<std::size_t>(code) >= async_.size()) return;
+        if (code < 0 || static_cast<std::size_t>(code) >= async_.size()) {
+            return;
+        }
         target = async_[static_cast<std::size_t>(code)];
     }
-    if (target.handler != nullptr) target.handler(target.arg);
+    if (target.handler != nullptr) {
+        target.handler(target.arg);
+    }
 }
 
 void EventManager::dispatch(const EventRecord &record) {
@@ -128,9 +148,15 @@ void EventManager::dispatch(const EventRecord &record) {
         return;
     }
     const ConnectionPtr connection = find(record.connection);
-    if (connection == nullptr) return;
-    if (record.kind == EventRecord::kReady) dispatch_ready(connection, record.events);
-    if (record.kind == EventRecord::kRetry) dispatch_retry(connection);
+    if (connection == nullptr) {
+        return;
+    }
+    if (record.kind == EventRecord::kReady) {
+        dispatch_ready(connection, record.events);
+    }
+    if (record.kind == EventRecord::kRetry) {
+        dispatch_retry(connection);
+    }
 }
 
 }  // namespace aaaplatform

@@ -46,7 +46,9 @@ constinit EndFunctions g_ends{nullptr, nullptr};
 // Not on demand: while the finalisers run at exit these look-ups fail.
 __attribute__((constructor)) void find_end_functions() {
     void *libc = dlopen("libc.so.6", RTLD_NOLOAD | RTLD_LAZY);
-    if (libc == nullptr) return;
+    if (libc == nullptr) {
+        return;
+    }
     g_ends = {dlsym(libc, "dlclose"), dlsym(libc, "exit")};
     dlclose(libc);
 }
@@ -56,13 +58,23 @@ enum class Cause { kUnknown, kDlclose, kExit };
 _Unwind_Reason_Code look_at_frame(_Unwind_Context *context, void *cause) {
     int before_instruction = 0;
     std::uintptr_t address = _Unwind_GetIPInfo(context, &before_instruction);
-    if (address == 0) return _URC_END_OF_STACK;
-    if (before_instruction == 0) --address;  // a return address may lie behind the caller's last byte
+    if (address == 0) {
+        return _URC_END_OF_STACK;
+    }
+    if (before_instruction == 0) {
+        --address;  // a return address may lie behind the caller's last byte
+    }
     void *function = _Unwind_FindEnclosingFunction(reinterpret_cast<void *>(address));
-    if (function == nullptr) return _URC_NO_REASON;
+    if (function == nullptr) {
+        return _URC_NO_REASON;
+    }
     Cause &result = *static_cast<Cause *>(cause);
-    if (function == g_ends.dlclose_function) result = Cause::kDlclose;
-    if (function == g_ends.exit_function) result = Cause::kExit;
+    if (function == g_ends.dlclose_function) {
+        result = Cause::kDlclose;
+    }
+    if (function == g_ends.exit_function) {
+        result = Cause::kExit;
+    }
     return result == Cause::kUnknown ? _URC_NO_REASON : _URC_END_OF_STACK;
 }
 
@@ -102,7 +114,9 @@ extern "C" {
 
 void _init_libc_globals(void) {
     using namespace aaaplatform;
-    if (g_exit_handlers.fetch_add(1, std::memory_order_relaxed) < kMaxExitHandlers) atexit(set_exiting);
+    if (g_exit_handlers.fetch_add(1, std::memory_order_relaxed) < kMaxExitHandlers) {
+        atexit(set_exiting);
+    }
     g_startup_object.store(is_startup_object(__builtin_return_address(0)), std::memory_order_relaxed);
     sysdb_loader_set_unloading(false);
     release_retired_event_managers();
@@ -112,7 +126,9 @@ void _init_libc_globals(void) {
 
 int __in_dlclose(void) {
     using namespace aaaplatform;
-    if (!unloading_now()) return 0;
+    if (!unloading_now()) {
+        return 0;
+    }
     sysdb_loader_set_unloading(true);
     retire_event_managers(object_base(__builtin_return_address(0)));
     return 1;

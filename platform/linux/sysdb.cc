@@ -17,7 +17,9 @@ namespace aaaplatform {
 namespace {
 
 bool value_fits(std::uint32_t datatype, const void *value, std::uint32_t length) {
-    if (value == nullptr && length != 0) return false;
+    if (value == nullptr && length != 0) {
+        return false;
+    }
     switch (datatype) {
         case SYSDB_TYPE_U32:
             return length == sizeof(std::uint32_t);
@@ -41,7 +43,9 @@ struct Reading {
 
 // Another process, or an older one, may have stored what does not fit.
 cerrno check_reading(const Reading &reading, const char *path) {
-    if (value_fits(reading.datatype, reading.value, reading.length)) return 0;
+    if (value_fits(reading.datatype, reading.value, reading.length)) {
+        return 0;
+    }
     log(kLogError, "SYSDB",
         "item %s of type %u has a value of %u bytes that does not fit its type; set it again or delete it",
         path, reading.datatype, reading.length);
@@ -50,12 +54,17 @@ cerrno check_reading(const Reading &reading, const char *path) {
 
 // Stores what is wanted and releases the rest.
 void hand_out(const Reading &reading, std::uint32_t *datatype, void **value, std::uint32_t *length) {
-    if (datatype != nullptr) *datatype = reading.datatype;
-    if (length != nullptr) *length = reading.length;
-    if (value != nullptr)
+    if (datatype != nullptr) {
+        *datatype = reading.datatype;
+    }
+    if (length != nullptr) {
+        *length = reading.length;
+    }
+    if (value != nullptr) {
         *value = reading.value;
-    else
+    } else {
         free(reading.value);
+    }
 }
 
 }  // namespace
@@ -72,90 +81,125 @@ using namespace aaaplatform;
 extern "C" {
 
 cerrno _sysdb_bind(sysdb_conn_t *conn, const char *path, uint32_t flags) {
-    if (conn == nullptr || path == nullptr) return SYSDB_ERR_INVALID_ARG;
+    if (conn == nullptr || path == nullptr) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
     const sysdb_provider_t *provider = obtain_sysdb_provider();
     return provider != nullptr ? provider->bind(conn, path, flags) : SYSDB_ERR_LIB_ABSENT;
 }
 
 cerrno _sysdb_unbind(sysdb_conn_t conn) {
-    if (conn == 0) return 0;
+    if (conn == 0) {
+        return 0;
+    }
     const sysdb_provider_t *provider = loaded_sysdb_provider();
     return provider != nullptr ? provider->unbind(conn) : SYSDB_ERR_LIB_ABSENT;
 }
 
 cerrno sysdb_conn_to_coid(sysdb_conn_t conn, int32_t *coid) {
-    if (coid == nullptr) return SYSDB_ERR_INVALID_ARG;
+    if (coid == nullptr) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
     const sysdb_provider_t *provider = loaded_sysdb_provider();
     return provider != nullptr ? provider->conn_to_coid(conn, coid) : SYSDB_ERR_LIB_ABSENT;
 }
 
 cerrno sysdb_item_get(sysdb_conn_t conn, const char *path, uint32_t *datatype, void **value, uint32_t *length,
                       uint32_t flags) {
-    if (path == nullptr || flags != 0) return SYSDB_ERR_INVALID_ARG;
+    if (path == nullptr || flags != 0) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
     const sysdb_provider_t *provider = loaded_sysdb_provider();
-    if (provider == nullptr) return SYSDB_ERR_LIB_ABSENT;
+    if (provider == nullptr) {
+        return SYSDB_ERR_LIB_ABSENT;
+    }
     Reading reading{datatype != nullptr ? *datatype : SYSDB_TYPE_ANY, nullptr, 0};
     cerrno rc = provider->item_get(conn, path, &reading.datatype, &reading.value, &reading.length, flags);
-    if (rc != 0) return rc;
+    if (rc != 0) {
+        return rc;
+    }
     rc = check_reading(reading, path);
-    if (rc == 0)
+    if (rc == 0) {
         hand_out(reading, datatype, value, length);
-    else
+    } else {
         free(reading.value);
+    }
     return rc;
 }
 
 cerrno sysdb_item_set(sysdb_conn_t conn, const char *path, uint32_t datatype, const void *value,
                       uint32_t length, uint32_t flags) {
-    if (path == nullptr || flags > 1 || datatype == SYSDB_TYPE_ANY) return SYSDB_ERR_INVALID_ARG;
-    if (!value_fits(datatype, value, length)) return SYSDB_ERR_BAD_VALUE;
+    if (path == nullptr || flags > 1 || datatype == SYSDB_TYPE_ANY) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
+    if (!value_fits(datatype, value, length)) {
+        return SYSDB_ERR_BAD_VALUE;
+    }
     const sysdb_provider_t *provider = loaded_sysdb_provider();
     return provider != nullptr ? provider->item_set(conn, path, datatype, value, length, flags)
                                : SYSDB_ERR_LIB_ABSENT;
 }
 
 cerrno sysdb_item_delete(sysdb_conn_t conn, const char *path, uint32_t flags) {
-    if (path == nullptr || flags > SYSDB_DELETE_TREE) return SYSDB_ERR_INVALID_ARG;
+    if (path == nullptr || flags > SYSDB_DELETE_TREE) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
     const sysdb_provider_t *provider = loaded_sysdb_provider();
     return provider != nullptr ? provider->item_delete(conn, path, flags) : SYSDB_ERR_LIB_ABSENT;
 }
 
 cerrno sysdb_list(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count,
                   sysdb_list_t *list, uint32_t flags) {
-    if (path == nullptr || list == nullptr || flags != 0) return SYSDB_ERR_INVALID_ARG;
+    if (path == nullptr || list == nullptr || flags != 0) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
     const sysdb_provider_t *provider = loaded_sysdb_provider();
-    if (provider == nullptr) return SYSDB_ERR_LIB_ABSENT;
+    if (provider == nullptr) {
+        return SYSDB_ERR_LIB_ABSENT;
+    }
     return provider->list(conn, path, pattern != nullptr ? pattern : "", count, list, flags);
 }
 
 cerrno sysdb_list_start(sysdb_list_t list) {
-    if (list == nullptr) return SYSDB_ERR_INVALID_ARG;
+    if (list == nullptr) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
     const sysdb_provider_t *provider = loaded_sysdb_provider();
     return provider != nullptr ? provider->list_start(list) : SYSDB_ERR_LIB_ABSENT;
 }
 
 cerrno sysdb_list_next(sysdb_list_t list, char **name, uint32_t *type, uint32_t flags) {
-    if (list == nullptr || name == nullptr || flags != 0) return SYSDB_ERR_INVALID_ARG;
+    if (list == nullptr || name == nullptr || flags != 0) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
     const sysdb_provider_t *provider = loaded_sysdb_provider();
     return provider != nullptr ? provider->list_next(list, name, type, flags) : SYSDB_ERR_LIB_ABSENT;
 }
 
 void sysdb_list_free(sysdb_list_t list) {
     const sysdb_provider_t *provider = loaded_sysdb_provider();
-    if (list != nullptr && provider != nullptr) provider->list_free(list);
+    if (list != nullptr && provider != nullptr) {
+        provider->list_free(list);
+    }
 }
 
 cerrno sysdb_find(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count,
                   sysdb_list_t *list, uint32_t flags, uint32_t depth) {
-    if (path == nullptr || flags != 0 || depth > 1) return SYSDB_ERR_INVALID_ARG;
+    if (path == nullptr || flags != 0 || depth > 1) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
     const sysdb_provider_t *provider = loaded_sysdb_provider();
-    if (provider == nullptr) return SYSDB_ERR_LIB_ABSENT;
+    if (provider == nullptr) {
+        return SYSDB_ERR_LIB_ABSENT;
+    }
     return provider->find(conn, path, pattern != nullptr ? pattern : "", count, list, flags, depth);
 }
 
 cerrno sysdb_directory_get_last(sysdb_conn_t conn, const char *path, char **name, uint32_t *type,
                                 uint32_t flags) {
-    if (path == nullptr || name == nullptr || flags != 0) return SYSDB_ERR_INVALID_ARG;
+    if (path == nullptr || name == nullptr || flags != 0) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
     const sysdb_provider_t *provider = loaded_sysdb_provider();
     return provider != nullptr ? provider->directory_get_last(conn, path, name, type, flags)
                                : SYSDB_ERR_LIB_ABSENT;
@@ -166,17 +210,24 @@ cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *path, uint32_
                                     uint64_t, uint64_t *notification) {
     constexpr std::uint32_t kAllEvents = SYSDB_EVENT_SET | SYSDB_EVENT_DELETE;
     constexpr std::uint32_t kAllModes = SYSDB_NOTIFY_CHANGES | SYSDB_NOTIFY_INITIAL;
-    if (path == nullptr || callback == nullptr || notification == nullptr) return SYSDB_ERR_INVALID_ARG;
-    if ((events & kAllEvents) == 0 || (mode & SYSDB_NOTIFY_CHANGES) == 0 || (mode & ~kAllModes) != 0)
+    if (path == nullptr || callback == nullptr || notification == nullptr) {
         return SYSDB_ERR_INVALID_ARG;
+    }
+    if ((events & kAllEvents) == 0 || (mode & SYSDB_NOTIFY_CHANGES) == 0 || (mode & ~kAllModes) != 0) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
     const sysdb_provider_t *provider = loaded_sysdb_provider();
-    if (provider == nullptr) return SYSDB_ERR_LIB_ABSENT;
+    if (provider == nullptr) {
+        return SYSDB_ERR_LIB_ABSENT;
+    }
     return provider->register_notification(conn, path, events & kAllEvents, mode, callback, callback_arg,
                                            user_ctx, notification);
 }
 
 cerrno sysdb_notification_unregister(sysdb_conn_t conn, uint64_t notification) {
-    if (notification == 0) return 0;
+    if (notification == 0) {
+        return 0;
+    }
     const sysdb_provider_t *provider = loaded_sysdb_provider();
     return provider != nullptr ? provider->notification_unregister(conn, notification) : SYSDB_ERR_LIB_ABSENT;
 }

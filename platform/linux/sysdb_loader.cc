@@ -60,7 +60,9 @@ class Locked {
 const char *provider_path() {
     static const char *const path = [] {
         const char *override_path = secure_getenv("AAA_SYSDB_PROVIDER");
-        if (override_path == nullptr || *override_path == '\0') return kDefaultPath + 0;
+        if (override_path == nullptr || *override_path == '\0') {
+            return kDefaultPath + 0;
+        }
         const char *copy = strdup(override_path);
         return copy != nullptr ? copy : kDefaultPath + 0;
     }();
@@ -74,8 +76,9 @@ void host_log(std::uint32_t severity, const char *mnemonic, const char *text) {
 constexpr sysdb_host_t kHost = {SYSDB_PROVIDER_ABI, sizeof(sysdb_host_t), host_log};
 
 bool usable(const sysdb_provider_t *table, const char *path) {
-    if (table != nullptr && table->abi == SYSDB_PROVIDER_ABI && table->size >= sizeof(sysdb_provider_t))
+    if (table != nullptr && table->abi == SYSDB_PROVIDER_ABI && table->size >= sizeof(sysdb_provider_t)) {
         return true;
+    }
     log(kLogError, "SYSDB",
         "provider %s speaks another version of the interface (this platform has %u); "
         "install the provider that belongs to it",
@@ -104,7 +107,9 @@ void load_provider() {
         return;
     }
     const sysdb_provider_t *table = table_of(object, path);
-    if (table != nullptr) g_provider.store(table, std::memory_order_release);
+    if (table != nullptr) {
+        g_provider.store(table, std::memory_order_release);
+    }
 }
 
 void *loader_thread(void *) {
@@ -118,7 +123,9 @@ void *loader_thread(void *) {
 
 bool start_loader_thread() {
     pthread_attr_t attributes;
-    if (pthread_attr_init(&attributes) != 0) return false;
+    if (pthread_attr_init(&attributes) != 0) {
+        return false;
+    }
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     sigset_t all;
     sigset_t before;
@@ -145,12 +152,17 @@ timespec unloading_deadline() {
 // Called with the state locked; returns when the attempt that is under way
 // has ended, or when waiting on could hold up an unload.
 void wait_for_attempt(unsigned finished_before) {
-    while (g_state.attempts == finished_before && !g_state.unloading)
+    while (g_state.attempts == finished_before && !g_state.unloading) {
         pthread_cond_wait(&g_state.changed, &g_state.mutex);
-    if (g_state.attempts != finished_before) return;
+    }
+    if (g_state.attempts != finished_before) {
+        return;
+    }
     const timespec deadline = unloading_deadline();
     while (g_state.attempts == finished_before) {
-        if (pthread_cond_timedwait(&g_state.changed, &g_state.mutex, &deadline) == ETIMEDOUT) return;
+        if (pthread_cond_timedwait(&g_state.changed, &g_state.mutex, &deadline) == ETIMEDOUT) {
+            return;
+        }
     }
 }
 
@@ -194,15 +206,21 @@ const sysdb_provider_t *loaded_sysdb_provider() {
 
 const sysdb_provider_t *obtain_sysdb_provider() {
     const sysdb_provider_t *loaded = loaded_sysdb_provider();
-    if (loaded != nullptr) return loaded;
+    if (loaded != nullptr) {
+        return loaded;
+    }
     // Without this an absent database would cost a thread at every call.
-    if (access(provider_path(), R_OK) != 0) return nullptr;
+    if (access(provider_path(), R_OK) != 0) {
+        return nullptr;
+    }
     load_through_thread();
     return loaded_sysdb_provider();
 }
 
 void sysdb_load_now() {
-    if (loaded_sysdb_provider() == nullptr && access(provider_path(), R_OK) == 0) load_provider();
+    if (loaded_sysdb_provider() == nullptr && access(provider_path(), R_OK) == 0) {
+        load_provider();
+    }
 }
 
 void sysdb_loader_set_unloading(bool unloading) {

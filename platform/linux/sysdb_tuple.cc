@@ -37,7 +37,9 @@ std::uint32_t get_u32(const std::uint8_t *from) {
 }
 
 void put_u32(std::uint8_t *to, std::uint32_t value) {
-    for (int i = 0; i < 4; ++i) to[i] = static_cast<std::uint8_t>(value >> (8 * i));
+    for (int i = 0; i < 4; ++i) {
+        to[i] = static_cast<std::uint8_t>(value >> (8 * i));
+    }
 }
 
 // Steps over the fields of a tuple without leaving its length.
@@ -52,11 +54,15 @@ class FieldReader {
 
     // The kind of the next field, or 0 at the end or when the tuple is damaged.
     char next() {
-        if (!valid_ || fields_ == 0) return 0;
+        if (!valid_ || fields_ == 0) {
+            return 0;
+        }
         --fields_;
         const std::uint32_t size = field_size();
         valid_ = size != 0 && size <= left_;
-        if (!valid_) return 0;
+        if (!valid_) {
+            return 0;
+        }
         field_ = at_;
         at_ += size;
         left_ -= size;
@@ -72,9 +78,15 @@ class FieldReader {
   private:
     // Of the field at the read position, 0 for one that makes no sense.
     std::uint32_t field_size() const {
-        if (left_ >= 1 && at_[0] == kInteger) return 5;
-        if (left_ < 2 || at_[0] != kName || at_[1] == 0 || at_[1] > SYSDB_NAME_SIZE) return 0;
-        if (left_ < 2U + at_[1]) return 0;
+        if (left_ >= 1 && at_[0] == kInteger) {
+            return 5;
+        }
+        if (left_ < 2 || at_[0] != kName || at_[1] == 0 || at_[1] > SYSDB_NAME_SIZE) {
+            return 0;
+        }
+        if (left_ < 2U + at_[1]) {
+            return 0;
+        }
         // The NUL stands at the end and nowhere else.
         return memchr(at_ + 2, 0, at_[1]) == at_ + 1 + at_[1] ? 2U + at_[1] : 0;
     }
@@ -95,22 +107,32 @@ struct Shape {
 bool shape_of_format(const char *format, Shape &shape) {
     shape = {0, 0};
     for (const char *at = format; *at != '\0'; at += 2, ++shape.fields) {
-        if (at[0] != '%' || (at[1] != kInteger && at[1] != kName)) return false;
-        if (at[1] == kInteger && shape.leading_integers == shape.fields) ++shape.leading_integers;
+        if (at[0] != '%' || (at[1] != kInteger && at[1] != kName)) {
+            return false;
+        }
+        if (at[1] == kInteger && shape.leading_integers == shape.fields) {
+            ++shape.leading_integers;
+        }
     }
     return shape.fields <= kMaxFields;
 }
 
 Shape shape_of_tuple(FieldReader reader) {
     Shape shape{0, 0};
-    for (char kind = reader.next(); kind != 0; kind = reader.next(), ++shape.fields)
-        if (kind == kInteger && shape.leading_integers == shape.fields) ++shape.leading_integers;
+    for (char kind = reader.next(); kind != 0; kind = reader.next(), ++shape.fields) {
+        if (kind == kInteger && shape.leading_integers == shape.fields) {
+            ++shape.leading_integers;
+        }
+    }
     return shape;
 }
 
 bool kinds_agree(FieldReader reader, const char *format) {
-    for (const char *at = format + 1; *(at - 1) != '\0'; at += 2)
-        if (reader.next() != *at) return false;
+    for (const char *at = format + 1; *(at - 1) != '\0'; at += 2) {
+        if (reader.next() != *at) {
+            return false;
+        }
+    }
     return true;
 }
 
@@ -129,7 +151,9 @@ bool align(FieldReader &reader, const char *format) {
         return false;
     }
     const Shape found = shape_of_tuple(reader);
-    for (std::uint32_t skip = found.leading_integers; skip > wanted.leading_integers; --skip) reader.next();
+    for (std::uint32_t skip = found.leading_integers; skip > wanted.leading_integers; --skip) {
+        reader.next();
+    }
     if (found.leading_integers < wanted.leading_integers || !kinds_agree(reader, format)) {
         errno = EPROTO;
         return false;
@@ -148,7 +172,9 @@ std::uint32_t packed_size(const char *format, va_list arguments) {
         }
         const char *name = va_arg(arguments, const char *);
         const std::size_t length = name != nullptr ? strnlen(name, SYSDB_NAME_SIZE) : 0;
-        if (length == SYSDB_NAME_SIZE) return 0;
+        if (length == SYSDB_NAME_SIZE) {
+            return 0;
+        }
         size += 3 + static_cast<std::uint32_t>(length);
     }
     return size;
@@ -169,9 +195,10 @@ std::uint8_t *put_name(std::uint8_t *at, const char *name) {
 }
 
 void put_fields(std::uint8_t *at, const char *format, va_list arguments) {
-    for (; *format != '\0'; format += 2)
+    for (; *format != '\0'; format += 2) {
         at = format[1] == kInteger ? put_integer(at, va_arg(arguments, std::uint32_t))
                                    : put_name(at, va_arg(arguments, const char *));
+    }
 }
 
 }  // namespace
@@ -180,15 +207,20 @@ extern "C" {
 
 cerrno sysdb_tuple_pack(void **tuple, uint32_t *length, const char *format, ...) {
     Shape shape;
-    if (tuple == nullptr || length == nullptr || format == nullptr || !shape_of_format(format, shape))
+    if (tuple == nullptr || length == nullptr || format == nullptr || !shape_of_format(format, shape)) {
         return SYSDB_ERR_INVALID_ARG;
+    }
     va_list arguments;
     va_start(arguments, format);
     const std::uint32_t size = packed_size(format, arguments);
     va_end(arguments);
-    if (size == 0) return SYSDB_ERR_BAD_VALUE;
+    if (size == 0) {
+        return SYSDB_ERR_BAD_VALUE;
+    }
     auto *bytes = static_cast<std::uint8_t *>(malloc(size));
-    if (bytes == nullptr) return SYSDB_ERR_NOMEM;
+    if (bytes == nullptr) {
+        return SYSDB_ERR_NOMEM;
+    }
     bytes[0] = 'T';
     bytes[1] = 'P';
     bytes[2] = kVersion;
@@ -203,8 +235,12 @@ cerrno sysdb_tuple_pack(void **tuple, uint32_t *length, const char *format, ...)
 }
 
 cerrno sysdb_tuple_check(const void *tuple, uint32_t length) {
-    if (tuple == nullptr || length < kHeaderSize) return SYSDB_ERR_BAD_VALUE;
-    if (get_u32(static_cast<const std::uint8_t *>(tuple) + 4) != length) return SYSDB_ERR_BAD_VALUE;
+    if (tuple == nullptr || length < kHeaderSize) {
+        return SYSDB_ERR_BAD_VALUE;
+    }
+    if (get_u32(static_cast<const std::uint8_t *>(tuple) + 4) != length) {
+        return SYSDB_ERR_BAD_VALUE;
+    }
     FieldReader reader(tuple);
     while (reader.next() != 0) {
     }
@@ -212,10 +248,14 @@ cerrno sysdb_tuple_check(const void *tuple, uint32_t length) {
 }
 
 char *sysdb_tuple_format(const void *tuple, uint32_t length) {
-    if (sysdb_tuple_check(tuple, length) != 0) return nullptr;
+    if (sysdb_tuple_check(tuple, length) != 0) {
+        return nullptr;
+    }
     const std::size_t fields = static_cast<const std::uint8_t *>(tuple)[3];
     char *format = static_cast<char *>(malloc(2 * fields + 1));
-    if (format == nullptr) return nullptr;
+    if (format == nullptr) {
+        return nullptr;
+    }
     char *at = format;
     FieldReader reader(tuple);
     for (char kind = reader.next(); kind != 0; kind = reader.next()) {
@@ -232,7 +272,9 @@ int tuple_unpack_mask(const void *tuple, const char *format, ...) {
         return -1;
     }
     FieldReader reader(tuple);
-    if (!align(reader, format)) return -1;
+    if (!align(reader, format)) {
+        return -1;
+    }
     va_list outputs;
     va_start(outputs, format);
     for (; *format != '\0'; format += 2) {

@@ -485,6 +485,30 @@ TEST(SysdbFiles, RestoredDatabaseIsNoticed) {
     EXPECT_HAS(log, "has been replaced or removed");
 }
 
+TEST(SysdbFiles, CopiesMadeByLmdbItselfAreUsable) {
+    for (const unsigned flags : {0u, unsigned{MDB_CP_COMPACT}}) {
+        const DatabaseSandbox sandbox;
+        const std::string copy = sandbox.root() + "/copy";
+        run_forked([] {
+            fill("/cfg/", 300);
+            const Bound bound("/cfg/fill/");
+            EXPECT_EQ(0u, sysdb_item_delete(bound.handle(), "0x17/", SYSDB_DELETE_TREE));
+        });
+        MDB_env *env = nullptr;
+        ASSERT_EQ(0, mdb_env_create(&env));
+        ASSERT_EQ(0, mdb_env_open(env, sandbox.cfg_file().c_str(), MDB_NOSUBDIR | MDB_RDONLY, 0660));
+        ASSERT_EQ(0, mdb_env_copy2(env, copy.c_str(), flags));
+        mdb_env_close(env);
+        fs::rename(copy, sandbox.cfg_file());
+        run_forked([] {
+            const Bound bound("/cfg/fill/");
+            ASSERT_EQ(0u, bound.code());
+            EXPECT_EQ(299u, names_in(bound.handle(), "").size());
+            EXPECT_EQ(0u, set_number(bound.handle(), "0x17/item", 1));
+        });
+    }
+}
+
 // ---- room
 
 TEST(SysdbFiles, FullDatabaseCanBeReadAndEmptied) {

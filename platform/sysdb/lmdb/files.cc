@@ -22,9 +22,9 @@ constexpr char kMapVariable[] = "AAA_SYSDB_MAP_MIB";
 constexpr char kCfgDefault[] = "/var/lib/aaa/sysdb";
 constexpr char kRunDefault[] = "/run/aaa/sysdb";
 
-constexpr std::size_t kMebibyte = 1024 * 1024;
+constexpr std::size_t kMebibyte = std::size_t{1024} * 1024;
 constexpr std::size_t kDefaultMapMebibytes = 256;
-constexpr unsigned long kMaxMapMebibytes = 1024 * 1024;
+constexpr unsigned long kMaxMapMebibytes = 1024UL * 1024;
 
 std::string directory_from(const char *variable, const char *usual) {
     const char *value = secure_getenv(variable);
