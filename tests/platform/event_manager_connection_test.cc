@@ -463,4 +463,42 @@ TEST(EventSysdbConnection, TwoOfOneManagerAreServed) {
     });
 }
 
+TEST(EventSysdbConnection, LostConnectionGoesDownAndIsMadeAgain) {
+    const DatabaseSandbox sandbox;
+    run_forked([] {
+        setenv("AAA_SYSDB_PROVIDER", SYSDB_LOSES, 1);
+        struct Losing {
+            sysdb_conn_t handle = 0;
+            int ups = 0;
+            int downs = 0;
+            static int32_t up(void *, void *self) {
+                auto &losing = *static_cast<Losing *>(self);
+                int32_t coid = -1;
+                EXPECT_EQ(0u, _sysdb_bind(&losing.handle, "/cfg/", SYSDB_BIND_SHARED));
+                EXPECT_EQ(0u, sysdb_conn_to_coid(losing.handle, &coid));
+                ++losing.ups;
+                return coid;
+            }
+            static int32_t down(void *, void *self) {
+                auto &losing = *static_cast<Losing *>(self);
+                ++losing.downs;
+                EXPECT_EQ(losing.ups, losing.downs);
+                EXPECT_EQ(0u, _sysdb_unbind(losing.handle));
+                return 0;
+            }
+        } losing;
+        EventLoop loop;
+        event_conn_t connection = nullptr;
+        ASSERT_EQ(0u,
+                  event_conn_create(&connection, loop.handle(), Losing::up, &losing, EVENT_CONN_TYPE_SYSDB));
+        ASSERT_EQ(0u, event_conn_notify(connection, EVENT_CONN_NOTIFY_DOWN, Losing::down));
+        ASSERT_EQ(0u, event_conn_open(connection));
+        while (losing.downs < 3) {
+            ASSERT_EQ(0, loop.step());
+        }
+        EXPECT_EQ(3, losing.ups);
+        EXPECT_EQ(0u, event_conn_close(connection));
+    });
+}
+
 }  // namespace

@@ -154,9 +154,10 @@ void notify_watchers(const ChangedKeys &keys) {
         return;
     }
     const std::string directory = Database::instance().watcher_directory();
+    const Descriptor sender = make_sender();
     Names dead;
     for (const std::string &name : names) {
-        if (wake_peer(directory, name) == Peer::kDead) {
+        if (wake_peer(sender, directory, name) == Peer::kDead) {
             dead.push_back(name);
         }
     }

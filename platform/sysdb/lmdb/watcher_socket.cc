@@ -45,10 +45,6 @@ class SocketAddress {
     Descriptor directory_;
 };
 
-Descriptor new_socket() {
-    return Descriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-}
-
 // A pid comes back; the random part keeps a name from coming back with it.
 std::string new_name() {
     unsigned random = 0;
@@ -74,12 +70,16 @@ void Descriptor::reset(int fd) {
     fd_ = fd;
 }
 
+Descriptor make_sender() {
+    return Descriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+}
+
 cerrno bind_watcher_socket(const std::string &directory, Descriptor &socket, std::string &name) {
     const cerrno rc = ensure_directory(directory);
     if (rc != 0) {
         return rc;
     }
-    Descriptor fresh = new_socket();
+    Descriptor fresh = make_sender();
     for (int attempt = 0; fresh && attempt < kNameAttempts; ++attempt) {
         name = new_name();
         const SocketAddress address(directory, name);
@@ -98,8 +98,7 @@ cerrno bind_watcher_socket(const std::string &directory, Descriptor &socket, std
     return code_of_errno(error);
 }
 
-Peer wake_peer(const std::string &directory, const std::string &name) {
-    const Descriptor sender = new_socket();
+Peer wake_peer(const Descriptor &sender, const std::string &directory, const std::string &name) {
     const SocketAddress address(directory, name);
     const char wakeup = 1;
     const ssize_t sent = sendto(sender.get(), &wakeup, sizeof wakeup, MSG_DONTWAIT | MSG_NOSIGNAL,
@@ -109,7 +108,7 @@ Peer wake_peer(const std::string &directory, const std::string &name) {
 }
 
 Peer probe_peer(const std::string &directory, const std::string &name) {
-    const Descriptor prober = new_socket();
+    const Descriptor prober = make_sender();
     const SocketAddress address(directory, name);
     const int rc = connect(prober.get(), address.get(), SocketAddress::size());
     return rc != 0 && means_dead(errno) ? Peer::kDead : Peer::kAlive;

@@ -36,10 +36,13 @@ class Descriptor {
 // Binds a new socket under a name of this process's own.
 cerrno bind_watcher_socket(const std::string &directory, Descriptor &socket, std::string &name);
 
+// A socket without a name, to send from.
+Descriptor make_sender();
+
 enum class Peer { kAlive, kDead };
 
 // Sends the wake-up.
-Peer wake_peer(const std::string &directory, const std::string &name);
+Peer wake_peer(const Descriptor &sender, const std::string &directory, const std::string &name);
 // Tells, without sending anything, whether somebody holds the socket.
 Peer probe_peer(const std::string &directory, const std::string &name);
 
