@@ -12,7 +12,7 @@
 namespace fake::detail {
 namespace {
 
-// One conversion is formatted by libc with the very specification that the
+// One conversion is formatted by libc with the very conversion that the
 // caller wrote.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -64,7 +64,7 @@ std::string convert(const char *who, const char *format, const std::string &spec
 
 // From the character after '%' up to the conversion letter; a '*' is replaced
 // by its argument.
-std::string specification(const char *&p, std::string &length, Args &args) {
+std::string conversion_text(const char *&p, std::string &length, Args &args) {
     std::string spec = "%";
     for (; *p != '\0' && std::strchr("-+ #0123456789.*", *p) != nullptr; ++p) {
         spec += *p == '*' ? std::to_string(va_arg(args.list, int)) : std::string(1, *p);
@@ -96,7 +96,7 @@ std::string format_text(const char *who, const char *format, va_list list) {
         }
         ++p;
         std::string length;
-        const std::string spec = specification(p, length, args);
+        const std::string spec = conversion_text(p, length, args);
         text += convert(who, format, spec, length, args);
     }
     va_end(args.list);
