@@ -33,8 +33,8 @@ const std::array<Attribute, 10> kLogin{{
     {AAA_USER_DB_FLAG_ATTR, 4, &kNumber, true},
     {AAA_TYPE_ATTR, 4, &kNumber, true},
 }};
-constexpr std::array<uint32_t, 5> kWanted{AAA_USERNAME_ATTR, AAA_PASSWORD_ATTR, AAA_TYPE_ATTR, AAA_SERVICE_TYPE_ATTR,
-                                          AAA_REMOTE_ADDR_ATTR};
+constexpr std::array<uint32_t, 5> kWanted{AAA_USERNAME_ATTR, AAA_PASSWORD_ATTR, AAA_TYPE_ATTR,
+                                          AAA_SERVICE_TYPE_ATTR, AAA_REMOTE_ADDR_ATTR};
 
 // The login's attributes for 10; for more, a mix of lengths without a period
 // that a branch predictor could learn.
@@ -91,9 +91,9 @@ avlist *build(const std::vector<Attribute> &attributes) {
 }
 
 void report(benchmark::State &state) {
-    state.counters["per_attribute"] = benchmark::Counter(
-        static_cast<double>(state.range(0)),
-        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    state.counters["per_attribute"] =
+        benchmark::Counter(static_cast<double>(state.range(0)),
+                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
 void BM_build(benchmark::State &state) {

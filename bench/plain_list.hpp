@@ -33,7 +33,9 @@ struct PlainList {
     uint32_t used;
 };
 
-inline uint32_t plain_extent(uint32_t len) { return (len + 16 + 3) & ~3u; }
+inline uint32_t plain_extent(uint32_t len) {
+    return (len + 16 + 3) & ~3u;
+}
 
 inline PlainList plain_build(const std::vector<Attribute> &attributes, uint32_t pair_bytes) {
     PlainList list{};
@@ -58,10 +60,13 @@ inline void plain_free(PlainList &list) {
     std::free(list.pairs);
 }
 
-inline bool plain_swaps(uint32_t type, const std::vector<unsigned char> &formats) { return formats[type] != 0; }
+inline bool plain_swaps(uint32_t type, const std::vector<unsigned char> &formats) {
+    return formats[type] != 0;
+}
 
 // Packs into out, swapping while copying; returns the packed length.
-inline uint32_t plain_pack(const PlainList &list, unsigned char *out, const std::vector<unsigned char> &formats) {
+inline uint32_t plain_pack(const PlainList &list, unsigned char *out,
+                           const std::vector<unsigned char> &formats) {
     std::memcpy(out, list.header, 56);
     const unsigned char *p = list.pairs;
     const unsigned char *end = p + list.used;
@@ -69,8 +74,8 @@ inline uint32_t plain_pack(const PlainList &list, unsigned char *out, const std:
     while (p < end) {
         uint32_t head[4];
         std::memcpy(head, p, sizeof head);
-        const uint32_t swapped[4] = {__builtin_bswap32(head[0]), __builtin_bswap32(head[1]), __builtin_bswap32(head[2]),
-                                     __builtin_bswap32(head[3])};
+        const uint32_t swapped[4] = {__builtin_bswap32(head[0]), __builtin_bswap32(head[1]),
+                                     __builtin_bswap32(head[2]), __builtin_bswap32(head[3])};
         std::memcpy(q, swapped, sizeof swapped);
         if (head[2] == 4 && plain_swaps(head[0], formats)) {
             uint32_t value;
@@ -91,7 +96,8 @@ inline uint32_t plain_pack(const PlainList &list, unsigned char *out, const std:
     return total;
 }
 
-inline PlainList plain_unpack(const unsigned char *msg, uint32_t len, const std::vector<unsigned char> &formats) {
+inline PlainList plain_unpack(const unsigned char *msg, uint32_t len,
+                              const std::vector<unsigned char> &formats) {
     PlainList list{};
     list.header = static_cast<unsigned char *>(std::malloc(56));
     std::memcpy(list.header, msg, 56);
@@ -103,8 +109,8 @@ inline PlainList plain_unpack(const unsigned char *msg, uint32_t len, const std:
     while (p < end) {
         uint32_t head[4];
         std::memcpy(head, p, sizeof head);
-        const uint32_t host[4] = {__builtin_bswap32(head[0]), __builtin_bswap32(head[1]), __builtin_bswap32(head[2]),
-                                  __builtin_bswap32(head[3])};
+        const uint32_t host[4] = {__builtin_bswap32(head[0]), __builtin_bswap32(head[1]),
+                                  __builtin_bswap32(head[2]), __builtin_bswap32(head[3])};
         std::memcpy(q, host, sizeof host);
         if (host[2] == 4 && plain_swaps(host[0], formats)) {
             uint32_t value;

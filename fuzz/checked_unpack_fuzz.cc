@@ -114,12 +114,13 @@ void look_up_pairs(const avlist *list) {
         const std::string &value = pairs[i].value;
         std::vector<char> room(value.size());
         uint32_t length = 0;
-        require(aaa_util_avlist_value_copy(list, pairs[i].type, instance, room.data(), room.size(), &length) == AAA_OK &&
+        require(aaa_util_avlist_value_copy(list, pairs[i].type, instance, room.data(), room.size(),
+                                           &length) == AAA_OK &&
                     std::string(room.data(), length) == value,
                 "a value is copied wrongly");
         if (!value.empty()) {
-            require(aaa_util_avlist_value_copy(list, pairs[i].type, instance, room.data(), room.size() - 1, &length) ==
-                        AAA_ERR_BUFFER_TOO_SMALL,
+            require(aaa_util_avlist_value_copy(list, pairs[i].type, instance, room.data(), room.size() - 1,
+                                               &length) == AAA_ERR_BUFFER_TOO_SMALL,
                     "a value is copied into too little room");
         }
     }
@@ -130,11 +131,13 @@ void read_methods(const avlist *list) {
     const cerrno rc = aaa_util_avlist_methodlist_copy(list, nullptr, 0, &count);
     std::vector<uint32_t> methods(count);
     if (rc != AAA_ERR_AVPAIR_NOT_FOUND) {
-        require(aaa_util_avlist_methodlist_copy(list, methods.data(), count, &count) == AAA_OK, "no method list");
+        require(aaa_util_avlist_methodlist_copy(list, methods.data(), count, &count) == AAA_OK,
+                "no method list");
         std::vector<uint32_t> plain(count + 1);
         uint32_t plain_count = 0;
-        require(aaa_util_avlist_methodlist_get_all(plain.data(), &plain_count, list) == 1 && plain_count == count,
-                "the plain form counts other methods");
+        require(
+            aaa_util_avlist_methodlist_get_all(plain.data(), &plain_count, list) == 1 && plain_count == count,
+            "the plain form counts other methods");
         plain.resize(count);
         require(plain == methods, "the plain form gives other methods");
     }
@@ -142,12 +145,20 @@ void read_methods(const avlist *list) {
 
 void read_texts(const avlist *list) {
     using Getter = char *(*)(const avlist *);
-    constexpr Getter kGetters[] = {
-        aaa_util_avlist_cmd_get,           aaa_util_avlist_username_get,   aaa_util_avlist_tty_get,
-        aaa_util_avlist_tty_name_get,      aaa_util_avlist_cfg_commitid_get, aaa_util_avlist_apl_sessid_get,
-        aaa_util_avlist_apl_msgid_get,     aaa_util_avlist_rpc_name_get,   aaa_util_avlist_rpc_xpath1_get,
-        aaa_util_avlist_rpc_xpath2_get,    aaa_util_avlist_rpc_xpath3_get, aaa_util_avlist_rpc_xpath4_get,
-        aaa_util_avlist_commit_start_time_get, aaa_util_avlist_commit_stop_time_get};
+    constexpr Getter kGetters[] = {aaa_util_avlist_cmd_get,
+                                   aaa_util_avlist_username_get,
+                                   aaa_util_avlist_tty_get,
+                                   aaa_util_avlist_tty_name_get,
+                                   aaa_util_avlist_cfg_commitid_get,
+                                   aaa_util_avlist_apl_sessid_get,
+                                   aaa_util_avlist_apl_msgid_get,
+                                   aaa_util_avlist_rpc_name_get,
+                                   aaa_util_avlist_rpc_xpath1_get,
+                                   aaa_util_avlist_rpc_xpath2_get,
+                                   aaa_util_avlist_rpc_xpath3_get,
+                                   aaa_util_avlist_rpc_xpath4_get,
+                                   aaa_util_avlist_commit_start_time_get,
+                                   aaa_util_avlist_commit_stop_time_get};
     for (const Getter get : kGetters) {
         static_cast<void>(get(list));
     }
@@ -157,17 +168,24 @@ void read_texts(const avlist *list) {
 
 void read_numbers(avlist *list) {
     using Getter = uint32_t (*)(const avlist *);
-    constexpr Getter kGetters[] = {
-        aaa_util_avlist_current_method_get,  aaa_util_avlist_priv_get,      aaa_util_avlist_status_get,
-        aaa_get_status,                      aaa_util_avlist_authen_method_get, aaa_util_avlist_curr_method_val_get,
-        aaa_util_avlist_authen_option_get,   aaa_util_avlist_svc_get,       aaa_util_avlist_user_flag_get,
-        aaa_util_avlist_ifh_get,             aaa_util_msgtype_get};
+    constexpr Getter kGetters[] = {aaa_util_avlist_current_method_get,
+                                   aaa_util_avlist_priv_get,
+                                   aaa_util_avlist_status_get,
+                                   aaa_get_status,
+                                   aaa_util_avlist_authen_method_get,
+                                   aaa_util_avlist_curr_method_val_get,
+                                   aaa_util_avlist_authen_option_get,
+                                   aaa_util_avlist_svc_get,
+                                   aaa_util_avlist_user_flag_get,
+                                   aaa_util_avlist_ifh_get,
+                                   aaa_util_msgtype_get};
     for (const Getter get : kGetters) {
         static_cast<void>(get(list));
     }
     using CheckedGetter = cerrno (*)(const avlist *, uint32_t *);
     constexpr CheckedGetter kCheckedGetters[] = {aaa_util_avlist_seqnum_get, aaa_util_avlist_sessionid_get,
-                                                 aaa_util_avlist_acct_sessid_get, aaa_util_avlist_idletime_get};
+                                                 aaa_util_avlist_acct_sessid_get,
+                                                 aaa_util_avlist_idletime_get};
     uint32_t number = 0;
     for (const CheckedGetter get : kCheckedGetters) {
         static_cast<void>(get(list, &number));
@@ -207,8 +225,9 @@ void read_records(const avlist *list) {
 
 void read_chap(const avlist *list) {
     using Getter = cerrno (*)(aaa_chap_data_t *, const avlist *);
-    constexpr Getter kGetters[] = {aaa_util_avlist_inbound_chap_data_get, aaa_util_avlist_inbound_mschap_data_get,
-                                   aaa_util_avlist_outbound_chap_data_get, aaa_util_avlist_outbound_mschap_data_get};
+    constexpr Getter kGetters[] = {
+        aaa_util_avlist_inbound_chap_data_get, aaa_util_avlist_inbound_mschap_data_get,
+        aaa_util_avlist_outbound_chap_data_get, aaa_util_avlist_outbound_mschap_data_get};
     for (const Getter get : kGetters) {
         aaa_chap_data_t chap{};
         if (get(&chap, list) == AAA_OK) {
@@ -226,7 +245,8 @@ int take_line(uint32_t, const char *line) {
 void print(const avlist *list) {
     for (const uint32_t size : {0u, 1u, 2u, 80u, 4096u}) {
         std::vector<char> text(size);
-        require(aaa_util_print_avlist(text.data(), size, "fuzz", list) == text.data(), "print gives another buffer");
+        require(aaa_util_print_avlist(text.data(), size, "fuzz", list) == text.data(),
+                "print gives another buffer");
         require(size == 0 || std::memchr(text.data(), '\0', size) != nullptr, "a printed text does not end");
     }
     aaa_avpair_print_list(list, 8, take_line);
@@ -267,9 +287,11 @@ void pack_again(const ListPtr &list, const uint8_t *data) {
     uint32_t length = total;
     require(aaa_avpair_pack_msg_to_buf(list.get(), packed.data(), &length) == AAA_OK && length == total,
             "the list does not pack into its own size");
-    require(std::memcmp(packed.data() + kHeader, data + kHeader, total - kHeader) == 0, "it packs into other pairs");
+    require(std::memcmp(packed.data() + kHeader, data + kHeader, total - kHeader) == 0,
+            "it packs into other pairs");
     const ListPtr again = make_list();
-    require(aaa_avpair_unpack_msg_checked(again.get(), packed.data(), length) == AAA_OK, "a packed list is refused");
+    require(aaa_avpair_unpack_msg_checked(again.get(), packed.data(), length) == AAA_OK,
+            "a packed list is refused");
     require_sound(again.get());
     require(read_pairs(again.get()) == pairs, "it unpacks into other pairs");
 }
@@ -282,7 +304,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     const std::string before = without_addresses(list.get());
     static const uint8_t kNothing = 0;
     const uint8_t *const message = size != 0 ? data : &kNothing;
-    const cerrno rc = aaa_avpair_unpack_msg_checked(list.get(), reinterpret_cast<const char *>(message), size);
+    const cerrno rc =
+        aaa_avpair_unpack_msg_checked(list.get(), reinterpret_cast<const char *>(message), size);
     require(rc == expected_code(message, size), "accepted or refused against the format");
     require_sound(list.get());
     if (rc != AAA_OK) {

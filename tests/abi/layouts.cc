@@ -8,10 +8,10 @@
 #include <cstddef>
 #include <type_traits>
 
-#define RECORD(type, size)              \
+#define RECORD(type, size)                 \
     static_assert(sizeof(type) == (size)); \
     static_assert(std::is_trivially_copyable_v<type> && std::is_standard_layout_v<type>);
-#define FIELD(type, field, offset, size)            \
+#define FIELD(type, field, offset, size)              \
     static_assert(offsetof(type, field) == (offset)); \
     static_assert(sizeof(static_cast<type *>(nullptr)->field) == (size));
 #define CONSTANT(name, value) static_assert(static_cast<uint32_t>(name) == static_cast<uint32_t>(value));

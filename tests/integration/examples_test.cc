@@ -31,7 +31,9 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-std::string example(const std::string &name) { return std::string(AAA_EXAMPLES_DIR) + "/" + name; }
+std::string example(const std::string &name) {
+    return std::string(AAA_EXAMPLES_DIR) + "/" + name;
+}
 
 // Runs a program to its end; its output and its exit status.
 struct Outcome {
@@ -74,7 +76,7 @@ Outcome run(const std::vector<std::string> &args, const std::string &input) {
 
 // The example server with a database and files of its own.
 class ExampleServer : public testing::Test {
-protected:
+  protected:
     void SetUp() override {
         int out[2];
         ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
@@ -98,7 +100,8 @@ protected:
         kill(pid_, SIGTERM);
         int status = -1;
         waitpid(pid_, &status, 0);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the server did not survive: " << status;
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+            << "the server did not survive: " << status;
         close(out_);
     }
 
@@ -114,7 +117,8 @@ protected:
     Bytes exchange(const Bytes &message) {
         const int fd = transport_connect(socket_.c_str());
         EXPECT_GE(fd, 0);
-        EXPECT_EQ(send(fd, message.data(), message.size(), MSG_NOSIGNAL), static_cast<ssize_t>(message.size()));
+        EXPECT_EQ(send(fd, message.data(), message.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(message.size()));
         pollfd ready = {fd, POLLIN, 0};
         EXPECT_EQ(poll(&ready, 1, 20000), 1) << "no answer";
         Bytes answer(65536);
@@ -131,7 +135,9 @@ protected:
     int out_ = -1;
 };
 
-bool contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+bool contains(const std::string &text, const std::string &part) {
+    return text.find(part) != std::string::npos;
+}
 
 TEST_F(ExampleServer, TellsRightWrongAndUnknownApart) {
     for (const bool session : {false, true}) {
@@ -140,7 +146,8 @@ TEST_F(ExampleServer, TellsRightWrongAndUnknownApart) {
         EXPECT_TRUE(contains(right.output, "=> PASS, privilege 15, message \"Welcome\"")) << right.output;
         const Outcome wrong = login("alice", "rabbit", session);
         EXPECT_EQ(wrong.status, 1);
-        EXPECT_TRUE(contains(wrong.output, "=> FAIL, privilege 0, message \"Password is wrong\"")) << wrong.output;
+        EXPECT_TRUE(contains(wrong.output, "=> FAIL, privilege 0, message \"Password is wrong\""))
+            << wrong.output;
         const Outcome unknown = login("mallory", "wonderland", session);
         EXPECT_EQ(unknown.status, 1);
         EXPECT_TRUE(contains(unknown.output, "=> GETUSER, privilege 0, message \"User is not known here\""));
@@ -164,7 +171,8 @@ TEST_F(ExampleServer, AuthorizesOneCommandAndRefusesTheOther) {
     ASSERT_NE(first, std::string::npos);
     ASSERT_NE(second, std::string::npos);
     EXPECT_TRUE(contains(result.output.substr(first, second - first), "=> PASS"));
-    EXPECT_TRUE(contains(result.output.substr(second), "=> FAIL, privilege 0, message \"Command is not allowed\""));
+    EXPECT_TRUE(
+        contains(result.output.substr(second), "=> FAIL, privilege 0, message \"Command is not allowed\""));
 }
 
 TEST_F(ExampleServer, RecordsStartUpdateAndStop) {
@@ -236,12 +244,14 @@ Bytes well_formed(bool session) {
     iov_t *iov = nullptr;
     uint32_t count = 0;
     aaa_sess_request_t record = {};
-    EXPECT_EQ(aaa_util_msg_authen_compose(&record, 0, AAA_SVC_LOGIN, "default", 0, &cred, nullptr, nullptr, &iov, &count,
-                                          buffer, sizeof buffer, nullptr, session),
+    EXPECT_EQ(aaa_util_msg_authen_compose(&record, 0, AAA_SVC_LOGIN, "default", 0, &cred, nullptr, nullptr,
+                                          &iov, &count, buffer, sizeof buffer, nullptr, session),
               AAA_OK);
     int pair[2];
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair), 0);
-    EXPECT_EQ(session ? transport_send_packet(pair[0], &record, sizeof record) : transport_send(pair[0], iov, count), 0);
+    EXPECT_EQ(session ? transport_send_packet(pair[0], &record, sizeof record)
+                      : transport_send(pair[0], iov, count),
+              0);
     free(iov);
     Bytes bytes(65536);
     const ssize_t n = recv(pair[1], bytes.data(), bytes.size(), 0);
@@ -330,8 +340,15 @@ TEST(ExampleClient, EndsWithAnErrorWhateverItIsAnswered) {
         {"one byte", Bytes(1, 'x')},
         {"zeroes", Bytes(100, 0)},
         {"text", Bytes(500, 'A')},
-        {"session marker", [] { Bytes b(400, 0xff); b[0] = 16; b[1] = b[2] = b[3] = 0; return b; }()},
-        {"classic without a list", [] {
+        {"session marker",
+         [] {
+             Bytes b(400, 0xff);
+             b[0] = 16;
+             b[1] = b[2] = b[3] = 0;
+             return b;
+         }()},
+        {"classic without a list",
+         [] {
              Bytes b(30, 0xff);
              const uint32_t fields[2] = {TRANSPORT_MAGIC, 30};
              std::memcpy(b.data(), fields, sizeof fields);
@@ -379,7 +396,8 @@ TEST(ExampleClient, SendsNoPasswordOfAnAddressInACommand) {
             avlist *list = nullptr;
             EXPECT_EQ(aaa_avpair_create_list("reply", &list), AAA_OK);
             EXPECT_EQ(aaa_util_avlist_status_add(AAA_STAT_PASS, 4, list), AAA_OK);
-            EXPECT_EQ(aaa_util_reply_compose(&header, &iov, &count, buffer, sizeof buffer, list, 0, nullptr), AAA_OK);
+            EXPECT_EQ(aaa_util_reply_compose(&header, &iov, &count, buffer, sizeof buffer, list, 0, nullptr),
+                      AAA_OK);
             EXPECT_EQ(transport_send(fd, iov, count), 0);
             aaa_avpair_free_list(list);
             free(iov);

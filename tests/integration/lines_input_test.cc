@@ -37,10 +37,14 @@ constexpr uint32_t kEditor = 0;
 
 std::string name_of(cerrno rc) {
     switch (rc) {
-        case AAA_OK: return "ok";
-        case AAA_ERR_TIMEOUT: return "time-out";
-        case AAA_ERR_INVALID_CLIENT_DATA: return "bad client data";
-        default: return std::to_string(rc);
+        case AAA_OK:
+            return "ok";
+        case AAA_ERR_TIMEOUT:
+            return "time-out";
+        case AAA_ERR_INVALID_CLIENT_DATA:
+            return "bad client data";
+        default:
+            return std::to_string(rc);
     }
 }
 
@@ -117,8 +121,14 @@ TEST(PromptedInput, ControlCCancels) {
 }
 
 TEST(PromptedInput, EraseTakesACharacterBack) {
-    EXPECT_EQ(typed("alicf\x7f" "e\r", kEditor), "ok [alice]");
-    EXPECT_EQ(typed("secrf\x7f" "et\r", kHidden), "ok [secret]");
+    EXPECT_EQ(typed("alicf\x7f"
+                    "e\r",
+                    kEditor),
+              "ok [alice]");
+    EXPECT_EQ(typed("secrf\x7f"
+                    "et\r",
+                    kHidden),
+              "ok [secret]");
     EXPECT_EQ(typed("secrf\bet\r", kHidden), "ok [secret]");
 }
 

@@ -53,7 +53,8 @@ int pthread_join(pthread_t thread, void **result) {
     return real(thread, result);
 }
 
-int pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*start)(void *), void *arg) noexcept {
+int pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*start)(void *),
+                   void *arg) noexcept {
     static const auto real = next(&::pthread_create, "pthread_create");
     return create_error != 0 ? create_error.load() : real(thread, attr, start, arg);
 }
@@ -114,7 +115,9 @@ TEST(LifecycleOp, ThreeWithoutAThreadOnlyCloses) {
     in_child([] {
         fake::answer("event_manager_create", 0, 1, EMFILE);
         aaautil::lifecycle(aaautil::kLoad);
-        ASSERT_EQ(aaautil::bind_shared(aaa_cfg_sysdb_connid, aaautil::kConfigPath, aaautil::lifecycle_presence), 0u);
+        ASSERT_EQ(
+            aaautil::bind_shared(aaa_cfg_sysdb_connid, aaautil::kConfigPath, aaautil::lifecycle_presence),
+            0u);
         fake::clear_journal();
         aaautil::lifecycle(aaautil::kJoin);
         EXPECT_EQ(fake::calls(), (Lines{"_sysdb_unbind(/cfg/gl/aaa/)", "aaa_debug_cleanup()"}));
@@ -143,7 +146,8 @@ TEST(LifecycleOp, ThreeJoinsWithoutWaking) {
         EXPECT_EQ(fake::count("event_block"), 0u);
         const Lines traces = fake::traces_of(0);
         EXPECT_EQ(Lines(traces.end() - 3, traces.end()),
-                  (Lines{"AAA lib Thread about to exit", "Thread join of libaaautil.dll 0", "Done with sysdb con close"}));
+                  (Lines{"AAA lib Thread about to exit", "Thread join of libaaautil.dll 0",
+                         "Done with sysdb con close"}));
         EXPECT_EQ(fake::calls().back(), "aaa_debug_cleanup()");
         EXPECT_TRUE(fake::sysdb::open_connections().empty());
     });
@@ -188,8 +192,8 @@ TEST(LifecycleClose, SkipsWhenItCannotLockButEndsTracing) {
         EXPECT_EQ(fake::count("_sysdb_unbind"), 0u);
         EXPECT_NE(aaa_sgmap_sysdb_connid, 0u);
         EXPECT_EQ(fake::calls({"ptd_set_mutex_block", "ptd_unset_mutex_block", "aaa_debug_cleanup"}),
-                  (Lines{"ptd_set_mutex_block(ptr, \"aaa_close_sysdb_connections\")", "ptd_unset_mutex_block()",
-                         "aaa_debug_cleanup()"}));
+                  (Lines{"ptd_set_mutex_block(ptr, \"aaa_close_sysdb_connections\")",
+                         "ptd_unset_mutex_block()", "aaa_debug_cleanup()"}));
         const Lines traces = fake::traces_of(0);
         EXPECT_EQ(Lines(traces.end() - 2, traces.end()),
                   (Lines{"Mutex lock failed sysdb con close", "Done with cfg sysdb con init"}));
@@ -211,8 +215,9 @@ TEST(LifecycleClose, WaitsForACallbackThatRuns) {
         fake::clear_journal();
         aaautil::lifecycle(aaautil::kUnload);
         holder.join();
-        EXPECT_EQ(fake::calls({"ptd_set_mutex_block", "ptd_unset_mutex_block"}),
-                  (Lines{"ptd_set_mutex_block(ptr, \"aaa_close_sysdb_connections\")", "ptd_unset_mutex_block()"}));
+        EXPECT_EQ(
+            fake::calls({"ptd_set_mutex_block", "ptd_unset_mutex_block"}),
+            (Lines{"ptd_set_mutex_block(ptr, \"aaa_close_sysdb_connections\")", "ptd_unset_mutex_block()"}));
         // What the callback bound meanwhile is closed as well.
         EXPECT_TRUE(fake::sysdb::open_connections().empty());
     });
@@ -240,8 +245,9 @@ TEST(LifecycleFork, ChildUnloadsWithoutWorkerAndWithoutItsLock) {
             aaautil::lifecycle(aaautil::kUnload);
             EXPECT_EQ(joins, 0u);
             EXPECT_EQ(fake::count("ptd_set_mutex_block"), 0u);
-            EXPECT_EQ(fake::traces_of(0), (Lines{"Unloading libaaautil.dll", "Sending the async event to wakeup",
-                                                 "Async event failed", "Done with sysdb con close"}));
+            EXPECT_EQ(fake::traces_of(0),
+                      (Lines{"Unloading libaaautil.dll", "Sending the async event to wakeup",
+                             "Async event failed", "Done with sysdb con close"}));
         });
         let_go.release();
         holder.join();
@@ -256,8 +262,8 @@ TEST(LifecycleFork, ChildUnloadsWithoutWorkerAndWithoutItsLock) {
 TEST(SysdbAccess, LearnsOfTheDatabaseOncePerModule) {
     in_child([] {
         fake::sysdb::set_present(false);
-        for (auto *const presence :
-             {&aaautil::lifecycle_presence, &aaautil::server_group_presence, &aaautil::method_list_presence}) {
+        for (auto *const presence : {&aaautil::lifecycle_presence, &aaautil::server_group_presence,
+                                     &aaautil::method_list_presence}) {
             fake::clear_journal();
             EXPECT_FALSE(presence->check());
             EXPECT_FALSE(presence->check());
@@ -265,7 +271,8 @@ TEST(SysdbAccess, LearnsOfTheDatabaseOncePerModule) {
             EXPECT_TRUE(presence->check());
             fake::sysdb::set_present(false);
             EXPECT_TRUE(presence->check());
-            EXPECT_EQ(fake::calls(), (Lines{fake::presence_call(), fake::presence_call(), fake::presence_call()}));
+            EXPECT_EQ(fake::calls(),
+                      (Lines{fake::presence_call(), fake::presence_call(), fake::presence_call()}));
         }
     });
 }
@@ -275,7 +282,8 @@ TEST(SysdbAccess, AbsentDatabaseIsNeitherBoundNorUnbound) {
         fake::sysdb::set_present(false);
         sysdb_conn_t conn = 9;
         auto &presence = aaautil::server_group_presence;
-        EXPECT_EQ(aaautil::bind_shared(aaa_sgmap_sysdb_connid, aaautil::kServerGroupPath, presence), SYSDB_ERR_LIB_ABSENT);
+        EXPECT_EQ(aaautil::bind_shared(aaa_sgmap_sysdb_connid, aaautil::kServerGroupPath, presence),
+                  SYSDB_ERR_LIB_ABSENT);
         EXPECT_EQ(aaautil::bind_private(&conn, aaautil::kConfigPath, presence), SYSDB_ERR_LIB_ABSENT);
         EXPECT_EQ(conn, 0u);
         EXPECT_EQ(aaautil::unbind(9, presence), SYSDB_ERR_LIB_ABSENT);
@@ -303,7 +311,9 @@ TEST(SysdbAccess, BindsPrivateConnectionsWithoutTheSharedFlag) {
 TEST(SysdbAccess, SecondBindOfASharedHandleGivesItsOwnBack) {
     in_child([] {
         auto &presence = aaautil::server_group_presence;
-        const auto bind = [&] { return aaautil::bind_shared(aaa_cfg_sysdb_connid, aaautil::kConfigPath, presence); };
+        const auto bind = [&] {
+            return aaautil::bind_shared(aaa_cfg_sysdb_connid, aaautil::kConfigPath, presence);
+        };
         uint64_t others = 0;
         // Another thread binds between this one's look at the handle and its bind.
         fake::before("_sysdb_bind", [&] {

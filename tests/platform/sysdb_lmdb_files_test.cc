@@ -216,8 +216,8 @@ TEST(SysdbFiles, MembersOfTheGroupMayUseWhatOthersHaveMade) {
                 }
                 uint64_t notification = 0;
                 const auto callback = [](const void *, void *, void *) -> int32_t { return 0; };
-                EXPECT_EQ(0u, _sysdb_register_notification(bound.handle(), "a", 6, 1, callback, nullptr, 0, nullptr, 0,
-                                                           &notification));
+                EXPECT_EQ(0u, _sysdb_register_notification(bound.handle(), "a", 6, 1, callback, nullptr, 0,
+                                                           nullptr, 0, &notification));
             }
         });
         EXPECT_EQ(0, process.wait());

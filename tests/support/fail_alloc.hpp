@@ -36,7 +36,7 @@ void fail_alloc_watch_frees(void (*watch)(unsigned char *block, size_t size));
 namespace fake {
 
 class FailAlloc {
-public:
+  public:
     enum class Mode { once, all_from_there };
     struct Unarmed {};
 
@@ -74,14 +74,14 @@ public:
 
     // What runs while one is alive neither counts nor fails.
     class Pause {
-    public:
+      public:
         Pause() { fail_alloc_pause(); }
         ~Pause() { fail_alloc_resume(); }
         Pause(const Pause &) = delete;
         Pause &operator=(const Pause &) = delete;
     };
 
-private:
+  private:
     void arm() {
         armed_ = true;
         fail_alloc_arm(k_, mode_ == Mode::all_from_there ? 1 : 0);

@@ -60,7 +60,9 @@ void set_call_up(bool on) {
     events().call_up = on;
 }
 
-event_manager_t manager() { return &events().manager; }
+event_manager_t manager() {
+    return &events().manager;
+}
 
 void wake() {
     {
@@ -142,7 +144,8 @@ int32_t qm_event_dispatch(event_block_ctx_t *ctx, uint32_t flags) {
     return call.scripted() ? static_cast<int32_t>(*call.scripted()) : 0;
 }
 
-cerrno event_conn_create(event_conn_t *conn_out, event_manager_t evm, aaa_event_cb_t up_cb, void *ctx, uint32_t type) {
+cerrno event_conn_create(event_conn_t *conn_out, event_manager_t evm, aaa_event_cb_t up_cb, void *ctx,
+                         uint32_t type) {
     const Call call("event_conn_create", evm, Word{up_cb == nullptr ? "null" : "ptr"}, ctx, type);
     if (call.scripted()) {
         return *call.scripted();

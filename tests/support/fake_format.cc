@@ -36,29 +36,40 @@ std::string integer(const std::string &spec, const std::string &length, Args &ar
     return one(spec, va_arg(args.list, int));
 }
 
-std::string convert(const char *who, const char *format, const std::string &spec, const std::string &length, Args &args) {
+std::string convert(const char *who, const char *format, const std::string &spec, const std::string &length,
+                    Args &args) {
     switch (spec.back()) {
-    case '%':
-        return "%";
-    case 'd': case 'i': case 'u': case 'x': case 'X': case 'o':
-        return integer(spec, length, args);
-    case 'c':
-        return one(spec, va_arg(args.list, int));
-    case 'p':
-        return one(spec, va_arg(args.list, void *));
-    case 'f': case 'F': case 'e': case 'E': case 'g': case 'G':
-        return one(spec, va_arg(args.list, double));
-    case 's': {
-        const char *const text = va_arg(args.list, const char *);
-        if (text == nullptr) {
-            problem(std::string(who) + " got a null for \"" + spec + "\" of \"" + format + '"');
-            return "(null)";
+        case '%':
+            return "%";
+        case 'd':
+        case 'i':
+        case 'u':
+        case 'x':
+        case 'X':
+        case 'o':
+            return integer(spec, length, args);
+        case 'c':
+            return one(spec, va_arg(args.list, int));
+        case 'p':
+            return one(spec, va_arg(args.list, void *));
+        case 'f':
+        case 'F':
+        case 'e':
+        case 'E':
+        case 'g':
+        case 'G':
+            return one(spec, va_arg(args.list, double));
+        case 's': {
+            const char *const text = va_arg(args.list, const char *);
+            if (text == nullptr) {
+                problem(std::string(who) + " got a null for \"" + spec + "\" of \"" + format + '"');
+                return "(null)";
+            }
+            return one(spec, text);
         }
-        return one(spec, text);
-    }
-    default:
-        problem(std::string(who) + ": conversion \"" + spec + "\" of \"" + format + '"');
-        return spec;
+        default:
+            problem(std::string(who) + ": conversion \"" + spec + "\" of \"" + format + '"');
+            return spec;
     }
 }
 

@@ -124,4 +124,6 @@ cerrno aaa_debug_init(void) {
     return call.scripted().value_or(0);
 }
 
-void aaa_debug_cleanup(void) { const Call call("aaa_debug_cleanup"); }
+void aaa_debug_cleanup(void) {
+    const Call call("aaa_debug_cleanup");
+}

@@ -21,7 +21,9 @@ bool refused(const char *function, size_t count, size_t size, const char *name) 
     return call.scripted().has_value();
 }
 
-void *&link(void *record) { return *static_cast<void **>(record); }
+void *&link(void *record) {
+    return *static_cast<void **>(record);
+}
 
 }  // namespace
 

@@ -141,9 +141,13 @@ void ptd_set_mutex_block(pthread_mutex_t *mutex, const char *function_name, int 
     }
 }
 
-void ptd_unset_mutex_block(void) { const Call call("ptd_unset_mutex_block"); }
+void ptd_unset_mutex_block(void) {
+    const Call call("ptd_unset_mutex_block");
+}
 
-void _init_libc_globals(void) { const Call call("_init_libc_globals"); }
+void _init_libc_globals(void) {
+    const Call call("_init_libc_globals");
+}
 
 int __in_dlclose(void) {
     const Call call("__in_dlclose");

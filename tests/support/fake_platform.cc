@@ -61,21 +61,79 @@ Function &function(std::string_view name) {
 }
 
 constexpr std::array kFunctions = std::to_array<std::string_view>({
-    "memcpy_s", "memset_s", "strcmp_s", "sstrncpy", "__memcpy_to_buf", "__strncpy_to_buf", "cerr_register_dll",
-    "cerr_strerror", "pw_encrypt", "pw_decrypt", "event_manager_create", "event_async_attach", "event_send_async",
-    "event_block", "qm_event_dispatch", "event_conn_create", "event_conn_notify", "event_conn_evm_handler",
-    "event_conn_open", "kel_errmsg", "aaa_debug", "aaa_debugging", "aaa_debug_init", "aaa_debug_cleanup",
-    "malloc_named", "calloc_named", "realloc_named", "queue_init", "queue_enqueue", "queue_unqueue",
-    "platform_am_i_lc", "conf_get_timezone_string", "qm_gettid", "qm_inet_ntop", "qm_close",
-    "aaa_destroy_task_table", "ptd_set_mutex_block", "ptd_unset_mutex_block", "_init_libc_globals", "__in_dlclose",
-    "_sysdb_bind", "_sysdb_unbind", "sysdb_conn_to_coid", "sysdb_item_get", "sysdb_item_set", "sysdb_item_delete",
-    "sysdb_list", "sysdb_list_start", "sysdb_list_next", "sysdb_list_free", "sysdb_find",
-    "sysdb_directory_get_last", "_sysdb_register_notification", "sysdb_notification_unregister",
-    "tuple_unpack_mask", "tty_details_from_device_file", "find_method_for_line", "aaa_util_check_linetype",
-    "aaa_util_find_line_remote_addr", "getline_init", "getline_configure", "gl_ret_on_eintr_enable", "qm_getline",
+    "memcpy_s",
+    "memset_s",
+    "strcmp_s",
+    "sstrncpy",
+    "__memcpy_to_buf",
+    "__strncpy_to_buf",
+    "cerr_register_dll",
+    "cerr_strerror",
+    "pw_encrypt",
+    "pw_decrypt",
+    "event_manager_create",
+    "event_async_attach",
+    "event_send_async",
+    "event_block",
+    "qm_event_dispatch",
+    "event_conn_create",
+    "event_conn_notify",
+    "event_conn_evm_handler",
+    "event_conn_open",
+    "kel_errmsg",
+    "aaa_debug",
+    "aaa_debugging",
+    "aaa_debug_init",
+    "aaa_debug_cleanup",
+    "malloc_named",
+    "calloc_named",
+    "realloc_named",
+    "queue_init",
+    "queue_enqueue",
+    "queue_unqueue",
+    "platform_am_i_lc",
+    "conf_get_timezone_string",
+    "qm_gettid",
+    "qm_inet_ntop",
+    "qm_close",
+    "aaa_destroy_task_table",
+    "ptd_set_mutex_block",
+    "ptd_unset_mutex_block",
+    "_init_libc_globals",
+    "__in_dlclose",
+    "_sysdb_bind",
+    "_sysdb_unbind",
+    "sysdb_conn_to_coid",
+    "sysdb_item_get",
+    "sysdb_item_set",
+    "sysdb_item_delete",
+    "sysdb_list",
+    "sysdb_list_start",
+    "sysdb_list_next",
+    "sysdb_list_free",
+    "sysdb_find",
+    "sysdb_directory_get_last",
+    "_sysdb_register_notification",
+    "sysdb_notification_unregister",
+    "tuple_unpack_mask",
+    "tty_details_from_device_file",
+    "find_method_for_line",
+    "aaa_util_check_linetype",
+    "aaa_util_find_line_remote_addr",
+    "getline_init",
+    "getline_configure",
+    "gl_ret_on_eintr_enable",
+    "qm_getline",
     "getline_free",
     // libc
-    "access", "alarm", "getpid", "popen", "tcgetattr", "tcsetattr", "time", "ttyname_r",
+    "access",
+    "alarm",
+    "getpid",
+    "popen",
+    "tcgetattr",
+    "tcsetattr",
+    "time",
+    "ttyname_r",
 });
 
 void require_known(std::string_view name) {
@@ -165,7 +223,9 @@ void Call::write(const std::string &text) {
     state().journal.push_back({state().functions.find(function_)->first, text});
 }
 
-std::optional<std::string> Call::text() const { return function(function_).text; }
+std::optional<std::string> Call::text() const {
+    return function(function_).text;
+}
 
 }  // namespace detail
 
@@ -180,7 +240,8 @@ std::vector<std::string> calls(std::string_view name) {
 
 std::vector<std::string> calls(std::initializer_list<std::string_view> names) {
     std::for_each(names.begin(), names.end(), require_known);
-    return lines_if([&](std::string_view line) { return std::find(names.begin(), names.end(), line) != names.end(); });
+    return lines_if(
+        [&](std::string_view line) { return std::find(names.begin(), names.end(), line) != names.end(); });
 }
 
 unsigned count(std::string_view name) {

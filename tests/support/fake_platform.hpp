@@ -86,7 +86,8 @@ inline constexpr unsigned kForever = 0xFFFFFFFFu;
 // The next `times` calls of the function do nothing and return `code` (for a
 // function that returns a pointer: null). Several scripts for one function
 // play one after the other. With `error` errno is set as well.
-void answer(std::string_view function, uint32_t code, unsigned times = kForever, std::optional<int> error = {});
+void answer(std::string_view function, uint32_t code, unsigned times = kForever,
+            std::optional<int> error = {});
 // The k-th call from now (1 = the next one) returns `code` and does nothing.
 void fail_call(std::string_view function, unsigned k, uint32_t code, std::optional<int> error = {});
 // Back to the built-in behaviour.

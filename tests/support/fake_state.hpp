@@ -39,10 +39,18 @@ struct Word {
     std::string_view text;
 };
 
-inline std::string render(Conn conn) { return connection_text(conn.handle); }
-inline std::string render(Word word) { return std::string(word.text); }
-inline std::string render(const char *text) { return text == nullptr ? "null" : '"' + std::string(text) + '"'; }
-inline std::string render(char *text) { return render(static_cast<const char *>(text)); }
+inline std::string render(Conn conn) {
+    return connection_text(conn.handle);
+}
+inline std::string render(Word word) {
+    return std::string(word.text);
+}
+inline std::string render(const char *text) {
+    return text == nullptr ? "null" : '"' + std::string(text) + '"';
+}
+inline std::string render(char *text) {
+    return render(static_cast<const char *>(text));
+}
 template <typename T>
 std::string render(T value) {
     if constexpr (std::is_pointer_v<T>) {
@@ -58,7 +66,7 @@ enum class Journal { yes, no };
 // One call of a platform function: holds the state's lock, keeps errno, and
 // keeps the fake's allocations out of failure injection.
 class Call {
-public:
+  public:
     template <typename... Args>
     explicit Call(std::string_view function, Args... args) : Call(Journal::yes, function, args...) {}
     template <typename... Args>
@@ -93,7 +101,7 @@ public:
         return callback();
     }
 
-private:
+  private:
     void enter();
     void leave();
     void again();
@@ -106,10 +114,10 @@ private:
 
 // Lock for the test's side of the fake.
 class Access {
-public:
+  public:
     Access() : lock_(mutex()) {}
 
-private:
+  private:
     FailAlloc::Pause pause_;
     std::lock_guard<std::mutex> lock_;
 };

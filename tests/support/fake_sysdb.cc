@@ -65,7 +65,8 @@ struct Database {
     std::set<std::string> directories;  // made explicitly, ending in '/'
     std::map<uint64_t, Connection> connections;
     std::map<sysdb_list_t, std::unique_ptr<List>> lists;
-    std::map<uint64_t, std::pair<uint64_t, Notification>> notifications;  // by handle: connection, registration
+    std::map<uint64_t, std::pair<uint64_t, Notification>>
+        notifications;  // by handle: connection, registration
     bool list_on_failure = false;
     bool present = true;
 };
@@ -90,7 +91,9 @@ const Connection *connection(uint64_t handle, const char *who) {
     return &found->second;
 }
 
-std::string full_path(const Connection &conn, const char *path) { return conn.path + (path == nullptr ? "" : path); }
+std::string full_path(const Connection &conn, const char *path) {
+    return conn.path + (path == nullptr ? "" : path);
+}
 
 std::string directory_path(const Connection &conn, const char *path) {
     std::string full = full_path(conn, path);
@@ -350,7 +353,9 @@ std::vector<uint8_t> tuple(const std::vector<uint32_t> &numbers, const std::vect
 }  // namespace fake::sysdb
 
 namespace fake {
-std::string presence_call() { return "access(\"" AAA_PKG_ROOT "/lib/libsysdb.so\", 4)"; }
+std::string presence_call() {
+    return "access(\"" AAA_PKG_ROOT "/lib/libsysdb.so\", 4)";
+}
 }  // namespace fake
 
 namespace fake::detail {
@@ -458,8 +463,8 @@ cerrno sysdb_item_get(sysdb_conn_t conn, const char *path, uint32_t *datatype, v
     return 0;
 }
 
-cerrno sysdb_item_set(sysdb_conn_t conn, const char *path, uint32_t datatype, const void *value, uint32_t length,
-                      uint32_t flags) {
+cerrno sysdb_item_set(sysdb_conn_t conn, const char *path, uint32_t datatype, const void *value,
+                      uint32_t length, uint32_t flags) {
     const auto *const bytes = static_cast<const uint8_t *>(value);
     std::string shown = "null";
     if (bytes != nullptr && datatype == SYSDB_TYPE_U32 && length == sizeof(uint32_t)) {
@@ -477,7 +482,8 @@ cerrno sysdb_item_set(sysdb_conn_t conn, const char *path, uint32_t datatype, co
     if (open == nullptr) {
         return kBadHandle;
     }
-    db().items.insert_or_assign(full_path(*open, path), Item{datatype, std::vector<uint8_t>(bytes, bytes + length)});
+    db().items.insert_or_assign(full_path(*open, path),
+                                Item{datatype, std::vector<uint8_t>(bytes, bytes + length)});
     return 0;
 }
 
@@ -493,8 +499,8 @@ cerrno sysdb_item_delete(sysdb_conn_t conn, const char *path, uint32_t flags) {
     return db().items.erase(full_path(*open, path)) == 0 ? SYSDB_ERR_NOT_FOUND : 0;
 }
 
-cerrno sysdb_list(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count, sysdb_list_t *list,
-                  uint32_t flags) {
+cerrno sysdb_list(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count,
+                  sysdb_list_t *list, uint32_t flags) {
     Call call("sysdb_list", Conn{conn}, path, pattern, flags);
     return list_directory(call, "sysdb_list", conn, path, count, list);
 }
@@ -535,13 +541,14 @@ void sysdb_list_free(sysdb_list_t list) {
     }
 }
 
-cerrno sysdb_find(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count, sysdb_list_t *list,
-                  uint32_t flags, uint32_t depth) {
+cerrno sysdb_find(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count,
+                  sysdb_list_t *list, uint32_t flags, uint32_t depth) {
     Call call("sysdb_find", Conn{conn}, path, pattern, flags, depth);
     return list_directory(call, "sysdb_find", conn, path, count, list);
 }
 
-cerrno sysdb_directory_get_last(sysdb_conn_t conn, const char *path, char **name, uint32_t *type, uint32_t flags) {
+cerrno sysdb_directory_get_last(sysdb_conn_t conn, const char *path, char **name, uint32_t *type,
+                                uint32_t flags) {
     const Call call("sysdb_directory_get_last", Conn{conn}, path, flags);
     if (call.scripted()) {
         return *call.scripted();
@@ -560,10 +567,10 @@ cerrno sysdb_directory_get_last(sysdb_conn_t conn, const char *path, char **name
 }
 
 cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *path, uint32_t events, uint32_t mode,
-                                    aaa_notify_cb_t callback, void *callback_arg, uint64_t zero7, void *user_ctx,
-                                    uint64_t zero9, uint64_t *notification) {
-    const Call call("_sysdb_register_notification", Conn{conn}, path, events, mode, Word{callback == nullptr ? "null" : "ptr"},
-                    callback_arg, zero7, user_ctx, zero9);
+                                    aaa_notify_cb_t callback, void *callback_arg, uint64_t zero7,
+                                    void *user_ctx, uint64_t zero9, uint64_t *notification) {
+    const Call call("_sysdb_register_notification", Conn{conn}, path, events, mode,
+                    Word{callback == nullptr ? "null" : "ptr"}, callback_arg, zero7, user_ctx, zero9);
     if (call.scripted()) {
         return *call.scripted();
     }
@@ -572,8 +579,8 @@ cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *path, uint32_
         return kBadHandle;
     }
     const uint64_t handle = new_handle();
-    db().notifications.emplace(
-        handle, std::pair(conn, Notification{handle, full_path(*open, path), events, mode, callback, callback_arg, user_ctx}));
+    db().notifications.emplace(handle, std::pair(conn, Notification{handle, full_path(*open, path), events,
+                                                                    mode, callback, callback_arg, user_ctx}));
     *notification = handle;
     return 0;
 }

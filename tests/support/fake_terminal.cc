@@ -43,7 +43,9 @@ Terminal &terminal() {
 }
 
 // Blocks that the library frees; the fake's allocations do not fail.
-char *copy_text(const std::string &text) { return strdup(text.c_str()); }
+char *copy_text(const std::string &text) {
+    return strdup(text.c_str());
+}
 
 std::string sealed(std::string_view text, int type) {
     constexpr char kDigits[] = "0123456789abcdef";

@@ -78,7 +78,8 @@ class ListWiping : public testing::Test {
 
     static void add(const ListPtr &list, uint32_t type = kType, std::size_t before = 0) {
         const std::string value = std::string(before, '.') + std::string(kSecret);
-        ASSERT_EQ(aaa_avpair_add(type, 0, value.data(), 0, static_cast<uint32_t>(value.size()), list.get()), AAA_OK);
+        ASSERT_EQ(aaa_avpair_add(type, 0, value.data(), 0, static_cast<uint32_t>(value.size()), list.get()),
+                  AAA_OK);
     }
 
     // Several buffers, each with secrets at both ends.

@@ -49,7 +49,8 @@ std::string pack(avlist *list) {
 }
 
 void add(const ListPtr &list, uint32_t type, const std::string &value, uint32_t flags = 0, uint32_t tag = 0) {
-    ASSERT_EQ(aaa_avpair_add(type, flags, value.data(), tag, static_cast<uint32_t>(value.size()), list.get()), AAA_OK);
+    ASSERT_EQ(aaa_avpair_add(type, flags, value.data(), tag, static_cast<uint32_t>(value.size()), list.get()),
+              AAA_OK);
 }
 
 void erase(const ListPtr &list, uint32_t type, uint32_t instance) {
@@ -96,13 +97,16 @@ cerrno unpack(const std::string &message, std::size_t avail) {
     EXPECT_EQ(aaa_avpair_list_is_sane(list.get()), 1);
     if (rc != AAA_OK) {
         EXPECT_EQ(std::string(reinterpret_cast<const char *>(list.get()), sizeof(avlist)), before);
-        EXPECT_EQ(aaa_avpair_add(kText, 0, "x", 0, 1, list.get()), AAA_OK) << "the list is of no use any more";
+        EXPECT_EQ(aaa_avpair_add(kText, 0, "x", 0, 1, list.get()), AAA_OK)
+            << "the list is of no use any more";
         EXPECT_EQ(list->av_cnt, 1);
     }
     return rc;
 }
 
-cerrno unpack(const std::string &message) { return unpack(message, message.size()); }
+cerrno unpack(const std::string &message) {
+    return unpack(message, message.size());
+}
 
 std::string record_bytes(const avlist *list) {
     std::string bytes(reinterpret_cast<const char *>(list), sizeof *list);
@@ -136,9 +140,10 @@ TEST(CheckedUnpack, ReadsThePairsOfTheMessage) {
     const std::string message = sample();
     const ListPtr list = make_list();
     ASSERT_EQ(aaa_avpair_unpack_msg_checked(list.get(), message.data(), message.size()), AAA_OK);
-    EXPECT_EQ(read_pairs(list.get()), (std::vector<ModelPair>{{kInteger, 7, 0x400, std::string("\1\2\3\4", 4)},
-                                                              {kText, 0, 0, "alice"},
-                                                              {AAA_CMD_ATTR, 0, 4, ""}}));
+    EXPECT_EQ(read_pairs(list.get()),
+              (std::vector<ModelPair>{{kInteger, 7, 0x400, std::string("\1\2\3\4", 4)},
+                                      {kText, 0, 0, "alice"},
+                                      {AAA_CMD_ATTR, 0, 4, ""}}));
     EXPECT_STREQ(list->av_name, "sample");
 }
 
@@ -239,7 +244,8 @@ TEST(CheckedUnpack, EveryLengthThatLeavesNoWholePairIsRefused) {
         cerrno expected = AAA_ERR_AVPAIR_PROCESSING;
         if (length < kHeader || length % 4 != 0) {
             expected = AAA_ERR_INVALID_MSG_SIZE;
-        } else if (length == kSecond || length == kThird || length == kTotal || (length > kTotal && (length - kTotal) % 16 == 0)) {
+        } else if (length == kSecond || length == kThird || length == kTotal ||
+                   (length > kTotal && (length - kTotal) % 16 == 0)) {
             expected = AAA_OK;
         }
         EXPECT_EQ(unpack(message, length), expected) << length;
@@ -276,7 +282,8 @@ TEST(CheckedUnpack, EveryLiedValueLengthIsRefused) {
                 EXPECT_EQ(rc, AAA_OK) << length << " at " << pair;
             }
         }
-        for (const uint32_t length : {0x7FFFFFFFu, 0x80000000u, 0xFFFFFFECu, 0xFFFFFFEFu, 0xFFFFFFF0u, 0xFFFFFFFCu, 0xFFFFFFFFu}) {
+        for (const uint32_t length :
+             {0x7FFFFFFFu, 0x80000000u, 0xFFFFFFECu, 0xFFFFFFEFu, 0xFFFFFFF0u, 0xFFFFFFFCu, 0xFFFFFFFFu}) {
             std::string lied = message;
             put_be32(lied, pair + 8, length);
             EXPECT_EQ(unpack(lied), AAA_ERR_AVPAIR_PROCESSING) << length << " at " << pair;
@@ -312,7 +319,8 @@ TEST(CheckedUnpack, TheCountIsZeroExactlyWhenThereAreNoPairs) {
         message[6] = static_cast<char>(high);
         message[7] = static_cast<char>(low);
         EXPECT_EQ(unpack(message), AAA_OK) << high << ' ' << low;
-        EXPECT_EQ(unpack(pairs_of_types({}, static_cast<uint16_t>(high << 8 | low))), AAA_ERR_AVPAIR_PROCESSING);
+        EXPECT_EQ(unpack(pairs_of_types({}, static_cast<uint16_t>(high << 8 | low))),
+                  AAA_ERR_AVPAIR_PROCESSING);
     }
     EXPECT_EQ(unpack(pairs_of_types({}, 0)), AAA_OK);
 }
@@ -344,7 +352,8 @@ TEST(CheckedUnpack, EveryChangedByteEndsInACodeOrAList) {
             std::string changed = message;
             changed[at] = static_cast<char>(value);
             const cerrno rc = unpack(changed);
-            EXPECT_TRUE(rc == AAA_OK || rc == AAA_ERR_INVALID_MSG_SIZE || rc == AAA_ERR_AVPAIR_PROCESSING) << rc;
+            EXPECT_TRUE(rc == AAA_OK || rc == AAA_ERR_INVALID_MSG_SIZE || rc == AAA_ERR_AVPAIR_PROCESSING)
+                << rc;
         }
     }
 }
@@ -353,8 +362,8 @@ TEST(CheckedUnpack, WithoutMemoryTheListIsLeftAsItWas) {
     const std::string message = sample();
     fake::sweep_allocations([&](fake::FailAlloc &fail) {
         const ListPtr list = make_list("mine");
-        const cerrno rc =
-            fail.run([&] { return aaa_avpair_unpack_msg_checked(list.get(), message.data(), message.size()); });
+        const cerrno rc = fail.run(
+            [&] { return aaa_avpair_unpack_msg_checked(list.get(), message.data(), message.size()); });
         if (fail.fired()) {
             EXPECT_EQ(rc, AAA_ERR_NOMEM);
             EXPECT_STREQ(list->av_name, "mine");
@@ -370,7 +379,8 @@ TEST(CheckedUnpackDeathTest, AListThatIsNotEmptyStopsTheProcessWhateverTheMessag
     const ListPtr list = make_list();
     add(list, kText, "alice");
     const std::string message = sample();
-    EXPECT_DEATH(aaa_avpair_unpack_msg_checked(list.get(), message.data(), message.size()), "aaa_is_list_empty\\(list\\)");
+    EXPECT_DEATH(aaa_avpair_unpack_msg_checked(list.get(), message.data(), message.size()),
+                 "aaa_is_list_empty\\(list\\)");
     EXPECT_DEATH(aaa_avpair_unpack_msg_checked(list.get(), message.data(), 3), "aaa_is_list_empty\\(list\\)");
 }
 
@@ -405,7 +415,9 @@ std::string type_data_packet(uint32_t type, const std::string &data) {
     aaa_sess_request_t packet;
     std::memset(&packet, 0, sizeof packet);
     EXPECT_EQ(aaa_session_fill_request(&packet, nullptr, type, 0, 0), AAA_OK);
-    EXPECT_EQ(aaa_sess_fill_msg_req_type_data(&packet.u, data.data(), static_cast<uint32_t>(data.size()), type), AAA_OK);
+    EXPECT_EQ(
+        aaa_sess_fill_msg_req_type_data(&packet.u, data.data(), static_cast<uint32_t>(data.size()), type),
+        AAA_OK);
     return {reinterpret_cast<const char *>(&packet), sizeof packet};
 }
 
@@ -439,7 +451,8 @@ TEST(CheckedTypeData, CopiesTheDataOfBothTypes) {
         const std::string packet = type_data_packet(type, "operators");
         EXPECT_EQ(get_type_data(packet, packet.size(), 12), (TypeData{AAA_OK, 9, "operators###"}));
         EXPECT_EQ(get_type_data(packet, packet.size(), 9), (TypeData{AAA_OK, 9, "operators"}));
-        EXPECT_EQ(get_type_data(packet, kDataAt + 9, 9), (TypeData{AAA_OK, 9, "operators"})) << "exactly as long";
+        EXPECT_EQ(get_type_data(packet, kDataAt + 9, 9), (TypeData{AAA_OK, 9, "operators"}))
+            << "exactly as long";
     }
 }
 
@@ -450,7 +463,8 @@ TEST(CheckedTypeData, EqualsThePlainFormAtEveryLength) {
         char plain[255];
         uint32_t plain_length = 0;
         ASSERT_EQ(aaa_sess_get_msg_req_type_data(packet.data() + 72, plain, &plain_length, 11), AAA_OK);
-        EXPECT_EQ(get_type_data(packet, packet.size(), 255).bytes.substr(0, length), std::string(plain, plain_length));
+        EXPECT_EQ(get_type_data(packet, packet.size(), 255).bytes.substr(0, length),
+                  std::string(plain, plain_length));
         EXPECT_EQ(plain_length, length);
     }
 }
@@ -460,15 +474,17 @@ TEST(CheckedTypeData, ReadsResponsesAsWell) {
     void *packet = nullptr;
     ASSERT_EQ(aaa_session_fill_response(&packet, nullptr, &context, 0, 0, 0, 0, 0, 0), AAA_OK);
     ASSERT_EQ(aaa_sess_fill_msg_res_type_data(static_cast<char *>(packet) + 72, "admins", 6, 16), AAA_OK);
-    EXPECT_EQ(get_type_data({static_cast<const char *>(packet), AAA_SESS_RSP_SIZE_DATA}, AAA_SESS_RSP_SIZE_DATA, 6),
-              (TypeData{AAA_OK, 6, "admins"}));
+    EXPECT_EQ(
+        get_type_data({static_cast<const char *>(packet), AAA_SESS_RSP_SIZE_DATA}, AAA_SESS_RSP_SIZE_DATA, 6),
+        (TypeData{AAA_OK, 6, "admins"}));
     std::free(packet);
 }
 
 TEST(CheckedTypeData, EveryShorterPacketIsRefused) {
     const std::string packet = type_data_packet(11, "operators");
     for (std::size_t length = 0; length < kDataAt + 9; ++length) {
-        EXPECT_EQ(get_type_data(packet, length, 16), (TypeData{AAA_ERR_INVALID_MSG_SIZE, kUntouched, std::string(16, '#')}))
+        EXPECT_EQ(get_type_data(packet, length, 16),
+                  (TypeData{AAA_ERR_INVALID_MSG_SIZE, kUntouched, std::string(16, '#')}))
             << length;
     }
 }
@@ -490,17 +506,20 @@ TEST(CheckedTypeData, OtherTypesCarryNone) {
     for (uint32_t type = 0; type <= 30; ++type) {
         std::memcpy(packet.data() + 8, &type, sizeof type);
         const bool carries = type == 11 || type == 16;
-        EXPECT_EQ(get_type_data(packet, packet.size(), 4).rc, carries ? AAA_OK : AAA_ERR_INVALID_MSG_TYPE) << type;
+        EXPECT_EQ(get_type_data(packet, packet.size(), 4).rc, carries ? AAA_OK : AAA_ERR_INVALID_MSG_TYPE)
+            << type;
     }
 }
 
 TEST(CheckedTypeData, TooLittleRoomNamesTheRoomThatIsNeeded) {
     const std::string packet = type_data_packet(11, "operators");
     for (std::size_t room = 0; room < 9; ++room) {
-        EXPECT_EQ(get_type_data(packet, packet.size(), room), (TypeData{AAA_ERR_BUFFER_TOO_SMALL, 9, std::string(room, '#')}));
+        EXPECT_EQ(get_type_data(packet, packet.size(), room),
+                  (TypeData{AAA_ERR_BUFFER_TOO_SMALL, 9, std::string(room, '#')}));
     }
     uint32_t length = 0;
-    EXPECT_EQ(aaa_sess_get_type_data_checked(packet.data(), packet.size(), nullptr, 0, &length), AAA_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(aaa_sess_get_type_data_checked(packet.data(), packet.size(), nullptr, 0, &length),
+              AAA_ERR_BUFFER_TOO_SMALL);
     EXPECT_EQ(length, 9u);
 }
 
@@ -515,9 +534,12 @@ TEST(CheckedTypeData, NullsAreArgumentErrors) {
     const std::string packet = type_data_packet(11, "x");
     char out[4];
     uint32_t length = kUntouched;
-    EXPECT_EQ(aaa_sess_get_type_data_checked(nullptr, packet.size(), out, sizeof out, &length), AAA_ERR_INVALID_ARG);
-    EXPECT_EQ(aaa_sess_get_type_data_checked(packet.data(), packet.size(), nullptr, 1, &length), AAA_ERR_INVALID_ARG);
-    EXPECT_EQ(aaa_sess_get_type_data_checked(packet.data(), packet.size(), out, sizeof out, nullptr), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_sess_get_type_data_checked(nullptr, packet.size(), out, sizeof out, &length),
+              AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_sess_get_type_data_checked(packet.data(), packet.size(), nullptr, 1, &length),
+              AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_sess_get_type_data_checked(packet.data(), packet.size(), out, sizeof out, nullptr),
+              AAA_ERR_INVALID_ARG);
     EXPECT_EQ(length, kUntouched);
 }
 
@@ -555,7 +577,8 @@ Methods copy_methods(const ListPtr &list, uint32_t capacity) {
 }
 
 void add_methods(const ListPtr &list, const std::vector<uint32_t> &methods) {
-    add(list, AAA_METHODLIST_ATTR, {reinterpret_cast<const char *>(methods.data()), methods.size() * sizeof(uint32_t)});
+    add(list, AAA_METHODLIST_ATTR,
+        {reinterpret_cast<const char *>(methods.data()), methods.size() * sizeof(uint32_t)});
 }
 
 }  // namespace
@@ -664,7 +687,8 @@ TEST(CheckedValue, TooLittleRoomNamesTheRoomThatIsNeeded) {
     add(list, kText, "alice");
     EXPECT_EQ(copy_value(list, kText, 0, 4), (TypeData{AAA_ERR_BUFFER_TOO_SMALL, 5, "####"}));
     uint32_t length = 0;
-    EXPECT_EQ(aaa_util_avlist_value_copy(list.get(), kText, 0, nullptr, 0, &length), AAA_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(aaa_util_avlist_value_copy(list.get(), kText, 0, nullptr, 0, &length),
+              AAA_ERR_BUFFER_TOO_SMALL);
     EXPECT_EQ(length, 5u);
 }
 
@@ -752,7 +776,9 @@ TEST_F(ListIsSane, SoundLists) {
     EXPECT_EQ(aaa_avpair_list_is_sane(list.get()), 1);
 }
 
-TEST_F(ListIsSane, ANullIsNot) { EXPECT_EQ(aaa_avpair_list_is_sane(nullptr), 0); }
+TEST_F(ListIsSane, ANullIsNot) {
+    EXPECT_EQ(aaa_avpair_list_is_sane(nullptr), 0);
+}
 
 TEST_F(ListIsSane, ANameWithoutEnd) {
     std::memset(list_->av_name, 'n', sizeof list_->av_name);
@@ -820,8 +846,9 @@ TEST_F(ListIsSane, SizesThatNoBufferHas) {
 
 TEST_F(ListIsSane, AFreeMemOutsideItsBufferOrAtItsBeginning) {
     auto *const base = reinterpret_cast<unsigned char *>(second_);
-    for (unsigned char *const at : {base, base + 28, base + 32, base + second_->hdr.buf_size + 4, base - 4,
-                                    static_cast<unsigned char *>(nullptr), reinterpret_cast<unsigned char *>(third_)}) {
+    for (unsigned char *const at :
+         {base, base + 28, base + 32, base + second_->hdr.buf_size + 4, base - 4,
+          static_cast<unsigned char *>(nullptr), reinterpret_cast<unsigned char *>(third_)}) {
         expect_broken_by(second_->hdr.free_mem, at);
     }
 }

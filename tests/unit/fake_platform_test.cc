@@ -36,7 +36,8 @@ using Lines = std::vector<std::string>;
 // parenthesis of each declaration.
 Lines contract_functions() {
     Lines names;
-    for (const char *const stem : {"bounded", "cerr", "cipher", "event_manager", "logging", "memory", "node", "sysdb", "terminal"}) {
+    for (const char *const stem :
+         {"bounded", "cerr", "cipher", "event_manager", "logging", "memory", "node", "sysdb", "terminal"}) {
         std::ifstream in(AAA_SOURCE_DIR "/platform/include/platform/" + std::string(stem) + ".h");
         EXPECT_TRUE(in) << stem;
         for (std::string line; std::getline(in, line);) {
@@ -96,8 +97,9 @@ TEST(FakeJournal, RendersArgumentsInOrder) {
     EXPECT_EQ(cerr_register_dll(1164, "cerrno/libaaa_error.dll"), 0u);
     fake::answer("qm_inet_ntop", 0);
     EXPECT_EQ(qm_inet_ntop(2, nullptr, nullptr, 16), nullptr);
-    EXPECT_EQ(fake::calls(), (Lines{"queue_init(ptr, 0)", "cerr_register_dll(1164, \"cerrno/libaaa_error.dll\")",
-                                    "qm_inet_ntop(2, null, null, 16)"}));
+    EXPECT_EQ(fake::calls(),
+              (Lines{"queue_init(ptr, 0)", "cerr_register_dll(1164, \"cerrno/libaaa_error.dll\")",
+                     "qm_inet_ntop(2, null, null, 16)"}));
 }
 
 TEST(FakeJournal, FiltersByNameAndCounts) {
@@ -112,7 +114,9 @@ TEST(FakeJournal, FiltersByNameAndCounts) {
     EXPECT_EQ(fake::count("malloc_named"), 0u);
 }
 
-TEST(FakeJournal, IsEmptyAtTheStartOfATest) { EXPECT_TRUE(fake::calls().empty()); }
+TEST(FakeJournal, IsEmptyAtTheStartOfATest) {
+    EXPECT_TRUE(fake::calls().empty());
+}
 
 TEST(FakeJournal, RefusesUnknownNames) {
     EXPECT_NONFATAL_FAILURE(fake::calls("sysdb_get"), "no function sysdb_get");
@@ -170,9 +174,11 @@ TEST(FakeScript, HooksRunBeforeTheCallIsServed) {
 }
 
 TEST(FakeTraces, KeepFlagAndText) {
-    aaa_debug(5, "%s has %u of 0x%08x, %c %5.1f%% %-4d|%.3s|%lu", "list", 7u, 0xabcu, 'x', 2.5, 12, "abcdef", 8ul);
+    aaa_debug(5, "%s has %u of 0x%08x, %c %5.1f%% %-4d|%.3s|%lu", "list", 7u, 0xabcu, 'x', 2.5, 12, "abcdef",
+              8ul);
     aaa_debug(8, "plain");
-    EXPECT_EQ(fake::traces(), (std::vector<fake::Trace>{{5, "list has 7 of 0x00000abc, x   2.5% 12  |abc|8"}, {8, "plain"}}));
+    EXPECT_EQ(fake::traces(),
+              (std::vector<fake::Trace>{{5, "list has 7 of 0x00000abc, x   2.5% 12  |abc|8"}, {8, "plain"}}));
     EXPECT_EQ(fake::traces_of(8), (Lines{"plain"}));
 }
 
@@ -191,8 +197,8 @@ TEST(FakeTraces, NullTextFailsTheTest) {
     EXPECT_EQ(fake::traces_of(1), (Lines{"1 (null)"}));
 }
 
-constexpr kel_msg_rec_t kRecord = {0,     "Lost %s: %s", nullptr, "AAA", "SECURITY", "LOST",
-                                   3u << 16, {},            0x048d0001, 0};
+constexpr kel_msg_rec_t kRecord = {0,      "Lost %s: %s", nullptr, "AAA",      "SECURITY",
+                                   "LOST", 3u << 16,      {},      0x048d0001, 0};
 
 TEST(FakeLogs, KeepRecordAndText) {
     kel_errmsg(&kRecord, 3, "it", "gone");
@@ -308,8 +314,9 @@ TEST(FakeSysdb, WritesAndDeletes) {
     EXPECT_EQ(sysdb_item_delete(bound.conn, "a/n", 0), 0u);
     EXPECT_EQ(sysdb_item_delete(bound.conn, "a/n", 0), SYSDB_ERR_NOT_FOUND);
     EXPECT_EQ(fake::sysdb::paths(), (Lines{"/cfg/gl/aaa/a/s"}));
-    EXPECT_EQ(fake::calls("sysdb_item_set"), (Lines{"sysdb_item_set(/cfg/gl/aaa/, \"a/n\", 1, 7, 4, 1)",
-                                                    "sysdb_item_set(/cfg/gl/aaa/, \"a/s\", 3, \"seven\", 6, 1)"}));
+    EXPECT_EQ(fake::calls("sysdb_item_set"),
+              (Lines{"sysdb_item_set(/cfg/gl/aaa/, \"a/n\", 1, 7, 4, 1)",
+                     "sysdb_item_set(/cfg/gl/aaa/, \"a/s\", 3, \"seven\", 6, 1)"}));
 }
 
 // Names of a list in order; the list is freed.
@@ -328,7 +335,8 @@ Lines drain(sysdb_list_t list) {
 
 TEST(FakeSysdb, ListsOneLevelWithNumbersInOrder) {
     const Bound bound;
-    for (const char *const path : {"d/0x10/x", "d/0x2/x", "d/0x2/y", "d/0xf,a/x", "d/item", "d/item/below", "e/x"}) {
+    for (const char *const path :
+         {"d/0x10/x", "d/0x2/x", "d/0x2/y", "d/0xf,a/x", "d/item", "d/item/below", "e/x"}) {
         fake::sysdb::put_u32(std::string("/cfg/gl/aaa/") + path, 1);
     }
     fake::sysdb::make_directory("/cfg/gl/aaa/d/empty");

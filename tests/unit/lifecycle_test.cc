@@ -39,8 +39,8 @@ constexpr char kCfgPath[] = "/cfg/gl/aaa/";
 
 struct Sabotage {
     std::atomic<int> mutexattr_init{0}, mutex_init{0}, sigemptyset{0}, sigmask{0};
-    std::atomic<int> sigaddset{0};           // error of the call counted by sigaddset_at
-    std::atomic<int> sigaddset_at{0};        // 1 or 2
+    std::atomic<int> sigaddset{0};     // error of the call counted by sigaddset_at
+    std::atomic<int> sigaddset_at{0};  // 1 or 2
     std::atomic<int> sigaddset_calls{0};
     std::atomic<int> thread_create{0};
     std::vector<int> settypes;
@@ -130,7 +130,7 @@ namespace {
 // ---- The library under test ----
 
 class LifecycleTest : public testing::Test {
-protected:
+  protected:
     void SetUp() override {
         unsetenv("NO_DLLMAIN");
         Sabotage &s = sabotage();
@@ -203,7 +203,7 @@ protected:
     std::string worker_name;
     sigset_t worker_mask{};
 
-private:
+  private:
     void at_block(event_block_ctx_t *ctx) {
         const std::lock_guard lock(mutex_);
         if (++blocks_ == 1) {
@@ -318,7 +318,8 @@ TEST_F(Load, WithoutAnEventManagerStartsNoThread) {
     EXPECT_EQ(fake::traces_of(0), (Lines{"Done with lib util sysdb con mutex init"}));
     EXPECT_EQ(sabotage().added_signals, std::vector<int>{});
     EXPECT_EQ(value(map_handle), 0u);
-    EXPECT_EQ(unload_calls(), (Lines{"__in_dlclose()", "event_send_async(null, 0, 0)", "aaa_debug_cleanup()"}));
+    EXPECT_EQ(unload_calls(),
+              (Lines{"__in_dlclose()", "event_send_async(null, 0, 0)", "aaa_debug_cleanup()"}));
     EXPECT_EQ(fake::traces_of(0), (Lines{"Unloading libaaautil.dll", "Sending the async event to wakeup",
                                          "Done with sysdb con close"}));
 }
@@ -337,7 +338,8 @@ TEST_F(Load, WithoutAnAsyncEventStartsNoThread) {
     fake::answer("event_async_attach", 0xFFFFFFFF, 1, EAGAIN);
     load();
     EXPECT_EQ(fake::traces_of(0), (Lines{"Done with lib util sysdb con mutex init"}));
-    EXPECT_EQ(unload_calls(), (Lines{"__in_dlclose()", "event_send_async(ptr, -1, 0)", "aaa_debug_cleanup()"}));
+    EXPECT_EQ(unload_calls(),
+              (Lines{"__in_dlclose()", "event_send_async(ptr, -1, 0)", "aaa_debug_cleanup()"}));
 }
 
 TEST_F(Load, TakesAFailedAttachWithoutErrnoForMade) {
@@ -363,8 +365,8 @@ TEST_F(Load, TracesAFailedMutex) {
     sabotage().mutex_init = EAGAIN;
     load_running();
     const Lines traces = fake::traces_of(0);
-    EXPECT_EQ(Lines(traces.begin(), traces.begin() + 2), (Lines{"Failed to init lib util sysdb con mutex",
-                                                                "Done with lib util sysdb con mutex init"}));
+    EXPECT_EQ(Lines(traces.begin(), traces.begin() + 2),
+              (Lines{"Failed to init lib util sysdb con mutex", "Done with lib util sysdb con mutex init"}));
 }
 
 TEST_F(Load, BlocksTwoRealTimeSignalsAndKeepsThemBlocked) {
@@ -381,7 +383,7 @@ TEST_F(Load, BlocksTwoRealTimeSignalsAndKeepsThemBlocked) {
 }
 
 class LoadDeathTest : public LifecycleTest {
-protected:
+  protected:
     void SetUp() override {
         testing::GTEST_FLAG(death_test_style) = "threadsafe";
         LifecycleTest::SetUp();
@@ -410,7 +412,8 @@ TEST_F(Worker, IsNamedAndTakesNoSignals) {
     load_running();
     EXPECT_EQ(worker_name, "aaa_util_th");
     for (int number = 1; number < 32; ++number) {
-        EXPECT_EQ(sigismember(&worker_mask, number), number == SIGKILL || number == SIGSTOP ? 0 : 1) << number;
+        EXPECT_EQ(sigismember(&worker_mask, number), number == SIGKILL || number == SIGSTOP ? 0 : 1)
+            << number;
     }
     EXPECT_EQ(sigismember(&worker_mask, SIGRTMIN + 6), 1);
     EXPECT_EQ(sigismember(&worker_mask, SIGRTMAX), 1);
@@ -466,8 +469,8 @@ TEST_F(Worker, OpensTheConfigurationWhenTheMappingIsRetried) {
     EXPECT_EQ(value(map_handle), 0u);
     EXPECT_NE(value(cfg_handle), 0u);
     EXPECT_EQ(fake::traces_of(5), (Lines{"SysDB connection error retry 555748864"}));
-    EXPECT_EQ(fake::traces_of(0), (Lines{"Done with lib util sysdb con mutex init", "Done with sgmap sysdb con init",
-                                         "Done with cfg sysdb con init"}));
+    EXPECT_EQ(fake::traces_of(0), (Lines{"Done with lib util sysdb con mutex init",
+                                         "Done with sgmap sysdb con init", "Done with cfg sysdb con init"}));
 }
 
 TEST_F(Worker, EndsWhenItHasNoBuffer) {
@@ -496,9 +499,9 @@ TEST_F(Worker, EndsWhenItHasNoBuffer) {
 
 TEST_F(Unload, WakesJoinsAndCloses) {
     load_running();
-    EXPECT_EQ(unload_calls(),
-              (Lines{"__in_dlclose()", "event_send_async(ptr, 77, 0)", "qm_event_dispatch(ptr, 0)",
-                     "_sysdb_unbind(/oper/aaa/gl/group-server/)", "_sysdb_unbind(/cfg/gl/aaa/)", "aaa_debug_cleanup()"}));
+    EXPECT_EQ(unload_calls(), (Lines{"__in_dlclose()", "event_send_async(ptr, 77, 0)",
+                                     "qm_event_dispatch(ptr, 0)", "_sysdb_unbind(/oper/aaa/gl/group-server/)",
+                                     "_sysdb_unbind(/cfg/gl/aaa/)", "aaa_debug_cleanup()"}));
     EXPECT_EQ(fake::traces(), (std::vector<fake::Trace>{{0, "Unloading libaaautil.dll"},
                                                         {0, "Sending the async event to wakeup"},
                                                         {0, "AAA lib Thread about to exit"},
@@ -569,8 +572,8 @@ TEST_F(LoadDeathTest, UnloadWithoutWakeUpDetachesAndCloses) {
         const Lines expected = {"__in_dlclose()", "event_send_async(ptr, 77, 0)",
                                 "_sysdb_unbind(/oper/aaa/gl/group-server/)", "_sysdb_unbind(/cfg/gl/aaa/)",
                                 "aaa_debug_cleanup()"};
-        const Lines traces = {"Unloading libaaautil.dll", "Sending the async event to wakeup", "Async event failed",
-                              "Done with sysdb con close"};
+        const Lines traces = {"Unloading libaaautil.dll", "Sending the async event to wakeup",
+                              "Async event failed", "Done with sysdb con close"};
         EXPECT_EQ(calls, expected);
         EXPECT_EQ(fake::traces_of(0), traces);
         return !HasFailure();
@@ -602,8 +605,10 @@ TEST_F(Callbacks, DownUnbindsAndUpBindsAgain) {
     EXPECT_NE(value(cfg_handle), 0u);
     down(1);
     EXPECT_EQ(value(cfg_handle), 0u);
-    EXPECT_EQ(fake::calls(), (Lines{"_sysdb_unbind(/oper/aaa/gl/group-server/)", "_sysdb_unbind(/cfg/gl/aaa/)"}));
-    EXPECT_EQ(fake::traces_of(0), (Lines{"Done with sgmap sysdb con close", "Done with cfg sysdb con close"}));
+    EXPECT_EQ(fake::calls(),
+              (Lines{"_sysdb_unbind(/oper/aaa/gl/group-server/)", "_sysdb_unbind(/cfg/gl/aaa/)"}));
+    EXPECT_EQ(fake::traces_of(0),
+              (Lines{"Done with sgmap sysdb con close", "Done with cfg sysdb con close"}));
     EXPECT_GE(up(0), 0);
     EXPECT_GE(up(1), 0);
     EXPECT_EQ(fake::sysdb::open_connections(), (Lines{kMapPath, kCfgPath}));
@@ -669,8 +674,8 @@ TEST_F(Callbacks, ConnectionWithoutAChannelIsClosed) {
     EXPECT_EQ(value(cfg_handle), 0u);
     EXPECT_EQ(fake::calls("_sysdb_unbind"),
               (Lines{"_sysdb_unbind(/oper/aaa/gl/group-server/)", "_sysdb_unbind(/cfg/gl/aaa/)"}));
-    EXPECT_EQ(fake::traces_of(0), (Lines{"Done with lib util sysdb con mutex init", "Done with sgmap sysdb con init",
-                                         "Done with cfg sysdb con init"}));
+    EXPECT_EQ(fake::traces_of(0), (Lines{"Done with lib util sysdb con mutex init",
+                                         "Done with sgmap sysdb con init", "Done with cfg sysdb con init"}));
 }
 
 // ---- The mutex ----
@@ -678,7 +683,7 @@ TEST_F(Callbacks, ConnectionWithoutAChannelIsClosed) {
 // A thread that holds the connection mutex: it is inside _sysdb_bind, called
 // by the configuration's up callback, until let go.
 class Holder {
-public:
+  public:
     explicit Holder(std::function<int32_t()> up) {
         fake::before("_sysdb_bind", [this] { hold(); });
         thread_ = std::thread([up] { up(); });
@@ -696,7 +701,7 @@ public:
         changed_.notify_all();
     }
 
-private:
+  private:
     void hold() {
         std::unique_lock lock(mutex_);
         held_ = true;
@@ -726,7 +731,8 @@ TEST_F(Lock, WaitersAnnounceThemselves) {
         fake::clear_journal();
         waiting.call();
         EXPECT_EQ(fake::calls({"ptd_set_mutex_block", "ptd_unset_mutex_block"}),
-                  (Lines{"ptd_set_mutex_block(ptr, \"" + std::string(waiting.name) + "\")", "ptd_unset_mutex_block()"}));
+                  (Lines{"ptd_set_mutex_block(ptr, \"" + std::string(waiting.name) + "\")",
+                         "ptd_unset_mutex_block()"}));
     }
 }
 
@@ -806,7 +812,7 @@ TEST_F(Lock, FailedUnlockIsTraced) {
 // ---- Exported helpers ----
 
 class Helpers : public LifecycleTest {
-protected:
+  protected:
     using Open = cerrno (*)(void *, void **, aaa_event_cb_t, aaa_event_cb_t, void *);
 
     void SetUp() override {
@@ -852,8 +858,8 @@ TEST_F(Helpers, OpenADatabaseConnection) {
 
 TEST_F(Helpers, OpenADescriptorConnection) {
     EXPECT_EQ(fd_conn(evm, &conn, channel, other, &number), AAA_OK);
-    EXPECT_EQ(fake::calls(), (Lines{"event_conn_create(ptr, ptr, ptr, 3)", "event_conn_evm_handler(ptr, 1, ptr, null)",
-                                    "event_conn_open(ptr)"}));
+    EXPECT_EQ(fake::calls(), (Lines{"event_conn_create(ptr, ptr, ptr, 3)",
+                                    "event_conn_evm_handler(ptr, 1, ptr, null)", "event_conn_open(ptr)"}));
     EXPECT_EQ(connection(0).handler, &other);
     EXPECT_EQ(connection(0).down, nullptr);
     EXPECT_EQ(connection(0).channel, 9);
@@ -869,7 +875,8 @@ TEST_F(Helpers, PassOnTheFirstFailure) {
             fake::answer(steps[variant][failing], 0x41);
             EXPECT_EQ(open[variant](evm, &conn, channel, other, &number), 0x41u);
             for (std::size_t step = 0; step < 3; ++step) {
-                EXPECT_EQ(fake::count(steps[variant][step]), step <= failing ? 1u : 0u) << steps[variant][step];
+                EXPECT_EQ(fake::count(steps[variant][step]), step <= failing ? 1u : 0u)
+                    << steps[variant][step];
             }
             EXPECT_TRUE(fake::logs().empty());
             EXPECT_TRUE(fake::traces().empty());
@@ -900,7 +907,8 @@ TEST_F(Helpers, DescriptorConnectionIsRetriedOnlyWhenOpened) {
     ASSERT_EQ(fake::logs().size(), 1u);
     EXPECT_EQ(fake::logs()[0].severity, 7u);
     EXPECT_EQ(fake::logs()[0].record, dlsym(library_, "kel_msg_rec_aaa_err_ecm"));
-    EXPECT_EQ(fake::logs()[0].text, "Failed to open event connection for a file descriptor: code 0x21200e00, retrying");
+    EXPECT_EQ(fake::logs()[0].text,
+              "Failed to open event connection for a file descriptor: code 0x21200e00, retrying");
     EXPECT_TRUE(fake::traces().empty());
 }
 

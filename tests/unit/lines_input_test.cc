@@ -40,12 +40,18 @@ constexpr std::size_t kGuard = 4;
 
 std::string name_of(cerrno rc) {
     switch (rc) {
-        case AAA_OK: return "ok";
-        case AAA_ERR_INVALID_ARG: return "invalid argument";
-        case AAA_ERR_TIMEOUT: return "time-out";
-        case AAA_ERR_INVALID_CLIENT_DATA: return "bad client data";
-        case AAA_ERR_OS: return "os";
-        default: return rc < 0x1000 ? strerrorname_np(static_cast<int>(rc)) : std::to_string(rc);
+        case AAA_OK:
+            return "ok";
+        case AAA_ERR_INVALID_ARG:
+            return "invalid argument";
+        case AAA_ERR_TIMEOUT:
+            return "time-out";
+        case AAA_ERR_INVALID_CLIENT_DATA:
+            return "bad client data";
+        case AAA_ERR_OS:
+            return "os";
+        default:
+            return rc < 0x1000 ? strerrorname_np(static_cast<int>(rc)) : std::to_string(rc);
     }
 }
 
@@ -55,7 +61,8 @@ std::string visible(std::string bytes) {
 }
 
 // One call: "code [buffer]", a zero byte as '.', an untouched one as '#'.
-std::string read_input(uint32_t flags, uint32_t len = kLength, uint32_t timeout_s = 0, const char *prompt = kPrompt) {
+std::string read_input(uint32_t flags, uint32_t len = kLength, uint32_t timeout_s = 0,
+                       const char *prompt = kPrompt) {
     std::string buf(len + kGuard, '#');
     const cerrno rc = aaa_util_read_input(prompt, buf.data(), len, timeout_s, flags);
     return name_of(rc) + " [" + visible(buf) + "]";
@@ -130,7 +137,9 @@ unsigned ticking_alarm(unsigned seconds) {
     return 0;
 }
 
-void use_ticking_alarm() { fake::libc::on_alarm(ticking_alarm); }
+void use_ticking_alarm() {
+    fake::libc::on_alarm(ticking_alarm);
+}
 
 struct sigaction alarm_action() {
     struct sigaction action {};
@@ -319,8 +328,11 @@ TEST(ReadInputEditor, OtherFlagBitsDoNotMatter) {
 }
 
 TEST(ReadInputEditor, CutsTheLineAtItsFirstLineFeed) {
-    const std::pair<const char *, const char *> rows[] = {
-        {"alice", "alice"}, {"alice\n", "alice"}, {"ali\nce\n", "ali"}, {"alice\r\n", "alice\r"}, {"\nalice", ""}};
+    const std::pair<const char *, const char *> rows[] = {{"alice", "alice"},
+                                                          {"alice\n", "alice"},
+                                                          {"ali\nce\n", "ali"},
+                                                          {"alice\r\n", "alice\r"},
+                                                          {"\nalice", ""}};
     for (const auto &[line, text] : rows) {
         fake::push_line(line);
         EXPECT_EQ(edited(), result("ok", text)) << testing::PrintToString(line);
@@ -456,7 +468,8 @@ TEST(ReadInputEditor, TheHandlerOnlyWritesATraceAndKeepsErrno) {
         for (const int signal : {SIGINT, SIGALRM, SIGTERM, SIGUSR1}) {
             flags += sigismember(&action.sa_mask, signal) != 0 ? " masks" : "";
         }
-        flags += (action.sa_flags & (SA_RESTART | SA_SIGINFO | SA_NODEFER | SA_RESETHAND)) != 0 ? " flags" : "";
+        flags +=
+            (action.sa_flags & (SA_RESTART | SA_SIGINFO | SA_NODEFER | SA_RESETHAND)) != 0 ? " flags" : "";
         errno = ENOTTY;
         raise(SIGALRM);
         error_after = errno;
@@ -513,8 +526,13 @@ TEST(ReadInputTerminal, TheSettingsAreRestoredHoweverTheReadEnds) {
         uint32_t timeout_s;
         const char *code, *text;
     } rows[] = {
-        {"secret\r", 0, "ok", "secret"}, {"ab\x03" "cd\r", 0, "ok", ""}, {"\x04", 0, "ok", ""},
-        {"0123456789abcdef\r", 0, "ok", "0123456789a"}, {"", 1, "time-out", ""},
+        {"secret\r", 0, "ok", "secret"},
+        {"ab\x03"
+         "cd\r",
+         0, "ok", ""},
+        {"\x04", 0, "ok", ""},
+        {"0123456789abcdef\r", 0, "ok", "0123456789a"},
+        {"", 1, "time-out", ""},
     };
     for (const auto &row : rows) {
         const std::string report = typed(row.keys, [&row] {
@@ -569,16 +587,22 @@ TEST(ReadInputTerminal, TakesEveryOtherByteAsItIs) {
 TEST(ReadInputTerminal, ControlCEmptiesTheBufferDropsTheLineAndSucceeds) {
     EXPECT_EQ(typed_hidden("\x03\r"), result("ok", ""));
     EXPECT_EQ(typed_hidden("ab\x03\r"), result("ok", ""));
-    EXPECT_EQ(typed_twice("ab\x03" "cd\rnext\r"), result("ok", "") + " " + result("ok", "next"));
+    EXPECT_EQ(typed_twice("ab\x03"
+                          "cd\rnext\r"),
+              result("ok", "") + " " + result("ok", "next"));
 }
 
 TEST(ReadInputTerminal, ControlVDoesTheSame) {
     // Twice: the terminal takes the first one as "the next key as it is".
-    EXPECT_EQ(typed_twice("ab\x16\x16" "cd\rnext\r"), result("ok", "") + " " + result("ok", "next"));
+    EXPECT_EQ(typed_twice("ab\x16\x16"
+                          "cd\rnext\r"),
+              result("ok", "") + " " + result("ok", "next"));
 }
 
 TEST(ReadInputTerminal, ACancelledLineEndsWithTheInput) {
-    EXPECT_EQ(typed_hidden("ab\x03" "cd\x04\x04"), result("ok", ""));
+    EXPECT_EQ(typed_hidden("ab\x03"
+                           "cd\x04\x04"),
+              result("ok", ""));
 }
 
 TEST(ReadInputTerminal, BackspaceErasesACharacter) {
@@ -598,7 +622,9 @@ TEST(ReadInputTerminal, DeleteErasesACharacterWhereTheTerminalLetsItThrough) {
         return read_hidden();
     });
     child.expect_shown(kPrompt);
-    child.type("abc\x7f" "d\r");
+    child.type(
+        "abc\x7f"
+        "d\r");
     EXPECT_EQ(child.report(), result("ok", "abd"));
     EXPECT_EQ(shown_after_prompt(child), "\b \b\r\n");
 }
@@ -626,7 +652,9 @@ TEST(ReadInputTerminal, SevenCharactersIntoEightFit) {
     EXPECT_EQ(typed_hidden("abcdefgh\b\r", 8), result("ok", "abcdefg", 8));
 }
 
-TEST(ReadInputTerminal, ABufferOfOneByteHoldsNothing) { EXPECT_EQ(typed_hidden("a\r", 1), result("ok", "", 1)); }
+TEST(ReadInputTerminal, ABufferOfOneByteHoldsNothing) {
+    EXPECT_EQ(typed_hidden("a\r", 1), result("ok", "", 1));
+}
 
 TEST(ReadInputTerminal, TheEndOfTheInputEndsTheLine) {
     EXPECT_EQ(typed_hidden("\x04"), result("ok", ""));
@@ -638,10 +666,11 @@ TEST(ReadInputTerminal, TheEndOfTheInputIsNotRememberedForTheNextRead) {
 }
 
 TEST(ReadInputTerminal, AnOldInterruptionIsNoTimeOut) {
-    EXPECT_EQ(typed("\r", [] {
-                  errno = EINTR;
-                  return read_hidden();
-              }),
+    EXPECT_EQ(typed("\r",
+                    [] {
+                        errno = EINTR;
+                        return read_hidden();
+                    }),
               result("ok", ""));
 }
 
@@ -652,18 +681,19 @@ TEST(ReadInputTerminal, TheTimeLimitEndsAnUnansweredPrompt) {
         use_ticking_alarm();
         const std::string text = read_hidden(kLength, 3);
         const auto traces = fake::traces_of(5);
-        return text + ", " + joined(fake::calls("alarm")) + (traces.empty() ? "no trace" : traces.front()) + ", " +
-               handler_name();
+        return text + ", " + joined(fake::calls("alarm")) + (traces.empty() ? "no trace" : traces.front()) +
+               ", " + handler_name();
     });
     EXPECT_EQ(report, result("time-out", "") + ", alarm(3)\nalarm(0)\nRevd SIGNAL 14 !, default");
 }
 
 TEST(ReadInputTerminal, AnUnfinishedLineIsNotTakenByTheTimeLimit) {
     // The terminal still holds it.
-    EXPECT_EQ(typed("secr", [] {
-                  use_ticking_alarm();
-                  return read_hidden(kLength, 3);
-              }),
+    EXPECT_EQ(typed("secr",
+                    [] {
+                        use_ticking_alarm();
+                        return read_hidden(kLength, 3);
+                    }),
               result("time-out", ""));
 }
 
@@ -831,7 +861,8 @@ TEST(ReadInputTerminal, ATerminalThatCannotBeSwitchedOverIsReported) {
 }
 
 TEST(ReadInputTerminal, ATerminalThatRefusesWithoutAReasonIsReadAndNotRestored) {
-    EXPECT_EQ(typed("secret\r", [] { return with_failing_set(1, 0); }), result("ok", "secret") + " terminal, same");
+    EXPECT_EQ(typed("secret\r", [] { return with_failing_set(1, 0); }),
+              result("ok", "secret") + " terminal, same");
 }
 
 TEST(ReadInputTerminal, AFailureToRestoreIsTheResultThoughTheInputIsThere) {

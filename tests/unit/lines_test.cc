@@ -34,7 +34,8 @@ std::ostream &operator<<(std::ostream &out, const Answers &a) {
 
 // The converted name; "(null)" for a null.
 std::string converted(std::string device) {
-    const std::unique_ptr<char, decltype(&std::free)> name(aaa_util_convert_tty_name(device.data()), &std::free);
+    const std::unique_ptr<char, decltype(&std::free)> name(aaa_util_convert_tty_name(device.data()),
+                                                           &std::free);
     return name != nullptr ? name.get() : "(null)";
 }
 
@@ -45,7 +46,7 @@ TEST(LineKind, EachNumberIsOneKindAndBothTtyNumberingsAreTty) {
         uint32_t kind;
         Answers expected;
     } rows[] = {
-        {0, {1, 0, 0, 0}}, {1, {0, 1, 0, 0}}, {2, {0, 1, 0, 0}},          {3, {0, 0, 1, 0}},
+        {0, {1, 0, 0, 0}}, {1, {0, 1, 0, 0}}, {2, {0, 1, 0, 0}},     {3, {0, 0, 1, 0}},
         {4, {0, 0, 0, 1}}, {5, {0, 0, 0, 0}}, {0x100, {0, 0, 0, 0}}, {0xFFFFFFFF, {0, 0, 0, 0}},
     };
     for (const auto &row : rows) {
@@ -83,8 +84,7 @@ TEST(LineKind, AsksThePlatformOnceByTheNameAsGiven) {
     EXPECT_EQ(aaa_is_aux(kDevice), 0);
     EXPECT_EQ(aaa_is_vty(kDevice), 1);
     EXPECT_EQ(aaa_is_vty(""), 1);
-    EXPECT_EQ(fake::calls(),
-              (Lines{kAsked, kAsked, kAsked, "tty_details_from_device_file(0, \"\")"}));
+    EXPECT_EQ(fake::calls(), (Lines{kAsked, kAsked, kAsked, "tty_details_from_device_file(0, \"\")"}));
 }
 
 TEST(LineKind, TtyAsksAgainOnlyWhenTheFirstAnswerIsNotTheSecondNumbering) {
@@ -137,7 +137,9 @@ TEST(LineName, LeavesTheDeviceAsItIs) {
     EXPECT_STREQ(device, "/dev/vty1");
 }
 
-TEST(LineName, ANullGivesANull) { EXPECT_EQ(aaa_util_convert_tty_name(nullptr), nullptr); }
+TEST(LineName, ANullGivesANull) {
+    EXPECT_EQ(aaa_util_convert_tty_name(nullptr), nullptr);
+}
 
 TEST(LineName, ExhaustedMemoryGivesANull) {
     fake::sweep_allocations([](fake::FailAlloc &fail) {

@@ -29,7 +29,9 @@ constexpr char kDecryptFailed[] = "Decrypt encrypted server key";
 constexpr char kTrimmingFailed[] = "trimming white space in server key";
 constexpr char kEncryptFailed[] = "Re-encrypt server key after finish trimming white space";
 
-cerrno validate(std::string text) { return validate_encrypted_password(text.data()); }
+cerrno validate(std::string text) {
+    return validate_encrypted_password(text.data());
+}
 
 // A result that the caller frees, as a value.
 Text taken(char *text) {
@@ -44,7 +46,8 @@ struct Outcome {
     bool operator==(const Outcome &) const = default;
 };
 std::ostream &operator<<(std::ostream &out, const Outcome &o) {
-    return out << "result " << (o.result ? '"' + *o.result + '"' : "null") << ", key \"" << o.key_after << '"';
+    return out << "result " << (o.result ? '"' + *o.result + '"' : "null") << ", key \"" << o.key_after
+               << '"';
 }
 
 Outcome truncated(std::string key, int encrypted) {
@@ -113,7 +116,9 @@ std::string sealed(std::string_view clear) {
 
 // ---- Checking ----------------------------------------------------------------
 
-TEST(ServerKeyCheck, TheCodeIsOutsideTheMessageTable) { EXPECT_EQ(AAA_ERR_BAD_ENCRYPTED_KEY, 0xa2466800u); }
+TEST(ServerKeyCheck, TheCodeIsOutsideTheMessageTable) {
+    EXPECT_EQ(AAA_ERR_BAD_ENCRYPTED_KEY, 0xa2466800u);
+}
 
 TEST(ServerKeyCheck, ANullIsAnArgumentError) {
     EXPECT_EQ(validate_encrypted_password(nullptr), AAA_ERR_INVALID_ARG);
@@ -141,7 +146,8 @@ TEST(ServerKeyCheck, TheFirstTwoCharactersAreDecimalDigits) {
 TEST(ServerKeyCheck, EveryOtherCharacterIsAHexadecimalDigitOfEitherCase) {
     fake::give_text("pw_decrypt", "clear");
     for (int c = 1; c < 256; ++c) {
-        const bool hex = std::string_view("0123456789abcdefABCDEF").find(static_cast<char>(c)) != std::string_view::npos;
+        const bool hex =
+            std::string_view("0123456789abcdefABCDEF").find(static_cast<char>(c)) != std::string_view::npos;
         for (const std::size_t at : {2u, 3u, 4u, 7u}) {
             std::string text = "07aBcD09";
             text[at] = static_cast<char>(c);
@@ -165,8 +171,9 @@ TEST(ServerKeyCheck, AWellFormedTextDependsOnTheCipher) {
 TEST(ServerKeyCheck, EveryByteOfTheClearTextIsPrintable) {
     for (int c = 1; c < 256; ++c) {
         const bool printable = c >= 0x20 && c <= 0x7e;
-        for (const std::string &clear : {std::string(1, static_cast<char>(c)), "ab" + std::string(1, static_cast<char>(c)) + "de",
-                                         "ab" + std::string(1, static_cast<char>(c))}) {
+        for (const std::string &clear :
+             {std::string(1, static_cast<char>(c)), "ab" + std::string(1, static_cast<char>(c)) + "de",
+              "ab" + std::string(1, static_cast<char>(c))}) {
             EXPECT_EQ(validate(sealed(clear)), printable ? AAA_OK : AAA_ERR_BAD_ENCRYPTED_KEY) << c;
         }
     }
@@ -461,17 +468,17 @@ TEST(ServerKeyTrim, EachCharacterIsLookedForAtItsOwnDistance) {
     const struct {
         const char *key, *left;
     } rows[] = {
-        {"abcdefg\tx ", "abcd"},      // the space, then the tab two bytes before
-        {"abcdefg\t ", "abcde"},      // after the space the tab is one byte before: no step
-        {"abcdefg\t\t", "abcd"},      // the tab two bytes before the end
-        {"abcdef\rxy ", "abc"},       // the return three bytes before
-        {"abcdef\rx\t", "abc"},       // the same at the end of the key
-        {"abcde\nxyz ", "ab"},        // the line feed four bytes before
-        {"abcde\nxy\n", "ab"},        // the same at the end of the key
-        {"abcdefgh\r\n", "abcdefg"},  // neither is at its distance
-        {"abcdefg\r\n\n", "abcd"},    // the return three bytes before the end
-        {"abcdef\n\n\n\n", "abc"},    // the line feed four bytes before the end
-        {"abcdefgh\n\t\n", "abcdef"}, // the tab two bytes before the end
+        {"abcdefg\tx ", "abcd"},       // the space, then the tab two bytes before
+        {"abcdefg\t ", "abcde"},       // after the space the tab is one byte before: no step
+        {"abcdefg\t\t", "abcd"},       // the tab two bytes before the end
+        {"abcdef\rxy ", "abc"},        // the return three bytes before
+        {"abcdef\rx\t", "abc"},        // the same at the end of the key
+        {"abcde\nxyz ", "ab"},         // the line feed four bytes before
+        {"abcde\nxy\n", "ab"},         // the same at the end of the key
+        {"abcdefgh\r\n", "abcdefg"},   // neither is at its distance
+        {"abcdefg\r\n\n", "abcd"},     // the return three bytes before the end
+        {"abcdef\n\n\n\n", "abc"},     // the line feed four bytes before the end
+        {"abcdefgh\n\t\n", "abcdef"},  // the tab two bytes before the end
     };
     for (const auto &row : rows) {
         EXPECT_EQ(trim(row.key), (Outcome{row.left, row.left})) << testing::PrintToString(row.key);
@@ -479,14 +486,16 @@ TEST(ServerKeyTrim, EachCharacterIsLookedForAtItsOwnDistance) {
 }
 
 TEST(ServerKeyTrim, KeysOfFewCharactersBecomeEmptyAndNothingOutsideThemIsTouched) {
-    for (const char *key : {" ", "\t", "\r", "\n", "a ", "ab ", "abc ", "ab\t", "ab\n", "  ", "   ", "    ", "\n\n\n\n",
-                            "\t\t", "\r\r\r", "a\t "}) {
+    for (const char *key : {" ", "\t", "\r", "\n", "a ", "ab ", "abc ", "ab\t", "ab\n", "  ", "   ", "    ",
+                            "\n\n\n\n", "\t\t", "\r\r\r", "a\t "}) {
         EXPECT_EQ(trim(key), (Outcome{std::nullopt, ""})) << testing::PrintToString(key);
     }
     EXPECT_EQ(trim(" \t\r\n"), (Outcome{" ", " "})) << "none of the four is at its distance";
 }
 
-TEST(ServerKeyTrim, AnEmptyKeyGivesNullAndSuccess) { EXPECT_EQ(trim(""), (Outcome{std::nullopt, ""})); }
+TEST(ServerKeyTrim, AnEmptyKeyGivesNullAndSuccess) {
+    EXPECT_EQ(trim(""), (Outcome{std::nullopt, ""}));
+}
 
 TEST(ServerKeyTrim, EveryKeyOfUpToSixCharactersFollowsTheRule) {
     constexpr std::string_view kAlphabet = "a \t\r\n\xe9";

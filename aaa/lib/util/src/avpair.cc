@@ -57,8 +57,8 @@ avpair_buffer_t *add_buffer(std::uint64_t pair_bytes, avlist *list) noexcept {
 
 void free_buffer(avpair_buffer_t *buf) noexcept {
     const std::size_t room = buf->hdr.buf_size - sizeof(avpair_buffer_t);
-    const std::size_t used =
-        reinterpret_cast<std::uintptr_t>(buf->hdr.free_mem) - reinterpret_cast<std::uintptr_t>(first_pair(buf));
+    const std::size_t used = reinterpret_cast<std::uintptr_t>(buf->hdr.free_mem) -
+                             reinterpret_cast<std::uintptr_t>(first_pair(buf));
     // A broken free_mem must not make freeing worse than it was.
     wipe(first_pair(buf), used <= room ? used : room);
     std::free(buf);

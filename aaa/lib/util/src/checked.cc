@@ -27,7 +27,9 @@ constexpr size_t kCountOffset = offsetof(avlist, av_cnt);
 constexpr size_t kNameOffset = offsetof(avlist, av_name);
 constexpr size_t kNameSize = sizeof(avlist::av_name);
 
-constexpr size_t align_up(size_t n) { return (n + (MEMORY_DEF_ALIGNMENT - 1)) & ~size_t{MEMORY_DEF_ALIGNMENT - 1}; }
+constexpr size_t align_up(size_t n) {
+    return (n + (MEMORY_DEF_ALIGNMENT - 1)) & ~size_t{MEMORY_DEF_ALIGNMENT - 1};
+}
 
 // A list cannot count more: one pair further its count is 0 and the next look
 // at the list stops the process.
@@ -189,7 +191,8 @@ cerrno aaa_util_avlist_value_copy(const avlist *list, uint32_t type, uint32_t in
     return AAA_OK;
 }
 
-cerrno aaa_util_avlist_methodlist_copy(const avlist *list, uint32_t *dst, uint32_t capacity, uint32_t *count) {
+cerrno aaa_util_avlist_methodlist_copy(const avlist *list, uint32_t *dst, uint32_t capacity,
+                                       uint32_t *count) {
     if (list == nullptr || (dst == nullptr && capacity != 0) || count == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }

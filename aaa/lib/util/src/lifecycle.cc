@@ -60,12 +60,15 @@ void register_result_codes() noexcept {
 void start_tracing() noexcept {
     const cerrno rc = aaa_debug_init();
     if (rc != 0) {
-        kel_errmsg(kel_msg_rec_aaa_debug_error_getfn(), 3, "Failed to initialize debug module", cerr_strerror(rc));
+        kel_errmsg(kel_msg_rec_aaa_debug_error_getfn(), 3, "Failed to initialize debug module",
+                   cerr_strerror(rc));
     }
 }
 
 // The async event only serves to make the worker's event_block return.
-int32_t wakeup_handler(void *) { return 0; }
+int32_t wakeup_handler(void *) {
+    return 0;
+}
 
 // Returns 0 or an errno value. A null event manager counts as made unless
 // errno says otherwise, and the event is then attached to the null.
@@ -205,7 +208,9 @@ void finish() noexcept {
     aaa_debug_cleanup();
 }
 
-bool hooks_disabled() noexcept { return std::getenv("NO_DLLMAIN") != nullptr; }
+bool hooks_disabled() noexcept {
+    return std::getenv("NO_DLLMAIN") != nullptr;
+}
 
 [[gnu::constructor]] void on_load() noexcept {
     if (!hooks_disabled()) {
@@ -225,23 +230,23 @@ bool hooks_disabled() noexcept { return std::getenv("NO_DLLMAIN") != nullptr; }
 
 void lifecycle(uint32_t op) noexcept {
     switch (op) {
-    case kLoad:
-        load();
-        break;
-    case kUnload:
-        stop_worker();
-        finish();
-        break;
-    case kNothing:
-        break;
-    case kJoin:
-        if (const pthread_t thread = worker_thread.load(std::memory_order_acquire); thread != 0) {
-            join_worker(thread);
-        }
-        finish();
-        break;
-    default:
-        std::abort();
+        case kLoad:
+            load();
+            break;
+        case kUnload:
+            stop_worker();
+            finish();
+            break;
+        case kNothing:
+            break;
+        case kJoin:
+            if (const pthread_t thread = worker_thread.load(std::memory_order_acquire); thread != 0) {
+                join_worker(thread);
+            }
+            finish();
+            break;
+        default:
+            std::abort();
     }
 }
 

@@ -152,13 +152,21 @@ int32_t take_down(const Connection &connection, const char *function, int line) 
 // ---- Callbacks of the two event connections. Their names are what the
 // ---- platform shows for a thread that waits in one of them.
 
-int32_t aaa_util_sgmap_lib_sysdb_init(void *, void *) { return bring_up(mapping, __func__, __LINE__); }
+int32_t aaa_util_sgmap_lib_sysdb_init(void *, void *) {
+    return bring_up(mapping, __func__, __LINE__);
+}
 
-int32_t aaa_util_lib_sgmap_sysdb_shutdown(void *, void *) { return take_down(mapping, __func__, __LINE__); }
+int32_t aaa_util_lib_sgmap_sysdb_shutdown(void *, void *) {
+    return take_down(mapping, __func__, __LINE__);
+}
 
-int32_t aaa_util_cfg_lib_sysdb_init(void *, void *) { return bring_up(configuration, __func__, __LINE__); }
+int32_t aaa_util_cfg_lib_sysdb_init(void *, void *) {
+    return bring_up(configuration, __func__, __LINE__);
+}
 
-int32_t aaa_util_lib_cfg_sysdb_shutdown(void *, void *) { return take_down(configuration, __func__, __LINE__); }
+int32_t aaa_util_lib_cfg_sysdb_shutdown(void *, void *) {
+    return take_down(configuration, __func__, __LINE__);
+}
 
 }  // namespace
 
@@ -169,12 +177,16 @@ void init_connection_mutex() noexcept {
     aaa_debug(0, "Done with lib util sysdb con mutex init");
 }
 
-void reset_connection_mutex() noexcept { make_connection_mutex(); }
+void reset_connection_mutex() noexcept {
+    make_connection_mutex();
+}
 
 void open_event_connections(void *evm) noexcept {
     void *slot = nullptr;  // for both in turn; the event manager keeps what it needs
-    if (aaa_util_ecm_sysdb_conn(evm, &slot, aaa_util_sgmap_lib_sysdb_init, aaa_util_lib_sgmap_sysdb_shutdown, evm) == 0) {
-        aaa_util_ecm_sysdb_conn(evm, &slot, aaa_util_cfg_lib_sysdb_init, aaa_util_lib_cfg_sysdb_shutdown, evm);
+    if (aaa_util_ecm_sysdb_conn(evm, &slot, aaa_util_sgmap_lib_sysdb_init, aaa_util_lib_sgmap_sysdb_shutdown,
+                                evm) == 0) {
+        aaa_util_ecm_sysdb_conn(evm, &slot, aaa_util_cfg_lib_sysdb_init, aaa_util_lib_cfg_sysdb_shutdown,
+                                evm);
     }
 }
 
@@ -192,7 +204,8 @@ void aaa_close_sysdb_connections() noexcept {
 
 namespace {
 
-cerrno open_sysdb_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb, aaa_event_cb_t down_cb, void *ctx) noexcept {
+cerrno open_sysdb_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb, aaa_event_cb_t down_cb,
+                       void *ctx) noexcept {
     cerrno rc = event_conn_create(conn_out, evm, up_cb, ctx, EVENT_CONN_TYPE_SYSDB);
     if (rc == 0) {
         rc = event_conn_notify(*conn_out, aaautil::kNotifyMask, down_cb);
@@ -202,7 +215,8 @@ cerrno open_sysdb_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb, aaa_eve
 
 }  // namespace
 
-cerrno aaa_util_ecm_sysdb_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb, aaa_event_cb_t down_cb, void *ctx) {
+cerrno aaa_util_ecm_sysdb_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb, aaa_event_cb_t down_cb,
+                               void *ctx) {
     if (evm == nullptr || conn_out == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
@@ -214,7 +228,8 @@ cerrno aaa_util_ecm_sysdb_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb,
     return rc;
 }
 
-cerrno aaa_util_ecm_fd_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb, aaa_event_cb_t handler_cb, void *ctx) {
+cerrno aaa_util_ecm_fd_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb, aaa_event_cb_t handler_cb,
+                            void *ctx) {
     if (evm == nullptr || conn_out == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }

@@ -43,11 +43,17 @@ char *aaa_util_convert_tty_name(char *device) {
     return name;
 }
 
-int aaa_is_console(const char *device) { return is_kind(device, AAA_LINE_CONSOLE) ? 1 : 0; }
+int aaa_is_console(const char *device) {
+    return is_kind(device, AAA_LINE_CONSOLE) ? 1 : 0;
+}
 
-int aaa_is_aux(const char *device) { return is_kind(device, AAA_LINE_AUX) ? 1 : 0; }
+int aaa_is_aux(const char *device) {
+    return is_kind(device, AAA_LINE_AUX) ? 1 : 0;
+}
 
-int aaa_is_vty(const char *device) { return is_kind(device, AAA_LINE_VTY) ? 1 : 0; }
+int aaa_is_vty(const char *device) {
+    return is_kind(device, AAA_LINE_VTY) ? 1 : 0;
+}
 
 int aaa_is_tty(const char *device) {
     // Two questions, because a line may be renumbered between them.

@@ -56,7 +56,9 @@ void show(const char *text) {
     std::fflush(stdout);
 }
 
-cerrno errno_code() { return static_cast<cerrno>(errno); }
+cerrno errno_code() {
+    return static_cast<cerrno>(errno);
+}
 
 // ---- the controlling terminal ------------------------------------------------
 
@@ -156,7 +158,9 @@ constexpr int kBackspace = 8;
 constexpr int kCtrlV = 22;
 constexpr int kDelete = 127;
 
-cerrno interrupted_or_ok() { return errno == EINTR ? AAA_ERR_TIMEOUT : AAA_OK; }
+cerrno interrupted_or_ok() {
+    return errno == EINTR ? AAA_ERR_TIMEOUT : AAA_OK;
+}
 
 // Drops the rest of a cancelled line, and what was stored of it.
 cerrno cancel(char *buf, uint32_t stored) {
@@ -185,7 +189,8 @@ cerrno read_characters(char *buf, uint32_t len) {
             continue;
         }
         if (stored == len - 1) {
-            break;  // the character that does not fit ends the input and is dropped; the rest of the line is left
+            break;  // the character that does not fit ends the input and is dropped; the rest of the line is
+                    // left
         }
         buf[stored++] = static_cast<char>(c);
     }

@@ -20,11 +20,19 @@ namespace {
 constexpr int kReversible = 7;  // the encrypted form that can be turned back
 
 // Vertical tab and form feed are part of a key, not white space.
-constexpr bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+constexpr bool is_blank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
 
-bool is_digit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
-bool is_hex(char c) { return std::isxdigit(static_cast<unsigned char>(std::toupper(static_cast<unsigned char>(c)))) != 0; }
-bool is_printable(char c) { return std::isprint(static_cast<unsigned char>(c)) != 0; }
+bool is_digit(char c) {
+    return std::isdigit(static_cast<unsigned char>(c)) != 0;
+}
+bool is_hex(char c) {
+    return std::isxdigit(static_cast<unsigned char>(std::toupper(static_cast<unsigned char>(c)))) != 0;
+}
+bool is_printable(char c) {
+    return std::isprint(static_cast<unsigned char>(c)) != 0;
+}
 
 // A decrypted key, wiped and freed at the end of its scope.
 class ClearText {

@@ -13,9 +13,9 @@ namespace aaautil {
 // What the loader's hooks ask for. Any other number aborts.
 enum LifecycleOp : uint32_t {
     kLoad = 0,
-    kUnload = 1,   // wake the worker, join it, close the connections
+    kUnload = 1,  // wake the worker, join it, close the connections
     kNothing = 2,
-    kJoin = 3,     // join without waking, close the connections
+    kJoin = 3,  // join without waking, close the connections
 };
 void lifecycle(uint32_t op) noexcept;
 
