@@ -98,7 +98,7 @@ TEST_P(SysdbCrash, KilledWriterLosesNothingAcknowledged) {
     const DatabaseSandbox sandbox;
     const std::string tree = GetParam();
     const SharedMemory shared;
-    const unsigned kills = repetitions("AAA_SYSDB_KILLS", 150);
+    const unsigned kills = repetitions("AAA_SYSDB_KILLS", 250);
     std::mt19937 random(4711);
     std::uniform_int_distribution<useconds_t> moment(200, 10000);
     std::vector<ForkedProcess> readers;
