@@ -186,9 +186,9 @@ class GroupMapping {
             return check_number_item();
         }
         if (rc != SYSDB_ERR_NOT_FOUND) {
-            // NOLINTNEXTLINE(performance-no-int-to-ptr): the handle is only printed, as an address
-            aaa_debug(AAA_DBG_SERVER_GROUP, "sysdb_connid = %p, item_name = %s",
-                      reinterpret_cast<void *>(conn_), name_path_);
+            // NOLINTNEXTLINE(performance-no-int-to-ptr): only printed, as an address
+            const auto *handle = reinterpret_cast<const void *>(conn_);
+            aaa_debug(AAA_DBG_SERVER_GROUP, "sysdb_connid = %p, item_name = %s", handle, name_path_);
             aaautil::log_sysdb_failure("Cannot get name map from", name_path_, rc);
             return rc;
         }
