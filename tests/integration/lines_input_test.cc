@@ -62,9 +62,20 @@ std::string read_once(uint32_t flags, uint32_t len = 16, uint32_t timeout_s = 0)
     return name_of(rc) + " [" + std::string(buf.c_str()) + "]" + (same ? "" : ", settings differ");
 }
 
+// The prompt is out before the editor has the terminal, and until then
+// Ctrl-C is a signal and Ctrl-D the end of a line.
+void wait_for_editor(const TerminalProcess &child) {
+    while ((child.settings().c_lflag & ICANON) != 0) {
+        sched_yield();
+    }
+}
+
 std::string typed(const std::string &keys, uint32_t flags, uint32_t len = 16, uint32_t timeout_s = 0) {
     TerminalProcess child([=] { return read_once(flags, len, timeout_s); });
     child.expect_shown(kPrompt);
+    if (flags == kEditor && !keys.empty()) {
+        wait_for_editor(child);
+    }
     child.type(keys);
     return child.report();
 }
@@ -109,15 +120,7 @@ TEST(PromptedInput, ALoginAsksForBothInTurn) {
 
 TEST(PromptedInput, ControlCCancels) {
     EXPECT_EQ(typed("sec\x03\r", kHidden), "ok []");
-    // The editor takes the terminal over only after the prompt is out, and
-    // until then the key is a signal.
-    TerminalProcess child([] { return read_once(kEditor); });
-    child.expect_shown(kPrompt);
-    while ((child.settings().c_lflag & ICANON) != 0) {
-        sched_yield();
-    }
-    child.type("ali\x03");
-    EXPECT_EQ(child.report(), "bad client data []");
+    EXPECT_EQ(typed("ali\x03", kEditor), "bad client data []");
 }
 
 TEST(PromptedInput, EraseTakesACharacterBack) {
