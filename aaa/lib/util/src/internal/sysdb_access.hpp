@@ -39,12 +39,9 @@ extern constinit SysdbPresence method_list_presence;   // method lists and their
 
 // A shared handle (aaa_sgmap_sysdb_connid or aaa_cfg_sysdb_connid), 0 = none.
 // The exported objects are plain words, so that callers written in C can read
-// them; every access of the library goes through these.
+// them; the library reads them through this and writes them atomically.
 [[nodiscard]] inline uint64_t shared_handle(const uint64_t &handle) noexcept {
     return __atomic_load_n(&handle, __ATOMIC_ACQUIRE);
-}
-inline void clear_shared_handle(uint64_t &handle) noexcept {
-    __atomic_store_n(&handle, uint64_t{0}, __ATOMIC_RELEASE);
 }
 
 // Binds a shared handle that is 0; a handle that is already there is kept.
