@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// From the command line to the exit status.
+
+#include <cstdio>
+#include <map>
+
+#include "commands.hpp"
+#include "version.hpp"
+
+namespace aaactl {
+namespace {
+
+void add_global_options(Program &program) {
+    CLI::App &app = program.app;
+    app.require_subcommand(1);
+    app.fallthrough(); // global options may follow a command's name
+    app.set_version_flag("--version", std::string("aaactl ") + kVersion);
+    app.set_help_all_flag("--help-all", "Print the help of every command and exit");
+    app.add_flag("--json", program.options.json, "Print one JSON document instead of text");
+    app.add_flag("--show-secrets", program.options.show_secrets, "Print passwords and keys instead of ********");
+    const std::map<std::string, Colour> choices{
+        {"auto", Colour::automatic}, {"always", Colour::always}, {"never", Colour::never}};
+    app.add_option("--color,--colour", program.options.colour, "Colours: auto (on a terminal), always or never")
+        ->transform(CLI::CheckedTransformer(choices))
+        ->type_name("WHEN");
+    app.footer("Exit status: 0 yes or done, 1 no (denied, differences, findings), 2 usage, 3 malformed input,\n"
+               "4 not found, 5 database, key file or server unavailable, 6 any other failure.");
+}
+
+void add_commands(Program &program) {
+    add_completion(program);
+}
+
+// CLI11 prints help, version or what is wrong with the command line.
+int usage(const Program &program, const CLI::ParseError &error) {
+    return program.app.exit(error) == 0 ? static_cast<int>(ExitCode::ok) : static_cast<int>(ExitCode::usage);
+}
+
+} // namespace
+
+int run(int argc, const char *const *argv) {
+    Program program;
+    add_global_options(program);
+    add_commands(program);
+    try {
+        program.app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return usage(program, error);
+    }
+    Output out(program.options);
+    ExitCode code = ExitCode::failed;
+    try {
+        code = program.action(out);
+    } catch (const Failure &failure) {
+        out.failure(failure);
+        code = failure.code();
+    } catch (const std::exception &error) {
+        out.failure(Failure(ExitCode::failed, error.what()));
+    }
+    if (std::fflush(stdout) != 0 && code == ExitCode::ok) {
+        std::perror("aaactl: standard output");
+        code = ExitCode::failed;
+    }
+    return static_cast<int>(code);
+}
+
+} // namespace aaactl
