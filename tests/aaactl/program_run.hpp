@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -83,6 +84,8 @@ inline Run aaactl(const std::vector<std::string> &args, const std::string &input
     argv.push_back(nullptr);
     const pid_t pid = fork();
     if (pid == 0) {
+        setenv("AAA_SYSDB_PROVIDER", AAACTL_PROVIDER, 0); // a test may have set its own
+        setenv("AAA_LOG", "none", 0);
         dup2(in[0], 0);
         dup2(out[1], 1);
         dup2(err[1], 2);

@@ -37,6 +37,7 @@ struct Program {
 };
 
 // In the order in which --help lists them.
+void add_sysdb(Program &program);
 void add_completion(Program &program);
 
 // Understands and runs one command line; the process's exit status.

@@ -29,6 +29,7 @@ void add_global_options(Program &program) {
 }
 
 void add_commands(Program &program) {
+    add_sysdb(program);
     add_completion(program);
 }
 

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "secret_input.hpp"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <termios.h>
+#include <unistd.h>
+
+#include "output.hpp"
+
+namespace aaactl {
+namespace {
+
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
+
+volatile sig_atomic_t g_signal = 0;
+
+void note_signal(int number) {
+    g_signal = number;
+}
+
+// The terminal without echo, until it goes out of scope. Signals that would end the program meanwhile are raised
+// again after that, so that no terminal is left mute.
+class Silence {
+  public:
+    explicit Silence(int fd) : fd_(fd) {
+        g_signal = 0;
+        struct sigaction action {};
+        action.sa_handler = note_signal; // without SA_RESTART: the read ends
+        for (size_t i = 0; i < std::size(kSignals); ++i) {
+            sigaction(kSignals[i], &action, &before_[i]);
+        }
+        silenced_ = tcgetattr(fd, &saved_) == 0;
+        if (silenced_) {
+            termios silent = saved_;
+            silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+            silent.c_lflag |= ECHONL;
+            silenced_ = tcsetattr(fd, TCSAFLUSH, &silent) == 0;
+        }
+    }
+    ~Silence() {
+        if (silenced_) {
+            tcsetattr(fd_, TCSAFLUSH, &saved_);
+        }
+        for (size_t i = 0; i < std::size(kSignals); ++i) {
+            sigaction(kSignals[i], &before_[i], nullptr);
+        }
+        if (g_signal != 0) {
+            raise(g_signal);
+        }
+    }
+    Silence(const Silence &) = delete;
+    Silence &operator=(const Silence &) = delete;
+
+    bool silenced() const { return silenced_; }
+
+  private:
+    int fd_;
+    bool silenced_ = false;
+    termios saved_{};
+    struct sigaction before_[std::size(kSignals)] {};
+};
+
+// To the end of the input, or of the line; reserved at once, so that growing leaves no copies behind.
+std::string read_up_to(size_t limit, bool one_line) {
+    std::string text;
+    text.reserve(limit + 2);
+    char c = 0;
+    while (text.size() <= limit + 1) {
+        const ssize_t n = read(STDIN_FILENO, &c, 1);
+        if (n < 0 && errno == EINTR && g_signal == 0) {
+            continue;
+        }
+        if (n <= 0 || (one_line && c == '\n')) {
+            break;
+        }
+        text += c;
+    }
+    return text;
+}
+
+std::string read_typed(const std::string &prompt, size_t limit) {
+    const Silence silence(STDIN_FILENO);
+    if (!silence.silenced()) {
+        throw Failure(ExitCode::failed, std::string("the terminal does not stop its echo: ") + std::strerror(errno));
+    }
+    std::fprintf(stderr, "%s", prompt.c_str());
+    std::fflush(stderr);
+    return read_up_to(limit, true);
+}
+
+} // namespace
+
+std::string read_secret(const std::string &prompt, size_t limit) {
+    std::string text = isatty(STDIN_FILENO) == 1 ? read_typed(prompt, limit) : read_up_to(limit, false);
+    if (text.ends_with('\n')) {
+        text.pop_back();
+    }
+    if (text.size() > limit) {
+        wipe(text);
+        throw Failure(ExitCode::bad_input, "standard input: more than " + std::to_string(limit) + " bytes");
+    }
+    if (text.empty()) {
+        throw Failure(ExitCode::usage, "standard input: nothing was given");
+    }
+    return text;
+}
+
+void wipe(std::string &text) {
+    explicit_bzero(text.data(), text.size());
+    text.clear();
+}
+
+} // namespace aaactl
