@@ -52,11 +52,11 @@ extern "C" {
  * (inbound) or id, data (outbound).
  */
 typedef struct aaa_chap_data {
-    uint8_t  id;           /* CHAP identifier */
-    uint8_t *data;         /* inbound: the challenge; outbound: everything behind the id */
-    uint32_t data_len;     /* bytes */
-    uint8_t *response;     /* inbound only */
-    uint32_t response_len; /* bytes; 16 for CHAP, 49 for MS-CHAP */
+    uint8_t  id;           /**< CHAP identifier */
+    uint8_t *data;         /**< inbound: the challenge; outbound: everything behind the id */
+    uint32_t data_len;     /**< bytes */
+    uint8_t *response;     /**< inbound only */
+    uint32_t response_len; /**< bytes; 16 for CHAP, 49 for MS-CHAP */
 } aaa_chap_data_t;
 static_assert(sizeof(aaa_chap_data_t) == 40, "layout of aaa_chap_data_t");
 static_assert(offsetof(aaa_chap_data_t, id) == 0, "layout of aaa_chap_data_t");
@@ -76,23 +76,23 @@ static_assert(offsetof(aaa_chap_data_t, response_len) == 32, "layout of aaa_chap
  * (34 KB): mind small stacks.
  */
 typedef struct aaa_rsa_params {
-    char    *username;       /* 257, filled by the getter only */
-    uint8_t *signature;      /* 56 */
-    uint32_t signature_len;  /* bytes */
-    uint8_t *indata;         /* 57 */
-    uint32_t indata_len;     /* bytes */
-    uint8_t *session_id;     /* 59 */
-    uint32_t session_id_len; /* bytes */
-    uint32_t pubkey_type;    /* 65 */
-    char     trustpoint_names[AAA_RSA_TRUSTPOINTS][AAA_RSA_NAME_LEN];         /* 66 */
-    uint32_t trustpoint_count;                                                /* names used */
-    uint32_t username_fields;                                                 /* 67 */
-    char     openssh_trustpoint_names[AAA_RSA_OPENSSH_TPS][AAA_RSA_NAME_LEN]; /* 80 */
-    uint32_t openssh_trustpoint_count;                                        /* names used */
-    char     openssh_host_trustpoint_name[AAA_RSA_NAME_LEN];                  /* 85 */
-    char     hiba_authorization_role[AAA_RSA_HIBA_ROLE_LEN];                  /* 86 */
-    char     sign_algname[AAA_RSA_NAME_LEN];                                  /* 88 */
-    uint8_t  hiba_authorization_enable;                                       /* 89 */
+    char    *username;       /**< 257, filled by the getter only */
+    uint8_t *signature;      /**< 56 */
+    uint32_t signature_len;  /**< bytes */
+    uint8_t *indata;         /**< 57 */
+    uint32_t indata_len;     /**< bytes */
+    uint8_t *session_id;     /**< 59 */
+    uint32_t session_id_len; /**< bytes */
+    uint32_t pubkey_type;    /**< 65 */
+    char     trustpoint_names[AAA_RSA_TRUSTPOINTS][AAA_RSA_NAME_LEN];         /**< 66 */
+    uint32_t trustpoint_count;                                                /**< names used */
+    uint32_t username_fields;                                                 /**< 67 */
+    char     openssh_trustpoint_names[AAA_RSA_OPENSSH_TPS][AAA_RSA_NAME_LEN]; /**< 80 */
+    uint32_t openssh_trustpoint_count;                                        /**< names used */
+    char     openssh_host_trustpoint_name[AAA_RSA_NAME_LEN];                  /**< 85 */
+    char     hiba_authorization_role[AAA_RSA_HIBA_ROLE_LEN];                  /**< 86 */
+    char     sign_algname[AAA_RSA_NAME_LEN];                                  /**< 88 */
+    uint8_t  hiba_authorization_enable;                                       /**< 89 */
 } aaa_rsa_params_t;
 static_assert(sizeof(aaa_rsa_params_t) == 34824, "layout of aaa_rsa_params_t");
 static_assert(offsetof(aaa_rsa_params_t, username) == 0, "layout of aaa_rsa_params_t");

@@ -46,13 +46,13 @@ typedef struct avpair_buffer avpair_buffer_t;
 
 /** A list. */
 typedef struct avlist {
-    uint32_t         reserved0; /* zero on creation; an unpacked list keeps the big-endian flat length here */
-    uint8_t          marker;    /* byte 4: set by no list operation, compared by aaa_avpair_compare_lists */
+    uint32_t         reserved0; /**< zero on creation; an unpacked list keeps the big-endian flat length here */
+    uint8_t          marker;    /**< byte 4: set by no list operation, compared by aaa_avpair_compare_lists */
     uint8_t          reserved5;
-    uint16_t         av_cnt; /* live pairs; raw big-endian bytes after unpacking: test it against zero, never count with it */
+    uint16_t         av_cnt; /**< live pairs; raw big-endian bytes after unpacking: test it against zero, never count with it */
     avpair_buffer_t *avpair_first_buf;
     avpair_buffer_t *avpair_last_buf;
-    char             av_name[31]; /* NUL-terminated, at most 30 characters */
+    char             av_name[31]; /**< NUL-terminated, at most 30 characters */
     uint8_t          pad55;
 } avlist;
 static_assert(sizeof(avlist) == 56, "the record opens every packed list");
@@ -67,10 +67,10 @@ static_assert(offsetof(avlist, pad55) == 55, "layout of avlist");
 
 /** Head of a pair; av_len value bytes follow at offset 16, the next pair 4-aligned after them. */
 typedef struct avpair {
-    avpair_type_t    av_type; /* AAA_ATTR_MAX marks a deleted pair */
+    avpair_type_t    av_type; /**< AAA_ATTR_MAX marks a deleted pair */
     uint32_t         av_tag;
     avpair_val_len_t av_len;
-    avpair_flags_t   av_flags; /* the bits belong to the callers */
+    avpair_flags_t   av_flags; /**< the bits belong to the callers */
 } avpair_t;
 static_assert(sizeof(avpair_t) == 16, "the head opens every pair of a packed list");
 static_assert(offsetof(avpair_t, av_type) == 0, "layout of avpair_t");
@@ -83,8 +83,8 @@ struct avpair_buffer {
     struct {
         avpair_buffer_t *prev;
         avpair_buffer_t *next;
-        unsigned char   *free_mem; /* first unused byte, 4-aligned */
-        uint32_t         buf_size; /* whole block, header included, multiple of 4, at least 512 */
+        unsigned char   *free_mem; /**< first unused byte, 4-aligned */
+        uint32_t         buf_size; /**< whole block, header included, multiple of 4, at least 512 */
         uint32_t         pad28;
     } hdr;
 };
@@ -97,9 +97,9 @@ static_assert(offsetof(avpair_buffer_t, hdr.pad28) == 28, "layout of avpair_buff
 
 /** What a list occupies; see aaa_avpair_get_mem_usage(). */
 typedef struct avpair_mem_stats {
-    uint32_t buf_cnt;   /* buffers */
-    uint32_t total_mem; /* bytes of all buffers, headers included */
-    uint32_t used_mem;  /* bytes of all pairs, deleted ones included: what packing sends after the record */
+    uint32_t buf_cnt;   /**< buffers */
+    uint32_t total_mem; /**< bytes of all buffers, headers included */
+    uint32_t used_mem;  /**< bytes of all pairs, deleted ones included: what packing sends after the record */
 } avpair_mem_stats_t;
 static_assert(sizeof(avpair_mem_stats_t) == 12, "layout of avpair_mem_stats_t");
 static_assert(offsetof(avpair_mem_stats_t, buf_cnt) == 0, "layout of avpair_mem_stats_t");
@@ -112,9 +112,9 @@ static_assert(offsetof(avpair_mem_stats_t, used_mem) == 8, "layout of avpair_mem
  * aaa_avpair_iterator_get_next() answer with a code.
  */
 typedef struct aaa_avpair_iterator {
-    avpair_buffer_t *curr_buf; /* buffer that holds the current pair */
-    avpair_buffer_t *last_buf; /* last buffer of the list when the walk began; the walk ends with it */
-    avpair_t        *curr_avp; /* current pair */
+    avpair_buffer_t *curr_buf; /**< buffer that holds the current pair */
+    avpair_buffer_t *last_buf; /**< last buffer of the list when the walk began; the walk ends with it */
+    avpair_t        *curr_avp; /**< current pair */
 } aaa_avpair_iterator_t;
 static_assert(sizeof(aaa_avpair_iterator_t) == 24, "layout of aaa_avpair_iterator_t");
 static_assert(offsetof(aaa_avpair_iterator_t, curr_buf) == 0, "layout of aaa_avpair_iterator_t");

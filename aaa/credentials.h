@@ -35,26 +35,26 @@ extern "C" {
  * the record itself came from malloc and is freed that way.
  */
 typedef struct aaa_usercred {
-    char            *username;         /* owned; 257 */
-    char            *password;         /* owned; 258 */
-    char            *text3;            /* owned; carried along, goes nowhere */
-    char            *ttyname;          /* owned; 20, at most 31 characters */
-    char            *remote_addr;      /* owned; 37, at most 255 characters; may be filled by the library */
-    uint32_t         ifh;              /* 22 when not 0 */
-    uint32_t         ipaddr;           /* 264 when not 0 */
-    aaa_chap_data_t *chap_data;        /* owned, with its data and response; 256, 1815, 14 or 15 */
-    void            *task_table;       /* owned by a source, borrowed by a copy; aaa_destroy_task_table() */
-    uint32_t         line_category;    /* filled by the platform's aaa_util_check_linetype() */
-    char             line_detail[32];  /* likewise; traced only */
-    char             line_detail2[32]; /* likewise; traced only */
-    uint32_t         authen_method;    /* 39 */
-    avlist          *state_args;       /* pairs for requests other than accounting; not copied, not freed */
-    avlist          *attr_list;        /* owned; further pairs, not added to requests */
-    uint32_t         is_copy;          /* 1 in a record made by aaa_util_copy_usercred() */
-    avlist          *in_attr_list;     /* pairs for service 26; shared by copies, not freed */
-    uint32_t         unique_id;        /* 1072 for service 26 */
-    char            *tty_mnemonic;     /* 61, at most 31 characters; shared by copies, not freed */
-    uint32_t         user_db_flag;     /* 62 */
+    char            *username;         /**< owned; 257 */
+    char            *password;         /**< owned; 258 */
+    char            *text3;            /**< owned; carried along, goes nowhere */
+    char            *ttyname;          /**< owned; 20, at most 31 characters */
+    char            *remote_addr;      /**< owned; 37, at most 255 characters; may be filled by the library */
+    uint32_t         ifh;              /**< 22 when not 0 */
+    uint32_t         ipaddr;           /**< 264 when not 0 */
+    aaa_chap_data_t *chap_data;        /**< owned, with its data and response; 256, 1815, 14 or 15 */
+    void            *task_table;       /**< owned by a source, borrowed by a copy; aaa_destroy_task_table() */
+    uint32_t         line_category;    /**< filled by the platform's aaa_util_check_linetype() */
+    char             line_detail[32];  /**< likewise; traced only */
+    char             line_detail2[32]; /**< likewise; traced only */
+    uint32_t         authen_method;    /**< 39 */
+    avlist          *state_args;       /**< pairs for requests other than accounting; not copied, not freed */
+    avlist          *attr_list;        /**< owned; further pairs, not added to requests */
+    uint32_t         is_copy;          /**< 1 in a record made by aaa_util_copy_usercred() */
+    avlist          *in_attr_list;     /**< pairs for service 26; shared by copies, not freed */
+    uint32_t         unique_id;        /**< 1072 for service 26 */
+    char            *tty_mnemonic;     /**< 61, at most 31 characters; shared by copies, not freed */
+    uint32_t         user_db_flag;     /**< 62 */
 } aaa_usercred_t;
 static_assert(sizeof(aaa_usercred_t) == 192, "layout of aaa_usercred_t");
 static_assert(offsetof(aaa_usercred_t, username) == 0, "layout of aaa_usercred_t");
@@ -84,17 +84,17 @@ static_assert(offsetof(aaa_usercred_t, user_db_flag) == 184, "layout of aaa_user
  * aaa_util_add_svc_attrs_in_avlist().
  */
 typedef struct aaa_svc_attrs {
-    char *cmd;               /* 36; for service 23 an avlist * instead of a text */
-    char *app_sessid;        /* 73; for services 14 to 16 no text: its own 8 bytes are the task map (44) */
-    char *rpc_msgid;         /* 74; for service 30: 73 */
-    char *rpc_name;          /* 75 */
-    char *commit_start_time; /* 70 */
-    char *commit_end_time;   /* 71 */
-    char *xpath1;            /* 76 */
-    char *xpath2;            /* 77 */
-    char *xpath3;            /* 78 */
-    char *xpath4;            /* 79 */
-    char *commit_id;         /* 72 */
+    char *cmd;               /**< 36; for service 23 an avlist * instead of a text */
+    char *app_sessid;        /**< 73; for services 14 to 16 no text: its own 8 bytes are the task map (44) */
+    char *rpc_msgid;         /**< 74; for service 30: 73 */
+    char *rpc_name;          /**< 75 */
+    char *commit_start_time; /**< 70 */
+    char *commit_end_time;   /**< 71 */
+    char *xpath1;            /**< 76 */
+    char *xpath2;            /**< 77 */
+    char *xpath3;            /**< 78 */
+    char *xpath4;            /**< 79 */
+    char *commit_id;         /**< 72 */
 } aaa_svc_attrs_t;
 static_assert(sizeof(aaa_svc_attrs_t) == 88, "layout of aaa_svc_attrs_t");
 static_assert(offsetof(aaa_svc_attrs_t, cmd) == 0, "layout of aaa_svc_attrs_t");
@@ -111,15 +111,15 @@ static_assert(offsetof(aaa_svc_attrs_t, commit_id) == 80, "layout of aaa_svc_att
 
 /** An authentication request that the library keeps. */
 typedef struct aaa_authen_req {
-    avlist *attrs; /* owned, may be null */
+    avlist *attrs; /**< owned, may be null */
 } aaa_authen_req_t;
 static_assert(sizeof(aaa_authen_req_t) == 8, "layout of aaa_authen_req_t");
 static_assert(offsetof(aaa_authen_req_t, attrs) == 0, "layout of aaa_authen_req_t");
 
 /** An authorization request that the library keeps. */
 typedef struct aaa_author_req {
-    void   *field[11]; /* the maker's own; zero in a copy */
-    avlist *attrs;     /* owned, may be null */
+    void   *field[11]; /**< the maker's own; zero in a copy */
+    avlist *attrs;     /**< owned, may be null */
 } aaa_author_req_t;
 static_assert(sizeof(aaa_author_req_t) == 96, "layout of aaa_author_req_t");
 static_assert(offsetof(aaa_author_req_t, field) == 0, "layout of aaa_author_req_t");

@@ -70,11 +70,11 @@ extern "C" {
 
 /** Request header record, caller-owned. */
 typedef struct aaa_req_hdr {
-    uint8_t  transport0[20]; /* never written */
-    uint32_t type;           /* offset 20, host order */
-    uint8_t  transport24[8]; /* never written */
-    uint32_t param;          /* offset 32, network order once composed (host order in the server-side disconnect) */
-    uint32_t fixed36;        /* fourth word of the 40-byte element, not written */
+    uint8_t  transport0[20]; /**< never written */
+    uint32_t type;           /**< offset 20, host order */
+    uint8_t  transport24[8]; /**< never written */
+    uint32_t param;          /**< offset 32, network order once composed (host order in the server-side disconnect) */
+    uint32_t fixed36;        /**< fourth word of the 40-byte element, not written */
 } aaa_req_hdr_t;
 static_assert(sizeof(aaa_req_hdr_t) == 40, "layout of aaa_req_hdr_t");
 static_assert(offsetof(aaa_req_hdr_t, transport0) == 0, "layout of aaa_req_hdr_t");
@@ -85,14 +85,14 @@ static_assert(offsetof(aaa_req_hdr_t, fixed36) == 36, "layout of aaa_req_hdr_t")
 
 /** Connect message, one 72-byte element. */
 typedef struct aaa_conn_msg {
-    uint8_t  transport0[20]; /* never written */
-    uint32_t type;           /* 0 */
-    uint8_t  transport24[8]; /* never written */
-    uint32_t version;        /* 2, network order */
-    uint32_t zero36;         /* 0, network order */
-    uint32_t value[6];       /* network order */
-    uint32_t str1_len;       /* network order, without terminator */
-    uint32_t unwritten;      /* not written */
+    uint8_t  transport0[20]; /**< never written */
+    uint32_t type;           /**< 0 */
+    uint8_t  transport24[8]; /**< never written */
+    uint32_t version;        /**< 2, network order */
+    uint32_t zero36;         /**< 0, network order */
+    uint32_t value[6];       /**< network order */
+    uint32_t str1_len;       /**< network order, without terminator */
+    uint32_t unwritten;      /**< not written */
 } aaa_conn_msg_t;
 static_assert(sizeof(aaa_conn_msg_t) == 72, "layout of aaa_conn_msg_t");
 static_assert(offsetof(aaa_conn_msg_t, transport0) == 0, "layout of aaa_conn_msg_t");
@@ -106,10 +106,10 @@ static_assert(offsetof(aaa_conn_msg_t, unwritten) == 68, "layout of aaa_conn_msg
 
 /** Reply header record, caller-owned. */
 typedef struct aaa_reply_hdr {
-    uint8_t  transport0[20]; /* never written */
-    uint32_t status;         /* offset 20 */
-    uint32_t second;         /* offset 24 */
-    uint32_t tail28;         /* only in the connect reply's 32-byte element, not written */
+    uint8_t  transport0[20]; /**< never written */
+    uint32_t status;         /**< offset 20 */
+    uint32_t second;         /**< offset 24 */
+    uint32_t tail28;         /**< only in the connect reply's 32-byte element, not written */
 } aaa_reply_hdr_t;
 static_assert(sizeof(aaa_reply_hdr_t) == 32, "layout of aaa_reply_hdr_t");
 static_assert(offsetof(aaa_reply_hdr_t, transport0) == 0, "layout of aaa_reply_hdr_t");
@@ -119,7 +119,7 @@ static_assert(offsetof(aaa_reply_hdr_t, tail28) == 28, "layout of aaa_reply_hdr_
 
 /** RADIUS server of a configuration message. */
 typedef struct aaa_rad_server {
-    aaa_ip_addr_t address; /* 20 bytes; their encoding is the caller's */
+    aaa_ip_addr_t address; /**< 20 bytes; their encoding is the caller's */
     uint32_t      auth_port;
     uint32_t      acct_port;
     char         *secret;

@@ -204,10 +204,17 @@ AAA_API cerrno aaa_util_get_next_ord_index(const char *sg_name, uint32_t protoco
  * Chooses or checks the index of a server as aaa_util_get_next_ord_index() does, with the entry
  * names of TACACS servers whatever the protocol.
  *
- * Parameters not named here, ownership and codes are those of aaa_util_get_next_ord_index().
+ * Ownership and codes are those of aaa_util_get_next_ord_index().
  *
- * @param[in] port    port of the server
- * @param[in] ignored not looked at
+ * @param[in]  sg_name    as there, like all others but the two that follow
+ * @param[in]  protocol   as there
+ * @param[in]  requested  as there
+ * @param[out] index_out  as there
+ * @param[in]  host       as there
+ * @param[in]  port       port of the server
+ * @param[in]  ignored    not looked at
+ * @param[in]  is_dir     as there
+ * @param[in]  is_private as there
  */
 AAA_API cerrno aaa_util_get_next_tacacs_ord_index(const char *sg_name, uint32_t protocol, uint32_t requested,
                                                   uint32_t *index_out, const char *host, uint32_t port,

@@ -40,21 +40,21 @@ extern "C" {
 
 /** Header of every packet. */
 typedef struct aaa_sess_hdr {
-    uint32_t marker;       /* 16 */
-    uint32_t key;          /* 0 for requests, the context's key for responses */
-    uint32_t type;         /* message type */
-    uint32_t option;       /* 0 */
-    uint32_t reserved16;   /* 0 */
-    uint32_t conn_id;      /* 0, then aaa_session_mngr_set_connection_id */
-    uint32_t pid;          /* getpid() */
-    uint32_t reserved28;   /* 0 */
-    uint32_t tid;          /* qm_gettid() */
-    uint16_t magic;        /* 0x414E */
-    uint8_t  reserved38[14]; /* 0 */
-    uint32_t version;      /* 2 */
-    uint32_t reserved56;   /* 0 */
-    uint32_t unwritten60;  /* left as it is in requests, 0 in responses */
-    uint64_t list;         /* address of the avlist, or 0 */
+    uint32_t marker;       /**< 16 */
+    uint32_t key;          /**< 0 for requests, the context's key for responses */
+    uint32_t type;         /**< message type */
+    uint32_t option;       /**< 0 */
+    uint32_t reserved16;   /**< 0 */
+    uint32_t conn_id;      /**< 0, then aaa_session_mngr_set_connection_id */
+    uint32_t pid;          /**< getpid() */
+    uint32_t reserved28;   /**< 0 */
+    uint32_t tid;          /**< qm_gettid() */
+    uint16_t magic;        /**< 0x414E */
+    uint8_t  reserved38[14]; /**< 0 */
+    uint32_t version;      /**< 2 */
+    uint32_t reserved56;   /**< 0 */
+    uint32_t unwritten60;  /**< left as it is in requests, 0 in responses */
+    uint64_t list;         /**< address of the avlist, or 0 */
 } aaa_sess_hdr_t;
 static_assert(sizeof(aaa_sess_hdr_t) == 72, "layout of aaa_sess_hdr_t");
 static_assert(offsetof(aaa_sess_hdr_t, marker) == 0, "layout of aaa_sess_hdr_t");
@@ -75,10 +75,10 @@ static_assert(offsetof(aaa_sess_hdr_t, list) == 64, "layout of aaa_sess_hdr_t");
 
 /** Data of types 11 (task map) and 16 (user group), at packet offset 72. */
 typedef struct aaa_sess_type_data {
-    uint32_t unused0;    /* not the data's: a response has its error here */
-    uint32_t length;     /* bytes that count, at most 255 */
-    uint8_t  bytes[255]; /* a text without its terminator */
-    uint8_t  pad263;     /* never written */
+    uint32_t unused0;    /**< not the data's: a response has its error here */
+    uint32_t length;     /**< bytes that count, at most 255 */
+    uint8_t  bytes[255]; /**< a text without its terminator */
+    uint8_t  pad263;     /**< never written */
 } aaa_sess_type_data_t;
 static_assert(sizeof(aaa_sess_type_data_t) == 264, "layout of aaa_sess_type_data_t");
 static_assert(offsetof(aaa_sess_type_data_t, unused0) == 0, "layout of aaa_sess_type_data_t");
@@ -90,10 +90,10 @@ static_assert(offsetof(aaa_sess_type_data_t, pad263) == 263, "layout of aaa_sess
 typedef struct aaa_sess_request {
     aaa_sess_hdr_t hdr;
     union {
-        uint8_t              zero36[36]; /* type 0 */
-        uint32_t             word;       /* type 1: 0; 3-7 and 13-23: value_b; 8-12 and 24-26: value_a */
-        uint64_t             quad;       /* type 2: 0 */
-        aaa_sess_type_data_t type_data;  /* types 11 and 16 */
+        uint8_t              zero36[36]; /**< type 0 */
+        uint32_t             word;       /**< type 1: 0; 3-7 and 13-23: value_b; 8-12 and 24-26: value_a */
+        uint64_t             quad;       /**< type 2: 0 */
+        aaa_sess_type_data_t type_data;  /**< types 11 and 16 */
     } u;
 } aaa_sess_request_t;
 static_assert(sizeof(aaa_sess_request_t) == 336, "layout of aaa_sess_request_t");
@@ -104,7 +104,7 @@ static_assert(offsetof(aaa_sess_request_t, u) == 72, "layout of aaa_sess_request
 typedef struct aaa_sess_response {
     aaa_sess_hdr_t hdr;
     union {
-        uint32_t             word[4]; /* offsets 72, 76, 80, 84 */
+        uint32_t             word[4]; /**< offsets 72, 76, 80, 84 */
         aaa_sess_type_data_t type_data;
     } u;
 } aaa_sess_response_t;
@@ -112,14 +112,14 @@ static_assert(sizeof(aaa_sess_response_t) == 336, "layout of aaa_sess_response_t
 static_assert(offsetof(aaa_sess_response_t, hdr) == 0, "layout of aaa_sess_response_t");
 static_assert(offsetof(aaa_sess_response_t, u) == 72, "layout of aaa_sess_response_t");
 
-#define AAA_SESS_RSP_SIZE_STATUS 88  /* types 0, 3 to 8, 14 and 15 */
-#define AAA_SESS_RSP_SIZE_DATA   336 /* types 11 and 16 */
-#define AAA_SESS_RSP_SIZE_OTHER  80  /* every other type up to 26 */
+#define AAA_SESS_RSP_SIZE_STATUS 88  /**< types 0, 3 to 8, 14 and 15 */
+#define AAA_SESS_RSP_SIZE_DATA   336 /**< types 11 and 16 */
+#define AAA_SESS_RSP_SIZE_OTHER  80  /**< every other type up to 26 */
 
 /** The request that a response answers. */
 typedef struct aaa_sess_ctx {
-    uint32_t type; /* message type of the request */
-    uint32_t key;  /* goes into the response's header */
+    uint32_t type; /**< message type of the request */
+    uint32_t key;  /**< goes into the response's header */
 } aaa_sess_ctx_t;
 static_assert(sizeof(aaa_sess_ctx_t) == 8, "layout of aaa_sess_ctx_t");
 static_assert(offsetof(aaa_sess_ctx_t, type) == 0, "layout of aaa_sess_ctx_t");

@@ -38,14 +38,14 @@
 extern "C" {
 #endif
 
-typedef uint64_t sysdb_conn_t; /* connection handle, 0 = none */
+typedef uint64_t sysdb_conn_t; /**< connection handle, 0 = none */
 typedef void    *sysdb_list_t;
 
 /* Data types. Any other number is stored and compared as it is, its value is not looked into. */
-#define SYSDB_TYPE_ANY       0u          /* only as an expected type: whatever is there */
-#define SYSDB_TYPE_U32       1u          /* four bytes, host order */
-#define SYSDB_TYPE_STRING    3u          /* text, its NUL is part of the length */
-#define SYSDB_TYPE_TUPLE     5u          /* what sysdb_tuple_pack() makes */
+#define SYSDB_TYPE_ANY       0u          /**< only as an expected type: whatever is there */
+#define SYSDB_TYPE_U32       1u          /**< four bytes, host order */
+#define SYSDB_TYPE_STRING    3u          /**< text, its NUL is part of the length */
+#define SYSDB_TYPE_TUPLE     5u          /**< what sysdb_tuple_pack() makes */
 #define SYSDB_TYPE_DIRECTORY 0xFFFFFFFDu
 
 /* Bind flags. A shared connection and a private one behave alike; the flag tells readers of the code which
@@ -53,25 +53,25 @@ typedef void    *sysdb_list_t;
 #define SYSDB_BIND_PRIVATE 0u
 #define SYSDB_BIND_SHARED  2u
 
-#define SYSDB_NAME_SIZE 50u /* bytes of a name in a tuple, NUL included */
+#define SYSDB_NAME_SIZE 50u /**< bytes of a name in a tuple, NUL included */
 
 /* Codes of the system database besides those of aaa/result_codes.h. */
-#define SYSDB_ERR_INVALID_ARG     0x80819000u /* null pointer, unknown flag */
-#define SYSDB_ERR_BAD_HANDLE      0x80819800u /* connection or notification is not, or no longer, valid */
-#define SYSDB_ERR_BAD_PATH        0x8081a400u /* empty component, control character, unknown tree, wrong end */
-#define SYSDB_ERR_PATH_TOO_LONG   0x80819600u /* the absolute path does not fit the provider's keys */
-#define SYSDB_ERR_TYPE_MISMATCH   0x80819400u /* the item is of another type than expected */
-#define SYSDB_ERR_BAD_VALUE       0x8081a600u /* the value does not have the form that its type asks for */
+#define SYSDB_ERR_INVALID_ARG     0x80819000u /**< null pointer, unknown flag */
+#define SYSDB_ERR_BAD_HANDLE      0x80819800u /**< connection or notification is not, or no longer, valid */
+#define SYSDB_ERR_BAD_PATH        0x8081a400u /**< empty component, control character, unknown tree, wrong end */
+#define SYSDB_ERR_PATH_TOO_LONG   0x80819600u /**< the absolute path does not fit the provider's keys */
+#define SYSDB_ERR_TYPE_MISMATCH   0x80819400u /**< the item is of another type than expected */
+#define SYSDB_ERR_BAD_VALUE       0x8081a600u /**< the value does not have the form that its type asks for */
 #define SYSDB_ERR_VALUE_TOO_LARGE 0x8081aa00u
-#define SYSDB_ERR_FULL            0x80819a00u /* no room left in the database */
-#define SYSDB_ERR_CORRUPT         0x8081a200u /* damaged file, or a file of something else */
-#define SYSDB_ERR_ACCESS          0x80819e00u /* no permission for the files */
-#define SYSDB_ERR_READ_ONLY       0x8081a000u /* this process may read but not write */
-#define SYSDB_ERR_STORAGE         0x80819c00u /* directory missing and not to be made, disk full, I/O error */
-#define SYSDB_ERR_BUSY            0x8081a800u /* all reader places are taken */
+#define SYSDB_ERR_FULL            0x80819a00u /**< no room left in the database */
+#define SYSDB_ERR_CORRUPT         0x8081a200u /**< damaged file, or a file of something else */
+#define SYSDB_ERR_ACCESS          0x80819e00u /**< no permission for the files */
+#define SYSDB_ERR_READ_ONLY       0x8081a000u /**< this process may read but not write */
+#define SYSDB_ERR_STORAGE         0x80819c00u /**< directory missing and not to be made, disk full, I/O error */
+#define SYSDB_ERR_BUSY            0x8081a800u /**< all reader places are taken */
 #define SYSDB_ERR_NOMEM           0x80819200u
 #define SYSDB_ERR_END_OF_LIST     0x40818a00u
-#define SYSDB_ERR_CONNECTION_LOST 0x8081ac00u /* the channel can no longer be used; bind again */
+#define SYSDB_ERR_CONNECTION_LOST 0x8081ac00u /**< the channel can no longer be used; bind again */
 
 /* ---- connections ---- */
 
@@ -83,7 +83,7 @@ typedef void    *sysdb_list_t;
  * @param flags  SYSDB_BIND_PRIVATE or SYSDB_BIND_SHARED
  *
  * Ownership: Caller frees the handle, with _sysdb_unbind().
- * Returns
+ * @return
  * - 0
  * - SYSDB_ERR_LIB_ABSENT: no provider, or the library that calls is being unloaded
  * - SYSDB_ERR_INVALID_ARG, SYSDB_ERR_BAD_PATH, SYSDB_ERR_PATH_TOO_LONG
@@ -96,7 +96,7 @@ PLATFORM_API cerrno _sysdb_bind(sysdb_conn_t *conn, const char *path, uint32_t f
  * Releases a connection with everything registered on it, and closes its
  * channel. Waits for a callback of the connection that runs on another thread.
  *
- * Returns
+ * @return
  * - 0: also for handle 0, which is nobody's
  * - SYSDB_ERR_BAD_HANDLE
  */
@@ -107,9 +107,10 @@ PLATFORM_API cerrno _sysdb_unbind(sysdb_conn_t conn);
  * sysdb_dispatch() has something to do. It is not to be read or closed, and
  * lives as long as the connection.
  *
+ * @param conn  the connection
  * @param coid  out, untouched on failure
  *
- * Returns 0, SYSDB_ERR_BAD_HANDLE, SYSDB_ERR_INVALID_ARG (null output), SYSDB_ERR_STORAGE (out of descriptors).
+ * @return 0, SYSDB_ERR_BAD_HANDLE, SYSDB_ERR_INVALID_ARG (null output), SYSDB_ERR_STORAGE (out of descriptors).
  */
 PLATFORM_API cerrno sysdb_conn_to_coid(sysdb_conn_t conn, int32_t *coid);
 
@@ -118,13 +119,15 @@ PLATFORM_API cerrno sysdb_conn_to_coid(sysdb_conn_t conn, int32_t *coid);
 /**
  * Reads one item.
  *
+ * @param conn      the connection
+ * @param path      in, relative to the connection's directory
  * @param datatype  in, the expected type or SYSDB_TYPE_ANY; out, the item's type. Null stands for SYSDB_TYPE_ANY
  * @param value     out, may be null when only existence is asked
  * @param length    out, bytes; a string's NUL is counted. May be null
  * @param flags     0
  *
  * Ownership: Caller frees *value with free().
- * Returns
+ * @return
  * - 0
  * - SYSDB_ERR_NOT_FOUND
  * - SYSDB_ERR_TYPE_MISMATCH: another type is there; logged
@@ -140,23 +143,26 @@ PLATFORM_API cerrno sysdb_item_get(sysdb_conn_t conn, const char *path, uint32_t
  * "/cfg/" it survives a loss of power. Setting what is already there, same
  * type and value, changes nothing and notifies nobody.
  *
- * @param value   in, may be null when length is 0
- * @param length  bytes; 4 for a number, NUL included for a string
- * @param flags   0 or 1, without difference
+ * @param conn      the connection
+ * @param path      in, relative to the connection's directory
+ * @param datatype  type of the value
+ * @param value     in, may be null when length is 0
+ * @param length    bytes; 4 for a number, NUL included for a string
+ * @param flags     0 or 1, without difference
  *
  * Ownership: Copied in.
- * Returns 0, SYSDB_ERR_BAD_VALUE, SYSDB_ERR_VALUE_TOO_LARGE, SYSDB_ERR_FULL, SYSDB_ERR_READ_ONLY, or a code of
+ * @return 0, SYSDB_ERR_BAD_VALUE, SYSDB_ERR_VALUE_TOO_LARGE, SYSDB_ERR_FULL, SYSDB_ERR_READ_ONLY, or a code of
  * sysdb_item_get; on failure the item is as it was.
  */
 PLATFORM_API cerrno sysdb_item_set(sysdb_conn_t conn, const char *path, uint32_t datatype, const void *value,
                                    uint32_t length, uint32_t flags);
 
-#define SYSDB_DELETE_TREE 1u /* the path is a directory: delete it with all that is below */
+#define SYSDB_DELETE_TREE 1u /**< the path is a directory: delete it with all that is below */
 
 /**
  * Deletes one item, or with SYSDB_DELETE_TREE a whole directory.
  *
- * Returns 0, SYSDB_ERR_NOT_FOUND when nothing was there, or a code of sysdb_item_set.
+ * @return 0, SYSDB_ERR_NOT_FOUND when nothing was there, or a code of sysdb_item_set.
  */
 PLATFORM_API cerrno sysdb_item_delete(sysdb_conn_t conn, const char *path, uint32_t flags);
 
@@ -165,6 +171,7 @@ PLATFORM_API cerrno sysdb_item_delete(sysdb_conn_t conn, const char *path, uint3
 /**
  * Lists the entries directly under a directory, as one consistent state.
  *
+ * @param conn     the connection
  * @param path     in, relative; "" is the directory of the bind point
  * @param pattern  in, "" for all, or a name pattern with '*' and '?'. Null stands for ""
  * @param count    out, entries; may be null
@@ -172,7 +179,7 @@ PLATFORM_API cerrno sysdb_item_delete(sysdb_conn_t conn, const char *path, uint3
  * @param flags    0
  *
  * Ownership: Caller frees the list with sysdb_list_free().
- * Returns
+ * @return
  * - 0: also with no entries, for a directory that exists, and always for the bind point itself
  * - SYSDB_ERR_NOT_FOUND: no such directory
  * - or a code of sysdb_item_get
@@ -186,12 +193,13 @@ PLATFORM_API cerrno sysdb_list_start(sysdb_list_t list);
 /**
  * Takes the next entry of a list.
  *
+ * @param list   the list
  * @param name   out, relative to the listed directory; a directory's name ends in '/'. Null past the end
  * @param type   out, the item's type, or SYSDB_TYPE_DIRECTORY; may be null
  * @param flags  0
  *
  * Ownership: Borrowed, the name is valid until sysdb_list_free().
- * Returns 0, SYSDB_ERR_END_OF_LIST, SYSDB_ERR_INVALID_ARG.
+ * @return 0, SYSDB_ERR_END_OF_LIST, SYSDB_ERR_INVALID_ARG.
  */
 PLATFORM_API cerrno sysdb_list_next(sysdb_list_t list, char **name, uint32_t *type, uint32_t flags);
 
@@ -201,9 +209,15 @@ PLATFORM_API void sysdb_list_free(sysdb_list_t list);
 /**
  * Asks whether a directory exists, and lists it.
  *
- * @param depth  0 or 1: one level
+ * @param conn     as for sysdb_list()
+ * @param path     as for sysdb_list()
+ * @param pattern  as for sysdb_list()
+ * @param count    out, entries; may be null
+ * @param list     out, may be null; untouched on failure
+ * @param flags    0
+ * @param depth    0 or 1: one level
  *
- * Other parameters, ownership and results as for sysdb_list(); count and list may be null.
+ * Ownership and results as for sysdb_list().
  */
 PLATFORM_API cerrno sysdb_find(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count,
                                sysdb_list_t *list, uint32_t flags, uint32_t depth);
@@ -211,38 +225,40 @@ PLATFORM_API cerrno sysdb_find(sysdb_conn_t conn, const char *path, const char *
 /**
  * Tells the last entry of a directory in listing order.
  *
+ * @param conn   the connection
+ * @param path   in, relative to the connection's directory
  * @param name   out, as in sysdb_list_next()
  * @param type   out, may be null
  * @param flags  0
  *
  * Ownership: Caller frees *name with free().
- * Returns 0, SYSDB_ERR_NOT_FOUND for a directory that is empty or not there, or a code of sysdb_item_get.
+ * @return 0, SYSDB_ERR_NOT_FOUND for a directory that is empty or not there, or a code of sysdb_item_get.
  */
 PLATFORM_API cerrno sysdb_directory_get_last(sysdb_conn_t conn, const char *path, char **name, uint32_t *type,
                                              uint32_t flags);
 
 /* ---- notifications ---- */
 
-#define SYSDB_EVENT_SET    2u /* bit: the item was written */
-#define SYSDB_EVENT_CREATE 3u /* the item was written and was not there before */
-#define SYSDB_EVENT_DELETE 4u /* bit: the item is gone */
+#define SYSDB_EVENT_SET    2u /**< bit: the item was written */
+#define SYSDB_EVENT_CREATE 3u /**< the item was written and was not there before */
+#define SYSDB_EVENT_DELETE 4u /**< bit: the item is gone */
 
-#define SYSDB_NOTIFY_CHANGES 1u /* registration mode: changes from now on */
-#define SYSDB_NOTIFY_INITIAL 2u /* added to it: one call with the present state first */
+#define SYSDB_NOTIFY_CHANGES 1u /**< registration mode: changes from now on */
+#define SYSDB_NOTIFY_INITIAL 2u /**< added to it: one call with the present state first */
 
 /**
  * What a notification callback receives. Valid during the call only. The
  * first eight bytes are those of a configuration event record.
  */
 typedef struct sysdb_notification {
-    uint32_t    operation; /* SYSDB_EVENT_SET, SYSDB_EVENT_CREATE or SYSDB_EVENT_DELETE */
-    uint8_t     pass_flags; /* 0 */
+    uint32_t    operation; /**< SYSDB_EVENT_SET, SYSDB_EVENT_CREATE or SYSDB_EVENT_DELETE */
+    uint8_t     pass_flags; /**< 0 */
     uint8_t     reserved[3];
-    uint64_t    revision; /* of the tree, when the value was read; grows with every change */
-    const char *path;     /* relative to the connection's bind point */
-    const void *value;    /* null when deleted */
-    uint32_t    length;   /* bytes */
-    uint32_t    datatype; /* SYSDB_TYPE_DIRECTORY, see below, otherwise the item's type */
+    uint64_t    revision; /**< of the tree, when the value was read; grows with every change */
+    const char *path;     /**< relative to the connection's bind point */
+    const void *value;    /**< null when deleted */
+    uint32_t    length;   /**< bytes */
+    uint32_t    datatype; /**< SYSDB_TYPE_DIRECTORY, see below, otherwise the item's type */
 } sysdb_notification_t;
 
 /**
@@ -257,17 +273,22 @@ typedef struct sysdb_notification {
  * changes than the provider remembers, it gets one call with the directory's
  * own path and the type SYSDB_TYPE_DIRECTORY: read everything again.
  *
+ * @param conn          the connection
  * @param path          in, relative to the connection; ends in '/' for a directory, "" for the bind point
  * @param events        SYSDB_EVENT_SET, SYSDB_EVENT_DELETE or both (6)
  * @param mode          SYSDB_NOTIFY_CHANGES, optionally with SYSDB_NOTIFY_INITIAL
  * @param callback      called as (notification, callback_arg, user_ctx); its result is not used
+ * @param callback_arg  handed to callback; may be null
+ * @param zero7         0
+ * @param user_ctx      handed to callback; may be null
+ * @param zero9         0
  * @param notification  out, handle for sysdb_notification_unregister(); untouched on failure
  *
  * The callback is called when the connection's channel is dispatched: by the
  * event manager, when the channel id was returned from the up callback of a
  * connection of type EVENT_CONN_TYPE_SYSDB; otherwise by sysdb_dispatch().
  *
- * Returns 0, SYSDB_ERR_INVALID_ARG, SYSDB_ERR_BAD_HANDLE, SYSDB_ERR_BAD_PATH, SYSDB_ERR_PATH_TOO_LONG, or a code of
+ * @return 0, SYSDB_ERR_INVALID_ARG, SYSDB_ERR_BAD_HANDLE, SYSDB_ERR_BAD_PATH, SYSDB_ERR_PATH_TOO_LONG, or a code of
  * _sysdb_bind (the watch is kept in the run directory, which this process must be able to write).
  */
 PLATFORM_API cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *path, uint32_t events, uint32_t mode,
@@ -278,7 +299,7 @@ PLATFORM_API cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *
  * Removes a notification. After it has returned the callback is not running
  * and will not be called again; it waits for one that runs on another thread.
  *
- * Returns
+ * @return
  * - 0: also for notification 0, which is nobody's: a record whose registration failed is released in the same
  *   way as one that succeeded
  * - SYSDB_ERR_BAD_HANDLE: unknown connection or notification
@@ -297,7 +318,7 @@ PLATFORM_API cerrno sysdb_notification_unregister(sysdb_conn_t conn, uint64_t no
  *
  * To call it when nothing is readable does no harm.
  *
- * Returns 0, SYSDB_ERR_BAD_HANDLE, SYSDB_ERR_CONNECTION_LOST, or a code of sysdb_item_get when the database cannot
+ * @return 0, SYSDB_ERR_BAD_HANDLE, SYSDB_ERR_CONNECTION_LOST, or a code of sysdb_item_get when the database cannot
  * be read; the changes are then reported by a later call.
  */
 PLATFORM_API cerrno sysdb_dispatch(sysdb_conn_t conn);
@@ -310,7 +331,7 @@ PLATFORM_API cerrno sysdb_dispatch(sysdb_conn_t conn);
  * the format.
  *
  * Ownership: Caller frees *tuple with free().
- * Returns 0, SYSDB_ERR_INVALID_ARG (format), SYSDB_ERR_BAD_VALUE (name too long), SYSDB_ERR_NOMEM.
+ * @return 0, SYSDB_ERR_INVALID_ARG (format), SYSDB_ERR_BAD_VALUE (name too long), SYSDB_ERR_NOMEM.
  */
 PLATFORM_API cerrno sysdb_tuple_pack(void **tuple, uint32_t *length, const char *format, ...);
 
@@ -333,7 +354,7 @@ PLATFORM_API char *sysdb_tuple_format(const void *tuple, uint32_t length);
  * for accounting carries three integers in front of what all lists have, and
  * is read with either format.
  *
- * Returns 0; otherwise -1 with errno EINVAL (null, unknown conversion), EBADMSG (not a tuple, or truncated),
+ * @return 0; otherwise -1 with errno EINVAL (null, unknown conversion), EBADMSG (not a tuple, or truncated),
  * EPROTO (its fields are not those of the format), and then no output is written.
  */
 PLATFORM_API int tuple_unpack_mask(const void *tuple, const char *format, ...);

@@ -42,16 +42,16 @@ extern "C" {
 
 /** What the platform offers to its provider. Stays valid for ever. */
 typedef struct sysdb_host {
-    uint32_t abi;  /* SYSDB_PROVIDER_ABI */
-    uint32_t size; /* sizeof(sysdb_host_t) of the platform */
+    uint32_t abi;  /**< SYSDB_PROVIDER_ABI */
+    uint32_t size; /**< sizeof(sysdb_host_t) of the platform */
     /** Logs one line; severity as for syslog(3), mnemonic in capitals. Any thread, no line feed in the text. */
     void (*log)(uint32_t severity, const char *mnemonic, const char *text);
 } sysdb_host_t;
 
 typedef struct sysdb_provider {
-    uint32_t    abi;  /* SYSDB_PROVIDER_ABI */
-    uint32_t    size; /* sizeof(sysdb_provider_t) of the provider */
-    const char *name; /* for log lines, e.g. "lmdb" */
+    uint32_t    abi;  /**< SYSDB_PROVIDER_ABI */
+    uint32_t    size; /**< sizeof(sysdb_provider_t) of the provider */
+    const char *name; /**< for log lines, e.g. "lmdb" */
 
     cerrno (*bind)(sysdb_conn_t *conn, const char *path, uint32_t flags);
     cerrno (*unbind)(sysdb_conn_t conn);
