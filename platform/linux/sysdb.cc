@@ -4,7 +4,9 @@
 // have to check, and forwards to the provider that is loaded.
 
 #include "platform/sysdb.h"
+#include "platform/sysdb_changes.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -65,6 +67,40 @@ void hand_out(const Reading &reading, std::uint32_t *datatype, void **value, std
     } else {
         free(reading.value);
     }
+}
+
+cerrno check_change(const sysdb_change_t &change) {
+    if (change.path == nullptr || change.operation < SYSDB_CHANGE_SET || change.operation > SYSDB_CHANGE_EXPECT) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
+    if (change.operation == SYSDB_CHANGE_SET && change.datatype == SYSDB_TYPE_ANY) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
+    const bool has_value = change.operation == SYSDB_CHANGE_SET || change.operation == SYSDB_CHANGE_EXPECT;
+    return !has_value || value_fits(change.datatype, change.value, change.length) ? 0 : SYSDB_ERR_BAD_VALUE;
+}
+
+cerrno check_changes(const sysdb_change_t *changes, std::uint32_t count, std::uint32_t &refused) {
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const cerrno rc = check_change(changes[i]);
+        if (rc != 0) {
+            refused = i;
+            return rc;
+        }
+    }
+    return 0;
+}
+
+cerrno forward_changes(sysdb_conn_t conn, const sysdb_change_t *changes, std::uint32_t count,
+                       std::uint32_t &refused) {
+    const sysdb_provider_t *provider = loaded_sysdb_provider();
+    if (provider == nullptr) {
+        return SYSDB_ERR_LIB_ABSENT;
+    }
+    const bool has_member =
+        provider->size >= offsetof(sysdb_provider_t, apply) + sizeof provider->apply;
+    return has_member && provider->apply != nullptr ? provider->apply(conn, changes, count, &refused)
+                                                    : SYSDB_ERR_NOT_SUPPORTED;
 }
 
 }  // namespace
@@ -146,6 +182,21 @@ cerrno sysdb_item_delete(sysdb_conn_t conn, const char *path, uint32_t flags) {
     }
     const sysdb_provider_t *provider = loaded_sysdb_provider();
     return provider != nullptr ? provider->item_delete(conn, path, flags) : SYSDB_ERR_LIB_ABSENT;
+}
+
+cerrno sysdb_apply(sysdb_conn_t conn, const sysdb_change_t *changes, uint32_t count, uint32_t *failed) {
+    if (changes == nullptr && count != 0) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
+    uint32_t refused = count;
+    cerrno rc = check_changes(changes, count, refused);
+    if (rc == 0) {
+        rc = forward_changes(conn, changes, count, refused);
+    }
+    if (rc != 0 && failed != nullptr) {
+        *failed = refused;
+    }
+    return rc;
 }
 
 cerrno sysdb_list(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count,

@@ -15,6 +15,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -75,8 +76,11 @@ void host_log(std::uint32_t severity, const char *mnemonic, const char *text) {
 
 constexpr sysdb_host_t kHost = {SYSDB_PROVIDER_ABI, sizeof(sysdb_host_t), host_log};
 
+// What every table has; members behind it are looked for where they are used.
+constexpr std::size_t kFirstTableSize = offsetof(sysdb_provider_t, apply);
+
 bool usable(const sysdb_provider_t *table, const char *path) {
-    if (table != nullptr && table->abi == SYSDB_PROVIDER_ABI && table->size >= sizeof(sysdb_provider_t)) {
+    if (table != nullptr && table->abi == SYSDB_PROVIDER_ABI && table->size >= kFirstTableSize) {
         return true;
     }
     log(kLogError, "SYSDB",

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/sysdb_changes.h"
 #include "sysdb_support.hpp"
 
 namespace {
@@ -162,6 +163,59 @@ TEST_P(SysdbCrash, KilledDeletionOfADirectoryLeavesAllOrNothing) {
                 << left.size();
         });
     }
+}
+
+// Changes of one call are seen all or not at all, by those who look meanwhile too.
+TEST_P(SysdbCrash, KilledApplyLeavesAllOrNothing) {
+    const DatabaseSandbox sandbox;
+    const std::string tree = GetParam();
+    const unsigned kills = repetitions("AAA_SYSDB_KILLS", 30);
+    constexpr uint32_t kItems = 200;
+    const SharedMemory shared;
+    std::mt19937 random(1234);
+    std::uniform_int_distribution<useconds_t> moment(200, 8000);
+    std::vector<std::string> paths;
+    for (uint32_t n = 0; n < kItems; ++n) {
+        paths.push_back("dir/" + std::to_string(n));
+    }
+    for (unsigned i = 0; i < kills; ++i) {
+        Pipe ready;
+        ForkedProcess applying([&] {
+            const Bound bound(tree + "crash/");
+            ready.put();
+            for (uint32_t round = shared->acknowledged + 1;; ++round) {
+                std::vector<sysdb_change_t> changes = {{SYSDB_CHANGE_PRUNE, 0, "dir/", nullptr, 0}};
+                for (const std::string &path : paths) {
+                    changes.push_back({SYSDB_CHANGE_SET, SYSDB_TYPE_U32, path.c_str(), &round, sizeof round});
+                }
+                const std::string odd = "dir/odd" + std::to_string(round % 2);  // comes and goes
+                changes.push_back({SYSDB_CHANGE_SET, SYSDB_TYPE_U32, odd.c_str(), &round, sizeof round});
+                if (sysdb_apply(bound.handle(), changes.data(), static_cast<uint32_t>(changes.size()), nullptr) != 0) {
+                    ++shared->faults;
+                    return;
+                }
+                shared->acknowledged = round;
+            }
+        });
+        ASSERT_TRUE(ready.take());
+        usleep(moment(random));
+        applying.kill_now();
+        run_forked([&] {
+            const Bound bound(tree + "crash/");
+            if (shared->acknowledged == 0) {
+                return;
+            }
+            const int64_t round = get_number(bound.handle(), paths[0]);
+            EXPECT_GE(round, int64_t{shared->acknowledged});
+            for (const std::string &path : paths) {
+                ASSERT_EQ(round, get_number(bound.handle(), path)) << path;
+            }
+            EXPECT_EQ(kItems + 1, names_in(bound.handle(), "dir/").size());
+            EXPECT_EQ(round, get_number(bound.handle(), "dir/odd" + std::to_string(round % 2)));
+        });
+    }
+    EXPECT_EQ(0u, shared->faults);
+    EXPECT_GT(shared->acknowledged, 0u);
 }
 
 }  // namespace

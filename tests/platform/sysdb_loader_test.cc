@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/sysdb_changes.h"
 #include "sysdb_support.hpp"
 
 namespace {
@@ -98,6 +99,7 @@ TEST_F(SysdbLoader, EveryCallSaysThatItIsAbsent) {
                                                                      nullptr, 0, &notification));
         EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_notification_unregister(1, 1));
         EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_dispatch(1));
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_apply(1, nullptr, 0, nullptr));
         EXPECT_EQ(-1, coid);
         // Tuples need no database.
         void *tuple = nullptr;
@@ -150,6 +152,19 @@ TEST_F(SysdbLoader, ProvidersThatDoNotFitAreRefused) {
         EXPECT_HAS(log, why);
         EXPECT_HAS(log, place());
     }
+}
+
+TEST_F(SysdbLoader, ProviderWithoutTheMembersAddedLaterIsUsedWithoutThem) {
+    install(SYSDB_FIRST_TABLE);
+    run([] {
+        sysdb_conn_t conn = 0;
+        ASSERT_EQ(0u, _sysdb_bind(&conn, "/cfg/", 0));
+        const uint32_t value = 1;
+        const sysdb_change_t change = {SYSDB_CHANGE_SET, SYSDB_TYPE_U32, "a", &value, sizeof value};
+        uint32_t failed = 7;
+        EXPECT_EQ(SYSDB_ERR_NOT_SUPPORTED, sysdb_apply(conn, &change, 1, &failed));
+        EXPECT_EQ(1u, failed);
+    });
 }
 
 TEST_F(SysdbLoader, ManyThreadsMayAskFirst) {

@@ -3,6 +3,7 @@
  * Providers that do not fit, or fail. Which one is made is chosen at compile time:
  *   OTHER_ABI      a table of another interface version
  *   SHORT_TABLE    a table that lacks members
+ *   FIRST_TABLE    a table without the members that were added later
  *   NO_TABLE       a provider that does not speak this version
  *   NO_ENTRY       an object that is no provider
  *   LOSES          a provider that loses every connection at its first event */
@@ -48,10 +49,23 @@ static cerrno lose_channel(int32_t coid) {
 }
 #endif
 
+#ifdef FIRST_TABLE
+static cerrno bind_number(sysdb_conn_t *conn, const char *path, uint32_t flags) {
+    (void)path;
+    (void)flags;
+    *conn = 1;
+    return 0;
+}
+#endif
+
 static const sysdb_provider_t table = {
 #if defined(OTHER_ABI)
     .abi = SYSDB_PROVIDER_ABI + 1,
     .size = sizeof(sysdb_provider_t),
+#elif defined(FIRST_TABLE)
+    .abi = SYSDB_PROVIDER_ABI,
+    .size = offsetof(sysdb_provider_t, apply),
+    .bind = bind_number,
 #elif defined(LOSES)
     .abi = SYSDB_PROVIDER_ABI,
     .size = sizeof(sysdb_provider_t),

@@ -27,11 +27,13 @@
  * 6. After fork the child must be able to go on with the handles that it
  *    inherited; notifications stay with the parent.
  * 7. New members are added at the end of the table, with a larger size. A
- *    change of meaning is a new SYSDB_PROVIDER_ABI.
+ *    change of meaning is a new SYSDB_PROVIDER_ABI. A provider whose table ends
+ *    before a member of that kind is used without it.
  */
 
 #include <stdint.h>
 #include "platform/sysdb.h"
+#include "platform/sysdb_changes.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -81,6 +83,11 @@ typedef struct sysdb_provider {
     cerrno (*dispatch)(sysdb_conn_t conn);
     /** The same for the connection whose channel id this is; used by the event manager, which knows only the id. */
     cerrno (*dispatch_channel)(int32_t coid);
+
+    /* Members that the first tables did not have; see rule 7. */
+
+    /** Makes several changes as one; failed is never null, and count until a change is refused. */
+    cerrno (*apply)(sysdb_conn_t conn, const sysdb_change_t *changes, uint32_t count, uint32_t *failed);
 } sysdb_provider_t;
 
 /**

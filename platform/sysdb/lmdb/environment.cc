@@ -302,6 +302,9 @@ cerrno Environment::report(int rc) {
                 "database %s is full; delete what is not needed, or set AAA_SYSDB_MAP_MIB to a larger size",
                 file_.c_str());
             return SYSDB_ERR_FULL;
+        case MDB_TXN_FULL:
+            log(kLogError, "database %s: too many changes at once; make them in several parts", file_.c_str());
+            return SYSDB_ERR_FULL;
         case MDB_READERS_FULL:
             log(kLogError, "database %s has no place for another reader (%u); end some of the AAA processes",
                 file_.c_str(), kMaxReaders);

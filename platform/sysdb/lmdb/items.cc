@@ -10,14 +10,9 @@
 namespace sysdb_lmdb {
 namespace {
 
-bool same_item(const MDB_val &stored, std::uint32_t datatype, std::string_view value) {
-    Item item;
-    return parse_item(stored, item) && item.datatype == datatype && item.value == value;
-}
-
-int put_item(const Environment &environment, MDB_txn *txn, const Key &key, std::uint32_t datatype,
+int put_item(const Environment &environment, MDB_txn *txn, std::string_view key, std::uint32_t datatype,
              std::string_view value) {
-    MDB_val name = key.value();
+    MDB_val name = value_of(key);
     MDB_val room = {sizeof datatype + value.size(), nullptr};
     const int rc = mdb_put(txn, environment.items(), &name, &room, MDB_RESERVE);
     if (rc == 0) {
@@ -27,23 +22,6 @@ int put_item(const Environment &environment, MDB_txn *txn, const Key &key, std::
                    value.size());  // memcpy would not take the null of an empty value
     }
     return rc;
-}
-
-int store_in(const Environment &environment, MDB_txn *txn, const Key &key, std::uint32_t datatype,
-             std::string_view value) {
-    MDB_val name = key.value();
-    MDB_val stored;
-    int rc = mdb_get(txn, environment.items(), &name, &stored);
-    if (rc != 0 && rc != MDB_NOTFOUND) {
-        return rc;
-    }
-    const bool existed = rc == 0;
-    if (existed && same_item(stored, datatype, value)) {
-        return kNothingToDo;
-    }
-    rc = put_item(environment, txn, key, datatype, value);
-    const std::uint32_t operation = existed ? SYSDB_EVENT_SET : SYSDB_EVENT_CREATE;
-    return rc == 0 ? append_change(environment, txn, operation, key.view()) : rc;
 }
 
 // Everything whose key begins with the directory's.
@@ -81,6 +59,34 @@ bool parse_item(const MDB_val &stored, Item &item) {
     return true;
 }
 
+bool same_item(const MDB_val &stored, std::uint32_t datatype, std::string_view value) {
+    Item item;
+    return parse_item(stored, item) && item.datatype == datatype && item.value == value;
+}
+
+int store_in(const Environment &environment, MDB_txn *txn, std::string_view key, std::uint32_t datatype,
+             std::string_view value) {
+    MDB_val name = value_of(key);
+    MDB_val stored;
+    int rc = mdb_get(txn, environment.items(), &name, &stored);
+    if (rc != 0 && rc != MDB_NOTFOUND) {
+        return rc;
+    }
+    const bool existed = rc == 0;
+    if (existed && same_item(stored, datatype, value)) {
+        return kNothingToDo;
+    }
+    rc = put_item(environment, txn, key, datatype, value);
+    const std::uint32_t operation = existed ? SYSDB_EVENT_SET : SYSDB_EVENT_CREATE;
+    return rc == 0 ? append_change(environment, txn, operation, key) : rc;
+}
+
+int delete_in(const Environment &environment, MDB_txn *txn, std::string_view key) {
+    MDB_val name = value_of(key);
+    const int rc = mdb_del(txn, environment.items(), &name, nullptr);
+    return rc == 0 ? append_change(environment, txn, SYSDB_EVENT_DELETE, key) : rc;
+}
+
 cerrno find_item(const ReadTxn &txn, std::string_view key, Item &item) {
     MDB_val name = value_of(key);
     MDB_val stored;
@@ -103,7 +109,7 @@ cerrno store_item(const Key &key, std::uint32_t datatype, std::string_view value
     return Database::instance().with(key.tree(), [&](Environment &environment) {
         changed.clear();
         return environment.write(Environment::Growth::kGrows, [&](MDB_txn *txn) {
-            const int rc = store_in(environment, txn, key, datatype, value);
+            const int rc = store_in(environment, txn, key.view(), datatype, value);
             changed.assign(rc == 0 ? 1 : 0, std::string(key.view()));
             return rc;
         });
@@ -113,9 +119,7 @@ cerrno store_item(const Key &key, std::uint32_t datatype, std::string_view value
 cerrno delete_item(const Key &key, ChangedKeys &changed) {
     return Database::instance().with(key.tree(), [&](Environment &environment) {
         return environment.write(Environment::Growth::kShrinks, [&](MDB_txn *txn) {
-            MDB_val name = key.value();
-            int rc = mdb_del(txn, environment.items(), &name, nullptr);
-            rc = rc == 0 ? append_change(environment, txn, SYSDB_EVENT_DELETE, key.view()) : rc;
+            const int rc = delete_in(environment, txn, key.view());
             changed.assign(rc == 0 ? 1 : 0, std::string(key.view()));
             return rc;
         });

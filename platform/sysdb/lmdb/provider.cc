@@ -13,6 +13,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "changes.hpp"
 #include "connections.hpp"
 #include "host.hpp"
 #include "items.hpp"
@@ -170,6 +171,21 @@ cerrno item_delete(sysdb_conn_t conn, const char *path, uint32_t flags) {
     return change(conn, path, names_a_directory(path) ? Kind::kDirectory : Kind::kItem, delete_item);
 }
 
+cerrno apply(sysdb_conn_t conn, const sysdb_change_t *changes, uint32_t count, uint32_t *failed) {
+    return on_connection(conn, [&](const ConnectionPtr &connection) {
+        std::vector<PlannedChange> planned;
+        ChangedKeys changed;
+        cerrno rc = plan_changes(connection->prefix, changes, count, planned, *failed);
+        if (rc == 0) {
+            rc = make_changes(connection->prefix.tree(), planned, changed, *failed);
+        }
+        if (rc == 0) {
+            notify_watchers(changed);
+        }
+        return rc;
+    });
+}
+
 cerrno find(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count, sysdb_list_t *list,
             uint32_t, uint32_t) {
     return on_key(conn, path, Kind::kDirectory, [&](const Key &key) {
@@ -309,6 +325,7 @@ constexpr sysdb_provider_t kTable = {
     notification_unregister,
     dispatch,
     dispatch_channel,
+    apply,
 };
 
 }  // namespace

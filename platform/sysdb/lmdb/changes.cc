@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "changes.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <unordered_set>
+
+#include "change_log.hpp"
+
+namespace sysdb_lmdb {
+namespace {
+
+using KeySet = std::unordered_set<std::string_view>;
+
+// What an expectation that is not met aborts with; no LMDB result and no errno is as large.
+constexpr int kConflict = kNothingToDo + 1;
+
+cerrno append_path(const sysdb_change_t &change, Key &key) {
+    const std::string_view path(change.path);
+    const bool typed = change.operation == SYSDB_CHANGE_SET || change.operation == SYSDB_CHANGE_EXPECT;
+    if (typed && change.datatype == SYSDB_TYPE_DIRECTORY) {
+        return path.ends_with('/') ? key.append_directory(path) : SYSDB_ERR_BAD_PATH;
+    }
+    const bool directory = change.operation == SYSDB_CHANGE_PRUNE ||
+                           (change.operation == SYSDB_CHANGE_DELETE && path.ends_with('/'));
+    return directory ? key.append_directory(path) : key.append_item(path);
+}
+
+bool names_one_to_keep(const PlannedChange &change) {
+    return change.operation == SYSDB_CHANGE_SET ||
+           (change.operation == SYSDB_CHANGE_EXPECT && change.datatype != SYSDB_TYPE_ANY);
+}
+
+KeySet keys_to_keep(const std::vector<PlannedChange> &planned) {
+    KeySet keys;
+    for (const PlannedChange &change : planned) {
+        if (names_one_to_keep(change)) {
+            keys.insert(change.key);
+        }
+    }
+    return keys;
+}
+
+// One transaction's attempt; begins anew when the transaction does.
+class Attempt {
+  public:
+    Attempt(const Environment &environment, MDB_txn *txn, const KeySet &keep, ChangedKeys &changed)
+        : environment_(environment), txn_(txn), keep_(keep), changed_(changed) {}
+
+    int make(const PlannedChange &change) {
+        int rc = 0;
+        switch (change.operation) {
+            case SYSDB_CHANGE_SET:
+                rc = store_in(environment_, txn_, change.key, change.datatype, change.value);
+                break;
+            case SYSDB_CHANGE_DELETE:
+                rc = delete_in(environment_, txn_, change.key);
+                break;
+            case SYSDB_CHANGE_PRUNE:
+                return prune(change.key);
+            default:
+                return expect(change);
+        }
+        if (rc == 0) {
+            changed_.emplace_back(change.key);
+        }
+        return rc == kNothingToDo ? 0 : rc;
+    }
+
+  private:
+    int expect(const PlannedChange &change) {
+        MDB_val name = value_of(change.key);
+        MDB_val stored;
+        const int rc = mdb_get(txn_, environment_.items(), &name, &stored);
+        if (rc != 0 && rc != MDB_NOTFOUND) {
+            return rc;
+        }
+        const bool met = change.datatype == SYSDB_TYPE_ANY
+                             ? rc == MDB_NOTFOUND
+                             : rc == 0 && same_item(stored, change.datatype, change.value);
+        return met ? 0 : kConflict;
+    }
+
+    // The log is written afterwards: its records may move the pages that the cursor is on.
+    int prune(std::string_view directory) {
+        const std::size_t first = changed_.size();
+        int rc = delete_unkept(directory);
+        for (std::size_t i = first; i < changed_.size() && rc == 0; ++i) {
+            rc = append_change(environment_, txn_, SYSDB_EVENT_DELETE, changed_[i]);
+        }
+        return rc;
+    }
+
+    int delete_unkept(std::string_view directory) {
+        Cursor cursor;
+        int rc = cursor.open(txn_, environment_.items());
+        MDB_val key = value_of(directory);
+        MDB_val value;
+        rc = rc == 0 ? cursor.get(key, value, MDB_SET_RANGE) : rc;
+        while (rc == 0 && view_of(key).starts_with(directory)) {
+            if (keep_.contains(view_of(key))) {
+                rc = cursor.get(key, value, MDB_NEXT);
+                continue;
+            }
+            changed_.emplace_back(view_of(key));
+            rc = mdb_cursor_del(cursor.handle(), 0);
+            key = value_of(changed_.back());  // what comes behind it now
+            rc = rc == 0 ? cursor.get(key, value, MDB_SET_RANGE) : rc;
+        }
+        return rc == MDB_NOTFOUND ? 0 : rc;
+    }
+
+    const Environment &environment_;
+    MDB_txn *txn_;
+    const KeySet &keep_;
+    ChangedKeys &changed_;
+};
+
+// Exhausted memory must not leave the transaction open, which is the writer's lock.
+int make_all(const Environment &environment, MDB_txn *txn, const std::vector<PlannedChange> &planned,
+             const KeySet &keep, ChangedKeys &changed, std::uint32_t &failed) try {
+    changed.clear();
+    failed = static_cast<std::uint32_t>(planned.size());
+    Attempt attempt(environment, txn, keep, changed);
+    for (std::size_t i = 0; i < planned.size(); ++i) {
+        const int rc = attempt.make(planned[i]);
+        if (rc != 0) {
+            failed = static_cast<std::uint32_t>(i);
+            return rc;
+        }
+    }
+    return changed.empty() ? kNothingToDo : 0;
+} catch (const std::bad_alloc &) {
+    return ENOMEM;
+}
+
+bool only_shrinks(const std::vector<PlannedChange> &planned) {
+    return std::none_of(planned.begin(), planned.end(),
+                        [](const PlannedChange &change) { return change.operation == SYSDB_CHANGE_SET; });
+}
+
+}  // namespace
+
+cerrno plan_changes(const Key &prefix, const sysdb_change_t *changes, std::uint32_t count,
+                    std::vector<PlannedChange> &planned, std::uint32_t &failed) {
+    planned.reserve(count);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        Key key = prefix;
+        const cerrno path = append_path(changes[i], key);
+        const PlannedChange change{changes[i].operation, changes[i].datatype, std::string(key.view()),
+                                   {static_cast<const char *>(changes[i].value), changes[i].length}};
+        const bool too_large = names_one_to_keep(change) && changes[i].length > kMaxValue;
+        if (path != 0 || too_large) {
+            failed = i;
+            return path != 0 ? path : SYSDB_ERR_VALUE_TOO_LARGE;
+        }
+        planned.push_back(change);
+    }
+    return 0;
+}
+
+cerrno make_changes(Tree tree, const std::vector<PlannedChange> &planned, ChangedKeys &changed,
+                    std::uint32_t &failed) {
+    const KeySet keep = keys_to_keep(planned);
+    const auto growth = only_shrinks(planned) ? Environment::Growth::kShrinks : Environment::Growth::kGrows;
+    return Database::instance().with(tree, [&](Environment &environment) -> cerrno {
+        bool conflict = false;
+        const cerrno rc = environment.write(growth, [&](MDB_txn *txn) {
+            const int made = make_all(environment, txn, planned, keep, changed, failed);
+            conflict = made == kConflict;
+            return conflict ? kNothingToDo : made;
+        });
+        return conflict ? SYSDB_ERR_CONFLICT : rc;
+    });
+}
+
+}  // namespace sysdb_lmdb
