@@ -37,6 +37,9 @@ struct Program {
 };
 
 // In the order in which --help lists them.
+void add_decode(Program &program);
+void add_encode(Program &program);
+void add_attr(Program &program);
 void add_sysdb(Program &program);
 void add_completion(Program &program);
 

@@ -29,6 +29,9 @@ void add_global_options(Program &program) {
 }
 
 void add_commands(Program &program) {
+    add_decode(program);
+    add_encode(program);
+    add_attr(program);
     add_sysdb(program);
     add_completion(program);
 }
