@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the fuzzers share: an input that is read byte by byte, and the check
+// that ends the process with the line that failed.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <span>
+#include <string>
+
+namespace fuzz {
+
+inline void require(bool holds, const char *text, const char *file, int line) {
+    if (!holds) {
+        std::fprintf(stderr, "%s:%d: %s\n", file, line, text);
+        std::abort();
+    }
+}
+
+#define REQUIRE(condition) fuzz::require(condition, #condition, __FILE__, __LINE__)
+
+// Gives zeros when it is used up.
+class Input {
+  public:
+    Input(const uint8_t *data, std::size_t size) : bytes_(data, size) {}
+
+    [[nodiscard]] bool empty() const { return bytes_.empty(); }
+    [[nodiscard]] std::size_t size() const { return bytes_.size(); }
+    uint8_t byte() {
+        if (bytes_.empty()) {
+            return 0;
+        }
+        const uint8_t value = bytes_[0];
+        bytes_ = bytes_.subspan(1);
+        return value;
+    }
+    // Little-endian, up to eight bytes.
+    uint64_t number(unsigned bytes) {
+        uint64_t value = 0;
+        for (unsigned i = 0; i < bytes; ++i) {
+            value |= uint64_t{byte()} << 8 * i;
+        }
+        return value;
+    }
+    uint32_t word() { return static_cast<uint32_t>(number(4)); }
+
+    // Up to so many bytes, fewer at the end.
+    std::string text(std::size_t size) {
+        size = std::min(size, bytes_.size());
+        std::string taken(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(size));
+        bytes_ = bytes_.subspan(size);
+        return taken;
+    }
+    std::string rest() { return text(bytes_.size()); }
+    // The rest as a C string holds it.
+    std::string rest_as_text() { return rest().c_str(); }
+
+  private:
+    std::span<const uint8_t> bytes_;
+};
+
+}  // namespace fuzz
