@@ -90,11 +90,15 @@ typedef struct sysdb_provider {
     cerrno (*apply)(sysdb_conn_t conn, const sysdb_change_t *changes, uint32_t count, uint32_t *failed);
 } sysdb_provider_t;
 
+/** The provider's one export, as the platform finds it. */
+typedef const sysdb_provider_t *(*sysdb_provider_entry_t)(uint32_t abi, const sysdb_host_t *host);
+
 /**
  * The one export of a provider: its table for the interface version the
  * platform speaks, or null when the provider does not speak it.
+ * @param abi  the version that the platform speaks, SYSDB_PROVIDER_ABI
+ * @param host what the platform offers
  */
-typedef const sysdb_provider_t *(*sysdb_provider_entry_t)(uint32_t abi, const sysdb_host_t *host);
 PLATFORM_API const sysdb_provider_t *sysdb_provider_table(uint32_t abi, const sysdb_host_t *host);
 
 #ifdef __cplusplus
