@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Instruction counts of the list rows, for callgrind: one dump per row, named
+// ROW/SIZE or ROW_plain/SIZE. Counted are the iterations only; what happens
+// once (lazy binding, the first growth of the heap) is over by then.
+//
+//     valgrind --tool=callgrind --collect-atstart=no list_count
+//
+// Prints what to divide each dump's sum by.
+
+#include <valgrind/callgrind.h>
+
+#include <cstdio>
+
+#include "list_rows.hpp"
+
+namespace {
+
+using bench::Workload;
+
+constexpr int kWarmUp = 3;
+
+int iterations_for(std::size_t size) {
+    return size <= 100 ? 20 : 4;
+}
+
+template <void (*Step)(Workload &)>
+void count_step(const char *row, std::size_t size, Workload &work) {
+    const int iterations = iterations_for(size);
+    char name[64];
+    std::snprintf(name, sizeof name, "%s/%zu", row, size);
+    for (int i = 0; i < kWarmUp; i++) {
+        Step(work);
+    }
+    CALLGRIND_ZERO_STATS;
+    CALLGRIND_TOGGLE_COLLECT;
+    for (int i = 0; i < iterations; i++) {
+        Step(work);
+    }
+    CALLGRIND_TOGGLE_COLLECT;
+    CALLGRIND_DUMP_STATS_AT(name);
+    std::printf("%s %d\n", name, iterations);
+}
+
+struct Count {
+    std::size_t size;
+    Workload &work;
+
+    template <typename Row>
+    void operator()() const {
+        count_step<Row::library>(Row::kName, size, work);
+        count_step<Row::plain>(Row::kPlainName, size, work);
+    }
+};
+
+}  // namespace
+
+int main() {
+    for (const std::size_t size : bench::kSizes) {
+        Workload work(size);
+        check_rows(work);
+        bench::for_each_row(Count{size, work});
+    }
+    return 0;
+}
