@@ -24,6 +24,7 @@
 
 #include "aaa/avpair.h"
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -66,6 +67,10 @@ struct Head {
     [[nodiscard]] Head swapped() const {
         return {aaautil::net_u32_pair(type_tag), aaautil::net_u32_pair(len_flags)};
     }
+    // Of a head in host order.
+    [[nodiscard]] uint32_t type() const {
+        return static_cast<uint32_t>(std::endian::native == std::endian::little ? type_tag : type_tag >> 32);
+    }
 };
 
 // Bytes of a value and its pad. A length that points past the end of the pairs
@@ -93,15 +98,15 @@ class Pairs {
     using Source = std::conditional_t<kInPlace, unsigned char *, const unsigned char *>;
 
   public:
-    Pairs(Source first, std::size_t n, unsigned char *out) : p_(first), end_(first + n), out_(out) {}
+    Pairs(Source first, std::size_t n, unsigned char *out) : in_(first), out_(out), end_(n) {}
 
     void convert() {
         while (left() >= kPairHead + kBlock) {
             const Pair pair = convert_head();
             if (pair.len <= kBlock) [[likely]] {
                 copy_block();
-                convert_number(pair);
-                step(align_pair(pair.len));
+                select_number(pair);
+                at_ = align_pair(at_ + pair.len);
             } else {
                 convert_value(pair);
             }
@@ -118,55 +123,62 @@ class Pairs {
         uint32_t len;
     };
 
-    [[nodiscard]] std::size_t left() const { return static_cast<std::size_t>(end_ - p_); }
-
-    [[nodiscard]] uint32_t word_at(std::size_t offset) const {
-        const uint32_t word = aaautil::load_u32(p_ + offset);
-        return kInPlace ? word : aaautil::net_u32(word);
-    }
-
-    void step(std::size_t n) {
-        p_ += n;
-        if constexpr (kCopies) {
-            out_ += n;
-        }
-    }
+    [[nodiscard]] std::size_t left() const { return end_ - at_; }
 
     void copy_block() {
         if constexpr (kCopies) {
-            std::memcpy(out_, p_, kBlock);
+            std::memcpy(out_ + at_, in_ + at_, kBlock);
         }
     }
 
     void copy(std::size_t n) {
         if constexpr (kCopies) {
-            aaautil::copy_value(out_, p_, n);
+            aaautil::copy_value(out_ + at_, in_ + at_, n);
         }
     }
 
     template <typename Bytes>
     void store(const Bytes &bytes) {
         if constexpr (kInPlace) {
-            std::memcpy(p_, &bytes, sizeof bytes);
+            std::memcpy(in_ + at_, &bytes, sizeof bytes);
         }
         if constexpr (kCopies) {
-            std::memcpy(out_, &bytes, sizeof bytes);
+            std::memcpy(out_ + at_, &bytes, sizeof bytes);
         }
     }
 
+    [[nodiscard]] uint32_t word_at(std::size_t offset) const {
+        const uint32_t word = aaautil::load_u32(in_ + at_ + offset);
+        return kInPlace ? word : aaautil::net_u32(word);
+    }
+
+    // The length is loaded by itself: where the next pair begins hangs on it,
+    // and all else can wait.
     Pair convert_head() {
-        const Pair pair{word_at(offsetof(avpair_t, av_type)), word_at(offsetof(avpair_t, av_len))};
-        store(Head::load(p_).swapped());
-        step(kPairHead);
-        return pair;
+        const uint32_t len = word_at(offsetof(avpair_t, av_len));
+        const Head head = Head::load(in_ + at_);
+        const Head swapped = head.swapped();
+        store(swapped);
+        at_ += kPairHead;
+        return {(kInPlace ? head : swapped).type(), len};
     }
 
     // Integers and IPv4 addresses travel in network order, but only at their
     // natural size: an eight-byte integer travels as it stands.
     void convert_number(const Pair &pair) {
         if (pair.len == sizeof(uint32_t) && aaautil::swaps_value(pair.type)) {
-            store(aaautil::load_be32(p_));
+            store(aaautil::load_be32(in_ + at_));
         }
+    }
+
+    // The same without a branch on length and type, which would be mispredicted
+    // for every other pair of a mixed list: the word behind the head is stored
+    // anew in any case. Behind an empty value that is the next pair's type, as
+    // it was.
+    void select_number(const Pair &pair) {
+        const uint32_t word = aaautil::load_u32(in_ + at_);
+        const uint32_t number = aaautil::swaps_value(pair.type) ? aaautil::net_u32(word) : word;
+        store(pair.len == sizeof word ? number : word);
     }
 
     void convert_value(const Pair &pair) {
@@ -175,12 +187,13 @@ class Pairs {
         if (extent >= sizeof(uint32_t)) {
             convert_number(pair);
         }
-        step(extent);
+        at_ += extent;
     }
 
-    Source p_;
-    Source end_;
+    Source in_;
     unsigned char *out_;
+    std::size_t at_ = 0;
+    std::size_t end_;
 };
 
 // The header is already there as a copy of the list record.
