@@ -8,6 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/uio.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -41,12 +42,19 @@ int transport_listen(const char *path) {
 }
 
 int transport_connect(const char *path) {
+    return transport_connect_patient(path, 0);
+}
+
+int transport_connect_patient(const char *path, unsigned seconds) {
     struct sockaddr_un address;
+    struct timeval patience = {.tv_sec = (time_t)seconds};
     int fd = open_socket(path, &address);
     if (fd < 0) {
         return -1;
     }
-    if (connect(fd, (struct sockaddr *)&address, sizeof address) != 0) {
+    if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience) != 0 ||
+        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience) != 0 || /* connect() heeds it too */
+        connect(fd, (struct sockaddr *)&address, sizeof address) != 0) {
         int saved = errno;
         close(fd);
         errno = saved;

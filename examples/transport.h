@@ -32,9 +32,13 @@ typedef struct transport_msg {
     } u;
 } transport_msg_t;
 
-/* Both return a descriptor, or -1 with errno set. */
+/* All return a descriptor, or -1 with errno set. */
 int transport_listen(const char *path);
 int transport_connect(const char *path);
+
+/* As transport_connect(), for whom patience has an end: connecting, each send
+ * and each receive give up with EAGAIN after that many seconds (0: never). */
+int transport_connect_patient(const char *path, unsigned seconds);
 
 /* Sends a classic message, header record first. 0, or -1 with errno set. */
 int transport_send(int fd, const iov_t *iov, uint32_t count);

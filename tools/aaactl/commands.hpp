@@ -41,6 +41,8 @@ void add_decode(Program &program);
 void add_encode(Program &program);
 void add_attr(Program &program);
 void add_sysdb(Program &program);
+void add_login(Program &program);
+void add_acct(Program &program);
 void add_completion(Program &program);
 
 // Understands and runs one command line; the process's exit status.

@@ -33,6 +33,8 @@ void add_commands(Program &program) {
     add_encode(program);
     add_attr(program);
     add_sysdb(program);
+    add_login(program);
+    add_acct(program);
     add_completion(program);
 }
 

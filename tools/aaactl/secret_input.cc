@@ -65,7 +65,7 @@ class Silence {
 };
 
 // To the end of the input, or of the line; reserved at once, so that growing leaves no copies behind.
-std::string read_up_to(size_t limit, bool one_line) {
+std::string read_up_to(size_t limit, bool one_line, bool *ended = nullptr) {
     std::string text;
     text.reserve(limit + 2);
     char c = 0;
@@ -73,6 +73,9 @@ std::string read_up_to(size_t limit, bool one_line) {
         const ssize_t n = read(STDIN_FILENO, &c, 1);
         if (n < 0 && errno == EINTR && g_signal == 0) {
             continue;
+        }
+        if (n <= 0 && ended != nullptr) {
+            *ended = true;
         }
         if (n <= 0 || (one_line && c == '\n')) {
             break;
@@ -82,14 +85,29 @@ std::string read_up_to(size_t limit, bool one_line) {
     return text;
 }
 
-std::string read_typed(const std::string &prompt, size_t limit) {
+void show_prompt(const std::string &prompt) {
+    std::fprintf(stderr, "%s", prompt.c_str());
+    std::fflush(stderr);
+}
+
+std::string read_typed(const std::string &prompt, size_t limit, bool *ended = nullptr) {
     const Silence silence(STDIN_FILENO);
     if (!silence.silenced()) {
         throw Failure(ExitCode::failed, std::string("the terminal does not stop its echo: ") + std::strerror(errno));
     }
-    std::fprintf(stderr, "%s", prompt.c_str());
-    std::fflush(stderr);
-    return read_up_to(limit, true);
+    show_prompt(prompt);
+    return read_up_to(limit, true, ended);
+}
+
+std::string read_line(const std::string &prompt, bool echo, size_t limit, bool *ended) {
+    if (isatty(STDIN_FILENO) != 1) {
+        return read_up_to(limit, true, ended);
+    }
+    if (!echo) {
+        return read_typed(prompt, limit, ended);
+    }
+    show_prompt(prompt);
+    return read_up_to(limit, true, ended);
 }
 
 } // namespace
@@ -107,6 +125,16 @@ std::string read_secret(const std::string &prompt, size_t limit) {
         throw Failure(ExitCode::usage, "standard input: nothing was given");
     }
     return text;
+}
+
+std::optional<std::string> read_answer(const std::string &prompt, bool echo, size_t limit) {
+    bool ended = false;
+    std::string text = read_line(prompt, echo, limit, &ended);
+    if (text.size() > limit || text.find('\0') != std::string::npos) {
+        wipe(text);
+        throw Failure(ExitCode::bad_input, "standard input: a line of more than " + std::to_string(limit) + " bytes, or with a NUL");
+    }
+    return ended && text.empty() ? std::nullopt : std::optional(std::move(text));
 }
 
 void wipe(std::string &text) {

@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A server that answers each request with what a test has prepared, well-formed
+// or not. It serves one connection.
+
+#pragma once
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "aaa/aaautil.h"
+
+extern "C" {
+#include "examples/transport.h"
+}
+
+namespace aaactl_test {
+
+// One received request, as a test looks at it.
+struct Request {
+    std::string bytes;
+    avlist *list = nullptr;
+
+    std::string text(uint32_t type) const {
+        char value[2048] = "";
+        uint32_t len = 0;
+        return aaa_util_avlist_value_copy(list, type, 0, value, sizeof value - 1, &len) == AAA_OK ? value : "";
+    }
+};
+
+// The bytes to send for a request; none: say nothing.
+using Answer = std::function<std::string(const Request &)>;
+
+class ScriptedServer {
+  public:
+    // Answers the n-th request with the n-th answer; then the connection is closed, unless `stay`: then only when the
+    // client has gone.
+    ScriptedServer(const std::string &path, std::vector<Answer> answers, bool stay = false)
+        : listener_(transport_listen(path.c_str())), answers_(std::move(answers)), stay_(stay) {
+        EXPECT_GE(listener_, 0);
+        thread_ = std::thread([this] { serve(); });
+    }
+    ~ScriptedServer() {
+        shutdown(listener_, SHUT_RDWR); // nobody may have come
+        thread_.join();
+        close(listener_);
+    }
+    ScriptedServer(const ScriptedServer &) = delete;
+    ScriptedServer &operator=(const ScriptedServer &) = delete;
+
+  private:
+    static Request request_of(const transport_msg_t &msg) {
+        cerrno rc = AAA_OK;
+        const size_t offset = transport_kind(&msg) == TRANSPORT_SESSION ? sizeof(aaa_sess_request_t) : 40;
+        return {std::string(reinterpret_cast<const char *>(msg.u.bytes), msg.len), transport_unpack(&msg, offset, &rc)};
+    }
+
+    void serve() {
+        const int fd = accept(listener_, nullptr, nullptr);
+        if (fd < 0) {
+            return;
+        }
+        const auto msg = std::make_unique<transport_msg_t>();
+        for (const Answer &answer : answers_) {
+            if (transport_receive(fd, msg.get()) != 1) {
+                break;
+            }
+            const Request request = request_of(*msg);
+            const std::string bytes = answer(request);
+            aaa_avpair_free_list(request.list);
+            if (!bytes.empty()) {
+                send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            }
+        }
+        while (stay_ && transport_receive(fd, msg.get()) == 1) {
+        }
+        close(fd);
+    }
+
+    int listener_;
+    std::vector<Answer> answers_;
+    bool stay_;
+    std::thread thread_;
+};
+
+// ---- replies
+
+// Puts pairs into the list of a reply.
+using Fill = std::function<void(avlist *)>;
+
+inline Fill status(uint32_t value) {
+    return [value](avlist *list) { EXPECT_EQ(aaa_util_avlist_status_add(value, 4, list), AAA_OK); };
+}
+
+inline void add_text(avlist *list, uint32_t type, const std::string &text) {
+    EXPECT_EQ(aaa_util_avpair_add_attr(list, type, text.c_str(), static_cast<uint32_t>(text.size()) + 1, 0), AAA_OK);
+}
+
+// A classic reply as the library composes it and the transport sends it.
+inline std::string classic_reply(const Fill &fill, cerrno result = AAA_OK) {
+    avlist *list = nullptr;
+    EXPECT_EQ(aaa_avpair_create_list("reply", &list), AAA_OK);
+    fill(list);
+    aaa_reply_hdr_t header{};
+    header.status = result;
+    iov_t *iov = nullptr;
+    uint32_t count = 0;
+    std::vector<char> buffer(32768);
+    EXPECT_EQ(aaa_util_reply_compose(&header, &iov, &count, buffer.data(), static_cast<uint32_t>(buffer.size()), list, 0, nullptr), AAA_OK);
+    std::string bytes(20, '\0');
+    for (uint32_t i = 0; i < count; ++i) {
+        bytes.append(static_cast<const char *>(iov[i].base) + (i == 0 ? 20 : 0), iov[i].len - (i == 0 ? 20 : 0));
+    }
+    const uint32_t fields[2] = {TRANSPORT_MAGIC, static_cast<uint32_t>(bytes.size())};
+    std::memcpy(bytes.data(), fields, sizeof fields);
+    aaa_avpair_free_list(list);
+    std::free(iov);
+    return bytes;
+}
+
+// The length in a classic header is what the message has.
+inline std::string with_length(std::string bytes) {
+    const auto length = static_cast<uint32_t>(bytes.size());
+    if (bytes.size() >= 8) {
+        std::memcpy(bytes.data() + 4, &length, sizeof length);
+    }
+    return bytes;
+}
+
+inline Answer always(const std::string &bytes) {
+    return [bytes](const Request &) { return bytes; };
+}
+
+} // namespace aaactl_test
