@@ -295,6 +295,10 @@ void add_sysdb(Program &program) {
     add_del(program, sysdb);
     add_ls(program, sysdb);
     add_tree(program, sysdb);
+    add_sysdb_watch(program, sysdb);
+    add_sysdb_dump(program, sysdb);
+    add_sysdb_load(program, sysdb);
+    add_sysdb_diff(program, sysdb);
 }
 
 } // namespace aaactl
