@@ -375,27 +375,27 @@ std::vector<Difference> compare(const Dump &dump, const Dump &stored, const std:
     return result;
 }
 
-Json step_json(const Output &out, const Step &step, const char *before_name, const char *after_name) {
-    const DumpItem &any = step.before != nullptr ? *step.before : *step.after;
+Json item_change_json(const Output &out, const ItemChange &change, const char *before_name, const char *after_name) {
+    const DumpItem &any = change.before != nullptr ? *change.before : *change.after;
     Json document = {{"path", escaped(any.path)},
-                     {"change", step.before == nullptr ? "added" : step.after == nullptr ? "removed" : "changed"}};
+                     {"change", change.before == nullptr ? "added" : change.after == nullptr ? "removed" : "changed"}};
     const auto side = [&](const char *name, const DumpItem *item) {
         if (item != nullptr) {
             document[name] = dump_item_json(shown(out, *item));
             document[name].erase("path");
         }
     };
-    side(before_name, step.before);
-    side(after_name, step.after);
+    side(before_name, change.before);
+    side(after_name, change.after);
     return document;
 }
 
-void print_step(Output &out, const Step &step) {
-    if (step.before != nullptr) {
-        out.line(out.styled(Style::bad, "- " + dump_line(shown(out, *step.before))));
+void print_item_change(Output &out, const ItemChange &change) {
+    if (change.before != nullptr) {
+        out.line(out.styled(Style::bad, "- " + dump_line(shown(out, *change.before))));
     }
-    if (step.after != nullptr) {
-        out.line(out.styled(Style::good, "+ " + dump_line(shown(out, *step.after))));
+    if (change.after != nullptr) {
+        out.line(out.styled(Style::good, "+ " + dump_line(shown(out, *change.after))));
     }
 }
 

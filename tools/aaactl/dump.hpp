@@ -71,13 +71,13 @@ struct Difference {
 std::vector<Difference> compare(const Dump &dump, const Dump &stored, const std::string &directory);
 
 // How one item becomes another; null where there is none. Secrets are masked unless they are to be shown.
-struct Step {
+struct ItemChange {
     const DumpItem *before;
     const DumpItem *after;
 };
 // "path", "change" (added, removed, changed), and the two items under the names given.
-Json step_json(const Output &out, const Step &step, const char *before_name, const char *after_name);
+Json item_change_json(const Output &out, const ItemChange &change, const char *before_name, const char *after_name);
 // Lines with '-' for what was and '+' for what is.
-void print_step(Output &out, const Step &step);
+void print_item_change(Output &out, const ItemChange &change);
 
 } // namespace aaactl

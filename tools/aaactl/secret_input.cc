@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -22,17 +23,21 @@ void note_signal(int number) {
     g_signal = number;
 }
 
-// The terminal without echo, until it goes out of scope. Signals that would end the program meanwhile are raised
-// again after that, so that no terminal is left mute.
+// The terminal without echo, until it goes out of scope. Signals that would end the program meanwhile are let in
+// only while it waits for input, and raised again at the end, so that no terminal is left mute and none is missed.
 class Silence {
   public:
     explicit Silence(int fd) : fd_(fd) {
         g_signal = 0;
+        sigset_t blocked;
+        sigemptyset(&blocked);
         struct sigaction action {};
-        action.sa_handler = note_signal; // without SA_RESTART: the read ends
+        action.sa_handler = note_signal;
         for (size_t i = 0; i < std::size(kSignals); ++i) {
-            sigaction(kSignals[i], &action, &before_[i]);
+            sigaddset(&blocked, kSignals[i]);
+            sigaction(kSignals[i], &action, &actions_[i]);
         }
+        sigprocmask(SIG_BLOCK, &blocked, &mask_);
         silenced_ = tcgetattr(fd, &saved_) == 0;
         if (silenced_) {
             termios silent = saved_;
@@ -46,8 +51,9 @@ class Silence {
             tcsetattr(fd_, TCSAFLUSH, &saved_);
         }
         for (size_t i = 0; i < std::size(kSignals); ++i) {
-            sigaction(kSignals[i], &before_[i], nullptr);
+            sigaction(kSignals[i], &actions_[i], nullptr);
         }
+        sigprocmask(SIG_SETMASK, &mask_, nullptr);
         if (g_signal != 0) {
             raise(g_signal);
         }
@@ -56,23 +62,34 @@ class Silence {
     Silence &operator=(const Silence &) = delete;
 
     bool silenced() const { return silenced_; }
+    // Waits for input; false when a signal came first.
+    bool wait() const {
+        pollfd ready{fd_, POLLIN, 0};
+        return ppoll(&ready, 1, nullptr, &mask_) == 1;
+    }
 
   private:
     int fd_;
     bool silenced_ = false;
+    sigset_t mask_{};
     termios saved_{};
-    struct sigaction before_[std::size(kSignals)] {};
+    struct sigaction actions_[std::size(kSignals)] {};
 };
 
-// To the end of the input, or of the line; reserved at once, so that growing leaves no copies behind.
-std::string read_up_to(size_t limit, bool one_line, bool *ended = nullptr) {
+// To the end of the input, or of the line; reserved at once, so that growing leaves no copies behind. A signal
+// that comes while a line is typed leaves nothing of it.
+std::string read_up_to(size_t limit, bool one_line, bool *ended = nullptr, const Silence *typed = nullptr) {
     std::string text;
     text.reserve(limit + 2);
     char c = 0;
     while (text.size() <= limit + 1) {
-        const ssize_t n = read(STDIN_FILENO, &c, 1);
-        if (n < 0 && errno == EINTR && g_signal == 0) {
+        const bool interrupted = typed != nullptr && !typed->wait();
+        const ssize_t n = interrupted ? 0 : read(STDIN_FILENO, &c, 1);
+        if (n < 0 && errno == EINTR) {
             continue;
+        }
+        if (interrupted) {
+            wipe(text);
         }
         if (n <= 0 && ended != nullptr) {
             *ended = true;
@@ -96,7 +113,7 @@ std::string read_typed(const std::string &prompt, size_t limit, bool *ended = nu
         throw Failure(ExitCode::failed, std::string("the terminal does not stop its echo: ") + std::strerror(errno));
     }
     show_prompt(prompt);
-    return read_up_to(limit, true, ended);
+    return read_up_to(limit, true, ended, &silence);
 }
 
 std::string read_line(const std::string &prompt, bool echo, size_t limit, bool *ended) {

@@ -55,11 +55,11 @@ ExitCode diff(Output &out, const std::string &file, const std::string &path) {
     const std::vector<Difference> differences = compare(dump, stored, directory);
     Json document = {{"directory", escaped(directory)}, {"differences", Json::array()}};
     for (const Difference &difference : differences) {
-        document["differences"].push_back(step_json(out, {difference.dump, difference.stored}, "dump", "database"));
+        document["differences"].push_back(item_change_json(out, {difference.dump, difference.stored}, "dump", "database"));
     }
     out.result(document, [&] {
         for (const Difference &difference : differences) {
-            print_step(out, {difference.dump, difference.stored});
+            print_item_change(out, {difference.dump, difference.stored});
         }
     });
     return differences.empty() ? ExitCode::ok : ExitCode::negative;

@@ -121,12 +121,12 @@ ExitCode load(Output &out, const LoadOptions &options) {
     if (options.dry_run) {
         document["differences"] = Json::array();
         for (const Difference &difference : outcome.differences) {
-            document["differences"].push_back(step_json(out, {difference.stored, difference.dump}, "before", "after"));
+            document["differences"].push_back(item_change_json(out, {difference.stored, difference.dump}, "before", "after"));
         }
     }
     out.result(document, [&] {
         for (const Difference &difference : options.dry_run ? outcome.differences : std::vector<Difference>{}) {
-            print_step(out, {difference.stored, difference.dump});
+            print_item_change(out, {difference.stored, difference.dump});
         }
         out.line(std::string(options.dry_run ? "would be " : "") + "created " + std::to_string(counts.created) + ", changed " +
                  std::to_string(counts.changed) + ", deleted " + std::to_string(counts.deleted) + " of " +

@@ -80,7 +80,7 @@ std::string from_quoted(std::string_view text) {
     return unescaped(text.substr(1, text.size() - 2));
 }
 
-Field field_from_text(std::string_view text) {
+TupleField field_from_text(std::string_view text) {
     if (text.starts_with('"')) {
         return {true, 0, from_quoted(text)};
     }
@@ -94,7 +94,7 @@ Item tuple_from_text(std::string_view text) {
         throw malformed("a tuple lacks one of its parentheses");
     }
     text = text.starts_with('(') ? trimmed(text.substr(1, text.size() - 2)) : text;
-    std::vector<Field> fields;
+    std::vector<TupleField> fields;
     while (!text.empty()) {
         const size_t quoted_end = text.starts_with('"') ? end_of_quoted(text) : 0;
         const size_t comma = text.find(',', quoted_end);
@@ -112,7 +112,7 @@ Item tuple_from_text(std::string_view text) {
 
 std::string tuple_text(const Item &item) {
     std::string text;
-    for (const Field &field : tuple_fields(item)) {
+    for (const TupleField &field : tuple_fields(item)) {
         text += (text.empty() ? "" : ", ") + (field.is_name ? in_quotes(field.name) : std::to_string(field.number));
     }
     return "(" + text + ")";
@@ -140,7 +140,7 @@ uint32_t read_number(std::string_view bytes, size_t at) {
     return value;
 }
 
-Field field_from_json(const Json &value) {
+TupleField field_from_json(const Json &value) {
     if (value.is_string()) {
         return {true, 0, unescaped(value.get<std::string>())};
     }
@@ -186,11 +186,11 @@ std::string text_of(const Item &item) {
 }
 
 // The form of a tuple is described in docs/sysdb.md; the check has bounded every field.
-std::vector<Field> tuple_fields(const Item &item) {
+std::vector<TupleField> tuple_fields(const Item &item) {
     if (item.type != SYSDB_TYPE_TUPLE || sysdb_tuple_check(item.bytes.data(), static_cast<uint32_t>(item.bytes.size())) != 0) {
         throw malformed("an item of type " + type_name(item.type) + " is not a tuple");
     }
-    std::vector<Field> fields;
+    std::vector<TupleField> fields;
     for (size_t at = kTupleHead; at < item.bytes.size();) {
         if (item.bytes[at] == 'd') {
             fields.push_back({false, static_cast<int32_t>(read_number(item.bytes, at + 1)), {}});
@@ -204,12 +204,12 @@ std::vector<Field> tuple_fields(const Item &item) {
     return fields;
 }
 
-Item tuple_item(const std::vector<Field> &fields) {
+Item tuple_item(const std::vector<TupleField> &fields) {
     if (fields.size() > kMaxFields) {
         throw malformed("a tuple has at most 255 fields");
     }
     std::string body;
-    for (const Field &field : fields) {
+    for (const TupleField &field : fields) {
         if (!field.is_name) {
             body += 'd';
             append_number(body, static_cast<uint32_t>(field.number));
@@ -276,7 +276,7 @@ Json value_json(const Item &item) {
     default: return hex(item.bytes);
     }
     Json fields = Json::array();
-    for (const Field &field : tuple_fields(item)) {
+    for (const TupleField &field : tuple_fields(item)) {
         fields.push_back(field.is_name ? Json(escaped(field.name)) : Json(field.number));
     }
     return fields;
@@ -319,7 +319,7 @@ Item item_from_json(uint32_t type, const Json &value) {
     if (!value.is_array()) {
         throw malformed("a tuple is a JSON array");
     }
-    std::vector<Field> fields;
+    std::vector<TupleField> fields;
     std::transform(value.begin(), value.end(), std::back_inserter(fields), field_from_json);
     return tuple_item(fields);
 }

@@ -41,16 +41,16 @@ uint32_t number_of(const Item &item);
 std::string text_of(const Item &item);
 
 // One field of a tuple: an integer, or a name of at most 49 bytes.
-struct Field {
+struct TupleField {
     bool is_name = false;
     int32_t number = 0;
     std::string name;
 
-    bool operator==(const Field &other) const = default;
+    bool operator==(const TupleField &other) const = default;
 };
 // Failure(bad_input) for what is not a tuple, and for fields that fit none.
-std::vector<Field> tuple_fields(const Item &item);
-Item tuple_item(const std::vector<Field> &fields);
+std::vector<TupleField> tuple_fields(const Item &item);
+Item tuple_item(const std::vector<TupleField> &fields);
 
 std::string type_name(uint32_t type);
 // Failure(usage) for a word that names no type.
