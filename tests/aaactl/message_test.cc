@@ -91,7 +91,8 @@ class Lists {
                 static_cast<char>(value >> 8 & 0xff), static_cast<char>(value & 0xff)};
     }
     uint32_t type() {
-        const uint32_t chosen[] = {0, 3, 17, 23, 257, 258, 264, 809, 2069, 2071, 0xffffffffu, below(2070), below(2070)};
+        const uint32_t chosen[] = {0,   3,    17,   23,          257,         258,        264,
+                                   809, 2069, 2071, 0xffffffffu, below(2070), below(2070)};
         return chosen[below(std::size(chosen))];
     }
     std::string name() {
@@ -122,7 +123,8 @@ class Lists {
     void append_pair(std::string &body, uint32_t type) {
         const std::string bytes_of_value = value();
         body += be32(type) + be32(below(3) == 0 ? below(1u << 31) : 0) +
-                be32(static_cast<uint32_t>(bytes_of_value.size())) + be32(below(2) == 0 ? below(1u << 31) : 0);
+                be32(static_cast<uint32_t>(bytes_of_value.size())) +
+                be32(below(2) == 0 ? below(1u << 31) : 0);
         body += bytes_of_value;
         const size_t pad = (4 - body.size() % 4) % 4;
         body += below(3) == 0 ? bytes(pad) : std::string(pad, '\0');
@@ -173,7 +175,8 @@ TEST(Message, AgreesWithTheLibraryOnChangedBytes) {
                 bytes[at] = changed;
                 const Message message = read_message(bytes, "list");
                 const cerrno expected = library_verdict(bytes);
-                ASSERT_EQ(message.fault ? message.fault->rc : cerrno{AAA_OK}, expected) << hex(bytes) << " at " << at;
+                ASSERT_EQ(message.fault ? message.fault->rc : cerrno{AAA_OK}, expected)
+                    << hex(bytes) << " at " << at;
                 refused += expected != AAA_OK ? 1 : 0;
             }
             bytes[at] = was;

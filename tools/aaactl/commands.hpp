@@ -40,6 +40,7 @@ struct Program {
 void add_decode(Program &program);
 void add_encode(Program &program);
 void add_attr(Program &program);
+void add_err(Program &program);
 void add_sysdb(Program &program);
 void add_login(Program &program);
 void add_acct(Program &program);

@@ -32,6 +32,7 @@ void add_commands(Program &program) {
     add_decode(program);
     add_encode(program);
     add_attr(program);
+    add_err(program);
     add_sysdb(program);
     add_login(program);
     add_acct(program);
