@@ -13,7 +13,7 @@ CODE = (r"(?:[A-Z][A-Z0-9]+_[A-Z0-9_]+|0x[0-9A-Fa-f]+|-?\d+|(?:[Aa]nother|[Aa]ny
 RESULT = re.compile(rf"({CODE}(?:(?:, | or ){CODE})*): (.*)")
 BULLET = re.compile(r"(\s*)(?:-|(\d+)\.) +(.*)")
 PARAM = re.compile(r"@param(?:\[([a-z,]+)\])?\s+(\S+)\s+(.*)")
-MARKUP = re.compile(r"\*\*(.+?)\*\*|\*([A-Z][^*]*?)\*|@p (\w+)|`([^`]+)`|\b([A-Za-z_]\w*)(?=\(\))"
+MARKUP = re.compile(r"\*\*(.+?)\*\*|(?<![\w*])\*([A-Za-z](?:[^*]*?[\w.])?)\*(?!\w)|@p (\w+)|`([^`]+)`|\b([A-Za-z_]\w*)(?=\(\))"
                     r"|\b([A-Z][A-Z0-9]*_[A-Z0-9_]*[A-Z0-9])\b")
 
 
@@ -176,7 +176,8 @@ class Body:
         if len(entries) > 1 or RESULT.match(entries[0]):
             out += self.entries([(entry, []) for entry in entries])
         elif entries[0]:
-            out[1] += " " + prose(entries[0]) + ("" if entries[0].endswith(".") or self.at_bullet() else ".")
+            first = entries[0] if entries[0][1:2].isupper() else entries[0][0].lower() + entries[0][1:]
+            out[1] += " " + prose(first) + ("" if entries[0].endswith(".") or self.at_bullet() else ".")
         return out + (self.bullets() if self.at_bullet() else [])
 
     def at_bullet(self):
