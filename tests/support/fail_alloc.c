@@ -30,6 +30,7 @@ void fail_alloc_arm(unsigned k, int all_from_there);
 void fail_alloc_disarm(void);
 unsigned fail_alloc_counted(void);
 unsigned fail_alloc_fired(void);
+unsigned fail_alloc_outstanding(void);
 void fail_alloc_pause(void);
 void fail_alloc_resume(void);
 void fail_alloc_watch_frees(void (*watch)(unsigned char *block, size_t size));
@@ -42,6 +43,11 @@ THREAD_LOCAL int fail_all;
 THREAD_LOCAL unsigned fail_at;
 THREAD_LOCAL unsigned counted;
 THREAD_LOCAL unsigned fired;
+/* Blocks taken since the arming, to be told from those that were there before
+ * and from those of paused regions. */
+#define MOST_OUTSTANDING 1024
+THREAD_LOCAL const void *outstanding[MOST_OUTSTANDING];
+THREAD_LOCAL unsigned outstanding_count;
 THREAD_LOCAL void (*freed)(unsigned char *block, size_t size);
 
 int fail_alloc_available(void) { return REPLACE_MALLOC; }
@@ -51,12 +57,14 @@ void fail_alloc_arm(unsigned k, int all_from_there) {
     fail_all = all_from_there;
     counted = 0;
     fired = 0;
+    outstanding_count = 0;
     armed = 1;
 }
 
 void fail_alloc_disarm(void) { armed = 0; }
 unsigned fail_alloc_counted(void) { return counted; }
 unsigned fail_alloc_fired(void) { return fired; }
+unsigned fail_alloc_outstanding(void) { return outstanding_count; }
 void fail_alloc_pause(void) { ++paused; }
 void fail_alloc_resume(void) { --paused; }
 void fail_alloc_watch_frees(void (*watch)(unsigned char *, size_t)) { freed = watch; }
@@ -80,6 +88,24 @@ static int refuse(void) {
         ++fired;
         errno = ENOMEM;
         return 1;
+    }
+    return 0;
+}
+
+static void *taken(void *block) {
+    if (block != NULL && armed != 0 && paused == 0 && outstanding_count < MOST_OUTSTANDING) {
+        outstanding[outstanding_count++] = block;
+    }
+    return block;
+}
+
+/* Returns whether the block was among those taken. */
+static int given_back(const void *block) {
+    for (unsigned i = outstanding_count; i > 0; --i) {
+        if (outstanding[i - 1] == block) {
+            outstanding[i - 1] = outstanding[--outstanding_count];
+            return 1;
+        }
     }
     return 0;
 }
@@ -155,14 +181,14 @@ void *malloc(size_t size) {
     if (refuse()) {
         return NULL;
     }
-    return ready() ? next_malloc(size) : arena_take(size);
+    return ready() ? taken(next_malloc(size)) : arena_take(size);
 }
 
 void *calloc(size_t n, size_t size) {
     if (refuse()) {
         return NULL;
     }
-    return ready() ? next_calloc(n, size) : arena_take(n * size);
+    return ready() ? taken(next_calloc(n, size)) : arena_take(n * size);
 }
 
 static void *leave_arena(const unsigned char *p, size_t size) {
@@ -181,7 +207,11 @@ void *realloc(void *p, size_t size) {
     if (refuse()) {
         return NULL;
     }
-    return ready() ? next_realloc(p, size) : arena_take(size);
+    if (!ready()) {
+        return arena_take(size);
+    }
+    void *const moved = next_realloc(p, size);
+    return moved != NULL && (p == NULL || given_back(p)) ? taken(moved) : moved;
 }
 
 void free(void *p) {
@@ -191,6 +221,7 @@ void free(void *p) {
     if (freed != NULL && paused == 0) {
         freed(p, malloc_usable_size(p));
     }
+    given_back(p);
     if (ready()) {
         next_free(p);
     }

@@ -25,6 +25,8 @@ void fail_alloc_disarm(void);
 // Allocations counted, and made to fail, since the last arming.
 unsigned fail_alloc_counted(void);
 unsigned fail_alloc_fired(void);
+// Blocks taken since the last arming, while armed and not paused, and not freed yet (at most 1024).
+unsigned fail_alloc_outstanding(void);
 // Nestable.
 void fail_alloc_pause(void);
 void fail_alloc_resume(void);
@@ -63,12 +65,16 @@ class FailAlloc {
             fail_alloc_disarm();
             fired_ = fail_alloc_fired() != 0;
             counted_ = fail_alloc_counted();
+            outstanding_ = fail_alloc_outstanding();
         }
     }
     // An allocation was made to fail.
     bool fired() const { return armed_ ? fail_alloc_fired() != 0 : fired_; }
     // Allocations seen in the armed region.
     unsigned counted() const { return armed_ ? fail_alloc_counted() : counted_; }
+
+    // Blocks that the armed region took and did not free again.
+    unsigned outstanding() const { return armed_ ? fail_alloc_outstanding() : outstanding_; }
 
     static bool available() { return fail_alloc_available() != 0; }
 
@@ -92,6 +98,7 @@ class FailAlloc {
     bool armed_ = false;
     bool fired_ = false;
     unsigned counted_ = 0;
+    unsigned outstanding_ = 0;
 };
 
 // Calls operation(fail) with the first allocation failing, then the second,
