@@ -9,10 +9,7 @@
  */
 
 #define _GNU_SOURCE
-#include <arpa/inet.h>
 #include <errno.h>
-#include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -23,14 +20,14 @@
 #include <unistd.h>
 
 #include "aaa/aaautil.h"
+#include "clients.h"
 #include "group_maps.h"
 #include "platform/cerr.h"
 #include "running_config.h"
 #include "transport.h"
 #include "users.h"
 
-#define MAX_CLIENTS 256
-#define TEXT_MAX    1024 /* longest text attribute that the server works with, bytes */
+#define TEXT_MAX 1024 /* longest text attribute that the server works with, bytes */
 
 typedef struct server {
     user_t          *users;
@@ -99,6 +96,7 @@ static void send_reply(const request_t *request, iov_t *reply, uint32_t count) {
                                   : transport_send(request->fd, reply, count);
     if (failed) {
         fprintf(stderr, "aaa_server: reply not sent: %s\n", strerror(errno));
+        shutdown(request->fd, SHUT_RDWR); /* gone, or does not read: its end is seen in the next round */
     }
     free(reply);
 }
@@ -213,7 +211,6 @@ static cerrno append_record(const server_t *server, const avlist *list) {
     char user[TEXT_MAX];
     char tty[TEXT_MAX];
     char from[TEXT_MAX];
-    uint32_t session_id = 0;
     time_t now = time(NULL);
     struct tm utc;
     FILE *file = fopen(server->accounting_path, "ae");
@@ -222,10 +219,10 @@ static cerrno append_record(const server_t *server, const avlist *list) {
         return AAA_ERR_ACCT_SERVICE;
     }
     strftime(when, sizeof when, "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&now, &utc));
-    aaa_util_avlist_acct_sessid_get(list, &session_id);
     int written = fprintf(file, "%s %s user=%s tty=%s from=%s session=%u\n", when,
-                          aaa_print_msgtype(aaa_util_msgtype_get(list)), get_word(list, AAA_USERNAME_ATTR, user),
-                          get_word(list, AAA_TTYNAME_ATTR, tty), get_word(list, AAA_REMOTE_ADDR_ATTR, from), session_id);
+                          aaa_print_msgtype(transport_number(list, AAA_TYPE_ATTR)), get_word(list, AAA_USERNAME_ATTR, user),
+                          get_word(list, AAA_TTYNAME_ATTR, tty), get_word(list, AAA_REMOTE_ADDR_ATTR, from),
+                          transport_number(list, AAA_ACCT_SESSID_ATTR));
     return fclose(file) == 0 && written > 0 ? AAA_OK : AAA_ERR_ACCT_SERVICE;
 }
 
@@ -374,56 +371,61 @@ static void handle_message(server_t *server, int fd, const transport_msg_t *msg)
 
 /* ---- the loop ------------------------------------------------------------ */
 
-static void accept_client(struct pollfd *polled, nfds_t *count) {
-    int fd = accept4(polled[0].fd, NULL, NULL, SOCK_CLOEXEC);
-    if (fd < 0) {
-        return;
+/* Takes one message of a client, so that one that sends many cannot keep the others waiting. */
+static void serve_client(server_t *server, clients_t *clients, nfds_t slot) {
+    static transport_msg_t msg;
+    int fd = clients->polled[slot].fd;
+    int got = transport_receive(fd, &msg);
+    if (got > 0) {
+        clients_heard(clients, slot);
+        handle_message(server, fd, &msg);
+    } else if (got < 0 && errno == EMSGSIZE) {
+        request_t request = {.fd = fd};
+        reply_error(&request, AAA_ERR_INVALID_MSG_SIZE);
+    } else if (got == 0 || errno != EAGAIN) {
+        clients_drop(clients, slot);
     }
-    if (*count == 2 + MAX_CLIENTS) {
-        close(fd);
-        return;
-    }
-    /* A client that does not read its answers must not stop the others. */
-    struct timeval patience = {.tv_sec = 1};
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-    polled[(*count)++] = (struct pollfd){.fd = fd, .events = POLLIN};
+    explicit_bzero(msg.u.bytes, msg.len); /* it may have held a password */
 }
 
-/* Slots 0 and 1 are the listener and the database's channel, clients follow. */
-static void serve(server_t *server, int listener, int database) {
-    static transport_msg_t msg;
-    struct pollfd polled[2 + MAX_CLIENTS] = {{.fd = listener, .events = POLLIN}, {.fd = database, .events = POLLIN}};
-    nfds_t count = 2;
+static void serve(server_t *server, int listener, int database, const sigset_t *let_in) {
+    static clients_t clients;
+    clients_init(&clients, listener, database);
     while (!stopping) {
-        if (poll(polled, count, -1) < 0) {
+        if (!clients_wait(&clients, let_in)) {
             continue; /* a signal; the flag decides */
         }
-        if (polled[1].revents != 0) {
+        if (clients.polled[CLIENTS_OTHER].revents != 0) {
             group_maps_dispatch();
         }
-        for (nfds_t i = count - 1; i > 1; i--) {
-            if (polled[i].revents == 0) {
-                continue;
+        for (nfds_t i = clients.count; i-- > CLIENTS_FIRST;) {
+            if (clients.polled[i].revents != 0) {
+                serve_client(server, &clients, i);
             }
-            int got = transport_receive(polled[i].fd, &msg);
-            if (got > 0) {
-                handle_message(server, polled[i].fd, &msg);
-            } else if (got < 0 && errno == EMSGSIZE) {
-                request_t request = {.fd = polled[i].fd};
-                reply_error(&request, AAA_ERR_INVALID_MSG_SIZE);
-            } else {
-                close(polled[i].fd);
-                polled[i] = polled[--count];
-            }
-            explicit_bzero(msg.u.bytes, msg.len); /* it may have held a password */
         }
-        if (polled[0].revents != 0) {
-            accept_client(polled, &count);
+        if (clients.polled[CLIENTS_LISTENER].revents != 0) {
+            clients_accept(&clients);
         }
     }
-    while (count > 2) {
-        close(polled[--count].fd);
-    }
+    clients_drop_all(&clients);
+}
+
+/* Stop signals are let in only while the server waits, so that none is missed
+ * between looking at the flag and waiting. A reader of the server's output that
+ * has gone must not end it. Returns the signals to let in. */
+static sigset_t set_up_signals(void) {
+    struct sigaction action = {.sa_handler = on_stop_signal};
+    sigset_t stop, before;
+    sigemptyset(&stop);
+    sigaddset(&stop, SIGTERM);
+    sigaddset(&stop, SIGINT);
+    sigprocmask(SIG_BLOCK, &stop, &before);
+    sigdelset(&before, SIGTERM);
+    sigdelset(&before, SIGINT);
+    sigaction(SIGTERM, &action, NULL);
+    sigaction(SIGINT, &action, NULL);
+    signal(SIGPIPE, SIG_IGN);
+    return before;
 }
 
 int main(int argc, char **argv) {
@@ -438,9 +440,7 @@ int main(int argc, char **argv) {
         fprintf(stderr, "%s: no users in %s\n", argv[0], argv[2]);
         return 1;
     }
-    struct sigaction action = {.sa_handler = on_stop_signal};
-    sigaction(SIGTERM, &action, NULL);
-    sigaction(SIGINT, &action, NULL);
+    sigset_t let_in = set_up_signals();
     umask(0077);
     int listener = transport_listen(argv[1]);
     if (listener < 0) {
@@ -455,7 +455,7 @@ int main(int argc, char **argv) {
     }
     printf("ready\n");
     fflush(stdout);
-    serve(&server, listener, database);
+    serve(&server, listener, database, &let_in);
     group_maps_stop();
     close(listener);
     unlink(argv[1]);

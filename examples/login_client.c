@@ -107,10 +107,10 @@ static uint32_t receive_status(client_t *c, uint32_t type) {
     }
     char message[256] = "";
     uint32_t len = 0;
-    uint32_t status = aaa_util_avlist_status_get(reply);
+    uint32_t status = transport_number(reply, AAA_STATUS_ATTR);
     transport_print_list("received:", reply);
     aaa_util_avlist_value_copy(reply, AAA_REPLYMSG_ATTR, 0, message, sizeof message - 1, &len);
-    printf("  => %s, privilege %u, message \"%s\"\n\n", aaa_print_status(status), aaa_util_avlist_priv_get(reply), message);
+    printf("  => %s, privilege %u, message \"%s\"\n\n", aaa_print_status(status), transport_number(reply, AAA_PRIV_LVL_ATTR), message);
     aaa_avpair_free_list(reply);
     return status;
 }

@@ -32,7 +32,7 @@ int transport_listen(const char *path) {
     if (fd < 0) {
         return -1;
     }
-    if (bind(fd, (struct sockaddr *)&address, sizeof address) != 0 || listen(fd, 64) != 0) {
+    if (bind(fd, (struct sockaddr *)&address, sizeof address) != 0 || listen(fd, SOMAXCONN) != 0) {
         int saved = errno;
         close(fd);
         errno = saved;
@@ -162,6 +162,13 @@ avlist *transport_unpack(const transport_msg_t *msg, size_t offset, cerrno *rc) 
         return NULL;
     }
     return list;
+}
+
+uint32_t transport_number(const avlist *list, uint32_t type) {
+    uint32_t number = 0;
+    uint32_t len = 0;
+    cerrno rc = aaa_util_avlist_value_copy(list, type, 0, &number, sizeof number, &len);
+    return rc == AAA_OK && len == sizeof number ? number : 0;
 }
 
 static int print_line(uint32_t flag, const char *line) {

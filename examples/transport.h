@@ -61,6 +61,9 @@ size_t transport_response_size(uint32_t type);
  * with the reason in *rc when they are malformed; the caller frees the list. */
 avlist *transport_unpack(const transport_msg_t *msg, size_t offset, cerrno *rc);
 
+/* The number in the first attribute of the type; 0 when there is none, or one of another size. */
+uint32_t transport_number(const avlist *list, uint32_t type);
+
 /* Prints a list, one pair a line, bytes that are not printable escaped. */
 void transport_print_list(const char *heading, const avlist *list);
 

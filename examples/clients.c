@@ -1,0 +1,99 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+#define _GNU_SOURCE
+#include "clients.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#define OWN_DESCRIPTORS 32  /* kept for files, the system database and the log */
+#define RETRY_MS        100 /* until the next attempt when the system has no descriptors left */
+
+static int64_t now_ms(void) {
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * INT64_C(1000) + now.tv_nsec / 1000000;
+}
+
+static nfds_t client_limit(void) {
+    struct rlimit files;
+    if (getrlimit(RLIMIT_NOFILE, &files) != 0 || files.rlim_cur >= CLIENTS_MAX + OWN_DESCRIPTORS) {
+        return CLIENTS_MAX;
+    }
+    return files.rlim_cur > OWN_DESCRIPTORS ? (nfds_t)(files.rlim_cur - OWN_DESCRIPTORS) : 1;
+}
+
+void clients_init(clients_t *clients, int listener, int other) {
+    memset(clients, 0, sizeof *clients);
+    fcntl(listener, F_SETFL, fcntl(listener, F_GETFL) | O_NONBLOCK);
+    clients->polled[CLIENTS_LISTENER] = (struct pollfd){.fd = listener, .events = POLLIN};
+    clients->polled[CLIENTS_OTHER] = (struct pollfd){.fd = other, .events = POLLIN};
+    clients->count = CLIENTS_FIRST;
+    clients->limit = CLIENTS_FIRST + client_limit();
+}
+
+/* Hangs up on the silent ones; milliseconds until the next of them is due. */
+static int64_t drop_silent(clients_t *clients, int64_t now) {
+    int64_t wait = CLIENTS_SILENCE_MS;
+    for (nfds_t i = clients->count; i-- > CLIENTS_FIRST;) {
+        int64_t left = clients->heard[i] + CLIENTS_SILENCE_MS - now;
+        if (left <= 0) {
+            clients_drop(clients, i);
+        } else if (left < wait) {
+            wait = left;
+        }
+    }
+    return wait;
+}
+
+/* How long to leave the listener alone, ms; 0 when somebody can be taken in. */
+static int64_t time_without_room(clients_t *clients) {
+    int64_t now = now_ms();
+    if (clients->count == clients->limit) {
+        int64_t wait = drop_silent(clients, now);
+        return clients->count == clients->limit ? wait : 0;
+    }
+    return clients->retry > now ? clients->retry - now : 0;
+}
+
+int clients_wait(clients_t *clients, const sigset_t *let_in) {
+    int64_t ms = time_without_room(clients);
+    struct timespec wait = {.tv_sec = ms / 1000, .tv_nsec = ms % 1000 * 1000000};
+    clients->polled[CLIENTS_LISTENER].events = ms == 0 ? POLLIN : 0;
+    return ppoll(clients->polled, clients->count, ms == 0 ? NULL : &wait, let_in) >= 0;
+}
+
+void clients_accept(clients_t *clients) {
+    while (clients->count < clients->limit) {
+        int fd = accept4(clients->polled[CLIENTS_LISTENER].fd, NULL, NULL, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        if (fd < 0) {
+            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+                clients->retry = now_ms() + RETRY_MS; /* whoever waits goes on waiting: do not spin meanwhile */
+            }
+            return;
+        }
+        clients->polled[clients->count] = (struct pollfd){.fd = fd, .events = POLLIN};
+        clients_heard(clients, clients->count++);
+    }
+}
+
+void clients_heard(clients_t *clients, nfds_t slot) {
+    clients->heard[slot] = now_ms();
+}
+
+void clients_drop(clients_t *clients, nfds_t slot) {
+    close(clients->polled[slot].fd);
+    clients->count--;
+    clients->polled[slot] = clients->polled[clients->count];
+    clients->heard[slot] = clients->heard[clients->count];
+}
+
+void clients_drop_all(clients_t *clients) {
+    while (clients->count > CLIENTS_FIRST) {
+        clients_drop(clients, clients->count - 1);
+    }
+}
