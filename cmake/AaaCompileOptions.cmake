@@ -19,7 +19,8 @@ if(AAA_SANITIZE)
 endif()
 if(AAA_COVERAGE)
   target_compile_options(aaa_instrument INTERFACE --coverage -O0 -g)
-  target_link_options(aaa_instrument INTERFACE --coverage)
+  # A shared object that used another's counters would keep it from being unloaded.
+  target_link_options(aaa_instrument INTERFACE --coverage LINKER:--exclude-libs,libgcov.a)
 endif()
 if(AAA_BUILD_FUZZERS)
   # What a fuzzer steers by; the fuzzer's own main comes with its link.
