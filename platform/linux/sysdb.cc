@@ -14,11 +14,11 @@
 #include "log.hpp"
 #include "sysdb_channel.hpp"
 #include "sysdb_loader.hpp"
+#include "sysdb_values.hpp"
 
 namespace aaaplatform {
-namespace {
 
-bool value_fits(std::uint32_t datatype, const void *value, std::uint32_t length) {
+bool sysdb_value_fits(std::uint32_t datatype, const void *value, std::uint32_t length) noexcept {
     if (value == nullptr && length != 0) {
         return false;
     }
@@ -36,6 +36,8 @@ bool value_fits(std::uint32_t datatype, const void *value, std::uint32_t length)
     }
 }
 
+namespace {
+
 // What an item is read into before the caller sees it.
 struct Reading {
     std::uint32_t datatype;
@@ -45,7 +47,7 @@ struct Reading {
 
 // Another process, or an older one, may have stored what does not fit.
 cerrno check_reading(const Reading &reading, const char *path) {
-    if (value_fits(reading.datatype, reading.value, reading.length)) {
+    if (sysdb_value_fits(reading.datatype, reading.value, reading.length)) {
         return 0;
     }
     log(kLogError, "SYSDB",
@@ -70,14 +72,16 @@ void hand_out(const Reading &reading, std::uint32_t *datatype, void **value, std
 }
 
 cerrno check_change(const sysdb_change_t &change) {
-    if (change.path == nullptr || change.operation < SYSDB_CHANGE_SET || change.operation > SYSDB_CHANGE_EXPECT) {
+    if (change.path == nullptr || change.operation < SYSDB_CHANGE_SET ||
+        change.operation > SYSDB_CHANGE_EXPECT) {
         return SYSDB_ERR_INVALID_ARG;
     }
     if (change.operation == SYSDB_CHANGE_SET && change.datatype == SYSDB_TYPE_ANY) {
         return SYSDB_ERR_INVALID_ARG;
     }
     const bool has_value = change.operation == SYSDB_CHANGE_SET || change.operation == SYSDB_CHANGE_EXPECT;
-    return !has_value || value_fits(change.datatype, change.value, change.length) ? 0 : SYSDB_ERR_BAD_VALUE;
+    return !has_value || sysdb_value_fits(change.datatype, change.value, change.length) ? 0
+                                                                                        : SYSDB_ERR_BAD_VALUE;
 }
 
 cerrno check_changes(const sysdb_change_t *changes, std::uint32_t count, std::uint32_t &refused) {
@@ -97,8 +101,7 @@ cerrno forward_changes(sysdb_conn_t conn, const sysdb_change_t *changes, std::ui
     if (provider == nullptr) {
         return SYSDB_ERR_LIB_ABSENT;
     }
-    const bool has_member =
-        provider->size >= offsetof(sysdb_provider_t, apply) + sizeof provider->apply;
+    const bool has_member = provider->size >= offsetof(sysdb_provider_t, apply) + sizeof provider->apply;
     return has_member && provider->apply != nullptr ? provider->apply(conn, changes, count, &refused)
                                                     : SYSDB_ERR_NOT_SUPPORTED;
 }
@@ -168,7 +171,7 @@ cerrno sysdb_item_set(sysdb_conn_t conn, const char *path, uint32_t datatype, co
     if (path == nullptr || flags > 1 || datatype == SYSDB_TYPE_ANY) {
         return SYSDB_ERR_INVALID_ARG;
     }
-    if (!value_fits(datatype, value, length)) {
+    if (!sysdb_value_fits(datatype, value, length)) {
         return SYSDB_ERR_BAD_VALUE;
     }
     const sysdb_provider_t *provider = loaded_sysdb_provider();

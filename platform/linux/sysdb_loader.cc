@@ -26,6 +26,7 @@
 #include <unistd.h>
 
 #include "log.hpp"
+#include "sysdb_values.hpp"
 
 namespace aaaplatform {
 namespace {
@@ -74,7 +75,11 @@ void host_log(std::uint32_t severity, const char *mnemonic, const char *text) {
     log(severity, mnemonic, "%s", text);
 }
 
-constexpr sysdb_host_t kHost = {SYSDB_PROVIDER_ABI, sizeof(sysdb_host_t), host_log};
+int host_value_fits(std::uint32_t datatype, const void *value, std::uint32_t length) {
+    return sysdb_value_fits(datatype, value, length) ? 1 : 0;
+}
+
+constexpr sysdb_host_t kHost = {SYSDB_PROVIDER_ABI, sizeof(sysdb_host_t), host_log, host_value_fits};
 
 // What every table has; members behind it are looked for where they are used.
 constexpr std::size_t kFirstTableSize = offsetof(sysdb_provider_t, apply);

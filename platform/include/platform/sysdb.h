@@ -258,7 +258,8 @@ typedef struct sysdb_notification {
     const char *path;     /**< relative to the connection's bind point */
     const void *value;    /**< null when deleted */
     uint32_t    length;   /**< bytes */
-    uint32_t    datatype; /**< SYSDB_TYPE_DIRECTORY, see below, otherwise the item's type */
+    uint32_t    datatype; /**< SYSDB_TYPE_DIRECTORY, see below, otherwise the item's type; SYSDB_TYPE_ANY with no
+                               value when the stored bytes do not fit their type */
 } sysdb_notification_t;
 
 /**

@@ -52,7 +52,9 @@ int append_change(const Environment &environment, MDB_txn *txn, std::uint32_t op
     if (rc != 0) {
         return rc;
     }
-    ++revision;
+    if (++revision == 0) {
+        return MDB_CORRUPTED;  // no change was ever given the last number
+    }
     MDB_val number = {sizeof revision, &revision};
     MDB_val record = {sizeof operation + key.size(), nullptr};
     rc = mdb_put(txn, table, &number, &record, MDB_APPEND | MDB_RESERVE);

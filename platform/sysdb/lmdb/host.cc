@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <ctime>
 #include <functional>
@@ -63,6 +64,13 @@ void log(std::uint32_t severity, const char *format, ...) {
     if (take_turn(text)) {
         host->log(severity, "SYSDB", text);
     }
+}
+
+bool value_fits(std::uint32_t datatype, std::string_view value) {
+    constexpr std::size_t kSizeWithIt = offsetof(sysdb_host_t, value_fits) + sizeof(sysdb_host_t::value_fits);
+    const sysdb_host_t *host = g_host.load(std::memory_order_acquire);
+    return host == nullptr || host->size < kSizeWithIt || host->value_fits == nullptr ||
+           host->value_fits(datatype, value.data(), static_cast<std::uint32_t>(value.size())) != 0;
 }
 
 void lock_log_before_fork() {

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the provider uses of its host: the log.
+// What the provider uses of its host: the log, and its knowledge of values.
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "platform/sysdb_provider.h"
 
@@ -18,6 +19,9 @@ void set_host(const sysdb_host_t *host);
 // Logs one line. The same text is not logged again for ten seconds: what is
 // wrong with a database is wrong at every call.
 [[gnu::format(printf, 2, 3)]] void log(std::uint32_t severity, const char *format, ...);
+
+// Whether stored bytes fit their type. True when the host does not tell.
+bool value_fits(std::uint32_t datatype, std::string_view value);
 
 void lock_log_before_fork();
 void unlock_log_after_fork();

@@ -2,6 +2,7 @@
 //
 // From the change log to the callbacks.
 
+#include "host.hpp"
 #include "items.hpp"
 #include "notifications.hpp"
 
@@ -89,7 +90,8 @@ cerrno Notifications::note_changes(const ReadTxn &txn) {
     return rc;
 }
 
-// The state decides, not the record: it may be older than this view.
+// The state decides, not the record: it may be older than this view, and one
+// with an operation that nobody knows must not hide the changes before it.
 cerrno Notifications::describe(const ReadTxn &txn, const WatchPtr &watch, const std::string &key,
                                std::uint32_t operation, std::vector<Delivery> &deliveries) {
     Item item{SYSDB_TYPE_ANY, {}};
@@ -97,8 +99,11 @@ cerrno Notifications::describe(const ReadTxn &txn, const WatchPtr &watch, const 
     if (rc != 0 && rc != SYSDB_ERR_NOT_FOUND && rc != SYSDB_ERR_BAD_VALUE) {
         return rc;
     }
+    if (rc == 0 && !value_fits(item.datatype, item.value)) {
+        item = {SYSDB_TYPE_ANY, {}};  // who reads the item is told what is wrong with it
+    }
     const bool deleted = rc == SYSDB_ERR_NOT_FOUND;
-    if (deleted || operation == SYSDB_EVENT_DELETE) {
+    if (deleted || operation != SYSDB_EVENT_CREATE) {
         operation = deleted ? SYSDB_EVENT_DELETE : SYSDB_EVENT_SET;
     }
     if ((operation & watch->request.events) != 0) {

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "files.hpp"
 #include "host.hpp"
@@ -22,6 +23,7 @@ namespace {
 
 constexpr mode_t kSocketMode = 0660;
 constexpr int kNameAttempts = 16;
+constexpr std::size_t kNameSize = 32;
 
 // A socket address takes 107 bytes of path. What is longer is reached through
 // the directory's descriptor, which therefore lives as long as the address.
@@ -52,9 +54,16 @@ std::string new_name() {
         static constinit std::atomic<unsigned> counter{0};
         random = counter.fetch_add(1, std::memory_order_relaxed);
     }
-    char name[32];
+    char name[kNameSize];
     std::snprintf(name, sizeof name, "%ld.%08x", static_cast<long>(getpid()), random);
     return name;
+}
+
+// A row of the watch table is another process's word. No name leads out of
+// the watcher directory, whoever wrote it.
+bool is_socket_name(std::string_view name) {
+    return !name.empty() && name.size() < kNameSize && name.front() != '.' &&
+           name.find_first_not_of("0123456789abcdef.") == std::string_view::npos;
 }
 
 bool means_dead(int error) {
@@ -99,6 +108,9 @@ cerrno bind_watcher_socket(const std::string &directory, Descriptor &socket, std
 }
 
 Peer wake_peer(const Descriptor &sender, const std::string &directory, const std::string &name) {
+    if (!is_socket_name(name)) {
+        return Peer::kDead;
+    }
     const SocketAddress address(directory, name);
     const char wakeup = 1;
     const ssize_t sent = sendto(sender.get(), &wakeup, sizeof wakeup, MSG_DONTWAIT | MSG_NOSIGNAL,
@@ -108,6 +120,9 @@ Peer wake_peer(const Descriptor &sender, const std::string &directory, const std
 }
 
 Peer probe_peer(const std::string &directory, const std::string &name) {
+    if (!is_socket_name(name)) {
+        return Peer::kDead;
+    }
     const Descriptor prober = make_sender();
     const SocketAddress address(directory, name);
     const int rc = connect(prober.get(), address.get(), SocketAddress::size());
@@ -115,7 +130,9 @@ Peer probe_peer(const std::string &directory, const std::string &name) {
 }
 
 void remove_socket_file(const std::string &directory, const std::string &name) {
-    unlink((directory + "/" + name).c_str());
+    if (is_socket_name(name)) {
+        unlink((directory + "/" + name).c_str());
+    }
 }
 
 bool socket_file_exists(const std::string &directory, const std::string &name) {

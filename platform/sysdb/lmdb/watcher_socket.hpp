@@ -41,11 +41,12 @@ Descriptor make_sender();
 
 enum class Peer { kAlive, kDead };
 
-// Sends the wake-up.
+// Sends the wake-up. Nobody holds a socket whose name is not one of ours.
 Peer wake_peer(const Descriptor &sender, const std::string &directory, const std::string &name);
 // Tells, without sending anything, whether somebody holds the socket.
 Peer probe_peer(const std::string &directory, const std::string &name);
 
+// Does nothing for a name that is not one of ours.
 void remove_socket_file(const std::string &directory, const std::string &name);
 bool socket_file_exists(const std::string &directory, const std::string &name);
 
