@@ -18,88 +18,9 @@
 
 #include <concepts>
 
-extern "C" {
-int fail_alloc_available(void);
-void fail_alloc_arm(unsigned k, int all_from_there);
-void fail_alloc_disarm(void);
-// Allocations counted, and made to fail, since the last arming.
-unsigned fail_alloc_counted(void);
-unsigned fail_alloc_fired(void);
-// Blocks taken since the last arming, while armed and not paused, and not freed yet (at most 1024).
-unsigned fail_alloc_outstanding(void);
-// Nestable.
-void fail_alloc_pause(void);
-void fail_alloc_resume(void);
-// Called with every block that this thread frees, before it is freed; null
-// ends that. The function must not allocate or free.
-void fail_alloc_watch_frees(void (*watch)(unsigned char *block, size_t size));
-}
+#include "support/fail_alloc_region.hpp"
 
 namespace fake {
-
-class FailAlloc {
-  public:
-    enum class Mode { once, all_from_there };
-    struct Unarmed {};
-
-    // Armed until disarm() or the end of the scope.
-    explicit FailAlloc(unsigned k, Mode mode = Mode::once) : k_(k), mode_(mode) { arm(); }
-    // Armed only inside run().
-    FailAlloc(Unarmed, unsigned k, Mode mode = Mode::once) : k_(k), mode_(mode) {}
-    ~FailAlloc() { disarm(); }
-    FailAlloc(const FailAlloc &) = delete;
-    FailAlloc &operator=(const FailAlloc &) = delete;
-
-    template <typename F>
-    auto run(F &&operation) {
-        arm();
-        struct Disarm {
-            FailAlloc &fail;
-            ~Disarm() { fail.disarm(); }
-        } disarm_at_end{*this};
-        return operation();
-    }
-    void disarm() {
-        if (armed_) {
-            armed_ = false;
-            fail_alloc_disarm();
-            fired_ = fail_alloc_fired() != 0;
-            counted_ = fail_alloc_counted();
-            outstanding_ = fail_alloc_outstanding();
-        }
-    }
-    // An allocation was made to fail.
-    bool fired() const { return armed_ ? fail_alloc_fired() != 0 : fired_; }
-    // Allocations seen in the armed region.
-    unsigned counted() const { return armed_ ? fail_alloc_counted() : counted_; }
-
-    // Blocks that the armed region took and did not free again.
-    unsigned outstanding() const { return armed_ ? fail_alloc_outstanding() : outstanding_; }
-
-    static bool available() { return fail_alloc_available() != 0; }
-
-    // What runs while one is alive neither counts nor fails.
-    class Pause {
-      public:
-        Pause() { fail_alloc_pause(); }
-        ~Pause() { fail_alloc_resume(); }
-        Pause(const Pause &) = delete;
-        Pause &operator=(const Pause &) = delete;
-    };
-
-  private:
-    void arm() {
-        armed_ = true;
-        fail_alloc_arm(k_, mode_ == Mode::all_from_there ? 1 : 0);
-    }
-
-    unsigned k_;
-    Mode mode_;
-    bool armed_ = false;
-    bool fired_ = false;
-    unsigned counted_ = 0;
-    unsigned outstanding_ = 0;
-};
 
 // Calls operation(fail) with the first allocation failing, then the second,
 // ... until a run in which none failed. The test fails when that takes more

@@ -6,7 +6,7 @@
 
 #include <cerrno>
 #include <condition_variable>
-#include <deque>
+#include <list>
 
 #include "support/fake_platform.hpp"
 #include "support/fake_state.hpp"
@@ -20,7 +20,7 @@ using detail::problem;
 using detail::Word;
 
 struct Events {
-    std::deque<Connection> connections;
+    std::list<Connection> connections;
     std::function<void(event_block_ctx_t *)> on_block;
     bool call_up = true;
     unsigned pending = 0;  // events that event_block has not returned for
@@ -196,4 +196,18 @@ cerrno event_conn_open(event_conn_t conn) {
     const int32_t channel = call.unlocked([&] { return copy.up(copy.handle, copy.context); });
     connection->channel = channel;
     return channel < 0 ? EVENT_CONN_RETRY : 0;
+}
+
+cerrno event_conn_close(event_conn_t conn) {
+    const Call call("event_conn_close", conn);
+    Connection *const connection = find(conn, "event_conn_close");
+    if (connection == nullptr || call.scripted()) {
+        return call.scripted().value_or(0x21200000u);
+    }
+    std::erase_if(events().connections, [&](const Connection &other) { return other.handle == conn; });
+    return 0;
+}
+
+void event_manager_destroy(event_manager_t evm) {
+    const Call call("event_manager_destroy", evm);
 }

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Journal, scripts and the automatic reset of the fake platform.
+// Journal, scripts and reset of the fake platform.
 
 #include "support/fake_platform.hpp"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <map>
 
 #include "support/fake_state.hpp"
@@ -45,7 +45,8 @@ struct Line {
 struct State {
     std::map<std::string, Function, std::less<>> functions;
     std::vector<Line> journal;
-    bool keep = false;
+    std::function<void(const std::string &)> misuse;
+    bool strict = false;
 };
 
 // Never destroyed: platform functions are still called while the process exits.
@@ -80,6 +81,8 @@ constexpr std::array kFunctions = std::to_array<std::string_view>({
     "event_conn_notify",
     "event_conn_evm_handler",
     "event_conn_open",
+    "event_conn_close",
+    "event_manager_destroy",
     "kel_errmsg",
     "aaa_debug",
     "aaa_debugging",
@@ -115,6 +118,7 @@ constexpr std::array kFunctions = std::to_array<std::string_view>({
     "sysdb_directory_get_last",
     "_sysdb_register_notification",
     "sysdb_notification_unregister",
+    "sysdb_dispatch",
     "tuple_unpack_mask",
     "tty_details_from_device_file",
     "find_method_for_line",
@@ -153,24 +157,6 @@ std::vector<std::string> lines_if(const std::function<bool(std::string_view)> &w
     return result;
 }
 
-class Listener : public testing::EmptyTestEventListener {
-    void OnTestStart(const testing::TestInfo &) override {
-        if (!state().keep) {
-            reset();
-        }
-    }
-    void OnTestEnd(const testing::TestInfo &) override {
-        if (!state().keep) {
-            EXPECT_EQ(sysdb::open_lists(), 0u) << "a list handle was not freed";
-        }
-    }
-};
-
-[[maybe_unused]] const bool listening = [] {
-    testing::UnitTest::GetInstance()->listeners().Append(new Listener);
-    return true;
-}();
-
 }  // namespace
 
 namespace detail {
@@ -182,7 +168,16 @@ std::mutex &mutex() {
 
 void problem(const std::string &text) {
     const FailAlloc::Pause pause;
-    ADD_FAILURE() << "platform contract: " << text;
+    if (state().misuse) {
+        state().misuse(text);
+        return;
+    }
+    std::fprintf(stderr, "platform contract: %s\n", text.c_str());
+    std::abort();
+}
+
+bool strict() {
+    return state().strict;
 }
 
 void Call::enter() {
@@ -288,9 +283,14 @@ void reset() {
     disable_all_tracing();
 }
 
-void keep_between_tests() {
+void on_misuse(std::function<void(const std::string &)> handler) {
     const Access access;
-    state().keep = true;
+    state().misuse = std::move(handler);
+}
+
+void expect_the_library(bool on) {
+    const Access access;
+    state().strict = on;
 }
 
 void answer(std::string_view name, uint32_t code, unsigned times, std::optional<int> error) {

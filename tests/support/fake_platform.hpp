@@ -6,9 +6,10 @@
 // script when the test wrote one, and otherwise served by a small in-memory
 // platform (database, event manager, line editor, cipher).
 //
-// State is reset before every test. After every test the fake checks that
-// the library gave back what it took (list handles); misuse of a handle and
-// a null handed to "%s" fail the running test at once.
+// Under GoogleTest (fake_gtest.cc) state is reset before every test. After
+// every test the fake checks that the library gave back what it took (list
+// handles); misuse of a handle and a null handed to "%s" fail the running test
+// at once. Without it, in the installed test kit, the program says when.
 //
 // The fake's own memory never counts for allocation failure injection
 // (fail_alloc.hpp), except for malloc_named and its siblings, whose blocks
@@ -51,6 +52,16 @@ unsigned count(std::string_view function);
 void clear_journal();
 // Everything back to the initial state. Done before every test.
 void reset();
+// What to do about misuse of the platform: a handle that is not open, a null
+// handed to "%s". Initially the program ends with a message. Called with the
+// fake's lock held, so it must not call the fake. Outlives a reset.
+void on_misuse(std::function<void(const std::string &)> handler);
+// The library calls the platform in narrower ways than the contract allows:
+// zeroed outputs, a list started before it is read. With this on, anything else
+// is misuse. Outlives a reset.
+void expect_the_library(bool on);
+// Both as under GoogleTest from the start: misuse fails the test.
+void judge_as_tests_do();
 // Stops the automatic reset between tests (for a worker thread that lives on).
 void keep_between_tests();
 // The journal line of the presence check.
@@ -170,10 +181,9 @@ void on_block(std::function<void(event_block_ctx_t *)> hook);
 
 namespace sysdb {
 
-// Codes that the fake gives where the contract names none.
-inline constexpr cerrno kWrongType = 0x40818a00u;
-inline constexpr cerrno kBadHandle = 0x40818c00u;
-inline constexpr cerrno kEndOfList = 0x40818e00u;
+inline constexpr cerrno kWrongType = SYSDB_ERR_TYPE_MISMATCH;
+inline constexpr cerrno kBadHandle = SYSDB_ERR_BAD_HANDLE;
+inline constexpr cerrno kEndOfList = SYSDB_ERR_END_OF_LIST;
 
 struct Item {
     uint32_t type;

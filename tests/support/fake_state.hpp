@@ -13,14 +13,16 @@
 #include <string_view>
 #include <type_traits>
 
-#include "support/fail_alloc.hpp"
+#include "support/fail_alloc_region.hpp"
 
 namespace fake::detail {
 
 std::mutex &mutex();
 
-// Fails the running test; callable with the state's lock held.
+// Reports misuse; callable with the state's lock held.
 void problem(const std::string &text);
+// See expect_the_library().
+bool strict();
 
 // Bound path of a database connection; the lock is held.
 std::string connection_text(uint64_t connection);

@@ -412,11 +412,31 @@ TEST(FakeSysdb, UnpacksTuples) {
     EXPECT_EQ(b, 2u);
     EXPECT_STREQ(one, "one");
     EXPECT_EQ(std::string(two), std::string(49, 'x'));
-    EXPECT_NE(tuple_unpack_mask(bytes.data(), "%d%s%s", &a, one, two), 0);
+    // From the last of the surplus integers on.
+    ASSERT_EQ(tuple_unpack_mask(bytes.data(), "%d%s%s", &a, one, two), 0);
+    EXPECT_EQ(a, 2u);
+    EXPECT_NE(tuple_unpack_mask(bytes.data(), "%d%d%d%s%s", &a, &b, &b, one, two), 0);
+    EXPECT_EQ(errno, EPROTO);
+    EXPECT_NE(tuple_unpack_mask(bytes.data(), "%d%d%s", &a, &b, one), 0);
+    EXPECT_EQ(errno, EPROTO);
+    EXPECT_NE(tuple_unpack_mask(bytes.data(), "%d%x", &a, &b), 0);
     EXPECT_EQ(errno, EINVAL);
+    EXPECT_NE(tuple_unpack_mask("TQ\1\0\10\0\0\0", "%d", &a), 0);
+    EXPECT_EQ(errno, EBADMSG);
     fake::answer("tuple_unpack_mask", 1, 1, 0);
     EXPECT_NE(tuple_unpack_mask(bytes.data(), "%d%d%s%s", &a, &b, one, two), 0);
     EXPECT_EQ(errno, 0);
+}
+
+TEST(FakeSysdb, MakesTheHostsTuples) {
+    const auto pack = reinterpret_cast<decltype(&sysdb_tuple_pack)>(dlsym(RTLD_DEFAULT, "sysdb_tuple_pack"));
+    ASSERT_NE(pack, nullptr);
+    void *made = nullptr;
+    uint32_t length = 0;
+    ASSERT_EQ(pack(&made, &length, "%d%d%s%s", 10u, 0x01020304u, "GRP1", ""), 0u);
+    const auto *const bytes = static_cast<const uint8_t *>(made);
+    EXPECT_EQ(fake::sysdb::tuple({10, 0x01020304}, {"GRP1", ""}), std::vector<uint8_t>(bytes, bytes + length));
+    std::free(made);
 }
 
 TEST(FakeSysdb, CallsNotificationsBack) {

@@ -1,0 +1,277 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The test kit's C interface, and what its platform does for programs that use
+// the contract in ways that the library does not.
+
+#include "aaa/testkit.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "aaa/aaautil.h"
+#include "platform/event_manager.h"
+#include "platform/logging.h"
+#include "platform/sysdb.h"
+#include "support/fake_platform.hpp"
+
+namespace {
+
+// As in the installed kit: the whole contract is allowed.
+class Testkit : public testing::Test {
+  protected:
+    void SetUp() override {
+        fake::expect_the_library(false);
+        testkit_reset();
+        EXPECT_EQ(testkit_sysdb_open_connections(nullptr), 0u);
+        ASSERT_EQ(_sysdb_bind(&conn_, "/cfg/limits/", SYSDB_BIND_PRIVATE), 0u);
+        EXPECT_EQ(testkit_sysdb_open_connections("/cfg/limits/"), 1u);
+    }
+    void TearDown() override {
+        _sysdb_unbind(conn_);
+        EXPECT_EQ(testkit_sysdb_open_connections("/cfg/limits/"), 0u);
+        fake::judge_as_tests_do();
+    }
+    sysdb_conn_t conn_ = 0;
+};
+
+TEST_F(Testkit, HoldsTheDatabasesContents) {
+    testkit_sysdb_put_u32("/cfg/limits/sessions", 3);
+    testkit_sysdb_put_string("/cfg/limits/banner", "hello");
+    uint32_t number = 0;
+    ASSERT_EQ(testkit_sysdb_get_u32("/cfg/limits/sessions", &number), 1);
+    EXPECT_EQ(number, 3u);
+    EXPECT_EQ(testkit_sysdb_get_u32("/cfg/limits/banner", &number), 0);
+    EXPECT_EQ(number, 3u);
+    EXPECT_STREQ(testkit_sysdb_get_string("/cfg/limits/banner"), "hello");
+    EXPECT_EQ(testkit_sysdb_get_string("/cfg/limits/sessions"), nullptr);
+    EXPECT_STREQ(testkit_sysdb_path(0), "/cfg/limits/banner");
+    EXPECT_STREQ(testkit_sysdb_path(1), "/cfg/limits/sessions");
+    EXPECT_EQ(testkit_sysdb_path(2), nullptr);
+    testkit_sysdb_remove("/cfg/limits/banner");
+    EXPECT_EQ(testkit_sysdb_get_string("/cfg/limits/banner"), nullptr);
+}
+
+TEST_F(Testkit, ServesTheOutputsThatAreAskedFor) {
+    testkit_sysdb_put_u32("/cfg/limits/a/sessions", 3);
+    testkit_sysdb_put_u32("/cfg/limits/a/users", 4);
+    EXPECT_EQ(sysdb_item_get(conn_, "a/sessions", nullptr, nullptr, nullptr, 0), 0u);
+    EXPECT_EQ(sysdb_item_get(conn_, "a/none", nullptr, nullptr, nullptr, 0), SYSDB_ERR_NOT_FOUND);
+    uint32_t type = SYSDB_TYPE_STRING;
+    EXPECT_EQ(sysdb_item_get(conn_, "a/users", &type, nullptr, nullptr, 0), SYSDB_ERR_TYPE_MISMATCH);
+
+    sysdb_list_t list = nullptr;
+    ASSERT_EQ(sysdb_list(conn_, "a/", "s*", nullptr, &list, 0), 0u);
+    EXPECT_EQ(testkit_sysdb_open_lists(), 1u);
+    char *name = nullptr;
+    ASSERT_EQ(sysdb_list_next(list, &name, nullptr, 0), 0u);
+    EXPECT_STREQ(name, "sessions");
+    EXPECT_EQ(sysdb_list_next(list, &name, nullptr, 0), SYSDB_ERR_END_OF_LIST);
+    EXPECT_EQ(name, nullptr);
+    sysdb_list_free(list);
+    sysdb_list_free(nullptr);
+
+    EXPECT_EQ(sysdb_item_delete(conn_, "a/", SYSDB_DELETE_TREE), 0u);
+    EXPECT_EQ(testkit_sysdb_path(0), nullptr);
+    EXPECT_EQ(sysdb_item_delete(conn_, "a/", SYSDB_DELETE_TREE), SYSDB_ERR_NOT_FOUND);
+}
+
+TEST_F(Testkit, ReadsMethodListsThroughTheLibrary) {
+    const uint32_t methods[4] = {AAA_METHOD_SERVER_GROUP, AAA_METHOD_LOCAL, 0, 0};
+    const char *const groups[4] = {"CORP", nullptr, nullptr, nullptr};
+    testkit_sysdb_put_method_list("/cfg/gl/aaa/authentication/login/default", methods, groups);
+    EXPECT_EQ(aaa_util_lookup_methodlist("authentication", "login", "default"), AAA_OK);
+    EXPECT_NE(aaa_util_lookup_methodlist("authentication", "login", "other"), AAA_OK);
+}
+
+// ---- notifications ----
+
+std::vector<std::string> told;
+
+int32_t tell(const void *notification, void *prefix, void *) {
+    const auto *const change = static_cast<const sysdb_notification_t *>(notification);
+    std::string text = static_cast<const char *>(prefix) + std::string(change->path) + '=';
+    if (change->operation == SYSDB_EVENT_DELETE) {
+        text += "gone";
+    } else {
+        uint32_t value = 0;
+        std::memcpy(&value, change->value, sizeof value);
+        text += std::to_string(value);
+    }
+    told.push_back(text);
+    return 0;
+}
+
+uint64_t watch(sysdb_conn_t conn, const char *path, const char *prefix, uint32_t mode = SYSDB_NOTIFY_CHANGES) {
+    uint64_t handle = 0;
+    EXPECT_EQ(_sysdb_register_notification(conn, path, SYSDB_EVENT_SET | SYSDB_EVENT_DELETE, mode, tell,
+                                           const_cast<char *>(prefix), 0, nullptr, 0, &handle),
+              0u);
+    return handle;
+}
+
+TEST_F(Testkit, TellsWatchersOfTheNewestState) {
+    told.clear();
+    watch(conn_, "", "all:");
+    watch(conn_, "sessions", "one:");
+    EXPECT_EQ(sysdb_dispatch(conn_), 0u);
+    EXPECT_TRUE(told.empty());
+    testkit_sysdb_put_u32("/cfg/limits/sessions", 1);
+    testkit_sysdb_put_u32("/cfg/limits/sessions", 2);
+    const uint32_t five = 5;
+    EXPECT_EQ(sysdb_item_set(conn_, "users", SYSDB_TYPE_U32, &five, sizeof five, 0), 0u);
+    testkit_sysdb_put_u32("/cfg/other", 9);
+    EXPECT_TRUE(told.empty());
+    EXPECT_EQ(sysdb_dispatch(conn_), 0u);
+    EXPECT_EQ(told, (std::vector<std::string>{"all:sessions=2", "all:users=5", "one:sessions=2"}));
+
+    told.clear();
+    EXPECT_EQ(sysdb_item_set(conn_, "users", SYSDB_TYPE_U32, &five, sizeof five, 0), 0u);  // nothing new
+    testkit_sysdb_remove("/cfg/limits/sessions");
+    EXPECT_EQ(sysdb_dispatch(conn_), 0u);
+    EXPECT_EQ(told, (std::vector<std::string>{"all:sessions=gone", "one:sessions=gone"}));
+    told.clear();
+    EXPECT_EQ(sysdb_dispatch(conn_), 0u);
+    EXPECT_TRUE(told.empty());
+}
+
+TEST_F(Testkit, TellsTheStateAtTheStartOnRequest) {
+    told.clear();
+    testkit_sysdb_put_u32("/cfg/limits/sessions", 7);
+    const uint64_t handle = watch(conn_, "sessions", "", SYSDB_NOTIFY_CHANGES | SYSDB_NOTIFY_INITIAL);
+    EXPECT_EQ(sysdb_dispatch(conn_), 0u);
+    EXPECT_EQ(told, (std::vector<std::string>{"sessions=7"}));
+    testkit_sysdb_put_u32("/cfg/limits/sessions", 8);
+    EXPECT_EQ(sysdb_notification_unregister(conn_, handle), 0u);
+    EXPECT_EQ(sysdb_dispatch(conn_), 0u);
+    EXPECT_EQ(told.size(), 1u);
+}
+
+// ---- records and scripts ----
+
+TEST_F(Testkit, RecordsCalls) {
+    const uint32_t four = 4;
+    sysdb_item_set(conn_, "sessions", SYSDB_TYPE_U32, &four, sizeof four, 0);
+    EXPECT_EQ(testkit_count("sysdb_item_set"), 1u);
+    EXPECT_STREQ(testkit_call("sysdb_item_set", 0), "sysdb_item_set(/cfg/limits/, \"sessions\", 1, 4, 4, 0)");
+    EXPECT_EQ(testkit_call("sysdb_item_set", 1), nullptr);
+    EXPECT_STREQ(testkit_call(nullptr, 0), "_sysdb_bind(\"/cfg/limits/\", 0)");
+    testkit_clear_calls();
+    EXPECT_EQ(testkit_call(nullptr, 0), nullptr);
+    EXPECT_EQ(testkit_count("sysdb_item_set"), 0u);
+}
+
+TEST_F(Testkit, RecordsTraces) {
+    EXPECT_EQ(aaa_debugging(8), 0);
+    testkit_enable_tracing(8, 1);
+    EXPECT_NE(aaa_debugging(8), 0);
+    aaa_debug(8, "user %s", "alice");
+    EXPECT_STREQ(testkit_trace(8, 0), "user alice");
+    EXPECT_EQ(testkit_trace(8, 1), nullptr);
+    EXPECT_EQ(testkit_trace(9, 0), nullptr);
+}
+
+TEST_F(Testkit, PlaysScripts) {
+    const auto get = [this] { return sysdb_item_get(conn_, "x", nullptr, nullptr, nullptr, 0); };
+    testkit_sysdb_put_u32("/cfg/limits/x", 1);
+    testkit_answer("sysdb_item_get", SYSDB_ERR_BUSY, 2, -1);
+    testkit_answer("sysdb_item_get", SYSDB_ERR_CORRUPT, 1, ENOSPC);
+    errno = 0;
+    EXPECT_EQ(get(), SYSDB_ERR_BUSY);
+    EXPECT_EQ(get(), SYSDB_ERR_BUSY);
+    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(get(), SYSDB_ERR_CORRUPT);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(get(), 0u);
+    testkit_fail_call("sysdb_item_get", 2, SYSDB_ERR_FULL, -1);
+    EXPECT_EQ(get(), 0u);
+    EXPECT_EQ(get(), SYSDB_ERR_FULL);
+    EXPECT_EQ(get(), 0u);
+    testkit_answer("sysdb_item_get", SYSDB_ERR_BUSY, TESTKIT_FOREVER, -1);
+    EXPECT_EQ(get(), SYSDB_ERR_BUSY);
+    testkit_clear_answers("sysdb_item_get");
+    EXPECT_EQ(get(), 0u);
+}
+
+TEST_F(Testkit, RunsTheTestBeforeACall) {
+    testkit_before("sysdb_item_get", [](void *path) { testkit_sysdb_put_u32(static_cast<const char *>(path), 1); },
+                   const_cast<char *>("/cfg/limits/late"));
+    EXPECT_EQ(sysdb_item_get(conn_, "late", nullptr, nullptr, nullptr, 0), 0u);
+    testkit_before("sysdb_item_get", nullptr, nullptr);
+    testkit_sysdb_remove("/cfg/limits/late");
+    EXPECT_EQ(sysdb_item_get(conn_, "late", nullptr, nullptr, nullptr, 0), SYSDB_ERR_NOT_FOUND);
+}
+
+TEST_F(Testkit, FailsAllocations) {
+    if (testkit_alloc_available() == 0) {
+        GTEST_SKIP() << "this build's sanitizer does not let a program replace malloc";
+    }
+    avlist *list = nullptr;
+    testkit_alloc_fail(1, 0);
+    const cerrno rc = aaa_avpair_create_list("x", &list);
+    EXPECT_EQ(testkit_alloc_end(), 1u);
+    EXPECT_EQ(rc, AAA_ERR_NOMEM);
+    EXPECT_EQ(aaa_avpair_create_list("x", &list), AAA_OK);
+    aaa_avpair_free_list(list);
+}
+
+// ---- the rest of the platform ----
+
+TEST_F(Testkit, TypesLines) {
+    testkit_type_line("yes", 1, 0);
+    char answer[16] = "";
+    EXPECT_EQ(aaa_util_read_input("Sure? ", answer, sizeof answer - 1, 0, 0), AAA_OK);
+    EXPECT_STREQ(answer, "yes");
+    EXPECT_EQ(aaa_util_read_input("Sure? ", answer, sizeof answer - 1, 0, 0), AAA_ERR_INVALID_CLIENT_DATA);
+}
+
+TEST_F(Testkit, StopsTheClock) {
+    testkit_stop_clock(1700000000);
+    EXPECT_EQ(time(nullptr), 1700000000);
+    testkit_run_clock();
+    EXPECT_GT(time(nullptr), 1700000000);
+}
+
+TEST_F(Testkit, NamesTheTerminal) {
+    char name[16];
+    testkit_ttyname("/dev/pts/7", 0);
+    EXPECT_EQ(ttyname_r(0, name, sizeof name), 0);
+    EXPECT_STREQ(name, "/dev/pts/7");
+    testkit_ttyname(nullptr, ENOTTY);
+    EXPECT_EQ(ttyname_r(0, name, sizeof name), ENOTTY);
+}
+
+TEST_F(Testkit, ClosesEventConnections) {
+    const auto up = +[](void *, void *) -> int32_t { return 5; };
+    const event_manager_t manager = event_manager_create(0, "test", 0, nullptr);
+    event_conn_t first = nullptr, second = nullptr, third = nullptr;
+    ASSERT_EQ(event_conn_create(&first, manager, up, nullptr, EVENT_CONN_TYPE_FD), 0u);
+    ASSERT_EQ(event_conn_create(&second, manager, up, nullptr, EVENT_CONN_TYPE_FD), 0u);
+    EXPECT_EQ(event_conn_close(first), 0u);
+    ASSERT_EQ(event_conn_create(&third, manager, up, nullptr, EVENT_CONN_TYPE_FD), 0u);
+    EXPECT_NE(second, third);
+    EXPECT_EQ(event_conn_open(second), 0u);
+    EXPECT_EQ(fake::events::connections().size(), 2u);
+    event_manager_destroy(manager);
+}
+
+TEST_F(Testkit, ReportsMisuse) {
+    static std::string seen;
+    testkit_on_misuse([](const char *text, void *context) { *static_cast<std::string *>(context) = text; }, &seen);
+    sysdb_item_get(12345, "x", nullptr, nullptr, nullptr, 0);
+    EXPECT_EQ(seen, "sysdb_item_get on a connection that is not open");
+    testkit_count("no_such_function");
+    EXPECT_EQ(seen, "the fake platform has no function no_such_function");
+}
+
+TEST_F(Testkit, EndsTheProgramOnMisuseInitially) {
+    testkit_on_misuse(nullptr, nullptr);
+    EXPECT_DEATH(_sysdb_unbind(12345), "platform contract: _sysdb_unbind on a connection that is not open");
+}
+
+}  // namespace
