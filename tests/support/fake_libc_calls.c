@@ -23,6 +23,7 @@ int tcgetattr(int fd, struct termios *settings);
 int tcsetattr(int fd, int action, const struct termios *settings);
 long time(long *out);
 int ttyname_r(int fd, char *buffer, size_t size);
+int __ttyname_r_chk(int fd, char *buffer, size_t size, size_t room); /* what a build with checked functions calls */
 
 /* The definitions after these. A union, because C has no cast from a data to
  * a function pointer. */
@@ -122,4 +123,8 @@ long time(long *out) {
 int ttyname_r(int fd, char *buffer, size_t size) {
     return fake_libc.ttyname_r != NULL ? fake_libc.ttyname_r(fd, buffer, size)
                                        : next(TTYNAME_R).ttyname_r(fd, buffer, size);
+}
+
+int __ttyname_r_chk(int fd, char *buffer, size_t size, size_t room) {
+    return ttyname_r(fd, buffer, size < room ? size : room);
 }

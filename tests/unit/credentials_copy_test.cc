@@ -37,6 +37,11 @@ extern "C" void explicit_bzero(void *memory, size_t size) noexcept {
         bytes[i] = 0;
     }
 }
+// And this where it is built with checked string functions.
+extern "C" void __explicit_bzero_chk(void *memory, size_t size, size_t) noexcept;
+void __explicit_bzero_chk(void *memory, size_t size, size_t) noexcept {
+    explicit_bzero(memory, size);
+}
 
 namespace {
 
