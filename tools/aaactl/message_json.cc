@@ -193,18 +193,17 @@ std::string value_in(const Json &object, uint32_t type) {
 }
 
 uint32_t type_in(const Json &object) {
-    const bool named = object.contains("attribute") && !object["attribute"].is_null();
-    const auto type = named ? attribute_type(string_in(object["attribute"])) : std::nullopt;
-    if (named && !type) {
+    if (!object.contains("attribute") || object["attribute"].is_null()) {
+        return object.contains("type") ? word_in(object, "type") : throw Refused{"a \"type\" or an \"attribute\" is needed"};
+    }
+    const auto type = attribute_type(string_in(object["attribute"]));
+    if (!type) {
         throw Refused{"no attribute is called '" + escaped(string_in(object["attribute"])) + "'"};
     }
-    if (!object.contains("type")) {
-        return type ? *type : throw Refused{"a \"type\" or an \"attribute\" is needed"};
-    }
-    if (type && *type != word_in(object, "type")) {
+    if (object.contains("type") && *type != word_in(object, "type")) {
         throw Refused{"type and attribute are not the same"};
     }
-    return word_in(object, "type");
+    return *type;
 }
 
 void check_length(const Json &object, size_t length) {
