@@ -96,6 +96,37 @@ cerrno add_pair(uint32_t type, uint32_t flags, const void *value, uint32_t tag, 
 
 namespace {
 
+using TraceAppend = void (*)(uint32_t type, const void *value, uint32_t len, cerrno code) noexcept;
+
+// An append that starts a buffer, or of a long value, or one that is refused.
+template <TraceAppend kTrace>
+[[gnu::noinline]] cerrno append_with_checks(uint32_t type, uint32_t flags, const void *value, uint32_t tag,
+                                            uint32_t len, avlist *list) noexcept {
+    const cerrno code = append_pair(type, flags, value, tag, len, list);
+    if (value != nullptr && tracing(AAA_DBG_AVLIST)) [[unlikely]] {
+        kTrace(type, value, len, code);
+    }
+    return code;
+}
+
+template <TraceAppend kTrace>
+inline cerrno append(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len,
+                     avlist *list) noexcept {
+    const avpair_t *const pair = append_in_place(type, flags, value, tag, len, list);
+    if (pair == nullptr) [[unlikely]] {
+        return append_with_checks<kTrace>(type, flags, value, tag, len, list);
+    }
+    // What the trace line shows waits in memory: in registers it would have to
+    // be saved and restored by every append for the sake of those that trace.
+    const avpair_t *volatile appended = pair;
+    const void *volatile shown = value;
+    if (tracing(AAA_DBG_AVLIST)) [[unlikely]] {
+        const avpair_t *const traced = appended;
+        kTrace(traced->av_type, shown, traced->av_len, AAA_OK);
+    }
+    return AAA_OK;
+}
+
 constexpr std::size_t kNameMax = sizeof(avlist::av_name) - 1;
 
 // Makes an empty list of a fresh record.
@@ -177,11 +208,7 @@ int aaa_avpair_is_deleted(const avpair_t *pair) {
 cerrno aaa_avpair_add(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len,
                       avlist *list) {
     AAA_ASSERT(type != AAA_ATTR_MAX, "type != AAA_ATTR_MAX");
-    const cerrno code = append_pair(type, flags, value, tag, len, list);
-    if (value != nullptr && tracing(AAA_DBG_AVLIST)) [[unlikely]] {
-        trace_added(type, value, len, code);
-    }
-    return code;
+    return append<trace_added>(type, flags, value, tag, len, list);
 }
 
 // Callers use both argument orders, so both functions stay; only the trace
@@ -189,11 +216,7 @@ cerrno aaa_avpair_add(uint32_t type, uint32_t flags, const void *value, uint32_t
 cerrno aaa_avpair_add_with_tag(uint32_t type, uint32_t flags, const void *value, uint32_t len, uint32_t tag,
                                avlist *list) {
     AAA_ASSERT(type != AAA_ATTR_MAX, "type != AAA_ATTR_MAX");
-    const cerrno code = append_pair(type, flags, value, tag, len, list);
-    if (value != nullptr && tracing(AAA_DBG_AVLIST)) [[unlikely]] {
-        trace_added_with_tag(type, value, len, code);
-    }
-    return code;
+    return append<trace_added_with_tag>(type, flags, value, tag, len, list);
 }
 
 cerrno aaa_avpair_get_mem_usage(const avlist *list, avpair_mem_stats_t *stats) {

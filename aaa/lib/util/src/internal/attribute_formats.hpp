@@ -42,12 +42,6 @@ inline constexpr SwapTable kSwapTable = make_swap_table();
     return type < AAA_TABLE_ROWS && kSwapTable.has(type);
 }
 
-// The same as all ones or zero, for code that cannot afford a branch.
-[[nodiscard]] inline uint32_t swap_mask(uint32_t type) noexcept {
-    const uint32_t row = type < AAA_TABLE_ROWS ? type : 0;
-    return 0u - (kSwapTable.word[row / 32] >> (row % 32) & 1u);
-}
-
 // Type 0 is reported invalid although its row has a name: kept.
 [[nodiscard]] inline bool is_dictionary_type(uint32_t type) noexcept {
     return type - 1 < AAA_ATTR_MAX;

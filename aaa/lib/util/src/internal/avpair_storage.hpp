@@ -72,19 +72,18 @@ inline void copy_ends(unsigned char *to, const unsigned char *from, std::size_t 
     std::memcpy(to + n - N, tail, N);
 }
 
-// Copies n bytes as memmove does, small numbers without a call. Reads nothing
-// outside the n bytes.
-inline void copy_value(unsigned char *to, const unsigned char *from, std::size_t n) noexcept {
-    if (n >= 4) {
-        if (n < 8) {
-            copy_ends<4>(to, from, n);
-        } else if (n < 16) {
-            copy_ends<8>(to, from, n);
-        } else if (n <= 32) {
-            copy_ends<16>(to, from, n);
-        } else {
-            std::memmove(to, from, n);
-        }
+// Values that are copied without a call.
+inline constexpr std::size_t kShortValue = 32;
+
+// Copies up to kShortValue bytes. Reads nothing outside of them, and all of
+// them before it writes, so the areas may overlap.
+inline void copy_short(unsigned char *to, const unsigned char *from, std::size_t n) noexcept {
+    if (n > 16) {
+        copy_ends<16>(to, from, n);
+    } else if (n > 8) {
+        copy_ends<8>(to, from, n);
+    } else if (n >= 4) [[likely]] {
+        copy_ends<4>(to, from, n);
     } else if (n != 0) {
         const unsigned char head = from[0];
         const unsigned char middle = from[n / 2];
@@ -95,16 +94,30 @@ inline void copy_value(unsigned char *to, const unsigned char *from, std::size_t
     }
 }
 
-// Writes head and pad bytes of a pair whose room is reserved. The pad bytes
+// Copies n bytes as memmove does.
+inline void copy_value(unsigned char *to, const unsigned char *from, std::size_t n) noexcept {
+    if (n <= kShortValue) [[likely]] {
+        copy_short(to, from, n);
+    } else {
+        std::memmove(to, from, n);
+    }
+}
+
+// Writes head and pad bytes of a pair whose room, up to behind, is reserved. The pad bytes
 // travel in packed lists; left unwritten they would carry old heap contents.
 // The last word is cleared before the head is written over it: with no value
 // bytes that word is av_flags.
-inline void fill_head(avpair_t *pair, uint32_t type, uint32_t flags, uint32_t tag, uint32_t len) noexcept {
-    store_u32(reinterpret_cast<unsigned char *>(adjacent_pair(pair, len)) - sizeof(uint32_t), 0);
+inline void fill_head(avpair_t *pair, uint32_t type, uint32_t flags, uint32_t tag, uint32_t len,
+                      avpair_t *behind) noexcept {
+    store_u32(reinterpret_cast<unsigned char *>(behind) - sizeof(uint32_t), 0);
     pair->av_type = type;
     pair->av_tag = tag;
     pair->av_len = len;
     pair->av_flags = flags;
+}
+
+inline void fill_head(avpair_t *pair, uint32_t type, uint32_t flags, uint32_t tag, uint32_t len) noexcept {
+    fill_head(pair, type, flags, tag, len, adjacent_pair(pair, len));
 }
 
 // The same with the value, which may be null when len is 0.
@@ -165,6 +178,41 @@ inline void finish_append(avlist *list) noexcept {
         settle_count(list);
     }
     verify_changed(list);
+}
+
+// The usual append, into the room that the last buffer still has, in as few
+// steps as it takes. Null when anything at all is unusual, a broken list
+// included; nothing has happened then, and the long way has to be gone, which
+// finds out what it is.
+[[nodiscard]] inline avpair_t *append_in_place(uint32_t type, uint32_t flags, const void *value, uint32_t tag,
+                                               uint32_t len, avlist *list) noexcept {
+    if (list == nullptr || value == nullptr || type == AAA_ATTR_MAX || len > kShortValue) [[unlikely]] {
+        return nullptr;
+    }
+    avpair_buffer_t *const buf = list->avpair_last_buf;
+    // A count of 0 is wrong when there is a buffer, and one that becomes 0 has to be put right.
+    if (buf == nullptr || static_cast<uint16_t>(list->av_cnt + 1) <= 1) [[unlikely]] {
+        return nullptr;
+    }
+    unsigned char *const free_mem = buf->hdr.free_mem;
+    const std::size_t size = buf->hdr.buf_size;
+    const std::size_t room =
+        reinterpret_cast<std::uintptr_t>(buf) + size - reinterpret_cast<std::uintptr_t>(free_mem);
+    if (room > size - sizeof buf->hdr || !is_aligned(free_mem, MEMORY_DEF_ALIGNMENT)) [[unlikely]] {
+        return nullptr;
+    }
+    constexpr uint32_t kMask = MEMORY_DEF_ALIGNMENT - 1;
+    const uint32_t extent = (len + uint32_t{sizeof(avpair_t)} + kMask) & ~kMask;
+    if (extent > room) [[unlikely]] {
+        return nullptr;
+    }
+    auto *const pair = reinterpret_cast<avpair_t *>(free_mem);
+    buf->hdr.free_mem = free_mem + extent;
+    list->av_cnt++;
+    fill_head(pair, type, flags, tag, len, reinterpret_cast<avpair_t *>(free_mem + extent));
+    copy_short(aaa_get_avpair_value_ptr(pair), static_cast<const unsigned char *>(value), len);
+    verify_changed(list);
+    return pair;
 }
 
 // Checks, reserves, writes. The deleted marker has to be refused before.
