@@ -66,7 +66,8 @@ uint32_t bytes_for(const std::vector<Attribute> &attributes) {
 std::vector<unsigned char> number_types() {
     std::vector<unsigned char> result(AAA_TABLE_ROWS, 0);
     for (uint32_t type = 1; type < AAA_TABLE_ROWS; type++) {
-        result[type] = aaa_table[type].format == AAA_FORMAT_INTEGER || aaa_table[type].format == AAA_FORMAT_IPADDR;
+        result[type] =
+            aaa_table[type].format == AAA_FORMAT_INTEGER || aaa_table[type].format == AAA_FORMAT_IPADDR;
     }
     return result;
 }

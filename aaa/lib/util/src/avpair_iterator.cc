@@ -20,6 +20,50 @@ void hand_out(T *out, T value) noexcept {
     }
 }
 
+[[gnu::noinline]] cerrno not_found(uint32_t type) noexcept {
+    if (tracing(AAA_DBG_AVLIST)) [[unlikely]] {
+        trace_not_found(type, AAA_ERR_AVPAIR_NOT_FOUND);
+    }
+    return AAA_ERR_AVPAIR_NOT_FOUND;
+}
+
+inline cerrno hand_out_pair(const avpair_t *pair, avpair_flags_t *flags, void **value,
+                            uint32_t *len) noexcept {
+    hand_out(flags, pair->av_flags);
+    hand_out(value, static_cast<void *>(aaa_get_avpair_value_ptr(pair)));
+    hand_out(len, pair->av_len);
+    // What the trace line shows waits in memory: in registers it would have to
+    // be saved and restored by every lookup for the sake of those that trace.
+    const avpair_t *volatile found = pair;
+    avpair_flags_t *volatile asked_flags = flags;
+    void **volatile asked_value = value;
+    uint32_t *volatile asked_len = len;
+    if (tracing(AAA_DBG_AVLIST)) [[unlikely]] {
+        const avpair_t *const traced = found;
+        trace_found(*traced, asked_value != nullptr, asked_flags != nullptr ? traced->av_flags : 0,
+                    asked_len != nullptr ? traced->av_len : 0);
+    }
+    return AAA_OK;
+}
+
+[[gnu::noinline]] cerrno find_in_any_list(uint32_t type, avpair_flags_t *flags, void **value, uint32_t *len,
+                                          uint32_t instance, const avlist *list) noexcept {
+    const avpair_t *const pair = find_first(list, type, instance);
+    return pair != nullptr ? hand_out_pair(pair, flags, value, len) : not_found(type);
+}
+
+// The one buffer of a list that is short, as most are; null for any other list
+// and for a broken one.
+inline avpair_buffer_t *only_short_buffer(const avlist *list) noexcept {
+    avpair_buffer_t *const buf = list->avpair_first_buf;
+    if (list->av_cnt == 0 || buf == nullptr || buf != list->avpair_last_buf) [[unlikely]] {
+        return nullptr;
+    }
+    const std::uintptr_t used = reinterpret_cast<std::uintptr_t>(buf->hdr.free_mem) -
+                                reinterpret_cast<std::uintptr_t>(first_pair(buf));
+    return used < kLongRun ? buf : nullptr;
+}
+
 }  // namespace
 
 extern "C" {
@@ -55,23 +99,12 @@ cerrno aaa_avpair_find_type(uint32_t type, avpair_flags_t *flags, void **value, 
     if (list == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    aaa_avpair_iterator_t it{};
-    const cerrno code = aaa_avpair_find_by_type_instance(type, instance, list, &it);
-    if (code != AAA_OK) {
-        if (tracing(AAA_DBG_AVLIST)) [[unlikely]] {
-            trace_not_found(type, code);
-        }
-        return code;
+    avpair_buffer_t *const buf = only_short_buffer(list);
+    if (buf == nullptr || type == AAA_ATTR_MAX) [[unlikely]] {
+        return find_in_any_list(type, flags, value, len, instance, list);
     }
-    const avpair_t *const pair = it.curr_avp;
-    hand_out(flags, pair->av_flags);
-    hand_out(value, static_cast<void *>(aaa_get_avpair_value_ptr(pair)));
-    hand_out(len, pair->av_len);
-    if (tracing(AAA_DBG_AVLIST)) [[unlikely]] {
-        trace_found(*pair, value != nullptr, flags != nullptr ? pair->av_flags : 0,
-                    len != nullptr ? pair->av_len : 0);
-    }
-    return AAA_OK;
+    const avpair_t *const pair = walk_to_type(buf, type, &instance);
+    return pair != nullptr ? hand_out_pair(pair, flags, value, len) : not_found(type);
 }
 
 cerrno aaa_avpair_find_index(uint32_t index, uint32_t *type, avpair_flags_t *flags, void **value,

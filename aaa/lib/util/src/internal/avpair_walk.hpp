@@ -119,37 +119,74 @@ class LivePairs {
     const avlist *list_;
 };
 
-// Positions it on occurrence number instance (from 0) of a type among the live
-// pairs: AAA_OK or AAA_ERR_AVPAIR_NOT_FOUND. No live pair has the deleted
-// marker as its type, so one comparison per pair finds live pairs only.
+// Bytes of pairs from which on it pays to look up a type with several walks at once.
+inline constexpr std::size_t kLongRun = 1024;
+
+// The first pair of a type from this one, which lies before end, up to end; or
+// any position at or behind end.
+[[nodiscard]] avpair_t *find_in_long_run(avpair_t *first, const avpair_t *end, uint32_t type) noexcept;
+
+// Occurrence number instance (from 0) of a type among the pairs of a buffer, or
+// null. instance is less by what was passed over.
+[[nodiscard]] inline avpair_t *walk_to_type(avpair_buffer_t *buf, uint32_t type,
+                                            uint32_t *instance) noexcept {
+    const avpair_t *const end = end_of_pairs(buf);
+    for (avpair_t *pair = first_pair(buf); pair < end; pair = adjacent_pair(pair)) {
+        if (pair->av_type == type && (*instance)-- == 0) {
+            return pair;
+        }
+    }
+    return nullptr;
+}
+
+// The same, long runs included.
+[[nodiscard]] inline avpair_t *find_in_buffer(avpair_buffer_t *buf, uint32_t type,
+                                              uint32_t *instance) noexcept {
+    avpair_t *const first = first_pair(buf);
+    const avpair_t *const end = end_of_pairs(buf);
+    if (reinterpret_cast<std::uintptr_t>(first) + kLongRun <= reinterpret_cast<std::uintptr_t>(end) &&
+        *instance == 0) [[unlikely]] {
+        avpair_t *const pair = find_in_long_run(first, end, type);
+        return pair < end ? pair : nullptr;
+    }
+    return walk_to_type(buf, type, instance);
+}
+
+// Occurrence number instance (from 0) of a type among the live pairs, or null;
+// buf is set to its buffer. No live pair has the deleted marker as its type, so
+// one comparison per pair finds live pairs only.
+[[nodiscard]] inline avpair_t *find_pair(const avlist *list, uint32_t type, uint32_t instance,
+                                         avpair_buffer_t **buf) noexcept {
+    if (aaa_is_list_empty(list) || type == AAA_ATTR_MAX) {
+        return nullptr;
+    }
+    aaa_avpair_iterator_t it{list->avpair_first_buf, list->avpair_last_buf, nullptr};
+    for (;;) {
+        avpair_t *const pair = find_in_buffer(it.curr_buf, type, &instance);
+        if (pair != nullptr) {
+            *buf = it.curr_buf;
+            return pair;
+        }
+        if (it.curr_buf == it.last_buf) {
+            return nullptr;
+        }
+        walk_to_next_buffer(&it);
+    }
+}
+
+// Positions it there: AAA_OK or AAA_ERR_AVPAIR_NOT_FOUND.
 inline cerrno aaa_avpair_find_by_type_instance(uint32_t type, uint32_t instance, const avlist *list,
                                                aaa_avpair_iterator_t *it) noexcept {
     AAA_ASSERT(list != nullptr, "list");
     AAA_ASSERT(it != nullptr, "it");
     it->last_buf = list->avpair_last_buf;
-    if (aaa_is_list_empty(list) || type == AAA_ATTR_MAX) {
-        return AAA_ERR_AVPAIR_NOT_FOUND;
-    }
-    it->curr_buf = list->avpair_first_buf;
-    it->curr_avp = first_pair(it->curr_buf);
-    for (;;) {
-        const avpair_t *const end = end_of_pairs(it->curr_buf);
-        for (avpair_t *pair = it->curr_avp; pair < end; pair = adjacent_pair(pair)) {
-            if (pair->av_type == type && instance-- == 0) {
-                it->curr_avp = pair;
-                return AAA_OK;
-            }
-        }
-        if (it->curr_buf == it->last_buf) {
-            return AAA_ERR_AVPAIR_NOT_FOUND;
-        }
-        walk_to_next_buffer(it);
-    }
+    it->curr_avp = find_pair(list, type, instance, &it->curr_buf);
+    return it->curr_avp != nullptr ? AAA_OK : AAA_ERR_AVPAIR_NOT_FOUND;
 }
 
 [[nodiscard]] inline avpair_t *find_first(const avlist *list, uint32_t type, uint32_t instance = 0) noexcept {
-    aaa_avpair_iterator_t it{};
-    return aaa_avpair_find_by_type_instance(type, instance, list, &it) == AAA_OK ? it.curr_avp : nullptr;
+    avpair_buffer_t *buf = nullptr;
+    return find_pair(list, type, instance, &buf);
 }
 
 }  // namespace aaautil

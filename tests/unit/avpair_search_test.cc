@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Lookup in long lists, whose pairs lie in one buffer as a receiver has them.
+// Whatever the values look like, the answer is that of a walk from the
+// beginning.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "aaa/avpair.h"
+#include "aaa/dictionary.h"
+#include "aaa/result_codes.h"
+#include "support/avlist_model.hpp"
+#include "support/avlist_verifier.hpp"
+
+namespace {
+
+using aaatest::ListPtr;
+using aaatest::make_list;
+
+constexpr uint32_t kTypes = 12;
+constexpr uint32_t kAbsent = 1999;
+
+void add(const ListPtr &list, uint32_t type, const std::string &value, uint32_t tag = 0) {
+    ASSERT_EQ(aaa_avpair_add(type, 0, value.data(), tag, static_cast<uint32_t>(value.size()), list.get()),
+              AAA_OK);
+}
+
+// The list as its receiver has it: all pairs in one buffer.
+ListPtr received(ListPtr list) {
+    avpair_mem_stats_t stats{};
+    aaa_avpair_get_mem_usage(list.get(), &stats);
+    std::vector<char> message(56 + stats.used_mem);
+    auto len = static_cast<uint32_t>(message.size());
+    EXPECT_EQ(aaa_avpair_pack_msg_to_buf(list.get(), message.data(), &len), AAA_OK);
+    avlist *result = nullptr;
+    EXPECT_EQ(aaa_avpair_unpack_msg_create(&result, message.data(), len), AAA_OK);
+    return ListPtr(result);
+}
+
+// The value of an occurrence by iteration alone; null when there is none.
+const void *value_by_walking(const avlist *list, uint32_t type, uint32_t instance) {
+    aaa_avpair_iterator_t it{};
+    avpair_t *pair = nullptr;
+    cerrno rc = aaa_avpair_iterator_init(&it, list, &pair);
+    while (rc == AAA_OK && (pair->av_type != type || instance-- != 0)) {
+        rc = aaa_avpair_iterator_get_next(&it, &pair);
+    }
+    return rc == AAA_OK ? pair + 1 : nullptr;
+}
+
+const void *value_by_lookup(const avlist *list, uint32_t type, uint32_t instance) {
+    void *value = nullptr;
+    const cerrno rc = aaa_avpair_find_type(type, nullptr, &value, nullptr, instance, list);
+    EXPECT_TRUE(rc == AAA_OK || (rc == AAA_ERR_AVPAIR_NOT_FOUND && value == nullptr)) << rc;
+    return value;
+}
+
+void expect_same_answers(const avlist *list) {
+    for (uint32_t type = 1; type <= kTypes; type++) {
+        for (const uint32_t instance : {0u, 1u, 7u}) {
+            EXPECT_EQ(value_by_lookup(list, type, instance), value_by_walking(list, type, instance))
+                << "type " << type << " instance " << instance;
+        }
+    }
+    EXPECT_EQ(value_by_lookup(list, kAbsent, 0), nullptr);
+}
+
+// The bytes of a pair's head, as a value can hold them.
+std::string head(uint32_t type, uint32_t len) {
+    const uint32_t words[] = {type, 0, len, 0};
+    std::string bytes(sizeof words, '\0');
+    std::memcpy(bytes.data(), words, sizeof words);
+    return bytes;
+}
+
+class Random {
+  public:
+    explicit Random(uint32_t seed) : engine_(seed) {}
+    uint32_t below(uint32_t n) { return static_cast<uint32_t>(engine_() % n); }
+
+  private:
+    std::mt19937 engine_;
+};
+
+using Values = std::string (*)(Random &);
+
+std::string mixed(Random &random) {
+    return std::string(random.below(40), static_cast<char>('a' + random.below(26)));
+}
+
+std::string numbers(Random &random) {
+    const uint32_t number = random.below(8);
+    return {reinterpret_cast<const char *>(&number), sizeof number};
+}
+
+std::string empty_values(Random &) {
+    return {};
+}
+
+std::string long_values(Random &random) {
+    return std::string(random.below(2000), '\x01');
+}
+
+// Chains of heads that lead on and on, of the types that are looked for.
+std::string deceiving(Random &random) {
+    std::string value(4 * (random.below(3)), '\0');
+    for (int i = 0; i < 6; i++) {
+        value += head(1 + random.below(kTypes), 0);
+    }
+    return value;
+}
+
+// Heads whose lengths lead far out of the list.
+std::string leading_astray(Random &random) {
+    std::string value;
+    for (int i = 0; i < 6; i++) {
+        value += head(1 + random.below(kTypes), random.below(3) == 0 ? 0xFFFF : 0);
+    }
+    return value;
+}
+
+class LongListSearch : public testing::TestWithParam<Values> {};
+
+TEST_P(LongListSearch, FindsWhatAWalkFinds) {
+    Random random(7);
+    for (const std::size_t count : {1, 2, 20, 60, 300, 3000}) {
+        ListPtr list = make_list();
+        for (std::size_t i = 0; i < count; i++) {
+            // Most of one type, so that the others stand anywhere.
+            const uint32_t type = random.below(16) == 0 ? 2 + random.below((kTypes - 1)) : 1;
+            add(list, type, GetParam()(random));
+        }
+        list = received(std::move(list));
+        SCOPED_TRACE(count);
+        expect_same_answers(list.get());
+    }
+}
+
+// A type that occurs once, at every place of the list in turn.
+TEST_P(LongListSearch, FindsTheOnlyOneWhereverItStands) {
+    constexpr std::size_t kCount = 150;
+    for (std::size_t place = 0; place < kCount; place++) {
+        Random random(11);
+        ListPtr list = make_list();
+        for (std::size_t i = 0; i < kCount; i++) {
+            add(list, i == place ? kAbsent : 1, GetParam()(random));
+        }
+        list = received(std::move(list));
+        EXPECT_EQ(value_by_lookup(list.get(), kAbsent, 0), value_by_walking(list.get(), kAbsent, 0)) << place;
+        EXPECT_NE(value_by_lookup(list.get(), kAbsent, 0), nullptr) << place;
+    }
+}
+
+TEST_P(LongListSearch, PassesOverDeletedPairs) {
+    Random random(13);
+    ListPtr list = make_list();
+    for (std::size_t i = 0; i < 600; i++) {
+        add(list, 1 + random.below(kTypes), GetParam()(random));
+    }
+    list = received(std::move(list));
+    for (int i = 0; i < 200; i++) {
+        const uint32_t type = 1 + random.below(kTypes);
+        const cerrno rc = aaa_avpair_delete_by_type_instance(type, random.below(4), list.get(), nullptr);
+        EXPECT_TRUE(rc == AAA_OK || rc == AAA_ERR_AVPAIR_NOT_FOUND) << rc;
+        EXPECT_STREQ(verify_list(list.get(), aaatest::ListOrigin::unpacked).fault, "");
+    }
+    expect_same_answers(list.get());
+    EXPECT_EQ(value_by_lookup(list.get(), AAA_ATTR_MAX, 0), nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(, LongListSearch,
+                         testing::Values(mixed, numbers, empty_values, long_values, deceiving,
+                                         leading_astray));
+
+// Update and deletion go through the same search.
+TEST(LongList, UpdatesAndDeletesTheFirstOccurrence) {
+    ListPtr list = make_list();
+    for (int i = 0; i < 500; i++) {
+        add(list, 1, "filler");
+    }
+    add(list, 2, "first");
+    add(list, 1, "filler");
+    add(list, 2, "other");
+    list = received(std::move(list));
+    char value[] = "FIRST";
+    EXPECT_EQ(aaa_avpair_update(2, 0, value, 9, 5, 0, list.get()), AAA_OK);
+    EXPECT_EQ(std::memcmp(value_by_walking(list.get(), 2, 0), "FIRST", 5), 0);
+    EXPECT_EQ(std::memcmp(value_by_walking(list.get(), 2, 1), "other", 5), 0);
+    EXPECT_EQ(aaa_avpair_delete_by_type_instance(2, 0, list.get(), nullptr), AAA_OK);
+    EXPECT_EQ(std::memcmp(value_by_lookup(list.get(), 2, 0), "other", 5), 0);
+    EXPECT_EQ(value_by_lookup(list.get(), 2, 1), nullptr);
+}
+
+}  // namespace
