@@ -42,6 +42,8 @@ void add_encode(Program &program);
 void add_attr(Program &program);
 void add_err(Program &program);
 void add_sysdb(Program &program);
+void add_mlist(Program &program);
+void add_sg(Program &program);
 void add_login(Program &program);
 void add_acct(Program &program);
 void add_completion(Program &program);

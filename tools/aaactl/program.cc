@@ -34,6 +34,8 @@ void add_commands(Program &program) {
     add_attr(program);
     add_err(program);
     add_sysdb(program);
+    add_mlist(program);
+    add_sg(program);
     add_login(program);
     add_acct(program);
     add_completion(program);

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// sg list, add and delete: numbers, indexes, and the reasons of refusals.
+
+#include "database_fixture.hpp"
+
+namespace {
+
+using aaactl_test::aaactl;
+
+class Groups : public aaactl_test::DatabaseTest {
+  protected:
+    // As users run it: the library registers its texts when it is loaded.
+    Groups() { unsetenv("NO_DLLMAIN"); }
+    ~Groups() override { setenv("NO_DLLMAIN", "1", 1); }
+
+    static void expect_refused(const std::vector<std::string> &args, const std::string &reason) {
+        const auto run = aaactl(args);
+        EXPECT_EQ(run.status, 1) << run.err;
+        EXPECT_NE(run.err.find(reason), std::string::npos) << run.err;
+        EXPECT_EQ(run.out, "");
+    }
+};
+
+TEST_F(Groups, AddGivesNumbersAndIndexes) {
+    EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21,1645", "192.0.2.21,1700,1800"}).out,
+              "radius corp 1001: 192.0.2.20,1812,1813 192.0.2.21,1645,1646 192.0.2.21,1700,1800\n");
+    EXPECT_EQ(aaactl({"sg", "add", "tacacs", "archive", "192.0.2.30", "::1,4949"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "add", "diameter", "third"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.22"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.23", "--private"}).status, 0);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/gl/aaa/group-server"}).out,
+              "aaactl-dump 1 /cfg/gl/aaa/group-server/\n"
+              "/cfg/gl/aaa/group-server/diameter/third/server/ directory\n"
+              "/cfg/gl/aaa/group-server/radius/corp/server-private/0x1/192.0.2.23,1812,1813 u32 1\n"
+              "/cfg/gl/aaa/group-server/radius/corp/server/0x1/192.0.2.20,1812,1813 u32 1\n"
+              "/cfg/gl/aaa/group-server/radius/corp/server/0x2/192.0.2.21,1645,1646 u32 1\n"
+              "/cfg/gl/aaa/group-server/radius/corp/server/0x3/192.0.2.21,1700,1800 u32 1\n"
+              "/cfg/gl/aaa/group-server/radius/corp/server/0x4/192.0.2.22,1812,1813 u32 1\n"
+              "/cfg/gl/aaa/group-server/tacacs/archive/server/0x1/192.0.2.30 u32 1\n"
+              "/cfg/gl/aaa/group-server/tacacs/archive/server/0x2/::1,0x1355/ directory\n");
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/aaa/gl/group-server"}).out,
+              "aaactl-dump 1 /oper/aaa/gl/group-server/\n"
+              "/oper/aaa/gl/group-server/sg_name_map/diameter/third u32 3001\n"
+              "/oper/aaa/gl/group-server/sg_name_map/radius/corp u32 1001\n"
+              "/oper/aaa/gl/group-server/sg_name_map/tacacs/archive u32 3001\n"
+              "/oper/aaa/gl/group-server/sg_num_map/diameter/0xbb9 string \"third\"\n"
+              "/oper/aaa/gl/group-server/sg_num_map/radius/0x3e9 string \"corp\"\n"
+              "/oper/aaa/gl/group-server/sg_num_map/tacacs/0xbb9 string \"archive\"\n");
+}
+
+TEST_F(Groups, ListShowsConfiguredAndPublished) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "::1,4949"}).status, 0);
+    put("/cfg/gl/aaa/group-server/radius/new/server/0x1/192.0.2.9,1,2", "u32", "1");
+    put("/oper/aaa/gl/group-server/sg_name_map/radius/old", "u32", "1009");
+    EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME     NUMBER  SERVERS\n"
+                                          "radius    corp     1001    192.0.2.20,1812,1813\n"
+                                          "radius    new      -       192.0.2.9,1,2\n"
+                                          "radius    old      1009    (published, not configured)\n"
+                                          "tacacs    archive  3001    ::1,4949\n");
+    const auto json = aaactl({"sg", "list", "--protocol", "tacacs", "--json"}).json();
+    EXPECT_EQ(json.dump(), R"({"groups":[{"protocol":"tacacs","name":"archive","number":3001,"configured":true,)"
+                           R"("servers":[{"index":1,"address":"::1","ports":[4949],"private":false}]}]})");
+    EXPECT_EQ(aaactl({"sg", "list", "new", "--json"}).json()["groups"][0]["number"], nullptr);
+    EXPECT_EQ(aaactl({"sg", "list", "none"}).status, 4);
+    EXPECT_EQ(aaactl({"sg", "list", "corp", "--protocol", "tacacs"}).status, 4);
+}
+
+TEST_F(Groups, RefusesForTheLibrarysReasons) {
+    expect_refused({"sg", "add", "tacacs", "local"}, "Bad server group name");
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    expect_refused({"sg", "add", "tacacs", "corp"}, "Server group name already defined for RADIUS");
+    expect_refused({"sg", "add", "radius", "corp", "192.0.2.21", "192.0.2.20"}, "192.0.2.20: refused: Host or server group index is in use already");
+    EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME  NUMBER  SERVERS\nradius    corp  1001    192.0.2.20,1812,1813\n");
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp"}).status, 0);
+    expect_refused({"sg", "delete", "radius", "corp"}, "server group corp: refused: Server group is ");
+    EXPECT_EQ(aaactl({"sg", "list", "corp"}).status, 0) << "nothing was deleted";
+    ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "192.0.2.30"}).status, 0);
+    expect_refused({"sg", "add", "tacacs", "archive", "192.0.2.30,50"}, "the group has it already");
+}
+
+TEST_F(Groups, RefusesNamesAndServersThatAreNone) {
+    for (const char *name : {"", "a/b", "a\tb", "gr\xc3\xbc", "fifty characters fifty characters fifty characters!"}) {
+        EXPECT_EQ(aaactl({"sg", "add", "radius", name}).status, 2) << name;
+    }
+    for (const char *server : {"", ",1", "h,", "h,0", "h,65536", "h,x", "h,1,2,3", "h,-1", "h/x"}) {
+        EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", server}).status, 2) << server;
+    }
+    EXPECT_EQ(aaactl({"sg", "add", "tacacs", "corp", "h,1,2"}).status, 2);
+    EXPECT_EQ(aaactl({"sg", "add", "tacacs", "corp", "h", "h,1"}).status, 2) << "twice";
+    EXPECT_EQ(aaactl({"sg", "add", "ldap", "corp"}).status, 2);
+    EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME  NUMBER  SERVERS\n");
+}
+
+TEST_F(Groups, NumbersRunOut) {
+    put("/oper/aaa/gl/group-server/sg_num_map/radius/0x7cf", "string", "last");
+    const auto run = aaactl({"sg", "add", "radius", "corp", "192.0.2.20"});
+    EXPECT_EQ(run.status, 6) << run.err;
+    EXPECT_EQ(aaactl({"sg", "list", "corp"}).status, 4) << "nothing is half done";
+}
+
+TEST_F(Groups, DeletesServersAndGroups) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21", "192.0.2.22,1,2"}).status, 0);
+    ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "::1,4949", "::2"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp", "192.0.2.20", "192.0.2.99"}).status, 4);
+    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp", "192.0.2.20", "192.0.2.22,1,2"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "delete", "tacacs", "archive", "::1"}).status, 0);
+    const auto left = aaactl({"sg", "delete", "tacacs", "archive", "::2", "--json"}).json();
+    EXPECT_EQ(left["group"]["servers"].size(), 0u);
+    EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME     NUMBER  SERVERS\n"
+                                          "radius    corp     1001    192.0.2.21,1812,1813\n"
+                                          "tacacs    archive  3001\n");
+    EXPECT_EQ(aaactl({"sg", "delete", "tacacs", "corp"}).status, 4) << "another protocol";
+    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp"}).status, 4);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out.find("corp"), std::string::npos);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/"}).out.find("corp"), std::string::npos);
+}
+
+TEST_F(Groups, DeletionThatEndedHalfWayIsFinishedByTheNext) {
+    put("/oper/aaa/gl/group-server/sg_name_map/radius/old", "u32", "1009");
+    put("/oper/aaa/gl/group-server/sg_num_map/radius/0x3f1", "string", "old");
+    EXPECT_EQ(aaactl({"sg", "delete", "radius", "old"}).status, 0);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, "aaactl-dump 1 /oper/\n");
+}
+
+} // namespace

@@ -1,0 +1,336 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// sg list, add and delete. Every change passes the library's own routines, so
+// that what the configuration process would refuse is refused here, for its
+// reason: verify first, then the maps of names and numbers, then the servers'
+// own list of indexes.
+
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "aaa/result_codes.h"
+#include "aaa/server_groups.h"
+#include "commands.hpp"
+#include "groups.hpp"
+#include "platform/cerr.h"
+#include "sysdb_apply.hpp"
+
+namespace aaactl {
+
+using namespace configured;
+
+namespace {
+
+struct GroupOptions {
+    std::string protocol;
+    std::string name;
+    std::vector<std::string> servers;
+    bool is_private = false;
+};
+
+void add_protocol(CLI::App *sub, GroupOptions &options) {
+    sub->add_option("PROTOCOL", options.protocol, "radius, tacacs or diameter")->required()->check(CLI::IsMember(protocol_names()));
+    sub->add_option("NAME", options.name, "The group's name")->required();
+}
+
+// ---- list
+
+std::string servers_text(const Group &group) {
+    std::string text;
+    for (const GroupServer &server : group.servers) {
+        text += (text.empty() ? "" : " ") + server_text(server);
+    }
+    return text;
+}
+
+ExitCode list(Output &out, const GroupOptions &options) {
+    Database database;
+    Json document = {{"groups", Json::array()}};
+    std::vector<std::vector<std::string>> rows;
+    for (const uint32_t protocol : kProtocols) {
+        if (!options.protocol.empty() && protocol_name(protocol) != options.protocol) {
+            continue;
+        }
+        for (const Group &group : read_groups(database, protocol)) {
+            if (!options.name.empty() && group.name != options.name) {
+                continue;
+            }
+            document["groups"].push_back(group_json(group));
+            rows.push_back({protocol_name(protocol), escaped(group.name), group.number ? std::to_string(*group.number) : "-",
+                            group.configured ? servers_text(group) : out.styled(Style::bad, "(published, not configured)")});
+        }
+    }
+    if (rows.empty() && !options.name.empty()) {
+        throw Failure(ExitCode::not_found, escaped(options.name) + ": no such server group");
+    }
+    out.result(document, [&] { out.table({"PROTOCOL", "NAME", "NUMBER", "SERVERS"}, rows); });
+    return ExitCode::ok;
+}
+
+void add_list(Program &program, CLI::App *sg) {
+    auto options = std::make_shared<GroupOptions>();
+    CLI::App *sub = program.command(sg, "list", "Print server groups with their numbers and servers",
+                                    [options](Output &out) { return list(out, *options); });
+    sub->add_option("NAME", options->name, "Only the group of this name");
+    sub->add_option("--protocol", options->protocol, "Only groups of radius, tacacs or diameter")->check(CLI::IsMember(protocol_names()));
+    sub->footer("A group without a number (-) is not published yet: the AAA server does that, or \"sg add\".\n"
+                "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, private}]}]}\n"
+                "Example: aaactl sg list --protocol radius");
+}
+
+// ---- verify and apply
+
+struct FreeText {
+    void operator()(char *text) const { std::free(text); }
+};
+
+// The library's verdict; its reason where it gives one, else the text of its code.
+void verify(const GroupOptions &options, uint32_t operation) {
+    aaa_cfg_event_t event{};
+    event.operation = operation;
+    char *reason = nullptr;
+    uint32_t verdict = 0;
+    const cerrno rc = aaa_util_svr_grp_verify(&event, &reason, &verdict, options.name.c_str(), protocol_number(options.protocol));
+    const std::unique_ptr<char, FreeText> owner(reason);
+    if (rc == AAA_OK && verdict == AAA_VERDICT_ACCEPTED) {
+        return;
+    }
+    const bool is_refusal = rc == AAA_ERR_INVALID_ARG || rc == AAA_ERR_SG_NAME_OTHER_PROTOCOL || rc == AAA_ERR_SG_IN_USE;
+    throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),
+                  "server group " + escaped(options.name) + ": refused: " + escaped(reason != nullptr ? reason : cerr_strerror(rc)));
+}
+
+cerrno apply(Database &database, const GroupOptions &options, uint32_t operation, uint32_t &number) {
+    aaa_cfg_event_t event{};
+    event.operation = operation;
+    return aaa_util_svr_grp_apply(database.connection(kGroupMaps), &event, options.protocol.c_str(), options.name.c_str(), &number);
+}
+
+// ---- add
+
+struct Server {
+    std::string host;
+    uint32_t port1;
+    uint32_t port2;
+    // Only in a directory's name is there a place for the port of a server that is not RADIUS.
+    bool as_directory;
+};
+
+uint32_t parse_port(const std::string &text, const std::string &server) {
+    char *end = nullptr;
+    const unsigned long port = text.empty() || text[0] < '0' || text[0] > '9' ? 0 : std::strtoul(text.c_str(), &end, 10);
+    if (port == 0 || port > 65535 || *end != '\0') {
+        throw Failure(ExitCode::usage, "\"" + escaped(server) + "\": a port is a number from 1 to 65535");
+    }
+    return static_cast<uint32_t>(port);
+}
+
+// HOST, HOST,PORT or, of RADIUS, HOST,AUTHENTICATION_PORT,ACCOUNTING_PORT.
+Server parse_server(const std::string &text, uint32_t protocol) {
+    const uint32_t usual = protocol == 1 ? 1812 : protocol == 2 ? 49 : 3868;
+    const size_t comma = std::min(text.find(','), text.size());
+    Server server{text.substr(0, comma), usual, protocol == 1 ? 1813u : 0u, protocol != 1 && comma != text.size()};
+    check_group_name(server.host);
+    if (comma == text.size()) {
+        return server;
+    }
+    const size_t second = std::min(text.find(',', comma + 1), text.size());
+    server.port1 = parse_port(text.substr(comma + 1, second - comma - 1), text);
+    if (second != text.size() && protocol != 1) {
+        throw Failure(ExitCode::usage, "\"" + escaped(text) + "\": a server of this protocol has one port");
+    }
+    if (protocol == 1) {
+        server.port2 = second == text.size() ? server.port1 + 1 : parse_port(text.substr(second + 1), text);
+    }
+    return server;
+}
+
+std::string hexadecimal(uint32_t number) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%x", number);
+    return text;
+}
+
+// The index that the library gives the server, or its reason against it.
+uint32_t next_index(const GroupOptions &options, uint32_t protocol, const Server &server) {
+    uint32_t index = 0;
+    const uint32_t is_private = options.is_private ? 1 : 0;
+    const cerrno rc = protocol == 1 ? aaa_util_get_next_ord_index(options.name.c_str(), protocol, AAA_INDEX_ANY, &index, server.host.c_str(),
+                                                                  server.port1, server.port2, 0, is_private)
+                                    : aaa_util_get_next_tacacs_ord_index(options.name.c_str(), protocol, AAA_INDEX_ANY, &index,
+                                                                         server.host.c_str(), server.port1, 0, server.as_directory ? 1 : 0, is_private);
+    if (rc != AAA_OK) {
+        const bool is_refusal = rc == AAA_ERR_INDEX_IN_USE;
+        throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),
+                      "server " + escaped(server.host) + ": refused: " + escaped(cerr_strerror(rc)));
+    }
+    return index;
+}
+
+std::string server_entry(uint32_t protocol, const Server &server) {
+    if (protocol == 1) {
+        return server.host + "," + std::to_string(server.port1) + "," + std::to_string(server.port2);
+    }
+    return server.as_directory ? server.host + "," + hexadecimal(server.port1) + "/" : server.host;
+}
+
+// The library looks for the form that the server is to have; the other one is the same server all the same.
+void check_other_form(const std::optional<Group> &group, uint32_t protocol, const Server &server) {
+    for (const GroupServer &stored : group ? group->servers : std::vector<GroupServer>{}) {
+        if (protocol != 1 && stored.host() == server.host) {
+            throw Failure(ExitCode::negative, "server " + escaped(server.host) + ": refused: the group has it already");
+        }
+    }
+}
+
+std::string server_path(const GroupOptions &options, uint32_t protocol, uint32_t index, const std::string &entry) {
+    return group_directory(protocol, options.name) + (options.is_private ? "server-private/" : "server/") + hexadecimal(index) + "/" + entry;
+}
+
+// One index after the other, as if each server had been stored before the next was asked for.
+Changes server_changes(const GroupOptions &options, uint32_t protocol, const std::optional<Group> &group) {
+    Changes changes;
+    std::set<std::string> hosts;
+    std::optional<uint32_t> next;
+    for (const std::string &text : options.servers) {
+        const Server server = parse_server(text, protocol);
+        const std::string entry = server_entry(protocol, server);
+        if (!hosts.insert(protocol == 1 ? entry : server.host).second) {
+            throw Failure(ExitCode::usage, "server " + escaped(text) + " stands there for the second time");
+        }
+        check_other_form(group, protocol, server);
+        const uint32_t index = next_index(options, protocol, server);
+        next = next ? *next + 1 : index;
+        const std::string path = server_path(options, protocol, *next, entry);
+        if (server.as_directory) {
+            changes.set(path, {SYSDB_TYPE_DIRECTORY, {}});
+        } else {
+            changes.expect_absent(path);
+            changes.set(path, number_item(1));
+        }
+    }
+    if (options.servers.empty()) {
+        changes.set(group_directory(protocol, options.name) + "server/", {SYSDB_TYPE_DIRECTORY, {}});
+    }
+    return changes;
+}
+
+void configure(Database &database, const Changes &changes) {
+    size_t failed = 0;
+    const cerrno rc = changes.apply(database, kGroupConfig, failed);
+    if (rc != 0) {
+        throw database_failure(kGroupConfig, rc);
+    }
+}
+
+// The maps first: a number without a group is taken up by the next attempt, a group without one would not work.
+ExitCode add(Output &out, const GroupOptions &options) {
+    check_group_name(options.name);
+    const uint32_t protocol = protocol_number(options.protocol);
+    Database database;
+    verify(options, AAA_CFG_OP_CREATE);
+    const auto before = read_group(database, protocol, options.name);
+    const Changes changes = server_changes(options, protocol, before);
+    uint32_t number = 0;
+    if (const cerrno rc = apply(database, options, AAA_CFG_OP_CREATE, number); rc != AAA_OK) {
+        throw Failure(database_failure("", rc).code(), "server group " + escaped(options.name) + ": refused: " + escaped(cerr_strerror(rc)));
+    }
+    try {
+        configure(database, changes);
+    } catch (const Failure &) {
+        if (!before || !before->number) {
+            apply(database, options, AAA_CFG_OP_DELETE, number);
+        }
+        throw;
+    }
+    const Group group = read_group(database, protocol, options.name).value_or(Group{});
+    out.result(group_json(group), [&] { out.line(options.protocol + " " + escaped(options.name) + " " + std::to_string(number) + ": " + servers_text(group)); });
+    return ExitCode::ok;
+}
+
+void add_add(Program &program, CLI::App *sg) {
+    auto options = std::make_shared<GroupOptions>();
+    CLI::App *sub = program.command(sg, "add", "Create a server group, or add servers to it", [options](Output &out) { return add(out, *options); });
+    add_protocol(sub, *options);
+    sub->add_option("SERVER", options->servers, "HOST, HOST,PORT or, of RADIUS, HOST,AUTHENTICATION_PORT,ACCOUNTING_PORT");
+    sub->add_flag("--private", options->is_private, "The servers are the group's own");
+    sub->footer("Names and servers are refused for the reasons of the configuration process (exit status 1).\n"
+                "JSON: as of one group of \"sg list\"\nExample: aaactl sg add radius corp 192.0.2.20 192.0.2.21,1645,1646");
+}
+
+// ---- delete
+
+// The stored entries that the words name: by host, or by host and ports.
+Changes server_deletions(const GroupOptions &options, const Group &group) {
+    Changes changes;
+    for (const std::string &text : options.servers) {
+        bool found = false;
+        for (const GroupServer &server : group.servers) {
+            if (text != server.host() && text != server.entry && text + "/" != server.entry) {
+                continue;
+            }
+            GroupOptions place = options;
+            place.is_private = server.is_private;
+            const std::string path = server_path(place, group.protocol, server.index, server.entry);
+            server.entry.ends_with('/') ? changes.prune(path) : changes.erase(path);
+            found = true;
+        }
+        if (!found) {
+            throw Failure(ExitCode::not_found, "server group " + escaped(group.name) + " has no server " + escaped(text));
+        }
+    }
+    // Without servers the group goes on existing.
+    changes.set(group_directory(group.protocol, group.name) + "server/", {SYSDB_TYPE_DIRECTORY, {}});
+    return changes;
+}
+
+// The configuration first: should this end half-way, a second attempt finds the number and removes it.
+void delete_group(Database &database, const GroupOptions &options, const Group &group) {
+    verify(options, AAA_CFG_OP_DELETE);
+    Changes changes;
+    changes.prune(group_directory(group.protocol, group.name));
+    configure(database, changes);
+    uint32_t number = 0;
+    const cerrno rc = apply(database, options, AAA_CFG_OP_DELETE, number);
+    if (rc != AAA_OK && rc != SYSDB_ERR_NOT_FOUND) {
+        throw database_failure(kGroupMaps, rc);
+    }
+}
+
+ExitCode remove(Output &out, const GroupOptions &options) {
+    check_group_name(options.name);
+    Database database;
+    const auto group = read_group(database, protocol_number(options.protocol), options.name);
+    if (!group) {
+        throw Failure(ExitCode::not_found, escaped(options.name) + ": no such server group of " + options.protocol);
+    }
+    if (options.servers.empty()) {
+        delete_group(database, options, *group);
+    } else {
+        configure(database, server_deletions(options, *group));
+    }
+    const auto left = read_group(database, group->protocol, group->name);
+    out.result({{"deleted", true}, {"group", left ? group_json(*left) : Json()}}, [] {});
+    return ExitCode::ok;
+}
+
+void add_delete(Program &program, CLI::App *sg) {
+    auto options = std::make_shared<GroupOptions>();
+    CLI::App *sub = program.command(sg, "delete", "Delete a server group, or servers of it", [options](Output &out) { return remove(out, *options); });
+    add_protocol(sub, *options);
+    sub->add_option("SERVER", options->servers, "Only these: HOST, or as \"sg list\" has it");
+    sub->footer("A group that a method list names is not deleted (exit status 1).\n"
+                "JSON: {deleted, group: what is left of it, or null}\nExample: aaactl sg delete radius corp 192.0.2.21");
+}
+
+} // namespace
+
+void add_sg(Program &program) {
+    CLI::App *sg = program.group("sg", "Show and change server groups");
+    add_list(program, sg);
+    add_add(program, sg);
+    add_delete(program, sg);
+}
+
+} // namespace aaactl
