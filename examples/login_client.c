@@ -47,10 +47,11 @@ static int send_request(client_t *c, const char *what, cerrno composed) {
     } else {
         const iov_t *packed = &c->iov[c->count - 1];
         avlist *copy = NULL; /* the library has packed and freed the list: unpack what goes out, to show it */
-        if (aaa_avpair_unpack_msg_create(&copy, packed->base, (uint32_t)packed->len) == AAA_OK) {
+        if (aaa_avpair_create_list(NULL, &copy) == AAA_OK &&
+            aaa_avpair_unpack_msg_checked(copy, packed->base, packed->len) == AAA_OK) {
             transport_print_list("sent:", copy);
-            aaa_avpair_free_list(copy);
         }
+        aaa_avpair_free_list(copy);
         failed = transport_send(c->fd, c->iov, c->count);
         free(c->iov);
         c->iov = NULL;
