@@ -26,6 +26,10 @@
 #include "support/fail_alloc.hpp"
 #include "support/fake_platform.hpp"
 
+#ifdef AAA_COVERAGE
+extern "C" void __gcov_dump();
+#endif
+
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -63,6 +67,13 @@ int pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*start)
 
 namespace {
 
+// A coverage build's counters are written at a regular exit only.
+void keep_counters() {
+#ifdef AAA_COVERAGE
+    __gcov_dump();
+#endif
+}
+
 // Runs the body in a child; its failures are this test's.
 void in_child(const std::function<void()> &body) {
     std::fflush(nullptr);
@@ -72,6 +83,7 @@ void in_child(const std::function<void()> &body) {
         alarm(60);
         body();
         std::fflush(nullptr);
+        keep_counters();
         _exit(testing::Test::HasFailure() ? 1 : 0);
     }
     int status = 0;

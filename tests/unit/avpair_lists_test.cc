@@ -936,6 +936,24 @@ TEST(AvpairReplace, StopsWhenThereIsNoMemory) {
     });
 }
 
+TEST(AvpairReplace, StopsOnAListAndItselfWhenThereIsNoMemory) {
+    const Pairs pairs = {{kUser, 0, 0, "short"}, {kUser, 0, 0, std::string(600, 'a')}};
+    // No copy of the value can be put aside; the old pair is gone and the new
+    // one does not fit; all is well.
+    const std::vector<Pairs> expected = {pairs, {pairs[1]}, {pairs[1], pairs[1]}};
+    std::size_t run = 0;
+    fake::sweep_allocations([&](fake::FailAlloc &fail) {
+        const ListPtr list = list_of(pairs);
+        const cerrno code =
+            fail.run([&] { return aaa_avpair_list_concat_with_replace(list.get(), list.get()); });
+        EXPECT_EQ(code, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
+        ASSERT_LT(run, expected.size());
+        EXPECT_EQ(read_pairs(list.get()), expected[run++]);
+        EXPECT_SOUND(list.get());
+    });
+    EXPECT_EQ(run, expected.size());
+}
+
 // Merges over lists long enough for several buffers, with deletions, against
 // what the same steps give one by one.
 TEST(AvpairMerge, AgreesWithSingleSteps) {

@@ -286,6 +286,13 @@ TEST_F(ServerGroupDelete, ItemThatCannotBeReadIsSkipped) {
     EXPECT_EQ(fake::count("tuple_unpack_mask"), 1u);
 }
 
+TEST_F(ServerGroupDelete, EntryWithoutANameEndsTheSearch) {
+    fake::fail_call("sysdb_list_next", 1, 0);  // success without a name
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "CORP", 1).rc, AAA_OK);
+    EXPECT_EQ(fake::count("sysdb_list_next"), 1u);
+    EXPECT_EQ(fake::sysdb::open_lists(), 0u);
+}
+
 TEST_F(ServerGroupDelete, ListingFailuresAreTheResultAndListsAreFreed) {
     fake::sysdb::set_list_on_failure(true);
     for (const char *function : {"sysdb_list", "sysdb_list_start", "sysdb_list_next"}) {
