@@ -7,8 +7,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <string_view>
 #include <vector>
 
+#include "key.hpp"
 #include "page_layout.hpp"
 
 namespace sysdb_lmdb {
@@ -24,9 +26,11 @@ constexpr std::uint32_t kSmallestPage = 512;
 constexpr std::uint32_t kLargestPage = 32768;
 
 constexpr std::uint64_t kLargestMap = UINT64_C(1) << 40;
+constexpr std::uint64_t kLargestTxn = UINT64_MAX / 2;  // nobody counts so far
 
 constexpr char kTruncated[] = "it is truncated";
 constexpr char kBadPage[] = "a page is damaged";
+constexpr char kBadFreeList[] = "the list of free pages is damaged";
 
 bool read_at(int fd, void *to, std::size_t size, std::uint64_t offset) {
     return pread(fd, to, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
@@ -59,7 +63,7 @@ const char *meta_fault(int fd, std::uint64_t offset, Meta &meta) {
     // The free list's flags carry those with which the file was made.
     const unsigned flags = meta.free_list.flags & ~unsigned{layout::kMadeAsFile};
     if (flags != layout::kIntegerKeys || !page_size_ok(meta.free_list.padding) ||
-        meta.map_bytes > kLargestMap || meta.last_page >= UINT64_C(1) << 40 ||
+        meta.map_bytes > kLargestMap || meta.last_page >= UINT64_C(1) << 40 || meta.txnid > kLargestTxn ||
         !root_ok(meta.free_list, meta.last_page) || !root_ok(meta.main, meta.last_page)) {
         return "its head is damaged";
     }
@@ -73,19 +77,42 @@ class Checker {
         : fd_(fd),
           page_size_(meta.free_list.padding),
           last_page_(meta.last_page),
+          txnid_(meta.txnid),
           seen_((file_bytes + page_size_ - 1) / page_size_, false) {}
 
     const char *run(const Meta &meta) {
-        check_table(meta.main, kItems);
+        check_table(meta.main, {.names_tables = true});
         if (fault_ == nullptr) {
-            check_table(meta.free_list, kFreeList);
+            check_table(meta.free_list, {.integer_keys = true, .free_list = true});
         }
         return fault_;
     }
 
   private:
-    enum Kind { kItems, kFreeList };
     using Page = std::vector<unsigned char>;
+
+    // What a table may hold.
+    struct Form {
+        bool names_tables = false;  // values are tables
+        bool integer_keys = false;
+        bool free_list = false;
+        bool duplicates = false;  // a key may have many values
+        bool keys_only = false;   // the values of one key
+    };
+
+    // The keys that a page may hold: from low on, below high.
+    struct Range {
+        const std::string_view *low = nullptr;
+        const std::string_view *high = nullptr;
+    };
+
+    static std::uint64_t number_of(std::string_view key) {
+        return layout::read<std::uint64_t>(reinterpret_cast<const unsigned char *>(key.data()));
+    }
+
+    static bool less(std::string_view a, std::string_view b, const Form &form) {
+        return form.integer_keys ? number_of(a) < number_of(b) : a < b;
+    }
 
     bool fail(const char *fault) {
         if (fault_ == nullptr) {
@@ -117,39 +144,103 @@ class Checker {
         return read_at(fd_, page.data(), page_size_, number * page_size_) || fail(kTruncated);
     }
 
-    void check_table(const Table &table, Kind kind) {
-        if (table.root == layout::kNoPage) {
-            return;
-        }
-        if (table.depth == 0 || table.depth > kMaxDepth) {
+    void check_table(const Table &table, const Form &form) {
+        const bool empty = table.root == layout::kNoPage;
+        if (empty != (table.depth == 0) || table.depth > kMaxDepth || (empty && form.keys_only)) {
             fail(kBadPage);
             return;
         }
-        const bool integer_keys = kind == kFreeList || (table.flags & layout::kIntegerKeys) != 0;
-        check_page(table.root, table.depth, integer_keys, kind);
+        if (empty) {
+            return;
+        }
+        check_page(table.root, table.depth, form, {});
     }
 
-    void check_page(std::uint64_t number, unsigned levels, bool integer_keys, Kind kind) {
+    void check_page(std::uint64_t number, unsigned levels, const Form &form, const Range &range) {
         Page page;
         if (!load(number, page)) {
             return;
         }
         const auto header = layout::read<PageHeader>(page.data());
         const std::uint16_t expected = levels == 1 ? layout::kLeaf : layout::kBranch;
-        if (header.number != number || (header.flags & (layout::kLeaf | layout::kBranch)) != expected ||
-            (header.flags & layout::kFixedLeaf) != 0) {
+        if (header.number != number || header.flags != expected) {
             fail(kBadPage);
             return;
         }
         const std::size_t count = node_count(page.data(), page_size_, levels > 1);
         // LMDB aborts on a branch with less than two children.
-        if (fault_ != nullptr || count < (levels > 1 && kind != kFreeList ? 2U : 1U)) {
+        if (fault_ != nullptr || count < (levels > 1 && !form.free_list ? 2U : 1U) ||
+            !keys_in_order(page.data(), page_size_, count, levels > 1, form, range)) {
             fail(kBadPage);
             return;
         }
         for (std::size_t i = 0; i < count && fault_ == nullptr; ++i) {
-            check_node(page.data(), page_size_, i, levels, integer_keys, kind);
+            if (levels > 1) {
+                check_child(page.data(), i, count, levels, form, range);
+            } else {
+                check_leaf_node(page.data(), i, form);
+            }
         }
+    }
+
+    static std::size_t node_offset(const unsigned char *page, std::size_t index) {
+        return layout::read<std::uint16_t>(page + sizeof(PageHeader) + 2 * index);
+    }
+
+    static Node node_at(const unsigned char *page, std::size_t index) {
+        return layout::read<Node>(page + node_offset(page, index));
+    }
+
+    static std::string_view key_at(const unsigned char *page, std::size_t index) {
+        const unsigned char *at = page + node_offset(page, index) + sizeof(Node);
+        return {reinterpret_cast<const char *>(at), node_at(page, index).key_size};
+    }
+
+    // Keys lie in the page, are no longer than they may be, and ascend within
+    // the range: a search in keys without order may never end. The first of a
+    // branch says nothing.
+    static bool keys_in_order(const unsigned char *page, std::size_t size, std::size_t count, bool branch,
+                              const Form &form, const Range &range) {
+        std::string_view before = range.low != nullptr ? *range.low : std::string_view();
+        bool may_equal = range.low != nullptr;
+        bool none_before = range.low == nullptr;
+        for (std::size_t i = branch ? 1 : 0; i < count; ++i) {
+            const std::string_view key = key_at(page, i);
+            if (node_offset(page, i) + sizeof(Node) + key.size() > size || key.empty() ||
+                key.size() > kMaxKey || (form.integer_keys && key.size() != sizeof(std::uint64_t))) {
+                return false;
+            }
+            const bool ascends =
+                none_before || less(before, key, form) || (may_equal && !less(key, before, form));
+            if (!ascends || (range.high != nullptr && !less(key, *range.high, form))) {
+                return false;
+            }
+            before = key;
+            may_equal = false;
+            none_before = false;
+        }
+        return true;
+    }
+
+    void check_child(const unsigned char *page, std::size_t index, std::size_t count, unsigned levels,
+                     const Form &form, const Range &range) {
+        Range below = range;
+        const std::string_view low = index > 0 ? key_at(page, index) : std::string_view();
+        const std::string_view high = index + 1 < count ? key_at(page, index + 1) : std::string_view();
+        below.low = index > 0 ? &low : range.low;
+        below.high = index + 1 < count ? &high : range.high;
+        check_page(node_at(page, index).child(), levels - 1, form, below);
+    }
+
+    void check_leaf_node(const unsigned char *page, std::size_t index, const Form &form) {
+        const Node node = node_at(page, index);
+        const std::size_t data = node_offset(page, index) + sizeof(Node) + node.key_size;
+        if (form.free_list &&
+            (number_of(key_at(page, index)) == 0 || number_of(key_at(page, index)) > txnid_)) {
+            fail(kBadFreeList);
+            return;
+        }
+        check_value(page + data, page_size_ - data, node, form);
     }
 
     // Entries of a page or sub-page, 0 when they are not where they must be:
@@ -188,51 +279,56 @@ class Checker {
         return bytes + bytes % 2;
     }
 
-    void check_node(const unsigned char *page, std::size_t size, std::size_t index, unsigned levels,
-                    bool integer_keys, Kind kind) {
-        const std::size_t offset = layout::read<std::uint16_t>(page + sizeof(PageHeader) + 2 * index);
-        const auto node = layout::read<Node>(page + offset);
-        const std::size_t data = offset + sizeof(Node) + node.key_size;
-        const bool first_of_branch = levels > 1 && index == 0;  // has no key
-        if (data > size || (integer_keys && !first_of_branch && node.key_size != sizeof(std::uint64_t))) {
-            fail(kBadPage);
-            return;
-        }
-        if (levels > 1) {
-            check_page(node.child(), levels - 1, integer_keys, kind);
-        } else {
-            check_value(page + data, size - data, node, kind);
-        }
+    // LMDB splits pages on the assumption that two nodes fit.
+    [[nodiscard]] bool is_too_large(const Node &node) const {
+        return sizeof(Node) + node.key_size + node.data_size() > (page_size_ - sizeof(PageHeader)) / 2;
     }
 
-    void check_value(const unsigned char *data, std::size_t room, const Node &node, Kind kind) {
-        if ((node.flags & layout::kBigData) != 0) {
-            check_overflow(data, room, node.data_size(), kind);
+    void check_value(const unsigned char *data, std::size_t room, const Node &node, const Form &form) {
+        if (form.keys_only) {
+            if (node.flags != 0 || node.data_size() != 0) {
+                fail(kBadPage);
+            }
             return;
         }
-        if (node.data_size() > room) {
+        if (node.flags == layout::kBigData && !form.duplicates) {
+            check_overflow(data, room, node.data_size(), form);
+            return;
+        }
+        if (node.data_size() > room || is_too_large(node)) {
             fail(kBadPage);
             return;
         }
-        if ((node.flags & layout::kSubTable) != 0) {
-            if (node.data_size() != sizeof(Table)) {
-                fail(kBadPage);
-                return;
-            }
-            const auto table = layout::read<Table>(data);
-            if (!root_ok(table, last_page_)) {
-                fail(kBadPage);
-                return;
-            }
-            check_table(table, kItems);
-        } else if ((node.flags & layout::kDuplicates) != 0) {
+        const std::uint16_t table_flags =
+            form.duplicates ? layout::kSubTable | layout::kDuplicates : layout::kSubTable;
+        if (node.flags == table_flags && (form.names_tables || form.duplicates)) {
+            check_sub_table(data, node.data_size(), form);
+        } else if (node.flags == layout::kDuplicates && form.duplicates) {
             check_sub_page(data, node.data_size());
-        } else if (kind == kFreeList) {
+        } else if (node.flags != 0 || (form.duplicates && node.data_size() > kMaxKey)) {
+            fail(kBadPage);
+        } else if (form.free_list) {
             check_free_pages(data, node.data_size());
         }
     }
 
-    void check_overflow(const unsigned char *data, std::size_t room, std::size_t bytes, Kind kind) {
+    void check_sub_table(const unsigned char *data, std::size_t size, const Form &form) {
+        if (size != sizeof(Table)) {
+            fail(kBadPage);
+            return;
+        }
+        const auto table = layout::read<Table>(data);
+        const std::uint16_t known = form.duplicates ? 0 : layout::kIntegerKeys | layout::kManyValues;
+        if (!root_ok(table, last_page_) || (table.flags & ~known) != 0) {
+            fail(kBadPage);
+            return;
+        }
+        check_table(table, {.integer_keys = (table.flags & layout::kIntegerKeys) != 0,
+                            .duplicates = (table.flags & layout::kManyValues) != 0,
+                            .keys_only = form.duplicates});
+    }
+
+    void check_overflow(const unsigned char *data, std::size_t room, std::size_t bytes, const Form &form) {
         if (room < sizeof(std::uint64_t)) {
             fail(kBadPage);
             return;
@@ -244,7 +340,9 @@ class Checker {
         }
         const auto header = layout::read<PageHeader>(page.data());
         const std::uint64_t needed = (sizeof(PageHeader) + bytes + page_size_ - 1) / page_size_;
-        if ((header.flags & layout::kOverflow) == 0 || header.overflow_pages() < needed) {
+        // Deletion frees the pages from the stated number on.
+        if (header.number != number || header.flags != layout::kOverflow ||
+            header.overflow_pages() < needed) {
             fail(kBadPage);
             return;
         }
@@ -253,7 +351,7 @@ class Checker {
                 return;
             }
         }
-        if (kind != kFreeList) {
+        if (!form.free_list) {
             return;
         }
         Page value(bytes);
@@ -271,30 +369,38 @@ class Checker {
             return;
         }
         const auto header = layout::read<PageHeader>(data);
-        if ((header.flags & layout::kSubPage) == 0 || (header.flags & layout::kFixedLeaf) != 0) {
+        if ((header.flags & ~layout::kDirty) != (layout::kSubPage | layout::kLeaf)) {
             fail(kBadPage);
             return;
         }
+        const Form form{.keys_only = true};
         const std::size_t count = node_count(data, size, false);
+        if (fault_ != nullptr || count == 0 || !keys_in_order(data, size, count, false, form, {})) {
+            fail(kBadPage);
+            return;
+        }
         for (std::size_t i = 0; i < count && fault_ == nullptr; ++i) {
-            check_node(data, size, i, 1, false, kItems);
+            check_value(nullptr, 0, node_at(data, i), form);
         }
     }
 
-    // A count and as many numbers of pages that nobody uses any more.
+    // A count and as many numbers of pages that nobody uses any more, the
+    // largest first: LMDB merges such lists.
     void check_free_pages(const unsigned char *data, std::size_t size) {
         const std::uint64_t count = size >= 8 ? layout::read<std::uint64_t>(data) : 0;
         if (size < 8 || count > size / 8 - 1) {
-            fail("the list of free pages is damaged");
+            fail(kBadFreeList);
             return;
         }
+        std::uint64_t before = last_page_ + 1;
         for (std::uint64_t i = 1; i <= count; ++i) {
             const auto number = layout::read<std::uint64_t>(data + 8 * i);
-            const bool known = number >= layout::kMetaPages && number <= last_page_;
-            if (!known || (number < seen_.size() && seen_[number])) {
-                fail("the list of free pages is damaged");
+            const bool used = number < seen_.size() && seen_[number];
+            if (number < layout::kMetaPages || number >= before || used) {
+                fail(kBadFreeList);
                 return;
             }
+            before = number;
             if (number < seen_.size()) {
                 seen_[number] = true;
             }
@@ -304,6 +410,7 @@ class Checker {
     const int fd_;
     const std::uint32_t page_size_;
     const std::uint64_t last_page_;
+    const std::uint64_t txnid_;
     std::vector<bool> seen_;
     const char *fault_ = nullptr;
 };

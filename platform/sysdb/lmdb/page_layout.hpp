@@ -19,7 +19,7 @@ inline constexpr std::uint16_t kBranch = 0x01;
 inline constexpr std::uint16_t kLeaf = 0x02;
 inline constexpr std::uint16_t kOverflow = 0x04;
 inline constexpr std::uint16_t kMeta = 0x08;
-inline constexpr std::uint16_t kFixedLeaf = 0x20;
+inline constexpr std::uint16_t kDirty = 0x10;  // stays behind on pages within pages
 inline constexpr std::uint16_t kSubPage = 0x40;
 
 inline constexpr std::uint16_t kBigData = 0x01;   // the value is on overflow pages
@@ -27,6 +27,7 @@ inline constexpr std::uint16_t kSubTable = 0x02;  // the value is a Table
 inline constexpr std::uint16_t kDuplicates = 0x04;
 
 // Flags of tables.
+inline constexpr std::uint16_t kManyValues = 0x04;
 inline constexpr std::uint16_t kIntegerKeys = 0x08;
 inline constexpr std::uint16_t kMadeAsFile = 0x4000;
 

@@ -1,0 +1,265 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A file of the system database in which anything may be overwritten. It is
+// refused, or it can be read, listed, watched, changed and emptied, without a
+// crash or a hang; what was stored is read back; and a file that was changed
+// passes the same check again.
+//
+// The input is a sequence of patches to a sound file: page (2 bytes), offset
+// in it (2 bytes), width and mode (1 byte), value (8 bytes, little-endian).
+// Bit 7 of the mode cuts the file there instead.
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "database.hpp"
+#include "fuzz_input.hpp"
+#include "host_process.hpp"
+#include "page_check.hpp"
+#include "platform/sysdb_provider.h"
+#include "watch_table.hpp"
+
+namespace {
+
+// The provider looks once a second whether its file has been replaced.
+constinit std::atomic<std::time_t> g_coarse_seconds{1};
+
+}  // namespace
+
+extern "C" int clock_gettime(clockid_t clock, timespec *now) noexcept {
+    if (clock == CLOCK_MONOTONIC_COARSE) {
+        *now = {g_coarse_seconds.load(std::memory_order_relaxed), 0};
+        return 0;
+    }
+    return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+}
+
+namespace {
+
+using namespace sysdb_lmdb;
+
+constexpr char kTop[] = "/oper/";
+constexpr std::size_t kPage = 4096;
+constexpr int kNewItems = 24;
+
+const sysdb_provider_t *g_provider = nullptr;
+std::string g_sound;  // a file as the provider writes it
+
+void ignore_line(uint32_t, const char *, const char *) {}
+int any_value(uint32_t, const void *, uint32_t) {
+    return 1;
+}
+constexpr sysdb_host_t kHost = {SYSDB_PROVIDER_ABI, sizeof(sysdb_host_t), ignore_line, any_value};
+
+std::string file_name() {
+    return fuzz::HostProcess::instance().path("run/oper.mdb");
+}
+
+// A code that says what is wrong with the file, or that there is no room in it.
+bool is_refusal(cerrno rc) {
+    static const std::set<cerrno> codes{SYSDB_ERR_CORRUPT, SYSDB_ERR_STORAGE, SYSDB_ERR_FULL, SYSDB_ERR_BUSY};
+    return codes.count(rc) != 0;
+}
+
+// ---- a process that uses the database -------------------------------------------------
+
+class User {
+  public:
+    User() { bound_ = g_provider->bind(&conn_, kTop, SYSDB_BIND_PRIVATE); }
+    ~User() {
+        if (bound_ == 0) {
+            g_provider->unbind(conn_);
+        }
+    }
+    User(const User &) = delete;
+    User &operator=(const User &) = delete;
+
+    [[nodiscard]] cerrno bound() const { return bound_; }
+
+    void list(const std::string &directory, unsigned depth) {
+        uint32_t count = 0;
+        sysdb_list_t list = nullptr;
+        if (!succeeds(g_provider->list(conn_, directory.c_str(), "", &count, &list, 0))) {
+            return;
+        }
+        REQUIRE(count <= g_sound.size());
+        char *name = nullptr;
+        uint32_t type = 0;
+        while (g_provider->list_next(list, &name, &type, 0) == 0) {
+            const std::string path = directory + name;
+            if (type != SYSDB_TYPE_DIRECTORY) {
+                get(path);
+            } else if (depth > 0) {
+                this->list(path, depth - 1);
+            }
+        }
+        g_provider->list_free(list);
+        if (succeeds(g_provider->directory_get_last(conn_, directory.c_str(), &name, &type, 0))) {
+            std::free(name);
+        }
+    }
+
+    void watch_everything() {
+        uint64_t id = 0;
+        const auto ignore = [](const void *, void *, void *) -> int32_t { return 0; };
+        succeeds(g_provider->register_notification(conn_, "", 6, 3, ignore, nullptr, nullptr, &id));
+    }
+
+    void change() {
+        for (int i = 0; i < kNewItems; ++i) {
+            set("new/" + std::to_string(i * 37 % kNewItems),
+                std::string(static_cast<std::size_t>(i) * 13, 'n'));
+        }
+        set("big/0", std::string(3 * kPage, 'b'));
+        succeeds(g_provider->dispatch(conn_));
+        succeeds(g_provider->item_delete(conn_, "fill/0x3/item", 0));
+        for (const char *directory : {"new", "fill", "big", ""}) {
+            succeeds(g_provider->item_delete(conn_, directory, SYSDB_DELETE_TREE));
+        }
+        set("last", "word");
+        succeeds(g_provider->dispatch(conn_));
+        sweep_watchers();
+    }
+
+    // What was accepted and then changed without a complaint must be sound.
+    void check_file() const {
+        const int fd = open(file_name().c_str(), O_RDONLY | O_CLOEXEC);
+        bool stale = false;
+        const char *fault = nullptr;
+        const cerrno rc = Database::instance().read(Tree::kOper, [&](const ReadTxn &txn) -> cerrno {
+            fault = find_page_fault(fd, mdb_txn_id(txn.get()), stale);
+            return 0;
+        });
+        close(fd);
+        if (fault != nullptr) {
+            std::fprintf(stderr, "after the changes: %s\n", fault);
+        }
+        REQUIRE(complained_ || rc != 0 || (fault == nullptr && !stale));
+    }
+
+  private:
+    bool succeeds(cerrno rc) {
+        REQUIRE(rc == 0 || rc == SYSDB_ERR_NOT_FOUND || rc == SYSDB_ERR_BAD_VALUE ||
+                rc == SYSDB_ERR_BAD_PATH || rc == SYSDB_ERR_PATH_TOO_LONG || is_refusal(rc));
+        complained_ = complained_ || is_refusal(rc);
+        return rc == 0;
+    }
+
+    std::string get(const std::string &path) {
+        uint32_t type = SYSDB_TYPE_ANY;
+        void *value = nullptr;
+        uint32_t length = 0;
+        if (!succeeds(g_provider->item_get(conn_, path.c_str(), &type, &value, &length, 0))) {
+            return "";
+        }
+        const std::unique_ptr<void, void (*)(void *)> owner(value, std::free);
+        return {static_cast<const char *>(value), length};
+    }
+
+    void set(const std::string &path, const std::string &value) {
+        if (succeeds(g_provider->item_set(conn_, path.c_str(), 7, value.data(),
+                                          static_cast<uint32_t>(value.size()), 1)) &&
+            !complained_) {
+            REQUIRE(get(path) == value || complained_);
+        }
+    }
+
+    sysdb_conn_t conn_ = 0;
+    cerrno bound_;
+    bool complained_ = false;
+};
+
+// ---- files ------------------------------------------------------------------------
+
+// As an administrator restores a file: under another name, then renamed.
+void put_in_place(const std::string &bytes) {
+    const std::string temporary = file_name() + ".new";
+    fuzz::HostProcess::write(temporary, bytes);
+    REQUIRE(std::rename(temporary.c_str(), file_name().c_str()) == 0);
+    g_coarse_seconds.fetch_add(2, std::memory_order_relaxed);
+}
+
+void store(sysdb_conn_t conn, const std::string &path, const std::string &value) {
+    REQUIRE(g_provider->item_set(conn, path.c_str(), 7, value.data(), static_cast<uint32_t>(value.size()),
+                                 1) == 0);
+}
+
+// Pages of every kind: branches, values on pages of their own, keys with few
+// and with many values, pages that are free again.
+void make_sound_file() {
+    sysdb_conn_t conn = 0;
+    REQUIRE(g_provider->bind(&conn, kTop, SYSDB_BIND_PRIVATE) == 0);
+    for (int i = 0; i < 60; ++i) {
+        store(conn, "fill/0x" + std::to_string(i) + "/item", std::string(100, 'x'));
+    }
+    store(conn, "big/0", std::string(2 * kPage, 'B'));
+    store(conn, "big/1", std::string(5 * kPage, 'C'));
+    store(conn, "gone", std::string(3 * kPage, 'g'));
+    REQUIRE(g_provider->item_delete(conn, "gone", 0) == 0);
+    for (unsigned i = 0; i < 150; ++i) {
+        char name[32];
+        std::snprintf(name, sizeof name, "%u.%08x", 1000000000 + i, i);
+        REQUIRE(add_watch("/oper/many", name) == 0);
+        REQUIRE(i > 4 || add_watch("/oper/few", name) == 0);
+    }
+    REQUIRE(g_provider->unbind(conn) == 0);
+    std::ostringstream bytes;
+    bytes << std::ifstream(file_name(), std::ios::binary).rdbuf();
+    g_sound = bytes.str();
+    REQUIRE(g_sound.size() > 20 * kPage);
+}
+
+std::string patched(fuzz::Input input) {
+    std::string bytes = g_sound;
+    while (!input.empty()) {
+        const std::size_t page = input.number(2) % (g_sound.size() / kPage + 1);
+        const std::size_t at = page * kPage + input.number(2) % kPage;
+        const uint8_t mode = input.byte();
+        const uint64_t value = input.number(8);
+        if ((mode & 0x80) != 0) {
+            bytes.resize(std::min(bytes.size(), at));
+            continue;
+        }
+        const std::size_t width = std::size_t{1} << (mode & 3);
+        if (at + width <= bytes.size()) {
+            bytes.replace(at, width, reinterpret_cast<const char *>(&value), width);
+        }
+    }
+    return bytes;
+}
+
+void prepare() {
+    fuzz::HostProcess::instance();
+    g_provider = sysdb_provider_table(SYSDB_PROVIDER_ABI, &kHost);
+    make_sound_file();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+    static const bool prepared = (prepare(), true);
+    static_cast<void>(prepared);
+    put_in_place(patched({data, size}));
+    User user;
+    REQUIRE(user.bound() == 0 || is_refusal(user.bound()));
+    REQUIRE(size != 0 || user.bound() == 0);
+    if (user.bound() == 0) {
+        user.watch_everything();
+        user.list("", 4);
+        user.change();
+        user.list("", 4);
+        user.check_file();
+    }
+    return 0;
+}

@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Files of the system database in which single fields were overwritten, each
+// of which was taken for sound and then led to a hang, a crash or lost data.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "sysdb_support.hpp"
+
+namespace {
+
+constexpr std::size_t kPage = 4096;
+constexpr std::size_t kFlagsAt = 10;
+constexpr std::size_t kFirstPlaceAt = 16;
+constexpr uint16_t kLeaf = 2;
+constexpr uint16_t kOverflow = 4;
+
+class SysdbFile : public testing::Test {
+  protected:
+    SysdbFile() {
+        run_forked([] {
+            const Bound bound("/oper/");
+            for (int i = 0; i < 60; ++i) {
+                ASSERT_EQ(0u, set_text(bound.handle(), "fill/" + std::to_string(i), std::string(100, 'x')));
+            }
+            ASSERT_EQ(0u, set_text(bound.handle(), "big", std::string(3 * kPage, 'b')));
+        });
+        std::ostringstream text;
+        text << std::ifstream(sandbox_.oper_file(), std::ios::binary).rdbuf();
+        bytes_ = text.str();
+    }
+
+    template <typename Number>
+    Number get(std::size_t at) const {
+        Number number;
+        std::memcpy(&number, bytes_.data() + at, sizeof number);
+        return number;
+    }
+    template <typename Number>
+    void put(std::size_t at, Number number) {
+        std::memcpy(bytes_.data() + at, &number, sizeof number);
+    }
+
+    // Where pages begin that have these flags and contain this text.
+    std::vector<std::size_t> pages(uint16_t flags, const std::string &text = "") const {
+        std::vector<std::size_t> found;
+        for (std::size_t at = 2 * kPage; at < bytes_.size(); at += kPage) {
+            if (get<uint16_t>(at + kFlagsAt) == flags &&
+                bytes_.substr(at, kPage).find(text) != std::string::npos) {
+                found.push_back(at);
+            }
+        }
+        return found;
+    }
+    // Where the head of the newest state begins.
+    std::size_t newest_head() const { return get<uint64_t>(144) > get<uint64_t>(kPage + 144) ? 0 : kPage; }
+
+    void expect_sound() {
+        run_forked([] { EXPECT_EQ(0u, Bound("/oper/").code()); });
+    }
+    void expect_refused() {
+        std::ofstream(sandbox_.oper_file(), std::ios::binary) << bytes_;
+        const std::string log = run_forked([] { EXPECT_EQ(SYSDB_ERR_CORRUPT, Bound("/oper/").code()); });
+        EXPECT_NE(std::string::npos, log.find("restore it from a backup")) << log;
+    }
+
+    DatabaseSandbox sandbox_;
+    std::string bytes_;
+};
+
+TEST_F(SysdbFile, IsSoundBeforeItIsChanged) {
+    expect_sound();
+}
+
+// A listing of keys without order came back to the same directory for ever.
+TEST_F(SysdbFile, KeysWithoutOrderAreRefused) {
+    const auto leaves = pages(kLeaf, "/oper/fill/");
+    ASSERT_FALSE(leaves.empty());
+    for (const std::size_t page : leaves) {
+        const auto first = get<uint16_t>(page + kFirstPlaceAt);
+        put(page + kFirstPlaceAt, get<uint16_t>(page + kFirstPlaceAt + 2));
+        put(page + kFirstPlaceAt + 2, first);
+    }
+    expect_refused();
+}
+
+// Deleting the value gave the file's first pages back as free.
+TEST_F(SysdbFile, ValueOnAPageWithAnotherNumberIsRefused) {
+    const auto values = pages(kOverflow, "bbbb");
+    ASSERT_EQ(1u, values.size());
+    put(values[0], uint64_t{0});
+    expect_refused();
+}
+
+// LMDB ended the process when it met such a page.
+TEST_F(SysdbFile, UnknownFlagsOfAPageAreRefused) {
+    const auto values = pages(kOverflow, "bbbb");
+    ASSERT_EQ(1u, values.size());
+    put(values[0] + kFlagsAt, uint16_t{0xffff});
+    expect_refused();
+}
+
+// The next change made a tree whose depth was wrong.
+TEST_F(SysdbFile, TreeWithADepthAndNoRootIsRefused) {
+    put(newest_head() + 80, ~uint64_t{0});
+    expect_refused();
+}
+
+// The next transaction would have had the number 0; LMDB ended the process.
+TEST_F(SysdbFile, LastTransactionNumberIsRefused) {
+    put(newest_head() + 144, ~uint64_t{0});
+    expect_refused();
+}
+
+}  // namespace
