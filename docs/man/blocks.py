@@ -82,7 +82,7 @@ class Body:
     """The lines of one block, as they are turned into mdoc one element after the other."""
 
     def __init__(self, lines):
-        self.lines = lines
+        self.lines = [part for line in lines for part in re.split(r"(?<=\S) (?=@return )", line)]
         self.at = 0
         self.out = []
 

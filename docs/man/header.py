@@ -3,12 +3,15 @@
 
 The headers have one manner, and this reader knows that manner, not C: a block
 opens with /**, stands directly before what it describes, and a declaration of
-an exported name begins in the first column with AAA_API or PLATFORM_API.
+an exported name begins in the first column, with AAA_API or PLATFORM_API if it is
+of a shared library.
 """
 import re
 from dataclasses import dataclass, field
 
 EXPORT = re.compile(r"(?:AAA_API|PLATFORM_API)\s+(.*)")
+# In the headers of static libraries nothing is marked.
+UNMARKED = re.compile(r"((?!typedef|struct|enum|static|union)[\w\s*]+\b\w+\(.*\);)")
 
 
 @dataclass
@@ -53,6 +56,7 @@ class Reader:
         self.lines = text.split("\n")
         self.at = 0
         self.header = Header(path)
+        self.unmarked = "_API " not in text
 
     def take_comment(self):
         start = self.at
@@ -106,6 +110,8 @@ class Reader:
         if text.startswith("static_assert"):
             return
         exported = EXPORT.match(text.replace("\n", " "))
+        if self.unmarked and not exported:
+            exported = UNMARKED.match(text.replace("\n", " "))
         if not exported:
             self.header.items.append(Item("code", text, doc))
             return

@@ -107,8 +107,9 @@ void testkit_clear_calls(void);
  */
 const char *testkit_log(unsigned index);
 
-/** The same message's mnemonic and severity. @return null, or 0xFFFFFFFF, past the last. */
+/** The same message's mnemonic. Ownership: *Borrowed*. @return null past the last. */
 const char *testkit_log_mnemonic(unsigned index);
+/** The same message's severity. @return 0xFFFFFFFF past the last. */
 uint32_t testkit_log_severity(unsigned index);
 
 /** Switches a debug flag (aaa/alloc.h) on or off; all are off initially. */
@@ -150,6 +151,7 @@ void testkit_give_text(const char *function, const char *text);
  * Runs a function of the test in front of every call of one of the platform's:
  * to change the database behind the program's back, for one.
  *
+ * @param function  its name
  * @param hook     may call the kit; null ends it
  * @param context  handed to hook
  */
@@ -193,8 +195,9 @@ void testkit_type_line(const char *text, int ok, int error);
 /** Name that ttyname_r() gives, or its failure when error is not 0. */
 void testkit_ttyname(const char *text, int error);
 
-/** Stops the clock, time(), at a moment. testkit_run_clock() lets it run again. */
+/** Stops the clock, time(), at a moment. */
 void testkit_stop_clock(int64_t seconds);
+/** Lets the clock run again. */
 void testkit_run_clock(void);
 
 /* ---- system database --------------------------------------------------------- */
@@ -204,12 +207,15 @@ void testkit_run_clock(void);
 /** Whether there is a database provider; 1 initially. */
 void testkit_sysdb_present(int on);
 
+/** A number. */
 void testkit_sysdb_put_u32(const char *path, uint32_t value);
+/** A text. *Copied in*. */
 void testkit_sysdb_put_string(const char *path, const char *text);
 /** Any item: type and bytes. *Copied in*. A value of sysdb_tuple_pack() goes with SYSDB_TYPE_TUPLE. */
 void testkit_sysdb_put(const char *path, uint32_t type, const void *value, size_t length);
 /** A method list: four methods, four group names (null = none). */
 void testkit_sysdb_put_method_list(const char *path, const uint32_t methods[4], const char *const groups[4]);
+/** A directory that exists while it is empty. */
 void testkit_sysdb_make_directory(const char *path);
 /** An item, or a directory that was made and is empty. */
 void testkit_sysdb_remove(const char *path);
