@@ -3,8 +3,13 @@
 // What holds for every command: help, exit status of a wrong command line,
 // completion, and escaping.
 
+#include <cstdio>
+#include <cstring>
+#include <set>
+
 #include "output.hpp"
 #include "program_run.hpp"
+#include "temp_dir.hpp"
 
 namespace {
 
@@ -39,6 +44,51 @@ TEST(AaactlProgram, CompletesInBash) {
     EXPECT_EQ(script.status, 0);
     EXPECT_NE(script.out.find("[\"aaactl completion\"]"), std::string::npos) << script.out;
     EXPECT_NE(script.out.find("complete -o filenames -F _aaactl aaactl"), std::string::npos);
+}
+
+// What bash offers for the words, the last of which is under the cursor.
+std::set<std::string> completions(const TempDir &dir, const std::string &words, int cursor) {
+    const std::string command = "bash --norc -c 'cd " + dir.path("") + "; source ./aaactl.bash; COMP_WORDS=(" + words +
+                                "); COMP_CWORD=" + std::to_string(cursor) + "; _aaactl; printf \"%s\\n\" \"${COMPREPLY[@]}\"'";
+    std::set<std::string> offered;
+    FILE *stream = popen(command.c_str(), "re");
+    char line[256];
+    while (stream != nullptr && fgets(line, sizeof line, stream) != nullptr) {
+        offered.insert(std::string(line).substr(0, std::strlen(line) - 1));
+    }
+    EXPECT_EQ(pclose(stream), 0);
+    return offered;
+}
+
+TEST(AaactlProgram, OffersCommandsOptionsAndValues) {
+    const TempDir dir;
+    dir.write("aaactl.bash", aaactl({"completion", "bash"}).out);
+    dir.write("message.bin", "");
+    EXPECT_TRUE(completions(dir, "aaactl \"\"", 1).count("decode"));
+    EXPECT_EQ(completions(dir, "aaactl enc", 1), std::set<std::string>{"encode"});
+    EXPECT_EQ(completions(dir, "aaactl decode --ki", 2), std::set<std::string>{"--kind"});
+    EXPECT_EQ(completions(dir, "aaactl decode --kind server-", 3),
+              (std::set<std::string>{"server-connect", "server-disconnect"}));
+    EXPECT_EQ(completions(dir, "aaactl decode --kind = li", 4), std::set<std::string>{"list"});
+    EXPECT_EQ(completions(dir, "aaactl --color = \"\"", 3), (std::set<std::string>{"always", "auto", "never"}));
+    EXPECT_EQ(completions(dir, "aaactl --json attr show AAA_USERNAME_A", 4), std::set<std::string>{"AAA_USERNAME_ATTR"});
+    EXPECT_EQ(completions(dir, "aaactl err AAA_ERR_SG_I", 2), std::set<std::string>{"AAA_ERR_SG_IN_USE"});
+    EXPECT_EQ(completions(dir, "aaactl completion z", 2), std::set<std::string>{"zsh"});
+    EXPECT_EQ(completions(dir, "aaactl decode mess", 2), std::set<std::string>{"message.bin"});
+    EXPECT_EQ(completions(dir, "aaactl encode -o mess", 3), std::set<std::string>{"message.bin"});
+    EXPECT_EQ(completions(dir, "aaactl nothing --no-such", 2), std::set<std::string>{""});
+}
+
+TEST(AaactlProgram, CompletesInZshAndFish) {
+    const auto zsh = aaactl({"completion", "zsh"});
+    EXPECT_EQ(zsh.status, 0);
+    EXPECT_NE(zsh.out.find("_aaactl_values[aaactl decode --input]=\"auto binary hex\""), std::string::npos) << zsh.out;
+    const auto fish = aaactl({"completion", "fish"});
+    EXPECT_EQ(fish.status, 0);
+    EXPECT_NE(fish.out.find("complete -c aaactl -n '__fish_seen_subcommand_from attr; and __fish_seen_subcommand_from "
+                            "list' -l type -x -a 'string integer binary address'"),
+              std::string::npos)
+        << fish.out;
 }
 
 TEST(AaactlOutput, EscapesWhatActsOnATerminal) {

@@ -127,7 +127,7 @@ void only_keys(const Json &object, const std::string &path, std::initializer_lis
         refuse(path, "an object is needed");
     }
     for (const auto &[key, value] : object.items()) {
-        if (std::none_of(keys.begin(), keys.end(), [&](const char *known) { return key == known; })) {
+        if (std::none_of(keys.begin(), keys.end(), [&name = key](const char *known) { return name == known; })) {
             refuse(path, "no key '" + escaped(key) + "' is known here");
         }
     }

@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Messages of unknown origin into aaactl's decode. The input is a kind (1 byte,
+// see kKinds) and the message; kind 255 takes the rest for hexadecimal text.
+// Whether a list is well-formed is compared with the library's verdict; every
+// well-formed message has to come back from both descriptions byte by byte, and
+// what is shown without --show-secrets must never be encoded as if it were whole.
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "aaa/checked.h"
+#include "aaa/result_codes.h"
+#include "fuzz_input.hpp"
+#include "hex_input.hpp"
+#include "message_json.hpp"
+#include "message_text.hpp"
+
+namespace {
+
+using aaactl::Failure;
+using aaactl::Json;
+using aaactl::Message;
+
+constexpr uint8_t kHexText = 255;
+
+cerrno verdict(const std::string &bytes) {
+    avlist *list = nullptr;
+    REQUIRE(aaa_avpair_create_list(nullptr, &list) == AAA_OK);
+    const std::unique_ptr<avlist, void (*)(avlist *)> owner(list, aaa_avpair_free_list);
+    return aaa_avpair_unpack_msg_checked(list, bytes.data(), bytes.size());
+}
+
+// A control byte may reach nobody's terminal.
+void require_printable(const std::string &text) {
+    for (const char c : text) {
+        REQUIRE(c == '\n' || (static_cast<unsigned char>(c) >= ' ' && c != '\x7f'));
+    }
+}
+
+template <typename Encode>
+bool encodes(Encode encode, const std::string &bytes) {
+    try {
+        return write_message(encode()) == bytes;
+    } catch (const Failure &failure) {
+        REQUIRE(failure.code() == aaactl::ExitCode::bad_input);
+        return false;
+    }
+}
+
+void round_trip(const Message &message, const std::string &bytes) {
+    REQUIRE(write_message(message) == bytes);
+    for (const bool secrets : {true, false}) {
+        const std::string text = to_text(message, secrets);
+        const std::string json = to_json(message, secrets).dump();
+        require_printable(text);
+        require_printable(json);
+        const bool from_text = encodes([&] { return aaactl::from_text(text); }, bytes);
+        const bool from_json = encodes([&] { return aaactl::from_json(Json::parse(json)); }, bytes);
+        REQUIRE(from_text == from_json);
+        REQUIRE(!secrets || from_text);
+    }
+}
+
+void decode(const std::string &bytes, std::string_view kind) {
+    const Message message = aaactl::read_message(bytes, kind);
+    if (kind == "list") {
+        REQUIRE((message.fault ? message.fault->rc : cerrno{AAA_OK}) == verdict(bytes));
+    }
+    require_printable(to_json(message, false).dump());
+    if (!message.fault) {
+        round_trip(message, bytes);
+    } else {
+        REQUIRE(message.fault->offset <= bytes.size());
+        REQUIRE(write_message(message) == bytes.substr(0, write_message(message).size()));
+    }
+}
+
+void read_hex(const std::string &text) {
+    try {
+        REQUIRE(aaactl::bytes_of_hex(text).size() <= text.size() / 2);
+    } catch (const Failure &failure) {
+        REQUIRE(failure.code() == aaactl::ExitCode::bad_input);
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+    fuzz::Input input(data, size);
+    const uint8_t kind = input.byte();
+    const std::string bytes = input.rest();
+    if (kind == kHexText) {
+        read_hex(bytes);
+    } else if (!bytes.empty()) {
+        decode(bytes, aaactl::message_kinds()[kind % aaactl::message_kinds().size()].name);
+    }
+    return 0;
+}

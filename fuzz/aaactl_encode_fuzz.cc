@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Descriptions of messages, as text or (beginning with '{') as JSON, into
+// aaactl's encode. Whatever is accepted makes a well-formed message, which
+// decode describes in a way that encodes to the same bytes; everything else is a
+// Failure, and no other exception.
+
+#include <string>
+
+#include "fuzz_input.hpp"
+#include "message_json.hpp"
+#include "message_text.hpp"
+
+namespace {
+
+using aaactl::Failure;
+using aaactl::Json;
+using aaactl::Message;
+
+void require_inverse(const Message &made) {
+    const std::string bytes = write_message(made);
+    const Message message = aaactl::read_message(bytes, made.kind);
+    REQUIRE(!message.fault);
+    REQUIRE(write_message(message) == bytes);
+    REQUIRE(write_message(aaactl::from_text(to_text(message, true))) == bytes);
+    REQUIRE(write_message(aaactl::from_json(to_json(message, true))) == bytes);
+}
+
+Message encode(const std::string &description) {
+    if (!description.starts_with('{')) {
+        return aaactl::from_text(description);
+    }
+    const Json document = Json::parse(description, nullptr, false);
+    if (document.is_discarded()) {
+        throw Failure(aaactl::ExitCode::bad_input, "no JSON");
+    }
+    return aaactl::from_json(document);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+    try {
+        require_inverse(encode({reinterpret_cast<const char *>(data), size}));
+    } catch (const Failure &failure) {
+        REQUIRE(failure.code() == aaactl::ExitCode::bad_input);
+    }
+    return 0;
+}
