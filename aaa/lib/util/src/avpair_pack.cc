@@ -164,17 +164,10 @@ class Pairs {
     }
 
     // Integers and IPv4 addresses travel in network order, but only at their
-    // natural size: an eight-byte integer travels as it stands.
-    void convert_number(const Pair &pair) {
-        if (pair.len == sizeof(uint32_t) && aaautil::swaps_value(pair.type)) {
-            store(aaautil::load_be32(in_ + at_));
-        }
-    }
-
-    // The same without a branch on length and type, which would be mispredicted
-    // for every other pair of a mixed list: the word behind the head is stored
-    // anew in any case. Behind an empty value that is the next pair's type, as
-    // it was.
+    // natural size: an eight-byte integer travels as it stands. No branch on
+    // length and type, which would be mispredicted for every other pair of a
+    // mixed list: the word behind the head is stored anew in any case. Behind
+    // an empty value that is the next pair's type, as it was.
     void select_number(const Pair &pair) {
         const uint32_t word = aaautil::load_u32(in_ + at_);
         const uint32_t number = aaautil::swaps_value(pair.type) ? aaautil::net_u32(word) : word;
@@ -182,11 +175,13 @@ class Pairs {
     }
 
     void convert_value(const Pair &pair) {
+        if (pair.len == sizeof(uint32_t) && left() >= sizeof(uint32_t)) [[likely]] {
+            select_number(pair);
+            at_ += sizeof(uint32_t);
+            return;
+        }
         const std::size_t extent = value_extent(pair.len, left());
         copy(extent);
-        if (extent >= sizeof(uint32_t)) {
-            convert_number(pair);
-        }
         at_ += extent;
     }
 
