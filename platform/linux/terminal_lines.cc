@@ -19,6 +19,7 @@
 
 #include "config_file.hpp"
 #include "own_line.hpp"
+#include "platform/control.h"
 #include "platform/terminal.h"
 #include "platform_codes.hpp"
 
@@ -26,6 +27,7 @@ namespace aaaplatform {
 
 namespace {
 
+constexpr char kLinesVariable[] = "AAA_LINES_CONF";
 constexpr char kLinesFile[] = "/etc/aaa/lines.conf";
 constexpr std::size_t kMaxListName = 254;  // what a method-list record can hold
 
@@ -35,7 +37,7 @@ struct KindWord {
 };
 
 constexpr uint32_t kKinds = 3;
-constexpr uint32_t kEveryKind = kKinds;
+constexpr uint32_t kEveryKind = AAA_PLATFORM_LINE_EVERY_KIND;
 
 constexpr KindWord kKindWords[] = {
     {"authentication", 0}, {"authorization", 1}, {"accounting", 2}, {"*", kEveryKind}};
@@ -82,31 +84,48 @@ bool line_matches(const char *pattern, const char *name) {
     return fnmatch(pattern, name, 0) == 0 || fnmatch(pattern, device, 0) == 0;
 }
 
-bool row_applies(const ConfigLine &line, uint32_t kind, const char *name) {
-    const uint32_t row_kind = kind_of(line.word[1])->kind;
-    return (row_kind == kEveryKind || row_kind == kind) && line_matches(line.word[0], name);
+aaa_platform_line_rule_t rule_of(const ConfigLine &line) {
+    aaa_platform_line_rule_t rule{};
+    const KindWord *kind = line.words > 1 ? kind_of(line.word[1]) : nullptr;
+    rule.number = line.number;
+    rule.kind = kind != nullptr ? kind->kind : kEveryKind;
+    rule.pattern = line.word[0];
+    rule.list_name = line.words > 2 ? line.word[2] : nullptr;
+    rule.defect = defect_of(line);
+    return rule;
+}
+
+bool applies(const aaa_platform_line_rule_t &rule, uint32_t kind, const char *name) {
+    return rule.defect == nullptr && (rule.kind == kEveryKind || rule.kind == kind) && line_matches(rule.pattern, name);
+}
+
+bool open_rules(ConfigFile &file) {
+    return file.open(config_path(kLinesVariable, kLinesFile));
 }
 
 cerrno find_list(const char *name, uint32_t kind, char **list_name) {
     ConfigFile file;
-    if (!file.open(config_path("AAA_LINES_CONF", kLinesFile))) {
+    if (!open_rules(file)) {
         // A file that is there and cannot be trusted must not silently turn
         // into the default list.
         return file.unusable() ? LINE_BAD_CONFIG : cerrno{0};
     }
     ConfigLine line;
     while (file.next(&line)) {
-        const char *defect = defect_of(line);
-        if (defect != nullptr) {
-            file.complain(defect);
-            continue;
-        }
-        if (row_applies(line, kind, name)) {
-            *list_name = strdup(line.word[2]);
+        const aaa_platform_line_rule_t rule = rule_of(line);
+        if (rule.defect != nullptr) {
+            file.complain(rule.defect);
+        } else if (applies(rule, kind, name)) {
+            *list_name = strdup(rule.list_name);
             return *list_name != nullptr ? cerrno{0} : cerrno{LINE_NO_MEMORY};
         }
     }
     return 0;
+}
+
+const char *without_directory(const char *line) {
+    constexpr std::size_t kLength = 5;
+    return std::strncmp(line, "/dev/", kLength) == 0 ? line + kLength : line;
 }
 
 }  // namespace
@@ -127,6 +146,40 @@ cerrno find_method_for_line(uint32_t kind, char **list_name) {
     const cerrno rc = line == OwnLine::kNone ? cerrno{LINE_NO_TERMINAL} : find_list(name, kind, list_name);
     errno = saved_errno;
     return rc;
+}
+
+cerrno aaa_platform_line_rules(aaa_platform_line_rule_fn visit, void *context) {
+    using namespace aaaplatform;
+    if (visit == nullptr) {
+        return HOST_INVALID_ARG;
+    }
+    ConfigFile file;
+    if (!open_rules(file)) {
+        return file.unusable() ? LINE_BAD_CONFIG : cerrno{0};
+    }
+    ConfigLine line;
+    while (file.next(&line)) {
+        const aaa_platform_line_rule_t rule = rule_of(line);
+        if (visit(&rule, context) != 0) {
+            break;
+        }
+    }
+    return 0;
+}
+
+int aaa_platform_line_rule_applies(const aaa_platform_line_rule_t *rule, uint32_t kind, const char *line) {
+    using namespace aaaplatform;
+    if (rule == nullptr || line == nullptr || kind >= kKinds) {
+        return 0;
+    }
+    const char *name = without_directory(line);
+    // No line of this host has a longer name.
+    return strnlen(name, kLineNameSize) < kLineNameSize && applies(*rule, kind, name) ? 1 : 0;
+}
+
+const char *aaa_platform_line_rules_path(void) {
+    using namespace aaaplatform;
+    return config_path(kLinesVariable, kLinesFile);
 }
 
 }  // extern "C"

@@ -18,6 +18,7 @@
 
 #include "aaa/lines.h"
 #include "log_socket.hpp"
+#include "platform/control.h"
 #include "temp_dir.hpp"
 #include "terminal_process.hpp"
 
@@ -325,6 +326,74 @@ TEST_F(MethodForLine, RefusesBadArguments) {
     char *list = nullptr;
     EXPECT_EQ(kInvalidArg, find_method_for_line(3, &list));
     EXPECT_EQ(kInvalidArg, find_method_for_line(0, nullptr));
+}
+
+// ---- the rows as tools see them
+
+namespace {
+
+struct Rules {
+    std::string rows;     // "NUMBER:KIND:PATTERN:LIST:DEFECT;" each
+    std::string decision; // list of the first that applies
+    uint32_t kind = 0;
+    std::string line;
+
+    static int32_t visit(const aaa_platform_line_rule_t *rule, void *context) {
+        auto *self = static_cast<Rules *>(context);
+        const auto text = [](const char *part) { return std::string(part != nullptr ? part : "-"); };
+        self->rows += std::to_string(rule->number) + ":" + std::to_string(rule->kind) + ":" + text(rule->pattern) + ":" +
+                      text(rule->list_name) + ":" + (rule->defect != nullptr ? "defect" : "") + ";";
+        if (self->decision.empty() && aaa_platform_line_rule_applies(rule, self->kind, self->line.c_str()) != 0) {
+            self->decision = rule->list_name;
+        }
+        return 0;
+    }
+};
+
+}  // namespace
+
+// Whoever explains the choice of a list must not say otherwise than who chooses.
+TEST_F(MethodForLine, TheRowsDecideAsTheLookupDoes) {
+    const std::string text =
+        "console * a\nwrong\npts/* sometimes b\n\npts/* authorization c\n/dev/pts/* authentication d\n* * e\n";
+    const ScopedEnv env("AAA_LINES_CONF", dir.write("lines.conf", text, 0644));
+    EXPECT_EQ(dir.path("lines.conf"), aaa_platform_line_rules_path());
+    for (uint32_t kind = 0; kind < 3; ++kind) {
+        TerminalProcess child([&] { return lookup(kind); });
+        for (const std::string &prefix : {std::string(), std::string("/dev/")}) {
+            Rules rules;
+            rules.kind = kind;
+            rules.line = prefix + child.line();
+            EXPECT_EQ(0u, aaa_platform_line_rules(Rules::visit, &rules));
+            EXPECT_EQ("1:3:console:a:;2:3:wrong:-:defect;3:3:pts/*:b:defect;5:1:pts/*:c:;6:0:/dev/pts/*:d:;7:3:*:e:;", rules.rows);
+            EXPECT_EQ(std::string(kind == 0 ? "d" : kind == 1 ? "c" : "e"), rules.decision);
+            if (prefix.empty()) {
+                EXPECT_EQ("00000000 " + rules.decision, child.report());
+            }
+        }
+    }
+    g_log->take();
+}
+
+TEST_F(MethodForLine, TheRowsOfAnUnusableFileAreNotShown) {
+    Rules rules;
+    {
+        const ScopedEnv env("AAA_LINES_CONF", dir.path("absent"));
+        EXPECT_EQ(0u, aaa_platform_line_rules(Rules::visit, &rules));
+    }
+    const ScopedEnv env("AAA_LINES_CONF", dir.write("lines.conf", "* * a\n", 0666));
+    EXPECT_EQ(kBadConfig, aaa_platform_line_rules(Rules::visit, &rules));
+    EXPECT_EQ("", rules.rows);
+    EXPECT_EQ(0xa2580200u, aaa_platform_line_rules(nullptr, nullptr));
+    aaa_platform_line_rule_t rule{1, 3, "*", "a", nullptr};
+    EXPECT_EQ(1, aaa_platform_line_rule_applies(&rule, 2, "any"));
+    EXPECT_EQ(0, aaa_platform_line_rule_applies(&rule, 3, "any"));
+    EXPECT_EQ(0, aaa_platform_line_rule_applies(&rule, 0, std::string(64, 'x').c_str()));
+    EXPECT_EQ(0, aaa_platform_line_rule_applies(&rule, 0, nullptr));
+    EXPECT_EQ(0, aaa_platform_line_rule_applies(nullptr, 0, "any"));
+    rule.defect = "wrong";
+    EXPECT_EQ(0, aaa_platform_line_rule_applies(&rule, 0, "any"));
+    g_log->take();
 }
 
 // ---- remote address ----------------------------------------------------------------

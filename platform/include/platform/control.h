@@ -5,7 +5,8 @@
 /**
  * @file
  * Controls of the host platform for Linux: tracing at run time, what threads
- * wait for, and the master keys of the password cipher. This is not part of
+ * wait for, the method lists of lines, and the master keys of the password
+ * cipher. This is not part of
  * the contract with the library, which calls none of it; it is for daemons,
  * tools and debuggers. Every function may be called from any thread.
  */
@@ -75,6 +76,52 @@ typedef struct aaa_platform_mutex_wait {
  *         wait during the call may be missing
  */
 PLATFORM_API uint32_t aaa_platform_mutex_waits(aaa_platform_mutex_wait_t *out, uint32_t capacity);
+
+/* ---- method lists of lines ------------------------------------------------------ */
+
+/** A row for every kind of request. */
+#define AAA_PLATFORM_LINE_EVERY_KIND 3u
+
+/** One row of the file that says which method list applies on which lines. */
+typedef struct aaa_platform_line_rule {
+    uint32_t    number;    /**< line of the file, from 1 */
+    uint32_t    kind;      /**< 0 authentication, 1 authorization, 2 accounting, or AAA_PLATFORM_LINE_EVERY_KIND */
+    const char *pattern;   /**< shell pattern for the names of lines; null in a defective row that has none */
+    const char *list_name; /**< the method list; null in a defective row that has none */
+    const char *defect;    /**< null, or why nobody uses the row; kind then says nothing */
+} aaa_platform_line_rule_t;
+
+/** Called with each row, borrowed for the call; non-zero ends the walk. */
+typedef int32_t (*aaa_platform_line_rule_fn)(const aaa_platform_line_rule_t *rule, void *context);
+
+/**
+ * Walks the rows in the order in which find_method_for_line() looks at them:
+ * the first that applies decides.
+ *
+ * @param visit   called with each row, defective ones included
+ * @param context handed to visit; may be null
+ * @return 0: done, or there is no file; 0xa2580200: visit is null; 0xa2571600:
+ *         the file cannot be used (a log line says why), and requests that name no
+ *         list fail with that code
+ */
+PLATFORM_API cerrno aaa_platform_line_rules(aaa_platform_line_rule_fn visit, void *context);
+
+/**
+ * Tells whether a row decides for a kind of request on a line.
+ *
+ * @param rule the row
+ * @param kind 0 authentication, 1 authorization, 2 accounting
+ * @param line name of the line, with or without "/dev/"
+ * @return 1: it does; 0: it does not, is defective, or an argument is null
+ */
+PLATFORM_API int aaa_platform_line_rule_applies(const aaa_platform_line_rule_t *rule, uint32_t kind, const char *line);
+
+/**
+ * Path of the file of rows that this process uses.
+ *
+ * Ownership: *Borrowed*, until the environment changes.
+ */
+PLATFORM_API const char *aaa_platform_line_rules_path(void);
 
 /* ---- master keys ------------------------------------------------------------- */
 
