@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What can be wrong with method lists, server groups, lines and keys.
+
+#pragma once
+
+#include "aaa_config.hpp"
+#include "findings.hpp"
+
+namespace aaactl {
+
+// The number that clients get for a group's name, as the library looks it up.
+struct GroupNumber {
+    cerrno rc = 0;
+    uint32_t number = 0;
+    uint32_t protocol = 0;
+};
+GroupNumber group_number(const std::string &name);
+
+bool is_sound(const Server &server);
+
+// How many methods of a list can work: their groups exist, have numbers and servers.
+size_t working_methods(Database &database, const MethodList &list);
+
+// A list by itself; its groups are looked at only as far as they exist.
+void check_list(Database &database, const MethodList &list, Findings &findings);
+// A group by itself; `used`: a method list names it.
+void check_group(const Group &group, bool used, Findings &findings);
+// An entry of a list of servers, each server once.
+void check_servers(const std::vector<Server> &servers, Findings &findings);
+
+// The file that gives lines their lists, and the lists that it names.
+void check_lines(Database &database, Findings &findings);
+// Server keys anywhere in the AAA configuration.
+void check_keys(Database &database, Findings &findings);
+
+} // namespace aaactl

@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Method lists.
+
+#include <algorithm>
+#include <cstring>
+
+#include "aaa/names.h"
+#include "aaa/server_groups.h"
+#include "checks.hpp"
+#include "names.hpp"
+
+namespace aaactl {
+namespace {
+
+constexpr size_t kAccountingIntegers = 3;
+
+bool is_remote(uint32_t method) {
+    return method == AAA_METHOD_SERVER_GROUP || method == AAA_METHOD_RADIUS || method == AAA_METHOD_TACACSPLUS;
+}
+
+// What an operator can write into a list; the other numbers are the service's own.
+bool is_configurable(uint32_t method) {
+    switch (method) {
+    case AAA_METHOD_NONE:
+    case AAA_METHOD_LOCAL:
+    case AAA_METHOD_RADIUS:
+    case AAA_METHOD_TACACSPLUS:
+    case AAA_METHOD_IF_AUTHEN:
+    case AAA_METHOD_SERVER_GROUP:
+    case AAA_METHOD_LINE:
+    case AAA_METHOD_ENABLE:
+    case AAA_METHOD_KERBEROS5:
+    case AAA_METHOD_SYSLOG: return true;
+    default: return false;
+    }
+}
+
+bool any_sound(const std::vector<Server> &servers) {
+    return std::any_of(servers.begin(), servers.end(), is_sound);
+}
+
+const Protocol &protocol_of(uint32_t method) {
+    return method == AAA_METHOD_RADIUS ? kProtocols[0] : kProtocols[1];
+}
+
+bool group_works(Database &database, const std::string &name) {
+    const GroupNumber number = group_number(name);
+    const auto groups = find_groups(database, name);
+    return number.rc == AAA_OK && std::any_of(groups.begin(), groups.end(), [&](const Group &group) {
+               return group.protocol.number == number.protocol && any_sound(group.servers);
+           });
+}
+
+bool works(Database &database, const Slot &slot) {
+    if (slot.method == AAA_METHOD_SERVER_GROUP) {
+        return group_works(database, slot.group);
+    }
+    return is_configurable(slot.method) &&
+           (!is_remote(slot.method) || any_sound(protocol_servers(database, protocol_of(slot.method))));
+}
+
+std::string slot_text(const Slot &slot) {
+    return slot.method == AAA_METHOD_SERVER_GROUP ? "server group \"" + escaped(slot.group) + "\"" : "\"" + method_word(slot.method) + "\"";
+}
+
+const char *what_fails(const MethodList &list) {
+    return list.function == "accounting" ? "nothing is recorded" : "every request is refused";
+}
+
+class ListCheck {
+  public:
+    ListCheck(Database &database, const MethodList &list, Findings &findings)
+        : database_(database), list_(list), findings_(findings), methods_(list.methods()) {}
+
+    void run() {
+        if (!list_.defect.empty()) {
+            error("malformed-list", list_.defect, "write it anew: aaactl mlist set");
+            return;
+        }
+        leading();
+        hidden();
+        if (methods_.empty()) {
+            error("empty-list", "it has no method: " + std::string(what_fails(list_)), "give it a method, or delete it");
+            return;
+        }
+        for (size_t i = 0; i < methods_.size(); ++i) {
+            method(i);
+        }
+        end();
+    }
+
+  private:
+    void error(const char *code, const std::string &text, const std::string &remedy) {
+        findings_.push_back({Severity::error, code, list_.path, text, remedy});
+    }
+    void warning(const char *code, const std::string &text, const std::string &remedy) {
+        findings_.push_back({Severity::warning, code, list_.path, text, remedy});
+    }
+
+    // Whoever checks the deletion of a group expects them and gives up on a list without.
+    void leading() {
+        if (list_.function == "accounting" && list_.leading.size() != kAccountingIntegers) {
+            error("malformed-list", "an accounting list begins with three integers before its methods, this one with " +
+                                        std::to_string(list_.leading.size()) + ": no server group can be deleted while it is there",
+                  "write it anew: aaactl mlist set");
+        }
+    }
+    void hidden() {
+        for (size_t i = methods_.size() + 1; i < list_.slots.size(); ++i) {
+            if (list_.slots[i].method != AAA_METHOD_NOTSET) {
+                warning("hidden-method", slot_text(list_.slots[i]) + " stands behind an empty place and is never asked",
+                        "close the gap: aaactl mlist set");
+            }
+        }
+    }
+    void method(size_t i) {
+        const Slot &slot = methods_[i];
+        if (slot.method == AAA_METHOD_SERVER_GROUP) {
+            group(slot);
+        } else if (!is_configurable(slot.method)) {
+            error("unknown-method", "step " + std::to_string(i + 1) + ": " + method_word(slot.method) + " is no method of a list",
+                  "replace it: aaactl mlist set");
+        } else if (is_remote(slot.method) && !works(database_, slot)) {
+            findings_.push_back({Severity::error, "no-servers", protocol_servers_path(protocol_of(slot.method)),
+                                 slot_text(slot) + " of " + escaped(list_.path) + " asks the servers here, and there is none",
+                                 "configure a server, or take the method out of the list"});
+        }
+        none(i);
+        const auto same = [&](const Slot &other) { return other.method == slot.method && other.group == slot.group; };
+        if (std::any_of(methods_.begin(), methods_.begin() + static_cast<ptrdiff_t>(i), same)) {
+            warning("repeated-method", slot_text(slot) + " is asked twice", "name it once: aaactl mlist set");
+        }
+    }
+    void group(const Slot &slot) {
+        if (slot.group.empty()) {
+            error("dangling-group", "a server group without a name", "name the group: aaactl mlist set");
+        } else if (find_groups(database_, slot.group).empty()) {
+            error("dangling-group", slot_text(slot) + " does not exist: clients cannot read this list at all",
+                  "create the group, or take it out of the list: aaactl mlist set");
+        }
+    }
+    void none(size_t i) {
+        if (methods_[i].method != AAA_METHOD_NONE) {
+            return;
+        }
+        if (i + 1 < methods_.size()) {
+            warning("unreachable-method", slot_text(methods_[i + 1]) + " comes behind \"none\", which never passes a request on",
+                    "take out what stands behind \"none\": aaactl mlist set");
+        }
+        if (i > 0 && list_.function == "authentication") {
+            warning("open-fallback", "when nobody before \"none\" answers, every user is let in unchecked",
+                    "end the list with \"local\" instead: aaactl mlist set");
+        }
+    }
+    void end() {
+        if (working_methods(database_, list_) == 0) {
+            error("ends-in-nothing", "none of its methods can work: " + std::string(what_fails(list_)),
+                  "mend what is said about its methods, or add one that needs no server");
+        } else if (list_.function != "accounting" &&
+                   std::all_of(methods_.begin(), methods_.end(), [](const Slot &slot) { return is_remote(slot.method); })) {
+            warning("no-fallback", "all of its methods need servers: when none answers, every request is refused",
+                    "end the list with a method of this router, such as \"local\": aaactl mlist set");
+        }
+    }
+
+    Database &database_;
+    const MethodList &list_;
+    Findings &findings_;
+    std::vector<Slot> methods_;
+};
+
+} // namespace
+
+GroupNumber group_number(const std::string &name) {
+    GroupNumber found;
+    found.rc = aaa_util_lookup_sg_index_and_get_type(name.c_str(), &found.number, &found.protocol);
+    return found;
+}
+
+bool is_sound(const Server &server) {
+    return server.defect.empty();
+}
+
+size_t working_methods(Database &database, const MethodList &list) {
+    const auto methods = list.methods();
+    return static_cast<size_t>(std::count_if(methods.begin(), methods.end(), [&](const Slot &slot) { return works(database, slot); }));
+}
+
+void check_list(Database &database, const MethodList &list, Findings &findings) {
+    ListCheck(database, list, findings).run();
+}
+
+} // namespace aaactl
