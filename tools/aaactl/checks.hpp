@@ -19,8 +19,9 @@ GroupNumber group_number(const std::string &name);
 
 bool is_sound(const Server &server);
 
-// How many methods of a list can work: their groups exist, have numbers and servers.
-size_t working_methods(Database &database, const MethodList &list);
+// Whether anybody can answer: a group that exists, has a number and servers; for other methods, that there is such a
+// method, and servers where it needs some.
+bool method_works(Database &database, const Slot &slot);
 
 // A list by itself; its groups are looked at only as far as they exist.
 void check_list(Database &database, const MethodList &list, Findings &findings);

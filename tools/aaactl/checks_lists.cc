@@ -3,7 +3,6 @@
 // Method lists.
 
 #include <algorithm>
-#include <cstring>
 
 #include "aaa/names.h"
 #include "aaa/server_groups.h"
@@ -50,14 +49,6 @@ bool group_works(Database &database, const std::string &name) {
     return number.rc == AAA_OK && std::any_of(groups.begin(), groups.end(), [&](const Group &group) {
                return group.protocol.number == number.protocol && any_sound(group.servers);
            });
-}
-
-bool works(Database &database, const Slot &slot) {
-    if (slot.method == AAA_METHOD_SERVER_GROUP) {
-        return group_works(database, slot.group);
-    }
-    return is_configurable(slot.method) &&
-           (!is_remote(slot.method) || any_sound(protocol_servers(database, protocol_of(slot.method))));
 }
 
 std::string slot_text(const Slot &slot) {
@@ -121,7 +112,7 @@ class ListCheck {
         } else if (!is_configurable(slot.method)) {
             error("unknown-method", "step " + std::to_string(i + 1) + ": " + method_word(slot.method) + " is no method of a list",
                   "replace it: aaactl mlist set");
-        } else if (is_remote(slot.method) && !works(database_, slot)) {
+        } else if (is_remote(slot.method) && !method_works(database_, slot)) {
             findings_.push_back({Severity::error, "no-servers", protocol_servers_path(protocol_of(slot.method)),
                                  slot_text(slot) + " of " + escaped(list_.path) + " asks the servers here, and there is none",
                                  "configure a server, or take the method out of the list"});
@@ -154,7 +145,7 @@ class ListCheck {
         }
     }
     void end() {
-        if (working_methods(database_, list_) == 0) {
+        if (std::none_of(methods_.begin(), methods_.end(), [&](const Slot &slot) { return method_works(database_, slot); })) {
             error("ends-in-nothing", "none of its methods can work: " + std::string(what_fails(list_)),
                   "mend what is said about its methods, or add one that needs no server");
         } else if (list_.function != "accounting" &&
@@ -182,9 +173,12 @@ bool is_sound(const Server &server) {
     return server.defect.empty();
 }
 
-size_t working_methods(Database &database, const MethodList &list) {
-    const auto methods = list.methods();
-    return static_cast<size_t>(std::count_if(methods.begin(), methods.end(), [&](const Slot &slot) { return works(database, slot); }));
+bool method_works(Database &database, const Slot &slot) {
+    if (slot.method == AAA_METHOD_SERVER_GROUP) {
+        return group_works(database, slot.group);
+    }
+    return is_configurable(slot.method) &&
+           (!is_remote(slot.method) || any_sound(protocol_servers(database, protocol_of(slot.method))));
 }
 
 void check_list(Database &database, const MethodList &list, Findings &findings) {

@@ -41,6 +41,7 @@ void add_decode(Program &program);
 void add_encode(Program &program);
 void add_attr(Program &program);
 void add_err(Program &program);
+void add_explain(Program &program);
 void add_lint(Program &program);
 void add_sysdb(Program &program);
 void add_mlist(Program &program);

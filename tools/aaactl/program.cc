@@ -33,6 +33,7 @@ void add_commands(Program &program) {
     add_encode(program);
     add_attr(program);
     add_err(program);
+    add_explain(program);
     add_lint(program);
     add_sysdb(program);
     add_mlist(program);
