@@ -104,8 +104,8 @@ std::vector<std::string> names_at(Database &database, const std::string &directo
 // ---- method lists
 
 // Any number of integers from four on, of which the last four are the methods, then four names.
-void read_fields(MethodList &list, const std::vector<Field> &fields) {
-    const auto is_name = [](const Field &field) { return field.is_name; };
+void read_fields(MethodList &list, const std::vector<TupleField> &fields) {
+    const auto is_name = [](const TupleField &field) { return field.is_name; };
     const auto first_name = static_cast<size_t>(std::find_if(fields.begin(), fields.end(), is_name) - fields.begin());
     if (first_name < kSlots || fields.size() != first_name + kSlots ||
         !std::all_of(fields.begin() + static_cast<ptrdiff_t>(first_name), fields.end(), is_name)) {
