@@ -43,10 +43,6 @@ THREAD_LOCAL int fail_all;
 THREAD_LOCAL unsigned fail_at;
 THREAD_LOCAL unsigned counted;
 THREAD_LOCAL unsigned fired;
-/* Blocks taken since the arming, to be told from those that were there before
- * and from those of paused regions. */
-#define MOST_OUTSTANDING 1024
-THREAD_LOCAL const void *outstanding[MOST_OUTSTANDING];
 THREAD_LOCAL unsigned outstanding_count;
 THREAD_LOCAL void (*freed)(unsigned char *block, size_t size);
 
@@ -70,6 +66,11 @@ void fail_alloc_resume(void) { --paused; }
 void fail_alloc_watch_frees(void (*watch)(unsigned char *, size_t)) { freed = watch; }
 
 #if REPLACE_MALLOC
+
+/* Blocks taken since the arming, to be told from those that were there before
+ * and from those of paused regions. */
+#define MOST_OUTSTANDING 1024
+THREAD_LOCAL const void *outstanding[MOST_OUTSTANDING];
 
 void *malloc(size_t size);
 void *calloc(size_t n, size_t size);
