@@ -102,6 +102,8 @@ void compare_with_plain(const avlist *list, const uint8_t *data) {
     require(aaa_avpair_unpack_msg(plain.get(), copy.data()) == AAA_OK, "the plain form refuses");
     require(without_addresses(list) == without_addresses(plain.get()), "the plain form makes another record");
     require_same(list, plain.get(), "the plain form makes other pairs");
+    require(aaa_avpair_compare_lists(list, plain.get()) == 1,
+            "the library finds the plain form's list different");
 }
 
 void look_up_pairs(const avlist *list) {
@@ -126,6 +128,54 @@ void look_up_pairs(const avlist *list) {
     }
 }
 
+// The ways from pair to pair, against what is stored.
+void walk(const avlist *list) {
+    const std::vector<ModelPair> pairs = read_pairs(list);
+    aaa_avpair_iterator_t it{};
+    avpair_t *pair = nullptr;
+    cerrno rc = aaa_avpair_iterator_init(&it, list, &pair);
+    require(rc == AAA_OK || pairs.empty(), "no way to the first pair");
+    std::size_t count = 0;
+    for (; rc == AAA_OK; rc = aaa_avpair_iterator_get_next(&it, &pair), ++count) {
+        require(count < pairs.size() && pair != nullptr, "the iterator finds too many pairs");
+        const ModelPair &expected = pairs[count];
+        require(pair->av_type == expected.type && pair->av_flags == expected.flags &&
+                    pair->av_tag == expected.tag && pair->av_len == expected.value.size() &&
+                    std::memcmp(pair + 1, expected.value.data(), expected.value.size()) == 0,
+                "the iterator finds another pair");
+    }
+    require(count == pairs.size(), "the iterator leaves pairs out");
+}
+
+void look_up_places(const avlist *list) {
+    const std::vector<ModelPair> pairs = read_pairs(list);
+    for (std::size_t i = 0; i <= pairs.size() && i < kLookedUp; ++i) {
+        ModelPair found;
+        void *value = nullptr;
+        uint32_t length = 0;
+        const cerrno rc = aaa_avpair_find_index(static_cast<uint32_t>(i), &found.type, &found.flags, &value,
+                                                &found.tag, &length, list);
+        if (i == pairs.size()) {
+            require(rc == AAA_ERR_AVPAIR_NOT_FOUND, "a pair behind the last");
+            return;
+        }
+        found.value.assign(static_cast<const char *>(value), length);
+        require(rc == AAA_OK && found == pairs[i], "another pair at a place");
+    }
+}
+
+void print_pairs(const avlist *list) {
+    const std::vector<ModelPair> pairs = read_pairs(list);
+    for (std::size_t i = 0; i < pairs.size() && i < kLookedUp; ++i) {
+        char text[256];
+        const ModelPair &pair = pairs[i];
+        require(aaa_util_print_attr(pair.type, static_cast<uint32_t>(pair.value.size()), pair.flags,
+                                    pair.value.data(), text, sizeof text) == text &&
+                    std::memchr(text, '\0', sizeof text) != nullptr,
+                "a printed pair does not end");
+    }
+}
+
 void read_methods(const avlist *list) {
     uint32_t count = 0;
     const cerrno rc = aaa_util_avlist_methodlist_copy(list, nullptr, 0, &count);
@@ -143,27 +193,46 @@ void read_methods(const avlist *list) {
     }
 }
 
+// Touches what a getter says may be read.
+void touch(const void *bytes, std::size_t length) {
+    const std::string copy = bytes != nullptr ? std::string(static_cast<const char *>(bytes), length) : "";
+    static_cast<void>(copy);
+}
+
+// Texts are given as they lie in the list, so all that is stored may be read.
+void read_text(const avlist *list, uint32_t type, uint32_t instance, const char *text) {
+    void *value = nullptr;
+    uint32_t length = 0;
+    const cerrno rc = aaa_avpair_find_type(type, nullptr, &value, &length, instance, list);
+    require((text != nullptr) == (rc == AAA_OK) && (text == nullptr || text == value),
+            "a getter gives another text");
+    touch(text, length);
+}
+
 void read_texts(const avlist *list) {
     using Getter = char *(*)(const avlist *);
-    constexpr Getter kGetters[] = {aaa_util_avlist_cmd_get,
-                                   aaa_util_avlist_username_get,
-                                   aaa_util_avlist_tty_get,
-                                   aaa_util_avlist_tty_name_get,
-                                   aaa_util_avlist_cfg_commitid_get,
-                                   aaa_util_avlist_apl_sessid_get,
-                                   aaa_util_avlist_apl_msgid_get,
-                                   aaa_util_avlist_rpc_name_get,
-                                   aaa_util_avlist_rpc_xpath1_get,
-                                   aaa_util_avlist_rpc_xpath2_get,
-                                   aaa_util_avlist_rpc_xpath3_get,
-                                   aaa_util_avlist_rpc_xpath4_get,
-                                   aaa_util_avlist_commit_start_time_get,
-                                   aaa_util_avlist_commit_stop_time_get};
-    for (const Getter get : kGetters) {
-        static_cast<void>(get(list));
+    constexpr struct {
+        uint32_t type;
+        Getter get;
+    } kGetters[] = {{36, aaa_util_avlist_cmd_get},
+                    {257, aaa_util_avlist_username_get},
+                    {20, aaa_util_avlist_tty_get},
+                    {61, aaa_util_avlist_tty_name_get},
+                    {72, aaa_util_avlist_cfg_commitid_get},
+                    {73, aaa_util_avlist_apl_sessid_get},
+                    {74, aaa_util_avlist_apl_msgid_get},
+                    {75, aaa_util_avlist_rpc_name_get},
+                    {76, aaa_util_avlist_rpc_xpath1_get},
+                    {77, aaa_util_avlist_rpc_xpath2_get},
+                    {78, aaa_util_avlist_rpc_xpath3_get},
+                    {79, aaa_util_avlist_rpc_xpath4_get},
+                    {70, aaa_util_avlist_commit_start_time_get},
+                    {71, aaa_util_avlist_commit_stop_time_get}};
+    for (const auto &[type, get] : kGetters) {
+        read_text(list, type, 0, get(list));
     }
-    static_cast<void>(aaa_util_avlist_reply_msg_get(list, 0));
-    static_cast<void>(aaa_util_avlist_reply_msg_get(list, 1));
+    read_text(list, 274, 0, aaa_util_avlist_reply_msg_get(list, 0));
+    read_text(list, 274, 1, aaa_util_avlist_reply_msg_get(list, 1));
 }
 
 void read_numbers(avlist *list) {
@@ -191,12 +260,6 @@ void read_numbers(avlist *list) {
         static_cast<void>(get(list, &number));
     }
     static_cast<void>(aaa_util_avlist_last_used_server_ip_get(list));
-}
-
-// Touches what a getter says may be read.
-void touch(const void *bytes, std::size_t length) {
-    const std::string copy = bytes != nullptr ? std::string(static_cast<const char *>(bytes), length) : "";
-    static_cast<void>(copy);
 }
 
 void read_records(const avlist *list) {
@@ -279,9 +342,29 @@ void change_a_copy(const avlist *list) {
     require_sound(copy.get());
 }
 
+// Pair by pair in the library's own eyes. The lists' counts may differ: each
+// is as its message has it.
+void require_equal(const avlist *a, const avlist *b) {
+    aaa_avpair_iterator_t at_a{};
+    aaa_avpair_iterator_t at_b{};
+    avpair_t *pair_a = nullptr;
+    avpair_t *pair_b = nullptr;
+    cerrno rc = aaa_avpair_iterator_init(&at_a, a, &pair_a);
+    require(aaa_avpair_iterator_init(&at_b, b, &pair_b) == rc, "one list is empty");
+    while (rc == AAA_OK) {
+        require(aaa_avpair_compare_avpairs(pair_a, pair_b) == 1, "a pair comes back different");
+        rc = aaa_avpair_iterator_get_next(&at_a, &pair_a);
+        require(aaa_avpair_iterator_get_next(&at_b, &pair_b) == rc, "one list is longer");
+    }
+}
+
 // Packs the list, which it spends, and reads the result.
 void pack_again(const ListPtr &list, const uint8_t *data) {
     const std::vector<ModelPair> pairs = read_pairs(list.get());
+    const ListPtr original = make_list();
+    require(aaa_avpair_unpack_msg_checked(original.get(), reinterpret_cast<const char *>(data), be32(data)) ==
+                AAA_OK,
+            "a message is refused the second time");
     const uint32_t total = be32(data);
     std::vector<char> packed(total);
     uint32_t length = total;
@@ -294,6 +377,7 @@ void pack_again(const ListPtr &list, const uint8_t *data) {
             "a packed list is refused");
     require_sound(again.get());
     require(read_pairs(again.get()) == pairs, "it unpacks into other pairs");
+    require_equal(again.get(), original.get());
 }
 
 }  // namespace
@@ -314,6 +398,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
         return 0;
     }
     compare_with_plain(list.get(), message);
+    walk(list.get());
+    look_up_places(list.get());
     look_up_pairs(list.get());
     read_texts(list.get());
     read_numbers(list.get());
@@ -321,6 +407,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     read_chap(list.get());
     read_methods(list.get());
     print(list.get());
+    print_pairs(list.get());
     change_a_copy(list.get());
     pack_again(list, message);
     return 0;
