@@ -638,22 +638,6 @@ TEST_F(MessageFreeUserdata, ExhaustedMemoryLeavesOutputsAndPacketAlone) {
     }
 }
 
-// Names of every length, so that each of the attributes is once the one that
-// needs another buffer.
-TEST_F(MessageFreeUserdata, ExhaustedMemoryIsReportedWhicheverAttributeMeetsIt) {
-    std::string mnemonic;
-    for (std::size_t length = 0; length < 500; length += 4) {
-        mnemonic.assign(length, 'm');
-        fake::sweep_allocations([&mnemonic](fake::FailAlloc &fail) {
-            FreeUserdata request(4096);
-            request.user.cred.tty_mnemonic = mnemonic.data();
-            const cerrno rc = fail.run([&] { return request.compose(0); });
-            EXPECT_EQ(rc, fail.fired() ? AAA_ERR_NOMEM : AAA_OK) << mnemonic.size();
-            EXPECT_EQ(request.iov.untouched(), fail.fired());
-        });
-    }
-}
-
 TEST_F(MessageFreeUserdata, SessionPacketCarriesTypeAndListWithoutOutputsOrBuffer) {
     FreeUserdata request;
     const Record before = request.record;
