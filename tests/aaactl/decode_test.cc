@@ -245,6 +245,9 @@ TEST(Decode, RefusesWhatIsNoHexadecimalText) {
     EXPECT_EQ(aaactl({"decode", "--hex", "00000000: 00\n00000010: 00"}).status, 3) << "a line is missing";
     EXPECT_EQ(aaactl({"decode", "--hex", "00000000  00\n*\n"}).status, 3);
     EXPECT_EQ(aaactl({"decode"}, "").status, 3);
+    EXPECT_EQ(aaactl({"decode", "--hex", ""}, hex(packed(kUser, 1))).status, 3)
+        << "the input is the option's, though empty";
+    EXPECT_EQ(aaactl({"decode", "/tmp"}).status, 3);
     EXPECT_EQ(aaactl({"decode", "/nonexistent/file"}).status, 4);
     EXPECT_EQ(aaactl({"decode", "--kind", "letter"}, "00").status, 2);
 }

@@ -150,7 +150,8 @@ void add_show(Program &program, CLI::App *parent) {
     CLI::App *sub = program.command(parent, "show", "Show one attribute",
                                     [name](Output &out) { return show(*name, out); });
     sub->add_option("ATTRIBUTE", *name, "Name or type; AAA_ and _ATTR may be left out")->required();
-    sub->footer("  aaactl attr show username\n  aaactl attr show 257");
+    sub->footer(
+        "JSON: {type, name, format, secret, wire}.\n\n  aaactl attr show username\n  aaactl attr show 257");
 }
 
 void add_search(Program &program, CLI::App *parent) {
@@ -158,7 +159,9 @@ void add_search(Program &program, CLI::App *parent) {
     CLI::App *sub = program.command(parent, "search", "Attributes whose names contain a text",
                                     [text](Output &out) { return search(*text, out); });
     sub->add_option("TEXT", *text, "Part of a name, in any case")->required();
-    sub->footer("Exit status 1 when there is none.\n\n  aaactl attr search tunnel");
+    sub->footer(
+        "Exit status 1 when there is none.\nJSON: {attributes: [{type, name, format, secret}]}.\n\n  aaactl "
+        "attr search tunnel");
 }
 
 void add_list(Program &program, CLI::App *parent) {
@@ -168,7 +171,7 @@ void add_list(Program &program, CLI::App *parent) {
     sub->add_option("--type", *format, "Only those whose values have this format")
         ->check(CLI::IsMember(format_names()))
         ->type_name("FORMAT");
-    sub->footer("  aaactl attr list --type address");
+    sub->footer("JSON: {attributes: [{type, name, format, secret}]}.\n\n  aaactl attr list --type address");
 }
 
 void add_export(Program &program, CLI::App *parent) {

@@ -15,6 +15,7 @@ namespace {
 struct Options {
     std::string file = "-";
     std::string hex;
+    CLI::Option *has_hex = nullptr;
     std::string kind = "auto";
     std::string input = "auto";
     bool text = false;
@@ -26,7 +27,14 @@ the two is seen from the bytes unless --input says it. Without --kind the first 
 these that fits exactly is taken: packed list, session request, session response,
 request, the server's connect and disconnect, replies by their length. The header of
 a reply does not say what it answers: name its kind where the lengths are the same.
-A malformed message is shown as far as it can be read; exit status 3.
+A malformed message is shown as far as it can be read, but not with --text; exit
+status 3. Values of deleted pairs and what lies behind a list count as secrets.
+
+JSON: {kind, length, parts, fault}. A part is {part: "record", record, offset, fields,
+meanings}, {part: "bytes", name, offset, length, hex} or {part: "list", offset, fields,
+live, deleted, pairs}; a pair {offset, type, attribute, deleted, tag, flags,
+flag_names, length, meaning, padding} and one of text, number, address and hex, or
+"masked": true; fault {offset, message, code}.
 
   aaactl decode message.bin
   aaactl decode --hex '00000038 00000000 ...'
@@ -53,7 +61,7 @@ std::vector<std::string> kind_names() {
 }
 
 std::string input_bytes(const Options &options) {
-    if (!options.hex.empty()) {
+    if (options.has_hex->count() != 0) {
         return bytes_of_hex(options.hex);
     }
     std::string bytes = read_input(options.file);
@@ -90,7 +98,8 @@ void add_decode(Program &program) {
     CLI::App *sub = program.command(&program.app, "decode", "Show what a message holds",
                                     [options](Output &out) { return decode(*options, out); });
     CLI::Option *file = sub->add_option("FILE", options->file, "Message, - for standard input");
-    sub->add_option("--hex", options->hex, "The message as hexadecimal digits")->excludes(file);
+    options->has_hex = sub->add_option("--hex", options->hex, "The message as hexadecimal digits");
+    options->has_hex->excludes(file);
     sub->add_option("--kind", options->kind, "Kind of message, see below")
         ->check(CLI::IsMember(kind_names()))
         ->type_name("KIND");

@@ -41,7 +41,10 @@ not decode to the same message again.
   pair deleted zeros(4)
 
 Values: "text" with \xNN \n \t \r \\ \", hex:..., zeros(N), and numbers and IPv4
-addresses for attributes that are such. "kind list" and "list" may be left out.
+addresses for attributes that are such. A lone list needs no "kind list" and "list". In
+JSON {"name": ..., "pairs": [...]} is a list; "attribute" or "type" names a pair.
+
+JSON: {kind, length, hex}, or file in place of hex with --output.
 
   printf 'name = "login"\npair AAA_USERNAME_ATTR "alice\\x00"\n' | aaactl encode
   aaactl encode message.txt --binary > message.bin

@@ -191,7 +191,9 @@ void add_err(Program &program) {
     sub->add_option("CODE", *texts, "Code (decimal, 0x..., also negative) or name; AAA_ERR_ may be left out");
     sub->add_flag("--list", *all, "List every code of the library");
     sub->footer(
-        "Codes of other facilities get their text from the platform.\n\n"
+        "Codes of other facilities get their text from the platform.\n"
+        "JSON: {codes: [{code, hex, name, text, severity, facility, index, by_library, cause, remedy}]};\n"
+        "the last three are the library's codes' only.\n\n"
         "  aaactl err 0xa2462e00\n  aaactl err sg_in_use AAA_ERR_TIMEOUT");
 }
 

@@ -18,8 +18,8 @@ namespace {
 
 constexpr size_t kMostInput = 64u << 20;
 
-std::string why() {
-    return std::strerror(errno);
+Failure unreadable(const std::string &name) {
+    return {errno == ENOENT ? ExitCode::not_found : ExitCode::bad_input, name + ": " + std::strerror(errno)};
 }
 
 std::string read_all(FILE *stream, const std::string &name) {
@@ -33,7 +33,7 @@ std::string read_all(FILE *stream, const std::string &name) {
         }
     }
     if (std::ferror(stream) != 0) {
-        throw Failure(ExitCode::not_found, name + ": " + why());
+        throw unreadable(name);
     }
     return bytes;
 }
@@ -141,7 +141,7 @@ std::string read_input(const std::string &file) {
     errno = 0;
     const std::unique_ptr<FILE, int (*)(FILE *)> stream(std::fopen(file.c_str(), "rbe"), std::fclose);
     if (!stream) {
-        throw Failure(ExitCode::not_found, escaped(file) + ": " + why());
+        throw unreadable(escaped(file));
     }
     return read_all(stream.get(), escaped(file));
 }

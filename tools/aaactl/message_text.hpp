@@ -7,7 +7,7 @@
 //   record request-40                   # then its fields, zero when left out
 //   type = 3
 //   transport0 = zeros(20)
-//   list                                # may be left out before its first field or pair
+//   list                                # may be left out where a pair is next, or nothing came before
 //   name = "request"
 //   pair AAA_USERNAME_ATTR "alice\x00" tag=0 flags=0x400 padding=hex:0000
 //   pair 4711 hex:0102                  # an attribute that the dictionary does not have
