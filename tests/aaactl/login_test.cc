@@ -9,6 +9,7 @@
 
 #include "database_fixture.hpp"
 #include "scripted_server.hpp"
+#include "terminal_process.hpp"
 
 namespace {
 
@@ -346,6 +347,47 @@ TEST_F(AaactlAnswer, AnswersQuestionsWithTheServersState) {
     const Result unanswered = run({ask_password, ask_token, decide}, {"--no-password"}, "first\n");
     EXPECT_EQ(unanswered.status, 1);
     EXPECT_TRUE(contains(unanswered.out, "=> GETDATA, \"Token:\"")) << unanswered.out;
+}
+
+// At a terminal everything is asked for; only what the server allows to be seen is.
+TEST_F(AaactlAnswer, SecretsAreTypedUnseen) {
+    const auto asks = [](const std::string &text, uint32_t echo) {
+        return always(classic_reply([=](avlist *list) {
+            status(AAA_STAT_GETDATA)(list);
+            add_text(list, AAA_PROMPT_ATTR, text);
+            EXPECT_EQ(aaa_util_avpair_add_attr(list, AAA_PROMPT_ECHO_ATTR, &echo, sizeof echo, 0), AAA_OK);
+        }));
+    };
+    std::string sent;
+    const Answer decide = [&](const Request &request) {
+        sent = request.text(AAA_PASSWORD_ATTR);
+        return classic_reply(status(AAA_STAT_PASS));
+    };
+    const std::string path = dir_.path("socket");
+    {
+        const ScriptedServer server(path, {asks("Token\x1b[31m:", 0), asks("Colour:", 1), decide});
+        TerminalProcess terminal([&] {
+            const pid_t pid = fork();
+            if (pid == 0) {
+                execl(AAACTL_PROGRAM, AAACTL_PROGRAM, "login", path.c_str(), "alice", nullptr);
+                _exit(127);
+            }
+            int exit = -1;
+            waitpid(pid, &exit, 0);
+            return std::to_string(WEXITSTATUS(exit));
+        });
+        terminal.expect_shown("Password: ");
+        terminal.type("s3cret\n");
+        terminal.expect_shown("Token\\x1b[31m: ");
+        terminal.type("246810\n");
+        terminal.expect_shown("Colour: ");
+        terminal.type("blue\n");
+        EXPECT_EQ(terminal.report(), "0");
+        EXPECT_TRUE(contains(terminal.shown(), "=> ") && contains(terminal.shown(), "alice: ")) << terminal.shown();
+        EXPECT_TRUE(contains(terminal.shown(), "Colour: blue")) << terminal.shown();
+        EXPECT_FALSE(contains(terminal.shown(), "s3cret") || contains(terminal.shown(), "246810")) << terminal.shown();
+    }
+    EXPECT_EQ(sent, "blue");
 }
 
 TEST_F(AaactlAnswer, DoesNotAnswerForEver) {
