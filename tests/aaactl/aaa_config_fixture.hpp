@@ -1,18 +1,42 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A test with an AAA configuration of its own, in the system database and in
-// the files of the host.
+// the files of the host. What a test puts into the database is stored all at
+// once, before the next run of aaactl.
 
 #pragma once
 
+#include <map>
+
 #include "database_fixture.hpp"
+#include "sysdb_values.hpp"
 
 namespace aaactl_test {
 
 class AaaConfigTest : public DatabaseTest {
   protected:
     AaaConfigTest()
-        : lines_("AAA_LINES_CONF", dir().path("lines.conf")), keys_("AAA_MASTER_KEYS", dir().path("master.keys")) {}
+        : lines_("AAA_LINES_CONF", dir().path("lines.conf")), keys_("AAA_MASTER_KEYS", dir().path("master.keys")) {
+        pending_.clear();
+    }
+
+    static void put(const std::string &path, const std::string &type, const std::string &value) {
+        const std::string tree = path.starts_with("/cfg/") ? "/cfg/" : "/oper/";
+        pending_[tree][path] = aaactl::in_quotes(path) + " " + type + " " + (type == "string" ? aaactl::in_quotes(value) : value);
+    }
+
+    static aaactl_test::Run run(const std::vector<std::string> &args) {
+        for (const auto &[tree, items] : pending_) {
+            std::string dump = "aaactl-dump 1 " + tree + "\n";
+            for (const auto &[path, line] : items) {
+                dump += line + "\n";
+            }
+            const auto load = aaactl_test::aaactl({"sysdb", "load", "-"}, dump);
+            EXPECT_EQ(load.status, 0) << load.err << dump;
+        }
+        pending_.clear();
+        return aaactl_test::aaactl(args);
+    }
 
     // A list of four methods with the names of their groups: "10,2,0,0,\"corp\",\"\",\"\",\"\"".
     static void list(const std::string &path, const std::string &fields) { put("/cfg/gl/aaa/" + path, "tuple", fields); }
@@ -56,6 +80,8 @@ class AaaConfigTest : public DatabaseTest {
     static inline const std::string kMaps = "/oper/aaa/gl/group-server/";
 
   private:
+    static inline std::map<std::string, std::map<std::string, std::string>> pending_; // of each tree
+
     ScopedEnv lines_;
     ScopedEnv keys_;
 };

@@ -4,14 +4,13 @@
 
 namespace {
 
-using aaactl_test::aaactl;
 using Result = aaactl_test::Run;
 
 class Explain : public aaactl_test::AaaConfigTest {
   protected:
     static Result explain(std::vector<std::string> args) {
         args.insert(args.begin(), "explain");
-        return aaactl(args);
+        return run(args);
     }
     static Result explain_json(std::vector<std::string> args) {
         args.emplace_back("--json");

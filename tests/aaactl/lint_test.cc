@@ -8,7 +8,6 @@
 
 namespace {
 
-using aaactl_test::aaactl;
 using Result = aaactl_test::Run;
 using Lines = std::vector<std::string>;
 
@@ -22,7 +21,7 @@ class Lint : public aaactl_test::AaaConfigTest {
         list("accounting/exec/default", R"(0, 0, 0, 10, 0, 0, 0, "corp", "", "", "")");
     }
 
-    static Lines lint() { return found(aaactl({"lint", "--json"})); }
+    static Lines lint() { return found(run({"lint", "--json"})); }
     static Lines with_list(const std::string &path, const std::string &fields) {
         list(path, fields);
         return lint();
@@ -32,30 +31,30 @@ class Lint : public aaactl_test::AaaConfigTest {
 };
 
 TEST_F(Lint, ACompleteConfigurationHasNoFindings) {
-    const Result text = aaactl({"lint", "--strict"});
+    const Result text = run({"lint", "--strict"});
     EXPECT_EQ(text.status, 0) << text.out << text.err;
     EXPECT_EQ(text.out, "3 method lists and 2 server groups checked: 0 errors, 0 warnings\n");
-    const auto json = aaactl({"lint", "--json"}).json();
+    const auto json = run({"lint", "--json"}).json();
     EXPECT_EQ(json.dump(), R"({"method_lists":3,"server_groups":2,"errors":0,"warnings":0,"findings":[]})");
 }
 
 TEST_F(Lint, ErrorsAndStrictWarningsDecideTheExitStatus) {
     list("authentication/login/default", R"(10, 0, 0, 0, "corp", "", "", "")");
-    EXPECT_EQ(aaactl({"lint"}).status, 0);
-    EXPECT_EQ(aaactl({"lint", "--strict"}).status, 1);
-    const Result text = aaactl({"lint"});
+    EXPECT_EQ(run({"lint"}).status, 0);
+    EXPECT_EQ(run({"lint", "--strict"}).status, 1);
+    const Result text = run({"lint"});
     EXPECT_TRUE(contains(text.out, "warning: " + kLogin + ": all of its methods need servers")) << text.out;
     EXPECT_TRUE(contains(text.out, "[no-fallback]\n    end the list with")) << text.out;
     EXPECT_TRUE(contains(text.out, "0 errors, 1 warning\n")) << text.out;
     list("authentication/login/default", R"(0, 0, 0, 0, "", "", "", "")");
-    EXPECT_EQ(aaactl({"lint"}).status, 1);
+    EXPECT_EQ(run({"lint"}).status, 1);
 }
 
 TEST_F(Lint, AnEmptyDatabaseLacksOnlyLogins) {
-    ASSERT_EQ(aaactl({"sysdb", "del", "-r", "/cfg/gl"}).status, 0);
-    ASSERT_EQ(aaactl({"sysdb", "del", "-r", "/oper/aaa"}).status, 0);
+    ASSERT_EQ(run({"sysdb", "del", "-r", "/cfg/gl"}).status, 0);
+    ASSERT_EQ(run({"sysdb", "del", "-r", "/oper/aaa"}).status, 0);
     EXPECT_EQ(lint(), Lines{"warning no-default-list " + kLogin});
-    EXPECT_EQ(aaactl({"lint"}).status, 0);
+    EXPECT_EQ(run({"lint"}).status, 0);
 }
 
 // ---- method lists
@@ -115,7 +114,7 @@ TEST_F(Lint, FindsGroupsWithoutServers) {
 }
 
 TEST_F(Lint, FindsNumbersThatAreMissingStaleOrContradictEachOther) {
-    ASSERT_EQ(aaactl({"sysdb", "del", kMaps + "sg_name_map/radius/corp"}).status, 0);
+    ASSERT_EQ(run({"sysdb", "del", kMaps + "sg_name_map/radius/corp"}).status, 0);
     EXPECT_EQ(lint(), (Lines{"error ends-in-nothing /cfg/gl/aaa/accounting/exec/default",
                              "error unnumbered-group " + kGroups + "radius/corp/"}));
     number("radius", "corp", 1001);
@@ -129,7 +128,7 @@ TEST_F(Lint, FindsNumbersThatAreMissingStaleOrContradictEachOther) {
 TEST_F(Lint, FindsNamesThatLeadElsewhere) {
     server("tacacs/corp", "0x1/192.0.2.31");
     EXPECT_EQ(lint(), Lines{"error ambiguous-group " + kGroups + "tacacs/corp/"});
-    ASSERT_EQ(aaactl({"sysdb", "del", "-r", kGroups + "tacacs/corp"}).status, 0);
+    ASSERT_EQ(run({"sysdb", "del", "-r", kGroups + "tacacs/corp"}).status, 0);
     server("tacacs/local", "0x1/192.0.2.31");
     number("tacacs", "local", 3002);
     EXPECT_EQ(lint(), Lines{"error reserved-name " + kGroups + "tacacs/local/"});
@@ -139,18 +138,18 @@ TEST_F(Lint, FindsServersThatAreNoneOrTwice) {
     const std::string servers = kGroups + "radius/corp/server/";
     server("radius/corp", "0x3/192.0.2.20,1812,1813");
     EXPECT_EQ(lint(), Lines{"warning duplicate-server " + servers + "0x3/192.0.2.20,1812,1813"});
-    ASSERT_EQ(aaactl({"sysdb", "del", "-r", servers + "0x3"}).status, 0);
+    ASSERT_EQ(run({"sysdb", "del", "-r", servers + "0x3"}).status, 0);
     server("radius/corp", "0x3/192.0.2.20,1645,1646");
     EXPECT_EQ(lint(), Lines{}) << "another service of the same machine";
     server("radius/corp", "0x3/192.0.2.22,1645,1646");
     EXPECT_EQ(lint(), Lines{"warning shared-ordinal " + servers + "0x3/192.0.2.22,1645,1646"});
-    ASSERT_EQ(aaactl({"sysdb", "del", "-r", servers + "0x3"}).status, 0);
+    ASSERT_EQ(run({"sysdb", "del", "-r", servers + "0x3"}).status, 0);
     for (const char *entry : {"0x3/192.0.2.300,1812,1813", "0x3/192.0.2.22,99999,1813", "0x3/192.0.2.22,1,2,3", "0x3/192.0.2.22,,1", "three/192.0.2.22"}) {
         server("radius/corp", entry);
         const Lines lines = lint();
         ASSERT_EQ(lines.size(), 1u) << entry;
         EXPECT_TRUE(lines[0].starts_with("error malformed-server " + servers)) << lines[0];
-        ASSERT_EQ(aaactl({"sysdb", "del", "-r", servers + std::string(entry).substr(0, std::string(entry).find('/'))}).status, 0);
+        ASSERT_EQ(run({"sysdb", "del", "-r", servers + std::string(entry).substr(0, std::string(entry).find('/'))}).status, 0);
     }
     server("tacacs/archive", "0x2/192.0.2.31,0x31/timeout");
     EXPECT_EQ(lint(), Lines{}) << "stored as a directory";
@@ -191,40 +190,41 @@ TEST_F(Lint, FindsKeysThatDoNotDecrypt) {
     changed.back() = changed.back() == '0' ? '1' : '0';
     put(kGroups + "radius/corp/key", "string", changed);
     EXPECT_EQ(lint(), Lines{"error sealed-key " + kGroups + "radius/corp/key"});
-    EXPECT_TRUE(contains(aaactl({"lint"}).out, "it has been changed since it was sealed"));
+    EXPECT_TRUE(contains(run({"lint"}).out, "it has been changed since it was sealed"));
 
     uint32_t generation = 0;
     ASSERT_EQ(aaa_platform_master_keys_rotate(keys.c_str(), &generation), 0u);
     put(kGroups + "radius/corp/key", "string", sealed("hunter2"));
     EXPECT_EQ(lint(), Lines{});
     ASSERT_EQ(unlink(keys.c_str()), 0);
-    EXPECT_TRUE(contains(aaactl({"lint"}).out, "the key cannot be opened: " + keys));
+    EXPECT_TRUE(contains(run({"lint"}).out, "the key cannot be opened: " + keys));
     ASSERT_EQ(aaa_platform_master_keys_create(keys.c_str()), 0u);
-    const Result other = aaactl({"lint"});
+    const Result other = run({"lint"});
     EXPECT_EQ(other.status, 1);
     EXPECT_TRUE(contains(other.out, "sealed with master key generation 02, which is not in " + keys)) << other.out;
 
     put(kGroups + "radius/corp/key", "string", "hunter2");
     EXPECT_EQ(lint(), Lines{"warning clear-key " + kGroups + "radius/corp/key"});
     for (const char *form : {"--color=never", "--json", "--show-secrets"}) {
-        EXPECT_FALSE(contains(aaactl({"lint", form}).out, "hunter2"));
+        EXPECT_FALSE(contains(run({"lint", form}).out, "hunter2"));
     }
 }
 
 TEST_F(Lint, EscapesWhatTheDatabaseHolds) {
     list("authentication/login/default", R"(10, 2, 0, 0, "\x1b[31m", "", "", "")");
     for (const char *form : {"--color=never", "--json"}) {
-        const Result run = aaactl({"lint", form});
-        EXPECT_TRUE(contains(run.out, "x1b[31m")) << run.out;
-        EXPECT_FALSE(contains(run.out, "\x1b")) << run.out;
+        const Result result = run({"lint", form});
+        EXPECT_TRUE(contains(result.out, "x1b[31m")) << result.out;
+        EXPECT_FALSE(contains(result.out, "\x1b")) << result.out;
     }
 }
 
 TEST_F(Lint, WithoutADatabaseItSaysSo) {
+    ASSERT_EQ(run({"lint"}).status, 0);
     const ScopedEnv provider("AAA_SYSDB_PROVIDER", dir().path("absent.so"));
-    const Result run = aaactl({"lint"});
-    EXPECT_EQ(run.status, 5) << run.out;
-    EXPECT_NE(run.err, "");
+    const Result result = run({"lint"});
+    EXPECT_EQ(result.status, 5) << result.out;
+    EXPECT_NE(result.err, "");
 }
 
 } // namespace
