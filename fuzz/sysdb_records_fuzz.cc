@@ -11,8 +11,8 @@
 //
 // The input is a sequence of steps, an opcode with operands; see step().
 
+#include <algorithm>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <optional>
@@ -25,6 +25,7 @@
 #include "host_process.hpp"
 #include "items.hpp"
 #include "key.hpp"
+#include "platform/sysdb_changes.h"
 #include "platform/sysdb_provider.h"
 #include "watch_table.hpp"
 
@@ -139,6 +140,7 @@ class Session {
     void write_raw_watch(fuzz::Input &input);
     void set(fuzz::Input &input);
     void erase(fuzz::Input &input);
+    void apply(fuzz::Input &input);
     void get(const std::string &path);
     void list(const std::string &path);
     void last(const std::string &path);
@@ -273,6 +275,99 @@ void Session::erase(fuzz::Input &input) {
             changed(name);
         }
     }
+}
+
+// ---- several changes as one ---------------------------------------------------------
+
+struct Planned {
+    uint32_t operation;
+    uint32_t type;
+    std::string path;
+    std::string value;
+    std::string key;
+
+    [[nodiscard]] std::string bytes() const {
+        return std::string(reinterpret_cast<const char *>(&type), sizeof type) + value;
+    }
+    [[nodiscard]] bool keeps() const {
+        return operation == SYSDB_CHANGE_SET || (operation == SYSDB_CHANGE_EXPECT && type != SYSDB_TYPE_ANY);
+    }
+};
+
+using Items = std::map<std::string, Record>;
+
+cerrno apply_one(const Planned &change, const std::vector<Planned> &all, Items &items) {
+    const auto found = items.find(change.key);
+    const bool same = found != items.end() && found->second.bytes == change.bytes();
+    switch (change.operation) {
+        case SYSDB_CHANGE_SET:
+            items[change.key] = {change.bytes()};
+            return 0;
+        case SYSDB_CHANGE_DELETE:
+            return items.erase(change.key) != 0 ? 0 : SYSDB_ERR_NOT_FOUND;
+        case SYSDB_CHANGE_EXPECT:
+            return (change.type == SYSDB_TYPE_ANY ? found == items.end() : same) ? 0 : SYSDB_ERR_CONFLICT;
+        default:
+            std::erase_if(items, [&](const auto &item) {
+                return item.first.starts_with(change.key) &&
+                       std::none_of(all.begin(), all.end(), [&](const Planned &other) {
+                           return other.keeps() && other.key == item.first;
+                       });
+            });
+            return 0;
+    }
+}
+
+void Session::apply(fuzz::Input &input) {
+    std::vector<Planned> planned;
+    std::optional<std::size_t> bad_path;
+    for (unsigned left = input.byte() % 4u + 1; left > 0; --left) {
+        Planned change{input.byte() % 4u + 1, input.byte() % 8u, "", "", ""};
+        const bool prune = change.operation == SYSDB_CHANGE_PRUNE;
+        change.path = prune ? any_directory(input) : any_path(input);
+        change.value = input.text(input.byte() % 32);
+        const bool directory =
+            prune || (change.operation == SYSDB_CHANGE_DELETE && change.path.ends_with('/'));
+        const std::optional<std::string> key = key_of(change.path, directory);
+        if (!key && !bad_path) {
+            bad_path = planned.size();
+        }
+        change.key = key.value_or("");
+        planned.push_back(change);
+    }
+    std::vector<sysdb_change_t> changes;
+    for (const Planned &change : planned) {
+        changes.push_back({change.operation, change.type, change.path.c_str(), change.value.data(),
+                           static_cast<uint32_t>(change.value.size())});
+    }
+    uint32_t failed = 0;
+    const auto count = static_cast<uint32_t>(changes.size());
+    const cerrno rc = g_provider->apply(conn_, changes.data(), count, &failed);
+    if (bad_path) {
+        REQUIRE((rc == SYSDB_ERR_BAD_PATH || rc == SYSDB_ERR_PATH_TOO_LONG) && failed == *bad_path);
+        return;
+    }
+    Items after = items_;
+    cerrno expected = 0;
+    std::size_t at = 0;
+    while (expected == 0 && at < planned.size()) {
+        expected = apply_one(planned[at++], planned, after);
+    }
+    REQUIRE(rc == expected || log_exhausted_);
+    REQUIRE(rc == 0 || log_exhausted_ || failed == at - 1);
+    if (rc != 0) {
+        return;
+    }
+    for (const auto *one : {&items_, &after}) {
+        for (const auto &[key, record] : *one) {
+            const auto before = items_.find(key);
+            const auto now = after.find(key);
+            if (before == items_.end() || now == after.end() || before->second.bytes != now->second.bytes) {
+                changed(key);
+            }
+        }
+    }
+    items_ = after;
 }
 
 void Session::get(const std::string &path) {
@@ -454,7 +549,7 @@ void Session::dispatch() {
 // ---- all of it ----------------------------------------------------------------------
 
 void Session::step(fuzz::Input &input) {
-    switch (input.byte() % 12) {
+    switch (input.byte() % 13) {
         case 0:
             return write_raw_item(input);
         case 1:
@@ -476,8 +571,10 @@ void Session::step(fuzz::Input &input) {
             return watch(input.byte() % 2 != 0 ? any_path(input) : any_directory(input));
         case 10:
             return input.byte() % 4 == 0 ? unwatch(input) : dispatch();
+        case 11:
+            return sweep_watchers();
         default:
-            sweep_watchers();
+            return apply(input);
     }
 }
 
