@@ -106,7 +106,9 @@ int transport_send_packet(int fd, void *packet, size_t size) {
         elements[1].iov_len = len;
         count = 2;
     }
-    return send_elements(fd, elements, count);
+    int failed = send_elements(fd, elements, count);
+    explicit_bzero(packed, elements[1].iov_len); /* the list may hold a password */
+    return failed;
 }
 
 int transport_receive(int fd, transport_msg_t *msg) {

@@ -96,6 +96,11 @@ TEST_F(Lint, FindsServicesWithoutADefaultList) {
     EXPECT_EQ(lint(), Lines{});
 }
 
+TEST_F(Lint, LooksAtEveryFunction) {
+    list("authorization_nacm/exec/default", R"(0, 0, 0, 0, "", "", "", "")");
+    EXPECT_EQ(lint(), Lines{"error empty-list /cfg/gl/aaa/authorization_nacm/exec/default"});
+}
+
 TEST_F(Lint, FindsNamesThatNobodyCanType) {
     list("authentication/login/gr\xc3\xbc\xc3\x9f", R"(2, 0, 0, 0, "", "", "", "")");
     EXPECT_EQ(lint(), Lines{"warning invalid-name /cfg/gl/aaa/authentication/login/gr\xc3\xbc\xc3\x9f"});

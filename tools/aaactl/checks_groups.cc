@@ -53,7 +53,7 @@ void check_way_back(const Group &group, uint32_t number, Findings &findings) {
         findings.push_back({Severity::error, "contradicting-number", std::string(kGroupMaps),
                             "the name \"" + escaped(group.name) + "\" leads to the number " + std::to_string(number) + ", and that to " +
                                 (name ? "\"" + escaped(name.get()) + "\"" : std::string("no name")),
-                            "publish the groups anew: restart the AAA server, or aaactl sg add"});
+                            "delete the group and create it anew: aaactl sg delete, aaactl sg add"});
     }
 }
 
@@ -65,7 +65,7 @@ void check_number(const Group &group, bool used, Findings &findings) {
                             "start the AAA server, which publishes the numbers, or aaactl sg add"});
     } else if (found.rc != AAA_OK) {
         findings.push_back({Severity::error, "unreadable-number", group.path, std::string("its number: ") + escaped(cerr_strerror(found.rc)),
-                            "publish the groups anew: restart the AAA server"});
+                            "delete the group and create it anew: aaactl sg delete, aaactl sg add"});
     } else if (found.protocol != group.protocol.number) {
         findings.push_back({Severity::error, "ambiguous-group", group.path,
                             "the name leads to the group of " + std::string(aaa_util_get_sg_defined_name(found.protocol)) + " with the same name",

@@ -3,8 +3,7 @@
 // The lists of lines, and server keys.
 
 #include <algorithm>
-#include <cctype>
-#include <nlohmann/json.hpp>
+#include <exception>
 
 #include "aaa/names.h"
 #include "aaa/server_keys.h"

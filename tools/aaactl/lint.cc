@@ -21,7 +21,7 @@ struct LintOptions {
 
 std::vector<std::string> function_words() {
     std::vector<std::string> words;
-    for (uint32_t function = AAA_FUNC_AUTHEN; function <= AAA_FUNC_ACCT; ++function) {
+    for (uint32_t function = AAA_FUNC_AUTHEN; function <= AAA_FUNC_AUTHOR_NACM; ++function) {
         words.emplace_back(aaa_function_to_string(function));
     }
     return words;
