@@ -49,8 +49,9 @@ static_assert(sizeof(avlist) == 56 && offsetof(avlist, av_cnt) == 6 && offsetof(
 static_assert(sizeof(avpair_t) == 16 && offsetof(avpair_t, av_type) == 0 && offsetof(avpair_t, av_len) == 8);
 static_assert(sizeof(avpair_buffer_t) == 32);
 
-constexpr std::size_t align_pair(std::size_t n) {
-    constexpr std::size_t kMask = MEMORY_DEF_ALIGNMENT - 1;
+template <typename T>
+constexpr T align_pair(T n) {
+    constexpr T kMask = MEMORY_DEF_ALIGNMENT - 1;
     return (n + kMask) & ~kMask;
 }
 
@@ -78,7 +79,7 @@ struct Head {
 // one has. So a step ends at the latest with the pairs, and the position behind
 // a pair can never wrap: there is no such failure to report.
 std::size_t value_extent(uint32_t len, std::size_t left) {
-    const std::size_t extent = align_pair(len);
+    const std::size_t extent = align_pair(std::size_t{len});
     return extent < left ? extent : left;
 }
 
@@ -106,7 +107,8 @@ class Pairs {
             if (pair.len <= kBlock) [[likely]] {
                 copy_block();
                 select_number(pair);
-                at_ = align_pair(at_ + pair.len);
+                // In 32 bits, as buffers and messages are measured: a step less to the next pair.
+                at_ = align_pair(static_cast<uint32_t>(at_) + pair.len);
             } else {
                 convert_value(pair);
             }
