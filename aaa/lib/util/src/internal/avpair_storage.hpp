@@ -180,6 +180,12 @@ inline void finish_append(avlist *list) noexcept {
     verify_changed(list);
 }
 
+// Bytes of a pair with a short value.
+[[nodiscard]] constexpr uint32_t short_pair_extent(uint32_t len) noexcept {
+    constexpr uint32_t kMask = MEMORY_DEF_ALIGNMENT - 1;
+    return (len + uint32_t{sizeof(avpair_t)} + kMask) & ~kMask;
+}
+
 // The usual append, into the room that the last buffer still has, in as few
 // steps as it takes. Null when anything at all is unusual, a broken list
 // included; nothing has happened then, and the long way has to be gone, which
@@ -198,14 +204,11 @@ inline void finish_append(avlist *list) noexcept {
     const std::size_t size = buf->hdr.buf_size;
     const std::size_t room =
         reinterpret_cast<std::uintptr_t>(buf) + size - reinterpret_cast<std::uintptr_t>(free_mem);
-    if (room > size - sizeof buf->hdr || !is_aligned(free_mem, MEMORY_DEF_ALIGNMENT)) [[unlikely]] {
+    if (room > size - sizeof buf->hdr || !is_aligned(free_mem, MEMORY_DEF_ALIGNMENT) ||
+        short_pair_extent(len) > room) [[unlikely]] {
         return nullptr;
     }
-    constexpr uint32_t kMask = MEMORY_DEF_ALIGNMENT - 1;
-    const uint32_t extent = (len + uint32_t{sizeof(avpair_t)} + kMask) & ~kMask;
-    if (extent > room) [[unlikely]] {
-        return nullptr;
-    }
+    const uint32_t extent = short_pair_extent(len);
     auto *const pair = reinterpret_cast<avpair_t *>(free_mem);
     buf->hdr.free_mem = free_mem + extent;
     list->av_cnt++;
