@@ -149,7 +149,13 @@ int Environment::attempt(Growth growth, Body &body) {
     if (rc != 0) {
         return rc;
     }
-    rc = body(txn);
+    // An open transaction is the writer's lock of every process.
+    try {
+        rc = body(txn);
+    } catch (...) {
+        mdb_txn_abort(txn);
+        throw;
+    }
     if (rc != 0) {
         mdb_txn_abort(txn);
         return rc;
