@@ -42,4 +42,28 @@ TEST(SysdbMemory, ExhaustedInADeletionLeavesTheDatabaseWritable) {
         [](sysdb_conn_t conn) { return sysdb_item_delete(conn, "below/", SYSDB_DELETE_TREE); });
 }
 
+// A change that was made was reported as one that memory did not suffice for,
+// when it ran out while watchers were being told.
+TEST(SysdbMemory, ExhaustedIsOnlyWhatWasNotStored) {
+    const DatabaseSandbox sandbox;
+    run_forked([] {
+        alarm(30);
+        const Bound bound("/oper/f/");
+        const auto ignore = [](const void *, void *, void *) -> int32_t { return 0; };
+        uint64_t watch = 0;
+        ASSERT_EQ(0u, _sysdb_register_notification(bound.handle(), "", 6, 1, ignore, nullptr, 0, nullptr, 0,
+                                                   &watch));
+        uint32_t value = 1;
+        ASSERT_EQ(0u, set_number(bound.handle(), "item", value));
+        fake::sweep_allocations([&](fake::FailAlloc &fail) {
+            const int64_t before = get_number(bound.handle(), "item");
+            ++value;
+            const cerrno rc = fail.run([&] {
+                return sysdb_item_set(bound.handle(), "item", SYSDB_TYPE_U32, &value, sizeof value, 1);
+            });
+            EXPECT_EQ(rc == 0 ? int64_t{value} : before, get_number(bound.handle(), "item"));
+        });
+    });
+}
+
 }  // namespace

@@ -5,6 +5,7 @@
 #include <dirent.h>
 
 #include <algorithm>
+#include <new>
 #include <vector>
 
 #include "watcher_socket.hpp"
@@ -138,7 +139,7 @@ cerrno remove_watch(std::string_view key, const std::string &socket_name) {
     });
 }
 
-void notify_watchers(const ChangedKeys &keys) {
+void notify_watchers(const ChangedKeys &keys) try {
     if (keys.empty()) {
         return;
     }
@@ -162,6 +163,8 @@ void notify_watchers(const ChangedKeys &keys) {
         }
     }
     bury(directory, dead);
+} catch (const std::bad_alloc &) {
+    // The change is made all the same; watchers look by themselves once a second.
 }
 
 void sweep_watchers() {
