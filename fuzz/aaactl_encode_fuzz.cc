@@ -44,6 +44,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
         require_inverse(encode({reinterpret_cast<const char *>(data), size}));
     } catch (const Failure &failure) {
         REQUIRE(failure.code() == aaactl::ExitCode::bad_input);
+        for (const char c : std::string(failure.what())) {
+            REQUIRE(static_cast<unsigned char>(c) >= ' ' && c != '\x7f');
+        }
     }
     return 0;
 }

@@ -490,6 +490,7 @@ INSTANTIATE_TEST_SUITE_P(
         Bad{"WrongParts", "kind request\nrecord request-40\ntype = 4\nlist\npair 257 \"\"\n", "byte"},
         Bad{"PartOfAnotherKind", "kind list\nrecord request-32\n", "byte"},
         Bad{"UnknownType", "kind request\nrecord request-32\ntype = 2\n", "byte 20"},
+        Bad{"ControlInName", "kind reply-data\nrecord reply-20\nbytes \033[2J zeros(1)\n", "\\x1b[2J of 1"},
         Bad{"Json", "{\"kind\": ", "byte"}, Bad{"JsonKey", "{\"kind\": \"list\", \"party\": []}", "party"},
         Bad{"JsonPart", "{\"parts\": [{\"part\": \"letter\"}]}", "parts/0/part"},
         Bad{"JsonPair", "{\"parts\": [{\"part\": \"list\", \"pairs\": [{\"type\": 257}]}]}",

@@ -75,7 +75,7 @@ std::string outline(const Message &message) {
         const auto *bytes = std::get_if<Bytes>(&part.content);
         text += text.empty() ? "" : ", ";
         text += record != nullptr  ? record->layout->name
-                : bytes != nullptr ? bytes->name + " of " + std::to_string(bytes->bytes.size())
+                : bytes != nullptr ? escaped(bytes->name) + " of " + std::to_string(bytes->bytes.size())
                                    : std::string("list");
     }
     return text;
