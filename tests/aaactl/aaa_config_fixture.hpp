@@ -16,13 +16,15 @@ namespace aaactl_test {
 class AaaConfigTest : public DatabaseTest {
   protected:
     AaaConfigTest()
-        : lines_("AAA_LINES_CONF", dir().path("lines.conf")), keys_("AAA_MASTER_KEYS", dir().path("master.keys")) {
+        : lines_("AAA_LINES_CONF", dir().path("lines.conf")),
+          keys_("AAA_MASTER_KEYS", dir().path("master.keys")) {
         pending_.clear();
     }
 
     static void put(const std::string &path, const std::string &type, const std::string &value) {
         const std::string tree = path.starts_with("/cfg/") ? "/cfg/" : "/oper/";
-        pending_[tree][path] = aaactl::in_quotes(path) + " " + type + " " + (type == "string" ? aaactl::in_quotes(value) : value);
+        pending_[tree][path] = aaactl::in_quotes(path) + " " + type + " " +
+                               (type == "string" ? aaactl::in_quotes(value) : value);
     }
 
     static aaactl_test::Run run(const std::vector<std::string> &args) {
@@ -39,7 +41,9 @@ class AaaConfigTest : public DatabaseTest {
     }
 
     // A list of four methods with the names of their groups: "10,2,0,0,\"corp\",\"\",\"\",\"\"".
-    static void list(const std::string &path, const std::string &fields) { put("/cfg/gl/aaa/" + path, "tuple", fields); }
+    static void list(const std::string &path, const std::string &fields) {
+        put("/cfg/gl/aaa/" + path, "tuple", fields);
+    }
 
     static void server(const std::string &group, const std::string &entry) {
         put("/cfg/gl/aaa/group-server/" + group + "/server/" + entry, "u32", "1");
@@ -62,15 +66,17 @@ class AaaConfigTest : public DatabaseTest {
         number("tacacs", "archive", 3001);
     }
 
-    static bool contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+    static bool contains(const std::string &text, const std::string &part) {
+        return text.find(part) != std::string::npos;
+    }
 
     // "SEVERITY CODE PATH" of each finding, in order.
     static std::vector<std::string> found(const aaactl_test::Run &run) {
         std::vector<std::string> all;
         const auto document = run.json();
         for (const auto &finding : document.value("findings", nlohmann::ordered_json::array())) {
-            all.push_back(finding["severity"].get<std::string>() + " " + finding["code"].get<std::string>() + " " +
-                          finding["path"].get<std::string>());
+            all.push_back(finding["severity"].get<std::string>() + " " + finding["code"].get<std::string>() +
+                          " " + finding["path"].get<std::string>());
             EXPECT_NE(finding["text"], "");
             EXPECT_NE(finding["remedy"], "");
         }
@@ -80,10 +86,10 @@ class AaaConfigTest : public DatabaseTest {
     static inline const std::string kMaps = "/oper/aaa/gl/group-server/";
 
   private:
-    static inline std::map<std::string, std::map<std::string, std::string>> pending_; // of each tree
+    static inline std::map<std::string, std::map<std::string, std::string>> pending_;  // of each tree
 
     ScopedEnv lines_;
     ScopedEnv keys_;
 };
 
-} // namespace aaactl_test
+}  // namespace aaactl_test

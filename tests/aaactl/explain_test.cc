@@ -52,7 +52,8 @@ Nothing is missing.
     EXPECT_EQ(json["client"]["methods"].dump(), "[1001,3001,2]") << "as the library resolves them";
     ASSERT_EQ(json["steps"].size(), 3u);
     EXPECT_EQ(json["steps"][0]["group"].dump(), R"({"name":"corp","protocol":"radius","number":1001})");
-    EXPECT_EQ(json["steps"][0]["servers"][1].dump(), R"({"ordinal":2,"host":"2001:db8::21","ports":[1645,1646],"private":false})");
+    EXPECT_EQ(json["steps"][0]["servers"][1].dump(),
+              R"({"ordinal":2,"host":"2001:db8::21","ports":[1645,1646],"private":false})");
     EXPECT_EQ(json["steps"][0]["on_no_answer"]["next_step"], 2);
     EXPECT_TRUE(json["steps"][2]["on_no_answer"]["next_step"].is_null());
     EXPECT_EQ(json["findings"].size(), 0u);
@@ -62,7 +63,8 @@ TEST_F(Explain, NoneAsksNobody) {
     list("authorization/commands/default", R"(1, 0, 0, 0, "", "", "", "")");
     const Result text = explain({"authorization", "cmd"});
     EXPECT_EQ(text.status, 0) << text.out;
-    EXPECT_TRUE(contains(text.out, "1. none  (nobody is asked: every request is accepted)\n\nNothing")) << text.out;
+    EXPECT_TRUE(contains(text.out, "1. none  (nobody is asked: every request is accepted)\n\nNothing"))
+        << text.out;
     EXPECT_TRUE(explain_json({"authorization", "commands"}).json()["steps"][0]["on_refusal"].is_null());
 }
 
@@ -91,10 +93,12 @@ TEST_F(Explain, TheFirstRowForTheLineDecides) {
     for (const char *name : {"vty", "con", "default"}) {
         list("authentication/login/" + std::string(name), R"(2, 0, 0, 0, "", "", "", "")");
     }
-    dir().write("lines.conf", "# rows\nwrong row\npts/* accounting other\nconsole * con\npts/* * vty\n* * rest\n");
+    dir().write("lines.conf",
+                "# rows\nwrong row\npts/* accounting other\nconsole * con\npts/* * vty\n* * rest\n");
     const auto chosen = [](const std::string &line) {
         const auto json = explain_json({"authentication", "login", "--line", line}).json();
-        return json["list"]["name"].get<std::string>() + " by " + json["list"]["chosen_by"].get<std::string>();
+        return json["list"]["name"].get<std::string>() + " by " +
+               json["list"]["chosen_by"].get<std::string>();
     };
     EXPECT_EQ(chosen("pts/3"), "vty by line");
     EXPECT_EQ(chosen("/dev/pts/3"), "vty by line");
@@ -104,7 +108,8 @@ TEST_F(Explain, TheFirstRowForTheLineDecides) {
     EXPECT_EQ(chosen("pts/3"), "default by default");
     const Result text = explain({"authentication", "login", "--line", "console"});
     EXPECT_TRUE(contains(text.out, "authentication of login on line console (console)\n")) << text.out;
-    EXPECT_TRUE(contains(text.out, "list:  con, because no list was named, and the row for \"console\" at " + dir().path("lines.conf") + ":1 is the first"))
+    EXPECT_TRUE(contains(text.out, "list:  con, because no list was named, and the row for \"console\" at " +
+                                       dir().path("lines.conf") + ":1 is the first"))
         << text.out;
 }
 
@@ -142,13 +147,14 @@ TEST_F(Explain, TheLibrarySuppliesTheDefaultForPpp) {
 TEST_F(Explain, TheDefaultThatItSuppliesForLoginsHasNoMethod) {
     const auto run = explain_json({"authentication", "login"});
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(found(run), std::vector<std::string>{"error empty-list /cfg/gl/aaa/authentication/login/default"});
+    EXPECT_EQ(found(run),
+              std::vector<std::string>{"error empty-list /cfg/gl/aaa/authentication/login/default"});
 }
 
 TEST_F(Explain, SaysWhichListsThereAreInsteadOfAMissingOne) {
     list("authorization/exec/ops", R"(2, 0, 0, 0, "", "", "", "")");
-    for (const std::vector<std::string> &args :
-         std::vector<std::vector<std::string>>{{"authorization", "exec"}, {"authorization", "exec", "--list", "no"}}) {
+    for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{
+             {"authorization", "exec"}, {"authorization", "exec", "--list", "no"}}) {
         const Result run = explain(args);
         EXPECT_EQ(run.status, 4) << run.err;
         EXPECT_TRUE(contains(run.out, "There is no such list: the service has ops.")) << run.out;
@@ -181,10 +187,16 @@ TEST_F(Explain, ADanglingGroupKeepsClientsFromReadingTheList) {
     list("authentication/login/default", R"(10, 2, 0, 0, "gone", "", "", "")");
     const Result text = explain({"authentication", "login"});
     EXPECT_EQ(text.status, 1);
-    EXPECT_TRUE(contains(text.out, "1. server group gone  (not configured, no number)\n   cannot answer:      step 2, local\n")) << text.out;
-    EXPECT_TRUE(contains(text.out, "error: /cfg/gl/aaa/authentication/login/default: server group \"gone\" does not exist")) << text.out;
+    EXPECT_TRUE(
+        contains(text.out,
+                 "1. server group gone  (not configured, no number)\n   cannot answer:      step 2, local\n"))
+        << text.out;
+    EXPECT_TRUE(contains(
+        text.out, "error: /cfg/gl/aaa/authentication/login/default: server group \"gone\" does not exist"))
+        << text.out;
     const auto run = explain_json({"authentication", "login"});
-    EXPECT_EQ(found(run), std::vector<std::string>{"error dangling-group /cfg/gl/aaa/authentication/login/default"});
+    EXPECT_EQ(found(run),
+              std::vector<std::string>{"error dangling-group /cfg/gl/aaa/authentication/login/default"});
     EXPECT_NE(run.json()["client"]["code"], 0);
     EXPECT_EQ(run.json()["steps"][0]["works"], false);
 }
@@ -196,8 +208,9 @@ TEST_F(Explain, AGroupWithoutANumberOrServersIsNamed) {
     list("authentication/login/default", R"(10, 10, 2, 0, "corp", "hollow", "", "")");
     const auto run = explain_json({"authentication", "login"});
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(found(run), (std::vector<std::string>{"error unnumbered-group /cfg/gl/aaa/group-server/radius/corp/",
-                                                    "error empty-group /cfg/gl/aaa/group-server/tacacs/hollow/"}));
+    EXPECT_EQ(found(run),
+              (std::vector<std::string>{"error unnumbered-group /cfg/gl/aaa/group-server/radius/corp/",
+                                        "error empty-group /cfg/gl/aaa/group-server/tacacs/hollow/"}));
 }
 
 TEST_F(Explain, ProgramsCannotAskALineForItsPassword) {
@@ -205,7 +218,8 @@ TEST_F(Explain, ProgramsCannotAskALineForItsPassword) {
     EXPECT_EQ(explain({"authentication", "login"}).status, 0);
     const auto run = explain_json({"authentication", "api"});
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(found(run), std::vector<std::string>{"error unsuitable-list /cfg/gl/aaa/authentication/login/default"});
+    EXPECT_EQ(found(run),
+              std::vector<std::string>{"error unsuitable-list /cfg/gl/aaa/authentication/login/default"});
 }
 
 TEST_F(Explain, EscapesWhatTheDatabaseHolds) {
@@ -223,4 +237,4 @@ TEST_F(Explain, WithoutADatabaseItSaysSo) {
     EXPECT_EQ(explain({"authentication", "login"}).status, 5);
 }
 
-} // namespace
+}  // namespace

@@ -69,11 +69,14 @@ TEST_F(Lint, FindsWhatIsWrongWithAList) {
     EXPECT_EQ(with_list(path, R"(2, 0, 12, 0, "", "", "", "")"), Lines{"warning hidden-method " + kLogin});
     EXPECT_EQ(with_list(path, R"(2, 8, 0, 0, "", "", "", "")"), Lines{"error unknown-method " + kLogin});
     EXPECT_EQ(with_list(path, R"(2, 4711, 0, 0, "", "", "", "")"), Lines{"error unknown-method " + kLogin});
-    EXPECT_EQ(with_list(path, R"(10, 10, 2, 0, "corp", "corp", "", "")"), Lines{"warning repeated-method " + kLogin});
+    EXPECT_EQ(with_list(path, R"(10, 10, 2, 0, "corp", "corp", "", "")"),
+              Lines{"warning repeated-method " + kLogin});
     EXPECT_EQ(with_list(path, R"(10, 10, 2, 0, "corp", "archive", "", "")"), Lines{}) << "two groups";
     EXPECT_EQ(with_list(path, R"(2, 1, 0, 0, "", "", "", "")"), Lines{"warning open-fallback " + kLogin});
-    EXPECT_EQ(with_list(path, R"(1, 2, 0, 0, "", "", "", "")"), Lines{"warning unreachable-method " + kLogin});
-    EXPECT_EQ(with_list(path, R"(3, 2, 0, 0, "", "", "", "")"), Lines{"error no-servers /cfg/gl/aaa/radius/host/"});
+    EXPECT_EQ(with_list(path, R"(1, 2, 0, 0, "", "", "", "")"),
+              Lines{"warning unreachable-method " + kLogin});
+    EXPECT_EQ(with_list(path, R"(3, 2, 0, 0, "", "", "", "")"),
+              Lines{"error no-servers /cfg/gl/aaa/radius/host/"});
     put("/cfg/gl/aaa/radius/host/0x1/192.0.2.1,1812,1813", "u32", "1");
     EXPECT_EQ(lint(), Lines{});
 }
@@ -81,9 +84,12 @@ TEST_F(Lint, FindsWhatIsWrongWithAList) {
 TEST_F(Lint, FindsWhatIsNoList) {
     put(kLogin, "u32", "1");
     EXPECT_EQ(lint(), Lines{"error malformed-list " + kLogin});
-    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, "", "", "", "")"), Lines{"error malformed-list " + kLogin});
-    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, 0, "", "", "")"), Lines{"error malformed-list " + kLogin});
-    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, 0, "", 5, "", "", "")"), Lines{"error malformed-list " + kLogin});
+    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, "", "", "", "")"),
+              Lines{"error malformed-list " + kLogin});
+    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, 0, "", "", "")"),
+              Lines{"error malformed-list " + kLogin});
+    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, 0, "", 5, "", "", "")"),
+              Lines{"error malformed-list " + kLogin});
     list("authentication/login/default", R"(2, 0, 0, 0, "", "", "", "")");
     EXPECT_EQ(with_list("accounting/exec/default", R"(10, 0, 0, 0, "corp", "", "", "")"),
               Lines{"error malformed-list /cfg/gl/aaa/accounting/exec/default"});
@@ -115,7 +121,8 @@ TEST_F(Lint, FindsGroupsWithoutServers) {
     list("authentication/login/default", R"(10, 2, 0, 0, "hollow", "", "", "")");
     EXPECT_EQ(lint(), Lines{"error empty-group " + kGroups + "radius/hollow/"});
     list("authentication/login/default", R"(10, 0, 0, 0, "hollow", "", "", "")");
-    EXPECT_EQ(lint(), (Lines{"error ends-in-nothing " + kLogin, "error empty-group " + kGroups + "radius/hollow/"}));
+    EXPECT_EQ(lint(),
+              (Lines{"error ends-in-nothing " + kLogin, "error empty-group " + kGroups + "radius/hollow/"}));
 }
 
 TEST_F(Lint, FindsNumbersThatAreMissingStaleOrContradictEachOther) {
@@ -149,12 +156,16 @@ TEST_F(Lint, FindsServersThatAreNoneOrTwice) {
     server("radius/corp", "0x3/192.0.2.22,1645,1646");
     EXPECT_EQ(lint(), Lines{"warning shared-ordinal " + servers + "0x3/192.0.2.22,1645,1646"});
     ASSERT_EQ(run({"sysdb", "del", "-r", servers + "0x3"}).status, 0);
-    for (const char *entry : {"0x3/192.0.2.300,1812,1813", "0x3/192.0.2.22,99999,1813", "0x3/192.0.2.22,1,2,3", "0x3/192.0.2.22,,1", "three/192.0.2.22"}) {
+    for (const char *entry : {"0x3/192.0.2.300,1812,1813", "0x3/192.0.2.22,99999,1813",
+                              "0x3/192.0.2.22,1,2,3", "0x3/192.0.2.22,,1", "three/192.0.2.22"}) {
         server("radius/corp", entry);
         const Lines lines = lint();
         ASSERT_EQ(lines.size(), 1u) << entry;
         EXPECT_TRUE(lines[0].starts_with("error malformed-server " + servers)) << lines[0];
-        ASSERT_EQ(run({"sysdb", "del", "-r", servers + std::string(entry).substr(0, std::string(entry).find('/'))}).status, 0);
+        ASSERT_EQ(
+            run({"sysdb", "del", "-r", servers + std::string(entry).substr(0, std::string(entry).find('/'))})
+                .status,
+            0);
     }
     server("tacacs/archive", "0x2/192.0.2.31,0x31/timeout");
     EXPECT_EQ(lint(), Lines{}) << "stored as a directory";
@@ -166,9 +177,11 @@ TEST_F(Lint, FindsRowsThatLeadNowhere) {
     list("authentication/login/vty", R"(2, 0, 0, 0, "", "", "", "")");
     dir().write("lines.conf", "# rows\npts/* authentication vty\n");
     EXPECT_EQ(lint(), Lines{});
-    const std::string file = dir().write("lines.conf", "pts/* authentication gone\nhalf row\n\nconsole authorization vty\ntty* * vty\n");
-    EXPECT_EQ(lint(), (Lines{"error unknown-list " + file + ":1", "error malformed-row " + file + ":2", "error unknown-list " + file + ":4",
-                             "error unknown-list " + file + ":5", "error unknown-list " + file + ":5"}));
+    const std::string file = dir().write(
+        "lines.conf", "pts/* authentication gone\nhalf row\n\nconsole authorization vty\ntty* * vty\n");
+    EXPECT_EQ(lint(), (Lines{"error unknown-list " + file + ":1", "error malformed-row " + file + ":2",
+                             "error unknown-list " + file + ":4", "error unknown-list " + file + ":5",
+                             "error unknown-list " + file + ":5"}));
     dir().write("lines.conf", "", 0666);
     EXPECT_EQ(lint(), Lines{"error unusable-file " + file});
 }
@@ -206,7 +219,8 @@ TEST_F(Lint, FindsKeysThatDoNotDecrypt) {
     ASSERT_EQ(aaa_platform_master_keys_create(keys.c_str()), 0u);
     const Result other = run({"lint"});
     EXPECT_EQ(other.status, 1);
-    EXPECT_TRUE(contains(other.out, "sealed with master key generation 02, which is not in " + keys)) << other.out;
+    EXPECT_TRUE(contains(other.out, "sealed with master key generation 02, which is not in " + keys))
+        << other.out;
 
     put(kGroups + "radius/corp/key", "string", "hunter2");
     EXPECT_EQ(lint(), Lines{"warning clear-key " + kGroups + "radius/corp/key"});
@@ -232,4 +246,4 @@ TEST_F(Lint, WithoutADatabaseItSaysSo) {
     EXPECT_NE(result.err, "");
 }
 
-} // namespace
+}  // namespace

@@ -33,7 +33,8 @@ struct Request {
     std::string text(uint32_t type) const {
         char value[2048] = "";
         uint32_t len = 0;
-        return aaa_util_avlist_value_copy(list, type, 0, value, sizeof value - 1, &len) == AAA_OK ? value : "";
+        return aaa_util_avlist_value_copy(list, type, 0, value, sizeof value - 1, &len) == AAA_OK ? value
+                                                                                                  : "";
     }
 };
 
@@ -42,15 +43,15 @@ using Answer = std::function<std::string(const Request &)>;
 
 class ScriptedServer {
   public:
-    // Answers the n-th request with the n-th answer; then the connection is closed, unless `stay`: then only when the
-    // client has gone.
+    // Answers the n-th request with the n-th answer; then the connection is closed, unless `stay`: then only
+    // when the client has gone.
     ScriptedServer(const std::string &path, std::vector<Answer> answers, bool stay = false)
         : listener_(transport_listen(path.c_str())), answers_(std::move(answers)), stay_(stay) {
         EXPECT_GE(listener_, 0);
         thread_ = std::thread([this] { serve(); });
     }
     ~ScriptedServer() {
-        shutdown(listener_, SHUT_RDWR); // nobody may have come
+        shutdown(listener_, SHUT_RDWR);  // nobody may have come
         thread_.join();
         close(listener_);
     }
@@ -61,7 +62,8 @@ class ScriptedServer {
     static Request request_of(const transport_msg_t &msg) {
         cerrno rc = AAA_OK;
         const size_t offset = transport_kind(&msg) == TRANSPORT_SESSION ? sizeof(aaa_sess_request_t) : 40;
-        return {std::string(reinterpret_cast<const char *>(msg.u.bytes), msg.len), transport_unpack(&msg, offset, &rc)};
+        return {std::string(reinterpret_cast<const char *>(msg.u.bytes), msg.len),
+                transport_unpack(&msg, offset, &rc)};
     }
 
     void serve() {
@@ -102,7 +104,8 @@ inline Fill status(uint32_t value) {
 }
 
 inline void add_text(avlist *list, uint32_t type, const std::string &text) {
-    EXPECT_EQ(aaa_util_avpair_add_attr(list, type, text.c_str(), static_cast<uint32_t>(text.size()) + 1, 0), AAA_OK);
+    EXPECT_EQ(aaa_util_avpair_add_attr(list, type, text.c_str(), static_cast<uint32_t>(text.size()) + 1, 0),
+              AAA_OK);
 }
 
 // A classic reply as the library composes it and the transport sends it.
@@ -115,10 +118,13 @@ inline std::string classic_reply(const Fill &fill, cerrno result = AAA_OK) {
     iov_t *iov = nullptr;
     uint32_t count = 0;
     std::vector<char> buffer(32768);
-    EXPECT_EQ(aaa_util_reply_compose(&header, &iov, &count, buffer.data(), static_cast<uint32_t>(buffer.size()), list, 0, nullptr), AAA_OK);
+    EXPECT_EQ(aaa_util_reply_compose(&header, &iov, &count, buffer.data(),
+                                     static_cast<uint32_t>(buffer.size()), list, 0, nullptr),
+              AAA_OK);
     std::string bytes(20, '\0');
     for (uint32_t i = 0; i < count; ++i) {
-        bytes.append(static_cast<const char *>(iov[i].base) + (i == 0 ? 20 : 0), iov[i].len - (i == 0 ? 20 : 0));
+        bytes.append(static_cast<const char *>(iov[i].base) + (i == 0 ? 20 : 0),
+                     iov[i].len - (i == 0 ? 20 : 0));
     }
     const uint32_t fields[2] = {TRANSPORT_MAGIC, static_cast<uint32_t>(bytes.size())};
     std::memcpy(bytes.data(), fields, sizeof fields);
@@ -140,4 +146,4 @@ inline Answer always(const std::string &bytes) {
     return [bytes](const Request &) { return bytes; };
 }
 
-} // namespace aaactl_test
+}  // namespace aaactl_test

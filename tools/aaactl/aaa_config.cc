@@ -2,8 +2,8 @@
 
 #include "aaa_config.hpp"
 
-#include <algorithm>
 #include <arpa/inet.h>
+#include <algorithm>
 #include <charconv>
 
 namespace aaactl {
@@ -56,12 +56,13 @@ void read_entry(Server &server, std::string_view entry, size_t most_ports) {
 }
 
 // Below an ordinal "0x1/" stands one server, as an item or as a directory.
-void read_ordinal(Database &database, const std::string &directory, const Entry &ordinal, const Protocol &protocol, bool is_private,
-                  std::vector<Server> &servers) {
+void read_ordinal(Database &database, const std::string &directory, const Entry &ordinal,
+                  const Protocol &protocol, bool is_private, std::vector<Server> &servers) {
     const auto index = number_in(without_slash(ordinal.name));
     const std::string path = directory + ordinal.name;
     if (!index || !ordinal.is_directory()) {
-        servers.push_back({path, 0, {}, {}, is_private, "\"" + escaped(ordinal.name) + "\" is no ordinal of a server"});
+        servers.push_back(
+            {path, 0, {}, {}, is_private, "\"" + escaped(ordinal.name) + "\" is no ordinal of a server"});
         return;
     }
     for (const Entry &entry : database.list(path).value_or(std::vector<Entry>{})) {
@@ -94,7 +95,8 @@ std::vector<std::string> names_at(Database &database, const std::string &directo
     std::vector<std::string> names;
     for (const Entry &entry : database.list(directory).value_or(std::vector<Entry>{})) {
         const std::string name = without_slash(entry.name);
-        if ((entry.is_directory() || !directories_only) && std::find(names.begin(), names.end(), name) == names.end()) {
+        if ((entry.is_directory() || !directories_only) &&
+            std::find(names.begin(), names.end(), name) == names.end()) {
             names.push_back(name);
         }
     }
@@ -106,7 +108,8 @@ std::vector<std::string> names_at(Database &database, const std::string &directo
 // Any number of integers from four on, of which the last four are the methods, then four names.
 void read_fields(MethodList &list, const std::vector<TupleField> &fields) {
     const auto is_name = [](const TupleField &field) { return field.is_name; };
-    const auto first_name = static_cast<size_t>(std::find_if(fields.begin(), fields.end(), is_name) - fields.begin());
+    const auto first_name =
+        static_cast<size_t>(std::find_if(fields.begin(), fields.end(), is_name) - fields.begin());
     if (first_name < kSlots || fields.size() != first_name + kSlots ||
         !std::all_of(fields.begin() + static_cast<ptrdiff_t>(first_name), fields.end(), is_name)) {
         list.defect = "it does not hold four methods and four names";
@@ -116,11 +119,12 @@ void read_fields(MethodList &list, const std::vector<TupleField> &fields) {
         list.leading.push_back(static_cast<uint32_t>(fields[i].number));
     }
     for (size_t i = 0; i < kSlots; ++i) {
-        list.slots.push_back({static_cast<uint32_t>(fields[first_name - kSlots + i].number), fields[first_name + i].name});
+        list.slots.push_back(
+            {static_cast<uint32_t>(fields[first_name - kSlots + i].number), fields[first_name + i].name});
     }
 }
 
-} // namespace
+}  // namespace
 
 std::vector<Slot> MethodList::methods() const {
     const auto empty = [](const Slot &slot) { return slot.method == 0; };
@@ -128,10 +132,12 @@ std::vector<Slot> MethodList::methods() const {
 }
 
 std::string list_path(std::string_view function, std::string_view service, std::string_view name) {
-    return std::string(kConfigRoot) + std::string(function) + "/" + std::string(service) + "/" + std::string(name);
+    return std::string(kConfigRoot) + std::string(function) + "/" + std::string(service) + "/" +
+           std::string(name);
 }
 
-std::optional<MethodList> find_list(Database &database, const std::string &function, const std::string &service, const std::string &name) {
+std::optional<MethodList> find_list(Database &database, const std::string &function,
+                                    const std::string &service, const std::string &name) {
     MethodList list{function, service, name, list_path(function, service, name), {}, {}, {}};
     std::optional<Item> item;
     try {
@@ -140,7 +146,7 @@ std::optional<MethodList> find_list(Database &database, const std::string &funct
         if (failure.code() != ExitCode::bad_input) {
             throw;
         }
-        list.defect = failure.what(); // bytes that are no value of their type
+        list.defect = failure.what();  // bytes that are no value of their type
         return list;
     }
     if (!item) {
@@ -154,9 +160,11 @@ std::optional<MethodList> find_list(Database &database, const std::string &funct
     return list;
 }
 
-std::vector<std::string> list_names(Database &database, const std::string &function, const std::string &service) {
+std::vector<std::string> list_names(Database &database, const std::string &function,
+                                    const std::string &service) {
     std::vector<std::string> names;
-    for (const Entry &entry : database.list(list_path(function, service, "")).value_or(std::vector<Entry>{})) {
+    for (const Entry &entry :
+         database.list(list_path(function, service, "")).value_or(std::vector<Entry>{})) {
         if (!entry.is_directory()) {
             names.push_back(entry.name);
         }
@@ -199,4 +207,4 @@ std::vector<Server> protocol_servers(Database &database, const Protocol &protoco
     return servers;
 }
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -22,13 +22,14 @@ struct AcctOptions : ClientOptions {
 };
 
 Reply send_record(AcctOptions &options, Exchange &exchange) {
-    std::string command = options.command; // a copy: the library masks passwords in it
+    std::string command = options.command;  // a copy: the library masks passwords in it
     Credentials cred(options);
     aaa_svc_attrs_t attrs{};
     attrs.cmd = command.data();
     return exchange.ask(AAA_REQ_ACCT, [&](Composition &c) {
-        return aaa_util_msg_acct_compose(&c.record, kRecords.at(options.record), service_of(options), options.list.c_str(), 0, cred.get(),
-                                         &attrs, options.session_id, &c.iov, &c.count, c.buffer, sizeof c.buffer, nullptr, c.session);
+        return aaa_util_msg_acct_compose(&c.record, kRecords.at(options.record), service_of(options),
+                                         options.list.c_str(), 0, cred.get(), &attrs, options.session_id,
+                                         &c.iov, &c.count, c.buffer, sizeof c.buffer, nullptr, c.session);
     });
 }
 
@@ -51,10 +52,11 @@ Reply send_update(AcctOptions &options, Exchange &exchange) {
     ListPtr list = update_list(options);
     unsigned char block[64] = {};
     Reply reply = exchange.ask(AAA_REQ_ACCT_UPDATE, [&](Composition &c) {
-        const cerrno rc = aaa_util_msg_acct_update_compose(&c.record, &options.session_id, block, list.get(), &c.iov, &c.count,
-                                                           c.buffer, sizeof c.buffer, c.session);
+        const cerrno rc =
+            aaa_util_msg_acct_update_compose(&c.record, &options.session_id, block, list.get(), &c.iov,
+                                             &c.count, c.buffer, sizeof c.buffer, c.session);
         if (rc == AAA_OK && c.session != 0) {
-            list.release(); // the packet takes it along
+            list.release();  // the packet takes it along
         }
         return rc;
     });
@@ -65,31 +67,43 @@ ExitCode run(Output &out, AcctOptions &options) {
     check_client(options);
     Exchange exchange(options.socket, options.seconds, options.session);
     const bool update = options.record == "update";
-    Step step{"accounting " + options.record, options.user, update ? send_update(options, exchange) : send_record(options, exchange)};
+    Step step{"accounting " + options.record, options.user,
+              update ? send_update(options, exchange) : send_record(options, exchange)};
     judge_record(step);
-    const Json document = {{"server", escaped(options.socket)}, {"user", escaped(options.user)},
-                           {"service", escaped(options.service)}, {"form", options.session ? "session" : "classic"},
-                           {"session_id", options.session_id},  {"verdict", verdict_word(step.verdict)},
+    const Json document = {{"server", escaped(options.socket)},
+                           {"user", escaped(options.user)},
+                           {"service", escaped(options.service)},
+                           {"form", options.session ? "session" : "classic"},
+                           {"session_id", options.session_id},
+                           {"verdict", verdict_word(step.verdict)},
                            {"steps", Json::array({step_json(out, step)})}};
     out.result(document, [&] { print_step(out, step); });
     return exit_code(step.verdict);
 }
 
-} // namespace
+}  // namespace
 
 void add_acct(Program &program) {
     auto options = std::make_shared<AcctOptions>();
-    CLI::App *sub = program.command(&program.app, "acct", "Send an accounting record to an AAA server and print the reply",
+    CLI::App *sub = program.command(&program.app, "acct",
+                                    "Send an accounting record to an AAA server and print the reply",
                                     [options](Output &out) { return run(out, *options); });
     sub->add_option("SOCKET", options->socket, "The server's socket")->required();
-    sub->add_option("RECORD", options->record, "start, stop or update")->required()->check(CLI::IsMember(kRecords));
+    sub->add_option("RECORD", options->record, "start, stop or update")
+        ->required()
+        ->check(CLI::IsMember(kRecords));
     sub->add_option("USER", options->user, "User name")->required();
     add_client_options(sub, *options, "exec");
-    sub->add_option("--session-id", options->session_id, "Number that joins the records of a session")->capture_default_str();
-    sub->add_option("--command", options->command, "Command that the record is about, for the services cmd and rcmd");
-    sub->footer("Exit status: 0 recorded, 3 malformed reply, 5 no server or no reply, 6 the server did not record it.\n"
-                "JSON: {server, user, service, form, session_id, verdict, steps: [{request, subject, result, attributes}]}\n"
-                "Example: aaactl acct /run/aaa/server.sock start alice --session-id 4711 --line vty0");
+    sub->add_option("--session-id", options->session_id, "Number that joins the records of a session")
+        ->capture_default_str();
+    sub->add_option("--command", options->command,
+                    "Command that the record is about, for the services cmd and rcmd");
+    sub->footer(
+        "Exit status: 0 recorded, 3 malformed reply, 5 no server or no reply, 6 the server did not record "
+        "it.\n"
+        "JSON: {server, user, service, form, session_id, verdict, steps: [{request, subject, result, "
+        "attributes}]}\n"
+        "Example: aaactl acct /run/aaa/server.sock start alice --session-id 4711 --line vty0");
 }
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -19,8 +19,8 @@ GroupNumber group_number(const std::string &name);
 
 bool is_sound(const Server &server);
 
-// Whether anybody can answer: a group that exists, has a number and servers; for other methods, that there is such a
-// method, and servers where it needs some.
+// Whether anybody can answer: a group that exists, has a number and servers; for other methods, that there is
+// such a method, and servers where it needs some.
 bool method_works(Database &database, const Slot &slot);
 
 // A list by itself; its groups are looked at only as far as they exist.
@@ -35,4 +35,4 @@ void check_lines(Database &database, Findings &findings);
 // Server keys anywhere in the AAA configuration.
 void check_keys(Database &database, Findings &findings);
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -38,7 +38,8 @@ std::string server_text(const Server &server) {
 
 void check_name(const Group &group, Findings &findings) {
     if (is_keyword(group.name)) {
-        findings.push_back({Severity::error, "reserved-name", group.path, "\"" + escaped(group.name) + "\" is a method's word, not a name for a group",
+        findings.push_back({Severity::error, "reserved-name", group.path,
+                            "\"" + escaped(group.name) + "\" is a method's word, not a name for a group",
                             "create the group under another name"});
     }
 }
@@ -51,7 +52,8 @@ void check_way_back(const Group &group, uint32_t number, Findings &findings) {
     const Text name(aaa_util_lookup_sg_name(number));
     if (!name || group.name != name.get()) {
         findings.push_back({Severity::error, "contradicting-number", std::string(kGroupMaps),
-                            "the name \"" + escaped(group.name) + "\" leads to the number " + std::to_string(number) + ", and that to " +
+                            "the name \"" + escaped(group.name) + "\" leads to the number " +
+                                std::to_string(number) + ", and that to " +
                                 (name ? "\"" + escaped(name.get()) + "\"" : std::string("no name")),
                             "delete the group and create it anew: aaactl sg delete, aaactl sg add"});
     }
@@ -61,37 +63,45 @@ void check_number(const Group &group, bool used, Findings &findings) {
     const GroupNumber found = group_number(group.name);
     const Severity severity = used ? Severity::error : Severity::warning;
     if (found.rc == SYSDB_ERR_NOT_FOUND) {
-        findings.push_back({severity, "unnumbered-group", group.path, "no number is published for it: clients cannot read lists that name it",
+        findings.push_back({severity, "unnumbered-group", group.path,
+                            "no number is published for it: clients cannot read lists that name it",
                             "start the AAA server, which publishes the numbers, or aaactl sg add"});
     } else if (found.rc != AAA_OK) {
-        findings.push_back({Severity::error, "unreadable-number", group.path, std::string("its number: ") + escaped(cerr_strerror(found.rc)),
+        findings.push_back({Severity::error, "unreadable-number", group.path,
+                            std::string("its number: ") + escaped(cerr_strerror(found.rc)),
                             "delete the group and create it anew: aaactl sg delete, aaactl sg add"});
     } else if (found.protocol != group.protocol.number) {
         findings.push_back({Severity::error, "ambiguous-group", group.path,
-                            "the name leads to the group of " + std::string(aaa_util_get_sg_defined_name(found.protocol)) + " with the same name",
+                            "the name leads to the group of " +
+                                std::string(aaa_util_get_sg_defined_name(found.protocol)) +
+                                " with the same name",
                             "give one of the groups another name"});
     } else {
         check_way_back(group, found.number, findings);
     }
 }
 
-} // namespace
+}  // namespace
 
 void check_servers(const std::vector<Server> &servers, Findings &findings) {
     for (size_t i = 0; i < servers.size(); ++i) {
         const Server &server = servers[i];
         if (!is_sound(server)) {
-            findings.push_back({Severity::error, "malformed-server", server.path, server.defect, "delete the entry and configure the server anew"});
+            findings.push_back({Severity::error, "malformed-server", server.path, server.defect,
+                                "delete the entry and configure the server anew"});
             continue;
         }
         for (size_t j = 0; j < i; ++j) {
             if (servers[j].host == server.host && servers[j].ports == server.ports && is_sound(servers[j])) {
                 findings.push_back({Severity::warning, "duplicate-server", server.path,
-                                    server_text(server) + " is in the list already: it is asked again when it does not answer",
+                                    server_text(server) +
+                                        " is in the list already: it is asked again when it does not answer",
                                     "delete one of the entries"});
-            } else if (servers[j].index == server.index && servers[j].is_private == server.is_private && is_sound(servers[j])) {
+            } else if (servers[j].index == server.index && servers[j].is_private == server.is_private &&
+                       is_sound(servers[j])) {
                 findings.push_back({Severity::warning, "shared-ordinal", server.path,
-                                    server_text(servers[j]) + " has the same ordinal: which of them is asked first is not settled",
+                                    server_text(servers[j]) +
+                                        " has the same ordinal: which of them is asked first is not settled",
                                     "configure one of them anew"});
             }
         }
@@ -102,10 +112,10 @@ void check_group(const Group &group, bool used, Findings &findings) {
     check_name(group, findings);
     check_servers(group.servers, findings);
     if (std::none_of(group.servers.begin(), group.servers.end(), is_sound)) {
-        findings.push_back({used ? Severity::error : Severity::warning, "empty-group", group.path, "it has no server",
-                            "configure a server in it, or delete the group"});
+        findings.push_back({used ? Severity::error : Severity::warning, "empty-group", group.path,
+                            "it has no server", "configure a server in it, or delete the group"});
     }
     check_number(group, used, findings);
 }
 
-} // namespace aaactl
+}  // namespace aaactl

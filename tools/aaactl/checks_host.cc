@@ -39,16 +39,20 @@ bool some_service_has(Database &database, uint32_t function, const std::string &
 
 void check_row(LineCheck &check, const aaa_platform_line_rule_t &rule) {
     if (rule.defect != nullptr) {
-        check.add(rule.number, "malformed-row", std::string(rule.defect) + "; the row is left out", "correct the row");
+        check.add(rule.number, "malformed-row", std::string(rule.defect) + "; the row is left out",
+                  "correct the row");
         return;
     }
     for (uint32_t function = AAA_FUNC_AUTHEN; function <= AAA_FUNC_ACCT; ++function) {
         // A row for every kind says nothing about a function that nobody uses here.
-        const bool concerned = rule.kind == function || (rule.kind == AAA_PLATFORM_LINE_EVERY_KIND &&
-                                                         !service_words(check.database, aaa_function_to_string(function)).empty());
+        const bool concerned = rule.kind == function ||
+                               (rule.kind == AAA_PLATFORM_LINE_EVERY_KIND &&
+                                !service_words(check.database, aaa_function_to_string(function)).empty());
         if (concerned && !some_service_has(check.database, function, rule.list_name)) {
-            check.add(rule.number, "unknown-list", std::string("no service has a list \"") + escaped(rule.list_name) + "\" for " +
-                                                       aaa_function_to_string(function) + ": requests from " + escaped(rule.pattern) + " fail",
+            check.add(rule.number, "unknown-list",
+                      std::string("no service has a list \"") + escaped(rule.list_name) + "\" for " +
+                          aaa_function_to_string(function) + ": requests from " + escaped(rule.pattern) +
+                          " fail",
                       "create the list, or name another");
         }
     }
@@ -94,29 +98,34 @@ Finding unusable_key(const std::string &path, const std::string &sealed) {
     const MasterKeys keys = master_keys();
     const std::string file = escaped(aaa_platform_master_keys_path());
     if (keys.rc != 0) {
-        return {Severity::error, "sealed-key", path, "the key cannot be opened: " + file + ": " + escaped(cerr_strerror(keys.rc)),
+        return {Severity::error, "sealed-key", path,
+                "the key cannot be opened: " + file + ": " + escaped(cerr_strerror(keys.rc)),
                 "put the file of master keys back, or set the key anew"};
     }
     const auto generation = static_cast<uint32_t>((sealed[0] - '0') * 10 + (sealed[1] - '0'));
     if (std::find(keys.generations.begin(), keys.generations.end(), generation) == keys.generations.end()) {
         return {Severity::error, "sealed-key", path,
-                "the key is sealed with master key generation " + sealed.substr(0, 2) + ", which is not in " + file,
+                "the key is sealed with master key generation " + sealed.substr(0, 2) + ", which is not in " +
+                    file,
                 "put that generation back, or set the key anew"};
     }
-    return {Severity::error, "sealed-key", path, "the key does not decrypt: it has been changed since it was sealed, or with another file of master keys",
+    return {Severity::error, "sealed-key", path,
+            "the key does not decrypt: it has been changed since it was sealed, or with another file of "
+            "master keys",
             "set the key anew"};
 }
 
 void check_key(const std::string &path, std::string text, Findings &findings) {
     if (!looks_sealed(text)) {
-        findings.push_back({Severity::warning, "clear-key", path, "a key stands in clear text", "seal it: aaactl key seal"});
+        findings.push_back(
+            {Severity::warning, "clear-key", path, "a key stands in clear text", "seal it: aaactl key seal"});
     } else if (validate_encrypted_password(text.data()) != AAA_OK) {
         findings.push_back(unusable_key(path, text));
     }
     wipe(text);
 }
 
-} // namespace
+}  // namespace
 
 void check_lines(Database &database, Findings &findings) {
     LineCheck check{database, findings, aaa_platform_line_rules_path()};
@@ -126,7 +135,8 @@ void check_lines(Database &database, Findings &findings) {
         std::rethrow_exception(visit.failure);
     }
     if (rc != 0) {
-        findings.push_back({Severity::error, "unusable-file", check.file, escaped(cerr_strerror(rc)) + ": requests that name no list fail",
+        findings.push_back({Severity::error, "unusable-file", check.file,
+                            escaped(cerr_strerror(rc)) + ": requests that name no list fail",
                             "correct its owner, mode and size"});
     }
 }
@@ -139,4 +149,4 @@ void check_keys(Database &database, Findings &findings) {
     });
 }
 
-} // namespace aaactl
+}  // namespace aaactl

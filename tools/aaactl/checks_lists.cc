@@ -15,23 +15,26 @@ namespace {
 constexpr size_t kAccountingIntegers = 3;
 
 bool is_remote(uint32_t method) {
-    return method == AAA_METHOD_SERVER_GROUP || method == AAA_METHOD_RADIUS || method == AAA_METHOD_TACACSPLUS;
+    return method == AAA_METHOD_SERVER_GROUP || method == AAA_METHOD_RADIUS ||
+           method == AAA_METHOD_TACACSPLUS;
 }
 
 // What an operator can write into a list; the other numbers are the service's own.
 bool is_configurable(uint32_t method) {
     switch (method) {
-    case AAA_METHOD_NONE:
-    case AAA_METHOD_LOCAL:
-    case AAA_METHOD_RADIUS:
-    case AAA_METHOD_TACACSPLUS:
-    case AAA_METHOD_IF_AUTHEN:
-    case AAA_METHOD_SERVER_GROUP:
-    case AAA_METHOD_LINE:
-    case AAA_METHOD_ENABLE:
-    case AAA_METHOD_KERBEROS5:
-    case AAA_METHOD_SYSLOG: return true;
-    default: return false;
+        case AAA_METHOD_NONE:
+        case AAA_METHOD_LOCAL:
+        case AAA_METHOD_RADIUS:
+        case AAA_METHOD_TACACSPLUS:
+        case AAA_METHOD_IF_AUTHEN:
+        case AAA_METHOD_SERVER_GROUP:
+        case AAA_METHOD_LINE:
+        case AAA_METHOD_ENABLE:
+        case AAA_METHOD_KERBEROS5:
+        case AAA_METHOD_SYSLOG:
+            return true;
+        default:
+            return false;
     }
 }
 
@@ -52,7 +55,8 @@ bool group_works(Database &database, const std::string &name) {
 }
 
 std::string slot_text(const Slot &slot) {
-    return slot.method == AAA_METHOD_SERVER_GROUP ? "server group \"" + escaped(slot.group) + "\"" : "\"" + method_word(slot.method) + "\"";
+    return slot.method == AAA_METHOD_SERVER_GROUP ? "server group \"" + escaped(slot.group) + "\""
+                                                  : "\"" + method_word(slot.method) + "\"";
 }
 
 const char *what_fails(const MethodList &list) {
@@ -72,7 +76,8 @@ class ListCheck {
         leading();
         hidden();
         if (methods_.empty()) {
-            error("empty-list", "it has no method: " + std::string(what_fails(list_)), "give it a method, or delete it");
+            error("empty-list", "it has no method: " + std::string(what_fails(list_)),
+                  "give it a method, or delete it");
             return;
         }
         for (size_t i = 0; i < methods_.size(); ++i) {
@@ -92,15 +97,18 @@ class ListCheck {
     // Whoever checks the deletion of a group expects them and gives up on a list without.
     void leading() {
         if (list_.function == "accounting" && list_.leading.size() != kAccountingIntegers) {
-            error("malformed-list", "an accounting list begins with three integers before its methods, this one with " +
-                                        std::to_string(list_.leading.size()) + ": no server group can be deleted while it is there",
+            error("malformed-list",
+                  "an accounting list begins with three integers before its methods, this one with " +
+                      std::to_string(list_.leading.size()) +
+                      ": no server group can be deleted while it is there",
                   "write it anew: aaactl mlist set");
         }
     }
     void hidden() {
         for (size_t i = methods_.size() + 1; i < list_.slots.size(); ++i) {
             if (list_.slots[i].method != AAA_METHOD_NOTSET) {
-                warning("hidden-method", slot_text(list_.slots[i]) + " stands behind an empty place and is never asked",
+                warning("hidden-method",
+                        slot_text(list_.slots[i]) + " stands behind an empty place and is never asked",
                         "close the gap: aaactl mlist set");
             }
         }
@@ -110,15 +118,20 @@ class ListCheck {
         if (slot.method == AAA_METHOD_SERVER_GROUP) {
             group(slot);
         } else if (!is_configurable(slot.method)) {
-            error("unknown-method", "step " + std::to_string(i + 1) + ": " + method_word(slot.method) + " is no method of a list",
-                  "replace it: aaactl mlist set");
+            error(
+                "unknown-method",
+                "step " + std::to_string(i + 1) + ": " + method_word(slot.method) + " is no method of a list",
+                "replace it: aaactl mlist set");
         } else if (is_remote(slot.method) && !method_works(database_, slot)) {
-            findings_.push_back({Severity::error, "no-servers", protocol_servers_path(protocol_of(slot.method)),
-                                 slot_text(slot) + " of " + escaped(list_.path) + " asks the servers here, and there is none",
-                                 "configure a server, or take the method out of the list"});
+            findings_.push_back(
+                {Severity::error, "no-servers", protocol_servers_path(protocol_of(slot.method)),
+                 slot_text(slot) + " of " + escaped(list_.path) + " asks the servers here, and there is none",
+                 "configure a server, or take the method out of the list"});
         }
         none(i);
-        const auto same = [&](const Slot &other) { return other.method == slot.method && other.group == slot.group; };
+        const auto same = [&](const Slot &other) {
+            return other.method == slot.method && other.group == slot.group;
+        };
         if (std::any_of(methods_.begin(), methods_.begin() + static_cast<ptrdiff_t>(i), same)) {
             warning("repeated-method", slot_text(slot) + " is asked twice", "name it once: aaactl mlist set");
         }
@@ -136,7 +149,8 @@ class ListCheck {
             return;
         }
         if (i + 1 < methods_.size()) {
-            warning("unreachable-method", slot_text(methods_[i + 1]) + " comes behind \"none\", which never passes a request on",
+            warning("unreachable-method",
+                    slot_text(methods_[i + 1]) + " comes behind \"none\", which never passes a request on",
                     "take out what stands behind \"none\": aaactl mlist set");
         }
         if (i > 0 && list_.function == "authentication") {
@@ -145,12 +159,15 @@ class ListCheck {
         }
     }
     void end() {
-        if (std::none_of(methods_.begin(), methods_.end(), [&](const Slot &slot) { return method_works(database_, slot); })) {
+        if (std::none_of(methods_.begin(), methods_.end(),
+                         [&](const Slot &slot) { return method_works(database_, slot); })) {
             error("ends-in-nothing", "none of its methods can work: " + std::string(what_fails(list_)),
                   "mend what is said about its methods, or add one that needs no server");
         } else if (list_.function != "accounting" &&
-                   std::all_of(methods_.begin(), methods_.end(), [](const Slot &slot) { return is_remote(slot.method); })) {
-            warning("no-fallback", "all of its methods need servers: when none answers, every request is refused",
+                   std::all_of(methods_.begin(), methods_.end(),
+                               [](const Slot &slot) { return is_remote(slot.method); })) {
+            warning("no-fallback",
+                    "all of its methods need servers: when none answers, every request is refused",
                     "end the list with a method of this router, such as \"local\": aaactl mlist set");
         }
     }
@@ -161,7 +178,7 @@ class ListCheck {
     std::vector<Slot> methods_;
 };
 
-} // namespace
+}  // namespace
 
 GroupNumber group_number(const std::string &name) {
     GroupNumber found;
@@ -185,4 +202,4 @@ void check_list(Database &database, const MethodList &list, Findings &findings) 
     ListCheck(database, list, findings).run();
 }
 
-} // namespace aaactl
+}  // namespace aaactl

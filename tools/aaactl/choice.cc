@@ -19,18 +19,23 @@
 namespace aaactl {
 namespace {
 
-// The word under which a service is configured; where it is not, the one under which the library verifies its lists.
+// The word under which a service is configured; where it is not, the one under which the library verifies its
+// lists.
 std::string word_of(uint32_t function, uint32_t service) {
     const std::string_view word = aaa_service_to_string(static_cast<int32_t>(function), service);
     if (!word.starts_with('<')) {
         return std::string(word);
     }
     switch (service) {
-    case AAA_SVC_LOGIN:
-    case AAA_SVC_HTTP: return "login";
-    case AAA_SVC_MGBL_ACCT: return "commands";
-    case AAA_SVC_API: return "api";
-    default: return "";
+        case AAA_SVC_LOGIN:
+        case AAA_SVC_HTTP:
+            return "login";
+        case AAA_SVC_MGBL_ACCT:
+            return "commands";
+        case AAA_SVC_API:
+            return "api";
+        default:
+            return "";
     }
 }
 
@@ -61,7 +66,8 @@ struct RowSearch {
             return 0;
         }
         self->found = Choice{rule->list_name, ChosenBy::line, "",
-                             std::string(aaa_platform_line_rules_path()) + ":" + std::to_string(rule->number), rule->pattern};
+                             std::string(aaa_platform_line_rules_path()) + ":" + std::to_string(rule->number),
+                             rule->pattern};
         return 1;
     }
 };
@@ -74,17 +80,19 @@ Choice choose_by_line(const ServiceWord &service, const std::string &line) {
     RowSearch search{service.function, line, std::nullopt};
     const cerrno rc = aaa_platform_line_rules(RowSearch::visit, &search);
     if (rc != 0) {
-        throw Failure(ExitCode::bad_input, escaped(aaa_platform_line_rules_path()) + ": requests that name no list fail", rc);
+        throw Failure(ExitCode::bad_input,
+                      escaped(aaa_platform_line_rules_path()) + ": requests that name no list fail", rc);
     }
     if (!search.found) {
-        return fallback("no list was named, and no row of " + escaped(aaa_platform_line_rules_path()) + " is for the line " + escaped(line));
+        return fallback("no list was named, and no row of " + escaped(aaa_platform_line_rules_path()) +
+                        " is for the line " + escaped(line));
     }
-    search.found->why = "no list was named, and the row for \"" + escaped(search.found->pattern) + "\" at " + escaped(search.found->rule) +
-                        " is the first for the line " + escaped(line);
+    search.found->why = "no list was named, and the row for \"" + escaped(search.found->pattern) + "\" at " +
+                        escaped(search.found->rule) + " is the first for the line " + escaped(line);
     return *search.found;
 }
 
-} // namespace
+}  // namespace
 
 ServiceWord service_word(Database &database, uint32_t function, const std::string &text) {
     const auto service = service_number(text);
@@ -100,8 +108,9 @@ ServiceWord service_word(Database &database, uint32_t function, const std::strin
     for (const std::string &one : words) {
         known += (known.empty() ? "" : ", ") + escaped(one);
     }
-    throw Failure(ExitCode::usage, std::string("no lists are kept for ") + aaa_function_to_string(function) + " of \"" + escaped(text) +
-                                       "\": " + known + ", or a service that uses one of them");
+    throw Failure(ExitCode::usage, std::string("no lists are kept for ") + aaa_function_to_string(function) +
+                                       " of \"" + escaped(text) + "\": " + known +
+                                       ", or a service that uses one of them");
 }
 
 Choice choose_list(const ServiceWord &service, const std::string &list, const std::string &line) {
@@ -109,7 +118,8 @@ Choice choose_list(const ServiceWord &service, const std::string &list, const st
         return {list, ChosenBy::name, "the request names it", "", ""};
     }
     if (service.service && !asks_line(service.function, *service.service)) {
-        return fallback("no list was named, and requests for the service " + service_name(*service.service) + " do not go by lines");
+        return fallback("no list was named, and requests for the service " + service_name(*service.service) +
+                        " do not go by lines");
     }
     if (line.empty()) {
         return fallback("neither a list nor a line was named");
@@ -129,4 +139,4 @@ std::string line_kind(const std::string &line) {
                                        : "";
 }
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -12,11 +12,12 @@
 
 namespace aaactl {
 
-// A service as the command line names it: by the service's own name or number, or by the word of its lists' paths.
+// A service as the command line names it: by the service's own name or number, or by the word of its lists'
+// paths.
 struct ServiceWord {
     uint32_t function;
-    std::optional<uint32_t> service; // not told by a path's word alone
-    std::string word;                // of the path
+    std::optional<uint32_t> service;  // not told by a path's word alone
+    std::string word;                 // of the path
 };
 
 // Failure(usage) with the words there are.
@@ -38,4 +39,4 @@ Choice choose_list(const ServiceWord &service, const std::string &list, const st
 // "console", "tty", "aux", "vty", or "" for a line of no known kind.
 std::string line_kind(const std::string &line);
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -19,32 +19,39 @@ constexpr size_t kMostAddress = 255;
 
 void check_length(const std::string &what, const std::string &text, size_t most) {
     if (text.size() > most) {
-        throw Failure(ExitCode::usage, what + ": a request has room for " + std::to_string(most) + " characters, not for " +
-                                           std::to_string(text.size()));
+        throw Failure(ExitCode::usage, what + ": a request has room for " + std::to_string(most) +
+                                           " characters, not for " + std::to_string(text.size()));
     }
 }
 
 Verdict verdict_of(uint32_t status) {
     switch (status) {
-    case AAA_STAT_PASS:
-    case AAA_STAT_BYPASS:
-    case AAA_STAT_NOT_REQUIRED: return Verdict::accepted;
-    case AAA_STAT_FAIL:
-    case AAA_STAT_ABORT: return Verdict::denied;
-    case AAA_STAT_GETUSER:
-    case AAA_STAT_GETPASS:
-    case AAA_STAT_GETDATA: return Verdict::asked;
-    default: return Verdict::failed; // ERROR, and a server that has not made up its mind
+        case AAA_STAT_PASS:
+        case AAA_STAT_BYPASS:
+        case AAA_STAT_NOT_REQUIRED:
+            return Verdict::accepted;
+        case AAA_STAT_FAIL:
+        case AAA_STAT_ABORT:
+            return Verdict::denied;
+        case AAA_STAT_GETUSER:
+        case AAA_STAT_GETPASS:
+        case AAA_STAT_GETDATA:
+            return Verdict::asked;
+        default:
+            return Verdict::failed;  // ERROR, and a server that has not made up its mind
     }
 }
 
 // A packet that answers an authorization has the list's configuration action where others have an error.
 bool is_action(const Reply &reply, uint32_t type) {
-    return type == AAA_REQ_AUTHOR && number_attribute(reply.list.get(), AAA_VS_RAD_CFG_ACTION) == reply.result;
+    return type == AAA_REQ_AUTHOR &&
+           number_attribute(reply.list.get(), AAA_VS_RAD_CFG_ACTION) == reply.result;
 }
 
 Style style_of(Verdict verdict) {
-    return verdict == Verdict::accepted ? Style::good : verdict == Verdict::asked ? Style::warning : Style::bad;
+    return verdict == Verdict::accepted ? Style::good
+           : verdict == Verdict::asked  ? Style::warning
+                                        : Style::bad;
 }
 
 // What the server has to say to the user.
@@ -52,15 +59,21 @@ std::string message_of(const Step &step) {
     return text_attribute(step.reply.list.get(), AAA_REPLYMSG_ATTR);
 }
 
-} // namespace
+}  // namespace
 
 void add_client_options(CLI::App *sub, ClientOptions &options, const std::string &service) {
     options.service = service;
     sub->add_flag("--session", options.session, "Send session packets instead of classic messages");
-    sub->add_option("--service", options.service, "Service by name or number")->type_name("NAME")->capture_default_str();
-    sub->add_option("--list", options.list, "Method list that the server is to go by")->type_name("NAME")->capture_default_str();
-    sub->add_option("--line", options.line, "Line that the user is on; your terminal without it")->type_name("TTY");
-    sub->add_option("--remote-addr", options.remote_addr, "Address that the user comes from")->type_name("ADDRESS");
+    sub->add_option("--service", options.service, "Service by name or number")
+        ->type_name("NAME")
+        ->capture_default_str();
+    sub->add_option("--list", options.list, "Method list that the server is to go by")
+        ->type_name("NAME")
+        ->capture_default_str();
+    sub->add_option("--line", options.line, "Line that the user is on; your terminal without it")
+        ->type_name("TTY");
+    sub->add_option("--remote-addr", options.remote_addr, "Address that the user comes from")
+        ->type_name("ADDRESS");
     sub->add_option("--timeout", options.seconds, "Seconds to wait for each reply, 0 for ever")
         ->type_name("SECONDS")
         ->check(CLI::Range(0, 86400))
@@ -84,7 +97,8 @@ int32_t service_of(const ClientOptions &options) {
         for (const std::string &name : service_names()) {
             names += (names.empty() ? "" : ", ") + name;
         }
-        throw Failure(ExitCode::usage, "\"" + escaped(options.service) + "\" is no service: " + names + ", or a number from 1 to 31");
+        throw Failure(ExitCode::usage, "\"" + escaped(options.service) + "\" is no service: " + names +
+                                           ", or a number from 1 to 31");
     }
     return static_cast<int32_t>(*service);
 }
@@ -112,7 +126,8 @@ void judge(Step &step, uint32_t type) {
     const auto status = number_attribute(step.reply.list.get(), AAA_STATUS_ATTR);
     if (!status || !status_name(*status)) {
         throw Failure(ExitCode::bad_input, "malformed reply to " + step.request + ": " +
-                                               (status ? std::to_string(*status) + " is no status" : std::string("it has no status")));
+                                               (status ? std::to_string(*status) + " is no status"
+                                                       : std::string("it has no status")));
     }
     step.status = *status;
     step.has_status = true;
@@ -124,7 +139,9 @@ void judge_record(Step &step) {
 }
 
 ExitCode exit_code(Verdict verdict) {
-    return verdict == Verdict::accepted ? ExitCode::ok : verdict == Verdict::failed ? ExitCode::failed : ExitCode::negative;
+    return verdict == Verdict::accepted ? ExitCode::ok
+           : verdict == Verdict::failed ? ExitCode::failed
+                                        : ExitCode::negative;
 }
 
 std::string verdict_word(Verdict verdict) {
@@ -135,7 +152,9 @@ std::string outcome(const Step &step) {
     if (step.has_status) {
         return *status_name(step.status);
     }
-    return step.reply.result == AAA_OK ? "recorded" : std::string("not processed: ") + escaped(cerr_strerror(step.reply.result));
+    return step.reply.result == AAA_OK
+               ? "recorded"
+               : std::string("not processed: ") + escaped(cerr_strerror(step.reply.result));
 }
 
 Json step_json(const Output &out, const Step &step) {
@@ -153,8 +172,9 @@ void print_step(Output &out, const Step &step) {
     out.line(out.styled(Style::strong, step.request) + " of " + escaped(step.subject));
     print_attributes(out, step.reply.list.get());
     const std::string message = message_of(step);
-    out.line("  => " + out.styled(style_of(step.verdict), outcome(step)) + (message.empty() ? "" : ", \"" + escaped(message) + "\""));
+    out.line("  => " + out.styled(style_of(step.verdict), outcome(step)) +
+             (message.empty() ? "" : ", \"" + escaped(message) + "\""));
     out.line("");
 }
 
-} // namespace aaactl
+}  // namespace aaactl

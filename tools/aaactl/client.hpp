@@ -38,7 +38,7 @@ int32_t service_of(const ClientOptions &options);
 class Credentials {
   public:
     explicit Credentials(ClientOptions &options);
-    ~Credentials(); // of a remote address that the library has found
+    ~Credentials();  // of a remote address that the library has found
     Credentials(const Credentials &) = delete;
     Credentials &operator=(const Credentials &) = delete;
 
@@ -54,11 +54,11 @@ enum class Verdict { accepted, denied, asked, failed };
 
 // One request, the reply and what it means.
 struct Step {
-    std::string request; // "authentication", "authorization", "accounting start", ...
-    std::string subject; // the user, or the command
+    std::string request;  // "authentication", "authorization", "accounting start", ...
+    std::string subject;  // the user, or the command
     Reply reply;
     Verdict verdict = Verdict::failed;
-    uint32_t status = 0; // where the reply has one
+    uint32_t status = 0;  // where the reply has one
     bool has_status = false;
 };
 
@@ -75,4 +75,4 @@ std::string outcome(const Step &step);
 Json step_json(const Output &out, const Step &step);
 void print_step(Output &out, const Step &step);
 
-} // namespace aaactl
+}  // namespace aaactl

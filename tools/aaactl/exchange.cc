@@ -4,10 +4,10 @@
 
 #include <arpa/inet.h>
 
+#include <unistd.h>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
 
 #include "output.hpp"
 
@@ -18,11 +18,12 @@ extern "C" {
 namespace aaactl {
 namespace {
 
-constexpr size_t kBareHeader = 20;   // a classic reply to accounting may be no more
-constexpr size_t kStatusHeader = 24; // any other: the result follows
+constexpr size_t kBareHeader = 20;    // a classic reply to accounting may be no more
+constexpr size_t kStatusHeader = 24;  // any other: the result follows
 
 Failure malformed(const std::string &socket, size_t offset, const std::string &why) {
-    return {ExitCode::bad_input, escaped(socket) + ": malformed reply, byte " + std::to_string(offset) + ": " + why};
+    return {ExitCode::bad_input,
+            escaped(socket) + ": malformed reply, byte " + std::to_string(offset) + ": " + why};
 }
 
 // The message, wiped when it has been read: a reply may hold secrets too.
@@ -40,10 +41,11 @@ struct Head {
 
 Head session_head(const std::string &socket, const transport_msg_t &msg, uint32_t type) {
     aaa_sess_hdr_t header;
-    std::memcpy(&header, msg.u.bytes, sizeof header); // its length is what told it from others
+    std::memcpy(&header, msg.u.bytes, sizeof header);  // its length is what told it from others
     if (header.type != type) {
-        throw malformed(socket, offsetof(aaa_sess_hdr_t, type),
-                        "it answers a message of type " + std::to_string(header.type) + ", not " + std::to_string(type));
+        throw malformed(
+            socket, offsetof(aaa_sess_hdr_t, type),
+            "it answers a message of type " + std::to_string(header.type) + ", not " + std::to_string(type));
     }
     const size_t size = transport_response_size(type);
     if (msg.len < size) {
@@ -70,25 +72,30 @@ Head classic_head(const std::string &socket, const transport_msg_t &msg, uint32_
 Reply read_reply(const std::string &socket, const transport_msg_t &msg, uint32_t type, bool session) {
     const enum transport_kind kind = transport_kind(&msg);
     if (kind == TRANSPORT_GARBAGE) {
-        throw malformed(socket, 0, "neither a reply message nor a session packet of " + std::to_string(msg.len) + " bytes");
+        throw malformed(
+            socket, 0,
+            "neither a reply message nor a session packet of " + std::to_string(msg.len) + " bytes");
     }
     // Who cannot answer in packets answers in the classic form.
     if (kind == TRANSPORT_SESSION && !session) {
         throw malformed(socket, 0, "a session packet answers a classic request");
     }
-    const Head head = kind == TRANSPORT_SESSION ? session_head(socket, msg, type) : classic_head(socket, msg, type);
+    const Head head =
+        kind == TRANSPORT_SESSION ? session_head(socket, msg, type) : classic_head(socket, msg, type);
     Reply reply{head.result, nullptr};
     if (msg.len > head.size) {
         cerrno rc = AAA_OK;
         reply.list.reset(transport_unpack(&msg, head.size, &rc));
         if (!reply.list) {
-            throw Failure(ExitCode::bad_input, escaped(socket) + ": malformed reply, the list at byte " + std::to_string(head.size), rc);
+            throw Failure(
+                ExitCode::bad_input,
+                escaped(socket) + ": malformed reply, the list at byte " + std::to_string(head.size), rc);
         }
     }
     return reply;
 }
 
-} // namespace
+}  // namespace
 
 Composition::~Composition() {
     std::free(iov);
@@ -96,7 +103,10 @@ Composition::~Composition() {
 }
 
 Exchange::Exchange(std::string socket, unsigned seconds, bool session)
-    : socket_(std::move(socket)), seconds_(seconds), session_(session), fd_(transport_connect_patient(socket_.c_str(), seconds)) {
+    : socket_(std::move(socket)),
+      seconds_(seconds),
+      session_(session),
+      fd_(transport_connect_patient(socket_.c_str(), seconds)) {
     if (fd_ < 0) {
         unreachable("cannot connect");
     }
@@ -109,14 +119,15 @@ Exchange::~Exchange() {
 void Exchange::unreachable(const std::string &what) const {
     const int error = errno;
     const bool too_late = error == EAGAIN || error == EWOULDBLOCK;
-    throw Failure(ExitCode::unavailable,
-                  escaped(socket_) + ": " + what +
-                      (too_late ? " within " + std::to_string(seconds_) + " s" : ": " + std::string(std::strerror(error))));
+    throw Failure(ExitCode::unavailable, escaped(socket_) + ": " + what +
+                                             (too_late ? " within " + std::to_string(seconds_) + " s"
+                                                       : ": " + std::string(std::strerror(error))));
 }
 
 void Exchange::send(Composition &composed) {
-    const int failed = session_ ? transport_send_packet(fd_, &composed.record.packet, sizeof composed.record.packet)
-                                : transport_send(fd_, composed.iov, composed.count);
+    const int failed =
+        session_ ? transport_send_packet(fd_, &composed.record.packet, sizeof composed.record.packet)
+                 : transport_send(fd_, composed.iov, composed.count);
     if (failed != 0) {
         unreachable("the request could not be sent");
     }
@@ -126,7 +137,8 @@ Reply Exchange::receive(uint32_t type) {
     Received received{};
     const int got = transport_receive(fd_, &received.msg);
     if (got == 0) {
-        throw Failure(ExitCode::unavailable, escaped(socket_) + ": the server closed the connection without a reply");
+        throw Failure(ExitCode::unavailable,
+                      escaped(socket_) + ": the server closed the connection without a reply");
     }
     if (got < 0 && errno == EMSGSIZE) {
         throw malformed(socket_, TRANSPORT_MAX, "it is longer than that");
@@ -142,8 +154,9 @@ Reply Exchange::ask(uint32_t type, const std::function<cerrno(Composition &)> &c
     composed->session = session_ ? 1 : 0;
     const cerrno rc = compose(*composed);
     if (rc != AAA_OK) {
-        if (session_) { // a packet that was begun holds the list
-            aaa_avpair_free_list(reinterpret_cast<avlist *>(static_cast<uintptr_t>(composed->record.packet.hdr.list)));
+        if (session_) {  // a packet that was begun holds the list
+            aaa_avpair_free_list(
+                reinterpret_cast<avlist *>(static_cast<uintptr_t>(composed->record.packet.hdr.list)));
         }
         throw Failure(ExitCode::failed, "the request could not be composed", rc);
     }
@@ -168,4 +181,4 @@ std::optional<uint32_t> number_attribute(const avlist *list, uint32_t type) {
     return rc == AAA_OK && len == sizeof value ? std::optional(value) : std::nullopt;
 }
 
-} // namespace aaactl
+}  // namespace aaactl

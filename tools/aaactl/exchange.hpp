@@ -20,8 +20,8 @@ struct FreeList {
 using ListPtr = std::unique_ptr<avlist, FreeList>;
 
 struct Reply {
-    cerrno result = AAA_OK; // what the header says about the processing of the request
-    ListPtr list;           // null when the reply carries none
+    cerrno result = AAA_OK;  // what the header says about the processing of the request
+    ListPtr list;            // null when the reply carries none
 };
 
 // What a compose routine of the library writes into and gives out.
@@ -36,7 +36,7 @@ struct Composition {
     uint32_t session = 0;
 
     Composition() = default;
-    ~Composition(); // wipes: the packed list may hold a password
+    ~Composition();  // wipes: the packed list may hold a password
     Composition(const Composition &) = delete;
     Composition &operator=(const Composition &) = delete;
 };
@@ -70,4 +70,4 @@ std::string text_attribute(const avlist *list, uint32_t type);
 // A four-byte number; nullopt without one.
 std::optional<uint32_t> number_attribute(const avlist *list, uint32_t type);
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -36,7 +36,7 @@ struct FreeWords {
 // What a client that reads the list gets.
 struct ClientView {
     cerrno rc = AAA_OK;
-    std::vector<uint32_t> methods; // server groups as numbers, up to the first empty place
+    std::vector<uint32_t> methods;  // server groups as numbers, up to the first empty place
 };
 
 ClientView client_view(const MethodList &list) {
@@ -53,10 +53,10 @@ ClientView client_view(const MethodList &list) {
 
 struct Step {
     Slot slot;
-    std::optional<Group> group; // the one that clients get
+    std::optional<Group> group;  // the one that clients get
     GroupNumber number;
     std::vector<Server> servers;
-    bool works = false; // somebody can answer
+    bool works = false;  // somebody can answer
 };
 
 struct Explanation {
@@ -64,11 +64,11 @@ struct Explanation {
     Choice choice;
     std::string line;
     MethodList list;
-    bool configured = false; // else the library supplies it
+    bool configured = false;  // else the library supplies it
     ClientView client;
-    cerrno suits = AAA_OK; // what the library's check of the list for the service says
+    cerrno suits = AAA_OK;  // what the library's check of the list for the service says
     std::vector<Step> steps;
-    std::vector<std::string> others; // lists of the same service
+    std::vector<std::string> others;  // lists of the same service
     Findings findings;
 
     bool exists() const { return configured || client.rc == AAA_OK; }
@@ -82,7 +82,8 @@ Step make_step(Database &database, const Slot &slot) {
     if (slot.method == AAA_METHOD_SERVER_GROUP) {
         step.number = group_number(slot.group);
         for (Group &group : find_groups(database, slot.group)) {
-            const bool got = step.number.rc == AAA_OK ? group.protocol.number == step.number.protocol : !step.group;
+            const bool got =
+                step.number.rc == AAA_OK ? group.protocol.number == step.number.protocol : !step.group;
             step.group = got ? std::optional(group) : step.group;
         }
         step.servers = step.group ? step.group->servers : std::vector<Server>{};
@@ -97,8 +98,10 @@ cerrno suitability(const Explanation &e) {
     if (!e.service.service || !e.configured) {
         return AAA_OK;
     }
-    const cerrno rc = aaa_util_verify_methodlist(static_cast<int>(e.service.function), static_cast<int>(*e.service.service), e.choice.list.c_str());
-    const bool line_method = rc == AAA_ERR_INVALID_ARG && e.service.function == AAA_FUNC_AUTHEN && *e.service.service == AAA_SVC_API;
+    const cerrno rc = aaa_util_verify_methodlist(static_cast<int>(e.service.function),
+                                                 static_cast<int>(*e.service.service), e.choice.list.c_str());
+    const bool line_method = rc == AAA_ERR_INVALID_ARG && e.service.function == AAA_FUNC_AUTHEN &&
+                             *e.service.service == AAA_SVC_API;
     return line_method ? rc : AAA_OK;
 }
 
@@ -106,8 +109,10 @@ void look_for_faults(Database &database, Explanation &e) {
     if (e.configured) {
         check_list(database, e.list, e.findings);
     } else if (e.exists() && e.client.methods.empty()) {
-        e.findings.push_back({Severity::error, "empty-list", e.list.path, "the list is not configured, and the one that the library supplies has no method",
-                              "create it: aaactl mlist set"});
+        e.findings.push_back(
+            {Severity::error, "empty-list", e.list.path,
+             "the list is not configured, and the one that the library supplies has no method",
+             "create it: aaactl mlist set"});
     }
     std::set<std::string> seen;
     for (const Step &step : e.steps) {
@@ -119,11 +124,14 @@ void look_for_faults(Database &database, Explanation &e) {
     }
     if (e.suits != AAA_OK) {
         e.findings.push_back({Severity::error, "unsuitable-list", e.list.path,
-                              "it holds the method \"line\", and requests for the service " + service_name(*e.service.service) + " have no line whose password could be asked for: the library refuses it",
+                              "it holds the method \"line\", and requests for the service " +
+                                  service_name(*e.service.service) +
+                                  " have no line whose password could be asked for: the library refuses it",
                               "name a list without that method"});
     }
     if (e.configured && e.client.rc != AAA_OK && count(e.findings, Severity::error) == 0) {
-        e.findings.push_back({Severity::error, "unreadable-list", e.list.path, "clients get: " + escaped(cerr_strerror(e.client.rc)),
+        e.findings.push_back({Severity::error, "unreadable-list", e.list.path,
+                              "clients get: " + escaped(cerr_strerror(e.client.rc)),
                               "look at the database: aaactl sysdb get"});
     }
 }
@@ -144,7 +152,13 @@ Explanation gather(Database &database, const ExplainOptions &options) {
     e.choice = choose_list(e.service, options.list, options.line);
     const auto found = find_list(database, options.function, e.service.word, e.choice.list);
     e.configured = found.has_value();
-    e.list = found.value_or(MethodList{options.function, e.service.word, e.choice.list, list_path(options.function, e.service.word, e.choice.list), {}, {}, {}});
+    e.list = found.value_or(MethodList{options.function,
+                                       e.service.word,
+                                       e.choice.list,
+                                       list_path(options.function, e.service.word, e.choice.list),
+                                       {},
+                                       {},
+                                       {}});
     e.client = client_view(e.list);
     if (!e.configured) {
         e.list = supplied_list(std::move(e.list), e.client);
@@ -161,26 +175,40 @@ Explanation gather(Database &database, const ExplainOptions &options) {
 // ---- words
 
 std::string step_word(const Step &step) {
-    return step.slot.method == AAA_METHOD_SERVER_GROUP ? "server group " + escaped(step.slot.group) : method_word(step.slot.method);
+    return step.slot.method == AAA_METHOD_SERVER_GROUP ? "server group " + escaped(step.slot.group)
+                                                       : method_word(step.slot.method);
 }
 
 std::string step_meaning(const Explanation &e, const Step &step) {
     const bool accounting = e.service.function == AAA_FUNC_ACCT;
     switch (step.slot.method) {
-    case AAA_METHOD_SERVER_GROUP:
-        return step.number.rc == AAA_OK
-                   ? std::string(aaa_util_get_sg_defined_name(step.number.protocol)) + ", number " + std::to_string(step.number.number)
-                   : std::string(step.group ? step.group->protocol.word : "not configured") + ", no number";
-    case AAA_METHOD_NONE: return accounting ? "nothing is recorded, and that counts as done" : "nobody is asked: every request is accepted";
-    case AAA_METHOD_LOCAL: return "the users of this router";
-    case AAA_METHOD_RADIUS: return "every RADIUS server without a group";
-    case AAA_METHOD_TACACSPLUS: return "every TACACS+ server without a group";
-    case AAA_METHOD_IF_AUTHEN: return "accepts who has been authenticated";
-    case AAA_METHOD_LINE: return "the password of the line";
-    case AAA_METHOD_ENABLE: return "the enable password";
-    case AAA_METHOD_KERBEROS5: return "Kerberos 5";
-    case AAA_METHOD_SYSLOG: return "the system log";
-    default: return "no method of a list";
+        case AAA_METHOD_SERVER_GROUP:
+            return step.number.rc == AAA_OK
+                       ? std::string(aaa_util_get_sg_defined_name(step.number.protocol)) + ", number " +
+                             std::to_string(step.number.number)
+                       : std::string(step.group ? step.group->protocol.word : "not configured") +
+                             ", no number";
+        case AAA_METHOD_NONE:
+            return accounting ? "nothing is recorded, and that counts as done"
+                              : "nobody is asked: every request is accepted";
+        case AAA_METHOD_LOCAL:
+            return "the users of this router";
+        case AAA_METHOD_RADIUS:
+            return "every RADIUS server without a group";
+        case AAA_METHOD_TACACSPLUS:
+            return "every TACACS+ server without a group";
+        case AAA_METHOD_IF_AUTHEN:
+            return "accepts who has been authenticated";
+        case AAA_METHOD_LINE:
+            return "the password of the line";
+        case AAA_METHOD_ENABLE:
+            return "the enable password";
+        case AAA_METHOD_KERBEROS5:
+            return "Kerberos 5";
+        case AAA_METHOD_SYSLOG:
+            return "the system log";
+        default:
+            return "no method of a list";
     }
 }
 
@@ -190,22 +218,26 @@ bool always_answers(const Step &step) {
 }
 
 std::string on_refusal(const Explanation &e) {
-    return e.service.function == AAA_FUNC_ACCT ? "the record is not kept; no further step is asked" : "the request is refused; no further step is asked";
+    return e.service.function == AAA_FUNC_ACCT ? "the record is not kept; no further step is asked"
+                                               : "the request is refused; no further step is asked";
 }
 
 std::string on_silence(const Explanation &e, size_t i) {
     if (i + 1 < e.steps.size()) {
         return "step " + std::to_string(i + 2) + ", " + step_word(e.steps[i + 1]);
     }
-    return e.service.function == AAA_FUNC_ACCT ? "no step is left: the record is lost" : "no step is left: the request is refused";
+    return e.service.function == AAA_FUNC_ACCT ? "no step is left: the record is lost"
+                                               : "no step is left: the request is refused";
 }
 
 std::string server_text(const Server &server) {
     std::string text = escaped(server.host);
     for (size_t i = 0; i < server.ports.size(); ++i) {
-        text += (i == 0 ? (server.ports.size() > 1 ? "  ports " : "  port ") : ", ") + std::to_string(server.ports[i]);
+        text += (i == 0 ? (server.ports.size() > 1 ? "  ports " : "  port ") : ", ") +
+                std::to_string(server.ports[i]);
     }
-    return text + (server.is_private ? "  private" : "") + (server.defect.empty() ? "" : "  (not usable: " + server.defect + ")");
+    return text + (server.is_private ? "  private" : "") +
+           (server.defect.empty() ? "" : "  (not usable: " + server.defect + ")");
 }
 
 const char *chosen_by(ChosenBy by) {
@@ -217,7 +249,10 @@ const char *chosen_by(ChosenBy by) {
 Json servers_json(const std::vector<Server> &servers) {
     Json all = Json::array();
     for (const Server &server : servers) {
-        Json one = {{"ordinal", server.index}, {"host", escaped(server.host)}, {"ports", server.ports}, {"private", server.is_private}};
+        Json one = {{"ordinal", server.index},
+                    {"host", escaped(server.host)},
+                    {"ports", server.ports},
+                    {"private", server.is_private}};
         if (!server.defect.empty()) {
             one["defect"] = server.defect;
         }
@@ -240,7 +275,8 @@ Json step_json(const Explanation &e, size_t i) {
     document["on_refusal"] = always_answers(step) || !step.works ? Json() : Json(on_refusal(e));
     document["on_no_answer"] = Json();
     if (!always_answers(step)) {
-        document["on_no_answer"] = {{"next_step", i + 1 < e.steps.size() ? Json(i + 2) : Json()}, {"text", on_silence(e, i)}};
+        document["on_no_answer"] = {{"next_step", i + 1 < e.steps.size() ? Json(i + 2) : Json()},
+                                    {"text", on_silence(e, i)}};
     }
     return document;
 }
@@ -251,12 +287,19 @@ Json to_json(const Explanation &e) {
         steps.push_back(step_json(e, i));
     }
     Json document = {{"function", e.function()},
-                     {"service", {{"word", escaped(e.service.word)}, {"number", e.service.service ? Json(*e.service.service) : Json()}}}};
+                     {"service",
+                      {{"word", escaped(e.service.word)},
+                       {"number", e.service.service ? Json(*e.service.service) : Json()}}}};
     document["line"] = e.line.empty() ? Json() : Json{{"name", escaped(e.line)}, {"kind", line_kind(e.line)}};
-    document["list"] = {{"name", escaped(e.choice.list)}, {"path", escaped(e.list.path)}, {"chosen_by", chosen_by(e.choice.by)},
-                        {"why", e.choice.why},            {"row", e.choice.rule.empty() ? Json() : Json(escaped(e.choice.rule))},
-                        {"configured", e.configured},     {"exists", e.exists()}};
-    document["client"] = {{"code", e.client.rc}, {"text", escaped(cerr_strerror(e.client.rc))}, {"methods", e.client.methods}};
+    document["list"] = {{"name", escaped(e.choice.list)},
+                        {"path", escaped(e.list.path)},
+                        {"chosen_by", chosen_by(e.choice.by)},
+                        {"why", e.choice.why},
+                        {"row", e.choice.rule.empty() ? Json() : Json(escaped(e.choice.rule))},
+                        {"configured", e.configured},
+                        {"exists", e.exists()}};
+    document["client"] = {
+        {"code", e.client.rc}, {"text", escaped(cerr_strerror(e.client.rc))}, {"methods", e.client.methods}};
     document["steps"] = std::move(steps);
     Json others = Json::array();
     for (const std::string &name : e.others) {
@@ -272,7 +315,8 @@ Json to_json(const Explanation &e) {
 void print_step(Output &out, const Explanation &e, size_t i) {
     const Step &step = e.steps[i];
     out.line("");
-    out.line(out.styled(Style::strong, std::to_string(i + 1) + ". " + step_word(step)) + "  (" + step_meaning(e, step) + ")");
+    out.line(out.styled(Style::strong, std::to_string(i + 1) + ". " + step_word(step)) + "  (" +
+             step_meaning(e, step) + ")");
     for (const Server &server : step.servers) {
         out.line("     " + std::to_string(server.index) + "  " + server_text(server));
     }
@@ -290,9 +334,12 @@ void print_step(Output &out, const Explanation &e, size_t i) {
 
 void print_head(Output &out, const Explanation &e) {
     out.line(out.styled(Style::strong, e.function() + " of " + escaped(e.service.word)) +
-             (e.line.empty() ? "" : " on line " + escaped(e.line) + (line_kind(e.line).empty() ? "" : " (" + line_kind(e.line) + ")")));
+             (e.line.empty() ? ""
+                             : " on line " + escaped(e.line) +
+                                   (line_kind(e.line).empty() ? "" : " (" + line_kind(e.line) + ")")));
     out.line("list:  " + out.styled(Style::strong, escaped(e.choice.list)) + ", because " + e.choice.why);
-    out.line("path:  " + escaped(e.list.path) + (e.configured || !e.exists() ? "" : " (not configured; the library supplies the list)"));
+    out.line("path:  " + escaped(e.list.path) +
+             (e.configured || !e.exists() ? "" : " (not configured; the library supplies the list)"));
 }
 
 void print_explanation(Output &out, const Explanation &e) {
@@ -303,7 +350,8 @@ void print_explanation(Output &out, const Explanation &e) {
             others += (others.empty() ? "" : ", ") + escaped(name);
         }
         out.line("");
-        out.line(out.styled(Style::bad, "There is no such list: ") + (others.empty() ? "the service has none." : "the service has " + others + "."));
+        out.line(out.styled(Style::bad, "There is no such list: ") +
+                 (others.empty() ? "the service has none." : "the service has " + others + "."));
         out.line(std::string("A client gets: ") + escaped(cerr_strerror(e.client.rc)));
         return;
     }
@@ -327,24 +375,31 @@ ExitCode explain(Output &out, const ExplainOptions &options) {
     return count(e.findings, Severity::error) > 0 ? ExitCode::negative : ExitCode::ok;
 }
 
-} // namespace
+}  // namespace
 
 void add_explain(Program &program) {
     auto options = std::make_shared<ExplainOptions>();
-    CLI::App *sub = program.command(&program.app, "explain", "Say step by step how requests for a service are answered",
-                                    [options](Output &out) { return explain(out, *options); });
+    CLI::App *sub =
+        program.command(&program.app, "explain", "Say step by step how requests for a service are answered",
+                        [options](Output &out) { return explain(out, *options); });
     sub->add_option("FUNCTION", options->function, "authentication, authorization or accounting")
         ->required()
         ->check(CLI::IsMember({"authentication", "authorization", "accounting"}));
-    sub->add_option("SERVICE", options->service, "Service by name or number, or the word of its lists: login, exec, commands, ...")->required();
+    sub->add_option("SERVICE", options->service,
+                    "Service by name or number, or the word of its lists: login, exec, commands, ...")
+        ->required();
     sub->add_option("--list", options->list, "The method list that the request names")->type_name("NAME");
     sub->add_option("--line", options->line, "The line that the request comes from")->type_name("TTY");
-    sub->footer("A method that refuses ends a request; one that does not answer passes it on to the next.\n"
-                "Exit status: 0 nothing is missing, 1 something is missing or dangling, 4 there is no such list, 5 no database.\n"
-                "JSON: {function, service: {word, number}, line, list: {name, path, chosen_by: name|line|default, why, row,\n"
-                "configured, exists}, client: {code, text, methods}, steps: [{step, method, name, group, servers, works,\n"
-                "on_refusal, on_no_answer}], lists_of_service, findings: [{severity, code, path, text, remedy}]}\n"
-                "Example: aaactl explain authentication login --line pts/3");
+    sub->footer(
+        "A method that refuses ends a request; one that does not answer passes it on to the next.\n"
+        "Exit status: 0 nothing is missing, 1 something is missing or dangling, 4 there is no such list, 5 "
+        "no database.\n"
+        "JSON: {function, service: {word, number}, line, list: {name, path, chosen_by: name|line|default, "
+        "why, row,\n"
+        "configured, exists}, client: {code, text, methods}, steps: [{step, method, name, group, servers, "
+        "works,\n"
+        "on_refusal, on_no_answer}], lists_of_service, findings: [{severity, code, path, text, remedy}]}\n"
+        "Example: aaactl explain authentication login --line pts/3");
 }
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -12,11 +12,12 @@ const char *severity_word(Severity severity) {
     return severity == Severity::error ? "error" : "warning";
 }
 
-} // namespace
+}  // namespace
 
 size_t count(const Findings &findings, Severity severity) {
-    return static_cast<size_t>(
-        std::count_if(findings.begin(), findings.end(), [&](const Finding &finding) { return finding.severity == severity; }));
+    return static_cast<size_t>(std::count_if(findings.begin(), findings.end(), [&](const Finding &finding) {
+        return finding.severity == severity;
+    }));
 }
 
 Json findings_json(const Findings &findings) {
@@ -34,10 +35,10 @@ Json findings_json(const Findings &findings) {
 void print_findings(Output &out, const Findings &findings) {
     for (const Finding &finding : findings) {
         const Style style = finding.severity == Severity::error ? Style::bad : Style::warning;
-        out.line(out.styled(style, severity_word(finding.severity)) + ": " + escaped(finding.path) + ": " + finding.text + " [" +
-                 finding.code + "]");
+        out.line(out.styled(style, severity_word(finding.severity)) + ": " + escaped(finding.path) + ": " +
+                 finding.text + " [" + finding.code + "]");
         out.line("    " + finding.remedy);
     }
 }
 
-} // namespace aaactl
+}  // namespace aaactl

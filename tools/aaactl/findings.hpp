@@ -16,8 +16,8 @@ enum class Severity { error, warning };
 
 struct Finding {
     Severity severity;
-    std::string code; // a word that scripts and filters can rely on
-    std::string path; // of the item or directory, or a file
+    std::string code;  // a word that scripts and filters can rely on
+    std::string path;  // of the item or directory, or a file
     std::string text;
     std::string remedy;
 };
@@ -30,4 +30,4 @@ size_t count(const Findings &findings, Severity severity);
 Json findings_json(const Findings &findings);
 void print_findings(Output &out, const Findings &findings);
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -70,20 +70,22 @@ class Lint {
     void list_name(const MethodList &list) {
         std::string name = list.name;
         if (aaa_is_name_valid(name.data()) == 0) {
-            findings_.push_back({Severity::warning, "invalid-name", list.path, "the list's name holds more than printable ASCII",
-                                 "give it another name"});
+            findings_.push_back({Severity::warning, "invalid-name", list.path,
+                                 "the list's name holds more than printable ASCII", "give it another name"});
         }
     }
 
     void no_default(const std::string &function, const std::string &service) {
         findings_.push_back({Severity::warning, "no-default-list", list_path(function, service, "default"),
-                             "the service has lists, but none for requests that name none", "create it: aaactl mlist set"});
+                             "the service has lists, but none for requests that name none",
+                             "create it: aaactl mlist set"});
     }
 
     // The one service that every router has.
     void logins() {
         if (list_names(database_, "authentication", "login").empty()) {
-            findings_.push_back({Severity::warning, "no-default-list", list_path("authentication", "login", "default"),
+            findings_.push_back({Severity::warning, "no-default-list",
+                                 list_path("authentication", "login", "default"),
                                  "no list says how users log in", "create it: aaactl mlist set"});
         }
     }
@@ -101,8 +103,10 @@ class Lint {
         for (const Protocol &protocol : kProtocols) {
             const std::string map = std::string(kGroupMaps) + "sg_name_map/" + protocol.word + "/";
             for (const Entry &entry : database_.list(map).value_or(std::vector<Entry>{})) {
-                if (!entry.is_directory() && !configured_.contains(protocol.word + std::string("/") + entry.name)) {
-                    findings_.push_back({Severity::warning, "stale-number", map + entry.name, "a number is published for a group that is not configured",
+                if (!entry.is_directory() &&
+                    !configured_.contains(protocol.word + std::string("/") + entry.name)) {
+                    findings_.push_back({Severity::warning, "stale-number", map + entry.name,
+                                         "a number is published for a group that is not configured",
                                          "take it back: aaactl sg delete"});
                 }
             }
@@ -111,8 +115,8 @@ class Lint {
 
     Database database_;
     Findings findings_;
-    std::set<std::string> used_;       // groups that lists name
-    std::set<std::string> configured_; // "PROTOCOL/NAME"
+    std::set<std::string> used_;        // groups that lists name
+    std::set<std::string> configured_;  // "PROTOCOL/NAME"
     size_t lists_ = 0;
     size_t groups_ = 0;
 };
@@ -126,27 +130,34 @@ ExitCode lint(Output &out, const LintOptions &options) {
     const Findings findings = lint.run();
     const size_t errors = count(findings, Severity::error);
     const size_t warnings = count(findings, Severity::warning);
-    const Json document = {{"method_lists", lint.lists()}, {"server_groups", lint.groups_seen()}, {"errors", errors},
-                           {"warnings", warnings},         {"findings", findings_json(findings)}};
+    const Json document = {{"method_lists", lint.lists()},
+                           {"server_groups", lint.groups_seen()},
+                           {"errors", errors},
+                           {"warnings", warnings},
+                           {"findings", findings_json(findings)}};
     out.result(document, [&] {
         print_findings(out, findings);
-        out.line(plural(lint.lists(), "method list") + " and " + plural(lint.groups_seen(), "server group") + " checked: " +
-                 plural(errors, "error") + ", " + plural(warnings, "warning"));
+        out.line(plural(lint.lists(), "method list") + " and " + plural(lint.groups_seen(), "server group") +
+                 " checked: " + plural(errors, "error") + ", " + plural(warnings, "warning"));
     });
     return errors > 0 || (options.strict && warnings > 0) ? ExitCode::negative : ExitCode::ok;
 }
 
-} // namespace
+}  // namespace
 
 void add_lint(Program &program) {
     auto options = std::make_shared<LintOptions>();
-    CLI::App *sub = program.command(&program.app, "lint", "Look through the AAA configuration for what does not fit together",
+    CLI::App *sub = program.command(&program.app, "lint",
+                                    "Look through the AAA configuration for what does not fit together",
                                     [options](Output &out) { return lint(out, *options); });
     sub->add_flag("--strict", options->strict, "Exit with 1 for warnings too");
-    sub->footer("Looks at method lists, server groups and their numbers, servers, the lists of lines and server keys.\n"
-                "Exit status: 0 no errors, 1 errors (with --strict: or warnings), 5 no database.\n"
-                "JSON: {method_lists, server_groups, errors, warnings, findings: [{severity, code, path, text, remedy}]}\n"
-                "Example: aaactl lint --strict");
+    sub->footer(
+        "Looks at method lists, server groups and their numbers, servers, the lists of lines and server "
+        "keys.\n"
+        "Exit status: 0 no errors, 1 errors (with --strict: or warnings), 5 no database.\n"
+        "JSON: {method_lists, server_groups, errors, warnings, findings: [{severity, code, path, text, "
+        "remedy}]}\n"
+        "Example: aaactl lint --strict");
 }
 
-} // namespace aaactl
+}  // namespace aaactl

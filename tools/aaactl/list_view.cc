@@ -21,7 +21,7 @@ std::string name_of(const Pair &pair) {
     return name.empty() ? std::to_string(pair.type) : name;
 }
 
-} // namespace
+}  // namespace
 
 Json attributes_json(const Output &out, const avlist *list) {
     Json all = Json::array();
@@ -40,4 +40,4 @@ void print_attributes(Output &out, const avlist *list) {
     out.table({}, rows);
 }
 
-} // namespace aaactl
+}  // namespace aaactl

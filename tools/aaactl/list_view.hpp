@@ -13,4 +13,4 @@ namespace aaactl {
 Json attributes_json(const Output &out, const avlist *list);
 void print_attributes(Output &out, const avlist *list);
 
-} // namespace aaactl
+}  // namespace aaactl

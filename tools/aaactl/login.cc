@@ -35,7 +35,7 @@ class Login {
         }
         Verdict verdict = authenticate();
         if (verdict != Verdict::accepted) {
-            return verdict; // nobody is there who could run anything
+            return verdict;  // nobody is there who could run anything
         }
         for (const std::string &command : options_.commands) {
             const Verdict one = authorize(command);
@@ -57,7 +57,7 @@ class Login {
     LoginOptions &options_;
     Exchange exchange_;
     std::string password_;
-    ListPtr state_; // what the server wants to see again with the answer
+    ListPtr state_;  // what the server wants to see again with the answer
     std::vector<Step> steps_;
 };
 
@@ -75,8 +75,9 @@ Reply Login::request_authentication() {
     cred->password = password_.empty() ? nullptr : password_.data();
     cred->state_args = state_.get();
     return exchange_.ask(AAA_REQ_AUTHEN, [&](Composition &c) {
-        return aaa_util_msg_authen_compose(&c.record, AAA_AO_ASCII_LOGIN, service_of(options_), options_.list.c_str(), 0, cred.get(),
-                                           nullptr, nullptr, &c.iov, &c.count, c.buffer, sizeof c.buffer, nullptr, c.session);
+        return aaa_util_msg_authen_compose(&c.record, AAA_AO_ASCII_LOGIN, service_of(options_),
+                                           options_.list.c_str(), 0, cred.get(), nullptr, nullptr, &c.iov,
+                                           &c.count, c.buffer, sizeof c.buffer, nullptr, c.session);
     });
 }
 
@@ -86,7 +87,8 @@ void Login::keep_state(const avlist *list) {
     aaa_util_avlist_value_copy(list, AAA_RADIUS_STATE_ATTR, 0, nullptr, 0, &len);
     std::string state(len, '\0');
     avlist *kept = nullptr;
-    if (aaa_util_avlist_value_copy(list, AAA_RADIUS_STATE_ATTR, 0, state.data(), state.size(), &len) != AAA_OK ||
+    if (aaa_util_avlist_value_copy(list, AAA_RADIUS_STATE_ATTR, 0, state.data(), state.size(), &len) !=
+            AAA_OK ||
         aaa_avpair_create_list("state", &kept) != AAA_OK) {
         return;
     }
@@ -140,8 +142,8 @@ Verdict Login::authenticate() {
             return steps_.back().verdict;
         }
     }
-    throw Failure(ExitCode::failed, escaped(options_.socket) + ": the server has asked " + std::to_string(kMostQuestions) +
-                                        " questions and does not decide");
+    throw Failure(ExitCode::failed, escaped(options_.socket) + ": the server has asked " +
+                                        std::to_string(kMostQuestions) + " questions and does not decide");
 }
 
 // The text is a copy: the library masks passwords in it.
@@ -151,8 +153,9 @@ Verdict Login::authorize(const std::string &command) {
     aaa_svc_attrs_t attrs{};
     attrs.cmd = text.data();
     Reply reply = exchange_.ask(AAA_REQ_AUTHOR, [&](Composition &c) {
-        return aaa_util_msg_author_compose(&c.record, AAA_AO_ASCII_LOGIN, AAA_SVC_CMD, options_.list.c_str(), 0, cred.get(), &attrs,
-                                           &c.iov, &c.count, c.buffer, sizeof c.buffer, nullptr, c.session);
+        return aaa_util_msg_author_compose(&c.record, AAA_AO_ASCII_LOGIN, AAA_SVC_CMD, options_.list.c_str(),
+                                           0, cred.get(), &attrs, &c.iov, &c.count, c.buffer, sizeof c.buffer,
+                                           nullptr, c.session);
     });
     Step step{"authorization", text.c_str(), std::move(reply)};
     judge(step, AAA_REQ_AUTHOR);
@@ -165,7 +168,7 @@ Json document(const Output &out, const LoginOptions &options, const Login &login
     for (const Step &step : login.steps()) {
         steps.push_back(step_json(out, step));
     }
-    return {{"server", escaped(options.socket)}, {"user", escaped(options.user)},
+    return {{"server", escaped(options.socket)},   {"user", escaped(options.user)},
             {"service", escaped(options.service)}, {"form", options.session ? "session" : "classic"},
             {"verdict", verdict_word(verdict)},    {"steps", std::move(steps)}};
 }
@@ -184,34 +187,43 @@ ExitCode run(Output &out, LoginOptions &options) {
         verdict = login.run();
     } catch (const Failure &) {
         if (!out.json()) {
-            print_steps(out, login); // what had been answered until then
+            print_steps(out, login);  // what had been answered until then
         }
         throw;
     }
     out.result(document(out, options, login, verdict), [&] {
         print_steps(out, login);
-        out.line(escaped(options.user) + ": " + out.styled(verdict == Verdict::accepted ? Style::good : Style::bad, verdict_word(verdict)));
+        out.line(escaped(options.user) + ": " +
+                 out.styled(verdict == Verdict::accepted ? Style::good : Style::bad, verdict_word(verdict)));
     });
     return exit_code(verdict);
 }
 
-} // namespace
+}  // namespace
 
 void add_login(Program &program) {
     auto options = std::make_shared<LoginOptions>();
-    CLI::App *sub = program.command(&program.app, "login", "Authenticate a user at an AAA server and print the replies",
-                                    [options](Output &out) { return run(out, *options); });
+    CLI::App *sub =
+        program.command(&program.app, "login", "Authenticate a user at an AAA server and print the replies",
+                        [options](Output &out) { return run(out, *options); });
     sub->add_option("SOCKET", options->socket, "The server's socket")->required();
     sub->add_option("USER", options->user, "User name")->required();
     add_client_options(sub, *options, "login");
-    sub->add_option("--authorize", options->commands, "Then ask whether this command may run; may be repeated")->type_name("COMMAND")->allow_extra_args(false);
+    sub->add_option("--authorize", options->commands,
+                    "Then ask whether this command may run; may be repeated")
+        ->type_name("COMMAND")
+        ->allow_extra_args(false);
     sub->add_flag("--no-password", options->no_password, "Send no password until the server asks for one");
-    sub->footer("The password is asked for without echo, or is the first line of standard input; what the server asks\n"
-                "besides (GETUSER, GETPASS, GETDATA) is asked for likewise, or taken from the lines that follow.\n"
-                "Exit status: 0 accepted, 1 denied, 3 malformed reply, 5 no server or no reply, 6 the server could not\n"
-                "process it. JSON: {server, user, service, form, verdict, steps: [{request, subject, result, status,\n"
-                "message, attributes}]}\n"
-                "Example: aaactl login /run/aaa/server.sock alice --authorize 'show version' < password");
+    sub->footer(
+        "The password is asked for without echo, or is the first line of standard input; what the server "
+        "asks\n"
+        "besides (GETUSER, GETPASS, GETDATA) is asked for likewise, or taken from the lines that follow.\n"
+        "Exit status: 0 accepted, 1 denied, 3 malformed reply, 5 no server or no reply, 6 the server could "
+        "not\n"
+        "process it. JSON: {server, user, service, form, verdict, steps: [{request, subject, result, "
+        "status,\n"
+        "message, attributes}]}\n"
+        "Example: aaactl login /run/aaa/server.sock alice --authorize 'show version' < password");
 }
 
-} // namespace aaactl
+}  // namespace aaactl

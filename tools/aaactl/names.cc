@@ -29,7 +29,7 @@ std::optional<uint32_t> decimal(std::string_view text) {
     return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
 }
 
-} // namespace
+}  // namespace
 
 std::optional<uint32_t> service_number(std::string_view word) {
     for (uint32_t service = 1; service <= kLastService; ++service) {
@@ -86,4 +86,4 @@ std::optional<std::string> status_name(uint32_t status) {
     return status <= AAA_STAT_ABORT ? std::optional<std::string>(aaa_print_status(status)) : std::nullopt;
 }
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -30,4 +30,4 @@ std::optional<uint32_t> method_number(std::string_view word);
 // "PASS", "FAIL", ...; nullopt for a number that is none.
 std::optional<std::string> status_name(uint32_t status);
 
-} // namespace aaactl
+}  // namespace aaactl
