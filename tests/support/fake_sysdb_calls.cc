@@ -181,7 +181,8 @@ cerrno sysdb_item_set(sysdb_conn_t conn, const char *path, uint32_t datatype, co
     const std::string full = full_path(*open, path);
     std::vector<uint8_t> stored(bytes, bytes + length);
     const auto before = db().items.find(full);
-    const bool same = before != db().items.end() && before->second.type == datatype && before->second.value == stored;
+    const bool same =
+        before != db().items.end() && before->second.type == datatype && before->second.value == stored;
     db().items.insert_or_assign(full, Item{datatype, std::move(stored)});
     if (!same) {
         note_change(full, SYSDB_EVENT_SET);
@@ -200,7 +201,8 @@ cerrno sysdb_item_delete(sysdb_conn_t conn, const char *path, uint32_t flags) {
     }
     const bool tree = (flags & SYSDB_DELETE_TREE) != 0;
     const std::string full = tree ? directory_path(*open, path) : full_path(*open, path);
-    bool found = tree && std::erase_if(db().directories, [&](const auto &name) { return name.starts_with(full); }) != 0;
+    bool found = tree && std::erase_if(db().directories,
+                                       [&](const auto &name) { return name.starts_with(full); }) != 0;
     std::erase_if(db().items, [&](const auto &item) {
         if (tree ? !item.first.starts_with(full) : item.first != full) {
             return false;

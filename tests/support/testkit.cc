@@ -56,8 +56,8 @@ void testkit_on_misuse(testkit_misuse_fn handler, void *context) {
 unsigned testkit_sysdb_open_connections(const char *path) {
     const FailAlloc::Pause pause;
     const auto bound = fake::sysdb::open_connections();
-    return static_cast<unsigned>(
-        std::count_if(bound.begin(), bound.end(), [&](const auto &at) { return path == nullptr || at == path; }));
+    return static_cast<unsigned>(std::count_if(
+        bound.begin(), bound.end(), [&](const auto &at) { return path == nullptr || at == path; }));
 }
 
 unsigned testkit_sysdb_open_lists() {

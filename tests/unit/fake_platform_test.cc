@@ -435,7 +435,8 @@ TEST(FakeSysdb, MakesTheHostsTuples) {
     uint32_t length = 0;
     ASSERT_EQ(pack(&made, &length, "%d%d%s%s", 10u, 0x01020304u, "GRP1", ""), 0u);
     const auto *const bytes = static_cast<const uint8_t *>(made);
-    EXPECT_EQ(fake::sysdb::tuple({10, 0x01020304}, {"GRP1", ""}), std::vector<uint8_t>(bytes, bytes + length));
+    EXPECT_EQ(fake::sysdb::tuple({10, 0x01020304}, {"GRP1", ""}),
+              std::vector<uint8_t>(bytes, bytes + length));
     std::free(made);
 }
 

@@ -107,7 +107,8 @@ int32_t tell(const void *notification, void *prefix, void *) {
     return 0;
 }
 
-uint64_t watch(sysdb_conn_t conn, const char *path, const char *prefix, uint32_t mode = SYSDB_NOTIFY_CHANGES) {
+uint64_t watch(sysdb_conn_t conn, const char *path, const char *prefix,
+               uint32_t mode = SYSDB_NOTIFY_CHANGES) {
     uint64_t handle = 0;
     EXPECT_EQ(_sysdb_register_notification(conn, path, SYSDB_EVENT_SET | SYSDB_EVENT_DELETE, mode, tell,
                                            const_cast<char *>(prefix), 0, nullptr, 0, &handle),
@@ -199,8 +200,9 @@ TEST_F(Testkit, PlaysScripts) {
 }
 
 TEST_F(Testkit, RunsTheTestBeforeACall) {
-    testkit_before("sysdb_item_get", [](void *path) { testkit_sysdb_put_u32(static_cast<const char *>(path), 1); },
-                   const_cast<char *>("/cfg/limits/late"));
+    testkit_before(
+        "sysdb_item_get", [](void *path) { testkit_sysdb_put_u32(static_cast<const char *>(path), 1); },
+        const_cast<char *>("/cfg/limits/late"));
     EXPECT_EQ(sysdb_item_get(conn_, "late", nullptr, nullptr, nullptr, 0), 0u);
     testkit_before("sysdb_item_get", nullptr, nullptr);
     testkit_sysdb_remove("/cfg/limits/late");
@@ -262,7 +264,8 @@ TEST_F(Testkit, ClosesEventConnections) {
 
 TEST_F(Testkit, ReportsMisuse) {
     static std::string seen;
-    testkit_on_misuse([](const char *text, void *context) { *static_cast<std::string *>(context) = text; }, &seen);
+    testkit_on_misuse([](const char *text, void *context) { *static_cast<std::string *>(context) = text; },
+                      &seen);
     sysdb_item_get(12345, "x", nullptr, nullptr, nullptr, 0);
     EXPECT_EQ(seen, "sysdb_item_get on a connection that is not open");
     testkit_count("no_such_function");

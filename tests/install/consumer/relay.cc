@@ -35,5 +35,7 @@ int main() {
     }
     std::puts(name);
     const List cut_short = make_list("cut short");
-    return aaa_avpair_unpack_msg_checked(cut_short.get(), message, length - 4) == AAA_ERR_INVALID_MSG_SIZE ? 0 : 4;
+    return aaa_avpair_unpack_msg_checked(cut_short.get(), message, length - 4) == AAA_ERR_INVALID_MSG_SIZE
+               ? 0
+               : 4;
 }
