@@ -129,7 +129,7 @@ class LongListSearch : public testing::TestWithParam<Values> {};
 
 TEST_P(LongListSearch, FindsWhatAWalkFinds) {
     Random random(7);
-    for (const std::size_t count : {1, 2, 20, 60, 300, 3000}) {
+    for (const std::size_t count : {1u, 2u, 20u, 60u, 300u, 3000u}) {
         ListPtr list = make_list();
         for (std::size_t i = 0; i < count; i++) {
             // Most of one type, so that the others stand anywhere.
