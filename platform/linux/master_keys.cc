@@ -174,7 +174,7 @@ bool MasterKeys::read(const char *path) noexcept {
     const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     if (fd < 0) {
         return errno == ENOENT
-                   ? refuse(path, "there is no such file", "create it with \"aaa-master-key create\"")
+                   ? refuse(path, "there is no such file", "create it with \"aaactl key new-master\"")
                    : refuse(path, strerrordesc_np(errno), "make the file readable for this process");
     }
     SecretText text;
@@ -243,6 +243,17 @@ bool MasterKeys::add(unsigned generation) noexcept {
     key.created = time(nullptr);
     randombytes_buf(key.key, sizeof key.key);
     return true;
+}
+
+void MasterKeys::remove(unsigned generation) noexcept {
+    const MasterKey *gone = find(generation);
+    if (gone == nullptr) {
+        return;
+    }
+    for (auto i = static_cast<unsigned>(gone - keys_); i + 1 < count_; ++i) {
+        keys_[i] = keys_[i + 1];
+    }
+    sodium_memzero(&keys_[--count_], sizeof keys_[0]);
 }
 
 int MasterKeys::write(const char *path, bool replace) const noexcept {

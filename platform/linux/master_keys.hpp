@@ -47,6 +47,9 @@ class MasterKeys {
     // Appends a new random key. False when all numbers are taken.
     bool add(unsigned generation) noexcept;
 
+    // Takes one out; its number is known to be there.
+    void remove(unsigned generation) noexcept;
+
     // Writes the file under a temporary name beside it and puts it in place.
     // Returns 0 or an errno value (EEXIST: not replace, and a file is there).
     int write(const char *path, bool replace) const noexcept;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Creating, rotating and listing master keys, for the tools.
+// Creating, rotating, retiring and listing master keys, for the tools.
 
 #include <sodium.h>
 #include <sys/file.h>
@@ -89,8 +89,7 @@ cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *generation) {
     const unsigned next = (keys.newest()->generation + 1) % kGenerations;
     if (!keys.add(next)) {
         log(kLogError, "MASTER_KEYS",
-            "%s: generation %02u is in use still; seal the server keys of that generation again and remove "
-            "its line",
+            "%s: generation %02u is there still; seal the server keys of that generation again and retire it",
             path, next);
         return HOST_KEYS_EXHAUSTED;
     }
@@ -102,6 +101,28 @@ cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *generation) {
         *generation = next;
     }
     return 0;
+}
+
+cerrno aaa_platform_master_keys_retire(const char *path, uint32_t generation) {
+    using namespace aaaplatform;
+    path = path_or_usual(path);
+    const DirectoryLock lock(path);
+    if (!lock.held()) {
+        return failed(path, errno);
+    }
+    MasterKeys keys;
+    if (!keys.read(path)) {
+        return HOST_KEYS_UNUSABLE;
+    }
+    if (keys.find(generation) == nullptr) {
+        return HOST_KEYS_NO_GENERATION;
+    }
+    if (keys.newest()->generation == generation) {
+        return HOST_KEYS_NEWEST;
+    }
+    keys.remove(generation);
+    const int error = keys.write(path, true);
+    return error == 0 ? cerrno{0} : failed(path, error);
 }
 
 cerrno aaa_platform_master_keys_list(const char *path, aaa_platform_master_key_t *out, uint32_t capacity,

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The password cipher, its master keys, and the command that manages them.
+// The password cipher and its master keys.
 
 #include "platform/cipher.h"
 
@@ -32,6 +32,8 @@ constexpr cerrno kInvalidArg = 0xa2580200u;
 constexpr cerrno kUnusable = 0xa2581000u;
 constexpr cerrno kExists = 0xa2581200u;
 constexpr cerrno kExhausted = 0xa2581400u;
+constexpr cerrno kNoGeneration = 0xa2581600u;
+constexpr cerrno kNewest = 0xa2581800u;
 
 CapturedLog *g_log = nullptr;
 
@@ -258,9 +260,10 @@ TEST_F(Keys, GoOnAfterTheLastNumberUntilOneIsTaken) {
     EXPECT_EQ(999u, generation);
     EXPECT_EQ(before, contents());
     EXPECT_EQ("%AAA-PLATFORM-3-MASTER_KEYS : " + path +
-                  ": generation 01 is in use still; seal the server keys of that generation again and remove "
-                  "its line",
+                  ": generation 01 is there still; seal the server keys of that generation again and retire it",
               g_log->take_one());
+    ASSERT_EQ(0u, aaa_platform_master_keys_retire(path.c_str(), 1));
+    EXPECT_EQ(1u, rotate()) << "its number is free again";
 }
 
 TEST_F(Keys, AreListedOldestFirst) {
@@ -281,6 +284,44 @@ TEST_F(Keys, AreListedOldestFirst) {
     EXPECT_EQ(0u, aaa_platform_master_keys_list(path.c_str(), nullptr, 0, &count));
     EXPECT_EQ(kInvalidArg, aaa_platform_master_keys_list(path.c_str(), nullptr, 1, &count));
     EXPECT_EQ(kInvalidArg, aaa_platform_master_keys_list(path.c_str(), keys, 1, nullptr));
+}
+
+TEST_F(Keys, AreGoneWhenTheyAreRetired) {
+    const std::string first = encrypt("one");
+    rotate();
+    const std::string second = encrypt("two");
+    rotate();
+    const std::string third = encrypt("three");
+    EXPECT_EQ(0u, aaa_platform_master_keys_retire(path.c_str(), 2));
+    EXPECT_EQ("one", decrypt(first));
+    EXPECT_EQ("three", decrypt(third));
+    expect_refused(second, "%AAA-PLATFORM-3-DECRYPT_FAILED : " + path + ": no master key of generation 02, which a sealed key needs; restore it");
+    uint32_t count = 0;
+    aaa_platform_master_key_t keys[4] = {};
+    ASSERT_EQ(0u, aaa_platform_master_keys_list(nullptr, keys, 4, &count));
+    ASSERT_EQ(2u, count);
+    EXPECT_EQ(1u, keys[0].generation);
+    EXPECT_EQ(3u, keys[1].generation);
+    EXPECT_EQ(1u, keys[1].newest);
+    EXPECT_EQ(0u, aaa_platform_master_keys_retire(nullptr, 1)) << "the cipher's file";
+    EXPECT_EQ("three", decrypt(third));
+}
+
+TEST_F(Keys, AreNotRetiredWhenNewestOrAbsent) {
+    rotate();
+    const std::string before = contents();
+    EXPECT_EQ(kNewest, aaa_platform_master_keys_retire(path.c_str(), 2));
+    EXPECT_EQ(kNoGeneration, aaa_platform_master_keys_retire(path.c_str(), 3));
+    EXPECT_EQ(kNoGeneration, aaa_platform_master_keys_retire(path.c_str(), 101));
+    EXPECT_EQ(before, contents());
+    struct stat st {};
+    ASSERT_EQ(0u, aaa_platform_master_keys_retire(path.c_str(), 1));
+    ASSERT_EQ(0, stat(path.c_str(), &st));
+    EXPECT_EQ(0600u, st.st_mode & 07777u);
+    EXPECT_EQ(kNewest, aaa_platform_master_keys_retire(path.c_str(), 2)) << "the last one";
+    ASSERT_EQ(0, unlink(path.c_str()));
+    EXPECT_EQ(kUnusable, aaa_platform_master_keys_retire(path.c_str(), 2));
+    EXPECT_EQ(1u, g_log->take().size());
 }
 
 // ---- file ------------------------------------------------------------------------
@@ -327,7 +368,7 @@ TEST_F(Keys, CannotBeCreatedWhereThereIsNoDirectory) {
 
 TEST_F(Keys, MustBeThere) {
     ASSERT_EQ(0, unlink(path.c_str()));
-    expect_no_keys("there is no such file; create it with \"aaa-master-key create\"");
+    expect_no_keys("there is no such file; create it with \"aaactl key new-master\"");
     EXPECT_EQ(kUnusable, aaa_platform_master_keys_rotate(path.c_str(), nullptr));
     uint32_t count;
     EXPECT_EQ(kUnusable, aaa_platform_master_keys_list(path.c_str(), nullptr, 0, &count));
@@ -427,65 +468,6 @@ TEST_F(Keys, RotateUnderTheFeetOfReaders) {
 }
 
 // ---- command ---------------------------------------------------------------------
-
-namespace {
-
-struct Command : testing::Test {
-    TempDir dir;
-    std::string path = dir.path("keys");
-
-    // Exit code and output of aaa-master-key.
-    std::pair<int, std::string> run(const std::string &arguments) const {
-        const std::string out = dir.path("out");
-        const std::string command = std::string("AAA_LOG=stderr AAA_MASTER_KEYS='") + path + "' " +
-                                    AAA_MASTER_KEY_COMMAND + " " + arguments + " >'" + out + "' 2>&1";
-        const int status = std::system(command.c_str());
-        return {WEXITSTATUS(status), dir.read("out")};
-    }
-};
-
-}  // namespace
-
-TEST_F(Command, CreatesRotatesAndShows) {
-    EXPECT_EQ(std::make_pair(0, path + ": created, generation 01\n"), run("create"));
-    EXPECT_EQ(std::make_pair(1, "aaa-master-key: " + path + ": Master key file exists already\n"),
-              run("create"));
-    EXPECT_EQ(std::make_pair(0, path + ": new keys are sealed with generation 02\n"), run("rotate"));
-    const auto [rc, shown] = run("show");
-    EXPECT_EQ(0, rc);
-    std::istringstream lines(shown);
-    std::string first;
-    std::string second;
-    std::getline(lines, first);
-    std::getline(lines, second);
-    EXPECT_EQ("01  created 20", first.substr(0, 14));
-    EXPECT_EQ(" UTC", first.substr(first.size() - 4));
-    EXPECT_EQ("02  created 20", second.substr(0, 14));
-    EXPECT_EQ(" UTC  in use", second.substr(second.size() - 12));
-    EXPECT_EQ(std::string::npos, shown.find(dir.read("keys").substr(21, 16))) << "shows no key";
-}
-
-TEST_F(Command, TakesAnotherFile) {
-    const std::string other = dir.path("other");
-    EXPECT_EQ(0, run("--file '" + other + "' create").first);
-    EXPECT_EQ(0, access(other.c_str(), F_OK));
-    EXPECT_NE(0, access(path.c_str(), F_OK));
-}
-
-TEST_F(Command, SaysWhatIsWrong) {
-    EXPECT_EQ(std::make_pair(1, "%AAA-PLATFORM-3-MASTER_KEYS : " + path +
-                                    ": there is no such file; create it with \"aaa-master-key create\"\n"
-                                    "aaa-master-key: " +
-                                    path + ": Master key file cannot be used\n"),
-              run("rotate"));
-    EXPECT_EQ(1, run("show").first);
-    for (const char *arguments : {"", "destroy", "create rotate", "--file", "--file x"}) {
-        const auto [rc, text] = run(arguments);
-        EXPECT_EQ(2, rc) << arguments;
-        EXPECT_EQ(0u, text.find("usage: aaa-master-key")) << arguments;
-    }
-    EXPECT_EQ(0, run("--help").first);
-}
 
 int main(int argc, char **argv) {
     CapturedLog log;

@@ -46,6 +46,7 @@ void add_lint(Program &program);
 void add_sysdb(Program &program);
 void add_mlist(Program &program);
 void add_sg(Program &program);
+void add_key(Program &program);
 void add_login(Program &program);
 void add_acct(Program &program);
 void add_completion(Program &program);

@@ -38,6 +38,7 @@ void add_commands(Program &program) {
     add_sysdb(program);
     add_mlist(program);
     add_sg(program);
+    add_key(program);
     add_login(program);
     add_acct(program);
     add_completion(program);

@@ -159,6 +159,21 @@ PLATFORM_API cerrno aaa_platform_master_keys_create(const char *path);
 PLATFORM_API cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *generation);
 
 /**
+ * Removes a generation of the master key. What was sealed with it cannot be
+ * opened any more; see to it that no key needs it. The newest one stays. The
+ * file is replaced as a whole, as by a rotation, and two changes at the same time
+ * are made one after the other.
+ *
+ * @param path       the file; null = the file that the cipher uses
+ * @param generation the generation to remove
+ * @return 0: done; 0xa2581000: the file is missing or cannot be used (a log
+ *         line says why); 0xa2581600: there is no such generation; 0xa2581800:
+ *         it is the newest; an errno value: the file cannot be written. On
+ *         failure the file is unchanged.
+ */
+PLATFORM_API cerrno aaa_platform_master_keys_retire(const char *path, uint32_t generation);
+
+/**
  * Lists the generations of a file of master keys, oldest first.
  *
  * @param path     the file; null = the file that the cipher uses
