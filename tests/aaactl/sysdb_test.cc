@@ -83,6 +83,18 @@ TEST_F(Sysdb, SecretsAreMaskedAndStayOffTheCommandLine) {
     EXPECT_EQ(value_of("/cfg/server/key"), "open");
 }
 
+TEST_F(Sysdb, SecretsDoNotShowInMessages) {
+    for (const char *type : {"u32", "tuple", "bytes:99"}) {
+        const auto set = aaactl({"sysdb", "set", "/cfg/server/key", "--type", type}, "zunter2");
+        EXPECT_EQ(set.status, 3) << type;
+        EXPECT_EQ(set.err.find("zu"), std::string::npos) << set.err;
+        const auto load = aaactl({"sysdb", "load", "-"}, std::string("aaactl-dump 1 /cfg/\n/cfg/server/key ") + type + " zunter2\n");
+        EXPECT_EQ(load.status, 3) << type;
+        EXPECT_NE(load.err.find("line 2: "), std::string::npos) << load.err;
+        EXPECT_EQ(load.err.find("zu"), std::string::npos) << load.err;
+    }
+}
+
 TEST_F(Sysdb, WhatLooksSealedIsMaskedWhereverItStands) {
     const std::string sealed = "01" + std::string(90, 'a');
     put("/cfg/plain", "string", sealed);

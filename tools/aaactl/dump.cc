@@ -89,7 +89,7 @@ DumpItem parse_line(std::string_view line) {
     const std::string_view value = trimmed(line);
     item.masked = value == kMask;
     if (!item.masked) {
-        item.item = item_from_text(item.item.type, value);
+        item.item = item_for(item.path, item.item.type, [&] { return item_from_text(item.item.type, value); });
     }
     return item;
 }
@@ -209,7 +209,8 @@ DumpItem parse_object(const Json &object) {
     }
     if (!item.masked) {
         const bool directory = item.item.type == SYSDB_TYPE_DIRECTORY;
-        item.item = item_from_json(item.item.type, directory && !object.contains("value") ? Json() : member(object, "value"));
+        const Json &value = directory && !object.contains("value") ? Json() : member(object, "value");
+        item.item = item_for(item.path, item.item.type, [&] { return item_from_json(item.item.type, value); });
     }
     return item;
 }

@@ -72,7 +72,7 @@ ExitCode set(Output &out, const SetOptions &options) {
         directory_path(options.path);
     } else {
         std::string value = value_to_set(options);
-        item = item_from_argument(item.type, value);
+        item = item_for(options.path, item.type, [&] { return item_from_argument(item.type, value); });
         wipe(value);
     }
     database.set(options.path, item);

@@ -376,4 +376,15 @@ bool is_secret(std::string_view path, const Item &item) {
            (is_secret_path(path) || (item.type == SYSDB_TYPE_STRING && !item.bytes.empty() && looks_sealed(text_of(item))));
 }
 
+Item item_for(std::string_view path, uint32_t type, const std::function<Item()> &read) {
+    try {
+        return read();
+    } catch (const Failure &failure) {
+        if (!is_secret_path(path)) {
+            throw;
+        }
+        throw Failure(failure.code(), "the secret value does not have the form of a " + type_name(type));
+    }
+}
+
 } // namespace aaactl

@@ -17,6 +17,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -75,6 +76,9 @@ std::string unescaped(std::string_view text);
 bool is_secret(std::string_view path, const Item &item);
 bool is_secret_path(std::string_view path);
 bool looks_sealed(std::string_view text);
+
+// The item that `read` makes of a value for this path. When it fails, its message is kept from showing a secret.
+Item item_for(std::string_view path, uint32_t type, const std::function<Item()> &read);
 
 inline constexpr std::string_view kMask = "********";
 
