@@ -508,7 +508,11 @@ void Session::unwatch(fuzz::Input &input) {
 }
 
 void Session::check_told(const Watcher &watcher, const std::string &key) const {
-    if (watcher.read_again) {
+    // Two keys of which one has no count of digits can be shown as one path.
+    const auto shown_alike = [&](const std::string &other) {
+        return other != key && shown(other) == shown(key);
+    };
+    if (watcher.read_again || std::any_of(changed_.begin(), changed_.end(), shown_alike)) {
         return;
     }
     const auto told = watcher.told.find(shown(key.substr(prefix_.view().size())));
