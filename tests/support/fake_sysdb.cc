@@ -129,21 +129,27 @@ void put_tuple(std::string_view path, std::vector<uint32_t> numbers, std::vector
     put(path, {SYSDB_TYPE_TUPLE, tuple(numbers, names)});
 }
 
-void make_directory(std::string_view path) {
-    const Access access;
+// As directories are kept, with the slash that callers may leave out.
+static std::string directory_of(std::string_view path) {
     std::string directory(path);
     if (directory.empty() || directory.back() != '/') {
         directory += '/';
     }
-    db().directories.insert(std::move(directory));
+    return directory;
+}
+
+void make_directory(std::string_view path) {
+    const Access access;
+    db().directories.insert(directory_of(path));
 }
 
 void remove(std::string_view path) {
     const Access access;
     if (db().items.erase(std::string(path)) != 0) {
         note_change(std::string(path), SYSDB_EVENT_DELETE);
+        return;
     }
-    db().directories.erase(std::string(path));
+    db().directories.erase(directory_of(path));
 }
 
 std::optional<Item> get(std::string_view path) {

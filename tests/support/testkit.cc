@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "support/fail_alloc_region.hpp"
 #include "support/fake_platform.hpp"
+#include "support/fake_state.hpp"
 
 namespace {
 
@@ -34,6 +36,27 @@ std::optional<int> errno_value(int error) {
 
 const char *text_or_empty(const char *text) {
     return text == nullptr ? "" : text;
+}
+
+// What is stored under a path that nobody looks up would make a test pass for nothing.
+bool is_full_path(const char *function, const char *path, bool directory = false) {
+    std::string_view text = text_or_empty(path);
+    if (directory && text.size() > 1 && text.back() == '/') {
+        text.remove_suffix(1);
+    }
+    const bool full = text.size() > 1 && text.front() == '/' && text.back() != '/' &&
+                      text.find("//") == std::string_view::npos;
+    if (!full) {
+        fake::detail::problem(std::string(function) + " without a full path: \"" + text_or_empty(path) +
+                              "\"");
+    }
+    return full;
+}
+
+bool gives_text(std::string_view function) {
+    constexpr std::string_view kGivers[] = {"conf_get_timezone_string", "find_method_for_line",
+                                            "aaa_util_find_line_remote_addr", "pw_encrypt", "pw_decrypt"};
+    return std::find(std::begin(kGivers), std::end(kGivers), function) != std::end(kGivers);
 }
 
 }  // namespace
@@ -114,6 +137,10 @@ void testkit_answer(const char *function, uint32_t code, unsigned times, int err
 
 void testkit_fail_call(const char *function, unsigned k, uint32_t code, int error) {
     const FailAlloc::Pause pause;
+    if (k == 0) {
+        fake::detail::problem("testkit_fail_call counts from 1");
+        return;
+    }
     fake::fail_call(function, k, code, errno_value(error));
 }
 
@@ -123,7 +150,11 @@ void testkit_clear_answers(const char *function) {
 
 void testkit_give_text(const char *function, const char *text) {
     const FailAlloc::Pause pause;
-    fake::give_text(function, text);
+    if (!gives_text(function)) {
+        fake::detail::problem("testkit_give_text to a function that gives no text: " + std::string(function));
+        return;
+    }
+    fake::give_text(function, text_or_empty(text));
 }
 
 void testkit_before(const char *function, void (*hook)(void *), void *context) {
@@ -180,22 +211,34 @@ void testkit_sysdb_present(int on) {
 
 void testkit_sysdb_put_u32(const char *path, uint32_t value) {
     const FailAlloc::Pause pause;
+    if (!is_full_path(__func__, path)) {
+        return;
+    }
     fake::sysdb::put_u32(path, value);
 }
 
 void testkit_sysdb_put_string(const char *path, const char *text) {
     const FailAlloc::Pause pause;
-    fake::sysdb::put_string(path, text);
+    if (!is_full_path(__func__, path)) {
+        return;
+    }
+    fake::sysdb::put_string(path, text_or_empty(text));
 }
 
 void testkit_sysdb_put(const char *path, uint32_t type, const void *value, size_t length) {
     const FailAlloc::Pause pause;
+    if (!is_full_path(__func__, path)) {
+        return;
+    }
     const auto *const bytes = static_cast<const uint8_t *>(value);
     fake::sysdb::put(path, {type, std::vector<uint8_t>(bytes, bytes + length)});
 }
 
 void testkit_sysdb_put_method_list(const char *path, const uint32_t methods[4], const char *const groups[4]) {
     const FailAlloc::Pause pause;
+    if (!is_full_path(__func__, path)) {
+        return;
+    }
     std::vector<std::string> names;
     for (int i = 0; i < 4; ++i) {
         names.emplace_back(text_or_empty(groups[i]));
@@ -205,16 +248,25 @@ void testkit_sysdb_put_method_list(const char *path, const uint32_t methods[4], 
 
 void testkit_sysdb_make_directory(const char *path) {
     const FailAlloc::Pause pause;
+    if (!is_full_path(__func__, path, true)) {
+        return;
+    }
     fake::sysdb::make_directory(path);
 }
 
 void testkit_sysdb_remove(const char *path) {
     const FailAlloc::Pause pause;
+    if (!is_full_path(__func__, path, true)) {
+        return;
+    }
     fake::sysdb::remove(path);
 }
 
 int testkit_sysdb_get_u32(const char *path, uint32_t *value) {
     const FailAlloc::Pause pause;
+    if (!is_full_path(__func__, path)) {
+        return 0;
+    }
     const auto found = fake::sysdb::get_u32(path);
     if (found) {
         *value = *found;
@@ -224,6 +276,9 @@ int testkit_sysdb_get_u32(const char *path, uint32_t *value) {
 
 const char *testkit_sysdb_get_string(const char *path) {
     const FailAlloc::Pause pause;
+    if (!is_full_path(__func__, path)) {
+        return nullptr;
+    }
     return borrowed(fake::sysdb::get_string(path));
 }
 

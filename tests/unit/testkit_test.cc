@@ -272,6 +272,41 @@ TEST_F(Testkit, ReportsMisuse) {
     EXPECT_EQ(seen, "the fake platform has no function no_such_function");
 }
 
+// Each would otherwise be a script or an item that nobody ever meets.
+TEST_F(Testkit, ReportsWhatWouldTestNothing) {
+    static std::string seen;
+    testkit_on_misuse([](const char *text, void *) { seen = text; }, nullptr);
+    for (const char *path : {"", "/", "cfg/limits/x", "/cfg/limits/", "/cfg//x"}) {
+        testkit_sysdb_put_u32(path, 1);
+        EXPECT_EQ(seen, std::string("testkit_sysdb_put_u32 without a full path: \"") + path + "\"");
+    }
+    testkit_sysdb_put_string("x", "");
+    EXPECT_EQ(seen, "testkit_sysdb_put_string without a full path: \"x\"");
+    testkit_sysdb_put("x", SYSDB_TYPE_U32, nullptr, 0);
+    EXPECT_EQ(seen, "testkit_sysdb_put without a full path: \"x\"");
+    testkit_sysdb_make_directory("x");
+    EXPECT_EQ(seen, "testkit_sysdb_make_directory without a full path: \"x\"");
+    testkit_sysdb_remove("x");
+    EXPECT_EQ(seen, "testkit_sysdb_remove without a full path: \"x\"");
+    EXPECT_EQ(testkit_sysdb_get_string("x"), nullptr);
+    EXPECT_EQ(seen, "testkit_sysdb_get_string without a full path: \"x\"");
+    EXPECT_EQ(testkit_sysdb_path(0), nullptr);
+    testkit_fail_call("sysdb_item_get", 0, SYSDB_ERR_BUSY, -1);
+    EXPECT_EQ(seen, "testkit_fail_call counts from 1");
+    testkit_give_text("sysdb_item_get", "x");
+    EXPECT_EQ(seen, "testkit_give_text to a function that gives no text: sysdb_item_get");
+}
+
+TEST_F(Testkit, RemovesDirectoriesByEitherName) {
+    for (const char *name : {"/cfg/limits/d", "/cfg/limits/d/"}) {
+        testkit_sysdb_make_directory("/cfg/limits/d");
+        EXPECT_EQ(sysdb_item_delete(conn_, "d/", SYSDB_DELETE_TREE), 0u);
+        testkit_sysdb_make_directory("/cfg/limits/d");
+        testkit_sysdb_remove(name);
+        EXPECT_EQ(sysdb_item_delete(conn_, "d/", SYSDB_DELETE_TREE), SYSDB_ERR_NOT_FOUND);
+    }
+}
+
 TEST_F(Testkit, EndsTheProgramOnMisuseInitially) {
     testkit_on_misuse(nullptr, nullptr);
     EXPECT_DEATH(_sysdb_unbind(12345), "platform contract: _sysdb_unbind on a connection that is not open");

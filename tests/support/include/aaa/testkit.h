@@ -22,10 +22,12 @@
  * 2. **Names.** A function is named by its contract's name, "sysdb_item_get". So
  *    are these of libc, which the program takes over as well: access (for the
  *    database provider's file), alarm, getpid, popen, tcgetattr, tcsetattr,
- *    time, ttyname_r. An unknown name is misuse.
+ *    time, ttyname_r.
  * 3. **Misuse** of the platform by the library or the program under test, such as
  *    a handle that is not open, ends the program with a message, unless
- *    testkit_on_misuse() says otherwise.
+ *    testkit_on_misuse() says otherwise. So does misuse of the kit that would make
+ *    a test pass for nothing: an unknown name, a path that is not a full one, the
+ *    zeroth call.
  * 4. **Threads.** Any function may be called from any thread, but not from a
  *    misuse handler. One test at a time.
  * 5. **Texts** that the kit gives are *borrowed*: valid until the calling
