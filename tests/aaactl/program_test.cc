@@ -39,6 +39,28 @@ TEST(AaactlProgram, RefusesWhatItDoesNotKnow) {
     EXPECT_EQ(aaactl({"--color=sometimes", "completion", "bash"}).status, 2);
 }
 
+TEST(AaactlProgram, AWrongCommandLineIsADocumentToo) {
+    const std::vector<std::vector<std::string>> bad{
+        {"--json"}, {"sysdb", "get", "--json"}, {"--json", "decode", "--kind", "no"}, {"--json", "no-such"}, {"completion", "--json", "bash", "zsh"}};
+    for (const auto &args : bad) {
+        const auto run = aaactl(args);
+        EXPECT_EQ(run.status, 2);
+        EXPECT_EQ(run.json()["error"]["exit"], 2) << run.out;
+        EXPECT_EQ(run.err, "aaactl: " + run.json()["error"]["message"].get<std::string>() + "\n");
+    }
+}
+
+TEST(AaactlProgram, EscapesTheWordsThatItRefuses) {
+    for (const std::vector<std::string> &before : {std::vector<std::string>{}, {"sysdb"}, {"completion"}, {"completion", "bash"}}) {
+        auto args = before;
+        args.emplace_back("\033[31mred\n");
+        const auto run = aaactl(args);
+        EXPECT_EQ(run.status, 2);
+        EXPECT_NE(run.err.find("\\x1b[31mred\\n"), std::string::npos) << run.err;
+        EXPECT_EQ(run.err.find('\033'), std::string::npos);
+    }
+}
+
 TEST(AaactlProgram, CompletesInBash) {
     const auto script = aaactl({"completion", "bash"});
     EXPECT_EQ(script.status, 0);

@@ -2,8 +2,10 @@
 //
 // From the command line to the exit status.
 
+#include <algorithm>
 #include <cstdio>
 #include <map>
+#include <string_view>
 
 #include "commands.hpp"
 #include "version.hpp"
@@ -25,7 +27,8 @@ void add_global_options(Program &program) {
         ->transform(CLI::CheckedTransformer(choices))
         ->type_name("WHEN");
     app.footer("Exit status: 0 yes or done, 1 no (denied, differences, findings), 2 usage, 3 malformed input,\n"
-               "4 not found, 5 database, key file or server unavailable, 6 any other failure.");
+               "4 not found, 5 database, key file or server unavailable, 6 any other failure.\n"
+               "JSON of a failure: {error: {message, exit, code where the library or the platform gave one}}");
 }
 
 void add_commands(Program &program) {
@@ -44,9 +47,23 @@ void add_commands(Program &program) {
     add_completion(program);
 }
 
-// CLI11 prints help, version or what is wrong with the command line.
-int usage(const Program &program, const CLI::ParseError &error) {
-    return program.app.exit(error) == 0 ? static_cast<int>(ExitCode::ok) : static_cast<int>(ExitCode::usage);
+// Where the command line is wrong, its flags have not been stored.
+bool wants_json(int argc, const char *const *argv) {
+    return std::any_of(argv, argv + argc, [](const char *word) { return std::string_view(word) == "--json"; });
+}
+
+// CLI11 prints help and version. What is wrong with the command line may quote its words, whatever bytes they hold.
+int usage(Program &program, const CLI::ParseError &error, bool json) {
+    if (error.get_exit_code() == 0) {
+        return program.app.exit(error);
+    }
+    // A mistyped command is the reason that none is there.
+    const auto unknown = program.app.remaining(true);
+    const bool mistyped = dynamic_cast<const CLI::RequiredError *>(&error) != nullptr && !unknown.empty();
+    const std::string why = mistyped ? "The following argument was not expected: " + unknown.front() : error.what();
+    program.options.json = json;
+    Output(program.options).failure(Failure(ExitCode::usage, escaped(why) + " (see --help)"));
+    return static_cast<int>(ExitCode::usage);
 }
 
 } // namespace
@@ -58,7 +75,7 @@ int run(int argc, const char *const *argv) {
     try {
         program.app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return usage(program, error);
+        return usage(program, error, wants_json(argc, argv));
     }
     Output out(program.options);
     ExitCode code = ExitCode::failed;
