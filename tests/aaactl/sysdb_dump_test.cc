@@ -130,7 +130,7 @@ TEST_F(Dump, SaysWhichLineIsWrong) {
         {kHead + std::string("/cfg/ok u32 1\n/cfg/a//b u32 1\n"), "line 3: /cfg/a//b"},
         {kHead + std::string("/cfg/ok u32 1\n/cfg/") + std::string(600, 'x') + " u32 1\n", "line 3: "},
         {kHead + std::string("/cfg/ok u32 1\n/cfg/a\\x00b u32 1\n"), "line 3: "},
-        {"{", "line 1, column 2"},
+        {"{", "malformed JSON at byte 2"},
         {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/"})", "\"items\""},
         {R"({"format":"aaactl-dump","version":2,"directory":"/cfg/","items":[]})", "no dump"},
         {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"u32","value":1},7]})", "items[1]: "},
@@ -149,6 +149,29 @@ TEST_F(Dump, SaysWhichLineIsWrong) {
     EXPECT_EQ(aaactl({"sysdb", "dump"}).out, kHead) << "nothing was loaded";
     EXPECT_EQ(aaactl({"sysdb", "load", dir().path("none")}).status, 4);
     EXPECT_EQ(aaactl({"sysdb", "load", dir().path("")}).status, 3) << "a directory";
+}
+
+// What is wrong with a dump is said without its secrets.
+TEST_F(Dump, RefusalsDoNotShowSecrets) {
+    const std::string json = R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/site/key",)";
+    const std::string bad[] = {
+        kHead + std::string("/cfg/site/key hunter2\n"),
+        kHead + std::string("/cfg/site/key hunter2 string\n"),
+        kHead + std::string("/cfg/site/key u32 hunter2\n"),
+        kHead + std::string("/cfg/site/key string \"a\" hunter2\n"),
+        json + R"("type":"string","value":"hunter2)",
+        json + R"("type":"string","value":"hunter2" x}]})",
+        json + R"("type":"u32","value":"hunter2"}]})",
+        json + R"("type":"hunter2","value":"string"}]})",
+    };
+    for (const std::string &text : bad) {
+        for (const char *form : {"--color=never", "--json"}) {
+            const auto run = aaactl({"sysdb", "load", "-", form}, text);
+            EXPECT_EQ(run.status, 3) << text;
+            EXPECT_NE(run.err, "");
+            EXPECT_EQ((run.out + run.err).find("hunter2"), std::string::npos) << text << run.err;
+        }
+    }
 }
 
 TEST_F(Dump, DiffShowsBothSides) {

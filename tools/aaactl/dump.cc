@@ -57,12 +57,13 @@ std::string take_path(std::string_view &rest) {
     return path;
 }
 
-// A word that is no type is wrong input here, not a wrong command line.
-uint32_t parse_type(std::string_view word) {
+// A word that is no type is wrong input here, not a wrong command line. Where a secret stands on the line, the
+// word may be it: somebody left the type out.
+uint32_t parse_type(std::string_view path, std::string_view word) {
     try {
         return type_number(word);
     } catch (const Failure &failure) {
-        throw malformed(failure.what());
+        throw malformed(is_secret_path(path) ? "the word behind the path is no type: PATH TYPE VALUE is expected" : failure.what());
     }
 }
 
@@ -85,7 +86,7 @@ DumpItem parse_line(std::string_view line) {
     if (type.empty()) {
         throw malformed("PATH TYPE VALUE is expected");
     }
-    item.item.type = parse_type(type);
+    item.item.type = parse_type(item.path, type);
     const std::string_view value = trimmed(line);
     item.masked = value == kMask;
     if (!item.masked) {
@@ -202,7 +203,7 @@ std::string text_member(const Json &object, const char *name) {
 DumpItem parse_object(const Json &object) {
     DumpItem item;
     item.path = unescaped(text_member(object, "path"));
-    item.item.type = parse_type(text_member(object, "type"));
+    item.item.type = parse_type(item.path, text_member(object, "type"));
     item.masked = object.contains("masked");
     if (item.masked && (object["masked"] != true || object.contains("value"))) {
         throw malformed("\"masked\" is true and stands in place of \"value\"");
@@ -215,13 +216,17 @@ DumpItem parse_object(const Json &object) {
     return item;
 }
 
-Dump parse_json(Output &out, std::string_view text) {
-    Json document;
+// The parser's own message quotes what it has read, which may be a secret.
+Json parsed(std::string_view text) {
     try {
-        document = Json::parse(text);
+        return Json::parse(text);
     } catch (const Json::parse_error &error) {
-        throw malformed(escaped(error.what()));
+        throw malformed("malformed JSON at byte " + std::to_string(error.byte));
     }
+}
+
+Dump parse_json(Output &out, std::string_view text) {
+    const Json document = parsed(text);
     if (text_member(document, "format") != kFormat || member(document, "version") != 1) {
         throw malformed("this is no dump: \"format\" is \"aaactl-dump\" and \"version\" is 1");
     }
