@@ -119,6 +119,10 @@ Method parse_method(const std::string &word) {
     if (*number == AAA_METHOD_SERVER_GROUP) {
         throw Failure(ExitCode::usage, "\"" + escaped(word) + "\": which server group? Write group:NAME");
     }
+    // 0 would hide what stands behind it.
+    if (*number == AAA_METHOD_NOTSET || *number > AAA_METHOD_SYSLOG) {
+        throw Failure(ExitCode::usage, "\"" + escaped(word) + "\": methods have the numbers 1 to " + std::to_string(AAA_METHOD_SYSLOG));
+    }
     return {*number, "", std::nullopt};
 }
 
