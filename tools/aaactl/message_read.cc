@@ -52,7 +52,10 @@ bool looks_like_list(std::string_view bytes) {
     const auto zero = [&](size_t at, size_t size) {
         return bytes.substr(at, size).find_first_not_of('\0') == std::string_view::npos;
     };
-    return bytes.size() >= kListHeader && !zero(0, 4) && zero(0, 1) && zero(8, 16) && zero(55, 1);
+    if (bytes.size() < kListHeader) {
+        return false;
+    }
+    return network_word(bytes, 0) == bytes.size() || (!zero(0, 4) && zero(0, 1) && zero(8, 16) && zero(55, 1));
 }
 
 // A key of 0 is a request's, and types with data have the same size both ways.
@@ -66,6 +69,15 @@ bool better(const Message &candidate, const Message &best) {
         return !candidate.fault;
     }
     return candidate.fault && candidate.fault->offset > best.fault->offset;
+}
+
+// Nothing fits, so what was taken for a block or a text may be anything.
+void hide_bytes(Message &message) {
+    for (Part &part : message.parts) {
+        if (auto *bytes = std::get_if<Bytes>(&part.content)) {
+            bytes->leftover = true;
+        }
+    }
 }
 
 Message read_group(std::string_view bytes, std::string_view group) {
@@ -89,6 +101,9 @@ Message read_group(std::string_view bytes, std::string_view group) {
         if (!best || better(message, *best)) {
             best = std::move(message);
         }
+    }
+    if (best->fault) {
+        hide_bytes(*best);
     }
     return std::move(*best);
 }
