@@ -106,6 +106,15 @@ TEST(Decode, TellsMeaningsAndFormsOfValues) {
     EXPECT_EQ(list["pairs"][4]["meaning"], "local, server group 1001");
 }
 
+TEST(Decode, NamesTheMethodListOfARequest) {
+    const std::string bytes = packed("00000011 00000000 00000008 00000000" + hex(std::string("default\0", 8)) +
+                                         "00000011 00000000 00000004 00000000 61626300" + kUser,
+                                     3);
+    const auto pairs = aaactl({"decode", "--json"}, bytes).json()["parts"][0]["pairs"];
+    EXPECT_EQ(pairs[0]["meaning"], "list default");
+    EXPECT_EQ(pairs[1]["meaning"], "list abc");
+}
+
 TEST(Decode, MasksSecretsAndTheirPads) {
     const std::string bytes = packed(std::string(kPassword) + kUser, 2);
     for (const std::vector<std::string> &form :

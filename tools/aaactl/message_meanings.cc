@@ -2,6 +2,7 @@
 
 #include "message_meanings.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -74,7 +75,16 @@ std::string method_meaning(uint32_t method) {
                                             : known(aaa_util_print_method(method));
 }
 
+// Requests carry the name of a list where clients keep its methods. No method has a number of such bytes.
+bool is_list_name(const std::string &value) {
+    const auto printable = [](char c) { return c > ' ' && c <= '~'; };
+    return value.size() > 1 && value.back() == '\0' && std::all_of(value.begin(), value.end() - 1, printable);
+}
+
 std::string methods_meaning(const std::string &value) {
+    if (is_list_name(value)) {
+        return "list " + value.substr(0, value.size() - 1);
+    }
     std::string text;
     for (size_t at = 0; at + 4 <= value.size(); at += 4) {
         uint32_t method = 0;
