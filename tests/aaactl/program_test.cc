@@ -9,11 +9,13 @@
 
 #include "output.hpp"
 #include "program_run.hpp"
+#include "program_started.hpp"
 #include "temp_dir.hpp"
 
 namespace {
 
 using aaactl_test::aaactl;
+using aaactl_test::Started;
 
 TEST(AaactlProgram, WithoutACommandItSaysWhatIsMissing) {
     const auto run = aaactl({});
@@ -111,6 +113,40 @@ TEST(AaactlProgram, CompletesInZshAndFish) {
                             "list' -l type -x -a 'string integer binary address'"),
               std::string::npos)
         << fish.out;
+}
+
+TEST(AaactlProgram, CompletionsAreADocumentToo) {
+    const auto document = aaactl({"completion", "zsh", "--json"}).json();
+    for (const auto &command : document["commands"]) {
+        if (command["command"] == "aaactl decode") {
+            EXPECT_EQ(command["values"]["--input"].dump(), R"(["auto","binary","hex"])");
+            return;
+        }
+    }
+    FAIL() << document.dump(2);
+}
+
+TEST(AaactlProgram, HasColoursOnATerminalOnly) {
+    constexpr char kColoured[] = "\033[1m";
+    unsetenv("NO_COLOR");
+    const ScopedEnv terminal("TERM", "xterm");
+    const auto shown = [&](std::vector<std::string> args) {
+        args.insert(args.begin(), {"attr", "search", "username"});
+        Started run(args, Started::On::terminal);
+        EXPECT_EQ(run.wait(), 0);
+        return run.shown();
+    };
+    EXPECT_NE(shown({}).find(kColoured), std::string::npos) << shown({});
+    EXPECT_EQ(shown({"--color=never"}).find('\033'), std::string::npos);
+    EXPECT_EQ(shown({"--json"}).find('\033'), std::string::npos);
+    EXPECT_EQ(aaactl({"attr", "search", "username"}).out.find('\033'), std::string::npos);
+    EXPECT_NE(aaactl({"attr", "search", "username", "--color=always"}).out.find(kColoured), std::string::npos);
+    {
+        const ScopedEnv off("NO_COLOR", "1");
+        EXPECT_EQ(shown({}).find('\033'), std::string::npos);
+    }
+    const ScopedEnv dumb("TERM", "dumb");
+    EXPECT_EQ(shown({}).find('\033'), std::string::npos);
 }
 
 TEST(AaactlOutput, EscapesWhatActsOnATerminal) {

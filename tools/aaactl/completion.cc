@@ -6,6 +6,7 @@
 
 #include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "aaa/dictionary.h"
 #include "aaa/result_codes.h"
@@ -217,6 +218,20 @@ void print_fish(Output &out, const std::vector<Node> &nodes) {
     }
 }
 
+// For shells that are not known here.
+Json commands_json(const std::vector<Node> &nodes) {
+    Json commands = Json::array();
+    for (const Node &node : nodes) {
+        Json values = Json::object();
+        for (const auto &[option, words] : node.valued) {
+            values[option] = words;
+        }
+        commands.push_back({{"command", node.path}, {"commands", node.commands}, {"options", node.options},
+                            {"arguments", node.arguments}, {"values", std::move(values)}});
+    }
+    return {{"commands", std::move(commands)}};
+}
+
 } // namespace
 
 void add_completion(Program &program) {
@@ -225,11 +240,13 @@ void add_completion(Program &program) {
                                     [&program, shell](Output &out) {
                                         std::vector<Node> nodes;
                                         collect(&program.app, "aaactl", nodes);
-                                        (*shell == "bash" ? print_bash : *shell == "zsh" ? print_zsh : print_fish)(out, nodes);
+                                        const auto print = *shell == "bash" ? print_bash : *shell == "zsh" ? print_zsh : print_fish;
+                                        out.result(out.json() ? commands_json(nodes) : Json(), [&] { print(out, nodes); });
                                         return ExitCode::ok;
                                     });
     sub->add_option("SHELL", *shell, "bash, zsh or fish")->required()->check(CLI::IsMember({"bash", "zsh", "fish"}));
-    sub->footer("  source <(aaactl completion bash)\n"
+    sub->footer("JSON, the same for every shell: {commands: [{command, commands, options, arguments, values: {option: [word]}}]}\n"
+                "  source <(aaactl completion bash)\n"
                 "  aaactl completion fish > ~/.config/fish/completions/aaactl.fish");
 }
 
