@@ -34,7 +34,7 @@ if(AAA_BUILD_FUZZERS)
 endif()
 
 # What is shipped is hardened; so are the release preset's measurements and tests.
-# Not among the flags, because programs put their own platform functions in
+# Not among the flags of libraries, because programs put their own platform functions in
 # front of the host's: no forced binding at load time (a platform may leave out
 # a function that nobody calls) and no -Bsymbolic. Not nodlopen either: the
 # library is loaded by modules.

@@ -140,7 +140,7 @@ complete -o filenames -F _aaactl aaactl
 )";
 
 void print_bash(Output &out, const std::vector<Node> &nodes) {
-    out.line("# bash completion of aaactl: source it, or put it into the completions directory");
+    out.line("# bash completion of aaactl: source it, or put it into the completions directory as aaactl");
     out.line("declare -gA _aaactl_words=(");
     for (const Node &node : nodes) {
         out.line("    [\"" + node.path + "\"]=\"" + joined(all_words(node)) + "\"");
@@ -166,7 +166,12 @@ constexpr char kZsh[] = R"(_aaactl() {
         compadd -- ${=_aaactl_words[$path_so_far]} || _files
     fi
 }
-compdef _aaactl aaactl)";
+# Sourced, this announces the function; found by its name, it is the function's first call.
+if [[ ${funcstack[1]} == _aaactl ]]; then
+    _aaactl "$@"
+else
+    compdef _aaactl aaactl
+fi)";
 
 void print_zsh(Output &out, const std::vector<Node> &nodes) {
     out.line("#compdef aaactl");
