@@ -67,6 +67,17 @@ TEST_F(Groups, ListShowsConfiguredAndPublished) {
     EXPECT_EQ(aaactl({"sg", "list", "corp", "--protocol", "tacacs"}).status, 4);
 }
 
+// lint says what is wrong with it; the other groups are to be seen all the same.
+TEST_F(Groups, ANumberThatIsNoneHidesNoOtherGroup) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    put("/oper/aaa/gl/group-server/sg_name_map/radius/bad", "string", "x");
+    EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME  NUMBER  SERVERS\n"
+                                          "radius    bad   -       (published, not configured)\n"
+                                          "radius    corp  1001    192.0.2.20,1812,1813\n");
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:bad", "group:corp", "--force"}).status, 0);
+    EXPECT_NE(aaactl({"mlist", "show"}).out.find("group:corp (radius, 1001)"), std::string::npos);
+}
+
 TEST_F(Groups, RefusesForTheLibrarysReasons) {
     expect_refused({"sg", "add", "tacacs", "local"}, "Bad server group name");
     ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
@@ -84,11 +95,11 @@ TEST_F(Groups, RefusesNamesAndServersThatAreNone) {
     for (const char *name : {"", "a/b", "a\tb", "gr\xc3\xbc", "fifty characters fifty characters fifty characters!"}) {
         EXPECT_EQ(aaactl({"sg", "add", "radius", name}).status, 2) << name;
     }
-    for (const char *server : {"", ",1", "h,", "h,0", "h,65536", "h,x", "h,1,2,3", "h,-1", "h/x"}) {
+    for (const char *server : {"", ",1", "::1,", "::1,0", "::1,65536", "::1,x", "::1,1,2,3", "::1,-1", "::1/64", "h", "192.0.2", "192.0.2.1 "}) {
         EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", server}).status, 2) << server;
     }
-    EXPECT_EQ(aaactl({"sg", "add", "tacacs", "corp", "h,1,2"}).status, 2);
-    EXPECT_EQ(aaactl({"sg", "add", "tacacs", "corp", "h", "h,1"}).status, 2) << "twice";
+    EXPECT_EQ(aaactl({"sg", "add", "tacacs", "corp", "::1,1,2"}).status, 2);
+    EXPECT_EQ(aaactl({"sg", "add", "tacacs", "corp", "::1", "::1,1"}).status, 2) << "twice";
     EXPECT_EQ(aaactl({"sg", "add", "ldap", "corp"}).status, 2);
     EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME  NUMBER  SERVERS\n");
 }

@@ -116,10 +116,11 @@ std::optional<Group> read_group(Database &database, uint32_t protocol, const std
     Group group{protocol, name, false, std::nullopt, {}};
     const std::string directory = group_directory(protocol, name);
     group.configured = database.list(directory).has_value() || database.find(without_slash(directory)).has_value();
-    if (const auto item = database.find(name_item(protocol, name))) {
+    const auto item = database.find(name_item(protocol, name));
+    if (item && item->type == SYSDB_TYPE_U32) { // clients cannot read another type either
         group.number = number_of(*item);
     }
-    if (!group.configured && !group.number) {
+    if (!group.configured && !item) {
         return std::nullopt;
     }
     for (const std::string_view part : kServerDirectories) {

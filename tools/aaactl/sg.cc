@@ -5,6 +5,8 @@
 // reason: verify first, then the maps of names and numbers, then the servers'
 // own list of indexes.
 
+#include <arpa/inet.h>
+
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -126,12 +128,21 @@ uint32_t parse_port(const std::string &text, const std::string &server) {
     return static_cast<uint32_t>(port);
 }
 
+// Clients look no names up.
+void check_host(const std::string &host) {
+    unsigned char address[16];
+    if (inet_pton(AF_INET, host.c_str(), address) != 1 && inet_pton(AF_INET6, host.c_str(), address) != 1) {
+        throw Failure(ExitCode::usage, "\"" + escaped(host) + "\" is no IPv4 or IPv6 address");
+    }
+}
+
 // HOST, HOST,PORT or, of RADIUS, HOST,AUTHENTICATION_PORT,ACCOUNTING_PORT.
 Server parse_server(const std::string &text, uint32_t protocol) {
     const uint32_t usual = protocol == 1 ? 1812 : protocol == 2 ? 49 : 3868;
     const size_t comma = std::min(text.find(','), text.size());
     Server server{text.substr(0, comma), usual, protocol == 1 ? 1813u : 0u, protocol != 1 && comma != text.size()};
     check_group_name(server.host);
+    check_host(server.host);
     if (comma == text.size()) {
         return server;
     }
@@ -253,7 +264,7 @@ void add_add(Program &program, CLI::App *sg) {
     auto options = std::make_shared<GroupOptions>();
     CLI::App *sub = program.command(sg, "add", "Create a server group, or add servers to it", [options](Output &out) { return add(out, *options); });
     add_protocol(sub, *options);
-    sub->add_option("SERVER", options->servers, "HOST, HOST,PORT or, of RADIUS, HOST,AUTHENTICATION_PORT,ACCOUNTING_PORT");
+    sub->add_option("SERVER", options->servers, "ADDRESS, ADDRESS,PORT or, of RADIUS, ADDRESS,AUTHENTICATION_PORT,ACCOUNTING_PORT");
     sub->add_flag("--private", options->is_private, "The servers are the group's own");
     sub->footer("Names and servers are refused for the reasons of the configuration process (exit status 1).\n"
                 "JSON: as of one group of \"sg list\"\nExample: aaactl sg add radius corp 192.0.2.20 192.0.2.21,1645,1646");
