@@ -5,7 +5,9 @@
 
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <set>
+#include <sstream>
 
 #include "output.hpp"
 #include "program_run.hpp"
@@ -124,6 +126,32 @@ TEST(AaactlProgram, CompletionsAreADocumentToo) {
         }
     }
     FAIL() << document.dump(2);
+}
+
+std::vector<std::string> words_of(const std::string &text) {
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+TEST(AaactlProgram, EveryCommandSaysWhatItsDocumentIsAndHasAnExample) {
+    const auto document = aaactl({"completion", "bash", "--json"}).json();
+    size_t commands = 0;
+    for (const auto &command : document["commands"]) {
+        if (!command["commands"].empty()) {
+            continue;
+        }
+        ++commands;
+        const auto name = command["command"].get<std::string>();
+        auto args = words_of(name);
+        args.erase(args.begin());
+        args.emplace_back("--help");
+        const auto help = aaactl(args);
+        EXPECT_EQ(help.status, 0) << name;
+        EXPECT_NE(help.out.find("JSON"), std::string::npos) << name;
+        const size_t usage = help.out.find("aaactl ");
+        EXPECT_NE(help.out.find("aaactl ", usage + 1), std::string::npos) << name << " lacks an example";
+    }
+    EXPECT_GT(commands, 25u);
 }
 
 TEST(AaactlProgram, HasColoursOnATerminalOnly) {

@@ -178,7 +178,7 @@ void add_del(Program &program, CLI::App *mlist) {
     auto options = std::make_shared<ListOptions>();
     CLI::App *sub = program.command(mlist, "del", "Delete a method list", [options](Output &out) { return del(out, *options); });
     add_place(sub, *options, true);
-    sub->footer("Example: aaactl mlist del authentication login console");
+    sub->footer("JSON: {function, service, name, deleted}\nExample: aaactl mlist del authentication login console");
 }
 
 } // namespace

@@ -91,7 +91,8 @@ void add_set(Program &program, CLI::App *sysdb) {
                     "without it the item keeps its type")
         ->type_name("TYPE");
     sub->add_flag("--allow-secret-argument", options->allow_secret, "Take the value of a key or password from the command line");
-    sub->footer("Examples: aaactl sysdb set /cfg/site/name --type string 'Building 4'\n"
+    sub->footer("JSON: as of \"sysdb get\"\n"
+                "Examples: aaactl sysdb set /cfg/site/name --type string 'Building 4'\n"
                 "          aaactl sysdb set /cfg/gl/aaa/authentication/login/default --type tuple '10,4,0,0,\"corp\",\"\",\"\",\"\"'\n"
                 "          aaactl key seal | aaactl sysdb set /cfg/site/key --type string");
 }
@@ -124,7 +125,7 @@ void add_del(Program &program, CLI::App *sysdb) {
                                     [path, recursive](Output &out) { return del(out, *path, *recursive); });
     sub->add_option("PATH", *path, "The item or the directory")->required();
     sub->add_flag("-r,--recursive", *recursive, "PATH is a directory: delete it with all that is below, at once");
-    sub->footer("Example: aaactl sysdb del --recursive /oper/aaa/gl/group-server/");
+    sub->footer("JSON: {path, deleted}\nExample: aaactl sysdb del --recursive /oper/aaa/gl/group-server/");
 }
 
 // ---- ls and tree
