@@ -110,6 +110,7 @@ constexpr std::array kFunctions = std::to_array<std::string_view>({
     "sysdb_item_get",
     "sysdb_item_set",
     "sysdb_item_delete",
+    "sysdb_apply",
     "sysdb_list",
     "sysdb_list_start",
     "sysdb_list_next",

@@ -18,6 +18,7 @@
 #include "platform/event_manager.h"
 #include "platform/logging.h"
 #include "platform/sysdb.h"
+#include "platform/sysdb_changes.h"
 #include "support/fake_platform.hpp"
 
 namespace {
@@ -151,6 +152,64 @@ TEST_F(Testkit, TellsTheStateAtTheStartOnRequest) {
     EXPECT_EQ(sysdb_notification_unregister(conn_, handle), 0u);
     EXPECT_EQ(sysdb_dispatch(conn_), 0u);
     EXPECT_EQ(told.size(), 1u);
+}
+
+// ---- changes as one ----
+
+sysdb_change_t change(uint32_t operation, const char *path, const uint32_t *number = nullptr) {
+    return {operation, number == nullptr ? SYSDB_TYPE_ANY : SYSDB_TYPE_U32, path, number,
+            number == nullptr ? 0 : uint32_t{sizeof *number}};
+}
+
+TEST_F(Testkit, MakesSeveralChangesAsOne) {
+    const uint32_t one = 1;
+    const uint32_t two = 2;
+    told.clear();
+    for (const char *path : {"/cfg/limits/d/kept", "/cfg/limits/d/other", "/cfg/limits/gone"}) {
+        testkit_sysdb_put_u32(path, 1);
+    }
+    testkit_sysdb_make_directory("/cfg/limits/d/empty");
+    watch(conn_, "", "");
+    const sysdb_change_t changes[] = {
+        change(SYSDB_CHANGE_EXPECT, "gone", &one), change(SYSDB_CHANGE_DELETE, "gone"),
+        change(SYSDB_CHANGE_EXPECT, "gone"),       change(SYSDB_CHANGE_PRUNE, "d/"),
+        change(SYSDB_CHANGE_SET, "d/kept", &one),  change(SYSDB_CHANGE_SET, "new", &two),
+    };
+    uint32_t failed = 99;
+    EXPECT_EQ(sysdb_apply(conn_, changes, 6, &failed), 0u);
+    EXPECT_EQ(failed, 99u);
+    EXPECT_STREQ(testkit_sysdb_path(0), "/cfg/limits/d/kept");
+    EXPECT_STREQ(testkit_sysdb_path(1), "/cfg/limits/new");
+    EXPECT_EQ(testkit_sysdb_path(2), nullptr);
+    EXPECT_EQ(sysdb_item_delete(conn_, "d/empty", SYSDB_DELETE_TREE), SYSDB_ERR_NOT_FOUND);
+    EXPECT_EQ(sysdb_dispatch(conn_), 0u);  // of the differences alone
+    EXPECT_EQ(told, (std::vector<std::string>{"d/other=gone", "gone=gone", "new=2"}));
+    EXPECT_STREQ(testkit_call("sysdb_apply", 0), "sysdb_apply(/cfg/limits/, ptr, 6)");
+}
+
+TEST_F(Testkit, MakesNoChangeWhenOneIsRefused) {
+    const uint32_t one = 1;
+    const uint32_t two = 2;
+    const auto refused = [&](const sysdb_change_t &last) {
+        const sysdb_change_t changes[] = {change(SYSDB_CHANGE_SET, "x", &one), last};
+        uint32_t failed = 99;
+        const uint32_t rc = sysdb_apply(conn_, changes, 2, &failed);
+        EXPECT_EQ(failed, 1u);
+        EXPECT_EQ(testkit_sysdb_path(0), nullptr);
+        return rc;
+    };
+    EXPECT_EQ(refused(change(SYSDB_CHANGE_DELETE, "none")), SYSDB_ERR_NOT_FOUND);
+    EXPECT_EQ(refused(change(SYSDB_CHANGE_EXPECT, "x", &two)), SYSDB_ERR_CONFLICT);
+    EXPECT_EQ(refused(change(SYSDB_CHANGE_EXPECT, "x")), SYSDB_ERR_CONFLICT);
+    EXPECT_EQ(refused(change(SYSDB_CHANGE_SET, nullptr, &one)), SYSDB_ERR_INVALID_ARG);
+    EXPECT_EQ(refused(change(77, "x")), SYSDB_ERR_INVALID_ARG);
+    uint32_t failed = 99;
+    EXPECT_EQ(sysdb_apply(conn_, nullptr, 3, &failed), SYSDB_ERR_INVALID_ARG);
+    EXPECT_EQ(failed, 3u);
+    EXPECT_EQ(sysdb_apply(conn_, nullptr, 0, nullptr), 0u);
+    testkit_fail_call("sysdb_apply", 1, SYSDB_ERR_NOT_SUPPORTED, -1);
+    EXPECT_EQ(sysdb_apply(conn_, nullptr, 0, &failed), SYSDB_ERR_NOT_SUPPORTED);
+    EXPECT_EQ(failed, 0u);
 }
 
 // ---- records and scripts ----
