@@ -107,9 +107,10 @@ TEST(Decode, TellsMeaningsAndFormsOfValues) {
 }
 
 TEST(Decode, NamesTheMethodListOfARequest) {
-    const std::string bytes = packed("00000011 00000000 00000008 00000000" + hex(std::string("default\0", 8)) +
-                                         "00000011 00000000 00000004 00000000 61626300" + kUser,
-                                     3);
+    const std::string bytes =
+        packed("00000011 00000000 00000008 00000000" + hex(std::string("default\0", 8)) +
+                   "00000011 00000000 00000004 00000000 61626300" + kUser,
+               3);
     const auto pairs = aaactl({"decode", "--json"}, bytes).json()["parts"][0]["pairs"];
     EXPECT_EQ(pairs[0]["meaning"], "list default");
     EXPECT_EQ(pairs[1]["meaning"], "list abc");
@@ -146,12 +147,12 @@ TEST(Decode, MasksWhatDeletedPairsHeldAndWhatLiesBehindAMessage) {
 // Taken for another kind, its secrets would be bytes like any others.
 TEST(Decode, MasksSecretsOfMalformedMessagesWhoseKindIsFoundOut) {
     std::string list = packed(std::string(kUser) + kPassword, 2);
-    list[8] = 1;     // where senders had addresses
+    list[8] = 1;        // where senders had addresses
     list[66] = '\xff';  // the first value is too long
     std::string garbage = from_hex("01020304") + std::string(120, 'x') + "sesame" + std::string(100, '\0');
     std::fill_n(garbage.begin() + 20, 4, '\0');
-    const std::string connect = std::string(20, '\1') + std::string(4, '\0') + std::string(40, '\1') + std::string(4, '\xff') +
-                                std::string(60, 'x') + "sesame";
+    const std::string connect = std::string(20, '\1') + std::string(4, '\0') + std::string(40, '\1') +
+                                std::string(4, '\xff') + std::string(60, 'x') + "sesame";
     for (const std::string &bytes : {list, garbage, connect}) {
         for (const char *form : {"--color=never", "--json", "--text"}) {
             const auto run = aaactl({"decode", form}, bytes);

@@ -183,7 +183,8 @@ void add_export(Program &program, CLI::App *parent) {
         ->type_name("FORMAT");
     sub->footer(
         "CSV has a line for every type, also for those without an attribute; its formats are\n"
-        "0 string, 1 integer, 2 binary, 3 address.\nJSON, also with --format json: {attributes: [{type, name, format, secret}]}.\n\n  aaactl attr export --format csv > attributes.csv");
+        "0 string, 1 integer, 2 binary, 3 address.\nJSON, also with --format json: {attributes: [{type, "
+        "name, format, secret}]}.\n\n  aaactl attr export --format csv > attributes.csv");
 }
 
 }  // namespace

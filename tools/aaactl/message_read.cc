@@ -55,7 +55,8 @@ bool looks_like_list(std::string_view bytes) {
     if (bytes.size() < kListHeader) {
         return false;
     }
-    return network_word(bytes, 0) == bytes.size() || (!zero(0, 4) && zero(0, 1) && zero(8, 16) && zero(55, 1));
+    return network_word(bytes, 0) == bytes.size() ||
+           (!zero(0, 4) && zero(0, 1) && zero(8, 16) && zero(55, 1));
 }
 
 // A key of 0 is a request's, and types with data have the same size both ways.
