@@ -95,6 +95,10 @@ cerrno _sysdb_bind(sysdb_conn_t *conn, const char *path, uint32_t flags) {
         problem("_sysdb_bind at a path that is not absolute and ended by a slash");
         return kBadHandle;
     }
+    // The library is supposed to look for the provider's file first.
+    if (!db().present && !fake::detail::strict()) {
+        return SYSDB_ERR_LIB_ABSENT;
+    }
     const uint64_t handle = new_handle();
     db().connections.emplace(handle, Connection{path, flags});
     *conn = handle;

@@ -58,6 +58,16 @@ TEST_F(Testkit, HoldsTheDatabasesContents) {
     EXPECT_EQ(testkit_sysdb_get_string("/cfg/limits/banner"), nullptr);
 }
 
+TEST_F(Testkit, HasNoDatabaseWithoutAProvider) {
+    sysdb_conn_t conn = 0;
+    testkit_sysdb_present(0);
+    EXPECT_EQ(_sysdb_bind(&conn, "/cfg/", SYSDB_BIND_PRIVATE), SYSDB_ERR_LIB_ABSENT);
+    EXPECT_EQ(testkit_sysdb_open_connections("/cfg/"), 0u);
+    testkit_sysdb_present(1);
+    EXPECT_EQ(_sysdb_bind(&conn, "/cfg/", SYSDB_BIND_PRIVATE), 0u);
+    EXPECT_EQ(_sysdb_unbind(conn), 0u);
+}
+
 TEST_F(Testkit, ServesTheOutputsThatAreAskedFor) {
     testkit_sysdb_put_u32("/cfg/limits/a/sessions", 3);
     testkit_sysdb_put_u32("/cfg/limits/a/users", 4);

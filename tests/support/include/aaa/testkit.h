@@ -206,7 +206,7 @@ void testkit_run_clock(void);
 /* Contents by full path ("/cfg/limits/sessions"), as another process would change
  * them: whoever watches a path is told at its next sysdb_dispatch(). */
 
-/** Whether there is a database provider; 1 initially. */
+/** Whether there is a database provider; 1 initially. Without one _sysdb_bind() is SYSDB_ERR_LIB_ABSENT. */
 void testkit_sysdb_present(int on);
 
 /** A number. */
