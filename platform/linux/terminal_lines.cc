@@ -96,7 +96,8 @@ aaa_platform_line_rule_t rule_of(const ConfigLine &line) {
 }
 
 bool applies(const aaa_platform_line_rule_t &rule, uint32_t kind, const char *name) {
-    return rule.defect == nullptr && (rule.kind == kEveryKind || rule.kind == kind) && line_matches(rule.pattern, name);
+    return rule.defect == nullptr && (rule.kind == kEveryKind || rule.kind == kind) &&
+           line_matches(rule.pattern, name);
 }
 
 bool open_rules(ConfigFile &file) {

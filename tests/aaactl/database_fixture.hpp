@@ -13,7 +13,8 @@ namespace aaactl_test {
 
 class DatabaseTest : public ::testing::Test {
   protected:
-    DatabaseTest() : cfg_("AAA_SYSDB_CFG_DIR", dir_.path("cfg")), run_("AAA_SYSDB_RUN_DIR", dir_.path("run")) {}
+    DatabaseTest()
+        : cfg_("AAA_SYSDB_CFG_DIR", dir_.path("cfg")), run_("AAA_SYSDB_RUN_DIR", dir_.path("run")) {}
 
     const TempDir &dir() const { return dir_; }
 
@@ -34,4 +35,4 @@ class DatabaseTest : public ::testing::Test {
     ScopedEnv run_;
 };
 
-} // namespace aaactl_test
+}  // namespace aaactl_test

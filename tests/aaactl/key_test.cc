@@ -23,7 +23,9 @@ class Key : public aaactl_test::DatabaseTest {
         return run.out.substr(0, run.out.size() - 1);
     }
     static std::string opened(const std::string &sealed) {
-        return aaactl({"key", "check", "--show-secrets", "--json"}, sealed).json().value("key", "(not opened)");
+        return aaactl({"key", "check", "--show-secrets", "--json"}, sealed)
+            .json()
+            .value("key", "(not opened)");
     }
 
   private:
@@ -35,14 +37,17 @@ class Key : public aaactl_test::DatabaseTest {
 TEST_F(Key, SealedKeysAreCheckedAndShownOnDemandOnly) {
     const std::string sealed = seal("hunter2\n");
     EXPECT_EQ(sealed.substr(0, 4), "0101");
-    for (const auto &run : {aaactl({"key", "check", sealed}), aaactl({"key", "check", "-"}, sealed + "\n"), aaactl({"key", "check"}, sealed)}) {
+    for (const auto &run : {aaactl({"key", "check", sealed}), aaactl({"key", "check", "-"}, sealed + "\n"),
+                            aaactl({"key", "check"}, sealed)}) {
         EXPECT_EQ(run.status, 0) << run.err;
         EXPECT_EQ(run.out, "valid, generation 01, the newest\n");
     }
     const auto json = aaactl({"key", "check", "--json"}, sealed).json();
-    EXPECT_EQ(json.dump(), R"({"valid":true,"well_formed":true,"generation":1,"generation_known":true,"newest":true})");
+    EXPECT_EQ(json.dump(),
+              R"({"valid":true,"well_formed":true,"generation":1,"generation_known":true,"newest":true})");
     EXPECT_EQ(opened(sealed), "hunter2");
-    EXPECT_EQ(aaactl({"key", "check", "--show-secrets"}, sealed).out, "valid, generation 01, the newest\nhunter2\n");
+    EXPECT_EQ(aaactl({"key", "check", "--show-secrets"}, sealed).out,
+              "valid, generation 01, the newest\nhunter2\n");
     EXPECT_NE(seal("hunter2"), sealed) << "never the same twice";
 }
 
@@ -52,8 +57,12 @@ TEST_F(Key, CheckSaysWhatIsWrong) {
     std::string other = changed;
     other[1] = '7';
     const std::pair<std::string, const char *> bad[] = {
-        {"hunter2!", "no sealed key"}, {"012", "no sealed key"}, {"1a2b", "no sealed key"},
-        {changed, "changed, cut"},     {"01ab", "changed, cut"}, {other, "no master key of generation 07"},
+        {"hunter2!", "no sealed key"},
+        {"012", "no sealed key"},
+        {"1a2b", "no sealed key"},
+        {changed, "changed, cut"},
+        {"01ab", "changed, cut"},
+        {other, "no master key of generation 07"},
         {seal("tab\tinside"), "not printable"},
     };
     for (const auto &[text, why] : bad) {
@@ -100,7 +109,8 @@ TEST_F(Key, TrimSealsAgainOnlyWhatItHasCut) {
     EXPECT_EQ(aaactl({"key", "trim"}, "hunter2 ").status, 3) << "a clear key needs --clear";
     EXPECT_EQ(aaactl({"key", "trim", "--clear"}, "hunter2 ").out, "********\n");
     EXPECT_EQ(aaactl({"key", "trim", "--clear", "--show-secrets"}, "hunter2 ").out, "hunter2\n");
-    EXPECT_EQ(aaactl({"key", "trim", "--clear", "--json"}, "hunter2").json().dump(), R"({"trimmed":false,"masked":true})");
+    EXPECT_EQ(aaactl({"key", "trim", "--clear", "--json"}, "hunter2").json().dump(),
+              R"({"trimmed":false,"masked":true})");
 }
 
 // ---- master keys
@@ -109,7 +119,8 @@ TEST_F(Key, MastersAreMadeRotatedAndListed) {
     const std::string before = dir().read("master.keys");
     EXPECT_EQ(aaactl({"key", "new-master"}).status, 6) << "never overwritten";
     EXPECT_EQ(dir().read("master.keys"), before);
-    EXPECT_EQ(aaactl({"key", "rotate"}).out, dir().path("master.keys") + ": new keys are sealed with generation 02\n");
+    EXPECT_EQ(aaactl({"key", "rotate"}).out,
+              dir().path("master.keys") + ": new keys are sealed with generation 02\n");
     const auto json = aaactl({"key", "masters", "--json"}).json();
     ASSERT_EQ(json["masters"].size(), 2u);
     EXPECT_EQ(json["masters"][0]["generation"], 1);
@@ -147,15 +158,17 @@ TEST_F(Key, RotateSealsStoredKeysAgain) {
     put("/cfg/elsewhere/key", "string", one);
     const auto run = aaactl({"key", "rotate", "--reseal", "/cfg/a", "/cfg/b", "/oper/"});
     EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(run.out, dir().path("master.keys") + ": new keys are sealed with generation 02\n"
-                                                   "/cfg/a/key: sealed again\n/cfg/b: sealed again\n/oper/c: sealed again\n");
+    EXPECT_EQ(run.out, dir().path("master.keys") +
+                           ": new keys are sealed with generation 02\n"
+                           "/cfg/a/key: sealed again\n/cfg/b: sealed again\n/oper/c: sealed again\n");
     EXPECT_EQ(value_of("/cfg/a/key").substr(0, 2), "02");
     EXPECT_EQ(opened(value_of("/cfg/a/key")), "one");
     EXPECT_EQ(opened(value_of("/cfg/b")), "two");
     EXPECT_EQ(opened(value_of("/oper/c")), "three");
     EXPECT_EQ(value_of("/cfg/elsewhere/key"), one);
     EXPECT_EQ(value_of("/cfg/other"), "no key");
-    EXPECT_EQ(aaactl({"key", "reseal", "/cfg/", "/cfg/elsewhere", "--json"}).json().dump(), R"({"resealed":["/cfg/elsewhere/key"]})");
+    EXPECT_EQ(aaactl({"key", "reseal", "/cfg/", "/cfg/elsewhere", "--json"}).json().dump(),
+              R"({"resealed":["/cfg/elsewhere/key"]})");
     EXPECT_EQ(aaactl({"key", "reseal", "/cfg/"}).out, "") << "all are of the newest generation";
 }
 
@@ -189,4 +202,4 @@ TEST_F(Key, RetireRefusesWhatIsNeeded) {
     EXPECT_EQ(aaactl({"key", "check"}, value_of("/cfg/site/key")).status, 1) << "lost, as was said";
 }
 
-} // namespace
+}  // namespace

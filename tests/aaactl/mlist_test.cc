@@ -11,31 +11,42 @@ using Lists = aaactl_test::DatabaseTest;
 
 TEST_F(Lists, AreStoredInTheFormThatIsRead) {
     ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
-    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp", "local"}).status, 0);
-    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "none", "line", "enable", "group:corp"}).status, 0);
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp", "local"}).status,
+              0);
+    ASSERT_EQ(
+        aaactl({"mlist", "set", "accounting", "exec", "default", "none", "line", "enable", "group:corp"})
+            .status,
+        0);
     EXPECT_EQ(value_of("/cfg/gl/aaa/authentication/login/default"), R"((10, 2, 0, 0, "corp", "", "", ""))");
-    EXPECT_EQ(value_of("/cfg/gl/aaa/accounting/exec/default"), R"((0, 0, 0, 1, 12, 13, 10, "", "", "", "corp"))");
+    EXPECT_EQ(value_of("/cfg/gl/aaa/accounting/exec/default"),
+              R"((0, 0, 0, 1, 12, 13, 10, "", "", "", "corp"))");
 }
 
 TEST_F(Lists, AreShownWithGroupsResolved) {
     ASSERT_EQ(aaactl({"sg", "add", "tacacs", "corp", "192.0.2.20"}).status, 0);
     put("/cfg/gl/aaa/group-server/radius/new/server/0x1/192.0.2.9,1,2", "u32", "1");
-    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp", "group:new", "group:gone", "local", "--force"}).status, 0);
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp", "group:new",
+                      "group:gone", "local", "--force"})
+                  .status,
+              0);
     ASSERT_EQ(aaactl({"mlist", "set", "authorization", "commands", "ops", "none"}).status, 0);
     put("/cfg/gl/aaa/accounting/exec/bad", "string", "x");
     put("/cfg/gl/aaa/accounting/exec/short", "tuple", "1,2,3");
     EXPECT_EQ(aaactl({"mlist", "show"}).out,
               "FUNCTION        SERVICE   NAME     METHODS\n"
-              "authentication  login     default  group:corp (tacacs, 3001), group:new (radius, not published), group:gone (no such group), local\n"
+              "authentication  login     default  group:corp (tacacs, 3001), group:new (radius, not "
+              "published), group:gone (no such group), local\n"
               "authorization   commands  ops      none\n"
               "accounting      exec      bad      item of type string\n"
               "accounting      exec      short    tuple of another form\n");
     const auto json = aaactl({"mlist", "show", "authentication", "login", "default", "--json"}).json();
-    EXPECT_EQ(json["lists"][0]["methods"].dump(),
-              R"([{"method":10,"name":"group","group":"corp","protocol":"tacacs","number":3001},)"
-              R"({"method":10,"name":"group","group":"new","protocol":"radius","number":null},)"
-              R"({"method":10,"name":"group","group":"gone","protocol":null,"number":null},{"method":2,"name":"local"}])");
-    EXPECT_EQ(aaactl({"mlist", "show", "authorization"}).out, "FUNCTION       SERVICE   NAME  METHODS\nauthorization  commands  ops   none\n");
+    EXPECT_EQ(
+        json["lists"][0]["methods"].dump(),
+        R"([{"method":10,"name":"group","group":"corp","protocol":"tacacs","number":3001},)"
+        R"({"method":10,"name":"group","group":"new","protocol":"radius","number":null},)"
+        R"({"method":10,"name":"group","group":"gone","protocol":null,"number":null},{"method":2,"name":"local"}])");
+    EXPECT_EQ(aaactl({"mlist", "show", "authorization"}).out,
+              "FUNCTION       SERVICE   NAME  METHODS\nauthorization  commands  ops   none\n");
     EXPECT_EQ(aaactl({"mlist", "show", "authorization", "login"}).status, 4);
     EXPECT_EQ(aaactl({"mlist", "show", "authentication", "login", "other"}).status, 4);
 }
@@ -46,7 +57,8 @@ TEST_F(Lists, NothingConfiguredIsAnEmptyTable) {
 }
 
 TEST_F(Lists, RefuseWhatIsNoMethodOrGroup) {
-    const auto unknown = aaactl({"mlist", "set", "authentication", "login", "default", "group:none", "local"});
+    const auto unknown =
+        aaactl({"mlist", "set", "authentication", "login", "default", "group:none", "local"});
     EXPECT_EQ(unknown.status, 1);
     EXPECT_NE(unknown.err.find("group:none: no such server group"), std::string::npos) << unknown.err;
     const std::vector<std::vector<std::string>> bad{
@@ -82,4 +94,4 @@ TEST_F(Lists, AreDeleted) {
     EXPECT_EQ(aaactl({"mlist", "show", "authentication"}).status, 4);
 }
 
-} // namespace
+}  // namespace

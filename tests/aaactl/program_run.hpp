@@ -20,7 +20,7 @@
 namespace aaactl_test {
 
 struct Run {
-    int status = -1; // exit status, or 128 + the signal's number
+    int status = -1;  // exit status, or 128 + the signal's number
     std::string out;
     std::string err;
 
@@ -72,7 +72,7 @@ inline void exchange(int in, int out, int err, const std::string &input, Run &ru
 }
 
 inline Run aaactl(const std::vector<std::string> &args, const std::string &input = "") {
-    signal(SIGPIPE, SIG_IGN); // a program that does not read its input is no reason to die
+    signal(SIGPIPE, SIG_IGN);  // a program that does not read its input is no reason to die
     int in[2], out[2], err[2];
     EXPECT_EQ(pipe2(in, O_CLOEXEC), 0);
     EXPECT_EQ(pipe2(out, O_CLOEXEC), 0);
@@ -84,7 +84,7 @@ inline Run aaactl(const std::vector<std::string> &args, const std::string &input
     argv.push_back(nullptr);
     const pid_t pid = fork();
     if (pid == 0) {
-        setenv("AAA_SYSDB_PROVIDER", AAACTL_PROVIDER, 0); // a test may have set its own
+        setenv("AAA_SYSDB_PROVIDER", AAACTL_PROVIDER, 0);  // a test may have set its own
         setenv("AAA_LOG", "none", 0);
         dup2(in[0], 0);
         dup2(out[1], 1);
@@ -104,4 +104,4 @@ inline Run aaactl(const std::vector<std::string> &args, const std::string &input
     return run;
 }
 
-} // namespace aaactl_test
+}  // namespace aaactl_test

@@ -54,7 +54,9 @@ class Started {
     // All that it has shown so far.
     const std::string &shown() const { return shown_; }
 
-    void type(const std::string &keys) const { EXPECT_EQ(write(fd_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size())); }
+    void type(const std::string &keys) const {
+        EXPECT_EQ(write(fd_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+    }
 
     // Reads what is there now, after waiting for it at most so long; false at the end and when nothing came.
     bool read_some(int milliseconds) {
@@ -92,4 +94,4 @@ class Started {
     std::string shown_;
 };
 
-} // namespace aaactl_test
+}  // namespace aaactl_test

@@ -44,8 +44,11 @@ TEST(AaactlProgram, RefusesWhatItDoesNotKnow) {
 }
 
 TEST(AaactlProgram, AWrongCommandLineIsADocumentToo) {
-    const std::vector<std::vector<std::string>> bad{
-        {"--json"}, {"sysdb", "get", "--json"}, {"--json", "decode", "--kind", "no"}, {"--json", "no-such"}, {"completion", "--json", "bash", "zsh"}};
+    const std::vector<std::vector<std::string>> bad{{"--json"},
+                                                    {"sysdb", "get", "--json"},
+                                                    {"--json", "decode", "--kind", "no"},
+                                                    {"--json", "no-such"},
+                                                    {"completion", "--json", "bash", "zsh"}};
     for (const auto &args : bad) {
         const auto run = aaactl(args);
         EXPECT_EQ(run.status, 2);
@@ -55,7 +58,8 @@ TEST(AaactlProgram, AWrongCommandLineIsADocumentToo) {
 }
 
 TEST(AaactlProgram, EscapesTheWordsThatItRefuses) {
-    for (const std::vector<std::string> &before : {std::vector<std::string>{}, {"sysdb"}, {"completion"}, {"completion", "bash"}}) {
+    for (const std::vector<std::string> &before :
+         {std::vector<std::string>{}, {"sysdb"}, {"completion"}, {"completion", "bash"}}) {
         auto args = before;
         args.emplace_back("\033[31mred\n");
         const auto run = aaactl(args);
@@ -74,8 +78,9 @@ TEST(AaactlProgram, CompletesInBash) {
 
 // What bash offers for the words, the last of which is under the cursor.
 std::set<std::string> completions(const TempDir &dir, const std::string &words, int cursor) {
-    const std::string command = "bash --norc -c 'cd " + dir.path("") + "; source ./aaactl.bash; COMP_WORDS=(" + words +
-                                "); COMP_CWORD=" + std::to_string(cursor) + "; _aaactl; printf \"%s\\n\" \"${COMPREPLY[@]}\"'";
+    const std::string command =
+        "bash --norc -c 'cd " + dir.path("") + "; source ./aaactl.bash; COMP_WORDS=(" + words +
+        "); COMP_CWORD=" + std::to_string(cursor) + "; _aaactl; printf \"%s\\n\" \"${COMPREPLY[@]}\"'";
     std::set<std::string> offered;
     FILE *stream = popen(command.c_str(), "re");
     char line[256];
@@ -96,8 +101,10 @@ TEST(AaactlProgram, OffersCommandsOptionsAndValues) {
     EXPECT_EQ(completions(dir, "aaactl decode --kind server-", 3),
               (std::set<std::string>{"server-connect", "server-disconnect"}));
     EXPECT_EQ(completions(dir, "aaactl decode --kind = li", 4), std::set<std::string>{"list"});
-    EXPECT_EQ(completions(dir, "aaactl --color = \"\"", 3), (std::set<std::string>{"always", "auto", "never"}));
-    EXPECT_EQ(completions(dir, "aaactl --json attr show AAA_USERNAME_A", 4), std::set<std::string>{"AAA_USERNAME_ATTR"});
+    EXPECT_EQ(completions(dir, "aaactl --color = \"\"", 3),
+              (std::set<std::string>{"always", "auto", "never"}));
+    EXPECT_EQ(completions(dir, "aaactl --json attr show AAA_USERNAME_A", 4),
+              std::set<std::string>{"AAA_USERNAME_ATTR"});
     EXPECT_EQ(completions(dir, "aaactl err AAA_ERR_SG_I", 2), std::set<std::string>{"AAA_ERR_SG_IN_USE"});
     EXPECT_EQ(completions(dir, "aaactl completion z", 2), std::set<std::string>{"zsh"});
     EXPECT_EQ(completions(dir, "aaactl decode mess", 2), std::set<std::string>{"message.bin"});
@@ -108,11 +115,13 @@ TEST(AaactlProgram, OffersCommandsOptionsAndValues) {
 TEST(AaactlProgram, CompletesInZshAndFish) {
     const auto zsh = aaactl({"completion", "zsh"});
     EXPECT_EQ(zsh.status, 0);
-    EXPECT_NE(zsh.out.find("_aaactl_values[aaactl decode --input]=\"auto binary hex\""), std::string::npos) << zsh.out;
+    EXPECT_NE(zsh.out.find("_aaactl_values[aaactl decode --input]=\"auto binary hex\""), std::string::npos)
+        << zsh.out;
     const auto fish = aaactl({"completion", "fish"});
     EXPECT_EQ(fish.status, 0);
-    EXPECT_NE(fish.out.find("complete -c aaactl -n '__fish_seen_subcommand_from attr; and __fish_seen_subcommand_from "
-                            "list' -l type -x -a 'string integer binary address'"),
+    EXPECT_NE(fish.out.find(
+                  "complete -c aaactl -n '__fish_seen_subcommand_from attr; and __fish_seen_subcommand_from "
+                  "list' -l type -x -a 'string integer binary address'"),
               std::string::npos)
         << fish.out;
 }
@@ -168,7 +177,8 @@ TEST(AaactlProgram, HasColoursOnATerminalOnly) {
     EXPECT_EQ(shown({"--color=never"}).find('\033'), std::string::npos);
     EXPECT_EQ(shown({"--json"}).find('\033'), std::string::npos);
     EXPECT_EQ(aaactl({"attr", "search", "username"}).out.find('\033'), std::string::npos);
-    EXPECT_NE(aaactl({"attr", "search", "username", "--color=always"}).out.find(kColoured), std::string::npos);
+    EXPECT_NE(aaactl({"attr", "search", "username", "--color=always"}).out.find(kColoured),
+              std::string::npos);
     {
         const ScopedEnv off("NO_COLOR", "1");
         EXPECT_EQ(shown({}).find('\033'), std::string::npos);
@@ -187,8 +197,9 @@ TEST(AaactlOutput, EscapesWhatActsOnATerminal) {
     EXPECT_EQ(escaped("\xc3\xbc", true), "\\xc3\\xbc");
     EXPECT_EQ(escaped("\xc2\x9b"), "\\xc2\\x9b") << "a C1 control";
     EXPECT_EQ(escaped("\xe2\x80\xae"), "\\xe2\\x80\\xae") << "right-to-left override";
-    EXPECT_EQ(escaped("\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80\xff"), "\\xc0\\xaf\\xed\\xa0\\x80\\xf4\\x90\\x80\\x80\\xff");
+    EXPECT_EQ(escaped("\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80\xff"),
+              "\\xc0\\xaf\\xed\\xa0\\x80\\xf4\\x90\\x80\\x80\\xff");
     EXPECT_EQ(escaped("\xe2\x82"), "\\xe2\\x82") << "cut short";
 }
 
-} // namespace
+}  // namespace

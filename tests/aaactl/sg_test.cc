@@ -23,8 +23,9 @@ class Groups : public aaactl_test::DatabaseTest {
 };
 
 TEST_F(Groups, AddGivesNumbersAndIndexes) {
-    EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21,1645", "192.0.2.21,1700,1800"}).out,
-              "radius corp 1001: 192.0.2.20,1812,1813 192.0.2.21,1645,1646 192.0.2.21,1700,1800\n");
+    EXPECT_EQ(
+        aaactl({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21,1645", "192.0.2.21,1700,1800"}).out,
+        "radius corp 1001: 192.0.2.20,1812,1813 192.0.2.21,1645,1646 192.0.2.21,1700,1800\n");
     EXPECT_EQ(aaactl({"sg", "add", "tacacs", "archive", "192.0.2.30", "::1,4949"}).status, 0);
     EXPECT_EQ(aaactl({"sg", "add", "diameter", "third"}).status, 0);
     EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.22"}).status, 0);
@@ -54,14 +55,16 @@ TEST_F(Groups, ListShowsConfiguredAndPublished) {
     ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "::1,4949"}).status, 0);
     put("/cfg/gl/aaa/group-server/radius/new/server/0x1/192.0.2.9,1,2", "u32", "1");
     put("/oper/aaa/gl/group-server/sg_name_map/radius/old", "u32", "1009");
-    EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME     NUMBER  SERVERS\n"
-                                          "radius    corp     1001    192.0.2.20,1812,1813\n"
-                                          "radius    new      -       192.0.2.9,1,2\n"
-                                          "radius    old      1009    (published, not configured)\n"
-                                          "tacacs    archive  3001    ::1,4949\n");
+    EXPECT_EQ(aaactl({"sg", "list"}).out,
+              "PROTOCOL  NAME     NUMBER  SERVERS\n"
+              "radius    corp     1001    192.0.2.20,1812,1813\n"
+              "radius    new      -       192.0.2.9,1,2\n"
+              "radius    old      1009    (published, not configured)\n"
+              "tacacs    archive  3001    ::1,4949\n");
     const auto json = aaactl({"sg", "list", "--protocol", "tacacs", "--json"}).json();
-    EXPECT_EQ(json.dump(), R"({"groups":[{"protocol":"tacacs","name":"archive","number":3001,"configured":true,)"
-                           R"("servers":[{"index":1,"address":"::1","ports":[4949],"private":false}]}]})");
+    EXPECT_EQ(json.dump(),
+              R"({"groups":[{"protocol":"tacacs","name":"archive","number":3001,"configured":true,)"
+              R"("servers":[{"index":1,"address":"::1","ports":[4949],"private":false}]}]})");
     EXPECT_EQ(aaactl({"sg", "list", "new", "--json"}).json()["groups"][0]["number"], nullptr);
     EXPECT_EQ(aaactl({"sg", "list", "none"}).status, 4);
     EXPECT_EQ(aaactl({"sg", "list", "corp", "--protocol", "tacacs"}).status, 4);
@@ -71,10 +74,14 @@ TEST_F(Groups, ListShowsConfiguredAndPublished) {
 TEST_F(Groups, ANumberThatIsNoneHidesNoOtherGroup) {
     ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
     put("/oper/aaa/gl/group-server/sg_name_map/radius/bad", "string", "x");
-    EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME  NUMBER  SERVERS\n"
-                                          "radius    bad   -       (published, not configured)\n"
-                                          "radius    corp  1001    192.0.2.20,1812,1813\n");
-    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:bad", "group:corp", "--force"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "list"}).out,
+              "PROTOCOL  NAME  NUMBER  SERVERS\n"
+              "radius    bad   -       (published, not configured)\n"
+              "radius    corp  1001    192.0.2.20,1812,1813\n");
+    ASSERT_EQ(
+        aaactl({"mlist", "set", "authentication", "login", "default", "group:bad", "group:corp", "--force"})
+            .status,
+        0);
     EXPECT_NE(aaactl({"mlist", "show"}).out.find("group:corp (radius, 1001)"), std::string::npos);
 }
 
@@ -82,8 +89,10 @@ TEST_F(Groups, RefusesForTheLibrarysReasons) {
     expect_refused({"sg", "add", "tacacs", "local"}, "Bad server group name");
     ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
     expect_refused({"sg", "add", "tacacs", "corp"}, "Server group name already defined for RADIUS");
-    expect_refused({"sg", "add", "radius", "corp", "192.0.2.21", "192.0.2.20"}, "192.0.2.20: refused: Host or server group index is in use already");
-    EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME  NUMBER  SERVERS\nradius    corp  1001    192.0.2.20,1812,1813\n");
+    expect_refused({"sg", "add", "radius", "corp", "192.0.2.21", "192.0.2.20"},
+                   "192.0.2.20: refused: Host or server group index is in use already");
+    EXPECT_EQ(aaactl({"sg", "list"}).out,
+              "PROTOCOL  NAME  NUMBER  SERVERS\nradius    corp  1001    192.0.2.20,1812,1813\n");
     ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp"}).status, 0);
     expect_refused({"sg", "delete", "radius", "corp"}, "server group corp: refused: Server group is ");
     EXPECT_EQ(aaactl({"sg", "list", "corp"}).status, 0) << "nothing was deleted";
@@ -92,10 +101,12 @@ TEST_F(Groups, RefusesForTheLibrarysReasons) {
 }
 
 TEST_F(Groups, RefusesNamesAndServersThatAreNone) {
-    for (const char *name : {"", "a/b", "a\tb", "gr\xc3\xbc", "fifty characters fifty characters fifty characters!"}) {
+    for (const char *name :
+         {"", "a/b", "a\tb", "gr\xc3\xbc", "fifty characters fifty characters fifty characters!"}) {
         EXPECT_EQ(aaactl({"sg", "add", "radius", name}).status, 2) << name;
     }
-    for (const char *server : {"", ",1", "::1,", "::1,0", "::1,65536", "::1,x", "::1,1,2,3", "::1,-1", "::1/64", "h", "192.0.2", "192.0.2.1 "}) {
+    for (const char *server : {"", ",1", "::1,", "::1,0", "::1,65536", "::1,x", "::1,1,2,3", "::1,-1",
+                               "::1/64", "h", "192.0.2", "192.0.2.1 "}) {
         EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", server}).status, 2) << server;
     }
     EXPECT_EQ(aaactl({"sg", "add", "tacacs", "corp", "::1,1,2"}).status, 2);
@@ -112,16 +123,18 @@ TEST_F(Groups, NumbersRunOut) {
 }
 
 TEST_F(Groups, DeletesServersAndGroups) {
-    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21", "192.0.2.22,1,2"}).status, 0);
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21", "192.0.2.22,1,2"}).status,
+              0);
     ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "::1,4949", "::2"}).status, 0);
     EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp", "192.0.2.20", "192.0.2.99"}).status, 4);
     EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp", "192.0.2.20", "192.0.2.22,1,2"}).status, 0);
     EXPECT_EQ(aaactl({"sg", "delete", "tacacs", "archive", "::1"}).status, 0);
     const auto left = aaactl({"sg", "delete", "tacacs", "archive", "::2", "--json"}).json();
     EXPECT_EQ(left["group"]["servers"].size(), 0u);
-    EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME     NUMBER  SERVERS\n"
-                                          "radius    corp     1001    192.0.2.21,1812,1813\n"
-                                          "tacacs    archive  3001\n");
+    EXPECT_EQ(aaactl({"sg", "list"}).out,
+              "PROTOCOL  NAME     NUMBER  SERVERS\n"
+              "radius    corp     1001    192.0.2.21,1812,1813\n"
+              "tacacs    archive  3001\n");
     EXPECT_EQ(aaactl({"sg", "delete", "tacacs", "corp"}).status, 4) << "another protocol";
     EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp"}).status, 0);
     EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp"}).status, 4);
@@ -136,4 +149,4 @@ TEST_F(Groups, DeletionThatEndedHalfWayIsFinishedByTheNext) {
     EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, "aaactl-dump 1 /oper/\n");
 }
 
-} // namespace
+}  // namespace

@@ -29,8 +29,12 @@ void fill() {
 }
 
 // In numeric, then bytewise order; blanks and marks in names between quotation marks.
-const std::string kText = std::string(kHead) + "/cfg/#t tuple (10, -4, \"GRP 1\", \"\")\n"
-                          R"(/cfg/0x9 string "two\n\"words\" \\ )" "\xc3\xbc" R"( \xff")" "\n"
+const std::string kText = std::string(kHead) +
+                          "/cfg/#t tuple (10, -4, \"GRP 1\", \"\")\n"
+                          R"(/cfg/0x9 string "two\n\"words\" \\ )"
+                          "\xc3\xbc"
+                          R"( \xff")"
+                          "\n"
                           "/cfg/0x10 u32 4294967295\n"
                           "\"/cfg/a b/\\\"x\\\"\" u32 1\n"
                           "/cfg/empty string \"\"\n"
@@ -86,16 +90,21 @@ TEST_F(Dump, LoadAddsAndReplaceAlsoDeletes) {
     put("/cfg/old", "u32", "1");
     put("/cfg/both", "u32", "1");
     put("/oper/other", "u32", "1");
-    const std::string text = std::string(kHead) + "\n  # a remark\n/cfg/both u32 2\r\n\t/cfg/new/x  string\t\"y\"  \n";
+    const std::string text =
+        std::string(kHead) + "\n  # a remark\n/cfg/both u32 2\r\n\t/cfg/new/x  string\t\"y\"  \n";
     const auto dry = aaactl({"sysdb", "load", "--dry-run", "--replace", "-"}, text);
-    EXPECT_EQ(dry.out, "- /cfg/both u32 1\n+ /cfg/both u32 2\n+ /cfg/new/x string \"y\"\n- /cfg/old u32 1\n"
-                       "would be created 1, changed 1, deleted 1 of 2 items\n");
+    EXPECT_EQ(dry.out,
+              "- /cfg/both u32 1\n+ /cfg/both u32 2\n+ /cfg/new/x string \"y\"\n- /cfg/old u32 1\n"
+              "would be created 1, changed 1, deleted 1 of 2 items\n");
     EXPECT_EQ(value_of("/cfg/both"), "1") << "nothing was done";
     EXPECT_EQ(aaactl({"sysdb", "load", "-"}, text).out, "created 1, changed 1, deleted 0 of 2 items\n");
-    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, std::string(kHead) + "/cfg/both u32 2\n/cfg/new/x string \"y\"\n/cfg/old u32 1\n");
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out,
+              std::string(kHead) + "/cfg/both u32 2\n/cfg/new/x string \"y\"\n/cfg/old u32 1\n");
     const auto json = aaactl({"sysdb", "load", "--replace", "-", "--json"}, text).json();
-    EXPECT_EQ(json.dump(), R"({"directory":"/cfg/","items":2,"created":0,"changed":0,"deleted":1,"loaded":true})");
-    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, std::string(kHead) + "/cfg/both u32 2\n/cfg/new/x string \"y\"\n");
+    EXPECT_EQ(json.dump(),
+              R"({"directory":"/cfg/","items":2,"created":0,"changed":0,"deleted":1,"loaded":true})");
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out,
+              std::string(kHead) + "/cfg/both u32 2\n/cfg/new/x string \"y\"\n");
     EXPECT_EQ(value_of("/oper/other"), "1");
 }
 
@@ -103,8 +112,10 @@ TEST_F(Dump, ReplaceStaysInItsDirectory) {
     put("/cfg/d/a", "u32", "1");
     put("/cfg/d-", "u32", "1");
     put("/cfg/d", "u32", "1");
-    ASSERT_EQ(aaactl({"sysdb", "load", "--replace", "-"}, "aaactl-dump 1 /cfg/d\n/cfg/d/b u32 2\n").status, 0);
-    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, std::string(kHead) + "/cfg/d u32 1\n/cfg/d- u32 1\n/cfg/d/b u32 2\n");
+    ASSERT_EQ(aaactl({"sysdb", "load", "--replace", "-"}, "aaactl-dump 1 /cfg/d\n/cfg/d/b u32 2\n").status,
+              0);
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out,
+              std::string(kHead) + "/cfg/d u32 1\n/cfg/d- u32 1\n/cfg/d/b u32 2\n");
 }
 
 TEST_F(Dump, SaysWhichLineIsWrong) {
@@ -115,7 +126,8 @@ TEST_F(Dump, SaysWhichLineIsWrong) {
         {"aaactl-dump 1 /\n", "line 1: "},
         {"aaactl-dump 1\n", "line 1: "},
         {kHead + std::string("/cfg/a u32 1\n\n/cfg/b u32 x\n"), "line 4: \"x\" is no number"},
-        {kHead + std::string("/cfg/a u32 1\n/cfg/a u32 1\n"), "line 3: path /cfg/a stands here for the second time"},
+        {kHead + std::string("/cfg/a u32 1\n/cfg/a u32 1\n"),
+         "line 3: path /cfg/a stands here for the second time"},
         {kHead + std::string("/oper/a u32 1\n"), "line 2: path /oper/a does not lie in /cfg/"},
         {kHead + std::string("/cfg/a\n"), "line 2: PATH TYPE VALUE"},
         {kHead + std::string("/cfg/a u33 1\n"), "line 2: \"u33\" is no type"},
@@ -133,10 +145,14 @@ TEST_F(Dump, SaysWhichLineIsWrong) {
         {"{", "malformed JSON at byte 2"},
         {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/"})", "\"items\""},
         {R"({"format":"aaactl-dump","version":2,"directory":"/cfg/","items":[]})", "no dump"},
-        {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"u32","value":1},7]})", "items[1]: "},
-        {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"u32","value":-1}]})", "items[0]: "},
-        {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"u32"}]})", "items[0]: \"value\""},
-        {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"tuple","value":[1.5]}]})", "items[0]: "},
+        {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"u32","value":1},7]})",
+         "items[1]: "},
+        {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"u32","value":-1}]})",
+         "items[0]: "},
+        {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"u32"}]})",
+         "items[0]: \"value\""},
+        {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"tuple","value":[1.5]}]})",
+         "items[0]: "},
     };
     for (const auto &[text, why] : bad) {
         const std::string file = dir().write("dump", text);
@@ -153,7 +169,8 @@ TEST_F(Dump, SaysWhichLineIsWrong) {
 
 // What is wrong with a dump is said without its secrets.
 TEST_F(Dump, RefusalsDoNotShowSecrets) {
-    const std::string json = R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/site/key",)";
+    const std::string json =
+        R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/site/key",)";
     const std::string bad[] = {
         kHead + std::string("/cfg/site/key hunter2\n"),
         kHead + std::string("/cfg/site/key hunter2 string\n"),
@@ -178,19 +195,24 @@ TEST_F(Dump, DiffShowsBothSides) {
     put("/cfg/a", "u32", "1");
     put("/cfg/b", "u32", "1");
     put("/cfg/d/key", "string", "hunter2");
-    const std::string text = std::string(kHead) + "/cfg/b u32 2\n/cfg/c u32 3\n/cfg/d/key string \"hunter3\"\n";
+    const std::string text =
+        std::string(kHead) + "/cfg/b u32 2\n/cfg/c u32 3\n/cfg/d/key string \"hunter3\"\n";
     const auto run = aaactl({"sysdb", "diff", "-"}, text);
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.out, "+ /cfg/a u32 1\n- /cfg/b u32 2\n+ /cfg/b u32 1\n- /cfg/c u32 3\n"
-                       "- /cfg/d/key string ********\n+ /cfg/d/key string ********\n");
+    EXPECT_EQ(run.out,
+              "+ /cfg/a u32 1\n- /cfg/b u32 2\n+ /cfg/b u32 1\n- /cfg/c u32 3\n"
+              "- /cfg/d/key string ********\n+ /cfg/d/key string ********\n");
     const auto json = aaactl({"sysdb", "diff", "-", "--json"}, text).json();
-    EXPECT_EQ(json["differences"][1].dump(),
-              R"({"path":"/cfg/b","change":"changed","dump":{"type":"u32","value":2},"database":{"type":"u32","value":1}})");
+    EXPECT_EQ(
+        json["differences"][1].dump(),
+        R"({"path":"/cfg/b","change":"changed","dump":{"type":"u32","value":2},"database":{"type":"u32","value":1}})");
     EXPECT_EQ(json["differences"][0]["change"], "added");
     EXPECT_EQ(json["differences"][2]["change"], "removed");
     EXPECT_EQ(json.dump().find("hunter"), std::string::npos);
     EXPECT_NE(aaactl({"sysdb", "diff", "-", "--show-secrets"}, text).out.find("hunter3"), std::string::npos);
-    EXPECT_EQ(aaactl({"sysdb", "diff", "-", "/cfg/d"}, std::string(kHead) + "/cfg/d/key string ********\n").status, 0);
+    EXPECT_EQ(
+        aaactl({"sysdb", "diff", "-", "/cfg/d"}, std::string(kHead) + "/cfg/d/key string ********\n").status,
+        0);
     EXPECT_EQ(aaactl({"sysdb", "diff", "-", "/oper/"}, text).status, 2);
 }
 
@@ -241,4 +263,4 @@ TEST_F(Dump, LongLoadsShowProgressOnATerminalOnly) {
     EXPECT_EQ(aaactl({"sysdb", "load", file}).err, "");
 }
 
-} // namespace
+}  // namespace

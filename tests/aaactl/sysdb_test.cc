@@ -20,7 +20,8 @@ TEST_F(Sysdb, KeepsEveryTypeAndPrintsItAgain) {
         {"u32", "0x10", "16", "16"},
         {"string", "two words \"quoted\"", "two words \"quoted\"", R"("two words \"quoted\"")"},
         {"string", "a\\b\x1b[31m\xff", R"(a\\b\x1b[31m\xff)", R"("a\\\\b\\x1b[31m\\xff")"},
-        {"tuple", "10, -4 ,0x7fffffff,\"a,b \\\"c\\\"\",\"\"", R"((10, -4, 2147483647, "a,b \"c\"", ""))", R"([10,-4,2147483647,"a,b \"c\"",""])"},
+        {"tuple", "10, -4 ,0x7fffffff,\"a,b \\\"c\\\"\",\"\"", R"((10, -4, 2147483647, "a,b \"c\"", ""))",
+         R"([10,-4,2147483647,"a,b \"c\"",""])"},
         {"tuple", "()", "()", "[]"},
         {"bytes:99", "00fF10", "00ff10", R"("00ff10")"},
     };
@@ -46,16 +47,27 @@ TEST_F(Sysdb, SetKeepsTheTypeThatIsThere) {
 
 TEST_F(Sysdb, RefusesValuesThatAreNone) {
     const std::pair<const char *, const char *> bad[] = {
-        {"u32", "4294967296"}, {"u32", "-1"},     {"u32", "1x"},      {"u32", "0x"},         {"tuple", "(1"},
-        {"tuple", "1,"},       {"tuple", "\"a"},  {"tuple", "abc"},   {"tuple", "2147483648"}, {"tuple", "\"a\\q\""},
-        {"bytes:99", "abc"},   {"bytes:99", "zz"}, {"tuple", "\"fifty characters fifty characters fifty characters!\""},
+        {"u32", "4294967296"},
+        {"u32", "-1"},
+        {"u32", "1x"},
+        {"u32", "0x"},
+        {"tuple", "(1"},
+        {"tuple", "1,"},
+        {"tuple", "\"a"},
+        {"tuple", "abc"},
+        {"tuple", "2147483648"},
+        {"tuple", "\"a\\q\""},
+        {"bytes:99", "abc"},
+        {"bytes:99", "zz"},
+        {"tuple", "\"fifty characters fifty characters fifty characters!\""},
     };
     for (const auto &[type, value] : bad) {
         const auto run = aaactl({"sysdb", "set", "/cfg/x", "--type", type}, value);
         EXPECT_EQ(run.status, 3) << value << run.err;
         EXPECT_NE(run.err, "");
     }
-    for (const char *type : {"u33", "bytes", "bytes:", "bytes:1", "bytes:0", "bytes:3", "bytes:-4", "bytes:99x"}) {
+    for (const char *type :
+         {"u33", "bytes", "bytes:", "bytes:1", "bytes:0", "bytes:3", "bytes:-4", "bytes:99x"}) {
         EXPECT_EQ(aaactl({"sysdb", "set", "/cfg/x", "00", "--type", type}).status, 2) << type;
     }
     EXPECT_EQ(aaactl({"sysdb", "get", "/cfg/x"}).status, 4) << "nothing was stored";
@@ -74,7 +86,8 @@ TEST_F(Sysdb, SecretsAreMaskedAndStayOffTheCommandLine) {
             const auto masked = aaactl(args);
             EXPECT_EQ(masked.status, 0) << masked.err;
             EXPECT_EQ(masked.out.find("hunter2"), std::string::npos) << masked.out;
-            EXPECT_NE(masked.out.find(json ? "\"masked\": true" : "********"), std::string::npos) << masked.out;
+            EXPECT_NE(masked.out.find(json ? "\"masked\": true" : "********"), std::string::npos)
+                << masked.out;
             args.emplace_back("--show-secrets");
             EXPECT_NE(aaactl(args).out.find("hunter2"), std::string::npos);
         }
@@ -88,7 +101,8 @@ TEST_F(Sysdb, SecretsDoNotShowInMessages) {
         const auto set = aaactl({"sysdb", "set", "/cfg/server/key", "--type", type}, "zunter2");
         EXPECT_EQ(set.status, 3) << type;
         EXPECT_EQ(set.err.find("zu"), std::string::npos) << set.err;
-        const auto load = aaactl({"sysdb", "load", "-"}, std::string("aaactl-dump 1 /cfg/\n/cfg/server/key ") + type + " zunter2\n");
+        const auto load = aaactl({"sysdb", "load", "-"},
+                                 std::string("aaactl-dump 1 /cfg/\n/cfg/server/key ") + type + " zunter2\n");
         EXPECT_EQ(load.status, 3) << type;
         EXPECT_NE(load.err.find("line 2: "), std::string::npos) << load.err;
         EXPECT_EQ(load.err.find("zu"), std::string::npos) << load.err;
@@ -122,12 +136,14 @@ TEST_F(Sysdb, ListsOneLevelInItsOrder) {
     put("/cfg/l/0x9", "string", "nine");
     put("/cfg/l/sub/deep", "u32", "1");
     EXPECT_EQ(aaactl({"sysdb", "ls", "/cfg/l"}).out, "0x9\n0x10\nsub/\n");
-    EXPECT_EQ(aaactl({"sysdb", "ls", "-l", "/cfg/l/"}).out, "string     0x9   \"nine\"\nu32        0x10  16\ndirectory  sub/\n");
+    EXPECT_EQ(aaactl({"sysdb", "ls", "-l", "/cfg/l/"}).out,
+              "string     0x9   \"nine\"\nu32        0x10  16\ndirectory  sub/\n");
     EXPECT_EQ(aaactl({"sysdb", "ls"}).out, "cfg/\noper/\n");
     EXPECT_EQ(aaactl({"sysdb", "ls", "/cfg/l/0x9"}).out, "/cfg/l/0x9\n");
     const auto json = aaactl({"sysdb", "ls", "-l", "/cfg/l", "--json"}).json();
-    EXPECT_EQ(json["entries"].dump(),
-              R"([{"name":"0x9","type":"string","value":"nine"},{"name":"0x10","type":"u32","value":16},{"name":"sub/","type":"directory"}])");
+    EXPECT_EQ(
+        json["entries"].dump(),
+        R"([{"name":"0x9","type":"string","value":"nine"},{"name":"0x10","type":"u32","value":16},{"name":"sub/","type":"directory"}])");
     EXPECT_EQ(aaactl({"sysdb", "ls", "/cfg/none"}).status, 4);
     EXPECT_EQ(aaactl({"sysdb", "ls", "/cfg/none/"}).status, 4);
 }
@@ -136,7 +152,8 @@ TEST_F(Sysdb, DrawsATree) {
     put("/cfg/t/a/x", "u32", "1");
     put("/cfg/t/b", "string", "two");
     ASSERT_EQ(aaactl({"sysdb", "set", "/cfg/t/empty/"}).status, 0);
-    EXPECT_EQ(aaactl({"sysdb", "tree", "/cfg/t"}).out, "/cfg/t/\n├── a/\n│   └── x = 1\n├── b = \"two\"\n└── empty/\n");
+    EXPECT_EQ(aaactl({"sysdb", "tree", "/cfg/t"}).out,
+              "/cfg/t/\n├── a/\n│   └── x = 1\n├── b = \"two\"\n└── empty/\n");
     const auto json = aaactl({"sysdb", "tree", "/cfg/t", "--json"}).json();
     EXPECT_EQ(json["entries"][0]["entries"][0]["value"], 1);
     EXPECT_EQ(json["entries"][2]["entries"].size(), 0u);
@@ -154,7 +171,9 @@ TEST_F(Sysdb, RefusesPathsThatAreNone) {
 }
 
 TEST_F(Sysdb, NamesFromTheDatabaseDoNotActOnTheTerminal) {
-    const std::string name = "/cfg/\xc2\x9b" "31m";
+    const std::string name =
+        "/cfg/\xc2\x9b"
+        "31m";
     put(name, "u32", "1");
     EXPECT_EQ(aaactl({"sysdb", "ls", "/cfg"}).out, "\\xc2\\x9b31m\n");
     EXPECT_EQ(aaactl({"sysdb", "get", name, "--json"}).json()["path"], "/cfg/\\xc2\\x9b31m");
@@ -175,4 +194,4 @@ TEST_F(Sysdb, SaysThatThereIsNoProvider) {
     EXPECT_NE(absent.err.find("AAA_SYSDB_PROVIDER"), std::string::npos) << absent.err;
 }
 
-} // namespace
+}  // namespace

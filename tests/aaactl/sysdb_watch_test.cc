@@ -51,7 +51,8 @@ TEST_F(Watch, CountsAndPrintsJsonLines) {
     const size_t end = watch.shown().find('\n');
     ASSERT_NE(end, std::string::npos);
     const auto first = nlohmann::json::parse(watch.shown().substr(0, end));
-    EXPECT_TRUE(first["event"] == "create" || first["event"] == "set") << first; // the first ones may have come too early
+    EXPECT_TRUE(first["event"] == "create" || first["event"] == "set")
+        << first;  // the first ones may have come too early
     EXPECT_EQ(first["path"], "/cfg/w");
     EXPECT_EQ(first["type"], "u32");
     EXPECT_GT(first["revision"], 0);
@@ -83,7 +84,7 @@ TEST_F(Watch, ShowsOnATerminalThatItWatches) {
     put("/cfg/x", "u32", "1");
     EXPECT_TRUE(watch.wait_shown("create /cfg/x u32 1"));
     EXPECT_TRUE(watch.wait_shown("changes so far: 1"));
-    watch.type("\x03"); // Control-C
+    watch.type("\x03");  // Control-C
     EXPECT_EQ(watch.wait(), 0);
 }
 
@@ -104,4 +105,4 @@ TEST_F(Watch, InterruptedPromptSetsNothing) {
     EXPECT_EQ(value_of("/cfg/server/key"), "");
 }
 
-} // namespace
+}  // namespace

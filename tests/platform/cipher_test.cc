@@ -259,9 +259,10 @@ TEST_F(Keys, GoOnAfterTheLastNumberUntilOneIsTaken) {
     EXPECT_EQ(kExhausted, aaa_platform_master_keys_rotate(path.c_str(), &generation));
     EXPECT_EQ(999u, generation);
     EXPECT_EQ(before, contents());
-    EXPECT_EQ("%AAA-PLATFORM-3-MASTER_KEYS : " + path +
-                  ": generation 01 is there still; seal the server keys of that generation again and retire it",
-              g_log->take_one());
+    EXPECT_EQ(
+        "%AAA-PLATFORM-3-MASTER_KEYS : " + path +
+            ": generation 01 is there still; seal the server keys of that generation again and retire it",
+        g_log->take_one());
     ASSERT_EQ(0u, aaa_platform_master_keys_retire(path.c_str(), 1));
     EXPECT_EQ(1u, rotate()) << "its number is free again";
 }
@@ -295,7 +296,8 @@ TEST_F(Keys, AreGoneWhenTheyAreRetired) {
     EXPECT_EQ(0u, aaa_platform_master_keys_retire(path.c_str(), 2));
     EXPECT_EQ("one", decrypt(first));
     EXPECT_EQ("three", decrypt(third));
-    expect_refused(second, "%AAA-PLATFORM-3-DECRYPT_FAILED : " + path + ": no master key of generation 02, which a sealed key needs; restore it");
+    expect_refused(second, "%AAA-PLATFORM-3-DECRYPT_FAILED : " + path +
+                               ": no master key of generation 02, which a sealed key needs; restore it");
     uint32_t count = 0;
     aaa_platform_master_key_t keys[4] = {};
     ASSERT_EQ(0u, aaa_platform_master_keys_list(nullptr, keys, 4, &count));

@@ -96,8 +96,9 @@ TEST_P(SysdbChanges, AreNotMadeWhenOneIsRefused) {
     const std::string too_long(600, 'x');
     EXPECT_EQ("80819600@1", apply({set("a", 2), set(too_long.c_str(), 2)}));
     const std::vector<char> large(1024 * 1024 + 1);
-    EXPECT_EQ("8081aa00@1",
-              apply({set("a", 2), {SYSDB_CHANGE_SET, 99, "b", large.data(), static_cast<uint32_t>(large.size())}}));
+    EXPECT_EQ(
+        "8081aa00@1",
+        apply({set("a", 2), {SYSDB_CHANGE_SET, 99, "b", large.data(), static_cast<uint32_t>(large.size())}}));
     EXPECT_EQ("8081a600@1", apply({set("a", 2), {SYSDB_CHANGE_SET, SYSDB_TYPE_U32, "b", "abc", 3}}));
     EXPECT_EQ("8081a600@1", apply({set("a", 2), {SYSDB_CHANGE_SET, SYSDB_TYPE_STRING, "b", "abc", 3}}));
     EXPECT_EQ("80819000@1", apply({set("a", 2), {SYSDB_CHANGE_SET, SYSDB_TYPE_ANY, "b", "abc", 3}}));
@@ -123,9 +124,11 @@ TEST_P(SysdbChanges, ExpectationsDecide) {
     EXPECT_EQ("8081ae00@1", apply({set("a", 3), expect("b", 1)})) << "another value";
     EXPECT_EQ("8081ae00@1", apply({set("a", 3), expect("c", 1)})) << "absent";
     EXPECT_EQ("8081ae00@1", apply({set("a", 3), absent("b")})) << "present";
-    EXPECT_EQ("8081ae00@1", apply({set("a", 3), {SYSDB_CHANGE_EXPECT, 99, "b", &kNumbers[2], 4}})) << "another type";
+    EXPECT_EQ("8081ae00@1", apply({set("a", 3), {SYSDB_CHANGE_EXPECT, 99, "b", &kNumbers[2], 4}}))
+        << "another type";
     EXPECT_EQ("a=1 b=2", items());
-    EXPECT_EQ("0", apply({set("a", 3), expect("a", 3), erase("a"), absent("a")})) << "sees what was done before";
+    EXPECT_EQ("0", apply({set("a", 3), expect("a", 3), erase("a"), absent("a")}))
+        << "sees what was done before";
     EXPECT_EQ("b=2", items());
 }
 
@@ -133,7 +136,8 @@ TEST_P(SysdbChanges, PruneKeepsWhatTheCallNames) {
     for (const char *path : {"d/a", "d/b", "d/c", "d/e/f", "d/e/g", "d", "d0", "d-"}) {
         ASSERT_EQ(0u, set_number(conn(), path, 1));
     }
-    EXPECT_EQ("0", apply({prune("d/"), set("d/a", 2), expect("d/b", 1), set("d/e/g", 1), set("d/h", 3), absent("d/x")}));
+    EXPECT_EQ("0", apply({prune("d/"), set("d/a", 2), expect("d/b", 1), set("d/e/g", 1), set("d/h", 3),
+                          absent("d/x")}));
     EXPECT_EQ("a=2 b=1 e/ h=3", items("d/"));
     EXPECT_EQ("g=1", items("d/e/"));
     EXPECT_EQ("d=1 d-=1 d/ d0=1", items()) << "nothing beside the directory";
@@ -193,8 +197,9 @@ struct Watcher {
 TEST_P(SysdbChanges, NotifyOfDifferencesAlone) {
     ASSERT_EQ("0", apply({set("d/a", 1), set("d/b", 1), set("d/c", 1)}));
     Watcher watcher;
-    ASSERT_EQ(0u, _sysdb_register_notification(conn(), "d/", SYSDB_EVENT_SET | SYSDB_EVENT_DELETE, SYSDB_NOTIFY_CHANGES,
-                                               Watcher::called, &watcher, 0, nullptr, 0, &watcher.notification));
+    ASSERT_EQ(0u, _sysdb_register_notification(conn(), "d/", SYSDB_EVENT_SET | SYSDB_EVENT_DELETE,
+                                               SYSDB_NOTIFY_CHANGES, Watcher::called, &watcher, 0, nullptr, 0,
+                                               &watcher.notification));
     EXPECT_EQ("8081ae00@1", apply({set("d/a", 2), absent("d/b")}));
     ASSERT_EQ("0", apply({prune("d/"), set("d/a", 1), set("d/b", 2), set("d/e", 3)}));
     ASSERT_TRUE(wait_readable(channel_of(conn()), 20000));
@@ -203,7 +208,8 @@ TEST_P(SysdbChanges, NotifyOfDifferencesAlone) {
     EXPECT_EQ(0u, sysdb_notification_unregister(conn(), watcher.notification));
 }
 
-// Two writers that each move a number from one item to the other: what one expects the other may have changed.
+// Two writers that each move a number from one item to the other: what one expects the other may have
+// changed.
 TEST_P(SysdbChanges, ExpectationsHoldBetweenThreads) {
     ASSERT_EQ("0", apply({set("count", 0)}));
     constexpr uint32_t kRounds = 200;
@@ -213,8 +219,9 @@ TEST_P(SysdbChanges, ExpectationsHoldBetweenThreads) {
             do {
                 const auto now = static_cast<uint32_t>(get_number(conn(), "count"));
                 const uint32_t next = now + 1;
-                const sysdb_change_t changes[] = {{SYSDB_CHANGE_EXPECT, SYSDB_TYPE_U32, "count", &now, sizeof now},
-                                                  {SYSDB_CHANGE_SET, SYSDB_TYPE_U32, "count", &next, sizeof next}};
+                const sysdb_change_t changes[] = {
+                    {SYSDB_CHANGE_EXPECT, SYSDB_TYPE_U32, "count", &now, sizeof now},
+                    {SYSDB_CHANGE_SET, SYSDB_TYPE_U32, "count", &next, sizeof next}};
                 rc = sysdb_apply(conn(), changes, 2, nullptr);
             } while (rc == SYSDB_ERR_CONFLICT);
             ASSERT_EQ(0u, rc);

@@ -190,7 +190,8 @@ TEST_P(SysdbCrash, KilledApplyLeavesAllOrNothing) {
                 }
                 const std::string odd = "dir/odd" + std::to_string(round % 2);  // comes and goes
                 changes.push_back({SYSDB_CHANGE_SET, SYSDB_TYPE_U32, odd.c_str(), &round, sizeof round});
-                if (sysdb_apply(bound.handle(), changes.data(), static_cast<uint32_t>(changes.size()), nullptr) != 0) {
+                if (sysdb_apply(bound.handle(), changes.data(), static_cast<uint32_t>(changes.size()),
+                                nullptr) != 0) {
                     ++shared->faults;
                     return;
                 }

@@ -333,17 +333,19 @@ TEST_F(MethodForLine, RefusesBadArguments) {
 namespace {
 
 struct Rules {
-    std::string rows;     // "NUMBER:KIND:PATTERN:LIST:DEFECT;" each
-    std::string decision; // list of the first that applies
+    std::string rows;      // "NUMBER:KIND:PATTERN:LIST:DEFECT;" each
+    std::string decision;  // list of the first that applies
     uint32_t kind = 0;
     std::string line;
 
     static int32_t visit(const aaa_platform_line_rule_t *rule, void *context) {
         auto *self = static_cast<Rules *>(context);
         const auto text = [](const char *part) { return std::string(part != nullptr ? part : "-"); };
-        self->rows += std::to_string(rule->number) + ":" + std::to_string(rule->kind) + ":" + text(rule->pattern) + ":" +
-                      text(rule->list_name) + ":" + (rule->defect != nullptr ? "defect" : "") + ";";
-        if (self->decision.empty() && aaa_platform_line_rule_applies(rule, self->kind, self->line.c_str()) != 0) {
+        self->rows += std::to_string(rule->number) + ":" + std::to_string(rule->kind) + ":" +
+                      text(rule->pattern) + ":" + text(rule->list_name) + ":" +
+                      (rule->defect != nullptr ? "defect" : "") + ";";
+        if (self->decision.empty() &&
+            aaa_platform_line_rule_applies(rule, self->kind, self->line.c_str()) != 0) {
             self->decision = rule->list_name;
         }
         return 0;
@@ -355,7 +357,8 @@ struct Rules {
 // Whoever explains the choice of a list must not say otherwise than who chooses.
 TEST_F(MethodForLine, TheRowsDecideAsTheLookupDoes) {
     const std::string text =
-        "console * a\nwrong\npts/* sometimes b\n\npts/* authorization c\n/dev/pts/* authentication d\n* * e\n";
+        "console * a\nwrong\npts/* sometimes b\n\npts/* authorization c\n/dev/pts/* authentication d\n* * "
+        "e\n";
     const ScopedEnv env("AAA_LINES_CONF", dir.write("lines.conf", text, 0644));
     EXPECT_EQ(dir.path("lines.conf"), aaa_platform_line_rules_path());
     for (uint32_t kind = 0; kind < 3; ++kind) {
@@ -365,7 +368,10 @@ TEST_F(MethodForLine, TheRowsDecideAsTheLookupDoes) {
             rules.kind = kind;
             rules.line = prefix + child.line();
             EXPECT_EQ(0u, aaa_platform_line_rules(Rules::visit, &rules));
-            EXPECT_EQ("1:3:console:a:;2:3:wrong:-:defect;3:3:pts/*:b:defect;5:1:pts/*:c:;6:0:/dev/pts/*:d:;7:3:*:e:;", rules.rows);
+            EXPECT_EQ(
+                "1:3:console:a:;2:3:wrong:-:defect;3:3:pts/*:b:defect;5:1:pts/*:c:;6:0:/dev/pts/"
+                "*:d:;7:3:*:e:;",
+                rules.rows);
             EXPECT_EQ(std::string(kind == 0 ? "d" : kind == 1 ? "c" : "e"), rules.decision);
             if (prefix.empty()) {
                 EXPECT_EQ("00000000 " + rules.decision, child.report());

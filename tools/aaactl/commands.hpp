@@ -17,7 +17,8 @@ using Action = std::function<ExitCode(Output &)>;
 
 // The command line's root, and the action that it chose.
 struct Program {
-    CLI::App app{"Shows, checks and changes what the AAA service exchanges and is configured with.", "aaactl"};
+    CLI::App app{"Shows, checks and changes what the AAA service exchanges and is configured with.",
+                 "aaactl"};
     OutputOptions options;
     Action action;
 
@@ -54,4 +55,4 @@ void add_completion(Program &program);
 // Understands and runs one command line; the process's exit status.
 int run(int argc, const char *const *argv);
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -22,8 +22,8 @@ struct Node {
     std::string path;
     Words commands;
     Words options;
-    Words arguments;                         // known values of positional arguments
-    std::map<std::string, Words> valued;     // options with a value, and the values that are known
+    Words arguments;                      // known values of positional arguments
+    std::map<std::string, Words> valued;  // options with a value, and the values that are known
 };
 
 Words attribute_words() {
@@ -60,7 +60,9 @@ Words words_in_braces(const std::string &type) {
 
 Words known_values(const CLI::Option *option) {
     const std::string name = option->get_name(true);
-    return name == "ATTRIBUTE" ? attribute_words() : name == "CODE" ? code_words() : words_in_braces(option->get_type_name());
+    return name == "ATTRIBUTE" ? attribute_words()
+           : name == "CODE"    ? code_words()
+                               : words_in_braces(option->get_type_name());
 }
 
 void append(Words &words, const Words &more) {
@@ -231,28 +233,35 @@ Json commands_json(const std::vector<Node> &nodes) {
         for (const auto &[option, words] : node.valued) {
             values[option] = words;
         }
-        commands.push_back({{"command", node.path}, {"commands", node.commands}, {"options", node.options},
-                            {"arguments", node.arguments}, {"values", std::move(values)}});
+        commands.push_back({{"command", node.path},
+                            {"commands", node.commands},
+                            {"options", node.options},
+                            {"arguments", node.arguments},
+                            {"values", std::move(values)}});
     }
     return {{"commands", std::move(commands)}};
 }
 
-} // namespace
+}  // namespace
 
 void add_completion(Program &program) {
     auto shell = std::make_shared<std::string>();
-    CLI::App *sub = program.command(&program.app, "completion", "Print the shell's completion script",
-                                    [&program, shell](Output &out) {
-                                        std::vector<Node> nodes;
-                                        collect(&program.app, "aaactl", nodes);
-                                        const auto print = *shell == "bash" ? print_bash : *shell == "zsh" ? print_zsh : print_fish;
-                                        out.result(out.json() ? commands_json(nodes) : Json(), [&] { print(out, nodes); });
-                                        return ExitCode::ok;
-                                    });
-    sub->add_option("SHELL", *shell, "bash, zsh or fish")->required()->check(CLI::IsMember({"bash", "zsh", "fish"}));
-    sub->footer("JSON, the same for every shell: {commands: [{command, commands, options, arguments, values: {option: [word]}}]}\n"
-                "  source <(aaactl completion bash)\n"
-                "  aaactl completion fish > ~/.config/fish/completions/aaactl.fish");
+    CLI::App *sub = program.command(
+        &program.app, "completion", "Print the shell's completion script", [&program, shell](Output &out) {
+            std::vector<Node> nodes;
+            collect(&program.app, "aaactl", nodes);
+            const auto print = *shell == "bash" ? print_bash : *shell == "zsh" ? print_zsh : print_fish;
+            out.result(out.json() ? commands_json(nodes) : Json(), [&] { print(out, nodes); });
+            return ExitCode::ok;
+        });
+    sub->add_option("SHELL", *shell, "bash, zsh or fish")
+        ->required()
+        ->check(CLI::IsMember({"bash", "zsh", "fish"}));
+    sub->footer(
+        "JSON, the same for every shell: {commands: [{command, commands, options, arguments, values: "
+        "{option: [word]}}]}\n"
+        "  source <(aaactl completion bash)\n"
+        "  aaactl completion fish > ~/.config/fish/completions/aaactl.fish");
 }
 
-} // namespace aaactl
+}  // namespace aaactl

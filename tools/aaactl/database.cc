@@ -22,32 +22,43 @@ struct FreeList {
 
 ExitCode exit_code(cerrno rc) {
     switch (rc) {
-    case SYSDB_ERR_NOT_FOUND: return ExitCode::not_found;
-    case SYSDB_ERR_BAD_PATH:
-    case SYSDB_ERR_PATH_TOO_LONG: return ExitCode::usage;
-    case SYSDB_ERR_BAD_VALUE:
-    case SYSDB_ERR_TYPE_MISMATCH:
-    case SYSDB_ERR_VALUE_TOO_LARGE: return ExitCode::bad_input;
-    case SYSDB_ERR_LIB_ABSENT:
-    case SYSDB_ERR_ACCESS:
-    case SYSDB_ERR_READ_ONLY:
-    case SYSDB_ERR_STORAGE:
-    case SYSDB_ERR_CORRUPT:
-    case SYSDB_ERR_BUSY:
-    case SYSDB_ERR_CONNECTION_LOST: return ExitCode::unavailable;
-    default: return exit_code_of(rc);
+        case SYSDB_ERR_NOT_FOUND:
+            return ExitCode::not_found;
+        case SYSDB_ERR_BAD_PATH:
+        case SYSDB_ERR_PATH_TOO_LONG:
+            return ExitCode::usage;
+        case SYSDB_ERR_BAD_VALUE:
+        case SYSDB_ERR_TYPE_MISMATCH:
+        case SYSDB_ERR_VALUE_TOO_LARGE:
+            return ExitCode::bad_input;
+        case SYSDB_ERR_LIB_ABSENT:
+        case SYSDB_ERR_ACCESS:
+        case SYSDB_ERR_READ_ONLY:
+        case SYSDB_ERR_STORAGE:
+        case SYSDB_ERR_CORRUPT:
+        case SYSDB_ERR_BUSY:
+        case SYSDB_ERR_CONNECTION_LOST:
+            return ExitCode::unavailable;
+        default:
+            return exit_code_of(rc);
     }
 }
 
 const char *hint(cerrno rc) {
     switch (rc) {
-    case SYSDB_ERR_LIB_ABSENT: return " (install a provider, or name one in AAA_SYSDB_PROVIDER)";
-    case SYSDB_ERR_ACCESS:
-    case SYSDB_ERR_READ_ONLY: return " (run as root or as a member of the database's group)";
-    case SYSDB_ERR_STORAGE: return " (see AAA_SYSDB_CFG_DIR and AAA_SYSDB_RUN_DIR)";
-    case SYSDB_ERR_CORRUPT: return " (restore a backup)";
-    case SYSDB_ERR_BAD_PATH: return " (absolute, below /cfg/ or /oper/, no empty component)";
-    default: return "";
+        case SYSDB_ERR_LIB_ABSENT:
+            return " (install a provider, or name one in AAA_SYSDB_PROVIDER)";
+        case SYSDB_ERR_ACCESS:
+        case SYSDB_ERR_READ_ONLY:
+            return " (run as root or as a member of the database's group)";
+        case SYSDB_ERR_STORAGE:
+            return " (see AAA_SYSDB_CFG_DIR and AAA_SYSDB_RUN_DIR)";
+        case SYSDB_ERR_CORRUPT:
+            return " (restore a backup)";
+        case SYSDB_ERR_BAD_PATH:
+            return " (absolute, below /cfg/ or /oper/, no empty component)";
+        default:
+            return "";
     }
 }
 
@@ -65,7 +76,7 @@ std::vector<Entry> entries_of(sysdb_list_t list, const std::string &directory) {
     return entries;
 }
 
-} // namespace
+}  // namespace
 
 Failure database_failure(std::string_view path, cerrno rc) {
     return {exit_code(rc), escaped(path) + ": " + escaped(cerr_strerror(rc)) + hint(rc)};
@@ -128,7 +139,8 @@ Item Database::get(const std::string &path) {
 
 void Database::set(const std::string &path, const Item &item) {
     const Place place = place_of(path);
-    const cerrno rc = sysdb_item_set(place.conn, place.path, item.type, item.bytes.data(), static_cast<uint32_t>(item.bytes.size()), 0);
+    const cerrno rc = sysdb_item_set(place.conn, place.path, item.type, item.bytes.data(),
+                                     static_cast<uint32_t>(item.bytes.size()), 0);
     if (rc != 0) {
         throw database_failure(path, rc);
     }
@@ -160,10 +172,11 @@ std::optional<std::vector<Entry>> Database::list(const std::string &directory) {
     return entries_of(list, directory);
 }
 
-void Database::walk(const std::string &directory, const std::function<void(const std::string &, const Item &)> &visit) {
+void Database::walk(const std::string &directory,
+                    const std::function<void(const std::string &, const Item &)> &visit) {
     const auto entries = list(directory);
     if (!entries) {
-        return; // gone meanwhile
+        return;  // gone meanwhile
     }
     const bool is_tree = directory == "/" || directory == kTrees[0] || directory == kTrees[1];
     if (entries->empty() && !is_tree) {
@@ -188,4 +201,4 @@ std::string directory_path(const std::string &path, bool root) {
     return directory;
 }
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -45,7 +45,8 @@ class Database {
     std::optional<std::vector<Entry>> list(const std::string &directory);
     // Every item below a directory, depth first in listing order, with its absolute path. A directory that
     // was made by hand and is empty is visited as an item of that type, with '/' at its end.
-    void walk(const std::string &directory, const std::function<void(const std::string &, const Item &)> &visit);
+    void walk(const std::string &directory,
+              const std::function<void(const std::string &, const Item &)> &visit);
 
     // A connection bound at a directory of the caller's choice, for calls of the library; kept to the end.
     sysdb_conn_t connection(const std::string &directory);
@@ -65,8 +66,8 @@ class Database {
     std::vector<Bound> bound_;
 };
 
-// The path as a directory's: absolute, with '/' at its end. Failure(usage) for what is neither in /cfg/ nor in
-// /oper/; "/" is accepted only where `root` says so.
+// The path as a directory's: absolute, with '/' at its end. Failure(usage) for what is neither in /cfg/ nor
+// in /oper/; "/" is accepted only where `root` says so.
 std::string directory_path(const std::string &path, bool root = false);
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -38,7 +38,8 @@ std::string_view take_word(std::string_view &rest) {
 
 std::string_view trimmed(std::string_view text) {
     const size_t first = text.find_first_not_of(" \t\r");
-    return first == std::string_view::npos ? "" : text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
+    return first == std::string_view::npos ? ""
+                                           : text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
 }
 
 std::string take_path(std::string_view &rest) {
@@ -57,13 +58,15 @@ std::string take_path(std::string_view &rest) {
     return path;
 }
 
-// A word that is no type is wrong input here, not a wrong command line. Where a secret stands on the line, the
-// word may be it: somebody left the type out.
+// A word that is no type is wrong input here, not a wrong command line. Where a secret stands on the line,
+// the word may be it: somebody left the type out.
 uint32_t parse_type(std::string_view path, std::string_view word) {
     try {
         return type_number(word);
     } catch (const Failure &failure) {
-        throw malformed(is_secret_path(path) ? "the word behind the path is no type: PATH TYPE VALUE is expected" : failure.what());
+        throw malformed(is_secret_path(path)
+                            ? "the word behind the path is no type: PATH TYPE VALUE is expected"
+                            : failure.what());
     }
 }
 
@@ -71,11 +74,13 @@ void check_item(const DumpItem &item, const std::string &directory) {
     if (item.masked && item.item.type == SYSDB_TYPE_DIRECTORY) {
         throw malformed("a directory has no value");
     }
-    if (!item.path.starts_with(directory) || item.path.find('\0') != std::string::npos) { // a NUL would cut the path short
+    if (!item.path.starts_with(directory) ||
+        item.path.find('\0') != std::string::npos) {  // a NUL would cut the path short
         throw malformed("path " + escaped(item.path) + " does not lie in " + escaped(directory));
     }
     if (item.path.ends_with('/') != (item.item.type == SYSDB_TYPE_DIRECTORY)) {
-        throw malformed(item.path.ends_with('/') ? "a path that ends in '/' is a directory's" : "a directory's path ends in '/'");
+        throw malformed(item.path.ends_with('/') ? "a path that ends in '/' is a directory's"
+                                                 : "a directory's path ends in '/'");
     }
 }
 
@@ -90,7 +95,8 @@ DumpItem parse_line(std::string_view line) {
     const std::string_view value = trimmed(line);
     item.masked = value == kMask;
     if (!item.masked) {
-        item.item = item_for(item.path, item.item.type, [&] { return item_from_text(item.item.type, value); });
+        item.item =
+            item_for(item.path, item.item.type, [&] { return item_from_text(item.item.type, value); });
     }
     return item;
 }
@@ -211,7 +217,8 @@ DumpItem parse_object(const Json &object) {
     if (!item.masked) {
         const bool directory = item.item.type == SYSDB_TYPE_DIRECTORY;
         const Json &value = directory && !object.contains("value") ? Json() : member(object, "value");
-        item.item = item_for(item.path, item.item.type, [&] { return item_from_json(item.item.type, value); });
+        item.item =
+            item_for(item.path, item.item.type, [&] { return item_from_json(item.item.type, value); });
     }
     return item;
 }
@@ -296,7 +303,8 @@ bool holds(const ByPath &items, const DumpItem &wanted) {
     }
     const DumpItem &item = *at->second;
     const bool unseen = wanted.masked || item.masked;
-    return at->first == wanted.path && item.item.type == wanted.item.type && (unseen || item.item == wanted.item);
+    return at->first == wanted.path && item.item.type == wanted.item.type &&
+           (unseen || item.item == wanted.item);
 }
 
 DumpItem shown(const Output &out, const DumpItem &item) {
@@ -305,7 +313,7 @@ DumpItem shown(const Output &out, const DumpItem &item) {
     return copy;
 }
 
-} // namespace
+}  // namespace
 
 std::string Dump::place(const DumpItem &item) const {
     return is_json ? "items[" + std::to_string(item.line) + "]" : "line " + std::to_string(item.line);
@@ -344,7 +352,10 @@ Json dump_item_json(const DumpItem &item) {
 }
 
 Json dump_json(const Dump &dump) {
-    Json document = {{"format", kFormat}, {"version", 1}, {"directory", escaped(dump.directory)}, {"items", Json::array()}};
+    Json document = {{"format", kFormat},
+                     {"version", 1},
+                     {"directory", escaped(dump.directory)},
+                     {"items", Json::array()}};
     for (const DumpItem &item : dump.items) {
         document["items"].push_back(dump_item_json(item));
     }
@@ -353,7 +364,8 @@ Json dump_json(const Dump &dump) {
 
 Dump parse_dump(Output &out, std::string_view text) {
     const size_t first = text.find_first_not_of(" \t\r\n");
-    return first != std::string_view::npos && text[first] == '{' ? parse_json(out, text) : parse_text(out, text);
+    return first != std::string_view::npos && text[first] == '{' ? parse_json(out, text)
+                                                                 : parse_text(out, text);
 }
 
 Dump read_dump(Output &out, const std::string &file) {
@@ -377,14 +389,18 @@ std::vector<Difference> compare(const Dump &dump, const Dump &stored, const std:
         }
     }
     std::vector<Difference> result;
-    std::transform(differences.begin(), differences.end(), std::back_inserter(result), [](const auto &entry) { return entry.second; });
+    std::transform(differences.begin(), differences.end(), std::back_inserter(result),
+                   [](const auto &entry) { return entry.second; });
     return result;
 }
 
-Json item_change_json(const Output &out, const ItemChange &change, const char *before_name, const char *after_name) {
+Json item_change_json(const Output &out, const ItemChange &change, const char *before_name,
+                      const char *after_name) {
     const DumpItem &any = change.before != nullptr ? *change.before : *change.after;
     Json document = {{"path", escaped(any.path)},
-                     {"change", change.before == nullptr ? "added" : change.after == nullptr ? "removed" : "changed"}};
+                     {"change", change.before == nullptr  ? "added"
+                                : change.after == nullptr ? "removed"
+                                                          : "changed"}};
     const auto side = [&](const char *name, const DumpItem *item) {
         if (item != nullptr) {
             document[name] = dump_item_json(shown(out, *item));
@@ -405,4 +421,4 @@ void print_item_change(Output &out, const ItemChange &change) {
     }
 }
 
-} // namespace aaactl
+}  // namespace aaactl

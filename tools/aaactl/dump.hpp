@@ -35,9 +35,9 @@ namespace aaactl {
 
 struct DumpItem {
     std::string path;
-    Item item; // of a masked one the type only
+    Item item;  // of a masked one the type only
     bool masked = false;
-    size_t line = 0; // in the text, or the number in the JSON array
+    size_t line = 0;  // in the text, or the number in the JSON array
 };
 
 struct Dump {
@@ -64,8 +64,8 @@ Dump read_dump(Output &out, const std::string &file);
 
 // One difference between a dump and what is stored.
 struct Difference {
-    const DumpItem *dump;   // null: stored only
-    const DumpItem *stored; // null: in the dump only
+    const DumpItem *dump;    // null: stored only
+    const DumpItem *stored;  // null: in the dump only
 };
 // In bytewise order of the paths; `directory` bounds what is compared.
 std::vector<Difference> compare(const Dump &dump, const Dump &stored, const std::string &directory);
@@ -76,8 +76,9 @@ struct ItemChange {
     const DumpItem *after;
 };
 // "path", "change" (added, removed, changed), and the two items under the names given.
-Json item_change_json(const Output &out, const ItemChange &change, const char *before_name, const char *after_name);
+Json item_change_json(const Output &out, const ItemChange &change, const char *before_name,
+                      const char *after_name);
 // Lines with '-' for what was and '+' for what is.
 void print_item_change(Output &out, const ItemChange &change);
 
-} // namespace aaactl
+}  // namespace aaactl

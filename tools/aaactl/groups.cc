@@ -33,7 +33,8 @@ std::optional<uint32_t> index_of(const std::string &name) {
     return error == std::errc() && stop == end ? std::optional(index) : std::nullopt;
 }
 
-void read_servers(Database &database, const std::string &directory, bool is_private, std::vector<GroupServer> &servers) {
+void read_servers(Database &database, const std::string &directory, bool is_private,
+                  std::vector<GroupServer> &servers) {
     for (const Entry &level : database.list(directory).value_or(std::vector<Entry>{})) {
         const auto index = index_of(level.name);
         if (!index || !level.is_directory()) {
@@ -65,7 +66,7 @@ std::vector<std::string> fields_of(const std::string &entry) {
     return fields;
 }
 
-} // namespace
+}  // namespace
 
 std::string protocol_name(uint32_t protocol) {
     const char *name = aaa_util_get_sg_defined_name(protocol);
@@ -102,7 +103,8 @@ std::vector<uint32_t> GroupServer::ports() const {
     for (size_t i = 1; i < fields.size(); ++i) {
         const bool is_hex = fields[i].starts_with("0x");
         uint32_t port = 0;
-        std::from_chars(fields[i].data() + (is_hex ? 2 : 0), fields[i].data() + fields[i].size(), port, is_hex ? 16 : 10);
+        std::from_chars(fields[i].data() + (is_hex ? 2 : 0), fields[i].data() + fields[i].size(), port,
+                        is_hex ? 16 : 10);
         ports.push_back(port);
     }
     return ports;
@@ -115,9 +117,10 @@ std::string group_directory(uint32_t protocol, const std::string &name) {
 std::optional<Group> read_group(Database &database, uint32_t protocol, const std::string &name) {
     Group group{protocol, name, false, std::nullopt, {}};
     const std::string directory = group_directory(protocol, name);
-    group.configured = database.list(directory).has_value() || database.find(without_slash(directory)).has_value();
+    group.configured =
+        database.list(directory).has_value() || database.find(without_slash(directory)).has_value();
     const auto item = database.find(name_item(protocol, name));
-    if (item && item->type == SYSDB_TYPE_U32) { // clients cannot read another type either
+    if (item && item->type == SYSDB_TYPE_U32) {  // clients cannot read another type either
         group.number = number_of(*item);
     }
     if (!group.configured && !item) {
@@ -162,8 +165,10 @@ Json group_json(const Group &group) {
                      {"configured", group.configured},
                      {"servers", Json::array()}};
     for (const GroupServer &server : group.servers) {
-        document["servers"].push_back(
-            {{"index", server.index}, {"address", escaped(server.host())}, {"ports", server.ports()}, {"private", server.is_private}});
+        document["servers"].push_back({{"index", server.index},
+                                       {"address", escaped(server.host())},
+                                       {"ports", server.ports()},
+                                       {"private", server.is_private}});
     }
     return document;
 }
@@ -177,11 +182,12 @@ std::string server_text(const GroupServer &server) {
 }
 
 void check_group_name(const std::string &name) {
-    std::string copy = name; // the library takes it without const
+    std::string copy = name;  // the library takes it without const
     const bool printable = name.find('\0') == std::string::npos && aaa_is_name_valid(copy.data()) == 1;
     if (name.empty() || !printable || name.find('/') != std::string::npos || name.size() >= SYSDB_NAME_SIZE) {
-        throw Failure(ExitCode::usage, "\"" + escaped(name) + "\" is no name: 1 to 49 printable characters, no '/'");
+        throw Failure(ExitCode::usage,
+                      "\"" + escaped(name) + "\" is no name: 1 to 49 printable characters, no '/'");
     }
 }
 
-} // namespace aaactl::configured
+}  // namespace aaactl::configured

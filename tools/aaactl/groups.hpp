@@ -16,7 +16,7 @@ namespace aaactl::configured {
 
 inline constexpr char kGroupConfig[] = "/cfg/gl/aaa/group-server/";
 inline constexpr char kGroupMaps[] = "/oper/aaa/gl/group-server/";
-inline constexpr uint32_t kProtocols[] = {1, 2, 17}; // RADIUS, TACACS, Diameter
+inline constexpr uint32_t kProtocols[] = {1, 2, 17};  // RADIUS, TACACS, Diameter
 
 // "radius", "tacacs" or "diameter".
 std::string protocol_name(uint32_t protocol);
@@ -25,7 +25,7 @@ const std::vector<std::string> &protocol_names();
 
 struct GroupServer {
     uint32_t index = 0;
-    std::string entry; // as it is stored: host and ports, '/' at its end for a directory
+    std::string entry;  // as it is stored: host and ports, '/' at its end for a directory
     bool is_private = false;
 
     std::string host() const;
@@ -57,4 +57,4 @@ std::string server_text(const GroupServer &server);
 // Printable, without '/', and of a length that fits a method list; Failure(usage) says what it is not.
 void check_group_name(const std::string &name);
 
-} // namespace aaactl::configured
+}  // namespace aaactl::configured

@@ -45,8 +45,8 @@ class Secret {
 // ---- check
 
 struct Verdict {
-    std::optional<uint32_t> generation; // of a text that has the form
-    bool known = false;                 // the file has that generation
+    std::optional<uint32_t> generation;  // of a text that has the form
+    bool known = false;                  // the file has that generation
     bool newest = false;
     bool valid = false;
     SecretText clear;
@@ -59,7 +59,8 @@ Verdict examine(Secret &sealed) {
     if (!verdict.generation) {
         return verdict;
     }
-    verdict.known = std::any_of(masters.begin(), masters.end(), [&](const auto &key) { return key.generation == *verdict.generation; });
+    verdict.known = std::any_of(masters.begin(), masters.end(),
+                                [&](const auto &key) { return key.generation == *verdict.generation; });
     verdict.newest = masters.back().generation == *verdict.generation;
     verdict.valid = verdict.known && validate_encrypted_password(sealed.data()) == AAA_OK;
     verdict.clear = verdict.valid ? open_key(sealed.text()) : nullptr;
@@ -87,7 +88,8 @@ std::string verdict_text(const Verdict &verdict) {
         return "cannot be opened: there is no master key of " + generation;
     }
     if (!verdict.valid) {
-        return "cannot be opened: changed, cut, sealed with another master key of " + generation + ", or not printable";
+        return "cannot be opened: changed, cut, sealed with another master key of " + generation +
+               ", or not printable";
     }
     return "valid, " + generation + (verdict.newest ? ", the newest" : ", not the newest");
 }
@@ -106,11 +108,14 @@ ExitCode check(Output &out, const std::string &argument) {
 
 void add_check(Program &program, CLI::App *key) {
     auto text = std::make_shared<std::string>("-");
-    CLI::App *sub = key_command(program, key, "check", "Tell whether a sealed key can be opened here", [text](Output &out) { return check(out, *text); });
-    sub->add_option("TEXT", *text, "The sealed key; without it, or with \"-\", it is read from standard input");
-    sub->footer("The clear key is shown with --show-secrets only. Exit status 1: it cannot be used.\n"
-                "JSON: {valid, well_formed, generation, generation_known, newest, key with --show-secrets}\n"
-                "Example: aaactl sysdb get --show-secrets /cfg/site/key | aaactl key check");
+    CLI::App *sub = key_command(program, key, "check", "Tell whether a sealed key can be opened here",
+                                [text](Output &out) { return check(out, *text); });
+    sub->add_option("TEXT", *text,
+                    "The sealed key; without it, or with \"-\", it is read from standard input");
+    sub->footer(
+        "The clear key is shown with --show-secrets only. Exit status 1: it cannot be used.\n"
+        "JSON: {valid, well_formed, generation, generation_known, newest, key with --show-secrets}\n"
+        "Example: aaactl sysdb get --show-secrets /cfg/site/key | aaactl key check");
 }
 
 // ---- seal
@@ -143,7 +148,9 @@ ExitCode seal(Output &out) {
 
 void add_seal(Program &program, CLI::App *key) {
     CLI::App *sub = key_command(program, key, "seal", "Seal a clear key from standard input", seal);
-    sub->footer("JSON: {sealed, generation}\nExample: aaactl key seal | aaactl sysdb set /cfg/site/key --type string");
+    sub->footer(
+        "JSON: {sealed, generation}\nExample: aaactl key seal | aaactl sysdb set /cfg/site/key --type "
+        "string");
 }
 
 // ---- trim
@@ -156,7 +163,9 @@ ExitCode trim(Output &out, bool clear) {
     const std::string before = key.text();
     const SecretText trimmed(aaa_util_truncate_whitespace_in_server_key(key.data(), clear ? 0 : 1));
     if (trimmed == nullptr) {
-        throw Failure(ExitCode::bad_input, clear ? "nothing but white space" : "cannot be opened or sealed again, or nothing but white space");
+        throw Failure(ExitCode::bad_input,
+                      clear ? "nothing but white space"
+                            : "cannot be opened or sealed again, or nothing but white space");
     }
     const bool changed = before != trimmed.get();
     Json document = {{"trimmed", changed}};
@@ -171,16 +180,19 @@ ExitCode trim(Output &out, bool clear) {
 
 void add_trim(Program &program, CLI::App *key) {
     auto clear = std::make_shared<bool>(false);
-    CLI::App *sub = key_command(program, key, "trim", "Remove white space from the end of a sealed key's clear text",
-                                [clear](Output &out) { return trim(out, *clear); });
+    CLI::App *sub =
+        key_command(program, key, "trim", "Remove white space from the end of a sealed key's clear text",
+                    [clear](Output &out) { return trim(out, *clear); });
     sub->add_flag("--clear", *clear, "Standard input has a clear key; shown with --show-secrets only");
-    sub->footer("A key that does not end in white space stays as it is, not even sealed again.\n"
-                "JSON: {trimmed, key or masked}\nExample: aaactl key trim <sealed");
+    sub->footer(
+        "A key that does not end in white space stays as it is, not even sealed again.\n"
+        "JSON: {trimmed, key or masked}\nExample: aaactl key trim <sealed");
 }
 
-} // namespace
+}  // namespace
 
-CLI::App *key_command(Program &program, CLI::App *key, const std::string &name, const std::string &help, Action run) {
+CLI::App *key_command(Program &program, CLI::App *key, const std::string &name, const std::string &help,
+                      Action run) {
     auto file = std::make_shared<std::string>();
     CLI::App *sub = program.command(key, name, help, [file, run = std::move(run)](Output &out) {
         log_to_standard_error();
@@ -189,7 +201,8 @@ CLI::App *key_command(Program &program, CLI::App *key, const std::string &name, 
         }
         return run(out);
     });
-    sub->add_option("--file", *file, "The file of master keys; AAA_MASTER_KEYS, else /etc/aaa/master.keys, without it");
+    sub->add_option("--file", *file,
+                    "The file of master keys; AAA_MASTER_KEYS, else /etc/aaa/master.keys, without it");
     return sub;
 }
 
@@ -201,4 +214,4 @@ void add_key(Program &program) {
     add_key_masters(program, key);
 }
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -11,9 +11,10 @@
 namespace aaactl {
 
 // A command of "key": with --file, and with its log lines on standard error.
-CLI::App *key_command(Program &program, CLI::App *key, const std::string &name, const std::string &help, Action run);
+CLI::App *key_command(Program &program, CLI::App *key, const std::string &name, const std::string &help,
+                      Action run);
 
 // masters, new-master, rotate, reseal and retire; add_key() calls it.
 void add_key_masters(Program &program, CLI::App *key);
 
-} // namespace aaactl
+}  // namespace aaactl

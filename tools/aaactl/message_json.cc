@@ -127,7 +127,8 @@ void only_keys(const Json &object, const std::string &path, std::initializer_lis
         refuse(path, "an object is needed");
     }
     for (const auto &[key, value] : object.items()) {
-        if (std::none_of(keys.begin(), keys.end(), [&name = key](const char *known) { return name == known; })) {
+        if (std::none_of(keys.begin(), keys.end(),
+                         [&name = key](const char *known) { return name == known; })) {
             refuse(path, "no key '" + escaped(key) + "' is known here");
         }
     }
@@ -194,7 +195,8 @@ std::string value_in(const Json &object, uint32_t type) {
 
 uint32_t type_in(const Json &object) {
     if (!object.contains("attribute") || object["attribute"].is_null()) {
-        return object.contains("type") ? word_in(object, "type") : throw Refused{"a \"type\" or an \"attribute\" is needed"};
+        return object.contains("type") ? word_in(object, "type")
+                                       : throw Refused{"a \"type\" or an \"attribute\" is needed"};
     }
     const auto type = attribute_type(string_in(object["attribute"]));
     if (!type) {

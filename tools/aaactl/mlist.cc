@@ -26,24 +26,29 @@ struct ListOptions {
     bool force = false;
 };
 
-const std::vector<std::string> kFunctions{"authentication", "authorization", "accounting", "authorization_nacm"};
+const std::vector<std::string> kFunctions{"authentication", "authorization", "accounting",
+                                          "authorization_nacm"};
 
 void add_place(CLI::App *sub, ListOptions &options, bool required) {
-    sub->add_option("FUNCTION", options.function, "authentication, authorization, accounting or authorization_nacm")
+    sub->add_option("FUNCTION", options.function,
+                    "authentication, authorization, accounting or authorization_nacm")
         ->check(CLI::IsMember(kFunctions))
         ->required(required);
     sub->add_option("SERVICE", options.service, "login, exec, commands, ppp, ...")->required(required);
-    sub->add_option("NAME", options.name, "The list's name; \"default\" is the default list")->required(required);
+    sub->add_option("NAME", options.name, "The list's name; \"default\" is the default list")
+        ->required(required);
 }
 
 // ---- show
 
 Json method_json(const Method &method) {
-    Json document = {{"method", method.number}, {"name", method.is_group() ? "group" : method_word(method.number)}};
+    Json document = {{"method", method.number},
+                     {"name", method.is_group() ? "group" : method_word(method.number)}};
     if (method.is_group()) {
         document["group"] = escaped(method.group);
         document["protocol"] = method.resolved ? Json(protocol_name(method.resolved->protocol)) : Json();
-        document["number"] = method.resolved && method.resolved->number ? Json(*method.resolved->number) : Json();
+        document["number"] =
+            method.resolved && method.resolved->number ? Json(*method.resolved->number) : Json();
     }
     return document;
 }
@@ -56,17 +61,22 @@ std::string method_text(const Output &out, const Method &method) {
     if (!method.resolved) {
         return word + " " + out.styled(Style::bad, "(no such group)");
     }
-    const std::string number = method.resolved->number ? std::to_string(*method.resolved->number) : "not published";
-    return word + " " + out.styled(Style::dim, "(" + protocol_name(method.resolved->protocol) + ", " + number + ")");
+    const std::string number =
+        method.resolved->number ? std::to_string(*method.resolved->number) : "not published";
+    return word + " " +
+           out.styled(Style::dim, "(" + protocol_name(method.resolved->protocol) + ", " + number + ")");
 }
 
 Json list_json(const MethodList &list) {
-    Json document = {{"function", escaped(list.function)}, {"service", escaped(list.service)}, {"name", escaped(list.name)}};
+    Json document = {{"function", escaped(list.function)},
+                     {"service", escaped(list.service)},
+                     {"name", escaped(list.name)}};
     if (!list.fault.empty()) {
         document["fault"] = list.fault;
     }
     document["methods"] = Json::array();
-    std::transform(list.methods.begin(), list.methods.end(), std::back_inserter(document["methods"]), method_json);
+    std::transform(list.methods.begin(), list.methods.end(), std::back_inserter(document["methods"]),
+                   method_json);
     return document;
 }
 
@@ -80,15 +90,19 @@ std::string methods_text(const Output &out, const MethodList &list) {
 
 ExitCode show(Output &out, const ListOptions &options) {
     Database database;
-    const std::vector<MethodList> lists = read_method_lists(database, options.function, options.service, options.name);
+    const std::vector<MethodList> lists =
+        read_method_lists(database, options.function, options.service, options.name);
     if (lists.empty() && !options.function.empty()) {
-        throw Failure(ExitCode::not_found, escaped(options.function + " " + options.service + " " + options.name) + ": no such method list");
+        throw Failure(
+            ExitCode::not_found,
+            escaped(options.function + " " + options.service + " " + options.name) + ": no such method list");
     }
     Json document = {{"lists", Json::array()}};
     std::vector<std::vector<std::string>> rows;
     for (const MethodList &list : lists) {
         document["lists"].push_back(list_json(list));
-        rows.push_back({escaped(list.function), escaped(list.service), escaped(list.name), methods_text(out, list)});
+        rows.push_back(
+            {escaped(list.function), escaped(list.service), escaped(list.name), methods_text(out, list)});
     }
     out.result(document, [&] { out.table({"FUNCTION", "SERVICE", "NAME", "METHODS"}, rows); });
     return ExitCode::ok;
@@ -99,8 +113,9 @@ void add_show(Program &program, CLI::App *mlist) {
     CLI::App *sub = program.command(mlist, "show", "Print method lists, their server groups resolved",
                                     [options](Output &out) { return show(out, *options); });
     add_place(sub, *options, false);
-    sub->footer("JSON: {lists: [{function, service, name, methods: [{method, name, group, protocol, number}]}]}\n"
-                "Example: aaactl mlist show authentication login");
+    sub->footer(
+        "JSON: {lists: [{function, service, name, methods: [{method, name, group, protocol, number}]}]}\n"
+        "Example: aaactl mlist show authentication login");
 }
 
 // ---- set and del
@@ -114,14 +129,16 @@ Method parse_method(const std::string &word) {
     }
     const auto number = method_number(word);
     if (!number) {
-        throw Failure(ExitCode::usage, "\"" + escaped(word) + "\" is no method: group:NAME, local, none, line, enable, ...");
+        throw Failure(ExitCode::usage,
+                      "\"" + escaped(word) + "\" is no method: group:NAME, local, none, line, enable, ...");
     }
     if (*number == AAA_METHOD_SERVER_GROUP) {
         throw Failure(ExitCode::usage, "\"" + escaped(word) + "\": which server group? Write group:NAME");
     }
     // 0 would hide what stands behind it.
     if (*number == AAA_METHOD_NOTSET || *number > AAA_METHOD_SYSLOG) {
-        throw Failure(ExitCode::usage, "\"" + escaped(word) + "\": methods have the numbers 1 to " + std::to_string(AAA_METHOD_SYSLOG));
+        throw Failure(ExitCode::usage, "\"" + escaped(word) + "\": methods have the numbers 1 to " +
+                                           std::to_string(AAA_METHOD_SYSLOG));
     }
     return {*number, "", std::nullopt};
 }
@@ -130,14 +147,15 @@ void resolve(Database &database, Method &method, bool force) {
     if (method.is_group()) {
         method.resolved = resolve_group(database, method.group);
         if (!method.resolved && !force) {
-            throw Failure(ExitCode::negative, "group:" + escaped(method.group) + ": no such server group; add it first, or say --force");
+            throw Failure(ExitCode::negative, "group:" + escaped(method.group) +
+                                                  ": no such server group; add it first, or say --force");
         }
     }
 }
 
 void check_place(const ListOptions &options) {
     for (const std::string &word : {options.service, options.name}) {
-        check_group_name(word); // the same rule holds for all words of the path
+        check_group_name(word);  // the same rule holds for all words of the path
     }
 }
 
@@ -156,11 +174,17 @@ ExitCode set(Output &out, const ListOptions &options) {
 
 void add_set(Program &program, CLI::App *mlist) {
     auto options = std::make_shared<ListOptions>();
-    CLI::App *sub = program.command(mlist, "set", "Create or replace a method list", [options](Output &out) { return set(out, *options); });
+    CLI::App *sub = program.command(mlist, "set", "Create or replace a method list",
+                                    [options](Output &out) { return set(out, *options); });
     add_place(sub, *options, true);
-    sub->add_option("METHOD", options->methods, "One to four, in order: group:NAME, local, none, line, enable, ...")->required()->expected(1, 4);
+    sub->add_option("METHOD", options->methods,
+                    "One to four, in order: group:NAME, local, none, line, enable, ...")
+        ->required()
+        ->expected(1, 4);
     sub->add_flag("--force", options->force, "Accept server groups that are not there (yet)");
-    sub->footer("JSON: as of one list of \"mlist show\"\nExample: aaactl mlist set authentication login default group:corp local");
+    sub->footer(
+        "JSON: as of one list of \"mlist show\"\nExample: aaactl mlist set authentication login default "
+        "group:corp local");
 }
 
 ExitCode del(Output &out, const ListOptions &options) {
@@ -170,18 +194,24 @@ ExitCode del(Output &out, const ListOptions &options) {
     if (!database.remove(path)) {
         throw database_failure(path, SYSDB_ERR_NOT_FOUND);
     }
-    out.result({{"function", options.function}, {"service", escaped(options.service)}, {"name", escaped(options.name)}, {"deleted", true}}, [] {});
+    out.result({{"function", options.function},
+                {"service", escaped(options.service)},
+                {"name", escaped(options.name)},
+                {"deleted", true}},
+               [] {});
     return ExitCode::ok;
 }
 
 void add_del(Program &program, CLI::App *mlist) {
     auto options = std::make_shared<ListOptions>();
-    CLI::App *sub = program.command(mlist, "del", "Delete a method list", [options](Output &out) { return del(out, *options); });
+    CLI::App *sub = program.command(mlist, "del", "Delete a method list",
+                                    [options](Output &out) { return del(out, *options); });
     add_place(sub, *options, true);
-    sub->footer("JSON: {function, service, name, deleted}\nExample: aaactl mlist del authentication login console");
+    sub->footer(
+        "JSON: {function, service, name, deleted}\nExample: aaactl mlist del authentication login console");
 }
 
-} // namespace
+}  // namespace
 
 void add_mlist(Program &program) {
     CLI::App *mlist = program.group("mlist", "Show and change method lists");
@@ -190,4 +220,4 @@ void add_mlist(Program &program) {
     add_del(program, mlist);
 }
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -19,12 +19,18 @@ constexpr std::string_view kReset = "\033[0m";
 
 std::string_view escape_sequence(Style style) {
     switch (style) {
-    case Style::plain: return "";
-    case Style::strong: return "\033[1m";
-    case Style::dim: return "\033[2m";
-    case Style::good: return "\033[32m";
-    case Style::bad: return "\033[31m";
-    case Style::warning: return "\033[33m";
+        case Style::plain:
+            return "";
+        case Style::strong:
+            return "\033[1m";
+        case Style::dim:
+            return "\033[2m";
+        case Style::good:
+            return "\033[32m";
+        case Style::bad:
+            return "\033[31m";
+        case Style::warning:
+            return "\033[33m";
     }
     return "";
 }
@@ -39,7 +45,10 @@ void write_all(FILE *stream, std::string_view text) {
 size_t utf8_length(std::string_view text) {
     const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned lead = byte(0);
-    const size_t length = lead >= 0xc2 && lead <= 0xdf ? 2 : lead >= 0xe0 && lead <= 0xef ? 3 : lead >= 0xf0 && lead <= 0xf4 ? 4 : 0;
+    const size_t length = lead >= 0xc2 && lead <= 0xdf   ? 2
+                          : lead >= 0xe0 && lead <= 0xef ? 3
+                          : lead >= 0xf0 && lead <= 0xf4 ? 4
+                                                         : 0;
     if (length == 0 || length > text.size()) {
         return 0;
     }
@@ -53,8 +62,8 @@ size_t utf8_length(std::string_view text) {
     const bool overlong = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
     const bool surrogate = code >= 0xd800 && code <= 0xdfff;
     const bool acts = code < 0xa0 || code == 0x061c || (code >= 0x200b && code <= 0x200f) ||
-                      (code >= 0x2028 && code <= 0x202e) || (code >= 0x2060 && code <= 0x206f) || code == 0xfeff ||
-                      (code >= 0xe0000 && code <= 0xe007f);
+                      (code >= 0x2028 && code <= 0x202e) || (code >= 0x2060 && code <= 0x206f) ||
+                      code == 0xfeff || (code >= 0xe0000 && code <= 0xe007f);
     return overlong || surrogate || acts || code > 0x10ffff ? 0 : length;
 }
 
@@ -83,18 +92,23 @@ std::string joined(const std::vector<std::string> &cells, const std::vector<size
     return text;
 }
 
-} // namespace
+}  // namespace
 
 ExitCode exit_code_of(cerrno rc) {
     switch (rc) {
-    case AAA_OK: return ExitCode::ok;
-    case AAA_ERR_NOT_FOUND: return ExitCode::not_found;
-    case AAA_ERR_NOT_CONNECTED:
-    case AAA_ERR_SERVER_CONNECT_FAILED: return ExitCode::unavailable;
-    case AAA_ERR_INVALID_MSG_SIZE:
-    case AAA_ERR_INVALID_MSG_TYPE:
-    case AAA_ERR_AVPAIR_PROCESSING: return ExitCode::bad_input;
-    default: return ExitCode::failed;
+        case AAA_OK:
+            return ExitCode::ok;
+        case AAA_ERR_NOT_FOUND:
+            return ExitCode::not_found;
+        case AAA_ERR_NOT_CONNECTED:
+        case AAA_ERR_SERVER_CONNECT_FAILED:
+            return ExitCode::unavailable;
+        case AAA_ERR_INVALID_MSG_SIZE:
+        case AAA_ERR_INVALID_MSG_TYPE:
+        case AAA_ERR_AVPAIR_PROCESSING:
+            return ExitCode::bad_input;
+        default:
+            return ExitCode::failed;
     }
 }
 
@@ -136,11 +150,14 @@ std::string hex(std::string_view bytes) {
 }
 
 Output::Output(const OutputOptions &options)
-    : options_(options), coloured_(options.colour == Colour::always), error_is_terminal_(isatty(STDERR_FILENO) == 1) {
+    : options_(options),
+      coloured_(options.colour == Colour::always),
+      error_is_terminal_(isatty(STDERR_FILENO) == 1) {
     if (options.colour == Colour::automatic && isatty(STDOUT_FILENO) == 1) {
         const char *off = std::getenv("NO_COLOR");
         const char *terminal = std::getenv("TERM");
-        coloured_ = (off == nullptr || *off == '\0') && (terminal == nullptr || std::string_view(terminal) != "dumb");
+        coloured_ =
+            (off == nullptr || *off == '\0') && (terminal == nullptr || std::string_view(terminal) != "dumb");
     }
 }
 
@@ -159,7 +176,7 @@ void Output::event(const Json &document, const std::function<void()> &text) {
     } else {
         text();
     }
-    std::fflush(stdout); // who reads a pipe wants each event when it happens
+    std::fflush(stdout);  // who reads a pipe wants each event when it happens
 }
 
 void Output::line(std::string_view text) {
@@ -167,7 +184,8 @@ void Output::line(std::string_view text) {
     write_all(stdout, "\n");
 }
 
-void Output::table(const std::vector<std::string> &header, const std::vector<std::vector<std::string>> &rows) {
+void Output::table(const std::vector<std::string> &header,
+                   const std::vector<std::vector<std::string>> &rows) {
     std::vector<size_t> widths;
     const auto measure = [&](const std::vector<std::string> &cells) {
         widths.resize(std::max(widths.size(), cells.size()));
@@ -229,4 +247,4 @@ void Output::failure(const Failure &failure) {
     }
 }
 
-} // namespace aaactl
+}  // namespace aaactl

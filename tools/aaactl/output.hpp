@@ -96,4 +96,4 @@ class Output {
     bool progress_shown_ = false;
 };
 
-} // namespace aaactl
+}  // namespace aaactl

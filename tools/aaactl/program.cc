@@ -16,19 +16,22 @@ namespace {
 void add_global_options(Program &program) {
     CLI::App &app = program.app;
     app.require_subcommand(1);
-    app.fallthrough(); // global options may follow a command's name
+    app.fallthrough();  // global options may follow a command's name
     app.set_version_flag("--version", std::string("aaactl ") + kVersion);
     app.set_help_all_flag("--help-all", "Print the help of every command and exit");
     app.add_flag("--json", program.options.json, "Print one JSON document instead of text");
-    app.add_flag("--show-secrets", program.options.show_secrets, "Print passwords and keys instead of ********");
+    app.add_flag("--show-secrets", program.options.show_secrets,
+                 "Print passwords and keys instead of ********");
     const std::map<std::string, Colour> choices{
         {"auto", Colour::automatic}, {"always", Colour::always}, {"never", Colour::never}};
-    app.add_option("--color,--colour", program.options.colour, "Colours: auto (on a terminal), always or never")
+    app.add_option("--color,--colour", program.options.colour,
+                   "Colours: auto (on a terminal), always or never")
         ->transform(CLI::CheckedTransformer(choices))
         ->type_name("WHEN");
-    app.footer("Exit status: 0 yes or done, 1 no (denied, differences, findings), 2 usage, 3 malformed input,\n"
-               "4 not found, 5 database, key file or server unavailable, 6 any other failure.\n"
-               "JSON of a failure: {error: {message, exit, code where the library or the platform gave one}}");
+    app.footer(
+        "Exit status: 0 yes or done, 1 no (denied, differences, findings), 2 usage, 3 malformed input,\n"
+        "4 not found, 5 database, key file or server unavailable, 6 any other failure.\n"
+        "JSON of a failure: {error: {message, exit, code where the library or the platform gave one}}");
 }
 
 void add_commands(Program &program) {
@@ -49,10 +52,12 @@ void add_commands(Program &program) {
 
 // Where the command line is wrong, its flags have not been stored.
 bool wants_json(int argc, const char *const *argv) {
-    return std::any_of(argv, argv + argc, [](const char *word) { return std::string_view(word) == "--json"; });
+    return std::any_of(argv, argv + argc,
+                       [](const char *word) { return std::string_view(word) == "--json"; });
 }
 
-// CLI11 prints help and version. What is wrong with the command line may quote its words, whatever bytes they hold.
+// CLI11 prints help and version. What is wrong with the command line may quote its words, whatever bytes they
+// hold.
 int usage(Program &program, const CLI::ParseError &error, bool json) {
     if (error.get_exit_code() == 0) {
         return program.app.exit(error);
@@ -60,13 +65,14 @@ int usage(Program &program, const CLI::ParseError &error, bool json) {
     // A mistyped command is the reason that none is there.
     const auto unknown = program.app.remaining(true);
     const bool mistyped = dynamic_cast<const CLI::RequiredError *>(&error) != nullptr && !unknown.empty();
-    const std::string why = mistyped ? "The following argument was not expected: " + unknown.front() : error.what();
+    const std::string why =
+        mistyped ? "The following argument was not expected: " + unknown.front() : error.what();
     program.options.json = json;
     Output(program.options).failure(Failure(ExitCode::usage, escaped(why) + " (see --help)"));
     return static_cast<int>(ExitCode::usage);
 }
 
-} // namespace
+}  // namespace
 
 int run(int argc, const char *const *argv) {
     Program program;
@@ -94,4 +100,4 @@ int run(int argc, const char *const *argv) {
     return static_cast<int>(code);
 }
 
-} // namespace aaactl
+}  // namespace aaactl

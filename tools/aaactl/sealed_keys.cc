@@ -17,7 +17,7 @@ namespace aaactl {
 namespace {
 
 constexpr int kReversible = 7;
-constexpr int kAttempts = 10; // when others change keys meanwhile
+constexpr int kAttempts = 10;  // when others change keys meanwhile
 constexpr cerrno kKeysUnusable = 0xa2581000u;
 
 bool is_digit(char c) {
@@ -30,7 +30,7 @@ struct Opened {
 };
 
 std::vector<Opened> open_all(Database &database, const std::vector<std::string> &paths) {
-    std::map<std::string, SealedItem> found; // each once, though paths may overlap
+    std::map<std::string, SealedItem> found;  // each once, though paths may overlap
     for (const std::string &path : paths) {
         for (SealedItem &item : find_sealed(database, path)) {
             found.emplace(item.path, item);
@@ -40,14 +40,17 @@ std::vector<Opened> open_all(Database &database, const std::vector<std::string> 
     for (const auto &[path, item] : found) {
         opened.push_back({item, open_key(item.text)});
         if (opened.back().clear == nullptr) {
-            throw Failure(ExitCode::negative, escaped(path) + ": the key cannot be opened with the master keys; nothing was changed");
+            throw Failure(
+                ExitCode::negative,
+                escaped(path) + ": the key cannot be opened with the master keys; nothing was changed");
         }
     }
     return opened;
 }
 
 // What was read is expected to be there still: a key that somebody has entered meanwhile is not overwritten.
-cerrno store(Database &database, const std::vector<Opened> &opened, const std::string &tree, std::vector<std::string> &changed) {
+cerrno store(Database &database, const std::vector<Opened> &opened, const std::string &tree,
+             std::vector<std::string> &changed) {
     const uint32_t newest = master_keys().back().generation;
     Changes changes;
     std::vector<std::string> paths;
@@ -66,7 +69,7 @@ cerrno store(Database &database, const std::vector<Opened> &opened, const std::s
     return rc;
 }
 
-} // namespace
+}  // namespace
 
 void WipeText::operator()(char *text) const {
     explicit_bzero(text, std::strlen(text));
@@ -78,7 +81,8 @@ void log_to_standard_error() {
 }
 
 Failure master_keys_failure(cerrno rc) {
-    const bool unavailable = rc == kKeysUnusable || (rc & 0x80000000u) == 0; // an errno value has no severity
+    const bool unavailable =
+        rc == kKeysUnusable || (rc & 0x80000000u) == 0;  // an errno value has no severity
     return {unavailable ? ExitCode::unavailable : ExitCode::failed,
             escaped(aaa_platform_master_keys_path()) + ": " + escaped(cerr_strerror(rc))};
 }
@@ -95,7 +99,8 @@ std::vector<aaa_platform_master_key_t> master_keys() {
 
 std::optional<uint32_t> sealed_generation(const std::string &text) {
     const bool formed = text.size() >= 4 && text.size() % 2 == 0 && is_digit(text[0]) && is_digit(text[1]) &&
-                        std::all_of(text.begin(), text.end(), [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; });
+                        std::all_of(text.begin(), text.end(),
+                                    [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; });
     if (!formed) {
         return std::nullopt;
     }
@@ -105,7 +110,8 @@ std::optional<uint32_t> sealed_generation(const std::string &text) {
 std::string seal_key(const char *clear) {
     const std::unique_ptr<char, decltype(&std::free)> sealed(pw_encrypt(clear, kReversible), &std::free);
     if (sealed == nullptr) {
-        throw Failure(ExitCode::unavailable, "the key cannot be sealed with " + escaped(aaa_platform_master_keys_path()));
+        throw Failure(ExitCode::unavailable,
+                      "the key cannot be sealed with " + escaped(aaa_platform_master_keys_path()));
     }
     return sealed.get();
 }
@@ -131,7 +137,8 @@ std::vector<SealedItem> find_sealed(Database &database, const std::string &path)
     return found;
 }
 
-std::vector<std::string> reseal(const std::vector<std::string> &paths, const std::function<void()> &before_sealing) {
+std::vector<std::string> reseal(const std::vector<std::string> &paths,
+                                const std::function<void()> &before_sealing) {
     Database database;
     std::vector<Opened> opened = open_all(database, paths);
     before_sealing();
@@ -155,4 +162,4 @@ std::string generation_text(uint32_t generation) {
     return (generation < 10 ? "0" : "") + std::to_string(generation);
 }
 
-} // namespace aaactl
+}  // namespace aaactl

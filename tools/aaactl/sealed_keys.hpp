@@ -44,11 +44,13 @@ struct SealedItem {
 // Texts that have the form of sealed keys, at the path or below it.
 std::vector<SealedItem> find_sealed(Database &database, const std::string &path);
 
-// Seals stored keys again with the newest master key, those of one tree as one change. A key that cannot be opened
-// stops it before anything is changed. `before_sealing` runs when all have been opened. The paths that were changed.
-std::vector<std::string> reseal(const std::vector<std::string> &paths, const std::function<void()> &before_sealing);
+// Seals stored keys again with the newest master key, those of one tree as one change. A key that cannot be
+// opened stops it before anything is changed. `before_sealing` runs when all have been opened. The paths that
+// were changed.
+std::vector<std::string> reseal(const std::vector<std::string> &paths,
+                                const std::function<void()> &before_sealing);
 
 // "01"
 std::string generation_text(uint32_t generation);
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -2,13 +2,13 @@
 
 #include "secret_input.hpp"
 
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <poll.h>
-#include <termios.h>
-#include <unistd.h>
 
 #include "output.hpp"
 
@@ -23,8 +23,9 @@ void note_signal(int number) {
     g_signal = number;
 }
 
-// The terminal without echo, until it goes out of scope. Signals that would end the program meanwhile are let in
-// only while it waits for input, and raised again at the end, so that no terminal is left mute and none is missed.
+// The terminal without echo, until it goes out of scope. Signals that would end the program meanwhile are let
+// in only while it waits for input, and raised again at the end, so that no terminal is left mute and none is
+// missed.
 class Silence {
   public:
     explicit Silence(int fd) : fd_(fd) {
@@ -73,11 +74,11 @@ class Silence {
     bool silenced_ = false;
     sigset_t mask_{};
     termios saved_{};
-    struct sigaction actions_[std::size(kSignals)] {};
+    struct sigaction actions_[std::size(kSignals)]{};
 };
 
-// To the end of the input, or of the line; reserved at once, so that growing leaves no copies behind. A signal
-// that comes while a line is typed leaves nothing of it.
+// To the end of the input, or of the line; reserved at once, so that growing leaves no copies behind. A
+// signal that comes while a line is typed leaves nothing of it.
 std::string read_up_to(size_t limit, bool one_line, bool *ended = nullptr, const Silence *typed = nullptr) {
     std::string text;
     text.reserve(limit + 2);
@@ -110,7 +111,8 @@ void show_prompt(const std::string &prompt) {
 std::string read_typed(const std::string &prompt, size_t limit, bool *ended = nullptr) {
     const Silence silence(STDIN_FILENO);
     if (!silence.silenced()) {
-        throw Failure(ExitCode::failed, std::string("the terminal does not stop its echo: ") + std::strerror(errno));
+        throw Failure(ExitCode::failed,
+                      std::string("the terminal does not stop its echo: ") + std::strerror(errno));
     }
     show_prompt(prompt);
     return read_up_to(limit, true, ended, &silence);
@@ -127,7 +129,7 @@ std::string read_line(const std::string &prompt, bool echo, size_t limit, bool *
     return read_up_to(limit, true, ended);
 }
 
-} // namespace
+}  // namespace
 
 std::string read_secret(const std::string &prompt, size_t limit) {
     std::string text = isatty(STDIN_FILENO) == 1 ? read_typed(prompt, limit) : read_up_to(limit, false);
@@ -149,7 +151,8 @@ std::optional<std::string> read_answer(const std::string &prompt, bool echo, siz
     std::string text = read_line(prompt, echo, limit, &ended);
     if (text.size() > limit || text.find('\0') != std::string::npos) {
         wipe(text);
-        throw Failure(ExitCode::bad_input, "standard input: a line of more than " + std::to_string(limit) + " bytes, or with a NUL");
+        throw Failure(ExitCode::bad_input, "standard input: a line of more than " + std::to_string(limit) +
+                                               " bytes, or with a NUL");
     }
     return ended && text.empty() ? std::nullopt : std::optional(std::move(text));
 }
@@ -159,4 +162,4 @@ void wipe(std::string &text) {
     text.clear();
 }
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -32,7 +32,9 @@ struct GroupOptions {
 };
 
 void add_protocol(CLI::App *sub, GroupOptions &options) {
-    sub->add_option("PROTOCOL", options.protocol, "radius, tacacs or diameter")->required()->check(CLI::IsMember(protocol_names()));
+    sub->add_option("PROTOCOL", options.protocol, "radius, tacacs or diameter")
+        ->required()
+        ->check(CLI::IsMember(protocol_names()));
     sub->add_option("NAME", options.name, "The group's name")->required();
 }
 
@@ -59,8 +61,10 @@ ExitCode list(Output &out, const GroupOptions &options) {
                 continue;
             }
             document["groups"].push_back(group_json(group));
-            rows.push_back({protocol_name(protocol), escaped(group.name), group.number ? std::to_string(*group.number) : "-",
-                            group.configured ? servers_text(group) : out.styled(Style::bad, "(published, not configured)")});
+            rows.push_back({protocol_name(protocol), escaped(group.name),
+                            group.number ? std::to_string(*group.number) : "-",
+                            group.configured ? servers_text(group)
+                                             : out.styled(Style::bad, "(published, not configured)")});
         }
     }
     if (rows.empty() && !options.name.empty()) {
@@ -75,10 +79,13 @@ void add_list(Program &program, CLI::App *sg) {
     CLI::App *sub = program.command(sg, "list", "Print server groups with their numbers and servers",
                                     [options](Output &out) { return list(out, *options); });
     sub->add_option("NAME", options->name, "Only the group of this name");
-    sub->add_option("--protocol", options->protocol, "Only groups of radius, tacacs or diameter")->check(CLI::IsMember(protocol_names()));
-    sub->footer("A group without a number (-) is not published yet: the AAA server does that, or \"sg add\".\n"
-                "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, private}]}]}\n"
-                "Example: aaactl sg list --protocol radius");
+    sub->add_option("--protocol", options->protocol, "Only groups of radius, tacacs or diameter")
+        ->check(CLI::IsMember(protocol_names()));
+    sub->footer(
+        "A group without a number (-) is not published yet: the AAA server does that, or \"sg add\".\n"
+        "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, "
+        "private}]}]}\n"
+        "Example: aaactl sg list --protocol radius");
 }
 
 // ---- verify and apply
@@ -93,20 +100,24 @@ void verify(const GroupOptions &options, uint32_t operation) {
     event.operation = operation;
     char *reason = nullptr;
     uint32_t verdict = 0;
-    const cerrno rc = aaa_util_svr_grp_verify(&event, &reason, &verdict, options.name.c_str(), protocol_number(options.protocol));
+    const cerrno rc = aaa_util_svr_grp_verify(&event, &reason, &verdict, options.name.c_str(),
+                                              protocol_number(options.protocol));
     const std::unique_ptr<char, FreeText> owner(reason);
     if (rc == AAA_OK && verdict == AAA_VERDICT_ACCEPTED) {
         return;
     }
-    const bool is_refusal = rc == AAA_ERR_INVALID_ARG || rc == AAA_ERR_SG_NAME_OTHER_PROTOCOL || rc == AAA_ERR_SG_IN_USE;
+    const bool is_refusal =
+        rc == AAA_ERR_INVALID_ARG || rc == AAA_ERR_SG_NAME_OTHER_PROTOCOL || rc == AAA_ERR_SG_IN_USE;
     throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),
-                  "server group " + escaped(options.name) + ": refused: " + escaped(reason != nullptr ? reason : cerr_strerror(rc)));
+                  "server group " + escaped(options.name) +
+                      ": refused: " + escaped(reason != nullptr ? reason : cerr_strerror(rc)));
 }
 
 cerrno apply(Database &database, const GroupOptions &options, uint32_t operation, uint32_t &number) {
     aaa_cfg_event_t event{};
     event.operation = operation;
-    return aaa_util_svr_grp_apply(database.connection(kGroupMaps), &event, options.protocol.c_str(), options.name.c_str(), &number);
+    return aaa_util_svr_grp_apply(database.connection(kGroupMaps), &event, options.protocol.c_str(),
+                                  options.name.c_str(), &number);
 }
 
 // ---- add
@@ -121,7 +132,8 @@ struct Server {
 
 uint32_t parse_port(const std::string &text, const std::string &server) {
     char *end = nullptr;
-    const unsigned long port = text.empty() || text[0] < '0' || text[0] > '9' ? 0 : std::strtoul(text.c_str(), &end, 10);
+    const unsigned long port =
+        text.empty() || text[0] < '0' || text[0] > '9' ? 0 : std::strtoul(text.c_str(), &end, 10);
     if (port == 0 || port > 65535 || *end != '\0') {
         throw Failure(ExitCode::usage, "\"" + escaped(server) + "\": a port is a number from 1 to 65535");
     }
@@ -140,7 +152,8 @@ void check_host(const std::string &host) {
 Server parse_server(const std::string &text, uint32_t protocol) {
     const uint32_t usual = protocol == 1 ? 1812 : protocol == 2 ? 49 : 3868;
     const size_t comma = std::min(text.find(','), text.size());
-    Server server{text.substr(0, comma), usual, protocol == 1 ? 1813u : 0u, protocol != 1 && comma != text.size()};
+    Server server{text.substr(0, comma), usual, protocol == 1 ? 1813u : 0u,
+                  protocol != 1 && comma != text.size()};
     check_group_name(server.host);
     check_host(server.host);
     if (comma == text.size()) {
@@ -167,10 +180,13 @@ std::string hexadecimal(uint32_t number) {
 uint32_t next_index(const GroupOptions &options, uint32_t protocol, const Server &server) {
     uint32_t index = 0;
     const uint32_t is_private = options.is_private ? 1 : 0;
-    const cerrno rc = protocol == 1 ? aaa_util_get_next_ord_index(options.name.c_str(), protocol, AAA_INDEX_ANY, &index, server.host.c_str(),
-                                                                  server.port1, server.port2, 0, is_private)
-                                    : aaa_util_get_next_tacacs_ord_index(options.name.c_str(), protocol, AAA_INDEX_ANY, &index,
-                                                                         server.host.c_str(), server.port1, 0, server.as_directory ? 1 : 0, is_private);
+    const cerrno rc =
+        protocol == 1
+            ? aaa_util_get_next_ord_index(options.name.c_str(), protocol, AAA_INDEX_ANY, &index,
+                                          server.host.c_str(), server.port1, server.port2, 0, is_private)
+            : aaa_util_get_next_tacacs_ord_index(options.name.c_str(), protocol, AAA_INDEX_ANY, &index,
+                                                 server.host.c_str(), server.port1, 0,
+                                                 server.as_directory ? 1 : 0, is_private);
     if (rc != AAA_OK) {
         const bool is_refusal = rc == AAA_ERR_INDEX_IN_USE;
         throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),
@@ -190,13 +206,16 @@ std::string server_entry(uint32_t protocol, const Server &server) {
 void check_other_form(const std::optional<Group> &group, uint32_t protocol, const Server &server) {
     for (const GroupServer &stored : group ? group->servers : std::vector<GroupServer>{}) {
         if (protocol != 1 && stored.host() == server.host) {
-            throw Failure(ExitCode::negative, "server " + escaped(server.host) + ": refused: the group has it already");
+            throw Failure(ExitCode::negative,
+                          "server " + escaped(server.host) + ": refused: the group has it already");
         }
     }
 }
 
-std::string server_path(const GroupOptions &options, uint32_t protocol, uint32_t index, const std::string &entry) {
-    return group_directory(protocol, options.name) + (options.is_private ? "server-private/" : "server/") + hexadecimal(index) + "/" + entry;
+std::string server_path(const GroupOptions &options, uint32_t protocol, uint32_t index,
+                        const std::string &entry) {
+    return group_directory(protocol, options.name) + (options.is_private ? "server-private/" : "server/") +
+           hexadecimal(index) + "/" + entry;
 }
 
 // One index after the other, as if each server had been stored before the next was asked for.
@@ -235,7 +254,8 @@ void configure(Database &database, const Changes &changes) {
     }
 }
 
-// The maps first: a number without a group is taken up by the next attempt, a group without one would not work.
+// The maps first: a number without a group is taken up by the next attempt, a group without one would not
+// work.
 ExitCode add(Output &out, const GroupOptions &options) {
     check_group_name(options.name);
     const uint32_t protocol = protocol_number(options.protocol);
@@ -245,7 +265,8 @@ ExitCode add(Output &out, const GroupOptions &options) {
     const Changes changes = server_changes(options, protocol, before);
     uint32_t number = 0;
     if (const cerrno rc = apply(database, options, AAA_CFG_OP_CREATE, number); rc != AAA_OK) {
-        throw Failure(database_failure("", rc).code(), "server group " + escaped(options.name) + ": refused: " + escaped(cerr_strerror(rc)));
+        throw Failure(database_failure("", rc).code(),
+                      "server group " + escaped(options.name) + ": refused: " + escaped(cerr_strerror(rc)));
     }
     try {
         configure(database, changes);
@@ -256,18 +277,25 @@ ExitCode add(Output &out, const GroupOptions &options) {
         throw;
     }
     const Group group = read_group(database, protocol, options.name).value_or(Group{});
-    out.result(group_json(group), [&] { out.line(options.protocol + " " + escaped(options.name) + " " + std::to_string(number) + ": " + servers_text(group)); });
+    out.result(group_json(group), [&] {
+        out.line(options.protocol + " " + escaped(options.name) + " " + std::to_string(number) + ": " +
+                 servers_text(group));
+    });
     return ExitCode::ok;
 }
 
 void add_add(Program &program, CLI::App *sg) {
     auto options = std::make_shared<GroupOptions>();
-    CLI::App *sub = program.command(sg, "add", "Create a server group, or add servers to it", [options](Output &out) { return add(out, *options); });
+    CLI::App *sub = program.command(sg, "add", "Create a server group, or add servers to it",
+                                    [options](Output &out) { return add(out, *options); });
     add_protocol(sub, *options);
-    sub->add_option("SERVER", options->servers, "ADDRESS, ADDRESS,PORT or, of RADIUS, ADDRESS,AUTHENTICATION_PORT,ACCOUNTING_PORT");
+    sub->add_option("SERVER", options->servers,
+                    "ADDRESS, ADDRESS,PORT or, of RADIUS, ADDRESS,AUTHENTICATION_PORT,ACCOUNTING_PORT");
     sub->add_flag("--private", options->is_private, "The servers are the group's own");
-    sub->footer("Names and servers are refused for the reasons of the configuration process (exit status 1).\n"
-                "JSON: as of one group of \"sg list\"\nExample: aaactl sg add radius corp 192.0.2.20 192.0.2.21,1645,1646");
+    sub->footer(
+        "Names and servers are refused for the reasons of the configuration process (exit status 1).\n"
+        "JSON: as of one group of \"sg list\"\nExample: aaactl sg add radius corp 192.0.2.20 "
+        "192.0.2.21,1645,1646");
 }
 
 // ---- delete
@@ -288,7 +316,8 @@ Changes server_deletions(const GroupOptions &options, const Group &group) {
             found = true;
         }
         if (!found) {
-            throw Failure(ExitCode::not_found, "server group " + escaped(group.name) + " has no server " + escaped(text));
+            throw Failure(ExitCode::not_found,
+                          "server group " + escaped(group.name) + " has no server " + escaped(text));
         }
     }
     // Without servers the group goes on existing.
@@ -314,7 +343,8 @@ ExitCode remove(Output &out, const GroupOptions &options) {
     Database database;
     const auto group = read_group(database, protocol_number(options.protocol), options.name);
     if (!group) {
-        throw Failure(ExitCode::not_found, escaped(options.name) + ": no such server group of " + options.protocol);
+        throw Failure(ExitCode::not_found,
+                      escaped(options.name) + ": no such server group of " + options.protocol);
     }
     if (options.servers.empty()) {
         delete_group(database, options, *group);
@@ -328,14 +358,17 @@ ExitCode remove(Output &out, const GroupOptions &options) {
 
 void add_delete(Program &program, CLI::App *sg) {
     auto options = std::make_shared<GroupOptions>();
-    CLI::App *sub = program.command(sg, "delete", "Delete a server group, or servers of it", [options](Output &out) { return remove(out, *options); });
+    CLI::App *sub = program.command(sg, "delete", "Delete a server group, or servers of it",
+                                    [options](Output &out) { return remove(out, *options); });
     add_protocol(sub, *options);
     sub->add_option("SERVER", options->servers, "Only these: HOST, or as \"sg list\" has it");
-    sub->footer("A group that a method list names is not deleted (exit status 1).\n"
-                "JSON: {deleted, group: what is left of it, or null}\nExample: aaactl sg delete radius corp 192.0.2.21");
+    sub->footer(
+        "A group that a method list names is not deleted (exit status 1).\n"
+        "JSON: {deleted, group: what is left of it, or null}\nExample: aaactl sg delete radius corp "
+        "192.0.2.21");
 }
 
-} // namespace
+}  // namespace
 
 void add_sg(Program &program) {
     CLI::App *sg = program.group("sg", "Show and change server groups");
@@ -344,4 +377,4 @@ void add_sg(Program &program) {
     add_delete(program, sg);
 }
 
-} // namespace aaactl
+}  // namespace aaactl

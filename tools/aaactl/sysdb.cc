@@ -25,10 +25,12 @@ ExitCode get(Output &out, const std::string &path) {
 
 void add_get(Program &program, CLI::App *sysdb) {
     auto path = std::make_shared<std::string>();
-    CLI::App *sub = program.command(sysdb, "get", "Print the value of one item", [path](Output &out) { return get(out, *path); });
+    CLI::App *sub = program.command(sysdb, "get", "Print the value of one item",
+                                    [path](Output &out) { return get(out, *path); });
     sub->add_option("PATH", *path, "The item, below /cfg/ or /oper/")->required();
-    sub->footer("JSON: {path, type, value}; \"masked\": true in place of the value of a secret.\n"
-                "Example: aaactl sysdb get /cfg/gl/aaa/authentication/login/default");
+    sub->footer(
+        "JSON: {path, type, value}; \"masked\": true in place of the value of a secret.\n"
+        "Example: aaactl sysdb get /cfg/gl/aaa/authentication/login/default");
 }
 
 // ---- set
@@ -51,7 +53,8 @@ uint32_t type_to_set(Database &database, const SetOptions &options) {
     if (const auto before = database.find(options.path)) {
         return before->type;
     }
-    throw Failure(ExitCode::usage, escaped(options.path) + ": no such item yet; say of which type it is to be with --type");
+    throw Failure(ExitCode::usage,
+                  escaped(options.path) + ": no such item yet; say of which type it is to be with --type");
 }
 
 std::string value_to_set(const SetOptions &options) {
@@ -59,8 +62,10 @@ std::string value_to_set(const SetOptions &options) {
         return read_secret("Value: ", kMaxValue);
     }
     if (!options.allow_secret && (is_secret_path(options.path) || looks_sealed(options.value))) {
-        throw Failure(ExitCode::usage, "a secret does not belong on a command line, where every user can read it: leave VALUE out "
-                                       "and give it on standard input, or say --allow-secret-argument");
+        throw Failure(
+            ExitCode::usage,
+            "a secret does not belong on a command line, where every user can read it: leave VALUE out "
+            "and give it on standard input, or say --allow-secret-argument");
     }
     return options.value;
 }
@@ -82,19 +87,25 @@ ExitCode set(Output &out, const SetOptions &options) {
 
 void add_set(Program &program, CLI::App *sysdb) {
     auto options = std::make_shared<SetOptions>();
-    CLI::App *sub =
-        program.command(sysdb, "set", "Create or replace one item", [options](Output &out) { return set(out, *options); });
-    sub->add_option("PATH", options->path, "The item; with '/' at its end, a directory to be made")->required();
-    sub->add_option("VALUE", options->value, "The value; without it, or with \"-\", it is read from standard input");
-    sub->add_option("--type", options->type,
-                    "u32, string, tuple, directory or bytes:NUMBER (any other type, its value in hexadecimal); "
-                    "without it the item keeps its type")
+    CLI::App *sub = program.command(sysdb, "set", "Create or replace one item",
+                                    [options](Output &out) { return set(out, *options); });
+    sub->add_option("PATH", options->path, "The item; with '/' at its end, a directory to be made")
+        ->required();
+    sub->add_option("VALUE", options->value,
+                    "The value; without it, or with \"-\", it is read from standard input");
+    sub->add_option(
+           "--type", options->type,
+           "u32, string, tuple, directory or bytes:NUMBER (any other type, its value in hexadecimal); "
+           "without it the item keeps its type")
         ->type_name("TYPE");
-    sub->add_flag("--allow-secret-argument", options->allow_secret, "Take the value of a key or password from the command line");
-    sub->footer("JSON: as of \"sysdb get\"\n"
-                "Examples: aaactl sysdb set /cfg/site/name --type string 'Building 4'\n"
-                "          aaactl sysdb set /cfg/gl/aaa/authentication/login/default --type tuple '10,4,0,0,\"corp\",\"\",\"\",\"\"'\n"
-                "          aaactl key seal | aaactl sysdb set /cfg/site/key --type string");
+    sub->add_flag("--allow-secret-argument", options->allow_secret,
+                  "Take the value of a key or password from the command line");
+    sub->footer(
+        "JSON: as of \"sysdb get\"\n"
+        "Examples: aaactl sysdb set /cfg/site/name --type string 'Building 4'\n"
+        "          aaactl sysdb set /cfg/gl/aaa/authentication/login/default --type tuple "
+        "'10,4,0,0,\"corp\",\"\",\"\",\"\"'\n"
+        "          aaactl key seal | aaactl sysdb set /cfg/site/key --type string");
 }
 
 // ---- del
@@ -106,13 +117,17 @@ ExitCode del(Output &out, const std::string &path, bool recursive) {
     if (directory && !recursive) {
         const auto entries = database.list(target);
         if (entries && !entries->empty()) {
-            throw Failure(ExitCode::usage, escaped(path) + ": a directory that is not empty; --recursive deletes it with all that is below");
+            throw Failure(
+                ExitCode::usage,
+                escaped(path) +
+                    ": a directory that is not empty; --recursive deletes it with all that is below");
         }
     }
     if (!database.remove(target)) {
         const bool is_directory = !directory && database.list(target + '/').has_value();
-        throw is_directory ? Failure(ExitCode::not_found, escaped(path) + ": a directory, no item; --recursive deletes it")
-                           : database_failure(path, SYSDB_ERR_NOT_FOUND);
+        throw is_directory
+            ? Failure(ExitCode::not_found, escaped(path) + ": a directory, no item; --recursive deletes it")
+            : database_failure(path, SYSDB_ERR_NOT_FOUND);
     }
     out.result({{"path", escaped(target)}, {"deleted", true}}, [] {});
     return ExitCode::ok;
@@ -124,7 +139,8 @@ void add_del(Program &program, CLI::App *sysdb) {
     CLI::App *sub = program.command(sysdb, "del", "Delete one item, or a directory",
                                     [path, recursive](Output &out) { return del(out, *path, *recursive); });
     sub->add_option("PATH", *path, "The item or the directory")->required();
-    sub->add_flag("-r,--recursive", *recursive, "PATH is a directory: delete it with all that is below, at once");
+    sub->add_flag("-r,--recursive", *recursive,
+                  "PATH is a directory: delete it with all that is below, at once");
     sub->footer("JSON: {path, deleted}\nExample: aaactl sysdb del --recursive /oper/aaa/gl/group-server/");
 }
 
@@ -169,11 +185,13 @@ struct Listed {
     Reading reading;
 };
 
-std::vector<Listed> read_level(Database &database, const std::string &directory, const std::vector<Entry> &entries, bool values) {
+std::vector<Listed> read_level(Database &database, const std::string &directory,
+                               const std::vector<Entry> &entries, bool values) {
     std::vector<Listed> level;
     for (const Entry &entry : entries) {
         const std::string path = directory + entry.name;
-        level.push_back({path, entry, values && !entry.is_directory() ? read_entry(database, path) : Reading{}});
+        level.push_back(
+            {path, entry, values && !entry.is_directory() ? read_entry(database, path) : Reading{}});
     }
     return level;
 }
@@ -198,10 +216,14 @@ ExitCode ls(Output &out, const std::string &path, bool long_form) {
     std::vector<std::vector<std::string>> rows;
     for (const Listed &listed : level) {
         document["entries"].push_back(entry_json(out, listed.path, listed.entry, listed.reading));
-        const std::string name = out.styled(listed.entry.is_directory() ? Style::strong : Style::plain, escaped(listed.entry.name));
-        rows.push_back(long_form ? std::vector<std::string>{type_name(listed.entry.type), name,
-                                                            listed.entry.is_directory() ? "" : entry_value(out, listed.path, listed.reading)}
-                                 : std::vector<std::string>{name});
+        const std::string name = out.styled(listed.entry.is_directory() ? Style::strong : Style::plain,
+                                            escaped(listed.entry.name));
+        rows.push_back(long_form
+                           ? std::vector<std::string>{type_name(listed.entry.type), name,
+                                                      listed.entry.is_directory()
+                                                          ? ""
+                                                          : entry_value(out, listed.path, listed.reading)}
+                           : std::vector<std::string>{name});
     }
     out.result(document, [&] { out.table({}, rows); });
     return ExitCode::ok;
@@ -214,7 +236,9 @@ void add_ls(Program &program, CLI::App *sysdb) {
                                     [path, long_form](Output &out) { return ls(out, *path, *long_form); });
     sub->add_option("PATH", *path, "The directory; / without one");
     sub->add_flag("-l,--long", *long_form, "Types and values too");
-    sub->footer("JSON: {path, entries: [{name, type, value with -l}]}\nExample: aaactl sysdb ls -l /cfg/gl/aaa/authentication/login/");
+    sub->footer(
+        "JSON: {path, entries: [{name, type, value with -l}]}\nExample: aaactl sysdb ls -l "
+        "/cfg/gl/aaa/authentication/login/");
 }
 
 struct Branch {
@@ -222,8 +246,10 @@ struct Branch {
     Json entries = Json::array();
 };
 
-void grow(Output &out, Database &database, const std::string &directory, const std::string &indent, Branch &branch) {
-    const std::vector<Listed> level = read_level(database, directory, database.list(directory).value_or(std::vector<Entry>{}), true);
+void grow(Output &out, Database &database, const std::string &directory, const std::string &indent,
+          Branch &branch) {
+    const std::vector<Listed> level =
+        read_level(database, directory, database.list(directory).value_or(std::vector<Entry>{}), true);
     for (size_t i = 0; i < level.size(); ++i) {
         const Listed &listed = level[i];
         const bool last = i + 1 == level.size();
@@ -231,7 +257,8 @@ void grow(Output &out, Database &database, const std::string &directory, const s
         const std::string name = escaped(listed.entry.name);
         Json document = entry_json(out, listed.path, listed.entry, listed.reading);
         if (!listed.entry.is_directory()) {
-            branch.lines.push_back(stem + name + out.styled(Style::dim, " = ") + entry_value(out, listed.path, listed.reading));
+            branch.lines.push_back(stem + name + out.styled(Style::dim, " = ") +
+                                   entry_value(out, listed.path, listed.reading));
         } else {
             branch.lines.push_back(stem + out.styled(Style::strong, name));
             Branch below;
@@ -265,10 +292,11 @@ void add_tree(Program &program, CLI::App *sysdb) {
     CLI::App *sub = program.command(sysdb, "tree", "Draw all that is below a directory, with values",
                                     [path](Output &out) { return tree(out, *path); });
     sub->add_option("PATH", *path, "The directory; / without one");
-    sub->footer("JSON: {path, entries: [{name, type, value or entries}]}\nExample: aaactl sysdb tree /oper/aaa/");
+    sub->footer(
+        "JSON: {path, entries: [{name, type, value or entries}]}\nExample: aaactl sysdb tree /oper/aaa/");
 }
 
-} // namespace
+}  // namespace
 
 Json item_json(const Output &out, const std::string &path, const Item &item) {
     Json document = {{"path", escaped(path)}, {"type", type_name(item.type)}};
@@ -289,8 +317,10 @@ std::string shown_value(const Output &out, const std::string &path, const Item &
 
 void add_sysdb(Program &program) {
     CLI::App *sysdb = program.group("sysdb", "Read, change and watch the system database");
-    sysdb->footer("Text is shown with \\n, \\t, \\r, \\\\ and \\xNN for what is not printable, in JSON strings too. Values of keys and\n"
-                  "passwords are masked unless --show-secrets. Files: see AAA_SYSDB_CFG_DIR and AAA_SYSDB_RUN_DIR.");
+    sysdb->footer(
+        "Text is shown with \\n, \\t, \\r, \\\\ and \\xNN for what is not printable, in JSON strings too. "
+        "Values of keys and\n"
+        "passwords are masked unless --show-secrets. Files: see AAA_SYSDB_CFG_DIR and AAA_SYSDB_RUN_DIR.");
     add_get(program, sysdb);
     add_set(program, sysdb);
     add_del(program, sysdb);
@@ -302,4 +332,4 @@ void add_sysdb(Program &program) {
     add_sysdb_diff(program, sysdb);
 }
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -20,4 +20,4 @@ void add_sysdb_dump(Program &program, CLI::App *sysdb);
 void add_sysdb_load(Program &program, CLI::App *sysdb);
 void add_sysdb_diff(Program &program, CLI::App *sysdb);
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -22,7 +22,8 @@ class Changes {
     void prune(const std::string &directory) { add(SYSDB_CHANGE_PRUNE, directory, {}); }
     bool empty() const { return changes_.empty(); }
 
-    // The paths lie in the directory. On failure `failed` is the refused change's number, or how many there are.
+    // The paths lie in the directory. On failure `failed` is the refused change's number, or how many there
+    // are.
     cerrno apply(Database &database, const std::string &directory, size_t &failed) const;
 
   private:
@@ -31,9 +32,11 @@ class Changes {
         std::string path;
         Item item;
     };
-    void add(uint32_t operation, const std::string &path, const Item &item) { changes_.push_back({operation, path, item}); }
+    void add(uint32_t operation, const std::string &path, const Item &item) {
+        changes_.push_back({operation, path, item});
+    }
 
     std::vector<Change> changes_;
 };
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -13,7 +13,8 @@ namespace aaactl {
 namespace {
 
 size_t masked_items(const Dump &dump) {
-    return static_cast<size_t>(std::count_if(dump.items.begin(), dump.items.end(), [](const DumpItem &item) { return item.masked; }));
+    return static_cast<size_t>(std::count_if(dump.items.begin(), dump.items.end(),
+                                             [](const DumpItem &item) { return item.masked; }));
 }
 
 ExitCode dump(Output &out, const std::string &path) {
@@ -30,7 +31,8 @@ ExitCode dump(Output &out, const std::string &path) {
         }
     });
     if (const size_t masked = masked_items(dump); masked != 0) {
-        out.note("aaactl: values of keys and passwords left out: " + std::to_string(masked) + " (--show-secrets writes them)");
+        out.note("aaactl: values of keys and passwords left out: " + std::to_string(masked) +
+                 " (--show-secrets writes them)");
     }
     return ExitCode::ok;
 }
@@ -55,7 +57,8 @@ ExitCode diff(Output &out, const std::string &file, const std::string &path) {
     const std::vector<Difference> differences = compare(dump, stored, directory);
     Json document = {{"directory", escaped(directory)}, {"differences", Json::array()}};
     for (const Difference &difference : differences) {
-        document["differences"].push_back(item_change_json(out, {difference.dump, difference.stored}, "dump", "database"));
+        document["differences"].push_back(
+            item_change_json(out, {difference.dump, difference.stored}, "dump", "database"));
     }
     out.result(document, [&] {
         for (const Difference &difference : differences) {
@@ -65,17 +68,19 @@ ExitCode diff(Output &out, const std::string &file, const std::string &path) {
     return differences.empty() ? ExitCode::ok : ExitCode::negative;
 }
 
-} // namespace
+}  // namespace
 
 void add_sysdb_dump(Program &program, CLI::App *sysdb) {
     auto path = std::make_shared<std::string>("/cfg/");
     CLI::App *sub = program.command(sysdb, "dump", "Print a directory so that it can be loaded again",
                                     [path](Output &out) { return dump(out, *path); });
     sub->add_option("PATH", *path, "The directory; /cfg/ without one");
-    sub->footer("A line is PATH TYPE VALUE, in the database's order; the first is \"aaactl-dump 1 DIRECTORY\". A masked value\n"
-                "(********) is kept by \"load\" as it is stored there; a full backup needs --show-secrets.\n"
-                "JSON: {format, version, directory, items: [{path, type, value or masked}]}\n"
-                "Example: aaactl sysdb dump --show-secrets /cfg/ >backup");
+    sub->footer(
+        "A line is PATH TYPE VALUE, in the database's order; the first is \"aaactl-dump 1 DIRECTORY\". A "
+        "masked value\n"
+        "(********) is kept by \"load\" as it is stored there; a full backup needs --show-secrets.\n"
+        "JSON: {format, version, directory, items: [{path, type, value or masked}]}\n"
+        "Example: aaactl sysdb dump --show-secrets /cfg/ >backup");
 }
 
 void add_sysdb_diff(Program &program, CLI::App *sysdb) {
@@ -85,9 +90,10 @@ void add_sysdb_diff(Program &program, CLI::App *sysdb) {
                                     [file, path](Output &out) { return diff(out, *file, *path); });
     sub->add_option("FILE", *file, "The dump, text or JSON; - for standard input")->required();
     sub->add_option("PATH", *path, "Compare only what is below; all of the dump without it");
-    sub->footer("\"-\" is how the dump has it, \"+\" how the database has it. Exit status 1 when they differ.\n"
-                "JSON: {directory, differences: [{path, change: added|removed|changed, dump, database}]}\n"
-                "Example: aaactl sysdb diff backup /cfg/gl/aaa/");
+    sub->footer(
+        "\"-\" is how the dump has it, \"+\" how the database has it. Exit status 1 when they differ.\n"
+        "JSON: {directory, differences: [{path, change: added|removed|changed, dump, database}]}\n"
+        "Example: aaactl sysdb diff backup /cfg/gl/aaa/");
 }
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -38,17 +38,22 @@ std::vector<Difference> planned(const Dump &dump, const Dump &stored, bool repla
 Counts count(const std::vector<Difference> &differences) {
     Counts counts;
     for (const Difference &difference : differences) {
-        ++(difference.stored == nullptr ? counts.created : difference.dump == nullptr ? counts.deleted : counts.changed);
+        ++(difference.stored == nullptr ? counts.created
+           : difference.dump == nullptr ? counts.deleted
+                                        : counts.changed);
     }
     return counts;
 }
 
 // A masked value is the one that is stored, and is to be there still when the change is made.
-void add_masked(const Dump &dump, const DumpItem &item, const std::map<std::string_view, const DumpItem *> &stored, Changes &changes) {
+void add_masked(const Dump &dump, const DumpItem &item,
+                const std::map<std::string_view, const DumpItem *> &stored, Changes &changes) {
     const auto found = stored.find(item.path);
     if (found == stored.end() || found->second->item.type != item.item.type) {
-        throw Failure(ExitCode::bad_input, dump.place(item) + ": " + escaped(item.path) +
-                                               ": the value is masked, and none of its type is stored to be kept; dump with --show-secrets");
+        throw Failure(
+            ExitCode::bad_input,
+            dump.place(item) + ": " + escaped(item.path) +
+                ": the value is masked, and none of its type is stored to be kept; dump with --show-secrets");
     }
     changes.expect(item.path, found->second->item);
 }
@@ -84,7 +89,7 @@ Failure refused(const LoadOptions &options, const Dump &dump, size_t index, cerr
             where + dump.place(item) + ": " + failure.what() + "; nothing was loaded"};
 }
 
-constexpr int kAttempts = 10; // when others change a masked value meanwhile
+constexpr int kAttempts = 10;  // when others change a masked value meanwhile
 
 struct Outcome {
     Dump stored;
@@ -116,37 +121,46 @@ ExitCode load(Output &out, const LoadOptions &options) {
     Database database;
     const Outcome outcome = load_dump(out, database, options, dump);
     const Counts counts = count(outcome.differences);
-    Json document = {{"directory", escaped(dump.directory)}, {"items", dump.items.size()},    {"created", counts.created},
-                     {"changed", counts.changed},            {"deleted", counts.deleted}, {"loaded", !options.dry_run}};
+    Json document = {{"directory", escaped(dump.directory)},
+                     {"items", dump.items.size()},
+                     {"created", counts.created},
+                     {"changed", counts.changed},
+                     {"deleted", counts.deleted},
+                     {"loaded", !options.dry_run}};
     if (options.dry_run) {
         document["differences"] = Json::array();
         for (const Difference &difference : outcome.differences) {
-            document["differences"].push_back(item_change_json(out, {difference.stored, difference.dump}, "before", "after"));
+            document["differences"].push_back(
+                item_change_json(out, {difference.stored, difference.dump}, "before", "after"));
         }
     }
     out.result(document, [&] {
-        for (const Difference &difference : options.dry_run ? outcome.differences : std::vector<Difference>{}) {
+        for (const Difference &difference :
+             options.dry_run ? outcome.differences : std::vector<Difference>{}) {
             print_item_change(out, {difference.stored, difference.dump});
         }
-        out.line(std::string(options.dry_run ? "would be " : "") + "created " + std::to_string(counts.created) + ", changed " +
-                 std::to_string(counts.changed) + ", deleted " + std::to_string(counts.deleted) + " of " +
-                 std::to_string(dump.items.size()) + " items");
+        out.line(std::string(options.dry_run ? "would be " : "") + "created " +
+                 std::to_string(counts.created) + ", changed " + std::to_string(counts.changed) +
+                 ", deleted " + std::to_string(counts.deleted) + " of " + std::to_string(dump.items.size()) +
+                 " items");
     });
     return ExitCode::ok;
 }
 
-} // namespace
+}  // namespace
 
 void add_sysdb_load(Program &program, CLI::App *sysdb) {
     auto options = std::make_shared<LoadOptions>();
     CLI::App *sub = program.command(sysdb, "load", "Put a dump into the database, all of it or nothing",
                                     [options](Output &out) { return load(out, *options); });
     sub->add_option("FILE", options->file, "The dump, text or JSON; - for standard input")->required();
-    sub->add_flag("--replace", options->replace, "Delete what is in the dump's directory and not in the dump");
+    sub->add_flag("--replace", options->replace,
+                  "Delete what is in the dump's directory and not in the dump");
     sub->add_flag("--dry-run", options->dry_run, "Check, and print what would be changed");
-    sub->footer("JSON: {directory, items, created, changed, deleted, loaded, differences with --dry-run:\n"
-                "[{path, change: added|removed|changed, before, after}]}\n"
-                "Example: aaactl sysdb load --replace --dry-run backup");
+    sub->footer(
+        "JSON: {directory, items, created, changed, deleted, loaded, differences with --dry-run:\n"
+        "[{path, change: added|removed|changed, before, after}]}\n"
+        "Example: aaactl sysdb load --replace --dry-run backup");
 }
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -24,7 +24,10 @@ Failure malformed(const std::string &why) {
 }
 
 int hex_digit(char c) {
-    return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+    return c >= '0' && c <= '9'   ? c - '0'
+           : c >= 'a' && c <= 'f' ? c - 'a' + 10
+           : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                  : -1;
 }
 
 std::string bytes_of_hex(std::string_view text) {
@@ -49,17 +52,20 @@ Number number_from(std::string_view text) {
     const bool is_hex = text.starts_with("0x");
     const std::string_view digits = is_hex ? text.substr(2) : text;
     Number value{};
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, is_hex ? 16 : 10);
+    const auto [end, error] =
+        std::from_chars(digits.data(), digits.data() + digits.size(), value, is_hex ? 16 : 10);
     if (error != std::errc() || end != digits.data() + digits.size() || digits.empty()) {
-        throw malformed("\"" + escaped(text) + "\" is no number from " + std::to_string(std::numeric_limits<Number>::min()) +
-                        " to " + std::to_string(std::numeric_limits<Number>::max()));
+        throw malformed("\"" + escaped(text) + "\" is no number from " +
+                        std::to_string(std::numeric_limits<Number>::min()) + " to " +
+                        std::to_string(std::numeric_limits<Number>::max()));
     }
     return value;
 }
 
 std::string_view trimmed(std::string_view text) {
     const size_t first = text.find_first_not_of(" \t");
-    return first == std::string_view::npos ? "" : text.substr(first, text.find_last_not_of(" \t") - first + 1);
+    return first == std::string_view::npos ? ""
+                                           : text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
 // Where the quoted text that begins the input ends: behind its closing mark.
@@ -113,7 +119,8 @@ Item tuple_from_text(std::string_view text) {
 std::string tuple_text(const Item &item) {
     std::string text;
     for (const TupleField &field : tuple_fields(item)) {
-        text += (text.empty() ? "" : ", ") + (field.is_name ? in_quotes(field.name) : std::to_string(field.number));
+        text += (text.empty() ? "" : ", ") +
+                (field.is_name ? in_quotes(field.name) : std::to_string(field.number));
     }
     return "(" + text + ")";
 }
@@ -157,7 +164,7 @@ std::string string_value(const Json &value) {
     return value.get<std::string>();
 }
 
-} // namespace
+}  // namespace
 
 Item number_item(uint32_t value) {
     Item item{SYSDB_TYPE_U32, std::string(sizeof value, '\0')};
@@ -187,7 +194,8 @@ std::string text_of(const Item &item) {
 
 // The form of a tuple is described in docs/sysdb.md; the check has bounded every field.
 std::vector<TupleField> tuple_fields(const Item &item) {
-    if (item.type != SYSDB_TYPE_TUPLE || sysdb_tuple_check(item.bytes.data(), static_cast<uint32_t>(item.bytes.size())) != 0) {
+    if (item.type != SYSDB_TYPE_TUPLE ||
+        sysdb_tuple_check(item.bytes.data(), static_cast<uint32_t>(item.bytes.size())) != 0) {
         throw malformed("an item of type " + type_name(item.type) + " is not a tuple");
     }
     std::vector<TupleField> fields;
@@ -216,7 +224,8 @@ Item tuple_item(const std::vector<TupleField> &fields) {
             continue;
         }
         if (field.name.size() >= SYSDB_NAME_SIZE || field.name.find('\0') != std::string::npos) {
-            throw malformed("\"" + escaped(field.name) + "\" does not fit a tuple: a name has at most 49 bytes");
+            throw malformed("\"" + escaped(field.name) +
+                            "\" does not fit a tuple: a name has at most 49 bytes");
         }
         body += 's';
         body += static_cast<char>(field.name.size() + 1);
@@ -230,11 +239,16 @@ Item tuple_item(const std::vector<TupleField> &fields) {
 
 std::string type_name(uint32_t type) {
     switch (type) {
-    case SYSDB_TYPE_U32: return "u32";
-    case SYSDB_TYPE_STRING: return "string";
-    case SYSDB_TYPE_TUPLE: return "tuple";
-    case SYSDB_TYPE_DIRECTORY: return "directory";
-    default: return std::string(kBytesPrefix) + std::to_string(type);
+        case SYSDB_TYPE_U32:
+            return "u32";
+        case SYSDB_TYPE_STRING:
+            return "string";
+        case SYSDB_TYPE_TUPLE:
+            return "tuple";
+        case SYSDB_TYPE_DIRECTORY:
+            return "directory";
+        default:
+            return std::string(kBytesPrefix) + std::to_string(type);
     }
 }
 
@@ -252,28 +266,39 @@ uint32_t type_number(std::string_view name) {
     }
     // One type, one name; and no item is of the type that stands for any.
     if (number == SYSDB_TYPE_ANY || type_name(number) != name) {
-        throw Failure(ExitCode::usage, "\"" + escaped(name) + "\" is no type: u32, string, tuple, directory or bytes:NUMBER");
+        throw Failure(ExitCode::usage,
+                      "\"" + escaped(name) + "\" is no type: u32, string, tuple, directory or bytes:NUMBER");
     }
     return number;
 }
 
 std::string value_text(const Item &item, bool plain) {
     switch (item.type) {
-    case SYSDB_TYPE_U32: return std::to_string(number_of(item));
-    case SYSDB_TYPE_STRING: return plain ? escaped(text_of(item)) : in_quotes(text_of(item));
-    case SYSDB_TYPE_TUPLE: return tuple_text(item);
-    case SYSDB_TYPE_DIRECTORY: return "";
-    default: return hex(item.bytes);
+        case SYSDB_TYPE_U32:
+            return std::to_string(number_of(item));
+        case SYSDB_TYPE_STRING:
+            return plain ? escaped(text_of(item)) : in_quotes(text_of(item));
+        case SYSDB_TYPE_TUPLE:
+            return tuple_text(item);
+        case SYSDB_TYPE_DIRECTORY:
+            return "";
+        default:
+            return hex(item.bytes);
     }
 }
 
 Json value_json(const Item &item) {
     switch (item.type) {
-    case SYSDB_TYPE_U32: return number_of(item);
-    case SYSDB_TYPE_STRING: return escaped(text_of(item));
-    case SYSDB_TYPE_DIRECTORY: return nullptr;
-    case SYSDB_TYPE_TUPLE: break;
-    default: return hex(item.bytes);
+        case SYSDB_TYPE_U32:
+            return number_of(item);
+        case SYSDB_TYPE_STRING:
+            return escaped(text_of(item));
+        case SYSDB_TYPE_DIRECTORY:
+            return nullptr;
+        case SYSDB_TYPE_TUPLE:
+            break;
+        default:
+            return hex(item.bytes);
     }
     Json fields = Json::array();
     for (const TupleField &field : tuple_fields(item)) {
@@ -284,15 +309,19 @@ Json value_json(const Item &item) {
 
 Item item_from_text(uint32_t type, std::string_view text) {
     switch (type) {
-    case SYSDB_TYPE_U32: return number_item(number_from<uint32_t>(text));
-    case SYSDB_TYPE_STRING: return text_item(from_quoted(text));
-    case SYSDB_TYPE_TUPLE: return tuple_from_text(text);
-    case SYSDB_TYPE_DIRECTORY:
-        if (!text.empty()) {
-            throw malformed("a directory has no value");
-        }
-        return {SYSDB_TYPE_DIRECTORY, {}};
-    default: return {type, bytes_of_hex(text)};
+        case SYSDB_TYPE_U32:
+            return number_item(number_from<uint32_t>(text));
+        case SYSDB_TYPE_STRING:
+            return text_item(from_quoted(text));
+        case SYSDB_TYPE_TUPLE:
+            return tuple_from_text(text);
+        case SYSDB_TYPE_DIRECTORY:
+            if (!text.empty()) {
+                throw malformed("a directory has no value");
+            }
+            return {SYSDB_TYPE_DIRECTORY, {}};
+        default:
+            return {type, bytes_of_hex(text)};
     }
 }
 
@@ -302,19 +331,22 @@ Item item_from_argument(uint32_t type, std::string_view text) {
 
 Item item_from_json(uint32_t type, const Json &value) {
     switch (type) {
-    case SYSDB_TYPE_U32:
-        if (!value.is_number_integer()) {
-            throw malformed("the value is not a whole number");
-        }
-        return number_item(number_from<uint32_t>(value.dump()));
-    case SYSDB_TYPE_STRING: return text_item(unescaped(string_value(value)));
-    case SYSDB_TYPE_DIRECTORY:
-        if (!value.is_null()) {
-            throw malformed("a directory has no value");
-        }
-        return {SYSDB_TYPE_DIRECTORY, {}};
-    case SYSDB_TYPE_TUPLE: break;
-    default: return {type, bytes_of_hex(string_value(value))};
+        case SYSDB_TYPE_U32:
+            if (!value.is_number_integer()) {
+                throw malformed("the value is not a whole number");
+            }
+            return number_item(number_from<uint32_t>(value.dump()));
+        case SYSDB_TYPE_STRING:
+            return text_item(unescaped(string_value(value)));
+        case SYSDB_TYPE_DIRECTORY:
+            if (!value.is_null()) {
+                throw malformed("a directory has no value");
+            }
+            return {SYSDB_TYPE_DIRECTORY, {}};
+        case SYSDB_TYPE_TUPLE:
+            break;
+        default:
+            return {type, bytes_of_hex(string_value(value))};
     }
     if (!value.is_array()) {
         throw malformed("a tuple is a JSON array");
@@ -341,19 +373,28 @@ std::string unescaped(std::string_view text) {
         }
         const char kind = ++i < text.size() ? text[i] : '\0';
         switch (kind) {
-        case '\\':
-        case '"': bytes += kind; break;
-        case 'n': bytes += '\n'; break;
-        case 't': bytes += '\t'; break;
-        case 'r': bytes += '\r'; break;
-        case 'x':
-            if (i + 2 >= text.size()) {
-                throw malformed("\\x lacks its two hexadecimal digits");
-            }
-            bytes += bytes_of_hex(text.substr(i + 1, 2));
-            i += 2;
-            break;
-        default: throw malformed("a backslash stands before \\, \", n, t, r or x and two digits only");
+            case '\\':
+            case '"':
+                bytes += kind;
+                break;
+            case 'n':
+                bytes += '\n';
+                break;
+            case 't':
+                bytes += '\t';
+                break;
+            case 'r':
+                bytes += '\r';
+                break;
+            case 'x':
+                if (i + 2 >= text.size()) {
+                    throw malformed("\\x lacks its two hexadecimal digits");
+                }
+                bytes += bytes_of_hex(text.substr(i + 1, 2));
+                i += 2;
+                break;
+            default:
+                throw malformed("a backslash stands before \\, \", n, t, r or x and two digits only");
         }
     }
     return bytes;
@@ -361,19 +402,22 @@ std::string unescaped(std::string_view text) {
 
 bool is_secret_path(std::string_view path) {
     std::string lower(path);
-    std::transform(lower.begin(), lower.end(), lower.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; });
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; });
     return std::any_of(std::begin(kSecretWords), std::end(kSecretWords),
                        [&](std::string_view word) { return lower.find(word) != std::string::npos; });
 }
 
 bool looks_sealed(std::string_view text) {
-    return text.size() >= kShortestSealed && text.size() % 2 == 0 && text[0] >= '0' && text[0] <= '9' && text[1] >= '0' &&
-           text[1] <= '9' && std::all_of(text.begin(), text.end(), [](char c) { return hex_digit(c) >= 0; });
+    return text.size() >= kShortestSealed && text.size() % 2 == 0 && text[0] >= '0' && text[0] <= '9' &&
+           text[1] >= '0' && text[1] <= '9' &&
+           std::all_of(text.begin(), text.end(), [](char c) { return hex_digit(c) >= 0; });
 }
 
 bool is_secret(std::string_view path, const Item &item) {
     return item.type != SYSDB_TYPE_DIRECTORY &&
-           (is_secret_path(path) || (item.type == SYSDB_TYPE_STRING && !item.bytes.empty() && looks_sealed(text_of(item))));
+           (is_secret_path(path) ||
+            (item.type == SYSDB_TYPE_STRING && !item.bytes.empty() && looks_sealed(text_of(item))));
 }
 
 Item item_for(std::string_view path, uint32_t type, const std::function<Item()> &read) {
@@ -387,4 +431,4 @@ Item item_for(std::string_view path, uint32_t type, const std::function<Item()> 
     }
 }
 
-} // namespace aaactl
+}  // namespace aaactl

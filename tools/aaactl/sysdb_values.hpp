@@ -77,9 +77,10 @@ bool is_secret(std::string_view path, const Item &item);
 bool is_secret_path(std::string_view path);
 bool looks_sealed(std::string_view text);
 
-// The item that `read` makes of a value for this path. When it fails, its message is kept from showing a secret.
+// The item that `read` makes of a value for this path. When it fails, its message is kept from showing a
+// secret.
 Item item_for(std::string_view path, uint32_t type, const std::function<Item()> &read);
 
 inline constexpr std::string_view kMask = "********";
 
-} // namespace aaactl
+}  // namespace aaactl

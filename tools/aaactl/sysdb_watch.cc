@@ -30,7 +30,8 @@ class EndSignals {
         sigprocmask(SIG_BLOCK, &set, nullptr);
         fd_ = signalfd(-1, &set, SFD_CLOEXEC);
         if (fd_ < 0) {
-            throw Failure(ExitCode::failed, std::string("signals cannot be waited for: ") + std::strerror(errno));
+            throw Failure(ExitCode::failed,
+                          std::string("signals cannot be waited for: ") + std::strerror(errno));
         }
     }
     ~EndSignals() { close(fd_); }
@@ -49,9 +50,9 @@ class Watch {
     void add(const std::string &tree, const std::string &path) {
         const sysdb_conn_t conn = database_.connection(tree);
         sources_.push_back(std::make_unique<Source>(Source{this, tree, path, 0}));
-        const cerrno rc = _sysdb_register_notification(conn, path.c_str() + tree.size(), SYSDB_EVENT_SET | SYSDB_EVENT_DELETE,
-                                                       SYSDB_NOTIFY_CHANGES, changed, sources_.back().get(), 0, nullptr, 0,
-                                                       &sources_.back()->notification);
+        const cerrno rc = _sysdb_register_notification(
+            conn, path.c_str() + tree.size(), SYSDB_EVENT_SET | SYSDB_EVENT_DELETE, SYSDB_NOTIFY_CHANGES,
+            changed, sources_.back().get(), 0, nullptr, 0, &sources_.back()->notification);
         if (rc != 0) {
             throw database_failure(path, rc);
         }
@@ -65,7 +66,8 @@ class Watch {
             join(database_.connection(source->tree), conns, ready);
         }
         while (seen_ < limit_) {
-            out_.progress("Watching " + escaped(what) + ", changes so far: " + std::to_string(seen_) + " (Control-C ends)");
+            out_.progress("Watching " + escaped(what) + ", changes so far: " + std::to_string(seen_) +
+                          " (Control-C ends)");
             if (poll(ready.data(), ready.size(), -1) < 0 && errno != EINTR) {
                 throw Failure(ExitCode::failed, std::string("waiting failed: ") + std::strerror(errno));
             }
@@ -108,7 +110,8 @@ class Watch {
         }
     }
 
-    // Called from C: nothing may be thrown through it. What can be is exhausted memory, which ends the program.
+    // Called from C: nothing may be thrown through it. What can be is exhausted memory, which ends the
+    // program.
     static int32_t changed(const void *record, void *source, void *) noexcept {
         const auto &from = *static_cast<const Source *>(source);
         from.watch->print(from, *static_cast<const sysdb_notification_t *>(record));
@@ -117,10 +120,13 @@ class Watch {
 
     // A directory's own path in place of an item's: what has happened is not known any more.
     static const char *event_name(const Source &source, const sysdb_notification_t &change) {
-        if (change.operation != SYSDB_EVENT_DELETE && source.tree + change.path == source.path && source.path.ends_with('/')) {
+        if (change.operation != SYSDB_EVENT_DELETE && source.tree + change.path == source.path &&
+            source.path.ends_with('/')) {
             return "reread";
         }
-        return change.operation == SYSDB_EVENT_CREATE ? "create" : change.operation == SYSDB_EVENT_DELETE ? "delete" : "set";
+        return change.operation == SYSDB_EVENT_CREATE   ? "create"
+               : change.operation == SYSDB_EVENT_DELETE ? "delete"
+                                                        : "set";
     }
 
     void print(const Source &source, const sysdb_notification_t &change) {
@@ -133,7 +139,9 @@ class Watch {
         Json document = {{"event", event}, {"path", escaped(path)}, {"revision", change.revision}};
         std::string text = std::string(event) + " " + escaped(path);
         if (change.operation != SYSDB_EVENT_DELETE && change.datatype != SYSDB_TYPE_DIRECTORY) {
-            add_value(path, {change.datatype, std::string(static_cast<const char *>(change.value), change.length)}, document, text);
+            add_value(path,
+                      {change.datatype, std::string(static_cast<const char *>(change.value), change.length)},
+                      document, text);
         }
         out_.end_progress();
         out_.event(document, [&] { out_.line(text); });
@@ -154,7 +162,7 @@ class Watch {
     uint64_t limit_;
     uint64_t seen_ = 0;
     std::vector<std::unique_ptr<Source>> sources_;
-    Database database_; // unbound first: no callback outlives its source
+    Database database_;  // unbound first: no callback outlives its source
 };
 
 // Without '/' at its end the path may be an item's and a directory's at the same time.
@@ -184,7 +192,7 @@ ExitCode watch(Output &out, const WatchOptions &options) {
     return ExitCode::ok;
 }
 
-} // namespace
+}  // namespace
 
 void add_sysdb_watch(Program &program, CLI::App *sysdb) {
     auto options = std::make_shared<WatchOptions>();
@@ -192,10 +200,12 @@ void add_sysdb_watch(Program &program, CLI::App *sysdb) {
                                     [options](Output &out) { return watch(out, *options); });
     sub->add_option("PATH", options->path, "An item, or a directory with all that is below; / without one");
     sub->add_option("-n,--count", options->count, "End after so many changes")->check(CLI::PositiveNumber);
-    sub->footer("Several quick changes of one item may be shown as one, the last state always is. \"reread\": more has changed\n"
-                "than the database remembers.\n"
-                "JSON, one document a line: {event: create|set|delete|reread, path, revision, type, value}\n"
-                "Example: aaactl sysdb watch --json /cfg/gl/aaa/");
+    sub->footer(
+        "Several quick changes of one item may be shown as one, the last state always is. \"reread\": more "
+        "has changed\n"
+        "than the database remembers.\n"
+        "JSON, one document a line: {event: create|set|delete|reread, path, revision, type, value}\n"
+        "Example: aaactl sysdb watch --json /cfg/gl/aaa/");
 }
 
-} // namespace aaactl
+}  // namespace aaactl

@@ -149,7 +149,9 @@ cerrno plan_changes(const Key &prefix, const sysdb_change_t *changes, std::uint3
     for (std::uint32_t i = 0; i < count; ++i) {
         Key key = prefix;
         const cerrno path = append_path(changes[i], key);
-        const PlannedChange change{changes[i].operation, changes[i].datatype, std::string(key.view()),
+        const PlannedChange change{changes[i].operation,
+                                   changes[i].datatype,
+                                   std::string(key.view()),
                                    {static_cast<const char *>(changes[i].value), changes[i].length}};
         const bool too_large = names_one_to_keep(change) && changes[i].length > kMaxValue;
         if (path != 0 || too_large) {

@@ -303,7 +303,8 @@ cerrno Environment::report(int rc) {
                 file_.c_str());
             return SYSDB_ERR_FULL;
         case MDB_TXN_FULL:
-            log(kLogError, "database %s: too many changes at once; make them in several parts", file_.c_str());
+            log(kLogError, "database %s: too many changes at once; make them in several parts",
+                file_.c_str());
             return SYSDB_ERR_FULL;
         case MDB_READERS_FULL:
             log(kLogError, "database %s has no place for another reader (%u); end some of the AAA processes",
