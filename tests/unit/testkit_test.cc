@@ -268,6 +268,33 @@ TEST_F(Testkit, PlaysScripts) {
     EXPECT_EQ(get(), 0u);
 }
 
+TEST_F(Testkit, FailsOneOfTheCallsThatAreAnswered) {
+    const auto next = [this](unsigned calls) {
+        std::vector<uint32_t> codes;
+        while (codes.size() < calls) {
+            codes.push_back(sysdb_item_get(conn_, "x", nullptr, nullptr, nullptr, 0));
+        }
+        return codes;
+    };
+    using Codes = std::vector<uint32_t>;
+    testkit_sysdb_put_u32("/cfg/limits/x", 1);
+    testkit_answer("sysdb_item_get", SYSDB_ERR_BUSY, 3, -1);
+    testkit_fail_call("sysdb_item_get", 2, SYSDB_ERR_CORRUPT, -1);
+    EXPECT_EQ(next(4), (Codes{SYSDB_ERR_BUSY, SYSDB_ERR_CORRUPT, SYSDB_ERR_BUSY, 0}));
+
+    testkit_answer("sysdb_item_get", SYSDB_ERR_BUSY, TESTKIT_FOREVER, -1);
+    testkit_fail_call("sysdb_item_get", 1, SYSDB_ERR_CORRUPT, -1);
+    testkit_fail_call("sysdb_item_get", 1, SYSDB_ERR_FULL, -1);
+    EXPECT_EQ(next(2), (Codes{SYSDB_ERR_FULL, SYSDB_ERR_BUSY}));
+    testkit_answer("sysdb_item_get", SYSDB_ERR_ACCESS, 1, -1);
+    EXPECT_EQ(next(2), (Codes{SYSDB_ERR_ACCESS, SYSDB_ERR_BUSY}));
+    testkit_clear_answers("sysdb_item_get");
+
+    testkit_fail_call("sysdb_item_get", 2, SYSDB_ERR_CORRUPT, -1);
+    testkit_answer("sysdb_item_get", SYSDB_ERR_BUSY, 1, -1);
+    EXPECT_EQ(next(4), (Codes{0, SYSDB_ERR_CORRUPT, SYSDB_ERR_BUSY, 0}));
+}
+
 TEST_F(Testkit, RunsTheTestBeforeACall) {
     testkit_before(
         "sysdb_item_get", [](void *path) { testkit_sysdb_put_u32(static_cast<const char *>(path), 1); },

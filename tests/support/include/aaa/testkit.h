@@ -125,8 +125,11 @@ const char *testkit_trace(uint32_t flag, unsigned index);
 #define TESTKIT_FOREVER 0xFFFFFFFFu
 
 /**
- * The next calls of a function do nothing and return a code. Several scripts
- * for one function play one after the other.
+ * The next calls of a function do nothing and return a code.
+ *
+ * Several scripts for one function play one after the other. One that plays for
+ * ever has no end to wait for: what is written after it plays at once, then it
+ * plays on.
  *
  * @param function  in
  * @param code      the result; a function that returns a pointer returns null instead
@@ -135,7 +138,15 @@ const char *testkit_trace(uint32_t flag, unsigned index);
  */
 void testkit_answer(const char *function, uint32_t code, unsigned times, int error);
 
-/** The k-th call of a function from now on (1 = the next) does that; the others work. */
+/**
+ * The k-th call of a function from now on (1 = the next) does that; the others work.
+ *
+ * While testkit_answer() plays, the k-th call gets this code instead of the
+ * answer's, and the others the answer's. It counts among the answer's calls all
+ * the same, so the answer ends where it would have ended. Of two for the same
+ * call the later one holds. A testkit_answer() written after it begins behind
+ * the k-th call.
+ */
 void testkit_fail_call(const char *function, unsigned k, uint32_t code, int error);
 
 /** Back to the built-in behaviour. */
