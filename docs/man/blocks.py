@@ -13,6 +13,7 @@ CODE = (r"(?:[A-Z][A-Z0-9]+_[A-Z0-9_]+|0x[0-9A-Fa-f]+|-?\d+|(?:[Aa]nother|[Aa]ny
 RESULT = re.compile(rf"({CODE}(?:(?:, | or ){CODE})*): (.*)")
 BULLET = re.compile(r"(\s*)(?:-|(\d+)\.) +(.*)")
 PARAM = re.compile(r"@param(?:\[([a-z,]+)\])?\s+(\S+)\s+(.*)")
+WIDEST_COLUMNS = 50  # of a table, without its last
 MARKUP = re.compile(r"\*\*(.+?)\*\*|(?<![\w*])\*([A-Za-z](?:[^*]*?[\w.])?)\*(?!\w)|@p (\w+)|`([^`]+)`|\b([A-Za-z_]\w*)(?=\(\))"
                     r"|\b([A-Z][A-Z0-9]*_[A-Z0-9_]*[A-Z0-9])\b")
 
@@ -62,9 +63,20 @@ def table(lines):
     rows = [row for row in rows if not all(re.fullmatch(r":?-+:?", cell) for cell in row)]
     if not any(rows[0]):
         rows.pop(0)
+    elif sum(max(len(row[n]) for row in rows) + 2 for n in range(len(rows[0]) - 1)) > WIDEST_COLUMNS:
+        return row_by_row(*rows)
     columns = " ".join(f'"{"x" * (max(len(row[n]) for row in rows) + 1)}"' for n in range(len(rows[0]) - 1))
     out = [f".Bl -column {columns} \"x\" -offset indent".replace("  ", " ")]
     out += [".It " + " Ta ".join(quoted(cell) for cell in row) for row in rows]
+    return out + [".El"]
+
+
+def row_by_row(head, *rows):
+    """A table that is too wide for a page: only the last column of a table is wrapped, the others run into the next."""
+    out = [".Bl -tag -width Ds -compact"]
+    for first, *rest in rows:
+        named = [f"{name[0].upper()}{name[1:]}: {cell}." for name, cell in zip(head[1:], rest) if cell]
+        out += [".It " + quoted(f"{head[0]} {first}"), prose(" ".join(named))]
     return out + [".El"]
 
 
