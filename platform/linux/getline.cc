@@ -244,6 +244,20 @@ void drop_line(Editor &editor) {
     }
 }
 
+// A password that is typed where a name was asked for should not stay in memory.
+// This is the editor's own buffer, given as const; the line stands in it also
+// when it was cancelled. Out of reach, and left as they are: words that were cut,
+// what is drawn on the screen, and the smaller buffers of a line that outgrew
+// them. Hidden input does not pass through the editor.
+void wipe_typed(Editor &editor) {
+    const LineInfoW *typed = el_wline(editor.el);
+    if (typed != nullptr && typed->lastchar > typed->buffer) {
+        const auto count = static_cast<std::size_t>(typed->lastchar - typed->buffer);
+        explicit_bzero(const_cast<wchar_t *>(typed->buffer), count * sizeof(wchar_t));
+    }
+    explicit_bzero(editor.pending, sizeof editor.pending);
+}
+
 char *keep_line(Editor &editor, const wchar_t *wide, std::size_t count) {
     editor.line_size = count * 4 + 1;
     editor.line = static_cast<char *>(std::malloc(editor.line_size));
@@ -361,6 +375,7 @@ char *qm_getline(void *handle, const char *prompt, const char *text, int *ok) {
     if (wide != nullptr && count > 0 && !editor->ended_by_signal && !editor->cancelled) {
         line = keep_line(*editor, wide, static_cast<std::size_t>(count));
     }
+    wipe_typed(*editor);
     if (editor->cancelled && ok != nullptr) {
         *ok = 0;
     }
