@@ -4,15 +4,12 @@
 
 #include "aaa/messages.h"
 #include "platform/cerr.h"
-#include "support/fail_alloc.hpp"
-#include "support/requests.hpp"
+#include "support/request_checks.hpp"
 
 namespace {
 
 using namespace messages;
 
-constexpr cerrno kNoTerminal = 0x22570e00;
-constexpr cerrno kOtherFailure = 0x2257AA00;
 constexpr int64_t kNow = 0x1122334455667788;
 constexpr uint32_t kSid = 0x00A0B0C0;
 constexpr char kEntry[] = "Entry of acct compose";
@@ -21,8 +18,8 @@ constexpr char kEntryOk[] = "Entry of acct compose : entry ok";
 
 // An accounting request with everything in place; HTTP (24) has no service
 // attributes and no terminal.
-struct Request : Place {
-    using Place::Place;
+struct Request : UserRequest {
+    using UserRequest::UserRequest;
 
     cerrno compose(uint32_t session, unsigned missing = 0) {
         const Pointers p(*this, missing);
@@ -30,15 +27,9 @@ struct Request : Place {
                                          kSid, p.iov, p.count, p.buffer, p.size, async, session);
     }
 
-    User user;
     uint32_t option = 128;
-    int32_t service = 24;
-    const char *methodlist = "console";
-    uint32_t method = 0;
-    aaa_usercred_t *usercred = &user.cred;
     aaa_svc_attrs_t attrs{};
     aaa_svc_attrs_t *svc_attrs = &attrs;
-    void *async = nullptr;
 };
 
 Pairs record_pairs(uint32_t type, const char *zone = "CET") {
@@ -50,24 +41,10 @@ Pairs expected_pairs(uint32_t type = 15) {
            record_pairs(type);
 }
 
-Pairs composed(Request &request) {
-    EXPECT_EQ(request.compose(0), AAA_OK);
-    return request.iov.untouched() ? Pairs{} : unpack(request.iov[request.iov.count() - 1]).pairs;
-}
-
-std::string method_list_of(const Pairs &pairs) {
-    for (const Pair &pair : pairs) {
-        if (pair.type == 17) {
-            return pair.value;
-        }
-    }
-    return "none";
-}
-
-class MessageAcct : public testing::Test {
+class MessageAcct : public RequestTest {
   protected:
     void SetUp() override {
-        fake::libc::set_pid(kPid);
+        RequestTest::SetUp();
         fake::libc::set_time(kNow);
     }
 };
@@ -84,13 +61,7 @@ TEST_F(MessageAcct, IsAHeaderAndAPackedList) {
     expected.host(20, 7).net(32, 128);
     ASSERT_EQ(request.compose(0), AAA_OK);
     EXPECT_TRUE(same_bytes(request.record, expected));
-    ASSERT_EQ(request.iov.count(), 2u);
-    EXPECT_TRUE(is_element(request.iov[0], request.record.data(), 40));
-    EXPECT_EQ(request.iov[1].base, request.buffer.data());
-    const Unpacked list = unpack(request.iov[1]);
-    EXPECT_EQ(list.name, "Accounting Request");
-    EXPECT_EQ(list.total, request.iov[1].len);
-    EXPECT_EQ(list.pairs, expected_pairs());
+    expect_header_and_list(request, 40, "Accounting Request", expected_pairs());
 }
 
 TEST_F(MessageAcct, TheTimeStaysInHostOrderOnTheWire) {
@@ -101,17 +72,7 @@ TEST_F(MessageAcct, TheTimeStaysInHostOrderOnTheWire) {
 }
 
 TEST_F(MessageAcct, AnAsyncBlockMakesTypeFourteenAndASecondElement) {
-    Request request;
-    uint8_t block[64];
-    request.async = block;
-    Record expected = request.record;
-    expected.host(20, 14).net(32, 128);
-    ASSERT_EQ(request.compose(0), AAA_OK);
-    EXPECT_TRUE(same_bytes(request.record, expected));
-    ASSERT_EQ(request.iov.count(), 3u);
-    EXPECT_TRUE(is_element(request.iov[0], request.record.data(), 40));
-    EXPECT_TRUE(is_element(request.iov[1], block, 64));
-    EXPECT_EQ(unpack(request.iov[2]).pairs, expected_pairs());
+    expect_async_block<Request>(14, expected_pairs());
 }
 
 TEST_F(MessageAcct, OptionChoosesTheMessageType) {
@@ -195,9 +156,7 @@ TEST_F(MessageAcct, RefusesMissingArgumentsAndTouchesNothing) {
         fake::clear_journal();
         Request request;
         EXPECT_EQ(request.compose(0, missing), AAA_ERR_INVALID_ARG);
-        EXPECT_TRUE(same_bytes(request.record, Record()));
-        EXPECT_TRUE(request.iov.untouched());
-        EXPECT_TRUE(request.buffer_untouched());
+        expect_untouched(request);
         EXPECT_EQ(fake::traces(), (Traces{{3, kEntry}}));
     }
 }
@@ -221,45 +180,20 @@ TEST_F(MessageAcct, AUsersRecordNeedsCredentialAndServiceAttributesInBothModes) 
 }
 
 TEST_F(MessageAcct, ABufferThatIsTooSmallLeavesTheHeaderInHostOrder) {
-    Request whole;
-    ASSERT_EQ(whole.compose(0), AAA_OK);
-    Request small(static_cast<std::size_t>(whole.iov[1].len) - 1);
-    Record expected = small.record;
-    expected.host(20, 7).host(32, 128);
-    EXPECT_EQ(small.compose(0), AAA_ERR_NOMEM);
-    EXPECT_TRUE(same_bytes(small.record, expected));
-    EXPECT_TRUE(small.iov.untouched());
+    expect_host_order_when_the_buffer_is_too_small<Request>(7, 128);
 }
 
 TEST_F(MessageAcct, ExhaustedMemoryLeavesOutputsAndPacketAlone) {
-    for (const uint32_t session : {0u, 1u}) {
-        fake::sweep_allocations([session](fake::FailAlloc &fail) {
-            Request request;
-            request.methodlist = nullptr;
-            const Record before = request.record;
-            const cerrno rc = fail.run([&] { return request.compose(session); });
-            EXPECT_EQ(rc, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
-            EXPECT_EQ(request.iov.untouched(), session != 0 || fail.fired());
-            if (session != 0 && fail.fired()) {
-                EXPECT_TRUE(same_bytes(request.record, before));
-            } else if (session != 0) {
-                const List list = take_list(request.record);
-            }
-        });
-    }
+    expect_outputs_and_packet_alone_without_memory<Request>([](Request &request, uint32_t session) {
+        request.methodlist = nullptr;
+        return request.compose(session);
+    });
 }
 
 // ---- Method lists ----------------------------------------------------------
 
-const std::initializer_list<std::string_view> kLineCalls = {"platform_am_i_lc", "find_method_for_line"};
-
 TEST_F(MessageAcctMethods, WithoutANameTheLineIsAskedForAccounting) {
-    fake::give_text("find_method_for_line", "vty-list");
-    Request request;
-    request.methodlist = nullptr;
-    EXPECT_EQ(method_list_of(composed(request)), std::string("vty-list") + '\0');
-    EXPECT_EQ(fake::calls(kLineCalls),
-              (std::vector<std::string>{"platform_am_i_lc()", "find_method_for_line(2)"}));
+    expect_the_line_is_asked<Request>(2);
 }
 
 TEST_F(MessageAcctMethods, SystemAndApiNeverAskTheLine) {
@@ -340,14 +274,7 @@ TEST_F(MessageAcctSession, PacketCarriesTypeOptionAndList) {
     request.option = 131;
     const Record before = request.record;
     ASSERT_EQ(request.compose(1), AAA_OK);
-    const List list = take_list(request.record);
-    Record expected = request_packet(before, 7, list.get());
-    expected.host(72, 131);
-    EXPECT_TRUE(same_bytes(request.record, expected));
-    EXPECT_STREQ(list->av_name, "Accounting Request");
-    EXPECT_EQ(pairs_of(list.get()), expected_pairs(17));
-    EXPECT_TRUE(request.iov.untouched());
-    EXPECT_TRUE(request.buffer_untouched());
+    expect_session_packet(request, before, 7, 131, "Accounting Request", expected_pairs(17));
 }
 
 TEST_F(MessageAcctSession, TypeIsSevenWithAnAsyncBlockTooDeliberately) {
@@ -476,9 +403,7 @@ TEST_F(MessageAcctUpdate, RefusesMissingArgumentsAndTouchesNothing) {
         SCOPED_TRACE(missing);
         Update update;
         EXPECT_EQ(update.compose(0, missing), AAA_ERR_INVALID_ARG);
-        EXPECT_TRUE(same_bytes(update.record, Record()));
-        EXPECT_TRUE(update.iov.untouched());
-        EXPECT_TRUE(update.buffer_untouched());
+        expect_untouched(update);
         EXPECT_EQ(pairs_of(update.list.get()), Pairs{text(257, "alice")});
     }
     EXPECT_TRUE(fake::traces().empty());

@@ -5,20 +5,17 @@
 #include <memory>
 
 #include "aaa/messages.h"
-#include "support/fail_alloc.hpp"
-#include "support/requests.hpp"
+#include "support/request_checks.hpp"
 
 namespace {
 
 using namespace messages;
 
-constexpr cerrno kNoTerminal = 0x22570e00;
-constexpr cerrno kOtherFailure = 0x2257AA00;
 constexpr char kStarted[] = "Composing an authentication message";
 
 // An authentication with everything in place; HTTP (24) adds no terminal.
-struct Request : Place {
-    using Place::Place;
+struct Request : UserRequest {
+    using UserRequest::UserRequest;
 
     cerrno compose(uint32_t session, unsigned missing = 0) {
         const Pointers p(*this, missing);
@@ -26,35 +23,15 @@ struct Request : Place {
                                            rsa, p.iov, p.count, p.buffer, p.size, async, session);
     }
 
-    User user;
     uint32_t option = 0;
-    int32_t service = 24;
-    const char *methodlist = "console";
-    uint32_t method = 0;
-    aaa_usercred_t *usercred = &user.cred;
     const avlist *in_attrs = nullptr;
     const aaa_rsa_params_t *rsa = nullptr;
-    void *async = nullptr;
 };
 
 // What the Request above is made of.
 Pairs expected_pairs(uint32_t type = 1, const Pairs &added = {}) {
     return Pairs{u32(262, 24), u32(43, 0), text(17, "console")} + user_pairs(Service::plain) + added +
            Pairs{message_type(type)};
-}
-
-Pairs composed(Request &request) {
-    EXPECT_EQ(request.compose(0), AAA_OK);
-    return request.iov.untouched() ? Pairs{} : unpack(request.iov[request.iov.count() - 1]).pairs;
-}
-
-std::string method_list_of(const Pairs &pairs) {
-    for (const Pair &pair : pairs) {
-        if (pair.type == 17) {
-            return pair.value;
-        }
-    }
-    return "none";
 }
 
 std::unique_ptr<aaa_rsa_params_t> make_rsa() {
@@ -75,11 +52,7 @@ std::unique_ptr<aaa_rsa_params_t> make_rsa() {
     return rsa;
 }
 
-class MessageAuthen : public testing::Test {
-  protected:
-    void SetUp() override { fake::libc::set_pid(kPid); }
-};
-
+using MessageAuthen = RequestTest;
 using MessageAuthenMethods = MessageAuthen;
 using MessageAuthenSession = MessageAuthen;
 
@@ -92,14 +65,9 @@ TEST_F(MessageAuthen, IsAHeaderAndAPackedList) {
     expected.host(20, 3).net(32, 0x1200);
     ASSERT_EQ(request.compose(0), AAA_OK);
     EXPECT_TRUE(same_bytes(request.record, expected));
-    ASSERT_EQ(request.iov.count(), 2u);
-    EXPECT_TRUE(is_element(request.iov[0], request.record.data(), 40));
-    EXPECT_EQ(request.iov[1].base, request.buffer.data());
-    const Unpacked list = unpack(request.iov[1]);
-    EXPECT_EQ(list.name, "Authentication Request");
-    EXPECT_EQ(list.total, request.iov[1].len);
-    EXPECT_EQ(list.pairs, (Pairs{u32(262, 24), u32(43, 4), text(17, "console")} + user_pairs(Service::plain) +
-                           Pairs{message_type(5)}));
+    expect_header_and_list(request, 40, "Authentication Request",
+                           (Pairs{u32(262, 24), u32(43, 4), text(17, "console")} +
+                            user_pairs(Service::plain) + Pairs{message_type(5)}));
     EXPECT_EQ(request.buffer[request.iov[1].len], '\x5A');
 }
 
@@ -111,17 +79,7 @@ TEST_F(MessageAuthen, ALoginAddsTerminalAndAddress) {
 }
 
 TEST_F(MessageAuthen, AnAsyncBlockMakesTypeFourAndASecondElement) {
-    Request request;
-    uint8_t block[64];
-    request.async = block;
-    Record expected = request.record;
-    expected.host(20, 4).net(32, 0);
-    ASSERT_EQ(request.compose(0), AAA_OK);
-    EXPECT_TRUE(same_bytes(request.record, expected));
-    ASSERT_EQ(request.iov.count(), 3u);
-    EXPECT_TRUE(is_element(request.iov[0], request.record.data(), 40));
-    EXPECT_TRUE(is_element(request.iov[1], block, 64));
-    EXPECT_EQ(unpack(request.iov[2]).pairs, expected_pairs());
+    expect_async_block<Request>(4, expected_pairs());
 }
 
 TEST_F(MessageAuthen, TracesAtLevelOne) {
@@ -256,28 +214,13 @@ TEST_F(MessageAuthen, RefusesMissingArgumentsAndTouchesNothing) {
         fake::clear_journal();
         EXPECT_EQ(request.compose(0, missing), AAA_ERR_INVALID_ARG);
         EXPECT_EQ(fake::traces(), (Traces{{1, kStarted}}));
-        EXPECT_TRUE(same_bytes(request.record, Record()));
-        EXPECT_TRUE(request.iov.untouched());
-        EXPECT_TRUE(request.buffer_untouched());
+        expect_untouched(request);
     }
     EXPECT_TRUE(fake::calls().empty());
 }
 
 TEST_F(MessageAuthen, ABufferThatIsTooSmallLeavesTheHeaderInHostOrder) {
-    Request whole;
-    ASSERT_EQ(whole.compose(0), AAA_OK);
-    const auto size = static_cast<std::size_t>(whole.iov[1].len);
-
-    Request exact(size);
-    EXPECT_EQ(exact.compose(0), AAA_OK);
-
-    Request small(size - 1);
-    small.option = 0x1200;
-    Record expected = small.record;
-    expected.host(20, 3).host(32, 0x1200);
-    EXPECT_EQ(small.compose(0), AAA_ERR_NOMEM);
-    EXPECT_TRUE(same_bytes(small.record, expected));
-    EXPECT_TRUE(small.iov.untouched());
+    expect_host_order_when_the_buffer_is_too_small<Request>(3, 0x1200);
 }
 
 TEST_F(MessageAuthen, ExhaustedMemoryLeavesTheOutputsAlone) {
@@ -298,8 +241,6 @@ TEST_F(MessageAuthen, ExhaustedMemoryLeavesTheOutputsAlone) {
 
 // ---- Method lists ----------------------------------------------------------
 
-const std::initializer_list<std::string_view> kLineCalls = {"platform_am_i_lc", "find_method_for_line"};
-
 TEST_F(MessageAuthenMethods, ANameOfTheCallerAsksNobody) {
     Request request;
     EXPECT_EQ(method_list_of(composed(request)), std::string("console") + '\0');
@@ -307,12 +248,7 @@ TEST_F(MessageAuthenMethods, ANameOfTheCallerAsksNobody) {
 }
 
 TEST_F(MessageAuthenMethods, WithoutANameTheLineIsAsked) {
-    fake::give_text("find_method_for_line", "vty-list");
-    Request request;
-    request.methodlist = nullptr;
-    EXPECT_EQ(method_list_of(composed(request)), std::string("vty-list") + '\0');
-    EXPECT_EQ(fake::calls(kLineCalls),
-              (std::vector<std::string>{"platform_am_i_lc()", "find_method_for_line(0)"}));
+    expect_the_line_is_asked<Request>(0);
     EXPECT_EQ(own_traces().back(), (fake::Trace{1, "Using authentication methodlist 'vty-list'"}));
 }
 
@@ -401,31 +337,13 @@ TEST_F(MessageAuthenSession, PacketCarriesTypeVariantAndList) {
     request.option = 0x1203;
     const Record before = request.record;
     ASSERT_EQ(request.compose(1), AAA_OK);
-    const List list = take_list(request.record);
-    Record expected = request_packet(before, 3, list.get());
-    expected.host(72, 0x1200);
-    EXPECT_TRUE(same_bytes(request.record, expected));
-    EXPECT_STREQ(list->av_name, "Authentication Request");
-    EXPECT_EQ(pairs_of(list.get()), (Pairs{u32(262, 24), u32(43, 3), text(17, "console")} +
-                                     user_pairs(Service::plain) + Pairs{message_type(4)}));
-    EXPECT_TRUE(request.iov.untouched());
-    EXPECT_TRUE(request.buffer_untouched());
+    expect_session_packet(request, before, 3, 0x1200, "Authentication Request",
+                          (Pairs{u32(262, 24), u32(43, 3), text(17, "console")} + user_pairs(Service::plain) +
+                           Pairs{message_type(4)}));
 }
 
 TEST_F(MessageAuthenSession, AnAsyncBlockMakesTypeFourOnlyWithABufferDeliberately) {
-    uint8_t block[64];
-    const struct {
-        unsigned missing;
-        uint32_t type;
-    } cases[] = {{0, 4}, {kNoIov | kNoCount, 4}, {kNoBuffer, 3}, {kNoSize, 3}, {kNoBuffer | kNoSize, 3}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.missing);
-        Request request;
-        request.async = block;
-        ASSERT_EQ(request.compose(1, c.missing), AAA_OK);
-        const List list = take_list(request.record);
-        EXPECT_EQ(request.record.u32(8), c.type);
-    }
+    expect_async_type_only_with_a_buffer<Request>(4, 3);
 }
 
 TEST_F(MessageAuthenSession, NeedsNeitherOutputsNorBuffer) {

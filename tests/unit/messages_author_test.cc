@@ -5,23 +5,20 @@
 #include <map>
 
 #include "aaa/messages.h"
-#include "support/fail_alloc.hpp"
-#include "support/requests.hpp"
+#include "support/request_checks.hpp"
 
 namespace {
 
 using namespace messages;
 
-constexpr cerrno kNoTerminal = 0x22570e00;
-constexpr cerrno kOtherFailure = 0x2257AA00;
 constexpr char kDone[] = "Authorization message composed successfully";
 constexpr char kFailed[] = "Failed to compose an authorization message";
 constexpr char kUsing[] = "Using authentication methodlist 'console'";
 
 // An authorization with everything in place. HTTP (24) has no service
 // attributes and no terminal.
-struct Request : Place {
-    using Place::Place;
+struct Request : UserRequest {
+    using UserRequest::UserRequest;
 
     cerrno compose(uint32_t session, unsigned missing = 0) {
         const Pointers p(*this, missing);
@@ -29,33 +26,13 @@ struct Request : Place {
                                            p.iov, p.count, p.buffer, p.size, async, session);
     }
 
-    User user;
     uint32_t option = 0x12345678;
-    int32_t service = 24;
-    const char *methodlist = "console";
-    uint32_t method = 0;
-    aaa_usercred_t *usercred = &user.cred;
     aaa_svc_attrs_t attrs{};
     aaa_svc_attrs_t *svc_attrs = &attrs;
-    void *async = nullptr;
 };
 
 Pairs expected_pairs() {
     return Pairs{u32(262, 24), u32(43, 0x12345678), text(17, "console")} + user_pairs(Service::plain);
-}
-
-Pairs composed(Request &request) {
-    EXPECT_EQ(request.compose(0), AAA_OK);
-    return request.iov.untouched() ? Pairs{} : unpack(request.iov[request.iov.count() - 1]).pairs;
-}
-
-std::string method_list_of(const Pairs &pairs) {
-    for (const Pair &pair : pairs) {
-        if (pair.type == 17) {
-            return pair.value;
-        }
-    }
-    return "none";
 }
 
 // IKE hands its list over in the first field of the service attributes.
@@ -63,11 +40,7 @@ char *as_field(avlist *list) {
     return reinterpret_cast<char *>(list);
 }
 
-class MessageAuthor : public testing::Test {
-  protected:
-    void SetUp() override { fake::libc::set_pid(kPid); }
-};
-
+using MessageAuthor = RequestTest;
 using MessageAuthorMethods = MessageAuthor;
 using MessageAuthorIke = MessageAuthor;
 using MessageAuthorSession = MessageAuthor;
@@ -80,27 +53,11 @@ TEST_F(MessageAuthor, IsAHeaderAndAPackedList) {
     expected.host(20, 5).net(32, 0x12345678);
     ASSERT_EQ(request.compose(0), AAA_OK);
     EXPECT_TRUE(same_bytes(request.record, expected));
-    ASSERT_EQ(request.iov.count(), 2u);
-    EXPECT_TRUE(is_element(request.iov[0], request.record.data(), 40));
-    EXPECT_EQ(request.iov[1].base, request.buffer.data());
-    const Unpacked list = unpack(request.iov[1]);
-    EXPECT_EQ(list.name, "Authorization Request");
-    EXPECT_EQ(list.total, request.iov[1].len);
-    EXPECT_EQ(list.pairs, expected_pairs());
+    expect_header_and_list(request, 40, "Authorization Request", expected_pairs());
 }
 
 TEST_F(MessageAuthor, AnAsyncBlockMakesTypeSixAndASecondElement) {
-    Request request;
-    uint8_t block[64];
-    request.async = block;
-    Record expected = request.record;
-    expected.host(20, 6).net(32, 0x12345678);
-    ASSERT_EQ(request.compose(0), AAA_OK);
-    EXPECT_TRUE(same_bytes(request.record, expected));
-    ASSERT_EQ(request.iov.count(), 3u);
-    EXPECT_TRUE(is_element(request.iov[0], request.record.data(), 40));
-    EXPECT_TRUE(is_element(request.iov[1], block, 64));
-    EXPECT_EQ(unpack(request.iov[2]).pairs, expected_pairs());
+    expect_async_block<Request>(6, expected_pairs());
 }
 
 TEST_F(MessageAuthor, ServiceChoosesTheMessageTypeOrNone) {
@@ -178,39 +135,19 @@ TEST_F(MessageAuthor, RefusesMissingArgumentsAndTouchesNothing) {
         SCOPED_TRACE(missing);
         Request request;
         EXPECT_EQ(request.compose(0, missing), AAA_ERR_INVALID_ARG);
-        EXPECT_TRUE(same_bytes(request.record, Record()));
-        EXPECT_TRUE(request.iov.untouched());
-        EXPECT_TRUE(request.buffer_untouched());
+        expect_untouched(request);
     }
 }
 
 TEST_F(MessageAuthor, ABufferThatIsTooSmallLeavesTheHeaderInHostOrder) {
-    Request whole;
-    ASSERT_EQ(whole.compose(0), AAA_OK);
-    Request small(static_cast<std::size_t>(whole.iov[1].len) - 1);
-    Record expected = small.record;
-    expected.host(20, 5).host(32, 0x12345678);
-    EXPECT_EQ(small.compose(0), AAA_ERR_NOMEM);
-    EXPECT_TRUE(same_bytes(small.record, expected));
-    EXPECT_TRUE(small.iov.untouched());
+    expect_host_order_when_the_buffer_is_too_small<Request>(5, 0x12345678);
 }
 
 TEST_F(MessageAuthor, ExhaustedMemoryLeavesTheOutputsAlone) {
-    for (const uint32_t session : {0u, 1u}) {
-        fake::sweep_allocations([session](fake::FailAlloc &fail) {
-            Request request;
-            request.methodlist = nullptr;
-            const Record before = request.record;
-            const cerrno rc = fail.run([&] { return request.compose(session); });
-            EXPECT_EQ(rc, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
-            EXPECT_EQ(request.iov.untouched(), session != 0 || fail.fired());
-            if (session != 0 && fail.fired()) {
-                EXPECT_TRUE(same_bytes(request.record, before));
-            } else if (session != 0) {
-                const List list = take_list(request.record);
-            }
-        });
-    }
+    expect_outputs_and_packet_alone_without_memory<Request>([](Request &request, uint32_t session) {
+        request.methodlist = nullptr;
+        return request.compose(session);
+    });
 }
 
 // ---- IKE -------------------------------------------------------------------
@@ -286,15 +223,8 @@ TEST_F(MessageAuthorIke, ExhaustedMemoryInTheCopyIsReported) {
 
 // ---- Method lists ----------------------------------------------------------
 
-const std::initializer_list<std::string_view> kLineCalls = {"platform_am_i_lc", "find_method_for_line"};
-
 TEST_F(MessageAuthorMethods, WithoutANameTheLineIsAskedForAuthorization) {
-    fake::give_text("find_method_for_line", "vty-list");
-    Request request;
-    request.methodlist = nullptr;
-    EXPECT_EQ(method_list_of(composed(request)), std::string("vty-list") + '\0');
-    EXPECT_EQ(fake::calls(kLineCalls),
-              (std::vector<std::string>{"platform_am_i_lc()", "find_method_for_line(1)"}));
+    expect_the_line_is_asked<Request>(1);
     EXPECT_EQ(own_traces()[0], (fake::Trace{2, "Using authentication methodlist 'vty-list'"}));
 }
 
@@ -362,31 +292,12 @@ TEST_F(MessageAuthorSession, PacketCarriesTypeOptionAndList) {
     Request request;
     const Record before = request.record;
     ASSERT_EQ(request.compose(1), AAA_OK);
-    const List list = take_list(request.record);
-    Record expected = request_packet(before, 5, list.get());
-    expected.host(72, 0x12345678);
-    EXPECT_TRUE(same_bytes(request.record, expected));
-    EXPECT_STREQ(list->av_name, "Authorization Request");
-    EXPECT_EQ(pairs_of(list.get()), expected_pairs());
-    EXPECT_TRUE(request.iov.untouched());
-    EXPECT_TRUE(request.buffer_untouched());
+    expect_session_packet(request, before, 5, 0x12345678, "Authorization Request", expected_pairs());
     EXPECT_EQ(own_traces(), (Traces{{2, kUsing}, {2, kDone}}));
 }
 
 TEST_F(MessageAuthorSession, AnAsyncBlockMakesTypeSixOnlyWithABuffer) {
-    uint8_t block[64];
-    const struct {
-        unsigned missing;
-        uint32_t type;
-    } cases[] = {{0, 6}, {kNoIov | kNoCount, 6}, {kNoBuffer, 5}, {kNoSize, 5}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.missing);
-        Request request;
-        request.async = block;
-        ASSERT_EQ(request.compose(1, c.missing), AAA_OK);
-        const List list = take_list(request.record);
-        EXPECT_EQ(request.record.u32(8), c.type);
-    }
+    expect_async_type_only_with_a_buffer<Request>(6, 5);
 }
 
 TEST_F(MessageAuthorSession, WithoutAPacketLogsBothFailures) {

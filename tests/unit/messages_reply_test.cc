@@ -59,9 +59,11 @@ struct Args {
 
 enum class Payload { none, list, data, text };
 
+using Compose = std::function<cerrno(const Args &, uint32_t session)>;
+
 struct Routine {
     const char *name;
-    std::function<cerrno(const Args &, uint32_t session)> compose;
+    Compose compose;
     uint64_t header;
     std::function<void(Record &)> written;    // what a failure for want of memory leaves in the record
     std::function<void(Record &)> converted;  // and what success leaves
@@ -69,6 +71,36 @@ struct Routine {
     bool needs_outputs;  // in session mode
     Values values;
 };
+
+// The three shapes that most of them have.
+Compose plain(cerrno (*compose)(void *, iov_t **, uint32_t *, uint32_t, aaa_sess_ctx_t *)) {
+    return [compose](const Args &a, uint32_t s) { return compose(a.msg, a.iov, a.count, s, a.context); };
+}
+
+Compose with_status(cerrno (*compose)(void *, iov_t **, uint32_t *, uint32_t, uint32_t, aaa_sess_ctx_t *)) {
+    return [compose](const Args &a, uint32_t s) {
+        return compose(a.msg, a.iov, a.count, kStatus, s, a.context);
+    };
+}
+
+Compose with_list(cerrno (*compose)(void *, iov_t **, uint32_t *, char *, uint32_t, avlist *, uint32_t,
+                                    aaa_sess_ctx_t *)) {
+    return [compose](const Args &a, uint32_t s) {
+        return compose(a.msg, a.iov, a.count, a.buffer, a.size, a.list, s, a.context);
+    };
+}
+
+cerrno compose_connect(const Args &a, uint32_t s) {
+    return aaa_util_reply_conn_compose(a.msg, kStatus, a.iov, a.count, s, a.context);
+}
+
+cerrno compose_taskmap(const Args &a, uint32_t s) {
+    return aaa_util_reply_taskmap_compose(a.msg, reply_data, sizeof reply_data, a.iov, a.count, s, a.context);
+}
+
+cerrno compose_usergroup(const Args &a, uint32_t s) {
+    return aaa_util_reply_usergroup_compose(a.msg, reply_text, a.iov, a.count, s, a.context);
+}
 
 void nothing(Record &) {}
 void status_in_host_order(Record &r) {
@@ -80,162 +112,96 @@ void status_in_network_order(Record &r) {
 void first_converted(Record &r) {
     r.net(20, kFirst);
 }
+void both_converted(Record &r) {
+    r.net(20, kFirst).net(24, kSecond);
+}
+void second_is_status_in_host_order(Record &r) {
+    r.host(24, kStatus);
+}
+void second_is_status_in_network_order(Record &r) {
+    r.net(20, kFirst).net(24, kStatus);
+}
+void connected_in_host_order(Record &r) {
+    r.host(20, kStatus).host(24, 2);
+}
+void connected_in_network_order(Record &r) {
+    r.net(20, kStatus).net(24, 2);
+}
 
 const std::vector<Routine> &routines() {
+    using enum Payload;
     static const std::vector<Routine> all = {
         {"Generic",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_compose(a.msg, a.iov, a.count, a.buffer, a.size, a.list, s, a.context);
-         },
+         with_list(aaa_util_reply_compose),
          24,
          nothing,
          first_converted,
-         Payload::list,
+         list,
          true,
          {.status = 1}},
-        {"Authen",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_authen_compose(a.msg, a.iov, a.count, a.buffer, a.size, a.list, s,
-                                                  a.context);
-         },
-         24,
-         nothing,
-         first_converted,
-         Payload::list,
-         true,
-         {}},
+        {"Authen", with_list(aaa_util_reply_authen_compose), 24, nothing, first_converted, list, true, {}},
         {"Author",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_author_compose(a.msg, a.iov, a.count, a.buffer, a.size, a.list, s,
-                                                  a.context);
-         },
+         with_list(aaa_util_reply_author_compose),
          24,
          nothing,
          first_converted,
-         Payload::list,
+         list,
          true,
          {.error = 7}},
         {"AuthenAsync",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_authen_async_compose(a.msg, a.iov, a.count, kStatus, s, a.context);
-         },
+         with_status(aaa_util_reply_authen_async_compose),
          24,
          status_in_host_order,
          status_in_network_order,
-         Payload::none,
+         none,
          false,
          {.nfnhdl = kStatus}},
         {"AuthorAsync",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_author_async_compose(a.msg, a.iov, a.count, kStatus, s, a.context);
-         },
+         with_status(aaa_util_reply_author_async_compose),
          24,
          status_in_host_order,
          status_in_host_order,
-         Payload::none,
+         none,
          false,
          {.nfnhdl = kStatus}},
-        {"Acct",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_acct_compose(a.msg, a.iov, a.count, s, a.context);
-         },
-         20,
-         nothing,
-         nothing,
-         Payload::none,
-         false,
-         {}},
-        {"Ping",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_ping_compose(a.msg, a.iov, a.count, s, a.context);
-         },
-         20,
-         nothing,
-         nothing,
-         Payload::none,
-         false,
-         {}},
-        {"Ikepost",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_ikepost_compose(a.msg, a.iov, a.count, s, a.context);
-         },
-         20,
-         nothing,
-         nothing,
-         Payload::none,
-         false,
-         {}},
-        {"Disconnect",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_disconn_compose(a.msg, a.iov, a.count, s, a.context);
-         },
-         20,
-         nothing,
-         nothing,
-         Payload::none,
-         false,
-         {}},
+        {"Acct", plain(aaa_util_reply_acct_compose), 20, nothing, nothing, none, false, {}},
+        {"Ping", plain(aaa_util_reply_ping_compose), 20, nothing, nothing, none, false, {}},
+        {"Ikepost", plain(aaa_util_reply_ikepost_compose), 20, nothing, nothing, none, false, {}},
+        {"Disconnect", plain(aaa_util_reply_disconn_compose), 20, nothing, nothing, none, false, {}},
         {"Callback",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_cb_compose(a.msg, a.iov, a.count, a.buffer, a.size, a.list, s, a.context);
-         },
+         with_list(aaa_util_reply_cb_compose),
          28,
          nothing,
-         [](Record &r) { r.net(20, kFirst).net(24, kSecond); },
-         Payload::list,
+         both_converted,
+         list,
          false,
          {.nfnhdl = kSecond}},
         {"Config",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_cfg_compose(a.msg, a.iov, a.count, kStatus, s, a.context);
-         },
+         with_status(aaa_util_reply_cfg_compose),
          28,
-         [](Record &r) { r.host(24, kStatus); },
-         [](Record &r) { r.net(20, kFirst).net(24, kStatus); },
-         Payload::none,
+         second_is_status_in_host_order,
+         second_is_status_in_network_order,
+         none,
          true,
          {.error = kStatus}},
         {"CurrentUser",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_curr_auth_usr_compose(a.msg, a.iov, a.count, kStatus, s, a.context);
-         },
+         with_status(aaa_util_reply_curr_auth_usr_compose),
          24,
          status_in_host_order,
          status_in_network_order,
-         Payload::none,
+         none,
          true,
          {.error = kStatus}},
         {"Connect",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_conn_compose(a.msg, kStatus, a.iov, a.count, s, a.context);
-         },
+         compose_connect,
          32,
-         [](Record &r) { r.host(20, kStatus).host(24, 2); },
-         [](Record &r) { r.net(20, kStatus).net(24, 2); },
-         Payload::none,
+         connected_in_host_order,
+         connected_in_network_order,
+         none,
          false,
          {.conid = kStatus}},
-        {"Taskmap",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_taskmap_compose(a.msg, reply_data, sizeof reply_data, a.iov, a.count, s,
-                                                   a.context);
-         },
-         20,
-         nothing,
-         nothing,
-         Payload::data,
-         false,
-         {}},
-        {"Usergroup",
-         [](const Args &a, uint32_t s) {
-             return aaa_util_reply_usergroup_compose(a.msg, reply_text, a.iov, a.count, s, a.context);
-         },
-         20,
-         nothing,
-         nothing,
-         Payload::text,
-         true,
-         {}},
+        {"Taskmap", compose_taskmap, 20, nothing, nothing, data, false, {}},
+        {"Usergroup", compose_usergroup, 20, nothing, nothing, text, true, {}},
     };
     return all;
 }

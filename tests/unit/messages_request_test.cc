@@ -5,8 +5,7 @@
 #include "aaa/messages.h"
 #include "aaa/names.h"
 #include "platform/cerr.h"
-#include "support/fail_alloc.hpp"
-#include "support/requests.hpp"
+#include "support/request_checks.hpp"
 
 namespace {
 
@@ -16,16 +15,11 @@ constexpr char kFillFailed[] = "Composing config message: Failed in data fill";
 const std::string kOk = cerr_strerror(AAA_OK);
 const std::string kInvalid = "Invalid argument passed to the function";
 
-class Requests : public testing::Test {
-  protected:
-    void SetUp() override { fake::libc::set_pid(kPid); }
-};
-
-using MessageCurrentUser = Requests;
-using MessageIkepost = Requests;
-using MessageTaskmap = Requests;
-using MessageUsergroup = Requests;
-using MessageFreeUserdata = Requests;
+using MessageCurrentUser = RequestTest;
+using MessageIkepost = RequestTest;
+using MessageTaskmap = RequestTest;
+using MessageUsergroup = RequestTest;
+using MessageFreeUserdata = RequestTest;
 
 // ---- Current user ----------------------------------------------------------
 
@@ -170,12 +164,7 @@ TEST_F(MessageCurrentUser, SessionPacketCarriesTypeAndListWithoutOutputs) {
     CurrentUser request;
     const Record before = request.record;
     ASSERT_EQ(request.compose(2, 1, kNoIov | kNoCount), AAA_OK);
-    const List list = take_list(request.record);
-    Record expected = request_packet(before, 25, list.get());
-    expected.host(72, 0);
-    EXPECT_TRUE(same_bytes(request.record, expected));
-    EXPECT_STREQ(list->av_name, "Incr/Decr authen usr refcnt");
-    EXPECT_EQ(pairs_of(list.get()), (Pairs{text(257, "alice")}));
+    expect_session_packet(request, before, 25, 0, "Incr/Decr authen usr refcnt", (Pairs{text(257, "alice")}));
 }
 
 TEST_F(MessageCurrentUser, SessionModeWithoutAPacketLogsAndFails) {
@@ -187,20 +176,8 @@ TEST_F(MessageCurrentUser, SessionModeWithoutAPacketLogsAndFails) {
 }
 
 TEST_F(MessageCurrentUser, ExhaustedMemoryLeavesOutputsAndPacketAlone) {
-    for (const uint32_t session : {0u, 1u}) {
-        fake::sweep_allocations([session](fake::FailAlloc &fail) {
-            CurrentUser request;
-            const Record before = request.record;
-            const cerrno rc = fail.run([&] { return request.compose(1, session); });
-            EXPECT_EQ(rc, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
-            EXPECT_EQ(request.iov.untouched(), session != 0 || fail.fired());
-            if (session != 0 && fail.fired()) {
-                EXPECT_TRUE(same_bytes(request.record, before));
-            } else if (session != 0) {
-                const List list = take_list(request.record);
-            }
-        });
-    }
+    expect_outputs_and_packet_alone_without_memory<CurrentUser>(
+        [](CurrentUser &request, uint32_t session) { return request.compose(1, session); });
 }
 
 TEST_F(MessageCurrentUser, SaysWhichAllocationFailed) {
@@ -244,13 +221,7 @@ TEST_F(MessageIkepost, IsAHeaderAndAPackedCopyUnderTheListsName) {
     expected.host(20, 10);
     ASSERT_EQ(request.compose(0), AAA_OK);
     EXPECT_TRUE(same_bytes(request.record, expected));
-    ASSERT_EQ(request.iov.count(), 2u);
-    EXPECT_TRUE(is_element(request.iov[0], request.record.data(), 32));
-    EXPECT_EQ(request.iov[1].base, request.buffer.data());
-    const Unpacked list = unpack(request.iov[1]);
-    EXPECT_EQ(list.name, "ike");
-    EXPECT_EQ(list.total, request.iov[1].len);
-    EXPECT_EQ(list.pairs, kIkePairs);
+    expect_header_and_list(request, 32, "ike", kIkePairs);
     EXPECT_TRUE(fake::traces().empty());
 }
 
@@ -272,9 +243,7 @@ TEST_F(MessageIkepost, RefusesMissingArgumentsAndTouchesNothing) {
         SCOPED_TRACE(missing);
         Ikepost request;
         EXPECT_EQ(request.compose(0, missing), AAA_ERR_INVALID_ARG);
-        EXPECT_TRUE(same_bytes(request.record, Record()));
-        EXPECT_TRUE(request.iov.untouched());
-        EXPECT_TRUE(request.buffer_untouched());
+        expect_untouched(request);
     }
 }
 
@@ -282,14 +251,8 @@ TEST_F(MessageIkepost, SessionPacketCarriesACopy) {
     Ikepost request;
     const Record before = request.record;
     ASSERT_EQ(request.compose(1, kNoIov | kNoCount), AAA_OK);
-    const List copy = take_list(request.record);
-    EXPECT_NE(copy, request.list);
-    Record expected = request_packet(before, 10, copy.get());
-    expected.host(72, 0);
-    EXPECT_TRUE(same_bytes(request.record, expected));
-    EXPECT_STREQ(copy->av_name, "ike");
-    EXPECT_EQ(pairs_of(copy.get()), kIkePairs);
-    EXPECT_TRUE(request.buffer_untouched());
+    EXPECT_NE(request.record.list(), request.list.get());
+    expect_session_packet(request, before, 10, 0, "ike", kIkePairs);
 }
 
 TEST_F(MessageIkepost, SessionModeWithoutABufferGoesOutAsAConnectWithItsListDeliberately) {
@@ -328,20 +291,8 @@ TEST_F(MessageIkepost, ABufferThatIsTooSmallIsReported) {
 }
 
 TEST_F(MessageIkepost, ExhaustedMemoryLeavesOutputsAndPacketAlone) {
-    for (const uint32_t session : {0u, 1u}) {
-        fake::sweep_allocations([session](fake::FailAlloc &fail) {
-            Ikepost request;
-            const Record before = request.record;
-            const cerrno rc = fail.run([&] { return request.compose(session); });
-            EXPECT_EQ(rc, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
-            EXPECT_EQ(request.iov.untouched(), session != 0 || fail.fired());
-            if (session != 0 && fail.fired()) {
-                EXPECT_TRUE(same_bytes(request.record, before));
-            } else if (session != 0) {
-                const List list = take_list(request.record);
-            }
-        });
-    }
+    expect_outputs_and_packet_alone_without_memory<Ikepost>(
+        [](Ikepost &request, uint32_t session) { return request.compose(session); });
 }
 
 // ---- Task map and user group -----------------------------------------------
@@ -496,24 +447,13 @@ struct FreeUserdata : Place {
 const Pairs kUserdata = {message_type(23), text(257, "alice"), text(20, "/dev/vty0"),        text(61, "vty0"),
                          u32(62, 0x22),    u32(22, 0x11),      u32(39, kMethodRadius, 0x400)};
 
-Pairs composed(FreeUserdata &request) {
-    EXPECT_EQ(request.compose(0), AAA_OK);
-    return request.iov.untouched() ? Pairs{} : unpack(request.iov[1]).pairs;
-}
-
 TEST_F(MessageFreeUserdata, IsAHeaderAndAPackedList) {
     FreeUserdata request;
     Record expected = request.record;
     expected.host(20, 12).net(32, kParam);
     ASSERT_EQ(request.compose(0), AAA_OK);
     EXPECT_TRUE(same_bytes(request.record, expected));
-    ASSERT_EQ(request.iov.count(), 2u);
-    EXPECT_TRUE(is_element(request.iov[0], request.record.data(), 40));
-    EXPECT_EQ(request.iov[1].base, request.buffer.data());
-    const Unpacked list = unpack(request.iov[1]);
-    EXPECT_EQ(list.name, "Free user data request");
-    EXPECT_EQ(list.total, request.iov[1].len);
-    EXPECT_EQ(list.pairs, kUserdata);
+    expect_header_and_list(request, 40, "Free user data request", kUserdata);
     EXPECT_EQ(own_traces({1, 2, 3, 5}), (Traces{{1, "Using TTY /dev/vty0"}}));
 }
 
@@ -593,9 +533,7 @@ TEST_F(MessageFreeUserdata, RefusesMissingArgumentsAndTouchesNothing) {
         FreeUserdata request;
         const Record before = request.record;
         EXPECT_EQ(request.compose(0, missing), AAA_ERR_INVALID_ARG);
-        EXPECT_TRUE(same_bytes(request.record, before));
-        EXPECT_TRUE(request.iov.untouched());
-        EXPECT_TRUE(request.buffer_untouched());
+        expect_untouched(request, before);
     }
 }
 
@@ -642,13 +580,7 @@ TEST_F(MessageFreeUserdata, SessionPacketCarriesTypeAndListWithoutOutputsOrBuffe
     FreeUserdata request;
     const Record before = request.record;
     ASSERT_EQ(request.compose(1, kNoIov | kNoCount | kNoBuffer | kNoSize), AAA_OK);
-    const List list = take_list(request.record);
-    Record expected = request_packet(before, 12, list.get());
-    expected.host(72, 0);
-    EXPECT_TRUE(same_bytes(request.record, expected));
-    EXPECT_STREQ(list->av_name, "Free user data request");
-    EXPECT_EQ(pairs_of(list.get()), kUserdata);
-    EXPECT_TRUE(request.buffer_untouched());
+    expect_session_packet(request, before, 12, 0, "Free user data request", kUserdata);
 }
 
 TEST_F(MessageFreeUserdata, SessionModeWithoutAPacketLogsAndFails) {
