@@ -35,8 +35,6 @@ constexpr cerrno kExhausted = 0xa2581400u;
 constexpr cerrno kNoGeneration = 0xa2581600u;
 constexpr cerrno kNewest = 0xa2581800u;
 
-CapturedLog *g_log = nullptr;
-
 std::string text_or_null(char *text) {
     const std::string out = text != nullptr ? text : "(null)";
     free(text);
@@ -472,9 +470,5 @@ TEST_F(Keys, RotateUnderTheFeetOfReaders) {
 // ---- command ---------------------------------------------------------------------
 
 int main(int argc, char **argv) {
-    CapturedLog log;
-    g_log = &log;
-    testing::InitGoogleTest(&argc, argv);
-    const int rc = RUN_ALL_TESTS();
-    return rc;
+    return run_with_captured_log(argc, argv);
 }

@@ -17,8 +17,6 @@
 
 namespace {
 
-CapturedLog *g_log = nullptr;
-
 bool is_loaded() {
     void *handle = dlopen(AAAUTIL_PATH, RTLD_LAZY | RTLD_NOLOAD);
     if (handle != nullptr) {
@@ -68,10 +66,6 @@ TEST(Library, TracesItsUnloadAndIsQuietAfterwards) {
 }
 
 int main(int argc, char **argv) {
-    CapturedLog log;
-    g_log = &log;
     unsetenv("NO_DLLMAIN");
-    testing::InitGoogleTest(&argc, argv);
-    const int rc = RUN_ALL_TESTS();
-    return rc;
+    return run_with_captured_log(argc, argv);
 }

@@ -76,3 +76,14 @@ class CapturedLog {
   private:
     LogSocket socket_;
 };
+
+// The log of a program whose main() is this.
+inline CapturedLog *g_log = nullptr;
+
+inline int run_with_captured_log(int argc, char **argv) {
+    CapturedLog log;
+    g_log = &log;
+    testing::InitGoogleTest(&argc, argv);
+    const int rc = RUN_ALL_TESTS();
+    return rc;
+}

@@ -29,8 +29,6 @@ constexpr cerrno kNoTable = 0xa2580600u;
 constexpr cerrno kLineNoMemory = 0xa2571800u;
 constexpr cerrno kFirst = 0xb8000200u;
 
-CapturedLog *g_log = nullptr;
-
 aaa_err_row_t g_rows[2] = {{0, 0, "Success"}, {1, 0, "first"}};
 
 struct MasterKeys {
@@ -142,9 +140,5 @@ TEST(MemoryFailure, OfALineIsNoLine) {
 }
 
 int main(int argc, char **argv) {
-    CapturedLog log;
-    g_log = &log;
-    testing::InitGoogleTest(&argc, argv);
-    const int rc = RUN_ALL_TESTS();
-    return rc;
+    return run_with_captured_log(argc, argv);
 }

@@ -30,8 +30,6 @@ constexpr cerrno kUnknownLine = 0xa2571200u;
 constexpr cerrno kNoAddress = 0xa2571400u;
 constexpr cerrno kBadConfig = 0xa2571600u;
 
-CapturedLog *g_log = nullptr;
-
 // Kind of a device, or -1.
 int kind_of(const char *device) {
     tty_details_t details;
@@ -565,9 +563,5 @@ TEST_F(RemoteAddress, KeepsToTheBuffer) {
 }
 
 int main(int argc, char **argv) {
-    CapturedLog log;
-    g_log = &log;
-    testing::InitGoogleTest(&argc, argv);
-    const int rc = RUN_ALL_TESTS();
-    return rc;
+    return run_with_captured_log(argc, argv);
 }

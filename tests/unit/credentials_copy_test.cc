@@ -16,7 +16,7 @@
 #include "support/avlist_verifier.hpp"
 #include "support/fail_alloc.hpp"
 #include "support/fake_platform.hpp"
-#include "support/messages.hpp"
+#include "support/full_credentials.hpp"
 
 namespace {
 
@@ -62,44 +62,19 @@ Chap chap_of(uint32_t type) {
     return type == 5 || type == 9 ? Chap::inbound : type == 7 || type == 10 ? Chap::outbound : Chap::none;
 }
 
-// A source with every field filled in.
-class Source {
+class Source : public messages::FullCredentials {
   public:
-    Source() {
-        record_.username = username;
-        record_.password = password;
-        record_.text3 = text3;
-        record_.ttyname = ttyname;
-        record_.remote_addr = remote;
-        record_.ifh = 1;
-        record_.ipaddr = 2;
-        record_.chap_data = &chap;
-        record_.task_table = &task_table;
-        record_.line_category = 3;
-        std::memset(record_.line_detail, 'd', sizeof record_.line_detail);
-        std::memset(record_.line_detail2, 'e', sizeof record_.line_detail2);
-        record_.authen_method = 4;
-        record_.state_args = state.get();
-        record_.attr_list = further.get();
-        record_.in_attr_list = supplied.get();
-        record_.unique_id = 5;
-        record_.tty_mnemonic = mnemonic;
-        record_.user_db_flag = 6;
+    Source()
+        : FullCredentials(make_list("state", {u32(280, 1)}), make_list("supplied", {u32(275, 1)}),
+                          make_list("further", {Pair{278, 0x7, 2, "route"}, u32(10, 15)})) {
+        chap.response_len = 4;
+        get()->task_table = &task_table;
+        get()->line_category = 3;
+        std::memset(get()->line_detail, 'd', sizeof get()->line_detail);
+        std::memset(get()->line_detail2, 'e', sizeof get()->line_detail2);
     }
-    aaa_usercred_t *get() { return &record_; }
-    aaa_usercred_t *operator->() { return &record_; }
 
-    char username[6] = "alice", password[7] = "secret", text3[6] = "third", ttyname[5] = "vty0",
-         remote[10] = "192.0.2.9", mnemonic[5] = "con0";
-    uint8_t data[3] = {'d', 'a', 't'}, response[4] = {'r', 'e', 's', 'p'};
-    aaa_chap_data_t chap = {0x5A, data, 3, response, 4};
     int task_table = 0;
-    List state = make_list("state", {u32(280, 1)});
-    List supplied = make_list("supplied", {u32(275, 1)});
-    List further = make_list("further", {Pair{278, 0x7, 2, "route"}, u32(10, 15)});
-
-  private:
-    aaa_usercred_t record_{};
 };
 
 // A copy, freed as it was made.

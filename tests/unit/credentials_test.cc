@@ -17,7 +17,7 @@
 #include "support/avlist_verifier.hpp"
 #include "support/fail_alloc.hpp"
 #include "support/fake_platform.hpp"
-#include "support/messages.hpp"
+#include "support/full_credentials.hpp"
 
 namespace {
 
@@ -37,48 +37,22 @@ using Texts = std::vector<std::string>;
 constexpr uint32_t kAuthen = 0;
 constexpr uint32_t kAcctStart = 128;
 
-// A record with every field filled in. Its texts are this object's.
-class Credentials {
+class Credentials : public messages::FullCredentials {
   public:
-    Credentials() {
-        record_.username = username;
-        record_.password = password;
-        record_.text3 = text3;
-        record_.ttyname = ttyname;
-        record_.remote_addr = remote;
-        record_.ifh = 0x11223344;
-        record_.ipaddr = 0xC0000207;
-        record_.chap_data = &chap;
-        record_.authen_method = 3;
-        record_.state_args = state.get();
-        record_.attr_list = further.get();
-        record_.in_attr_list = supplied.get();
-        record_.unique_id = 77;
-        record_.tty_mnemonic = mnemonic;
-        record_.user_db_flag = 9;
-    }
+    Credentials()
+        : FullCredentials(make_list("state", {Pair{280, 0x7, 4, "st1"}, Pair{281, 0x400, 0, "cls"}}),
+                          make_list("supplied", {Pair{275, 0x3, 2, "in1"}}),
+                          make_list("further", {u32(278, 1)})) {}
     ~Credentials() {
-        if (record_.remote_addr != remote && record_.remote_addr != given_) {
-            std::free(record_.remote_addr);
+        char *const address = get()->remote_addr;
+        if (address != remote && address != given_) {
+            std::free(address);
         }
     }
-    Credentials(const Credentials &) = delete;
-    Credentials &operator=(const Credentials &) = delete;
-    aaa_usercred_t *get() { return &record_; }
-    aaa_usercred_t *operator->() { return &record_; }
     // A remote address that is not from the heap.
-    void give_remote(char *address) { record_.remote_addr = given_ = address; }
-
-    char username[6] = "alice", password[7] = "secret", text3[6] = "third", ttyname[5] = "vty0",
-         remote[10] = "192.0.2.9", mnemonic[5] = "con0";
-    uint8_t data[3] = {'d', 'a', 't'}, response[16] = {'r', 'e', 's', 'p', 'o', 'n', 's', 'e'};
-    aaa_chap_data_t chap = {0x5A, data, 3, response, 16};
-    List state = make_list("state", {Pair{280, 0x7, 4, "st1"}, Pair{281, 0x400, 0, "cls"}});
-    List supplied = make_list("supplied", {Pair{275, 0x3, 2, "in1"}});
-    List further = make_list("further", {u32(278, 1)});
+    void give_remote(char *address) { get()->remote_addr = given_ = address; }
 
   private:
-    aaa_usercred_t record_{};
     char *given_ = nullptr;
 };
 
