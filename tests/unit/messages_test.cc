@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <vector>
 
 #include "aaa/names.h"
 #include "support/fail_alloc.hpp"
@@ -60,6 +61,16 @@ Record &net_values(Record &record) {
 
 using Compose = std::function<cerrno(void *msg, iov_t **iov, uint32_t *count, uint32_t session)>;
 
+Compose server_connect(uint32_t param, void *block) {
+    return [=](void *m, iov_t **i, uint32_t *c, uint32_t s) {
+        return aaa_util_svrmsg_conn_compose(m, param, i, c, block, s);
+    };
+}
+
+cerrno server_disconnect(void *m, iov_t **i, uint32_t *c, uint32_t s) {
+    return aaa_util_svrmsg_disconn_compose(m, i, c, caller_data, s);
+}
+
 struct Routine {
     const char *name;
     Compose compose;
@@ -71,25 +82,11 @@ const std::vector<Routine> &routines() {
     static const std::vector<Routine> all = {
         {"connect", [](void *m, iov_t **i, uint32_t *c, uint32_t s) { return connect(m, "a", "b", i, c, s); },
          0, 0},
-        {"disconnect",
-         [](void *m, iov_t **i, uint32_t *c, uint32_t s) { return aaa_util_msg_disconn_compose(m, i, c, s); },
-         0, 0},
-        {"callback",
-         [](void *m, iov_t **i, uint32_t *c, uint32_t s) { return aaa_util_msg_cb_compose(m, i, c, s); }, 8,
-         0},
-        {"ping",
-         [](void *m, iov_t **i, uint32_t *c, uint32_t s) { return aaa_util_msg_ping_compose(m, i, c, s); }, 9,
-         0},
-        {"server connect",
-         [](void *m, iov_t **i, uint32_t *c, uint32_t s) {
-             return aaa_util_svrmsg_conn_compose(m, 7, i, c, caller_block, s);
-         },
-         0, 0},
-        {"server disconnect",
-         [](void *m, iov_t **i, uint32_t *c, uint32_t s) {
-             return aaa_util_svrmsg_disconn_compose(m, i, c, caller_data, s);
-         },
-         1, 1},
+        {"disconnect", aaa_util_msg_disconn_compose, 0, 0},
+        {"callback", aaa_util_msg_cb_compose, 8, 0},
+        {"ping", aaa_util_msg_ping_compose, 9, 0},
+        {"server connect", server_connect(7, caller_block), 0, 0},
+        {"server disconnect", server_disconnect, 1, 1},
     };
     return all;
 }
@@ -199,6 +196,34 @@ TEST_F(Envelope, ClassicMessagesTraceNothing) {
     EXPECT_TRUE(fake::calls().empty());
 }
 
+// ---- What each of them writes ----------------------------------------------
+
+// The first element is this much of the record; what follows it is given.
+void expect_classic(const Compose &compose, Record record, const Record &expected, uint64_t header,
+                    const std::vector<iov_t> &further = {}) {
+    Iov iov;
+    EXPECT_EQ(compose(record.data(), iov.out(), iov.count_out(), 0), AAA_OK);
+    EXPECT_TRUE(same_bytes(record, expected));
+    ASSERT_EQ(iov.count(), 1 + further.size());
+    EXPECT_TRUE(is_element(iov[0], record.data(), header));
+    for (std::size_t i = 0; i < further.size(); ++i) {
+        EXPECT_TRUE(is_element(iov[1 + i], further[i].base, further[i].len));
+    }
+}
+
+void expect_without_memory(const Compose &compose, Record record, const Record &expected) {
+    Iov iov;
+    fake::FailAlloc fail(fake::FailAlloc::Unarmed{}, 1);
+    const cerrno rc = fail.run([&] { return compose(record.data(), iov.out(), iov.count_out(), 0); });
+    EXPECT_EQ(rc, AAA_ERR_NOMEM);
+    EXPECT_TRUE(same_bytes(record, expected));
+    EXPECT_TRUE(iov.untouched());
+}
+
+iov_t element(const void *base, uint64_t len) {
+    return {const_cast<void *>(base), len};
+}
+
 // ---- Types -----------------------------------------------------------------
 
 TEST(MessageTypes, AreDescribedUpTo26) {
@@ -225,18 +250,13 @@ TEST(MessageTypes, LdapPolicySearchIsUnknownLikeAllAboveItDeliberately) {
 // ---- Connect ---------------------------------------------------------------
 
 TEST_F(MessageConnect, WritesVersionValuesAndLengthInNetworkOrder) {
-    Record record;
-    Record expected;
-    net_values(expected).host(20, 0).net(32, 2).net(36, 0).net(64, 6);
-    Iov iov;
     const char first[] = "router";
     const char second[] = "console0";
-    EXPECT_EQ(connect(record.data(), first, second, iov.out(), iov.count_out(), 0), AAA_OK);
-    EXPECT_TRUE(same_bytes(record, expected));
-    ASSERT_EQ(iov.count(), 3u);
-    EXPECT_TRUE(is_element(iov[0], record.data(), 72));
-    EXPECT_TRUE(is_element(iov[1], first, 6));
-    EXPECT_TRUE(is_element(iov[2], second, 8));
+    Record expected;
+    net_values(expected).host(20, 0).net(32, 2).net(36, 0).net(64, 6);
+    expect_classic(
+        [&](void *m, iov_t **i, uint32_t *c, uint32_t s) { return connect(m, first, second, i, c, s); }, {},
+        expected, 72, {element(first, 6), element(second, 8)});
 }
 
 TEST_F(MessageConnect, FieldsOfTheRecordTypeStandWhereTheBytesAre) {
@@ -277,29 +297,19 @@ TEST_F(MessageConnect, AnEmptyStringKeepsItsAddress) {
 }
 
 TEST_F(MessageConnect, AFailureLeavesTheFieldsInHostOrder) {
-    Record record;
     Record expected;
     host_values(expected).host(20, 0).host(32, 2).host(36, 0).host(64, 3);
-    Iov iov;
-    fake::FailAlloc fail(1);
-    const cerrno rc = connect(record.data(), "abc", "d", iov.out(), iov.count_out(), 0);
-    fail.disarm();
-    EXPECT_EQ(rc, AAA_ERR_NOMEM);
-    EXPECT_TRUE(same_bytes(record, expected));
-    EXPECT_TRUE(iov.untouched());
+    expect_without_memory(
+        [](void *m, iov_t **i, uint32_t *c, uint32_t s) { return connect(m, "abc", "d", i, c, s); }, {},
+        expected);
 }
 
 // ---- Disconnect ------------------------------------------------------------
 
 TEST_F(MessageDisconnect, IsAHeaderWithItsType) {
-    Record record;
     Record expected;
     expected.host(20, 1);
-    Iov iov;
-    EXPECT_EQ(aaa_util_msg_disconn_compose(record.data(), iov.out(), iov.count_out(), 0), AAA_OK);
-    EXPECT_TRUE(same_bytes(record, expected));
-    ASSERT_EQ(iov.count(), 1u);
-    EXPECT_TRUE(is_element(iov[0], record.data(), 32));
+    expect_classic(aaa_util_msg_disconn_compose, {}, expected, 32);
 }
 
 TEST_F(MessageDisconnect, SessionPacketCarriesTheConnectTypeDeliberately) {
@@ -316,11 +326,7 @@ TEST_F(MessageCallback, ConvertsTheCallersNumber) {
     record.host(32, 0x01020304);
     Record expected = record;
     expected.host(20, 8).net(32, 0x01020304);
-    Iov iov;
-    EXPECT_EQ(aaa_util_msg_cb_compose(record.data(), iov.out(), iov.count_out(), 0), AAA_OK);
-    EXPECT_TRUE(same_bytes(record, expected));
-    ASSERT_EQ(iov.count(), 1u);
-    EXPECT_TRUE(is_element(iov[0], record.data(), 36));
+    expect_classic(aaa_util_msg_cb_compose, record, expected, 36);
 }
 
 TEST_F(MessageCallback, ComposingTwiceTurnsTheNumberBackDeliberately) {
@@ -338,41 +344,23 @@ TEST_F(MessageCallback, AFailureLeavesTheNumberAsItWas) {
     record.host(32, 0x01020304);
     Record expected = record;
     expected.host(20, 8);
-    Iov iov;
-    fake::FailAlloc fail(1);
-    const cerrno rc = aaa_util_msg_cb_compose(record.data(), iov.out(), iov.count_out(), 0);
-    fail.disarm();
-    EXPECT_EQ(rc, AAA_ERR_NOMEM);
-    EXPECT_TRUE(same_bytes(record, expected));
+    expect_without_memory(aaa_util_msg_cb_compose, record, expected);
 }
 
 // ---- Ping ------------------------------------------------------------------
 
 TEST_F(MessagePing, IsAHeaderWithItsType) {
-    Record record;
     Record expected;
     expected.host(20, 9);
-    Iov iov;
-    EXPECT_EQ(aaa_util_msg_ping_compose(record.data(), iov.out(), iov.count_out(), 0), AAA_OK);
-    EXPECT_TRUE(same_bytes(record, expected));
-    ASSERT_EQ(iov.count(), 1u);
-    EXPECT_TRUE(is_element(iov[0], record.data(), 32));
+    expect_classic(aaa_util_msg_ping_compose, {}, expected, 32);
 }
 
 // ---- The server's side -----------------------------------------------------
 
 TEST_F(ServerConnect, CarriesTheParameterAndTheBlock) {
-    Record record;
     Record expected;
     expected.host(20, 0).net(32, 0x0A0B0C0D);
-    Iov iov;
-    EXPECT_EQ(
-        aaa_util_svrmsg_conn_compose(record.data(), 0x0A0B0C0D, iov.out(), iov.count_out(), caller_block, 0),
-        AAA_OK);
-    EXPECT_TRUE(same_bytes(record, expected));
-    ASSERT_EQ(iov.count(), 2u);
-    EXPECT_TRUE(is_element(iov[0], record.data(), 40));
-    EXPECT_TRUE(is_element(iov[1], caller_block, 64));
+    expect_classic(server_connect(0x0A0B0C0D, caller_block), {}, expected, 40, {element(caller_block, 64)});
 }
 
 TEST_F(ServerConnect, DoesNotLookAtTheBlock) {
@@ -383,29 +371,15 @@ TEST_F(ServerConnect, DoesNotLookAtTheBlock) {
 }
 
 TEST_F(ServerConnect, AFailureLeavesTheParameterInHostOrder) {
-    Record record;
     Record expected;
     expected.host(20, 0).host(32, 0x0A0B0C0D);
-    Iov iov;
-    fake::FailAlloc fail(1);
-    const cerrno rc =
-        aaa_util_svrmsg_conn_compose(record.data(), 0x0A0B0C0D, iov.out(), iov.count_out(), caller_block, 0);
-    fail.disarm();
-    EXPECT_EQ(rc, AAA_ERR_NOMEM);
-    EXPECT_TRUE(same_bytes(record, expected));
+    expect_without_memory(server_connect(0x0A0B0C0D, caller_block), {}, expected);
 }
 
 TEST_F(ServerDisconnect, LeavesItsWordInHostOrderDeliberately) {
-    Record record;
     Record expected;
     expected.host(20, 1).host(32, 3);
-    Iov iov;
-    EXPECT_EQ(aaa_util_svrmsg_disconn_compose(record.data(), iov.out(), iov.count_out(), caller_data, 0),
-              AAA_OK);
-    EXPECT_TRUE(same_bytes(record, expected));
-    ASSERT_EQ(iov.count(), 2u);
-    EXPECT_TRUE(is_element(iov[0], record.data(), 40));
-    EXPECT_TRUE(is_element(iov[1], caller_data, 4));
+    expect_classic(server_disconnect, {}, expected, 40, {element(caller_data, 4)});
 }
 
 TEST_F(ServerDisconnect, DoesNotLookAtTheData) {
