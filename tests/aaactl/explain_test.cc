@@ -136,6 +136,11 @@ TEST_F(Explain, AFileOfRowsThatCannotBeUsedFailsAsRequestsDo) {
     EXPECT_EQ(explain({"authentication", "login"}).status, 0) << "nobody asks for a line";
 }
 
+TEST_F(Explain, RefusesNamesThatNoListCanHave) {
+    EXPECT_EQ(run({"explain", "authentication", "login", "--list", "a\x01"}).status, 2);
+    EXPECT_EQ(run({"explain", "authentication", "login", "--list", "a b"}).status, 4);
+}
+
 TEST_F(Explain, TheLibrarySuppliesTheDefaultForPpp) {
     const auto json = explain_json({"authentication", "ppp"}).json();
     EXPECT_EQ(json["list"]["configured"], false);

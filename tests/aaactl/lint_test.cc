@@ -3,6 +3,7 @@
 // lint: a configuration in order, and each thing that can be wrong with one.
 
 #include "aaa_config_fixture.hpp"
+#include "damaged_items.hpp"
 #include "platform/cipher.h"
 #include "platform/control.h"
 
@@ -227,6 +228,37 @@ TEST_F(Lint, FindsKeysThatDoNotDecrypt) {
     for (const char *form : {"--color=never", "--json", "--show-secrets"}) {
         EXPECT_FALSE(contains(run({"lint", form}).out, "hunter2"));
     }
+}
+
+TEST_F(Lint, DamagedItemsAreFindings) {
+    ASSERT_EQ(run({"lint"}).status, 0);
+    list("authentication/login/broken", R"(0, 0, 0, 0, "", "", "", "")");
+    EXPECT_EQ(lint(), Lines{"error empty-list /cfg/gl/aaa/authentication/login/broken"});
+    using aaactl_test::damage;
+    damage(dir(), kLogin, SYSDB_TYPE_TUPLE, "TP");
+    damage(dir(), "/cfg/gl/aaa/site/key", SYSDB_TYPE_STRING, "without its NUL");
+    damage(dir(), "/cfg/gl/aaa/site/typeless", "abc");
+    damage(dir(), "/cfg/gl/aaa/site//nameless", SYSDB_TYPE_U32, "abcd");
+    damage(dir(), "/cfg/gl/aaa/site/b\x01", SYSDB_TYPE_U32, "abcd");
+    damage(dir(), kMaps + "sg_name_map/tacacs/archive", SYSDB_TYPE_U32, "abcde");
+    damage(dir(), "/cfg/elsewhere", SYSDB_TYPE_U32, "abc");
+    const Result result = run({"lint", "--json"});
+    EXPECT_EQ(result.status, 1) << result.err;
+    const Lines all = found(result);
+    EXPECT_EQ(Lines(all.begin(), all.begin() + 2),
+              (Lines{"error empty-list /cfg/gl/aaa/authentication/login/broken",
+                     "error malformed-list " + kLogin}));
+    EXPECT_NE(std::find(all.begin(), all.end(), "error unreadable-number " + kGroups + "tacacs/archive/"),
+              all.end());
+    ASSERT_GE(all.size(), 5u);
+    EXPECT_EQ(
+        Lines(all.end() - 5, all.end()),
+        (Lines{"error unreadable-item /cfg/gl/aaa/site//", "error unreadable-item /cfg/gl/aaa/site/b\\x01",
+               "error unreadable-item /cfg/gl/aaa/site/key",
+               "error unreadable-item /cfg/gl/aaa/site/typeless",
+               "error unreadable-item " + kMaps + "sg_name_map/tacacs/archive"}));
+    EXPECT_FALSE(contains(result.out, "without its NUL"));
+    EXPECT_TRUE(contains(run({"lint"}).out, "value does not fit its type"));
 }
 
 TEST_F(Lint, EscapesWhatTheDatabaseHolds) {

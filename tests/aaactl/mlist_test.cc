@@ -2,11 +2,13 @@
 //
 // mlist show, set and del.
 
+#include "damaged_items.hpp"
 #include "database_fixture.hpp"
 
 namespace {
 
 using aaactl_test::aaactl;
+using aaactl_test::damage;
 using Lists = aaactl_test::DatabaseTest;
 
 TEST_F(Lists, AreStoredInTheFormThatIsRead) {
@@ -85,6 +87,51 @@ TEST_F(Lists, AccountingKeepsWhatStandsInFront) {
     put("/cfg/gl/aaa/accounting/exec/default", "tuple", R"(1,2,3,1,0,0,0,"","","","")");
     ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "local"}).status, 0);
     EXPECT_EQ(value_of("/cfg/gl/aaa/accounting/exec/default"), R"((1, 2, 3, 2, 0, 0, 0, "", "", "", ""))");
+}
+
+TEST_F(Lists, WhatIsNoListIsToldWithTheRest) {
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "local"}).status, 0);
+    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "local"}).status, 0);
+    damage(dir(), "/cfg/gl/aaa/authentication/login/cut", SYSDB_TYPE_TUPLE, "TP\x01");
+    put("/cfg/gl/aaa/authorization/exec/text", "string", "local");
+    const auto text = aaactl({"mlist", "show"});
+    EXPECT_EQ(text.status, 3);
+    EXPECT_EQ(text.out,
+              "FUNCTION        SERVICE  NAME     METHODS\n"
+              "authentication  login    cut      value does not fit its type\n"
+              "authentication  login    default  local\n"
+              "authorization   exec     text     item of type string\n"
+              "accounting      exec     default  local\n");
+    EXPECT_EQ(text.err,
+              "aaactl: /cfg/gl/aaa/authentication/login/cut: value does not fit its type\n"
+              "aaactl: /cfg/gl/aaa/authorization/exec/text: item of type string\n");
+    const auto json = aaactl({"mlist", "show", "authentication", "--json"});
+    EXPECT_EQ(json.status, 3);
+    EXPECT_EQ(json.json()["lists"][0]["fault"], "value does not fit its type");
+    EXPECT_EQ(json.json()["lists"][1]["methods"][0]["name"], "local");
+    EXPECT_EQ(aaactl({"mlist", "show", "accounting"}).status, 0) << "nothing is wrong there";
+}
+
+TEST_F(Lists, ADamagedNumberOfAGroupIsToldWithTheRest) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp", "local"}).status,
+              0);
+    const std::string item = "/oper/aaa/gl/group-server/sg_name_map/radius/corp";
+    damage(dir(), item, SYSDB_TYPE_U32, "abc");
+    const auto run = aaactl({"mlist", "show"});
+    EXPECT_EQ(run.status, 3);
+    EXPECT_NE(run.out.find("group:corp (value does not fit its type), local\n"), std::string::npos)
+        << run.out;
+    EXPECT_EQ(run.err, "aaactl: " + item + ": value does not fit its type\n");
+    EXPECT_EQ(aaactl({"mlist", "show", "--json"}).json()["lists"][0]["methods"][0]["fault"],
+              "value does not fit its type");
+}
+
+TEST_F(Lists, ADamagedListIsReplaced) {
+    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "local"}).status, 0);
+    damage(dir(), "/cfg/gl/aaa/accounting/exec/default", SYSDB_TYPE_TUPLE, "TP\x01");
+    EXPECT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "none"}).status, 0);
+    EXPECT_EQ(value_of("/cfg/gl/aaa/accounting/exec/default"), R"((0, 0, 0, 1, 0, 0, 0, "", "", "", ""))");
 }
 
 TEST_F(Lists, AreDeleted) {

@@ -2,11 +2,13 @@
 //
 // sg list, add and delete: numbers, indexes, and the reasons of refusals.
 
+#include "damaged_items.hpp"
 #include "database_fixture.hpp"
 
 namespace {
 
 using aaactl_test::aaactl;
+using aaactl_test::damage;
 
 class Groups : public aaactl_test::DatabaseTest {
   protected:
@@ -74,15 +76,47 @@ TEST_F(Groups, ListShowsConfiguredAndPublished) {
 TEST_F(Groups, ANumberThatIsNoneHidesNoOtherGroup) {
     ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
     put("/oper/aaa/gl/group-server/sg_name_map/radius/bad", "string", "x");
-    EXPECT_EQ(aaactl({"sg", "list"}).out,
-              "PROTOCOL  NAME  NUMBER  SERVERS\n"
-              "radius    bad   -       (published, not configured)\n"
-              "radius    corp  1001    192.0.2.20,1812,1813\n");
+    const auto run = aaactl({"sg", "list"});
+    EXPECT_EQ(run.status, 3);
+    EXPECT_EQ(
+        run.out,
+        "PROTOCOL  NAME  NUMBER  SERVERS\n"
+        "radius    bad   -       (published, not configured) (number: it is of type string, not a u32)\n"
+        "radius    corp  1001    192.0.2.20,1812,1813\n");
     ASSERT_EQ(
         aaactl({"mlist", "set", "authentication", "login", "default", "group:bad", "group:corp", "--force"})
             .status,
         0);
     EXPECT_NE(aaactl({"mlist", "show"}).out.find("group:corp (radius, 1001)"), std::string::npos);
+}
+
+TEST_F(Groups, ADamagedNumberIsToldWithTheRest) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "whole", "192.0.2.21"}).status, 0);
+    const std::string item = "/oper/aaa/gl/group-server/sg_name_map/radius/corp";
+    damage(dir(), item, SYSDB_TYPE_U32, "abc");
+    const auto text = aaactl({"sg", "list"});
+    EXPECT_EQ(text.status, 3);
+    EXPECT_EQ(text.out,
+              "PROTOCOL  NAME   NUMBER  SERVERS\n"
+              "radius    corp   -       192.0.2.20,1812,1813 (number: value does not fit its type)\n"
+              "radius    whole  1002    192.0.2.21,1812,1813\n");
+    EXPECT_EQ(text.err, "aaactl: " + item + ": value does not fit its type\n");
+    const auto json = aaactl({"sg", "list", "--json"});
+    EXPECT_EQ(json.status, 3);
+    EXPECT_EQ(json.json()["groups"][0]["fault"], "value does not fit its type");
+    EXPECT_FALSE(json.json()["groups"][1].contains("fault"));
+    EXPECT_EQ(aaactl({"sg", "list", "whole"}).status, 0) << "nothing is wrong with this one";
+}
+
+TEST_F(Groups, AGroupWithADamagedNumberIsDeletedAndCreatedAnew) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    damage(dir(), "/oper/aaa/gl/group-server/sg_name_map/radius/corp", SYSDB_TYPE_U32, "abc");
+    const auto run = aaactl({"sg", "delete", "radius", "corp"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, "aaactl-dump 1 /oper/\n");
+    EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).out,
+              "radius corp 1001: 192.0.2.20,1812,1813\n");
 }
 
 TEST_F(Groups, RefusesForTheLibrarysReasons) {

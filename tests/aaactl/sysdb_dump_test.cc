@@ -5,12 +5,14 @@
 
 #include <random>
 
+#include "damaged_items.hpp"
 #include "database_fixture.hpp"
 #include "program_started.hpp"
 
 namespace {
 
 using aaactl_test::aaactl;
+using aaactl_test::damage;
 using aaactl_test::Started;
 using Dump = aaactl_test::DatabaseTest;
 
@@ -84,6 +86,61 @@ TEST_F(Dump, MaskedValuesAreKept) {
     EXPECT_EQ(load.status, 3);
     EXPECT_NE(load.err.find("line 10: /cfg/s/key"), std::string::npos) << load.err;
     EXPECT_EQ(aaactl({"sysdb", "dump"}).out, kHead) << "nothing was loaded";
+}
+
+TEST_F(Dump, DamagedItemsAreToldAndTheRestIsDumped) {
+    put("/cfg/a", "u32", "1");
+    put("/cfg/z", "string", "last");
+    damage(dir(), "/cfg/d/key", SYSDB_TYPE_STRING, "hunter2");
+    damage(dir(), "/cfg/d/typeless", "abc");
+    damage(dir(), "/cfg/d//x", SYSDB_TYPE_U32, "abcd");
+    const auto text = aaactl({"sysdb", "dump", "--show-secrets"});
+    EXPECT_EQ(text.status, 3);
+    EXPECT_EQ(text.out, std::string(kHead) +
+                            "/cfg/a u32 1\n"
+                            "# /cfg/d// directory (name that no path can have)\n"
+                            "# /cfg/d/key string (value does not fit its type)\n"
+                            "# /cfg/d/typeless bytes:0 (value does not fit its type)\n"
+                            "/cfg/z string \"last\"\n");
+    EXPECT_EQ(text.err,
+              "aaactl: /cfg/d//: name that no path can have; it is not in the dump\n"
+              "aaactl: /cfg/d/key: value does not fit its type; it is not in the dump\n"
+              "aaactl: /cfg/d/typeless: value does not fit its type; it is not in the dump\n");
+    const auto json = aaactl({"sysdb", "dump", "--json"});
+    EXPECT_EQ(json.status, 3);
+    EXPECT_EQ(json.json()["items"].size(), 2u);
+    EXPECT_EQ(json.json()["faults"][1].dump(),
+              R"({"path":"/cfg/d/key","type":"string","fault":"value does not fit its type"})");
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/d//"}).status, 2) << "asked for by name, it is no path";
+
+    for (const std::string &dump : {text.out, json.out}) {
+        const auto diff = aaactl({"sysdb", "diff", "-"}, dump);
+        EXPECT_EQ(diff.status, 1) << diff.err;
+        EXPECT_EQ(diff.out,
+                  "+ /cfg/d// directory (name that no path can have)\n"
+                  "+ /cfg/d/key string (value does not fit its type)\n"
+                  "+ /cfg/d/typeless bytes:0 (value does not fit its type)\n");
+    }
+    const auto differences = aaactl({"sysdb", "diff", "-", "--json"}, text.out).json()["differences"];
+    EXPECT_EQ(differences[1]["database"]["fault"], "value does not fit its type");
+    EXPECT_EQ(aaactl({"sysdb", "load", "-"}, text.out).out, "created 0, changed 0, deleted 0 of 2 items\n");
+    EXPECT_EQ(aaactl({"sysdb", "load", "--replace", "-"}, text.out).out,
+              "created 0, changed 0, deleted 3 of 2 items\n");
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).status, 0) << "the database is whole again";
+}
+
+TEST_F(Dump, ABackupReplacesADamagedItem) {
+    put("/cfg/name", "string", "x");
+    put("/cfg/key", "string", "hunter2");
+    const std::string masked = aaactl({"sysdb", "dump"}).out;
+    const std::string whole = aaactl({"sysdb", "dump", "--show-secrets"}).out;
+    damage(dir(), "/cfg/name", SYSDB_TYPE_STRING, "x");
+    damage(dir(), "/cfg/key", SYSDB_TYPE_STRING, "hunter2");
+    const auto refused = aaactl({"sysdb", "load", "-"}, masked);
+    EXPECT_EQ(refused.status, 3);
+    EXPECT_NE(refused.err.find("the value is masked, and none"), std::string::npos) << refused.err;
+    EXPECT_EQ(aaactl({"sysdb", "load", "-"}, whole).out, "created 0, changed 2, deleted 0 of 2 items\n");
+    EXPECT_EQ(value_of("/cfg/key"), "hunter2");
 }
 
 TEST_F(Dump, LoadAddsAndReplaceAlsoDeletes) {

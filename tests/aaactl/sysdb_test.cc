@@ -2,6 +2,7 @@
 //
 // sysdb get, set, del, ls and tree.
 
+#include "damaged_items.hpp"
 #include "database_fixture.hpp"
 
 namespace {
@@ -158,6 +159,21 @@ TEST_F(Sysdb, DrawsATree) {
     EXPECT_EQ(json["entries"][0]["entries"][0]["value"], 1);
     EXPECT_EQ(json["entries"][2]["entries"].size(), 0u);
     EXPECT_EQ(aaactl({"sysdb", "tree", "/cfg/none"}).status, 4);
+}
+
+TEST_F(Sysdb, DamagedItemsAreShownAsSuch) {
+    put("/cfg/d/whole", "u32", "1");
+    aaactl_test::damage(dir(), "/cfg/d/cut", SYSDB_TYPE_U32, "abc");
+    aaactl_test::damage(dir(), "/cfg/d/e//x", SYSDB_TYPE_U32, "abcd");
+    EXPECT_EQ(aaactl({"sysdb", "ls", "-l", "/cfg/d"}).out,
+              "u32        cut    value does not fit its type\ndirectory  e/\nu32        whole  1\n");
+    EXPECT_EQ(aaactl({"sysdb", "tree", "/cfg/d"}).out,
+              "/cfg/d/\n├── cut = value does not fit its type\n├── e/\n│   └── / name that no path can have\n"
+              "└── whole = 1\n");
+    const auto entries = aaactl({"sysdb", "tree", "/cfg/d", "--json"}).json()["entries"];
+    EXPECT_EQ(entries[0]["fault"], "value does not fit its type");
+    EXPECT_EQ(entries[1]["entries"][0]["fault"], "name that no path can have");
+    EXPECT_EQ(aaactl({"sysdb", "get", "/cfg/d/cut"}).status, 3);
 }
 
 TEST_F(Sysdb, RefusesPathsThatAreNone) {

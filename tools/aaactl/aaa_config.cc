@@ -139,14 +139,8 @@ std::string list_path(std::string_view function, std::string_view service, std::
 std::optional<MethodList> find_list(Database &database, const std::string &function,
                                     const std::string &service, const std::string &name) {
     MethodList list{function, service, name, list_path(function, service, name), {}, {}, {}};
-    std::optional<Item> item;
-    try {
-        item = database.find(list.path);
-    } catch (const Failure &failure) {
-        if (failure.code() != ExitCode::bad_input) {
-            throw;
-        }
-        list.defect = failure.what();  // bytes that are no value of their type
+    const auto item = database.find(list.path, list.defect);
+    if (!list.defect.empty()) {
         return list;
     }
     if (!item) {

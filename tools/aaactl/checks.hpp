@@ -32,7 +32,8 @@ void check_servers(const std::vector<Server> &servers, Findings &findings);
 
 // The file that gives lines their lists, and the lists that it names.
 void check_lines(Database &database, Findings &findings);
-// Server keys anywhere in the AAA configuration.
-void check_keys(Database &database, Findings &findings);
+// Server keys anywhere in the AAA configuration, and items that cannot be read, but for those that findings
+// are about already.
+void check_items(Database &database, Findings &findings);
 
 }  // namespace aaactl

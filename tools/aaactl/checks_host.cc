@@ -141,12 +141,25 @@ void check_lines(Database &database, Findings &findings) {
     }
 }
 
-void check_keys(Database &database, Findings &findings) {
-    database.walk(std::string(kConfigRoot), [&](const std::string &path, const Item &item) {
+void check_items(Database &database, Findings &findings) {
+    const auto visit = [&](const std::string &path, const Item &item) {
         if (item.type == SYSDB_TYPE_STRING && is_secret(path, item) && !text_of(item).empty()) {
             check_key(path, text_of(item), findings);
         }
-    });
+    };
+    const auto unreadable = [&](const Unreadable &item) {
+        const bool known = std::any_of(findings.begin(), findings.end(),
+                                       [&](const Finding &finding) { return finding.path == item.path; });
+        if (!known) {
+            findings.push_back({Severity::error, "unreadable-item", item.path,
+                                item.fault + ": nobody can read it",
+                                "set it again or delete it: aaactl sysdb set --type, aaactl sysdb del; where "
+                                "that is refused, dump the tree and load it: aaactl sysdb load --replace"});
+        }
+    };
+    database.walk(std::string(kConfigRoot), visit, unreadable);
+    database.walk(
+        std::string(kGroupMaps), [](const std::string &, const Item &) {}, unreadable);
 }
 
 }  // namespace aaactl

@@ -62,6 +62,21 @@ const char *hint(cerrno rc) {
     }
 }
 
+// Where the platform refuses what it has listed itself: which value or name somebody else has left there.
+std::string fault_or_failure(const std::string &path, cerrno rc) {
+    switch (rc) {
+        case 0:
+            return "";
+        case SYSDB_ERR_BAD_VALUE:
+            return "value does not fit its type";
+        case SYSDB_ERR_BAD_PATH:
+        case SYSDB_ERR_PATH_TOO_LONG:
+            return "name that no path can have";
+        default:
+            throw database_failure(path, rc);
+    }
+}
+
 std::vector<Entry> entries_of(sysdb_list_t list, const std::string &directory) {
     std::vector<Entry> entries;
     char *name = nullptr;
@@ -113,20 +128,31 @@ Database::Place Database::place_of(const std::string &path) {
     throw database_failure(path, SYSDB_ERR_BAD_PATH);
 }
 
-std::optional<Item> Database::find(const std::string &path) {
+cerrno Database::read_item(const std::string &path, std::optional<Item> &item) {
     const Place place = place_of(path);
     uint32_t type = SYSDB_TYPE_ANY;
     void *value = nullptr;
     uint32_t length = 0;
     const cerrno rc = sysdb_item_get(place.conn, place.path, &type, &value, &length, 0);
-    if (rc == SYSDB_ERR_NOT_FOUND) {
-        return std::nullopt;
+    if (rc == 0) {
+        const std::unique_ptr<void, FreeBlock> owner(value);
+        item = Item{type, std::string(static_cast<const char *>(value), length)};
     }
-    if (rc != 0) {
+    return rc == SYSDB_ERR_NOT_FOUND ? 0 : rc;
+}
+
+std::optional<Item> Database::find(const std::string &path) {
+    std::optional<Item> item;
+    if (const cerrno rc = read_item(path, item); rc != 0) {
         throw database_failure(path, rc);
     }
-    const std::unique_ptr<void, FreeBlock> owner(value);
-    return Item{type, std::string(static_cast<const char *>(value), length)};
+    return item;
+}
+
+std::optional<Item> Database::find(const std::string &path, std::string &fault) {
+    std::optional<Item> item;
+    fault = fault_or_failure(path, read_item(path, item));
+    return item;
 }
 
 Item Database::get(const std::string &path) {
@@ -155,26 +181,43 @@ bool Database::remove(const std::string &path) {
     return rc == 0;
 }
 
-std::optional<std::vector<Entry>> Database::list(const std::string &directory) {
+cerrno Database::read_level(const std::string &directory, std::optional<std::vector<Entry>> &entries) {
     if (directory == "/") {
-        return std::vector<Entry>{{"cfg/", SYSDB_TYPE_DIRECTORY}, {"oper/", SYSDB_TYPE_DIRECTORY}};
+        entries = {{"cfg/", SYSDB_TYPE_DIRECTORY}, {"oper/", SYSDB_TYPE_DIRECTORY}};
+        return 0;
     }
     const Place place = place_of(directory);
     sysdb_list_t list = nullptr;
     const cerrno rc = sysdb_list(place.conn, place.path, "", nullptr, &list, 0);
-    if (rc == SYSDB_ERR_NOT_FOUND) {
-        return std::nullopt;
+    if (rc == 0) {
+        const std::unique_ptr<void, FreeList> owner(list);
+        entries = entries_of(list, directory);
     }
-    if (rc != 0) {
+    return rc == SYSDB_ERR_NOT_FOUND ? 0 : rc;
+}
+
+std::optional<std::vector<Entry>> Database::list(const std::string &directory) {
+    std::optional<std::vector<Entry>> entries;
+    if (const cerrno rc = read_level(directory, entries); rc != 0) {
         throw database_failure(directory, rc);
     }
-    const std::unique_ptr<void, FreeList> owner(list);
-    return entries_of(list, directory);
+    return entries;
+}
+
+std::optional<std::vector<Entry>> Database::list(const std::string &directory, std::string &fault) {
+    std::optional<std::vector<Entry>> entries;
+    fault = fault_or_failure(directory, read_level(directory, entries));
+    return entries;
 }
 
 void Database::walk(const std::string &directory,
-                    const std::function<void(const std::string &, const Item &)> &visit) {
-    const auto entries = list(directory);
+                    const std::function<void(const std::string &, const Item &)> &visit,
+                    const std::function<void(const Unreadable &)> &unreadable) {
+    std::string fault;
+    const auto entries = unreadable ? list(directory, fault) : list(directory);
+    if (!fault.empty()) {
+        unreadable({directory, SYSDB_TYPE_DIRECTORY, fault});
+    }
     if (!entries) {
         return;  // gone meanwhile
     }
@@ -185,9 +228,11 @@ void Database::walk(const std::string &directory,
     for (const Entry &entry : *entries) {
         const std::string path = directory + entry.name;
         if (entry.is_directory()) {
-            walk(path, visit);
-        } else if (const auto item = find(path)) {
+            walk(path, visit, unreadable);
+        } else if (const auto item = unreadable ? find(path, fault) : find(path)) {
             visit(path, *item);
+        } else if (!fault.empty()) {
+            unreadable({path, entry.type, fault});
         }
     }
 }

@@ -23,6 +23,13 @@ struct Entry {
     bool is_directory() const { return type == SYSDB_TYPE_DIRECTORY; }
 };
 
+// What is stored and yet cannot be read.
+struct Unreadable {
+    std::string path;
+    uint32_t type;
+    std::string fault;
+};
+
 // The failure of a call on a path; with a hint where somebody can do something.
 Failure database_failure(std::string_view path, cerrno rc);
 
@@ -35,6 +42,9 @@ class Database {
 
     // No item is there: nullopt. Any other reason: Failure.
     std::optional<Item> find(const std::string &path);
+    // For a path that the database has listed. What stands there and cannot be read is no reason to stop:
+    // nullopt, and `fault` says why. It is "" otherwise.
+    std::optional<Item> find(const std::string &path, std::string &fault);
     // No item is there: Failure(not_found).
     Item get(const std::string &path);
     void set(const std::string &path, const Item &item);
@@ -43,10 +53,13 @@ class Database {
 
     // One level in listing order; no such directory: nullopt. "/" has the two trees.
     std::optional<std::vector<Entry>> list(const std::string &directory);
+    std::optional<std::vector<Entry>> list(const std::string &directory, std::string &fault);
     // Every item below a directory, depth first in listing order, with its absolute path. A directory that
-    // was made by hand and is empty is visited as an item of that type, with '/' at its end.
+    // was made by hand and is empty is visited as an item of that type, with '/' at its end. What cannot be
+    // read is given to `unreadable`; without one it is a Failure.
     void walk(const std::string &directory,
-              const std::function<void(const std::string &, const Item &)> &visit);
+              const std::function<void(const std::string &, const Item &)> &visit,
+              const std::function<void(const Unreadable &)> &unreadable = nullptr);
 
     // A connection bound at a directory of the caller's choice, for calls of the library; kept to the end.
     sysdb_conn_t connection(const std::string &directory);
@@ -62,6 +75,8 @@ class Database {
         const char *path;
     };
     Place place_of(const std::string &path);
+    cerrno read_item(const std::string &path, std::optional<Item> &item);
+    cerrno read_level(const std::string &directory, std::optional<std::vector<Entry>> &entries);
 
     std::vector<Bound> bound_;
 };

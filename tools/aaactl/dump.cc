@@ -303,7 +303,7 @@ bool holds(const ByPath &items, const DumpItem &wanted) {
     }
     const DumpItem &item = *at->second;
     const bool unseen = wanted.masked || item.masked;
-    return at->first == wanted.path && item.item.type == wanted.item.type &&
+    return item.fault.empty() && at->first == wanted.path && item.item.type == wanted.item.type &&
            (unseen || item.item == wanted.item);
 }
 
@@ -322,12 +322,15 @@ std::string Dump::place(const DumpItem &item) const {
 Dump read_database(Output &out, Database &database, const std::string &directory, bool secrets) {
     Dump dump;
     dump.directory = directory;
-    database.walk(directory, [&](const std::string &path, const Item &item) {
+    const auto visit = [&](const std::string &path, const Item &item) {
         const bool masked = !secrets && is_secret(path, item);
-        dump.items.push_back({path, masked ? Item{item.type, {}} : item, masked, 0});
+        dump.items.push_back({path, masked ? Item{item.type, {}} : item, masked, 0, {}});
         if (dump.items.size() % kProgressStep == 0) {
             out.progress(std::to_string(dump.items.size()) + " items read from the database");
         }
+    };
+    database.walk(directory, visit, [&](const Unreadable &item) {
+        dump.items.push_back({item.path, {item.type, {}}, false, 0, item.fault});
     });
     return dump;
 }
@@ -337,13 +340,17 @@ std::string dump_head(const std::string &directory) {
 }
 
 std::string dump_line(const DumpItem &item) {
-    const std::string value = item.masked ? std::string(kMask) : value_text(item.item);
+    const std::string value = !item.fault.empty() ? "(" + item.fault + ")"
+                              : item.masked       ? std::string(kMask)
+                                                  : value_text(item.item);
     return path_text(item.path) + " " + type_name(item.item.type) + (value.empty() ? "" : " ") + value;
 }
 
 Json dump_item_json(const DumpItem &item) {
     Json document = {{"path", escaped(item.path)}, {"type", type_name(item.item.type)}};
-    if (item.masked) {
+    if (!item.fault.empty()) {
+        document["fault"] = item.fault;
+    } else if (item.masked) {
         document["masked"] = true;
     } else if (item.item.type != SYSDB_TYPE_DIRECTORY) {
         document["value"] = value_json(item.item);
@@ -357,7 +364,7 @@ Json dump_json(const Dump &dump) {
                      {"directory", escaped(dump.directory)},
                      {"items", Json::array()}};
     for (const DumpItem &item : dump.items) {
-        document["items"].push_back(dump_item_json(item));
+        document[item.fault.empty() ? "items" : "faults"].push_back(dump_item_json(item));
     }
     return document;
 }

@@ -17,10 +17,12 @@
 // between quotation marks. Types, values and escapes are those of
 // sysdb_values.hpp. Eight asterisks stand for a value that was not to be seen: who
 // loads the dump keeps the one that is there. Only directories that are empty have
-// a line; others exist because something is in them.
+// a line; others exist because something is in them. What cannot be read is told in
+// a comment.
 //
 // JSON: {"format": "aaactl-dump", "version": 1, "directory": PATH, "items":
-// [{"path", "type", "value" or "masked": true}]}.
+// [{"path", "type", "value" or "masked": true}]}, and where something cannot be
+// read "faults": [{"path", "type", "fault"}].
 
 #pragma once
 
@@ -37,7 +39,8 @@ struct DumpItem {
     std::string path;
     Item item;  // of a masked one the type only
     bool masked = false;
-    size_t line = 0;  // in the text, or the number in the JSON array
+    size_t line = 0;    // in the text, or the number in the JSON array
+    std::string fault;  // of a stored one: "", or why it cannot be read
 };
 
 struct Dump {
@@ -49,7 +52,7 @@ struct Dump {
     std::string place(const DumpItem &item) const;
 };
 
-// What is stored below a directory; masked unless `secrets`. Shows progress.
+// What is stored below a directory, also what cannot be read; masked unless `secrets`. Shows progress.
 Dump read_database(Output &out, Database &database, const std::string &directory, bool secrets);
 
 std::string dump_head(const std::string &directory);

@@ -4,6 +4,8 @@
 // clients get is asked of the library's own lookups; what these do not tell
 // (names of groups that are missing, servers) is read from the database.
 
+#include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -150,6 +152,10 @@ Explanation gather(Database &database, const ExplainOptions &options) {
     e.service = service_word(database, function, options.service);
     e.line = options.line;
     e.choice = choose_list(e.service, options.list, options.line);
+    if (std::any_of(options.list.begin(), options.list.end(),
+                    [](char c) { return std::iscntrl(static_cast<unsigned char>(c)) != 0; })) {
+        throw Failure(ExitCode::usage, "\"" + escaped(options.list) + "\" is no name of a list");
+    }
     const auto found = find_list(database, options.function, e.service.word, e.choice.list);
     e.configured = found.has_value();
     e.list = found.value_or(MethodList{options.function,

@@ -14,10 +14,6 @@ namespace {
 
 constexpr std::string_view kServerDirectories[] = {"server/", "server-private/"};
 
-std::string name_item(uint32_t protocol, const std::string &name) {
-    return std::string(kGroupMaps) + "sg_name_map/" + protocol_name(protocol) + "/" + name;
-}
-
 std::string without_slash(const std::string &name) {
     return name.ends_with('/') ? name.substr(0, name.size() - 1) : name;
 }
@@ -110,20 +106,27 @@ std::vector<uint32_t> GroupServer::ports() const {
     return ports;
 }
 
+std::string number_path(uint32_t protocol, const std::string &name) {
+    return std::string(kGroupMaps) + "sg_name_map/" + protocol_name(protocol) + "/" + name;
+}
+
 std::string group_directory(uint32_t protocol, const std::string &name) {
     return kGroupConfig + protocol_name(protocol) + "/" + name + "/";
 }
 
 std::optional<Group> read_group(Database &database, uint32_t protocol, const std::string &name) {
-    Group group{protocol, name, false, std::nullopt, {}};
+    Group group{protocol, name, false, std::nullopt, {}, {}};
     const std::string directory = group_directory(protocol, name);
-    group.configured =
-        database.list(directory).has_value() || database.find(without_slash(directory)).has_value();
-    const auto item = database.find(name_item(protocol, name));
-    if (item && item->type == SYSDB_TYPE_U32) {  // clients cannot read another type either
+    std::string fault;
+    group.configured = database.list(directory).has_value() ||
+                       database.find(without_slash(directory), fault).has_value() || !fault.empty();
+    const auto item = database.find(number_path(protocol, name), group.fault);
+    if (item && item->type == SYSDB_TYPE_U32) {
         group.number = number_of(*item);
+    } else if (item) {
+        group.fault = "it is of type " + type_name(item->type) + ", not a u32";
     }
-    if (!group.configured && !item) {
+    if (!group.configured && !item && group.fault.empty()) {
         return std::nullopt;
     }
     for (const std::string_view part : kServerDirectories) {
@@ -136,8 +139,8 @@ std::optional<Group> resolve_group(Database &database, const std::string &name) 
     std::optional<Group> configured;
     for (const uint32_t protocol : kProtocols) {
         auto group = read_group(database, protocol, name);
-        if (group && group->number) {
-            return group;
+        if (group && (group->number || !group->fault.empty())) {
+            return group;  // a number that cannot be read ends the clients' search too
         }
         if (group && !configured) {
             configured = std::move(group);
@@ -169,6 +172,9 @@ Json group_json(const Group &group) {
                                        {"address", escaped(server.host())},
                                        {"ports", server.ports()},
                                        {"private", server.is_private}});
+    }
+    if (!group.fault.empty()) {
+        document["fault"] = group.fault;
     }
     return document;
 }

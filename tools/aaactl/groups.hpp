@@ -39,8 +39,11 @@ struct Group {
     bool configured = false;
     std::optional<uint32_t> number;
     std::vector<GroupServer> servers;
+    std::string fault;  // "", or why the number cannot be read
 };
 
+// "/oper/aaa/gl/group-server/sg_name_map/radius/corp", the item with the group's number
+std::string number_path(uint32_t protocol, const std::string &name);
 // "/cfg/gl/aaa/group-server/radius/corp/"
 std::string group_directory(uint32_t protocol, const std::string &name);
 // Reads one group; one that is neither configured nor published: nullopt.
@@ -50,7 +53,8 @@ std::optional<Group> resolve_group(Database &database, const std::string &name);
 // All of a protocol, by name.
 std::vector<Group> read_groups(Database &database, uint32_t protocol);
 
-// {protocol, name, number or null, configured, servers: [{index, address, ports, private}]}
+// {protocol, name, number or null, configured, servers: [{index, address, ports, private}], fault if there is
+// one}
 Json group_json(const Group &group);
 std::string server_text(const GroupServer &server);
 

@@ -42,7 +42,7 @@ class Lint {
         }
         stale_numbers();
         check_lines(database_, findings_);
-        check_keys(database_, findings_);
+        check_items(database_, findings_);
         return std::move(findings_);
     }
 
@@ -152,8 +152,8 @@ void add_lint(Program &program) {
                                     [options](Output &out) { return lint(out, *options); });
     sub->add_flag("--strict", options->strict, "Exit with 1 for warnings too");
     sub->footer(
-        "Looks at method lists, server groups and their numbers, servers, the lists of lines and server "
-        "keys.\n"
+        "Looks at method lists, server groups and their numbers, servers, the lists of lines, server keys, "
+        "and\nfor items whose value does not fit their type.\n"
         "Exit status: 0 no errors, 1 errors (with --strict: or warnings), 5 no database.\n"
         "JSON: {method_lists, server_groups, errors, warnings, findings: [{severity, code, path, text, "
         "remedy}]}\n"

@@ -36,7 +36,7 @@ void decode(const Item &item, MethodList &list) {
 MethodList read_list(Database &database, const std::string &function, const std::string &service,
                      const std::string &name) {
     MethodList list{function, service, name, {}, ""};
-    if (const auto item = database.find(method_list_path(list))) {
+    if (const auto item = database.find(method_list_path(list), list.fault)) {
         decode(*item, list);
     }
     for (Method &method : list.methods) {
@@ -67,7 +67,8 @@ std::vector<TupleField> leading_fields(Database &database, const MethodList &lis
         return {};
     }
     std::vector<TupleField> fields(kAccountingFields);
-    const auto before = database.find(method_list_path(list));
+    std::string fault;
+    const auto before = database.find(method_list_path(list), fault);
     if (before && before->type == SYSDB_TYPE_TUPLE) {
         const std::vector<TupleField> stored = tuple_fields(*before);
         if (stored.size() == kAccountingFields + 2 * kMaxMethods) {

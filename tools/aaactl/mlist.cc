@@ -49,6 +49,9 @@ Json method_json(const Method &method) {
         document["protocol"] = method.resolved ? Json(protocol_name(method.resolved->protocol)) : Json();
         document["number"] =
             method.resolved && method.resolved->number ? Json(*method.resolved->number) : Json();
+        if (method.resolved && !method.resolved->fault.empty()) {
+            document["fault"] = method.resolved->fault;
+        }
     }
     return document;
 }
@@ -60,6 +63,9 @@ std::string method_text(const Output &out, const Method &method) {
     const std::string word = "group:" + escaped(method.group);
     if (!method.resolved) {
         return word + " " + out.styled(Style::bad, "(no such group)");
+    }
+    if (!method.resolved->fault.empty()) {
+        return word + " " + out.styled(Style::bad, "(" + method.resolved->fault + ")");
     }
     const std::string number =
         method.resolved->number ? std::to_string(*method.resolved->number) : "not published";
@@ -88,6 +94,22 @@ std::string methods_text(const Output &out, const MethodList &list) {
     return text;
 }
 
+// Says what is stored and is no method list, or no number of a group.
+bool note_faults(Output &out, const MethodList &list) {
+    bool found = !list.fault.empty();
+    if (found) {
+        out.note("aaactl: " + escaped(method_list_path(list)) + ": " + list.fault);
+    }
+    for (const Method &method : list.methods) {
+        if (method.resolved && !method.resolved->fault.empty()) {
+            out.note("aaactl: " + escaped(number_path(method.resolved->protocol, method.group)) + ": " +
+                     method.resolved->fault);
+            found = true;
+        }
+    }
+    return found;
+}
+
 ExitCode show(Output &out, const ListOptions &options) {
     Database database;
     const std::vector<MethodList> lists =
@@ -105,7 +127,9 @@ ExitCode show(Output &out, const ListOptions &options) {
             {escaped(list.function), escaped(list.service), escaped(list.name), methods_text(out, list)});
     }
     out.result(document, [&] { out.table({"FUNCTION", "SERVICE", "NAME", "METHODS"}, rows); });
-    return ExitCode::ok;
+    const auto faulty = std::count_if(lists.begin(), lists.end(),
+                                      [&](const MethodList &list) { return note_faults(out, list); });
+    return faulty == 0 ? ExitCode::ok : ExitCode::bad_input;
 }
 
 void add_show(Program &program, CLI::App *mlist) {
@@ -114,7 +138,9 @@ void add_show(Program &program, CLI::App *mlist) {
                                     [options](Output &out) { return show(out, *options); });
     add_place(sub, *options, false);
     sub->footer(
-        "JSON: {lists: [{function, service, name, methods: [{method, name, group, protocol, number}]}]}\n"
+        "What cannot be read is told with the rest (exit status 3).\n"
+        "JSON: {lists: [{function, service, name, methods: [{method, name, group, protocol, number}]}]}, "
+        "and \"fault\"\nwhere there is one\n"
         "Example: aaactl mlist show authentication login");
 }
 

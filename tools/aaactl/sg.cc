@@ -48,10 +48,20 @@ std::string servers_text(const Group &group) {
     return text;
 }
 
+std::string state_text(const Output &out, const Group &group) {
+    std::string text =
+        group.configured ? servers_text(group) : out.styled(Style::bad, "(published, not configured)");
+    if (!group.fault.empty()) {
+        text += (text.empty() ? "" : " ") + out.styled(Style::bad, "(number: " + group.fault + ")");
+    }
+    return text;
+}
+
 ExitCode list(Output &out, const GroupOptions &options) {
     Database database;
     Json document = {{"groups", Json::array()}};
     std::vector<std::vector<std::string>> rows;
+    std::vector<std::string> faults;
     for (const uint32_t protocol : kProtocols) {
         if (!options.protocol.empty() && protocol_name(protocol) != options.protocol) {
             continue;
@@ -62,16 +72,20 @@ ExitCode list(Output &out, const GroupOptions &options) {
             }
             document["groups"].push_back(group_json(group));
             rows.push_back({protocol_name(protocol), escaped(group.name),
-                            group.number ? std::to_string(*group.number) : "-",
-                            group.configured ? servers_text(group)
-                                             : out.styled(Style::bad, "(published, not configured)")});
+                            group.number ? std::to_string(*group.number) : "-", state_text(out, group)});
+            if (!group.fault.empty()) {
+                faults.push_back(escaped(number_path(protocol, group.name)) + ": " + group.fault);
+            }
         }
     }
     if (rows.empty() && !options.name.empty()) {
         throw Failure(ExitCode::not_found, escaped(options.name) + ": no such server group");
     }
     out.result(document, [&] { out.table({"PROTOCOL", "NAME", "NUMBER", "SERVERS"}, rows); });
-    return ExitCode::ok;
+    for (const std::string &fault : faults) {
+        out.note("aaactl: " + fault);
+    }
+    return faults.empty() ? ExitCode::ok : ExitCode::bad_input;
 }
 
 void add_list(Program &program, CLI::App *sg) {
@@ -82,9 +96,10 @@ void add_list(Program &program, CLI::App *sg) {
     sub->add_option("--protocol", options->protocol, "Only groups of radius, tacacs or diameter")
         ->check(CLI::IsMember(protocol_names()));
     sub->footer(
-        "A group without a number (-) is not published yet: the AAA server does that, or \"sg add\".\n"
-        "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, "
-        "private}]}]}\n"
+        "A group without a number (-) is not published yet: the AAA server does that, or \"sg add\". A "
+        "number that\ncannot be read is told with the rest (exit status 3).\n"
+        "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, private}], "
+        "fault if\nthere is one}]}\n"
         "Example: aaactl sg list --protocol radius");
 }
 
@@ -325,12 +340,28 @@ Changes server_deletions(const GroupOptions &options, const Group &group) {
     return changes;
 }
 
+// The library gives up on a number that it cannot read, and would leave it there for ever.
+void drop_number(Database &database, const Group &group) {
+    database.remove(number_path(group.protocol, group.name));
+    const std::string map = std::string(kGroupMaps) + "sg_num_map/" + protocol_name(group.protocol) + "/";
+    std::string fault;
+    for (const Entry &entry : database.list(map).value_or(std::vector<Entry>{})) {
+        const auto item = entry.is_directory() ? std::nullopt : database.find(map + entry.name, fault);
+        if (item && item->type == SYSDB_TYPE_STRING && text_of(*item) == group.name) {
+            database.remove(map + entry.name);
+        }
+    }
+}
+
 // The configuration first: should this end half-way, a second attempt finds the number and removes it.
 void delete_group(Database &database, const GroupOptions &options, const Group &group) {
     verify(options, AAA_CFG_OP_DELETE);
     Changes changes;
     changes.prune(group_directory(group.protocol, group.name));
     configure(database, changes);
+    if (!group.fault.empty()) {
+        drop_number(database, group);
+    }
     uint32_t number = 0;
     const cerrno rc = apply(database, options, AAA_CFG_OP_DELETE, number);
     if (rc != AAA_OK && rc != SYSDB_ERR_NOT_FOUND) {

@@ -153,14 +153,9 @@ struct Reading {
 };
 
 Reading read_entry(Database &database, const std::string &path) {
-    try {
-        return {database.find(path), {}};
-    } catch (const Failure &failure) {
-        if (failure.code() != ExitCode::bad_input) {
-            throw;
-        }
-        return {std::nullopt, "value does not fit its type"};
-    }
+    Reading reading;
+    reading.item = database.find(path, reading.fault);
+    return reading;
 }
 
 Json entry_json(const Output &out, const std::string &path, const Entry &entry, const Reading &reading) {
@@ -244,12 +239,13 @@ void add_ls(Program &program, CLI::App *sysdb) {
 struct Branch {
     std::vector<std::string> lines;
     Json entries = Json::array();
+    std::string fault;
 };
 
 void grow(Output &out, Database &database, const std::string &directory, const std::string &indent,
           Branch &branch) {
-    const std::vector<Listed> level =
-        read_level(database, directory, database.list(directory).value_or(std::vector<Entry>{}), true);
+    const std::vector<Listed> level = read_level(
+        database, directory, database.list(directory, branch.fault).value_or(std::vector<Entry>{}), true);
     for (size_t i = 0; i < level.size(); ++i) {
         const Listed &listed = level[i];
         const bool last = i + 1 == level.size();
@@ -260,11 +256,15 @@ void grow(Output &out, Database &database, const std::string &directory, const s
             branch.lines.push_back(stem + name + out.styled(Style::dim, " = ") +
                                    entry_value(out, listed.path, listed.reading));
         } else {
-            branch.lines.push_back(stem + out.styled(Style::strong, name));
             Branch below;
             grow(out, database, listed.path, indent + out.styled(Style::dim, last ? "    " : "│   "), below);
+            branch.lines.push_back(stem + out.styled(Style::strong, name) + (below.fault.empty() ? "" : " ") +
+                                   out.styled(Style::bad, below.fault));
             branch.lines.insert(branch.lines.end(), below.lines.begin(), below.lines.end());
             document["entries"] = std::move(below.entries);
+            if (!below.fault.empty()) {
+                document["fault"] = below.fault;
+            }
         }
         branch.entries.push_back(std::move(document));
     }

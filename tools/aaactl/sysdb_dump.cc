@@ -17,6 +17,18 @@ size_t masked_items(const Dump &dump) {
                                              [](const DumpItem &item) { return item.masked; }));
 }
 
+// Whoever keeps the dump as a backup is to know that it is not all there is.
+size_t note_faults(Output &out, const Dump &dump) {
+    size_t faults = 0;
+    for (const DumpItem &item : dump.items) {
+        if (!item.fault.empty()) {
+            out.note("aaactl: " + escaped(item.path) + ": " + item.fault + "; it is not in the dump");
+            ++faults;
+        }
+    }
+    return faults;
+}
+
 ExitCode dump(Output &out, const std::string &path) {
     const std::string directory = directory_path(path);
     Database database;
@@ -27,14 +39,14 @@ ExitCode dump(Output &out, const std::string &path) {
     out.result(out.json() ? dump_json(dump) : Json(), [&] {
         out.line(dump_head(directory));
         for (const DumpItem &item : dump.items) {
-            out.line(dump_line(item));
+            out.line((item.fault.empty() ? "" : "# ") + dump_line(item));
         }
     });
     if (const size_t masked = masked_items(dump); masked != 0) {
         out.note("aaactl: values of keys and passwords left out: " + std::to_string(masked) +
                  " (--show-secrets writes them)");
     }
-    return ExitCode::ok;
+    return note_faults(out, dump) == 0 ? ExitCode::ok : ExitCode::bad_input;
 }
 
 // What is compared: the whole dump, or the part of it below a path.
@@ -78,8 +90,10 @@ void add_sysdb_dump(Program &program, CLI::App *sysdb) {
     sub->footer(
         "A line is PATH TYPE VALUE, in the database's order; the first is \"aaactl-dump 1 DIRECTORY\". A "
         "masked value\n"
-        "(********) is kept by \"load\" as it is stored there; a full backup needs --show-secrets.\n"
-        "JSON: {format, version, directory, items: [{path, type, value or masked}]}\n"
+        "(********) is kept by \"load\" as it is stored there; a full backup needs --show-secrets. "
+        "What\ncannot be read is told in comments (exit status 3).\n"
+        "JSON: {format, version, directory, items: [{path, type, value or masked}], faults: [{path, type, "
+        "fault}] if any}\n"
         "Example: aaactl sysdb dump --show-secrets /cfg/ >backup");
 }
 

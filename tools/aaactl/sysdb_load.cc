@@ -49,7 +49,8 @@ Counts count(const std::vector<Difference> &differences) {
 void add_masked(const Dump &dump, const DumpItem &item,
                 const std::map<std::string_view, const DumpItem *> &stored, Changes &changes) {
     const auto found = stored.find(item.path);
-    if (found == stored.end() || found->second->item.type != item.item.type) {
+    if (found == stored.end() || found->second->item.type != item.item.type ||
+        !found->second->fault.empty()) {
         throw Failure(
             ExitCode::bad_input,
             dump.place(item) + ": " + escaped(item.path) +
