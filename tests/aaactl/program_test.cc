@@ -36,6 +36,19 @@ TEST(AaactlProgram, HelpAndVersionSucceed) {
     EXPECT_EQ(version.out.rfind("aaactl ", 0), 0u) << version.out;
 }
 
+TEST(AaactlProgram, HelpNamesTheValuesOfAnOption) {
+    const std::string help = aaactl({"--help-all"}).out;
+    const size_t at = help.find("--color");
+    ASSERT_NE(at, std::string::npos);
+    const std::string colour = help.substr(at, help.find("\n  -", at) - at);
+    EXPECT_NE(colour.find("WHEN:{always,auto,never}"), std::string::npos) << colour;
+    EXPECT_NE(colour.find("always, auto (on a terminal) or never"), std::string::npos) << colour;
+    EXPECT_EQ(help.find("->"), std::string::npos) << "how values are stored is nobody's concern";
+    EXPECT_EQ(aaactl({"attr", "list", "--color", "2"}).status, 2);
+    const auto wrong = aaactl({"attr", "list", "--color", "sometimes"});
+    EXPECT_EQ(wrong.err, "aaactl: --color: sometimes not in {always,auto,never} (see --help)\n");
+}
+
 TEST(AaactlProgram, RefusesWhatItDoesNotKnow) {
     EXPECT_EQ(aaactl({"no-such-command"}).status, 2);
     EXPECT_EQ(aaactl({"completion", "bash", "--no-such-option"}).status, 2);

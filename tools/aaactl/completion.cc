@@ -44,15 +44,14 @@ Words code_words() {
 }
 
 // The set that a value is checked against stands in braces behind the type's
-// name: "KIND:{auto,list}", "WHEN:value in {auto->0,never->2} OR {0,2}".
+// name: "KIND:{auto,list}".
 Words words_in_braces(const std::string &type) {
     const size_t begin = type.find('{');
     const size_t end = type.find('}', begin);
     Words words;
     for (size_t at = begin; at != std::string::npos && end != std::string::npos && at < end;) {
         const size_t next = std::min(type.find(',', at + 1), end);
-        const std::string word = type.substr(at + 1, next - at - 1);
-        words.push_back(word.substr(0, word.find("->")));
+        words.push_back(type.substr(at + 1, next - at - 1));
         at = next;
     }
     return words;

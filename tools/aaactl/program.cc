@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <map>
 #include <string_view>
 
 #include "commands.hpp"
@@ -22,11 +21,15 @@ void add_global_options(Program &program) {
     app.add_flag("--json", program.options.json, "Print one JSON document instead of text");
     app.add_flag("--show-secrets", program.options.show_secrets,
                  "Print passwords and keys instead of ********");
-    const std::map<std::string, Colour> choices{
-        {"auto", Colour::automatic}, {"always", Colour::always}, {"never", Colour::never}};
-    app.add_option("--color,--colour", program.options.colour,
-                   "Colours: auto (on a terminal), always or never")
-        ->transform(CLI::CheckedTransformer(choices))
+    app.add_option_function<std::string>(
+           "--color,--colour",
+           [&program](const std::string &when) {
+               program.options.colour = when == "always"  ? Colour::always
+                                        : when == "never" ? Colour::never
+                                                          : Colour::automatic;
+           },
+           "Colours: always, auto (on a terminal) or never")
+        ->check(CLI::IsMember({"always", "auto", "never"}))
         ->type_name("WHEN");
     app.footer(
         "Exit status: 0 yes or done, 1 no (denied, differences, findings), 2 usage, 3 malformed input,\n"
