@@ -85,6 +85,38 @@ TEST_F(Key, SealTakesNoKeyFromTheCommandLine) {
     EXPECT_NE(aaactl({"key", "seal"}, "x ").err.find("white space"), std::string::npos);
 }
 
+TEST_F(Key, WhatIsRefusedOnTheCommandLineIsNotRepeated) {
+    const std::vector<std::vector<std::string>> bad{
+        {"key", "seal", "hunter2"},
+        {"--json", "key", "seal", "-xhunter2"},
+        {"key", "seal", "--key=hunter2"},
+        {"key", "seal", "--key", "hunter2", "--json"},
+        {"key", "check", "-", "hunter2"},
+        {"key", "check", "hunter", "hunter2", "hunter"},
+        {"key", "trim", "--clear=hunter2"},
+        {"key", "hunter2"},
+        {"key", "retire", "hunter2"},
+        {"key", "masters", "--color", "hunter2"},
+        {"--color", "never", "key", "new-master", "two\nhunter2 words"},
+    };
+    for (auto args : bad) {
+        const auto run = aaactl(args);
+        EXPECT_EQ(run.status, 2) << args.back();
+        EXPECT_EQ((run.out + run.err).find("hunter"), std::string::npos) << run.out << run.err;
+        EXPECT_NE(run.err.find("********"), std::string::npos) << run.err;
+        args.emplace_back("--show-secrets");
+        EXPECT_NE(aaactl(args).err.find("hunter2"), std::string::npos) << args.back();
+    }
+    EXPECT_EQ(aaactl({"key", "seal", "hunter2"}).err,
+              "aaactl: The following argument was not expected: ******** (see --help)\n");
+    EXPECT_EQ(aaactl({"key", "masters", "--color", "hunter2"}).err,
+              "aaactl: --color: ******** not in {always,auto,never} (see --help)\n");
+    EXPECT_EQ(aaactl({"key", "retire"}).err, "aaactl: GENERATION is required (see --help)\n");
+    EXPECT_NE(aaactl({"key", "retire", "200"}).err.find("not in range 0 to 99"), std::string::npos);
+    EXPECT_NE(aaactl({"sysdb", "get", "/cfg/a", "/cfg/b"}).err.find("/cfg/b"), std::string::npos)
+        << "what is no key is told";
+}
+
 TEST_F(Key, SealPromptsTwiceWithoutEcho) {
     for (const bool same : {true, false}) {
         Started run({"key", "seal"}, Started::On::terminal);

@@ -3,10 +3,13 @@
 // From the command line to the exit status.
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
+#include <set>
 #include <string_view>
 
 #include "commands.hpp"
+#include "sysdb_values.hpp"
 #include "version.hpp"
 
 namespace aaactl {
@@ -53,24 +56,86 @@ void add_commands(Program &program) {
     add_completion(program);
 }
 
+using Words = std::vector<std::string>;
+
 // Where the command line is wrong, its flags have not been stored.
-bool wants_json(int argc, const char *const *argv) {
-    return std::any_of(argv, argv + argc,
-                       [](const char *word) { return std::string_view(word) == "--json"; });
+bool has(const Words &words, std::string_view flag) {
+    return std::find(words.begin(), words.end(), flag) != words.end();
+}
+
+void add_option_names(const CLI::App &app, std::set<std::string> &names) {
+    for (const CLI::Option *option : app.get_options()) {
+        for (const std::string &name : option->get_lnames()) {
+            names.insert("--" + name);
+        }
+        for (const std::string &name : option->get_snames()) {
+            names.insert("-" + name);
+        }
+    }
+}
+
+// Names of the commands and options at and below a command.
+void collect_names(const CLI::App &app, std::set<std::string> &names) {
+    names.insert(app.get_name());
+    add_option_names(app, names);
+    for (const CLI::App *sub : app.get_subcommands({})) {
+        collect_names(*sub, names);
+    }
+}
+
+// Puts the mask in place of a word wherever it does not stand inside another.
+void mask(std::string &text, const std::string &word) {
+    const auto inside = [&](size_t at) {
+        return at < text.size() && std::isalnum(static_cast<unsigned char>(text[at])) != 0;
+    };
+    for (size_t at = 0; !word.empty() && (at = text.find(word, at)) != std::string::npos;) {
+        const bool whole = (at == 0 || !inside(at - 1)) && !inside(at + word.size());
+        if (whole) {
+            text.replace(at, word.size(), kMask);
+        }
+        at += whole ? kMask.size() : 1;
+    }
+}
+
+// Keys do not belong on the command line; one that somebody has put there all the same does not go on to logs
+// and screens.
+std::string without_keys(std::string why, const CLI::App &key, const Words &words) {
+    std::set<std::string> known;
+    collect_names(key, known);
+    add_option_names(*key.get_parent(), known);  // which may stand behind it too
+    const auto longer = [](const std::string &a, const std::string &b) {
+        return a.size() != b.size() ? a.size() > b.size() : a < b;
+    };
+    std::set<std::string, decltype(longer)> unknown(longer);
+    for (auto word = std::find(words.begin(), words.end(), key.get_name()); word != words.end(); ++word) {
+        const size_t end = word->starts_with('-') ? std::min(word->find('='), word->size()) : word->size();
+        if (!known.contains(word->substr(0, end))) {
+            unknown.insert(*word);
+        } else if (end < word->size()) {
+            unknown.insert(word->substr(end + 1));
+        }
+    }
+    for (const std::string &word : unknown) {
+        mask(why, word);
+    }
+    return why;
 }
 
 // CLI11 prints help and version. What is wrong with the command line may quote its words, whatever bytes they
 // hold.
-int usage(Program &program, const CLI::ParseError &error, bool json) {
+int usage(Program &program, const CLI::ParseError &error, const Words &words) {
     if (error.get_exit_code() == 0) {
         return program.app.exit(error);
     }
     // A mistyped command is the reason that none is there.
     const auto unknown = program.app.remaining(true);
     const bool mistyped = dynamic_cast<const CLI::RequiredError *>(&error) != nullptr && !unknown.empty();
-    const std::string why =
-        mistyped ? "The following argument was not expected: " + unknown.front() : error.what();
-    program.options.json = json;
+    std::string why = mistyped ? "The following argument was not expected: " + unknown.front() : error.what();
+    const CLI::App *key = program.app.get_subcommand("key");
+    if (key->parsed() && !has(words, "--show-secrets")) {
+        why = without_keys(std::move(why), *key, words);
+    }
+    program.options.json = has(words, "--json");
     Output(program.options).failure(Failure(ExitCode::usage, escaped(why) + " (see --help)"));
     return static_cast<int>(ExitCode::usage);
 }
@@ -84,7 +149,7 @@ int run(int argc, const char *const *argv) {
     try {
         program.app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return usage(program, error, wants_json(argc, argv));
+        return usage(program, error, {argv, argv + argc});
     }
     Output out(program.options);
     ExitCode code = ExitCode::failed;
