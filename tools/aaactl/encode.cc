@@ -4,15 +4,14 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 
 #include "commands.hpp"
 #include "hex_input.hpp"
 #include "message_json.hpp"
 #include "message_text.hpp"
+#include "output_file.hpp"
 
 namespace aaactl {
 namespace {
@@ -65,17 +64,6 @@ Message read(const Options &options, const std::string &text) {
     return json ? from_json(parsed(text)) : from_text(text);
 }
 
-void write_file(const std::string &file, const std::string &bytes) {
-    errno = 0;
-    FILE *stream = std::fopen(file.c_str(), "wbe");
-    const bool written =
-        stream != nullptr && std::fwrite(bytes.data(), 1, bytes.size(), stream) == bytes.size();
-    const bool closed = stream != nullptr && std::fclose(stream) == 0;
-    if (!written || !closed) {
-        throw Failure(ExitCode::failed, escaped(file) + ": " + std::strerror(errno));
-    }
-}
-
 ExitCode encode(const Options &options, Output &out) {
     if (options.binary && options.to.empty() && isatty(STDOUT_FILENO) == 1) {
         throw Failure(ExitCode::usage, "binary output does not go to a terminal; use -o FILE or a pipe");
@@ -114,7 +102,8 @@ void add_encode(Program &program) {
         ->check(CLI::IsMember({"auto", "text", "json"}))
         ->type_name("FORM");
     sub->add_flag("--binary", options->binary, "Print bytes instead of hexadecimal digits");
-    sub->add_option("-o,--output", options->to, "Write bytes to a file")->type_name("FILE");
+    sub->add_option("-o,--output", options->to, "Write bytes to a file, all of them or none")
+        ->type_name("FILE");
     sub->footer(kFooter);
 }
 
