@@ -157,6 +157,7 @@ class Session {
     sysdb_conn_t conn_ = 0;
     std::map<std::string, Record> items_;
     std::set<std::string> changed_;  // through the provider, since the last dispatch
+    std::set<std::string> logged_;   // in the change log by nobody, since then
     std::vector<std::unique_ptr<Watcher>> watchers_;
     bool log_damaged_ = false;    // dispatch may fail
     bool log_exhausted_ = false;  // nothing can be changed any more
@@ -210,6 +211,9 @@ void Session::write_raw_change(fuzz::Input &input) {
     value += any_key(input);
     value.resize(std::min<std::size_t>(value.size(), input.byte()));
     const std::string number(reinterpret_cast<const char *>(&revision), sizeof revision);
+    if (value.size() > sizeof operation) {
+        logged_.insert(value.substr(sizeof operation));
+    }
     if (in_table(&Environment::log_table,
                  [&](MDB_txn *txn, MDB_dbi dbi) { return put(txn, dbi, number, value); }) == 0) {
         log_damaged_ = log_damaged_ || value.size() < sizeof operation;
@@ -512,7 +516,8 @@ void Session::check_told(const Watcher &watcher, const std::string &key) const {
     const auto shown_alike = [&](const std::string &other) {
         return other != key && shown(other) == shown(key);
     };
-    if (watcher.read_again || std::any_of(changed_.begin(), changed_.end(), shown_alike)) {
+    if (watcher.read_again || std::any_of(changed_.begin(), changed_.end(), shown_alike) ||
+        std::any_of(logged_.begin(), logged_.end(), shown_alike)) {
         return;
     }
     const auto told = watcher.told.find(shown(key.substr(prefix_.view().size())));
@@ -548,6 +553,7 @@ void Session::dispatch() {
         }
     }
     changed_.clear();
+    logged_.clear();
 }
 
 // ---- all of it ----------------------------------------------------------------------

@@ -112,6 +112,15 @@ TEST_F(SysdbFile, TreeWithADepthAndNoRootIsRefused) {
     expect_refused();
 }
 
+// Room for that many pages was asked for, and the file was said to want memory.
+TEST_F(SysdbFile, LastPageBehindTheMapIsRefused) {
+    const auto map_pages = get<uint64_t>(newest_head() + 32) / kPage;
+    for (const uint64_t last : {map_pages, uint64_t{1} << 39}) {
+        put(newest_head() + 136, last);
+        expect_refused();
+    }
+}
+
 // The next transaction would have had the number 0; LMDB ended the process.
 TEST_F(SysdbFile, LastTransactionNumberIsRefused) {
     put(newest_head() + 144, ~uint64_t{0});

@@ -62,9 +62,11 @@ const char *meta_fault(int fd, std::uint64_t offset, Meta &meta) {
     }
     // The free list's flags carry those with which the file was made.
     const unsigned flags = meta.free_list.flags & ~unsigned{layout::kMadeAsFile};
+    // LMDB maps room for the last page, whatever the size of the map.
     if (flags != layout::kIntegerKeys || !page_size_ok(meta.free_list.padding) ||
-        meta.map_bytes > kLargestMap || meta.last_page >= UINT64_C(1) << 40 || meta.txnid > kLargestTxn ||
-        !root_ok(meta.free_list, meta.last_page) || !root_ok(meta.main, meta.last_page)) {
+        meta.map_bytes > kLargestMap || meta.last_page >= meta.map_bytes / meta.free_list.padding ||
+        meta.txnid > kLargestTxn || !root_ok(meta.free_list, meta.last_page) ||
+        !root_ok(meta.main, meta.last_page)) {
         return "its head is damaged";
     }
     return nullptr;
