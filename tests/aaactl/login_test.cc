@@ -433,6 +433,50 @@ TEST_F(AaactlAnswer, ShowsWhatWasAnsweredBeforeItWentWrong) {
     EXPECT_TRUE(contains(result.out, "=> PASS")) << result.out;
 }
 
+TEST_F(AaactlAnswer, TheDocumentOfAFailureHasWhatWasAnsweredBefore) {
+    const std::string pass = classic_reply([](avlist *list) {
+        status(AAA_STAT_PASS)(list);
+        add_text(list, AAA_REPLYMSG_ATTR, "Welcome");
+    });
+    const Result garbage = run({always(pass), always("garbage")}, {"--authorize", "show version", "--json"});
+    EXPECT_EQ(garbage.status, 3);
+    const auto document = garbage.json();
+    EXPECT_EQ(document["error"]["exit"], 3);
+    EXPECT_EQ("aaactl: " + document["error"]["message"].get<std::string>() + "\n", garbage.err);
+    EXPECT_EQ(document["user"], "alice");
+    EXPECT_EQ(document["form"], "classic");
+    EXPECT_FALSE(document.contains("verdict"));
+    ASSERT_EQ(document["steps"].size(), 1u);
+    EXPECT_EQ(document["steps"][0]["request"], "authentication");
+    EXPECT_EQ(document["steps"][0]["message"], "Welcome");
+
+    const std::string odd = classic_reply([](avlist *list) {
+        status(10)(list);
+        add_text(list, AAA_REPLYMSG_ATTR, "odd");
+    });
+    const Result unjudged = run({always(odd)}, {"--json"});
+    EXPECT_EQ(unjudged.status, 3);
+    ASSERT_EQ(unjudged.json()["steps"].size(), 1u) << "a reply that says nothing was received all the same";
+    EXPECT_EQ(unjudged.json()["steps"][0]["attributes"].size(), 2u);
+    EXPECT_FALSE(unjudged.json()["steps"][0].contains("status"));
+    EXPECT_TRUE(contains(run({always(odd)}, {"--color=never"}).out, "=> no status"));
+}
+
+TEST_F(AaactlAnswer, TheDocumentOfAFailureSaysWhatWasTried) {
+    const Result silent = run({always("")}, {"acct", "stop", "alice", "--session-id", "9", "--json"});
+    EXPECT_EQ(silent.status, 5);
+    EXPECT_EQ(silent.json()["error"]["exit"], 5);
+    EXPECT_EQ(silent.json()["session_id"], 9);
+    EXPECT_EQ(silent.json()["steps"].dump(), "[]");
+    EXPECT_FALSE(silent.json().contains("verdict"));
+    const TempDir dir;
+    const Result nobody = aaactl({"login", dir.path("socket"), "alice", "--session", "--json"}, "x\n");
+    EXPECT_EQ(nobody.status, 5);
+    EXPECT_EQ(nobody.json()["server"], dir.path("socket"));
+    EXPECT_EQ(nobody.json()["form"], "session");
+    EXPECT_EQ(nobody.json()["steps"].dump(), "[]");
+}
+
 TEST_F(AaactlAnswer, NeedsAPassword) {
     EXPECT_EQ(run({}, {"--color=never"}, "").status, 2);
     EXPECT_EQ(run({}, {"--color=never"}, std::string(2000, 'p') + "\n").status, 3);

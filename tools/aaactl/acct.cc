@@ -63,22 +63,28 @@ Reply send_update(AcctOptions &options, Exchange &exchange) {
     return reply;
 }
 
+Step record(AcctOptions &options) {
+    Exchange exchange(options.socket, options.seconds, options.session);
+    Step step{"accounting " + options.record, options.user,
+              options.record == "update" ? send_update(options, exchange) : send_record(options, exchange)};
+    judge_record(step);
+    return step;
+}
+
 ExitCode run(Output &out, AcctOptions &options) {
     check_client(options);
-    Exchange exchange(options.socket, options.seconds, options.session);
-    const bool update = options.record == "update";
-    Step step{"accounting " + options.record, options.user,
-              update ? send_update(options, exchange) : send_record(options, exchange)};
-    judge_record(step);
-    const Json document = {{"server", escaped(options.socket)},
-                           {"user", escaped(options.user)},
-                           {"service", escaped(options.service)},
-                           {"form", options.session ? "session" : "classic"},
-                           {"session_id", options.session_id},
-                           {"verdict", verdict_word(step.verdict)},
-                           {"steps", Json::array({step_json(out, step)})}};
-    out.result(document, [&] { print_step(out, step); });
-    return exit_code(step.verdict);
+    Json document = client_json(options);
+    document["session_id"] = options.session_id;
+    try {
+        const Step step = record(options);
+        document["verdict"] = verdict_word(step.verdict);
+        document["steps"] = Json::array({step_json(out, step)});
+        out.result(document, [&] { print_step(out, step); });
+        return exit_code(step.verdict);
+    } catch (const Failure &failure) {
+        document["steps"] = Json::array();  // no reply that could be read
+        throw failure.with(document);
+    }
 }
 
 }  // namespace
@@ -102,7 +108,7 @@ void add_acct(Program &program) {
         "Exit status: 0 recorded, 3 malformed reply, 5 no server or no reply, 6 the server did not record "
         "it.\n"
         "JSON: {server, user, service, form, session_id, verdict, steps: [{request, subject, result, "
-        "attributes}]}\n"
+        "attributes}]};\nafter a failure \"error\" stands in place of \"verdict\".\n"
         "Example: aaactl acct /run/aaa/server.sock start alice --session-id 4711 --line vty0");
 }
 

@@ -152,9 +152,10 @@ std::string outcome(const Step &step) {
     if (step.has_status) {
         return *status_name(step.status);
     }
-    return step.reply.result == AAA_OK
-               ? "recorded"
-               : std::string("not processed: ") + escaped(cerr_strerror(step.reply.result));
+    if (step.reply.result == AAA_OK) {
+        return step.verdict == Verdict::accepted ? "recorded" : "no status";
+    }
+    return std::string("not processed: ") + escaped(cerr_strerror(step.reply.result));
 }
 
 Json step_json(const Output &out, const Step &step) {
@@ -166,6 +167,13 @@ Json step_json(const Output &out, const Step &step) {
     }
     document["attributes"] = attributes_json(out, step.reply.list.get());
     return document;
+}
+
+Json client_json(const ClientOptions &options) {
+    return {{"server", escaped(options.socket)},
+            {"user", escaped(options.user)},
+            {"service", escaped(options.service)},
+            {"form", options.session ? "session" : "classic"}};
 }
 
 void print_step(Output &out, const Step &step) {

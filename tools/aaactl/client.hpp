@@ -73,6 +73,8 @@ std::string verdict_word(Verdict verdict);
 std::string outcome(const Step &step);
 
 Json step_json(const Output &out, const Step &step);
+// What the documents of login and acct begin with: server, user, service and form.
+Json client_json(const ClientOptions &options);
 void print_step(Output &out, const Step &step);
 
 }  // namespace aaactl

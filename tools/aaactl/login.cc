@@ -23,8 +23,9 @@ struct LoginOptions : ClientOptions {
 
 class Login {
   public:
-    explicit Login(LoginOptions &options)
-        : options_(options), exchange_(options.socket, options.seconds, options.session) {}
+    // The replies go into `steps`, which are left when it fails half-way.
+    Login(LoginOptions &options, std::vector<Step> &steps)
+        : options_(options), steps_(steps), exchange_(options.socket, options.seconds, options.session) {}
     ~Login() { wipe(password_); }
     Login(const Login &) = delete;
     Login &operator=(const Login &) = delete;
@@ -44,8 +45,6 @@ class Login {
         return verdict;
     }
 
-    const std::vector<Step> &steps() const { return steps_; }
-
   private:
     void ask_password();
     Verdict authenticate();
@@ -54,11 +53,14 @@ class Login {
     bool answer(const Step &step);
     void keep_state(const avlist *list);
 
+    // Takes the reply down, also one that cannot be judged.
+    Step &judged(Step step, uint32_t type);
+
     LoginOptions &options_;
+    std::vector<Step> &steps_;
     Exchange exchange_;
     std::string password_;
     ListPtr state_;  // what the server wants to see again with the answer
-    std::vector<Step> steps_;
 };
 
 void Login::ask_password() {
@@ -133,13 +135,17 @@ bool Login::answer(const Step &step) {
     return true;
 }
 
+Step &Login::judged(Step step, uint32_t type) {
+    steps_.push_back(std::move(step));
+    judge(steps_.back(), type);
+    return steps_.back();
+}
+
 Verdict Login::authenticate() {
     for (int asked = 0; asked <= kMostQuestions; ++asked) {
-        Step step{"authentication", options_.user, request_authentication()};
-        judge(step, AAA_REQ_AUTHEN);
-        steps_.push_back(std::move(step));
-        if (steps_.back().verdict != Verdict::asked || !answer(steps_.back())) {
-            return steps_.back().verdict;
+        Step &step = judged({"authentication", options_.user, request_authentication()}, AAA_REQ_AUTHEN);
+        if (step.verdict != Verdict::asked || !answer(step)) {
+            return step.verdict;
         }
     }
     throw Failure(ExitCode::failed, escaped(options_.socket) + ": the server has asked " +
@@ -157,42 +163,42 @@ Verdict Login::authorize(const std::string &command) {
                                            0, cred.get(), &attrs, &c.iov, &c.count, c.buffer, sizeof c.buffer,
                                            nullptr, c.session);
     });
-    Step step{"authorization", text.c_str(), std::move(reply)};
-    judge(step, AAA_REQ_AUTHOR);
-    steps_.push_back(std::move(step));
-    return steps_.back().verdict;
+    return judged({"authorization", text.c_str(), std::move(reply)}, AAA_REQ_AUTHOR).verdict;
 }
 
-Json document(const Output &out, const LoginOptions &options, const Login &login, Verdict verdict) {
-    Json steps = Json::array();
-    for (const Step &step : login.steps()) {
-        steps.push_back(step_json(out, step));
+Json document(const Output &out, const LoginOptions &options, const std::vector<Step> &steps,
+              std::optional<Verdict> verdict) {
+    Json document = client_json(options);
+    if (verdict) {
+        document["verdict"] = verdict_word(*verdict);
     }
-    return {{"server", escaped(options.socket)},   {"user", escaped(options.user)},
-            {"service", escaped(options.service)}, {"form", options.session ? "session" : "classic"},
-            {"verdict", verdict_word(verdict)},    {"steps", std::move(steps)}};
+    document["steps"] = Json::array();
+    for (const Step &step : steps) {
+        document["steps"].push_back(step_json(out, step));
+    }
+    return document;
 }
 
-void print_steps(Output &out, const Login &login) {
-    for (const Step &step : login.steps()) {
+void print_steps(Output &out, const std::vector<Step> &steps) {
+    for (const Step &step : steps) {
         print_step(out, step);
     }
 }
 
 ExitCode run(Output &out, LoginOptions &options) {
     check_client(options);
-    Login login(options);
+    std::vector<Step> steps;
     Verdict verdict = Verdict::failed;
     try {
-        verdict = login.run();
-    } catch (const Failure &) {
+        verdict = Login(options, steps).run();
+    } catch (const Failure &failure) {
         if (!out.json()) {
-            print_steps(out, login);  // what had been answered until then
+            print_steps(out, steps);
         }
-        throw;
+        throw failure.with(document(out, options, steps, std::nullopt));
     }
-    out.result(document(out, options, login, verdict), [&] {
-        print_steps(out, login);
+    out.result(document(out, options, steps, verdict), [&] {
+        print_steps(out, steps);
         out.line(escaped(options.user) + ": " +
                  out.styled(verdict == Verdict::accepted ? Style::good : Style::bad, verdict_word(verdict)));
     });
@@ -222,7 +228,9 @@ void add_login(Program &program) {
         "not\n"
         "process it. JSON: {server, user, service, form, verdict, steps: [{request, subject, result, "
         "status,\n"
-        "message, attributes}]}\n"
+        "message, attributes}]}; after a failure \"error\" stands in place of \"verdict\", with the steps "
+        "until "
+        "then.\n"
         "Example: aaactl login /run/aaa/server.sock alice --authorize 'show version' < password");
 }
 

@@ -117,6 +117,12 @@ Failure::Failure(std::string_view what, cerrno rc) : Failure(exit_code_of(rc), w
 Failure::Failure(ExitCode code, std::string_view what, cerrno rc)
     : code_(code), message_(std::string(what) + ": " + escaped(cerr_strerror(rc))), rc_(rc) {}
 
+Failure Failure::with(const Json &document) const {
+    Failure copy = *this;
+    copy.document_ = std::make_shared<const Json>(document);
+    return copy;
+}
+
 std::string escaped(std::string_view bytes, bool ascii_only) {
     std::string text;
     for (size_t i = 0; i < bytes.size(); ++i) {
@@ -243,7 +249,11 @@ void Output::failure(const Failure &failure) {
         if (failure.rc() != 0) {
             error["code"] = failure.rc();
         }
-        line(Json{{"error", error}}.dump(2, ' ', false, Json::error_handler_t::replace));
+        Json document = {{"error", error}};
+        if (failure.document() != nullptr) {
+            document.update(*failure.document());
+        }
+        line(document.dump(2, ' ', false, Json::error_handler_t::replace));
     }
 }
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
@@ -33,10 +34,16 @@ class Failure : public std::exception {
     cerrno rc() const { return rc_; }
     const char *what() const noexcept override { return message_.c_str(); }
 
+    // The same, with what had been found out until then: members that the failure's JSON document has
+    // besides.
+    Failure with(const Json &document) const;
+    const Json *document() const { return document_.get(); }
+
   private:
     ExitCode code_;
     std::string message_;
     cerrno rc_ = 0;
+    std::shared_ptr<const Json> document_;
 };
 
 // The exit status that a result code stands for.
