@@ -200,6 +200,7 @@ TEST_F(Dump, SaysWhichLineIsWrong) {
         {kHead + std::string("/cfg/ok u32 1\n/cfg/") + std::string(600, 'x') + " u32 1\n", "line 3: "},
         {kHead + std::string("/cfg/ok u32 1\n/cfg/a\\x00b u32 1\n"), "line 3: "},
         {"{", "malformed JSON at byte 2"},
+        {R"({"format":1e999})", "malformed JSON: a number is too large"},
         {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/"})", "\"items\""},
         {R"({"format":"aaactl-dump","version":2,"directory":"/cfg/","items":[]})", "no dump"},
         {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"u32","value":1},7]})",

@@ -229,6 +229,8 @@ Json parsed(std::string_view text) {
         return Json::parse(text);
     } catch (const Json::parse_error &error) {
         throw malformed("malformed JSON at byte " + std::to_string(error.byte));
+    } catch (const Json::out_of_range &) {
+        throw malformed("malformed JSON: a number is too large");
     }
 }
 

@@ -54,6 +54,8 @@ Json parsed(const std::string &text) {
         return Json::parse(text);
     } catch (const Json::parse_error &error) {
         throw Failure(ExitCode::bad_input, "JSON: malformed at byte " + std::to_string(error.byte));
+    } catch (const Json::out_of_range &) {
+        throw Failure(ExitCode::bad_input, "JSON: a number is too large");
     }
 }
 
