@@ -180,6 +180,7 @@ TEST(SysdbTuple, EveryByteMayLieWithoutHarm) {
 
 TEST(SysdbTuple, NamesThatAreNoneAreRefused) {
     const Bytes good = packed("%s", "abc");
+    ASSERT_EQ(8u + 2 + sizeof "abc", good.size());
     Bytes no_end = good;
     no_end.back() = 'd';
     EXPECT_EQ(SYSDB_ERR_BAD_VALUE, sysdb_tuple_check(no_end.data(), static_cast<uint32_t>(no_end.size())));

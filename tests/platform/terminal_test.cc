@@ -43,6 +43,11 @@ int kind_of(const char *device) {
     return static_cast<int>(details.kind);
 }
 
+std::string own_device() {
+    char name[64];
+    return ttyname_r(0, name, sizeof name) == 0 ? name : "/dev/none";
+}
+
 std::string hex(cerrno code) {
     char text[16];
     std::snprintf(text, sizeof text, "%08x", code);
@@ -106,11 +111,7 @@ TEST(LineKind, FollowsALinkToADevice) {
 }
 
 TEST(LineKind, OfARealTerminalIsVty) {
-    TerminalProcess child([] {
-        char name[64] = "";
-        ttyname_r(0, name, sizeof name);
-        return std::to_string(kind_of(name));
-    });
+    TerminalProcess child([] { return std::to_string(kind_of(own_device().c_str())); });
     EXPECT_EQ("4", child.report());
 }
 
@@ -434,9 +435,7 @@ struct RemoteAddress : testing::Test {
     std::string on_terminal(const Entries &entries, const std::vector<std::string> &settings = {}) const {
         const std::string path = dir.path("utmp");
         TerminalProcess child([&] {
-            char name[64] = "";
-            ttyname_r(0, name, sizeof name);
-            const std::vector<utmp> rows = entries(std::string(name).substr(5));
+            const std::vector<utmp> rows = entries(own_device().substr(std::strlen("/dev/")));
             std::ofstream(path, std::ios::binary)
                 .write(reinterpret_cast<const char *>(rows.data()),
                        static_cast<std::streamsize>(rows.size() * sizeof(utmp)));
