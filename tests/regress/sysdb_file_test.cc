@@ -112,6 +112,12 @@ TEST_F(SysdbFile, TreeWithADepthAndNoRootIsRefused) {
     expect_refused();
 }
 
+// LMDB used the other head, which nobody had looked at.
+TEST_F(SysdbFile, TransactionNumberOfTheOtherHeadIsRefused) {
+    put(newest_head() + 144, get<uint64_t>(newest_head() + 144) + 1);
+    expect_refused();
+}
+
 // Room for that many pages was asked for, and the file was said to want memory.
 TEST_F(SysdbFile, LastPageBehindTheMapIsRefused) {
     const auto map_pages = get<uint64_t>(newest_head() + 32) / kPage;

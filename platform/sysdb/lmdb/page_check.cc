@@ -44,6 +44,12 @@ bool root_ok(const Table &table, std::uint64_t last_page) {
     return table.root == layout::kNoPage || (table.root >= layout::kMetaPages && table.root <= last_page);
 }
 
+// LMDB takes the head whose place is its number modulo 2, and so would use
+// another one than was checked. A new file has number 0 twice.
+bool place_ok(const Meta &meta, std::uint64_t offset) {
+    return meta.txnid == 0 || (meta.txnid % 2 != 0) == (offset != 0);
+}
+
 const char *meta_fault(int fd, std::uint64_t offset, Meta &meta) {
     unsigned char bytes[sizeof(PageHeader) + sizeof(Meta)];
     if (!read_at(fd, bytes, sizeof bytes, offset)) {
@@ -65,7 +71,7 @@ const char *meta_fault(int fd, std::uint64_t offset, Meta &meta) {
     // LMDB maps room for the last page, whatever the size of the map.
     if (flags != layout::kIntegerKeys || !page_size_ok(meta.free_list.padding) ||
         meta.map_bytes > kLargestMap || meta.last_page >= meta.map_bytes / meta.free_list.padding ||
-        meta.txnid > kLargestTxn || !root_ok(meta.free_list, meta.last_page) ||
+        meta.txnid > kLargestTxn || !place_ok(meta, offset) || !root_ok(meta.free_list, meta.last_page) ||
         !root_ok(meta.main, meta.last_page)) {
         return "its head is damaged";
     }
