@@ -3,7 +3,9 @@
 // sysdb dump, load and diff: the forms, what is refused and where, and that a
 // load is all or nothing.
 
+#include <atomic>
 #include <random>
+#include <thread>
 
 #include "damaged_items.hpp"
 #include "database_fixture.hpp"
@@ -127,6 +129,45 @@ TEST_F(Dump, DamagedItemsAreToldAndTheRestIsDumped) {
     EXPECT_EQ(aaactl({"sysdb", "load", "--replace", "-"}, text.out).out,
               "created 0, changed 0, deleted 3 of 2 items\n");
     EXPECT_EQ(aaactl({"sysdb", "dump"}).status, 0) << "the database is whole again";
+}
+
+std::string all_of(unsigned value) {
+    std::string dump = kHead;
+    for (int i = 1000; i < 9000; ++i) {
+        dump += "/cfg/d/" + std::to_string(i) + " u32 " + std::to_string(value) + "\n";
+    }
+    return dump;
+}
+
+// Two states, each stored as one change, again and again: a dump has one of them, and none of its own.
+TEST_F(Dump, IsOfOneTimeWhileOthersChangeTheDatabase) {
+    const std::string states[] = {all_of(1), all_of(2)};
+    ASSERT_EQ(aaactl({"sysdb", "load", "-"}, states[0]).status, 0);
+    std::atomic<bool> ended{false};
+    std::thread writer([&] {
+        for (unsigned i = 1; !ended; ++i) {
+            EXPECT_EQ(aaactl({"sysdb", "load", "-"}, states[i % 2]).status, 0);
+        }
+    });
+    size_t mixed = 0;
+    for (int i = 0; i < 15; ++i) {
+        const auto run = aaactl({"sysdb", "dump"});
+        EXPECT_EQ(run.status, 0) << run.err;
+        // Without a pause between two changes it has said so.
+        mixed += run.out != states[0] && run.out != states[1] &&
+                 run.err.find("of different times") == std::string::npos;
+    }
+    ended = true;
+    writer.join();
+    EXPECT_EQ(mixed, 0u);
+}
+
+TEST_F(Dump, NeedsNoPlaceToWatchFrom) {
+    put("/cfg/a", "u32", "1");
+    const ScopedEnv nowhere("AAA_SYSDB_RUN_DIR", "/dev/null/run");
+    const auto run = aaactl({"sysdb", "dump"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, std::string(kHead) + "/cfg/a u32 1\n");
 }
 
 TEST_F(Dump, ABackupReplacesADamagedItem) {

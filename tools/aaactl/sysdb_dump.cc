@@ -6,7 +6,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "dump.hpp"
+#include "snapshot.hpp"
 #include "sysdb.hpp"
 
 namespace aaactl {
@@ -35,7 +35,7 @@ ExitCode dump(Output &out, const std::string &path) {
     if (!database.list(directory)) {
         throw database_failure(directory, SYSDB_ERR_NOT_FOUND);
     }
-    const Dump dump = read_database(out, database, directory, out.show_secrets());
+    const Dump dump = read_snapshot(out, database, directory, out.show_secrets());
     out.result(out.json() ? dump_json(dump) : Json(), [&] {
         out.line(dump_head(directory));
         for (const DumpItem &item : dump.items) {
@@ -65,7 +65,7 @@ ExitCode diff(Output &out, const std::string &file, const std::string &path) {
     const Dump dump = read_dump(out, file);
     const std::string directory = directory_to_compare(dump, path);
     Database database;
-    const Dump stored = read_database(out, database, directory, true);
+    const Dump stored = read_snapshot(out, database, directory, true);
     const std::vector<Difference> differences = compare(dump, stored, directory);
     Json document = {{"directory", escaped(directory)}, {"differences", Json::array()}};
     for (const Difference &difference : differences) {
@@ -92,6 +92,7 @@ void add_sysdb_dump(Program &program, CLI::App *sysdb) {
         "masked value\n"
         "(********) is kept by \"load\" as it is stored there; a full backup needs --show-secrets. "
         "What\ncannot be read is told in comments (exit status 3).\n"
+        "Read again while somebody changes the directory, so that it is of one time.\n"
         "JSON: {format, version, directory, items: [{path, type, value or masked}], faults: [{path, type, "
         "fault}] if any}\n"
         "Example: aaactl sysdb dump --show-secrets /cfg/ >backup");
