@@ -4,7 +4,9 @@
 // of which was taken for sound and then led to a hang, a crash or lost data.
 
 #include <gtest/gtest.h>
+#include <lmdb.h>
 
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -31,6 +33,10 @@ class SysdbFile : public testing::Test {
             }
             ASSERT_EQ(0u, set_text(bound.handle(), "big", std::string(3 * kPage, 'b')));
         });
+        read_file();
+    }
+
+    void read_file() {
         std::ostringstream text;
         text << std::ifstream(sandbox_.oper_file(), std::ios::binary).rdbuf();
         bytes_ = text.str();
@@ -115,6 +121,47 @@ TEST_F(SysdbFile, TreeWithADepthAndNoRootIsRefused) {
 // LMDB used the other head, which nobody had looked at.
 TEST_F(SysdbFile, TransactionNumberOfTheOtherHeadIsRefused) {
     put(newest_head() + 144, get<uint64_t>(newest_head() + 144) + 1);
+    expect_refused();
+}
+
+// As many processes as do not fit on a page watch one key.
+void add_watchers(const std::string &file, const std::string &key) {
+    run_forked([&] {
+        MDB_env *env = nullptr;
+        MDB_txn *txn = nullptr;
+        MDB_dbi dbi = 0;
+        ASSERT_EQ(0, mdb_env_create(&env));
+        ASSERT_EQ(0, mdb_env_set_maxdbs(env, 8));
+        ASSERT_EQ(0, mdb_env_open(env, file.c_str(), MDB_NOSUBDIR, 0660));
+        ASSERT_EQ(0, mdb_txn_begin(env, nullptr, 0, &txn));
+        ASSERT_EQ(0, mdb_dbi_open(txn, "watch", 0, &dbi));
+        for (unsigned i = 0; i < 150; ++i) {
+            char name[32];
+            std::snprintf(name, sizeof name, "%u.%08x", 1000000000 + i, i);
+            MDB_val row = {key.size(), const_cast<char *>(key.data())};
+            MDB_val value = {std::strlen(name), name};
+            ASSERT_EQ(0, mdb_put(txn, dbi, &row, &value, 0));
+        }
+        ASSERT_EQ(0, mdb_txn_commit(txn));
+        mdb_env_close(env);
+    });
+}
+
+// When the last of them went, the key stayed with a tree that had no root.
+TEST_F(SysdbFile, WrongNumberOfValuesOfAKeyIsRefused) {
+    const std::string key = "/oper/many";
+    add_watchers(sandbox_.oper_file(), key);
+    read_file();
+    expect_sound();
+    unsigned found = 0;
+    for (std::size_t at = bytes_.find(key); at != std::string::npos; at = bytes_.find(key, at + 1)) {
+        const std::size_t entries_at = at + key.size() + 32;
+        if (get<uint64_t>(entries_at) == 150) {
+            ++found;
+            put(entries_at, uint64_t{151});
+        }
+    }
+    ASSERT_NE(0u, found);
     expect_refused();
 }
 

@@ -187,6 +187,7 @@ class Checker {
                 check_child(page.data(), i, count, levels, form, range);
             } else {
                 check_leaf_node(page.data(), i, form);
+                ++leaf_nodes_;
             }
         }
     }
@@ -331,9 +332,14 @@ class Checker {
             fail(kBadPage);
             return;
         }
+        const std::uint64_t before = leaf_nodes_;
         check_table(table, {.integer_keys = (table.flags & layout::kIntegerKeys) != 0,
                             .duplicates = (table.flags & layout::kManyValues) != 0,
                             .keys_only = form.duplicates});
+        // LMDB goes by this number when it removes a key with its last value.
+        if (form.duplicates && table.entries != leaf_nodes_ - before) {
+            fail(kBadPage);
+        }
     }
 
     void check_overflow(const unsigned char *data, std::size_t room, std::size_t bytes, const Form &form) {
@@ -420,6 +426,7 @@ class Checker {
     const std::uint64_t last_page_;
     const std::uint64_t txnid_;
     std::vector<bool> seen_;
+    std::uint64_t leaf_nodes_ = 0;
     const char *fault_ = nullptr;
 };
 
