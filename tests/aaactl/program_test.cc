@@ -4,6 +4,7 @@
 // completion, and escaping.
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <set>
@@ -89,19 +90,27 @@ TEST(AaactlProgram, CompletesInBash) {
     EXPECT_NE(script.out.find("complete -o filenames -F _aaactl aaactl"), std::string::npos);
 }
 
+// The lines that a shell's command prints.
+std::set<std::string> lines_of(const std::string &command) {
+    std::set<std::string> lines;
+    FILE *stream = popen(command.c_str(), "re");
+    char line[4096];
+    while (stream != nullptr && fgets(line, sizeof line, stream) != nullptr) {
+        lines.insert(std::string(line).substr(0, std::strlen(line) - 1));
+    }
+    EXPECT_EQ(pclose(stream), 0) << command;
+    return lines;
+}
+
+bool is_installed(const std::string &shell) {
+    return std::system(("command -v " + shell + " >/dev/null 2>&1").c_str()) == 0;
+}
+
 // What bash offers for the words, the last of which is under the cursor.
 std::set<std::string> completions(const TempDir &dir, const std::string &words, int cursor) {
-    const std::string command =
-        "bash --norc -c 'cd " + dir.path("") + "; source ./aaactl.bash; COMP_WORDS=(" + words +
-        "); COMP_CWORD=" + std::to_string(cursor) + "; _aaactl; printf \"%s\\n\" \"${COMPREPLY[@]}\"'";
-    std::set<std::string> offered;
-    FILE *stream = popen(command.c_str(), "re");
-    char line[256];
-    while (stream != nullptr && fgets(line, sizeof line, stream) != nullptr) {
-        offered.insert(std::string(line).substr(0, std::strlen(line) - 1));
-    }
-    EXPECT_EQ(pclose(stream), 0);
-    return offered;
+    return lines_of("bash --norc -c 'cd " + dir.path("") + "; source ./aaactl.bash; COMP_WORDS=(" + words +
+                    "); COMP_CWORD=" + std::to_string(cursor) +
+                    "; _aaactl; printf \"%s\\n\" \"${COMPREPLY[@]}\"'");
 }
 
 TEST(AaactlProgram, OffersCommandsOptionsAndValues) {
@@ -128,8 +137,7 @@ TEST(AaactlProgram, OffersCommandsOptionsAndValues) {
 TEST(AaactlProgram, CompletesInZshAndFish) {
     const auto zsh = aaactl({"completion", "zsh"});
     EXPECT_EQ(zsh.status, 0);
-    EXPECT_NE(zsh.out.find("_aaactl_values[aaactl decode --input]=\"auto binary hex\""), std::string::npos)
-        << zsh.out;
+    EXPECT_NE(zsh.out.find("\"aaactl decode --input\" \"auto binary hex\""), std::string::npos) << zsh.out;
     const auto fish = aaactl({"completion", "fish"});
     EXPECT_EQ(fish.status, 0);
     EXPECT_NE(fish.out.find(
@@ -137,6 +145,63 @@ TEST(AaactlProgram, CompletesInZshAndFish) {
                   "list' -l type -x -a 'string integer binary address'"),
               std::string::npos)
         << fish.out;
+}
+
+// compadd and compdef work only while a line is edited: in their place stand functions that print.
+std::set<std::string> offered_by_zsh(const TempDir &dir, const std::string &words, int current) {
+    return lines_of(
+        "zsh -f -c 'compdef() { }; compadd() { shift; (( $# )) && print -l -- \"$@\" }; "
+        "_files() { print files }; source " +
+        dir.path("_aaactl") + "; words=(" + words + "); CURRENT=" + std::to_string(current) + "; _aaactl'");
+}
+
+TEST(AaactlProgram, ZshTakesItsCompletion) {
+    if (!is_installed("zsh")) {
+        GTEST_SKIP() << "zsh is not installed";
+    }
+    const TempDir dir;
+    dir.write("_aaactl", aaactl({"completion", "zsh"}).out);
+    EXPECT_EQ(lines_of("zsh -f -n " + dir.path("_aaactl") + " 2>&1"), std::set<std::string>{});
+    EXPECT_EQ(offered_by_zsh(dir, "aaactl decode --input \"\"", 4),
+              (std::set<std::string>{"auto", "binary", "hex"}));
+    EXPECT_EQ(offered_by_zsh(dir, "aaactl --color \"\"", 3),
+              (std::set<std::string>{"always", "auto", "never"}));
+    EXPECT_EQ(offered_by_zsh(dir, "aaactl encode -o \"\"", 4), std::set<std::string>{"files"});
+    const auto commands = offered_by_zsh(dir, "aaactl --json sysdb \"\"", 4);
+    EXPECT_TRUE(commands.count("dump"));
+    EXPECT_FALSE(commands.count("decode"));
+    // Found by its name in the directories of functions, it announces itself and completes with its first
+    // call.
+    EXPECT_EQ(lines_of("zsh -f -c 'fpath=(" + dir.path("") +
+                       "); autoload -Uz _aaactl; compadd() { shift; print -l -- \"$@\" }; words=(aaactl "
+                       "completion \"\"); CURRENT=3; _aaactl' | head -3"),
+              (std::set<std::string>{"bash", "fish", "zsh"}));
+}
+
+TEST(AaactlProgram, FishTakesItsCompletion) {
+    if (!is_installed("fish")) {
+        GTEST_SKIP() << "fish is not installed";
+    }
+    const TempDir dir;
+    const ScopedEnv home("HOME", dir.path("home"));
+    const ScopedEnv config("XDG_CONFIG_HOME", dir.path("home"));
+    const ScopedEnv data("XDG_DATA_HOME", dir.path("home"));
+    const std::string script = dir.write("aaactl.fish", aaactl({"completion", "fish"}).out);
+    EXPECT_EQ(lines_of("fish -n " + script + " 2>&1"), std::set<std::string>{});
+    const auto offered = [&](const std::string &line) {
+        std::set<std::string> words;
+        for (const std::string &word : lines_of("cd " + dir.path("") + " && fish -c 'source " + script +
+                                                "; complete -C \"" + line + "\"'")) {
+            words.insert(word.substr(0, word.find('\t')));
+        }
+        return words;
+    };
+    EXPECT_EQ(offered("aaactl enc"), std::set<std::string>{"encode"});
+    EXPECT_EQ(offered("aaactl decode --input "), (std::set<std::string>{"auto", "binary", "hex"}));
+    EXPECT_EQ(offered("aaactl decode --ki"), std::set<std::string>{"--kind"});
+    EXPECT_EQ(offered("aaactl attr list --type add"), std::set<std::string>{"address"});
+    EXPECT_TRUE(offered("aaactl sysdb ").count("dump"));
+    EXPECT_FALSE(offered("aaactl sysdb ").count("decode"));
 }
 
 TEST(AaactlProgram, CompletionsAreADocumentToo) {

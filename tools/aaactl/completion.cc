@@ -174,15 +174,22 @@ else
     compdef _aaactl aaactl
 fi)";
 
+// Keys with blanks stand in a list: a subscript of an assignment may not hold any.
 void print_zsh(Output &out, const std::vector<Node> &nodes) {
     out.line("#compdef aaactl");
     out.line("typeset -gA _aaactl_words _aaactl_values");
+    out.line("_aaactl_words=(");
     for (const Node &node : nodes) {
-        out.line("_aaactl_words[" + node.path + "]=\"" + joined(all_words(node)) + "\"");
+        out.line("    \"" + node.path + "\" \"" + joined(all_words(node)) + "\"");
+    }
+    out.line(")");
+    out.line("_aaactl_values=(");
+    for (const Node &node : nodes) {
         for (const auto &[option, values] : node.valued) {
-            out.line("_aaactl_values[" + node.path + " " + option + "]=\"" + joined(values) + "\"");
+            out.line("    \"" + node.path + " " + option + "\" \"" + joined(values) + "\"");
         }
     }
+    out.line(")");
     out.line(kZsh);
 }
 
