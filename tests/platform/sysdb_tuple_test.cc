@@ -182,7 +182,7 @@ TEST(SysdbTuple, NamesThatAreNoneAreRefused) {
     const Bytes good = packed("%s", "abc");
     ASSERT_EQ(8u + 2 + sizeof "abc", good.size());
     Bytes no_end = good;
-    no_end.back() = 'd';
+    no_end.at(13) = 'd';
     EXPECT_EQ(SYSDB_ERR_BAD_VALUE, sysdb_tuple_check(no_end.data(), static_cast<uint32_t>(no_end.size())));
     Bytes early_end = good;
     early_end[11] = 0;
