@@ -110,13 +110,10 @@ class Pairs {
                 // In 32 bits, as buffers and messages are measured: a step less to the next pair.
                 at_ = align_pair(static_cast<uint32_t>(at_) + pair.len);
             } else {
-                convert_value(pair);
+                convert_long_value(pair);
             }
         }
-        while (left() >= kPairHead) {
-            convert_value(convert_head());
-        }
-        copy(left());
+        convert_last();
     }
 
   private:
@@ -176,15 +173,44 @@ class Pairs {
         store(pair.len == sizeof word ? number : word);
     }
 
-    void convert_value(const Pair &pair) {
-        if (pair.len == sizeof(uint32_t) && left() >= sizeof(uint32_t)) [[likely]] {
-            select_number(pair);
-            at_ += sizeof(uint32_t);
-            return;
-        }
+    void convert_long_value(const Pair &pair) {
         const std::size_t extent = value_extent(pair.len, left());
         copy(extent);
         at_ += extent;
+    }
+
+    // The last pairs, behind which there is no block to read. They are copied
+    // at once, as they are, and converted then.
+    void convert_last() {
+        copy_last(left());
+        while (left() >= kPairHead) {
+            const Pair pair = convert_head();
+            if (left() >= sizeof(uint32_t)) [[likely]] {
+                select_number(pair);
+            }
+            at_ += value_extent(pair.len, left());
+        }
+    }
+
+    void copy_last(std::size_t n) {
+        if constexpr (kCopies) {
+            if (n >= 16) [[likely]] {
+                copy_overlapping(n);
+            } else {
+                copy(n);
+            }
+        }
+    }
+
+    // Three chunks for 16 to 48 bytes: no branch on how many there are.
+    void copy_overlapping(std::size_t n) {
+        constexpr std::size_t kChunk = 16;
+        static_assert(kPairHead + kBlock <= 3 * kChunk);
+        const std::size_t last = n - kChunk;
+        const std::size_t middle = last < kChunk ? last : kChunk;
+        std::memcpy(out_ + at_, in_ + at_, kChunk);
+        std::memcpy(out_ + at_ + middle, in_ + at_ + middle, kChunk);
+        std::memcpy(out_ + at_ + last, in_ + at_ + last, kChunk);
     }
 
     Source in_;
