@@ -299,6 +299,16 @@ int aaa_debugging(uint32_t flag) {
                : 0;
 }
 
+// This host's own, whatever the name is bound to elsewhere.
+[[gnu::alias("aaa_debugging"), gnu::visibility("hidden")]] int aaa_platform_own_debugging(uint32_t flag);
+
+const uint32_t *aaa_debug_word(int (*debugging)(uint32_t flag)) {
+    static_assert(std::atomic<uint32_t>::is_always_lock_free &&
+                  sizeof(std::atomic<uint32_t>) == sizeof(uint32_t));
+    return debugging == aaa_platform_own_debugging ? reinterpret_cast<const uint32_t *>(&aaaplatform::g_mask)
+                                                   : nullptr;
+}
+
 cerrno aaa_debug_init(void) {
     using namespace aaaplatform;
     // Once: the copy must not change under a thread that logs with it. A flag,

@@ -9,6 +9,9 @@
 
 #include <string>
 
+#include "aaa/alloc.h"
+#include "aaa/avpair.h"
+#include "aaa/dictionary.h"
 #include "aaa/result_codes.h"
 #include "log_socket.hpp"
 #include "platform/cerr.h"
@@ -63,6 +66,56 @@ TEST(Library, TracesItsUnloadAndIsQuietAfterwards) {
     EXPECT_NE(std::string::npos, traces.find("aaa[0 lifecycle]: Unloading libaaautil.dll\n")) << traces;
     EXPECT_NE(std::string::npos, traces.find("aaa[0 lifecycle]: Done with sysdb con close\n")) << traces;
     EXPECT_EQ(std::string::npos, traces.find("after the end")) << traces;
+}
+
+namespace {
+
+// What one addition and one lookup trace.
+std::string trace_of_a_list(void *library) {
+    const auto create =
+        reinterpret_cast<decltype(&aaa_avpair_create_list)>(dlsym(library, "aaa_avpair_create_list"));
+    const auto add = reinterpret_cast<decltype(&aaa_avpair_add)>(dlsym(library, "aaa_avpair_add"));
+    const auto find =
+        reinterpret_cast<decltype(&aaa_avpair_find_type)>(dlsym(library, "aaa_avpair_find_type"));
+    const auto free_list =
+        reinterpret_cast<decltype(&aaa_avpair_free_list)>(dlsym(library, "aaa_avpair_free_list"));
+    testing::internal::CaptureStderr();
+    avlist *list = nullptr;
+    EXPECT_EQ(AAA_OK, create("traced", &list));
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ(AAA_OK, add(AAA_USERNAME_ATTR, 0, "alice", 0, 6, list));
+    }
+    EXPECT_EQ(AAA_OK, find(AAA_USERNAME_ATTR, nullptr, nullptr, nullptr, 0, list));
+    EXPECT_EQ(AAA_ERR_AVPAIR_NOT_FOUND, find(AAA_TTYNAME_ATTR, nullptr, nullptr, nullptr, 0, list));
+    free_list(list);
+    return testing::internal::GetCapturedStderr();
+}
+
+std::size_t count_of(const std::string &text, const std::string &part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        count++;
+    }
+    return count;
+}
+
+}  // namespace
+
+TEST(Library, TracesListsWhileTheirFlagIsOn) {
+    void *handle = dlopen(AAAUTIL_PATH, RTLD_LAZY | RTLD_LOCAL);
+    ASSERT_NE(nullptr, handle) << dlerror();
+    EXPECT_EQ("", trace_of_a_list(handle));
+    aaa_platform_debug_set(AAA_DBG_AVLIST, 1);
+    const std::string traces = trace_of_a_list(handle);
+    EXPECT_EQ(2u, count_of(traces, "]: Adding attr ")) << traces;
+    EXPECT_EQ(1u, count_of(traces, "]: Found attr ")) << traces;
+    EXPECT_EQ(1u, count_of(traces, " not found: ")) << traces;
+    EXPECT_EQ(1u, count_of(traces, "]: Freeing AV list at ")) << traces;
+    aaa_platform_debug_set(AAA_DBG_AVLIST, 0);
+    aaa_platform_debug_set(AAA_DBG_MALLOC, 1);
+    EXPECT_EQ("", trace_of_a_list(handle));
+    aaa_platform_debug_set(AAA_DBG_MALLOC, 0);
+    ASSERT_EQ(0, dlclose(handle));
 }
 
 int main(int argc, char **argv) {

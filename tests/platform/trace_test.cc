@@ -167,6 +167,26 @@ TEST_F(Flags, AreReplacedByAList) {
     EXPECT_EQ(0u, aaa_platform_debug_mask());
 }
 
+int own_debugging(uint32_t) {
+    return 1;
+}
+
+TEST_F(Flags, StandInAWord) {
+    const uint32_t *const word = aaa_debug_word(aaa_debugging);
+    ASSERT_NE(nullptr, word);
+    EXPECT_EQ(0u, *word);
+    aaa_platform_debug_set(AAA_DBG_AVLIST, 1);
+    EXPECT_EQ(1u << AAA_DBG_AVLIST, *word);
+    aaa_platform_debug_set_areas("all");
+    EXPECT_EQ(kAllFlags, *word);
+    EXPECT_EQ(word, aaa_debug_word(aaa_debugging));
+}
+
+TEST_F(Flags, StandElsewhereForAProgramThatAnswersItself) {
+    EXPECT_EQ(nullptr, aaa_debug_word(own_debugging));
+    EXPECT_EQ(nullptr, aaa_debug_word(nullptr));
+}
+
 TEST_F(Flags, HaveAreaNames) {
     for (uint32_t flag = 0; flag < AAA_PLATFORM_DEBUG_FLAGS; ++flag) {
         const char *area = aaa_platform_debug_area(flag);

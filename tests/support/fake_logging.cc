@@ -119,6 +119,11 @@ int aaa_debugging(uint32_t flag) {
     return flag < 64 && (fake::logging().enabled >> flag & 1) != 0 ? 1 : 0;
 }
 
+// None: then each flag is asked for, and scripted answers count. Called before main().
+const uint32_t *aaa_debug_word(int (*)(uint32_t)) {
+    return nullptr;
+}
+
 cerrno aaa_debug_init(void) {
     Call call("aaa_debug_init");
     return call.scripted().value_or(0);

@@ -87,6 +87,7 @@ constexpr std::array kFunctions = std::to_array<std::string_view>({
     "aaa_debug",
     "aaa_debugging",
     "aaa_debug_init",
+    "aaa_debug_word",
     "aaa_debug_cleanup",
     "malloc_named",
     "calloc_named",

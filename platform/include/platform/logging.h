@@ -59,6 +59,21 @@ PLATFORM_API void aaa_debug(uint32_t flag, const char *format, ...);
 PLATFORM_API int aaa_debugging(uint32_t flag);
 
 /**
+ * Tells where the flags stand, for callers that ask at every turn: with the word
+ * at hand, an addition to a list costs two loads and a test, and no call.
+ *
+ * Optional: of a host without this function, and of a program with an
+ * aaa_debugging() of its own, the library asks aaa_debugging(). The library calls
+ * it once, while it is being loaded.
+ *
+ * @param debugging the aaa_debugging() that the caller is bound to
+ * @return the word that this host's aaa_debugging() answers from, bit N for flag
+ *         N: it stays where it is while the host is loaded and changes at any
+ *         time, so it is read atomically; null when debugging is not this host's
+ */
+PLATFORM_API const uint32_t *aaa_debug_word(int (*debugging)(uint32_t flag));
+
+/**
  * Starts tracing. Called by the loading thread, after the result codes have been
  * registered.
  *

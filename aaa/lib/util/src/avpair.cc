@@ -109,6 +109,15 @@ template <TraceAppend kTrace>
     return code;
 }
 
+// Apart, so that an append without a trace keeps nothing for its sake.
+template <TraceAppend kTrace>
+[[gnu::cold, gnu::noinline]] cerrno trace_append(const avpair_t *pair, const void *value) noexcept {
+    if (tracing(AAA_DBG_AVLIST)) {
+        kTrace(pair->av_type, value, pair->av_len, AAA_OK);
+    }
+    return AAA_OK;
+}
+
 template <TraceAppend kTrace>
 inline cerrno append(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len,
                      avlist *list) noexcept {
@@ -116,13 +125,8 @@ inline cerrno append(uint32_t type, uint32_t flags, const void *value, uint32_t 
     if (pair == nullptr) [[unlikely]] {
         return append_with_checks<kTrace>(type, flags, value, tag, len, list);
     }
-    // What the trace line shows waits in memory: in registers it would have to
-    // be saved and restored by every append for the sake of those that trace.
-    const avpair_t *volatile appended = pair;
-    const void *volatile shown = value;
-    if (tracing(AAA_DBG_AVLIST)) [[unlikely]] {
-        const avpair_t *const traced = appended;
-        kTrace(traced->av_type, shown, traced->av_len, AAA_OK);
+    if (may_trace(AAA_DBG_AVLIST)) [[unlikely]] {
+        return trace_append<kTrace>(pair, value);
     }
     return AAA_OK;
 }

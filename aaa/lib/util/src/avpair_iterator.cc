@@ -27,21 +27,29 @@ void hand_out(T *out, T value) noexcept {
     return AAA_ERR_AVPAIR_NOT_FOUND;
 }
 
+// Apart, so that a lookup without a trace keeps nothing for its sake.
+[[gnu::cold, gnu::noinline]] cerrno trace_hand_out(const avpair_t *pair, const avpair_flags_t *flags,
+                                                   void *const *value, const uint32_t *len) noexcept {
+    if (tracing(AAA_DBG_AVLIST)) {
+        trace_found(*pair, value != nullptr, flags != nullptr ? pair->av_flags : 0,
+                    len != nullptr ? pair->av_len : 0);
+    }
+    return AAA_OK;
+}
+
 inline cerrno hand_out_pair(const avpair_t *pair, avpair_flags_t *flags, void **value,
                             uint32_t *len) noexcept {
-    hand_out(flags, pair->av_flags);
-    hand_out(value, static_cast<void *>(aaa_get_avpair_value_ptr(pair)));
-    hand_out(len, pair->av_len);
-    // What the trace line shows waits in memory: in registers it would have to
-    // be saved and restored by every lookup for the sake of those that trace.
-    const avpair_t *volatile found = pair;
-    avpair_flags_t *volatile asked_flags = flags;
-    void **volatile asked_value = value;
-    uint32_t *volatile asked_len = len;
-    if (tracing(AAA_DBG_AVLIST)) [[unlikely]] {
-        const avpair_t *const traced = found;
-        trace_found(*traced, asked_value != nullptr, asked_flags != nullptr ? traced->av_flags : 0,
-                    asked_len != nullptr ? traced->av_len : 0);
+    if (flags != nullptr) [[unlikely]] {
+        *flags = pair->av_flags;
+    }
+    if (value != nullptr) [[likely]] {
+        *value = aaa_get_avpair_value_ptr(pair);
+    }
+    if (len != nullptr) [[likely]] {
+        *len = pair->av_len;
+    }
+    if (may_trace(AAA_DBG_AVLIST)) [[unlikely]] {
+        return trace_hand_out(pair, flags, value, len);
     }
     return AAA_OK;
 }
@@ -52,16 +60,35 @@ inline cerrno hand_out_pair(const avpair_t *pair, avpair_flags_t *flags, void **
     return pair != nullptr ? hand_out_pair(pair, flags, value, len) : not_found(type);
 }
 
-// The one buffer of a list that is short, as most are; null for any other list
-// and for a broken one.
-inline avpair_buffer_t *only_short_buffer(const avlist *list) noexcept {
-    avpair_buffer_t *const buf = list->avpair_first_buf;
-    if (list->av_cnt == 0 || buf == nullptr || buf != list->avpair_last_buf) [[unlikely]] {
-        return nullptr;
+// Whether all pairs lie in the first buffer, as in most lists. Not so for a
+// broken list.
+inline bool has_one_buffer(const avlist *list) noexcept {
+    const avpair_buffer_t *const buf = list->avpair_first_buf;
+    return list->av_cnt != 0 && buf != nullptr && buf == list->avpair_last_buf;
+}
+
+// Whether there are pairs from first to end and they make no long run.
+inline bool is_short_run(const avpair_t *first, const avpair_t *end) noexcept {
+    const std::uintptr_t used =
+        reinterpret_cast<std::uintptr_t>(end) - reinterpret_cast<std::uintptr_t>(first);
+    return used - 1 < kLongRun - 1;
+}
+
+// The first pair of the type, or null. There is at least one pair. Unrolled,
+// because it is jumps taken that a short walk spends its time on.
+inline const avpair_t *walk_short_run(const avpair_t *pair, const avpair_t *end, uint32_t type) noexcept {
+    for (;;) {
+#pragma GCC unroll 8
+        for (int step = 0; step < 8; step++) {
+            if (pair->av_type == type) [[unlikely]] {
+                return pair;
+            }
+            pair = adjacent_pair(pair);
+            if (pair >= end) [[unlikely]] {
+                return nullptr;
+            }
+        }
     }
-    const std::uintptr_t used = reinterpret_cast<std::uintptr_t>(buf->hdr.free_mem) -
-                                reinterpret_cast<std::uintptr_t>(first_pair(buf));
-    return used < kLongRun ? buf : nullptr;
 }
 
 }  // namespace
@@ -99,11 +126,15 @@ cerrno aaa_avpair_find_type(uint32_t type, avpair_flags_t *flags, void **value, 
     if (list == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    avpair_buffer_t *const buf = only_short_buffer(list);
-    if (buf == nullptr || type == AAA_ATTR_MAX) [[unlikely]] {
+    if (instance != 0 || type == AAA_ATTR_MAX || !has_one_buffer(list)) [[unlikely]] {
         return find_in_any_list(type, flags, value, len, instance, list);
     }
-    const avpair_t *const pair = walk_to_type(buf, type, &instance);
+    const avpair_t *const first = first_pair(list->avpair_first_buf);
+    const avpair_t *const end = end_of_pairs(list->avpair_first_buf);
+    if (!is_short_run(first, end)) [[unlikely]] {
+        return find_in_any_list(type, flags, value, len, instance, list);
+    }
+    const avpair_t *const pair = walk_short_run(first, end, type);
     return pair != nullptr ? hand_out_pair(pair, flags, value, len) : not_found(type);
 }
 

@@ -5,7 +5,7 @@
 // directly and so pays for no call per pair.
 //
 //     for (avpair_t &pair : LivePairs(list)) { ... }          every live pair, in order
-//     avpair_t *pair = find_first(list, AAA_TTY_ATTR);         first pair of a type, or null
+//     avpair_t *pair = find_first(list, AAA_TTYNAME_ATTR);         first pair of a type, or null
 //     avpair_t *pair = find_first(list, AAA_CMD_ATTR, 2);      third pair of a type, or null
 //     unsigned char *bytes = aaa_get_avpair_value_ptr(pair);   its value, pair->av_len bytes
 //
