@@ -134,6 +134,24 @@ TEST_F(AvpairDeathTest, CountWithoutALastBuffer) {
     EXPECT_STOPS(look(), kHeader, "list->avpair_last_buf != NULL", "aaa_is_list_empty");
 }
 
+// Lookup in a list of one buffer, as most are.
+TEST_F(AvpairDeathTest, LookingUpInAListOfOneBuffer) {
+    const ListPtr list = make_list();
+    ASSERT_EQ(add(list.get(), 1, "one"), AAA_OK);
+    const auto damaged = [&](uint16_t count, bool first_set, bool last_set) {
+        avlist record = *list;
+        record.av_cnt = count;
+        record.avpair_first_buf = first_set ? record.avpair_first_buf : nullptr;
+        record.avpair_last_buf = last_set ? record.avpair_last_buf : nullptr;
+        aaa_avpair_find_type(1, nullptr, nullptr, nullptr, 0, &record);
+    };
+    const char *const check = "aaa_is_list_empty";
+    EXPECT_STOPS(damaged(0, true, true), kHeader, "list->avpair_first_buf == NULL", check);
+    EXPECT_STOPS(damaged(0, false, true), kHeader, "list->avpair_last_buf == NULL", check);
+    EXPECT_STOPS(damaged(1, false, false), kHeader, "list->avpair_first_buf != NULL", check);
+    EXPECT_STOPS(damaged(1, true, false), kHeader, "list->avpair_last_buf != NULL", check);
+}
+
 // ---- Appending -------------------------------------------------------------------
 
 TEST_F(AvpairDeathTest, AddingTheDeletedMarker) {
@@ -182,6 +200,30 @@ TEST_F(AvpairDeathTest, AddingBehindAMisalignedEnd) {
                  "(list->avpair_last_buf == NULL) || is_aligned(list->avpair_last_buf->hdr.free_mem, "
                  "MEMORY_DEF_ALIGNMENT) == TRUE",
                  "aaa_alloc_avpair_mem");
+}
+
+// The same checks where the pair would find its room.
+TEST_F(AvpairDeathTest, AddingWhereThereIsRoom) {
+    const ListPtr list = make_list();
+    ASSERT_EQ(add(list.get(), 1, "one"), AAA_OK);
+    avpair_buffer_t *const buf = list->avpair_last_buf;
+    unsigned char *const end = buf->hdr.free_mem;
+    const auto append = [&](uint16_t count, std::ptrdiff_t offset) {
+        list->av_cnt = count;
+        buf->hdr.free_mem = end + offset;
+        add(list.get(), 1, "v");
+    };
+    EXPECT_STOPS(append(0, 0), kHeader, "list->av_cnt > 0", "aaa_get_free_mem");
+    for (const std::ptrdiff_t offset : {1, 2, 3}) {
+        EXPECT_STOPS(append(1, offset), kSource,
+                     "(list->avpair_last_buf == NULL) || is_aligned(list->avpair_last_buf->hdr.free_mem, "
+                     "MEMORY_DEF_ALIGNMENT) == TRUE",
+                     "aaa_alloc_avpair_mem");
+    }
+    for (const std::ptrdiff_t offset : {-56, -24, 464}) {
+        EXPECT_STOPS(append(1, offset), kHeader, "free_mem <= last_buf->hdr.buf_size - sizeof(last_buf->hdr)",
+                     "aaa_get_free_mem");
+    }
 }
 
 TEST_F(AvpairDeathTest, AddingBehindNoEnd) {

@@ -200,6 +200,21 @@ TEST(AvpairIterator, DoesNotFollowALengthOutOfTheBuffer) {
     aaa_avpair_get_first_avpair_in_buf(list->avpair_first_buf)->av_len = 4;
 }
 
+// What lies behind free_mem is no pair, nor is it in a buffer without any.
+TEST(AvpairFindType, LooksAtNothingBehindTheEnd) {
+    const ListPtr list = list_of({1, 2, 3}, 4);
+    avpair_buffer_t *const buf = list->avpair_first_buf;
+    unsigned char *const end = buf->hdr.free_mem;
+    for (uint32_t pairs = 0; pairs <= 3; ++pairs) {
+        buf->hdr.free_mem = end - std::ptrdiff_t{20} * (3 - pairs);
+        for (uint32_t type = 1; type <= 3; ++type) {
+            EXPECT_EQ(aaa_avpair_find_type(type, nullptr, nullptr, nullptr, 0, list.get()),
+                      type <= pairs ? AAA_OK : AAA_ERR_AVPAIR_NOT_FOUND)
+                << type << " of " << pairs;
+        }
+    }
+}
+
 TEST(AvpairAdjacent, RoundsUpToFourBytes) {
     alignas(16) avpair_t pair{};
     for (const auto &[len, distance] :

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <fstream>
@@ -278,6 +279,42 @@ TEST(AvpairPack, StaysInsideWhenAListIsPackedTwice) {
     EXPECT_EQ(pack(list.get()).size(), size);
 }
 
+// Pairs near the end of a buffer are handled in another way than those before:
+// every length at every distance from the end, in a room of the exact size, and
+// back again.
+TEST(AvpairPack, ConvertsEveryLengthAtEveryDistanceFromTheEnd) {
+    const GuardedPage page;
+    const auto value = [](std::size_t len) {
+        return std::string("abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJKLMN", len);
+    };
+    const auto wire = [](const std::string &v) {
+        return v.size() == 4 ? std::string(v.rbegin(), v.rend()) : v;
+    };
+    for (std::size_t first = 0; first <= 50; first++) {
+        for (std::size_t second = 0; second <= 50; second++) {
+            SCOPED_TRACE(std::to_string(first) + ", " + std::to_string(second));
+            const ListPtr list = make_list();
+            add(list.get(), kUser, value(4), 1, 2);
+            add(list.get(), kInteger, value(first), 3, 4);
+            add(list.get(), kAddress, value(second), 5, 6);
+            const std::vector<ModelPair> pairs = read_pairs(list.get());
+            const std::string wanted =
+                message(3, "",
+                        pair(kUser, value(4), 1, 2) + pair(kInteger, wire(value(first)), 3, 4) +
+                            pair(kAddress, wire(value(second)), 5, 6));
+            auto room = static_cast<uint32_t>(wanted.size());
+            char *at = page.end() - room;
+            ASSERT_EQ(aaa_avpair_pack_msg_to_buf(list.get(), at, &room), AAA_OK);
+            ASSERT_EQ(bytes_of(at, room), wanted);
+            ASSERT_EQ(buffers_of(list.get()), wanted.substr(56));
+            avlist *copy = nullptr;
+            ASSERT_EQ(aaa_avpair_unpack_msg_create(&copy, at, room), AAA_OK);
+            const ListPtr owner(copy);
+            ASSERT_EQ(read_pairs(copy), pairs);
+        }
+    }
+}
+
 // ---- Flat form: room in the output ----------------------------------------------------
 
 TEST(AvpairPack, CopiesWholePartsThatFitAndStops) {
@@ -309,6 +346,23 @@ TEST(AvpairPack, CopiesWholePartsThatFitAndStops) {
             expected.replace(0, 56, header(total, 4, "three"));
         }
         ASSERT_EQ(bytes_of(buf.data(), buf.size()), expected + std::string(buf.size() - wanted, '\xee'))
+            << limit;
+    }
+}
+
+// Whether a list is spent does not depend on the room in the output.
+TEST(AvpairPack, ConvertsEveryPairAlsoWithoutRoom) {
+    for (const uint32_t limit : {0u, 56u, 400u}) {
+        const ListPtr list = three_buffers();
+        add(list.get(), kAddress, "\1\2\3\4", 5, 6);
+        add(list.get(), kInteger, "\1\2\3\4\5\6\7\10");
+        char buf[400];
+        uint32_t len = limit;
+        EXPECT_EQ(aaa_avpair_pack_msg_to_buf(list.get(), buf, &len), AAA_ERR_NOMEM);
+        EXPECT_EQ(buffers_of(list.get()),
+                  pair(kUser, std::string(300, 'a'), 1, 11) + pair(kInteger, be32(0x01020304), 2, 12) +
+                      pair(kUser, std::string(300, 'b'), 3, 13) + pair(kUser, std::string(300, 'c'), 4, 14) +
+                      pair(kAddress, "\4\3\2\1", 5, 6) + pair(kInteger, "\1\2\3\4\5\6\7\10"))
             << limit;
     }
 }
@@ -678,6 +732,61 @@ TEST(AvpairUnpack, StaysInsideWhenLengthsLie) {
         EXPECT_EQ(end, len == 56 ? nullptr
                                  : reinterpret_cast<unsigned char *>(list->avpair_first_buf) + 32 + len - 56);
         aaa_avpair_free_list(list);
+    }
+}
+
+// The pairs of any message as a list holds them: word by word in host order
+// up to a length that leads out of the message; the rest as it was sent.
+std::string as_held(std::string bytes) {
+    const auto swap = [&bytes](std::size_t at) { std::reverse(&bytes[at], &bytes[at] + 4); };
+    const auto word = [&bytes](std::size_t at) {
+        uint32_t v = 0;
+        std::memcpy(&v, &bytes[at], sizeof v);
+        return v;
+    };
+    std::size_t at = 0;
+    while (bytes.size() - at >= 16) {
+        for (const std::size_t offset : {0u, 4u, 8u, 12u}) {
+            swap(at + offset);
+        }
+        const uint32_t type = word(at);
+        const std::size_t len = word(at + 8);
+        const uint32_t format = aaa_attribute_format(static_cast<int32_t>(type));
+        at += 16;
+        if (len == 4 && (format == 1 || format == 3) && bytes.size() - at >= 4) {
+            swap(at);
+        }
+        at += std::min((len + 3) / 4 * 4, bytes.size() - at);
+    }
+    return bytes;
+}
+
+TEST(AvpairUnpack, HoldsEveryByteOfAMessageWhoseLengthsLie) {
+    const GuardedPage page;
+    std::string pairs;
+    for (const std::size_t len : {4u, 0u, 3u, 40u, 4u, 32u, 33u, 4u}) {
+        pairs += pair(kInteger, std::string("wxyz0123456789abcdefghijklmnopqrstuvwxyz").substr(0, len), 1, 2);
+    }
+    const auto expect_held = [&page](const std::string &sent) {
+        const std::string msg = message(1, "", sent);
+        avlist *list = nullptr;
+        ASSERT_EQ(aaa_avpair_unpack_msg_create(&list, page.place(msg), static_cast<uint32_t>(msg.size())),
+                  AAA_OK);
+        const ListPtr owner(list);
+        EXPECT_EQ(buffers_of(list), as_held(sent));
+    };
+    for (std::size_t size = 0; size <= pairs.size(); size++) {
+        SCOPED_TRACE(size);
+        expect_held(pairs.substr(0, size));
+        expect_held(pairs.substr(pairs.size() - pairs.size() / 4 * 4 + size / 4 * 4));
+        for (const uint32_t lie : {1u, 4u, 12u, 31u, 47u, 200u, 0x80000000u, 0xfffffffcu, 0xffffffffu}) {
+            if (size >= 16) {
+                std::string lying = pairs.substr(0, size);
+                lying.replace(size / 2 / 4 * 4, 4, be32(lie));
+                expect_held(lying);
+                expect_held(lying.replace(8, 4, be32(lie)));
+            }
+        }
     }
 }
 

@@ -178,6 +178,65 @@ INSTANTIATE_TEST_SUITE_P(, LongListSearch,
                          testing::Values(mixed, numbers, empty_values, long_values, deceiving,
                                          leading_astray));
 
+// Where no pair can be guessed: one value covers a quarter, half or three
+// quarters of the list, or its whole end.
+TEST(LongList, IsFoundAroundALongValue) {
+    for (const std::size_t size : {1100u, 1600u, 2700u}) {
+        for (const std::size_t before : {0u, 10u, 50u, 100u, 200u}) {
+            ListPtr list = make_list();
+            for (std::size_t i = 0; i < before; i++) {
+                add(list, 1, "abcd");
+            }
+            add(list, 2, std::string(size, '\xff'));
+            for (std::size_t i = before; i<200; i += size> 2000 ? 1 : 5) {
+                add(list, 1, "abcd");
+            }
+            add(list, 3, std::string(before == 200 ? size : 0, '\xff'));
+            list = received(std::move(list));
+            SCOPED_TRACE(std::to_string(size) + " bytes behind " + std::to_string(before));
+            expect_same_answers(list.get());
+        }
+    }
+}
+
+// The last value is full of heads that are none, so the walk over them goes on
+// while the one before is over; and they end anywhere.
+TEST(LongList, IsNotLedOutByHeadsInItsLastValue) {
+    for (std::size_t cut = 0; cut < 64; cut += 4) {
+        ListPtr list = make_list();
+        for (int i = 0; i < 256; i++) {
+            add(list, 1, "");
+        }
+        for (int i = 0; i < 32; i++) {
+            add(list, 1, std::string(i < 16 ? 112 : 0, 'x'));
+        }
+        std::string heads;
+        for (int i = 0; i < 160; i++) {
+            heads += head(kTypes, 0);
+        }
+        add(list, 2, heads.substr(0, heads.size() - cut));
+        list = received(std::move(list));
+        SCOPED_TRACE(cut);
+        expect_same_answers(list.get());
+    }
+}
+
+// A length that leads out of the list ends it.
+TEST(LongList, EndsWithALengthThatLeadsOut) {
+    for (const uint32_t lie : {5u, 400u, 0x01000000u, 0xffffffffu}) {
+        ListPtr list = make_list();
+        for (int i = 0; i < 100; i++) {
+            add(list, 1, "four");
+        }
+        list = received(std::move(list));
+        auto *const last = reinterpret_cast<avpair_t *>(list->avpair_last_buf->hdr.free_mem - 20);
+        last->av_len = lie;
+        EXPECT_EQ(value_by_lookup(list.get(), kAbsent, 0), nullptr) << lie;
+        EXPECT_EQ(value_by_lookup(list.get(), 1, 99), last + 1) << lie;
+        EXPECT_EQ(value_by_lookup(list.get(), 1, 100), nullptr) << lie;
+    }
+}
+
 // Update and deletion go through the same search.
 TEST(LongList, UpdatesAndDeletesTheFirstOccurrence) {
     ListPtr list = make_list();

@@ -182,6 +182,19 @@ TEST(AvpairFree, IgnoresANullListWithoutATrace) {
     EXPECT_EQ(fake::traces(), std::vector<fake::Trace>{});
 }
 
+// Freeing wipes what a buffer holds. It goes by the blocks, not by an end that
+// somebody has overwritten.
+TEST(AvpairFree, WipesNoMoreThanABufferWhoseEndIsBroken) {
+    for (const std::ptrdiff_t offset : {-4, 0, 28, 516, 1 << 30}) {
+        const ListPtr list = make_list();
+        ASSERT_EQ(add(list.get(), kName, "v"), AAA_OK);
+        avpair_buffer_t *const buf = list->avpair_last_buf;
+        buf->hdr.free_mem = reinterpret_cast<unsigned char *>(buf) + offset;
+        aaa_avpair_clear(list.get());
+        EXPECT_SOUND(list.get());
+    }
+}
+
 TEST(AvpairFree, TracesTheAddressWhenAsked) {
     avlist *list = nullptr;
     ASSERT_EQ(aaa_avpair_create_list("name", &list), AAA_OK);

@@ -314,6 +314,26 @@ TEST(AvpairDelete, TracesNothing) {
     EXPECT_EQ(fake::traces(), std::vector<fake::Trace>{});
 }
 
+// A length that leads out of the buffer, as a list from a damaged message may
+// have it: nothing behind the pairs is wiped, and no pair is left that is none.
+TEST(AvpairDelete, StaysInsideWhenALengthLeadsOut) {
+#ifdef AAA_VERIFY_LISTS
+    GTEST_SKIP() << "stops at the wrong length";
+#endif
+    for (const uint32_t lie : {5u, 400u, 0x7fffffffu, 0xffffffffu}) {
+        const ListPtr list = list_of(3);
+        avpair_buffer_t *const buf = list->avpair_first_buf;
+        std::memset(buf->hdr.free_mem, '!', 100);
+        auto *const last = reinterpret_cast<avpair_t *>(buf->hdr.free_mem - 20);
+        last->av_len = lie;
+        const std::string behind(reinterpret_cast<char *>(buf->hdr.free_mem), 100);
+        ASSERT_EQ(erase(list.get(), 3), AAA_OK) << lie;
+        EXPECT_SOUND(list.get());
+        EXPECT_EQ(types_of(list.get()), (Types{1, 2}));
+        EXPECT_EQ(std::string(reinterpret_cast<char *>(last) + 20, 100), behind);
+    }
+}
+
 // ---- Deletion from an unpacked list: its count is in message order -----------------
 
 TEST(AvpairDeleteUnpacked, EndsEmptyWithACountOfZero) {
