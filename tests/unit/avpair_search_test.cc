@@ -221,6 +221,38 @@ TEST(LongList, IsNotLedOutByHeadsInItsLastValue) {
     }
 }
 
+// The walk over such heads arrives first, wherever the last of them is cut.
+TEST(LongList, IsNotLedOutByACutHead) {
+    for (std::size_t cut = 0; cut < 64; cut += 4) {
+        ListPtr list = make_list();
+        for (int i = 0; i < 380; i++) {
+            add(list, 1, "");
+        }
+        std::string heads;
+        for (int i = 0; i < 34; i++) {
+            heads += head(kTypes, 48) + std::string(48, 'x');
+        }
+        add(list, 2, heads.substr(0, heads.size() - cut));
+        list = received(std::move(list));
+        SCOPED_TRACE(cut);
+        expect_same_answers(list.get());
+    }
+}
+
+// Three heads in a row make a pair likely, but here the third one is cut.
+TEST(LongList, GuessesNoPairFromACutHead) {
+    for (const std::size_t rest : {4u, 8u, 12u}) {
+        ListPtr list = make_list();
+        for (int i = 0; i < 50; i++) {
+            add(list, 1, "");
+        }
+        add(list, 2, std::string(300, '\xff') + head(3, 0) + head(3, 0) + head(3, 0).substr(0, rest));
+        list = received(std::move(list));
+        SCOPED_TRACE(rest);
+        expect_same_answers(list.get());
+    }
+}
+
 // A length that leads out of the list ends it.
 TEST(LongList, EndsWithALengthThatLeadsOut) {
     for (const uint32_t lie : {5u, 400u, 0x01000000u, 0xffffffffu}) {
