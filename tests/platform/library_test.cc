@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 
 #include "aaa/alloc.h"
 #include "aaa/avpair.h"
@@ -115,6 +117,26 @@ TEST(Library, TracesListsWhileTheirFlagIsOn) {
     aaa_platform_debug_set(AAA_DBG_MALLOC, 1);
     EXPECT_EQ("", trace_of_a_list(handle));
     aaa_platform_debug_set(AAA_DBG_MALLOC, 0);
+    ASSERT_EQ(0, dlclose(handle));
+}
+
+// Flags are switched by an operator while other threads are at work on lists.
+TEST(Library, MayBeToldToTraceWhileListsAreUsed) {
+    void *handle = dlopen(AAAUTIL_PATH, RTLD_LAZY | RTLD_LOCAL);
+    ASSERT_NE(nullptr, handle) << dlerror();
+    std::atomic<bool> done{false};
+    std::thread switching([&done] {
+        for (int on = 1; !done.load(); on = 1 - on) {
+            aaa_platform_debug_set(AAA_DBG_AVLIST, on);
+        }
+        aaa_platform_debug_set(AAA_DBG_AVLIST, 0);
+    });
+    for (int i = 0; i < 100; i++) {
+        EXPECT_GE(2u, count_of(trace_of_a_list(handle), "]: Adding attr "));
+    }
+    done.store(true);
+    switching.join();
+    EXPECT_EQ("", trace_of_a_list(handle));
     ASSERT_EQ(0, dlclose(handle));
 }
 
