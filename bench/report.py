@@ -33,7 +33,7 @@ NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 def verdict(ratio, target):
     if target is None:
         return "| "
-    return f"{target:.2f} | {'met' if round(ratio, 2) <= target else '**missed**'}"
+    return f"{target:.2f} | {'met' if ratio <= target else '**missed**'}"
 
 
 def list_table(measured, unit, targets):

@@ -5,7 +5,7 @@
 // directly and so pays for no call per pair.
 //
 //     for (avpair_t &pair : LivePairs(list)) { ... }          every live pair, in order
-//     avpair_t *pair = find_first(list, AAA_TTYNAME_ATTR);         first pair of a type, or null
+//     avpair_t *pair = find_first(list, AAA_TTYNAME_ATTR);     first pair of a type, or null
 //     avpair_t *pair = find_first(list, AAA_CMD_ATTR, 2);      third pair of a type, or null
 //     unsigned char *bytes = aaa_get_avpair_value_ptr(pair);   its value, pair->av_len bytes
 //
@@ -16,7 +16,8 @@
 //
 // A walk ends a buffer at the first position at or behind free_mem, not just
 // at free_mem itself: the lengths of a list that was packed are in network
-// order, and stepping over free_mem must not lead out of the buffer.
+// order, and stepping over free_mem must not lead on through memory. Only a
+// head that free_mem cuts is read whole, which no list has that may be walked.
 #pragma once
 
 #include <cstddef>
