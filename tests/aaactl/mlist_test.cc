@@ -127,6 +127,19 @@ TEST_F(Lists, ADamagedNumberOfAGroupIsToldWithTheRest) {
               "value does not fit its type");
 }
 
+TEST_F(Lists, NamesThatNoGroupCanHaveHideNoOtherList) {
+    put("/cfg/gl/aaa/authentication/login/default", "tuple", R"(10,10,10,2,"","a/b","\x1b","")");
+    put("/cfg/gl/aaa/group-server/radius/a/b", "u32", "1");
+    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "local"}).status, 0);
+    const auto run = aaactl({"mlist", "show"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out,
+              "FUNCTION        SERVICE  NAME     METHODS\n"
+              "authentication  login    default  group: (no such group), group:a/b (no such group), "
+              "group:\\x1b (no such group), local\n"
+              "accounting      exec     default  local\n");
+}
+
 TEST_F(Lists, ADamagedListIsReplaced) {
     ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "local"}).status, 0);
     damage(dir(), "/cfg/gl/aaa/accounting/exec/default", SYSDB_TYPE_TUPLE, "TP\x01");

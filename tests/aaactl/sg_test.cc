@@ -139,8 +139,8 @@ TEST_F(Groups, RefusesNamesAndServersThatAreNone) {
          {"", "a/b", "a\tb", "gr\xc3\xbc", "fifty characters fifty characters fifty characters!"}) {
         EXPECT_EQ(aaactl({"sg", "add", "radius", name}).status, 2) << name;
     }
-    for (const char *server : {"", ",1", "::1,", "::1,0", "::1,65536", "::1,x", "::1,1,2,3", "::1,-1",
-                               "::1/64", "h", "192.0.2", "192.0.2.1 "}) {
+    for (const char *server : {"", ",1", "::1,", "::1,0", "::1,65535", "::1,65536", "::1,x", "::1,1,2,3",
+                               "::1,-1", "::1/64", "h", "192.0.2", "192.0.2.1 "}) {
         EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", server}).status, 2) << server;
     }
     EXPECT_EQ(aaactl({"sg", "add", "tacacs", "corp", "::1,1,2"}).status, 2);
@@ -174,6 +174,30 @@ TEST_F(Groups, DeletesServersAndGroups) {
     EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp"}).status, 4);
     EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out.find("corp"), std::string::npos);
     EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/"}).out.find("corp"), std::string::npos);
+}
+
+TEST_F(Groups, WhatIsNoServerIsShownAsSuchAndCanBeDeleted) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    put("/cfg/gl/aaa/group-server/radius/corp/server/0x2/192.0.2.21,1812x", "u32", "1");
+    put("/cfg/gl/aaa/group-server/radius/corp/server/three/192.0.2.22,1,2", "u32", "1");
+    EXPECT_EQ(aaactl({"sg", "list"}).out,
+              "PROTOCOL  NAME  NUMBER  SERVERS\n"
+              "radius    corp  1001    192.0.2.20,1812,1813 192.0.2.21 (not usable: \"1812x\" is no port) "
+              "three (not usable: \"three/\" is no ordinal of a server)\n");
+    const auto servers = aaactl({"sg", "list", "--json"}).json()["groups"][0]["servers"];
+    EXPECT_FALSE(servers[0].contains("defect"));
+    EXPECT_EQ(servers[1]["defect"], "\"1812x\" is no port");
+    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp", "192.0.2.21,1812x", "three"}).status, 0);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/"}).out,
+              "aaactl-dump 1 /cfg/\n"
+              "/cfg/gl/aaa/group-server/radius/corp/server/0x1/192.0.2.20,1812,1813 u32 1\n");
+}
+
+TEST_F(Groups, DeletesServersAsTheyAreListed) {
+    ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "::1,4949", "::2"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "delete", "tacacs", "archive", "::1,4949"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "list"}).out,
+              "PROTOCOL  NAME     NUMBER  SERVERS\ntacacs    archive  3001    ::2\n");
 }
 
 TEST_F(Groups, DeletionThatEndedHalfWayIsFinishedByTheNext) {

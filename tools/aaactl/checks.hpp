@@ -4,24 +4,14 @@
 
 #pragma once
 
-#include "aaa_config.hpp"
 #include "findings.hpp"
+#include "method_lists.hpp"
 
 namespace aaactl {
 
-// The number that clients get for a group's name, as the library looks it up.
-struct GroupNumber {
-    cerrno rc = 0;
-    uint32_t number = 0;
-    uint32_t protocol = 0;
-};
-GroupNumber group_number(const std::string &name);
-
-bool is_sound(const Server &server);
-
 // Whether anybody can answer: a group that exists, has a number and servers; for other methods, that there is
 // such a method, and servers where it needs some.
-bool method_works(Database &database, const Slot &slot);
+bool method_works(Database &database, const Method &method);
 
 // A list by itself; its groups are looked at only as far as they exist.
 void check_list(Database &database, const MethodList &list, Findings &findings);

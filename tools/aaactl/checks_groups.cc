@@ -2,7 +2,6 @@
 //
 // Server groups and servers.
 
-#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -28,14 +27,6 @@ bool is_keyword(const std::string &name) {
     return false;
 }
 
-std::string server_text(const Server &server) {
-    std::string text = escaped(server.host);
-    for (const uint32_t port : server.ports) {
-        text += "," + std::to_string(port);
-    }
-    return text;
-}
-
 void check_name(const Group &group, Findings &findings) {
     if (is_keyword(group.name)) {
         findings.push_back({Severity::error, "reserved-name", group.path,
@@ -51,7 +42,7 @@ void check_way_back(const Group &group, uint32_t number, Findings &findings) {
     }
     const Text name(aaa_util_lookup_sg_name(number));
     if (!name || group.name != name.get()) {
-        findings.push_back({Severity::error, "contradicting-number", std::string(kGroupMaps),
+        findings.push_back({Severity::error, "contradicting-number", kGroupMaps,
                             "the name \"" + escaped(group.name) + "\" leads to the number " +
                                 std::to_string(number) + ", and that to " +
                                 (name ? "\"" + escaped(name.get()) + "\"" : std::string("no name")),
@@ -59,25 +50,27 @@ void check_way_back(const Group &group, uint32_t number, Findings &findings) {
     }
 }
 
+// What clients get for the name, as the library looks it up.
 void check_number(const Group &group, bool used, Findings &findings) {
-    const GroupNumber found = group_number(group.name);
+    uint32_t number = 0;
+    uint32_t protocol = 0;
+    const cerrno rc = aaa_util_lookup_sg_index_and_get_type(group.name.c_str(), &number, &protocol);
     const Severity severity = used ? Severity::error : Severity::warning;
-    if (found.rc == SYSDB_ERR_NOT_FOUND) {
+    if (rc == SYSDB_ERR_NOT_FOUND) {
         findings.push_back({severity, "unnumbered-group", group.path,
                             "no number is published for it: clients cannot read lists that name it",
                             "start the AAA server, which publishes the numbers, or aaactl sg add"});
-    } else if (found.rc != AAA_OK) {
+    } else if (rc != AAA_OK) {
         findings.push_back({Severity::error, "unreadable-number", group.path,
-                            std::string("its number: ") + escaped(cerr_strerror(found.rc)),
+                            std::string("its number: ") + escaped(cerr_strerror(rc)),
                             "delete the group and create it anew: aaactl sg delete, aaactl sg add"});
-    } else if (found.protocol != group.protocol.number) {
+    } else if (protocol != group.protocol.number) {
         findings.push_back({Severity::error, "ambiguous-group", group.path,
                             "the name leads to the group of " +
-                                std::string(aaa_util_get_sg_defined_name(found.protocol)) +
-                                " with the same name",
+                                std::string(aaa_util_get_sg_defined_name(protocol)) + " with the same name",
                             "give one of the groups another name"});
     } else {
-        check_way_back(group, found.number, findings);
+        check_way_back(group, number, findings);
     }
 }
 
@@ -111,7 +104,7 @@ void check_servers(const std::vector<Server> &servers, Findings &findings) {
 void check_group(const Group &group, bool used, Findings &findings) {
     check_name(group, findings);
     check_servers(group.servers, findings);
-    if (std::none_of(group.servers.begin(), group.servers.end(), is_sound)) {
+    if (!any_sound(group.servers)) {
         findings.push_back({used ? Severity::error : Severity::warning, "empty-group", group.path,
                             "it has no server", "configure a server in it, or delete the group"});
     }

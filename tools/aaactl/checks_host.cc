@@ -157,9 +157,9 @@ void check_items(Database &database, Findings &findings) {
                                 "that is refused, dump the tree and load it: aaactl sysdb load --replace"});
         }
     };
-    database.walk(std::string(kConfigRoot), visit, unreadable);
+    database.walk(kConfigRoot, visit, unreadable);
     database.walk(
-        std::string(kGroupMaps), [](const std::string &, const Item &) {}, unreadable);
+        kGroupMaps, [](const std::string &, const Item &) {}, unreadable);
 }
 
 }  // namespace aaactl

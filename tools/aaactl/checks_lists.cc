@@ -12,11 +12,8 @@
 namespace aaactl {
 namespace {
 
-constexpr size_t kAccountingIntegers = 3;
-
-bool is_remote(uint32_t method) {
-    return method == AAA_METHOD_SERVER_GROUP || method == AAA_METHOD_RADIUS ||
-           method == AAA_METHOD_TACACSPLUS;
+bool is_remote(const Method &method) {
+    return method.is_group() || protocol_of_method(method.number) != nullptr;
 }
 
 // What an operator can write into a list; the other numbers are the service's own.
@@ -38,25 +35,9 @@ bool is_configurable(uint32_t method) {
     }
 }
 
-bool any_sound(const std::vector<Server> &servers) {
-    return std::any_of(servers.begin(), servers.end(), is_sound);
-}
-
-const Protocol &protocol_of(uint32_t method) {
-    return method == AAA_METHOD_RADIUS ? kProtocols[0] : kProtocols[1];
-}
-
-bool group_works(Database &database, const std::string &name) {
-    const GroupNumber number = group_number(name);
-    const auto groups = find_groups(database, name);
-    return number.rc == AAA_OK && std::any_of(groups.begin(), groups.end(), [&](const Group &group) {
-               return group.protocol.number == number.protocol && any_sound(group.servers);
-           });
-}
-
-std::string slot_text(const Slot &slot) {
-    return slot.method == AAA_METHOD_SERVER_GROUP ? "server group \"" + escaped(slot.group) + "\""
-                                                  : "\"" + method_word(slot.method) + "\"";
+std::string method_text(const Method &method) {
+    return method.is_group() ? "server group \"" + escaped(method.group) + "\""
+                             : "\"" + method_word(method.number) + "\"";
 }
 
 const char *what_fails(const MethodList &list) {
@@ -70,7 +51,8 @@ class ListCheck {
 
     void run() {
         if (!list_.defect.empty()) {
-            error("malformed-list", list_.defect, "write it anew: aaactl mlist set");
+            error("malformed-list", "it does not hold four methods and four names: " + list_.defect,
+                  "write it anew: aaactl mlist set");
             return;
         }
         leading();
@@ -88,10 +70,10 @@ class ListCheck {
 
   private:
     void error(const char *code, const std::string &text, const std::string &remedy) {
-        findings_.push_back({Severity::error, code, list_.path, text, remedy});
+        findings_.push_back({Severity::error, code, list_.path(), text, remedy});
     }
     void warning(const char *code, const std::string &text, const std::string &remedy) {
-        findings_.push_back({Severity::warning, code, list_.path, text, remedy});
+        findings_.push_back({Severity::warning, code, list_.path(), text, remedy});
     }
 
     // Whoever checks the deletion of a group expects them and gives up on a list without.
@@ -105,52 +87,55 @@ class ListCheck {
         }
     }
     void hidden() {
-        for (size_t i = methods_.size() + 1; i < list_.slots.size(); ++i) {
-            if (list_.slots[i].method != AAA_METHOD_NOTSET) {
+        for (size_t i = methods_.size() + 1; i < list_.places.size(); ++i) {
+            if (list_.places[i].number != AAA_METHOD_NOTSET) {
                 warning("hidden-method",
-                        slot_text(list_.slots[i]) + " stands behind an empty place and is never asked",
+                        method_text(list_.places[i]) + " stands behind an empty place and is never asked",
                         "close the gap: aaactl mlist set");
             }
         }
     }
     void method(size_t i) {
-        const Slot &slot = methods_[i];
-        if (slot.method == AAA_METHOD_SERVER_GROUP) {
-            group(slot);
-        } else if (!is_configurable(slot.method)) {
-            error(
-                "unknown-method",
-                "step " + std::to_string(i + 1) + ": " + method_word(slot.method) + " is no method of a list",
-                "replace it: aaactl mlist set");
-        } else if (is_remote(slot.method) && !method_works(database_, slot)) {
-            findings_.push_back(
-                {Severity::error, "no-servers", protocol_servers_path(protocol_of(slot.method)),
-                 slot_text(slot) + " of " + escaped(list_.path) + " asks the servers here, and there is none",
-                 "configure a server, or take the method out of the list"});
+        const Method &method = methods_[i];
+        if (method.is_group()) {
+            group(method);
+        } else if (!is_configurable(method.number)) {
+            error("unknown-method",
+                  "step " + std::to_string(i + 1) + ": " + method_word(method.number) +
+                      " is no method of a list",
+                  "replace it: aaactl mlist set");
+        } else if (is_remote(method) && !method_works(database_, method)) {
+            findings_.push_back({Severity::error, "no-servers",
+                                 protocol_servers_path(*protocol_of_method(method.number)),
+                                 method_text(method) + " of " + escaped(list_.path()) +
+                                     " asks the servers here, and there is none",
+                                 "configure a server, or take the method out of the list"});
         }
         none(i);
-        const auto same = [&](const Slot &other) {
-            return other.method == slot.method && other.group == slot.group;
+        const auto same = [&](const Method &other) {
+            return other.number == method.number && other.group == method.group;
         };
         if (std::any_of(methods_.begin(), methods_.begin() + static_cast<ptrdiff_t>(i), same)) {
-            warning("repeated-method", slot_text(slot) + " is asked twice", "name it once: aaactl mlist set");
+            warning("repeated-method", method_text(method) + " is asked twice",
+                    "name it once: aaactl mlist set");
         }
     }
-    void group(const Slot &slot) {
-        if (slot.group.empty()) {
+    void group(const Method &method) {
+        if (method.group.empty()) {
             error("dangling-group", "a server group without a name", "name the group: aaactl mlist set");
-        } else if (find_groups(database_, slot.group).empty()) {
-            error("dangling-group", slot_text(slot) + " does not exist: clients cannot read this list at all",
+        } else if (method.configured() == nullptr) {
+            error("dangling-group",
+                  method_text(method) + " does not exist: clients cannot read this list at all",
                   "create the group, or take it out of the list: aaactl mlist set");
         }
     }
     void none(size_t i) {
-        if (methods_[i].method != AAA_METHOD_NONE) {
+        if (methods_[i].number != AAA_METHOD_NONE) {
             return;
         }
         if (i + 1 < methods_.size()) {
             warning("unreachable-method",
-                    slot_text(methods_[i + 1]) + " comes behind \"none\", which never passes a request on",
+                    method_text(methods_[i + 1]) + " comes behind \"none\", which never passes a request on",
                     "take out what stands behind \"none\": aaactl mlist set");
         }
         if (i > 0 && list_.function == "authentication") {
@@ -160,12 +145,11 @@ class ListCheck {
     }
     void end() {
         if (std::none_of(methods_.begin(), methods_.end(),
-                         [&](const Slot &slot) { return method_works(database_, slot); })) {
+                         [&](const Method &method) { return method_works(database_, method); })) {
             error("ends-in-nothing", "none of its methods can work: " + std::string(what_fails(list_)),
                   "mend what is said about its methods, or add one that needs no server");
         } else if (list_.function != "accounting" &&
-                   std::all_of(methods_.begin(), methods_.end(),
-                               [](const Slot &slot) { return is_remote(slot.method); })) {
+                   std::all_of(methods_.begin(), methods_.end(), is_remote)) {
             warning("no-fallback",
                     "all of its methods need servers: when none answers, every request is refused",
                     "end the list with a method of this router, such as \"local\": aaactl mlist set");
@@ -175,27 +159,19 @@ class ListCheck {
     Database &database_;
     const MethodList &list_;
     Findings &findings_;
-    std::vector<Slot> methods_;
+    std::span<const Method> methods_;
 };
 
 }  // namespace
 
-GroupNumber group_number(const std::string &name) {
-    GroupNumber found;
-    found.rc = aaa_util_lookup_sg_index_and_get_type(name.c_str(), &found.number, &found.protocol);
-    return found;
-}
-
-bool is_sound(const Server &server) {
-    return server.defect.empty();
-}
-
-bool method_works(Database &database, const Slot &slot) {
-    if (slot.method == AAA_METHOD_SERVER_GROUP) {
-        return group_works(database, slot.group);
+bool method_works(Database &database, const Method &method) {
+    if (method.is_group()) {
+        const Group *group = method.configured();
+        return group != nullptr && group->number && any_sound(group->servers);
     }
-    return is_configurable(slot.method) &&
-           (!is_remote(slot.method) || any_sound(protocol_servers(database, protocol_of(slot.method))));
+    const Protocol *protocol = protocol_of_method(method.number);
+    return is_configurable(method.number) &&
+           (protocol == nullptr || any_sound(protocol_servers(database, *protocol)));
 }
 
 void check_list(Database &database, const MethodList &list, Findings &findings) {

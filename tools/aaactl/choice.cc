@@ -10,7 +10,7 @@
 #include "aaa/method_lists.h"
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
-#include "aaa_config.hpp"
+#include "method_lists.hpp"
 #include "names.hpp"
 #include "output.hpp"
 #include "platform/control.h"

@@ -210,6 +210,11 @@ std::optional<std::vector<Entry>> Database::list(const std::string &directory, s
     return entries;
 }
 
+std::vector<Entry> Database::entries(const std::string &directory) {
+    std::string fault;
+    return list(directory, fault).value_or(std::vector<Entry>{});
+}
+
 void Database::walk(const std::string &directory,
                     const std::function<void(const std::string &, const Item &)> &visit,
                     const std::function<void(const Unreadable &)> &unreadable) {

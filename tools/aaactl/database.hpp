@@ -21,6 +21,7 @@ struct Entry {
     uint32_t type;
 
     bool is_directory() const { return type == SYSDB_TYPE_DIRECTORY; }
+    std::string bare_name() const { return name.substr(0, name.size() - (name.ends_with('/') ? 1 : 0)); }
 };
 
 // What is stored and yet cannot be read.
@@ -54,6 +55,8 @@ class Database {
     // One level in listing order; no such directory: nullopt. "/" has the two trees.
     std::optional<std::vector<Entry>> list(const std::string &directory);
     std::optional<std::vector<Entry>> list(const std::string &directory, std::string &fault);
+    // The same, of no entries where there is no such directory, or only one that no path can name.
+    std::vector<Entry> entries(const std::string &directory);
     // Every item below a directory, depth first in listing order, with its absolute path. A directory that
     // was made by hand and is empty is visited as an item of that type, with '/' at its end. What cannot be
     // read is given to `unreadable`; without one it is a Failure.

@@ -42,7 +42,7 @@ struct ClientView {
 };
 
 ClientView client_view(const MethodList &list) {
-    std::string path = list.path.substr(kConfigRoot.size());
+    std::string path = list.path().substr(sizeof kConfigRoot - 1);
     uint32_t *words = nullptr;
     ClientView view;
     view.rc = lookup_methods(path.data(), &words);
@@ -54,9 +54,7 @@ ClientView client_view(const MethodList &list) {
 }
 
 struct Step {
-    Slot slot;
-    std::optional<Group> group;  // the one that clients get
-    GroupNumber number;
+    Method method;
     std::vector<Server> servers;
     bool works = false;  // somebody can answer
 };
@@ -79,18 +77,13 @@ struct Explanation {
 
 // ---- gathering
 
-Step make_step(Database &database, const Slot &slot) {
-    Step step{slot, std::nullopt, {}, {}, method_works(database, slot)};
-    if (slot.method == AAA_METHOD_SERVER_GROUP) {
-        step.number = group_number(slot.group);
-        for (Group &group : find_groups(database, slot.group)) {
-            const bool got =
-                step.number.rc == AAA_OK ? group.protocol.number == step.number.protocol : !step.group;
-            step.group = got ? std::optional(group) : step.group;
-        }
-        step.servers = step.group ? step.group->servers : std::vector<Server>{};
-    } else if (slot.method == AAA_METHOD_RADIUS || slot.method == AAA_METHOD_TACACSPLUS) {
-        step.servers = protocol_servers(database, kProtocols[slot.method == AAA_METHOD_RADIUS ? 0 : 1]);
+Step make_step(Database &database, const Method &method) {
+    Step step{method, {}, method_works(database, method)};
+    const Protocol *protocol = protocol_of_method(method.number);
+    if (method.configured() != nullptr) {
+        step.servers = method.resolved->servers;
+    } else if (protocol != nullptr) {
+        step.servers = protocol_servers(database, *protocol);
     }
     return step;
 }
@@ -112,27 +105,28 @@ void look_for_faults(Database &database, Explanation &e) {
         check_list(database, e.list, e.findings);
     } else if (e.exists() && e.client.methods.empty()) {
         e.findings.push_back(
-            {Severity::error, "empty-list", e.list.path,
+            {Severity::error, "empty-list", e.list.path(),
              "the list is not configured, and the one that the library supplies has no method",
              "create it: aaactl mlist set"});
     }
     std::set<std::string> seen;
     for (const Step &step : e.steps) {
-        if (step.group && seen.insert(step.group->path).second) {
-            check_group(*step.group, true, e.findings);
-        } else if (!step.group) {
+        const Group *group = step.method.configured();
+        if (group != nullptr && seen.insert(group->path).second) {
+            check_group(*group, true, e.findings);
+        } else if (group == nullptr) {
             check_servers(step.servers, e.findings);
         }
     }
     if (e.suits != AAA_OK) {
-        e.findings.push_back({Severity::error, "unsuitable-list", e.list.path,
+        e.findings.push_back({Severity::error, "unsuitable-list", e.list.path(),
                               "it holds the method \"line\", and requests for the service " +
                                   service_name(*e.service.service) +
                                   " have no line whose password could be asked for: the library refuses it",
                               "name a list without that method"});
     }
     if (e.configured && e.client.rc != AAA_OK && count(e.findings, Severity::error) == 0) {
-        e.findings.push_back({Severity::error, "unreadable-list", e.list.path,
+        e.findings.push_back({Severity::error, "unreadable-list", e.list.path(),
                               "clients get: " + escaped(cerr_strerror(e.client.rc)),
                               "look at the database: aaactl sysdb get"});
     }
@@ -141,7 +135,7 @@ void look_for_faults(Database &database, Explanation &e) {
 // What the library supplies for a default list that is not there, in the form of one that is.
 MethodList supplied_list(MethodList list, const ClientView &client) {
     for (const uint32_t method : client.methods) {
-        list.slots.push_back({method, ""});
+        list.places.push_back({method, {}, {}});
     }
     return list;
 }
@@ -158,20 +152,14 @@ Explanation gather(Database &database, const ExplainOptions &options) {
     }
     const auto found = find_list(database, options.function, e.service.word, e.choice.list);
     e.configured = found.has_value();
-    e.list = found.value_or(MethodList{options.function,
-                                       e.service.word,
-                                       e.choice.list,
-                                       list_path(options.function, e.service.word, e.choice.list),
-                                       {},
-                                       {},
-                                       {}});
+    e.list = found.value_or(MethodList{options.function, e.service.word, e.choice.list, {}, {}, {}});
     e.client = client_view(e.list);
     if (!e.configured) {
         e.list = supplied_list(std::move(e.list), e.client);
     }
     e.suits = suitability(e);
-    for (const Slot &slot : e.list.methods()) {
-        e.steps.push_back(make_step(database, slot));
+    for (const Method &method : e.list.methods()) {
+        e.steps.push_back(make_step(database, method));
     }
     e.others = list_names(database, options.function, e.service.word);
     look_for_faults(database, e);
@@ -181,19 +169,22 @@ Explanation gather(Database &database, const ExplainOptions &options) {
 // ---- words
 
 std::string step_word(const Step &step) {
-    return step.slot.method == AAA_METHOD_SERVER_GROUP ? "server group " + escaped(step.slot.group)
-                                                       : method_word(step.slot.method);
+    return step.method.is_group() ? "server group " + escaped(step.method.group)
+                                  : method_word(step.method.number);
+}
+
+std::string group_meaning(const Method &method) {
+    const auto number = method.group_number();
+    const bool known = number || method.configured() != nullptr;
+    return std::string(known ? method.resolved->protocol.word : "not configured") +
+           (number ? ", number " + std::to_string(*number) : ", no number");
 }
 
 std::string step_meaning(const Explanation &e, const Step &step) {
     const bool accounting = e.service.function == AAA_FUNC_ACCT;
-    switch (step.slot.method) {
+    switch (step.method.number) {
         case AAA_METHOD_SERVER_GROUP:
-            return step.number.rc == AAA_OK
-                       ? std::string(aaa_util_get_sg_defined_name(step.number.protocol)) + ", number " +
-                             std::to_string(step.number.number)
-                       : std::string(step.group ? step.group->protocol.word : "not configured") +
-                             ", no number";
+            return group_meaning(step.method);
         case AAA_METHOD_NONE:
             return accounting ? "nothing is recorded, and that counts as done"
                               : "nobody is asked: every request is accepted";
@@ -220,7 +211,7 @@ std::string step_meaning(const Explanation &e, const Step &step) {
 
 // A method that asks nobody cannot refuse and is never silent.
 bool always_answers(const Step &step) {
-    return step.slot.method == AAA_METHOD_NONE;
+    return step.method.number == AAA_METHOD_NONE;
 }
 
 std::string on_refusal(const Explanation &e) {
@@ -236,7 +227,7 @@ std::string on_silence(const Explanation &e, size_t i) {
                                                : "no step is left: the request is refused";
 }
 
-std::string server_text(const Server &server) {
+std::string server_words(const Server &server) {
     std::string text = escaped(server.host);
     for (size_t i = 0; i < server.ports.size(); ++i) {
         text += (i == 0 ? (server.ports.size() > 1 ? "  ports " : "  port ") : ", ") +
@@ -269,12 +260,15 @@ Json servers_json(const std::vector<Server> &servers) {
 
 Json step_json(const Explanation &e, size_t i) {
     const Step &step = e.steps[i];
-    Json document = {{"step", i + 1}, {"method", step.slot.method}, {"name", method_word(step.slot.method)}};
-    if (step.slot.method == AAA_METHOD_SERVER_GROUP) {
+    Json document = {
+        {"step", i + 1}, {"method", step.method.number}, {"name", method_word(step.method.number)}};
+    if (step.method.is_group()) {
+        const Group *group = step.method.configured();
+        const auto number = step.method.group_number();
         document["name"] = "server group";
-        document["group"] = {{"name", escaped(step.slot.group)},
-                             {"protocol", step.group ? Json(step.group->protocol.word) : Json()},
-                             {"number", step.number.rc == AAA_OK ? Json(step.number.number) : Json()}};
+        document["group"] = {{"name", escaped(step.method.group)},
+                             {"protocol", group != nullptr ? Json(group->protocol.word) : Json()},
+                             {"number", number ? Json(*number) : Json()}};
     }
     document["servers"] = servers_json(step.servers);
     document["works"] = step.works;
@@ -298,7 +292,7 @@ Json to_json(const Explanation &e) {
                        {"number", e.service.service ? Json(*e.service.service) : Json()}}}};
     document["line"] = e.line.empty() ? Json() : Json{{"name", escaped(e.line)}, {"kind", line_kind(e.line)}};
     document["list"] = {{"name", escaped(e.choice.list)},
-                        {"path", escaped(e.list.path)},
+                        {"path", escaped(e.list.path())},
                         {"chosen_by", chosen_by(e.choice.by)},
                         {"why", e.choice.why},
                         {"row", e.choice.rule.empty() ? Json() : Json(escaped(e.choice.rule))},
@@ -324,7 +318,7 @@ void print_step(Output &out, const Explanation &e, size_t i) {
     out.line(out.styled(Style::strong, std::to_string(i + 1) + ". " + step_word(step)) + "  (" +
              step_meaning(e, step) + ")");
     for (const Server &server : step.servers) {
-        out.line("     " + std::to_string(server.index) + "  " + server_text(server));
+        out.line("     " + std::to_string(server.index) + "  " + server_words(server));
     }
     if (always_answers(step)) {
         return;
@@ -344,7 +338,7 @@ void print_head(Output &out, const Explanation &e) {
                              : " on line " + escaped(e.line) +
                                    (line_kind(e.line).empty() ? "" : " (" + line_kind(e.line) + ")")));
     out.line("list:  " + out.styled(Style::strong, escaped(e.choice.list)) + ", because " + e.choice.why);
-    out.line("path:  " + escaped(e.list.path) +
+    out.line("path:  " + escaped(e.list.path()) +
              (e.configured || !e.exists() ? "" : " (not configured; the library supplies the list)"));
 }
 

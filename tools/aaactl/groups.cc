@@ -2,144 +2,154 @@
 
 #include "groups.hpp"
 
+#include <arpa/inet.h>
+#include <algorithm>
 #include <charconv>
-#include <nlohmann/json.hpp>
 #include <set>
 
-#include "aaa/method_lists.h"
-#include "aaa/server_groups.h"
-
-namespace aaactl::configured {
+namespace aaactl {
 namespace {
 
-constexpr std::string_view kServerDirectories[] = {"server/", "server-private/"};
-
-std::string without_slash(const std::string &name) {
-    return name.ends_with('/') ? name.substr(0, name.size() - 1) : name;
+// All of the text as a number, hexadecimal after "0x".
+std::optional<uint32_t> number_in(std::string_view text) {
+    const bool hexadecimal = text.starts_with("0x");
+    const std::string_view digits = hexadecimal ? text.substr(2) : text;
+    uint32_t number = 0;
+    const char *end = digits.data() + digits.size();
+    const auto [stop, error] = std::from_chars(digits.data(), end, number, hexadecimal ? 16 : 10);
+    return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
 }
 
-// "0x14/", the index of a list of servers; whatever else stands there is none.
-std::optional<uint32_t> index_of(const std::string &name) {
-    uint32_t index = 0;
-    const char *end = name.data() + name.size() - (name.ends_with('/') ? 1 : 0);
-    if (!name.starts_with("0x")) {
-        return std::nullopt;
-    }
-    const auto [stop, error] = std::from_chars(name.data() + 2, end, index, 16);
-    return error == std::errc() && stop == end ? std::optional(index) : std::nullopt;
-}
-
-void read_servers(Database &database, const std::string &directory, bool is_private,
-                  std::vector<GroupServer> &servers) {
-    for (const Entry &level : database.list(directory).value_or(std::vector<Entry>{})) {
-        const auto index = index_of(level.name);
-        if (!index || !level.is_directory()) {
-            continue;
-        }
-        for (const Entry &entry : database.list(directory + level.name).value_or(std::vector<Entry>{})) {
-            servers.push_back({*index, entry.name, is_private});
+// "HOST", "HOST,PORT" or "HOST,PORT,PORT"; ports of other protocols than RADIUS are hexadecimal.
+void read_entry(Server &server, size_t most_ports) {
+    std::string_view rest = server.entry;
+    server.host = std::string(rest.substr(0, rest.find(',')));
+    while (rest.find(',') != std::string_view::npos && server.defect.empty()) {
+        rest.remove_prefix(rest.find(',') + 1);
+        const std::string_view word = rest.substr(0, rest.find(','));
+        const auto port = number_in(word);
+        if (!port || *port > 65535) {
+            server.defect = "\"" + escaped(word) + "\" is no port";
+        } else {
+            server.ports.push_back(*port);
         }
     }
+    if (server.defect.empty() && server.ports.size() > most_ports) {
+        server.defect = "it has more than " + std::to_string(most_ports) + " port(s)";
+    }
+    if (server.defect.empty() && !is_address(server.host)) {
+        server.defect = "\"" + escaped(server.host) + "\" is no address";
+    }
 }
 
-std::set<std::string> names_in(Database &database, const std::string &directory) {
-    std::set<std::string> names;
-    for (const Entry &entry : database.list(directory).value_or(std::vector<Entry>{})) {
-        names.insert(without_slash(entry.name));
+// Below an ordinal "0x1/" stands one server, as an item or as a directory.
+void read_ordinal(Database &database, const std::string &directory, const Entry &ordinal,
+                  const Protocol &protocol, bool is_private, std::vector<Server> &servers) {
+    const std::string name = ordinal.bare_name();
+    const auto index = name.starts_with("0x") ? number_in(name) : std::nullopt;
+    const std::string path = directory + ordinal.name;
+    if (!index || !ordinal.is_directory()) {
+        const std::string defect = "\"" + escaped(ordinal.name) + "\" is no ordinal of a server";
+        servers.push_back({path, 0, name, is_private, name, {}, defect});
+        return;
     }
-    return names;
+    for (const Entry &entry : database.entries(path)) {
+        Server server{path + entry.name, *index, entry.bare_name(), is_private, {}, {}, {}};
+        read_entry(server, protocol.is_radius() ? 2 : 1);
+        servers.push_back(std::move(server));
+    }
 }
 
-// The fields of "host,1812,1813" or, of a directory, "host,0x31/".
-std::vector<std::string> fields_of(const std::string &entry) {
-    std::vector<std::string> fields;
-    const std::string text = without_slash(entry);
-    for (size_t at = 0; at <= text.size();) {
-        const size_t comma = std::min(text.find(',', at), text.size());
-        fields.push_back(text.substr(at, comma - at));
-        at = comma + 1;
+void read_servers(Database &database, const std::string &directory, const Protocol &protocol, bool is_private,
+                  std::vector<Server> &servers) {
+    for (const Entry &ordinal : database.entries(directory)) {
+        read_ordinal(database, directory, ordinal, protocol, is_private, servers);
     }
-    return fields;
+}
+
+std::string groups_path(const Protocol &protocol) {
+    return std::string(kGroupConfig) + protocol.word + "/";
+}
+
+std::string numbers_path(const Protocol &protocol) {
+    return std::string(kGroupMaps) + "sg_name_map/" + protocol.word + "/";
+}
+
+// Whether a path can lead to the group, which else neither exists nor can.
+bool read_configured(Database &database, Group &group) {
+    std::string fault;
+    const bool is_directory = database.list(group.path, fault).has_value();
+    if (!fault.empty() || group.name.find('/') != std::string::npos) {
+        return false;
+    }
+    const std::string item = group.path.substr(0, group.path.size() - 1);
+    group.configured = is_directory || database.find(item, fault).has_value() || !fault.empty();
+    return true;
+}
+
+void read_number(Database &database, Group &group) {
+    const auto item = database.find(number_path(group), group.number_defect);
+    if (item && item->type == SYSDB_TYPE_U32) {
+        group.number = number_of(*item);
+    } else if (item) {
+        group.number_defect = "it is of type " + type_name(item->type) + ", not a u32";
+    }
+}
+
+bool is_published(const Group &group) {
+    return group.number || !group.number_defect.empty();
 }
 
 }  // namespace
 
-std::string protocol_name(uint32_t protocol) {
-    const char *name = aaa_util_get_sg_defined_name(protocol);
-    return name != nullptr ? name : "protocol " + std::to_string(protocol);
+bool is_sound(const Server &server) {
+    return server.defect.empty();
 }
 
-const std::vector<std::string> &protocol_names() {
-    static const std::vector<std::string> names = [] {
-        std::vector<std::string> all;
-        for (const uint32_t protocol : kProtocols) {
-            all.push_back(protocol_name(protocol));
-        }
-        return all;
-    }();
-    return names;
+bool any_sound(const std::vector<Server> &servers) {
+    return std::any_of(servers.begin(), servers.end(), is_sound);
 }
 
-uint32_t protocol_number(std::string_view name) {
-    for (const uint32_t protocol : kProtocols) {
-        if (protocol_name(protocol) == name) {
-            return protocol;
-        }
+std::string server_text(const Server &server) {
+    std::string text = escaped(server.host);
+    for (const uint32_t port : server.ports) {
+        text += "," + std::to_string(port);
     }
-    throw Failure(ExitCode::usage, "\"" + escaped(name) + "\" is no protocol: radius, tacacs or diameter");
+    return text;
 }
 
-std::string GroupServer::host() const {
-    return fields_of(entry).front();
+bool is_address(const std::string &host) {
+    unsigned char bytes[16];
+    return inet_pton(AF_INET, host.c_str(), bytes) == 1 || inet_pton(AF_INET6, host.c_str(), bytes) == 1;
 }
 
-std::vector<uint32_t> GroupServer::ports() const {
-    std::vector<uint32_t> ports;
-    const std::vector<std::string> fields = fields_of(entry);
-    for (size_t i = 1; i < fields.size(); ++i) {
-        const bool is_hex = fields[i].starts_with("0x");
-        uint32_t port = 0;
-        std::from_chars(fields[i].data() + (is_hex ? 2 : 0), fields[i].data() + fields[i].size(), port,
-                        is_hex ? 16 : 10);
-        ports.push_back(port);
-    }
-    return ports;
+std::string group_path(const Protocol &protocol, const std::string &name) {
+    return groups_path(protocol) + name + "/";
 }
 
-std::string number_path(uint32_t protocol, const std::string &name) {
-    return std::string(kGroupMaps) + "sg_name_map/" + protocol_name(protocol) + "/" + name;
+std::string number_path(const Group &group) {
+    return numbers_path(group.protocol) + group.name;
 }
 
-std::string group_directory(uint32_t protocol, const std::string &name) {
-    return kGroupConfig + protocol_name(protocol) + "/" + name + "/";
-}
-
-std::optional<Group> read_group(Database &database, uint32_t protocol, const std::string &name) {
-    Group group{protocol, name, false, std::nullopt, {}, {}};
-    const std::string directory = group_directory(protocol, name);
-    std::string fault;
-    group.configured = database.list(directory).has_value() ||
-                       database.find(without_slash(directory), fault).has_value() || !fault.empty();
-    const auto item = database.find(number_path(protocol, name), group.fault);
-    if (item && item->type == SYSDB_TYPE_U32) {
-        group.number = number_of(*item);
-    } else if (item) {
-        group.fault = "it is of type " + type_name(item->type) + ", not a u32";
-    }
-    if (!group.configured && !item && group.fault.empty()) {
+std::optional<Group> read_group(Database &database, const Protocol &protocol, const std::string &name) {
+    Group group{protocol, name, group_path(protocol, name), false, {}, {}, {}};
+    if (!read_configured(database, group)) {
         return std::nullopt;
     }
-    for (const std::string_view part : kServerDirectories) {
-        read_servers(database, directory + std::string(part), part != kServerDirectories[0], group.servers);
+    read_number(database, group);
+    if (!group.configured && !is_published(group)) {
+        return std::nullopt;
     }
+    read_servers(database, group.path + "server/", protocol, false, group.servers);
+    read_servers(database, group.path + "server-private/", protocol, true, group.servers);
     return group;
 }
 
 std::optional<Group> resolve_group(Database &database, const std::string &name) {
     std::optional<Group> configured;
-    for (const uint32_t protocol : kProtocols) {
+    for (const Protocol &protocol : kProtocols) {
         auto group = read_group(database, protocol, name);
-        if (group && (group->number || !group->fault.empty())) {
+        if (group && is_published(*group)) {
             return group;  // a number that cannot be read ends the clients' search too
         }
         if (group && !configured) {
@@ -149,9 +159,13 @@ std::optional<Group> resolve_group(Database &database, const std::string &name) 
     return configured;
 }
 
-std::vector<Group> read_groups(Database &database, uint32_t protocol) {
-    std::set<std::string> names = names_in(database, kGroupConfig + protocol_name(protocol) + "/");
-    names.merge(names_in(database, std::string(kGroupMaps) + "sg_name_map/" + protocol_name(protocol) + "/"));
+std::vector<Group> read_groups(Database &database, const Protocol &protocol) {
+    std::set<std::string> names;
+    for (const std::string &directory : {groups_path(protocol), numbers_path(protocol)}) {
+        for (const Entry &entry : database.entries(directory)) {
+            names.insert(entry.bare_name());
+        }
+    }
     std::vector<Group> groups;
     for (const std::string &name : names) {
         if (auto group = read_group(database, protocol, name)) {
@@ -161,30 +175,14 @@ std::vector<Group> read_groups(Database &database, uint32_t protocol) {
     return groups;
 }
 
-Json group_json(const Group &group) {
-    Json document = {{"protocol", protocol_name(group.protocol)},
-                     {"name", escaped(group.name)},
-                     {"number", group.number ? Json(*group.number) : Json()},
-                     {"configured", group.configured},
-                     {"servers", Json::array()}};
-    for (const GroupServer &server : group.servers) {
-        document["servers"].push_back({{"index", server.index},
-                                       {"address", escaped(server.host())},
-                                       {"ports", server.ports()},
-                                       {"private", server.is_private}});
-    }
-    if (!group.fault.empty()) {
-        document["fault"] = group.fault;
-    }
-    return document;
+std::string protocol_servers_path(const Protocol &protocol) {
+    return kConfigRoot + std::string(protocol.word) + "/host/";
 }
 
-std::string server_text(const GroupServer &server) {
-    std::string text = escaped(server.host());
-    for (const uint32_t port : server.ports()) {
-        text += "," + std::to_string(port);
-    }
-    return text + (server.is_private ? " (private)" : "");
+std::vector<Server> protocol_servers(Database &database, const Protocol &protocol) {
+    std::vector<Server> servers;
+    read_servers(database, protocol_servers_path(protocol), protocol, false, servers);
+    return servers;
 }
 
 void check_group_name(const std::string &name) {
@@ -196,4 +194,4 @@ void check_group_name(const std::string &name) {
     }
 }
 
-}  // namespace aaactl::configured
+}  // namespace aaactl

@@ -19,18 +19,10 @@ struct LintOptions {
     bool strict = false;
 };
 
-std::vector<std::string> function_words() {
-    std::vector<std::string> words;
-    for (uint32_t function = AAA_FUNC_AUTHEN; function <= AAA_FUNC_AUTHOR_NACM; ++function) {
-        words.emplace_back(aaa_function_to_string(function));
-    }
-    return words;
-}
-
 class Lint {
   public:
     Findings run() {
-        for (const std::string &function : function_words()) {
+        for (const std::string &function : list_functions()) {
             for (const std::string &service : service_words(database_, function)) {
                 lists(function, service);
             }
@@ -47,7 +39,7 @@ class Lint {
     }
 
     size_t lists() const { return lists_; }
-    size_t groups_seen() const { return groups_; }
+    size_t groups_seen() const { return groups_.size(); }
 
   private:
     void lists(const std::string &function, const std::string &service) {
@@ -57,8 +49,8 @@ class Lint {
                 ++lists_;
                 check_list(database_, *list, findings_);
                 list_name(*list);
-                for (const Slot &slot : list->methods()) {
-                    used_.insert(slot.group);
+                for (const Method &method : list->methods()) {
+                    used_.insert(method.group);
                 }
             }
         }
@@ -70,7 +62,7 @@ class Lint {
     void list_name(const MethodList &list) {
         std::string name = list.name;
         if (aaa_is_name_valid(name.data()) == 0) {
-            findings_.push_back({Severity::warning, "invalid-name", list.path,
+            findings_.push_back({Severity::warning, "invalid-name", list.path(),
                                  "the list's name holds more than printable ASCII", "give it another name"});
         }
     }
@@ -91,34 +83,30 @@ class Lint {
     }
 
     void groups() {
-        for (const Group &group : all_groups(database_)) {
-            ++groups_;
-            configured_.insert(group.protocol.word + std::string("/") + group.name);
+        for (const Protocol &protocol : kProtocols) {
+            for (Group &group : read_groups(database_, protocol)) {
+                (group.configured ? groups_ : stale_).push_back(std::move(group));
+            }
+        }
+        for (const Group &group : groups_) {
             check_group(group, used_.contains(group.name), findings_);
         }
     }
 
-    // Numbers of groups that are not configured any more.
     void stale_numbers() {
-        for (const Protocol &protocol : kProtocols) {
-            const std::string map = std::string(kGroupMaps) + "sg_name_map/" + protocol.word + "/";
-            for (const Entry &entry : database_.list(map).value_or(std::vector<Entry>{})) {
-                if (!entry.is_directory() &&
-                    !configured_.contains(protocol.word + std::string("/") + entry.name)) {
-                    findings_.push_back({Severity::warning, "stale-number", map + entry.name,
-                                         "a number is published for a group that is not configured",
-                                         "take it back: aaactl sg delete"});
-                }
-            }
+        for (const Group &group : stale_) {
+            findings_.push_back({Severity::warning, "stale-number", number_path(group),
+                                 "a number is published for a group that is not configured",
+                                 "take it back: aaactl sg delete"});
         }
     }
 
     Database database_;
     Findings findings_;
-    std::set<std::string> used_;        // groups that lists name
-    std::set<std::string> configured_;  // "PROTOCOL/NAME"
+    std::set<std::string> used_;  // groups that lists name
+    std::vector<Group> groups_;
+    std::vector<Group> stale_;  // published, and not configured any more
     size_t lists_ = 0;
-    size_t groups_ = 0;
 };
 
 std::string plural(size_t number, const std::string &noun) {

@@ -2,44 +2,102 @@
 
 #include "method_lists.hpp"
 
-#include "aaa/names.h"
+#include <algorithm>
 
-namespace aaactl::configured {
+namespace aaactl {
 namespace {
 
-constexpr size_t kNameSize = SYSDB_NAME_SIZE;
-constexpr size_t kAccountingFields = 3;
-constexpr const char *kFunctions[] = {"authentication", "authorization", "accounting", "authorization_nacm"};
-
-struct Stored {
-    int32_t methods[kMaxMethods];
-    char names[kMaxMethods][kNameSize];
-};
-
-void decode(const Item &item, MethodList &list) {
-    Stored stored{};
-    if (item.type != SYSDB_TYPE_TUPLE ||
-        tuple_unpack_mask(item.bytes.data(), "%d%d%d%d%s%s%s%s", &stored.methods[0], &stored.methods[1],
-                          &stored.methods[2], &stored.methods[3], stored.names[0], stored.names[1],
-                          stored.names[2], stored.names[3]) != 0) {
-        list.fault =
-            item.type == SYSDB_TYPE_TUPLE ? "tuple of another form" : "item of type " + type_name(item.type);
-        return;
+// Any number of integers from four on, of which the last four are the methods, then four names.
+bool read_fields(MethodList &list, const std::vector<TupleField> &fields) {
+    const auto is_name = [](const TupleField &field) { return field.is_name; };
+    const auto first_name = std::find_if(fields.begin(), fields.end(), is_name);
+    if (first_name - fields.begin() < static_cast<ptrdiff_t>(kMaxMethods) ||
+        fields.end() - first_name != static_cast<ptrdiff_t>(kMaxMethods) ||
+        !std::all_of(first_name, fields.end(), is_name)) {
+        return false;
     }
-    for (size_t i = 0; i < kMaxMethods && stored.methods[i] != AAA_METHOD_NOTSET; ++i) {
-        const auto number = static_cast<uint32_t>(stored.methods[i]);
-        list.methods.push_back(
-            {number, number == AAA_METHOD_SERVER_GROUP ? stored.names[i] : "", std::nullopt});
+    const auto first_method = first_name - kMaxMethods;
+    std::transform(fields.begin(), first_method, std::back_inserter(list.leading),
+                   [](const TupleField &field) { return field.number; });
+    std::transform(first_method, first_name, first_name, std::back_inserter(list.places),
+                   [](const TupleField &number, const TupleField &name) {
+                       Method method{static_cast<uint32_t>(number.number), {}, {}};
+                       method.group = method.is_group() ? name.name : "";
+                       return method;
+                   });
+    return true;
+}
+
+void read_item(MethodList &list, const Item &item) {
+    if (item.type != SYSDB_TYPE_TUPLE) {
+        list.defect = "item of type " + type_name(item.type);
+    } else if (!read_fields(list, tuple_fields(item))) {
+        list.defect = "tuple of another form";
     }
 }
 
-MethodList read_list(Database &database, const std::string &function, const std::string &service,
-                     const std::string &name) {
-    MethodList list{function, service, name, {}, ""};
-    if (const auto item = database.find(method_list_path(list), list.fault)) {
-        decode(*item, list);
+// The bare names of one level's directories, or of its items.
+std::vector<std::string> names_at(Database &database, const std::string &directory, bool directories) {
+    std::vector<std::string> names;
+    for (const Entry &entry : database.entries(directory)) {
+        if (entry.is_directory() == directories) {
+            names.push_back(entry.bare_name());
+        }
     }
-    for (Method &method : list.methods) {
+    return names;
+}
+
+std::vector<int32_t> leading_integers(Database &database, const MethodList &list) {
+    if (list.function != "accounting") {
+        return {};
+    }
+    const auto before = find_list(database, list.function, list.service, list.name);
+    return before && before->leading.size() == kAccountingIntegers
+               ? before->leading
+               : std::vector<int32_t>(kAccountingIntegers);
+}
+
+}  // namespace
+
+std::string MethodList::path() const {
+    return list_path(function, service, name);
+}
+
+std::span<const Method> MethodList::methods() const {
+    const auto empty = [](const Method &method) { return method.number == AAA_METHOD_NOTSET; };
+    return {places.begin(), std::find_if(places.begin(), places.end(), empty)};
+}
+
+const std::vector<std::string> &list_functions() {
+    static const std::vector<std::string> functions{"authentication", "authorization", "accounting",
+                                                    "authorization_nacm"};
+    return functions;
+}
+
+std::string list_path(const std::string &function, const std::string &service, const std::string &name) {
+    return kConfigRoot + function + "/" + service + "/" + name;
+}
+
+std::vector<std::string> service_words(Database &database, const std::string &function) {
+    return names_at(database, kConfigRoot + function + "/", true);
+}
+
+std::vector<std::string> list_names(Database &database, const std::string &function,
+                                    const std::string &service) {
+    return names_at(database, list_path(function, service, ""), false);
+}
+
+std::optional<MethodList> find_list(Database &database, const std::string &function,
+                                    const std::string &service, const std::string &name) {
+    MethodList list{function, service, name, {}, {}, {}};
+    const auto item = database.find(list.path(), list.defect);
+    if (!item && list.defect.empty()) {
+        return std::nullopt;
+    }
+    if (item) {
+        read_item(list, *item);
+    }
+    for (Method &method : list.places) {
         if (method.is_group()) {
             method.resolved = resolve_group(database, method.group);
         }
@@ -47,74 +105,20 @@ MethodList read_list(Database &database, const std::string &function, const std:
     return list;
 }
 
-// Names of one level; items or directories only.
-std::vector<std::string> level(Database &database, const std::string &directory, bool directories,
-                               const std::string &only) {
-    std::vector<std::string> names;
-    for (const Entry &entry : database.list(directory).value_or(std::vector<Entry>{})) {
-        const std::string name =
-            entry.is_directory() ? entry.name.substr(0, entry.name.size() - 1) : entry.name;
-        if (entry.is_directory() == directories && (only.empty() || name == only)) {
-            names.push_back(name);
-        }
+void write_list(Database &database, const MethodList &list) {
+    std::vector<TupleField> fields;
+    for (const int32_t number : leading_integers(database, list)) {
+        fields.push_back({false, number, {}});
     }
-    return names;
+    std::vector<Method> places = list.places;
+    places.resize(kMaxMethods);
+    for (const Method &method : places) {
+        fields.push_back({false, static_cast<int32_t>(method.number), {}});
+    }
+    for (const Method &method : places) {
+        fields.push_back({true, 0, method.group});
+    }
+    database.set(list.path(), tuple_item(fields));
 }
 
-// The three integers that an accounting list has in front of its methods.
-std::vector<TupleField> leading_fields(Database &database, const MethodList &list) {
-    if (list.function != "accounting") {
-        return {};
-    }
-    std::vector<TupleField> fields(kAccountingFields);
-    std::string fault;
-    const auto before = database.find(method_list_path(list), fault);
-    if (before && before->type == SYSDB_TYPE_TUPLE) {
-        const std::vector<TupleField> stored = tuple_fields(*before);
-        if (stored.size() == kAccountingFields + 2 * kMaxMethods) {
-            fields.assign(stored.begin(), stored.begin() + kAccountingFields);
-        }
-    }
-    return fields;
-}
-
-}  // namespace
-
-bool Method::is_group() const {
-    return number == AAA_METHOD_SERVER_GROUP;
-}
-
-std::string method_list_path(const MethodList &list) {
-    return kListConfig + list.function + "/" + list.service + "/" + list.name;
-}
-
-std::vector<MethodList> read_method_lists(Database &database, const std::string &function,
-                                          const std::string &service, const std::string &name) {
-    std::vector<MethodList> lists;
-    for (const char *each : kFunctions) {
-        if (!function.empty() && function != each) {
-            continue;
-        }
-        const std::string directory = std::string(kListConfig) + each + "/";
-        for (const std::string &word : level(database, directory, true, service)) {
-            for (const std::string &list : level(database, directory + word + "/", false, name)) {
-                lists.push_back(read_list(database, each, word, list));
-            }
-        }
-    }
-    return lists;
-}
-
-void write_method_list(Database &database, const MethodList &list) {
-    std::vector<TupleField> fields = leading_fields(database, list);
-    for (size_t i = 0; i < kMaxMethods; ++i) {
-        fields.push_back(
-            {false, i < list.methods.size() ? static_cast<int32_t>(list.methods[i].number) : 0, ""});
-    }
-    for (size_t i = 0; i < kMaxMethods; ++i) {
-        fields.push_back({true, 0, i < list.methods.size() ? list.methods[i].group : ""});
-    }
-    database.set(method_list_path(list), tuple_item(fields));
-}
-
-}  // namespace aaactl::configured
+}  // namespace aaactl

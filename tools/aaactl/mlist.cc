@@ -8,14 +8,10 @@
 
 #include "aaa/names.h"
 #include "commands.hpp"
-#include "groups.hpp"
 #include "method_lists.hpp"
 #include "names.hpp"
 
 namespace aaactl {
-
-using namespace configured;
-
 namespace {
 
 struct ListOptions {
@@ -26,13 +22,10 @@ struct ListOptions {
     bool force = false;
 };
 
-const std::vector<std::string> kFunctions{"authentication", "authorization", "accounting",
-                                          "authorization_nacm"};
-
 void add_place(CLI::App *sub, ListOptions &options, bool required) {
     sub->add_option("FUNCTION", options.function,
                     "authentication, authorization, accounting or authorization_nacm")
-        ->check(CLI::IsMember(kFunctions))
+        ->check(CLI::IsMember(list_functions()))
         ->required(required);
     sub->add_option("SERVICE", options.service, "login, exec, commands, ppp, ...")->required(required);
     sub->add_option("NAME", options.name, "The list's name; \"default\" is the default list")
@@ -46,11 +39,10 @@ Json method_json(const Method &method) {
                      {"name", method.is_group() ? "group" : method_word(method.number)}};
     if (method.is_group()) {
         document["group"] = escaped(method.group);
-        document["protocol"] = method.resolved ? Json(protocol_name(method.resolved->protocol)) : Json();
-        document["number"] =
-            method.resolved && method.resolved->number ? Json(*method.resolved->number) : Json();
-        if (method.resolved && !method.resolved->fault.empty()) {
-            document["fault"] = method.resolved->fault;
+        document["protocol"] = method.resolved ? Json(method.resolved->protocol.word) : Json();
+        document["number"] = method.group_number() ? Json(*method.group_number()) : Json();
+        if (method.resolved && !method.resolved->number_defect.empty()) {
+            document["fault"] = method.resolved->number_defect;
         }
     }
     return document;
@@ -64,31 +56,32 @@ std::string method_text(const Output &out, const Method &method) {
     if (!method.resolved) {
         return word + " " + out.styled(Style::bad, "(no such group)");
     }
-    if (!method.resolved->fault.empty()) {
-        return word + " " + out.styled(Style::bad, "(" + method.resolved->fault + ")");
+    if (!method.resolved->number_defect.empty()) {
+        return word + " " + out.styled(Style::bad, "(" + method.resolved->number_defect + ")");
     }
     const std::string number =
         method.resolved->number ? std::to_string(*method.resolved->number) : "not published";
     return word + " " +
-           out.styled(Style::dim, "(" + protocol_name(method.resolved->protocol) + ", " + number + ")");
+           out.styled(Style::dim, "(" + std::string(method.resolved->protocol.word) + ", " + number + ")");
 }
 
 Json list_json(const MethodList &list) {
     Json document = {{"function", escaped(list.function)},
                      {"service", escaped(list.service)},
                      {"name", escaped(list.name)}};
-    if (!list.fault.empty()) {
-        document["fault"] = list.fault;
+    if (!list.defect.empty()) {
+        document["fault"] = list.defect;
     }
     document["methods"] = Json::array();
-    std::transform(list.methods.begin(), list.methods.end(), std::back_inserter(document["methods"]),
-                   method_json);
+    for (const Method &method : list.methods()) {
+        document["methods"].push_back(method_json(method));
+    }
     return document;
 }
 
 std::string methods_text(const Output &out, const MethodList &list) {
-    std::string text = out.styled(Style::bad, list.fault);
-    for (const Method &method : list.methods) {
+    std::string text = out.styled(Style::bad, list.defect);
+    for (const Method &method : list.methods()) {
         text += (text.empty() ? "" : ", ") + method_text(out, method);
     }
     return text;
@@ -96,24 +89,43 @@ std::string methods_text(const Output &out, const MethodList &list) {
 
 // Says what is stored and is no method list, or no number of a group.
 bool note_faults(Output &out, const MethodList &list) {
-    bool found = !list.fault.empty();
+    bool found = !list.defect.empty();
     if (found) {
-        out.note("aaactl: " + escaped(method_list_path(list)) + ": " + list.fault);
+        out.note("aaactl: " + escaped(list.path()) + ": " + list.defect);
     }
-    for (const Method &method : list.methods) {
-        if (method.resolved && !method.resolved->fault.empty()) {
-            out.note("aaactl: " + escaped(number_path(method.resolved->protocol, method.group)) + ": " +
-                     method.resolved->fault);
+    for (const Method &method : list.methods()) {
+        if (method.resolved && !method.resolved->number_defect.empty()) {
+            out.note("aaactl: " + escaped(number_path(*method.resolved)) + ": " +
+                     method.resolved->number_defect);
             found = true;
         }
     }
     return found;
 }
 
+// The words that an option leaves: that one, or all where it names none.
+std::vector<std::string> only(const std::string &option, std::vector<std::string> words) {
+    std::erase_if(words, [&](const std::string &word) { return !option.empty() && word != option; });
+    return words;
+}
+
+std::vector<MethodList> read_lists(Database &database, const ListOptions &options) {
+    std::vector<MethodList> lists;
+    for (const std::string &function : only(options.function, list_functions())) {
+        for (const std::string &service : only(options.service, service_words(database, function))) {
+            for (const std::string &name : only(options.name, list_names(database, function, service))) {
+                if (auto list = find_list(database, function, service, name)) {
+                    lists.push_back(*std::move(list));
+                }
+            }
+        }
+    }
+    return lists;
+}
+
 ExitCode show(Output &out, const ListOptions &options) {
     Database database;
-    const std::vector<MethodList> lists =
-        read_method_lists(database, options.function, options.service, options.name);
+    const std::vector<MethodList> lists = read_lists(database, options);
     if (lists.empty() && !options.function.empty()) {
         throw Failure(
             ExitCode::not_found,
@@ -188,13 +200,13 @@ void check_place(const ListOptions &options) {
 ExitCode set(Output &out, const ListOptions &options) {
     check_place(options);
     Database database;
-    MethodList list{options.function, options.service, options.name, {}, ""};
+    MethodList list{options.function, options.service, options.name, {}, {}, {}};
     for (const std::string &word : options.methods) {
-        list.methods.push_back(parse_method(word));
-        resolve(database, list.methods.back(), options.force);
+        list.places.push_back(parse_method(word));
+        resolve(database, list.places.back(), options.force);
     }
-    write_method_list(database, list);
-    out.result(list_json(list), [&] { out.line(method_list_path(list) + ": " + methods_text(out, list)); });
+    write_list(database, list);
+    out.result(list_json(list), [&] { out.line(list.path() + ": " + methods_text(out, list)); });
     return ExitCode::ok;
 }
 
@@ -216,7 +228,7 @@ void add_set(Program &program, CLI::App *mlist) {
 ExitCode del(Output &out, const ListOptions &options) {
     check_place(options);
     Database database;
-    const std::string path = method_list_path({options.function, options.service, options.name, {}, ""});
+    const std::string path = list_path(options.function, options.service, options.name);
     if (!database.remove(path)) {
         throw database_failure(path, SYSDB_ERR_NOT_FOUND);
     }

@@ -5,8 +5,6 @@
 // reason: verify first, then the maps of names and numbers, then the servers'
 // own list of indexes.
 
-#include <arpa/inet.h>
-
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -19,9 +17,6 @@
 #include "sysdb_apply.hpp"
 
 namespace aaactl {
-
-using namespace configured;
-
 namespace {
 
 struct GroupOptions {
@@ -34,7 +29,7 @@ struct GroupOptions {
 void add_protocol(CLI::App *sub, GroupOptions &options) {
     sub->add_option("PROTOCOL", options.protocol, "radius, tacacs or diameter")
         ->required()
-        ->check(CLI::IsMember(protocol_names()));
+        ->check(CLI::IsMember(protocol_words()));
     sub->add_option("NAME", options.name, "The group's name")->required();
 }
 
@@ -42,17 +37,39 @@ void add_protocol(CLI::App *sub, GroupOptions &options) {
 
 std::string servers_text(const Group &group) {
     std::string text;
-    for (const GroupServer &server : group.servers) {
-        text += (text.empty() ? "" : " ") + server_text(server);
+    for (const Server &server : group.servers) {
+        text += (text.empty() ? "" : " ") + server_text(server) + (server.is_private ? " (private)" : "") +
+                (is_sound(server) ? "" : " (not usable: " + server.defect + ")");
     }
     return text;
+}
+
+Json group_json(const Group &group) {
+    Json document = {{"protocol", group.protocol.word},
+                     {"name", escaped(group.name)},
+                     {"number", group.number ? Json(*group.number) : Json()},
+                     {"configured", group.configured},
+                     {"servers", Json::array()}};
+    for (const Server &server : group.servers) {
+        document["servers"].push_back({{"index", server.index},
+                                       {"address", escaped(server.host)},
+                                       {"ports", server.ports},
+                                       {"private", server.is_private}});
+        if (!is_sound(server)) {
+            document["servers"].back()["defect"] = server.defect;
+        }
+    }
+    if (!group.number_defect.empty()) {
+        document["fault"] = group.number_defect;
+    }
+    return document;
 }
 
 std::string state_text(const Output &out, const Group &group) {
     std::string text =
         group.configured ? servers_text(group) : out.styled(Style::bad, "(published, not configured)");
-    if (!group.fault.empty()) {
-        text += (text.empty() ? "" : " ") + out.styled(Style::bad, "(number: " + group.fault + ")");
+    if (!group.number_defect.empty()) {
+        text += (text.empty() ? "" : " ") + out.styled(Style::bad, "(number: " + group.number_defect + ")");
     }
     return text;
 }
@@ -62,8 +79,8 @@ ExitCode list(Output &out, const GroupOptions &options) {
     Json document = {{"groups", Json::array()}};
     std::vector<std::vector<std::string>> rows;
     std::vector<std::string> faults;
-    for (const uint32_t protocol : kProtocols) {
-        if (!options.protocol.empty() && protocol_name(protocol) != options.protocol) {
+    for (const Protocol &protocol : kProtocols) {
+        if (!options.protocol.empty() && protocol.word != options.protocol) {
             continue;
         }
         for (const Group &group : read_groups(database, protocol)) {
@@ -71,10 +88,10 @@ ExitCode list(Output &out, const GroupOptions &options) {
                 continue;
             }
             document["groups"].push_back(group_json(group));
-            rows.push_back({protocol_name(protocol), escaped(group.name),
+            rows.push_back({protocol.word, escaped(group.name),
                             group.number ? std::to_string(*group.number) : "-", state_text(out, group)});
-            if (!group.fault.empty()) {
-                faults.push_back(escaped(number_path(protocol, group.name)) + ": " + group.fault);
+            if (!group.number_defect.empty()) {
+                faults.push_back(escaped(number_path(group)) + ": " + group.number_defect);
             }
         }
     }
@@ -94,12 +111,13 @@ void add_list(Program &program, CLI::App *sg) {
                                     [options](Output &out) { return list(out, *options); });
     sub->add_option("NAME", options->name, "Only the group of this name");
     sub->add_option("--protocol", options->protocol, "Only groups of radius, tacacs or diameter")
-        ->check(CLI::IsMember(protocol_names()));
+        ->check(CLI::IsMember(protocol_words()));
     sub->footer(
         "A group without a number (-) is not published yet: the AAA server does that, or \"sg add\". A "
         "number that\ncannot be read is told with the rest (exit status 3).\n"
-        "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, private}], "
-        "fault if\nthere is one}]}\n"
+        "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, "
+        "private}]}]}, "
+        "and\n\"fault\" or, of a server, \"defect\" where there is one\n"
         "Example: aaactl sg list --protocol radius");
 }
 
@@ -116,7 +134,7 @@ void verify(const GroupOptions &options, uint32_t operation) {
     char *reason = nullptr;
     uint32_t verdict = 0;
     const cerrno rc = aaa_util_svr_grp_verify(&event, &reason, &verdict, options.name.c_str(),
-                                              protocol_number(options.protocol));
+                                              protocol_named(options.protocol).number);
     const std::unique_ptr<char, FreeText> owner(reason);
     if (rc == AAA_OK && verdict == AAA_VERDICT_ACCEPTED) {
         return;
@@ -137,14 +155,6 @@ cerrno apply(Database &database, const GroupOptions &options, uint32_t operation
 
 // ---- add
 
-struct Server {
-    std::string host;
-    uint32_t port1;
-    uint32_t port2;
-    // Only in a directory's name is there a place for the port of a server that is not RADIUS.
-    bool as_directory;
-};
-
 uint32_t parse_port(const std::string &text, const std::string &server) {
     char *end = nullptr;
     const unsigned long port =
@@ -155,32 +165,30 @@ uint32_t parse_port(const std::string &text, const std::string &server) {
     return static_cast<uint32_t>(port);
 }
 
-// Clients look no names up.
-void check_host(const std::string &host) {
-    unsigned char address[16];
-    if (inet_pton(AF_INET, host.c_str(), address) != 1 && inet_pton(AF_INET6, host.c_str(), address) != 1) {
-        throw Failure(ExitCode::usage, "\"" + escaped(host) + "\" is no IPv4 or IPv6 address");
-    }
-}
-
-// HOST, HOST,PORT or, of RADIUS, HOST,AUTHENTICATION_PORT,ACCOUNTING_PORT.
-Server parse_server(const std::string &text, uint32_t protocol) {
-    const uint32_t usual = protocol == 1 ? 1812 : protocol == 2 ? 49 : 3868;
+// HOST, HOST,PORT or, of RADIUS, HOST,AUTHENTICATION_PORT,ACCOUNTING_PORT. A server of RADIUS has both ports
+// in the end, others one or none.
+Server parse_server(const std::string &text, const Protocol &protocol) {
     const size_t comma = std::min(text.find(','), text.size());
-    Server server{text.substr(0, comma), usual, protocol == 1 ? 1813u : 0u,
-                  protocol != 1 && comma != text.size()};
-    check_group_name(server.host);
-    check_host(server.host);
-    if (comma == text.size()) {
-        return server;
-    }
     const size_t second = std::min(text.find(',', comma + 1), text.size());
-    server.port1 = parse_port(text.substr(comma + 1, second - comma - 1), text);
-    if (second != text.size() && protocol != 1) {
-        throw Failure(ExitCode::usage, "\"" + escaped(text) + "\": a server of this protocol has one port");
+    Server server{};
+    server.host = text.substr(0, comma);
+    check_group_name(server.host);
+    if (!is_address(server.host)) {
+        throw Failure(ExitCode::usage, "\"" + escaped(server.host) + "\" is no IPv4 or IPv6 address");
     }
-    if (protocol == 1) {
-        server.port2 = second == text.size() ? server.port1 + 1 : parse_port(text.substr(second + 1), text);
+    if (comma != text.size()) {
+        server.ports.push_back(parse_port(text.substr(comma + 1, second - comma - 1), text));
+    }
+    if (second != text.size()) {
+        if (!protocol.is_radius()) {
+            throw Failure(ExitCode::usage,
+                          "\"" + escaped(text) + "\": a server of this protocol has one port");
+        }
+        server.ports.push_back(parse_port(text.substr(second + 1), text));
+    }
+    if (protocol.is_radius() && server.ports.size() < 2) {
+        const uint32_t first = server.ports.empty() ? 1812 : server.ports[0];
+        server.ports = {first, parse_port(std::to_string(first + 1), text)};
     }
     return server;
 }
@@ -191,17 +199,24 @@ std::string hexadecimal(uint32_t number) {
     return text;
 }
 
+// Only in a directory's name is there a place for the port of a server that is not RADIUS.
+bool is_directory(const Protocol &protocol, const Server &server) {
+    return !protocol.is_radius() && !server.ports.empty();
+}
+
 // The index that the library gives the server, or its reason against it.
-uint32_t next_index(const GroupOptions &options, uint32_t protocol, const Server &server) {
+uint32_t next_index(const GroupOptions &options, const Protocol &protocol, const Server &server) {
     uint32_t index = 0;
     const uint32_t is_private = options.is_private ? 1 : 0;
-    const cerrno rc =
-        protocol == 1
-            ? aaa_util_get_next_ord_index(options.name.c_str(), protocol, AAA_INDEX_ANY, &index,
-                                          server.host.c_str(), server.port1, server.port2, 0, is_private)
-            : aaa_util_get_next_tacacs_ord_index(options.name.c_str(), protocol, AAA_INDEX_ANY, &index,
-                                                 server.host.c_str(), server.port1, 0,
-                                                 server.as_directory ? 1 : 0, is_private);
+    const uint32_t usual = protocol.number == AAA_KW_TACACS ? 49 : 3868;
+    const cerrno rc = protocol.is_radius()
+                          ? aaa_util_get_next_ord_index(options.name.c_str(), protocol.number, AAA_INDEX_ANY,
+                                                        &index, server.host.c_str(), server.ports[0],
+                                                        server.ports[1], 0, is_private)
+                          : aaa_util_get_next_tacacs_ord_index(
+                                options.name.c_str(), protocol.number, AAA_INDEX_ANY, &index,
+                                server.host.c_str(), server.ports.empty() ? usual : server.ports[0], 0,
+                                is_directory(protocol, server) ? 1 : 0, is_private);
     if (rc != AAA_OK) {
         const bool is_refusal = rc == AAA_ERR_INDEX_IN_USE;
         throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),
@@ -210,45 +225,40 @@ uint32_t next_index(const GroupOptions &options, uint32_t protocol, const Server
     return index;
 }
 
-std::string server_entry(uint32_t protocol, const Server &server) {
-    if (protocol == 1) {
-        return server.host + "," + std::to_string(server.port1) + "," + std::to_string(server.port2);
-    }
-    return server.as_directory ? server.host + "," + hexadecimal(server.port1) + "/" : server.host;
+std::string server_entry(const Protocol &protocol, const Server &server) {
+    return is_directory(protocol, server) ? server.host + "," + hexadecimal(server.ports[0]) + "/"
+                                          : server_text(server);
 }
 
 // The library looks for the form that the server is to have; the other one is the same server all the same.
-void check_other_form(const std::optional<Group> &group, uint32_t protocol, const Server &server) {
-    for (const GroupServer &stored : group ? group->servers : std::vector<GroupServer>{}) {
-        if (protocol != 1 && stored.host() == server.host) {
+void check_other_form(const std::optional<Group> &group, const Protocol &protocol, const Server &server) {
+    for (const Server &stored : group ? group->servers : std::vector<Server>{}) {
+        if (!protocol.is_radius() && stored.host == server.host) {
             throw Failure(ExitCode::negative,
                           "server " + escaped(server.host) + ": refused: the group has it already");
         }
     }
 }
 
-std::string server_path(const GroupOptions &options, uint32_t protocol, uint32_t index,
-                        const std::string &entry) {
-    return group_directory(protocol, options.name) + (options.is_private ? "server-private/" : "server/") +
-           hexadecimal(index) + "/" + entry;
-}
-
 // One index after the other, as if each server had been stored before the next was asked for.
-Changes server_changes(const GroupOptions &options, uint32_t protocol, const std::optional<Group> &group) {
+Changes server_changes(const GroupOptions &options, const Protocol &protocol,
+                       const std::optional<Group> &group) {
     Changes changes;
     std::set<std::string> hosts;
     std::optional<uint32_t> next;
     for (const std::string &text : options.servers) {
         const Server server = parse_server(text, protocol);
         const std::string entry = server_entry(protocol, server);
-        if (!hosts.insert(protocol == 1 ? entry : server.host).second) {
+        if (!hosts.insert(protocol.is_radius() ? entry : server.host).second) {
             throw Failure(ExitCode::usage, "server " + escaped(text) + " stands there for the second time");
         }
         check_other_form(group, protocol, server);
         const uint32_t index = next_index(options, protocol, server);
         next = next ? *next + 1 : index;
-        const std::string path = server_path(options, protocol, *next, entry);
-        if (server.as_directory) {
+        const std::string path = group_path(protocol, options.name) +
+                                 (options.is_private ? "server-private/" : "server/") + hexadecimal(*next) +
+                                 "/" + entry;
+        if (is_directory(protocol, server)) {
             changes.set(path, {SYSDB_TYPE_DIRECTORY, {}});
         } else {
             changes.expect_absent(path);
@@ -256,7 +266,7 @@ Changes server_changes(const GroupOptions &options, uint32_t protocol, const std
         }
     }
     if (options.servers.empty()) {
-        changes.set(group_directory(protocol, options.name) + "server/", {SYSDB_TYPE_DIRECTORY, {}});
+        changes.set(group_path(protocol, options.name) + "server/", {SYSDB_TYPE_DIRECTORY, {}});
     }
     return changes;
 }
@@ -273,7 +283,7 @@ void configure(Database &database, const Changes &changes) {
 // work.
 ExitCode add(Output &out, const GroupOptions &options) {
     check_group_name(options.name);
-    const uint32_t protocol = protocol_number(options.protocol);
+    const Protocol &protocol = protocol_named(options.protocol);
     Database database;
     verify(options, AAA_CFG_OP_CREATE);
     const auto before = read_group(database, protocol, options.name);
@@ -320,15 +330,11 @@ Changes server_deletions(const GroupOptions &options, const Group &group) {
     Changes changes;
     for (const std::string &text : options.servers) {
         bool found = false;
-        for (const GroupServer &server : group.servers) {
-            if (text != server.host() && text != server.entry && text + "/" != server.entry) {
-                continue;
+        for (const Server &server : group.servers) {
+            if (text == server.host || text == server.entry || text == server_text(server)) {
+                server.path.ends_with('/') ? changes.prune(server.path) : changes.erase(server.path);
+                found = true;
             }
-            GroupOptions place = options;
-            place.is_private = server.is_private;
-            const std::string path = server_path(place, group.protocol, server.index, server.entry);
-            server.entry.ends_with('/') ? changes.prune(path) : changes.erase(path);
-            found = true;
         }
         if (!found) {
             throw Failure(ExitCode::not_found,
@@ -336,16 +342,16 @@ Changes server_deletions(const GroupOptions &options, const Group &group) {
         }
     }
     // Without servers the group goes on existing.
-    changes.set(group_directory(group.protocol, group.name) + "server/", {SYSDB_TYPE_DIRECTORY, {}});
+    changes.set(group.path + "server/", {SYSDB_TYPE_DIRECTORY, {}});
     return changes;
 }
 
 // The library gives up on a number that it cannot read, and would leave it there for ever.
 void drop_number(Database &database, const Group &group) {
-    database.remove(number_path(group.protocol, group.name));
-    const std::string map = std::string(kGroupMaps) + "sg_num_map/" + protocol_name(group.protocol) + "/";
+    database.remove(number_path(group));
+    const std::string map = std::string(kGroupMaps) + "sg_num_map/" + group.protocol.word + "/";
     std::string fault;
-    for (const Entry &entry : database.list(map).value_or(std::vector<Entry>{})) {
+    for (const Entry &entry : database.entries(map)) {
         const auto item = entry.is_directory() ? std::nullopt : database.find(map + entry.name, fault);
         if (item && item->type == SYSDB_TYPE_STRING && text_of(*item) == group.name) {
             database.remove(map + entry.name);
@@ -357,9 +363,9 @@ void drop_number(Database &database, const Group &group) {
 void delete_group(Database &database, const GroupOptions &options, const Group &group) {
     verify(options, AAA_CFG_OP_DELETE);
     Changes changes;
-    changes.prune(group_directory(group.protocol, group.name));
+    changes.prune(group.path);
     configure(database, changes);
-    if (!group.fault.empty()) {
+    if (!group.number_defect.empty()) {
         drop_number(database, group);
     }
     uint32_t number = 0;
@@ -372,7 +378,7 @@ void delete_group(Database &database, const GroupOptions &options, const Group &
 ExitCode remove(Output &out, const GroupOptions &options) {
     check_group_name(options.name);
     Database database;
-    const auto group = read_group(database, protocol_number(options.protocol), options.name);
+    const auto group = read_group(database, protocol_named(options.protocol), options.name);
     if (!group) {
         throw Failure(ExitCode::not_found,
                       escaped(options.name) + ": no such server group of " + options.protocol);

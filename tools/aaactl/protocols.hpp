@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The protocols of server groups.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "aaa/names.h"
+
+namespace aaactl {
+
+struct Protocol {
+    uint32_t number = 0;
+    const char *word = "";
+
+    bool is_radius() const { return number == AAA_KW_RADIUS; }
+};
+
+// In the order in which a group's name is looked up.
+inline constexpr Protocol kProtocols[] = {
+    {AAA_KW_RADIUS, "radius"}, {AAA_KW_TACACS, "tacacs"}, {AAA_KW_DIAMETER, "diameter"}};
+
+const std::vector<std::string> &protocol_words();
+// Failure(usage) for a word that names none.
+const Protocol &protocol_named(std::string_view word);
+// The one whose servers a method asks without a group; null for methods that ask none.
+const Protocol *protocol_of_method(uint32_t method);
+
+}  // namespace aaactl
