@@ -23,7 +23,7 @@ if(AAA_SANITIZE)
   target_link_options(aaa_instrument INTERFACE -fsanitize=${AAA_SANITIZE})
 endif()
 if(AAA_COVERAGE)
-  target_compile_options(aaa_instrument INTERFACE --coverage -O0 -g)
+  target_compile_options(aaa_instrument INTERFACE --coverage -fprofile-update=atomic -O0 -g) # counters of threads too
   # A shared object that used another's counters would keep it from being unloaded.
   target_link_options(aaa_instrument INTERFACE --coverage LINKER:--exclude-libs,libgcov.a)
 endif()
