@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Tracing: which flags are on, and the trace lines. Asking for a flag is one
-// relaxed load of a mask, because the list code asks on every call.
+// relaxed load of a mask, at which the list code looks itself on every call.
 //
 //     2025-03-01T12:00:00.123456Z 4711/4712 aaa[8 avlist]: text
 //

@@ -50,8 +50,9 @@ PLATFORM_API void kel_errmsg(const void *record, uint32_t severity, ...);
 PLATFORM_API void aaa_debug(uint32_t flag, const char *format, ...);
 
 /**
- * Tells whether a flag is on. Asked before traces whose arguments cost something,
- * which includes every addition to a list: a load and a test, no lock.
+ * Tells whether a flag is on. Asked before traces whose arguments cost something;
+ * of a host without aaa_debug_word() also by every addition to a list. So: a load
+ * and a test, no lock.
  *
  * @param flag debug flag, any number
  * @return non-zero: on; 0: off, or no such flag
