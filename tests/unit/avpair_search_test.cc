@@ -10,6 +10,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "aaa/avpair.h"
@@ -144,16 +145,19 @@ TEST_P(LongListSearch, FindsWhatAWalkFinds) {
 
 // A type that occurs once, at every place of the list in turn.
 TEST_P(LongListSearch, FindsTheOnlyOneWhereverItStands) {
-    constexpr std::size_t kCount = 150;
-    for (std::size_t place = 0; place < kCount; place++) {
-        Random random(11);
-        ListPtr list = make_list();
-        for (std::size_t i = 0; i < kCount; i++) {
-            add(list, i == place ? kAbsent : 1, GetParam()(random));
+    // Most of them lists of some KiB, and very long ones, at fewer places.
+    for (const auto &[count, step] : {std::pair{150u, 1u}, std::pair{700u, 13u}}) {
+        for (std::size_t place = 0; place < count; place += step) {
+            Random random(11);
+            ListPtr list = make_list();
+            for (std::size_t i = 0; i < count; i++) {
+                add(list, i == place ? kAbsent : 1, GetParam()(random));
+            }
+            list = received(std::move(list));
+            const void *const value = value_by_lookup(list.get(), kAbsent, 0);
+            EXPECT_EQ(value, value_by_walking(list.get(), kAbsent, 0)) << place << " of " << count;
+            EXPECT_NE(value, nullptr) << place << " of " << count;
         }
-        list = received(std::move(list));
-        EXPECT_EQ(value_by_lookup(list.get(), kAbsent, 0), value_by_walking(list.get(), kAbsent, 0)) << place;
-        EXPECT_NE(value_by_lookup(list.get(), kAbsent, 0), nullptr) << place;
     }
 }
 
@@ -179,22 +183,24 @@ INSTANTIATE_TEST_SUITE_P(, LongListSearch,
                                          leading_astray));
 
 // Where no pair can be guessed: one value covers a quarter, half or three
-// quarters of the list, or its whole end.
+// quarters of the list, or its whole end; or an eighth or two of a very long one.
 TEST(LongList, IsFoundAroundALongValue) {
     for (const std::size_t size : {1100u, 1600u, 2700u}) {
-        for (const std::size_t before : {0u, 10u, 50u, 100u, 200u}) {
-            ListPtr list = make_list();
-            for (std::size_t i = 0; i < before; i++) {
-                add(list, 1, "abcd");
+        for (const std::size_t all : {200u, 600u}) {
+            for (std::size_t before = 0; before <= all; before += 10) {
+                ListPtr list = make_list();
+                for (std::size_t i = 0; i < before; i++) {
+                    add(list, 1, "abcd");
+                }
+                add(list, 2, std::string(size, '\xff'));
+                for (std::size_t i = before; i<all; i += size> 2000 ? 1 : 5) {
+                    add(list, 1, "abcd");
+                }
+                add(list, 3, std::string(before == all ? size : 0, '\xff'));
+                list = received(std::move(list));
+                SCOPED_TRACE(std::to_string(size) + " bytes behind " + std::to_string(before));
+                expect_same_answers(list.get());
             }
-            add(list, 2, std::string(size, '\xff'));
-            for (std::size_t i = before; i<200; i += size> 2000 ? 1 : 5) {
-                add(list, 1, "abcd");
-            }
-            add(list, 3, std::string(before == 200 ? size : 0, '\xff'));
-            list = received(std::move(list));
-            SCOPED_TRACE(std::to_string(size) + " bytes behind " + std::to_string(before));
-            expect_same_answers(list.get());
         }
     }
 }
@@ -202,40 +208,44 @@ TEST(LongList, IsFoundAroundALongValue) {
 // The last value is full of heads that are none, so the walk over them goes on
 // while the one before is over; and they end anywhere.
 TEST(LongList, IsNotLedOutByHeadsInItsLastValue) {
-    for (std::size_t cut = 0; cut < 64; cut += 4) {
-        ListPtr list = make_list();
-        for (int i = 0; i < 256; i++) {
-            add(list, 1, "");
+    for (const int scale : {1, 4}) {
+        for (std::size_t cut = 0; cut < 64; cut += 4) {
+            ListPtr list = make_list();
+            for (int i = 0; i < 128 * scale; i++) {
+                add(list, 1, "");
+            }
+            for (int i = 0; i < 16 * scale; i++) {
+                add(list, 1, std::string(i < 8 * scale ? 112 : 0, 'x'));
+            }
+            std::string heads;
+            for (int i = 0; i < 80 * scale; i++) {
+                heads += head(kTypes, 0);
+            }
+            add(list, 2, heads.substr(0, heads.size() - cut));
+            list = received(std::move(list));
+            SCOPED_TRACE(std::to_string(cut) + " at scale " + std::to_string(scale));
+            expect_same_answers(list.get());
         }
-        for (int i = 0; i < 32; i++) {
-            add(list, 1, std::string(i < 16 ? 112 : 0, 'x'));
-        }
-        std::string heads;
-        for (int i = 0; i < 160; i++) {
-            heads += head(kTypes, 0);
-        }
-        add(list, 2, heads.substr(0, heads.size() - cut));
-        list = received(std::move(list));
-        SCOPED_TRACE(cut);
-        expect_same_answers(list.get());
     }
 }
 
 // The walk over such heads arrives first, wherever the last of them is cut.
 TEST(LongList, IsNotLedOutByACutHead) {
-    for (std::size_t cut = 0; cut < 64; cut += 4) {
-        ListPtr list = make_list();
-        for (int i = 0; i < 380; i++) {
-            add(list, 1, "");
+    for (const int scale : {1, 4}) {
+        for (std::size_t cut = 0; cut < 64; cut += 4) {
+            ListPtr list = make_list();
+            for (int i = 0; i < 190 * scale; i++) {
+                add(list, 1, "");
+            }
+            std::string heads;
+            for (int i = 0; i < 17 * scale; i++) {
+                heads += head(kTypes, 48) + std::string(48, 'x');
+            }
+            add(list, 2, heads.substr(0, heads.size() - cut));
+            list = received(std::move(list));
+            SCOPED_TRACE(std::to_string(cut) + " at scale " + std::to_string(scale));
+            expect_same_answers(list.get());
         }
-        std::string heads;
-        for (int i = 0; i < 34; i++) {
-            heads += head(kTypes, 48) + std::string(48, 'x');
-        }
-        add(list, 2, heads.substr(0, heads.size() - cut));
-        list = received(std::move(list));
-        SCOPED_TRACE(cut);
-        expect_same_answers(list.get());
     }
 }
 
@@ -255,17 +265,19 @@ TEST(LongList, GuessesNoPairFromACutHead) {
 
 // A length that leads out of the list ends it.
 TEST(LongList, EndsWithALengthThatLeadsOut) {
-    for (const uint32_t lie : {5u, 400u, 0x01000000u, 0xffffffffu}) {
-        ListPtr list = make_list();
-        for (int i = 0; i < 100; i++) {
-            add(list, 1, "four");
+    for (const uint32_t count : {100u, 500u}) {
+        for (const uint32_t lie : {5u, 400u, 0x01000000u, 0xffffffffu}) {
+            ListPtr list = make_list();
+            for (uint32_t i = 0; i < count; i++) {
+                add(list, 1, "four");
+            }
+            list = received(std::move(list));
+            auto *const last = reinterpret_cast<avpair_t *>(list->avpair_last_buf->hdr.free_mem - 20);
+            last->av_len = lie;
+            EXPECT_EQ(value_by_lookup(list.get(), kAbsent, 0), nullptr) << lie;
+            EXPECT_EQ(value_by_lookup(list.get(), 1, count - 1), last + 1) << lie;
+            EXPECT_EQ(value_by_lookup(list.get(), 1, count), nullptr) << lie;
         }
-        list = received(std::move(list));
-        auto *const last = reinterpret_cast<avpair_t *>(list->avpair_last_buf->hdr.free_mem - 20);
-        last->av_len = lie;
-        EXPECT_EQ(value_by_lookup(list.get(), kAbsent, 0), nullptr) << lie;
-        EXPECT_EQ(value_by_lookup(list.get(), 1, 99), last + 1) << lie;
-        EXPECT_EQ(value_by_lookup(list.get(), 1, 100), nullptr) << lie;
     }
 }
 

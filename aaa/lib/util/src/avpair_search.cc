@@ -4,16 +4,17 @@
 // in one buffer.
 //
 // Walking is slow for one reason: where a pair begins is known only when the
-// length of the one before has been loaded. So the run is walked from four
-// places at once, and the processor waits for four loads at a time. Where a
-// pair begins at a quarter, at half and at three quarters of the run is a
-// guess: bytes that look like the heads of several pairs in a row. A guess is
-// proved right when the walk that began before it arrives just there; only
-// then anything behind it counts. A wrong one costs time, nothing else, and
-// the answer is always that of a walk from the beginning.
+// length of the one before has been loaded. So the run is walked from several
+// places at once, and the processor waits for as many loads at a time. Where a
+// pair begins at a quarter of the run, say, is a guess: bytes that look like the
+// heads of several pairs in a row. A guess is proved right when the walk that
+// began before it arrives just there; only then anything behind it counts. A
+// wrong one costs time, nothing else, and the answer is always that of a walk
+// from the beginning.
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include "aaa/avpair.h"
 #include "aaa/dictionary.h"
@@ -25,7 +26,8 @@ namespace aaautil {
 
 namespace {
 
-constexpr std::size_t kWalkers = 4;
+// Bytes of pairs from which on more walks save more than the guesses cost.
+constexpr std::size_t kVeryLongRun = 8192;
 
 avpair_t *advanced(avpair_t *from, std::size_t n) noexcept {
     return reinterpret_cast<avpair_t *>(reinterpret_cast<unsigned char *>(from) + n);
@@ -77,24 +79,21 @@ avpair_t *guess_pair(avpair_t *from, const avpair_t *end) noexcept {
     return nullptr;
 }
 
+// N walks side by side, each up to where the next one began.
+template <std::size_t N>
 class ParallelWalk {
   public:
-    ParallelWalk(avpair_t *first, const avpair_t *end, uint32_t type) noexcept : end_(end), type_(type) {
-        constexpr std::size_t kMask = MEMORY_DEF_ALIGNMENT - 1;
-        start_[0] = first;
-        for (std::size_t i = 1; i < kWalkers; i++) {
-            start_[i] = guess_pair(advanced(first, distance(first, end) * i / kWalkers & ~kMask), end);
-        }
-    }
+    ParallelWalk(avpair_t *first, const avpair_t *end, uint32_t type) noexcept
+        : start_{first}, end_(end), type_(type) {}
 
     [[nodiscard]] avpair_t *find() noexcept {
-        if (start_[1] == nullptr || start_[2] == nullptr || start_[3] == nullptr) {
+        if (!guess_starts()) {
             return walk_to(start_[0], end_, type_);
         }
-        avpair_t *at[kWalkers];
-        walk_together(at);
-        for (std::size_t i = 0; i < kWalkers; i++) {
-            const avpair_t *const arrival = i + 1 < kWalkers ? start_[i + 1] : end_;
+        avpair_t *at[N];
+        walk_together(at, std::make_index_sequence<N - 1>());
+        for (std::size_t i = 0; i < N; i++) {
+            const avpair_t *const arrival = i + 1 < N ? start_[i + 1] : end_;
             avpair_t *const pair = walk_to(at[i], arrival, type_);
             if (pair != arrival) {
                 // Found, or the guess was wrong and what lies behind has not been walked.
@@ -105,30 +104,39 @@ class ParallelWalk {
     }
 
   private:
-    // Until one of the walks has found the type or has arrived.
-    void walk_together(avpair_t *(&at)[kWalkers]) const noexcept {
-        avpair_t *a = start_[0];
-        avpair_t *b = start_[1];
-        avpair_t *c = start_[2];
-        avpair_t *d = start_[3];
-        const std::size_t last_head = distance(start_[0], end_) - sizeof(avpair_t);
-        const avpair_t *const last = advanced(start_[0], last_head);
-        while (a < start_[1] && b < start_[2] && c < start_[3] && d <= last) {
-            if (a->av_type == type_ || b->av_type == type_ || c->av_type == type_ || d->av_type == type_) {
-                break;
+    [[nodiscard]] bool guess_starts() noexcept {
+        constexpr std::size_t kMask = MEMORY_DEF_ALIGNMENT - 1;
+        const std::size_t all = distance(start_[0], end_);
+        for (std::size_t i = 1; i < N; i++) {
+            start_[i] = guess_pair(advanced(start_[0], all * i / N & ~kMask), end_);
+            if (start_[i] == nullptr) {
+                return false;
             }
-            a = adjacent_pair(a);
-            b = adjacent_pair(b);
-            c = adjacent_pair(c);
-            d = adjacent_pair(d);
         }
-        at[0] = a;
-        at[1] = b;
-        at[2] = c;
-        at[3] = d;
+        return true;
     }
 
-    avpair_t *start_[kWalkers];
+    // Until one of the walks has found the type or has arrived. I is 0, 1, ...
+    // for all walks but the last one; written out for each, so that positions
+    // stay in registers.
+    template <std::size_t... I>
+    void walk_together(avpair_t *(&at)[N], std::index_sequence<I...>) const noexcept {
+        constexpr std::size_t kLast = N - 1;
+        const avpair_t *const last_head = advanced(start_[0], distance(start_[0], end_) - sizeof(avpair_t));
+        const uint32_t type = type_;
+        avpair_t *pair[N] = {start_[I]..., start_[kLast]};
+        while (((pair[I] < start_[I + 1]) && ...) && pair[kLast] <= last_head) {
+            if (((pair[I]->av_type == type) || ...) || pair[kLast]->av_type == type) {
+                break;
+            }
+            ((pair[I] = adjacent_pair(pair[I])), ...);
+            pair[kLast] = adjacent_pair(pair[kLast]);
+        }
+        ((at[I] = pair[I]), ...);
+        at[kLast] = pair[kLast];
+    }
+
+    avpair_t *start_[N];
     const avpair_t *end_;
     uint32_t type_;
 };
@@ -136,7 +144,10 @@ class ParallelWalk {
 }  // namespace
 
 avpair_t *find_in_long_run(avpair_t *first, const avpair_t *end, uint32_t type) noexcept {
-    return ParallelWalk(first, end, type).find();
+    if (distance(first, end) >= kVeryLongRun) {
+        return ParallelWalk<8>(first, end, type).find();
+    }
+    return ParallelWalk<4>(first, end, type).find();
 }
 
 }  // namespace aaautil
