@@ -5,6 +5,7 @@
 #include "platform/logging.h"
 
 #include <cstdarg>
+#include <cstdlib>
 
 #include "support/fake_format.hpp"
 #include "support/fake_platform.hpp"
@@ -28,6 +29,14 @@ Logging &logging() {
     return instance;
 }
 
+// The first 32 flags once more, for callers that look at them instead of asking.
+constinit uint32_t g_word = 0;
+
+void enable(uint64_t flags) {
+    logging().enabled = flags;
+    __atomic_store_n(&g_word, static_cast<uint32_t>(flags), __ATOMIC_RELAXED);
+}
+
 void check_record(const kel_msg_rec_t &record, uint32_t severity) {
     if (record.severity != severity << 16) {
         detail::problem("kel_errmsg with severity " + std::to_string(severity) + " for " + record.mnemonic);
@@ -47,12 +56,16 @@ void reset_logging() {
 void enable_tracing(uint32_t flag, bool on) {
     const Access access;
     const uint64_t bit = uint64_t{1} << (flag % 64);
-    logging().enabled = on ? logging().enabled | bit : logging().enabled & ~bit;
+    enable(on ? logging().enabled | bit : logging().enabled & ~bit);
 }
 
 void disable_all_tracing() {
     const Access access;
-    logging().enabled = 0;
+    enable(0);
+}
+
+bool has_debug_word() {
+    return std::getenv("AAA_FAKE_DEBUG_WORD") != nullptr;
 }
 
 std::vector<Trace> traces() {
@@ -116,12 +129,13 @@ void aaa_debug(uint32_t flag, const char *format, ...) {
 
 int aaa_debugging(uint32_t flag) {
     Call call(Journal::no, "aaa_debugging");
-    return flag < 64 && (fake::logging().enabled >> flag & 1) != 0 ? 1 : 0;
+    constexpr int kOn = 2;  // any number but 0 means on
+    return flag < 64 && (fake::logging().enabled >> flag & 1) != 0 ? kOn : 0;
 }
 
-// None: then each flag is asked for, and scripted answers count. Called before main().
+// Called before main().
 const uint32_t *aaa_debug_word(int (*)(uint32_t)) {
-    return nullptr;
+    return fake::has_debug_word() ? &fake::g_word : nullptr;
 }
 
 cerrno aaa_debug_init(void) {

@@ -85,6 +85,9 @@ struct Log {
 // recorded, whatever this says.
 void enable_tracing(uint32_t flag, bool on = true);
 void disable_all_tracing();
+// Whether callers may look at the flags themselves and do not ask: in a process
+// that was started with AAA_FAKE_DEBUG_WORD in its environment.
+bool has_debug_word();
 std::vector<Trace> traces();
 std::vector<std::string> traces_of(uint32_t flag);
 std::vector<Log> logs();

@@ -149,6 +149,7 @@ TEST_F(AvpairDeathTest, LookingUpInAListOfOneBuffer) {
     EXPECT_STOPS(damaged(0, true, true), kHeader, "list->avpair_first_buf == NULL", check);
     EXPECT_STOPS(damaged(0, false, true), kHeader, "list->avpair_last_buf == NULL", check);
     EXPECT_STOPS(damaged(1, false, false), kHeader, "list->avpair_first_buf != NULL", check);
+    EXPECT_STOPS(damaged(1, false, true), kHeader, "list->avpair_first_buf != NULL", check);
     EXPECT_STOPS(damaged(1, true, false), kHeader, "list->avpair_last_buf != NULL", check);
 }
 

@@ -321,6 +321,56 @@ TEST(AvpairFindType, SearchesAllBuffers) {
     EXPECT_EQ(aaa_avpair_find_type(200, nullptr, nullptr, nullptr, 0, list.get()), AAA_ERR_AVPAIR_NOT_FOUND);
 }
 
+// Lists of every length up to some more than is walked at once, in one buffer
+// and in several: the pair at each place is found, a type that is not there is not.
+TEST(AvpairFindType, FindsThePairAtEachPlace) {
+    for (const std::size_t value_len : {0u, 4u, 30u, 200u}) {
+        for (uint32_t count = 1; count <= 40; ++count) {
+            const ListPtr list = make_list();
+            for (uint32_t i = 0; i < count; ++i) {
+                add(list.get(), 100 + i, std::string(value_len, 'v'), i, 7);
+            }
+            aaa_avpair_iterator_t it{};
+            avpair_t *pair = nullptr;
+            ASSERT_EQ(aaa_avpair_iterator_init(&it, list.get(), &pair), AAA_OK);
+            for (uint32_t i = 0; i < count; ++i) {
+                avpair_flags_t flags = 0;
+                void *value = nullptr;
+                uint32_t len = 9999;
+                EXPECT_EQ(aaa_avpair_find_type(100 + i, &flags, &value, &len, 0, list.get()), AAA_OK);
+                EXPECT_EQ(value, pair + 1) << i << " of " << count;
+                EXPECT_EQ(flags, i);
+                EXPECT_EQ(len, value_len);
+                EXPECT_EQ(aaa_avpair_find_type(100 + i, nullptr, nullptr, nullptr, 1, list.get()),
+                          AAA_ERR_AVPAIR_NOT_FOUND);
+                aaa_avpair_iterator_get_next(&it, &pair);
+            }
+            EXPECT_EQ(aaa_avpair_find_type(99, nullptr, nullptr, nullptr, 0, list.get()),
+                      AAA_ERR_AVPAIR_NOT_FOUND);
+        }
+    }
+}
+
+// Of two pairs of one type the first counts, wherever both stand.
+TEST(AvpairFindType, FindsTheFirstOfTwo) {
+    constexpr uint32_t kCount = 30;
+    for (uint32_t first = 0; first < kCount; ++first) {
+        for (uint32_t second = first + 1; second < kCount; ++second) {
+            Numbers types(kCount, 1);
+            types[first] = types[second] = 2;
+            const ListPtr list = make_list();
+            for (uint32_t i = 0; i < kCount; ++i) {
+                add(list.get(), types[i], std::string(1 + i, 'v'));
+            }
+            uint32_t len = 0;
+            ASSERT_EQ(aaa_avpair_find_type(2, nullptr, nullptr, &len, 0, list.get()), AAA_OK);
+            EXPECT_EQ(len, 1 + first);
+            ASSERT_EQ(aaa_avpair_find_type(2, nullptr, nullptr, &len, 1, list.get()), AAA_OK);
+            EXPECT_EQ(len, 1 + second);
+        }
+    }
+}
+
 TEST(AvpairFindType, LeavesOutputsAloneOnFailure) {
     const ListPtr list = list_of({1});
     const ListPtr empty = make_list();

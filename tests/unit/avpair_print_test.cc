@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <fstream>
 #include <limits>
@@ -258,6 +259,21 @@ TEST(DumpBuffer, BreaksLinesAfterNineBytes) {
               (Lines{"Dumping buffer for ten .....", " 30 31 32 33 34 35 36 37 38", " 39"}));
     EXPECT_EQ(dump("eight", bytes("01234567"), 8),
               (Lines{"Dumping buffer for eight .....", " 30 31 32 33 34 35 36 37"}));
+}
+
+// Any number is a flag, those too that a word of flags has no place for.
+TEST(DumpBuffer, LooksAtItsFlagOnly) {
+    constexpr std::array kFlags{0u, 1u, 7u, 8u, 15u, 16u, 24u, 31u, 32u, 33u, 40u, 63u};
+    for (const uint32_t on : kFlags) {
+        fake::disable_all_tracing();
+        fake::enable_tracing(on);
+        for (const uint32_t flag : kFlags) {
+            fake::clear_journal();
+            dump_buffer(flag, "b", bytes("x"), 1, 0);
+            EXPECT_EQ(fake::traces_of(flag).size(), flag == on ? 2u : 0u) << flag << " while " << on;
+        }
+    }
+    fake::disable_all_tracing();
 }
 
 // A full last line is followed by an empty one. Kept.

@@ -20,25 +20,7 @@ void hand_out(T *out, T value) noexcept {
     }
 }
 
-[[gnu::noinline]] cerrno not_found(uint32_t type) noexcept {
-    if (tracing(AAA_DBG_AVLIST)) [[unlikely]] {
-        trace_not_found(type, AAA_ERR_AVPAIR_NOT_FOUND);
-    }
-    return AAA_ERR_AVPAIR_NOT_FOUND;
-}
-
-// Apart, so that a lookup without a trace keeps nothing for its sake.
-[[gnu::cold, gnu::noinline]] cerrno trace_hand_out(const avpair_t *pair, const avpair_flags_t *flags,
-                                                   void *const *value, const uint32_t *len) noexcept {
-    if (tracing(AAA_DBG_AVLIST)) {
-        trace_found(*pair, value != nullptr, flags != nullptr ? pair->av_flags : 0,
-                    len != nullptr ? pair->av_len : 0);
-    }
-    return AAA_OK;
-}
-
-inline cerrno hand_out_pair(const avpair_t *pair, avpair_flags_t *flags, void **value,
-                            uint32_t *len) noexcept {
+inline void hand_out_pair(const avpair_t *pair, avpair_flags_t *flags, void **value, uint32_t *len) noexcept {
     if (flags != nullptr) [[unlikely]] {
         *flags = pair->av_flags;
     }
@@ -48,47 +30,66 @@ inline cerrno hand_out_pair(const avpair_t *pair, avpair_flags_t *flags, void **
     if (len != nullptr) [[likely]] {
         *len = pair->av_len;
     }
-    if (may_trace(AAA_DBG_AVLIST)) [[unlikely]] {
-        return trace_hand_out(pair, flags, value, len);
+}
+
+// Ends a lookup that has found this pair, or none: hands out, traces.
+cerrno answer(const avpair_t *pair, uint32_t type, avpair_flags_t *flags, void **value,
+              uint32_t *len) noexcept {
+    const bool traced = tracing(AAA_DBG_AVLIST);
+    if (pair == nullptr) {
+        if (traced) [[unlikely]] {
+            trace_not_found(type, AAA_ERR_AVPAIR_NOT_FOUND);
+        }
+        return AAA_ERR_AVPAIR_NOT_FOUND;
+    }
+    hand_out_pair(pair, flags, value, len);
+    if (traced) [[unlikely]] {
+        trace_found(*pair, value != nullptr, flags != nullptr ? pair->av_flags : 0,
+                    len != nullptr ? pair->av_len : 0);
     }
     return AAA_OK;
 }
 
+// Any lookup in any list, traced or not.
 [[gnu::noinline]] cerrno find_in_any_list(uint32_t type, avpair_flags_t *flags, void **value, uint32_t *len,
                                           uint32_t instance, const avlist *list) noexcept {
-    const avpair_t *const pair = find_first(list, type, instance);
-    return pair != nullptr ? hand_out_pair(pair, flags, value, len) : not_found(type);
+    return answer(find_first(list, type, instance), type, flags, value, len);
 }
 
-// Whether all pairs lie in the first buffer, as in most lists. Not so for a
-// broken list.
-inline bool has_one_buffer(const avlist *list) noexcept {
-    const avpair_buffer_t *const buf = list->avpair_first_buf;
-    return list->av_cnt != 0 && buf != nullptr && buf == list->avpair_last_buf;
+// Goes on from a position in the first buffer or at its end. "Used" keeps the
+// compiler from passing anything else than these six, which are in place.
+[[gnu::noinline, gnu::used]] cerrno find_further(uint32_t type, avpair_flags_t *flags, void **value,
+                                                 uint32_t *len, avpair_t *from, const avlist *list) noexcept {
+    aaa_avpair_iterator_t it{list->avpair_first_buf, list->avpair_last_buf, from};
+    return answer(find_from(&it, type, 0), type, flags, value, len);
 }
 
-// Whether there are pairs from first to end and they make no long run.
-inline bool is_short_run(const avpair_t *first, const avpair_t *end) noexcept {
-    const std::uintptr_t used =
-        reinterpret_cast<std::uintptr_t>(end) - reinterpret_cast<std::uintptr_t>(first);
-    return used - 1 < kLongRun - 1;
+// Whether the list has pairs and both its buffers, asked with one jump: as a
+// product, for the three are zero together or not at all. One that outgrows its
+// word and ends up as zero costs the way through all checks, nothing else.
+inline bool has_pairs(const avlist *list) noexcept {
+    std::uintptr_t product = list->av_cnt;
+    product *= reinterpret_cast<std::uintptr_t>(list->avpair_first_buf);
+    product *= reinterpret_cast<std::uintptr_t>(list->avpair_last_buf);
+    return product != 0;
 }
 
-// The first pair of the type, or null. There is at least one pair. Unrolled,
-// because it is jumps taken that a short walk spends its time on.
-inline const avpair_t *walk_short_run(const avpair_t *pair, const avpair_t *end, uint32_t type) noexcept {
-    for (;;) {
-#pragma GCC unroll 8
-        for (int step = 0; step < 8; step++) {
-            if (pair->av_type == type) [[unlikely]] {
-                return pair;
-            }
-            pair = adjacent_pair(pair);
-            if (pair >= end) [[unlikely]] {
-                return nullptr;
-            }
+// Walks up to the first pair of the type, or, when that is not among the first
+// few, as far as they go. Unrolled, because it is jumps taken that a short walk
+// spends its time on; more than a dozen would hold up the search of a long run.
+inline bool walk_first_pairs(avpair_t *&pair, const avpair_t *end, uint32_t type) noexcept {
+    constexpr int kFirstPairs = 12;
+#pragma GCC unroll 12
+    for (int step = 0; step < kFirstPairs; step++) {
+        if (pair >= end) [[unlikely]] {
+            return false;
         }
+        if (pair->av_type == type) [[unlikely]] {
+            return true;
+        }
+        pair = adjacent_pair(pair);
     }
+    return false;
 }
 
 }  // namespace
@@ -126,16 +127,15 @@ cerrno aaa_avpair_find_type(uint32_t type, avpair_flags_t *flags, void **value, 
     if (list == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    if (instance != 0 || type == AAA_ATTR_MAX || !has_one_buffer(list)) [[unlikely]] {
+    if (instance != 0 || type == AAA_ATTR_MAX || !has_pairs(list) || may_trace(AAA_DBG_AVLIST)) [[unlikely]] {
         return find_in_any_list(type, flags, value, len, instance, list);
     }
-    const avpair_t *const first = first_pair(list->avpair_first_buf);
-    const avpair_t *const end = end_of_pairs(list->avpair_first_buf);
-    if (!is_short_run(first, end)) [[unlikely]] {
-        return find_in_any_list(type, flags, value, len, instance, list);
+    avpair_t *pair = first_pair(list->avpair_first_buf);
+    if (!walk_first_pairs(pair, end_of_pairs(list->avpair_first_buf), type)) [[unlikely]] {
+        return find_further(type, flags, value, len, pair, list);
     }
-    const avpair_t *const pair = walk_short_run(first, end, type);
-    return pair != nullptr ? hand_out_pair(pair, flags, value, len) : not_found(type);
+    hand_out_pair(pair, flags, value, len);
+    return AAA_OK;
 }
 
 cerrno aaa_avpair_find_index(uint32_t index, uint32_t *type, avpair_flags_t *flags, void **value,

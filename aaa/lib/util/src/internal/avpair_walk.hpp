@@ -127,12 +127,11 @@ inline constexpr std::size_t kLongRun = 1024;
 // any position at or behind end.
 [[nodiscard]] avpair_t *find_in_long_run(avpair_t *first, const avpair_t *end, uint32_t type) noexcept;
 
-// Occurrence number instance (from 0) of a type among the pairs of a buffer, or
+// Occurrence number instance (from 0) of a type from this pair up to end, or
 // null. instance is less by what was passed over.
-[[nodiscard]] inline avpair_t *walk_to_type(avpair_buffer_t *buf, uint32_t type,
+[[nodiscard]] inline avpair_t *walk_to_type(avpair_t *pair, const avpair_t *end, uint32_t type,
                                             uint32_t *instance) noexcept {
-    const avpair_t *const end = end_of_pairs(buf);
-    for (avpair_t *pair = first_pair(buf); pair < end; pair = adjacent_pair(pair)) {
+    for (; pair < end; pair = adjacent_pair(pair)) {
         if (pair->av_type == type && (*instance)-- == 0) {
             return pair;
         }
@@ -141,16 +140,27 @@ inline constexpr std::size_t kLongRun = 1024;
 }
 
 // The same, long runs included.
-[[nodiscard]] inline avpair_t *find_in_buffer(avpair_buffer_t *buf, uint32_t type,
-                                              uint32_t *instance) noexcept {
-    avpair_t *const first = first_pair(buf);
-    const avpair_t *const end = end_of_pairs(buf);
+[[nodiscard]] inline avpair_t *find_in_run(avpair_t *first, const avpair_t *end, uint32_t type,
+                                           uint32_t *instance) noexcept {
     if (reinterpret_cast<std::uintptr_t>(first) + kLongRun <= reinterpret_cast<std::uintptr_t>(end) &&
         *instance == 0) [[unlikely]] {
         avpair_t *const pair = find_in_long_run(first, end, type);
         return pair < end ? pair : nullptr;
     }
-    return walk_to_type(buf, type, instance);
+    return walk_to_type(first, end, type, instance);
+}
+
+// Occurrence number instance (from 0) of a type from this position on, or null;
+// the position is left in the buffer where the search ended.
+[[nodiscard]] inline avpair_t *find_from(aaa_avpair_iterator_t *it, uint32_t type,
+                                         uint32_t instance) noexcept {
+    for (;;) {
+        avpair_t *const pair = find_in_run(it->curr_avp, end_of_pairs(it->curr_buf), type, &instance);
+        if (pair != nullptr || it->curr_buf == it->last_buf) {
+            return pair;
+        }
+        walk_to_next_buffer(it);
+    }
 }
 
 // Occurrence number instance (from 0) of a type among the live pairs, or null;
@@ -162,17 +172,12 @@ inline constexpr std::size_t kLongRun = 1024;
         return nullptr;
     }
     aaa_avpair_iterator_t it{list->avpair_first_buf, list->avpair_last_buf, nullptr};
-    for (;;) {
-        avpair_t *const pair = find_in_buffer(it.curr_buf, type, &instance);
-        if (pair != nullptr) {
-            *buf = it.curr_buf;
-            return pair;
-        }
-        if (it.curr_buf == it.last_buf) {
-            return nullptr;
-        }
-        walk_to_next_buffer(&it);
+    it.curr_avp = first_pair(it.curr_buf);
+    avpair_t *const pair = find_from(&it, type, instance);
+    if (pair != nullptr) {
+        *buf = it.curr_buf;
     }
+    return pair;
 }
 
 // Positions it there: AAA_OK or AAA_ERR_AVPAIR_NOT_FOUND.

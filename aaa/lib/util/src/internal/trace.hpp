@@ -7,6 +7,8 @@
 // asks tracing(): a call in sight would cost registers even when not made.
 #pragma once
 
+#include <bit>
+
 #include "aaa/alloc.h"
 #include "platform/logging.h"
 
@@ -16,10 +18,18 @@ namespace aaautil {
 // has none and must be asked. Changes once, while the library is being loaded.
 [[gnu::visibility("hidden")]] extern const uint32_t *tracing_word;
 
-// False: the flag is off. True: ask tracing().
+// False: the flag is off. True: ask tracing(). Looks at one byte of the word: of
+// a whole word the compiler makes the 0 that the caller returns later, and holds
+// a register for it all the while.
 [[nodiscard]] inline bool may_trace(uint32_t flag) noexcept {
-    constexpr uint32_t kBits = 32;
-    return flag >= kBits || (__atomic_load_n(tracing_word, __ATOMIC_RELAXED) >> flag & 1u) != 0;
+    constexpr uint32_t kBits = 8;
+    const uint32_t byte = flag / kBits;
+    if (byte >= sizeof *tracing_word) {
+        return true;
+    }
+    const auto *const bytes = reinterpret_cast<const unsigned char *>(tracing_word);
+    const uint32_t at = std::endian::native == std::endian::little ? byte : sizeof *tracing_word - 1 - byte;
+    return (__atomic_load_n(bytes + at, __ATOMIC_RELAXED) & 1u << flag % kBits) != 0;
 }
 
 [[nodiscard]] inline bool tracing(uint32_t flag) noexcept {
