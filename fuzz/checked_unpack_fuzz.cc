@@ -18,6 +18,7 @@
 #include "aaa/checked.h"
 #include "aaa/dictionary.h"
 #include "aaa/result_codes.h"
+#include "list_getters.hpp"
 #include "support/avlist_model.hpp"
 #include "support/avlist_verifier.hpp"
 #include "support/fake_platform.hpp"
@@ -27,7 +28,9 @@ namespace {
 using aaatest::ListOrigin;
 using aaatest::ListPtr;
 using aaatest::make_list;
+using aaatest::ModelBuffer;
 using aaatest::ModelPair;
+using aaatest::read_buffers;
 using aaatest::read_pairs;
 
 constexpr std::size_t kHeader = 56;
@@ -147,6 +150,46 @@ void walk(const avlist *list) {
     require(count == pairs.size(), "the iterator leaves pairs out");
 }
 
+uint32_t visit(avpair_type_t type, avpair_flags_t flags, void *value, uint32_t len, uint32_t tag, void *ctx) {
+    auto &visited = *static_cast<std::vector<ModelPair> *>(ctx);
+    visited.push_back({type, tag, flags, std::string(static_cast<const char *>(value), len)});
+    return 1;
+}
+
+void walk_by_calls(avlist *list) {
+    std::vector<ModelPair> visited;
+    require(aaa_avpair_list_for_each(list, &visited, visit) == AAA_OK, "no pair is visited");
+    require(visited == read_pairs(list), "other pairs are visited");
+}
+
+// From pair to pair in the buffers, the deleted ones too.
+void walk_buffers(const avlist *list) {
+    const std::vector<ModelBuffer> buffers = read_buffers(list);
+    avpair_mem_stats_t expected{};
+    const avpair_buffer_t *buf = list->avpair_first_buf;
+    for (const ModelBuffer &buffer : buffers) {
+        const avpair_t *pair = aaa_avpair_get_first_avpair_in_buf(const_cast<avpair_buffer_t *>(buf));
+        for (const ModelPair &model : buffer.pairs) {
+            require(aaa_avpair_is_deleted(pair) == (model.deleted ? 1 : 0) &&
+                        pair->av_len == model.value.size() &&
+                        std::memcmp(pair + 1, model.value.data(), model.value.size()) == 0,
+                    "another pair lies in a buffer");
+            pair = aaa_avpair_get_adjacent(pair);
+        }
+        require(reinterpret_cast<const unsigned char *>(pair) == buf->hdr.free_mem,
+                "a buffer ends elsewhere");
+        expected.buf_cnt += 1;
+        expected.total_mem += buffer.size;
+        expected.used_mem += buffer.used();
+        buf = buf->hdr.next;
+    }
+    avpair_mem_stats_t stats{};
+    require(aaa_avpair_get_mem_usage(list, &stats) == AAA_OK, "no counters");
+    require(stats.buf_cnt == expected.buf_cnt && stats.total_mem == expected.total_mem &&
+                stats.used_mem == expected.used_mem,
+            "other counters");
+}
+
 void look_up_places(const avlist *list) {
     const std::vector<ModelPair> pairs = read_pairs(list);
     for (std::size_t i = 0; i <= pairs.size() && i < kLookedUp; ++i) {
@@ -176,133 +219,22 @@ void print_pairs(const avlist *list) {
     }
 }
 
-void read_methods(const avlist *list) {
-    uint32_t count = 0;
-    const cerrno rc = aaa_util_avlist_methodlist_copy(list, nullptr, 0, &count);
-    std::vector<uint32_t> methods(count);
-    if (rc != AAA_ERR_AVPAIR_NOT_FOUND) {
-        require(aaa_util_avlist_methodlist_copy(list, methods.data(), count, &count) == AAA_OK,
-                "no method list");
-        std::vector<uint32_t> plain(count + 1);
-        uint32_t plain_count = 0;
-        require(
-            aaa_util_avlist_methodlist_get_all(plain.data(), &plain_count, list) == 1 && plain_count == count,
-            "the plain form counts other methods");
-        plain.resize(count);
-        require(plain == methods, "the plain form gives other methods");
-    }
-}
-
-// Touches what a getter says may be read.
-void touch(const void *bytes, std::size_t length) {
-    const std::string copy = bytes != nullptr ? std::string(static_cast<const char *>(bytes), length) : "";
-    static_cast<void>(copy);
-}
-
-// Texts are given as they lie in the list, so all that is stored may be read.
-void read_text(const avlist *list, uint32_t type, uint32_t instance, const char *text) {
-    void *value = nullptr;
-    uint32_t length = 0;
-    const cerrno rc = aaa_avpair_find_type(type, nullptr, &value, &length, instance, list);
-    require((text != nullptr) == (rc == AAA_OK) && (text == nullptr || text == value),
-            "a getter gives another text");
-    touch(text, length);
-}
-
-void read_texts(const avlist *list) {
-    using Getter = char *(*)(const avlist *);
-    constexpr struct {
-        uint32_t type;
-        Getter get;
-    } kGetters[] = {{36, aaa_util_avlist_cmd_get},
-                    {257, aaa_util_avlist_username_get},
-                    {20, aaa_util_avlist_tty_get},
-                    {61, aaa_util_avlist_tty_name_get},
-                    {72, aaa_util_avlist_cfg_commitid_get},
-                    {73, aaa_util_avlist_apl_sessid_get},
-                    {74, aaa_util_avlist_apl_msgid_get},
-                    {75, aaa_util_avlist_rpc_name_get},
-                    {76, aaa_util_avlist_rpc_xpath1_get},
-                    {77, aaa_util_avlist_rpc_xpath2_get},
-                    {78, aaa_util_avlist_rpc_xpath3_get},
-                    {79, aaa_util_avlist_rpc_xpath4_get},
-                    {70, aaa_util_avlist_commit_start_time_get},
-                    {71, aaa_util_avlist_commit_stop_time_get}};
-    for (const auto &[type, get] : kGetters) {
-        read_text(list, type, 0, get(list));
-    }
-    read_text(list, 274, 0, aaa_util_avlist_reply_msg_get(list, 0));
-    read_text(list, 274, 1, aaa_util_avlist_reply_msg_get(list, 1));
-}
-
-void read_numbers(avlist *list) {
-    using Getter = uint32_t (*)(const avlist *);
-    constexpr Getter kGetters[] = {aaa_util_avlist_current_method_get,
-                                   aaa_util_avlist_priv_get,
-                                   aaa_util_avlist_status_get,
-                                   aaa_get_status,
-                                   aaa_util_avlist_authen_method_get,
-                                   aaa_util_avlist_curr_method_val_get,
-                                   aaa_util_avlist_authen_option_get,
-                                   aaa_util_avlist_svc_get,
-                                   aaa_util_avlist_user_flag_get,
-                                   aaa_util_avlist_ifh_get,
-                                   aaa_util_msgtype_get};
-    for (const Getter get : kGetters) {
-        static_cast<void>(get(list));
-    }
-    using CheckedGetter = cerrno (*)(const avlist *, uint32_t *);
-    constexpr CheckedGetter kCheckedGetters[] = {aaa_util_avlist_seqnum_get, aaa_util_avlist_sessionid_get,
-                                                 aaa_util_avlist_acct_sessid_get,
-                                                 aaa_util_avlist_idletime_get};
-    uint32_t number = 0;
-    for (const CheckedGetter get : kCheckedGetters) {
-        static_cast<void>(get(list, &number));
-    }
-    static_cast<void>(aaa_util_avlist_last_used_server_ip_get(list));
-}
-
-void read_records(const avlist *list) {
-    uint32_t length = 0;
-    void *value = nullptr;
-    if (aaa_util_avlist_data_get(&value, &length, list) == AAA_OK) {
-        touch(value, length);
-    }
-    const char *text = aaa_util_avlist_password_get(list, &length);
-    touch(text, length);
-    text = aaa_util_avlist_remaddr_get(list, &length);
-    touch(text, length);
-    value = aaa_util_avlist_chap_response_get(&length, list);
-    touch(value, length);
-    static_cast<void>(aaa_util_avlist_ctx_get(list));
-    static_cast<void>(aaa_util_avlist_src_get(list));
-    static_cast<void>(aaa_util_avlist_methodlist_get(list));
-    aaa_ip_addr_t address{};
-    static_cast<void>(aaa_util_avlist_directed_addr_get(&address, list));
-    static aaa_rsa_params_t rsa;
-    static_cast<void>(aaa_util_avlist_rsa_params_get(list, &rsa));
-    touch(rsa.signature, rsa.signature_len);
-    touch(rsa.indata, rsa.indata_len);
-    touch(rsa.session_id, rsa.session_id_len);
-}
-
-void read_chap(const avlist *list) {
-    using Getter = cerrno (*)(aaa_chap_data_t *, const avlist *);
-    constexpr Getter kGetters[] = {
-        aaa_util_avlist_inbound_chap_data_get, aaa_util_avlist_inbound_mschap_data_get,
-        aaa_util_avlist_outbound_chap_data_get, aaa_util_avlist_outbound_mschap_data_get};
-    for (const Getter get : kGetters) {
-        aaa_chap_data_t chap{};
-        if (get(&chap, list) == AAA_OK) {
-            touch(chap.response, chap.response_len);
-            touch(chap.data, chap.data_len);
-        }
-    }
-}
+std::vector<std::string> g_lines;
 
 int take_line(uint32_t, const char *line) {
-    touch(line, std::strlen(line));
+    g_lines.emplace_back(line);
     return 0;
+}
+
+// The name, then a line for every pair.
+void print_lines(const avlist *list) {
+    g_lines.clear();
+    aaa_avpair_print_list(list, 8, take_line);
+    require(g_lines.size() == 1 + read_pairs(list).size() && g_lines[0] == list->av_name,
+            "a line for every pair is not what is printed");
+    for (std::size_t i = 1; i < g_lines.size(); ++i) {
+        require(g_lines[i].size() <= 1023 && g_lines[i].ends_with('\n'), "a printed line does not end");
+    }
 }
 
 void print(const avlist *list) {
@@ -312,7 +244,7 @@ void print(const avlist *list) {
                 "print gives another buffer");
         require(size == 0 || std::memchr(text.data(), '\0', size) != nullptr, "a printed text does not end");
     }
-    aaa_avpair_print_list(list, 8, take_line);
+    print_lines(list);
 }
 
 // A copy of the list must equal it; what is done to the copy stays there.
@@ -399,13 +331,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     }
     compare_with_plain(list.get(), message);
     walk(list.get());
+    walk_by_calls(list.get());
+    walk_buffers(list.get());
     look_up_places(list.get());
     look_up_pairs(list.get());
-    read_texts(list.get());
-    read_numbers(list.get());
-    read_records(list.get());
-    read_chap(list.get());
-    read_methods(list.get());
+    fuzz::ListGetters(list.get()).check();
     print(list.get());
     print_pairs(list.get());
     change_a_copy(list.get());
