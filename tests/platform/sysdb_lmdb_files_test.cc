@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "support/database_table.hpp"
 #include "sysdb_support.hpp"
 
 namespace {
@@ -332,18 +333,7 @@ TEST_P(SysdbDamage, EmptyFileIsAnEmptyDatabase) {
 
 TEST_P(SysdbDamage, ForeignDatabase) {
     fs::create_directories(fs::path(file()).parent_path());
-    MDB_env *env = nullptr;
-    ASSERT_EQ(0, mdb_env_create(&env));
-    ASSERT_EQ(0, mdb_env_open(env, file().c_str(), MDB_NOSUBDIR, 0660));
-    MDB_txn *txn = nullptr;
-    MDB_dbi table = 0;
-    ASSERT_EQ(0, mdb_txn_begin(env, nullptr, 0, &txn));
-    ASSERT_EQ(0, mdb_dbi_open(txn, nullptr, 0, &table));
-    char text[] = "somebody else's";
-    MDB_val value = {sizeof text, text};
-    ASSERT_EQ(0, mdb_put(txn, table, &value, &value, 0));
-    ASSERT_EQ(0, mdb_txn_commit(txn));
-    mdb_env_close(env);
+    aaatest::put_row(file(), nullptr, "somebody", "else's");
     expect_refused("is not the system database");
 }
 
@@ -417,19 +407,7 @@ TEST_P(SysdbDamage, EveryDamagedByteOfEveryPageHead) {
 // ---- items that do not fit their type, written past the client interface
 
 void put_raw(const std::string &file, const std::string &key, const std::string &bytes) {
-    MDB_env *env = nullptr;
-    MDB_txn *txn = nullptr;
-    MDB_dbi table = 0;
-    ASSERT_EQ(0, mdb_env_create(&env));
-    ASSERT_EQ(0, mdb_env_set_maxdbs(env, 8));
-    ASSERT_EQ(0, mdb_env_open(env, file.c_str(), MDB_NOSUBDIR, 0660));
-    ASSERT_EQ(0, mdb_txn_begin(env, nullptr, 0, &txn));
-    ASSERT_EQ(0, mdb_dbi_open(txn, "items", 0, &table));
-    MDB_val name = {key.size(), const_cast<char *>(key.data())};
-    MDB_val value = {bytes.size(), const_cast<char *>(bytes.data())};
-    ASSERT_EQ(0, mdb_put(txn, table, &name, &value, 0));
-    ASSERT_EQ(0, mdb_txn_commit(txn));
-    mdb_env_close(env);
+    aaatest::put_row(file, "items", key, bytes);
 }
 
 std::string raw_item(uint32_t type, const std::string &value) {

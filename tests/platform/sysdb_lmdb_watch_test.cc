@@ -5,7 +5,6 @@
 // database of its own.
 
 #include <gtest/gtest.h>
-#include <lmdb.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/database_table.hpp"
 #include "sysdb_support.hpp"
 
 namespace {
@@ -73,19 +73,7 @@ std::set<std::string> sockets(const DatabaseSandbox &sandbox) {
 
 // Rows of the watch table, read past the provider.
 std::size_t watch_rows(const DatabaseSandbox &sandbox) {
-    MDB_env *env = nullptr;
-    MDB_txn *txn = nullptr;
-    MDB_dbi table = 0;
-    MDB_stat statistics{};
-    EXPECT_EQ(0, mdb_env_create(&env));
-    EXPECT_EQ(0, mdb_env_set_maxdbs(env, 8));
-    EXPECT_EQ(0, mdb_env_open(env, sandbox.oper_file().c_str(), MDB_NOSUBDIR | MDB_RDONLY, 0660));
-    EXPECT_EQ(0, mdb_txn_begin(env, nullptr, MDB_RDONLY, &txn));
-    EXPECT_EQ(0, mdb_dbi_open(txn, "watch", 0, &table));
-    EXPECT_EQ(0, mdb_stat(txn, table, &statistics));
-    mdb_txn_abort(txn);
-    mdb_env_close(env);
-    return statistics.ms_entries;
+    return aaatest::DatabaseTable(sandbox.oper_file(), "watch", MDB_RDONLY).rows();
 }
 
 // A process that watches, says so, and then sleeps until it is killed.

@@ -4,7 +4,6 @@
 // of which was taken for sound and then led to a hang, a crash or lost data.
 
 #include <gtest/gtest.h>
-#include <lmdb.h>
 
 #include <cstdio>
 #include <cstring>
@@ -13,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "support/database_table.hpp"
 #include "sysdb_support.hpp"
 
 namespace {
@@ -127,23 +127,13 @@ TEST_F(SysdbFile, TransactionNumberOfTheOtherHeadIsRefused) {
 // As many processes as do not fit on a page watch one key.
 void add_watchers(const std::string &file, const std::string &key) {
     run_forked([&] {
-        MDB_env *env = nullptr;
-        MDB_txn *txn = nullptr;
-        MDB_dbi dbi = 0;
-        ASSERT_EQ(0, mdb_env_create(&env));
-        ASSERT_EQ(0, mdb_env_set_maxdbs(env, 8));
-        ASSERT_EQ(0, mdb_env_open(env, file.c_str(), MDB_NOSUBDIR, 0660));
-        ASSERT_EQ(0, mdb_txn_begin(env, nullptr, 0, &txn));
-        ASSERT_EQ(0, mdb_dbi_open(txn, "watch", 0, &dbi));
+        aaatest::DatabaseTable watchers(file, "watch");
         for (unsigned i = 0; i < 150; ++i) {
             char name[32];
             std::snprintf(name, sizeof name, "%u.%08x", 1000000000 + i, i);
-            MDB_val row = {key.size(), const_cast<char *>(key.data())};
-            MDB_val value = {std::strlen(name), name};
-            ASSERT_EQ(0, mdb_put(txn, dbi, &row, &value, 0));
+            watchers.put(key, name);
         }
-        ASSERT_EQ(0, mdb_txn_commit(txn));
-        mdb_env_close(env);
+        watchers.commit();
     });
 }
 

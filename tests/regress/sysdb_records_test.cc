@@ -4,14 +4,13 @@
 // provider, and what they led to.
 
 #include <gtest/gtest.h>
-#include <lmdb.h>
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <string>
 
+#include "support/database_table.hpp"
 #include "sysdb_support.hpp"
 
 namespace {
@@ -20,21 +19,7 @@ namespace fs = std::filesystem;
 
 // Puts a row into a table, in a process that has not opened the database.
 void put_row(const std::string &file, const char *table, const std::string &key, const std::string &bytes) {
-    run_forked([&] {
-        MDB_env *env = nullptr;
-        MDB_txn *txn = nullptr;
-        MDB_dbi dbi = 0;
-        ASSERT_EQ(0, mdb_env_create(&env));
-        ASSERT_EQ(0, mdb_env_set_maxdbs(env, 8));
-        ASSERT_EQ(0, mdb_env_open(env, file.c_str(), MDB_NOSUBDIR, 0660));
-        ASSERT_EQ(0, mdb_txn_begin(env, nullptr, 0, &txn));
-        ASSERT_EQ(0, mdb_dbi_open(txn, table, 0, &dbi));
-        MDB_val name = {key.size(), const_cast<char *>(key.data())};
-        MDB_val value = {bytes.size(), const_cast<char *>(bytes.data())};
-        ASSERT_EQ(0, mdb_put(txn, dbi, &name, &value, 0));
-        ASSERT_EQ(0, mdb_txn_commit(txn));
-        mdb_env_close(env);
-    });
+    run_forked([&] { aaatest::put_row(file, table, key, bytes); });
 }
 
 template <typename Number>
