@@ -16,6 +16,8 @@
 #include <cerrno>
 #include <condition_variable>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <iostream>
 #include <mutex>
@@ -42,7 +44,7 @@ struct Sabotage {
     std::atomic<int> sigaddset{0};     // error of the call counted by sigaddset_at
     std::atomic<int> sigaddset_at{0};  // 1 or 2
     std::atomic<int> sigaddset_calls{0};
-    std::atomic<int> thread_create{0};
+    std::atomic<unsigned> joins{0};
     std::vector<int> settypes;
     std::vector<int> added_signals;
     std::atomic<bool> watching{false};
@@ -66,6 +68,7 @@ struct Libc {
     decltype(&::sigemptyset) emptyset = NEXT(sigemptyset);
     decltype(&::sigaddset) addset = NEXT(sigaddset);
     decltype(&::pthread_sigmask) thread_mask = NEXT(pthread_sigmask);
+    decltype(&::pthread_join) join = NEXT(pthread_join);
 #undef NEXT
 };
 const Libc &libc() {
@@ -121,6 +124,11 @@ int pthread_sigmask(int how, const sigset_t *set, sigset_t *old) noexcept {
         return sabotage().sigmask;
     }
     return libc().thread_mask(how, set, old);
+}
+
+int pthread_join(pthread_t thread, void **result) {
+    ++sabotage().joins;
+    return libc().join(thread, result);
 }
 
 }  // extern "C"
@@ -473,6 +481,19 @@ TEST_F(Worker, OpensTheConfigurationWhenTheMappingIsRetried) {
                                          "Done with sgmap sysdb con init", "Done with cfg sysdb con init"}));
 }
 
+// Its handle is cleared by the time that its thread is gone.
+bool worker_is_there() {
+    for (const auto &task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::ifstream(task.path() / "comm") >> name;
+        if (name == "aaa_util_th") {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Unload joins it without a word.
 TEST_F(Worker, EndsWhenItHasNoBuffer) {
     if (!fake::FailAlloc::available()) {
         GTEST_SKIP();
@@ -484,14 +505,16 @@ TEST_F(Worker, EndsWhenItHasNoBuffer) {
         }
     });
     load();
-    while (fake::traces_of(0).back() != "AAA lib Thread about to exit") {
+    while (fake::traces_of(0).back() != "AAA lib Thread about to exit" || worker_is_there()) {
         std::this_thread::yield();
     }
     EXPECT_EQ(fake::count("event_block"), 0u);
     fake::clear_journal();
+    const unsigned joins = sabotage().joins;
     unload();
-    const Lines traces = fake::traces_of(0);
-    EXPECT_EQ(traces.back(), "Done with sysdb con close");
+    EXPECT_EQ(sabotage().joins, joins + 1);
+    EXPECT_EQ(fake::traces_of(0), (Lines{"Unloading libaaautil.dll", "Sending the async event to wakeup",
+                                         "Done with sysdb con close"}));
     EXPECT_TRUE(fake::sysdb::open_connections().empty());
 }
 
