@@ -5,11 +5,11 @@
 #include "output_file.hpp"
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 
+#include "file_size_limit.hpp"
 #include "output.hpp"
 #include "program_run.hpp"
 #include "temp_dir.hpp"
@@ -55,29 +55,12 @@ TEST(OutputFile, OldOnesAreReplacedAndKeepTheirMode) {
     EXPECT_EQ(files_in(dir), 2u);
 }
 
-class FileSizeLimit {
-  public:
-    explicit FileSizeLimit(rlim_t bytes) : handler_(signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit = {bytes, before_.rlim_max};
-        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &before_);
-        signal(SIGXFSZ, handler_);
-    }
-
-  private:
-    void (*handler_)(int);
-    rlimit before_{};
-};
-
 TEST(OutputFile, NothingIsLostWhenTheNewOneDoesNotFit) {
     const TempDir dir;
     const std::string file = dir.write("message", "old");
     aaactl_test::Run replaced, created;
     {
-        const FileSizeLimit limit(10);
+        const aaactl_test::FileSizeLimit limit(10);
         replaced = aaactl({"encode", "-o", file}, kMessage);
         created = aaactl({"encode", "-o", dir.path("new")}, kMessage);
     }
@@ -107,6 +90,34 @@ TEST(OutputFile, LinksStayLinks) {
     write_file(dir.path("link"), "new");
     EXPECT_TRUE(fs::is_symlink(dir.path("link")));
     EXPECT_EQ(dir.read("d/message"), "new");
+    EXPECT_EQ(files_in(dir), 2u);
+}
+
+TEST(OutputFile, LinksToFilesThatAreNotThereStayLinks) {
+    const TempDir dir;
+    ASSERT_TRUE(fs::create_directory(dir.path("d")));
+    ASSERT_EQ(symlink("../second", dir.path("d/first").c_str()), 0);
+    ASSERT_EQ(symlink(dir.path("d/message").c_str(), dir.path("second").c_str()), 0);
+    const auto run = aaactl({"encode", "-o", dir.path("d/first")}, kMessage);
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_TRUE(fs::is_symlink(dir.path("d/first")));
+    EXPECT_TRUE(fs::is_symlink(dir.path("second")));
+    EXPECT_EQ(aaactl({"decode", dir.path("d/message")}).status, 0);
+    EXPECT_EQ(files_in(dir), 2u);
+}
+
+TEST(OutputFile, LinksThatLeadNowhereAreLeftAlone) {
+    const TempDir dir;
+    ASSERT_EQ(symlink("no/file", dir.path("away").c_str()), 0);
+    ASSERT_EQ(symlink("itself", dir.path("itself").c_str()), 0);
+    const std::pair<const char *, const char *> links[] = {{"away", "No such file or directory"},
+                                                           {"itself", "Too many levels of symbolic links"}};
+    for (const auto &[name, why] : links) {
+        const auto run = aaactl({"encode", "-o", dir.path(name)}, kMessage);
+        EXPECT_EQ(run.status, 6);
+        EXPECT_EQ(run.err, "aaactl: " + dir.path(name) + ": " + why + "\n");
+        EXPECT_TRUE(fs::is_symlink(dir.path(name)));
+    }
     EXPECT_EQ(files_in(dir), 2u);
 }
 

@@ -7,10 +7,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
+#include <climits>
 #include <cstring>
-#include <memory>
 #include <utility>
 
 #include "output.hpp"
@@ -21,6 +19,7 @@ namespace {
 constexpr mode_t kNewFile = 0666;  // less what the umask takes
 constexpr mode_t kOwnerOnly = 0600;
 constexpr mode_t kPermissions = 0777;
+constexpr int kMostLinks = 40;   // as many as the kernel follows
 constexpr int kAttempts = 1000;  // for a name that no earlier, killed process has left behind
 
 Failure failure(const std::string &file) {
@@ -49,13 +48,29 @@ void write_in_place(const std::string &file, std::string_view bytes) {
     }
 }
 
-// What a symbolic link leads to: the link is to stay one.
+// Where a symbolic link leads, one step; "" for anything else.
+std::string link_target(const std::string &file) {
+    char text[PATH_MAX];
+    const ssize_t n = readlink(file.c_str(), text, sizeof text);
+    if (n <= 0) {
+        return "";
+    }
+    const std::string target(text, static_cast<size_t>(n));
+    return target.starts_with('/') ? target : file.substr(0, file.rfind('/') + 1) + target;
+}
+
+// What a symbolic link leads to, be it there or not: the link is to stay one, as it does where a shell writes
+// to it.
 std::string resolved(const std::string &file) {
-    struct Free {
-        void operator()(char *text) const { std::free(text); }
-    };
-    const std::unique_ptr<char, Free> path(realpath(file.c_str(), nullptr));
-    return path != nullptr ? path.get() : file;
+    std::string path = file;
+    int links = 0;
+    for (std::string target; !(target = link_target(path)).empty(); path = target) {
+        if (++links > kMostLinks) {
+            errno = ELOOP;
+            throw failure(file);
+        }
+    }
+    return path;
 }
 
 // A file beside another one, gone at the end unless it has taken its place. Beside it, because no rename
