@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "encode.hpp"
 #include "fuzz_input.hpp"
 #include "message_json.hpp"
 #include "message_text.hpp"
@@ -14,7 +15,6 @@
 namespace {
 
 using aaactl::Failure;
-using aaactl::Json;
 using aaactl::Message;
 
 void require_inverse(const Message &made) {
@@ -26,22 +26,11 @@ void require_inverse(const Message &made) {
     REQUIRE(write_message(aaactl::from_json(to_json(message, true))) == bytes);
 }
 
-Message encode(const std::string &description) {
-    if (!description.starts_with('{')) {
-        return aaactl::from_text(description);
-    }
-    const Json document = Json::parse(description, nullptr, false);
-    if (document.is_discarded()) {
-        throw Failure(aaactl::ExitCode::bad_input, "no JSON");
-    }
-    return aaactl::from_json(document);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     try {
-        require_inverse(encode({reinterpret_cast<const char *>(data), size}));
+        require_inverse(aaactl::message_of({reinterpret_cast<const char *>(data), size}));
     } catch (const Failure &failure) {
         REQUIRE(failure.code() == aaactl::ExitCode::bad_input);
         for (const char c : std::string(failure.what())) {

@@ -2,6 +2,8 @@
 //
 // encode: the inverse of decode.
 
+#include "encode.hpp"
+
 #include <unistd.h>
 
 #include <cstdio>
@@ -59,22 +61,11 @@ Json parsed(const std::string &text) {
     }
 }
 
-Message read(const Options &options, const std::string &text) {
-    const size_t begin = text.find_first_not_of(" \t\r\n");
-    const bool json = options.form == "json" ||
-                      (options.form == "auto" && begin != std::string::npos && text[begin] == '{');
-    return json ? from_json(parsed(text)) : from_text(text);
-}
-
 ExitCode encode(const Options &options, Output &out) {
     if (options.binary && options.to.empty() && isatty(STDOUT_FILENO) == 1) {
         throw Failure(ExitCode::usage, "binary output does not go to a terminal; use -o FILE or a pipe");
     }
-    const std::string text = read_input(options.file);
-    if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
-        throw Failure(ExitCode::bad_input, "there is nothing to encode: the input is empty");
-    }
-    const Message message = read(options, text);
+    const Message message = message_of(read_input(options.file), options.form);
     const std::string bytes = write_message(message);
     if (!options.to.empty()) {
         write_file(options.to, bytes);
@@ -94,6 +85,15 @@ ExitCode encode(const Options &options, Output &out) {
 }
 
 }  // namespace
+
+Message message_of(const std::string &description, const std::string &form) {
+    const size_t begin = description.find_first_not_of(" \t\r\n");
+    if (begin == std::string::npos) {
+        throw Failure(ExitCode::bad_input, "there is nothing to encode: the input is empty");
+    }
+    const bool json = form == "json" || (form == "auto" && description[begin] == '{');
+    return json ? from_json(parsed(description)) : from_text(description);
+}
 
 void add_encode(Program &program) {
     auto options = std::make_shared<Options>();
