@@ -165,12 +165,27 @@ TEST_F(Sysdb, DamagedItemsAreShownAsSuch) {
     put("/cfg/d/whole", "u32", "1");
     aaactl_test::damage(dir(), "/cfg/d/cut", SYSDB_TYPE_U32, "abc");
     aaactl_test::damage(dir(), "/cfg/d/e//x", SYSDB_TYPE_U32, "abcd");
-    EXPECT_EQ(aaactl({"sysdb", "ls", "-l", "/cfg/d"}).out,
-              "u32        cut    value does not fit its type\ndirectory  e/\nu32        whole  1\n");
-    EXPECT_EQ(aaactl({"sysdb", "tree", "/cfg/d"}).out,
+    const auto ls = aaactl({"sysdb", "ls", "-l", "/cfg/d"});
+    EXPECT_EQ(ls.status, 3);
+    EXPECT_EQ(ls.out, "u32        cut    value does not fit its type\ndirectory  e/\nu32        whole  1\n");
+    EXPECT_EQ(ls.err, "aaactl: /cfg/d/cut: value does not fit its type\n");
+    EXPECT_EQ(aaactl({"sysdb", "ls", "/cfg/d"}).status, 0) << "no value is read";
+    EXPECT_EQ(aaactl({"sysdb", "ls", "-l", "/cfg/d/e"}).status, 0) << "nor what is further below";
+    const auto tree = aaactl({"sysdb", "tree", "/cfg/d"});
+    EXPECT_EQ(tree.status, 3);
+    EXPECT_EQ(tree.out,
               "/cfg/d/\n├── cut = value does not fit its type\n├── e/\n│   └── / name that no path can have\n"
               "└── whole = 1\n");
-    const auto entries = aaactl({"sysdb", "tree", "/cfg/d", "--json"}).json()["entries"];
+    EXPECT_EQ(tree.err,
+              "aaactl: /cfg/d/cut: value does not fit its type\n"
+              "aaactl: /cfg/d/e//: name that no path can have\n");
+    const auto list = aaactl({"sysdb", "ls", "-l", "/cfg/d", "--json"});
+    EXPECT_EQ(list.status, 3);
+    EXPECT_EQ(list.json()["entries"][0].dump(),
+              R"({"name":"cut","type":"u32","fault":"value does not fit its type"})");
+    const auto json = aaactl({"sysdb", "tree", "/cfg/d", "--json"});
+    EXPECT_EQ(json.status, 3);
+    const auto entries = json.json()["entries"];
     EXPECT_EQ(entries[0]["fault"], "value does not fit its type");
     EXPECT_EQ(entries[1]["entries"][0]["fault"], "name that no path can have");
     EXPECT_EQ(aaactl({"sysdb", "get", "/cfg/d/cut"}).status, 3);

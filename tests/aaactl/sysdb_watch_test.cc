@@ -73,7 +73,9 @@ TEST_F(Watch, AnItemsPathAlsoWatchesTheDirectoryOfThatName) {
 
 TEST_F(Watch, RefusesWhatItCannotWatch) {
     EXPECT_EQ(aaactl({"sysdb", "watch", "/other/"}).status, 2);
-    EXPECT_EQ(aaactl({"sysdb", "watch", "--count", "0"}).status, 2);
+    const auto none = aaactl({"sysdb", "watch", "--count", "0"});
+    EXPECT_EQ(none.status, 2);
+    EXPECT_EQ(none.err, "aaactl: --count: Value 0 not in range 1 to 4294967295 (see --help)\n");
     const ScopedEnv run("AAA_SYSDB_RUN_DIR", dir().write("file", "") + "/below");
     EXPECT_EQ(aaactl({"sysdb", "watch", "/cfg/"}).status, 5);
 }

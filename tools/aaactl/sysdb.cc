@@ -146,7 +146,8 @@ void add_del(Program &program, CLI::App *sysdb) {
 
 // ---- ls and tree
 
-// What stands there may not fit its type; that is worth seeing, not a reason to stop.
+// What stands there may not fit its type; that is worth seeing, not a reason to stop. At the end it is told
+// once more, for who reads the exit status only.
 struct Reading {
     std::optional<Item> item;
     std::string fault;
@@ -180,6 +181,19 @@ struct Listed {
     Reading reading;
 };
 
+ExitCode note_faults(Output &out, const std::vector<Unreadable> &faults) {
+    for (const Unreadable &item : faults) {
+        out.note("aaactl: " + escaped(item.path) + ": " + item.fault);
+    }
+    return faults.empty() ? ExitCode::ok : ExitCode::bad_input;
+}
+
+void add_fault(const Listed &listed, std::vector<Unreadable> &faults) {
+    if (!listed.reading.fault.empty()) {
+        faults.push_back({listed.path, listed.entry.type, listed.reading.fault});
+    }
+}
+
 std::vector<Listed> read_level(Database &database, const std::string &directory,
                                const std::vector<Entry> &entries, bool values) {
     std::vector<Listed> level;
@@ -209,7 +223,9 @@ ExitCode ls(Output &out, const std::string &path, bool long_form) {
     const std::vector<Listed> level = level_of(database, path, long_form);
     Json document = {{"path", escaped(path)}, {"entries", Json::array()}};
     std::vector<std::vector<std::string>> rows;
+    std::vector<Unreadable> faults;
     for (const Listed &listed : level) {
+        add_fault(listed, faults);
         document["entries"].push_back(entry_json(out, listed.path, listed.entry, listed.reading));
         const std::string name = out.styled(listed.entry.is_directory() ? Style::strong : Style::plain,
                                             escaped(listed.entry.name));
@@ -221,7 +237,7 @@ ExitCode ls(Output &out, const std::string &path, bool long_form) {
                            : std::vector<std::string>{name});
     }
     out.result(document, [&] { out.table({}, rows); });
-    return ExitCode::ok;
+    return note_faults(out, faults);
 }
 
 void add_ls(Program &program, CLI::App *sysdb) {
@@ -232,8 +248,9 @@ void add_ls(Program &program, CLI::App *sysdb) {
     sub->add_option("PATH", *path, "The directory; / without one");
     sub->add_flag("-l,--long", *long_form, "Types and values too");
     sub->footer(
-        "JSON: {path, entries: [{name, type, value with -l}]}\nExample: aaactl sysdb ls -l "
-        "/cfg/gl/aaa/authentication/login/");
+        "With -l: exit status 3 when a value cannot be read; the others are shown all the same.\n"
+        "JSON: {path, entries: [{name, type, with -l also value, masked or fault}]}\n"
+        "Example: aaactl sysdb ls -l /cfg/gl/aaa/authentication/login/");
 }
 
 struct Branch {
@@ -243,7 +260,7 @@ struct Branch {
 };
 
 void grow(Output &out, Database &database, const std::string &directory, const std::string &indent,
-          Branch &branch) {
+          Branch &branch, std::vector<Unreadable> &faults) {
     const std::vector<Listed> level = read_level(
         database, directory, database.list(directory, branch.fault).value_or(std::vector<Entry>{}), true);
     for (size_t i = 0; i < level.size(); ++i) {
@@ -252,18 +269,21 @@ void grow(Output &out, Database &database, const std::string &directory, const s
         const std::string stem = indent + out.styled(Style::dim, last ? "└── " : "├── ");
         const std::string name = escaped(listed.entry.name);
         Json document = entry_json(out, listed.path, listed.entry, listed.reading);
+        add_fault(listed, faults);
         if (!listed.entry.is_directory()) {
             branch.lines.push_back(stem + name + out.styled(Style::dim, " = ") +
                                    entry_value(out, listed.path, listed.reading));
         } else {
             Branch below;
-            grow(out, database, listed.path, indent + out.styled(Style::dim, last ? "    " : "│   "), below);
+            grow(out, database, listed.path, indent + out.styled(Style::dim, last ? "    " : "│   "), below,
+                 faults);
             branch.lines.push_back(stem + out.styled(Style::strong, name) + (below.fault.empty() ? "" : " ") +
                                    out.styled(Style::bad, below.fault));
             branch.lines.insert(branch.lines.end(), below.lines.begin(), below.lines.end());
             document["entries"] = std::move(below.entries);
             if (!below.fault.empty()) {
                 document["fault"] = below.fault;
+                faults.push_back({listed.path, listed.entry.type, below.fault});
             }
         }
         branch.entries.push_back(std::move(document));
@@ -277,14 +297,15 @@ ExitCode tree(Output &out, const std::string &path) {
         throw database_failure(directory, SYSDB_ERR_NOT_FOUND);
     }
     Branch root;
-    grow(out, database, directory, "", root);
+    std::vector<Unreadable> faults;
+    grow(out, database, directory, "", root, faults);
     out.result({{"path", escaped(directory)}, {"entries", root.entries}}, [&] {
         out.line(out.styled(Style::strong, escaped(directory)));
         for (const std::string &line : root.lines) {
             out.line(line);
         }
     });
-    return ExitCode::ok;
+    return note_faults(out, faults);
 }
 
 void add_tree(Program &program, CLI::App *sysdb) {
@@ -293,7 +314,9 @@ void add_tree(Program &program, CLI::App *sysdb) {
                                     [path](Output &out) { return tree(out, *path); });
     sub->add_option("PATH", *path, "The directory; / without one");
     sub->footer(
-        "JSON: {path, entries: [{name, type, value or entries}]}\nExample: aaactl sysdb tree /oper/aaa/");
+        "Exit status 3 when something cannot be read; the rest is shown all the same.\n"
+        "JSON: {path, entries: [{name, type, value, masked or fault, of a directory entries}]}\n"
+        "Example: aaactl sysdb tree /oper/aaa/");
 }
 
 }  // namespace

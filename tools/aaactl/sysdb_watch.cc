@@ -199,7 +199,8 @@ void add_sysdb_watch(Program &program, CLI::App *sysdb) {
     CLI::App *sub = program.command(sysdb, "watch", "Print changes as they happen, until Control-C",
                                     [options](Output &out) { return watch(out, *options); });
     sub->add_option("PATH", options->path, "An item, or a directory with all that is below; / without one");
-    sub->add_option("-n,--count", options->count, "End after so many changes")->check(CLI::PositiveNumber);
+    sub->add_option("-n,--count", options->count, "End after so many changes")
+        ->check(CLI::Range(uint64_t{1}, uint64_t{UINT32_MAX}));
     sub->footer(
         "Several quick changes of one item may be shown as one, the last state always is. \"reread\": more "
         "has changed\n"
