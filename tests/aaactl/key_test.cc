@@ -4,12 +4,15 @@
 
 #include <sys/stat.h>
 
+#include "damaged_items.hpp"
 #include "database_fixture.hpp"
+#include "file_size_limit.hpp"
 #include "program_started.hpp"
 
 namespace {
 
 using aaactl_test::aaactl;
+using aaactl_test::damage;
 using aaactl_test::Started;
 
 class Key : public aaactl_test::DatabaseTest {
@@ -204,15 +207,97 @@ TEST_F(Key, RotateSealsStoredKeysAgain) {
     EXPECT_EQ(aaactl({"key", "reseal", "/cfg/"}).out, "") << "all are of the newest generation";
 }
 
-TEST_F(Key, NothingIsDoneWhenOneStoredKeyCannotBeOpened) {
+TEST_F(Key, RotateDoesNothingWhenOneStoredKeyCannotBeOpened) {
     const std::string good = seal("one");
     put("/cfg/good", "string", good);
     put("/cfg/lost", "string", "07" + good.substr(2));
     const auto run = aaactl({"key", "rotate", "--reseal", "/cfg/"});
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find("/cfg/lost"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("/cfg/lost: the key cannot be opened"), std::string::npos) << run.err;
+    damage(dir(), "/cfg/cut", SYSDB_TYPE_STRING, "x");
+    const auto both = aaactl({"key", "rotate", "--reseal", "/cfg/"});
+    EXPECT_EQ(both.status, 3);
+    EXPECT_NE(both.err.find("/cfg/cut: value does not fit its type, /cfg/lost: the key cannot be opened"),
+              std::string::npos)
+        << both.err;
+    EXPECT_EQ(aaactl({"key", "rotate", "--reseal", "/cfg/good", "/cfg/nowhere"}).status, 4);
     EXPECT_EQ(value_of("/cfg/good"), good);
     EXPECT_EQ(aaactl({"key", "masters", "--json"}).json()["masters"].size(), 1u) << "not rotated";
+}
+
+// A database that is full refuses the keys when there is a new generation already.
+TEST_F(Key, RotateSaysWhatWasDoneBeforeItFailed) {
+    const std::string old = seal("one");
+    put("/cfg/a", "string", old);
+    aaactl_test::Run run;
+    {
+        const aaactl_test::FileSizeLimit limit(4096);
+        run = aaactl({"key", "rotate", "--reseal", "/cfg/", "--json"});
+    }
+    EXPECT_EQ(run.status, 5);
+    EXPECT_NE(run.err.find("; before that generation 02 was added\n"), std::string::npos) << run.err;
+    EXPECT_EQ(run.json()["generation"], 2);
+    EXPECT_EQ(run.json()["resealed"].dump(), "[]");
+    EXPECT_EQ(value_of("/cfg/a"), old);
+    EXPECT_EQ(aaactl({"key", "reseal", "/cfg/"}).out, "/cfg/a: sealed again\n");
+}
+
+TEST_F(Key, ResealDoesTheOthersAndNamesWhatItLeaves) {
+    const std::string old = seal("one");
+    put("/cfg/a", "string", old);
+    put("/cfg/lost", "string", "07" + old.substr(2));
+    put("/cfg/z", "string", seal("two"));
+    ASSERT_EQ(aaactl({"key", "rotate"}).status, 0);
+    const auto lost = aaactl({"key", "reseal", "/cfg/a", "/cfg/lost"});
+    EXPECT_EQ(lost.status, 1);
+    EXPECT_EQ(lost.out, "/cfg/a: sealed again\n");
+    EXPECT_EQ(lost.err,
+              "aaactl: /cfg/lost: the key cannot be opened with the master keys; it is left as it is\n");
+    EXPECT_EQ(opened(value_of("/cfg/a")), "one");
+
+    damage(dir(), "/cfg/d/cut", SYSDB_TYPE_STRING, "x");
+    damage(dir(), "/cfg/d//x", SYSDB_TYPE_STRING, old);
+    damage(dir(), "/cfg/number", SYSDB_TYPE_U32, "abc");
+    const auto run = aaactl({"key", "reseal", "/cfg", "/cfg/d/cut", "--json"});
+    EXPECT_EQ(run.status, 3);
+    EXPECT_EQ(run.json().dump(),
+              R"({"resealed":["/cfg/z"],"faults":[{"path":"/cfg/d//","fault":"name that no path can have"},)"
+              R"({"path":"/cfg/d/cut","fault":"value does not fit its type"},)"
+              R"({"path":"/cfg/lost","fault":"the key cannot be opened with the master keys"}]})");
+    EXPECT_EQ(opened(value_of("/cfg/z")), "two");
+    EXPECT_EQ(value_of("/cfg/lost"), "07" + old.substr(2));
+}
+
+TEST_F(Key, ResealSaysWhenNothingIsThere) {
+    EXPECT_EQ(aaactl({"key", "reseal", "/cfg"}).status, 0) << "the trees always are";
+    EXPECT_EQ(aaactl({"key", "reseal", "/cfg/nowhere"}).status, 4);
+    EXPECT_EQ(aaactl({"key", "reseal", "/cfg/nowhere/"}).status, 4);
+    EXPECT_EQ(aaactl({"key", "reseal", "/cfg//x"}).status, 2);
+    EXPECT_EQ(aaactl({"key", "reseal", "/other"}).status, 2);
+}
+
+TEST_F(Key, RetireNamesWhatItCannotRead) {
+    put("/cfg/old/key", "string", seal("one"));
+    ASSERT_EQ(aaactl({"key", "rotate"}).status, 0);
+    damage(dir(), "/cfg/cut", SYSDB_TYPE_STRING, "x");
+    damage(dir(), "/cfg/typeless", "abc");
+    damage(dir(), "/cfg/number", SYSDB_TYPE_U32, "abc");
+    const std::string doubt =
+        " may be needed by what cannot be read: /cfg/cut (value does not fit its type), /cfg/typeless (value "
+        "does "
+        "not fit its type)";
+    const auto needed = aaactl({"key", "retire", "1"});
+    EXPECT_EQ(needed.status, 1);
+    EXPECT_EQ(needed.err, "aaactl: generation 01 is needed by /cfg/old/key; see \"aaactl key reseal\"; it" +
+                              doubt + "\n");
+    EXPECT_EQ(aaactl({"key", "reseal", "/cfg/old"}).status, 0);
+    const auto unclear = aaactl({"key", "retire", "1"});
+    EXPECT_EQ(unclear.status, 3);
+    EXPECT_EQ(unclear.err, "aaactl: generation 01" + doubt + "; mend or delete that, or say --force\n");
+    EXPECT_EQ(aaactl({"key", "masters", "--json"}).json()["masters"].size(), 2u);
+    ASSERT_EQ(aaactl({"sysdb", "del", "/cfg/cut"}).status, 0);
+    ASSERT_EQ(aaactl({"sysdb", "del", "/cfg/typeless"}).status, 0);
+    EXPECT_EQ(aaactl({"key", "retire", "1"}).status, 0) << "a number is no key";
 }
 
 TEST_F(Key, RetireRefusesWhatIsNeeded) {

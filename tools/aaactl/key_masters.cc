@@ -76,17 +76,68 @@ void add_new_master(Program &program, CLI::App *key) {
 
 // ---- rotate and reseal
 
-Json escaped_paths(const std::vector<std::string> &paths) {
-    Json list = Json::array();
-    std::transform(paths.begin(), paths.end(), std::back_inserter(list),
-                   [](const std::string &path) { return escaped(path); });
-    return list;
+// The members "resealed" and, where there are any, "faults".
+void add_resealed(Json &document, const Resealed &result) {
+    document["resealed"] = Json::array();
+    for (const std::string &path : result.changed) {
+        document["resealed"].push_back(escaped(path));
+    }
+    for (const LeftKey &key : result.left) {
+        document["faults"].push_back({{"path", escaped(key.path)}, {"fault", key.fault}});
+    }
 }
 
-void print_resealed(Output &out, const std::vector<std::string> &paths) {
-    for (const std::string &path : paths) {
+void print_resealed(Output &out, const Resealed &result) {
+    for (const std::string &path : result.changed) {
         out.line(escaped(path) + ": sealed again");
     }
+}
+
+std::string fault_text(const LeftKey &key) {
+    return escaped(key.path) + ": " + key.fault;
+}
+
+// What cannot be read weighs more than what cannot be opened: nobody knows what it is.
+ExitCode worst(const std::vector<LeftKey> &left) {
+    const bool unreadable = std::any_of(left.begin(), left.end(),
+                                        [](const LeftKey &key) { return key.code == ExitCode::bad_input; });
+    return left.empty() ? ExitCode::ok : unreadable ? ExitCode::bad_input : ExitCode::negative;
+}
+
+ExitCode note_left(Output &out, const std::vector<LeftKey> &left) {
+    for (const LeftKey &key : left) {
+        out.note("aaactl: " + fault_text(key) + "; it is left as it is");
+    }
+    return worst(left);
+}
+
+void add_word(std::string &words, const std::string &word) {
+    words += (words.empty() ? "" : ", ") + word;
+}
+
+// Before a new generation is made: keys that cannot be opened are a sign of the wrong file of master keys.
+void refuse_left(const std::vector<LeftKey> &left) {
+    std::string faults;
+    for (const LeftKey &key : left) {
+        add_word(faults, fault_text(key));
+    }
+    if (!left.empty()) {
+        throw Failure(
+            worst(left),
+            faults + "; nothing was changed (\"key rotate\" alone, then \"key reseal\" does the others)");
+    }
+}
+
+// What fails half-way says what was done before.
+Failure half_done(const Failure &failure, const Json &document, const std::string &rotated,
+                  const Resealed &result) {
+    std::string done = rotated;
+    for (const std::string &path : result.changed) {
+        add_word(done, escaped(path) + " was sealed again");
+    }
+    return done.empty() ? failure
+                        : Failure(failure.code(), std::string(failure.what()) + "; before that " + done)
+                              .with(document);
 }
 
 uint32_t rotate_masters() {
@@ -99,19 +150,28 @@ uint32_t rotate_masters() {
 }
 
 ExitCode rotate(Output &out, const std::vector<std::string> &paths) {
-    uint32_t generation = 0;
-    std::vector<std::string> changed;
-    if (paths.empty()) {
-        generation = rotate_masters();
-    } else {
-        changed = reseal(paths, [&] { generation = rotate_masters(); });
+    Json document = {{"file", file_name()}, {"generation", Json()}};
+    Resealed result;
+    std::string rotated;
+    const auto add_master = [&](const std::vector<LeftKey> &left) {
+        refuse_left(left);
+        const uint32_t generation = rotate_masters();
+        document["generation"] = generation;
+        rotated = "generation " + generation_text(generation) + " was added";
+    };
+    try {
+        paths.empty() ? add_master({}) : reseal(paths, add_master, result);
+    } catch (const Failure &failure) {
+        add_resealed(document, result);
+        throw half_done(failure, document, rotated, result);
     }
-    out.result(
-        {{"file", file_name()}, {"generation", generation}, {"resealed", escaped_paths(changed)}}, [&] {
-            out.line(file_name() + ": new keys are sealed with generation " + generation_text(generation));
-            print_resealed(out, changed);
-        });
-    return ExitCode::ok;
+    add_resealed(document, result);
+    out.result(document, [&] {
+        out.line(file_name() + ": new keys are sealed with generation " +
+                 generation_text(document["generation"]));
+        print_resealed(out, result);
+    });
+    return note_left(out, result.left);  // one that was changed meanwhile
 }
 
 void add_rotate(Program &program, CLI::App *key) {
@@ -123,14 +183,25 @@ void add_rotate(Program &program, CLI::App *key) {
            "Seal the keys that the database has at or below these paths with it, as one change for each tree")
         ->type_name("PATH...");
     sub->footer(
-        "With --reseal every key is opened first; if one cannot be, nothing is done.\n"
-        "JSON: {file, generation, resealed: [path]}\nExample: aaactl key rotate --reseal /cfg/");
+        "With --reseal every key is read and opened first; if one cannot be, nothing is done, not even a "
+        "master key\nadded. Exit status 1: one cannot be opened; 3: one cannot be read.\n"
+        "JSON: {file, generation, resealed: [path], faults: [{path, fault}] if any}\n"
+        "Example: aaactl key rotate --reseal /cfg/");
 }
 
 ExitCode reseal_stored(Output &out, const std::vector<std::string> &paths) {
-    const auto changed = reseal(paths, [] {});
-    out.result({{"resealed", escaped_paths(changed)}}, [&] { print_resealed(out, changed); });
-    return ExitCode::ok;
+    Json document;
+    Resealed result;
+    try {
+        reseal(
+            paths, [](const std::vector<LeftKey> &) {}, result);
+    } catch (const Failure &failure) {
+        add_resealed(document, result);
+        throw half_done(failure, document, "", result);
+    }
+    add_resealed(document, result);
+    out.result(document, [&] { print_resealed(out, result); });
+    return note_left(out, result.left);
 }
 
 void add_reseal(Program &program, CLI::App *key) {
@@ -139,7 +210,11 @@ void add_reseal(Program &program, CLI::App *key) {
                                 "Seal stored keys of earlier generations with the newest master key",
                                 [paths](Output &out) { return reseal_stored(out, *paths); });
     sub->add_option("PATH", *paths, "Items and directories of the database")->required();
-    sub->footer("JSON: {resealed: [path]}\nExample: aaactl key reseal /cfg/");
+    sub->footer(
+        "One that cannot be read or opened is named and left as it is; the others are sealed again all the "
+        "same, those\nof one tree (/cfg/, /oper/) as one change. Exit status 1: one cannot be opened; 3: one "
+        "cannot be read.\n"
+        "JSON: {resealed: [path], faults: [{path, fault}] if any}\nExample: aaactl key reseal /cfg/");
 }
 
 // ---- retire
@@ -149,18 +224,31 @@ struct RetireOptions {
     bool force = false;
 };
 
-// The keys of the database that could no longer be opened.
+// The keys of the database that could no longer be opened, and what may be such a key: all are named at once.
 void check_unused(uint32_t generation) {
     Database database;
     std::string users;
+    std::string unreadable;
     for (const char *tree : {"/cfg/", "/oper/"}) {
-        for (const SealedItem &item : find_sealed(database, tree)) {
-            users += item.generation == generation ? (users.empty() ? "" : ", ") + escaped(item.path) : "";
+        const SealedItems found = find_sealed(database, tree);
+        for (const SealedItem &item : found.items) {
+            if (item.generation == generation) {
+                add_word(users, escaped(item.path));
+            }
+        }
+        for (const Unreadable &item : found.unreadable) {
+            add_word(unreadable, escaped(item.path) + " (" + item.fault + ")");
         }
     }
+    const std::string which = "generation " + generation_text(generation);
+    const std::string doubt =
+        unreadable.empty() ? "" : " may be needed by what cannot be read: " + unreadable;
     if (!users.empty()) {
-        throw Failure(ExitCode::negative, "generation " + generation_text(generation) + " is needed by " +
-                                              users + "; see \"aaactl key reseal\"");
+        throw Failure(ExitCode::negative, which + " is needed by " + users + "; see \"aaactl key reseal\"" +
+                                              (doubt.empty() ? "" : "; it" + doubt));
+    }
+    if (!doubt.empty()) {
+        throw Failure(ExitCode::bad_input, which + doubt + "; mend or delete that, or say --force");
     }
 }
 
@@ -190,7 +278,8 @@ void add_retire(Program &program, CLI::App *key) {
         ->check(CLI::Range(0, 99));
     sub->add_flag("--force", options->force, "Do not look for keys in the database that need it");
     sub->footer(
-        "Keys that are kept elsewhere are not found: what was sealed with this generation is lost.\n"
+        "Exit status 1: stored keys need it; 3: something cannot be read that may be such a key. Keys that "
+        "are kept\nelsewhere are not found: what was sealed with this generation is lost.\n"
         "JSON: {file, retired}\nExample: aaactl key retire 1");
 }
 

@@ -29,20 +29,49 @@ struct Opened {
     SecretText clear;
 };
 
-std::vector<Opened> open_all(Database &database, const std::vector<std::string> &paths) {
-    std::map<std::string, SealedItem> found;  // each once, though paths may overlap
+// Nothing but a text is a sealed key; an item that has lost its type may have been one.
+bool may_hold_key(uint32_t type) {
+    return type == SYSDB_TYPE_STRING || type == SYSDB_TYPE_DIRECTORY || type == SYSDB_TYPE_ANY;
+}
+
+// Without '/' at its end a path may be an item's and a directory's at the same time.
+bool may_be_item(const std::string &path) {
+    return !path.ends_with('/') && path != "/cfg" && path != "/oper";
+}
+
+SealedItems find_all(Database &database, const std::vector<std::string> &paths) {
+    std::map<std::string, SealedItem> items;  // each once, though paths may overlap
+    std::map<std::string, Unreadable> unreadable;
     for (const std::string &path : paths) {
-        for (SealedItem &item : find_sealed(database, path)) {
-            found.emplace(item.path, item);
+        const SealedItems found = find_sealed(database, path);
+        for (const SealedItem &item : found.items) {
+            items.emplace(item.path, item);
+        }
+        for (const Unreadable &item : found.unreadable) {
+            unreadable.emplace(item.path, item);
         }
     }
+    SealedItems all;
+    std::transform(items.begin(), items.end(), std::back_inserter(all.items),
+                   [](const auto &entry) { return entry.second; });
+    std::transform(unreadable.begin(), unreadable.end(), std::back_inserter(all.unreadable),
+                   [](const auto &entry) { return entry.second; });
+    return all;
+}
+
+std::vector<Opened> open_all(Database &database, const std::vector<std::string> &paths,
+                             std::vector<LeftKey> &left) {
+    const SealedItems found = find_all(database, paths);
+    left.clear();
+    for (const Unreadable &item : found.unreadable) {
+        left.push_back({item.path, item.fault, ExitCode::bad_input});
+    }
     std::vector<Opened> opened;
-    for (const auto &[path, item] : found) {
-        opened.push_back({item, open_key(item.text)});
-        if (opened.back().clear == nullptr) {
-            throw Failure(
-                ExitCode::negative,
-                escaped(path) + ": the key cannot be opened with the master keys; nothing was changed");
+    for (const SealedItem &item : found.items) {
+        if (SecretText clear = open_key(item.text)) {
+            opened.push_back({item, std::move(clear)});
+        } else {
+            left.push_back({item.path, "the key cannot be opened with the master keys", ExitCode::negative});
         }
     }
     return opened;
@@ -120,42 +149,55 @@ SecretText open_key(const std::string &sealed) {
     return SecretText(pw_decrypt(sealed.c_str(), kReversible));
 }
 
-std::vector<SealedItem> find_sealed(Database &database, const std::string &path) {
-    std::vector<SealedItem> found;
+SealedItems find_sealed(Database &database, const std::string &path) {
+    SealedItems found;
     const auto visit = [&](const std::string &at, const Item &item) {
         if (item.type == SYSDB_TYPE_STRING && looks_sealed(text_of(item))) {
             const std::string text = text_of(item);
-            found.push_back({at, text, sealed_generation(text).value_or(0)});
+            found.items.push_back({at, text, sealed_generation(text).value_or(0)});
         }
     };
-    if (!path.ends_with('/')) {
-        if (const auto item = database.find(path)) {
+    const auto unreadable = [&](const Unreadable &item) {
+        if (may_hold_key(item.type)) {
+            found.unreadable.push_back(item);
+        }
+    };
+    const std::string directory = directory_path(path);
+    bool exists = database.list(directory).has_value();
+    if (may_be_item(path)) {
+        std::string fault;
+        if (const auto item = database.find(path, fault)) {
             visit(path, *item);
+            exists = true;
+        } else if (!fault.empty()) {
+            unreadable({path, SYSDB_TYPE_ANY, fault});
+            exists = true;
         }
     }
-    database.walk(directory_path(path), visit);
+    if (!exists) {
+        throw database_failure(path, SYSDB_ERR_NOT_FOUND);
+    }
+    database.walk(directory, visit, unreadable);
     return found;
 }
 
-std::vector<std::string> reseal(const std::vector<std::string> &paths,
-                                const std::function<void()> &before_sealing) {
+void reseal(const std::vector<std::string> &paths,
+            const std::function<void(const std::vector<LeftKey> &)> &before_sealing, Resealed &result) {
     Database database;
-    std::vector<Opened> opened = open_all(database, paths);
-    before_sealing();
-    std::vector<std::string> changed;
+    std::vector<Opened> opened = open_all(database, paths, result.left);
+    before_sealing(result.left);
     for (const char *tree : {"/cfg/", "/oper/"}) {
         for (int attempt = 1;; ++attempt) {
-            const cerrno rc = store(database, opened, tree, changed);
+            const cerrno rc = store(database, opened, tree, result.changed);
             if (rc == 0) {
                 break;
             }
             if (rc != SYSDB_ERR_CONFLICT || attempt == kAttempts) {
                 throw database_failure(tree, rc);
             }
-            opened = open_all(database, paths);
+            opened = open_all(database, paths, result.left);
         }
     }
-    return changed;
 }
 
 std::string generation_text(uint32_t generation) {

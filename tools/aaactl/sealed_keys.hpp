@@ -41,14 +41,30 @@ struct SealedItem {
     std::string text;
     uint32_t generation;
 };
-// Texts that have the form of sealed keys, at the path or below it.
-std::vector<SealedItem> find_sealed(Database &database, const std::string &path);
+struct SealedItems {
+    std::vector<SealedItem> items;
+    std::vector<Unreadable> unreadable;  // which may be sealed keys, or directories that hold some
+};
+// Texts that have the form of sealed keys, at the path or below it. Nothing is there: Failure(not_found).
+SealedItems find_sealed(Database &database, const std::string &path);
 
-// Seals stored keys again with the newest master key, those of one tree as one change. A key that cannot be
-// opened stops it before anything is changed. `before_sealing` runs when all have been opened. The paths that
-// were changed.
-std::vector<std::string> reseal(const std::vector<std::string> &paths,
-                                const std::function<void()> &before_sealing);
+// A sealed key that stays as it is: it cannot be read (bad_input), or not be opened (negative).
+struct LeftKey {
+    std::string path;
+    std::string fault;
+    ExitCode code;
+};
+
+struct Resealed {
+    std::vector<std::string> changed;  // paths
+    std::vector<LeftKey> left;
+};
+
+// Seals stored keys again with the newest master key, those of one tree as one change. `before_sealing` runs
+// when all have been opened, and learns which cannot be: it may refuse them, as nothing is changed yet. After
+// a Failure `result` has what was done until then.
+void reseal(const std::vector<std::string> &paths,
+            const std::function<void(const std::vector<LeftKey> &)> &before_sealing, Resealed &result);
 
 // "01"
 std::string generation_text(uint32_t generation);
