@@ -107,6 +107,24 @@ TEST_F(AvpairDeathTest, CountOfZeroWithBuffers) {
                  check);
     aaa_avpair_iterator_t it = position_of(1);
     EXPECT_STOPS(damaged([&] { aaa_avpair_delete_by_iterator(&it, list()); }), kHeader, expression, check);
+    EXPECT_STOPS(damaged([&] { aaa_avpair_update_by_iterator(&it, 0, value_, 0, 4, list()); }), kHeader,
+                 expression, check);
+}
+
+// Nor is the answer that there are no live pairs of that type given before.
+TEST_F(AvpairDeathTest, LookingUpTheDeletedMarkerInADamagedList) {
+    const auto damaged = [this](auto operation) {
+        list()->av_cnt = 0;
+        operation();
+    };
+    const char *const expression = "list->avpair_first_buf == NULL";
+    const char *const check = "aaa_is_list_empty";
+    EXPECT_STOPS(damaged([&] { aaa_avpair_find_type(AAA_ATTR_MAX, nullptr, nullptr, nullptr, 0, list()); }),
+                 kHeader, expression, check);
+    EXPECT_STOPS(damaged([&] { aaa_avpair_delete_by_type_instance(AAA_ATTR_MAX, 0, list(), nullptr); }),
+                 kHeader, expression, check);
+    EXPECT_STOPS(damaged([&] { aaa_avpair_update(AAA_ATTR_MAX, 0, value_, 0, 3, 0, list()); }), kHeader,
+                 expression, check);
 }
 
 TEST_F(AvpairDeathTest, CountOfZeroWithALastBufferOnly) {
@@ -365,6 +383,15 @@ TEST_F(AvpairDeathTest, DeletingTheDeletedMarkerByValue) {
 TEST_F(AvpairDeathTest, UpdatingWithALengthButNoValue) {
     EXPECT_STOPS(aaa_avpair_update(1, 0, nullptr, 0, 3, 0, list()), kSource,
                  "!((value == NULL) && (len > 0))", "aaa_avpair_update");
+}
+
+// The arguments come before the list.
+TEST_F(AvpairDeathTest, UpdatingADamagedListWithALengthButNoValue) {
+    const auto update = [this] {
+        list()->av_cnt = 0;
+        aaa_avpair_update(1, 0, nullptr, 0, 3, 0, list());
+    };
+    EXPECT_STOPS(update(), kSource, "!((value == NULL) && (len > 0))", "aaa_avpair_update");
 }
 
 TEST_F(AvpairDeathTest, UpdatingADeletedPairInPlace) {
