@@ -3,6 +3,8 @@
 // What holds for every command: help, exit status of a wrong command line,
 // completion, and escaping.
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,14 +12,15 @@
 #include <set>
 #include <sstream>
 
+#include "damaged_items.hpp"
+#include "database_fixture.hpp"
 #include "output.hpp"
-#include "program_run.hpp"
 #include "program_started.hpp"
-#include "temp_dir.hpp"
 
 namespace {
 
 using aaactl_test::aaactl;
+using aaactl_test::damage;
 using aaactl_test::Started;
 
 TEST(AaactlProgram, WithoutACommandItSaysWhatIsMissing) {
@@ -239,6 +242,68 @@ TEST(AaactlProgram, EveryCommandSaysWhatItsDocumentIsAndHasAnExample) {
         EXPECT_NE(help.out.find("aaactl ", usage + 1), std::string::npos) << name << " lacks an example";
     }
     EXPECT_GT(commands, 25u);
+}
+
+// "fields" are named by the record, and "meanings" likewise.
+void collect_members(const nlohmann::ordered_json &document, std::set<std::string> &members) {
+    for (const auto &[name, value] : document.items()) {
+        if (document.is_object()) {
+            members.insert(name);
+        }
+        if (value.is_structured() && name != "fields" && name != "meanings") {
+            collect_members(value, members);
+        }
+    }
+}
+
+class AaactlDocuments : public aaactl_test::DatabaseTest {
+  protected:
+    // Each member of the document stands in the help of the command, whose words are the first ones.
+    static void expect_described(const std::vector<std::string> &command, std::vector<std::string> args,
+                                 const std::string &input = "") {
+        args.insert(args.begin(), command.begin(), command.end());
+        args.emplace_back("--json");
+        std::set<std::string> members;
+        collect_members(aaactl(args, input).json(), members);
+        EXPECT_FALSE(members.empty());
+        auto help = command;
+        help.emplace_back("--help");
+        const std::string text = aaactl(help).out;
+        std::string described = text.substr(text.find("JSON"));
+        std::replace_if(
+            described.begin(), described.end(), [](char c) { return std::isalnum(c) == 0 && c != '_'; }, ' ');
+        const auto words = words_of(described);
+        for (const std::string &member : members) {
+            EXPECT_NE(std::find(words.begin(), words.end(), member), words.end())
+                << "the help of " << command.back() << " does not describe " << member;
+        }
+    }
+};
+
+TEST_F(AaactlDocuments, AreDescribedInFull) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    ASSERT_EQ(
+        aaactl({"mlist", "set", "authentication", "login", "default", "group:corp", "group:no", "--force"})
+            .status,
+        0);
+    const std::string backup = aaactl({"sysdb", "dump"}).out;
+    put("/cfg/site/limit", "u32", "1");
+    put("/cfg/site/key", "string", "hunter2");
+    damage(dir(), "/cfg/site/cut", SYSDB_TYPE_U32, "abc");
+    expect_described({"explain"}, {"authentication", "login", "--line", "vty0"});
+    expect_described({"lint"}, {});
+    expect_described({"mlist", "show"}, {});
+    expect_described({"sg", "list"}, {});
+    expect_described({"sysdb", "ls"}, {"-l", "/cfg/site"});
+    expect_described({"sysdb", "tree"}, {});
+    expect_described({"sysdb", "dump"}, {});
+    expect_described({"sysdb", "diff"}, {"-"}, backup);
+    expect_described({"sysdb", "load"}, {"--dry-run", "--replace", "-"}, backup);
+    const auto message = aaactl({"encode"},
+                                "name = \"x\"\npair AAA_PASSWORD_ATTR \"pw\"\npair AAA_CMD_ATTR "
+                                "\"copy ftp://u:pw@h/x y\"\npair 9999 hex:01\n");
+    expect_described({"decode"}, {}, message.out);
+    expect_described({"decode"}, {}, message.out.substr(0, 160));
 }
 
 TEST(AaactlProgram, HasColoursOnATerminalOnly) {

@@ -108,7 +108,7 @@ void add_acct(Program &program) {
         "Exit status: 0 recorded, 3 malformed reply, 5 no server or no reply, 6 the server did not record "
         "it.\n"
         "JSON: {server, user, service, form, session_id, verdict, steps: [{request, subject, result, "
-        "attributes}]};\nafter a failure \"error\" stands in place of \"verdict\".\n"
+        "attributes:\npairs as of \"decode\"}]}; after a failure \"error\" stands in place of \"verdict\".\n"
         "Example: aaactl acct /run/aaa/server.sock start alice --session-id 4711 --line vty0");
 }
 

@@ -34,7 +34,7 @@ JSON: {kind, length, parts, fault}. A part is {part: "record", record, offset, f
 meanings}, {part: "bytes", name, offset, length, hex} or {part: "list", offset, fields,
 live, deleted, pairs}; a pair {offset, type, attribute, deleted, tag, flags,
 flag_names, length, meaning, padding} and one of text, number, address and hex, or
-"masked": true; fault {offset, message, code}.
+"masked": true with "shown" where a part of it is no secret; fault {offset, message, code}.
 
   aaactl decode message.bin
   aaactl decode --hex '00000038 00000000 ...'

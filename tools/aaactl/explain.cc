@@ -394,11 +394,14 @@ void add_explain(Program &program) {
         "A method that refuses ends a request; one that does not answer passes it on to the next.\n"
         "Exit status: 0 nothing is missing, 1 something is missing or dangling, 4 there is no such list, 5 "
         "no database.\n"
-        "JSON: {function, service: {word, number}, line, list: {name, path, chosen_by: name|line|default, "
-        "why, row,\n"
-        "configured, exists}, client: {code, text, methods}, steps: [{step, method, name, group, servers, "
-        "works,\n"
-        "on_refusal, on_no_answer}], lists_of_service, findings: [{severity, code, path, text, remedy}]}\n"
+        "JSON: {function, service: {word, number}, line: {name, kind}, list: {name, path, chosen_by: "
+        "name|line|default,\n"
+        "why, row, configured, exists}, client: {code, text, methods}, steps: [{step, method, name, group: "
+        "{name,\n"
+        "protocol, number}, servers: [{ordinal, host, ports, private}], works, on_refusal, on_no_answer: "
+        "{next_step,\n"
+        "text}}], lists_of_service, findings: [{severity, code, path, text, remedy}]}; null for what there "
+        "is not,\nof a server \"defect\" where there is one\n"
         "Example: aaactl explain authentication login --line pts/3");
 }
 

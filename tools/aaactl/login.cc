@@ -228,9 +228,8 @@ void add_login(Program &program) {
         "not\n"
         "process it. JSON: {server, user, service, form, verdict, steps: [{request, subject, result, "
         "status,\n"
-        "message, attributes}]}; after a failure \"error\" stands in place of \"verdict\", with the steps "
-        "until "
-        "then.\n"
+        "message, attributes: pairs as of \"decode\"}]}; after a failure \"error\" stands in place of "
+        "\"verdict\", with\nthe steps until then.\n"
         "Example: aaactl login /run/aaa/server.sock alice --authorize 'show version' < password");
 }
 

@@ -107,7 +107,9 @@ void add_sysdb_diff(Program &program, CLI::App *sysdb) {
     sub->add_option("PATH", *path, "Compare only what is below; all of the dump without it");
     sub->footer(
         "\"-\" is how the dump has it, \"+\" how the database has it. Exit status 1 when they differ.\n"
-        "JSON: {directory, differences: [{path, change: added|removed|changed, dump, database}]}\n"
+        "JSON: {directory, differences: [{path, change: added|removed|changed, dump, database}]}, each of "
+        "these two\n"
+        "{type, value, masked or fault}\n"
         "Example: aaactl sysdb diff backup /cfg/gl/aaa/");
 }
 

@@ -160,7 +160,8 @@ void add_sysdb_load(Program &program, CLI::App *sysdb) {
     sub->add_flag("--dry-run", options->dry_run, "Check, and print what would be changed");
     sub->footer(
         "JSON: {directory, items, created, changed, deleted, loaded, differences with --dry-run:\n"
-        "[{path, change: added|removed|changed, before, after}]}\n"
+        "[{path, change: added|removed|changed, before, after}]}, each of these two\n{type, value, masked or "
+        "fault}\n"
         "Example: aaactl sysdb load --replace --dry-run backup");
 }
 

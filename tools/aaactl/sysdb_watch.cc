@@ -205,7 +205,8 @@ void add_sysdb_watch(Program &program, CLI::App *sysdb) {
         "Several quick changes of one item may be shown as one, the last state always is. \"reread\": more "
         "has changed\n"
         "than the database remembers.\n"
-        "JSON, one document a line: {event: create|set|delete|reread, path, revision, type, value}\n"
+        "JSON, one document a line: {event: create|set|delete|reread, path, revision, type, value, masked or "
+        "fault}\n"
         "Example: aaactl sysdb watch --json /cfg/gl/aaa/");
 }
 
