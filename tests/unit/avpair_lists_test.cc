@@ -148,6 +148,15 @@ TEST(AvpairCompareLists, LooksAtNames) {
     EXPECT_EQ(aaa_avpair_compare_lists(make_list("one").get(), make_list("onetwo").get()), 0);
 }
 
+// What stands behind the end of a name, as somebody else's message may have it, is no part of it.
+TEST(AvpairCompareLists, LooksAtNothingBehindTheNames) {
+    const ListPtr a = list_of(kThree, "one");
+    const ListPtr b = list_of(kThree, "one");
+    b->av_name[4] = 'x';
+    b->pad55 = 7;
+    EXPECT_EQ(aaa_avpair_compare_lists(a.get(), b.get()), 1);
+}
+
 TEST(AvpairCompareLists, LooksAtTheMarker) {
     const ListPtr a = list_of(kThree);
     const ListPtr b = list_of(kThree);
@@ -708,6 +717,16 @@ TEST(AvpairAddByFlags, DoublesAListOnce) {
                                              {kUser, 0, 1, "c"},
                                              {kUser, 0, 1, long_value('a')},
                                              {kUser, 0, 1, "c"}}));
+}
+
+// Also where the copies land in the buffer that is being walked.
+TEST(AvpairAddByFlags, DoublesASmallListOnce) {
+    const ListPtr list = list_of(kFlagged);
+    EXPECT_EQ(aaa_avpair_add_from_list_by_flags(list.get(), list.get(), 3), AAA_OK);
+    EXPECT_EQ(read_buffers(list.get()).size(), 1u);
+    Pairs wanted = kFlagged;
+    wanted.insert(wanted.end(), kFlagged.begin(), kFlagged.begin() + 3);
+    EXPECT_EQ(read_pairs(list.get()), wanted);
 }
 
 TEST(AvpairAddByFlags, RefusesNullArguments) {
