@@ -552,6 +552,7 @@ TEST(AvpairRebuild, TracesEveryStep) {
 TEST(AvpairRebuild, TracesAValueThatIsFilledUp) {
     const ListPtr src = list_of({{kUser, 0, 0, "12345678"}});
     const ListPtr tgt = list_of({{kUser, 0, 0, ""}});
+    std::memset(tgt->avpair_last_buf->hdr.free_mem, 'x', 16);  // behind the pairs
     fake::enable_tracing(8);
     EXPECT_EQ(aaa_avpair_update_list_from_list(src.get(), tgt.get()), AAA_OK);
     EXPECT_EQ(fake::traces_of(8)[1],

@@ -897,6 +897,22 @@ TEST(AvpairUnpack, TracesTheWholeList) {
     EXPECT_EQ(fake::traces_of(8).size(), fake::traces().size());
 }
 
+// What a peer sends is text, never a format.
+TEST(AvpairUnpack, TracesConversionsInTheListAsText) {
+    const std::string hostile = "%s %n %d 100%";
+    const ListPtr sent = make_list("%s%n%d");
+    add(sent.get(), kUser, hostile);
+    std::string msg = pack(sent.get());
+    const ListPtr list = make_list("%p%s");
+    fake::enable_tracing(8);
+    fake::clear_journal();
+    ASSERT_EQ(aaa_avpair_unpack_msg(list.get(), msg.data()), AAA_OK);
+    EXPECT_EQ(fake::traces_of(8),
+              (Lines{"Unpacking message '%p%s', length " + std::to_string(msg.size()),
+                     "Unpacking attribute list %s%n%d", "%s%n%d", rendering({kUser, 0, 0, hostile})}));
+    EXPECT_NE(fake::traces_of(8).back().find(hostile), std::string::npos);
+}
+
 TEST(AvpairUnpack, TracesOnlyTheLengthOfAListWithoutPairs) {
     std::string msg = header(56, 0, "sender");
     fake::enable_tracing(8);

@@ -844,6 +844,37 @@ TEST_F(ListIsSane, SizesThatNoBufferHas) {
     }
 }
 
+// Well-formed pairs do not make up for a size that ends before they do.
+TEST(ListIsSaneBuffer, ThatEndsBeforeItsPairs) {
+    const ListPtr list = make_list();
+    add(list, kText, std::string(600, 'v'));  // the buffer has 648 bytes and is full
+    uint32_t &size = list->avpair_first_buf->hdr.buf_size;
+    ASSERT_EQ(size, 648u);
+    for (const uint32_t shorter : {512u, 640u, 644u}) {
+        size = shorter;
+        EXPECT_EQ(aaa_avpair_list_is_sane(list.get()), 0) << shorter;
+    }
+    size = 648;
+    EXPECT_EQ(aaa_avpair_list_is_sane(list.get()), 1);
+}
+
+// All is in order but the address.
+TEST(ListIsSaneBuffer, ThatIsNotAligned) {
+    constexpr std::size_t kSize = 512;
+    alignas(avpair_buffer_t) unsigned char room[kSize + sizeof(void *)];
+    for (const std::size_t by : {0u, 1u, 2u, 4u, 8u}) {
+        unsigned char *const at = room + by;
+        const avpair_buffer_t buf{{nullptr, nullptr, at + sizeof buf + sizeof(avpair_t), kSize, 0}};
+        const avpair_t pair{kText, 0, 0, 0};
+        std::memcpy(at, &buf, sizeof buf);
+        std::memcpy(at + sizeof buf, &pair, sizeof pair);
+        avlist list{};
+        list.av_cnt = 1;
+        list.avpair_first_buf = list.avpair_last_buf = reinterpret_cast<avpair_buffer_t *>(at);
+        EXPECT_EQ(aaa_avpair_list_is_sane(&list), by % alignof(avpair_buffer_t) == 0 ? 1 : 0) << by;
+    }
+}
+
 TEST_F(ListIsSane, AFreeMemOutsideItsBufferOrAtItsBeginning) {
     auto *const base = reinterpret_cast<unsigned char *>(second_);
     for (unsigned char *const at :
