@@ -111,6 +111,7 @@ AAA_API cerrno aaa_util_verify_methodlist(int function, int service, const char 
  * - AAA_ERR_INVALID_METHOD: the list is missing and is not for authentication, or cannot be unpacked
  * - SYSDB_ERR_NOT_FOUND: the authentication list is missing and is no default list,
  *   or a server group that it names is not known
+ * - AAA_ERR_SG_MAPPING: the stored number of a server group that it names is malformed
  * - an errno value (unpacking), or a code of the system database
  *
  * On every failure but AAA_ERR_INVALID_ARG the output is null.

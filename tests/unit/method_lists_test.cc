@@ -252,6 +252,14 @@ TEST(MethodListMethods, UnknownGroupFailsTheLookup) {
     EXPECT_TRUE(m.words.empty());
 }
 
+TEST(MethodListMethods, GroupWithAMalformedNumberFailsTheLookup) {
+    fake::sysdb::put("/oper/aaa/gl/group-server/sg_name_map/radius/SHORT", {1, {1, 2, 3}});
+    put_list("authentication/login/mine", {2, 10}, {"", "SHORT"});
+    const Methods m = lookup("authentication/login/mine");
+    EXPECT_EQ(m.rc, AAA_ERR_SG_MAPPING);
+    EXPECT_TRUE(m.words.empty());
+}
+
 TEST(MethodListMethods, FailuresOfTheGroupLookupFailTheLookup) {
     put_group("CORP", 1001);
     put_list("authentication/login/mine", {10}, {"CORP"});
