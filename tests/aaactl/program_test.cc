@@ -53,6 +53,19 @@ TEST(AaactlProgram, HelpNamesTheValuesOfAnOption) {
     EXPECT_EQ(wrong.err, "aaactl: --color: sometimes not in {always,auto,never} (see --help)\n");
 }
 
+TEST(AaactlProgram, UsageSaysWhatMayBeRepeated) {
+    const auto usage = [](std::vector<std::string> command) {
+        command.emplace_back("--help");
+        const std::string help = aaactl(command).out;
+        const size_t at = help.find("Usage: ");
+        return at == std::string::npos ? help : help.substr(at, help.find('\n', at) - at);
+    };
+    EXPECT_EQ(usage({"mlist", "set"}), "Usage: aaactl mlist set [OPTIONS] FUNCTION SERVICE NAME METHOD...");
+    EXPECT_EQ(usage({"mlist", "show"}), "Usage: aaactl mlist show [OPTIONS] [FUNCTION] [SERVICE] [NAME]");
+    EXPECT_EQ(usage({"sg", "add"}), "Usage: aaactl sg add [OPTIONS] PROTOCOL NAME [SERVER...]");
+    EXPECT_EQ(usage({"sysdb"}), "Usage: aaactl sysdb [OPTIONS] SUBCOMMAND");
+}
+
 TEST(AaactlProgram, RefusesWhatItDoesNotKnow) {
     EXPECT_EQ(aaactl({"no-such-command"}).status, 2);
     EXPECT_EQ(aaactl({"completion", "bash", "--no-such-option"}).status, 2);

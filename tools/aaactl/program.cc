@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <memory>
 #include <set>
 #include <string_view>
 
@@ -15,8 +16,17 @@
 namespace aaactl {
 namespace {
 
+// Several words are NAME..., whatever the most of them is; CLI11 has "(1x)" for "one to four".
+class UsageLine : public CLI::Formatter {
+    [[nodiscard]] std::string make_option_usage(const CLI::Option *option) const override {
+        const std::string words = option->get_name(true) + (option->get_expected_max() > 1 ? "..." : "");
+        return option->get_required() ? words : "[" + words + "]";
+    }
+};
+
 void add_global_options(Program &program) {
     CLI::App &app = program.app;
+    app.formatter(std::make_shared<UsageLine>());  // which the commands take over
     app.require_subcommand(1);
     app.fallthrough();  // global options may follow a command's name
     app.set_version_flag("--version", std::string("aaactl ") + kVersion);
