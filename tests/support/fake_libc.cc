@@ -4,6 +4,7 @@
 
 #include "support/fake_libc.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -45,14 +46,13 @@ int fake_getpid() {
 
 int fake_ttyname_r(int fd, char *buffer, size_t size) {
     const Call call("ttyname_r", fd, size);
+    // Also where it fails: libc's may have begun to write by then.
+    const std::string &tty = state().tty;
+    std::memcpy(buffer, tty.c_str(), std::min(size, tty.size() + 1));
     if (state().tty_result != 0) {
         return state().tty_result;
     }
-    if (state().tty.size() >= size) {
-        return ERANGE;
-    }
-    std::memcpy(buffer, state().tty.c_str(), state().tty.size() + 1);
-    return 0;
+    return tty.size() < size ? 0 : ERANGE;
 }
 
 unsigned fake_alarm(unsigned seconds) {

@@ -207,7 +207,7 @@ std::size_t open_files() {
 void tty_prints(const std::string &text) {
     fake::libc::on_popen([text](const char *, const char *) -> void * {
         FILE *const output = tmpfile();
-        std::fputs(text.c_str(), output);
+        std::fwrite(text.data(), 1, text.size(), output);
         std::rewind(output);
         return output;
     });
@@ -785,6 +785,8 @@ TEST(ReadInputTerminal, EachWayOfFindingNoTerminalSaysWhy) {
     EXPECT_EQ(read_with_answer(""), "popen fails \n");
     EXPECT_EQ(read_with_answer("not a tty\n"), "stats fails \n");
     EXPECT_EQ(read_with_answer("\n"), "stats fails \n");
+    // Which has no last character to drop.
+    EXPECT_EQ(read_with_answer(std::string(1, '\0') + "\n"), "stats fails \n");
     EXPECT_EQ(read_with_answer(std::string(1000, 'x') + "\n"), "stats fails \n");
     EXPECT_EQ(read_with_answer("/\n"), "Not a Character special file \n");
     EXPECT_EQ(read_with_answer("/proc/self/exe\n"), "Not a Character special file \n");

@@ -243,6 +243,12 @@ TEST(ServerIndexPath, GroupPrivateAndGlobalLists) {
     aaa_util_get_next_ord_index("G", 17, 1, &index, "h", 1, 2, 0, 1);
     EXPECT_EQ(bound_path(), "Binding to /cfg/gl/aaa/group-server/diameter/G/server-private/");
     fake::clear_journal();
+    aaa_util_get_next_tacacs_ord_index("G", 2, 1, &index, "h", 1, 0, 0, 0);
+    EXPECT_EQ(bound_path(), "Binding to /cfg/gl/aaa/group-server/tacacs/G/server/");
+    fake::clear_journal();
+    aaa_util_get_next_tacacs_ord_index("G", 2, 1, &index, "h", 1, 0, 0, 1);
+    EXPECT_EQ(bound_path(), "Binding to /cfg/gl/aaa/group-server/tacacs/G/server-private/");
+    fake::clear_journal();
     aaa_util_get_next_tacacs_ord_index(nullptr, 2, 1, &index, "h", 1, 0, 0, 1);
     EXPECT_EQ(bound_path(), "Binding to /cfg/gl/aaa/tacacs/host/");
     fake::clear_journal();
