@@ -231,6 +231,21 @@ TEST(AvpairDelete, ByTypeDeletesTheOccurrenceAndHandsBackItsFlags) {
     EXPECT_EQ(read_pairs(list.get()), (Pairs{{2, 0, 0x22, "b"}}));
 }
 
+// Its buffer goes with the only pair.
+TEST(AvpairDelete, HandsBackTheFlagsOfTheOnlyPair) {
+    char value[] = "v";
+    for (const bool by_value : {false, true}) {
+        const ListPtr list = make_list();
+        add(list.get(), 1, "v", 0x80000033);
+        avpair_flags_t flags = 0;
+        EXPECT_EQ(by_value ? aaa_avpair_delete_by_type_value(1, value, 1, list.get(), &flags)
+                           : aaa_avpair_delete_by_type_instance(1, 0, list.get(), &flags),
+                  AAA_OK);
+        EXPECT_EQ(flags, 0x80000033u);
+        EXPECT_EQ(list->avpair_first_buf, nullptr);
+    }
+}
+
 TEST(AvpairDelete, ByTypeReportsAMissingPair) {
     const ListPtr list = list_of(2);
     const ListPtr empty = make_list();
