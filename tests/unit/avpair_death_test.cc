@@ -245,6 +245,27 @@ TEST_F(AvpairDeathTest, AddingWhereThereIsRoom) {
     }
 }
 
+// Of several faults the report names the one that is looked for first.
+TEST_F(AvpairDeathTest, AddingToABufferWithSeveralFaults) {
+    const auto append = [this](uint16_t count, std::uintptr_t free_mem, uint32_t len) {
+        list()->av_cnt = count;
+        last()->hdr.free_mem = reinterpret_cast<unsigned char *>(free_mem);
+        aaa_avpair_add(1, 0, value_, 0, len, list());
+    };
+    const auto outside = reinterpret_cast<std::uintptr_t>(last()) + 516;
+    for (const uint32_t len : {4u, 0xfffffff0u}) {
+        EXPECT_STOPS(append(0, outside + 1, len), kSource,
+                     "(list->avpair_last_buf == NULL) || is_aligned(list->avpair_last_buf->hdr.free_mem, "
+                     "MEMORY_DEF_ALIGNMENT) == TRUE",
+                     "aaa_alloc_avpair_mem");
+        EXPECT_STOPS(append(0, 0, len), kHeader, "list->av_cnt > 0", "aaa_get_free_mem");
+        EXPECT_STOPS(append(0, outside, len), kHeader, "list->av_cnt > 0", "aaa_get_free_mem");
+        EXPECT_STOPS(append(1, 0, len), kHeader, "last_buf->hdr.free_mem != NULL", "aaa_get_free_mem");
+        EXPECT_STOPS(append(1, outside, len), kHeader,
+                     "free_mem <= last_buf->hdr.buf_size - sizeof(last_buf->hdr)", "aaa_get_free_mem");
+    }
+}
+
 TEST_F(AvpairDeathTest, AddingBehindNoEnd) {
     const auto append = [this] {
         last()->hdr.free_mem = nullptr;
