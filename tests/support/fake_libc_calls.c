@@ -91,21 +91,25 @@ void *popen(const char *command, const char *mode) {
     return fake_libc.popen != NULL ? fake_libc.popen(command, mode) : next(POPEN).popen(command, mode);
 }
 
-static int failed(int error) {
-    errno = error;
+/* Without an error of its own, errno is what it was before the call. */
+static int failed(int error, int before) {
+    errno = error != 0 ? error : before;
     return -1;
 }
 
 int tcgetattr(int fd, struct termios *settings) {
+    const int before = errno;
     int error = 0;
-    return fake_libc.tcgetattr != NULL && fake_libc.tcgetattr(fd, &error) != 0 ? failed(error)
-                                                                              : next(TCGETATTR).tcgetattr(fd, settings);
+    return fake_libc.tcgetattr != NULL && fake_libc.tcgetattr(fd, &error) != 0
+               ? failed(error, before)
+               : next(TCGETATTR).tcgetattr(fd, settings);
 }
 
 int tcsetattr(int fd, int action, const struct termios *settings) {
+    const int before = errno;
     int error = 0;
     return fake_libc.tcsetattr != NULL && fake_libc.tcsetattr(fd, action, &error) != 0
-               ? failed(error)
+               ? failed(error, before)
                : next(TCSETATTR).tcsetattr(fd, action, settings);
 }
 

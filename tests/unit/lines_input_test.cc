@@ -894,6 +894,16 @@ TEST(ReadInputTerminal, AnOldErrorIsNotTakenForTheTerminals) {
                         return read_hidden();
                     }),
               result("ok", "secret"));
+    // Setting is refused as well, for what was not read must not be put back.
+    EXPECT_EQ(typed("secret\r",
+                    [] {
+                        TerminalCalls calls;
+                        calls.fail_get(0);
+                        calls.fail_set(1, 0);
+                        errno = EPERM;
+                        return read_hidden();
+                    }),
+              result("ok", "secret"));
 }
 
 TEST(ReadInputTerminal, StandardInputThatIsNoTerminalLeavesTheTerminalSwitchedOver) {
