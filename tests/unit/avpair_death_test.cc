@@ -301,6 +301,12 @@ TEST_F(AvpairDeathTest, StartingABufferBehindOneThatHasASuccessor) {
     EXPECT_STOPS(append(), kSource, "last_buf->hdr.next == NULL", "add_buffer");
 }
 
+// Where none is to be had nothing is linked, and nothing looked at.
+TEST_F(AvpairDeathTest, StartingNoBufferBehindOneThatHasASuccessor) {
+    last()->hdr.next = first();
+    EXPECT_EQ(aaa_avpair_add(1, 0, value_, 0, 0xffffffcd, list()), AAA_ERR_NOMEM);
+}
+
 TEST_F(AvpairDeathTest, RoundingPastTheEndOfABufferOfAnOddSize) {
     const auto append = [this] {
         const std::ptrdiff_t used = last()->hdr.free_mem - reinterpret_cast<unsigned char *>(last());
