@@ -13,7 +13,7 @@ namespace aaactl_test {
 
 class Started {
   public:
-    enum class On { pipe, terminal };
+    enum class On { pipe, terminal, full_disk };
 
     explicit Started(const std::vector<std::string> &args, On on = On::pipe) {
         std::vector<char *> argv{const_cast<char *>(AAACTL_PROGRAM)};
@@ -27,8 +27,12 @@ class Started {
         if (pid_ == 0) {
             setenv("AAA_SYSDB_PROVIDER", AAACTL_PROVIDER, 0);
             setenv("AAA_LOG", "none", 0);
-            if (on == On::pipe) {
+            if (on != On::terminal) {
                 dup2(out[1], 1);
+            }
+            if (on == On::full_disk) {  // the pipe tells when it ends
+                dup2(out[1], 2);
+                dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), 1);
             }
             execv(argv[0], argv.data());
             _exit(127);
@@ -65,6 +69,11 @@ class Started {
         const ssize_t n = poll(&ready, 1, milliseconds) == 1 ? read(fd_, buffer, sizeof buffer) : -1;
         shown_.append(buffer, n > 0 ? static_cast<size_t>(n) : 0);
         return n > 0;
+    }
+    // The same, and whether that was the end.
+    bool has_ended(int milliseconds) {
+        pollfd ready{fd_, POLLIN, 0};
+        return !read_some(milliseconds) && poll(&ready, 1, 0) == 1;
     }
     bool wait_shown(const std::string &text) {
         while (shown_.find(text) == std::string::npos) {

@@ -319,6 +319,24 @@ TEST_F(AaactlDocuments, AreDescribedInFull) {
     expect_described({"decode"}, {}, message.out.substr(0, 160));
 }
 
+// Exit status and error messages of a command whose output is lost; the words are for a shell.
+std::string with_full_output(const std::string &words) {
+    std::string all;
+    for (const std::string &line :
+         lines_of("{ " AAACTL_PROGRAM " " + words + " >/dev/full; echo $?; } 2>&1")) {
+        all += line + "|";
+    }
+    return all;
+}
+
+TEST(AaactlProgram, SaysThatItsOutputIsLost) {
+    const std::string lost = "aaactl: standard output: No space left on device|";
+    EXPECT_EQ(with_full_output("attr list"), "6|" + lost);
+    EXPECT_EQ(with_full_output("attr search no-such --json"), "6|" + lost) << "though the answer is no";
+    EXPECT_EQ(with_full_output("decode --help").substr(0, 2), "6|");
+    EXPECT_EQ(with_full_output("decode --hex 00").substr(0, 2), "3|") << "which says more";
+}
+
 TEST(AaactlProgram, HasColoursOnATerminalOnly) {
     constexpr char kColoured[] = "\033[1m";
     unsetenv("NO_COLOR");

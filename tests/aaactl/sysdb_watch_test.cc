@@ -60,6 +60,15 @@ TEST_F(Watch, CountsAndPrintsJsonLines) {
     EXPECT_EQ(std::count(watch.shown().begin(), watch.shown().end(), '\n'), 2);
 }
 
+TEST_F(Watch, EndsWhenItsOutputIsLost) {
+    Started watch({"sysdb", "watch", "/cfg/"}, Started::On::full_disk);
+    for (int i = 0; !watch.has_ended(10); ++i) {  // registered or not yet
+        ASSERT_EQ(aaactl({"sysdb", "set", "/cfg/w", std::to_string(i), "--type", "u32"}).status, 0);
+        ASSERT_LT(i, 5000);
+    }
+    EXPECT_EQ(watch.wait(), 6);
+}
+
 TEST_F(Watch, AnItemsPathAlsoWatchesTheDirectoryOfThatName) {
     Started watch({"sysdb", "watch", "/cfg/w/x"});
     change_until_noticed(watch, "/cfg/w/x");

@@ -185,6 +185,10 @@ void Output::event(const Json &document, const std::function<void()> &text) {
     std::fflush(stdout);  // who reads a pipe wants each event when it happens
 }
 
+bool Output::is_lost() const {
+    return std::ferror(stdout) != 0;
+}
+
 void Output::line(std::string_view text) {
     write_all(stdout, text);
     write_all(stdout, "\n");

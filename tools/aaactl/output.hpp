@@ -87,6 +87,8 @@ class Output {
 
     // One document a line with --json, for commands that report as they go (watch).
     void event(const Json &document, const std::function<void()> &text);
+    // Whether something could not be written: then there is no use in going on, and the exit status says so.
+    bool is_lost() const;
 
     // A line on standard error that the next one replaces; nothing unless that is a terminal.
     void progress(std::string_view text);

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <iostream>
 #include <memory>
 #include <set>
 #include <string_view>
@@ -131,11 +134,24 @@ std::string without_keys(std::string why, const CLI::App &key, const Words &word
     return why;
 }
 
+// The answer is told by the exit status and by what is printed: without the one the other is half of it.
+ExitCode flushed(ExitCode code) {
+    const bool cut = std::fflush(stdout) != 0;
+    if (cut || std::ferror(stdout) != 0) {
+        std::fprintf(stderr, "aaactl: standard output: %s\n",
+                     cut ? std::strerror(errno) : "cannot be written");
+        return code == ExitCode::ok || code == ExitCode::negative ? ExitCode::failed : code;
+    }
+    return code;
+}
+
 // CLI11 prints help and version. What is wrong with the command line may quote its words, whatever bytes they
 // hold.
 int usage(Program &program, const CLI::ParseError &error, const Words &words) {
     if (error.get_exit_code() == 0) {
-        return program.app.exit(error);
+        program.app.exit(error);
+        std::cout.flush();
+        return static_cast<int>(flushed(ExitCode::ok));
     }
     // A mistyped command is the reason that none is there.
     const auto unknown = program.app.remaining(true);
@@ -150,6 +166,20 @@ int usage(Program &program, const CLI::ParseError &error, const Words &words) {
     return static_cast<int>(ExitCode::usage);
 }
 
+int perform(Program &program) {
+    Output out(program.options);
+    ExitCode code = ExitCode::failed;
+    try {
+        code = program.action(out);
+    } catch (const Failure &failure) {
+        out.failure(failure);
+        code = failure.code();
+    } catch (const std::exception &error) {
+        out.failure(Failure(ExitCode::failed, error.what()));
+    }
+    return static_cast<int>(flushed(code));
+}
+
 }  // namespace
 
 int run(int argc, const char *const *argv) {
@@ -161,21 +191,7 @@ int run(int argc, const char *const *argv) {
     } catch (const CLI::ParseError &error) {
         return usage(program, error, {argv, argv + argc});
     }
-    Output out(program.options);
-    ExitCode code = ExitCode::failed;
-    try {
-        code = program.action(out);
-    } catch (const Failure &failure) {
-        out.failure(failure);
-        code = failure.code();
-    } catch (const std::exception &error) {
-        out.failure(Failure(ExitCode::failed, error.what()));
-    }
-    if (std::fflush(stdout) != 0 && code == ExitCode::ok) {
-        std::perror("aaactl: standard output");
-        code = ExitCode::failed;
-    }
-    return static_cast<int>(code);
+    return perform(program);
 }
 
 }  // namespace aaactl

@@ -65,7 +65,7 @@ class Watch {
         for (const auto &source : sources_) {
             join(database_.connection(source->tree), conns, ready);
         }
-        while (seen_ < limit_) {
+        while (seen_ < limit_ && !out_.is_lost()) {
             out_.progress("Watching " + escaped(what) + ", changes so far: " + std::to_string(seen_) +
                           " (Control-C ends)");
             if (poll(ready.data(), ready.size(), -1) < 0 && errno != EINTR) {
