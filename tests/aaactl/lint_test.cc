@@ -230,6 +230,21 @@ TEST_F(Lint, FindsKeysThatDoNotDecrypt) {
     }
 }
 
+// "key" keeps keys anywhere in the database, and rotates the master keys for all of them.
+TEST_F(Lint, FindsKeysThatDoNotDecryptOutsideOfTheConfiguration) {
+    const std::string keys = dir().path("master.keys");
+    ASSERT_EQ(aaa_platform_master_keys_create(keys.c_str()), 0u);
+    const std::string good = sealed("hunter2");
+    const std::string lost = "07" + good.substr(2);
+    put("/cfg/site/good/key", "string", good);
+    put("/cfg/site/clear/key", "string", "hunter2");
+    put("/cfg/site/fingerprint", "string", lost);
+    EXPECT_EQ(lint(), Lines{});
+    put("/cfg/site/key", "string", lost);
+    put("/oper/site/key", "string", lost);
+    EXPECT_EQ(lint(), (Lines{"error sealed-key /cfg/site/key", "error sealed-key /oper/site/key"}));
+}
+
 TEST_F(Lint, DamagedItemsAreFindings) {
     ASSERT_EQ(run({"lint"}).status, 0);
     list("authentication/login/broken", R"(0, 0, 0, 0, "", "", "", "")");

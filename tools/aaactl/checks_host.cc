@@ -125,6 +125,20 @@ void check_key(const std::string &path, std::string text, Findings &findings) {
     wipe(text);
 }
 
+// What lies outside of the AAA configuration is somebody else's but for keys that were sealed here, and a
+// text that looks like one is one only where its path says so.
+void check_keys_elsewhere(Database &database, Findings &findings) {
+    const auto visit = [&](const std::string &path, const Item &item) {
+        if (!path.starts_with(kConfigRoot) && item.type == SYSDB_TYPE_STRING && is_secret_path(path) &&
+            looks_sealed(text_of(item))) {
+            check_key(path, text_of(item), findings);
+        }
+    };
+    for (const char *tree : {"/cfg/", "/oper/"}) {
+        database.walk(tree, visit, [](const Unreadable &) {});
+    }
+}
+
 }  // namespace
 
 void check_lines(Database &database, Findings &findings) {
@@ -160,6 +174,7 @@ void check_items(Database &database, Findings &findings) {
     database.walk(kConfigRoot, visit, unreadable);
     database.walk(
         kGroupMaps, [](const std::string &, const Item &) {}, unreadable);
+    check_keys_elsewhere(database, findings);
 }
 
 }  // namespace aaactl

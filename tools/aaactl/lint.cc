@@ -141,7 +141,7 @@ void add_lint(Program &program) {
     sub->add_flag("--strict", options->strict, "Exit with 1 for warnings too");
     sub->footer(
         "Looks at method lists, server groups and their numbers, servers, the lists of lines, server keys, "
-        "and\nfor items whose value does not fit their type.\n"
+        "and\nfor items whose value does not fit their type; of the rest of the database, at sealed keys.\n"
         "Exit status: 0 no errors, 1 errors (with --strict: or warnings), 5 no database.\n"
         "JSON: {method_lists, server_groups, errors, warnings, findings: [{severity, code, path, text, "
         "remedy}]}\n"
