@@ -537,6 +537,22 @@ TEST(AvpairUpdateOwnValue, MayOverlapThePairThatItOverwrites) {
     }
 }
 
+// From behind as well: one byte after the value is the first of its pad, which is 0.
+TEST(AvpairUpdateOwnValue, MayBeginInsideThePairThatItOverwrites) {
+    for (const uint32_t len : {2u, 3u, 6u, 11u, 23u, 39u, 79u}) {
+        const ListPtr list = make_list();
+        std::string text(len, '\0');
+        for (uint32_t i = 0; i < len; ++i) {
+            text[i] = static_cast<char>('!' + i);
+        }
+        add(list.get(), 1, text);
+        char *const value = static_cast<char *>(value_in(list.get(), 1));
+        ASSERT_EQ(aaa_avpair_update(1, 0, value + 1, 0, len, 0, list.get()), AAA_OK);
+        EXPECT_EQ(read_pairs(list.get()), (Pairs{{1, 0, 0, text.substr(1) + '\0'}})) << len;
+        EXPECT_SOUND(list.get());
+    }
+}
+
 TEST(AvpairUpdateOwnValue, LeavesTheListAsItWasWhenItCannotBeKeptAside) {
     if (!fake::FailAlloc::available()) {
         GTEST_SKIP();
