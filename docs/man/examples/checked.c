@@ -15,7 +15,9 @@ static cerrno show_user(const char *message, size_t received) {
     char     name[254] = "";
     uint32_t length = 0;
     if (rc == AAA_OK) {
-        rc = aaa_util_avlist_value_copy(list, AAA_USERNAME_ATTR, 0, name, sizeof name - 1, &length);
+        rc = aaa_util_avlist_value_copy(list, AAA_USERNAME_ATTR, 0,
+                                        name, sizeof name - 1,
+                                        &length);
     }
     if (rc == AAA_OK) {
         printf("user \"%.*s\"\n", (int)strnlen(name, length), name);
@@ -30,7 +32,8 @@ int main(void) {
     avlist  *list = NULL;
     char     message[256];
     uint32_t size = sizeof message;
-    if (aaa_avpair_create_list("login", &list) != AAA_OK || aaa_util_avlist_username_add("alice", 6, list) != AAA_OK ||
+    if (aaa_avpair_create_list("login", &list) != AAA_OK ||
+        aaa_util_avlist_username_add("alice", 6, list) != AAA_OK ||
         aaa_avpair_pack_msg_to_buf(list, message, &size) != AAA_OK) {
         return 1;
     }
@@ -40,5 +43,8 @@ int main(void) {
     cerrno cut = show_user(message, size - 4);
     message[56 + 11] = 100; /* the length of the value */
     cerrno lie = show_user(message, size);
-    return whole == AAA_OK && cut == AAA_ERR_INVALID_MSG_SIZE && lie == AAA_ERR_AVPAIR_PROCESSING ? 0 : 1;
+    if (whole != AAA_OK || cut != AAA_ERR_INVALID_MSG_SIZE) {
+        return 1;
+    }
+    return lie == AAA_ERR_AVPAIR_PROCESSING ? 0 : 1;
 }

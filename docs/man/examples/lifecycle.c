@@ -10,7 +10,8 @@ static int pipe_ends[2];
 static int32_t up(void *conn, void *ctx) {
     (void)conn;
     (void)ctx;
-    return pipe_ends[0]; /* what to watch; -1 would mean: not now, try again */
+    /* what to watch; -1 would mean: not now, try again */
+    return pipe_ends[0];
 }
 
 static int32_t readable(void *conn, void *ctx) {
@@ -23,14 +24,17 @@ static int32_t readable(void *conn, void *ctx) {
 }
 
 int main(void) {
-    event_manager_t evm = event_manager_create(0, "example", 0, NULL);
+    event_manager_t evm =
+        event_manager_create(0, "example", 0, NULL);
     void           *conn = NULL;
     static char     buffer[256];
-    if (evm == NULL || pipe(pipe_ends) != 0 || aaa_util_ecm_fd_conn(evm, &conn, up, readable, "example") != 0 ||
+    if (evm == NULL || pipe(pipe_ends) != 0 ||
+        aaa_util_ecm_fd_conn(evm, &conn, up, readable, "example") ||
         write(pipe_ends[1], "x", 1) != 1) {
         return 1;
     }
-    event_block_ctx_t ctx = {.evm = evm, .buffer = buffer, .size = sizeof buffer};
+    event_block_ctx_t ctx = {
+        .evm = evm, .buffer = buffer, .size = sizeof buffer};
     if (event_block(&ctx) == 0) {
         qm_event_dispatch(&ctx, 0);
     }

@@ -4,7 +4,8 @@
 #include "aaa/names.h"
 
 int main(void) {
-    for (int32_t service = AAA_SVC_LOGIN; service <= AAA_SVC_EXEC; service++) {
+    for (int32_t service = AAA_SVC_LOGIN; service <= AAA_SVC_EXEC;
+         service++) {
         printf("%d %s\n", service, aaa_print_service(service));
     }
     return 0;

@@ -8,16 +8,23 @@
 int main(void) {
     aaa_sess_request_t request; /* has room for every type */
     memset(&request, 0, sizeof request);
-    if (aaa_session_fill_request(&request, NULL, 11, 0, 0) != AAA_OK ||
-        aaa_sess_fill_msg_req_type_data(&request.u, "operator", 8, 11) != AAA_OK) {
+    cerrno rc = aaa_session_fill_request(&request, NULL, 11, 0, 0);
+    if (rc == AAA_OK) {
+        rc = aaa_sess_fill_msg_req_type_data(&request.u, "operator",
+                                             8, 11);
+    }
+    if (rc != AAA_OK) {
         return 1;
     }
-    /* At the receiver: the length in the packet is somebody else's. */
+    /* At the receiver: the packet's length is somebody else's. */
     char     task_map[256] = "";
     uint32_t length = 0;
-    if (aaa_sess_get_type_data_checked(&request, sizeof request, task_map, sizeof task_map - 1, &length) != AAA_OK) {
+    if (aaa_sess_get_type_data_checked(&request, sizeof request,
+                                       task_map, sizeof task_map - 1,
+                                       &length) != AAA_OK) {
         return 1;
     }
-    printf("type %u, version %u, task map %s\n", request.hdr.type, request.hdr.version, task_map);
+    printf("type %u, version %u, task map %s\n", request.hdr.type,
+           request.hdr.version, task_map);
     return 0;
 }
