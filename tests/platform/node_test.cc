@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <thread>
 #include <vector>
@@ -292,9 +293,16 @@ TEST(TaskTable, OfAnotherKindIsLeftAlone) {
 
 // ---- waiting threads ---------------------------------------------------------------
 
+uint64_t monotonic_ms() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
+}
+
 TEST(MutexWait, IsListedWhileItLasts) {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     EXPECT_EQ(0u, aaa_platform_mutex_waits(nullptr, 0));
+    const uint64_t before = monotonic_ms();
     ptd_set_mutex_block(&mutex, "aaa_close_sysdb_connections", 321);
     aaa_platform_mutex_wait_t wait{};
     ASSERT_EQ(1u, aaa_platform_mutex_waits(&wait, 1));
@@ -302,6 +310,10 @@ TEST(MutexWait, IsListedWhileItLasts) {
     EXPECT_EQ(321, wait.line);
     EXPECT_EQ(&mutex, wait.mutex);
     EXPECT_STREQ("aaa_close_sysdb_connections", wait.function);
+    EXPECT_LE(wait.waited_ms, monotonic_ms() - before);
+    while (wait.waited_ms == 0) {
+        ASSERT_EQ(1u, aaa_platform_mutex_waits(&wait, 1));
+    }
     ptd_unset_mutex_block();
     EXPECT_EQ(0u, aaa_platform_mutex_waits(&wait, 1));
     ptd_unset_mutex_block();

@@ -71,6 +71,16 @@ std::set<std::string> sockets(const DatabaseSandbox &sandbox) {
     return names;
 }
 
+// Descriptors of this process that lead to a directory.
+std::size_t descriptors_of(const std::string &directory) {
+    std::size_t count = 0;
+    std::error_code ignored;
+    for (const auto &descriptor : fs::directory_iterator("/proc/self/fd")) {
+        count += fs::read_symlink(descriptor.path(), ignored) == directory ? 1 : 0;
+    }
+    return count;
+}
+
 // Rows of the watch table, read past the provider.
 std::size_t watch_rows(const DatabaseSandbox &sandbox) {
     return aaatest::DatabaseTable(sandbox.oper_file(), "watch", MDB_RDONLY).rows();
@@ -128,10 +138,12 @@ TEST(SysdbWatch, KilledWatchersAreCleanedUpByTheNextChange) {
         EXPECT_EQ(14u, watch_rows(sandbox));
     }
     // The rest died too, and nobody changes what they watched: found when somebody else begins to watch.
-    run_forked([] {
+    run_forked([&sandbox] {
         const Bound bound("/cfg/");
         Latest latest;
         EXPECT_EQ(0u, latest.watch(bound.handle(), "elsewhere"));
+        EXPECT_EQ(0u, descriptors_of(fs::canonical(sandbox.watchers())))
+            << "the search for them is still open";
     });
     EXPECT_LE(watch_rows(sandbox), 1u);
     EXPECT_LE(sockets(sandbox).size(), 1u);
