@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "log_socket.hpp"
+#include "open_files.hpp"
 #include "platform/control.h"
 #include "temp_dir.hpp"
 
@@ -56,7 +57,10 @@ struct MasterKeyFile : testing::Test {
         ASSERT_EQ(0u, aaa_platform_master_keys_create(path.c_str()));
         g_log->take();
     }
-    void TearDown() override { EXPECT_TRUE(g_log->take().empty()); }
+    void TearDown() override {
+        EXPECT_TRUE(g_log->take().empty());
+        EXPECT_FALSE(is_open(path));
+    }
 
     uint32_t rotate() const {
         uint32_t generation = 999;

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "open_files.hpp"
 #include "support/database_table.hpp"
 #include "sysdb_support.hpp"
 
@@ -69,16 +70,6 @@ std::set<std::string> sockets(const DatabaseSandbox &sandbox) {
         names.insert(entry.path().filename());
     }
     return names;
-}
-
-// Descriptors of this process that lead to a directory.
-std::size_t descriptors_of(const std::string &directory) {
-    std::size_t count = 0;
-    std::error_code ignored;
-    for (const auto &descriptor : fs::directory_iterator("/proc/self/fd")) {
-        count += fs::read_symlink(descriptor.path(), ignored) == directory ? 1 : 0;
-    }
-    return count;
 }
 
 // Rows of the watch table, read past the provider.
@@ -142,8 +133,7 @@ TEST(SysdbWatch, KilledWatchersAreCleanedUpByTheNextChange) {
         const Bound bound("/cfg/");
         Latest latest;
         EXPECT_EQ(0u, latest.watch(bound.handle(), "elsewhere"));
-        EXPECT_EQ(0u, descriptors_of(fs::canonical(sandbox.watchers())))
-            << "the search for them is still open";
+        EXPECT_FALSE(is_open(sandbox.watchers())) << "the search for them is still open";
     });
     EXPECT_LE(watch_rows(sandbox), 1u);
     EXPECT_LE(sockets(sandbox).size(), 1u);

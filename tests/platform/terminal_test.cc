@@ -18,6 +18,7 @@
 
 #include "aaa/lines.h"
 #include "log_socket.hpp"
+#include "open_files.hpp"
 #include "platform/control.h"
 #include "temp_dir.hpp"
 #include "terminal_process.hpp"
@@ -180,6 +181,10 @@ struct MethodForLine : testing::Test {
         std::string result = hex(rc) + " " + (list == nullptr ? "(null)" : list);
         if (list != unset) {
             free(list);
+        }
+        const char *const rules = getenv("AAA_LINES_CONF");
+        if (rules != nullptr && is_open(rules)) {
+            result += ", and the rules are still open";
         }
         return result;
     }
