@@ -5,6 +5,7 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -80,6 +81,15 @@ TEST(Loader, PreloadedObjectIsNeverUnloaded) {
 TEST(Loader, ProgramItselfIsNotUnloading) {
     run_forked([] {
         _init_libc_globals();
+        EXPECT_EQ(0, __in_dlclose());
+    });
+}
+
+// The C library makes the call here, for one that the program needs.
+TEST(Loader, LibraryThatTheProgramNeedsIsNotUnloading) {
+    run_forked([] {
+        static pthread_once_t once = PTHREAD_ONCE_INIT;
+        ASSERT_EQ(0, pthread_once(&once, _init_libc_globals));
         EXPECT_EQ(0, __in_dlclose());
     });
 }
