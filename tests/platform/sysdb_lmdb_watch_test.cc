@@ -236,6 +236,28 @@ TEST(SysdbWatch, WakeUpThatNeverCameIsMadeUpFor) {
     });
 }
 
+// The process has one socket, and a dispatch of one connection takes what came for all.
+TEST(SysdbWatch, WhatOneConnectionTakesWakesTheOther) {
+    const DatabaseSandbox sandbox;
+    run_forked([] {
+        const Bound one("/oper/");
+        const Bound two("/oper/");
+        Latest first;
+        Latest second;
+        ASSERT_EQ(0u, first.watch(one.handle(), "a"));
+        ASSERT_EQ(0u, second.watch(two.handle(), "a"));
+        run_forked([] {
+            const Bound writer("/oper/");
+            EXPECT_EQ(0u, set_number(writer.handle(), "a", 1));
+        });
+        ASSERT_EQ(0u, sysdb_dispatch(one.handle()));
+        EXPECT_EQ(1u, first.calls.size());
+        EXPECT_TRUE(wait_readable(channel_of(two.handle()), 0));
+        ASSERT_EQ(0u, sysdb_dispatch(two.handle()));
+        EXPECT_EQ(1u, second.calls.size());
+    });
+}
+
 TEST(SysdbWatch, EmptiedRunDirectoryIsJoinedAgain) {
     const DatabaseSandbox sandbox;
     run_forked([&sandbox] {
