@@ -274,6 +274,18 @@ TEST_F(AvpairDeathTest, AddingBehindNoEnd) {
     EXPECT_STOPS(append(), kHeader, "last_buf->hdr.free_mem != NULL", "aaa_get_free_mem");
 }
 
+// As in a header of zeros: a size less than the header's must not make room for a pair.
+TEST_F(AvpairDeathTest, AddingBehindNoEndInABufferOfNoSize) {
+    const auto append = [this](uint32_t size) {
+        last()->hdr.free_mem = nullptr;
+        last()->hdr.buf_size = size;
+        add(list(), 1, "v");
+    };
+    for (const uint32_t size : {0u, 4u, 16u, 28u, 31u}) {
+        EXPECT_STOPS(append(size), kHeader, "last_buf->hdr.free_mem != NULL", "aaa_get_free_mem");
+    }
+}
+
 TEST_F(AvpairDeathTest, AddingBehindAnEndOutsideTheBuffer) {
     const auto append = [this](std::ptrdiff_t offset) {
         last()->hdr.free_mem = reinterpret_cast<unsigned char *>(last()) + offset;

@@ -202,13 +202,14 @@ inline void finish_append(avlist *list) noexcept {
     }
     unsigned char *const free_mem = buf->hdr.free_mem;
     const std::size_t size = buf->hdr.buf_size;
-    const std::size_t room =
-        reinterpret_cast<std::uintptr_t>(buf) + size - reinterpret_cast<std::uintptr_t>(free_mem);
-    if (room > size - sizeof buf->hdr || !is_aligned(free_mem, MEMORY_DEF_ALIGNMENT) ||
-        short_pair_extent(len) > room) [[unlikely]] {
+    // Huge where free_mem lies before the first pair. No sum wraps once this is less than the size.
+    const std::size_t used =
+        reinterpret_cast<std::uintptr_t>(free_mem) - reinterpret_cast<std::uintptr_t>(first_pair(buf));
+    const uint32_t extent = short_pair_extent(len);
+    if (used >= size || sizeof buf->hdr + used + extent > size || !is_aligned(free_mem, MEMORY_DEF_ALIGNMENT))
+        [[unlikely]] {
         return nullptr;
     }
-    const uint32_t extent = short_pair_extent(len);
     auto *const pair = reinterpret_cast<avpair_t *>(free_mem);
     buf->hdr.free_mem = free_mem + extent;
     list->av_cnt++;
