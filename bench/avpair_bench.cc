@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Times of list operations. Every row stands beside its baseline of the same
-// name with "_plain" in it. The figure to look at is the ratio of the two in
+// name with "_plain" in it, and that once more with "_plain_preallocated" where
+// the plain loop allocates. The figure to look at is the ratio of the two in
 // one run.
 
 #include <benchmark/benchmark.h>
@@ -10,6 +11,7 @@
 #include <memory>
 
 #include "list_rows.hpp"
+#include "plain_list_preallocated.hpp"
 
 namespace {
 
@@ -49,8 +51,20 @@ struct Register {
     }
 };
 
+struct RegisterPreallocated {
+    template <typename Row>
+    void operator()() const {
+        auto *plain = benchmark::RegisterBenchmark(Row::kName, time_step<Row::step>);
+        for (const std::size_t size : bench::kSizes) {
+            plain->Arg(static_cast<int64_t>(size));
+        }
+    }
+};
+
 const bool g_registered = [] {
+    benchmark::AddCustomContext("lists", bench::kDistribution);
     bench::for_each_row(Register{});
+    bench::for_each_preallocated_row(RegisterPreallocated{});
     return true;
 }();
 

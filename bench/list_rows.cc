@@ -13,6 +13,8 @@
 #include <string>
 #include <utility>
 
+#include "plain_list_preallocated.hpp"
+
 namespace bench {
 
 namespace {
@@ -128,11 +130,13 @@ Workload::Workload(std::size_t count)
     message = out;
     received = unpack(message);
     plain = plain_unpack(*this, message);
+    preallocated = plain_obtain(pair_bytes);
 }
 
 Workload::~Workload() {
     aaa_avpair_free_list(received);
     plain_free(plain);
+    plain_free(preallocated);
 }
 
 void check_rows(Workload &work) {
@@ -147,6 +151,11 @@ void check_rows(Workload &work) {
     require(work.out == work.message, "library and plain loop pack different messages");
     require(same_pairs(work.received, work.plain), "library and plain loop unpack different lists");
     require(same_values(work.received, work.plain), "library and plain loop find different values");
+    std::memset(work.out.data(), 0xA5, work.out.size());
+    plain_pack(work, build_preallocated(work));
+    require(work.out == work.message, "the plain loop packs another message in preallocated memory");
+    require(same_pairs(work.received, unpack_preallocated(work, work.message)),
+            "the plain loop unpacks another list in preallocated memory");
     aaa_avpair_free_list(list);
     plain_free(built);
 }

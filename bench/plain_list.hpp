@@ -3,10 +3,11 @@
 // The baseline of the list benchmarks: plain loops without any library that
 // write and read the same bytes as the list code does. Heads are stored
 // directly, values copied, words byte-swapped while copying, types walked.
-// The room is known beforehand, and there are no checks, no traces, no deleted
-// pairs, no wiping before memory is freed, and the list's own pairs are left
-// in host order when it is packed. So this is what the work itself costs; the
-// list code cannot be asked to cost as little.
+// The room is known beforehand: each list obtains two blocks, or none in the
+// form that works in preallocated memory. There are no checks, no traces, no
+// deleted pairs, no wiping before memory is freed, and the list's own pairs are
+// left in host order when it is packed. So this is what the work itself costs;
+// the list code cannot be asked to cost as little.
 #pragma once
 
 #include <cstdint>
@@ -52,12 +53,12 @@ inline uint32_t plain_extent(uint32_t len) {
     return (len + kPlainHead + 3) & ~3u;
 }
 
-inline PlainList plain_build(const std::vector<Attribute> &attributes, uint32_t pair_bytes) {
-    PlainList list{};
-    list.header = static_cast<unsigned char *>(std::malloc(kPlainHeader));
+inline void plain_begin(PlainList &list) {
     std::memset(list.header, 0, kPlainHeader);
     std::memcpy(list.header + kPlainNameAt, "bench", sizeof "bench");
-    list.pairs = static_cast<unsigned char *>(std::malloc(pair_bytes));
+}
+
+inline void plain_fill(PlainList &list, const std::vector<Attribute> &attributes) {
     unsigned char *p = list.pairs;
     for (const Attribute &a : attributes) {
         const uint32_t extent = plain_extent(a.len);
@@ -70,6 +71,14 @@ inline PlainList plain_build(const std::vector<Attribute> &attributes, uint32_t 
     list.used = static_cast<uint32_t>(p - list.pairs);
     const auto count = static_cast<uint16_t>(attributes.size());
     std::memcpy(list.header + kPlainCountAt, &count, sizeof count);
+}
+
+inline PlainList plain_build(const std::vector<Attribute> &attributes, uint32_t pair_bytes) {
+    PlainList list{};
+    list.header = static_cast<unsigned char *>(std::malloc(kPlainHeader));
+    plain_begin(list);
+    list.pairs = static_cast<unsigned char *>(std::malloc(pair_bytes));
+    plain_fill(list, attributes);
     return list;
 }
 
@@ -122,12 +131,11 @@ inline uint32_t plain_pack(const PlainList &list, unsigned char *out, const unsi
     return total;
 }
 
-inline PlainList plain_unpack(const unsigned char *msg, uint32_t len, const unsigned char *numbers) {
-    PlainList list{};
-    list.header = static_cast<unsigned char *>(std::malloc(kPlainHeader));
+// Unpacks into a list whose memory is there.
+inline void plain_fill(PlainList &list, const unsigned char *msg, uint32_t len,
+                       const unsigned char *numbers) {
     std::memcpy(list.header, msg, kPlainHeader);
     list.used = len - kPlainHeader;
-    list.pairs = static_cast<unsigned char *>(std::malloc(list.used));
     const unsigned char *p = msg + kPlainHeader;
     const unsigned char *const end = msg + len;
     unsigned char *q = list.pairs;
@@ -141,6 +149,16 @@ inline PlainList plain_unpack(const unsigned char *msg, uint32_t len, const unsi
         p += plain_extent(value_len);
         q += plain_extent(value_len);
     }
+}
+
+inline PlainList plain_obtain(uint32_t pair_bytes) {
+    return {static_cast<unsigned char *>(std::malloc(kPlainHeader)),
+            static_cast<unsigned char *>(std::malloc(pair_bytes)), 0};
+}
+
+inline PlainList plain_unpack(const unsigned char *msg, uint32_t len, const unsigned char *numbers) {
+    PlainList list = plain_obtain(len - kPlainHeader);
+    plain_fill(list, msg, len, numbers);
     return list;
 }
 
