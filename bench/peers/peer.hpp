@@ -14,7 +14,9 @@
 // does nothing.
 //
 // A function that a peer leaves out takes the rows that need it out of the
-// table; kWithout then tells the reader why.
+// table; kWithout then tells the reader why. One that does not pack has
+// made_elsewhere() for the bytes that it unpacks. kRecord tells that it has a
+// field for each type and so carries each type once.
 #pragma once
 
 #include <benchmark/benchmark.h>
