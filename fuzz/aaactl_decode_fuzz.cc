@@ -7,15 +7,16 @@
 // what is shown without --show-secrets must never be encoded as if it were whole.
 
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
 #include "aaa/checked.h"
 #include "aaa/result_codes.h"
 #include "fuzz_input.hpp"
-#include "hex_input.hpp"
-#include "message_json.hpp"
-#include "message_text.hpp"
+#include "message/hex_input.hpp"
+#include "message/message_json.hpp"
+#include "message/message_text.hpp"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "dump.hpp"
+#include "database/dump.hpp"
 #include "fuzz_input.hpp"
 
 namespace {

@@ -5,12 +5,13 @@
 // decode describes in a way that encodes to the same bytes; everything else is a
 // Failure, and no other exception.
 
+#include <nlohmann/json.hpp>
 #include <string>
 
-#include "encode.hpp"
 #include "fuzz_input.hpp"
-#include "message_json.hpp"
-#include "message_text.hpp"
+#include "message/encode.hpp"
+#include "message/message_json.hpp"
+#include "message/message_text.hpp"
 
 namespace {
 

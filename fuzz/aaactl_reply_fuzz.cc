@@ -20,7 +20,7 @@
 #include "aaa/messages.h"
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
-#include "client.hpp"
+#include "client/client.hpp"
 #include "fuzz_input.hpp"
 #include "host_process.hpp"
 

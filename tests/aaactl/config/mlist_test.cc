@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// mlist show, set and del.
+
+#include "aaactl/support/damaged_items.hpp"
+#include "aaactl/support/database_fixture.hpp"
+
+namespace {
+
+using aaactl_test::aaactl;
+using aaactl_test::damage;
+using Lists = aaactl_test::DatabaseTest;
+
+TEST_F(Lists, AreStoredInTheFormThatIsRead) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp", "local"}).status,
+              0);
+    ASSERT_EQ(
+        aaactl({"mlist", "set", "accounting", "exec", "default", "none", "line", "enable", "group:corp"})
+            .status,
+        0);
+    EXPECT_EQ(value_of("/cfg/gl/aaa/authentication/login/default"), R"((10, 2, 0, 0, "corp", "", "", ""))");
+    EXPECT_EQ(value_of("/cfg/gl/aaa/accounting/exec/default"),
+              R"((0, 0, 0, 1, 12, 13, 10, "", "", "", "corp"))");
+}
+
+TEST_F(Lists, AreShownWithGroupsResolved) {
+    ASSERT_EQ(aaactl({"sg", "add", "tacacs", "corp", "192.0.2.20"}).status, 0);
+    put("/cfg/gl/aaa/group-server/radius/new/server/0x1/192.0.2.9,1,2", "u32", "1");
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp", "group:new",
+                      "group:gone", "local", "--force"})
+                  .status,
+              0);
+    ASSERT_EQ(aaactl({"mlist", "set", "authorization", "commands", "ops", "none"}).status, 0);
+    put("/cfg/gl/aaa/accounting/exec/bad", "string", "x");
+    put("/cfg/gl/aaa/accounting/exec/short", "tuple", "1,2,3");
+    EXPECT_EQ(aaactl({"mlist", "show"}).out,
+              "FUNCTION        SERVICE   NAME     METHODS\n"
+              "authentication  login     default  group:corp (tacacs, 3001), group:new (radius, not "
+              "published), group:gone (no such group), local\n"
+              "authorization   commands  ops      none\n"
+              "accounting      exec      bad      item of type string\n"
+              "accounting      exec      short    tuple of another form\n");
+    const auto json = aaactl({"mlist", "show", "authentication", "login", "default", "--json"}).json();
+    EXPECT_EQ(
+        json["lists"][0]["methods"].dump(),
+        R"([{"method":10,"name":"group","group":"corp","protocol":"tacacs","number":3001},)"
+        R"({"method":10,"name":"group","group":"new","protocol":"radius","number":null},)"
+        R"({"method":10,"name":"group","group":"gone","protocol":null,"number":null},{"method":2,"name":"local"}])");
+    EXPECT_EQ(aaactl({"mlist", "show", "authorization"}).out,
+              "FUNCTION       SERVICE   NAME  METHODS\nauthorization  commands  ops   none\n");
+    EXPECT_EQ(aaactl({"mlist", "show", "authorization", "login"}).status, 4);
+    EXPECT_EQ(aaactl({"mlist", "show", "authentication", "login", "other"}).status, 4);
+}
+
+TEST_F(Lists, NothingConfiguredIsAnEmptyTable) {
+    EXPECT_EQ(aaactl({"mlist", "show"}).out, "FUNCTION  SERVICE  NAME  METHODS\n");
+    EXPECT_EQ(aaactl({"mlist", "show", "--json"}).json()["lists"].size(), 0u);
+}
+
+TEST_F(Lists, RefuseWhatIsNoMethodOrGroup) {
+    const auto unknown =
+        aaactl({"mlist", "set", "authentication", "login", "default", "group:none", "local"});
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_NE(unknown.err.find("group:none: no such server group"), std::string::npos) << unknown.err;
+    const std::vector<std::vector<std::string>> bad{
+        {"mlist", "set", "authentication", "login", "default"},
+        {"mlist", "set", "authentication", "login", "default", "magic"},
+        {"mlist", "set", "authentication", "login", "default", "group:"},
+        {"mlist", "set", "authentication", "login", "default", "group:a/b"},
+        {"mlist", "set", "authentication", "login", "default", "10"},
+        {"mlist", "set", "authentication", "login", "default", "0", "local"},
+        {"mlist", "set", "authentication", "login", "default", "18"},
+        {"mlist", "set", "authentication", "login", "default", "4294967295"},
+        {"mlist", "set", "authentication", "login", "default", "local", "local", "local", "local", "local"},
+        {"mlist", "set", "identification", "login", "default", "local"},
+        {"mlist", "set", "authentication", "log/in", "default", "local"},
+        {"mlist", "set", "authentication", "login", "", "local"},
+    };
+    for (const auto &args : bad) {
+        EXPECT_EQ(aaactl(args).status, 2) << args.back();
+    }
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, "aaactl-dump 1 /cfg/\n") << "nothing was stored";
+}
+
+TEST_F(Lists, AccountingKeepsWhatStandsInFront) {
+    put("/cfg/gl/aaa/accounting/exec/default", "tuple", R"(1,2,3,1,0,0,0,"","","","")");
+    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "local"}).status, 0);
+    EXPECT_EQ(value_of("/cfg/gl/aaa/accounting/exec/default"), R"((1, 2, 3, 2, 0, 0, 0, "", "", "", ""))");
+}
+
+TEST_F(Lists, WhatIsNoListIsToldWithTheRest) {
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "local"}).status, 0);
+    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "local"}).status, 0);
+    damage(dir(), "/cfg/gl/aaa/authentication/login/cut", SYSDB_TYPE_TUPLE, "TP\x01");
+    put("/cfg/gl/aaa/authorization/exec/text", "string", "local");
+    const auto text = aaactl({"mlist", "show"});
+    EXPECT_EQ(text.status, 3);
+    EXPECT_EQ(text.out,
+              "FUNCTION        SERVICE  NAME     METHODS\n"
+              "authentication  login    cut      value does not fit its type\n"
+              "authentication  login    default  local\n"
+              "authorization   exec     text     item of type string\n"
+              "accounting      exec     default  local\n");
+    EXPECT_EQ(text.err,
+              "aaactl: /cfg/gl/aaa/authentication/login/cut: value does not fit its type\n"
+              "aaactl: /cfg/gl/aaa/authorization/exec/text: item of type string\n");
+    const auto json = aaactl({"mlist", "show", "authentication", "--json"});
+    EXPECT_EQ(json.status, 3);
+    EXPECT_EQ(json.json()["lists"][0]["fault"], "value does not fit its type");
+    EXPECT_EQ(json.json()["lists"][1]["methods"][0]["name"], "local");
+    EXPECT_EQ(aaactl({"mlist", "show", "accounting"}).status, 0) << "nothing is wrong there";
+}
+
+TEST_F(Lists, ADamagedNumberOfAGroupIsToldWithTheRest) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp", "local"}).status,
+              0);
+    const std::string item = "/oper/aaa/gl/group-server/sg_name_map/radius/corp";
+    damage(dir(), item, SYSDB_TYPE_U32, "abc");
+    const auto run = aaactl({"mlist", "show"});
+    EXPECT_EQ(run.status, 3);
+    EXPECT_NE(run.out.find("group:corp (value does not fit its type), local\n"), std::string::npos)
+        << run.out;
+    EXPECT_EQ(run.err, "aaactl: " + item + ": value does not fit its type\n");
+    EXPECT_EQ(aaactl({"mlist", "show", "--json"}).json()["lists"][0]["methods"][0]["fault"],
+              "value does not fit its type");
+}
+
+TEST_F(Lists, NamesThatNoGroupCanHaveHideNoOtherList) {
+    put("/cfg/gl/aaa/authentication/login/default", "tuple", R"(10,10,10,2,"","a/b","\x1b","")");
+    put("/cfg/gl/aaa/group-server/radius/a/b", "u32", "1");
+    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "local"}).status, 0);
+    const auto run = aaactl({"mlist", "show"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out,
+              "FUNCTION        SERVICE  NAME     METHODS\n"
+              "authentication  login    default  group: (no such group), group:a/b (no such group), "
+              "group:\\x1b (no such group), local\n"
+              "accounting      exec     default  local\n");
+}
+
+TEST_F(Lists, ADamagedListIsReplaced) {
+    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "local"}).status, 0);
+    damage(dir(), "/cfg/gl/aaa/accounting/exec/default", SYSDB_TYPE_TUPLE, "TP\x01");
+    EXPECT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "none"}).status, 0);
+    EXPECT_EQ(value_of("/cfg/gl/aaa/accounting/exec/default"), R"((0, 0, 0, 1, 0, 0, 0, "", "", "", ""))");
+}
+
+TEST_F(Lists, AreDeleted) {
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "local"}).status, 0);
+    EXPECT_EQ(aaactl({"mlist", "del", "authentication", "login", "other"}).status, 4);
+    EXPECT_EQ(aaactl({"mlist", "del", "authentication", "login", "default"}).status, 0);
+    EXPECT_EQ(aaactl({"mlist", "show", "authentication"}).status, 4);
+}
+
+}  // namespace

@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// sg list, add and delete: numbers, indexes, and the reasons of refusals.
+
+#include "aaactl/support/damaged_items.hpp"
+#include "aaactl/support/database_fixture.hpp"
+
+namespace {
+
+using aaactl_test::aaactl;
+using aaactl_test::damage;
+
+class Groups : public aaactl_test::DatabaseTest {
+  protected:
+    // As users run it: the library registers its texts when it is loaded.
+    Groups() { unsetenv("NO_DLLMAIN"); }
+    ~Groups() override { setenv("NO_DLLMAIN", "1", 1); }
+
+    static void expect_refused(const std::vector<std::string> &args, const std::string &reason) {
+        const auto run = aaactl(args);
+        EXPECT_EQ(run.status, 1) << run.err;
+        EXPECT_NE(run.err.find(reason), std::string::npos) << run.err;
+        EXPECT_EQ(run.out, "");
+    }
+};
+
+TEST_F(Groups, AddGivesNumbersAndIndexes) {
+    EXPECT_EQ(
+        aaactl({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21,1645", "192.0.2.21,1700,1800"}).out,
+        "radius corp 1001: 192.0.2.20,1812,1813 192.0.2.21,1645,1646 192.0.2.21,1700,1800\n");
+    EXPECT_EQ(aaactl({"sg", "add", "tacacs", "archive", "192.0.2.30", "::1,4949"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "add", "diameter", "third"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.22"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.23", "--private"}).status, 0);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/gl/aaa/group-server"}).out,
+              "aaactl-dump 1 /cfg/gl/aaa/group-server/\n"
+              "/cfg/gl/aaa/group-server/diameter/third/server/ directory\n"
+              "/cfg/gl/aaa/group-server/radius/corp/server-private/0x1/192.0.2.23,1812,1813 u32 1\n"
+              "/cfg/gl/aaa/group-server/radius/corp/server/0x1/192.0.2.20,1812,1813 u32 1\n"
+              "/cfg/gl/aaa/group-server/radius/corp/server/0x2/192.0.2.21,1645,1646 u32 1\n"
+              "/cfg/gl/aaa/group-server/radius/corp/server/0x3/192.0.2.21,1700,1800 u32 1\n"
+              "/cfg/gl/aaa/group-server/radius/corp/server/0x4/192.0.2.22,1812,1813 u32 1\n"
+              "/cfg/gl/aaa/group-server/tacacs/archive/server/0x1/192.0.2.30 u32 1\n"
+              "/cfg/gl/aaa/group-server/tacacs/archive/server/0x2/::1,0x1355/ directory\n");
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/aaa/gl/group-server"}).out,
+              "aaactl-dump 1 /oper/aaa/gl/group-server/\n"
+              "/oper/aaa/gl/group-server/sg_name_map/diameter/third u32 3001\n"
+              "/oper/aaa/gl/group-server/sg_name_map/radius/corp u32 1001\n"
+              "/oper/aaa/gl/group-server/sg_name_map/tacacs/archive u32 3001\n"
+              "/oper/aaa/gl/group-server/sg_num_map/diameter/0xbb9 string \"third\"\n"
+              "/oper/aaa/gl/group-server/sg_num_map/radius/0x3e9 string \"corp\"\n"
+              "/oper/aaa/gl/group-server/sg_num_map/tacacs/0xbb9 string \"archive\"\n");
+}
+
+TEST_F(Groups, ListShowsConfiguredAndPublished) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "::1,4949"}).status, 0);
+    put("/cfg/gl/aaa/group-server/radius/new/server/0x1/192.0.2.9,1,2", "u32", "1");
+    put("/oper/aaa/gl/group-server/sg_name_map/radius/old", "u32", "1009");
+    EXPECT_EQ(aaactl({"sg", "list"}).out,
+              "PROTOCOL  NAME     NUMBER  SERVERS\n"
+              "radius    corp     1001    192.0.2.20,1812,1813\n"
+              "radius    new      -       192.0.2.9,1,2\n"
+              "radius    old      1009    (published, not configured)\n"
+              "tacacs    archive  3001    ::1,4949\n");
+    const auto json = aaactl({"sg", "list", "--protocol", "tacacs", "--json"}).json();
+    EXPECT_EQ(json.dump(),
+              R"({"groups":[{"protocol":"tacacs","name":"archive","number":3001,"configured":true,)"
+              R"("servers":[{"index":1,"address":"::1","ports":[4949],"private":false}]}]})");
+    EXPECT_EQ(aaactl({"sg", "list", "new", "--json"}).json()["groups"][0]["number"], nullptr);
+    EXPECT_EQ(aaactl({"sg", "list", "none"}).status, 4);
+    EXPECT_EQ(aaactl({"sg", "list", "corp", "--protocol", "tacacs"}).status, 4);
+}
+
+// lint says what is wrong with it; the other groups are to be seen all the same.
+TEST_F(Groups, ANumberThatIsNoneHidesNoOtherGroup) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    put("/oper/aaa/gl/group-server/sg_name_map/radius/bad", "string", "x");
+    const auto run = aaactl({"sg", "list"});
+    EXPECT_EQ(run.status, 3);
+    EXPECT_EQ(
+        run.out,
+        "PROTOCOL  NAME  NUMBER  SERVERS\n"
+        "radius    bad   -       (published, not configured) (number: it is of type string, not a u32)\n"
+        "radius    corp  1001    192.0.2.20,1812,1813\n");
+    ASSERT_EQ(
+        aaactl({"mlist", "set", "authentication", "login", "default", "group:bad", "group:corp", "--force"})
+            .status,
+        0);
+    EXPECT_NE(aaactl({"mlist", "show"}).out.find("group:corp (radius, 1001)"), std::string::npos);
+}
+
+TEST_F(Groups, ADamagedNumberIsToldWithTheRest) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "whole", "192.0.2.21"}).status, 0);
+    const std::string item = "/oper/aaa/gl/group-server/sg_name_map/radius/corp";
+    damage(dir(), item, SYSDB_TYPE_U32, "abc");
+    const auto text = aaactl({"sg", "list"});
+    EXPECT_EQ(text.status, 3);
+    EXPECT_EQ(text.out,
+              "PROTOCOL  NAME   NUMBER  SERVERS\n"
+              "radius    corp   -       192.0.2.20,1812,1813 (number: value does not fit its type)\n"
+              "radius    whole  1002    192.0.2.21,1812,1813\n");
+    EXPECT_EQ(text.err, "aaactl: " + item + ": value does not fit its type\n");
+    const auto json = aaactl({"sg", "list", "--json"});
+    EXPECT_EQ(json.status, 3);
+    EXPECT_EQ(json.json()["groups"][0]["fault"], "value does not fit its type");
+    EXPECT_FALSE(json.json()["groups"][1].contains("fault"));
+    EXPECT_EQ(aaactl({"sg", "list", "whole"}).status, 0) << "nothing is wrong with this one";
+}
+
+TEST_F(Groups, AGroupWithADamagedNumberIsDeletedAndCreatedAnew) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    damage(dir(), "/oper/aaa/gl/group-server/sg_name_map/radius/corp", SYSDB_TYPE_U32, "abc");
+    const auto run = aaactl({"sg", "delete", "radius", "corp"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, "aaactl-dump 1 /oper/\n");
+    EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).out,
+              "radius corp 1001: 192.0.2.20,1812,1813\n");
+}
+
+TEST_F(Groups, RefusesForTheLibrarysReasons) {
+    expect_refused({"sg", "add", "tacacs", "local"}, "Bad server group name");
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    expect_refused({"sg", "add", "tacacs", "corp"}, "Server group name already defined for RADIUS");
+    expect_refused({"sg", "add", "radius", "corp", "192.0.2.21", "192.0.2.20"},
+                   "192.0.2.20: refused: Host or server group index is in use already");
+    EXPECT_EQ(aaactl({"sg", "list"}).out,
+              "PROTOCOL  NAME  NUMBER  SERVERS\nradius    corp  1001    192.0.2.20,1812,1813\n");
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp"}).status, 0);
+    expect_refused({"sg", "delete", "radius", "corp"}, "server group corp: refused: Server group is ");
+    EXPECT_EQ(aaactl({"sg", "list", "corp"}).status, 0) << "nothing was deleted";
+    ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "192.0.2.30"}).status, 0);
+    expect_refused({"sg", "add", "tacacs", "archive", "192.0.2.30,50"}, "the group has it already");
+}
+
+TEST_F(Groups, RefusesNamesAndServersThatAreNone) {
+    for (const char *name :
+         {"", "a/b", "a\tb", "gr\xc3\xbc", "fifty characters fifty characters fifty characters!"}) {
+        EXPECT_EQ(aaactl({"sg", "add", "radius", name}).status, 2) << name;
+    }
+    for (const char *server : {"", ",1", "::1,", "::1,0", "::1,65535", "::1,65536", "::1,x", "::1,1,2,3",
+                               "::1,-1", "::1/64", "h", "192.0.2", "192.0.2.1 "}) {
+        EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", server}).status, 2) << server;
+    }
+    EXPECT_EQ(aaactl({"sg", "add", "tacacs", "corp", "::1,1,2"}).status, 2);
+    EXPECT_EQ(aaactl({"sg", "add", "tacacs", "corp", "::1", "::1,1"}).status, 2) << "twice";
+    EXPECT_EQ(aaactl({"sg", "add", "ldap", "corp"}).status, 2);
+    EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME  NUMBER  SERVERS\n");
+}
+
+TEST_F(Groups, NumbersRunOut) {
+    put("/oper/aaa/gl/group-server/sg_num_map/radius/0x7cf", "string", "last");
+    const auto run = aaactl({"sg", "add", "radius", "corp", "192.0.2.20"});
+    EXPECT_EQ(run.status, 6) << run.err;
+    EXPECT_EQ(aaactl({"sg", "list", "corp"}).status, 4) << "nothing is half done";
+}
+
+TEST_F(Groups, DeletesServersAndGroups) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21", "192.0.2.22,1,2"}).status,
+              0);
+    ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "::1,4949", "::2"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp", "192.0.2.20", "192.0.2.99"}).status, 4);
+    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp", "192.0.2.20", "192.0.2.22,1,2"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "delete", "tacacs", "archive", "::1"}).status, 0);
+    const auto left = aaactl({"sg", "delete", "tacacs", "archive", "::2", "--json"}).json();
+    EXPECT_EQ(left["group"]["servers"].size(), 0u);
+    EXPECT_EQ(aaactl({"sg", "list"}).out,
+              "PROTOCOL  NAME     NUMBER  SERVERS\n"
+              "radius    corp     1001    192.0.2.21,1812,1813\n"
+              "tacacs    archive  3001\n");
+    EXPECT_EQ(aaactl({"sg", "delete", "tacacs", "corp"}).status, 4) << "another protocol";
+    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp"}).status, 4);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out.find("corp"), std::string::npos);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/"}).out.find("corp"), std::string::npos);
+}
+
+TEST_F(Groups, WhatIsNoServerIsShownAsSuchAndCanBeDeleted) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    put("/cfg/gl/aaa/group-server/radius/corp/server/0x2/192.0.2.21,1812x", "u32", "1");
+    put("/cfg/gl/aaa/group-server/radius/corp/server/three/192.0.2.22,1,2", "u32", "1");
+    EXPECT_EQ(aaactl({"sg", "list"}).out,
+              "PROTOCOL  NAME  NUMBER  SERVERS\n"
+              "radius    corp  1001    192.0.2.20,1812,1813 192.0.2.21 (not usable: \"1812x\" is no port) "
+              "three (not usable: \"three/\" is no ordinal of a server)\n");
+    const auto servers = aaactl({"sg", "list", "--json"}).json()["groups"][0]["servers"];
+    EXPECT_FALSE(servers[0].contains("defect"));
+    EXPECT_EQ(servers[1]["defect"], "\"1812x\" is no port");
+    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp", "192.0.2.21,1812x", "three"}).status, 0);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/"}).out,
+              "aaactl-dump 1 /cfg/\n"
+              "/cfg/gl/aaa/group-server/radius/corp/server/0x1/192.0.2.20,1812,1813 u32 1\n");
+}
+
+TEST_F(Groups, DeletesServersAsTheyAreListed) {
+    ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "::1,4949", "::2"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "delete", "tacacs", "archive", "::1,4949"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "list"}).out,
+              "PROTOCOL  NAME     NUMBER  SERVERS\ntacacs    archive  3001    ::2\n");
+}
+
+TEST_F(Groups, DeletionThatEndedHalfWayIsFinishedByTheNext) {
+    put("/oper/aaa/gl/group-server/sg_name_map/radius/old", "u32", "1009");
+    put("/oper/aaa/gl/group-server/sg_num_map/radius/0x3f1", "string", "old");
+    EXPECT_EQ(aaactl({"sg", "delete", "radius", "old"}).status, 0);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, "aaactl-dump 1 /oper/\n");
+}
+
+}  // namespace

@@ -1,0 +1,365 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// sysdb dump, load and diff: the forms, what is refused and where, and that a
+// load is all or nothing.
+
+#include <atomic>
+#include <random>
+#include <thread>
+
+#include "aaactl/support/damaged_items.hpp"
+#include "aaactl/support/database_fixture.hpp"
+#include "aaactl/support/program_started.hpp"
+
+namespace {
+
+using aaactl_test::aaactl;
+using aaactl_test::damage;
+using aaactl_test::Started;
+using Dump = aaactl_test::DatabaseTest;
+
+constexpr char kHead[] = "aaactl-dump 1 /cfg/\n";
+
+void fill() {
+    aaactl({"sysdb", "set", "/cfg/a b/\"x\"", "1", "--type", "u32"});
+    aaactl({"sysdb", "set", "/cfg/0x10", "4294967295", "--type", "u32"});
+    aaactl({"sysdb", "set", "/cfg/0x9", "two\n\"words\" \\ \xc3\xbc \xff", "--type", "string"});
+    aaactl({"sysdb", "set", "/cfg/empty", "--type", "string", ""});
+    aaactl({"sysdb", "set", "/cfg/#t", "10,-4,\"GRP 1\",\"\"", "--type", "tuple"});
+    aaactl({"sysdb", "set", "/cfg/o", "00ff", "--type", "bytes:99"});
+    aaactl({"sysdb", "set", "/cfg/nothing", "--type", "bytes:98", ""});
+    aaactl({"sysdb", "set", "/cfg/s/e/"});
+    aaactl({"sysdb", "set", "/cfg/s/key", "--type", "string"}, "hunter2");
+}
+
+// In numeric, then bytewise order; blanks and marks in names between quotation marks.
+const std::string kText = std::string(kHead) +
+                          "/cfg/#t tuple (10, -4, \"GRP 1\", \"\")\n"
+                          R"(/cfg/0x9 string "two\n\"words\" \\ )"
+                          "\xc3\xbc"
+                          R"( \xff")"
+                          "\n"
+                          "/cfg/0x10 u32 4294967295\n"
+                          "\"/cfg/a b/\\\"x\\\"\" u32 1\n"
+                          "/cfg/empty string \"\"\n"
+                          "/cfg/nothing bytes:98\n"
+                          "/cfg/o bytes:99 00ff\n"
+                          "/cfg/s/e/ directory\n"
+                          "/cfg/s/key string \"hunter2\"\n";
+
+TEST_F(Dump, TextFormHasEveryTypeInTheDatabasesOrder) {
+    fill();
+    EXPECT_EQ(aaactl({"sysdb", "dump", "--show-secrets"}).out, kText);
+    const auto part = aaactl({"sysdb", "dump", "/cfg/s"});
+    EXPECT_EQ(part.out, "aaactl-dump 1 /cfg/s/\n/cfg/s/e/ directory\n/cfg/s/key string ********\n");
+    EXPECT_NE(part.err.find("--show-secrets"), std::string::npos);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/none"}).status, 4);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/"}).status, 2) << "a dump has one tree";
+}
+
+TEST_F(Dump, BothFormsComeBackAsTheyWere) {
+    fill();
+    const std::string text = aaactl({"sysdb", "dump", "--show-secrets"}).out;
+    const std::string json = aaactl({"sysdb", "dump", "--show-secrets", "--json"}).out;
+    for (const std::string &form : {text, json}) {
+        ASSERT_EQ(aaactl({"sysdb", "del", "-r", "/cfg/"}).status, 0);
+        EXPECT_EQ(aaactl({"sysdb", "dump"}).out, kHead);
+        const auto load = aaactl({"sysdb", "load", "-"}, form);
+        EXPECT_EQ(load.status, 0) << load.err;
+        EXPECT_EQ(load.out, "created 9, changed 0, deleted 0 of 9 items\n");
+        EXPECT_EQ(aaactl({"sysdb", "dump", "--show-secrets"}).out, text);
+        EXPECT_EQ(aaactl({"sysdb", "diff", "-"}, form).status, 0);
+    }
+}
+
+TEST_F(Dump, MaskedValuesAreKept) {
+    fill();
+    for (const bool json : {false, true}) {
+        const std::string masked = aaactl({"sysdb", "dump", json ? "--json" : "--color=never"}).out;
+        EXPECT_EQ(masked.find("hunter2"), std::string::npos);
+        const auto load = aaactl({"sysdb", "load", "--replace", "-"}, masked);
+        EXPECT_EQ(load.status, 0) << load.err;
+        EXPECT_EQ(value_of("/cfg/s/key"), "hunter2");
+        EXPECT_EQ(aaactl({"sysdb", "diff", "-"}, masked).status, 0);
+    }
+    const std::string masked = aaactl({"sysdb", "dump"}).out;
+    ASSERT_EQ(aaactl({"sysdb", "del", "-r", "/cfg/"}).status, 0);
+    const auto load = aaactl({"sysdb", "load", "-"}, masked);
+    EXPECT_EQ(load.status, 3);
+    EXPECT_NE(load.err.find("line 10: /cfg/s/key"), std::string::npos) << load.err;
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, kHead) << "nothing was loaded";
+}
+
+TEST_F(Dump, DamagedItemsAreToldAndTheRestIsDumped) {
+    put("/cfg/a", "u32", "1");
+    put("/cfg/z", "string", "last");
+    damage(dir(), "/cfg/d/key", SYSDB_TYPE_STRING, "hunter2");
+    damage(dir(), "/cfg/d/typeless", "abc");
+    damage(dir(), "/cfg/d//x", SYSDB_TYPE_U32, "abcd");
+    const auto text = aaactl({"sysdb", "dump", "--show-secrets"});
+    EXPECT_EQ(text.status, 3);
+    EXPECT_EQ(text.out, std::string(kHead) +
+                            "/cfg/a u32 1\n"
+                            "# /cfg/d// directory (name that no path can have)\n"
+                            "# /cfg/d/key string (value does not fit its type)\n"
+                            "# /cfg/d/typeless bytes:0 (value does not fit its type)\n"
+                            "/cfg/z string \"last\"\n");
+    EXPECT_EQ(text.err,
+              "aaactl: /cfg/d//: name that no path can have; it is not in the dump\n"
+              "aaactl: /cfg/d/key: value does not fit its type; it is not in the dump\n"
+              "aaactl: /cfg/d/typeless: value does not fit its type; it is not in the dump\n");
+    const auto json = aaactl({"sysdb", "dump", "--json"});
+    EXPECT_EQ(json.status, 3);
+    EXPECT_EQ(json.json()["items"].size(), 2u);
+    EXPECT_EQ(json.json()["faults"][1].dump(),
+              R"({"path":"/cfg/d/key","type":"string","fault":"value does not fit its type"})");
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/d//"}).status, 2) << "asked for by name, it is no path";
+
+    for (const std::string &dump : {text.out, json.out}) {
+        const auto diff = aaactl({"sysdb", "diff", "-"}, dump);
+        EXPECT_EQ(diff.status, 1) << diff.err;
+        EXPECT_EQ(diff.out,
+                  "+ /cfg/d// directory (name that no path can have)\n"
+                  "+ /cfg/d/key string (value does not fit its type)\n"
+                  "+ /cfg/d/typeless bytes:0 (value does not fit its type)\n");
+    }
+    const auto differences = aaactl({"sysdb", "diff", "-", "--json"}, text.out).json()["differences"];
+    EXPECT_EQ(differences[1]["database"]["fault"], "value does not fit its type");
+    EXPECT_EQ(aaactl({"sysdb", "load", "-"}, text.out).out, "created 0, changed 0, deleted 0 of 2 items\n");
+    EXPECT_EQ(aaactl({"sysdb", "load", "--replace", "-"}, text.out).out,
+              "created 0, changed 0, deleted 3 of 2 items\n");
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).status, 0) << "the database is whole again";
+}
+
+std::string all_of(unsigned value) {
+    std::string dump = kHead;
+    for (int i = 1000; i < 9000; ++i) {
+        dump += "/cfg/d/" + std::to_string(i) + " u32 " + std::to_string(value) + "\n";
+    }
+    return dump;
+}
+
+// Two states, each stored as one change, again and again: a dump has one of them, and none of its own.
+TEST_F(Dump, IsOfOneTimeWhileOthersChangeTheDatabase) {
+    const std::string states[] = {all_of(1), all_of(2)};
+    ASSERT_EQ(aaactl({"sysdb", "load", "-"}, states[0]).status, 0);
+    std::atomic<bool> ended{false};
+    std::thread writer([&] {
+        for (unsigned i = 1; !ended; ++i) {
+            EXPECT_EQ(aaactl({"sysdb", "load", "-"}, states[i % 2]).status, 0);
+        }
+    });
+    size_t mixed = 0;
+    for (int i = 0; i < 15; ++i) {
+        const auto run = aaactl({"sysdb", "dump"});
+        EXPECT_EQ(run.status, 0) << run.err;
+        // Without a pause between two changes it has said so.
+        mixed += run.out != states[0] && run.out != states[1] &&
+                 run.err.find("of different times") == std::string::npos;
+    }
+    ended = true;
+    writer.join();
+    EXPECT_EQ(mixed, 0u);
+}
+
+TEST_F(Dump, NeedsNoPlaceToWatchFrom) {
+    put("/cfg/a", "u32", "1");
+    const ScopedEnv nowhere("AAA_SYSDB_RUN_DIR", "/dev/null/run");
+    const auto run = aaactl({"sysdb", "dump"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, std::string(kHead) + "/cfg/a u32 1\n");
+}
+
+TEST_F(Dump, ABackupReplacesADamagedItem) {
+    put("/cfg/name", "string", "x");
+    put("/cfg/key", "string", "hunter2");
+    const std::string masked = aaactl({"sysdb", "dump"}).out;
+    const std::string whole = aaactl({"sysdb", "dump", "--show-secrets"}).out;
+    damage(dir(), "/cfg/name", SYSDB_TYPE_STRING, "x");
+    damage(dir(), "/cfg/key", SYSDB_TYPE_STRING, "hunter2");
+    const auto refused = aaactl({"sysdb", "load", "-"}, masked);
+    EXPECT_EQ(refused.status, 3);
+    EXPECT_NE(refused.err.find("the value is masked, and none"), std::string::npos) << refused.err;
+    EXPECT_EQ(aaactl({"sysdb", "load", "-"}, whole).out, "created 0, changed 2, deleted 0 of 2 items\n");
+    EXPECT_EQ(value_of("/cfg/key"), "hunter2");
+}
+
+TEST_F(Dump, LoadAddsAndReplaceAlsoDeletes) {
+    put("/cfg/old", "u32", "1");
+    put("/cfg/both", "u32", "1");
+    put("/oper/other", "u32", "1");
+    const std::string text =
+        std::string(kHead) + "\n  # a remark\n/cfg/both u32 2\r\n\t/cfg/new/x  string\t\"y\"  \n";
+    const auto dry = aaactl({"sysdb", "load", "--dry-run", "--replace", "-"}, text);
+    EXPECT_EQ(dry.out,
+              "- /cfg/both u32 1\n+ /cfg/both u32 2\n+ /cfg/new/x string \"y\"\n- /cfg/old u32 1\n"
+              "would be created 1, changed 1, deleted 1 of 2 items\n");
+    EXPECT_EQ(value_of("/cfg/both"), "1") << "nothing was done";
+    EXPECT_EQ(aaactl({"sysdb", "load", "-"}, text).out, "created 1, changed 1, deleted 0 of 2 items\n");
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out,
+              std::string(kHead) + "/cfg/both u32 2\n/cfg/new/x string \"y\"\n/cfg/old u32 1\n");
+    const auto json = aaactl({"sysdb", "load", "--replace", "-", "--json"}, text).json();
+    EXPECT_EQ(json.dump(),
+              R"({"directory":"/cfg/","items":2,"created":0,"changed":0,"deleted":1,"loaded":true})");
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out,
+              std::string(kHead) + "/cfg/both u32 2\n/cfg/new/x string \"y\"\n");
+    EXPECT_EQ(value_of("/oper/other"), "1");
+}
+
+TEST_F(Dump, ReplaceStaysInItsDirectory) {
+    put("/cfg/d/a", "u32", "1");
+    put("/cfg/d-", "u32", "1");
+    put("/cfg/d", "u32", "1");
+    ASSERT_EQ(aaactl({"sysdb", "load", "--replace", "-"}, "aaactl-dump 1 /cfg/d\n/cfg/d/b u32 2\n").status,
+              0);
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out,
+              std::string(kHead) + "/cfg/d u32 1\n/cfg/d- u32 1\n/cfg/d/b u32 2\n");
+}
+
+TEST_F(Dump, SaysWhichLineIsWrong) {
+    const std::pair<std::string, const char *> bad[] = {
+        {"", "empty"},
+        {"/cfg/a u32 1\n", "line 1: this is no dump"},
+        {"aaactl-dump 2 /cfg/\n", "line 1: version 2"},
+        {"aaactl-dump 1 /\n", "line 1: "},
+        {"aaactl-dump 1\n", "line 1: "},
+        {kHead + std::string("/cfg/a u32 1\n\n/cfg/b u32 x\n"), "line 4: \"x\" is no number"},
+        {kHead + std::string("/cfg/a u32 1\n/cfg/a u32 1\n"),
+         "line 3: path /cfg/a stands here for the second time"},
+        {kHead + std::string("/oper/a u32 1\n"), "line 2: path /oper/a does not lie in /cfg/"},
+        {kHead + std::string("/cfg/a\n"), "line 2: PATH TYPE VALUE"},
+        {kHead + std::string("/cfg/a u33 1\n"), "line 2: \"u33\" is no type"},
+        {kHead + std::string("/cfg/a string x\n"), "line 2: "},
+        {kHead + std::string("/cfg/a string \"x\n"), "line 2: "},
+        {kHead + std::string("/cfg/a string \"x\" y\n"), "line 2: "},
+        {kHead + std::string("\"/cfg/a u32 1\n"), "line 2: a path lacks"},
+        {kHead + std::string("/cfg/a/ u32 1\n"), "line 2: "},
+        {kHead + std::string("/cfg/a directory\n"), "line 2: "},
+        {kHead + std::string("/cfg/a/ directory x\n"), "line 2: "},
+        {kHead + std::string("/cfg/a/ directory ********\n"), "line 2: "},
+        {kHead + std::string("/cfg/ok u32 1\n/cfg/a//b u32 1\n"), "line 3: /cfg/a//b"},
+        {kHead + std::string("/cfg/ok u32 1\n/cfg/") + std::string(600, 'x') + " u32 1\n", "line 3: "},
+        {kHead + std::string("/cfg/ok u32 1\n/cfg/a\\x00b u32 1\n"), "line 3: "},
+        {"{", "malformed JSON at byte 2"},
+        {R"({"format":1e999})", "malformed JSON: a number is too large"},
+        {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/"})", "\"items\""},
+        {R"({"format":"aaactl-dump","version":2,"directory":"/cfg/","items":[]})", "no dump"},
+        {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"u32","value":1},7]})",
+         "items[1]: "},
+        {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"u32","value":-1}]})",
+         "items[0]: "},
+        {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"u32"}]})",
+         "items[0]: \"value\""},
+        {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"tuple","value":[1.5]}]})",
+         "items[0]: "},
+    };
+    for (const auto &[text, why] : bad) {
+        const std::string file = dir().write("dump", text);
+        const auto run = aaactl({"sysdb", "load", file});
+        EXPECT_EQ(run.status, 3) << text << run.err;
+        EXPECT_NE(run.err.find(file + ": "), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find(why), std::string::npos) << why << " in " << run.err;
+        EXPECT_EQ(run.out, "");
+    }
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, kHead) << "nothing was loaded";
+    EXPECT_EQ(aaactl({"sysdb", "load", dir().path("none")}).status, 4);
+    EXPECT_EQ(aaactl({"sysdb", "load", dir().path("")}).status, 3) << "a directory";
+}
+
+// What is wrong with a dump is said without its secrets.
+TEST_F(Dump, RefusalsDoNotShowSecrets) {
+    const std::string json =
+        R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/site/key",)";
+    const std::string bad[] = {
+        kHead + std::string("/cfg/site/key hunter2\n"),
+        kHead + std::string("/cfg/site/key hunter2 string\n"),
+        kHead + std::string("/cfg/site/key u32 hunter2\n"),
+        kHead + std::string("/cfg/site/key string \"a\" hunter2\n"),
+        json + R"("type":"string","value":"hunter2)",
+        json + R"("type":"string","value":"hunter2" x}]})",
+        json + R"("type":"u32","value":"hunter2"}]})",
+        json + R"("type":"hunter2","value":"string"}]})",
+    };
+    for (const std::string &text : bad) {
+        for (const char *form : {"--color=never", "--json"}) {
+            const auto run = aaactl({"sysdb", "load", "-", form}, text);
+            EXPECT_EQ(run.status, 3) << text;
+            EXPECT_NE(run.err, "");
+            EXPECT_EQ((run.out + run.err).find("hunter2"), std::string::npos) << text << run.err;
+        }
+    }
+}
+
+TEST_F(Dump, DiffShowsBothSides) {
+    put("/cfg/a", "u32", "1");
+    put("/cfg/b", "u32", "1");
+    put("/cfg/d/key", "string", "hunter2");
+    const std::string text =
+        std::string(kHead) + "/cfg/b u32 2\n/cfg/c u32 3\n/cfg/d/key string \"hunter3\"\n";
+    const auto run = aaactl({"sysdb", "diff", "-"}, text);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out,
+              "+ /cfg/a u32 1\n- /cfg/b u32 2\n+ /cfg/b u32 1\n- /cfg/c u32 3\n"
+              "- /cfg/d/key string ********\n+ /cfg/d/key string ********\n");
+    const auto json = aaactl({"sysdb", "diff", "-", "--json"}, text).json();
+    EXPECT_EQ(
+        json["differences"][1].dump(),
+        R"({"path":"/cfg/b","change":"changed","dump":{"type":"u32","value":2},"database":{"type":"u32","value":1}})");
+    EXPECT_EQ(json["differences"][0]["change"], "added");
+    EXPECT_EQ(json["differences"][2]["change"], "removed");
+    EXPECT_EQ(json.dump().find("hunter"), std::string::npos);
+    EXPECT_NE(aaactl({"sysdb", "diff", "-", "--show-secrets"}, text).out.find("hunter3"), std::string::npos);
+    EXPECT_EQ(
+        aaactl({"sysdb", "diff", "-", "/cfg/d"}, std::string(kHead) + "/cfg/d/key string ********\n").status,
+        0);
+    EXPECT_EQ(aaactl({"sysdb", "diff", "-", "/oper/"}, text).status, 2);
+}
+
+TEST_F(Dump, EmptyDirectoryThatHasFilledUpIsNoDifference) {
+    const std::string text = std::string(kHead) + "/cfg/d/ directory\n";
+    ASSERT_EQ(aaactl({"sysdb", "load", "-"}, text).status, 0);
+    EXPECT_EQ(aaactl({"sysdb", "diff", "-"}, text).status, 0);
+    put("/cfg/d/x", "u32", "1");
+    EXPECT_EQ(aaactl({"sysdb", "diff", "-"}, text).out, "+ /cfg/d/x u32 1\n");
+}
+
+// Items of one generation, so that a mixture of two shows.
+std::string generation(unsigned number, unsigned items) {
+    std::string text = kHead;
+    for (unsigned i = 0; i < items; ++i) {
+        text += "/cfg/g/" + std::to_string(i) + " u32 " + std::to_string(number) + "\n";
+    }
+    return text;
+}
+
+TEST_F(Dump, KilledLoadLeavesAllOrNothing) {
+    constexpr unsigned kItems = 2000;
+    ASSERT_EQ(aaactl({"sysdb", "load", "-"}, generation(0, kItems)).status, 0);
+    std::mt19937 random(4711);
+    std::uniform_int_distribution<useconds_t> moment(1000, 40000);
+    unsigned killed = 0;
+    for (unsigned number = 1; number <= 25; ++number) {
+        const std::string file = dir().write("dump", generation(number, kItems));
+        Started load({"sysdb", "load", "--replace", file});
+        usleep(moment(random));
+        killed += load.end(SIGKILL) == 128 + SIGKILL ? 1 : 0;
+        const auto dump = aaactl({"sysdb", "dump", "--json"}).json();
+        ASSERT_EQ(dump["items"].size(), kItems);
+        const auto first = dump["items"][0]["value"];
+        for (const auto &item : dump["items"]) {
+            ASSERT_EQ(item["value"], first) << item["path"];
+        }
+    }
+    EXPECT_GT(killed, 0u) << "every load was faster than the signal";
+}
+
+TEST_F(Dump, LongLoadsShowProgressOnATerminalOnly) {
+    const std::string file = dir().write("dump", generation(1, 6000));
+    Started load({"sysdb", "load", file}, Started::On::terminal);
+    EXPECT_EQ(load.wait(), 0);
+    EXPECT_NE(load.shown().find("5000 items read"), std::string::npos) << load.shown();
+    EXPECT_NE(load.shown().find("Storing 6000 items"), std::string::npos) << load.shown();
+    EXPECT_EQ(aaactl({"sysdb", "load", file}).err, "");
+}
+
+}  // namespace

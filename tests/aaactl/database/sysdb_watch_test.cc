@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// sysdb watch, and secrets typed at a prompt.
+
+#include <algorithm>
+
+#include "aaactl/support/database_fixture.hpp"
+#include "aaactl/support/program_started.hpp"
+
+namespace {
+
+using aaactl_test::aaactl;
+using aaactl_test::Started;
+using Watch = aaactl_test::DatabaseTest;
+
+// Whether the watch is registered shows only in its first event.
+void change_until_noticed(Started &watch, const std::string &path) {
+    for (int i = 0; watch.shown().find(path) == std::string::npos; ++i) {
+        ASSERT_EQ(aaactl({"sysdb", "set", path, std::to_string(i), "--type", "u32"}).status, 0);
+        watch.read_some(10);
+        ASSERT_LT(i, 5000);
+    }
+}
+
+TEST_F(Watch, PrintsChangesAndEndsWithASignal) {
+    for (const int signal : {SIGINT, SIGTERM}) {
+        Started watch({"sysdb", "watch", "/cfg/w"});
+        change_until_noticed(watch, "/cfg/w/begin");
+        put("/cfg/w/text", "string", "x\ty");
+        EXPECT_TRUE(watch.wait_shown("create /cfg/w/text string \"x\\ty\"\n")) << watch.shown();
+        put("/cfg/w/text", "string", "z");
+        EXPECT_TRUE(watch.wait_shown("\nset /cfg/w/text string \"z\"\n")) << watch.shown();
+        put("/cfg/other", "u32", "1");
+        put("/cfg/w/key", "string", "hunter2");
+        EXPECT_TRUE(watch.wait_shown("create /cfg/w/key string ********\n")) << watch.shown();
+        EXPECT_EQ(aaactl({"sysdb", "del", "-r", "/cfg/w"}).status, 0);
+        EXPECT_TRUE(watch.wait_shown("delete /cfg/w/text\n")) << watch.shown();
+        EXPECT_EQ(watch.shown().find("/cfg/other"), std::string::npos);
+        EXPECT_EQ(watch.end(signal), 0);
+    }
+}
+
+TEST_F(Watch, CountsAndPrintsJsonLines) {
+    Started watch({"sysdb", "watch", "--json", "--count", "2"});
+    change_until_noticed(watch, "/cfg/w");
+    EXPECT_EQ(aaactl({"sysdb", "set", "/oper/made/"}).status, 0);
+    if (watch.shown().find('\n') == watch.shown().size() - 1) {
+        EXPECT_TRUE(watch.wait_shown("/oper/made/"));
+    }
+    EXPECT_EQ(watch.wait(), 0);
+    const size_t end = watch.shown().find('\n');
+    ASSERT_NE(end, std::string::npos);
+    const auto first = nlohmann::json::parse(watch.shown().substr(0, end));
+    EXPECT_TRUE(first["event"] == "create" || first["event"] == "set")
+        << first;  // the first ones may have come too early
+    EXPECT_EQ(first["path"], "/cfg/w");
+    EXPECT_EQ(first["type"], "u32");
+    EXPECT_GT(first["revision"], 0);
+    EXPECT_TRUE(nlohmann::json::accept(watch.shown().substr(end + 1)));
+    EXPECT_EQ(std::count(watch.shown().begin(), watch.shown().end(), '\n'), 2);
+}
+
+TEST_F(Watch, EndsWhenItsOutputIsLost) {
+    Started watch({"sysdb", "watch", "/cfg/"}, Started::On::full_disk);
+    for (int i = 0; !watch.has_ended(10); ++i) {  // registered or not yet
+        ASSERT_EQ(aaactl({"sysdb", "set", "/cfg/w", std::to_string(i), "--type", "u32"}).status, 0);
+        ASSERT_LT(i, 5000);
+    }
+    EXPECT_EQ(watch.wait(), 6);
+}
+
+TEST_F(Watch, AnItemsPathAlsoWatchesTheDirectoryOfThatName) {
+    Started watch({"sysdb", "watch", "/cfg/w/x"});
+    change_until_noticed(watch, "/cfg/w/x");
+    put("/cfg/w/x/below", "u32", "1");
+    EXPECT_TRUE(watch.wait_shown("create /cfg/w/x/below u32 1\n"));
+    put("/cfg/w/xy", "u32", "1");
+    EXPECT_EQ(aaactl({"sysdb", "del", "/cfg/w/x"}).status, 0);
+    EXPECT_TRUE(watch.wait_shown("delete /cfg/w/x\n"));
+    EXPECT_EQ(watch.shown().find("/cfg/w/xy"), std::string::npos);
+}
+
+TEST_F(Watch, RefusesWhatItCannotWatch) {
+    EXPECT_EQ(aaactl({"sysdb", "watch", "/other/"}).status, 2);
+    const auto none = aaactl({"sysdb", "watch", "--count", "0"});
+    EXPECT_EQ(none.status, 2);
+    EXPECT_EQ(none.err, "aaactl: --count: Value 0 not in range 1 to 4294967295 (see --help)\n");
+    const ScopedEnv run("AAA_SYSDB_RUN_DIR", dir().write("file", "") + "/below");
+    EXPECT_EQ(aaactl({"sysdb", "watch", "/cfg/"}).status, 5);
+}
+
+TEST_F(Watch, ShowsOnATerminalThatItWatches) {
+    Started watch({"sysdb", "watch", "/cfg/"}, Started::On::terminal);
+    EXPECT_TRUE(watch.wait_shown("Watching /cfg/, changes so far: 0"));
+    put("/cfg/x", "u32", "1");
+    EXPECT_TRUE(watch.wait_shown("create /cfg/x u32 1"));
+    EXPECT_TRUE(watch.wait_shown("changes so far: 1"));
+    watch.type("\x03");  // Control-C
+    EXPECT_EQ(watch.wait(), 0);
+}
+
+TEST_F(Watch, SecretsAreTypedWithoutEcho) {
+    Started set({"sysdb", "set", "/cfg/server/key", "--type", "string"}, Started::On::terminal);
+    ASSERT_TRUE(set.wait_shown("Value: "));
+    set.type("hunter2\n");
+    EXPECT_EQ(set.wait(), 0);
+    EXPECT_EQ(set.shown().find("hunter2"), std::string::npos) << set.shown();
+    EXPECT_EQ(value_of("/cfg/server/key"), "hunter2");
+}
+
+TEST_F(Watch, InterruptedPromptSetsNothing) {
+    Started set({"sysdb", "set", "/cfg/server/key", "--type", "string"}, Started::On::terminal);
+    ASSERT_TRUE(set.wait_shown("Value: "));
+    set.type("hunt\x03");
+    EXPECT_EQ(set.wait(), 128 + SIGINT);
+    EXPECT_EQ(value_of("/cfg/server/key"), "");
+}
+
+}  // namespace

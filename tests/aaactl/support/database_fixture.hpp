@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A test with a system database of its own, which only the programs it runs open.
+
+#pragma once
+
+#include <string>
+
+#include "aaactl/support/program_run.hpp"
+#include "temp_dir.hpp"
+
+namespace aaactl_test {
+
+class DatabaseTest : public ::testing::Test {
+  protected:
+    DatabaseTest()
+        : cfg_("AAA_SYSDB_CFG_DIR", dir_.path("cfg")), run_("AAA_SYSDB_RUN_DIR", dir_.path("run")) {}
+
+    const TempDir &dir() const { return dir_; }
+
+    // Stores one value, which the test needs to be there.
+    static void put(const std::string &path, const std::string &type, const std::string &value) {
+        const auto run = aaactl({"sysdb", "set", path, "--type", type}, value);
+        ASSERT_EQ(run.status, 0) << path << ": " << run.err;
+    }
+    // Its text with secrets, without the line's end; "" when it is not there.
+    static std::string value_of(const std::string &path) {
+        const auto run = aaactl({"sysdb", "get", path, "--show-secrets"});
+        return run.status == 0 ? run.out.substr(0, run.out.size() - 1) : "";
+    }
+
+  private:
+    TempDir dir_;
+    ScopedEnv cfg_;
+    ScopedEnv run_;
+};
+
+}  // namespace aaactl_test

@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Shell completion, made from the tree of commands itself, so that it knows
+// every command and option there is, and the values that an option is checked
+// against. Attributes and result codes are completed by name.
+
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "aaa/dictionary.h"
+#include "aaa/result_codes.h"
+#include "cli/commands.hpp"
+
+namespace aaactl {
+namespace {
+
+using Words = std::vector<std::string>;
+
+// "aaactl", "aaactl sysdb", ... with what may follow each.
+struct Node {
+    std::string path;
+    Words commands;
+    Words options;
+    Words arguments;                      // known values of positional arguments
+    std::map<std::string, Words> valued;  // options with a value, and the values that are known
+};
+
+Words attribute_words() {
+    Words words;
+    for (const aaa_table_row_t &row : aaa_table) {
+        if (row.name != nullptr) {
+            words.emplace_back(row.name);
+        }
+    }
+    return words;
+}
+
+Words code_words() {
+    return {
+#define AAA_RESULT_CODE(index, name, text) #name,
+#include "aaa/result_codes.def"
+    };
+}
+
+// The set that a value is checked against stands in braces behind the type's
+// name: "KIND:{auto,list}".
+Words words_in_braces(const std::string &type) {
+    const size_t begin = type.find('{');
+    const size_t end = type.find('}', begin);
+    Words words;
+    for (size_t at = begin; at != std::string::npos && end != std::string::npos && at < end;) {
+        const size_t next = std::min(type.find(',', at + 1), end);
+        words.push_back(type.substr(at + 1, next - at - 1));
+        at = next;
+    }
+    return words;
+}
+
+Words known_values(const CLI::Option *option) {
+    const std::string name = option->get_name(true);
+    return name == "ATTRIBUTE" ? attribute_words()
+           : name == "CODE"    ? code_words()
+                               : words_in_braces(option->get_type_name());
+}
+
+void append(Words &words, const Words &more) {
+    words.insert(words.end(), more.begin(), more.end());
+}
+
+void add_option(Node &node, const CLI::Option *option) {
+    Words names;
+    for (const std::string &name : option->get_lnames()) {
+        names.push_back("--" + name);
+    }
+    append(node.options, names);
+    for (const std::string &name : option->get_snames()) {
+        names.push_back("-" + name);
+    }
+    if (names.empty()) {
+        append(node.arguments, known_values(option));
+    } else if (option->get_expected_max() > 0) {
+        for (const std::string &name : names) {
+            node.valued[name] = known_values(option);
+        }
+    }
+}
+
+void collect(const CLI::App *app, const std::string &path, std::vector<Node> &nodes) {
+    Node node;
+    node.path = path;
+    const auto subs = app->get_subcommands({});
+    for (const CLI::App *sub : subs) {
+        node.commands.push_back(sub->get_name());
+    }
+    for (const CLI::App *level = app; level != nullptr; level = level->get_parent()) {
+        for (const CLI::Option *option : level->get_options()) {
+            add_option(node, option);
+        }
+    }
+    nodes.push_back(std::move(node));
+    for (const CLI::App *sub : subs) {
+        collect(sub, path + " " + sub->get_name(), nodes);
+    }
+}
+
+std::string joined(const Words &words) {
+    std::string text;
+    for (const std::string &word : words) {
+        text += (text.empty() ? "" : " ") + word;
+    }
+    return text;
+}
+
+Words all_words(const Node &node) {
+    Words words = node.commands;
+    append(words, node.arguments);
+    append(words, node.options);
+    return words;
+}
+
+// The command so far is the words before the cursor without options and what
+// follows; the longest prefix of it that is a command decides. Bash takes
+// "--kind=list" for three words.
+constexpr char kBash[] = R"(_aaactl() {
+    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]} path=aaactl word i
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        word=${COMP_WORDS[i]}
+        [[ -n ${_aaactl_words["$path $word"]+x} ]] && path="$path $word"
+    done
+    [[ $prev == "=" ]] && prev=${COMP_WORDS[COMP_CWORD-2]}
+    [[ $cur == "=" ]] && cur=
+    if [[ -n ${_aaactl_values["$path $prev"]+x} ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "${_aaactl_values["$path $prev"]}" -- "$cur")
+    else
+        mapfile -t COMPREPLY < <(compgen -W "${_aaactl_words["$path"]}" -- "$cur")
+    fi
+    [[ ${#COMPREPLY[@]} -eq 0 && $cur != -* ]] && mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+}
+complete -o filenames -F _aaactl aaactl
+)";
+
+void print_bash(Output &out, const std::vector<Node> &nodes) {
+    out.line("# bash completion of aaactl: source it, or put it into the completions directory as aaactl");
+    out.line("declare -gA _aaactl_words=(");
+    for (const Node &node : nodes) {
+        out.line("    [\"" + node.path + "\"]=\"" + joined(all_words(node)) + "\"");
+    }
+    out.line(")");
+    out.line("declare -gA _aaactl_values");
+    for (const Node &node : nodes) {
+        for (const auto &[option, values] : node.valued) {
+            out.line("_aaactl_values[\"" + node.path + " " + option + "\"]=\"" + joined(values) + "\"");
+        }
+    }
+    out.line(kBash);
+}
+
+constexpr char kZsh[] = R"(_aaactl() {
+    local cur=${words[CURRENT]} prev=${words[CURRENT-1]} path_so_far=aaactl word
+    for word in ${words[2,CURRENT-1]}; do
+        (( ${+_aaactl_words[$path_so_far $word]} )) && path_so_far="$path_so_far $word"
+    done
+    if (( ${+_aaactl_values[$path_so_far $prev]} )); then
+        compadd -- ${=_aaactl_values[$path_so_far $prev]} || _files
+    else
+        compadd -- ${=_aaactl_words[$path_so_far]} || _files
+    fi
+}
+# Sourced, this announces the function; found by its name, it is the function's first call.
+if [[ ${funcstack[1]} == _aaactl ]]; then
+    _aaactl "$@"
+else
+    compdef _aaactl aaactl
+fi)";
+
+// Keys with blanks stand in a list: a subscript of an assignment may not hold any.
+void print_zsh(Output &out, const std::vector<Node> &nodes) {
+    out.line("#compdef aaactl");
+    out.line("typeset -gA _aaactl_words _aaactl_values");
+    out.line("_aaactl_words=(");
+    for (const Node &node : nodes) {
+        out.line("    \"" + node.path + "\" \"" + joined(all_words(node)) + "\"");
+    }
+    out.line(")");
+    out.line("_aaactl_values=(");
+    for (const Node &node : nodes) {
+        for (const auto &[option, values] : node.valued) {
+            out.line("    \"" + node.path + " " + option + "\" \"" + joined(values) + "\"");
+        }
+    }
+    out.line(")");
+    out.line(kZsh);
+}
+
+// When the words of a command, and nothing but options, stand before the cursor.
+std::string fish_condition(const std::string &path) {
+    const size_t space = path.find(' ');
+    if (space == std::string::npos) {
+        return "__fish_use_subcommand";
+    }
+    std::string condition;
+    for (size_t at = space; at != std::string::npos;) {
+        const size_t next = path.find(' ', at + 1);
+        condition += (condition.empty() ? "" : "; and ") + std::string("__fish_seen_subcommand_from ") +
+                     path.substr(at + 1, next == std::string::npos ? next : next - at - 1);
+        at = next;
+    }
+    return condition;
+}
+
+void print_fish_option(Output &out, const Node &node, const std::string &option) {
+    const auto valued = node.valued.find(option);
+    std::string line = "complete -c aaactl -n '" + fish_condition(node.path) + "' -l " + option.substr(2);
+    if (valued != node.valued.end()) {
+        line += valued->second.empty() ? " -r" : " -x -a '" + joined(valued->second) + "'";
+    }
+    out.line(line);
+}
+
+void print_fish(Output &out, const std::vector<Node> &nodes) {
+    for (const Node &node : nodes) {
+        Words words = node.commands;
+        append(words, node.arguments);
+        if (!words.empty()) {
+            out.line("complete -c aaactl -n '" + fish_condition(node.path) + "' -a '" + joined(words) + "'");
+        }
+        for (const std::string &option : node.options) {
+            print_fish_option(out, node, option);
+        }
+    }
+}
+
+// For shells that are not known here.
+Json commands_json(const std::vector<Node> &nodes) {
+    Json commands = Json::array();
+    for (const Node &node : nodes) {
+        Json values = Json::object();
+        for (const auto &[option, words] : node.valued) {
+            values[option] = words;
+        }
+        commands.push_back({{"command", node.path},
+                            {"commands", node.commands},
+                            {"options", node.options},
+                            {"arguments", node.arguments},
+                            {"values", std::move(values)}});
+    }
+    return {{"commands", std::move(commands)}};
+}
+
+}  // namespace
+
+void add_completion(Program &program) {
+    auto shell = std::make_shared<std::string>();
+    CLI::App *sub = program.command(
+        &program.app, "completion", "Print the shell's completion script", [&program, shell](Output &out) {
+            std::vector<Node> nodes;
+            collect(&program.app, "aaactl", nodes);
+            const auto print = *shell == "bash" ? print_bash : *shell == "zsh" ? print_zsh : print_fish;
+            out.result(out.json() ? commands_json(nodes) : Json(), [&] { print(out, nodes); });
+            return ExitCode::ok;
+        });
+    sub->add_option("SHELL", *shell, "bash, zsh or fish")
+        ->required()
+        ->check(CLI::IsMember({"bash", "zsh", "fish"}));
+    sub->footer(
+        "JSON, the same for every shell: {commands: [{command, commands, options, arguments, values: "
+        "{option: [word]}}]}\n"
+        "  source <(aaactl completion bash)\n"
+        "  aaactl completion fish > ~/.config/fish/completions/aaactl.fish");
+}
+
+}  // namespace aaactl

@@ -1,0 +1,267 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Text, tables, JSON documents, colours and failures; exit statuses of result
+// codes.
+
+#include "cli/output.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+
+#include "aaa/result_codes.h"
+#include "platform/cerr.h"
+
+namespace aaactl {
+namespace {
+
+constexpr std::string_view kReset = "\033[0m";
+
+std::string_view escape_sequence(Style style) {
+    switch (style) {
+        case Style::plain:
+            return "";
+        case Style::strong:
+            return "\033[1m";
+        case Style::dim:
+            return "\033[2m";
+        case Style::good:
+            return "\033[32m";
+        case Style::bad:
+            return "\033[31m";
+        case Style::warning:
+            return "\033[33m";
+    }
+    return "";
+}
+
+void write_all(FILE *stream, std::string_view text) {
+    std::fwrite(text.data(), 1, text.size(), stream);
+}
+
+// Length of the well-formed UTF-8 sequence that begins the text and is worth
+// showing, 0 if there is none. C1 controls and bidirectional overrides are
+// not: they act on a terminal.
+size_t utf8_length(std::string_view text) {
+    const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned lead = byte(0);
+    const size_t length = lead >= 0xc2 && lead <= 0xdf   ? 2
+                          : lead >= 0xe0 && lead <= 0xef ? 3
+                          : lead >= 0xf0 && lead <= 0xf4 ? 4
+                                                         : 0;
+    if (length == 0 || length > text.size()) {
+        return 0;
+    }
+    uint32_t code = lead & (0xffu >> (length + 1));
+    for (size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xc0u) != 0x80u) {
+            return 0;
+        }
+        code = code << 6 | (byte(i) & 0x3fu);
+    }
+    const bool overlong = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
+    const bool surrogate = code >= 0xd800 && code <= 0xdfff;
+    const bool acts = code < 0xa0 || code == 0x061c || (code >= 0x200b && code <= 0x200f) ||
+                      (code >= 0x2028 && code <= 0x202e) || (code >= 0x2060 && code <= 0x206f) ||
+                      code == 0xfeff || (code >= 0xe0000 && code <= 0xe007f);
+    return overlong || surrogate || acts || code > 0x10ffff ? 0 : length;
+}
+
+// Columns that a cell takes: escape sequences none, a UTF-8 sequence one.
+size_t width(std::string_view cell) {
+    size_t columns = 0;
+    for (size_t i = 0; i < cell.size(); ++i) {
+        if (cell[i] == '\033') {
+            i = std::min(cell.find('m', i), cell.size());
+        } else if ((static_cast<unsigned char>(cell[i]) & 0xc0u) != 0x80u) {
+            ++columns;
+        }
+    }
+    return columns;
+}
+
+std::string joined(const std::vector<std::string> &cells, const std::vector<size_t> &widths) {
+    std::string text;
+    for (size_t i = 0; i < cells.size(); ++i) {
+        text += cells[i];
+        if (i + 1 < cells.size()) {
+            text.append(widths[i] - width(cells[i]) + 2, ' ');
+        }
+    }
+    text.erase(text.find_last_not_of(' ') + 1);
+    return text;
+}
+
+}  // namespace
+
+ExitCode exit_code_of(cerrno rc) {
+    switch (rc) {
+        case AAA_OK:
+            return ExitCode::ok;
+        case AAA_ERR_NOT_FOUND:
+            return ExitCode::not_found;
+        case AAA_ERR_NOT_CONNECTED:
+        case AAA_ERR_SERVER_CONNECT_FAILED:
+            return ExitCode::unavailable;
+        case AAA_ERR_INVALID_MSG_SIZE:
+        case AAA_ERR_INVALID_MSG_TYPE:
+        case AAA_ERR_AVPAIR_PROCESSING:
+            return ExitCode::bad_input;
+        default:
+            return ExitCode::failed;
+    }
+}
+
+Failure::Failure(std::string_view what, cerrno rc) : Failure(exit_code_of(rc), what, rc) {}
+
+Failure::Failure(ExitCode code, std::string_view what, cerrno rc)
+    : code_(code), message_(std::string(what) + ": " + escaped(cerr_strerror(rc))), rc_(rc) {}
+
+Failure Failure::with(const Json &document) const {
+    Failure copy = *this;
+    copy.document_ = std::make_shared<const Json>(document);
+    return copy;
+}
+
+std::string escaped(std::string_view bytes, bool ascii_only) {
+    std::string text;
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        const char c = bytes[i];
+        if (const size_t length = ascii_only ? 0 : utf8_length(bytes.substr(i)); length != 0) {
+            text += bytes.substr(i, length);
+            i += length - 1;
+        } else if (c == '\\') {
+            text += "\\\\";
+        } else if (c >= ' ' && c <= '~') {
+            text += c;
+        } else if (c == '\n' || c == '\t' || c == '\r') {
+            text += c == '\n' ? "\\n" : c == '\t' ? "\\t" : "\\r";
+        } else {
+            text += "\\x" + hex(bytes.substr(i, 1));
+        }
+    }
+    return text;
+}
+
+std::string hex(std::string_view bytes) {
+    constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    text.reserve(bytes.size() * 2);
+    for (const char c : bytes) {
+        const auto value = static_cast<unsigned char>(c);
+        text += digits[value >> 4];
+        text += digits[value & 15u];
+    }
+    return text;
+}
+
+Output::Output(const OutputOptions &options)
+    : options_(options),
+      coloured_(options.colour == Colour::always),
+      error_is_terminal_(isatty(STDERR_FILENO) == 1) {
+    if (options.colour == Colour::automatic && isatty(STDOUT_FILENO) == 1) {
+        const char *off = std::getenv("NO_COLOR");
+        const char *terminal = std::getenv("TERM");
+        coloured_ =
+            (off == nullptr || *off == '\0') && (terminal == nullptr || std::string_view(terminal) != "dumb");
+    }
+}
+
+void Output::result(const Json &document, const std::function<void()> &text) {
+    end_progress();
+    if (!options_.json) {
+        text();
+        return;
+    }
+    line(document.dump(2, ' ', false, Json::error_handler_t::replace));
+}
+
+void Output::event(const Json &document, const std::function<void()> &text) {
+    if (options_.json) {
+        line(document.dump(-1, ' ', false, Json::error_handler_t::replace));
+    } else {
+        text();
+    }
+    std::fflush(stdout);  // who reads a pipe wants each event when it happens
+}
+
+bool Output::is_lost() const {
+    return std::ferror(stdout) != 0;
+}
+
+void Output::line(std::string_view text) {
+    write_all(stdout, text);
+    write_all(stdout, "\n");
+}
+
+void Output::table(const std::vector<std::string> &header,
+                   const std::vector<std::vector<std::string>> &rows) {
+    std::vector<size_t> widths;
+    const auto measure = [&](const std::vector<std::string> &cells) {
+        widths.resize(std::max(widths.size(), cells.size()));
+        for (size_t i = 0; i < cells.size(); ++i) {
+            widths[i] = std::max(widths[i], width(cells[i]));
+        }
+    };
+    measure(header);
+    std::for_each(rows.begin(), rows.end(), measure);
+    if (!header.empty()) {
+        line(styled(Style::strong, joined(header, widths)));
+    }
+    for (const auto &row : rows) {
+        line(joined(row, widths));
+    }
+}
+
+std::string Output::styled(Style style, std::string_view text) const {
+    if (!coloured_ || style == Style::plain || text.empty()) {
+        return std::string(text);
+    }
+    return std::string(escape_sequence(style)) + std::string(text) + std::string(kReset);
+}
+
+std::string Output::secret(std::string_view bytes) const {
+    return options_.show_secrets ? escaped(bytes) : std::string(kMask);
+}
+
+void Output::progress(std::string_view text) {
+    if (error_is_terminal_) {
+        write_all(stderr, "\r\033[K");
+        write_all(stderr, text);
+        std::fflush(stderr);
+        progress_shown_ = true;
+    }
+}
+
+void Output::end_progress() {
+    if (progress_shown_) {
+        write_all(stderr, "\r\033[K");
+        progress_shown_ = false;
+    }
+}
+
+void Output::note(std::string_view text) {
+    end_progress();
+    write_all(stderr, text);
+    write_all(stderr, "\n");
+}
+
+void Output::failure(const Failure &failure) {
+    note(std::string("aaactl: ") + failure.what());
+    if (options_.json) {
+        Json error = {{"message", failure.what()}, {"exit", static_cast<int>(failure.code())}};
+        if (failure.rc() != 0) {
+            error["code"] = failure.rc();
+        }
+        Json document = {{"error", error}};
+        if (failure.document() != nullptr) {
+            document.update(*failure.document());
+        }
+        line(document.dump(2, ' ', false, Json::error_handler_t::replace));
+    }
+}
+
+}  // namespace aaactl

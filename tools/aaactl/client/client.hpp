@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What login and acct share: the options that describe a client, the
+// credentials made of them, and how replies are judged and shown.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "cli/output.hpp"
+#include "client/exchange.hpp"
+
+namespace CLI {
+class App;
+}
+
+namespace aaactl {
+
+struct ClientOptions {
+    std::string socket;
+    std::string user;
+    std::string service;
+    std::string list = "default";
+    std::string line;
+    std::string remote_addr;
+    unsigned seconds = 30;
+    bool session = false;
+};
+
+// Options but for SOCKET and USER, which stand in another order in each command. `service` is the usual one.
+void add_client_options(CLI::App *sub, ClientOptions &options, const std::string &service);
+
+// Failure(usage) for what the library would leave out of a request without a word.
+void check_client(const ClientOptions &options);
+
+// The service's number; Failure(usage) for a word that is none.
+int32_t service_of(const ClientOptions &options);
+
+// A record whose texts are those of the options, which must stay where they are.
+class Credentials {
+  public:
+    explicit Credentials(ClientOptions &options);
+    ~Credentials();  // of a remote address that the library has found
+    Credentials(const Credentials &) = delete;
+    Credentials &operator=(const Credentials &) = delete;
+
+    aaa_usercred_t *operator->() { return &record_; }
+    aaa_usercred_t *get() { return &record_; }
+
+  private:
+    aaa_usercred_t record_{};
+    const char *given_addr_;
+};
+
+enum class Verdict { accepted, denied, asked, failed };
+
+// One request, the reply and what it means.
+struct Step {
+    std::string request;  // "authentication", "authorization", "accounting start", ...
+    std::string subject;  // the user, or the command
+    Reply reply;
+    Verdict verdict = Verdict::failed;
+    uint32_t status = 0;  // where the reply has one
+    bool has_status = false;
+};
+
+// For replies with a status. Failure(bad_input) when there is none.
+void judge(Step &step, uint32_t type);
+// For replies to accounting, which say only whether the record was taken.
+void judge_record(Step &step);
+
+ExitCode exit_code(Verdict verdict);
+std::string verdict_word(Verdict verdict);
+// "PASS", or why the server could not process the request.
+std::string outcome(const Step &step);
+
+Json step_json(const Output &out, const Step &step);
+// What the documents of login and acct begin with: server, user, service and form.
+Json client_json(const ClientOptions &options);
+void print_step(Output &out, const Step &step);
+
+}  // namespace aaactl

@@ -1,0 +1,236 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// login: authenticates a user at an AAA server, answers what the server asks
+// on the way, and asks it whether commands may run.
+
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "cli/commands.hpp"
+#include "cli/secret_input.hpp"
+#include "client/client.hpp"
+
+namespace aaactl {
+namespace {
+
+// A server that asks for ever would keep a script for ever.
+constexpr int kMostQuestions = 16;
+
+struct LoginOptions : ClientOptions {
+    std::vector<std::string> commands;
+    bool no_password = false;
+};
+
+class Login {
+  public:
+    // The replies go into `steps`, which are left when it fails half-way.
+    Login(LoginOptions &options, std::vector<Step> &steps)
+        : options_(options), steps_(steps), exchange_(options.socket, options.seconds, options.session) {}
+    ~Login() { wipe(password_); }
+    Login(const Login &) = delete;
+    Login &operator=(const Login &) = delete;
+
+    Verdict run() {
+        if (!options_.no_password) {
+            ask_password();
+        }
+        Verdict verdict = authenticate();
+        if (verdict != Verdict::accepted) {
+            return verdict;  // nobody is there who could run anything
+        }
+        for (const std::string &command : options_.commands) {
+            const Verdict one = authorize(command);
+            verdict = verdict == Verdict::accepted ? one : verdict;
+        }
+        return verdict;
+    }
+
+  private:
+    void ask_password();
+    Verdict authenticate();
+    Verdict authorize(const std::string &command);
+    Reply request_authentication();
+    bool answer(const Step &step);
+    void keep_state(const avlist *list);
+
+    // Takes the reply down, also one that cannot be judged.
+    Step &judged(Step step, uint32_t type);
+
+    LoginOptions &options_;
+    std::vector<Step> &steps_;
+    Exchange exchange_;
+    std::string password_;
+    ListPtr state_;  // what the server wants to see again with the answer
+};
+
+void Login::ask_password() {
+    auto password = read_answer("Password: ", false);
+    if (!password) {
+        throw Failure(ExitCode::usage, "standard input: no password (--no-password sends none)");
+    }
+    password_ = *password;
+    wipe(*password);
+}
+
+Reply Login::request_authentication() {
+    Credentials cred(options_);
+    cred->password = password_.empty() ? nullptr : password_.data();
+    cred->state_args = state_.get();
+    return exchange_.ask(AAA_REQ_AUTHEN, [&](Composition &c) {
+        return aaa_util_msg_authen_compose(&c.record, AAA_AO_ASCII_LOGIN, service_of(options_),
+                                           options_.list.c_str(), 0, cred.get(), nullptr, nullptr, &c.iov,
+                                           &c.count, c.buffer, sizeof c.buffer, nullptr, c.session);
+    });
+}
+
+void Login::keep_state(const avlist *list) {
+    state_.reset();
+    uint32_t len = 0;
+    aaa_util_avlist_value_copy(list, AAA_RADIUS_STATE_ATTR, 0, nullptr, 0, &len);
+    std::string state(len, '\0');
+    avlist *kept = nullptr;
+    if (aaa_util_avlist_value_copy(list, AAA_RADIUS_STATE_ATTR, 0, state.data(), state.size(), &len) !=
+            AAA_OK ||
+        aaa_avpair_create_list("state", &kept) != AAA_OK) {
+        return;
+    }
+    state_.reset(kept);
+    const cerrno rc = aaa_util_avpair_add_attr(kept, AAA_RADIUS_STATE_ATTR, state.data(), len, 0);
+    if (rc != AAA_OK) {
+        throw Failure("the server's state could not be kept", rc);
+    }
+}
+
+// The server's own words where it has some.
+std::string question(const Step &step, const char *otherwise) {
+    for (const uint32_t type : {AAA_PROMPT_ATTR, AAA_REPLYMSG_ATTR}) {
+        const std::string text = text_attribute(step.reply.list.get(), type);
+        if (!text.empty()) {
+            return escaped(text) + ' ';
+        }
+    }
+    return otherwise;
+}
+
+// A new name comes with a password of its own. False when nobody answers.
+bool Login::answer(const Step &step) {
+    const bool echo = number_attribute(step.reply.list.get(), AAA_PROMPT_ECHO_ATTR) == 1u;
+    if (step.status == AAA_STAT_GETUSER) {
+        const auto user = read_answer(question(step, "User name: "), true);
+        if (!user || user->empty()) {
+            return false;
+        }
+        options_.user = *user;
+        check_client(options_);
+    }
+    auto secret = read_answer(step.status == AAA_STAT_GETDATA ? question(step, "Answer: ") : "Password: ",
+                              echo && step.status == AAA_STAT_GETDATA);
+    if (!secret) {
+        return false;
+    }
+    wipe(password_);
+    password_ = *secret;
+    wipe(*secret);
+    keep_state(step.reply.list.get());
+    return true;
+}
+
+Step &Login::judged(Step step, uint32_t type) {
+    steps_.push_back(std::move(step));
+    judge(steps_.back(), type);
+    return steps_.back();
+}
+
+Verdict Login::authenticate() {
+    for (int asked = 0; asked <= kMostQuestions; ++asked) {
+        Step &step = judged({"authentication", options_.user, request_authentication()}, AAA_REQ_AUTHEN);
+        if (step.verdict != Verdict::asked || !answer(step)) {
+            return step.verdict;
+        }
+    }
+    throw Failure(ExitCode::failed, escaped(options_.socket) + ": the server has asked " +
+                                        std::to_string(kMostQuestions) + " questions and does not decide");
+}
+
+// The text is a copy: the library masks passwords in it.
+Verdict Login::authorize(const std::string &command) {
+    std::string text = command;
+    Credentials cred(options_);
+    aaa_svc_attrs_t attrs{};
+    attrs.cmd = text.data();
+    Reply reply = exchange_.ask(AAA_REQ_AUTHOR, [&](Composition &c) {
+        return aaa_util_msg_author_compose(&c.record, AAA_AO_ASCII_LOGIN, AAA_SVC_CMD, options_.list.c_str(),
+                                           0, cred.get(), &attrs, &c.iov, &c.count, c.buffer, sizeof c.buffer,
+                                           nullptr, c.session);
+    });
+    return judged({"authorization", text.c_str(), std::move(reply)}, AAA_REQ_AUTHOR).verdict;
+}
+
+Json document(const Output &out, const LoginOptions &options, const std::vector<Step> &steps,
+              std::optional<Verdict> verdict) {
+    Json document = client_json(options);
+    if (verdict) {
+        document["verdict"] = verdict_word(*verdict);
+    }
+    document["steps"] = Json::array();
+    for (const Step &step : steps) {
+        document["steps"].push_back(step_json(out, step));
+    }
+    return document;
+}
+
+void print_steps(Output &out, const std::vector<Step> &steps) {
+    for (const Step &step : steps) {
+        print_step(out, step);
+    }
+}
+
+ExitCode run(Output &out, LoginOptions &options) {
+    check_client(options);
+    std::vector<Step> steps;
+    Verdict verdict = Verdict::failed;
+    try {
+        verdict = Login(options, steps).run();
+    } catch (const Failure &failure) {
+        if (!out.json()) {
+            print_steps(out, steps);
+        }
+        throw failure.with(document(out, options, steps, std::nullopt));
+    }
+    out.result(document(out, options, steps, verdict), [&] {
+        print_steps(out, steps);
+        out.line(escaped(options.user) + ": " +
+                 out.styled(verdict == Verdict::accepted ? Style::good : Style::bad, verdict_word(verdict)));
+    });
+    return exit_code(verdict);
+}
+
+}  // namespace
+
+void add_login(Program &program) {
+    auto options = std::make_shared<LoginOptions>();
+    CLI::App *sub =
+        program.command(&program.app, "login", "Authenticate a user at an AAA server and print the replies",
+                        [options](Output &out) { return run(out, *options); });
+    sub->add_option("SOCKET", options->socket, "The server's socket")->required();
+    sub->add_option("USER", options->user, "User name")->required();
+    add_client_options(sub, *options, "login");
+    sub->add_option("--authorize", options->commands,
+                    "Then ask whether this command may run; may be repeated")
+        ->type_name("COMMAND")
+        ->allow_extra_args(false);
+    sub->add_flag("--no-password", options->no_password, "Send no password until the server asks for one");
+    sub->footer(
+        "The password is asked for without echo, or is the first line of standard input; what the server "
+        "asks\n"
+        "besides (GETUSER, GETPASS, GETDATA) is asked for likewise, or taken from the lines that follow.\n"
+        "Exit status: 0 accepted, 1 denied, 3 malformed reply, 5 no server or no reply, 6 the server could "
+        "not\n"
+        "process it. JSON: {server, user, service, form, verdict, steps: [{request, subject, result, "
+        "status,\n"
+        "message, attributes: pairs as of \"decode\"}]}; after a failure \"error\" stands in place of "
+        "\"verdict\", with\nthe steps until then.\n"
+        "Example: aaactl login /run/aaa/server.sock alice --authorize 'show version' < password");
+}
+
+}  // namespace aaactl

@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Server groups and servers.
+
+#include <cstdlib>
+#include <memory>
+
+#include "aaa/names.h"
+#include "aaa/server_groups.h"
+#include "config/checks.hpp"
+#include "platform/cerr.h"
+
+namespace aaactl {
+namespace {
+
+struct FreeText {
+    void operator()(char *text) const { std::free(text); }
+};
+using Text = std::unique_ptr<char, FreeText>;
+
+bool is_keyword(const std::string &name) {
+    for (uint32_t keyword = AAA_KW_NONE; keyword <= AAA_KW_DIAMETER; ++keyword) {
+        if (name == aaa_util_get_sg_defined_name(keyword)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void check_name(const Group &group, Findings &findings) {
+    if (is_keyword(group.name)) {
+        findings.push_back({Severity::error, "reserved-name", group.path,
+                            "\"" + escaped(group.name) + "\" is a method's word, not a name for a group",
+                            "create the group under another name"});
+    }
+}
+
+// The number leads back to a name; RADIUS and TACACS numbers are looked for there, others are not.
+void check_way_back(const Group &group, uint32_t number, Findings &findings) {
+    if (group.protocol.number == AAA_KW_DIAMETER) {
+        return;
+    }
+    const Text name(aaa_util_lookup_sg_name(number));
+    if (!name || group.name != name.get()) {
+        findings.push_back({Severity::error, "contradicting-number", kGroupMaps,
+                            "the name \"" + escaped(group.name) + "\" leads to the number " +
+                                std::to_string(number) + ", and that to " +
+                                (name ? "\"" + escaped(name.get()) + "\"" : std::string("no name")),
+                            "delete the group and create it anew: aaactl sg delete, aaactl sg add"});
+    }
+}
+
+// What clients get for the name, as the library looks it up.
+void check_number(const Group &group, bool used, Findings &findings) {
+    uint32_t number = 0;
+    uint32_t protocol = 0;
+    const cerrno rc = aaa_util_lookup_sg_index_and_get_type(group.name.c_str(), &number, &protocol);
+    const Severity severity = used ? Severity::error : Severity::warning;
+    if (rc == SYSDB_ERR_NOT_FOUND) {
+        findings.push_back({severity, "unnumbered-group", group.path,
+                            "no number is published for it: clients cannot read lists that name it",
+                            "start the AAA server, which publishes the numbers, or aaactl sg add"});
+    } else if (rc != AAA_OK) {
+        findings.push_back({Severity::error, "unreadable-number", group.path,
+                            std::string("its number: ") + escaped(cerr_strerror(rc)),
+                            "delete the group and create it anew: aaactl sg delete, aaactl sg add"});
+    } else if (protocol != group.protocol.number) {
+        findings.push_back({Severity::error, "ambiguous-group", group.path,
+                            "the name leads to the group of " +
+                                std::string(aaa_util_get_sg_defined_name(protocol)) + " with the same name",
+                            "give one of the groups another name"});
+    } else {
+        check_way_back(group, number, findings);
+    }
+}
+
+}  // namespace
+
+void check_servers(const std::vector<Server> &servers, Findings &findings) {
+    for (size_t i = 0; i < servers.size(); ++i) {
+        const Server &server = servers[i];
+        if (!is_sound(server)) {
+            findings.push_back({Severity::error, "malformed-server", server.path, server.defect,
+                                "delete the entry and configure the server anew"});
+            continue;
+        }
+        for (size_t j = 0; j < i; ++j) {
+            if (servers[j].host == server.host && servers[j].ports == server.ports && is_sound(servers[j])) {
+                findings.push_back({Severity::warning, "duplicate-server", server.path,
+                                    server_text(server) +
+                                        " is in the list already: it is asked again when it does not answer",
+                                    "delete one of the entries"});
+            } else if (servers[j].index == server.index && servers[j].is_private == server.is_private &&
+                       is_sound(servers[j])) {
+                findings.push_back({Severity::warning, "shared-ordinal", server.path,
+                                    server_text(servers[j]) +
+                                        " has the same ordinal: which of them is asked first is not settled",
+                                    "configure one of them anew"});
+            }
+        }
+    }
+}
+
+void check_group(const Group &group, bool used, Findings &findings) {
+    check_name(group, findings);
+    check_servers(group.servers, findings);
+    if (!any_sound(group.servers)) {
+        findings.push_back({used ? Severity::error : Severity::warning, "empty-group", group.path,
+                            "it has no server", "configure a server in it, or delete the group"});
+    }
+    check_number(group, used, findings);
+}
+
+}  // namespace aaactl

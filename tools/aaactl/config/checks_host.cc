@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The lists of lines, and server keys.
+
+#include <algorithm>
+#include <exception>
+
+#include "aaa/names.h"
+#include "aaa/server_keys.h"
+#include "cli/secret_input.hpp"
+#include "config/checks.hpp"
+#include "platform/cerr.h"
+#include "platform/control.h"
+
+namespace aaactl {
+namespace {
+
+// ---- lines
+
+struct LineCheck {
+    Database &database;
+    Findings &findings;
+    std::string file;
+
+    void add(uint32_t number, const char *code, const std::string &text, const std::string &remedy) {
+        findings.push_back({Severity::error, code, file + ":" + std::to_string(number), text, remedy});
+    }
+};
+
+// Which service a user of the line will ask for is not known: some service has to have the list.
+bool some_service_has(Database &database, uint32_t function, const std::string &list) {
+    const std::string word = aaa_function_to_string(function);
+    const auto services = service_words(database, word);
+    return std::any_of(services.begin(), services.end(), [&](const std::string &service) {
+        const auto names = list_names(database, word, service);
+        return std::find(names.begin(), names.end(), list) != names.end();
+    });
+}
+
+void check_row(LineCheck &check, const aaa_platform_line_rule_t &rule) {
+    if (rule.defect != nullptr) {
+        check.add(rule.number, "malformed-row", std::string(rule.defect) + "; the row is left out",
+                  "correct the row");
+        return;
+    }
+    for (uint32_t function = AAA_FUNC_AUTHEN; function <= AAA_FUNC_ACCT; ++function) {
+        // A row for every kind says nothing about a function that nobody uses here.
+        const bool concerned = rule.kind == function ||
+                               (rule.kind == AAA_PLATFORM_LINE_EVERY_KIND &&
+                                !service_words(check.database, aaa_function_to_string(function)).empty());
+        if (concerned && !some_service_has(check.database, function, rule.list_name)) {
+            check.add(rule.number, "unknown-list",
+                      std::string("no service has a list \"") + escaped(rule.list_name) + "\" for " +
+                          aaa_function_to_string(function) + ": requests from " + escaped(rule.pattern) +
+                          " fail",
+                      "create the list, or name another");
+        }
+    }
+}
+
+// Exceptions do not pass through the platform's code.
+struct RowVisit {
+    LineCheck *check;
+    std::exception_ptr failure;
+
+    static int32_t visit(const aaa_platform_line_rule_t *rule, void *context) {
+        auto *self = static_cast<RowVisit *>(context);
+        try {
+            check_row(*self->check, *rule);
+            return 0;
+        } catch (...) {
+            self->failure = std::current_exception();
+            return 1;
+        }
+    }
+};
+
+// ---- keys
+
+struct MasterKeys {
+    cerrno rc = 0;
+    std::vector<uint32_t> generations;
+};
+
+MasterKeys master_keys() {
+    MasterKeys keys;
+    aaa_platform_master_key_t all[AAA_PLATFORM_MASTER_KEYS_MAX];
+    uint32_t number = 0;
+    keys.rc = aaa_platform_master_keys_list(nullptr, all, AAA_PLATFORM_MASTER_KEYS_MAX, &number);
+    for (uint32_t i = 0; keys.rc == 0 && i < std::min(number, AAA_PLATFORM_MASTER_KEYS_MAX); ++i) {
+        keys.generations.push_back(all[i].generation);
+    }
+    return keys;
+}
+
+// Why a sealed key is of no use.
+Finding unusable_key(const std::string &path, const std::string &sealed) {
+    const MasterKeys keys = master_keys();
+    const std::string file = escaped(aaa_platform_master_keys_path());
+    if (keys.rc != 0) {
+        return {Severity::error, "sealed-key", path,
+                "the key cannot be opened: " + file + ": " + escaped(cerr_strerror(keys.rc)),
+                "put the file of master keys back, or set the key anew"};
+    }
+    const auto generation = static_cast<uint32_t>((sealed[0] - '0') * 10 + (sealed[1] - '0'));
+    if (std::find(keys.generations.begin(), keys.generations.end(), generation) == keys.generations.end()) {
+        return {Severity::error, "sealed-key", path,
+                "the key is sealed with master key generation " + sealed.substr(0, 2) + ", which is not in " +
+                    file,
+                "put that generation back, or set the key anew"};
+    }
+    return {Severity::error, "sealed-key", path,
+            "the key does not decrypt: it has been changed since it was sealed, or with another file of "
+            "master keys",
+            "set the key anew"};
+}
+
+void check_key(const std::string &path, std::string text, Findings &findings) {
+    if (!looks_sealed(text)) {
+        findings.push_back(
+            {Severity::warning, "clear-key", path, "a key stands in clear text", "seal it: aaactl key seal"});
+    } else if (validate_encrypted_password(text.data()) != AAA_OK) {
+        findings.push_back(unusable_key(path, text));
+    }
+    wipe(text);
+}
+
+// What lies outside of the AAA configuration is somebody else's but for keys that were sealed here, and a
+// text that looks like one is one only where its path says so.
+void check_keys_elsewhere(Database &database, Findings &findings) {
+    const auto visit = [&](const std::string &path, const Item &item) {
+        if (!path.starts_with(kConfigRoot) && item.type == SYSDB_TYPE_STRING && is_secret_path(path) &&
+            looks_sealed(text_of(item))) {
+            check_key(path, text_of(item), findings);
+        }
+    };
+    for (const char *tree : {"/cfg/", "/oper/"}) {
+        database.walk(tree, visit, [](const Unreadable &) {});
+    }
+}
+
+}  // namespace
+
+void check_lines(Database &database, Findings &findings) {
+    LineCheck check{database, findings, aaa_platform_line_rules_path()};
+    RowVisit visit{&check, nullptr};
+    const cerrno rc = aaa_platform_line_rules(RowVisit::visit, &visit);
+    if (visit.failure) {
+        std::rethrow_exception(visit.failure);
+    }
+    if (rc != 0) {
+        findings.push_back({Severity::error, "unusable-file", check.file,
+                            escaped(cerr_strerror(rc)) + ": requests that name no list fail",
+                            "correct its owner, mode and size"});
+    }
+}
+
+void check_items(Database &database, Findings &findings) {
+    const auto visit = [&](const std::string &path, const Item &item) {
+        if (item.type == SYSDB_TYPE_STRING && is_secret(path, item) && !text_of(item).empty()) {
+            check_key(path, text_of(item), findings);
+        }
+    };
+    const auto unreadable = [&](const Unreadable &item) {
+        const bool known = std::any_of(findings.begin(), findings.end(),
+                                       [&](const Finding &finding) { return finding.path == item.path; });
+        if (!known) {
+            findings.push_back({Severity::error, "unreadable-item", item.path,
+                                item.fault + ": nobody can read it",
+                                "set it again or delete it: aaactl sysdb set --type, aaactl sysdb del; where "
+                                "that is refused, dump the tree and load it: aaactl sysdb load --replace"});
+        }
+    };
+    database.walk(kConfigRoot, visit, unreadable);
+    database.walk(
+        kGroupMaps, [](const std::string &, const Item &) {}, unreadable);
+    check_keys_elsewhere(database, findings);
+}
+
+}  // namespace aaactl

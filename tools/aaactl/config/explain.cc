@@ -1,0 +1,408 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// explain: how a request for a service will be answered, step by step. What
+// clients get is asked of the library's own lookups; what these do not tell
+// (names of groups that are missing, servers) is read from the database.
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "aaa/method_lists.h"
+#include "aaa/names.h"
+#include "aaa/result_codes.h"
+#include "aaa/server_groups.h"
+#include "cli/commands.hpp"
+#include "config/checks.hpp"
+#include "config/list_choice.hpp"
+#include "dictionary/enum_words.hpp"
+#include "platform/cerr.h"
+
+namespace aaactl {
+namespace {
+
+struct ExplainOptions {
+    std::string function;
+    std::string service;
+    std::string list;
+    std::string line;
+};
+
+struct FreeWords {
+    void operator()(uint32_t *words) const { std::free(words); }
+};
+
+// What a client that reads the list gets.
+struct ClientView {
+    cerrno rc = AAA_OK;
+    std::vector<uint32_t> methods;  // server groups as numbers, up to the first empty place
+};
+
+ClientView client_view(const MethodList &list) {
+    std::string path = list.path().substr(sizeof kConfigRoot - 1);
+    uint32_t *words = nullptr;
+    ClientView view;
+    view.rc = lookup_methods(path.data(), &words);
+    const std::unique_ptr<uint32_t, FreeWords> owner(words);
+    for (size_t i = 0; view.rc == AAA_OK && i < 4 && words[i] != AAA_METHOD_NOTSET; ++i) {
+        view.methods.push_back(words[i]);
+    }
+    return view;
+}
+
+struct Step {
+    Method method;
+    std::vector<Server> servers;
+    bool works = false;  // somebody can answer
+};
+
+struct Explanation {
+    ServiceWord service;
+    ListChoice choice;
+    std::string line;
+    MethodList list;
+    bool configured = false;  // else the library supplies it
+    ClientView client;
+    cerrno suits = AAA_OK;  // what the library's check of the list for the service says
+    std::vector<Step> steps;
+    std::vector<std::string> others;  // lists of the same service
+    Findings findings;
+
+    bool exists() const { return configured || client.rc == AAA_OK; }
+    const std::string &function() const { return list.function; }
+};
+
+// ---- gathering
+
+Step make_step(Database &database, const Method &method) {
+    Step step{method, {}, method_works(database, method)};
+    const Protocol *protocol = protocol_of_method(method.number);
+    if (method.configured() != nullptr) {
+        step.servers = method.resolved->servers;
+    } else if (protocol != nullptr) {
+        step.servers = protocol_servers(database, *protocol);
+    }
+    return step;
+}
+
+// Only where the library knows lists for the service; it looks elsewhere than the path for some.
+cerrno suitability(const Explanation &e) {
+    if (!e.service.service || !e.configured) {
+        return AAA_OK;
+    }
+    const cerrno rc = aaa_util_verify_methodlist(static_cast<int>(e.service.function),
+                                                 static_cast<int>(*e.service.service), e.choice.list.c_str());
+    const bool line_method = rc == AAA_ERR_INVALID_ARG && e.service.function == AAA_FUNC_AUTHEN &&
+                             *e.service.service == AAA_SVC_API;
+    return line_method ? rc : AAA_OK;
+}
+
+void look_for_faults(Database &database, Explanation &e) {
+    if (e.configured) {
+        check_list(database, e.list, e.findings);
+    } else if (e.exists() && e.client.methods.empty()) {
+        e.findings.push_back(
+            {Severity::error, "empty-list", e.list.path(),
+             "the list is not configured, and the one that the library supplies has no method",
+             "create it: aaactl mlist set"});
+    }
+    std::set<std::string> seen;
+    for (const Step &step : e.steps) {
+        const Group *group = step.method.configured();
+        if (group != nullptr && seen.insert(group->path).second) {
+            check_group(*group, true, e.findings);
+        } else if (group == nullptr) {
+            check_servers(step.servers, e.findings);
+        }
+    }
+    if (e.suits != AAA_OK) {
+        e.findings.push_back({Severity::error, "unsuitable-list", e.list.path(),
+                              "it holds the method \"line\", and requests for the service " +
+                                  service_name(*e.service.service) +
+                                  " have no line whose password could be asked for: the library refuses it",
+                              "name a list without that method"});
+    }
+    if (e.configured && e.client.rc != AAA_OK && count(e.findings, Severity::error) == 0) {
+        e.findings.push_back({Severity::error, "unreadable-list", e.list.path(),
+                              "clients get: " + escaped(cerr_strerror(e.client.rc)),
+                              "look at the database: aaactl sysdb get"});
+    }
+}
+
+// What the library supplies for a default list that is not there, in the form of one that is.
+MethodList supplied_list(MethodList list, const ClientView &client) {
+    for (const uint32_t method : client.methods) {
+        list.places.push_back({method, {}, {}});
+    }
+    return list;
+}
+
+Explanation gather(Database &database, const ExplainOptions &options) {
+    const uint32_t function = *function_number(options.function);
+    Explanation e{};
+    e.service = service_word(database, function, options.service);
+    e.line = options.line;
+    e.choice = choose_list(e.service, options.list, options.line);
+    if (std::any_of(options.list.begin(), options.list.end(),
+                    [](char c) { return std::iscntrl(static_cast<unsigned char>(c)) != 0; })) {
+        throw Failure(ExitCode::usage, "\"" + escaped(options.list) + "\" is no name of a list");
+    }
+    const auto found = find_list(database, options.function, e.service.word, e.choice.list);
+    e.configured = found.has_value();
+    e.list = found.value_or(MethodList{options.function, e.service.word, e.choice.list, {}, {}, {}});
+    e.client = client_view(e.list);
+    if (!e.configured) {
+        e.list = supplied_list(std::move(e.list), e.client);
+    }
+    e.suits = suitability(e);
+    for (const Method &method : e.list.methods()) {
+        e.steps.push_back(make_step(database, method));
+    }
+    e.others = list_names(database, options.function, e.service.word);
+    look_for_faults(database, e);
+    return e;
+}
+
+// ---- words
+
+std::string step_word(const Step &step) {
+    return step.method.is_group() ? "server group " + escaped(step.method.group)
+                                  : method_word(step.method.number);
+}
+
+std::string group_meaning(const Method &method) {
+    const auto number = method.group_number();
+    const bool known = number || method.configured() != nullptr;
+    return std::string(known ? method.resolved->protocol.word : "not configured") +
+           (number ? ", number " + std::to_string(*number) : ", no number");
+}
+
+std::string step_meaning(const Explanation &e, const Step &step) {
+    const bool accounting = e.service.function == AAA_FUNC_ACCT;
+    switch (step.method.number) {
+        case AAA_METHOD_SERVER_GROUP:
+            return group_meaning(step.method);
+        case AAA_METHOD_NONE:
+            return accounting ? "nothing is recorded, and that counts as done"
+                              : "nobody is asked: every request is accepted";
+        case AAA_METHOD_LOCAL:
+            return "the users of this router";
+        case AAA_METHOD_RADIUS:
+            return "every RADIUS server without a group";
+        case AAA_METHOD_TACACSPLUS:
+            return "every TACACS+ server without a group";
+        case AAA_METHOD_IF_AUTHEN:
+            return "accepts who has been authenticated";
+        case AAA_METHOD_LINE:
+            return "the password of the line";
+        case AAA_METHOD_ENABLE:
+            return "the enable password";
+        case AAA_METHOD_KERBEROS5:
+            return "Kerberos 5";
+        case AAA_METHOD_SYSLOG:
+            return "the system log";
+        default:
+            return "no method of a list";
+    }
+}
+
+// A method that asks nobody cannot refuse and is never silent.
+bool always_answers(const Step &step) {
+    return step.method.number == AAA_METHOD_NONE;
+}
+
+std::string on_refusal(const Explanation &e) {
+    return e.service.function == AAA_FUNC_ACCT ? "the record is not kept; no further step is asked"
+                                               : "the request is refused; no further step is asked";
+}
+
+std::string on_silence(const Explanation &e, size_t i) {
+    if (i + 1 < e.steps.size()) {
+        return "step " + std::to_string(i + 2) + ", " + step_word(e.steps[i + 1]);
+    }
+    return e.service.function == AAA_FUNC_ACCT ? "no step is left: the record is lost"
+                                               : "no step is left: the request is refused";
+}
+
+std::string server_words(const Server &server) {
+    std::string text = escaped(server.host);
+    for (size_t i = 0; i < server.ports.size(); ++i) {
+        text += (i == 0 ? (server.ports.size() > 1 ? "  ports " : "  port ") : ", ") +
+                std::to_string(server.ports[i]);
+    }
+    return text + (server.is_private ? "  private" : "") +
+           (server.defect.empty() ? "" : "  (not usable: " + server.defect + ")");
+}
+
+const char *chosen_by(ChosenBy by) {
+    return by == ChosenBy::name ? "name" : by == ChosenBy::line ? "line" : "default";
+}
+
+// ---- JSON
+
+Json servers_json(const std::vector<Server> &servers) {
+    Json all = Json::array();
+    for (const Server &server : servers) {
+        Json one = {{"ordinal", server.index},
+                    {"host", escaped(server.host)},
+                    {"ports", server.ports},
+                    {"private", server.is_private}};
+        if (!server.defect.empty()) {
+            one["defect"] = server.defect;
+        }
+        all.push_back(std::move(one));
+    }
+    return all;
+}
+
+Json step_json(const Explanation &e, size_t i) {
+    const Step &step = e.steps[i];
+    Json document = {
+        {"step", i + 1}, {"method", step.method.number}, {"name", method_word(step.method.number)}};
+    if (step.method.is_group()) {
+        const Group *group = step.method.configured();
+        const auto number = step.method.group_number();
+        document["name"] = "server group";
+        document["group"] = {{"name", escaped(step.method.group)},
+                             {"protocol", group != nullptr ? Json(group->protocol.word) : Json()},
+                             {"number", number ? Json(*number) : Json()}};
+    }
+    document["servers"] = servers_json(step.servers);
+    document["works"] = step.works;
+    document["on_refusal"] = always_answers(step) || !step.works ? Json() : Json(on_refusal(e));
+    document["on_no_answer"] = Json();
+    if (!always_answers(step)) {
+        document["on_no_answer"] = {{"next_step", i + 1 < e.steps.size() ? Json(i + 2) : Json()},
+                                    {"text", on_silence(e, i)}};
+    }
+    return document;
+}
+
+Json to_json(const Explanation &e) {
+    Json steps = Json::array();
+    for (size_t i = 0; i < e.steps.size(); ++i) {
+        steps.push_back(step_json(e, i));
+    }
+    Json document = {{"function", e.function()},
+                     {"service",
+                      {{"word", escaped(e.service.word)},
+                       {"number", e.service.service ? Json(*e.service.service) : Json()}}}};
+    document["line"] = e.line.empty() ? Json() : Json{{"name", escaped(e.line)}, {"kind", line_kind(e.line)}};
+    document["list"] = {{"name", escaped(e.choice.list)},
+                        {"path", escaped(e.list.path())},
+                        {"chosen_by", chosen_by(e.choice.by)},
+                        {"why", e.choice.why},
+                        {"row", e.choice.rule.empty() ? Json() : Json(escaped(e.choice.rule))},
+                        {"configured", e.configured},
+                        {"exists", e.exists()}};
+    document["client"] = {
+        {"code", e.client.rc}, {"text", escaped(cerr_strerror(e.client.rc))}, {"methods", e.client.methods}};
+    document["steps"] = std::move(steps);
+    Json others = Json::array();
+    for (const std::string &name : e.others) {
+        others.push_back(escaped(name));
+    }
+    document["lists_of_service"] = std::move(others);
+    document["findings"] = findings_json(e.findings);
+    return document;
+}
+
+// ---- text
+
+void print_step(Output &out, const Explanation &e, size_t i) {
+    const Step &step = e.steps[i];
+    out.line("");
+    out.line(out.styled(Style::strong, std::to_string(i + 1) + ". " + step_word(step)) + "  (" +
+             step_meaning(e, step) + ")");
+    for (const Server &server : step.servers) {
+        out.line("     " + std::to_string(server.index) + "  " + server_words(server));
+    }
+    if (always_answers(step)) {
+        return;
+    }
+    if (!step.works) {
+        out.line(out.styled(Style::bad, "   cannot answer:      ") + on_silence(e, i));
+        return;
+    }
+    const bool servers = !step.servers.empty();
+    out.line(std::string(servers ? "   a server refuses:   " : "   refuses:            ") + on_refusal(e));
+    out.line(std::string(servers ? "   no server answers:  " : "   does not answer:    ") + on_silence(e, i));
+}
+
+void print_head(Output &out, const Explanation &e) {
+    out.line(out.styled(Style::strong, e.function() + " of " + escaped(e.service.word)) +
+             (e.line.empty() ? ""
+                             : " on line " + escaped(e.line) +
+                                   (line_kind(e.line).empty() ? "" : " (" + line_kind(e.line) + ")")));
+    out.line("list:  " + out.styled(Style::strong, escaped(e.choice.list)) + ", because " + e.choice.why);
+    out.line("path:  " + escaped(e.list.path()) +
+             (e.configured || !e.exists() ? "" : " (not configured; the library supplies the list)"));
+}
+
+void print_explanation(Output &out, const Explanation &e) {
+    print_head(out, e);
+    if (!e.exists()) {
+        std::string others;
+        for (const std::string &name : e.others) {
+            others += (others.empty() ? "" : ", ") + escaped(name);
+        }
+        out.line("");
+        out.line(out.styled(Style::bad, "There is no such list: ") +
+                 (others.empty() ? "the service has none." : "the service has " + others + "."));
+        out.line(std::string("A client gets: ") + escaped(cerr_strerror(e.client.rc)));
+        return;
+    }
+    for (size_t i = 0; i < e.steps.size(); ++i) {
+        print_step(out, e, i);
+    }
+    out.line("");
+    print_findings(out, e.findings);
+    if (e.findings.empty()) {
+        out.line(out.styled(Style::good, "Nothing is missing."));
+    }
+}
+
+ExitCode explain(Output &out, const ExplainOptions &options) {
+    Database database;
+    const Explanation e = gather(database, options);
+    out.result(to_json(e), [&] { print_explanation(out, e); });
+    if (!e.exists()) {
+        return ExitCode::not_found;
+    }
+    return count(e.findings, Severity::error) > 0 ? ExitCode::negative : ExitCode::ok;
+}
+
+}  // namespace
+
+void add_explain(Program &program) {
+    auto options = std::make_shared<ExplainOptions>();
+    CLI::App *sub =
+        program.command(&program.app, "explain", "Say step by step how requests for a service are answered",
+                        [options](Output &out) { return explain(out, *options); });
+    sub->add_option("FUNCTION", options->function, "authentication, authorization or accounting")
+        ->required()
+        ->check(CLI::IsMember({"authentication", "authorization", "accounting"}));
+    sub->add_option("SERVICE", options->service,
+                    "Service by name or number, or the word of its lists: login, exec, commands, ...")
+        ->required();
+    sub->add_option("--list", options->list, "The method list that the request names")->type_name("NAME");
+    sub->add_option("--line", options->line, "The line that the request comes from")->type_name("TTY");
+    sub->footer(
+        "A method that refuses ends a request; one that does not answer passes it on to the next.\n"
+        "Exit status: 0 nothing is missing, 1 something is missing or dangling, 4 there is no such list, 5 "
+        "no database.\n"
+        "JSON: {function, service: {word, number}, line: {name, kind}, list: {name, path, chosen_by: "
+        "name|line|default,\n"
+        "why, row, configured, exists}, client: {code, text, methods}, steps: [{step, method, name, group: "
+        "{name,\n"
+        "protocol, number}, servers: [{ordinal, host, ports, private}], works, on_refusal, on_no_answer: "
+        "{next_step,\n"
+        "text}}], lists_of_service, findings: [{severity, code, path, text, remedy}]}; null for what there "
+        "is not,\nof a server \"defect\" where there is one\n"
+        "Example: aaactl explain authentication login --line pts/3");
+}
+
+}  // namespace aaactl

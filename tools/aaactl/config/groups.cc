@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Reads groups and their servers. An entry that is not understood stays in the
+// result, with its defect.
+
+#include "config/groups.hpp"
+
+#include <arpa/inet.h>
+#include <algorithm>
+#include <charconv>
+#include <set>
+
+namespace aaactl {
+namespace {
+
+// All of the text as a number, hexadecimal after "0x".
+std::optional<uint32_t> number_in(std::string_view text) {
+    const bool hexadecimal = text.starts_with("0x");
+    const std::string_view digits = hexadecimal ? text.substr(2) : text;
+    uint32_t number = 0;
+    const char *end = digits.data() + digits.size();
+    const auto [stop, error] = std::from_chars(digits.data(), end, number, hexadecimal ? 16 : 10);
+    return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
+}
+
+// "HOST", "HOST,PORT" or "HOST,PORT,PORT"; ports of other protocols than RADIUS are hexadecimal.
+void read_entry(Server &server, size_t most_ports) {
+    std::string_view rest = server.entry;
+    server.host = std::string(rest.substr(0, rest.find(',')));
+    while (rest.find(',') != std::string_view::npos && server.defect.empty()) {
+        rest.remove_prefix(rest.find(',') + 1);
+        const std::string_view word = rest.substr(0, rest.find(','));
+        const auto port = number_in(word);
+        if (!port || *port > 65535) {
+            server.defect = "\"" + escaped(word) + "\" is no port";
+        } else {
+            server.ports.push_back(*port);
+        }
+    }
+    if (server.defect.empty() && server.ports.size() > most_ports) {
+        server.defect = "it has more than " + std::to_string(most_ports) + " port(s)";
+    }
+    if (server.defect.empty() && !is_address(server.host)) {
+        server.defect = "\"" + escaped(server.host) + "\" is no address";
+    }
+}
+
+// Below an ordinal "0x1/" stands one server, as an item or as a directory.
+void read_ordinal(Database &database, const std::string &directory, const Entry &ordinal,
+                  const Protocol &protocol, bool is_private, std::vector<Server> &servers) {
+    const std::string name = ordinal.bare_name();
+    const auto index = name.starts_with("0x") ? number_in(name) : std::nullopt;
+    const std::string path = directory + ordinal.name;
+    if (!index || !ordinal.is_directory()) {
+        const std::string defect = "\"" + escaped(ordinal.name) + "\" is no ordinal of a server";
+        servers.push_back({path, 0, name, is_private, name, {}, defect});
+        return;
+    }
+    for (const Entry &entry : database.entries(path)) {
+        Server server{path + entry.name, *index, entry.bare_name(), is_private, {}, {}, {}};
+        read_entry(server, protocol.is_radius() ? 2 : 1);
+        servers.push_back(std::move(server));
+    }
+}
+
+void read_servers(Database &database, const std::string &directory, const Protocol &protocol, bool is_private,
+                  std::vector<Server> &servers) {
+    for (const Entry &ordinal : database.entries(directory)) {
+        read_ordinal(database, directory, ordinal, protocol, is_private, servers);
+    }
+}
+
+std::string groups_path(const Protocol &protocol) {
+    return std::string(kGroupConfig) + protocol.word + "/";
+}
+
+std::string numbers_path(const Protocol &protocol) {
+    return std::string(kGroupMaps) + "sg_name_map/" + protocol.word + "/";
+}
+
+// Whether a path can lead to the group, which else neither exists nor can.
+bool read_configured(Database &database, Group &group) {
+    std::string fault;
+    const bool is_directory = database.list(group.path, fault).has_value();
+    if (!fault.empty() || group.name.find('/') != std::string::npos) {
+        return false;
+    }
+    const std::string item = group.path.substr(0, group.path.size() - 1);
+    group.configured = is_directory || database.find(item, fault).has_value() || !fault.empty();
+    return true;
+}
+
+void read_number(Database &database, Group &group) {
+    const auto item = database.find(number_path(group), group.number_defect);
+    if (item && item->type == SYSDB_TYPE_U32) {
+        group.number = number_of(*item);
+    } else if (item) {
+        group.number_defect = "it is of type " + type_name(item->type) + ", not a u32";
+    }
+}
+
+bool is_published(const Group &group) {
+    return group.number || !group.number_defect.empty();
+}
+
+}  // namespace
+
+bool is_sound(const Server &server) {
+    return server.defect.empty();
+}
+
+bool any_sound(const std::vector<Server> &servers) {
+    return std::any_of(servers.begin(), servers.end(), is_sound);
+}
+
+std::string server_text(const Server &server) {
+    std::string text = escaped(server.host);
+    for (const uint32_t port : server.ports) {
+        text += "," + std::to_string(port);
+    }
+    return text;
+}
+
+bool is_address(const std::string &host) {
+    unsigned char bytes[16];
+    return inet_pton(AF_INET, host.c_str(), bytes) == 1 || inet_pton(AF_INET6, host.c_str(), bytes) == 1;
+}
+
+std::string group_path(const Protocol &protocol, const std::string &name) {
+    return groups_path(protocol) + name + "/";
+}
+
+std::string number_path(const Group &group) {
+    return numbers_path(group.protocol) + group.name;
+}
+
+std::optional<Group> read_group(Database &database, const Protocol &protocol, const std::string &name) {
+    Group group{protocol, name, group_path(protocol, name), false, {}, {}, {}};
+    if (!read_configured(database, group)) {
+        return std::nullopt;
+    }
+    read_number(database, group);
+    if (!group.configured && !is_published(group)) {
+        return std::nullopt;
+    }
+    read_servers(database, group.path + "server/", protocol, false, group.servers);
+    read_servers(database, group.path + "server-private/", protocol, true, group.servers);
+    return group;
+}
+
+std::optional<Group> resolve_group(Database &database, const std::string &name) {
+    std::optional<Group> configured;
+    for (const Protocol &protocol : kProtocols) {
+        auto group = read_group(database, protocol, name);
+        if (group && is_published(*group)) {
+            return group;  // a number that cannot be read ends the clients' search too
+        }
+        if (group && !configured) {
+            configured = std::move(group);
+        }
+    }
+    return configured;
+}
+
+std::vector<Group> read_groups(Database &database, const Protocol &protocol) {
+    std::set<std::string> names;
+    for (const std::string &directory : {groups_path(protocol), numbers_path(protocol)}) {
+        for (const Entry &entry : database.entries(directory)) {
+            names.insert(entry.bare_name());
+        }
+    }
+    std::vector<Group> groups;
+    for (const std::string &name : names) {
+        if (auto group = read_group(database, protocol, name)) {
+            groups.push_back(*std::move(group));
+        }
+    }
+    return groups;
+}
+
+std::string protocol_servers_path(const Protocol &protocol) {
+    return kConfigRoot + std::string(protocol.word) + "/host/";
+}
+
+std::vector<Server> protocol_servers(Database &database, const Protocol &protocol) {
+    std::vector<Server> servers;
+    read_servers(database, protocol_servers_path(protocol), protocol, false, servers);
+    return servers;
+}
+
+void check_group_name(const std::string &name) {
+    std::string copy = name;  // the library takes it without const
+    const bool printable = name.find('\0') == std::string::npos && aaa_is_name_valid(copy.data()) == 1;
+    if (name.empty() || !printable || name.find('/') != std::string::npos || name.size() >= SYSDB_NAME_SIZE) {
+        throw Failure(ExitCode::usage,
+                      "\"" + escaped(name) + "\" is no name: 1 to 49 printable characters, no '/'");
+    }
+}
+
+}  // namespace aaactl

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Server groups as they are configured, below /cfg/gl/aaa/group-server/, and
+// as they are published with their numbers, below /oper/aaa/gl/group-server/.
+// Read directly: what the library's lookups leave out, and what they refuse.
+
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "config/protocols.hpp"
+#include "database/database.hpp"
+
+namespace aaactl {
+
+inline constexpr char kConfigRoot[] = "/cfg/gl/aaa/";
+inline constexpr char kGroupConfig[] = "/cfg/gl/aaa/group-server/";
+inline constexpr char kGroupMaps[] = "/oper/aaa/gl/group-server/";
+
+// An entry of a list of servers.
+struct Server {
+    std::string path;  // of the entry, with '/' at its end for a directory
+    uint32_t index = 0;
+    std::string entry;  // as it is stored, without that '/'
+    bool is_private = false;
+    std::string host;
+    std::vector<uint32_t> ports;  // authentication and accounting for RADIUS, else at most one
+    std::string defect;           // "", or why it is no server
+};
+bool is_sound(const Server &server);
+bool any_sound(const std::vector<Server> &servers);
+// "host", "host,1812,1813"
+std::string server_text(const Server &server);
+// Whether it is an IPv4 or IPv6 address: clients look no names up.
+bool is_address(const std::string &host);
+
+struct Group {
+    Protocol protocol;
+    std::string name;
+    std::string path;  // of its directory
+    bool configured = false;
+    std::optional<uint32_t> number;  // as it is published
+    std::string number_defect;       // "", or why the number cannot be read
+    std::vector<Server> servers;
+};
+
+// "/cfg/gl/aaa/group-server/radius/corp/"
+std::string group_path(const Protocol &protocol, const std::string &name);
+// "/oper/aaa/gl/group-server/sg_name_map/radius/corp", the item with the group's number
+std::string number_path(const Group &group);
+// One that is neither configured nor published: nullopt.
+std::optional<Group> read_group(Database &database, const Protocol &protocol, const std::string &name);
+// The group that a method list means by a name: protocols in their order, published ones first.
+std::optional<Group> resolve_group(Database &database, const std::string &name);
+// All of a protocol, by name.
+std::vector<Group> read_groups(Database &database, const Protocol &protocol);
+
+// The servers that a protocol has without a group.
+std::vector<Server> protocol_servers(Database &database, const Protocol &protocol);
+std::string protocol_servers_path(const Protocol &protocol);
+
+// Printable, without '/', and of a length that fits a method list; Failure(usage) says what it is not.
+void check_group_name(const std::string &name);
+
+}  // namespace aaactl

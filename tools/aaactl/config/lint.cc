@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// lint: looks through the whole AAA configuration for what does not fit together.
+
+#include <algorithm>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "aaa/method_lists.h"
+#include "aaa/names.h"
+#include "cli/commands.hpp"
+#include "config/checks.hpp"
+
+namespace aaactl {
+namespace {
+
+struct LintOptions {
+    bool strict = false;
+};
+
+class Lint {
+  public:
+    Findings run() {
+        for (const std::string &function : list_functions()) {
+            for (const std::string &service : service_words(database_, function)) {
+                lists(function, service);
+            }
+        }
+        logins();
+        groups();
+        for (const Protocol &protocol : kProtocols) {
+            check_servers(protocol_servers(database_, protocol), findings_);
+        }
+        stale_numbers();
+        check_lines(database_, findings_);
+        check_items(database_, findings_);
+        return std::move(findings_);
+    }
+
+    size_t lists() const { return lists_; }
+    size_t groups_seen() const { return groups_.size(); }
+
+  private:
+    void lists(const std::string &function, const std::string &service) {
+        const auto names = list_names(database_, function, service);
+        for (const std::string &name : names) {
+            if (const auto list = find_list(database_, function, service, name)) {
+                ++lists_;
+                check_list(database_, *list, findings_);
+                list_name(*list);
+                for (const Method &method : list->methods()) {
+                    used_.insert(method.group);
+                }
+            }
+        }
+        if (!names.empty() && std::find(names.begin(), names.end(), "default") == names.end()) {
+            no_default(function, service);
+        }
+    }
+
+    void list_name(const MethodList &list) {
+        std::string name = list.name;
+        if (aaa_is_name_valid(name.data()) == 0) {
+            findings_.push_back({Severity::warning, "invalid-name", list.path(),
+                                 "the list's name holds more than printable ASCII", "give it another name"});
+        }
+    }
+
+    void no_default(const std::string &function, const std::string &service) {
+        findings_.push_back({Severity::warning, "no-default-list", list_path(function, service, "default"),
+                             "the service has lists, but none for requests that name none",
+                             "create it: aaactl mlist set"});
+    }
+
+    // The one service that every router has.
+    void logins() {
+        if (list_names(database_, "authentication", "login").empty()) {
+            findings_.push_back({Severity::warning, "no-default-list",
+                                 list_path("authentication", "login", "default"),
+                                 "no list says how users log in", "create it: aaactl mlist set"});
+        }
+    }
+
+    void groups() {
+        for (const Protocol &protocol : kProtocols) {
+            for (Group &group : read_groups(database_, protocol)) {
+                (group.configured ? groups_ : stale_).push_back(std::move(group));
+            }
+        }
+        for (const Group &group : groups_) {
+            check_group(group, used_.contains(group.name), findings_);
+        }
+    }
+
+    void stale_numbers() {
+        for (const Group &group : stale_) {
+            findings_.push_back({Severity::warning, "stale-number", number_path(group),
+                                 "a number is published for a group that is not configured",
+                                 "take it back: aaactl sg delete"});
+        }
+    }
+
+    Database database_;
+    Findings findings_;
+    std::set<std::string> used_;  // groups that lists name
+    std::vector<Group> groups_;
+    std::vector<Group> stale_;  // published, and not configured any more
+    size_t lists_ = 0;
+};
+
+std::string plural(size_t number, const std::string &noun) {
+    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
+ExitCode lint(Output &out, const LintOptions &options) {
+    Lint lint;
+    const Findings findings = lint.run();
+    const size_t errors = count(findings, Severity::error);
+    const size_t warnings = count(findings, Severity::warning);
+    const Json document = {{"method_lists", lint.lists()},
+                           {"server_groups", lint.groups_seen()},
+                           {"errors", errors},
+                           {"warnings", warnings},
+                           {"findings", findings_json(findings)}};
+    out.result(document, [&] {
+        print_findings(out, findings);
+        out.line(plural(lint.lists(), "method list") + " and " + plural(lint.groups_seen(), "server group") +
+                 " checked: " + plural(errors, "error") + ", " + plural(warnings, "warning"));
+    });
+    return errors > 0 || (options.strict && warnings > 0) ? ExitCode::negative : ExitCode::ok;
+}
+
+}  // namespace
+
+void add_lint(Program &program) {
+    auto options = std::make_shared<LintOptions>();
+    CLI::App *sub = program.command(&program.app, "lint",
+                                    "Look through the AAA configuration for what does not fit together",
+                                    [options](Output &out) { return lint(out, *options); });
+    sub->add_flag("--strict", options->strict, "Exit with 1 for warnings too");
+    sub->footer(
+        "Looks at method lists, server groups and their numbers, servers, the lists of lines, server keys, "
+        "and\nfor items whose value does not fit their type; of the rest of the database, at sealed keys.\n"
+        "Exit status: 0 no errors, 1 errors (with --strict: or warnings), 5 no database.\n"
+        "JSON: {method_lists, server_groups, errors, warnings, findings: [{severity, code, path, text, "
+        "remedy}]}\n"
+        "Example: aaactl lint --strict");
+}
+
+}  // namespace aaactl

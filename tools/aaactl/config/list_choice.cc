@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Method lists by name, by the rows of the host's line file, and by default.
+
+#include "config/list_choice.hpp"
+
+#include <algorithm>
+#include <exception>
+#include <set>
+
+#include "aaa/lines.h"
+#include "aaa/method_lists.h"
+#include "aaa/names.h"
+#include "aaa/result_codes.h"
+#include "cli/output.hpp"
+#include "config/method_lists.hpp"
+#include "dictionary/enum_words.hpp"
+#include "platform/control.h"
+#include "platform/node.h"
+
+namespace aaactl {
+namespace {
+
+// The word under which a service is configured; where it is not, the one under which the library verifies its
+// lists.
+std::string word_of(uint32_t function, uint32_t service) {
+    const std::string_view word = aaa_service_to_string(static_cast<int32_t>(function), service);
+    if (!word.starts_with('<')) {
+        return std::string(word);
+    }
+    switch (service) {
+        case AAA_SVC_LOGIN:
+        case AAA_SVC_HTTP:
+            return "login";
+        case AAA_SVC_MGBL_ACCT:
+            return "commands";
+        case AAA_SVC_API:
+            return "api";
+        default:
+            return "";
+    }
+}
+
+std::set<std::string> known_words(Database &database, uint32_t function) {
+    const auto configured = service_words(database, aaa_function_to_string(function));
+    std::set<std::string> words(configured.begin(), configured.end());
+    for (uint32_t service = AAA_SVC_LOGIN; service <= AAA_SVC_MGBL_ACCT; ++service) {
+        words.insert(word_of(function, service));
+    }
+    words.erase("");
+    return words;
+}
+
+// Requests for these services go by "default" when they name no list: nobody asks for the line.
+bool asks_line(uint32_t function, uint32_t service) {
+    const uint32_t third = function == AAA_FUNC_ACCT ? AAA_SVC_SYSTEM : AAA_SVC_IKE;
+    return service != AAA_SVC_API && service != AAA_SVC_KSH && service != third;
+}
+
+struct RowSearch {
+    uint32_t function;
+    const std::string &line;
+    std::optional<ListChoice> found;
+
+    static int32_t visit(const aaa_platform_line_rule_t *rule, void *context) {
+        auto *self = static_cast<RowSearch *>(context);
+        if (aaa_platform_line_rule_applies(rule, self->function, self->line.c_str()) == 0) {
+            return 0;
+        }
+        self->found = ListChoice{
+            rule->list_name, ChosenBy::line, "",
+            std::string(aaa_platform_line_rules_path()) + ":" + std::to_string(rule->number), rule->pattern};
+        return 1;
+    }
+};
+
+ListChoice fallback(const std::string &why) {
+    return {"default", ChosenBy::fallback, why, "", ""};
+}
+
+ListChoice choose_by_line(const ServiceWord &service, const std::string &line) {
+    RowSearch search{service.function, line, std::nullopt};
+    const cerrno rc = aaa_platform_line_rules(RowSearch::visit, &search);
+    if (rc != 0) {
+        throw Failure(ExitCode::bad_input,
+                      escaped(aaa_platform_line_rules_path()) + ": requests that name no list fail", rc);
+    }
+    if (!search.found) {
+        return fallback("no list was named, and no row of " + escaped(aaa_platform_line_rules_path()) +
+                        " is for the line " + escaped(line));
+    }
+    search.found->why = "no list was named, and the row for \"" + escaped(search.found->pattern) + "\" at " +
+                        escaped(search.found->rule) + " is the first for the line " + escaped(line);
+    return *search.found;
+}
+
+}  // namespace
+
+ServiceWord service_word(Database &database, uint32_t function, const std::string &text) {
+    const auto service = service_number(text);
+    const std::string word = service ? word_of(function, *service) : "";
+    if (!word.empty()) {
+        return {function, service, word};
+    }
+    const auto words = known_words(database, function);
+    if (words.contains(text)) {
+        return {function, std::nullopt, text};
+    }
+    std::string known;
+    for (const std::string &one : words) {
+        known += (known.empty() ? "" : ", ") + escaped(one);
+    }
+    throw Failure(ExitCode::usage, std::string("no lists are kept for ") + aaa_function_to_string(function) +
+                                       " of \"" + escaped(text) + "\": " + known +
+                                       ", or a service that uses one of them");
+}
+
+ListChoice choose_list(const ServiceWord &service, const std::string &list, const std::string &line) {
+    if (!list.empty()) {
+        return {list, ChosenBy::name, "the request names it", "", ""};
+    }
+    if (service.service && !asks_line(service.function, *service.service)) {
+        return fallback("no list was named, and requests for the service " + service_name(*service.service) +
+                        " do not go by lines");
+    }
+    if (line.empty()) {
+        return fallback("neither a list nor a line was named");
+    }
+    if (platform_am_i_lc() != 0) {
+        return fallback("no list was named, and this node is a line card, which does not go by lines");
+    }
+    return choose_by_line(service, line);
+}
+
+std::string line_kind(const std::string &line) {
+    const char *device = line.c_str();
+    return aaa_is_console(device) != 0 ? "console"
+           : aaa_is_vty(device) != 0   ? "vty"
+           : aaa_is_aux(device) != 0   ? "aux"
+           : aaa_is_tty(device) != 0   ? "tty"
+                                       : "";
+}
+
+}  // namespace aaactl

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Method lists as they are stored: a tuple at FUNCTION/SERVICE/NAME below
+// /cfg/gl/aaa/, of four methods and four names of server groups. Lists for
+// accounting have three integers more in front.
+
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "config/groups.hpp"
+
+namespace aaactl {
+
+inline constexpr size_t kMaxMethods = 4;
+inline constexpr size_t kAccountingIntegers = 3;
+
+struct Method {
+    uint32_t number = 0;
+    std::string group;              // of a server group
+    std::optional<Group> resolved;  // when it exists, configured or published
+
+    bool is_group() const { return number == AAA_METHOD_SERVER_GROUP; }
+    const Group *configured() const { return resolved && resolved->configured ? &*resolved : nullptr; }
+    std::optional<uint32_t> group_number() const { return resolved ? resolved->number : std::nullopt; }
+};
+
+struct MethodList {
+    std::string function;  // "authentication", ...
+    std::string service;   // word of the path
+    std::string name;
+    std::vector<int32_t> leading;  // integers before the methods
+    std::vector<Method> places;    // all four, as they are stored
+    std::string defect;            // "", or why it is no method list
+
+    std::string path() const;
+    // Those that count: up to the first empty place.
+    std::span<const Method> methods() const;
+};
+
+// The functions that have lists, as words of paths.
+const std::vector<std::string> &list_functions();
+// "/cfg/gl/aaa/authentication/login/default"
+std::string list_path(const std::string &function, const std::string &service, const std::string &name);
+// Words of the services that have a directory.
+std::vector<std::string> service_words(Database &database, const std::string &function);
+// Names of the lists of a service; empty when it has none.
+std::vector<std::string> list_names(Database &database, const std::string &function,
+                                    const std::string &service);
+
+// Its groups are resolved.
+std::optional<MethodList> find_list(Database &database, const std::string &function,
+                                    const std::string &service, const std::string &name);
+// Stores a list. What an accounting list has in front stays as it is.
+void write_list(Database &database, const MethodList &list);
+
+}  // namespace aaactl

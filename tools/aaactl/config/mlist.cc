@@ -1,0 +1,261 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// mlist show, set and del.
+
+#include <algorithm>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "aaa/names.h"
+#include "cli/commands.hpp"
+#include "config/method_lists.hpp"
+#include "dictionary/enum_words.hpp"
+
+namespace aaactl {
+namespace {
+
+struct ListOptions {
+    std::string function;
+    std::string service;
+    std::string name;
+    std::vector<std::string> methods;
+    bool force = false;
+};
+
+void add_place(CLI::App *sub, ListOptions &options, bool required) {
+    sub->add_option("FUNCTION", options.function,
+                    "authentication, authorization, accounting or authorization_nacm")
+        ->check(CLI::IsMember(list_functions()))
+        ->required(required);
+    sub->add_option("SERVICE", options.service, "login, exec, commands, ppp, ...")->required(required);
+    sub->add_option("NAME", options.name, "The list's name; \"default\" is the default list")
+        ->required(required);
+}
+
+// ---- show
+
+Json method_json(const Method &method) {
+    Json document = {{"method", method.number},
+                     {"name", method.is_group() ? "group" : method_word(method.number)}};
+    if (method.is_group()) {
+        document["group"] = escaped(method.group);
+        document["protocol"] = method.resolved ? Json(method.resolved->protocol.word) : Json();
+        document["number"] = method.group_number() ? Json(*method.group_number()) : Json();
+        if (method.resolved && !method.resolved->number_defect.empty()) {
+            document["fault"] = method.resolved->number_defect;
+        }
+    }
+    return document;
+}
+
+std::string method_text(const Output &out, const Method &method) {
+    if (!method.is_group()) {
+        return method_word(method.number);
+    }
+    const std::string word = "group:" + escaped(method.group);
+    if (!method.resolved) {
+        return word + " " + out.styled(Style::bad, "(no such group)");
+    }
+    if (!method.resolved->number_defect.empty()) {
+        return word + " " + out.styled(Style::bad, "(" + method.resolved->number_defect + ")");
+    }
+    const std::string number =
+        method.resolved->number ? std::to_string(*method.resolved->number) : "not published";
+    return word + " " +
+           out.styled(Style::dim, "(" + std::string(method.resolved->protocol.word) + ", " + number + ")");
+}
+
+Json list_json(const MethodList &list) {
+    Json document = {{"function", escaped(list.function)},
+                     {"service", escaped(list.service)},
+                     {"name", escaped(list.name)}};
+    if (!list.defect.empty()) {
+        document["fault"] = list.defect;
+    }
+    document["methods"] = Json::array();
+    for (const Method &method : list.methods()) {
+        document["methods"].push_back(method_json(method));
+    }
+    return document;
+}
+
+std::string methods_text(const Output &out, const MethodList &list) {
+    std::string text = out.styled(Style::bad, list.defect);
+    for (const Method &method : list.methods()) {
+        text += (text.empty() ? "" : ", ") + method_text(out, method);
+    }
+    return text;
+}
+
+// Says what is stored and is no method list, or no number of a group.
+bool note_faults(Output &out, const MethodList &list) {
+    bool found = !list.defect.empty();
+    if (found) {
+        out.note("aaactl: " + escaped(list.path()) + ": " + list.defect);
+    }
+    for (const Method &method : list.methods()) {
+        if (method.resolved && !method.resolved->number_defect.empty()) {
+            out.note("aaactl: " + escaped(number_path(*method.resolved)) + ": " +
+                     method.resolved->number_defect);
+            found = true;
+        }
+    }
+    return found;
+}
+
+// The words that an option leaves: that one, or all where it names none.
+std::vector<std::string> only(const std::string &option, std::vector<std::string> words) {
+    std::erase_if(words, [&](const std::string &word) { return !option.empty() && word != option; });
+    return words;
+}
+
+std::vector<MethodList> read_lists(Database &database, const ListOptions &options) {
+    std::vector<MethodList> lists;
+    for (const std::string &function : only(options.function, list_functions())) {
+        for (const std::string &service : only(options.service, service_words(database, function))) {
+            for (const std::string &name : only(options.name, list_names(database, function, service))) {
+                if (auto list = find_list(database, function, service, name)) {
+                    lists.push_back(*std::move(list));
+                }
+            }
+        }
+    }
+    return lists;
+}
+
+ExitCode show(Output &out, const ListOptions &options) {
+    Database database;
+    const std::vector<MethodList> lists = read_lists(database, options);
+    if (lists.empty() && !options.function.empty()) {
+        throw Failure(
+            ExitCode::not_found,
+            escaped(options.function + " " + options.service + " " + options.name) + ": no such method list");
+    }
+    Json document = {{"lists", Json::array()}};
+    std::vector<std::vector<std::string>> rows;
+    for (const MethodList &list : lists) {
+        document["lists"].push_back(list_json(list));
+        rows.push_back(
+            {escaped(list.function), escaped(list.service), escaped(list.name), methods_text(out, list)});
+    }
+    out.result(document, [&] { out.table({"FUNCTION", "SERVICE", "NAME", "METHODS"}, rows); });
+    const auto faulty = std::count_if(lists.begin(), lists.end(),
+                                      [&](const MethodList &list) { return note_faults(out, list); });
+    return faulty == 0 ? ExitCode::ok : ExitCode::bad_input;
+}
+
+void add_show(Program &program, CLI::App *mlist) {
+    auto options = std::make_shared<ListOptions>();
+    CLI::App *sub = program.command(mlist, "show", "Print method lists, their server groups resolved",
+                                    [options](Output &out) { return show(out, *options); });
+    add_place(sub, *options, false);
+    sub->footer(
+        "What cannot be read is told with the rest (exit status 3).\n"
+        "JSON: {lists: [{function, service, name, methods: [{method, name, group, protocol, number}]}]}, "
+        "and \"fault\"\nwhere there is one\n"
+        "Example: aaactl mlist show authentication login");
+}
+
+// ---- set and del
+
+// "local", "group:corp"; numbers of methods are taken too.
+Method parse_method(const std::string &word) {
+    if (word.starts_with("group:")) {
+        Method method{AAA_METHOD_SERVER_GROUP, word.substr(6), std::nullopt};
+        check_group_name(method.group);
+        return method;
+    }
+    const auto number = method_number(word);
+    if (!number) {
+        throw Failure(ExitCode::usage,
+                      "\"" + escaped(word) + "\" is no method: group:NAME, local, none, line, enable, ...");
+    }
+    if (*number == AAA_METHOD_SERVER_GROUP) {
+        throw Failure(ExitCode::usage, "\"" + escaped(word) + "\": which server group? Write group:NAME");
+    }
+    // 0 would hide what stands behind it.
+    if (*number == AAA_METHOD_NOTSET || *number > AAA_METHOD_SYSLOG) {
+        throw Failure(ExitCode::usage, "\"" + escaped(word) + "\": methods have the numbers 1 to " +
+                                           std::to_string(AAA_METHOD_SYSLOG));
+    }
+    return {*number, "", std::nullopt};
+}
+
+void resolve(Database &database, Method &method, bool force) {
+    if (method.is_group()) {
+        method.resolved = resolve_group(database, method.group);
+        if (!method.resolved && !force) {
+            throw Failure(ExitCode::negative, "group:" + escaped(method.group) +
+                                                  ": no such server group; add it first, or say --force");
+        }
+    }
+}
+
+void check_place(const ListOptions &options) {
+    for (const std::string &word : {options.service, options.name}) {
+        check_group_name(word);  // the same rule holds for all words of the path
+    }
+}
+
+ExitCode set(Output &out, const ListOptions &options) {
+    check_place(options);
+    Database database;
+    MethodList list{options.function, options.service, options.name, {}, {}, {}};
+    for (const std::string &word : options.methods) {
+        list.places.push_back(parse_method(word));
+        resolve(database, list.places.back(), options.force);
+    }
+    write_list(database, list);
+    out.result(list_json(list), [&] { out.line(list.path() + ": " + methods_text(out, list)); });
+    return ExitCode::ok;
+}
+
+void add_set(Program &program, CLI::App *mlist) {
+    auto options = std::make_shared<ListOptions>();
+    CLI::App *sub = program.command(mlist, "set", "Create or replace a method list",
+                                    [options](Output &out) { return set(out, *options); });
+    add_place(sub, *options, true);
+    sub->add_option("METHOD", options->methods,
+                    "One to four, in order: group:NAME, local, none, line, enable, ...")
+        ->required()
+        ->expected(1, 4);
+    sub->add_flag("--force", options->force, "Accept server groups that are not there (yet)");
+    sub->footer(
+        "JSON: as of one list of \"mlist show\"\nExample: aaactl mlist set authentication login default "
+        "group:corp local");
+}
+
+ExitCode del(Output &out, const ListOptions &options) {
+    check_place(options);
+    Database database;
+    const std::string path = list_path(options.function, options.service, options.name);
+    if (!database.remove(path)) {
+        throw database_failure(path, SYSDB_ERR_NOT_FOUND);
+    }
+    out.result({{"function", options.function},
+                {"service", escaped(options.service)},
+                {"name", escaped(options.name)},
+                {"deleted", true}},
+               [] {});
+    return ExitCode::ok;
+}
+
+void add_del(Program &program, CLI::App *mlist) {
+    auto options = std::make_shared<ListOptions>();
+    CLI::App *sub = program.command(mlist, "del", "Delete a method list",
+                                    [options](Output &out) { return del(out, *options); });
+    add_place(sub, *options, true);
+    sub->footer(
+        "JSON: {function, service, name, deleted}\nExample: aaactl mlist del authentication login console");
+}
+
+}  // namespace
+
+void add_mlist(Program &program) {
+    CLI::App *mlist = program.group("mlist", "Show and change method lists");
+    add_show(program, mlist);
+    add_set(program, mlist);
+    add_del(program, mlist);
+}
+
+}  // namespace aaactl

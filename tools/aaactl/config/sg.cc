@@ -1,0 +1,417 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// sg list, add and delete. Every change passes the library's own routines, so
+// that what the configuration process would refuse is refused here, for its
+// reason: verify first, then the maps of names and numbers, then the servers'
+// own list of indexes.
+
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "aaa/result_codes.h"
+#include "aaa/server_groups.h"
+#include "cli/commands.hpp"
+#include "config/groups.hpp"
+#include "database/sysdb_apply.hpp"
+#include "platform/cerr.h"
+
+namespace aaactl {
+namespace {
+
+struct GroupOptions {
+    std::string protocol;
+    std::string name;
+    std::vector<std::string> servers;
+    bool is_private = false;
+};
+
+void add_protocol(CLI::App *sub, GroupOptions &options) {
+    sub->add_option("PROTOCOL", options.protocol, "radius, tacacs or diameter")
+        ->required()
+        ->check(CLI::IsMember(protocol_words()));
+    sub->add_option("NAME", options.name, "The group's name")->required();
+}
+
+// ---- list
+
+std::string servers_text(const Group &group) {
+    std::string text;
+    for (const Server &server : group.servers) {
+        text += (text.empty() ? "" : " ") + server_text(server) + (server.is_private ? " (private)" : "") +
+                (is_sound(server) ? "" : " (not usable: " + server.defect + ")");
+    }
+    return text;
+}
+
+Json group_json(const Group &group) {
+    Json document = {{"protocol", group.protocol.word},
+                     {"name", escaped(group.name)},
+                     {"number", group.number ? Json(*group.number) : Json()},
+                     {"configured", group.configured},
+                     {"servers", Json::array()}};
+    for (const Server &server : group.servers) {
+        document["servers"].push_back({{"index", server.index},
+                                       {"address", escaped(server.host)},
+                                       {"ports", server.ports},
+                                       {"private", server.is_private}});
+        if (!is_sound(server)) {
+            document["servers"].back()["defect"] = server.defect;
+        }
+    }
+    if (!group.number_defect.empty()) {
+        document["fault"] = group.number_defect;
+    }
+    return document;
+}
+
+std::string state_text(const Output &out, const Group &group) {
+    std::string text =
+        group.configured ? servers_text(group) : out.styled(Style::bad, "(published, not configured)");
+    if (!group.number_defect.empty()) {
+        text += (text.empty() ? "" : " ") + out.styled(Style::bad, "(number: " + group.number_defect + ")");
+    }
+    return text;
+}
+
+ExitCode list(Output &out, const GroupOptions &options) {
+    Database database;
+    Json document = {{"groups", Json::array()}};
+    std::vector<std::vector<std::string>> rows;
+    std::vector<std::string> faults;
+    for (const Protocol &protocol : kProtocols) {
+        if (!options.protocol.empty() && protocol.word != options.protocol) {
+            continue;
+        }
+        for (const Group &group : read_groups(database, protocol)) {
+            if (!options.name.empty() && group.name != options.name) {
+                continue;
+            }
+            document["groups"].push_back(group_json(group));
+            rows.push_back({protocol.word, escaped(group.name),
+                            group.number ? std::to_string(*group.number) : "-", state_text(out, group)});
+            if (!group.number_defect.empty()) {
+                faults.push_back(escaped(number_path(group)) + ": " + group.number_defect);
+            }
+        }
+    }
+    if (rows.empty() && !options.name.empty()) {
+        throw Failure(ExitCode::not_found, escaped(options.name) + ": no such server group");
+    }
+    out.result(document, [&] { out.table({"PROTOCOL", "NAME", "NUMBER", "SERVERS"}, rows); });
+    for (const std::string &fault : faults) {
+        out.note("aaactl: " + fault);
+    }
+    return faults.empty() ? ExitCode::ok : ExitCode::bad_input;
+}
+
+void add_list(Program &program, CLI::App *sg) {
+    auto options = std::make_shared<GroupOptions>();
+    CLI::App *sub = program.command(sg, "list", "Print server groups with their numbers and servers",
+                                    [options](Output &out) { return list(out, *options); });
+    sub->add_option("NAME", options->name, "Only the group of this name");
+    sub->add_option("--protocol", options->protocol, "Only groups of radius, tacacs or diameter")
+        ->check(CLI::IsMember(protocol_words()));
+    sub->footer(
+        "A group without a number (-) is not published yet: the AAA server does that, or \"sg add\". A "
+        "number that\ncannot be read is told with the rest (exit status 3).\n"
+        "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, "
+        "private}]}]}, "
+        "and\n\"fault\" or, of a server, \"defect\" where there is one\n"
+        "Example: aaactl sg list --protocol radius");
+}
+
+// ---- verify and apply
+
+struct FreeText {
+    void operator()(char *text) const { std::free(text); }
+};
+
+// The library's verdict; its reason where it gives one, else the text of its code.
+void verify(const GroupOptions &options, uint32_t operation) {
+    aaa_cfg_event_t event{};
+    event.operation = operation;
+    char *reason = nullptr;
+    uint32_t verdict = 0;
+    const cerrno rc = aaa_util_svr_grp_verify(&event, &reason, &verdict, options.name.c_str(),
+                                              protocol_named(options.protocol).number);
+    const std::unique_ptr<char, FreeText> owner(reason);
+    if (rc == AAA_OK && verdict == AAA_VERDICT_ACCEPTED) {
+        return;
+    }
+    const bool is_refusal =
+        rc == AAA_ERR_INVALID_ARG || rc == AAA_ERR_SG_NAME_OTHER_PROTOCOL || rc == AAA_ERR_SG_IN_USE;
+    throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),
+                  "server group " + escaped(options.name) +
+                      ": refused: " + escaped(reason != nullptr ? reason : cerr_strerror(rc)));
+}
+
+cerrno apply(Database &database, const GroupOptions &options, uint32_t operation, uint32_t &number) {
+    aaa_cfg_event_t event{};
+    event.operation = operation;
+    return aaa_util_svr_grp_apply(database.connection(kGroupMaps), &event, options.protocol.c_str(),
+                                  options.name.c_str(), &number);
+}
+
+// ---- add
+
+uint32_t parse_port(const std::string &text, const std::string &server) {
+    char *end = nullptr;
+    const unsigned long port =
+        text.empty() || text[0] < '0' || text[0] > '9' ? 0 : std::strtoul(text.c_str(), &end, 10);
+    if (port == 0 || port > 65535 || *end != '\0') {
+        throw Failure(ExitCode::usage, "\"" + escaped(server) + "\": a port is a number from 1 to 65535");
+    }
+    return static_cast<uint32_t>(port);
+}
+
+// HOST, HOST,PORT or, of RADIUS, HOST,AUTHENTICATION_PORT,ACCOUNTING_PORT. A server of RADIUS has both ports
+// in the end, others one or none.
+Server parse_server(const std::string &text, const Protocol &protocol) {
+    const size_t comma = std::min(text.find(','), text.size());
+    const size_t second = std::min(text.find(',', comma + 1), text.size());
+    Server server{};
+    server.host = text.substr(0, comma);
+    check_group_name(server.host);
+    if (!is_address(server.host)) {
+        throw Failure(ExitCode::usage, "\"" + escaped(server.host) + "\" is no IPv4 or IPv6 address");
+    }
+    if (comma != text.size()) {
+        server.ports.push_back(parse_port(text.substr(comma + 1, second - comma - 1), text));
+    }
+    if (second != text.size()) {
+        if (!protocol.is_radius()) {
+            throw Failure(ExitCode::usage,
+                          "\"" + escaped(text) + "\": a server of this protocol has one port");
+        }
+        server.ports.push_back(parse_port(text.substr(second + 1), text));
+    }
+    if (protocol.is_radius() && server.ports.size() < 2) {
+        const uint32_t first = server.ports.empty() ? 1812 : server.ports[0];
+        server.ports = {first, parse_port(std::to_string(first + 1), text)};
+    }
+    return server;
+}
+
+std::string hexadecimal(uint32_t number) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%x", number);
+    return text;
+}
+
+// Only in a directory's name is there a place for the port of a server that is not RADIUS.
+bool is_directory(const Protocol &protocol, const Server &server) {
+    return !protocol.is_radius() && !server.ports.empty();
+}
+
+// The index that the library gives the server, or its reason against it.
+uint32_t next_index(const GroupOptions &options, const Protocol &protocol, const Server &server) {
+    uint32_t index = 0;
+    const uint32_t is_private = options.is_private ? 1 : 0;
+    const uint32_t usual = protocol.number == AAA_KW_TACACS ? 49 : 3868;
+    const cerrno rc = protocol.is_radius()
+                          ? aaa_util_get_next_ord_index(options.name.c_str(), protocol.number, AAA_INDEX_ANY,
+                                                        &index, server.host.c_str(), server.ports[0],
+                                                        server.ports[1], 0, is_private)
+                          : aaa_util_get_next_tacacs_ord_index(
+                                options.name.c_str(), protocol.number, AAA_INDEX_ANY, &index,
+                                server.host.c_str(), server.ports.empty() ? usual : server.ports[0], 0,
+                                is_directory(protocol, server) ? 1 : 0, is_private);
+    if (rc != AAA_OK) {
+        const bool is_refusal = rc == AAA_ERR_INDEX_IN_USE;
+        throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),
+                      "server " + escaped(server.host) + ": refused: " + escaped(cerr_strerror(rc)));
+    }
+    return index;
+}
+
+std::string server_entry(const Protocol &protocol, const Server &server) {
+    return is_directory(protocol, server) ? server.host + "," + hexadecimal(server.ports[0]) + "/"
+                                          : server_text(server);
+}
+
+// The library looks for the form that the server is to have; the other one is the same server all the same.
+void check_other_form(const std::optional<Group> &group, const Protocol &protocol, const Server &server) {
+    for (const Server &stored : group ? group->servers : std::vector<Server>{}) {
+        if (!protocol.is_radius() && stored.host == server.host) {
+            throw Failure(ExitCode::negative,
+                          "server " + escaped(server.host) + ": refused: the group has it already");
+        }
+    }
+}
+
+// One index after the other, as if each server had been stored before the next was asked for.
+Changes server_changes(const GroupOptions &options, const Protocol &protocol,
+                       const std::optional<Group> &group) {
+    Changes changes;
+    std::set<std::string> hosts;
+    std::optional<uint32_t> next;
+    for (const std::string &text : options.servers) {
+        const Server server = parse_server(text, protocol);
+        const std::string entry = server_entry(protocol, server);
+        if (!hosts.insert(protocol.is_radius() ? entry : server.host).second) {
+            throw Failure(ExitCode::usage, "server " + escaped(text) + " stands there for the second time");
+        }
+        check_other_form(group, protocol, server);
+        const uint32_t index = next_index(options, protocol, server);
+        next = next ? *next + 1 : index;
+        const std::string path = group_path(protocol, options.name) +
+                                 (options.is_private ? "server-private/" : "server/") + hexadecimal(*next) +
+                                 "/" + entry;
+        if (is_directory(protocol, server)) {
+            changes.set(path, {SYSDB_TYPE_DIRECTORY, {}});
+        } else {
+            changes.expect_absent(path);
+            changes.set(path, number_item(1));
+        }
+    }
+    if (options.servers.empty()) {
+        changes.set(group_path(protocol, options.name) + "server/", {SYSDB_TYPE_DIRECTORY, {}});
+    }
+    return changes;
+}
+
+void configure(Database &database, const Changes &changes) {
+    size_t failed = 0;
+    const cerrno rc = changes.apply(database, kGroupConfig, failed);
+    if (rc != 0) {
+        throw database_failure(kGroupConfig, rc);
+    }
+}
+
+// The maps first: a number without a group is taken up by the next attempt, a group without one would not
+// work.
+ExitCode add(Output &out, const GroupOptions &options) {
+    check_group_name(options.name);
+    const Protocol &protocol = protocol_named(options.protocol);
+    Database database;
+    verify(options, AAA_CFG_OP_CREATE);
+    const auto before = read_group(database, protocol, options.name);
+    const Changes changes = server_changes(options, protocol, before);
+    uint32_t number = 0;
+    if (const cerrno rc = apply(database, options, AAA_CFG_OP_CREATE, number); rc != AAA_OK) {
+        throw Failure(database_failure("", rc).code(),
+                      "server group " + escaped(options.name) + ": refused: " + escaped(cerr_strerror(rc)));
+    }
+    try {
+        configure(database, changes);
+    } catch (const Failure &) {
+        if (!before || !before->number) {
+            apply(database, options, AAA_CFG_OP_DELETE, number);
+        }
+        throw;
+    }
+    const Group group = read_group(database, protocol, options.name).value_or(Group{});
+    out.result(group_json(group), [&] {
+        out.line(options.protocol + " " + escaped(options.name) + " " + std::to_string(number) + ": " +
+                 servers_text(group));
+    });
+    return ExitCode::ok;
+}
+
+void add_add(Program &program, CLI::App *sg) {
+    auto options = std::make_shared<GroupOptions>();
+    CLI::App *sub = program.command(sg, "add", "Create a server group, or add servers to it",
+                                    [options](Output &out) { return add(out, *options); });
+    add_protocol(sub, *options);
+    sub->add_option("SERVER", options->servers,
+                    "ADDRESS, ADDRESS,PORT or, of RADIUS, ADDRESS,AUTHENTICATION_PORT,ACCOUNTING_PORT");
+    sub->add_flag("--private", options->is_private, "The servers are the group's own");
+    sub->footer(
+        "Names and servers are refused for the reasons of the configuration process (exit status 1).\n"
+        "JSON: as of one group of \"sg list\"\nExample: aaactl sg add radius corp 192.0.2.20 "
+        "192.0.2.21,1645,1646");
+}
+
+// ---- delete
+
+// The stored entries that the words name: by host, or by host and ports.
+Changes server_deletions(const GroupOptions &options, const Group &group) {
+    Changes changes;
+    for (const std::string &text : options.servers) {
+        bool found = false;
+        for (const Server &server : group.servers) {
+            if (text == server.host || text == server.entry || text == server_text(server)) {
+                server.path.ends_with('/') ? changes.prune(server.path) : changes.erase(server.path);
+                found = true;
+            }
+        }
+        if (!found) {
+            throw Failure(ExitCode::not_found,
+                          "server group " + escaped(group.name) + " has no server " + escaped(text));
+        }
+    }
+    // Without servers the group goes on existing.
+    changes.set(group.path + "server/", {SYSDB_TYPE_DIRECTORY, {}});
+    return changes;
+}
+
+// The library gives up on a number that it cannot read, and would leave it there for ever.
+void drop_number(Database &database, const Group &group) {
+    database.remove(number_path(group));
+    const std::string map = std::string(kGroupMaps) + "sg_num_map/" + group.protocol.word + "/";
+    std::string fault;
+    for (const Entry &entry : database.entries(map)) {
+        const auto item = entry.is_directory() ? std::nullopt : database.find(map + entry.name, fault);
+        if (item && item->type == SYSDB_TYPE_STRING && text_of(*item) == group.name) {
+            database.remove(map + entry.name);
+        }
+    }
+}
+
+// The configuration first: should this end half-way, a second attempt finds the number and removes it.
+void delete_group(Database &database, const GroupOptions &options, const Group &group) {
+    verify(options, AAA_CFG_OP_DELETE);
+    Changes changes;
+    changes.prune(group.path);
+    configure(database, changes);
+    if (!group.number_defect.empty()) {
+        drop_number(database, group);
+    }
+    uint32_t number = 0;
+    const cerrno rc = apply(database, options, AAA_CFG_OP_DELETE, number);
+    if (rc != AAA_OK && rc != SYSDB_ERR_NOT_FOUND) {
+        throw database_failure(kGroupMaps, rc);
+    }
+}
+
+ExitCode remove(Output &out, const GroupOptions &options) {
+    check_group_name(options.name);
+    Database database;
+    const auto group = read_group(database, protocol_named(options.protocol), options.name);
+    if (!group) {
+        throw Failure(ExitCode::not_found,
+                      escaped(options.name) + ": no such server group of " + options.protocol);
+    }
+    if (options.servers.empty()) {
+        delete_group(database, options, *group);
+    } else {
+        configure(database, server_deletions(options, *group));
+    }
+    const auto left = read_group(database, group->protocol, group->name);
+    out.result({{"deleted", true}, {"group", left ? group_json(*left) : Json()}}, [] {});
+    return ExitCode::ok;
+}
+
+void add_delete(Program &program, CLI::App *sg) {
+    auto options = std::make_shared<GroupOptions>();
+    CLI::App *sub = program.command(sg, "delete", "Delete a server group, or servers of it",
+                                    [options](Output &out) { return remove(out, *options); });
+    add_protocol(sub, *options);
+    sub->add_option("SERVER", options->servers, "Only these: HOST, or as \"sg list\" has it");
+    sub->footer(
+        "A group that a method list names is not deleted (exit status 1).\n"
+        "JSON: {deleted, group: what is left of it, or null}\nExample: aaactl sg delete radius corp "
+        "192.0.2.21");
+}
+
+}  // namespace
+
+void add_sg(Program &program) {
+    CLI::App *sg = program.group("sg", "Show and change server groups");
+    add_list(program, sg);
+    add_add(program, sg);
+    add_delete(program, sg);
+}
+
+}  // namespace aaactl

@@ -1,0 +1,257 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Calls the database, and makes failures of its result codes that name the path
+// and what can be done.
+
+#include "database/database.hpp"
+
+#include <cstdlib>
+#include <memory>
+
+#include "platform/cerr.h"
+
+namespace aaactl {
+namespace {
+
+constexpr std::string_view kTrees[] = {"/cfg/", "/oper/"};
+
+struct FreeBlock {
+    void operator()(void *block) const { std::free(block); }
+};
+
+struct FreeList {
+    void operator()(void *list) const { sysdb_list_free(list); }
+};
+
+ExitCode exit_code(cerrno rc) {
+    switch (rc) {
+        case SYSDB_ERR_NOT_FOUND:
+            return ExitCode::not_found;
+        case SYSDB_ERR_BAD_PATH:
+        case SYSDB_ERR_PATH_TOO_LONG:
+            return ExitCode::usage;
+        case SYSDB_ERR_BAD_VALUE:
+        case SYSDB_ERR_TYPE_MISMATCH:
+        case SYSDB_ERR_VALUE_TOO_LARGE:
+            return ExitCode::bad_input;
+        case SYSDB_ERR_LIB_ABSENT:
+        case SYSDB_ERR_ACCESS:
+        case SYSDB_ERR_READ_ONLY:
+        case SYSDB_ERR_STORAGE:
+        case SYSDB_ERR_CORRUPT:
+        case SYSDB_ERR_BUSY:
+        case SYSDB_ERR_CONNECTION_LOST:
+            return ExitCode::unavailable;
+        default:
+            return exit_code_of(rc);
+    }
+}
+
+const char *hint(cerrno rc) {
+    switch (rc) {
+        case SYSDB_ERR_LIB_ABSENT:
+            return " (install a provider, or name one in AAA_SYSDB_PROVIDER)";
+        case SYSDB_ERR_ACCESS:
+        case SYSDB_ERR_READ_ONLY:
+            return " (run as root or as a member of the database's group)";
+        case SYSDB_ERR_STORAGE:
+            return " (see AAA_SYSDB_CFG_DIR and AAA_SYSDB_RUN_DIR)";
+        case SYSDB_ERR_CORRUPT:
+            return " (restore a backup)";
+        case SYSDB_ERR_BAD_PATH:
+            return " (absolute, below /cfg/ or /oper/, no empty component)";
+        default:
+            return "";
+    }
+}
+
+// Where the platform refuses what it has listed itself: which value or name somebody else has left there.
+std::string fault_or_failure(const std::string &path, cerrno rc) {
+    switch (rc) {
+        case 0:
+            return "";
+        case SYSDB_ERR_BAD_VALUE:
+            return "value does not fit its type";
+        case SYSDB_ERR_BAD_PATH:
+        case SYSDB_ERR_PATH_TOO_LONG:
+            return "name that no path can have";
+        default:
+            throw database_failure(path, rc);
+    }
+}
+
+std::vector<Entry> entries_of(sysdb_list_t list, const std::string &directory) {
+    std::vector<Entry> entries;
+    char *name = nullptr;
+    uint32_t type = 0;
+    cerrno rc;
+    while ((rc = sysdb_list_next(list, &name, &type, 0)) == 0 && name != nullptr) {
+        entries.push_back({name, type});
+    }
+    if (rc != 0 && rc != SYSDB_ERR_END_OF_LIST) {
+        throw database_failure(directory, rc);
+    }
+    return entries;
+}
+
+}  // namespace
+
+Failure database_failure(std::string_view path, cerrno rc) {
+    return {exit_code(rc), escaped(path) + ": " + escaped(cerr_strerror(rc)) + hint(rc)};
+}
+
+Database::~Database() {
+    for (const Bound &bound : bound_) {
+        _sysdb_unbind(bound.handle);
+    }
+}
+
+sysdb_conn_t Database::connection(const std::string &directory) {
+    for (const Bound &bound : bound_) {
+        if (bound.directory == directory) {
+            return bound.handle;
+        }
+    }
+    Bound bound{directory, 0};
+    const cerrno rc = _sysdb_bind(&bound.handle, directory.c_str(), SYSDB_BIND_PRIVATE);
+    if (rc != 0) {
+        throw database_failure(directory, rc);
+    }
+    bound_.push_back(bound);
+    return bound.handle;
+}
+
+Database::Place Database::place_of(const std::string &path) {
+    for (const std::string_view tree : kTrees) {
+        // A NUL would end the path for the database, and what is behind it be lost.
+        if (path.starts_with(tree) && path.find('\0') == std::string::npos) {
+            return {connection(std::string(tree)), path.c_str() + tree.size()};
+        }
+    }
+    throw database_failure(path, SYSDB_ERR_BAD_PATH);
+}
+
+cerrno Database::read_item(const std::string &path, std::optional<Item> &item) {
+    const Place place = place_of(path);
+    uint32_t type = SYSDB_TYPE_ANY;
+    void *value = nullptr;
+    uint32_t length = 0;
+    const cerrno rc = sysdb_item_get(place.conn, place.path, &type, &value, &length, 0);
+    if (rc == 0) {
+        const std::unique_ptr<void, FreeBlock> owner(value);
+        item = Item{type, std::string(static_cast<const char *>(value), length)};
+    }
+    return rc == SYSDB_ERR_NOT_FOUND ? 0 : rc;
+}
+
+std::optional<Item> Database::find(const std::string &path) {
+    std::optional<Item> item;
+    if (const cerrno rc = read_item(path, item); rc != 0) {
+        throw database_failure(path, rc);
+    }
+    return item;
+}
+
+std::optional<Item> Database::find(const std::string &path, std::string &fault) {
+    std::optional<Item> item;
+    fault = fault_or_failure(path, read_item(path, item));
+    return item;
+}
+
+Item Database::get(const std::string &path) {
+    std::optional<Item> item = find(path);
+    if (!item) {
+        throw database_failure(path, SYSDB_ERR_NOT_FOUND);
+    }
+    return *std::move(item);
+}
+
+void Database::set(const std::string &path, const Item &item) {
+    const Place place = place_of(path);
+    const cerrno rc = sysdb_item_set(place.conn, place.path, item.type, item.bytes.data(),
+                                     static_cast<uint32_t>(item.bytes.size()), 0);
+    if (rc != 0) {
+        throw database_failure(path, rc);
+    }
+}
+
+bool Database::remove(const std::string &path) {
+    const Place place = place_of(path);
+    const cerrno rc = sysdb_item_delete(place.conn, place.path, path.ends_with('/') ? SYSDB_DELETE_TREE : 0);
+    if (rc != 0 && rc != SYSDB_ERR_NOT_FOUND) {
+        throw database_failure(path, rc);
+    }
+    return rc == 0;
+}
+
+cerrno Database::read_level(const std::string &directory, std::optional<std::vector<Entry>> &entries) {
+    if (directory == "/") {
+        entries = {{"cfg/", SYSDB_TYPE_DIRECTORY}, {"oper/", SYSDB_TYPE_DIRECTORY}};
+        return 0;
+    }
+    const Place place = place_of(directory);
+    sysdb_list_t list = nullptr;
+    const cerrno rc = sysdb_list(place.conn, place.path, "", nullptr, &list, 0);
+    if (rc == 0) {
+        const std::unique_ptr<void, FreeList> owner(list);
+        entries = entries_of(list, directory);
+    }
+    return rc == SYSDB_ERR_NOT_FOUND ? 0 : rc;
+}
+
+std::optional<std::vector<Entry>> Database::list(const std::string &directory) {
+    std::optional<std::vector<Entry>> entries;
+    if (const cerrno rc = read_level(directory, entries); rc != 0) {
+        throw database_failure(directory, rc);
+    }
+    return entries;
+}
+
+std::optional<std::vector<Entry>> Database::list(const std::string &directory, std::string &fault) {
+    std::optional<std::vector<Entry>> entries;
+    fault = fault_or_failure(directory, read_level(directory, entries));
+    return entries;
+}
+
+std::vector<Entry> Database::entries(const std::string &directory) {
+    std::string fault;
+    return list(directory, fault).value_or(std::vector<Entry>{});
+}
+
+void Database::walk(const std::string &directory,
+                    const std::function<void(const std::string &, const Item &)> &visit,
+                    const std::function<void(const Unreadable &)> &unreadable) {
+    std::string fault;
+    const auto entries = unreadable ? list(directory, fault) : list(directory);
+    if (!fault.empty()) {
+        unreadable({directory, SYSDB_TYPE_DIRECTORY, fault});
+    }
+    if (!entries) {
+        return;  // gone meanwhile
+    }
+    const bool is_tree = directory == "/" || directory == kTrees[0] || directory == kTrees[1];
+    if (entries->empty() && !is_tree) {
+        visit(directory, {SYSDB_TYPE_DIRECTORY, {}});
+    }
+    for (const Entry &entry : *entries) {
+        const std::string path = directory + entry.name;
+        if (entry.is_directory()) {
+            walk(path, visit, unreadable);
+        } else if (const auto item = unreadable ? find(path, fault) : find(path)) {
+            visit(path, *item);
+        } else if (!fault.empty()) {
+            unreadable({path, entry.type, fault});
+        }
+    }
+}
+
+std::string directory_path(const std::string &path, bool root) {
+    std::string directory = path.ends_with('/') ? path : path + '/';
+    const bool in_tree = directory.starts_with(kTrees[0]) || directory.starts_with(kTrees[1]);
+    if (!in_tree && !(root && directory == "/")) {
+        throw database_failure(path, SYSDB_ERR_BAD_PATH);
+    }
+    return directory;
+}
+
+}  // namespace aaactl

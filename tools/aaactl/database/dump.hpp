@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Dumps: a directory of the system database as text or as JSON, item by item in
+// the database's own order. The text form:
+//
+//     aaactl-dump 1 /cfg/
+//     # comments and empty lines are skipped
+//     /cfg/gl/aaa/authentication/login/default tuple (10, 4, 0, 0, "corp", "", "", "")
+//     /cfg/site/limit u32 15
+//     "/cfg/site/with blank" string "text"
+//     /cfg/site/key string ********
+//     /cfg/site/empty/ directory
+//     /cfg/site/other bytes:99 0a0b
+//
+// The first line names the version and the directory, which every path lies
+// in; a dump has one tree. A path that holds a blank or a quotation mark stands
+// between quotation marks. Types, values and escapes are those of
+// sysdb_values.hpp. Eight asterisks stand for a value that was not to be seen: who
+// loads the dump keeps the one that is there. Only directories that are empty have
+// a line; others exist because something is in them. What cannot be read is told in
+// a comment.
+//
+// JSON: {"format": "aaactl-dump", "version": 1, "directory": PATH, "items":
+// [{"path", "type", "value" or "masked": true}]}, and where something cannot be
+// read "faults": [{"path", "type", "fault"}].
+
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "database/database.hpp"
+
+namespace aaactl {
+
+struct DumpItem {
+    std::string path;
+    Item item;  // of a masked one the type only
+    bool masked = false;
+    size_t line = 0;    // in the text, or the number in the JSON array
+    std::string fault;  // of a stored one: "", or why it cannot be read
+};
+
+struct Dump {
+    std::string directory;
+    std::vector<DumpItem> items;
+    bool is_json = false;
+
+    // "line 7" or "items[6]", for messages.
+    std::string place(const DumpItem &item) const;
+};
+
+// What is stored below a directory, also what cannot be read; masked unless `secrets`. Shows progress.
+Dump read_database(Output &out, Database &database, const std::string &directory, bool secrets);
+
+std::string dump_head(const std::string &directory);
+std::string dump_line(const DumpItem &item);
+Json dump_json(const Dump &dump);
+Json dump_item_json(const DumpItem &item);
+
+// Text or JSON, whichever it is. Failure(bad_input) says where it is wrong.
+Dump parse_dump(Output &out, std::string_view text);
+// The same from a file, or from standard input for "-"; messages name the file.
+Dump read_dump(Output &out, const std::string &file);
+
+// One difference between a dump and what is stored.
+struct Difference {
+    const DumpItem *dump;    // null: stored only
+    const DumpItem *stored;  // null: in the dump only
+};
+// In bytewise order of the paths; `directory` bounds what is compared.
+std::vector<Difference> compare(const Dump &dump, const Dump &stored, const std::string &directory);
+
+// How one item becomes another; null where there is none. Secrets are masked unless they are to be shown.
+struct ItemChange {
+    const DumpItem *before;
+    const DumpItem *after;
+};
+// "path", "change" (added, removed, changed), and the two items under the names given.
+Json item_change_json(const Output &out, const ItemChange &change, const char *before_name,
+                      const char *after_name);
+// Lines with '-' for what was and '+' for what is.
+void print_item_change(Output &out, const ItemChange &change);
+
+}  // namespace aaactl

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Watches the directory while it is read, to learn of changes.
+
+#include "database/snapshot.hpp"
+
+#include <utility>
+
+namespace aaactl {
+namespace {
+
+constexpr int kAttempts = 20;
+
+class ChangeWatch {
+  public:
+    ChangeWatch(Database &database, const std::string &directory) : conn_(database.connection(directory)) {
+        int32_t channel = -1;  // changes are told to connections that have one
+        if (sysdb_conn_to_coid(conn_, &channel) == 0) {
+            _sysdb_register_notification(conn_, "", SYSDB_EVENT_SET | SYSDB_EVENT_DELETE,
+                                         SYSDB_NOTIFY_CHANGES, note, &changed_, 0, nullptr, 0,
+                                         &notification_);
+        }
+    }
+    ~ChangeWatch() { sysdb_notification_unregister(conn_, notification_); }
+    ChangeWatch(const ChangeWatch &) = delete;
+    ChangeWatch &operator=(const ChangeWatch &) = delete;
+
+    // Whether something has changed since this was asked last, or not known to have.
+    bool changed() {
+        const bool told = notification_ == 0 || sysdb_dispatch(conn_) == 0;
+        return std::exchange(changed_, false) || !told;
+    }
+
+  private:
+    static int32_t note(const void *, void *changed, void *) {
+        *static_cast<bool *>(changed) = true;
+        return 0;
+    }
+
+    sysdb_conn_t conn_;
+    uint64_t notification_ = 0;
+    bool changed_ = false;
+};
+
+}  // namespace
+
+Dump read_snapshot(Output &out, Database &database, const std::string &directory, bool secrets) {
+    ChangeWatch watch(database, directory);
+    for (int attempt = 1;; ++attempt) {
+        Dump dump = read_database(out, database, directory, secrets);
+        if (!watch.changed()) {
+            return dump;
+        }
+        if (attempt == kAttempts) {
+            out.note(
+                "aaactl: " + escaped(directory) +
+                " has been changed while it was read, again and again: the items are of different times");
+            return dump;
+        }
+    }
+}
+
+}  // namespace aaactl

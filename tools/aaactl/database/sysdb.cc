@@ -1,0 +1,358 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// sysdb get, set, del, ls and tree.
+
+#include "database/sysdb.hpp"
+
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "cli/secret_input.hpp"
+
+namespace aaactl {
+namespace {
+
+constexpr size_t kMaxValue = 1024 * 1024;
+
+// ---- get
+
+ExitCode get(Output &out, const std::string &path) {
+    Database database;
+    const Item item = database.get(path);
+    out.result(item_json(out, path, item), [&] { out.line(shown_value(out, path, item, true)); });
+    return ExitCode::ok;
+}
+
+void add_get(Program &program, CLI::App *sysdb) {
+    auto path = std::make_shared<std::string>();
+    CLI::App *sub = program.command(sysdb, "get", "Print the value of one item",
+                                    [path](Output &out) { return get(out, *path); });
+    sub->add_option("PATH", *path, "The item, below /cfg/ or /oper/")->required();
+    sub->footer(
+        "JSON: {path, type, value}; \"masked\": true in place of the value of a secret.\n"
+        "Example: aaactl sysdb get /cfg/gl/aaa/authentication/login/default");
+}
+
+// ---- set
+
+struct SetOptions {
+    std::string path;
+    std::string value = "-";
+    std::string type;
+    bool allow_secret = false;
+};
+
+// As told, else as it was, else unknown.
+uint32_t type_to_set(Database &database, const SetOptions &options) {
+    if (!options.type.empty()) {
+        return type_number(options.type);
+    }
+    if (options.path.ends_with('/')) {
+        return SYSDB_TYPE_DIRECTORY;
+    }
+    if (const auto before = database.find(options.path)) {
+        return before->type;
+    }
+    throw Failure(ExitCode::usage,
+                  escaped(options.path) + ": no such item yet; say of which type it is to be with --type");
+}
+
+std::string value_to_set(const SetOptions &options) {
+    if (options.value == "-") {
+        return read_secret("Value: ", kMaxValue);
+    }
+    if (!options.allow_secret && (is_secret_path(options.path) || looks_sealed(options.value))) {
+        throw Failure(
+            ExitCode::usage,
+            "a secret does not belong on a command line, where every user can read it: leave VALUE out "
+            "and give it on standard input, or say --allow-secret-argument");
+    }
+    return options.value;
+}
+
+ExitCode set(Output &out, const SetOptions &options) {
+    Database database;
+    Item item{type_to_set(database, options), {}};
+    if (item.type == SYSDB_TYPE_DIRECTORY) {
+        directory_path(options.path);
+    } else {
+        std::string value = value_to_set(options);
+        item = item_for(options.path, item.type, [&] { return item_from_argument(item.type, value); });
+        wipe(value);
+    }
+    database.set(options.path, item);
+    out.result(item_json(out, options.path, item), [] {});
+    return ExitCode::ok;
+}
+
+void add_set(Program &program, CLI::App *sysdb) {
+    auto options = std::make_shared<SetOptions>();
+    CLI::App *sub = program.command(sysdb, "set", "Create or replace one item",
+                                    [options](Output &out) { return set(out, *options); });
+    sub->add_option("PATH", options->path, "The item; with '/' at its end, a directory to be made")
+        ->required();
+    sub->add_option("VALUE", options->value,
+                    "The value; without it, or with \"-\", it is read from standard input");
+    sub->add_option(
+           "--type", options->type,
+           "u32, string, tuple, directory or bytes:NUMBER (any other type, its value in hexadecimal); "
+           "without it the item keeps its type")
+        ->type_name("TYPE");
+    sub->add_flag("--allow-secret-argument", options->allow_secret,
+                  "Take the value of a key or password from the command line");
+    sub->footer(
+        "JSON: as of \"sysdb get\"\n"
+        "Examples: aaactl sysdb set /cfg/site/name --type string 'Building 4'\n"
+        "          aaactl sysdb set /cfg/gl/aaa/authentication/login/default --type tuple "
+        "'10,4,0,0,\"corp\",\"\",\"\",\"\"'\n"
+        "          aaactl key seal | aaactl sysdb set /cfg/site/key --type string");
+}
+
+// ---- del
+
+ExitCode del(Output &out, const std::string &path, bool recursive) {
+    Database database;
+    const bool directory = recursive || path.ends_with('/');
+    const std::string target = directory ? directory_path(path) : path;
+    if (directory && !recursive) {
+        const auto entries = database.list(target);
+        if (entries && !entries->empty()) {
+            throw Failure(
+                ExitCode::usage,
+                escaped(path) +
+                    ": a directory that is not empty; --recursive deletes it with all that is below");
+        }
+    }
+    if (!database.remove(target)) {
+        const bool is_directory = !directory && database.list(target + '/').has_value();
+        throw is_directory
+            ? Failure(ExitCode::not_found, escaped(path) + ": a directory, no item; --recursive deletes it")
+            : database_failure(path, SYSDB_ERR_NOT_FOUND);
+    }
+    out.result({{"path", escaped(target)}, {"deleted", true}}, [] {});
+    return ExitCode::ok;
+}
+
+void add_del(Program &program, CLI::App *sysdb) {
+    auto path = std::make_shared<std::string>();
+    auto recursive = std::make_shared<bool>(false);
+    CLI::App *sub = program.command(sysdb, "del", "Delete one item, or a directory",
+                                    [path, recursive](Output &out) { return del(out, *path, *recursive); });
+    sub->add_option("PATH", *path, "The item or the directory")->required();
+    sub->add_flag("-r,--recursive", *recursive,
+                  "PATH is a directory: delete it with all that is below, at once");
+    sub->footer("JSON: {path, deleted}\nExample: aaactl sysdb del --recursive /oper/aaa/gl/group-server/");
+}
+
+// ---- ls and tree
+
+// What stands there may not fit its type; that is worth seeing, not a reason to stop. At the end it is told
+// once more, for who reads the exit status only.
+struct Reading {
+    std::optional<Item> item;
+    std::string fault;
+};
+
+Reading read_entry(Database &database, const std::string &path) {
+    Reading reading;
+    reading.item = database.find(path, reading.fault);
+    return reading;
+}
+
+Json entry_json(const Output &out, const std::string &path, const Entry &entry, const Reading &reading) {
+    Json document = {{"name", escaped(entry.name)}, {"type", type_name(entry.type)}};
+    if (reading.item) {
+        Json whole = item_json(out, path, *reading.item);
+        whole.erase("path");
+        document.update(whole);
+    } else if (!reading.fault.empty()) {
+        document["fault"] = reading.fault;
+    }
+    return document;
+}
+
+std::string entry_value(const Output &out, const std::string &path, const Reading &reading) {
+    return reading.item ? shown_value(out, path, *reading.item) : out.styled(Style::bad, reading.fault);
+}
+
+struct Listed {
+    std::string path;
+    Entry entry;
+    Reading reading;
+};
+
+ExitCode note_faults(Output &out, const std::vector<Unreadable> &faults) {
+    for (const Unreadable &item : faults) {
+        out.note("aaactl: " + escaped(item.path) + ": " + item.fault);
+    }
+    return faults.empty() ? ExitCode::ok : ExitCode::bad_input;
+}
+
+void add_fault(const Listed &listed, std::vector<Unreadable> &faults) {
+    if (!listed.reading.fault.empty()) {
+        faults.push_back({listed.path, listed.entry.type, listed.reading.fault});
+    }
+}
+
+std::vector<Listed> read_level(Database &database, const std::string &directory,
+                               const std::vector<Entry> &entries, bool values) {
+    std::vector<Listed> level;
+    for (const Entry &entry : entries) {
+        const std::string path = directory + entry.name;
+        level.push_back(
+            {path, entry, values && !entry.is_directory() ? read_entry(database, path) : Reading{}});
+    }
+    return level;
+}
+
+// The level of a directory, or as for files the item itself.
+std::vector<Listed> level_of(Database &database, const std::string &path, bool values) {
+    const std::string directory = directory_path(path.empty() ? "/" : path, true);
+    if (const auto entries = database.list(directory)) {
+        return read_level(database, directory, *entries, values);
+    }
+    if (!path.ends_with('/')) {
+        const Item item = database.get(path);
+        return {{path, {path, item.type}, {item, {}}}};
+    }
+    throw database_failure(path, SYSDB_ERR_NOT_FOUND);
+}
+
+ExitCode ls(Output &out, const std::string &path, bool long_form) {
+    Database database;
+    const std::vector<Listed> level = level_of(database, path, long_form);
+    Json document = {{"path", escaped(path)}, {"entries", Json::array()}};
+    std::vector<std::vector<std::string>> rows;
+    std::vector<Unreadable> faults;
+    for (const Listed &listed : level) {
+        add_fault(listed, faults);
+        document["entries"].push_back(entry_json(out, listed.path, listed.entry, listed.reading));
+        const std::string name = out.styled(listed.entry.is_directory() ? Style::strong : Style::plain,
+                                            escaped(listed.entry.name));
+        rows.push_back(long_form
+                           ? std::vector<std::string>{type_name(listed.entry.type), name,
+                                                      listed.entry.is_directory()
+                                                          ? ""
+                                                          : entry_value(out, listed.path, listed.reading)}
+                           : std::vector<std::string>{name});
+    }
+    out.result(document, [&] { out.table({}, rows); });
+    return note_faults(out, faults);
+}
+
+void add_ls(Program &program, CLI::App *sysdb) {
+    auto path = std::make_shared<std::string>("/");
+    auto long_form = std::make_shared<bool>(false);
+    CLI::App *sub = program.command(sysdb, "ls", "List one level of a directory",
+                                    [path, long_form](Output &out) { return ls(out, *path, *long_form); });
+    sub->add_option("PATH", *path, "The directory; / without one");
+    sub->add_flag("-l,--long", *long_form, "Types and values too");
+    sub->footer(
+        "With -l: exit status 3 when a value cannot be read; the others are shown all the same.\n"
+        "JSON: {path, entries: [{name, type, with -l also value, masked or fault}]}\n"
+        "Example: aaactl sysdb ls -l /cfg/gl/aaa/authentication/login/");
+}
+
+struct Branch {
+    std::vector<std::string> lines;
+    Json entries = Json::array();
+    std::string fault;
+};
+
+void grow(Output &out, Database &database, const std::string &directory, const std::string &indent,
+          Branch &branch, std::vector<Unreadable> &faults) {
+    const std::vector<Listed> level = read_level(
+        database, directory, database.list(directory, branch.fault).value_or(std::vector<Entry>{}), true);
+    for (size_t i = 0; i < level.size(); ++i) {
+        const Listed &listed = level[i];
+        const bool last = i + 1 == level.size();
+        const std::string stem = indent + out.styled(Style::dim, last ? "└── " : "├── ");
+        const std::string name = escaped(listed.entry.name);
+        Json document = entry_json(out, listed.path, listed.entry, listed.reading);
+        add_fault(listed, faults);
+        if (!listed.entry.is_directory()) {
+            branch.lines.push_back(stem + name + out.styled(Style::dim, " = ") +
+                                   entry_value(out, listed.path, listed.reading));
+        } else {
+            Branch below;
+            grow(out, database, listed.path, indent + out.styled(Style::dim, last ? "    " : "│   "), below,
+                 faults);
+            branch.lines.push_back(stem + out.styled(Style::strong, name) + (below.fault.empty() ? "" : " ") +
+                                   out.styled(Style::bad, below.fault));
+            branch.lines.insert(branch.lines.end(), below.lines.begin(), below.lines.end());
+            document["entries"] = std::move(below.entries);
+            if (!below.fault.empty()) {
+                document["fault"] = below.fault;
+                faults.push_back({listed.path, listed.entry.type, below.fault});
+            }
+        }
+        branch.entries.push_back(std::move(document));
+    }
+}
+
+ExitCode tree(Output &out, const std::string &path) {
+    Database database;
+    const std::string directory = directory_path(path, true);
+    if (!database.list(directory)) {
+        throw database_failure(directory, SYSDB_ERR_NOT_FOUND);
+    }
+    Branch root;
+    std::vector<Unreadable> faults;
+    grow(out, database, directory, "", root, faults);
+    out.result({{"path", escaped(directory)}, {"entries", root.entries}}, [&] {
+        out.line(out.styled(Style::strong, escaped(directory)));
+        for (const std::string &line : root.lines) {
+            out.line(line);
+        }
+    });
+    return note_faults(out, faults);
+}
+
+void add_tree(Program &program, CLI::App *sysdb) {
+    auto path = std::make_shared<std::string>("/");
+    CLI::App *sub = program.command(sysdb, "tree", "Draw all that is below a directory, with values",
+                                    [path](Output &out) { return tree(out, *path); });
+    sub->add_option("PATH", *path, "The directory; / without one");
+    sub->footer(
+        "Exit status 3 when something cannot be read; the rest is shown all the same.\n"
+        "JSON: {path, entries: [{name, type, value, masked or fault, of a directory entries}]}\n"
+        "Example: aaactl sysdb tree /oper/aaa/");
+}
+
+}  // namespace
+
+Json item_json(const Output &out, const std::string &path, const Item &item) {
+    Json document = {{"path", escaped(path)}, {"type", type_name(item.type)}};
+    if (item.type == SYSDB_TYPE_DIRECTORY) {
+        return document;
+    }
+    if (!out.show_secrets() && is_secret(path, item)) {
+        document["masked"] = true;
+    } else {
+        document["value"] = value_json(item);
+    }
+    return document;
+}
+
+std::string shown_value(const Output &out, const std::string &path, const Item &item, bool plain) {
+    return !out.show_secrets() && is_secret(path, item) ? std::string(kMask) : value_text(item, plain);
+}
+
+void add_sysdb(Program &program) {
+    CLI::App *sysdb = program.group("sysdb", "Read, change and watch the system database");
+    sysdb->footer(
+        "Text is shown with \\n, \\t, \\r, \\\\ and \\xNN for what is not printable, in JSON strings too. "
+        "Values of keys and\n"
+        "passwords are masked unless --show-secrets. Files: see AAA_SYSDB_CFG_DIR and AAA_SYSDB_RUN_DIR.");
+    add_get(program, sysdb);
+    add_set(program, sysdb);
+    add_del(program, sysdb);
+    add_ls(program, sysdb);
+    add_tree(program, sysdb);
+    add_sysdb_watch(program, sysdb);
+    add_sysdb_dump(program, sysdb);
+    add_sysdb_load(program, sysdb);
+    add_sysdb_diff(program, sysdb);
+}
+
+}  // namespace aaactl

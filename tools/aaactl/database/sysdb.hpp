@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the commands on the system database share.
+
+#pragma once
+
+#include "cli/commands.hpp"
+#include "database/database.hpp"
+
+namespace aaactl {
+
+// "path", "type" and "value", or "masked": true in place of a secret value. A directory has no value.
+Json item_json(const Output &out, const std::string &path, const Item &item);
+// The value, or the mask.
+std::string shown_value(const Output &out, const std::string &path, const Item &item, bool plain = false);
+
+// Each adds its part of "sysdb"; add_sysdb() calls them.
+void add_sysdb_watch(Program &program, CLI::App *sysdb);
+void add_sysdb_dump(Program &program, CLI::App *sysdb);
+void add_sysdb_load(Program &program, CLI::App *sysdb);
+void add_sysdb_diff(Program &program, CLI::App *sysdb);
+
+}  // namespace aaactl

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The changes as the records that the database takes.
+
+#include "database/sysdb_apply.hpp"
+
+#include <algorithm>
+
+namespace aaactl {
+
+cerrno Changes::apply(Database &database, const std::string &directory, size_t &failed) const {
+    std::vector<sysdb_change_t> records;
+    records.reserve(changes_.size());
+    std::transform(changes_.begin(), changes_.end(), std::back_inserter(records), [&](const Change &change) {
+        return sysdb_change_t{change.operation, change.item.type, change.path.c_str() + directory.size(),
+                              change.item.bytes.data(), static_cast<uint32_t>(change.item.bytes.size())};
+    });
+    auto refused = static_cast<uint32_t>(records.size());
+    const cerrno rc = sysdb_apply(database.connection(directory), records.data(),
+                                  static_cast<uint32_t>(records.size()), &refused);
+    failed = refused;
+    return rc;
+}
+
+}  // namespace aaactl

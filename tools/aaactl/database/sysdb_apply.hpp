@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Several changes of the database as one: collected with absolute paths, made
+// all or not at all.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "database/database.hpp"
+#include "platform/sysdb_changes.h"
+
+namespace aaactl {
+
+class Changes {
+  public:
+    void set(const std::string &path, const Item &item) { add(SYSDB_CHANGE_SET, path, item); }
+    void expect(const std::string &path, const Item &item) { add(SYSDB_CHANGE_EXPECT, path, item); }
+    void expect_absent(const std::string &path) { add(SYSDB_CHANGE_EXPECT, path, {SYSDB_TYPE_ANY, {}}); }
+    void erase(const std::string &path) { add(SYSDB_CHANGE_DELETE, path, {}); }
+    void prune(const std::string &directory) { add(SYSDB_CHANGE_PRUNE, directory, {}); }
+    bool empty() const { return changes_.empty(); }
+
+    // The paths lie in the directory. On failure `failed` is the refused change's number, or how many there
+    // are.
+    cerrno apply(Database &database, const std::string &directory, size_t &failed) const;
+
+  private:
+    struct Change {
+        uint32_t operation;
+        std::string path;
+        Item item;
+    };
+    void add(uint32_t operation, const std::string &path, const Item &item) {
+        changes_.push_back({operation, path, item});
+    }
+
+    std::vector<Change> changes_;
+};
+
+}  // namespace aaactl

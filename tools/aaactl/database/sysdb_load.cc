@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// sysdb load: puts a dump into the database as one change, so that it is there
+// entirely or not at all, whatever happens to this process.
+
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "database/dump.hpp"
+#include "database/sysdb.hpp"
+#include "database/sysdb_apply.hpp"
+#include "platform/cerr.h"
+
+namespace aaactl {
+namespace {
+
+struct LoadOptions {
+    std::string file;
+    bool replace = false;
+    bool dry_run = false;
+};
+
+struct Counts {
+    size_t created = 0;
+    size_t changed = 0;
+    size_t deleted = 0;
+};
+
+// What the load will do; without --replace, nothing about items that the dump does not have.
+std::vector<Difference> planned(const Dump &dump, const Dump &stored, bool replace) {
+    std::vector<Difference> differences = compare(dump, stored, dump.directory);
+    if (!replace) {
+        std::erase_if(differences, [](const Difference &difference) { return difference.dump == nullptr; });
+    }
+    return differences;
+}
+
+Counts count(const std::vector<Difference> &differences) {
+    Counts counts;
+    for (const Difference &difference : differences) {
+        ++(difference.stored == nullptr ? counts.created
+           : difference.dump == nullptr ? counts.deleted
+                                        : counts.changed);
+    }
+    return counts;
+}
+
+// A masked value is the one that is stored, and is to be there still when the change is made.
+void add_masked(const Dump &dump, const DumpItem &item,
+                const std::map<std::string_view, const DumpItem *> &stored, Changes &changes) {
+    const auto found = stored.find(item.path);
+    if (found == stored.end() || found->second->item.type != item.item.type ||
+        !found->second->fault.empty()) {
+        throw Failure(
+            ExitCode::bad_input,
+            dump.place(item) + ": " + escaped(item.path) +
+                ": the value is masked, and none of its type is stored to be kept; dump with --show-secrets");
+    }
+    changes.expect(item.path, found->second->item);
+}
+
+Changes changes_of(const Dump &dump, const Dump &stored, bool replace) {
+    std::map<std::string_view, const DumpItem *> by_path;
+    for (const DumpItem &item : stored.items) {
+        by_path[item.path] = &item;
+    }
+    Changes changes;
+    for (const DumpItem &item : dump.items) {
+        if (item.masked) {
+            add_masked(dump, item, by_path, changes);
+        } else {
+            changes.set(item.path, item.item);
+        }
+    }
+    if (replace) {
+        changes.prune(dump.directory);
+    }
+    return changes;
+}
+
+// The item of the dump that a refused change was made from.
+Failure refused(const LoadOptions &options, const Dump &dump, size_t index, cerrno rc) {
+    const std::string where = (options.file == "-" ? "standard input" : escaped(options.file)) + ": ";
+    if (index >= dump.items.size()) {
+        return database_failure(where + "nothing was loaded", rc);
+    }
+    const DumpItem &item = dump.items[index];
+    const Failure failure = database_failure(item.path, rc);
+    return {failure.code() == ExitCode::usage ? ExitCode::bad_input : failure.code(),
+            where + dump.place(item) + ": " + failure.what() + "; nothing was loaded"};
+}
+
+constexpr int kAttempts = 10;  // when others change a masked value meanwhile
+
+struct Outcome {
+    Dump stored;
+    std::vector<Difference> differences;
+};
+
+Outcome load_dump(Output &out, Database &database, const LoadOptions &options, const Dump &dump) {
+    for (int attempt = 1;; ++attempt) {
+        Outcome outcome{read_database(out, database, dump.directory, true), {}};
+        outcome.differences = planned(dump, outcome.stored, options.replace);
+        const Changes changes = changes_of(dump, outcome.stored, options.replace);
+        if (options.dry_run) {
+            return outcome;
+        }
+        out.progress("Storing " + std::to_string(dump.items.size()) + " items");
+        size_t failed = 0;
+        const cerrno rc = changes.apply(database, dump.directory, failed);
+        if (rc == 0) {
+            return outcome;
+        }
+        if (rc != SYSDB_ERR_CONFLICT || attempt == kAttempts) {
+            throw refused(options, dump, failed, rc);
+        }
+    }
+}
+
+ExitCode load(Output &out, const LoadOptions &options) {
+    const Dump dump = read_dump(out, options.file);
+    Database database;
+    const Outcome outcome = load_dump(out, database, options, dump);
+    const Counts counts = count(outcome.differences);
+    Json document = {{"directory", escaped(dump.directory)},
+                     {"items", dump.items.size()},
+                     {"created", counts.created},
+                     {"changed", counts.changed},
+                     {"deleted", counts.deleted},
+                     {"loaded", !options.dry_run}};
+    if (options.dry_run) {
+        document["differences"] = Json::array();
+        for (const Difference &difference : outcome.differences) {
+            document["differences"].push_back(
+                item_change_json(out, {difference.stored, difference.dump}, "before", "after"));
+        }
+    }
+    out.result(document, [&] {
+        for (const Difference &difference :
+             options.dry_run ? outcome.differences : std::vector<Difference>{}) {
+            print_item_change(out, {difference.stored, difference.dump});
+        }
+        out.line(std::string(options.dry_run ? "would be " : "") + "created " +
+                 std::to_string(counts.created) + ", changed " + std::to_string(counts.changed) +
+                 ", deleted " + std::to_string(counts.deleted) + " of " + std::to_string(dump.items.size()) +
+                 " items");
+    });
+    return ExitCode::ok;
+}
+
+}  // namespace
+
+void add_sysdb_load(Program &program, CLI::App *sysdb) {
+    auto options = std::make_shared<LoadOptions>();
+    CLI::App *sub = program.command(sysdb, "load", "Put a dump into the database, all of it or nothing",
+                                    [options](Output &out) { return load(out, *options); });
+    sub->add_option("FILE", options->file, "The dump, text or JSON; - for standard input")->required();
+    sub->add_flag("--replace", options->replace,
+                  "Delete what is in the dump's directory and not in the dump");
+    sub->add_flag("--dry-run", options->dry_run, "Check, and print what would be changed");
+    sub->footer(
+        "JSON: {directory, items, created, changed, deleted, loaded, differences with --dry-run:\n"
+        "[{path, change: added|removed|changed, before, after}]}, each of these two\n{type, value, masked or "
+        "fault}\n"
+        "Example: aaactl sysdb load --replace --dry-run backup");
+}
+
+}  // namespace aaactl

@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// sysdb watch: prints changes as they happen.
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "database/sysdb.hpp"
+
+namespace aaactl {
+namespace {
+
+// SIGINT and SIGTERM as something that can be polled for, so that a watch ends between two events.
+class EndSignals {
+  public:
+    EndSignals() {
+        sigset_t set;
+        sigemptyset(&set);
+        sigaddset(&set, SIGINT);
+        sigaddset(&set, SIGTERM);
+        sigprocmask(SIG_BLOCK, &set, nullptr);
+        fd_ = signalfd(-1, &set, SFD_CLOEXEC);
+        if (fd_ < 0) {
+            throw Failure(ExitCode::failed,
+                          std::string("signals cannot be waited for: ") + std::strerror(errno));
+        }
+    }
+    ~EndSignals() { close(fd_); }
+    EndSignals(const EndSignals &) = delete;
+    EndSignals &operator=(const EndSignals &) = delete;
+    int fd() const { return fd_; }
+
+  private:
+    int fd_ = -1;
+};
+
+class Watch {
+  public:
+    Watch(Output &out, uint64_t limit) : out_(out), limit_(limit) {}
+
+    void add(const std::string &tree, const std::string &path) {
+        const sysdb_conn_t conn = database_.connection(tree);
+        sources_.push_back(std::make_unique<Source>(Source{this, tree, path, 0}));
+        const cerrno rc = _sysdb_register_notification(
+            conn, path.c_str() + tree.size(), SYSDB_EVENT_SET | SYSDB_EVENT_DELETE, SYSDB_NOTIFY_CHANGES,
+            changed, sources_.back().get(), 0, nullptr, 0, &sources_.back()->notification);
+        if (rc != 0) {
+            throw database_failure(path, rc);
+        }
+    }
+
+    uint64_t run(const std::string &what) {
+        const EndSignals signals;
+        std::vector<pollfd> ready{{signals.fd(), POLLIN, 0}};
+        std::vector<sysdb_conn_t> conns{0};
+        for (const auto &source : sources_) {
+            join(database_.connection(source->tree), conns, ready);
+        }
+        while (seen_ < limit_ && !out_.is_lost()) {
+            out_.progress("Watching " + escaped(what) + ", changes so far: " + std::to_string(seen_) +
+                          " (Control-C ends)");
+            if (poll(ready.data(), ready.size(), -1) < 0 && errno != EINTR) {
+                throw Failure(ExitCode::failed, std::string("waiting failed: ") + std::strerror(errno));
+            }
+            if (ready[0].revents != 0) {
+                break;
+            }
+            dispatch(conns, ready);
+        }
+        out_.end_progress();
+        return seen_;
+    }
+
+  private:
+    struct Source {
+        Watch *watch;
+        std::string tree;
+        std::string path;
+        uint64_t notification;
+    };
+
+    static void join(sysdb_conn_t conn, std::vector<sysdb_conn_t> &conns, std::vector<pollfd> &ready) {
+        if (std::find(conns.begin(), conns.end(), conn) != conns.end()) {
+            return;
+        }
+        int32_t channel = -1;
+        const cerrno rc = sysdb_conn_to_coid(conn, &channel);
+        if (rc != 0) {
+            throw database_failure("the channel of changes", rc);
+        }
+        conns.push_back(conn);
+        ready.push_back({channel, POLLIN, 0});
+    }
+
+    void dispatch(const std::vector<sysdb_conn_t> &conns, const std::vector<pollfd> &ready) {
+        for (size_t i = 1; i < conns.size(); ++i) {
+            const cerrno rc = ready[i].revents != 0 ? sysdb_dispatch(conns[i]) : 0;
+            if (rc != 0) {
+                throw database_failure("the channel of changes", rc);
+            }
+        }
+    }
+
+    // Called from C: nothing may be thrown through it. What can be is exhausted memory, which ends the
+    // program.
+    static int32_t changed(const void *record, void *source, void *) noexcept {
+        const auto &from = *static_cast<const Source *>(source);
+        from.watch->print(from, *static_cast<const sysdb_notification_t *>(record));
+        return 0;
+    }
+
+    // A directory's own path in place of an item's: what has happened is not known any more.
+    static const char *event_name(const Source &source, const sysdb_notification_t &change) {
+        if (change.operation != SYSDB_EVENT_DELETE && source.tree + change.path == source.path &&
+            source.path.ends_with('/')) {
+            return "reread";
+        }
+        return change.operation == SYSDB_EVENT_CREATE   ? "create"
+               : change.operation == SYSDB_EVENT_DELETE ? "delete"
+                                                        : "set";
+    }
+
+    void print(const Source &source, const sysdb_notification_t &change) {
+        if (seen_ == limit_) {
+            return;
+        }
+        ++seen_;
+        const std::string path = source.tree + change.path;
+        const char *event = event_name(source, change);
+        Json document = {{"event", event}, {"path", escaped(path)}, {"revision", change.revision}};
+        std::string text = std::string(event) + " " + escaped(path);
+        if (change.operation != SYSDB_EVENT_DELETE && change.datatype != SYSDB_TYPE_DIRECTORY) {
+            add_value(path,
+                      {change.datatype, std::string(static_cast<const char *>(change.value), change.length)},
+                      document, text);
+        }
+        out_.end_progress();
+        out_.event(document, [&] { out_.line(text); });
+    }
+
+    // Another process may store bytes that do not fit their type.
+    void add_value(const std::string &path, const Item &item, Json &document, std::string &text) {
+        try {
+            document.update(item_json(out_, path, item));
+            text += " " + type_name(item.type) + " " + shown_value(out_, path, item);
+        } catch (const Failure &failure) {
+            document["fault"] = failure.what();
+            text += std::string(" ") + failure.what();
+        }
+    }
+
+    Output &out_;
+    uint64_t limit_;
+    uint64_t seen_ = 0;
+    std::vector<std::unique_ptr<Source>> sources_;
+    Database database_;  // unbound first: no callback outlives its source
+};
+
+// Without '/' at its end the path may be an item's and a directory's at the same time.
+void add_path(Watch &watch, const std::string &path) {
+    const std::string directory = directory_path(path, true);
+    for (const char *tree : {"/cfg/", "/oper/"}) {
+        if (directory == "/") {
+            watch.add(tree, tree);
+        } else if (directory.starts_with(tree)) {
+            watch.add(tree, directory);
+            if (!path.ends_with('/') && directory != tree) {
+                watch.add(tree, path);
+            }
+        }
+    }
+}
+
+struct WatchOptions {
+    std::string path = "/";
+    uint64_t count = UINT64_MAX;
+};
+
+ExitCode watch(Output &out, const WatchOptions &options) {
+    Watch watch(out, options.count);
+    add_path(watch, options.path);
+    watch.run(options.path);
+    return ExitCode::ok;
+}
+
+}  // namespace
+
+void add_sysdb_watch(Program &program, CLI::App *sysdb) {
+    auto options = std::make_shared<WatchOptions>();
+    CLI::App *sub = program.command(sysdb, "watch", "Print changes as they happen, until Control-C",
+                                    [options](Output &out) { return watch(out, *options); });
+    sub->add_option("PATH", options->path, "An item, or a directory with all that is below; / without one");
+    sub->add_option("-n,--count", options->count, "End after so many changes")
+        ->check(CLI::Range(uint64_t{1}, uint64_t{UINT32_MAX}));
+    sub->footer(
+        "Several quick changes of one item may be shown as one, the last state always is. \"reread\": more "
+        "has changed\n"
+        "than the database remembers.\n"
+        "JSON, one document a line: {event: create|set|delete|reread, path, revision, type, value, masked or "
+        "fault}\n"
+        "Example: aaactl sysdb watch --json /cfg/gl/aaa/");
+}
+
+}  // namespace aaactl

@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Searches of the dictionary, and the attributes whose values are secret.
+
+#include "dictionary/attributes.hpp"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+
+namespace aaactl {
+namespace {
+
+// The dictionary has no mark for secrets; this is the list. What a user typed in
+// answer to a prompt (AAA_DATA_ATTR) and what a peer computed from a password
+// count too.
+constexpr uint32_t kSecrets[] = {
+    AAA_DATA_ATTR,
+    AAA_OUTBOUND_CHAP_DATA_ATTR,
+    AAA_OUTBOUND_MSCHAP_DATA_ATTR,
+    AAA_CHAP_RESPONSE_ATTR,
+    AAA_INBOUND_CHAP_DATA_ATTR,
+    AAA_PASSWORD_ATTR,
+    AAA_CHAP_PASSWD_ATTR,
+    AAA_CHAP_CHALL_ATTR,
+    AAA_TUNNEL_PASS_ATTR,
+    AAA_ARAP_PASSWORD_ATTR,
+    AAA_ARAP_SECURITY_DATA_ATTR,
+    AAA_CONFIG_TOKEN_ATTR,
+    AAA_EAP_MESSAGE_ATTR,
+    AAA_ARAP_CHAL_RESP_ATTR,
+    AAA_ASND_CHANGE_PASSWD_ATTR,
+    AAA_ASND_USER_ACCT_KEY_ATTR,
+    AAA_ASND_SESS_SVR_KEY_ATTR,
+    AAA_ASND_HOME_AGENT_PWD_ATTR,
+    AAA_ASND_TOKEN_NOW_ATTR,
+    AAA_ASND_ARA_PW_ATTR,
+    AAA_ASND_SEND_SECRET_ATTR,
+    AAA_ASND_RECV_SECRET_ATTR,
+    AAA_ASND_SEND_PASSWD_ATTR,
+    AAA_ACC_TUNNEL_SECRET,
+    AAA_ACC_DIALOUT_AUTH_PASSWORD,
+    AAA_ACC_ACE_TOKEN,
+    AAA_VS_RAD_SVR_SECRET,
+    AAA_VS1_GW_PASSWORD,
+    AAA_VS1_L2TP_TUNNEL_PASSWORD,
+    AAA_VS1_NAS_PASSWORD,
+    AAA_VS1_SEND_SECRET,
+    AAA_VS1_SESSION_KEY,
+    AAA_VS1_TUNNEL_PASSWORD,
+    AAA_VS1_KEY_EXCHANGE,
+    AAA_CDMA_PRESHARED_SECRET,
+    AAA_INBOUND_MSCHAP_DATA_ATTR,
+    AAA_MSCHAP_RESPONSE_ATTR,
+    AAA_MSCHAP_CPW1_ATTR,
+    AAA_MSCHAP_CPW2_ATTR,
+    AAA_MSCHAP_LM_ENC_PW_ATTR,
+    AAA_MSCHAP_NT_ENC_PW_ATTR,
+    AAA_MSCHAP_CHALLENGE_ATTR,
+};
+
+std::string upper(std::string_view text) {
+    std::string result(text);
+    std::transform(result.begin(), result.end(), result.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return result;
+}
+
+std::optional<uint32_t> type_named(std::string_view name) {
+    for (const aaa_table_row_t &row : aaa_table) {
+        if (row.name != nullptr && name == row.name) {
+            return row.type;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<uint64_t> number_of(std::string_view text) {
+    const bool hexadecimal = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const std::string_view digits = text.substr(hexadecimal ? 2 : 0);
+    uint64_t value = 0;
+    const char *end = digits.data() + digits.size();
+    const auto [stop, error] = std::from_chars(digits.data(), end, value, hexadecimal ? 16 : 10);
+    return digits.empty() || error != std::errc{} || stop != end ? std::nullopt : std::optional(value);
+}
+
+const aaa_table_row_t *attribute_row(uint32_t type) {
+    return type < AAA_TABLE_ROWS && aaa_table[type].name != nullptr ? &aaa_table[type] : nullptr;
+}
+
+std::string attribute_name(uint32_t type) {
+    const aaa_table_row_t *row = attribute_row(type);
+    return row != nullptr ? row->name : "";
+}
+
+std::optional<uint32_t> attribute_type(std::string_view name_or_number) {
+    if (const auto number = number_of(name_or_number)) {
+        return *number <= UINT32_MAX ? std::optional(static_cast<uint32_t>(*number)) : std::nullopt;
+    }
+    const std::string name = upper(name_or_number);
+    for (const std::string &form : {name, "AAA_" + name, name + "_ATTR", "AAA_" + name + "_ATTR"}) {
+        if (const auto type = type_named(form)) {
+            return type;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string_view format_name(uint32_t format) {
+    return format < format_names().size() ? std::string_view(format_names()[format]) : "unknown";
+}
+
+const std::vector<std::string> &format_names() {
+    static const std::vector<std::string> names{"string", "integer", "binary", "address"};
+    return names;
+}
+
+bool travels_as_number(uint32_t type) {
+    // The row of a type without an attribute counts too: it has a format.
+    const uint32_t format =
+        type <= AAA_ATTR_MAX ? aaa_attribute_format(static_cast<int32_t>(type)) : UINT32_MAX;
+    return format == AAA_FORMAT_INTEGER || format == AAA_FORMAT_IPADDR;
+}
+
+bool is_secret(uint32_t type) {
+    return type == AAA_ATTR_MAX ||
+           std::find(std::begin(kSecrets), std::end(kSecrets), type) != std::end(kSecrets);
+}
+
+}  // namespace aaactl

@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// err: what a result code means and what to do about it.
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "aaa/result_codes.h"
+#include "cli/commands.hpp"
+#include "dictionary/attributes.hpp"
+#include "platform/cerr.h"
+
+namespace aaactl {
+namespace {
+
+// The codes of the table of texts have enumerators but for index 0.
+constexpr cerrno kEndOfTable = AAA_ERR_END_OF_LIST;
+
+struct Advice {
+    const char *name;
+    cerrno code;
+    bool by_library;
+    const char *cause;
+    const char *remedy;
+};
+
+constexpr Advice kAdvice[] = {
+#define AAACTL_ADVICE(name, by_library, cause, remedy) {#name, name, by_library != 0, cause, remedy},
+#include "dictionary/result_code_advice.def"
+};
+
+static_assert(std::size(kAdvice) == AAA_ERR_TABLE_ROWS + 7, "a row for every code");
+static_assert(kAdvice[AAA_ERR_TABLE_ROWS - 1].code == kEndOfTable,
+              "the rows stand in the order of the table");
+
+const Advice *advice_for(cerrno code) {
+    const auto found = std::find_if(std::begin(kAdvice), std::end(kAdvice),
+                                    [&](const Advice &row) { return row.code == code; });
+    return found != std::end(kAdvice) ? found : nullptr;
+}
+
+std::string upper(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return text;
+}
+
+const Advice *advice_named(const std::string &name) {
+    const std::string wanted = upper(name);
+    for (const Advice &row : kAdvice) {
+        if (wanted == row.name || "AAA_" + wanted == row.name || "AAA_ERR_" + wanted == row.name) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+// Programs print codes as %d too, and so as negative numbers.
+std::optional<cerrno> code_of(const std::string &text) {
+    const bool negative = text.starts_with('-');
+    const auto number = number_of(std::string_view(text).substr(negative ? 1 : 0));
+    if (!number || *number > (negative ? uint64_t{1} << 31 : uint64_t{UINT32_MAX})) {
+        return std::nullopt;
+    }
+    return static_cast<cerrno>(negative ? 0 - *number : *number);
+}
+
+std::string hexadecimal(cerrno code) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08x", static_cast<unsigned>(code));
+    return text;
+}
+
+// What the layout of a code says, see aaa/result_codes.h.
+std::string severity(cerrno code) {
+    const uint32_t severity_class = code >> 30;
+    return severity_class == 2   ? "error"
+           : severity_class == 0 ? "status"
+                                 : "class " + std::to_string(severity_class);
+}
+
+uint32_t facility(cerrno code) {
+    return code >> 15 & 0x3fffu;
+}
+
+uint32_t index_of(cerrno code) {
+    return code >> 9 & 0x3fu;
+}
+
+// The host knows texts of every facility; the library's own are at hand even
+// where it has not registered them.
+std::string text_of(cerrno code) {
+    const bool own = facility(code) == AAA_FACILITY && index_of(code) < AAA_ERR_TABLE_ROWS;
+    return escaped(own ? cerr_data.table[index_of(code)].text : cerr_strerror(code));
+}
+
+Json document_of(cerrno code) {
+    const Advice *advice = advice_for(code);
+    Json document{{"code", code}, {"hex", hexadecimal(code)}};
+    document["name"] = advice != nullptr ? Json(advice->name) : Json();
+    document["text"] = text_of(code);
+    document["severity"] = severity(code);
+    document["facility"] = facility(code);
+    document["index"] = index_of(code);
+    if (advice != nullptr) {
+        document["by_library"] = advice->by_library;
+        document["cause"] = advice->cause;
+        document["remedy"] = advice->remedy;
+    }
+    return document;
+}
+
+std::string origin(cerrno code, const Advice *advice) {
+    if (advice != nullptr && (code == AAA_OK || facility(code) == AAA_FACILITY)) {
+        return advice->by_library ? "this library" : "AAA servers and clients; this library never returns it";
+    }
+    return facility(code) == 0 ? "the operating system (errno)"
+                               : severity(code) + ", facility " + std::to_string(facility(code));
+}
+
+void print(Output &out, cerrno code) {
+    const Advice *advice = advice_for(code);
+    std::vector<std::vector<std::string>> rows{
+        {"code", hexadecimal(code) + " (" + std::to_string(code) + ")"},
+        {"name", advice != nullptr ? advice->name : "(none)"},
+        {"text", text_of(code)},
+        {"from", origin(code, advice)}};
+    if (advice != nullptr) {
+        rows.push_back({"cause", advice->cause});
+        rows.push_back({"remedy", advice->remedy});
+    }
+    out.table({}, rows);
+}
+
+cerrno asked_for(const std::string &text) {
+    if (const Advice *advice = advice_named(text)) {
+        return advice->code;
+    }
+    if (const auto code = code_of(text)) {
+        return *code;
+    }
+    throw Failure(ExitCode::not_found, "'" + escaped(text) + "' is no result code and no name of one");
+}
+
+ExitCode explain(const std::vector<std::string> &texts, Output &out) {
+    std::vector<cerrno> codes;
+    std::transform(texts.begin(), texts.end(), std::back_inserter(codes), asked_for);
+    Json document{{"codes", Json::array()}};
+    for (const cerrno code : codes) {
+        document["codes"].push_back(document_of(code));
+    }
+    out.result(document, [&] {
+        for (size_t i = 0; i < codes.size(); ++i) {
+            if (i != 0) {
+                out.line("");
+            }
+            print(out, codes[i]);
+        }
+    });
+    return ExitCode::ok;
+}
+
+ExitCode list(Output &out) {
+    Json document{{"codes", Json::array()}};
+    std::vector<std::vector<std::string>> rows;
+    for (const Advice &row : kAdvice) {
+        document["codes"].push_back(document_of(row.code));
+        rows.push_back({hexadecimal(row.code), row.name, text_of(row.code)});
+    }
+    out.result(document, [&] { out.table({"code", "name", "text"}, rows); });
+    return ExitCode::ok;
+}
+
+}  // namespace
+
+void add_err(Program &program) {
+    auto texts = std::make_shared<std::vector<std::string>>();
+    auto all = std::make_shared<bool>(false);
+    CLI::App *sub =
+        program.command(&program.app, "err", "Say what a result code means", [texts, all](Output &out) {
+            if (*all == !texts->empty()) {
+                throw Failure(ExitCode::usage,
+                              *all ? "--list takes no codes" : "a code, a name or --list is needed");
+            }
+            return *all ? list(out) : explain(*texts, out);
+        });
+    sub->add_option("CODE", *texts, "Code (decimal, 0x..., also negative) or name; AAA_ERR_ may be left out");
+    sub->add_flag("--list", *all, "List every code of the library");
+    sub->footer(
+        "Codes of other facilities get their text from the platform.\n"
+        "JSON: {codes: [{code, hex, name, text, severity, facility, index, by_library, cause, remedy}]};\n"
+        "the last three are the library's codes' only.\n\n"
+        "  aaactl err 0xa2462e00\n  aaactl err sg_in_use AAA_ERR_TIMEOUT");
+}
+
+}  // namespace aaactl

@@ -1,0 +1,217 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// key check, seal and trim. A clear key is read from standard input or typed
+// without echo, and is shown with --show-secrets only.
+
+#include "keys/key.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "aaa/result_codes.h"
+#include "aaa/server_keys.h"
+#include "cli/secret_input.hpp"
+#include "keys/sealed_keys.hpp"
+
+namespace aaactl {
+namespace {
+
+constexpr size_t kLongestClear = 4096;
+constexpr size_t kLongestSealed = 2 * kLongestClear + 256;
+
+// A string that is wiped when it goes out of scope.
+class Secret {
+  public:
+    explicit Secret(std::string text) : text_(std::move(text)) {
+        if (text_.find('\0') != std::string::npos) {
+            wipe(text_);
+            throw Failure(ExitCode::bad_input, "the key holds a NUL");
+        }
+    }
+    ~Secret() { wipe(text_); }
+    Secret(const Secret &) = delete;
+    Secret &operator=(const Secret &) = delete;
+
+    char *data() { return text_.data(); }
+    const std::string &text() const { return text_; }
+
+  private:
+    std::string text_;
+};
+
+// ---- check
+
+struct Verdict {
+    std::optional<uint32_t> generation;  // of a text that has the form
+    bool known = false;                  // the file has that generation
+    bool newest = false;
+    bool valid = false;
+    SecretText clear;
+};
+
+Verdict examine(Secret &sealed) {
+    Verdict verdict;
+    verdict.generation = sealed_generation(sealed.text());
+    const auto masters = master_keys();
+    if (!verdict.generation) {
+        return verdict;
+    }
+    verdict.known = std::any_of(masters.begin(), masters.end(),
+                                [&](const auto &key) { return key.generation == *verdict.generation; });
+    verdict.newest = masters.back().generation == *verdict.generation;
+    verdict.valid = verdict.known && validate_encrypted_password(sealed.data()) == AAA_OK;
+    verdict.clear = verdict.valid ? open_key(sealed.text()) : nullptr;
+    return verdict;
+}
+
+Json verdict_json(const Output &out, const Verdict &verdict) {
+    Json document = {{"valid", verdict.valid},
+                     {"well_formed", verdict.generation.has_value()},
+                     {"generation", verdict.generation ? Json(*verdict.generation) : Json()},
+                     {"generation_known", verdict.known},
+                     {"newest", verdict.newest}};
+    if (verdict.clear != nullptr && out.show_secrets()) {
+        document["key"] = escaped(verdict.clear.get());
+    }
+    return document;
+}
+
+std::string verdict_text(const Verdict &verdict) {
+    if (!verdict.generation) {
+        return "no sealed key: two digits and hexadecimal digits, an even number of them, are expected";
+    }
+    const std::string generation = "generation " + generation_text(*verdict.generation);
+    if (!verdict.known) {
+        return "cannot be opened: there is no master key of " + generation;
+    }
+    if (!verdict.valid) {
+        return "cannot be opened: changed, cut, sealed with another master key of " + generation +
+               ", or not printable";
+    }
+    return "valid, " + generation + (verdict.newest ? ", the newest" : ", not the newest");
+}
+
+ExitCode check(Output &out, const std::string &argument) {
+    Secret sealed(argument == "-" ? read_secret("Sealed key: ", kLongestSealed) : argument);
+    const Verdict verdict = examine(sealed);
+    out.result(verdict_json(out, verdict), [&] {
+        out.line(out.styled(verdict.valid ? Style::good : Style::bad, verdict_text(verdict)));
+        if (verdict.clear != nullptr && out.show_secrets()) {
+            out.line(escaped(verdict.clear.get()));
+        }
+    });
+    return verdict.valid ? ExitCode::ok : ExitCode::negative;
+}
+
+void add_check(Program &program, CLI::App *key) {
+    auto text = std::make_shared<std::string>("-");
+    CLI::App *sub = key_command(program, key, "check", "Tell whether a sealed key can be opened here",
+                                [text](Output &out) { return check(out, *text); });
+    sub->add_option("TEXT", *text,
+                    "The sealed key; without it, or with \"-\", it is read from standard input");
+    sub->footer(
+        "The clear key is shown with --show-secrets only. Exit status 1: it cannot be used.\n"
+        "JSON: {valid, well_formed, generation, generation_known, newest, key with --show-secrets}\n"
+        "Example: aaactl sysdb get --show-secrets /cfg/site/key | aaactl key check");
+}
+
+// ---- seal
+
+// Typed twice: what is not seen is easily mistyped.
+std::string read_clear_key() {
+    std::string first = read_secret("Key: ", kLongestClear);
+    if (isatty(STDIN_FILENO) == 1) {
+        std::string second = read_secret("Once more: ", kLongestClear);
+        const bool same = first == second;
+        wipe(second);
+        if (!same) {
+            wipe(first);
+            throw Failure(ExitCode::bad_input, "the two are not the same");
+        }
+    }
+    return first;
+}
+
+ExitCode seal(Output &out) {
+    const Secret clear(read_clear_key());
+    const std::string sealed = seal_key(clear.text().c_str());
+    const char last = clear.text().back();
+    if (last == ' ' || last == '\t' || last == '\r' || last == '\n') {
+        out.note("aaactl: the key ends in white space; \"aaactl key trim\" removes it");
+    }
+    out.result({{"sealed", sealed}, {"generation", *sealed_generation(sealed)}}, [&] { out.line(sealed); });
+    return ExitCode::ok;
+}
+
+void add_seal(Program &program, CLI::App *key) {
+    CLI::App *sub = key_command(program, key, "seal", "Seal a clear key from standard input", seal);
+    sub->footer(
+        "JSON: {sealed, generation}\nExample: aaactl key seal | aaactl sysdb set /cfg/site/key --type "
+        "string");
+}
+
+// ---- trim
+
+ExitCode trim(Output &out, bool clear) {
+    Secret key(read_secret("Key: ", clear ? kLongestClear : kLongestSealed));
+    if (!clear && !sealed_generation(key.text())) {
+        throw Failure(ExitCode::bad_input, "no sealed key; a clear one is trimmed with --clear");
+    }
+    const std::string before = key.text();
+    const SecretText trimmed(aaa_util_truncate_whitespace_in_server_key(key.data(), clear ? 0 : 1));
+    if (trimmed == nullptr) {
+        throw Failure(ExitCode::bad_input,
+                      clear ? "nothing but white space"
+                            : "cannot be opened or sealed again, or nothing but white space");
+    }
+    const bool changed = before != trimmed.get();
+    Json document = {{"trimmed", changed}};
+    if (!clear || out.show_secrets()) {
+        document["key"] = escaped(trimmed.get());
+    } else {
+        document["masked"] = true;
+    }
+    out.result(document, [&] { out.line(clear ? out.secret(trimmed.get()) : std::string(trimmed.get())); });
+    return ExitCode::ok;
+}
+
+void add_trim(Program &program, CLI::App *key) {
+    auto clear = std::make_shared<bool>(false);
+    CLI::App *sub =
+        key_command(program, key, "trim", "Remove white space from the end of a sealed key's clear text",
+                    [clear](Output &out) { return trim(out, *clear); });
+    sub->add_flag("--clear", *clear, "Standard input has a clear key; shown with --show-secrets only");
+    sub->footer(
+        "A key that does not end in white space stays as it is, not even sealed again.\n"
+        "JSON: {trimmed, key or masked}\nExample: aaactl key trim <sealed");
+}
+
+}  // namespace
+
+CLI::App *key_command(Program &program, CLI::App *key, const std::string &name, const std::string &help,
+                      Action run) {
+    auto file = std::make_shared<std::string>();
+    CLI::App *sub = program.command(key, name, help, [file, run = std::move(run)](Output &out) {
+        log_to_standard_error();
+        if (!file->empty()) {
+            setenv("AAA_MASTER_KEYS", file->c_str(), 1);
+        }
+        return run(out);
+    });
+    sub->add_option("--file", *file,
+                    "The file of master keys; AAA_MASTER_KEYS, else /etc/aaa/master.keys, without it");
+    return sub;
+}
+
+void add_key(Program &program) {
+    CLI::App *key = program.group("key", "Check, seal and trim server keys; make and retire the master keys");
+    add_check(program, key);
+    add_seal(program, key);
+    add_trim(program, key);
+    add_key_masters(program, key);
+}
+
+}  // namespace aaactl

@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the commands on keys share.
+
+#pragma once
+
+#include <string>
+
+#include "cli/commands.hpp"
+
+namespace aaactl {
+
+// A command of "key": with --file, and with its log lines on standard error.
+CLI::App *key_command(Program &program, CLI::App *key, const std::string &name, const std::string &help,
+                      Action run);
+
+// masters, new-master, rotate, reseal and retire; add_key() calls it.
+void add_key_masters(Program &program, CLI::App *key);
+
+}  // namespace aaactl

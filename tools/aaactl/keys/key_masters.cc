@@ -1,0 +1,296 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// key masters, new-master, rotate, reseal and retire: the life of master keys.
+
+#include <algorithm>
+#include <ctime>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "keys/key.hpp"
+#include "keys/sealed_keys.hpp"
+
+namespace aaactl {
+namespace {
+
+constexpr cerrno kNoGeneration = 0xa2581600u;  // as platform/control.h has it
+
+std::string file_name() {
+    return escaped(aaa_platform_master_keys_path());
+}
+
+std::string time_text(int64_t seconds) {
+    const auto when = static_cast<time_t>(seconds);
+    tm utc{};
+    char text[32];
+    const bool told = seconds != 0 && gmtime_r(&when, &utc) != nullptr &&
+                      std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc) != 0;
+    return told ? text : "";
+}
+
+// ---- masters
+
+ExitCode masters(Output &out) {
+    Json document = {{"file", file_name()}, {"masters", Json::array()}};
+    std::vector<std::vector<std::string>> rows;
+    for (const auto &key : master_keys()) {
+        const std::string created = time_text(key.created);
+        document["masters"].push_back({{"generation", key.generation},
+                                       {"created", created.empty() ? Json() : Json(created)},
+                                       {"newest", key.newest != 0}});
+        rows.push_back({generation_text(key.generation), created.empty() ? "unknown" : created,
+                        key.newest != 0 ? "in use" : ""});
+    }
+    out.result(document, [&] { out.table({"GENERATION", "CREATED", ""}, rows); });
+    return ExitCode::ok;
+}
+
+void add_masters(Program &program, CLI::App *key) {
+    CLI::App *sub =
+        key_command(program, key, "masters", "List the generations of the master key, oldest first", masters);
+    sub->footer(
+        "JSON: {file, masters: [{generation, created, newest}]}; no key is shown\nExample: aaactl key "
+        "masters");
+}
+
+// ---- new-master
+
+ExitCode new_master(Output &out) {
+    const cerrno rc = aaa_platform_master_keys_create(nullptr);
+    if (rc != 0) {
+        throw master_keys_failure(rc);
+    }
+    out.result({{"file", file_name()}, {"generation", master_keys().back().generation}}, [&] {
+        out.line(file_name() + ": created, generation " + generation_text(master_keys().back().generation));
+    });
+    return ExitCode::ok;
+}
+
+void add_new_master(Program &program, CLI::App *key) {
+    CLI::App *sub =
+        key_command(program, key, "new-master", "Make a file of master keys with one random key", new_master);
+    sub->footer(
+        "A file that is there already is left alone; see \"rotate\".\nJSON: {file, generation}\nExample: "
+        "aaactl key new-master");
+}
+
+// ---- rotate and reseal
+
+// The members "resealed" and, where there are any, "faults".
+void add_resealed(Json &document, const Resealed &result) {
+    document["resealed"] = Json::array();
+    for (const std::string &path : result.changed) {
+        document["resealed"].push_back(escaped(path));
+    }
+    for (const LeftKey &key : result.left) {
+        document["faults"].push_back({{"path", escaped(key.path)}, {"fault", key.fault}});
+    }
+}
+
+void print_resealed(Output &out, const Resealed &result) {
+    for (const std::string &path : result.changed) {
+        out.line(escaped(path) + ": sealed again");
+    }
+}
+
+std::string fault_text(const LeftKey &key) {
+    return escaped(key.path) + ": " + key.fault;
+}
+
+// What cannot be read weighs more than what cannot be opened: nobody knows what it is.
+ExitCode worst(const std::vector<LeftKey> &left) {
+    const bool unreadable = std::any_of(left.begin(), left.end(),
+                                        [](const LeftKey &key) { return key.code == ExitCode::bad_input; });
+    return left.empty() ? ExitCode::ok : unreadable ? ExitCode::bad_input : ExitCode::negative;
+}
+
+ExitCode note_left(Output &out, const std::vector<LeftKey> &left) {
+    for (const LeftKey &key : left) {
+        out.note("aaactl: " + fault_text(key) + "; it is left as it is");
+    }
+    return worst(left);
+}
+
+void add_word(std::string &words, const std::string &word) {
+    words += (words.empty() ? "" : ", ") + word;
+}
+
+// Before a new generation is made: keys that cannot be opened are a sign of the wrong file of master keys.
+void refuse_left(const std::vector<LeftKey> &left) {
+    std::string faults;
+    for (const LeftKey &key : left) {
+        add_word(faults, fault_text(key));
+    }
+    if (!left.empty()) {
+        throw Failure(
+            worst(left),
+            faults + "; nothing was changed (\"key rotate\" alone, then \"key reseal\" does the others)");
+    }
+}
+
+// What fails half-way says what was done before.
+Failure half_done(const Failure &failure, const Json &document, const std::string &rotated,
+                  const Resealed &result) {
+    std::string done = rotated;
+    for (const std::string &path : result.changed) {
+        add_word(done, escaped(path) + " was sealed again");
+    }
+    return done.empty() ? failure
+                        : Failure(failure.code(), std::string(failure.what()) + "; before that " + done)
+                              .with(document);
+}
+
+uint32_t rotate_masters() {
+    uint32_t generation = 0;
+    const cerrno rc = aaa_platform_master_keys_rotate(nullptr, &generation);
+    if (rc != 0) {
+        throw master_keys_failure(rc);
+    }
+    return generation;
+}
+
+ExitCode rotate(Output &out, const std::vector<std::string> &paths) {
+    Json document = {{"file", file_name()}, {"generation", Json()}};
+    Resealed result;
+    std::string rotated;
+    const auto add_master = [&](const std::vector<LeftKey> &left) {
+        refuse_left(left);
+        const uint32_t generation = rotate_masters();
+        document["generation"] = generation;
+        rotated = "generation " + generation_text(generation) + " was added";
+    };
+    try {
+        paths.empty() ? add_master({}) : reseal(paths, add_master, result);
+    } catch (const Failure &failure) {
+        add_resealed(document, result);
+        throw half_done(failure, document, rotated, result);
+    }
+    add_resealed(document, result);
+    out.result(document, [&] {
+        out.line(file_name() + ": new keys are sealed with generation " +
+                 generation_text(document["generation"]));
+        print_resealed(out, result);
+    });
+    return note_left(out, result.left);  // one that was changed meanwhile
+}
+
+void add_rotate(Program &program, CLI::App *key) {
+    auto paths = std::make_shared<std::vector<std::string>>();
+    CLI::App *sub = key_command(program, key, "rotate", "Add a random master key, to seal with from now on",
+                                [paths](Output &out) { return rotate(out, *paths); });
+    sub->add_option(
+           "--reseal", *paths,
+           "Seal the keys that the database has at or below these paths with it, as one change for each tree")
+        ->type_name("PATH...");
+    sub->footer(
+        "With --reseal every key is read and opened first; if one cannot be, nothing is done, not even a "
+        "master key\nadded. Exit status 1: one cannot be opened; 3: one cannot be read.\n"
+        "JSON: {file, generation, resealed: [path], faults: [{path, fault}] if any}\n"
+        "Example: aaactl key rotate --reseal /cfg/");
+}
+
+ExitCode reseal_stored(Output &out, const std::vector<std::string> &paths) {
+    Json document;
+    Resealed result;
+    try {
+        reseal(
+            paths, [](const std::vector<LeftKey> &) {}, result);
+    } catch (const Failure &failure) {
+        add_resealed(document, result);
+        throw half_done(failure, document, "", result);
+    }
+    add_resealed(document, result);
+    out.result(document, [&] { print_resealed(out, result); });
+    return note_left(out, result.left);
+}
+
+void add_reseal(Program &program, CLI::App *key) {
+    auto paths = std::make_shared<std::vector<std::string>>();
+    CLI::App *sub = key_command(program, key, "reseal",
+                                "Seal stored keys of earlier generations with the newest master key",
+                                [paths](Output &out) { return reseal_stored(out, *paths); });
+    sub->add_option("PATH", *paths, "Items and directories of the database")->required();
+    sub->footer(
+        "One that cannot be read or opened is named and left as it is; the others are sealed again all the "
+        "same, those\nof one tree (/cfg/, /oper/) as one change. Exit status 1: one cannot be opened; 3: one "
+        "cannot be read.\n"
+        "JSON: {resealed: [path], faults: [{path, fault}] if any}\nExample: aaactl key reseal /cfg/");
+}
+
+// ---- retire
+
+struct RetireOptions {
+    uint32_t generation = 0;
+    bool force = false;
+};
+
+// The keys of the database that could no longer be opened, and what may be such a key: all are named at once.
+void check_unused(uint32_t generation) {
+    Database database;
+    std::string users;
+    std::string unreadable;
+    for (const char *tree : {"/cfg/", "/oper/"}) {
+        const SealedItems found = find_sealed(database, tree);
+        for (const SealedItem &item : found.items) {
+            if (item.generation == generation) {
+                add_word(users, escaped(item.path));
+            }
+        }
+        for (const Unreadable &item : found.unreadable) {
+            add_word(unreadable, escaped(item.path) + " (" + item.fault + ")");
+        }
+    }
+    const std::string which = "generation " + generation_text(generation);
+    const std::string doubt =
+        unreadable.empty() ? "" : " may be needed by what cannot be read: " + unreadable;
+    if (!users.empty()) {
+        throw Failure(ExitCode::negative, which + " is needed by " + users + "; see \"aaactl key reseal\"" +
+                                              (doubt.empty() ? "" : "; it" + doubt));
+    }
+    if (!doubt.empty()) {
+        throw Failure(ExitCode::bad_input, which + doubt + "; mend or delete that, or say --force");
+    }
+}
+
+ExitCode retire(Output &out, const RetireOptions &options) {
+    if (!options.force) {
+        check_unused(options.generation);
+    }
+    const cerrno rc = aaa_platform_master_keys_retire(nullptr, options.generation);
+    if (rc != 0) {
+        throw rc == kNoGeneration ? Failure(ExitCode::not_found, file_name() + ": there is no generation " +
+                                                                     generation_text(options.generation))
+                                  : master_keys_failure(rc);
+    }
+    out.result({{"file", file_name()}, {"retired", options.generation}}, [&] {
+        out.line(file_name() + ": generation " + generation_text(options.generation) + " is gone");
+    });
+    return ExitCode::ok;
+}
+
+void add_retire(Program &program, CLI::App *key) {
+    auto options = std::make_shared<RetireOptions>();
+    CLI::App *sub =
+        key_command(program, key, "retire", "Remove an earlier master key that no stored key needs",
+                    [options](Output &out) { return retire(out, *options); });
+    sub->add_option("GENERATION", options->generation, "Its number, 0 to 99")
+        ->required()
+        ->check(CLI::Range(0, 99));
+    sub->add_flag("--force", options->force, "Do not look for keys in the database that need it");
+    sub->footer(
+        "Exit status 1: stored keys need it; 3: something cannot be read that may be such a key. Keys that "
+        "are kept\nelsewhere are not found: what was sealed with this generation is lost.\n"
+        "JSON: {file, retired}\nExample: aaactl key retire 1");
+}
+
+}  // namespace
+
+void add_key_masters(Program &program, CLI::App *key) {
+    add_masters(program, key);
+    add_new_master(program, key);
+    add_rotate(program, key);
+    add_reseal(program, key);
+    add_retire(program, key);
+}
+
+}  // namespace aaactl

@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Finds sealed keys, opens them, and replaces them only if no one has changed
+// them meanwhile.
+
+#include "keys/sealed_keys.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+
+#include "database/sysdb_apply.hpp"
+#include "platform/cerr.h"
+#include "platform/cipher.h"
+
+namespace aaactl {
+namespace {
+
+constexpr int kReversible = 7;
+constexpr int kAttempts = 10;  // when others change keys meanwhile
+constexpr cerrno kKeysUnusable = 0xa2581000u;
+
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+struct Opened {
+    SealedItem item;
+    SecretText clear;
+};
+
+// Nothing but a text is a sealed key; an item that has lost its type may have been one.
+bool may_hold_key(uint32_t type) {
+    return type == SYSDB_TYPE_STRING || type == SYSDB_TYPE_DIRECTORY || type == SYSDB_TYPE_ANY;
+}
+
+// Without '/' at its end a path may be an item's and a directory's at the same time.
+bool may_be_item(const std::string &path) {
+    return !path.ends_with('/') && path != "/cfg" && path != "/oper";
+}
+
+SealedItems find_all(Database &database, const std::vector<std::string> &paths) {
+    std::map<std::string, SealedItem> items;  // each once, though paths may overlap
+    std::map<std::string, Unreadable> unreadable;
+    for (const std::string &path : paths) {
+        const SealedItems found = find_sealed(database, path);
+        for (const SealedItem &item : found.items) {
+            items.emplace(item.path, item);
+        }
+        for (const Unreadable &item : found.unreadable) {
+            unreadable.emplace(item.path, item);
+        }
+    }
+    SealedItems all;
+    std::transform(items.begin(), items.end(), std::back_inserter(all.items),
+                   [](const auto &entry) { return entry.second; });
+    std::transform(unreadable.begin(), unreadable.end(), std::back_inserter(all.unreadable),
+                   [](const auto &entry) { return entry.second; });
+    return all;
+}
+
+std::vector<Opened> open_all(Database &database, const std::vector<std::string> &paths,
+                             std::vector<LeftKey> &left) {
+    const SealedItems found = find_all(database, paths);
+    left.clear();
+    for (const Unreadable &item : found.unreadable) {
+        left.push_back({item.path, item.fault, ExitCode::bad_input});
+    }
+    std::vector<Opened> opened;
+    for (const SealedItem &item : found.items) {
+        if (SecretText clear = open_key(item.text)) {
+            opened.push_back({item, std::move(clear)});
+        } else {
+            left.push_back({item.path, "the key cannot be opened with the master keys", ExitCode::negative});
+        }
+    }
+    return opened;
+}
+
+// What was read is expected to be there still: a key that somebody has entered meanwhile is not overwritten.
+cerrno store(Database &database, const std::vector<Opened> &opened, const std::string &tree,
+             std::vector<std::string> &changed) {
+    const uint32_t newest = master_keys().back().generation;
+    Changes changes;
+    std::vector<std::string> paths;
+    for (const auto &[item, clear] : opened) {
+        if (item.path.starts_with(tree) && item.generation != newest) {
+            changes.expect(item.path, text_item(item.text));
+            changes.set(item.path, text_item(seal_key(clear.get())));
+            paths.push_back(item.path);
+        }
+    }
+    size_t failed = 0;
+    const cerrno rc = changes.empty() ? 0 : changes.apply(database, tree, failed);
+    if (rc == 0) {
+        changed.insert(changed.end(), paths.begin(), paths.end());
+    }
+    return rc;
+}
+
+}  // namespace
+
+void WipeText::operator()(char *text) const {
+    explicit_bzero(text, std::strlen(text));
+    std::free(text);
+}
+
+void log_to_standard_error() {
+    setenv("AAA_LOG", "stderr", 0);
+}
+
+Failure master_keys_failure(cerrno rc) {
+    const bool unavailable =
+        rc == kKeysUnusable || (rc & 0x80000000u) == 0;  // an errno value has no severity
+    return {unavailable ? ExitCode::unavailable : ExitCode::failed,
+            escaped(aaa_platform_master_keys_path()) + ": " + escaped(cerr_strerror(rc))};
+}
+
+std::vector<aaa_platform_master_key_t> master_keys() {
+    std::array<aaa_platform_master_key_t, AAA_PLATFORM_MASTER_KEYS_MAX> keys{};
+    uint32_t count = 0;
+    const cerrno rc = aaa_platform_master_keys_list(nullptr, keys.data(), keys.size(), &count);
+    if (rc != 0) {
+        throw master_keys_failure(rc);
+    }
+    return {keys.begin(), keys.begin() + std::min<uint32_t>(count, keys.size())};
+}
+
+std::optional<uint32_t> sealed_generation(const std::string &text) {
+    const bool formed = text.size() >= 4 && text.size() % 2 == 0 && is_digit(text[0]) && is_digit(text[1]) &&
+                        std::all_of(text.begin(), text.end(),
+                                    [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; });
+    if (!formed) {
+        return std::nullopt;
+    }
+    return static_cast<uint32_t>((text[0] - '0') * 10 + (text[1] - '0'));
+}
+
+std::string seal_key(const char *clear) {
+    const std::unique_ptr<char, decltype(&std::free)> sealed(pw_encrypt(clear, kReversible), &std::free);
+    if (sealed == nullptr) {
+        throw Failure(ExitCode::unavailable,
+                      "the key cannot be sealed with " + escaped(aaa_platform_master_keys_path()));
+    }
+    return sealed.get();
+}
+
+SecretText open_key(const std::string &sealed) {
+    return SecretText(pw_decrypt(sealed.c_str(), kReversible));
+}
+
+SealedItems find_sealed(Database &database, const std::string &path) {
+    SealedItems found;
+    const auto visit = [&](const std::string &at, const Item &item) {
+        if (item.type == SYSDB_TYPE_STRING && looks_sealed(text_of(item))) {
+            const std::string text = text_of(item);
+            found.items.push_back({at, text, sealed_generation(text).value_or(0)});
+        }
+    };
+    const auto unreadable = [&](const Unreadable &item) {
+        if (may_hold_key(item.type)) {
+            found.unreadable.push_back(item);
+        }
+    };
+    const std::string directory = directory_path(path);
+    bool exists = database.list(directory).has_value();
+    if (may_be_item(path)) {
+        std::string fault;
+        if (const auto item = database.find(path, fault)) {
+            visit(path, *item);
+            exists = true;
+        } else if (!fault.empty()) {
+            unreadable({path, SYSDB_TYPE_ANY, fault});
+            exists = true;
+        }
+    }
+    if (!exists) {
+        throw database_failure(path, SYSDB_ERR_NOT_FOUND);
+    }
+    database.walk(directory, visit, unreadable);
+    return found;
+}
+
+void reseal(const std::vector<std::string> &paths,
+            const std::function<void(const std::vector<LeftKey> &)> &before_sealing, Resealed &result) {
+    Database database;
+    std::vector<Opened> opened = open_all(database, paths, result.left);
+    before_sealing(result.left);
+    for (const char *tree : {"/cfg/", "/oper/"}) {
+        for (int attempt = 1;; ++attempt) {
+            const cerrno rc = store(database, opened, tree, result.changed);
+            if (rc == 0) {
+                break;
+            }
+            if (rc != SYSDB_ERR_CONFLICT || attempt == kAttempts) {
+                throw database_failure(tree, rc);
+            }
+            opened = open_all(database, paths, result.left);
+        }
+    }
+}
+
+std::string generation_text(uint32_t generation) {
+    return (generation < 10 ? "0" : "") + std::to_string(generation);
+}
+
+}  // namespace aaactl

@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// From bytes to parts, by a kind that is named or found out: each one is tried,
+// and the first that fits to the last byte is taken.
+
+#include <algorithm>
+
+#include "cli/output.hpp"
+#include "message/message_reader.hpp"
+
+namespace aaactl {
+namespace {
+
+constexpr KindHelp kHelp[] = {
+    {"auto", "whichever fits: a packed list, a session packet, a request, a reply"},
+    {"list", "a packed list"},
+    {"request", "a request of a classic message: header, blocks, list"},
+    {"config", "the same, of types 17 to 23 only"},
+    {"server-connect", "the server's side of connect"},
+    {"server-disconnect", "the server's side of disconnect"},
+    {"reply", "whichever reply fits; its header does not tell"},
+    {"reply-generic", "reply to authentication, authorization and most others"},
+    {"reply-async-authentication", "reply to the asynchronous form; no list"},
+    {"reply-async-authorization", "the same, its status in host order"},
+    {"reply-accounting", "reply to accounting, ping, ikepost and disconnect"},
+    {"reply-callback", "reply to get callback"},
+    {"reply-config", "reply to a configuration message"},
+    {"reply-connect", "reply to connect"},
+    {"reply-data", "reply to get task map and user group"},
+    {"session", "a session packet, request or response, and its list"},
+    {"session-request", "a session request and its list"},
+    {"session-response", "a session response and its list"},
+};
+
+Message read_as(std::string_view bytes, const Kind &kind) {
+    Reader reader(bytes, kind.name);
+    kind.read(reader);
+    return reader.take();
+}
+
+bool whole(const Message &message) {
+    if (message.fault || message.parts.empty()) {
+        return false;
+    }
+    const auto *last = std::get_if<Bytes>(&message.parts.back().content);
+    return last == nullptr || last->name != "trailing";
+}
+
+// A list with a fault must not pass for a request, whose texts may be anything:
+// its secrets would be shown as such.
+bool looks_like_list(std::string_view bytes) {
+    const auto zero = [&](size_t at, size_t size) {
+        return bytes.substr(at, size).find_first_not_of('\0') == std::string_view::npos;
+    };
+    if (bytes.size() < kListHeader) {
+        return false;
+    }
+    return network_word(bytes, 0) == bytes.size() ||
+           (!zero(0, 4) && zero(0, 1) && zero(8, 16) && zero(55, 1));
+}
+
+// A key of 0 is a request's, and types with data have the same size both ways.
+bool is_session_response_first(std::string_view bytes) {
+    return bytes.size() >= 8 && host_word(bytes, 0) == 16 && host_word(bytes, 4) != 0;
+}
+
+// How far a reading that failed got is how well the kind fits.
+bool better(const Message &candidate, const Message &best) {
+    if (candidate.fault.has_value() != best.fault.has_value()) {
+        return !candidate.fault;
+    }
+    return candidate.fault && candidate.fault->offset > best.fault->offset;
+}
+
+// Nothing fits, so what was taken for a block or a text may be anything.
+void hide_bytes(Message &message) {
+    for (Part &part : message.parts) {
+        if (auto *bytes = std::get_if<Bytes>(&part.content)) {
+            bytes->leftover = true;
+        }
+    }
+}
+
+Message read_group(std::string_view bytes, std::string_view group) {
+    std::vector<Kind> candidates;
+    for (const Kind &kind : kinds()) {
+        if (group == "auto" ? kind.detected : group == kind.group) {
+            candidates.push_back(kind);
+        }
+    }
+    if (is_session_response_first(bytes)) {
+        std::stable_partition(candidates.begin(), candidates.end(), [](const Kind &kind) {
+            return std::string_view(kind.name) == "session-response";
+        });
+    }
+    std::optional<Message> best;
+    for (const Kind &kind : candidates) {
+        Message message = read_as(bytes, kind);
+        if (whole(message)) {
+            return message;
+        }
+        if (!best || better(message, *best)) {
+            best = std::move(message);
+        }
+    }
+    if (best->fault) {
+        hide_bytes(*best);
+    }
+    return std::move(*best);
+}
+
+}  // namespace
+
+std::span<const KindHelp> message_kinds() {
+    return kHelp;
+}
+
+Message read_message(std::string_view bytes, std::string_view kind) {
+    for (const Kind &known : kinds()) {
+        if (kind == known.name) {
+            return read_as(bytes, known);
+        }
+    }
+    if (kind != "auto" && kind != "reply" && kind != "session") {
+        throw Failure(ExitCode::bad_input, "no kind of message is called '" + escaped(kind) + "'");
+    }
+    return read_group(bytes, kind == "auto" && looks_like_list(bytes) ? "list" : kind);
+}
+
+}  // namespace aaactl

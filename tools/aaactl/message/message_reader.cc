@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The cursor, and lists. Whether a list is well-formed is the library's
+// decision; where and why it is not is found out here.
+
+#include "message/message_reader.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "aaa/checked.h"
+#include "cli/output.hpp"
+
+namespace aaactl {
+namespace {
+
+constexpr size_t kPairHead = 16;
+constexpr size_t kMostPairs = 65535;
+
+// What the library says about the bytes as a packed list.
+cerrno verdict(std::string_view bytes) {
+    avlist *list = nullptr;
+    const cerrno made = aaa_avpair_create_list(nullptr, &list);
+    if (made != AAA_OK) {
+        throw Failure("cannot check the list", made);
+    }
+    const std::unique_ptr<avlist, void (*)(avlist *)> owner(list, aaa_avpair_free_list);
+    return aaa_avpair_unpack_msg_checked(list, bytes.data(), bytes.size());
+}
+
+}  // namespace
+
+uint32_t network_word(std::string_view bytes, size_t at) {
+    uint32_t value = 0;
+    for (size_t i = 0; i < 4; ++i) {
+        value = value << 8 | static_cast<unsigned char>(bytes[at + i]);
+    }
+    return value;
+}
+
+uint32_t host_word(std::string_view bytes, size_t at) {
+    uint32_t value = 0;
+    std::memcpy(&value, bytes.data() + at, sizeof value);
+    return value;
+}
+
+std::string count_of(size_t n, const char *what) {
+    return std::to_string(n) + " " + what + (n == 1 ? "" : "s");
+}
+
+bool is_whole_list(std::string_view bytes) {
+    return bytes.size() >= kListHeader && network_word(bytes, 0) == bytes.size() && verdict(bytes) == AAA_OK;
+}
+
+// A list tells where it ends and readers ignore what is behind; nothing else does.
+void Reader::end() {
+    if (ok() && std::holds_alternative<List>(message_.parts.back().content)) {
+        leftover("trailing", left());
+    } else if (left() != 0) {
+        fail(at_, count_of(left(), "byte") + " too many", AAA_ERR_INVALID_MSG_SIZE);
+    }
+}
+
+void Reader::check_header(size_t begin, uint32_t total) {
+    const size_t available = bytes_.size() - begin;
+    if (total < kListHeader || total > available || total % 4 != 0) {
+        fail(begin,
+             "total length " + std::to_string(total) +
+                 (total < kListHeader ? ", at least 56 is needed"
+                  : total % 4 != 0    ? " is not a multiple of 4"
+                                      : ", but there are only " + count_of(available, "byte")),
+             AAA_ERR_INVALID_MSG_SIZE);
+    }
+    if (bytes_.substr(begin + 24, 31).find('\0') == std::string_view::npos) {
+        fail(begin + 24, "the name of the list has no end", AAA_ERR_AVPAIR_PROCESSING);
+    }
+}
+
+// One pair, which has to end at `end` at the latest.
+bool Reader::pair(Pair &pair, size_t end) {
+    if (end - at_ < kPairHead) {
+        fail(at_, "a pair's head needs 16 bytes, there are " + std::to_string(end - at_),
+             AAA_ERR_AVPAIR_PROCESSING);
+        return false;
+    }
+    pair.offset = at_;
+    pair.type = network_word(bytes_, at_);
+    pair.tag = network_word(bytes_, at_ + 4);
+    pair.flags = network_word(bytes_, at_ + 12);
+    const size_t length = network_word(bytes_, at_ + 8);
+    const size_t padding = (4 - length % 4) % 4;
+    if (length + padding > end - at_ - kPairHead) {
+        fail(at_ + 8,
+             "the value of a pair of type " + std::to_string(pair.type) + " has a length of " +
+                 std::to_string(length) + ", but there are only " + count_of(end - at_ - kPairHead, "byte"),
+             AAA_ERR_AVPAIR_PROCESSING);
+        return false;
+    }
+    at_ += kPairHead;
+    pair.value = next(length);
+    pair.padding = next(padding);
+    return true;
+}
+
+void Reader::pairs(std::vector<Pair> &pairs, size_t end) {
+    while (at_ < end) {
+        Pair next_pair;
+        if (!pair(next_pair, end)) {
+            return;
+        }
+        pairs.push_back(std::move(next_pair));
+    }
+}
+
+void Reader::check_count(size_t begin, const List &list) {
+    const size_t live = list.live();
+    const bool counted = list.header.number("count") != 0;
+    if (counted != (live != 0)) {
+        fail(begin + 6,
+             counted ? "the count is not zero, but there is no live pair"
+                     : "the count is zero, but not the number of live pairs, " + std::to_string(live),
+             AAA_ERR_AVPAIR_PROCESSING);
+    } else if (!list.pairs.empty() && list.pairs.back().deleted()) {
+        fail(list.pairs.back().offset, "the last pair is a deleted one", AAA_ERR_AVPAIR_PROCESSING);
+    } else if (live > kMostPairs) {
+        fail(begin + 6, "more pairs than a list can count", AAA_ERR_AVPAIR_PROCESSING);
+    }
+}
+
+// Reads on behind a fault in the header as far as that is safe: pairs are
+// bounded by what is there, whatever the header says.
+void Reader::list() {
+    if (!has(kListHeader, "a list's header")) {
+        return;
+    }
+    const size_t begin = at_;
+    List list = empty_list();
+    list.header.bytes = next(kListHeader);
+    const uint32_t total = static_cast<uint32_t>(list.header.number("total"));
+    check_header(begin, total);
+    const size_t end = std::min<size_t>(bytes_.size(), begin + std::max<size_t>(total, kListHeader));
+    pairs(list.pairs, end);
+    if (ok()) {
+        check_count(begin, list);
+    }
+    const cerrno library = verdict(bytes_.substr(begin));
+    if (ok() && library != AAA_OK) {
+        fail(begin, "the library refuses the list", library);
+    }
+    message_.parts.push_back({begin, std::move(list)});
+}
+
+}  // namespace aaactl
