@@ -21,8 +21,9 @@ extern "C" {
 namespace aaactl {
 namespace {
 
-constexpr size_t kBareHeader = 20;    // a classic reply to accounting may be no more
-constexpr size_t kStatusHeader = 24;  // any other: the result follows
+constexpr size_t kBareHeader =
+    offsetof(aaa_reply_hdr_t, status);  // a classic reply to accounting may be no more
+constexpr size_t kStatusHeader = offsetof(aaa_reply_hdr_t, second);  // any other: the result follows
 
 Failure malformed(const std::string &socket, size_t offset, const std::string &why) {
     return {ExitCode::bad_input,
@@ -55,7 +56,7 @@ Head session_head(const std::string &socket, const transport_msg_t &msg, uint32_
         throw malformed(socket, msg.len, "it ends inside the packet's " + std::to_string(size) + " bytes");
     }
     cerrno result = AAA_OK;
-    std::memcpy(&result, msg.u.bytes + offsetof(aaa_sess_response_t, u) + 4, sizeof result);
+    std::memcpy(&result, msg.u.bytes + offsetof(aaa_sess_response_t, u.word[1]), sizeof result);
     return {size, result};
 }
 
@@ -68,7 +69,7 @@ Head classic_head(const std::string &socket, const transport_msg_t &msg, uint32_
         return {kBareHeader, AAA_OK};
     }
     cerrno result = AAA_OK;
-    std::memcpy(&result, msg.u.bytes + kBareHeader, sizeof result);
+    std::memcpy(&result, msg.u.bytes + offsetof(aaa_reply_hdr_t, status), sizeof result);
     return {kStatusHeader, ntohl(result)};
 }
 

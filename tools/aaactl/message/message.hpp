@@ -26,6 +26,13 @@
 
 namespace aaactl {
 
+inline constexpr size_t kListHeader = sizeof(avlist);  // what opens a packed list
+
+// Bytes that follow a value of this length, so that the next pair begins at a multiple of 4.
+constexpr size_t padding_of(size_t length) {
+    return (4 - length % 4) % 4;
+}
+
 // ---- Records: fixed layouts -----------------------------------------------------
 
 enum class FieldForm { number, network, bytes, text };

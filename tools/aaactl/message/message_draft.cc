@@ -19,10 +19,6 @@ uint64_t most_of(const Field &field) {
     return field.size >= 8 ? UINT64_MAX : (uint64_t{1} << (8u * field.size)) - 1;
 }
 
-size_t pad_of(size_t length) {
-    return (4 - length % 4) % 4;
-}
-
 // Bytes of the part behind, which the length in a record counts.
 size_t bytes_behind(const std::vector<Part> &parts, size_t part, std::string_view name) {
     const auto *bytes = part + 1 < parts.size() ? std::get_if<Bytes>(&parts[part + 1].content) : nullptr;
@@ -71,10 +67,10 @@ void Draft::pair(Pair pair) {
         list();
     }
     if (pair.padding.empty()) {
-        pair.padding.assign(pad_of(pair.value.size()), '\0');
-    } else if (pair.padding.size() != pad_of(pair.value.size())) {
+        pair.padding.assign(padding_of(pair.value.size()), '\0');
+    } else if (pair.padding.size() != padding_of(pair.value.size())) {
         throw Refused{"a value of " + std::to_string(pair.value.size()) + " bytes has " +
-                      std::to_string(pad_of(pair.value.size())) + " bytes of padding, not " +
+                      std::to_string(padding_of(pair.value.size())) + " bytes of padding, not " +
                       std::to_string(pair.padding.size())};
     }
     std::get<List>(message_.parts.back().content).pairs.push_back(std::move(pair));
@@ -142,7 +138,7 @@ void Draft::complete_list(size_t part) {
     auto &list = std::get<List>(message_.parts[part].content);
     size_t total = list.header.bytes.size();
     for (const Pair &pair : list.pairs) {
-        total += 16 + pair.value.size() + pair.padding.size();
+        total += sizeof(avpair_t) + pair.value.size() + pair.padding.size();
     }
     default_number(part, list.header, "total", total);
     default_number(part, list.header, "count", list.live() & 0xffff);

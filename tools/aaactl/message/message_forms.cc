@@ -4,14 +4,19 @@
 
 #include <algorithm>
 
+#include "aaa/messages.h"
 #include "aaa/names.h"
+#include "aaa/session_packets.h"
 #include "message/message_reader.hpp"
 
 namespace aaactl {
 namespace {
 
-constexpr size_t kFullPacket = 336;  // a request record has room for every type
-constexpr size_t kMostData = 255;
+constexpr size_t kFullPacket = sizeof(aaa_sess_request_t);  // a request record has room for every type
+constexpr size_t kMostData = sizeof(aaa_sess_type_data_t::bytes);
+constexpr size_t kTypeAt = offsetof(aaa_req_hdr_t, type);
+constexpr size_t kShortestRequest = offsetof(aaa_req_hdr_t, param);
+constexpr size_t kBlock = 64;   // the sender's own, which the library does not interpret
 constexpr uint32_t kLast = 26;  // the highest type that has session packets
 
 // ---- Classic messages -----------------------------------------------------------
@@ -28,7 +33,7 @@ void read_connect(Reader &reader) {
     }
     const size_t length = header->number("text1_length");
     if (length > reader.left()) {
-        reader.fail(64,
+        reader.fail(offsetof(aaa_conn_msg_t, str1_len),
                     "the first text has a length of " + std::to_string(length) + ", but there are only " +
                         count_of(reader.left(), "byte"),
                     AAA_ERR_INVALID_MSG_SIZE);
@@ -67,14 +72,14 @@ void read_with_list(Reader &reader) {
 
 void read_with_block(Reader &reader) {
     reader.record("request-40");
-    reader.bytes("block", 64);
+    reader.bytes("block", kBlock);
     reader.list();
     reader.end();
 }
 
 void read_update(Reader &reader) {
     reader.record("request-40");
-    reader.bytes("block", 64);
+    reader.bytes("block", kBlock);
     reader.bytes("session", 4);
     reader.list();
     reader.end();
@@ -114,28 +119,28 @@ ReadFunction request_form(uint32_t type) {
 }
 
 void read_request(Reader &reader) {
-    if (reader.left() < 32) {
+    if (reader.left() < kShortestRequest) {
         read_plain(reader);  // says what is missing
         return;
     }
-    const uint32_t type = host_word(reader.rest(), 20);
+    const uint32_t type = host_word(reader.rest(), kTypeAt);
     if (const ReadFunction form = request_form(type)) {
         form(reader);
         return;
     }
     reader.record("request-32");
-    reader.fail(20, "no request has the type " + std::to_string(type), AAA_ERR_INVALID_MSG_TYPE);
+    reader.fail(kTypeAt, "no request has the type " + std::to_string(type), AAA_ERR_INVALID_MSG_TYPE);
 }
 
 // A request of one type only.
 void require_type(Reader &reader, bool fits, const char *what) {
     if (reader.ok() && !fits) {
-        reader.fail(20, what, AAA_ERR_INVALID_MSG_TYPE);
+        reader.fail(kTypeAt, what, AAA_ERR_INVALID_MSG_TYPE);
     }
 }
 
 void read_config(Reader &reader) {
-    const uint32_t type = reader.left() >= 32 ? host_word(reader.rest(), 20) : 0;
+    const uint32_t type = reader.left() >= kShortestRequest ? host_word(reader.rest(), kTypeAt) : 0;
     read_request(reader);
     require_type(reader, type >= AAA_REQ_CFG_RADSVR && type <= AAA_REQ_CFG_AUTHORLIST,
                  "no configuration message: its type is none of 17 to 23");
@@ -146,7 +151,7 @@ void read_server_connect(Reader &reader) {
         require_type(reader, header->number("type") == AAA_REQ_CONNECT,
                      "no connect message: its type is not 0");
     }
-    reader.bytes("block", 64);
+    reader.bytes("block", kBlock);
     reader.end();
 }
 
@@ -206,12 +211,12 @@ const Record *session_header(Reader &reader) {
     if (header == nullptr) {
         return nullptr;
     }
-    if (header->number("marker") != 16) {
-        reader.fail(0, "the first word is not 16", AAA_ERR_INVALID_MSG_TYPE);
+    if (header->number("marker") != kSessionMarker) {
+        reader.fail(offsetof(aaa_sess_hdr_t, marker), "the first word is not 16", AAA_ERR_INVALID_MSG_TYPE);
     } else if (header->number("magic") != 0x414e) {
-        reader.fail(36, "the magic is not 0x414e", AAA_ERR_INVALID_MSG_TYPE);
+        reader.fail(offsetof(aaa_sess_hdr_t, magic), "the magic is not 0x414e", AAA_ERR_INVALID_MSG_TYPE);
     } else if (header->number("version") != 2) {
-        reader.fail(52, "the version is not 2", AAA_ERR_UNSUPPORTED_VERSION);
+        reader.fail(offsetof(aaa_sess_hdr_t, version), "the version is not 2", AAA_ERR_UNSUPPORTED_VERSION);
     }
     return reader.ok() ? header : nullptr;
 }
@@ -228,7 +233,9 @@ void read_type_data(Reader &reader, const char *layout) {
     }
     const size_t length = record->number("length");
     if (length > kMostData) {
-        reader.fail(at + 4, "data of " + std::to_string(length) + " bytes, at most 255 are possible",
+        reader.fail(at + offsetof(aaa_sess_type_data_t, length),
+                    "data of " + std::to_string(length) + " bytes, at most " + std::to_string(kMostData) +
+                        " are possible",
                     AAA_ERR_INVALID_MSG_SIZE);
         return;
     }
@@ -281,7 +288,8 @@ void read_session_response(Reader &reader) {
     }
     const auto type = static_cast<uint32_t>(header->number("type"));
     if (type > kLast) {
-        reader.fail(8, "there is no response of type " + std::to_string(type), AAA_ERR_INVALID_MSG_TYPE);
+        reader.fail(offsetof(aaa_sess_hdr_t, type), "there is no response of type " + std::to_string(type),
+                    AAA_ERR_INVALID_MSG_TYPE);
     } else if (has_type_data(type)) {
         read_type_data(reader, "session-reply-data");
         reader.leftover("rest", kFullPacket - std::min(kFullPacket, reader.at()));

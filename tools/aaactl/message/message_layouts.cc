@@ -6,7 +6,10 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <utility>
 
+#include "aaa/messages.h"
+#include "aaa/session_packets.h"
 #include "message/message.hpp"
 #include "message/message_meanings.hpp"
 
@@ -18,98 +21,138 @@ constexpr auto kNetwork = FieldForm::network;
 constexpr auto kBytes = FieldForm::bytes;
 constexpr auto kText = FieldForm::text;
 
+// Offset and size of a member of a public record. The headers fix both with static assertions.
+#define SIZE(record, member) sizeof(std::declval<record &>().member)
+#define AT(record, member) offsetof(record, member), SIZE(record, member)
+// A field that covers several members, from the first up to `next`.
+#define UP_TO(record, first, next) offsetof(record, first), offsetof(record, next) - offsetof(record, first)
+// A member of a packet's payload, whose offsets are counted from its own beginning.
+#define PAYLOAD(record, member) offsetof(record, u.member) - offsetof(record, u), SIZE(record, u.member)
+
 // ---- Packed list ----------------------------------------------------------------
 
 constexpr Field kList[] = {
-    {"total", 0, 4, kNetwork, nullptr},    {"marker", 4, 1, kNumber, nullptr},
-    {"reserved5", 5, 1, kNumber, nullptr}, {"count", 6, 2, kNetwork, nullptr},
-    {"addresses", 8, 16, kBytes, nullptr}, {"name", 24, 31, kText, nullptr},
-    {"pad55", 55, 1, kNumber, nullptr},
+    {"total", AT(avlist, reserved0), kNetwork, nullptr},
+    {"marker", AT(avlist, marker), kNumber, nullptr},
+    {"reserved5", AT(avlist, reserved5), kNumber, nullptr},
+    {"count", AT(avlist, av_cnt), kNetwork, nullptr},
+    {"addresses", UP_TO(avlist, avpair_first_buf, av_name), kBytes, nullptr},
+    {"name", AT(avlist, av_name), kText, nullptr},
+    {"pad55", AT(avlist, pad55), kNumber, nullptr},
 };
 
-// ---- Classic messages -----------------------------------------------------------
+// ---- Classic requests -----------------------------------------------------------
 
-constexpr Field kTransport0{"transport0", 0, 20, kBytes, nullptr};
-constexpr Field kType{"type", 20, 4, kNumber, meaning_of_message_type};
-constexpr Field kTransport24{"transport24", 24, 8, kBytes, nullptr};
-constexpr Field kParam{"param", 32, 4, kNetwork, meaning_of_parameter};
-constexpr Field kFixed36{"fixed36", 36, 4, kBytes, nullptr};
+constexpr Field kTransport0{"transport0", AT(aaa_req_hdr_t, transport0), kBytes, nullptr};
+constexpr Field kType{"type", AT(aaa_req_hdr_t, type), kNumber, meaning_of_message_type};
+constexpr Field kTransport24{"transport24", AT(aaa_req_hdr_t, transport24), kBytes, nullptr};
+constexpr Field kParam{"param", AT(aaa_req_hdr_t, param), kNetwork, meaning_of_parameter};
+constexpr Field kHostParam{"param", AT(aaa_req_hdr_t, param), kNumber, nullptr};
+constexpr Field kFixed36{"fixed36", AT(aaa_req_hdr_t, fixed36), kBytes, nullptr};
 
 constexpr Field kRequest32[] = {kTransport0, kType, kTransport24};
 constexpr Field kRequest36[] = {kTransport0, kType, kTransport24, kParam};
 constexpr Field kRequest40[] = {kTransport0, kType, kTransport24, kParam, kFixed36};
-constexpr Field kServerDisconnect[] = {
-    kTransport0, kType, kTransport24, {"param", 32, 4, kNumber, nullptr}, kFixed36};
+constexpr Field kServerDisconnect[] = {kTransport0, kType, kTransport24, kHostParam, kFixed36};
 constexpr Field kConnect[] = {
-    kTransport0,
-    kType,
-    kTransport24,
-    {"version", 32, 4, kNetwork, nullptr},
-    {"zero36", 36, 4, kNetwork, nullptr},
-    {"value1", 40, 4, kNetwork, nullptr},
-    {"value2", 44, 4, kNetwork, nullptr},
-    {"value3", 48, 4, kNetwork, nullptr},
-    {"value4", 52, 4, kNetwork, nullptr},
-    {"value5", 56, 4, kNetwork, nullptr},
-    {"value6", 60, 4, kNetwork, nullptr},
-    {"text1_length", 64, 4, kNetwork, nullptr},
-    {"unwritten68", 68, 4, kBytes, nullptr},
+    {"transport0", AT(aaa_conn_msg_t, transport0), kBytes, nullptr},
+    {"type", AT(aaa_conn_msg_t, type), kNumber, meaning_of_message_type},
+    {"transport24", AT(aaa_conn_msg_t, transport24), kBytes, nullptr},
+    {"version", AT(aaa_conn_msg_t, version), kNetwork, nullptr},
+    {"zero36", AT(aaa_conn_msg_t, zero36), kNetwork, nullptr},
+    {"value1", AT(aaa_conn_msg_t, value[0]), kNetwork, nullptr},
+    {"value2", AT(aaa_conn_msg_t, value[1]), kNetwork, nullptr},
+    {"value3", AT(aaa_conn_msg_t, value[2]), kNetwork, nullptr},
+    {"value4", AT(aaa_conn_msg_t, value[3]), kNetwork, nullptr},
+    {"value5", AT(aaa_conn_msg_t, value[4]), kNetwork, nullptr},
+    {"value6", AT(aaa_conn_msg_t, value[5]), kNetwork, nullptr},
+    {"text1_length", AT(aaa_conn_msg_t, str1_len), kNetwork, nullptr},
+    {"unwritten68", AT(aaa_conn_msg_t, unwritten), kBytes, nullptr},
 };
 
-constexpr Field kStatus{"status", 20, 4, kNetwork, meaning_of_result};
-constexpr Field kReply20[] = {kTransport0};
-constexpr Field kReply24[] = {kTransport0, kStatus};
-constexpr Field kReplyHost24[] = {kTransport0, {"status", 20, 4, kNumber, meaning_of_result}};
-constexpr Field kReplyCallback[] = {kTransport0, kStatus, {"second", 24, 4, kNetwork, nullptr}};
-constexpr Field kReplyConfig[] = {
-    kTransport0, {"value", 20, 4, kNetwork, nullptr}, {"status", 24, 4, kNetwork, meaning_of_result}};
-constexpr Field kReplyConnect[] = {
-    kTransport0, kStatus, {"version", 24, 4, kNetwork, nullptr}, {"unwritten28", 28, 4, kBytes, nullptr}};
+// ---- Classic replies ------------------------------------------------------------
+
+constexpr Field kReplyTransport0{"transport0", AT(aaa_reply_hdr_t, transport0), kBytes, nullptr};
+constexpr Field kStatus{"status", AT(aaa_reply_hdr_t, status), kNetwork, meaning_of_result};
+constexpr Field kHostStatus{"status", AT(aaa_reply_hdr_t, status), kNumber, meaning_of_result};
+
+constexpr Field kReply20[] = {kReplyTransport0};
+constexpr Field kReply24[] = {kReplyTransport0, kStatus};
+constexpr Field kReplyHost24[] = {kReplyTransport0, kHostStatus};
+constexpr Field kReplyCallback[] = {
+    kReplyTransport0, kStatus, {"second", AT(aaa_reply_hdr_t, second), kNetwork, nullptr}};
+// The value comes first, so each is in the other's member.
+constexpr Field kReplyConfig[] = {kReplyTransport0,
+                                  {"value", AT(aaa_reply_hdr_t, status), kNetwork, nullptr},
+                                  {"status", AT(aaa_reply_hdr_t, second), kNetwork, meaning_of_result}};
+constexpr Field kReplyConnect[] = {kReplyTransport0,
+                                   kStatus,
+                                   {"version", AT(aaa_reply_hdr_t, second), kNetwork, nullptr},
+                                   {"unwritten28", AT(aaa_reply_hdr_t, tail28), kBytes, nullptr}};
 
 // ---- Session packets ------------------------------------------------------------
 
 constexpr Field kSession[] = {
-    {"marker", 0, 4, kNumber, nullptr},
-    {"key", 4, 4, kNumber, nullptr},
-    {"type", 8, 4, kNumber, meaning_of_message_type},
-    {"option", 12, 4, kNumber, nullptr},
-    {"reserved16", 16, 4, kNumber, nullptr},
-    {"connection", 20, 4, kNumber, nullptr},
-    {"process", 24, 4, kNumber, nullptr},
-    {"reserved28", 28, 4, kNumber, nullptr},
-    {"thread", 32, 4, kNumber, nullptr},
-    {"magic", 36, 2, kNumber, nullptr},
-    {"reserved38", 38, 14, kBytes, nullptr},
-    {"version", 52, 4, kNumber, nullptr},
-    {"reserved56", 56, 4, kNumber, nullptr},
-    {"unwritten60", 60, 4, kBytes, nullptr},
-    {"list", 64, 8, kNumber, nullptr},
+    {"marker", AT(aaa_sess_hdr_t, marker), kNumber, nullptr},
+    {"key", AT(aaa_sess_hdr_t, key), kNumber, nullptr},
+    {"type", AT(aaa_sess_hdr_t, type), kNumber, meaning_of_message_type},
+    {"option", AT(aaa_sess_hdr_t, option), kNumber, nullptr},
+    {"reserved16", AT(aaa_sess_hdr_t, reserved16), kNumber, nullptr},
+    {"connection", AT(aaa_sess_hdr_t, conn_id), kNumber, nullptr},
+    {"process", AT(aaa_sess_hdr_t, pid), kNumber, nullptr},
+    {"reserved28", AT(aaa_sess_hdr_t, reserved28), kNumber, nullptr},
+    {"thread", AT(aaa_sess_hdr_t, tid), kNumber, nullptr},
+    {"magic", AT(aaa_sess_hdr_t, magic), kNumber, nullptr},
+    {"reserved38", AT(aaa_sess_hdr_t, reserved38), kBytes, nullptr},
+    {"version", AT(aaa_sess_hdr_t, version), kNumber, nullptr},
+    {"reserved56", AT(aaa_sess_hdr_t, reserved56), kNumber, nullptr},
+    {"unwritten60", AT(aaa_sess_hdr_t, unwritten60), kBytes, nullptr},
+    {"list", AT(aaa_sess_hdr_t, list), kNumber, nullptr},
 };
 
-// Payloads, counted from their own beginning at 72.
-constexpr Field kError{"error", 0, 4, kNumber, meaning_of_result};
-constexpr Field kZero36[] = {{"zero36", 0, 36, kBytes, nullptr}};
-constexpr Field kWord[] = {{"value", 0, 4, kNumber, meaning_of_parameter}};
-constexpr Field kQuad[] = {{"value", 0, 8, kNumber, nullptr}};
-constexpr Field kTypeData[] = {{"value", 0, 4, kNumber, nullptr}, {"length", 4, 4, kNumber, nullptr}};
-constexpr Field kTypeDataReply[] = {kError, {"length", 4, 4, kNumber, nullptr}};
+constexpr Field kZero36[] = {{"zero36", PAYLOAD(aaa_sess_request_t, zero36), kBytes, nullptr}};
+constexpr Field kWord[] = {{"value", PAYLOAD(aaa_sess_request_t, word), kNumber, meaning_of_parameter}};
+constexpr Field kQuad[] = {{"value", PAYLOAD(aaa_sess_request_t, quad), kNumber, nullptr}};
+constexpr Field kTypeData[] = {
+    {"value", PAYLOAD(aaa_sess_request_t, type_data.unused0), kNumber, nullptr},
+    {"length", PAYLOAD(aaa_sess_request_t, type_data.length), kNumber, nullptr},
+};
+
+// A response's payload: words, which of them is the error follows from the type.
+consteval Field error_in(uint16_t offset, uint16_t size) {
+    return {"error", offset, size, kNumber, meaning_of_result};
+}
+constexpr Field kTypeDataReply[] = {
+    error_in(PAYLOAD(aaa_sess_response_t, type_data.unused0)),
+    {"length", PAYLOAD(aaa_sess_response_t, type_data.length), kNumber, nullptr},
+};
 constexpr Field kReplyToConnect[] = {
-    {"connection", 0, 4, kNumber, nullptr},
-    {"version", 4, 4, kNumber, nullptr},
-    {"zero80", 8, 4, kNumber, nullptr},
-    {"error", 12, 4, kNumber, meaning_of_result},
+    {"connection", PAYLOAD(aaa_sess_response_t, word[0]), kNumber, nullptr},
+    {"version", PAYLOAD(aaa_sess_response_t, word[1]), kNumber, nullptr},
+    {"zero80", PAYLOAD(aaa_sess_response_t, word[2]), kNumber, nullptr},
+    error_in(PAYLOAD(aaa_sess_response_t, word[3])),
 };
 constexpr Field kReplyWithStatus[] = {
-    {"status", 0, 4, kNumber, nullptr},
-    {"error", 4, 4, kNumber, meaning_of_result},
-    {"roleover", 8, 4, kNumber, nullptr},
-    {"zero84", 12, 4, kNumber, nullptr},
+    {"status", PAYLOAD(aaa_sess_response_t, word[0]), kNumber, nullptr},
+    error_in(PAYLOAD(aaa_sess_response_t, word[1])),
+    {"roleover", PAYLOAD(aaa_sess_response_t, word[2]), kNumber, nullptr},
+    {"zero84", PAYLOAD(aaa_sess_response_t, word[3]), kNumber, nullptr},
 };
-constexpr Field kReplyToCallback[] = {kError,
-                                      {"ctype", 4, 4, kNumber, nullptr},
-                                      {"nfnhdl", 8, 4, kNumber, nullptr},
-                                      {"zero84", 12, 4, kNumber, nullptr}};
-constexpr Field kReplyWithError[] = {kError, {"zero76", 4, 4, kNumber, nullptr}};
+constexpr Field kReplyToCallback[] = {
+    error_in(PAYLOAD(aaa_sess_response_t, word[0])),
+    {"ctype", PAYLOAD(aaa_sess_response_t, word[1]), kNumber, nullptr},
+    {"nfnhdl", PAYLOAD(aaa_sess_response_t, word[2]), kNumber, nullptr},
+    {"zero84", PAYLOAD(aaa_sess_response_t, word[3]), kNumber, nullptr},
+};
+constexpr Field kReplyWithError[] = {
+    error_in(PAYLOAD(aaa_sess_response_t, word[0])),
+    {"zero76", PAYLOAD(aaa_sess_response_t, word[1]), kNumber, nullptr},
+};
+
+#undef SIZE
+#undef AT
+#undef UP_TO
+#undef PAYLOAD
 
 // ---- All of them ----------------------------------------------------------------
 

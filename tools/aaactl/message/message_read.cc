@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "aaa/session_packets.h"
 #include "cli/output.hpp"
 #include "message/message_reader.hpp"
 
@@ -55,13 +56,19 @@ bool looks_like_list(std::string_view bytes) {
     if (bytes.size() < kListHeader) {
         return false;
     }
-    return network_word(bytes, 0) == bytes.size() ||
-           (!zero(0, 4) && zero(0, 1) && zero(8, 16) && zero(55, 1));
+    constexpr size_t kTotal = offsetof(avlist, reserved0);
+    constexpr size_t kAddresses = offsetof(avlist, avpair_first_buf);
+    return network_word(bytes, kTotal) == bytes.size() ||
+           (!zero(kTotal, sizeof(avlist::reserved0)) && zero(kTotal, 1) &&
+            zero(kAddresses, offsetof(avlist, av_name) - kAddresses) &&
+            zero(offsetof(avlist, pad55), sizeof(avlist::pad55)));
 }
 
 // A key of 0 is a request's, and types with data have the same size both ways.
 bool is_session_response_first(std::string_view bytes) {
-    return bytes.size() >= 8 && host_word(bytes, 0) == 16 && host_word(bytes, 4) != 0;
+    return bytes.size() >= offsetof(aaa_sess_hdr_t, type) &&
+           host_word(bytes, offsetof(aaa_sess_hdr_t, marker)) == kSessionMarker &&
+           host_word(bytes, offsetof(aaa_sess_hdr_t, key)) != 0;
 }
 
 // How far a reading that failed got is how well the kind fits.

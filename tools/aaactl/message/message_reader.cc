@@ -11,11 +11,12 @@
 
 #include "aaa/checked.h"
 #include "cli/output.hpp"
+#include "message/message_value.hpp"
 
 namespace aaactl {
 namespace {
 
-constexpr size_t kPairHead = 16;
+constexpr size_t kPairHead = sizeof(avpair_t);
 constexpr size_t kMostPairs = 65535;
 
 // What the library says about the bytes as a packed list.
@@ -32,11 +33,7 @@ cerrno verdict(std::string_view bytes) {
 }  // namespace
 
 uint32_t network_word(std::string_view bytes, size_t at) {
-    uint32_t value = 0;
-    for (size_t i = 0; i < 4; ++i) {
-        value = value << 8 | static_cast<unsigned char>(bytes[at + i]);
-    }
-    return value;
+    return network_number(bytes.substr(at, sizeof(uint32_t)));
 }
 
 uint32_t host_word(std::string_view bytes, size_t at) {
@@ -50,7 +47,8 @@ std::string count_of(size_t n, const char *what) {
 }
 
 bool is_whole_list(std::string_view bytes) {
-    return bytes.size() >= kListHeader && network_word(bytes, 0) == bytes.size() && verdict(bytes) == AAA_OK;
+    return bytes.size() >= kListHeader && network_word(bytes, offsetof(avlist, reserved0)) == bytes.size() &&
+           verdict(bytes) == AAA_OK;
 }
 
 // A list tells where it ends and readers ignore what is behind; nothing else does.
@@ -67,31 +65,34 @@ void Reader::check_header(size_t begin, uint32_t total) {
     if (total < kListHeader || total > available || total % 4 != 0) {
         fail(begin,
              "total length " + std::to_string(total) +
-                 (total < kListHeader ? ", at least 56 is needed"
+                 (total < kListHeader ? ", at least " + std::to_string(kListHeader) + " is needed"
                   : total % 4 != 0    ? " is not a multiple of 4"
                                       : ", but there are only " + count_of(available, "byte")),
              AAA_ERR_INVALID_MSG_SIZE);
     }
-    if (bytes_.substr(begin + 24, 31).find('\0') == std::string_view::npos) {
-        fail(begin + 24, "the name of the list has no end", AAA_ERR_AVPAIR_PROCESSING);
+    const size_t name = begin + offsetof(avlist, av_name);
+    if (bytes_.substr(name, sizeof(avlist::av_name)).find('\0') == std::string_view::npos) {
+        fail(name, "the name of the list has no end", AAA_ERR_AVPAIR_PROCESSING);
     }
 }
 
 // One pair, which has to end at `end` at the latest.
 bool Reader::pair(Pair &pair, size_t end) {
     if (end - at_ < kPairHead) {
-        fail(at_, "a pair's head needs 16 bytes, there are " + std::to_string(end - at_),
-             AAA_ERR_AVPAIR_PROCESSING);
+        fail(
+            at_,
+            "a pair's head needs " + count_of(kPairHead, "byte") + ", there are " + std::to_string(end - at_),
+            AAA_ERR_AVPAIR_PROCESSING);
         return false;
     }
     pair.offset = at_;
-    pair.type = network_word(bytes_, at_);
-    pair.tag = network_word(bytes_, at_ + 4);
-    pair.flags = network_word(bytes_, at_ + 12);
-    const size_t length = network_word(bytes_, at_ + 8);
-    const size_t padding = (4 - length % 4) % 4;
+    pair.type = network_word(bytes_, at_ + offsetof(avpair_t, av_type));
+    pair.tag = network_word(bytes_, at_ + offsetof(avpair_t, av_tag));
+    pair.flags = network_word(bytes_, at_ + offsetof(avpair_t, av_flags));
+    const size_t length = network_word(bytes_, at_ + offsetof(avpair_t, av_len));
+    const size_t padding = padding_of(length);
     if (length + padding > end - at_ - kPairHead) {
-        fail(at_ + 8,
+        fail(at_ + offsetof(avpair_t, av_len),
              "the value of a pair of type " + std::to_string(pair.type) + " has a length of " +
                  std::to_string(length) + ", but there are only " + count_of(end - at_ - kPairHead, "byte"),
              AAA_ERR_AVPAIR_PROCESSING);
@@ -117,14 +118,14 @@ void Reader::check_count(size_t begin, const List &list) {
     const size_t live = list.live();
     const bool counted = list.header.number("count") != 0;
     if (counted != (live != 0)) {
-        fail(begin + 6,
+        fail(begin + offsetof(avlist, av_cnt),
              counted ? "the count is not zero, but there is no live pair"
                      : "the count is zero, but not the number of live pairs, " + std::to_string(live),
              AAA_ERR_AVPAIR_PROCESSING);
     } else if (!list.pairs.empty() && list.pairs.back().deleted()) {
         fail(list.pairs.back().offset, "the last pair is a deleted one", AAA_ERR_AVPAIR_PROCESSING);
     } else if (live > kMostPairs) {
-        fail(begin + 6, "more pairs than a list can count", AAA_ERR_AVPAIR_PROCESSING);
+        fail(begin + offsetof(avlist, av_cnt), "more pairs than a list can count", AAA_ERR_AVPAIR_PROCESSING);
     }
 }
 

@@ -14,7 +14,7 @@
 
 namespace aaactl {
 
-inline constexpr size_t kListHeader = 56;
+inline constexpr uint32_t kSessionMarker = 16;  // first word of a session packet
 
 uint32_t network_word(std::string_view bytes, size_t at);
 uint32_t host_word(std::string_view bytes, size_t at);

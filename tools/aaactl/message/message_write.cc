@@ -12,11 +12,10 @@
 #include "cli/output.hpp"
 #include "dictionary/attributes.hpp"
 #include "message/message.hpp"
+#include "message/message_value.hpp"
 
 namespace aaactl {
 namespace {
-
-constexpr size_t kListHeader = 56;
 
 const Field &field_of(const Record &record, std::string_view name) {
     const auto fields = record.layout->fields;
@@ -27,12 +26,6 @@ const Field &field_of(const Record &record, std::string_view name) {
                       std::string(record.layout->name) + " has no field " + std::string(name));
     }
     return *found;
-}
-
-void append_be32(std::string &bytes, uint64_t value) {
-    for (unsigned shift = 32; shift != 0; shift -= 8) {
-        bytes += static_cast<char>(value >> (shift - 8) & 0xff);
-    }
 }
 
 void append(std::string &bytes, const Record &record) {
@@ -46,10 +39,8 @@ void append(std::string &bytes, const Bytes &part) {
 void append(std::string &bytes, const List &list) {
     bytes += list.header.bytes;
     for (const Pair &pair : list.pairs) {
-        append_be32(bytes, pair.type);
-        append_be32(bytes, pair.tag);
-        append_be32(bytes, pair.value.size());
-        append_be32(bytes, pair.flags);
+        bytes += network_bytes(pair.type) + network_bytes(pair.tag);
+        bytes += network_bytes(static_cast<uint32_t>(pair.value.size())) + network_bytes(pair.flags);
         bytes += pair.value + pair.padding;
     }
 }
@@ -98,7 +89,8 @@ std::string Pair::host_value() const {
 }
 
 std::string List::name() const {
-    const std::string_view bytes = std::string_view(header.bytes).substr(24, 31);
+    const std::string_view bytes =
+        std::string_view(header.bytes).substr(offsetof(avlist, av_name), sizeof(avlist::av_name));
     return std::string(bytes.substr(0, bytes.find('\0')));
 }
 
