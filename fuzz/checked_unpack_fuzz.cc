@@ -21,7 +21,7 @@
 #include "list_getters.hpp"
 #include "support/avlist_model.hpp"
 #include "support/avlist_verifier.hpp"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

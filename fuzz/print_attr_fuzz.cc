@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "aaa/dictionary.h"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

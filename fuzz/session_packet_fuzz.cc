@@ -25,7 +25,7 @@
 #include "aaa/session_packets.h"
 #include "fuzz_input.hpp"
 #include "platform/node.h"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

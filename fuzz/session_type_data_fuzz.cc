@@ -20,7 +20,7 @@
 
 #include "aaa/result_codes.h"
 #include "aaa/session_packets.h"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

@@ -24,7 +24,7 @@
 #include "internal/lifecycle.hpp"
 #include "internal/sysdb_access.hpp"
 #include "support/fail_alloc.hpp"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 #ifdef AAA_COVERAGE
 extern "C" void __gcov_dump();

@@ -18,7 +18,7 @@
 
 #include <concepts>
 
-#include "support/fail_alloc_region.hpp"
+#include "testkit/fail_alloc_region.hpp"
 
 namespace fake {
 

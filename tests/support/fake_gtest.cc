@@ -1,27 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-//
-// The fake platform under GoogleTest: a fresh one for every test, and misuse
-// of the platform fails the test that runs.
+
+#include "support/fake_gtest.hpp"
 
 #include <gtest/gtest.h>
 
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace fake {
 namespace {
 
-bool keep = false;
-
 class Listener : public testing::EmptyTestEventListener {
-    void OnTestStart(const testing::TestInfo &) override {
-        if (!keep) {
-            reset();
-        }
-    }
+    void OnTestStart(const testing::TestInfo &) override { reset(); }
     void OnTestEnd(const testing::TestInfo &) override {
-        if (!keep) {
-            EXPECT_EQ(sysdb::open_lists(), 0u) << "a list handle was not freed";
-        }
+        EXPECT_EQ(sysdb::open_lists(), 0u) << "a list handle was not freed";
     }
 };
 
@@ -36,10 +27,6 @@ class Listener : public testing::EmptyTestEventListener {
 void judge_as_tests_do() {
     on_misuse([](const std::string &text) { ADD_FAILURE() << "platform contract: " << text; });
     expect_the_library(true);
-}
-
-void keep_between_tests() {
-    keep = true;
 }
 
 }  // namespace fake

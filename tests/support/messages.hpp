@@ -25,7 +25,7 @@
 #include "aaa/messages.h"
 #include "aaa/result_codes.h"
 #include "aaa/session_packets.h"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace messages {
 

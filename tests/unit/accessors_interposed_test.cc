@@ -13,8 +13,8 @@
 #include "aaa/accessors.h"
 #include "aaa/result_codes.h"
 #include "support/fail_alloc.hpp"
-#include "support/fake_platform.hpp"
 #include "support/messages.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include "aaa/result_codes.h"
 #include "support/avlist_verifier.hpp"
 #include "support/fail_alloc.hpp"
-#include "support/fake_platform.hpp"
 #include "support/messages.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include "platform/cerr.h"
 #include "support/avlist_model.hpp"
 #include "support/avlist_verifier.hpp"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

@@ -19,7 +19,7 @@
 #include "support/avlist_model.hpp"
 #include "support/avlist_verifier.hpp"
 #include "support/fail_alloc.hpp"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

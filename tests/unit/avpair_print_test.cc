@@ -20,7 +20,7 @@
 #include "aaa/result_codes.h"
 #include "support/assertion_report.hpp"
 #include "support/avlist_model.hpp"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include "aaa/dictionary.h"
 #include "aaa/result_codes.h"
 #include "support/avlist_model.hpp"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

@@ -17,8 +17,8 @@
 #include "support/avlist_model.hpp"
 #include "support/avlist_verifier.hpp"
 #include "support/fail_alloc.hpp"
-#include "support/fake_platform.hpp"
 #include "support/guarded_page.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

@@ -19,7 +19,7 @@
 #include "aaa/result_codes.h"
 #include "support/avlist_model.hpp"
 #include "support/fail_alloc.hpp"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

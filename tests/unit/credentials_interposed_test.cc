@@ -8,8 +8,8 @@
 
 #include "aaa/credentials.h"
 #include "aaa/result_codes.h"
-#include "support/fake_platform.hpp"
 #include "support/messages.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 unsigned asked = 0;

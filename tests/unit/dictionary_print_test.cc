@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "support/fail_alloc.hpp"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

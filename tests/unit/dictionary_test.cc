@@ -21,7 +21,7 @@
 
 #include "aaa/avpair.h"
 #include "aaa/result_codes.h"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

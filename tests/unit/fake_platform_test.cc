@@ -4,7 +4,7 @@
 // that relies on it must be able to trust that it takes precedence, that it
 // records what happened, and that it notices misuse.
 
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 #include <dlfcn.h>
 #include <gtest/gtest-spi.h>

@@ -28,7 +28,7 @@
 
 #include "platform/node.h"
 #include "support/fail_alloc.hpp"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

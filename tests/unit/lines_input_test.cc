@@ -26,7 +26,7 @@
 
 #include "aaa/result_codes.h"
 #include "platform/terminal_process.hpp"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

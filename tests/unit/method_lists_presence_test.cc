@@ -12,7 +12,7 @@
 #include "aaa/method_lists.h"
 #include "aaa/result_codes.h"
 #include "platform/cerr.h"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include "aaa/result_codes.h"
 #include "platform/cerr.h"
 #include "support/fail_alloc.hpp"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

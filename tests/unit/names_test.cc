@@ -17,7 +17,7 @@
 
 #include "aaa/server_groups.h"
 #include "support/fail_alloc.hpp"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

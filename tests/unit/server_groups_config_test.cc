@@ -14,7 +14,7 @@
 #include "platform/cerr.h"
 #include "platform/sysdb.h"
 #include "support/fail_alloc.hpp"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include "aaa/result_codes.h"
 #include "aaa/server_groups.h"
 #include "platform/cerr.h"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

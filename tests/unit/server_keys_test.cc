@@ -17,8 +17,8 @@
 
 #include "aaa/result_codes.h"
 #include "support/fail_alloc.hpp"
-#include "support/fake_platform.hpp"
 #include "support/guarded_page.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

@@ -19,7 +19,8 @@
 #include "platform/logging.h"
 #include "platform/sysdb.h"
 #include "platform/sysdb_changes.h"
-#include "support/fake_platform.hpp"
+#include "support/fake_gtest.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

@@ -9,9 +9,9 @@
 #include <cstring>
 #include <string_view>
 
-#include "support/fail_alloc_region.hpp"
-#include "support/fake_platform.hpp"
-#include "support/fake_state.hpp"
+#include "testkit/fail_alloc_region.hpp"
+#include "testkit/fake_platform.hpp"
+#include "testkit/fake_state.hpp"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "support/fake_state.hpp"
-#include "support/fake_sysdb.hpp"
+#include "testkit/fake_state.hpp"
+#include "testkit/sysdb/fake_sysdb.hpp"
 
 namespace fake::sysdb {
 namespace {

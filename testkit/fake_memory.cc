@@ -8,8 +8,8 @@
 #include <cstring>
 
 #include "platform/bounded.h"
-#include "support/fake_platform.hpp"
-#include "support/fake_state.hpp"
+#include "testkit/fake_platform.hpp"
+#include "testkit/fake_state.hpp"
 
 using fake::detail::Call;
 using fake::detail::problem;

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-#ifndef SUPPORT_FAKE_LIBC_H
-#define SUPPORT_FAKE_LIBC_H
+#ifndef TESTKIT_FAKE_LIBC_H
+#define TESTKIT_FAKE_LIBC_H
 
 #include <stddef.h>
 
@@ -29,4 +29,4 @@ extern struct fake_libc_hooks fake_libc;
 }
 #endif
 
-#endif /* SUPPORT_FAKE_LIBC_H */
+#endif /* TESTKIT_FAKE_LIBC_H */

@@ -4,8 +4,8 @@
 
 #include "platform/sysdb_changes.h"
 
-#include "support/fake_state.hpp"
-#include "support/fake_sysdb.hpp"
+#include "testkit/fake_state.hpp"
+#include "testkit/sysdb/fake_sysdb.hpp"
 
 namespace fake::sysdb {
 namespace {

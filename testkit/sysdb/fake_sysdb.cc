@@ -9,9 +9,9 @@
 #include <cerrno>
 #include <cstring>
 
-#include "support/fake_libc.h"
-#include "support/fake_state.hpp"
-#include "support/fake_sysdb.hpp"
+#include "testkit/fake_libc.h"
+#include "testkit/fake_state.hpp"
+#include "testkit/sysdb/fake_sysdb.hpp"
 
 namespace fake::sysdb {
 namespace {

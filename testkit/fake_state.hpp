@@ -13,7 +13,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include "support/fail_alloc_region.hpp"
+#include "testkit/fail_alloc_region.hpp"
 
 namespace fake::detail {
 

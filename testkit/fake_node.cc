@@ -13,8 +13,8 @@
 #include <map>
 
 #include "platform/cerr.h"
-#include "support/fake_platform.hpp"
-#include "support/fake_state.hpp"
+#include "testkit/fake_platform.hpp"
+#include "testkit/fake_state.hpp"
 
 // Weak: the tables belong to the library.
 extern "C" {

@@ -7,9 +7,9 @@
 #include <cstdarg>
 #include <cstdlib>
 
-#include "support/fake_format.hpp"
-#include "support/fake_platform.hpp"
-#include "support/fake_state.hpp"
+#include "testkit/fake_format.hpp"
+#include "testkit/fake_platform.hpp"
+#include "testkit/fake_state.hpp"
 
 namespace fake {
 namespace {

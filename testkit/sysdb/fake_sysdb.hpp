@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace fake::sysdb {
 

@@ -10,8 +10,8 @@
 #include <map>
 
 #include "platform/cipher.h"
-#include "support/fake_platform.hpp"
-#include "support/fake_state.hpp"
+#include "testkit/fake_platform.hpp"
+#include "testkit/fake_state.hpp"
 
 namespace fake {
 namespace {

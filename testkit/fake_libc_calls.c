@@ -10,7 +10,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 
-#include "support/fake_libc.h"
+#include "testkit/fake_libc.h"
 
 struct fake_libc_hooks fake_libc;
 

@@ -8,8 +8,8 @@
 #include <condition_variable>
 #include <list>
 
-#include "support/fake_platform.hpp"
-#include "support/fake_state.hpp"
+#include "testkit/fake_platform.hpp"
+#include "testkit/fake_state.hpp"
 
 namespace fake::events {
 namespace {

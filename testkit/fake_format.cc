@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "support/fake_format.hpp"
+#include "testkit/fake_format.hpp"
 
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <vector>
 
-#include "support/fake_state.hpp"
+#include "testkit/fake_state.hpp"
 
 namespace fake::detail {
 namespace {

@@ -6,13 +6,12 @@
 // script when the test wrote one, and otherwise served by a small in-memory
 // platform (database, event manager, line editor, cipher).
 //
-// Under GoogleTest (fake_gtest.cc) state is reset before every test. After
-// every test the fake checks that the library gave back what it took (list
-// handles); misuse of a handle and a null handed to "%s" fail the running test
-// at once. Without it, in the installed test kit, the program says when.
+// The program says when the state is reset and what to do about misuse of a
+// handle or a null handed to "%s". The tests of this tree do it before every
+// test.
 //
 // The fake's own memory never counts for allocation failure injection
-// (fail_alloc.hpp), except for malloc_named and its siblings, whose blocks
+// (fail_alloc_region.hpp), except for malloc_named and its siblings, whose blocks
 // are the library's.
 #pragma once
 
@@ -50,7 +49,7 @@ std::vector<std::string> calls(std::initializer_list<std::string_view> functions
 unsigned count(std::string_view function);
 // Forgets the journals; keeps scripts and contents.
 void clear_journal();
-// Everything back to the initial state. Done before every test.
+// Everything back to the initial state.
 void reset();
 // What to do about misuse of the platform: a handle that is not open, a null
 // handed to "%s". Initially the program ends with a message. Called with the
@@ -60,10 +59,6 @@ void on_misuse(std::function<void(const std::string &)> handler);
 // zeroed outputs, a list started before it is read. With this on, anything else
 // is misuse. Outlives a reset.
 void expect_the_library(bool on);
-// Both as under GoogleTest from the start: misuse fails the test.
-void judge_as_tests_do();
-// Stops the automatic reset between tests (for a worker thread that lives on).
-void keep_between_tests();
 // The journal line of the presence check.
 std::string presence_call();
 

@@ -2,7 +2,7 @@
 //
 // Journal, scripts and reset of the fake platform.
 
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 #include <algorithm>
 #include <array>
@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <map>
 
-#include "support/fake_state.hpp"
+#include "testkit/fake_state.hpp"
 
 // Weak: a program that loads the library later, or not at all, still links.
 extern "C" {

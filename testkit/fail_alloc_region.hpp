@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Failing allocations on purpose, one armed region; fail_alloc.hpp has the
-// sweep over all allocations that tests use.
+// Failing allocations on purpose: one armed region.
 #pragma once
 
 #include <cstddef>

@@ -11,8 +11,8 @@
 #include <cstring>
 
 #include "platform/sysdb.h"
-#include "support/fake_platform.hpp"
-#include "support/fake_state.hpp"
+#include "testkit/fake_platform.hpp"
+#include "testkit/fake_state.hpp"
 
 namespace fake::sysdb {
 namespace {

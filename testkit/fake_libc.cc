@@ -2,14 +2,14 @@
 //
 // The test's side of the libc functions that the program takes over.
 
-#include "support/fake_libc.h"
+#include "testkit/fake_libc.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
-#include "support/fake_platform.hpp"
-#include "support/fake_state.hpp"
+#include "testkit/fake_platform.hpp"
+#include "testkit/fake_state.hpp"
 
 namespace fake::libc {
 namespace {
