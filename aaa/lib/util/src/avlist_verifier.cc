@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "support/avlist_verifier.hpp"
+#include "internal/avlist_verifier.hpp"
 
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 
-namespace aaatest {
+namespace aaautil {
 
 namespace {
 
@@ -169,4 +169,4 @@ Verdict verify_list(const void *list, ListOrigin origin) noexcept {
     return check.verdict;
 }
 
-}  // namespace aaatest
+}  // namespace aaautil
