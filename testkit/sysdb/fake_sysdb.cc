@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The fake platform's system database, items by full path in memory: contents,
+// The fake platform's system database, items by full path in memory: its state,
 // and the test's side.
 
 #include "platform/sysdb.h"
 
-#include <cctype>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -14,34 +15,9 @@
 #include "testkit/sysdb/fake_sysdb.hpp"
 
 namespace fake::sysdb {
-namespace {
 
 using detail::Access;
-using detail::Call;
 using detail::problem;
-
-// Names list in byte order, except that a name's leading "0x" number of one
-// to eight hex digits counts by its value: 0x2 before 0x10.
-std::string name_key(std::string_view name) {
-    if (!name.starts_with("0x")) {
-        return std::string(name);
-    }
-    std::size_t digits = 0;
-    while (2 + digits < name.size() && std::isxdigit(static_cast<unsigned char>(name[2 + digits])) != 0) {
-        ++digits;
-    }
-    const std::size_t end = 2 + digits;
-    if (digits == 0 || digits > 8 || (end < name.size() && name[end] != ',' && name[end] != '/')) {
-        return std::string(name);
-    }
-    return "0x" + std::string(1, static_cast<char>(digits)) + std::string(name.substr(2));
-}
-
-}  // namespace
-
-bool NameOrder::operator()(const std::string &a, const std::string &b) const {
-    return name_key(a) < name_key(b);
-}
 
 Database &db() {
     static Database &instance = *new Database;
@@ -53,53 +29,19 @@ uint64_t new_handle() {
     return ++last;
 }
 
-const Connection *connection(uint64_t handle, const char *who) {
+Connection::~Connection() {
+    if (channel >= 0) {
+        close(channel);
+    }
+}
+
+Connection *connection(uint64_t handle, const char *who) {
     const auto found = db().connections.find(handle);
     if (found == db().connections.end()) {
         problem(std::string(who) + " on a connection that is not open");
         return nullptr;
     }
-    return &found->second;
-}
-
-std::string full_path(const Connection &conn, const char *path) {
-    return conn.path + (path == nullptr ? "" : path);
-}
-
-std::string directory_path(const Connection &conn, const char *path) {
-    std::string full = full_path(conn, path);
-    if (full.empty() || full.back() != '/') {
-        full += '/';
-    }
-    return full;
-}
-
-bool directory_exists(const std::string &directory) {
-    const auto below = [&](const auto &set, const auto &name) {
-        const auto at = set.lower_bound(directory);
-        return at != set.end() && name(*at).starts_with(directory);
-    };
-    return below(db().items, [](const auto &entry) -> const std::string & { return entry.first; }) ||
-           below(db().directories, [](const std::string &entry) -> const std::string & { return entry; });
-}
-
-std::map<std::string, uint32_t, NameOrder> entries_below(const std::string &directory) {
-    std::map<std::string, uint32_t, NameOrder> entries;
-    const auto add = [&](const std::string &path, uint32_t type) {
-        if (path.starts_with(directory) && path.size() > directory.size()) {
-            const std::string rest = path.substr(directory.size());
-            const std::size_t slash = rest.find('/');
-            entries.emplace(rest.substr(0, slash == std::string::npos ? slash : slash + 1),
-                            slash == std::string::npos ? type : SYSDB_TYPE_DIRECTORY);
-        }
-    };
-    for (const auto &[path, item] : db().items) {
-        add(path, item.type);
-    }
-    for (const std::string &path : db().directories) {
-        add(path, SYSDB_TYPE_DIRECTORY);
-    }
-    return entries;
+    return found->second.get();
 }
 
 void set_present(bool on) {
@@ -109,8 +51,7 @@ void set_present(bool on) {
 
 void put(std::string_view path, Item item) {
     const Access access;
-    db().items.insert_or_assign(std::string(path), std::move(item));
-    note_change(std::string(path), SYSDB_EVENT_SET);
+    store_item(std::string(path), std::move(item));
 }
 
 void put_u32(std::string_view path, uint32_t value) {
@@ -140,16 +81,14 @@ static std::string directory_of(std::string_view path) {
 
 void make_directory(std::string_view path) {
     const Access access;
-    db().directories.insert(directory_of(path));
+    store_directory(directory_of(path));
 }
 
 void remove(std::string_view path) {
     const Access access;
-    if (db().items.erase(std::string(path)) != 0) {
-        note_change(std::string(path), SYSDB_EVENT_DELETE);
-        return;
+    if (!erase_item(std::string(path))) {
+        erase_directory(directory_of(path));
     }
-    db().directories.erase(directory_of(path));
 }
 
 std::optional<Item> get(std::string_view path) {
@@ -194,7 +133,7 @@ std::vector<std::string> open_connections() {
     const Access access;
     std::vector<std::string> result;
     for (const auto &[handle, conn] : db().connections) {
-        result.push_back(conn.path);
+        result.push_back(conn->path);
     }
     return result;
 }
@@ -219,7 +158,7 @@ std::string connection_text(uint64_t handle) {
         return "0";
     }
     const auto found = sysdb::db().connections.find(handle);
-    return found == sysdb::db().connections.end() ? "closed" : found->second.path;
+    return found == sysdb::db().connections.end() ? "closed" : found->second->path;
 }
 
 void reset_sysdb() {
@@ -229,8 +168,7 @@ void reset_sysdb() {
     d.directories.clear();
     d.connections.clear();
     d.lists.clear();
-    d.notifications.clear();
-    d.changes.clear();
+    d.watches.clear();
     d.list_on_failure = false;
     d.present = true;
 }
@@ -240,7 +178,7 @@ void reset_sysdb() {
 using namespace fake::sysdb;
 
 int fake_presence(const char *path, int mode) {
-    const Call call("access", path, mode);
+    const fake::detail::Call call("access", path, mode);
     if (call.scripted()) {
         return static_cast<int>(*call.scripted());
     }

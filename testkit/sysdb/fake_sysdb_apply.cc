@@ -10,128 +10,182 @@
 namespace fake::sysdb {
 namespace {
 
-// The changes are made to a copy, which takes the contents' place when all went well.
-struct Draft {
-    std::map<std::string, Item> items = db().items;
-    std::set<std::string> directories = db().directories;
+// One change with its full path.
+struct Planned {
+    uint32_t operation;
+    std::string path;  // ends in '/' for a directory
+    Item item;
+
+    bool has_item() const { return operation == SYSDB_CHANGE_SET || operation == SYSDB_CHANGE_EXPECT; }
+    bool is_directory() const { return path.ends_with('/'); }
 };
 
-bool same(const Item &a, const Item &b) {
-    return a.type == b.type && a.value == b.value && a.null_value == b.null_value;
-}
+// What is below the connection's directory. The changes are made to a copy,
+// which takes the contents' place when all went well.
+struct Contents {
+    explicit Contents(const std::string &directory) {
+        const auto items_below = below(db().items, directory);
+        const auto directories_below = below(db().directories, directory);
+        items.insert(items_below.begin(), items_below.end());
+        directories.insert(directories_below.begin(), directories_below.end());
+    }
 
-bool well_formed(const sysdb_change_t &change) {
+    std::map<std::string, Item> items;
+    std::set<std::string> directories;
+};
+
+cerrno check(const sysdb_change_t &change) {
+    if (change.path == nullptr || change.operation < SYSDB_CHANGE_SET ||
+        change.operation > SYSDB_CHANGE_EXPECT ||
+        (change.operation == SYSDB_CHANGE_SET && change.datatype == SYSDB_TYPE_ANY)) {
+        return SYSDB_ERR_INVALID_ARG;
+    }
     const bool has_value = change.operation == SYSDB_CHANGE_SET || change.operation == SYSDB_CHANGE_EXPECT;
-    return change.operation >= SYSDB_CHANGE_SET && change.operation <= SYSDB_CHANGE_EXPECT &&
-           change.path != nullptr && (!has_value || change.value != nullptr || change.length == 0);
+    return has_value && !value_fits(change.datatype, change.value, change.length) ? SYSDB_ERR_BAD_VALUE : 0;
 }
 
-Item item_of(const sysdb_change_t &change) {
-    const auto *const bytes = static_cast<const uint8_t *>(change.value);
-    return {change.datatype, std::vector<uint8_t>(bytes, bytes + change.length)};
+cerrno find_path(const Connection &open, const sysdb_change_t &change, Planned &planned) {
+    const std::string_view path(change.path);
+    const bool directory_item = planned.has_item() && change.datatype == SYSDB_TYPE_DIRECTORY;
+    if (directory_item && !path.ends_with('/')) {
+        return SYSDB_ERR_BAD_PATH;
+    }
+    const bool directory = directory_item || change.operation == SYSDB_CHANGE_PRUNE ||
+                           (change.operation == SYSDB_CHANGE_DELETE && path.ends_with('/'));
+    return directory ? directory_path(open, path, planned.path) : item_path(open, path, planned.path);
 }
 
-template <typename Names>
-bool any_below(const Names &names, const std::string &directory) {
-    const auto at = names.lower_bound(directory);
-    if constexpr (requires { at->first; }) {
-        return at != names.end() && at->first.starts_with(directory);
+cerrno plan(const Connection &open, const sysdb_change_t &change, std::vector<Planned> &all) {
+    Planned planned{change.operation, "", {change.datatype, {}}};
+    const cerrno rc = find_path(open, change, planned);
+    if (rc == 0 && planned.has_item()) {
+        const auto *const bytes = static_cast<const uint8_t *>(change.value);
+        planned.item.value.assign(bytes, bytes + change.length);
+    }
+    if (planned.item.value.size() > kLongestValue) {
+        return SYSDB_ERR_VALUE_TOO_LARGE;
+    }
+    all.push_back(std::move(planned));
+    return rc;
+}
+
+void set(const Planned &change, Contents &draft) {
+    if (change.is_directory()) {
+        draft.directories.insert(change.path);
     } else {
-        return at != names.end() && at->starts_with(directory);
+        draft.items.insert_or_assign(change.path, change.item);
     }
 }
 
-void set(const Connection &open, const sysdb_change_t &change, Draft &draft) {
-    if (change.datatype == SYSDB_TYPE_DIRECTORY) {
-        draft.directories.insert(directory_path(open, change.path));
-    } else {
-        draft.items.insert_or_assign(full_path(open, change.path), item_of(change));
+bool erase(const Planned &change, Contents &draft) {
+    return draft.items.erase(change.path) + draft.directories.erase(change.path) != 0;
+}
+
+bool as_expected(const Planned &change, const Contents &draft) {
+    if (change.is_directory()) {
+        return draft.directories.contains(change.path);
     }
+    const auto found = draft.items.find(change.path);
+    return change.item.type == SYSDB_TYPE_ANY
+               ? found == draft.items.end()
+               : found != draft.items.end() && same(found->second, change.item);
 }
 
-uint32_t erase(const Connection &open, const sysdb_change_t &change, Draft &draft) {
-    const std::string path = full_path(open, change.path);
-    return draft.items.erase(path) + draft.directories.erase(path) != 0 ? 0 : SYSDB_ERR_NOT_FOUND;
-}
-
-uint32_t expect(const Connection &open, const sysdb_change_t &change, const Draft &draft) {
-    if (change.datatype == SYSDB_TYPE_DIRECTORY) {
-        const std::string path = directory_path(open, change.path);
-        return any_below(draft.items, path) || any_below(draft.directories, path) ? 0 : SYSDB_ERR_CONFLICT;
-    }
-    const auto found = draft.items.find(full_path(open, change.path));
-    const bool as_expected = change.datatype == SYSDB_TYPE_ANY
-                                 ? found == draft.items.end()
-                                 : found != draft.items.end() && same(found->second, item_of(change));
-    return as_expected ? 0 : SYSDB_ERR_CONFLICT;
-}
-
-// Full paths, items' and directories', that the call sets or expects.
-std::set<std::string> mentioned(const Connection &open, const sysdb_change_t *changes, uint32_t count) {
+// Full paths, items' and directories', that the call sets or expects to be there.
+std::set<std::string> mentioned(const std::vector<Planned> &changes) {
     std::set<std::string> paths;
-    for (uint32_t i = 0; i < count; ++i) {
-        if (changes[i].operation == SYSDB_CHANGE_SET || changes[i].operation == SYSDB_CHANGE_EXPECT) {
-            paths.insert(changes[i].datatype == SYSDB_TYPE_DIRECTORY ? directory_path(open, changes[i].path)
-                                                                     : full_path(open, changes[i].path));
+    for (const Planned &change : changes) {
+        if (change.has_item() && change.item.type != SYSDB_TYPE_ANY) {
+            paths.insert(change.path);
         }
     }
     return paths;
 }
 
-void prune(const std::string &directory, const std::set<std::string> &kept, Draft &draft) {
+void prune(const std::string &directory, const std::set<std::string> &kept, Contents &draft) {
     const auto goes = [&](const std::string &path) {
-        return path.starts_with(directory) && path != directory && !kept.contains(path);
+        return path.starts_with(directory) && !kept.contains(path);
     };
     std::erase_if(draft.items, [&](const auto &item) { return goes(item.first); });
     std::erase_if(draft.directories, goes);
 }
 
-void notify_of(const std::map<std::string, Item> &before) {
-    for (const auto &[path, item] : before) {
-        if (!db().items.contains(path)) {
-            note_change(path, SYSDB_EVENT_DELETE);
+void replace(const Contents &before, const Contents &after) {
+    for (const auto &[path, item] : before.items) {
+        if (!after.items.contains(path)) {
+            erase_item(path);
         }
     }
-    for (const auto &[path, item] : db().items) {
-        const auto old = before.find(path);
-        if (old == before.end() || !same(old->second, item)) {
-            note_change(path, SYSDB_EVENT_SET);
+    for (const std::string &path : before.directories) {
+        if (!after.directories.contains(path)) {
+            erase_directory(path);
         }
+    }
+    for (const auto &[path, item] : after.items) {
+        store_item(path, item);
+    }
+    for (const std::string &path : after.directories) {
+        store_directory(path);
     }
 }
 
-// The code, and the index of the change that was refused.
-std::pair<uint32_t, uint32_t> make(const Connection &open, const sysdb_change_t *changes, uint32_t count) {
-    for (uint32_t i = 0; i < count; ++i) {
-        if (!well_formed(changes[i])) {
-            return {SYSDB_ERR_INVALID_ARG, i};
-        }
+cerrno make(const Planned &change, const std::set<std::string> &kept, Contents &draft) {
+    switch (change.operation) {
+        case SYSDB_CHANGE_SET:
+            set(change, draft);
+            return 0;
+        case SYSDB_CHANGE_DELETE:
+            return erase(change, draft) ? 0 : SYSDB_ERR_NOT_FOUND;
+        case SYSDB_CHANGE_PRUNE:
+            prune(change.path, kept, draft);
+            return 0;
+        default:
+            return as_expected(change, draft) ? 0 : SYSDB_ERR_CONFLICT;
     }
-    Draft draft;
-    const auto kept = mentioned(open, changes, count);
+}
+
+// The code of the first element that an operation refuses, and its index.
+struct Refusal {
+    cerrno rc;
+    uint32_t index;
+};
+template <typename Operation>
+Refusal first_refused(uint32_t count, Operation operation) {
     for (uint32_t i = 0; i < count; ++i) {
-        uint32_t rc = 0;
-        switch (changes[i].operation) {
-            case SYSDB_CHANGE_SET:
-                set(open, changes[i], draft);
-                break;
-            case SYSDB_CHANGE_DELETE:
-                rc = erase(open, changes[i], draft);
-                break;
-            case SYSDB_CHANGE_PRUNE:
-                prune(directory_path(open, changes[i].path), kept, draft);
-                break;
-            default:
-                rc = expect(open, changes[i], draft);
-        }
+        const cerrno rc = operation(i);
         if (rc != 0) {
             return {rc, i};
         }
     }
-    db().items.swap(draft.items);
-    db().directories.swap(draft.directories);
-    notify_of(draft.items);
     return {0, count};
+}
+
+Refusal make_all(const Connection &open, const sysdb_change_t *changes, uint32_t count) {
+    std::vector<Planned> planned;
+    Refusal refusal = first_refused(count, [&](uint32_t i) { return plan(open, changes[i], planned); });
+    if (refusal.rc != 0) {
+        return refusal;
+    }
+    const Contents before(open.path);
+    Contents draft = before;
+    const auto kept = mentioned(planned);
+    refusal = first_refused(count, [&](uint32_t i) { return make(planned[i], kept, draft); });
+    if (refusal.rc == 0) {
+        replace(before, draft);
+    }
+    return refusal;
+}
+
+Refusal apply(sysdb_conn_t conn, const sysdb_change_t *changes, uint32_t count) {
+    if (changes == nullptr && count != 0) {
+        return {SYSDB_ERR_INVALID_ARG, count};
+    }
+    const Refusal refusal = first_refused(count, [&](uint32_t i) { return check(changes[i]); });
+    if (refusal.rc != 0) {
+        return refusal;
+    }
+    const Connection *const open = connection(conn, "sysdb_apply");
+    return open == nullptr ? Refusal{kBadHandle, count} : make_all(*open, changes, count);
 }
 
 }  // namespace
@@ -141,14 +195,9 @@ using namespace fake::sysdb;
 
 cerrno sysdb_apply(sysdb_conn_t conn, const sysdb_change_t *changes, uint32_t count, uint32_t *failed) {
     const fake::detail::Call call("sysdb_apply", fake::detail::Conn{conn}, changes, count);
-    const Connection *const open = connection(conn, "sysdb_apply");
-    std::pair<uint32_t, uint32_t> result{call.scripted().value_or(kBadHandle), count};
-    if (!call.scripted() && open != nullptr) {
-        result = changes == nullptr && count != 0 ? std::pair(SYSDB_ERR_INVALID_ARG, count)
-                                                  : make(*open, changes, count);
+    const Refusal refusal = call.scripted() ? Refusal{*call.scripted(), count} : apply(conn, changes, count);
+    if (refusal.rc != 0 && failed != nullptr) {
+        *failed = refusal.index;
     }
-    if (result.first != 0 && failed != nullptr) {
-        *failed = result.second;
-    }
-    return result.first;
+    return refusal.rc;
 }

@@ -11,8 +11,8 @@
 #include <cstring>
 
 #include "platform/sysdb.h"
-#include "testkit/fake_platform.hpp"
 #include "testkit/fake_state.hpp"
+#include "testkit/sysdb/fake_sysdb.hpp"
 
 namespace fake::sysdb {
 namespace {
@@ -48,7 +48,8 @@ std::optional<std::vector<Field>> fields_of(const uint8_t *bytes) {
         if (end - at >= 5 && at[0] == 'd') {
             fields.push_back({'d', number_at(at + 1), ""});
             at += 5;
-        } else if (end - at >= 3 && at[0] == 's' && at[1] != 0 && end - at >= 2 + at[1]) {
+        } else if (end - at >= 3 && at[0] == 's' && at[1] != 0 && end - at >= 2 + at[1] &&
+                   at[1 + at[1]] == 0) {
             fields.push_back({'s', 0, std::string(reinterpret_cast<const char *>(at + 2), at[1] - 1u)});
             at += 2 + at[1];
         } else {
@@ -89,6 +90,16 @@ bool align(std::vector<Field> &fields, const std::string &wanted) {
 }
 
 }  // namespace
+
+bool is_tuple(const uint8_t *bytes, uint32_t length) {
+    if (length < kHeaderSize || number_at(bytes + 4) != length) {
+        return false;
+    }
+    const auto fields = fields_of(bytes);
+    return fields && std::all_of(fields->begin(), fields->end(), [](const Field &field) {
+               return field.name.size() < SYSDB_NAME_SIZE && field.name.find('\0') == std::string::npos;
+           });
+}
 
 std::vector<uint8_t> tuple(const std::vector<uint32_t> &numbers, const std::vector<std::string> &names) {
     std::vector<uint8_t> fields;

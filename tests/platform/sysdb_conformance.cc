@@ -416,6 +416,13 @@ TEST_P(Sysdb, ListPattern) {
                                 "?"
                                 "??????"));
     EXPECT_EQ(5u, names_in(conn(), "", "**").size());
+    for (const char *path : {"[b]", "a\\b"}) {
+        ASSERT_EQ(0u, set_number(conn(), "literal/" + std::string(path), 1));
+    }
+    ASSERT_EQ(0u, set_number(conn(), "literal/b", 1));
+    EXPECT_EQ((Names{"[b]"}), names_in(conn(), "literal/", "[b]"));
+    EXPECT_EQ((Names{"a\\b"}), names_in(conn(), "literal/", "a\\b"));
+    ASSERT_EQ(0u, sysdb_item_delete(conn(), "literal/", SYSDB_DELETE_TREE));
     sysdb_list_t list = nullptr;
     uint32_t count = 0;
     ASSERT_EQ(0u, sysdb_list(conn(), "", nullptr, &count, &list, 0));
@@ -523,20 +530,6 @@ TEST_P(Sysdb, ThreadsReadWhileOthersWrite) {
     for (std::thread &thread : threads) {
         thread.join();
     }
-}
-
-// ---- fork
-
-TEST_P(Sysdb, ChildGoesOnWithTheConnectionsItInherits) {
-    ASSERT_EQ(0u, set_number(conn(), "from the parent", 1));
-    run_forked([this] {
-        EXPECT_EQ(1, get_number(conn(), "from the parent"));
-        EXPECT_EQ(0u, set_number(conn(), "from the child", 2));
-        const Bound own(base());
-        EXPECT_EQ(2, get_number(own.handle(), "from the child"));
-    });
-    EXPECT_EQ(2, get_number(conn(), "from the child"));
-    EXPECT_EQ(0u, set_number(conn(), "from the parent", 3));
 }
 
 }  // namespace

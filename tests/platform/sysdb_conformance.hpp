@@ -2,8 +2,9 @@
 //
 // The tests that every sysdb provider must pass. They use the platform's
 // client interface alone. A provider's own test program is linked with
-// sysdb_conformance.cc and says how to get at an empty database; the provider
-// itself is the one that AAA_SYSDB_PROVIDER names.
+// sysdb_conformance*.cc and says how to get at an empty database; the provider
+// itself is the one that AAA_SYSDB_PROVIDER names. One that keeps its contents
+// in the memory of a single process leaves out sysdb_conformance_processes.cc.
 #pragma once
 
 // Defined by the provider's test program: called once, before anything is bound.

@@ -3,108 +3,19 @@
 // Notifications: the part of the conformance tests that is about changes.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "sysdb_support.hpp"
+#include "sysdb_conformance.hpp"
+#include "sysdb_conformance_watching.hpp"
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
-constexpr uint32_t kAll = SYSDB_EVENT_SET | SYSDB_EVENT_DELETE;
-constexpr int kPatience = 20000;  // milliseconds; reached only when something is lost
-
-std::string operation_name(uint32_t operation) {
-    switch (operation) {
-        case SYSDB_EVENT_SET:
-            return "set";
-        case SYSDB_EVENT_CREATE:
-            return "create";
-        case SYSDB_EVENT_DELETE:
-            return "delete";
-        default:
-            return "?" + std::to_string(operation);
-    }
-}
-
-std::string describe(const sysdb_notification_t &change) {
-    std::string text = operation_name(change.operation) + " " + change.path;
-    if (change.datatype == SYSDB_TYPE_DIRECTORY) {
-        EXPECT_EQ(nullptr, change.value);
-        return text + " [directory]";
-    }
-    if (change.operation == SYSDB_EVENT_DELETE) {
-        EXPECT_EQ(nullptr, change.value);
-        EXPECT_EQ(0u, change.length);
-        return text;
-    }
-    EXPECT_EQ(SYSDB_TYPE_U32, change.datatype);
-    EXPECT_EQ(4u, change.length);
-    uint32_t number = 0;
-    std::memcpy(&number, change.value, sizeof number);
-    return text + "=" + std::to_string(number);
-}
-
-// Collects what it is called with.
-struct Watcher {
-    Texts calls;
-    std::vector<uint64_t> revisions;
-    uint64_t notification = 0;
-
-    Texts take() { return std::exchange(calls, {}); }
-
-    cerrno watch(sysdb_conn_t conn, const char *path, uint32_t events = kAll,
-                 uint32_t mode = SYSDB_NOTIFY_CHANGES) {
-        return _sysdb_register_notification(conn, path, events, mode, called, this, 0, nullptr, 0,
-                                            &notification);
-    }
-
-    static int32_t called(const void *record, void *self, void *) {
-        const auto &change = *static_cast<const sysdb_notification_t *>(record);
-        EXPECT_EQ(0, change.pass_flags);
-        auto &watcher = *static_cast<Watcher *>(self);
-        watcher.calls.push_back(describe(change));
-        watcher.revisions.push_back(change.revision);
-        return 1;  // not used
-    }
-};
-
-class SysdbNotify : public ::testing::TestWithParam<const char *> {
-  protected:
-    SysdbNotify() : base_(unique_base()), bound_(base_), writer_(base_) {}
-
-    static std::string unique_base() {
-        static int count = 0;
-        return std::string(GetParam()) + "notify" + std::to_string(++count) + "x/";
-    }
-
-    sysdb_conn_t conn() const { return bound_.handle(); }
-    sysdb_conn_t writer() const { return writer_.handle(); }
-    const std::string &base() const { return base_; }
-
-    // What is called back for the changes made so far.
-    Texts dispatched(Watcher &watcher) {
-        EXPECT_TRUE(wait_readable(channel_of(conn()), kPatience));
-        EXPECT_EQ(0u, sysdb_dispatch(conn()));
-        return watcher.take();
-    }
-    void expect_quiet(Watcher &watcher) {
-        EXPECT_EQ(0u, sysdb_dispatch(conn()));
-        EXPECT_EQ(Texts{}, watcher.take());
-    }
-
-  private:
-    std::string base_;
-    Bound bound_;
-    Bound writer_;
-};
+class SysdbNotify : public SysdbWatching {};
 
 INSTANTIATE_TEST_SUITE_P(Trees, SysdbNotify, ::testing::Values("/cfg/", "/oper/"),
                          [](const auto &tree) { return std::string(tree.index == 0 ? "cfg" : "oper"); });
@@ -301,8 +212,8 @@ TEST_P(SysdbNotify, TreesAreWokenThroughEachOther) {
     ASSERT_EQ(0u, here.watch(conn(), "a"));
     ASSERT_EQ(0u, there.watch(other.handle(), "a"));
     ASSERT_EQ(0u, set_number(other.handle(), "a", 1));
-    ASSERT_TRUE(wait_readable(channel_of(conn()), kPatience));
-    expect_quiet(here);  // takes the wake-up of both
+    ASSERT_TRUE(wait_readable(channel_of(other.handle()), kPatience));
+    expect_quiet(here);  // of a provider with one wake-up for both trees this takes it
     EXPECT_TRUE(wait_readable(channel_of(other.handle()), kPatience));
     EXPECT_EQ(0u, sysdb_dispatch(other.handle()));
     EXPECT_EQ(Texts{"create a=1"}, there.take());
@@ -362,7 +273,8 @@ TEST_P(SysdbNotify, RefusesWhatMakesNoSense) {
     EXPECT_EQ(SYSDB_ERR_INVALID_ARG, refused("a", 6, 1, nullptr, &id));
     EXPECT_EQ(SYSDB_ERR_INVALID_ARG, refused("a", 6, 1, callback, nullptr));
     EXPECT_EQ(SYSDB_ERR_BAD_PATH, refused("a//b", 6, 1, callback, &id));
-    EXPECT_EQ(SYSDB_ERR_PATH_TOO_LONG, refused(std::string(1000, 'a').c_str(), 6, 1, callback, &id));
+    EXPECT_EQ(SYSDB_ERR_PATH_TOO_LONG,
+              refused(std::string(longest_path(), 'a').c_str(), 6, 1, callback, &id));
     EXPECT_EQ(4711u, id);
 }
 
@@ -427,7 +339,7 @@ TEST_P(SysdbNotify, CallbackMayRegisterAndChangeAndDispatch) {
     EXPECT_EQ(0u, sysdb_notification_unregister(conn(), inner.notification));
 }
 
-// ---- threads and processes
+// ---- threads
 
 TEST_P(SysdbNotify, CallsComeInOrderWhenSeveralThreadsDispatch) {
     struct Newest {
@@ -491,64 +403,6 @@ TEST_P(SysdbNotify, UnregisterWaitsForARunningCallback) {
     EXPECT_FALSE(slow.running);
     dispatcher.join();
     releaser.join();
-}
-
-TEST_P(SysdbNotify, ChangeByAnotherProcessIsReported) {
-    Watcher watcher;
-    ASSERT_EQ(0u, watcher.watch(conn(), "a"));
-    run_forked([this] {
-        const Bound own(base());
-        EXPECT_EQ(0u, set_number(own.handle(), "a", 42));
-    });
-    EXPECT_EQ(Texts{"create a=42"}, dispatched(watcher));
-}
-
-TEST_P(SysdbNotify, ChildInheritsNoNotificationsAndMayHaveItsOwn) {
-    Watcher watcher;
-    ASSERT_EQ(0u, watcher.watch(conn(), "a"));
-    ASSERT_GE(channel_of(conn()), 0);
-    run_forked([this, &watcher] {
-        EXPECT_EQ(0u, set_number(conn(), "a", 1));
-        EXPECT_EQ(0u, sysdb_dispatch(conn()));
-        EXPECT_EQ(Texts{}, watcher.take());
-        EXPECT_EQ(SYSDB_ERR_BAD_HANDLE, sysdb_notification_unregister(conn(), watcher.notification));
-        Watcher own;
-        EXPECT_EQ(0u, own.watch(conn(), "a"));
-        EXPECT_EQ(0u, set_number(conn(), "a", 2));
-        EXPECT_TRUE(wait_readable(channel_of(conn()), kPatience));
-        EXPECT_EQ(0u, sysdb_dispatch(conn()));
-        EXPECT_EQ(Texts{"set a=2"}, own.take());
-    });
-    EXPECT_EQ(Texts{"create a=2"}, dispatched(watcher));
-    ASSERT_EQ(0u, set_number(writer(), "a", 3));
-    EXPECT_EQ(Texts{"set a=3"}, dispatched(watcher));
-}
-
-TEST_P(SysdbNotify, NothingIsLostBetweenReadAndWatch) {
-    // Another process counts up without a pause; whoever registers and then reads must get to the last value.
-    constexpr uint32_t kLast = 500;
-    for (int round = 0; round < 5; ++round) {
-        ASSERT_EQ(0u, set_number(writer(), "counter", 0));
-        ForkedProcess counting([this] {
-            const Bound own(base());
-            for (uint32_t i = 1; i <= kLast; ++i) {
-                EXPECT_EQ(0u, set_number(own.handle(), "counter", i));
-            }
-        });
-        const Bound own(base());
-        Watcher watcher;
-        ASSERT_EQ(0u, watcher.watch(own.handle(), "counter"));
-        std::string seen = "set counter=" + std::to_string(get_number(own.handle(), "counter"));
-        const std::string last = "set counter=" + std::to_string(kLast);
-        while (seen != last && wait_readable(channel_of(own.handle()), kPatience)) {
-            ASSERT_EQ(0u, sysdb_dispatch(own.handle()));
-            for (const std::string &text : watcher.take()) {
-                seen = text;
-            }
-        }
-        EXPECT_EQ(last, seen);
-        EXPECT_EQ(0, counting.wait());
-    }
 }
 
 }  // namespace

@@ -194,7 +194,7 @@ TEST_F(Testkit, MakesSeveralChangesAsOne) {
     EXPECT_EQ(testkit_sysdb_path(2), nullptr);
     EXPECT_EQ(sysdb_item_delete(conn_, "d/empty", SYSDB_DELETE_TREE), SYSDB_ERR_NOT_FOUND);
     EXPECT_EQ(sysdb_dispatch(conn_), 0u);  // of the differences alone
-    EXPECT_EQ(told, (std::vector<std::string>{"d/other=gone", "gone=gone", "new=2"}));
+    EXPECT_EQ(told, (std::vector<std::string>{"d/empty/=gone", "d/other=gone", "gone=gone", "new=2"}));
     EXPECT_STREQ(testkit_call("sysdb_apply", 0), "sysdb_apply(/cfg/limits/, ptr, 6)");
 }
 
