@@ -53,8 +53,9 @@ constexpr sysdb_host_t kHost = {SYSDB_PROVIDER_ABI, sizeof(sysdb_host_t), check_
 
 cerrno in_table(MDB_dbi (Environment::*table)() const, const auto &body) {
     return Database::instance().with(Tree::kOper, [&](Environment &environment) {
-        return environment.write(Environment::Growth::kGrows,
-                                 [&](MDB_txn *txn) { return body(txn, (environment.*table)()); });
+        return environment.write(Environment::Growth::kGrows, [&](MDB_txn *txn) {
+            return Result::of_lmdb(body(txn, (environment.*table)()));
+        });
     });
 }
 

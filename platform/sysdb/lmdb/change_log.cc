@@ -7,65 +7,65 @@
 namespace sysdb_lmdb {
 namespace {
 
-int newest(MDB_txn *txn, MDB_dbi table, std::uint64_t &revision) {
+Result newest(MDB_txn *txn, MDB_dbi table, std::uint64_t &revision) {
     revision = 0;
     Cursor cursor;
-    int rc = cursor.open(txn, table);
+    Result rc = cursor.open(txn, table);
     MDB_val key;
     MDB_val value;
-    if (rc == 0) {
+    if (rc.is_ok()) {
         rc = cursor.get(key, value, MDB_LAST);
     }
-    if (rc == 0 && key.mv_size == sizeof revision) {
+    if (rc.is_ok() && key.mv_size == sizeof revision) {
         std::memcpy(&revision, key.mv_data, sizeof revision);
     }
-    return rc == MDB_NOTFOUND ? 0 : rc;
+    return rc.ok_if_not_found();
 }
 
 // Two at most: enough to shrink a log that was written with a larger map.
-int drop_oldest(MDB_txn *txn, MDB_dbi table, std::uint64_t newest_dropped) {
+Result drop_oldest(MDB_txn *txn, MDB_dbi table, std::uint64_t newest_dropped) {
     Cursor cursor;
-    int rc = cursor.open(txn, table);
-    for (int i = 0; i < 2 && rc == 0; ++i) {
+    Result rc = cursor.open(txn, table);
+    for (int i = 0; i < 2 && rc.is_ok(); ++i) {
         MDB_val key;
         MDB_val value;
         rc = cursor.get(key, value, MDB_FIRST);
         std::uint64_t revision = 0;
-        if (rc == 0 && key.mv_size == sizeof revision) {
+        if (rc.is_ok() && key.mv_size == sizeof revision) {
             std::memcpy(&revision, key.mv_data, sizeof revision);
         }
-        if (rc != 0 || revision > newest_dropped) {
+        if (!rc.is_ok() || revision > newest_dropped) {
             break;
         }
-        rc = mdb_cursor_del(cursor.handle(), 0);
+        rc = cursor.erase();
     }
-    return rc == MDB_NOTFOUND ? 0 : rc;
+    return rc.ok_if_not_found();
 }
 
 }  // namespace
 
-int append_change(const Environment &environment, MDB_txn *txn, std::uint32_t operation,
-                  std::string_view key) {
+Result append_change(const Environment &environment, MDB_txn *txn, std::uint32_t operation,
+                     std::string_view key) {
     const MDB_dbi table = environment.log_table();
     std::uint64_t revision = 0;
-    int rc = newest(txn, table, revision);
-    if (rc != 0) {
+    Result rc = newest(txn, table, revision);
+    if (!rc.is_ok()) {
         return rc;
     }
     if (++revision == 0) {
-        return MDB_CORRUPTED;  // no change was ever given the last number
+        return Result::of_lmdb(MDB_CORRUPTED);  // no change was ever given the last number
     }
     MDB_val number = {sizeof revision, &revision};
     MDB_val record = {sizeof operation + key.size(), nullptr};
-    rc = mdb_put(txn, table, &number, &record, MDB_APPEND | MDB_RESERVE);
-    if (rc != 0) {
+    rc = Result::of_lmdb(mdb_put(txn, table, &number, &record, MDB_APPEND | MDB_RESERVE));
+    if (!rc.is_ok()) {
         return rc;
     }
     auto *bytes = static_cast<char *>(record.mv_data);
     std::memcpy(bytes, &operation, sizeof operation);
     std::memcpy(bytes + sizeof operation, key.data(), key.size());
     const std::uint64_t capacity = environment.log_capacity();
-    return revision > capacity ? drop_oldest(txn, table, revision - capacity) : 0;
+    return revision > capacity ? drop_oldest(txn, table, revision - capacity) : Result::ok();
 }
 
 cerrno last_revision(const ReadTxn &txn, std::uint64_t &revision) {

@@ -21,9 +21,8 @@ struct Change {
     std::string_view key;     // valid for as long as the transaction
 };
 
-// An LMDB result.
-int append_change(const Environment &environment, MDB_txn *txn, std::uint32_t operation,
-                  std::string_view key);
+Result append_change(const Environment &environment, MDB_txn *txn, std::uint32_t operation,
+                     std::string_view key);
 
 // Revision of the tree in this view; 0 when nothing was ever changed.
 cerrno last_revision(const ReadTxn &txn, std::uint64_t &revision);
@@ -40,24 +39,24 @@ template <typename Visit>
 cerrno visit_changes(const ReadTxn &txn, std::uint64_t after, bool &gap, Visit visit) {
     gap = false;
     Cursor cursor;
-    int rc = cursor.open(txn.get(), txn.environment().log_table());
+    Result rc = cursor.open(txn.get(), txn.environment().log_table());
     std::uint64_t expected = after + 1;
     MDB_val key = {sizeof expected, &expected};
     MDB_val value;
-    if (rc == 0) {
+    if (rc.is_ok()) {
         rc = cursor.get(key, value, MDB_SET_RANGE);
     }
-    for (bool first = true; rc == 0; first = false, rc = cursor.get(key, value, MDB_NEXT)) {
+    for (bool first = true; rc.is_ok(); first = false, rc = cursor.get(key, value, MDB_NEXT)) {
         Change change;
         if (!parse_change(key, value, change)) {
-            return txn.environment().report(MDB_CORRUPTED);
+            return txn.environment().report(Result::of_lmdb(MDB_CORRUPTED));
         }
         if (first && change.revision != after + 1) {
             gap = true;
         }
         visit(change);
     }
-    return rc == MDB_NOTFOUND ? 0 : txn.environment().report(rc);
+    return txn.environment().report(rc.ok_if_not_found());
 }
 
 }  // namespace sysdb_lmdb

@@ -14,9 +14,6 @@ namespace {
 
 using KeySet = std::unordered_set<std::string_view>;
 
-// What an expectation that is not met aborts with; no LMDB result and no errno is as large.
-constexpr int kConflict = kNothingToDo + 1;
-
 cerrno append_path(const sysdb_change_t &change, Key &key) {
     const std::string_view path(change.path);
     const bool typed = change.operation == SYSDB_CHANGE_SET || change.operation == SYSDB_CHANGE_EXPECT;
@@ -49,8 +46,8 @@ class Attempt {
     Attempt(const Environment &environment, MDB_txn *txn, const KeySet &keep, ChangedKeys &changed)
         : environment_(environment), txn_(txn), keep_(keep), changed_(changed) {}
 
-    int make(const PlannedChange &change) {
-        int rc = 0;
+    Result make(const PlannedChange &change) {
+        Result rc = Result::ok();
         switch (change.operation) {
             case SYSDB_CHANGE_SET:
                 rc = store_in(environment_, txn_, change.key, change.datatype, change.value);
@@ -63,53 +60,53 @@ class Attempt {
             default:
                 return expect(change);
         }
-        if (rc == 0) {
+        if (rc.is_ok()) {
             changed_.emplace_back(change.key);
         }
-        return rc == kNothingToDo ? 0 : rc;
+        return rc.ok_if_unchanged();
     }
 
   private:
-    int expect(const PlannedChange &change) {
+    Result expect(const PlannedChange &change) {
         MDB_val name = value_of(change.key);
         MDB_val stored;
-        const int rc = mdb_get(txn_, environment_.items(), &name, &stored);
-        if (rc != 0 && rc != MDB_NOTFOUND) {
+        const auto rc = Result::of_lmdb(mdb_get(txn_, environment_.items(), &name, &stored));
+        if (!rc.ok_if_not_found().is_ok()) {
             return rc;
         }
         const bool met = change.datatype == SYSDB_TYPE_ANY
-                             ? rc == MDB_NOTFOUND
-                             : rc == 0 && same_item(stored, change.datatype, change.value);
-        return met ? 0 : kConflict;
+                             ? rc.is_not_found()
+                             : rc.is_ok() && same_item(stored, change.datatype, change.value);
+        return met ? Result::ok() : Result::conflict();
     }
 
     // The log is written afterwards: its records may move the pages that the cursor is on.
-    int prune(std::string_view directory) {
+    Result prune(std::string_view directory) {
         const std::size_t first = changed_.size();
-        int rc = delete_unkept(directory);
-        for (std::size_t i = first; i < changed_.size() && rc == 0; ++i) {
+        Result rc = delete_unkept(directory);
+        for (std::size_t i = first; i < changed_.size() && rc.is_ok(); ++i) {
             rc = append_change(environment_, txn_, SYSDB_EVENT_DELETE, changed_[i]);
         }
         return rc;
     }
 
-    int delete_unkept(std::string_view directory) {
+    Result delete_unkept(std::string_view directory) {
         Cursor cursor;
-        int rc = cursor.open(txn_, environment_.items());
+        Result rc = cursor.open(txn_, environment_.items());
         MDB_val key = value_of(directory);
         MDB_val value;
-        rc = rc == 0 ? cursor.get(key, value, MDB_SET_RANGE) : rc;
-        while (rc == 0 && view_of(key).starts_with(directory)) {
+        rc = rc.is_ok() ? cursor.get(key, value, MDB_SET_RANGE) : rc;
+        while (rc.is_ok() && view_of(key).starts_with(directory)) {
             if (keep_.contains(view_of(key))) {
                 rc = cursor.get(key, value, MDB_NEXT);
                 continue;
             }
             changed_.emplace_back(view_of(key));
-            rc = mdb_cursor_del(cursor.handle(), 0);
+            rc = cursor.erase();
             key = value_of(changed_.back());  // what comes behind it now
-            rc = rc == 0 ? cursor.get(key, value, MDB_SET_RANGE) : rc;
+            rc = rc.is_ok() ? cursor.get(key, value, MDB_SET_RANGE) : rc;
         }
-        return rc == MDB_NOTFOUND ? 0 : rc;
+        return rc.ok_if_not_found();
     }
 
     const Environment &environment_;
@@ -119,21 +116,21 @@ class Attempt {
 };
 
 // Exhausted memory must not leave the transaction open, which is the writer's lock.
-int make_all(const Environment &environment, MDB_txn *txn, const std::vector<PlannedChange> &planned,
-             const KeySet &keep, ChangedKeys &changed, std::uint32_t &failed) try {
+Result make_all(const Environment &environment, MDB_txn *txn, const std::vector<PlannedChange> &planned,
+                const KeySet &keep, ChangedKeys &changed, std::uint32_t &failed) try {
     changed.clear();
     failed = static_cast<std::uint32_t>(planned.size());
     Attempt attempt(environment, txn, keep, changed);
     for (std::size_t i = 0; i < planned.size(); ++i) {
-        const int rc = attempt.make(planned[i]);
-        if (rc != 0) {
+        const Result rc = attempt.make(planned[i]);
+        if (!rc.is_ok()) {
             failed = static_cast<std::uint32_t>(i);
             return rc;
         }
     }
-    return changed.empty() ? kNothingToDo : 0;
+    return changed.empty() ? Result::unchanged() : Result::ok();
 } catch (const std::bad_alloc &) {
-    return ENOMEM;
+    return Result::of_errno(ENOMEM);
 }
 
 bool only_shrinks(const std::vector<PlannedChange> &planned) {
@@ -167,14 +164,9 @@ cerrno make_changes(Tree tree, const std::vector<PlannedChange> &planned, Change
                     std::uint32_t &failed) {
     const KeySet keep = keys_to_keep(planned);
     const auto growth = only_shrinks(planned) ? Environment::Growth::kShrinks : Environment::Growth::kGrows;
-    return Database::instance().with(tree, [&](Environment &environment) -> cerrno {
-        bool conflict = false;
-        const cerrno rc = environment.write(growth, [&](MDB_txn *txn) {
-            const int made = make_all(environment, txn, planned, keep, changed, failed);
-            conflict = made == kConflict;
-            return conflict ? kNothingToDo : made;
-        });
-        return conflict ? SYSDB_ERR_CONFLICT : rc;
+    return Database::instance().with(tree, [&](Environment &environment) {
+        return environment.write(
+            growth, [&](MDB_txn *txn) { return make_all(environment, txn, planned, keep, changed, failed); });
     });
 }
 

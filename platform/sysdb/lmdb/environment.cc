@@ -50,22 +50,6 @@ void log_assertion(MDB_env *env, const char *text) {
         text);
 }
 
-bool is_damage(int rc) {
-    switch (rc) {
-        case MDB_PAGE_NOTFOUND:
-        case MDB_CORRUPTED:
-        case MDB_PANIC:
-        case MDB_VERSION_MISMATCH:
-        case MDB_INVALID:
-        case MDB_INCOMPATIBLE:
-        case MDB_BAD_TXN:
-        case MDB_BAD_DBI:
-            return true;
-        default:
-            return false;
-    }
-}
-
 }  // namespace
 
 Environment::~Environment() {
@@ -77,7 +61,7 @@ Environment::~Environment() {
     }
 }
 
-int Environment::open_handle(std::size_t map_bytes, unsigned flags) {
+Result Environment::open_handle(std::size_t map_bytes, unsigned flags) {
     if (env_ != nullptr) {
         mdb_env_close(env_);
         env_ = nullptr;
@@ -85,17 +69,14 @@ int Environment::open_handle(std::size_t map_bytes, unsigned flags) {
     int rc = mdb_env_create(&env_);
     if (rc != 0) {
         env_ = nullptr;
-        return rc;
+        return Result::of_lmdb(rc);
     }
     mdb_env_set_assert(env_, log_assertion);
     rc = mdb_env_set_mapsize(env_, map_bytes);
-    if (rc == 0) {
-        rc = mdb_env_set_maxreaders(env_, kMaxReaders);
-    }
-    if (rc == 0) {
-        rc = mdb_env_set_maxdbs(env_, kMaxTables);
-    }
-    return rc == 0 ? mdb_env_open(env_, file_.c_str(), kOpenFlags | flags, kFileMode) : rc;
+    rc = rc != 0 ? rc : mdb_env_set_maxreaders(env_, kMaxReaders);
+    rc = rc != 0 ? rc : mdb_env_set_maxdbs(env_, kMaxTables);
+    rc = rc != 0 ? rc : mdb_env_open(env_, file_.c_str(), kOpenFlags | flags, kFileMode);
+    return Result::of_lmdb(rc);
 }
 
 // A process without permission to write may still read.
@@ -107,12 +88,12 @@ cerrno Environment::open_file(std::size_t map_bytes) {
     map_bytes = std::max<std::size_t>(map_bytes, head.map_bytes);
     FileIdentity before;
     const bool existed = identify(file_, before);
-    int rc = open_handle(map_bytes, 0);
-    if (existed && (rc == EACCES || rc == EROFS)) {
+    Result rc = open_handle(map_bytes, 0);
+    if (existed && (rc.is_errno(EACCES) || rc.is_errno(EROFS))) {
         rc = open_handle(map_bytes, MDB_RDONLY);
-        read_only_ = rc == 0;
+        read_only_ = rc.is_ok();
     }
-    if (rc != 0) {
+    if (!rc.is_ok()) {
         return report(rc);
     }
     if (!existed) {
@@ -123,7 +104,7 @@ cerrno Environment::open_file(std::size_t map_bytes) {
     int fd = -1;
     struct stat status;
     if (mdb_env_get_fd(env_, &fd) != 0 || fstat(fd, &status) != 0) {
-        return report(errno);
+        return report(Result::of_errno(errno));
     }
     identity_ = {status.st_dev, status.st_ino};
     close_on_exec(identity_);
@@ -181,12 +162,12 @@ cerrno Environment::check_contents() {
     return 0;  // others write it so fast that it must be sound
 }
 
-// Zero, MDB_NOTFOUND when there is no stamp, MDB_INCOMPATIBLE for another one.
-int Environment::find_stamp(MDB_txn *txn, bool &empty) {
+// Not found when there is no stamp, MDB_INCOMPATIBLE for another one.
+Result Environment::find_stamp(MDB_txn *txn, bool &empty) {
     MDB_dbi root = 0;
     int rc = mdb_dbi_open(txn, nullptr, 0, &root);
     if (rc != 0) {
-        return rc;
+        return Result::of_lmdb(rc);
     }
     MDB_stat statistics;
     rc = mdb_stat(txn, root, &statistics);
@@ -202,10 +183,10 @@ int Environment::find_stamp(MDB_txn *txn, bool &empty) {
     if (rc == 0 && view_of(value) != stamp_of(tree_)) {
         rc = MDB_INCOMPATIBLE;
     }
-    return rc;
+    return Result::of_lmdb(rc);
 }
 
-int Environment::make_tables(MDB_txn *txn) {
+Result Environment::make_tables(MDB_txn *txn) {
     int rc = mdb_dbi_open(txn, kMetaTable, MDB_CREATE, &meta_);
     MDB_val key = value_of(kStampKey);
     MDB_val value = value_of(stamp_of(tree_));
@@ -219,7 +200,10 @@ int Environment::make_tables(MDB_txn *txn) {
     if (rc == 0) {
         rc = mdb_dbi_open(txn, kLogTable, MDB_CREATE | MDB_INTEGERKEY, &table);
     }
-    return rc == 0 ? mdb_dbi_open(txn, kWatchTable, MDB_CREATE | MDB_DUPSORT, &table) : rc;
+    if (rc == 0) {
+        rc = mdb_dbi_open(txn, kWatchTable, MDB_CREATE | MDB_DUPSORT, &table);
+    }
+    return Result::of_lmdb(rc);
 }
 
 cerrno Environment::report_foreign() {
@@ -233,34 +217,34 @@ cerrno Environment::report_foreign() {
 
 cerrno Environment::open_tables() {
     bool empty = false;
-    int rc = 0;
+    Result found = Result::ok();
     {
         ReadTxn txn(*this);
         const cerrno begun = txn.begin();
         if (begun != 0) {
             return begun;
         }
-        rc = find_stamp(txn.get(), empty);
+        found = find_stamp(txn.get(), empty);
     }
-    if (rc == MDB_NOTFOUND && empty) {
+    if (found.is_not_found() && empty) {
         // Another process may be doing the same; the writer's lock decides.
         const cerrno made = write(Growth::kGrows, [this](MDB_txn *txn) {
             bool still_empty = false;
-            const int found = find_stamp(txn, still_empty);
-            return found == MDB_NOTFOUND && still_empty ? make_tables(txn) : found;
+            const Result again = find_stamp(txn, still_empty);
+            return again.is_not_found() && still_empty ? make_tables(txn) : again;
         });
         if (made != 0) {
             return made;
         }
-    } else if (rc == MDB_NOTFOUND || rc == MDB_INCOMPATIBLE) {
+    } else if (found.is_not_found() || found.is_lmdb(MDB_INCOMPATIBLE)) {
         return report_foreign();
-    } else if (rc != 0) {
-        return report(rc);
+    } else if (!found.is_ok()) {
+        return report(found);
     }
     MDB_txn *txn = nullptr;
-    rc = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn);
+    int rc = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn);
     if (rc != 0) {
-        return report(rc);
+        return report(Result::of_lmdb(rc));
     }
     rc = mdb_dbi_open(txn, kMetaTable, 0, &meta_);
     rc = rc != 0 ? rc : mdb_dbi_open(txn, kItemsTable, 0, &items_);
@@ -271,7 +255,7 @@ cerrno Environment::open_tables() {
         return report_foreign();
     }
     // The handles of tables outlive only a transaction that is committed.
-    return report(mdb_txn_commit(txn));
+    return report(Result::of_lmdb(mdb_txn_commit(txn)));
 }
 
 const char *Environment::outdated() const {
@@ -285,52 +269,43 @@ const char *Environment::outdated() const {
     return nullptr;
 }
 
-cerrno Environment::report(int rc) {
-    if (rc == 0) {
-        return 0;
-    }
-    if (rc == MDB_NOTFOUND) {
-        return SYSDB_ERR_NOT_FOUND;
-    }
-    if (is_damage(rc)) {
+cerrno Environment::report(Result result) {
+    if (result.is_damage()) {
         broken_.store(true, std::memory_order_relaxed);
-        return report_damage(mdb_strerror(rc));
+        return report_damage(result.text());
     }
-    switch (rc) {
-        case MDB_MAP_FULL:
-            log(kLogError,
-                "database %s is full; delete what is not needed, or set AAA_SYSDB_MAP_MIB to a larger size",
-                file_.c_str());
-            return SYSDB_ERR_FULL;
-        case MDB_TXN_FULL:
-            log(kLogError, "database %s: too many changes at once; make them in several parts",
-                file_.c_str());
-            return SYSDB_ERR_FULL;
-        case MDB_READERS_FULL:
-            log(kLogError, "database %s has no place for another reader (%u); end some of the AAA processes",
-                file_.c_str(), kMaxReaders);
-            return SYSDB_ERR_BUSY;
-        case MDB_MAP_RESIZED:
-            // Another process uses a larger map; opened again, this one does too.
-            broken_.store(true, std::memory_order_relaxed);
-            return SYSDB_ERR_BUSY;
-        case MDB_BAD_VALSIZE:
-            return SYSDB_ERR_PATH_TOO_LONG;
-        default:
-            break;
+    if (result.is_lmdb(MDB_MAP_RESIZED)) {
+        // Another process uses a larger map; opened again, this one does too.
+        broken_.store(true, std::memory_order_relaxed);
+    } else if (result.is_failure_of_storage()) {
+        log_failure(result);
     }
-    log(kLogError, "database %s: %s; check the directory's place and permissions", file_.c_str(),
-        mdb_strerror(rc));
-    return rc > 0 ? code_of_errno(rc) : SYSDB_ERR_STORAGE;
+    return result.code();
 }
 
-int Environment::begin_write(Growth growth, MDB_txn *&txn) {
-    int rc = mdb_txn_begin(env_, nullptr, 0, &txn);
-    if (rc != 0 || growth == Growth::kShrinks) {
+void Environment::log_failure(Result result) {
+    if (result.is_lmdb(MDB_MAP_FULL)) {
+        log(kLogError,
+            "database %s is full; delete what is not needed, or set AAA_SYSDB_MAP_MIB to a larger size",
+            file_.c_str());
+    } else if (result.is_lmdb(MDB_TXN_FULL)) {
+        log(kLogError, "database %s: too many changes at once; make them in several parts", file_.c_str());
+    } else if (result.is_lmdb(MDB_READERS_FULL)) {
+        log(kLogError, "database %s has no place for another reader (%u); end some of the AAA processes",
+            file_.c_str(), kMaxReaders);
+    } else {
+        log(kLogError, "database %s: %s; check the directory's place and permissions", file_.c_str(),
+            result.text());
+    }
+}
+
+Result Environment::begin_write(Growth growth, MDB_txn *&txn) {
+    Result rc = Result::of_lmdb(mdb_txn_begin(env_, nullptr, 0, &txn));
+    if (!rc.is_ok() || growth == Growth::kShrinks) {
         return rc;
     }
     rc = check_room();
-    if (rc != 0) {
+    if (!rc.is_ok()) {
         mdb_txn_abort(txn);
     }
     return rc;
@@ -338,10 +313,10 @@ int Environment::begin_write(Growth growth, MDB_txn *&txn) {
 
 // Pages that the file's free list names; a write transaction may not look at
 // it, but the writer's lock keeps it as the reader sees it.
-int Environment::count_free_pages(std::size_t enough, std::size_t &pages) {
+Result Environment::count_free_pages(std::size_t enough, std::size_t &pages) {
     MDB_txn *txn = nullptr;
-    int rc = take_reader(txn);
-    if (rc != 0) {
+    Result rc = take_reader(txn);
+    if (!rc.is_ok()) {
         return rc;
     }
     {
@@ -349,19 +324,19 @@ int Environment::count_free_pages(std::size_t enough, std::size_t &pages) {
         MDB_val key;
         MDB_val value;
         rc = cursor.open(txn, kFreeList);
-        while (rc == 0 && pages < enough && (rc = cursor.get(key, value, MDB_NEXT)) == 0) {
+        while (rc.is_ok() && pages < enough && (rc = cursor.get(key, value, MDB_NEXT)).is_ok()) {
             std::size_t listed = 0;  // each record is a count and as many page numbers
             std::memcpy(&listed, value.mv_data, std::min(sizeof listed, value.mv_size));
             pages += listed;
         }
     }
     give_back_reader(txn);
-    return rc == MDB_NOTFOUND ? 0 : rc;
+    return rc.ok_if_not_found();
 }
 
 // Deletion writes new pages before it gives any back. Without a reserve a
 // full database could not even be emptied.
-int Environment::check_room() {
+Result Environment::check_room() {
     MDB_envinfo info;
     MDB_stat statistics;
     mdb_env_info(env_, &info);
@@ -370,10 +345,10 @@ int Environment::check_room() {
     const std::size_t reserve = std::min(kReservedPages, pages / 8);
     std::size_t available = pages - std::min(pages, info.me_last_pgno + 1);
     if (available >= reserve) {
-        return 0;
+        return Result::ok();
     }
-    const int rc = count_free_pages(reserve, available);
-    return rc == 0 && available < reserve ? MDB_MAP_FULL : rc;
+    const Result rc = count_free_pages(reserve, available);
+    return rc.is_ok() && available < reserve ? Result::of_lmdb(MDB_MAP_FULL) : rc;
 }
 
 // A process that ends leaves its places behind, in whatever way it ends.
@@ -391,7 +366,7 @@ void Environment::count_commit() {
 
 // Threads begin their search at different places, so they seldom meet. No
 // thread-local storage: its first use may enter the dynamic loader.
-int Environment::take_reader(MDB_txn *&txn) {
+Result Environment::take_reader(MDB_txn *&txn) {
     const std::size_t first = static_cast<std::size_t>(pthread_self()) >> 12;
     for (std::size_t i = 0; i < kIdleReaders; ++i) {
         auto &place = idle_[(first + i) % kIdleReaders];
@@ -406,14 +381,14 @@ int Environment::take_reader(MDB_txn *&txn) {
         if (rc != 0) {
             mdb_txn_abort(txn);
         }
-        return rc;
+        return Result::of_lmdb(rc);
     }
     int rc = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn);
     if (rc == MDB_READERS_FULL) {
         free_dead_readers();
         rc = mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn);
     }
-    return rc;
+    return Result::of_lmdb(rc);
 }
 
 void Environment::give_back_reader(MDB_txn *txn) {
@@ -438,8 +413,8 @@ ReadTxn::~ReadTxn() {
 
 cerrno ReadTxn::begin() {
     MDB_txn *txn = nullptr;
-    const int rc = environment_.take_reader(txn);
-    if (rc == 0) {
+    const Result rc = environment_.take_reader(txn);
+    if (rc.is_ok()) {
         txn_ = txn;
     }
     return environment_.report(rc);

@@ -17,12 +17,9 @@
 
 #include "files.hpp"
 #include "key.hpp"
+#include "result.hpp"
 
 namespace sysdb_lmdb {
-
-// What a body of a write transaction returns to leave everything as it was
-// and still succeed. No LMDB result and no errno is as large.
-inline constexpr int kNothingToDo = 1 << 20;
 
 class Environment {
   public:
@@ -49,17 +46,17 @@ class Environment {
     // Not to be used any more; to be closed and opened again.
     bool broken() const { return broken_.load(std::memory_order_relaxed); }
 
-    // The code for an LMDB result; logs what an administrator must know.
-    cerrno report(int rc);
+    // The code for a result; logs what an administrator must know.
+    cerrno report(Result result);
 
-    // One write transaction: body(txn) gives an LMDB result, 0 commits.
+    // One write transaction: body(txn) gives a Result, ok commits.
     // A growing one is refused while there is still room for deletions.
     enum class Growth { kGrows, kShrinks };
     template <typename Body>
     cerrno write(Growth growth, Body body);
 
     // For ReadTxn.
-    int take_reader(MDB_txn *&txn);
+    Result take_reader(MDB_txn *&txn);
     void give_back_reader(MDB_txn *txn);
 
   private:
@@ -67,20 +64,21 @@ class Environment {
     static constexpr std::size_t kIdleReaders = 16;
 
     Environment(std::string file, Tree tree) : file_(std::move(file)), tree_(tree) {}
-    int open_handle(std::size_t map_bytes, unsigned flags);
+    Result open_handle(std::size_t map_bytes, unsigned flags);
     cerrno open_file(std::size_t map_bytes);
     cerrno check_contents();
     cerrno open_tables();
-    int find_stamp(MDB_txn *txn, bool &empty);
-    int make_tables(MDB_txn *txn);
+    Result find_stamp(MDB_txn *txn, bool &empty);
+    Result make_tables(MDB_txn *txn);
+    void log_failure(Result result);
     cerrno report_foreign();
     cerrno report_damage(const char *fault);
 
     template <typename Body>
-    int attempt(Growth growth, Body &body);
-    int begin_write(Growth growth, MDB_txn *&txn);
-    int check_room();
-    int count_free_pages(std::size_t enough, std::size_t &pages);
+    Result attempt(Growth growth, Body &body);
+    Result begin_write(Growth growth, MDB_txn *&txn);
+    Result check_room();
+    Result count_free_pages(std::size_t enough, std::size_t &pages);
     void free_dead_readers();
     void count_commit();
 
@@ -132,21 +130,23 @@ class Cursor {
     Cursor(const Cursor &) = delete;
     Cursor &operator=(const Cursor &) = delete;
 
-    int open(MDB_txn *txn, MDB_dbi table) { return mdb_cursor_open(txn, table, &cursor_); }
-    int get(MDB_val &key, MDB_val &value, MDB_cursor_op op) {
-        return mdb_cursor_get(cursor_, &key, &value, op);
+    Result open(MDB_txn *txn, MDB_dbi table) {
+        return Result::of_lmdb(mdb_cursor_open(txn, table, &cursor_));
     }
-    MDB_cursor *handle() const { return cursor_; }
+    Result get(MDB_val &key, MDB_val &value, MDB_cursor_op op) {
+        return Result::of_lmdb(mdb_cursor_get(cursor_, &key, &value, op));
+    }
+    Result erase() { return Result::of_lmdb(mdb_cursor_del(cursor_, 0)); }
 
   private:
     MDB_cursor *cursor_ = nullptr;
 };
 
 template <typename Body>
-int Environment::attempt(Growth growth, Body &body) {
+Result Environment::attempt(Growth growth, Body &body) {
     MDB_txn *txn = nullptr;
-    int rc = begin_write(growth, txn);
-    if (rc != 0) {
+    Result rc = begin_write(growth, txn);
+    if (!rc.is_ok()) {
         return rc;
     }
     // An open transaction is the writer's lock of every process.
@@ -156,11 +156,11 @@ int Environment::attempt(Growth growth, Body &body) {
         mdb_txn_abort(txn);
         throw;
     }
-    if (rc != 0) {
+    if (!rc.is_ok()) {
         mdb_txn_abort(txn);
         return rc;
     }
-    return mdb_txn_commit(txn);
+    return Result::of_lmdb(mdb_txn_commit(txn));
 }
 
 template <typename Body>
@@ -168,16 +168,16 @@ cerrno Environment::write(Growth growth, Body body) {
     if (read_only_) {
         return SYSDB_ERR_READ_ONLY;
     }
-    int rc = attempt(growth, body);
-    if (rc == MDB_MAP_FULL || rc == MDB_READERS_FULL) {
+    Result rc = attempt(growth, body);
+    if (rc.is_lmdb(MDB_MAP_FULL) || rc.is_lmdb(MDB_READERS_FULL)) {
         // Readers that died inside a transaction keep pages from being used again.
         free_dead_readers();
         rc = attempt(growth, body);
     }
-    if (rc == 0) {
+    if (rc.is_ok()) {
         count_commit();
     }
-    return rc == kNothingToDo ? 0 : report(rc);
+    return report(rc);
 }
 
 }  // namespace sysdb_lmdb

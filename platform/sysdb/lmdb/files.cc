@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "host.hpp"
+#include "result.hpp"
 
 namespace sysdb_lmdb {
 namespace {
@@ -91,7 +92,7 @@ cerrno ensure_directory(const std::string &directory) {
         "directory %s cannot be made: %s; make it, mode 2770 and owned by the group of the AAA processes, "
         "or set %s and %s to other places",
         directory.c_str(), std::strerror(error), kCfgVariable, kRunVariable);
-    return code_of_errno(error);
+    return Result::of_errno(error).code();
 }
 
 std::string parent_of(const std::string &file) {
@@ -140,23 +141,6 @@ void close_on_exec(const FileIdentity &identity) {
         }
     }
     closedir(descriptors);
-}
-
-cerrno code_of_errno(int error) {
-    switch (error) {
-        case EACCES:
-        case EPERM:
-            return SYSDB_ERR_ACCESS;
-        case EROFS:
-            return SYSDB_ERR_READ_ONLY;
-        case ENOMEM:
-            return SYSDB_ERR_NOMEM;
-        case ENOSPC:
-        case EDQUOT:
-            return SYSDB_ERR_FULL;
-        default:
-            return SYSDB_ERR_STORAGE;
-    }
 }
 
 }  // namespace sysdb_lmdb

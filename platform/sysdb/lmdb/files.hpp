@@ -53,7 +53,4 @@ bool identify(const std::string &file, FileIdentity &identity);
 // LMDB sees to that for its lock file only.
 void close_on_exec(const FileIdentity &identity);
 
-// The code for a failed system call on a file.
-cerrno code_of_errno(int error);
-
 }  // namespace sysdb_lmdb

@@ -10,12 +10,12 @@
 namespace sysdb_lmdb {
 namespace {
 
-int put_item(const Environment &environment, MDB_txn *txn, std::string_view key, std::uint32_t datatype,
-             std::string_view value) {
+Result put_item(const Environment &environment, MDB_txn *txn, std::string_view key, std::uint32_t datatype,
+                std::string_view value) {
     MDB_val name = value_of(key);
     MDB_val room = {sizeof datatype + value.size(), nullptr};
-    const int rc = mdb_put(txn, environment.items(), &name, &room, MDB_RESERVE);
-    if (rc == 0) {
+    const auto rc = Result::of_lmdb(mdb_put(txn, environment.items(), &name, &room, MDB_RESERVE));
+    if (rc.is_ok()) {
         auto *bytes = static_cast<char *>(room.mv_data);
         std::memcpy(bytes, &datatype, sizeof datatype);
         value.copy(bytes + sizeof datatype,
@@ -25,27 +25,21 @@ int put_item(const Environment &environment, MDB_txn *txn, std::string_view key,
 }
 
 // Everything whose key begins with the directory's.
-int delete_below(const Environment &environment, MDB_txn *txn, std::string_view directory,
-                 ChangedKeys &changed) {
+Result delete_below(const Environment &environment, MDB_txn *txn, std::string_view directory,
+                    ChangedKeys &changed) {
     Cursor cursor;
-    int rc = cursor.open(txn, environment.items());
-    if (rc != 0) {
-        return rc;
-    }
-    for (;;) {
+    Result rc = cursor.open(txn, environment.items());
+    while (rc.is_ok()) {
         MDB_val key = value_of(directory);
         MDB_val value;
         rc = cursor.get(key, value, MDB_SET_RANGE);
-        if (rc != 0 || !view_of(key).starts_with(directory)) {
+        if (!rc.is_ok() || !view_of(key).starts_with(directory)) {
             break;
         }
         changed.emplace_back(view_of(key));
-        rc = mdb_cursor_del(cursor.handle(), 0);
-        if (rc != 0) {
-            break;
-        }
+        rc = cursor.erase();
     }
-    return rc == MDB_NOTFOUND ? 0 : rc;
+    return rc.ok_if_not_found();
 }
 
 }  // namespace
@@ -64,34 +58,34 @@ bool same_item(const MDB_val &stored, std::uint32_t datatype, std::string_view v
     return parse_item(stored, item) && item.datatype == datatype && item.value == value;
 }
 
-int store_in(const Environment &environment, MDB_txn *txn, std::string_view key, std::uint32_t datatype,
-             std::string_view value) {
+Result store_in(const Environment &environment, MDB_txn *txn, std::string_view key, std::uint32_t datatype,
+                std::string_view value) {
     MDB_val name = value_of(key);
     MDB_val stored;
-    int rc = mdb_get(txn, environment.items(), &name, &stored);
-    if (rc != 0 && rc != MDB_NOTFOUND) {
+    Result rc = Result::of_lmdb(mdb_get(txn, environment.items(), &name, &stored));
+    if (!rc.ok_if_not_found().is_ok()) {
         return rc;
     }
-    const bool existed = rc == 0;
+    const bool existed = rc.is_ok();
     if (existed && same_item(stored, datatype, value)) {
-        return kNothingToDo;
+        return Result::unchanged();
     }
     rc = put_item(environment, txn, key, datatype, value);
     const std::uint32_t operation = existed ? SYSDB_EVENT_SET : SYSDB_EVENT_CREATE;
-    return rc == 0 ? append_change(environment, txn, operation, key) : rc;
+    return rc.is_ok() ? append_change(environment, txn, operation, key) : rc;
 }
 
-int delete_in(const Environment &environment, MDB_txn *txn, std::string_view key) {
+Result delete_in(const Environment &environment, MDB_txn *txn, std::string_view key) {
     MDB_val name = value_of(key);
-    const int rc = mdb_del(txn, environment.items(), &name, nullptr);
-    return rc == 0 ? append_change(environment, txn, SYSDB_EVENT_DELETE, key) : rc;
+    const auto rc = Result::of_lmdb(mdb_del(txn, environment.items(), &name, nullptr));
+    return rc.is_ok() ? append_change(environment, txn, SYSDB_EVENT_DELETE, key) : rc;
 }
 
 cerrno find_item(const ReadTxn &txn, std::string_view key, Item &item) {
     MDB_val name = value_of(key);
     MDB_val stored;
-    const int rc = mdb_get(txn.get(), txn.environment().items(), &name, &stored);
-    if (rc != 0) {
+    const auto rc = Result::of_lmdb(mdb_get(txn.get(), txn.environment().items(), &name, &stored));
+    if (!rc.is_ok()) {
         return txn.environment().report(rc);
     }
     if (parse_item(stored, item)) {
@@ -109,8 +103,8 @@ cerrno store_item(const Key &key, std::uint32_t datatype, std::string_view value
     return Database::instance().with(key.tree(), [&](Environment &environment) {
         changed.clear();
         return environment.write(Environment::Growth::kGrows, [&](MDB_txn *txn) {
-            const int rc = store_in(environment, txn, key.view(), datatype, value);
-            changed.assign(rc == 0 ? 1 : 0, std::string(key.view()));
+            const Result rc = store_in(environment, txn, key.view(), datatype, value);
+            changed.assign(rc.is_ok() ? 1 : 0, std::string(key.view()));
             return rc;
         });
     });
@@ -119,8 +113,8 @@ cerrno store_item(const Key &key, std::uint32_t datatype, std::string_view value
 cerrno delete_item(const Key &key, ChangedKeys &changed) {
     return Database::instance().with(key.tree(), [&](Environment &environment) {
         return environment.write(Environment::Growth::kShrinks, [&](MDB_txn *txn) {
-            const int rc = delete_in(environment, txn, key.view());
-            changed.assign(rc == 0 ? 1 : 0, std::string(key.view()));
+            const Result rc = delete_in(environment, txn, key.view());
+            changed.assign(rc.is_ok() ? 1 : 0, std::string(key.view()));
             return rc;
         });
     });
@@ -130,11 +124,11 @@ cerrno delete_directory(const Key &directory, ChangedKeys &changed) {
     return Database::instance().with(directory.tree(), [&](Environment &environment) {
         return environment.write(Environment::Growth::kShrinks, [&](MDB_txn *txn) {
             changed.clear();
-            int rc = delete_below(environment, txn, directory.view(), changed);
-            if (rc == 0 && changed.empty()) {
-                return MDB_NOTFOUND;
+            Result rc = delete_below(environment, txn, directory.view(), changed);
+            if (rc.is_ok() && changed.empty()) {
+                return Result::of_lmdb(MDB_NOTFOUND);
             }
-            for (std::size_t i = 0; i < changed.size() && rc == 0; ++i) {
+            for (std::size_t i = 0; i < changed.size() && rc.is_ok(); ++i) {
                 rc = append_change(environment, txn, SYSDB_EVENT_DELETE, changed[i]);
             }
             return rc;

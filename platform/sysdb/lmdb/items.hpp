@@ -26,12 +26,12 @@ cerrno find_item(const ReadTxn &txn, std::string_view key, Item &item);
 // Whether a stored value begins with a type, and which.
 bool parse_item(const MDB_val &stored, Item &item);
 
-// Steps of a write transaction, with their records in the change log; an LMDB
-// result. kNothingToDo when the same is stored already, MDB_NOTFOUND when
-// there is nothing to delete.
-int store_in(const Environment &environment, MDB_txn *txn, std::string_view key, std::uint32_t datatype,
-             std::string_view value);
-int delete_in(const Environment &environment, MDB_txn *txn, std::string_view key);
+// Steps of a write transaction, with their records in the change log:
+// unchanged when the same is stored already, not found when there is nothing
+// to delete.
+Result store_in(const Environment &environment, MDB_txn *txn, std::string_view key, std::uint32_t datatype,
+                std::string_view value);
+Result delete_in(const Environment &environment, MDB_txn *txn, std::string_view key);
 
 // Whether a stored item is of this type and value.
 bool same_item(const MDB_val &stored, std::uint32_t datatype, std::string_view value);

@@ -40,10 +40,10 @@ class LevelWalk {
   public:
     LevelWalk(const ReadTxn &txn, std::string_view directory) : directory_(directory) {
         rc_ = cursor_.open(txn.get(), txn.environment().items());
-        if (rc_ == 0) {
+        if (rc_.is_ok()) {
             seek(directory);
         }
-        exists_ = rc_ == 0 && view_of(key_).starts_with(directory_);
+        exists_ = rc_.is_ok() && view_of(key_).starts_with(directory_);
         if (exists_ && view_of(key_) == directory_) {
             rc_ = cursor_.get(key_, value_, MDB_NEXT);  // the directory's own marker
         }
@@ -51,10 +51,10 @@ class LevelWalk {
 
     // Something is below the directory, or it was made by hand.
     bool exists() const { return exists_; }
-    int result() const { return rc_ == MDB_NOTFOUND ? 0 : rc_; }
+    Result result() const { return rc_.ok_if_not_found(); }
 
     bool next(Entry &entry) {
-        if (rc_ != 0 || !view_of(key_).starts_with(directory_)) {
+        if (!rc_.is_ok() || !view_of(key_).starts_with(directory_)) {
             return false;
         }
         const std::string_view key = view_of(key_);
@@ -78,22 +78,22 @@ class LevelWalk {
     Cursor cursor_;
     MDB_val key_{};
     MDB_val value_{};
-    int rc_ = 0;
+    Result rc_ = Result::ok();
     bool exists_ = false;
 };
 
 // The cursor on the last key below the directory; its marker does not count.
-int seek_last(Cursor &cursor, std::string_view directory, MDB_val &key, MDB_val &value) {
+Result seek_last(Cursor &cursor, std::string_view directory, MDB_val &key, MDB_val &value) {
     const std::string end = behind(directory);
     key = value_of(end);
-    int rc = cursor.get(key, value, MDB_SET_RANGE);
-    if (rc == 0) {
+    Result rc = cursor.get(key, value, MDB_SET_RANGE);
+    if (rc.is_ok()) {
         rc = cursor.get(key, value, MDB_PREV);
-    } else if (rc == MDB_NOTFOUND) {
+    } else if (rc.is_not_found()) {
         rc = cursor.get(key, value, MDB_LAST);
     }
-    if (rc == 0 && (!view_of(key).starts_with(directory) || view_of(key) == directory)) {
-        rc = MDB_NOTFOUND;
+    if (rc.is_ok() && (!view_of(key).starts_with(directory) || view_of(key) == directory)) {
+        rc = Result::of_lmdb(MDB_NOTFOUND);
     }
     return rc;
 }
@@ -149,11 +149,11 @@ cerrno last_entry(const Key &directory, Entry &entry) {
         Cursor cursor;
         MDB_val key;
         MDB_val value;
-        int rc = cursor.open(txn.get(), txn.environment().items());
-        if (rc == 0) {
+        Result rc = cursor.open(txn.get(), txn.environment().items());
+        if (rc.is_ok()) {
             rc = seek_last(cursor, directory.view(), key, value);
         }
-        if (rc != 0) {
+        if (!rc.is_ok()) {
             return txn.environment().report(rc);
         }
         const std::string_view name = entry_name(view_of(key).substr(directory.view().size()));

@@ -25,7 +25,7 @@ cerrno report_descriptors() {
     const int error = errno;
     log(kLogError, "no descriptor for a connection's channel: %s; raise the limit of open files",
         std::strerror(error));
-    return code_of_errno(error);
+    return Result::of_errno(error).code();
 }
 
 bool watch_descriptor(int channel, int fd) {

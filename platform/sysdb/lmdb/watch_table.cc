@@ -22,66 +22,66 @@ void insert_once(Names &names, std::string_view name) {
 }
 
 // Sockets in the rows of one key.
-int collect(Cursor &cursor, std::string_view watched, Names &names) {
+Result collect(Cursor &cursor, std::string_view watched, Names &names) {
     MDB_val key = value_of(watched);
     MDB_val value;
-    int rc = cursor.get(key, value, MDB_SET_KEY);
-    for (; rc == 0; rc = cursor.get(key, value, MDB_NEXT_DUP)) {
+    Result rc = cursor.get(key, value, MDB_SET_KEY);
+    for (; rc.is_ok(); rc = cursor.get(key, value, MDB_NEXT_DUP)) {
         insert_once(names, view_of(value));
     }
-    return rc == MDB_NOTFOUND ? 0 : rc;
+    return rc.ok_if_not_found();
 }
 
 // The key itself, and every directory that it lies in.
-int collect_for_key(Cursor &cursor, std::string_view changed, Names &names) {
-    int rc = collect(cursor, changed, names);
+Result collect_for_key(Cursor &cursor, std::string_view changed, Names &names) {
+    Result rc = collect(cursor, changed, names);
     std::size_t slash = changed.find('/', 1);
-    while (rc == 0 && slash != std::string_view::npos && slash + 1 < changed.size()) {
+    while (rc.is_ok() && slash != std::string_view::npos && slash + 1 < changed.size()) {
         rc = collect(cursor, changed.substr(0, slash + 1), names);
         slash = changed.find('/', slash + 1);
     }
     return rc;
 }
 
-int collect_all(Cursor &cursor, Names &names) {
+Result collect_all(Cursor &cursor, Names &names) {
     MDB_val key;
     MDB_val value;
-    int rc = cursor.get(key, value, MDB_FIRST);
-    for (; rc == 0; rc = cursor.get(key, value, MDB_NEXT)) {
+    Result rc = cursor.get(key, value, MDB_FIRST);
+    for (; rc.is_ok(); rc = cursor.get(key, value, MDB_NEXT)) {
         insert_once(names, view_of(value));
     }
-    return rc == MDB_NOTFOUND ? 0 : rc;
+    return rc.ok_if_not_found();
 }
 
 template <typename Collect>
 cerrno read_names(Collect collect_names) {
     return Database::instance().read(Tree::kOper, [&](const ReadTxn &txn) {
         Cursor cursor;
-        int rc = cursor.open(txn.get(), txn.environment().watches());
-        if (rc == 0) {
+        Result rc = cursor.open(txn.get(), txn.environment().watches());
+        if (rc.is_ok()) {
             rc = collect_names(cursor);
         }
         return txn.environment().report(rc);
     });
 }
 
-int remove_rows(MDB_txn *txn, MDB_dbi table, const Names &dead) {
+Result remove_rows(MDB_txn *txn, MDB_dbi table, const Names &dead) {
     Cursor cursor;
-    int rc = cursor.open(txn, table);
+    Result rc = cursor.open(txn, table);
     MDB_val key;
     MDB_val value;
     std::vector<std::pair<std::string, std::string>> rows;
-    for (rc = rc == 0 ? cursor.get(key, value, MDB_FIRST) : rc; rc == 0;
+    for (rc = rc.is_ok() ? cursor.get(key, value, MDB_FIRST) : rc; rc.is_ok();
          rc = cursor.get(key, value, MDB_NEXT)) {
         if (std::find(dead.begin(), dead.end(), view_of(value)) != dead.end()) {
             rows.emplace_back(view_of(key), view_of(value));
         }
     }
-    rc = rc == MDB_NOTFOUND ? 0 : rc;
-    for (auto row = rows.begin(); row != rows.end() && rc == 0; ++row) {
+    rc = rc.ok_if_not_found();
+    for (auto row = rows.begin(); row != rows.end() && rc.is_ok(); ++row) {
         key = value_of(row->first);
         value = value_of(row->second);
-        rc = mdb_del(txn, table, &key, &value);
+        rc = Result::of_lmdb(mdb_del(txn, table, &key, &value));
     }
     return rc;
 }
@@ -122,8 +122,9 @@ cerrno add_watch(std::string_view key, const std::string &socket_name) {
         return environment.write(Environment::Growth::kGrows, [&](MDB_txn *txn) {
             MDB_val name = value_of(key);
             MDB_val value = value_of(socket_name);
-            const int rc = mdb_put(txn, environment.watches(), &name, &value, MDB_NODUPDATA);
-            return rc == MDB_KEYEXIST ? kNothingToDo : rc;
+            const auto rc =
+                Result::of_lmdb(mdb_put(txn, environment.watches(), &name, &value, MDB_NODUPDATA));
+            return rc.is_lmdb(MDB_KEYEXIST) ? Result::unchanged() : rc;
         });
     });
 }
@@ -133,8 +134,8 @@ cerrno remove_watch(std::string_view key, const std::string &socket_name) {
         return environment.write(Environment::Growth::kShrinks, [&](MDB_txn *txn) {
             MDB_val name = value_of(key);
             MDB_val value = value_of(socket_name);
-            const int rc = mdb_del(txn, environment.watches(), &name, &value);
-            return rc == MDB_NOTFOUND ? kNothingToDo : rc;
+            const auto rc = Result::of_lmdb(mdb_del(txn, environment.watches(), &name, &value));
+            return rc.is_not_found() ? Result::unchanged() : rc;
         });
     });
 }
@@ -145,8 +146,8 @@ void notify_watchers(const ChangedKeys &keys) try {
     }
     Names names;
     const cerrno rc = read_names([&](Cursor &cursor) {
-        int result = 0;
-        for (auto key = keys.begin(); key != keys.end() && result == 0; ++key) {
+        Result result = Result::ok();
+        for (auto key = keys.begin(); key != keys.end() && result.is_ok(); ++key) {
             result = collect_for_key(cursor, *key, names);
         }
         return result;

@@ -17,6 +17,7 @@
 
 #include "files.hpp"
 #include "host.hpp"
+#include "result.hpp"
 
 namespace sysdb_lmdb {
 namespace {
@@ -104,7 +105,7 @@ cerrno bind_watcher_socket(const std::string &directory, Descriptor &socket, std
     const int error = errno;
     log(kLogError, "no socket in %s: %s; changes cannot be watched; check the directory's permissions",
         directory.c_str(), std::strerror(error));
-    return code_of_errno(error);
+    return Result::of_errno(error).code();
 }
 
 Peer wake_peer(const Descriptor &sender, const std::string &directory, const std::string &name) {
