@@ -189,10 +189,11 @@ const char *text_of(cerrno code) {
 
 }  // namespace aaaplatform
 
+using namespace aaaplatform;
+
 extern "C" {
 
 cerrno cerr_register_dll(uint32_t facility, const char *dll_name) {
-    using namespace aaaplatform;
     if (facility == 0 || facility > kFacilityMask || dll_name == nullptr || *dll_name == '\0') {
         return HOST_INVALID_ARG;
     }
@@ -210,8 +211,8 @@ cerrno cerr_register_dll(uint32_t facility, const char *dll_name) {
 }
 
 const char *cerr_strerror(cerrno code) {
-    const char *text = aaaplatform::text_of(code);
-    return text != nullptr ? text : aaaplatform::unknown_text(code);
+    const char *text = text_of(code);
+    return text != nullptr ? text : unknown_text(code);
 }
 
 }  // extern "C"

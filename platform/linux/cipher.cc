@@ -184,18 +184,20 @@ char *encrypt(const char *text, int type) {
 
 }  // namespace aaaplatform
 
+using namespace aaaplatform;
+
 extern "C" {
 
 char *pw_encrypt(const char *text, int type) {
     const int saved_errno = errno;
-    char *out = aaaplatform::encrypt(text, type);
+    char *out = encrypt(text, type);
     errno = saved_errno;
     return out;
 }
 
 char *pw_decrypt(const char *text, int type) {
     const int saved_errno = errno;
-    char *out = aaaplatform::decrypt(text, type);
+    char *out = decrypt(text, type);
     errno = saved_errno;
     return out;
 }

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Opening, checking and splitting the small configuration files.
 
 #include "config_file.hpp"
 

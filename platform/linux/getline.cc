@@ -316,10 +316,11 @@ void begin_read(Editor &editor, const char *prompt) {
 
 }  // namespace aaaplatform
 
+using namespace aaaplatform;
+
 extern "C" {
 
 void *getline_init(void) {
-    using namespace aaaplatform;
     auto *editor = static_cast<Editor *>(std::calloc(1, sizeof(Editor)));
     if (editor == nullptr) {
         return nullptr;
@@ -336,7 +337,6 @@ void *getline_init(void) {
 }
 
 cerrno getline_configure(void *handle, uint32_t option, uint32_t size, const void *value) {
-    using namespace aaaplatform;
     auto *editor = static_cast<Editor *>(handle);
     if (editor == nullptr || value == nullptr || option < kFirstOption || option > kLastOption ||
         size != sizeof editor->options[0]) {
@@ -348,12 +348,11 @@ cerrno getline_configure(void *handle, uint32_t option, uint32_t size, const voi
 
 void gl_ret_on_eintr_enable(void *handle) {
     if (handle != nullptr) {
-        static_cast<aaaplatform::Editor *>(handle)->return_on_signal = true;
+        static_cast<Editor *>(handle)->return_on_signal = true;
     }
 }
 
 char *qm_getline(void *handle, const char *prompt, const char *text, int *ok) {
-    using namespace aaaplatform;
     auto *editor = static_cast<Editor *>(handle);
     if (editor == nullptr) {
         errno = EINVAL;
@@ -390,7 +389,6 @@ char *qm_getline(void *handle, const char *prompt, const char *text, int *ok) {
 }
 
 void getline_free(void *handle) {
-    using namespace aaaplatform;
     auto *editor = static_cast<Editor *>(handle);
     if (editor == nullptr) {
         return;

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The search through the objects that are loaded.
 
 #include "loaded_objects.hpp"
 

@@ -110,10 +110,11 @@ const void *object_base(const void *address) {
 
 }  // namespace aaaplatform
 
+using namespace aaaplatform;
+
 extern "C" {
 
 void _init_libc_globals(void) {
-    using namespace aaaplatform;
     if (g_exit_handlers.fetch_add(1, std::memory_order_relaxed) < kMaxExitHandlers) {
         atexit(set_exiting);
     }
@@ -125,7 +126,6 @@ void _init_libc_globals(void) {
 }
 
 int __in_dlclose(void) {
-    using namespace aaaplatform;
     if (!unloading_now()) {
         return 0;
     }

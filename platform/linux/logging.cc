@@ -146,10 +146,11 @@ void log(uint32_t severity, const char *mnemonic, const char *format, ...) noexc
 
 }  // namespace aaaplatform
 
+using namespace aaaplatform;
+
 extern "C" {
 
 void kel_errmsg(const void *record, uint32_t severity, ...) {
-    using namespace aaaplatform;
     const int saved_errno = errno;
     if (record == nullptr) {
         log(kLogError, "NO_RECORD", "A message was logged without its catalog record");

@@ -271,10 +271,11 @@ void start_tracing() {
 
 }  // namespace aaaplatform
 
+using namespace aaaplatform;
+
 extern "C" {
 
 void aaa_debug(uint32_t flag, const char *format, ...) {
-    using namespace aaaplatform;
     const uint32_t mask = g_mask.load(std::memory_order_relaxed);
     if (flag >= AAA_PLATFORM_DEBUG_FLAGS) {
         report_bad_flag(flag);
@@ -295,7 +296,7 @@ void aaa_debug(uint32_t flag, const char *format, ...) {
 
 int aaa_debugging(uint32_t flag) {
     return flag < AAA_PLATFORM_DEBUG_FLAGS
-               ? static_cast<int>(aaaplatform::g_mask.load(std::memory_order_relaxed) >> flag & 1u)
+               ? static_cast<int>(g_mask.load(std::memory_order_relaxed) >> flag & 1u)
                : 0;
 }
 
@@ -305,12 +306,10 @@ int aaa_debugging(uint32_t flag) {
 const uint32_t *aaa_debug_word(int (*debugging)(uint32_t flag)) {
     static_assert(std::atomic<uint32_t>::is_always_lock_free &&
                   sizeof(std::atomic<uint32_t>) == sizeof(uint32_t));
-    return debugging == aaa_platform_own_debugging ? reinterpret_cast<const uint32_t *>(&aaaplatform::g_mask)
-                                                   : nullptr;
+    return debugging == aaa_platform_own_debugging ? reinterpret_cast<const uint32_t *>(&g_mask) : nullptr;
 }
 
 cerrno aaa_debug_init(void) {
-    using namespace aaaplatform;
     // Once: the copy must not change under a thread that logs with it. A flag,
     // not a mutex, which could be taken in the other order with the loader's lock.
     if (!g_bad_flag_taken.exchange(true, std::memory_order_acquire) &&
@@ -323,11 +322,10 @@ cerrno aaa_debug_init(void) {
 }
 
 void aaa_debug_cleanup(void) {
-    aaaplatform::g_mask.store(0, std::memory_order_relaxed);
+    g_mask.store(0, std::memory_order_relaxed);
 }
 
 cerrno aaa_platform_debug_set(uint32_t flag, int on) {
-    using namespace aaaplatform;
     if (flag >= AAA_PLATFORM_DEBUG_FLAGS) {
         report_bad_flag(flag);
         return HOST_NO_SUCH_FLAG;
@@ -342,7 +340,6 @@ cerrno aaa_platform_debug_set(uint32_t flag, int on) {
 }
 
 cerrno aaa_platform_debug_set_areas(const char *list) {
-    using namespace aaaplatform;
     uint32_t mask;
     const bool ok = parse_areas(list, &mask);
     g_mask.store(mask, std::memory_order_relaxed);
@@ -350,11 +347,11 @@ cerrno aaa_platform_debug_set_areas(const char *list) {
 }
 
 uint32_t aaa_platform_debug_mask(void) {
-    return aaaplatform::g_mask.load(std::memory_order_relaxed);
+    return g_mask.load(std::memory_order_relaxed);
 }
 
 const char *aaa_platform_debug_area(uint32_t flag) {
-    return flag < AAA_PLATFORM_DEBUG_FLAGS ? aaaplatform::kAreas[flag] : nullptr;
+    return flag < AAA_PLATFORM_DEBUG_FLAGS ? kAreas[flag] : nullptr;
 }
 
 }  // extern "C"

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Reading, checking and writing the file of master keys.
 
 #include "master_keys.hpp"
 

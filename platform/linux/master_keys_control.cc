@@ -55,10 +55,11 @@ cerrno failed(const char *path, int error) {
 
 }  // namespace aaaplatform
 
+using namespace aaaplatform;
+
 extern "C" {
 
 cerrno aaa_platform_master_keys_create(const char *path) {
-    using namespace aaaplatform;
     path = path_or_usual(path);
     if (sodium_init() < 0) {
         return failed(path, EIO);
@@ -73,7 +74,6 @@ cerrno aaa_platform_master_keys_create(const char *path) {
 }
 
 cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *generation) {
-    using namespace aaaplatform;
     path = path_or_usual(path);
     if (sodium_init() < 0) {
         return failed(path, EIO);
@@ -104,7 +104,6 @@ cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *generation) {
 }
 
 cerrno aaa_platform_master_keys_retire(const char *path, uint32_t generation) {
-    using namespace aaaplatform;
     path = path_or_usual(path);
     const DirectoryLock lock(path);
     if (!lock.held()) {
@@ -127,7 +126,6 @@ cerrno aaa_platform_master_keys_retire(const char *path, uint32_t generation) {
 
 cerrno aaa_platform_master_keys_list(const char *path, aaa_platform_master_key_t *out, uint32_t capacity,
                                      uint32_t *count) {
-    using namespace aaaplatform;
     if (count == nullptr || (out == nullptr && capacity != 0)) {
         return HOST_INVALID_ARG;
     }
@@ -144,7 +142,7 @@ cerrno aaa_platform_master_keys_list(const char *path, aaa_platform_master_key_t
 }
 
 const char *aaa_platform_master_keys_path(void) {
-    return aaaplatform::master_keys_path();
+    return master_keys_path();
 }
 
 }  // extern "C"

@@ -62,10 +62,11 @@ int read_line_card() {
 
 }  // namespace aaaplatform
 
+using namespace aaaplatform;
+
 extern "C" {
 
 int platform_am_i_lc(void) {
-    using namespace aaaplatform;
     int known = g_line_card.load(std::memory_order_relaxed);
     if (known == 0) {
         const int saved_errno = errno;

@@ -100,10 +100,11 @@ bool read_slot(const Slot &slot, int32_t process, uint64_t now, aaa_platform_mut
 
 }  // namespace aaaplatform
 
+using namespace aaaplatform;
+
 extern "C" {
 
 void ptd_set_mutex_block(pthread_mutex_t *mutex, const char *function_name, int line) {
-    using namespace aaaplatform;
     const int saved_errno = errno;
     const auto process = static_cast<int32_t>(getpid());
     if (t_slot == nullptr) {
@@ -116,7 +117,6 @@ void ptd_set_mutex_block(pthread_mutex_t *mutex, const char *function_name, int 
 }
 
 void ptd_unset_mutex_block(void) {
-    using namespace aaaplatform;
     if (t_slot != nullptr) {
         t_slot->mutex.store(nullptr, std::memory_order_relaxed);
         t_slot->owner.store(0, std::memory_order_release);
@@ -125,7 +125,6 @@ void ptd_unset_mutex_block(void) {
 }
 
 uint32_t aaa_platform_mutex_waits(aaa_platform_mutex_wait_t *out, uint32_t capacity) {
-    using namespace aaaplatform;
     const auto process = static_cast<int32_t>(getpid());
     const uint64_t now = now_ms();
     uint32_t found = 0;

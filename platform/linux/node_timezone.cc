@@ -102,10 +102,11 @@ bool find_name(char *buffer, uint32_t size) {
 
 }  // namespace aaaplatform
 
+using namespace aaaplatform;
+
 extern "C" {
 
 cerrno conf_get_timezone_string(char *buffer, uint32_t size) {
-    using namespace aaaplatform;
     if (buffer == nullptr || size == 0) {
         return HOST_INVALID_ARG;
     }

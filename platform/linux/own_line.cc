@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The name of the controlling terminal: from its device number, else from the
+// standard descriptors.
 
 #include "own_line.hpp"
 

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Task tables: a head and an array of rows in one block.
 
 #include "platform/task_table.h"
 
@@ -51,6 +53,8 @@ std::size_t size_of(uint32_t capacity) {
 
 }  // namespace
 
+using namespace aaaplatform;
+
 extern "C" {
 
 aaa_task_table_t *aaa_task_table_create(uint32_t capacity) {
@@ -66,7 +70,6 @@ aaa_task_table_t *aaa_task_table_create(uint32_t capacity) {
 }
 
 cerrno aaa_task_table_grant(aaa_task_table_t *table, const char *task, uint32_t permissions) {
-    using namespace aaaplatform;
     if (table == nullptr || task == nullptr || (permissions & ~kAllPermissions) != 0) {
         return HOST_INVALID_ARG;
     }
@@ -106,8 +109,7 @@ void aaa_destroy_task_table(void *task_table) {
     }
     // A leak is better than freeing what may be anything.
     if (table->magic != kMagic) {
-        aaaplatform::log(
-            aaaplatform::kLogError, "BAD_TASK_TABLE",
+        log(kLogError, "BAD_TASK_TABLE",
             "A credential record carries a task table that this host did not make; it is not freed");
         return;
     }

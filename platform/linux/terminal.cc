@@ -84,10 +84,11 @@ const NameRule *rule_for_device(const char *device) {
 
 }  // namespace aaaplatform
 
+using namespace aaaplatform;
+
 extern "C" {
 
 int32_t tty_details_from_device_file(uint32_t, const char *device, tty_details_t *details) {
-    using namespace aaaplatform;
     if (device == nullptr || details == nullptr) {
         return EINVAL;
     }
@@ -103,7 +104,6 @@ int32_t tty_details_from_device_file(uint32_t, const char *device, tty_details_t
 }
 
 cerrno aaa_util_check_linetype(aaa_usercred_t *cred) {
-    using namespace aaaplatform;
     if (cred == nullptr) {
         return LINE_INVALID_ARG;
     }

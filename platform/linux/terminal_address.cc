@@ -121,10 +121,11 @@ bool from_environment(char *buffer, socklen_t size) {
 
 }  // namespace aaaplatform
 
+using namespace aaaplatform;
+
 extern "C" {
 
 cerrno aaa_util_find_line_remote_addr(char *buffer, uint32_t size) {
-    using namespace aaaplatform;
     if (buffer == nullptr || size == 0) {
         return LINE_INVALID_ARG;
     }

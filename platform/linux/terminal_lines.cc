@@ -133,10 +133,11 @@ const char *without_directory(const char *line) {
 
 }  // namespace aaaplatform
 
+using namespace aaaplatform;
+
 extern "C" {
 
 cerrno find_method_for_line(uint32_t kind, char **list_name) {
-    using namespace aaaplatform;
     if (list_name == nullptr || kind >= kKinds) {
         return LINE_INVALID_ARG;
     }
@@ -150,7 +151,6 @@ cerrno find_method_for_line(uint32_t kind, char **list_name) {
 }
 
 cerrno aaa_platform_line_rules(aaa_platform_line_rule_fn visit, void *context) {
-    using namespace aaaplatform;
     if (visit == nullptr) {
         return HOST_INVALID_ARG;
     }
@@ -169,7 +169,6 @@ cerrno aaa_platform_line_rules(aaa_platform_line_rule_fn visit, void *context) {
 }
 
 int aaa_platform_line_rule_applies(const aaa_platform_line_rule_t *rule, uint32_t kind, const char *line) {
-    using namespace aaaplatform;
     if (rule == nullptr || line == nullptr || kind >= kKinds) {
         return 0;
     }
@@ -179,7 +178,6 @@ int aaa_platform_line_rule_applies(const aaa_platform_line_rule_t *rule, uint32_
 }
 
 const char *aaa_platform_line_rules_path(void) {
-    using namespace aaaplatform;
     return config_path(kLinesVariable, kLinesFile);
 }
 

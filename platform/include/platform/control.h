@@ -4,11 +4,12 @@
 
 /**
  * @file
- * Controls of the host platform for Linux: tracing at run time, what threads
- * wait for, the method lists of lines, and the master keys of the password
- * cipher. This is not part of
- * the contract with the library, which calls none of it; it is for daemons,
- * tools and debuggers. Every function may be called from any thread.
+ * @brief Controls of the host platform for Linux.
+ *
+ * Tracing at run time, the mutexes that threads wait for, the method lists of
+ * lines, and the master keys of the password cipher. The library calls none of
+ * it; it is for daemons, tools and debuggers. Every function may be called from
+ * any thread.
  */
 
 #include "aaa/types.h"
@@ -26,31 +27,35 @@ extern "C" {
 /**
  * Switches one debug flag on or off in this process.
  *
- * @param flag debug flag
- * @param on   non-zero = on
- * @return 0: done; 0xa2580e00: no such flag, nothing changed (the catalog
- *         message about it is logged)
+ * @param[in] flag debug flag
+ * @param[in] on   non-zero = on
+ *
+ * @return
+ * - 0: done
+ * - 0xa2580e00: no such flag, nothing changed (the catalog message about it is logged)
  */
 PLATFORM_API cerrno aaa_platform_debug_set(uint32_t flag, int on);
 
 /**
  * Replaces the set of flags that are on.
  *
- * @param list areas as in the environment variable AAA_DEBUG: numbers, ranges
- *             ("1-3"), area names ("avlist"), "all", "none", separated by commas
- *             or blanks; may be null = none
- * @return 0: done; 0xa2580e00: a word names no flag or area; the other words
- *         have taken effect
+ * @param[in] list areas as in the environment variable AAA_DEBUG: numbers, ranges ("1-3"), area names
+ *                 ("avlist"), "all", "none", separated by commas or blanks; may be null = none
+ *
+ * @return
+ * - 0: done
+ * - 0xa2580e00: a word names no flag or area; the other words have taken effect
  */
 PLATFORM_API cerrno aaa_platform_debug_set_areas(const char *list);
 
-/** The flags that are on, as a mask with bit n for flag n. */
+/** Gives the flags that are on, as a mask with bit n for flag n. */
 PLATFORM_API uint32_t aaa_platform_debug_mask(void);
 
 /**
- * Name of a flag's area.
+ * Gives the name of a flag's area.
  *
  * Ownership: *Borrowed*, a constant.
+ *
  * @return the name, or null when the flag does not exist
  */
 PLATFORM_API const char *aaa_platform_debug_area(uint32_t flag);
@@ -69,17 +74,17 @@ typedef struct aaa_platform_mutex_wait {
 /**
  * Lists the threads of this process that wait for a mutex of the library.
  *
- * @param out      array to fill, may be null when capacity is 0
- * @param capacity elements in out
- * @return the number of waiting threads, which may be more than capacity (then
- *         only capacity elements are filled); a thread that begins or ends its
- *         wait during the call may be missing
+ * @param[out] out      array to fill, may be null when capacity is 0
+ * @param[in]  capacity elements in out
+ *
+ * @return the number of waiting threads. It may exceed capacity; only capacity elements are filled then. A
+ * thread that begins or ends its wait during the call may be missing.
  */
 PLATFORM_API uint32_t aaa_platform_mutex_waits(aaa_platform_mutex_wait_t *out, uint32_t capacity);
 
 /* ---- method lists of lines ------------------------------------------------------ */
 
-/** A row for every kind of request. */
+/** Kind of a row that applies to every kind of request. */
 #define AAA_PLATFORM_LINE_EVERY_KIND 3u
 
 /** One row of the file that says which method list applies on which lines. */
@@ -88,36 +93,42 @@ typedef struct aaa_platform_line_rule {
     uint32_t    kind;      /**< 0 authentication, 1 authorization, 2 accounting, or AAA_PLATFORM_LINE_EVERY_KIND */
     const char *pattern;   /**< shell pattern for the names of lines; null in a defective row that has none */
     const char *list_name; /**< the method list; null in a defective row that has none */
-    const char *defect;    /**< null, or why nobody uses the row; kind then says nothing */
+    const char *defect;    /**< null, or why the row is not used; kind is then meaningless */
 } aaa_platform_line_rule_t;
 
 /** Called with each row, borrowed for the call; non-zero ends the walk. */
 typedef int32_t (*aaa_platform_line_rule_fn)(const aaa_platform_line_rule_t *rule, void *context);
 
 /**
- * Walks the rows in the order in which find_method_for_line() looks at them:
+ * Walks the rows in the order in which find_method_for_line() reads them:
  * the first that applies decides.
  *
- * @param visit   called with each row, defective ones included
- * @param context handed to visit; may be null
- * @return 0: done, or there is no file; 0xa2580200: visit is null; 0xa2571600:
- *         the file cannot be used (a log line says why), and requests that name no
- *         list fail with that code
+ * @param[in] visit   called with each row, defective ones included
+ * @param[in] context handed to visit; may be null
+ *
+ * @return
+ * - 0: done, or there is no file
+ * - 0xa2580200: visit is null
+ * - 0xa2571600: the file cannot be used (a log line says why), and requests that name no list fail with that
+ *   code
  */
 PLATFORM_API cerrno aaa_platform_line_rules(aaa_platform_line_rule_fn visit, void *context);
 
 /**
  * Tells whether a row decides for a kind of request on a line.
  *
- * @param rule the row
- * @param kind 0 authentication, 1 authorization, 2 accounting
- * @param line name of the line, with or without "/dev/"
- * @return 1: it does; 0: it does not, is defective, or an argument is null
+ * @param[in] rule the row
+ * @param[in] kind 0 authentication, 1 authorization, 2 accounting
+ * @param[in] line name of the line, with or without "/dev/"
+ *
+ * @return
+ * - 1: it does
+ * - 0: it does not, is defective, or an argument is null
  */
 PLATFORM_API int aaa_platform_line_rule_applies(const aaa_platform_line_rule_t *rule, uint32_t kind, const char *line);
 
 /**
- * Path of the file of rows that this process uses.
+ * Gives the path of the file of rows that this process uses.
  *
  * Ownership: *Borrowed*, until the environment changes.
  */
@@ -138,56 +149,73 @@ typedef struct aaa_platform_master_key {
 /**
  * Creates a file of master keys that holds one random key, generation 1.
  *
- * @param path file to create, mode 0600, in an existing directory; null = the
- *             file that the cipher uses
- * @return 0: done; 0xa2581200: the file exists already and is unchanged;
- *         an errno value: it cannot be written, nothing is left behind
+ * @param[in] path file to create, mode 0600, in an existing directory; null = the file that the cipher uses
+ *
+ * @return
+ * - 0: done
+ * - 0xa2581200: the file exists already and is unchanged
+ * - an errno value: it cannot be written; no file remains
  */
 PLATFORM_API cerrno aaa_platform_master_keys_create(const char *path);
 
 /**
  * Adds a new random master key, with which keys are sealed from then on. Keys
- * that were sealed before stay readable: earlier generations are kept. The
- * file is replaced as a whole; processes see the old one or the new one.
+ * sealed earlier remain readable: earlier generations are kept. The file
+ * is replaced as a whole; processes see the old one or the new one.
  *
- * @param path       the file; null = the file that the cipher uses
- * @param generation out, the new generation; may be null; untouched on failure
- * @return 0: done; 0xa2581000: the file is missing or cannot be used (a log
- *         line says why); 0xa2581400: the next number is in use; an errno value:
- *         the file cannot be written. On failure the file is unchanged.
+ * @param[in]  path       the file; null = the file that the cipher uses
+ * @param[out] generation the new generation; may be null; untouched on failure
+ *
+ * @return
+ * - 0: done
+ * - 0xa2581000: the file is missing or cannot be used (a log line says why)
+ * - 0xa2581400: the next number is in use
+ * - an errno value: the file cannot be written
+ *
+ * On failure the file is unchanged.
  */
 PLATFORM_API cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *generation);
 
 /**
- * Removes a generation of the master key. What was sealed with it cannot be
- * opened any more; see to it that no key needs it. The newest one stays. The
- * file is replaced as a whole, as by a rotation, and two changes at the same time
- * are made one after the other.
+ * Removes a generation of the master key. Keys sealed with it cannot be opened
+ * afterwards; seal them again first. The newest generation cannot be removed.
+ * The file is replaced as a whole, as by a rotation, and concurrent changes are
+ * made one after the other.
  *
- * @param path       the file; null = the file that the cipher uses
- * @param generation the generation to remove
- * @return 0: done; 0xa2581000: the file is missing or cannot be used (a log
- *         line says why); 0xa2581600: there is no such generation; 0xa2581800:
- *         it is the newest; an errno value: the file cannot be written. On
- *         failure the file is unchanged.
+ * @param[in] path       the file; null = the file that the cipher uses
+ * @param[in] generation the generation to remove
+ *
+ * @return
+ * - 0: done
+ * - 0xa2581000: the file is missing or cannot be used (a log line says why)
+ * - 0xa2581600: there is no such generation
+ * - 0xa2581800: it is the newest
+ * - an errno value: the file cannot be written
+ *
+ * On failure the file is unchanged.
  */
 PLATFORM_API cerrno aaa_platform_master_keys_retire(const char *path, uint32_t generation);
 
 /**
  * Lists the generations of a file of master keys, oldest first.
  *
- * @param path     the file; null = the file that the cipher uses
- * @param out      array to fill; may be null when capacity is 0
- * @param capacity elements in out
- * @param count    out, generations in the file, which may be more than capacity
- * @return 0: done; 0xa2581000: the file is missing or cannot be used;
- *         0xa2580200: an argument is null. On failure the outputs are untouched.
+ * @param[in]  path     the file; null = the file that the cipher uses
+ * @param[out] out      array to fill; may be null when capacity is 0
+ * @param[in]  capacity elements in out
+ * @param[out] count    generations in the file, which may be more than capacity
+ *
+ * @return
+ * - 0: done
+ * - 0xa2581000: the file is missing or cannot be used
+ * - 0xa2580200: an argument is null
+ *
+ * On failure the outputs are untouched.
  */
 PLATFORM_API cerrno aaa_platform_master_keys_list(const char *path, aaa_platform_master_key_t *out, uint32_t capacity,
                                                   uint32_t *count);
 
 /**
- * Path of the file of master keys that the cipher of this process uses.
+ * Gives the path of the file of master keys that the cipher of this process uses.
  *
  * Ownership: *Borrowed*, until the environment changes.
  */

@@ -4,21 +4,22 @@
 
 /**
  * @file
- * PLATFORM_API marks every function of the platform contract, and these rules
- * hold for all of them. The contract is written for whoever implements a host:
- * the library calls exactly what these headers declare, by name and through the
- * dynamic linker, so an executable that defines one of the functions takes
- * precedence over the host platform's definition.
+ * @brief PLATFORM_API marks every function of the platform contract.
  *
- * 1. **Caller.** "The library" is libaaautil.so. Where "called as" is said, the
- *    arguments are exactly those, and a host may rely on them.
+ * The rules here apply to all of them. The contract is written for implementers
+ * of a host: the library calls exactly the functions that these headers declare,
+ * by name and through the dynamic linker, so a definition in the executable takes
+ * precedence over the host platform's.
+ *
+ * 1. **Caller.** "The library" is libaaautil.so. Arguments given as "called as"
+ *    are exactly those, and a host may rely on them.
  * 2. **Threads.** Three kinds of thread call: the one that loads or unloads the
  *    library (inside dlopen(), dlclose() or program start, with the dynamic
  *    loader's lock held), the library's worker "aaa_util_th" (all signals
  *    blocked), and any thread of the program. Unless a function names its
  *    caller, expect all three, and several at once.
  * 3. **Unload.** dlclose() holds the loader's lock while it joins the worker.
- *    What the worker may call must therefore never enter the loader: no
+ *    Functions that the worker calls must therefore never enter the loader: no
  *    dlopen(), dlsym() or dladdr(), no first use of a thread-local with a
  *    destructor, no pthread_exit(), no name service lookups, no exit(). That
  *    concerns the event manager, the connection callbacks' sysdb functions,
@@ -26,14 +27,14 @@
  * 4. **Results.** A cerrno is 0 for success; any other code is a failure, which
  *    the library passes on to its callers unchanged and prints with
  *    cerr_strerror(). It tests only the codes that are named.
- * 5. **Out-arguments** point to zeroed storage of at least eight bytes, of
- *    which the library uses as many as the declared type has.
- * 6. **errno** is the caller's: a function changes it only where it says that
- *    it sets it.
+ * 5. **Out-arguments** point to zeroed storage of at least eight bytes; the
+ *    library uses as many as the declared type has.
+ * 6. **errno** is the caller's: a function changes it only where its description
+ *    says so.
  * 7. **Nulls and lengths** from the library are checked where the headers say
- *    "may be null"; a host should survive others too, since the program may
- *    call these functions as well.
- * 8. **Memory.** Blocks that the library is to free come from malloc().
+ *    "may be null"; a host should survive others too: programs may call these
+ *    functions as well.
+ * 8. **Memory.** Blocks that the library frees come from malloc().
  * 9. **Exceptions** must not leave any of the functions.
  */
 #if defined(__GNUC__)

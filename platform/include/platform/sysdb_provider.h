@@ -4,17 +4,18 @@
 
 /**
  * @file
- * What a sysdb provider is: a shared object that exports one function,
- * sysdb_provider_table(), and hands out one stamped table through it. The
- * platform loads it once per process, never unloads it, and forwards every
- * call of platform/sysdb.h to it.
+ * @brief Interface of sysdb providers.
  *
- * 1. The meaning of each call, who frees what and which codes it gives are
- *    those of platform/sysdb.h. The platform has checked before it forwards:
- *    pointers that must not be null are not null, and a value handed to
- *    item_set fits its type (four bytes, a string ended by its NUL, a tuple of
- *    the right form). Everything else is the provider's to check: handles,
- *    paths, flags, sizes.
+ * A provider is a shared object that exports one function,
+ * sysdb_provider_table(), which returns a stamped table. The platform loads it
+ * once per process, never unloads it, and forwards every call of
+ * platform/sysdb.h to it.
+ *
+ * 1. The meaning of each call, its ownership rules and its codes are those of
+ *    platform/sysdb.h. Before it forwards, the platform has checked that pointers
+ *    that must not be null are not null, and that a value passed to item_set fits
+ *    its type (four bytes, a string ended by its NUL, a tuple of the right form).
+ *    The provider checks the rest: handles, paths, flags, sizes.
  * 2. Every function may be called by any number of threads at once.
  * 3. A provider calls back (notifications) only inside dispatch and
  *    dispatch_channel, holding no lock.
@@ -24,11 +25,11 @@
  *    pthread_exit, thread-local objects with destructors, the name services,
  *    iconv_open, backtrace.
  * 5. Values come from malloc: the platform's callers free() them.
- * 6. After fork the child must be able to go on with the handles that it
- *    inherited; notifications stay with the parent.
+ * 6. After fork the child must be able to use the handles that it inherited;
+ *    notifications remain with the parent.
  * 7. New members are added at the end of the table, with a larger size. A
  *    change of meaning is a new SYSDB_PROVIDER_ABI. A provider whose table ends
- *    before a member of that kind is used without it.
+ *    before such a member is used without it.
  */
 
 #include <stdint.h>
@@ -42,15 +43,15 @@ extern "C" {
 #define SYSDB_PROVIDER_ABI   1u
 #define SYSDB_PROVIDER_ENTRY "sysdb_provider_table"
 
-/** What the platform offers to its provider. Stays valid for ever. */
+/** Services of the platform for its provider. Valid to the end of the process. */
 typedef struct sysdb_host {
     uint32_t abi;  /**< SYSDB_PROVIDER_ABI */
     uint32_t size; /**< sizeof(sysdb_host_t) of the platform */
     /** Logs one line; severity as for syslog(3), mnemonic in capitals. Any thread, no line feed in the text. */
     void (*log)(uint32_t severity, const char *mnemonic, const char *text);
     /**
-     * Tells whether stored bytes fit their type, as item_set asks for: 1, else 0. What another process has stored
-     * may not, and must not reach a notification callback. Any thread, takes no lock. May be missing: see size.
+     * Tells whether stored bytes fit their type, as item_set requires: 1, else 0. Bytes stored by another process
+     * may not; they must not reach a notification callback. Any thread, takes no lock. May be missing: see size.
      */
     int (*value_fits)(uint32_t datatype, const void *value, uint32_t length);
 } sysdb_host_t;
@@ -84,14 +85,14 @@ typedef struct sysdb_provider {
                                     uint64_t *notification);
     cerrno (*notification_unregister)(sysdb_conn_t conn, uint64_t notification);
 
-    /** Calls back what is pending for one connection. */
+    /** Calls the pending callbacks of one connection. */
     cerrno (*dispatch)(sysdb_conn_t conn);
-    /** The same for the connection whose channel id this is; used by the event manager, which knows only the id. */
+    /** The same by the connection's channel id; for the event manager, which knows only the id. */
     cerrno (*dispatch_channel)(int32_t coid);
 
-    /* Members that the first tables did not have; see rule 7. */
+    /* Added after the first tables; see rule 7. */
 
-    /** Makes several changes as one; failed is never null, and count until a change is refused. */
+    /** Makes several changes as one; failed is never null, and equals count until a change is refused. */
     cerrno (*apply)(sysdb_conn_t conn, const sysdb_change_t *changes, uint32_t count, uint32_t *failed);
 } sysdb_provider_t;
 
@@ -99,10 +100,14 @@ typedef struct sysdb_provider {
 typedef const sysdb_provider_t *(*sysdb_provider_entry_t)(uint32_t abi, const sysdb_host_t *host);
 
 /**
- * The one export of a provider: its table for the interface version the
- * platform speaks, or null when the provider does not speak it.
- * @param abi  the version that the platform speaks, SYSDB_PROVIDER_ABI
- * @param host what the platform offers
+ * Gives the provider's table; the one export of a provider.
+ *
+ * @param[in] abi  the version that the platform speaks, SYSDB_PROVIDER_ABI
+ * @param[in] host services of the platform
+ *
+ * Ownership: *Borrowed* to the end of the process.
+ *
+ * @return the table, or null when the provider does not speak that version
  */
 PLATFORM_API const sysdb_provider_t *sysdb_provider_table(uint32_t abi, const sysdb_host_t *host);
 

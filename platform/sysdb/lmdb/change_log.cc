@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Appending to the change log, dropping its oldest records, reading a record.
 
 #include "change_log.hpp"
 

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Planning several changes, and making them in one transaction.
 
 #include "changes.hpp"
 

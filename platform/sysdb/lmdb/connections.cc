@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The table of connections.
 
 #include "connections.hpp"
 

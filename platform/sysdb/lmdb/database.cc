@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Opening the database files on first use and again when they were replaced.
 
 #include "database.hpp"
 

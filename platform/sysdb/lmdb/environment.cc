@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Opening and checking one database file, its transactions, and its readers'
+// places.
 
 #include "environment.hpp"
 

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Configuration from the environment; directories, modes and descriptors.
 
 #include "files.hpp"
 

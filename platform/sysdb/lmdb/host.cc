@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Calls of the host's functions, and the pause between equal log lines.
 
 #include "host.hpp"
 

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Reading, storing and deleting items, one transaction each.
 
 #include "items.hpp"
 

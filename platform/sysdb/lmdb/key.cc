@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Conversion between paths and keys.
 
 #include "key.hpp"
 

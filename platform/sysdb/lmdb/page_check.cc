@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The checks of file heads and pages.
 
 #include "page_check.hpp"
 

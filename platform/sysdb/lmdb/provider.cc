@@ -331,10 +331,16 @@ constexpr sysdb_provider_t kTable = {
 }  // namespace
 }  // namespace sysdb_lmdb
 
-extern "C" const sysdb_provider_t *sysdb_provider_table(uint32_t abi, const sysdb_host_t *host) {
+using namespace sysdb_lmdb;
+
+extern "C" {
+
+const sysdb_provider_t *sysdb_provider_table(uint32_t abi, const sysdb_host_t *host) {
     if (abi != SYSDB_PROVIDER_ABI || host == nullptr) {
         return nullptr;
     }
-    sysdb_lmdb::set_host(host);
-    return &sysdb_lmdb::kTable;
+    set_host(host);
+    return &kTable;
 }
+
+}  // extern "C"

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Rows of the watch table, wake-ups, and the removal of dead processes.
 
 #include "watch_table.hpp"
 

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Names, addresses and life of the datagram sockets.
 
 #include "watcher_socket.hpp"
 
