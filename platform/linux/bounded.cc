@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Bounded copies and comparisons. Nothing here reads or writes past the sizes
-// it is given; a refused copy leaves zeros, never half of the source.
+// Bounded copies and comparisons. They do not read or write past the given sizes;
+// a refused copy leaves zeros, never a part of the source.
 
 #include "platform/bounded.h"
 
@@ -11,7 +11,7 @@
 
 namespace {
 
-// A size above this is a negative number that lost its sign on the way here.
+// A size above this is a negative number converted to size_t.
 constexpr size_t kSizeLimit = SIZE_MAX >> 1;
 
 bool overlap(const void *a, const void *b, size_t n) {

@@ -2,8 +2,8 @@
 //
 // Result-code registry. A registration finds the table of a facility in the
 // object that exports it as cerr_data, and copies the texts: the object may be
-// unloaded, while texts that were handed out stay valid for ever. Readers take
-// no lock, since the library's worker and signal handlers ask for texts too.
+// unloaded, but texts that were returned remain valid. Readers take no lock: the
+// library's worker and signal handlers ask for texts too.
 
 #include "platform/cerr.h"
 
@@ -26,7 +26,7 @@ namespace {
 constexpr uint32_t kFacilityMask = 0x3fff;
 constexpr uint32_t kIndexLimit = 64;  // six bits of a code
 constexpr uint32_t kTableVersion = 2;
-constexpr cerrno kErrnoLimit = 4096;  // the kernel's own bound of errno values
+constexpr cerrno kErrnoLimit = 4096;  // the kernel's bound of errno values
 constexpr std::size_t kMaxTables = 32;
 constexpr std::size_t kMaxText = 512;
 
@@ -37,15 +37,15 @@ constexpr uint32_t index_of(cerrno code) {
     return code >> 9 & (kIndexLimit - 1);
 }
 
-// The texts of one facility, all in one block behind this head. Never freed:
-// a table that was replaced stays on the chain of its successor.
+// The texts of one facility; they follow this head in the same block. Never
+// freed: a replaced table remains on the chain of its successor.
 struct Table {
     uint32_t facility;
     const char *text[kIndexLimit];
     const Table *replaced;
 };
 
-// A slot, once used, keeps its facility; registering again swaps the table.
+// A used slot keeps its facility; registering again replaces the table.
 constinit std::array<std::atomic<const Table *>, kMaxTables> g_tables{};
 constinit pthread_mutex_t g_register_mutex = PTHREAD_MUTEX_INITIALIZER;
 
@@ -103,8 +103,8 @@ bool same_texts(const Table &a, const Table &b) {
     return true;
 }
 
-// With the registration mutex held. Loading the same library again and again
-// must not collect copies of the same texts.
+// Called with the registration mutex held. Repeated loads of the same library
+// must not accumulate copies of the same texts.
 cerrno publish(Table *table) {
     for (auto &slot : g_tables) {
         const Table *present = slot.load(std::memory_order_relaxed);
@@ -129,7 +129,7 @@ struct Search {
     cerrno result;
 };
 
-// A cerr_data of another facility belongs to another library: go on looking.
+// A cerr_data of another facility belongs to another library: continue.
 bool take_table(void *symbol, void *context) {
     auto *search = static_cast<Search *>(context);
     const auto *data = static_cast<const aaa_cerr_data_t *>(symbol);
@@ -169,8 +169,8 @@ const char *own_text(cerrno code) {
     return nullptr;
 }
 
-// The text lives until the thread's next unknown code. A plain array: a
-// thread-local with a destructor would take the loader's lock on first use.
+// The text is valid until the thread's next unknown code. A plain array: the
+// first use of a thread-local with a destructor takes the loader's lock.
 const char *unknown_text(cerrno code) {
     static thread_local char text[32];
     std::snprintf(text, sizeof text, "Unknown error 0x%08x", code);
@@ -197,8 +197,7 @@ cerrno cerr_register_dll(uint32_t facility, const char *dll_name) {
     if (facility == 0 || facility > kFacilityMask || dll_name == nullptr || *dll_name == '\0') {
         return HOST_INVALID_ARG;
     }
-    // The name is the one the library has on the system that it was written
-    // for; here the object that exports the facility's table is what it names.
+    // The name need not be a file: the table is found by its facility.
     Search search{facility, nullptr, HOST_NO_CODE_TABLE};
     visit_symbol(__builtin_return_address(0), "cerr_data", take_table, &search);
     if (search.table == nullptr) {

@@ -4,12 +4,12 @@
 // text of a fixed shape, two decimal digits and an even number of hex digits:
 //
 //     GG  generation of the master key
-//     01  version of what follows
+//     01  version of the rest
 //     24 bytes random nonce, then ciphertext and 16 bytes of authentication tag
 //         (XChaCha20-Poly1305)
 //
-// Generation, version and type are authenticated too: no character of a sealed
-// key can be changed unnoticed.
+// Generation, version and type are authenticated too: a change of any character
+// of a sealed key is detected.
 
 #include "platform/cipher.h"
 
@@ -61,7 +61,7 @@ bool ready(int type, const char *mnemonic) {
         return false;
     }
     if (sodium_init() < 0) {
-        fail(mnemonic, "The system gives no random numbers; no key can be sealed or opened");
+        fail(mnemonic, "The system provides no random numbers; no key can be sealed or opened");
         return false;
     }
     return true;
@@ -100,8 +100,8 @@ bool is_digit(char c) {
 
 enum class Form { kGood, kBad, kNoMemory };
 
-// Takes a sealed key's text apart. The second digit is looked at only when the
-// first is one, so nothing is read past the end of a short text.
+// Parses a sealed key. The second character is read only when the first one is a
+// digit, so nothing is read past the end of a short text.
 Form take_apart(const char *text, Sealed *out) {
     if (text == nullptr || !is_digit(text[0]) || !is_digit(text[1])) {
         return Form::kBad;
@@ -149,7 +149,7 @@ char *decrypt(const char *text, int type) {
         case Form::kBad:
             return fail(
                 "DECRYPT_FAILED",
-                "A sealed key has not the form of one; it was cut, changed or made by another system");
+                "A sealed key is malformed; it was cut, changed or made by another system; enter it again");
         case Form::kNoMemory:
             return fail("DECRYPT_FAILED", "Not enough memory to open a sealed key");
         case Form::kGood:
@@ -162,8 +162,8 @@ char *decrypt(const char *text, int type) {
     const MasterKey *master = keys.find(sealed.generation);
     if (master == nullptr) {
         log(kLogError, "DECRYPT_FAILED",
-            "%s: no master key of generation %02u, which a sealed key needs; restore it", master_keys_path(),
-            sealed.generation);
+            "%s: no master key of generation %02u, with which a key was sealed; restore it",
+            master_keys_path(), sealed.generation);
         return nullptr;
     }
     return open_sealed(sealed, *master);

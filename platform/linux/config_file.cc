@@ -42,9 +42,9 @@ void split(char *text, ConfigLine *line) {
 
 }  // namespace
 
-const char *config_path(const char *variable, const char *usual) noexcept {
+const char *config_path(const char *variable, const char *default_path) noexcept {
     const char *path = secure_getenv(variable);
-    return path != nullptr && *path != '\0' ? path : usual;
+    return path != nullptr && *path != '\0' ? path : default_path;
 }
 
 bool ConfigFile::refuse(const char *why) noexcept {
@@ -62,7 +62,7 @@ bool ConfigFile::load(int fd) noexcept {
         return refuse("it is not a regular file");
     }
     if ((st.st_uid != 0 && st.st_uid != geteuid()) || (st.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        return refuse("others than its owner (root or this user) may write it; correct owner and mode");
+        return refuse("users other than its owner (root or this user) may write it; correct owner and mode");
     }
     while (len_ < sizeof text_) {
         const ssize_t n = read(fd, text_ + len_, sizeof text_ - len_);
@@ -83,7 +83,7 @@ bool ConfigFile::load(int fd) noexcept {
 
 bool ConfigFile::open(const char *path) noexcept {
     path_ = path;
-    // O_NONBLOCK: a fifo in the file's place must not hang a login.
+    // O_NONBLOCK: a fifo of this name must not block a login.
     const int fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     if (fd < 0) {
         return errno == ENOENT || errno == ENOTDIR ? false : refuse(strerrordesc_np(errno));
@@ -109,9 +109,9 @@ bool ConfigFile::next(ConfigLine *line) noexcept {
     return false;
 }
 
-void ConfigFile::complain(const char *what) noexcept {
+void ConfigFile::complain(const char *defect) noexcept {
     if (++complaints_ <= kMaxComplaints) {
-        log(kLogWarning, "BAD_FILE", "%s:%u: %s; the line is not used", path_, number_, what);
+        log(kLogWarning, "BAD_FILE", "%s:%u: %s; the line is not used", path_, number_, defect);
     }
 }
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Reader of the host's small configuration files: one setting per line, words
-// separated by blanks, '#' starts a comment. A file that somebody else than
-// root or the process's own user could have written is refused, since these
-// files decide how users are authenticated. No heap, no stdio.
+// separated by blanks, '#' starts a comment. A file that users other than root
+// and the process's own can write is refused, because these files decide how
+// users are authenticated. Uses neither heap nor stdio.
 #pragma once
 
 #include <cstddef>
@@ -21,16 +21,16 @@ class ConfigFile {
   public:
     static constexpr std::size_t kMaxSize = 16384;
 
-    // Reads the whole file. False when there is none, or none that can be used;
-    // unusable() tells the two apart, and then a log line says what to mend.
+    // Reads the whole file. False when it is missing or cannot be used;
+    // unusable() tells which, and a log line says how to correct it.
     bool open(const char *path) noexcept;
     [[nodiscard]] bool unusable() const noexcept { return unusable_; }
 
     // Next line that holds a word; false at the end.
     bool next(ConfigLine *line) noexcept;
 
-    // Logs "<path>:<line>: <what>". Only the first few of a file are logged.
-    void complain(const char *what) noexcept;
+    // Logs "<path>:<line>: <defect>". Only the first few of a file are logged.
+    void complain(const char *defect) noexcept;
 
   private:
     bool refuse(const char *why) noexcept;
@@ -45,8 +45,8 @@ class ConfigFile {
     bool unusable_ = false;
 };
 
-// The path in the environment variable, unless that is unset or the process
-// runs with more rights than its user; else the usual path.
-const char *config_path(const char *variable, const char *usual) noexcept;
+// The path in the environment variable; the default path when the variable is
+// unset or the process has more rights than its user.
+const char *config_path(const char *variable, const char *default_path) noexcept;
 
 }  // namespace aaaplatform

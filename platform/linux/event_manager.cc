@@ -44,7 +44,8 @@ void *handle_of(std::uint64_t id) {
     return reinterpret_cast<void *>(static_cast<std::uintptr_t>(id));
 }
 
-// Both kinds of handle share one number space, so neither passes for the other.
+// Both kinds of handle share one sequence of numbers, so neither is mistaken for
+// the other.
 Registered look_up(const void *handle, bool connection) {
     Registry &all = registry();
     const std::lock_guard lock(all.mutex);
@@ -77,7 +78,7 @@ std::uint64_t enter(Registered entry) {
     return id;
 }
 
-// Takes the managers that match, with their connections, out of the registry.
+// Removes the managers that match, with their connections, from the registry.
 template <typename Matches>
 std::vector<ManagerPtr> withdraw(Matches matches) {
     std::vector<ManagerPtr> withdrawn;
@@ -102,7 +103,7 @@ void close_all(const std::vector<ManagerPtr> &managers) {
     }
 }
 
-// One call on a connection: what is wrong with the handle, or what call says.
+// Calls call(manager, connection), unless the handle is refused.
 template <typename Call>
 cerrno on_connection(event_conn_t handle, Call call) {
     if (handle == nullptr) {

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Event managers and their connections, as the platform's own parts see them.
+// Event managers and their connections: classes shared by the platform's sources.
 //
-// Locks: the registry's mutex and each manager's mutex; neither is ever held
-// while the other is taken, nor during a callback. Handles given to callers
-// are numbers, looked up on every call, so that a stale one is refused.
+// Locks: the registry's mutex and each manager's mutex. Neither is held while
+// the other is taken, nor during a callback. Handles are numbers that every call
+// looks up, so that a stale one is refused.
 #pragma once
 
 #include <cstdint>
@@ -34,8 +34,8 @@ class Descriptor {
     int fd_;
 };
 
-// What event_block leaves in the caller's buffer for qm_event_dispatch: names,
-// never addresses, because the connection may be gone by then.
+// Written by event_block into the caller's buffer for qm_event_dispatch. Holds
+// an id instead of an address: the connection may be closed in between.
 struct EventRecord {
     enum Kind : std::uint32_t { kAsync = 1, kReady, kRetry };
     std::uint32_t kind;
@@ -60,7 +60,7 @@ struct EventConnection {
     std::uint32_t down_mask = 0;
     aaa_event_cb_t handler = nullptr;
     std::uint32_t handler_events = 0;
-    int channel = -1;  // given by the up callback
+    int channel = -1;  // returned by the up callback
     Descriptor retry_timer;
     unsigned retry_delay_ms = 0;
 
@@ -74,13 +74,13 @@ class EventManager {
     // Null with errno set on failure.
     static std::shared_ptr<EventManager> create(const void *owner);
 
-    // The epoll and event descriptors of a forked child are its parent's.
+    // In a forked child: its epoll and event descriptors are the parent's.
     bool inherited() const;
     const void *owner() const { return owner_; }
 
     std::int32_t attach(event_async_handler_t handler, void *arg);
     bool send(std::int32_t code);
-    // False with errno set when there is no event: a signal, or closed.
+    // False with errno set: a signal, or the manager is closed.
     bool wait(EventRecord &record);
     void dispatch(const EventRecord &record);
     // Threads in wait() return, and all later calls fail.
@@ -129,8 +129,8 @@ class EventManager {
 
 using ManagerPtr = std::shared_ptr<EventManager>;
 
-// An object is about to be unmapped: the event managers that its code has
-// created are nobody's from the next load on.
+// Marks the event managers that an object's code created; the object is about
+// to be unmapped. The second function releases them.
 void retire_event_managers(const void *object_base);
 void release_retired_event_managers();
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The event manager's connections: closed, up (their channel is watched), or
-// waiting for the next attempt. The attempts come 100 ms after the first
-// failure, then at doubled intervals up to 5 s. The up callback runs on the
-// thread that opens the connection the first time, later on the one that
-// dispatches. No lock is held while any callback runs.
+// waiting for the next attempt. The next attempt follows 100 ms after the first
+// failure, later ones at doubled intervals up to 5 s. The first up callback runs
+// on the thread that opens the connection, later ones on the dispatching thread.
+// No lock is held during a callback.
 
 #include <algorithm>
 #include <cerrno>
@@ -40,7 +40,7 @@ bool arm(const Descriptor &timer, unsigned delay_ms) {
     return timerfd_settime(timer.get(), 0, &delay, nullptr) == 0;
 }
 
-// What the peer had sent before it hung up is still to be read.
+// Data that the peer sent before it hung up must still be read.
 bool has_input(int fd) {
     int bytes = 0;
     return ioctl(fd, FIONREAD, &bytes) == 0 && bytes > 0;
@@ -139,7 +139,7 @@ cerrno EventManager::watch(const ConnectionPtr &connection, int channel) {
     return 0;
 }
 
-// False when no timer is to be had; the connection is then closed.
+// False when no timer can be created; the connection is then closed.
 bool EventManager::schedule_retry(const ConnectionPtr &connection) {
     const std::lock_guard lock(mutex_);
     if (connection->state != EventConnection::State::kOpening) {
@@ -151,7 +151,7 @@ bool EventManager::schedule_retry(const ConnectionPtr &connection) {
     if (watch_timer(*connection) && arm(connection->retry_timer, connection->retry_delay_ms)) {
         return true;
     }
-    log(kLogError, "EVENT", "no timer for a connection, it stays closed: %s", strerror(errno));
+    log(kLogError, "EVENT", "a connection remains closed, no timer can be created: %s", strerror(errno));
     connection->retry_timer.reset();
     connection->state = EventConnection::State::kClosed;
     return false;
@@ -168,8 +168,8 @@ bool EventManager::watch_timer(EventConnection &connection) {
     return epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, connection.retry_timer.get(), &event) == 0;
 }
 
-// The callbacks may have closed the channel already, and its number may by
-// now be watched for another connection.
+// The callbacks may have closed the channel already, and its number may be in
+// use for another connection.
 void EventManager::forget_channel(const ConnectionPtr &connection) {
     const int channel = connection->channel;
     connection->channel = -1;
@@ -184,7 +184,7 @@ void EventManager::forget_channel(const ConnectionPtr &connection) {
     epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, channel, nullptr);
 }
 
-// A channel whose owner has asked to hear of its end is the owner's to close.
+// With a down callback, closing the channel is its task.
 void EventManager::release_channel(const ConnectionPtr &connection, int channel) {
     aaa_event_cb_t down = nullptr;
     {
@@ -266,7 +266,7 @@ void EventManager::dispatch_retry(const ConnectionPtr &connection) {
         }
         connection->state = EventConnection::State::kOpening;
     }
-    // What cannot be watched now may be another descriptor next time.
+    // The next attempt may return a descriptor that can be watched.
     if (bring_up(connection) == EVENT_ERR_CHANNEL) {
         reopen_later(connection);
     }

@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The event manager's loop: waiting, async events, and handing each event to
-// whom it is for.
+// The event manager's loop: waiting, wake-ups, and dispatch.
 //
-// Async events are state, not edges: they stand in a queue under the mutex and
-// the event descriptor stays readable for as long as the queue is not empty.
-// An event that was sent before anybody blocked is therefore found. One event
-// is taken per wait, and the kernel hands out ready descriptors in turn, so a
-// flooded connection does not starve the others.
+// Wake-ups are in a queue under the mutex, and the event descriptor is readable
+// as long as the queue is not empty, so a wake-up that was sent before a thread
+// blocked is found. Each wait takes one event, and the kernel returns ready
+// descriptors in turn, so a flooded connection does not starve the others.
 
 #include <cerrno>
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Line editor, on libedit with a reader of our own. The reader waits with
-// poll() until the time limit that runs when the read begins (the process's
-// alarm): a signal alone would not do, because the kernel may deliver it to
-// another thread and the read would then never end.
+// Line editor, on libedit with a reader of its own. The reader waits with poll()
+// until the time limit that is running when the read begins (the process's
+// alarm). It does not rely on the signal: the kernel may deliver it to another
+// thread, and the read would never end.
 //
 // Control-C cancels the line, as it does where the library reads from the
-// terminal itself; signals from the keyboard are off while a line is edited.
+// terminal itself; keyboard signals are off while a line is edited.
 
 #include <histedit.h>
 #include <langinfo.h>
@@ -32,16 +32,16 @@ namespace {
 constexpr uint32_t kFirstOption = 2;
 constexpr uint32_t kLastOption = 7;
 constexpr int64_t kGraceMs = 20;          // lets the alarm's handler run before the read ends
-constexpr std::size_t kMaxInput = 65536;  // characters of one line; a pipe may deliver no line feed at all
+constexpr std::size_t kMaxInput = 65536;  // characters of one line; a pipe may never deliver a line feed
 
-// Bytes that are no character of the locale travel through the editor as code
-// points that no character has, and come out as they went in.
+// Bytes that are not a character of the locale pass through the editor as unused
+// code points and are converted back.
 constexpr wchar_t kByteEscape = 0xdc00;
 
 struct Editor {
     EditLine *el;
     const char *prompt;
-    char *line;  // the text handed out last
+    char *line;  // the text returned last
     std::size_t line_size;
     uint32_t options[kLastOption + 1];
     wchar_t pending[4];  // decoded, not yet asked for
@@ -86,8 +86,8 @@ int poll_timeout(const Editor &editor) {
 }
 
 // Whether an interrupted wait ends the read. While a time limit runs, only the
-// limit does: a resized window or an ended child is not a time-out. Without
-// one, any signal does, if the program asked for that.
+// limit does: a resized window or an ended child is not a time-out. Without a
+// limit, any signal does if the program asked for that.
 bool signal_ends_read(const Editor &editor) {
     return editor.deadline_ms != 0 ? alarm_ms() == 0 : editor.return_on_signal;
 }
@@ -99,7 +99,7 @@ Wait wait_for_input(Editor &editor, int fd) {
         pollfd poller{fd, POLLIN, 0};
         const int n = poll(&poller, 1, poll_timeout(editor));
         if (n > 0 || (n < 0 && errno != EINTR)) {
-            return Wait::kReady;  // read() tells what is wrong
+            return Wait::kReady;  // read() reports an error
         }
         if (n == 0 || signal_ends_read(editor)) {
             editor.ended_by_signal = true;
@@ -110,7 +110,7 @@ Wait wait_for_input(Editor &editor, int fd) {
 
 // ---- reading -----------------------------------------------------------------
 
-// Bytes that the program has read ahead through the C library come first.
+// Bytes that the C library has read ahead come first.
 bool take_buffered(unsigned char *byte) {
     if (stdin->_IO_read_ptr >= stdin->_IO_read_end) {
         return false;
@@ -148,8 +148,7 @@ unsigned continuation_bytes(unsigned char lead) {
                                           : 0;
 }
 
-// Rules out what is longer than it must be, surrogates, and what lies past the
-// last code point.
+// Rules out overlong forms, surrogates, and numbers above the last code point.
 bool valid_character(uint32_t c, unsigned continuations) {
     constexpr uint32_t kSmallest[] = {0, 0x80, 0x800, 0x10000};
     return c >= kSmallest[continuations] && c <= 0x10ffff && (c < 0xd800 || c > 0xdfff);
@@ -159,8 +158,8 @@ wchar_t escaped(unsigned char byte) {
     return byte < 0x80 ? static_cast<wchar_t>(byte) : kByteEscape + byte;
 }
 
-// Reads the rest of a character that begins with lead. Bytes that do not make
-// one are queued as they are.
+// Reads the rest of a character that begins with lead. Bytes that do not form a
+// character are queued unchanged.
 int read_character(Editor &editor, unsigned char lead, wchar_t *out) {
     const unsigned more = editor.utf8 ? continuation_bytes(lead) : 0;
     unsigned char bytes[4] = {lead};
@@ -244,11 +243,11 @@ void drop_line(Editor &editor) {
     }
 }
 
-// A password that is typed where a name was asked for should not stay in memory.
-// This is the editor's own buffer, given as const; the line stands in it also
-// when it was cancelled. Out of reach, and left as they are: words that were cut,
-// what is drawn on the screen, and the smaller buffers of a line that outgrew
-// them. Hidden input does not pass through the editor.
+// A password typed at a prompt for a name should not remain in memory. This is
+// the editor's own buffer, returned as const; it holds the line also when it was
+// cancelled. Not reachable, and not wiped: cut words, the screen image, and the
+// smaller buffers that a long line has outgrown. Hidden input does not pass
+// through the editor.
 void wipe_typed(Editor &editor) {
     const LineInfoW *typed = el_wline(editor.el);
     if (typed != nullptr && typed->lastchar > typed->buffer) {
@@ -295,8 +294,7 @@ void set_up(Editor &editor) {
     // The wide form: the other one copies both texts and never frees them.
     el_wset(el, EL_ADDFN, L"aaa-cancel", L"Cancel the line", cancel_line);
     el_set(el, EL_BIND, "^C", "aaa-cancel", nullptr);
-    // Whoever sits at a login prompt gets an editor of one line, not the
-    // editor's own command language.
+    // A login prompt edits one line; it must not offer the editor's command language.
     el_set(el, EL_BIND, "\\ex", "ed-unassigned", nullptr);
     el_set(el, EL_BIND, "\\eX", "ed-unassigned", nullptr);
 }
@@ -362,10 +360,10 @@ char *qm_getline(void *handle, const char *prompt, const char *text, int *ok) {
     if (text != nullptr && *text != '\0') {
         el_push(editor->el, text);
     }
-    // Before the prompt: keys that answer it must not meet the terminal's own
-    // line discipline, where Control-C is a signal.
+    // Before the prompt: keys typed in answer must not reach the terminal's line
+    // discipline, in which Control-C is a signal.
     el_set(editor->el, EL_PREP_TERM, 1);
-    // The caller tells a time-out by errno, whatever the pointer says.
+    // The caller recognises a time-out by errno, regardless of the pointer.
     errno = 0;
     int count = 0;
     const wchar_t *wide = el_wgets(editor->el, &count);

@@ -15,7 +15,7 @@ namespace aaaplatform {
 
 namespace {
 
-// The loader calls back with its lock held, under which nothing may be opened:
+// The loader calls back with its lock held, under which dlopen is not allowed:
 // the names are collected first. The main program's name is empty.
 int collect_name(dl_phdr_info *info, size_t, void *names) {
     try {

@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Finds symbols in objects that are loaded already. No reference to an object
-// is kept afterwards: a reference from here, which is never unloaded, would
-// keep the library from being unloaded too. RTLD_DEFAULT and weak references
-// leave such a reference behind, so neither is used.
+// Finds symbols in objects that are already loaded. It keeps no reference to an
+// object: a reference from the platform, which is never unloaded, would prevent
+// the library's unload. RTLD_DEFAULT and weak references create one, so neither is
+// used.
 //
-// These functions take the loader's lock. Call them on a thread that is
-// loading the library, never on the library's worker.
+// These functions take the loader's lock. Call them on the thread that loads the
+// library, never on the library's worker.
 #pragma once
 
 namespace aaaplatform {
 
-// Takes a look at one symbol; returns true to end the search.
+// Visits one symbol; returns true to end the search.
 using SymbolVisitor = bool (*)(void *symbol, void *context);
 
 // Visits the symbol of that name in the object that holds the code address

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Telling a dlclose of the library from the end of the process.
+// Distinguishes a dlclose of the library from the end of the process.
 //
-// The library's finaliser runs in both cases and must do its work only in the
-// first. The order of exit handlers alone cannot tell: the start-up objects of
-// a program are initialised before the loader registers its own exit handler,
-// so theirs run after the finalisers, and a flag that they set comes too late.
-// What can be trusted is the stack: the finaliser was called either from
-// dlclose or from exit. Where no such frame is found, two flags decide: whether
-// an exit handler has run, and whether the library is a start-up object, which
-// no dlclose ever takes out.
+// The library's finaliser runs in both cases and must unload only in the first.
+// Exit handlers alone cannot distinguish them: a program's start-up objects are
+// initialised before the loader registers its own exit handler, so their handlers
+// run after the finalisers, and a flag that they set is too late. The stack is
+// reliable: the finaliser was called from dlclose or from exit. Without such a
+// frame two flags decide: whether an exit handler has run, and whether the library
+// is a start-up object, which dlclose never unloads.
 
 #include "loader.hpp"
 
@@ -28,8 +27,8 @@
 namespace aaaplatform {
 namespace {
 
-// An exit handler per load keeps the newest one in front of whatever was
-// registered in between; more than this many brings nothing but memory.
+// An exit handler per load runs before handlers registered in between. More than
+// this many only cost memory.
 constexpr unsigned kMaxExitHandlers = 32;
 
 std::atomic<bool> g_exiting{false};
@@ -43,7 +42,7 @@ struct EndFunctions {
 
 constinit EndFunctions g_ends{nullptr, nullptr};
 
-// Not on demand: while the finalisers run at exit these look-ups fail.
+// At load: these look-ups fail while the finalisers run at exit.
 __attribute__((constructor)) void find_end_functions() {
     void *libc = dlopen("libc.so.6", RTLD_NOLOAD | RTLD_LAZY);
     if (libc == nullptr) {
@@ -62,7 +61,7 @@ _Unwind_Reason_Code look_at_frame(_Unwind_Context *context, void *cause) {
         return _URC_END_OF_STACK;
     }
     if (before_instruction == 0) {
-        --address;  // a return address may lie behind the caller's last byte
+        --address;  // a return address may follow the caller's last byte
     }
     void *function = _Unwind_FindEnclosingFunction(reinterpret_cast<void *>(address));
     if (function == nullptr) {
@@ -78,7 +77,7 @@ _Unwind_Reason_Code look_at_frame(_Unwind_Context *context, void *cause) {
     return result == Cause::kUnknown ? _URC_NO_REASON : _URC_END_OF_STACK;
 }
 
-// The innermost of the two decides: an exit handler may call dlclose.
+// The inner frame decides: an exit handler may call dlclose.
 Cause cause_on_stack() {
     Cause cause = Cause::kUnknown;
     _Unwind_Backtrace(look_at_frame, &cause);
@@ -121,7 +120,7 @@ void _init_libc_globals(void) {
     g_startup_object.store(is_startup_object(__builtin_return_address(0)), std::memory_order_relaxed);
     sysdb_loader_set_unloading(false);
     release_retired_event_managers();
-    // On this thread the loader's lock is either free or already held by it.
+    // This thread either holds the loader's lock already or may take it.
     sysdb_load_now();
 }
 

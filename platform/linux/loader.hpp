@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the platform's parts learn about loading and unloading.
+// The object that a code address belongs to.
 #pragma once
 
 namespace aaaplatform {

@@ -32,8 +32,7 @@ static_assert(sizeof(kel_msg_rec_t) == 72 && sizeof(kel_msg_limit_t) == 32);
 
 constinit std::atomic<Sink> g_sink{Sink::kUnset};
 
-// Reads AAA_LOG once. A word that names no sink is reported where messages
-// would have gone without it.
+// Reads AAA_LOG once. An unknown sink is reported to the default one.
 Sink choose_sink() {
     Sink sink;
     const char *word = secure_getenv("AAA_LOG");
@@ -44,8 +43,7 @@ Sink choose_sink() {
     g_sink.store(sink, std::memory_order_relaxed);
     if (!known) {
         log(kLogWarning, "BAD_SETTING",
-            "AAA_LOG is \"%.32s\", which is none of stderr, syslog, journal, none; using the usual log",
-            word);
+            "AAA_LOG is \"%.32s\", not stderr, syslog, journal or none; using the default log", word);
     }
     return sink;
 }
@@ -97,12 +95,12 @@ uint32_t now_seconds() {
 
 struct Verdict {
     bool pass;
-    uint32_t held_back;  // messages that this one's predecessor held back
+    uint32_t held_back;  // messages held back in the period that ended
     uint32_t elapsed;    // seconds since the period began
 };
 
-// The first message of a period passes; of several threads that find the
-// period over, the one that starts the next period does.
+// The first message of a period passes. Of several threads that find the period
+// over, the one that starts the next period passes.
 Verdict ask_limit(kel_msg_limit_t *limit) {
     if (limit == nullptr || limit->period == 0) {
         return {true, 0, 0};

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The sinks of messages and traces: standard error, the local syslog socket,
-// the journal's native socket. One message is one write or one datagram, sent
-// by this file itself: syslog(3) takes a lock and keeps process-wide state
-// that belongs to the program, and a trace may come from a signal handler.
+// The sinks of messages and traces: standard error, the local syslog socket and
+// the journal's native socket. One message is one write or one datagram. syslog(3)
+// is not used: it takes a lock, its state belongs to the program, and a trace may
+// come from a signal handler.
 
 #include "log.hpp"
 
@@ -54,8 +54,8 @@ bool send_datagram(const char *path, const char *data, std::size_t len) {
     if (fd < 0) {
         return false;
     }
-    // A log daemon that is busy may hold us up for a moment, one that hangs
-    // must not hold up logins.
+    // A busy log daemon may delay the caller briefly; one that hangs must not
+    // block logins.
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof kSendTimeout);
     const ssize_t sent =
         sendto(fd, data, len, MSG_NOSIGNAL, reinterpret_cast<const sockaddr *>(&address), sizeof address);
@@ -63,8 +63,8 @@ bool send_datagram(const char *path, const char *data, std::size_t len) {
     return sent == static_cast<ssize_t>(len);
 }
 
-// Appends to a datagram; what does not fit is left out as a whole, so that a
-// field is never cut in its framing.
+// A datagram. A field that does not fit is omitted as a whole, so that its
+// framing is never cut.
 struct Datagram {
     char bytes[kDatagramSize];
     std::size_t len = 0;
@@ -79,7 +79,7 @@ struct Datagram {
         len += n;
     }
 
-    // "NAME=value\n": values here hold no line feed, so the short form does.
+    // "NAME=value\n": the short form, since values here hold no line feed.
     void field(const char *name, const char *value, std::size_t n) {
         if (full || std::strlen(name) + n + 2 > sizeof bytes - len) {
             return;
@@ -119,8 +119,8 @@ bool emit_journal(const LineInfo &info, const char *text, std::size_t len) {
     return send_datagram(socket_path("AAA_JOURNAL_SOCKET", kJournalSocket), datagram.bytes, datagram.len);
 }
 
-// "<priority>program[pid]: text", without a time: the receiver stamps it, and
-// local time would need the time zone lock.
+// "<priority>program[pid]: text" without a time: the receiver adds it, and local
+// time would need the time zone lock.
 bool emit_syslog(const LineInfo &info, const char *text, std::size_t len) {
     Datagram datagram;
     const int n = std::snprintf(datagram.bytes, sizeof datagram.bytes,
@@ -239,15 +239,15 @@ std::size_t make_visible(char *out, std::size_t size, const char *text, std::siz
 }
 
 std::size_t format_bounded(char *out, std::size_t size, const char *format, va_list arguments) noexcept {
-    // Formats come from the library's catalog and its traces, where the compiler
-    // has seen them.
+    // Formats come from the library's catalog and traces, where the compiler has
+    // checked them.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     const int n = std::vsnprintf(out, size, format, arguments);
 #pragma GCC diagnostic pop
     if (n < 0) {
-        // The text cannot be converted (an invalid multibyte argument); the
-        // format alone still tells what happened.
+        // The text cannot be converted (an invalid multibyte argument); the format
+        // alone is still informative.
         const std::size_t len = strnlen(format, size - 1);
         std::memcpy(out, format, len);
         out[len] = '\0';

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Tracing: which flags are on, and the trace lines. Asking for a flag is one
-// relaxed load of a mask, at which the list code looks itself on every call.
+// Tracing: the debug flags and the trace lines. Testing a flag is one relaxed load
+// of a mask, which the library's list code reads itself on every call.
 //
 //     2025-03-01T12:00:00.123456Z 4711/4712 aaa[8 avlist]: text
 //
-// A text that holds line feeds gives one such line per part, so that each line
-// of the output can be told apart, sorted and searched.
+// A text with line feeds gives one such line per part, so that the output can be
+// sorted and searched line by line.
 
 #include <unistd.h>
 
@@ -41,13 +41,12 @@ constexpr uint32_t kAllFlags = (1u << AAA_PLATFORM_DEBUG_FLAGS) - 1;
 constinit std::atomic<uint32_t> g_mask{0};
 constinit std::atomic<Sink> g_output{Sink::kUnset};
 
-// Flags above the known ones that were reported already, by flag modulo 32:
-// the record has no limit of its own, and a wrong flag sits in a call that is
-// made over and over.
+// Unknown flags that were reported already, by flag modulo 32: the record has no
+// limit of its own, and a call with a wrong flag is usually repeated.
 constinit std::atomic<uint32_t> g_reported{0};
 
 // The catalog record for a wrong flag is the library's. It is copied when the
-// library starts tracing, because the library may be gone when it is needed.
+// library starts tracing, because it may be needed after an unload.
 struct RecordCopy {
     kel_msg_rec_t record;
     char texts[4][96];
@@ -94,8 +93,8 @@ bool is_separator(char c) {
     return c == ',' || c == ' ' || c == '\t' || c == ';';
 }
 
-// A decimal flag number at *at; moves *at behind it. Large numbers stay large
-// instead of wrapping into a valid flag.
+// A decimal flag number at *at; moves *at past it. Large numbers remain large
+// instead of wrapping to a valid flag.
 bool take_number(const char **at, const char *end, uint32_t *number) {
     const char *p = *at;
     uint32_t n = 0;
@@ -117,8 +116,8 @@ uint32_t range_mask(uint32_t first, uint32_t last) {
     return mask;
 }
 
-// "3" or "1-3"; false when the word is no number. *ok is cleared for a number
-// that names no flag.
+// "3" or "1-3"; false when the word is not a number. *ok is cleared for a number
+// without a flag.
 bool parse_numbers(const char *word, const char *end, uint32_t *mask, bool *ok) {
     uint32_t first;
     if (!take_number(&word, end, &first)) {
@@ -204,8 +203,7 @@ Sink choose_output() {
     const bool known = parse_sink(word, &sink);
     if (!known) {
         log(kLogWarning, "BAD_SETTING",
-            "AAA_DEBUG_OUTPUT is \"%.32s\", which is none of stderr, syslog, journal, none; using stderr",
-            word);
+            "AAA_DEBUG_OUTPUT is \"%.32s\", not stderr, syslog, journal or none; using stderr", word);
     }
     return sink == Sink::kUnset ? Sink::kStderr : sink;
 }
@@ -219,8 +217,8 @@ Sink current_output() {
     return sink;
 }
 
-// Time in UTC: local time needs the time zone lock, which a signal handler or a
-// forked child may find taken.
+// Time in UTC: local time needs the time zone lock, which may be held when a signal
+// handler or a forked child traces.
 std::size_t write_prefix(char *out, std::size_t size, uint32_t flag) {
     timespec now{};
     tm utc{};
@@ -261,8 +259,8 @@ void start_tracing() {
     g_mask.store(mask, std::memory_order_relaxed);
 }
 
-// Tracing works as soon as the platform is there: a program that keeps the
-// library's load hook from running still gets its traces.
+// Tracing works as soon as the platform is loaded: a program that suppresses the
+// library's load hook still gets its traces.
 [[gnu::constructor]] void on_load() {
     start_tracing();
 }
@@ -300,7 +298,7 @@ int aaa_debugging(uint32_t flag) {
                : 0;
 }
 
-// This host's own, whatever the name is bound to elsewhere.
+// This host's own function, also where another definition takes precedence.
 [[gnu::alias("aaa_debugging"), gnu::visibility("hidden")]] int aaa_platform_own_debugging(uint32_t flag);
 
 const uint32_t *aaa_debug_word(int (*debugging)(uint32_t flag)) {

@@ -45,8 +45,8 @@ bool refuse(const char *path, const char *why, const char *advice) {
     return false;
 }
 
-// Only the owner may have any right: everybody who reads this file reads every
-// server key.
+// Only the owner may have any right: a reader of this file can read every server
+// key.
 bool check_rights(int fd, const char *path) {
     struct stat st;
     if (fstat(fd, &st) != 0) {
@@ -59,7 +59,7 @@ bool check_rights(int fd, const char *path) {
         return refuse(path, "it belongs to another user", "give it to root or to this process's user");
     }
     if ((st.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        return refuse(path, "others than its owner have rights on it", "set its mode to 0600");
+        return refuse(path, "users other than its owner have rights on it", "set its mode to 0600");
     }
     return true;
 }
@@ -111,7 +111,7 @@ int print_key(const MasterKey &key, char *out, std::size_t size) {
     return n;
 }
 
-// A hundred keys fit: the text has room for more than they can take.
+// The text has room for all generations.
 void print(const MasterKeys &keys, SecretText *text) {
     text->len = static_cast<std::size_t>(std::snprintf(text->bytes, sizeof text->bytes, "%s\n", kHeader));
     for (unsigned i = 0; i < keys.count(); ++i) {
@@ -120,8 +120,8 @@ void print(const MasterKeys &keys, SecretText *text) {
     }
 }
 
-// The name must be on disk too, or a power failure takes back a key that has
-// sealed something already.
+// The name must be on disk too, or a power failure loses a key that has been used
+// already.
 void sync_directory(const char *path) {
     const int fd = open_directory_of(path);
     if (fd >= 0) {
@@ -130,8 +130,7 @@ void sync_directory(const char *path) {
     }
 }
 
-// link() refuses an existing name, rename() replaces it; both at once or not
-// at all.
+// link() refuses an existing name, rename() replaces it; both are atomic.
 int put_in_place(const char *temporary, const char *path, bool replace) {
     const int rc = replace ? std::rename(temporary, path) : link(temporary, path);
     const int error = rc == 0 ? 0 : errno;

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The master keys that seal server keys. The file is text, one generation a
-// line, oldest first; the last line is the one to seal with:
+// line, oldest first; new keys are sealed with the last one:
 //
 //     aaa-master-keys 1
 //     01 2b7e...(64 hex digits) 2025-03-01T12:00:00Z
 //
-// It is read for every use, so that a rotation is seen at once and no key
-// stays in memory longer than it is needed.
+// It is read for every use, so that a rotation takes effect at once and keys do
+// not remain in memory.
 #pragma once
 
 #include <cstddef>
@@ -22,7 +22,7 @@ inline constexpr unsigned kGenerations = 100;  // two decimal digits
 struct MasterKey {
     unsigned generation;
     unsigned char key[kMasterKeySize];
-    time_t created;  // 0 = not told
+    time_t created;  // 0 = not recorded
 };
 
 // All generations of a file. Wiped when it goes out of scope.
@@ -33,8 +33,8 @@ class MasterKeys {
     MasterKeys(const MasterKeys &) = delete;
     MasterKeys &operator=(const MasterKeys &) = delete;
 
-    // Reads and checks the file. False, with one log line that names the file
-    // and what to do, when it is missing, open to others, or damaged.
+    // Reads and checks the file. False, with one log line that names the file and
+    // the remedy, when it is missing, accessible to others, or damaged.
     bool read(const char *path) noexcept;
 
     [[nodiscard]] const MasterKey *find(unsigned generation) const noexcept;
@@ -47,7 +47,7 @@ class MasterKeys {
     // Appends a new random key. False when all numbers are taken.
     bool add(unsigned generation) noexcept;
 
-    // Takes one out; its number is known to be there.
+    // Removes one; its number must exist.
     void remove(unsigned generation) noexcept;
 
     // Writes the file under a temporary name beside it and puts it in place.

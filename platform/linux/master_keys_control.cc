@@ -89,7 +89,7 @@ cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *generation) {
     const unsigned next = (keys.newest()->generation + 1) % kGenerations;
     if (!keys.add(next)) {
         log(kLogError, "MASTER_KEYS",
-            "%s: generation %02u is there still; seal the server keys of that generation again and retire it",
+            "%s: generation %02u still exists; seal the server keys of that generation again and retire it",
             path, next);
         return HOST_KEYS_EXHAUSTED;
     }

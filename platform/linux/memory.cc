@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Named allocation and the queue. This host keeps no account per name: its
-// tools for that work on malloc itself.
+// Named allocation and the queue. This host does not account per name: its tools
+// for that purpose work on malloc itself.
 
 #include "platform/memory.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Node and runtime services that are one system call, and the kind of node.
+// The kind of node, and services that are one system call.
 
 #include "platform/node.h"
 
@@ -32,7 +32,7 @@ int node_type_is_line_card(const char *type, const char *from) {
     }
     if (std::strcmp(type, "route-processor") != 0) {
         log(kLogWarning, "BAD_SETTING",
-            "%s: node type \"%.32s\" is neither line-card nor route-processor; taking route-processor", from,
+            "%s: node type \"%.32s\" is neither line-card nor route-processor; using route-processor", from,
             type);
     }
     return 0;
@@ -86,7 +86,7 @@ const char *qm_inet_ntop(int family, const void *address, char *buffer, size_t l
         errno = EINVAL;
         return nullptr;
     }
-    // A limit that does not fit the C library's type is larger than any text.
+    // A limit beyond the C library's type exceeds any text.
     const socklen_t size = limit > INET6_ADDRSTRLEN ? INET6_ADDRSTRLEN : static_cast<socklen_t>(limit);
     return inet_ntop(family, address, buffer, size);
 }

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Which threads of this process wait for a mutex: a fixed table that each
-// waiting thread enters and leaves. Everything in it is atomic, because it is
-// read by other threads (and, through a core file, by people) at any moment
-// and must not bring a lock of its own into the waiting it describes.
+// The threads of this process that wait for a mutex: a fixed table that each
+// waiting thread enters and leaves. All of it is atomic: it is read at any moment
+// by other threads, and from core files, and a lock of its own could be part of
+// the hang that it describes.
 
 #include <unistd.h>
 
@@ -25,7 +25,7 @@ constexpr std::size_t kNameWords = sizeof(aaa_platform_mutex_wait_t::function) /
 
 // A slot is written under an odd sequence number; a reader that sees the same
 // even number before and after has seen one state. Release stores and acquire
-// loads of the fields carry the odd number along to whoever sees a new field.
+// loads of the fields make the odd number visible to a reader of a new field.
 struct Slot {
     std::atomic<int32_t> owner{0};  // thread id, 0 = free
     std::atomic<uint32_t> sequence{0};
@@ -48,8 +48,8 @@ uint64_t now_ms() {
 Slot *claim(int32_t thread, int32_t process) {
     for (Slot &slot : g_slots) {
         int32_t owner = slot.owner.load(std::memory_order_relaxed);
-        const bool left_behind = owner != 0 && slot.process.load(std::memory_order_relaxed) != process;
-        if ((owner == 0 || left_behind) &&
+        const bool inherited = owner != 0 && slot.process.load(std::memory_order_relaxed) != process;
+        if ((owner == 0 || inherited) &&
             slot.owner.compare_exchange_strong(owner, thread, std::memory_order_acquire)) {
             return &slot;
         }
@@ -75,7 +75,7 @@ void fill(Slot &slot, const void *mutex, const char *function_name, int line, in
 }
 
 // One consistent view of a slot; false when it is free, another process's, or
-// changing right now.
+// being changed.
 bool read_slot(const Slot &slot, int32_t process, uint64_t now, aaa_platform_mutex_wait_t *out) {
     const uint32_t before = slot.sequence.load(std::memory_order_acquire);
     out->thread = slot.owner.load(std::memory_order_acquire);

@@ -25,8 +25,8 @@ bool is_name_char(char c) {
            c == '_' || c == '-' || c == '+';
 }
 
-// Takes text up to its first line feed as the zone's name when it looks like
-// one and fits with its NUL.
+// Copies text up to its first line feed when it has the form of a zone's name and
+// fits with its NUL.
 bool take_name(const char *text, char *buffer, uint32_t size) {
     std::size_t n = 0;
     while (is_name_char(text[n])) {
@@ -80,8 +80,8 @@ bool from_link(char *buffer, uint32_t size) {
     return zone != path && take_name(zone, buffer, size);
 }
 
-// The abbreviation in force now, for a zone whose name does not fit. A cut
-// name would be no zone at all, and "UTC" would be the wrong one.
+// The present abbreviation, for a zone whose name does not fit. A cut name is not
+// a zone, and "UTC" would be wrong.
 bool from_abbreviation(char *buffer, uint32_t size) {
     const time_t now = time(nullptr);
     tm local{};
@@ -90,7 +90,7 @@ bool from_abbreviation(char *buffer, uint32_t size) {
            take_name(local.tm_zone, buffer, size);
 }
 
-// TZ governs alone where it is set, as it does for the C library.
+// Only TZ counts where it is set, as for the C library.
 bool find_name(char *buffer, uint32_t size) {
     const char *zone = std::getenv("TZ");
     const bool found = zone != nullptr && *zone != '\0' ? from_environment(buffer, size)

@@ -33,8 +33,8 @@ bool fits(int n, std::size_t size) {
     return n > 0 && static_cast<std::size_t>(n) < size;
 }
 
-// The kernel lists every other terminal under its number, as a link whose last
-// component is the name.
+// The kernel lists other terminals by number, as links whose last component is the
+// name.
 bool name_from_sysfs(unsigned device, char (&name)[kLineNameSize]) {
     char link[64];
     char target[PATH_MAX];
@@ -61,8 +61,8 @@ bool name_from_number(int fd, char (&name)[kLineNameSize]) {
     return name_from_sysfs(device, name);
 }
 
-// For a kernel that does not tell the number: a standard descriptor on a
-// terminal is, in a login, the controlling one.
+// For a kernel without the number: in a login, a standard descriptor that is a
+// terminal is the controlling one.
 bool name_from_descriptors(char (&name)[kLineNameSize]) {
     char path[PATH_MAX];
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Which objects were mapped with the program and stay to its end: the closure
-// of the program's DT_NEEDED entries, walked over the loader's own list.
+// The objects that were mapped with the program and remain to its end: the closure
+// of the program's DT_NEEDED entries, over the loader's own list.
 
 #include "startup_objects.hpp"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The system database's client interface: checks what every provider would
-// have to check, and forwards to the provider that is loaded.
+// The system database's client interface: makes the checks common to all
+// providers, and forwards to the loaded provider.
 
 #include "platform/sysdb.h"
 #include "platform/sysdb_changes.h"
@@ -38,14 +38,14 @@ bool sysdb_value_fits(std::uint32_t datatype, const void *value, std::uint32_t l
 
 namespace {
 
-// What an item is read into before the caller sees it.
+// An item as the provider returned it, before its check.
 struct Reading {
     std::uint32_t datatype;
     void *value;
     std::uint32_t length;
 };
 
-// Another process, or an older one, may have stored what does not fit.
+// Another process, or an older version, may have stored a value that does not fit.
 cerrno check_reading(const Reading &reading, const char *path) {
     if (sysdb_value_fits(reading.datatype, reading.value, reading.length)) {
         return 0;
@@ -56,7 +56,7 @@ cerrno check_reading(const Reading &reading, const char *path) {
     return SYSDB_ERR_BAD_VALUE;
 }
 
-// Stores what is wanted and releases the rest.
+// Stores the outputs that are not null and releases the rest.
 void hand_out(const Reading &reading, std::uint32_t *datatype, void **value, std::uint32_t *length) {
     if (datatype != nullptr) {
         *datatype = reading.datatype;

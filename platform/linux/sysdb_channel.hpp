@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// How the event manager has a sysdb connection's channel dispatched.
+// Dispatch of a sysdb connection's channel, for the event manager.
 #pragma once
 
 #include "platform/sysdb.h"

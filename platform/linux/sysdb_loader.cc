@@ -3,13 +3,13 @@
 // Finding and loading the sysdb provider.
 //
 // A client thread of the library may be joined by a dlclose that holds the
-// dynamic loader's lock, so dlopen must never run on it: it would wait for
-// the lock while the lock's owner waits for it. A detached thread of the
-// platform, whose object is never unmapped, does the dlopen; clients wait on a
-// condition for "loaded, failed, or unloading".
+// dynamic loader's lock, so dlopen must never run on it: it would wait for the
+// lock while the lock's owner waits for it. A detached thread of the platform,
+// whose object is never unmapped, calls dlopen; clients wait on a condition for
+// "loaded, failed, or unloading".
 //
-// The provider is loaded once and kept to the end of the process. A failed
-// attempt leaves nothing behind; the next call makes a new one.
+// The provider is loaded once and kept to the end of the process. After a failed
+// attempt the next call tries again.
 
 #include "sysdb_loader.hpp"
 
@@ -31,9 +31,9 @@
 namespace aaaplatform {
 namespace {
 
-// How long a client that asks during an unload waits for a load in progress.
-// The unload cannot end before it has given up, and the load perhaps not
-// before the unload has ended.
+// Time that a client waits for a load in progress during an unload. The unload
+// cannot end before the client gives up, and the load possibly not before the
+// unload ends.
 constexpr long kUnloadingWaitNanoseconds = 50'000'000;
 
 constexpr char kDefaultPath[] = AAA_PKG_ROOT "/lib/libsysdb.so";
@@ -81,7 +81,7 @@ int host_value_fits(std::uint32_t datatype, const void *value, std::uint32_t len
 
 constexpr sysdb_host_t kHost = {SYSDB_PROVIDER_ABI, sizeof(sysdb_host_t), host_log, host_value_fits};
 
-// What every table has; members behind it are looked for where they are used.
+// Members of every table; later members are checked where they are used.
 constexpr std::size_t kFirstTableSize = offsetof(sysdb_provider_t, apply);
 
 bool usable(const sysdb_provider_t *table, const char *path) {
@@ -89,8 +89,8 @@ bool usable(const sysdb_provider_t *table, const char *path) {
         return true;
     }
     log(kLogError, "SYSDB",
-        "provider %s speaks another version of the interface (this platform has %u); "
-        "install the provider that belongs to it",
+        "provider %s implements another version of the interface (this platform has %u); "
+        "install the matching provider",
         path, SYSDB_PROVIDER_ABI);
     return false;
 }
@@ -158,8 +158,8 @@ timespec unloading_deadline() {
     return deadline;
 }
 
-// Called with the state locked; returns when the attempt that is under way
-// has ended, or when waiting on could hold up an unload.
+// Called with the state locked; returns when the present attempt has ended, or
+// when further waiting could delay an unload.
 void wait_for_attempt(unsigned finished_before) {
     while (g_state.attempts == finished_before && !g_state.unloading) {
         pthread_cond_wait(&g_state.changed, &g_state.mutex);
@@ -181,7 +181,7 @@ void load_through_thread() {
     if (!g_state.loading) {
         g_state.loading = start_loader_thread();
         if (!g_state.loading) {
-            log(kLogError, "SYSDB", "no thread for loading the provider");
+            log(kLogError, "SYSDB", "the thread that loads the provider cannot be started");
             return;
         }
     }
@@ -218,7 +218,7 @@ const sysdb_provider_t *obtain_sysdb_provider() {
     if (loaded != nullptr) {
         return loaded;
     }
-    // Without this an absent database would cost a thread at every call.
+    // Otherwise every call without a database would start a thread.
     if (access(provider_path(), R_OK) != 0) {
         return nullptr;
     }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Tuples: the form of values of type SYSDB_TYPE_TUPLE. All providers share it;
-// to them a tuple is a run of bytes.
+// Tuples: the form of values of type SYSDB_TYPE_TUPLE. To providers a tuple is a
+// sequence of bytes.
 //
 //   offset  bytes
 //   0       2      'T' 'P'
@@ -11,9 +11,8 @@
 //   8              fields: 'd', 4 bytes little-endian
 //                       or 's', 1 byte length with the NUL, the name, NUL
 //
-// tuple_unpack_mask() is not told how long its tuple is and has to trust the
-// length in the header; sysdb_item_get() hands out no tuple whose header does
-// not agree with the stored bytes.
+// tuple_unpack_mask() does not get its tuple's length and relies on the header;
+// sysdb_item_get() returns only tuples whose header agrees with the stored bytes.
 
 #include <cerrno>
 #include <cstdarg>
@@ -76,7 +75,7 @@ class FieldReader {
     const char *name() const { return reinterpret_cast<const char *>(field_ + 2); }
 
   private:
-    // Of the field at the read position, 0 for one that makes no sense.
+    // Of the field at the read position, 0 for an invalid one.
     std::uint32_t field_size() const {
         if (left_ >= 1 && at_[0] == kInteger) {
             return 5;
@@ -87,7 +86,7 @@ class FieldReader {
         if (left_ < 2U + at_[1]) {
             return 0;
         }
-        // The NUL stands at the end and nowhere else.
+        // The only NUL is at the end.
         return memchr(at_ + 2, 0, at_[1]) == at_ + 1 + at_[1] ? 2U + at_[1] : 0;
     }
 
@@ -136,7 +135,7 @@ bool kinds_agree(FieldReader reader, const char *format) {
     return true;
 }
 
-// Sets errno; the reader then stands before the field of the first conversion.
+// Sets errno on failure; on success the first conversion's field is next.
 bool align(FieldReader &reader, const char *format) {
     Shape wanted;
     if (!shape_of_format(format, wanted)) {

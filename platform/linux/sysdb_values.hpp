@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What values of the system database's types look like.
+// The form of values of the system database's types.
 #pragma once
 
 #include <cstdint>

@@ -107,13 +107,13 @@ void aaa_destroy_task_table(void *task_table) {
     if (table == nullptr) {
         return;
     }
-    // A leak is better than freeing what may be anything.
+    // A leak is better than freeing an unknown block.
     if (table->magic != kMagic) {
         log(kLogError, "BAD_TASK_TABLE",
             "A credential record carries a task table that this host did not make; it is not freed");
         return;
     }
-    // What a user may do is nobody else's business.
+    // A user's permissions are confidential.
     explicit_bzero(table, size_of(table->capacity));
     std::free(table);
 }

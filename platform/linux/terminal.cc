@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Kinds of lines, told by the names of their devices.
+// Kinds of lines, by the names of their devices.
 
 #include "platform/terminal.h"
 
@@ -69,8 +69,8 @@ const NameRule *rule_for(const char *device) {
     return nullptr;
 }
 
-// A device may be a link to one with a telling name, such as the links that
-// serial adapters get by their maker's name.
+// A device may be a link to one with a known name, such as the links to serial
+// adapters that are named after their maker.
 const NameRule *rule_for_device(const char *device) {
     const NameRule *rule = rule_for(device);
     if (rule != nullptr || *device != '/') {

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Remote address of the caller's line: what the login recorded for the line
-// (utmp), else what the secure shell server left in the environment. The
-// file is read here and not with getutxent(), whose position in the file is
-// the program's.
+// Remote address of the caller's line: the login record of the line (utmp), else
+// the environment set by the secure shell server. The file is not read with
+// getutxent(), whose file position belongs to the program.
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -30,7 +29,7 @@ namespace {
 
 constexpr std::size_t kMaxEntries = 65536;  // more lines than a node has
 
-// An IPv4 address that was mapped into IPv6 is written as what it is.
+// An IPv4 address mapped into IPv6 is written as IPv4.
 bool write_v6(const in6_addr &address, char *buffer, socklen_t size) {
     if (IN6_IS_ADDR_V4MAPPED(&address)) {
         return inet_ntop(AF_INET, &address.s6_addr[12], buffer, size) != nullptr;
@@ -38,8 +37,8 @@ bool write_v6(const in6_addr &address, char *buffer, socklen_t size) {
     return inet_ntop(AF_INET6, &address, buffer, size) != nullptr;
 }
 
-// The four words of a login record, in network order: an IPv4 address stands
-// in the first word alone, no address is all zeros.
+// The four words of a login record, in network order: an IPv4 address is in the
+// first word alone; all zeros is no address.
 bool write_words(const int32_t (&words)[4], char *buffer, socklen_t size) {
     in6_addr address;
     static_assert(sizeof words == sizeof address);
@@ -50,8 +49,8 @@ bool write_words(const int32_t (&words)[4], char *buffer, socklen_t size) {
     return words[0] != 0 && inet_ntop(AF_INET, &words[0], buffer, size) != nullptr;
 }
 
-// Takes text that is a numeric address, without an IPv6 zone; host names and
-// anything else are not the address of a line.
+// Takes a numeric address, without its IPv6 zone; host names and other texts are
+// refused.
 bool take_text(const char *text, std::size_t len, char *buffer, socklen_t size) {
     char copy[INET6_ADDRSTRLEN];
     const auto *zone = static_cast<const char *>(std::memchr(text, '%', len));
@@ -69,7 +68,7 @@ bool take_text(const char *text, std::size_t len, char *buffer, socklen_t size) 
     return inet_pton(AF_INET6, copy, &v6) == 1 && write_v6(v6, buffer, size);
 }
 
-// An entry may outlive its login; then the line may be somebody else's now.
+// An entry may outlive its login; the line may then belong to another user.
 bool in_use(const utmp &entry) {
     return entry.ut_pid <= 0 || kill(entry.ut_pid, 0) == 0 || errno != ESRCH;
 }

@@ -29,7 +29,7 @@ namespace {
 
 constexpr char kLinesVariable[] = "AAA_LINES_CONF";
 constexpr char kLinesFile[] = "/etc/aaa/lines.conf";
-constexpr std::size_t kMaxListName = 254;  // what a method-list record can hold
+constexpr std::size_t kMaxListName = 254;  // of a method-list record
 
 struct KindWord {
     const char *word;
@@ -64,13 +64,13 @@ bool valid_list_name(const char *name) {
     return true;
 }
 
-// What is wrong with a row, or null.
+// A row's defect, or null.
 const char *defect_of(const ConfigLine &line) {
     if (line.words != 3) {
         return "expected a line pattern, a kind and a method list";
     }
     if (kind_of(line.word[1]) == nullptr) {
-        return "the kind is none of authentication, authorization, accounting, *";
+        return "the kind is not authentication, authorization, accounting or *";
     }
     if (!valid_list_name(line.word[2])) {
         return "the method list's name has more than 254 or unprintable characters";
@@ -107,8 +107,8 @@ bool open_rules(ConfigFile &file) {
 cerrno find_list(const char *name, uint32_t kind, char **list_name) {
     ConfigFile file;
     if (!open_rules(file)) {
-        // A file that is there and cannot be trusted must not silently turn
-        // into the default list.
+        // A file that exists and cannot be trusted must not silently mean the
+        // default list.
         return file.unusable() ? LINE_BAD_CONFIG : cerrno{0};
     }
     ConfigLine line;

@@ -310,8 +310,8 @@ TEST(Sink, ReportsASettingThatItDoesNotKnow) {
     const auto all = syslog.take_texts();
     ASSERT_EQ(2u, all.size());
     EXPECT_EQ(
-        "%AAA-PLATFORM-4-BAD_SETTING : AAA_LOG is \"paper\", which is none of stderr, syslog, journal, none; "
-        "using the usual log",
+        "%AAA-PLATFORM-4-BAD_SETTING : AAA_LOG is \"paper\", not stderr, syslog, journal or none; "
+        "using the default log",
         all[0]);
     EXPECT_EQ(kLine, all[1] + "\n");
 }

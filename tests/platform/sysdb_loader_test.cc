@@ -137,9 +137,9 @@ TEST_F(SysdbLoader, FileThatIsNoObjectIsReportedAndTriedAgain) {
 
 TEST_F(SysdbLoader, ProvidersThatDoNotFitAreRefused) {
     const std::pair<const char *, const char *> unfit[] = {
-        {SYSDB_OTHER_ABI, "speaks another version"},
-        {SYSDB_SHORT_TABLE, "speaks another version"},
-        {SYSDB_NO_TABLE, "speaks another version"},
+        {SYSDB_OTHER_ABI, "implements another version"},
+        {SYSDB_SHORT_TABLE, "implements another version"},
+        {SYSDB_NO_TABLE, "implements another version"},
         {SYSDB_NO_ENTRY, "is not a sysdb provider"},
     };
     for (const auto &[file, why] : unfit) {

@@ -24,7 +24,7 @@ Result newest(MDB_txn *txn, MDB_dbi table, std::uint64_t &revision) {
     return rc.ok_if_not_found();
 }
 
-// Two at most: enough to shrink a log that was written with a larger map.
+// At most two: that shrinks a log that was written with a larger map.
 Result drop_oldest(MDB_txn *txn, MDB_dbi table, std::uint64_t newest_dropped) {
     Cursor cursor;
     Result rc = cursor.open(txn, table);
@@ -55,7 +55,7 @@ Result append_change(const Environment &environment, MDB_txn *txn, std::uint32_t
         return rc;
     }
     if (++revision == 0) {
-        return Result::of_lmdb(MDB_CORRUPTED);  // no change was ever given the last number
+        return Result::of_lmdb(MDB_CORRUPTED);  // the last number is never used
     }
     MDB_val number = {sizeof revision, &revision};
     MDB_val record = {sizeof operation + key.size(), nullptr};

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The change log of a tree: which key was changed how, numbered without gaps.
-// The number of the newest change is the tree's revision. A record is written
-// in the transaction that makes the change, so a view of the database always
-// holds the changes up to its revision and nothing of later ones.
+// The change log of a tree: key and operation of each change, numbered without
+// gaps. The number of the newest change is the tree's revision. A record is
+// written in the transaction of its change, so a view of the database holds
+// exactly the changes up to its revision.
 //
-// Only as many records are kept as Environment::log_capacity() says.
+// The log keeps the newest Environment::log_capacity() records.
 #pragma once
 
 #include <cstdint>
@@ -24,11 +24,11 @@ struct Change {
 Result append_change(const Environment &environment, MDB_txn *txn, std::uint32_t operation,
                      std::string_view key);
 
-// Revision of the tree in this view; 0 when nothing was ever changed.
+// Revision of the tree in this view; 0 before the first change.
 cerrno last_revision(const ReadTxn &txn, std::uint64_t &revision);
 
 // Calls visit(change) for every change after a revision, oldest first. gap is
-// set when some of them are no longer in the log.
+// set when the log has lost some of them.
 template <typename Visit>
 cerrno visit_changes(const ReadTxn &txn, std::uint64_t after, bool &gap, Visit visit);
 

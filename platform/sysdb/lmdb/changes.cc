@@ -42,7 +42,7 @@ KeySet keys_to_keep(const std::vector<PlannedChange> &planned) {
     return keys;
 }
 
-// One transaction's attempt; begins anew when the transaction does.
+// One attempt of the transaction.
 class Attempt {
   public:
     Attempt(const Environment &environment, MDB_txn *txn, const KeySet &keep, ChangedKeys &changed)
@@ -82,7 +82,7 @@ class Attempt {
         return met ? Result::ok() : Result::conflict();
     }
 
-    // The log is written afterwards: its records may move the pages that the cursor is on.
+    // The log is written afterwards: its records may move the pages under the cursor.
     Result prune(std::string_view directory) {
         const std::size_t first = changed_.size();
         Result rc = delete_unkept(directory);
@@ -105,7 +105,7 @@ class Attempt {
             }
             changed_.emplace_back(view_of(key));
             rc = cursor.erase();
-            key = value_of(changed_.back());  // what comes behind it now
+            key = value_of(changed_.back());  // the next key follows it
             rc = rc.is_ok() ? cursor.get(key, value, MDB_SET_RANGE) : rc;
         }
         return rc.ok_if_not_found();
@@ -117,7 +117,7 @@ class Attempt {
     ChangedKeys &changed_;
 };
 
-// Exhausted memory must not leave the transaction open, which is the writer's lock.
+// Exhausted memory must not leave the transaction open: it holds the writer's lock.
 Result make_all(const Environment &environment, MDB_txn *txn, const std::vector<PlannedChange> &planned,
                 const KeySet &keep, ChangedKeys &changed, std::uint32_t &failed) try {
     changed.clear();

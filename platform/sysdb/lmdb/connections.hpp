@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Connections of this process. A handle is a number that is never given out
-// twice, so a stale one is found out.
+// Connections of this process. A handle is a number that is never reused, so that
+// a stale one is detected.
 #pragma once
 
 #include <cstdint>
@@ -17,12 +17,12 @@ namespace sysdb_lmdb {
 
 // Guarded by the mutex of Notifications.
 struct ConnectionEvents {
-    Descriptor channel;  // epoll: what the caller polls
+    Descriptor channel;  // epoll, polled by the caller
     Descriptor wakeup;   // eventfd: something is pending for this connection
     bool wakeup_sent = false;
     bool joined = false;       // the process's socket and timer are in the channel
     bool dispatching = false;  // by one thread at a time
-    bool again = false;        // somebody else wanted to dispatch meanwhile
+    bool again = false;        // another thread asked to dispatch meanwhile
     bool closed = false;
     unsigned watches = 0;
 };
@@ -41,7 +41,7 @@ class Connections {
 
     std::uint64_t add(const Key &prefix);
     ConnectionPtr find(std::uint64_t id);
-    // Takes it out; null when there is none.
+    // Removes it; null when there is none.
     ConnectionPtr remove(std::uint64_t id);
     std::vector<ConnectionPtr> all();
 

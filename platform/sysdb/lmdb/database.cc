@@ -21,8 +21,8 @@ std::time_t coarse_seconds() {
     return now.tv_sec;
 }
 
-// Environments of the parent: their reader places and locks are not this
-// process's, and closing them would disturb the parent. They stay as they are.
+// Environments of the parent. Their reader places and locks are the parent's, and
+// closing them would disturb it: they are kept.
 std::vector<EnvironmentPtr> &inherited() {
     static auto &environments = *new std::vector<EnvironmentPtr>;
     return environments;
@@ -74,9 +74,9 @@ cerrno Database::open(Slot &slot, Tree tree, std::unique_lock<std::mutex> &lock)
     return rc;
 }
 
-// The file behind the name is looked at once a second, so that a database
-// that was restored, removed or given other permissions is noticed without a
-// cost per call.
+// Once a second the file of this name is compared with the open one, so that a
+// database that was restored, removed or given other permissions is noticed
+// without a cost per call.
 cerrno Database::obtain(Tree tree, EnvironmentPtr &environment) {
     std::unique_lock lock(mutex_);
     Slot &slot = slot_of(tree);
@@ -87,7 +87,7 @@ cerrno Database::obtain(Tree tree, EnvironmentPtr &environment) {
         slot.next_check = coarse_seconds() + 1;
         const char *why = slot.current->outdated();
         if (why != nullptr) {
-            log(kLogWarning, "database %s %s; it is opened again", slot.current->file().c_str(), why);
+            log(kLogWarning, "database %s %s; opening it again", slot.current->file().c_str(), why);
             retire(slot);
         }
     }

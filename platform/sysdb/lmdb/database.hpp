@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The two database files of this process, opened on first use and opened
-// again when they have been replaced or found broken.
+// The two database files of this process, opened on first use and again after
+// they have been replaced or found damaged.
 #pragma once
 
 #include <array>
@@ -17,8 +17,8 @@ class Database {
   public:
     static Database &instance();
 
-    // Runs body(environment) on the tree's file. When the file turns out to
-    // need opening again, does so and runs the body once more.
+    // Runs body(environment) on the tree's file. If the file has to be opened
+    // again, does so and runs the body once more.
     template <typename Body>
     cerrno with(Tree tree, Body body);
 
@@ -35,7 +35,7 @@ class Database {
   private:
     struct Slot {
         EnvironmentPtr current;
-        // Closed when its last user is done; the file must not be opened before that.
+        // Closed with its last user; the file must not be opened before that.
         std::weak_ptr<Environment> closing;
         std::time_t next_check = 0;
     };

@@ -36,7 +36,7 @@ constexpr std::string_view kStampKey = "format";
 
 constinit std::atomic<std::uint64_t> g_generations{0};
 
-// Tells this database from other LMDB files, and the two trees apart.
+// Distinguishes this database from other LMDB files, and the two trees.
 std::string_view stamp_of(Tree tree) {
     return tree == Tree::kCfg ? "aaa-sysdb 1 cfg" : "aaa-sysdb 1 oper";
 }
@@ -45,7 +45,7 @@ std::string lock_file_of(const std::string &file) {
     return file + "-lock";
 }
 
-// LMDB is about to abort the process: it has found what cannot be.
+// LMDB is about to abort the process: it has found an inconsistency.
 void log_assertion(MDB_env *env, const char *text) {
     const char *path = "?";
     mdb_env_get_path(env, &path);
@@ -146,7 +146,7 @@ cerrno Environment::report_damage(const char *fault) {
     return SYSDB_ERR_CORRUPT;
 }
 
-// LMDB believes what it reads; a damaged page would crash the process later.
+// LMDB does not check what it reads; a damaged page would crash the process later.
 cerrno Environment::check_contents() {
     int fd = -1;
     mdb_env_get_fd(env_, &fd);
@@ -162,7 +162,7 @@ cerrno Environment::check_contents() {
             return fault == nullptr ? 0 : report_damage(fault);
         }
     }
-    return 0;  // others write it so fast that it must be sound
+    return 0;  // other processes write it constantly, so it is sound
 }
 
 // Not found when there is no stamp, MDB_INCOMPATIBLE for another one.
@@ -213,7 +213,7 @@ cerrno Environment::report_foreign() {
     log(kLogError,
         "%s is not the system database this program uses (another program's file, another version, or the "
         "other tree's);"
-        " it is not touched; move it away",
+        " it is left unchanged; move it away",
         file_.c_str());
     return SYSDB_ERR_CORRUPT;
 }
@@ -230,7 +230,7 @@ cerrno Environment::open_tables() {
         found = find_stamp(txn.get(), empty);
     }
     if (found.is_not_found() && empty) {
-        // Another process may be doing the same; the writer's lock decides.
+        // Another process may do the same; the writer's lock decides.
         const cerrno made = write(Growth::kGrows, [this](MDB_txn *txn) {
             bool still_empty = false;
             const Result again = find_stamp(txn, still_empty);
@@ -257,7 +257,7 @@ cerrno Environment::open_tables() {
         mdb_txn_abort(txn);
         return report_foreign();
     }
-    // The handles of tables outlive only a transaction that is committed.
+    // Table handles remain valid only after a commit.
     return report(Result::of_lmdb(mdb_txn_commit(txn)));
 }
 
@@ -294,10 +294,10 @@ void Environment::log_failure(Result result) {
     } else if (result.is_lmdb(MDB_TXN_FULL)) {
         log(kLogError, "database %s: too many changes at once; make them in several parts", file_.c_str());
     } else if (result.is_lmdb(MDB_READERS_FULL)) {
-        log(kLogError, "database %s has no place for another reader (%u); end some of the AAA processes",
+        log(kLogError, "database %s has no room for another reader (%u); end some of the AAA processes",
             file_.c_str(), kMaxReaders);
     } else {
-        log(kLogError, "database %s: %s; check the directory's place and permissions", file_.c_str(),
+        log(kLogError, "database %s: %s; check the directory and its permissions", file_.c_str(),
             result.text());
     }
 }
@@ -314,8 +314,8 @@ Result Environment::begin_write(Growth growth, MDB_txn *&txn) {
     return rc;
 }
 
-// Pages that the file's free list names; a write transaction may not look at
-// it, but the writer's lock keeps it as the reader sees it.
+// Pages in the file's free list. A write transaction may not read it, but the
+// writer's lock keeps it unchanged while a reader counts.
 Result Environment::count_free_pages(std::size_t enough, std::size_t &pages) {
     MDB_txn *txn = nullptr;
     Result rc = take_reader(txn);
@@ -337,8 +337,8 @@ Result Environment::count_free_pages(std::size_t enough, std::size_t &pages) {
     return rc.ok_if_not_found();
 }
 
-// Deletion writes new pages before it gives any back. Without a reserve a
-// full database could not even be emptied.
+// Deletion writes new pages before it frees others. Without a reserve a full
+// database could not be emptied.
 Result Environment::check_room() {
     MDB_envinfo info;
     MDB_stat statistics;
@@ -354,7 +354,7 @@ Result Environment::check_room() {
     return rc.is_ok() && available < reserve ? Result::of_lmdb(MDB_MAP_FULL) : rc;
 }
 
-// A process that ends leaves its places behind, in whatever way it ends.
+// A process that ends does not free its reader places.
 void Environment::free_dead_readers() {
     int dead = 0;
     mdb_reader_check(env_, &dead);
@@ -367,7 +367,7 @@ void Environment::count_commit() {
     }
 }
 
-// Threads begin their search at different places, so they seldom meet. No
+// Threads start their search at different places to avoid contention. No
 // thread-local storage: its first use may enter the dynamic loader.
 Result Environment::take_reader(MDB_txn *&txn) {
     const std::size_t first = static_cast<std::size_t>(pthread_self()) >> 12;

@@ -4,7 +4,7 @@
 //
 // A process must never have the same file open twice: LMDB's lock file uses
 // POSIX record locks, and closing one of the two would drop those of both.
-// Database sees to that; nobody else opens or closes an Environment.
+// Therefore only Database opens and closes an Environment.
 #pragma once
 
 #include <lmdb.h>
@@ -40,17 +40,17 @@ class Environment {
     // Changes to remember: as many as a 4096th of the map, bounded.
     std::uint64_t log_capacity() const { return log_capacity_; }
 
-    // The name now belongs to another file or to none, or the permissions now
-    // allow more: null, or why the file is to be opened again.
+    // Why the file has to be opened again, or null: the name now belongs to another
+    // file or to none, or the permissions now allow more.
     const char *outdated() const;
-    // Not to be used any more; to be closed and opened again.
+    // Must be closed and opened again.
     bool broken() const { return broken_.load(std::memory_order_relaxed); }
 
-    // The code for a result; logs what an administrator must know.
+    // The code for a result. Logs failures that concern an administrator.
     cerrno report(Result result);
 
     // One write transaction: body(txn) gives a Result, ok commits.
-    // A growing one is refused while there is still room for deletions.
+    // A growing one is refused when the remaining room is needed for deletions.
     enum class Growth { kGrows, kShrinks };
     template <typename Body>
     cerrno write(Growth growth, Body body);
@@ -100,7 +100,7 @@ class Environment {
 
 using EnvironmentPtr = std::shared_ptr<Environment>;
 
-// A consistent view of the database for as long as the object lives.
+// A consistent view of the database for the life of the object.
 class ReadTxn {
   public:
     explicit ReadTxn(Environment &environment) : environment_(environment) {}
@@ -170,7 +170,7 @@ cerrno Environment::write(Growth growth, Body body) {
     }
     Result rc = attempt(growth, body);
     if (rc.is_lmdb(MDB_MAP_FULL) || rc.is_lmdb(MDB_READERS_FULL)) {
-        // Readers that died inside a transaction keep pages from being used again.
+        // Readers that died inside a transaction prevent the reuse of pages.
         free_dead_readers();
         rc = attempt(growth, body);
     }

@@ -73,7 +73,7 @@ int make_directories(const std::string &path, mode_t mode) {
     if (mkdir(path.c_str(), mode & 0777) != 0) {
         return errno == EEXIST && is_directory(path) ? 0 : errno;
     }
-    // mkdir takes neither the set-group-id bit nor all of the mode from everybody.
+    // mkdir ignores the set-group-id bit and applies the umask.
     return chmod(path.c_str(), mode) == 0 ? 0 : errno;
 }
 
@@ -91,7 +91,7 @@ cerrno ensure_directory(const std::string &directory) {
         return 0;
     }
     log(kLogError,
-        "directory %s cannot be made: %s; make it, mode 2770 and owned by the group of the AAA processes, "
+        "directory %s cannot be made: %s; make it with mode 2770 and the group of the AAA processes, "
         "or set %s and %s to other places",
         directory.c_str(), std::strerror(error), kCfgVariable, kRunVariable);
     return Result::of_errno(error).code();

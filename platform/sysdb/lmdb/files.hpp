@@ -11,8 +11,8 @@
 
 namespace sysdb_lmdb {
 
-// Directories are made 02770: what is created in them gets their group, whose
-// members may use the database. An administrator's own modes are left alone.
+// Directories are made with mode 02770: files in them get their group, whose
+// members may use the database. Existing modes are not changed.
 inline constexpr mode_t kDirectoryMode = 02770;
 inline constexpr mode_t kFileMode = 0660;
 
@@ -26,20 +26,20 @@ struct Configuration {
 // From the environment, see docs/sysdb.md.
 Configuration read_configuration();
 
-// Makes a directory with its parents when it is missing. Logs what is wrong
-// and names the variable that may be set to another place.
+// Makes a directory with its parents if it is missing. Logs a failure with the
+// variable that sets another place.
 cerrno ensure_directory(const std::string &directory);
 
 // Directory part of a file's path.
 std::string parent_of(const std::string &file);
 
-// Gives a file that this process has just made its mode, whatever the umask.
+// Sets the mode of a file that this process has just made, regardless of the umask.
 void set_file_mode(const std::string &file, mode_t mode);
 
-// Makes a new file's name survive a loss of power.
+// Makes a new file's name durable.
 void sync_directory(const std::string &directory);
 
-// Which file is behind a name now.
+// The file that a name belongs to.
 struct FileIdentity {
     dev_t device = 0;
     ino_t inode = 0;
@@ -49,8 +49,8 @@ struct FileIdentity {
 // False when there is none.
 bool identify(const std::string &file, FileIdentity &identity);
 
-// Keeps this process's descriptors of a file from the programs that it starts;
-// LMDB sees to that for its lock file only.
+// Closes this process's descriptors of a file in programs that it starts; LMDB
+// does so for its lock file only.
 void close_on_exec(const FileIdentity &identity);
 
 }  // namespace sysdb_lmdb

@@ -28,7 +28,7 @@ constinit std::atomic<const sysdb_host_t *> g_host{nullptr};
 constinit std::mutex g_mutex;
 constinit std::array<Logged, 16> g_logged{};
 
-// True when this text has its turn; remembers it in the oldest place.
+// True when this text is to be logged; remembers it in the oldest place.
 bool take_turn(std::string_view text) {
     const std::size_t hash = std::hash<std::string_view>{}(text);
     timespec now{};

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Items: a key, and as its value the data type (four bytes, host order) with
-// the item's bytes behind it.
+// Items: a key, and as its value the data type (four bytes, host order) followed
+// by the item's bytes.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +23,7 @@ struct Item {
 // SYSDB_ERR_NOT_FOUND, SYSDB_ERR_BAD_VALUE.
 cerrno find_item(const ReadTxn &txn, std::string_view key, Item &item);
 
-// Whether a stored value begins with a type, and which.
+// Splits a stored value; false when it has no type.
 bool parse_item(const MDB_val &stored, Item &item);
 
 // Steps of a write transaction, with their records in the change log:
@@ -36,12 +36,12 @@ Result delete_in(const Environment &environment, MDB_txn *txn, std::string_view 
 // Whether a stored item is of this type and value.
 bool same_item(const MDB_val &stored, std::uint32_t datatype, std::string_view value);
 
-// What was changed by a write, for telling the watchers.
+// Keys that a write changed, for its watchers.
 using ChangedKeys = std::vector<std::string>;
 
 cerrno store_item(const Key &key, std::uint32_t datatype, std::string_view value, ChangedKeys &changed);
 cerrno delete_item(const Key &key, ChangedKeys &changed);
-// All that is below a directory, with its own marker.
+// Everything below a directory, and its own marker.
 cerrno delete_directory(const Key &directory, ChangedKeys &changed);
 
 }  // namespace sysdb_lmdb

@@ -5,10 +5,10 @@
 // A key is the absolute path, except that a component made of "0x" and one to
 // eight hexadecimal digits (ended by '/', ',' or the end of the path) gets a
 // byte with the number of its digits after the "0x". Keys compare bytewise, so
-// such names stand in the order of their numbers: 0x2 before 0x10. Paths hold
-// no control characters; the byte cannot be mistaken for one of theirs.
+// such names sort as numbers: 0x2 before 0x10. Paths hold no control characters,
+// so the byte is unambiguous.
 //
-// A directory's key ends in '/'. All that is below it begins with that key.
+// A directory's key ends in '/'. The keys below it begin with it.
 #pragma once
 
 #include <lmdb.h>
@@ -49,7 +49,7 @@ class Key {
     std::size_t size_ = 0;
 };
 
-// The path that a key, or a part of one that begins at a component, stands for.
+// The path of a key, or of a part of a key that begins at a component.
 std::string decode(std::string_view key);
 
 std::string_view view_of(const MDB_val &value);

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Keys are flat and ordered; the entries of a directory are found by skipping.
-// What follows the directory's own key up to the next '/' is a name. Behind a
-// directory's entry the search goes on at its key with '0' in place of the
-// final '/', which is the next byte: nothing of that directory lies behind it.
+// Keys are flat and ordered; the entries of a directory are found by skipping. The
+// bytes after the directory's key up to the next '/' are a name. After an entry
+// that is a directory the search continues at its key with '0' instead of the
+// final '/': '0' is the next byte, so no key of that directory follows.
 
 #include "listing.hpp"
 
@@ -12,9 +12,9 @@
 namespace sysdb_lmdb {
 namespace {
 
-constexpr char kBehindSlash = '/' + 1;
+constexpr char kAfterSlash = '/' + 1;
 
-// The part of a key below a directory that is one entry's name.
+// The name of the entry that a key's remainder below a directory belongs to.
 std::string_view entry_name(std::string_view rest) {
     const auto slash = rest.find('/');
     return slash == std::string_view::npos ? rest : rest.substr(0, slash + 1);
@@ -29,10 +29,10 @@ std::uint32_t entry_type(std::string_view name, const MDB_val &value) {
     return parse_item(value, item) ? item.datatype : SYSDB_TYPE_ANY;
 }
 
-// The first key that is not in the directory's range any more.
-std::string behind(std::string_view directory) {
+// The first possible key after the directory's range.
+std::string end_of(std::string_view directory) {
     std::string key(directory);
-    key.back() = kBehindSlash;
+    key.back() = kAfterSlash;
     return key;
 }
 
@@ -49,7 +49,7 @@ class LevelWalk {
         }
     }
 
-    // Something is below the directory, or it was made by hand.
+    // Something is below the directory, or it has a marker.
     bool exists() const { return exists_; }
     Result result() const { return rc_.ok_if_not_found(); }
 
@@ -61,7 +61,7 @@ class LevelWalk {
         const std::string_view name = entry_name(key.substr(directory_.size()));
         entry = {decode(name), entry_type(name, value_)};
         if (name.ends_with('/')) {
-            seek(behind(key.substr(0, directory_.size() + name.size())));
+            seek(end_of(key.substr(0, directory_.size() + name.size())));
         } else {
             rc_ = cursor_.get(key_, value_, MDB_NEXT);
         }
@@ -84,7 +84,7 @@ class LevelWalk {
 
 // The cursor on the last key below the directory; its marker does not count.
 Result seek_last(Cursor &cursor, std::string_view directory, MDB_val &key, MDB_val &value) {
-    const std::string end = behind(directory);
+    const std::string end = end_of(directory);
     key = value_of(end);
     Result rc = cursor.get(key, value, MDB_SET_RANGE);
     if (rc.is_ok()) {

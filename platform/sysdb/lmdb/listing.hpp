@@ -17,18 +17,18 @@ struct Entry {
     std::uint32_t type;
 };
 
-// What a sysdb_list_t points to.
+// The object of a sysdb_list_t.
 struct Listing {
     std::vector<Entry> entries;
     std::size_t next = 0;
 };
 
-// "" matches every name; otherwise '*' stands for any bytes, '?' for one. The
-// slash at the end of a directory's name is not looked at.
+// "" matches every name; otherwise '*' matches any bytes, '?' one byte. The
+// trailing slash of a directory's name is ignored.
 bool name_matches(std::string_view pattern, std::string_view name);
 
-// SYSDB_ERR_NOT_FOUND when nothing is below the directory and nobody has made
-// it by hand. That does not hold for the directory of a bind point: root.
+// SYSDB_ERR_NOT_FOUND when nothing is below the directory and it has no marker.
+// With root, the directory of a bind point, an empty listing instead.
 cerrno list_directory(const Key &directory, bool root, std::string_view pattern, Listing &listing);
 
 // SYSDB_ERR_NOT_FOUND when there is no entry.

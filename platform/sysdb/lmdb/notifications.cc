@@ -22,8 +22,8 @@ std::uint64_t Notifications::connection_of(std::int32_t channel) {
     return found != by_channel_.end() ? found->second : 0;
 }
 
-// First the row, then the revision: whoever changes something after that
-// revision was read finds the row and sends a wake-up.
+// First the row, then the revision: a writer that makes a change after that
+// revision finds the row and sends a wake-up.
 cerrno Notifications::enter(const WatchPtr &watch, Tree tree) {
     if (by_key_.count(watch->key) == 0) {
         const cerrno rc = add_watch(watch->key, socket_name_);
@@ -41,7 +41,7 @@ cerrno Notifications::enter(const WatchPtr &watch, Tree tree) {
     });
 }
 
-// Undoes what a failed registration may have got done.
+// Undoes the completed steps of a failed registration.
 void Notifications::abandon(const Watch &watch) {
     if (socket_ && by_key_.count(watch.key) == 0) {
         remove_watch(watch.key, socket_name_);
@@ -106,7 +106,7 @@ void Notifications::leave(const WatchPtr &watch) {
     }
 }
 
-// The callback's arguments may be released when the caller goes on.
+// After this the caller may release the callback's arguments.
 void Notifications::wait_until_idle(Lock &lock, const WatchPtr &watch) {
     if (watch->running && pthread_equal(watch->runner, pthread_self()) != 0) {
         return;
@@ -147,8 +147,8 @@ void Notifications::close(const ConnectionPtr &connection) {
     }
 }
 
-// The parent keeps what it watches; its channels are shared with this process
-// and must not be touched, only closed.
+// The watches remain with the parent. Its channels are shared with this process:
+// they may only be closed.
 void Notifications::reset_in_child() {
     for (const auto &[id, watch] : watches_) {
         watch->removed = true;
@@ -165,7 +165,7 @@ void Notifications::reset_in_child() {
         connection->events = ConnectionEvents{};
         connection->events.closed = closed;
     }
-    new (&idle_) std::condition_variable;  // the old one may have waiters that do not exist here
+    new (&idle_) std::condition_variable;  // the old one may have waiters of the parent
     mutex_.unlock();
 }
 

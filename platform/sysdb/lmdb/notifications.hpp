@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What this process watches, and the calls of its callbacks.
+// The watches of this process, and the calls of their callbacks.
 //
-// The process has one datagram socket and one timer for all connections; both
-// stand in the channel of every connection that watches something. Whoever
-// dispatches first reads the change log on behalf of all, notes for every watch
-// what has changed for it, wakes the other connections, and calls back for its
-// own. Changes and values come from one view of the database, so what is called
-// back last is the state as of the changes read so far, and the next dispatch
-// goes on right behind them.
+// The process has one datagram socket and one timer for all connections; both are
+// in the channel of every connection with watches. The first dispatch reads the
+// change log for all connections, notes the changes of every watch, wakes the
+// other connections, and calls the callbacks of its own. Changes and values come
+// from one view of the database, so the last callback has the state as of the
+// changes read, and the next dispatch continues after them.
 //
 // Locks: this mutex is taken before those of Connections and Database. None is
 // held during a callback. A connection is dispatched by one thread at a time,
@@ -48,7 +47,7 @@ struct Watch {
 
     // Key to newest operation, since the last dispatch.
     std::map<std::string, std::uint32_t, std::less<>> pending;
-    bool resync = false;  // of a directory: too much has happened to tell
+    bool resync = false;  // of a directory: too many changes to report singly
     bool removed = false;
     bool running = false;
     pthread_t runner{};
@@ -64,7 +63,7 @@ class Notifications {
     static Notifications &instance();
 
     cerrno channel_of(const ConnectionPtr &connection, std::int32_t &channel);
-    // The connection whose channel this is, 0 when none.
+    // The channel's connection, 0 when there is none.
     std::uint64_t connection_of(std::int32_t channel);
 
     cerrno add(const ConnectionPtr &connection, const Key &key, WatchRequest request, std::uint64_t &id);
@@ -84,7 +83,7 @@ class Notifications {
         std::uint64_t generation = 0;  // of the opened file that it belongs to
     };
 
-    // One callback to be made, with copies of all it needs.
+    // One pending call of a callback, with copies of its arguments.
     struct Delivery {
         WatchPtr watch;
         std::string path;
@@ -142,7 +141,7 @@ class Notifications {
     Descriptor socket_;
     std::string socket_name_;
     Descriptor timer_;
-    std::uint64_t joined_generation_ = 0;  // of the operational database that has our rows
+    std::uint64_t joined_generation_ = 0;  // of the operational database with this process's rows
 };
 
 }  // namespace sysdb_lmdb

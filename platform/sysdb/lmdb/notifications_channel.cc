@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Channels: the descriptor that a connection's owner polls, and the socket
-// and the timer of the process behind it.
+// Channels: the descriptor that a connection's owner polls, with the process's
+// socket and timer in it.
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -23,7 +23,7 @@ constexpr itimerspec kTick = {{1, 0}, {1, 0}};
 
 cerrno report_descriptors() {
     const int error = errno;
-    log(kLogError, "no descriptor for a connection's channel: %s; raise the limit of open files",
+    log(kLogError, "a connection's channel cannot be opened: %s; raise the limit of open files",
         std::strerror(error));
     return Result::of_errno(error).code();
 }
@@ -124,8 +124,8 @@ void Notifications::close_watcher() {
 }
 
 // The socket or the rows were lost: the run directory was emptied, or the
-// operational database replaced. What goes wrong here is tried again at the
-// next tick; until then the ticks themselves bring the changes.
+// operational database replaced. A failure is tried again at the next tick; until
+// then the ticks report the changes.
 void Notifications::rejoin() {
     const std::uint64_t generation = operational_generation();
     Descriptor socket;
@@ -167,8 +167,8 @@ bool Notifications::timer_expired() {
     return timer_ && read(timer_.get(), &expirations, sizeof expirations) == sizeof expirations;
 }
 
-// Once a second: is the process still reachable, and has everybody got what
-// could not be called back before?
+// Once a second: restores the process's socket and rows if they were lost, and
+// wakes connections with callbacks that are still pending.
 void Notifications::tick(const Connection &current) {
     const bool reachable = socket_file_exists(Database::instance().watcher_directory(), socket_name_) &&
                            operational_generation() == joined_generation_;

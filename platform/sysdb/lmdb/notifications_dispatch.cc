@@ -9,10 +9,10 @@
 namespace sysdb_lmdb {
 namespace {
 
-// A directory's watcher that does not dispatch collects no more than this.
+// Most pending changes of a directory's watcher that does not dispatch.
 constexpr std::size_t kMaxPending = 4096;
 
-// Created and then set since the last dispatch is created.
+// An item that was created and then set since the last dispatch was created.
 void merge(std::uint32_t &known, std::uint32_t newer) {
     const bool still_new = known == SYSDB_EVENT_CREATE && newer == SYSDB_EVENT_SET;
     known = still_new ? SYSDB_EVENT_CREATE : newer;
@@ -37,7 +37,7 @@ void Notifications::note(const Change &change, std::string_view watched) {
     }
 }
 
-// For those who watch the key itself, and those who watch a directory above.
+// For watches of the key itself and of a directory above it.
 void Notifications::note_change(const Change &change) {
     const std::string_view key = change.key;
     note(change, key);
@@ -90,8 +90,8 @@ cerrno Notifications::note_changes(const ReadTxn &txn) {
     return rc;
 }
 
-// The state decides, not the record: it may be older than this view, and one
-// with an operation that nobody knows must not hide the changes before it.
+// The state decides, not the record: the record may be older than this view, and
+// an unknown operation must not hide the changes before it.
 cerrno Notifications::describe(const ReadTxn &txn, const WatchPtr &watch, const std::string &key,
                                std::uint32_t operation, std::vector<Delivery> &deliveries) {
     Item item{SYSDB_TYPE_ANY, {}};
@@ -100,7 +100,7 @@ cerrno Notifications::describe(const ReadTxn &txn, const WatchPtr &watch, const 
         return rc;
     }
     if (rc == 0 && !value_fits(item.datatype, item.value)) {
-        item = {SYSDB_TYPE_ANY, {}};  // who reads the item is told what is wrong with it
+        item = {SYSDB_TYPE_ANY, {}};  // a read of the item reports the defect
     }
     const bool deleted = rc == SYSDB_ERR_NOT_FOUND;
     if (deleted || operation != SYSDB_EVENT_CREATE) {
@@ -150,7 +150,7 @@ cerrno Notifications::gather_tree(Tree tree, const ConnectionPtr &connection,
     });
 }
 
-// For the connections of the other tree: the wake-up may have been theirs.
+// The wake-up may have been for connections of the other tree.
 cerrno Notifications::note_for_others(Tree tree) {
     if (state_of(tree).watches == 0) {
         return 0;
@@ -204,7 +204,7 @@ void Notifications::call(const Delivery &delivery) {
     idle_.notify_all();
 }
 
-// Every change of the flag is under the lock; bad_alloc passes through here.
+// The right to dispatch a connection; released also when bad_alloc is thrown.
 class Notifications::Turn {
   public:
     Turn(Notifications &all, Connection &connection) : all_(all), events_(connection.events) {
@@ -223,7 +223,7 @@ class Notifications::Turn {
     Turn &operator=(const Turn &) = delete;
 
     bool mine() const { return mine_; }
-    // Gives the turn back unless somebody has asked for another round.
+    // Ends the turn unless another thread has asked for a further round.
     bool another_round() {
         const Lock lock(all_.mutex_);
         mine_ = events_.again && !events_.closed;

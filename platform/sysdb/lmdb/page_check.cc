@@ -28,7 +28,7 @@ constexpr std::uint32_t kSmallestPage = 512;
 constexpr std::uint32_t kLargestPage = 32768;
 
 constexpr std::uint64_t kLargestMap = UINT64_C(1) << 40;
-constexpr std::uint64_t kLargestTxn = UINT64_MAX / 2;  // nobody counts so far
+constexpr std::uint64_t kLargestTxn = UINT64_MAX / 2;  // never reached by counting
 
 constexpr char kTruncated[] = "it is truncated";
 constexpr char kBadPage[] = "a page is damaged";
@@ -46,8 +46,9 @@ bool root_ok(const Table &table, std::uint64_t last_page) {
     return table.root == layout::kNoPage || (table.root >= layout::kMetaPages && table.root <= last_page);
 }
 
-// LMDB takes the head whose place is its number modulo 2, and so would use
-// another one than was checked. A new file has number 0 twice.
+// LMDB uses the head at the place given by its number modulo 2, so another
+// place would mean another head than the checked one. A new file has number 0
+// twice.
 bool place_ok(const Meta &meta, std::uint64_t offset) {
     return meta.txnid == 0 || (meta.txnid % 2 != 0) == (offset != 0);
 }
@@ -66,11 +67,11 @@ const char *meta_fault(int fd, std::uint64_t offset, Meta &meta) {
         return "it has another LMDB format version";
     }
     if (meta.main.flags != 0) {
-        return "it is a database of something else";
+        return "it is the database of another program";
     }
     // The free list's flags carry those with which the file was made.
     const unsigned flags = meta.free_list.flags & ~unsigned{layout::kMadeAsFile};
-    // LMDB maps room for the last page, whatever the size of the map.
+    // LMDB maps room for the last page, regardless of the map's size.
     if (flags != layout::kIntegerKeys || !page_size_ok(meta.free_list.padding) ||
         meta.map_bytes > kLargestMap || meta.last_page >= meta.map_bytes / meta.free_list.padding ||
         meta.txnid > kLargestTxn || !place_ok(meta, offset) || !root_ok(meta.free_list, meta.last_page) ||
@@ -80,7 +81,7 @@ const char *meta_fault(int fd, std::uint64_t offset, Meta &meta) {
     return nullptr;
 }
 
-// Walks everything that one meta page leads to.
+// Walks all pages that one meta page refers to.
 class Checker {
   public:
     Checker(int fd, const Meta &meta, std::uint64_t file_bytes)
@@ -101,7 +102,7 @@ class Checker {
   private:
     using Page = std::vector<unsigned char>;
 
-    // What a table may hold.
+    // Permitted contents of a table.
     struct Form {
         bool names_tables = false;  // values are tables
         bool integer_keys = false;
@@ -207,9 +208,8 @@ class Checker {
         return {reinterpret_cast<const char *>(at), node_at(page, index).key_size};
     }
 
-    // Keys lie in the page, are no longer than they may be, and ascend within
-    // the range: a search in keys without order may never end. The first of a
-    // branch says nothing.
+    // Keys must be inside the page, not too long, and ascending within the range: a
+    // search in unordered keys may never end. The first key of a branch is unused.
     static bool keys_in_order(const unsigned char *page, std::size_t size, std::size_t count, bool branch,
                               const Form &form, const Range &range) {
         std::string_view before = range.low != nullptr ? *range.low : std::string_view();
@@ -254,8 +254,8 @@ class Checker {
         check_value(page + data, page_size_ - data, node, form);
     }
 
-    // Entries of a page or sub-page, 0 when they are not where they must be:
-    // packed without holes from the end of the page down to its upper mark.
+    // Number of entries of a page or sub-page, 0 when they are not packed without
+    // holes from the end of the page down to its upper mark.
     std::size_t node_count(const unsigned char *page, std::size_t size, bool branch) {
         const auto header = layout::read<PageHeader>(page);
         if (header.lower < sizeof(PageHeader) || header.lower > header.upper || header.upper > size ||
@@ -338,7 +338,7 @@ class Checker {
         check_table(table, {.integer_keys = (table.flags & layout::kIntegerKeys) != 0,
                             .duplicates = (table.flags & layout::kManyValues) != 0,
                             .keys_only = form.duplicates});
-        // LMDB goes by this number when it removes a key with its last value.
+        // LMDB uses this number when it removes a key with its last value.
         if (form.duplicates && table.entries != leaf_nodes_ - before) {
             fail(kBadPage);
         }
@@ -378,7 +378,7 @@ class Checker {
         }
     }
 
-    // The values of one key, small enough to lie in the node itself.
+    // The values of one key, small enough to be stored in the node itself.
     void check_sub_page(const unsigned char *data, std::size_t size) {
         if (size < sizeof(PageHeader)) {
             fail(kBadPage);
@@ -400,8 +400,8 @@ class Checker {
         }
     }
 
-    // A count and as many numbers of pages that nobody uses any more, the
-    // largest first: LMDB merges such lists.
+    // A count and as many numbers of unused pages, the largest first: LMDB merges
+    // such lists.
     void check_free_pages(const unsigned char *data, std::size_t size) {
         const std::uint64_t count = size >= 8 ? layout::read<std::uint64_t>(data) : 0;
         if (size < 8 || count > size / 8 - 1) {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The pages of LMDB's data file, format version 1, as they lie on 64-bit
-// machines.
+// The pages of LMDB's data file, format version 1, on 64-bit machines.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +18,7 @@ inline constexpr std::uint16_t kBranch = 0x01;
 inline constexpr std::uint16_t kLeaf = 0x02;
 inline constexpr std::uint16_t kOverflow = 0x04;
 inline constexpr std::uint16_t kMeta = 0x08;
-inline constexpr std::uint16_t kDirty = 0x10;  // stays behind on pages within pages
+inline constexpr std::uint16_t kDirty = 0x10;  // remains set on pages within pages
 inline constexpr std::uint16_t kSubPage = 0x40;
 
 inline constexpr std::uint16_t kBigData = 0x01;   // the value is on overflow pages

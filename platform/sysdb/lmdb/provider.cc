@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The embedded provider: the table of functions that the platform calls. Each
-// checks handle and path, and hands on. Exhausted memory becomes a code here.
+// checks handle and path and forwards. Exhausted memory becomes a code here.
 
 #include "platform/sysdb_provider.h"
 
@@ -55,9 +55,9 @@ cerrno on_key(sysdb_conn_t conn, const char *path, Kind kind, Call call) {
     });
 }
 
-// Once per process that has to do with watches: removes what others have left
-// behind when they died. Readers of configuration need no access to the run
-// directory and do not come here.
+// Once per process that uses watches: removes rows and sockets of processes that
+// died. Processes that only read configuration need no access to the run directory
+// and do not call this.
 void sweep_once() {
     static constinit std::atomic<bool> done{false};
     if (!done.exchange(true, std::memory_order_relaxed)) {
@@ -135,7 +135,7 @@ cerrno item_get(sysdb_conn_t conn, const char *path, uint32_t *datatype, void **
     });
 }
 
-// Notifies after the commit, and whether or not the caller's own process watches.
+// Notifies after the commit, also when no watch is in the caller's process.
 template <typename Change>
 cerrno change(sysdb_conn_t conn, const char *path, Kind kind, Change make_change) {
     return on_key(conn, path, kind, [&](const Key &key) {

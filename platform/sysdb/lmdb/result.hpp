@@ -34,7 +34,7 @@ class [[nodiscard]] Result {
     // path is too long, or an expectation is not met.
     bool is_failure_of_storage() const;
 
-    // For what is success when there is nothing: the end of a walk.
+    // For a walk: its end is a success.
     constexpr Result ok_if_not_found() const { return is_not_found() ? ok() : *this; }
     // For a transaction that succeeds when there is nothing to change.
     constexpr Result ok_if_unchanged() const { return kind_ == Kind::kUnchanged ? ok() : *this; }

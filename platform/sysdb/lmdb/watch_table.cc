@@ -34,7 +34,7 @@ Result collect(Cursor &cursor, std::string_view watched, Names &names) {
     return rc.ok_if_not_found();
 }
 
-// The key itself, and every directory that it lies in.
+// The key itself, and every directory above it.
 Result collect_for_key(Cursor &cursor, std::string_view changed, Names &names) {
     Result rc = collect(cursor, changed, names);
     std::size_t slash = changed.find('/', 1);
@@ -88,7 +88,7 @@ Result remove_rows(MDB_txn *txn, MDB_dbi table, const Names &dead) {
     return rc;
 }
 
-void bury(const std::string &directory, const Names &dead) {
+void remove_dead(const std::string &directory, const Names &dead) {
     if (dead.empty()) {
         return;
     }
@@ -103,7 +103,7 @@ void bury(const std::string &directory, const Names &dead) {
     }
 }
 
-// Sockets without a row, of processes that died between the two.
+// Sockets without a row, of processes that died between making the two.
 void add_stray_sockets(const std::string &directory, Names &names) {
     DIR *stream = opendir(directory.c_str());
     if (stream == nullptr) {
@@ -165,9 +165,9 @@ void notify_watchers(const ChangedKeys &keys) try {
             dead.push_back(name);
         }
     }
-    bury(directory, dead);
+    remove_dead(directory, dead);
 } catch (const std::bad_alloc &) {
-    // The change is made all the same; watchers look by themselves once a second.
+    // The change is committed; watchers read the log once a second in any case.
 }
 
 void sweep_watchers() {
@@ -183,7 +183,7 @@ void sweep_watchers() {
             dead.push_back(name);
         }
     }
-    bury(directory, dead);
+    remove_dead(directory, dead);
 }
 
 }  // namespace sysdb_lmdb

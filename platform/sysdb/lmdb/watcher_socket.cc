@@ -28,8 +28,8 @@ constexpr mode_t kSocketMode = 0660;
 constexpr int kNameAttempts = 16;
 constexpr std::size_t kNameSize = 32;
 
-// A socket address takes 107 bytes of path. What is longer is reached through
-// the directory's descriptor, which therefore lives as long as the address.
+// A socket address takes 107 bytes of path. A longer path goes through the
+// directory's descriptor, which is kept as long as the address.
 class SocketAddress {
   public:
     SocketAddress(const std::string &directory, const std::string &name) {
@@ -50,7 +50,7 @@ class SocketAddress {
     Descriptor directory_;
 };
 
-// A pid comes back; the random part keeps a name from coming back with it.
+// A pid is reused; the random part keeps the name unique.
 std::string new_name() {
     unsigned random = 0;
     if (getrandom(&random, sizeof random, GRND_NONBLOCK) != sizeof random) {
@@ -62,8 +62,8 @@ std::string new_name() {
     return name;
 }
 
-// A row of the watch table is another process's word. No name leads out of
-// the watcher directory, whoever wrote it.
+// Rows of the watch table are written by other processes. A name must not lead out
+// of the watcher directory.
 bool is_socket_name(std::string_view name) {
     return !name.empty() && name.size() < kNameSize && name.front() != '.' &&
            name.find_first_not_of("0123456789abcdef.") == std::string_view::npos;
@@ -105,7 +105,8 @@ cerrno bind_watcher_socket(const std::string &directory, Descriptor &socket, std
         }
     }
     const int error = errno;
-    log(kLogError, "no socket in %s: %s; changes cannot be watched; check the directory's permissions",
+    log(kLogError,
+        "no socket can be made in %s: %s; changes cannot be watched; check the directory's permissions",
         directory.c_str(), std::strerror(error));
     return Result::of_errno(error).code();
 }
@@ -118,7 +119,7 @@ Peer wake_peer(const Descriptor &sender, const std::string &directory, const std
     const char wakeup = 1;
     const ssize_t sent = sendto(sender.get(), &wakeup, sizeof wakeup, MSG_DONTWAIT | MSG_NOSIGNAL,
                                 address.get(), SocketAddress::size());
-    // A full queue has a wake-up in it already.
+    // A full queue already holds a wake-up.
     return sent < 0 && means_dead(errno) ? Peer::kDead : Peer::kAlive;
 }
 

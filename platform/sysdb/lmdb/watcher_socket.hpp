@@ -41,16 +41,16 @@ Descriptor make_sender();
 
 enum class Peer { kAlive, kDead };
 
-// Sends the wake-up. Nobody holds a socket whose name is not one of ours.
+// Sends the wake-up. A name that is not a watcher's is dead.
 Peer wake_peer(const Descriptor &sender, const std::string &directory, const std::string &name);
-// Tells, without sending anything, whether somebody holds the socket.
+// Tells, without sending anything, whether a process holds the socket.
 Peer probe_peer(const std::string &directory, const std::string &name);
 
-// Does nothing for a name that is not one of ours.
+// Does nothing for a name that is not a watcher's.
 void remove_socket_file(const std::string &directory, const std::string &name);
 bool socket_file_exists(const std::string &directory, const std::string &name);
 
-// Reads and drops whatever has arrived.
+// Reads and discards all received datagrams.
 void drain_socket(int fd);
 
 }  // namespace sysdb_lmdb

@@ -376,9 +376,8 @@ TEST(Output, IsStandardErrorForAnUnknownWord) {
     const auto lines = lines_of(child.err);
     ASSERT_EQ(2u, lines.size());
     EXPECT_EQ(
-        "%AAA-PLATFORM-4-BAD_SETTING : AAA_DEBUG_OUTPUT is \"paper\", which is none of stderr, syslog, "
-        "journal, "
-        "none; using stderr",
+        "%AAA-PLATFORM-4-BAD_SETTING : AAA_DEBUG_OUTPUT is \"paper\", not stderr, syslog, "
+        "journal or none; using stderr",
         lines[0]);
     EXPECT_EQ("hello 5", parse(lines[1])[0].text);
 }
