@@ -63,9 +63,10 @@ std::string read_once(uint32_t flags, uint32_t len = 16, uint32_t timeout_s = 0)
 }
 
 // The prompt is out before the editor has the terminal, and until then
-// Ctrl-C is a signal and Ctrl-D the end of a line.
+// Ctrl-C is a signal and Ctrl-D the end of a line. A read whose time limit has
+// passed by now has put the terminal back already.
 void wait_for_editor(const TerminalProcess &child) {
-    while ((child.settings().c_lflag & ICANON) != 0) {
+    while ((child.settings().c_lflag & ICANON) != 0 && !child.has_reported()) {
         sched_yield();
     }
 }

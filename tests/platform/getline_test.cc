@@ -35,9 +35,12 @@ void catch_signal(int signal) {
     sigaction(signal, &action, nullptr);
 }
 
+// Goes on firing: a machine that is busy for longer than the limit before the
+// read begins would otherwise leave the read without one.
 void start_time_limit(int ms) {
     catch_signal(SIGALRM);
-    const itimerval timer{{0, 0}, {ms / 1000, (ms % 1000) * 1000}};
+    const timeval limit{ms / 1000, (ms % 1000) * 1000};
+    const itimerval timer{limit, limit};
     setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
@@ -73,6 +76,27 @@ std::string typed(
     child.type(keys);
     return child.report();
 }
+
+// Holds a child process back until the test lets it go on.
+class Gate {
+  public:
+    Gate() { EXPECT_EQ(0, pipe2(ends_, O_CLOEXEC)); }
+    ~Gate() {
+        close(ends_[0]);
+        close(ends_[1]);
+    }
+    Gate(const Gate &) = delete;
+    Gate &operator=(const Gate &) = delete;
+
+    void open() { EXPECT_EQ(1, write(ends_[1], "", 1)); }
+    void pass() {
+        char byte;
+        EXPECT_EQ(1, read(ends_[0], &byte, 1));
+    }
+
+  private:
+    int ends_[2] = {-1, -1};
+};
 
 const std::string kTimedOut = "(null)|1|" + std::to_string(EINTR);
 
@@ -230,7 +254,7 @@ TEST(Getline, OffersNoCommandsOfTheEditor) {
 TEST(Getline, RestoresTheTerminal) {
     for (const char *keys : {"alice\r", "\x03", "\x04"}) {
         TerminalProcess child([] { return read_once(); });
-        const termios before = child.settings();
+        const termios &before = child.settings_at_start();
         child.expect_shown(kPrompt);
         EXPECT_EQ(0u, child.settings().c_lflag & ICANON);
         child.type(keys);
@@ -281,15 +305,16 @@ TEST(Getline, TimeLimitEndsTheRead) {
 }
 
 TEST(Getline, TimeLimitEndsAReadWithTextTyped) {
-    TerminalProcess child([] {
-        start_time_limit(500);
+    Gate typed;
+    TerminalProcess child([&typed] {
+        typed.pass();
+        start_time_limit(100);
         return read_once();
     });
-    const termios before = child.settings();
-    child.expect_shown(kPrompt);
-    child.type("ali");
+    child.type("ali");  // is in the terminal before the limit begins
+    typed.open();
     EXPECT_EQ(kTimedOut, child.report());
-    EXPECT_EQ(before.c_lflag, child.settings().c_lflag);
+    EXPECT_EQ(child.settings_at_start().c_lflag, child.settings().c_lflag);
 }
 
 // The alarm's signal goes to the main thread, which waits for the reader.

@@ -5,6 +5,7 @@
 // AAA_SYSDB_KILLS sets the number of kills.
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -107,7 +108,12 @@ TEST_P(SysdbCrash, KilledWriterLosesNothingAcknowledged) {
     readers.push_back(start_reader());
     readers.push_back(start_reader());
     for (unsigned i = 0; i < kills; ++i) {
+        const uint32_t before = shared->acknowledged;
         ForkedProcess writer([&] { write_until_killed(tree, shared); });
+        // Half of them are killed at any moment of their start too, the others while they write.
+        while (i % 2 == 0 && shared->acknowledged == before && shared->faults == 0) {
+            sched_yield();
+        }
         usleep(moment(random));
         writer.kill_now();
         if (i % 8 == 7) {  // readers die as well, in the middle of a view
@@ -115,13 +121,16 @@ TEST_P(SysdbCrash, KilledWriterLosesNothingAcknowledged) {
             readers[i / 8 % 2] = start_reader();
         }
     }
+    const uint32_t views = shared->views;
+    while (shared->views == views && shared->faults == 0) {  // what is there now is looked at
+        sched_yield();
+    }
     shared->stop = true;
     for (ForkedProcess &reader : readers) {
         EXPECT_EQ(0, reader.wait());
     }
     EXPECT_EQ(0u, shared->faults);
-    EXPECT_GT(shared->acknowledged, kills);  // it did write
-    EXPECT_GT(shared->views, kills);         // and they did look
+    EXPECT_GE(shared->acknowledged, kills / 2);
     // After all that the file is sound, and everything is in it.
     run_forked([&] {
         const Bound bound(tree + "crash/");
@@ -199,6 +208,9 @@ TEST_P(SysdbCrash, KilledApplyLeavesAllOrNothing) {
             }
         });
         ASSERT_TRUE(ready.take());
+        while (i == 0 && shared->acknowledged == 0 && shared->faults == 0) {
+            sched_yield();
+        }
         usleep(moment(random));
         applying.kill_now();
         run_forked([&] {

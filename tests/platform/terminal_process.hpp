@@ -35,6 +35,7 @@ class TerminalProcess {
             return;
         }
         line_ = std::string(name).substr(std::strlen("/dev/"));
+        tcgetattr(slave, &settings_at_start_);
         fflush(nullptr);
         pid_ = fork();
         if (pid_ == 0) {
@@ -85,10 +86,21 @@ class TerminalProcess {
 
     [[nodiscard]] const std::string &shown() const { return shown_; }
 
+    // Of the terminal before the child ran: the child may change them at once.
+    [[nodiscard]] const termios &settings_at_start() const { return settings_at_start_; }
+
+    // As they are now. Once the child runs, only what it has shown, or its
+    // report, tells which ones to expect.
     [[nodiscard]] termios settings() const {
         termios t{};
         tcgetattr(slave_, &t);
         return t;
+    }
+
+    // Whether the child has reported or ended; report() does not wait then.
+    [[nodiscard]] bool has_reported() const {
+        pollfd fd{report_, POLLIN, 0};
+        return poll(&fd, 1, 0) != 0;
     }
 
     // Waits for the child's report. The terminal is read meanwhile, so that the
@@ -168,6 +180,7 @@ class TerminalProcess {
     int master_ = -1;
     int slave_ = -1;  // kept open, so that the terminal survives the child
     int report_ = -1;
+    termios settings_at_start_{};
     pid_t pid_ = -1;
     std::string line_;
     std::string shown_;

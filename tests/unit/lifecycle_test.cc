@@ -21,6 +21,7 @@
 #include <functional>
 #include <iostream>
 #include <mutex>
+#include <semaphore>
 #include <string>
 #include <thread>
 #include <utility>
@@ -498,13 +499,17 @@ TEST_F(Worker, EndsWhenItHasNoBuffer) {
     if (!fake::FailAlloc::available()) {
         GTEST_SKIP();
     }
+    // The worker clears its handle when it ends; the load must have stored it by then.
+    std::binary_semaphore loaded(0);
     // The buffer is the first allocation after the second connection is open.
-    fake::before("event_conn_open", [] {
+    fake::before("event_conn_open", [&loaded] {
         if (fake::count("event_conn_open") == 2) {
+            loaded.acquire();
             fail_alloc_arm(1, 0);
         }
     });
     load();
+    loaded.release();
     while (fake::traces_of(0).back() != "AAA lib Thread about to exit" || worker_is_there()) {
         std::this_thread::yield();
     }
