@@ -85,7 +85,7 @@ AAA_API char *aaa_util_lookup_sg_name(uint32_t sg_number);
  * - AAA_ERR_INVALID_ARG: @p sg_name is null; the outputs are untouched
  * - SYSDB_ERR_NOT_FOUND: no protocol knows the name
  * - SYSDB_ERR_LIB_ABSENT: the database's client library is not installed
- * - AAA_ERR_SG_MAPPING: the stored number is malformed
+ * - AAA_ERR_SG_MAPPING: the stored number is malformed and @p sg_number_out is not null
  * - any other code of the system database
  */
 AAA_API cerrno aaa_util_lookup_sg_index_and_get_type(const char *sg_name, uint32_t *sg_number_out,
@@ -110,28 +110,33 @@ AAA_API cerrno aaa_util_lookup_sg_index(const char *sg_name, uint32_t *sg_number
  *
  * Set and create are refused for a name that is a method keyword or that a
  * group of another protocol has; delete is refused for a group that a method
- * list names. A failing read of another protocol's names does not refuse.
+ * list names. A failing read of another protocol's names does not refuse; an item
+ * that can be read does, also when the number in it is malformed. A method list
+ * that cannot be read, or whose path exceeds 511 bytes, is passed over.
  *
  * @param[in]  event    the change
  * @param[out] err_text receives a text for the operator on some refusals (null when there is
- *                      no memory for it), else untouched; preset it to null
+ *                      no memory for it), else untouched; preset it to null. May be null for a
+ *                      delete, whose refusals have no text
  * @param[out] verdict  receives AAA_VERDICT_REJECTED, AAA_VERDICT_ACCEPTED, or, for a
  *                      delete in the first pass, AAA_VERDICT_FIRST_PASS (RADIUS:
  *                      AAA_VERDICT_ACCEPTED) whatever the result is
- * @param[in]  sg_name  NUL-terminated group name
+ * @param[in]  sg_name  NUL-terminated group name; may be null for an unknown operation
  * @param[in]  protocol 1, 2 or 17
  *
  * Ownership: *Caller frees* @p err_text.
  *
  * @return
  * - AAA_OK: the change may be made
- * - AAA_ERR_INVALID_ARG: a pointer is null (the outputs are untouched), the name is a
- *   keyword, the protocol or the operation is unknown
+ * - AAA_ERR_INVALID_ARG: @p event or @p verdict is null (the outputs are untouched);
+ *   @p sg_name is null; the name is a keyword, the protocol or the operation is unknown;
+ *   @p err_text is null and the refusal has a text
  * - AAA_ERR_SG_NAME_OTHER_PROTOCOL: another protocol has a group of that name
  * - AAA_ERR_SG_IN_USE: a method list names the group
  * - AAA_ERR_NOMEM: no memory for the search of a delete
  * - AAA_ERR_INVALID_METHOD: a method list cannot be unpacked
- * - AAA_ERR_BUFFER_TOO_SMALL: the configuration tree nests too deep, or a path exceeds 511 bytes
+ * - AAA_ERR_BUFFER_TOO_SMALL: the configuration tree nests too deep, or the path of a directory
+ *   exceeds 511 bytes
  * - a code of the system database
  */
 AAA_API cerrno aaa_util_svr_grp_verify(const aaa_cfg_event_t *event, char **err_text, uint32_t *verdict,

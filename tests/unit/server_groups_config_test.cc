@@ -164,16 +164,88 @@ TEST(ServerGroupVerify, UnknownOperationIsRefused) {
     EXPECT_TRUE(traced("Server group unknown event AB"));
 }
 
-TEST(ServerGroupVerify, NullArgumentsTouchNothing) {
+TEST(ServerGroupVerify, WithoutAnEventOrAVerdictNothingIsTouched) {
     const aaa_cfg_event_t event = {AAA_CFG_OP_CREATE, 0, {}};
     char *text = nullptr;
     uint32_t verdict = 99;
     EXPECT_EQ(aaa_util_svr_grp_verify(nullptr, &text, &verdict, "CORP", 1), AAA_ERR_INVALID_ARG);
-    EXPECT_EQ(aaa_util_svr_grp_verify(&event, nullptr, &verdict, "CORP", 1), AAA_ERR_INVALID_ARG);
     EXPECT_EQ(aaa_util_svr_grp_verify(&event, &text, nullptr, "CORP", 1), AAA_ERR_INVALID_ARG);
-    EXPECT_EQ(aaa_util_svr_grp_verify(&event, &text, &verdict, nullptr, 1), AAA_ERR_INVALID_ARG);
     EXPECT_EQ(verdict, 99u);
     EXPECT_EQ(text, nullptr);
+    EXPECT_TRUE(traces().empty());
+}
+
+TEST(ServerGroupVerify, ASetOrCreateWithoutANameIsRejected) {
+    for (const uint32_t operation : {AAA_CFG_OP_SET, AAA_CFG_OP_CREATE}) {
+        fake::clear_journal();
+        const Verification v = verify(operation, nullptr, 1);
+        EXPECT_EQ(v.rc, AAA_ERR_INVALID_ARG);
+        EXPECT_EQ(v.verdict, 2u);
+        EXPECT_EQ(v.text, "");
+        EXPECT_EQ(traces(), (Texts{"Entry [need to remove]", "Server group set/create verification"}));
+        EXPECT_EQ(fake::count("_sysdb_bind"), 0u);
+    }
+}
+
+TEST(ServerGroupVerify, AnUnknownOperationNeedsNoName) {
+    const Verification v = verify(0xAB, nullptr, 1);
+    EXPECT_EQ(v.rc, AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(v.verdict, 2u);
+    EXPECT_EQ(v.text, "Unknown server group event");
+    EXPECT_EQ(traces(), (Texts{"Entry [need to remove]", "Server group unknown event AB"}));
+}
+
+// The whole way of a delete is gone; the search itself wants a name.
+TEST(ServerGroupVerify, ADeleteWithoutANameIsRejectedByTheSearch) {
+    fake::sysdb::make_directory(kConfig);
+    for (const uint8_t flags : {uint8_t{0}, uint8_t{AAA_CFG_FIRST_PASS}}) {
+        fake::clear_journal();
+        const Verification v = verify(AAA_CFG_OP_DELETE, nullptr, 2, flags);
+        EXPECT_EQ(v.rc, AAA_ERR_INVALID_ARG);
+        EXPECT_EQ(v.verdict, flags != 0 ? 4u : 2u);
+        EXPECT_EQ(v.text, "");
+        EXPECT_TRUE(traced("Entry [need to remove]"));
+        EXPECT_EQ(fake::count("sysdb_list"), 0u);
+    }
+    EXPECT_NE(aaa_cfg_sysdb_connid, 0u);
+}
+
+// Only a refusal with a text wants a place for it.
+TEST(ServerGroupVerify, WithoutAPlaceForTheTextOnlyRefusalsThatWriteOneFail) {
+    fake::sysdb::put_tuple(config("authentication/login/default"), {10, 0, 0, 0}, {"USED", "", "", ""});
+    fake::sysdb::put_u32(maps("sg_name_map/radius/TAKEN"), 1001);
+    const struct {
+        uint32_t operation, protocol;
+        const char *name;
+        cerrno rc;
+        uint32_t verdict;
+    } cases[] = {{AAA_CFG_OP_DELETE, 1, "FREE", AAA_OK, 1},
+                 {AAA_CFG_OP_DELETE, 1, "USED", AAA_ERR_SG_IN_USE, 2},
+                 {AAA_CFG_OP_SET, 1, "CORP", AAA_OK, 1},
+                 {AAA_CFG_OP_SET, 1, "local", AAA_ERR_INVALID_ARG, 2},
+                 {AAA_CFG_OP_SET, 2, "TAKEN", AAA_ERR_INVALID_ARG, 2},
+                 {AAA_CFG_OP_SET, 3, "CORP", AAA_ERR_INVALID_ARG, 2},
+                 {9, 1, "CORP", AAA_ERR_INVALID_ARG, 2}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.operation << " " << c.name);
+        const aaa_cfg_event_t event = {c.operation, 0, {}};
+        uint32_t verdict = 99;
+        EXPECT_EQ(aaa_util_svr_grp_verify(&event, nullptr, &verdict, c.name, c.protocol), c.rc);
+        EXPECT_EQ(verdict, c.verdict);
+    }
+}
+
+// Whether a name exists is asked here, not which number it has.
+TEST(ServerGroupVerify, AnItemOfAnotherProtocolCountsHoweverShortItIs) {
+    const std::vector<std::vector<uint8_t>> values = {{}, {1}, {1, 2, 3}};
+    for (const auto &value : values) {
+        SCOPED_TRACE(value.size());
+        fake::sysdb::put(maps("sg_name_map/tacacs/CORP"), {1, value, value.empty()});
+        const Verification v = verify(AAA_CFG_OP_CREATE, "CORP", 1);
+        EXPECT_EQ(v.rc, AAA_ERR_SG_NAME_OTHER_PROTOCOL);
+        EXPECT_EQ(v.verdict, 2u);
+        EXPECT_EQ(v.text, "Server group name already defined for TACACS+");
+    }
 }
 
 // The text is lost then, the refusal is not.
@@ -349,17 +421,34 @@ TEST_F(ServerGroupDelete, TheWordAccountingInThePathChoosesTheFormat) {
     EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "LONG", 1).rc, AAA_ERR_SG_IN_USE);
 }
 
-TEST_F(ServerGroupDelete, APathOf511CharactersStillFits) {
+// A list at a longer path cannot be read under its own name, and is read under no other.
+TEST_F(ServerGroupDelete, AListAtAPathOfMoreThan511CharactersIsPassedOver) {
     const std::string directory = std::string(200, 'a') + "/" + std::string(200, 'b') + "/";
     const std::string fitting = directory + std::string(511 - directory.size(), 'c');
     fake::sysdb::put_tuple(config(fitting), {10, 0, 0, 0}, {"DEEP", "", "", ""});
-    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "DEEP", 1).rc, AAA_ERR_SG_IN_USE);
-    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, AAA_OK);
     fake::sysdb::put_tuple(config(fitting + "c"), {10, 0, 0, 0}, {"TOO", "", "", ""});
-    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, AAA_ERR_BUFFER_TOO_SMALL);
+    fake::sysdb::put_tuple(config(directory + "d"), {10, 0, 0, 0}, {"BEHIND", "", "", ""});
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "DEEP", 1).rc, AAA_ERR_SG_IN_USE);
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "BEHIND", 1).rc, AAA_ERR_SG_IN_USE);
+    fake::clear_journal();
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "TOO", 1).rc, AAA_OK);
+    unsigned reads = 0;
+    for (const std::string &call : fake::calls("sysdb_item_get")) {
+        reads += call.find(fitting) != std::string::npos ? 1 : 0;
+    }
+    EXPECT_EQ(reads, 1u);
+    EXPECT_TRUE(traced("Checking list: " + fitting.substr(directory.size()) + "c"));
 }
 
-TEST_F(ServerGroupDelete, PathThatDoesNotFitStopsTheSearch) {
+TEST_F(ServerGroupDelete, AnItemOfAnotherTypeIsSkippedHoweverLongItsNameIs) {
+    const std::string directory = std::string(200, 'a') + "/" + std::string(200, 'b') + "/";
+    fake::sysdb::put_u32(config(directory + std::string(120, 'c')), 1);
+    fake::sysdb::put_tuple(config(directory + "d"), {10, 0, 0, 0}, {"BEHIND", "", "", ""});
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "BEHIND", 1).rc, AAA_ERR_SG_IN_USE);
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, AAA_OK);
+}
+
+TEST_F(ServerGroupDelete, ADirectoryWhosePathDoesNotFitStopsTheSearch) {
     fake::sysdb::put_u32(config(std::string(300, 'a') + "/" + std::string(300, 'b') + "/x"), 1);
     EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, AAA_ERR_BUFFER_TOO_SMALL);
     EXPECT_EQ(fake::sysdb::open_lists(), 0u);

@@ -203,6 +203,14 @@ TEST_F(ServerGroupLookup, MalformedItemsAreRefused) {
     EXPECT_EQ(aaa_util_lookup_sg_index("NULL", &number), AAA_ERR_SG_MAPPING);
 }
 
+// Without a place for the number only the existence of the item is asked for.
+TEST_F(ServerGroupLookup, AMalformedItemIsFoundWhenItsNumberIsNotWanted) {
+    fake::sysdb::put(maps("sg_name_map/tacacs/SHORT"), {1, {1, 2}});
+    uint32_t protocol = 9;
+    EXPECT_EQ(aaa_util_lookup_sg_index_and_get_type("SHORT", nullptr, &protocol), AAA_OK);
+    EXPECT_EQ(protocol, 2u);
+}
+
 TEST_F(ServerGroupLookup, OverlongNameIsCutAt255Characters) {
     const std::string name(400, 'n');
     uint32_t number = 0;

@@ -64,7 +64,11 @@ constexpr Rivals kRivals[] = {
     {kDiameter, {{kRadius, kTakenByRadius, false}, {kTacacs, kTakenByTacacs, true}}},
 };
 
+// A refusal that is put into words needs a place for them.
 cerrno refuse(char **err_text, const char *text, cerrno rc) {
+    if (err_text == nullptr) {
+        return AAA_ERR_INVALID_ARG;
+    }
     *err_text = strdup(text);
     return rc;
 }
@@ -81,9 +85,9 @@ bool is_keyword(const char *name) {
 cerrno verify_against(const Rivals &rivals, char **err_text, const char *sg_name) {
     for (const auto &lookup : rivals.lookup) {
         // Only a successful read is a find; a database that fails does not refuse the group.
-        uint32_t number = 0;
+        // The number is not asked for: a damaged item is in the way of a new group all the same.
         if (aaautil::read_name_map(aaautil::shared_handle(aaa_sgmap_sysdb_connid), sg_name, lookup.protocol,
-                                   &number) == AAA_OK) {
+                                   nullptr) == AAA_OK) {
             if (lookup.traced) {
                 aaa_debug(AAA_DBG_SERVER_GROUP, "dup name [need to remove]");
             }
@@ -95,6 +99,9 @@ cerrno verify_against(const Rivals &rivals, char **err_text, const char *sg_name
 
 cerrno verify_set(char **err_text, const char *sg_name, uint32_t protocol) {
     aaa_debug(AAA_DBG_SERVER_GROUP, "Server group set/create verification");
+    if (sg_name == nullptr) {
+        return AAA_ERR_INVALID_ARG;
+    }
     if (is_keyword(sg_name)) {
         aaa_debug(AAA_DBG_SERVER_GROUP, "invalid arg Break [need to remove]");
         return refuse(err_text, "Bad server group name", AAA_ERR_INVALID_ARG);
@@ -368,7 +375,9 @@ cerrno apply_delete(uint64_t conn, bool first_pass, const char *protocol_name, c
 
 cerrno aaa_util_svr_grp_verify(const aaa_cfg_event_t *event, char **err_text, uint32_t *verdict,
                                const char *sg_name, uint32_t protocol) {
-    if (event == nullptr || err_text == nullptr || verdict == nullptr || sg_name == nullptr) {
+    // The other pointers are looked at where they are used: a delete needs no
+    // err_text, an unknown event no name.
+    if (event == nullptr || verdict == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
     *verdict = AAA_VERDICT_REJECTED;

@@ -101,13 +101,27 @@ class Listing {
 
 cerrno search(const char *path, const char *sg_name, bool *found, int depth);
 
-// One tuple item: is the group named in it?
-cerrno search_item(const char *path, const char *entry_path, const char *name, uint32_t type,
-                   const char *sg_name, bool *found) {
+struct EntryPath {
+    char text[kPathSize];
+    bool cut;
+};
+
+EntryPath make_entry_path(const char *path, const char *name) {
+    EntryPath entry;
+    const int length = std::snprintf(entry.text, sizeof entry.text, "%s%s", path, name);
+    entry.cut = length < 0 || static_cast<size_t>(length) >= sizeof entry.text;
+    return entry;
+}
+
+// One tuple item: is the group named in it? An item whose path was cut counts as
+// unreadable: the cut path may be that of another one.
+cerrno search_item(const char *path, const EntryPath &entry, const char *name, const char *sg_name,
+                   bool *found) {
     aaautil::SysdbItem item;
-    const cerrno read = item.read(aaautil::shared_handle(aaa_cfg_sysdb_connid), entry_path, type);
+    const bool read = !entry.cut && item.read(aaautil::shared_handle(aaa_cfg_sysdb_connid), entry.text,
+                                              SYSDB_TYPE_TUPLE) == AAA_OK;
     aaa_debug(AAA_DBG_SERVER_GROUP, "Checking list: %s", name);
-    if (read != 0) {
+    if (!read) {
         return AAA_OK;  // gone or unreadable: the group is not in what cannot be read
     }
     const TupleMode mode =
@@ -119,21 +133,23 @@ cerrno search_item(const char *path, const char *entry_path, const char *name, u
     return rc;
 }
 
+// A cut path would list a directory that was listed before, without end.
+cerrno search_directory(const char *path, const char *name, const char *sg_name, bool *found, int depth) {
+    const EntryPath entry = make_entry_path(path, name);
+    return entry.cut || depth >= kMaxDepth ? AAA_ERR_BUFFER_TOO_SMALL
+                                           : search(entry.text, sg_name, found, depth + 1);
+}
+
 cerrno search_entry(const char *path, const char *name, uint32_t type, const char *sg_name, bool *found,
                     int depth) {
-    char entry_path[kPathSize];
-    const int length = std::snprintf(entry_path, sizeof entry_path, "%s%s", path, name);
-    if (length < 0 || static_cast<size_t>(length) >= sizeof entry_path) {
-        // A cut path would list a directory that was listed before, without end.
-        return AAA_ERR_BUFFER_TOO_SMALL;
+    switch (type) {
+        case SYSDB_TYPE_TUPLE:
+            return search_item(path, make_entry_path(path, name), name, sg_name, found);
+        case SYSDB_TYPE_DIRECTORY:
+            return search_directory(path, name, sg_name, found, depth);
+        default:
+            return AAA_OK;
     }
-    if (type == SYSDB_TYPE_TUPLE) {
-        return search_item(path, entry_path, name, type, sg_name, found);
-    }
-    if (type == SYSDB_TYPE_DIRECTORY) {
-        return depth < kMaxDepth ? search(entry_path, sg_name, found, depth + 1) : AAA_ERR_BUFFER_TOO_SMALL;
-    }
-    return AAA_OK;
 }
 
 cerrno search(const char *path, const char *sg_name, bool *found, int depth) {

@@ -33,8 +33,8 @@ inline constexpr char kBindFailed[] = "sysdb_bind failed on ";
 // Logs a failure of the system database: action, path, text of the code.
 void log_sysdb_failure(const char *action, const char *path, cerrno rc) noexcept;
 
-// Reads the number of a group under one protocol; the number may be null.
-// A value that is no number gives AAA_ERR_SG_MAPPING.
+// Reads the number of a group under one protocol; a value that is not a number
+// gives AAA_ERR_SG_MAPPING. With a null number only the item's existence counts.
 [[nodiscard]] cerrno read_name_map(uint64_t conn, const char *sg_name, uint32_t protocol,
                                    uint32_t *number) noexcept;
 
