@@ -333,8 +333,25 @@ TEST_F(Load, WithoutAnEventManagerStartsNoThread) {
                                          "Done with sysdb con close"}));
 }
 
+// No error of the event manager's own is needed: a step before it may have left one.
+TEST_F(Load, WithoutAnEventManagerAnErrorLeftByAnEarlierStepCounts) {
+    fake::answer("aaa_debug_init", 0, 1, ENOENT);
+    fake::answer("event_manager_create", 0, 1);
+    load();
+    EXPECT_EQ(fake::count("event_async_attach"), 0u);
+    EXPECT_EQ(fake::traces_of(0), (Lines{"Done with lib util sysdb con mutex init"}));
+    EXPECT_EQ(sabotage().added_signals, std::vector<int>{});
+    EXPECT_EQ(value(map_handle), 0u);
+}
+
+TEST_F(Load, WithAnEventManagerAnErrorLeftByAnEarlierStepDoesNotCount) {
+    fake::answer("aaa_debug_init", 0, 1, ENOENT);
+    load_running();
+    EXPECT_NE(value(cfg_handle), 0u);
+}
+
 TEST_F(Load, TakesANullEventManagerWithoutErrnoForMade) {
-    errno = ENOENT;  // left over from something else
+    fake::answer("aaa_debug_init", 0, 1, 0);
     fake::answer("event_manager_create", 0, 1);
     load_running();
     EXPECT_EQ(fake::calls("event_async_attach"), (Lines{"event_async_attach(null, 128, ptr, null)"}));
@@ -564,6 +581,16 @@ TEST_F(Unload, RightAfterLoadJoinsTheWorkerWhereverItIs) {
     }
 }
 
+TEST_F(Unload, AHandleBecomesZeroAfterItsConnectionIsClosed) {
+    load_running();
+    const uint64_t map = value(map_handle);
+    const uint64_t cfg = value(cfg_handle);
+    std::vector<std::pair<uint64_t, uint64_t>> seen;
+    fake::before("_sysdb_unbind", [&] { seen.emplace_back(value(map_handle), value(cfg_handle)); });
+    unload();
+    EXPECT_EQ(seen, (std::vector<std::pair<uint64_t, uint64_t>>{{map, cfg}, {0, cfg}}));
+}
+
 TEST_F(Unload, UnbindsOnlyWhatIsBound) {
     fake::answer("_sysdb_bind", 0x77, 1);
     load_running();
@@ -640,6 +667,32 @@ TEST_F(Callbacks, DownUnbindsAndUpBindsAgain) {
     EXPECT_GE(up(0), 0);
     EXPECT_GE(up(1), 0);
     EXPECT_EQ(fake::sysdb::open_connections(), (Lines{kMapPath, kCfgPath}));
+}
+
+// The handle says "connected" until the connection has been closed.
+TEST_F(Callbacks, AHandleBecomesZeroAfterItsConnectionIsClosed) {
+    load_running();
+    const uint64_t map = value(map_handle);
+    const uint64_t cfg = value(cfg_handle);
+    std::vector<std::pair<uint64_t, uint64_t>> seen;
+    fake::before("_sysdb_unbind", [&] { seen.emplace_back(value(map_handle), value(cfg_handle)); });
+    down(0);
+    fake::answer("sysdb_conn_to_coid", 0x33, 1);
+    EXPECT_EQ(up(1), -1);
+    EXPECT_EQ(seen, (std::vector<std::pair<uint64_t, uint64_t>>{{map, cfg}, {0, cfg}}));
+    EXPECT_EQ(value(map_handle), 0u);
+    EXPECT_EQ(value(cfg_handle), 0u);
+}
+
+TEST_F(Callbacks, AHandleIsThereWhileThePresenceOfTheDatabaseIsChecked) {
+    fake::sysdb::set_present(false);
+    load_running();
+    __atomic_store_n(map_handle, uint64_t{4711}, __ATOMIC_SEQ_CST);
+    uint64_t seen = 0;
+    fake::before("access", [&] { seen = value(map_handle); });
+    down(0);
+    EXPECT_EQ(seen, 4711u);
+    EXPECT_EQ(value(map_handle), 0u);
 }
 
 TEST_F(Callbacks, DownWithoutAConnectionUnbindsNothing) {

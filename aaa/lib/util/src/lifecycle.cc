@@ -70,10 +70,10 @@ int32_t wakeup_handler(void *) {
     return 0;
 }
 
-// Returns 0 or an errno value. A null event manager counts as made unless
-// errno says otherwise, and the event is then attached to the null.
+// Returns 0 or an errno value. A null event manager counts as made while errno
+// is 0, and the event is then attached to the null. errno is not cleared first:
+// with a null event manager an error left by an earlier step of loading counts.
 int create_event_manager() noexcept {
-    errno = 0;
     event_manager = event_manager_create(0, "/dev/aaa/lib/util", 0, &event_manager_word);
     if (event_manager == nullptr && errno != 0) {
         return errno;
@@ -176,7 +176,9 @@ void detach_worker(pthread_t thread) noexcept {
     unjoined_thread = 0;
 }
 
-// A worker that ended early is not waited for in words, but it is in fact.
+// Joins a worker that ended early and so cleared its handle. Kept without a
+// trace line: nothing was there to join as far as the handle says, but the
+// worker's code is unmapped next.
 void join_ended_worker() noexcept {
     if (unjoined_thread != 0) {
         pthread_join(unjoined_thread, nullptr);

@@ -104,12 +104,14 @@ void unlock_connections(const Texts &texts) noexcept {
     aaa_debug(0, texts.done);
 }
 
-// Takes the handle out of use, then closes the connection. While the
-// database's library is absent the connection is forgotten without an unbind.
+// Closes the connection, then sets the handle to 0: while it is not 0 no other
+// thread binds a second connection. While the database's library is absent the
+// connection is forgotten without an unbind.
 void drop(uint64_t &handle) noexcept {
-    const uint64_t held = __atomic_exchange_n(&handle, uint64_t{0}, __ATOMIC_ACQ_REL);
+    const uint64_t held = shared_handle(handle);
     if (held != 0) {
         unbind(held, lifecycle_presence);
+        __atomic_store_n(&handle, uint64_t{0}, __ATOMIC_RELEASE);
     }
 }
 
