@@ -100,7 +100,8 @@ AAA_API cerrno aaa_util_verify_methodlist(int function, int service, const char 
  * "authentication/ppp/default", an empty list for every other service.
  *
  * @param[in]  path        path of the list below "/cfg/gl/aaa/"
- * @param[out] methods_out receives an array of AAA_METHODS_WORDS words; a method 0 ends the list
+ * @param[out] methods_out receives an array of AAA_METHODS_WORDS words; a method 0 ends the list.
+ *                         It is stored before the database is read, and is null again after a failure
  *
  * Ownership: *Caller frees* the array.
  *
@@ -142,8 +143,9 @@ AAA_API int aaa_is_name_valid(char *name);
  * @param[in]  callback            called at every change; passed on unchanged
  * @param[in]  callback_arg        passed on unchanged
  * @param[in]  user_ctx            passed on unchanged
- * @param[out] registration_record receives connection and notification; 0 for each that there is
- *                                 not. Untouched when an argument is refused
+ * @param[out] registration_record receives connection and notification. What is not reached is not
+ *                                 written: preset both to 0, so that a failed registration can be
+ *                                 released
  *
  * Ownership: *Copied in*: list_name. *Borrowed* until aaa_mlist_change_unregister(): callback_arg, user_ctx.
  *

@@ -30,7 +30,7 @@ static int32_t on_change(const void *notification, void *callback_arg, void *use
 
 int main(int argc, char **argv) {
     int changes_left = argc == 2 ? atoi(argv[1]) : 1;
-    aaa_mlist_reg_t registration;
+    aaa_mlist_reg_t registration = {0, 0};
     int32_t channel = -1;
     /* Register first, read then: a change in between is reported, none is lost. */
     cerrno rc = aaa_mlist_change_register(AAA_FUNC_AUTHEN, AAA_SVC_LOGIN, "default", on_change, &changes_left, NULL,

@@ -297,7 +297,7 @@ TEST(SysdbAccess, AbsentDatabaseIsNeitherBoundNorUnbound) {
         EXPECT_EQ(aaautil::bind_shared(aaa_sgmap_sysdb_connid, aaautil::kServerGroupPath, presence),
                   SYSDB_ERR_LIB_ABSENT);
         EXPECT_EQ(aaautil::bind_private(&conn, aaautil::kConfigPath, presence), SYSDB_ERR_LIB_ABSENT);
-        EXPECT_EQ(conn, 0u);
+        EXPECT_EQ(conn, 9u);
         EXPECT_EQ(aaautil::unbind(9, presence), SYSDB_ERR_LIB_ABSENT);
         EXPECT_EQ(aaa_sgmap_sysdb_connid, 0u);
         EXPECT_EQ(fake::calls("access").size(), fake::calls().size());
@@ -310,9 +310,10 @@ TEST(SysdbAccess, BindsPrivateConnectionsWithoutTheSharedFlag) {
         auto &presence = aaautil::method_list_presence;
         EXPECT_EQ(aaautil::bind_private(&conn, "/cfg/gl/aaa/x/", presence), 0u);
         EXPECT_EQ(aaautil::unbind(conn, presence), 0u);
+        const sysdb_conn_t before = conn;
         fake::answer("_sysdb_bind", 0x31, 1);
         EXPECT_EQ(aaautil::bind_private(&conn, "/cfg/gl/aaa/x/", presence), 0x31u);
-        EXPECT_EQ(conn, 0u);
+        EXPECT_EQ(conn, before);
         aaautil::unbind(0, presence);
         EXPECT_EQ(fake::calls(), (Lines{fake::presence_call(), "_sysdb_bind(\"/cfg/gl/aaa/x/\", 0)",
                                         "_sysdb_unbind(/cfg/gl/aaa/x/)", "_sysdb_bind(\"/cfg/gl/aaa/x/\", 0)",

@@ -108,10 +108,24 @@ TEST_F(MethodListNotify, NullNameAndRecordAreRefused) {
 TEST_F(MethodListNotify, BindFailureIsTracedAndReturned) {
     fake::answer("_sysdb_bind", kStrange);
     EXPECT_EQ(watch(0, 1, "x"), kStrange);
-    EXPECT_EQ(record_.connection, 0u);
-    EXPECT_EQ(record_.notification, 0u);
     EXPECT_EQ(fake::traces_of(5), (Texts{"Unable to bind to sysdb at /cfg/gl/aaa/: " + text_of(kStrange)}));
     EXPECT_TRUE(fake::logs().empty());
+}
+
+TEST_F(MethodListNotify, AFailedBindLeavesTheRecordToTheDatabaseAndTheCaller) {
+    fake::answer("_sysdb_bind", kStrange);
+    EXPECT_EQ(watch(0, 1, "x"), kStrange);
+    EXPECT_EQ(record_.connection, 77u);
+    EXPECT_EQ(record_.notification, 78u);
+}
+
+TEST_F(MethodListNotify, TheBindIsGivenTheRecordAsTheCallerLeftIt) {
+    aaa_mlist_reg_t seen{};
+    fake::before("_sysdb_bind", [&] { seen = record_; });
+    ASSERT_EQ(watch(0, 1, "x"), AAA_OK);
+    EXPECT_EQ(seen.connection, 77u);
+    EXPECT_EQ(seen.notification, 78u);
+    EXPECT_EQ(aaa_mlist_change_unregister(&record_), AAA_OK);
 }
 
 TEST_F(MethodListNotify, FailedRegistrationKeepsTheConnection) {
@@ -121,8 +135,9 @@ TEST_F(MethodListNotify, FailedRegistrationKeepsTheConnection) {
               (Texts{"Unable to register for notification on /cfg/gl/aaa/authentication/login/x: " +
                      text_of(kStrange)}));
     EXPECT_EQ(fake::sysdb::open_connections(), (Texts{kConfig}));
-    EXPECT_NE(record_.connection, 0u);
-    EXPECT_EQ(record_.notification, 0u);
+    EXPECT_NE(record_.connection, 77u);
+    EXPECT_EQ(record_.notification, 78u);
+    record_.notification = 0;  // there is none to remove
     EXPECT_EQ(aaa_mlist_change_unregister(&record_), AAA_OK);
     EXPECT_TRUE(fake::sysdb::open_connections().empty());
 }

@@ -66,7 +66,6 @@ cerrno aaa_mlist_change_register(uint32_t function, uint32_t service, const char
     char path[100];
     std::snprintf(path, sizeof path, "%s/%s/%s", aaa_function_to_string(function),
                   aaa_service_to_string(static_cast<int32_t>(function), service), list_name);
-    registration_record->notification = 0;
     cerrno rc = aaautil::bind_private(&registration_record->connection, kConfigPath, method_list_presence);
     if (rc != AAA_OK) {
         return report_bind_failure(rc);

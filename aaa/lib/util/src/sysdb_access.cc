@@ -12,15 +12,7 @@ namespace {
 constexpr char kSysdbLibrary[] = AAA_PKG_ROOT "/lib/libsysdb.so";
 
 cerrno bind(sysdb_conn_t *conn, const char *path, uint32_t flags, SysdbPresence &presence) noexcept {
-    *conn = 0;
-    if (!presence.check()) {
-        return SYSDB_ERR_LIB_ABSENT;
-    }
-    const cerrno rc = _sysdb_bind(conn, path, flags);
-    if (rc != 0) {
-        *conn = 0;
-    }
-    return rc;
+    return presence.check() ? _sysdb_bind(conn, path, flags) : SYSDB_ERR_LIB_ABSENT;
 }
 
 }  // namespace

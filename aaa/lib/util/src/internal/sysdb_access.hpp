@@ -50,8 +50,9 @@ extern constinit SysdbPresence method_list_presence;   // method lists and their
 // and the other gives its own back.
 [[nodiscard]] cerrno bind_shared(uint64_t &handle, const char *path, SysdbPresence &presence) noexcept;
 
-// Opens a connection of the caller's own; *conn is 0 unless 0 is returned.
-// Returns 0, SYSDB_ERR_LIB_ABSENT, or the bind's own code.
+// Opens a connection of the caller's own. *conn is handed to the database as it
+// is and holds afterwards what the bind left in it; without a bind it is not
+// touched. Returns 0, SYSDB_ERR_LIB_ABSENT, or the bind's own code.
 [[nodiscard]] cerrno bind_private(sysdb_conn_t *conn, const char *path, SysdbPresence &presence) noexcept;
 
 // Closes a connection, also the handle 0 (the platform tolerates it). Returns
