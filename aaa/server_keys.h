@@ -33,7 +33,7 @@ extern "C" {
  * - AAA_OK: a valid encrypted key
  * - AAA_ERR_INVALID_ARG: @p text is null
  * - AAA_ERR_BAD_ENCRYPTED_KEY: wrong shape, not decryptable here, or its clear
- *   text holds a byte that is not printable
+ *   text holds a byte that is not printable; a byte above 0x7f is not, whatever the locale
  */
 AAA_API cerrno validate_encrypted_password(char *text);
 

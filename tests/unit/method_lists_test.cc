@@ -348,6 +348,30 @@ TEST(MethodListMethods, UnpackFailureIsTracedWithItsReason) {
     EXPECT_EQ(lookup("authentication/login/default").rc, AAA_ERR_INVALID_METHOD);
 }
 
+// The array is the caller's from the start; a failure takes it back.
+TEST(MethodListMethods, TheArrayIsHandedOutBeforeTheDatabaseIsAsked) {
+    put_list("authentication/login/mine", {10}, {"CORP"});
+    put_group("CORP", 1001);
+    char path[] = "authentication/login/mine";
+    uint32_t *methods = nullptr;
+    std::vector<const uint32_t *> seen;
+    for (const char *function : {"_sysdb_bind", "sysdb_item_get", "tuple_unpack_mask"}) {
+        fake::before(function, [&] { seen.push_back(methods); });
+    }
+    EXPECT_EQ(lookup_methods(path, &methods), AAA_OK);
+    ASSERT_NE(methods, nullptr);
+    EXPECT_EQ(seen, std::vector<const uint32_t *>(5, methods));
+    free(methods);
+
+    seen.clear();
+    fake::fail_call("sysdb_item_get", 2, kStrange);  // that of the group
+    EXPECT_EQ(lookup_methods(path, &methods), kStrange);
+    EXPECT_EQ(methods, nullptr);
+    ASSERT_EQ(seen.size(), 3u);
+    EXPECT_NE(seen[0], nullptr);
+    EXPECT_EQ(seen[2], seen[0]);
+}
+
 TEST(MethodListMethods, NullArgumentsAreRefused) {
     char path[] = "a/b/c";
     uint32_t *methods = nullptr;

@@ -6,7 +6,6 @@
 
 #include "aaa/method_lists.h"
 
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -18,6 +17,7 @@
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
 #include "aaa/server_groups.h"
+#include "internal/printable_bytes.hpp"
 #include "internal/sysdb_item.hpp"
 #include "internal/trace.hpp"
 #include "platform/cerr.h"
@@ -185,6 +185,13 @@ cerrno resolve_groups(ListValue *list) {
     return AAA_OK;
 }
 
+// A methods array of zeros, or null.
+uint32_t *make_methods() {
+    constexpr size_t kSize = AAA_METHODS_WORDS * sizeof(uint32_t);
+    void *const block = std::malloc(kSize);
+    return block != nullptr ? static_cast<uint32_t *>(std::memset(block, 0, kSize)) : nullptr;
+}
+
 }  // namespace
 
 cerrno aaa_util_lookup_methodlist(const char *function_word, const char *service_word,
@@ -234,8 +241,9 @@ cerrno lookup_methods(char *path, uint32_t **methods_out) {
     if (path == nullptr || methods_out == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    *methods_out = nullptr;
-    malloc_ptr<uint32_t> methods(static_cast<uint32_t *>(std::malloc(AAA_METHODS_WORDS * sizeof(uint32_t))));
+    // Handed out at once, and taken back when the lookup fails.
+    malloc_ptr<uint32_t> methods(make_methods());
+    *methods_out = methods.get();
     if (methods == nullptr) {
         return AAA_ERR_NOMEM;
     }
@@ -248,24 +256,13 @@ cerrno lookup_methods(char *path, uint32_t **methods_out) {
         rc = resolve_groups(&list);
     }
     if (rc != AAA_OK) {
+        *methods_out = nullptr;
         return rc;
     }
-    std::memset(methods.get(), 0, AAA_METHODS_WORDS * sizeof(uint32_t));
-    std::memcpy(methods.get(), list.method, sizeof list.method);
-    *methods_out = methods.release();
+    std::memcpy(methods.release(), list.method, sizeof list.method);
     return AAA_OK;
 }
 
 int aaa_is_name_valid(char *name) {
-    if (name == nullptr) {
-        return 0;
-    }
-    for (const char *p = name; *p != '\0'; p++) {
-        const auto c = static_cast<unsigned char>(*p);
-        // Bytes above 0x7f are never printable, whatever the locale says.
-        if (c > 0x7f || std::isprint(c) == 0) {
-            return 0;
-        }
-    }
-    return 1;
+    return name != nullptr && aaautil::all_printable(name) ? 1 : 0;
 }

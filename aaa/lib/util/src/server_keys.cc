@@ -12,6 +12,7 @@
 
 #include "aaa/result_codes.h"
 #include "internal/memory.hpp"
+#include "internal/printable_bytes.hpp"
 #include "platform/cipher.h"
 #include "platform/logging.h"
 
@@ -29,9 +30,6 @@ bool is_digit(char c) {
 }
 bool is_hex(char c) {
     return std::isxdigit(static_cast<unsigned char>(std::toupper(static_cast<unsigned char>(c)))) != 0;
-}
-bool is_printable(char c) {
-    return std::isprint(static_cast<unsigned char>(c)) != 0;
 }
 
 // A decrypted key, wiped and freed at the end of its scope.
@@ -144,15 +142,7 @@ cerrno validate_encrypted_password(char *text) {
         return AAA_ERR_BAD_ENCRYPTED_KEY;
     }
     const ClearText clear(text);
-    if (clear.get() == nullptr) {
-        return AAA_ERR_BAD_ENCRYPTED_KEY;
-    }
-    for (const char *p = clear.get(); *p != '\0'; p++) {
-        if (!is_printable(*p)) {
-            return AAA_ERR_BAD_ENCRYPTED_KEY;
-        }
-    }
-    return AAA_OK;
+    return clear.get() != nullptr && aaautil::all_printable(clear.get()) ? AAA_OK : AAA_ERR_BAD_ENCRYPTED_KEY;
 }
 
 char *aaa_util_truncate_whitespace_in_server_key(char *key, int encrypted) {
