@@ -50,9 +50,11 @@ extern "C" {
  * **Failures.** A classic call that fails stores nothing through iov_out and
  * count_out. A missing record, output or buffer is found before the record is
  * touched. After a later failure (a credential or text that is missing included)
- * the type and fields may be in the record, numbers still in host order:
- * conversion comes last, when nothing can fail any more. A converted field
- * that is the caller's own is converted again by the next call, so set it anew.
+ * the type and fields may be in the record. Their numbers are still in host order
+ * unless the io-vector was the only thing missing: they are converted just before
+ * it is allocated. The connect request and the generic reply convert after that,
+ * so their numbers are in host order after every failure. A converted field that
+ * is the caller's own is converted again by the next call: set it before each call.
  *
  * **Ownership.** *Caller frees* the io-vector array with free() once the message
  * is sent, and the response packet with free(). The record, buffer, blocks and

@@ -557,23 +557,8 @@ TEST_F(MessageFreeUserdata, TheTypeIsWrittenOnlyWhenTheListIsPackedDeliberately)
 }
 
 TEST_F(MessageFreeUserdata, ExhaustedMemoryLeavesOutputsAndPacketAlone) {
-    for (const uint32_t session : {0u, 1u}) {
-        fake::sweep_allocations([session](fake::FailAlloc &fail) {
-            FreeUserdata request;
-            const Record before = request.record;
-            const cerrno rc = fail.run([&] { return request.compose(session); });
-            EXPECT_EQ(rc, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
-            EXPECT_EQ(request.iov.untouched(), session != 0 || fail.fired());
-            if (session != 0 && !fail.fired()) {
-                const List list = take_list(request.record);
-                return;
-            }
-            EXPECT_EQ(request.record.u32(32), fail.fired() ? kParam : __builtin_bswap32(kParam));
-            if (session != 0) {
-                EXPECT_TRUE(same_bytes(request.record, before));
-            }
-        });
-    }
+    expect_outputs_and_packet_alone_without_memory<FreeUserdata>(
+        [](FreeUserdata &request, uint32_t session) { return request.compose(session); });
 }
 
 TEST_F(MessageFreeUserdata, SessionPacketCarriesTypeAndListWithoutOutputsOrBuffer) {

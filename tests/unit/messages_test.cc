@@ -39,15 +39,6 @@ cerrno connect(void *msg, const char *str1, const char *str2, iov_t **iov, uint3
                                      0x61626364, str1, str2, iov, count, session);
 }
 
-Record &host_values(Record &record) {
-    return record.host(40, 0x11121314)
-        .host(44, 0x21222324)
-        .host(48, 0x31323334)
-        .host(52, 0x41424344)
-        .host(56, 0x51525354)
-        .host(60, 0x61626364);
-}
-
 Record &net_values(Record &record) {
     return record.net(40, 0x11121314)
         .net(44, 0x21222324)
@@ -211,15 +202,6 @@ void expect_classic(const Compose &compose, Record record, const Record &expecte
     }
 }
 
-void expect_without_memory(const Compose &compose, Record record, const Record &expected) {
-    Iov iov;
-    fake::FailAlloc fail(fake::FailAlloc::Unarmed{}, 1);
-    const cerrno rc = fail.run([&] { return compose(record.data(), iov.out(), iov.count_out(), 0); });
-    EXPECT_EQ(rc, AAA_ERR_NOMEM);
-    EXPECT_TRUE(same_bytes(record, expected));
-    EXPECT_TRUE(iov.untouched());
-}
-
 iov_t element(const void *base, uint64_t len) {
     return {const_cast<void *>(base), len};
 }
@@ -296,14 +278,6 @@ TEST_F(MessageConnect, AnEmptyStringKeepsItsAddress) {
     EXPECT_TRUE(is_element(iov[2], empty, 0));
 }
 
-TEST_F(MessageConnect, AFailureLeavesTheFieldsInHostOrder) {
-    Record expected;
-    host_values(expected).host(20, 0).host(32, 2).host(36, 0).host(64, 3);
-    expect_without_memory(
-        [](void *m, iov_t **i, uint32_t *c, uint32_t s) { return connect(m, "abc", "d", i, c, s); }, {},
-        expected);
-}
-
 // ---- Disconnect ------------------------------------------------------------
 
 TEST_F(MessageDisconnect, IsAHeaderWithItsType) {
@@ -339,14 +313,6 @@ TEST_F(MessageCallback, ComposingTwiceTurnsTheNumberBackDeliberately) {
     EXPECT_EQ(record.u32(32), 0x01020304u);
 }
 
-TEST_F(MessageCallback, AFailureLeavesTheNumberAsItWas) {
-    Record record;
-    record.host(32, 0x01020304);
-    Record expected = record;
-    expected.host(20, 8);
-    expect_without_memory(aaa_util_msg_cb_compose, record, expected);
-}
-
 // ---- Ping ------------------------------------------------------------------
 
 TEST_F(MessagePing, IsAHeaderWithItsType) {
@@ -368,12 +334,6 @@ TEST_F(ServerConnect, DoesNotLookAtTheBlock) {
     Iov iov;
     EXPECT_EQ(aaa_util_svrmsg_conn_compose(record.data(), 1, iov.out(), iov.count_out(), nullptr, 0), AAA_OK);
     EXPECT_TRUE(is_element(iov[1], nullptr, 64));
-}
-
-TEST_F(ServerConnect, AFailureLeavesTheParameterInHostOrder) {
-    Record expected;
-    expected.host(20, 0).host(32, 0x0A0B0C0D);
-    expect_without_memory(server_connect(0x0A0B0C0D, caller_block), {}, expected);
 }
 
 TEST_F(ServerDisconnect, LeavesItsWordInHostOrderDeliberately) {

@@ -65,11 +65,8 @@ cerrno pack(const Target &to, avlist *list, IoVector &iov) noexcept {
 }
 
 cerrno publish_converted(const Target &to, const IoVector &iov) noexcept {
-    const cerrno rc = iov.publish(to.iov_out, to.count_out);
-    if (rc == AAA_OK) {
-        to_network(to.record, kParamAt);
-    }
-    return rc;
+    to_network(to.record, kParamAt);
+    return iov.publish(to.iov_out, to.count_out);
 }
 
 cerrno pack_and_publish(const Target &to, avlist *list, const void *async_block) noexcept {
@@ -154,6 +151,7 @@ cerrno aaa_util_msg_conn_compose(void *msg, uint32_t value1, uint32_t value2, ui
     iov.add(msg, kConnectRecord);
     iov.add(str1, str1_len);
     iov.add(str2, text_length(str2));
+    // Unlike in all other requests the numbers are converted last: without memory they stay as written.
     const cerrno rc = iov.publish(iov_out, count_out);
     for (std::size_t i = 0; rc == AAA_OK && i < kConnectWords; ++i) {
         to_network(msg, kParamAt + i * sizeof(uint32_t));
@@ -183,11 +181,8 @@ cerrno aaa_util_msg_cb_compose(void *msg, iov_t **iov_out, uint32_t *count_out, 
         return AAA_ERR_INVALID_ARG;
     }
     put_u32(msg, kTypeAt, AAA_REQ_CALLBACK);
-    const cerrno rc = publish_header(msg, kCallbackHeader, iov_out, count_out);
-    if (rc == AAA_OK) {
-        to_network(msg, kParamAt);
-    }
-    return rc;
+    to_network(msg, kParamAt);
+    return publish_header(msg, kCallbackHeader, iov_out, count_out);
 }
 
 cerrno aaa_util_msg_ping_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session) {
@@ -211,15 +206,11 @@ cerrno aaa_util_svrmsg_conn_compose(void *msg, uint32_t param, iov_t **iov_out, 
         return AAA_ERR_INVALID_ARG;
     }
     put_u32(msg, kTypeAt, AAA_REQ_CONNECT);
-    put_u32(msg, kParamAt, param);
+    put_u32(msg, kParamAt, aaautil::net_u32(param));
     IoVector iov;
     iov.add(msg, kLongHeader);
     iov.add(block, kCallerBlock);
-    const cerrno rc = iov.publish(iov_out, count_out);
-    if (rc == AAA_OK) {
-        to_network(msg, kParamAt);
-    }
-    return rc;
+    return iov.publish(iov_out, count_out);
 }
 
 cerrno aaa_util_svrmsg_disconn_compose(void *msg, iov_t **iov_out, uint32_t *count_out, void *data,

@@ -7,6 +7,7 @@
 
 #include "aaa/accessors.h"
 #include "aaa/names.h"
+#include "internal/avpair_checks.hpp"
 #include "internal/messages.hpp"
 #include "internal/trace.hpp"
 #include "platform/node.h"
@@ -99,7 +100,7 @@ struct Authen {
 
 [[nodiscard]] cerrno add_user(avlist *list, const Authen &in) noexcept {
     const cerrno rc = aaa_util_add_usercred_in_avlist(in.usercred, list, in.service, 0, in.option);
-    if (rc != AAA_OK || in.in_attrs == nullptr || in.in_attrs->av_cnt == 0) {
+    if (rc != AAA_OK || in.in_attrs == nullptr || aaa_is_list_empty(in.in_attrs)) {
         return rc;
     }
     return aaa_avpair_list_concat(list, in.in_attrs);

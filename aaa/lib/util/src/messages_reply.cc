@@ -101,18 +101,25 @@ void deliver(const Reply &to, void *packet) noexcept {
     return iov.publish(to.iov_out, to.count_out);
 }
 
-[[nodiscard]] cerrno convert_if_ok(cerrno rc, void *record, std::size_t offset) noexcept {
-    if (rc == AAA_OK) {
-        to_network(record, offset);
-    }
-    return rc;
+void convert_status(void *record) noexcept {
+    to_network(record, kStatusAt);
 }
 
-// A null list is refused by the packing.
-[[nodiscard]] cerrno publish_list(const Reply &to, uint64_t header, char *buffer, uint32_t size,
-                                  avlist *list) noexcept {
+void convert_both(void *record) noexcept {
+    to_network(record, kStatusAt);
+    to_network(record, kSecondAt);
+}
+
+// A null list is refused by the packing. Numbers are converted before the
+// io-vector is allocated: without memory for it they are in network order.
+[[nodiscard]] cerrno publish_list(const Reply &to, uint64_t header, void (*convert)(void *) noexcept,
+                                  char *buffer, uint32_t size, avlist *list) noexcept {
     const cerrno rc = aaa_avpair_pack_msg_to_buf(list, buffer, &size);
-    return rc == AAA_OK ? publish(to, header, buffer, size) : rc;
+    if (rc != AAA_OK) {
+        return rc;
+    }
+    convert(to.record);
+    return publish(to, header, buffer, size);
 }
 
 // Replies whose header is all there is to say.
@@ -123,11 +130,12 @@ void deliver(const Reply &to, void *packet) noexcept {
     return to.has_all() ? publish(to, kBareHeader) : AAA_ERR_INVALID_ARG;
 }
 
-[[nodiscard]] cerrno status_reply(const Reply &to, uint32_t status) noexcept {
+// The status word as it is to travel.
+[[nodiscard]] cerrno status_reply(const Reply &to, uint32_t word) noexcept {
     if (!to.has_all()) {
         return AAA_ERR_INVALID_ARG;
     }
-    put_u32(to.record, kStatusAt, status);
+    put_u32(to.record, kStatusAt, word);
     return publish(to, kStatusHeader);
 }
 
@@ -162,14 +170,17 @@ cerrno aaa_util_reply_compose(void *msg, iov_t **iov_out, uint32_t *count_out, c
     if (!to.has_all()) {
         return AAA_ERR_INVALID_ARG;
     }
-    const cerrno rc = list != nullptr ? aaa_avpair_pack_msg_to_buf(list, buffer, &size) : AAA_OK;
+    cerrno rc = list != nullptr ? aaa_avpair_pack_msg_to_buf(list, buffer, &size) : AAA_OK;
     if (rc != AAA_OK) {
         return rc;
     }
     dump(buffer, size);
-    return convert_if_ok(
-        list != nullptr ? publish(to, kStatusHeader, buffer, size) : publish(to, kStatusHeader), msg,
-        kStatusAt);
+    rc = list != nullptr ? publish(to, kStatusHeader, buffer, size) : publish(to, kStatusHeader);
+    // Unlike in all other replies the status is converted last: without memory it stays as it was.
+    if (rc == AAA_OK) {
+        convert_status(msg);
+    }
+    return rc;
 }
 
 cerrno aaa_util_reply_authen_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer,
@@ -181,7 +192,7 @@ cerrno aaa_util_reply_authen_compose(void *msg, iov_t **iov_out, uint32_t *count
     if (!to.has_all()) {
         return AAA_ERR_INVALID_ARG;
     }
-    return convert_if_ok(publish_list(to, kStatusHeader, buffer, size, list), msg, kStatusAt);
+    return publish_list(to, kStatusHeader, convert_status, buffer, size, list);
 }
 
 cerrno aaa_util_reply_author_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer,
@@ -194,7 +205,7 @@ cerrno aaa_util_reply_author_compose(void *msg, iov_t **iov_out, uint32_t *count
     if (!to.has_all()) {
         return AAA_ERR_INVALID_ARG;
     }
-    return convert_if_ok(publish_list(to, kStatusHeader, buffer, size, list), msg, kStatusAt);
+    return publish_list(to, kStatusHeader, convert_status, buffer, size, list);
 }
 
 cerrno aaa_util_reply_authen_async_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t status,
@@ -203,7 +214,7 @@ cerrno aaa_util_reply_authen_async_compose(void *msg, iov_t **iov_out, uint32_t 
     if (session != 0) {
         return to.session_ready() ? reply_in_session(to, nullptr, {.nfnhdl = status}) : AAA_ERR_INVALID_ARG;
     }
-    return convert_if_ok(status_reply(to, status), msg, kStatusAt);
+    return status_reply(to, net_u32(status));
 }
 
 cerrno aaa_util_reply_author_async_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t status,
@@ -246,8 +257,7 @@ cerrno aaa_util_reply_cb_compose(void *msg, iov_t **iov_out, uint32_t *count_out
     if (!to.has_all()) {
         return AAA_ERR_INVALID_ARG;
     }
-    const cerrno rc = convert_if_ok(publish_list(to, kTwoWordHeader, buffer, size, list), msg, kStatusAt);
-    return convert_if_ok(rc, msg, kSecondAt);
+    return publish_list(to, kTwoWordHeader, convert_both, buffer, size, list);
 }
 
 cerrno aaa_util_reply_cfg_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t status,
@@ -261,8 +271,8 @@ cerrno aaa_util_reply_cfg_compose(void *msg, iov_t **iov_out, uint32_t *count_ou
         return AAA_ERR_INVALID_ARG;
     }
     put_u32(msg, kSecondAt, status);
-    const cerrno rc = convert_if_ok(publish(to, kTwoWordHeader), msg, kStatusAt);
-    return convert_if_ok(rc, msg, kSecondAt);
+    convert_both(msg);
+    return publish(to, kTwoWordHeader);
 }
 
 cerrno aaa_util_reply_curr_auth_usr_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t status,
@@ -272,7 +282,7 @@ cerrno aaa_util_reply_curr_auth_usr_compose(void *msg, iov_t **iov_out, uint32_t
         return to.session_ready_with_outputs() ? reply_in_session(to, nullptr, {.error = status})
                                                : AAA_ERR_INVALID_ARG;
     }
-    return convert_if_ok(status_reply(to, status), msg, kStatusAt);
+    return status_reply(to, net_u32(status));
 }
 
 cerrno aaa_util_reply_conn_compose(void *msg, uint32_t status, iov_t **iov_out, uint32_t *count_out,
@@ -286,8 +296,8 @@ cerrno aaa_util_reply_conn_compose(void *msg, uint32_t status, iov_t **iov_out, 
     }
     put_u32(msg, kStatusAt, status);
     put_u32(msg, kSecondAt, kProtocolVersion);
-    const cerrno rc = convert_if_ok(publish(to, kConnectHeader), msg, kStatusAt);
-    return convert_if_ok(rc, msg, kSecondAt);
+    convert_both(msg);
+    return publish(to, kConnectHeader);
 }
 
 cerrno aaa_util_reply_taskmap_compose(void *msg, void *data, uint32_t length, iov_t **iov_out,

@@ -94,8 +94,8 @@ class Appender {
 // list is in network order afterwards, whatever the result.
 [[nodiscard]] cerrno pack(const Target &to, avlist *list, IoVector &iov) noexcept;
 
-// Publishes, then brings the parameter word into network order: last, so that a
-// failed compose leaves it as it was written.
+// Brings the parameter word into network order, then publishes: without memory
+// for the io-vector the word is converted already.
 [[nodiscard]] cerrno publish_converted(const Target &to, const IoVector &iov) noexcept;
 
 // The common case: long header, async block when given, packed list.
