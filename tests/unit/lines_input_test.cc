@@ -885,6 +885,25 @@ TEST(ReadInputTerminal, SettingsThatCannotBeReadAreReported) {
     EXPECT_EQ(child.shown(), "");
 }
 
+TEST(ReadInputTerminal, ATerminalThatCannotBeUsedIsClosedAlsoAsDescriptorZero) {
+    // Settings that cannot be read, settings that are refused.
+    for (const bool get : {true, false}) {
+        TerminalProcess child([get] {
+            tty_prints(std::string(ttyname(0)) + "\n");
+            const int input = dup(0);
+            close(0);
+            TerminalCalls calls;
+            get ? calls.fail_get(EIO) : calls.fail_set(1, EIO);
+            const std::string text = read_hidden();
+            const std::string closes = joined(fake::calls("qm_close"));
+            const bool closed = fcntl(0, F_GETFD) < 0;
+            dup2(input, 0);
+            return text + ", " + closes + (closed ? "closed" : "open");
+        });
+        EXPECT_EQ(child.report(), result("EIO", "") + ", qm_close(0)\nclosed");
+    }
+}
+
 TEST(ReadInputTerminal, AnOldErrorIsNotTakenForTheTerminals) {
     EXPECT_EQ(typed("secret\r",
                     [] {

@@ -134,14 +134,13 @@ class HiddenTerminal {
         if (switched_ && tcsetattr(STDIN_FILENO, TCSANOW, &saved_) != 0) {
             result = errno_code();
         }
-        return close_with(result);
+        // Descriptor 0 stays open here: it is standard input, which was read.
+        return fd_ >= 1 ? close_with(result) : result;
     }
 
   private:
     cerrno close_with(cerrno result) {
-        if (fd_ >= 1) {
-            qm_close(fd_);
-        }
+        qm_close(fd_);
         fd_ = -1;
         return result;
     }
