@@ -179,7 +179,7 @@ AAA_API int aaa_avpair_is_deleted(const avpair_t *pair);
  * of no bytes is legal, also as a null pointer. The value may lie in the list
  * itself. With debug flag 8 on, a call with a value writes one trace line, also
  * for a null list. It shows the first four bytes at value whatever len is, so
- * hand in at least four readable bytes then.
+ * hand in at least four readable bytes then, also when len is 0.
  * @param type  in: attribute type.
  * @param flags in: flag bits of the pair.
  * @param value in, may be null when len is 0: value bytes, integers in host order.
@@ -284,8 +284,9 @@ AAA_API cerrno aaa_avpair_find_index(uint32_t index, uint32_t *type, avpair_flag
 /**
  * Deletes the pair at a position.
  *
- * The iterator is spent afterwards; to go on, begin anew. A list without pairs
- * stops the process. A pair that is deleted already is left alone.
+ * The iterator is spent afterwards; to go on, start a new one. A list without
+ * pairs stops the process, also when the position is null. A pair that is deleted
+ * already is left alone.
  * @param it   in: position of the pair, in list.
  * @param list in/out: the list.
  * @return AAA_OK: deleted, now or earlier.
@@ -325,7 +326,8 @@ AAA_API cerrno aaa_avpair_delete_by_type_value(avpair_type_t findtype, void *val
  * to the pair's flags and the tag is replaced. With another length the pair is
  * deleted and a new one of its type appended to the end of the list; of its old
  * flags only the low 8 bits live on, OR-ed with the new ones. Callers depend on
- * both. A deleted pair stops the process. The value may lie in the list itself.
+ * both. A deleted pair stops the process, and so does a list without pairs, also
+ * when the position is null. The value may lie in the list itself.
  * @param it    in: position of the pair, in list; spent when the length changed.
  * @param flags in: flag bits to set.
  * @param value in: value bytes; not null even when len is 0.

@@ -111,6 +111,27 @@ TEST_F(AvpairDeathTest, CountOfZeroWithBuffers) {
                  expression, check);
 }
 
+// Null arguments come before the emptiness check, null fields of a position after it.
+TEST_F(AvpairDeathTest, ChangingAnEmptyListAtAPosition) {
+    const ListPtr empty = make_list();
+    const char *const expression = "aaa_is_list_empty(list) == FALSE";
+    aaa_avpair_iterator_t unset{};
+    aaa_avpair_iterator_t it = position_of(1);
+    EXPECT_EQ(aaa_avpair_delete_by_iterator(nullptr, empty.get()), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_avpair_update_by_iterator(nullptr, 0, value_, 0, 4, empty.get()), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_avpair_update_by_iterator(&unset, 0, nullptr, 0, 4, empty.get()), AAA_ERR_INVALID_ARG);
+    for (aaa_avpair_iterator_t *position : {&unset, &it}) {
+        EXPECT_STOPS(aaa_avpair_delete_by_iterator(position, empty.get()), kSource, expression,
+                     "aaa_avpair_delete_by_iterator");
+        for (const uint32_t len : {3u, 4u}) {  // that of the pair, another one
+            EXPECT_STOPS(aaa_avpair_update_by_iterator(position, 0, value_, 0, len, empty.get()), kSource,
+                         expression, "aaa_avpair_update_by_iterator");
+        }
+    }
+    EXPECT_EQ(aaa_avpair_delete_by_iterator(&unset, list()), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_avpair_update_by_iterator(&unset, 0, value_, 0, 4, list()), AAA_ERR_INVALID_ARG);
+}
+
 // Nor is the answer that there are no live pairs of that type given before.
 TEST_F(AvpairDeathTest, LookingUpTheDeletedMarkerInADamagedList) {
     const auto damaged = [this](auto operation) {
@@ -313,6 +334,23 @@ TEST_F(AvpairDeathTest, StartingABufferBehindOneThatHasASuccessor) {
     EXPECT_STOPS(append(), kSource, "last_buf->hdr.next == NULL", "add_buffer");
 }
 
+// A chain that goes on after the last buffer, here in a circle, is not followed
+// in search of the new value's buffer.
+TEST_F(AvpairDeathTest, UpdatingWithALongerValueWhereTheLastBufferHasASuccessor) {
+    const std::string longer(1000, 'n');
+    const auto update = [&] {
+        last()->hdr.next = first();
+        aaa_avpair_update(1, 0, const_cast<char *>(longer.data()), 0, 1000, 0, list());
+    };
+    EXPECT_STOPS(update(), kSource, "last_buf->hdr.next == NULL", "add_buffer");
+    aaa_avpair_iterator_t it = position_of(2);
+    const auto update_at = [&] {
+        last()->hdr.next = first();
+        aaa_avpair_update_by_iterator(&it, 0, longer.data(), 0, 1000, list());
+    };
+    EXPECT_STOPS(update_at(), kSource, "last_buf->hdr.next == NULL", "add_buffer");
+}
+
 // Where none is to be had nothing is linked, and nothing looked at.
 TEST_F(AvpairDeathTest, StartingNoBufferBehindOneThatHasASuccessor) {
     last()->hdr.next = first();
@@ -445,13 +483,6 @@ TEST_F(AvpairDeathTest, MovingADeletedPair) {
     ASSERT_EQ(aaa_avpair_delete_by_iterator(&it, list()), AAA_OK);
     EXPECT_STOPS(aaa_avpair_update_by_iterator(&it, 0, "longer", 0, 6, list()), kSource,
                  "type != AAA_ATTR_MAX", "add_pair");
-}
-
-TEST_F(AvpairDeathTest, MovingAPairOfAnEmptyList) {
-    const ListPtr empty = make_list();
-    aaa_avpair_iterator_t it = position_of(1);
-    EXPECT_STOPS(aaa_avpair_update_by_iterator(&it, 0, "longer", 0, 6, empty.get()), kSource,
-                 "aaa_is_list_empty(list) == FALSE", "move_to_end");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 // Operations on two lists, or on a list and a callback.
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <csignal>
 #include <cstring>
@@ -19,6 +20,7 @@
 #include "support/avlist_model.hpp"
 #include "support/avlist_verifier.hpp"
 #include "support/fail_alloc.hpp"
+#include "support/guarded_page.hpp"
 #include "testkit/fake_platform.hpp"
 
 namespace {
@@ -339,6 +341,26 @@ TEST(AvpairCopy, FreesWhatItCreatedWhenThereIsNoMemory) {
         EXPECT_EQ(code, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
         EXPECT_EQ(copy == nullptr, fail.fired());
     });
+}
+
+// Sizes of messages are ints. Only addresses are needed here: no byte of the
+// large buffer is touched but its header.
+TEST(AvpairCopy, RefusesMoreBytesThanAnIntCounts) {
+    constexpr uint32_t kUsed = 0x80000000u;
+    constexpr std::size_t kSize = sizeof(avpair_buffer_t) + std::size_t{kUsed};
+    void *const memory =
+        mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    auto *const buf = static_cast<avpair_buffer_t *>(memory);
+    buf->hdr.free_mem = static_cast<unsigned char *>(memory) + kSize;
+    buf->hdr.buf_size = static_cast<uint32_t>(kSize);
+    avlist huge{};
+    huge.av_cnt = 1;
+    huge.avpair_first_buf = huge.avpair_last_buf = buf;
+    avlist *copy = nullptr;
+    EXPECT_EQ(aaa_avpair_copy_list(&huge, "copy", &copy), AAA_ERR_NOMEM);
+    EXPECT_EQ(copy, nullptr);
+    munmap(memory, kSize);
 }
 
 TEST(AvpairCopy, KeepsABroughtListWhenThereIsNoMemory) {
@@ -913,6 +935,37 @@ TEST(AvpairConcat, TracesWhatLookingUpEveryPositionWould) {
         fake::disable_all_tracing();
         EXPECT_EQ(read_pairs(dst.get()), read_pairs(by_position.get()));
     }
+}
+
+// The value of a pair without bytes at the end of its buffer has the address of
+// the next page, which need not be there.
+TEST(AvpairMerge, TracesAPairWithoutBytesAtTheEndOfAPage) {
+    const GuardedPage page;
+    auto *const pair = reinterpret_cast<avpair_t *>(page.end() - sizeof(avpair_t));
+    auto *const buf = reinterpret_cast<avpair_buffer_t *>(page.end() - sizeof(avpair_t)) - 1;
+    *pair = {kUser, 0, 0, 1};
+    *buf = {};
+    buf->hdr.free_mem = reinterpret_cast<unsigned char *>(page.end());
+    buf->hdr.buf_size = sizeof(avpair_buffer_t) + sizeof(avpair_t);
+    avlist src{};
+    src.av_cnt = 1;
+    src.avpair_first_buf = src.avpair_last_buf = buf;
+    fake::enable_tracing(8);
+    const Pairs expected{{kUser, 0, 1, ""}};
+    const auto merged = [&](auto merge) {
+        const ListPtr dst = make_list();
+        EXPECT_EQ(merge(dst.get()), AAA_OK);
+        return read_pairs(dst.get());
+    };
+    EXPECT_EQ(merged([&](avlist *dst) { return aaa_avpair_list_concat(dst, &src); }), expected);
+    EXPECT_EQ(merged([&](avlist *dst) { return aaa_avpair_list_concat_with_replace(dst, &src); }), expected);
+    EXPECT_EQ(merged([&](avlist *dst) { return aaa_avpair_add_from_list_by_flags(&src, dst, 1); }), expected);
+    const ListPtr tgt = list_of({{kUser, 0, 0, "value"}});
+    EXPECT_EQ(aaa_avpair_update_list_from_list_by_flags(&src, tgt.get(), 1), AAA_OK);
+    EXPECT_EQ(read_pairs(tgt.get()), expected);
+    const ListPtr same = list_of({{kUser, 0, 0, ""}});
+    EXPECT_EQ(aaa_avpair_update_list_from_list(&src, same.get()), AAA_OK);
+    EXPECT_EQ(read_pairs(same.get()).size(), 1u);
 }
 
 TEST(AvpairReplace, UpdatesTheFirstOfEachType) {

@@ -6,6 +6,7 @@
 #include "aaa/avpair.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -646,14 +647,34 @@ TEST(AvpairAddTrace, DoesNotFaultBehindAShortValue) {
     const GuardedPage page;
     const ListPtr list = make_list();
     const std::string outcome = text_of(AAA_OK);
-    const Lines bytes{"0 0 0 0", "61 0 0 0", "61 62 0 0", "61 62 63 0", "61 62 63 64"};
+    const Lines bytes{"61 0 0 0", "61 62 0 0", "61 62 63 0", "61 62 63 64"};
     Lines wanted;
-    for (std::size_t len = 0; len < bytes.size(); ++len) {
+    for (std::size_t len = 1; len <= bytes.size(); ++len) {
         const std::string_view value = std::string_view("abcd").substr(0, len);
         ASSERT_EQ(add(list.get(), kName, {page.place(value), len}), AAA_OK);
-        wanted.push_back("Adding attr 101 AAA_USERNAME_ATTR [" + bytes[len] + "] - " + outcome);
+        wanted.push_back("Adding attr 101 AAA_USERNAME_ATTR [" + bytes[len - 1] + "] - " + outcome);
     }
     EXPECT_EQ(fake::traces_of(8), wanted);
+}
+
+// A value without bytes is read on its own page, where that page begins and
+// where it ends.
+TEST(AvpairAddTrace, ShowsBytesOnThePageOfAValueWithoutBytes) {
+    fake::enable_tracing(AAA_DBG_AVLIST);
+    const GuardedPage page;
+    const ListPtr list = make_list();
+    char *const begin = page.end() - sysconf(_SC_PAGESIZE);
+    std::memcpy(begin, "abcd", 4);
+    ASSERT_EQ(aaa_avpair_add(kName, 0, begin, 0, 0, list.get()), AAA_OK);
+    ASSERT_EQ(aaa_avpair_add_with_tag(kName, 0, begin, 0, 0, list.get()), AAA_OK);
+    ASSERT_EQ(aaa_avpair_update(kName, 0, begin, 0, 0, 9, list.get()), AAA_OK);
+    ASSERT_EQ(aaa_avpair_add(kName, 0, page.place("yz"), 0, 0, list.get()), AAA_OK);
+    const std::string outcome = text_of(AAA_OK);
+    EXPECT_EQ(fake::traces_of(8), (Lines{"Adding attr 101 AAA_USERNAME_ATTR [61 62 63 64] - " + outcome,
+                                         "Adding attr AAA_USERNAME_ATTR [61 62 63 64] - " + outcome,
+                                         "Updating attr AAA_USERNAME_ATTR [61 62 63 64]",
+                                         "Adding attr 101 AAA_USERNAME_ATTR [61 62 63 64] - " + outcome,
+                                         "Adding attr 101 AAA_USERNAME_ATTR [79 7a 0 0] - " + outcome}));
 }
 
 // The same with a heap block of one byte, for the address sanitizer's eyes.

@@ -88,12 +88,15 @@ std::size_t readable_bytes(const avpair_t *pair, const avlist *list) {
     return pair->av_len;
 }
 
+void *value_of(const avpair_t &pair) {
+    return aaautil::traceable_value(aaa_get_avpair_value_ptr(&pair), pair.av_len);
+}
+
 // Copies a pair as it is.
 cerrno aaa_avpair_add_2(const avpair_t *avp, avlist *list, bool traced) {
     AAA_ASSERT(avp != nullptr, "avp");
     AAA_ASSERT(list != nullptr, "list");
-    return add_pair(avp->av_type, avp->av_flags, aaa_get_avpair_value_ptr(avp), avp->av_tag, avp->av_len,
-                    list, traced);
+    return add_pair(avp->av_type, avp->av_flags, value_of(*avp), avp->av_tag, avp->av_len, list, traced);
 }
 
 // Appends a pair with zeros behind the readable bytes of a value, up to len.
@@ -121,8 +124,8 @@ cerrno add_zero_filled(uint32_t type, uint32_t flags, const void *value, std::si
 // and zeros stand in.
 cerrno add_mixed(const avpair_t *target, const avlist *tgt, const avpair_t *source, avlist *result,
                  bool traced) {
-    const void *value = aaa_get_avpair_value_ptr(target);
     const uint32_t len = source->av_len;
+    const void *value = aaautil::traceable_value(aaa_get_avpair_value_ptr(target), len);
     const uint32_t flags = source->av_flags | target->av_flags;
     const std::size_t readable = len <= target->av_len ? len : readable_bytes(target, tgt);
     if (len <= readable) {
@@ -219,7 +222,7 @@ cerrno merge_into_itself(const avlist *list, Merge merge) {
         cerrno rc = aaa_avpair_find_index(index, &pair.av_type, &pair.av_flags, &value, &pair.av_tag,
                                           &pair.av_len, list);
         if (rc == AAA_OK) {
-            rc = merge(pair, value);
+            rc = merge(pair, aaautil::traceable_value(value, pair.av_len));
         }
         if (rc != AAA_OK) {
             return rc == AAA_ERR_AVPAIR_NOT_FOUND ? AAA_OK : rc;
@@ -236,7 +239,7 @@ cerrno merge_in_order(avlist *dst, const avlist *src, Merge merge) {
         return merge_into_itself(src, merge);
     }
     for (const avpair_t &pair : LivePairs(src)) {
-        const cerrno rc = merge(pair, aaa_get_avpair_value_ptr(&pair));
+        const cerrno rc = merge(pair, value_of(pair));
         if (rc != AAA_OK) {
             return rc == AAA_ERR_AVPAIR_NOT_FOUND ? AAA_OK : rc;
         }
@@ -341,8 +344,7 @@ cerrno aaa_avpair_update_list_from_list_by_flags(const avlist *src, avlist *tgt,
     }
     AAA_ASSERT(tgt->av_cnt != 0, "tgt->av_cnt != 0");
     return merge_by_flags(src, tgt, flags, tracing(AAA_DBG_AVLIST), [tgt](const avpair_t &pair) {
-        aaa_avpair_update(pair.av_type, pair.av_flags, aaa_get_avpair_value_ptr(&pair), pair.av_tag,
-                          pair.av_len, 0, tgt);
+        aaa_avpair_update(pair.av_type, pair.av_flags, value_of(pair), pair.av_tag, pair.av_len, 0, tgt);
     });
 }
 

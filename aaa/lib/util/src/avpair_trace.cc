@@ -32,13 +32,14 @@ std::uintptr_t page_of(std::uintptr_t address) noexcept {
 }
 
 // The four bytes at value, however few of them the value has: that is what the
-// trace lines show. Bytes behind the value are read only where they cannot
-// fault, on the page of the value's last byte, and show as 0 otherwise. They
-// belong to something else, so the reads must not be checked.
+// trace lines show. Bytes after the value are read only where they cannot
+// fault, on the page of the value's last byte, and show as 0 otherwise. A value
+// without bytes counts as one byte: callers see to it that it can be read. The
+// bytes belong to something else, so the reads must not be checked.
 [[gnu::noinline, gnu::no_sanitize_address, gnu::no_sanitize_thread]] FirstBytes first_bytes(
     const void *value, uint32_t len) noexcept {
     const auto address = reinterpret_cast<std::uintptr_t>(value);
-    const std::uintptr_t last_page = page_of(address + len - 1);
+    const std::uintptr_t last_page = page_of(address + (len != 0 ? len - 1 : 0));
     const auto *const bytes = static_cast<const volatile unsigned char *>(value);
     FirstBytes first{};
     for (uint32_t i = 0; i < 4; ++i) {
@@ -50,6 +51,12 @@ std::uintptr_t page_of(std::uintptr_t address) noexcept {
 }
 
 }  // namespace
+
+void *traceable_value(void *value, uint32_t len) noexcept {
+    static constexpr unsigned char kNoBytes[4] = {};
+    const bool begins_page = reinterpret_cast<std::uintptr_t>(value) % kPageSize == 0;
+    return len == 0 && begins_page ? const_cast<unsigned char *>(kNoBytes) : value;
+}
 
 void trace_added(uint32_t type, const void *value, uint32_t len, cerrno code) noexcept {
     const FirstBytes first = first_bytes(value, len);

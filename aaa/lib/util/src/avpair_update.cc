@@ -81,9 +81,14 @@ void aaa_avpair_chop_end_of_buffer(avpair_buffer_t *buf, avlist *list) noexcept 
 
 bool lies_in_list(const void *value, const avlist *list) noexcept {
     const auto address = reinterpret_cast<std::uintptr_t>(value);
+    const avpair_buffer_t *const last_buf = list->avpair_last_buf;
     for (const avpair_buffer_t *buf = list->avpair_first_buf; buf != nullptr; buf = buf->hdr.next) {
         if (address - reinterpret_cast<std::uintptr_t>(buf) < buf->hdr.buf_size) {
             return true;
+        }
+        // The list ends here whatever follows: a damaged chain may go on in a circle.
+        if (buf == last_buf) {
+            break;
         }
     }
     return false;
@@ -97,7 +102,6 @@ cerrno move_to_end(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const 
     constexpr avpair_flags_t kKeptFlags = 0xff;
     const avpair_type_t type = it->curr_avp->av_type;
     const avpair_flags_t kept = it->curr_avp->av_flags & kKeptFlags;
-    AAA_ASSERT(!aaa_is_list_empty(list), "aaa_is_list_empty(list) == FALSE");
     delete_pair(it, list);
     return add_pair(type, kept | flags, value, tag, len, list, traced);
 }
@@ -132,7 +136,7 @@ cerrno update_pair(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const 
 }
 
 bool is_positioned(const aaa_avpair_iterator_t *it) noexcept {
-    return it != nullptr && it->curr_avp != nullptr && it->curr_buf != nullptr;
+    return it->curr_avp != nullptr && it->curr_buf != nullptr;
 }
 
 }  // namespace
@@ -164,10 +168,13 @@ using namespace aaautil;
 extern "C" {
 
 cerrno aaa_avpair_delete_by_iterator(aaa_avpair_iterator_t *it, avlist *list) {
-    if (!is_positioned(it) || list == nullptr) {
+    if (it == nullptr || list == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
     AAA_ASSERT(!aaa_is_list_empty(list), "aaa_is_list_empty(list) == FALSE");
+    if (!is_positioned(it)) {
+        return AAA_ERR_INVALID_ARG;
+    }
     delete_pair(it, list);
     return AAA_OK;
 }
@@ -212,7 +219,11 @@ cerrno aaa_avpair_delete_by_type_value(avpair_type_t findtype, void *value, avpa
 
 cerrno aaa_avpair_update_by_iterator(aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value,
                                      uint32_t tag, uint32_t len, avlist *list) {
-    if (!is_positioned(it) || value == nullptr || list == nullptr) {
+    if (it == nullptr || value == nullptr || list == nullptr) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    AAA_ASSERT(!aaa_is_list_empty(list), "aaa_is_list_empty(list) == FALSE");
+    if (!is_positioned(it)) {
         return AAA_ERR_INVALID_ARG;
     }
     // Only a pair that moves writes a trace line.

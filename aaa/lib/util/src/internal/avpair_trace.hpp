@@ -16,6 +16,11 @@ namespace aaautil {
 [[gnu::cold]] void trace_update_failed(uint32_t type, uint32_t instance, cerrno code) noexcept;
 [[gnu::cold]] void trace_not_found(uint32_t type, cerrno code) noexcept;
 
+// The value of a pair in a list, for an operation that may trace it. A pair
+// without bytes at the end of its buffer has a value address whose page need not
+// exist; four zero bytes are given instead. The value is only read.
+[[nodiscard]] void *traceable_value(void *value, uint32_t len) noexcept;
+
 // with_value says whether the value was asked for; flags and len are 0 unless asked for.
 [[gnu::cold]] void trace_found(const avpair_t &pair, bool with_value, uint32_t flags, uint32_t len) noexcept;
 
