@@ -15,7 +15,9 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <semaphore>
 #include <string>
 #include <thread>
@@ -35,6 +37,10 @@ namespace {
 using Lines = std::vector<std::string>;
 
 std::function<void()> &on_join() {
+    static auto &instance = *new std::function<void()>;
+    return instance;
+}
+std::function<void()> &on_created() {
     static auto &instance = *new std::function<void()>;
     return instance;
 }
@@ -60,7 +66,11 @@ int pthread_join(pthread_t thread, void **result) {
 int pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*start)(void *),
                    void *arg) noexcept {
     static const auto real = next(&::pthread_create, "pthread_create");
-    return create_error != 0 ? create_error.load() : real(thread, attr, start, arg);
+    const int result = create_error != 0 ? create_error.load() : real(thread, attr, start, arg);
+    if (on_created()) {
+        on_created()();
+    }
+    return result;
 }
 
 }  // extern "C"
@@ -162,6 +172,39 @@ TEST(LifecycleOp, ThreeJoinsWithoutWaking) {
                          "Done with sysdb con close"}));
         EXPECT_EQ(fake::calls().back(), "aaa_debug_cleanup()");
         EXPECT_TRUE(fake::sysdb::open_connections().empty());
+    });
+}
+
+// The worker may be faster than the thread that starts it: its handle is cleared
+// all the same, so that unload joins it without a trace.
+TEST(LifecycleOp, WorkerThatEndsBeforeItsStartReturnsHasClearedItsHandle) {
+    if (!fake::FailAlloc::available()) {
+        GTEST_SKIP();
+    }
+    in_child([] {
+        fake::before("event_conn_open", [] {
+            if (fake::count("event_conn_open") == 2) {
+                fail_alloc_arm(1, 0);  // no buffer for the worker
+            }
+        });
+        on_created() = [] {
+            const auto threads = [] {
+                return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+            };
+            while (threads() > 1) {
+                std::this_thread::yield();
+            }
+        };
+        aaautil::lifecycle(aaautil::kLoad);
+        on_created() = nullptr;
+        unsigned joins = 0;
+        on_join() = [&] { ++joins; };
+        aaautil::lifecycle(aaautil::kUnload);
+        EXPECT_EQ(joins, 1u);
+        const Lines traces = fake::traces_of(0);
+        EXPECT_EQ(Lines(traces.end() - 4, traces.end()),
+                  (Lines{"AAA lib Thread about to exit", "Unloading libaaautil.dll",
+                         "Sending the async event to wakeup", "Done with sysdb con close"}));
     });
 }
 

@@ -131,16 +131,20 @@ void *worker(void *) {
 }
 
 void start_worker() noexcept {
-    worker_thread.store(0, std::memory_order_relaxed);
+    // In place of the handle until it is known; no thread has this one.
+    constexpr pthread_t kStarting = ~pthread_t{0};
     block_reserved_signals();
+    worker_thread.store(kStarting, std::memory_order_relaxed);
     pthread_t thread = 0;
     if (pthread_create(&thread, nullptr, worker, nullptr) != 0) {
+        worker_thread.store(0, std::memory_order_relaxed);
         return;  // goes unreported; the handle must not name a thread that never was
     }
-    // The handle is published by this thread: if the worker has ended already,
-    // unload joins a finished thread, which is what it should do.
     unjoined_thread = thread;
-    worker_thread.store(thread, std::memory_order_release);
+    // A worker that has ended by now has cleared the handle, and it stays cleared.
+    pthread_t expected = kStarting;
+    worker_thread.compare_exchange_strong(expected, thread, std::memory_order_release,
+                                          std::memory_order_relaxed);
 }
 
 // A forked child has no worker, and the mutex may stand locked by one that
