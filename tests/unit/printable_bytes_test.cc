@@ -16,7 +16,7 @@
 #include "aaa/method_lists.h"
 #include "aaa/result_codes.h"
 #include "aaa/server_keys.h"
-#include "support/fake_platform.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 

@@ -1,0 +1,33 @@
+# SPDX-License-Identifier: Apache-2.0
+#
+# How the sources of tests and fuzz targets are compiled. Most of the time that
+# a whole run takes is spent on them, and most of that on GoogleTest.
+#
+#   aaa_compile_tests()           for a folder: no optimisation under sanitizers,
+#                                 which is four times faster; the library and the
+#                                 platform, compiled elsewhere, stay optimised
+#   aaa_precompile_gtest(target)  GoogleTest's headers from one precompiled header
+
+option(AAA_PRECOMPILE "Precompile the headers of GoogleTest" ON)
+
+macro(aaa_compile_tests)
+  if(AAA_SANITIZE AND NOT AAA_BUILD_FUZZERS)
+    add_compile_options(-O0)
+  endif()
+endmacro()
+
+# Executables only: an object library is compiled with -fPIC, and a compiler
+# refuses a precompiled header that was made with other options.
+function(aaa_precompile_gtest target)
+  if(NOT AAA_PRECOMPILE)
+    return()
+  endif()
+  if(NOT TARGET aaa_precompiled_gtest)
+    set(source "${PROJECT_BINARY_DIR}/precompiled_gtest.cc")
+    file(CONFIGURE OUTPUT "${source}" CONTENT "int main() {}\n")
+    add_executable(aaa_precompiled_gtest EXCLUDE_FROM_ALL "${source}")
+    target_precompile_headers(aaa_precompiled_gtest PRIVATE <gtest/gtest.h>)
+    target_link_libraries(aaa_precompiled_gtest PRIVATE GTest::gtest aaa_warnings aaa_instrument)
+  endif()
+  target_precompile_headers(${target} REUSE_FROM aaa_precompiled_gtest)
+endfunction()
