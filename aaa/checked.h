@@ -52,7 +52,7 @@ extern "C" {
  *
  * On every failure the list is left empty, with the name it had.
  */
-AAA_API cerrno aaa_avpair_unpack_msg_checked(avlist *list, const char *msg, size_t avail);
+AAA_API_EXT cerrno aaa_avpair_unpack_msg_checked(avlist *list, const char *msg, size_t avail);
 
 /**
  * Copies the type data (task-map name, user-group text) out of a received session packet.
@@ -70,7 +70,7 @@ AAA_API cerrno aaa_avpair_unpack_msg_checked(avlist *list, const char *msg, size
  * - AAA_ERR_INVALID_MSG_TYPE: the packet's type carries no type data
  * - AAA_ERR_BUFFER_TOO_SMALL: @p len_out is the room that is needed, nothing copied
  */
-AAA_API cerrno aaa_sess_get_type_data_checked(const void *packet, size_t packet_len, void *out, size_t out_cap,
+AAA_API_EXT cerrno aaa_sess_get_type_data_checked(const void *packet, size_t packet_len, void *out, size_t out_cap,
                                               uint32_t *len_out);
 
 /**
@@ -89,7 +89,7 @@ AAA_API cerrno aaa_sess_get_type_data_checked(const void *packet, size_t packet_
  * - AAA_ERR_AVPAIR_NOT_FOUND: the list has no method list; @p count is 0
  * - AAA_ERR_BUFFER_TOO_SMALL: @p count is the number that is needed, nothing copied
  */
-AAA_API cerrno aaa_util_avlist_methodlist_copy(const avlist *list, uint32_t *dst, uint32_t capacity,
+AAA_API_EXT cerrno aaa_util_avlist_methodlist_copy(const avlist *list, uint32_t *dst, uint32_t capacity,
                                                uint32_t *count);
 
 /**
@@ -108,7 +108,7 @@ AAA_API cerrno aaa_util_avlist_methodlist_copy(const avlist *list, uint32_t *dst
  * - AAA_ERR_AVPAIR_NOT_FOUND: no such occurrence; @p len is 0
  * - AAA_ERR_BUFFER_TOO_SMALL: @p len is the room that is needed, nothing copied
  */
-AAA_API cerrno aaa_util_avlist_value_copy(const avlist *list, uint32_t type, uint32_t instance, void *dst,
+AAA_API_EXT cerrno aaa_util_avlist_value_copy(const avlist *list, uint32_t type, uint32_t instance, void *dst,
                                           size_t cap, uint32_t *len);
 
 /**
@@ -124,7 +124,7 @@ AAA_API cerrno aaa_util_avlist_value_copy(const avlist *list, uint32_t type, uin
  * @param[in] list list to look at; may be null
  * @return 1 when the list is well-formed, 0 when it is not or is null
  */
-AAA_API int aaa_avpair_list_is_sane(const avlist *list);
+AAA_API_EXT int aaa_avpair_list_is_sane(const avlist *list);
 
 #ifdef __cplusplus
 }

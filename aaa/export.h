@@ -4,14 +4,21 @@
 
 /**
  * @file
- * AAA_API marks every function and data object that libaaautil.so exports.
- * The library is built with hidden visibility; what carries this mark, what
- * the version script lists and what the built object exports are the same set.
+ * One of two marks precedes the declaration of every function and data object
+ * that libaaautil.so exports. It tells the symbol version:
+ *
+ * - AAA_API: AAAUTIL_1, the set that never changes.
+ * - AAA_API_EXT: AAAUTIL_EXT_1, what was added to it.
+ *
+ * The library is built with hidden visibility. The names that carry a mark,
+ * the names of the version script and the names that the built object exports
+ * are the same set.
  */
 #if defined(__GNUC__)
 #define AAA_API __attribute__((visibility("default")))
 #else
 #define AAA_API
 #endif
+#define AAA_API_EXT AAA_API
 
 #endif /* AAA_EXPORT_H */

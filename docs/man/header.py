@@ -3,13 +3,13 @@
 
 The headers have one manner, and this reader knows that manner, not C: a block
 opens with /**, stands directly before what it describes, and a declaration of
-an exported name begins in the first column, with AAA_API or PLATFORM_API if it is
-of a shared library.
+an exported name begins in the first column, with AAA_API, AAA_API_EXT or
+PLATFORM_API if it is of a shared library.
 """
 import re
 from dataclasses import dataclass, field
 
-EXPORT = re.compile(r"(?:AAA_API|PLATFORM_API)\s+(.*)")
+EXPORT = re.compile(r"(?:AAA_API\w*|PLATFORM_API)\s+(.*)")
 # In the headers of static libraries nothing is marked.
 UNMARKED = re.compile(r"((?!typedef|struct|enum|static|union)[\w\s*]+\b\w+\(.*\);)")
 
@@ -56,7 +56,7 @@ class Reader:
         self.lines = text.split("\n")
         self.at = 0
         self.header = Header(path)
-        self.unmarked = "_API " not in text
+        self.unmarked = not re.search(r"_API\w* ", text)
 
     def take_comment(self):
         start = self.at
@@ -162,6 +162,13 @@ def parameters(plain):
         else:
             current += char
     return parts + [current.strip()]
+
+
+def argument_name(part):
+    if part in ("void", "..."):
+        return part
+    callback = re.search(r"\(\*(\w+)\)", part)
+    return callback.group(1) if callback else re.search(r"(\w+)(?:\[\w*\])?$", part).group(1)
 
 
 def result_type(plain):
