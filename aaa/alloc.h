@@ -47,7 +47,7 @@ typedef struct aaa_malloc_rec {
     void    *address;   /**< of the block */
     uint32_t size;      /**< bytes; of one element for aaa_util_calloc() */
     uint32_t line;      /**< as given by the caller */
-    char     name[256]; /**< as given by the caller, cut to what a bounded copy of 255 keeps; "(null)" for a null */
+    char     name[256]; /**< the caller's, as a bounded copy of 255 keeps it; "(null)" for a null */
 } aaa_malloc_rec_t;
 static_assert(sizeof(aaa_malloc_rec_t) == 280, "layout of aaa_malloc_rec_t");
 static_assert(offsetof(aaa_malloc_rec_t, link) == 0, "layout of aaa_malloc_rec_t");
@@ -62,7 +62,7 @@ enum aaa_debug_flag {
     AAA_DBG_REQUEST = 1,       /**< failures while composing requests, lookups of method lists */
     AAA_DBG_MESSAGE = 2,       /**< composition of messages */
     AAA_DBG_AUTHOR_DATA = 3,   /**< composition of authorization and accounting data */
-    AAA_DBG_LINES_SESSION = 5, /**< lines, event connections, method lists and their notifications, session packets */
+    AAA_DBG_LINES_SESSION = 5, /**< lines, event connections, method lists, session packets */
     AAA_DBG_SERVER_GROUP = 6,  /**< verification and configuration of server groups */
     AAA_DBG_AVLIST = 8,        /**< attribute lists and the typed accessors */
     AAA_DBG_MALLOC = 9,        /**< the wrappers below */

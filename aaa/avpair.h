@@ -49,7 +49,7 @@ typedef struct avlist {
     uint32_t         reserved0; /**< zero on creation; an unpacked list keeps the big-endian flat length here */
     uint8_t          marker;    /**< byte 4: set by no list operation, compared by aaa_avpair_compare_lists */
     uint8_t          reserved5;
-    uint16_t         av_cnt; /**< live pairs; raw big-endian bytes after unpacking: test it against zero, never count with it */
+    uint16_t         av_cnt; /**< live pairs; big-endian after unpacking: test it against zero, never count with it */
     avpair_buffer_t *avpair_first_buf;
     avpair_buffer_t *avpair_last_buf;
     char             av_name[31]; /**< NUL-terminated, at most 30 characters */

@@ -30,7 +30,7 @@ enum aaa_format {
     AAA_FORMAT_STRING = 0,  /**< text, with a NUL when its adder stores one */
     AAA_FORMAT_INTEGER = 1, /**< one 32-bit integer, in host order in memory */
     AAA_FORMAT_BINARY = 2,  /**< bytes */
-    AAA_FORMAT_IPADDR = 3   /**< IPv4 address as a 32-bit integer, most significant byte first in its dotted form */
+    AAA_FORMAT_IPADDR = 3   /**< IPv4 address as an integer; its highest byte is first in the dotted form */
 };
 
 /** The highest type. It names no attribute; as the type of a pair it marks the pair as deleted. */

@@ -129,7 +129,7 @@ enum aaa_request {
     AAA_REQ_CFG_RADSVR = 17, AAA_REQ_CFG_SVRGRP = 18, AAA_REQ_CFG_SVR_IN_SG = 19, AAA_REQ_CFG_VRF_IN_SG = 20,
     AAA_REQ_CFG_SRC_INTF = 21, AAA_REQ_CFG_AUTHENLIST = 22, AAA_REQ_CFG_AUTHORLIST = 23,
     AAA_REQ_COMPOSED_INCREMENT = 24, /**< what is sent to increment a reference count */
-    AAA_REQ_COMPOSED_DECREMENT = 25, /**< what is sent to decrement it; described as "increment refcount": kept */
+    AAA_REQ_COMPOSED_DECREMENT = 25, /**< sent to decrement it; described as "increment refcount": kept */
     AAA_REQ_DESC_INCREMENT = 25,     /**< the type described as "increment refcount" */
     AAA_REQ_DESC_DECREMENT = 26,     /**< the type described as "decrement refcount" */
     AAA_REQ_LDAP_POLICY_SEARCH = 27  /**< has no description: kept */
