@@ -52,7 +52,7 @@ extern "C" {
  * (inbound) or id, data (outbound).
  */
 typedef struct aaa_chap_data {
-    uint8_t  id;           /**< CHAP identifier */
+    uint8_t id;            /**< CHAP identifier */
     uint8_t *data;         /**< inbound: the challenge; outbound: everything behind the id */
     uint32_t data_len;     /**< bytes */
     uint8_t *response;     /**< inbound only */
@@ -76,23 +76,23 @@ static_assert(offsetof(aaa_chap_data_t, response_len) == 32, "layout of aaa_chap
  * (34 KB): mind small stacks.
  */
 typedef struct aaa_rsa_params {
-    char    *username;       /**< 257, filled by the getter only */
-    uint8_t *signature;      /**< 56 */
-    uint32_t signature_len;  /**< bytes */
-    uint8_t *indata;         /**< 57 */
-    uint32_t indata_len;     /**< bytes */
-    uint8_t *session_id;     /**< 59 */
-    uint32_t session_id_len; /**< bytes */
-    uint32_t pubkey_type;    /**< 65 */
-    char     trustpoint_names[AAA_RSA_TRUSTPOINTS][AAA_RSA_NAME_LEN];         /**< 66 */
-    uint32_t trustpoint_count;                                                /**< names used */
-    uint32_t username_fields;                                                 /**< 67 */
-    char     openssh_trustpoint_names[AAA_RSA_OPENSSH_TPS][AAA_RSA_NAME_LEN]; /**< 80 */
-    uint32_t openssh_trustpoint_count;                                        /**< names used */
-    char     openssh_host_trustpoint_name[AAA_RSA_NAME_LEN];                  /**< 85 */
-    char     hiba_authorization_role[AAA_RSA_HIBA_ROLE_LEN];                  /**< 86 */
-    char     sign_algname[AAA_RSA_NAME_LEN];                                  /**< 88 */
-    uint8_t  hiba_authorization_enable;                                       /**< 89 */
+    char *username;                                               /**< 257, filled by the getter only */
+    uint8_t *signature;                                           /**< 56 */
+    uint32_t signature_len;                                       /**< bytes */
+    uint8_t *indata;                                              /**< 57 */
+    uint32_t indata_len;                                          /**< bytes */
+    uint8_t *session_id;                                          /**< 59 */
+    uint32_t session_id_len;                                      /**< bytes */
+    uint32_t pubkey_type;                                         /**< 65 */
+    char trustpoint_names[AAA_RSA_TRUSTPOINTS][AAA_RSA_NAME_LEN]; /**< 66 */
+    uint32_t trustpoint_count;                                    /**< names used */
+    uint32_t username_fields;                                     /**< 67 */
+    char openssh_trustpoint_names[AAA_RSA_OPENSSH_TPS][AAA_RSA_NAME_LEN]; /**< 80 */
+    uint32_t openssh_trustpoint_count;                                    /**< names used */
+    char openssh_host_trustpoint_name[AAA_RSA_NAME_LEN];                  /**< 85 */
+    char hiba_authorization_role[AAA_RSA_HIBA_ROLE_LEN];                  /**< 86 */
+    char sign_algname[AAA_RSA_NAME_LEN];                                  /**< 88 */
+    uint8_t hiba_authorization_enable;                                    /**< 89 */
 } aaa_rsa_params_t;
 static_assert(sizeof(aaa_rsa_params_t) == 34824, "layout of aaa_rsa_params_t");
 static_assert(offsetof(aaa_rsa_params_t, username) == 0, "layout of aaa_rsa_params_t");
@@ -108,7 +108,8 @@ static_assert(offsetof(aaa_rsa_params_t, trustpoint_count) == 1336, "layout of a
 static_assert(offsetof(aaa_rsa_params_t, username_fields) == 1340, "layout of aaa_rsa_params_t");
 static_assert(offsetof(aaa_rsa_params_t, openssh_trustpoint_names) == 1344, "layout of aaa_rsa_params_t");
 static_assert(offsetof(aaa_rsa_params_t, openssh_trustpoint_count) == 34112, "layout of aaa_rsa_params_t");
-static_assert(offsetof(aaa_rsa_params_t, openssh_host_trustpoint_name) == 34116, "layout of aaa_rsa_params_t");
+static_assert(offsetof(aaa_rsa_params_t, openssh_host_trustpoint_name) == 34116,
+              "layout of aaa_rsa_params_t");
 static_assert(offsetof(aaa_rsa_params_t, hiba_authorization_role) == 34244, "layout of aaa_rsa_params_t");
 static_assert(offsetof(aaa_rsa_params_t, sign_algname) == 34694, "layout of aaa_rsa_params_t");
 static_assert(offsetof(aaa_rsa_params_t, hiba_authorization_enable) == 34822, "layout of aaa_rsa_params_t");
@@ -128,7 +129,8 @@ static_assert(offsetof(aaa_rsa_params_t, hiba_authorization_enable) == 34822, "l
  *         AAA_ERR_INVALID_ARG: list or value is null.
  *         AAA_ERR_NOMEM: no memory.
  */
-AAA_API cerrno aaa_util_avpair_add_attr(avlist *list, uint32_t type, const void *value, uint32_t length, uint32_t tag);
+AAA_API cerrno aaa_util_avpair_add_attr(avlist *list, uint32_t type, const void *value, uint32_t length,
+                                        uint32_t tag);
 
 /**
  * Appends a pair as aaa_util_avpair_add_attr() does, with flags of the caller's.
@@ -142,7 +144,8 @@ AAA_API cerrno aaa_util_avpair_add_attr(avlist *list, uint32_t type, const void 
  * Ownership: *Copied in*: the value.
  * @return As aaa_util_avpair_add_attr().
  */
-AAA_API cerrno aaa_util_avpair_add_attr_onep(avlist *list, uint32_t type, const void *value, uint32_t length, uint32_t tag, avpair_flags_t flags);
+AAA_API cerrno aaa_util_avpair_add_attr_onep(avlist *list, uint32_t type, const void *value, uint32_t length,
+                                             uint32_t tag, avpair_flags_t flags);
 
 /**
  * Replaces a pair of any type: aaa_avpair_update() with length before tag in the argument list.
@@ -157,7 +160,8 @@ AAA_API cerrno aaa_util_avpair_add_attr_onep(avlist *list, uint32_t type, const 
  * Ownership: *Copied in*: the value.
  * @return As aaa_avpair_update().
  */
-AAA_API cerrno aaa_util_avpair_update(uint32_t type, avpair_flags_t flags, void *value, uint32_t length, uint32_t tag, uint32_t instance, avlist *list);
+AAA_API cerrno aaa_util_avpair_update(uint32_t type, avpair_flags_t flags, void *value, uint32_t length,
+                                      uint32_t tag, uint32_t instance, avlist *list);
 
 /* ---- Storing ---- */
 

@@ -30,8 +30,8 @@ extern "C" {
 
 /** Head of a queue of the platform. The records are linked through their first pointer, the last one's is null. */
 typedef struct aaa_queue {
-    void    *head;    /**< first record, or null */
-    void    *tail;    /**< last record, or null */
+    void *head;       /**< first record, or null */
+    void *tail;       /**< last record, or null */
     uint32_t count;   /**< records in the queue */
     uint32_t maximum; /**< 0: no limit */
 } aaa_queue_t;
@@ -43,11 +43,11 @@ static_assert(offsetof(aaa_queue_t, maximum) == 20, "layout of aaa_queue_t");
 
 /** Record of a live block. */
 typedef struct aaa_malloc_rec {
-    void    *link;      /**< next record */
-    void    *address;   /**< of the block */
-    uint32_t size;      /**< bytes; of one element for aaa_util_calloc() */
-    uint32_t line;      /**< as given by the caller */
-    char     name[256]; /**< the caller's, as a bounded copy of 255 keeps it; "(null)" for a null */
+    void *link;     /**< next record */
+    void *address;  /**< of the block */
+    uint32_t size;  /**< bytes; of one element for aaa_util_calloc() */
+    uint32_t line;  /**< as given by the caller */
+    char name[256]; /**< the caller's, as a bounded copy of 255 keeps it; "(null)" for a null */
 } aaa_malloc_rec_t;
 static_assert(sizeof(aaa_malloc_rec_t) == 280, "layout of aaa_malloc_rec_t");
 static_assert(offsetof(aaa_malloc_rec_t, link) == 0, "layout of aaa_malloc_rec_t");

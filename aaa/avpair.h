@@ -46,14 +46,14 @@ typedef struct avpair_buffer avpair_buffer_t;
 
 /** A list. */
 typedef struct avlist {
-    uint32_t         reserved0; /**< zero on creation; an unpacked list keeps the big-endian flat length here */
-    uint8_t          marker;    /**< byte 4: set by no list operation, compared by aaa_avpair_compare_lists */
-    uint8_t          reserved5;
-    uint16_t         av_cnt; /**< live pairs; big-endian after unpacking: test it against zero, never count with it */
+    uint32_t reserved0; /**< zero on creation; an unpacked list keeps the big-endian flat length here */
+    uint8_t marker;     /**< byte 4: set by no list operation, compared by aaa_avpair_compare_lists */
+    uint8_t reserved5;
+    uint16_t av_cnt; /**< live pairs; big-endian after unpacking: test it against zero, never count with it */
     avpair_buffer_t *avpair_first_buf;
     avpair_buffer_t *avpair_last_buf;
-    char             av_name[31]; /**< NUL-terminated, at most 30 characters */
-    uint8_t          pad55;
+    char av_name[31]; /**< NUL-terminated, at most 30 characters */
+    uint8_t pad55;
 } avlist;
 static_assert(sizeof(avlist) == 56, "the record opens every packed list");
 static_assert(offsetof(avlist, reserved0) == 0, "layout of avlist");
@@ -67,10 +67,10 @@ static_assert(offsetof(avlist, pad55) == 55, "layout of avlist");
 
 /** Head of a pair; av_len value bytes follow at offset 16, the next pair 4-aligned after them. */
 typedef struct avpair {
-    avpair_type_t    av_type; /**< AAA_ATTR_MAX marks a deleted pair */
-    uint32_t         av_tag;
+    avpair_type_t av_type; /**< AAA_ATTR_MAX marks a deleted pair */
+    uint32_t av_tag;
     avpair_val_len_t av_len;
-    avpair_flags_t   av_flags; /**< the bits belong to the callers */
+    avpair_flags_t av_flags; /**< the bits belong to the callers */
 } avpair_t;
 static_assert(sizeof(avpair_t) == 16, "the head opens every pair of a packed list");
 static_assert(offsetof(avpair_t, av_type) == 0, "layout of avpair_t");
@@ -83,9 +83,9 @@ struct avpair_buffer {
     struct {
         avpair_buffer_t *prev;
         avpair_buffer_t *next;
-        unsigned char   *free_mem; /**< first unused byte, 4-aligned */
-        uint32_t         buf_size; /**< whole block, header included, multiple of 4, at least 512 */
-        uint32_t         pad28;
+        unsigned char *free_mem; /**< first unused byte, 4-aligned */
+        uint32_t buf_size;       /**< whole block, header included, multiple of 4, at least 512 */
+        uint32_t pad28;
     } hdr;
 };
 static_assert(sizeof(avpair_buffer_t) == 32, "pairs begin at byte 32 of a buffer");
@@ -114,7 +114,7 @@ static_assert(offsetof(avpair_mem_stats_t, used_mem) == 8, "layout of avpair_mem
 typedef struct aaa_avpair_iterator {
     avpair_buffer_t *curr_buf; /**< buffer that holds the current pair */
     avpair_buffer_t *last_buf; /**< last buffer of the list when the walk began; the walk ends with it */
-    avpair_t        *curr_avp; /**< current pair */
+    avpair_t *curr_avp;        /**< current pair */
 } aaa_avpair_iterator_t;
 static_assert(sizeof(aaa_avpair_iterator_t) == 24, "layout of aaa_avpair_iterator_t");
 static_assert(offsetof(aaa_avpair_iterator_t, curr_buf) == 0, "layout of aaa_avpair_iterator_t");
@@ -192,13 +192,15 @@ AAA_API int aaa_avpair_is_deleted(const avpair_t *pair);
  *         AAA_ERR_INVALID_ARG: list is null, or value is null and len is not 0.
  *         AAA_ERR_NOMEM: no memory, or a pair too large for a buffer.
  */
-AAA_API cerrno aaa_avpair_add(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len, avlist *list);
+AAA_API cerrno aaa_avpair_add(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len,
+                              avlist *list);
 
 /**
  * Appends a pair as aaa_avpair_add() does, with len before tag in the argument
  * list and a trace line without the numeric type. Both orders are in use.
  */
-AAA_API cerrno aaa_avpair_add_with_tag(uint32_t type, uint32_t flags, const void *value, uint32_t len, uint32_t tag, avlist *list);
+AAA_API cerrno aaa_avpair_add_with_tag(uint32_t type, uint32_t flags, const void *value, uint32_t len,
+                                       uint32_t tag, avlist *list);
 
 /**
  * Tells how many buffers and bytes a list occupies. The record itself is not counted.
@@ -259,7 +261,8 @@ AAA_API avpair_t *aaa_avpair_get_adjacent(const avpair_t *pair);
  *         AAA_ERR_AVPAIR_NOT_FOUND: not that many pairs of the type.
  *         AAA_ERR_INVALID_ARG: list is null (nothing is traced then).
  */
-AAA_API cerrno aaa_avpair_find_type(uint32_t type, avpair_flags_t *flags, void **value, uint32_t *len, uint32_t instance, const avlist *list);
+AAA_API cerrno aaa_avpair_find_type(uint32_t type, avpair_flags_t *flags, void **value, uint32_t *len,
+                                    uint32_t instance, const avlist *list);
 
 /**
  * Finds a pair by its place among the live pairs.
@@ -277,7 +280,8 @@ AAA_API cerrno aaa_avpair_find_type(uint32_t type, avpair_flags_t *flags, void *
  *         AAA_ERR_AVPAIR_NOT_FOUND: the list has no more than index live pairs.
  *         AAA_ERR_INVALID_ARG: list is null.
  */
-AAA_API cerrno aaa_avpair_find_index(uint32_t index, uint32_t *type, avpair_flags_t *flags, void **value, uint32_t *tag, uint32_t *len, const avlist *list);
+AAA_API cerrno aaa_avpair_find_index(uint32_t index, uint32_t *type, avpair_flags_t *flags, void **value,
+                                     uint32_t *tag, uint32_t *len, const avlist *list);
 
 /* ---- Deletion and update: they spend every iterator and value address of the list ---- */
 
@@ -304,7 +308,8 @@ AAA_API cerrno aaa_avpair_delete_by_iterator(aaa_avpair_iterator_t *it, avlist *
  *         AAA_ERR_AVPAIR_NOT_FOUND: not that many pairs of the type.
  *         AAA_ERR_INVALID_ARG: list is null.
  */
-AAA_API cerrno aaa_avpair_delete_by_type_instance(uint32_t type, uint32_t instance, avlist *list, avpair_flags_t *flags);
+AAA_API cerrno aaa_avpair_delete_by_type_instance(uint32_t type, uint32_t instance, avlist *list,
+                                                  avpair_flags_t *flags);
 
 /**
  * Deletes the first pair that has a given type and value.
@@ -317,7 +322,8 @@ AAA_API cerrno aaa_avpair_delete_by_type_instance(uint32_t type, uint32_t instan
  *         AAA_ERR_AVPAIR_NOT_FOUND: no such pair.
  *         AAA_ERR_INVALID_ARG: list is null, or value is null and len is not 0.
  */
-AAA_API cerrno aaa_avpair_delete_by_type_value(avpair_type_t findtype, void *value, avpair_val_len_t len, avlist *list, avpair_flags_t *flags);
+AAA_API cerrno aaa_avpair_delete_by_type_value(avpair_type_t findtype, void *value, avpair_val_len_t len,
+                                               avlist *list, avpair_flags_t *flags);
 
 /**
  * Changes the pair at a position.
@@ -341,7 +347,8 @@ AAA_API cerrno aaa_avpair_delete_by_type_value(avpair_type_t findtype, void *val
  *         AAA_ERR_NOMEM: no memory; the old pair is deleted then and nothing is added, unless the value
  *         lay in the list itself and no copy could be made: then the list is as it was.
  */
-AAA_API cerrno aaa_avpair_update_by_iterator(aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value, uint32_t tag, uint32_t len, avlist *list);
+AAA_API cerrno aaa_avpair_update_by_iterator(aaa_avpair_iterator_t *it, avpair_flags_t flags,
+                                             const void *value, uint32_t tag, uint32_t len, avlist *list);
 
 /**
  * Changes a pair found by its type and occurrence as aaa_avpair_update_by_iterator() does,
@@ -360,7 +367,8 @@ AAA_API cerrno aaa_avpair_update_by_iterator(aaa_avpair_iterator_t *it, avpair_f
  *         AAA_ERR_INVALID_ARG: list is null (nothing is traced then), or value is null and the pair exists.
  *         AAA_ERR_NOMEM: as with aaa_avpair_update_by_iterator().
  */
-AAA_API cerrno aaa_avpair_update(uint32_t type, uint32_t flags, void *value, uint32_t tag, uint32_t len, uint32_t instance, avlist *list);
+AAA_API cerrno aaa_avpair_update(uint32_t type, uint32_t flags, void *value, uint32_t tag, uint32_t len,
+                                 uint32_t instance, avlist *list);
 
 /* ---- Packing and unpacking: docs/wire-format.md shows both forms byte by byte ---- */
 
@@ -541,7 +549,8 @@ AAA_API cerrno aaa_avpair_update_list_from_list(const avlist *src, avlist *tgt);
  * @return AAA_OK: done.
  *         AAA_ERR_INVALID_ARG: a list is null.
  */
-AAA_API cerrno aaa_avpair_update_list_from_list_by_flags(const avlist *src, avlist *tgt, avpair_flags_t flags);
+AAA_API cerrno aaa_avpair_update_list_from_list_by_flags(const avlist *src, avlist *tgt,
+                                                         avpair_flags_t flags);
 
 /**
  * Appends every pair of a list that has one of the given flag bits to a second
@@ -636,7 +645,8 @@ AAA_API void dump_iovs(const char *name, const iov_t *iov, int count);
  *
  * Ownership: *Borrowed*: the text that the printer gets, until it returns.
  */
-AAA_API void aaa_dump_pkt_buffer(const char *label, uint32_t flag, const unsigned char *buf, int len, aaa_line_printer_t printer);
+AAA_API void aaa_dump_pkt_buffer(const char *label, uint32_t flag, const unsigned char *buf, int len,
+                                 aaa_line_printer_t printer);
 
 #ifdef __cplusplus
 }

@@ -70,8 +70,8 @@ AAA_API_EXT cerrno aaa_avpair_unpack_msg_checked(avlist *list, const char *msg, 
  * - AAA_ERR_INVALID_MSG_TYPE: the packet's type carries no type data
  * - AAA_ERR_BUFFER_TOO_SMALL: @p len_out is the room that is needed, nothing copied
  */
-AAA_API_EXT cerrno aaa_sess_get_type_data_checked(const void *packet, size_t packet_len, void *out, size_t out_cap,
-                                              uint32_t *len_out);
+AAA_API_EXT cerrno aaa_sess_get_type_data_checked(const void *packet, size_t packet_len, void *out,
+                                                  size_t out_cap, uint32_t *len_out);
 
 /**
  * Copies the stored method list (attribute 17) as 32-bit method values.
@@ -90,7 +90,7 @@ AAA_API_EXT cerrno aaa_sess_get_type_data_checked(const void *packet, size_t pac
  * - AAA_ERR_BUFFER_TOO_SMALL: @p count is the number that is needed, nothing copied
  */
 AAA_API_EXT cerrno aaa_util_avlist_methodlist_copy(const avlist *list, uint32_t *dst, uint32_t capacity,
-                                               uint32_t *count);
+                                                   uint32_t *count);
 
 /**
  * Copies the value of one attribute.
@@ -109,7 +109,7 @@ AAA_API_EXT cerrno aaa_util_avlist_methodlist_copy(const avlist *list, uint32_t 
  * - AAA_ERR_BUFFER_TOO_SMALL: @p len is the room that is needed, nothing copied
  */
 AAA_API_EXT cerrno aaa_util_avlist_value_copy(const avlist *list, uint32_t type, uint32_t instance, void *dst,
-                                          size_t cap, uint32_t *len);
+                                              size_t cap, uint32_t *len);
 
 /**
  * Tells whether a list is well-formed, without stopping the process when it is not.

@@ -35,26 +35,26 @@ extern "C" {
  * the record itself came from malloc and is freed that way.
  */
 typedef struct aaa_usercred {
-    char            *username;         /**< owned; 257 */
-    char            *password;         /**< owned; 258 */
-    char            *text3;            /**< owned; carried along, goes nowhere */
-    char            *ttyname;          /**< owned; 20, at most 31 characters */
-    char            *remote_addr;      /**< owned; 37, at most 255 characters; may be filled by the library */
-    uint32_t         ifh;              /**< 22 when not 0 */
-    uint32_t         ipaddr;           /**< 264 when not 0 */
-    aaa_chap_data_t *chap_data;        /**< owned, with its data and response; 256, 1815, 14 or 15 */
-    void            *task_table;       /**< owned by a source, borrowed by a copy; aaa_destroy_task_table() */
-    uint32_t         line_category;    /**< filled by the platform's aaa_util_check_linetype() */
-    char             line_detail[32];  /**< likewise; traced only */
-    char             line_detail2[32]; /**< likewise; traced only */
-    uint32_t         authen_method;    /**< 39 */
-    avlist          *state_args;       /**< pairs for requests other than accounting; not copied, not freed */
-    avlist          *attr_list;        /**< owned; further pairs, not added to requests */
-    uint32_t         is_copy;          /**< 1 in a record made by aaa_util_copy_usercred() */
-    avlist          *in_attr_list;     /**< pairs for service 26; shared by copies, not freed */
-    uint32_t         unique_id;        /**< 1072 for service 26 */
-    char            *tty_mnemonic;     /**< 61, at most 31 characters; shared by copies, not freed */
-    uint32_t         user_db_flag;     /**< 62 */
+    char *username;             /**< owned; 257 */
+    char *password;             /**< owned; 258 */
+    char *text3;                /**< owned; carried along, goes nowhere */
+    char *ttyname;              /**< owned; 20, at most 31 characters */
+    char *remote_addr;          /**< owned; 37, at most 255 characters; may be filled by the library */
+    uint32_t ifh;               /**< 22 when not 0 */
+    uint32_t ipaddr;            /**< 264 when not 0 */
+    aaa_chap_data_t *chap_data; /**< owned, with its data and response; 256, 1815, 14 or 15 */
+    void *task_table;           /**< owned by a source, borrowed by a copy; aaa_destroy_task_table() */
+    uint32_t line_category;     /**< filled by the platform's aaa_util_check_linetype() */
+    char line_detail[32];       /**< likewise; traced only */
+    char line_detail2[32];      /**< likewise; traced only */
+    uint32_t authen_method;     /**< 39 */
+    avlist *state_args;         /**< pairs for requests other than accounting; not copied, not freed */
+    avlist *attr_list;          /**< owned; further pairs, not added to requests */
+    uint32_t is_copy;           /**< 1 in a record made by aaa_util_copy_usercred() */
+    avlist *in_attr_list;       /**< pairs for service 26; shared by copies, not freed */
+    uint32_t unique_id;         /**< 1072 for service 26 */
+    char *tty_mnemonic;         /**< 61, at most 31 characters; shared by copies, not freed */
+    uint32_t user_db_flag;      /**< 62 */
 } aaa_usercred_t;
 static_assert(sizeof(aaa_usercred_t) == 192, "layout of aaa_usercred_t");
 static_assert(offsetof(aaa_usercred_t, username) == 0, "layout of aaa_usercred_t");
@@ -118,8 +118,8 @@ static_assert(offsetof(aaa_authen_req_t, attrs) == 0, "layout of aaa_authen_req_
 
 /** An authorization request that the library keeps. */
 typedef struct aaa_author_req {
-    void   *field[11]; /**< the maker's own; zero in a copy */
-    avlist *attrs;     /**< owned, may be null */
+    void *field[11]; /**< the maker's own; zero in a copy */
+    avlist *attrs;   /**< owned, may be null */
 } aaa_author_req_t;
 static_assert(sizeof(aaa_author_req_t) == 96, "layout of aaa_author_req_t");
 static_assert(offsetof(aaa_author_req_t, field) == 0, "layout of aaa_author_req_t");
@@ -160,7 +160,8 @@ static_assert(offsetof(aaa_author_req_t, attrs) == 88, "layout of aaa_author_req
  *         AAA_ERR_INVALID_ARG: cred or list is null.
  *         AAA_ERR_NOMEM: no memory. State arguments and pairs of in_attr_list that cannot be copied are traced only.
  */
-AAA_API cerrno aaa_util_add_usercred_in_avlist(aaa_usercred_t *cred, avlist *list, int32_t service, uint32_t reserved, uint32_t type);
+AAA_API cerrno aaa_util_add_usercred_in_avlist(aaa_usercred_t *cred, avlist *list, int32_t service,
+                                               uint32_t reserved, uint32_t type);
 
 /**
  * Adds the service attributes of a command authorization or of a management request to its list.
@@ -230,7 +231,8 @@ AAA_API cerrno aaa_lib_update_mnemonic_and_flags(aaa_usercred_t *cred, avlist *l
  *         AAA_ERR_INVALID_ARG: source or out is null, or CHAP data have a length and no bytes.
  *         AAA_ERR_NOMEM: no memory.
  */
-AAA_API cerrno aaa_util_copy_usercred(const aaa_usercred_t *source, aaa_usercred_t **out, int32_t service, uint32_t suppress, uint32_t type);
+AAA_API cerrno aaa_util_copy_usercred(const aaa_usercred_t *source, aaa_usercred_t **out, int32_t service,
+                                      uint32_t suppress, uint32_t type);
 
 /**
  * Frees a user's credentials and what they own.

@@ -45,7 +45,7 @@ enum aaa_attr {
 /** @cond the rows bring the enumerators */
 #define AAA_ATTRIBUTE(type, format, name) name = (type),
 #include "aaa/dictionary.def"
-/** @endcond */
+    /** @endcond */
     AAA_ATTR_ENUM_END_ = AAA_ATTR_MAX /**< no attribute; closes the enumeration */
 };
 
@@ -56,10 +56,10 @@ enum aaa_attr {
 
 /** Row of the dictionary. */
 typedef struct aaa_table_row {
-    uint32_t    type;     /**< the row's own index */
-    uint32_t    format;   /**< enum aaa_format; in rows without an attribute 0, but 1 in row 809 */
-    uint64_t    no_entry; /**< 0: an attribute; 1: none */
-    const char *name;     /**< null in a row without an attribute */
+    uint32_t type;     /**< the row's own index */
+    uint32_t format;   /**< enum aaa_format; in rows without an attribute 0, but 1 in row 809 */
+    uint64_t no_entry; /**< 0: an attribute; 1: none */
+    const char *name;  /**< null in a row without an attribute */
 } aaa_table_row_t;
 static_assert(sizeof(aaa_table_row_t) == 24, "layout of aaa_table_row_t");
 static_assert(offsetof(aaa_table_row_t, type) == 0, "layout of aaa_table_row_t");
@@ -72,9 +72,9 @@ typedef struct aaa_ip_addr {
     uint8_t family;  /**< 2: IPv4; others are taken for IPv6 and handed to the platform as they are */
     uint8_t pad1[3]; /**< not used */
     union {
-        uint32_t v4;        /**< the first 4 address bytes, as they stand */
-        uint8_t  bytes[16]; /**< network order; IPv4 uses the first 4 */
-    } addr;                 /**< the address */
+        uint32_t v4;       /**< the first 4 address bytes, as they stand */
+        uint8_t bytes[16]; /**< network order; IPv4 uses the first 4 */
+    } addr;                /**< the address */
 } aaa_ip_addr_t;
 static_assert(sizeof(aaa_ip_addr_t) == 20, "layout of aaa_ip_addr_t");
 static_assert(offsetof(aaa_ip_addr_t, family) == 0, "layout of aaa_ip_addr_t");
@@ -122,7 +122,8 @@ AAA_API uint32_t aaa_attribute_format(int32_t type);
  * Ownership: the caller's buffer is *Borrowed* for the call.
  * @return buffer.
  */
-AAA_API char *aaa_util_print_attr(uint32_t type, uint32_t length, avpair_flags_t flags, const void *value, char *buffer, uint32_t size);
+AAA_API char *aaa_util_print_attr(uint32_t type, uint32_t length, avpair_flags_t flags, const void *value,
+                                  char *buffer, uint32_t size);
 
 /**
  * Writes an IPv4 address in its dotted form.

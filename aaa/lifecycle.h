@@ -57,7 +57,8 @@ AAA_API extern uint64_t aaa_cfg_sysdb_connid;
  *         AAA_ERR_INVALID_ARG: evm or conn_out is null.
  *         Another code: the event manager's own.
  */
-AAA_API cerrno aaa_util_ecm_sysdb_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb, aaa_event_cb_t down_cb, void *ctx);
+AAA_API cerrno aaa_util_ecm_sysdb_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb,
+                                       aaa_event_cb_t down_cb, void *ctx);
 
 /**
  * Opens a file-descriptor-type event connection.
@@ -75,7 +76,8 @@ AAA_API cerrno aaa_util_ecm_sysdb_conn(void *evm, void **conn_out, aaa_event_cb_
  *         AAA_ERR_INVALID_ARG: evm or conn_out is null.
  *         Another code: the event manager's own.
  */
-AAA_API cerrno aaa_util_ecm_fd_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb, aaa_event_cb_t handler_cb, void *ctx);
+AAA_API cerrno aaa_util_ecm_fd_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb,
+                                    aaa_event_cb_t handler_cb, void *ctx);
 
 #ifdef __cplusplus
 }

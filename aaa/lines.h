@@ -99,7 +99,8 @@ AAA_API int aaa_is_tty(const char *device);
  * - an errno value, or a code of the line editor: the terminal could not be
  *   opened or switched over, or the editor refused its settings
  */
-AAA_API cerrno aaa_util_read_input(const char *prompt, char *buf, uint32_t len, uint32_t timeout_s, uint32_t flags);
+AAA_API cerrno aaa_util_read_input(const char *prompt, char *buf, uint32_t len, uint32_t timeout_s,
+                                   uint32_t flags);
 
 #ifdef __cplusplus
 }

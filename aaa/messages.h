@@ -5,12 +5,12 @@
 #include <assert.h>
 #include <stddef.h>
 
-#include "aaa/export.h"
-#include "aaa/types.h"
 #include "aaa/avpair.h"
 #include "aaa/credentials.h"
 #include "aaa/dictionary.h"
+#include "aaa/export.h"
 #include "aaa/session_packets.h"
+#include "aaa/types.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -72,11 +72,11 @@ extern "C" {
 
 /** Request header record, caller-owned. */
 typedef struct aaa_req_hdr {
-    uint8_t  transport0[20]; /**< never written */
-    uint32_t type;           /**< offset 20, host order */
-    uint8_t  transport24[8]; /**< never written */
-    uint32_t param;          /**< offset 32, network order once composed (host order in the server-side disconnect) */
-    uint32_t fixed36;        /**< fourth word of the 40-byte element, not written */
+    uint8_t transport0[20]; /**< never written */
+    uint32_t type;          /**< offset 20, host order */
+    uint8_t transport24[8]; /**< never written */
+    uint32_t param; /**< offset 32, network order once composed (host order in the server-side disconnect) */
+    uint32_t fixed36; /**< fourth word of the 40-byte element, not written */
 } aaa_req_hdr_t;
 static_assert(sizeof(aaa_req_hdr_t) == 40, "layout of aaa_req_hdr_t");
 static_assert(offsetof(aaa_req_hdr_t, transport0) == 0, "layout of aaa_req_hdr_t");
@@ -87,14 +87,14 @@ static_assert(offsetof(aaa_req_hdr_t, fixed36) == 36, "layout of aaa_req_hdr_t")
 
 /** Connect message, one 72-byte element. */
 typedef struct aaa_conn_msg {
-    uint8_t  transport0[20]; /**< never written */
-    uint32_t type;           /**< 0 */
-    uint8_t  transport24[8]; /**< never written */
-    uint32_t version;        /**< 2, network order */
-    uint32_t zero36;         /**< 0, network order */
-    uint32_t value[6];       /**< network order */
-    uint32_t str1_len;       /**< network order, without terminator */
-    uint32_t unwritten;      /**< not written */
+    uint8_t transport0[20]; /**< never written */
+    uint32_t type;          /**< 0 */
+    uint8_t transport24[8]; /**< never written */
+    uint32_t version;       /**< 2, network order */
+    uint32_t zero36;        /**< 0, network order */
+    uint32_t value[6];      /**< network order */
+    uint32_t str1_len;      /**< network order, without terminator */
+    uint32_t unwritten;     /**< not written */
 } aaa_conn_msg_t;
 static_assert(sizeof(aaa_conn_msg_t) == 72, "layout of aaa_conn_msg_t");
 static_assert(offsetof(aaa_conn_msg_t, transport0) == 0, "layout of aaa_conn_msg_t");
@@ -108,10 +108,10 @@ static_assert(offsetof(aaa_conn_msg_t, unwritten) == 68, "layout of aaa_conn_msg
 
 /** Reply header record, caller-owned. */
 typedef struct aaa_reply_hdr {
-    uint8_t  transport0[20]; /**< never written */
-    uint32_t status;         /**< offset 20 */
-    uint32_t second;         /**< offset 24 */
-    uint32_t tail28;         /**< only in the connect reply's 32-byte element, not written */
+    uint8_t transport0[20]; /**< never written */
+    uint32_t status;        /**< offset 20 */
+    uint32_t second;        /**< offset 24 */
+    uint32_t tail28;        /**< only in the connect reply's 32-byte element, not written */
 } aaa_reply_hdr_t;
 static_assert(sizeof(aaa_reply_hdr_t) == 32, "layout of aaa_reply_hdr_t");
 static_assert(offsetof(aaa_reply_hdr_t, transport0) == 0, "layout of aaa_reply_hdr_t");
@@ -122,12 +122,12 @@ static_assert(offsetof(aaa_reply_hdr_t, tail28) == 28, "layout of aaa_reply_hdr_
 /** RADIUS server of a configuration message. */
 typedef struct aaa_rad_server {
     aaa_ip_addr_t address; /**< 20 bytes; their encoding is the caller's */
-    uint32_t      auth_port;
-    uint32_t      acct_port;
-    char         *secret;
-    uint32_t      timeout;
-    uint32_t      retransmit;
-    uint8_t       action;
+    uint32_t auth_port;
+    uint32_t acct_port;
+    char *secret;
+    uint32_t timeout;
+    uint32_t retransmit;
+    uint8_t action;
 } aaa_rad_server_t;
 static_assert(sizeof(aaa_rad_server_t) == 56, "layout of aaa_rad_server_t");
 static_assert(offsetof(aaa_rad_server_t, address) == 0, "layout of aaa_rad_server_t");
@@ -140,9 +140,9 @@ static_assert(offsetof(aaa_rad_server_t, action) == 48, "layout of aaa_rad_serve
 
 /** Method list of a configuration message; a name that fills its field needs no terminator. */
 typedef struct aaa_method_list {
-    char     name[252];
+    char name[252];
     uint32_t method[4];
-    char     sg_name[4][255];
+    char sg_name[4][255];
 } aaa_method_list_t;
 static_assert(sizeof(aaa_method_list_t) == 1288, "layout of aaa_method_list_t");
 static_assert(offsetof(aaa_method_list_t, name) == 0, "layout of aaa_method_list_t");
@@ -174,7 +174,10 @@ static_assert(offsetof(aaa_method_list_t, sg_name) == 268, "layout of aaa_method
  * @return AAA_OK: composed.
  *         The usual codes.
  */
-AAA_API cerrno aaa_util_msg_conn_compose(void *msg, uint32_t value1, uint32_t value2, uint32_t value3, uint32_t value4, uint32_t value5, uint32_t value6, const char *str1, const char *str2, iov_t **iov_out, uint32_t *count_out, uint32_t session);
+AAA_API cerrno aaa_util_msg_conn_compose(void *msg, uint32_t value1, uint32_t value2, uint32_t value3,
+                                         uint32_t value4, uint32_t value5, uint32_t value6, const char *str1,
+                                         const char *str2, iov_t **iov_out, uint32_t *count_out,
+                                         uint32_t session);
 
 /**
  * Composes "disconnect" (type 1).
@@ -189,7 +192,8 @@ AAA_API cerrno aaa_util_msg_conn_compose(void *msg, uint32_t value1, uint32_t va
  * @return AAA_OK: composed.
  *         The usual codes.
  */
-AAA_API cerrno aaa_util_msg_disconn_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session);
+AAA_API cerrno aaa_util_msg_disconn_compose(void *msg, iov_t **iov_out, uint32_t *count_out,
+                                            uint32_t session);
 
 /**
  * Composes "get callback" (type 8).
@@ -238,7 +242,8 @@ AAA_API cerrno aaa_util_msg_ping_compose(void *msg, iov_t **iov_out, uint32_t *c
  * @return AAA_OK: composed.
  *         The usual codes.
  */
-AAA_API cerrno aaa_util_svrmsg_conn_compose(void *msg, uint32_t param, iov_t **iov_out, uint32_t *count_out, void *block, uint32_t session);
+AAA_API cerrno aaa_util_svrmsg_conn_compose(void *msg, uint32_t param, iov_t **iov_out, uint32_t *count_out,
+                                            void *block, uint32_t session);
 
 /**
  * Composes the server's side of "disconnect" (type 1).
@@ -255,7 +260,8 @@ AAA_API cerrno aaa_util_svrmsg_conn_compose(void *msg, uint32_t param, iov_t **i
  * @return AAA_OK: composed.
  *         The usual codes.
  */
-AAA_API cerrno aaa_util_svrmsg_disconn_compose(void *msg, iov_t **iov_out, uint32_t *count_out, void *data, uint32_t session);
+AAA_API cerrno aaa_util_svrmsg_disconn_compose(void *msg, iov_t **iov_out, uint32_t *count_out, void *data,
+                                               uint32_t session);
 
 /* ---- Requests ---- */
 
@@ -298,7 +304,11 @@ AAA_API cerrno aaa_util_svrmsg_disconn_compose(void *msg, iov_t **iov_out, uint3
  *         AAA_ERR_INVALID_ARG: usercred is null, or rsa_params is with option 13.
  *         What find_method_for_line() answers, and the codes of the accessors.
  */
-AAA_API cerrno aaa_util_msg_authen_compose(void *msg, uint32_t option, int32_t service, const char *methodlist, uint32_t method, aaa_usercred_t *usercred, const avlist *in_attrs, const aaa_rsa_params_t *rsa_params, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, void *async_block, uint32_t session);
+AAA_API cerrno aaa_util_msg_authen_compose(void *msg, uint32_t option, int32_t service,
+                                           const char *methodlist, uint32_t method, aaa_usercred_t *usercred,
+                                           const avlist *in_attrs, const aaa_rsa_params_t *rsa_params,
+                                           iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size,
+                                           void *async_block, uint32_t session);
 
 /**
  * Composes "authorization" (type 5, or 6 with an async block).
@@ -333,7 +343,10 @@ AAA_API cerrno aaa_util_msg_authen_compose(void *msg, uint32_t option, int32_t s
  *         AAA_ERR_INVALID_ARG: usercred or svc_attrs is null.
  *         What find_method_for_line() answers, and the codes of the accessors.
  */
-AAA_API cerrno aaa_util_msg_author_compose(void *msg, uint32_t authen_option, int32_t service, const char *methodlist, uint32_t method, aaa_usercred_t *usercred, aaa_svc_attrs_t *svc_attrs, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, void *async_block, uint32_t session);
+AAA_API cerrno aaa_util_msg_author_compose(void *msg, uint32_t authen_option, int32_t service,
+                                           const char *methodlist, uint32_t method, aaa_usercred_t *usercred,
+                                           aaa_svc_attrs_t *svc_attrs, iov_t **iov_out, uint32_t *count_out,
+                                           char *buffer, uint32_t size, void *async_block, uint32_t session);
 
 /**
  * Composes "accounting" (type 7, or 14 with an async block).
@@ -369,7 +382,11 @@ AAA_API cerrno aaa_util_msg_author_compose(void *msg, uint32_t authen_option, in
  *         AAA_ERR_NOMEM: no memory, or the packed list does not fit the buffer.
  *         What find_method_for_line() answers, and the codes of the accessors.
  */
-AAA_API cerrno aaa_util_msg_acct_compose(void *msg, uint32_t option, int32_t service, const char *methodlist, uint32_t method, aaa_usercred_t *usercred, aaa_svc_attrs_t *svc_attrs, uint32_t sid, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, void *async_block, uint32_t session);
+AAA_API cerrno aaa_util_msg_acct_compose(void *msg, uint32_t option, int32_t service, const char *methodlist,
+                                         uint32_t method, aaa_usercred_t *usercred,
+                                         aaa_svc_attrs_t *svc_attrs, uint32_t sid, iov_t **iov_out,
+                                         uint32_t *count_out, char *buffer, uint32_t size, void *async_block,
+                                         uint32_t session);
 
 /**
  * Composes an accounting update (type 15) on the caller's list.
@@ -395,7 +412,9 @@ AAA_API cerrno aaa_util_msg_acct_compose(void *msg, uint32_t option, int32_t ser
  *         classic mode iov_out or count_out is null.
  *         AAA_ERR_NOMEM: no memory, or the packed list does not fit the buffer.
  */
-AAA_API cerrno aaa_util_msg_acct_update_compose(void *msg, uint32_t *sid, void *block, avlist *list, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, uint32_t session);
+AAA_API cerrno aaa_util_msg_acct_update_compose(void *msg, uint32_t *sid, void *block, avlist *list,
+                                                iov_t **iov_out, uint32_t *count_out, char *buffer,
+                                                uint32_t size, uint32_t session);
 
 /**
  * Composes a change of an authenticated user's reference count (type 24 up, 25 down).
@@ -418,7 +437,8 @@ AAA_API cerrno aaa_util_msg_acct_update_compose(void *msg, uint32_t *sid, void *
  *         AAA_ERR_NOMEM: no memory.
  *         AAA_ERR_INVALID_MSG_TYPE: in session mode msg is null.
  */
-AAA_API cerrno aaa_util_msg_curr_auth_usr_compose(void *msg, const char *const *username_ref, iov_t **iov_out, uint32_t *count_out, uint32_t action, uint32_t session);
+AAA_API cerrno aaa_util_msg_curr_auth_usr_compose(void *msg, const char *const *username_ref, iov_t **iov_out,
+                                                  uint32_t *count_out, uint32_t action, uint32_t session);
 
 /**
  * Composes "ikepost" (type 10).
@@ -440,7 +460,9 @@ AAA_API cerrno aaa_util_msg_curr_auth_usr_compose(void *msg, const char *const *
  *         The usual codes.
  *         AAA_ERR_INVALID_ARG: in classic mode list is null.
  */
-AAA_API cerrno aaa_util_msg_ikepost_compose(void *msg, const avlist *list, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, uint32_t session);
+AAA_API cerrno aaa_util_msg_ikepost_compose(void *msg, const avlist *list, iov_t **iov_out,
+                                            uint32_t *count_out, char *buffer, uint32_t size,
+                                            uint32_t session);
 
 /**
  * Composes "get taskmap" (type 11).
@@ -459,7 +481,8 @@ AAA_API cerrno aaa_util_msg_ikepost_compose(void *msg, const avlist *list, iov_t
  *         The usual codes.
  *         AAA_ERR_INVALID_ARG: in classic mode name is null.
  */
-AAA_API cerrno aaa_util_msg_taskmap_compose(void *msg, const char *name, iov_t **iov_out, uint32_t *count_out, uint32_t session);
+AAA_API cerrno aaa_util_msg_taskmap_compose(void *msg, const char *name, iov_t **iov_out, uint32_t *count_out,
+                                            uint32_t session);
 
 /**
  * Composes "free user data" (type 12).
@@ -482,7 +505,9 @@ AAA_API cerrno aaa_util_msg_taskmap_compose(void *msg, const char *name, iov_t *
  *         The usual codes.
  *         AAA_ERR_INVALID_ARG: usercred is null, or its user name has 254 or more characters.
  */
-AAA_API cerrno aaa_util_msg_free_userdata_compose(void *msg, aaa_usercred_t *usercred, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, uint32_t session);
+AAA_API cerrno aaa_util_msg_free_userdata_compose(void *msg, aaa_usercred_t *usercred, iov_t **iov_out,
+                                                  uint32_t *count_out, char *buffer, uint32_t size,
+                                                  uint32_t session);
 
 /**
  * Composes a user-group request (type 16).
@@ -502,7 +527,8 @@ AAA_API cerrno aaa_util_msg_free_userdata_compose(void *msg, aaa_usercred_t *use
  *         filled with type 0.
  *         AAA_ERR_NOMEM: no memory.
  */
-AAA_API cerrno aaa_util_msg_usergroup_compose(void *msg, const char *request, iov_t **iov_out, uint32_t *count_out, uint32_t session);
+AAA_API cerrno aaa_util_msg_usergroup_compose(void *msg, const char *request, iov_t **iov_out,
+                                              uint32_t *count_out, uint32_t session);
 
 /* ---- Replies ---- */
 
@@ -529,7 +555,8 @@ AAA_API cerrno aaa_util_msg_usergroup_compose(void *msg, const char *request, io
  *         AAA_ERR_NOMEM: in classic mode no memory, or the list does not fit the buffer.
  *         What aaa_avpair_pack_msg_to_buf() returns.
  */
-AAA_API cerrno aaa_util_reply_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, avlist *list, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer,
+                                      uint32_t size, avlist *list, uint32_t session, aaa_sess_ctx_t *context);
 
 /**
  * Composes the reply to an authentication.
@@ -554,7 +581,9 @@ AAA_API cerrno aaa_util_reply_compose(void *msg, iov_t **iov_out, uint32_t *coun
  *         session mode context.
  *         AAA_ERR_NOMEM: in classic mode no memory, or the list does not fit the buffer.
  */
-AAA_API cerrno aaa_util_reply_authen_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, avlist *list, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_authen_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer,
+                                             uint32_t size, avlist *list, uint32_t session,
+                                             aaa_sess_ctx_t *context);
 
 /**
  * Composes the reply to an authorization.
@@ -579,7 +608,9 @@ AAA_API cerrno aaa_util_reply_authen_compose(void *msg, iov_t **iov_out, uint32_
  *         session mode context.
  *         AAA_ERR_NOMEM: in classic mode no memory, or the list does not fit the buffer.
  */
-AAA_API cerrno aaa_util_reply_author_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, avlist *list, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_author_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer,
+                                             uint32_t size, avlist *list, uint32_t session,
+                                             aaa_sess_ctx_t *context);
 
 /**
  * Composes the reply to an asynchronous authentication.
@@ -600,7 +631,9 @@ AAA_API cerrno aaa_util_reply_author_compose(void *msg, iov_t **iov_out, uint32_
  *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
  *         AAA_ERR_NOMEM: in classic mode no memory.
  */
-AAA_API cerrno aaa_util_reply_authen_async_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t status, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_authen_async_compose(void *msg, iov_t **iov_out, uint32_t *count_out,
+                                                   uint32_t status, uint32_t session,
+                                                   aaa_sess_ctx_t *context);
 
 /**
  * Composes the reply to an asynchronous authorization.
@@ -621,7 +654,9 @@ AAA_API cerrno aaa_util_reply_authen_async_compose(void *msg, iov_t **iov_out, u
  *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
  *         AAA_ERR_NOMEM: in classic mode no memory.
  */
-AAA_API cerrno aaa_util_reply_author_async_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t status, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_author_async_compose(void *msg, iov_t **iov_out, uint32_t *count_out,
+                                                   uint32_t status, uint32_t session,
+                                                   aaa_sess_ctx_t *context);
 
 /**
  * Composes the reply to an accounting request.
@@ -640,7 +675,8 @@ AAA_API cerrno aaa_util_reply_author_async_compose(void *msg, iov_t **iov_out, u
  *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
  *         AAA_ERR_NOMEM: in classic mode no memory.
  */
-AAA_API cerrno aaa_util_reply_acct_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_acct_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session,
+                                           aaa_sess_ctx_t *context);
 
 /**
  * Composes the reply to a ping.
@@ -659,7 +695,8 @@ AAA_API cerrno aaa_util_reply_acct_compose(void *msg, iov_t **iov_out, uint32_t 
  *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
  *         AAA_ERR_NOMEM: in classic mode no memory.
  */
-AAA_API cerrno aaa_util_reply_ping_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_ping_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session,
+                                           aaa_sess_ctx_t *context);
 
 /**
  * Composes the reply to an ikepost.
@@ -678,7 +715,8 @@ AAA_API cerrno aaa_util_reply_ping_compose(void *msg, iov_t **iov_out, uint32_t 
  *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
  *         AAA_ERR_NOMEM: in classic mode no memory.
  */
-AAA_API cerrno aaa_util_reply_ikepost_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_ikepost_compose(void *msg, iov_t **iov_out, uint32_t *count_out,
+                                              uint32_t session, aaa_sess_ctx_t *context);
 
 /**
  * Composes the reply to a disconnect.
@@ -697,7 +735,8 @@ AAA_API cerrno aaa_util_reply_ikepost_compose(void *msg, iov_t **iov_out, uint32
  *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
  *         AAA_ERR_NOMEM: in classic mode no memory.
  */
-AAA_API cerrno aaa_util_reply_disconn_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_disconn_compose(void *msg, iov_t **iov_out, uint32_t *count_out,
+                                              uint32_t session, aaa_sess_ctx_t *context);
 
 /**
  * Composes the reply to "get callback".
@@ -722,7 +761,9 @@ AAA_API cerrno aaa_util_reply_disconn_compose(void *msg, iov_t **iov_out, uint32
  *         buffer, in session mode context.
  *         AAA_ERR_NOMEM: in classic mode no memory, or the list does not fit the buffer.
  */
-AAA_API cerrno aaa_util_reply_cb_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, avlist *list, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_cb_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer,
+                                         uint32_t size, avlist *list, uint32_t session,
+                                         aaa_sess_ctx_t *context);
 
 /**
  * Composes the reply to a configuration message.
@@ -743,7 +784,8 @@ AAA_API cerrno aaa_util_reply_cb_compose(void *msg, iov_t **iov_out, uint32_t *c
  *         AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in session mode context.
  *         AAA_ERR_NOMEM: in classic mode no memory.
  */
-AAA_API cerrno aaa_util_reply_cfg_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t status, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_cfg_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t status,
+                                          uint32_t session, aaa_sess_ctx_t *context);
 
 /**
  * Composes the reply to a reference-count change.
@@ -763,7 +805,9 @@ AAA_API cerrno aaa_util_reply_cfg_compose(void *msg, iov_t **iov_out, uint32_t *
  *         AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in session mode context.
  *         AAA_ERR_NOMEM: in classic mode no memory.
  */
-AAA_API cerrno aaa_util_reply_curr_auth_usr_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t status, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_curr_auth_usr_compose(void *msg, iov_t **iov_out, uint32_t *count_out,
+                                                    uint32_t status, uint32_t session,
+                                                    aaa_sess_ctx_t *context);
 
 /**
  * Composes the reply to a connect.
@@ -784,7 +828,8 @@ AAA_API cerrno aaa_util_reply_curr_auth_usr_compose(void *msg, iov_t **iov_out, 
  *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
  *         AAA_ERR_NOMEM: in classic mode no memory.
  */
-AAA_API cerrno aaa_util_reply_conn_compose(void *msg, uint32_t status, iov_t **iov_out, uint32_t *count_out, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_conn_compose(void *msg, uint32_t status, iov_t **iov_out, uint32_t *count_out,
+                                           uint32_t session, aaa_sess_ctx_t *context);
 
 /**
  * Composes the reply to "get taskmap".
@@ -806,7 +851,8 @@ AAA_API cerrno aaa_util_reply_conn_compose(void *msg, uint32_t status, iov_t **i
  *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
  *         AAA_ERR_NOMEM: in classic mode no memory.
  */
-AAA_API cerrno aaa_util_reply_taskmap_compose(void *msg, void *data, uint32_t length, iov_t **iov_out, uint32_t *count_out, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_taskmap_compose(void *msg, void *data, uint32_t length, iov_t **iov_out,
+                                              uint32_t *count_out, uint32_t session, aaa_sess_ctx_t *context);
 
 /**
  * Composes the reply to a user-group request.
@@ -827,7 +873,8 @@ AAA_API cerrno aaa_util_reply_taskmap_compose(void *msg, void *data, uint32_t le
  *         AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, or text, in session mode context.
  *         AAA_ERR_NOMEM: in classic mode no memory.
  */
-AAA_API cerrno aaa_util_reply_usergroup_compose(void *msg, char *text, iov_t **iov_out, uint32_t *count_out, uint32_t session, aaa_sess_ctx_t *context);
+AAA_API cerrno aaa_util_reply_usergroup_compose(void *msg, char *text, iov_t **iov_out, uint32_t *count_out,
+                                                uint32_t session, aaa_sess_ctx_t *context);
 
 /* ---- Configuration ---- */
 
@@ -856,7 +903,9 @@ AAA_API cerrno aaa_util_reply_usergroup_compose(void *msg, char *text, iov_t **i
  *         The usual codes.
  *         AAA_ERR_INVALID_ARG: server or its secret is null.
  */
-AAA_API cerrno aaa_util_msg_cfg_radsvr_compose(void *msg, const aaa_rad_server_t *server, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, uint32_t session);
+AAA_API cerrno aaa_util_msg_cfg_radsvr_compose(void *msg, const aaa_rad_server_t *server, iov_t **iov_out,
+                                               uint32_t *count_out, char *buffer, uint32_t size,
+                                               uint32_t session);
 
 /**
  * Composes the configuration of a server group (type 18).
@@ -879,7 +928,9 @@ AAA_API cerrno aaa_util_msg_cfg_radsvr_compose(void *msg, const aaa_rad_server_t
  *         The usual codes.
  *         AAA_ERR_INVALID_ARG: group is null.
  */
-AAA_API cerrno aaa_util_msg_cfg_rad_svrgrp_compose(void *msg, const char *group, uint32_t action, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, uint32_t session);
+AAA_API cerrno aaa_util_msg_cfg_rad_svrgrp_compose(void *msg, const char *group, uint32_t action,
+                                                   iov_t **iov_out, uint32_t *count_out, char *buffer,
+                                                   uint32_t size, uint32_t session);
 
 /**
  * Composes the configuration of a server in a server group (type 19).
@@ -904,7 +955,10 @@ AAA_API cerrno aaa_util_msg_cfg_rad_svrgrp_compose(void *msg, const char *group,
  *         The usual codes.
  *         AAA_ERR_INVALID_ARG: group or server is null.
  */
-AAA_API cerrno aaa_util_msg_cfg_svr_in_sg_compose(void *msg, const char *group, const aaa_rad_server_t *server, uint32_t action, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, uint32_t session);
+AAA_API cerrno aaa_util_msg_cfg_svr_in_sg_compose(void *msg, const char *group,
+                                                  const aaa_rad_server_t *server, uint32_t action,
+                                                  iov_t **iov_out, uint32_t *count_out, char *buffer,
+                                                  uint32_t size, uint32_t session);
 
 /**
  * Composes the configuration of a VRF in a server group (type 20).
@@ -928,7 +982,9 @@ AAA_API cerrno aaa_util_msg_cfg_svr_in_sg_compose(void *msg, const char *group, 
  *         The usual codes.
  *         AAA_ERR_INVALID_ARG: group or vrf is null.
  */
-AAA_API cerrno aaa_util_msg_cfg_vrf_in_sg_compose(void *msg, const char *group, const char *vrf, uint32_t action, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, uint32_t session);
+AAA_API cerrno aaa_util_msg_cfg_vrf_in_sg_compose(void *msg, const char *group, const char *vrf,
+                                                  uint32_t action, iov_t **iov_out, uint32_t *count_out,
+                                                  char *buffer, uint32_t size, uint32_t session);
 
 /**
  * Composes the configuration of a source interface in a server group (type 21).
@@ -953,7 +1009,10 @@ AAA_API cerrno aaa_util_msg_cfg_vrf_in_sg_compose(void *msg, const char *group, 
  *         The usual codes.
  *         AAA_ERR_INVALID_ARG: a name is null.
  */
-AAA_API cerrno aaa_util_msg_cfg_src_intf_in_sg_compose(void *msg, const char *interface_name, const char *vrf, uint32_t action, const char *group, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, uint32_t session);
+AAA_API cerrno aaa_util_msg_cfg_src_intf_in_sg_compose(void *msg, const char *interface_name, const char *vrf,
+                                                       uint32_t action, const char *group, iov_t **iov_out,
+                                                       uint32_t *count_out, char *buffer, uint32_t size,
+                                                       uint32_t session);
 
 /**
  * Composes the configuration of an authentication method list (type 22).
@@ -977,7 +1036,9 @@ AAA_API cerrno aaa_util_msg_cfg_src_intf_in_sg_compose(void *msg, const char *in
  *         The usual codes.
  *         AAA_ERR_INVALID_ARG: mlist is null.
  */
-AAA_API cerrno aaa_util_msg_cfg_authenlist_compose(void *msg, const aaa_method_list_t *mlist, uint32_t action, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, uint32_t session);
+AAA_API cerrno aaa_util_msg_cfg_authenlist_compose(void *msg, const aaa_method_list_t *mlist, uint32_t action,
+                                                   iov_t **iov_out, uint32_t *count_out, char *buffer,
+                                                   uint32_t size, uint32_t session);
 
 /**
  * Composes the configuration of an authorization method list (type 23).
@@ -1001,7 +1062,9 @@ AAA_API cerrno aaa_util_msg_cfg_authenlist_compose(void *msg, const aaa_method_l
  *         The usual codes.
  *         AAA_ERR_INVALID_ARG: mlist is null.
  */
-AAA_API cerrno aaa_util_msg_cfg_authorlist_compose(void *msg, const aaa_method_list_t *mlist, uint32_t action, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size, uint32_t session);
+AAA_API cerrno aaa_util_msg_cfg_authorlist_compose(void *msg, const aaa_method_list_t *mlist, uint32_t action,
+                                                   iov_t **iov_out, uint32_t *count_out, char *buffer,
+                                                   uint32_t size, uint32_t session);
 
 #ifdef __cplusplus
 }

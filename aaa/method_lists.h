@@ -34,10 +34,10 @@ typedef struct aaa_mlist_reg {
 /** An event record in network byte order, as aaa_tform_event() receives it. */
 typedef struct aaa_event_record {
     uint32_t word0;
-    uint8_t  keep4[4];
+    uint8_t keep4[4];
     uint32_t word8;
     uint32_t word12; /**< its low-order byte is 2 in the short form, which ends here (16 bytes) */
-    uint8_t  keep16[8];
+    uint8_t keep16[8];
     uint32_t word24; /**< long form: 16 bits, in the first two bytes */
     uint32_t word28; /**< long form: likewise */
 } aaa_event_record_t;
@@ -68,7 +68,8 @@ typedef int32_t (*aaa_notify_cb_t)(const void *notification, void *callback_arg,
  * - AAA_ERR_NOMEM: no memory for its path
  * - a code of the system database, also logged
  */
-AAA_API cerrno aaa_util_lookup_methodlist(const char *function_word, const char *service_word, const char *list_name);
+AAA_API cerrno aaa_util_lookup_methodlist(const char *function_word, const char *service_word,
+                                          const char *list_name);
 
 /**
  * Tells whether a method list exists and suits a service.

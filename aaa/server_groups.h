@@ -29,9 +29,9 @@ extern "C" {
 
 /** One changed item of configuration, as the configuration system hands it over. */
 typedef struct aaa_cfg_event {
-    uint32_t operation;  /**< AAA_CFG_OP_... */
-    uint8_t  pass_flags; /**< AAA_CFG_FIRST_PASS or 0 */
-    uint8_t  pad5[3];
+    uint32_t operation; /**< AAA_CFG_OP_... */
+    uint8_t pass_flags; /**< AAA_CFG_FIRST_PASS or 0 */
+    uint8_t pad5[3];
 } aaa_cfg_event_t;
 
 #define AAA_CFG_OP_SET         2u
@@ -202,8 +202,8 @@ AAA_API cerrno aaa_util_svr_grp_apply(uint64_t conn, const aaa_cfg_event_t *even
  * - an errno value, or a code of the system database
  */
 AAA_API cerrno aaa_util_get_next_ord_index(const char *sg_name, uint32_t protocol, uint32_t requested,
-                                           uint32_t *index_out, const char *host, uint32_t port1, uint32_t port2,
-                                           uint32_t is_dir, uint32_t is_private);
+                                           uint32_t *index_out, const char *host, uint32_t port1,
+                                           uint32_t port2, uint32_t is_dir, uint32_t is_private);
 
 /**
  * Chooses or checks the index of a server as aaa_util_get_next_ord_index() does, with the entry

@@ -5,9 +5,9 @@
 #include <assert.h>
 #include <stddef.h>
 
+#include "aaa/avpair.h"
 #include "aaa/export.h"
 #include "aaa/types.h"
-#include "aaa/avpair.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -40,21 +40,21 @@ extern "C" {
 
 /** Header of every packet. */
 typedef struct aaa_sess_hdr {
-    uint32_t marker;       /**< 16 */
-    uint32_t key;          /**< 0 for requests, the context's key for responses */
-    uint32_t type;         /**< message type */
-    uint32_t option;       /**< 0 */
-    uint32_t reserved16;   /**< 0 */
-    uint32_t conn_id;      /**< 0, then aaa_session_mngr_set_connection_id */
-    uint32_t pid;          /**< getpid() */
-    uint32_t reserved28;   /**< 0 */
-    uint32_t tid;          /**< qm_gettid() */
-    uint16_t magic;        /**< 0x414E */
-    uint8_t  reserved38[14]; /**< 0 */
-    uint32_t version;      /**< 2 */
-    uint32_t reserved56;   /**< 0 */
-    uint32_t unwritten60;  /**< left as it is in requests, 0 in responses */
-    uint64_t list;         /**< address of the avlist, or 0 */
+    uint32_t marker;        /**< 16 */
+    uint32_t key;           /**< 0 for requests, the context's key for responses */
+    uint32_t type;          /**< message type */
+    uint32_t option;        /**< 0 */
+    uint32_t reserved16;    /**< 0 */
+    uint32_t conn_id;       /**< 0, then aaa_session_mngr_set_connection_id */
+    uint32_t pid;           /**< getpid() */
+    uint32_t reserved28;    /**< 0 */
+    uint32_t tid;           /**< qm_gettid() */
+    uint16_t magic;         /**< 0x414E */
+    uint8_t reserved38[14]; /**< 0 */
+    uint32_t version;       /**< 2 */
+    uint32_t reserved56;    /**< 0 */
+    uint32_t unwritten60;   /**< left as it is in requests, 0 in responses */
+    uint64_t list;          /**< address of the avlist, or 0 */
 } aaa_sess_hdr_t;
 static_assert(sizeof(aaa_sess_hdr_t) == 72, "layout of aaa_sess_hdr_t");
 static_assert(offsetof(aaa_sess_hdr_t, marker) == 0, "layout of aaa_sess_hdr_t");
@@ -75,10 +75,10 @@ static_assert(offsetof(aaa_sess_hdr_t, list) == 64, "layout of aaa_sess_hdr_t");
 
 /** Data of types 11 (task map) and 16 (user group), at packet offset 72. */
 typedef struct aaa_sess_type_data {
-    uint32_t unused0;    /**< not the data's: a response has its error here */
-    uint32_t length;     /**< bytes that count, at most 255 */
-    uint8_t  bytes[255]; /**< a text without its terminator */
-    uint8_t  pad263;     /**< never written */
+    uint32_t unused0;   /**< not the data's: a response has its error here */
+    uint32_t length;    /**< bytes that count, at most 255 */
+    uint8_t bytes[255]; /**< a text without its terminator */
+    uint8_t pad263;     /**< never written */
 } aaa_sess_type_data_t;
 static_assert(sizeof(aaa_sess_type_data_t) == 264, "layout of aaa_sess_type_data_t");
 static_assert(offsetof(aaa_sess_type_data_t, unused0) == 0, "layout of aaa_sess_type_data_t");
@@ -90,10 +90,10 @@ static_assert(offsetof(aaa_sess_type_data_t, pad263) == 263, "layout of aaa_sess
 typedef struct aaa_sess_request {
     aaa_sess_hdr_t hdr;
     union {
-        uint8_t              zero36[36]; /**< type 0 */
-        uint32_t             word;       /**< type 1: 0; 3-7 and 13-23: value_b; 8-12 and 24-26: value_a */
-        uint64_t             quad;       /**< type 2: 0 */
-        aaa_sess_type_data_t type_data;  /**< types 11 and 16 */
+        uint8_t zero36[36];             /**< type 0 */
+        uint32_t word;                  /**< type 1: 0; 3-7 and 13-23: value_b; 8-12 and 24-26: value_a */
+        uint64_t quad;                  /**< type 2: 0 */
+        aaa_sess_type_data_t type_data; /**< types 11 and 16 */
     } u;
 } aaa_sess_request_t;
 static_assert(sizeof(aaa_sess_request_t) == 336, "layout of aaa_sess_request_t");
@@ -104,7 +104,7 @@ static_assert(offsetof(aaa_sess_request_t, u) == 72, "layout of aaa_sess_request
 typedef struct aaa_sess_response {
     aaa_sess_hdr_t hdr;
     union {
-        uint32_t             word[4]; /**< offsets 72, 76, 80, 84 */
+        uint32_t word[4]; /**< offsets 72, 76, 80, 84 */
         aaa_sess_type_data_t type_data;
     } u;
 } aaa_sess_response_t;
@@ -143,7 +143,8 @@ static_assert(offsetof(aaa_sess_ctx_t, key) == 4, "layout of aaa_sess_ctx_t");
  * @return AAA_OK: filled.
  *         AAA_ERR_INVALID_ARG: packet is null.
  */
-AAA_API cerrno aaa_session_fill_request(void *packet, avlist *list, uint32_t type, uint32_t value_a, uint32_t value_b);
+AAA_API cerrno aaa_session_fill_request(void *packet, avlist *list, uint32_t type, uint32_t value_a,
+                                        uint32_t value_b);
 
 /**
  * Makes the response packet that answers a request.
@@ -172,7 +173,9 @@ AAA_API cerrno aaa_session_fill_request(void *packet, avlist *list, uint32_t typ
  *         AAA_ERR_INVALID_ARG: context is null; packet_out is untouched.
  *         AAA_ERR_NOMEM: no memory; the packet is null.
  */
-AAA_API cerrno aaa_session_fill_response(void **packet_out, avlist *list, aaa_sess_ctx_t *context, uint32_t error, uint32_t roleover, uint32_t status, uint32_t conid, uint32_t ctype, uint32_t nfnhdl);
+AAA_API cerrno aaa_session_fill_response(void **packet_out, avlist *list, aaa_sess_ctx_t *context,
+                                         uint32_t error, uint32_t roleover, uint32_t status, uint32_t conid,
+                                         uint32_t ctype, uint32_t nfnhdl);
 
 /**
  * Stores the connection id, which a fill leaves at 0, in a packet.
@@ -199,7 +202,8 @@ AAA_API cerrno aaa_session_mngr_set_connection_id(void *packet, uint32_t id);
  * @return AAA_OK: stored, or type is neither 11 nor 16.
  *         AAA_ERR_INVALID_ARG: payload or data is null.
  */
-AAA_API cerrno aaa_sess_fill_msg_req_type_data(void *payload, const void *data, uint32_t length, uint32_t type);
+AAA_API cerrno aaa_sess_fill_msg_req_type_data(void *payload, const void *data, uint32_t length,
+                                               uint32_t type);
 
 /**
  * Puts data into a response of type 11 or 16.
@@ -215,7 +219,8 @@ AAA_API cerrno aaa_sess_fill_msg_req_type_data(void *payload, const void *data, 
  * @return AAA_OK: stored.
  *         AAA_ERR_INVALID_ARG: payload or data is null, or type is neither 11 nor 16.
  */
-AAA_API cerrno aaa_sess_fill_msg_res_type_data(void *payload, const void *data, uint32_t length, uint32_t type);
+AAA_API cerrno aaa_sess_fill_msg_res_type_data(void *payload, const void *data, uint32_t length,
+                                               uint32_t type);
 
 /**
  * Copies the data out of a request of type 11 or 16.
@@ -231,7 +236,8 @@ AAA_API cerrno aaa_sess_fill_msg_res_type_data(void *payload, const void *data, 
  * @return AAA_OK: copied.
  *         AAA_ERR_INVALID_ARG: a pointer is null, or type is neither 11 nor 16; outputs untouched.
  */
-AAA_API cerrno aaa_sess_get_msg_req_type_data(const void *payload, void *data_out, uint32_t *length_out, uint32_t type);
+AAA_API cerrno aaa_sess_get_msg_req_type_data(const void *payload, void *data_out, uint32_t *length_out,
+                                              uint32_t type);
 
 /**
  * Copies the data out of a response of type 11 or 16.
@@ -247,7 +253,8 @@ AAA_API cerrno aaa_sess_get_msg_req_type_data(const void *payload, void *data_ou
  *         AAA_ERR_INVALID_ARG: a pointer is null; outputs untouched.
  *         0xFFFFFFFF: type is neither 11 nor 16; outputs untouched.
  */
-AAA_API cerrno aaa_sess_get_msg_res_type_data(const void *payload, void *data_out, uint32_t *length_out, uint32_t type);
+AAA_API cerrno aaa_sess_get_msg_res_type_data(const void *payload, void *data_out, uint32_t *length_out,
+                                              uint32_t type);
 
 #ifdef __cplusplus
 }

@@ -29,8 +29,8 @@ typedef uint32_t avpair_val_len_t;
 
 /** Element of an io-vector, laid out as POSIX's struct iovec where pointers have 64 bits. */
 typedef struct aaa_iov {
-    void    *base; /**< the bytes */
-    uint64_t len;  /**< how many */
+    void *base;   /**< the bytes */
+    uint64_t len; /**< how many */
 } iov_t;
 static_assert(sizeof(iov_t) == 16, "layout of iov_t");
 static_assert(offsetof(iov_t, base) == 0, "layout of iov_t");

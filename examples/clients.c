@@ -72,7 +72,8 @@ void clients_accept(clients_t *clients) {
         int fd = accept4(clients->polled[CLIENTS_LISTENER].fd, NULL, NULL, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (fd < 0) {
             if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                clients->retry = now_ms() + RETRY_MS; /* whoever waits goes on waiting: do not spin meanwhile */
+                clients->retry =
+                    now_ms() + RETRY_MS; /* whoever waits goes on waiting: do not spin meanwhile */
             }
             return;
         }

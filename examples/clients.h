@@ -22,10 +22,10 @@ enum { CLIENTS_LISTENER, CLIENTS_OTHER, CLIENTS_FIRST };
 
 typedef struct clients {
     struct pollfd polled[CLIENTS_FIRST + CLIENTS_MAX];
-    int64_t       heard[CLIENTS_FIRST + CLIENTS_MAX]; /* when each spoke or came, ms */
-    nfds_t        count;                              /* slots in use */
-    nfds_t        limit;                              /* slots that may be in use */
-    int64_t       retry;                              /* no accepting before, ms */
+    int64_t heard[CLIENTS_FIRST + CLIENTS_MAX]; /* when each spoke or came, ms */
+    nfds_t count;                               /* slots in use */
+    nfds_t limit;                               /* slots that may be in use */
+    int64_t retry;                              /* no accepting before, ms */
 } clients_t;
 
 /* The listener becomes non-blocking; other is polled for reading, -1 for none. */

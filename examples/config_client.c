@@ -18,12 +18,12 @@
 #include "transport.h"
 
 typedef struct client {
-    int                fd;
-    uint32_t           session;
+    int fd;
+    uint32_t session;
     aaa_sess_request_t record; /* large enough for the header record of the classic form too */
-    iov_t             *iov;
-    uint32_t           count;
-    char               buffer[8192];
+    iov_t *iov;
+    uint32_t count;
+    char buffer[8192];
 } client_t;
 
 /* Reads the answer to a message of the given type: the server's code, or why there is none. */
@@ -54,7 +54,8 @@ static int finish(client_t *c, const char *what, cerrno composed) {
     }
     free(c->iov);
     c->iov = NULL;
-    printf("%s, %s form: %s\n", what, c->session ? "session" : "classic", code == AAA_OK ? "applied" : cerr_strerror(code));
+    printf("%s, %s form: %s\n", what, c->session ? "session" : "classic",
+           code == AAA_OK ? "applied" : cerr_strerror(code));
     return code == AAA_OK;
 }
 
@@ -80,14 +81,16 @@ int main(int argc, char **argv) {
     snprintf(list.sg_name[0], sizeof list.sg_name[0], "%s", group);
 
     int ok = finish(&c, "server group",
-                    aaa_util_msg_cfg_rad_svrgrp_compose(&c.record, group, CONFIG_ADD, &c.iov, &c.count, c.buffer,
-                                                        sizeof c.buffer, c.session));
+                    aaa_util_msg_cfg_rad_svrgrp_compose(&c.record, group, CONFIG_ADD, &c.iov, &c.count,
+                                                        c.buffer, sizeof c.buffer, c.session));
     ok = finish(&c, "server in the group",
-                aaa_util_msg_cfg_svr_in_sg_compose(&c.record, group, &server, CONFIG_ADD, &c.iov, &c.count, c.buffer,
-                                                   sizeof c.buffer, c.session)) && ok;
+                aaa_util_msg_cfg_svr_in_sg_compose(&c.record, group, &server, CONFIG_ADD, &c.iov, &c.count,
+                                                   c.buffer, sizeof c.buffer, c.session)) &&
+         ok;
     ok = finish(&c, "authentication method list",
-                aaa_util_msg_cfg_authenlist_compose(&c.record, &list, CONFIG_ADD, &c.iov, &c.count, c.buffer, sizeof c.buffer,
-                                                    c.session)) && ok;
+                aaa_util_msg_cfg_authenlist_compose(&c.record, &list, CONFIG_ADD, &c.iov, &c.count, c.buffer,
+                                                    sizeof c.buffer, c.session)) &&
+         ok;
     close(c.fd);
     return ok ? 0 : 1;
 }

@@ -37,20 +37,20 @@ static int load_group(sysdb_conn_t conn, char **word, int words) {
             fprintf(stderr, "db_load: expected SERVER,AUTH_PORT,ACCT_PORT, not \"%s\"\n", word[i]);
             return 0;
         }
-        cerrno rc = protocol == 1 ? aaa_util_get_next_ord_index(word[2], protocol, AAA_INDEX_ANY, &index, host, auth_port,
-                                                                acct_port, 0, 0)
-                                  : aaa_util_get_next_tacacs_ord_index(word[2], protocol, AAA_INDEX_ANY, &index, host,
-                                                                       auth_port, 0, 0, 0);
+        cerrno rc = protocol == 1 ? aaa_util_get_next_ord_index(word[2], protocol, AAA_INDEX_ANY, &index,
+                                                                host, auth_port, acct_port, 0, 0)
+                                  : aaa_util_get_next_tacacs_ord_index(word[2], protocol, AAA_INDEX_ANY,
+                                                                       &index, host, auth_port, 0, 0, 0);
         if (rc == AAA_ERR_INDEX_IN_USE) {
             continue; /* the server is there already */
         }
         if (rc != AAA_OK) {
             return fail(word[i], rc);
         }
-        int cut = protocol == 1 ? snprintf(path, sizeof path, "group-server/%s/%s/server/0x%x/%s,%u,%u", word[1], word[2],
-                                           index, host, auth_port, acct_port)
-                                : snprintf(path, sizeof path, "group-server/%s/%s/server/0x%x/%s", word[1], word[2], index,
-                                           host);
+        int cut = protocol == 1 ? snprintf(path, sizeof path, "group-server/%s/%s/server/0x%x/%s,%u,%u",
+                                           word[1], word[2], index, host, auth_port, acct_port)
+                                : snprintf(path, sizeof path, "group-server/%s/%s/server/0x%x/%s", word[1],
+                                           word[2], index, host);
         uint32_t one = 1;
         rc = cut < (int)sizeof path ? sysdb_item_set(conn, path, SYSDB_TYPE_U32, &one, sizeof one, 1)
                                     : AAA_ERR_BUFFER_TOO_SMALL;
@@ -81,11 +81,12 @@ static int load_list(sysdb_conn_t conn, char **word, int words) {
         }
     }
     snprintf(path, sizeof path, "%s/%s/%s", word[1], word[2], word[3]);
-    cerrno rc = strcmp(word[1], "accounting") == 0
-                    ? sysdb_tuple_pack(&tuple, &length, "%d%d%d%d%d%d%d%s%s%s%s", 0, 0, 0, method[0], method[1], method[2],
-                                       method[3], group[0], group[1], group[2], group[3])
-                    : sysdb_tuple_pack(&tuple, &length, "%d%d%d%d%s%s%s%s", method[0], method[1], method[2], method[3],
-                                       group[0], group[1], group[2], group[3]);
+    cerrno rc =
+        strcmp(word[1], "accounting") == 0
+            ? sysdb_tuple_pack(&tuple, &length, "%d%d%d%d%d%d%d%s%s%s%s", 0, 0, 0, method[0], method[1],
+                               method[2], method[3], group[0], group[1], group[2], group[3])
+            : sysdb_tuple_pack(&tuple, &length, "%d%d%d%d%s%s%s%s", method[0], method[1], method[2],
+                               method[3], group[0], group[1], group[2], group[3]);
     if (rc == AAA_OK) {
         rc = sysdb_item_set(conn, path, SYSDB_TYPE_TUPLE, tuple, length, 1);
     }
@@ -98,7 +99,8 @@ static int load_line(sysdb_conn_t conn, char *line) {
     int words = 0;
     char *rest = NULL;
     line[strcspn(line, "#")] = '\0';
-    for (char *w = strtok_r(line, " \t\r\n", &rest); w != NULL && words < MAX_WORDS; w = strtok_r(NULL, " \t\r\n", &rest)) {
+    for (char *w = strtok_r(line, " \t\r\n", &rest); w != NULL && words < MAX_WORDS;
+         w = strtok_r(NULL, " \t\r\n", &rest)) {
         word[words++] = w;
     }
     if (words == 0) {

@@ -16,7 +16,7 @@
 #include "platform/cerr.h"
 #include "platform/sysdb.h"
 
-#define LIST_PATH "authentication/login/default"
+#define LIST_PATH   "authentication/login/default"
 #define PATIENCE_MS 30000 /* a demo must end, whatever happens */
 
 static int32_t on_change(const void *notification, void *callback_arg, void *user_ctx) {
@@ -33,8 +33,8 @@ int main(int argc, char **argv) {
     aaa_mlist_reg_t registration = {0, 0};
     int32_t channel = -1;
     /* Register first, read then: a change in between is reported, none is lost. */
-    cerrno rc = aaa_mlist_change_register(AAA_FUNC_AUTHEN, AAA_SVC_LOGIN, "default", on_change, &changes_left, NULL,
-                                          &registration);
+    cerrno rc = aaa_mlist_change_register(AAA_FUNC_AUTHEN, AAA_SVC_LOGIN, "default", on_change, &changes_left,
+                                          NULL, &registration);
     if (rc == AAA_OK) {
         rc = sysdb_conn_to_coid(registration.connection, &channel);
     }

@@ -73,13 +73,16 @@ static void asks_the_operator_first(void) {
     testkit_type_line("yes", 1, 0);
     EXPECT(lockout_clear("alice") == AAA_OK);
     EXPECT(!lockout_is_locked("alice"));
-    EXPECT(strcmp(testkit_call("sysdb_item_delete", 0), "sysdb_item_delete(/oper/lockout/, \"alice\", 0)") == 0);
+    EXPECT(strcmp(testkit_call("sysdb_item_delete", 0), "sysdb_item_delete(/oper/lockout/, \"alice\", 0)") ==
+           0);
 }
 
 int main(void) {
     static void (*const tests[])(void) = {
-        locks_out_at_the_third_refusal,       takes_the_limit_from_the_configuration,
-        refuses_when_the_database_cannot_be_read, reports_a_count_that_was_not_stored,
+        locks_out_at_the_third_refusal,
+        takes_the_limit_from_the_configuration,
+        refuses_when_the_database_cannot_be_read,
+        reports_a_count_that_was_not_stored,
         asks_the_operator_first,
     };
     for (size_t i = 0; i < sizeof tests / sizeof *tests; i++) {

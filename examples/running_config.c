@@ -13,21 +13,24 @@
 static int get_name(const avlist *list, uint32_t type, uint32_t instance, char name[CONFIG_NAME]) {
     uint32_t len = 0;
     memset(name, 0, CONFIG_NAME);
-    return aaa_util_avlist_value_copy(list, type, instance, name, CONFIG_NAME - 1, &len) == AAA_OK && aaa_is_name_valid(name);
+    return aaa_util_avlist_value_copy(list, type, instance, name, CONFIG_NAME - 1, &len) == AAA_OK &&
+           aaa_is_name_valid(name);
 }
 
 static int get_action(const avlist *list, enum config_action *action) {
     uint8_t value = 0;
     uint32_t len = 0;
-    int ok = aaa_util_avlist_value_copy(list, AAA_VS_RAD_CFG_ACTION, 0, &value, sizeof value, &len) == AAA_OK && len == 1 &&
-             value <= CONFIG_DELETE;
+    int ok =
+        aaa_util_avlist_value_copy(list, AAA_VS_RAD_CFG_ACTION, 0, &value, sizeof value, &len) == AAA_OK &&
+        len == 1 && value <= CONFIG_DELETE;
     *action = value == CONFIG_DELETE ? CONFIG_DELETE : CONFIG_ADD;
     return ok;
 }
 
 static int get_word(const avlist *list, uint32_t type, uint32_t *word) {
     uint32_t len = 0;
-    return aaa_util_avlist_value_copy(list, type, 0, word, sizeof *word, &len) == AAA_OK && len == sizeof *word;
+    return aaa_util_avlist_value_copy(list, type, 0, word, sizeof *word, &len) == AAA_OK &&
+           len == sizeof *word;
 }
 
 /* ---- server groups ------------------------------------------------------------ */
@@ -77,7 +80,8 @@ static cerrno apply_server(running_config_t *config, const avlist *list) {
     config_server_t server = {0};
     uint32_t len = 0;
     if (!get_name(list, AAA_VS_RAD_SG_NAME, 0, name) || !get_action(list, &action) ||
-        aaa_util_avlist_value_copy(list, AAA_VS_RAD_SVR_IPADDR, 0, &server.address, sizeof server.address, &len) != AAA_OK ||
+        aaa_util_avlist_value_copy(list, AAA_VS_RAD_SVR_IPADDR, 0, &server.address, sizeof server.address,
+                                   &len) != AAA_OK ||
         len != sizeof server.address || !get_word(list, AAA_VS_RAD_SVR_AUTH_PORT, &server.auth_port) ||
         !get_word(list, AAA_VS_RAD_SVR_ACCT_PORT, &server.acct_port)) {
         return AAA_ERR_INVALID_CLIENT_DATA;
@@ -123,8 +127,8 @@ static int read_list(const avlist *list, config_list_t *value) {
     }
     for (uint32_t i = 0; i < 4; i++) {
         uint32_t len = 0;
-        if (aaa_util_avlist_value_copy(list, AAA_VS_METHODS, i, &value->method[i], 1, &len) != AAA_OK || len != 1 ||
-            !get_name(list, AAA_VS_RAD_SG_NAME, i, value->group[i])) {
+        if (aaa_util_avlist_value_copy(list, AAA_VS_METHODS, i, &value->method[i], 1, &len) != AAA_OK ||
+            len != 1 || !get_name(list, AAA_VS_RAD_SG_NAME, i, value->group[i])) {
             return 0;
         }
     }
@@ -157,16 +161,16 @@ static cerrno apply_list(running_config_t *config, const avlist *list, int autho
 
 cerrno config_apply(running_config_t *config, uint32_t type, const avlist *list) {
     switch (type) {
-    case AAA_REQ_CFG_SVRGRP:
-        return apply_group(config, list);
-    case AAA_REQ_CFG_SVR_IN_SG:
-        return apply_server(config, list);
-    case AAA_REQ_CFG_AUTHENLIST:
-        return apply_list(config, list, 0);
-    case AAA_REQ_CFG_AUTHORLIST:
-        return apply_list(config, list, 1);
-    default:
-        return AAA_ERR_NOT_SUPPORTED;
+        case AAA_REQ_CFG_SVRGRP:
+            return apply_group(config, list);
+        case AAA_REQ_CFG_SVR_IN_SG:
+            return apply_server(config, list);
+        case AAA_REQ_CFG_AUTHENLIST:
+            return apply_list(config, list, 0);
+        case AAA_REQ_CFG_AUTHORLIST:
+            return apply_list(config, list, 1);
+        default:
+            return AAA_ERR_NOT_SUPPORTED;
     }
 }
 
@@ -190,8 +194,8 @@ void config_print(const running_config_t *config, FILE *out) {
             char text[46];
             const config_server_t *server = &group->server[j];
             const char *address = aaa_util_format_v4v6_ipaddr(text, server->address);
-            fprintf(out, "  server %s auth-port %u acct-port %u\n", address != NULL ? address : "?", server->auth_port,
-                    server->acct_port);
+            fprintf(out, "  server %s auth-port %u acct-port %u\n", address != NULL ? address : "?",
+                    server->auth_port, server->acct_port);
         }
     }
     for (uint32_t i = 0; i < config->list_count; i++) {

@@ -53,7 +53,8 @@ int transport_connect_patient(const char *path, unsigned seconds) {
         return -1;
     }
     if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience) != 0 ||
-        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience) != 0 || /* connect() heeds it too */
+        setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience) !=
+            0 || /* connect() heeds it too */
         connect(fd, (struct sockaddr *)&address, sizeof address) != 0) {
         int saved = errno;
         close(fd);

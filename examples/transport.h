@@ -18,8 +18,9 @@
 
 #include "aaa/aaautil.h"
 
-#define TRANSPORT_MAGIC 0x4d414141u /* "AAAM", first word of a classic message; a session packet starts with 16 */
-#define TRANSPORT_MAX   65536u      /* longest message, bytes */
+#define TRANSPORT_MAGIC \
+    0x4d414141u              /* "AAAM", first word of a classic message; a session packet starts with 16 */
+#define TRANSPORT_MAX 65536u /* longest message, bytes */
 
 enum transport_kind { TRANSPORT_CLASSIC, TRANSPORT_SESSION, TRANSPORT_GARBAGE };
 
@@ -28,7 +29,7 @@ typedef struct transport_msg {
     size_t len;
     union {
         unsigned char bytes[TRANSPORT_MAX];
-        uint64_t      align;
+        uint64_t align;
     } u;
 } transport_msg_t;
 

@@ -76,7 +76,8 @@ user_t *users_load(const char *path) {
         }
         user_t *user = parse_user(text);
         if (user == NULL) {
-            fprintf(stderr, "%s:%u: expected name : hash : level 0-15 : commands; line skipped\n", path, number);
+            fprintf(stderr, "%s:%u: expected name : hash : level 0-15 : commands; line skipped\n", path,
+                    number);
             continue;
         }
         user->next = users;

@@ -15,17 +15,17 @@
  */
 
 typedef struct user {
-    char        *name;
-    char        *hash;
-    uint32_t     level;
-    char        *commands;
+    char *name;
+    char *hash;
+    uint32_t level;
+    char *commands;
     struct user *next;
 } user_t;
 
 /* Reads a users file. Null when it cannot be read or holds no user; every
  * line that is not understood is named on standard error and skipped. */
 user_t *users_load(const char *path);
-void    users_free(user_t *users);
+void users_free(user_t *users);
 
 const user_t *users_find(const user_t *users, const char *name);
 

@@ -46,7 +46,9 @@ THREAD_LOCAL unsigned fired;
 THREAD_LOCAL unsigned outstanding_count;
 THREAD_LOCAL void (*freed)(unsigned char *block, size_t size);
 
-int fail_alloc_available(void) { return REPLACE_MALLOC; }
+int fail_alloc_available(void) {
+    return REPLACE_MALLOC;
+}
 
 void fail_alloc_arm(unsigned k, int all_from_there) {
     fail_at = k;
@@ -57,13 +59,27 @@ void fail_alloc_arm(unsigned k, int all_from_there) {
     armed = 1;
 }
 
-void fail_alloc_disarm(void) { armed = 0; }
-unsigned fail_alloc_counted(void) { return counted; }
-unsigned fail_alloc_fired(void) { return fired; }
-unsigned fail_alloc_outstanding(void) { return outstanding_count; }
-void fail_alloc_pause(void) { ++paused; }
-void fail_alloc_resume(void) { --paused; }
-void fail_alloc_watch_frees(void (*watch)(unsigned char *, size_t)) { freed = watch; }
+void fail_alloc_disarm(void) {
+    armed = 0;
+}
+unsigned fail_alloc_counted(void) {
+    return counted;
+}
+unsigned fail_alloc_fired(void) {
+    return fired;
+}
+unsigned fail_alloc_outstanding(void) {
+    return outstanding_count;
+}
+void fail_alloc_pause(void) {
+    ++paused;
+}
+void fail_alloc_resume(void) {
+    --paused;
+}
+void fail_alloc_watch_frees(void (*watch)(unsigned char *, size_t)) {
+    freed = watch;
+}
 
 #if REPLACE_MALLOC
 
@@ -241,9 +257,13 @@ static char *duplicate(const char *text, size_t length) {
 /* The leak sanitizer knows the dynamic loader's own blocks by who called
  * malloc; that is this file now. */
 const char *__lsan_default_suppressions(void);
-const char *__lsan_default_suppressions(void) { return "leak:_dl_map_object_deps\n"; }
+const char *__lsan_default_suppressions(void) {
+    return "leak:_dl_map_object_deps\n";
+}
 const char *__lsan_default_options(void);
-const char *__lsan_default_options(void) { return "print_suppressions=0"; }
+const char *__lsan_default_options(void) {
+    return "print_suppressions=0";
+}
 #endif
 
 /* The address sanitizer's strdup does not come through malloc. */

@@ -13,7 +13,7 @@ int fake_presence(const char *path, int mode);
 
 /* What the program's own libc functions call instead of libc's; null = pass on. */
 struct fake_libc_hooks {
-    int (*access)(const char *path, int mode);   /* 0 or an errno value */
+    int (*access)(const char *path, int mode); /* 0 or an errno value */
     unsigned (*alarm)(unsigned seconds);
     int (*getpid)(void);
     void *(*popen)(const char *command, const char *mode);

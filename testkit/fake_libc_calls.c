@@ -23,7 +23,8 @@ int tcgetattr(int fd, struct termios *settings);
 int tcsetattr(int fd, int action, const struct termios *settings);
 long time(long *out);
 int ttyname_r(int fd, char *buffer, size_t size);
-int __ttyname_r_chk(int fd, char *buffer, size_t size, size_t room); /* what a build with checked functions calls */
+int __ttyname_r_chk(int fd, char *buffer, size_t size,
+                    size_t room); /* what a build with checked functions calls */
 
 /* The definitions after these. A union, because C has no cast from a data to
  * a function pointer. */
@@ -78,14 +79,17 @@ int access(const char *path, int mode) {
     if (path != NULL && same(path, AAA_PKG_ROOT "/lib/libsysdb.so")) {
         return answered(fake_presence(path, mode));
     }
-    return fake_libc.access != NULL ? answered(fake_libc.access(path, mode)) : next(ACCESS).access(path, mode);
+    return fake_libc.access != NULL ? answered(fake_libc.access(path, mode))
+                                    : next(ACCESS).access(path, mode);
 }
 
 unsigned alarm(unsigned seconds) {
     return fake_libc.alarm != NULL ? fake_libc.alarm(seconds) : next(ALARM).alarm(seconds);
 }
 
-int getpid(void) { return fake_libc.getpid != NULL ? fake_libc.getpid() : next(GETPID).getpid(); }
+int getpid(void) {
+    return fake_libc.getpid != NULL ? fake_libc.getpid() : next(GETPID).getpid();
+}
 
 void *popen(const char *command, const char *mode) {
     return fake_libc.popen != NULL ? fake_libc.popen(command, mode) : next(POPEN).popen(command, mode);

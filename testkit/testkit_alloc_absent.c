@@ -18,15 +18,25 @@ WEAK void fail_alloc_pause(void);
 WEAK void fail_alloc_resume(void);
 WEAK void fail_alloc_watch_frees(void (*watch)(unsigned char *block, size_t size));
 
-int fail_alloc_available(void) { return 0; }
+int fail_alloc_available(void) {
+    return 0;
+}
 void fail_alloc_arm(unsigned k, int all_from_there) {
     (void)k;
     (void)all_from_there;
 }
 void fail_alloc_disarm(void) {}
-unsigned fail_alloc_counted(void) { return 0; }
-unsigned fail_alloc_fired(void) { return 0; }
-unsigned fail_alloc_outstanding(void) { return 0; }
+unsigned fail_alloc_counted(void) {
+    return 0;
+}
+unsigned fail_alloc_fired(void) {
+    return 0;
+}
+unsigned fail_alloc_outstanding(void) {
+    return 0;
+}
 void fail_alloc_pause(void) {}
 void fail_alloc_resume(void) {}
-void fail_alloc_watch_frees(void (*watch)(unsigned char *, size_t)) { (void)watch; }
+void fail_alloc_watch_frees(void (*watch)(unsigned char *, size_t)) {
+    (void)watch;
+}

@@ -31,7 +31,8 @@ static VALUE_PAIR *append(RADIUS_PACKET *request, VALUE_PAIR **tail, uint8_t typ
     return pair;
 }
 
-int freeradius_add_number(struct radius_packet *request, struct value_pair **tail, uint8_t type, uint32_t number) {
+int freeradius_add_number(struct radius_packet *request, struct value_pair **tail, uint8_t type,
+                          uint32_t number) {
     VALUE_PAIR *pair = append(request, tail, type);
     if (pair == NULL) {
         return -1;
@@ -41,8 +42,8 @@ int freeradius_add_number(struct radius_packet *request, struct value_pair **tai
     return 0;
 }
 
-int freeradius_add_text(struct radius_packet *request, struct value_pair **tail, uint8_t type, const char *text,
-                        uint32_t len) {
+int freeradius_add_text(struct radius_packet *request, struct value_pair **tail, uint8_t type,
+                        const char *text, uint32_t len) {
     VALUE_PAIR *pair = append(request, tail, type);
     if (pair == NULL) {
         return -1;

@@ -23,9 +23,10 @@ int freeradius_start(const char *directory);
 struct radius_packet *freeradius_request(void);
 
 /* Append an attribute; 0 or -1. The tail is the request's last pair, null at first. */
-int freeradius_add_number(struct radius_packet *request, struct value_pair **tail, uint8_t type, uint32_t number);
-int freeradius_add_text(struct radius_packet *request, struct value_pair **tail, uint8_t type, const char *text,
-                        uint32_t len);
+int freeradius_add_number(struct radius_packet *request, struct value_pair **tail, uint8_t type,
+                          uint32_t number);
+int freeradius_add_text(struct radius_packet *request, struct value_pair **tail, uint8_t type,
+                        const char *text, uint32_t len);
 
 /* Encodes into out; the length, or -1. */
 int freeradius_encode(struct radius_packet *request, char *out, uint32_t size);

@@ -17,7 +17,7 @@ using bench::kWanted;
 // Every type that occurs.
 inline constexpr uint32_t kTypes[] = {
 #define PEER_NUMBER(type, field, Field) type,
-#define PEER_TEXT(type, field, Field) type,
+#define PEER_TEXT(type, field, Field)   type,
 #include "fields.def"
 };
 

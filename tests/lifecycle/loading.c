@@ -21,7 +21,9 @@ static void *load(const char *path) {
     return handle;
 }
 
-static void unload(void *handle) { REQUIRE(dlclose(handle) == 0); }
+static void unload(void *handle) {
+    REQUIRE(dlclose(handle) == 0);
+}
 
 static const uint64_t *shared_handle(void *library, const char *name) {
     const uint64_t *const handle = dlsym(library, name);
@@ -36,7 +38,9 @@ static void *load_connected(void) {
     return library;
 }
 
-static void require_gone(void) { REQUIRE(dlopen(AAAUTIL_LIBRARY, RTLD_NOLOAD | RTLD_LAZY) == NULL); }
+static void require_gone(void) {
+    REQUIRE(dlopen(AAAUTIL_LIBRARY, RTLD_NOLOAD | RTLD_LAZY) == NULL);
+}
 
 /* ---- What must not grow with the number of rounds ---- */
 
@@ -78,9 +82,13 @@ static void run_rounds(unsigned rounds, void (*round)(void)) {
 
 /* ---- Rounds ---- */
 
-static void at_once(void) { unload(load(AAAUTIL_LIBRARY)); }
+static void at_once(void) {
+    unload(load(AAAUTIL_LIBRARY));
+}
 
-static void connected(void) { unload(load_connected()); }
+static void connected(void) {
+    unload(load_connected());
+}
 
 static void *at_once_body(void *arg) {
     (void)arg;
@@ -187,7 +195,9 @@ static int fork_loaded(void *library, int child_unloads) {
 }
 
 /* Forks while the worker makes its connections. */
-static void fork_at_once(void) { fork_loaded(load(AAAUTIL_LIBRARY), 1); }
+static void fork_at_once(void) {
+    fork_loaded(load(AAAUTIL_LIBRARY), 1);
+}
 
 /* The child starts anew: unloads what it inherited, loads its own. */
 static int fork_reload(void) {
@@ -234,8 +244,8 @@ struct rounds {
 };
 
 static const struct rounds all_rounds[] = {
-    {"at-once", at_once},       {"connected", connected},       {"in-a-thread", in_a_thread},
-    {"handed-over", handed_over}, {"both-at-once", both_at_once}, {"sessions", session},
+    {"at-once", at_once},           {"connected", connected},       {"in-a-thread", in_a_thread},
+    {"handed-over", handed_over},   {"both-at-once", both_at_once}, {"sessions", session},
     {"fork-at-once", fork_at_once},
 };
 

@@ -16,12 +16,12 @@
 
 #define TIME_LIMIT_SECONDS 100
 
-#define REQUIRE(condition)                                                                  \
-    do {                                                                                    \
-        if (!(condition)) {                                                                 \
-            fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition);         \
-            _exit(99);                                                                      \
-        }                                                                                   \
+#define REQUIRE(condition)                                                          \
+    do {                                                                            \
+        if (!(condition)) {                                                         \
+            fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition); \
+            _exit(99);                                                              \
+        }                                                                           \
     } while (0)
 
 static inline void yield_a_little(void) {

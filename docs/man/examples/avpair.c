@@ -16,9 +16,9 @@ int main(void) {
                    sizeof port, list);
 
     /* to the sender, and back at the receiver */
-    char     message[512];
+    char message[512];
     uint32_t size = sizeof message;
-    cerrno   rc = aaa_avpair_pack_msg_to_buf(list, message, &size);
+    cerrno rc = aaa_avpair_pack_msg_to_buf(list, message, &size);
     /* all that may be done with a packed list */
     aaa_avpair_free_list(list);
     if (rc != AAA_OK ||
@@ -28,9 +28,8 @@ int main(void) {
     rc = aaa_avpair_unpack_msg_checked(list, message, size);
 
     aaa_avpair_iterator_t it = {0};
-    avpair_t             *pair = NULL;
-    for (rc = aaa_avpair_iterator_init(&it, list, &pair);
-         rc == AAA_OK;
+    avpair_t *pair = NULL;
+    for (rc = aaa_avpair_iterator_init(&it, list, &pair); rc == AAA_OK;
          rc = aaa_avpair_iterator_get_next(&it, &pair)) {
         char text[128];
         fputs(aaa_util_print_attr(pair->av_type, pair->av_len,

@@ -8,16 +8,15 @@
 /* What arrived on a socket: nothing in it is taken on trust. */
 static cerrno show_user(const char *message, size_t received) {
     avlist *list = NULL;
-    cerrno  rc = aaa_avpair_create_list(NULL, &list);
+    cerrno rc = aaa_avpair_create_list(NULL, &list);
     if (rc == AAA_OK) {
         rc = aaa_avpair_unpack_msg_checked(list, message, received);
     }
-    char     name[254] = "";
+    char name[254] = "";
     uint32_t length = 0;
     if (rc == AAA_OK) {
         rc = aaa_util_avlist_value_copy(list, AAA_USERNAME_ATTR, 0,
-                                        name, sizeof name - 1,
-                                        &length);
+                                        name, sizeof name - 1, &length);
     }
     if (rc == AAA_OK) {
         printf("user \"%.*s\"\n", (int)strnlen(name, length), name);
@@ -29,8 +28,8 @@ static cerrno show_user(const char *message, size_t received) {
 }
 
 int main(void) {
-    avlist  *list = NULL;
-    char     message[256];
+    avlist *list = NULL;
+    char message[256];
     uint32_t size = sizeof message;
     if (aaa_avpair_create_list("login", &list) != AAA_OK ||
         aaa_util_avlist_username_add("alice", 6, list) != AAA_OK ||

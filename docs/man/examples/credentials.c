@@ -7,8 +7,8 @@ int main(void) {
     aaa_usercred_t user = {.username = "alice",
                            .password = "wonderland",
                            .ttyname = "vty0"};
-    avlist        *list = NULL;
-    char           text[1024];
+    avlist *list = NULL;
+    char text[1024];
     if (aaa_avpair_create_list("credentials", &list) != AAA_OK) {
         return 1;
     }

@@ -24,10 +24,9 @@ static int32_t readable(void *conn, void *ctx) {
 }
 
 int main(void) {
-    event_manager_t evm =
-        event_manager_create(0, "example", 0, NULL);
-    void           *conn = NULL;
-    static char     buffer[256];
+    event_manager_t evm = event_manager_create(0, "example", 0, NULL);
+    void *conn = NULL;
+    static char buffer[256];
     if (evm == NULL || pipe(pipe_ends) != 0 ||
         aaa_util_ecm_fd_conn(evm, &conn, up, readable, "example") ||
         write(pipe_ends[1], "x", 1) != 1) {

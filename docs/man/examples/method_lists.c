@@ -10,19 +10,17 @@
    and the names of those that are groups. */
 static cerrno store(const char *path) {
     sysdb_conn_t conn = 0;
-    void        *tuple = NULL;
-    uint32_t     length = 0;
-    cerrno rc =
-        _sysdb_bind(&conn, "/cfg/gl/aaa/", SYSDB_BIND_PRIVATE);
+    void *tuple = NULL;
+    uint32_t length = 0;
+    cerrno rc = _sysdb_bind(&conn, "/cfg/gl/aaa/", SYSDB_BIND_PRIVATE);
     if (rc == 0) {
         rc = sysdb_tuple_pack(&tuple, &length, "%d%d%d%d%s%s%s%s",
-                              AAA_METHOD_TACACSPLUS,
-                              AAA_METHOD_LOCAL, 0, 0,
-                              "", "", "", "");
+                              AAA_METHOD_TACACSPLUS, AAA_METHOD_LOCAL,
+                              0, 0, "", "", "", "");
     }
     if (rc == 0) {
-        rc = sysdb_item_set(conn, path, SYSDB_TYPE_TUPLE, tuple,
-                            length, 0);
+        rc = sysdb_item_set(conn, path, SYSDB_TYPE_TUPLE, tuple, length,
+                            0);
     }
     free(tuple);
     _sysdb_unbind(conn);
@@ -30,9 +28,9 @@ static cerrno store(const char *path) {
 }
 
 int main(void) {
-    char      path[] = "authentication/login/default";
+    char path[] = "authentication/login/default";
     uint32_t *methods = NULL;
-    cerrno    rc = store(path);
+    cerrno rc = store(path);
     if (rc == AAA_OK) {
         rc = lookup_methods(path, &methods);
     }

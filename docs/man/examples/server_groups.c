@@ -7,7 +7,7 @@
 
 int main(void) {
     uint32_t number = 0;
-    cerrno   rc = aaa_util_lookup_sg_index("corp", &number);
+    cerrno rc = aaa_util_lookup_sg_index("corp", &number);
     if (rc == SYSDB_ERR_NOT_FOUND) {
         puts("no such group");
         return 0;

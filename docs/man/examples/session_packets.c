@@ -10,14 +10,14 @@ int main(void) {
     memset(&request, 0, sizeof request);
     cerrno rc = aaa_session_fill_request(&request, NULL, 11, 0, 0);
     if (rc == AAA_OK) {
-        rc = aaa_sess_fill_msg_req_type_data(&request.u, "operator",
-                                             8, 11);
+        rc = aaa_sess_fill_msg_req_type_data(&request.u, "operator", 8,
+                                             11);
     }
     if (rc != AAA_OK) {
         return 1;
     }
     /* At the receiver: the packet's length is somebody else's. */
-    char     task_map[256] = "";
+    char task_map[256] = "";
     uint32_t length = 0;
     if (aaa_sess_get_type_data_checked(&request, sizeof request,
                                        task_map, sizeof task_map - 1,

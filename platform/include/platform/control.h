@@ -64,11 +64,11 @@ PLATFORM_API const char *aaa_platform_debug_area(uint32_t flag);
 
 /** One thread that waits for a mutex. */
 typedef struct aaa_platform_mutex_wait {
-    int32_t     thread;       /**< thread id, as gettid() gives it */
-    int32_t     line;         /**< source line of the wait */
-    const void *mutex;        /**< address of the mutex, not to be dereferenced */
-    uint64_t    waited_ms;    /**< how long it has been waiting, in milliseconds */
-    char        function[64]; /**< name of the waiting function, cut to 63 characters */
+    int32_t thread;     /**< thread id, as gettid() gives it */
+    int32_t line;       /**< source line of the wait */
+    const void *mutex;  /**< address of the mutex, not to be dereferenced */
+    uint64_t waited_ms; /**< how long it has been waiting, in milliseconds */
+    char function[64];  /**< name of the waiting function, cut to 63 characters */
 } aaa_platform_mutex_wait_t;
 
 /**
@@ -89,8 +89,8 @@ PLATFORM_API uint32_t aaa_platform_mutex_waits(aaa_platform_mutex_wait_t *out, u
 
 /** One row of the file that says which method list applies on which lines. */
 typedef struct aaa_platform_line_rule {
-    uint32_t    number;    /**< line of the file, from 1 */
-    uint32_t    kind;      /**< 0 authentication, 1 authorization, 2 accounting, or AAA_PLATFORM_LINE_EVERY_KIND */
+    uint32_t number; /**< line of the file, from 1 */
+    uint32_t kind;   /**< 0 authentication, 1 authorization, 2 accounting, or AAA_PLATFORM_LINE_EVERY_KIND */
     const char *pattern;   /**< shell pattern for the names of lines; null in a defective row that has none */
     const char *list_name; /**< the method list; null in a defective row that has none */
     const char *defect;    /**< null, or why the row is not used; kind is then meaningless */
@@ -125,7 +125,8 @@ PLATFORM_API cerrno aaa_platform_line_rules(aaa_platform_line_rule_fn visit, voi
  * - 1: it does
  * - 0: it does not, is defective, or an argument is null
  */
-PLATFORM_API int aaa_platform_line_rule_applies(const aaa_platform_line_rule_t *rule, uint32_t kind, const char *line);
+PLATFORM_API int aaa_platform_line_rule_applies(const aaa_platform_line_rule_t *rule, uint32_t kind,
+                                                const char *line);
 
 /**
  * Gives the path of the file of rows that this process uses.
@@ -143,7 +144,7 @@ PLATFORM_API const char *aaa_platform_line_rules_path(void);
 typedef struct aaa_platform_master_key {
     uint32_t generation; /**< 0 to 99, the two digits that begin a sealed key */
     uint32_t newest;     /**< 1: new keys are sealed with it; else 0 */
-    int64_t  created;    /**< seconds since 1970-01-01, 0 = not recorded */
+    int64_t created;     /**< seconds since 1970-01-01, 0 = not recorded */
 } aaa_platform_master_key_t;
 
 /**
@@ -211,8 +212,8 @@ PLATFORM_API cerrno aaa_platform_master_keys_retire(const char *path, uint32_t g
  *
  * On failure the outputs are untouched.
  */
-PLATFORM_API cerrno aaa_platform_master_keys_list(const char *path, aaa_platform_master_key_t *out, uint32_t capacity,
-                                                  uint32_t *count);
+PLATFORM_API cerrno aaa_platform_master_keys_list(const char *path, aaa_platform_master_key_t *out,
+                                                  uint32_t capacity, uint32_t *count);
 
 /**
  * Gives the path of the file of master keys that the cipher of this process uses.

@@ -61,7 +61,8 @@ typedef int32_t (*event_async_handler_t)(void *arg);
  *
  * @return the handle, or null with errno set.
  */
-PLATFORM_API event_manager_t event_manager_create(uint32_t flags, const char *name, uint32_t zero, void *private_word);
+PLATFORM_API event_manager_t event_manager_create(uint32_t flags, const char *name, uint32_t zero,
+                                                  void *private_word);
 
 /**
  * Ends an event manager with its connections, without calling their down
@@ -83,7 +84,8 @@ PLATFORM_API void event_manager_destroy(event_manager_t evm);
  * - the wake-up's code, 0 or above
  * - -1: failure, errno is EINVAL, ENOMEM, or EPERM in a forked child
  */
-PLATFORM_API int32_t event_async_attach(event_manager_t evm, uint32_t type, event_async_handler_t handler, void *arg);
+PLATFORM_API int32_t event_async_attach(event_manager_t evm, uint32_t type, event_async_handler_t handler,
+                                        void *arg);
 
 /**
  * Sends a wake-up. Every wake-up sent is delivered, once each and in order,
@@ -102,12 +104,12 @@ PLATFORM_API int32_t event_send_async(event_manager_t evm, int32_t code, uint64_
 /** Context of a thread that calls event_block() and qm_event_dispatch(). */
 typedef struct event_block_ctx {
     event_manager_t evm;
-    uint32_t        word8; /**< 0 */
-    void           *buffer; /**< receives the event; 64 bytes at least, 256 in the library */
-    uint64_t        size;   /**< of the buffer in bytes */
-    uint32_t        word32; /**< 0 */
-    uint8_t         zero[16];
-    uint32_t        tail; /**< padding */
+    uint32_t word8;  /**< 0 */
+    void *buffer;    /**< receives the event; 64 bytes at least, 256 in the library */
+    uint64_t size;   /**< of the buffer in bytes */
+    uint32_t word32; /**< 0 */
+    uint8_t zero[16];
+    uint32_t tail; /**< padding */
 } event_block_ctx_t;
 
 #define EVENT_BUFFER_MINIMUM 64u
@@ -159,8 +161,8 @@ PLATFORM_API int32_t qm_event_dispatch(event_block_ctx_t *ctx, uint32_t flags);
  * - EVENT_ERR_BAD_HANDLE: unknown or stale manager
  * - EVENT_ERR_FORKED, EVENT_ERR_NOMEM
  */
-PLATFORM_API cerrno event_conn_create(event_conn_t *conn_out, event_manager_t evm, aaa_event_cb_t up_cb, void *ctx,
-                                      uint32_t type);
+PLATFORM_API cerrno event_conn_create(event_conn_t *conn_out, event_manager_t evm, aaa_event_cb_t up_cb,
+                                      void *ctx, uint32_t type);
 
 #define EVENT_CONN_NOTIFY_DOWN 0x6000u /**< either bit: the connection is lost */
 
@@ -196,7 +198,8 @@ PLATFORM_API cerrno event_conn_notify(event_conn_t conn, uint32_t mask, aaa_even
  * - EVENT_ERR_CHANNEL: the open channel cannot be watched for these events
  * - EVENT_ERR_BAD_HANDLE, EVENT_ERR_FORKED
  */
-PLATFORM_API cerrno event_conn_evm_handler(event_conn_t conn, uint32_t arg, aaa_event_cb_t handler_cb, void *zero);
+PLATFORM_API cerrno event_conn_evm_handler(event_conn_t conn, uint32_t arg, aaa_event_cb_t handler_cb,
+                                           void *zero);
 
 /**
  * Opens a connection: calls the up callback and watches its channel. When it

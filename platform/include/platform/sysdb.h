@@ -40,13 +40,13 @@ extern "C" {
 #endif
 
 typedef uint64_t sysdb_conn_t; /**< connection handle, 0 = none */
-typedef void    *sysdb_list_t;
+typedef void *sysdb_list_t;
 
 /* Data types. Any other number is stored and compared unchanged; its value is not checked. */
-#define SYSDB_TYPE_ANY       0u          /**< only as an expected type: any type */
-#define SYSDB_TYPE_U32       1u          /**< four bytes, host order */
-#define SYSDB_TYPE_STRING    3u          /**< text, its NUL is part of the length */
-#define SYSDB_TYPE_TUPLE     5u          /**< made by sysdb_tuple_pack() */
+#define SYSDB_TYPE_ANY       0u /**< only as an expected type: any type */
+#define SYSDB_TYPE_U32       1u /**< four bytes, host order */
+#define SYSDB_TYPE_STRING    3u /**< text, its NUL is part of the length */
+#define SYSDB_TYPE_TUPLE     5u /**< made by sysdb_tuple_pack() */
 #define SYSDB_TYPE_DIRECTORY 0xFFFFFFFDu
 
 /* Bind flags. A shared connection and a private one behave alike; the flag tells readers of the code which
@@ -294,14 +294,14 @@ PLATFORM_API cerrno sysdb_directory_get_last(sysdb_conn_t conn, const char *path
  * eight bytes are those of a configuration event record.
  */
 typedef struct sysdb_notification {
-    uint32_t    operation; /**< SYSDB_EVENT_SET, SYSDB_EVENT_CREATE or SYSDB_EVENT_DELETE */
-    uint8_t     pass_flags; /**< 0 */
-    uint8_t     reserved[3];
-    uint64_t    revision; /**< of the tree, when the value was read; grows with every change */
-    const char *path;     /**< relative to the connection's bind point */
-    const void *value;    /**< null when deleted */
-    uint32_t    length;   /**< bytes */
-    uint32_t    datatype; /**< SYSDB_TYPE_DIRECTORY, see below, otherwise the item's type; SYSDB_TYPE_ANY with no
+    uint32_t operation; /**< SYSDB_EVENT_SET, SYSDB_EVENT_CREATE or SYSDB_EVENT_DELETE */
+    uint8_t pass_flags; /**< 0 */
+    uint8_t reserved[3];
+    uint64_t revision; /**< of the tree, when the value was read; grows with every change */
+    const char *path;  /**< relative to the connection's bind point */
+    const void *value; /**< null when deleted */
+    uint32_t length;   /**< bytes */
+    uint32_t datatype; /**< SYSDB_TYPE_DIRECTORY, see below, otherwise the item's type; SYSDB_TYPE_ANY with no
                                value when the stored bytes do not fit their type */
 } sysdb_notification_t;
 
@@ -338,9 +338,10 @@ typedef struct sysdb_notification {
  * - SYSDB_ERR_BAD_HANDLE: unknown or stale connection
  * - a code of _sysdb_bind(): the path, or the run directory, which this process must be able to write
  */
-PLATFORM_API cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *path, uint32_t events, uint32_t mode,
-                                                 aaa_notify_cb_t callback, void *callback_arg, uint64_t zero7,
-                                                 void *user_ctx, uint64_t zero9, uint64_t *notification);
+PLATFORM_API cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *path, uint32_t events,
+                                                 uint32_t mode, aaa_notify_cb_t callback, void *callback_arg,
+                                                 uint64_t zero7, void *user_ctx, uint64_t zero9,
+                                                 uint64_t *notification);
 
 /**
  * Removes a notification. It waits for a callback that runs on another thread;

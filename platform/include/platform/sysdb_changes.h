@@ -22,18 +22,20 @@ extern "C" {
 #define SYSDB_ERR_NOT_SUPPORTED 0x8081b000u /**< the provider makes one change at a time only */
 
 /* Operations of a change. */
-#define SYSDB_CHANGE_SET    1u /**< create or replace the item; a directory when the type says so */
-#define SYSDB_CHANGE_DELETE 2u /**< delete the item, which must be there; with '/' at its end, a directory made by hand */
-#define SYSDB_CHANGE_PRUNE  3u /**< delete all below the directory that no other change of the call sets or expects */
+#define SYSDB_CHANGE_SET 1u /**< create or replace the item; a directory when the type says so */
+#define SYSDB_CHANGE_DELETE \
+    2u /**< delete the item, which must be there; with '/' at its end, a directory made by hand */
+#define SYSDB_CHANGE_PRUNE \
+    3u /**< delete all below the directory that no other change of the call sets or expects */
 #define SYSDB_CHANGE_EXPECT 4u /**< change nothing; the item must be as given, or absent for SYSDB_TYPE_ANY */
 
 /** One change. */
 typedef struct sysdb_change {
-    uint32_t    operation; /**< SYSDB_CHANGE_... */
-    uint32_t    datatype;  /**< set and expect; ignored by the others */
-    const char *path;      /**< relative to the connection; prune takes "" for the directory of the bind point */
-    const void *value;     /**< set and expect; may be null when length is 0 */
-    uint32_t    length;    /**< as for sysdb_item_set() */
+    uint32_t operation; /**< SYSDB_CHANGE_... */
+    uint32_t datatype;  /**< set and expect; ignored by the others */
+    const char *path;   /**< relative to the connection; prune takes "" for the directory of the bind point */
+    const void *value;  /**< set and expect; may be null when length is 0 */
+    uint32_t length;    /**< as for sysdb_item_set() */
 } sysdb_change_t;
 
 /**
@@ -63,7 +65,8 @@ typedef struct sysdb_change {
  *
  * On failure the database is unchanged.
  */
-PLATFORM_API cerrno sysdb_apply(sysdb_conn_t conn, const sysdb_change_t *changes, uint32_t count, uint32_t *failed);
+PLATFORM_API cerrno sysdb_apply(sysdb_conn_t conn, const sysdb_change_t *changes, uint32_t count,
+                                uint32_t *failed);
 
 #ifdef __cplusplus
 }

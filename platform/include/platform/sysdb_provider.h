@@ -57,28 +57,29 @@ typedef struct sysdb_host {
 } sysdb_host_t;
 
 typedef struct sysdb_provider {
-    uint32_t    abi;  /**< SYSDB_PROVIDER_ABI */
-    uint32_t    size; /**< sizeof(sysdb_provider_t) of the provider */
+    uint32_t abi;     /**< SYSDB_PROVIDER_ABI */
+    uint32_t size;    /**< sizeof(sysdb_provider_t) of the provider */
     const char *name; /**< for log lines, e.g. "lmdb" */
 
     cerrno (*bind)(sysdb_conn_t *conn, const char *path, uint32_t flags);
     cerrno (*unbind)(sysdb_conn_t conn);
     cerrno (*conn_to_coid)(sysdb_conn_t conn, int32_t *coid);
 
-    cerrno (*item_get)(sysdb_conn_t conn, const char *path, uint32_t *datatype, void **value, uint32_t *length,
-                       uint32_t flags);
-    cerrno (*item_set)(sysdb_conn_t conn, const char *path, uint32_t datatype, const void *value, uint32_t length,
-                       uint32_t flags);
+    cerrno (*item_get)(sysdb_conn_t conn, const char *path, uint32_t *datatype, void **value,
+                       uint32_t *length, uint32_t flags);
+    cerrno (*item_set)(sysdb_conn_t conn, const char *path, uint32_t datatype, const void *value,
+                       uint32_t length, uint32_t flags);
     cerrno (*item_delete)(sysdb_conn_t conn, const char *path, uint32_t flags);
 
-    cerrno (*list)(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count, sysdb_list_t *list,
-                   uint32_t flags);
+    cerrno (*list)(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count,
+                   sysdb_list_t *list, uint32_t flags);
     cerrno (*list_start)(sysdb_list_t list);
     cerrno (*list_next)(sysdb_list_t list, char **name, uint32_t *type, uint32_t flags);
     void (*list_free)(sysdb_list_t list);
-    cerrno (*find)(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count, sysdb_list_t *list,
-                   uint32_t flags, uint32_t depth);
-    cerrno (*directory_get_last)(sysdb_conn_t conn, const char *path, char **name, uint32_t *type, uint32_t flags);
+    cerrno (*find)(sysdb_conn_t conn, const char *path, const char *pattern, uint32_t *count,
+                   sysdb_list_t *list, uint32_t flags, uint32_t depth);
+    cerrno (*directory_get_last)(sysdb_conn_t conn, const char *path, char **name, uint32_t *type,
+                                 uint32_t flags);
 
     cerrno (*register_notification)(sysdb_conn_t conn, const char *path, uint32_t events, uint32_t mode,
                                     aaa_notify_cb_t callback, void *callback_arg, void *user_ctx,

@@ -21,8 +21,8 @@ extern "C" {
 
 /** Details of a line. The library reads the first field only. */
 typedef struct tty_details {
-    uint32_t kind;       /**< 0 console, 1 and 2 tty, 3 aux, 4 vty (enum aaa_line_kind) */
-    uint8_t  rest[1020]; /**< the host's */
+    uint32_t kind;      /**< 0 console, 1 and 2 tty, 3 aux, 4 vty (enum aaa_line_kind) */
+    uint8_t rest[1020]; /**< the host's */
 } tty_details_t;
 
 /**

@@ -22,11 +22,11 @@ static uint32_t session_limit(void) {
     return limit;
 }
 
-#define EXPECT(condition) \
-    if (!(condition)) { \
+#define EXPECT(condition)                                      \
+    if (!(condition)) {                                        \
         printf("line %d: not so: %s\n", __LINE__, #condition); \
-        return 1; \
-    } else \
+        return 1;                                              \
+    } else                                                     \
         (void)0
 
 int main(void) {
@@ -37,7 +37,8 @@ int main(void) {
     testkit_fail_call("sysdb_item_get", 1, SYSDB_ERR_CORRUPT, -1);
     EXPECT(session_limit() == 1);
     EXPECT(testkit_count("_sysdb_bind") == 3);
-    EXPECT(strcmp(testkit_call("sysdb_item_get", 0), "sysdb_item_get(/cfg/limits/, \"sessions\", 1, 0)") == 0);
+    EXPECT(strcmp(testkit_call("sysdb_item_get", 0), "sysdb_item_get(/cfg/limits/, \"sessions\", 1, 0)") ==
+           0);
     EXPECT(testkit_sysdb_open_connections(NULL) == 0);
 
     /* What the library calls is the kit's too, and not only what this program names. */

@@ -13,8 +13,10 @@ int main(void) {
     char text[1024];
     aaa_avpair_iterator_t it = {0};
     avpair_t *pair = NULL;
-    for (cerrno rc = aaa_avpair_iterator_init(&it, list, &pair); rc == AAA_OK; rc = aaa_avpair_iterator_get_next(&it, &pair)) {
-        fputs(aaa_util_print_attr(pair->av_type, pair->av_len, pair->av_flags, pair + 1, text, sizeof text), stdout);
+    for (cerrno rc = aaa_avpair_iterator_init(&it, list, &pair); rc == AAA_OK;
+         rc = aaa_avpair_iterator_get_next(&it, &pair)) {
+        fputs(aaa_util_print_attr(pair->av_type, pair->av_len, pair->av_flags, pair + 1, text, sizeof text),
+              stdout);
     }
     aaa_avpair_free_list(list);
     return 0;

@@ -23,7 +23,7 @@ constexpr auto kText = FieldForm::text;
 
 // Offset and size of a member of a public record. The headers fix both with static assertions.
 #define SIZE(record, member) sizeof(std::declval<record &>().member)
-#define AT(record, member) offsetof(record, member), SIZE(record, member)
+#define AT(record, member)   offsetof(record, member), SIZE(record, member)
 // A field that covers several members, from the first up to `next`.
 #define UP_TO(record, first, next) offsetof(record, first), offsetof(record, next) - offsetof(record, first)
 // A member of a packet's payload, whose offsets are counted from its own beginning.

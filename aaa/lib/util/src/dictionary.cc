@@ -8,7 +8,7 @@
 
 constinit const aaa_table_row_t aaa_table[AAA_TABLE_ROWS] = {
 #define AAA_ATTRIBUTE(type, format, name) {type, format, 0, #name},
-#define AAA_NO_ATTRIBUTE(type, format) {type, format, 1, nullptr},
+#define AAA_NO_ATTRIBUTE(type, format)    {type, format, 1, nullptr},
 #include "aaa/dictionary.def"
 };
 
@@ -19,7 +19,7 @@ consteval bool rows_are_in_order() {
     uint32_t next = 0;
     bool in_order = true;
 #define AAA_ATTRIBUTE(type, format, name) in_order = in_order && (type) == next++;
-#define AAA_NO_ATTRIBUTE(type, format) in_order = in_order && (type) == next++;
+#define AAA_NO_ATTRIBUTE(type, format)    in_order = in_order && (type) == next++;
 #include "aaa/dictionary.def"
     return in_order && next == AAA_TABLE_ROWS;
 }

@@ -29,7 +29,7 @@ struct SwapTable {
 consteval SwapTable make_swap_table() {
     SwapTable table;
 #define AAA_ATTRIBUTE(type, format, name) table.set(type, format);
-#define AAA_NO_ATTRIBUTE(type, format) table.set(type, format);
+#define AAA_NO_ATTRIBUTE(type, format)    table.set(type, format);
 #include "aaa/dictionary.def"
     return table;
 }
