@@ -8,7 +8,8 @@ int main(void) {
     if (aaa_avpair_create_list("reply", &list) != AAA_OK) {
         return 1;
     }
-    aaa_util_avlist_status_add(AAA_STAT_PASS, sizeof(uint32_t), list);
+    aaa_util_avlist_status_add(AAA_STAT_PASS, sizeof(uint32_t),
+                               list);
     aaa_util_avlist_priv_add(list, 1);
     /* replaces: there is one privilege level */
     aaa_util_avlist_priv_add(list, 15);

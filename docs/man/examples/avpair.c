@@ -29,7 +29,8 @@ int main(void) {
 
     aaa_avpair_iterator_t it = {0};
     avpair_t *pair = NULL;
-    for (rc = aaa_avpair_iterator_init(&it, list, &pair); rc == AAA_OK;
+    for (rc = aaa_avpair_iterator_init(&it, list, &pair);
+         rc == AAA_OK;
          rc = aaa_avpair_iterator_get_next(&it, &pair)) {
         char text[128];
         fputs(aaa_util_print_attr(pair->av_type, pair->av_len,

@@ -16,7 +16,8 @@ static cerrno show_user(const char *message, size_t received) {
     uint32_t length = 0;
     if (rc == AAA_OK) {
         rc = aaa_util_avlist_value_copy(list, AAA_USERNAME_ATTR, 0,
-                                        name, sizeof name - 1, &length);
+                                        name, sizeof name - 1,
+                                        &length);
     }
     if (rc == AAA_OK) {
         printf("user \"%.*s\"\n", (int)strnlen(name, length), name);

@@ -24,7 +24,8 @@ static int32_t readable(void *conn, void *ctx) {
 }
 
 int main(void) {
-    event_manager_t evm = event_manager_create(0, "example", 0, NULL);
+    event_manager_t evm =
+        event_manager_create(0, "example", 0, NULL);
     void *conn = NULL;
     static char buffer[256];
     if (evm == NULL || pipe(pipe_ends) != 0 ||

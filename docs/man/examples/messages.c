@@ -16,8 +16,9 @@ int main(void) {
 
     memset(&header, 0, sizeof header);
     cerrno rc = aaa_util_msg_authen_compose(
-        &header, AAA_AO_ASCII_LOGIN, AAA_SVC_LOGIN, "default", 0, &user,
-        NULL, NULL, &iov, &count, packed, sizeof packed, NULL, 0);
+        &header, AAA_AO_ASCII_LOGIN, AAA_SVC_LOGIN, "default", 0,
+        &user, NULL, NULL, &iov, &count, packed, sizeof packed, NULL,
+        0);
     if (rc != AAA_OK) {
         fprintf(stderr, "not composed: %s\n", cerr_strerror(rc));
         return 1;

@@ -12,15 +12,17 @@ static cerrno store(const char *path) {
     sysdb_conn_t conn = 0;
     void *tuple = NULL;
     uint32_t length = 0;
-    cerrno rc = _sysdb_bind(&conn, "/cfg/gl/aaa/", SYSDB_BIND_PRIVATE);
+    cerrno rc =
+        _sysdb_bind(&conn, "/cfg/gl/aaa/", SYSDB_BIND_PRIVATE);
     if (rc == 0) {
-        rc = sysdb_tuple_pack(&tuple, &length, "%d%d%d%d%s%s%s%s",
-                              AAA_METHOD_TACACSPLUS, AAA_METHOD_LOCAL,
-                              0, 0, "", "", "", "");
+        rc =
+            sysdb_tuple_pack(&tuple, &length, "%d%d%d%d%s%s%s%s",
+                             AAA_METHOD_TACACSPLUS, AAA_METHOD_LOCAL,
+                             0, 0, "", "", "", "");
     }
     if (rc == 0) {
-        rc = sysdb_item_set(conn, path, SYSDB_TYPE_TUPLE, tuple, length,
-                            0);
+        rc = sysdb_item_set(conn, path, SYSDB_TYPE_TUPLE, tuple,
+                            length, 0);
     }
     free(tuple);
     _sysdb_unbind(conn);

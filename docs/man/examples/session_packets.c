@@ -10,8 +10,8 @@ int main(void) {
     memset(&request, 0, sizeof request);
     cerrno rc = aaa_session_fill_request(&request, NULL, 11, 0, 0);
     if (rc == AAA_OK) {
-        rc = aaa_sess_fill_msg_req_type_data(&request.u, "operator", 8,
-                                             11);
+        rc = aaa_sess_fill_msg_req_type_data(&request.u, "operator",
+                                             8, 11);
     }
     if (rc != AAA_OK) {
         return 1;
