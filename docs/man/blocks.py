@@ -1,13 +1,13 @@
 # SPDX-License-Identifier: Apache-2.0
 """Turns the comment blocks of the headers into mdoc(7).
 
-What occurs in them: paragraphs, "- " and numbered lists, tables with bars,
-indented code, @param and @return, and the words "Ownership:" and "Threads:" at
-the beginning of a paragraph.
+The blocks contain paragraphs, "- " and numbered lists, tables with bars, indented
+code, @param and @return, and the words "Ownership:" and "Threads:" at the beginning
+of a paragraph.
 """
 import re
 
-# What begins an entry of a list of results: "AAA_OK: created."
+# The beginning of an entry in a list of results: "AAA_OK: created."
 CODE = (r"(?:[A-Z][A-Z0-9]+_[A-Z0-9_]+|0x[0-9A-Fa-f]+|-?\d+|(?:[Aa]nother|[Aa]ny other|[Aa]) (?:code|value)"
         r"|[Aa]n errno value|non-zero|null)")
 RESULT = re.compile(rf"({CODE}(?:(?:, | or ){CODE})*): (.*)")
@@ -19,7 +19,7 @@ MARKUP = re.compile(r"\*\*(.+?)\*\*|(?<![\w*])\*([A-Za-z](?:[^*]*?[\w.])?)\*(?!\
 
 
 def literal(text):
-    """Text whose characters must come out as they are, also as an argument of roff."""
+    """Escapes text so that roff prints it unchanged, also as an argument of a macro."""
     for char, escape in (("\\", "\\e"), ("-", "\\-"), ("'", "\\(aq"), ("`", "\\(ga"), ("^", "\\(ha"), ("~", "\\(ti"),
                          ('"', "\\(dq")):
         text = text.replace(char, escape)
@@ -54,7 +54,7 @@ def plain(text):
 
 
 def display(lines):
-    """Lines that stay as they are."""
+    """Lines that are shown unchanged."""
     return [".Bd -literal -offset indent"] + [literal(line).replace("\\(dq", '"') for line in lines] + [".Ed"]
 
 
@@ -72,7 +72,7 @@ def table(lines):
 
 
 def row_by_row(head, *rows):
-    """A table that is too wide for a page: only the last column of a table is wrapped, the others run into the next."""
+    """A table that is too wide for a page, as a list: mdoc(7) wraps only the last column of a table."""
     out = [".Bl -tag -width Ds -compact"]
     for first, *rest in rows:
         named = [f"{name[0].upper()}{name[1:]}: {cell}." for name, cell in zip(head[1:], rest) if cell]
@@ -91,7 +91,7 @@ def quoted(cell):
 
 
 class Body:
-    """The lines of one block, as they are turned into mdoc one element after the other."""
+    """The lines of one block, converted to mdoc element by element."""
 
     def __init__(self, lines):
         self.lines = [part for line in lines for part in re.split(r"(?<=\S) (?=@return )", line)]
@@ -116,10 +116,10 @@ class Body:
         return " ".join(line.strip() for line in words)
 
     def bullets(self):
-        """A list and the lists within it."""
+        """A list and its nested lists."""
         indent, numbered, _ = BULLET.match(self.lines[self.at]).groups()
         depth = len(indent)
-        entries = []  # words, and the list within
+        entries = []  # words, and the nested list
         while self.at_bullet() and len(BULLET.match(self.lines[self.at]).group(1)) == depth:
             first = BULLET.match(self.lines[self.at]).group(3)
             self.at += 1
@@ -134,7 +134,7 @@ class Body:
 
     @staticmethod
     def entries(entries):
-        """Results with what they mean, or a plain list."""
+        """A list of results with their meanings, or a plain list."""
         out = [".Bl -dash -compact"]
         if any(RESULT.match(words) for words, _ in entries):
             out = [".Bl -tag -width Ds -compact"]
@@ -151,7 +151,7 @@ class Body:
         return out + [".El"]
 
     def take_blank(self, before):
-        """Passes over one blank line if what is behind it belongs to the same list."""
+        """Skips one blank line if the line that follows it belongs to the same list."""
         if self.at + 1 < len(self.lines) and not self.lines[self.at].strip() and before(self.lines[self.at + 1]):
             self.at += 1
 

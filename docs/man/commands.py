@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The commands of aaactl in mdoc(7), from what the program says of itself with --help."""
+"""The commands of aaactl in mdoc(7), made from the output of --help."""
 import os
 import re
 import subprocess
@@ -17,7 +17,7 @@ class Command:
     """One page of help, taken apart."""
 
     def __init__(self, program, path):
-        # Nothing of the library's is to start, and help must not look at the terminal.
+        # The library must not start its worker, and the help must not depend on the terminal.
         environment = dict(os.environ, NO_DLLMAIN="1", COLUMNS="80", AAA_LOG="none")
         done = subprocess.run([program, *path, "--help"], env=environment, check=True, capture_output=True, text=True)
         self.path = path
@@ -58,14 +58,14 @@ class Command:
 
 
 def sentence(text):
-    """As one begins and ends; a list of words to type begins as they do."""
+    """The text with a capital and a full stop; a text that begins with a list of words keeps their case."""
     if text and not re.match(r"\S+,", text):
         text = text[0].upper() + text[1:]
     return text if not text or text.endswith((".", "!", "?")) else text + "."
 
 
 def described(head, text):
-    """A positional or an option: its names, what it takes, what it goes with."""
+    """A positional or an option: its names, its values, the options that it excludes."""
     notes = NOTES.findall(head)
     head = NOTES.sub("", head)
     names, _, value = head.partition(" ")
@@ -91,7 +91,7 @@ LABEL = re.compile(r"(Examples?|JSON|Kinds|Values|Exit status|Files):(?: +(.*)|$
 
 
 def footer(lines):
-    """Notes as paragraphs, examples and what is laid out by hand as they stand."""
+    """Notes as paragraphs; examples and indented lines as a display."""
     out, words, shown = [], [], []
 
     def flush():
@@ -124,7 +124,7 @@ def mdoc(command):
 
 
 def walk(program, path=(), above=()):
-    """Every command, groups before what is in them. What all say below their help is said once."""
+    """Every command, a group before its commands. A footer that repeats that of the group above is left out."""
     command = Command(program, list(path))
     below = list(command.footer)
     if below == list(above):

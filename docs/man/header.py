@@ -1,16 +1,16 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Reads a C header of this tree: its comment blocks and what each of them stands before.
+"""Reads a C header of this tree: its comment blocks and the declarations that follow them.
 
-The headers have one manner, and this reader knows that manner, not C: a block
-opens with /**, stands directly before what it describes, and a declaration of
-an exported name begins in the first column, with AAA_API, AAA_API_EXT or
-PLATFORM_API if it is of a shared library.
+The reader knows the layout of these headers, not C: a block opens with /** and
+directly precedes the declaration that it describes; a declaration of an exported
+name begins in the first column, with AAA_API, AAA_API_EXT or PLATFORM_API in the
+headers of shared libraries.
 """
 import re
 from dataclasses import dataclass, field
 
 EXPORT = re.compile(r"(?:AAA_API\w*|PLATFORM_API)\s+(.*)")
-# In the headers of static libraries nothing is marked.
+# Headers of static libraries have no such marks.
 UNMARKED = re.compile(r"((?!typedef|struct|enum|static|union)[\w\s*]+\b\w+\(.*\);)")
 
 
@@ -18,7 +18,7 @@ UNMARKED = re.compile(r"((?!typedef|struct|enum|static|union)[\w\s*]+\b\w+\(.*\)
 class Item:
     """One thing of a header: a heading, loose text, or a declaration with its block."""
     kind: str                    # group, text, function, data, code
-    text: str                    # heading, text, or the declaration as it stands
+    text: str                    # heading, text, or the unchanged declaration
     doc: list = field(default_factory=list)  # lines of the block, without the stars
     name: str = ""               # of a function or object
 
@@ -83,7 +83,7 @@ class Reader:
         return "\n".join(self.lines[start:self.at])
 
     def comment(self, raw):
-        """Files a comment; returns the block that the next declaration gets, if it is one."""
+        """Stores a comment; returns its lines if it is the block of the next declaration."""
         heading = re.match(r"/\* ---- (.*?) -* ?\*/$", raw)
         lines = block_lines(raw)
         if heading:

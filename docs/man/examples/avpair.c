@@ -15,11 +15,11 @@ int main(void) {
     aaa_avpair_add(AAA_LPORT_ATTR, AAA_AVF_PRINT_EQUALS, &port, 0,
                    sizeof port, list);
 
-    /* to the sender, and back at the receiver */
+    /* the sender packs the list; below, the receiver unpacks it */
     char message[512];
     uint32_t size = sizeof message;
     cerrno rc = aaa_avpair_pack_msg_to_buf(list, message, &size);
-    /* all that may be done with a packed list */
+    /* a packed list may only be freed or cleared */
     aaa_avpair_free_list(list);
     if (rc != AAA_OK ||
         aaa_avpair_create_list("received", &list) != AAA_OK) {

@@ -5,7 +5,7 @@
 #include "aaa/aaautil.h"
 #include "platform/cerr.h"
 
-/* What arrived on a socket: nothing in it is taken on trust. */
+/* Reads a message from a socket; every length in it is checked. */
 static cerrno show_user(const char *message, size_t received) {
     avlist *list = NULL;
     cerrno rc = aaa_avpair_create_list(NULL, &list);
@@ -42,9 +42,9 @@ int main(void) {
     cerrno whole = show_user(message, size);
     cerrno cut = show_user(message, size - 4);
     message[56 + 11] = 100; /* the length of the value */
-    cerrno lie = show_user(message, size);
+    cerrno wrong = show_user(message, size);
     if (whole != AAA_OK || cut != AAA_ERR_INVALID_MSG_SIZE) {
         return 1;
     }
-    return lie == AAA_ERR_AVPAIR_PROCESSING ? 0 : 1;
+    return wrong == AAA_ERR_AVPAIR_PROCESSING ? 0 : 1;
 }

@@ -10,7 +10,7 @@ static int pipe_ends[2];
 static int32_t up(void *conn, void *ctx) {
     (void)conn;
     (void)ctx;
-    /* what to watch; -1 would mean: not now, try again */
+    /* the descriptor to watch; -1 would mean: not now, try again */
     return pipe_ends[0];
 }
 

@@ -23,7 +23,7 @@ int main(void) {
         fprintf(stderr, "not composed: %s\n", cerr_strerror(rc));
         return 1;
     }
-    printf("%s: header of %u bytes, %u element(s) behind it\n",
+    printf("%s: header of %u bytes, then %u element(s)\n",
            aaa_util_msg_type_desc(header.type), (unsigned)iov[0].len,
            count - 1);
     /* writev(fd, (struct iovec *)iov, (int)count) sends it */

@@ -16,7 +16,7 @@ int main(void) {
     if (rc != AAA_OK) {
         return 1;
     }
-    /* At the receiver: the packet's length is somebody else's. */
+    /* At the receiver: the length in the packet is not trusted. */
     char task_map[256] = "";
     uint32_t length = 0;
     if (aaa_sess_get_type_data_checked(&request, sizeof request,
