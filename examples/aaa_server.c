@@ -3,9 +3,8 @@
 /*
  * An example AAA server process: answers authentication, authorization and
  * accounting requests that arrive over a Unix socket, as io-vector messages
- * or as session packets. Everything that comes from a client is read with the
- * checked functions; whatever a client sends, it gets an answer and the
- * server goes on.
+ * or as session packets. Bytes from clients are read with the checked functions.
+ * Every message gets an answer, and no message stops the server.
  */
 
 #define _GNU_SOURCE
@@ -32,7 +31,7 @@
 typedef struct server {
     user_t *users;
     const char *accounting_path;
-    running_config_t config; /* as configuration messages have changed it */
+    running_config_t config; /* changed by configuration messages */
 } server_t;
 
 /* One request being answered. */
@@ -63,14 +62,14 @@ static int get_text(const avlist *list, uint32_t type, char *text) {
         return 0;
     }
     text[len] = '\0';
-    /* The stored length counts the terminator; more behind it is no text. */
+    /* The stored length counts the terminator. A value with more bytes after it is not a text. */
     if (strlen(text) + 1 < len) {
         text[0] = '\0';
     }
     return text[0] != '\0';
 }
 
-/* As get_text, for log files: no blank or control byte survives. */
+/* As get_text, for log files: blanks and control bytes become question marks. */
 static const char *get_word(const avlist *list, uint32_t type, char *text) {
     if (!get_text(list, type, text)) {
         return "-";
@@ -88,7 +87,7 @@ static const char *get_word(const avlist *list, uint32_t type, char *text) {
 typedef cerrno (*list_reply_fn)(void *, iov_t **, uint32_t *, char *, uint32_t, avlist *, uint32_t,
                                 aaa_sess_ctx_t *);
 
-/* Sends what a reply routine composed: an io-vector, or a session packet. */
+/* Sends a composed reply: an io-vector, or a session packet. */
 static void send_reply(const request_t *request, iov_t *reply, uint32_t count) {
     if (reply == NULL) {
         return;
@@ -98,7 +97,7 @@ static void send_reply(const request_t *request, iov_t *reply, uint32_t count) {
                      : transport_send(request->fd, reply, count);
     if (failed) {
         fprintf(stderr, "aaa_server: reply not sent: %s\n", strerror(errno));
-        shutdown(request->fd, SHUT_RDWR); /* gone, or does not read: its end is seen in the next round */
+        shutdown(request->fd, SHUT_RDWR); /* the client is gone or does not read; the next round drops it */
     }
     free(reply);
 }
@@ -115,7 +114,7 @@ static void reply_with_list(request_t *request, list_reply_fn compose, avlist *l
         fprintf(stderr, "aaa_server: reply not composed: %s\n", cerr_strerror(rc));
     }
     send_reply(request, reply, count);
-    if (!request->session || reply == NULL) { /* a sent session packet has taken the list along */
+    if (!request->session || reply == NULL) { /* the receiver of a session packet owns the list */
         aaa_avpair_free_list(list);
     }
 }
@@ -138,7 +137,7 @@ static void reply_error(request_t *request, cerrno error) {
     send_reply(request, reply, count);
 }
 
-/* Makes the list of an answer: status, and a message and privilege level where given. */
+/* Makes the list of an answer: status, and a message and privilege level if given. */
 static avlist *make_answer(const char *name, uint32_t status, const char *message, const uint32_t *level) {
     avlist *list = NULL;
     if (aaa_avpair_create_list(name, &list) != AAA_OK) {
@@ -320,7 +319,7 @@ static size_t classic_list_offset(uint32_t type) {
     }
 }
 
-/* Fills a request from a message. Anything but AAA_OK is the answer. */
+/* Fills a request from a message. A code other than AAA_OK is the answer to the client. */
 static cerrno parse_request(const transport_msg_t *msg, request_t *request) {
     cerrno rc = AAA_OK;
     size_t offset = 0;
@@ -377,7 +376,7 @@ static void handle_message(server_t *server, int fd, const transport_msg_t *msg)
 
 /* ---- the loop ------------------------------------------------------------ */
 
-/* Takes one message of a client, so that one that sends many cannot keep the others waiting. */
+/* Handles one message of a client, so that a client with many messages does not delay the others. */
 static void serve_client(server_t *server, clients_t *clients, nfds_t slot) {
     static transport_msg_t msg;
     int fd = clients->polled[slot].fd;
@@ -399,7 +398,7 @@ static void serve(server_t *server, int listener, int database, const sigset_t *
     clients_init(&clients, listener, database);
     while (!stopping) {
         if (!clients_wait(&clients, let_in)) {
-            continue; /* a signal; the flag decides */
+            continue; /* a signal came: test the flag */
         }
         if (clients.polled[CLIENTS_OTHER].revents != 0) {
             group_maps_dispatch();
@@ -416,9 +415,9 @@ static void serve(server_t *server, int listener, int database, const sigset_t *
     clients_drop_all(&clients);
 }
 
-/* Stop signals are let in only while the server waits, so that none is missed
- * between looking at the flag and waiting. A reader of the server's output that
- * has gone must not end it. Returns the signals to let in. */
+/* Unblocks stop signals only while the server waits, so that none is missed
+ * between testing the flag and waiting. Ignores SIGPIPE: the server goes on when
+ * the reader of its output ends. Returns the signal mask for the wait. */
 static sigset_t set_up_signals(void) {
     struct sigaction action = {.sa_handler = on_stop_signal};
     sigset_t stop, before;
@@ -443,7 +442,7 @@ int main(int argc, char **argv) {
     server.users = users_load(argv[2]);
     server.accounting_path = argv[3];
     if (server.users == NULL) {
-        fprintf(stderr, "%s: no users in %s\n", argv[0], argv[2]);
+        fprintf(stderr, "%s: %s holds no valid user\n", argv[0], argv[2]);
         return 1;
     }
     sigset_t let_in = set_up_signals();

@@ -36,7 +36,7 @@ void clients_init(clients_t *clients, int listener, int other) {
     clients->limit = CLIENTS_FIRST + client_limit();
 }
 
-/* Hangs up on the silent ones; milliseconds until the next of them is due. */
+/* Drops the silent clients. Returns the milliseconds until the next one is due. */
 static int64_t drop_silent(clients_t *clients, int64_t now) {
     int64_t wait = CLIENTS_SILENCE_MS;
     for (nfds_t i = clients->count; i-- > CLIENTS_FIRST;) {
@@ -50,7 +50,7 @@ static int64_t drop_silent(clients_t *clients, int64_t now) {
     return wait;
 }
 
-/* How long to leave the listener alone, ms; 0 when somebody can be taken in. */
+/* Milliseconds to wait before accepting; 0 when a client can be accepted now. */
 static int64_t time_without_room(clients_t *clients) {
     int64_t now = now_ms();
     if (clients->count == clients->limit) {
@@ -72,8 +72,7 @@ void clients_accept(clients_t *clients) {
         int fd = accept4(clients->polled[CLIENTS_LISTENER].fd, NULL, NULL, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (fd < 0) {
             if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                clients->retry =
-                    now_ms() + RETRY_MS; /* whoever waits goes on waiting: do not spin meanwhile */
+                clients->retry = now_ms() + RETRY_MS; /* the listener stays readable: do not spin */
             }
             return;
         }

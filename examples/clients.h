@@ -3,11 +3,10 @@
 #define EXAMPLES_CLIENTS_H
 
 /*
- * The connections of the example server. Nothing that a client does, or leaves
- * undone, keeps the others waiting: every descriptor is non-blocking, one
- * message of each client is taken in turn, and newcomers wait in the listener's
- * queue while the table is full. Only then does silence matter: whoever has
- * said nothing for CLIENTS_SILENCE_MS makes room.
+ * The connections of the example server. No client can delay the others: every
+ * descriptor is non-blocking, and one message of each client is handled in turn.
+ * While the table is full, new clients wait in the listener's queue, and clients
+ * that have sent nothing for CLIENTS_SILENCE_MS are dropped.
  */
 
 #include <poll.h>
@@ -17,34 +16,34 @@
 #define CLIENTS_MAX        256  /* fewer when the process may have fewer descriptors */
 #define CLIENTS_SILENCE_MS 2000 /* longer than a client needs from connect to request */
 
-/* Slots 0 and 1 of the table are the listener and one descriptor of the server's own. */
+/* Slots 0 and 1 of the table are the listener and another descriptor of the server. */
 enum { CLIENTS_LISTENER, CLIENTS_OTHER, CLIENTS_FIRST };
 
 typedef struct clients {
     struct pollfd polled[CLIENTS_FIRST + CLIENTS_MAX];
-    int64_t heard[CLIENTS_FIRST + CLIENTS_MAX]; /* when each spoke or came, ms */
+    int64_t heard[CLIENTS_FIRST + CLIENTS_MAX]; /* time of each one's last message or connection, ms */
     nfds_t count;                               /* slots in use */
     nfds_t limit;                               /* slots that may be in use */
-    int64_t retry;                              /* no accepting before, ms */
+    int64_t retry;                              /* time before which nothing is accepted, ms */
 } clients_t;
 
 /* The listener becomes non-blocking; other is polled for reading, -1 for none. */
 void clients_init(clients_t *clients, int listener, int other);
 
-/* Makes room when there is none, then waits for events with the given signals
- * let in: 1, or 0 when a signal came instead. */
+/* Drops silent clients when the table is full, then waits for events with the
+ * given signal mask: 1, or 0 when a signal came instead. */
 int clients_wait(clients_t *clients, const sigset_t *let_in);
 
-/* Takes in who waits at the listener, as far as there is room. */
+/* Accepts waiting clients until the table is full. */
 void clients_accept(clients_t *clients);
 
-/* Notes that a client has spoken. */
+/* Records that a client has sent a message. */
 void clients_heard(clients_t *clients, nfds_t slot);
 
-/* Hangs up on a client; the last client takes its slot. */
+/* Closes a client's connection; the last client moves to its slot. */
 void clients_drop(clients_t *clients, nfds_t slot);
 
-/* Hangs up on everybody. */
+/* Closes all connections of clients. */
 void clients_drop_all(clients_t *clients);
 
 #endif /* EXAMPLES_CLIENTS_H */

@@ -26,7 +26,7 @@ typedef struct client {
     char buffer[8192];
 } client_t;
 
-/* Reads the answer to a message of the given type: the server's code, or why there is none. */
+/* Reads the answer to a message: the server's code, or a code that says why there is no answer. */
 static cerrno receive_code(client_t *c) {
     static transport_msg_t msg;
     uint32_t code = 0;
@@ -40,7 +40,7 @@ static cerrno receive_code(client_t *c) {
     }
     if (kind == TRANSPORT_CLASSIC && msg.len >= 24) {
         memcpy(&code, msg.u.bytes + 20, sizeof code);
-        return ntohl(code); /* the status that the server found, in network order */
+        return ntohl(code); /* the server's status, in network order */
     }
     return AAA_ERR_UNEXPECTED_REPLY;
 }

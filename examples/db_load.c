@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 
 /*
- * Puts server groups and method lists from a readable text file into the
- * system database, where the AAA server and its clients find them:
+ * Stores server groups and method lists from a text file in the system database,
+ * where the AAA server and its clients find them:
  *
  *     db_load FILE...          "-" reads standard input
  */
@@ -42,7 +42,7 @@ static int load_group(sysdb_conn_t conn, char **word, int words) {
                                   : aaa_util_get_next_tacacs_ord_index(word[2], protocol, AAA_INDEX_ANY,
                                                                        &index, host, auth_port, 0, 0, 0);
         if (rc == AAA_ERR_INDEX_IN_USE) {
-            continue; /* the server is there already */
+            continue; /* the group already has the server */
         }
         if (rc != AAA_OK) {
             return fail(word[i], rc);
@@ -75,7 +75,8 @@ static int load_list(sysdb_conn_t conn, char **word, int words) {
         } else {
             method[i - 4] = methods_number(word[i]);
             if (method[i - 4] == AAA_METHOD_NOTSET) {
-                fprintf(stderr, "db_load: \"%s\" is no method\n", word[i]);
+                fprintf(stderr, "db_load: \"%s\" is not a method; write group:NAME or a word such as local\n",
+                        word[i]);
                 return 0;
             }
         }
@@ -112,7 +113,11 @@ static int load_line(sysdb_conn_t conn, char *line) {
     if (words >= 5 && strcmp(word[0], "list") == 0) {
         return load_list(conn, word, words);
     }
-    fprintf(stderr, "db_load: line not understood: %s ...\n", word[0]);
+    fprintf(
+        stderr,
+        "db_load: expected \"group PROTOCOL NAME SERVER...\" or \"list FUNCTION SERVICE NAME METHOD...\", "
+        "not \"%s ...\"\n",
+        word[0]);
     return 0;
 }
 
@@ -125,8 +130,11 @@ static int load_file(sysdb_conn_t conn, const char *name) {
     char *line = NULL;
     size_t room = 0;
     int ok = 1;
-    while (getline(&line, &room, file) >= 0) {
-        ok = load_line(conn, line) && ok;
+    for (unsigned number = 1; getline(&line, &room, file) >= 0; number++) {
+        if (!load_line(conn, line)) {
+            fprintf(stderr, "db_load: %s: line %u was not loaded\n", name, number);
+            ok = 0;
+        }
     }
     free(line);
     if (file != stdin) {

@@ -10,7 +10,7 @@
 #include "platform/cerr.h"
 #include "platform/sysdb.h"
 
-static sysdb_conn_t config; /* "/cfg/gl/aaa/", private: its notifications are ours */
+static sysdb_conn_t config; /* "/cfg/gl/aaa/", private: the server dispatches its notifications */
 static sysdb_conn_t maps;   /* "/oper/aaa/gl/group-server/" */
 static uint64_t notification;
 

@@ -16,8 +16,8 @@
 #include "platform/cerr.h"
 #include "platform/sysdb.h"
 
-#define LIST_PATH   "authentication/login/default"
-#define PATIENCE_MS 30000 /* a demo must end, whatever happens */
+#define LIST_PATH     "authentication/login/default"
+#define TIME_LIMIT_MS 30000 /* the demo must end even without a change */
 
 static int32_t on_change(const void *notification, void *callback_arg, void *user_ctx) {
     (void)notification;
@@ -32,7 +32,7 @@ int main(int argc, char **argv) {
     int changes_left = argc == 2 ? atoi(argv[1]) : 1;
     aaa_mlist_reg_t registration = {0, 0};
     int32_t channel = -1;
-    /* Register first, read then: a change in between is reported, none is lost. */
+    /* Register before reading: a change between the two is reported, not lost. */
     cerrno rc = aaa_mlist_change_register(AAA_FUNC_AUTHEN, AAA_SVC_LOGIN, "default", on_change, &changes_left,
                                           NULL, &registration);
     if (rc == AAA_OK) {
@@ -45,8 +45,8 @@ int main(int argc, char **argv) {
     methods_print(LIST_PATH);
     while (changes_left > 0) {
         struct pollfd ready = {.fd = channel, .events = POLLIN};
-        if (poll(&ready, 1, PATIENCE_MS) <= 0) {
-            fprintf(stderr, "%s: no change within %d seconds\n", argv[0], PATIENCE_MS / 1000);
+        if (poll(&ready, 1, TIME_LIMIT_MS) <= 0) {
+            fprintf(stderr, "%s: no change within %d seconds\n", argv[0], TIME_LIMIT_MS / 1000);
             break;
         }
         sysdb_dispatch(registration.connection);

@@ -10,7 +10,7 @@
 
 #define DEFAULT_LIMIT 3
 
-/* A missing number is the default; anything else that goes wrong is an error. */
+/* Reads a number. A missing one gives the default; every other failure is an error. */
 static cerrno read_number(const char *directory, const char *name, uint32_t missing, uint32_t *number) {
     sysdb_conn_t conn = 0;
     uint32_t type = SYSDB_TYPE_U32;

@@ -6,20 +6,20 @@
 
 /*
  * Users who were refused too often are locked out until an operator lets them
- * in again. The counts are shared by all login processes, in the system
- * database under /oper/lockout/; /cfg/lockout/limit says how many refusals are
- * allowed, 3 without it.
+ * in again. All login processes share the counts, which are in the system database
+ * under /oper/lockout/. /cfg/lockout/limit is the number of refusals that lock a
+ * user out, by default 3.
  */
 
-/* Counts a refusal. AAA_OK, or the database's code: it is then not counted. */
+/* Counts a refusal. AAA_OK, or the database's code; the refusal is then not counted. */
 cerrno lockout_note_refusal(const char *user);
 
-/* 1 when the user is locked out, or when that cannot be found out. */
+/* 1 when the user is locked out, or when the database cannot be read. */
 int lockout_is_locked(const char *user);
 
-/* Asks the operator at the terminal and forgets the user's refusals if he types
- * "yes". AAA_OK: done; AAA_ERR_INVALID_CLIENT_DATA: he did not; else a code of
- * the terminal or the database. */
+/* Asks the operator at the terminal, and deletes the user's count if the answer is
+ * "yes". AAA_OK: deleted; AAA_ERR_INVALID_CLIENT_DATA: another answer; else a code
+ * of the terminal or the database. */
 cerrno lockout_clear(const char *user);
 
 #endif /* EXAMPLES_LOCKOUT_H */

@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 
 /*
- * Tests a piece of a daemon, lockout.c, with the test kit: the database is in
- * memory, the operator's terminal is scripted, and failures happen on order. No
- * daemon, no database and no terminal is needed, and none is touched.
+ * Tests lockout.c, a part of a daemon, with the test kit: the database is in memory,
+ * the operator's input is scripted, and the test injects failures. It uses no daemon,
+ * no real database and no terminal.
  */
 
 #include <errno.h>
@@ -19,7 +19,7 @@ static int failed;
 
 static void expect(int condition, const char *what, int line) {
     if (!condition) {
-        printf("line %d: not so: %s\n", line, what);
+        printf("line %d: expected %s\n", line, what);
         failed = 1;
     }
 }
@@ -66,7 +66,7 @@ static void asks_the_operator_first(void) {
     testkit_sysdb_put_u32("/oper/lockout/alice", 3);
     testkit_type_line("no", 1, 0);
     EXPECT(lockout_clear("alice") == AAA_ERR_INVALID_CLIENT_DATA);
-    testkit_type_line(NULL, 1, EINTR); /* says nothing until the time is up */
+    testkit_type_line(NULL, 1, EINTR); /* types nothing until the time limit */
     EXPECT(lockout_clear("alice") == AAA_ERR_TIMEOUT);
     EXPECT(testkit_count("sysdb_item_delete") == 0);
     EXPECT(lockout_is_locked("alice"));

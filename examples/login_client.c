@@ -2,8 +2,8 @@
 
 /*
  * An example login client: authenticates a user, asks whether two commands
- * may run, and accounts for the session, once with io-vector messages and,
- * with --session, with session packets. Read it from main() upwards.
+ * may run, and accounts for the session, with io-vector messages or, with
+ * --session, with session packets. Read it from main() upwards.
  */
 
 #define _GNU_SOURCE
@@ -23,17 +23,17 @@ typedef struct client {
     int fd;
     uint32_t session; /* 1: session packets instead of io-vectors */
     aaa_usercred_t cred;
-    union { /* what a compose routine writes into: a header record or a session packet */
+    union { /* output of a compose routine: a header record or a session packet */
         aaa_req_hdr_t header;
         aaa_sess_request_t packet;
     } record;
-    iov_t *iov; /* what it returns in the classic form; the client frees it */
+    iov_t *iov; /* its other output in the classic form; the client frees it */
     uint32_t count;
     char buffer[16384]; /* room for the packed list */
 } client_t;
 
-/* Sends the composed request. In the session form its list is still a list;
- * in the classic form it is the last element, packed. */
+/* Sends the composed request. In the session form the packet holds the list's
+ * address; in the classic form the packed list is the last element. */
 static int send_request(client_t *c, const char *what, cerrno composed) {
     if (composed != AAA_OK) {
         printf("%s: not composed: %s\n", what, cerr_strerror(composed));
@@ -46,7 +46,7 @@ static int send_request(client_t *c, const char *what, cerrno composed) {
         failed = transport_send_packet(c->fd, &c->record.packet, sizeof c->record.packet);
     } else {
         const iov_t *packed = &c->iov[c->count - 1];
-        avlist *copy = NULL; /* the library has packed and freed the list: unpack what goes out, to show it */
+        avlist *copy = NULL; /* the library has freed the list: unpack the packed one to print it */
         if (aaa_avpair_create_list(NULL, &copy) == AAA_OK &&
             aaa_avpair_unpack_msg_checked(copy, packed->base, packed->len) == AAA_OK) {
             transport_print_list("sent:", copy);
@@ -69,12 +69,12 @@ static int receive_reply(client_t *c, uint32_t type, avlist **list) {
     static transport_msg_t msg;
     *list = NULL;
     if (transport_receive(c->fd, &msg) <= 0) {
-        printf("  the server has gone\n");
+        printf("  the server closed the connection without a reply\n");
         return 0;
     }
     enum transport_kind kind = transport_kind(&msg);
     uint32_t status = 0;
-    size_t header = 20; /* a reply to accounting is only the transport's fields */
+    size_t header = 20; /* a reply to accounting has only the transport's fields */
     if (kind == TRANSPORT_SESSION) {
         const aaa_sess_response_t *packet = (const aaa_sess_response_t *)msg.u.bytes;
         header = transport_response_size(type);
@@ -85,7 +85,7 @@ static int receive_reply(client_t *c, uint32_t type, avlist **list) {
         header = 24;
     }
     if (kind == TRANSPORT_GARBAGE || status != AAA_OK) {
-        printf("  the server could not process it: %s\n",
+        printf("  the server could not process the request: %s\n",
                cerr_strerror(kind == TRANSPORT_GARBAGE ? AAA_ERR_UNEXPECTED_REPLY : status));
         return 0;
     }
@@ -151,7 +151,7 @@ static int account(client_t *c, uint32_t option, uint32_t session_id) {
            receive_accounted(c, AAA_REQ_ACCT);
 }
 
-/* An update sends a list of the caller's own, which may only be freed afterwards. */
+/* An update sends a list of the caller, which may only be freed afterwards. */
 static int account_update(client_t *c, uint32_t session_id) {
     unsigned char block[64] = {0};
     avlist *list = NULL;
@@ -164,7 +164,7 @@ static int account_update(client_t *c, uint32_t session_id) {
                                               c->buffer, sizeof c->buffer, c->session);
     }
     int sent = send_request(c, "accounting update", rc);
-    if (!c->session || rc != AAA_OK) { /* a sent session packet has taken the list along */
+    if (!c->session || rc != AAA_OK) { /* the receiver of a session packet owns the list */
         aaa_avpair_free_list(list);
     }
     return sent && receive_accounted(c, AAA_REQ_ACCT_UPDATE);
@@ -190,7 +190,7 @@ int main(int argc, char **argv) {
                               .remote_addr = "192.0.2.10",
                               .tty_mnemonic = "vty0",
                               .authen_method = AAA_METHOD_LOCAL};
-    methods_print("authentication/login/default"); /* what the server goes by, from the system database */
+    methods_print("authentication/login/default"); /* the list that the server uses, from the database */
     int accepted = authenticate(&c) == AAA_STAT_PASS;
     explicit_bzero(password, sizeof password);
     c.cred.password = NULL;

@@ -7,7 +7,7 @@
  * the reason printed instead. */
 int methods_print(const char *path);
 
-/* Number of a method word ("local", "none", "line", ...), 0 when there is none. */
+/* Number of a method word ("local", "none", "line", ...), 0 for another word. */
 unsigned methods_number(const char *word);
 
 #endif /* EXAMPLES_METHODS_H */

@@ -9,11 +9,11 @@
 #include "aaa/aaautil.h"
 #include "platform/cerr.h"
 
-#define PATIENCE_S 60
+#define TIME_LIMIT_S 60
 
 int prompt_password(char *password, uint32_t size) {
     if (isatty(STDIN_FILENO)) {
-        cerrno rc = aaa_util_read_input("Password: ", password, size, PATIENCE_S, AAA_READ_HIDDEN);
+        cerrno rc = aaa_util_read_input("Password: ", password, size, TIME_LIMIT_S, AAA_READ_HIDDEN);
         putchar('\n');
         if (rc != AAA_OK) {
             fprintf(stderr, "no password: %s\n", cerr_strerror(rc));

@@ -4,8 +4,8 @@
 
 #include <stdint.h>
 
-/* Reads a password: prompted for without echo at a terminal, else the first
- * line of standard input. 1, or 0 when there is none. */
+/* Reads a password: at a terminal with a prompt and without echo, otherwise the
+ * first line of standard input. 1, or 0 when none was read. */
 int prompt_password(char *password, uint32_t size);
 
 #endif /* EXAMPLES_PROMPT_H */

@@ -11,7 +11,7 @@
  * servers, and method lists, as configuration messages change them.
  */
 
-/* What a configuration message asks for; the numbers are this server's and its clients'. */
+/* The action of a configuration message; this server and its clients define the numbers. */
 enum config_action { CONFIG_ADD = 0, CONFIG_DELETE = 1 };
 
 #define CONFIG_NAME    64 /* longest name, terminator included */
@@ -45,12 +45,12 @@ typedef struct running_config {
     config_list_t list[CONFIG_LISTS];
 } running_config_t;
 
-/* Applies a configuration message of type 18, 19, 22 or 23. AAA_OK, or why
- * not: AAA_ERR_INVALID_CLIENT_DATA (malformed), AAA_ERR_NOT_FOUND (no such
- * group or list), AAA_ERR_NOT_SUPPORTED (another type), AAA_ERR_NOMEM (full). */
+/* Applies a configuration message of type 18, 19, 22 or 23. AAA_OK, or
+ * AAA_ERR_INVALID_CLIENT_DATA (malformed), AAA_ERR_NOT_FOUND (no such group or
+ * list), AAA_ERR_NOT_SUPPORTED (another type), AAA_ERR_NOMEM (full). */
 cerrno config_apply(running_config_t *config, uint32_t type, const avlist *list);
 
-/* Writes the configuration as an operator would type it. */
+/* Writes the configuration in the form of an operator's commands. */
 void config_print(const running_config_t *config, FILE *out);
 
 #endif /* EXAMPLES_RUNNING_CONFIG_H */

@@ -9,7 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-/* Cuts blanks at both ends, in place. */
+/* Removes blanks at both ends, in place. */
 static char *trim(char *text) {
     while (isspace((unsigned char)*text)) {
         text++;
@@ -31,7 +31,7 @@ static int parse_level(const char *text, uint32_t *level) {
     return 1;
 }
 
-/* Turns one line into a user; null when the line is not understood. */
+/* Parses a line into a user; null when the line is invalid. */
 static user_t *parse_user(char *line) {
     char *field[4] = {NULL, NULL, NULL, NULL};
     char *rest = line;
@@ -107,9 +107,9 @@ const user_t *users_find(const user_t *users, const char *name) {
 }
 
 int users_check_password(const user_t *user, const char *password) {
-    static const char nobody[] = "$6$nobody.nobody$"; /* a salt to spend the usual time on */
+    static const char salt[] = "$6$nobody.nobody$"; /* an unknown user costs the time of a known one */
     struct crypt_data data = {0};
-    const char *setting = user != NULL ? user->hash : nobody;
+    const char *setting = user != NULL ? user->hash : salt;
     const char *computed = crypt_r(password, setting, &data);
     int same = user != NULL && computed != NULL && *computed != '*' && strcmp(computed, user->hash) == 0;
     explicit_bzero(&data, sizeof data);

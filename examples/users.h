@@ -5,7 +5,7 @@
 #include <stdint.h>
 
 /*
- * Users of the example server, one a line of a text file:
+ * Users of the example server, one per line of a text file:
  *
  *     name : crypt(3) password hash : privilege level : command pattern, command pattern, ...
  *
@@ -23,14 +23,14 @@ typedef struct user {
 } user_t;
 
 /* Reads a users file. Null when it cannot be read or holds no user; every
- * line that is not understood is named on standard error and skipped. */
+ * invalid line is reported on standard error and skipped. */
 user_t *users_load(const char *path);
 void users_free(user_t *users);
 
 const user_t *users_find(const user_t *users, const char *name);
 
-/* 1 when the password is the user's. A null user costs the same time and is
- * always wrong, so that the time of an answer does not tell who exists. */
+/* 1 when the password is the user's. A null user takes the same time and is
+ * always wrong, so that the time of an answer does not show which users exist. */
 int users_check_password(const user_t *user, const char *password);
 
 /* 1 when one of the user's patterns matches the command. */

@@ -22,11 +22,11 @@ static uint32_t session_limit(void) {
     return limit;
 }
 
-#define EXPECT(condition)                                      \
-    if (!(condition)) {                                        \
-        printf("line %d: not so: %s\n", __LINE__, #condition); \
-        return 1;                                              \
-    } else                                                     \
+#define EXPECT(condition)                                       \
+    if (!(condition)) {                                         \
+        printf("line %d: expected %s\n", __LINE__, #condition); \
+        return 1;                                               \
+    } else                                                      \
         (void)0
 
 int main(void) {
