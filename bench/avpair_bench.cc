@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Times of list operations. Every row stands beside its baseline of the same
-// name with "_plain" in it, and that once more with "_plain_preallocated" where
-// the plain loop allocates. The figure to look at is the ratio of the two in
-// one run.
+// Times of list operations. Every row has a baseline of the same name with
+// "_plain" added, and another with "_plain_preallocated" if the plain loop
+// allocates. The result is the ratio of row and baseline in one run.
 
 #include <benchmark/benchmark.h>
 
@@ -17,7 +16,7 @@ namespace {
 
 using bench::Workload;
 
-// One for each size, made and checked by the first row that needs it.
+// One workload for each size, made and checked by the first row that needs it.
 Workload &workload(std::size_t count) {
     static std::map<std::size_t, std::unique_ptr<Workload>> made;
     std::unique_ptr<Workload> &work = made[count];

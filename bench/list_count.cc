@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Instruction counts of the list rows, for callgrind: one dump per row, with the
-// name that avpair_bench.cc gives it. Counted are the iterations only; what
-// happens once (lazy binding, the first growth of the heap) is over by then.
+// name that avpair_bench.cc gives it. Only the iterations are counted, after a
+// warm-up for lazy binding and the first growth of the heap.
 //
 //     valgrind --tool=callgrind --collect-atstart=no list_count
 //
-// Prints what to divide each dump's sum by.
+// Prints each dump's name and number of iterations, by which to divide its sum.
 
 #include <valgrind/callgrind.h>
 

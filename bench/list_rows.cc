@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The attributes that the list benchmarks work on, and the proof that library
-// and plain loops do the same with them.
+// The attributes of the list benchmarks, and the check that library and plain loops
+// give the same results for them.
 
 #include "list_rows.hpp"
 
@@ -19,7 +19,7 @@ namespace bench {
 
 namespace {
 
-// What a login request carries, in its order.
+// The attributes of a login request, in its order.
 constexpr uint32_t kNumber = 7;
 const std::array<Attribute, 10> kLogin{{
     {AAA_SERVICE_TYPE_ATTR, 4, &kNumber},
@@ -34,8 +34,8 @@ const std::array<Attribute, 10> kLogin{{
     {AAA_TYPE_ATTR, 4, &kNumber},
 }};
 
-// The login's attributes for 10; for more, a mix of lengths without a period
-// that a branch predictor could learn, and the login's at the end.
+// For 10, the login's attributes; for more, a mix of lengths without a period
+// that a branch predictor could learn, followed by the login's attributes.
 std::vector<Attribute> attributes_for(std::size_t count) {
     static const std::string text(200, 'x');
     std::vector<Attribute> result(kLogin.begin(), kLogin.end());
@@ -74,9 +74,9 @@ std::vector<unsigned char> number_types() {
     return result;
 }
 
-// Memory that is freed stays with the process, as in a daemon that has been at
-// work for a while. Otherwise the long rows measure how fast the kernel hands
-// out pages, now on one side and now on the other.
+// Keeps freed memory in the process, as in a daemon that has run for a while.
+// Otherwise the long rows would measure the kernel's allocation of pages, at random
+// in the library's rows or in the plain ones.
 void keep_freed_memory() {
     constexpr int kMuch = 256 << 20;
     mallopt(M_TRIM_THRESHOLD, kMuch);
@@ -96,7 +96,7 @@ bool same_values(const avlist *list, const PlainList &plain) {
     return true;
 }
 
-// The list's buffers hold the bytes that the plain list holds.
+// Whether the list's buffers hold the bytes of the plain list.
 bool same_pairs(avlist *list, const PlainList &plain) {
     uint32_t at = 0;
     for (avpair_buffer_t *buf = list->avpair_first_buf; buf != nullptr; buf = buf->hdr.next) {
@@ -125,7 +125,7 @@ Workload::Workload(std::size_t count)
       out(message.size()) {
     keep_freed_memory();
     avlist *list = build(*this);
-    require(pack(*this, list) == message.size(), "length of the message");
+    require(pack(*this, list) == message.size(), "the packed message has another length than its pairs give");
     aaa_avpair_free_list(list);
     message = out;
     received = unpack(message);

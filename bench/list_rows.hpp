@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The rows of the list benchmarks: each is one step of a list's life, done once
-// by the library and once by the plain loops, with the same attributes. Both
-// programs, the one that takes the time and the one that counts instructions,
-// run them from here.
+// The rows of the list benchmarks: each is one step of a list's life, done by the
+// library and by the plain loops with the same attributes. The program that measures
+// times and the one that counts instructions both use them.
 #pragma once
 
 #include <array>
@@ -20,7 +19,7 @@ namespace bench {
 inline constexpr std::array<uint32_t, 5> kWanted{AAA_USERNAME_ATTR, AAA_PASSWORD_ATTR, AAA_TYPE_ATTR,
                                                  AAA_SERVICE_TYPE_ATTR, AAA_REMOTE_ADDR_ATTR};
 
-// What a reader of the report has to know of the attributes.
+// Description of the attributes for the report.
 inline constexpr char kDistribution[] =
     "10 attributes are those of a login: 5 numbers and 5 texts of 6 to 11 bytes. Longer lists are 45 % "
     "numbers of "
@@ -28,8 +27,8 @@ inline constexpr char kDistribution[] =
     "the "
     "end. Every iteration works on the same list. lookup5 finds five of the login's types.";
 
-// What the rows of one size work on. The lists are for the lookups: built
-// pair by pair, and as a receiver has them.
+// The data of the rows of one size. The lists received and plain, unpacked from the
+// message, are for the lookups.
 struct Workload {
     explicit Workload(std::size_t count);
     ~Workload();
@@ -46,8 +45,8 @@ struct Workload {
     PlainList preallocated{};  // memory for one list, without contents
 };
 
-// Ends the program with a message unless library and plain loops write the
-// same message and find the same values.
+// Ends the program with an error unless library and plain loops write the same
+// message and find the same values.
 void check_rows(Workload &work);
 
 [[noreturn]] void fail(const char *what);
@@ -66,20 +65,20 @@ inline avlist *build(const Workload &work) {
     for (const Attribute &a : work.attributes) {
         rc |= aaa_avpair_add(a.type, 0, a.value, 0, a.len, list);
     }
-    require(rc == 0, "build");
+    require(rc == 0, "build failed");
     return list;
 }
 
 inline uint32_t pack(Workload &work, avlist *list) {
     auto len = static_cast<uint32_t>(work.out.size());
-    require(aaa_avpair_pack_msg_to_buf(list, work.out.data(), &len) == 0, "pack");
+    require(aaa_avpair_pack_msg_to_buf(list, work.out.data(), &len) == 0, "pack failed");
     return len;
 }
 
 inline avlist *unpack(std::vector<char> &message) {
     avlist *list = nullptr;
     const auto len = static_cast<uint32_t>(message.size());
-    require(aaa_avpair_unpack_msg_create(&list, message.data(), len) == 0, "unpack");
+    require(aaa_avpair_unpack_msg_create(&list, message.data(), len) == 0, "unpack failed");
     return list;
 }
 
@@ -87,7 +86,7 @@ inline void look_up(const avlist *list) {
     for (const uint32_t type : kWanted) {
         void *value = nullptr;
         uint32_t len = 0;
-        require(aaa_avpair_find_type(type, nullptr, &value, &len, 0, list) == 0, "lookup");
+        require(aaa_avpair_find_type(type, nullptr, &value, &len, 0, list) == 0, "lookup failed");
         keep(value);
         keep(len);
     }
@@ -111,14 +110,14 @@ inline PlainList plain_unpack(const Workload &work, const std::vector<char> &mes
 inline void plain_look_up(const PlainList &list) {
     for (const uint32_t type : kWanted) {
         const PlainValue value = plain_find(list, type);
-        require(value.bytes != nullptr, "lookup");
+        require(value.bytes != nullptr, "plain lookup failed");
         keep(value);
     }
 }
 
-// ---- the rows: what one iteration does
+// ---- the rows: one iteration of each
 
-// Building includes freeing, as every other row that makes a list does.
+// Includes freeing, as every row that makes a list.
 struct Build {
     static constexpr char kName[] = "build";
     static constexpr char kPlainName[] = "build_plain";
@@ -134,7 +133,7 @@ struct Build {
     }
 };
 
-// A packed list is spent, so one is built for each.
+// A packed list cannot be packed again, so each iteration builds one.
 struct BuildPack {
     static constexpr char kName[] = "build_pack";
     static constexpr char kPlainName[] = "build_pack_plain";
@@ -169,7 +168,7 @@ struct Unpack {
     }
 };
 
-// In a received list, where a server looks.
+// In a received list, as in a server.
 struct Lookup5 {
     static constexpr char kName[] = "lookup5";
     static constexpr char kPlainName[] = "lookup5_plain";

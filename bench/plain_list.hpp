@@ -2,12 +2,12 @@
 //
 // The baseline of the list benchmarks: plain loops without any library that
 // write and read the same bytes as the list code does. Heads are stored
-// directly, values copied, words byte-swapped while copying, types walked.
-// The room is known beforehand: each list obtains two blocks, or none in the
+// directly, values copied, words byte-swapped while copying, types searched in order.
+// The size is known beforehand: each list allocates two blocks, or none in the
 // form that works in preallocated memory. There are no checks, no traces, no
-// deleted pairs, no wiping before memory is freed, and the list's own pairs are
-// left in host order when it is packed. So this is what the work itself costs;
-// the list code cannot be asked to cost as little.
+// deleted pairs, no wiping before memory is freed, and the list's own pairs stay
+// in host order when it is packed. So this is a lower bound, which the list code
+// cannot reach.
 #pragma once
 
 #include <cstdint>
@@ -17,17 +17,17 @@
 
 namespace bench {
 
-// One attribute to put into a list.
+// One attribute to add to a list.
 struct Attribute {
     uint32_t type;
     uint32_t len;
     const void *value;
 };
 
-// Makes a value, and all memory that anybody may know the address of, look
-// used and changed: nothing before can be left out, nothing behind moved
-// before it. The benchmark library's own barrier takes a local pointer out of
-// its register in a way that this compiler optimises the loop around away.
+// A barrier: the compiler must assume that the value, and all memory whose address has
+// escaped, are read and changed here. It can drop no store before the barrier and move
+// no access across it. With the benchmark library's own barrier on a local pointer,
+// this compiler optimises the surrounding loop away.
 template <typename T>
 inline void keep(T const &value) {
     asm volatile("" : : "g"(&value) : "memory");
@@ -62,7 +62,7 @@ inline void plain_fill(PlainList &list, const std::vector<Attribute> &attributes
     unsigned char *p = list.pairs;
     for (const Attribute &a : attributes) {
         const uint32_t extent = plain_extent(a.len);
-        std::memset(p + extent - 4, 0, 4);  // the pad travels
+        std::memset(p + extent - 4, 0, 4);  // the padding is part of the message
         const uint32_t head[4] = {a.type, 0, a.len, 0};
         std::memcpy(p, head, sizeof head);
         std::memcpy(p + kPlainHead, a.value, a.len);
@@ -93,8 +93,8 @@ inline void plain_swap_head(unsigned char *to, const uint32_t (&head)[4]) {
     std::memcpy(to, swapped, sizeof swapped);
 }
 
-// Copies a value with its pad. numbers tells per type whether a 4-byte value
-// is a number.
+// Copies a value with its padding. numbers says for each type whether a 4-byte value is
+// a number.
 inline void plain_copy_value(unsigned char *to, const unsigned char *from, uint32_t type, uint32_t len,
                              const unsigned char *numbers) {
     if (len == 4 && numbers[type] != 0) {
@@ -131,7 +131,7 @@ inline uint32_t plain_pack(const PlainList &list, unsigned char *out, const unsi
     return total;
 }
 
-// Unpacks into a list whose memory is there.
+// Unpacks into a list with allocated memory.
 inline void plain_fill(PlainList &list, const unsigned char *msg, uint32_t len,
                        const unsigned char *numbers) {
     std::memcpy(list.header, msg, kPlainHeader);
@@ -162,7 +162,7 @@ inline PlainList plain_unpack(const unsigned char *msg, uint32_t len, const unsi
     return list;
 }
 
-// The first value of a type; without bytes when there is none.
+// The first value of a type; bytes is null when the list has none.
 inline PlainValue plain_find(const PlainList &list, uint32_t type) {
     const unsigned char *p = list.pairs;
     const unsigned char *const end = p + list.used;

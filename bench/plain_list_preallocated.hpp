@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The rows of the list benchmarks once more, plain and without allocations: all
-// lists lie in memory that was obtained before the clock ran. What a row of
-// plain_list.hpp takes longer is the price of its own malloc and free.
+// The plain rows of the list benchmarks without allocations: all lists use memory that
+// was allocated before the clock started. The difference to a row of plain_list.hpp is
+// the time of malloc and free.
 #pragma once
 
 #include "list_rows.hpp"

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Turns what the benchmark programs measured into tables (Markdown).
+"""Turns the results of the benchmark programs into tables (Markdown).
 
     report.py times FILE...         one file of aaa_bench per run (JSON)
     report.py peers FILE...         one file of aaa_peers per run (JSON)
-    report.py instructions DIR      what list_count printed (names) and callgrind's dumps (dump*)
-    report.py machine               what a result depends on
+    report.py instructions DIR      the output of list_count (names) and callgrind's dumps (dump*)
+    report.py machine               processor, load, system and compiler
 """
 import glob
 import json
@@ -16,7 +16,7 @@ import statistics
 import subprocess
 import sys
 
-# Ratio to the plain loops that is to be reached.
+# Highest ratio to the plain loops that meets the target.
 TIME_TARGETS = {
     "round_trip/10": 1.3, "round_trip/1000": 1.3, "round_trip/10000": 0.65,
     "build/10": 2.0, "build_pack/10": 1.4, "unpack/10": 1.3, "unpack/1000": 1.1,
@@ -24,7 +24,7 @@ TIME_TARGETS = {
     **{f"lookup_{place}/{size}": 0.35 for place in ("early", "middle", "late", "absent") for size in (100, 1000)},
 }
 INSTRUCTION_TARGETS = {"round_trip/10": 2.1}
-# Instructions that a row of the library may take.
+# Most instructions that this row of the library may take.
 COUNT_ROW, COUNT_SIZE, COUNT_TARGET = "round_trip", 10, 2800
 # Cost per attribute of the longest round trip over that of a short one.
 FLAT_ROW, FLAT_LONG, FLAT_SHORT, FLAT_TARGET = "round_trip", 10000, 100, 1.15
@@ -49,7 +49,7 @@ def list_row(name):
 
 
 class Runs:
-    """What was measured: for every name the repetitions of each run."""
+    """The measured values: for every name the repetitions of each run."""
 
     def __init__(self):
         self.values = {}
@@ -70,7 +70,7 @@ class Runs:
         return range_cell(self.all(name), 1)
 
     def ratios(self, name, baseline):
-        """Of medians within a run: a slow moment hits both."""
+        """Ratios of the medians of each run, because a slow moment affects both."""
         return [statistics.median(values) / statistics.median(self.values[baseline][run])
                 for run, values in self.values[name].items()]
 
@@ -82,7 +82,7 @@ def verdict(value, target, digits=2):
 
 
 def range_cell(values, digits):
-    """Nothing for what is the same every time, as instructions are."""
+    """Lowest and highest value; empty for a single one, as instruction counts are."""
     return f"{min(values):.{digits}f}..{max(values):.{digits}f}" if len(values) > 1 else ""
 
 
@@ -216,7 +216,7 @@ def first_line(*command):
 
 
 def first_processor():
-    """What /proc/cpuinfo says of the first processor; other architectures have other names there, or none."""
+    """The fields of the first processor in /proc/cpuinfo; other architectures have other names, or none."""
     fields = {}
     for line in open("/proc/cpuinfo"):
         name, colon, value = line.partition(":")
@@ -242,9 +242,9 @@ def machine():
     load, cores = os.getloadavg()[0], os.cpu_count()
     print(f"- processor: {processor.get('model name', platform.machine())}, {numbers}; {cores} cores;"
           f" governor {governor()}")
-    # The benchmark alone makes a load of 1.
+    # The benchmark itself makes a load of 1.
     print(f"- load at the end: {load:.1f}" + (", on a machine shared with other work: times are too high, and only"
-                                              " ratios with a narrow from..to count" if load > 1.5 else ""))
+                                              " ratios with a narrow from..to are valid" if load > 1.5 else ""))
     print(f"- system: {system}, Linux {platform.release()}, {platform.libc_ver()[0]} {platform.libc_ver()[1]}")
     print(f"- compiler: {first_line('c++', '--version')}, preset release")
 

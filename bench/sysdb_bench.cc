@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The system database and the event manager, every row beside a baseline: the
-// same work done with LMDB alone, with a pipe, with an event descriptor.
+// The system database and the event manager. Every row has a baseline: the same work
+// done with LMDB alone, with a pipe, or with an event descriptor.
 //
-// The program begins anew with directories of its own in the environment: the
+// The program executes itself again with its own directories in the environment: the
 // configuration on disk, operational data in memory, as on a router.
 
 #include <benchmark/benchmark.h>
@@ -37,15 +37,15 @@ using Clock = std::chrono::steady_clock;
 constexpr int kItems = 20000;
 constexpr int kDirectory = 1000;
 
-// ---- a database of our own
+// ---- the program's own database
 
 std::string &sandbox() {
     static std::string path;
     return path;
 }
 
-// Runs before the library's worker could open the system's own database.
-__attribute__((constructor)) void begin_anew(int, char **argv, char **) {
+// Runs before the library's worker can open the system's database.
+__attribute__((constructor)) void restart_in_sandbox(int, char **argv, char **) {
     const char *made = std::getenv("AAA_BENCH_SANDBOX");
     if (made != nullptr) {
         sandbox() = made;
@@ -89,7 +89,7 @@ std::string item_name(int i) {
     return "group" + std::to_string(i / 100) + "/server/0x" + std::to_string(i % 100) + "/item";
 }
 
-// Bound at a tree that holds what the rows ask for.
+// Bound at a tree that holds the items of the rows.
 sysdb_conn_t filled() {
     static const sysdb_conn_t conn = [] {
         sysdb_conn_t made = 0;
@@ -227,7 +227,7 @@ void SysdbTupleUnpack(benchmark::State &state) {
 }
 BENCHMARK(SysdbTupleUnpack);
 
-// One method list with one server group, and the two items it is made of.
+// One method list with one server group, and the two items that store it.
 void prepare_method_list() {
     sysdb_conn_t cfg = 0;
     sysdb_conn_t maps = 0;
@@ -293,7 +293,7 @@ void SysdbSetConfiguration(benchmark::State &state) {
 }
 BENCHMARK(SysdbSetConfiguration)->UseRealTime();
 
-// What a durable write costs on this disk at this moment: the row above makes two of them.
+// The time of one durable write on this disk; the row above makes two.
 void SysdbSetConfigurationPlainFdatasync(benchmark::State &state) {
     const std::string file = sandbox() + "/plain";
     std::FILE *stream = std::fopen(file.c_str(), "w");
@@ -331,7 +331,7 @@ class Latencies {
     std::vector<double> samples_;
 };
 
-// Lies in memory that the processes share.
+// In memory that the processes share.
 struct Arrival {
     std::atomic<Clock::rep> at{0};
 };
@@ -340,7 +340,7 @@ Clock::duration since(const Arrival &arrival, Clock::time_point begin) {
     return Clock::duration(arrival.at.load()) - begin.time_since_epoch();
 }
 
-// Another process: it tells the time at which it was called, and a byte when it has done so.
+// Another process, which stores the time of its callback and then writes a byte.
 struct Echo {
     Arrival *arrival = static_cast<Arrival *>(
         mmap(nullptr, sizeof(Arrival), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
@@ -355,7 +355,7 @@ struct Echo {
             body(*this);
             _exit(0);
         }
-        wait_for_report();  // that it is ready
+        wait_for_report();  // the child is ready
     }
     ~Echo() {
         kill(pid, SIGKILL);
@@ -441,7 +441,7 @@ void ChangeToCallbackPlainPipe(benchmark::State &state) {
 }
 BENCHMARK(ChangeToCallbackPlainPipe)->UseManualTime();
 
-// A thread that is woken, tells when, and says so through an event descriptor.
+// A thread that stores the time when it is woken and then signals an event descriptor.
 struct Sleeper {
     Arrival arrival;
     int done = eventfd(0, 0);

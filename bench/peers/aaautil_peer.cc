@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The library itself, which every ratio is to.
+// The library itself, the baseline of every ratio.
 
 #include "aaa/avpair.h"
 #include "peer.hpp"

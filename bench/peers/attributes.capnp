@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # A list of any attributes in any order, and a record with a field for each
-# type that the measured messages have.
+# type of the measured messages.
 @0xd3a1c5f0b7e64298;
 
 using Cxx = import "/capnp/c++.capnp";
@@ -19,7 +19,7 @@ struct AttributeList {
   attributes @1 :List(Attribute);
 }
 
-# A number is never absent in this format, so there is a bit beside each.
+# A number is never absent in this format, so each has a bit that says whether it is set.
 struct Record {
   serviceType @0 :UInt32;
   authenOption @1 :UInt32;

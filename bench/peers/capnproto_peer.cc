@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Cap'n Proto. What is built is the message already but for a table of its
-// segments; packing copies both to where everyone's message goes. A received
-// message is used where it lies, and what refers to something is checked when it
-// is followed.
+// Cap'n Proto. The built object is the message, except for a table of its segments;
+// packing copies both to the common buffer. A received message is read in place, and a
+// pointer is checked when it is followed.
 
 #include <capnp/message.h>
 #include <capnp/serialize.h>
@@ -17,7 +16,7 @@ namespace {
 
 using Builder = capnp::MallocMessageBuilder;
 
-// What a list and a record have in common.
+// Common parts of a list and a record.
 template <typename Struct>
 struct CapnProto {
     static constexpr char kWithout[] = "";
@@ -25,7 +24,7 @@ struct CapnProto {
     struct Sent {
         Builder builder;
 
-        // Room for the message at once; by default 8 KiB are obtained and cleared.
+        // Space for the whole message at once; by default 8 KiB are allocated and cleared.
         template <typename Fill>
         Sent(const Message &message, Fill fill) : builder(16 + message.pair_bytes / 4) {
             fill(builder.initRoot<Struct>());
@@ -46,8 +45,8 @@ struct CapnProto {
         return static_cast<uint32_t>(stream.getArray().size());
     }
 
-    // By default what is read of a message is counted, to stop small ones that
-    // unfold; a message that is looked into for seconds would reach the limit.
+    // By default the words that are read of a message are limited, against small messages
+    // that expand; a message that is read for seconds would reach the limit.
     static capnp::ReaderOptions without_limit() {
         capnp::ReaderOptions options;
         options.traversalLimitInWords = UINT64_MAX;

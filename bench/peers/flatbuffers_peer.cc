@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// FlatBuffers. What is built is the message already; packing only copies it to
-// where everyone's message goes. A received message is used where it lies, once
-// the verifier has been over it.
+// FlatBuffers. The built object is the message; packing only copies it to the common
+// buffer. A received message is checked by the verifier and then read in place.
 
 #include "attributes_generated.h"
 #include "peer.hpp"
@@ -17,7 +16,7 @@ const uint8_t *bytes_of(const char *text) {
     return reinterpret_cast<const uint8_t *>(text);
 }
 
-// What a list and a record have in common.
+// Common parts of a list and a record.
 template <typename Table>
 struct FlatBuffers {
     static constexpr char kWithout[] = "";
@@ -75,7 +74,7 @@ struct FlatBuffersRecord : FlatBuffers<fb::Record> {
     static constexpr char kName[] = "flatbuffers record";
     static constexpr bool kRecord = true;
 
-    // Texts have to be written before the table that refers to them is begun.
+    // Texts must be written before the table that refers to them is started.
     static FlatBufferBuilder build(const Message &message) {
         FlatBufferBuilder builder;
         flatbuffers::Offset<flatbuffers::Vector<uint8_t>> texts[std::size(kTypes)];

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 
 /*
- * The FreeRADIUS library in a few C functions: its header is not C++, defines
- * macros with common names and keeps its dictionary in global variables.
+ * C functions around the FreeRADIUS library: its header cannot be included in C++, and
+ * defines macros with common names.
  */
 #ifndef PEERS_FREERADIUS_PAIRS_H
 #define PEERS_FREERADIUS_PAIRS_H
@@ -19,7 +19,7 @@ struct value_pair;
 /* Reads the file dictionary of a directory; 0 or -1. */
 int freeradius_start(const char *directory);
 
-/* A request without attributes; null without memory. */
+/* A request without attributes; null when memory runs out. */
 struct radius_packet *freeradius_request(void);
 
 /* Append an attribute; 0 or -1. The tail is the request's last pair, null at first. */
@@ -31,12 +31,12 @@ int freeradius_add_text(struct radius_packet *request, struct value_pair **tail,
 /* Encodes into out; the length, or -1. */
 int freeradius_encode(struct radius_packet *request, char *out, uint32_t size);
 
-/* Checks and decodes a message, which has to stay until the packet is released; null when it is bad. */
+/* Checks and decodes a message, which must stay valid until the packet is released; null when it is invalid. */
 struct radius_packet *freeradius_decode(char *message, uint32_t len);
 
 struct freeradius_value {
     const char *text; /* null when the value is a number */
-    uint32_t len;     /* 0 when there is none */
+    uint32_t len;     /* 0 when the attribute is absent */
     uint32_t number;
 };
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The messages that the library and its peers carry, as a caller has them
-// before anything is built.
+// The messages for the library and its peers, as the values in a caller's memory.
 #pragma once
 
 #include <cstdint>
@@ -36,8 +35,8 @@ constexpr uint8_t radius_number(uint32_t type) {
     return 0;
 }
 
-// Whether values of a type are numbers; known to the compiler, so that no row
-// pays for the question.
+// Whether values of a type are numbers; a constant for the compiler, so that no row
+// includes the test.
 constexpr bool is_number(uint32_t type) {
     switch (type) {
 #define PEER_NUMBER(number_type, field, Field) case number_type:
@@ -49,7 +48,7 @@ constexpr bool is_number(uint32_t type) {
     }
 }
 
-// An attribute with what a caller of a peer knows besides: whether the value is
+// An attribute with two more facts that a caller of a peer knows: whether the value is
 // a number, and the attribute's number in RADIUS.
 struct Field {
     uint32_t type;
@@ -62,7 +61,7 @@ struct Field {
 struct Message {
     std::vector<Attribute> attributes;  // for the library and the plain loops
     std::vector<Field> fields;          // for the others; the same in the same order
-    uint32_t pair_bytes = 0;            // what the pairs take in a list
+    uint32_t pair_bytes = 0;            // size of the pairs in a list
 };
 
 // A set of messages that a row takes one after the other.
@@ -75,7 +74,7 @@ struct MessageSet {
 
 const std::vector<MessageSet> &message_sets();
 
-// The list benchmarks' own workload of ten attributes, which is the login.
+// The list benchmarks' workload of ten attributes, the login.
 const bench::Workload &login();
 
 }  // namespace peers

@@ -10,7 +10,7 @@ namespace peers {
 
 namespace {
 
-// Where the packer writes next. Its own growing buffer would only be copied.
+// The packer's output, in the caller's buffer; msgpack's own growing buffer would need a copy.
 struct Cursor {
     char *at;
     char *end;
@@ -29,7 +29,7 @@ int write(void *data, const char *bytes, size_t len) {
 struct Msgpack {
     static constexpr char kName[] = "msgpack";
     static constexpr char kWithout[] =
-        "build: no list to fill; the packer writes the message straight from the caller's values";
+        "build: no list to fill; the packer writes the message directly from the caller's values";
     static constexpr bool kRecord = false;
     using Received = msgpack_unpacked;
 

@@ -1,22 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What a peer is, and the rows it is timed in. A peer is a class with static
-// functions for the steps of a message's life:
+// The interface of a peer, and the rows in which it is timed. A peer is a class with
+// static functions for the steps of a message's life:
 //
 //     Sent build(const Message &)             a list, filled attribute by attribute
 //     uint32_t pack(Sent &, Buffer &)         its bytes in the caller's buffer; returns their number
-//     uint32_t build_pack(const Message &, Buffer &)   instead of both, where there is nothing to build
-//     Received unpack(char *, uint32_t)       a list that can be looked into, of bytes from outside
+//     uint32_t build_pack(const Message &, Buffer &)   instead of both, if nothing can be built
+//     Received unpack(char *, uint32_t)       a readable list, from received bytes
 //     Value find(const Received &, uint32_t type)      the first value of a type
 //     void release(Sent &), void release(Received &)
 //
 // Lists that release themselves at the end of their scope have a release() that
 // does nothing.
 //
-// A function that a peer leaves out takes the rows that need it out of the
-// table; kWithout then tells the reader why. One that does not pack has
-// made_elsewhere() for the bytes that it unpacks. kRecord tells that it has a
-// field for each type and so carries each type once.
+// A peer that lacks a function has no rows that need it; kWithout then gives the reason
+// to the reader. A peer that does not pack has made_elsewhere() for the bytes that it
+// unpacks. kRecord is true for a peer with a field for each type, which carries each
+// type once.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -83,8 +83,8 @@ uint32_t make_message(const Message &message, Buffer &out) {
 
 [[noreturn]] void fail(const char *peer, const char *set, const char *what);
 
-// What the rows of one peer and one set work on: every message packed, and
-// unpacked for the lookups.
+// The data of the rows of one peer and one set: every message, packed, and unpacked for
+// the lookups.
 template <typename Peer>
 class Work {
   public:
@@ -123,7 +123,7 @@ class Work {
         unpack(out_.data(), len, true);
     }
 
-    // Bytes of an average message.
+    // Average size of a message in bytes.
     double bytes() const {
         double sum = 0;
         for (const Buffer &message : packed_) {
@@ -133,7 +133,7 @@ class Work {
     }
 
   private:
-    // Some lists cannot be moved, so they are made where they stay.
+    // Some lists cannot be moved, so they are constructed in place.
     struct Unpacked {
         explicit Unpacked(Buffer &message) : list(Peer::unpack(message.data(), length(message))) {}
         typename Peer::Received list;
@@ -173,8 +173,7 @@ class Work {
         look_up(list, std::make_index_sequence<kWanted.size()>());
     }
 
-    // Every type has to be found with the value that was put in first, or not at
-    // all.
+    // For every type the first value must be found, or none if the message has none.
     void check(const Message &message, const typename Peer::Received &list) const {
         for (const uint32_t type : kTypes) {
             const Field *expected = nullptr;
@@ -184,7 +183,7 @@ class Work {
                 }
             }
             if (!same(expected, Peer::find(list, type))) {
-                fail(Peer::kName, set_.name, "a value differs from what was put in");
+                fail(Peer::kName, set_.name, "an unpacked value differs from the original");
             }
         }
     }
@@ -208,7 +207,7 @@ class Work {
     std::size_t at_ = 0;
 };
 
-// One for each peer and set, made and checked by the first row that needs it.
+// One workload for each peer and set, made and checked by the first row that needs it.
 template <typename Peer>
 Work<Peer> &work_of(const MessageSet &set) {
     static std::vector<std::pair<const MessageSet *, std::unique_ptr<Work<Peer>>>> made;
@@ -252,8 +251,8 @@ void add_rows() {
     }
 }
 
-// A peer's rows are added by a function of its own source, because not all
-// headers of peers can be included side by side.
+// A function in each peer's source adds its rows, because not all headers of peers can
+// be included together.
 void add_aaautil();
 void add_plain();
 void add_protobuf();

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The library and others of its kind on the same messages, in one program:
+// The library and its peers on the same messages, in one program:
 //
 //     aaa_peers [options of the benchmark library]
 //
-// A row is named STEP/MESSAGES/PEER. Before a peer is timed, everything that it
-// packs and unpacks is compared with what was put in.
+// A row is named STEP/MESSAGES/PEER. Before a peer is timed, all of its packed and
+// unpacked values are compared with the originals.
 
 #include <cstdio>
 

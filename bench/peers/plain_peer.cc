@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The plain loops of the list benchmarks, as the row that shows what the work
-// itself costs.
+// The plain loops of the list benchmarks, as a lower bound.
 
 #include "peer.hpp"
 

@@ -9,8 +9,8 @@ namespace peers {
 
 namespace {
 
-// What a list and a record have in common. Messages are made on arenas, which
-// the manual advises where many small ones are made and released together.
+// Common parts of a list and a record. Messages are made on arenas, as the manual
+// advises when many small objects are made and released together.
 template <typename Proto>
 struct Protobuf {
     static constexpr char kWithout[] = "";

@@ -19,7 +19,7 @@ struct Radcli {
     static constexpr char kName[] = "radcli";
     static constexpr char kWithout[] =
         "build_pack, round_trip: packs only inside the functions that send to a server with a shared secret; "
-        "unpacked are attributes that the benchmark encoded";
+        "it unpacks attributes that the benchmark encoded";
     static constexpr bool kRecord = false;
     using Sent = VALUE_PAIR *;
     using Received = VALUE_PAIR *;
