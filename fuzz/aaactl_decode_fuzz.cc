@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Messages of unknown origin into aaactl's decode. The input is a kind (1 byte,
-// see kKinds) and the message; kind 255 takes the rest for hexadecimal text.
-// Whether a list is well-formed is compared with the library's verdict; every
-// well-formed message has to come back from both descriptions byte by byte, and
-// what is shown without --show-secrets must never be encoded as if it were whole.
+// aaactl's decode with messages of unknown origin. The input is a kind (1 byte,
+// see kKinds) and the message; with kind 255 the rest is hexadecimal text.
+// The verdict on a list is compared with the library's. Encoding either description of
+// a well-formed message must give the same bytes, and a description without
+// --show-secrets must never be encoded as if it were complete.
 
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -33,7 +33,7 @@ cerrno verdict(const std::string &bytes) {
     return aaa_avpair_unpack_msg_checked(list, bytes.data(), bytes.size());
 }
 
-// A control byte may reach nobody's terminal.
+// No control byte may reach a terminal.
 void require_printable(const std::string &text) {
     for (const char c : text) {
         REQUIRE(c == '\n' || (static_cast<unsigned char>(c) >= ' ' && c != '\x7f'));

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Dumps of the system database, as text or as JSON, into the reader of aaactl's
-// sysdb load and diff. What is accepted has to come back, item by item, from
-// both forms in which a dump is written; everything else is a Failure, and no
-// other exception.
+// The reader of aaactl's sysdb load and diff with dumps of the system database, as text
+// or as JSON. An accepted dump, written in either form and read again, must give the
+// same items. Every other input must throw a Failure, and no other exception.
 
 #include <nlohmann/json.hpp>
 #include <string>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Descriptions of messages, as text or (beginning with '{') as JSON, into
-// aaactl's encode. Whatever is accepted makes a well-formed message, which
-// decode describes in a way that encodes to the same bytes; everything else is a
+// aaactl's encode with descriptions of messages, as text or (beginning with '{') as
+// JSON. An accepted description must give a well-formed message, and decode's
+// description of it must encode to the same bytes. Every other input must throw a
 // Failure, and no other exception.
 
 #include <nlohmann/json.hpp>

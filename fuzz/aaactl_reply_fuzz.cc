@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Replies of a server that is not to be trusted, into aaactl's login and acct.
-// The input is what was asked (1 byte: the request, in packets or not, whether
-// the reply's first words are put right) and the reply. What is taken, and its
-// result, is compared with a second reading of the form; what is shown of it
-// must hold no control byte; everything else is a Failure, and no other exception.
+// aaactl's login and acct with replies of an untrusted server. The input is the request
+// (1 byte: its kind, in packets or not, whether the reply's first words are corrected)
+// and the reply. An accepted reply and its result are compared with a second reading of
+// the form, and its text must contain no control byte. Every other reply must throw a
+// Failure, and no other exception.
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -88,7 +88,7 @@ std::optional<Expected> read_form(const std::string &bytes, const Question &ques
 
 // ---- an exchange ------------------------------------------------------------------
 
-// So that most inputs get past the first look.
+// Corrects the first words, so that most inputs pass the first check.
 void put_right(std::string &bytes, const Question &question) {
     const auto put = [&](std::size_t at, uint32_t value) {
         bytes.replace(at, sizeof value, reinterpret_cast<const char *>(&value), sizeof value);
@@ -107,7 +107,7 @@ void put_right(std::string &bytes, const Question &question) {
     put(52, 2);
 }
 
-// The reply waits for the client before it has asked: one thread does.
+// Sends the reply before the client sends its request, so that one thread is enough.
 Reply ask(const std::string &bytes, const Question &question) {
     static const std::string path = fuzz::HostProcess::instance().path("server");
     static const int listener = transport_listen(path.c_str());
@@ -127,7 +127,7 @@ Reply ask(const std::string &bytes, const Question &question) {
     });
 }
 
-// Nor the control characters that UTF-8 has in two bytes.
+// Rejects control characters, also those that UTF-8 encodes in two bytes.
 void require_printable(const std::string &text) {
     unsigned char before = 0;
     for (const char c : text) {

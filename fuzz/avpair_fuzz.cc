@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// List operations spelled by the input, against a model, the independent
-// verifier looking on after every step.
+// List operations that the input encodes, compared with a model; the independent
+// verifier checks the list after every step.
 
 #include <cstddef>
 #include <cstdint>

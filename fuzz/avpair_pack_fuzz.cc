@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Lists built from the input go through everything that carries a list as a
-// whole: packing into rooms of any size, unpacking, relaying, copying,
-// comparing, printing. What comes out is compared with a message that is put
-// together here, and every list is verified. A packed message with one byte
-// changed may give any list, but nothing outside it may be touched.
+// Lists built from the input go through every operation on a whole list: packing into
+// buffers of any size, unpacking, relaying, copying, comparing, printing. The results
+// are compared with a message that is composed here, and every list is verified. A
+// packed message with one byte changed may give any list, but no access outside the
+// message is allowed.
 //
 // Input: length and bytes of the name, then steps of an opcode and its
-// operands until opcode 7 or the end; what is left are the room for packing,
-// the room for printing, and the byte to change.
+// operands until opcode 7 or the end; then the size of the buffer for packing,
+// that of the buffer for printing, and the byte to change.
 
 #include <cstddef>
 #include <cstdint>
@@ -125,7 +125,7 @@ std::string be32(uint32_t v) {
             static_cast<char>(v)};
 }
 
-// The message that the documented form gives for a list.
+// The message of a list in the documented form.
 std::string expected_message(const avlist *list) {
     std::string pairs;
     std::size_t live = 0;
@@ -202,7 +202,7 @@ void check_gather(const avlist *list, std::size_t total) {
     REQUIRE(buffers == 0 || aaa_avpair_pack_msg(list, iov.data(), &count) == AAA_ERR_BUFFER_TOO_SMALL);
 }
 
-// Too little room: whole parts, then nothing.
+// In a buffer that is too small: complete parts, then nothing.
 void check_cut(const avlist *original, std::size_t total, std::size_t room) {
     const ListPtr list = copy(original);
     const auto buf = block(room);

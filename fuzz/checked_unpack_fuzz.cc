@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Bytes of unknown origin into the checked unpack. Whether they are accepted is
-// compared with a second, independent reading of the format; what is accepted
-// must be the list that the plain form makes of it, must survive every reader,
-// and must pack into the same pairs again.
+// The checked unpack with bytes of unknown origin. Its verdict is compared with a
+// second, independent reading of the format. An accepted list must equal the one that
+// the plain function unpacks, must pass every reader, and must pack into the same pairs.
 
 #include <cstddef>
 #include <cstdint>
@@ -81,7 +80,7 @@ cerrno expected_code(const uint8_t *message, std::size_t avail) {
                                                 : expected_pairs(message, be32(message));
 }
 
-// ---- what is done with a list ---------------------------------------------------
+// ---- operations on a list -------------------------------------------------------
 
 void require_sound(const avlist *list) {
     const aaatest::Verdict verdict = aaatest::verify_list(list, ListOrigin::unpacked);
@@ -131,7 +130,7 @@ void look_up_pairs(const avlist *list) {
     }
 }
 
-// The ways from pair to pair, against what is stored.
+// Compares the iterators with the stored pairs.
 void walk(const avlist *list) {
     const std::vector<ModelPair> pairs = read_pairs(list);
     aaa_avpair_iterator_t it{};
@@ -162,7 +161,7 @@ void walk_by_calls(avlist *list) {
     require(visited == read_pairs(list), "other pairs are visited");
 }
 
-// From pair to pair in the buffers, the deleted ones too.
+// Walks all pairs in the buffers, including the deleted ones.
 void walk_buffers(const avlist *list) {
     const std::vector<ModelBuffer> buffers = read_buffers(list);
     avpair_mem_stats_t expected{};
@@ -199,7 +198,7 @@ void look_up_places(const avlist *list) {
         const cerrno rc = aaa_avpair_find_index(static_cast<uint32_t>(i), &found.type, &found.flags, &value,
                                                 &found.tag, &length, list);
         if (i == pairs.size()) {
-            require(rc == AAA_ERR_AVPAIR_NOT_FOUND, "a pair behind the last");
+            require(rc == AAA_ERR_AVPAIR_NOT_FOUND, "a pair after the last");
             return;
         }
         found.value.assign(static_cast<const char *>(value), length);
@@ -247,7 +246,7 @@ void print(const avlist *list) {
     print_lines(list);
 }
 
-// A copy of the list must equal it; what is done to the copy stays there.
+// A copy of the list must equal it, and changes of the copy must not change the list.
 void change_a_copy(const avlist *list) {
     avlist *made = nullptr;
     require(aaa_avpair_copy_list(list, nullptr, &made) == AAA_OK, "no copy");
@@ -263,7 +262,7 @@ void change_a_copy(const avlist *list) {
         require(aaa_avpair_delete_by_iterator(&it, copy.get()) == AAA_OK, "a pair cannot be deleted");
         require_sound(copy.get());
     }
-    // A list that is full already must not be filled further.
+    // A full list must not get another pair.
     if (read_pairs(copy.get()).size() < 65535) {
         require(aaa_avpair_add(257, 0, "user", 0, 4, copy.get()) == AAA_OK, "no pair can be added");
         require_sound(copy.get());
@@ -274,8 +273,8 @@ void change_a_copy(const avlist *list) {
     require_sound(copy.get());
 }
 
-// Pair by pair in the library's own eyes. The lists' counts may differ: each
-// is as its message has it.
+// Compares pair by pair with the library's own comparison. The lists' counts may differ:
+// each is the count of its message.
 void require_equal(const avlist *a, const avlist *b) {
     aaa_avpair_iterator_t at_a{};
     aaa_avpair_iterator_t at_b{};
@@ -290,7 +289,7 @@ void require_equal(const avlist *a, const avlist *b) {
     }
 }
 
-// Packs the list, which it spends, and reads the result.
+// Packs the list, which may only be freed afterwards, and reads the result.
 void pack_again(const ListPtr &list, const uint8_t *data) {
     const std::vector<ModelPair> pairs = read_pairs(list.get());
     const ListPtr original = make_list();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the fuzzers share: an input that is read byte by byte, and the check
-// that ends the process with the line that failed.
+// Shared by the fuzzers: an input that is read byte by byte, and a check that prints
+// the failed line and ends the process.
 #pragma once
 
 #include <algorithm>
@@ -23,7 +23,7 @@ inline void require(bool holds, const char *text, const char *file, int line) {
 
 #define REQUIRE(condition) fuzz::require(condition, #condition, __FILE__, __LINE__)
 
-// Gives zeros when it is used up.
+// Returns zeros after its end.
 class Input {
   public:
     Input(const uint8_t *data, std::size_t size) : bytes_(data, size) {}
@@ -48,7 +48,7 @@ class Input {
     }
     uint32_t word() { return static_cast<uint32_t>(number(4)); }
 
-    // Up to so many bytes, fewer at the end.
+    // The next bytes, up to size, fewer at the end.
     std::string text(std::size_t size) {
         size = std::min(size, bytes_.size());
         std::string taken(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(size));
@@ -56,7 +56,7 @@ class Input {
         return taken;
     }
     std::string rest() { return text(bytes_.size()); }
-    // The rest as a C string holds it.
+    // The rest up to its first NUL.
     std::string rest_as_text() { return rest().c_str(); }
 
   private:

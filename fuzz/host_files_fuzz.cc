@@ -1,17 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Files and settings that the host platform reads for itself. The input is an
-// operation (1 byte) and
+// Files and settings of the host platform. The input is an operation (1 byte) and
 //
 //   0   kind (1 byte), then a file of method lists by line
-//   1   room (1 byte), then login records: what is done to it (1 byte), a
+//   1   buffer size (1 byte), then login records: variations (1 byte), a
 //       record's address (16 bytes) and up to 256 bytes of host name
-//   2   room (1 byte), then a time zone
+//   2   buffer size (1 byte), then a time zone
 //   3   names of debug areas
 //   4   name of a terminal
 //
-// The process has a terminal of its own, so that it has a line. Results are
-// compared with a second reading of each form.
+// The process gets a controlling terminal, so that it has a line. Results are compared
+// with a second reading of each form.
 
 #include <arpa/inet.h>
 #include <fnmatch.h>
@@ -98,7 +97,7 @@ bool is_list_name(const std::string &name) {
     return name.size() <= 254;
 }
 
-// The list that the first fitting row names, or nothing.
+// The list that the first matching row names, or nothing.
 std::string expected_list(const std::string &bytes, uint32_t kind) {
     static const std::string kKinds[] = {"authentication", "authorization", "accounting", "*"};
     std::istringstream lines(bytes);
@@ -165,15 +164,15 @@ std::string host_in(const utmp &entry) {
     return inet_pton(AF_INET6, host.c_str(), &v6) == 1 ? written_v6(v6) : "";
 }
 
-// A record and whether it says where this line's user is.
+// Makes a record. Returns whether it holds the address of this line's user.
 bool make_entry(fuzz::Input &input, utmp &entry) {
-    constexpr pid_t kNobody = 0x7ffffff0;  // larger than process numbers get
+    constexpr pid_t kNoProcess = 0x7ffffff0;  // larger than process numbers get
     const uint8_t mode = input.byte();
     entry = {};
     entry.ut_type = (mode & 1) != 0 ? DEAD_PROCESS : USER_PROCESS;
     const std::string line = (mode & 2) != 0 ? g_line + "0" : g_line;
     std::memcpy(entry.ut_line, line.c_str(), line.size());
-    entry.ut_pid = (mode & 4) != 0 ? kNobody : (mode & 8) != 0 ? 0 : getpid();
+    entry.ut_pid = (mode & 4) != 0 ? kNoProcess : (mode & 8) != 0 ? 0 : getpid();
     const std::string address = input.text((mode & 16) != 0 ? 4 : 16);
     std::memcpy(entry.ut_addr_v6, address.data(), address.size());
     const std::string host = input.text((mode & 32) != 0 ? input.number(2) % (sizeof entry.ut_host + 1) : 0);
@@ -229,7 +228,7 @@ void read_zone(fuzz::Input input) {
     unsetenv("TZ");
 }
 
-// Whatever the words are, the flags that come of them can be said in numbers.
+// The flags that any words give must equal those of the same flags as numbers.
 void read_areas(fuzz::Input input) {
     const std::string areas = input.rest_as_text();
     aaa_platform_debug_set_areas(areas.c_str());
@@ -248,7 +247,7 @@ void read_areas(fuzz::Input input) {
     aaa_platform_debug_set_areas(nullptr);
 }
 
-// With the device's name and with what a list carries of it the kind is the same.
+// The device's name and the name in a list must give the same kind.
 void read_terminal_name(fuzz::Input input) {
     std::string name = input.rest_as_text();
     tty_details_t details;

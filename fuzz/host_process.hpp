@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The process of a fuzzer that runs against the host platform: a directory of
-// its own for every file that the platform reads or writes, removed at the
-// end, and a socket that receives what the platform logs.
+// The process of a fuzzer that runs against the host platform: a private directory for
+// every file that the platform reads or writes, removed at the end, and a socket that
+// receives the platform's log.
 #pragma once
 
 #include <fcntl.h>
@@ -49,8 +49,8 @@ class HostProcess {
         close(fd);
     }
 
-    // Drops what was logged; a line must not be able to pass for two. Tells
-    // how many there were.
+    // Reads and drops the log; no message may contain a control character, which could
+    // make one line look like two. Returns the number of lines.
     std::size_t check_log() const {
         char line[8192];
         std::size_t lines = 0;
@@ -88,7 +88,7 @@ class HostProcess {
         setenv(name, value.c_str(), 1);
     }
 
-    // Memory is faster than a disk, and the disk is not what is tried out.
+    // In memory, because it is faster than a disk.
     static std::string temporary_root() {
         const char *base = std::getenv("TMPDIR");
         if (base == nullptr || *base == '\0') {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Every typed getter on a list that came in from somebody else: what it gives
-// must be what is stored under its attribute, as read_pairs() sees it, and all
-// that it says may be read is read.
+// Calls every typed getter on a list of unknown origin. Each must return the value that
+// is stored under its attribute, as read_pairs() finds it. All bytes that the result
+// covers are read.
 #pragma once
 
 #include <algorithm>
@@ -52,7 +52,7 @@ class ListGetters {
         return nullptr;
     }
 
-    // Bytes that a short value lacks count as zero, those behind the fourth not at all.
+    // Missing bytes of a short value count as zero; bytes after the fourth are ignored.
     static uint32_t number(Block block, uint32_t absent = 0) {
         uint32_t value = 0;
         if (block != nullptr) {
@@ -66,7 +66,7 @@ class ListGetters {
                                 : bytes != nullptr && length == block->size() &&
                                       std::memcmp(bytes, block->data(), length) == 0;
     }
-    // Where a getter tells no length, all that is stored may be read.
+    // For a getter that returns no length, all stored bytes may be read.
     static bool same(Block block, const void *bytes) {
         return same(block, bytes, block != nullptr ? block->size() : 0);
     }
@@ -153,7 +153,7 @@ class ListGetters {
         REQUIRE(same(stored(25), aaa_util_avlist_src_get(list_)));
     }
 
-    // What the value does not fill is zero.
+    // The rest of the record is zero.
     void check_address() const {
         std::string expected = stored(42) != nullptr ? *stored(42) : "";
         expected.resize(sizeof(aaa_ip_addr_t));
@@ -213,7 +213,7 @@ class ListGetters {
         REQUIRE(same(&data, chap.data, chap.data_len));
     }
 
-    // A field of an array: the stored bytes, or zeros when there are none or too many.
+    // A field of an array: the stored bytes, or zeros when the value is absent or too long.
     template <typename Field>
     [[nodiscard]] uint32_t check_field(uint32_t type, const Field &field) const {
         const Block block = stored(type);

@@ -8,9 +8,9 @@
 //   byte  10       0: a null value
 //   from 11        the value
 //
-// (numbers in host order). Whatever the pair is, the line ends in a line feed,
-// is terminated, stays inside its buffer, and is cut and not changed by a
-// buffer that is too small; and a password has no influence on it.
+// (numbers in host order). For every pair the line ends with a line feed, is
+// terminated and stays inside its buffer. A buffer that is too small cuts the line but
+// does not change it. The line does not depend on a password.
 
 #include <algorithm>
 #include <cstddef>
@@ -45,14 +45,14 @@ void require(bool holds, const char *what) {
     }
 }
 
-// The line that the pair gives in a buffer of the size (which is not 0).
+// The line of the pair in a buffer of the given size, which is not 0.
 std::string print(const Pair &pair, uint32_t size) {
     std::vector<char> buffer(size + kGuard, kGuardByte);
     char *const returned =
         aaa_util_print_attr(pair.type, pair.length, pair.flags, pair.value, buffer.data(), size);
     require(returned == buffer.data(), "the buffer is not returned");
     require(std::all_of(buffer.begin() + size, buffer.end(), [](char c) { return c == kGuardByte; }),
-            "written behind the buffer");
+            "written past the buffer");
     const std::size_t length = strnlen(buffer.data(), size);
     require(length < size, "not terminated");
     return {buffer.data(), length};

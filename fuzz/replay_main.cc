@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Runs a fuzzer's entry point once on each given file, and on each file below
-// each given directory, in order of their names. That nothing was found to
-// run is a failure.
+// each given directory, in order of their names. Finding no input is a failure.
 
 #include <algorithm>
 #include <cstddef>
@@ -44,8 +43,8 @@ bool replay(const fs::path &file) {
         return false;
     }
     const std::string bytes{std::istreambuf_iterator<char>(in), {}};
-    // Named first, so that a crash tells which input it was; a vector of the
-    // exact size, so that a sanitizer sees a read past the end.
+    // The name is printed first, so that a crash shows which input caused it. The vector
+    // has the exact size, so that a sanitizer sees a read past the end.
     std::printf("%s (%zu bytes)\n", file.c_str(), bytes.size());
     std::fflush(stdout);
     const std::vector<uint8_t> input(bytes.begin(), bytes.end());
@@ -58,7 +57,7 @@ bool replay(const fs::path &file) {
 int main(int argc, char **argv) {
     const std::vector<fs::path> files = inputs(argc, argv);
     if (files.empty()) {
-        std::fprintf(stderr, "no inputs\n");
+        std::fprintf(stderr, "no inputs: name files, or directories with files\n");
         return 2;
     }
     return std::all_of(files.begin(), files.end(), replay) ? 0 : 1;

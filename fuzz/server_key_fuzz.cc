@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Key texts, through the library's checks and the host's cipher, and the file
-// of master keys. The input is an operation (1 byte) and
+// The library's checks of keys, the host's cipher, and the file of master keys. The
+// input is an operation (1 byte) and
 //
-//   0   a text of unknown origin, taken for a sealed key
-//   1   place (2 bytes), character (1 byte), clear text: it is sealed, opened
-//       again, and refused once one character of the sealed form is another
-//   2   a clear key, whose trailing white space is cut
+//   0   a text of unknown origin, treated as a sealed key
+//   1   position (2 bytes), character (1 byte), clear text: it is sealed, opened
+//       again, and refused after one character of the sealed form is changed
+//   2   a clear key, whose trailing white space is removed
 //   3   a clear key, trimmed by the configuration parser's rule
 //   4   a file of master keys
 //
@@ -42,7 +42,7 @@ Text opened(const std::string &sealed) {
     return owned(pw_decrypt(sealed.c_str(), kReversible));
 }
 
-// With its NUL and nothing behind it.
+// A block of the text and its NUL, and no byte more.
 std::unique_ptr<char[]> block(const std::string &text) {
     auto copy = std::make_unique<char[]>(text.size() + 1);
     text.copy(copy.get(), text.size());
@@ -127,7 +127,7 @@ void seal_and_change(fuzz::Input input) {
     text[place % text.size()] = character;
     text = text.c_str();
     const Text changed = opened(text);
-    // The case of hexadecimal digits says nothing.
+    // The case of hexadecimal digits does not matter.
     REQUIRE((changed != nullptr) == (lower(text) == lower(sealed.get())));
 }
 
@@ -141,7 +141,7 @@ void truncate_clear(fuzz::Input input) {
     REQUIRE(result == nullptr || result.get() == expected);
 }
 
-// How many characters the parser's rule leaves; said once more, from its description.
+// Number of characters that the parser's rule leaves: a second implementation of its description.
 std::size_t kept_by_parser(const std::string &key) {
     if (key.empty() || std::strchr(" \t\r\n", key.back()) == nullptr) {
         return key.size();
@@ -176,7 +176,7 @@ void trim_clear(fuzz::Input input) {
 
 // ---- files of master keys ---------------------------------------------------------
 
-// Whether a line is a key, of a generation that was not there yet.
+// Whether a line is a key of a new generation.
 bool takes_key(const std::string &line, std::set<std::string> &generations) {
     return line.size() >= 67 && all(line.substr(0, 2), std::isdigit) && line[2] == ' ' &&
            all(line.substr(3, 64), std::isxdigit) && (line.size() == 67 || line[67] == ' ') &&

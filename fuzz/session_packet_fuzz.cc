@@ -4,14 +4,14 @@
 // unknown origin given to the checked reader. The input is an operation (1
 // byte) and
 //
-//   0   room (2 bytes), then the bytes of a packet
+//   0   buffer size (2 bytes), then the bytes of a packet
 //   1   type, key, value a, value b, connection id (4 bytes each), data: a
 //       request is built and read back
-//   2   the same, a response; value a is the error, value b the others' base
-//   3   as 1 or 2 by the lowest bit of the next byte; the packet is cut to a
-//       length (2 bytes) and one byte changed (2 bytes place, 1 byte change)
+//   2   the same for a response; value a is the error, value b the base of the others
+//   3   as 1 or 2, by the lowest bit of the next byte; the packet is cut to a
+//       length (2 bytes) and one byte changed (2 bytes position, 1 byte change)
 //
-// Every block is exactly as large as the contract asks for.
+// Every block has exactly the size that the contract requires.
 
 #include <unistd.h>
 
@@ -68,7 +68,7 @@ cerrno expected_code(const Bytes &packet, std::size_t room) {
     return length > room ? AAA_ERR_BUFFER_TOO_SMALL : AAA_OK;
 }
 
-// A packet that has room for all its data, which the plain reader takes for granted.
+// A packet with space for all of its data, as the plain reader assumes.
 void compare_with_plain(const Bytes &packet, const Bytes &data) {
     if (packet.size() < kDataAt + kMostData) {
         return;
@@ -114,7 +114,7 @@ struct Parameters {
           connection(input.word()),
           data(input.rest()) {}
 
-    // Types that mean something come up often, any other can.
+    // Known types are frequent, any other is possible.
     static uint32_t any_type(uint32_t value) { return value < 0x100 ? value % 28 : value - 0x100; }
     [[nodiscard]] Bytes stored() const { return data.substr(0, data.size() <= 255 ? data.size() : 254); }
 };
@@ -142,7 +142,7 @@ Bytes words(std::initializer_list<uint32_t> values) {
     return bytes;
 }
 
-// What the types have behind the header, as the packets are described.
+// The payload of each type, as the packets are documented.
 Bytes request_payload(const Parameters &p) {
     if (p.type == 0) {
         return Bytes(36, '\0');
@@ -179,7 +179,7 @@ Bytes response_payload(const Parameters &p) {
     return payload;
 }
 
-// The data goes behind the first word, which stays.
+// Adds the data after the first word, which does not change.
 void add_data(Bytes &payload, const Parameters &p, std::size_t room) {
     const uint32_t size = static_cast<uint32_t>(p.stored().size());
     payload.replace(4, 4, words({size}));
@@ -234,7 +234,7 @@ Bytes build(fuzz::Input &input, bool response) {
     return response ? build_response(parameters) : build_request(parameters);
 }
 
-// What was built is read as what it is: the data, or the refusal of its type.
+// Reading a built packet must give its data, or the refusal of its type.
 void build_and_read(fuzz::Input &input, bool response) {
     const Parameters p(input);
     const Bytes packet = response ? build_response(p) : build_request(p);

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Session packets and the data in them, every block exactly as large as the
-// contract asks for, so that a sanitizer sees the first byte too many.
+// Session packets and the data in them. Every block has exactly the size that the
+// contract requires, so that a sanitizer sees the first byte too many.
 //
 // An input is an operation (1 byte), a message type (4), a length (4), and
 // bytes that become the received payload or the data to store. Every operation
-// ends in a comparison with what the few lines of the model say.
+// ends with a comparison with a small model.
 
 #include <algorithm>
 #include <cstddef>
@@ -56,7 +56,7 @@ class Input {
         }
         return value;
     }
-    // The rest, cut or filled up to the given size.
+    // The rest, cut or padded to the given size.
     Bytes rest(std::size_t size) const {
         Bytes result(size, kFill);
         std::copy_n(bytes_.begin(), std::min(size, bytes_.size()), result.begin());
@@ -80,7 +80,7 @@ uint32_t stored_length(const Bytes &payload) {
     return length;
 }
 
-// Reads a payload as it came, whatever length it claims.
+// Reads an unchanged payload with any claimed length.
 void read(Input input, uint32_t type, bool response) {
     const Bytes payload = input.rest(kPayload);
     Bytes out(kRoom, kFill);
@@ -105,7 +105,7 @@ void write(Input input, uint32_t type, uint32_t length, bool response) {
     const Bytes data = input.rest(kept(length));
     Bytes payload(kPayload, kFill);
     const auto fill = response ? aaa_sess_fill_msg_res_type_data : aaa_sess_fill_msg_req_type_data;
-    // An empty vector may have no address, and a null is another argument.
+    // An empty vector may have a null address, which has another meaning as an argument.
     const uint8_t nothing = 0;
     const cerrno rc = fill(payload.data(), data.empty() ? &nothing : data.data(), length, type);
 
@@ -150,7 +150,7 @@ void request(uint32_t type, uint32_t value) {
     require(std::count(packet.begin() + 60, packet.begin() + 64, kFill) == 4, "bytes 60 to 63 written");
 }
 
-// A response and, where there is room, data in it.
+// A response with data, if it has space for data.
 void response(Input input, uint32_t type, uint32_t length) {
     aaa_sess_ctx_t context{type, 1};
     void *made = nullptr;
@@ -167,10 +167,10 @@ void response(Input input, uint32_t type, uint32_t length) {
     uint32_t error = 0;
     std::memcpy(&error, payload, sizeof error);
     require(error == length, "the error overwritten by the data");
-    require(payload[kPayload] == 0, "a byte behind the data written");
+    require(payload[kPayload] == 0, "a byte past the data was written");
 }
 
-// Types that matter come up often, any other can.
+// Types with a meaning are frequent, any other is possible.
 uint32_t any_type(uint32_t value) {
     constexpr uint32_t kCommon[] = {11, 16, 11, 16, 0, 2, 26, 27};
     return value < 0x80 ? kCommon[value % 8] : value - 0x80;

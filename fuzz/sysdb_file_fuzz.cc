@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A file of the system database in which anything may be overwritten. It is
-// refused, or it can be read, listed, watched, changed and emptied, without a
-// crash or a hang; what was stored is read back; and a file that was changed
-// passes the same check again.
+// A file of the system database with any bytes overwritten. It must be refused, or it
+// can be read, listed, watched, changed and emptied without a crash or a hang. Stored
+// values are read back, and a changed file passes the same check again.
 //
 // The input is a sequence of patches to a sound file: page (2 bytes), offset
 // in it (2 bytes), width and mode (1 byte), value (8 bytes, little-endian).
-// Bit 7 of the mode cuts the file there instead.
+// Bit 7 of the mode truncates the file there instead.
 
 #include <fcntl.h>
 #include <sys/syscall.h>
@@ -32,7 +31,7 @@
 
 namespace {
 
-// The provider looks once a second whether its file has been replaced.
+// The provider checks once a second whether its file has been replaced.
 constinit std::atomic<std::time_t> g_coarse_seconds{1};
 
 }  // namespace
@@ -66,7 +65,7 @@ std::string file_name() {
     return fuzz::HostProcess::instance().path("run/oper.mdb");
 }
 
-// A code that says what is wrong with the file, or that there is no room in it.
+// Whether a code reports a damaged or a full file.
 bool is_refusal(cerrno rc) {
     static const std::set<cerrno> codes{SYSDB_ERR_CORRUPT, SYSDB_ERR_STORAGE, SYSDB_ERR_FULL, SYSDB_ERR_BUSY};
     return codes.count(rc) != 0;
@@ -132,7 +131,7 @@ class User {
         sweep_watchers();
     }
 
-    // What was accepted and then changed without a complaint must be sound.
+    // A file that was accepted and then changed without an error must be sound.
     void check_file() const {
         const int fd = open(file_name().c_str(), O_RDONLY | O_CLOEXEC);
         bool stale = false;
@@ -182,7 +181,7 @@ class User {
 
 // ---- files ------------------------------------------------------------------------
 
-// As an administrator restores a file: under another name, then renamed.
+// Replaces the file as an administrator does: writes another one, then renames it.
 void put_in_place(const std::string &bytes) {
     const std::string temporary = file_name() + ".new";
     fuzz::HostProcess::write(temporary, bytes);

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The embedded system database among records that another process has written:
-// items, the change log and the table of watchers hold what the input says,
-// sound or not, while this process reads, writes, lists and watches.
+// The embedded system database with records that another process has written: the
+// input defines records of the items, the change log and the table of watchers, valid
+// or not, while this process reads, writes, lists and watches.
 //
-// A model of the item table tells what every call has to give. After every
-// dispatch that succeeds, each change that went through the provider has been
-// reported with its final state. No file outside the watcher directory may be
-// touched, whatever name a watcher goes by.
+// A model of the item table predicts the result of every call. After every successful
+// dispatch, each change that went through the provider has been reported with its final
+// state. No file outside the watcher directory may be touched, for any name of a watcher.
 //
 // The input is a sequence of steps, an opcode with operands; see step().
 
@@ -59,9 +58,9 @@ cerrno in_table(MDB_dbi (Environment::*table)() const, const auto &body) {
     });
 }
 
-// ---- what must be ----------------------------------------------------------------
+// ---- the model -------------------------------------------------------------------
 
-// An item's stored bytes; the type is in front of the value.
+// An item's stored bytes; the type precedes the value.
 struct Record {
     std::string bytes;
     [[nodiscard]] bool has_type() const { return bytes.size() >= 4; }
@@ -73,7 +72,7 @@ struct Record {
     [[nodiscard]] std::string value() const { return bytes.substr(4); }
 };
 
-// A state that a watcher has been told.
+// A state that was reported to a watcher.
 struct Told {
     bool deleted = true;
     uint32_t type = 0;
@@ -91,8 +90,8 @@ struct Watcher {
     }
 };
 
-// What a key looks like to users: without the count in a component that sorts
-// as a number, and up to a NUL, which a key may have and no path.
+// The path that users see for a key: without the count in a component that sorts
+// as a number, and cut at a NUL, which a key may contain and a path may not.
 std::string shown(const std::string &key) {
     std::string path;
     std::size_t begin = 0;
@@ -130,7 +129,7 @@ class Session {
         }
     }
 
-    // The key of a path as it is stored, unless it is no path.
+    // The stored key of a path; nothing if the text is not a valid path.
     [[nodiscard]] std::optional<std::string> key_of(const std::string &path, bool directory) const {
         Key key = prefix_;
         const cerrno rc = directory ? key.append_directory(path) : key.append_item(path);
@@ -159,10 +158,10 @@ class Session {
     sysdb_conn_t conn_ = 0;
     std::map<std::string, Record> items_;
     std::set<std::string> changed_;  // through the provider, since the last dispatch
-    std::set<std::string> logged_;   // reported too, but not as the model knows it
+    std::set<std::string> logged_;   // may be reported too, but not with the model's state
     std::vector<std::unique_ptr<Watcher>> watchers_;
     bool log_damaged_ = false;    // dispatch may fail
-    bool log_exhausted_ = false;  // nothing can be changed any more
+    bool log_exhausted_ = false;  // changes may be refused
 };
 
 // ---- steps ------------------------------------------------------------------------
@@ -179,7 +178,7 @@ std::string any_directory(fuzz::Input &input) {
     return which < 0xc0 ? kUsual[which % 8] : input.text(which - 0xc0u).c_str();
 }
 
-// A key below the bind point mostly, any bytes sometimes.
+// Usually a key below the bind point, sometimes any bytes.
 std::string any_key(fuzz::Input &input) {
     const uint8_t which = input.byte();
     if (which < 0xe0) {
@@ -200,13 +199,13 @@ void Session::write_raw_item(fuzz::Input &input) {
     if (in_table(&Environment::items,
                  [&](MDB_txn *txn, MDB_dbi dbi) { return put(txn, dbi, key, record.bytes); }) == 0) {
         items_[key] = record;
-        if (changed_.erase(key) != 0) {  // nobody is told of this, only of what was before
+        if (changed_.erase(key) != 0) {  // this write is not reported, but the change before it is
             logged_.insert(key);
         }
     }
 }
 
-// Behind the newest change, or far from it.
+// Writes a change after the newest one, or far from it.
 void Session::write_raw_change(fuzz::Input &input) {
     uint64_t revision = input.byte();
     revision = revision >= 0xf0 ? kLastRevision - (revision - 0xf0) : revision * 97;
@@ -234,7 +233,7 @@ void Session::write_raw_watch(fuzz::Input &input) {
     in_table(&Environment::watches, [&](MDB_txn *txn, MDB_dbi dbi) { return put(txn, dbi, key, name); });
 }
 
-// The log, if it still takes records, says so to everybody.
+// Records that the log holds a change of the key, which every watcher must see.
 void Session::changed(const std::string &key) {
     changed_.insert(key);
 }
@@ -400,7 +399,7 @@ void Session::get(const std::string &path) {
     }
 }
 
-// Names below a directory in order, each directory once.
+// The sorted names below a directory, each directory once.
 std::vector<std::pair<std::string, uint32_t>> Session::entries(const std::string &directory) const {
     std::vector<std::pair<std::string, uint32_t>> result;
     std::string before;
@@ -486,7 +485,7 @@ void Session::watch(const std::string &path) {
     if (watchers_.size() == 8) {
         return;
     }
-    dispatch();  // what comes from now on is new to all watchers
+    dispatch();  // from now on every change is new to all watchers
     const bool directory = path.empty() || path.ends_with('/');
     auto watcher = std::make_unique<Watcher>();
     const cerrno rc =
@@ -515,7 +514,7 @@ void Session::unwatch(fuzz::Input &input) {
 }
 
 void Session::check_told(const Watcher &watcher, const std::string &key) const {
-    // Keys that the provider does not write can be shown as the path of another.
+    // The path of a key that the provider does not write may be that of another key.
     const auto shown_alike = [&](const std::string &other) {
         return other != key && shown(other) == shown(key);
     };

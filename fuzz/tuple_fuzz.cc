@@ -1,17 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Tuples, the values that configuration travels in. The input is an operation
-// (1 byte) and
+// Tuples, the values of configuration items. The input is an operation (1 byte) and
 //
 //   0   bytes of unknown origin: accepted exactly when a second reading of the
-//       form accepts them; what is accepted gives the fields of that reading,
-//       in whole or from any of its leading integers on, and packs into the
+//       form accepts them; accepted ones give the fields of that reading,
+//       all of them or those after any of the leading integers, and pack into the
 //       same bytes again
-//   1   length and text of a format, then bytes: unpacking by any format gives
-//       the documented result, and touches no output when it refuses
+//   1   length and text of a format, then bytes: unpacking with any format gives
+//       the documented result, and a refusal changes no output
 //   2   fields to pack: kind (1 byte), then an integer or length and name
 //
-// The block that is read is as large as the tuple says it is, to the byte.
+// The block that is read has exactly the length that the tuple states.
 
 #include <cerrno>
 #include <cstring>
@@ -141,7 +140,7 @@ struct Outputs {
         return tuple_unpack_mask(tuple, format.c_str(), at[0], at[1], at[2], at[3], at[4], at[5], at[6],
                                  at[7], at[8], at[9], at[10], at[11]);
     }
-    // Bytes that a field did not need are as they were.
+    // Bytes after a field are unchanged.
     [[nodiscard]] bool holds(std::size_t index, const Field &field) const {
         std::string expected = field.kind == 'd'
                                    ? std::string(reinterpret_cast<const char *>(&field.number), 4)
@@ -155,7 +154,7 @@ struct Outputs {
     }
 };
 
-// The format's first conversion stands for the field of that index.
+// The format's first conversion belongs to the field with the index first.
 void check_unpacked(const std::string &tuple, const Fields &fields, const std::string &format,
                     std::size_t first = 0) {
     const std::size_t wanted = format.size() / 2;
@@ -175,8 +174,8 @@ void check_refused(const std::string &tuple, const std::string &format, int erro
     REQUIRE(outputs.untouched());
 }
 
-// Arguments of a format are of two types, so every sequence of kinds is a call
-// of its own: one step per field.
+// Arguments of a format have two types, so every sequence of kinds needs a separate
+// call: one recursion per field.
 template <typename... Arguments>
 cerrno pack(void **tuple, uint32_t *length, const Fields &fields, Arguments... arguments) {
     constexpr std::size_t kDone = sizeof...(Arguments);
@@ -224,7 +223,7 @@ void read_unknown(fuzz::Input input) {
     }
 }
 
-// The tuple's own length is trusted here, so the block has that length.
+// The length in the tuple is trusted here, so the block has that length.
 void unpack_by_any_format(fuzz::Input input) {
     const std::string format = input.text(input.byte() % (2 * kMostOutputs + 1)).c_str();
     std::string tuple = input.rest();
@@ -244,7 +243,7 @@ void unpack_by_any_format(fuzz::Input input) {
     const std::string whole = format_of(*fields);
     const std::size_t found = leading_integers(whole);
     const std::size_t wanted = leading_integers(format);
-    // Fields behind those that are asked for do no harm.
+    // Further fields after the requested ones are allowed.
     if (found < wanted || !whole.substr(2 * (found - wanted)).starts_with(format)) {
         return check_refused(tuple, format, EPROTO);
     }
