@@ -10,7 +10,7 @@ target_compile_options(aaa_warnings INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor>
   $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes>
   $<$<BOOL:${AAA_WERROR}>:-Werror>)
-# gcc 12 warns of its own std::string and std::optional once they are inlined.
+# gcc 12 warns about its own std::string and std::optional when they are inlined.
 if(CMAKE_BUILD_TYPE MATCHES "Rel" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(aaa_warnings INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict> $<$<COMPILE_LANGUAGE:CXX>:-Wno-error=maybe-uninitialized>)
@@ -24,20 +24,19 @@ if(AAA_SANITIZE)
 endif()
 if(AAA_COVERAGE)
   target_compile_options(aaa_instrument INTERFACE --coverage -fprofile-update=atomic -O0 -g) # counters of threads too
-  # A shared object that used another's counters would keep it from being unloaded.
+  # A shared object that uses another's counters would prevent its unloading.
   target_link_options(aaa_instrument INTERFACE --coverage LINKER:--exclude-libs,libgcov.a)
 endif()
 if(AAA_BUILD_FUZZERS)
-  # What a fuzzer steers by; the fuzzer's own main comes with its link.
+  # Coverage for the fuzzer; its main function is linked into the fuzz targets only.
   target_compile_options(aaa_instrument INTERFACE -fsanitize=fuzzer-no-link)
   target_link_options(aaa_instrument INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
-# What is shipped is hardened; so are the release preset's measurements and tests.
-# Not among the flags of libraries, because programs put their own platform functions in
-# front of the host's: no forced binding at load time (a platform may leave out
-# a function that nobody calls) and no -Bsymbolic. Not nodlopen either: the
-# library is loaded by modules.
+# Shipped builds are hardened, and so are the release preset's measurements and tests.
+# Libraries are not linked with -z now or -Bsymbolic, because a program's own platform
+# functions override the host's, and a platform may lack a function that no one calls;
+# and not with -z nodlopen, because modules load the library.
 if(CMAKE_BUILD_TYPE MATCHES "Rel" AND NOT AAA_SANITIZE AND NOT AAA_COVERAGE AND NOT AAA_BUILD_FUZZERS)
   set(AAA_HARDEN_DEFAULT ON)
 else()
@@ -47,7 +46,7 @@ option(AAA_HARDEN "Build with stack, string function and control flow protection
 if(AAA_HARDEN)
   target_compile_options(aaa_instrument INTERFACE
     -fstack-protector-strong -fstack-clash-protection -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2
-    # The same bytes wherever the tree stands.
+    # The same bytes in any directory.
     "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
   if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|amd64|i[3-6]86)$")
     target_compile_options(aaa_instrument INTERFACE -fcf-protection=full)

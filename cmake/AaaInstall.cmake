@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 #
-# What lets other projects find an installed libaaautil: the CMake package
-# (find_package(aaautil)) and the pkg-config files. Include after the targets.
+# The CMake package (find_package(aaautil)) and the pkg-config files, by which other
+# projects find an installed libaaautil. Include after the targets.
 
 include(CMakePackageConfigHelpers)
 
@@ -12,8 +12,8 @@ install(FILES "${PROJECT_BINARY_DIR}/aaautil-config.cmake" "${PROJECT_BINARY_DIR
   DESTINATION "${AAA_CONFIG_DIR}" COMPONENT development)
 install(EXPORT aaautil FILE aaautil-targets.cmake NAMESPACE aaautil:: DESTINATION "${AAA_CONFIG_DIR}" COMPONENT development)
 
-# Relative to the .pc file's own place, so that an installed tree can be moved,
-# unless the directories were given as absolute paths.
+# Paths are relative to the .pc file, so that an installed tree can be moved, unless
+# the directories were given as absolute paths.
 set(AAA_PC_DIR "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
   set(AAA_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Linked into the library of a coverage build in place of abort(): a process
-// that aborts would lose its counters, and with them every assertion that a
-// death test reaches. Each shared object has counters of its own, so this must
-// stand in the object that aborts.
+// Replaces abort() in the library of a coverage build: a process that aborts would lose
+// its counters, and with them the lines that a death test reaches. Each shared object
+// has its own counters, so this must be linked into the object that aborts.
 
 extern "C" {
 [[noreturn]] void __real_abort();

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 #
-# Run by CPack when its packages are made: has dpkg-deb pack each again, because
-# CPack's archives carry the user and the umask that they were made with.
+# CPack runs this after making its packages: dpkg-deb packs each again, because
+# CPack's archives contain the user and the umask of the build.
 find_program(DPKG_DEB dpkg-deb REQUIRED)
 foreach(package IN LISTS CPACK_PACKAGE_FILES)
   set(tree "${package}.tree")

@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 #
-# Run by CPack on the files of each package before it packs them: directories
-# are everybody's to enter, whatever the umask of this build; manual pages are
-# compressed, as in every package of the distribution; and with SOURCE_DATE_EPOCH
-# set every file carries that time. So the same sources give the same packages.
+# CPack runs this on the files of each package before it packs them. Directories get
+# mode 0755 for any umask of the build; manual pages are compressed, as in every
+# package of the distribution; and every file gets the time SOURCE_DATE_EPOCH, if it
+# is set. So the same sources give the same packages.
 execute_process(COMMAND find "${CPACK_TEMPORARY_INSTALL_DIRECTORY}" -type d -exec chmod 0755 {} +
   COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND find "${CPACK_TEMPORARY_INSTALL_DIRECTORY}" -path "*/share/man/man*" -type f -exec gzip -9nf {} +

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* Stores an item in the system database and prints what is read back. */
+/* Stores an item in the system database, reads it and prints its value. */
 #include <stdio.h>
 #include <stdlib.h>
 

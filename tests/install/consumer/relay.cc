@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Packs a list, takes it apart again as bytes of unknown origin, prints a value.
+// Packs a list, unpacks it again as bytes of unknown origin, prints a value.
 #include <cstdio>
 #include <memory>
 

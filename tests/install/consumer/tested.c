@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* Tests a function of its own, and the library, on the scripted platform of the test kit. */
+/* Tests its function session_limit() and the library on the scripted platform of the test kit. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -41,7 +41,7 @@ int main(void) {
            0);
     EXPECT(testkit_sysdb_open_connections(NULL) == 0);
 
-    /* What the library calls is the kit's too, and not only what this program names. */
+    /* The library's calls reach the kit too, even to functions that this program does not name. */
     const uint32_t methods[4] = {AAA_METHOD_LOCAL, 0, 0, 0};
     const char *const groups[4] = {NULL, NULL, NULL, NULL};
     EXPECT(aaa_util_lookup_methodlist("authentication", "login", "default") != AAA_OK);
