@@ -85,7 +85,7 @@ cerrno expected_code(const uint8_t *message, std::size_t avail) {
 void require_sound(const avlist *list) {
     const aaatest::Verdict verdict = aaatest::verify_list(list, ListOrigin::unpacked);
     require(verdict.sound(), verdict.fault);
-    require(aaa_avpair_list_is_sane(list) == 1, "the library does not call the list sane");
+    require(aaa_avpair_list_is_sane(list) == 1, "aaa_avpair_list_is_sane() rejects the list");
 }
 
 void require_same(const avlist *a, const avlist *b, const char *what) {
@@ -125,7 +125,7 @@ void look_up_pairs(const avlist *list) {
         if (!value.empty()) {
             require(aaa_util_avlist_value_copy(list, pairs[i].type, instance, room.data(), room.size() - 1,
                                                &length) == AAA_ERR_BUFFER_TOO_SMALL,
-                    "a value is copied into too little room");
+                    "a value is copied into a buffer that is too small");
         }
     }
 }
@@ -136,7 +136,7 @@ void walk(const avlist *list) {
     aaa_avpair_iterator_t it{};
     avpair_t *pair = nullptr;
     cerrno rc = aaa_avpair_iterator_init(&it, list, &pair);
-    require(rc == AAA_OK || pairs.empty(), "no way to the first pair");
+    require(rc == AAA_OK || pairs.empty(), "the iterator does not find the first pair");
     std::size_t count = 0;
     for (; rc == AAA_OK; rc = aaa_avpair_iterator_get_next(&it, &pair), ++count) {
         require(count < pairs.size() && pair != nullptr, "the iterator finds too many pairs");
@@ -172,11 +172,11 @@ void walk_buffers(const avlist *list) {
             require(aaa_avpair_is_deleted(pair) == (model.deleted ? 1 : 0) &&
                         pair->av_len == model.value.size() &&
                         std::memcmp(pair + 1, model.value.data(), model.value.size()) == 0,
-                    "another pair lies in a buffer");
+                    "a buffer holds another pair");
             pair = aaa_avpair_get_adjacent(pair);
         }
         require(reinterpret_cast<const unsigned char *>(pair) == buf->hdr.free_mem,
-                "a buffer ends elsewhere");
+                "a buffer ends at another address");
         expected.buf_cnt += 1;
         expected.total_mem += buffer.size;
         expected.used_mem += buffer.used();
@@ -202,7 +202,7 @@ void look_up_places(const avlist *list) {
             return;
         }
         found.value.assign(static_cast<const char *>(value), length);
-        require(rc == AAA_OK && found == pairs[i], "another pair at a place");
+        require(rc == AAA_OK && found == pairs[i], "another pair at a position");
     }
 }
 
@@ -214,7 +214,7 @@ void print_pairs(const avlist *list) {
         require(aaa_util_print_attr(pair.type, static_cast<uint32_t>(pair.value.size()), pair.flags,
                                     pair.value.data(), text, sizeof text) == text &&
                     std::memchr(text, '\0', sizeof text) != nullptr,
-                "a printed pair does not end");
+                "a printed pair is not terminated");
     }
 }
 
@@ -230,9 +230,10 @@ void print_lines(const avlist *list) {
     g_lines.clear();
     aaa_avpair_print_list(list, 8, take_line);
     require(g_lines.size() == 1 + read_pairs(list).size() && g_lines[0] == list->av_name,
-            "a line for every pair is not what is printed");
+            "the printed lines are not one for each pair");
     for (std::size_t i = 1; i < g_lines.size(); ++i) {
-        require(g_lines[i].size() <= 1023 && g_lines[i].ends_with('\n'), "a printed line does not end");
+        require(g_lines[i].size() <= 1023 && g_lines[i].ends_with('\n'),
+                "a printed line does not end with a line feed");
     }
 }
 
@@ -240,8 +241,9 @@ void print(const avlist *list) {
     for (const uint32_t size : {0u, 1u, 2u, 80u, 4096u}) {
         std::vector<char> text(size);
         require(aaa_util_print_avlist(text.data(), size, "fuzz", list) == text.data(),
-                "print gives another buffer");
-        require(size == 0 || std::memchr(text.data(), '\0', size) != nullptr, "a printed text does not end");
+                "print returns another buffer");
+        require(size == 0 || std::memchr(text.data(), '\0', size) != nullptr,
+                "a printed text is not terminated");
     }
     print_lines(list);
 }
@@ -295,19 +297,19 @@ void pack_again(const ListPtr &list, const uint8_t *data) {
     const ListPtr original = make_list();
     require(aaa_avpair_unpack_msg_checked(original.get(), reinterpret_cast<const char *>(data), be32(data)) ==
                 AAA_OK,
-            "a message is refused the second time");
+            "an accepted message is refused when unpacked again");
     const uint32_t total = be32(data);
     std::vector<char> packed(total);
     uint32_t length = total;
     require(aaa_avpair_pack_msg_to_buf(list.get(), packed.data(), &length) == AAA_OK && length == total,
-            "the list does not pack into its own size");
+            "the list does not pack into the size that it reports");
     require(std::memcmp(packed.data() + kHeader, data + kHeader, total - kHeader) == 0,
-            "it packs into other pairs");
+            "the list packs into other pairs");
     const ListPtr again = make_list();
     require(aaa_avpair_unpack_msg_checked(again.get(), packed.data(), length) == AAA_OK,
             "a packed list is refused");
     require_sound(again.get());
-    require(read_pairs(again.get()) == pairs, "it unpacks into other pairs");
+    require(read_pairs(again.get()) == pairs, "the packed list unpacks into other pairs");
     require_equal(again.get(), original.get());
 }
 
@@ -321,7 +323,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     const uint8_t *const message = size != 0 ? data : &kNothing;
     const cerrno rc =
         aaa_avpair_unpack_msg_checked(list.get(), reinterpret_cast<const char *>(message), size);
-    require(rc == expected_code(message, size), "accepted or refused against the format");
+    require(rc == expected_code(message, size), "the verdict on a message differs from the format's");
     require_sound(list.get());
     if (rc != AAA_OK) {
         require(without_addresses(list.get()) == before && list->avpair_first_buf == nullptr,

@@ -65,14 +65,15 @@ void check_line(const Pair &pair, const std::string &line) {
     require(line.find(head) != std::string::npos, "no type and length");
     require(line.ends_with("\n"), "no line feed at the end");
     require((line.find("[out] ") != std::string::npos) || (pair.flags & AAA_AVF_PRINT_OUT) == 0,
-            "not marked as out");
+            "the flag for output is not shown");
 }
 
 void check_password(Pair pair, const std::string &line) {
     if ((pair.type == AAA_PASSWORD_ATTR || pair.type == AAA_VS1_TUNNEL_PASSWORD) && pair.value != nullptr) {
         const std::vector<char> other(pair.length + std::size_t{1}, 'Q');
         pair.value = other.data();
-        require(print(pair, static_cast<uint32_t>(line.size() + 1)) == line, "the password shows");
+        require(print(pair, static_cast<uint32_t>(line.size() + 1)) == line,
+                "the line depends on the password");
     }
 }
 
@@ -80,10 +81,11 @@ void check_cut(const Pair &pair, const std::string &line, uint32_t size) {
     if (size == 0) {
         char byte = kGuardByte;
         aaa_util_print_attr(pair.type, pair.length, pair.flags, pair.value, &byte, 0);
-        require(byte == kGuardByte, "written into no room");
+        require(byte == kGuardByte, "written into a buffer of size 0");
         return;
     }
-    require(print(pair, size) == line.substr(0, size - 1), "the cut line is not the beginning of the whole");
+    require(print(pair, size) == line.substr(0, size - 1),
+            "the cut line is not the beginning of the complete line");
 }
 
 }  // namespace

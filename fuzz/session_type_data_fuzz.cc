@@ -92,12 +92,12 @@ void read(Input input, uint32_t type, bool response) {
     if (carries_data(type)) {
         const uint32_t copied = kept(stored_length(payload));
         std::copy_n(payload.begin() + 8, copied, expected.begin());
-        require(rc == AAA_OK && length == copied, "a payload that was not read whole");
+        require(rc == AAA_OK && length == copied, "a payload was not read completely");
     } else {
         require(rc == (response ? 0xFFFFFFFFu : AAA_ERR_INVALID_ARG) && length == 0xDEAD,
-                "a type without data read");
+                "a type without data was read");
     }
-    require(out == expected, "bytes read that are not the data");
+    require(out == expected, "other bytes than the data were read");
 }
 
 // Stores data of any claimed length and reads it back.
@@ -116,16 +116,16 @@ void write(Input input, uint32_t type, uint32_t length, bool response) {
         std::copy(data.begin(), data.end(), expected.begin() + 8);
         require(rc == AAA_OK, "data refused");
     } else {
-        require(rc == (response ? AAA_ERR_INVALID_ARG : AAA_OK), "a type without data");
+        require(rc == (response ? AAA_ERR_INVALID_ARG : AAA_OK), "wrong code for a type without data");
     }
-    require(payload == expected, "bytes stored that are not the data");
+    require(payload == expected, "other bytes than the data were stored");
     if (carries_data(type)) {
         Bytes out(kRoom, kFill);
         uint32_t got = 0;
         require(aaa_sess_get_msg_req_type_data(payload.data(), out.data(), &got, type) == AAA_OK,
-                "not read back");
+                "the data is not read back");
         require(got == data.size() && std::equal(data.begin(), data.end(), out.begin()),
-                "other data read back");
+                "other data is read back");
     }
 }
 
@@ -143,11 +143,11 @@ std::size_t request_size(uint32_t type) {
 void request(uint32_t type, uint32_t value) {
     Bytes packet(request_size(type), kFill);
     require(aaa_session_fill_request(packet.data(), nullptr, type, value, value) == AAA_OK,
-            "a request refused");
+            "a request was refused");
     uint32_t stored = 0;
     std::memcpy(&stored, packet.data() + 8, sizeof stored);
     require(stored == type, "another type");
-    require(std::count(packet.begin() + 60, packet.begin() + 64, kFill) == 4, "bytes 60 to 63 written");
+    require(std::count(packet.begin() + 60, packet.begin() + 64, kFill) == 4, "bytes 60 to 63 were written");
 }
 
 // A response with data, if it has space for data.
@@ -166,7 +166,7 @@ void response(Input input, uint32_t type, uint32_t length) {
     require(aaa_sess_fill_msg_res_type_data(payload, data.data(), length, type) == AAA_OK, "data refused");
     uint32_t error = 0;
     std::memcpy(&error, payload, sizeof error);
-    require(error == length, "the error overwritten by the data");
+    require(error == length, "the data overwrote the error");
     require(payload[kPayload] == 0, "a byte past the data was written");
 }
 

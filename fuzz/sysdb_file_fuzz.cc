@@ -194,7 +194,7 @@ void store(sysdb_conn_t conn, const std::string &path, const std::string &value)
                                  1) == 0);
 }
 
-// Pages of every kind: branches, values on pages of their own, keys with few
+// Pages of every kind: branches, values on overflow pages, keys with few
 // and with many values, pages that are free again.
 void make_sound_file() {
     sysdb_conn_t conn = 0;
