@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 #
-# How the sources of tests and fuzz targets are compiled. Most of the time that
-# a whole run takes is spent on them, and most of that on GoogleTest.
+# Compilation of the sources of tests and fuzz targets. They take most of the time
+# of a whole run, and GoogleTest's headers take most of that.
 #
 #   aaa_compile_tests()           for a folder: no optimisation under sanitizers,
-#                                 which is four times faster; the library and the
-#                                 platform, compiled elsewhere, stay optimised
+#                                 which compiles four times faster; the library and
+#                                 the platform are in other folders and stay optimised
 #   aaa_precompile_gtest(target)  GoogleTest's headers from one precompiled header
 
 option(AAA_PRECOMPILE "Precompile the headers of GoogleTest" ON)
