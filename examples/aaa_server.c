@@ -19,28 +19,29 @@
 #include <unistd.h>
 
 #include "aaa/aaautil.h"
+#include "aaa/transport.h"
+#include "attributes.h"
 #include "clients.h"
 #include "group_maps.h"
 #include "platform/cerr.h"
 #include "running_config.h"
-#include "transport.h"
 #include "users.h"
 
 #define TEXT_MAX 1024 /* longest text attribute that the server works with, bytes */
 
 typedef struct server {
-    user_t *users;
-    const char *accounting_path;
-    running_config_t config; /* changed by configuration messages */
+    user_t          *users;
+    const char      *accounting_path;
+    running_config_t config; /* as configuration messages have changed it */
 } server_t;
 
 /* One request being answered. */
 typedef struct request {
-    int fd;
-    int session; /* arrived as a session packet */
-    uint32_t type;
-    aaa_sess_ctx_t context;
-    avlist *list; /* its attributes, null when its type carries none */
+    aaa_transport_t *client;
+    int              session; /* arrived as a session packet */
+    uint32_t         type;
+    aaa_sess_ctx_t   context;
+    avlist          *list; /* its attributes, null when its type carries none */
 } request_t;
 
 static volatile sig_atomic_t stopping;
@@ -84,27 +85,27 @@ static const char *get_word(const avlist *list, uint32_t type, char *text) {
 
 /* ---- answering ---------------------------------------------------------- */
 
-typedef cerrno (*list_reply_fn)(void *, iov_t **, uint32_t *, char *, uint32_t, avlist *, uint32_t,
-                                aaa_sess_ctx_t *);
+typedef cerrno (*list_reply_fn)(void *, iov_t **, uint32_t *, char *, uint32_t, avlist *, uint32_t, aaa_sess_ctx_t *);
 
 /* Sends a composed reply: an io-vector, or a session packet. */
 static void send_reply(const request_t *request, iov_t *reply, uint32_t count) {
     if (reply == NULL) {
         return;
     }
-    int failed = request->session
-                     ? transport_send_packet(request->fd, reply, transport_response_size(request->type))
-                     : transport_send(request->fd, reply, count);
-    if (failed) {
-        fprintf(stderr, "aaa_server: reply not sent: %s\n", strerror(errno));
-        shutdown(request->fd, SHUT_RDWR); /* the client is gone or does not read; the next round drops it */
+    cerrno rc = request->session ? aaa_transport_send_packet(request->client, reply, aaa_transport_response_size(request->type),
+                                                             AAA_TRANSPORT_NOW)
+                                 : aaa_transport_send(request->client, reply, count, AAA_TRANSPORT_NOW);
+    if (rc != AAA_OK) {
+        fprintf(stderr, "aaa_server: reply not sent: %s\n", cerr_strerror(rc));
+        /* Gone, or does not read: its end is seen in the next round. */
+        shutdown(aaa_transport_descriptor(request->client), SHUT_RDWR);
     }
     free(reply);
 }
 
 /* Answers with a list, which is freed. */
 static void reply_with_list(request_t *request, list_reply_fn compose, avlist *list) {
-    static char buffer[TRANSPORT_MAX];
+    static char buffer[AAA_TRANSPORT_MAX];
     aaa_reply_hdr_t header = {.status = AAA_OK};
     iov_t *reply = NULL;
     uint32_t count = 0;
@@ -157,8 +158,8 @@ static avlist *make_answer(const char *name, uint32_t status, const char *messag
     return list;
 }
 
-static void answer(request_t *request, list_reply_fn compose, const char *name, uint32_t status,
-                   const char *message, const uint32_t *level) {
+static void answer(request_t *request, list_reply_fn compose, const char *name, uint32_t status, const char *message,
+                   const uint32_t *level) {
     avlist *list = make_answer(name, status, message, level);
     if (list == NULL) {
         reply_error(request, AAA_ERR_NOMEM);
@@ -184,8 +185,7 @@ static void authenticate(const server_t *server, request_t *request) {
     int passed = users_check_password(user, password);
     explicit_bzero(password, sizeof password);
     if (user == NULL) {
-        answer(request, aaa_util_reply_authen_compose, name, AAA_STAT_GETUSER, "User is not known here",
-               NULL);
+        answer(request, aaa_util_reply_authen_compose, name, AAA_STAT_GETUSER, "User is not known here", NULL);
     } else if (!passed) {
         answer(request, aaa_util_reply_authen_compose, name, AAA_STAT_FAIL, "Password is wrong", NULL);
     } else {
@@ -200,8 +200,7 @@ static void authorize(const server_t *server, request_t *request) {
     get_text(request->list, AAA_USERNAME_ATTR, user_name);
     const user_t *user = users_find(server->users, user_name);
     if (user == NULL || !get_text(request->list, AAA_CMD_ATTR, command)) {
-        answer(request, aaa_util_reply_author_compose, name, AAA_STAT_FAIL, "No such user, or no command",
-               NULL);
+        answer(request, aaa_util_reply_author_compose, name, AAA_STAT_FAIL, "No such user, or no command", NULL);
     } else if (!users_may_run(user, command)) {
         answer(request, aaa_util_reply_author_compose, name, AAA_STAT_FAIL, "Command is not allowed", NULL);
     } else {
@@ -222,11 +221,10 @@ static cerrno append_record(const server_t *server, const avlist *list) {
         return AAA_ERR_ACCT_SERVICE;
     }
     strftime(when, sizeof when, "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&now, &utc));
-    int written =
-        fprintf(file, "%s %s user=%s tty=%s from=%s session=%u\n", when,
-                aaa_print_msgtype(transport_number(list, AAA_TYPE_ATTR)),
-                get_word(list, AAA_USERNAME_ATTR, user), get_word(list, AAA_TTYNAME_ATTR, tty),
-                get_word(list, AAA_REMOTE_ADDR_ATTR, from), transport_number(list, AAA_ACCT_SESSID_ATTR));
+    int written = fprintf(file, "%s %s user=%s tty=%s from=%s session=%u\n", when,
+                          aaa_print_msgtype(attribute_number(list, AAA_TYPE_ATTR)), get_word(list, AAA_USERNAME_ATTR, user),
+                          get_word(list, AAA_TTYNAME_ATTR, tty), get_word(list, AAA_REMOTE_ADDR_ATTR, from),
+                          attribute_number(list, AAA_ACCT_SESSID_ATTR));
     return fclose(file) == 0 && written > 0 ? AAA_OK : AAA_ERR_ACCT_SERVICE;
 }
 
@@ -258,8 +256,7 @@ static void configure(server_t *server, request_t *request) {
            rc == AAA_OK ? "applied" : cerr_strerror(rc));
     config_print(&server->config, stdout);
     fflush(stdout);
-    rc = aaa_util_reply_cfg_compose(&header, &reply, &count, rc, (uint32_t)request->session,
-                                    &request->context);
+    rc = aaa_util_reply_cfg_compose(&header, &reply, &count, rc, (uint32_t)request->session, &request->context);
     if (rc != AAA_OK) {
         reply_error(request, rc);
         return;
@@ -276,17 +273,17 @@ static void answer_plain(request_t *request) {
     uint32_t session = (uint32_t)request->session;
     cerrno rc = AAA_ERR_INVALID_MSG_TYPE;
     switch (request->type) {
-        case AAA_REQ_CONNECT:
-            rc = aaa_util_reply_conn_compose(&header, AAA_OK, &reply, &count, session, &request->context);
-            break;
-        case AAA_REQ_DISCONNECT:
-            rc = aaa_util_reply_disconn_compose(&header, &reply, &count, session, &request->context);
-            break;
-        case AAA_REQ_PING:
-            rc = aaa_util_reply_ping_compose(&header, &reply, &count, session, &request->context);
-            break;
-        default:
-            break;
+    case AAA_REQ_CONNECT:
+        rc = aaa_util_reply_conn_compose(&header, AAA_OK, &reply, &count, session, &request->context);
+        break;
+    case AAA_REQ_DISCONNECT:
+        rc = aaa_util_reply_disconn_compose(&header, &reply, &count, session, &request->context);
+        break;
+    case AAA_REQ_PING:
+        rc = aaa_util_reply_ping_compose(&header, &reply, &count, session, &request->context);
+        break;
+    default:
+        break;
     }
     if (rc != AAA_OK) {
         reply_error(request, rc);
@@ -297,79 +294,46 @@ static void answer_plain(request_t *request) {
 
 /* ---- taking a message apart ---------------------------------------------- */
 
-/* Offset of the packed list in a classic message, 0 when the type carries none. */
-static size_t classic_list_offset(uint32_t type) {
-    switch (type) {
-        case AAA_REQ_AUTHEN:
-        case AAA_REQ_AUTHOR:
-        case AAA_REQ_ACCT:
-        case AAA_REQ_CFG_SVRGRP:
-        case AAA_REQ_CFG_SVR_IN_SG:
-        case AAA_REQ_CFG_AUTHENLIST:
-        case AAA_REQ_CFG_AUTHORLIST:
-            return 40;
-        case AAA_REQ_AUTHEN_ASYNC:
-        case AAA_REQ_AUTHOR_ASYNC:
-        case AAA_REQ_ACCT_ASYNC:
-            return 40 + 64;
-        case AAA_REQ_ACCT_UPDATE:
-            return 40 + 64 + 4;
-        default:
-            return 0;
-    }
-}
-
-/* Fills a request from a message. A code other than AAA_OK is the answer to the client. */
-static cerrno parse_request(const transport_msg_t *msg, request_t *request) {
-    cerrno rc = AAA_OK;
-    size_t offset = 0;
-    if (transport_kind(msg) == TRANSPORT_SESSION) {
-        const aaa_sess_hdr_t *packet = (const aaa_sess_hdr_t *)msg->u.bytes;
-        request->session = 1;
-        request->type = packet->type;
-        request->context = (aaa_sess_ctx_t){.type = packet->type, .key = packet->key};
-        if (classic_list_offset(packet->type) != 0) {
-            offset = sizeof(aaa_sess_request_t);
-        }
-    } else if (transport_kind(msg) == TRANSPORT_CLASSIC && msg->len >= 32) {
-        memcpy(&request->type, msg->u.bytes + 20, sizeof request->type);
-        offset = classic_list_offset(request->type);
-    } else {
-        return AAA_ERR_INVALID_MSG_TYPE;
-    }
-    if (offset != 0) {
-        request->list = transport_unpack(msg, offset, &rc);
+/* Fills a request from a message. Anything but AAA_OK is the answer. */
+static cerrno parse_request(const aaa_transport_msg_t *msg, request_t *request) {
+    aaa_transport_head_t head;
+    cerrno rc = aaa_transport_read_request(msg, &head);
+    request->session = head.kind == AAA_TRANSPORT_SESSION;
+    request->type = head.type;
+    request->context = (aaa_sess_ctx_t){.type = head.type, .key = head.key};
+    if (rc == AAA_OK && head.list_at != 0) {
+        rc = aaa_transport_unpack(msg, head.list_at, &request->list);
     }
     return rc;
 }
 
-static void handle_message(server_t *server, int fd, const transport_msg_t *msg) {
-    request_t request = {.fd = fd};
+static void handle_message(server_t *server, aaa_transport_t *client, const aaa_transport_msg_t *msg) {
+    request_t request = {.client = client};
     cerrno rc = parse_request(msg, &request);
     if (rc != AAA_OK) {
         reply_error(&request, rc);
         return;
     }
     switch (request.type) {
-        case AAA_REQ_AUTHEN:
-            authenticate(server, &request);
-            break;
-        case AAA_REQ_AUTHOR:
-            authorize(server, &request);
-            break;
-        case AAA_REQ_ACCT:
-        case AAA_REQ_ACCT_UPDATE:
-            account(server, &request);
-            break;
-        case AAA_REQ_CFG_SVRGRP:
-        case AAA_REQ_CFG_SVR_IN_SG:
-        case AAA_REQ_CFG_AUTHENLIST:
-        case AAA_REQ_CFG_AUTHORLIST:
-            configure(server, &request);
-            break;
-        default:
-            answer_plain(&request);
-            break;
+    case AAA_REQ_AUTHEN:
+        authenticate(server, &request);
+        break;
+    case AAA_REQ_AUTHOR:
+        authorize(server, &request);
+        break;
+    case AAA_REQ_ACCT:
+    case AAA_REQ_ACCT_UPDATE:
+        account(server, &request);
+        break;
+    case AAA_REQ_CFG_SVRGRP:
+    case AAA_REQ_CFG_SVR_IN_SG:
+    case AAA_REQ_CFG_AUTHENLIST:
+    case AAA_REQ_CFG_AUTHORLIST:
+        configure(server, &request);
+        break;
+    default:
+        answer_plain(&request);
+        break;
     }
     aaa_avpair_free_list(request.list);
 }
@@ -378,22 +342,22 @@ static void handle_message(server_t *server, int fd, const transport_msg_t *msg)
 
 /* Handles one message of a client, so that a client with many messages does not delay the others. */
 static void serve_client(server_t *server, clients_t *clients, nfds_t slot) {
-    static transport_msg_t msg;
-    int fd = clients->polled[slot].fd;
-    int got = transport_receive(fd, &msg);
-    if (got > 0) {
+    static aaa_transport_msg_t msg;
+    aaa_transport_t *client = clients->connected[slot];
+    cerrno rc = aaa_transport_receive(client, &msg, AAA_TRANSPORT_NOW);
+    if (rc == AAA_OK) {
         clients_heard(clients, slot);
-        handle_message(server, fd, &msg);
-    } else if (got < 0 && errno == EMSGSIZE) {
-        request_t request = {.fd = fd};
-        reply_error(&request, AAA_ERR_INVALID_MSG_SIZE);
-    } else if (got == 0 || errno != EAGAIN) {
+        handle_message(server, client, &msg);
+    } else if (rc == AAA_ERR_INVALID_MSG_SIZE) {
+        request_t request = {.client = client};
+        reply_error(&request, rc);
+    } else if (rc != AAA_ERR_TIMEOUT) {
         clients_drop(clients, slot);
     }
     explicit_bzero(msg.u.bytes, msg.len); /* it may have held a password */
 }
 
-static void serve(server_t *server, int listener, int database, const sigset_t *let_in) {
+static void serve(server_t *server, aaa_transport_t *listener, int database, const sigset_t *let_in) {
     static clients_t clients;
     clients_init(&clients, listener, database);
     while (!stopping) {
@@ -433,6 +397,22 @@ static sigset_t set_up_signals(void) {
     return before;
 }
 
+/* Null, with the reason printed, when the path cannot be listened at. */
+static aaa_transport_t *listen_at(const char *program, const char *path) {
+    aaa_transport_t *listener = NULL;
+    cerrno rc = aaa_transport_create(&listener);
+    if (rc == AAA_OK) {
+        rc = aaa_transport_listen(listener, path);
+    }
+    if (rc != AAA_OK) {
+        int error = aaa_transport_errno(listener);
+        fprintf(stderr, "%s: %s: %s\n", program, path, error != 0 ? strerror(error) : cerr_strerror(rc));
+        aaa_transport_free(listener);
+        return NULL;
+    }
+    return listener;
+}
+
 int main(int argc, char **argv) {
     if (argc != 4) {
         fprintf(stderr, "usage: %s SOCKET USERS_FILE ACCOUNTING_FILE\n", argv[0]);
@@ -447,9 +427,8 @@ int main(int argc, char **argv) {
     }
     sigset_t let_in = set_up_signals();
     umask(0077);
-    int listener = transport_listen(argv[1]);
-    if (listener < 0) {
-        fprintf(stderr, "%s: %s: %s\n", argv[0], argv[1], strerror(errno));
+    aaa_transport_t *listener = listen_at(argv[0], argv[1]);
+    if (listener == NULL) {
         users_free(server.users);
         return 1;
     }
@@ -462,8 +441,8 @@ int main(int argc, char **argv) {
     fflush(stdout);
     serve(&server, listener, database, &let_in);
     group_maps_stop();
-    close(listener);
     unlink(argv[1]);
+    aaa_transport_free(listener);
     users_free(server.users);
     return 0;
 }

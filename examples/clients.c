@@ -2,13 +2,11 @@
 #define _GNU_SOURCE
 #include "clients.h"
 
-#include <errno.h>
-#include <fcntl.h>
 #include <string.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <time.h>
-#include <unistd.h>
+
+#include "aaa/result_codes.h"
 
 #define OWN_DESCRIPTORS 32  /* kept for files, the system database and the log */
 #define RETRY_MS        100 /* until the next attempt when the system has no descriptors left */
@@ -27,10 +25,10 @@ static nfds_t client_limit(void) {
     return files.rlim_cur > OWN_DESCRIPTORS ? (nfds_t)(files.rlim_cur - OWN_DESCRIPTORS) : 1;
 }
 
-void clients_init(clients_t *clients, int listener, int other) {
+void clients_init(clients_t *clients, aaa_transport_t *listener, int other) {
     memset(clients, 0, sizeof *clients);
-    fcntl(listener, F_SETFL, fcntl(listener, F_GETFL) | O_NONBLOCK);
-    clients->polled[CLIENTS_LISTENER] = (struct pollfd){.fd = listener, .events = POLLIN};
+    clients->connected[CLIENTS_LISTENER] = listener;
+    clients->polled[CLIENTS_LISTENER] = (struct pollfd){.fd = aaa_transport_descriptor(listener), .events = POLLIN};
     clients->polled[CLIENTS_OTHER] = (struct pollfd){.fd = other, .events = POLLIN};
     clients->count = CLIENTS_FIRST;
     clients->limit = CLIENTS_FIRST + client_limit();
@@ -67,17 +65,28 @@ int clients_wait(clients_t *clients, const sigset_t *let_in) {
     return ppoll(clients->polled, clients->count, ms == 0 ? NULL : &wait, let_in) >= 0;
 }
 
-void clients_accept(clients_t *clients) {
-    while (clients->count < clients->limit) {
-        int fd = accept4(clients->polled[CLIENTS_LISTENER].fd, NULL, NULL, SOCK_CLOEXEC | SOCK_NONBLOCK);
-        if (fd < 0) {
-            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                clients->retry = now_ms() + RETRY_MS; /* the listener stays readable: do not spin */
-            }
-            return;
+/* Takes in one client: 0 when no one waits, or when there is no descriptor or memory for it. */
+static int accept_client(clients_t *clients) {
+    aaa_transport_t *connection = NULL;
+    cerrno rc = aaa_transport_create(&connection);
+    if (rc == AAA_OK) {
+        rc = aaa_transport_accept(clients->connected[CLIENTS_LISTENER], connection, AAA_TRANSPORT_NOW);
+    }
+    if (rc != AAA_OK) {
+        if (rc != AAA_ERR_TIMEOUT) {
+            clients->retry = now_ms() + RETRY_MS; /* the client goes on waiting: do not spin meanwhile */
         }
-        clients->polled[clients->count] = (struct pollfd){.fd = fd, .events = POLLIN};
-        clients_heard(clients, clients->count++);
+        aaa_transport_free(connection);
+        return 0;
+    }
+    clients->connected[clients->count] = connection;
+    clients->polled[clients->count] = (struct pollfd){.fd = aaa_transport_descriptor(connection), .events = POLLIN};
+    clients_heard(clients, clients->count++);
+    return 1;
+}
+
+void clients_accept(clients_t *clients) {
+    while (clients->count < clients->limit && accept_client(clients)) {
     }
 }
 
@@ -86,8 +95,9 @@ void clients_heard(clients_t *clients, nfds_t slot) {
 }
 
 void clients_drop(clients_t *clients, nfds_t slot) {
-    close(clients->polled[slot].fd);
+    aaa_transport_free(clients->connected[slot]);
     clients->count--;
+    clients->connected[slot] = clients->connected[clients->count];
     clients->polled[slot] = clients->polled[clients->count];
     clients->heard[slot] = clients->heard[clients->count];
 }

@@ -3,15 +3,18 @@
 #define EXAMPLES_CLIENTS_H
 
 /*
- * The connections of the example server. No client can delay the others: every
- * descriptor is non-blocking, and one message of each client is handled in turn.
- * While the table is full, new clients wait in the listener's queue, and clients
- * that have sent nothing for CLIENTS_SILENCE_MS are dropped.
+ * The connections of the example server. Nothing that a client does, or leaves
+ * undone, keeps the others waiting: no call on a connection waits, one
+ * message of each client is taken in turn, and newcomers wait in the listener's
+ * queue while the table is full. Only then does silence matter: whoever has
+ * said nothing for CLIENTS_SILENCE_MS makes room.
  */
 
 #include <poll.h>
 #include <signal.h>
 #include <stdint.h>
+
+#include "aaa/transport.h"
 
 #define CLIENTS_MAX        256  /* fewer when the process may have fewer descriptors */
 #define CLIENTS_SILENCE_MS 2000 /* longer than a client needs from connect to request */
@@ -20,15 +23,16 @@
 enum { CLIENTS_LISTENER, CLIENTS_OTHER, CLIENTS_FIRST };
 
 typedef struct clients {
-    struct pollfd polled[CLIENTS_FIRST + CLIENTS_MAX];
-    int64_t heard[CLIENTS_FIRST + CLIENTS_MAX]; /* time of each one's last message or connection, ms */
-    nfds_t count;                               /* slots in use */
-    nfds_t limit;                               /* slots that may be in use */
-    int64_t retry;                              /* time before which nothing is accepted, ms */
+    struct pollfd    polled[CLIENTS_FIRST + CLIENTS_MAX];
+    aaa_transport_t *connected[CLIENTS_FIRST + CLIENTS_MAX]; /* the listener among them */
+    int64_t          heard[CLIENTS_FIRST + CLIENTS_MAX];     /* when each spoke or came, ms */
+    nfds_t           count;                                  /* slots in use */
+    nfds_t           limit;                                  /* slots that may be in use */
+    int64_t          retry;                                  /* no accepting before, ms */
 } clients_t;
 
-/* The listener becomes non-blocking; other is polled for reading, -1 for none. */
-void clients_init(clients_t *clients, int listener, int other);
+/* The listener stays the caller's; other is polled for reading, -1 for none. */
+void clients_init(clients_t *clients, aaa_transport_t *listener, int other);
 
 /* Drops silent clients when the table is full, then waits for events with the
  * given signal mask: 1, or 0 when a signal came instead. */

@@ -7,8 +7,8 @@
 // Failure, and no other exception.
 
 #include <sys/socket.h>
-#include <unistd.h>
 
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -20,13 +20,10 @@
 #include "aaa/messages.h"
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
+#include "aaa/transport.h"
 #include "client/client.hpp"
 #include "fuzz_input.hpp"
 #include "host_process.hpp"
-
-extern "C" {
-#include "examples/transport.h"
-}
 
 namespace {
 
@@ -54,16 +51,20 @@ struct Expected {
     std::size_t list_at = 0;
 };
 
+constexpr std::size_t kStatusAt = offsetof(aaa_reply_hdr_t, status);
+constexpr std::size_t kStatusEnd = offsetof(aaa_reply_hdr_t, second);
+
 std::optional<Expected> read_classic(const std::string &bytes, uint32_t type) {
-    if (bytes.size() >= 24) {
-        return Expected{__builtin_bswap32(word_at(bytes, 20)), 24};
+    if (bytes.size() >= kStatusEnd) {
+        return Expected{__builtin_bswap32(word_at(bytes, kStatusAt)), kStatusEnd};
     }
-    return bytes.size() == 20 && type == AAA_REQ_ACCT ? std::optional(Expected{AAA_OK, 20}) : std::nullopt;
+    return bytes.size() == kStatusAt && type == AAA_REQ_ACCT ? std::optional(Expected{AAA_OK, kStatusAt}) : std::nullopt;
 }
 
 bool is_packet(const std::string &bytes) {
-    return bytes.size() >= 72 && word_at(bytes, 0) == 16 && bytes.compare(36, 2, "NA") == 0 &&
-           word_at(bytes, 52) == 2;
+    return bytes.size() >= sizeof(aaa_sess_hdr_t) && word_at(bytes, 0) == 16 &&
+           bytes.compare(offsetof(aaa_sess_hdr_t, magic), 2, "NA") == 0 &&
+           word_at(bytes, offsetof(aaa_sess_hdr_t, version)) == 2;
 }
 
 bool is_list(const std::string &bytes) {
@@ -76,11 +77,11 @@ bool is_list(const std::string &bytes) {
 
 std::optional<Expected> read_form(const std::string &bytes, const Question &question) {
     std::optional<Expected> form;
-    if (bytes.size() >= 20 && word_at(bytes, 0) == TRANSPORT_MAGIC && word_at(bytes, 4) == bytes.size()) {
+    if (bytes.size() >= AAA_TRANSPORT_FIELDS && word_at(bytes, 0) == AAA_TRANSPORT_MAGIC && word_at(bytes, 4) == bytes.size()) {
         form = read_classic(bytes, question.type);
-    } else if (question.session && is_packet(bytes) && word_at(bytes, 8) == question.type &&
-               bytes.size() >= 88) {
-        form = Expected{word_at(bytes, 76), 88};
+    } else if (question.session && is_packet(bytes) && word_at(bytes, offsetof(aaa_sess_hdr_t, type)) == question.type &&
+               bytes.size() >= AAA_SESS_RSP_SIZE_STATUS) {
+        form = Expected{word_at(bytes, offsetof(aaa_sess_response_t, u.word[1])), AAA_SESS_RSP_SIZE_STATUS};
     }
     const bool usable = form && (form->list_at == bytes.size() || is_list(bytes.substr(form->list_at)));
     return usable ? form : std::nullopt;
@@ -93,30 +94,42 @@ void put_right(std::string &bytes, const Question &question) {
     const auto put = [&](std::size_t at, uint32_t value) {
         bytes.replace(at, sizeof value, reinterpret_cast<const char *>(&value), sizeof value);
     };
-    if (bytes.size() < 20) {
+    if (bytes.size() < AAA_TRANSPORT_FIELDS) {
         return;
     }
-    if (!question.session || bytes.size() < 72) {
-        put(0, TRANSPORT_MAGIC);
+    if (!question.session || bytes.size() < sizeof(aaa_sess_hdr_t)) {
+        put(0, AAA_TRANSPORT_MAGIC);
         put(4, static_cast<uint32_t>(bytes.size()));
         return;
     }
     put(0, 16);
-    put(8, question.type);
-    bytes.replace(36, 2, "NA");
-    put(52, 2);
+    put(offsetof(aaa_sess_hdr_t, type), question.type);
+    bytes.replace(offsetof(aaa_sess_hdr_t, magic), 2, "NA");
+    put(offsetof(aaa_sess_hdr_t, version), 2);
+}
+
+using Transport = std::unique_ptr<aaa_transport_t, aaactl::FreeTransport>;
+
+Transport make_transport() {
+    aaa_transport_t *made = nullptr;
+    REQUIRE(aaa_transport_create(&made) == AAA_OK);
+    return Transport(made);
+}
+
+Transport listen_at(const std::string &path) {
+    Transport listener = make_transport();
+    REQUIRE(aaa_transport_listen(listener.get(), path.c_str()) == AAA_OK);
+    return listener;
 }
 
 // Sends the reply before the client sends its request, so that one thread is enough.
 Reply ask(const std::string &bytes, const Question &question) {
     static const std::string path = fuzz::HostProcess::instance().path("server");
-    static const int listener = transport_listen(path.c_str());
-    REQUIRE(listener >= 0);
+    static const Transport listener = listen_at(path);
     Exchange exchange(path, 0, question.session);
-    const int fd = accept(listener, nullptr, nullptr);
-    REQUIRE(fd >= 0);
-    const std::unique_ptr<const int, void (*)(const int *)> closer(&fd,
-                                                                   [](const int *open) { close(*open); });
+    const Transport connection = make_transport();
+    REQUIRE(aaa_transport_accept(listener.get(), connection.get(), AAA_TRANSPORT_NEVER) == AAA_OK);
+    const int fd = aaa_transport_descriptor(connection.get());
     if (bytes.empty()) {
         REQUIRE(shutdown(fd, SHUT_WR) == 0);
     } else {

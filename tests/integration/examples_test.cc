@@ -6,7 +6,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -14,22 +13,25 @@
 
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "aaa/aaautil.h"
+#include "aaa/transport.h"
+#include "support/transport.hpp"
 #include "sysdb_support.hpp"
 #include "temp_dir.hpp"
-
-extern "C" {
-#include "transport.h"
-}
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
+using transport_test::accept_from;
+using transport_test::connect_to;
+using transport_test::listen_at;
+using transport_test::Transport;
 
 std::string example(const std::string &name) {
     return std::string(AAA_EXAMPLES_DIR) + "/" + name;
@@ -115,17 +117,14 @@ class ExampleServer : public testing::Test {
 
     // Sends one message on a connection of its own; what came back, empty when the server hung up.
     Bytes exchange(const Bytes &message) {
-        const int fd = transport_connect(socket_.c_str());
-        EXPECT_GE(fd, 0);
+        const Transport client = connect_to(socket_);
+        const int fd = aaa_transport_descriptor(client.get());
         EXPECT_EQ(send(fd, message.data(), message.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(message.size()));
-        pollfd ready = {fd, POLLIN, 0};
-        EXPECT_EQ(poll(&ready, 1, 20000), 1) << "no answer";
-        Bytes answer(65536);
-        const ssize_t n = recv(fd, answer.data(), answer.size(), 0);
-        answer.resize(n > 0 ? static_cast<size_t>(n) : 0);
-        close(fd);
-        return answer;
+        const auto answer = std::make_unique<aaa_transport_msg_t>();
+        const cerrno rc = aaa_transport_receive(client.get(), answer.get(), aaa_transport_deadline(60000));
+        EXPECT_NE(rc, AAA_ERR_TIMEOUT) << "no answer";
+        return {answer->u.bytes, answer->u.bytes + answer->len};
     }
 
     DatabaseSandbox sandbox_;
@@ -208,25 +207,24 @@ TEST_F(ExampleServer, AnswersConnectPingAndDisconnect) {
     aaa_req_hdr_t header = {};
     iov_t *iov = nullptr;
     uint32_t count = 0;
-    const int fd = transport_connect(socket_.c_str());
-    ASSERT_GE(fd, 0);
-    static transport_msg_t reply;
+    const Transport client = connect_to(socket_);
+    static aaa_transport_msg_t reply;
+    const auto ask = [&] {
+        const cerrno rc = aaa_transport_ask(client.get(), iov, count, &reply, AAA_TRANSPORT_NEVER);
+        free(iov);
+        return rc;
+    };
     for (const auto compose : {aaa_util_msg_ping_compose, aaa_util_msg_disconn_compose}) {
         ASSERT_EQ(compose(&header, &iov, &count, 0), AAA_OK);
-        ASSERT_EQ(transport_send(fd, iov, count), 0);
-        free(iov);
-        ASSERT_EQ(transport_receive(fd, &reply), 1);
-        EXPECT_EQ(transport_kind(&reply), TRANSPORT_CLASSIC);
-        EXPECT_EQ(reply.len, 20u);
+        ASSERT_EQ(ask(), AAA_OK);
+        EXPECT_EQ(aaa_transport_kind_of(&reply), AAA_TRANSPORT_CLASSIC);
+        EXPECT_EQ(reply.len, offsetof(aaa_reply_hdr_t, status));
     }
     aaa_conn_msg_t connect = {};
     ASSERT_EQ(aaa_util_msg_conn_compose(&connect, 1, 2, 3, 4, 5, 6, "a", "b", &iov, &count, 0), AAA_OK);
-    ASSERT_EQ(transport_send(fd, iov, count), 0);
-    free(iov);
-    ASSERT_EQ(transport_receive(fd, &reply), 1);
-    EXPECT_EQ(reply.len, 32u);
-    EXPECT_EQ(reply.u.bytes[27], 2u) << "protocol version, network order";
-    close(fd);
+    ASSERT_EQ(ask(), AAA_OK);
+    EXPECT_EQ(reply.len, sizeof(aaa_reply_hdr_t));
+    EXPECT_EQ(reply.u.bytes[offsetof(aaa_reply_hdr_t, second) + 3], 2u) << "protocol version, network order";
 }
 
 // ---- malformed messages --------------------------------------------------------------
@@ -247,18 +245,17 @@ Bytes well_formed(bool session) {
     EXPECT_EQ(aaa_util_msg_authen_compose(&record, 0, AAA_SVC_LOGIN, "default", 0, &cred, nullptr, nullptr,
                                           &iov, &count, buffer, sizeof buffer, nullptr, session),
               AAA_OK);
-    int pair[2];
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair), 0);
-    EXPECT_EQ(session ? transport_send_packet(pair[0], &record, sizeof record)
-                      : transport_send(pair[0], iov, count),
-              0);
+    const TempDir dir;
+    const Transport listener = listen_at(dir.path("socket"));
+    const Transport sender = connect_to(dir.path("socket"));
+    const Transport receiver = accept_from(listener);
+    EXPECT_EQ(session ? aaa_transport_send_packet(sender.get(), &record, sizeof record, AAA_TRANSPORT_NEVER)
+                      : aaa_transport_send(sender.get(), iov, count, AAA_TRANSPORT_NEVER),
+              AAA_OK);
     free(iov);
-    Bytes bytes(65536);
-    const ssize_t n = recv(pair[1], bytes.data(), bytes.size(), 0);
-    bytes.resize(n > 0 ? static_cast<size_t>(n) : 0);
-    close(pair[0]);
-    close(pair[1]);
-    return bytes;
+    const auto sent = std::make_unique<aaa_transport_msg_t>();
+    EXPECT_EQ(aaa_transport_receive(receiver.get(), sent.get(), AAA_TRANSPORT_NEVER), AAA_OK);
+    return {sent->u.bytes, sent->u.bytes + sent->len};
 }
 
 void fix_length(Bytes &message) {
@@ -305,11 +302,11 @@ TEST_F(ExampleServer, AnswersRandomBytesOfEveryType) {
         for (unsigned char &byte : message) {
             byte = static_cast<unsigned char>(random());
         }
-        if (round % 2 == 0 && message.size() >= 32) {
-            const uint32_t fields[2] = {TRANSPORT_MAGIC, static_cast<uint32_t>(message.size())};
+        if (round % 2 == 0 && message.size() >= offsetof(aaa_req_hdr_t, param)) {
+            const uint32_t fields[2] = {AAA_TRANSPORT_MAGIC, static_cast<uint32_t>(message.size())};
             const auto type = static_cast<uint32_t>(random() % 30);
             std::memcpy(message.data(), fields, sizeof fields);
-            std::memcpy(message.data() + 20, &type, sizeof type);
+            std::memcpy(message.data() + offsetof(aaa_req_hdr_t, type), &type, sizeof type);
         }
         EXPECT_FALSE(exchange(message).empty()) << round;
     }
@@ -317,14 +314,14 @@ TEST_F(ExampleServer, AnswersRandomBytesOfEveryType) {
 }
 
 TEST_F(ExampleServer, OutlivesMessagesThatAreTooLongAndClientsThatVanish) {
-    EXPECT_FALSE(exchange(Bytes(TRANSPORT_MAX + 4096, 'x')).empty());
+    EXPECT_FALSE(exchange(Bytes(AAA_TRANSPORT_MAX + 4096, 'x')).empty());
     for (int i = 0; i < 300; i++) {
-        const int fd = transport_connect(socket_.c_str());
-        if (fd >= 0 && i % 3 == 0) {
+        const Transport client = connect_to(socket_);
+        if (i % 3 == 0) {
             const Bytes whole = well_formed(i % 2 == 0);
-            EXPECT_GT(send(fd, whole.data(), whole.size(), MSG_NOSIGNAL), 0);
+            EXPECT_GT(send(aaa_transport_descriptor(client.get()), whole.data(), whole.size(), MSG_NOSIGNAL),
+                      0);
         }
-        close(fd);
     }
     EXPECT_EQ(login("alice", "wonderland").status, 0);
 }
@@ -334,8 +331,7 @@ TEST_F(ExampleServer, OutlivesMessagesThatAreTooLongAndClientsThatVanish) {
 TEST(ExampleClient, EndsWithAnErrorWhateverItIsAnswered) {
     const TempDir dir;
     const std::string path = dir.path("socket");
-    const int listener = transport_listen(path.c_str());
-    ASSERT_GE(listener, 0);
+    const Transport listener = listen_at(path);
     const std::vector<std::pair<std::string, Bytes>> answers = {
         {"one byte", Bytes(1, 'x')},
         {"zeroes", Bytes(100, 0)},
@@ -350,44 +346,43 @@ TEST(ExampleClient, EndsWithAnErrorWhateverItIsAnswered) {
         {"classic without a list",
          [] {
              Bytes b(30, 0xff);
-             const uint32_t fields[2] = {TRANSPORT_MAGIC, 30};
+             const uint32_t fields[2] = {AAA_TRANSPORT_MAGIC, 30};
              std::memcpy(b.data(), fields, sizeof fields);
-             std::memset(b.data() + 20, 0, 4);
+             std::memset(b.data() + offsetof(aaa_reply_hdr_t, status), 0, 4);
              return b;
          }()},
         {"nothing", {}},
     };
     for (const auto &[what, bytes] : answers) {
         std::thread server([&] {
-            const int fd = accept(listener, nullptr, nullptr);
-            static transport_msg_t request;
-            EXPECT_EQ(transport_receive(fd, &request), 1);
+            const Transport client = accept_from(listener);
+            static aaa_transport_msg_t request;
+            EXPECT_EQ(aaa_transport_receive(client.get(), &request, AAA_TRANSPORT_NEVER), AAA_OK);
             const std::string sent(reinterpret_cast<const char *>(request.u.bytes), request.len);
             EXPECT_TRUE(contains(sent, "alice"));
             if (!bytes.empty()) {
-                EXPECT_GT(send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), 0);
+                EXPECT_GT(
+                    send(aaa_transport_descriptor(client.get()), bytes.data(), bytes.size(), MSG_NOSIGNAL),
+                    0);
             }
-            close(fd);
         });
         const Outcome result = run({example("login_client"), path, "alice"}, "wonderland\n");
         server.join();
         EXPECT_EQ(result.status, 1) << what << ": " << result.output;
         EXPECT_FALSE(contains(result.output, "=> PASS")) << what << ": " << result.output;
     }
-    close(listener);
 }
 
 TEST(ExampleClient, SendsNoPasswordOfAnAddressInACommand) {
     const TempDir dir;
     const std::string path = dir.path("socket");
-    const int listener = transport_listen(path.c_str());
-    ASSERT_GE(listener, 0);
+    const Transport listener = listen_at(path);
     std::string wire;
     std::thread server([&] {
-        const int fd = accept(listener, nullptr, nullptr);
-        static transport_msg_t request;
+        const Transport client = accept_from(listener);
+        static aaa_transport_msg_t request;
         // Accepts everything, so that the client goes on to its commands.
-        while (transport_receive(fd, &request) == 1) {
+        while (aaa_transport_receive(client.get(), &request, AAA_TRANSPORT_NEVER) == AAA_OK) {
             wire.append(reinterpret_cast<const char *>(request.u.bytes), request.len);
             aaa_reply_hdr_t header = {};
             iov_t *iov = nullptr;
@@ -398,15 +393,13 @@ TEST(ExampleClient, SendsNoPasswordOfAnAddressInACommand) {
             EXPECT_EQ(aaa_util_avlist_status_add(AAA_STAT_PASS, 4, list), AAA_OK);
             EXPECT_EQ(aaa_util_reply_compose(&header, &iov, &count, buffer, sizeof buffer, list, 0, nullptr),
                       AAA_OK);
-            EXPECT_EQ(transport_send(fd, iov, count), 0);
+            EXPECT_EQ(aaa_transport_send(client.get(), iov, count, AAA_TRANSPORT_NEVER), AAA_OK);
             aaa_avpair_free_list(list);
             free(iov);
         }
-        close(fd);
     });
     run({example("login_client"), path, "alice"}, "wonderland\n");
     server.join();
-    close(listener);
     EXPECT_TRUE(contains(wire, "copy ftp://backup:*@192.0.2.7/config"));
     EXPECT_FALSE(contains(wire, "s3cret"));
 }

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "soak_clients.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -11,12 +11,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <memory>
 #include <utility>
 
 #include "aaa/aaautil.h"
+#include "aaa/transport.h"
 
 extern "C" {
-#include "transport.h"
+#include "attributes.h"
 }
 
 namespace soak {
@@ -40,7 +42,7 @@ void append(Bytes &bytes, const void *from, std::size_t count) {
 }
 
 void set_length(Bytes &message) {
-    const uint32_t fields[2] = {TRANSPORT_MAGIC, static_cast<uint32_t>(message.size())};
+    const uint32_t fields[2] = {AAA_TRANSPORT_MAGIC, static_cast<uint32_t>(message.size())};
     std::memcpy(message.data(), fields, sizeof fields);
 }
 
@@ -173,35 +175,6 @@ void make_accounting(Request &request, const Person &person, uint32_t id, uint32
 
 // ---- What comes back -----------------------------------------------------------------
 
-// Where the list begins, and the status before it.
-struct Opened {
-    std::size_t list_at = 0;
-    uint32_t status = ~0u;
-};
-
-Opened open_packet(const Bytes &answer, uint32_t type) {
-    const std::size_t size = transport_response_size(type);
-    aaa_sess_response_t packet{};
-    if (answer.size() < size) {
-        return {};
-    }
-    std::memcpy(&packet, answer.data(), size);
-    EXPECT_EQ(packet.hdr.type, type);
-    return {size, packet.u.word[1]};
-}
-
-Opened open_elements(const Bytes &answer, uint32_t type) {
-    uint32_t status = 0;
-    if (type == AAA_REQ_ACCT || type == AAA_REQ_PING) {
-        return {20, status};  // only the transport's fields
-    }
-    if (answer.size() < 24) {
-        return {};
-    }
-    std::memcpy(&status, answer.data() + 20, sizeof status);
-    return {24, __builtin_bswap32(status)};
-}
-
 std::string text_of(const avlist *list, uint32_t type) {
     char text[256];
     uint32_t len = 0;
@@ -211,12 +184,12 @@ std::string text_of(const avlist *list, uint32_t type) {
     return {text, len - 1};
 }
 
-void expect_verdict(const transport_msg_t &message, const Opened &opened, const Expected &expected) {
-    cerrno rc = AAA_OK;
-    avlist *const list = transport_unpack(&message, opened.list_at, &rc);
-    ASSERT_EQ(rc, AAA_OK);
-    EXPECT_EQ(transport_number(list, AAA_STATUS_ATTR), expected.status);
-    EXPECT_EQ(transport_number(list, AAA_PRIV_LVL_ATTR), expected.level);
+void expect_verdict(const aaa_transport_msg_t &message, const aaa_transport_head_t &head,
+                    const Expected &expected) {
+    avlist *list = nullptr;
+    ASSERT_EQ(aaa_transport_unpack(&message, head.list_at, &list), AAA_OK);
+    EXPECT_EQ(attribute_number(list, AAA_STATUS_ATTR), expected.status);
+    EXPECT_EQ(attribute_number(list, AAA_PRIV_LVL_ATTR), expected.level);
     EXPECT_EQ(text_of(list, AAA_REPLYMSG_ATTR), expected.message);
     aaa_avpair_free_list(list);
 }
@@ -226,9 +199,9 @@ void expect_verdict(const transport_msg_t &message, const Opened &opened, const 
 Bytes garbage(Random &random) {
     Bytes message(1 + below(random, 600));
     std::generate(message.begin(), message.end(), [&] { return static_cast<unsigned char>(random()); });
-    if (message.size() >= 32 && below(random, 2) == 0) {
+    if (message.size() >= offsetof(aaa_req_hdr_t, param) && below(random, 2) == 0) {
         const uint32_t type = below(random, 30);
-        std::memcpy(message.data() + 20, &type, sizeof type);
+        std::memcpy(message.data() + offsetof(aaa_req_hdr_t, type), &type, sizeof type);
         set_length(message);
     }
     return message;
@@ -298,29 +271,20 @@ void expect_hang_up_on_nothing(const std::string &path) {
 
 // ---- Connections -----------------------------------------------------------------------
 
-Connection::Connection(const std::string &path) : fd_(transport_connect(path.c_str())) {
-    EXPECT_GE(fd_, 0) << std::strerror(errno);
-}
-
-Connection::~Connection() {
-    if (fd_ >= 0) {
-        close(fd_);
-    }
-}
-
-int Connection::release() {
-    return std::exchange(fd_, -1);
+// What is sent and received here is no concern of the transport: bytes, and waiting as long as it takes.
+Connection::Connection(const std::string &path) : transport_(transport_test::connect_to(path)) {
+    EXPECT_EQ(fcntl(fd(), F_SETFL, fcntl(fd(), F_GETFL) & ~O_NONBLOCK), 0);
 }
 
 bool Connection::send(const Bytes &message) const {
-    const ssize_t sent = ::send(fd_, message.data(), message.size(), MSG_NOSIGNAL);
+    const ssize_t sent = ::send(fd(), message.data(), message.size(), MSG_NOSIGNAL);
     EXPECT_TRUE(sent >= 0 || errno == EPIPE || errno == ECONNRESET) << std::strerror(errno);
     return sent == static_cast<ssize_t>(message.size());
 }
 
 Bytes Connection::receive() const {
-    Bytes message(TRANSPORT_MAX);
-    const ssize_t got = recv(fd_, message.data(), message.size(), 0);
+    Bytes message(AAA_TRANSPORT_MAX);
+    const ssize_t got = recv(fd(), message.data(), message.size(), 0);
     message.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
     return message;
 }
@@ -369,37 +333,33 @@ void expect_answered(const Connection &connection, const Request &request) {
     ASSERT_TRUE(connection.send(request.bytes)) << "the server has hung up";
     const Bytes answer = connection.receive();
     ASSERT_FALSE(answer.empty()) << "the server has hung up instead of answering";
-    transport_msg_t message;
-    message.len = answer.size();
-    std::copy(answer.begin(), answer.end(), message.u.bytes);
-    ASSERT_EQ(transport_kind(&message), request.session ? TRANSPORT_SESSION : TRANSPORT_CLASSIC);
-    const Opened opened =
-        request.session ? open_packet(answer, request.type) : open_elements(answer, request.type);
-    ASSERT_EQ(opened.status, AAA_OK);
+    const auto message = std::make_unique<aaa_transport_msg_t>();
+    message->len = answer.size();
+    std::copy(answer.begin(), answer.end(), message->u.bytes);
+    aaa_transport_head_t head;
+    ASSERT_EQ(aaa_transport_read_reply(message.get(), request.type, &head), AAA_OK);
+    ASSERT_EQ(head.kind, request.session ? AAA_TRANSPORT_SESSION : AAA_TRANSPORT_CLASSIC);
+    ASSERT_EQ(head.result, AAA_OK);
     if (request.expected.kind == Expected::Kind::status_only) {
-        EXPECT_EQ(answer.size(), opened.list_at);
+        EXPECT_EQ(head.list_at, 0u);
     } else {
-        expect_verdict(message, opened, request.expected);
+        expect_verdict(*message, head, request.expected);
     }
 }
 
 // ---- The others --------------------------------------------------------------------------
 
-void Parking::take(int fd) {
+void Parking::take(Connection connection) {
     const std::lock_guard guard(lock_);
-    fds_.push_back(fd);
-    if (fds_.size() > room_) {
-        close(fds_.front());
-        fds_.pop_front();
+    parked_.push_back(std::move(connection));
+    if (parked_.size() > room_) {
+        parked_.pop_front();
     }
 }
 
 void Parking::clear() {
     const std::lock_guard guard(lock_);
-    for (const int fd : fds_) {
-        close(fd);
-    }
-    fds_.clear();
+    parked_.clear();
 }
 
 void misbehave(Mischief what, const std::string &path, Random &random, Parking &parking) {
@@ -412,7 +372,7 @@ void misbehave(Mischief what, const std::string &path, Random &random, Parking &
         case Mischief::lie:
             return expect_some_answer(path, lie(random));
         case Mischief::long_message:
-            return expect_some_answer(path, Bytes(TRANSPORT_MAX + 1 + below(random, 4096), 'x'));
+            return expect_some_answer(path, Bytes(AAA_TRANSPORT_MAX + 1 + below(random, 4096), 'x'));
         case Mischief::no_message:
             return expect_hang_up_on_nothing(path);
         case Mischief::descriptors: {
@@ -442,8 +402,7 @@ void misbehave(Mischief what, const std::string &path, Random &random, Parking &
         case Mischief::count:
             break;
     }
-    Connection connection(path);
-    parking.take(connection.release());
+    parking.take(Connection(path));
 }
 
 }  // namespace soak

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "support/transport.hpp"
+
 namespace soak {
 
 using Bytes = std::vector<unsigned char>;
@@ -21,20 +23,15 @@ using Random = std::mt19937;
 class Connection {
   public:
     explicit Connection(const std::string &path);
-    ~Connection();
-    Connection(const Connection &) = delete;
-    Connection &operator=(const Connection &) = delete;
 
-    int fd() const { return fd_; }
+    int fd() const { return transport_test::descriptor(transport_); }
     // False when the server has hung up.
     bool send(const Bytes &message) const;
     // Waits for the next message; empty when the server has hung up.
     Bytes receive() const;
-    // Gives the descriptor away.
-    int release();
 
   private:
-    int fd_;
+    transport_test::Transport transport_;
 };
 
 // What a request must be answered with.
@@ -83,14 +80,13 @@ enum class Mischief {
 class Parking {
   public:
     explicit Parking(std::size_t room) : room_(room) {}
-    ~Parking() { clear(); }
-    void take(int fd);
+    void take(Connection connection);
     void clear();
 
   private:
     std::mutex lock_;
     std::size_t room_;
-    std::deque<int> fds_;
+    std::deque<Connection> parked_;
 };
 
 // Does it once, and checks that the server answers or hangs up where it should.

@@ -182,7 +182,7 @@ TEST(SoakOutput, MayBeClosedByItsReader) {
 void expect_login_behind(const SoakServer &server, unsigned silent) {
     Parking parking(silent);
     for (unsigned i = 0; i < silent; ++i) {
-        parking.take(Connection(server.socket()).release());
+        parking.take(Connection(server.socket()));
     }
     Random random(1);
     const Connection connection(server.socket());

@@ -302,7 +302,7 @@ TEST_F(AaactlAnswer, ASessionPacketAnswersItsOwnTypeOnly) {
         void *packet = nullptr;
         ASSERT_EQ(aaa_session_fill_response(&packet, nullptr, &context, AAA_ERR_NOMEM, 0, 0, 0, 0, 0),
                   AAA_OK);
-        const std::string bytes(static_cast<const char *>(packet), transport_response_size(type));
+        const std::string bytes(static_cast<const char *>(packet), aaa_transport_response_size(type));
         std::free(packet);
         const Result result = run({always(bytes)}, {"--session"});
         EXPECT_EQ(result.status, type == AAA_REQ_AUTHEN ? 6 : 3) << type << result.err;

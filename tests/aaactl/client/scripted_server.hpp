@@ -6,9 +6,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <functional>
@@ -18,10 +16,7 @@
 #include <vector>
 
 #include "aaa/aaautil.h"
-
-extern "C" {
-#include "examples/transport.h"
-}
+#include "support/transport.hpp"
 
 namespace aaactl_test {
 
@@ -46,49 +41,50 @@ class ScriptedServer {
     // Answers the n-th request with the n-th answer; then the connection is closed, unless `stay`: then only
     // when the client has gone.
     ScriptedServer(const std::string &path, std::vector<Answer> answers, bool stay = false)
-        : listener_(transport_listen(path.c_str())), answers_(std::move(answers)), stay_(stay) {
-        EXPECT_GE(listener_, 0);
+        : listener_(transport_test::listen_at(path)), answers_(std::move(answers)), stay_(stay) {
         thread_ = std::thread([this] { serve(); });
     }
     ~ScriptedServer() {
-        shutdown(listener_, SHUT_RDWR);  // nobody may have come
+        shutdown(transport_test::descriptor(listener_), SHUT_RDWR);  // maybe no one has come
         thread_.join();
-        close(listener_);
     }
     ScriptedServer(const ScriptedServer &) = delete;
     ScriptedServer &operator=(const ScriptedServer &) = delete;
 
   private:
-    static Request request_of(const transport_msg_t &msg) {
-        cerrno rc = AAA_OK;
-        const size_t offset = transport_kind(&msg) == TRANSPORT_SESSION ? sizeof(aaa_sess_request_t) : 40;
-        return {std::string(reinterpret_cast<const char *>(msg.u.bytes), msg.len),
-                transport_unpack(&msg, offset, &rc)};
+    static Request request_of(const aaa_transport_msg_t &msg) {
+        aaa_transport_head_t head;
+        avlist *list = nullptr;
+        EXPECT_EQ(aaa_transport_read_request(&msg, &head), AAA_OK);
+        EXPECT_EQ(aaa_transport_unpack(&msg, head.list_at, &list), AAA_OK);
+        return {std::string(reinterpret_cast<const char *>(msg.u.bytes), msg.len), list};
     }
 
     void serve() {
-        const int fd = accept(listener_, nullptr, nullptr);
-        if (fd < 0) {
+        const transport_test::Transport client = transport_test::accept_from(listener_);
+        if (client == nullptr) {
             return;
         }
-        const auto msg = std::make_unique<transport_msg_t>();
+        const auto msg = std::make_unique<aaa_transport_msg_t>();
+        const auto receive = [&] {
+            return aaa_transport_receive(client.get(), msg.get(), AAA_TRANSPORT_NEVER) == AAA_OK;
+        };
         for (const Answer &answer : answers_) {
-            if (transport_receive(fd, msg.get()) != 1) {
+            if (!receive()) {
                 break;
             }
             const Request request = request_of(*msg);
             const std::string bytes = answer(request);
             aaa_avpair_free_list(request.list);
             if (!bytes.empty()) {
-                send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+                transport_test::send_raw(client, bytes);
             }
         }
-        while (stay_ && transport_receive(fd, msg.get()) == 1) {
+        while (stay_ && receive()) {
         }
-        close(fd);
     }
 
-    int listener_;
+    transport_test::Transport listener_;
     std::vector<Answer> answers_;
     bool stay_;
     std::thread thread_;
@@ -121,12 +117,11 @@ inline std::string classic_reply(const Fill &fill, cerrno result = AAA_OK) {
     EXPECT_EQ(aaa_util_reply_compose(&header, &iov, &count, buffer.data(),
                                      static_cast<uint32_t>(buffer.size()), list, 0, nullptr),
               AAA_OK);
-    std::string bytes(20, '\0');
+    std::string bytes;
     for (uint32_t i = 0; i < count; ++i) {
-        bytes.append(static_cast<const char *>(iov[i].base) + (i == 0 ? 20 : 0),
-                     iov[i].len - (i == 0 ? 20 : 0));
+        bytes.append(static_cast<const char *>(iov[i].base), iov[i].len);
     }
-    const uint32_t fields[2] = {TRANSPORT_MAGIC, static_cast<uint32_t>(bytes.size())};
+    const uint32_t fields[2] = {AAA_TRANSPORT_MAGIC, static_cast<uint32_t>(bytes.size())};
     std::memcpy(bytes.data(), fields, sizeof fields);
     aaa_avpair_free_list(list);
     std::free(iov);

@@ -7,16 +7,11 @@
 
 #include <arpa/inet.h>
 
-#include <unistd.h>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
 #include "cli/output.hpp"
-
-extern "C" {
-#include "examples/transport.h"
-}
+#include "platform/cerr.h"
 
 namespace aaactl {
 namespace {
@@ -32,7 +27,7 @@ Failure malformed(const std::string &socket, size_t offset, const std::string &w
 
 // The message, wiped when it has been read: a reply may hold secrets too.
 struct Received {
-    transport_msg_t msg;
+    aaa_transport_msg_t msg;
 
     ~Received() { explicit_bzero(msg.u.bytes, msg.len); }
 };
@@ -43,7 +38,7 @@ struct Head {
     cerrno result;
 };
 
-Head session_head(const std::string &socket, const transport_msg_t &msg, uint32_t type) {
+Head session_head(const std::string &socket, const aaa_transport_msg_t &msg, uint32_t type) {
     aaa_sess_hdr_t header;
     std::memcpy(&header, msg.u.bytes, sizeof header);  // its length is what told it from others
     if (header.type != type) {
@@ -51,7 +46,7 @@ Head session_head(const std::string &socket, const transport_msg_t &msg, uint32_
             socket, offsetof(aaa_sess_hdr_t, type),
             "it answers a message of type " + std::to_string(header.type) + ", not " + std::to_string(type));
     }
-    const size_t size = transport_response_size(type);
+    const size_t size = aaa_transport_response_size(type);
     if (msg.len < size) {
         throw malformed(socket, msg.len, "it ends inside the packet's " + std::to_string(size) + " bytes");
     }
@@ -60,7 +55,7 @@ Head session_head(const std::string &socket, const transport_msg_t &msg, uint32_
     return {size, result};
 }
 
-Head classic_head(const std::string &socket, const transport_msg_t &msg, uint32_t type) {
+Head classic_head(const std::string &socket, const aaa_transport_msg_t &msg, uint32_t type) {
     if (msg.len < kStatusHeader) {
         const bool accounting = type == AAA_REQ_ACCT || type == AAA_REQ_ACCT_UPDATE;
         if (!accounting || msg.len != kBareHeader) {
@@ -73,24 +68,25 @@ Head classic_head(const std::string &socket, const transport_msg_t &msg, uint32_
     return {kStatusHeader, ntohl(result)};
 }
 
-Reply read_reply(const std::string &socket, const transport_msg_t &msg, uint32_t type, bool session) {
-    const enum transport_kind kind = transport_kind(&msg);
-    if (kind == TRANSPORT_GARBAGE) {
+Reply read_reply(const std::string &socket, const aaa_transport_msg_t &msg, uint32_t type, bool session) {
+    const aaa_transport_kind_t kind = aaa_transport_kind_of(&msg);
+    if (kind == AAA_TRANSPORT_GARBAGE) {
         throw malformed(
             socket, 0,
             "neither a reply message nor a session packet of " + std::to_string(msg.len) + " bytes");
     }
     // Who cannot answer in packets answers in the classic form.
-    if (kind == TRANSPORT_SESSION && !session) {
+    if (kind == AAA_TRANSPORT_SESSION && !session) {
         throw malformed(socket, 0, "a session packet answers a classic request");
     }
     const Head head =
-        kind == TRANSPORT_SESSION ? session_head(socket, msg, type) : classic_head(socket, msg, type);
+        kind == AAA_TRANSPORT_SESSION ? session_head(socket, msg, type) : classic_head(socket, msg, type);
     Reply reply{head.result, nullptr};
     if (msg.len > head.size) {
-        cerrno rc = AAA_OK;
-        reply.list.reset(transport_unpack(&msg, head.size, &rc));
-        if (!reply.list) {
+        avlist *list = nullptr;
+        const cerrno rc = aaa_transport_unpack(&msg, head.size, &list);
+        reply.list.reset(list);
+        if (rc != AAA_OK) {
             throw Failure(
                 ExitCode::bad_input,
                 escaped(socket) + ": malformed reply, the list at byte " + std::to_string(head.size), rc);
@@ -107,48 +103,53 @@ Composition::~Composition() {
 }
 
 Exchange::Exchange(std::string socket, unsigned seconds, bool session)
-    : socket_(std::move(socket)),
-      seconds_(seconds),
-      session_(session),
-      fd_(transport_connect_patient(socket_.c_str(), seconds)) {
-    if (fd_ < 0) {
-        unreachable("cannot connect");
+    : socket_(std::move(socket)), seconds_(seconds), session_(session) {
+    aaa_transport_t *made = nullptr;
+    cerrno rc = aaa_transport_create(&made);
+    transport_.reset(made);
+    if (rc == AAA_OK) {
+        rc = aaa_transport_connect(made, socket_.c_str(), AAA_TRANSPORT_ANY_USER, deadline());
+    }
+    if (rc != AAA_OK) {
+        unreachable("cannot connect", rc);
     }
 }
 
-Exchange::~Exchange() {
-    close(fd_);
+int64_t Exchange::deadline() const {
+    return seconds_ == 0 ? AAA_TRANSPORT_NEVER : aaa_transport_deadline(seconds_ * 1000);
 }
 
-void Exchange::unreachable(const std::string &what) const {
-    const int error = errno;
-    const bool too_late = error == EAGAIN || error == EWOULDBLOCK;
-    throw Failure(ExitCode::unavailable, escaped(socket_) + ": " + what +
-                                             (too_late ? " within " + std::to_string(seconds_) + " s"
-                                                       : ": " + std::string(std::strerror(error))));
+void Exchange::unreachable(const std::string &what, cerrno rc) const {
+    const int error = aaa_transport_errno(transport_.get());
+    throw Failure(ExitCode::unavailable,
+                  escaped(socket_) + ": " + what +
+                      (rc == AAA_ERR_TIMEOUT ? " within " + std::to_string(seconds_) + " s"
+                                             : ": " + std::string(error != 0 ? std::strerror(error)
+                                                                             : cerr_strerror(rc))));
 }
 
 void Exchange::send(Composition &composed) {
-    const int failed =
-        session_ ? transport_send_packet(fd_, &composed.record.packet, sizeof composed.record.packet)
-                 : transport_send(fd_, composed.iov, composed.count);
-    if (failed != 0) {
-        unreachable("the request could not be sent");
+    const cerrno rc =
+        session_ ? aaa_transport_send_packet(transport_.get(), &composed.record.packet,
+                                             sizeof composed.record.packet, deadline())
+                 : aaa_transport_send(transport_.get(), composed.iov, composed.count, deadline());
+    if (rc != AAA_OK) {
+        unreachable("the request could not be sent", rc);
     }
 }
 
 Reply Exchange::receive(uint32_t type) {
     Received received{};
-    const int got = transport_receive(fd_, &received.msg);
-    if (got == 0) {
+    const cerrno rc = aaa_transport_receive(transport_.get(), &received.msg, deadline());
+    if (rc == AAA_ERR_NOT_CONNECTED) {
         throw Failure(ExitCode::unavailable,
                       escaped(socket_) + ": the server closed the connection without a reply");
     }
-    if (got < 0 && errno == EMSGSIZE) {
-        throw malformed(socket_, TRANSPORT_MAX, "it is longer than that");
+    if (rc == AAA_ERR_INVALID_MSG_SIZE) {
+        throw malformed(socket_, AAA_TRANSPORT_MAX, "it is longer than that");
     }
-    if (got < 0) {
-        unreachable("no reply");
+    if (rc != AAA_OK) {
+        unreachable("no reply", rc);
     }
     return read_reply(socket_, received.msg, type, session_);
 }

@@ -11,11 +11,15 @@
 #include <string>
 
 #include "aaa/aaautil.h"
+#include "aaa/transport.h"
 
 namespace aaactl {
 
 struct FreeList {
     void operator()(avlist *list) const { aaa_avpair_free_list(list); }
+};
+struct FreeTransport {
+    void operator()(aaa_transport_t *transport) const { aaa_transport_free(transport); }
 };
 using ListPtr = std::unique_ptr<avlist, FreeList>;
 
@@ -46,7 +50,6 @@ class Exchange {
     // Failure(unavailable) when nobody listens. Connecting, sending and each reply may take so many seconds,
     // 0 for any time.
     Exchange(std::string socket, unsigned seconds, bool session);
-    ~Exchange();
     Exchange(const Exchange &) = delete;
     Exchange &operator=(const Exchange &) = delete;
 
@@ -57,12 +60,13 @@ class Exchange {
   private:
     void send(Composition &composed);
     Reply receive(uint32_t type);
-    [[noreturn]] void unreachable(const std::string &what) const;
+    int64_t deadline() const;
+    [[noreturn]] void unreachable(const std::string &what, cerrno rc) const;
 
     std::string socket_;
     unsigned seconds_;
     bool session_;
-    int fd_ = -1;
+    std::unique_ptr<aaa_transport_t, FreeTransport> transport_;
 };
 
 // The text of an attribute up to its NUL or its end; "" without one.

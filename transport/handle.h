@@ -1,0 +1,31 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+#ifndef TRANSPORT_HANDLE_H
+#define TRANSPORT_HANDLE_H
+
+/*
+ * What the sources of the transport share: the handle, its waiting, and the
+ * reporting of failures.
+ */
+
+#include "aaa/transport.h"
+
+struct aaa_transport {
+    int      fd;       /* the connection or listening socket, -1 for none */
+    int      lock;     /* of a listening socket: its locked file, -1 for none */
+    int      error;    /* of the latest call */
+    uint32_t sequence; /* number of the latest message sent */
+};
+
+/* Keeps the error number and gives the code back. */
+cerrno aaa_transport_fail(aaa_transport_t *transport, int error, cerrno code);
+
+/* AAA_OK when the handle has a socket, and no error number then. */
+cerrno aaa_transport_begin(aaa_transport_t *transport);
+
+/* Nanoseconds until the deadline, 0 when it has come. */
+int64_t aaa_transport_remaining(int64_t deadline);
+
+/* Waits until poll() reports one of the events, an error or a hang-up: AAA_OK, AAA_ERR_TIMEOUT or AAA_ERR_OS. */
+cerrno aaa_transport_wait(aaa_transport_t *transport, short events, int64_t deadline);
+
+#endif /* TRANSPORT_HANDLE_H */

@@ -1,0 +1,414 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+#ifndef AAA_TRANSPORT_H
+#define AAA_TRANSPORT_H
+
+#include <assert.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#include "aaa/avpair.h"
+#include "aaa/export.h"
+#include "aaa/types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * @file
+ * @brief AAA messages over a local socket.
+ *
+ * The compose routines of aaa/messages.h send nothing. This library,
+ * libaaaclient, sends what they compose over a UNIX socket that keeps message
+ * boundaries (SOCK_SEQPACKET), and receives the answers. It is made for callers
+ * that do not own their process, such as login modules: it keeps no state
+ * outside its handles, starts no thread, ends no process, prints nothing, and
+ * touches neither signal dispositions nor the signal mask.
+ *
+ * **On the socket.** A classic message is the elements of its io-vector, one
+ * after the other. The first 20 bytes of its header record are the transport's:
+ * five words in host order, AAA_TRANSPORT_MAGIC, the length of the message, its
+ * number on this connection, the process that sent it, and 0. A session packet
+ * is followed by its attribute list in packed form, and its list field is 0: an
+ * address means nothing to another process. A message has at most
+ * AAA_TRANSPORT_MAX bytes. File descriptors that a peer attaches are not taken.
+ *
+ * **Deadlines** are absolute, in nanoseconds of CLOCK_MONOTONIC. A deadline
+ * limits how long a call waits: what can be done without waiting is done even
+ * after it. So AAA_TRANSPORT_NOW makes a call that never waits, and a call that
+ * would have had to gives AAA_ERR_TIMEOUT. Signals do not extend a deadline,
+ * and do not end a call before it.
+ *
+ * **Descriptors** are closed on exec and are never 0, 1 or 2, even where the
+ * process has closed those. After a fork both processes have the connection.
+ * Free the handle in the process that does not use it; the other one's
+ * connection stays as it is.
+ *
+ * **Failures.** A call that fails for a reason of the system keeps that error
+ * number in the handle: see aaa_transport_errno(). "The usual codes" are
+ * - AAA_ERR_INVALID_ARG: a pointer is null;
+ * - AAA_ERR_TIMEOUT: the deadline has come (ETIMEDOUT);
+ * - AAA_ERR_NOT_CONNECTED: the handle has no connection (ENOTCONN), or the peer
+ *   has closed it (EPIPE or ECONNRESET).
+ *
+ * **Threads.** A handle is used by one thread at a time. Calls with different
+ * handles do not disturb each other.
+ */
+
+/** First word of a classic message; a session packet begins with 16. */
+#define AAA_TRANSPORT_MAGIC 0x4d414141u
+/** Longest message, bytes. */
+#define AAA_TRANSPORT_MAX 65536u
+/** Most elements that a message may have. */
+#define AAA_TRANSPORT_MAX_ELEMENTS 8u
+/** Bytes at the start of a classic message that belong to the transport. */
+#define AAA_TRANSPORT_FIELDS 20u
+/** Deadline of a call that does not wait. */
+#define AAA_TRANSPORT_NOW INT64_C(0)
+/** Deadline of a call that waits as long as it takes. */
+#define AAA_TRANSPORT_NEVER INT64_MAX
+/** For aaa_transport_connect(): the server may run as any user. */
+#define AAA_TRANSPORT_ANY_USER UINT32_MAX
+
+/** A connection or a listening socket. */
+typedef struct aaa_transport aaa_transport_t;
+
+/** Who is at the other end, as the system found when the connection was made. */
+typedef struct aaa_transport_peer {
+    int32_t  pid; /**< process; of a server the one that made the socket listen */
+    uint32_t uid; /**< effective user */
+    uint32_t gid; /**< effective group */
+} aaa_transport_peer_t;
+static_assert(sizeof(aaa_transport_peer_t) == 12, "layout of aaa_transport_peer_t");
+
+/** A received message. It may hold a password: wipe it when it has been read. */
+typedef struct aaa_transport_msg {
+    size_t len; /**< bytes of the message */
+    union {
+        unsigned char bytes[AAA_TRANSPORT_MAX]; /**< the message */
+        uint64_t      align;                    /**< the bytes are aligned for every record */
+    } u;
+} aaa_transport_msg_t;
+
+/** The form of a message. */
+typedef enum aaa_transport_kind {
+    AAA_TRANSPORT_GARBAGE = 0, /**< neither of the others */
+    AAA_TRANSPORT_CLASSIC = 1, /**< a header record and its elements */
+    AAA_TRANSPORT_SESSION = 2  /**< a session packet */
+} aaa_transport_kind_t;
+
+/** What precedes the attribute list of a message. */
+typedef struct aaa_transport_head {
+    aaa_transport_kind_t kind;    /**< classic or session */
+    uint32_t             type;    /**< message type of the request */
+    uint32_t             key;     /**< of a session packet; 0 in a classic message */
+    cerrno               result;  /**< of a reply: how the request was processed; AAA_OK in a request */
+    size_t               list_at; /**< where the packed list begins; 0 when the message has none */
+} aaa_transport_head_t;
+
+/* ---- handles ----------------------------------------------------------- */
+
+/**
+ * Makes a handle without a connection.
+ *
+ * @param[out] transport_out the handle; null on failure
+ *
+ * Ownership: *Caller frees* with aaa_transport_free().
+ *
+ * @return
+ * - AAA_OK: made
+ * - AAA_ERR_INVALID_ARG: @p transport_out is null
+ * - AAA_ERR_NOMEM: no memory
+ */
+AAA_API cerrno aaa_transport_create(aaa_transport_t **transport_out);
+
+/**
+ * Closes the connection and releases the handle.
+ *
+ * @param[in] transport the handle; may be null
+ */
+AAA_API void aaa_transport_free(aaa_transport_t *transport);
+
+/**
+ * Closes the connection and keeps the handle, for another one.
+ *
+ * The path of a listening socket is not removed; unlink() it before.
+ *
+ * @param[in,out] transport the handle; may be null
+ */
+AAA_API void aaa_transport_close(aaa_transport_t *transport);
+
+/**
+ * Gives the descriptor of the connection, for poll() and the like. It is non-blocking.
+ *
+ * @param[in] transport the handle; may be null
+ *
+ * Ownership: *Borrowed* until the handle is closed or connected again.
+ *
+ * @return the descriptor, or -1 when there is no connection
+ */
+AAA_API int aaa_transport_descriptor(const aaa_transport_t *transport);
+
+/**
+ * Gives the system's error number of the latest call with the handle.
+ *
+ * @param[in] transport the handle; may be null
+ *
+ * @return the error number; 0 when the call succeeded, or failed without one
+ */
+AAA_API int aaa_transport_errno(const aaa_transport_t *transport);
+
+/**
+ * Makes a deadline of a time from now.
+ *
+ * @param[in] milliseconds the time
+ *
+ * @return the deadline
+ */
+AAA_API int64_t aaa_transport_deadline(uint32_t milliseconds);
+
+/* ---- connections --------------------------------------------------------- */
+
+/**
+ * Connects to a server.
+ *
+ * A server whose queue of newcomers is full is waited for. A connection that
+ * the handle has is closed first.
+ *
+ * @param[in,out] transport the handle
+ * @param[in]     path      path of the server's socket
+ * @param[in]     user      user that the server must run as, or AAA_TRANSPORT_ANY_USER. It is the user
+ *                          that made the socket listen: root for a socket that a service manager opens
+ * @param[in]     deadline  when to give up
+ *
+ * @return
+ * - AAA_OK: connected
+ * - AAA_ERR_INVALID_ARG: a pointer is null, or the path is empty or longer than an address has
+ *   room for (ENAMETOOLONG)
+ * - AAA_ERR_TIMEOUT: the server takes no one in
+ * - AAA_ERR_SERVER_CONNECT_FAILED: there is no such path (ENOENT); nobody listens there (ECONNREFUSED);
+ *   this process may not connect (EACCES); the server is another user's (EPERM); another reason
+ */
+AAA_API cerrno aaa_transport_connect(aaa_transport_t *transport, const char *path, uint32_t user, int64_t deadline);
+
+/**
+ * Opens a listening socket.
+ *
+ * Who may connect is decided by the permissions of the path: set the umask
+ * before. A socket that a server left at the path when it died is replaced. The
+ * file PATH.lock, which stays, keeps two servers that start at the same time
+ * apart: it is locked as long as the socket listens.
+ *
+ * @param[in,out] transport the handle; a connection that it has is closed first
+ * @param[in]     path      path of the socket
+ *
+ * @return
+ * - AAA_OK: listening
+ * - AAA_ERR_INVALID_ARG: as for aaa_transport_connect()
+ * - AAA_ERR_OS: another server listens there, or the path is not a socket (EADDRINUSE); another reason
+ */
+AAA_API cerrno aaa_transport_listen(aaa_transport_t *transport, const char *path);
+
+/**
+ * Takes in a client.
+ *
+ * @param[in,out] listener   a listening handle; it has the error number of a failure
+ * @param[in,out] connection the handle for the client; a connection that it has is closed first
+ * @param[in]     deadline   when to give up
+ *
+ * @return
+ * - AAA_OK: connected
+ * - AAA_ERR_INVALID_ARG, AAA_ERR_TIMEOUT, AAA_ERR_NOT_CONNECTED: the usual codes
+ * - AAA_ERR_OS: another reason, such as no free descriptor (EMFILE)
+ */
+AAA_API cerrno aaa_transport_accept(aaa_transport_t *listener, aaa_transport_t *connection, int64_t deadline);
+
+/**
+ * Tells who is at the other end of a connection.
+ *
+ * @param[in,out] transport a connected handle
+ * @param[out]    peer_out  process, user and group
+ *
+ * @return
+ * - AAA_OK: told
+ * - AAA_ERR_INVALID_ARG, AAA_ERR_NOT_CONNECTED: the usual codes
+ * - AAA_ERR_OS: the system does not say
+ */
+AAA_API cerrno aaa_transport_peer_of(aaa_transport_t *transport, aaa_transport_peer_t *peer_out);
+
+/* ---- messages --------------------------------------------------------------- */
+
+/**
+ * Sends a classic message.
+ *
+ * A message is sent whole or not at all.
+ *
+ * @param[in,out] transport a connected handle
+ * @param[in]     iov       elements of the message, the header record first
+ * @param[in]     count     how many
+ * @param[in]     deadline  when to give up on a peer that does not read
+ *
+ * Ownership: *Borrowed* for the call; the transport's fields are not written to the caller's record.
+ *
+ * @return
+ * - AAA_OK: sent
+ * - AAA_ERR_INVALID_ARG: a pointer is null, @p count is 0 or above AAA_TRANSPORT_MAX_ELEMENTS, or the first
+ *   element is shorter than the transport's fields
+ * - AAA_ERR_INVALID_MSG_SIZE: longer than AAA_TRANSPORT_MAX, or than the socket takes (EMSGSIZE)
+ * - AAA_ERR_TIMEOUT, AAA_ERR_NOT_CONNECTED: the usual codes. What the peer sent before it closed can still
+ *   be received
+ * - AAA_ERR_LWM_SEND: another reason
+ */
+AAA_API cerrno aaa_transport_send(aaa_transport_t *transport, const iov_t *iov, uint32_t count, int64_t deadline);
+
+/**
+ * Sends a session packet and its attribute list.
+ *
+ * @param[in,out] transport a connected handle
+ * @param[in,out] packet    the packet; its list field is 0 afterwards
+ * @param[in]     size      bytes of the packet
+ * @param[in]     deadline  when to give up on a peer that does not read
+ *
+ * Ownership: the list is *Handed over* and freed, also on failure.
+ *
+ * @return
+ * - AAA_OK: sent
+ * - AAA_ERR_INVALID_ARG: a pointer is null, or @p size is less than a packet's header; the list stays the packet's
+ * - AAA_ERR_NOMEM: no memory
+ * - AAA_ERR_INVALID_MSG_SIZE: packet and packed list are longer than AAA_TRANSPORT_MAX, or than the socket
+ *   takes (EMSGSIZE)
+ * - AAA_ERR_TIMEOUT, AAA_ERR_NOT_CONNECTED, AAA_ERR_LWM_SEND: as for aaa_transport_send()
+ */
+AAA_API cerrno aaa_transport_send_packet(aaa_transport_t *transport, void *packet, size_t size, int64_t deadline);
+
+/**
+ * Receives one message.
+ *
+ * @param[in,out] transport a connected handle
+ * @param[out]    msg       the message; its length is 0 on failure, and no byte of the peer's is left in it
+ * @param[in]     deadline  when to give up
+ *
+ * @return
+ * - AAA_OK: received
+ * - AAA_ERR_INVALID_MSG_SIZE: longer than AAA_TRANSPORT_MAX (EMSGSIZE); it is gone, the connection can be used
+ * - AAA_ERR_INVALID_ARG, AAA_ERR_TIMEOUT, AAA_ERR_NOT_CONNECTED: the usual codes. An empty message counts as
+ *   the end of the connection
+ * - AAA_ERR_RECEIVE_RESPONSE: another reason
+ */
+AAA_API cerrno aaa_transport_receive(aaa_transport_t *transport, aaa_transport_msg_t *msg, int64_t deadline);
+
+/**
+ * Sends a classic request and receives the answer.
+ *
+ * A connection whose answer was not received is closed: the answer may come
+ * later, and must not be taken for that of the next request.
+ *
+ * @param[in,out] transport a connected handle
+ * @param[in]     iov       elements of the request, the header record first
+ * @param[in]     count     how many
+ * @param[out]    reply     the answer, as from aaa_transport_receive()
+ * @param[in]     deadline  when to give up
+ *
+ * Ownership: *Borrowed* for the call.
+ *
+ * @return as aaa_transport_send() and aaa_transport_receive()
+ */
+AAA_API cerrno aaa_transport_ask(aaa_transport_t *transport, const iov_t *iov, uint32_t count,
+                                 aaa_transport_msg_t *reply, int64_t deadline);
+
+/**
+ * Sends a session packet and receives the answer.
+ *
+ * As aaa_transport_ask().
+ *
+ * @param[in,out] transport a connected handle
+ * @param[in,out] packet    the packet; its list field is 0 afterwards
+ * @param[in]     size      bytes of the packet
+ * @param[out]    reply     the answer, as from aaa_transport_receive()
+ * @param[in]     deadline  when to give up
+ *
+ * Ownership: the list is *Handed over* and freed, also on failure.
+ *
+ * @return as aaa_transport_send_packet() and aaa_transport_receive()
+ */
+AAA_API cerrno aaa_transport_ask_packet(aaa_transport_t *transport, void *packet, size_t size,
+                                        aaa_transport_msg_t *reply, int64_t deadline);
+
+/* ---- received messages ---------------------------------------------------------- */
+
+/**
+ * Tells the form of a message by its first bytes and its length.
+ *
+ * @param[in] msg the message; may be null
+ *
+ * @return the form; AAA_TRANSPORT_GARBAGE for anything that is not well-formed so far
+ */
+AAA_API aaa_transport_kind_t aaa_transport_kind_of(const aaa_transport_msg_t *msg);
+
+/**
+ * Gives the size of the session packet that answers a request.
+ *
+ * @param[in] type message type of the request
+ *
+ * @return bytes
+ */
+AAA_API size_t aaa_transport_response_size(uint32_t type);
+
+/**
+ * Reads what precedes the list of a request.
+ *
+ * @param[in]  msg      the message
+ * @param[out] head_out form, type, key, and where the list begins. As much as is known on failure
+ *
+ * @return
+ * - AAA_OK: read
+ * - AAA_ERR_INVALID_ARG: a pointer is null
+ * - AAA_ERR_INVALID_MSG_TYPE: neither a classic message nor a session packet
+ * - AAA_ERR_INVALID_MSG_SIZE: it ends before its list
+ */
+AAA_API cerrno aaa_transport_read_request(const aaa_transport_msg_t *msg, aaa_transport_head_t *head_out);
+
+/**
+ * Reads what precedes the list of a reply.
+ *
+ * A classic reply does not say what it answers, so the type has to be given. A
+ * server that cannot answer in session packets answers in the classic form.
+ * The answer to a task map or user group request has data instead of a list and, in the
+ * classic form, no result.
+ *
+ * @param[in]  msg      the message
+ * @param[in]  type     message type of the request
+ * @param[out] head_out form, type, key, result, and where the list begins; of an authorization in session
+ *                      packets the result may be the list's configuration action. As much as is known on failure
+ *
+ * @return
+ * - AAA_OK: read; whether the request was processed is in the head
+ * - AAA_ERR_INVALID_ARG: a pointer is null
+ * - AAA_ERR_INVALID_MSG_TYPE: neither a classic message nor a session packet
+ * - AAA_ERR_INVALID_MSG_SIZE: it ends inside the header
+ * - AAA_ERR_UNEXPECTED_REPLY: a session packet that answers another type
+ */
+AAA_API cerrno aaa_transport_read_reply(const aaa_transport_msg_t *msg, uint32_t type, aaa_transport_head_t *head_out);
+
+/**
+ * Makes a list of the packed bytes in a message.
+ *
+ * @param[in]  msg      the message
+ * @param[in]  list_at  where they begin
+ * @param[out] list_out the list; null on failure
+ *
+ * Ownership: *Caller frees* with aaa_avpair_free_list().
+ *
+ * @return
+ * - AAA_OK: made
+ * - AAA_ERR_INVALID_ARG: a pointer is null
+ * - AAA_ERR_INVALID_MSG_SIZE: the message ends before the list does
+ * - others: as aaa_avpair_unpack_msg_checked()
+ */
+AAA_API cerrno aaa_transport_unpack(const aaa_transport_msg_t *msg, size_t list_at, avlist **list_out);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* AAA_TRANSPORT_H */
