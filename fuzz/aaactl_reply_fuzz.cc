@@ -58,7 +58,8 @@ std::optional<Expected> read_classic(const std::string &bytes, uint32_t type) {
     if (bytes.size() >= kStatusEnd) {
         return Expected{__builtin_bswap32(word_at(bytes, kStatusAt)), kStatusEnd};
     }
-    return bytes.size() == kStatusAt && type == AAA_REQ_ACCT ? std::optional(Expected{AAA_OK, kStatusAt}) : std::nullopt;
+    return bytes.size() == kStatusAt && type == AAA_REQ_ACCT ? std::optional(Expected{AAA_OK, kStatusAt})
+                                                             : std::nullopt;
 }
 
 bool is_packet(const std::string &bytes) {
@@ -77,9 +78,11 @@ bool is_list(const std::string &bytes) {
 
 std::optional<Expected> read_form(const std::string &bytes, const Question &question) {
     std::optional<Expected> form;
-    if (bytes.size() >= AAA_TRANSPORT_FIELDS && word_at(bytes, 0) == AAA_TRANSPORT_MAGIC && word_at(bytes, 4) == bytes.size()) {
+    if (bytes.size() >= AAA_TRANSPORT_FIELDS && word_at(bytes, 0) == AAA_TRANSPORT_MAGIC &&
+        word_at(bytes, 4) == bytes.size()) {
         form = read_classic(bytes, question.type);
-    } else if (question.session && is_packet(bytes) && word_at(bytes, offsetof(aaa_sess_hdr_t, type)) == question.type &&
+    } else if (question.session && is_packet(bytes) &&
+               word_at(bytes, offsetof(aaa_sess_hdr_t, type)) == question.type &&
                bytes.size() >= AAA_SESS_RSP_SIZE_STATUS) {
         form = Expected{word_at(bytes, offsetof(aaa_sess_response_t, u.word[1])), AAA_SESS_RSP_SIZE_STATUS};
     }

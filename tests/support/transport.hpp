@@ -36,9 +36,8 @@ inline Transport listen_at(const std::string &path) {
 
 inline Transport connect_to(const std::string &path) {
     Transport client = make_transport();
-    EXPECT_EQ(
-        aaa_transport_connect(client.get(), path.c_str(), AAA_TRANSPORT_ANY_USER, AAA_TRANSPORT_NEVER),
-        AAA_OK)
+    EXPECT_EQ(aaa_transport_connect(client.get(), path.c_str(), AAA_TRANSPORT_ANY_USER, AAA_TRANSPORT_NEVER),
+              AAA_OK)
         << path << ": " << std::strerror(aaa_transport_errno(client.get()));
     return client;
 }

@@ -123,16 +123,16 @@ void Exchange::unreachable(const std::string &what, cerrno rc) const {
     const int error = aaa_transport_errno(transport_.get());
     throw Failure(ExitCode::unavailable,
                   escaped(socket_) + ": " + what +
-                      (rc == AAA_ERR_TIMEOUT ? " within " + std::to_string(seconds_) + " s"
-                                             : ": " + std::string(error != 0 ? std::strerror(error)
-                                                                             : cerr_strerror(rc))));
+                      (rc == AAA_ERR_TIMEOUT
+                           ? " within " + std::to_string(seconds_) + " s"
+                           : ": " + std::string(error != 0 ? std::strerror(error) : cerr_strerror(rc))));
 }
 
 void Exchange::send(Composition &composed) {
-    const cerrno rc =
-        session_ ? aaa_transport_send_packet(transport_.get(), &composed.record.packet,
-                                             sizeof composed.record.packet, deadline())
-                 : aaa_transport_send(transport_.get(), composed.iov, composed.count, deadline());
+    const cerrno rc = session_
+                          ? aaa_transport_send_packet(transport_.get(), &composed.record.packet,
+                                                      sizeof composed.record.packet, deadline())
+                          : aaa_transport_send(transport_.get(), composed.iov, composed.count, deadline());
     if (rc != AAA_OK) {
         unreachable("the request could not be sent", rc);
     }

@@ -103,8 +103,10 @@ namespace {
 
 using namespace aaautil::msg;
 
-constexpr std::size_t kConnectWords = 9;  // from kParamAt: version, zero, six values, length
-constexpr uint64_t kConnectRecord = 72;
+// From kParamAt: version, zero, six values, length.
+constexpr std::size_t kConnectWords = (offsetof(aaa_conn_msg_t, unwritten) - kParamAt) / sizeof(uint32_t);
+constexpr uint64_t kConnectRecord = sizeof(aaa_conn_msg_t);
+static_assert(kParamAt == offsetof(aaa_conn_msg_t, version), "the records begin alike");
 constexpr uint32_t kProtocolVersion = 2;
 constexpr uint32_t kServerDisconnect = 3;
 constexpr uint64_t kServerDisconnectData = 4;

@@ -19,13 +19,13 @@ namespace {
 using namespace aaautil;
 using namespace aaautil::msg;
 
-// Reply header record.
-constexpr std::size_t kStatusAt = 20;
-constexpr std::size_t kSecondAt = 24;
-constexpr uint64_t kBareHeader = 20;
-constexpr uint64_t kStatusHeader = 24;
-constexpr uint64_t kTwoWordHeader = 28;
-constexpr uint64_t kConnectHeader = 32;
+// Reply header record, and how much of it is sent.
+constexpr std::size_t kStatusAt = offsetof(aaa_reply_hdr_t, status);
+constexpr std::size_t kSecondAt = offsetof(aaa_reply_hdr_t, second);
+constexpr uint64_t kBareHeader = offsetof(aaa_reply_hdr_t, status);
+constexpr uint64_t kStatusHeader = offsetof(aaa_reply_hdr_t, second);
+constexpr uint64_t kTwoWordHeader = offsetof(aaa_reply_hdr_t, tail28);
+constexpr uint64_t kConnectHeader = sizeof(aaa_reply_hdr_t);
 constexpr uint32_t kProtocolVersion = 2;
 constexpr uint32_t kDumpFlag = 7;
 

@@ -11,22 +11,24 @@
 
 #include "aaa/avpair.h"
 #include "aaa/dictionary.h"
+#include "aaa/messages.h"
 #include "aaa/result_codes.h"
+#include "aaa/session_packets.h"
 #include "internal/bytes.hpp"
 #include "internal/memory.hpp"
 
 namespace aaautil::msg {
 
-// Request header record.
-inline constexpr std::size_t kTypeAt = 20;
-inline constexpr std::size_t kParamAt = 32;
-inline constexpr uint64_t kShortHeader = 32;
-inline constexpr uint64_t kCallbackHeader = 36;
-inline constexpr uint64_t kLongHeader = 40;
+// Request header record; aaa/messages.h asserts the offsets.
+inline constexpr std::size_t kTypeAt = offsetof(aaa_req_hdr_t, type);
+inline constexpr std::size_t kParamAt = offsetof(aaa_req_hdr_t, param);
+inline constexpr uint64_t kShortHeader = offsetof(aaa_req_hdr_t, param);
+inline constexpr uint64_t kCallbackHeader = offsetof(aaa_req_hdr_t, fixed36);
+inline constexpr uint64_t kLongHeader = sizeof(aaa_req_hdr_t);
 inline constexpr uint64_t kCallerBlock = 64;
 
 // Session packet: the payload, and in it the type data, starts here.
-inline constexpr std::size_t kPayloadAt = 72;
+inline constexpr std::size_t kPayloadAt = offsetof(aaa_sess_request_t, u);
 
 [[nodiscard]] inline unsigned char *at(void *record, std::size_t offset) noexcept {
     return static_cast<unsigned char *>(record) + offset;

@@ -1,0 +1,433 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Handles and connections: where a server is looked for, who it may be, what is
+// in its place, and which descriptors a process gets.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <functional>
+#include <string>
+
+#include "aaa/result_codes.h"
+#include "aaa/transport.h"
+#include "support/transport.hpp"
+#include "temp_dir.hpp"
+
+namespace {
+
+using transport_test::accept_from;
+using transport_test::connect_to;
+using transport_test::descriptor;
+using transport_test::listen_at;
+using transport_test::make_transport;
+using transport_test::send_raw;
+using transport_test::Transport;
+
+constexpr uint32_t kShort = 30;  // ms: how long a test waits for what never comes
+constexpr uid_t kOtherUser = 65534;
+
+// Runs a body in a child process, which has no way back into the test: the number of its first
+// failed check, 0 for none.
+int in_child(const std::function<int()> &body) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        _exit(body());
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
+    return WEXITSTATUS(status);
+}
+
+// A socket of the given type that listens without the library, with room for one newcomer.
+class RawListener {
+  public:
+    explicit RawListener(const std::string &path, int type = SOCK_SEQPACKET)
+        : fd_(socket(AF_UNIX, type | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(fd_, 0), 0);
+    }
+    ~RawListener() { close(fd_); }
+    RawListener(const RawListener &) = delete;
+    RawListener &operator=(const RawListener &) = delete;
+
+    int take() const { return accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC); }
+
+  private:
+    int fd_;
+};
+
+cerrno try_connect(const Transport &client, const std::string &path, int64_t deadline = AAA_TRANSPORT_NEVER,
+                   uint32_t user = AAA_TRANSPORT_ANY_USER) {
+    return aaa_transport_connect(client.get(), path.c_str(), user, deadline);
+}
+
+#define EXPECT_FAILS(call, transport, code, number)                       \
+    do {                                                                  \
+        EXPECT_EQ(call, cerrno{code});                                    \
+        EXPECT_EQ(aaa_transport_errno((transport).get()), number);        \
+        EXPECT_EQ(descriptor(transport), -1) << "something is left open"; \
+    } while (false)
+
+class Connection : public testing::Test {
+  protected:
+    TempDir dir_;
+    const std::string path_ = dir_.path("socket");
+    Transport client_ = make_transport();
+};
+
+// ---- finding a server ----------------------------------------------------------------
+
+TEST_F(Connection, NoPathNobodyListeningNoSocketWrongSocket) {
+    EXPECT_FAILS(try_connect(client_, path_), client_, AAA_ERR_SERVER_CONNECT_FAILED, ENOENT);
+    EXPECT_FAILS(try_connect(client_, dir_.path("no/such/directory")), client_, AAA_ERR_SERVER_CONNECT_FAILED,
+                 ENOENT);
+    { const RawListener gone(path_); }
+    EXPECT_FAILS(try_connect(client_, path_), client_, AAA_ERR_SERVER_CONNECT_FAILED, ECONNREFUSED);
+    EXPECT_FAILS(try_connect(client_, dir_.write("file", "text")), client_, AAA_ERR_SERVER_CONNECT_FAILED,
+                 ECONNREFUSED);
+    const RawListener stream(dir_.path("stream"), SOCK_STREAM);
+    EXPECT_FAILS(try_connect(client_, dir_.path("stream")), client_, AAA_ERR_SERVER_CONNECT_FAILED,
+                 EPROTOTYPE);
+}
+
+// Symptom: an empty path was an address too, of a name that is not a file's and that any process may take.
+TEST_F(Connection, AnEmptyPathIsRefused) {
+    EXPECT_FAILS(try_connect(client_, ""), client_, AAA_ERR_INVALID_ARG, ENOENT);
+    EXPECT_FAILS(aaa_transport_listen(client_.get(), ""), client_, AAA_ERR_INVALID_ARG, ENOENT);
+}
+
+TEST_F(Connection, ThePathMayBeAsLongAsAnAddressAllows) {
+    const size_t most = sizeof(sockaddr_un::sun_path) - 1;
+    const std::string longest = path_ + std::string(most - path_.size(), 'x');
+    const Transport listener = listen_at(longest);
+    EXPECT_EQ(try_connect(client_, longest), AAA_OK);
+    EXPECT_FAILS(try_connect(client_, longest + "x"), client_, AAA_ERR_INVALID_ARG, ENAMETOOLONG);
+    EXPECT_FAILS(aaa_transport_listen(client_.get(), (longest + "x").c_str()), client_, AAA_ERR_INVALID_ARG,
+                 ENAMETOOLONG);
+}
+
+TEST_F(Connection, NullArgumentsAreRefused) {
+    const Transport listener = listen_at(path_);
+    aaa_transport_peer_t peer;
+    EXPECT_EQ(aaa_transport_create(nullptr), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_transport_connect(nullptr, path_.c_str(), 0, 0), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_transport_connect(client_.get(), nullptr, 0, 0), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_transport_listen(nullptr, path_.c_str()), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_transport_listen(client_.get(), nullptr), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_transport_accept(nullptr, client_.get(), 0), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_transport_accept(listener.get(), nullptr, 0), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_transport_peer_of(nullptr, &peer), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_transport_peer_of(listener.get(), nullptr), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_transport_descriptor(nullptr), -1);
+    EXPECT_EQ(aaa_transport_errno(nullptr), 0);
+    aaa_transport_close(nullptr);
+    aaa_transport_free(nullptr);
+}
+
+TEST_F(Connection, AHandleConnectsAgainAndAgain) {
+    const Transport listener = listen_at(path_);
+    for (int i = 0; i < 3; i++) {
+        ASSERT_EQ(try_connect(client_, path_), AAA_OK);
+        EXPECT_EQ(aaa_transport_errno(client_.get()), 0);
+        const Transport server = accept_from(listener);
+        EXPECT_TRUE(send_raw(client_, "x"));
+    }
+    aaa_transport_close(client_.get());
+    EXPECT_EQ(descriptor(client_), -1);
+    aaa_transport_close(client_.get());
+    aaa_transport_peer_t peer;
+    EXPECT_FAILS(aaa_transport_peer_of(client_.get(), &peer), client_, AAA_ERR_NOT_CONNECTED, ENOTCONN);
+    EXPECT_FAILS(aaa_transport_accept(client_.get(), make_transport().get(), AAA_TRANSPORT_NOW), client_,
+                 AAA_ERR_NOT_CONNECTED, ENOTCONN);
+}
+
+// ---- waiting for a server ------------------------------------------------------------
+
+TEST_F(Connection, AFullQueueOfNewcomersIsWaitedForUntilTheDeadline) {
+    const RawListener listener(path_);
+    const Transport first = connect_to(path_);
+    for (const int64_t deadline : {AAA_TRANSPORT_NOW, int64_t{1}, aaa_transport_deadline(kShort)}) {
+        EXPECT_FAILS(try_connect(client_, path_, deadline), client_, AAA_ERR_TIMEOUT, ETIMEDOUT);
+    }
+    const int taken = listener.take();
+    EXPECT_EQ(try_connect(client_, path_, AAA_TRANSPORT_NOW), AAA_OK) << "there is room again";
+    close(taken);
+}
+
+TEST_F(Connection, NobodyToTakeInIsWaitedForUntilTheDeadline) {
+    const Transport listener = listen_at(path_);
+    for (const int64_t deadline : {AAA_TRANSPORT_NOW, aaa_transport_deadline(kShort)}) {
+        EXPECT_EQ(aaa_transport_accept(listener.get(), client_.get(), deadline), AAA_ERR_TIMEOUT);
+        EXPECT_EQ(aaa_transport_errno(listener.get()), ETIMEDOUT);
+        EXPECT_EQ(descriptor(client_), -1);
+    }
+    const Transport newcomer = connect_to(path_);
+    EXPECT_EQ(aaa_transport_accept(listener.get(), client_.get(), AAA_TRANSPORT_NOW), AAA_OK);
+}
+
+TEST_F(Connection, DeadlinesAreInOrder) {
+    const int64_t before = aaa_transport_deadline(0);
+    const int64_t later = aaa_transport_deadline(UINT32_MAX);
+    EXPECT_GT(before, AAA_TRANSPORT_NOW);
+    EXPECT_GE(later - before, int64_t{UINT32_MAX} * 1000000);
+    EXPECT_LT(later, AAA_TRANSPORT_NEVER);
+}
+
+// ---- who is there --------------------------------------------------------------------
+
+TEST_F(Connection, EachSideLearnsWhoTheOtherIs) {
+    const Transport listener = listen_at(path_);
+    const int failed = in_child([&] {
+        const Transport client = connect_to(path_);
+        aaa_transport_peer_t server{};
+        if (aaa_transport_peer_of(client.get(), &server) != AAA_OK) {
+            return 1;
+        }
+        return server.pid == getppid() && server.uid == getuid() && server.gid == getgid() ? 0 : 2;
+    });
+    EXPECT_EQ(failed, 0);
+    const Transport server = accept_from(listener);
+    aaa_transport_peer_t client{};
+    ASSERT_EQ(aaa_transport_peer_of(server.get(), &client), AAA_OK);
+    EXPECT_NE(client.pid, getpid());
+    EXPECT_GT(client.pid, 0);
+    EXPECT_EQ(client.uid, getuid());
+    EXPECT_EQ(client.gid, getgid());
+}
+
+TEST_F(Connection, AServerOfAnotherUserIsRefused) {
+    const Transport listener = listen_at(path_);
+    EXPECT_EQ(try_connect(client_, path_, AAA_TRANSPORT_NEVER, getuid()), AAA_OK);
+    EXPECT_FAILS(try_connect(client_, path_, AAA_TRANSPORT_NEVER, getuid() + 1), client_,
+                 AAA_ERR_SERVER_CONNECT_FAILED, EPERM);
+}
+
+// A process of another user made the socket listen, at a path where root's is expected.
+TEST_F(Connection, AnImpostorsSocketIsRefused) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can become another user";
+    }
+    ASSERT_EQ(chmod(dir_.path("").c_str(), 0777), 0);
+    int ready[2], done[2];
+    ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
+    ASSERT_EQ(pipe2(done, O_CLOEXEC), 0);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        close(done[1]);
+        char end = 0;
+        if (setuid(kOtherUser) != 0) {
+            _exit(1);
+        }
+        const Transport listener = listen_at(path_);
+        if (write(ready[1], "r", 1) != 1 || read(done[0], &end, 1) != 0) {
+            _exit(2);
+        }
+        _exit(0);
+    }
+    close(done[0]);
+    close(ready[1]);
+    char word = 0;
+    ASSERT_EQ(read(ready[0], &word, 1), 1);
+    EXPECT_FAILS(try_connect(client_, path_, AAA_TRANSPORT_NEVER, 0), client_, AAA_ERR_SERVER_CONNECT_FAILED,
+                 EPERM);
+    EXPECT_EQ(try_connect(client_, path_, AAA_TRANSPORT_NEVER, kOtherUser), AAA_OK);
+    close(done[1]);
+    close(ready[0]);
+    int status = -1;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(Connection, WhoMayNotConnectIsTold) {
+    const Transport listener = listen_at(path_);
+    const int failed = in_child([&] {
+        if (geteuid() == 0 && (chmod(dir_.path("").c_str(), 0755) != 0 || chmod(path_.c_str(), 0600) != 0 ||
+                               setuid(kOtherUser) != 0)) {
+            return 1;
+        }
+        if (geteuid() != kOtherUser && chmod(path_.c_str(), 0) != 0) {
+            return 2;
+        }
+        if (try_connect(client_, path_) != AAA_ERR_SERVER_CONNECT_FAILED) {
+            return 3;
+        }
+        return aaa_transport_errno(client_.get()) == EACCES ? 0 : 4;
+    });
+    EXPECT_EQ(failed, 0);
+}
+
+// ---- listening -------------------------------------------------------------------------
+
+TEST_F(Connection, ASocketThatADeadServerLeftIsReplaced) {
+    ASSERT_EQ(in_child([&] { return listen_at(path_) != nullptr ? 0 : 1; }), 0);
+    ASSERT_EQ(access(path_.c_str(), F_OK), 0) << "nothing was left to replace";
+    const Transport listener = listen_at(path_);
+    EXPECT_EQ(try_connect(client_, path_), AAA_OK);
+}
+
+TEST_F(Connection, ASecondServerIsRefusedAndTheFirstGoesOn) {
+    const Transport listener = listen_at(path_);
+    const Transport second = make_transport();
+    EXPECT_FAILS(aaa_transport_listen(second.get(), path_.c_str()), second, AAA_ERR_OS, EADDRINUSE);
+    EXPECT_EQ(try_connect(client_, path_), AAA_OK);
+    EXPECT_NE(accept_from(listener), nullptr);
+}
+
+TEST_F(Connection, AServerWithoutTheLockIsNotReplacedEither) {
+    const RawListener other(path_);
+    EXPECT_FAILS(aaa_transport_listen(client_.get(), path_.c_str()), client_, AAA_ERR_OS, EADDRINUSE);
+    EXPECT_EQ(try_connect(client_, path_, aaa_transport_deadline(kShort)), AAA_ERR_TIMEOUT)
+        << "the attempt of the second server is in the queue of the first";
+}
+
+TEST_F(Connection, AFileIsNeverReplaced) {
+    dir_.write("socket", "precious");
+    EXPECT_FAILS(aaa_transport_listen(client_.get(), path_.c_str()), client_, AAA_ERR_OS, EADDRINUSE);
+    EXPECT_EQ(dir_.read("socket"), "precious");
+    EXPECT_FAILS(aaa_transport_listen(client_.get(), dir_.path("no/such").c_str()), client_, AAA_ERR_OS,
+                 ENOENT);
+}
+
+TEST_F(Connection, TheLockIsNotFollowedElsewhere) {
+    dir_.write("elsewhere", "");
+    ASSERT_EQ(symlink("elsewhere", dir_.path("socket.lock").c_str()), 0);
+    EXPECT_FAILS(aaa_transport_listen(client_.get(), path_.c_str()), client_, AAA_ERR_OS, ELOOP);
+}
+
+TEST_F(Connection, TheNextServerMayListenOnceTheFirstHasClosed) {
+    Transport listener = listen_at(path_);
+    aaa_transport_close(listener.get());
+    EXPECT_EQ(aaa_transport_listen(client_.get(), path_.c_str()), AAA_OK);
+}
+
+TEST_F(Connection, TheUmaskDecidesWhoMayConnect) {
+    const mode_t before = umask(0077);
+    const Transport listener = listen_at(path_);
+    umask(before);
+    struct stat found {};
+    ASSERT_EQ(stat(path_.c_str(), &found), 0);
+    EXPECT_EQ(found.st_mode & 0777, 0700u);
+}
+
+TEST_F(Connection, NoFreeDescriptorIsReportedAndTheNewcomerWaits) {
+    const Transport listener = listen_at(path_);
+    const Transport newcomer = connect_to(path_);
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const int next = dup(0);
+    close(next);
+    const rlimit none = {static_cast<rlim_t>(next), before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const cerrno refused = aaa_transport_accept(listener.get(), client_.get(), AAA_TRANSPORT_NOW);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(refused, AAA_ERR_OS);
+    EXPECT_EQ(aaa_transport_errno(listener.get()), EMFILE);
+    EXPECT_EQ(aaa_transport_accept(listener.get(), client_.get(), AAA_TRANSPORT_NOW), AAA_OK);
+}
+
+// ---- descriptors ------------------------------------------------------------------------
+
+// What a caller without the standard descriptors prints must not go to the server.
+TEST_F(Connection, StandardDescriptorsAreLeftAlone) {
+    const int failed = in_child([&] {
+        close(0);
+        close(1);
+        close(2);
+        const Transport listener = listen_at(path_);
+        const Transport client = connect_to(path_);
+        const Transport server = accept_from(listener);
+        for (const Transport *transport : {&listener, &client, &server}) {
+            if (descriptor(*transport) < 3) {
+                return 1;
+            }
+            if (fcntl(descriptor(*transport), F_GETFD) != FD_CLOEXEC) {
+                return 2;
+            }
+        }
+        for (int fd = 0; fd < 3; fd++) {  // the lock of the listener neither
+            if (fcntl(fd, F_GETFD) != -1) {
+                return 3 + fd;
+            }
+        }
+        return send_raw(client, "x") ? 0 : 6;
+    });
+    EXPECT_EQ(failed, 0);
+}
+
+size_t open_descriptors() {
+    size_t count = 0;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        count += entry.path().empty() ? 0 : 1;
+    }
+    return count;
+}
+
+TEST_F(Connection, NothingStaysOpenAndNothingIsInherited) {
+    const size_t before = open_descriptors();
+    for (int i = 0; i < 100; i++) {
+        const Transport listener = listen_at(path_);
+        const Transport client = connect_to(path_);
+        const Transport server = accept_from(listener);
+        for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            const int fd = std::stoi(entry.path().filename());
+            std::error_code ignored;
+            const std::string target = std::filesystem::read_symlink(entry.path(), ignored);
+            EXPECT_TRUE((!target.starts_with("socket:") && !target.ends_with(".lock")) ||
+                        fcntl(fd, F_GETFD) == FD_CLOEXEC)
+                << target;
+        }
+        try_connect(client_, dir_.path("nowhere"));
+        aaa_transport_listen(client_.get(), dir_.path("no/where").c_str());
+        aaa_transport_listen(client_.get(), path_.c_str());
+    }
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+// ---- fork -------------------------------------------------------------------------------
+
+TEST_F(Connection, AChildThatFreesItsCopyDoesNotEndTheConnection) {
+    Transport listener = listen_at(path_);
+    Transport client = connect_to(path_);
+    const Transport server = accept_from(listener);
+    EXPECT_EQ(in_child([&] {
+                  client.reset();
+                  listener.reset();
+                  return 0;
+              }),
+              0);
+    EXPECT_TRUE(send_raw(client, "still here"));
+    const auto message = std::make_unique<aaa_transport_msg_t>();
+    EXPECT_EQ(aaa_transport_receive(server.get(), message.get(), AAA_TRANSPORT_NOW), AAA_OK);
+    EXPECT_EQ(message->len, 10u);
+    const Transport second = connect_to(path_);
+    EXPECT_NE(accept_from(listener), nullptr);
+    const Transport other = make_transport();
+    EXPECT_EQ(aaa_transport_listen(other.get(), path_.c_str()), AAA_ERR_OS) << "the lock went with the child";
+}
+
+TEST_F(Connection, AChildConnectsByItself) {
+    const Transport listener = listen_at(path_);
+    const Transport parents = connect_to(path_);
+    const Transport parents_server = accept_from(listener);
+    EXPECT_EQ(in_child([&] { return send_raw(connect_to(path_), "from the child") ? 0 : 1; }), 0);
+    const Transport server = accept_from(listener);
+    const auto message = std::make_unique<aaa_transport_msg_t>();
+    EXPECT_EQ(aaa_transport_receive(server.get(), message.get(), AAA_TRANSPORT_NEVER), AAA_OK);
+    EXPECT_EQ(aaa_transport_receive(server.get(), message.get(), AAA_TRANSPORT_NEVER), AAA_ERR_NOT_CONNECTED);
+    EXPECT_EQ(aaa_transport_receive(parents_server.get(), message.get(), AAA_TRANSPORT_NOW), AAA_ERR_TIMEOUT);
+}
+
+}  // namespace
