@@ -29,7 +29,8 @@ static cerrno answer(aaa_transport_t *server) {
     if (rc != AAA_OK || head.type != AAA_REQ_PING) {
         return AAA_ERR_INVALID_MSG_TYPE;
     }
-    return send_composed(server, aaa_util_reply_ping_compose(&reply, &iov, &count, 0, NULL), iov, count);
+    rc = aaa_util_reply_ping_compose(&reply, &iov, &count, 0, NULL);
+    return send_composed(server, rc, iov, count);
 }
 
 static cerrno ask(aaa_transport_t *client, aaa_transport_t *server) {
@@ -37,7 +38,8 @@ static cerrno ask(aaa_transport_t *client, aaa_transport_t *server) {
     aaa_req_hdr_t request = {0};
     iov_t *iov = NULL;
     uint32_t count = 0;
-    cerrno rc = send_composed(client, aaa_util_msg_ping_compose(&request, &iov, &count, 0), iov, count);
+    cerrno rc = aaa_util_msg_ping_compose(&request, &iov, &count, 0);
+    rc = send_composed(client, rc, iov, count);
     if (rc == AAA_OK) {
         rc = answer(server);
     }
@@ -72,7 +74,11 @@ int main(void) {
     if (rc == AAA_OK) {
         rc = ask(client, server);
     }
-    printf("PING %s\n", rc == AAA_OK ? "answered" : "not answered");
+    if (rc == AAA_OK) {
+        puts("PING answered");
+    } else {
+        printf("PING failed with %#x\n", (unsigned)rc);
+    }
     aaa_transport_free(client);
     aaa_transport_free(server);
     aaa_transport_free(listener);
