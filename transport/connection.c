@@ -155,7 +155,7 @@ static int lock_path(aaa_transport_t *transport, const char *path) {
     return failed;
 }
 
-/* Removes a socket at which nobody listens. Everything else is left for bind() to refuse. */
+/* Removes a socket at which no one listens. Everything else is left for bind() to refuse. */
 static int remove_stale(const struct sockaddr_un *address) {
     struct stat found;
     if (lstat(address->sun_path, &found) != 0 || !S_ISSOCK(found.st_mode)) {

@@ -90,7 +90,7 @@ class Connection : public testing::Test {
 
 // ---- finding a server ----------------------------------------------------------------
 
-TEST_F(Connection, NoPathNobodyListeningNoSocketWrongSocket) {
+TEST_F(Connection, NoPathNoListenerNoSocketWrongSocket) {
     EXPECT_FAILS(try_connect(client_, path_), client_, AAA_ERR_SERVER_CONNECT_FAILED, ENOENT);
     EXPECT_FAILS(try_connect(client_, dir_.path("no/such/directory")), client_, AAA_ERR_SERVER_CONNECT_FAILED,
                  ENOENT);
@@ -167,7 +167,7 @@ TEST_F(Connection, AFullQueueOfNewcomersIsWaitedForUntilTheDeadline) {
     close(taken);
 }
 
-TEST_F(Connection, NobodyToTakeInIsWaitedForUntilTheDeadline) {
+TEST_F(Connection, ANewcomerIsWaitedForUntilTheDeadline) {
     const Transport listener = listen_at(path_);
     for (const int64_t deadline : {AAA_TRANSPORT_NOW, aaa_transport_deadline(kShort)}) {
         EXPECT_EQ(aaa_transport_accept(listener.get(), client_.get(), deadline), AAA_ERR_TIMEOUT);

@@ -113,7 +113,7 @@ TEST_F(Exchange, AClassicMessageIsItsElementsUnderTheTransportsFields) {
         << "the caller's record was written";
 }
 
-TEST_F(Exchange, TheSequenceBeginsAnewWithEachConnection) {
+TEST_F(Exchange, EachConnectionCountsItsMessagesFromOne) {
     ASSERT_EQ(send(header_and("")), AAA_OK);
     ASSERT_EQ(send(header_and("")), AAA_OK);
     ASSERT_EQ(aaa_transport_connect(client_.get(), path_.c_str(), AAA_TRANSPORT_ANY_USER, AAA_TRANSPORT_NOW),

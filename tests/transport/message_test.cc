@@ -22,7 +22,7 @@ namespace {
 
 using Message = std::unique_ptr<aaa_transport_msg_t>;
 
-// The bytes, and behind them what a longer message would have left there.
+// The bytes, followed by what a longer message would have left there.
 Message message_of(const std::string &bytes, unsigned char beyond = 0xAA) {
     Message msg = std::make_unique<aaa_transport_msg_t>();
     std::memset(msg->u.bytes, beyond, sizeof msg->u.bytes);

@@ -186,7 +186,7 @@ AAA_API int64_t aaa_transport_deadline(uint32_t milliseconds);
  * - AAA_ERR_INVALID_ARG: a pointer is null, or the path is empty or longer than an address has
  *   room for (ENAMETOOLONG)
  * - AAA_ERR_TIMEOUT: the server takes no one in
- * - AAA_ERR_SERVER_CONNECT_FAILED: there is no such path (ENOENT); nobody listens there (ECONNREFUSED);
+ * - AAA_ERR_SERVER_CONNECT_FAILED: there is no such path (ENOENT); no one listens there (ECONNREFUSED);
  *   this process may not connect (EACCES); the server is another user's (EPERM); another reason
  */
 AAA_API cerrno aaa_transport_connect(aaa_transport_t *transport, const char *path, uint32_t user, int64_t deadline);
