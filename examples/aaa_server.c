@@ -30,18 +30,18 @@
 #define TEXT_MAX 1024 /* longest text attribute that the server works with, bytes */
 
 typedef struct server {
-    user_t          *users;
-    const char      *accounting_path;
+    user_t *users;
+    const char *accounting_path;
     running_config_t config; /* as configuration messages have changed it */
 } server_t;
 
 /* One request being answered. */
 typedef struct request {
     aaa_transport_t *client;
-    int              session; /* arrived as a session packet */
-    uint32_t         type;
-    aaa_sess_ctx_t   context;
-    avlist          *list; /* its attributes, null when its type carries none */
+    int session; /* arrived as a session packet */
+    uint32_t type;
+    aaa_sess_ctx_t context;
+    avlist *list; /* its attributes, null when its type carries none */
 } request_t;
 
 static volatile sig_atomic_t stopping;
@@ -85,16 +85,18 @@ static const char *get_word(const avlist *list, uint32_t type, char *text) {
 
 /* ---- answering ---------------------------------------------------------- */
 
-typedef cerrno (*list_reply_fn)(void *, iov_t **, uint32_t *, char *, uint32_t, avlist *, uint32_t, aaa_sess_ctx_t *);
+typedef cerrno (*list_reply_fn)(void *, iov_t **, uint32_t *, char *, uint32_t, avlist *, uint32_t,
+                                aaa_sess_ctx_t *);
 
 /* Sends a composed reply: an io-vector, or a session packet. */
 static void send_reply(const request_t *request, iov_t *reply, uint32_t count) {
     if (reply == NULL) {
         return;
     }
-    cerrno rc = request->session ? aaa_transport_send_packet(request->client, reply, aaa_transport_response_size(request->type),
-                                                             AAA_TRANSPORT_NOW)
-                                 : aaa_transport_send(request->client, reply, count, AAA_TRANSPORT_NOW);
+    cerrno rc = request->session
+                    ? aaa_transport_send_packet(request->client, reply,
+                                                aaa_transport_response_size(request->type), AAA_TRANSPORT_NOW)
+                    : aaa_transport_send(request->client, reply, count, AAA_TRANSPORT_NOW);
     if (rc != AAA_OK) {
         fprintf(stderr, "aaa_server: reply not sent: %s\n", cerr_strerror(rc));
         /* Gone, or does not read: its end is seen in the next round. */
@@ -158,8 +160,8 @@ static avlist *make_answer(const char *name, uint32_t status, const char *messag
     return list;
 }
 
-static void answer(request_t *request, list_reply_fn compose, const char *name, uint32_t status, const char *message,
-                   const uint32_t *level) {
+static void answer(request_t *request, list_reply_fn compose, const char *name, uint32_t status,
+                   const char *message, const uint32_t *level) {
     avlist *list = make_answer(name, status, message, level);
     if (list == NULL) {
         reply_error(request, AAA_ERR_NOMEM);
@@ -185,7 +187,8 @@ static void authenticate(const server_t *server, request_t *request) {
     int passed = users_check_password(user, password);
     explicit_bzero(password, sizeof password);
     if (user == NULL) {
-        answer(request, aaa_util_reply_authen_compose, name, AAA_STAT_GETUSER, "User is not known here", NULL);
+        answer(request, aaa_util_reply_authen_compose, name, AAA_STAT_GETUSER, "User is not known here",
+               NULL);
     } else if (!passed) {
         answer(request, aaa_util_reply_authen_compose, name, AAA_STAT_FAIL, "Password is wrong", NULL);
     } else {
@@ -200,7 +203,8 @@ static void authorize(const server_t *server, request_t *request) {
     get_text(request->list, AAA_USERNAME_ATTR, user_name);
     const user_t *user = users_find(server->users, user_name);
     if (user == NULL || !get_text(request->list, AAA_CMD_ATTR, command)) {
-        answer(request, aaa_util_reply_author_compose, name, AAA_STAT_FAIL, "No such user, or no command", NULL);
+        answer(request, aaa_util_reply_author_compose, name, AAA_STAT_FAIL, "No such user, or no command",
+               NULL);
     } else if (!users_may_run(user, command)) {
         answer(request, aaa_util_reply_author_compose, name, AAA_STAT_FAIL, "Command is not allowed", NULL);
     } else {
@@ -221,10 +225,11 @@ static cerrno append_record(const server_t *server, const avlist *list) {
         return AAA_ERR_ACCT_SERVICE;
     }
     strftime(when, sizeof when, "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&now, &utc));
-    int written = fprintf(file, "%s %s user=%s tty=%s from=%s session=%u\n", when,
-                          aaa_print_msgtype(attribute_number(list, AAA_TYPE_ATTR)), get_word(list, AAA_USERNAME_ATTR, user),
-                          get_word(list, AAA_TTYNAME_ATTR, tty), get_word(list, AAA_REMOTE_ADDR_ATTR, from),
-                          attribute_number(list, AAA_ACCT_SESSID_ATTR));
+    int written =
+        fprintf(file, "%s %s user=%s tty=%s from=%s session=%u\n", when,
+                aaa_print_msgtype(attribute_number(list, AAA_TYPE_ATTR)),
+                get_word(list, AAA_USERNAME_ATTR, user), get_word(list, AAA_TTYNAME_ATTR, tty),
+                get_word(list, AAA_REMOTE_ADDR_ATTR, from), attribute_number(list, AAA_ACCT_SESSID_ATTR));
     return fclose(file) == 0 && written > 0 ? AAA_OK : AAA_ERR_ACCT_SERVICE;
 }
 
@@ -256,7 +261,8 @@ static void configure(server_t *server, request_t *request) {
            rc == AAA_OK ? "applied" : cerr_strerror(rc));
     config_print(&server->config, stdout);
     fflush(stdout);
-    rc = aaa_util_reply_cfg_compose(&header, &reply, &count, rc, (uint32_t)request->session, &request->context);
+    rc = aaa_util_reply_cfg_compose(&header, &reply, &count, rc, (uint32_t)request->session,
+                                    &request->context);
     if (rc != AAA_OK) {
         reply_error(request, rc);
         return;
@@ -273,17 +279,17 @@ static void answer_plain(request_t *request) {
     uint32_t session = (uint32_t)request->session;
     cerrno rc = AAA_ERR_INVALID_MSG_TYPE;
     switch (request->type) {
-    case AAA_REQ_CONNECT:
-        rc = aaa_util_reply_conn_compose(&header, AAA_OK, &reply, &count, session, &request->context);
-        break;
-    case AAA_REQ_DISCONNECT:
-        rc = aaa_util_reply_disconn_compose(&header, &reply, &count, session, &request->context);
-        break;
-    case AAA_REQ_PING:
-        rc = aaa_util_reply_ping_compose(&header, &reply, &count, session, &request->context);
-        break;
-    default:
-        break;
+        case AAA_REQ_CONNECT:
+            rc = aaa_util_reply_conn_compose(&header, AAA_OK, &reply, &count, session, &request->context);
+            break;
+        case AAA_REQ_DISCONNECT:
+            rc = aaa_util_reply_disconn_compose(&header, &reply, &count, session, &request->context);
+            break;
+        case AAA_REQ_PING:
+            rc = aaa_util_reply_ping_compose(&header, &reply, &count, session, &request->context);
+            break;
+        default:
+            break;
     }
     if (rc != AAA_OK) {
         reply_error(request, rc);
@@ -315,25 +321,25 @@ static void handle_message(server_t *server, aaa_transport_t *client, const aaa_
         return;
     }
     switch (request.type) {
-    case AAA_REQ_AUTHEN:
-        authenticate(server, &request);
-        break;
-    case AAA_REQ_AUTHOR:
-        authorize(server, &request);
-        break;
-    case AAA_REQ_ACCT:
-    case AAA_REQ_ACCT_UPDATE:
-        account(server, &request);
-        break;
-    case AAA_REQ_CFG_SVRGRP:
-    case AAA_REQ_CFG_SVR_IN_SG:
-    case AAA_REQ_CFG_AUTHENLIST:
-    case AAA_REQ_CFG_AUTHORLIST:
-        configure(server, &request);
-        break;
-    default:
-        answer_plain(&request);
-        break;
+        case AAA_REQ_AUTHEN:
+            authenticate(server, &request);
+            break;
+        case AAA_REQ_AUTHOR:
+            authorize(server, &request);
+            break;
+        case AAA_REQ_ACCT:
+        case AAA_REQ_ACCT_UPDATE:
+            account(server, &request);
+            break;
+        case AAA_REQ_CFG_SVRGRP:
+        case AAA_REQ_CFG_SVR_IN_SG:
+        case AAA_REQ_CFG_AUTHENLIST:
+        case AAA_REQ_CFG_AUTHORLIST:
+            configure(server, &request);
+            break;
+        default:
+            answer_plain(&request);
+            break;
     }
     aaa_avpair_free_list(request.list);
 }

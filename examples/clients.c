@@ -28,7 +28,8 @@ static nfds_t client_limit(void) {
 void clients_init(clients_t *clients, aaa_transport_t *listener, int other) {
     memset(clients, 0, sizeof *clients);
     clients->connected[CLIENTS_LISTENER] = listener;
-    clients->polled[CLIENTS_LISTENER] = (struct pollfd){.fd = aaa_transport_descriptor(listener), .events = POLLIN};
+    clients->polled[CLIENTS_LISTENER] =
+        (struct pollfd){.fd = aaa_transport_descriptor(listener), .events = POLLIN};
     clients->polled[CLIENTS_OTHER] = (struct pollfd){.fd = other, .events = POLLIN};
     clients->count = CLIENTS_FIRST;
     clients->limit = CLIENTS_FIRST + client_limit();
@@ -80,7 +81,8 @@ static int accept_client(clients_t *clients) {
         return 0;
     }
     clients->connected[clients->count] = connection;
-    clients->polled[clients->count] = (struct pollfd){.fd = aaa_transport_descriptor(connection), .events = POLLIN};
+    clients->polled[clients->count] =
+        (struct pollfd){.fd = aaa_transport_descriptor(connection), .events = POLLIN};
     clients_heard(clients, clients->count++);
     return 1;
 }

@@ -23,12 +23,12 @@
 enum { CLIENTS_LISTENER, CLIENTS_OTHER, CLIENTS_FIRST };
 
 typedef struct clients {
-    struct pollfd    polled[CLIENTS_FIRST + CLIENTS_MAX];
+    struct pollfd polled[CLIENTS_FIRST + CLIENTS_MAX];
     aaa_transport_t *connected[CLIENTS_FIRST + CLIENTS_MAX]; /* the listener among them */
-    int64_t          heard[CLIENTS_FIRST + CLIENTS_MAX];     /* when each spoke or came, ms */
-    nfds_t           count;                                  /* slots in use */
-    nfds_t           limit;                                  /* slots that may be in use */
-    int64_t          retry;                                  /* no accepting before, ms */
+    int64_t heard[CLIENTS_FIRST + CLIENTS_MAX];              /* when each spoke or came, ms */
+    nfds_t count;                                            /* slots in use */
+    nfds_t limit;                                            /* slots that may be in use */
+    int64_t retry;                                           /* no accepting before, ms */
 } clients_t;
 
 /* The listener stays the caller's; other is polled for reading, -1 for none. */

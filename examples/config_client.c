@@ -21,14 +21,14 @@
 
 typedef struct client {
     aaa_transport_t *transport;
-    uint32_t         session;
+    uint32_t session;
     union { /* what a compose routine writes into: a header record or a session packet */
-        aaa_req_hdr_t      header;
+        aaa_req_hdr_t header;
         aaa_sess_request_t packet;
     } record;
-    iov_t   *iov;
+    iov_t *iov;
     uint32_t count;
-    char     buffer[8192];
+    char buffer[8192];
 } client_t;
 
 /* Sends the composed message: the server's code, or why there is none. */
@@ -37,7 +37,8 @@ static cerrno ask(client_t *c) {
     const uint32_t type = c->session ? c->record.packet.hdr.type : c->record.header.type;
     const int64_t deadline = aaa_transport_deadline(PATIENCE_MS);
     aaa_transport_head_t head;
-    cerrno rc = c->session ? aaa_transport_ask_packet(c->transport, &c->record.packet, sizeof c->record.packet, &reply, deadline)
+    cerrno rc = c->session ? aaa_transport_ask_packet(c->transport, &c->record.packet,
+                                                      sizeof c->record.packet, &reply, deadline)
                            : aaa_transport_ask(c->transport, c->iov, c->count, &reply, deadline);
     if (rc == AAA_OK) {
         rc = aaa_transport_read_reply(&reply, type, &head);
@@ -49,7 +50,8 @@ static int finish(client_t *c, const char *what, cerrno composed) {
     cerrno code = composed == AAA_OK ? ask(c) : composed;
     free(c->iov);
     c->iov = NULL;
-    printf("%s, %s form: %s\n", what, c->session ? "session" : "classic", code == AAA_OK ? "applied" : cerr_strerror(code));
+    printf("%s, %s form: %s\n", what, c->session ? "session" : "classic",
+           code == AAA_OK ? "applied" : cerr_strerror(code));
     return code == AAA_OK;
 }
 
@@ -74,14 +76,16 @@ int main(int argc, char **argv) {
     snprintf(list.sg_name[0], sizeof list.sg_name[0], "%s", group);
 
     int ok = finish(&c, "server group",
-                    aaa_util_msg_cfg_rad_svrgrp_compose(&c.record, group, CONFIG_ADD, &c.iov, &c.count, c.buffer,
-                                                        sizeof c.buffer, c.session));
+                    aaa_util_msg_cfg_rad_svrgrp_compose(&c.record, group, CONFIG_ADD, &c.iov, &c.count,
+                                                        c.buffer, sizeof c.buffer, c.session));
     ok = finish(&c, "server in the group",
-                aaa_util_msg_cfg_svr_in_sg_compose(&c.record, group, &server, CONFIG_ADD, &c.iov, &c.count, c.buffer,
-                                                   sizeof c.buffer, c.session)) && ok;
+                aaa_util_msg_cfg_svr_in_sg_compose(&c.record, group, &server, CONFIG_ADD, &c.iov, &c.count,
+                                                   c.buffer, sizeof c.buffer, c.session)) &&
+         ok;
     ok = finish(&c, "authentication method list",
-                aaa_util_msg_cfg_authenlist_compose(&c.record, &list, CONFIG_ADD, &c.iov, &c.count, c.buffer, sizeof c.buffer,
-                                                    c.session)) && ok;
+                aaa_util_msg_cfg_authenlist_compose(&c.record, &list, CONFIG_ADD, &c.iov, &c.count, c.buffer,
+                                                    sizeof c.buffer, c.session)) &&
+         ok;
     aaa_transport_free(c.transport);
     return ok ? 0 : 1;
 }

@@ -23,15 +23,15 @@
 
 typedef struct client {
     aaa_transport_t *transport;
-    uint32_t         session; /* 1: session packets instead of io-vectors */
-    aaa_usercred_t   cred;
+    uint32_t session; /* 1: session packets instead of io-vectors */
+    aaa_usercred_t cred;
     union { /* what a compose routine writes into: a header record or a session packet */
-        aaa_req_hdr_t      header;
+        aaa_req_hdr_t header;
         aaa_sess_request_t packet;
     } record;
-    iov_t              *iov; /* what it returns in the classic form; the client frees it */
-    uint32_t            count;
-    char                buffer[16384]; /* room for the packed list */
+    iov_t *iov; /* what it returns in the classic form; the client frees it */
+    uint32_t count;
+    char buffer[16384]; /* room for the packed list */
     aaa_transport_msg_t reply;
 } client_t;
 
@@ -60,7 +60,8 @@ static int exchange(client_t *c, const char *what, cerrno composed) {
     printf("%s, %s form\n", what, c->session ? "session" : "classic");
     show_request(c);
     const int64_t deadline = aaa_transport_deadline(PATIENCE_MS);
-    cerrno rc = c->session ? aaa_transport_ask_packet(c->transport, &c->record.packet, sizeof c->record.packet, &c->reply, deadline)
+    cerrno rc = c->session ? aaa_transport_ask_packet(c->transport, &c->record.packet,
+                                                      sizeof c->record.packet, &c->reply, deadline)
                            : aaa_transport_ask(c->transport, c->iov, c->count, &c->reply, deadline);
     free(c->iov);
     c->iov = NULL;
@@ -101,14 +102,16 @@ static uint32_t read_status(const client_t *c, uint32_t type) {
     uint32_t status = attribute_number(reply, AAA_STATUS_ATTR);
     attributes_print("received:", reply);
     aaa_util_avlist_value_copy(reply, AAA_REPLYMSG_ATTR, 0, message, sizeof message - 1, &len);
-    printf("  => %s, privilege %u, message \"%s\"\n\n", aaa_print_status(status), attribute_number(reply, AAA_PRIV_LVL_ATTR), message);
+    printf("  => %s, privilege %u, message \"%s\"\n\n", aaa_print_status(status),
+           attribute_number(reply, AAA_PRIV_LVL_ATTR), message);
     aaa_avpair_free_list(reply);
     return status;
 }
 
 static uint32_t authenticate(client_t *c) {
-    cerrno rc = aaa_util_msg_authen_compose(&c->record, AAA_AO_ASCII_LOGIN, AAA_SVC_LOGIN, "default", 0, &c->cred, NULL, NULL,
-                                            &c->iov, &c->count, c->buffer, sizeof c->buffer, NULL, c->session);
+    cerrno rc = aaa_util_msg_authen_compose(&c->record, AAA_AO_ASCII_LOGIN, AAA_SVC_LOGIN, "default", 0,
+                                            &c->cred, NULL, NULL, &c->iov, &c->count, c->buffer,
+                                            sizeof c->buffer, NULL, c->session);
     return exchange(c, "authentication", rc) ? read_status(c, AAA_REQ_AUTHEN) : AAA_STAT_ERROR;
 }
 
@@ -116,8 +119,9 @@ static uint32_t authorize(client_t *c, const char *command) {
     char text[256]; /* a writable copy: the library masks passwords in it */
     snprintf(text, sizeof text, "%s", command);
     aaa_svc_attrs_t attrs = {.cmd = text};
-    cerrno rc = aaa_util_msg_author_compose(&c->record, AAA_AO_ASCII_LOGIN, AAA_SVC_CMD, "default", 0, &c->cred, &attrs,
-                                            &c->iov, &c->count, c->buffer, sizeof c->buffer, NULL, c->session);
+    cerrno rc = aaa_util_msg_author_compose(&c->record, AAA_AO_ASCII_LOGIN, AAA_SVC_CMD, "default", 0,
+                                            &c->cred, &attrs, &c->iov, &c->count, c->buffer, sizeof c->buffer,
+                                            NULL, c->session);
     return exchange(c, "command authorization", rc) ? read_status(c, AAA_REQ_AUTHOR) : AAA_STAT_ERROR;
 }
 
@@ -131,8 +135,9 @@ static int read_accounted(const client_t *c, uint32_t type) {
 
 static int account(client_t *c, uint32_t option, uint32_t session_id) {
     aaa_svc_attrs_t attrs = {0};
-    cerrno rc = aaa_util_msg_acct_compose(&c->record, option, AAA_SVC_EXEC, "default", 0, &c->cred, &attrs, session_id, &c->iov,
-                                          &c->count, c->buffer, sizeof c->buffer, NULL, c->session);
+    cerrno rc = aaa_util_msg_acct_compose(&c->record, option, AAA_SVC_EXEC, "default", 0, &c->cred, &attrs,
+                                          session_id, &c->iov, &c->count, c->buffer, sizeof c->buffer, NULL,
+                                          c->session);
     return exchange(c, option == AAA_ACCT_START_OPT ? "accounting start" : "accounting stop", rc) &&
            read_accounted(c, AAA_REQ_ACCT);
 }
@@ -146,8 +151,8 @@ static int account_update(client_t *c, uint32_t session_id) {
         rc = aaa_util_avlist_username_add(c->cred.username, (int32_t)strlen(c->cred.username) + 1, list);
     }
     if (rc == AAA_OK) {
-        rc = aaa_util_msg_acct_update_compose(&c->record, &session_id, block, list, &c->iov, &c->count, c->buffer,
-                                              sizeof c->buffer, c->session);
+        rc = aaa_util_msg_acct_update_compose(&c->record, &session_id, block, list, &c->iov, &c->count,
+                                              c->buffer, sizeof c->buffer, c->session);
     }
     int answered = exchange(c, "accounting update", rc);
     if (!c->session || rc != AAA_OK) { /* a sent session packet has taken the list along */
@@ -161,15 +166,20 @@ int main(int argc, char **argv) {
     static char password[128];
     c.session = argc == 4 && strcmp(argv[3], "--session") == 0;
     if (argc != 3 + (int)c.session || !prompt_password(password, sizeof password)) {
-        fprintf(stderr, "usage: %s SOCKET USER [--session]   (password at the prompt or on standard input)\n", argv[0]);
+        fprintf(stderr, "usage: %s SOCKET USER [--session]   (password at the prompt or on standard input)\n",
+                argv[0]);
         return 2;
     }
     c.transport = connect_to_server(argv[1], PATIENCE_MS);
     if (c.transport == NULL) {
         return 2;
     }
-    c.cred = (aaa_usercred_t){.username = argv[2], .password = password, .ttyname = "vty0", .remote_addr = "192.0.2.10",
-                              .tty_mnemonic = "vty0", .authen_method = AAA_METHOD_LOCAL};
+    c.cred = (aaa_usercred_t){.username = argv[2],
+                              .password = password,
+                              .ttyname = "vty0",
+                              .remote_addr = "192.0.2.10",
+                              .tty_mnemonic = "vty0",
+                              .authen_method = AAA_METHOD_LOCAL};
     methods_print("authentication/login/default"); /* what the server goes by, from the system database */
     int accepted = authenticate(&c) == AAA_STAT_PASS;
     explicit_bzero(password, sizeof password);

@@ -141,7 +141,8 @@ cerrno aaa_transport_connect(aaa_transport_t *transport, const char *path, uint3
 static int lock_path(aaa_transport_t *transport, const char *path) {
     char name[sizeof(struct sockaddr_un) + sizeof ".lock"];
     snprintf(name, sizeof name, "%s.lock", path);
-    transport->lock = above_standard(open(name, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+    transport->lock =
+        above_standard(open(name, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
     if (transport->lock < 0) {
         return -1;
     }
@@ -165,7 +166,8 @@ static int remove_stale(const struct sockaddr_un *address) {
     if (fd < 0) {
         return -1;
     }
-    int refused = connect(fd, (const struct sockaddr *)address, sizeof *address) != 0 && errno == ECONNREFUSED;
+    int refused =
+        connect(fd, (const struct sockaddr *)address, sizeof *address) != 0 && errno == ECONNREFUSED;
     close(fd);
     return refused ? unlink(address->sun_path) : 0;
 }

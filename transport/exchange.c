@@ -23,18 +23,19 @@ static_assert(AAA_TRANSPORT_FIELDS == 5 * sizeof(uint32_t), "five words");
 
 static cerrno send_failed(aaa_transport_t *transport, int error) {
     switch (error) {
-    case EPIPE:
-    case ECONNRESET:
-    case ENOTCONN:
-        return aaa_transport_fail(transport, error, AAA_ERR_NOT_CONNECTED);
-    case EMSGSIZE:
-        return aaa_transport_fail(transport, error, AAA_ERR_INVALID_MSG_SIZE);
-    default:
-        return aaa_transport_fail(transport, error, AAA_ERR_LWM_SEND);
+        case EPIPE:
+        case ECONNRESET:
+        case ENOTCONN:
+            return aaa_transport_fail(transport, error, AAA_ERR_NOT_CONNECTED);
+        case EMSGSIZE:
+            return aaa_transport_fail(transport, error, AAA_ERR_INVALID_MSG_SIZE);
+        default:
+            return aaa_transport_fail(transport, error, AAA_ERR_LWM_SEND);
     }
 }
 
-static cerrno send_elements(aaa_transport_t *transport, struct iovec *elements, size_t count, int64_t deadline) {
+static cerrno send_elements(aaa_transport_t *transport, struct iovec *elements, size_t count,
+                            int64_t deadline) {
     struct msghdr message = {.msg_iov = elements, .msg_iovlen = count};
     cerrno rc = AAA_OK;
     while (rc == AAA_OK) {
@@ -53,7 +54,8 @@ static cerrno send_elements(aaa_transport_t *transport, struct iovec *elements, 
 /* Whether the elements can be a message; their total length. */
 static cerrno measure(aaa_transport_t *transport, const iov_t *iov, uint32_t count, uint32_t *total_out) {
     uint64_t total = 0;
-    if (iov == NULL || count == 0 || count > AAA_TRANSPORT_MAX_ELEMENTS || iov[0].len < AAA_TRANSPORT_FIELDS) {
+    if (iov == NULL || count == 0 || count > AAA_TRANSPORT_MAX_ELEMENTS ||
+        iov[0].len < AAA_TRANSPORT_FIELDS) {
         return AAA_ERR_INVALID_ARG;
     }
     for (uint32_t i = 0; i < count; i++) {
@@ -99,7 +101,8 @@ static avlist *take_list(void *packet) {
     return (avlist *)(uintptr_t)list;
 }
 
-static cerrno pack_and_send(aaa_transport_t *transport, void *packet, size_t size, avlist *list, int64_t deadline) {
+static cerrno pack_and_send(aaa_transport_t *transport, void *packet, size_t size, avlist *list,
+                            int64_t deadline) {
     uint32_t room = (uint32_t)(AAA_TRANSPORT_MAX - size);
     uint32_t length = room;
     char *packed = malloc(room > 0 ? room : 1);
@@ -108,7 +111,8 @@ static cerrno pack_and_send(aaa_transport_t *transport, void *packet, size_t siz
     }
     cerrno rc = aaa_avpair_pack_msg_to_buf(list, packed, &length);
     if (rc == AAA_OK) {
-        struct iovec elements[2] = {{.iov_base = packet, .iov_len = size}, {.iov_base = packed, .iov_len = length}};
+        struct iovec elements[2] = {{.iov_base = packet, .iov_len = size},
+                                    {.iov_base = packed, .iov_len = length}};
         rc = send_elements(transport, elements, 2, deadline);
     } else { /* the one reason that a list of the library's gives */
         rc = aaa_transport_fail(transport, EMSGSIZE, AAA_ERR_INVALID_MSG_SIZE);
@@ -139,7 +143,8 @@ cerrno aaa_transport_send_packet(aaa_transport_t *transport, void *packet, size_
 /* Bytes received, 0 at the end of the connection, or -1 with errno set. */
 static ssize_t receive_once(int fd, aaa_transport_msg_t *msg, int *flags) {
     struct iovec element = {.iov_base = msg->u.bytes, .iov_len = sizeof msg->u.bytes};
-    struct msghdr message = {.msg_iov = &element, .msg_iovlen = 1}; /* no room for descriptors: none are taken */
+    struct msghdr message = {.msg_iov = &element,
+                             .msg_iovlen = 1}; /* no room for descriptors: none are taken */
     ssize_t received = recvmsg(fd, &message, MSG_DONTWAIT);
     *flags = message.msg_flags;
     return received;
@@ -148,7 +153,8 @@ static ssize_t receive_once(int fd, aaa_transport_msg_t *msg, int *flags) {
 static cerrno take_message(aaa_transport_t *transport, aaa_transport_msg_t *msg, size_t received, int flags) {
     if (received == 0) {
         /* After a reset the error number says so. */
-        return aaa_transport_fail(transport, transport->error != 0 ? transport->error : EPIPE, AAA_ERR_NOT_CONNECTED);
+        return aaa_transport_fail(transport, transport->error != 0 ? transport->error : EPIPE,
+                                  AAA_ERR_NOT_CONNECTED);
     }
     transport->error = 0;
     if ((flags & MSG_TRUNC) != 0) {
@@ -162,20 +168,20 @@ static cerrno take_message(aaa_transport_t *transport, aaa_transport_msg_t *msg,
 /* What to do about errno: AAA_OK to try again. */
 static cerrno receive_failed(aaa_transport_t *transport, int64_t deadline) {
     switch (errno) {
-    case EAGAIN:
-        return aaa_transport_wait(transport, POLLIN, deadline);
-    case EINTR:
-        return AAA_OK;
-    case ECONNRESET:
-        /* A peer that closed before it had read everything. It is reported once, before the messages that the
-         * peer had sent: those are still received. */
-        if (transport->error == 0) {
-            transport->error = ECONNRESET;
+        case EAGAIN:
+            return aaa_transport_wait(transport, POLLIN, deadline);
+        case EINTR:
             return AAA_OK;
-        }
-        return AAA_ERR_NOT_CONNECTED;
-    default:
-        return aaa_transport_fail(transport, errno, AAA_ERR_RECEIVE_RESPONSE);
+        case ECONNRESET:
+            /* A peer that closed before it had read everything. It is reported once, before the messages that the
+         * peer had sent: those are still received. */
+            if (transport->error == 0) {
+                transport->error = ECONNRESET;
+                return AAA_OK;
+            }
+            return AAA_ERR_NOT_CONNECTED;
+        default:
+            return aaa_transport_fail(transport, errno, AAA_ERR_RECEIVE_RESPONSE);
     }
 }
 
@@ -204,8 +210,8 @@ static cerrno receive_answer(aaa_transport_t *transport, aaa_transport_msg_t *re
     return rc;
 }
 
-cerrno aaa_transport_ask(aaa_transport_t *transport, const iov_t *iov, uint32_t count, aaa_transport_msg_t *reply,
-                         int64_t deadline) {
+cerrno aaa_transport_ask(aaa_transport_t *transport, const iov_t *iov, uint32_t count,
+                         aaa_transport_msg_t *reply, int64_t deadline) {
     if (reply == NULL) {
         return AAA_ERR_INVALID_ARG;
     }
@@ -214,8 +220,8 @@ cerrno aaa_transport_ask(aaa_transport_t *transport, const iov_t *iov, uint32_t 
     return rc == AAA_OK ? receive_answer(transport, reply, deadline) : rc;
 }
 
-cerrno aaa_transport_ask_packet(aaa_transport_t *transport, void *packet, size_t size, aaa_transport_msg_t *reply,
-                                int64_t deadline) {
+cerrno aaa_transport_ask_packet(aaa_transport_t *transport, void *packet, size_t size,
+                                aaa_transport_msg_t *reply, int64_t deadline) {
     if (reply == NULL) {
         return AAA_ERR_INVALID_ARG;
     }

@@ -10,9 +10,9 @@
 #include "aaa/transport.h"
 
 struct aaa_transport {
-    int      fd;       /* the connection or listening socket, -1 for none */
-    int      lock;     /* of a listening socket: its locked file, -1 for none */
-    int      error;    /* of the latest call */
+    int fd;            /* the connection or listening socket, -1 for none */
+    int lock;          /* of a listening socket: its locked file, -1 for none */
+    int error;         /* of the latest call */
     uint32_t sequence; /* number of the latest message sent */
 };
 

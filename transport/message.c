@@ -50,28 +50,29 @@ aaa_transport_kind_t aaa_transport_kind_of(const aaa_transport_msg_t *msg) {
         return AAA_TRANSPORT_GARBAGE;
     }
     memcpy(&packet, msg->u.bytes, sizeof packet);
-    return packet.marker == SESSION_MARKER && packet.magic == SESSION_MAGIC && packet.version == SESSION_VERSION
+    return packet.marker == SESSION_MARKER && packet.magic == SESSION_MAGIC &&
+                   packet.version == SESSION_VERSION
                ? AAA_TRANSPORT_SESSION
                : AAA_TRANSPORT_GARBAGE;
 }
 
 size_t aaa_transport_response_size(uint32_t type) {
     switch (type) {
-    case AAA_REQ_CONNECT:
-    case AAA_REQ_AUTHEN:
-    case AAA_REQ_AUTHEN_ASYNC:
-    case AAA_REQ_AUTHOR:
-    case AAA_REQ_AUTHOR_ASYNC:
-    case AAA_REQ_ACCT:
-    case AAA_REQ_CALLBACK:
-    case AAA_REQ_ACCT_ASYNC:
-    case AAA_REQ_ACCT_UPDATE:
-        return AAA_SESS_RSP_SIZE_STATUS;
-    case AAA_REQ_TASKMAP:
-    case AAA_REQ_USERGROUP:
-        return AAA_SESS_RSP_SIZE_DATA;
-    default:
-        return AAA_SESS_RSP_SIZE_OTHER;
+        case AAA_REQ_CONNECT:
+        case AAA_REQ_AUTHEN:
+        case AAA_REQ_AUTHEN_ASYNC:
+        case AAA_REQ_AUTHOR:
+        case AAA_REQ_AUTHOR_ASYNC:
+        case AAA_REQ_ACCT:
+        case AAA_REQ_CALLBACK:
+        case AAA_REQ_ACCT_ASYNC:
+        case AAA_REQ_ACCT_UPDATE:
+            return AAA_SESS_RSP_SIZE_STATUS;
+        case AAA_REQ_TASKMAP:
+        case AAA_REQ_USERGROUP:
+            return AAA_SESS_RSP_SIZE_DATA;
+        default:
+            return AAA_SESS_RSP_SIZE_OTHER;
     }
 }
 
@@ -80,30 +81,30 @@ size_t aaa_transport_response_size(uint32_t type) {
 /* Where the list of a classic request begins; 0 for a type that has none. */
 static size_t request_list_at(uint32_t type) {
     switch (type) {
-    case AAA_REQ_AUTHEN:
-    case AAA_REQ_AUTHOR:
-    case AAA_REQ_ACCT:
-    case AAA_REQ_FREE_USERDATA:
-    case AAA_REQ_CFG_RADSVR:
-    case AAA_REQ_CFG_SVRGRP:
-    case AAA_REQ_CFG_SVR_IN_SG:
-    case AAA_REQ_CFG_VRF_IN_SG:
-    case AAA_REQ_CFG_SRC_INTF:
-    case AAA_REQ_CFG_AUTHENLIST:
-    case AAA_REQ_CFG_AUTHORLIST:
-        return LONG_REQUEST;
-    case AAA_REQ_AUTHEN_ASYNC:
-    case AAA_REQ_AUTHOR_ASYNC:
-    case AAA_REQ_ACCT_ASYNC:
-        return LONG_REQUEST + CALLER_BLOCK;
-    case AAA_REQ_ACCT_UPDATE:
-        return LONG_REQUEST + CALLER_BLOCK + ACCOUNTING_ID;
-    case AAA_REQ_IKEPOST:
-    case AAA_REQ_COMPOSED_INCREMENT:
-    case AAA_REQ_COMPOSED_DECREMENT:
-        return SHORT_REQUEST;
-    default:
-        return 0;
+        case AAA_REQ_AUTHEN:
+        case AAA_REQ_AUTHOR:
+        case AAA_REQ_ACCT:
+        case AAA_REQ_FREE_USERDATA:
+        case AAA_REQ_CFG_RADSVR:
+        case AAA_REQ_CFG_SVRGRP:
+        case AAA_REQ_CFG_SVR_IN_SG:
+        case AAA_REQ_CFG_VRF_IN_SG:
+        case AAA_REQ_CFG_SRC_INTF:
+        case AAA_REQ_CFG_AUTHENLIST:
+        case AAA_REQ_CFG_AUTHORLIST:
+            return LONG_REQUEST;
+        case AAA_REQ_AUTHEN_ASYNC:
+        case AAA_REQ_AUTHOR_ASYNC:
+        case AAA_REQ_ACCT_ASYNC:
+            return LONG_REQUEST + CALLER_BLOCK;
+        case AAA_REQ_ACCT_UPDATE:
+            return LONG_REQUEST + CALLER_BLOCK + ACCOUNTING_ID;
+        case AAA_REQ_IKEPOST:
+        case AAA_REQ_COMPOSED_INCREMENT:
+        case AAA_REQ_COMPOSED_DECREMENT:
+            return SHORT_REQUEST;
+        default:
+            return 0;
     }
 }
 
@@ -149,26 +150,26 @@ cerrno aaa_transport_read_request(const aaa_transport_msg_t *msg, aaa_transport_
 /* Bytes of the header of a classic reply, whose result is the word before the second one. */
 static size_t reply_header(uint32_t type) {
     switch (type) {
-    case AAA_REQ_CONNECT:
-        return CONNECT_REPLY;
-    case AAA_REQ_CALLBACK:
-    case AAA_REQ_CFG_RADSVR:
-    case AAA_REQ_CFG_SVRGRP:
-    case AAA_REQ_CFG_SVR_IN_SG:
-    case AAA_REQ_CFG_VRF_IN_SG:
-    case AAA_REQ_CFG_SRC_INTF:
-    case AAA_REQ_CFG_AUTHENLIST:
-    case AAA_REQ_CFG_AUTHORLIST:
-        return TWO_WORDS_REPLY;
-    default:
-        return STATUS_REPLY;
+        case AAA_REQ_CONNECT:
+            return CONNECT_REPLY;
+        case AAA_REQ_CALLBACK:
+        case AAA_REQ_CFG_RADSVR:
+        case AAA_REQ_CFG_SVRGRP:
+        case AAA_REQ_CFG_SVR_IN_SG:
+        case AAA_REQ_CFG_VRF_IN_SG:
+        case AAA_REQ_CFG_SRC_INTF:
+        case AAA_REQ_CFG_AUTHENLIST:
+        case AAA_REQ_CFG_AUTHORLIST:
+            return TWO_WORDS_REPLY;
+        default:
+            return STATUS_REPLY;
     }
 }
 
 /* Whether success may be no more than the transport's fields. */
 static int bare_is_success(uint32_t type) {
-    return type == AAA_REQ_ACCT || type == AAA_REQ_ACCT_ASYNC || type == AAA_REQ_ACCT_UPDATE || type == AAA_REQ_PING ||
-           type == AAA_REQ_IKEPOST || type == AAA_REQ_DISCONNECT;
+    return type == AAA_REQ_ACCT || type == AAA_REQ_ACCT_ASYNC || type == AAA_REQ_ACCT_UPDATE ||
+           type == AAA_REQ_PING || type == AAA_REQ_IKEPOST || type == AAA_REQ_DISCONNECT;
 }
 
 static cerrno read_classic_reply(const aaa_transport_msg_t *msg, uint32_t type, aaa_transport_head_t *head) {
@@ -181,7 +182,8 @@ static cerrno read_classic_reply(const aaa_transport_msg_t *msg, uint32_t type, 
         return AAA_ERR_INVALID_MSG_SIZE;
     }
     uint32_t status = word_at(msg, offsetof(aaa_reply_hdr_t, status));
-    head->result = type == AAA_REQ_AUTHOR_ASYNC ? status : ntohl(status); /* the one that travels in host order */
+    head->result =
+        type == AAA_REQ_AUTHOR_ASYNC ? status : ntohl(status); /* the one that travels in host order */
     size_t header = reply_header(type); /* of which an error's reply may be the first words only */
     head->list_at = msg->len > header ? header : 0;
     return AAA_OK;
@@ -190,18 +192,18 @@ static cerrno read_classic_reply(const aaa_transport_msg_t *msg, uint32_t type, 
 /* Where a response packet has its error. */
 static size_t error_at(uint32_t type) {
     switch (type) {
-    case AAA_REQ_CONNECT:
-        return offsetof(aaa_sess_response_t, u.word[3]);
-    case AAA_REQ_AUTHEN:
-    case AAA_REQ_AUTHEN_ASYNC:
-    case AAA_REQ_AUTHOR:
-    case AAA_REQ_AUTHOR_ASYNC:
-    case AAA_REQ_ACCT:
-    case AAA_REQ_ACCT_ASYNC:
-    case AAA_REQ_ACCT_UPDATE:
-        return offsetof(aaa_sess_response_t, u.word[1]);
-    default:
-        return offsetof(aaa_sess_response_t, u.word[0]);
+        case AAA_REQ_CONNECT:
+            return offsetof(aaa_sess_response_t, u.word[3]);
+        case AAA_REQ_AUTHEN:
+        case AAA_REQ_AUTHEN_ASYNC:
+        case AAA_REQ_AUTHOR:
+        case AAA_REQ_AUTHOR_ASYNC:
+        case AAA_REQ_ACCT:
+        case AAA_REQ_ACCT_ASYNC:
+        case AAA_REQ_ACCT_UPDATE:
+            return offsetof(aaa_sess_response_t, u.word[1]);
+        default:
+            return offsetof(aaa_sess_response_t, u.word[0]);
     }
 }
 
@@ -219,18 +221,19 @@ static cerrno read_session_reply(const aaa_transport_msg_t *msg, uint32_t type, 
     return AAA_OK;
 }
 
-cerrno aaa_transport_read_reply(const aaa_transport_msg_t *msg, uint32_t type, aaa_transport_head_t *head_out) {
+cerrno aaa_transport_read_reply(const aaa_transport_msg_t *msg, uint32_t type,
+                                aaa_transport_head_t *head_out) {
     if (msg == NULL || head_out == NULL) {
         return AAA_ERR_INVALID_ARG;
     }
     *head_out = (aaa_transport_head_t){.kind = aaa_transport_kind_of(msg)};
     switch (head_out->kind) {
-    case AAA_TRANSPORT_CLASSIC:
-        return read_classic_reply(msg, type, head_out);
-    case AAA_TRANSPORT_SESSION:
-        return read_session_reply(msg, type, head_out);
-    default:
-        return AAA_ERR_INVALID_MSG_TYPE;
+        case AAA_TRANSPORT_CLASSIC:
+            return read_classic_reply(msg, type, head_out);
+        case AAA_TRANSPORT_SESSION:
+            return read_session_reply(msg, type, head_out);
+        default:
+            return AAA_ERR_INVALID_MSG_TYPE;
     }
 }
 

@@ -12,12 +12,12 @@ static aaa_transport_msg_t message;
 
 /* Takes in one client and answers its ping. */
 static int serve(aaa_transport_t *listener) {
-    aaa_transport_t     *client = NULL;
+    aaa_transport_t *client = NULL;
     aaa_transport_head_t head;
-    aaa_reply_hdr_t      reply = {0};
-    iov_t               *iov = NULL;
-    uint32_t             count = 0;
-    int64_t              deadline = aaa_transport_deadline(10000);
+    aaa_reply_hdr_t reply = {0};
+    iov_t *iov = NULL;
+    uint32_t count = 0;
+    int64_t deadline = aaa_transport_deadline(10000);
 
     cerrno rc = aaa_transport_create(&client);
     if (rc == AAA_OK) {
@@ -42,13 +42,13 @@ static int serve(aaa_transport_t *listener) {
 /* Asks the server whether it is there. It must be our own user's. */
 static cerrno ping(aaa_transport_t *transport) {
     aaa_transport_head_t head;
-    aaa_req_hdr_t        request = {0};
-    iov_t               *iov = NULL;
-    uint32_t             count = 0;
-    int64_t              deadline = aaa_transport_deadline(10000);
+    aaa_req_hdr_t request = {0};
+    iov_t *iov = NULL;
+    uint32_t count = 0;
+    int64_t deadline = aaa_transport_deadline(10000);
 
-    cerrno rc = aaa_transport_connect(transport, "server", getuid(),
-                                      deadline);
+    cerrno rc =
+        aaa_transport_connect(transport, "server", getuid(), deadline);
     if (rc == AAA_OK) {
         rc = aaa_util_msg_ping_compose(&request, &iov, &count, 0);
     }

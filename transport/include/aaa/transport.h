@@ -75,7 +75,7 @@ typedef struct aaa_transport aaa_transport_t;
 
 /** Who is at the other end, as the system found when the connection was made. */
 typedef struct aaa_transport_peer {
-    int32_t  pid; /**< process; of a server the one that made the socket listen */
+    int32_t pid;  /**< process; of a server the one that made the socket listen */
     uint32_t uid; /**< effective user */
     uint32_t gid; /**< effective group */
 } aaa_transport_peer_t;
@@ -86,7 +86,7 @@ typedef struct aaa_transport_msg {
     size_t len; /**< bytes of the message */
     union {
         unsigned char bytes[AAA_TRANSPORT_MAX]; /**< the message */
-        uint64_t      align;                    /**< the bytes are aligned for every record */
+        uint64_t align;                         /**< the bytes are aligned for every record */
     } u;
 } aaa_transport_msg_t;
 
@@ -99,11 +99,11 @@ typedef enum aaa_transport_kind {
 
 /** What precedes the attribute list of a message. */
 typedef struct aaa_transport_head {
-    aaa_transport_kind_t kind;    /**< classic or session */
-    uint32_t             type;    /**< message type of the request */
-    uint32_t             key;     /**< of a session packet; 0 in a classic message */
-    cerrno               result;  /**< of a reply: how the request was processed; AAA_OK in a request */
-    size_t               list_at; /**< where the packed list begins; 0 when the message has none */
+    aaa_transport_kind_t kind; /**< classic or session */
+    uint32_t type;             /**< message type of the request */
+    uint32_t key;              /**< of a session packet; 0 in a classic message */
+    cerrno result;             /**< of a reply: how the request was processed; AAA_OK in a request */
+    size_t list_at;            /**< where the packed list begins; 0 when the message has none */
 } aaa_transport_head_t;
 
 /* ---- handles ----------------------------------------------------------- */
@@ -189,7 +189,8 @@ AAA_API int64_t aaa_transport_deadline(uint32_t milliseconds);
  * - AAA_ERR_SERVER_CONNECT_FAILED: there is no such path (ENOENT); no one listens there (ECONNREFUSED);
  *   this process may not connect (EACCES); the server is another user's (EPERM); another reason
  */
-AAA_API cerrno aaa_transport_connect(aaa_transport_t *transport, const char *path, uint32_t user, int64_t deadline);
+AAA_API cerrno aaa_transport_connect(aaa_transport_t *transport, const char *path, uint32_t user,
+                                     int64_t deadline);
 
 /**
  * Opens a listening socket.
@@ -259,7 +260,8 @@ AAA_API cerrno aaa_transport_peer_of(aaa_transport_t *transport, aaa_transport_p
  *   be received
  * - AAA_ERR_LWM_SEND: another reason
  */
-AAA_API cerrno aaa_transport_send(aaa_transport_t *transport, const iov_t *iov, uint32_t count, int64_t deadline);
+AAA_API cerrno aaa_transport_send(aaa_transport_t *transport, const iov_t *iov, uint32_t count,
+                                  int64_t deadline);
 
 /**
  * Sends a session packet and its attribute list.
@@ -279,7 +281,8 @@ AAA_API cerrno aaa_transport_send(aaa_transport_t *transport, const iov_t *iov, 
  *   takes (EMSGSIZE)
  * - AAA_ERR_TIMEOUT, AAA_ERR_NOT_CONNECTED, AAA_ERR_LWM_SEND: as for aaa_transport_send()
  */
-AAA_API cerrno aaa_transport_send_packet(aaa_transport_t *transport, void *packet, size_t size, int64_t deadline);
+AAA_API cerrno aaa_transport_send_packet(aaa_transport_t *transport, void *packet, size_t size,
+                                         int64_t deadline);
 
 /**
  * Receives one message.
@@ -388,7 +391,8 @@ AAA_API cerrno aaa_transport_read_request(const aaa_transport_msg_t *msg, aaa_tr
  * - AAA_ERR_INVALID_MSG_SIZE: it ends inside the header
  * - AAA_ERR_UNEXPECTED_REPLY: a session packet that answers another type
  */
-AAA_API cerrno aaa_transport_read_reply(const aaa_transport_msg_t *msg, uint32_t type, aaa_transport_head_t *head_out);
+AAA_API cerrno aaa_transport_read_reply(const aaa_transport_msg_t *msg, uint32_t type,
+                                        aaa_transport_head_t *head_out);
 
 /**
  * Makes a list of the packed bytes in a message.
