@@ -4,7 +4,8 @@
 #include "aaa/alloc.h"
 
 int main(void) {
-    char *kept = aaa_util_strdup(__func__, __LINE__, "still allocated");
+    char *kept =
+        aaa_util_strdup(__func__, __LINE__, "still allocated");
     char *freed = aaa_util_malloc(__func__, __LINE__, 100);
     aaa_util_free(__func__, __LINE__, freed);
 

@@ -47,8 +47,8 @@ static cerrno ping(aaa_transport_t *transport) {
     uint32_t count = 0;
     int64_t deadline = aaa_transport_deadline(10000);
 
-    cerrno rc =
-        aaa_transport_connect(transport, "server", getuid(), deadline);
+    cerrno rc = aaa_transport_connect(transport, "server", getuid(),
+                                      deadline);
     if (rc == AAA_OK) {
         rc = aaa_util_msg_ping_compose(&request, &iov, &count, 0);
     }
