@@ -32,7 +32,7 @@
 typedef struct server {
     user_t *users;
     const char *accounting_path;
-    running_config_t config; /* as configuration messages have changed it */
+    running_config_t config; /* changed by configuration messages */
 } server_t;
 
 /* One request being answered. */
@@ -99,7 +99,7 @@ static void send_reply(const request_t *request, iov_t *reply, uint32_t count) {
                     : aaa_transport_send(request->client, reply, count, AAA_TRANSPORT_NOW);
     if (rc != AAA_OK) {
         fprintf(stderr, "aaa_server: reply not sent: %s\n", cerr_strerror(rc));
-        /* Gone, or does not read: its end is seen in the next round. */
+        /* The client is gone or does not read; the next round drops it. */
         shutdown(aaa_transport_descriptor(request->client), SHUT_RDWR);
     }
     free(reply);
@@ -300,7 +300,7 @@ static void answer_plain(request_t *request) {
 
 /* ---- taking a message apart ---------------------------------------------- */
 
-/* Fills a request from a message. Anything but AAA_OK is the answer. */
+/* Fills a request from a message. A code other than AAA_OK is the answer to the client. */
 static cerrno parse_request(const aaa_transport_msg_t *msg, request_t *request) {
     aaa_transport_head_t head;
     cerrno rc = aaa_transport_read_request(msg, &head);
@@ -403,7 +403,7 @@ static sigset_t set_up_signals(void) {
     return before;
 }
 
-/* Null, with the reason printed, when the path cannot be listened at. */
+/* Listens at the path. Prints the reason and returns null on failure. */
 static aaa_transport_t *listen_at(const char *program, const char *path) {
     aaa_transport_t *listener = NULL;
     cerrno rc = aaa_transport_create(&listener);

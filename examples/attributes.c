@@ -15,7 +15,7 @@ static int print_line(uint32_t flag, const char *line) {
     fputs("    ", stdout);
     for (const char *p = line; *p != '\0'; p++) {
         if (*p == '\n') {
-            continue; /* every line of a pair ends in one; the line end below is enough */
+            continue; /* a pair's line ends with one; putchar() below prints it */
         }
         if ((unsigned char)*p < ' ' || *p == 0x7f) {
             printf("\\x%02x", (unsigned)(unsigned char)*p);

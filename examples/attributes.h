@@ -6,10 +6,10 @@
 
 #include "aaa/aaautil.h"
 
-/* The number in the first attribute of the type; 0 when there is none, or one of another size. */
+/* The number in the first attribute of the type; 0 when it is absent or of another size. */
 uint32_t attribute_number(const avlist *list, uint32_t type);
 
-/* Prints a list, one pair a line, bytes that are not printable escaped. */
+/* Prints a list, one pair per line, with unprintable bytes escaped. */
 void attributes_print(const char *heading, const avlist *list);
 
 #endif /* EXAMPLES_ATTRIBUTES_H */

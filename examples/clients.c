@@ -66,7 +66,7 @@ int clients_wait(clients_t *clients, const sigset_t *let_in) {
     return ppoll(clients->polled, clients->count, ms == 0 ? NULL : &wait, let_in) >= 0;
 }
 
-/* Takes in one client: 0 when no one waits, or when there is no descriptor or memory for it. */
+/* Accepts one client: 0 when none waits, or when descriptors or memory run out. */
 static int accept_client(clients_t *clients) {
     aaa_transport_t *connection = NULL;
     cerrno rc = aaa_transport_create(&connection);
@@ -75,7 +75,7 @@ static int accept_client(clients_t *clients) {
     }
     if (rc != AAA_OK) {
         if (rc != AAA_ERR_TIMEOUT) {
-            clients->retry = now_ms() + RETRY_MS; /* the client goes on waiting: do not spin meanwhile */
+            clients->retry = now_ms() + RETRY_MS; /* the listener stays readable: do not spin */
         }
         aaa_transport_free(connection);
         return 0;

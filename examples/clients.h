@@ -3,11 +3,10 @@
 #define EXAMPLES_CLIENTS_H
 
 /*
- * The connections of the example server. Nothing that a client does, or leaves
- * undone, keeps the others waiting: no call on a connection waits, one
- * message of each client is taken in turn, and newcomers wait in the listener's
- * queue while the table is full. Only then does silence matter: whoever has
- * said nothing for CLIENTS_SILENCE_MS makes room.
+ * The connections of the example server. No client can delay the others: no call on
+ * a connection waits, and one message of each client is handled in turn. While the
+ * table is full, new clients wait in the listener's queue, and clients that have sent
+ * nothing for CLIENTS_SILENCE_MS are dropped.
  */
 
 #include <poll.h>
@@ -24,14 +23,14 @@ enum { CLIENTS_LISTENER, CLIENTS_OTHER, CLIENTS_FIRST };
 
 typedef struct clients {
     struct pollfd polled[CLIENTS_FIRST + CLIENTS_MAX];
-    aaa_transport_t *connected[CLIENTS_FIRST + CLIENTS_MAX]; /* the listener among them */
-    int64_t heard[CLIENTS_FIRST + CLIENTS_MAX];              /* when each spoke or came, ms */
+    aaa_transport_t *connected[CLIENTS_FIRST + CLIENTS_MAX]; /* including the listener */
+    int64_t heard[CLIENTS_FIRST + CLIENTS_MAX];              /* time of the last message or connection, ms */
     nfds_t count;                                            /* slots in use */
     nfds_t limit;                                            /* slots that may be in use */
-    int64_t retry;                                           /* no accepting before, ms */
+    int64_t retry;                                           /* time before which nothing is accepted, ms */
 } clients_t;
 
-/* The listener stays the caller's; other is polled for reading, -1 for none. */
+/* The caller keeps the listener; other is polled for reading, -1 for none. */
 void clients_init(clients_t *clients, aaa_transport_t *listener, int other);
 
 /* Drops silent clients when the table is full, then waits for events with the

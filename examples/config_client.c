@@ -17,12 +17,12 @@
 #include "platform/cerr.h"
 #include "running_config.h"
 
-#define PATIENCE_MS 30000 /* for one message and its answer */
+#define TIME_LIMIT_MS 30000 /* for one message and its answer */
 
 typedef struct client {
     aaa_transport_t *transport;
     uint32_t session;
-    union { /* what a compose routine writes into: a header record or a session packet */
+    union { /* output of a compose routine: a header record or a session packet */
         aaa_req_hdr_t header;
         aaa_sess_request_t packet;
     } record;
@@ -31,11 +31,11 @@ typedef struct client {
     char buffer[8192];
 } client_t;
 
-/* Sends the composed message: the server's code, or why there is none. */
+/* Sends the composed message. Returns the server's code, or a code that says why there is no answer. */
 static cerrno ask(client_t *c) {
     static aaa_transport_msg_t reply;
     const uint32_t type = c->session ? c->record.packet.hdr.type : c->record.header.type;
-    const int64_t deadline = aaa_transport_deadline(PATIENCE_MS);
+    const int64_t deadline = aaa_transport_deadline(TIME_LIMIT_MS);
     aaa_transport_head_t head;
     cerrno rc = c->session ? aaa_transport_ask_packet(c->transport, &c->record.packet,
                                                       sizeof c->record.packet, &reply, deadline)
@@ -68,7 +68,7 @@ int main(int argc, char **argv) {
         fprintf(stderr, "%s: not an IPv4 address\n", argv[3]);
         return 2;
     }
-    c.transport = connect_to_server(argv[1], PATIENCE_MS);
+    c.transport = connect_to_server(argv[1], TIME_LIMIT_MS);
     if (c.transport == NULL) {
         return 2;
     }

@@ -6,8 +6,8 @@
 
 #include "aaa/transport.h"
 
-/* A connection to the server at the path, which the caller frees; null, with the reason printed, when there is
- * none within that many milliseconds. */
+/* Connects to the server at the path. Returns a connection that the caller frees, or prints the reason and
+ * returns null when it cannot connect within the given milliseconds. */
 aaa_transport_t *connect_to_server(const char *path, uint32_t milliseconds);
 
 #endif /* EXAMPLES_CONNECTING_H */

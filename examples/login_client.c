@@ -19,24 +19,24 @@
 #include "platform/cerr.h"
 #include "prompt.h"
 
-#define PATIENCE_MS 30000 /* for one request and its answer */
+#define TIME_LIMIT_MS 30000 /* for one request and its answer */
 
 typedef struct client {
     aaa_transport_t *transport;
     uint32_t session; /* 1: session packets instead of io-vectors */
     aaa_usercred_t cred;
-    union { /* what a compose routine writes into: a header record or a session packet */
+    union { /* output of a compose routine: a header record or a session packet */
         aaa_req_hdr_t header;
         aaa_sess_request_t packet;
     } record;
-    iov_t *iov; /* what it returns in the classic form; the client frees it */
+    iov_t *iov; /* its other output in the classic form; the client frees it */
     uint32_t count;
     char buffer[16384]; /* room for the packed list */
     aaa_transport_msg_t reply;
 } client_t;
 
-/* Shows the list of the composed request. In the session form it is still a
- * list; in the classic form it is the last element, packed: unpacked to show it. */
+/* Prints the list of the composed request. In the session form the packet holds the
+ * list's address; in the classic form the packed list is the last element. */
 static void show_request(const client_t *c) {
     if (c->session) {
         attributes_print("sent:", (avlist *)(uintptr_t)c->record.packet.hdr.list);
@@ -51,7 +51,7 @@ static void show_request(const client_t *c) {
     aaa_avpair_free_list(copy);
 }
 
-/* Sends the composed request and receives the answer: 1, or 0 when there is none. */
+/* Sends the composed request and receives the answer: 1, or 0 on failure. */
 static int exchange(client_t *c, const char *what, cerrno composed) {
     if (composed != AAA_OK) {
         printf("%s: not composed: %s\n", what, cerr_strerror(composed));
@@ -59,7 +59,7 @@ static int exchange(client_t *c, const char *what, cerrno composed) {
     }
     printf("%s, %s form\n", what, c->session ? "session" : "classic");
     show_request(c);
-    const int64_t deadline = aaa_transport_deadline(PATIENCE_MS);
+    const int64_t deadline = aaa_transport_deadline(TIME_LIMIT_MS);
     cerrno rc = c->session ? aaa_transport_ask_packet(c->transport, &c->record.packet,
                                                       sizeof c->record.packet, &c->reply, deadline)
                            : aaa_transport_ask(c->transport, c->iov, c->count, &c->reply, deadline);
@@ -79,7 +79,7 @@ static int read_reply(const client_t *c, uint32_t type, avlist **list) {
     *list = NULL;
     cerrno rc = aaa_transport_read_reply(&c->reply, type, &head);
     if (rc == AAA_OK && head.result != AAA_OK) {
-        printf("  the server could not process it: %s\n", cerr_strerror(head.result));
+        printf("  the server could not process the request: %s\n", cerr_strerror(head.result));
         return 0;
     }
     if (rc == AAA_OK && head.list_at != 0) {
@@ -155,7 +155,7 @@ static int account_update(client_t *c, uint32_t session_id) {
                                               c->buffer, sizeof c->buffer, c->session);
     }
     int answered = exchange(c, "accounting update", rc);
-    if (!c->session || rc != AAA_OK) { /* a sent session packet has taken the list along */
+    if (!c->session || rc != AAA_OK) { /* the receiver of a session packet owns the list */
         aaa_avpair_free_list(list);
     }
     return answered && read_accounted(c, AAA_REQ_ACCT_UPDATE);
@@ -170,7 +170,7 @@ int main(int argc, char **argv) {
                 argv[0]);
         return 2;
     }
-    c.transport = connect_to_server(argv[1], PATIENCE_MS);
+    c.transport = connect_to_server(argv[1], TIME_LIMIT_MS);
     if (c.transport == NULL) {
         return 2;
     }
@@ -180,7 +180,7 @@ int main(int argc, char **argv) {
                               .remote_addr = "192.0.2.10",
                               .tty_mnemonic = "vty0",
                               .authen_method = AAA_METHOD_LOCAL};
-    methods_print("authentication/login/default"); /* what the server goes by, from the system database */
+    methods_print("authentication/login/default"); /* the list that the server uses, from the database */
     int accepted = authenticate(&c) == AAA_STAT_PASS;
     explicit_bzero(password, sizeof password);
     c.cred.password = NULL;

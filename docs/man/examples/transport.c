@@ -10,7 +10,7 @@
 
 static aaa_transport_msg_t message;
 
-/* Takes in one client and answers its ping. */
+/* Accepts one client and answers its ping. */
 static int serve(aaa_transport_t *listener) {
     aaa_transport_t *client = NULL;
     aaa_transport_head_t head;
@@ -39,7 +39,7 @@ static int serve(aaa_transport_t *listener) {
     return rc == AAA_OK ? 0 : 1;
 }
 
-/* Asks the server whether it is there. It must be our own user's. */
+/* Sends a ping to a server that runs as the same user. */
 static cerrno ping(aaa_transport_t *transport) {
     aaa_transport_head_t head;
     aaa_req_hdr_t request = {0};

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* Sends a ping to a server in the same process, which answers it, and prints what came back. */
+/* Sends a ping to a server in the same process, which answers it, and prints the result. */
 #define _GNU_SOURCE
 #include <stdio.h>
 #include <stdlib.h>
@@ -10,7 +10,7 @@
 
 static aaa_transport_msg_t msg;
 
-/* Sends an io-vector that was composed. */
+/* Sends a composed io-vector. */
 static cerrno send_composed(aaa_transport_t *transport, cerrno composed, iov_t *iov, uint32_t count) {
     cerrno rc = composed == AAA_OK ? aaa_transport_send(transport, iov, count, AAA_TRANSPORT_NOW) : composed;
     free(iov);
