@@ -46,6 +46,7 @@
 #include "aaa/avpair.h"
 #include "aaa/checked.h"
 #include "aaa/credentials.h"
+#include "aaa/debug_flags.h"
 #include "aaa/dictionary.h"
 #include "aaa/lifecycle.h"
 #include "aaa/lines.h"

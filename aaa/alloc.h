@@ -5,6 +5,7 @@
 #include <assert.h>
 #include <stddef.h>
 
+#include "aaa/debug_flags.h"
 #include "aaa/export.h"
 #include "aaa/types.h"
 
@@ -14,7 +15,7 @@ extern "C" {
 
 /**
  * @file
- * @brief Allocation with a record of every live block, and the debug flags.
+ * @brief Allocation with a record of every live block.
  *
  * The wrappers do what their namesakes of the C library do. Besides, they hang a
  * record with the caller's name and line into malloc_queue for each block, and
@@ -55,19 +56,6 @@ static_assert(offsetof(aaa_malloc_rec_t, address) == 8, "layout of aaa_malloc_re
 static_assert(offsetof(aaa_malloc_rec_t, size) == 16, "layout of aaa_malloc_rec_t");
 static_assert(offsetof(aaa_malloc_rec_t, line) == 20, "layout of aaa_malloc_rec_t");
 static_assert(offsetof(aaa_malloc_rec_t, name) == 24, "layout of aaa_malloc_rec_t");
-
-/** Flags under which the library traces; aaa_debug() and aaa_debugging() of the platform take them. */
-enum aaa_debug_flag {
-    AAA_DBG_LIFECYCLE = 0,     /**< load, unload and the worker thread */
-    AAA_DBG_REQUEST = 1,       /**< failures while composing requests, lookups of method lists */
-    AAA_DBG_MESSAGE = 2,       /**< composition of messages */
-    AAA_DBG_AUTHOR_DATA = 3,   /**< composition of authorization and accounting data */
-    AAA_DBG_LINES_SESSION = 5, /**< lines, event connections, method lists, session packets */
-    AAA_DBG_SERVER_GROUP = 6,  /**< verification and configuration of server groups */
-    AAA_DBG_AVLIST = 8,        /**< attribute lists and the typed accessors */
-    AAA_DBG_MALLOC = 9,        /**< the wrappers below */
-    AAA_DBG_IOV_DUMP = 10      /**< byte dumps of io-vector elements */
-};
 
 /** Records of the live blocks, oldest first; all zero until the first one. For debugging tools to walk, not to change. */
 AAA_API extern aaa_queue_t malloc_queue;

@@ -11,7 +11,7 @@
 #include <string>
 #include <thread>
 
-#include "aaa/alloc.h"
+#include "aaa/debug_flags.h"
 #include "aaa/avpair.h"
 #include "aaa/dictionary.h"
 #include "aaa/result_codes.h"

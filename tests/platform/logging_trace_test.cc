@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "aaa/alloc.h"
+#include "aaa/debug_flags.h"
 #include "aaa/result_codes.h"
 #include "child_process.hpp"
 #include "log_socket.hpp"

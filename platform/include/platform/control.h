@@ -21,7 +21,7 @@ extern "C" {
 
 /* ---- tracing ---------------------------------------------------------------- */
 
-/** Debug flags run from 0 to AAA_PLATFORM_DEBUG_FLAGS - 1; aaa/alloc.h names them. */
+/** Debug flags run from 0 to AAA_PLATFORM_DEBUG_FLAGS - 1; aaa/debug_flags.h names them. */
 #define AAA_PLATFORM_DEBUG_FLAGS 11u
 
 /**

@@ -114,7 +114,7 @@ const char *testkit_log_mnemonic(unsigned index);
 /** The same message's severity. @return 0xFFFFFFFF past the last. */
 uint32_t testkit_log_severity(unsigned index);
 
-/** Switches a debug flag (aaa/alloc.h) on or off; all are off initially. */
+/** Switches a debug flag (aaa/debug_flags.h) on or off; all are off initially. */
 void testkit_enable_tracing(uint32_t flag, int on);
 
 /** Text of the index-th trace under a flag. Ownership: *Borrowed*. @return null past the last. */

@@ -12,11 +12,12 @@
 #include <cstring>
 #include <string_view>
 
-#include "aaa/alloc.h"
+#include "aaa/debug_flags.h"
 #include "aaa/lifecycle.h"
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
 #include "aaa/server_groups.h"
+#include "internal/method_list_tuple.hpp"
 #include "internal/printable_bytes.hpp"
 #include "internal/sysdb_item.hpp"
 #include "internal/trace.hpp"
@@ -27,10 +28,10 @@
 namespace {
 
 using aaautil::malloc_ptr;
+using aaautil::MethodListTuple;
 using aaautil::printable;
 using aaautil::SysdbItem;
-
-constexpr size_t kSlots = 4;
+using aaautil::TupleLayout;
 
 cerrno bind_configuration() {
     return aaautil::bind_shared(aaa_cfg_sysdb_connid, aaautil::kConfigPath, aaautil::method_list_presence);
@@ -61,27 +62,14 @@ cerrno read_failure(const char *location, cerrno rc) {
     return rc == SYSDB_ERR_NOT_FOUND ? AAA_ERR_NOT_FOUND : log_unreadable(location, rc);
 }
 
-struct ListValue {
-    uint32_t method[kSlots] = {};
-    // A name has at most 50 bytes, NUL included; there is room behind it for a
-    // platform that counts otherwise.
-    char name[kSlots][64] = {};
-};
-
 // AAA_OK, or errno; a failure without one must not pass for a list that was read.
-cerrno unpack_list(const SysdbItem &item, ListValue *list) {
+cerrno unpack_list(const SysdbItem &item, MethodListTuple *list) {
     if (item.get() == nullptr) {
         errno = EINVAL;  // for the trace of the caller
         return AAA_ERR_INVALID_METHOD;
     }
     errno = 0;
-    auto &method = list->method;
-    auto &name = list->name;
-    const int rc = tuple_unpack_mask(item.get(), "%d%d%d%d%s%s%s%s", &method[0], &method[1], &method[2],
-                                     &method[3], name[0], name[1], name[2], name[3]);
-    for (auto &field : name) {
-        field[49] = '\0';
-    }
+    const int rc = list->unpack(TupleLayout::kPlain, item.get());
     if (rc == 0) {
         return AAA_OK;
     }
@@ -111,7 +99,7 @@ const char *service_word_for(int function, int service) {
 
 // A session that comes over the programming interface has no line whose
 // password could be asked for.
-cerrno check_line_method(const ListValue &list, int function, int service) {
+cerrno check_line_method(const MethodListTuple &list, int function, int service) {
     aaa_debug(AAA_DBG_LINES_SESSION, "Checking methodlist for line method");
     cerrno result = AAA_OK;
     for (const uint32_t method : list.method) {
@@ -130,7 +118,7 @@ cerrno check_line_method(const ListValue &list, int function, int service) {
 constexpr std::string_view kAuthentication = "authentication";
 
 // The default authentication list exists without being configured.
-cerrno supply_default(std::string_view path, ListValue *list) {
+cerrno supply_default(std::string_view path, MethodListTuple *list) {
     if (path.substr(0, kAuthentication.size()) != kAuthentication) {
         return AAA_ERR_INVALID_METHOD;
     }
@@ -151,7 +139,7 @@ cerrno supply_default(std::string_view path, ListValue *list) {
     return AAA_OK;
 }
 
-cerrno load_list(const char *path, ListValue *list) {
+cerrno load_list(const char *path, MethodListTuple *list) {
     SysdbItem item;
     const cerrno rc = read_list(item, path);
     if (rc == SYSDB_ERR_NOT_FOUND) {
@@ -170,8 +158,8 @@ cerrno load_list(const char *path, ListValue *list) {
 }
 
 // Turns the names of server groups into their numbers, in place.
-cerrno resolve_groups(ListValue *list) {
-    for (size_t i = 0; i < kSlots && list->method[i] != AAA_METHOD_NOTSET; i++) {
+cerrno resolve_groups(MethodListTuple *list) {
+    for (size_t i = 0; i < MethodListTuple::kSlots && list->method[i] != AAA_METHOD_NOTSET; i++) {
         if (list->method[i] != AAA_METHOD_SERVER_GROUP) {
             continue;
         }
@@ -232,7 +220,7 @@ cerrno aaa_util_verify_methodlist(int function, int service, const char *list_na
     if (rc != AAA_OK) {
         return read_failure(location.get(), rc);
     }
-    ListValue list;
+    MethodListTuple list;
     const cerrno unpacked = unpack_list(item, &list);
     return unpacked != AAA_OK ? unpacked : check_line_method(list, function, service);
 }
@@ -247,7 +235,7 @@ cerrno lookup_methods(char *path, uint32_t **methods_out) {
     if (methods == nullptr) {
         return AAA_ERR_NOMEM;
     }
-    ListValue list;
+    MethodListTuple list;
     cerrno rc = bind_configuration();
     if (rc == AAA_OK) {
         rc = load_list(path, &list);

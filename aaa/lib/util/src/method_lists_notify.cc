@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "aaa/alloc.h"
+#include "aaa/debug_flags.h"
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
 #include "internal/bytes.hpp"

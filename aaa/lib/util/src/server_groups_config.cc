@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "aaa/alloc.h"
+#include "aaa/debug_flags.h"
 #include "aaa/lifecycle.h"
 #include "aaa/result_codes.h"
 #include "internal/server_groups.hpp"

@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "aaa/alloc.h"
+#include "aaa/debug_flags.h"
 #include "aaa/result_codes.h"
 #include "internal/server_groups.hpp"
 #include "internal/sysdb_item.hpp"

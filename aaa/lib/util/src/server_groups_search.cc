@@ -8,9 +8,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "aaa/alloc.h"
+#include "aaa/debug_flags.h"
 #include "aaa/lifecycle.h"
 #include "aaa/result_codes.h"
+#include "internal/method_list_tuple.hpp"
 #include "internal/sysdb_item.hpp"
 #include "internal/trace.hpp"
 #include "platform/logging.h"
@@ -18,50 +19,26 @@
 
 namespace {
 
+using aaautil::MethodListTuple;
 using aaautil::OutWord;
+using aaautil::TupleLayout;
 
 constexpr size_t kPathSize = 512;
 // Real trees have three levels; a tree that nests deeper than this is damaged.
 constexpr int kMaxDepth = 64;
 
-// Layouts of a method-list tuple.
-enum class TupleMode { kList, kAccounting };
-
-struct GroupNames {
-    // A name has at most 50 bytes, NUL included; there is room behind it for a
-    // platform that counts otherwise.
-    char name[4][64] = {};
-};
-
-bool unpack_names(TupleMode mode, const void *tuple, GroupNames *names) {
-    uint32_t word[7] = {};
-    char(&name)[4][64] = names->name;
-    int rc = 0;
-    if (mode == TupleMode::kAccounting) {
-        rc = tuple_unpack_mask(tuple, "%d%d%d%d%d%d%d%s%s%s%s", &word[0], &word[1], &word[2], &word[3],
-                               &word[4], &word[5], &word[6], name[0], name[1], name[2], name[3]);
-    } else {
-        rc = tuple_unpack_mask(tuple, "%d%d%d%d%s%s%s%s", &word[0], &word[1], &word[2], &word[3], name[0],
-                               name[1], name[2], name[3]);
-    }
-    for (auto &field : name) {
-        field[49] = '\0';
-    }
-    return rc == 0;
-}
-
-cerrno check_tuple(TupleMode mode, const void *tuple, const char *sg_name, bool *found) {
+cerrno check_tuple(TupleLayout layout, const void *tuple, const char *sg_name, bool *found) {
     if (tuple == nullptr || sg_name == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
     *found = false;
-    GroupNames names;
-    if (!unpack_names(mode, tuple, &names)) {
+    MethodListTuple list;
+    if (list.unpack(layout, tuple) != 0) {
         aaa_debug(AAA_DBG_SERVER_GROUP, "tuple unmask failed");
         return AAA_ERR_INVALID_METHOD;
     }
     aaa_debug(AAA_DBG_SERVER_GROUP, "tuple unmask passed");
-    for (const auto &name : names.name) {
+    for (const auto &name : list.name) {
         if (std::strcmp(name, sg_name) == 0) {
             *found = true;
             break;
@@ -124,9 +101,9 @@ cerrno search_item(const char *path, const EntryPath &entry, const char *name, c
     if (!read) {
         return AAA_OK;  // gone or unreadable: the group is not in what cannot be read
     }
-    const TupleMode mode =
-        std::strstr(path, "accounting") != nullptr ? TupleMode::kAccounting : TupleMode::kList;
-    const cerrno rc = check_tuple(mode, item.get(), sg_name, found);
+    const TupleLayout layout =
+        std::strstr(path, "accounting") != nullptr ? TupleLayout::kAccounting : TupleLayout::kPlain;
+    const cerrno rc = check_tuple(layout, item.get(), sg_name, found);
     if (rc == AAA_OK && *found) {
         aaa_debug(AAA_DBG_SERVER_GROUP, "group %s is in list %s", sg_name, name);
     }

@@ -9,7 +9,7 @@
 
 #include <bit>
 
-#include "aaa/alloc.h"
+#include "aaa/debug_flags.h"
 #include "platform/logging.h"
 
 namespace aaautil {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The smaller requests: reference counts of an authenticated user, task maps,
-// user groups, forwarded IKE attributes, and the release of a user's data.
+// Requests about a user: reference counts, task maps, user groups, forwarded IKE
+// attributes, and the release of the data that the server keeps.
 
 #include "aaa/messages.h"
 
