@@ -135,6 +135,8 @@ cerrno read_outbound(uint32_t type, uint32_t minimum, aaa_chap_data_t *out, cons
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_avlist_inbound_chap_data_add(const aaa_chap_data_t *chap, avlist *list) {
     return append_inbound(AAA_INBOUND_CHAP_DATA_ATTR, chap, list);
 }
@@ -166,3 +168,5 @@ cerrno aaa_util_avlist_outbound_chap_data_get(aaa_chap_data_t *out, const avlist
 cerrno aaa_util_avlist_outbound_mschap_data_get(aaa_chap_data_t *out, const avlist *list) {
     return read_outbound(AAA_OUTBOUND_MSCHAP_DATA_ATTR, kMinOutboundMschap, out, list);
 }
+
+}  // extern "C"

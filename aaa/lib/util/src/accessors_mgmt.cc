@@ -22,6 +22,8 @@ char *get_traced(aaa_attr type, const char *name, const avlist *list) {
 
 }  // namespace
 
+extern "C" {
+
 char *aaa_util_avlist_cfg_commitid_get(const avlist *list) {
     return get_traced(AAA_CFG_COMMIT_ID_ATTR, "AAA_CFG_COMMIT_ID_ATTR", list);
 }
@@ -61,3 +63,5 @@ char *aaa_util_avlist_commit_start_time_get(const avlist *list) {
 char *aaa_util_avlist_commit_stop_time_get(const avlist *list) {
     return get_traced(AAA_CFG_COMMIT_ENDTIME_ATTR, "AAA_CFG_COMMIT_ENDTIME_ATTR", list);
 }
+
+}  // extern "C"

@@ -96,6 +96,8 @@ cerrno append_fixed(const aaa_rsa_params_t *params, avlist *list) {
 
 }  // namespace
 
+extern "C" {
+
 // Stops at the first failure and leaves the pairs before it in the list.
 cerrno aaa_util_avlist_rsa_params_add(avlist *list, const aaa_rsa_params_t *params) {
     if (list == nullptr || params == nullptr) {
@@ -137,3 +139,5 @@ cerrno aaa_util_avlist_rsa_params_get(const avlist *list, aaa_rsa_params_t *out)
     out->hiba_authorization_enable = enable.found() && enable.length != 0 ? enable.bytes[0] : 0;
     return AAA_OK;
 }
+
+}  // extern "C"

@@ -72,6 +72,8 @@ void drop_record(uintptr_t address) {
 
 }  // namespace
 
+extern "C" {
+
 void *aaa_util_malloc(const char *name, uint32_t line, uint32_t size) {
     void *block = malloc_named(size, name);
     record_block(name, line, block, size);
@@ -117,3 +119,5 @@ void aaa_util_free(const char *name, uint32_t line, void *ptr) {
 aaa_queue_t *get_malloc_data(void) {
     return &malloc_queue;
 }
+
+}  // extern "C"

@@ -119,6 +119,8 @@ bool buffer_is_sane(const avpair_buffer_t *buf, const avpair_buffer_t *expected_
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_avpair_unpack_msg_checked(avlist *list, const char *msg, size_t avail) {
     if (list == nullptr || msg == nullptr) {
         return AAA_ERR_INVALID_ARG;
@@ -232,3 +234,5 @@ int aaa_avpair_list_is_sane(const avlist *list) {
     }
     return prev == list->avpair_last_buf && live <= kMostPairs;
 }
+
+}  // extern "C"

@@ -270,6 +270,8 @@ cerrno add_mnemonic(aaa_usercred_t *cred, avlist *list, uint32_t not_accounting,
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_add_usercred_in_avlist(aaa_usercred_t *cred, avlist *list, int32_t service,
                                        [[maybe_unused]] uint32_t reserved, uint32_t type) {
     if (cred == nullptr || list == nullptr) {
@@ -314,3 +316,5 @@ cerrno aaa_lib_update_mnemonic_and_flags(aaa_usercred_t *cred, avlist *list, uin
     }
     return AAA_OK;
 }
+
+}  // extern "C"

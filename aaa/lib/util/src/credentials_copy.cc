@@ -154,6 +154,8 @@ cerrno copy_list(const avlist *source, avlist **copy) {
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_copy_usercred(const aaa_usercred_t *source, aaa_usercred_t **out, int32_t service,
                               uint32_t suppress, uint32_t type) {
     if (source == nullptr || out == nullptr) {
@@ -252,3 +254,5 @@ void aaa_util_free_author_req(aaa_author_req_t *record) {
     }
     std::free(record);
 }
+
+}  // extern "C"

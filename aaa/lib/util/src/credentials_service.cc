@@ -109,6 +109,8 @@ cerrno add_accounting_texts(const aaa_svc_attrs_t *svc_attrs, avlist *list) {
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_add_svc_attrs_in_avlist(int32_t service, avlist *list, aaa_svc_attrs_t *svc_attrs) {
     if (list == nullptr || svc_attrs == nullptr) {
         return AAA_ERR_INVALID_ARG;
@@ -131,3 +133,5 @@ cerrno aaa_util_add_svc_attrs_in_avlist(int32_t service, avlist *list, aaa_svc_a
             return AAA_OK;
     }
 }
+
+}  // extern "C"

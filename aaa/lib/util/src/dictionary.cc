@@ -27,6 +27,8 @@ static_assert(rows_are_in_order());
 
 }  // namespace
 
+extern "C" {
+
 const char *aaa_attribute_pname(int32_t type) {
     return aaautil::attribute_name(static_cast<uint32_t>(type));
 }
@@ -34,3 +36,5 @@ const char *aaa_attribute_pname(int32_t type) {
 uint32_t aaa_attribute_format(int32_t type) {
     return aaautil::attribute_format(static_cast<uint32_t>(type));
 }
+
+}  // extern "C"

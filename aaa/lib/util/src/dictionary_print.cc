@@ -199,6 +199,8 @@ void add_value(Line &line, Rendering rendering, const Value &value) {
 
 }  // namespace
 
+extern "C" {
+
 char *aaa_util_print_attr(uint32_t type, uint32_t length, avpair_flags_t flags, const void *value,
                           char *buffer, uint32_t size) {
     if (buffer == nullptr) {
@@ -238,3 +240,5 @@ const char *aaa_util_format_v4v6_ipaddr(char *buffer, aaa_ip_addr_t address) {
     const size_t room = address.family == kIpv4 ? 16 : 46;
     return qm_inet_ntop(address.family, address.addr.bytes, buffer, room);
 }
+
+}  // extern "C"

@@ -217,6 +217,8 @@ cerrno open_sysdb_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb, aaa_eve
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_ecm_sysdb_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb, aaa_event_cb_t down_cb,
                                void *ctx) {
     if (evm == nullptr || conn_out == nullptr) {
@@ -249,3 +251,5 @@ cerrno aaa_util_ecm_fd_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb, aa
     }
     return rc;
 }
+
+}  // extern "C"

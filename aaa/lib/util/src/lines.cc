@@ -28,6 +28,8 @@ bool is_kind(const char *device, uint32_t kind) {
 
 }  // namespace
 
+extern "C" {
+
 char *aaa_util_convert_tty_name(char *device) {
     if (device == nullptr) {
         return nullptr;
@@ -59,3 +61,5 @@ int aaa_is_tty(const char *device) {
     // Two questions, because a line may be renumbered between them.
     return is_kind(device, AAA_LINE_TTY2) || is_kind(device, AAA_LINE_TTY1) ? 1 : 0;
 }
+
+}  // extern "C"

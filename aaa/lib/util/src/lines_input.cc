@@ -292,6 +292,8 @@ cerrno read_from_editor(const char *prompt, char *buf, uint32_t len, uint32_t ti
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_read_input(const char *prompt, char *buf, uint32_t len, uint32_t timeout_s, uint32_t flags) {
     if (buf == nullptr || len == 0) {
         return AAA_ERR_INVALID_ARG;
@@ -306,3 +308,5 @@ cerrno aaa_util_read_input(const char *prompt, char *buf, uint32_t len, uint32_t
     return (flags & AAA_READ_HIDDEN) != 0 ? read_from_terminal(prompt, buf, len, timeout_s)
                                           : read_from_editor(prompt, buf, len, timeout_s);
 }
+
+}  // extern "C"

@@ -134,6 +134,8 @@ constexpr uint64_t kServerDisconnectData = 4;
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_msg_conn_compose(void *msg, uint32_t value1, uint32_t value2, uint32_t value3,
                                  uint32_t value4, uint32_t value5, uint32_t value6, const char *str1,
                                  const char *str2, iov_t **iov_out, uint32_t *count_out, uint32_t session) {
@@ -231,3 +233,5 @@ cerrno aaa_util_svrmsg_disconn_compose(void *msg, iov_t **iov_out, uint32_t *cou
     iov.add(data, kServerDisconnectData);
     return iov.publish(iov_out, count_out);
 }
+
+}  // extern "C"

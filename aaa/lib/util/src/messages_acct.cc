@@ -119,6 +119,8 @@ struct Acct {
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_msg_acct_compose(void *msg, uint32_t option, int32_t service, const char *methodlist,
                                  uint32_t method, aaa_usercred_t *usercred, aaa_svc_attrs_t *svc_attrs,
                                  uint32_t sid, iov_t **iov_out, uint32_t *count_out, char *buffer,
@@ -176,3 +178,5 @@ cerrno aaa_util_msg_acct_update_compose(void *msg, uint32_t *sid, void *block, a
                                       "Composing an acct message: Failed in data fill")
                         : publish_update(to, list, block, sid);
 }
+
+}  // extern "C"

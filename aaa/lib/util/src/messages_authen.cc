@@ -88,6 +88,8 @@ struct Authen {
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_msg_authen_compose(void *msg, uint32_t option, int32_t service, const char *methodlist,
                                    uint32_t method, aaa_usercred_t *usercred, const avlist *in_attrs,
                                    const aaa_rsa_params_t *rsa_params, iov_t **iov_out, uint32_t *count_out,
@@ -117,3 +119,5 @@ cerrno aaa_util_msg_authen_compose(void *msg, uint32_t option, int32_t service, 
     rc = add_attributes(list.get(), in);
     return rc == AAA_OK ? pack_and_publish(to, list.get(), async_block) : rc;
 }
+
+}  // extern "C"

@@ -121,6 +121,8 @@ struct Author {
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_msg_author_compose(void *msg, uint32_t authen_option, int32_t service, const char *methodlist,
                                    uint32_t method, aaa_usercred_t *usercred, aaa_svc_attrs_t *svc_attrs,
                                    iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size,
@@ -132,3 +134,5 @@ cerrno aaa_util_msg_author_compose(void *msg, uint32_t authen_option, int32_t se
                                             : "Failed to compose an authorization message");
     return rc;
 }
+
+}  // extern "C"

@@ -115,6 +115,8 @@ void add_method_list_record(Appender &attributes, const aaa_method_list_t &mlist
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_msg_cfg_radsvr_compose(void *msg, const aaa_rad_server_t *server, iov_t **iov_out,
                                        uint32_t *count_out, char *buffer, uint32_t size, uint32_t session) {
     if (server == nullptr) {
@@ -198,3 +200,5 @@ cerrno aaa_util_msg_cfg_authorlist_compose(void *msg, const aaa_method_list_t *m
     return compose(kAuthorList, {msg, iov_out, count_out, buffer, size}, session,
                    [=](Appender &attributes) { add_method_list_record(attributes, *mlist, action); });
 }
+
+}  // extern "C"

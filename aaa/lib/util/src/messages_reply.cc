@@ -159,6 +159,8 @@ void dump(const char *buffer, uint32_t size) noexcept {
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_reply_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer, uint32_t size,
                               avlist *list, uint32_t session, aaa_sess_ctx_t *context) {
     const Reply to{msg, iov_out, count_out, context};
@@ -321,3 +323,5 @@ cerrno aaa_util_reply_usergroup_compose(void *msg, char *text, iov_t **iov_out, 
     return session != 0 ? reply_data_in_session(to, text, length, AAA_REQ_USERGROUP)
                         : publish(to, kBareHeader, text, length);
 }
+
+}  // extern "C"

@@ -168,6 +168,8 @@ struct UserMessage {
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_msg_curr_auth_usr_compose(void *msg, const char *const *username_ref, iov_t **iov_out,
                                           uint32_t *count_out, uint32_t action, uint32_t session) {
     const bool outputs = msg != nullptr && iov_out != nullptr && count_out != nullptr;
@@ -249,3 +251,5 @@ cerrno aaa_util_msg_usergroup_compose(void *msg, const char *request, iov_t **io
         fill_text(msg, valid ? AAA_REQ_USERGROUP : AAA_REQ_CONNECT, request);
     return valid ? AAA_OK : AAA_ERR_INVALID_ARG;
 }
+
+}  // extern "C"

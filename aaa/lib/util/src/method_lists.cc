@@ -182,6 +182,8 @@ uint32_t *make_methods() {
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_lookup_methodlist(const char *function_word, const char *service_word,
                                   const char *list_name) {
     if (function_word == nullptr || service_word == nullptr || list_name == nullptr) {
@@ -254,3 +256,5 @@ cerrno lookup_methods(char *path, uint32_t **methods_out) {
 int aaa_is_name_valid(char *name) {
     return name != nullptr && aaautil::all_printable(name) ? 1 : 0;
 }
+
+}  // extern "C"

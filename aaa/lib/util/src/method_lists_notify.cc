@@ -57,6 +57,8 @@ void widen_u16(uint32_t *field) {
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_mlist_change_register(uint32_t function, uint32_t service, const char *list_name,
                                  aaa_notify_cb_t callback, void *callback_arg, void *user_ctx,
                                  aaa_mlist_reg_t *registration_record) {
@@ -116,3 +118,5 @@ aaa_event_record_t *aaa_tform_event(aaa_event_record_t **event) {
     }
     return record;
 }
+
+}  // extern "C"

@@ -233,6 +233,8 @@ constexpr auto kMessageDescriptions =
 
 }  // namespace
 
+extern "C" {
+
 const char *aaa_function_to_string(uint32_t function) {
     return kFunctions[function];
 }
@@ -325,3 +327,5 @@ char *aaa_print_method(int32_t method) {
 const char *aaa_util_msg_type_desc(uint32_t type) {
     return type <= kLastDescribed ? kMessageDescriptions[type] : kUnknownMessage;
 }
+
+}  // extern "C"

@@ -76,6 +76,8 @@ constinit const kel_msg_rec_t kel_msg_rec_aaa_whitespace_truncated_in_server_key
     make_record("WHITESPACE_TRUNCATED_IN_SERVER_KEY", 4, 13,
                 "WARNING: The server key contained trailing whitespace and was truncated");
 
+extern "C" {
+
 const kel_msg_rec_t *kel_msg_rec_aaa_debug_error_getfn(void) {
     return &kel_msg_rec_aaa_debug_error;
 }
@@ -115,3 +117,5 @@ const kel_msg_rec_t *kel_msg_rec_aaa_lib_util_error_no_mem_getfn(void) {
 const kel_msg_rec_t *kel_msg_rec_aaa_whitespace_truncated_in_server_key_getfn(void) {
     return &kel_msg_rec_aaa_whitespace_truncated_in_server_key;
 }
+
+}  // extern "C"

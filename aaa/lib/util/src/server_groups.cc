@@ -66,6 +66,8 @@ cerrno read_number_map(SysdbItem &item, const char *protocol_name, uint32_t sg_n
 
 }  // namespace
 
+extern "C" {
+
 const char *aaa_util_get_sg_defined_name(uint32_t protocol) {
     return protocol < std::size(aaautil::kKeywords) ? aaautil::kKeywords[protocol] : nullptr;
 }
@@ -120,3 +122,5 @@ cerrno aaa_util_lookup_sg_index_and_get_type(const char *sg_name, uint32_t *sg_n
 cerrno aaa_util_lookup_sg_index(const char *sg_name, uint32_t *sg_number_out) {
     return aaa_util_lookup_sg_index_and_get_type(sg_name, sg_number_out, nullptr);
 }
+
+}  // extern "C"

@@ -373,6 +373,8 @@ cerrno apply_delete(uint64_t conn, bool first_pass, const char *protocol_name, c
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_svr_grp_verify(const aaa_cfg_event_t *event, char **err_text, uint32_t *verdict,
                                const char *sg_name, uint32_t protocol) {
     // The other pointers are looked at where they are used: a delete needs no
@@ -415,3 +417,5 @@ cerrno aaa_util_svr_grp_apply(uint64_t conn, const aaa_cfg_event_t *event, const
             return AAA_ERR_INVALID_ARG;
     }
 }
+
+}  // extern "C"

@@ -194,6 +194,8 @@ cerrno next_index(const char *path, const Server &server, uint32_t requested, ui
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_get_next_ord_index(const char *sg_name, uint32_t protocol, uint32_t requested,
                                    uint32_t *index_out, const char *host, uint32_t port1, uint32_t port2,
                                    uint32_t is_dir, uint32_t is_private) {
@@ -211,3 +213,5 @@ cerrno aaa_util_get_next_tacacs_ord_index(const char *sg_name, uint32_t protocol
     list_path(path, sg_name, protocol, is_private != 0);
     return next_index(path, Server{EntryForm::kOther, host, port, 0, is_dir != 0}, requested, index_out);
 }
+
+}  // extern "C"

@@ -134,6 +134,8 @@ size_t parser_rule_step(const char *key, size_t at) {
 
 }  // namespace
 
+extern "C" {
+
 cerrno validate_encrypted_password(char *text) {
     if (text == nullptr) {
         return AAA_ERR_INVALID_ARG;
@@ -174,3 +176,5 @@ cerrno aaa_util_trim_server_key(char *key, char **out) {
     }
     return AAA_OK;
 }
+
+}  // extern "C"

@@ -201,6 +201,8 @@ void get_type_data(const void *payload, void *data_out, uint32_t *length_out) no
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_session_fill_request(void *packet, avlist *list, uint32_t type, uint32_t value_a,
                                 uint32_t value_b) {
     if (packet == nullptr) {
@@ -312,3 +314,5 @@ cerrno aaa_sess_get_msg_res_type_data(const void *payload, void *data_out, uint3
     get_type_data(payload, data_out, length_out);
     return AAA_OK;
 }
+
+}  // extern "C"
