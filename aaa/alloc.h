@@ -62,12 +62,12 @@ AAA_API extern aaa_queue_t malloc_queue;
 
 /**
  * Allocates a block as malloc() does.
- * @param name in, may be null: who allocates.
- * @param line in: source line of the caller.
- * @param size in: bytes.
+ * @param[in] name who allocates; may be null
+ * @param[in] line source line of the caller
+ * @param[in] size bytes
  *
  * Ownership: *Caller frees* with aaa_util_free(); the name is *Copied in*.
- * @return the block; null: no memory, nothing is recorded.
+ * @return the block, or null without memory; nothing is recorded then
  */
 AAA_API void *aaa_util_malloc(const char *name, uint32_t line, uint32_t size);
 
@@ -77,13 +77,13 @@ AAA_API void *aaa_util_malloc(const char *name, uint32_t line, uint32_t size);
  * The record of the old address is dropped once there is one for the new block,
  * and stays when there is none: after a failure the old block is still live.
  * A block that had no record and does not move is left without one: kept.
- * @param name in, may be null: who allocates.
- * @param line in: source line of the caller.
- * @param ptr  in, may be null (then it allocates): block of any malloc().
- * @param size in: bytes. Do not pass 0: the block may be gone then, but its record stays.
+ * @param[in] name who allocates; may be null
+ * @param[in] line source line of the caller
+ * @param[in] ptr  block of any malloc(); may be null (then it allocates)
+ * @param[in] size bytes. Do not pass 0: the block may be gone then, but its record stays.
  *
  * Ownership: *Caller frees* the result with aaa_util_free(); @p ptr is *Handed over* unless the result is null.
- * @return the block, moved or not; null: no memory, @p ptr is untouched.
+ * @return the block, moved or not; null without memory, and @p ptr is untouched then
  */
 AAA_API void *aaa_util_realloc(const char *name, uint32_t line, void *ptr, uint32_t size);
 
@@ -92,32 +92,32 @@ AAA_API void *aaa_util_realloc(const char *name, uint32_t line, void *ptr, uint3
  *
  * The record holds the size of one element, not of the block: kept. The trace
  * shows count times size, cut to 32 bits.
- * @param name  in, may be null: who allocates.
- * @param line  in: source line of the caller.
- * @param count in: elements.
- * @param size  in: bytes of an element.
+ * @param[in] name  who allocates; may be null
+ * @param[in] line  source line of the caller
+ * @param[in] count elements
+ * @param[in] size  bytes of an element
  *
  * Ownership: *Caller frees* with aaa_util_free(); the name is *Copied in*.
- * @return the block; null: no memory, nothing is recorded.
+ * @return the block, or null without memory; nothing is recorded then
  */
 AAA_API void *aaa_util_calloc(const char *name, uint32_t line, uint32_t count, uint32_t size);
 
 /**
  * Copies a text as strdup() does.
- * @param name in, may be null: who allocates.
- * @param line in: source line of the caller.
- * @param str  in, may be null (the result is null): text to copy.
+ * @param[in] name who allocates; may be null
+ * @param[in] line source line of the caller
+ * @param[in] str  text to copy; may be null (the result is null)
  *
  * Ownership: *Caller frees* with aaa_util_free(); name and text are *Copied in*.
- * @return the copy; null: no memory or no text, nothing is recorded.
+ * @return the copy, or null without memory or text; nothing is recorded then
  */
 AAA_API char *aaa_util_strdup(const char *name, uint32_t line, const char *str);
 
 /**
  * Frees a block and drops its record. A block without a record is freed all the same.
- * @param name in, may be null: who frees.
- * @param line in: source line of the caller.
- * @param ptr  in, may be null (only the trace is written): block of any malloc().
+ * @param[in] name who frees; may be null
+ * @param[in] line source line of the caller
+ * @param[in] ptr  block of any malloc(); may be null (only the trace is written)
  *
  * Ownership: *Handed over* to the library, which frees it.
  */
@@ -127,7 +127,7 @@ AAA_API void aaa_util_free(const char *name, uint32_t line, void *ptr);
  * Gives the address of malloc_queue.
  *
  * Ownership: *Borrowed* until the library is unloaded.
- * @return the address, never null.
+ * @return the address, never null
  */
 AAA_API aaa_queue_t *get_malloc_data(void);
 

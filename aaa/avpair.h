@@ -132,26 +132,27 @@ typedef int (*aaa_line_printer_t)(uint32_t flag, const char *line);
 
 /**
  * Creates an empty list.
- * @param name in, may be null: text of at most 30 characters.
- * @param out  out: the list; null on every failure but that of a null out.
+ * @param[in]  name text of at most 30 characters; may be null
+ * @param[out] out  the list; null on every failure but that of a null out
  *
  * Ownership: *Caller frees* the list with aaa_avpair_free_list(); the name is *Copied in*.
- * @return AAA_OK: created.
- *         AAA_ERR_INVALID_ARG: out is null.
- *         AAA_ERR_NOMEM: no memory.
- *         AAA_ERR_AVPAIR_PROCESSING: name is longer than 30 characters.
+ * @return
+ * - AAA_OK: created
+ * - AAA_ERR_INVALID_ARG: out is null
+ * - AAA_ERR_NOMEM: no memory
+ * - AAA_ERR_AVPAIR_PROCESSING: name is longer than 30 characters
  */
 AAA_API cerrno aaa_avpair_create_list(const char *name, avlist **out);
 
 /**
  * Removes all pairs from a list; record, name and reserved bytes stay, new pairs may be added.
- * @param list in/out, may be null (nothing happens).
+ * @param[in,out] list may be null (nothing happens)
  */
 AAA_API void aaa_avpair_clear(avlist *list);
 
 /**
  * Frees a list with everything in it. Traces under flag 8.
- * @param list in, may be null (nothing happens).
+ * @param[in] list may be null (nothing happens)
  *
  * Ownership: *Handed over* to the library, which frees it.
  */
@@ -159,7 +160,7 @@ AAA_API void aaa_avpair_free_list(avlist *list);
 
 /**
  * Tells where the first pair of a buffer lies: 32 bytes behind the buffer's beginning.
- * @param buf in, may be null (the result is null).
+ * @param[in] buf may be null (the result is null)
  *
  * Ownership: *Borrowed*: valid as long as the buffer is.
  */
@@ -167,8 +168,8 @@ AAA_API avpair_t *aaa_avpair_get_first_avpair_in_buf(avpair_buffer_t *buf);
 
 /**
  * Tells whether a pair carries the deleted marker.
- * @param pair in, may be null (the answer is 0).
- * @return 1 when av_type is AAA_ATTR_MAX, otherwise 0.
+ * @param[in] pair may be null (the answer is 0)
+ * @return 1 when av_type is AAA_ATTR_MAX, otherwise 0
  */
 AAA_API int aaa_avpair_is_deleted(const avpair_t *pair);
 
@@ -180,17 +181,18 @@ AAA_API int aaa_avpair_is_deleted(const avpair_t *pair);
  * itself. With debug flag 8 on, a call with a value writes one trace line, also
  * for a null list. It shows the first four bytes at value whatever len is, so
  * hand in at least four readable bytes then, also when len is 0.
- * @param type  in: attribute type.
- * @param flags in: flag bits of the pair.
- * @param value in, may be null when len is 0: value bytes, integers in host order.
- * @param tag   in: tag of the pair.
- * @param len   in: number of value bytes.
- * @param list  in/out: list to append to; as it was on failure.
+ * @param[in]     type  attribute type
+ * @param[in]     flags flag bits of the pair
+ * @param[in]     value value bytes, integers in host order; may be null when len is 0
+ * @param[in]     tag   tag of the pair
+ * @param[in]     len   number of value bytes
+ * @param[in,out] list  list to append to; as it was on failure
  *
  * Ownership: *Copied in*: the value.
- * @return AAA_OK: appended.
- *         AAA_ERR_INVALID_ARG: list is null, or value is null and len is not 0.
- *         AAA_ERR_NOMEM: no memory, or a pair too large for a buffer.
+ * @return
+ * - AAA_OK: appended
+ * - AAA_ERR_INVALID_ARG: list is null, or value is null and len is not 0
+ * - AAA_ERR_NOMEM: no memory, or a pair too large for a buffer
  */
 AAA_API cerrno aaa_avpair_add(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len,
                               avlist *list);
@@ -204,10 +206,11 @@ AAA_API cerrno aaa_avpair_add_with_tag(uint32_t type, uint32_t flags, const void
 
 /**
  * Tells how many buffers and bytes a list occupies. The record itself is not counted.
- * @param list  in: list to look at.
- * @param stats out: the three counters, all zero for an empty list; untouched on failure.
- * @return AAA_OK: counted.
- *         AAA_ERR_INVALID_ARG: list or stats is null.
+ * @param[in]  list  list to look at
+ * @param[out] stats the three counters, all zero for an empty list; untouched on failure
+ * @return
+ * - AAA_OK: counted
+ * - AAA_ERR_INVALID_ARG: list or stats is null
  */
 AAA_API cerrno aaa_avpair_get_mem_usage(const avlist *list, avpair_mem_stats_t *stats);
 
@@ -215,70 +218,74 @@ AAA_API cerrno aaa_avpair_get_mem_usage(const avlist *list, avpair_mem_stats_t *
 
 /**
  * Goes to the first live pair of a list.
- * @param it   out: position; on an empty list curr_avp stays as it was, the buffers become null.
- * @param list in: list to walk.
- * @param pair out: the pair; untouched unless AAA_OK is returned.
+ * @param[out] it   position; on an empty list curr_avp stays as it was, the buffers become null
+ * @param[in]  list list to walk
+ * @param[out] pair the pair; untouched unless AAA_OK is returned
  *
  * Ownership: *Borrowed*: position and pair are valid until a pair of the list is deleted or changes its length.
- * @return AAA_OK: positioned.
- *         AAA_STATUS_END_OF_LIST: the list has no pairs.
- *         AAA_ERR_INVALID_ARG: an argument is null.
+ * @return
+ * - AAA_OK: positioned
+ * - AAA_STATUS_END_OF_LIST: the list has no pairs
+ * - AAA_ERR_INVALID_ARG: an argument is null
  */
 AAA_API cerrno aaa_avpair_iterator_init(aaa_avpair_iterator_t *it, const avlist *list, avpair_t **pair);
 
 /**
  * Goes on to the next live pair. Asked again after the end, it reports the end again.
  * Pairs added behind the last buffer that the list had at aaa_avpair_iterator_init() are not visited.
- * @param it   in/out: position.
- * @param pair out: the pair; untouched unless AAA_OK is returned.
+ * @param[in,out] it   position
+ * @param[out]    pair the pair; untouched unless AAA_OK is returned
  *
  * Ownership: *Borrowed*: as with aaa_avpair_iterator_init().
- * @return AAA_OK: positioned.
- *         AAA_STATUS_END_OF_LIST: no further pair.
- *         AAA_ERR_INVALID_ARG: an argument, or the position, is null.
+ * @return
+ * - AAA_OK: positioned
+ * - AAA_STATUS_END_OF_LIST: no further pair
+ * - AAA_ERR_INVALID_ARG: an argument, or the position, is null
  */
 AAA_API cerrno aaa_avpair_iterator_get_next(aaa_avpair_iterator_t *it, avpair_t **pair);
 
 /**
  * Gives the address that follows a pair: pair + 16 + av_len, rounded up to a multiple of 4.
  * Nothing is checked; whether a pair lies there is for the caller to know.
- * @param pair in: pair in a buffer, deleted or not; not null.
+ * @param[in] pair pair in a buffer, deleted or not; not null
  */
 AAA_API avpair_t *aaa_avpair_get_adjacent(const avpair_t *pair);
 
 /**
  * Finds a pair by its type and occurrence. Traces under flag 8.
- * @param type     in: attribute type.
- * @param flags    out, may be null: av_flags of the pair.
- * @param value    out, may be null: address of the value inside the list, not a copy.
- * @param len      out, may be null: number of value bytes.
- * @param instance in: how many live pairs of the type to pass over; 0 finds the first.
- * @param list     in: list to search.
+ * @param[in]  type     attribute type
+ * @param[out] flags    av_flags of the pair; may be null
+ * @param[out] value    address of the value inside the list, not a copy; may be null
+ * @param[out] len      number of value bytes; may be null
+ * @param[in]  instance how many live pairs of the type to pass over; 0 finds the first
+ * @param[in]  list     list to search
  *
  * On failure the outputs are untouched.
  * Ownership: *Borrowed*: the value, until a pair of the list is deleted or changes its length.
- * @return AAA_OK: found.
- *         AAA_ERR_AVPAIR_NOT_FOUND: not that many pairs of the type.
- *         AAA_ERR_INVALID_ARG: list is null (nothing is traced then).
+ * @return
+ * - AAA_OK: found
+ * - AAA_ERR_AVPAIR_NOT_FOUND: not that many pairs of the type
+ * - AAA_ERR_INVALID_ARG: list is null (nothing is traced then)
  */
 AAA_API cerrno aaa_avpair_find_type(uint32_t type, avpair_flags_t *flags, void **value, uint32_t *len,
                                     uint32_t instance, const avlist *list);
 
 /**
  * Finds a pair by its place among the live pairs.
- * @param index in: place, from 0.
- * @param type  out, may be null: av_type of the pair.
- * @param flags out, may be null: av_flags.
- * @param value out, may be null: address of the value inside the list, not a copy.
- * @param tag   out, may be null: av_tag.
- * @param len   out, may be null: number of value bytes.
- * @param list  in: list to search.
+ * @param[in]  index place, from 0
+ * @param[out] type  av_type of the pair; may be null
+ * @param[out] flags av_flags; may be null
+ * @param[out] value address of the value inside the list, not a copy; may be null
+ * @param[out] tag   av_tag; may be null
+ * @param[out] len   number of value bytes; may be null
+ * @param[in]  list  list to search
  *
  * On failure the outputs are untouched. Walks from the beginning: to visit all pairs use an iterator.
  * Ownership: *Borrowed*: the value, until a pair of the list is deleted or changes its length.
- * @return AAA_OK: found.
- *         AAA_ERR_AVPAIR_NOT_FOUND: the list has no more than index live pairs.
- *         AAA_ERR_INVALID_ARG: list is null.
+ * @return
+ * - AAA_OK: found
+ * - AAA_ERR_AVPAIR_NOT_FOUND: the list has no more than index live pairs
+ * - AAA_ERR_INVALID_ARG: list is null
  */
 AAA_API cerrno aaa_avpair_find_index(uint32_t index, uint32_t *type, avpair_flags_t *flags, void **value,
                                      uint32_t *tag, uint32_t *len, const avlist *list);
@@ -291,36 +298,39 @@ AAA_API cerrno aaa_avpair_find_index(uint32_t index, uint32_t *type, avpair_flag
  * The iterator is spent afterwards; to go on, start a new one. A list without
  * pairs stops the process, also when the position is null. A pair that is deleted
  * already is left alone.
- * @param it   in: position of the pair, in list.
- * @param list in/out: the list.
- * @return AAA_OK: deleted, now or earlier.
- *         AAA_ERR_INVALID_ARG: an argument, or the position, is null.
+ * @param[in]     it   position of the pair, in list
+ * @param[in,out] list the list
+ * @return
+ * - AAA_OK: deleted, now or earlier
+ * - AAA_ERR_INVALID_ARG: an argument, or the position, is null
  */
 AAA_API cerrno aaa_avpair_delete_by_iterator(aaa_avpair_iterator_t *it, avlist *list);
 
 /**
  * Deletes a pair found by its type and occurrence.
- * @param type     in: attribute type.
- * @param instance in: how many live pairs of the type to pass over; 0 deletes the first.
- * @param list     in/out: the list.
- * @param flags    out, may be null: av_flags that the pair had; untouched on failure.
- * @return AAA_OK: deleted.
- *         AAA_ERR_AVPAIR_NOT_FOUND: not that many pairs of the type.
- *         AAA_ERR_INVALID_ARG: list is null.
+ * @param[in]     type     attribute type
+ * @param[in]     instance how many live pairs of the type to pass over; 0 deletes the first
+ * @param[in,out] list     the list
+ * @param[out]    flags    av_flags that the pair had; untouched on failure; may be null
+ * @return
+ * - AAA_OK: deleted
+ * - AAA_ERR_AVPAIR_NOT_FOUND: not that many pairs of the type
+ * - AAA_ERR_INVALID_ARG: list is null
  */
 AAA_API cerrno aaa_avpair_delete_by_type_instance(uint32_t type, uint32_t instance, avlist *list,
                                                   avpair_flags_t *flags);
 
 /**
  * Deletes the first pair that has a given type and value.
- * @param findtype in: attribute type; AAA_ATTR_MAX stops the process.
- * @param value    in, may be null when len is 0: value bytes to compare with.
- * @param len      in: number of value bytes; a pair of another length does not match.
- * @param list     in/out: the list.
- * @param flags    out, may be null: av_flags that the pair had; untouched on failure.
- * @return AAA_OK: deleted.
- *         AAA_ERR_AVPAIR_NOT_FOUND: no such pair.
- *         AAA_ERR_INVALID_ARG: list is null, or value is null and len is not 0.
+ * @param[in]     findtype attribute type; AAA_ATTR_MAX stops the process
+ * @param[in]     value    value bytes to compare with; may be null when len is 0
+ * @param[in]     len      number of value bytes; a pair of another length does not match
+ * @param[in,out] list     the list
+ * @param[out]    flags    av_flags that the pair had; untouched on failure; may be null
+ * @return
+ * - AAA_OK: deleted
+ * - AAA_ERR_AVPAIR_NOT_FOUND: no such pair
+ * - AAA_ERR_INVALID_ARG: list is null, or value is null and len is not 0
  */
 AAA_API cerrno aaa_avpair_delete_by_type_value(avpair_type_t findtype, void *value, avpair_val_len_t len,
                                                avlist *list, avpair_flags_t *flags);
@@ -334,18 +344,19 @@ AAA_API cerrno aaa_avpair_delete_by_type_value(avpair_type_t findtype, void *val
  * flags only the low 8 bits live on, OR-ed with the new ones. Callers depend on
  * both. A deleted pair stops the process, and so does a list without pairs, also
  * when the position is null. The value may lie in the list itself.
- * @param it    in: position of the pair, in list; spent when the length changed.
- * @param flags in: flag bits to set.
- * @param value in: value bytes; not null even when len is 0.
- * @param tag   in: new tag.
- * @param len   in: number of value bytes.
- * @param list  in/out: the list.
+ * @param[in]     it    position of the pair, in list; spent when the length changed
+ * @param[in]     flags flag bits to set
+ * @param[in]     value value bytes; not null even when len is 0
+ * @param[in]     tag   new tag
+ * @param[in]     len   number of value bytes
+ * @param[in,out] list  the list
  *
  * Ownership: *Copied in*: the value.
- * @return AAA_OK: changed.
- *         AAA_ERR_INVALID_ARG: it, its position, value or list is null.
- *         AAA_ERR_NOMEM: no memory; the old pair is deleted then and nothing is added, unless the value
- *         lay in the list itself and no copy could be made: then the list is as it was.
+ * @return
+ * - AAA_OK: changed
+ * - AAA_ERR_INVALID_ARG: it, its position, value or list is null
+ * - AAA_ERR_NOMEM: no memory; the old pair is deleted then and nothing is added, unless the value lay in
+ *   the list itself and no copy could be made: then the list is as it was
  */
 AAA_API cerrno aaa_avpair_update_by_iterator(aaa_avpair_iterator_t *it, avpair_flags_t flags,
                                              const void *value, uint32_t tag, uint32_t len, avlist *list);
@@ -353,19 +364,20 @@ AAA_API cerrno aaa_avpair_update_by_iterator(aaa_avpair_iterator_t *it, avpair_f
 /**
  * Changes a pair found by its type and occurrence as aaa_avpair_update_by_iterator() does,
  * or appends a new pair when there is no such occurrence, whatever instance is. Traces under flag 8.
- * @param type     in: attribute type.
- * @param flags    in: flag bits to set.
- * @param value    in, may be null when len is 0 (a null with a length stops the process): value bytes.
- *                 As with aaa_avpair_add() four bytes are read for the trace.
- * @param tag      in: new tag.
- * @param len      in: number of value bytes.
- * @param instance in: how many live pairs of the type to pass over; 0 changes the first.
- * @param list     in/out: the list.
+ * @param[in]     type     attribute type
+ * @param[in]     flags    flag bits to set
+ * @param[in]     value    value bytes. As with aaa_avpair_add() four bytes are read for the trace. May be
+ *                         null when len is 0 (a null with a length stops the process).
+ * @param[in]     tag      new tag
+ * @param[in]     len      number of value bytes
+ * @param[in]     instance how many live pairs of the type to pass over; 0 changes the first
+ * @param[in,out] list     the list
  *
  * Ownership: *Copied in*: the value.
- * @return AAA_OK: changed or appended.
- *         AAA_ERR_INVALID_ARG: list is null (nothing is traced then), or value is null and the pair exists.
- *         AAA_ERR_NOMEM: as with aaa_avpair_update_by_iterator().
+ * @return
+ * - AAA_OK: changed or appended
+ * - AAA_ERR_INVALID_ARG: list is null (nothing is traced then), or value is null and the pair exists
+ * - AAA_ERR_NOMEM: as with aaa_avpair_update_by_iterator()
  */
 AAA_API cerrno aaa_avpair_update(uint32_t type, uint32_t flags, void *value, uint32_t tag, uint32_t len,
                                  uint32_t instance, avlist *list);
@@ -376,15 +388,16 @@ AAA_API cerrno aaa_avpair_update(uint32_t type, uint32_t flags, void *value, uin
  * Fills an io-vector with the gather form of a list: the record, then the used
  * part of each buffer in order, all in host order. Nothing is copied and the
  * list is not changed. Traces under flag 8.
- * @param list in: list to send.
- * @param iov  out: the elements; those that there is room for also when it is not enough.
- * @param len  in/out: elements available, at least 1 (0 stops the process); on return elements filled.
- *             1 + buf_cnt of aaa_avpair_get_mem_usage() is enough.
+ * @param[in]     list list to send
+ * @param[out]    iov  the elements; those that there is room for also when it is not enough
+ * @param[in,out] len  elements available, at least 1 (0 stops the process); on return elements filled. 1 +
+ *                     buf_cnt of aaa_avpair_get_mem_usage() is enough.
  *
  * Ownership: *Borrowed*: the elements point into the list and are valid until it changes.
- * @return AAA_OK: filled.
- *         AAA_ERR_BUFFER_TOO_SMALL: the list has more buffers than elements are left for.
- *         AAA_ERR_INVALID_ARG: an argument is null.
+ * @return
+ * - AAA_OK: filled
+ * - AAA_ERR_BUFFER_TOO_SMALL: the list has more buffers than elements are left for
+ * - AAA_ERR_INVALID_ARG: an argument is null
  */
 AAA_API cerrno aaa_avpair_pack_msg(const avlist *list, iov_t *iov, uint32_t *len);
 
@@ -393,16 +406,17 @@ AAA_API cerrno aaa_avpair_pack_msg(const avlist *list, iov_t *iov, uint32_t *len
  *
  * The list is spent: its pairs are converted where they are. From then on it
  * may only be freed (or cleared), also after AAA_ERR_NOMEM.
- * @param list in/out: list to pack.
- * @param buf  out: the flat form; 56 + used_mem of aaa_avpair_get_mem_usage() bytes are enough.
- *             When it is too small it holds what came before the first part that did not fit: the list
- *             record as it is in memory, then whole buffers. Such bytes must not be sent.
- * @param len  in/out: bytes available, at most 2147483647; on return bytes written.
+ * @param[in,out] list list to pack
+ * @param[out]    buf  the flat form; 56 + used_mem of aaa_avpair_get_mem_usage() bytes are enough. When it
+ *                     is too small it holds what came before the first part that did not fit: the list
+ *                     record as it is in memory, then whole buffers. Such bytes must not be sent.
+ * @param[in,out] len  bytes available, at most 2147483647; on return bytes written
  *
  * Ownership: *Copied in*: the list; the caller keeps it and frees it.
- * @return AAA_OK: packed, len is the length of the message.
- *         AAA_ERR_NOMEM: buf is too small (deliberately not AAA_ERR_BUFFER_TOO_SMALL).
- *         AAA_ERR_INVALID_ARG: an argument is null.
+ * @return
+ * - AAA_OK: packed, len is the length of the message
+ * - AAA_ERR_NOMEM: buf is too small (deliberately not AAA_ERR_BUFFER_TOO_SMALL)
+ * - AAA_ERR_INVALID_ARG: an argument is null
  */
 AAA_API cerrno aaa_avpair_pack_msg_to_buf(avlist *list, char *buf, uint32_t *len);
 
@@ -412,10 +426,10 @@ AAA_API cerrno aaa_avpair_pack_msg_to_buf(avlist *list, char *buf, uint32_t *len
  *
  * The length is believed: use aaa_avpair_unpack_msg_checked() for bytes from a
  * peer that is not trusted.
- * @param list in/out: empty list to fill.
- * @param msg  in: the flat form, any alignment.
+ * @param[in,out] list empty list to fill
+ * @param[in]     msg  the flat form, any alignment
  *
- * @return as aaa_avpair_unpack_msg_2().
+ * @return as aaa_avpair_unpack_msg_2()
  */
 AAA_API cerrno aaa_avpair_unpack_msg(avlist *list, char *msg);
 
@@ -430,29 +444,31 @@ AAA_API cerrno aaa_avpair_unpack_msg(avlist *list, char *msg);
  * Nothing but len is checked: the pairs must fill the message exactly, as
  * those that packing writes do. Use aaa_avpair_unpack_msg_checked() for bytes
  * from a peer that is not trusted.
- * @param list in/out: empty list to fill; one with pairs stops the process.
- * @param msg  in: the flat form, any alignment.
- * @param len  in: bytes of msg to take; 56 give a list without pairs.
+ * @param[in,out] list empty list to fill; one with pairs stops the process
+ * @param[in]     msg  the flat form, any alignment
+ * @param[in]     len  bytes of msg to take; 56 give a list without pairs
  *
  * Ownership: *Copied in*: the message may be released after the call.
- * @return AAA_OK: filled.
- *         AAA_ERR_INVALID_MSG_SIZE: len is below 56; the list is untouched.
- *         AAA_ERR_NOMEM: no memory; the list has the sender's name and no pairs.
- *         AAA_ERR_INVALID_ARG: a pointer is null.
+ * @return
+ * - AAA_OK: filled
+ * - AAA_ERR_INVALID_MSG_SIZE: len is below 56; the list is untouched
+ * - AAA_ERR_NOMEM: no memory; the list has the sender's name and no pairs
+ * - AAA_ERR_INVALID_ARG: a pointer is null
  */
 AAA_API cerrno aaa_avpair_unpack_msg_2(avlist *list, char *msg, uint32_t len);
 
 /**
  * Creates a list and fills it as aaa_avpair_unpack_msg_2() does.
- * @param list out: the list; null on failure, untouched when an argument is null.
- * @param msg  in: the flat form, any alignment.
- * @param len  in: bytes of msg to take.
+ * @param[out] list the list; null on failure, untouched when an argument is null
+ * @param[in]  msg  the flat form, any alignment
+ * @param[in]  len  bytes of msg to take
  *
  * Ownership: *Caller frees* the list with aaa_avpair_free_list().
- * @return AAA_OK: created and filled.
- *         AAA_ERR_INVALID_MSG_SIZE: len is below 56.
- *         AAA_ERR_NOMEM: no memory.
- *         AAA_ERR_INVALID_ARG: a pointer is null.
+ * @return
+ * - AAA_OK: created and filled
+ * - AAA_ERR_INVALID_MSG_SIZE: len is below 56
+ * - AAA_ERR_NOMEM: no memory
+ * - AAA_ERR_INVALID_ARG: a pointer is null
  */
 AAA_API cerrno aaa_avpair_unpack_msg_create(avlist **list, char *msg, uint32_t len);
 
@@ -460,9 +476,9 @@ AAA_API cerrno aaa_avpair_unpack_msg_create(avlist **list, char *msg, uint32_t l
 
 /**
  * Tells whether two pairs have the same type, length, flags, tag and value bytes.
- * @param a in, may be null (the answer is 0): one pair.
- * @param b in, may be null (the answer is 0): the other.
- * @return 1 when they are equal, otherwise 0.
+ * @param[in] a one pair; may be null (the answer is 0)
+ * @param[in] b the other; may be null (the answer is 0)
+ * @return 1 when they are equal, otherwise 0
  */
 AAA_API int aaa_avpair_compare_avpairs(const avpair_t *a, const avpair_t *b);
 
@@ -470,9 +486,9 @@ AAA_API int aaa_avpair_compare_avpairs(const avpair_t *a, const avpair_t *b);
  * Tells whether two lists have the same name, marker and av_cnt, and equal live
  * pairs in the same order. Deleted pairs and buffers do not matter. A list that
  * was unpacked has another av_cnt than its original and is not equal to it.
- * @param a in, may be null (the answer is 0): one list.
- * @param b in, may be null (the answer is 0): the other.
- * @return 1 when they are equal, otherwise 0.
+ * @param[in] a one list; may be null (the answer is 0)
+ * @param[in] b the other; may be null (the answer is 0)
+ * @return 1 when they are equal, otherwise 0
  */
 AAA_API int aaa_avpair_compare_lists(const avlist *a, const avlist *b);
 
@@ -480,40 +496,43 @@ AAA_API int aaa_avpair_compare_lists(const avlist *a, const avlist *b);
  * Copies all pairs of a list into one buffer of a second list, deleted pairs
  * between live ones included. Takes one allocation, and one more to create the
  * list. Traces under flag 8.
- * @param list      in: list to copy; null stops the process.
- * @param name      in, may be null: name of the list that is created; null gives it the name of list.
- *                  Not used when a list is brought.
- * @param copy_list in/out: null inside creates a list; an empty list inside is used and keeps its name (one
- *                  with pairs stops the process). On failure a list that was created is freed and null is
- *                  stored; a list that was brought stays, empty.
+ * @param[in]     list      list to copy; null stops the process
+ * @param[in]     name      name of the list that is created; null gives it the name of list. Not used when
+ *                          a list is brought. May be null.
+ * @param[in,out] copy_list null inside creates a list; an empty list inside is used and keeps its name (one
+ *                          with pairs stops the process). On failure a list that was created is freed and
+ *                          null is stored; a list that was brought stays, empty.
  *
  * Ownership: *Caller frees* a created list with aaa_avpair_free_list().
- * @return AAA_OK: copied.
- *         AAA_ERR_INVALID_ARG: copy_list is null.
- *         AAA_ERR_AVPAIR_PROCESSING: name is longer than 30 characters.
- *         AAA_ERR_NOMEM: no memory, or more than 2147483647 bytes of pairs.
+ * @return
+ * - AAA_OK: copied
+ * - AAA_ERR_INVALID_ARG: copy_list is null
+ * - AAA_ERR_AVPAIR_PROCESSING: name is longer than 30 characters
+ * - AAA_ERR_NOMEM: no memory, or more than 2147483647 bytes of pairs
  */
 AAA_API cerrno aaa_avpair_copy_list(const avlist *list, const char *name, avlist **copy_list);
 
 /**
  * Calls a function for every live pair in order, until it returns zero.
  * The function may change the value bytes; it must not delete pairs.
- * @param list in: list to visit.
- * @param ctx  in, may be null: handed to fn.
- * @param fn   in: function to call.
+ * @param[in] list list to visit
+ * @param[in] ctx  handed to fn; may be null
+ * @param[in] fn   function to call
  *
  * Ownership: *Borrowed*: the value that fn gets, as with aaa_avpair_find_type().
- * @return AAA_OK: all visited, stopped by fn, or nothing to visit.
- *         AAA_ERR_INVALID_ARG: list or fn is null.
+ * @return
+ * - AAA_OK: all visited, stopped by fn, or nothing to visit
+ * - AAA_ERR_INVALID_ARG: list or fn is null
  */
 AAA_API cerrno aaa_avpair_list_for_each(avlist *list, void *ctx, aaa_avpair_list_callback_fn_t fn);
 
 /**
  * Exchanges the contents of two lists: pairs, counts, names and reserved bytes.
- * @param a in/out: one list.
- * @param b in/out: the other.
- * @return AAA_OK: exchanged.
- *         AAA_ERR_INVALID_ARG: a list is null.
+ * @param[in,out] a one list
+ * @param[in,out] b the other
+ * @return
+ * - AAA_OK: exchanged
+ * - AAA_ERR_INVALID_ARG: a list is null
  */
 AAA_API cerrno aaa_avpair_switch(avlist *a, avlist *b);
 
@@ -529,11 +548,12 @@ AAA_API cerrno aaa_avpair_switch(avlist *a, avlist *b);
  *
  * tgt keeps its record and its name; everything else in the record is as in a
  * list just created, and all iterators and value addresses of tgt are spent.
- * @param src in: list to take from; may be tgt.
- * @param tgt in/out: list to rebuild; one without pairs stops the process. Untouched on failure.
- * @return AAA_OK: rebuilt.
- *         AAA_ERR_INVALID_ARG: a list is null.
- *         AAA_ERR_NOMEM: the result list could not be made.
+ * @param[in]     src list to take from; may be tgt
+ * @param[in,out] tgt list to rebuild; one without pairs stops the process. Untouched on failure.
+ * @return
+ * - AAA_OK: rebuilt
+ * - AAA_ERR_INVALID_ARG: a list is null
+ * - AAA_ERR_NOMEM: the result list could not be made
  */
 AAA_API cerrno aaa_avpair_update_list_from_list(const avlist *src, avlist *tgt);
 
@@ -541,13 +561,14 @@ AAA_API cerrno aaa_avpair_update_list_from_list(const avlist *src, avlist *tgt);
  * Updates a list as aaa_avpair_update() does, instance 0, with every pair of a
  * second list that has one of the given flag bits. Traces under flag 8.
  * The outcomes of the updates are not looked at.
- * @param src   in: list to take from.
- * @param tgt   in/out: list to update; one without pairs stops the process, also when src has none.
- * @param flags in: flag bits, one of which a pair of src must have.
+ * @param[in]     src   list to take from
+ * @param[in,out] tgt   list to update; one without pairs stops the process, also when src has none
+ * @param[in]     flags flag bits, one of which a pair of src must have
  *
  * Ownership: *Copied in*: the values.
- * @return AAA_OK: done.
- *         AAA_ERR_INVALID_ARG: a list is null.
+ * @return
+ * - AAA_OK: done
+ * - AAA_ERR_INVALID_ARG: a list is null
  */
 AAA_API cerrno aaa_avpair_update_list_from_list_by_flags(const avlist *src, avlist *tgt,
                                                          avpair_flags_t flags);
@@ -555,37 +576,40 @@ AAA_API cerrno aaa_avpair_update_list_from_list_by_flags(const avlist *src, avli
 /**
  * Appends every pair of a list that has one of the given flag bits to a second
  * list. Traces under flag 8. The outcomes of the appends are not looked at.
- * @param src   in: list to take from.
- * @param dst   in/out: list to append to; may be src.
- * @param flags in: flag bits, one of which a pair of src must have.
+ * @param[in]     src   list to take from
+ * @param[in,out] dst   list to append to; may be src
+ * @param[in]     flags flag bits, one of which a pair of src must have
  *
  * Ownership: *Copied in*: the values.
- * @return AAA_OK: done.
- *         AAA_ERR_INVALID_ARG: a list is null.
+ * @return
+ * - AAA_OK: done
+ * - AAA_ERR_INVALID_ARG: a list is null
  */
 AAA_API cerrno aaa_avpair_add_from_list_by_flags(const avlist *src, avlist *dst, avpair_flags_t flags);
 
 /**
  * Appends every pair of a list to a second one, in order.
- * @param dst in/out: list to append to; may be src, whose pairs then occur twice.
- * @param src in: list to take from.
+ * @param[in,out] dst list to append to; may be src, whose pairs then occur twice
+ * @param[in]     src list to take from
  *
  * Ownership: *Copied in*: the values.
- * @return AAA_OK: all appended.
- *         AAA_ERR_INVALID_ARG: a list is null.
- *         AAA_ERR_NOMEM: no memory; the pairs before the one that failed are appended.
+ * @return
+ * - AAA_OK: all appended
+ * - AAA_ERR_INVALID_ARG: a list is null
+ * - AAA_ERR_NOMEM: no memory; the pairs before the one that failed are appended
  */
 AAA_API cerrno aaa_avpair_list_concat(avlist *dst, const avlist *src);
 
 /**
  * Updates a list as aaa_avpair_update() does, instance 0, with every pair of a second one, in order.
- * @param dst in/out: list to update; may be src.
- * @param src in: list to take from.
+ * @param[in,out] dst list to update; may be src
+ * @param[in]     src list to take from
  *
  * Ownership: *Copied in*: the values.
- * @return AAA_OK: all done.
- *         AAA_ERR_INVALID_ARG: a list is null.
- *         AAA_ERR_NOMEM: as aaa_avpair_update(); the pairs before the one that failed are done.
+ * @return
+ * - AAA_OK: all done
+ * - AAA_ERR_INVALID_ARG: a list is null
+ * - AAA_ERR_NOMEM: as aaa_avpair_update(); the pairs before the one that failed are done
  */
 AAA_API cerrno aaa_avpair_list_concat_with_replace(avlist *dst, const avlist *src);
 
@@ -595,20 +619,20 @@ AAA_API cerrno aaa_avpair_list_concat_with_replace(avlist *dst, const avlist *sr
  * Writes a list as text: a line with prefix, name and av_cnt, then every live
  * pair as a line break and the text of aaa_util_print_attr(). Passwords are
  * not shown.
- * @param dst    out, may be null (nothing happens): room for the text, which always ends in NUL.
- * @param size   in: bytes at dst; what does not fit is cut, 0 writes nothing.
- * @param prefix in, may be null: text for the brackets of the first line.
- * @param list   in, may be null (nothing happens): list to print.
- * @return dst.
+ * @param[out] dst    room for the text, which always ends in NUL; may be null (nothing happens)
+ * @param[in]  size   bytes at dst; what does not fit is cut, 0 writes nothing
+ * @param[in]  prefix text for the brackets of the first line; may be null
+ * @param[in]  list   list to print; may be null (nothing happens)
+ * @return dst
  */
 AAA_API char *aaa_util_print_avlist(char *dst, uint32_t size, const char *prefix, const avlist *list);
 
 /**
  * Hands the name of a list and then the text of every live pair to a printer.
  * A pair's text is at most 1023 characters and ends in a line break.
- * @param list    in, may be null (nothing happens): list to print.
- * @param flag    in: debug flag for the printer.
- * @param printer in, may be null (nothing happens): function to call.
+ * @param[in] list    list to print; may be null (nothing happens)
+ * @param[in] flag    debug flag for the printer
+ * @param[in] printer function to call; may be null (nothing happens)
  *
  * Ownership: *Borrowed*: the text that the printer gets, until it returns.
  */
@@ -617,31 +641,31 @@ AAA_API void aaa_avpair_print_list(const avlist *list, uint32_t flag, aaa_line_p
 /**
  * Traces bytes in hexadecimal, nine a line, when a debug flag is on: a heading,
  * the full lines, and a last line with the rest, also when there is none.
- * @param flag  in: debug flag to test and to trace under.
- * @param name  in, may be null: name for the heading.
- * @param buf   in, may be null (no bytes then): bytes to show.
- * @param len   in: number of bytes; below 1 shows none.
- * @param ascii in: not 0 shows printable bytes as characters.
+ * @param[in] flag  debug flag to test and to trace under
+ * @param[in] name  name for the heading; may be null
+ * @param[in] buf   bytes to show; may be null (no bytes then)
+ * @param[in] len   number of bytes; below 1 shows none
+ * @param[in] ascii not 0 shows printable bytes as characters
  */
 AAA_API void dump_buffer(uint32_t flag, const char *name, const unsigned char *buf, int len, int ascii);
 
 /**
  * Traces every element of an io-vector as dump_buffer() does under debug flag
  * 10, in hexadecimal only, headed by name and the element's number from 0.
- * @param name  in, may be null: name for the headings, which are cut at 127 characters.
- * @param iov   in, may be null (nothing happens): the elements.
- * @param count in: number of elements; below 1 shows none.
+ * @param[in] name  name for the headings, which are cut at 127 characters; may be null
+ * @param[in] iov   the elements; may be null (nothing happens)
+ * @param[in] count number of elements; below 1 shows none
  */
 AAA_API void dump_iovs(const char *name, const iov_t *iov, int count);
 
 /**
  * Hands a label and then bytes in hexadecimal, nine a line, to a printer.
  * The bytes behind the last full line are not shown: deliberate, unlike dump_buffer().
- * @param label   in, may be null: first line.
- * @param flag    in: debug flag for the printer; it is not tested.
- * @param buf     in, may be null (no bytes then): bytes to show.
- * @param len     in: number of bytes; below 1 shows none.
- * @param printer in, may be null (nothing happens): function to call.
+ * @param[in] label   first line; may be null
+ * @param[in] flag    debug flag for the printer; it is not tested
+ * @param[in] buf     bytes to show; may be null (no bytes then)
+ * @param[in] len     number of bytes; below 1 shows none
+ * @param[in] printer function to call; may be null (nothing happens)
  *
  * Ownership: *Borrowed*: the text that the printer gets, until it returns.
  */

@@ -148,17 +148,21 @@ static_assert(offsetof(aaa_author_req_t, attrs) == 88, "layout of aaa_author_req
  *
  * A remote address that the platform finds is kept in the record. Traces go to
  * the debug flags 8, 1 and 0.
- * @param cred     in/out: the credentials. remote_addr may be filled, and so may line_category and the line details.
- * @param list     in/out: the request's list; on failure it keeps the pairs added so far.
- * @param service  in: AAA_SVC_... of aaa/names.h.
- * @param reserved in: not looked at.
- * @param type     in: AAA_ACCT_..._OPT (128 to 131) makes it an accounting request; otherwise AAA_AO_... with all
- *                 its bits: an option with anything above its low byte carries no CHAP data.
+ * @param[in,out] cred     the credentials. remote_addr may be filled, and so may line_category and the line
+ *                         details.
+ * @param[in,out] list     the request's list; on failure it keeps the pairs added so far
+ * @param[in]     service  AAA_SVC_... of aaa/names.h
+ * @param[in]     reserved not looked at
+ * @param[in]     type     AAA_ACCT_..._OPT (128 to 131) makes it an accounting request; otherwise
+ *                         AAA_AO_... with all its bits: an option with anything above its low byte carries
+ *                         no CHAP data.
  *
  * Ownership: *Copied in*: everything the record points to. *Handed over*: a remote address found here, to the record.
- * @return AAA_OK: added.
- *         AAA_ERR_INVALID_ARG: cred or list is null.
- *         AAA_ERR_NOMEM: no memory. State arguments and pairs of in_attr_list that cannot be copied are traced only.
+ * @return
+ * - AAA_OK: added
+ * - AAA_ERR_INVALID_ARG: cred or list is null
+ * - AAA_ERR_NOMEM: no memory. State arguments and pairs of in_attr_list that cannot be copied are traced
+ *   only.
  */
 AAA_API cerrno aaa_util_add_usercred_in_avlist(aaa_usercred_t *cred, avlist *list, int32_t service,
                                                uint32_t reserved, uint32_t type);
@@ -181,14 +185,15 @@ AAA_API cerrno aaa_util_add_usercred_in_avlist(aaa_usercred_t *cred, avlist *lis
  * **The command is changed in place** when it holds an FTP address with a user
  * and a password: the password becomes one asterisk. So hand in memory that may
  * be written to, never a literal. The password ends at the first '@' behind it.
- * @param service   in: AAA_SVC_... of aaa/names.h.
- * @param list      in/out: the request's list; on failure it keeps the pairs added so far.
- * @param svc_attrs in/out: the attributes.
+ * @param[in]     service   AAA_SVC_... of aaa/names.h
+ * @param[in,out] list      the request's list; on failure it keeps the pairs added so far
+ * @param[in,out] svc_attrs the attributes
  *
  * Ownership: *Copied in*: texts and pairs.
- * @return AAA_OK: added, or nothing to add.
- *         AAA_ERR_INVALID_ARG: list or svc_attrs is null; services 14 to 16: so is cmd.
- *         AAA_ERR_NOMEM: no memory.
+ * @return
+ * - AAA_OK: added, or nothing to add
+ * - AAA_ERR_INVALID_ARG: list or svc_attrs is null; services 14 to 16: so is cmd
+ * - AAA_ERR_NOMEM: no memory
  */
 AAA_API cerrno aaa_util_add_svc_attrs_in_avlist(int32_t service, avlist *list, aaa_svc_attrs_t *svc_attrs);
 
@@ -198,14 +203,15 @@ AAA_API cerrno aaa_util_add_svc_attrs_in_avlist(int32_t service, avlist *list, a
  * Failures to add are not reported. After one to add the mnemonic, other than
  * for a null list, the flag is not added either. Traces go to the debug flags
  * 1 and 8.
- * @param cred           in/out: the credentials. With not_accounting and a mnemonic, the platform fills in
- *                       line_category and the line details.
- * @param list           in/out, may be null (nothing is added): the request's list.
- * @param not_accounting in: not 0 unless the request is for accounting.
+ * @param[in,out] cred           the credentials. With not_accounting and a mnemonic, the platform fills in
+ *                               line_category and the line details.
+ * @param[in,out] list           the request's list; may be null (nothing is added)
+ * @param[in]     not_accounting not 0 unless the request is for accounting
  *
  * Ownership: *Copied in*: the mnemonic, up to 31 characters.
- * @return AAA_OK: done.
- *         AAA_ERR_INVALID_ARG: cred is null.
+ * @return
+ * - AAA_OK: done
+ * - AAA_ERR_INVALID_ARG: cred is null
  */
 AAA_API cerrno aaa_lib_update_mnemonic_and_flags(aaa_usercred_t *cred, avlist *list, uint32_t not_accounting);
 
@@ -218,18 +224,20 @@ AAA_API cerrno aaa_lib_update_mnemonic_and_flags(aaa_usercred_t *cred, avlist *l
  * no state_args. Everything else is the source's value, pointers included: the
  * task table, in_attr_list and the mnemonic are shared, and the source must
  * outlive their use. is_copy is 1.
- * @param source   in: the record to copy.
- * @param out      out: the copy. Set as soon as the record is allocated: after a failure it holds a partly filled
- *                 copy, to be freed like a whole one; untouched only if there was not even memory for the record.
- * @param service  in: AAA_SVC_... of aaa/names.h; CHAP data are copied for 11 only.
- * @param suppress in: not 0 to leave the CHAP data out.
- * @param type     in: AAA_AO_...: 5 and 9 copy data and response, 7 and 10 the data; for any other option a copy of
- *                 a source with CHAP data has a zeroed CHAP record.
+ * @param[in]  source   the record to copy
+ * @param[out] out      the copy. Set as soon as the record is allocated: after a failure it holds a partly
+ *                      filled copy, to be freed like a whole one; untouched only if there was not even
+ *                      memory for the record.
+ * @param[in]  service  AAA_SVC_... of aaa/names.h; CHAP data are copied for 11 only
+ * @param[in]  suppress not 0 to leave the CHAP data out
+ * @param[in]  type     AAA_AO_...: 5 and 9 copy data and response, 7 and 10 the data; for any other option
+ *                      a copy of a source with CHAP data has a zeroed CHAP record
  *
  * Ownership: *Caller frees* the copy with aaa_util_free_usercred(), same service and type, also after a failure.
- * @return AAA_OK: copied.
- *         AAA_ERR_INVALID_ARG: source or out is null, or CHAP data have a length and no bytes.
- *         AAA_ERR_NOMEM: no memory.
+ * @return
+ * - AAA_OK: copied
+ * - AAA_ERR_INVALID_ARG: source or out is null, or CHAP data have a length and no bytes
+ * - AAA_ERR_NOMEM: no memory
  */
 AAA_API cerrno aaa_util_copy_usercred(const aaa_usercred_t *source, aaa_usercred_t **out, int32_t service,
                                       uint32_t suppress, uint32_t type);
@@ -243,31 +251,33 @@ AAA_API cerrno aaa_util_copy_usercred(const aaa_usercred_t *source, aaa_usercred
  *
  * The task table goes with its source: it is destroyed unless is_copy is 1. So
  * free the copies of a record first, or no longer use their task table.
- * @param record  in: a copy, or a record whose owned fields and which itself came from malloc.
- * @param service in: as given to the copy: CHAP data are freed for 11 only.
- * @param type    in: as given to the copy: 5 and 9 free data and response, 7 and 10 the data.
+ * @param[in] record  a copy, or a record whose owned fields and which itself came from malloc
+ * @param[in] service as given to the copy: CHAP data are freed for 11 only
+ * @param[in] type    as given to the copy: 5 and 9 free data and response, 7 and 10 the data
  *
  * Ownership: *Handed over* to the library, which frees the record.
- * @return AAA_OK: freed.
- *         AAA_ERR_INVALID_ARG: record is null.
+ * @return
+ * - AAA_OK: freed
+ * - AAA_ERR_INVALID_ARG: record is null
  */
 AAA_API cerrno aaa_util_free_usercred(aaa_usercred_t *record, int32_t service, uint32_t type);
 
 /**
  * Copies an authentication request with its list.
- * @param source in: the request; its list may be null.
- * @param out    out: the copy; untouched on failure.
+ * @param[in]  source the request; its list may be null
+ * @param[out] out    the copy; untouched on failure
  *
  * Ownership: *Caller frees* the copy with aaa_util_free_authen_req().
- * @return AAA_OK: copied.
- *         AAA_ERR_INVALID_ARG: source or out is null.
- *         AAA_ERR_NOMEM: no memory.
+ * @return
+ * - AAA_OK: copied
+ * - AAA_ERR_INVALID_ARG: source or out is null
+ * - AAA_ERR_NOMEM: no memory
  */
 AAA_API cerrno aaa_util_copy_authen_req(const aaa_authen_req_t *source, aaa_authen_req_t **out);
 
 /**
  * Frees an authentication request and its list.
- * @param record in, may be null (nothing happens).
+ * @param[in] record may be null (nothing happens)
  *
  * Ownership: *Handed over* to the library, which frees the record.
  */
@@ -275,18 +285,19 @@ AAA_API void aaa_util_free_authen_req(aaa_authen_req_t *record);
 
 /**
  * Copies the list of an authorization request; the eleven other fields of the copy are zero.
- * @param source in: the request; its list may be null.
- * @param out    out: the copy; untouched on failure.
+ * @param[in]  source the request; its list may be null
+ * @param[out] out    the copy; untouched on failure
  *
  * Ownership: *Caller frees* the copy with aaa_util_free_author_req().
- * @return AAA_OK: copied.
- *         AAA_ERR_NOMEM: no memory; and, unlike everywhere else, source or out is null.
+ * @return
+ * - AAA_OK: copied
+ * - AAA_ERR_NOMEM: no memory; and, unlike everywhere else, source or out is null
  */
 AAA_API cerrno aaa_util_copy_author_req(const aaa_author_req_t *source, aaa_author_req_t **out);
 
 /**
  * Frees an authorization request and its list; the eleven other fields are the maker's.
- * @param record in, may be null (nothing happens).
+ * @param[in] record may be null (nothing happens)
  *
  * Ownership: *Handed over* to the library, which frees the record.
  */

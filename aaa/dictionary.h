@@ -85,17 +85,17 @@ AAA_API extern const aaa_table_row_t aaa_table[AAA_TABLE_ROWS];
 
 /**
  * Gives the name of an attribute type.
- * @param type in: 1 to AAA_ATTR_MAX. Type 0 counts as invalid although its row has a name: kept.
+ * @param[in] type 1 to AAA_ATTR_MAX. Type 0 counts as invalid although its row has a name: kept.
  *
  * Ownership: *Borrowed* until the library is unloaded.
- * @return the name; null: the type has no attribute; "<invalid attribute>": out of range.
+ * @return the name, null for a type without an attribute, "<invalid attribute>" when out of range
  */
 AAA_API const char *aaa_attribute_pname(int32_t type);
 
 /**
  * Gives the value format of an attribute type.
- * @param type in: 1 to AAA_ATTR_MAX; 0 counts as invalid.
- * @return an enum aaa_format, also for types without an attribute; 0xFFFFFFFF: out of range.
+ * @param[in] type 1 to AAA_ATTR_MAX; 0 counts as invalid
+ * @return an enum aaa_format, also for types without an attribute; 0xFFFFFFFF when out of range
  */
 AAA_API uint32_t aaa_attribute_format(int32_t type);
 
@@ -112,32 +112,33 @@ AAA_API uint32_t aaa_attribute_format(int32_t type);
  * value is not longer than about 900. For attribute AAA_AUTHEN_METHOD_ATTR with
  * a value of 1000 to 4999, the name of the server group is looked up in the
  * system database, and memory is allocated while the line is written.
- * @param type   in: attribute type, of any value.
- * @param length in: bytes of the value.
- * @param flags  in: flag bits of the pair.
- * @param value  in, may be null ("<value is NULL>" is written): value bytes, need not end in NUL.
- * @param buffer out, may be null (nothing is written): the line, always terminated when size is not 0.
- * @param size   in: bytes of the buffer.
+ * @param[in]  type   attribute type, of any value
+ * @param[in]  length bytes of the value
+ * @param[in]  flags  flag bits of the pair
+ * @param[in]  value  value bytes, need not end in NUL; may be null ("<value is NULL>" is written)
+ * @param[out] buffer the line, always terminated when size is not 0; may be null (nothing is written)
+ * @param[in]  size   bytes of the buffer
  *
  * Ownership: the caller's buffer is *Borrowed* for the call.
- * @return buffer.
+ * @return buffer
  */
 AAA_API char *aaa_util_print_attr(uint32_t type, uint32_t length, avpair_flags_t flags, const void *value,
                                   char *buffer, uint32_t size);
 
 /**
  * Writes an IPv4 address in its dotted form.
- * @param address in: address as an integer, most significant byte first in the text: 0xC0A80101 is 192.168.1.1.
- * @param buffer  out, may be null (nothing is written): at least 16 bytes; terminated.
- * @return characters written, without the NUL; 0 for a null buffer.
+ * @param[in]  address address as an integer, most significant byte first in the text: 0xC0A80101 is
+ *                     192.168.1.1
+ * @param[out] buffer  at least 16 bytes; terminated; may be null (nothing is written)
+ * @return characters written, without the NUL; 0 for a null buffer
  */
 AAA_API int aaa_util_format_ipaddr(uint32_t address, char *buffer);
 
 /**
  * Writes an IPv4 or IPv6 address as text.
- * @param buffer  out: at least 16 bytes for family 2, else 46; unspecified contents on failure.
- * @param address in: the address, passed by value.
- * @return buffer; null: buffer is null, or the platform refuses the family.
+ * @param[out] buffer  at least 16 bytes for family 2, else 46; unspecified contents on failure
+ * @param[in]  address the address, passed by value
+ * @return buffer, or null when buffer is null or the platform refuses the family
  */
 AAA_API const char *aaa_util_format_v4v6_ipaddr(char *buffer, aaa_ip_addr_t address);
 

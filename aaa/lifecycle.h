@@ -45,17 +45,18 @@ AAA_API extern uint64_t aaa_cfg_sysdb_connid;
  * Opens a database-type event connection.
  * A connection that cannot be made now counts as opened: the event manager
  * keeps trying and calls up_cb when it succeeds. This is traced under flag 5.
- * @param evm      in: event manager of the platform.
- * @param conn_out out: the connection; also set when a later step fails.
- * @param up_cb    in: called when the connection is to be made, first on the
- *                 caller's thread, later on the thread that dispatches evm.
- * @param down_cb  in: called when the connection was lost.
- * @param ctx      in, may be null: handed to up_cb.
+ * @param[in]  evm      event manager of the platform
+ * @param[out] conn_out the connection; also set when a later step fails
+ * @param[in]  up_cb    called when the connection is to be made, first on the caller's thread, later on the
+ *                      thread that dispatches evm
+ * @param[in]  down_cb  called when the connection was lost
+ * @param[in]  ctx      handed to up_cb; may be null
  *
  * Ownership: *Borrowed* evm and ctx, for as long as the connection lives.
- * @return AAA_OK: opened, or being retried (whichever step said so).
- *         AAA_ERR_INVALID_ARG: evm or conn_out is null.
- *         Another code: the event manager's own.
+ * @return
+ * - AAA_OK: opened, or being retried (whichever step said so)
+ * - AAA_ERR_INVALID_ARG: evm or conn_out is null
+ * - another code: the event manager's own
  */
 AAA_API cerrno aaa_util_ecm_sysdb_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb,
                                        aaa_event_cb_t down_cb, void *ctx);
@@ -65,16 +66,17 @@ AAA_API cerrno aaa_util_ecm_sysdb_conn(void *evm, void **conn_out, aaa_event_cb_
  * A connection that cannot be opened now counts as opened, as above, and is
  * logged. Unlike above this holds only for the opening itself: the retry code
  * from an earlier step is a failure (callers depend on the difference).
- * @param evm        in: event manager of the platform.
- * @param conn_out   out: the connection; also set when a later step fails.
- * @param up_cb      in: as above; returns the file descriptor to watch.
- * @param handler_cb in: called when the descriptor is ready.
- * @param ctx        in, may be null: handed to up_cb.
+ * @param[in]  evm        event manager of the platform
+ * @param[out] conn_out   the connection; also set when a later step fails
+ * @param[in]  up_cb      as above; returns the file descriptor to watch
+ * @param[in]  handler_cb called when the descriptor is ready
+ * @param[in]  ctx        handed to up_cb; may be null
  *
  * Ownership: *Borrowed* evm and ctx, for as long as the connection lives.
- * @return AAA_OK: opened, or being retried.
- *         AAA_ERR_INVALID_ARG: evm or conn_out is null.
- *         Another code: the event manager's own.
+ * @return
+ * - AAA_OK: opened, or being retried
+ * - AAA_ERR_INVALID_ARG: evm or conn_out is null
+ * - another code: the event manager's own
  */
 AAA_API cerrno aaa_util_ecm_fd_conn(void *evm, void **conn_out, aaa_event_cb_t up_cb,
                                     aaa_event_cb_t handler_cb, void *ctx);

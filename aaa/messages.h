@@ -156,23 +156,24 @@ static_assert(offsetof(aaa_method_list_t, sg_name) == 268, "layout of aaa_method
  *
  * Elements: the record, 72; first string; second string, both without terminator. An absent string is a
  * null element of length 0.
- * @param msg       in and out: the 72-byte record (aaa_conn_msg_t), or the session packet.
- * @param value1    in: the six connect values, whose meaning is the caller's.
- * @param value2    in.
- * @param value3    in.
- * @param value4    in.
- * @param value5    in.
- * @param value6    in.
- * @param str1      in, may be null: first connect string, under 4 GiB.
- * @param str2      in, may be null: second connect string.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param session   in: 0 for a classic message, else a session packet. A packet has no values and no
- *                  strings.
+ * @param[in,out] msg       the 72-byte record (aaa_conn_msg_t), or the session packet
+ * @param[in]     value1    the six connect values, whose meaning is the caller's
+ * @param[in]     value2    another of the six
+ * @param[in]     value3    another of the six
+ * @param[in]     value4    another of the six
+ * @param[in]     value5    another of the six
+ * @param[in]     value6    another of the six
+ * @param[in]     str1      first connect string, under 4 GiB; may be null
+ * @param[in]     str2      second connect string; may be null
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[in]     session   0 for a classic message, else a session packet. A packet has no values and no
+ *                          strings.
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
  */
 AAA_API cerrno aaa_util_msg_conn_compose(void *msg, uint32_t value1, uint32_t value2, uint32_t value3,
                                          uint32_t value4, uint32_t value5, uint32_t value6, const char *str1,
@@ -183,14 +184,15 @@ AAA_API cerrno aaa_util_msg_conn_compose(void *msg, uint32_t value1, uint32_t va
  * Composes "disconnect" (type 1).
  *
  * Elements: header, 32. A session packet carries type 0, not 1; that is kept, callers rely on it.
- * @param msg       in and out: the 32-byte header record, or the session packet.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param session   in: 0 for a classic message, else a session packet.
+ * @param[in,out] msg       the 32-byte header record, or the session packet
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[in]     session   0 for a classic message, else a session packet
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
  */
 AAA_API cerrno aaa_util_msg_disconn_compose(void *msg, iov_t **iov_out, uint32_t *count_out,
                                             uint32_t session);
@@ -201,14 +203,15 @@ AAA_API cerrno aaa_util_msg_disconn_compose(void *msg, iov_t **iov_out, uint32_t
  * Elements: header, 36. The caller's number at offset 32 goes to network order, every time: composing
  * twice on one record turns it back. A session packet carries type 8, or type 0 when iov_out or count_out
  * is null.
- * @param msg       in and out: the 36-byte header record, or the session packet.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param session   in: 0 for a classic message, else a session packet.
+ * @param[in,out] msg       the 36-byte header record, or the session packet
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[in]     session   0 for a classic message, else a session packet
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
  */
 AAA_API cerrno aaa_util_msg_cb_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session);
 
@@ -216,14 +219,15 @@ AAA_API cerrno aaa_util_msg_cb_compose(void *msg, iov_t **iov_out, uint32_t *cou
  * Composes "ping" (type 9).
  *
  * Elements: header, 32. A session packet carries type 9, or type 0 when iov_out or count_out is null.
- * @param msg       in and out: the 32-byte header record, or the session packet.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param session   in: 0 for a classic message, else a session packet.
+ * @param[in,out] msg       the 32-byte header record, or the session packet
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[in]     session   0 for a classic message, else a session packet
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
  */
 AAA_API cerrno aaa_util_msg_ping_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session);
 
@@ -231,16 +235,17 @@ AAA_API cerrno aaa_util_msg_ping_compose(void *msg, iov_t **iov_out, uint32_t *c
  * Composes the server's side of "connect" (type 0).
  *
  * Elements: header, 40; block, 64. The parameter stands at offset 32 in network order.
- * @param msg       in and out: the 40-byte header record, or the session packet.
- * @param param     in: the parameter.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param block     in: 64 bytes of the caller's; not looked at.
- * @param session   in: 0 for a classic message, else a session packet. Type 0.
+ * @param[in,out] msg       the 40-byte header record, or the session packet
+ * @param[in]     param     the parameter
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[in]     block     64 bytes of the caller's; not looked at
+ * @param[in]     session   0 for a classic message, else a session packet. Type 0.
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
  */
 AAA_API cerrno aaa_util_svrmsg_conn_compose(void *msg, uint32_t param, iov_t **iov_out, uint32_t *count_out,
                                             void *block, uint32_t session);
@@ -250,15 +255,16 @@ AAA_API cerrno aaa_util_svrmsg_conn_compose(void *msg, uint32_t param, iov_t **i
  *
  * Elements: header, 40; data, 4. The word at offset 32 is 3 and stays in host order, alone among all
  * messages.
- * @param msg       in and out: the 40-byte header record, or the session packet.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param data      in: 4 bytes of the caller's; not looked at.
- * @param session   in: 0 for a classic message, else a session packet. Type 1.
+ * @param[in,out] msg       the 40-byte header record, or the session packet
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[in]     data      4 bytes of the caller's; not looked at
+ * @param[in]     session   0 for a classic message, else a session packet. Type 1.
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
  */
 AAA_API cerrno aaa_util_svrmsg_disconn_compose(void *msg, iov_t **iov_out, uint32_t *count_out, void *data,
                                                uint32_t session);
@@ -277,32 +283,33 @@ AAA_API cerrno aaa_util_svrmsg_disconn_compose(void *msg, iov_t **iov_out, uint3
  * A session packet is filled before attributes are added and owns the list from then on: after any code
  * but AAA_ERR_INVALID_MSG_TYPE the list is in the packet, after AAA_ERR_NOMEM too unless the packet is
  * untouched. Zero the packet's list field beforehand and free what it holds.
- * @param msg       in and out: the 40-byte header record, or the session packet.
- * @param option    in: authentication option in the low byte, variant bits in the next.
- * @param service   in: AAA service.
- * @param methodlist in, may be null: name of the method list. When it is null the list of the caller's
- *                  line is taken, or "default".
- * @param method    in: 0, or a method that makes a method list unnecessary.
- * @param usercred  in: the credential; its remote_addr may be filled in, as
- *                  aaa_util_add_usercred_in_avlist() says. A user name of 254 or more characters is left
- *                  out without a word.
- * @param in_attrs  in, may be null: pairs to send along.
- * @param rsa_params in: needed for option 13, else not looked at.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param buffer    out: room for the packed list; not used in session mode.
- * @param size      in: bytes of buffer. In session mode buffer and size still decide the type.
- * @param async_block in, may be null: 64 bytes of the caller's. A packet then carries type 4, if buffer is
- *                  not null and size not 0.
- * @param session   in: 0 for a classic message, else a session packet. The packet's value is option &
- *                  0xFF00.
+ * @param[in,out] msg         the 40-byte header record, or the session packet
+ * @param[in]     option      authentication option in the low byte, variant bits in the next
+ * @param[in]     service     AAA service
+ * @param[in]     methodlist  name of the method list; may be null: that of the caller's line is taken
+ *                            then, or "default"
+ * @param[in]     method      0, or a method that makes a method list unnecessary
+ * @param[in]     usercred    the credential; its remote_addr may be filled in, as
+ *                            aaa_util_add_usercred_in_avlist() says. A user name of 254 or more characters
+ *                            is left out without a word.
+ * @param[in]     in_attrs    pairs to send along; may be null
+ * @param[in]     rsa_params  needed for option 13, else not looked at
+ * @param[out]    iov_out     the io-vector array; not used in session mode
+ * @param[out]    count_out   its number of elements; not used in session mode
+ * @param[out]    buffer      room for the packed list; not used in session mode
+ * @param[in]     size        bytes of buffer. In session mode buffer and size still decide the type.
+ * @param[in]     async_block 64 bytes of the caller's. A packet then carries type 4, if buffer is not null
+ *                            and size not 0. May be null.
+ * @param[in]     session     0 for a classic message, else a session packet. The packet's value is option &
+ *                            0xFF00.
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; the list is the routine's
  * own, or *Handed over* to the packet's consumer; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
- *         AAA_ERR_INVALID_ARG: usercred is null, or rsa_params is with option 13.
- *         What find_method_for_line() answers, and the codes of the accessors.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
+ * - AAA_ERR_INVALID_ARG: usercred is null, or rsa_params is with option 13
+ * - a code of find_method_for_line() or of an accessor
  */
 AAA_API cerrno aaa_util_msg_authen_compose(void *msg, uint32_t option, int32_t service,
                                            const char *methodlist, uint32_t method, aaa_usercred_t *usercred,
@@ -318,30 +325,31 @@ AAA_API cerrno aaa_util_msg_authen_compose(void *msg, uint32_t option, int32_t s
  * message type (3) for services 7, 8 (18), 11 (21), 23 (31), 26 (32) and 29 (33) only; authen_option (43);
  * method list (17) when method is 0; the credentials; the service attributes, but not for service 23. The
  * line is not asked for services 16, 17 and 23 nor on a line card; option 69 needs no terminal.
- * @param msg       in and out: the 40-byte header record, or the session packet.
- * @param authen_option in: authentication option, all 32 bits of it.
- * @param service   in: AAA service.
- * @param methodlist in, may be null: name of the method list. When it is null the list of the caller's
- *                  line is taken, or "default".
- * @param method    in: 0, or a method that makes a method list unnecessary.
- * @param usercred  in: the credential; as for authentication.
- * @param svc_attrs in: service attributes; may be null for service 23 only. A password inside an FTP
- *                  address in cmd is masked in place.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param buffer    out: room for the packed list; not used in session mode.
- * @param size      in: bytes of buffer. In session mode buffer and size still decide the type.
- * @param async_block in, may be null: 64 bytes of the caller's. A packet then carries type 6, if buffer is
- *                  not null and size not 0.
- * @param session   in: 0 for a classic message, else a session packet. The packet's value is
- *                  authen_option.
+ * @param[in,out] msg           the 40-byte header record, or the session packet
+ * @param[in]     authen_option authentication option, all 32 bits of it
+ * @param[in]     service       AAA service
+ * @param[in]     methodlist    name of the method list; may be null: that of the caller's line is taken
+ *                              then, or "default"
+ * @param[in]     method        0, or a method that makes a method list unnecessary
+ * @param[in]     usercred      the credential; as for authentication
+ * @param[in]     svc_attrs     service attributes; may be null for service 23 only. A password inside an
+ *                              FTP address in cmd is masked in place.
+ * @param[out]    iov_out       the io-vector array; not used in session mode
+ * @param[out]    count_out     its number of elements; not used in session mode
+ * @param[out]    buffer        room for the packed list; not used in session mode
+ * @param[in]     size          bytes of buffer. In session mode buffer and size still decide the type.
+ * @param[in]     async_block   64 bytes of the caller's. A packet then carries type 6, if buffer is not
+ *                              null and size not 0. May be null.
+ * @param[in]     session       0 for a classic message, else a session packet. The packet's value is
+ *                              authen_option.
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; the list is the routine's
  * own, or *Handed over* to the packet's consumer; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
- *         AAA_ERR_INVALID_ARG: usercred or svc_attrs is null.
- *         What find_method_for_line() answers, and the codes of the accessors.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
+ * - AAA_ERR_INVALID_ARG: usercred or svc_attrs is null
+ * - a code of find_method_for_line() or of an accessor
  */
 AAA_API cerrno aaa_util_msg_author_compose(void *msg, uint32_t authen_option, int32_t service,
                                            const char *methodlist, uint32_t method, aaa_usercred_t *usercred,
@@ -357,30 +365,33 @@ AAA_API cerrno aaa_util_msg_author_compose(void *msg, uint32_t authen_option, in
  * 16, 131 gives 17, others 0), the service attributes. Service 13 goes without credentials and service
  * attributes. The line is not asked for services 13, 16 and 17 nor on a line card; services 16 and 24 need
  * no terminal.
- * @param msg       in and out: the 40-byte header record, or the session packet.
- * @param option    in: accounting option.
- * @param service   in: AAA service.
- * @param methodlist in, may be null: name of the method list. When it is null the list of the caller's
- *                  line is taken, or "default".
- * @param method    in: 0, or a method that makes a method list unnecessary.
- * @param usercred  in: the credential; may be null for service 13 only.
- * @param svc_attrs in: service attributes; may be null for service 13 only. A password inside an FTP
- *                  address in cmd is masked in place.
- * @param sid       in: accounting session id.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param buffer    out: room for the packed list; must be there in session mode too.
- * @param size      in: bytes of buffer; not 0 in session mode either.
- * @param async_block in, may be null: 64 bytes of the caller's. A packet carries type 7 with and without.
- * @param session   in: 0 for a classic message, else a session packet. The packet's value is the option.
+ * @param[in,out] msg         the 40-byte header record, or the session packet
+ * @param[in]     option      accounting option
+ * @param[in]     service     AAA service
+ * @param[in]     methodlist  name of the method list; may be null: that of the caller's line is taken
+ *                            then, or "default"
+ * @param[in]     method      0, or a method that makes a method list unnecessary
+ * @param[in]     usercred    the credential; may be null for service 13 only
+ * @param[in]     svc_attrs   service attributes; may be null for service 13 only. A password inside an FTP
+ *                            address in cmd is masked in place.
+ * @param[in]     sid         accounting session id
+ * @param[out]    iov_out     the io-vector array; not used in session mode
+ * @param[out]    count_out   its number of elements; not used in session mode
+ * @param[out]    buffer      room for the packed list; must be there in session mode too
+ * @param[in]     size        bytes of buffer; not 0 in session mode either
+ * @param[in]     async_block 64 bytes of the caller's. A packet carries type 7 with and without. May be
+ *                            null.
+ * @param[in]     session     0 for a classic message, else a session packet. The packet's value is the
+ *                            option.
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; the list is the routine's
  * own, or *Handed over* to the packet's consumer; see above.
- * @return AAA_OK: composed.
- *         AAA_ERR_INVALID_ARG: msg or buffer is null or size is 0, in both modes; usercred or svc_attrs is
- *         null and the service is not 13; in classic mode iov_out or count_out is null.
- *         AAA_ERR_NOMEM: no memory, or the packed list does not fit the buffer.
- *         What find_method_for_line() answers, and the codes of the accessors.
+ * @return
+ * - AAA_OK: composed
+ * - AAA_ERR_INVALID_ARG: msg or buffer is null or size is 0, in both modes; usercred or svc_attrs is null
+ *   and the service is not 13; in classic mode iov_out or count_out is null
+ * - AAA_ERR_NOMEM: no memory, or the packed list does not fit the buffer
+ * - a code of find_method_for_line() or of an accessor
  */
 AAA_API cerrno aaa_util_msg_acct_compose(void *msg, uint32_t option, int32_t service, const char *methodlist,
                                          uint32_t method, aaa_usercred_t *usercred,
@@ -394,23 +405,24 @@ AAA_API cerrno aaa_util_msg_acct_compose(void *msg, uint32_t option, int32_t ser
  * Elements: header, 40; block, 64; session id, 4, in host order; packed list. Offset 32 holds 129. Added
  * to the list, in order: time (23, 8 bytes), session id (46), time zone (40), message type 16 (3). They
  * stay in it after a failure.
- * @param msg       in and out: the 40-byte header record, or the session packet.
- * @param sid       in: accounting session id; its address goes into the message.
- * @param block     in: 64 bytes of the caller's.
- * @param list      in and out: the list of the record to update.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param buffer    out: room for the packed list; must be there in session mode too.
- * @param size      in: bytes of buffer; not 0 in session mode either.
- * @param session   in: 0 for a classic message, else a session packet. The packet's value is 129.
+ * @param[in,out] msg       the 40-byte header record, or the session packet
+ * @param[in]     sid       accounting session id; its address goes into the message
+ * @param[in]     block     64 bytes of the caller's
+ * @param[in,out] list      the list of the record to update
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[out]    buffer    room for the packed list; must be there in session mode too
+ * @param[in]     size      bytes of buffer; not 0 in session mode either
+ * @param[in]     session   0 for a classic message, else a session packet. The packet's value is 129.
  *
  * Ownership: the list stays the caller's in classic mode, but packing leaves it in network order: free it,
  * never use it again. In session mode it is *Handed over* to the packet's consumer on success. All else is
  * *Borrowed* until the message is sent; *Caller frees* the array.
- * @return AAA_OK: composed.
- *         AAA_ERR_INVALID_ARG: msg, sid, block, list or buffer is null or size is 0, in both modes; in
- *         classic mode iov_out or count_out is null.
- *         AAA_ERR_NOMEM: no memory, or the packed list does not fit the buffer.
+ * @return
+ * - AAA_OK: composed
+ * - AAA_ERR_INVALID_ARG: msg, sid, block, list or buffer is null or size is 0, in both modes; in classic
+ *   mode iov_out or count_out is null
+ * - AAA_ERR_NOMEM: no memory, or the packed list does not fit the buffer
  */
 AAA_API cerrno aaa_util_msg_acct_update_compose(void *msg, uint32_t *sid, void *block, avlist *list,
                                                 iov_t **iov_out, uint32_t *count_out, char *buffer,
@@ -421,21 +433,23 @@ AAA_API cerrno aaa_util_msg_acct_update_compose(void *msg, uint32_t *sid, void *
  *
  * Elements: header, 32; packed list with the user name (257). aaa_util_msg_type_desc() describes 24 as
  * unknown and 25 as an increment: the two number these messages differently.
- * @param msg       in and out: the 32-byte header record, or the session packet.
- * @param username_ref in: address of the name pointer, for instance of a credential's username. The name
- *                  may be null; a null or over-long name (254 characters or more) is left out.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param action    in: 1 increments, 2 decrements. Any other action leaves the record's type as it is, and
- *                  a packet's type 0.
- * @param session   in: 0 for a classic message, else a session packet.
+ * @param[in,out] msg          the 32-byte header record, or the session packet
+ * @param[in]     username_ref address of the name pointer, for instance of a credential's username. The
+ *                             name may be null; a null or over-long name (254 characters or more) is left
+ *                             out.
+ * @param[out]    iov_out      the io-vector array; not used in session mode
+ * @param[out]    count_out    its number of elements; not used in session mode
+ * @param[in]     action       1 increments, 2 decrements. Any other action leaves the record's type as it
+ *                             is, and a packet's type 0.
+ * @param[in]     session      0 for a classic message, else a session packet
  *
  * Ownership: *Caller frees* the array with free(), and with it the packed list, which lies in the same
  * block (16384 bytes). The list of a packet is *Handed over* to its consumer.
- * @return AAA_OK: composed.
- *         AAA_ERR_INVALID_ARG: username_ref is null; in classic mode msg, iov_out or count_out is null.
- *         AAA_ERR_NOMEM: no memory.
- *         AAA_ERR_INVALID_MSG_TYPE: in session mode msg is null.
+ * @return
+ * - AAA_OK: composed
+ * - AAA_ERR_INVALID_ARG: username_ref is null; in classic mode msg, iov_out or count_out is null
+ * - AAA_ERR_NOMEM: no memory
+ * - AAA_ERR_INVALID_MSG_TYPE: in session mode msg is null
  */
 AAA_API cerrno aaa_util_msg_curr_auth_usr_compose(void *msg, const char *const *username_ref, iov_t **iov_out,
                                                   uint32_t *count_out, uint32_t action, uint32_t session);
@@ -444,21 +458,22 @@ AAA_API cerrno aaa_util_msg_curr_auth_usr_compose(void *msg, const char *const *
  * Composes "ikepost" (type 10).
  *
  * Elements: header, 32; packed copy of the caller's list, under the list's own name.
- * @param msg       in and out: the 32-byte header record, or the session packet.
- * @param list      in: the list to send; not changed. In session mode it may be null: the packet then has
- *                  type 0 and no list.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param buffer    out: room for the packed list; not used in session mode.
- * @param size      in: bytes of buffer. A packet carries type 10 if buffer is not null and size not 0,
- *                  else type 0.
- * @param session   in: 0 for a classic message, else a session packet.
+ * @param[in,out] msg       the 32-byte header record, or the session packet
+ * @param[in]     list      the list to send; not changed. In session mode it may be null: the packet then
+ *                          has type 0 and no list.
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[out]    buffer    room for the packed list; not used in session mode
+ * @param[in]     size      bytes of buffer. A packet carries type 10 if buffer is not null and size not 0,
+ *                          else type 0.
+ * @param[in]     session   0 for a classic message, else a session packet
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; the list is the routine's
  * own, or *Handed over* to the packet's consumer; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
- *         AAA_ERR_INVALID_ARG: in classic mode list is null.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
+ * - AAA_ERR_INVALID_ARG: in classic mode list is null
  */
 AAA_API cerrno aaa_util_msg_ikepost_compose(void *msg, const avlist *list, iov_t **iov_out,
                                             uint32_t *count_out, char *buffer, uint32_t size,
@@ -470,16 +485,17 @@ AAA_API cerrno aaa_util_msg_ikepost_compose(void *msg, const avlist *list, iov_t
  * Elements: header, 32; name with its terminator. A packet carries type 11 and the name without its
  * terminator as type data (at most 255 bytes, see aaa_sess_fill_msg_req_type_data()), or type 0 and no
  * name when name, iov_out or count_out is null.
- * @param msg       in and out: the 32-byte header record, or the session packet.
- * @param name      in: the task map's name.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param session   in: 0 for a classic message, else a session packet. The packet has 335 bytes.
+ * @param[in,out] msg       the 32-byte header record, or the session packet
+ * @param[in]     name      the task map's name
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[in]     session   0 for a classic message, else a session packet. The packet has 335 bytes.
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
- *         AAA_ERR_INVALID_ARG: in classic mode name is null.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
+ * - AAA_ERR_INVALID_ARG: in classic mode name is null
  */
 AAA_API cerrno aaa_util_msg_taskmap_compose(void *msg, const char *name, iov_t **iov_out, uint32_t *count_out,
                                             uint32_t session);
@@ -491,19 +507,20 @@ AAA_API cerrno aaa_util_msg_taskmap_compose(void *msg, const char *name, iov_t *
  * order: message type 23 (3), user name (257) if there is one, terminal name (20) from the credential or
  * of standard input, terminal mnemonic (61) and user flags (62), interface handle (22), authentication
  * method (39). The type is written once the list is packed.
- * @param msg       in and out: the 40-byte header record, or the session packet.
- * @param usercred  in: the credential. An over-long user name is an error here.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param buffer    out: room for the packed list; not used in session mode.
- * @param size      in: bytes of buffer.
- * @param session   in: 0 for a classic message, else a session packet.
+ * @param[in,out] msg       the 40-byte header record, or the session packet
+ * @param[in]     usercred  the credential. An over-long user name is an error here.
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[out]    buffer    room for the packed list; not used in session mode
+ * @param[in]     size      bytes of buffer
+ * @param[in]     session   0 for a classic message, else a session packet
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; the list is the routine's
  * own, or *Handed over* to the packet's consumer; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
- *         AAA_ERR_INVALID_ARG: usercred is null, or its user name has 254 or more characters.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
+ * - AAA_ERR_INVALID_ARG: usercred is null, or its user name has 254 or more characters
  */
 AAA_API cerrno aaa_util_msg_free_userdata_compose(void *msg, aaa_usercred_t *usercred, iov_t **iov_out,
                                                   uint32_t *count_out, char *buffer, uint32_t size,
@@ -515,17 +532,18 @@ AAA_API cerrno aaa_util_msg_free_userdata_compose(void *msg, aaa_usercred_t *use
  * Elements: header, 32; request with its terminator. A packet carries type 16 and the request without its
  * terminator as type data (at most 255 bytes), or type 0 and no request when request, iov_out or count_out
  * is null.
- * @param msg       in and out: the 32-byte header record, or the session packet.
- * @param request   in: the request text.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param session   in: 0 for a classic message, else a session packet. The packet has 335 bytes.
+ * @param[in,out] msg       the 32-byte header record, or the session packet
+ * @param[in]     request   the request text
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[in]     session   0 for a classic message, else a session packet. The packet has 335 bytes.
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; see above.
- * @return AAA_OK: composed.
- *         AAA_ERR_INVALID_ARG: a pointer is null, in both modes, although a packet that is there has been
- *         filled with type 0.
- *         AAA_ERR_NOMEM: no memory.
+ * @return
+ * - AAA_OK: composed
+ * - AAA_ERR_INVALID_ARG: a pointer is null, in both modes, although a packet that is there has been filled
+ *   with type 0
+ * - AAA_ERR_NOMEM: no memory
  */
 AAA_API cerrno aaa_util_msg_usergroup_compose(void *msg, const char *request, iov_t **iov_out,
                                               uint32_t *count_out, uint32_t session);
@@ -537,23 +555,24 @@ AAA_API cerrno aaa_util_msg_usergroup_compose(void *msg, const char *request, io
  *
  * Elements: header, 24; packed list, when a list is given. The caller's status at offset 20 goes to
  * network order. The buffer is dumped under debug flag 7. A packet carries the list and its status (2).
- * @param msg       in and out: the 24-byte reply header record.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none.
- * @param count_out out: number of elements; not written in session mode.
- * @param buffer    out, may be null without a list: room for the packed list.
- * @param size      in: bytes of buffer.
- * @param list      in and out, may be null: the attributes.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in,out] msg       the 24-byte reply header record
+ * @param[out]    iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                          none
+ * @param[out]    count_out number of elements; not written in session mode
+ * @param[out]    buffer    room for the packed list; may be null without a list
+ * @param[in]     size      bytes of buffer
+ * @param[in,out] list      the attributes; may be null
+ * @param[in]     session   0 for a classic message, else a response packet
+ * @param[in]     context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(). Record and buffer are *Borrowed* until the
  * message is sent. The list stays the caller's in classic mode, in network order and good for freeing
  * only; in session mode it is *Handed over* to the packet's consumer if a packet is given out.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory, or the list does not fit the buffer.
- *         What aaa_avpair_pack_msg_to_buf() returns.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in session mode context
+ * - AAA_ERR_NOMEM: in classic mode no memory, or the list does not fit the buffer
+ * - the codes of aaa_avpair_pack_msg_to_buf()
  */
 AAA_API cerrno aaa_util_reply_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer,
                                       uint32_t size, avlist *list, uint32_t session, aaa_sess_ctx_t *context);
@@ -563,23 +582,24 @@ AAA_API cerrno aaa_util_reply_compose(void *msg, iov_t **iov_out, uint32_t *coun
  *
  * Elements: header, 24; packed list. The caller's status at offset 20 goes to network order. A packet
  * carries the list and nothing else.
- * @param msg       in and out: the 24-byte reply header record.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none.
- * @param count_out out: number of elements; not written in session mode.
- * @param buffer    out: room for the packed list; not used in session mode.
- * @param size      in: bytes of buffer.
- * @param list      in and out, may be null in session mode: the attributes.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in,out] msg       the 24-byte reply header record
+ * @param[out]    iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                          none
+ * @param[out]    count_out number of elements; not written in session mode
+ * @param[out]    buffer    room for the packed list; not used in session mode
+ * @param[in]     size      bytes of buffer
+ * @param[in,out] list      the attributes; may be null in session mode
+ * @param[in]     session   0 for a classic message, else a response packet
+ * @param[in]     context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(). Record and buffer are *Borrowed* until the
  * message is sent. The list stays the caller's in classic mode, in network order and good for freeing
  * only; in session mode it is *Handed over* to the packet's consumer if a packet is given out.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in classic mode list or buffer, in
- *         session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory, or the list does not fit the buffer.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in classic mode list or buffer, in session mode
+ *   context
+ * - AAA_ERR_NOMEM: in classic mode no memory, or the list does not fit the buffer
  */
 AAA_API cerrno aaa_util_reply_authen_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer,
                                              uint32_t size, avlist *list, uint32_t session,
@@ -590,23 +610,24 @@ AAA_API cerrno aaa_util_reply_authen_compose(void *msg, iov_t **iov_out, uint32_
  *
  * Elements: header, 24; packed list. The caller's status at offset 20 goes to network order. A packet
  * carries the list, and as error the value of the list's configuration action (1079).
- * @param msg       in and out: the 24-byte reply header record.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none.
- * @param count_out out: number of elements; not written in session mode.
- * @param buffer    out: room for the packed list; not used in session mode.
- * @param size      in: bytes of buffer.
- * @param list      in and out, may be null in session mode: the attributes.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in,out] msg       the 24-byte reply header record
+ * @param[out]    iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                          none
+ * @param[out]    count_out number of elements; not written in session mode
+ * @param[out]    buffer    room for the packed list; not used in session mode
+ * @param[in]     size      bytes of buffer
+ * @param[in,out] list      the attributes; may be null in session mode
+ * @param[in]     session   0 for a classic message, else a response packet
+ * @param[in]     context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(). Record and buffer are *Borrowed* until the
  * message is sent. The list stays the caller's in classic mode, in network order and good for freeing
  * only; in session mode it is *Handed over* to the packet's consumer if a packet is given out.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in classic mode list or buffer, in
- *         session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory, or the list does not fit the buffer.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in classic mode list or buffer, in session mode
+ *   context
+ * - AAA_ERR_NOMEM: in classic mode no memory, or the list does not fit the buffer
  */
 AAA_API cerrno aaa_util_reply_author_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer,
                                              uint32_t size, avlist *list, uint32_t session,
@@ -617,19 +638,20 @@ AAA_API cerrno aaa_util_reply_author_compose(void *msg, iov_t **iov_out, uint32_
  *
  * Elements: header, 24. The status is written at offset 20 and goes to network order. A packet carries it
  * as nfnhdl.
- * @param msg       in and out: the 24-byte reply header record.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none (null releases the packet).
- * @param count_out out: number of elements; not written in session mode.
- * @param status    in: the status.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in,out] msg       the 24-byte reply header record
+ * @param[out]    iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                          none (null releases the packet)
+ * @param[out]    count_out number of elements; not written in session mode
+ * @param[in]     status    the status
+ * @param[in]     session   0 for a classic message, else a response packet
+ * @param[in]     context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(); the record is *Borrowed* until the message is
  * sent.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context
+ * - AAA_ERR_NOMEM: in classic mode no memory
  */
 AAA_API cerrno aaa_util_reply_authen_async_compose(void *msg, iov_t **iov_out, uint32_t *count_out,
                                                    uint32_t status, uint32_t session,
@@ -640,19 +662,20 @@ AAA_API cerrno aaa_util_reply_authen_async_compose(void *msg, iov_t **iov_out, u
  *
  * Elements: header, 24. The status is written at offset 20 and stays in host order, unlike in the
  * authentication twin. A packet carries it as nfnhdl.
- * @param msg       in and out: the 24-byte reply header record.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none (null releases the packet).
- * @param count_out out: number of elements; not written in session mode.
- * @param status    in: the status.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in,out] msg       the 24-byte reply header record
+ * @param[out]    iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                          none (null releases the packet)
+ * @param[out]    count_out number of elements; not written in session mode
+ * @param[in]     status    the status
+ * @param[in]     session   0 for a classic message, else a response packet
+ * @param[in]     context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(); the record is *Borrowed* until the message is
  * sent.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context
+ * - AAA_ERR_NOMEM: in classic mode no memory
  */
 AAA_API cerrno aaa_util_reply_author_async_compose(void *msg, iov_t **iov_out, uint32_t *count_out,
                                                    uint32_t status, uint32_t session,
@@ -662,18 +685,19 @@ AAA_API cerrno aaa_util_reply_author_async_compose(void *msg, iov_t **iov_out, u
  * Composes the reply to an accounting request.
  *
  * Elements: header, 20. Nothing is written in the record; a packet carries no values.
- * @param msg       in: the 20-byte reply header record.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none (null releases the packet).
- * @param count_out out: number of elements; not written in session mode.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in]  msg       the 20-byte reply header record
+ * @param[out] iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                       none (null releases the packet)
+ * @param[out] count_out number of elements; not written in session mode
+ * @param[in]  session   0 for a classic message, else a response packet
+ * @param[in]  context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(); the record is *Borrowed* until the message is
  * sent.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context
+ * - AAA_ERR_NOMEM: in classic mode no memory
  */
 AAA_API cerrno aaa_util_reply_acct_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session,
                                            aaa_sess_ctx_t *context);
@@ -682,18 +706,19 @@ AAA_API cerrno aaa_util_reply_acct_compose(void *msg, iov_t **iov_out, uint32_t 
  * Composes the reply to a ping.
  *
  * Elements: header, 20. Nothing is written in the record; a packet carries no values.
- * @param msg       in: the 20-byte reply header record.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none (null releases the packet).
- * @param count_out out: number of elements; not written in session mode.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in]  msg       the 20-byte reply header record
+ * @param[out] iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                       none (null releases the packet)
+ * @param[out] count_out number of elements; not written in session mode
+ * @param[in]  session   0 for a classic message, else a response packet
+ * @param[in]  context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(); the record is *Borrowed* until the message is
  * sent.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context
+ * - AAA_ERR_NOMEM: in classic mode no memory
  */
 AAA_API cerrno aaa_util_reply_ping_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session,
                                            aaa_sess_ctx_t *context);
@@ -702,18 +727,19 @@ AAA_API cerrno aaa_util_reply_ping_compose(void *msg, iov_t **iov_out, uint32_t 
  * Composes the reply to an ikepost.
  *
  * Elements: header, 20. Nothing is written in the record; a packet carries no values.
- * @param msg       in: the 20-byte reply header record.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none (null releases the packet).
- * @param count_out out: number of elements; not written in session mode.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in]  msg       the 20-byte reply header record
+ * @param[out] iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                       none (null releases the packet)
+ * @param[out] count_out number of elements; not written in session mode
+ * @param[in]  session   0 for a classic message, else a response packet
+ * @param[in]  context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(); the record is *Borrowed* until the message is
  * sent.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context
+ * - AAA_ERR_NOMEM: in classic mode no memory
  */
 AAA_API cerrno aaa_util_reply_ikepost_compose(void *msg, iov_t **iov_out, uint32_t *count_out,
                                               uint32_t session, aaa_sess_ctx_t *context);
@@ -722,18 +748,19 @@ AAA_API cerrno aaa_util_reply_ikepost_compose(void *msg, iov_t **iov_out, uint32
  * Composes the reply to a disconnect.
  *
  * Elements: header, 20. Nothing is written in the record; a packet carries no values.
- * @param msg       in: the 20-byte reply header record.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none (null releases the packet).
- * @param count_out out: number of elements; not written in session mode.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in]  msg       the 20-byte reply header record
+ * @param[out] iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                       none (null releases the packet)
+ * @param[out] count_out number of elements; not written in session mode
+ * @param[in]  session   0 for a classic message, else a response packet
+ * @param[in]  context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(); the record is *Borrowed* until the message is
  * sent.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context
+ * - AAA_ERR_NOMEM: in classic mode no memory
  */
 AAA_API cerrno aaa_util_reply_disconn_compose(void *msg, iov_t **iov_out, uint32_t *count_out,
                                               uint32_t session, aaa_sess_ctx_t *context);
@@ -743,23 +770,24 @@ AAA_API cerrno aaa_util_reply_disconn_compose(void *msg, iov_t **iov_out, uint32
  *
  * Elements: header, 28; packed list. The caller's numbers at offsets 20 and 24 go to network order. A
  * packet carries the list, and as nfnhdl the number at offset 24.
- * @param msg       in and out: the 28-byte reply header record.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none (null releases the packet).
- * @param count_out out: number of elements; not written in session mode.
- * @param buffer    out: room for the packed list; not used in session mode.
- * @param size      in: bytes of buffer.
- * @param list      in and out, may be null in session mode: the attributes.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in,out] msg       the 28-byte reply header record
+ * @param[out]    iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                          none (null releases the packet)
+ * @param[out]    count_out number of elements; not written in session mode
+ * @param[out]    buffer    room for the packed list; not used in session mode
+ * @param[in]     size      bytes of buffer
+ * @param[in,out] list      the attributes; may be null in session mode
+ * @param[in]     session   0 for a classic message, else a response packet
+ * @param[in]     context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(). Record and buffer are *Borrowed* until the
  * message is sent. The list stays the caller's in classic mode, in network order and good for freeing
  * only; in session mode it is *Handed over* to the packet's consumer if a packet is given out.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in classic mode list or
- *         buffer, in session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory, or the list does not fit the buffer.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in classic mode list or buffer,
+ *   in session mode context
+ * - AAA_ERR_NOMEM: in classic mode no memory, or the list does not fit the buffer
  */
 AAA_API cerrno aaa_util_reply_cb_compose(void *msg, iov_t **iov_out, uint32_t *count_out, char *buffer,
                                          uint32_t size, avlist *list, uint32_t session,
@@ -770,19 +798,20 @@ AAA_API cerrno aaa_util_reply_cb_compose(void *msg, iov_t **iov_out, uint32_t *c
  *
  * Elements: header, 28. The caller's number at offset 20 and the status, written at offset 24, go to
  * network order. A packet carries the status as error.
- * @param msg       in and out: the 28-byte reply header record.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none.
- * @param count_out out: number of elements; not written in session mode.
- * @param status    in: the status.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in,out] msg       the 28-byte reply header record
+ * @param[out]    iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                          none
+ * @param[out]    count_out number of elements; not written in session mode
+ * @param[in]     status    the status
+ * @param[in]     session   0 for a classic message, else a response packet
+ * @param[in]     context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(); the record is *Borrowed* until the message is
  * sent.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in session mode context
+ * - AAA_ERR_NOMEM: in classic mode no memory
  */
 AAA_API cerrno aaa_util_reply_cfg_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t status,
                                           uint32_t session, aaa_sess_ctx_t *context);
@@ -791,19 +820,20 @@ AAA_API cerrno aaa_util_reply_cfg_compose(void *msg, iov_t **iov_out, uint32_t *
  * Composes the reply to a reference-count change.
  *
  * Elements: header, 24. The status is written at offset 20 in network order. A packet carries it as error.
- * @param msg       in and out: the 24-byte reply header record.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none.
- * @param count_out out: number of elements; not written in session mode.
- * @param status    in: the status.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in,out] msg       the 24-byte reply header record
+ * @param[out]    iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                          none
+ * @param[out]    count_out number of elements; not written in session mode
+ * @param[in]     status    the status
+ * @param[in]     session   0 for a classic message, else a response packet
+ * @param[in]     context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(); the record is *Borrowed* until the message is
  * sent.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in session mode context
+ * - AAA_ERR_NOMEM: in classic mode no memory
  */
 AAA_API cerrno aaa_util_reply_curr_auth_usr_compose(void *msg, iov_t **iov_out, uint32_t *count_out,
                                                     uint32_t status, uint32_t session,
@@ -814,19 +844,20 @@ AAA_API cerrno aaa_util_reply_curr_auth_usr_compose(void *msg, iov_t **iov_out, 
  *
  * Elements: header, 32. The status at offset 20 and the protocol version 2 at offset 24 are written in
  * network order. A packet carries the status as conid.
- * @param msg       in and out: the 32-byte reply header record.
- * @param status    in: the status.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none (null releases the packet).
- * @param count_out out: number of elements; not written in session mode.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in,out] msg       the 32-byte reply header record
+ * @param[in]     status    the status
+ * @param[out]    iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                          none (null releases the packet)
+ * @param[out]    count_out number of elements; not written in session mode
+ * @param[in]     session   0 for a classic message, else a response packet
+ * @param[in]     context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(); the record is *Borrowed* until the message is
  * sent.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context
+ * - AAA_ERR_NOMEM: in classic mode no memory
  */
 AAA_API cerrno aaa_util_reply_conn_compose(void *msg, uint32_t status, iov_t **iov_out, uint32_t *count_out,
                                            uint32_t session, aaa_sess_ctx_t *context);
@@ -836,20 +867,21 @@ AAA_API cerrno aaa_util_reply_conn_compose(void *msg, uint32_t status, iov_t **i
  *
  * Elements: header, 20; data. A packet whose request is of type 11 or 16 carries the data as type data (at
  * most 255 bytes, longer is cut to 254); packets of other types have no room for it and carry none.
- * @param msg       in: the 20-byte reply header record.
- * @param data      in: the task map; may be null, and a packet then carries none.
- * @param length    in: bytes of data.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none (null releases the packet).
- * @param count_out out: number of elements; not written in session mode.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in]  msg       the 20-byte reply header record
+ * @param[in]  data      the task map; may be null, and a packet then carries none
+ * @param[in]  length    bytes of data
+ * @param[out] iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                       none (null releases the packet)
+ * @param[out] count_out number of elements; not written in session mode
+ * @param[in]  session   0 for a classic message, else a response packet
+ * @param[in]  context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(); record and data are *Borrowed* until the message
  * is sent, and data is *Copied in* to a packet.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in session mode context
+ * - AAA_ERR_NOMEM: in classic mode no memory
  */
 AAA_API cerrno aaa_util_reply_taskmap_compose(void *msg, void *data, uint32_t length, iov_t **iov_out,
                                               uint32_t *count_out, uint32_t session, aaa_sess_ctx_t *context);
@@ -859,19 +891,20 @@ AAA_API cerrno aaa_util_reply_taskmap_compose(void *msg, void *data, uint32_t le
  *
  * Elements: header, 20; text without its terminator, which the request does include. A packet carries the
  * text as for the task-map reply.
- * @param msg       in: the 20-byte reply header record.
- * @param text      in: the user groups.
- * @param iov_out   out: the io-vector array; in session mode the response packet, or null when there is
- *                  none.
- * @param count_out out: number of elements; not written in session mode.
- * @param session   in: 0 for a classic message, else a response packet.
- * @param context   in: the request that is answered; not used in classic mode.
+ * @param[in]  msg       the 20-byte reply header record
+ * @param[in]  text      the user groups
+ * @param[out] iov_out   the io-vector array; in session mode the response packet, or null when there is
+ *                       none
+ * @param[out] count_out number of elements; not written in session mode
+ * @param[in]  session   0 for a classic message, else a response packet
+ * @param[in]  context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(); record and text are *Borrowed* until the message
  * is sent, and text is *Copied in* to a packet.
- * @return AAA_OK: composed; in session mode also when no packet could be made.
- *         AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, or text, in session mode context.
- *         AAA_ERR_NOMEM: in classic mode no memory.
+ * @return
+ * - AAA_OK: composed; in session mode also when no packet could be made
+ * - AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, or text, in session mode context
+ * - AAA_ERR_NOMEM: in classic mode no memory
  */
 AAA_API cerrno aaa_util_reply_usergroup_compose(void *msg, char *text, iov_t **iov_out, uint32_t *count_out,
                                                 uint32_t session, aaa_sess_ctx_t *context);
@@ -888,20 +921,21 @@ AAA_API cerrno aaa_util_reply_usergroup_compose(void *msg, char *text, iov_t **i
  * The address attribute holds the first 46 bytes of the record, not the 20 of the address: the ports, four
  * zero bytes, the numeric value of the secret pointer, the timeout and half of the retransmit count follow
  * it. Readers expect that length. Send this message only to the server process of the same machine.
- * @param msg       in and out: the 40-byte header record, or the session packet.
- * @param server    in: the server.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param buffer    out: room for the packed list; not used in session mode.
- * @param size      in: bytes of buffer. A packet carries type 17 if buffer is not null and size not 0,
- *                  else type 0; the list goes with it either way.
- * @param session   in: 0 for a classic message, else a session packet.
+ * @param[in,out] msg       the 40-byte header record, or the session packet
+ * @param[in]     server    the server
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[out]    buffer    room for the packed list; not used in session mode
+ * @param[in]     size      bytes of buffer. A packet carries type 17 if buffer is not null and size not 0,
+ *                          else type 0; the list goes with it either way.
+ * @param[in]     session   0 for a classic message, else a session packet
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; the list is the routine's
  * own, or *Handed over* to the packet's consumer; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
- *         AAA_ERR_INVALID_ARG: server or its secret is null.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
+ * - AAA_ERR_INVALID_ARG: server or its secret is null
  */
 AAA_API cerrno aaa_util_msg_cfg_radsvr_compose(void *msg, const aaa_rad_server_t *server, iov_t **iov_out,
                                                uint32_t *count_out, char *buffer, uint32_t size,
@@ -912,21 +946,22 @@ AAA_API cerrno aaa_util_msg_cfg_radsvr_compose(void *msg, const aaa_rad_server_t
  *
  * Elements: header, 40; packed list. The caller's number at offset 32 goes to network order. Attributes in
  * order: group name (1080), action (1079).
- * @param msg       in and out: the 40-byte header record, or the session packet.
- * @param group     in: the group's name.
- * @param action    in: its low byte is sent; the meaning is the caller's and the server's.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param buffer    out: room for the packed list; not used in session mode.
- * @param size      in: bytes of buffer. A packet carries type 18 if buffer is not null and size not 0,
- *                  else type 0; the list goes with it either way.
- * @param session   in: 0 for a classic message, else a session packet.
+ * @param[in,out] msg       the 40-byte header record, or the session packet
+ * @param[in]     group     the group's name
+ * @param[in]     action    its low byte is sent; the meaning is the caller's and the server's
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[out]    buffer    room for the packed list; not used in session mode
+ * @param[in]     size      bytes of buffer. A packet carries type 18 if buffer is not null and size not 0,
+ *                          else type 0; the list goes with it either way.
+ * @param[in]     session   0 for a classic message, else a session packet
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; the list is the routine's
  * own, or *Handed over* to the packet's consumer; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
- *         AAA_ERR_INVALID_ARG: group is null.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
+ * - AAA_ERR_INVALID_ARG: group is null
  */
 AAA_API cerrno aaa_util_msg_cfg_rad_svrgrp_compose(void *msg, const char *group, uint32_t action,
                                                    iov_t **iov_out, uint32_t *count_out, char *buffer,
@@ -938,22 +973,23 @@ AAA_API cerrno aaa_util_msg_cfg_rad_svrgrp_compose(void *msg, const char *group,
  * Elements: header, 40; packed list. The caller's number at offset 32 goes to network order. Attributes in
  * order: group name (1080), action (1079), address (1073, 20 bytes), authentication port (1074),
  * accounting port (1075).
- * @param msg       in and out: the 40-byte header record, or the session packet.
- * @param group     in: the group's name.
- * @param server    in: the server; its action, secret and timers are not sent.
- * @param action    in: its low byte is sent; the meaning is the caller's and the server's.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param buffer    out: room for the packed list; not used in session mode.
- * @param size      in: bytes of buffer. A packet carries type 19 if buffer is not null and size not 0,
- *                  else type 0; the list goes with it either way.
- * @param session   in: 0 for a classic message, else a session packet.
+ * @param[in,out] msg       the 40-byte header record, or the session packet
+ * @param[in]     group     the group's name
+ * @param[in]     server    the server; its action, secret and timers are not sent
+ * @param[in]     action    its low byte is sent; the meaning is the caller's and the server's
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[out]    buffer    room for the packed list; not used in session mode
+ * @param[in]     size      bytes of buffer. A packet carries type 19 if buffer is not null and size not 0,
+ *                          else type 0; the list goes with it either way.
+ * @param[in]     session   0 for a classic message, else a session packet
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; the list is the routine's
  * own, or *Handed over* to the packet's consumer; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
- *         AAA_ERR_INVALID_ARG: group or server is null.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
+ * - AAA_ERR_INVALID_ARG: group or server is null
  */
 AAA_API cerrno aaa_util_msg_cfg_svr_in_sg_compose(void *msg, const char *group,
                                                   const aaa_rad_server_t *server, uint32_t action,
@@ -965,22 +1001,23 @@ AAA_API cerrno aaa_util_msg_cfg_svr_in_sg_compose(void *msg, const char *group,
  *
  * Elements: header, 40; packed list. The caller's number at offset 32 goes to network order. Attributes in
  * order: group name (1080), action (1079), VRF name (1081).
- * @param msg       in and out: the 40-byte header record, or the session packet.
- * @param group     in: the group's name.
- * @param vrf       in: the VRF's name.
- * @param action    in: its low byte is sent; the meaning is the caller's and the server's.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param buffer    out: room for the packed list; not used in session mode.
- * @param size      in: bytes of buffer. A packet carries type 20 if buffer is not null and size not 0,
- *                  else type 0; the list goes with it either way.
- * @param session   in: 0 for a classic message, else a session packet.
+ * @param[in,out] msg       the 40-byte header record, or the session packet
+ * @param[in]     group     the group's name
+ * @param[in]     vrf       the VRF's name
+ * @param[in]     action    its low byte is sent; the meaning is the caller's and the server's
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[out]    buffer    room for the packed list; not used in session mode
+ * @param[in]     size      bytes of buffer. A packet carries type 20 if buffer is not null and size not 0,
+ *                          else type 0; the list goes with it either way.
+ * @param[in]     session   0 for a classic message, else a session packet
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; the list is the routine's
  * own, or *Handed over* to the packet's consumer; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
- *         AAA_ERR_INVALID_ARG: group or vrf is null.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
+ * - AAA_ERR_INVALID_ARG: group or vrf is null
  */
 AAA_API cerrno aaa_util_msg_cfg_vrf_in_sg_compose(void *msg, const char *group, const char *vrf,
                                                   uint32_t action, iov_t **iov_out, uint32_t *count_out,
@@ -991,23 +1028,24 @@ AAA_API cerrno aaa_util_msg_cfg_vrf_in_sg_compose(void *msg, const char *group, 
  *
  * Elements: header, 40; packed list. The caller's number at offset 32 goes to network order. Attributes in
  * order: interface name (1082), action (1079), VRF name (1081), group name (1080).
- * @param msg       in and out: the 40-byte header record, or the session packet.
- * @param interface_name in: the interface's name.
- * @param vrf       in: the VRF's name.
- * @param action    in: its low byte is sent; the meaning is the caller's and the server's.
- * @param group     in: the group's name.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param buffer    out: room for the packed list; not used in session mode.
- * @param size      in: bytes of buffer. A packet carries type 21 if buffer is not null and size not 0,
- *                  else type 0; the list goes with it either way.
- * @param session   in: 0 for a classic message, else a session packet.
+ * @param[in,out] msg            the 40-byte header record, or the session packet
+ * @param[in]     interface_name the interface's name
+ * @param[in]     vrf            the VRF's name
+ * @param[in]     action         its low byte is sent; the meaning is the caller's and the server's
+ * @param[in]     group          the group's name
+ * @param[out]    iov_out        the io-vector array; not used in session mode
+ * @param[out]    count_out      its number of elements; not used in session mode
+ * @param[out]    buffer         room for the packed list; not used in session mode
+ * @param[in]     size           bytes of buffer. A packet carries type 21 if buffer is not null and size
+ *                               not 0, else type 0; the list goes with it either way.
+ * @param[in]     session        0 for a classic message, else a session packet
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; the list is the routine's
  * own, or *Handed over* to the packet's consumer; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
- *         AAA_ERR_INVALID_ARG: a name is null.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
+ * - AAA_ERR_INVALID_ARG: a name is null
  */
 AAA_API cerrno aaa_util_msg_cfg_src_intf_in_sg_compose(void *msg, const char *interface_name, const char *vrf,
                                                        uint32_t action, const char *group, iov_t **iov_out,
@@ -1020,21 +1058,22 @@ AAA_API cerrno aaa_util_msg_cfg_src_intf_in_sg_compose(void *msg, const char *in
  * Elements: header, 40; packed list. The caller's number at offset 32 goes to network order. Attributes in
  * order: list name (1083), the low bytes of all four methods (1084), all four group names (1080), action
  * (1079); an unused group slot is sent as a lone terminator.
- * @param msg       in and out: the 40-byte header record, or the session packet.
- * @param mlist     in: the method list.
- * @param action    in: its low byte is sent; the meaning is the caller's and the server's.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param buffer    out: room for the packed list; not used in session mode.
- * @param size      in: bytes of buffer. A packet carries type 22 if buffer is not null and size not 0,
- *                  else type 0; the list goes with it either way.
- * @param session   in: 0 for a classic message, else a session packet.
+ * @param[in,out] msg       the 40-byte header record, or the session packet
+ * @param[in]     mlist     the method list
+ * @param[in]     action    its low byte is sent; the meaning is the caller's and the server's
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[out]    buffer    room for the packed list; not used in session mode
+ * @param[in]     size      bytes of buffer. A packet carries type 22 if buffer is not null and size not 0,
+ *                          else type 0; the list goes with it either way.
+ * @param[in]     session   0 for a classic message, else a session packet
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; the list is the routine's
  * own, or *Handed over* to the packet's consumer; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
- *         AAA_ERR_INVALID_ARG: mlist is null.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
+ * - AAA_ERR_INVALID_ARG: mlist is null
  */
 AAA_API cerrno aaa_util_msg_cfg_authenlist_compose(void *msg, const aaa_method_list_t *mlist, uint32_t action,
                                                    iov_t **iov_out, uint32_t *count_out, char *buffer,
@@ -1046,21 +1085,22 @@ AAA_API cerrno aaa_util_msg_cfg_authenlist_compose(void *msg, const aaa_method_l
  * Elements: header, 40; packed list. The caller's number at offset 32 goes to network order. Attributes in
  * order: list name (1083), the low bytes of all four methods (1084), all four group names (1080), action
  * (1079); an unused group slot is sent as a lone terminator.
- * @param msg       in and out: the 40-byte header record, or the session packet.
- * @param mlist     in: the method list.
- * @param action    in: its low byte is sent; the meaning is the caller's and the server's.
- * @param iov_out   out: the io-vector array; not used in session mode.
- * @param count_out out: its number of elements; not used in session mode.
- * @param buffer    out: room for the packed list; not used in session mode.
- * @param size      in: bytes of buffer. A packet carries type 23 if buffer is not null and size not 0,
- *                  else type 0; the list goes with it either way.
- * @param session   in: 0 for a classic message, else a session packet.
+ * @param[in,out] msg       the 40-byte header record, or the session packet
+ * @param[in]     mlist     the method list
+ * @param[in]     action    its low byte is sent; the meaning is the caller's and the server's
+ * @param[out]    iov_out   the io-vector array; not used in session mode
+ * @param[out]    count_out its number of elements; not used in session mode
+ * @param[out]    buffer    room for the packed list; not used in session mode
+ * @param[in]     size      bytes of buffer. A packet carries type 23 if buffer is not null and size not 0,
+ *                          else type 0; the list goes with it either way.
+ * @param[in]     session   0 for a classic message, else a session packet
  *
  * Ownership: *Borrowed* until the message is sent, and *Caller frees* the array; the list is the routine's
  * own, or *Handed over* to the packet's consumer; see above.
- * @return AAA_OK: composed.
- *         The usual codes.
- *         AAA_ERR_INVALID_ARG: mlist is null.
+ * @return
+ * - AAA_OK: composed
+ * - the usual codes
+ * - AAA_ERR_INVALID_ARG: mlist is null
  */
 AAA_API cerrno aaa_util_msg_cfg_authorlist_compose(void *msg, const aaa_method_list_t *mlist, uint32_t action,
                                                    iov_t **iov_out, uint32_t *count_out, char *buffer,

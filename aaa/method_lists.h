@@ -46,9 +46,9 @@ typedef struct aaa_event_record {
  * Called by the platform when a watched list changes, on the thread that
  * dispatches the connection's events.
  *
- * @param notification the platform's description of the change, borrowed for the call
- * @param callback_arg as registered
- * @param user_ctx     as registered
+ * @param[in] notification the platform's description of the change, borrowed for the call
+ * @param[in] callback_arg as registered
+ * @param[in] user_ctx     as registered
  */
 typedef int32_t (*aaa_notify_cb_t)(const void *notification, void *callback_arg, void *user_ctx);
 

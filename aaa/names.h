@@ -229,8 +229,8 @@ enum aaa_request {
 
 /**
  * Names an AAA function.
- * @param function in: enum aaa_function.
- * @return the name, or "<invalid function>".
+ * @param[in] function enum aaa_function
+ * @return the name, or "<invalid function>"
  */
 AAA_API const char *aaa_function_to_string(uint32_t function);
 
@@ -239,59 +239,59 @@ AAA_API const char *aaa_function_to_string(uint32_t function);
  *
  * For authentication every service but AAA_SVC_PPP and AAA_SVC_PLEXA is "login",
  * unknown numbers included: kept. Several services share a word.
- * @param function in: AAA_FUNC_AUTHEN, AAA_FUNC_AUTHOR or AAA_FUNC_ACCT.
- * @param service  in: enum aaa_service.
- * @return the word; "<invalid service>": the service is not configured for the function;
- *         "<invalid function>": any other function, AAA_FUNC_AUTHOR_NACM included.
+ * @param[in] function AAA_FUNC_AUTHEN, AAA_FUNC_AUTHOR or AAA_FUNC_ACCT
+ * @param[in] service  enum aaa_service
+ * @return the word, "<invalid service>" when the service is not configured for the function, or
+ *         "<invalid function>" for any other function, AAA_FUNC_AUTHOR_NACM included
  */
 AAA_API const char *aaa_service_to_string(int32_t function, uint32_t service);
 
 /**
  * Names an authentication option.
- * @param option in: enum aaa_authen_option.
- * @return the name, or "<Unknown type value>".
+ * @param[in] option enum aaa_authen_option
+ * @return the name, or "<Unknown type value>"
  */
 AAA_API const char *aaa_util_print_authen_option(uint32_t option);
 
 /**
  * Gives the symbolic name of a method.
- * @param method in: enum aaa_method.
- * @return "AAA_METHOD_...", or "UNKNOWN method", also for some methods that have a display name.
+ * @param[in] method enum aaa_method
+ * @return "AAA_METHOD_...", or "UNKNOWN method", also for some methods that have a display name
  */
 AAA_API const char *aaa_method_name(uint32_t method);
 
 /**
  * Names a service.
- * @param service in: enum aaa_service.
- * @return the name, or "<unknown SERVICE value>".
+ * @param[in] service enum aaa_service
+ * @return the name, or "<unknown SERVICE value>"
  */
 AAA_API const char *aaa_print_service(int32_t service);
 
 /**
  * Names an accounting option.
- * @param option in: enum aaa_acct_option.
- * @return the name, or "<unknown options>".
+ * @param[in] option enum aaa_acct_option
+ * @return the name, or "<unknown options>"
  */
 AAA_API const char *aaa_print_acct_options(int32_t option);
 
 /**
  * Names a status.
- * @param status in: enum aaa_status.
- * @return the name, or "<unknown STATUS value>".
+ * @param[in] status enum aaa_status
+ * @return the name, or "<unknown STATUS value>"
  */
 AAA_API const char *aaa_print_status(uint32_t status);
 
 /**
  * Names a request type.
- * @param msgtype in: enum aaa_msgtype.
- * @return the name, or "<Unknown type value>".
+ * @param[in] msgtype enum aaa_msgtype
+ * @return the name, or "<Unknown type value>"
  */
 AAA_API const char *aaa_print_msgtype(uint32_t msgtype);
 
 /**
  * Gives the display name of a method. Server groups are not looked up.
- * @param method in: enum aaa_method.
- * @return the name, or "<unknown method value>".
+ * @param[in] method enum aaa_method
+ * @return the name, or "<unknown method value>"
  */
 AAA_API const char *aaa_util_print_method(uint32_t method);
 
@@ -304,18 +304,18 @@ AAA_API const char *aaa_util_print_authen_method(uint32_t method);
  * The names are those of aaa_util_print_method(), except "<svr group>" for
  * AAA_METHOD_SERVER_GROUP: kept. For 1000 to 4999 the name comes from
  * aaa_util_lookup_sg_name(), which reads the system database.
- * @param method in: enum aaa_method, or the number of a server group.
+ * @param[in] method enum aaa_method, or the number of a server group
  *
  * Ownership: *Caller frees*.
- * @return the name; null: no such method (AAA_METHOD_ACCTD, AAA_METHOD_IF_AUTHEN and
- *         AAA_METHOD_VALUE15 included), no such group, or no memory.
+ * @return the name, or null without such a method (AAA_METHOD_ACCTD, AAA_METHOD_IF_AUTHEN and
+ *         AAA_METHOD_VALUE15 included), such a group or memory
  */
 AAA_API char *aaa_print_method(int32_t method);
 
 /**
  * Describes a message type of the envelope.
- * @param type in: enum aaa_request.
- * @return the description, or "<unknown>", also for 13 to 24 and for AAA_REQ_LDAP_POLICY_SEARCH.
+ * @param[in] type enum aaa_request
+ * @return the description, or "<unknown>", also for 13 to 24 and for AAA_REQ_LDAP_POLICY_SEARCH
  */
 AAA_API const char *aaa_util_msg_type_desc(uint32_t type);
 

@@ -133,15 +133,16 @@ static_assert(offsetof(aaa_sess_ctx_t, key) == 4, "layout of aaa_sess_ctx_t");
  * for types 8 to 12 and 24 to 26. A higher type gets its header and list but no
  * payload; that is traced and still a success. Bytes 60 to 63 of the header are
  * never written.
- * @param packet  out: the record to fill; see "Room" above.
- * @param list    in, may be null: the attribute list to travel with the packet.
- * @param type    in: message type.
- * @param value_a in: see above.
- * @param value_b in: see above.
+ * @param[out] packet  the record to fill; see "Room" above
+ * @param[in]  list    the attribute list to travel with the packet; may be null
+ * @param[in]  type    message type
+ * @param[in]  value_a see above
+ * @param[in]  value_b see above
  *
  * Ownership: on success the list is *Handed over* to the packet's consumer.
- * @return AAA_OK: filled.
- *         AAA_ERR_INVALID_ARG: packet is null.
+ * @return
+ * - AAA_OK: filled
+ * - AAA_ERR_INVALID_ARG: packet is null
  */
 AAA_API cerrno aaa_session_fill_request(void *packet, avlist *list, uint32_t type, uint32_t value_a,
                                         uint32_t value_b);
@@ -156,22 +157,23 @@ AAA_API cerrno aaa_session_fill_request(void *packet, avlist *list, uint32_t typ
  * - 14, 15: 1 when error is not 0, error, roleover when error is not 0
  * - 8: error, ctype, nfnhdl
  * - every other type up to 26: error
- * @param packet_out out, may be null: the packet; null when none could be made.
- *                   With a null packet_out the packet is released again.
- * @param list       in, may be null: the attribute list to travel with the packet.
- * @param context    in: the request that is answered.
- * @param error      in: as above, like the five values that follow.
- * @param roleover   in.
- * @param status     in.
- * @param conid      in.
- * @param ctype      in.
- * @param nfnhdl     in.
+ * @param[out] packet_out the packet, null when none could be made; may be null: the packet is
+ *                        released again then
+ * @param[in]  list       the attribute list to travel with the packet; may be null
+ * @param[in]  context    the request that is answered
+ * @param[in]  error      as above
+ * @param[in]  roleover   as above
+ * @param[in]  status     as above
+ * @param[in]  conid      as above
+ * @param[in]  ctype      as above
+ * @param[in]  nfnhdl     as above
  *
  * Ownership: *Caller frees* the packet with free(). The list is *Handed over* to the
  * packet's consumer when a packet is given out, and stays the caller's otherwise.
- * @return AAA_OK: the packet is made, or the context's type is above 26 and there is none.
- *         AAA_ERR_INVALID_ARG: context is null; packet_out is untouched.
- *         AAA_ERR_NOMEM: no memory; the packet is null.
+ * @return
+ * - AAA_OK: the packet is made, or the context's type is above 26 and there is none
+ * - AAA_ERR_INVALID_ARG: context is null; packet_out is untouched
+ * - AAA_ERR_NOMEM: no memory; the packet is null
  */
 AAA_API cerrno aaa_session_fill_response(void **packet_out, avlist *list, aaa_sess_ctx_t *context,
                                          uint32_t error, uint32_t roleover, uint32_t status, uint32_t conid,
@@ -179,12 +181,13 @@ AAA_API cerrno aaa_session_fill_response(void **packet_out, avlist *list, aaa_se
 
 /**
  * Stores the connection id, which a fill leaves at 0, in a packet.
- * @param packet in and out: a filled packet.
- * @param id     in: the id.
+ * @param[in,out] packet a filled packet
+ * @param[in]     id     the id
  *
  * Ownership: *Borrowed* for the call.
- * @return AAA_OK: stored.
- *         AAA_ERR_INVALID_ARG: packet is null.
+ * @return
+ * - AAA_OK: stored
+ * - AAA_ERR_INVALID_ARG: packet is null
  */
 AAA_API cerrno aaa_session_mngr_set_connection_id(void *packet, uint32_t id);
 
@@ -193,14 +196,15 @@ AAA_API cerrno aaa_session_mngr_set_connection_id(void *packet, uint32_t id);
  *
  * At most 255 bytes are taken whole; anything longer is cut to 254, not 255.
  * Other types carry no data: nothing is copied, and that is a success.
- * @param payload out: packet + 72, with room for 263 bytes.
- * @param data    in: the bytes.
- * @param length  in: bytes of data, for a text without its terminator.
- * @param type    in: message type of the packet.
+ * @param[out] payload packet + 72, with room for 263 bytes
+ * @param[in]  data    the bytes
+ * @param[in]  length  bytes of data, for a text without its terminator
+ * @param[in]  type    message type of the packet
  *
  * Ownership: *Copied in*.
- * @return AAA_OK: stored, or type is neither 11 nor 16.
- *         AAA_ERR_INVALID_ARG: payload or data is null.
+ * @return
+ * - AAA_OK: stored, or type is neither 11 nor 16
+ * - AAA_ERR_INVALID_ARG: payload or data is null
  */
 AAA_API cerrno aaa_sess_fill_msg_req_type_data(void *payload, const void *data, uint32_t length,
                                                uint32_t type);
@@ -210,14 +214,15 @@ AAA_API cerrno aaa_sess_fill_msg_req_type_data(void *payload, const void *data, 
  *
  * As aaa_sess_fill_msg_req_type_data(), but a type without data is refused. The
  * packet must have been made for type 11 or 16: others are too short.
- * @param payload out: packet + 72, with room for 263 bytes.
- * @param data    in: the bytes.
- * @param length  in: bytes of data; over 255 is cut to 254.
- * @param type    in: message type of the packet.
+ * @param[out] payload packet + 72, with room for 263 bytes
+ * @param[in]  data    the bytes
+ * @param[in]  length  bytes of data; over 255 is cut to 254
+ * @param[in]  type    message type of the packet
  *
  * Ownership: *Copied in*.
- * @return AAA_OK: stored.
- *         AAA_ERR_INVALID_ARG: payload or data is null, or type is neither 11 nor 16.
+ * @return
+ * - AAA_OK: stored
+ * - AAA_ERR_INVALID_ARG: payload or data is null, or type is neither 11 nor 16
  */
 AAA_API cerrno aaa_sess_fill_msg_res_type_data(void *payload, const void *data, uint32_t length,
                                                uint32_t type);
@@ -227,14 +232,15 @@ AAA_API cerrno aaa_sess_fill_msg_res_type_data(void *payload, const void *data, 
  *
  * The stored length is foreign and is not trusted: at most 255 bytes are copied
  * whole, a larger length counts as 254. No terminator is added.
- * @param payload    in: packet + 72, all 263 bytes of it readable.
- * @param data_out   out: room for 255 bytes.
- * @param length_out out: bytes copied.
- * @param type       in: message type of the packet.
+ * @param[in]  payload    packet + 72, all 263 bytes of it readable
+ * @param[out] data_out   room for 255 bytes
+ * @param[out] length_out bytes copied
+ * @param[in]  type       message type of the packet
  *
  * Ownership: *Copied in* to the caller's memory.
- * @return AAA_OK: copied.
- *         AAA_ERR_INVALID_ARG: a pointer is null, or type is neither 11 nor 16; outputs untouched.
+ * @return
+ * - AAA_OK: copied
+ * - AAA_ERR_INVALID_ARG: a pointer is null, or type is neither 11 nor 16; outputs untouched
  */
 AAA_API cerrno aaa_sess_get_msg_req_type_data(const void *payload, void *data_out, uint32_t *length_out,
                                               uint32_t type);
@@ -243,15 +249,16 @@ AAA_API cerrno aaa_sess_get_msg_req_type_data(const void *payload, void *data_ou
  * Copies the data out of a response of type 11 or 16.
  *
  * As aaa_sess_get_msg_req_type_data(), but for its answer to a type without data.
- * @param payload    in: packet + 72, all 263 bytes of it readable.
- * @param data_out   out: room for 255 bytes.
- * @param length_out out: bytes copied.
- * @param type       in: message type of the packet.
+ * @param[in]  payload    packet + 72, all 263 bytes of it readable
+ * @param[out] data_out   room for 255 bytes
+ * @param[out] length_out bytes copied
+ * @param[in]  type       message type of the packet
  *
  * Ownership: *Copied in* to the caller's memory.
- * @return AAA_OK: copied.
- *         AAA_ERR_INVALID_ARG: a pointer is null; outputs untouched.
- *         0xFFFFFFFF: type is neither 11 nor 16; outputs untouched.
+ * @return
+ * - AAA_OK: copied
+ * - AAA_ERR_INVALID_ARG: a pointer is null; outputs untouched
+ * - 0xFFFFFFFF: type is neither 11 nor 16; outputs untouched
  */
 AAA_API cerrno aaa_sess_get_msg_res_type_data(const void *payload, void *data_out, uint32_t *length_out,
                                               uint32_t type);
