@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Splits a format into its conversions, checks each argument and lets libc format
+// it.
 
 #include "testkit/fake_format.hpp"
 

@@ -1,4 +1,5 @@
 /* SPDX-License-Identifier: Apache-2.0 */
+/* The functions of libc that a test program takes over, and how the fake platform answers for them. */
 #ifndef TESTKIT_FAKE_LIBC_H
 #define TESTKIT_FAKE_LIBC_H
 

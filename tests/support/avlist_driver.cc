@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The script of bytes: which operation each byte stands for, and the comparison after
+// each step.
 
 #include "support/avlist_driver.hpp"
 

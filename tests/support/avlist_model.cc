@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The model of a list, and the reader of real lists that it is compared with.
 
 #include "support/avlist_model.hpp"
 

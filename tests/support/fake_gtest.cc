@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Connects the fake platform to GoogleTest.
 
 #include "support/fake_gtest.hpp"
 

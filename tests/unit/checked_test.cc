@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Entry points for bytes of unknown origin: malformed messages at every length, and what
+// the outputs hold after a failure.
 
 #include "aaa/checked.h"
 

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Kinds of terminal lines as the platform reports them, and names for lines.
 
 #include "aaa/lines.h"
 

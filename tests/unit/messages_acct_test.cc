@@ -1,36 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The accounting requests: start, stop and update, as io-vectors and as session packets.
 
 #include <gtest/gtest.h>
 
 #include "aaa/messages.h"
 #include "platform/cerr.h"
 #include "support/request_checks.hpp"
+#include "support/user_requests.hpp"
 
 namespace {
 
 using namespace messages;
 
 constexpr int64_t kNow = 0x1122334455667788;
-constexpr uint32_t kSid = 0x00A0B0C0;
 constexpr char kEntry[] = "Entry of acct compose";
 const std::string kOk = cerr_strerror(AAA_OK);
 constexpr char kEntryOk[] = "Entry of acct compose : entry ok";
 
-// An accounting request with everything in place; HTTP (24) has no service
-// attributes and no terminal.
-struct Request : UserRequest {
-    using UserRequest::UserRequest;
-
-    cerrno compose(uint32_t session, unsigned missing = 0) {
-        const Pointers p(*this, missing);
-        return aaa_util_msg_acct_compose(p.record, option, service, methodlist, method, usercred, svc_attrs,
-                                         kSid, p.iov, p.count, p.buffer, p.size, async, session);
-    }
-
-    uint32_t option = 128;
-    aaa_svc_attrs_t attrs{};
-    aaa_svc_attrs_t *svc_attrs = &attrs;
-};
+using Request = AcctRequest;
 
 Pairs record_pairs(uint32_t type, const char *zone = "CET") {
     return {bytes(23, raw(kNow)), u32(46, kSid), text(40, zone), message_type(type)};
@@ -49,7 +37,6 @@ class MessageAcct : public RequestTest {
     }
 };
 
-using MessageAcctMethods = MessageAcct;
 using MessageAcctSession = MessageAcct;
 using MessageAcctUpdate = MessageAcct;
 
@@ -188,83 +175,6 @@ TEST_F(MessageAcct, ExhaustedMemoryLeavesOutputsAndPacketAlone) {
         request.methodlist = nullptr;
         return request.compose(session);
     });
-}
-
-// ---- Method lists ----------------------------------------------------------
-
-TEST_F(MessageAcctMethods, WithoutANameTheLineIsAskedForAccounting) {
-    expect_the_line_is_asked<Request>(2);
-}
-
-TEST_F(MessageAcctMethods, SystemAndApiNeverAskTheLine) {
-    for (const int32_t service : {13, 16}) {
-        SCOPED_TRACE(service);
-        char command[] = "show";
-        Request request;
-        request.service = service;
-        request.attrs.cmd = command;
-        request.methodlist = nullptr;
-        EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
-    }
-    EXPECT_TRUE(fake::calls(kLineCalls).empty());
-}
-
-TEST_F(MessageAcctMethods, IkeDoesAskTheLineUnlikeInTheOtherRequests) {
-    Request request;
-    request.service = 23;
-    request.methodlist = nullptr;
-    composed(request);
-    EXPECT_EQ(fake::count("find_method_for_line"), 1u);
-}
-
-TEST_F(MessageAcctMethods, KshAndLineCardsDoNotAskTheLine) {
-    Request ksh;
-    ksh.service = 17;
-    ksh.methodlist = nullptr;
-    EXPECT_EQ(method_list_of(composed(ksh)), std::string("default") + '\0');
-    fake::answer("platform_am_i_lc", 1);
-    Request card;
-    card.methodlist = nullptr;
-    EXPECT_EQ(method_list_of(composed(card)), std::string("default") + '\0');
-    EXPECT_EQ(fake::count("find_method_for_line"), 0u);
-}
-
-TEST_F(MessageAcctMethods, HttpMayBeWithoutATerminal) {
-    fake::answer("find_method_for_line", kNoTerminal);
-    Request request;
-    request.methodlist = nullptr;
-    EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
-    EXPECT_EQ(own_traces()[3], (fake::Trace{3, "No need to have tty info for API or HTTP service"}));
-    EXPECT_EQ(own_traces()[4], (fake::Trace{3, "Using authentication methodlist 'default'"}));
-}
-
-TEST_F(MessageAcctMethods, OtherServicesNeedTheTerminalAlsoWithOption69) {
-    fake::answer("find_method_for_line", kNoTerminal);
-    for (const int32_t service : {1, 7, 23}) {
-        SCOPED_TRACE(service);
-        Request request;
-        request.option = 69;
-        request.service = service;
-        request.methodlist = nullptr;
-        EXPECT_EQ(request.compose(0), kNoTerminal);
-        EXPECT_TRUE(request.iov.untouched());
-    }
-}
-
-TEST_F(MessageAcctMethods, AnyOtherFailureEndsTheCompose) {
-    fake::answer("find_method_for_line", kOtherFailure);
-    Request request;
-    request.methodlist = nullptr;
-    EXPECT_EQ(request.compose(0), kOtherFailure);
-    EXPECT_TRUE(request.iov.untouched());
-    EXPECT_TRUE(fake::calls("conf_get_timezone_string").empty());
-}
-
-TEST_F(MessageAcctMethods, AKnownMethodNeedsNoList) {
-    Request request;
-    request.method = 17;
-    EXPECT_EQ(method_list_of(composed(request)), "none");
-    EXPECT_TRUE(fake::calls(kLineCalls).empty());
 }
 
 // ---- Session mode ----------------------------------------------------------

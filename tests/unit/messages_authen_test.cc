@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The authentication request, as io-vector and as session packet.
 
 #include <gtest/gtest.h>
 
@@ -7,6 +9,7 @@
 #include "aaa/messages.h"
 #include "support/assertion_report.hpp"
 #include "support/request_checks.hpp"
+#include "support/user_requests.hpp"
 
 namespace {
 
@@ -14,20 +17,7 @@ using namespace messages;
 
 constexpr char kStarted[] = "Composing an authentication message";
 
-// An authentication with everything in place; HTTP (24) adds no terminal.
-struct Request : UserRequest {
-    using UserRequest::UserRequest;
-
-    cerrno compose(uint32_t session, unsigned missing = 0) {
-        const Pointers p(*this, missing);
-        return aaa_util_msg_authen_compose(p.record, option, service, methodlist, method, usercred, in_attrs,
-                                           rsa, p.iov, p.count, p.buffer, p.size, async, session);
-    }
-
-    uint32_t option = 0;
-    const avlist *in_attrs = nullptr;
-    const aaa_rsa_params_t *rsa = nullptr;
-};
+using Request = AuthenRequest;
 
 // What the Request above is made of.
 Pairs expected_pairs(uint32_t type = 1, const Pairs &added = {}) {
@@ -54,7 +44,6 @@ std::unique_ptr<aaa_rsa_params_t> make_rsa() {
 }
 
 using MessageAuthen = RequestTest;
-using MessageAuthenMethods = MessageAuthen;
 using MessageAuthenSession = MessageAuthen;
 
 // ---- Classic ---------------------------------------------------------------
@@ -251,97 +240,6 @@ TEST_F(MessageAuthen, ExhaustedMemoryLeavesTheOutputsAlone) {
         EXPECT_EQ(rc, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
         EXPECT_EQ(request.iov.untouched(), fail.fired());
     });
-}
-
-// ---- Method lists ----------------------------------------------------------
-
-TEST_F(MessageAuthenMethods, ANameOfTheCallerAsksNobody) {
-    Request request;
-    EXPECT_EQ(method_list_of(composed(request)), std::string("console") + '\0');
-    EXPECT_TRUE(fake::calls(kLineCalls).empty());
-}
-
-TEST_F(MessageAuthenMethods, WithoutANameTheLineIsAsked) {
-    expect_the_line_is_asked<Request>(0);
-    EXPECT_EQ(own_traces().back(), (fake::Trace{1, "Using authentication methodlist 'vty-list'"}));
-}
-
-TEST_F(MessageAuthenMethods, ALineWithoutAListGivesDefault) {
-    fake::answer("find_method_for_line", 0);
-    Request request;
-    request.methodlist = nullptr;
-    EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
-}
-
-TEST_F(MessageAuthenMethods, ApiAndIkeNeverAskTheLine) {
-    for (const int32_t service : {16, 23}) {
-        SCOPED_TRACE(service);
-        Request request;
-        request.service = service;
-        request.methodlist = nullptr;
-        EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
-    }
-    EXPECT_TRUE(fake::calls(kLineCalls).empty());
-}
-
-TEST_F(MessageAuthenMethods, ALineCardNeverAsksTheLine) {
-    fake::answer("platform_am_i_lc", 1);
-    Request request;
-    request.methodlist = nullptr;
-    EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
-    EXPECT_EQ(fake::calls(kLineCalls), (std::vector<std::string>{"platform_am_i_lc()"}));
-}
-
-TEST_F(MessageAuthenMethods, KshDoesNotAskTheLineEither) {
-    Request request;
-    request.service = 17;
-    request.methodlist = nullptr;
-    EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
-    EXPECT_EQ(fake::calls(kLineCalls), (std::vector<std::string>{"platform_am_i_lc()"}));
-}
-
-TEST_F(MessageAuthenMethods, HttpMayBeWithoutATerminal) {
-    fake::answer("find_method_for_line", kNoTerminal);
-    Request request;
-    request.methodlist = nullptr;
-    EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
-    EXPECT_EQ(own_traces(), (Traces{{1, kStarted},
-                                    {1, "No need to have tty info for API or HTTP service"},
-                                    {1, "Using authentication methodlist 'default'"}}));
-}
-
-TEST_F(MessageAuthenMethods, OtherServicesNeedTheTerminal) {
-    fake::answer("find_method_for_line", kNoTerminal);
-    for (const int32_t service : {1, 7, 11, 14, 26, 0, -1}) {
-        SCOPED_TRACE(service);
-        Request request;
-        request.service = service;
-        request.methodlist = nullptr;
-        EXPECT_EQ(request.compose(0), kNoTerminal);
-        EXPECT_TRUE(request.iov.untouched());
-    }
-}
-
-TEST_F(MessageAuthenMethods, AnyOtherFailureEndsTheCompose) {
-    fake::answer("find_method_for_line", kOtherFailure);
-    Request request;
-    request.methodlist = nullptr;
-    Record expected = request.record;
-    expected.host(20, 3).host(32, 0);
-    EXPECT_EQ(request.compose(0), kOtherFailure);
-    EXPECT_TRUE(same_bytes(request.record, expected));
-    EXPECT_TRUE(request.iov.untouched());
-    EXPECT_EQ(own_traces(), (Traces{{1, kStarted}}));
-}
-
-TEST_F(MessageAuthenMethods, AKnownMethodNeedsNoList) {
-    Request request;
-    request.method = 1;
-    EXPECT_EQ(method_list_of(composed(request)), "none");
-    request.methodlist = nullptr;
-    request.iov.release();
-    EXPECT_EQ(method_list_of(composed(request)), "none");
-    EXPECT_TRUE(fake::calls(kLineCalls).empty());
 }
 
 // ---- Session mode ----------------------------------------------------------

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The authorization request, as io-vector and as session packet.
 
 #include <gtest/gtest.h>
 
@@ -6,6 +8,7 @@
 
 #include "aaa/messages.h"
 #include "support/request_checks.hpp"
+#include "support/user_requests.hpp"
 
 namespace {
 
@@ -15,21 +18,7 @@ constexpr char kDone[] = "Authorization message composed successfully";
 constexpr char kFailed[] = "Failed to compose an authorization message";
 constexpr char kUsing[] = "Using authentication methodlist 'console'";
 
-// An authorization with everything in place. HTTP (24) has no service
-// attributes and no terminal.
-struct Request : UserRequest {
-    using UserRequest::UserRequest;
-
-    cerrno compose(uint32_t session, unsigned missing = 0) {
-        const Pointers p(*this, missing);
-        return aaa_util_msg_author_compose(p.record, option, service, methodlist, method, usercred, svc_attrs,
-                                           p.iov, p.count, p.buffer, p.size, async, session);
-    }
-
-    uint32_t option = 0x12345678;
-    aaa_svc_attrs_t attrs{};
-    aaa_svc_attrs_t *svc_attrs = &attrs;
-};
+using Request = AuthorRequest;
 
 Pairs expected_pairs() {
     return Pairs{u32(262, 24), u32(43, 0x12345678), text(17, "console")} + user_pairs(Service::plain);
@@ -41,7 +30,6 @@ char *as_field(avlist *list) {
 }
 
 using MessageAuthor = RequestTest;
-using MessageAuthorMethods = MessageAuthor;
 using MessageAuthorIke = MessageAuthor;
 using MessageAuthorSession = MessageAuthor;
 
@@ -219,71 +207,6 @@ TEST_F(MessageAuthorIke, ExhaustedMemoryInTheCopyIsReported) {
         EXPECT_EQ(rc, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
         EXPECT_EQ(request.iov.untouched(), fail.fired());
     });
-}
-
-// ---- Method lists ----------------------------------------------------------
-
-TEST_F(MessageAuthorMethods, WithoutANameTheLineIsAskedForAuthorization) {
-    expect_the_line_is_asked<Request>(1);
-    EXPECT_EQ(own_traces()[0], (fake::Trace{2, "Using authentication methodlist 'vty-list'"}));
-}
-
-TEST_F(MessageAuthorMethods, ApiIkeKshAndLineCardsDoNotAskTheLine) {
-    for (const int32_t service : {16, 17, 23}) {
-        SCOPED_TRACE(service);
-        char command[] = "show";
-        Request request;
-        request.service = service;
-        request.attrs.cmd = service == 16 ? command : nullptr;
-        request.methodlist = nullptr;
-        EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
-    }
-    fake::answer("platform_am_i_lc", 1);
-    Request request;
-    request.methodlist = nullptr;
-    EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
-    EXPECT_EQ(fake::count("find_method_for_line"), 0u);
-}
-
-TEST_F(MessageAuthorMethods, Option69MayBeWithoutATerminalAndSaysSoWithTwoBlanks) {
-    fake::answer("find_method_for_line", kNoTerminal);
-    Request request;
-    request.option = 69;
-    request.methodlist = nullptr;
-    EXPECT_EQ(method_list_of(composed(request)), std::string("default") + '\0');
-    EXPECT_EQ(own_traces(), (Traces{{2, "No controlling terminal,  but ignoring"},
-                                    {2, "Using authentication methodlist 'default'"},
-                                    {2, kDone}}));
-}
-
-TEST_F(MessageAuthorMethods, HttpNeedsTheTerminalHereUnlikeInAuthentication) {
-    fake::answer("find_method_for_line", kNoTerminal);
-    for (const uint32_t option : {0u, 68u, 70u, 0x145u}) {
-        SCOPED_TRACE(option);
-        Request request;
-        request.option = option;
-        request.methodlist = nullptr;
-        fake::clear_journal();
-        EXPECT_EQ(request.compose(0), kNoTerminal);
-        EXPECT_EQ(own_traces(), (Traces{{2, kFailed}}));
-    }
-}
-
-TEST_F(MessageAuthorMethods, AnyOtherFailureEndsTheComposeAlsoWithOption69) {
-    fake::answer("find_method_for_line", kOtherFailure);
-    Request request;
-    request.option = 69;
-    request.methodlist = nullptr;
-    EXPECT_EQ(request.compose(0), kOtherFailure);
-    EXPECT_TRUE(request.iov.untouched());
-}
-
-TEST_F(MessageAuthorMethods, AKnownMethodNeedsNoList) {
-    Request request;
-    request.method = 2;
-    request.methodlist = nullptr;
-    EXPECT_EQ(method_list_of(composed(request)), "none");
-    EXPECT_TRUE(fake::calls(kLineCalls).empty());
 }
 
 // ---- Session mode ----------------------------------------------------------

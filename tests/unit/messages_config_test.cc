@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The configuration messages: attributes in order, and the two modes of each.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The replies: fields of the header record, the payload, and the response packets of
+// session mode.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The messages that carry no attribute list: connect, disconnect, callback, ping, and the
+// server's own.
 
 #include "aaa/messages.h"
 

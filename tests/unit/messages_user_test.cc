@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Requests about a user: reference counts, task maps, user groups, IKE attributes, and the
+// release of user data.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Session packets: each field of header and payload, fills, reads, and responses.
 
 #include "aaa/session_packets.h"
 

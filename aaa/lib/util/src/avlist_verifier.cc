@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The check of a whole list: the record, the chain, each buffer, each pair. The first
+// fault ends it. Nothing of the library is called, so its errors are not repeated here.
 
 #include "internal/avlist_verifier.hpp"
 
