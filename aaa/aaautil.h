@@ -4,7 +4,7 @@
 
 /**
  * @file
- * @brief Everything that libaaautil.so offers, and the rules that hold for all of it.
+ * @brief All functions of libaaautil.so, and the rules that hold for all of them.
  *
  * 1. **Result codes.** Operations return a cerrno: 0 (AAA_OK) is success,
  *    anything else a code of aaa/result_codes.h or, unchanged, the code of a
@@ -20,17 +20,17 @@
  * 4. **Lengths** are in bytes. The length of a text attribute counts its
  *    terminating NUL where the function that adds it says so; never assume
  *    that a received text ends in NUL.
- * 5. **Ownership** is told with four words. *Caller frees*: with free() unless
+ * 5. **Ownership** is stated with four words. *Caller frees*: with free() unless
  *    another function is named. *Borrowed*: valid until the named event, not to
  *    be freed. *Copied in*: the callee keeps no reference. *Handed over*: the
  *    named party frees it from then on.
  * 6. **Threads.** Lists, messages and name tables take no locks: one thread
  *    uses a list (or a message record) at a time. Everything that keeps no
- *    state may be called from any thread. The library runs one worker thread
- *    of its own.
+ *    state may be called from any thread. The library runs one worker
+ *    thread.
  * 7. **Byte order.** Records and values are in host order while in memory and
  *    in network order in packed lists and, where stated, in message headers.
- * 8. **Trust.** aaa_avpair_unpack_msg() and its kin trust the lengths in a
+ * 8. **Trust.** aaa_avpair_unpack_msg() and its variants trust the lengths in a
  *    message. They are for bytes from this process or from a peer that is
  *    trusted as this process is.
  * 9. **What the library does not do.** It sends and receives nothing, holds

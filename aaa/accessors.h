@@ -26,14 +26,14 @@ extern "C" {
  *   with each call. Functions that *replace* change the first pair of the type,
  *   or append one where there is none. A replaced pair keeps its place only
  *   when its length stays the same; otherwise it moves to the end of the list
- *   and of its old flags the low 8 bits live on (aaa_avpair_update()). The name
+ *   and keeps the low 8 bits of its flags (aaa_avpair_update()). The name
  *   does not tell which: many functions called "add" replace.
  * - **Flags and tag** of the pair are 0 unless said otherwise.
  * - **Values are copied in.** Nothing keeps a reference to the caller's memory.
  * - **Codes of functions that store.** AAA_OK; AAA_ERR_INVALID_ARG for a null
  *   pointer or a length out of range, the list being untouched; AAA_ERR_NOMEM
  *   when memory is exhausted, which in a replacement by a value of another
- *   length may cost the old pair. Only further codes are listed below.
+ *   length may cost the old pair. Only other codes are listed below.
  * - **Pointers handed out** are *Borrowed*: they point into the list and are
  *   valid until a pair of the list is deleted or changes its length. A null
  *   list reads as one without the attribute.
@@ -53,7 +53,7 @@ extern "C" {
  */
 typedef struct aaa_chap_data {
     uint8_t id;            /**< CHAP identifier */
-    uint8_t *data;         /**< inbound: the challenge; outbound: everything behind the id */
+    uint8_t *data;         /**< inbound: the challenge; outbound: everything after the id */
     uint32_t data_len;     /**< bytes */
     uint8_t *response;     /**< inbound only */
     uint32_t response_len; /**< bytes; 16 for CHAP, 49 for MS-CHAP */
@@ -171,8 +171,8 @@ AAA_API cerrno aaa_util_avpair_update(uint32_t type, avpair_flags_t flags, void 
  * Appends a user name (257).
  *
  * A name of more than 253 characters and its NUL does not fit and is refused;
- * what composes a request from a credential record then leaves the name out
- * without a word. A server must take a request without a user name as one that
+ * the functions that compose a request from a credential record then leave the
+ * name out without a report. A server must take a request without a user name as one that
  * fails.
  * @param[in]     value  the name
  * @param[in]     length bytes to store, 1 to 254; count the NUL in, so that readers find it
@@ -201,7 +201,7 @@ AAA_API cerrno aaa_util_avlist_password_add(const char *value, uint32_t length, 
 /**
  * Replaces the status (2) by a value of a length of the caller's.
  *
- * The length is the caller's on purpose: bytes behind the four of the status
+ * The length is deliberately the caller's: bytes that follow the four of the status
  * are zero, and a shorter length stores that many of the four.
  * @param[in]     status AAA_STAT_... of aaa/names.h
  * @param[in]     length bytes to store, usually 4
@@ -394,10 +394,10 @@ AAA_API cerrno aaa_util_avlist_data_get(void **value, uint32_t *length, const av
 /**
  * Copies the address that a request is directed to (42) into a record.
  *
- * Up to 20 stored bytes are copied as they lie, the rest is zero. The record is
- * only meaningful when a writer stored a whole one: what
- * aaa_util_avlist_directed_addr_add() stores, a bare address, lands in its first
- * four bytes.
+ * Up to 20 stored bytes are copied unchanged, the rest is zero. The record is
+ * only meaningful when the writer stored a whole one:
+ * aaa_util_avlist_directed_addr_add() stores a bare address, which occupies its
+ * first four bytes.
  * @param[out] out  the record; all zero when the attribute is absent
  * @param[in]  list list to search
  * @return out
@@ -726,7 +726,7 @@ AAA_API uint32_t aaa_util_msgtype_get(const avlist *list);
 /**
  * Reads the parameters of a public-key login. What is missing is null or zero.
  *
- * Arrays of names are copied as they were stored; names behind the count are
+ * Arrays of names are copied as they were stored; names beyond the count are
  * left as they were unless the attribute is absent, which zeroes the array. A
  * stored value that is larger than its field is not accepted: it counts as
  * absent.
@@ -735,7 +735,7 @@ AAA_API uint32_t aaa_util_msgtype_get(const avlist *list);
  *
  * Ownership: *Borrowed*: username, signature, indata and session id point into the list.
  * @return
- * - AAA_OK: read, whatever was missing
+ * - AAA_OK: read; missing attributes do not count as a failure
  * - AAA_ERR_INVALID_ARG: list or out is null
  */
 AAA_API cerrno aaa_util_avlist_rsa_params_get(const avlist *list, aaa_rsa_params_t *out);

@@ -17,13 +17,13 @@ extern "C" {
  * @file
  * @brief Allocation with a record of every live block.
  *
- * The wrappers do what their namesakes of the C library do. Besides, they hang a
- * record with the caller's name and line into malloc_queue for each block, and
+ * The wrappers do what their namesakes of the C library do. They also append a
+ * record with the caller's name and line to malloc_queue for each block, and
  * write a trace line under flag AAA_DBG_MALLOC for each call, failed ones
- * included. A block whose record cannot be allocated is handed out all the same.
+ * included. A block whose record cannot be allocated is returned too.
  *
  * Release a block with aaa_util_free(). A plain free() is legal but leaves its
- * record behind, and a later block at the same address then has two.
+ * record in the queue, and a later block at the same address then has two.
  *
  * **Threads.** Neither the queue nor its first-use initialisation is locked:
  * callers that use the wrappers from several threads serialise themselves.
@@ -62,7 +62,7 @@ AAA_API extern aaa_queue_t malloc_queue;
 
 /**
  * Allocates a block as malloc() does.
- * @param[in] name who allocates; may be null
+ * @param[in] name name of the caller; may be null
  * @param[in] line source line of the caller
  * @param[in] size bytes
  *
@@ -77,7 +77,7 @@ AAA_API void *aaa_util_malloc(const char *name, uint32_t line, uint32_t size);
  * The record of the old address is dropped once there is one for the new block,
  * and stays when there is none: after a failure the old block is still live.
  * A block that had no record and does not move is left without one: kept.
- * @param[in] name who allocates; may be null
+ * @param[in] name name of the caller; may be null
  * @param[in] line source line of the caller
  * @param[in] ptr  block of any malloc(); may be null (then it allocates)
  * @param[in] size bytes. Do not pass 0: the block may be gone then, but its record stays.
@@ -92,7 +92,7 @@ AAA_API void *aaa_util_realloc(const char *name, uint32_t line, void *ptr, uint3
  *
  * The record holds the size of one element, not of the block: kept. The trace
  * shows count times size, cut to 32 bits.
- * @param[in] name  who allocates; may be null
+ * @param[in] name  name of the caller; may be null
  * @param[in] line  source line of the caller
  * @param[in] count elements
  * @param[in] size  bytes of an element
@@ -104,7 +104,7 @@ AAA_API void *aaa_util_calloc(const char *name, uint32_t line, uint32_t count, u
 
 /**
  * Copies a text as strdup() does.
- * @param[in] name who allocates; may be null
+ * @param[in] name name of the caller; may be null
  * @param[in] line source line of the caller
  * @param[in] str  text to copy; may be null (the result is null)
  *
@@ -114,8 +114,8 @@ AAA_API void *aaa_util_calloc(const char *name, uint32_t line, uint32_t count, u
 AAA_API char *aaa_util_strdup(const char *name, uint32_t line, const char *str);
 
 /**
- * Frees a block and drops its record. A block without a record is freed all the same.
- * @param[in] name who frees; may be null
+ * Frees a block and drops its record. A block without a record is freed too.
+ * @param[in] name name of the caller; may be null
  * @param[in] line source line of the caller
  * @param[in] ptr  block of any malloc(); may be null (only the trace is written)
  *

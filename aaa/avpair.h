@@ -17,12 +17,12 @@ extern "C" {
  * @file
  * @brief Attribute-value lists.
  *
- * A list is a 56-byte record and a chain of buffers. Pairs lie end to end in
+ * A list is a 56-byte record and a chain of buffers. Pairs are stored end to end in
  * the buffers: a 16-byte head, the value bytes, up to 3 bytes that round the
  * pair up to a multiple of 4. Pairs are only ever added after the last pair of
  * the last buffer. A deleted pair keeps its place, its type turned into
- * AAA_ATTR_MAX; its room comes back once every pair behind it in the same
- * buffer is deleted too, and a buffer without live pairs leaves the chain.
+ * AAA_ATTR_MAX; its room is free again once every pair that follows it in the
+ * same buffer is deleted too, and a buffer without live pairs leaves the chain.
  * Every operation passes over deleted pairs.
  *
  * The records below travel inside messages, so their layout is fixed to the
@@ -99,7 +99,7 @@ static_assert(offsetof(avpair_buffer_t, hdr.pad28) == 28, "layout of avpair_buff
 typedef struct avpair_mem_stats {
     uint32_t buf_cnt;   /**< buffers */
     uint32_t total_mem; /**< bytes of all buffers, headers included */
-    uint32_t used_mem;  /**< bytes of all pairs, deleted ones included: what packing sends after the record */
+    uint32_t used_mem;  /**< bytes of all pairs, deleted ones included: packing sends them after the record */
 } avpair_mem_stats_t;
 static_assert(sizeof(avpair_mem_stats_t) == 12, "layout of avpair_mem_stats_t");
 static_assert(offsetof(avpair_mem_stats_t, buf_cnt) == 0, "layout of avpair_mem_stats_t");
@@ -159,7 +159,7 @@ AAA_API void aaa_avpair_clear(avlist *list);
 AAA_API void aaa_avpair_free_list(avlist *list);
 
 /**
- * Tells where the first pair of a buffer lies: 32 bytes behind the buffer's beginning.
+ * Tells where the first pair of a buffer is: 32 bytes after the beginning of the buffer.
  * @param[in] buf may be null (the result is null)
  *
  * Ownership: *Borrowed*: valid as long as the buffer is.
@@ -177,10 +177,10 @@ AAA_API int aaa_avpair_is_deleted(const avpair_t *pair);
  * Appends a pair to a list. Takes constant time and at most one allocation.
  *
  * Any type but AAA_ATTR_MAX is stored; AAA_ATTR_MAX stops the process. A value
- * of no bytes is legal, also as a null pointer. The value may lie in the list
+ * of no bytes is legal, also as a null pointer. The value may be in the list
  * itself. With debug flag 8 on, a call with a value writes one trace line, also
- * for a null list. It shows the first four bytes at value whatever len is, so
- * hand in at least four readable bytes then, also when len is 0.
+ * for a null list. It shows the first four bytes at value for every len, so
+ * pass at least four readable bytes then, also when len is 0.
  * @param[in]     type  attribute type
  * @param[in]     flags flag bits of the pair
  * @param[in]     value value bytes, integers in host order; may be null when len is 0
@@ -232,7 +232,7 @@ AAA_API cerrno aaa_avpair_iterator_init(aaa_avpair_iterator_t *it, const avlist 
 
 /**
  * Goes on to the next live pair. Asked again after the end, it reports the end again.
- * Pairs added behind the last buffer that the list had at aaa_avpair_iterator_init() are not visited.
+ * Pairs added after the last buffer that the list had at aaa_avpair_iterator_init() are not visited.
  * @param[in,out] it   position
  * @param[out]    pair the pair; untouched unless AAA_OK is returned
  *
@@ -246,7 +246,7 @@ AAA_API cerrno aaa_avpair_iterator_get_next(aaa_avpair_iterator_t *it, avpair_t 
 
 /**
  * Gives the address that follows a pair: pair + 16 + av_len, rounded up to a multiple of 4.
- * Nothing is checked; whether a pair lies there is for the caller to know.
+ * Nothing is checked; the caller knows whether a pair is stored there.
  * @param[in] pair pair in a buffer, deleted or not; not null
  */
 AAA_API avpair_t *aaa_avpair_get_adjacent(const avpair_t *pair);
@@ -341,9 +341,9 @@ AAA_API cerrno aaa_avpair_delete_by_type_value(avpair_type_t findtype, void *val
  * With an unchanged length the value is overwritten in place, flags are OR-ed
  * to the pair's flags and the tag is replaced. With another length the pair is
  * deleted and a new one of its type appended to the end of the list; of its old
- * flags only the low 8 bits live on, OR-ed with the new ones. Callers depend on
+ * flags only the low 8 bits are kept, OR-ed with the new ones. Callers depend on
  * both. A deleted pair stops the process, and so does a list without pairs, also
- * when the position is null. The value may lie in the list itself.
+ * when the position is null. The value may be in the list itself.
  * @param[in]     it    position of the pair, in list; spent when the length changed
  * @param[in]     flags flag bits to set
  * @param[in]     value value bytes; not null even when len is 0
@@ -355,7 +355,7 @@ AAA_API cerrno aaa_avpair_delete_by_type_value(avpair_type_t findtype, void *val
  * @return
  * - AAA_OK: changed
  * - AAA_ERR_INVALID_ARG: it, its position, value or list is null
- * - AAA_ERR_NOMEM: no memory; the old pair is deleted then and nothing is added, unless the value lay in
+ * - AAA_ERR_NOMEM: no memory; the old pair is deleted then and nothing is added, unless the value was in
  *   the list itself and no copy could be made: then the list is as it was
  */
 AAA_API cerrno aaa_avpair_update_by_iterator(aaa_avpair_iterator_t *it, avpair_flags_t flags,
@@ -363,7 +363,8 @@ AAA_API cerrno aaa_avpair_update_by_iterator(aaa_avpair_iterator_t *it, avpair_f
 
 /**
  * Changes a pair found by its type and occurrence as aaa_avpair_update_by_iterator() does,
- * or appends a new pair when there is no such occurrence, whatever instance is. Traces under flag 8.
+ * or appends a new pair when there is no such occurrence; instance may then be any number.
+ * Traces under flag 8.
  * @param[in]     type     attribute type
  * @param[in]     flags    flag bits to set
  * @param[in]     value    value bytes. As with aaa_avpair_add() four bytes are read for the trace. May be
@@ -441,7 +442,7 @@ AAA_API cerrno aaa_avpair_unpack_msg(avlist *list, char *msg);
  * message (768 for 3 pairs on a little-endian host). Walk the pairs to count
  * them. The list and its own sender's list therefore do not compare equal.
  *
- * Nothing but len is checked: the pairs must fill the message exactly, as
+ * Only len is checked: the pairs must fill the message exactly, as
  * those that packing writes do. Use aaa_avpair_unpack_msg_checked() for bytes
  * from a peer that is not trusted.
  * @param[in,out] list empty list to fill; one with pairs stops the process
@@ -498,10 +499,10 @@ AAA_API int aaa_avpair_compare_lists(const avlist *a, const avlist *b);
  * list. Traces under flag 8.
  * @param[in]     list      list to copy; null stops the process
  * @param[in]     name      name of the list that is created; null gives it the name of list. Not used when
- *                          a list is brought. May be null.
+ *                          a list is given. May be null.
  * @param[in,out] copy_list null inside creates a list; an empty list inside is used and keeps its name (one
  *                          with pairs stops the process). On failure a list that was created is freed and
- *                          null is stored; a list that was brought stays, empty.
+ *                          null is stored; a list that was given stays, empty.
  *
  * Ownership: *Caller frees* a created list with aaa_avpair_free_list().
  * @return
@@ -560,7 +561,7 @@ AAA_API cerrno aaa_avpair_update_list_from_list(const avlist *src, avlist *tgt);
 /**
  * Updates a list as aaa_avpair_update() does, instance 0, with every pair of a
  * second list that has one of the given flag bits. Traces under flag 8.
- * The outcomes of the updates are not looked at.
+ * The results of the updates are ignored.
  * @param[in]     src   list to take from
  * @param[in,out] tgt   list to update; one without pairs stops the process, also when src has none
  * @param[in]     flags flag bits, one of which a pair of src must have
@@ -575,7 +576,7 @@ AAA_API cerrno aaa_avpair_update_list_from_list_by_flags(const avlist *src, avli
 
 /**
  * Appends every pair of a list that has one of the given flag bits to a second
- * list. Traces under flag 8. The outcomes of the appends are not looked at.
+ * list. Traces under flag 8. The results of the appends are ignored.
  * @param[in]     src   list to take from
  * @param[in,out] dst   list to append to; may be src
  * @param[in]     flags flag bits, one of which a pair of src must have
@@ -660,7 +661,7 @@ AAA_API void dump_iovs(const char *name, const iov_t *iov, int count);
 
 /**
  * Hands a label and then bytes in hexadecimal, nine a line, to a printer.
- * The bytes behind the last full line are not shown: deliberate, unlike dump_buffer().
+ * The bytes that follow the last full line are not shown: deliberate, unlike dump_buffer().
  * @param[in] label   first line; may be null
  * @param[in] flag    debug flag for the printer; it is not tested
  * @param[in] buf     bytes to show; may be null (no bytes then)

@@ -4,7 +4,7 @@
 
 /**
  * @file
- * @brief Entry points for bytes from somebody else.
+ * @brief Entry points for bytes of unknown origin.
  *
  * The plain unpack and read functions trust the lengths they find, because
  * both sides of the classic exchange run this library. A server that listens
@@ -34,8 +34,8 @@ extern "C" {
  * terminated name; every pair head and value inside that length; a pair count
  * that is zero exactly when no live pair follows; no deleted pair at the very
  * end; and no more than 65535 live pairs, which is what a list can count.
- * Bytes after the total length are ignored. Nobody else may write to the
- * message during the call: copy it first when it lies in shared memory.
+ * Bytes after the total length are ignored. No one else may write to the
+ * message during the call: copy it first when it is in shared memory.
  *
  * @param[in,out] list  empty list to fill; a list that is not empty stops the process
  * @param[in]     msg   the packed list, any alignment
@@ -76,7 +76,7 @@ AAA_API_EXT cerrno aaa_sess_get_type_data_checked(const void *packet, size_t pac
 /**
  * Copies the stored method list (attribute 17) as 32-bit method values.
  *
- * Bytes behind the last whole value, which no writer of this library leaves, do not count.
+ * Bytes that follow the last whole value do not count; no writer of this library leaves any.
  *
  * @param[in]  list     list to read
  * @param[out] dst      room for @p capacity values; may be null when @p capacity is 0

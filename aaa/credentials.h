@@ -184,7 +184,7 @@ AAA_API cerrno aaa_util_add_usercred_in_avlist(aaa_usercred_t *cred, avlist *lis
  *
  * **The command is changed in place** when it holds an FTP address with a user
  * and a password: the password becomes one asterisk. So hand in memory that may
- * be written to, never a literal. The password ends at the first '@' behind it.
+ * be written to, never a literal. The password ends at the first '@' that follows.
  * @param[in]     service   AAA_SVC_... of aaa/names.h
  * @param[in,out] list      the request's list; on failure it keeps the pairs added so far
  * @param[in,out] svc_attrs the attributes

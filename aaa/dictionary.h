@@ -72,7 +72,7 @@ typedef struct aaa_ip_addr {
     uint8_t family;  /**< 2: IPv4; others are taken for IPv6 and handed to the platform as they are */
     uint8_t pad1[3]; /**< not used */
     union {
-        uint32_t v4;       /**< the first 4 address bytes, as they stand */
+        uint32_t v4;       /**< the first 4 address bytes, unconverted */
         uint8_t bytes[16]; /**< network order; IPv4 uses the first 4 */
     } addr;                /**< the address */
 } aaa_ip_addr_t;

@@ -69,11 +69,11 @@ AAA_API int aaa_is_tty(const char *device);
  * the settings are put back before the call returns. Ctrl-C or Ctrl-V drops
  * the line, backspace and delete erase, and the line ends with a line feed, a
  * carriage return, the end of the input or the character that does not fit any
- * more; what was typed behind that character is left for the next read. At most
+ * more; input that follows that character is left for the next read. At most
  * @p len - 1 characters are stored, followed by a NUL. A process without a
  * terminal gets success and an empty @p buf, with the reason on standard error.
  *
- * Otherwise the line comes from the platform's line editor. BEWARE: a line of
+ * Otherwise the line comes from the platform's line editor. Caution: a line of
  * exactly @p len characters is stored without a NUL. Give the function one
  * byte less than the zeroed buffer has.
  *

@@ -22,12 +22,12 @@ extern "C" {
  *
  * The library sends nothing. A compose routine fills the caller's record and
  * names the pieces that make up the message; the caller's transport sends them.
- * What follows holds for every routine below; its own block says what differs.
+ * The following holds for every routine below, unless its own block differs.
  *
  * **Classic mode** (session is 0). The record is a header record. The routine
  * writes the message type and the fields of its kind, brings numbers that travel
  * in the header into network order (the type itself stays in host order) and
- * gives out a newly allocated io-vector array and the number of its elements.
+ * returns a newly allocated io-vector array and the number of its elements.
  * The header element comes first; attribute lists travel packed, in the caller's
  * buffer. The size argument is the capacity of that buffer in bytes; the packed
  * length is the length of the element. Bytes of the record that no field below
@@ -36,9 +36,9 @@ extern "C" {
  * **Session mode** (session is not 0). A request's record is a session packet
  * instead, which is filled with the message type and, where there is one, the
  * address of the attribute list; nothing is packed, and nothing is stored through
- * iov_out and count_out. Some routines choose the type by whether these and the
- * buffer are there all the same: without them the packet goes out as type 0, a
- * connect, and the call succeeds. A reply's record stays the reply header, the
+ * iov_out and count_out. Some routines still choose the type by whether these and the
+ * buffer are given: without them the packet is sent as type 0, a connect, and
+ * the call succeeds. A reply's record stays the reply header, the
  * response packet is newly made, and its address is stored through iov_out
  * (cast it); count_out is not written.
  *
@@ -234,7 +234,7 @@ AAA_API cerrno aaa_util_msg_ping_compose(void *msg, iov_t **iov_out, uint32_t *c
 /**
  * Composes the server's side of "connect" (type 0).
  *
- * Elements: header, 40; block, 64. The parameter stands at offset 32 in network order.
+ * Elements: header, 40; block, 64. The parameter is at offset 32 in network order.
  * @param[in,out] msg       the 40-byte header record, or the session packet
  * @param[in]     param     the parameter
  * @param[out]    iov_out   the io-vector array; not used in session mode
@@ -291,7 +291,7 @@ AAA_API cerrno aaa_util_svrmsg_disconn_compose(void *msg, iov_t **iov_out, uint3
  * @param[in]     method      0, or a method that makes a method list unnecessary
  * @param[in]     usercred    the credential; its remote_addr may be filled in, as
  *                            aaa_util_add_usercred_in_avlist() says. A user name of 254 or more characters
- *                            is left out without a word.
+ *                            is left out without a report.
  * @param[in]     in_attrs    pairs to send along; may be null
  * @param[in]     rsa_params  needed for option 13, else not looked at
  * @param[out]    iov_out     the io-vector array; not used in session mode
@@ -443,7 +443,7 @@ AAA_API cerrno aaa_util_msg_acct_update_compose(void *msg, uint32_t *sid, void *
  *                             is, and a packet's type 0.
  * @param[in]     session      0 for a classic message, else a session packet
  *
- * Ownership: *Caller frees* the array with free(), and with it the packed list, which lies in the same
+ * Ownership: *Caller frees* the array with free(), and with it the packed list, which is in the same
  * block (16384 bytes). The list of a packet is *Handed over* to its consumer.
  * @return
  * - AAA_OK: composed
@@ -566,8 +566,8 @@ AAA_API cerrno aaa_util_msg_usergroup_compose(void *msg, const char *request, io
  * @param[in]     context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(). Record and buffer are *Borrowed* until the
- * message is sent. The list stays the caller's in classic mode, in network order and good for freeing
- * only; in session mode it is *Handed over* to the packet's consumer if a packet is given out.
+ * message is sent. The list stays the caller's in classic mode, in network order and fit only for
+ * freeing; in session mode it is *Handed over* to the packet's consumer if a packet is given out.
  * @return
  * - AAA_OK: composed; in session mode also when no packet could be made
  * - AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in session mode context
@@ -593,8 +593,8 @@ AAA_API cerrno aaa_util_reply_compose(void *msg, iov_t **iov_out, uint32_t *coun
  * @param[in]     context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(). Record and buffer are *Borrowed* until the
- * message is sent. The list stays the caller's in classic mode, in network order and good for freeing
- * only; in session mode it is *Handed over* to the packet's consumer if a packet is given out.
+ * message is sent. The list stays the caller's in classic mode, in network order and fit only for
+ * freeing; in session mode it is *Handed over* to the packet's consumer if a packet is given out.
  * @return
  * - AAA_OK: composed; in session mode also when no packet could be made
  * - AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in classic mode list or buffer, in session mode
@@ -621,8 +621,8 @@ AAA_API cerrno aaa_util_reply_authen_compose(void *msg, iov_t **iov_out, uint32_
  * @param[in]     context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(). Record and buffer are *Borrowed* until the
- * message is sent. The list stays the caller's in classic mode, in network order and good for freeing
- * only; in session mode it is *Handed over* to the packet's consumer if a packet is given out.
+ * message is sent. The list stays the caller's in classic mode, in network order and fit only for
+ * freeing; in session mode it is *Handed over* to the packet's consumer if a packet is given out.
  * @return
  * - AAA_OK: composed; in session mode also when no packet could be made
  * - AAA_ERR_INVALID_ARG: msg, iov_out or count_out is null, in classic mode list or buffer, in session mode
@@ -781,8 +781,8 @@ AAA_API cerrno aaa_util_reply_disconn_compose(void *msg, iov_t **iov_out, uint32
  * @param[in]     context   the request that is answered; not used in classic mode
  *
  * Ownership: *Caller frees* array or packet with free(). Record and buffer are *Borrowed* until the
- * message is sent. The list stays the caller's in classic mode, in network order and good for freeing
- * only; in session mode it is *Handed over* to the packet's consumer if a packet is given out.
+ * message is sent. The list stays the caller's in classic mode, in network order and fit only for
+ * freeing; in session mode it is *Handed over* to the packet's consumer if a packet is given out.
  * @return
  * - AAA_OK: composed; in session mode also when no packet could be made
  * - AAA_ERR_INVALID_ARG: msg is null, in classic mode iov_out or count_out, in classic mode list or buffer,

@@ -111,7 +111,7 @@ AAA_API cerrno aaa_util_verify_methodlist(int function, int service, const char 
  * - AAA_ERR_INVALID_ARG: a pointer is null; the output is untouched
  * - AAA_ERR_NOMEM: no memory for the array
  * - AAA_ERR_INVALID_METHOD: the list is missing and is not for authentication, or cannot be unpacked
- * - SYSDB_ERR_NOT_FOUND: the authentication list is missing and is no default list,
+ * - SYSDB_ERR_NOT_FOUND: the authentication list is missing and is not a default list,
  *   or a server group that it names is not known
  * - AAA_ERR_SG_MAPPING: the stored number of a server group that it names is malformed
  * - an errno value (unpacking), or a code of the system database
@@ -138,15 +138,15 @@ AAA_API int aaa_is_name_valid(char *name);
  * list's item. The path is built from the function's word, the service's word
  * for that function and the list name, cut at 99 characters.
  *
- * @param[in]  function            0 to 3; anything else watches a path that nothing is stored at
+ * @param[in]  function            0 to 3; any other value watches a path at which nothing is stored
  * @param[in]  service             service number
  * @param[in]  list_name           name of the list
  * @param[in]  callback            called at every change; passed on unchanged
  * @param[in]  callback_arg        passed on unchanged
  * @param[in]  user_ctx            passed on unchanged
- * @param[out] registration_record receives connection and notification. What is not reached is not
- *                                 written: preset both to 0, so that a failed registration can be
- *                                 released
+ * @param[out] registration_record receives connection and notification. A field
+ *                                 whose step is not reached is not written: preset both to 0, so that
+ *                                 a failed registration can be released
  *
  * Ownership: *Copied in*: list_name. *Borrowed* until aaa_mlist_change_unregister(): callback_arg, user_ctx.
  *

@@ -29,7 +29,7 @@ extern "C" {
  * The text of any code, of this library or of a platform service, comes from
  * the platform's cerr_strerror(). The platform finds this library's texts
  * through cerr_data, which is registered when the library is loaded. The table
- * is also at hand, with names, in aaa/result_codes.def.
+ * is also available, with names, in aaa/result_codes.def.
  *
  * Texts, numbers and severities are what operators see and filter by. They stay
  * as they are, odd wording included.
@@ -37,7 +37,7 @@ extern "C" {
 
 /* ---- Result codes ---- */
 
-/** What every operation returns on success. The code of table row 0, 0xa2460000, is never returned. */
+/** Result of every operation that succeeds. The code of table row 0, 0xa2460000, is never returned. */
 #define AAA_OK 0u
 /** The error code of an index. */
 #define AAA_ERR_CODE(index)           (0xa2460000u | (UINT32_C(1) * (index) << 9))
@@ -102,9 +102,9 @@ extern "C" {
 /** Facility of the result codes, 1164. The message catalog uses the next one, 0x48d. */
 #define AAA_FACILITY 0x48cu
 
-/** What the list iterators return at the end of a list: index 48 with severity class 00, a normal status. */
+/** Result of the list iterators at the end of a list: index 48 with severity class 00, a normal status. */
 #define AAA_STATUS_END_OF_LIST 0x22466000u
-/** What validate_encrypted_password() returns for every malformed key: index 52, for which no text is registered. */
+/** Result of validate_encrypted_password() for every malformed key: index 52, for which no text is registered. */
 #define AAA_ERR_BAD_ENCRYPTED_KEY 0xa2466800u
 
 /* Codes of other facilities that the library produces, tests or passes on */

@@ -120,7 +120,7 @@ AAA_API cerrno aaa_util_lookup_sg_index(const char *sg_name, uint32_t *sg_number
  *                      delete, whose refusals have no text
  * @param[out] verdict  receives AAA_VERDICT_REJECTED, AAA_VERDICT_ACCEPTED, or, for a
  *                      delete in the first pass, AAA_VERDICT_FIRST_PASS (RADIUS:
- *                      AAA_VERDICT_ACCEPTED) whatever the result is
+ *                      AAA_VERDICT_ACCEPTED) with every result
  * @param[in]  sg_name  NUL-terminated group name; may be null for an unknown operation
  * @param[in]  protocol 1, 2 or 17
  *
@@ -146,7 +146,7 @@ AAA_API cerrno aaa_util_svr_grp_verify(const aaa_cfg_event_t *event, char **err_
  * Brings the maps of groups in line with a change of a server group.
  *
  * Set and create keep the number of a group that has one, rewrite a missing
- * way back from number to name, and give a new group the number after the
+ * entry from number to name, and give a new group the number after the
  * highest of its protocol: RADIUS from 1001 to 1999, every other from 3001 to
  * 3999. Delete removes both items; an item that cannot be removed does not
  * make it fail. In the first pass only a RADIUS group is deleted.
@@ -198,7 +198,7 @@ AAA_API cerrno aaa_util_svr_grp_apply(uint64_t conn, const aaa_cfg_event_t *even
  * @return
  * - AAA_OK: @p index_out is set as said above
  * - AAA_ERR_INVALID_ARG: @p index_out or @p host is null
- * - AAA_ERR_INDEX_IN_USE: the index is taken, or the host stands at another index
+ * - AAA_ERR_INDEX_IN_USE: the index is taken, or the host is stored at another index
  * - an errno value, or a code of the system database
  */
 AAA_API cerrno aaa_util_get_next_ord_index(const char *sg_name, uint32_t protocol, uint32_t requested,
@@ -207,7 +207,7 @@ AAA_API cerrno aaa_util_get_next_ord_index(const char *sg_name, uint32_t protoco
 
 /**
  * Chooses or checks the index of a server as aaa_util_get_next_ord_index() does, with the entry
- * names of TACACS servers whatever the protocol.
+ * names of TACACS servers for every protocol.
  *
  * Ownership and codes are those of aaa_util_get_next_ord_index().
  *

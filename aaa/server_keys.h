@@ -33,7 +33,7 @@ extern "C" {
  * - AAA_OK: a valid encrypted key
  * - AAA_ERR_INVALID_ARG: @p text is null
  * - AAA_ERR_BAD_ENCRYPTED_KEY: wrong shape, not decryptable here, or its clear
- *   text holds a byte that is not printable; a byte above 0x7f is not, whatever the locale
+ *   text holds a byte that is not printable; a byte above 0x7f is not, in any locale
  */
 AAA_API cerrno validate_encrypted_password(char *text);
 
@@ -41,8 +41,8 @@ AAA_API cerrno validate_encrypted_password(char *text);
  * Returns a key without trailing white space.
  *
  * A clear key is trimmed in place and copied. An encrypted key is decrypted;
- * when its clear text ends in white space the trimmed text is encrypted anew,
- * otherwise the given text is copied as it stands. Whenever something is cut
+ * when its clear text ends in white space the trimmed text is encrypted
+ * again, otherwise the given text is copied unchanged. Whenever something is cut
  * off, the operator is warned through the message catalog; failures of memory
  * or cipher are reported there too.
  *
@@ -51,8 +51,8 @@ AAA_API cerrno validate_encrypted_password(char *text);
  *
  * Ownership: *Caller frees* the result.
  *
- * @return the key, or null when @p key is null, nothing but white space would
- *         remain, the key cannot be decrypted or encrypted, or memory is exhausted
+ * @return the key; null when @p key is null, when its clear text is empty or only white space, when
+ *         it cannot be decrypted or encrypted, or without memory
  */
 AAA_API char *aaa_util_truncate_whitespace_in_server_key(char *key, int encrypted);
 

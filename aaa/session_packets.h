@@ -15,9 +15,9 @@ extern "C" {
 
 /**
  * @file
- * @brief Session packets: requests and replies of clients behind a session manager.
+ * @brief Session packets: requests and replies of clients that use a session manager.
  *
- * A packet is a 72-byte header (who sends, which type, which key, which list)
+ * A packet is a 72-byte header (sender, type, key, list)
  * and a payload whose form follows the type. All numbers are in host order:
  * packets do not leave the machine. The compose routines of aaa/messages.h use
  * these functions when their session argument is not 0.
@@ -26,11 +26,11 @@ extern "C" {
  * request record must have 108 bytes for type 0, 80 for type 2, 335 for types
  * 11 and 16 with their data, 76 for the other types up to 26 and 72 for higher
  * ones. An aaa_sess_request_t (336 bytes) has room for all. No function writes
- * behind the payload of the type that it is given. Alignment is not required.
+ * beyond the payload of the type that it is given. Alignment is not required.
  *
  * **The list.** The header holds the address of the attribute list, or 0. From
- * the successful fill on the list belongs to whoever consumes the packet, and
- * that is who frees it with aaa_avpair_free_list().
+ * the successful fill on the list belongs to the consumer of the packet, which
+ * frees it with aaa_avpair_free_list().
  *
  * **Threads.** The packet names the thread that filled it: fill it on the thread
  * that sends it.

@@ -51,7 +51,7 @@ cerrno append_built(uint32_t type, uint8_t *area, uint8_t id, const Part &first,
     area[0] = id;
     const uint8_t *end = put(put(area + kIdLength, first), second);
     const auto length = static_cast<uint32_t>(end - area);
-    // Checked this late on purpose: a record that cannot be built is reported
+    // Deliberately checked after the record: a record that cannot be built is reported
     // before a missing list is.
     const cerrno code = list == nullptr ? AAA_ERR_INVALID_ARG : aaautil::append(type, area, length, list);
     aaautil::wipe(area, length);

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The parameters of a public-key login: one record of the caller, eleven
-// attributes in a list. What is stored for an array of names is the used
-// names at their full 128 bytes each.
+// attributes in a list. An array of names is stored as its used names, each at
+// its full 128 bytes.
 
 #include "aaa/accessors.h"
 
@@ -40,7 +40,7 @@ void read_block(uint32_t type, const avlist *list, uint8_t **bytes, uint32_t *le
 }
 
 // Copies the stored bytes and returns their number. A value that does not fit
-// is treated as if it were not there; the destination is zeroed then.
+// counts as missing; the destination is zeroed then.
 uint32_t read_fitting(uint32_t type, const avlist *list, void *to, uint32_t size) {
     const StoredValue value = find_value(type, list);
     if (!value.found() || value.length > size) {
@@ -62,7 +62,7 @@ void read_bounded(uint32_t type, const avlist *list, void *to, uint32_t size) {
     }
 }
 
-// The attributes that need nothing but the record.
+// The attributes that need only the record.
 cerrno append_fixed(const aaa_rsa_params_t *params, avlist *list) {
     cerrno code = append_u32(AAA_RSA_PUBKEY_TYPE_ATTR, params->pubkey_type, list);
     if (code == AAA_OK) {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Allocation with a record of every live block. The records hang in
+// Allocation with a record of every live block. The records are in
 // malloc_queue, oldest first, for debugging tools to walk; callers that use
-// the wrappers from several threads serialise themselves.
+// the wrappers from several threads serialise their calls.
 
 #include "aaa/alloc.h"
 
@@ -25,7 +25,7 @@ constinit bool queue_ready = false;
 constexpr size_t kNameLimit = 255;
 
 // False when there was nothing to record or no memory for the record; the
-// caller's block stands in both cases. The record is accounted to the caller,
+// caller's block is valid in both cases. The record is accounted to the caller,
 // as its block is.
 bool record_block(const char *name, uint32_t line, void *address, uint32_t size) {
     if (address == nullptr) {
@@ -57,8 +57,8 @@ uintptr_t number_of(const void *address) {
     return reinterpret_cast<uintptr_t>(address);
 }
 
-// Drops the oldest record of an address; an address without one is ignored. It
-// is a number because the block behind it may be gone.
+// Drops the oldest record of an address; an address without one is ignored. The
+// address is a number because its block may have been released.
 void drop_record(uintptr_t address) {
     for (auto *record = static_cast<aaa_malloc_rec_t *>(malloc_queue.head); record != nullptr;
          record = next_record(record)) {

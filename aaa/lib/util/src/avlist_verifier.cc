@@ -16,7 +16,7 @@ namespace {
 
 using Bytes = const unsigned char *;
 
-// Offsets and numbers of the documented layout, on purpose not taken from the
+// Offsets and numbers of the documented layout, deliberately not taken from the
 // headers.
 constexpr std::size_t kBufferHead = 32;
 constexpr std::size_t kPairHead = 16;
@@ -79,7 +79,7 @@ bool check_record(Check &check, Bytes list) noexcept {
     return true;
 }
 
-// One pair of which `room` used bytes are left; gives the bytes that it takes.
+// Checks a pair; `room` used bytes are left. Returns the bytes that the pair takes.
 bool check_pair(Check &check, Bytes pair, std::size_t room, std::size_t &taken) noexcept {
     if (room < kPairHead) {
         return check.fault("buffer %u, pair %u: %zu bytes are too few for a head", check.buffer, check.pair,
@@ -123,7 +123,7 @@ bool check_buffer(Check &check, Bytes buffer) noexcept {
         return check.fault("buffer %u: size %zu", check.buffer, size);
     }
     if (free_mem < begin + kBufferHead || free_mem > begin + size) {
-        return check.fault("buffer %u: free_mem lies outside", check.buffer);
+        return check.fault("buffer %u: free_mem is outside", check.buffer);
     }
     if (free_mem % 4 != 0) {
         return check.fault("buffer %u: free_mem is not aligned", check.buffer);

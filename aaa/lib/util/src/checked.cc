@@ -31,11 +31,11 @@ constexpr size_t align_up(size_t n) {
     return (n + (MEMORY_DEF_ALIGNMENT - 1)) & ~size_t{MEMORY_DEF_ALIGNMENT - 1};
 }
 
-// A list cannot count more: one pair further its count is 0 and the next look
-// at the list stops the process.
+// The highest count of a list: with one more pair the count is 0, and the next
+// operation on the list stops the process.
 constexpr size_t kMostPairs = UINT16_MAX;
 
-// What a walk over the pairs of one run of bytes found.
+// Result of a walk over the pairs of one run of bytes.
 struct PairScan {
     bool well_formed = false;
     bool last_live = false;
@@ -125,8 +125,8 @@ cerrno aaa_avpair_unpack_msg_checked(avlist *list, const char *msg, size_t avail
     if (list == nullptr || msg == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    // A mistake of the caller, like with the plain form; looked for first, so
-    // that it does not depend on what the peer sent.
+    // A mistake of the caller, as with the plain form. Checked first, so that the
+    // result does not depend on the bytes of the peer.
     AAA_ASSERT(aaautil::aaa_is_list_empty(list), "aaa_is_list_empty(list)");
     uint32_t total = 0;
     const cerrno rc = check_message(msg, avail, &total);
@@ -134,7 +134,7 @@ cerrno aaa_avpair_unpack_msg_checked(avlist *list, const char *msg, size_t avail
         return rc;
     }
     const avlist before = *list;
-    // The plain form takes a writable pointer for historical reasons and only reads.
+    // The prototype of the plain form takes a writable pointer; the function only reads.
     const cerrno unpacked = aaa_avpair_unpack_msg_2(list, const_cast<char *>(msg), total);
     if (unpacked != AAA_OK) {
         *list = before;
@@ -223,7 +223,7 @@ int aaa_avpair_list_is_sane(const avlist *list) {
     if (list->av_cnt == 0 || list->avpair_first_buf == nullptr) {
         return list->av_cnt == 0 && list->avpair_first_buf == nullptr && list->avpair_last_buf == nullptr;
     }
-    // A chain that loops meets a buffer whose back link is not the one it came by.
+    // In a chain that loops, some buffer has a back link to another buffer than the preceding one.
     const avpair_buffer_t *prev = nullptr;
     size_t live = 0;
     for (const avpair_buffer_t *buf = list->avpair_first_buf; buf != nullptr; buf = buf->hdr.next) {

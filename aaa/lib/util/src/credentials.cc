@@ -30,8 +30,8 @@ namespace {
 
 // Room for a terminal name or mnemonic, its NUL included.
 constexpr std::size_t kTerminalName = 32;
-// What the platform writes as the remote address of a line, and what fits into
-// a request.
+// Sizes of the remote address of a line: as the platform writes it, and as it
+// fits into a request.
 constexpr uint32_t kFoundRemoteAddress = 46;
 constexpr std::size_t kMaxRemoteAddress = 255;
 
@@ -43,7 +43,7 @@ bool is_accounting(uint32_t type) {
     return (type & ~3U) == AAA_ACCT_START_OPT;
 }
 
-// Services whose user sits at a terminal of this node.
+// Services whose user is at a terminal of this node.
 bool has_terminal(int32_t service) {
     switch (service) {
         case AAA_SVC_LOGIN:
@@ -72,8 +72,8 @@ struct FieldText {
 };
 
 // A user name that is empty or has 254 or more characters is refused by its
-// accessor and so left out of the request without a word; callers rely on the
-// request being made all the same.
+// accessor, so the request is made without it and without a report. Callers
+// rely on that.
 cerrno add_username(const aaa_usercred_t *cred, avlist *list) {
     const auto length = static_cast<int32_t>(stored_length_or_zero(cred->username));
     return absent_counts_as_success(aaa_util_avlist_username_add(cred->username, length, list));
@@ -202,9 +202,9 @@ uint32_t count_pairs(const avlist *list) {
     return count;
 }
 
-// Appends the pairs of `from` until they run out, which ends with
-// AAA_ERR_AVPAIR_NOT_FOUND, or until one fails. A list copied into itself
-// would never run out, so the pairs of that one are counted first.
+// Appends the pairs of `from` up to its end, which gives
+// AAA_ERR_AVPAIR_NOT_FOUND, or up to a failure. A list that is appended to
+// itself has no end, so its pairs are counted first.
 cerrno copy_pairs(const avlist *from, avlist *to) {
     const uint32_t limit = from == to ? count_pairs(from) : UINT32_MAX;
     for (uint32_t index = 0; index < limit; ++index) {
@@ -227,7 +227,7 @@ void add_state_args(const aaa_usercred_t *cred, avlist *list) {
     }
 }
 
-// What only a request for authentication or authorization carries.
+// The pairs that only requests for authentication and authorization carry.
 cerrno add_non_accounting(const aaa_usercred_t *cred, avlist *list, int32_t service, uint32_t type) {
     const cerrno code = add_secrets(cred, list, service, type);
     if (code == AAA_OK) {

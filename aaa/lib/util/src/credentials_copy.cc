@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Deep copies of credential and request records, and their release. What a
-// copy owns it owns alone, with one exception: the task table belongs to the
-// source. A copy only borrows it, and is_copy says so to the free function.
+// Deep copies of credential and request records, and their release. A copy
+// shares nothing that it owns. The task table belongs to the source: a copy
+// borrows it, and is_copy tells the free function so.
 
 #include <cstdlib>
 #include <cstring>
@@ -22,7 +22,7 @@ constexpr bool is_outbound(uint32_t type) {
     return type == AAA_AO_OB_CHAP_V1 || type == AAA_AO_OB_MSCHAP;
 }
 
-// All fields of the source; what a copy owns or does not carry is null.
+// All fields of the source; fields that a copy owns or does not carry are null.
 void copy_shared_fields(aaa_usercred_t *copy, const aaa_usercred_t *source) {
     *copy = *source;
     copy->is_copy = 1;
@@ -76,8 +76,8 @@ cerrno copy_bytes(uint8_t **to, const uint8_t *from, uint32_t length) {
     return AAA_OK;
 }
 
-// A length is stored once its bytes are there, so that the free function,
-// which wipes a copy by its lengths, finds a record that is true at every step.
+// A length is stored after its bytes: the free function wipes a copy by its
+// lengths, so they must be true after every step.
 cerrno copy_part(uint8_t **to, uint32_t *to_length, const uint8_t *from, uint32_t length) {
     const cerrno code = copy_bytes(to, from, length);
     if (code == AAA_OK) {
@@ -95,7 +95,7 @@ cerrno copy_inbound(aaa_chap_data_t *copy, const aaa_chap_data_t *source) {
     return copy_part(&copy->response, &copy->response_len, source->response, source->response_len);
 }
 
-// Here the length is there before the bytes are.
+// Here the length is stored before the bytes.
 cerrno copy_outbound(aaa_chap_data_t *copy, const aaa_chap_data_t *source) {
     copy->id = source->id;
     copy->data_len = source->data_len;
@@ -115,8 +115,8 @@ cerrno copy_chap(aaa_usercred_t *copy, const aaa_chap_data_t *source, uint32_t t
 }
 
 // Only a copy's lengths are known to be those of its blocks. A caller may have
-// filled its own record with any, and one that is too large must not make the
-// overwriting run into other memory.
+// stored any length in its own record, and one that is too large must not
+// extend the overwriting into other memory.
 void wipe_chap(aaa_chap_data_t *chap, uint32_t type) {
     if (is_inbound(type) || is_outbound(type)) {
         aaautil::wipe(chap->data, chap->data_len);

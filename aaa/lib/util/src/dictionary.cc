@@ -14,7 +14,7 @@ constinit const aaa_table_row_t aaa_table[AAA_TABLE_ROWS] = {
 
 namespace {
 
-// A lookup is one access by the type, so every row must stand at its own.
+// A lookup is one access by the type, so every row must be at the index of its type.
 consteval bool rows_are_in_order() {
     uint32_t next = 0;
     bool in_order = true;

@@ -87,7 +87,7 @@ Rendering by_format(uint32_t type) {
     }
 }
 
-// Rules of single types go before the formats, and differ from them on purpose:
+// Rules of single types go before the formats, and differ from them deliberately:
 // AAA_METHODLIST_ATTR (binary), AAA_FROUTING_ATTR and AAA_FCOMP_ATTR (integers)
 // print as text, AAA_CONTEXT_ATTR (a string) as a number, and of the addresses
 // only two print dotted. Kept: operators compare these lines.
@@ -188,8 +188,8 @@ void add_value(Line &line, Rendering rendering, const Value &value) {
             line.add("%.*s", value.precision(), value.text());
             break;
         case Rendering::kHexBytes:
-            // Signed bytes, so that 0x80 prints as ffffff80, and three dots behind
-            // the fourth whatever the length: kept.
+            // Signed bytes, so that 0x80 prints as ffffff80, and three dots after
+            // the fourth at every length: kept.
             line.add("%x %x %x %x ...", static_cast<unsigned>(value.signed_byte(0)),
                      static_cast<unsigned>(value.signed_byte(1)), static_cast<unsigned>(value.signed_byte(2)),
                      static_cast<unsigned>(value.signed_byte(3)));

@@ -4,7 +4,7 @@
 //
 // The unload hook runs under the dynamic loader's lock and joins the worker.
 // So nothing that the worker does between its wake-up and its end may need
-// that lock: no dlopen and kin, no pthread_exit, no thread-local object with
+// that lock: no dlopen or dlsym, no pthread_exit, no thread-local object with
 // a destructor. The worker ends by returning.
 
 #include "aaa/lifecycle.h"
@@ -40,8 +40,8 @@ uint64_t event_manager_word;  // the event manager's; never read here
 // The worker's handle, 0 when none runs; the worker clears it when it ends.
 std::atomic<pthread_t> worker_thread{0};
 // The same handle until the thread has been joined or detached. A worker that
-// ended early has cleared the one above, but it may still stand in its last
-// instructions, and those must not be unmapped.
+// ended early has cleared the one above, but may still execute its last
+// instructions, which must not be unmapped.
 pthread_t unjoined_thread;
 std::atomic<unsigned char> exit_requested{0};
 
@@ -52,7 +52,7 @@ static_assert(std::atomic<pthread_t>::is_always_lock_free && sizeof exit_request
 void register_result_codes() noexcept {
     const cerrno rc = cerr_register_dll(AAA_FACILITY, "cerrno/libaaa_error.dll");
     if (rc != 0) {
-        // The record's text wants a name here; it gets the record's own.
+        // The record's text takes a name here: the record's own.
         kel_errmsg(kel_msg_rec_aaa_dllmain_error_getfn(), 3, "kel_msg_aaa_dllmain_error", cerr_strerror(rc));
     }
 }
@@ -82,8 +82,8 @@ int create_event_manager() noexcept {
     return async_code < 0 ? errno : 0;
 }
 
-// Signals that are others' to receive, in this thread and so in the worker
-// from its first instruction on. The loading thread keeps the mask.
+// Blocks signals for other threads to receive, in this thread and so in the
+// worker from its first instruction on. The loading thread keeps the mask.
 void block_reserved_signals() noexcept {
     sigset_t set;
     int rc = sigemptyset(&set);
@@ -91,7 +91,7 @@ void block_reserved_signals() noexcept {
     rc = sigaddset(&set, SIGRTMIN + 6);
     AAA_ASSERT_AT(rc == 0, "rc == 0", kLifecycleSource);
     rc = sigaddset(&set, SIGRTMIN + 10);
-    AAA_ASSERT_AT(rc == 0, "rc ==0", kLifecycleSource);  // spelt like this in reports
+    AAA_ASSERT_AT(rc == 0, "rc ==0", kLifecycleSource);  // reports are spelt like this
     rc = pthread_sigmask(SIG_BLOCK, &set, nullptr);
     AAA_ASSERT_AT(rc == 0, "rc == 0", kLifecycleSource);
 }
@@ -138,7 +138,7 @@ void start_worker() noexcept {
     pthread_t thread = 0;
     if (pthread_create(&thread, nullptr, worker, nullptr) != 0) {
         worker_thread.store(0, std::memory_order_relaxed);
-        return;  // goes unreported; the handle must not name a thread that never was
+        return;  // not reported; the handle must not name a thread that does not exist
     }
     unjoined_thread = thread;
     // A worker that has ended by now has cleared the handle, and it stays cleared.
@@ -147,8 +147,8 @@ void start_worker() noexcept {
                                           std::memory_order_relaxed);
 }
 
-// A forked child has no worker, and the mutex may stand locked by one that
-// only the parent has.
+// A forked child has no worker, and the mutex may be locked by a thread that only
+// the parent has.
 void forget_worker() noexcept {
     worker_thread.store(0, std::memory_order_relaxed);
     unjoined_thread = 0;
@@ -181,8 +181,8 @@ void detach_worker(pthread_t thread) noexcept {
 }
 
 // Joins a worker that ended early and so cleared its handle. Kept without a
-// trace line: nothing was there to join as far as the handle says, but the
-// worker's code is unmapped next.
+// trace line: by the handle there is no thread to join, but the worker's code is
+// unmapped next.
 void join_ended_worker() noexcept {
     if (unjoined_thread != 0) {
         pthread_join(unjoined_thread, nullptr);
@@ -193,8 +193,8 @@ void join_ended_worker() noexcept {
 void stop_worker() noexcept {
     aaa_debug(0, "Unloading libaaautil.dll");
     aaa_debug(0, "Sending the async event to wakeup");
-    // A copy, taken before the worker is told to end: it clears the handle
-    // itself, and a join that was skipped would unmap it while it runs.
+    // A copy, taken before the worker is told to end: the worker clears the handle,
+    // and without the join its code would be unmapped while it runs.
     const pthread_t thread = worker_thread.load(std::memory_order_acquire);
     exit_requested.store(1, std::memory_order_release);
     if (event_send_async(event_manager, async_code, 0) != 0) {

@@ -33,7 +33,7 @@ constexpr uint32_t kNotifyMask = 0x6000;
 
 pthread_mutex_t connection_mutex;
 
-// What the functions below trace, in full, as operators search for it.
+// The trace texts of the functions below, unabridged because operators search for them.
 struct Texts {
     const char *lock_failed;
     const char *unlock_failed;
@@ -74,7 +74,7 @@ int make_connection_mutex() noexcept {
     if (made) {
         pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_ERRORCHECK);
     }
-    // Once more, whatever came of the above: the type is what matters.
+    // Set again after any failure above: the type is required.
     pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_ERRORCHECK);
     std::memset(&connection_mutex, 0, sizeof connection_mutex);
     const int rc = pthread_mutex_init(&connection_mutex, &attr);
@@ -84,8 +84,8 @@ int make_connection_mutex() noexcept {
     return rc;
 }
 
-// A thread that has to wait says so to the platform, which reports threads
-// that are stuck: with the name of the waiting function and where it waits.
+// A thread that has to wait reports the name of the waiting function and the
+// place to the platform, which reports stuck threads.
 bool lock_connections(const char *function, int line) noexcept {
     const int rc = pthread_mutex_trylock(&connection_mutex);
     if (rc != EBUSY) {
@@ -151,8 +151,8 @@ int32_t take_down(const Connection &connection, const char *function, int line) 
     return 0;
 }
 
-// ---- Callbacks of the two event connections. Their names are what the
-// ---- platform shows for a thread that waits in one of them.
+// ---- Callbacks of the two event connections. The platform shows their names for
+// ---- threads that wait in them.
 
 int32_t aaa_util_sgmap_lib_sysdb_init(void *, void *) {
     return bring_up(mapping, __func__, __LINE__);

@@ -11,8 +11,8 @@
 
 namespace {
 
-// The platform's report about a line. Its record may be larger than what is
-// read of it; the area is.
+// The platform's report about a line. Its record may be larger than the part
+// that is read, so the area is larger too.
 union DetailsArea {
     tty_details_t details;
     unsigned char room[1024];

@@ -2,7 +2,7 @@
 //
 // Prompted input with a time limit. Hidden input switches the controlling
 // terminal over and reads characters; everything else goes through the
-// platform's line editor. On both ways an alarm ends the read: the handler is
+// platform's line editor. On both paths an alarm ends the read: the handler is
 // installed without SA_RESTART, so that the read returns with EINTR, and errno
 // alone tells a time-out from an end of input.
 
@@ -134,7 +134,7 @@ class HiddenTerminal {
         if (switched_ && tcsetattr(STDIN_FILENO, TCSANOW, &saved_) != 0) {
             result = errno_code();
         }
-        // Descriptor 0 stays open here: it is standard input, which was read.
+        // Descriptor 0 stays open: it is standard input.
         return fd_ >= 1 ? close_with(result) : result;
     }
 

@@ -165,7 +165,7 @@ cerrno aaa_util_msg_conn_compose(void *msg, uint32_t value1, uint32_t value2, ui
 
 cerrno aaa_util_msg_disconn_compose(void *msg, iov_t **iov_out, uint32_t *count_out, uint32_t session) {
     if (session != 0) {
-        // Kept: a session disconnect has always travelled with the connect type.
+        // Kept: a session disconnect has the type of a connect.
         return fill_plain(msg, AAA_REQ_CONNECT);
     }
     if (!all_set(msg, iov_out, count_out)) {

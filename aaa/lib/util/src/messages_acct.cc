@@ -61,7 +61,7 @@ struct Acct {
     return Appender(list).text(AAA_TIMEZONE_ATTR, name).code();
 }
 
-// What every accounting record carries: when, which session, where.
+// The pairs of every accounting record: time, session, time zone, message type.
 [[nodiscard]] cerrno add_record(avlist *list, uint32_t sid, uint32_t type) noexcept {
     const int64_t now = time(nullptr);
     cerrno rc =
@@ -151,7 +151,7 @@ cerrno aaa_util_msg_acct_compose(void *msg, uint32_t option, int32_t service, co
     if (rc != AAA_OK) {
         return rc;
     }
-    // Session mode does not tell the asynchronous variant apart.
+    // Session mode has no asynchronous variant.
     return session != 0 ? hand_over(msg, list, AAA_REQ_ACCT, option, kAuthorFillFailed)
                         : pack_and_publish(to, list.get(), async_block);
 }

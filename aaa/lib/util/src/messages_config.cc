@@ -17,7 +17,7 @@ namespace {
 using namespace aaautil;
 using namespace aaautil::msg;
 
-// What tells one configuration message from another. The texts are kept as
+// The differences between the configuration messages. The texts are kept as
 // operators know them, double blank and grammar included.
 struct Kind {
     uint32_t type;
@@ -76,7 +76,7 @@ template <typename AddAttributes>
 }
 
 // Kept: the address attribute of a global server is cut from the start of the
-// whole record. Behind the address it holds the ports, four bytes of padding,
+// whole record. After the address it holds the ports, four bytes of padding,
 // the address of the secret (not the secret), the timeout and half of the
 // retransmit count, and readers expect all 46 bytes.
 constexpr uint32_t kServerImage = 46;
@@ -91,7 +91,7 @@ void add_server_image(Appender &attributes, const aaa_rad_server_t &server) noex
     attributes.bytes(AAA_VS_RAD_SVR_IPADDR, image, sizeof image);
 }
 
-// A name slot need not end in NUL; what is sent always does.
+// A name slot need not end in NUL; the text that is sent always does.
 template <std::size_t N>
 void add_slot(Appender &attributes, uint32_t type, const char (&slot)[N]) noexcept {
     char name[N + 1];
@@ -101,7 +101,7 @@ void add_slot(Appender &attributes, uint32_t type, const char (&slot)[N]) noexce
     attributes.bytes(type, name, static_cast<uint32_t>(len + 1));
 }
 
-// All slots travel, used or not: readers count on four and four.
+// All slots are sent, used or not: readers expect four and four.
 void add_method_list_record(Appender &attributes, const aaa_method_list_t &mlist, uint32_t action) noexcept {
     add_slot(attributes, AAA_VS_MLIST_NAME, mlist.name);
     for (const uint32_t method : mlist.method) {

@@ -12,7 +12,7 @@
 namespace aaautil::msg {
 namespace {
 
-// Leaves the name null when there is no list to ask for or none is configured.
+// The name stays null when the line is not asked or has no list.
 [[nodiscard]] cerrno ask_line(int32_t service, const LineLookup &lookup, malloc_ptr<char> &name) noexcept {
     if (service == lookup.skipped[0] || service == lookup.skipped[1] || platform_am_i_lc() != 0 ||
         service == AAA_SVC_KSH) {
@@ -42,7 +42,7 @@ cerrno add_method_list(avlist *list, const char *name, int32_t service, const Li
         }
         name = from_line != nullptr ? from_line.get() : "default";
     }
-    // Kept: the text speaks of authentication whatever the request.
+    // Kept: the text says "authentication" for every request.
     aaa_debug(lookup.log_flag, "Using authentication methodlist '%s'", name);
     return Appender(list).text(AAA_METHODLIST_ATTR, name).code();
 }

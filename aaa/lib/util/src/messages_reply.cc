@@ -43,7 +43,7 @@ struct Reply {
     [[nodiscard]] bool session_ready_with_outputs() const noexcept { return context != nullptr && has_all(); }
 };
 
-// What a response packet can say; most replies say one thing.
+// The values of a response packet; most replies have one of them.
 struct Values {
     uint32_t error = 0;
     uint32_t status = 0;
@@ -60,7 +60,7 @@ struct Values {
     return packet;
 }
 
-// With nowhere to put it, a packet is released rather than lost.
+// Without an output the packet is released.
 void deliver(const Reply &to, void *packet) noexcept {
     if (to.iov_out != nullptr) {
         *to.iov_out = static_cast<iov_t *>(packet);
@@ -122,7 +122,7 @@ void convert_both(void *record) noexcept {
     return publish(to, header, buffer, size);
 }
 
-// Replies whose header is all there is to say.
+// Replies that consist of a header only.
 [[nodiscard]] cerrno bare_reply(const Reply &to, uint32_t session) noexcept {
     if (session != 0) {
         return to.session_ready() ? reply_in_session(to, nullptr, {}) : AAA_ERR_INVALID_ARG;
@@ -130,7 +130,7 @@ void convert_both(void *record) noexcept {
     return to.has_all() ? publish(to, kBareHeader) : AAA_ERR_INVALID_ARG;
 }
 
-// The status word as it is to travel.
+// The status word as it is sent.
 [[nodiscard]] cerrno status_reply(const Reply &to, uint32_t word) noexcept {
     if (!to.has_all()) {
         return AAA_ERR_INVALID_ARG;

@@ -45,7 +45,7 @@ constexpr std::size_t kTtyNameSize = 32;
     }
 }
 
-// A user without a name (or with one too long to send) is let pass: the server refuses it.
+// A user without a name (or with one too long to send) is accepted: the server refuses it.
 [[nodiscard]] cerrno user_list(const char *name, list_ptr &list) noexcept {
     cerrno rc = create_list("Incr/Decr authen usr refcnt", list);
     aaa_debug(AAA_DBG_MESSAGE, "avpair list creation returned %s", cerr_strerror(rc));
@@ -93,7 +93,7 @@ struct UserMessage {
 }
 
 // The text travels in the packet. A null packet has no place for it, and the
-// address behind a null packet is not null.
+// address of its payload is not null.
 [[nodiscard]] cerrno fill_text(void *msg, uint32_t type, const char *text) noexcept {
     const cerrno rc = fill_packet(msg, nullptr, type, 0, kConfigFillFailed);
     if (rc == AAA_OK && text != nullptr) {
@@ -151,7 +151,7 @@ struct UserMessage {
     return publish_converted(to, iov);
 }
 
-// A copy, because packing leaves a list in network order and the caller's is not ours.
+// A copy, because packing leaves a list in network order and the list is the caller's.
 [[nodiscard]] cerrno copy_list(const avlist *source, list_ptr &list) noexcept {
     avlist *copy = nullptr;
     const cerrno rc = source != nullptr ? aaa_avpair_copy_list(source, nullptr, &copy) : AAA_OK;
@@ -246,7 +246,7 @@ cerrno aaa_util_msg_usergroup_compose(void *msg, const char *request, iov_t **io
                      : AAA_ERR_INVALID_ARG;
     }
     aaa_debug(AAA_DBG_MESSAGE, "Request : %s", printable(request));
-    // Kept: unlike its task-map twin this one reports missing arguments and nothing else.
+    // Kept: unlike the task map's, this function reports only missing arguments.
     [[maybe_unused]] const cerrno only_logged =
         fill_text(msg, valid ? AAA_REQ_USERGROUP : AAA_REQ_CONNECT, request);
     return valid ? AAA_OK : AAA_ERR_INVALID_ARG;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Method lists: does one exist, does it suit a service, which methods does it
-// name. A list is the tuple FUNCTION/SERVICE/NAME under /cfg/gl/aaa/ with four
+// Method lists: whether one exists, whether it suits a service, and its methods.
+// A list is the tuple FUNCTION/SERVICE/NAME under /cfg/gl/aaa/ with four
 // method codes, 0 ending the list, and four names, one per method.
 
 #include "aaa/method_lists.h"
@@ -41,8 +41,8 @@ cerrno read_list(SysdbItem &item, const char *location) {
     return item.read(aaautil::shared_handle(aaa_cfg_sysdb_connid), location, SYSDB_TYPE_TUPLE);
 }
 
-// FUNCTION/SERVICE/NAME in a block of its own: a name of any length reads its
-// own item, never that of a shorter name.
+// FUNCTION/SERVICE/NAME in allocated memory: a long name is not cut to the path
+// of another item.
 malloc_ptr<char> make_location(const char *function_word, const char *service_word, const char *list_name) {
     const size_t size = std::strlen(function_word) + std::strlen(service_word) + std::strlen(list_name) + 3;
     malloc_ptr<char> location(static_cast<char *>(std::malloc(size)));
@@ -62,7 +62,7 @@ cerrno read_failure(const char *location, cerrno rc) {
     return rc == SYSDB_ERR_NOT_FOUND ? AAA_ERR_NOT_FOUND : log_unreadable(location, rc);
 }
 
-// AAA_OK, or errno; a failure without one must not pass for a list that was read.
+// AAA_OK, or errno; a failure without one must not count as success.
 cerrno unpack_list(const SysdbItem &item, MethodListTuple *list) {
     if (item.get() == nullptr) {
         errno = EINVAL;  // for the trace of the caller
@@ -231,7 +231,7 @@ cerrno lookup_methods(char *path, uint32_t **methods_out) {
     if (path == nullptr || methods_out == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    // Handed out at once, and taken back when the lookup fails.
+    // Stored at once, and set to null again when the lookup fails.
     malloc_ptr<uint32_t> methods(make_methods());
     *methods_out = methods.get();
     if (methods == nullptr) {

@@ -25,7 +25,7 @@ using aaautil::method_list_presence;
 using aaautil::printable;
 
 constexpr uint32_t kLevel = AAA_DBG_LINES_SESSION;
-constexpr uint32_t kEvents = 6;  // what to be told of, as the platform numbers it
+constexpr uint32_t kEvents = 6;  // events to report, in the numbering of the platform
 constexpr uint32_t kMode = 1;
 
 const char *code_text(cerrno rc) {
@@ -72,8 +72,8 @@ cerrno aaa_mlist_change_register(uint32_t function, uint32_t service, const char
     if (rc != AAA_OK) {
         return report_bind_failure(rc);
     }
-    // The library was there a moment ago, so this check passes; its own code is
-    // part of the interface and stays for the case that it ever does not.
+    // The client library was found for the bind, so this check passes. Its code is
+    // part of the interface.
     if (!method_list_presence.check()) {
         return report_registration_failure(path, SYSDB_ERR_NOTIFY_ABSENT);
     }

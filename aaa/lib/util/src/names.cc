@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Names of the enumerations: constant tables with a bounds check in front.
-// A value without a name gives the fixed text of its enumeration, whether it
-// lies in a hole or outside the range.
+// Names of the enumerations: constant tables, read after a bounds check. A value
+// without a name, inside or outside the range, gives the fixed text of its
+// enumeration.
 
 #include "aaa/names.h"
 
@@ -32,7 +32,7 @@ struct Entry {
     Name name;
 };
 
-// A table in which the entries stand; a value outside its range does not compile.
+// A table with the given entries; a value outside its range does not compile.
 template <uint32_t First, uint32_t Last, size_t N>
 consteval Table<First, Last> table(Name otherwise, const Entry (&entries)[N]) {
     Table<First, Last> made{};
@@ -134,7 +134,7 @@ constexpr Entry kServiceNames[] = {
 constexpr auto kServices = table<AAA_SVC_LOGIN, AAA_SVC_MGBL_ACCT>("<unknown SERVICE value>", kServiceNames);
 
 // Words under which a service is configured for authorization and accounting.
-// 20 has a word although no service bears the number: kept.
+// 20 has a word although no service has the number: kept.
 constexpr Name kInvalidService = "<invalid service>";
 constexpr uint32_t kNamelessNetworkService = 20;
 
@@ -162,8 +162,8 @@ constexpr Entry kAcctWords[] = {
 };
 constexpr auto kAcctServices = table<AAA_SVC_ADMIN_EXEC, AAA_SVC_MGBL_ACCT>(kInvalidService, kAcctWords);
 
-// The names of a method differ from place to place: kept, all three are shown
-// to operators. Copies are made of the last one; a null has none.
+// A method has three different names: kept, all are shown to operators. The last
+// one is returned as a copy, except a null.
 struct MethodNames {
     Name symbol;
     Name display;
@@ -205,8 +205,8 @@ bool is_server_group(int32_t method) {
     return method >= 1000 && method <= 4999;
 }
 
-// The table ends one entry behind the last type that is looked up: kept, type
-// 27 is reported as unknown.
+// The table has one entry more than is looked up: kept, type 27 is reported as
+// unknown.
 constexpr Name kUnknownMessage = "<unknown>";
 constexpr uint32_t kLastDescribed = AAA_REQ_DESC_DECREMENT;
 

@@ -16,8 +16,8 @@ constexpr aaa_err_row_t kTexts[] = {
 };
 static_assert(std::size(kTexts) == AAA_ERR_TABLE_ROWS);
 
-// Rows stand at their index, and each name of the header is the code of its
-// row; but success is 0 and never the code that row 0 would have.
+// Each row is at its index, and each name of the header is the code of its row,
+// except success: it is 0, not the code of row 0.
 #define AAA_RESULT_CODE(row, name, text) \
     static_assert(kTexts[row].index == (row) && (name) == ((row) == 0 ? 0 : AAA_ERR_CODE(row)));
 #include "aaa/result_codes.def"

@@ -102,7 +102,7 @@ cerrno aaa_util_lookup_sg_index_and_get_type(const char *sg_name, uint32_t *sg_n
     if (bound != AAA_OK) {
         return bound;
     }
-    // The order is fixed: the first protocol under which the name stands wins.
+    // The order is fixed: the first protocol that has the name wins.
     for (const uint32_t protocol : {aaautil::kRadius, aaautil::kTacacs, aaautil::kDiameter}) {
         const cerrno rc = aaautil::read_name_map(aaautil::shared_handle(aaa_sgmap_sysdb_connid), sg_name,
                                                  protocol, sg_number_out);

@@ -30,7 +30,7 @@ using aaautil::OutWord;
 using aaautil::printable;
 using aaautil::SysdbItem;
 
-// The configuration system's event record is looked into here and nowhere else.
+// Only this file reads the configuration system's event record.
 uint32_t operation_of(const aaa_cfg_event_t *event) {
     return event->operation;
 }
@@ -64,7 +64,7 @@ constexpr Rivals kRivals[] = {
     {kDiameter, {{kRadius, kTakenByRadius, false}, {kTacacs, kTakenByTacacs, true}}},
 };
 
-// A refusal that is put into words needs a place for them.
+// A refusal that has a text needs an output for it.
 cerrno refuse(char **err_text, const char *text, cerrno rc) {
     if (err_text == nullptr) {
         return AAA_ERR_INVALID_ARG;
@@ -85,7 +85,7 @@ bool is_keyword(const char *name) {
 cerrno verify_against(const Rivals &rivals, char **err_text, const char *sg_name) {
     for (const auto &lookup : rivals.lookup) {
         // Only a successful read is a find; a database that fails does not refuse the group.
-        // The number is not asked for: a damaged item is in the way of a new group all the same.
+        // The number is not asked for: a damaged item too refuses a new group.
         if (aaautil::read_name_map(aaautil::shared_handle(aaa_sgmap_sysdb_connid), sg_name, lookup.protocol,
                                    nullptr) == AAA_OK) {
             if (lookup.traced) {
@@ -241,7 +241,7 @@ class GroupMapping {
                               static_cast<uint32_t>(std::strlen(sg_name_) + 1), 1);
     }
 
-    // The name has its number; the way back must exist and lead to the same name.
+    // The name has its number; the entry of the number must exist and hold the same name.
     cerrno check_number_item() {
         build_number_path();
         SysdbItem item;

@@ -32,7 +32,7 @@ const char *code_text(cerrno rc) {
 // How the entries of a list are named.
 enum class EntryForm { kRadius, kOther };
 
-// A server as it stands, or would stand, in a list.
+// A server as it is, or would be, stored in a list.
 struct Server {
     EntryForm form;
     const char *host;
@@ -52,7 +52,7 @@ struct Server {
     }
 };
 
-// Where the list stands: in a group, or the protocol's own hosts.
+// Where the list is: in a group, or the hosts of the protocol.
 void list_path(char (&path)[kPathSize], const char *sg_name, uint32_t protocol, bool is_private) {
     const char *protocol_name = printable(aaa_util_get_sg_defined_name(protocol));
     if (sg_name != nullptr) {

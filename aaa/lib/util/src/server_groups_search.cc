@@ -90,8 +90,8 @@ EntryPath make_entry_path(const char *path, const char *name) {
     return entry;
 }
 
-// One tuple item: is the group named in it? An item whose path was cut counts as
-// unreadable: the cut path may be that of another one.
+// Whether one tuple item names the group. An item whose path was cut counts as
+// unreadable: the cut path may be that of another item.
 cerrno search_item(const char *path, const EntryPath &entry, const char *name, const char *sg_name,
                    bool *found) {
     aaautil::SysdbItem item;
@@ -99,7 +99,7 @@ cerrno search_item(const char *path, const EntryPath &entry, const char *name, c
                                               SYSDB_TYPE_TUPLE) == AAA_OK;
     aaa_debug(AAA_DBG_SERVER_GROUP, "Checking list: %s", name);
     if (!read) {
-        return AAA_OK;  // gone or unreadable: the group is not in what cannot be read
+        return AAA_OK;  // deleted meanwhile or unreadable: does not count
     }
     const TupleLayout layout =
         std::strstr(path, "accounting") != nullptr ? TupleLayout::kAccounting : TupleLayout::kPlain;

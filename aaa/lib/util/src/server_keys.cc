@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr int kReversible = 7;  // the encrypted form that can be turned back
+constexpr int kReversible = 7;  // the encrypted form that can be decrypted
 
 // Vertical tab and form feed are part of a key, not white space.
 constexpr bool is_blank(char c) {
@@ -108,7 +108,7 @@ char *encrypt_again(const char *clear) {
 char *truncate_encrypted_key(const char *key) {
     const ClearText clear(key);
     if (clear.get() == nullptr) {
-        // Reported as a lack of memory whatever the reason; operators know the text.
+        // Reported as a lack of memory for every reason: operators know the text.
         log_no_memory("Decrypt encrypted server key");
         return nullptr;
     }

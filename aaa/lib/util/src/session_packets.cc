@@ -3,7 +3,7 @@
 // Session packets: a 72-byte header that identifies sender, type and key and
 // names the attribute list by its handle, and a payload whose form follows the
 // type. Everything is in host order; packets carry no size, so each fill writes
-// exactly the payload of its type and nothing behind it.
+// exactly the payload of its type.
 
 #include "aaa/session_packets.h"
 
@@ -101,7 +101,7 @@ void fill_request_payload(void *packet, uint32_t type, uint32_t value_a, uint32_
     }
 }
 
-// Values of a response; which of them travel depends on the type.
+// Values of a response; the type decides which of them are sent.
 struct Response {
     uint32_t error, roleover, status, conid, ctype, nfnhdl;
 };
@@ -126,7 +126,7 @@ struct Response {
     }
 }
 
-// Status and roleover say something only about a failure.
+// Status and roleover are sent only with a failure.
 void fill_outcome(unsigned char *payload, const Response &r, uint32_t status_on_error) noexcept {
     const bool failed = r.error != 0;
     put_u32(payload, 0, failed ? status_on_error : 0);
@@ -257,7 +257,7 @@ cerrno aaa_sess_fill_msg_req_type_data(void *payload, const void *data, uint32_t
     if (payload == nullptr || data == nullptr) {
         return refuse("Failed Invalid input");
     }
-    // Kept: requests of other types are let pass without a word, unlike responses.
+    // Kept: requests of other types are accepted without a report, unlike responses.
     if (carries_data(type)) {
         put_type_data(payload, data, length);
     }

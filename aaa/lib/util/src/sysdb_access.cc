@@ -36,9 +36,9 @@ cerrno bind_shared(uint64_t &handle, const char *path, SysdbPresence &presence) 
     if (shared_handle(handle) != 0) {
         return 0;
     }
-    // Not into the exported word itself: a client's first lookup and the worker
-    // meet here when a program calls right after loading the library, and the
-    // connection that was stored first would be lost and never closed.
+    // Not into the exported word: when a program calls right after loading the
+    // library, its first lookup and the worker bind at the same time. The connection
+    // that was stored first would be lost and never closed.
     sysdb_conn_t made = 0;
     const cerrno rc = bind(&made, path, SYSDB_BIND_SHARED, presence);
     if (rc != 0) {

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Where the flags of tracing stand.
+// The word of tracing flags, found while the library is loaded.
 
 #include "internal/trace.hpp"
 
-#pragma weak aaa_debug_word  // a host may do without it
+#pragma weak aaa_debug_word  // optional for a host
 
 namespace aaautil {
 
@@ -12,7 +12,7 @@ namespace {
 
 constexpr uint32_t kAskForEach = ~uint32_t{0};
 
-// Until then every flag is asked for: load hooks of others may use lists before.
+// Until then the host is asked for every flag: load hooks of other objects may use lists before.
 [[gnu::constructor]] void find_tracing_word() noexcept {
     const uint32_t *const word = aaa_debug_word != nullptr ? aaa_debug_word(aaa_debugging) : nullptr;
     if (word != nullptr) {

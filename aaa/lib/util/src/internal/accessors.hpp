@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the typed accessors are written over: appending, updating and reading
-// one well-known attribute. The list operations underneath are the exported
+// Shared by the typed accessors: appending, updating and reading one well-known
+// attribute. The list operations underneath are the exported
 // ones, because their trace lines are part of what an accessor shows.
 #pragma once
 
@@ -44,7 +44,7 @@ namespace aaautil {
     return update(type, flags, &value, sizeof value, list);
 }
 
-// A stored value where it lies in the list: valid until the list changes.
+// A stored value inside the list: valid until the list changes.
 struct StoredValue {
     cerrno code = AAA_ERR_AVPAIR_NOT_FOUND;
     uint8_t *bytes = nullptr;

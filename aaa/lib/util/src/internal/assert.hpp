@@ -4,7 +4,7 @@
 // out: a list whose chain is broken must stop the process before its bytes
 // reach the wire. The expression text and the source path are fixed, because
 // operators match them in crash reports; they are literals, independent of
-// what the checking code looks like or where it has moved to.
+// the text and the place of the checking code.
 #pragma once
 
 namespace aaautil {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Name, format and byte-order rule of an attribute type, without a call.
+// Name, format and byte-order rule of an attribute type, inline.
 #pragma once
 
 #include <cstddef>

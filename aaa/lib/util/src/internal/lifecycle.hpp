@@ -10,7 +10,7 @@
 
 namespace aaautil {
 
-// What the loader's hooks ask for. Any other number aborts.
+// The operations of the loader's hooks. Any other number aborts.
 enum LifecycleOp : uint32_t {
     kLoad = 0,
     kUnload = 1,  // wake the worker, join it, close the connections
@@ -22,7 +22,7 @@ void lifecycle(uint32_t op) noexcept;
 // Makes the mutex that guards both connection handles. Failure is traced.
 void init_connection_mutex() noexcept;
 
-// Makes it anew in a forked child, silently.
+// Makes it again in a forked child, without a trace.
 void reset_connection_mutex() noexcept;
 
 // Opens the two event connections, the mapping one first; the configuration

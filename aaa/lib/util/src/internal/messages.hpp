@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the compose routines share: access to the caller's records by offset,
+// Shared by the compose routines: access to the caller's records by offset,
 // the io-vector that they hand out, appending attributes in order, and filling
 // session packets. The records hold fields that belong to the sending layer;
 // nothing here touches a byte that it was not asked to write.
@@ -93,7 +93,7 @@ class Appender {
 [[nodiscard]] cerrno create_list(const char *name, list_ptr &list) noexcept;
 
 // Packs the list into the target's buffer and adds it as the next element. The
-// list is in network order afterwards, whatever the result.
+// list is in network order afterwards, also after a failure.
 [[nodiscard]] cerrno pack(const Target &to, avlist *list, IoVector &iov) noexcept;
 
 // Brings the parameter word into network order, then publishes: without memory

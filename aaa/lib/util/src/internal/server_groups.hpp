@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the server-group files share: keywords, the presence flag, the name map.
+// Shared by the server-group files: keywords, the presence flag, the name map.
 #pragma once
 
 #include <cstdint>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The guard in front of every call that opens or closes a database
-// connection: the database's client library is an optional package, and while
+// The guard before every call that opens or closes a database connection: the
+// database's client library is an optional package, and while
 // its file is not readable no bind and no unbind is made. Also the two shared
 // connection handles, which are read and bound lazily without a lock.
 #pragma once
@@ -18,9 +18,9 @@ namespace aaautil {
 inline constexpr char kServerGroupPath[] = "/oper/aaa/gl/group-server/";
 inline constexpr char kConfigPath[] = "/cfg/gl/aaa/";
 
-// Whether the database's library is there. Once seen it counts as there for
-// good; until then the file is looked for at every call. Each module keeps
-// one of its own and so learns of the library separately.
+// Whether the database's library is installed. Until it is found the file is
+// looked for at every call; after that it counts as installed. Each module keeps
+// its own answer.
 class SysdbPresence {
   public:
     constexpr SysdbPresence() noexcept = default;
@@ -47,7 +47,7 @@ extern constinit SysdbPresence method_list_presence;   // method lists and their
 // Binds a shared handle that is 0; a handle that is already there is kept.
 // Returns 0, SYSDB_ERR_LIB_ABSENT, or the bind's own code. No lock is taken:
 // of two threads that bind at the same moment the first one's connection stays
-// and the other gives its own back.
+// and the other releases its own.
 [[nodiscard]] cerrno bind_shared(uint64_t &handle, const char *path, SysdbPresence &presence) noexcept;
 
 // Opens a connection of the caller's own. *conn is handed to the database as it

@@ -15,7 +15,7 @@
 namespace aaautil {
 
 // Out-arguments of the platform: zeroed 8-byte storage with the preset in it,
-// of which the low 32 bits are used, whatever width the platform writes.
+// of which the low 32 bits are used. The platform may write 32 or 64 bits.
 class OutWord {
   public:
     explicit OutWord(uint32_t preset = 0) noexcept : storage_{preset, 0} {}

@@ -3,8 +3,8 @@
 // Tracing rules of the library. A trace whose arguments cost something (names,
 // code texts, value bytes) is guarded by tracing(flag), so that a call costs
 // one test while tracing is off; every other trace calls aaa_debug directly.
-// What lists do for every pair is guarded by may_trace(), and a function apart
-// asks tracing(): a call in sight would cost registers even when not made.
+// The list paths of every pair are guarded by may_trace(), and a separate function
+// calls tracing(): an inlined call costs registers even when it is not made.
 #pragma once
 
 #include <bit>
@@ -18,9 +18,9 @@ namespace aaautil {
 // has none and must be asked. Changes once, while the library is being loaded.
 [[gnu::visibility("hidden")]] extern const uint32_t *tracing_word;
 
-// False: the flag is off. True: ask tracing(). Looks at one byte of the word: of
-// a whole word the compiler makes the 0 that the caller returns later, and holds
-// a register for it all the while.
+// False: the flag is off. True: ask tracing(). Reads one byte of the word: from a
+// whole word the compiler derives the 0 that the caller returns later, and keeps
+// a register for it.
 [[nodiscard]] inline bool may_trace(uint32_t flag) noexcept {
     constexpr uint32_t kBits = 8;
     const uint32_t byte = flag / kBits;
