@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Failing allocations on purpose: one armed region.
+// Allocations that fail on demand: one armed region.
 #pragma once
 
 #include <cstddef>
@@ -65,7 +65,7 @@ class FailAlloc {
 
     static bool available() { return fail_alloc_available() != 0; }
 
-    // What runs while one is alive neither counts nor fails.
+    // Allocations while one is alive neither count nor fail.
     class Pause {
       public:
         Pause() { fail_alloc_pause(); }

@@ -10,7 +10,7 @@
 namespace fake::detail {
 
 // The formatted text. `who` is named when a conversion is not understood or
-// gets a null string; the test then fails and "(null)" stands in the text.
+// gets a null string; the test then fails and the text has "(null)".
 std::string format_text(const char *who, const char *format, va_list args);
 
 }  // namespace fake::detail

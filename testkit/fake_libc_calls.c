@@ -95,7 +95,7 @@ void *popen(const char *command, const char *mode) {
     return fake_libc.popen != NULL ? fake_libc.popen(command, mode) : next(POPEN).popen(command, mode);
 }
 
-/* Without an error of its own, errno is what it was before the call. */
+/* Without an error from the hook, errno is what it was before the call. */
 static int failed(int error, int before) {
     errno = error != 0 ? error : before;
     return -1;

@@ -77,7 +77,7 @@ struct Log {
 };
 
 // What aaa_debugging answers; all off initially. aaa_debug lines are always
-// recorded, whatever this says.
+// recorded.
 void enable_tracing(uint32_t flag, bool on = true);
 void disable_all_tracing();
 // Whether callers may look at the flags themselves and do not ask: in a process

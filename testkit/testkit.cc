@@ -38,7 +38,7 @@ const char *text_or_empty(const char *text) {
     return text == nullptr ? "" : text;
 }
 
-// What is stored under a path that nobody looks up would make a test pass for nothing.
+// An item under a path that is never looked up would make a test pass without testing.
 bool is_full_path(const char *function, const char *path, bool directory = false) {
     std::string_view text = text_or_empty(path);
     if (directory && text.size() > 1 && text.back() == '/') {

@@ -27,7 +27,7 @@ struct PathOrder {
 };
 // 0, or the code that refuses the path.
 cerrno check_bind_path(std::string_view path);
-// '*' and '?'; everything else stands for itself.
+// '*' and '?'; every other character matches itself.
 bool matches(std::string_view pattern, std::string_view name);
 
 // ---- State

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The fake system database: items and directories, whoever changes them.
+// The fake system database: items and directories, changed by callers or by the test.
 
 #include "testkit/sysdb/fake_sysdb.hpp"
 

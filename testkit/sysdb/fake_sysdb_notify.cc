@@ -38,7 +38,7 @@ void note(Watch &watch, const std::string &path, uint32_t operation) {
     }
 }
 
-// What a callback is told about one path as it is now.
+// The report to a callback about one path as it is now.
 struct Delivery {
     WatchPtr watch;
     std::string path;  // relative to the connection
@@ -125,8 +125,8 @@ void clear_wakeup(const Connection &conn) {
     }
 }
 
-// One thread at a time calls back for a connection, so that changes are told in
-// their order. Who comes meanwhile leaves the work to it.
+// One thread at a time calls back for a connection, so that changes are reported
+// in order. Another thread that calls meanwhile leaves the work to it.
 void dispatch(Call &call, uint64_t handle, Connection &conn) {
     conn.again = true;
     if (std::exchange(conn.dispatching, true)) {

@@ -36,7 +36,7 @@ struct Field {
     std::string name;
 };
 
-// Nothing when the bytes are no tuple.
+// Nothing when the bytes are not a tuple.
 std::optional<std::vector<Field>> fields_of(const uint8_t *bytes) {
     if (bytes[0] != 'T' || bytes[1] != 'P' || bytes[2] != 1) {
         return std::nullopt;
@@ -75,7 +75,7 @@ std::size_t leading_integers(std::string_view kinds) {
     return std::min(kinds.find_first_not_of('d'), kinds.size());
 }
 
-// Drops the integers in front that the format does not ask for.
+// Drops the leading integers that the format does not ask for.
 bool align(std::vector<Field> &fields, const std::string &wanted) {
     std::string kinds;
     for (const Field &field : fields) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The script of bytes: which operation each byte stands for, and the comparison after
+// The script of bytes: which operation each byte means, and the comparison after
 // each step.
 
 #include "support/avlist_driver.hpp"
@@ -258,7 +258,7 @@ class Driver {
         }
     }
 
-    // The new value lies inside the list that is changed.
+    // The new value is inside the list that is changed.
     void update_with_own_value() {
         operation_ = "update with a value of the same list";
         aaa_avpair_iterator_t source{};

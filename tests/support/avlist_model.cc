@@ -11,7 +11,7 @@ namespace aaatest {
 
 namespace {
 
-// The documented layout in numbers, on purpose not taken from the headers.
+// The documented layout in numbers, deliberately not taken from the headers.
 constexpr uint32_t kDeleted = 2070;
 constexpr uint32_t kBufferHead = 32;
 constexpr uint32_t kPairHead = 16;
@@ -138,7 +138,7 @@ std::optional<ListModel::Place> ListModel::at(std::size_t index) const {
     return std::nullopt;
 }
 
-// A deleted pair stays in its place until all pairs behind it in its buffer
+// A deleted pair stays in its place until all pairs after it in its buffer
 // are deleted too.
 void ListModel::erase(Place place) {
     std::vector<ModelPair> &pairs = buffers_[place.buffer].pairs;

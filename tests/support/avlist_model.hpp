@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A list as plain vectors: what the library's list has to look like after the
+// A list as plain vectors: the expected state of the library's list after the
 // same operations, buffers, sizes and deleted pairs included. Also a reader
-// that takes a real list apart by its bytes, for tests that want to see what
-// is really stored.
+// that takes a real list apart by its bytes, for tests that look at the
+// stored bytes.
 #pragma once
 
 #include <cstdint>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Tables of a database file, opened past the provider: to put into them what
-// another process, a defect or a broken disk may leave there, and to look at
-// what the provider keeps to itself. A process may not open a file in this way
+// Tables of a database file, opened without the provider: to store contents that
+// another process, a defect or a broken disk may leave there, and to read
+// contents that the provider does not show. A process may not open a file in this way
 // that its provider has open.
 #pragma once
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Failing allocations on purpose. Inside the armed region of a FailAlloc the
+// Allocations that fail on demand. Inside the armed region of a FailAlloc the
 // k-th malloc, calloc, realloc, strdup or strndup of this thread returns null
-// with errno ENOMEM, whoever asks: the library, or libc on its behalf.
+// with errno ENOMEM, called by the library or by libc on its behalf.
 //
 //   fake::sweep_allocations([&](fake::FailAlloc &fail) {
 //       const cerrno rc = fail.run([&] { return aaa_avpair_add(...); });

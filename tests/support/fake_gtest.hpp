@@ -7,7 +7,7 @@
 
 namespace fake {
 
-// What every program that links this does from the start.
+// Runs at the start of every program that links this.
 void judge_as_tests_do();
 
 }  // namespace fake

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Memory whose end is the end of what may be touched: the page behind it
-// faults. For tests that a value is not read past its last byte.
+// Memory that ends at a page that faults. For tests that a value is not read past
+// its last byte.
 #pragma once
 
 #include <sys/mman.h>
@@ -30,7 +30,7 @@ class GuardedPage {
     GuardedPage(const GuardedPage &) = delete;
     GuardedPage &operator=(const GuardedPage &) = delete;
 
-    // The address behind the last byte that may be touched.
+    // The address after the last byte that may be touched.
     [[nodiscard]] char *end() const { return memory_ + size_; }
     // Puts bytes right before the end.
     char *place(std::string_view bytes) const {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the tests of the messages share: records filled with a pattern, so that
+// Shared by the tests of the messages: records filled with a pattern, so that
 // a byte that must not be written is seen when it is; io-vectors whose outputs
 // show whether they were stored; and the pairs of packed and unpacked lists as
 // values that can be compared and printed.
@@ -227,7 +227,7 @@ inline List make_list(const char *name, const Pairs &pairs = {}) {
 // A packed list that a receiver has unpacked.
 struct Unpacked {
     std::string name;
-    uint32_t total = 0;  // what the message says
+    uint32_t total = 0;  // as the message states it
     Pairs pairs;
 };
 

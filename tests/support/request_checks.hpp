@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the tests of several requests check alike. A Request here is a Place
+// Checks that the tests of several requests share. A Request here is a Place
 // with a compose(session, missing) of its own; those of a user are made from
 // UserRequest.
 #pragma once
@@ -62,7 +62,7 @@ inline void expect_header_and_list(const Place &place, uint64_t header, const ch
     EXPECT_EQ(list.pairs, pairs);
 }
 
-// The block of an asynchronous request stands between the two.
+// The block of an asynchronous request is between the two.
 template <typename Request>
 void expect_async_block(uint32_t type, const Pairs &pairs) {
     Request request;
@@ -128,7 +128,7 @@ void expect_the_line_is_asked(uint32_t kind) {
 
 // ---- Session mode ----------------------------------------------------------
 
-// A packet that stands where the record stood, with the word behind its header.
+// A packet in the place of the record, with the word after its header.
 inline void expect_session_packet(const Place &place, const Record &before, uint32_t type, uint32_t word,
                                   const char *name, const Pairs &pairs) {
     const List list = take_list(place.record);

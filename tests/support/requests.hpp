@@ -35,7 +35,7 @@ struct User {
     aaa_usercred_t cred{};
 };
 
-// What a User adds to a request. Services that log somebody in add the terminal
+// What a User adds to a request. Services that log a user in add the terminal
 // and the address that the user comes from; accounting adds no password.
 enum class Service { with_terminal, plain };
 enum class Kind { request, accounting };

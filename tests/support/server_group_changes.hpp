@@ -18,7 +18,7 @@ namespace server_groups {
 using Texts = std::vector<std::string>;
 
 inline constexpr uint32_t kLevel = 6;
-inline constexpr uint32_t kStrange = 0x12345600u;  // a database failure that nobody knows
+inline constexpr uint32_t kStrange = 0x12345600u;  // a database failure of no known meaning
 inline constexpr char kMaps[] = "/oper/aaa/gl/group-server/";
 inline constexpr char kConfig[] = "/cfg/gl/aaa/";
 

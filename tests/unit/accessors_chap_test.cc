@@ -244,7 +244,7 @@ TEST_P(ChapData, ReportsNullArgumentsOfTheGetter) {
 }
 
 // The two inbound borders by number: 17 bytes are a whole CHAP value, 50 and
-// 51 are no MS-CHAP value although the response would fit.
+// 51 bytes are too few for MS-CHAP although the response would fit.
 TEST(ChapDataBorders, DifferBetweenChapAndMschap) {
     aaa_chap_data_t read = untouched();
     const List chap = make_list("request", {bytes(256, std::string(17, 'x'))});

@@ -89,8 +89,8 @@ TEST_P(IntegerGet, GivesItsDefaultWhenAbsent) {
     EXPECT_EQ(GetParam().get(nullptr), GetParam().absent);
 }
 
-// A value that is too short is completed with zeros; the neighbours that lie
-// right behind it must not shine through.
+// A value that is too short is completed with zeros, not with the bytes that follow
+// it in memory.
 TEST_P(IntegerGet, ReadsAtMostWhatIsStored) {
     const uint32_t expected[] = {0, 0x11, 0x2211, 0x332211, 0x44332211, 0x44332211};
     for (uint32_t length = 0; length <= 5; ++length) {

@@ -124,7 +124,7 @@ TEST(RsaParamsAdd, RefusesNullArguments) {
     EXPECT_TRUE(pairs_of(list.get()).empty());
 }
 
-// What stands before a fault is in the list, what stands behind it is not.
+// The pairs before a fault are in the list, those after it are not.
 TEST(RsaParamsAdd, StopsAtTheFirstFault) {
     struct {
         const char *name;
@@ -304,7 +304,7 @@ TEST(RsaParamsGet, TreatsAnOversizedValueAsAbsent) {
     }
 }
 
-// Names behind the count stay as they were; a partial name counts as none.
+// Names beyond the count stay as they were; a partial name counts as none.
 TEST(RsaParamsGet, CopiesOnlyWhatIsStored) {
     const List list = make_list("request", {bytes(66, std::string(200, 'n')), bytes(85, "host"),
                                             bytes(65, "\x01\x02"), bytes(67, ""), bytes(89, "")});

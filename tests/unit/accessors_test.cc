@@ -38,7 +38,7 @@ struct Adder {
     Pair pair;
     cerrno (*second)(avlist *list);
     Pair second_pair;
-    // The traces of a failure, behind those of the list.
+    // The traces of a failure, after those of the list.
     std::vector<std::string> failure = {};
 };
 
@@ -140,7 +140,7 @@ class AccessorAdd : public testing::TestWithParam<Adder> {
 INSTANTIATE_TEST_SUITE_P(All, AccessorAdd, testing::ValuesIn(kAdders),
                          [](const auto &adder) { return std::string(adder.param.name); });
 
-TEST_P(AccessorAdd, MakesItsPairBehindTheOthers) {
+TEST_P(AccessorAdd, MakesItsPairAfterTheOthers) {
     const List list = make_list("request", {number(1, 1), text_pair(274, "x")});
     EXPECT_EQ(GetParam().first(list.get()), AAA_OK);
     EXPECT_EQ(pairs_of(list.get()), (Pairs{number(1, 1), text_pair(274, "x"), GetParam().pair}));
@@ -288,8 +288,8 @@ TEST(UsernameAdd, StoresNoNulOfItsOwn) {
     EXPECT_EQ(pairs_of(list.get()), Pairs{bytes(257, "alice")});
 }
 
-// The pair's length is the caller's on purpose; what lies behind the four
-// bytes of the status is zero, not the stack.
+// The caller deliberately chooses the length of the pair; the bytes that follow
+// the four of the status are zero, not the stack's.
 TEST(StatusAdd, StoresTheCallersLength) {
     for (const uint32_t length : {0u, 1u, 3u, 4u, 5u, 8u, 64u, 4096u, 65536u, 65537u, 200000u}) {
         SCOPED_TRACE(length);

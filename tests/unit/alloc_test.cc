@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The allocation wrappers: what is handed out, which records hang in the
-// queue, and the trace of each call.
+// The allocation wrappers: blocks, the records in the queue, and the trace of each
+// call.
 
 #include "aaa/alloc.h"
 
@@ -316,7 +316,7 @@ TEST_F(Alloc, FreeOfNothingIsOnlyTraced) {
     aaa_util_free("f", 3, recorded);
 }
 
-// Two records of one address: a block that was freed behind the wrappers' back.
+// Two records of one address: a block that was freed without the wrappers.
 TEST_F(Alloc, FreeDropsTheOldestRecordOfTheAddress) {
     void *const block = aaa_util_malloc("older", 1, 8);
     void *const other = aaa_util_malloc("newer", 2, 8);

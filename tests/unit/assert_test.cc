@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The report of a broken invariant: one line in one write, whatever else the
-// process has left to work with.
+// The report of a broken invariant: one line in one write, also without memory.
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

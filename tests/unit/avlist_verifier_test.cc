@@ -98,8 +98,8 @@ TEST_F(AvlistVerifier, InABuffer) {
     EXPECT_EQ(fault_with(buffer(1)->hdr.buf_size, 510u), "buffer 1: size 510");
     EXPECT_EQ(fault_with(buffer(1)->hdr.buf_size, 508u), "buffer 1: size 508");
     auto *const start = reinterpret_cast<unsigned char *>(buffer(0));
-    EXPECT_EQ(fault_with(buffer(0)->hdr.free_mem, start + 28), "buffer 0: free_mem lies outside");
-    EXPECT_EQ(fault_with(buffer(0)->hdr.free_mem, start + 516), "buffer 0: free_mem lies outside");
+    EXPECT_EQ(fault_with(buffer(0)->hdr.free_mem, start + 28), "buffer 0: free_mem is outside");
+    EXPECT_EQ(fault_with(buffer(0)->hdr.free_mem, start + 516), "buffer 0: free_mem is outside");
     EXPECT_EQ(fault_with(buffer(0)->hdr.free_mem, start + 33), "buffer 0: free_mem is not aligned");
     EXPECT_EQ(fault_with(buffer(0)->hdr.free_mem, start + 32), "buffer 0: no pairs");
 }

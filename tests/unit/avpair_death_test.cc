@@ -132,7 +132,7 @@ TEST_F(AvpairDeathTest, ChangingAnEmptyListAtAPosition) {
     EXPECT_EQ(aaa_avpair_update_by_iterator(&unset, 0, value_, 0, 4, list()), AAA_ERR_INVALID_ARG);
 }
 
-// Nor is the answer that there are no live pairs of that type given before.
+// The result "no live pairs of that type" is not returned before either.
 TEST_F(AvpairDeathTest, LookingUpTheDeletedMarkerInADamagedList) {
     const auto damaged = [this](auto operation) {
         list()->av_cnt = 0;
@@ -231,7 +231,7 @@ TEST_F(AvpairDeathTest, AddingWithAFirstBufferOnly) {
     EXPECT_STOPS(append(), kHeader, "list->avpair_first_buf == NULL", "aaa_get_free_mem");
 }
 
-TEST_F(AvpairDeathTest, AddingBehindAMisalignedEnd) {
+TEST_F(AvpairDeathTest, AddingAfterAMisalignedEnd) {
     const auto append = [this] {
         last()->hdr.free_mem -= 2;
         add(list(), 1, "v");
@@ -287,7 +287,7 @@ TEST_F(AvpairDeathTest, AddingToABufferWithSeveralFaults) {
     }
 }
 
-TEST_F(AvpairDeathTest, AddingBehindNoEnd) {
+TEST_F(AvpairDeathTest, AddingAfterNoEnd) {
     const auto append = [this] {
         last()->hdr.free_mem = nullptr;
         add(list(), 1, "v");
@@ -296,7 +296,7 @@ TEST_F(AvpairDeathTest, AddingBehindNoEnd) {
 }
 
 // As in a header of zeros: a size less than the header's must not make room for a pair.
-TEST_F(AvpairDeathTest, AddingBehindNoEndInABufferOfNoSize) {
+TEST_F(AvpairDeathTest, AddingAfterNoEndInABufferOfNoSize) {
     const auto append = [this](uint32_t size) {
         last()->hdr.free_mem = nullptr;
         last()->hdr.buf_size = size;
@@ -307,7 +307,7 @@ TEST_F(AvpairDeathTest, AddingBehindNoEndInABufferOfNoSize) {
     }
 }
 
-TEST_F(AvpairDeathTest, AddingBehindAnEndOutsideTheBuffer) {
+TEST_F(AvpairDeathTest, AddingAfterAnEndOutsideTheBuffer) {
     const auto append = [this](std::ptrdiff_t offset) {
         last()->hdr.free_mem = reinterpret_cast<unsigned char *>(last()) + offset;
         add(list(), 1, "v");
@@ -326,7 +326,7 @@ TEST_F(AvpairDeathTest, AddingALengthThatWrapsToNothing) {
                  "aaa_alloc_avpair_mem");
 }
 
-TEST_F(AvpairDeathTest, StartingABufferBehindOneThatHasASuccessor) {
+TEST_F(AvpairDeathTest, StartingABufferAfterOneThatHasASuccessor) {
     const auto append = [this] {
         last()->hdr.next = first();
         add(list(), 1, std::string(464, 'v'));
@@ -352,7 +352,7 @@ TEST_F(AvpairDeathTest, UpdatingWithALongerValueWhereTheLastBufferHasASuccessor)
 }
 
 // Where none is to be had nothing is linked, and nothing looked at.
-TEST_F(AvpairDeathTest, StartingNoBufferBehindOneThatHasASuccessor) {
+TEST_F(AvpairDeathTest, StartingNoBufferAfterOneThatHasASuccessor) {
     last()->hdr.next = first();
     EXPECT_EQ(aaa_avpair_add(1, 0, value_, 0, 0xffffffcd, list()), AAA_ERR_NOMEM);
 }
@@ -421,12 +421,12 @@ TEST_F(AvpairDeathTest, DeletingADeletedPairFromAnEmptyList) {
 TEST_F(AvpairDeathTest, DeletingAPairThatIsNotInItsBuffer) {
     const char *const expression = "(avp > (avpair_t*)buf) && (avp < (avpair_t*)(buf->hdr.free_mem))";
     avpair_t stray{1, 0, 0, 0};
-    aaa_avpair_iterator_t behind = position_of(1);
-    behind.curr_avp = reinterpret_cast<avpair_t *>(first()->hdr.free_mem);
-    *behind.curr_avp = stray;
-    EXPECT_STOPS(aaa_avpair_delete_by_iterator(&behind, list()), kSource, expression,
+    aaa_avpair_iterator_t past = position_of(1);
+    past.curr_avp = reinterpret_cast<avpair_t *>(first()->hdr.free_mem);
+    *past.curr_avp = stray;
+    EXPECT_STOPS(aaa_avpair_delete_by_iterator(&past, list()), kSource, expression,
                  "aaa_avpair_is_last_in_buffer");
-    // Of two pairs one lies before the other one's buffer and one behind it.
+    // Of two pairs one is before the buffer of the other, and one is after it.
     aaa_avpair_iterator_t one = position_of(1);
     one.curr_buf = last();
     aaa_avpair_iterator_t three = position_of(3);
@@ -437,7 +437,7 @@ TEST_F(AvpairDeathTest, DeletingAPairThatIsNotInItsBuffer) {
                  "aaa_avpair_is_last_in_buffer");
 }
 
-TEST_F(AvpairDeathTest, UnlinkingABufferBehindAnEmptyOne) {
+TEST_F(AvpairDeathTest, UnlinkingABufferAfterAnEmptyOne) {
     aaa_avpair_iterator_t it = position_of(3);
     const auto broken = [&] {
         first()->hdr.free_mem =
@@ -473,7 +473,7 @@ TEST_F(AvpairDeathTest, UpdatingADamagedListWithALengthButNoValue) {
 
 TEST_F(AvpairDeathTest, UpdatingADeletedPairInPlace) {
     aaa_avpair_iterator_t it = position_of(1);
-    ASSERT_EQ(aaa_avpair_delete_by_iterator(&it, list()), AAA_OK);  // 2 stands behind it: it stays
+    ASSERT_EQ(aaa_avpair_delete_by_iterator(&it, list()), AAA_OK);  // 2 follows it: it stays
     EXPECT_STOPS(aaa_avpair_update_by_iterator(&it, 0, "new", 0, 3, list()), kSource,
                  "avpair->av_type != AAA_ATTR_MAX", "update_pair");
 }

@@ -189,7 +189,7 @@ TEST(AvpairIterator, RefusesNulls) {
 }
 
 // A packed list keeps its lengths in network order and must not be used; a
-// walk over it all the same stays inside the buffer.
+// walk over it nevertheless stays inside the buffer.
 TEST(AvpairIterator, DoesNotFollowALengthOutOfTheBuffer) {
     const ListPtr list = list_of({1, 2, 3}, 4);
     aaa_avpair_get_first_avpair_in_buf(list->avpair_first_buf)->av_len = 0x04000000;
@@ -200,8 +200,8 @@ TEST(AvpairIterator, DoesNotFollowALengthOutOfTheBuffer) {
     aaa_avpair_get_first_avpair_in_buf(list->avpair_first_buf)->av_len = 4;
 }
 
-// What lies behind free_mem is no pair, nor is it in a buffer without any.
-TEST(AvpairFindType, LooksAtNothingBehindTheEnd) {
+// The bytes after free_mem are not a pair, in a buffer without pairs neither.
+TEST(AvpairFindType, LooksAtNothingAfterTheEnd) {
     const ListPtr list = list_of({1, 2, 3}, 4);
     avpair_buffer_t *const buf = list->avpair_first_buf;
     unsigned char *const end = buf->hdr.free_mem;
@@ -351,7 +351,7 @@ TEST(AvpairFindType, FindsThePairAtEachPlace) {
     }
 }
 
-// Of two pairs of one type the first counts, wherever both stand.
+// Of two pairs of one type the first counts, at any two places.
 TEST(AvpairFindType, FindsTheFirstOfTwo) {
     constexpr uint32_t kCount = 30;
     for (uint32_t first = 0; first < kCount; ++first) {
@@ -418,7 +418,7 @@ TEST(AvpairFindTypeTrace, ShowsStandInsForWhatWasNotAsked) {
                                          "Found attr 101 AAA_USERNAME_ATTR [deadbeef] 0 6 " + outcome}));
 }
 
-// Bytes behind a short value belong to the next pair or to nobody.
+// Bytes after a short value belong to the next pair or are unused.
 TEST(AvpairFindTypeTrace, ReadsNoMoreThanTheValueHolds) {
     const ListPtr list = make_list();
     add(list.get(), 1, "");

@@ -82,7 +82,7 @@ ListPtr unpacked(const Pairs &pairs, const char *name = nullptr) {
 
 // ---- Comparing pairs --------------------------------------------------------------------
 
-// A pair with up to eight value bytes behind its head.
+// A pair with up to eight value bytes after its head.
 struct PlainPair {
     avpair_t head;
     char value[8];
@@ -113,7 +113,7 @@ TEST(AvpairComparePairs, LooksAtEveryField) {
     EXPECT_EQ(aaa_avpair_compare_avpairs(&a.head, &b.head), 0);
 }
 
-TEST(AvpairComparePairs, DoesNotLookBehindTheValue) {
+TEST(AvpairComparePairs, DoesNotLookAfterTheValue) {
     const PlainPair a = plain_pair();
     PlainPair b = plain_pair();
     b.value[4] = 'x';
@@ -150,8 +150,8 @@ TEST(AvpairCompareLists, LooksAtNames) {
     EXPECT_EQ(aaa_avpair_compare_lists(make_list("one").get(), make_list("onetwo").get()), 0);
 }
 
-// What stands behind the end of a name, as somebody else's message may have it, is no part of it.
-TEST(AvpairCompareLists, LooksAtNothingBehindTheNames) {
+// Bytes after the end of a name, which a received message may have, are not part of it.
+TEST(AvpairCompareLists, LooksAtNothingAfterTheNames) {
     const ListPtr a = list_of(kThree, "one");
     const ListPtr b = list_of(kThree, "one");
     b->av_name[4] = 'x';
@@ -510,7 +510,7 @@ TEST(AvpairRebuild, TakesOverTheLengthOfTheSource) {
     const ListPtr tgt = list_of(
         {{kUser, 0, 0, "abcd"}, {kPriv, 0, 0, "efgh"}, {kCommand, 0, 0, "ijkl"}, {5, 0x1, 0, "mnop"}});
     EXPECT_EQ(aaa_avpair_update_list_from_list(src.get(), tgt.get()), AAA_OK);
-    // What follows a value that became longer is what follows it in memory: the head of the next pair.
+    // A value that became longer continues with the bytes that follow in memory: the head of the next pair.
     EXPECT_EQ(
         read_pairs(tgt.get()),
         (Pairs{
@@ -574,7 +574,7 @@ TEST(AvpairRebuild, TracesEveryStep) {
 TEST(AvpairRebuild, TracesAValueThatIsFilledUp) {
     const ListPtr src = list_of({{kUser, 0, 0, "12345678"}});
     const ListPtr tgt = list_of({{kUser, 0, 0, ""}});
-    std::memset(tgt->avpair_last_buf->hdr.free_mem, 'x', 16);  // behind the pairs
+    std::memset(tgt->avpair_last_buf->hdr.free_mem, 'x', 16);  // after the pairs
     fake::enable_tracing(8);
     EXPECT_EQ(aaa_avpair_update_list_from_list(src.get(), tgt.get()), AAA_OK);
     EXPECT_EQ(fake::traces_of(8)[1],
@@ -585,7 +585,7 @@ TEST(AvpairRebuild, TracesAPairThatThereIsNoMemoryFor) {
     if (!fake::FailAlloc::available()) {
         GTEST_SKIP();
     }
-    for (const std::size_t target : {600u, 4u}) {  // with all of the value, and with zeros behind it
+    for (const std::size_t target : {600u, 4u}) {  // with all of the value, and with zeros after it
         const ListPtr src = list_of({{kUser, 0, 0, std::string(600, 's')}});
         const ListPtr tgt = list_of({{kUser, 0, 0, std::string(target, 't')}});
         fake::enable_tracing(8);
@@ -790,7 +790,7 @@ TEST(AvpairMergeByFlags, IsSilentWhileTracingIsOff) {
     EXPECT_TRUE(fake::traces().empty());
 }
 
-// Nobody looks at the outcome of a single step, so the call succeeds.
+// The result of a single step is ignored, so the call succeeds.
 TEST(AvpairMergeByFlags, GoesOnWhenThereIsNoMemory) {
     const ListPtr src =
         list_of({{kUser, 0, 1, std::string(600, 'a')}, {kCommand, 0, 1, std::string(600, 'b')}});

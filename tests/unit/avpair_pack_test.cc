@@ -210,7 +210,7 @@ TEST(AvpairPack, SendsDeletedPairsBetweenLiveOnes) {
     EXPECT_EQ(aaa_avpair_iterator_get_next(&it, &at), AAA_STATUS_END_OF_LIST);
 }
 
-TEST(AvpairPack, PutsBuffersBehindEachOther) {
+TEST(AvpairPack, PutsBuffersAfterEachOther) {
     const ListPtr list = three_buffers();
     EXPECT_EQ(
         pack(list.get()),
@@ -220,7 +220,7 @@ TEST(AvpairPack, PutsBuffersBehindEachOther) {
 }
 
 // The hex block of docs/wire-format.md: lines of an offset, bytes, and a
-// remark behind a semicolon.
+// remark after a semicolon.
 std::string documented_message() {
     std::ifstream doc(AAA_SOURCE_DIR "/docs/wire-format.md");
     std::string line;
@@ -367,9 +367,9 @@ TEST(AvpairPack, ConvertsEveryPairAlsoWithoutRoom) {
     }
 }
 
-// Part sizes are not sorted: a small buffer that would still fit behind a big
+// Part sizes are not sorted: a small buffer that would still fit after a big
 // one that did not is not copied.
-TEST(AvpairPack, CopiesNothingBehindThePartThatDidNotFit) {
+TEST(AvpairPack, CopiesNothingAfterThePartThatDidNotFit) {
     const ListPtr list = make_list();
     add(list.get(), kUser, std::string(600, 'a'));
     add(list.get(), kUser, "b");
@@ -656,7 +656,7 @@ TEST(AvpairUnpack, KeepsTheHeaderWhenThereIsNoMemory) {
         const ListPtr list = make_list("receiver");
         const cerrno code = fail.run([&] { return aaa_avpair_unpack_msg(list.get(), msg.data()); });
         EXPECT_EQ(code, fail.fired() ? AAA_ERR_NOMEM : AAA_OK);
-        EXPECT_EQ(fail.counted(), 1u);  // one allocation, whatever the number of pairs
+        EXPECT_EQ(fail.counted(), 1u);  // one allocation, for any number of pairs
         EXPECT_STREQ(list->av_name, "sender");
         EXPECT_EQ(bytes_of(list.get(), 6), msg.substr(0, 6));
         if (fail.fired()) {
@@ -682,7 +682,7 @@ TEST(AvpairUnpack, CreatesNothingWhenThereIsNoMemory) {
     });
 }
 
-TEST(AvpairUnpack, ReadsNothingBehindTheMessage) {
+TEST(AvpairUnpack, ReadsNothingAfterTheMessage) {
     const GuardedPage page;
     for (std::size_t len = 0; len <= 70; len++) {
         const std::string msg = message(2, "", pair(kInteger, "1234") + pair(kUser, std::string(len, 'v')));
@@ -694,7 +694,7 @@ TEST(AvpairUnpack, ReadsNothingBehindTheMessage) {
     }
 }
 
-TEST(AvpairPack, WritesNothingBehindTheRoom) {
+TEST(AvpairPack, WritesNothingAfterTheRoom) {
     const GuardedPage page;
     for (std::size_t len = 0; len <= 70; len++) {
         const ListPtr list = make_list();
@@ -709,8 +709,8 @@ TEST(AvpairPack, WritesNothingBehindTheRoom) {
     }
 }
 
-// Lengths that lie are the sender's word, and the sender is trusted; but not
-// with memory outside message and buffer.
+// The sender is trusted, and so are wrong lengths, but no memory outside message
+// and buffer is touched.
 TEST(AvpairUnpack, StaysInsideWhenLengthsLie) {
     const GuardedPage page;
     const std::string good = three_pairs();

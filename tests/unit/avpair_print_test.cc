@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Lists as text, and dumps of bytes. How one pair is rendered is tested with
-// the dictionary; here it is what stands around it.
+// the dictionary; here the text around it is.
 
 #include <gtest/gtest.h>
 
@@ -373,7 +373,7 @@ TEST(DumpIovs, ShowsNothingWithoutElementsOrFlag) {
 
 // ---- aaa_dump_pkt_buffer ----------------------------------------------------------------
 
-TEST_F(DumpPacket, NeverShowsTheBytesBehindTheLastFullLine) {
+TEST_F(DumpPacket, NeverShowsTheBytesAfterTheLastFullLine) {
     aaa_dump_pkt_buffer("packet", 5, bytes("0123456789"), 10, note);
     EXPECT_EQ(printed, (Printed{{5, "packet"}, {5, "   30 31 32 33 34 35 36 37 38"}}));
     printed.clear();

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Lookup in long lists, whose pairs lie in one buffer as a receiver has them.
-// Whatever the values look like, the answer is that of a walk from the
-// beginning.
+// Lookup in long lists, whose pairs are in one buffer as a receiver has them. For
+// all values the result is that of a walk from the beginning.
 
 #include <gtest/gtest.h>
 
@@ -133,7 +132,7 @@ TEST_P(LongListSearch, FindsWhatAWalkFinds) {
     for (const std::size_t count : {1u, 2u, 20u, 60u, 300u, 3000u}) {
         ListPtr list = make_list();
         for (std::size_t i = 0; i < count; i++) {
-            // Most of one type, so that the others stand anywhere.
+            // Most of one type, so that the others are anywhere.
             const uint32_t type = random.below(16) == 0 ? 2 + random.below((kTypes - 1)) : 1;
             add(list, type, GetParam()(random));
         }
@@ -198,7 +197,7 @@ TEST(LongList, IsFoundAroundALongValue) {
                 }
                 add(list, 3, std::string(before == all ? size : 0, '\xff'));
                 list = received(std::move(list));
-                SCOPED_TRACE(std::to_string(size) + " bytes behind " + std::to_string(before));
+                SCOPED_TRACE(std::to_string(size) + " bytes after " + std::to_string(before));
                 expect_same_answers(list.get());
             }
         }

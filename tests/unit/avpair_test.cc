@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// List storage: creation, clearing, freeing, appending, what lies in memory
+// List storage: creation, clearing, freeing, appending, the memory
 // afterwards, and the trace lines.
 
 #include "aaa/avpair.h"
@@ -44,7 +44,7 @@ std::string bytes_of(const void *p, std::size_t n) {
     return {static_cast<const char *>(p), n};
 }
 
-// Leaves junk behind in the allocator's free blocks of a size.
+// Fills the allocator's free blocks of a size with junk.
 void dirty_free_blocks(std::size_t size) {
     void *blocks[8];
     for (void *&block : blocks) {
@@ -183,8 +183,8 @@ TEST(AvpairFree, IgnoresANullListWithoutATrace) {
     EXPECT_EQ(fake::traces(), std::vector<fake::Trace>{});
 }
 
-// Freeing wipes what a buffer holds. It goes by the blocks, not by an end that
-// somebody has overwritten.
+// Freeing wipes the contents of a buffer. It relies on the size of the block, not on
+// an end that was overwritten.
 TEST(AvpairFree, WipesNoMoreThanABufferWhoseEndIsBroken) {
     for (const std::ptrdiff_t offset : {-4, 0, 28, 516, 1 << 30}) {
         const ListPtr list = make_list();
@@ -276,7 +276,7 @@ TEST(AvpairAdd, CopiesTheValue) {
 }
 
 // Values are copied in chunks: every length has to come out whole, without a
-// byte read behind the value or before it, and with zeros up to the next pair.
+// byte read after the value or before it, and with zeros up to the next pair.
 TEST(AvpairAdd, CopiesEveryLengthWithoutReadingPastTheValue) {
     const GuardedPage page;
     std::string source(300, '\0');
@@ -453,8 +453,8 @@ TEST(AvpairAdd, Counts65535Pairs) {
 }
 
 // The count is not checked for overflow; a list of 65536 pairs cannot be told
-// from an empty one, and whatever looks at it next stops the process. Freeing
-// and clearing go by the buffers.
+// from an empty one, and the next operation on it stops the process. Freeing
+// and clearing look at the buffers.
 TEST(AvpairAdd, WrapsTheCountAt65536Pairs) {
 #ifdef AAA_VERIFY_LISTS
     GTEST_SKIP() << "looks at the whole list after every pair";
@@ -627,9 +627,9 @@ TEST(AvpairAddTrace, NamesTypesWithoutAName) {
                                          "Adding attr 817 <invalid attribute> [61 62 63 64] - " + outcome}));
 }
 
-// The line shows four bytes whatever the length; a value may be the start of
+// The line shows four bytes at every length; a value may be the start of
 // something longer.
-TEST(AvpairAddTrace, ShowsBytesBehindAShortValue) {
+TEST(AvpairAddTrace, ShowsBytesAfterAShortValue) {
     fake::enable_tracing(AAA_DBG_AVLIST);
     const ListPtr list = make_list();
     alignas(8) static const char bytes[] = "abcdef";
@@ -642,7 +642,7 @@ TEST(AvpairAddTrace, ShowsBytesBehindAShortValue) {
     EXPECT_EQ(fake::traces_of(8), wanted);
 }
 
-TEST(AvpairAddTrace, DoesNotFaultBehindAShortValue) {
+TEST(AvpairAddTrace, DoesNotFaultAfterAShortValue) {
     fake::enable_tracing(AAA_DBG_AVLIST);
     const GuardedPage page;
     const ListPtr list = make_list();
@@ -678,7 +678,7 @@ TEST(AvpairAddTrace, ShowsBytesOnThePageOfAValueWithoutBytes) {
 }
 
 // The same with a heap block of one byte, for the address sanitizer's eyes.
-TEST(AvpairAddTrace, MayReadBehindASmallBlock) {
+TEST(AvpairAddTrace, MayReadAfterASmallBlock) {
     fake::enable_tracing(AAA_DBG_AVLIST);
     const ListPtr list = make_list();
     const auto byte = std::make_unique<char>('a');

@@ -154,7 +154,7 @@ TEST(AvpairDelete, FreesABufferOnceItsLastLivePairGoesWhereverItStands) {
     ASSERT_EQ(erase(list.get(), 4), AAA_OK);
     ASSERT_EQ(erase(list.get(), 3), AAA_OK);
     EXPECT_EQ(read_buffers(list.get()).size(), 1u);
-    ASSERT_EQ(erase(list.get(), 1), AAA_OK);  // stays marked: 2 stands behind it
+    ASSERT_EQ(erase(list.get(), 1), AAA_OK);  // stays marked: 2 follows it
     EXPECT_EQ(read_buffers(list.get()).size(), 1u);
     ASSERT_EQ(erase(list.get(), 2), AAA_OK);
     EXPECT_EQ(list->av_cnt, 0);
@@ -323,7 +323,7 @@ TEST(AvpairDelete, TracesNothing) {
 }
 
 // A length that leads out of the buffer, as a list from a damaged message may
-// have it: nothing behind the pairs is wiped, and no pair is left that is none.
+// have it: nothing after the pairs is wiped, and no false pair is left.
 TEST(AvpairDelete, StaysInsideWhenALengthLeadsOut) {
 #ifdef AAA_VERIFY_LISTS
     GTEST_SKIP() << "stops at the wrong length";
@@ -468,7 +468,7 @@ TEST(AvpairUpdateByIterator, TracesOnlyAPairThatMoves) {
               (Lines{"Adding attr 1 AAA_ILLEGAL_ATTR [61 62 63 64] - " + text_of(AAA_OK)}));
 }
 
-// ---- Update with a value that lies in the list itself -------------------------------
+// ---- Update with a value that is in the list itself --------------------------------
 
 void *value_in(const avlist *list, uint32_t type) {
     void *value = nullptr;
@@ -530,7 +530,7 @@ TEST(AvpairUpdateOwnValue, MayOverlapThePairThatItOverwrites) {
     }
 }
 
-// From behind as well: one byte after the value is the first of its pad, which is 0.
+// The end as well: one byte after the value is the first of its pad, which is 0.
 TEST(AvpairUpdateOwnValue, MayBeginInsideThePairThatItOverwrites) {
     for (const uint32_t len : {2u, 3u, 6u, 11u, 23u, 39u, 79u}) {
         const ListPtr list = make_list();
@@ -701,7 +701,7 @@ TEST(AvpairUpdateTrace, IsSilentWhileTracingIsOff) {
     EXPECT_EQ(fake::traces(), std::vector<fake::Trace>{});
 }
 
-TEST(AvpairUpdateTrace, DoesNotFaultBehindAShortValue) {
+TEST(AvpairUpdateTrace, DoesNotFaultAfterAShortValue) {
     const GuardedPage page;
     const ListPtr list = make_list();
     add(list.get(), kName, "aa");

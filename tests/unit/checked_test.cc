@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Entry points for bytes of unknown origin: malformed messages at every length, and what
-// the outputs hold after a failure.
+// Entry points for bytes of unknown origin: malformed messages at every length, and
+// the outputs after a failure.
 
 #include "aaa/checked.h"
 
@@ -88,7 +88,7 @@ std::string pairs_of_types(const std::vector<uint32_t> &types, uint16_t count) {
     return message;
 }
 
-// Result of unpacking when nothing behind the message may be read. A refusal
+// Result of unpacking when nothing after the message may be read. A refusal
 // leaves the list empty and named as it was, and writes no trace.
 cerrno unpack(const std::string &message, std::size_t avail) {
     const GuardedPage page(avail);
@@ -158,7 +158,7 @@ TEST(CheckedUnpack, AnEmptyListIsAMessageToo) {
     EXPECT_EQ(unpack(message), AAA_OK);
 }
 
-TEST(CheckedUnpack, BytesBehindTheTotalLengthAreIgnored) {
+TEST(CheckedUnpack, BytesAfterTheTotalLengthAreIgnored) {
     const std::string message = sample();
     expect_like_plain(message + "\xff\xff\xff\xff\xff", message.size() + 5);
     expect_like_plain(message + std::string(4096, '\xff'), message.size() + 4096);
@@ -196,7 +196,7 @@ TEST(CheckedUnpack, ListsOfSeveralBuffersAreAccepted) {
 }
 
 TEST(CheckedUnpack, ARelayedListIsAccepted) {
-    // Unpacked and packed again, its count stands in the other byte order.
+    // Unpacked and packed again, its count is in the other byte order.
     const std::string message = sample();
     const ListPtr relay = make_list();
     ASSERT_EQ(aaa_avpair_unpack_msg_checked(relay.get(), message.data(), message.size()), AAA_OK);
@@ -308,7 +308,7 @@ TEST(CheckedUnpack, ANameWithoutEndIsRefused) {
     std::string message = sample();
     std::memset(message.data() + 24, 'n', 31);
     EXPECT_EQ(unpack(message), AAA_ERR_AVPAIR_PROCESSING);
-    message[55] = '\0';  // behind the name: does not end it
+    message[55] = '\0';  // after the name: does not end it
     EXPECT_EQ(unpack(message), AAA_ERR_AVPAIR_PROCESSING);
     message[54] = '\0';
     EXPECT_EQ(unpack(message), AAA_OK);
@@ -492,7 +492,7 @@ TEST(CheckedTypeData, EveryShorterPacketIsRefused) {
     }
 }
 
-TEST(CheckedTypeData, LiedLengthsAreRefused) {
+TEST(CheckedTypeData, WrongLengthsAreRefused) {
     std::string packet = type_data_packet(16, "x") + std::string(1024, 'y');
     for (const uint32_t length : {256u, 257u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
         std::memcpy(packet.data() + 76, &length, sizeof length);
@@ -905,7 +905,7 @@ TEST_F(ListIsSane, ValuesThatPassTheEnd) {
     for (const uint32_t length : {400u, 0xFFFFFFFFu}) {
         expect_broken_by(pair(first_, 0)->av_len, length);
     }
-    expect_broken_by(last->av_len, 0) /* the four bytes behind it are no head */;
+    expect_broken_by(last->av_len, 0) /* the four bytes that follow are not a head */;
 }
 
 TEST_F(ListIsSane, ADeletedPairAtTheEndOfABuffer) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Copies of credentials and requests: what is duplicated, shared and left
-// out, who owns what, and that secrets do not stay in freed memory.
+// out, the owners, and that secrets do not stay in freed memory.
 
 #include <gtest/gtest.h>
 
@@ -294,8 +294,8 @@ TEST_F(CopyUsercred, RefusesChapLengthsWithoutBytes) {
 
 // ---- Exhausted memory ------------------------------------------------------
 
-// A failed copy is in the output, whatever is in it is true, and it is freed
-// like a whole one. The texts come in the order of the record.
+// A failed copy is in the output, its fields are true, and it is freed like a
+// whole one. The texts come in the order of the record.
 TEST_F(CopyUsercred, LeavesWhatItHasInTheOutputWhenMemoryIsExhausted) {
     for (const uint32_t type : {0u, 5u, 7u, 9u, 10u}) {
         SCOPED_TRACE(type);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A host may put a routine of its own in the place of an exported one. The
+// A host may define a routine in the place of an exported one. The
 // mnemonic and the flag are extras of a request: when such a routine fails,
 // that is said in the trace and nothing else happens.
 

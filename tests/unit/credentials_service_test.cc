@@ -85,7 +85,7 @@ const Traces kManagementTraces = {
 TEST(SvcAttrs, AddWhatTheirServiceSays) {
     for (int32_t service = -2; service <= 40; ++service) {
         if (service == 23) {
-            continue;  // its first field is no text
+            continue;  // its first field is not a text
         }
         SCOPED_TRACE(service);
         fake::clear_journal();
@@ -125,7 +125,7 @@ TEST(SvcAttrs, RefuseNullArguments) {
 
 // ---- Commands --------------------------------------------------------------
 
-// The second field is a number here, whatever its type says: all eight bytes
+// The second field is a number here, in spite of its type: all eight bytes
 // travel, and nothing is read through it.
 TEST(CommandAttrs, CarryTheTaskMapItself) {
     Attrs attrs;
@@ -196,7 +196,7 @@ TEST(CommandMask, FollowsTheVectors) {
 }
 
 // Nothing of the password is left in the caller's memory either.
-TEST(CommandMask, LeavesNothingBehindTheText) {
+TEST(CommandMask, LeavesNothingAfterTheText) {
     char command[] = "copy ftp://alice:very-long-secret@h/a";
     const std::size_t size = sizeof command;
     Attrs attrs;

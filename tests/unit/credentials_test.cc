@@ -70,7 +70,7 @@ const Pair kState2 = Pair{281, 0, 0, "cls"};
 const Pair kSupplied = Pair{275, 0, 2, "in1"};
 const Pair kUnique = u32(1072, 77);
 
-// What a service gets besides the name, the method, the interface and, in
+// The pairs of a service in addition to the name, the method, the interface and, in
 // requests other than accounting, the secrets and the state arguments.
 struct Service {
     int32_t number;
@@ -244,7 +244,7 @@ TEST(Usercred, TakesFourTypesForAccounting) {
 
 // ---- User name and method --------------------------------------------------
 
-// Longer names vanish without a word: kept, requests are made all the same.
+// Longer names are left out without a report: kept, the requests are made.
 TEST(UsercredName, IsLeftOutFrom254Characters) {
     for (const std::size_t length : {0u, 1u, 252u, 253u, 254u, 255u, 300u}) {
         SCOPED_TRACE(length);
@@ -629,7 +629,7 @@ TEST(MnemonicAndFlags, AddsTheFlagAloneWithoutAMnemonic) {
     EXPECT_TRUE(fake::calls().empty());
 }
 
-// An empty mnemonic is none, but the line is looked at all the same.
+// An empty mnemonic counts as none, but the line is looked at.
 TEST(MnemonicAndFlags, LooksAtTheLineOfAnEmptyMnemonic) {
     Credentials cred;
     char empty[] = "";
@@ -782,8 +782,8 @@ TEST_F(UsercredMemory, IsReportedForSomePairsAndPassedOverForOthers) {
     }
 }
 
-// The state arguments are not copied behind a failure, and neither is what
-// follows them.
+// After a failure neither the state arguments nor the pairs that follow them are
+// copied.
 TEST_F(UsercredMemory, LeavesTheStateArgumentsOutAfterAFailure) {
     const Pairs all = {
         kUser, kMethod, kRemote, kIfh, kIpaddr, kPassword, bytes(14, std::string("\x5A") + "dat")};
@@ -818,7 +818,7 @@ TEST_F(UsercredMemory, MayFailAnywhereWithoutALeak) {
     }
 }
 
-// No memory for the address that the platform would find is no memory.
+// Without memory for the address of the platform the result is "no memory".
 TEST_F(UsercredMemory, IsReportedForTheRemoteAddress) {
     Credentials cred;
     cred->remote_addr = nullptr;

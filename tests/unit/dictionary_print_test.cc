@@ -2,7 +2,7 @@
 //
 // One pair as a line of text, and the address formatters. Expected lines are
 // in tests/vectors/print_attr.txt; here are its runner, the sweep over all
-// types, the bounds of buffer and value, and what is called meanwhile.
+// types, the bounds of buffer and value, and the calls meanwhile.
 
 #include "aaa/dictionary.h"
 
@@ -185,7 +185,7 @@ TEST(PrintAttr, NullBufferIsNull) {
 }
 
 // The line at every size is the beginning of the whole line, terminated, and
-// nothing behind the buffer is touched.
+// nothing after the buffer is touched.
 void expect_cut_lines(uint32_t type, uint32_t flags, std::string_view value_bytes) {
     const std::string whole = print(type, flags, value_bytes);
     const Value value(value_bytes);

@@ -178,7 +178,7 @@ TEST(Dictionary, EnumeratorsHaveTheTypesOfTheirRows) {
     static_assert(AAA_VS_MLIST_NAME == 1083 && AAA_MSCHAP_CHALLENGE_ATTR == 1823);
 }
 
-// Callers spell them so; nobody repairs them.
+// Callers spell them so; they stay misspelt.
 TEST(Dictionary, OddNamesStay) {
     EXPECT_STREQ(aaa_table[75].name, "AAA_MBGL_RPCNAME_ATTR");
     EXPECT_STREQ(aaa_table[624].name, "AAA_ASND_PRE_IN_OCTECTS_ATTR");
@@ -245,7 +245,7 @@ TEST(DictionaryLookup, FormatIsTheRowsOwn) {
     EXPECT_EQ(aaa_attribute_format(260), 3u);
 }
 
-// Row 0 has the integer format, and type 0 is invalid all the same.
+// Row 0 has the integer format, and type 0 is invalid nevertheless.
 TEST(DictionaryLookup, FormatOutOfRange) {
     EXPECT_EQ(aaa_table[0].format, 1u);
     for (const int32_t type : {0, -1, 2071, kLeast, kMost}) {

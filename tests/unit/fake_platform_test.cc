@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The fake platform tested as what it is, a measuring instrument: a test
+// The fake platform tested as a measuring instrument: a test
 // that relies on it must be able to trust that it takes precedence, that it
 // records what happened, and that it notices misuse.
 

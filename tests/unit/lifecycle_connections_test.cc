@@ -113,7 +113,7 @@ TEST_F(Callbacks, WithoutTheDatabaseStayDownUntilItIsThere) {
     fake::sysdb::set_present(true);
     EXPECT_GE(up(1), 0);
     EXPECT_NE(value(cfg_handle), 0u);
-    // Known for good now: the file is not looked at any more.
+    // Remembered now: the file is not looked for any more.
     fake::sysdb::set_present(false);
     EXPECT_GE(up(0), 0);
     EXPECT_EQ(fake::count("access"), 4u);
@@ -255,7 +255,7 @@ TEST_F(Lock, FailedUnlockIsTraced) {
 #endif
     load_running();
     down(1);
-    // Learn which mutex it is by waiting for it, then release it behind the library's back.
+    // Learn which mutex it is by waiting for it, then release it without the library.
     fake::before("_sysdb_bind", [this] { up(0); });
     up(1);
     fake::before("_sysdb_bind", nullptr);

@@ -464,7 +464,7 @@ TEST_F(Unload, WakesJoinsAndCloses) {
 }
 
 // A worker that wakes by itself finds that it is to end before the wake-up is
-// sent. It has cleared its handle then, and is joined all the same.
+// sent. It has cleared its handle then, and is joined nevertheless.
 TEST_F(Unload, TellsTheWorkerToEndBeforeItIsWoken) {
     load_running();
     fake::before("event_send_async", [] {
@@ -541,7 +541,7 @@ TEST_F(LoadDeathTest, UnloadWithoutWakeUpDetachesAndCloses) {
         EXPECT_EQ(fake::traces_of(0), traces);
         return !HasFailure();
     };
-    // In a process of its own: the worker stays in event_block for good.
+    // In a separate process: the worker stays in event_block.
     EXPECT_EXIT(_exit(detached() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 

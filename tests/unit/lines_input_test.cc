@@ -72,7 +72,7 @@ std::string read_hidden(uint32_t len = kLength, uint32_t timeout_s = 0) {
     return read_input(AAA_READ_HIDDEN, len, timeout_s);
 }
 
-// The same for text that fits: what the buffer of kLength bytes must look like.
+// The same for text that fits: the expected buffer of kLength bytes.
 std::string result(const std::string &code, const std::string &text, uint32_t len = kLength) {
     std::string buf(len, '.');
     buf.replace(0, text.size(), text);
@@ -187,7 +187,7 @@ void await_input() {
     poll(&fd, 1, -1);
 }
 
-// What the child shows behind the prompt.
+// The output of the child after the prompt.
 std::string shown_after_prompt(const TerminalProcess &child) {
     const std::size_t at = child.shown().find(kPrompt);
     return at != std::string::npos ? child.shown().substr(at + std::strlen(kPrompt)) : "no prompt";
@@ -358,7 +358,7 @@ TEST(ReadInputEditor, ALongerLineIsRefusedWhole) {
     EXPECT_EQ(edited(8), result("bad client data", "", 8));
     fake::push_line(std::string(100000, 'a'));
     EXPECT_EQ(edited(8), result("bad client data", "", 8));
-    // What counts is the length of what is left after the cut.
+    // The length after the cut counts.
     fake::push_line("12345678\nabcdefghijkl");
     EXPECT_EQ(edited(8), "ok [12345678####]");
 }
@@ -926,8 +926,8 @@ TEST(ReadInputTerminal, AnOldErrorIsNotTakenForTheTerminals) {
 }
 
 TEST(ReadInputTerminal, StandardInputThatIsNoTerminalLeavesTheTerminalSwitchedOver) {
-    // The characters come from standard input, and so do the settings go there:
-    // a pipe refuses them. What lies in the pipe is not dropped.
+    // The characters come from standard input, and the settings are restored there:
+    // a pipe refuses them. The contents of the pipe are not dropped.
     TerminalProcess child([] {
         const std::string name = ttyname(0);
         tty_prints(name + "\n");

@@ -169,7 +169,7 @@ class Login {
         EXPECT_TRUE(iov.untouched());
     }
 
-    // Between processes the list of a packet travels packed behind it.
+    // Between processes the packed list follows the packet.
     bool put_packet(const void *packet, std::size_t size, avlist *list, Wire &wire) {
         const List owner(list);
         wire.head = size;

@@ -422,7 +422,7 @@ TEST_F(ConfigInputs, NamesThatFillTheirSlotsAreSentWhole) {
     for (auto &group : list.sg_name) {
         std::memset(group, 'g', sizeof group);
     }
-    list.method[0] = 0x6E6E6E6E;  // no terminator behind the name either
+    list.method[0] = 0x6E6E6E6E;  // no terminator after the name either
     const Pairs pairs = composed([&list](const Target &t) {
         return aaa_util_msg_cfg_authenlist_compose(t.msg, &list, 1, t.iov, t.count, t.buffer, t.size, 0);
     });
@@ -431,7 +431,7 @@ TEST_F(ConfigInputs, NamesThatFillTheirSlotsAreSentWhole) {
                             byte(1084, 0), group, group, group, group, byte(1079, 1)}));
 }
 
-TEST_F(ConfigInputs, TextBehindTheTerminatorOfASlotIsNotSent) {
+TEST_F(ConfigInputs, TextAfterTheTerminatorOfASlotIsNotSent) {
     aaa_method_list_t list{};
     std::memset(&list, 'x', sizeof list);
     list.name[2] = '\0';

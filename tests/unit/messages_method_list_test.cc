@@ -21,7 +21,7 @@ using AcctMethodList = RequestTest;
 
 // ---- Authentication --------------------------------------------------------
 
-TEST_F(AuthenMethodList, ANameOfTheCallerAsksNobody) {
+TEST_F(AuthenMethodList, ANameOfTheCallerAsksNoOne) {
     AuthenRequest request;
     EXPECT_EQ(method_list_of(composed(request)), std::string("console") + '\0');
     EXPECT_TRUE(fake::calls(kLineCalls).empty());

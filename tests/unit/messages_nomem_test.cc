@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What every classic message leaves in its record when there is no memory for
+// The record of every classic message when there is no memory for
 // the io-vector, which is the last that it allocates. Numbers are in network
 // order by then, except those of the connect and of the generic reply, which
 // are converted when nothing can fail any more.
@@ -34,7 +34,7 @@ const aaa_rad_server_t g_server = [] {
 }();
 const aaa_method_list_t g_method_list = {};
 
-// Everything that a message is made of; each call has one of its own.
+// Everything that a message is made of; each call has its own.
 struct Call : Place {
     Call() { record.host(20, kFirst).host(24, kSecond).host(32, kParam); }
 

@@ -638,7 +638,7 @@ TEST(ReplyConnect, AnswersWithTheProtocolVersion) {
     EXPECT_EQ(record.tail28, 0u);
 }
 
-// The list is the caller's before and after, whatever happened.
+// The list is the caller's before and after, also after a failure.
 TEST(ReplyOwnership, NoModeFreesTheList) {
     for (const char *name : {"Generic", "Authen", "Author", "Callback"}) {
         for (const uint32_t session : {0u, 1u}) {

@@ -192,7 +192,7 @@ TEST_F(Envelope, ClassicMessagesTraceNothing) {
 
 // ---- What each of them writes ----------------------------------------------
 
-// The first element is this much of the record; what follows it is given.
+// The first element is this much of the record; the following ones are given.
 void expect_classic(const Compose &compose, Record record, const Record &expected, uint64_t header,
                     const std::vector<iov_t> &further = {}) {
     Iov iov;

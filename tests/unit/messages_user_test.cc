@@ -496,7 +496,7 @@ TEST_F(MessageFreeUserdata, WithoutATerminalNameItIsThatOfStandardInput) {
     EXPECT_EQ(own_traces(), (Traces{{1, "Using TTY /dev/pts/7"}}));
 }
 
-TEST_F(MessageFreeUserdata, ACredentialsTerminalNameAsksNobody) {
+TEST_F(MessageFreeUserdata, ACredentialsTerminalNameAsksNoOne) {
     fake::libc::set_ttyname("/dev/pts/7");
     FreeUserdata request;
     composed(request);

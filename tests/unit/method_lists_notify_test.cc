@@ -213,7 +213,7 @@ TEST(EventRecord, LongFormIsConvertedWhole) {
 }
 
 TEST(EventRecord, ShortFormEndsAfterSixteenBytes) {
-    // A heap block of exactly 16 bytes, so that a sanitizer sees a touch behind it.
+    // A heap block of exactly 16 bytes, so that a sanitizer sees an access after it.
     auto *bytes = static_cast<unsigned char *>(malloc(16));
     const unsigned char wire[16] = {0, 0, 0, 1, 9, 9, 9, 9, 0, 0, 0, 5, 0xaa, 0xbb, 0xcc, 2};
     std::memcpy(bytes, wire, sizeof wire);

@@ -217,7 +217,7 @@ Methods lookup(const char *path) {
     return result;
 }
 
-TEST(MethodListMethods, AreReadInOrderWithZeroesBehind) {
+TEST(MethodListMethods, AreReadInOrderWithZeroesAfter) {
     put_list("authorization/exec/mine", {3, 4, 2, 1});
     const Methods m = lookup("authorization/exec/mine");
     EXPECT_EQ(m.rc, AAA_OK);
@@ -237,7 +237,7 @@ TEST(MethodListMethods, GroupNumberOfAllOnesIsInternal) {
     EXPECT_EQ(lookup("authentication/login/mine").words[0], 11u);
 }
 
-TEST(MethodListMethods, NothingIsResolvedBehindTheEnd) {
+TEST(MethodListMethods, NothingIsResolvedAfterTheEnd) {
     put_list("authentication/login/mine", {2, 0, 10, 10}, {"", "", "NOBODY", "NOBODY"});
     const Methods m = lookup("authentication/login/mine");
     EXPECT_EQ(m.rc, AAA_OK);

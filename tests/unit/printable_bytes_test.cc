@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // One rule for the names of method lists and the clear text of server keys: a
-// byte above 0x7f is not printable, whatever the program's locale says. The
+// byte above 0x7f is not printable, in any locale of the program. The
 // locales of the machine need not have such a byte, so this program brings a
 // character table of its own, in which every byte is printable.
 

@@ -140,7 +140,7 @@ TEST(ResultCodes, EveryRowHasItsIndexAndText) {
     }
 }
 
-// Users know these texts; nobody repairs them.
+// Users know these texts; they stay as they are.
 TEST(ResultCodes, OddTextsStay) {
     EXPECT_STREQ(cerr_data.table[21].text, "Internal ERROR to be REMOVED !!!");
     EXPECT_STREQ(cerr_data.table[41].text, "Sending message to locald timedout");

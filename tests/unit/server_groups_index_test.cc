@@ -102,7 +102,7 @@ TEST(ServerIndex, HostAtAnotherIndexIsRefused) {
     store(2, "192.0.2.9");
     EXPECT_EQ(ask(5).rc, AAA_ERR_INDEX_IN_USE);
     EXPECT_EQ(ask(5).index, 0u);
-    // For "any" the index is set all the same.
+    // For "any" the index is set nevertheless.
     const Answer any = ask(AAA_INDEX_ANY);
     EXPECT_EQ(any.rc, AAA_ERR_INDEX_IN_USE);
     EXPECT_EQ(any.index, 3u);
@@ -184,7 +184,7 @@ TEST(ServerIndex, BindFailureIsTheResult) {
     EXPECT_EQ(a.index, 0u);
     EXPECT_EQ(traces(), (Texts{std::string("Binding to ") + kGroup, "Bind result - " + text_of(kStrange),
                                "Failed to validate index - " + text_of(kStrange)}));
-    // The handle that was never bound is released all the same.
+    // The handle that was never bound is released too.
     EXPECT_EQ(fake::count("_sysdb_unbind"), 1u);
 }
 

@@ -140,7 +140,7 @@ TEST_F(ServerGroupDelete, NamesAreComparedWholeAndExactly) {
     }
 }
 
-// The format follows the path that is searched, wherever the word stands in it,
+// The format follows the path that is searched, with the word anywhere in it,
 // and not the name of the list.
 TEST_F(ServerGroupDelete, TheWordAccountingInThePathChoosesTheFormat) {
     fake::sysdb::put_tuple(config("authorization/exec/accounting"), {10, 0, 0, 0}, {"PLAIN", "", "", ""});
@@ -155,9 +155,9 @@ TEST_F(ServerGroupDelete, AListAtAPathOfMoreThan511CharactersIsPassedOver) {
     const std::string fitting = directory + std::string(511 - directory.size(), 'c');
     fake::sysdb::put_tuple(config(fitting), {10, 0, 0, 0}, {"DEEP", "", "", ""});
     fake::sysdb::put_tuple(config(fitting + "c"), {10, 0, 0, 0}, {"TOO", "", "", ""});
-    fake::sysdb::put_tuple(config(directory + "d"), {10, 0, 0, 0}, {"BEHIND", "", "", ""});
+    fake::sysdb::put_tuple(config(directory + "d"), {10, 0, 0, 0}, {"AFTER", "", "", ""});
     EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "DEEP", 1).rc, AAA_ERR_SG_IN_USE);
-    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "BEHIND", 1).rc, AAA_ERR_SG_IN_USE);
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "AFTER", 1).rc, AAA_ERR_SG_IN_USE);
     fake::clear_journal();
     EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "TOO", 1).rc, AAA_OK);
     unsigned reads = 0;
@@ -171,8 +171,8 @@ TEST_F(ServerGroupDelete, AListAtAPathOfMoreThan511CharactersIsPassedOver) {
 TEST_F(ServerGroupDelete, AnItemOfAnotherTypeIsSkippedHoweverLongItsNameIs) {
     const std::string directory = std::string(200, 'a') + "/" + std::string(200, 'b') + "/";
     fake::sysdb::put_u32(config(directory + std::string(120, 'c')), 1);
-    fake::sysdb::put_tuple(config(directory + "d"), {10, 0, 0, 0}, {"BEHIND", "", "", ""});
-    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "BEHIND", 1).rc, AAA_ERR_SG_IN_USE);
+    fake::sysdb::put_tuple(config(directory + "d"), {10, 0, 0, 0}, {"AFTER", "", "", ""});
+    EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "AFTER", 1).rc, AAA_ERR_SG_IN_USE);
     EXPECT_EQ(verify(AAA_CFG_OP_DELETE, "OTHER", 1).rc, AAA_OK);
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The platform's cipher of these tests writes "07" and the bytes of the clear
-// text in hexadecimal digits, so that what is decrypted can be read off.
+// text in hexadecimal digits, so that the decrypted text is visible.
 
 #include "aaa/server_keys.h"
 
@@ -55,7 +55,7 @@ Outcome truncated(std::string key, int encrypted) {
     return {result, key.c_str()};
 }
 
-// The same with bytes that are not to be touched right behind and before it.
+// The same with bytes right before and after it that must not be touched.
 Outcome trim(std::string_view key) {
     const aaatest::GuardedPage page;
     char *const at = page.place(std::string(key) + '\0');
@@ -235,7 +235,7 @@ TEST(ServerKeyTruncate, StopsAtVerticalTabAndFormFeed) {
 
 TEST(ServerKeyTruncate, KeepsBlanksInsideTheKey) {
     EXPECT_EQ(truncated(" a b \t", 0), (Outcome{" a b", " a b"}));
-    EXPECT_EQ(fake::logs().size(), 1u) << "one warning, whatever is cut";
+    EXPECT_EQ(fake::logs().size(), 1u) << "one warning for every cut";
 }
 
 TEST(ServerKeyTruncate, AKeyOfBlanksBecomesEmptyAndGivesNullWithTheWarning) {

@@ -44,7 +44,7 @@ using SessionTypeData = SessionPackets;
 
 // ---- Requests --------------------------------------------------------------
 
-// What each type leaves behind the header, written out from the table.
+// The bytes of each type after the header, written out from the table.
 void expect_request_payload(Record &expected, uint32_t type) {
     const std::vector<uint32_t> with_a = {8, 9, 10, 11, 12, 24, 25, 26};
     const std::vector<uint32_t> with_b = {3, 4, 5, 6, 7, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23};
@@ -175,7 +175,7 @@ std::size_t size_of(uint32_t type) {
     return found != sizes.end() ? found->second : 80;
 }
 
-// The words behind the header, row by row of the table.
+// The words that follow the header, row by row of the table.
 std::vector<uint32_t> payload(uint32_t type, const Values &v) {
     const bool failed = v.error != 0;
     if (type == 0) {

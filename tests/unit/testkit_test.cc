@@ -369,7 +369,7 @@ TEST_F(Testkit, ReportsMisuse) {
     EXPECT_EQ(seen, "the fake platform has no function no_such_function");
 }
 
-// Each would otherwise be a script or an item that nobody ever meets.
+// Otherwise each would be a script or an item without any effect.
 TEST_F(Testkit, ReportsWhatWouldTestNothing) {
     static std::string seen;
     testkit_on_misuse([](const char *text, void *) { seen = text; }, nullptr);

@@ -26,7 +26,7 @@
  * 3. **Misuse** of the platform by the library or the program under test, such as
  *    a handle that is not open, ends the program with a message, unless
  *    testkit_on_misuse() says otherwise. So does misuse of the kit that would make
- *    a test pass for nothing: an unknown name, a path that is not a full one, the
+ *    a test pass without testing: an unknown name, a path that is not a full one, the
  *    zeroth call.
  * 4. **Threads.** Any function may be called from any thread, but not from a
  *    misuse handler. One test at a time.
@@ -64,15 +64,15 @@ typedef void (*testkit_misuse_fn)(const char *text, void *context);
 /**
  * Sets what happens on misuse. Outlives testkit_reset().
  *
- * @param handler  null for the initial behaviour: message on standard error and abort()
- * @param context  handed to handler
+ * @param[in] handler  null for the initial behaviour: message on standard error and abort()
+ * @param[in] context  handed to handler
  */
 void testkit_on_misuse(testkit_misuse_fn handler, void *context);
 
 /**
  * Connections of the system database that are open.
  *
- * @param path  in, the directory that they are bound at; null for all, those included that the library keeps
+ * @param[in] path  the directory that they are bound at; null for all, those included that the library keeps
  */
 unsigned testkit_sysdb_open_connections(const char *path);
 
@@ -92,8 +92,8 @@ unsigned testkit_count(const char *function);
  * list. Outputs and source lines are left out. Logging, tracing and the question
  * whether tracing is on are not among the calls.
  *
- * @param function  in, whose calls; null for all, in their order
- * @param index     0 for the first
+ * @param[in] function  whose calls; null for all, in their order
+ * @param[in] index     0 for the first
  *
  * Ownership: *Borrowed*. @return the line, or null past the last.
  */
@@ -127,24 +127,24 @@ const char *testkit_trace(uint32_t flag, unsigned index);
 /**
  * The next calls of a function do nothing and return a code.
  *
- * Several scripts for one function play one after the other. One that plays for
- * ever has no end to wait for: what is written after it plays at once, then it
- * plays on.
+ * Several scripts for one function play one after the other. A script that plays
+ * for ever has no end: a later script plays at once, then the first one
+ * continues.
  *
- * @param function  in
- * @param code      the result; a function that returns a pointer returns null instead
- * @param times     number of calls, TESTKIT_FOREVER for all that follow
- * @param error     errno value to set, or -1 to leave errno alone
+ * @param[in] function  its name
+ * @param[in] code      the result; a function that returns a pointer returns null instead
+ * @param[in] times     number of calls, TESTKIT_FOREVER for all that follow
+ * @param[in] error     errno value to set, or -1 to leave errno alone
  */
 void testkit_answer(const char *function, uint32_t code, unsigned times, int error);
 
 /**
- * The k-th call of a function from now on (1 = the next) does that; the others work.
+ * The k-th call of a function from now on (1 = the next) does nothing and returns a code; the others work.
  *
  * While testkit_answer() plays, the k-th call gets this code instead of the
- * answer's, and the others the answer's. It counts among the answer's calls all
- * the same, so the answer ends where it would have ended. Of two for the same
- * call the later one holds. A testkit_answer() written after it begins behind
+ * answer's, and the others the answer's. It counts among the answer's calls
+ * too, so the answer ends where it would have ended. Of two for the same
+ * call the later one holds. A testkit_answer() written after it begins after
  * the k-th call.
  */
 void testkit_fail_call(const char *function, unsigned k, uint32_t code, int error);
@@ -161,12 +161,12 @@ void testkit_clear_answers(const char *function);
 void testkit_give_text(const char *function, const char *text);
 
 /**
- * Runs a function of the test in front of every call of one of the platform's:
- * to change the database behind the program's back, for one.
+ * Runs a function of the test before every call of one of the platform's functions,
+ * for example to change the database as another process would.
  *
- * @param function  its name
- * @param hook     may call the kit; null ends it
- * @param context  handed to hook
+ * @param[in] function  its name
+ * @param[in] hook      may call the kit; null ends it
+ * @param[in] context  handed to hook
  */
 void testkit_before(const char *function, void (*hook)(void *context), void *context);
 
@@ -179,11 +179,11 @@ int testkit_alloc_available(void);
 
 /**
  * From here to testkit_alloc_end() the k-th malloc(), calloc(), realloc(),
- * strdup() or strndup() of this thread returns null with errno ENOMEM, whoever
- * asks. The kit's own do not count. Without testkit_alloc_available() nothing fails.
+ * strdup() or strndup() of this thread returns null with errno ENOMEM, for
+ * every caller. The allocations of the kit do not count. Without testkit_alloc_available() nothing fails.
  *
- * @param k               1 = the next
- * @param all_from_there  nonzero: the following ones fail too
+ * @param[in] k               1 = the next
+ * @param[in] all_from_there  nonzero: the following ones fail too
  */
 void testkit_alloc_fail(unsigned k, int all_from_there);
 
@@ -199,9 +199,9 @@ void testkit_tty(uint32_t kind, int32_t result);
  * One line for the line editor, after those given before. With none left the
  * editor gives no line.
  *
- * @param text   the line; null for none
- * @param ok     what the editor says about it, 1 for a good line
- * @param error  errno value that it leaves, 0 for a good line
+ * @param[in] text   the line; null for none
+ * @param[in] ok     what the editor says about it, 1 for a good line
+ * @param[in] error  errno value that it leaves, 0 for a good line
  */
 void testkit_type_line(const char *text, int ok, int error);
 
@@ -215,7 +215,7 @@ void testkit_run_clock(void);
 
 /* ---- system database --------------------------------------------------------- */
 /* Contents by full path ("/cfg/limits/sessions"), as another process would change
- * them: whoever watches a path is told at its next sysdb_dispatch(). */
+ * them: watches of a path are reported at the next sysdb_dispatch(). */
 
 /** Whether there is a database provider; 1 initially. Without one _sysdb_bind() is SYSDB_ERR_LIB_ABSENT. */
 void testkit_sysdb_present(int on);
