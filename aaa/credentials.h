@@ -23,8 +23,8 @@ extern "C" {
  * operation, a record of service attributes. Both are turned into pairs here.
  * A field that is absent makes no pair and no failure. The same goes for a user
  * name of 254 or more characters, for CHAP data that do not fit the option and
- * for state arguments that cannot be copied: a server must not take what it
- * does not find in a request for granted.
+ * for state arguments that cannot be copied: a server must not rely on an
+ * attribute to be present.
  *
  * Texts are stored with their NUL.
  */
@@ -37,7 +37,7 @@ extern "C" {
 typedef struct aaa_usercred {
     char *username;             /**< owned; 257 */
     char *password;             /**< owned; 258 */
-    char *text3;                /**< owned; carried along, goes nowhere */
+    char *text3;                /**< owned; copied, goes to no attribute */
     char *ttyname;              /**< owned; 20, at most 31 characters */
     char *remote_addr;          /**< owned; 37, at most 255 characters; may be filled by the library */
     uint32_t ifh;               /**< 22 when not 0 */
@@ -85,7 +85,7 @@ static_assert(offsetof(aaa_usercred_t, user_db_flag) == 184, "layout of aaa_user
  */
 typedef struct aaa_svc_attrs {
     char *cmd;               /**< 36; for service 23 an avlist * instead of a text */
-    char *app_sessid;        /**< 73; for services 14 to 16 no text: its own 8 bytes are the task map (44) */
+    char *app_sessid;        /**< 73; for services 14 to 16 its own 8 bytes are the task map (44) */
     char *rpc_msgid;         /**< 74; for service 30: 73 */
     char *rpc_name;          /**< 75 */
     char *commit_start_time; /**< 70 */
@@ -183,8 +183,8 @@ AAA_API cerrno aaa_util_add_usercred_in_avlist(aaa_usercred_t *cred, avlist *lis
  * which may be empty.
  *
  * **The command is changed in place** when it holds an FTP address with a user
- * and a password: the password becomes one asterisk. So hand in memory that may
- * be written to, never a literal. The password ends at the first '@' that follows.
+ * and a password: the password becomes one asterisk. So pass writable
+ * memory, never a literal. The password ends at the first '@' that follows.
  * @param[in]     service   AAA_SVC_... of aaa/names.h
  * @param[in,out] list      the request's list; on failure it keeps the pairs added so far
  * @param[in,out] svc_attrs the attributes

@@ -13,9 +13,9 @@ extern "C" {
  * @file
  * @brief The enumerations of the AAA service, and their names.
  *
- * A name function takes any value. For one without a name it gives a fixed text
+ * A name function takes any value. For one without a name it returns a fixed text
  * in angle brackets (or "UNKNOWN method"), never null; only aaa_print_method()
- * gives null.
+ * returns null.
  *
  * The enumerations resemble each other, but their numbers differ: message types
  * and authentication options, method values and method keywords, services and
@@ -28,7 +28,7 @@ extern "C" {
  * unloaded. Threads: any.
  */
 
-/** What a client asks of the AAA service; aaa_function_to_string(). */
+/** AAA function that a client requests; aaa_function_to_string(). */
 enum aaa_function {
     AAA_FUNC_AUTHEN = 0,     /**< "authentication" */
     AAA_FUNC_AUTHOR = 1,     /**< "authorization" */
@@ -105,7 +105,7 @@ enum aaa_authen_option {
     AAA_AO_MSCHAP_LOGIN = 11,
     AAA_AO_ARAP_LOGIN = 12,
     AAA_AO_RSA = 13,       /**< adds the RSA parameters; has no name */
-    AAA_AO_NOTSET = 0x8000 /**< what the getter gives when the attribute is missing */
+    AAA_AO_NOTSET = 0x8000 /**< result of the getter when the attribute is missing */
 };
 
 /** Kind of an accounting request; aaa_print_acct_options(). */

@@ -17,8 +17,8 @@ extern "C" {
  * @file
  * @brief Session packets: requests and replies of clients that use a session manager.
  *
- * A packet is a 72-byte header (sender, type, key, list)
- * and a payload whose form follows the type. All numbers are in host order:
+ * A packet is a 72-byte header (sender, type, key, list) and a payload whose form
+ * depends on the type. All numbers are in host order:
  * packets do not leave the machine. The compose routines of aaa/messages.h use
  * these functions when their session argument is not 0.
  *
