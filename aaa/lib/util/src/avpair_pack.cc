@@ -9,13 +9,13 @@
 //   pair   = type:4 tag:4 length:4 flags:4 value:length pad           a multiple of 4
 //   value  = integer:4          when length is 4 and the dictionary calls the
 //                               type an integer or an IPv4 address
-//          / length * octet     otherwise, as it stands in memory
+//          / length * octet     otherwise, as it is in memory
 //   pad    = 0 to 3 octets without meaning
 //
 // total counts the whole form. count is the number of live pairs; a list that
 // was unpacked and is packed again carries it in the other byte order, so a
 // reader may only ask whether it is zero. A pair of type AAA_ATTR_MAX is a
-// deleted one that lay between live ones.
+// deleted one between live ones.
 //
 // In memory a pair has the same layout in host order, and the used part of
 // every buffer is a whole number of pairs. So each direction is one pass that
@@ -24,7 +24,6 @@
 
 #include "aaa/avpair.h"
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -55,29 +54,14 @@ constexpr T align_pair(T n) {
     return (n + kMask) & ~kMask;
 }
 
-// Bytes that are copied for a short value without looking at its length. What
-// comes too much is the beginning of the next pair, which overwrites it.
+// Bytes that are copied for a short value without looking at its length. Bytes
+// past the value are the beginning of the next pair, which overwrites them.
 constexpr std::size_t kBlock = 32;
 
-// The four words of a pair's head, in either byte order.
-struct Head {
-    uint64_t type_tag;
-    uint64_t len_flags;
-
-    static Head load(const unsigned char *p) { return {aaautil::load_u64(p), aaautil::load_u64(p + 8)}; }
-    [[nodiscard]] Head swapped() const {
-        return {aaautil::net_u32_pair(type_tag), aaautil::net_u32_pair(len_flags)};
-    }
-    // Of a head in host order.
-    [[nodiscard]] uint32_t type() const {
-        return static_cast<uint32_t>(std::endian::native == std::endian::little ? type_tag : type_tag >> 32);
-    }
-};
-
 // Bytes of a value and its pad. A length that points past the end of the pairs
-// is cut there, which no list made by adding pairs and no message packed from
-// one has. So a step ends at the latest with the pairs, and the position behind
-// a pair can never wrap: there is no such failure to report.
+// is cut there; no list made by appending pairs and no message packed from one
+// has such a length. So a step ends at the latest with the pairs, and the
+// position after a pair can never wrap: there is no such failure to report.
 std::size_t value_extent(uint32_t len, std::size_t left) {
     const std::size_t extent = align_pair(std::size_t{len});
     return extent < left ? extent : left;
@@ -85,13 +69,13 @@ std::size_t value_extent(uint32_t len, std::size_t left) {
 
 // What is done with a run of pairs.
 enum class Pass {
-    pack,    // to network order, where they are and copied to the output
-    spend,   // to network order where they are: the output has no room left
-    unpack,  // to host order, copied to the output
+    pack,    // to network order, in the list and copied to the message
+    spend,   // to network order in the list: the message has no room left
+    unpack,  // to host order, copied from the message to the list
 };
 
-// One pass over the pairs of a buffer or a message. What was just stored is
-// not loaded again: the copies are made from registers.
+// One pass over the pairs of a buffer or a message. Nothing that was just
+// stored is loaded again: both copies are made from registers.
 template <Pass kPass>
 class Pairs {
     static constexpr bool kInPlace = kPass != Pass::unpack;
@@ -99,18 +83,15 @@ class Pairs {
     using Source = std::conditional_t<kInPlace, unsigned char *, const unsigned char *>;
 
   public:
+    // n bytes of pairs; without an output, spend.
     Pairs(Source first, std::size_t n, unsigned char *out) : in_(first), out_(out), end_(n) {}
 
     void convert() {
-        while (left() >= kPairHead + kBlock) {
-            const Pair pair = convert_head();
-            if (pair.len <= kBlock) [[likely]] {
-                copy_block();
-                select_number(pair);
-                // In 32 bits, as buffers and messages are measured: a step less to the next pair.
-                at_ = align_pair(static_cast<uint32_t>(at_) + pair.len);
-            } else {
-                convert_long_value(pair);
+        constexpr std::size_t kRoom = kPairHead + kBlock;
+        if (end_ >= kRoom) [[likely]] {
+            const std::size_t last = end_ - kRoom;
+            while (at_ <= last) {
+                convert_pair();
             }
         }
         convert_last();
@@ -122,95 +103,102 @@ class Pairs {
         uint32_t len;
     };
 
-    [[nodiscard]] std::size_t left() const { return end_ - at_; }
-
-    void copy_block() {
-        if constexpr (kCopies) {
-            std::memcpy(out_ + at_, in_ + at_, kBlock);
+    void convert_pair() {
+        const std::size_t value = at_ + kPairHead;
+        const Pair pair = convert_head();
+        if (pair.len <= kBlock) [[likely]] {
+            copy_block(value);
+            convert_number(value, pair);
+            at_ = align_pair(value + pair.len);
+        } else {
+            const std::size_t extent = value_extent(pair.len, end_ - value);
+            copy(value, extent);
+            at_ = value + extent;
         }
     }
 
-    void copy(std::size_t n) {
+    // In two chunks: of one the compiler makes an address of its own.
+    void copy_block(std::size_t at) const {
+        constexpr std::size_t kChunk = kBlock / 2;
         if constexpr (kCopies) {
-            aaautil::copy_value(out_ + at_, in_ + at_, n);
+            std::memcpy(out_ + at, in_ + at, kChunk);
+            std::memcpy(out_ + at + kChunk, in_ + at + kChunk, kChunk);
+        }
+    }
+
+    void copy(std::size_t at, std::size_t n) const {
+        if constexpr (kCopies) {
+            aaautil::copy_value(out_ + at, in_ + at, n);
         }
     }
 
     template <typename Bytes>
-    void store(const Bytes &bytes) {
+    void store(std::size_t at, const Bytes &bytes) const {
         if constexpr (kInPlace) {
-            std::memcpy(in_ + at_, &bytes, sizeof bytes);
+            std::memcpy(in_ + at, &bytes, sizeof bytes);
         }
         if constexpr (kCopies) {
-            std::memcpy(out_ + at_, &bytes, sizeof bytes);
+            std::memcpy(out_ + at, &bytes, sizeof bytes);
         }
     }
 
-    [[nodiscard]] uint32_t word_at(std::size_t offset) const {
-        const uint32_t word = aaautil::load_u32(in_ + at_ + offset);
-        return kInPlace ? word : aaautil::net_u32(word);
-    }
-
-    // The length is loaded by itself: where the next pair begins hangs on it,
-    // and all else can wait.
-    Pair convert_head() {
-        const uint32_t len = word_at(offsetof(avpair_t, av_len));
-        const Head head = Head::load(in_ + at_);
-        const Head swapped = head.swapped();
-        store(swapped);
-        at_ += kPairHead;
-        return {(kInPlace ? head : swapped).type(), len};
+    // The length is loaded by itself: the position of the next pair depends on
+    // it, and all else can wait.
+    Pair convert_head() const {
+        const uint32_t len = aaautil::load_u32(in_ + at_ + offsetof(avpair_t, av_len));
+        const uint32_t type = aaautil::load_u32(in_ + at_ + offsetof(avpair_t, av_type));
+        aaautil::FourWords head;
+        std::memcpy(&head, in_ + at_, sizeof head);
+        store(at_, aaautil::net_four_u32(head));
+        return kInPlace ? Pair{type, len} : Pair{aaautil::net_u32(type), aaautil::net_u32(len)};
     }
 
     // Integers and IPv4 addresses travel in network order, but only at their
-    // natural size: an eight-byte integer travels as it stands. No branch on
-    // length and type, which would be mispredicted for every other pair of a
-    // mixed list: the word behind the head is stored anew in any case. Behind
-    // an empty value that is the next pair's type, as it was.
-    void select_number(const Pair &pair) {
-        const uint32_t word = aaautil::load_u32(in_ + at_);
-        const uint32_t number = aaautil::swaps_value(pair.type) ? aaautil::net_u32(word) : word;
-        store(pair.len == sizeof word ? number : word);
+    // natural size: an eight-byte integer travels unchanged. No branch on length
+    // and type, which would be mispredicted for every other pair of a mixed list:
+    // the word after the head is stored again in any case. After an empty value
+    // that is the next pair's type, unchanged.
+    void convert_number(std::size_t value, const Pair &pair) const {
+        const uint32_t word = aaautil::load_u32(in_ + value);
+        const uint32_t number = aaautil::net_u32(word);
+        store(value, aaautil::is_number(pair.type, pair.len) ? number : word);
     }
 
-    void convert_long_value(const Pair &pair) {
-        const std::size_t extent = value_extent(pair.len, left());
-        copy(extent);
-        at_ += extent;
-    }
-
-    // The last pairs, behind which there is no block to read. They are copied
-    // at once, as they are, and converted then.
+    // The last pairs, which no block follows that could be read. They are copied
+    // at once, unchanged, and converted then. A length that points past the end
+    // ends the pass.
     void convert_last() {
-        copy_last(left());
-        while (left() >= kPairHead) {
+        copy_last();
+        while (at_ + kPairHead <= end_) {
+            const std::size_t value = at_ + kPairHead;
             const Pair pair = convert_head();
-            if (left() >= sizeof(uint32_t)) [[likely]] {
-                select_number(pair);
+            if (value + sizeof(uint32_t) <= end_) [[likely]] {
+                convert_number(value, pair);
             }
-            at_ += value_extent(pair.len, left());
+            at_ = align_pair(value + pair.len);
         }
     }
 
-    void copy_last(std::size_t n) {
-        if constexpr (kCopies) {
-            if (n >= 16) [[likely]] {
-                copy_overlapping(n);
-            } else {
-                copy(n);
-            }
+    void copy_last() const {
+        const std::size_t n = end_ - at_;
+        if (kCopies && n >= 16) [[likely]] {
+            copy_overlapping(n);
+        } else {
+            copy(at_, n);
         }
     }
 
     // Three chunks for 16 to 48 bytes: no branch on how many there are.
-    void copy_overlapping(std::size_t n) {
+    void copy_overlapping(std::size_t n) const {
         constexpr std::size_t kChunk = 16;
         static_assert(kPairHead + kBlock <= 3 * kChunk);
         const std::size_t last = n - kChunk;
         const std::size_t middle = last < kChunk ? last : kChunk;
-        std::memcpy(out_ + at_, in_ + at_, kChunk);
-        std::memcpy(out_ + at_ + middle, in_ + at_ + middle, kChunk);
-        std::memcpy(out_ + at_ + last, in_ + at_ + last, kChunk);
+        unsigned char *const to = out_ + at_;
+        const unsigned char *const from = in_ + at_;
+        std::memcpy(to, from, kChunk);
+        std::memcpy(to + middle, from + middle, kChunk);
+        std::memcpy(to + last, from + last, kChunk);
     }
 
     Source in_;
@@ -246,6 +234,11 @@ int print_to_trace(uint32_t flag, const char *line) {
 void trace_unpacked(const avlist *list) {
     aaa_debug(AAA_DBG_AVLIST, "Unpacking attribute list %s", list->av_name);
     aaa_avpair_print_list(list, AAA_DBG_AVLIST, print_to_trace);
+}
+
+// The output has no room for these pairs.
+[[gnu::cold, gnu::noinline]] void spend(unsigned char *pairs, std::size_t n) {
+    Pairs<Pass::spend>(pairs, n, nullptr).convert();
 }
 
 cerrno unpack(avlist *list, const char *msg, uint32_t len) {
@@ -318,7 +311,7 @@ cerrno aaa_avpair_pack_msg_to_buf(avlist *list, char *buf, uint32_t *len) {
         if (at != nullptr) {
             Pairs<Pass::pack>(first, used, at).convert();
         } else {
-            Pairs<Pass::spend>(first, used, nullptr).convert();
+            spend(first, used);
         }
     }
     *len = out.used();
