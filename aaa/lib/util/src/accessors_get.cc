@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Typed accessors that read one attribute. Texts and blocks are handed out
-// where they lie in the list; integers are read from at most the bytes that
+// where they are in the list; integers are read from at most the bytes that
 // are stored. Received texts need not end in NUL, so what copies one stops at
 // its stored length.
 
@@ -206,7 +206,7 @@ int aaa_util_avlist_methodlist_get_all(uint32_t *destination, uint32_t *count, c
     if (value.bytes == nullptr) {
         return 0;
     }
-    // All stored bytes, also the odd ones of a length that is no multiple of
+    // All stored bytes, also the odd ones of a length that is not a multiple of
     // four: the caller provides room for the whole list.
     std::memcpy(destination, value.bytes, value.length);
     return 1;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Attribute-value list storage: the list record, its chain of buffers and
-// appending to it. Layouts and rules stand in the header; the hot path of an
+// appending to it. Layouts and rules are in the header; the hot path of an
 // append is in internal/avpair_storage.hpp.
 
 #include "aaa/avpair.h"
@@ -98,7 +98,7 @@ namespace {
 
 using TraceAppend = void (*)(uint32_t type, const void *value, uint32_t len, cerrno code) noexcept;
 
-// An append that starts a buffer, or of a long value, or one that is refused.
+// An append that starts a buffer, or of a long value, or one that is refused or traced.
 template <TraceAppend kTrace>
 [[gnu::noinline]] cerrno append_with_checks(uint32_t type, uint32_t flags, const void *value, uint32_t tag,
                                             uint32_t len, avlist *list) noexcept {
@@ -109,26 +109,21 @@ template <TraceAppend kTrace>
     return code;
 }
 
-// Apart, so that an append without a trace keeps nothing for its sake.
-template <TraceAppend kTrace>
-[[gnu::cold, gnu::noinline]] cerrno trace_append(const avpair_t *pair, const void *value) noexcept {
-    if (tracing(AAA_DBG_AVLIST)) {
-        kTrace(pair->av_type, value, pair->av_len, AAA_OK);
-    }
-    return AAA_OK;
-}
-
+// Tracing is asked for first: what a trace needs would occupy registers during
+// the whole append.
 template <TraceAppend kTrace>
 inline cerrno append(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len,
                      avlist *list) noexcept {
-    const avpair_t *const pair = append_in_place(type, flags, value, tag, len, list);
-    if (pair == nullptr) [[unlikely]] {
+    if (may_trace(AAA_DBG_AVLIST)) [[unlikely]] {
         return append_with_checks<kTrace>(type, flags, value, tag, len, list);
     }
-    if (may_trace(AAA_DBG_AVLIST)) [[unlikely]] {
-        return trace_append<kTrace>(pair, value);
+    avpair_t *const pair = append_head_in_place(type, flags, value, tag, len, list);
+    if (pair != nullptr) [[likely]] {
+        copy_short(aaa_get_avpair_value_ptr(pair), static_cast<const unsigned char *>(value), len);
+        verify_changed(list);
+        return AAA_OK;
     }
-    return AAA_OK;
+    return append_with_checks<kTrace>(type, flags, value, tag, len, list);
 }
 
 constexpr std::size_t kNameMax = sizeof(avlist::av_name) - 1;

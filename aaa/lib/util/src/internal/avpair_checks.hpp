@@ -48,7 +48,7 @@ namespace aaautil {
     return free_mem;
 }
 
-// Value bytes of a pair. They lie in a list's buffer, which is never constant.
+// Value bytes of a pair. They are in a list's buffer, which is never constant.
 [[nodiscard]] inline unsigned char *aaa_get_avpair_value_ptr(const avpair_t *pair) noexcept {
     return reinterpret_cast<unsigned char *>(const_cast<avpair_t *>(pair)) + sizeof *pair;
 }

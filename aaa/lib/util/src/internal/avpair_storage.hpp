@@ -38,8 +38,8 @@ inline constexpr std::size_t kMinBufferSize = 512;
 // list is then unchanged.
 [[nodiscard]] avpair_buffer_t *add_buffer(std::uint64_t pair_bytes, avlist *list) noexcept;
 
-// Frees a buffer. Its pairs may hold passwords and keys, so they are wiped;
-// what lies behind them never held any, or was wiped when it was given back.
+// Frees a buffer. Its pairs may hold passwords and keys, so they are wiped; the
+// room after them never held any, or was wiped when it was given back.
 void free_buffer(avpair_buffer_t *buf) noexcept;
 
 // Number of live pairs by walking all of them, at most 65536. For lists whose
@@ -47,7 +47,7 @@ void free_buffer(avpair_buffer_t *buf) noexcept;
 [[nodiscard]] uint32_t count_live_pairs(const avlist *list) noexcept;
 
 // Puts right a count that became 0 while there are pairs, which happens to the
-// count of an unpacked list: its bytes stand in message order. A list that
+// count of an unpacked list: its bytes are in message order. A list that
 // really holds more pairs than can be counted keeps the 0.
 void settle_count(avlist *list) noexcept;
 
@@ -61,7 +61,7 @@ cerrno add_pair(uint32_t type, uint32_t flags, const void *value, uint32_t tag, 
                 bool traced) noexcept;
 
 // Copies between N and 2 * N bytes with two chunks that may overlap. Both loads
-// stand before the stores, so the areas may overlap too.
+// precede the stores, so the areas may overlap too.
 template <std::size_t N>
 inline void copy_ends(unsigned char *to, const unsigned char *from, std::size_t n) noexcept {
     unsigned char head[N];
@@ -103,13 +103,13 @@ inline void copy_value(unsigned char *to, const unsigned char *from, std::size_t
     }
 }
 
-// Writes head and pad bytes of a pair whose room, up to behind, is reserved. The pad bytes
+// Writes head and pad bytes of a pair whose room, up to next, is reserved. The pad bytes
 // travel in packed lists; left unwritten they would carry old heap contents.
 // The last word is cleared before the head is written over it: with no value
 // bytes that word is av_flags.
 inline void fill_head(avpair_t *pair, uint32_t type, uint32_t flags, uint32_t tag, uint32_t len,
-                      avpair_t *behind) noexcept {
-    store_u32(reinterpret_cast<unsigned char *>(behind) - sizeof(uint32_t), 0);
+                      avpair_t *next) noexcept {
+    store_u32(reinterpret_cast<unsigned char *>(next) - sizeof(uint32_t), 0);
     pair->av_type = type;
     pair->av_tag = tag;
     pair->av_len = len;
@@ -127,13 +127,13 @@ inline void fill_pair(avpair_t *pair, uint32_t type, uint32_t flags, const void 
     copy_value(aaa_get_avpair_value_ptr(pair), static_cast<const unsigned char *>(value), len);
 }
 
-// Moves free_mem behind a pair of req_mem bytes, rounded up, never past the end.
+// Moves free_mem past a pair of req_mem bytes, rounded up, never past the end of the buffer.
 inline void advance_free_mem(avpair_buffer_t *last_buf, std::size_t req_mem) noexcept {
     constexpr std::size_t kMask = MEMORY_DEF_ALIGNMENT - 1;
     unsigned char *const end = reinterpret_cast<unsigned char *>(last_buf) + last_buf->hdr.buf_size;
-    unsigned char *const behind = last_buf->hdr.free_mem + ((req_mem + kMask) & ~kMask);
-    if (behind <= end) [[likely]] {
-        last_buf->hdr.free_mem = behind;
+    unsigned char *const next = last_buf->hdr.free_mem + ((req_mem + kMask) & ~kMask);
+    if (next <= end) [[likely]] {
+        last_buf->hdr.free_mem = next;
         return;
     }
     AAA_ASSERT((last_buf->hdr.buf_size & kMask) == 0,
@@ -144,7 +144,7 @@ inline void advance_free_mem(avpair_buffer_t *last_buf, std::size_t req_mem) noe
 // Reserves room for a pair with len value bytes at the end of the list; its
 // bytes are undefined. Null when memory is exhausted; the list is then
 // unchanged. There is no check against more than 65535 pairs: the count wraps
-// to 0, which the next look at the list does not survive.
+// to 0, and the next operation that looks at the list stops the process.
 [[nodiscard]] inline avpair_t *aaa_alloc_avpair_mem(uint32_t len, avlist *list) noexcept {
     AAA_ASSERT(list != nullptr, "list != NULL");
     avpair_buffer_t *last_buf = list->avpair_last_buf;
@@ -171,7 +171,7 @@ inline void advance_free_mem(avpair_buffer_t *last_buf, std::size_t req_mem) noe
 }
 
 // Ends an append. A count that wraps although the list has fewer than 65536
-// pairs is that of an unpacked list, whose bytes stand in message order; it is
+// pairs is that of an unpacked list, whose bytes are in message order; it is
 // put right.
 inline void finish_append(avlist *list) noexcept {
     if (list->av_cnt == 0) [[unlikely]] {
@@ -186,36 +186,32 @@ inline void finish_append(avlist *list) noexcept {
     return (len + uint32_t{sizeof(avpair_t)} + kMask) & ~kMask;
 }
 
-// The usual append, into the room that the last buffer still has, in as few
-// steps as it takes. Null when anything at all is unusual, a broken list
-// included; nothing has happened then, and the long way has to be gone, which
-// finds out what it is.
-[[nodiscard]] inline avpair_t *append_in_place(uint32_t type, uint32_t flags, const void *value, uint32_t tag,
-                                               uint32_t len, avlist *list) noexcept {
-    if (list == nullptr || value == nullptr || type == AAA_ATTR_MAX || len > kShortValue) [[unlikely]] {
+// The usual append, into the room that the last buffer still has: everything
+// but the value bytes. Null when anything at all is unusual, a broken list
+// included; nothing has changed then, and the slow path diagnoses it.
+[[nodiscard]] inline avpair_t *append_head_in_place(uint32_t type, uint32_t flags, const void *value,
+                                                    uint32_t tag, uint32_t len, avlist *list) noexcept {
+    if (list == nullptr || len > kShortValue) [[unlikely]] {
         return nullptr;
     }
     avpair_buffer_t *const buf = list->avpair_last_buf;
     // A count of 0 is wrong when there is a buffer, and one that becomes 0 has to be put right.
-    if (buf == nullptr || static_cast<uint16_t>(list->av_cnt + 1) <= 1) [[unlikely]] {
+    if (buf == nullptr || static_cast<uint16_t>(list->av_cnt + 1) <= 1 || value == nullptr) [[unlikely]] {
         return nullptr;
     }
     unsigned char *const free_mem = buf->hdr.free_mem;
-    const std::size_t size = buf->hdr.buf_size;
-    // Huge where free_mem lies before the first pair. No sum wraps once this is less than the size.
-    const std::size_t used =
-        reinterpret_cast<std::uintptr_t>(free_mem) - reinterpret_cast<std::uintptr_t>(first_pair(buf));
     const uint32_t extent = short_pair_extent(len);
-    if (used >= size || sizeof buf->hdr + used + extent > size || !is_aligned(free_mem, MEMORY_DEF_ALIGNMENT))
-        [[unlikely]] {
+    // Negative where free_mem precedes the buffer; otherwise no sum wraps.
+    const auto at = static_cast<std::intptr_t>(reinterpret_cast<std::uintptr_t>(free_mem) -
+                                               reinterpret_cast<std::uintptr_t>(buf));
+    if (at < std::intptr_t{sizeof *buf} || static_cast<std::size_t>(at) + extent > buf->hdr.buf_size ||
+        !is_aligned(free_mem, MEMORY_DEF_ALIGNMENT)) [[unlikely]] {
         return nullptr;
     }
     auto *const pair = reinterpret_cast<avpair_t *>(free_mem);
     buf->hdr.free_mem = free_mem + extent;
     list->av_cnt++;
     fill_head(pair, type, flags, tag, len, reinterpret_cast<avpair_t *>(free_mem + extent));
-    copy_short(aaa_get_avpair_value_ptr(pair), static_cast<const unsigned char *>(value), len);
-    verify_changed(list);
     return pair;
 }
 
