@@ -8,8 +8,10 @@
 
 #include <map>
 #include <memory>
+#include <utility>
 
 #include "list_rows.hpp"
+#include "lookup_rows.hpp"
 #include "plain_list_preallocated.hpp"
 
 namespace {
@@ -60,10 +62,41 @@ struct RegisterPreallocated {
     }
 };
 
+Workload &lookup_workload(bench::Place place, std::size_t count) {
+    static std::map<std::pair<bench::Place, std::size_t>, std::unique_ptr<Workload>> made;
+    std::unique_ptr<Workload> &work = made[{place, count}];
+    if (work == nullptr) {
+        work = std::make_unique<Workload>(bench::lookup_attributes(place, count));
+        check_lookups(place, *work);
+    }
+    return *work;
+}
+
+template <bench::Place kPlace, void (*Step)(Workload &)>
+void time_lookup(benchmark::State &state) {
+    Workload &work = lookup_workload(kPlace, static_cast<std::size_t>(state.range(0)));
+    for (auto _ : state) {
+        Step(work);
+    }
+}
+
+struct RegisterLookup {
+    template <bench::Place kPlace>
+    void operator()(const char *name, const char *plain_name) const {
+        using Row = bench::Lookup<kPlace>;
+        for (const std::size_t size : bench::kLookupSizes) {
+            const auto arg = static_cast<int64_t>(size);
+            benchmark::RegisterBenchmark(name, time_lookup<kPlace, Row::library>)->Arg(arg);
+            benchmark::RegisterBenchmark(plain_name, time_lookup<kPlace, Row::plain>)->Arg(arg);
+        }
+    }
+};
+
 const bool g_registered = [] {
     benchmark::AddCustomContext("lists", bench::kDistribution);
     bench::for_each_row(Register{});
     bench::for_each_preallocated_row(RegisterPreallocated{});
+    bench::for_each_lookup_row(RegisterLookup{});
     return true;
 }();
 

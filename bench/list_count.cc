@@ -13,6 +13,7 @@
 #include <cstdio>
 
 #include "list_rows.hpp"
+#include "lookup_rows.hpp"
 #include "plain_list_preallocated.hpp"
 
 namespace {
@@ -64,6 +65,19 @@ struct CountPreallocated {
     }
 };
 
+struct CountLookups {
+    template <bench::Place kPlace>
+    void operator()(const char *name, const char *plain_name) const {
+        using Row = bench::Lookup<kPlace>;
+        for (const std::size_t size : bench::kLookupSizes) {
+            Workload work(bench::lookup_attributes(kPlace, size));
+            check_lookups(kPlace, work);
+            count_step<Row::library>(name, size, work);
+            count_step<Row::plain>(plain_name, size, work);
+        }
+    }
+};
+
 }  // namespace
 
 int main() {
@@ -73,5 +87,6 @@ int main() {
         bench::for_each_row(Count{size, work});
         bench::for_each_preallocated_row(CountPreallocated{size, work});
     }
+    bench::for_each_lookup_row(CountLookups{});
     return 0;
 }

@@ -34,26 +34,10 @@ const std::array<Attribute, 10> kLogin{{
     {AAA_TYPE_ATTR, 4, &kNumber},
 }};
 
-// For 10, the login's attributes; for more, a mix of lengths without a period
-// that a branch predictor could learn, followed by the login's attributes.
+// For 10, the login's attributes; for more, a mix followed by the login's attributes.
 std::vector<Attribute> attributes_for(std::size_t count) {
-    static const std::string text(200, 'x');
-    std::vector<Attribute> result(kLogin.begin(), kLogin.end());
-    uint32_t state = 12345;
-    while (result.size() < count) {
-        state = state * 1664525u + 1013904223u;
-        const uint32_t pick = (state >> 16) % 20;
-        if (pick < 9) {
-            result.push_back({AAA_ACCT_INBYTES_ATTR, 4, &kNumber});
-        } else {
-            result.push_back({AAA_REPLYMSG_ATTR, 1 + (state >> 24) % 32, text.data()});
-        }
-    }
-    if (count > kLogin.size()) {
-        for (std::size_t i = 0; i < kLogin.size(); i++) {
-            std::swap(result[i], result[count - kLogin.size() + i]);
-        }
-    }
+    std::vector<Attribute> result = mixed_attributes(count - kLogin.size());
+    result.insert(result.end(), kLogin.begin(), kLogin.end());
     return result;
 }
 
@@ -112,13 +96,31 @@ bool same_pairs(avlist *list, const PlainList &plain) {
 
 }  // namespace
 
+std::vector<Attribute> mixed_attributes(std::size_t count) {
+    static const std::string text(200, 'x');
+    std::vector<Attribute> result;
+    uint32_t state = 12345;
+    while (result.size() < count) {
+        state = state * 1664525u + 1013904223u;
+        const uint32_t pick = (state >> 16) % 20;
+        if (pick < 9) {
+            result.push_back({AAA_ACCT_INBYTES_ATTR, 4, &kNumber});
+        } else {
+            result.push_back({AAA_REPLYMSG_ATTR, 1 + (state >> 24) % 32, text.data()});
+        }
+    }
+    return result;
+}
+
 void fail(const char *what) {
     std::fprintf(stderr, "list benchmark: %s\n", what);
     std::exit(1);
 }
 
-Workload::Workload(std::size_t count)
-    : attributes(attributes_for(count)),
+Workload::Workload(std::size_t count) : Workload(attributes_for(count)) {}
+
+Workload::Workload(std::vector<Attribute> list_attributes)
+    : attributes(std::move(list_attributes)),
       pair_bytes(bytes_for(attributes)),
       numbers(number_types()),
       message(pair_bytes + kPlainHeader),

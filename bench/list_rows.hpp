@@ -31,6 +31,7 @@ inline constexpr char kDistribution[] =
 // message, are for the lookups.
 struct Workload {
     explicit Workload(std::size_t count);
+    explicit Workload(std::vector<Attribute> list_attributes);
     ~Workload();
     Workload(const Workload &) = delete;
     Workload &operator=(const Workload &) = delete;
@@ -44,6 +45,10 @@ struct Workload {
     PlainList plain{};
     PlainList preallocated{};  // memory for one list, without contents
 };
+
+// The attributes of a long list: a mix of lengths without a period that a branch
+// predictor could learn, of two types that are not in kWanted.
+std::vector<Attribute> mixed_attributes(std::size_t count);
 
 // Ends the program with an error unless library and plain loops write the same
 // message and find the same values.
