@@ -64,8 +64,8 @@ cerrno answer(const avpair_t *pair, uint32_t type, avpair_flags_t *flags, void *
     return answer(find_from(&it, type, 0), type, flags, value, len);
 }
 
-// Whether the list has pairs and both its buffers, asked with one jump: as a
-// product, for the three are zero together or not at all. One that outgrows its
+// Whether the list has pairs and both its buffers. One branch instead of three:
+// the product is zero exactly when one of them is. A product that outgrows its
 // word and ends up as zero costs the way through all checks, nothing else.
 inline bool has_pairs(const avlist *list) noexcept {
     std::uintptr_t product = list->av_cnt;
@@ -74,13 +74,13 @@ inline bool has_pairs(const avlist *list) noexcept {
     return product != 0;
 }
 
-// Walks up to the first pair of the type, or, when that is not among the first
-// few, as far as they go. Unrolled, because it is jumps taken that a short walk
-// spends its time on; more than a dozen would hold up the search of a long run.
-inline bool walk_first_pairs(avpair_t *&pair, const avpair_t *end, uint32_t type) noexcept {
-    constexpr int kFirstPairs = 12;
+// Walks up to the first pair of the type, or, when that is not among the next
+// few, as far as they go. Unrolled, because a short walk spends its time on taken
+// branches.
+template <int kPairs>
+inline bool walk_few_pairs(avpair_t *&pair, const avpair_t *end, uint32_t type) noexcept {
 #pragma GCC unroll 12
-    for (int step = 0; step < kFirstPairs; step++) {
+    for (int step = 0; step < kPairs; step++) {
         if (pair >= end) [[unlikely]] {
             return false;
         }
@@ -90,6 +90,16 @@ inline bool walk_first_pairs(avpair_t *&pair, const avpair_t *end, uint32_t type
         pair = adjacent_pair(pair);
     }
     return false;
+}
+
+// The first pairs one by one; long runs are left to the search with several walks after that.
+inline bool walk_first_pairs(avpair_t *&pair, const avpair_t *end, uint32_t type) noexcept {
+    constexpr int kFirst = 10;
+    constexpr int kMore = 2;
+    if (walk_few_pairs<kFirst>(pair, end, type)) {
+        return true;
+    }
+    return !is_long_run(pair, end) && walk_few_pairs<kMore>(pair, end, type);
 }
 
 }  // namespace

@@ -1,33 +1,36 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Lookup in a long run of pairs, as a large received list is: all its pairs lie
-// in one buffer.
+// Lookup in a long run of pairs. A large received list is one: all its pairs
+// are in one buffer.
 //
-// Walking is slow for one reason: where a pair begins is known only when the
-// length of the one before has been loaded. So the run is walked from several
-// places at once, and the processor waits for as many loads at a time. Where a
-// pair begins at a quarter of the run, say, is a guess: bytes that look like the
-// heads of several pairs in a row. A guess is proved right when the walk that
-// began before it arrives just there; only then anything behind it counts. A
+// Walking is slow for one reason: the position of a pair is known only when the
+// length of the preceding one has been loaded. So a run is walked from several
+// places at once, and the processor waits for as many loads at a time. The
+// position of a pair a quarter into a stretch, say, is a guess: bytes that look
+// like the heads of two pairs. A guess is proved right when the walk that began
+// before it arrives exactly there; nothing that follows it counts until then. A
 // wrong one costs time, nothing else, and the answer is always that of a walk
 // from the beginning.
+//
+// The walk that finds the type ends those that follow it, and those before it go
+// on side by side. Stretches begin short and grow, so that a type found early does
+// not pay for guesses far after it.
 
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include "aaa/avpair.h"
 #include "aaa/dictionary.h"
-#include "internal/attribute_formats.hpp"
 #include "internal/avpair_walk.hpp"
-#include "internal/bytes.hpp"
 
 namespace aaautil {
 
 namespace {
-
-// Bytes of pairs from which on more walks save more than the guesses cost.
-constexpr std::size_t kVeryLongRun = 8192;
 
 avpair_t *advanced(avpair_t *from, std::size_t n) noexcept {
     return reinterpret_cast<avpair_t *>(reinterpret_cast<unsigned char *>(from) + n);
@@ -37,7 +40,7 @@ std::size_t distance(const avpair_t *from, const avpair_t *to) noexcept {
     return reinterpret_cast<std::uintptr_t>(to) - reinterpret_cast<std::uintptr_t>(from);
 }
 
-// The first pair of the type, or the first position at or behind end.
+// The first pair of the type, or the first position at or after end.
 avpair_t *walk_to(avpair_t *pair, const avpair_t *end, uint32_t type) noexcept {
     while (pair < end && pair->av_type != type) {
         pair = adjacent_pair(pair);
@@ -45,109 +48,169 @@ avpair_t *walk_to(avpair_t *pair, const avpair_t *end, uint32_t type) noexcept {
     return pair;
 }
 
-// Whether there is a place for a pair's head.
-bool is_inside(const avpair_t *pair, const avpair_t *end) noexcept {
-    return pair < end && distance(pair, end) >= sizeof *pair;
-}
-
+// Type and tag of a head are adjacent, so one comparison rules out most words
+// that are none: text, addresses and lengths that a tag follows.
 bool looks_like_head(const avpair_t *pair) noexcept {
-    constexpr uint32_t kUnlikelyTag = 1u << 16;
-    constexpr uint32_t kUnlikelyLength = 1u << 16;
-    return is_dictionary_type(pair->av_type) && pair->av_tag < kUnlikelyTag && pair->av_len < kUnlikelyLength;
+    static_assert(offsetof(avpair_t, av_tag) == offsetof(avpair_t, av_type) + sizeof pair->av_type);
+    constexpr uint32_t kUnlikely = 0xFFFF0000;
+    constexpr auto kMask = std::bit_cast<uint64_t>(std::array<uint32_t, 2>{kUnlikely | 0xF000, kUnlikely});
+    static_assert((AAA_ATTR_MAX & (kUnlikely | 0xF000)) == 0);
+    uint64_t type_and_tag;
+    std::memcpy(&type_and_tag, pair, sizeof type_and_tag);
+    return (type_and_tag & kMask) == 0 && (pair->av_len & kUnlikely) == 0 && pair->av_type != 0;
 }
 
-bool looks_like_pairs(const avpair_t *pair, const avpair_t *end) noexcept {
-    constexpr int kInARow = 3;
-    for (int i = 0; i < kInARow; i++) {
-        if (!is_inside(pair, end) || !looks_like_head(pair)) {
-            return false;
-        }
-        pair = adjacent_pair(pair);
-    }
-    return true;
-}
-
-// Where a pair may begin, from this position on. Null when nothing near looks like one.
+// Where a pair may begin, from this position on. Null when nothing near looks
+// like one, or the position is too near the end to tell.
 avpair_t *guess_pair(avpair_t *from, const avpair_t *end) noexcept {
     constexpr std::size_t kReach = 512;
-    for (std::size_t n = 0; n < kReach; n += MEMORY_DEF_ALIGNMENT) {
-        avpair_t *const pair = advanced(from, n);
-        if (looks_like_pairs(pair, end)) {
-            return pair;
+    const std::size_t left = distance(from, end);
+    if (left < sizeof *from) {
+        return nullptr;
+    }
+    // A head at or before this one is within the run.
+    const std::size_t last = left - sizeof *from;
+    const avpair_t *const reach = advanced(from, std::min(last, kReach));
+    const avpair_t *const last_head = advanced(from, last);
+    for (avpair_t *pair = from; pair <= reach; pair = advanced(pair, MEMORY_DEF_ALIGNMENT)) {
+        if (looks_like_head(pair)) {
+            const avpair_t *const next = adjacent_pair(pair);
+            if (next <= last_head && looks_like_head(next)) {
+                return pair;
+            }
         }
     }
     return nullptr;
 }
 
-// N walks side by side, each up to where the next one began.
+// N walks side by side through a stretch of a run, each up to where the next
+// one began.
 template <std::size_t N>
 class ParallelWalk {
   public:
     ParallelWalk(avpair_t *first, const avpair_t *end, uint32_t type) noexcept
-        : start_{first}, end_(end), type_(type) {}
+        : at_{first}, end_(end), type_(type) {}
 
-    [[nodiscard]] avpair_t *find() noexcept {
-        if (!guess_starts()) {
-            return walk_to(start_[0], end_, type_);
+    // The first pair of the type in this many bytes, or the position where the
+    // search has to go on: at or after the end of the stretch, or where a guess
+    // turned out wrong.
+    [[nodiscard]] avpair_t *find(std::size_t stretch) noexcept {
+        if (!guess_starts(stretch)) [[unlikely]] {
+            return walk_to(at_[0], advanced(at_[0], stretch), type_);
         }
-        avpair_t *at[N];
-        walk_together(at, std::make_index_sequence<N - 1>());
-        for (std::size_t i = 0; i < N; i++) {
-            const avpair_t *const arrival = i + 1 < N ? start_[i + 1] : end_;
-            avpair_t *const pair = walk_to(at[i], arrival, type_);
-            if (pair != arrival) {
-                // Found, or the guess was wrong and what lies behind has not been walked.
-                return pair < arrival ? pair : walk_to(pair, end_, type_);
-            }
+        std::size_t walking = N;
+        while (walking != 0 && walk_together(walking)) {
+            walking = first_hit();
         }
-        return const_cast<avpair_t *>(end_);
+        return settle(walking);
     }
 
   private:
-    [[nodiscard]] bool guess_starts() noexcept {
+    // The last walk goes up to the end of the run or to a guess at the end of the stretch.
+    [[nodiscard]] bool guess_starts(std::size_t stretch) noexcept {
         constexpr std::size_t kMask = MEMORY_DEF_ALIGNMENT - 1;
-        const std::size_t all = distance(start_[0], end_);
         for (std::size_t i = 1; i < N; i++) {
-            start_[i] = guess_pair(advanced(start_[0], all * i / N & ~kMask), end_);
-            if (start_[i] == nullptr) {
+            at_[i] = guess_pair(advanced(at_[0], (stretch * i / N) & ~kMask), end_);
+            if (at_[i] == nullptr) [[unlikely]] {
                 return false;
             }
         }
-        return true;
+        const std::size_t all = distance(at_[0], end_);
+        stop_ = stretch < all ? guess_pair(advanced(at_[0], stretch & ~kMask), end_) : end_;
+        // A guess may lead to a head that the end of the run cuts; whole ones begin before this.
+        limit_ = std::min(stop_, static_cast<const avpair_t *>(advanced(at_[0], all - sizeof(avpair_t) + 1)));
+        for (std::size_t i = 1; i < N; i++) {
+            start_[i] = at_[i];
+        }
+        return stop_ != nullptr;
     }
 
-    // Until one of the walks has found the type or has arrived. I is 0, 1, ...
-    // for all walks but the last one; written out for each, so that positions
-    // stay in registers.
+    // Goes on with the first so many walks. True: one has found the type. False: one has arrived.
+    [[nodiscard]] bool walk_together(std::size_t walking) noexcept {
+        return walk_chosen(walking, std::make_index_sequence<N>());
+    }
+
     template <std::size_t... I>
-    void walk_together(avpair_t *(&at)[N], std::index_sequence<I...>) const noexcept {
-        constexpr std::size_t kLast = N - 1;
-        const avpair_t *const last_head = advanced(start_[0], distance(start_[0], end_) - sizeof(avpair_t));
+    [[nodiscard]] bool walk_chosen(std::size_t walking, std::index_sequence<I...>) noexcept {
+        bool hit = false;
+        static_cast<void>(
+            ((walking == N - I && (hit = walk_first(std::make_index_sequence<N - I>()), true)) || ...));
+        return hit;
+    }
+
+    // Written out for each walk, so that positions stay in registers.
+    template <std::size_t... I>
+    [[nodiscard]] bool walk_first(std::index_sequence<I...>) noexcept {
         const uint32_t type = type_;
-        avpair_t *pair[N] = {start_[I]..., start_[kLast]};
-        while (((pair[I] < start_[I + 1]) && ...) && pair[kLast] <= last_head) {
-            if (((pair[I]->av_type == type) || ...) || pair[kLast]->av_type == type) {
+        avpair_t *pair[] = {at_[I]...};
+        const avpair_t *const stop[] = {I + 1 < N ? start_[(I + 1) % N] : limit_...};
+        bool hit = false;
+        while (((pair[I] < stop[I]) && ...)) {
+            if (((pair[I]->av_type == type) || ...)) [[unlikely]] {
+                hit = true;
                 break;
             }
             ((pair[I] = adjacent_pair(pair[I])), ...);
-            pair[kLast] = adjacent_pair(pair[kLast]);
         }
-        ((at[I] = pair[I]), ...);
-        at[kLast] = pair[kLast];
+        ((at_[I] = pair[I]), ...);
+        return hit;
     }
 
-    avpair_t *start_[N];
+    // Number of the first walk that is at a pair of the type; there is one.
+    [[nodiscard]] std::size_t first_hit() const noexcept {
+        std::size_t i = 0;
+        while (at_[i]->av_type != type_) {
+            i++;
+        }
+        return i;
+    }
+
+    // Ends the walks before the first hit, in order, as long as guesses prove right.
+    [[nodiscard]] avpair_t *settle(std::size_t walking) const noexcept {
+        for (std::size_t i = 0; i < walking; i++) {
+            const avpair_t *const stop = i + 1 < N ? start_[i + 1] : stop_;
+            avpair_t *const pair = walk_to(at_[i], stop, type_);
+            if (pair != stop) {
+                return pair;
+            }
+        }
+        return walking < N ? at_[walking] : const_cast<avpair_t *>(stop_);
+    }
+
+    avpair_t *at_[N];
+    const avpair_t *start_[N];
     const avpair_t *end_;
+    const avpair_t *stop_ = nullptr;
+    const avpair_t *limit_ = nullptr;
     uint32_t type_;
 };
 
 }  // namespace
 
 avpair_t *find_in_long_run(avpair_t *first, const avpair_t *end, uint32_t type) noexcept {
-    if (distance(first, end) >= kVeryLongRun) {
-        return ParallelWalk<8>(first, end, type).find();
+    // Bytes. More walks save more than their guesses cost in a long stretch only.
+    constexpr std::size_t kFirstStretch = 3072;
+    constexpr std::size_t kGrowth = 4;
+    constexpr std::size_t kLongStretch = 8192;
+    constexpr std::size_t kLongestStretch = 1u << 20;
+    constexpr std::size_t kShortRest = 512;
+    std::size_t stretch = kFirstStretch;
+    avpair_t *pair = first;
+    while (pair < end) {
+        const std::size_t left = distance(pair, end);
+        if (left < kShortRest) {
+            return walk_to(pair, end, type);
+        }
+        // A rest that is not worth a stretch of its own is walked with this one.
+        const std::size_t n = left < stretch + stretch / 2 ? left : stretch;
+        pair = n < kLongStretch ? ParallelWalk<4>(pair, end, type).find(n)
+                                : ParallelWalk<8>(pair, end, type).find(n);
+        if (pair < end && pair->av_type == type) {
+            return pair;
+        }
+        stretch = std::min(stretch * kGrowth, kLongestStretch);
     }
-    return ParallelWalk<4>(first, end, type).find();
+    return pair;
 }
 
 }  // namespace aaautil

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Walking a list inside the library. The exported iteration and lookup
-// functions are thin covers over what stands here; library code uses this
+// functions are thin covers over these; library code uses these
 // directly and so pays for no call per pair.
 //
 //     for (avpair_t &pair : LivePairs(list)) { ... }          every live pair, in order
@@ -14,10 +14,10 @@
 // was the last one at the start is visited too. After a deletion, or an update
 // with another length, a walk is over: begin a new one.
 //
-// A walk ends a buffer at the first position at or behind free_mem, not just
-// at free_mem itself: the lengths of a list that was packed are in network
-// order, and stepping over free_mem must not lead on through memory. Only a
-// head that free_mem cuts is read whole, which no list has that may be walked.
+// A walk ends a buffer at the first position at or after free_mem, not only at
+// free_mem itself: the lengths of a list that was packed are in network order,
+// and a step over free_mem must not lead on through memory. A head cut by
+// free_mem is read whole; no valid list has one.
 #pragma once
 
 #include <cstddef>
@@ -123,8 +123,12 @@ class LivePairs {
 // Bytes of pairs from which on it pays to look up a type with several walks at once.
 inline constexpr std::size_t kLongRun = 1024;
 
-// The first pair of a type from this one, which lies before end, up to end; or
-// any position at or behind end.
+[[nodiscard]] inline bool is_long_run(const avpair_t *first, const avpair_t *end) noexcept {
+    return reinterpret_cast<std::uintptr_t>(first) + kLongRun <= reinterpret_cast<std::uintptr_t>(end);
+}
+
+// The first pair of a type from this one, which precedes end, up to end; or
+// any position at or after end.
 [[nodiscard]] avpair_t *find_in_long_run(avpair_t *first, const avpair_t *end, uint32_t type) noexcept;
 
 // Occurrence number instance (from 0) of a type from this pair up to end, or
@@ -142,8 +146,7 @@ inline constexpr std::size_t kLongRun = 1024;
 // The same, long runs included.
 [[nodiscard]] inline avpair_t *find_in_run(avpair_t *first, const avpair_t *end, uint32_t type,
                                            uint32_t *instance) noexcept {
-    if (reinterpret_cast<std::uintptr_t>(first) + kLongRun <= reinterpret_cast<std::uintptr_t>(end) &&
-        *instance == 0) [[unlikely]] {
+    if (is_long_run(first, end) && *instance == 0) [[unlikely]] {
         avpair_t *const pair = find_in_long_run(first, end, type);
         return pair < end ? pair : nullptr;
     }
