@@ -11,8 +11,8 @@
 #include <string>
 #include <thread>
 
-#include "aaa/debug_flags.h"
 #include "aaa/avpair.h"
+#include "aaa/debug_flags.h"
 #include "aaa/dictionary.h"
 #include "aaa/result_codes.h"
 #include "log_socket.hpp"

@@ -211,7 +211,7 @@ TEST_F(AvpairDeathTest, AddingTheDeletedMarkerToNoList) {
 
 TEST_F(AvpairDeathTest, UpdatingAnAbsentDeletedMarker) {
     EXPECT_STOPS(aaa_avpair_update(AAA_ATTR_MAX, 0, value_, 0, 1, 0, list()), kSource, "type != AAA_ATTR_MAX",
-                 "add_pair");
+                 "append_traced");
 }
 
 TEST_F(AvpairDeathTest, AddingToBuffersWithACountOfZero) {
@@ -482,7 +482,7 @@ TEST_F(AvpairDeathTest, MovingADeletedPair) {
     aaa_avpair_iterator_t it = position_of(1);
     ASSERT_EQ(aaa_avpair_delete_by_iterator(&it, list()), AAA_OK);
     EXPECT_STOPS(aaa_avpair_update_by_iterator(&it, 0, "longer", 0, 6, list()), kSource,
-                 "type != AAA_ATTR_MAX", "add_pair");
+                 "type != AAA_ATTR_MAX", "append_traced");
 }
 
 }  // namespace

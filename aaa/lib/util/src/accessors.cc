@@ -15,10 +15,10 @@
 
 using aaautil::append;
 using aaautil::append_u32;
+using aaautil::replace;
+using aaautil::replace_u32;
 using aaautil::stored_length;
 using aaautil::tracing;
-using aaautil::update;
-using aaautil::update_u32;
 
 namespace {
 
@@ -28,23 +28,23 @@ constexpr int32_t kMaxUsername = 254;
 // A status longer than this is built on the heap.
 constexpr uint32_t kStatusOnStack = 64 * 1024;
 
-cerrno update_status(uint8_t *area, uint32_t status, uint32_t length, avlist *list) {
+cerrno replace_status(uint8_t *area, uint32_t status, uint32_t length, avlist *list) {
     aaautil::store_u32(area, status);
-    return update(AAA_STATUS_ATTR, 0, area, length, list);
+    return replace(AAA_STATUS_ATTR, 0, area, length, list);
 }
 
 // Kept out of line: callers store four bytes and need no such frame.
-[[gnu::noinline]] cerrno update_long_status(uint32_t status, uint32_t length, avlist *list) {
+[[gnu::noinline]] cerrno replace_long_status(uint32_t status, uint32_t length, avlist *list) {
     if (length <= kStatusOnStack) {
         uint8_t area[kStatusOnStack];
         std::memset(area, 0, length);
-        return update_status(area, status, length, list);
+        return replace_status(area, status, length, list);
     }
     const aaautil::malloc_ptr<void> area(std::calloc(1, length));
     if (area == nullptr) {
         return AAA_ERR_NOMEM;
     }
-    return update_status(static_cast<uint8_t *>(area.get()), status, length, list);
+    return replace_status(static_cast<uint8_t *>(area.get()), status, length, list);
 }
 
 }  // namespace
@@ -80,7 +80,7 @@ cerrno aaa_util_avlist_password_add(const char *value, uint32_t length, avlist *
     if (value == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    return update(AAA_PASSWORD_ATTR, AAA_AVF_UPDATED, value, length, list);
+    return replace(AAA_PASSWORD_ATTR, AAA_AVF_UPDATED, value, length, list);
 }
 
 // The pair has the caller's length, not the four bytes of the status: readers
@@ -90,23 +90,23 @@ cerrno aaa_util_avlist_status_add(uint32_t status, uint32_t length, avlist *list
         return AAA_ERR_INVALID_ARG;
     }
     if (length > sizeof status) {
-        return update_long_status(status, length, list);
+        return replace_long_status(status, length, list);
     }
-    return update(AAA_STATUS_ATTR, 0, &status, length, list);
+    return replace(AAA_STATUS_ATTR, 0, &status, length, list);
 }
 
 cerrno aaa_util_avlist_prompt_add(uint32_t flags, const char *prompt, avlist *list) {
     if (prompt == nullptr || list == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    return update(AAA_PROMPT_ATTR, flags & 0xFFU, prompt, stored_length(prompt), list);
+    return replace(AAA_PROMPT_ATTR, flags & 0xFFU, prompt, stored_length(prompt), list);
 }
 
 cerrno aaa_util_avlist_chap_response_add(const void *value, uint32_t length, avlist *list) {
     if (value == nullptr || list == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    return update(AAA_CHAP_RESPONSE_ATTR, 0, value, length & 0xFFFFU, list);
+    return replace(AAA_CHAP_RESPONSE_ATTR, 0, value, length & 0xFFFFU, list);
 }
 
 cerrno aaa_util_avlist_directed_addr_add(uint32_t address, avlist *list) {
@@ -120,7 +120,7 @@ cerrno aaa_util_avlist_seqnum_add(avlist *list, uint32_t number) {
     if (list == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    return update_u32(AAA_SEQNUM_ATTR, AAA_AVF_UPDATED, number, list);
+    return replace_u32(AAA_SEQNUM_ATTR, AAA_AVF_UPDATED, number, list);
 }
 
 cerrno aaa_util_avlist_cmd_add(const char *text, uint32_t length, avlist *list) {
@@ -131,20 +131,20 @@ cerrno aaa_util_avlist_cmd_add(const char *text, uint32_t length, avlist *list) 
 }
 
 cerrno aaa_util_avlist_priv_add(avlist *list, uint32_t level) {
-    return update_u32(AAA_PRIV_LVL_ATTR, 0, level, list);
+    return replace_u32(AAA_PRIV_LVL_ATTR, 0, level, list);
 }
 
 cerrno aaa_util_avlist_errmsg_add(avlist *list, const char *text) {
     if (text == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    return update(AAA_ERRMSG_ATTR, 0, text, stored_length(text), list);
+    return replace(AAA_ERRMSG_ATTR, 0, text, stored_length(text), list);
 }
 
 // Without the flag bit that other updates of this attribute set: a method set
 // here counts as the caller's wish, not as an update.
 cerrno aaa_util_avlist_authen_method_set(uint32_t method, avlist *list) {
-    const cerrno code = update_u32(AAA_AUTHEN_METHOD_ATTR, 0, method, list);
+    const cerrno code = replace_u32(AAA_AUTHEN_METHOD_ATTR, 0, method, list);
     if (code != AAA_OK && tracing(AAA_DBG_AVLIST)) {
         aaa_debug(AAA_DBG_AVLIST, "Failed to update AAA_AUTHEN_METHOD_ATTR (%d)", AAA_AUTHEN_METHOD_ATTR);
     }
@@ -153,7 +153,7 @@ cerrno aaa_util_avlist_authen_method_set(uint32_t method, avlist *list) {
 
 // The trace names the option; its two siblings name the attribute.
 cerrno aaa_util_avlist_authen_option_add(uint32_t option, avlist *list) {
-    const cerrno code = update_u32(AAA_AUTHEN_OPTION_ATTR, 0, option, list);
+    const cerrno code = replace_u32(AAA_AUTHEN_OPTION_ATTR, 0, option, list);
     if (code != AAA_OK && tracing(AAA_DBG_AVLIST)) {
         aaa_debug(AAA_DBG_AVLIST, "Failed to update AAA_AUTHEN_OPTION_ATTR to %d", option);
     }
@@ -161,7 +161,7 @@ cerrno aaa_util_avlist_authen_option_add(uint32_t option, avlist *list) {
 }
 
 cerrno aaa_util_avlist_msgtype_add(uint32_t msgtype, avlist *list) {
-    const cerrno code = update_u32(AAA_TYPE_ATTR, AAA_AVF_UPDATED, msgtype, list);
+    const cerrno code = replace_u32(AAA_TYPE_ATTR, AAA_AVF_UPDATED, msgtype, list);
     if (code != AAA_OK && tracing(AAA_DBG_AVLIST)) {
         aaa_debug(AAA_DBG_AVLIST, "Failed to update AAA_TYPE_ATTR (%d)", AAA_TYPE_ATTR);
     }

@@ -38,7 +38,7 @@ avpair_buffer_t *new_buffer(std::uint64_t pair_bytes) noexcept {
     return buf;
 }
 
-avpair_buffer_t *add_buffer(std::uint64_t pair_bytes, avlist *list) noexcept {
+avpair_buffer_t *append_buffer(std::uint64_t pair_bytes, avlist *list) noexcept {
     avpair_buffer_t *const buf = new_buffer(pair_bytes);
     if (buf == nullptr) {
         return nullptr;
@@ -84,8 +84,8 @@ void settle_count(avlist *list) noexcept {
     list->av_cnt = live <= std::numeric_limits<uint16_t>::max() ? static_cast<uint16_t>(live) : uint16_t{0};
 }
 
-cerrno add_pair(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len, avlist *list,
-                bool traced) noexcept {
+cerrno append_traced(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len,
+                     avlist *list, bool traced) noexcept {
     AAA_ASSERT(type != AAA_ATTR_MAX, "type != AAA_ATTR_MAX");
     const cerrno code = append_pair(type, flags, value, tag, len, list);
     if (traced && value != nullptr) [[unlikely]] {

@@ -27,7 +27,7 @@ namespace {
 
 using aaautil::aaa_get_avpair_value_ptr;
 using aaautil::aaa_is_list_empty;
-using aaautil::add_pair;
+using aaautil::append_traced;
 using aaautil::LivePairs;
 using aaautil::printable;
 using aaautil::tracing;
@@ -96,12 +96,12 @@ void *value_of(const avpair_t &pair) {
 cerrno aaa_avpair_add_2(const avpair_t *avp, avlist *list, bool traced) {
     AAA_ASSERT(avp != nullptr, "avp");
     AAA_ASSERT(list != nullptr, "list");
-    return add_pair(avp->av_type, avp->av_flags, value_of(*avp), avp->av_tag, avp->av_len, list, traced);
+    return append_traced(avp->av_type, avp->av_flags, value_of(*avp), avp->av_tag, avp->av_len, list, traced);
 }
 
 // Appends a pair with zeros behind the readable bytes of a value, up to len.
-cerrno add_zero_filled(uint32_t type, uint32_t flags, const void *value, std::size_t readable, uint32_t tag,
-                       uint32_t len, avlist *list, bool traced) {
+cerrno append_zero_filled(uint32_t type, uint32_t flags, const void *value, std::size_t readable,
+                          uint32_t tag, uint32_t len, avlist *list, bool traced) {
     avpair_t *const pair = aaautil::aaa_alloc_avpair_mem(len, list);
     if (pair != nullptr) {
         unsigned char *const bytes = aaa_get_avpair_value_ptr(pair);
@@ -122,16 +122,16 @@ cerrno add_zero_filled(uint32_t type, uint32_t flags, const void *value, std::si
 // on this mixture. A source that is longer takes in the bytes that follow the
 // target's value in its buffer; behind the last pair there is nothing to take,
 // and zeros stand in.
-cerrno add_mixed(const avpair_t *target, const avlist *tgt, const avpair_t *source, avlist *result,
-                 bool traced) {
+cerrno append_mixed(const avpair_t *target, const avlist *tgt, const avpair_t *source, avlist *result,
+                    bool traced) {
     const uint32_t len = source->av_len;
     const void *value = aaautil::traceable_value(aaa_get_avpair_value_ptr(target), len);
     const uint32_t flags = source->av_flags | target->av_flags;
     const std::size_t readable = len <= target->av_len ? len : readable_bytes(target, tgt);
     if (len <= readable) {
-        return add_pair(target->av_type, flags, value, source->av_tag, len, result, traced);
+        return append_traced(target->av_type, flags, value, source->av_tag, len, result, traced);
     }
-    return add_zero_filled(target->av_type, flags, value, readable, source->av_tag, len, result, traced);
+    return append_zero_filled(target->av_type, flags, value, readable, source->av_tag, len, result, traced);
 }
 
 // What the rebuilding of a list keeps from pair to pair.
@@ -158,7 +158,7 @@ void retain_pair(const avpair_t *pair, Rebuild *state) {
 
 void take_over_pair(const avpair_t *pair, const avpair_t *source, Rebuild *state) {
     state->len = source->av_len;
-    add_mixed(pair, state->tgt, source, state->result, state->traced);
+    append_mixed(pair, state->tgt, source, state->result, state->traced);
     state->updated++;
     if (state->traced) {
         aaa_debug(AAA_DBG_AVLIST, "Returning attribute %s (%d) from local attr list, len=%d", name_of(pair),
@@ -363,7 +363,7 @@ cerrno aaa_avpair_list_concat(avlist *dst, const avlist *src) {
     }
     const bool traced = tracing(AAA_DBG_AVLIST);
     return merge_in_order(dst, src, [dst, traced](const avpair_t &pair, const void *value) {
-        return add_pair(pair.av_type, pair.av_flags, value, pair.av_tag, pair.av_len, dst, traced);
+        return append_traced(pair.av_type, pair.av_flags, value, pair.av_tag, pair.av_len, dst, traced);
     });
 }
 

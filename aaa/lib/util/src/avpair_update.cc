@@ -97,35 +97,36 @@ bool lies_in_list(const void *value, const avlist *list) noexcept {
 // Puts a new pair of the same type at the end of the list in place of this one.
 // Only the low 8 bits of its flags live on; callers depend on that. Should the
 // append fail, the old pair is gone all the same.
-cerrno move_to_end(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value, uint32_t tag,
-                   uint32_t len, avlist *list, bool traced) noexcept {
+cerrno replace_at_end(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value, uint32_t tag,
+                      uint32_t len, avlist *list, bool traced) noexcept {
     constexpr avpair_flags_t kKeptFlags = 0xff;
     const avpair_type_t type = it->curr_avp->av_type;
     const avpair_flags_t kept = it->curr_avp->av_flags & kKeptFlags;
     delete_pair(it, list);
-    return add_pair(type, kept | flags, value, tag, len, list, traced);
+    return append_traced(type, kept | flags, value, tag, len, list, traced);
 }
 
 // The same with a value that the deletion would pull away: it lies in a buffer
 // of the list, which may be freed or written again.
-cerrno move_own_value_to_end(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value,
-                             uint32_t tag, uint32_t len, avlist *list, bool traced) noexcept {
+cerrno replace_at_end_with_own_value(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value,
+                                     uint32_t tag, uint32_t len, avlist *list, bool traced) noexcept {
     const malloc_ptr<void> aside(std::malloc(len != 0 ? len : 1));
     if (aside == nullptr) {
         return AAA_ERR_NOMEM;
     }
     std::memcpy(aside.get(), value, len);
-    const cerrno code = move_to_end(it, flags, aside.get(), tag, len, list, traced);
+    const cerrno code = replace_at_end(it, flags, aside.get(), tag, len, list, traced);
     wipe(aside.get(), len);  // it may have been a password
     return code;
 }
 
-cerrno update_pair(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value, uint32_t tag,
-                   uint32_t len, avlist *list, bool traced) noexcept {
+cerrno replace_value(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value, uint32_t tag,
+                     uint32_t len, avlist *list, bool traced) noexcept {
     avpair_t *const avpair = it->curr_avp;
     if (len != avpair->av_len) {
-        return lies_in_list(value, list) ? move_own_value_to_end(it, flags, value, tag, len, list, traced)
-                                         : move_to_end(it, flags, value, tag, len, list, traced);
+        return lies_in_list(value, list)
+                   ? replace_at_end_with_own_value(it, flags, value, tag, len, list, traced)
+                   : replace_at_end(it, flags, value, tag, len, list, traced);
     }
     AAA_ASSERT(!is_deleted(*avpair), "avpair->av_type != AAA_ATTR_MAX");
     copy_value(aaa_get_avpair_value_ptr(avpair), static_cast<const unsigned char *>(value), len);
@@ -228,7 +229,7 @@ cerrno aaa_avpair_update_by_iterator(aaa_avpair_iterator_t *it, avpair_flags_t f
     }
     // Only a pair that moves writes a trace line.
     const bool traced = len != it->curr_avp->av_len && tracing(AAA_DBG_AVLIST);
-    return update_pair(it, flags, value, tag, len, list, traced);
+    return replace_value(it, flags, value, tag, len, list, traced);
 }
 
 cerrno aaa_avpair_update(uint32_t type, uint32_t flags, void *value, uint32_t tag, uint32_t len,
@@ -244,10 +245,10 @@ cerrno aaa_avpair_update(uint32_t type, uint32_t flags, void *value, uint32_t ta
     aaa_avpair_iterator_t it{};
     cerrno code = aaa_avpair_find_by_type_instance(type, instance, list, &it);
     if (code == AAA_ERR_AVPAIR_NOT_FOUND) {
-        code = add_pair(type, flags, value, tag, len, list, traced);
+        code = append_traced(type, flags, value, tag, len, list, traced);
     } else if (code == AAA_OK) {
         code =
-            value != nullptr ? update_pair(&it, flags, value, tag, len, list, traced) : AAA_ERR_INVALID_ARG;
+            value != nullptr ? replace_value(&it, flags, value, tag, len, list, traced) : AAA_ERR_INVALID_ARG;
     }
     if (code != AAA_OK && traced) [[unlikely]] {
         trace_update_failed(type, instance, code);

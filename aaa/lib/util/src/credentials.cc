@@ -74,15 +74,15 @@ struct FieldText {
 // A user name that is empty or has 254 or more characters is refused by its
 // accessor, so the request is made without it and without a report. Callers
 // rely on that.
-cerrno add_username(const aaa_usercred_t *cred, avlist *list) {
+cerrno append_username(const aaa_usercred_t *cred, avlist *list) {
     const auto length = static_cast<int32_t>(stored_length_or_zero(cred->username));
     return absent_counts_as_success(aaa_util_avlist_username_add(cred->username, length, list));
 }
 
-cerrno update_authen_method(aaa_usercred_t *cred, avlist *list) {
+cerrno replace_authen_method(aaa_usercred_t *cred, avlist *list) {
     aaa_debug(AAA_DBG_AVLIST, "Updating authen_method %d", cred->authen_method);
-    return aaautil::update(AAA_AUTHEN_METHOD_ATTR, AAA_AVF_UPDATED, &cred->authen_method,
-                           sizeof cred->authen_method, list);
+    return aaautil::replace(AAA_AUTHEN_METHOD_ATTR, AAA_AVF_UPDATED, &cred->authen_method,
+                            sizeof cred->authen_method, list);
 }
 
 // The record's terminal name, else that of the terminal on standard input,
@@ -99,7 +99,7 @@ void find_terminal_name(const aaa_usercred_t *cred, char (&name)[kTerminalName])
     aaa_debug(AAA_DBG_AVLIST, "Obtaining and using ttyname %s", name);
 }
 
-cerrno add_terminal(aaa_usercred_t *cred, avlist *list, uint32_t type) {
+cerrno append_terminal(aaa_usercred_t *cred, avlist *list, uint32_t type) {
     char name[kTerminalName] = {};
     find_terminal_name(cred, name);
     cerrno code = AAA_OK;
@@ -129,7 +129,7 @@ cerrno find_remote_address(aaa_usercred_t *cred) {
     return AAA_OK;
 }
 
-cerrno add_remote_address(aaa_usercred_t *cred, avlist *list) {
+cerrno append_remote_address(aaa_usercred_t *cred, avlist *list) {
     if (cred->remote_addr == nullptr && platform_am_i_lc() == 0) {
         const cerrno code = find_remote_address(cred);
         if (code != AAA_OK) {
@@ -147,7 +147,7 @@ cerrno add_remote_address(aaa_usercred_t *cred, avlist *list) {
     return absent_counts_as_success(append(AAA_REMOTE_ADDR_ATTR, address, shown + 1, list));
 }
 
-cerrno add_interface(const aaa_usercred_t *cred, avlist *list) {
+cerrno append_interface(const aaa_usercred_t *cred, avlist *list) {
     cerrno code = AAA_OK;
     if (cred->ifh != 0) {
         code = absent_counts_as_success(append_u32(AAA_IFH_ATTR, cred->ifh, list));
@@ -160,7 +160,7 @@ cerrno add_interface(const aaa_usercred_t *cred, avlist *list) {
 
 // The whole option is compared: one with anything above its low byte carries
 // no CHAP data.
-cerrno add_chap_data(const aaa_usercred_t *cred, avlist *list, uint32_t option) {
+cerrno append_chap_data(const aaa_usercred_t *cred, avlist *list, uint32_t option) {
     switch (option) {
         case AAA_AO_IB_CHAP_V1:
             return aaa_util_avlist_inbound_chap_data_add(cred->chap_data, list);
@@ -175,13 +175,13 @@ cerrno add_chap_data(const aaa_usercred_t *cred, avlist *list, uint32_t option) 
     }
 }
 
-cerrno add_secrets(const aaa_usercred_t *cred, avlist *list, int32_t service, uint32_t type) {
+cerrno append_secrets(const aaa_usercred_t *cred, avlist *list, int32_t service, uint32_t type) {
     const uint32_t length = stored_length_or_zero(cred->password);
     const cerrno code = absent_counts_as_success(aaa_util_avlist_password_add(cred->password, length, list));
     if (code != AAA_OK || service != AAA_SVC_PPP) {
         return code;
     }
-    return absent_counts_as_success(add_chap_data(cred, list, type));
+    return absent_counts_as_success(append_chap_data(cred, list, type));
 }
 
 // Appends the pair at a position of `from`.
@@ -216,7 +216,7 @@ cerrno copy_pairs(const avlist *from, avlist *to) {
     return AAA_ERR_AVPAIR_NOT_FOUND;
 }
 
-void add_state_args(const aaa_usercred_t *cred, avlist *list) {
+void append_state_args(const aaa_usercred_t *cred, avlist *list) {
     if (cred->state_args == nullptr) {
         return;
     }
@@ -228,15 +228,15 @@ void add_state_args(const aaa_usercred_t *cred, avlist *list) {
 }
 
 // The pairs that only requests for authentication and authorization carry.
-cerrno add_non_accounting(const aaa_usercred_t *cred, avlist *list, int32_t service, uint32_t type) {
-    const cerrno code = add_secrets(cred, list, service, type);
+cerrno append_non_accounting(const aaa_usercred_t *cred, avlist *list, int32_t service, uint32_t type) {
+    const cerrno code = append_secrets(cred, list, service, type);
     if (code == AAA_OK) {
-        add_state_args(cred, list);
+        append_state_args(cred, list);
     }
     return code;
 }
 
-cerrno add_plexa(const aaa_usercred_t *cred, avlist *list) {
+cerrno append_plexa(const aaa_usercred_t *cred, avlist *list) {
     if (cred->in_attr_list != nullptr) {
         const cerrno code = copy_pairs(cred->in_attr_list, list);
         if (code != AAA_ERR_AVPAIR_NOT_FOUND && tracing(AAA_DBG_REQUEST)) {
@@ -249,7 +249,7 @@ cerrno add_plexa(const aaa_usercred_t *cred, avlist *list) {
     return absent_counts_as_success(append_u32(AAA_VS_UNIQUE_ID, cred->unique_id, list));
 }
 
-cerrno add_mnemonic(aaa_usercred_t *cred, avlist *list, uint32_t not_accounting, const char *caller) {
+cerrno append_mnemonic(aaa_usercred_t *cred, avlist *list, uint32_t not_accounting, const char *caller) {
     char mnemonic[kTerminalName] = {};
     sstrncpy(mnemonic, cred->tty_mnemonic, sizeof mnemonic);
     cerrno code = AAA_OK;
@@ -277,24 +277,24 @@ cerrno aaa_util_add_usercred_in_avlist(aaa_usercred_t *cred, avlist *list, int32
     if (cred == nullptr || list == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    cerrno code = add_username(cred, list);
+    cerrno code = append_username(cred, list);
     if (code == AAA_OK) {
-        code = update_authen_method(cred, list);
+        code = replace_authen_method(cred, list);
     }
     if (code == AAA_OK && has_terminal(service)) {
-        code = add_terminal(cred, list, type);
+        code = append_terminal(cred, list, type);
     }
     if (code == AAA_OK && has_remote_address(service)) {
-        code = add_remote_address(cred, list);
+        code = append_remote_address(cred, list);
     }
     if (code == AAA_OK) {
-        code = add_interface(cred, list);
+        code = append_interface(cred, list);
     }
     if (code == AAA_OK && !is_accounting(type)) {
-        code = add_non_accounting(cred, list, service, type);
+        code = append_non_accounting(cred, list, service, type);
     }
     if (code == AAA_OK && service == AAA_SVC_PLEXA) {
-        code = add_plexa(cred, list);
+        code = append_plexa(cred, list);
     }
     return code;
 }
@@ -307,7 +307,7 @@ cerrno aaa_lib_update_mnemonic_and_flags(aaa_usercred_t *cred, avlist *list, uin
                   AAA_ERR_INVALID_ARG);
         return AAA_ERR_INVALID_ARG;
     }
-    if (cred->tty_mnemonic != nullptr && add_mnemonic(cred, list, not_accounting, __func__) != AAA_OK) {
+    if (cred->tty_mnemonic != nullptr && append_mnemonic(cred, list, not_accounting, __func__) != AAA_OK) {
         return AAA_OK;
     }
     aaa_debug(AAA_DBG_REQUEST, "[%s] adding attr AAA_USER_DB_FLAG_62_ATTR", __func__);

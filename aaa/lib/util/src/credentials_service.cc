@@ -42,15 +42,15 @@ void mask_ftp_password(char *text) {
     std::memset(secret + 1 + rest, 0, static_cast<std::size_t>(end - (secret + 1 + rest)));
 }
 
-cerrno add_command(char *command, avlist *list) {
+cerrno append_command(char *command, avlist *list) {
     mask_ftp_password(command);
     return aaa_util_avlist_cmd_add(command, stored_length_or_zero(command), list);
 }
 
 // For these services the second field is not a text: its own eight bytes are the
 // user's task map.
-cerrno add_command_and_taskmap(const aaa_svc_attrs_t *svc_attrs, avlist *list) {
-    const cerrno code = add_command(svc_attrs->cmd, list);
+cerrno append_command_and_taskmap(const aaa_svc_attrs_t *svc_attrs, avlist *list) {
+    const cerrno code = append_command(svc_attrs->cmd, list);
     if (code != AAA_OK) {
         return code;
     }
@@ -63,7 +63,7 @@ cerrno merge_list(const aaa_svc_attrs_t *svc_attrs, avlist *list) {
     return absent_counts_as_success(aaa_avpair_list_concat_with_replace(list, pairs));
 }
 
-cerrno add_text(uint32_t type, const char *text, const char *trace, avlist *list) {
+cerrno append_text(uint32_t type, const char *text, const char *trace, avlist *list) {
     if (text == nullptr || text[0] == '\0') {
         return AAA_OK;
     }
@@ -91,15 +91,15 @@ constexpr TextRow kAccountingTexts[] = {
     {AAA_CFG_COMMIT_ENDTIME_ATTR, &aaa_svc_attrs_t::commit_end_time, "Adding commit end time %s"},
 };
 
-cerrno add_accounting_texts(const aaa_svc_attrs_t *svc_attrs, avlist *list) {
+cerrno append_accounting_texts(const aaa_svc_attrs_t *svc_attrs, avlist *list) {
     if (svc_attrs->cmd != nullptr) {
-        const cerrno code = add_command(svc_attrs->cmd, list);
+        const cerrno code = append_command(svc_attrs->cmd, list);
         if (code != AAA_OK) {
             return code;
         }
     }
     for (const TextRow &row : kAccountingTexts) {
-        const cerrno code = add_text(row.type, svc_attrs->*row.text, row.trace, list);
+        const cerrno code = append_text(row.type, svc_attrs->*row.text, row.trace, list);
         if (code != AAA_OK) {
             return code;
         }
@@ -119,16 +119,16 @@ cerrno aaa_util_add_svc_attrs_in_avlist(int32_t service, avlist *list, aaa_svc_a
         case AAA_SVC_CMD:
         case AAA_SVC_RCMD:
         case AAA_SVC_API:
-            return add_command_and_taskmap(svc_attrs, list);
+            return append_command_and_taskmap(svc_attrs, list);
         case AAA_SVC_IKE:
             return merge_list(svc_attrs, list);
         case AAA_SVC_MGBL_EXEC:
             // The message id goes out as the session id: this service has no
             // other session, and its readers look there.
             return absent_counts_as_success(
-                add_text(AAA_MGBL_APL_SESSID_ATTR, svc_attrs->rpc_msgid, "Adding app sess id %s", list));
+                append_text(AAA_MGBL_APL_SESSID_ATTR, svc_attrs->rpc_msgid, "Adding app sess id %s", list));
         case AAA_SVC_MGBL_ACCT:
-            return add_accounting_texts(svc_attrs, list);
+            return append_accounting_texts(svc_attrs, list);
         default:
             return AAA_OK;
     }

@@ -52,7 +52,7 @@ struct Acct {
     }
 }
 
-[[nodiscard]] cerrno add_timezone(avlist *list) noexcept {
+[[nodiscard]] cerrno append_timezone(avlist *list) noexcept {
     char zone[kTimezoneSize] = {};
     const cerrno rc = conf_get_timezone_string(zone, sizeof zone);
     zone[sizeof zone - 1] = '\0';
@@ -62,32 +62,33 @@ struct Acct {
 }
 
 // The pairs of every accounting record: time, session, time zone, message type.
-[[nodiscard]] cerrno add_record(avlist *list, uint32_t sid, uint32_t type) noexcept {
+[[nodiscard]] cerrno append_record(avlist *list, uint32_t sid, uint32_t type) noexcept {
     const int64_t now = time(nullptr);
     cerrno rc =
         Appender(list).bytes(AAA_STARTTIME_ATTR, &now, sizeof now).u32(AAA_ACCT_SESSID_ATTR, sid).code();
     if (rc == AAA_OK) {
-        rc = add_timezone(list);
+        rc = append_timezone(list);
     }
     return rc == AAA_OK ? aaa_util_avlist_msgtype_add(type, list) : rc;
 }
 
-[[nodiscard]] cerrno add_methods(avlist *list, const Acct &in) noexcept {
+[[nodiscard]] cerrno append_methods(avlist *list, const Acct &in) noexcept {
     if (in.method != AAA_METHOD_NOTSET) {
         return AAA_OK;
     }
     const bool tty_optional = in.service == AAA_SVC_API || in.service == AAA_SVC_HTTP;
-    return add_method_list(list, in.methodlist, in.service,
-                           {AAA_FUNC_ACCT, kFlag, {AAA_SVC_SYSTEM, AAA_SVC_API}, tty_optional, kNoTtyNeeded});
+    return append_method_list(
+        list, in.methodlist, in.service,
+        {AAA_FUNC_ACCT, kFlag, {AAA_SVC_SYSTEM, AAA_SVC_API}, tty_optional, kNoTtyNeeded});
 }
 
-[[nodiscard]] cerrno add_attributes(avlist *list, const Acct &in) noexcept {
-    cerrno rc = add_methods(list, in);
+[[nodiscard]] cerrno append_attributes(avlist *list, const Acct &in) noexcept {
+    cerrno rc = append_methods(list, in);
     if (rc == AAA_OK && in.of_user()) {
         rc = aaa_util_add_usercred_in_avlist(in.usercred, list, in.service, 0, in.option);
     }
     if (rc == AAA_OK) {
-        rc = add_record(list, in.sid, message_type(in.option));
+        rc = append_record(list, in.sid, message_type(in.option));
     }
     if (rc == AAA_OK && in.of_user()) {
         rc = aaa_util_add_svc_attrs_in_avlist(in.service, list, in.svc_attrs);
@@ -96,7 +97,7 @@ struct Acct {
 }
 
 // The service comes first; the classic form logs the whole request after it.
-[[nodiscard]] cerrno add_service(avlist *list, const Acct &in, bool session) noexcept {
+[[nodiscard]] cerrno append_service(avlist *list, const Acct &in, bool session) noexcept {
     const cerrno rc = Appender(list).u32(AAA_SERVICE_TYPE_ATTR, static_cast<uint32_t>(in.service)).code();
     if (!session) {
         aaa_debug(kFlag, "Composing option:%d service:%d method:%d mlist:%s sid:%d rc:%s", in.option,
@@ -144,9 +145,9 @@ cerrno aaa_util_msg_acct_compose(void *msg, uint32_t option, int32_t service, co
         put_u32(msg, kTypeAt, async_block != nullptr ? AAA_REQ_ACCT_ASYNC : AAA_REQ_ACCT);
         put_u32(msg, kParamAt, option);
     }
-    rc = add_service(list.get(), in, session != 0);
+    rc = append_service(list.get(), in, session != 0);
     if (rc == AAA_OK) {
-        rc = add_attributes(list.get(), in);
+        rc = append_attributes(list.get(), in);
     }
     if (rc != AAA_OK) {
         return rc;
@@ -170,7 +171,7 @@ cerrno aaa_util_msg_acct_update_compose(void *msg, uint32_t *sid, void *block, a
     } else {
         aaa_debug(kFlag, "Composing update acct2: sid:%d", *sid);
     }
-    const cerrno rc = add_record(list, *sid, AAA_MT_ACCT_UPDATE);
+    const cerrno rc = append_record(list, *sid, AAA_MT_ACCT_UPDATE);
     if (rc != AAA_OK) {
         return rc;
     }

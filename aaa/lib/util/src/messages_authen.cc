@@ -45,17 +45,17 @@ struct Authen {
 };
 
 // A method that is already known needs no list of methods.
-[[nodiscard]] cerrno add_methods(avlist *list, const Authen &in) noexcept {
+[[nodiscard]] cerrno append_methods(avlist *list, const Authen &in) noexcept {
     if (in.method != AAA_METHOD_NOTSET) {
         return AAA_OK;
     }
     const bool tty_optional = in.service == AAA_SVC_API || in.service == AAA_SVC_HTTP;
-    return add_method_list(
+    return append_method_list(
         list, in.methodlist, in.service,
         {AAA_FUNC_AUTHEN, AAA_DBG_REQUEST, {AAA_SVC_API, AAA_SVC_IKE}, tty_optional, kNoTtyNeeded});
 }
 
-[[nodiscard]] cerrno add_user(avlist *list, const Authen &in) noexcept {
+[[nodiscard]] cerrno append_user(avlist *list, const Authen &in) noexcept {
     const cerrno rc = aaa_util_add_usercred_in_avlist(in.usercred, list, in.service, 0, in.option);
     if (rc != AAA_OK || in.in_attrs == nullptr || aaa_is_list_empty(in.in_attrs)) {
         return rc;
@@ -63,7 +63,7 @@ struct Authen {
     return aaa_avpair_list_concat(list, in.in_attrs);
 }
 
-[[nodiscard]] cerrno add_type(avlist *list, const Authen &in) noexcept {
+[[nodiscard]] cerrno append_type(avlist *list, const Authen &in) noexcept {
     const uint32_t option = in.option & kOptionMask;
     const cerrno rc = aaa_util_avlist_msgtype_add(message_type(option), list);
     if (rc != AAA_OK || option != AAA_AO_RSA) {
@@ -72,18 +72,18 @@ struct Authen {
     return aaa_util_avlist_rsa_params_add(list, in.rsa_params);
 }
 
-[[nodiscard]] cerrno add_attributes(avlist *list, const Authen &in) noexcept {
+[[nodiscard]] cerrno append_attributes(avlist *list, const Authen &in) noexcept {
     cerrno rc = Appender(list).u32(AAA_SERVICE_TYPE_ATTR, static_cast<uint32_t>(in.service)).code();
     if (rc == AAA_OK) {
         rc = aaa_util_avlist_authen_option_add(in.option & kOptionMask, list);
     }
     if (rc == AAA_OK) {
-        rc = add_methods(list, in);
+        rc = append_methods(list, in);
     }
     if (rc == AAA_OK) {
-        rc = add_user(list, in);
+        rc = append_user(list, in);
     }
-    return rc == AAA_OK ? add_type(list, in) : rc;
+    return rc == AAA_OK ? append_type(list, in) : rc;
 }
 
 }  // namespace
@@ -109,14 +109,14 @@ cerrno aaa_util_msg_authen_compose(void *msg, uint32_t option, int32_t service, 
         avlist *travels = list.get();
         rc = hand_over(msg, list, type, option & kVariantMask,
                        "Composing an authentication message: Failed in data fill");
-        return rc == AAA_OK ? add_attributes(travels, in) : rc;
+        return rc == AAA_OK ? append_attributes(travels, in) : rc;
     }
     if (!to.complete()) {
         return AAA_ERR_INVALID_ARG;
     }
     put_u32(msg, kTypeAt, type);
     put_u32(msg, kParamAt, option & kVariantMask);
-    rc = add_attributes(list.get(), in);
+    rc = append_attributes(list.get(), in);
     return rc == AAA_OK ? pack_and_publish(to, list.get(), async_block) : rc;
 }
 

@@ -46,7 +46,7 @@ struct Author {
 }
 
 // Services without a row carry no message-type attribute at all.
-[[nodiscard]] cerrno add_type(avlist *list, int32_t service) noexcept {
+[[nodiscard]] cerrno append_type(avlist *list, int32_t service) noexcept {
     switch (service) {
         case AAA_SVC_EXEC:
         case AAA_SVC_EVENTMANAGER:
@@ -64,29 +64,29 @@ struct Author {
     }
 }
 
-[[nodiscard]] cerrno add_methods(avlist *list, const Author &in) noexcept {
+[[nodiscard]] cerrno append_methods(avlist *list, const Author &in) noexcept {
     if (in.method != AAA_METHOD_NOTSET) {
         return AAA_OK;
     }
     // The two blanks of the text are kept.
-    return add_method_list(list, in.methodlist, in.service,
-                           {AAA_FUNC_AUTHOR,
-                            AAA_DBG_MESSAGE,
-                            {AAA_SVC_API, AAA_SVC_IKE},
-                            in.authen_option == kOptionWithoutTerminal,
-                            "No controlling terminal,  but ignoring"});
+    return append_method_list(list, in.methodlist, in.service,
+                              {AAA_FUNC_AUTHOR,
+                               AAA_DBG_MESSAGE,
+                               {AAA_SVC_API, AAA_SVC_IKE},
+                               in.authen_option == kOptionWithoutTerminal,
+                               "No controlling terminal,  but ignoring"});
 }
 
-[[nodiscard]] cerrno add_attributes(avlist *list, const Author &in) noexcept {
+[[nodiscard]] cerrno append_attributes(avlist *list, const Author &in) noexcept {
     cerrno rc = Appender(list).u32(AAA_SERVICE_TYPE_ATTR, static_cast<uint32_t>(in.service)).code();
     if (rc == AAA_OK) {
-        rc = add_type(list, in.service);
+        rc = append_type(list, in.service);
     }
     if (rc == AAA_OK) {
         rc = aaa_util_avlist_authen_option_add(in.authen_option, list);
     }
     if (rc == AAA_OK) {
-        rc = add_methods(list, in);
+        rc = append_methods(list, in);
     }
     if (rc == AAA_OK) {
         rc = aaa_util_add_usercred_in_avlist(in.usercred, list, in.service, 0, in.authen_option);
@@ -111,7 +111,7 @@ struct Author {
         put_u32(to.record, kTypeAt, type);
         put_u32(to.record, kParamAt, in.authen_option);
     }
-    rc = add_attributes(list.get(), in);
+    rc = append_attributes(list.get(), in);
     if (rc != AAA_OK) {
         return rc;
     }

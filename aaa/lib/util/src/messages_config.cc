@@ -84,7 +84,7 @@ constexpr std::size_t kPaddingAt = offsetof(aaa_rad_server_t, acct_port) + sizeo
 constexpr std::size_t kPadding = offsetof(aaa_rad_server_t, secret) - kPaddingAt;
 static_assert(sizeof(aaa_rad_server_t) >= kServerImage);
 
-void add_server_image(Appender &attributes, const aaa_rad_server_t &server) noexcept {
+void append_server_image(Appender &attributes, const aaa_rad_server_t &server) noexcept {
     unsigned char image[kServerImage];
     std::memcpy(image, &server, sizeof image);
     std::memset(image + kPaddingAt, 0, kPadding);
@@ -93,7 +93,7 @@ void add_server_image(Appender &attributes, const aaa_rad_server_t &server) noex
 
 // A name slot need not end in NUL; the text that is sent always does.
 template <std::size_t N>
-void add_slot(Appender &attributes, uint32_t type, const char (&slot)[N]) noexcept {
+void append_slot(Appender &attributes, uint32_t type, const char (&slot)[N]) noexcept {
     char name[N + 1];
     const std::size_t len = strnlen(slot, N);
     std::memcpy(name, slot, len);
@@ -102,13 +102,14 @@ void add_slot(Appender &attributes, uint32_t type, const char (&slot)[N]) noexce
 }
 
 // All slots are sent, used or not: readers expect four and four.
-void add_method_list_record(Appender &attributes, const aaa_method_list_t &mlist, uint32_t action) noexcept {
-    add_slot(attributes, AAA_VS_MLIST_NAME, mlist.name);
+void append_method_list_record(Appender &attributes, const aaa_method_list_t &mlist,
+                               uint32_t action) noexcept {
+    append_slot(attributes, AAA_VS_MLIST_NAME, mlist.name);
     for (const uint32_t method : mlist.method) {
         attributes.byte(AAA_VS_METHODS, method);
     }
     for (const auto &group : mlist.sg_name) {
-        add_slot(attributes, AAA_VS_RAD_SG_NAME, group);
+        append_slot(attributes, AAA_VS_RAD_SG_NAME, group);
     }
     attributes.byte(AAA_VS_RAD_CFG_ACTION, action);
 }
@@ -124,7 +125,7 @@ cerrno aaa_util_msg_cfg_radsvr_compose(void *msg, const aaa_rad_server_t *server
     }
     return compose(kRadiusServer, {msg, iov_out, count_out, buffer, size}, session,
                    [server](Appender &attributes) {
-                       add_server_image(attributes, *server);
+                       append_server_image(attributes, *server);
                        attributes.u32(AAA_VS_RAD_SVR_AUTH_PORT, server->auth_port)
                            .u32(AAA_VS_RAD_SVR_ACCT_PORT, server->acct_port)
                            .text(AAA_VS_RAD_SVR_SECRET, server->secret)
@@ -188,7 +189,7 @@ cerrno aaa_util_msg_cfg_authenlist_compose(void *msg, const aaa_method_list_t *m
         return AAA_ERR_INVALID_ARG;
     }
     return compose(kAuthenList, {msg, iov_out, count_out, buffer, size}, session,
-                   [=](Appender &attributes) { add_method_list_record(attributes, *mlist, action); });
+                   [=](Appender &attributes) { append_method_list_record(attributes, *mlist, action); });
 }
 
 cerrno aaa_util_msg_cfg_authorlist_compose(void *msg, const aaa_method_list_t *mlist, uint32_t action,
@@ -198,7 +199,7 @@ cerrno aaa_util_msg_cfg_authorlist_compose(void *msg, const aaa_method_list_t *m
         return AAA_ERR_INVALID_ARG;
     }
     return compose(kAuthorList, {msg, iov_out, count_out, buffer, size}, session,
-                   [=](Appender &attributes) { add_method_list_record(attributes, *mlist, action); });
+                   [=](Appender &attributes) { append_method_list_record(attributes, *mlist, action); });
 }
 
 }  // extern "C"

@@ -33,7 +33,8 @@ namespace {
 
 }  // namespace
 
-cerrno add_method_list(avlist *list, const char *name, int32_t service, const LineLookup &lookup) noexcept {
+cerrno append_method_list(avlist *list, const char *name, int32_t service,
+                          const LineLookup &lookup) noexcept {
     malloc_ptr<char> from_line;
     if (name == nullptr) {
         const cerrno rc = ask_line(service, lookup, from_line);

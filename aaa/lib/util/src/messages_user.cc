@@ -26,7 +26,7 @@ constexpr uint32_t kDecrement = 2;
 constexpr uint32_t kUserListSize = 16384;
 constexpr std::size_t kTtyNameSize = 32;
 
-[[nodiscard]] cerrno add_username(const char *name, avlist *list) noexcept {
+[[nodiscard]] cerrno append_username(const char *name, avlist *list) noexcept {
     return aaa_util_avlist_username_add(
         name, name != nullptr ? static_cast<int32_t>(std::strlen(name) + 1) : 0, list);
 }
@@ -52,7 +52,7 @@ constexpr std::size_t kTtyNameSize = 32;
     if (rc != AAA_OK) {
         return rc;
     }
-    rc = add_username(name, list.get());
+    rc = append_username(name, list.get());
     aaa_debug(AAA_DBG_MESSAGE, "user %s add to avlist returned %s", printable(name), cerr_strerror(rc));
     return rc == AAA_ERR_INVALID_ARG ? AAA_OK : rc;
 }
@@ -104,7 +104,7 @@ struct UserMessage {
 }
 
 // The terminal that the data belongs to: the record's, else the caller's own.
-[[nodiscard]] cerrno add_terminal(const aaa_usercred_t &cred, avlist *list) noexcept {
+[[nodiscard]] cerrno append_terminal(const aaa_usercred_t &cred, avlist *list) noexcept {
     char tty[kTtyNameSize] = {};
     if (cred.ttyname != nullptr) {
         sstrncpy(tty, cred.ttyname, sizeof tty);
@@ -117,13 +117,13 @@ struct UserMessage {
     return rc == AAA_ERR_INVALID_ARG ? AAA_OK : rc;
 }
 
-[[nodiscard]] cerrno add_userdata(avlist *list, aaa_usercred_t &cred) noexcept {
+[[nodiscard]] cerrno append_userdata(avlist *list, aaa_usercred_t &cred) noexcept {
     cerrno rc = aaa_util_avlist_msgtype_add(AAA_MT_FREE_RAD_AUTHOR_DATA, list);
     if (rc == AAA_OK && cred.username != nullptr) {
-        rc = add_username(cred.username, list);
+        rc = append_username(cred.username, list);
     }
     if (rc == AAA_OK) {
-        rc = add_terminal(cred, list);
+        rc = append_terminal(cred, list);
     }
     if (rc != AAA_OK) {
         return rc;
@@ -229,7 +229,7 @@ cerrno aaa_util_msg_free_userdata_compose(void *msg, aaa_usercred_t *usercred, i
     list_ptr list;
     cerrno rc = create_list("Free user data request", list);
     if (rc == AAA_OK) {
-        rc = add_userdata(list.get(), *usercred);
+        rc = append_userdata(list.get(), *usercred);
     }
     if (rc != AAA_OK) {
         return rc;

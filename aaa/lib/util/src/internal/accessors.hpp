@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Shared by the typed accessors: appending, updating and reading one well-known
+// Shared by the typed accessors: appending, replacing and reading one well-known
 // attribute. The list operations underneath are the exported
 // ones, because their trace lines are part of what an accessor shows.
 #pragma once
@@ -34,14 +34,14 @@ namespace aaautil {
 }
 
 // Replaces the first pair of the type, or appends one where there is none.
-[[nodiscard]] inline cerrno update(uint32_t type, avpair_flags_t flags, const void *value, uint32_t length,
-                                   avlist *list) {
+[[nodiscard]] inline cerrno replace(uint32_t type, avpair_flags_t flags, const void *value, uint32_t length,
+                                    avlist *list) {
     // The list layer only reads the value; its prototype has no const to say so.
     return aaa_avpair_update(type, flags, const_cast<void *>(value), 0, length, 0, list);
 }
 
-[[nodiscard]] inline cerrno update_u32(uint32_t type, avpair_flags_t flags, uint32_t value, avlist *list) {
-    return update(type, flags, &value, sizeof value, list);
+[[nodiscard]] inline cerrno replace_u32(uint32_t type, avpair_flags_t flags, uint32_t value, avlist *list) {
+    return replace(type, flags, &value, sizeof value, list);
 }
 
 // A stored value inside the list: valid until the list changes.

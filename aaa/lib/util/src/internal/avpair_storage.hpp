@@ -1,15 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Adding pairs to a list and taking them out, for library code. The hot path
+// Appending pairs to a list and deleting them, for library code. The hot path
 // of an append is inline; starting a buffer is not.
 //
-//     add_pair(type, flags, value, tag, len, list, traced)   as aaa_avpair_add()
-//     append_pair(type, flags, value, tag, len, list)        the same without a trace line
+//     append_traced(type, flags, value, tag, len, list, traced)   as aaa_avpair_add()
+//     append_pair(type, flags, value, tag, len, list)             the same without a trace line
+//     append_head_in_place(...), copy_short(...)                  the same where there is room
 //     aaa_alloc_avpair_mem(len, list), fill_pair(...),
-//     finish_append(list)                                     the steps of an append
-//     new_buffer(pair_bytes)                                  a buffer outside any list
-//     free_buffer(buf)                                        wipes its pairs and frees it
-//     delete_pair(it, list)                                   marks a pair, gives memory back
+//     finish_append(list)                                         the steps of an append
+//     new_buffer(pair_bytes)                                      a buffer outside any list
+//     append_buffer(pair_bytes, list)                             a buffer at the end of a list
+//     free_buffer(buf)                                            wipes its pairs and frees it
+//     delete_pair(it, list)                                       marks a pair, gives memory back
+//
+// Internal names use three verbs for pairs: append, replace, delete. The public
+// names add and update are older. Internals with an aaa_ name are those that
+// operators know from crash reports, where a failed assertion names its function,
+// and small companions of these.
 #pragma once
 
 #include <cstddef>
@@ -36,7 +43,7 @@ inline constexpr std::size_t kMinBufferSize = 512;
 
 // Puts a new buffer with that room at the end of a list. Null as above; the
 // list is then unchanged.
-[[nodiscard]] avpair_buffer_t *add_buffer(std::uint64_t pair_bytes, avlist *list) noexcept;
+[[nodiscard]] avpair_buffer_t *append_buffer(std::uint64_t pair_bytes, avlist *list) noexcept;
 
 // Frees a buffer. Its pairs may hold passwords and keys, so they are wiped; the
 // room after them never held any, or was wiped when it was given back.
@@ -57,8 +64,8 @@ void delete_pair(const aaa_avpair_iterator_t *it, avlist *list) noexcept;
 
 // aaa_avpair_add(); traced says whether debug flag 8 is on (callers that
 // have asked already need not ask again).
-cerrno add_pair(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len, avlist *list,
-                bool traced) noexcept;
+cerrno append_traced(uint32_t type, uint32_t flags, const void *value, uint32_t tag, uint32_t len,
+                     avlist *list, bool traced) noexcept;
 
 // Copies between N and 2 * N bytes with two chunks that may overlap. Both loads
 // precede the stores, so the areas may overlap too.
@@ -155,7 +162,7 @@ inline void advance_free_mem(avpair_buffer_t *last_buf, std::size_t req_mem) noe
     const std::uint64_t req_mem = std::uint64_t{len} + sizeof(avpair_t);
     AAA_ASSERT(static_cast<uint32_t>(req_mem) > 0, "req_mem > 0");
     if (free_mem < req_mem) [[unlikely]] {
-        last_buf = add_buffer(req_mem, list);
+        last_buf = append_buffer(req_mem, list);
         if (last_buf == nullptr) {
             return nullptr;
         }

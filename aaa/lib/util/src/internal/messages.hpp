@@ -126,7 +126,7 @@ struct LineLookup {
 inline constexpr char kNoTtyNeeded[] = "No need to have tty info for API or HTTP service";
 
 // Adds the method list by the given name, else the line's, else "default".
-[[nodiscard]] cerrno add_method_list(avlist *list, const char *name, int32_t service,
-                                     const LineLookup &lookup) noexcept;
+[[nodiscard]] cerrno append_method_list(avlist *list, const char *name, int32_t service,
+                                        const LineLookup &lookup) noexcept;
 
 }  // namespace aaautil::msg
