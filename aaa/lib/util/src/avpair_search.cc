@@ -98,8 +98,11 @@ class ParallelWalk {
         if (!guess_starts(stretch)) [[unlikely]] {
             return walk_to(at_[0], advanced(at_[0], stretch), type_);
         }
-        std::size_t walking = N;
-        while (walking != 0 && walk_together(walking)) {
+        if (!walk_first(std::make_index_sequence<N>())) {
+            return settle(N);
+        }
+        std::size_t walking = first_hit();
+        while (walking != 0 && walk_some(walking, std::make_index_sequence<N - 1>())) {
             walking = first_hit();
         }
         return settle(walking);
@@ -125,20 +128,17 @@ class ParallelWalk {
         return stop_ != nullptr;
     }
 
-    // Goes on with the first so many walks. True: one has found the type. False: one has arrived.
-    [[nodiscard]] bool walk_together(std::size_t walking) noexcept {
-        return walk_chosen(walking, std::make_index_sequence<N>());
-    }
-
+    // Goes on with the first so many walks, but not all, as walk_first() does.
     template <std::size_t... I>
-    [[nodiscard]] bool walk_chosen(std::size_t walking, std::index_sequence<I...>) noexcept {
+    [[nodiscard]] bool walk_some(std::size_t walking, std::index_sequence<I...>) noexcept {
         bool hit = false;
         static_cast<void>(
-            ((walking == N - I && (hit = walk_first(std::make_index_sequence<N - I>()), true)) || ...));
+            ((walking == I + 1 && (hit = walk_first(std::make_index_sequence<I + 1>()), true)) || ...));
         return hit;
     }
 
-    // Written out for each walk, so that positions stay in registers.
+    // Walks until one has found the type, which is true, or one has arrived. Written
+    // out for each walk, so that positions stay in registers.
     template <std::size_t... I>
     [[nodiscard]] bool walk_first(std::index_sequence<I...>) noexcept {
         const uint32_t type = type_;
