@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 
 /*
- * Connecting, listening and taking in clients. Connections and listening
- * sockets are non-blocking; a call that has to wait does so in poll(), with the
- * exception of connect(), for which there is nothing to poll.
+ * Connecting, listening and accepting clients. Connections and listening
+ * sockets are non-blocking, and calls wait in poll(). Only connect() blocks:
+ * poll() does not report that a server's queue has room.
  */
 
 #define _GNU_SOURCE
@@ -22,11 +22,11 @@
 #include "aaa/result_codes.h"
 #include "handle.h"
 
-#define FIRST_DESCRIPTOR 3 /* what is below belongs to the process, even where it is closed */
+#define FIRST_DESCRIPTOR 3 /* lower ones belong to the process, even when closed */
 #define US_PER_SECOND    INT64_C(1000000)
 #define NS_PER_US        INT64_C(1000)
 
-/* Moves a new descriptor above the standard ones; -1 with errno set when it was or becomes none. */
+/* Moves a new descriptor above the standard ones. -1 with errno set on failure, or when it was -1. */
 static int above_standard(int fd) {
     if (fd < 0 || fd >= FIRST_DESCRIPTOR) {
         return fd;
@@ -45,7 +45,7 @@ static int open_socket(int flags) {
 static cerrno make_address(aaa_transport_t *transport, const char *path, struct sockaddr_un *address) {
     memset(address, 0, sizeof *address);
     address->sun_family = AF_UNIX;
-    if (path[0] == '\0') { /* the system would take it for a name that is not a file's */
+    if (path[0] == '\0') { /* the system would take it for an abstract name */
         return aaa_transport_fail(transport, ENOENT, AAA_ERR_INVALID_ARG);
     }
     if (strlen(path) >= sizeof address->sun_path) {
@@ -55,7 +55,7 @@ static cerrno make_address(aaa_transport_t *transport, const char *path, struct 
     return AAA_OK;
 }
 
-/* What both connect and listen begin with. */
+/* The first steps of connect and listen. */
 static cerrno start(aaa_transport_t *transport, const char *path, struct sockaddr_un *address) {
     if (transport == NULL || path == NULL) {
         return AAA_ERR_INVALID_ARG;
@@ -66,7 +66,7 @@ static cerrno start(aaa_transport_t *transport, const char *path, struct sockadd
     return make_address(transport, path, address);
 }
 
-/* Closes what was opened and reports errno. */
+/* Closes the handle and reports errno. */
 static cerrno give_up(aaa_transport_t *transport, cerrno code) {
     int error = errno;
     aaa_transport_close(transport);
@@ -78,11 +78,11 @@ static int set_blocking(int fd, int blocking) {
     return flags < 0 ? -1 : fcntl(fd, F_SETFL, blocking ? flags & ~O_NONBLOCK : flags | O_NONBLOCK);
 }
 
-/* One attempt. Neither a poll() nor a notification tells when a full queue of
- * newcomers has room again, so the attempt itself waits, for the given time. */
+/* One attempt. Nothing reports that a server's full queue has room again, so
+ * connect() itself waits, for the time that is left. */
 static int try_connect(int fd, const struct sockaddr_un *address, int64_t left) {
     if (left > 0 && left != AAA_TRANSPORT_NEVER) {
-        int64_t us = (left + NS_PER_US - 1) / NS_PER_US; /* 0 would mean for ever */
+        int64_t us = (left + NS_PER_US - 1) / NS_PER_US; /* 0 would mean no limit */
         struct timeval wait = {.tv_sec = us / US_PER_SECOND, .tv_usec = us % US_PER_SECOND};
         if (setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof wait) != 0) {
             return -1;
@@ -94,7 +94,7 @@ static int try_connect(int fd, const struct sockaddr_un *address, int64_t left) 
     return connect(fd, (const struct sockaddr *)address, sizeof *address);
 }
 
-/* 0, or -1 with errno set: EAGAIN when the deadline has come. */
+/* 0, or -1 with errno set: EAGAIN when the deadline has passed. */
 static int connect_until(int fd, const struct sockaddr_un *address, int64_t deadline) {
     for (;;) {
         int64_t left = aaa_transport_remaining(deadline);
@@ -137,7 +137,7 @@ cerrno aaa_transport_connect(aaa_transport_t *transport, const char *path, uint3
     return check_user(transport, user);
 }
 
-/* Locks PATH.lock: 0, or -1 with errno set, EADDRINUSE while another server has it. */
+/* Locks PATH.lock: 0, or -1 with errno set, EADDRINUSE while another server holds the lock. */
 static int lock_path(aaa_transport_t *transport, const char *path) {
     char name[sizeof(struct sockaddr_un) + sizeof ".lock"];
     snprintf(name, sizeof name, "%s.lock", path);
@@ -156,7 +156,7 @@ static int lock_path(aaa_transport_t *transport, const char *path) {
     return failed;
 }
 
-/* Removes a socket at which no one listens. Everything else is left for bind() to refuse. */
+/* Removes a socket on which no one listens. bind() refuses anything else at the path. */
 static int remove_stale(const struct sockaddr_un *address) {
     struct stat found;
     if (lstat(address->sun_path, &found) != 0 || !S_ISSOCK(found.st_mode)) {

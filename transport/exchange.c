@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 
 /*
- * Sending and receiving. No call blocks in the socket: it tries, and waits in
- * poll() until the deadline.
+ * Sending and receiving. Socket calls do not block; poll() waits until the
+ * deadline.
  */
 
 #define _GNU_SOURCE
@@ -51,7 +51,7 @@ static cerrno send_elements(aaa_transport_t *transport, struct iovec *elements, 
     return rc == AAA_ERR_OS ? AAA_ERR_LWM_SEND : rc;
 }
 
-/* Whether the elements can be a message; their total length. */
+/* Checks that the elements form a message, and adds up their lengths. */
 static cerrno measure(aaa_transport_t *transport, const iov_t *iov, uint32_t count, uint32_t *total_out) {
     uint64_t total = 0;
     if (iov == NULL || count == 0 || count > AAA_TRANSPORT_MAX_ELEMENTS ||
@@ -86,12 +86,12 @@ cerrno aaa_transport_send(aaa_transport_t *transport, const iov_t *iov, uint32_t
     for (uint32_t i = 0; i < count; i++) {
         elements[i + 1] = (struct iovec){.iov_base = iov[i].base, .iov_len = iov[i].len};
     }
-    elements[1].iov_base = (unsigned char *)iov[0].base + sizeof fields; /* ours instead of the record's */
+    elements[1].iov_base = (unsigned char *)iov[0].base + sizeof fields; /* replaced by ours */
     elements[1].iov_len -= sizeof fields;
     return send_elements(transport, elements, count + 1, deadline);
 }
 
-/* Takes the list out of a packet, which names none afterwards. */
+/* Takes the list out of a packet and clears its list field. */
 static avlist *take_list(void *packet) {
     const uint64_t none = 0;
     uint64_t list;
@@ -114,7 +114,7 @@ static cerrno pack_and_send(aaa_transport_t *transport, void *packet, size_t siz
         struct iovec elements[2] = {{.iov_base = packet, .iov_len = size},
                                     {.iov_base = packed, .iov_len = length}};
         rc = send_elements(transport, elements, 2, deadline);
-    } else { /* the one reason that a list of the library's gives */
+    } else { /* packing a valid list fails only for lack of room */
         rc = aaa_transport_fail(transport, EMSGSIZE, AAA_ERR_INVALID_MSG_SIZE);
     }
     explicit_bzero(packed, room); /* the list may hold a password */
@@ -143,8 +143,8 @@ cerrno aaa_transport_send_packet(aaa_transport_t *transport, void *packet, size_
 /* Bytes received, 0 at the end of the connection, or -1 with errno set. */
 static ssize_t receive_once(int fd, aaa_transport_msg_t *msg, int *flags) {
     struct iovec element = {.iov_base = msg->u.bytes, .iov_len = sizeof msg->u.bytes};
-    struct msghdr message = {.msg_iov = &element,
-                             .msg_iovlen = 1}; /* no room for descriptors: none are taken */
+    /* Without a control buffer, attached descriptors are discarded. */
+    struct msghdr message = {.msg_iov = &element, .msg_iovlen = 1};
     ssize_t received = recvmsg(fd, &message, MSG_DONTWAIT);
     *flags = message.msg_flags;
     return received;
@@ -152,7 +152,7 @@ static ssize_t receive_once(int fd, aaa_transport_msg_t *msg, int *flags) {
 
 static cerrno take_message(aaa_transport_t *transport, aaa_transport_msg_t *msg, size_t received, int flags) {
     if (received == 0) {
-        /* After a reset the error number says so. */
+        /* After a reset the error number stays ECONNRESET. */
         return aaa_transport_fail(transport, transport->error != 0 ? transport->error : EPIPE,
                                   AAA_ERR_NOT_CONNECTED);
     }
@@ -165,7 +165,7 @@ static cerrno take_message(aaa_transport_t *transport, aaa_transport_msg_t *msg,
     return AAA_OK;
 }
 
-/* What to do about errno: AAA_OK to try again. */
+/* Handles errno after a failed attempt. AAA_OK: try again. */
 static cerrno receive_failed(aaa_transport_t *transport, int64_t deadline) {
     switch (errno) {
         case EAGAIN:
@@ -173,8 +173,8 @@ static cerrno receive_failed(aaa_transport_t *transport, int64_t deadline) {
         case EINTR:
             return AAA_OK;
         case ECONNRESET:
-            /* A peer that closed before it had read everything. It is reported once, before the messages that the
-         * peer had sent: those are still received. */
+            /* The peer closed with messages unread. The system reports this once,
+             * before the messages that the peer had sent: receive those first. */
             if (transport->error == 0) {
                 transport->error = ECONNRESET;
                 return AAA_OK;

@@ -92,7 +92,7 @@ void aaa_transport_close(aaa_transport_t *transport) {
         close(transport->fd);
     }
     if (transport->lock >= 0) {
-        close(transport->lock); /* after the socket: the next server finds no one listening */
+        close(transport->lock); /* after the socket, so that the next server finds no one listening */
     }
     transport->fd = -1;
     transport->lock = -1;

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 
 /*
- * Reading received messages: their form, what precedes the list, the list.
- * Everything is a peer's word: nothing is read past the length of the message.
+ * Reading received messages: their form, the part before the list, the list.
+ * The peer's fields are not trusted: no read passes the end of the message.
  */
 
 #include <arpa/inet.h>
@@ -19,7 +19,7 @@
 #define SESSION_MAGIC   0x414E
 #define SESSION_VERSION 2
 
-/* Header elements of classic messages, bytes. */
+/* Sizes of the header elements of classic messages, bytes. */
 #define SHORT_REQUEST   offsetof(aaa_req_hdr_t, param)
 #define LONG_REQUEST    sizeof(aaa_req_hdr_t)
 #define CALLER_BLOCK    64u
@@ -78,7 +78,7 @@ size_t aaa_transport_response_size(uint32_t type) {
 
 /* ---- requests ------------------------------------------------------------- */
 
-/* Where the list of a classic request begins; 0 for a type that has none. */
+/* Offset of the list in a classic request; 0 for a type without a list. */
 static size_t request_list_at(uint32_t type) {
     switch (type) {
         case AAA_REQ_AUTHEN:
@@ -147,7 +147,7 @@ cerrno aaa_transport_read_request(const aaa_transport_msg_t *msg, aaa_transport_
 
 /* ---- replies ---------------------------------------------------------------- */
 
-/* Bytes of the header of a classic reply, whose result is the word before the second one. */
+/* Size of the header of a classic reply. The result is its status word. */
 static size_t reply_header(uint32_t type) {
     switch (type) {
         case AAA_REQ_CONNECT:
@@ -166,7 +166,7 @@ static size_t reply_header(uint32_t type) {
     }
 }
 
-/* Whether success may be no more than the transport's fields. */
+/* Whether a successful reply may have only the transport's fields. */
 static int bare_is_success(uint32_t type) {
     return type == AAA_REQ_ACCT || type == AAA_REQ_ACCT_ASYNC || type == AAA_REQ_ACCT_UPDATE ||
            type == AAA_REQ_PING || type == AAA_REQ_IKEPOST || type == AAA_REQ_DISCONNECT;
@@ -182,14 +182,13 @@ static cerrno read_classic_reply(const aaa_transport_msg_t *msg, uint32_t type, 
         return AAA_ERR_INVALID_MSG_SIZE;
     }
     uint32_t status = word_at(msg, offsetof(aaa_reply_hdr_t, status));
-    head->result =
-        type == AAA_REQ_AUTHOR_ASYNC ? status : ntohl(status); /* the one that travels in host order */
-    size_t header = reply_header(type); /* of which an error's reply may be the first words only */
+    head->result = type == AAA_REQ_AUTHOR_ASYNC ? status : ntohl(status); /* the only result in host order */
+    size_t header = reply_header(type); /* a reply with an error may be shorter */
     head->list_at = msg->len > header ? header : 0;
     return AAA_OK;
 }
 
-/* Where a response packet has its error. */
+/* Offset of the error in a response packet. */
 static size_t error_at(uint32_t type) {
     switch (type) {
         case AAA_REQ_CONNECT:

@@ -31,23 +31,23 @@ extern "C" {
  * number on this connection, the process that sent it, and 0. A session packet
  * is followed by its attribute list in packed form, and its list field is 0: an
  * address means nothing to another process. A message has at most
- * AAA_TRANSPORT_MAX bytes. File descriptors that a peer attaches are not taken.
+ * AAA_TRANSPORT_MAX bytes. File descriptors that a peer attaches are discarded.
  *
  * **Deadlines** are absolute, in nanoseconds of CLOCK_MONOTONIC. A deadline
- * limits how long a call waits: what can be done without waiting is done even
- * after it. So AAA_TRANSPORT_NOW makes a call that never waits, and a call that
- * would have had to gives AAA_ERR_TIMEOUT. Signals do not extend a deadline,
- * and do not end a call before it.
+ * limits how long a call waits; work that needs no waiting is done even after
+ * it. So a call with AAA_TRANSPORT_NOW never waits: it gives AAA_ERR_TIMEOUT
+ * where it would have to wait. Signals neither extend a deadline nor end a call
+ * before it.
  *
  * **Descriptors** are closed on exec and are never 0, 1 or 2, even where the
  * process has closed those. After a fork both processes have the connection.
- * Free the handle in the process that does not use it; the other one's
- * connection stays as it is.
+ * Free the handle in the process that does not use it; this does not close the
+ * connection of the other process.
  *
- * **Failures.** A call that fails for a reason of the system keeps that error
- * number in the handle: see aaa_transport_errno(). "The usual codes" are
+ * **Failures.** The handle keeps the system's error number of a failure: see
+ * aaa_transport_errno(). "The usual codes" are
  * - AAA_ERR_INVALID_ARG: a pointer is null;
- * - AAA_ERR_TIMEOUT: the deadline has come (ETIMEDOUT);
+ * - AAA_ERR_TIMEOUT: the deadline has passed (ETIMEDOUT);
  * - AAA_ERR_NOT_CONNECTED: the handle has no connection (ENOTCONN), or the peer
  *   has closed it (EPIPE or ECONNRESET).
  *
@@ -65,7 +65,7 @@ extern "C" {
 #define AAA_TRANSPORT_FIELDS 20u
 /** Deadline of a call that does not wait. */
 #define AAA_TRANSPORT_NOW INT64_C(0)
-/** Deadline of a call that waits as long as it takes. */
+/** Deadline of a call that waits without a limit. */
 #define AAA_TRANSPORT_NEVER INT64_MAX
 /** For aaa_transport_connect(): the server may run as any user. */
 #define AAA_TRANSPORT_ANY_USER UINT32_MAX
@@ -73,15 +73,15 @@ extern "C" {
 /** A connection or a listening socket. */
 typedef struct aaa_transport aaa_transport_t;
 
-/** Who is at the other end, as the system found when the connection was made. */
+/** The process at the other end, as the system recorded it when the connection was made. */
 typedef struct aaa_transport_peer {
-    int32_t pid;  /**< process; of a server the one that made the socket listen */
+    int32_t pid;  /**< process; of a server, the one that called listen() */
     uint32_t uid; /**< effective user */
     uint32_t gid; /**< effective group */
 } aaa_transport_peer_t;
 static_assert(sizeof(aaa_transport_peer_t) == 12, "layout of aaa_transport_peer_t");
 
-/** A received message. It may hold a password: wipe it when it has been read. */
+/** A received message. It may hold a password: wipe it after use. */
 typedef struct aaa_transport_msg {
     size_t len; /**< bytes of the message */
     union {
@@ -97,13 +97,13 @@ typedef enum aaa_transport_kind {
     AAA_TRANSPORT_SESSION = 2  /**< a session packet */
 } aaa_transport_kind_t;
 
-/** What precedes the attribute list of a message. */
+/** The part of a message before its attribute list. */
 typedef struct aaa_transport_head {
     aaa_transport_kind_t kind; /**< classic or session */
     uint32_t type;             /**< message type of the request */
     uint32_t key;              /**< of a session packet; 0 in a classic message */
     cerrno result;             /**< of a reply: how the request was processed; AAA_OK in a request */
-    size_t list_at;            /**< where the packed list begins; 0 when the message has none */
+    size_t list_at;            /**< offset of the packed list; 0 when the message has none */
 } aaa_transport_head_t;
 
 /* ---- handles ----------------------------------------------------------- */
@@ -130,9 +130,9 @@ AAA_API cerrno aaa_transport_create(aaa_transport_t **transport_out);
 AAA_API void aaa_transport_free(aaa_transport_t *transport);
 
 /**
- * Closes the connection and keeps the handle, for another one.
+ * Closes the connection and keeps the handle for another one.
  *
- * The path of a listening socket is not removed; unlink() it before.
+ * The path of a listening socket is not removed; unlink() it first.
  *
  * @param[in,out] transport the handle; may be null
  */
@@ -159,7 +159,7 @@ AAA_API int aaa_transport_descriptor(const aaa_transport_t *transport);
 AAA_API int aaa_transport_errno(const aaa_transport_t *transport);
 
 /**
- * Makes a deadline of a time from now.
+ * Makes the deadline that is the given time from now.
  *
  * @param[in] milliseconds the time
  *
@@ -172,22 +172,22 @@ AAA_API int64_t aaa_transport_deadline(uint32_t milliseconds);
 /**
  * Connects to a server.
  *
- * A server whose queue of newcomers is full is waited for. A connection that
- * the handle has is closed first.
+ * While the queue of the server is full, the call waits for room. A connection
+ * that the handle has is closed first.
  *
  * @param[in,out] transport the handle
  * @param[in]     path      path of the server's socket
- * @param[in]     user      user that the server must run as, or AAA_TRANSPORT_ANY_USER. It is the user
- *                          that made the socket listen: root for a socket that a service manager opens
+ * @param[in]     user      user that the server must run as, or AAA_TRANSPORT_ANY_USER. It is the user of the
+ *                          process that called listen(): root for a socket that a service manager opens
  * @param[in]     deadline  when to give up
  *
  * @return
  * - AAA_OK: connected
- * - AAA_ERR_INVALID_ARG: a pointer is null, or the path is empty or longer than an address has
- *   room for (ENAMETOOLONG)
- * - AAA_ERR_TIMEOUT: the server takes no one in
- * - AAA_ERR_SERVER_CONNECT_FAILED: there is no such path (ENOENT); no one listens there (ECONNREFUSED);
- *   this process may not connect (EACCES); the server is another user's (EPERM); another reason
+ * - AAA_ERR_INVALID_ARG: a pointer is null, or the path is empty (ENOENT) or too long for a socket
+ *   address (ENAMETOOLONG)
+ * - AAA_ERR_TIMEOUT: the queue of the server stayed full
+ * - AAA_ERR_SERVER_CONNECT_FAILED: the path does not exist (ENOENT); no one listens there (ECONNREFUSED);
+ *   this process may not connect (EACCES); the server runs as another user (EPERM); another reason
  */
 AAA_API cerrno aaa_transport_connect(aaa_transport_t *transport, const char *path, uint32_t user,
                                      int64_t deadline);
@@ -195,10 +195,10 @@ AAA_API cerrno aaa_transport_connect(aaa_transport_t *transport, const char *pat
 /**
  * Opens a listening socket.
  *
- * Who may connect is decided by the permissions of the path: set the umask
- * before. A socket that a server left at the path when it died is replaced. The
- * file PATH.lock, which stays, keeps two servers that start at the same time
- * apart: it is locked as long as the socket listens.
+ * The permissions of the path decide which users may connect: set the umask
+ * first. A socket that a dead server left at the path is replaced. The file
+ * PATH.lock is locked while the socket listens, so that two servers that start
+ * at the same time cannot both take the path; it is not removed.
  *
  * @param[in,out] transport the handle; a connection that it has is closed first
  * @param[in]     path      path of the socket
@@ -211,9 +211,9 @@ AAA_API cerrno aaa_transport_connect(aaa_transport_t *transport, const char *pat
 AAA_API cerrno aaa_transport_listen(aaa_transport_t *transport, const char *path);
 
 /**
- * Takes in a client.
+ * Accepts a client.
  *
- * @param[in,out] listener   a listening handle; it has the error number of a failure
+ * @param[in,out] listener   a listening handle; it keeps the error number of a failure
  * @param[in,out] connection the handle for the client; a connection that it has is closed first
  * @param[in]     deadline   when to give up
  *
@@ -225,15 +225,15 @@ AAA_API cerrno aaa_transport_listen(aaa_transport_t *transport, const char *path
 AAA_API cerrno aaa_transport_accept(aaa_transport_t *listener, aaa_transport_t *connection, int64_t deadline);
 
 /**
- * Tells who is at the other end of a connection.
+ * Gives process, user and group of the peer.
  *
  * @param[in,out] transport a connected handle
  * @param[out]    peer_out  process, user and group
  *
  * @return
- * - AAA_OK: told
+ * - AAA_OK: given
  * - AAA_ERR_INVALID_ARG, AAA_ERR_NOT_CONNECTED: the usual codes
- * - AAA_ERR_OS: the system does not say
+ * - AAA_ERR_OS: the system does not report them
  */
 AAA_API cerrno aaa_transport_peer_of(aaa_transport_t *transport, aaa_transport_peer_t *peer_out);
 
@@ -275,7 +275,7 @@ AAA_API cerrno aaa_transport_send(aaa_transport_t *transport, const iov_t *iov, 
  *
  * @return
  * - AAA_OK: sent
- * - AAA_ERR_INVALID_ARG: a pointer is null, or @p size is less than a packet's header; the list stays the packet's
+ * - AAA_ERR_INVALID_ARG: a pointer is null, or @p size is less than a packet's header; the packet keeps its list
  * - AAA_ERR_NOMEM: no memory
  * - AAA_ERR_INVALID_MSG_SIZE: packet and packed list are longer than AAA_TRANSPORT_MAX, or than the socket
  *   takes (EMSGSIZE)
@@ -288,12 +288,12 @@ AAA_API cerrno aaa_transport_send_packet(aaa_transport_t *transport, void *packe
  * Receives one message.
  *
  * @param[in,out] transport a connected handle
- * @param[out]    msg       the message; its length is 0 on failure, and no byte of the peer's is left in it
+ * @param[out]    msg       the message; on failure its length is 0 and it holds no byte from the peer
  * @param[in]     deadline  when to give up
  *
  * @return
  * - AAA_OK: received
- * - AAA_ERR_INVALID_MSG_SIZE: longer than AAA_TRANSPORT_MAX (EMSGSIZE); it is gone, the connection can be used
+ * - AAA_ERR_INVALID_MSG_SIZE: longer than AAA_TRANSPORT_MAX (EMSGSIZE); it is discarded, and the connection stays usable
  * - AAA_ERR_INVALID_ARG, AAA_ERR_TIMEOUT, AAA_ERR_NOT_CONNECTED: the usual codes. An empty message counts as
  *   the end of the connection
  * - AAA_ERR_RECEIVE_RESPONSE: another reason
@@ -303,8 +303,8 @@ AAA_API cerrno aaa_transport_receive(aaa_transport_t *transport, aaa_transport_m
 /**
  * Sends a classic request and receives the answer.
  *
- * A connection whose answer was not received is closed: the answer may come
- * later, and must not be taken for that of the next request.
+ * If the answer is not received, the connection is closed: a late answer would
+ * be taken for the answer to the next request.
  *
  * @param[in,out] transport a connected handle
  * @param[in]     iov       elements of the request, the header record first
@@ -322,7 +322,7 @@ AAA_API cerrno aaa_transport_ask(aaa_transport_t *transport, const iov_t *iov, u
 /**
  * Sends a session packet and receives the answer.
  *
- * As aaa_transport_ask().
+ * If the answer is not received, the connection is closed, as by aaa_transport_ask().
  *
  * @param[in,out] transport a connected handle
  * @param[in,out] packet    the packet; its list field is 0 afterwards
@@ -344,7 +344,7 @@ AAA_API cerrno aaa_transport_ask_packet(aaa_transport_t *transport, void *packet
  *
  * @param[in] msg the message; may be null
  *
- * @return the form; AAA_TRANSPORT_GARBAGE for anything that is not well-formed so far
+ * @return the form; AAA_TRANSPORT_GARBAGE when these are not well-formed
  */
 AAA_API aaa_transport_kind_t aaa_transport_kind_of(const aaa_transport_msg_t *msg);
 
@@ -358,10 +358,10 @@ AAA_API aaa_transport_kind_t aaa_transport_kind_of(const aaa_transport_msg_t *ms
 AAA_API size_t aaa_transport_response_size(uint32_t type);
 
 /**
- * Reads what precedes the list of a request.
+ * Reads the part of a request before its list.
  *
  * @param[in]  msg      the message
- * @param[out] head_out form, type, key, and where the list begins. As much as is known on failure
+ * @param[out] head_out form, type, key, and offset of the list; on failure, the fields that are known
  *
  * @return
  * - AAA_OK: read
@@ -372,20 +372,21 @@ AAA_API size_t aaa_transport_response_size(uint32_t type);
 AAA_API cerrno aaa_transport_read_request(const aaa_transport_msg_t *msg, aaa_transport_head_t *head_out);
 
 /**
- * Reads what precedes the list of a reply.
+ * Reads the part of a reply before its list.
  *
- * A classic reply does not say what it answers, so the type has to be given. A
+ * A classic reply does not name its request, so the caller gives the type. A
  * server that cannot answer in session packets answers in the classic form.
  * The answer to a task map or user group request has data instead of a list and, in the
  * classic form, no result.
  *
  * @param[in]  msg      the message
  * @param[in]  type     message type of the request
- * @param[out] head_out form, type, key, result, and where the list begins; of an authorization in session
- *                      packets the result may be the list's configuration action. As much as is known on failure
+ * @param[out] head_out form, type, key, result, and offset of the list; on failure, the fields that are known.
+ *                      The result of an authorization in session packets may be the list's configuration
+ *                      action
  *
  * @return
- * - AAA_OK: read; whether the request was processed is in the head
+ * - AAA_OK: read; the result says whether the request was processed
  * - AAA_ERR_INVALID_ARG: a pointer is null
  * - AAA_ERR_INVALID_MSG_TYPE: neither a classic message nor a session packet
  * - AAA_ERR_INVALID_MSG_SIZE: it ends inside the header
@@ -395,10 +396,10 @@ AAA_API cerrno aaa_transport_read_reply(const aaa_transport_msg_t *msg, uint32_t
                                         aaa_transport_head_t *head_out);
 
 /**
- * Makes a list of the packed bytes in a message.
+ * Makes a list from the packed bytes in a message.
  *
  * @param[in]  msg      the message
- * @param[in]  list_at  where they begin
+ * @param[in]  list_at  offset of the packed bytes
  * @param[out] list_out the list; null on failure
  *
  * Ownership: *Caller frees* with aaa_avpair_free_list().
