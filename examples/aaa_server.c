@@ -133,7 +133,7 @@ static void reply_error(request_t *request, cerrno error) {
         aaa_session_fill_response(&packet, NULL, &request->context, error, 0, AAA_STAT_ERROR, 0, 0, 0);
         reply = packet;
     }
-    if (reply == NULL) { /* a type without a response packet is answered in the plain form */
+    if (reply == NULL) { /* a type without a response packet is answered in the classic form */
         request->session = 0;
         aaa_util_reply_compose(&header, &reply, &count, NULL, 0, NULL, 0, NULL);
     }
@@ -176,8 +176,8 @@ static void authenticate(const server_t *server, request_t *request) {
     static const char name[] = "Authentication Reply";
     char user_name[TEXT_MAX];
     char password[TEXT_MAX];
-    /* A name that does not fit a request is silently left out by the client
-     * library, so a request without one must never pass. */
+    /* The client library silently omits a name that does not fit a request, so
+     * a request without one must never pass. */
     if (!get_text(request->list, AAA_USERNAME_ATTR, user_name)) {
         answer(request, aaa_util_reply_authen_compose, name, AAA_STAT_GETUSER, "No user name given", NULL);
         return;
@@ -298,7 +298,7 @@ static void answer_plain(request_t *request) {
     send_reply(request, reply, count);
 }
 
-/* ---- taking a message apart ---------------------------------------------- */
+/* ---- reading a message ---------------------------------------------------- */
 
 /* Fills a request from a message. A code other than AAA_OK is the answer to the client. */
 static cerrno parse_request(const aaa_transport_msg_t *msg, request_t *request) {

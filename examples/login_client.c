@@ -73,7 +73,7 @@ static int exchange(client_t *c, const char *what, cerrno composed) {
 }
 
 /* Reads the answer to a request of the given type. 1, and its list (or null
- * when it has none) for the caller to free; 0 when it is not usable. */
+ * when it has none) for the caller to free; 0 when the answer is unusable. */
 static int read_reply(const client_t *c, uint32_t type, avlist **list) {
     aaa_transport_head_t head;
     *list = NULL;
@@ -86,7 +86,7 @@ static int read_reply(const client_t *c, uint32_t type, avlist **list) {
         rc = aaa_transport_unpack(&c->reply, head.list_at, list);
     }
     if (rc != AAA_OK) {
-        printf("  unusable reply: %s\n", cerr_strerror(rc));
+        printf("  unusable answer: %s\n", cerr_strerror(rc));
     }
     return rc == AAA_OK;
 }

@@ -107,7 +107,7 @@ const user_t *users_find(const user_t *users, const char *name) {
 }
 
 int users_check_password(const user_t *user, const char *password) {
-    static const char salt[] = "$6$nobody.nobody$"; /* an unknown user costs the time of a known one */
+    static const char salt[] = "$6$nobody.nobody$"; /* an unknown user takes as long as a known one */
     struct crypt_data data = {0};
     const char *setting = user != NULL ? user->hash : salt;
     const char *computed = crypt_r(password, setting, &data);
