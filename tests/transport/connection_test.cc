@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Handles and connections: where a server is looked for, who it may be, what is
-// in its place, and which descriptors a process gets.
+// Handles and connections: paths and the servers found there, the users that
+// run them, waiting, listening, and the descriptors that a process gets.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -32,11 +32,11 @@ using transport_test::make_transport;
 using transport_test::send_raw;
 using transport_test::Transport;
 
-constexpr uint32_t kShort = 30;  // ms: how long a test waits for what never comes
+constexpr uint32_t kShort = 30;  // ms: deadline of calls for which nothing ever comes
 constexpr uid_t kOtherUser = 65534;
 
-// Runs a body in a child process, which has no way back into the test: the number of its first
-// failed check, 0 for none.
+// Runs a body in a child process, which cannot report failures to GoogleTest. Returns the number of
+// its first failed check, 0 for none.
 int in_child(const std::function<int()> &body) {
     const pid_t pid = fork();
     if (pid == 0) {
@@ -48,7 +48,7 @@ int in_child(const std::function<int()> &body) {
     return WEXITSTATUS(status);
 }
 
-// A socket of the given type that listens without the library, with room for one newcomer.
+// A socket of the given type that listens without the library, with a queue for one client.
 class RawListener {
   public:
     explicit RawListener(const std::string &path, int type = SOCK_SEQPACKET)
@@ -74,11 +74,11 @@ cerrno try_connect(const Transport &client, const std::string &path, int64_t dea
     return aaa_transport_connect(client.get(), path.c_str(), user, deadline);
 }
 
-#define EXPECT_FAILS(call, transport, code, number)                       \
-    do {                                                                  \
-        EXPECT_EQ(call, cerrno{code});                                    \
-        EXPECT_EQ(aaa_transport_errno((transport).get()), number);        \
-        EXPECT_EQ(descriptor(transport), -1) << "something is left open"; \
+#define EXPECT_FAILS(call, transport, code, number)                          \
+    do {                                                                     \
+        EXPECT_EQ(call, cerrno{code});                                       \
+        EXPECT_EQ(aaa_transport_errno((transport).get()), number);           \
+        EXPECT_EQ(descriptor(transport), -1) << "a descriptor is left open"; \
     } while (false)
 
 class Connection : public testing::Test {
@@ -103,7 +103,7 @@ TEST_F(Connection, NoPathNoListenerNoSocketWrongSocket) {
                  EPROTOTYPE);
 }
 
-// Symptom: an empty path was an address too, of a name that is not a file's and that any process may take.
+// Symptom: an empty path was accepted as an abstract name, which any process may take.
 TEST_F(Connection, AnEmptyPathIsRefused) {
     EXPECT_FAILS(try_connect(client_, ""), client_, AAA_ERR_INVALID_ARG, ENOENT);
     EXPECT_FAILS(aaa_transport_listen(client_.get(), ""), client_, AAA_ERR_INVALID_ARG, ENOENT);
@@ -163,7 +163,7 @@ TEST_F(Connection, AFullQueueOfNewcomersIsWaitedForUntilTheDeadline) {
         EXPECT_FAILS(try_connect(client_, path_, deadline), client_, AAA_ERR_TIMEOUT, ETIMEDOUT);
     }
     const int taken = listener.take();
-    EXPECT_EQ(try_connect(client_, path_, AAA_TRANSPORT_NOW), AAA_OK) << "there is room again";
+    EXPECT_EQ(try_connect(client_, path_, AAA_TRANSPORT_NOW), AAA_OK) << "the queue has room again";
     close(taken);
 }
 
@@ -186,7 +186,7 @@ TEST_F(Connection, DeadlinesAreInOrder) {
     EXPECT_LT(later, AAA_TRANSPORT_NEVER);
 }
 
-// ---- who is there --------------------------------------------------------------------
+// ---- the peer ------------------------------------------------------------------------
 
 TEST_F(Connection, EachSideLearnsWhoTheOtherIs) {
     const Transport listener = listen_at(path_);
@@ -215,7 +215,7 @@ TEST_F(Connection, AServerOfAnotherUserIsRefused) {
                  AAA_ERR_SERVER_CONNECT_FAILED, EPERM);
 }
 
-// A process of another user made the socket listen, at a path where root's is expected.
+// A process of another user listens at a path where root's server is expected.
 TEST_F(Connection, AnImpostorsSocketIsRefused) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can become another user";
@@ -290,7 +290,7 @@ TEST_F(Connection, AServerWithoutTheLockIsNotReplacedEither) {
     const RawListener other(path_);
     EXPECT_FAILS(aaa_transport_listen(client_.get(), path_.c_str()), client_, AAA_ERR_OS, EADDRINUSE);
     EXPECT_EQ(try_connect(client_, path_, aaa_transport_deadline(kShort)), AAA_ERR_TIMEOUT)
-        << "the attempt of the second server is in the queue of the first";
+        << "the second server's attempt is in the queue of the first";
 }
 
 TEST_F(Connection, AFileIsNeverReplaced) {
@@ -357,7 +357,7 @@ TEST_F(Connection, StandardDescriptorsAreLeftAlone) {
                 return 2;
             }
         }
-        for (int fd = 0; fd < 3; fd++) {  // the lock of the listener neither
+        for (int fd = 0; fd < 3; fd++) {  // the listener's lock file has none of them
             if (fcntl(fd, F_GETFD) != -1) {
                 return 3 + fd;
             }
@@ -415,7 +415,8 @@ TEST_F(Connection, AChildThatFreesItsCopyDoesNotEndTheConnection) {
     const Transport second = connect_to(path_);
     EXPECT_NE(accept_from(listener), nullptr);
     const Transport other = make_transport();
-    EXPECT_EQ(aaa_transport_listen(other.get(), path_.c_str()), AAA_ERR_OS) << "the lock went with the child";
+    EXPECT_EQ(aaa_transport_listen(other.get(), path_.c_str()), AAA_ERR_OS)
+        << "the child's end released the lock";
 }
 
 TEST_F(Connection, AChildConnectsByItself) {

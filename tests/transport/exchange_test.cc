@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Sending and receiving: what goes over the socket, peers that do not answer,
-// do not read, lie about lengths or vanish, and signals that arrive meanwhile.
+// do not read, send wrong lengths or disconnect, and signals during a call.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -38,9 +38,9 @@ using transport_test::make_transport;
 using transport_test::send_raw;
 using transport_test::Transport;
 
-constexpr uint32_t kShort = 30;  // ms: how long a test waits for what never comes
+constexpr uint32_t kShort = 30;  // ms: deadline of calls for which nothing ever comes
 
-// A connection, seen from both sides.
+// Both ends of a connection.
 class Exchange : public testing::Test {
   protected:
     void SetUp() override {
@@ -178,11 +178,11 @@ TEST_F(Exchange, WhatCannotBeAMessageIsRefused) {
               AAA_ERR_INVALID_ARG);
     EXPECT_EQ(aaa_transport_ask_packet(client, &packet.record, sizeof packet.record, nullptr, 0),
               AAA_ERR_INVALID_ARG);
-    ASSERT_NE(packet.record.hdr.list, 0u) << "the list stays the packet's";
+    ASSERT_NE(packet.record.hdr.list, 0u) << "the packet keeps its list";
     EXPECT_EQ(aaa_transport_send(client, many.data(), AAA_TRANSPORT_MAX_ELEMENTS, 0), AAA_OK);
     EXPECT_EQ(aaa_transport_send_packet(client, &packet.record, sizeof packet.record, 0), AAA_OK);
     ASSERT_EQ(receive(server_), AAA_OK);
-    EXPECT_EQ(message_->len, 64u * AAA_TRANSPORT_MAX_ELEMENTS) << "something refused was sent";
+    EXPECT_EQ(message_->len, 64u * AAA_TRANSPORT_MAX_ELEMENTS) << "a refused message was sent";
 }
 
 TEST_F(Exchange, AHandleWithoutAConnectionSaysSo) {
@@ -195,7 +195,7 @@ TEST_F(Exchange, AHandleWithoutAConnectionSaysSo) {
     EXPECT_EQ(receive(idle), AAA_ERR_NOT_CONNECTED);
     EXPECT_EQ(aaa_transport_send_packet(idle.get(), &packet.record, sizeof packet.record, 0),
               AAA_ERR_NOT_CONNECTED);
-    EXPECT_EQ(packet.record.hdr.list, 0u) << "the list is freed all the same";
+    EXPECT_EQ(packet.record.hdr.list, 0u) << "the list is freed on failure too";
 }
 
 // ---- sizes ----------------------------------------------------------------------------------
@@ -259,7 +259,7 @@ TEST_F(Exchange, RandomSizesArriveAsTheyWereSent) {
     }
 }
 
-// ---- peers that do not answer, do not read, or go ------------------------------------------------
+// ---- peers that do not answer, do not read, or disconnect ---------------------------------------
 
 TEST_F(Exchange, APeerThatNeverAnswersIsGivenUp) {
     for (const int64_t deadline : {AAA_TRANSPORT_NOW, int64_t{1}, aaa_transport_deadline(kShort)}) {
@@ -267,7 +267,8 @@ TEST_F(Exchange, APeerThatNeverAnswersIsGivenUp) {
         EXPECT_EQ(error(client_), ETIMEDOUT);
     }
     ASSERT_TRUE(send_raw(server_, "late"));
-    EXPECT_EQ(receive(client_, AAA_TRANSPORT_NOW), AAA_OK) << "what is there is taken after the deadline too";
+    EXPECT_EQ(receive(client_, AAA_TRANSPORT_NOW), AAA_OK)
+        << "a waiting message is received after the deadline too";
     EXPECT_EQ(error(client_), 0);
 }
 
@@ -275,7 +276,7 @@ TEST_F(Exchange, APeerThatNeverReadsIsGivenUp) {
     const std::string message = header_and(std::string(30000, 'x'));
     size_t sent = 0;
     while (send(message) == AAA_OK) {
-        ASSERT_LT(++sent, 100000u) << "the socket takes any number of messages";
+        ASSERT_LT(++sent, 100000u) << "the socket never fills up";
     }
     EXPECT_GT(sent, 0u);
     EXPECT_EQ(send(message, aaa_transport_deadline(kShort)), AAA_ERR_TIMEOUT);
@@ -285,7 +286,7 @@ TEST_F(Exchange, APeerThatNeverReadsIsGivenUp) {
         EXPECT_EQ(message_->len, message.size()) << "part of a message was sent";
     }
     EXPECT_EQ(receive(server_), AAA_ERR_TIMEOUT);
-    EXPECT_EQ(send(message), AAA_OK) << "there is room again";
+    EXPECT_EQ(send(message), AAA_OK) << "the socket has room again";
 }
 
 TEST_F(Exchange, ASlowPeerIsWaitedFor) {
@@ -308,7 +309,7 @@ TEST_F(Exchange, ASlowPeerIsWaitedFor) {
 }
 
 TEST_F(Exchange, AServerThatStopsBetweenConnectAndSend) {
-    const Transport waiting = connect_to(path_);  // in the queue, not taken in
+    const Transport waiting = connect_to(path_);  // in the queue, not accepted
     listener_.reset();
     char bytes[64] = "";
     const iov_t element = {bytes, sizeof bytes};
@@ -322,7 +323,7 @@ TEST_F(Exchange, AServerThatStopsBetweenConnectAndSend) {
     EXPECT_EQ(error(client_), EPIPE);
 }
 
-// A connection broken off while a message is written would end a process that leaves SIGPIPE as it is.
+// Without MSG_NOSIGNAL, sending on a broken connection would end a process whose SIGPIPE is the default.
 TEST_F(Exchange, NoSignalIsRaisedAndNoDispositionChanged) {
     struct sigaction before {};
     ASSERT_EQ(sigaction(SIGPIPE, nullptr, &before), 0);
@@ -368,7 +369,7 @@ TEST_F(Exchange, AnEmptyMessageCountsAsTheEnd) {
 }
 
 TEST_F(Exchange, AClosedDescriptorIsAnErrorNotAWait) {
-    ASSERT_EQ(close(descriptor(client_)), 0);  // as a program does that closes all it does not know
+    ASSERT_EQ(close(descriptor(client_)), 0);  // as by a program that closes all descriptors it did not open
     EXPECT_EQ(receive(client_, AAA_TRANSPORT_NEVER), AAA_ERR_RECEIVE_RESPONSE);
     EXPECT_EQ(error(client_), EBADF);
     EXPECT_EQ(send(header_and(""), AAA_TRANSPORT_NEVER), AAA_ERR_LWM_SEND);
@@ -424,7 +425,7 @@ TEST_F(Exchange, ARequestGetsItsAnswer) {
     answering.join();
 }
 
-// An answer that comes late would be taken for the answer to the next user's request.
+// A late answer would be taken for the answer to the next user's request.
 TEST_F(Exchange, AConnectionWhoseAnswerDidNotComeIsClosed) {
     char bytes[64] = "";
     const iov_t element = {bytes, sizeof bytes};
@@ -460,7 +461,7 @@ void count_signal(int) {
     ++signals_handled;
 }
 
-// Interrupts the thread that made it, again and again, until it is stopped.
+// Repeatedly interrupts the thread that created it, until it is stopped.
 class Interruptions {
   public:
     Interruptions() {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Exhausted memory: a code, no leak, and a connection that goes on.
+// Exhausted memory gives a code, leaks nothing, and leaves the connection usable.
 
 #include <gtest/gtest.h>
 

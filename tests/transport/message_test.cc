@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Reading received messages: where the list of every message that the library
-// composes begins, what every reply says, and what is made of bytes that no
-// library composed.
+// Reading received messages: the offset of the list in every message that the
+// library composes, the result in every reply, and malformed bytes.
 
 #include <gtest/gtest.h>
 
@@ -22,7 +21,7 @@ namespace {
 
 using Message = std::unique_ptr<aaa_transport_msg_t>;
 
-// The bytes, followed by what a longer message would have left there.
+// A message of the bytes, in a buffer that an earlier, longer message filled.
 Message message_of(const std::string &bytes, unsigned char beyond = 0xAA) {
     Message msg = std::make_unique<aaa_transport_msg_t>();
     std::memset(msg->u.bytes, beyond, sizeof msg->u.bytes);
@@ -44,7 +43,7 @@ avlist *make_list() {
     return list;
 }
 
-// What a compose routine writes into and gives out, and the message that comes of it.
+// The buffers and outputs of a compose routine, and the resulting message.
 struct Composition {
     union {
         aaa_req_hdr_t request;
@@ -56,7 +55,7 @@ struct Composition {
     uint32_t count = 0;
     char buffer[4096] = "";
 
-    // Where the last element begins, and the message.
+    // Offset of the last element, and the message.
     std::pair<size_t, std::string> take() {
         std::string bytes;
         size_t last = 0;
@@ -296,12 +295,12 @@ TEST(ReadReply, SaysWhatEveryReplyOfTheLibrarySays) {
     }
 }
 
-// Whatever was asked, a server that cannot process it may say no more than that.
+// A server that cannot process a request of any type may answer with an error only.
 TEST(ReadReply, AnErrorAloneAnswersEverything) {
     for (const ReplyCase &reply : replies()) {
         SCOPED_TRACE(reply.what);
         if (reply.type == AAA_REQ_TASKMAP || reply.type == AAA_REQ_AUTHOR_ASYNC) {
-            continue;  // the one has no result in its form, the other has it in the sender's order
+            continue;  // the first reply has no result, the second has it in host order
         }
         Composition composition;
         composition.record.reply.status = AAA_ERR_INVALID_MSG_TYPE;
@@ -353,8 +352,8 @@ struct Reading {
     }
 };
 
-// All that can be read, and the properties of it: nothing beyond the message counts, no list begins beyond
-// it.
+// Reads the bytes as a request and as a reply: bytes after the message have no effect, and no list
+// begins after it.
 void expect_bounded(const std::string &bytes, uint32_t type) {
     Reading request[2], reply[2];
     size_t i = 0;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Many threads of one process, each with a handle of its own: as a daemon's
-// login modules have it.
+// Many threads of one process, each with its own handle, as in a daemon with
+// login modules.
 
 #include <gtest/gtest.h>
 
@@ -35,7 +35,7 @@ void echo(const Transport &client) {
     }
 }
 
-// Takes in that many clients, each in a thread.
+// Accepts that many clients and serves each in a thread.
 void serve(const Transport &listener, unsigned count) {
     std::vector<Transport> clients(count);
     std::vector<std::thread> threads;
@@ -49,7 +49,7 @@ void serve(const Transport &listener, unsigned count) {
     }
 }
 
-// A session packet whose list has a text of the length comes back whole.
+// Expects a session packet whose list has a text of that length to return unchanged.
 void ask_with_list(const Transport &client, uint32_t length, aaa_transport_msg_t *message) {
     avlist *list = nullptr;
     aaa_sess_request_t packet{};
