@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The example programs as a user runs them, and what they do with messages
-// that no library composed: whatever arrives, the server answers and goes on,
-// and the client ends with an error.
+// The example programs as a user runs them, and with malformed messages: the
+// server answers each message and goes on, and the client ends with an error.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -76,7 +75,7 @@ Outcome run(const std::vector<std::string> &args, const std::string &input) {
     return result;
 }
 
-// The example server with a database and files of its own.
+// The example server with its own database and files.
 class ExampleServer : public testing::Test {
   protected:
     void SetUp() override {
@@ -103,7 +102,7 @@ class ExampleServer : public testing::Test {
         int status = -1;
         waitpid(pid_, &status, 0);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
-            << "the server did not survive: " << status;
+            << "the server died with status " << status;
         close(out_);
     }
 
@@ -115,7 +114,7 @@ class ExampleServer : public testing::Test {
         return run(args, password + "\n");
     }
 
-    // Sends one message on a connection of its own; what came back, empty when the server hung up.
+    // Sends one message on a new connection. Returns the answer, empty when the server closed the connection.
     Bytes exchange(const Bytes &message) {
         const Transport client = connect_to(socket_);
         const int fd = aaa_transport_descriptor(client.get());
@@ -229,7 +228,7 @@ TEST_F(ExampleServer, AnswersConnectPingAndDisconnect) {
 
 // ---- malformed messages --------------------------------------------------------------
 
-// An authentication request as it goes out.
+// An authentication request as it is sent.
 Bytes well_formed(bool session) {
     char name[] = "alice", password[] = "wonderland", tty[] = "vty0", address[] = "192.0.2.10";
     aaa_usercred_t cred = {};

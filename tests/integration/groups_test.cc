@@ -18,7 +18,7 @@ namespace {
 constexpr char kMaps[] = "/oper/aaa/gl/group-server/";
 constexpr char kConfig[] = "/cfg/gl/aaa/";
 
-// A database of its own for each test, which runs in a process of its own.
+// Each test has its own database and its own process.
 class Groups : public testing::Test {
   protected:
     static cerrno apply(sysdb_conn_t maps, uint32_t operation, const char *protocol, const std::string &name,
@@ -99,7 +99,7 @@ TEST_F(Groups, NumbersEndAt1999) {
     EXPECT_EQ(last_in(maps.handle(), "sg_num_map/radius/"), "0x7cf");
     EXPECT_EQ(apply(maps.handle(), AAA_CFG_OP_CREATE, "radius", "onetoomany", &number), AAA_ERR_SG_MAPPING);
     EXPECT_EQ(existence(maps.handle(), "sg_name_map/radius/onetoomany"), SYSDB_ERR_NOT_FOUND);
-    // The other range is not concerned.
+    // The other range still has numbers.
     EXPECT_EQ(apply(maps.handle(), AAA_CFG_OP_CREATE, "tacacs", "first", &number), AAA_OK);
     EXPECT_EQ(number, 3001u);
 }

@@ -2,8 +2,8 @@
 //
 // Prompted input as a login program gets it: the library on the real platform,
 // with the real line editor, in a child process whose controlling terminal is a
-// real pseudo-terminal. Nothing is scripted but the alarm, which goes on firing
-// after the time limit, so that a busy machine cannot lose the one signal.
+// real pseudo-terminal. Only the alarm is replaced: it fires repeatedly after the
+// time limit, because on a busy machine a single signal could come before the read.
 
 #include "aaa/lines.h"
 
@@ -48,7 +48,7 @@ std::string name_of(cerrno rc) {
     }
 }
 
-// "code [text]" of one call, and what it left of the terminal's settings.
+// "code [text]" of one call, and whether the terminal's settings differ afterwards.
 std::string read_once(uint32_t flags, uint32_t len = 16, uint32_t timeout_s = 0) {
     termios before{};
     termios after{};
@@ -62,9 +62,9 @@ std::string read_once(uint32_t flags, uint32_t len = 16, uint32_t timeout_s = 0)
     return name_of(rc) + " [" + std::string(buf.c_str()) + "]" + (same ? "" : ", settings differ");
 }
 
-// The prompt is out before the editor has the terminal, and until then
-// Ctrl-C is a signal and Ctrl-D the end of a line. A read whose time limit has
-// passed by now has put the terminal back already.
+// The prompt is written before the editor takes over the terminal. Until then
+// Ctrl-C is a signal and Ctrl-D the end of a line. After its time limit, a read
+// has already restored the terminal.
 void wait_for_editor(const TerminalProcess &child) {
     while ((child.settings().c_lflag & ICANON) != 0 && !child.has_reported()) {
         sched_yield();

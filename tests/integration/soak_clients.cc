@@ -34,7 +34,7 @@ const T &one_of(Random &random, const T (&choices)[N]) {
     return choices[below(random, N)];
 }
 
-// ---- What goes out: several threads compose at a time, so nothing is shared ----------
+// ---- Requests as bytes: several threads compose at a time, so nothing is shared -------
 
 void append(Bytes &bytes, const void *from, std::size_t count) {
     const auto *const p = static_cast<const unsigned char *>(from);
@@ -46,7 +46,7 @@ void set_length(Bytes &message) {
     std::memcpy(message.data(), fields, sizeof fields);
 }
 
-// Where a compose routine writes; then the message as the transport sends it.
+// The outputs of a compose routine, and the message as the transport sends it.
 struct Composed {
     aaa_sess_request_t record{};
     iov_t *iov = nullptr;
@@ -93,7 +93,7 @@ struct Person {
     }
 };
 
-Person somebody(Random &random) {
+Person random_person(Random &random) {
     static const Person everybody[] = {
         {"alice", "wonderland"},   {"alice", "wonderland"}, {"alice", "rabbit"},
         {"bob", "looking-glass"},  {"bob", "wonderland"},   {"bob", ""},
@@ -102,7 +102,7 @@ Person somebody(Random &random) {
     return one_of(random, everybody);
 }
 
-// The user's texts, writable as the library wants them.
+// The user's texts, writable as the library requires.
 struct Credential {
     explicit Credential(const Person &person) : name(person.name), password(person.password) {
         cred.username = name.data();
@@ -173,7 +173,7 @@ void make_accounting(Request &request, const Person &person, uint32_t id, uint32
     request.expected.kind = Expected::Kind::status_only;
 }
 
-// ---- What comes back -----------------------------------------------------------------
+// ---- Answers -------------------------------------------------------------------------
 
 std::string text_of(const avlist *list, uint32_t type) {
     char text[256];
@@ -194,7 +194,7 @@ void expect_verdict(const aaa_transport_msg_t &message, const aaa_transport_head
     aaa_avpair_free_list(list);
 }
 
-// ---- Mischief ------------------------------------------------------------------------
+// ---- Misbehaviour --------------------------------------------------------------------
 
 Bytes garbage(Random &random) {
     Bytes message(1 + below(random, 600));
@@ -207,21 +207,21 @@ Bytes garbage(Random &random) {
     return message;
 }
 
-// Accounting records of clients like these are not looked for.
-constexpr uint32_t kNobodysSession = 0x40000000;
+// Session id of misbehaving clients, whose accounting records are not checked.
+constexpr uint32_t kUncheckedSession = 0x40000000;
 
 Bytes half(Random &random) {
-    Bytes message = make_request(random, kNobodysSession).bytes;
+    Bytes message = make_request(random, kUncheckedSession).bytes;
     const bool classic = message.size() >= 8 && message[0] != 16;
     message.resize(1 + below(random, message.size() - 1));
     if (classic && message.size() >= 8 && below(random, 2) == 0) {
-        set_length(message);  // half a message that claims to be whole
+        set_length(message);  // half a message whose length field fits
     }
     return message;
 }
 
 Bytes lie(Random &random) {
-    Bytes message = make_request(random, kNobodysSession).bytes;
+    Bytes message = make_request(random, kUncheckedSession).bytes;
     static constexpr unsigned char with[] = {0x00, 0x7f, 0xff};
     const uint32_t at = below(random, message.size() / 4) * 4;
     std::fill_n(message.begin() + at, 4, one_of(random, with));
@@ -251,13 +251,13 @@ void attach_descriptors(const Connection &connection, const Bytes &message) {
     EXPECT_EQ(sendmsg(connection.fd(), &header, MSG_NOSIGNAL), static_cast<ssize_t>(message.size()));
 }
 
-// The server gives up a client that does not take its answers, which ends this.
+// The server drops a client that does not read its answers; then the loop ends.
 void send_without_reading(const std::string &path) {
     const Connection connection(path);
     const Request ping = make_ping();
     unsigned sends = 0;
     while (connection.send(ping.bytes)) {
-        ASSERT_LT(++sends, 1000000u) << "the server holds any number of answers";
+        ASSERT_LT(++sends, 1000000u) << "the server never drops a client that does not read";
     }
 }
 
@@ -271,7 +271,7 @@ void expect_hang_up_on_nothing(const std::string &path) {
 
 // ---- Connections -----------------------------------------------------------------------
 
-// What is sent and received here is no concern of the transport: bytes, and waiting as long as it takes.
+// The soak sends and receives bytes past the transport, on a blocking socket.
 Connection::Connection(const std::string &path) : transport_(transport_test::connect_to(path)) {
     EXPECT_EQ(fcntl(fd(), F_SETFL, fcntl(fd(), F_GETFL) & ~O_NONBLOCK), 0);
 }
@@ -312,7 +312,7 @@ Request make_request(Random &random, uint32_t accounting_id) {
     static constexpr uint32_t options[] = {AAA_ACCT_START_OPT, AAA_ACCT_STOP_OPT};
     Request request;
     request.session = below(random, 2) != 0;
-    const Person person = somebody(random);
+    const Person person = random_person(random);
     switch (below(random, 3)) {
         case 0:
             make_authentication(request, person);
@@ -330,9 +330,9 @@ Request make_request(Random &random, uint32_t accounting_id) {
 void expect_answered(const Connection &connection, const Request &request) {
     SCOPED_TRACE(testing::Message() << "request type " << request.type
                                     << (request.session ? ", session" : ""));
-    ASSERT_TRUE(connection.send(request.bytes)) << "the server has hung up";
+    ASSERT_TRUE(connection.send(request.bytes)) << "the server closed the connection";
     const Bytes answer = connection.receive();
-    ASSERT_FALSE(answer.empty()) << "the server has hung up instead of answering";
+    ASSERT_FALSE(answer.empty()) << "the server closed the connection without an answer";
     const auto message = std::make_unique<aaa_transport_msg_t>();
     message->len = answer.size();
     std::copy(answer.begin(), answer.end(), message->u.bytes);
@@ -347,7 +347,7 @@ void expect_answered(const Connection &connection, const Request &request) {
     }
 }
 
-// ---- The others --------------------------------------------------------------------------
+// ---- Misbehaving clients -------------------------------------------------------------------
 
 void Parking::take(Connection connection) {
     const std::lock_guard guard(lock_);
@@ -387,7 +387,7 @@ void misbehave(Mischief what, const std::string &path, Random &random, Parking &
         }
         case Mischief::no_patience: {
             const Connection connection(path);
-            EXPECT_TRUE(connection.send(make_request(random, kNobodysSession).bytes));
+            EXPECT_TRUE(connection.send(make_request(random, kUncheckedSession).bytes));
             return;
         }
         case Mischief::half_way: {

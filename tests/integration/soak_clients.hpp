@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Clients for the soak of the example server: those that ask rightly and check
-// every answer, and those that do what no client should.
+// Clients for the soak of the example server: correct ones, which check every
+// answer, and misbehaving ones.
 #pragma once
 
 #include <atomic>
@@ -25,16 +25,16 @@ class Connection {
     explicit Connection(const std::string &path);
 
     int fd() const { return transport_test::descriptor(transport_); }
-    // False when the server has hung up.
+    // False when the server has closed the connection.
     bool send(const Bytes &message) const;
-    // Waits for the next message; empty when the server has hung up.
+    // Waits for the next message; empty when the server has closed the connection.
     Bytes receive() const;
 
   private:
     transport_test::Transport transport_;
 };
 
-// What a request must be answered with.
+// The answer that a request must get.
 struct Expected {
     enum class Kind { verdict, status_only } kind = Kind::verdict;
     uint32_t status = 0;
@@ -49,34 +49,34 @@ struct Request {
     Expected expected;
 };
 
-// A request of any kind in either form, from a user who is known or not, with
-// a password that is right or not, for a command that is allowed or not.
+// A random request in either form: known or unknown user, right or wrong
+// password, allowed or forbidden command.
 // Accounting requests carry the given session id.
 Request make_request(Random &random, uint32_t accounting_id);
-// An authentication that passes, in a form by chance.
+// An authentication that passes, in a random form.
 Request make_login(Random &random);
-// A request that costs the server as little as can be.
+// The request that costs the server least.
 Request make_ping();
 
 // Sends the request and checks the answer.
 void expect_answered(const Connection &connection, const Request &request);
 
 enum class Mischief {
-    garbage,       // random bytes, some with a header that looks right
-    half,          // a request cut off anywhere
-    lie,           // a request with a word overwritten, length fields among them
-    long_message,  // longer than the server takes
-    no_message,    // nothing in it
-    descriptors,   // a good request, with open files attached
-    hang_up,       // connects and goes
-    no_patience,   // a good request, and goes before the answer
-    half_way,      // one good exchange, then half a message, and goes
-    deaf,          // sends and sends and never reads
-    silent,        // connects and says nothing
+    garbage,       // random bytes, some with a valid header
+    half,          // a truncated request
+    lie,           // a request with one word overwritten, which may be a length
+    long_message,  // longer than the server accepts
+    no_message,    // an empty message
+    descriptors,   // a valid request, with open files attached
+    hang_up,       // connects and disconnects
+    no_patience,   // a valid request, then disconnects before the answer
+    half_way,      // one valid exchange, then half a message, then disconnects
+    deaf,          // keeps sending and never reads
+    silent,        // connects and sends nothing
     count
 };
 
-// The silent clients' connections: the latest ones stay open.
+// Connections of silent clients; the latest ones stay open.
 class Parking {
   public:
     explicit Parking(std::size_t room) : room_(room) {}
@@ -89,7 +89,7 @@ class Parking {
     std::deque<Connection> parked_;
 };
 
-// Does it once, and checks that the server answers or hangs up where it should.
+// Misbehaves once, and checks that the server answers or closes the connection as it should.
 void misbehave(Mischief what, const std::string &path, Random &random, Parking &parking);
 
 }  // namespace soak

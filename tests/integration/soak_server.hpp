@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The example server as a process that can be looked at from outside: its
-// descriptors, its resident memory, how it ended.
+// The example server as a process whose descriptors, resident memory and exit
+// status can be read.
 #pragma once
 
 #include <fcntl.h>
@@ -18,7 +18,7 @@
 
 #include "temp_dir.hpp"
 
-// Users of the soak: hashes with the fewest rounds there are.
+// Users of the soak, with the fewest hash rounds that crypt(3) allows.
 inline constexpr char kSoakUsers[] =
     "alice : "
     "$6$rounds=1000$soaksoaksoaksoak$oSwFduu6fswL9jJNbpej39RThJ9RJG3PUSpB/mZDP9fFq6CXdYCTLiHx4eBGypyE/"
@@ -50,7 +50,7 @@ class SoakServer {
         char ready[6] = "";
         EXPECT_EQ(read(out[0], ready, 5), 5);
         EXPECT_STREQ(ready, "ready");
-        close(out[0]);  // nobody reads what the server says from here on; it must not mind
+        close(out[0]);  // no one reads the server's output from here on; it must go on
     }
     ~SoakServer() {
         if (pid_ > 0) {
@@ -77,12 +77,12 @@ class SoakServer {
                 return size;
             }
         }
-        ADD_FAILURE() << "the server is not there any more";
+        ADD_FAILURE() << "the server is not running";
         return 0;
     }
 
-    // Ends the server as an operator does. In a sanitizer's build its exit
-    // status also tells of leaks.
+    // Ends the server as an operator does. In a sanitizer build its exit
+    // status also reports leaks.
     void stop() {
         EXPECT_EQ(kill(pid_, SIGTERM), 0);
         int status = -1;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The example server among thousands of clients, a third of which send
-// garbage, half messages or lies, vanish or keep silent: every request of the
-// others is answered rightly, nothing stalls, and nothing grows. Nothing here
-// depends on time; a stall ends in the test's time limit.
+// The example server with thousands of clients, a third of which misbehave: they
+// send garbage, half messages or wrong lengths, disconnect or stay silent. Every
+// request of the others is answered correctly, nothing stalls, and nothing grows.
+// No assertion depends on time; a stall ends at the test's time limit.
 //
 // AAA_SOAK_CLIENTS and AAA_SOAK_MINUTES make it longer; scripts/soak sets them.
 
@@ -37,11 +37,11 @@ constexpr bool kMemoryIsComparable = true;
 #endif
 constexpr unsigned kAtATime = 32;
 constexpr std::size_t kSilentAtATime = 64;
-constexpr long kGrowthAllowed = 256;  // kibibytes, once a first round has warmed the server up
+constexpr long kGrowthAllowed = 256;  // kibibytes, after the first round
 
 class Soak : public testing::Test {
   protected:
-    // A third of the clients misbehaves, each kind in turn.
+    // A third of the clients misbehave, each kind in turn.
     void client(unsigned number) {
         Random random(20240229 + number);
         if (number % 3 == 0) {
@@ -61,7 +61,7 @@ class Soak : public testing::Test {
         }
     }
 
-    // All clients of a round, many at a time, until the server has seen the last of them go.
+    // All clients of a round, many at a time, until the server has closed all their connections.
     void round(unsigned clients) {
         std::atomic<unsigned> next{0};
         std::vector<std::thread> threads;
@@ -81,8 +81,8 @@ class Soak : public testing::Test {
         expect_all_gone();
     }
 
-    // An exchange is a turn of the server's loop, in which it takes a message or
-    // the end from every client.
+    // In each exchange the server's loop runs once and handles a message or the
+    // end of every client.
     void expect_all_gone() {
         const Connection connection(server_.socket());
         const Request ping = make_ping();
@@ -154,7 +154,7 @@ TEST_F(Soak, EndsInTheMiddleOfTraffic) {
             while (connection.send(ping.bytes) && !connection.receive().empty()) {
                 ++served;
             }
-            EXPECT_TRUE(stopped.load()) << "the server hung up on a good client";
+            EXPECT_TRUE(stopped.load()) << "the server closed a valid client's connection";
         });
     }
     while (served < 1000) {
@@ -167,7 +167,7 @@ TEST_F(Soak, EndsInTheMiddleOfTraffic) {
     }
 }
 
-// What the server prints about its configuration goes nowhere, see SoakServer.
+// No one reads the configuration that the server prints: see SoakServer.
 TEST(SoakOutput, MayBeClosedByItsReader) {
     const DatabaseSandbox sandbox;
     const SoakServer server;
@@ -177,9 +177,9 @@ TEST(SoakOutput, MayBeClosedByItsReader) {
     EXPECT_EQ(std::system(client.c_str()), 0);
 }
 
-// ---- More clients than there is room for -----------------------------------------------
+// ---- More clients than the server's table holds ----------------------------------------
 
-void expect_login_behind(const SoakServer &server, unsigned silent) {
+void expect_login_after(const SoakServer &server, unsigned silent) {
     Parking parking(silent);
     for (unsigned i = 0; i < silent; ++i) {
         parking.take(Connection(server.socket()));
@@ -193,13 +193,13 @@ void expect_login_behind(const SoakServer &server, unsigned silent) {
 TEST(SoakRoom, SilentClientsMakeRoomWhenTheTableIsFull) {
     const DatabaseSandbox sandbox;
     const SoakServer server;
-    expect_login_behind(server, 300);
+    expect_login_after(server, 300);
 }
 
 TEST(SoakRoom, FewDescriptorsAreEnough) {
     const DatabaseSandbox sandbox;
     const SoakServer server(64);
-    expect_login_behind(server, 80);
+    expect_login_after(server, 80);
     EXPECT_LE(server.descriptors(), 64u);
 }
 
