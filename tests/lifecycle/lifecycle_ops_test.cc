@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Steps of load and unload that the loader's hooks do not reach, or reach
-// only when something has gone wrong. This program holds the lifecycle's
-// sources themselves, on top of the scripted platform. Their state is one per
-// process, so each test runs in a child of its own.
+// Steps of load and unload that the loader's hooks never reach, or reach only
+// after a failure. This program is linked with the sources of the lifecycle and
+// the scripted platform. Their state exists once per process, so each test runs
+// in its own child.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -77,7 +77,7 @@ int pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*start)
 
 namespace {
 
-// A coverage build's counters are written at a regular exit only.
+// A coverage build writes its counters only at a regular exit.
 void keep_counters() {
 #ifdef AAA_COVERAGE
     __gcov_dump();
@@ -152,8 +152,8 @@ TEST(LifecycleOp, ThreeJoinsWithoutWaking) {
         GTEST_SKIP();
     }
     in_child([] {
-        // The worker waits before its last connection, and ends for want of a
-        // buffer once somebody joins it.
+        // The worker waits before its last connection. Once it is joined, it ends
+        // because its buffer cannot be allocated.
         static std::binary_semaphore joined(0);
         on_join() = [] { joined.release(); };
         fake::before("event_conn_open", [] {
@@ -175,8 +175,8 @@ TEST(LifecycleOp, ThreeJoinsWithoutWaking) {
     });
 }
 
-// The worker may be faster than the thread that starts it: its handle is cleared
-// all the same, so that unload joins it without a trace.
+// The worker may end before pthread_create returns. Its handle is cleared even
+// then, so that unload joins it without a trace.
 TEST(LifecycleOp, WorkerThatEndsBeforeItsStartReturnsHasClearedItsHandle) {
     if (!fake::FailAlloc::available()) {
         GTEST_SKIP();
@@ -184,7 +184,7 @@ TEST(LifecycleOp, WorkerThatEndsBeforeItsStartReturnsHasClearedItsHandle) {
     in_child([] {
         fake::before("event_conn_open", [] {
             if (fake::count("event_conn_open") == 2) {
-                fail_alloc_arm(1, 0);  // no buffer for the worker
+                fail_alloc_arm(1, 0);  // fails the worker's buffer
             }
         });
         on_created() = [] {
@@ -241,7 +241,7 @@ TEST(LifecycleClose, SkipsWhenItCannotLockButEndsTracing) {
         load_running();
         down(1);
         fake::clear_journal();
-        // Inside the up callback this thread holds the mutex, which checks.
+        // Inside the up callback this thread holds the mutex, which detects that.
         fake::before("_sysdb_bind", [] { aaautil::lifecycle(aaautil::kUnload); });
         up(1);
         EXPECT_EQ(fake::count("_sysdb_unbind"), 0u);
@@ -273,7 +273,7 @@ TEST(LifecycleClose, WaitsForACallbackThatRuns) {
         EXPECT_EQ(
             fake::calls({"ptd_set_mutex_block", "ptd_unset_mutex_block"}),
             (Lines{"ptd_set_mutex_block(ptr, \"aaa_close_sysdb_connections\")", "ptd_unset_mutex_block()"}));
-        // What the callback bound meanwhile is closed as well.
+        // The connection that the callback bound meanwhile is closed too.
         EXPECT_TRUE(fake::sysdb::open_connections().empty());
     });
 }
@@ -282,8 +282,8 @@ TEST(LifecycleFork, ChildUnloadsWithoutWorkerAndWithoutItsLock) {
     in_child([] {
         load_running();
         down(1);
-        // The worker's part is played by a thread that holds the mutex while
-        // this one forks.
+        // Instead of the worker, another thread holds the mutex while this one
+        // forks.
         static std::binary_semaphore held(0), let_go(0);
         fake::before("_sysdb_bind", [] {
             held.release();
@@ -312,7 +312,7 @@ TEST(LifecycleFork, ChildUnloadsWithoutWorkerAndWithoutItsLock) {
     });
 }
 
-// ---- What the modules share to reach the database ----
+// ---- Shared connections to the database ----
 
 TEST(SysdbAccess, LearnsOfTheDatabaseOncePerModule) {
     in_child([] {
@@ -371,7 +371,7 @@ TEST(SysdbAccess, SecondBindOfASharedHandleGivesItsOwnBack) {
             return aaautil::bind_shared(aaa_cfg_sysdb_connid, aaautil::kConfigPath, presence);
         };
         uint64_t others = 0;
-        // Another thread binds between this one's look at the handle and its bind.
+        // Another thread binds after this one has read the handle and before it binds.
         fake::before("_sysdb_bind", [&] {
             fake::before("_sysdb_bind", nullptr);
             std::thread([&] { EXPECT_EQ(bind(), 0u); }).join();

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /*
- * A program that is linked with the library ends in one of the ways in which
- * programs end. The library must not unload, and must not stand in the way.
+ * A program that is linked with the library ends in a given way. The library
+ * must neither unload nor prevent the end.
  *
  *     linked <way>          once the connections are up
  *     linked <way> at-once  while the worker may still be starting
@@ -32,7 +32,7 @@ static int main_thread_first(void) {
     pthread_exit(NULL);
 }
 
-/* The child has no worker: it must neither wait for one nor miss it. */
+/* The child has no worker: it must neither wait for one nor need it. */
 static int forked_child(int child_returns) {
     const pid_t child = fork();
     REQUIRE(child != -1);

@@ -42,17 +42,17 @@ static void require_gone(void) {
     REQUIRE(dlopen(AAAUTIL_LIBRARY, RTLD_NOLOAD | RTLD_LAZY) == NULL);
 }
 
-/* ---- What must not grow with the number of rounds ---- */
+/* ---- Resources that must not grow with the number of rounds ---- */
 
 struct usage {
     unsigned threads, descriptors;
     size_t heap;
 };
 
-/* Of the program itself, before anything was loaded. */
+/* The program's threads before anything is loaded. */
 static unsigned own_threads;
 
-/* The platform may have a thread of its own that ends soon. */
+/* The platform may still have a thread that is about to end. */
 static struct usage measure(void) {
     while (entries("/proc/self/task") > own_threads) {
         yield_a_little();
@@ -115,7 +115,7 @@ static void handed_over(void) {
     REQUIRE(pthread_join(thread, NULL) == 0);
 }
 
-/* Two threads load and unload at the same time; the last one unloads it. */
+/* Two threads load and unload at the same time; the last dlclose unloads the library. */
 static void both_at_once(void) {
     pthread_t threads[2];
     for (int i = 0; i < 2; ++i) {
@@ -151,8 +151,8 @@ static void *exit_body(void *arg) {
     exit(0);
 }
 
-/* The program's own finaliser runs among the loader's, when the loader takes
- * nothing out any more: the library stays until the process is gone. */
+/* The program's finaliser runs while the loader ends the process. dlclose then
+ * unmaps nothing: the library stays mapped until the process ends. */
 static int unload_in_finaliser;
 __attribute__((destructor)) static void finaliser(void) {
     if (unload_in_finaliser) {
@@ -188,7 +188,7 @@ static int fork_loaded(void *library, int child_unloads) {
         exit(0);
     }
     wait_for_child(child);
-    /* The parent's worker lives on and is joined. */
+    /* The parent's worker is still running and is joined. */
     unload(library);
     require_gone();
     return 0;
@@ -199,7 +199,7 @@ static void fork_at_once(void) {
     fork_loaded(load(AAAUTIL_LIBRARY), 1);
 }
 
-/* The child starts anew: unloads what it inherited, loads its own. */
+/* The child unloads the inherited library and loads it again. */
 static int fork_reload(void) {
     void *const library = load_connected();
     const pid_t child = fork();
@@ -217,9 +217,9 @@ static int fork_reload(void) {
     return 0;
 }
 
-/* ---- A database that is not there at first ---- */
+/* ---- A database that appears after the load ---- */
 
-/* The provider is looked for at $AAA_SYSDB_PROVIDER; it is put there later. */
+/* The provider is created at $AAA_SYSDB_PROVIDER after the load. */
 static int database_comes_later(void) {
     const char *const path = getenv("AAA_SYSDB_PROVIDER");
     REQUIRE(path != NULL && access(path, F_OK) != 0);
@@ -297,7 +297,7 @@ int main(int argc, char **argv) {
     alarm(TIME_LIMIT_SECONDS);
     own_threads = entries("/proc/self/task");
 #if defined(__SANITIZE_THREAD__)
-    ++own_threads; /* the sanitizer's, which it starts with the first other one */
+    ++own_threads; /* the sanitizer starts a thread together with the program's first one */
 #endif
     for (size_t i = 0; i < sizeof all_rounds / sizeof all_rounds[0]; ++i) {
         if (strcmp(argv[1], all_rounds[i].name) == 0) {

@@ -1,13 +1,13 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /*
  * A module as authentication stacks load them: linked with the library, which
- * comes and goes with it.
+ * is loaded and unloaded with it.
  */
 #include "aaa/aaautil.h"
 
 __attribute__((visibility("default"))) int module_session(void);
 
-/* Makes a list, packs it, asks the database for a group that is not there. */
+/* Makes a list, packs it, and looks up a group that the database does not have. */
 int module_session(void) {
     avlist *list = NULL;
     char message[1024];

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /*
- * What the small programs of the lifecycle tests share. They end with 0 when
- * all is well; a hang is ended by the alarm.
+ * Shared by the small programs of the lifecycle tests. They exit with 0 on
+ * success; an alarm ends a hang.
  */
 #ifndef LIFECYCLE_PROGRAMS_H
 #define LIFECYCLE_PROGRAMS_H
