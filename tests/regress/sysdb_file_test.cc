@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Files of the system database in which single fields were overwritten, each
-// of which was taken for sound and then led to a hang, a crash or lost data.
+// Files of the system database with one overwritten field. Each was accepted and
+// then caused a hang, a crash or lost data.
 
 #include <gtest/gtest.h>
 
@@ -53,7 +53,7 @@ class SysdbFile : public testing::Test {
         std::memcpy(bytes_.data() + at, &number, sizeof number);
     }
 
-    // Where pages begin that have these flags and contain this text.
+    // Offsets of the pages that have these flags and contain this text.
     std::vector<std::size_t> pages(uint16_t flags, const std::string &text = "") const {
         std::vector<std::size_t> found;
         for (std::size_t at = 2 * kPage; at < bytes_.size(); at += kPage) {
@@ -64,7 +64,7 @@ class SysdbFile : public testing::Test {
         }
         return found;
     }
-    // Where the head of the newest state begins.
+    // Offset of the head of the newest state.
     std::size_t newest_head() const { return get<uint64_t>(144) > get<uint64_t>(kPage + 144) ? 0 : kPage; }
 
     void expect_sound() {
@@ -84,7 +84,7 @@ TEST_F(SysdbFile, IsSoundBeforeItIsChanged) {
     expect_sound();
 }
 
-// A listing of keys without order came back to the same directory for ever.
+// A listing of unordered keys returned to the same directory for ever.
 TEST_F(SysdbFile, KeysWithoutOrderAreRefused) {
     const auto leaves = pages(kLeaf, "/oper/fill/");
     ASSERT_FALSE(leaves.empty());
@@ -96,7 +96,7 @@ TEST_F(SysdbFile, KeysWithoutOrderAreRefused) {
     expect_refused();
 }
 
-// Deleting the value gave the file's first pages back as free.
+// Deleting the value released the file's first pages.
 TEST_F(SysdbFile, ValueOnAPageWithAnotherNumberIsRefused) {
     const auto values = pages(kOverflow, "bbbb");
     ASSERT_EQ(1u, values.size());
@@ -118,13 +118,13 @@ TEST_F(SysdbFile, TreeWithADepthAndNoRootIsRefused) {
     expect_refused();
 }
 
-// LMDB used the other head, which nobody had looked at.
+// LMDB used the other head, which was not checked.
 TEST_F(SysdbFile, TransactionNumberOfTheOtherHeadIsRefused) {
     put(newest_head() + 144, get<uint64_t>(newest_head() + 144) + 1);
     expect_refused();
 }
 
-// As many processes as do not fit on a page watch one key.
+// More processes watch one key than fit on a page.
 void add_watchers(const std::string &file, const std::string &key) {
     run_forked([&] {
         aaatest::DatabaseTable watchers(file, "watch");
@@ -137,7 +137,7 @@ void add_watchers(const std::string &file, const std::string &key) {
     });
 }
 
-// When the last of them went, the key stayed with a tree that had no root.
+// When the last watcher ended, the key kept a tree without a root.
 TEST_F(SysdbFile, WrongNumberOfValuesOfAKeyIsRefused) {
     const std::string key = "/oper/many";
     add_watchers(sandbox_.oper_file(), key);
@@ -155,8 +155,8 @@ TEST_F(SysdbFile, WrongNumberOfValuesOfAKeyIsRefused) {
     expect_refused();
 }
 
-// Room for that many pages was asked for, and the file was said to want memory.
-TEST_F(SysdbFile, LastPageBehindTheMapIsRefused) {
+// Memory for that many pages was requested, and its lack was reported instead of the damage.
+TEST_F(SysdbFile, LastPagePastTheMapIsRefused) {
     const auto map_pages = get<uint64_t>(newest_head() + 32) / kPage;
     for (const uint64_t last : {map_pages, uint64_t{1} << 39}) {
         put(newest_head() + 136, last);

@@ -12,8 +12,8 @@
 
 namespace {
 
-// When the memory was gone in the middle of a change, the transaction stayed
-// open and nobody could write any more. That is a hang, which the alarm ends.
+// When memory ran out during a change, the transaction stayed open and no one
+// could write any more. The alarm ends that hang.
 void expect_writable_after_every_failure(cerrno (*change)(sysdb_conn_t)) {
     const DatabaseSandbox sandbox;
     run_forked([change] {
@@ -42,8 +42,8 @@ TEST(SysdbMemory, ExhaustedInADeletionLeavesTheDatabaseWritable) {
         [](sysdb_conn_t conn) { return sysdb_item_delete(conn, "below/", SYSDB_DELETE_TREE); });
 }
 
-// A change that was made was reported as one that memory did not suffice for,
-// when it ran out while watchers were being told.
+// When memory ran out while watchers were notified, a stored change was reported
+// as failed.
 TEST(SysdbMemory, ExhaustedIsOnlyWhatWasNotStored) {
     const DatabaseSandbox sandbox;
     run_forked([] {

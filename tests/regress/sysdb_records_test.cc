@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Records of the system database that another process has written past the
-// provider, and what they led to.
+// Records of the system database that another process wrote past the provider,
+// and their effects.
 
 #include <gtest/gtest.h>
 
@@ -55,8 +55,8 @@ struct Watcher {
     }
 };
 
-// A watcher's name of "../../precious" had that file deleted, since nobody
-// holds a socket of that name.
+// A watcher named "../../precious" had that file deleted, because no process
+// has a socket of that name.
 TEST(SysdbRecords, WatcherNamesDoNotLeadOutOfTheirDirectory) {
     const DatabaseSandbox sandbox;
     make_database();
@@ -69,7 +69,7 @@ TEST(SysdbRecords, WatcherNamesDoNotLeadOutOfTheirDirectory) {
         put_row(sandbox.oper_file(), "watch", "/oper/f/item", name);
     }
     run_forked([] {
-        const Bound bound("/oper/f/");  // sweeps what has died
+        const Bound bound("/oper/f/");  // removes dead watchers
         ASSERT_EQ(0u, set_number(bound.handle(), "item", 2));
         const Watcher watcher(bound.handle(), "item");
         ASSERT_EQ(0u, set_number(bound.handle(), "item", 3));
@@ -79,7 +79,7 @@ TEST(SysdbRecords, WatcherNamesDoNotLeadOutOfTheirDirectory) {
     EXPECT_TRUE(fs::is_directory(sandbox.watchers()));
 }
 
-// A record with an operation of 0 behind a change hid that change.
+// A record with operation 0 after a change hid that change.
 TEST(SysdbRecords, UnknownOperationHidesNoChange) {
     const DatabaseSandbox sandbox;
     make_database();
@@ -120,7 +120,7 @@ TEST(SysdbRecords, ValueThatDoesNotFitItsTypeReachesNoCallback) {
     });
 }
 
-// The last revision there is was taken for a lack of storage.
+// The highest revision number was reported as a lack of storage.
 TEST(SysdbRecords, LogWithoutAnotherNumberIsDamage) {
     const DatabaseSandbox sandbox;
     make_database();
