@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Interface targets that every target of the tree links privately:
-#   aaa_warnings    the warning set, errors when AAA_WERROR is on
+#   aaa_warnings    the warnings, which are errors when AAA_WERROR is on
 #   aaa_instrument  sanitizers, coverage, and the hardening of optimised builds
 
 add_library(aaa_warnings INTERFACE)

@@ -17,7 +17,7 @@ macro(aaa_compile_tests)
 endmacro()
 
 # Executables only: an object library is compiled with -fPIC, and a compiler
-# refuses a precompiled header that was made with other options.
+# rejects a precompiled header that was made with other options.
 function(aaa_precompile_gtest target)
   if(NOT AAA_PRECOMPILE)
     return()
