@@ -25,7 +25,8 @@ cerrno aaa_transport_begin(aaa_transport_t *transport);
 /* Nanoseconds until the deadline, 0 when it has passed. */
 int64_t aaa_transport_remaining(int64_t deadline);
 
-/* Waits until poll() reports one of the events, an error or a hang-up: AAA_OK, AAA_ERR_TIMEOUT or AAA_ERR_OS. */
+/* Waits until poll() reports one of the events, an error or a hang-up. AAA_OK, AAA_ERR_TIMEOUT or
+ * AAA_ERR_OS. */
 cerrno aaa_transport_wait(aaa_transport_t *transport, short events, int64_t deadline);
 
 #endif /* TRANSPORT_HANDLE_H */

@@ -275,7 +275,8 @@ AAA_API cerrno aaa_transport_send(aaa_transport_t *transport, const iov_t *iov, 
  *
  * @return
  * - AAA_OK: sent
- * - AAA_ERR_INVALID_ARG: a pointer is null, or @p size is less than a packet's header; the packet keeps its list
+ * - AAA_ERR_INVALID_ARG: a pointer is null, or @p size is less than a packet's header; the packet keeps its
+ *   list
  * - AAA_ERR_NOMEM: no memory
  * - AAA_ERR_INVALID_MSG_SIZE: packet and packed list are longer than AAA_TRANSPORT_MAX, or than the socket
  *   takes (EMSGSIZE)
@@ -293,7 +294,8 @@ AAA_API cerrno aaa_transport_send_packet(aaa_transport_t *transport, void *packe
  *
  * @return
  * - AAA_OK: received
- * - AAA_ERR_INVALID_MSG_SIZE: longer than AAA_TRANSPORT_MAX (EMSGSIZE); it is discarded, and the connection stays usable
+ * - AAA_ERR_INVALID_MSG_SIZE: longer than AAA_TRANSPORT_MAX (EMSGSIZE); it is discarded, and the connection
+ *   stays usable
  * - AAA_ERR_INVALID_ARG, AAA_ERR_TIMEOUT, AAA_ERR_NOT_CONNECTED: the usual codes. An empty message counts as
  *   the end of the connection
  * - AAA_ERR_RECEIVE_RESPONSE: another reason
@@ -381,9 +383,9 @@ AAA_API cerrno aaa_transport_read_request(const aaa_transport_msg_t *msg, aaa_tr
  *
  * @param[in]  msg      the message
  * @param[in]  type     message type of the request
- * @param[out] head_out form, type, key, result, and offset of the list; on failure, the fields that are known.
- *                      The result of an authorization in session packets may be the list's configuration
- *                      action
+ * @param[out] head_out form, type, key, result, and offset of the list; on failure, the fields that are
+ *                      known. The result of an authorization in session packets may be the list's
+ *                      configuration action
  *
  * @return
  * - AAA_OK: read; the result says whether the request was processed
