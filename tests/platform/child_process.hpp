@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Runs a piece of a test in a fresh process of the same executable, for what a
-// process reads once and keeps. The test program's main() calls
+// Runs part of a test in a new process of the same executable, for settings that
+// a process reads only once. The test program's main() calls
 // run_child_body() first.
 #pragma once
 

@@ -70,8 +70,7 @@ TEST_F(Cipher, NoticesAChangeOfAnyCharacter) {
         std::string changed = sealed;
         changed[i] = changed[i] == '5' ? '6' : '5';
         EXPECT_EQ("(null)", decrypt(changed)) << i;
-        // Characters 0 and 1 name a generation that is not there, 2 and 3 an
-        // unknown form.
+        // Characters 0 and 1 name a missing generation, 2 and 3 an unknown form.
         const std::string log = g_log->take_one();
         const std::string expected = i < 2 ? "%AAA-PLATFORM-3-DECRYPT_FAILED : " + path +
                                                  ": no master key of generation " + changed.substr(0, 2) +

@@ -20,7 +20,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A connection to a peer made of socket pairs; counts what it is called for.
+// A connection to a peer made of socket pairs; counts the callbacks.
 struct Peer {
     int refusals = 0;  // how often the next attempts fail
     int own_end = -1;
@@ -136,7 +136,7 @@ TEST(EventConnection, RefusedConnectionIsTriedAgainLaterAndLater) {
         ASSERT_EQ(0, loop.step());
     }
     ASSERT_EQ(5u, peer.attempts.size());
-    // Never earlier than told; how much later is up to the machine.
+    // Never early; how late depends on the machine.
     long at_least = 100;
     for (std::size_t i = 1; i < peer.attempts.size(); ++i, at_least *= 2) {
         EXPECT_GE(milliseconds(peer.attempts[i] - peer.attempts[i - 1]), at_least) << i;
@@ -208,7 +208,7 @@ TEST(EventConnection, DescriptorWithoutDownCallbackIsClosed) {
     while (peer.refusals == 1) {
         ASSERT_EQ(0, loop.step());
     }
-    EXPECT_NE(inode, inode_of(lost));  // its number may belong to something else by now
+    EXPECT_NE(inode, inode_of(lost));  // the number may be in use again
     EXPECT_EQ(0, peer.downs);
 }
 
@@ -318,7 +318,7 @@ TEST(EventConnection, FloodedConnectionDoesNotHoldUpWakeUps) {
         return static_cast<Flood *>(self)->pipe.reading_end();
     };
     const auto handler = [](void *, void *self) -> int32_t {
-        ++static_cast<Flood *>(self)->calls;  // reads nothing: readable for ever
+        ++static_cast<Flood *>(self)->calls;  // reads nothing, so the descriptor stays readable
         return 0;
     };
     event_conn_t connection = nullptr;
@@ -365,7 +365,7 @@ TEST(EventConnection, RefusesNullsUnknownTypesAndStaleHandles) {
     EXPECT_EQ(EVENT_ERR_BAD_HANDLE, event_conn_notify(connection, 0x6000, nullptr));
     EXPECT_EQ(EVENT_ERR_BAD_HANDLE, event_conn_evm_handler(connection, 1, nullptr, nullptr));
     EXPECT_EQ(EVENT_ERR_BAD_HANDLE, event_conn_open(connection));
-    // A manager's handle is no connection's, and the other way round.
+    // The handle of a manager is not that of a connection, and vice versa.
     EXPECT_EQ(EVENT_ERR_BAD_HANDLE, event_conn_open(loop.handle()));
 }
 

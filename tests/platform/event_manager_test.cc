@@ -31,7 +31,7 @@ std::set<int> open_descriptors() {
     for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
         descriptors.insert(std::atoi(entry.path().filename().c_str()));
     }
-    // The one that read the directory is gone again.
+    // The descriptor that read the directory is closed now.
     for (auto at = descriptors.begin(); at != descriptors.end();) {
         at = fcntl(*at, F_GETFD) < 0 ? descriptors.erase(at) : std::next(at);
     }
@@ -252,7 +252,7 @@ TEST(EventManager, SignalEndsTheBlock) {
         error = errno;
         done = true;
     });
-    while (!done) {  // the first ones may come before the thread blocks
+    while (!done) {  // the first signals may arrive before the thread blocks
         pthread_kill(blocked.native_handle(), SIGUSR1);
         std::this_thread::yield();
     }

@@ -10,7 +10,7 @@ import re
 import subprocess
 import sys
 
-# Declares what a provider of the system database exports.
+# Declares the functions that a provider of the system database exports.
 NOT_THE_PLATFORMS = {"sysdb_provider.h"}
 
 # Symbols that sanitizers and coverage put into every object.

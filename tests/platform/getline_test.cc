@@ -35,8 +35,8 @@ void catch_signal(int signal) {
     sigaction(signal, &action, nullptr);
 }
 
-// Goes on firing: a machine that is busy for longer than the limit before the
-// read begins would otherwise leave the read without one.
+// The timer fires repeatedly: on a busy machine the limit may pass before the
+// read begins, which would then have no limit.
 void start_time_limit(int ms) {
     catch_signal(SIGALRM);
     const timeval limit{ms / 1000, (ms % 1000) * 1000};
@@ -47,7 +47,7 @@ void start_time_limit(int ms) {
 // "line|ok|errno" of one read.
 std::string read_with(void *handle) {
     int ok = 1;
-    errno = EINTR;  // whatever was there before must not show
+    errno = EINTR;  // the previous value must not appear in the result
     const char *line = qm_getline(handle, kPrompt, "", &ok);
     const int error = errno;
     return std::string(line != nullptr ? line : "(null)") + "|" + std::to_string(ok) + "|" +
@@ -65,7 +65,7 @@ std::string read_once() {
     return result;
 }
 
-// What one line typed at a terminal gives.
+// Result of reading one line typed at a terminal.
 std::string typed(
     const std::string &keys, const std::function<void()> &before = [] {}) {
     TerminalProcess child([&] {
@@ -77,7 +77,7 @@ std::string typed(
     return child.report();
 }
 
-// Holds a child process back until the test lets it go on.
+// Stops a child process until the test opens the gate.
 class Gate {
   public:
     Gate() { EXPECT_EQ(0, pipe2(ends_, O_CLOEXEC)); }
@@ -100,7 +100,7 @@ class Gate {
 
 const std::string kTimedOut = "(null)|1|" + std::to_string(EINTR);
 
-// Puts a pipe with the given contents in the place of standard input.
+// Replaces standard input with a pipe that has the given contents.
 void feed_stdin(const std::string &contents, bool leave_open = false) {
     int fds[2];
     ASSERT_EQ(0, pipe(fds));
@@ -123,9 +123,9 @@ std::string piped(const std::string &contents, const std::function<std::string()
     return child.report();
 }
 
-// Whether the heap holds a text as the editor keeps one; the wide text is made
-// on the stack. Asked in a process of its own, where nobody else allocates. What
-// the heap has grown by since that process began is a mapping of its own.
+// Whether the heap holds a text in the editor's form. The wide text to compare
+// is on the stack. Called in a separate process, in which nothing else allocates.
+// The part by which the heap has grown in that process is a separate mapping.
 bool heap_holds(const char *text) {
     wchar_t wide[64] = {};
     const size_t size = std::strlen(text) * sizeof *wide;
@@ -143,7 +143,7 @@ bool heap_holds(const char *text) {
     return found;
 }
 
-// A sanitizer's heap is elsewhere, and is not to be read like this.
+// A sanitizer's heap is elsewhere and cannot be read in this way.
 bool heap_can_be_read() {
     const auto sample = std::make_unique<std::wstring>(L"found whatever happens");
     return heap_holds("found whatever happens");
@@ -311,7 +311,7 @@ TEST(Getline, TimeLimitEndsAReadWithTextTyped) {
         start_time_limit(100);
         return read_once();
     });
-    child.type("ali");  // is in the terminal before the limit begins
+    child.type("ali");  // in the terminal before the limit begins
     typed.open();
     EXPECT_EQ(kTimedOut, child.report());
     EXPECT_EQ(child.settings_at_start().c_lflag, child.settings().c_lflag);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The real library on the real platform: what its load hook registers here,
-// and that nothing here keeps it from being unloaded.
+// The real library on the real platform: the platform gets the registrations of
+// the load hook, and does not prevent unloading.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -72,7 +72,7 @@ TEST(Library, TracesItsUnloadAndIsQuietAfterwards) {
 
 namespace {
 
-// What one addition and one lookup trace.
+// The traces of additions and lookups.
 std::string trace_of_a_list(void *library) {
     const auto create =
         reinterpret_cast<decltype(&aaa_avpair_create_list)>(dlsym(library, "aaa_avpair_create_list"));
@@ -120,7 +120,7 @@ TEST(Library, TracesListsWhileTheirFlagIsOn) {
     ASSERT_EQ(0, dlclose(handle));
 }
 
-// Flags are switched by an operator while other threads are at work on lists.
+// An operator switches flags while other threads work on lists.
 TEST(Library, MayBeToldToTraceWhileListsAreUsed) {
     void *handle = dlopen(AAAUTIL_PATH, RTLD_LAZY | RTLD_LOCAL);
     ASSERT_NE(nullptr, handle) << dlerror();

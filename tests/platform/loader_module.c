@@ -1,8 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0
  *
- * A library in small: its load and unload hooks use the platform as the real
- * one does. What it does at unload, and whom it tells, is up to the test that
- * loads it. */
+ * A small library: its load and unload hooks use the platform like those of the
+ * real one. The test that loads it sets what it does at unload and reports. */
 
 #include <pthread.h>
 #include <stddef.h>
@@ -16,7 +15,7 @@
 
 #define EXPORTED __attribute__((visibility("default")))
 
-/* Set by the test after loading; where the module tells what has happened. */
+/* Set by the test after loading; the code is the result of the bind at unload. */
 EXPORTED void (*module_unloading)(int in_dlclose);
 EXPORTED cerrno module_bind_code = 0xffffffffu;
 EXPORTED int module_bind_at_unload;
@@ -59,7 +58,7 @@ __attribute__((destructor)) static void unload(void) {
     const int in_dlclose = __in_dlclose();
     if (in_dlclose != 0) {
         if (module_bind_at_unload) {
-            /* What a worker may be in the middle of: it is joined under the loader's lock. */
+            /* A worker may be binding while the loader's lock is held and it is joined. */
             pthread_t binder;
             pthread_create(&binder, NULL, bind_something, NULL);
             pthread_join(binder, NULL);

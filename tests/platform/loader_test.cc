@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the platform does for libraries that come and go. The library itself
-// is tested on it elsewhere; here a small module stands in for one.
+// The platform's support for loading and unloading libraries, tested with a small
+// module. library_test.cc tests the real library.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -29,7 +29,7 @@ std::size_t descriptors() {
     return count;
 }
 
-int told;  // what the module said when it was unloaded; -1 before
+int told;  // the module's report at unload; -1 before
 
 void *load_module() {
     void *object = dlopen(LOADER_MODULE, RTLD_NOW);
@@ -67,7 +67,7 @@ TEST(Loader, ExitIsTold) {
 
 TEST(Loader, PreloadedObjectIsNeverUnloaded) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "a sanitizer must come before whatever is preloaded";
+    GTEST_SKIP() << "a sanitizer's library must be loaded before preloaded ones";
 #endif
     const std::string command =
         std::string("LOADER_MODULE_REPORT=1 LD_PRELOAD='") + LOADER_MODULE + "' /bin/true";
@@ -85,7 +85,7 @@ TEST(Loader, ProgramItselfIsNotUnloading) {
     });
 }
 
-// The C library makes the call here, for one that the program needs.
+// The C library calls the function here, as for a library that the program needs.
 TEST(Loader, LibraryThatTheProgramNeedsIsNotUnloading) {
     run_forked([] {
         static pthread_once_t once = PTHREAD_ONCE_INIT;
@@ -106,7 +106,7 @@ TEST(Loader, EventManagersOfUnloadedLibrariesAreReleased) {
             ASSERT_EQ(with_one, descriptors()) << i;
             ASSERT_EQ(0, dlclose(object));
         }
-        // Those of others are not touched.
+        // Event managers of other objects are unaffected.
         const int32_t code = event_async_attach(own.handle(), 128, nullptr, nullptr);
         ASSERT_EQ(0, event_send_async(own.handle(), code, 0));
         EXPECT_EQ(0, own.step());

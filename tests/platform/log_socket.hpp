@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Stands in for the receiving end of a log: a datagram socket, whose messages
-// the test takes out. A message is there as soon as the call that logged it
-// has returned; at most ten wait at a time.
+// The receiving end of a log: a datagram socket from which the test takes the
+// messages. A message is available once the call that logged it has returned; at
+// most ten wait at a time.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ class LogSocket {
 
     [[nodiscard]] const std::string &path() const { return path_; }
 
-    // All messages that wait, as they came.
+    // All waiting messages, unchanged.
     std::vector<std::string> take() {
         std::vector<std::string> out;
         std::vector<char> buffer(65536);
@@ -67,7 +67,7 @@ class CapturedLog {
     }
     std::vector<std::string> take() { return socket_.take_texts(); }
 
-    // The only message that waits, or what is wrong.
+    // The only waiting message, or a text that says why there is not exactly one.
     std::string take_one() {
         const std::vector<std::string> all = take();
         return all.size() == 1 ? all[0] : std::to_string(all.size()).append(" messages");

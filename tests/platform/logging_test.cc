@@ -210,14 +210,14 @@ TEST_F(Limit, OfZeroSecondsHoldsNothingBack) {
 TEST_F(Limit, WritesOnlyItsOwnState) {
     struct {
         kel_msg_limit_t limit;
-        uint8_t behind[8];
+        uint8_t after[8];
     } block{{60, {}}, {1, 2, 3, 4, 5, 6, 7, 8}};
     const kel_msg_rec_t record = make_record("%s", "M", 3, &block.limit);
     kel_errmsg(&record, 3, "x");
     kel_errmsg(&record, 3, "x");
     EXPECT_EQ(60u, block.limit.period);
     for (int i = 0; i < 8; ++i) {
-        EXPECT_EQ(i + 1, block.behind[i]);
+        EXPECT_EQ(i + 1, block.after[i]);
     }
 }
 

@@ -88,7 +88,7 @@ struct Tracing : testing::Test {
 using Flags = Tracing;
 using Lines = Tracing;
 
-// Mask after a start with AAA_DEBUG set so.
+// Mask after a start with that value of AAA_DEBUG.
 uint32_t mask_of(const std::string &setting) {
     const ChildResult child = run_child("mask", {"AAA_DEBUG=" + setting, "AAA_LOG=none"});
     return static_cast<uint32_t>(std::stoul(child.out));
@@ -126,7 +126,7 @@ const ChildBodies kBodies = {
 
 }  // namespace
 
-// Found by aaa_debug_init() as the library's would be.
+// aaa_debug_init() finds it as it would find the library's.
 extern "C" const kel_msg_rec_t *kel_msg_rec_aaa_invalid_debug_flag_getfn(void) {
     return &kLibraryRecord;
 }
@@ -313,7 +313,7 @@ TEST_F(Lines, EndInDotsWhenCut) {
     EXPECT_EQ("a...", lines[0].text.substr(4091));
 }
 
-// The library's alarm handler traces while a read looks at errno.
+// The library's alarm handler traces before the interrupted read's errno is tested.
 TEST_F(Lines, KeepErrno) {
     aaa_platform_debug_set_areas("5");
     traced([] {

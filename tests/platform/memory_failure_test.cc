@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Exhausted memory: the first allocation of a call fails, then the second, and
-// so on. Each time the call must say so, leave its outputs alone, and leak
-// nothing (the leak sanitizer looks).
+// so on. Each time the call must return the code, leave its outputs alone, and
+// leak nothing (the leak sanitizer checks).
 
 #include <gtest/gtest.h>
 
@@ -53,7 +53,7 @@ TEST(MemoryFailure, OfARegistrationKeepsTheOldTexts) {
         const cerrno rc = fail.run([&] { return cerr_register_dll(kFacility, "test"); });
         EXPECT_EQ(rc == 0 ? g_rows[1].text : before, cerr_strerror(kFirst));
         if (rc != 0) {
-            // Which of the two depends on whether the loader or the copy failed.
+            // The code depends on whether the loader or the copy failed.
             EXPECT_TRUE(rc == kNoMemory || rc == kNoTable) << std::hex << rc;
             EXPECT_TRUE(fail.fired());
             ++failures;

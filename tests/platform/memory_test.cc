@@ -41,7 +41,7 @@ using Queue = ThreeRecords;
 
 }  // namespace
 
-// Under a sanitizer too, an allocation that cannot be made is a null.
+// A failed allocation gives null under a sanitizer too.
 extern "C" const char *__asan_default_options(void);
 extern "C" const char *__asan_default_options(void) {
     return "allocator_may_return_null=1";

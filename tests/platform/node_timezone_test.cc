@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The time zone's name, from files that the test puts in the place of the system's.
+// The time zone's name, from files that the test uses instead of the system's.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Files and directories that were opened and not closed again.
+// Files and directories that are still open.
 #pragma once
 
 #include <filesystem>
 #include <string>
 #include <system_error>
 
-// Whether a descriptor of this process leads to the file or directory, or to
-// one that stood in its place and is deleted.
+// Whether this process has a descriptor of the file or directory, or of a
+// deleted one at the same path.
 inline bool is_open(const std::string &path) {
     namespace fs = std::filesystem;
     std::error_code ignored;

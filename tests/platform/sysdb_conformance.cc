@@ -24,7 +24,7 @@ class Prepared : public ::testing::Environment {
 };
 const auto *const g_prepared = ::testing::AddGlobalTestEnvironment(new Prepared);
 
-// Every test works in a directory of its own, in each of the trees.
+// Every test has its own directory, and runs in each of the trees.
 class Sysdb : public ::testing::TestWithParam<const char *> {
   protected:
     Sysdb() : base_(unique_base()), bound_(base_) { EXPECT_EQ(0u, bound_.code()); }
@@ -42,7 +42,7 @@ class Sysdb : public ::testing::TestWithParam<const char *> {
     Bound bound_;
 };
 
-// The trees differ in how long they keep things, and in nothing else.
+// The trees differ only in how long they keep items.
 INSTANTIATE_TEST_SUITE_P(Trees, Sysdb, ::testing::Values("/cfg/", "/oper/"),
                          [](const auto &tree) { return std::string(tree.index == 0 ? "cfg" : "oper"); });
 
@@ -511,7 +511,7 @@ TEST_P(Sysdb, ThreadsReadWhileOthersWrite) {
     for (int reader = 0; reader < 3; ++reader) {
         threads.emplace_back([&] {
             while (!done) {
-                // b is written after a: what is read of b first is never newer than what is read of a then.
+                // b is written after a and read before a: its value is never newer than a's.
                 const int64_t b = get_number(conn(), "pair/b");
                 const int64_t a = get_number(conn(), "pair/a");
                 EXPECT_GE(b, 0);

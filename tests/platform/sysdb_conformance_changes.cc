@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Several changes as one: the part of the conformance tests that is about
-// sysdb_apply(). A provider that does not offer it passes with that one code.
+// Several changes in one call: the conformance tests of sysdb_apply(). A provider
+// without it passes if every call returns the code for that.
 
 #include <gtest/gtest.h>
 
@@ -182,7 +182,7 @@ TEST_P(SysdbChanges, DirectoriesMadeByHand) {
     EXPECT_EQ("", items());
 }
 
-// ---- what watchers get
+// ---- notifications of watchers
 
 struct Watcher {
     Names calls;
@@ -209,8 +209,8 @@ TEST_P(SysdbChanges, NotifyOfDifferencesAlone) {
     EXPECT_EQ(0u, sysdb_notification_unregister(conn(), watcher.notification));
 }
 
-// Two writers that each move a number from one item to the other: what one expects the other may have
-// changed.
+// Two writers that each move a number from one item to the other. Each may have changed the value that
+// the other expects.
 TEST_P(SysdbChanges, ExpectationsHoldBetweenThreads) {
     ASSERT_EQ("0", apply({set("count", 0)}));
     constexpr uint32_t kRounds = 200;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Notifications: the part of the conformance tests that is about changes.
+// Notifications: the conformance tests of watching changes.
 
 #include <gtest/gtest.h>
 
@@ -213,7 +213,7 @@ TEST_P(SysdbNotify, TreesAreWokenThroughEachOther) {
     ASSERT_EQ(0u, there.watch(other.handle(), "a"));
     ASSERT_EQ(0u, set_number(other.handle(), "a", 1));
     ASSERT_TRUE(wait_readable(channel_of(other.handle()), kPatience));
-    expect_quiet(here);  // of a provider with one wake-up for both trees this takes it
+    expect_quiet(here);  // takes the wake-up of a provider that has one for both trees
     EXPECT_TRUE(wait_readable(channel_of(other.handle()), kPatience));
     EXPECT_EQ(0u, sysdb_dispatch(other.handle()));
     EXPECT_EQ(Texts{"create a=1"}, there.take());
@@ -226,7 +226,7 @@ TEST_P(SysdbNotify, ChannelIsQuietAfterDispatch) {
     const int channel = channel_of(conn());
     ASSERT_EQ(0u, set_number(writer(), "a", 1));
     EXPECT_EQ(Texts{"create a=1"}, dispatched(watcher));
-    // A provider may look by itself now and then, so not even one look later.
+    // A provider may also wake up by itself at intervals: one more round is allowed.
     for (int i = 0; i < 2 && wait_readable(channel, 0); ++i) {
         expect_quiet(watcher);
     }
@@ -333,7 +333,7 @@ TEST_P(SysdbNotify, CallbackMayRegisterAndChangeAndDispatch) {
     ASSERT_EQ(0u, reentrant.watch("a"));
     ASSERT_EQ(0u, set_number(writer(), "a", 1));
     ASSERT_EQ(0u, sysdb_dispatch(conn()));
-    // The inner dispatch is done by the outer one, after the callback.
+    // The outer dispatch does the work of the inner one, after the callback.
     EXPECT_EQ(Texts{"create b=1"}, inner.take());
     EXPECT_EQ(1, reentrant.calls);
     EXPECT_EQ(0u, sysdb_notification_unregister(conn(), inner.notification));

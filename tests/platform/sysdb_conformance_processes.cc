@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Several processes on one database: the part of the conformance tests for
-// providers whose processes share their contents. A database in the memory of
-// one process, such as the test kit's, has nothing that another one could see.
+// providers whose processes share their contents. The database of the test
+// kit, for example, is in the memory of one process, and others cannot read it.
 
 #include <gtest/gtest.h>
 
@@ -61,7 +61,7 @@ TEST_P(SysdbProcesses, ChildInheritsNoNotificationsAndMayHaveItsOwn) {
 }
 
 TEST_P(SysdbProcesses, NothingIsLostBetweenReadAndWatch) {
-    // Another process counts up without a pause; whoever registers and then reads must get to the last value.
+    // Another process counts up without a pause; a process that registers and then reads gets the last value.
     constexpr uint32_t kLast = 500;
     for (int round = 0; round < 5; ++round) {
         ASSERT_EQ(0u, set_number(writer(), "counter", 0));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the conformance tests of notifications share.
+// Shared by the conformance tests of notifications.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@
 using Texts = std::vector<std::string>;
 
 constexpr uint32_t kAll = SYSDB_EVENT_SET | SYSDB_EVENT_DELETE;
-constexpr int kPatience = 20000;  // milliseconds; reached only when something is lost
+constexpr int kPatience = 20000;  // milliseconds; reached only when a notification is lost
 
 inline std::string operation_name(uint32_t operation) {
     switch (operation) {
@@ -48,7 +48,7 @@ inline std::string describe(const sysdb_notification_t &change) {
     return text + "=" + std::to_string(number);
 }
 
-// Collects what it is called with.
+// Collects the notifications of its calls.
 struct Watcher {
     Texts calls;
     std::vector<uint64_t> revisions;
@@ -72,7 +72,7 @@ struct Watcher {
     }
 };
 
-// A connection that is watched and one that writes, in a directory of the test's own.
+// A connection that watches and one that writes, in the test's own directory.
 class SysdbWatching : public ::testing::TestWithParam<const char *> {
   protected:
     SysdbWatching() : base_(unique_base()), bound_(base_), writer_(base_) {}
@@ -86,7 +86,7 @@ class SysdbWatching : public ::testing::TestWithParam<const char *> {
     sysdb_conn_t writer() const { return writer_.handle(); }
     const std::string &base() const { return base_; }
 
-    // What is called back for the changes made so far.
+    // The notifications of the changes made so far.
     Texts dispatched(Watcher &watcher) {
         EXPECT_TRUE(wait_readable(channel_of(conn()), kPatience));
         EXPECT_EQ(0u, sysdb_dispatch(conn()));

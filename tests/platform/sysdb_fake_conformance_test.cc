@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The test kit's database passes the tests that all providers must pass, but
-// for those about several processes.
+// The test kit's database passes the tests that all providers must pass, except
+// those with several processes.
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 
 void prepare_database() {
     testkit_reset();
-    // The tests use stale handles on purpose: here their code is what counts.
+    // The tests use stale handles on purpose and check the code only.
     testkit_on_misuse([](const char *, void *) {}, nullptr);
 }
 

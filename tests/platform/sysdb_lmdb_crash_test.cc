@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A writer is killed at any moment, again and again, while readers look: what
-// was acknowledged is there afterwards, and no view is ever inconsistent.
+// A writer is repeatedly killed at random moments while readers read: acknowledged
+// values are stored afterwards, and no view is ever inconsistent.
 // AAA_SYSDB_KILLS sets the number of kills.
 
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@
 
 namespace {
 
-// What the processes tell each other; lives through the death of any of them.
+// State shared by the processes; it survives the death of any of them.
 struct Shared {
     std::atomic<uint32_t> acknowledged{0};
     std::atomic<uint32_t> views{0};
@@ -39,8 +39,8 @@ class SharedMemory {
     Shared *shared_;
 };
 
-// Counts up: "count" and a ring of items that each hold the number written
-// last into their place. A view is a listing: one transaction.
+// Counts up "count" and a ring of items, each of which holds the number last
+// written to it. A view is a listing: one transaction.
 constexpr uint32_t kRing = 16;
 
 void write_until_killed(const std::string &tree, const SharedMemory &shared) {
@@ -60,8 +60,8 @@ void write_until_killed(const std::string &tree, const SharedMemory &shared) {
     }
 }
 
-// Place n of the ring holds the newest number of its residue: never older than
-// what was acknowledged before the look, and never ahead by more than one.
+// Item n of the ring holds the newest number with that remainder: never older than
+// the number acknowledged before, and never more than one ahead.
 void look(sysdb_conn_t conn, const SharedMemory &shared) {
     const uint32_t acknowledged = shared->acknowledged;
     const int64_t count = get_number(conn, "count");
@@ -110,19 +110,19 @@ TEST_P(SysdbCrash, KilledWriterLosesNothingAcknowledged) {
     for (unsigned i = 0; i < kills; ++i) {
         const uint32_t before = shared->acknowledged;
         ForkedProcess writer([&] { write_until_killed(tree, shared); });
-        // Half of them are killed at any moment of their start too, the others while they write.
+        // Half of the writers may be killed while they start, the others only while they write.
         while (i % 2 == 0 && shared->acknowledged == before && shared->faults == 0) {
             sched_yield();
         }
         usleep(moment(random));
         writer.kill_now();
-        if (i % 8 == 7) {  // readers die as well, in the middle of a view
+        if (i % 8 == 7) {  // readers are killed too, during a view
             readers[i / 8 % 2].kill_now();
             readers[i / 8 % 2] = start_reader();
         }
     }
     const uint32_t views = shared->views;
-    while (shared->views == views && shared->faults == 0) {  // what is there now is looked at
+    while (shared->views == views && shared->faults == 0) {  // one more view after the last kill
         sched_yield();
     }
     shared->stop = true;
@@ -131,7 +131,7 @@ TEST_P(SysdbCrash, KilledWriterLosesNothingAcknowledged) {
     }
     EXPECT_EQ(0u, shared->faults);
     EXPECT_GE(shared->acknowledged, kills / 2);
-    // After all that the file is sound, and everything is in it.
+    // Afterwards the file is sound and complete.
     run_forked([&] {
         const Bound bound(tree + "crash/");
         ASSERT_EQ(0u, bound.code());
@@ -141,7 +141,7 @@ TEST_P(SysdbCrash, KilledWriterLosesNothingAcknowledged) {
     });
 }
 
-// A directory is deleted in one transaction, so nobody ever finds a part of it.
+// A directory is deleted in one transaction, so no one ever reads a part of it.
 TEST_P(SysdbCrash, KilledDeletionOfADirectoryLeavesAllOrNothing) {
     const DatabaseSandbox sandbox;
     const std::string tree = GetParam();
@@ -174,7 +174,7 @@ TEST_P(SysdbCrash, KilledDeletionOfADirectoryLeavesAllOrNothing) {
     }
 }
 
-// Changes of one call are seen all or not at all, by those who look meanwhile too.
+// Readers, concurrent ones too, read all changes of one call or none.
 TEST_P(SysdbCrash, KilledApplyLeavesAllOrNothing) {
     const DatabaseSandbox sandbox;
     const std::string tree = GetParam();

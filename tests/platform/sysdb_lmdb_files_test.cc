@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The embedded provider and its files: places, permissions, damage, lack of
-// room. Every test runs the provider in a process of its own.
+// room. Every test runs the provider in a separate process.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -143,7 +143,7 @@ TEST(SysdbFiles, DirectoryThatCannotBeMadeIsReportedAndTriedAgain) {
     });
     EXPECT_HAS(log, blocked + " cannot be made");
     EXPECT_HAS(log, "AAA_SYSDB_RUN_DIR");
-    // Said once, not at every call.
+    // Reported once, not at every call.
     EXPECT_EQ(log.find("cannot be made"), log.rfind("cannot be made"));
 }
 
@@ -185,7 +185,7 @@ TEST(SysdbFiles, ReaderOfTheGroupMayReadWithoutWritePermission) {
         EXPECT_EQ(SYSDB_ERR_READ_ONLY, sysdb_item_delete(bound.handle(), "0x0/item", 0));
     });
     EXPECT_EQ(0, reader.wait());
-    // A reader is no obstacle to writers, also after its end.
+    // A reader does not block writers, also after its end.
     run_forked([] { fill("/cfg/", 3); });
 }
 
@@ -196,7 +196,7 @@ TEST(SysdbFiles, MembersOfTheGroupMayUseWhatOthersHaveMade) {
     const DatabaseSandbox sandbox;
     ASSERT_EQ(0, chmod(sandbox.root().c_str(), 0755));
     for (const char *directory : {"/cfg", "/run"}) {
-        // As a package makes them.
+        // As a package creates them.
         const std::string path = sandbox.root() + directory;
         ASSERT_TRUE(fs::create_directory(path));
         ASSERT_EQ(0, chown(path.c_str(), 0, kNobody));
@@ -301,7 +301,7 @@ class SysdbDamage : public ::testing::TestWithParam<const char *> {
         EXPECT_HAS(log, file());
         EXPECT_HAS(log, why);
         EXPECT_TRUE(before == contents(file()));
-        // With the file gone, as the log says, there is an empty database again.
+        // Once the file is deleted, as the log advises, an empty database is created.
         fs::remove(file());
         fs::remove(file() + "-lock");
         run_forked([&tree] {
@@ -365,7 +365,7 @@ TEST_P(SysdbDamage, OverwrittenPages) {
     expect_refused("damaged");
 }
 
-// Uses a database as far as it lets itself be used; 2 when it is refused.
+// Uses a database as far as possible. Exit status 2 when it is refused.
 void use_and_exit(const std::string &tree) {
     if (freopen("/dev/null", "w", stderr) == nullptr) {
         _exit(3);
@@ -380,8 +380,8 @@ void use_and_exit(const std::string &tree) {
     _exit(0);
 }
 
-// Any single byte of the file's structure may be wrong: a code or a working
-// database comes of it, never the end of the process.
+// Any single byte of the file's structure may be wrong. The result is a code or a
+// working database, never the end of the process.
 TEST_P(SysdbDamage, EveryDamagedByteOfEveryPageHead) {
     const std::string tree = GetParam();
     run_forked([&tree] { fill(tree, 60); });
@@ -504,12 +504,12 @@ TEST(SysdbFiles, FullDatabaseCanBeReadAndEmptied) {
         EXPECT_GT(stored, 200u);
         EXPECT_EQ(value, get_text(bound.handle(), "full/0"));
         EXPECT_EQ(stored, names_in(bound.handle(), "full/").size());
-        // One by one, which writes more than it frees at first.
+        // One by one: the first deletions write more than they free.
         for (uint32_t i = 0; i < stored; ++i) {
             ASSERT_EQ(0u, sysdb_item_delete(bound.handle(), ("full/" + std::to_string(i)).c_str(), 0)) << i;
         }
         EXPECT_EQ(0u, set_text(bound.handle(), "again", value));
-        // And all at once.
+        // All at once.
         for (uint32_t i = 0; set_text(bound.handle(), "full/" + std::to_string(i), value) == 0; ++i) {
         }
         EXPECT_EQ(0u, sysdb_item_delete(bound.handle(), "full/", SYSDB_DELETE_TREE));
@@ -524,7 +524,7 @@ TEST(SysdbFiles, ManyChangesFitIntoASmallDatabase) {
     run_forked([] {
         setenv("AAA_SYSDB_MAP_MIB", "1", 1);
         const Bound bound("/oper/");
-        for (uint32_t i = 1; i <= 5000; ++i) {  // the change log must not eat it up
+        for (uint32_t i = 1; i <= 5000; ++i) {  // the change log must not fill the database
             ASSERT_EQ(0u, set_number(bound.handle(), "counter", i)) << i;
         }
     });
@@ -592,7 +592,7 @@ TEST(SysdbFiles, PlacesOfDeadReadersAreFreed) {
         const Bound bound("/cfg/");
         ASSERT_EQ(0u, set_number(bound.handle(), "counter", 0));
         for (int i = 0; i < 20; ++i) {
-            // Dies in the middle of a read transaction, which pins every page of its view.
+            // Dies during a read transaction, which pins every page of its view.
             ForkedProcess reader([&sandbox] {
                 MDB_env *env = nullptr;
                 MDB_txn *txn = nullptr;

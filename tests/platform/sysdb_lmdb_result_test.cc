@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Results of the database's steps: which kind an int becomes, and which code
-// of the interface each of them gives.
+// Results of the database's steps: the kind of each int, and the interface's code
+// for it.
 
 #include "platform/sysdb/lmdb/result.hpp"
 
@@ -94,7 +94,7 @@ TEST(LmdbResult, NotFoundMayBeSuccess) {
     EXPECT_FALSE(Result::of_errno(ENOENT).ok_if_not_found().is_ok());
 }
 
-// Aborts the transaction, so it is not ok; the call succeeds all the same.
+// Aborts the transaction, so it is not ok; the call still succeeds.
 TEST(LmdbResult, UnchangedAbortsAndSucceeds) {
     EXPECT_FALSE(Result::unchanged().is_ok());
     EXPECT_TRUE(Result::unchanged().ok_if_unchanged().is_ok());

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// How the embedded provider's notifications stand up to dead watchers, lost
-// wake-ups, emptied directories and bursts. Every test has processes and a
-// database of its own.
+// The embedded provider's notifications with dead watchers, lost wake-ups,
+// emptied directories and bursts. Every test has its own processes and database.
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -24,7 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kPatience = 20000;  // milliseconds; reached only when something is lost
+constexpr int kPatience = 20000;  // milliseconds; reached only when a notification is lost
 
 // Remembers the newest value of every path.
 struct Latest {
@@ -52,7 +51,7 @@ struct Latest {
     int64_t last() const { return calls.empty() ? -2 : calls.back().second; }
 };
 
-// Dispatches until the watched item has the value; false when that never comes.
+// Dispatches until the watched item has the value; false when it never has.
 bool reaches(sysdb_conn_t conn, const Latest &latest, int64_t value) {
     while (latest.last() != value) {
         if (!wait_readable(channel_of(conn), kPatience)) {
@@ -77,7 +76,7 @@ std::size_t watch_rows(const DatabaseSandbox &sandbox) {
     return aaatest::DatabaseTable(sandbox.oper_file(), "watch", MDB_RDONLY).rows();
 }
 
-// A process that watches, says so, and then sleeps until it is killed.
+// A process that watches, reports that, and then sleeps until it is killed.
 ForkedProcess start_watcher(const std::string &tree, Pipe &ready) {
     return ForkedProcess([&tree, &ready] {
         const Bound bound(tree);
@@ -128,12 +127,12 @@ TEST(SysdbWatch, KilledWatchersAreCleanedUpByTheNextChange) {
         EXPECT_EQ(7u, sockets(sandbox).size());
         EXPECT_EQ(14u, watch_rows(sandbox));
     }
-    // The rest died too, and nobody changes what they watched: found when somebody else begins to watch.
+    // The others died too, and no one changes their items: the next new watcher removes them.
     run_forked([&sandbox] {
         const Bound bound("/cfg/");
         Latest latest;
         EXPECT_EQ(0u, latest.watch(bound.handle(), "elsewhere"));
-        EXPECT_FALSE(is_open(sandbox.watchers())) << "the search for them is still open";
+        EXPECT_FALSE(is_open(sandbox.watchers())) << "the directory of watchers is still open";
     });
     EXPECT_LE(watch_rows(sandbox), 1u);
     EXPECT_LE(sockets(sandbox).size(), 1u);
@@ -184,7 +183,7 @@ TEST(SysdbWatch, BurstLosesNoFinalValue) {
             ASSERT_EQ(0u, own.watch(bound.handle(), item));
             ASSERT_EQ(0u, all.watch(bound.handle(), ""));
             ready.put();
-            // Every item's last value is "changes"; the last one of all is that of the last item.
+            // Every item's last value is "changes"; the very last change is that of the last item.
             std::set<std::string> finished;
             while (finished.size() < kItems) {
                 ASSERT_TRUE(wait_readable(channel_of(bound.handle()), kPatience)) << finished.size();
@@ -271,7 +270,7 @@ TEST(SysdbWatch, EmptiedRunDirectoryIsJoinedAgain) {
         ASSERT_EQ(0u, state.watch(oper.handle(), ""));
         const std::set<std::string> before = sockets(sandbox);
         fs::remove_all(sandbox.root() + "/run");
-        // Configuration is not lost by that, and its watchers go on.
+        // Configuration is kept, and its watchers go on.
         const auto writer = [](const char *tree, uint32_t value) {
             return ForkedProcess([tree, value] {
                 const Bound own(tree);
@@ -284,7 +283,7 @@ TEST(SysdbWatch, EmptiedRunDirectoryIsJoinedAgain) {
             ASSERT_TRUE(wait_readable(channel_of(cfg.handle()), kPatience));
             ASSERT_EQ(0u, sysdb_dispatch(cfg.handle()));
         }
-        // The operational tree begins anew: "look at everything again", then changes as before.
+        // The operational tree starts empty: watchers must read everything again, then get changes as before.
         while (state.resyncs == 0) {
             ASSERT_TRUE(wait_readable(channel_of(oper.handle()), kPatience));
             ASSERT_EQ(0u, sysdb_dispatch(oper.handle()));

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Finding the provider: absent, unfit, appearing later, asked for by many
-// threads at once, and while the library that asks is being unloaded. A process
-// looks for the provider's place once, so every test has a process of its own.
+// Finding the provider: absent, unfit, appearing later, used by many threads at
+// once, and while the library that uses it is being unloaded. A process looks up
+// the provider's path only once, so every test has its own process.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -43,7 +43,7 @@ class SysdbLoader : public ::testing::Test {
     }
     const std::string &place() const { return place_; }
 
-    // As a package does it: under another name first, then renamed.
+    // As a package does: written under another name, then renamed.
     void install(const std::string &from) const {
         fs::copy_file(from, place_ + ".new", fs::copy_options::overwrite_existing);
         fs::rename(place_ + ".new", place_);
@@ -72,7 +72,7 @@ TEST_F(SysdbLoader, AbsentProviderIsACodeAndCostsNoThread) {
         }
         EXPECT_EQ(before, threads_now());
     });
-    EXPECT_EQ("", log);  // to have no database is a way to be
+    EXPECT_EQ("", log);  // running without a database is allowed
 }
 
 TEST_F(SysdbLoader, EveryCallSaysThatItIsAbsent) {
@@ -116,7 +116,7 @@ TEST_F(SysdbLoader, ProviderThatAppearsLaterIsUsed) {
         install(real_provider());
         EXPECT_EQ(0u, _sysdb_bind(&conn, "/cfg/", 0));
         EXPECT_EQ(0u, set_number(conn, "a", 1));
-        // What is loaded stays, whatever happens to the file.
+        // A loaded provider stays loaded even if its file is deleted.
         fs::remove(place());
         EXPECT_EQ(1, get_number(conn, "a"));
         EXPECT_EQ(0u, _sysdb_bind(&conn, "/cfg/", 0));
@@ -212,8 +212,8 @@ struct Module {
 cerrno bind_code_at_unload;
 
 TEST_F(SysdbLoader, BindDuringAnUnloadDoesNotWaitForTheLoader) {
-    // The thread that unloads holds the loader's lock and joins the one that binds. Whether the provider can
-    // be loaded in that time or not, the join must end; the provider then serves the next load.
+    // The thread that unloads holds the loader's lock and joins the one that binds. The join must end
+    // even though the provider cannot be loaded meanwhile; the provider is loaded afterwards.
     run([this] {
         Module module;
         ASSERT_NE(nullptr, module.object) << dlerror();
@@ -227,7 +227,7 @@ TEST_F(SysdbLoader, BindDuringAnUnloadDoesNotWaitForTheLoader) {
         };
         ASSERT_EQ(0, dlclose(module.object));
         EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, bind_code_at_unload);
-        // Also for others, after the unload, and without another load.
+        // Other libraries get the provider after the unload, without another load.
         while (Bound("/cfg/").code() != 0) {
             usleep(1000);
         }

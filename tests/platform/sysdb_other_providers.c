@@ -4,8 +4,8 @@
  *   OTHER_ABI      a table of another interface version
  *   SHORT_TABLE    a table that lacks members
  *   FIRST_TABLE    a table without the members that were added later
- *   NO_TABLE       a provider that does not speak this version
- *   NO_ENTRY       an object that is no provider
+ *   NO_TABLE       a provider that does not support this version
+ *   NO_ENTRY       an object that is not a provider
  *   LOSES          a provider that loses every connection at its first event */
 
 #include <stddef.h>

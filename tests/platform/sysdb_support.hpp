@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the tests of the system database share: databases of their own, items
-// in short words, processes that can be killed.
+// Shared by the tests of the system database: databases for one test, short
+// calls to access items, processes that can be killed.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -65,12 +65,12 @@ std::vector<std::string> names_in(sysdb_conn_t conn, const std::string &path,
                                   const std::string &pattern = "");
 std::string last_in(sysdb_conn_t conn, const std::string &path);
 
-// Whether the connection's channel is readable, waiting for it if need be.
+// Waits until the connection's channel is readable; false after the time.
 bool wait_readable(int channel, int milliseconds);
 int channel_of(sysdb_conn_t conn);
 
-// Runs a body in a process of its own, whose failed expectations count here.
-// Returns what it wrote to standard error.
+// Runs a body in a separate process; its failed expectations fail the test.
+// Returns its standard error.
 std::string run_forked(const std::function<void()> &body);
 
 // A process that runs until its body ends or it is killed.
@@ -85,7 +85,7 @@ class ForkedProcess {
     }
 
     pid_t pid() const { return pid_; }
-    // kill -9, and waits.
+    // Sends SIGKILL and waits.
     void kill_now();
     // Exit status of a process that ended by itself; -1 when a signal ended it.
     int wait();

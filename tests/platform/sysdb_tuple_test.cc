@@ -143,14 +143,14 @@ TEST(SysdbTuple, EveryTruncationIsFound) {
     const Bytes whole = packed(kList, 10, 0, 0, 0, "GRP1", "", "", "last");
     ASSERT_EQ(0u, sysdb_tuple_check(whole.data(), static_cast<uint32_t>(whole.size())));
     for (uint32_t length = 0; length < whole.size(); ++length) {
-        // In a block of exactly that size, so that reading on is noticed.
+        // In a block of exactly that size, so that a sanitizer detects reading past it.
         const std::unique_ptr<unsigned char[]> cut(new unsigned char[length]);
         std::copy_n(whole.begin(), length, cut.get());
         EXPECT_EQ(SYSDB_ERR_BAD_VALUE, sysdb_tuple_check(cut.get(), length)) << length;
         if (length < 8) {
             continue;
         }
-        // A header that admits to the truncation: the fields do not fit into it.
+        // A header with the truncated length: the fields do not fit.
         cut[4] = static_cast<unsigned char>(length);
         EXPECT_EQ(SYSDB_ERR_BAD_VALUE, sysdb_tuple_check(cut.get(), length)) << length;
         MethodList list;
@@ -168,7 +168,7 @@ TEST(SysdbTuple, EveryByteMayLieWithoutHarm) {
             Bytes lying = whole;
             lying[at] = static_cast<unsigned char>(value);
             if (sysdb_tuple_check(lying.data(), static_cast<uint32_t>(lying.size())) == 0) {
-                MethodList list;  // whatever it says now, it stays within its fields
+                MethodList list;  // no value may be written past its field
                 list.unpack(lying);
                 for (const Name &name : list.names) {
                     EXPECT_EQ('#', name.after);
@@ -188,7 +188,7 @@ TEST(SysdbTuple, NamesThatAreNoneAreRefused) {
     early_end[11] = 0;
     EXPECT_EQ(SYSDB_ERR_BAD_VALUE,
               sysdb_tuple_check(early_end.data(), static_cast<uint32_t>(early_end.size())));
-    // 51 bytes with the NUL: one more than the field of a caller takes.
+    // 51 bytes with the NUL: one more than a caller's field holds.
     Bytes too_long = {'T', 'P', 1, 1, 8 + 2 + 51, 0, 0, 0, 's', 51};
     too_long.insert(too_long.end(), 50, 'n');
     too_long.push_back(0);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A directory for one test, removed with what is in it.
+// A directory for one test, removed with its contents.
 #pragma once
 
 #include <fcntl.h>

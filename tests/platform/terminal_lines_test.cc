@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Method lists by line, and their rows as tools see them.
+// Method lists by line, and the rows that tools read.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -151,8 +151,8 @@ TEST_F(MethodForLine, ReportsOnlyAFewBadRows) {
     EXPECT_EQ(5u, g_log->take().size());
 }
 
-// Whoever can write the file chooses how users are checked; and a file that
-// cannot be used must not quietly turn into the default list.
+// Users who can write the file could choose how logins are checked. An unusable
+// file must be reported, not replaced by the default list.
 TEST_F(MethodForLine, RefusesAFileThatOthersCanWrite) {
     for (const mode_t mode : {0664u, 0646u, 0666u}) {
         EXPECT_EQ(hex(kBadConfig) + " (null)", with("* * a\n", 0, mode)) << mode;
@@ -197,13 +197,13 @@ TEST_F(MethodForLine, RefusesBadArguments) {
     EXPECT_EQ(kInvalidArg, find_method_for_line(0, nullptr));
 }
 
-// ---- the rows as tools see them
+// ---- the rows that tools read
 
 namespace {
 
 struct Rules {
     std::string rows;      // "NUMBER:KIND:PATTERN:LIST:DEFECT;" each
-    std::string decision;  // list of the first that applies
+    std::string decision;  // list of the first applicable row
     uint32_t kind = 0;
     std::string line;
 
@@ -223,7 +223,7 @@ struct Rules {
 
 }  // namespace
 
-// Whoever explains the choice of a list must not say otherwise than who chooses.
+// Tools explain the choice of a list by the rows, so both must give the same list.
 TEST_F(MethodForLine, TheRowsDecideAsTheLookupDoes) {
     const std::string text =
         "console * a\nwrong\npts/* sometimes b\n\npts/* authorization c\n/dev/pts/* authentication d\n* * "

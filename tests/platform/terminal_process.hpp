@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Runs part of a test in a child process whose controlling terminal is a new
-// pseudo-terminal, with the test at the other end of it. What the child
-// reports comes through a pipe of its own.
+// pseudo-terminal, with the test at the other end. The child sends its
+// report through a separate pipe.
 #pragma once
 
 #include <fcntl.h>
@@ -75,7 +75,7 @@ class TerminalProcess {
         ASSERT_EQ(static_cast<ssize_t>(keys.size()), write(master_, keys.data(), keys.size()));
     }
 
-    // Reads what the child shows until the text has appeared.
+    // Reads the child's output until the text has appeared.
     void expect_shown(const std::string &text) {
         while (shown_.find(text) == std::string::npos) {
             if (!read_some()) {
@@ -86,11 +86,11 @@ class TerminalProcess {
 
     [[nodiscard]] const std::string &shown() const { return shown_; }
 
-    // Of the terminal before the child ran: the child may change them at once.
+    // The terminal's settings before the child ran, which may change them at once.
     [[nodiscard]] const termios &settings_at_start() const { return settings_at_start_; }
 
-    // As they are now. Once the child runs, only what it has shown, or its
-    // report, tells which ones to expect.
+    // The current settings. Once the child runs, only its output or its report
+    // tells which ones to expect.
     [[nodiscard]] termios settings() const {
         termios t{};
         tcgetattr(slave_, &t);

@@ -133,7 +133,7 @@ TEST(CheckLinetype, FillsCategoryAndDetails) {
     }
 }
 
-// Category 0 is the console, which an unknown line must not pass for.
+// Category 0 is the console: an unknown line must not get it.
 TEST(CheckLinetype, MarksAnUnknownLine) {
     aaa_usercred_t cred{};
     std::string mnemonic(100, 'z');
