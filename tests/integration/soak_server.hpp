@@ -92,7 +92,7 @@ class SoakServer {
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
             << "the server ended with status " << status << ": "
             << errors.substr(errors.size() > 4000 ? errors.size() - 4000 : 0);
-        EXPECT_FALSE(std::filesystem::exists(socket_)) << "the server left its socket behind";
+        EXPECT_FALSE(std::filesystem::exists(socket_)) << "the server did not remove its socket";
     }
 
   private:
