@@ -75,7 +75,7 @@ typedef struct aaa_transport aaa_transport_t;
 
 /** The process at the other end, as the system recorded it when the connection was made. */
 typedef struct aaa_transport_peer {
-    int32_t pid;  /**< process; of a server, the one that called listen() */
+    int32_t pid;  /**< process; of a server, the one that began to listen */
     uint32_t uid; /**< effective user */
     uint32_t gid; /**< effective group */
 } aaa_transport_peer_t;
@@ -178,7 +178,7 @@ AAA_API int64_t aaa_transport_deadline(uint32_t milliseconds);
  * @param[in,out] transport the handle
  * @param[in]     path      path of the server's socket
  * @param[in]     user      user that the server must run as, or AAA_TRANSPORT_ANY_USER. It is the user of the
- *                          process that called listen(): root for a socket that a service manager opens
+ *                          process that began to listen: root for a socket that a service manager opens
  * @param[in]     deadline  when to give up
  *
  * @return
