@@ -331,7 +331,7 @@ TEST_F(AvpairDeathTest, StartingABufferAfterOneThatHasASuccessor) {
         last()->hdr.next = first();
         add(list(), 1, std::string(464, 'v'));
     };
-    EXPECT_STOPS(append(), kSource, "last_buf->hdr.next == NULL", "add_buffer");
+    EXPECT_STOPS(append(), kSource, "last_buf->hdr.next == NULL", "append_buffer");
 }
 
 // A chain that goes on after the last buffer, here in a circle, is not followed
@@ -342,13 +342,13 @@ TEST_F(AvpairDeathTest, UpdatingWithALongerValueWhereTheLastBufferHasASuccessor)
         last()->hdr.next = first();
         aaa_avpair_update(1, 0, const_cast<char *>(longer.data()), 0, 1000, 0, list());
     };
-    EXPECT_STOPS(update(), kSource, "last_buf->hdr.next == NULL", "add_buffer");
+    EXPECT_STOPS(update(), kSource, "last_buf->hdr.next == NULL", "append_buffer");
     aaa_avpair_iterator_t it = position_of(2);
     const auto update_at = [&] {
         last()->hdr.next = first();
         aaa_avpair_update_by_iterator(&it, 0, longer.data(), 0, 1000, list());
     };
-    EXPECT_STOPS(update_at(), kSource, "last_buf->hdr.next == NULL", "add_buffer");
+    EXPECT_STOPS(update_at(), kSource, "last_buf->hdr.next == NULL", "append_buffer");
 }
 
 // Where none is to be had nothing is linked, and nothing looked at.
@@ -475,7 +475,7 @@ TEST_F(AvpairDeathTest, UpdatingADeletedPairInPlace) {
     aaa_avpair_iterator_t it = position_of(1);
     ASSERT_EQ(aaa_avpair_delete_by_iterator(&it, list()), AAA_OK);  // 2 follows it: it stays
     EXPECT_STOPS(aaa_avpair_update_by_iterator(&it, 0, "new", 0, 3, list()), kSource,
-                 "avpair->av_type != AAA_ATTR_MAX", "update_pair");
+                 "avpair->av_type != AAA_ATTR_MAX", "replace_value");
 }
 
 TEST_F(AvpairDeathTest, MovingADeletedPair) {
