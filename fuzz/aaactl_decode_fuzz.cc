@@ -7,7 +7,6 @@
 // --show-secrets must never be encoded as if it were complete.
 
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
@@ -54,9 +53,11 @@ void round_trip(const Message &message, const std::string &bytes) {
     REQUIRE(write_message(message) == bytes);
     for (const bool secrets : {true, false}) {
         const std::string text = to_text(message, secrets);
-        const std::string json = to_json(message, secrets).dump();
+        const Json document = to_json(message, secrets);
+        const std::string json = document.dump();
         require_printable(text);
         require_printable(json);
+        REQUIRE(Json::parse(json) == document);  // no byte was malformed UTF-8
         const bool from_text = encodes([&] { return aaactl::from_text(text); }, bytes);
         const bool from_json = encodes([&] { return aaactl::from_json(Json::parse(json)); }, bytes);
         REQUIRE(from_text == from_json);

@@ -4,7 +4,6 @@
 // or as JSON. An accepted dump, written in either form and read again, must give the
 // same items. Every other input must throw a Failure, and no other exception.
 
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "database/dump.hpp"

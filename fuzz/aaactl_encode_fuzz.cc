@@ -5,7 +5,6 @@
 // description of it must encode to the same bytes. Every other input must throw a
 // Failure, and no other exception.
 
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "fuzz_input.hpp"

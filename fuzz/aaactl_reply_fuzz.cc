@@ -11,7 +11,6 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <utility>

@@ -497,7 +497,7 @@ TEST_P(BadDescriptions, AreRefusedWithTheirPlace) {
 INSTANTIATE_TEST_SUITE_P(
     Encode, BadDescriptions,
     testing::Values(
-        Bad{"JsonNumberTooLarge", R"({"pairs": 1e999})", "JSON: a number is too large\n"},
+        Bad{"JsonNumberTooLarge", R"({"pairs": 1e999})", "malformed JSON: a number is too large\n"},
         Bad{"Nothing", "  \n", "empty"}, Bad{"Word", "\nletter 3\n", "line 2"},
         Bad{"Attribute", "pair AAA_NOTHING_ATTR 3\n", "line 1"}, Bad{"Kind", "kind letter\n", "line 1"},
         Bad{"GroupOfKinds", "kind session\n", "line 1"},

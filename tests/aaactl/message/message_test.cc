@@ -11,7 +11,6 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <random>
 
 #include "aaa/checked.h"

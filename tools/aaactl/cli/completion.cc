@@ -6,7 +6,6 @@
 
 #include <map>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "aaa/dictionary.h"
 #include "aaa/result_codes.h"
@@ -43,64 +42,46 @@ Words code_words() {
     };
 }
 
-// The set that a value is checked against stands in braces behind the type's
-// name: "KIND:{auto,list}".
-Words words_in_braces(const std::string &type) {
-    const size_t begin = type.find('{');
-    const size_t end = type.find('}', begin);
-    Words words;
-    for (size_t at = begin; at != std::string::npos && end != std::string::npos && at < end;) {
-        const size_t next = std::min(type.find(',', at + 1), end);
-        words.push_back(type.substr(at + 1, next - at - 1));
-        at = next;
-    }
-    return words;
-}
-
-Words known_values(const CLI::Option *option) {
-    const std::string name = option->get_name(true);
-    return name == "ATTRIBUTE" ? attribute_words()
-           : name == "CODE"    ? code_words()
-                               : words_in_braces(option->get_type_name());
+Words known_values(const ArgumentForm &argument) {
+    return argument.position == "ATTRIBUTE" ? attribute_words()
+           : argument.position == "CODE"    ? code_words()
+                                            : argument.values;
 }
 
 void append(Words &words, const Words &more) {
     words.insert(words.end(), more.begin(), more.end());
 }
 
-void add_option(Node &node, const CLI::Option *option) {
-    Words names;
-    for (const std::string &name : option->get_lnames()) {
-        names.push_back("--" + name);
+void add_argument(Node &node, const ArgumentForm &argument) {
+    if (argument.names.empty()) {
+        append(node.arguments, known_values(argument));
     }
-    append(node.options, names);
-    for (const std::string &name : option->get_snames()) {
-        names.push_back("-" + name);
-    }
-    if (names.empty()) {
-        append(node.arguments, known_values(option));
-    } else if (option->get_expected_max() > 0) {
-        for (const std::string &name : names) {
-            node.valued[name] = known_values(option);
+    for (const std::string &name : argument.names) {
+        if (name.starts_with("--")) {
+            node.options.push_back(name);
+        }
+        if (argument.has_value) {
+            node.valued[name] = known_values(argument);
         }
     }
 }
 
-void collect(const CLI::App *app, const std::string &path, std::vector<Node> &nodes) {
+// `above` are the arguments of the commands above, which this one takes too.
+void collect(const Command &command, const std::string &path, const std::vector<ArgumentForm> &above,
+             std::vector<Node> &nodes) {
     Node node;
     node.path = path;
-    const auto subs = app->get_subcommands({});
-    for (const CLI::App *sub : subs) {
-        node.commands.push_back(sub->get_name());
+    for (const Command &sub : command.commands()) {
+        node.commands.push_back(sub.name());
     }
-    for (const CLI::App *level = app; level != nullptr; level = level->get_parent()) {
-        for (const CLI::Option *option : level->get_options()) {
-            add_option(node, option);
-        }
+    std::vector<ArgumentForm> arguments = command.arguments();
+    arguments.insert(arguments.end(), above.begin(), above.end());
+    for (const ArgumentForm &argument : arguments) {
+        add_argument(node, argument);
     }
     nodes.push_back(std::move(node));
-    for (const CLI::App *sub : subs) {
-        collect(sub, path + " " + sub->get_name(), nodes);
+    for (const Command &sub : command.commands()) {
+        collect(sub, path + " " + sub.name(), arguments, nodes);
     }
 }
 
@@ -250,20 +231,18 @@ Json commands_json(const std::vector<Node> &nodes) {
 
 }  // namespace
 
-void add_completion(Program &program) {
+void add_completion(Command root) {
     auto shell = std::make_shared<std::string>();
-    CLI::App *sub = program.command(
-        &program.app, "completion", "Print the shell's completion script", [&program, shell](Output &out) {
+    Command sub =
+        root.command("completion", "Print the shell's completion script", [root, shell](Output &out) {
             std::vector<Node> nodes;
-            collect(&program.app, "aaactl", nodes);
+            collect(root, "aaactl", {}, nodes);
             const auto print = *shell == "bash" ? print_bash : *shell == "zsh" ? print_zsh : print_fish;
             out.result(out.json() ? commands_json(nodes) : Json(), [&] { print(out, nodes); });
             return ExitCode::ok;
         });
-    sub->add_option("SHELL", *shell, "bash, zsh or fish")
-        ->required()
-        ->check(CLI::IsMember({"bash", "zsh", "fish"}));
-    sub->footer(
+    sub.option("SHELL", *shell, "bash, zsh or fish").required().one_of({"bash", "zsh", "fish"});
+    sub.footer(
         "JSON, the same for every shell: {commands: [{command, commands, options, arguments, values: "
         "{option: [word]}}]}\n"
         "  source <(aaactl completion bash)\n"

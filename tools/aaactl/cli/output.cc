@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <nlohmann/json.hpp>
 
 #include "aaa/result_codes.h"
 #include "platform/cerr.h"
@@ -176,12 +175,12 @@ void Output::result(const Json &document, const std::function<void()> &text) {
         text();
         return;
     }
-    line(document.dump(2, ' ', false, Json::error_handler_t::replace));
+    line(document.dump(2));
 }
 
 void Output::event(const Json &document, const std::function<void()> &text) {
     if (options_.json) {
-        line(document.dump(-1, ' ', false, Json::error_handler_t::replace));
+        line(document.dump());
     } else {
         text();
     }
@@ -260,7 +259,7 @@ void Output::failure(const Failure &failure) {
         if (failure.document() != nullptr) {
             document.update(*failure.document());
         }
-        line(document.dump(2, ' ', false, Json::error_handler_t::replace));
+        line(document.dump(2));
     }
 }
 

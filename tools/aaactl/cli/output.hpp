@@ -10,17 +10,15 @@
 #include <exception>
 #include <functional>
 #include <memory>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "aaa/types.h"
 #include "cli/exit_codes.hpp"
+#include "cli/json.hpp"
 
 namespace aaactl {
-
-using Json = nlohmann::ordered_json;
 
 // Ends a command: what went wrong, for whom, and the exit status that says so.
 class Failure : public std::exception {

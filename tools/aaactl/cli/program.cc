@@ -9,8 +9,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <iostream>
-#include <memory>
 #include <set>
 #include <string_view>
 
@@ -20,54 +18,39 @@
 namespace aaactl {
 namespace {
 
-// Several words are NAME..., whatever the most of them is; CLI11 has "(1x)" for "one to four".
-class UsageLine : public CLI::Formatter {
-    [[nodiscard]] std::string make_option_usage(const CLI::Option *option) const override {
-        const std::string words = option->get_name(true) + (option->get_expected_max() > 1 ? "..." : "");
-        return option->get_required() ? words : "[" + words + "]";
-    }
-};
-
-void add_global_options(Program &program) {
-    CLI::App &app = program.app;
-    app.formatter(std::make_shared<UsageLine>());  // which the commands take over
-    app.require_subcommand(1);
-    app.fallthrough();  // global options may follow a command's name
-    app.set_version_flag("--version", std::string("aaactl ") + kVersion);
-    app.set_help_all_flag("--help-all", "Print the help of every command and exit");
-    app.add_flag("--json", program.options.json, "Print one JSON document instead of text");
-    app.add_flag("--show-secrets", program.options.show_secrets,
-                 "Print passwords and keys instead of ********");
-    app.add_option_function<std::string>(
-           "--color,--colour",
-           [&program](const std::string &when) {
-               program.options.colour = when == "always"  ? Colour::always
-                                        : when == "never" ? Colour::never
-                                                          : Colour::automatic;
-           },
-           "Colours: always, auto (on a terminal) or never")
-        ->check(CLI::IsMember({"always", "auto", "never"}))
-        ->type_name("WHEN");
-    app.footer(
+void add_global_options(Command root, OutputOptions &options) {
+    root.flag("--json", options.json, "Print one JSON document instead of text");
+    root.flag("--show-secrets", options.show_secrets, "Print passwords and keys instead of ********");
+    root.option(
+            "--color,--colour",
+            [&options](const std::string &when) {
+                options.colour = when == "always"  ? Colour::always
+                                 : when == "never" ? Colour::never
+                                                   : Colour::automatic;
+            },
+            "Colours: always, auto (on a terminal) or never")
+        .one_of({"always", "auto", "never"})
+        .type("WHEN");
+    root.footer(
         "Exit status: 0 yes or done, 1 no (denied, differences, findings), 2 usage, 3 malformed input,\n"
         "4 not found, 5 database, key file or server unavailable, 6 any other failure.\n"
         "JSON of a failure: {error: {message, exit, code where the library or the platform gave one}}");
 }
 
-void add_commands(Program &program) {
-    add_decode(program);
-    add_encode(program);
-    add_attr(program);
-    add_err(program);
-    add_explain(program);
-    add_lint(program);
-    add_sysdb(program);
-    add_mlist(program);
-    add_sg(program);
-    add_key(program);
-    add_login(program);
-    add_acct(program);
-    add_completion(program);
+void add_commands(Command root) {
+    add_decode(root);
+    add_encode(root);
+    add_attr(root);
+    add_err(root);
+    add_explain(root);
+    add_lint(root);
+    add_sysdb(root);
+    add_mlist(root);
+    add_sg(root);
+    add_key(root);
+    add_login(root);
+    add_acct(root);
+    add_completion(root);
 }
 
 using Words = std::vector<std::string>;
@@ -77,23 +60,18 @@ bool has(const Words &words, std::string_view flag) {
     return std::find(words.begin(), words.end(), flag) != words.end();
 }
 
-void add_option_names(const CLI::App &app, std::set<std::string> &names) {
-    for (const CLI::Option *option : app.get_options()) {
-        for (const std::string &name : option->get_lnames()) {
-            names.insert("--" + name);
-        }
-        for (const std::string &name : option->get_snames()) {
-            names.insert("-" + name);
-        }
+void add_argument_names(const Command &command, std::set<std::string> &names) {
+    for (const ArgumentForm &argument : command.arguments()) {
+        names.insert(argument.names.begin(), argument.names.end());
     }
 }
 
 // Names of the commands and options at and below a command.
-void collect_names(const CLI::App &app, std::set<std::string> &names) {
-    names.insert(app.get_name());
-    add_option_names(app, names);
-    for (const CLI::App *sub : app.get_subcommands({})) {
-        collect_names(*sub, names);
+void collect_names(const Command &command, std::set<std::string> &names) {
+    names.insert(command.name());
+    add_argument_names(command, names);
+    for (const Command &sub : command.commands()) {
+        collect_names(sub, names);
     }
 }
 
@@ -113,15 +91,15 @@ void mask(std::string &text, const std::string &word) {
 
 // Keys do not belong on the command line; one that somebody has put there all the same does not go on to logs
 // and screens.
-std::string without_keys(std::string why, const CLI::App &key, const Words &words) {
+std::string without_keys(std::string why, const Command &root, const Command &key, const Words &words) {
     std::set<std::string> known;
     collect_names(key, known);
-    add_option_names(*key.get_parent(), known);  // which may stand behind it too
+    add_argument_names(root, known);  // which may follow it too
     const auto longer = [](const std::string &a, const std::string &b) {
         return a.size() != b.size() ? a.size() > b.size() : a < b;
     };
     std::set<std::string, decltype(longer)> unknown(longer);
-    for (auto word = std::find(words.begin(), words.end(), key.get_name()); word != words.end(); ++word) {
+    for (auto word = std::find(words.begin(), words.end(), key.name()); word != words.end(); ++word) {
         const size_t end = word->starts_with('-') ? std::min(word->find('='), word->size()) : word->size();
         if (!known.contains(word->substr(0, end))) {
             unknown.insert(*word);
@@ -146,53 +124,55 @@ ExitCode flushed(ExitCode code) {
     return code;
 }
 
-// CLI11 prints help and version. What is wrong with the command line may quote its words, whatever bytes they
-// hold.
-int usage(Program &program, const CLI::ParseError &error, const Words &words) {
-    if (error.get_exit_code() == 0) {
-        program.app.exit(error);
-        std::cout.flush();
-        return static_cast<int>(flushed(ExitCode::ok));
+// A key on the command line is masked as the commands that take keys mask it.
+std::string usage_text(const Command &root, std::string why, const Words &words) {
+    for (const Command &command : root.commands()) {
+        if (command.name() == "key" && command.was_given() && !has(words, "--show-secrets")) {
+            return without_keys(std::move(why), root, command, words);
+        }
     }
-    // A mistyped command is the reason that none is there.
-    const auto unknown = program.app.remaining(true);
-    const bool mistyped = dynamic_cast<const CLI::RequiredError *>(&error) != nullptr && !unknown.empty();
-    std::string why = mistyped ? "The following argument was not expected: " + unknown.front() : error.what();
-    const CLI::App *key = program.app.get_subcommand("key");
-    if (key->parsed() && !has(words, "--show-secrets")) {
-        why = without_keys(std::move(why), *key, words);
-    }
-    program.options.json = has(words, "--json");
-    Output(program.options).failure(Failure(ExitCode::usage, escaped(why) + " (see --help)"));
-    return static_cast<int>(ExitCode::usage);
+    return why;
 }
 
-int perform(Program &program) {
-    Output out(program.options);
-    ExitCode code = ExitCode::failed;
+ExitCode refuse(const Command &root, const UsageError &error, const Words &words) {
+    OutputOptions options;
+    options.json = has(words, "--json");
+    const std::string why = usage_text(root, error.what(), words);
+    Output(options).failure(Failure(ExitCode::usage, escaped(why) + " (see --help)"));
+    return ExitCode::usage;
+}
+
+ExitCode perform(const Action &action, const OutputOptions &options) {
+    Output out(options);
     try {
-        code = program.action(out);
+        return action(out);
     } catch (const Failure &failure) {
         out.failure(failure);
-        code = failure.code();
+        return failure.code();
     } catch (const std::exception &error) {
         out.failure(Failure(ExitCode::failed, error.what()));
+        return ExitCode::failed;
     }
-    return static_cast<int>(flushed(code));
+}
+
+ExitCode run_words(CommandLine &line, int argc, const char *const *argv, const OutputOptions &options) {
+    try {
+        const Action action = line.parse(argc, argv);
+        return flushed(action ? perform(action, options) : ExitCode::ok);
+    } catch (const UsageError &error) {
+        return refuse(line.root(), error, {argv, argv + argc});
+    }
 }
 
 }  // namespace
 
 int run(int argc, const char *const *argv) {
-    Program program;
-    add_global_options(program);
-    add_commands(program);
-    try {
-        program.app.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        return usage(program, error, {argv, argv + argc});
-    }
-    return perform(program);
+    OutputOptions options;
+    CommandLine line("aaactl", kVersion,
+                     "Shows, checks and changes what the AAA service exchanges and is configured with.");
+    add_global_options(line.root(), options);
+    add_commands(line.root());
+    return static_cast<int>(run_words(line, argc, argv, options));
 }
 
 }  // namespace aaactl

@@ -4,7 +4,6 @@
 
 #include <map>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "cli/commands.hpp"
 #include "client/client.hpp"
@@ -89,22 +88,21 @@ ExitCode run(Output &out, AcctOptions &options) {
 
 }  // namespace
 
-void add_acct(Program &program) {
+void add_acct(Command root) {
     auto options = std::make_shared<AcctOptions>();
-    CLI::App *sub = program.command(&program.app, "acct",
-                                    "Send an accounting record to an AAA server and print the reply",
-                                    [options](Output &out) { return run(out, *options); });
-    sub->add_option("SOCKET", options->socket, "The server's socket")->required();
-    sub->add_option("RECORD", options->record, "start, stop or update")
-        ->required()
-        ->check(CLI::IsMember(kRecords));
-    sub->add_option("USER", options->user, "User name")->required();
+    Command sub = root.command("acct", "Send an accounting record to an AAA server and print the reply",
+                               [options](Output &out) { return run(out, *options); });
+    sub.option("SOCKET", options->socket, "The server's socket").required();
+    sub.option("RECORD", options->record, "start, stop or update")
+        .required()
+        .one_of({"start", "stop", "update"});
+    sub.option("USER", options->user, "User name").required();
     add_client_options(sub, *options, "exec");
-    sub->add_option("--session-id", options->session_id, "Number that joins the records of a session")
-        ->capture_default_str();
-    sub->add_option("--command", options->command,
-                    "Command that the record is about, for the services cmd and rcmd");
-    sub->footer(
+    sub.option("--session-id", options->session_id, "Number that joins the records of a session")
+        .shows_default();
+    sub.option("--command", options->command,
+               "Command that the record is about, for the services cmd and rcmd");
+    sub.footer(
         "Exit status: 0 recorded, 3 malformed reply, 5 no server or no reply, 6 the server did not record "
         "it.\n"
         "JSON: {server, user, service, form, session_id, verdict, steps: [{request, subject, result, "

@@ -4,10 +4,8 @@
 
 #include "client/client.hpp"
 
-#include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "dictionary/enum_words.hpp"
 #include "message/list_view.hpp"
@@ -64,23 +62,19 @@ std::string message_of(const Step &step) {
 
 }  // namespace
 
-void add_client_options(CLI::App *sub, ClientOptions &options, const std::string &service) {
+void add_client_options(Command sub, ClientOptions &options, const std::string &service) {
     options.service = service;
-    sub->add_flag("--session", options.session, "Send session packets instead of classic messages");
-    sub->add_option("--service", options.service, "Service by name or number")
-        ->type_name("NAME")
-        ->capture_default_str();
-    sub->add_option("--list", options.list, "Method list that the server is to go by")
-        ->type_name("NAME")
-        ->capture_default_str();
-    sub->add_option("--line", options.line, "Line that the user is on; your terminal without it")
-        ->type_name("TTY");
-    sub->add_option("--remote-addr", options.remote_addr, "Address that the user comes from")
-        ->type_name("ADDRESS");
-    sub->add_option("--timeout", options.seconds, "Seconds to wait for each reply, 0 for ever")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0, 86400))
-        ->capture_default_str();
+    sub.flag("--session", options.session, "Send session packets instead of classic messages");
+    sub.option("--service", options.service, "Service by name or number").type("NAME").shows_default();
+    sub.option("--list", options.list, "Method list that the server is to go by")
+        .type("NAME")
+        .shows_default();
+    sub.option("--line", options.line, "Line that the user is on; your terminal without it").type("TTY");
+    sub.option("--remote-addr", options.remote_addr, "Address that the user comes from").type("ADDRESS");
+    sub.option("--timeout", options.seconds, "Seconds to wait for each reply, 0 for ever")
+        .type("SECONDS")
+        .between(0, 86400)
+        .shows_default();
 }
 
 void check_client(const ClientOptions &options) {

@@ -8,12 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "cli/output.hpp"
+#include "cli/command_line.hpp"
 #include "client/exchange.hpp"
-
-namespace CLI {
-class App;
-}
 
 namespace aaactl {
 
@@ -29,7 +25,7 @@ struct ClientOptions {
 };
 
 // Options but for SOCKET and USER, which stand in another order in each command. `service` is the usual one.
-void add_client_options(CLI::App *sub, ClientOptions &options, const std::string &service);
+void add_client_options(Command sub, ClientOptions &options, const std::string &service);
 
 // Failure(usage) for what the library would leave out of a request without a word.
 void check_client(const ClientOptions &options);

@@ -4,7 +4,6 @@
 // on the way, and asks it whether commands may run.
 
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "cli/commands.hpp"
 #include "cli/secret_input.hpp"
@@ -207,20 +206,18 @@ ExitCode run(Output &out, LoginOptions &options) {
 
 }  // namespace
 
-void add_login(Program &program) {
+void add_login(Command root) {
     auto options = std::make_shared<LoginOptions>();
-    CLI::App *sub =
-        program.command(&program.app, "login", "Authenticate a user at an AAA server and print the replies",
-                        [options](Output &out) { return run(out, *options); });
-    sub->add_option("SOCKET", options->socket, "The server's socket")->required();
-    sub->add_option("USER", options->user, "User name")->required();
+    Command sub = root.command("login", "Authenticate a user at an AAA server and print the replies",
+                               [options](Output &out) { return run(out, *options); });
+    sub.option("SOCKET", options->socket, "The server's socket").required();
+    sub.option("USER", options->user, "User name").required();
     add_client_options(sub, *options, "login");
-    sub->add_option("--authorize", options->commands,
-                    "Then ask whether this command may run; may be repeated")
-        ->type_name("COMMAND")
-        ->allow_extra_args(false);
-    sub->add_flag("--no-password", options->no_password, "Send no password until the server asks for one");
-    sub->footer(
+    sub.option("--authorize", options->commands, "Then ask whether this command may run; may be repeated")
+        .type("COMMAND")
+        .one_value_each();
+    sub.flag("--no-password", options->no_password, "Send no password until the server asks for one");
+    sub.footer(
         "The password is asked for without echo, or is the first line of standard input; what the server "
         "asks\n"
         "besides (GETUSER, GETPASS, GETDATA) is asked for likewise, or taken from the lines that follow.\n"

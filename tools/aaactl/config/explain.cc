@@ -8,7 +8,6 @@
 #include <cctype>
 #include <cstdlib>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <set>
 
 #include "aaa/method_lists.h"
@@ -377,20 +376,19 @@ ExitCode explain(Output &out, const ExplainOptions &options) {
 
 }  // namespace
 
-void add_explain(Program &program) {
+void add_explain(Command root) {
     auto options = std::make_shared<ExplainOptions>();
-    CLI::App *sub =
-        program.command(&program.app, "explain", "Say step by step how requests for a service are answered",
-                        [options](Output &out) { return explain(out, *options); });
-    sub->add_option("FUNCTION", options->function, "authentication, authorization or accounting")
-        ->required()
-        ->check(CLI::IsMember({"authentication", "authorization", "accounting"}));
-    sub->add_option("SERVICE", options->service,
-                    "Service by name or number, or the word of its lists: login, exec, commands, ...")
-        ->required();
-    sub->add_option("--list", options->list, "The method list that the request names")->type_name("NAME");
-    sub->add_option("--line", options->line, "The line that the request comes from")->type_name("TTY");
-    sub->footer(
+    Command sub = root.command("explain", "Say step by step how requests for a service are answered",
+                               [options](Output &out) { return explain(out, *options); });
+    sub.option("FUNCTION", options->function, "authentication, authorization or accounting")
+        .required()
+        .one_of({"authentication", "authorization", "accounting"});
+    sub.option("SERVICE", options->service,
+               "Service by name or number, or the word of its lists: login, exec, commands, ...")
+        .required();
+    sub.option("--list", options->list, "The method list that the request names").type("NAME");
+    sub.option("--line", options->line, "The line that the request comes from").type("TTY");
+    sub.footer(
         "A method that refuses ends a request; one that does not answer passes it on to the next.\n"
         "Exit status: 0 nothing is missing, 1 something is missing or dangling, 4 there is no such list, 5 "
         "no database.\n"

@@ -5,7 +5,6 @@
 #include "config/findings.hpp"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 namespace aaactl {
 namespace {

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <set>
 
 #include "aaa/method_lists.h"
@@ -133,13 +132,12 @@ ExitCode lint(Output &out, const LintOptions &options) {
 
 }  // namespace
 
-void add_lint(Program &program) {
+void add_lint(Command root) {
     auto options = std::make_shared<LintOptions>();
-    CLI::App *sub = program.command(&program.app, "lint",
-                                    "Look through the AAA configuration for what does not fit together",
-                                    [options](Output &out) { return lint(out, *options); });
-    sub->add_flag("--strict", options->strict, "Exit with 1 for warnings too");
-    sub->footer(
+    Command sub = root.command("lint", "Look through the AAA configuration for what does not fit together",
+                               [options](Output &out) { return lint(out, *options); });
+    sub.flag("--strict", options->strict, "Exit with 1 for warnings too");
+    sub.footer(
         "Looks at method lists, server groups and their numbers, servers, the lists of lines, server keys, "
         "and\nfor items whose value does not fit their type; of the rest of the database, at sealed keys.\n"
         "Exit status: 0 no errors, 1 errors (with --strict: or warnings), 5 no database.\n"

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "aaa/names.h"
 #include "cli/commands.hpp"
@@ -22,14 +21,13 @@ struct ListOptions {
     bool force = false;
 };
 
-void add_place(CLI::App *sub, ListOptions &options, bool required) {
-    sub->add_option("FUNCTION", options.function,
-                    "authentication, authorization, accounting or authorization_nacm")
-        ->check(CLI::IsMember(list_functions()))
-        ->required(required);
-    sub->add_option("SERVICE", options.service, "login, exec, commands, ppp, ...")->required(required);
-    sub->add_option("NAME", options.name, "The list's name; \"default\" is the default list")
-        ->required(required);
+void add_place(Command sub, ListOptions &options, bool required) {
+    sub.option("FUNCTION", options.function,
+               "authentication, authorization, accounting or authorization_nacm")
+        .one_of(list_functions())
+        .required(required);
+    sub.option("SERVICE", options.service, "login, exec, commands, ppp, ...").required(required);
+    sub.option("NAME", options.name, "The list's name; \"default\" is the default list").required(required);
 }
 
 // ---- show
@@ -144,12 +142,12 @@ ExitCode show(Output &out, const ListOptions &options) {
     return faulty == 0 ? ExitCode::ok : ExitCode::bad_input;
 }
 
-void add_show(Program &program, CLI::App *mlist) {
+void add_show(Command mlist) {
     auto options = std::make_shared<ListOptions>();
-    CLI::App *sub = program.command(mlist, "show", "Print method lists, their server groups resolved",
-                                    [options](Output &out) { return show(out, *options); });
+    Command sub = mlist.command("show", "Print method lists, their server groups resolved",
+                                [options](Output &out) { return show(out, *options); });
     add_place(sub, *options, false);
-    sub->footer(
+    sub.footer(
         "What cannot be read is told with the rest (exit status 3).\n"
         "JSON: {lists: [{function, service, name, methods: [{method, name, group, protocol, number}]}]}, "
         "and \"fault\"\nwhere there is one\n"
@@ -210,17 +208,17 @@ ExitCode set(Output &out, const ListOptions &options) {
     return ExitCode::ok;
 }
 
-void add_set(Program &program, CLI::App *mlist) {
+void add_set(Command mlist) {
     auto options = std::make_shared<ListOptions>();
-    CLI::App *sub = program.command(mlist, "set", "Create or replace a method list",
-                                    [options](Output &out) { return set(out, *options); });
+    Command sub = mlist.command("set", "Create or replace a method list",
+                                [options](Output &out) { return set(out, *options); });
     add_place(sub, *options, true);
-    sub->add_option("METHOD", options->methods,
-                    "One to four, in order: group:NAME, local, none, line, enable, ...")
-        ->required()
-        ->expected(1, 4);
-    sub->add_flag("--force", options->force, "Accept server groups that are not there (yet)");
-    sub->footer(
+    sub.option("METHOD", options->methods,
+               "One to four, in order: group:NAME, local, none, line, enable, ...")
+        .required()
+        .values(1, 4);
+    sub.flag("--force", options->force, "Accept server groups that are not there (yet)");
+    sub.footer(
         "JSON: as of one list of \"mlist show\"\nExample: aaactl mlist set authentication login default "
         "group:corp local");
 }
@@ -240,22 +238,22 @@ ExitCode del(Output &out, const ListOptions &options) {
     return ExitCode::ok;
 }
 
-void add_del(Program &program, CLI::App *mlist) {
+void add_del(Command mlist) {
     auto options = std::make_shared<ListOptions>();
-    CLI::App *sub = program.command(mlist, "del", "Delete a method list",
-                                    [options](Output &out) { return del(out, *options); });
+    Command sub =
+        mlist.command("del", "Delete a method list", [options](Output &out) { return del(out, *options); });
     add_place(sub, *options, true);
-    sub->footer(
+    sub.footer(
         "JSON: {function, service, name, deleted}\nExample: aaactl mlist del authentication login console");
 }
 
 }  // namespace
 
-void add_mlist(Program &program) {
-    CLI::App *mlist = program.group("mlist", "Show and change method lists");
-    add_show(program, mlist);
-    add_set(program, mlist);
-    add_del(program, mlist);
+void add_mlist(Command root) {
+    Command mlist = root.group("mlist", "Show and change method lists");
+    add_show(mlist);
+    add_set(mlist);
+    add_del(mlist);
 }
 
 }  // namespace aaactl

@@ -6,7 +6,6 @@
 // own list of indexes.
 
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <set>
 
 #include "aaa/result_codes.h"
@@ -26,11 +25,11 @@ struct GroupOptions {
     bool is_private = false;
 };
 
-void add_protocol(CLI::App *sub, GroupOptions &options) {
-    sub->add_option("PROTOCOL", options.protocol, "radius, tacacs or diameter")
-        ->required()
-        ->check(CLI::IsMember(protocol_words()));
-    sub->add_option("NAME", options.name, "The group's name")->required();
+void add_protocol(Command sub, GroupOptions &options) {
+    sub.option("PROTOCOL", options.protocol, "radius, tacacs or diameter")
+        .required()
+        .one_of(protocol_words());
+    sub.option("NAME", options.name, "The group's name").required();
 }
 
 // ---- list
@@ -51,12 +50,12 @@ Json group_json(const Group &group) {
                      {"configured", group.configured},
                      {"servers", Json::array()}};
     for (const Server &server : group.servers) {
-        document["servers"].push_back({{"index", server.index},
-                                       {"address", escaped(server.host)},
-                                       {"ports", server.ports},
-                                       {"private", server.is_private}});
+        Json &one = document["servers"].push_back({{"index", server.index},
+                                                   {"address", escaped(server.host)},
+                                                   {"ports", server.ports},
+                                                   {"private", server.is_private}});
         if (!is_sound(server)) {
-            document["servers"].back()["defect"] = server.defect;
+            one["defect"] = server.defect;
         }
     }
     if (!group.number_defect.empty()) {
@@ -105,14 +104,14 @@ ExitCode list(Output &out, const GroupOptions &options) {
     return faults.empty() ? ExitCode::ok : ExitCode::bad_input;
 }
 
-void add_list(Program &program, CLI::App *sg) {
+void add_list(Command sg) {
     auto options = std::make_shared<GroupOptions>();
-    CLI::App *sub = program.command(sg, "list", "Print server groups with their numbers and servers",
-                                    [options](Output &out) { return list(out, *options); });
-    sub->add_option("NAME", options->name, "Only the group of this name");
-    sub->add_option("--protocol", options->protocol, "Only groups of radius, tacacs or diameter")
-        ->check(CLI::IsMember(protocol_words()));
-    sub->footer(
+    Command sub = sg.command("list", "Print server groups with their numbers and servers",
+                             [options](Output &out) { return list(out, *options); });
+    sub.option("NAME", options->name, "Only the group of this name");
+    sub.option("--protocol", options->protocol, "Only groups of radius, tacacs or diameter")
+        .one_of(protocol_words());
+    sub.footer(
         "A group without a number (-) is not published yet: the AAA server does that, or \"sg add\". A "
         "number that\ncannot be read is told with the rest (exit status 3).\n"
         "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, "
@@ -309,15 +308,15 @@ ExitCode add(Output &out, const GroupOptions &options) {
     return ExitCode::ok;
 }
 
-void add_add(Program &program, CLI::App *sg) {
+void add_add(Command sg) {
     auto options = std::make_shared<GroupOptions>();
-    CLI::App *sub = program.command(sg, "add", "Create a server group, or add servers to it",
-                                    [options](Output &out) { return add(out, *options); });
+    Command sub = sg.command("add", "Create a server group, or add servers to it",
+                             [options](Output &out) { return add(out, *options); });
     add_protocol(sub, *options);
-    sub->add_option("SERVER", options->servers,
-                    "ADDRESS, ADDRESS,PORT or, of RADIUS, ADDRESS,AUTHENTICATION_PORT,ACCOUNTING_PORT");
-    sub->add_flag("--private", options->is_private, "The servers are the group's own");
-    sub->footer(
+    sub.option("SERVER", options->servers,
+               "ADDRESS, ADDRESS,PORT or, of RADIUS, ADDRESS,AUTHENTICATION_PORT,ACCOUNTING_PORT");
+    sub.flag("--private", options->is_private, "The servers are the group's own");
+    sub.footer(
         "Names and servers are refused for the reasons of the configuration process (exit status 1).\n"
         "JSON: as of one group of \"sg list\"\nExample: aaactl sg add radius corp 192.0.2.20 "
         "192.0.2.21,1645,1646");
@@ -393,13 +392,13 @@ ExitCode remove(Output &out, const GroupOptions &options) {
     return ExitCode::ok;
 }
 
-void add_delete(Program &program, CLI::App *sg) {
+void add_delete(Command sg) {
     auto options = std::make_shared<GroupOptions>();
-    CLI::App *sub = program.command(sg, "delete", "Delete a server group, or servers of it",
-                                    [options](Output &out) { return remove(out, *options); });
+    Command sub = sg.command("delete", "Delete a server group, or servers of it",
+                             [options](Output &out) { return remove(out, *options); });
     add_protocol(sub, *options);
-    sub->add_option("SERVER", options->servers, "Only these: HOST, or as \"sg list\" has it");
-    sub->footer(
+    sub.option("SERVER", options->servers, "Only these: HOST, or as \"sg list\" has it");
+    sub.footer(
         "A group that a method list names is not deleted (exit status 1).\n"
         "JSON: {deleted, group: what is left of it, or null}\nExample: aaactl sg delete radius corp "
         "192.0.2.21");
@@ -407,11 +406,11 @@ void add_delete(Program &program, CLI::App *sg) {
 
 }  // namespace
 
-void add_sg(Program &program) {
-    CLI::App *sg = program.group("sg", "Show and change server groups");
-    add_list(program, sg);
-    add_add(program, sg);
-    add_delete(program, sg);
+void add_sg(Command root) {
+    Command sg = root.group("sg", "Show and change server groups");
+    add_list(sg);
+    add_add(sg);
+    add_delete(sg);
 }
 
 }  // namespace aaactl

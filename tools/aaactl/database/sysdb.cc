@@ -5,7 +5,6 @@
 #include "database/sysdb.hpp"
 
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "cli/secret_input.hpp"
 
@@ -23,12 +22,12 @@ ExitCode get(Output &out, const std::string &path) {
     return ExitCode::ok;
 }
 
-void add_get(Program &program, CLI::App *sysdb) {
+void add_get(Command sysdb) {
     auto path = std::make_shared<std::string>();
-    CLI::App *sub = program.command(sysdb, "get", "Print the value of one item",
-                                    [path](Output &out) { return get(out, *path); });
-    sub->add_option("PATH", *path, "The item, below /cfg/ or /oper/")->required();
-    sub->footer(
+    Command sub =
+        sysdb.command("get", "Print the value of one item", [path](Output &out) { return get(out, *path); });
+    sub.option("PATH", *path, "The item, below /cfg/ or /oper/").required();
+    sub.footer(
         "JSON: {path, type, value}; \"masked\": true in place of the value of a secret.\n"
         "Example: aaactl sysdb get /cfg/gl/aaa/authentication/login/default");
 }
@@ -85,22 +84,20 @@ ExitCode set(Output &out, const SetOptions &options) {
     return ExitCode::ok;
 }
 
-void add_set(Program &program, CLI::App *sysdb) {
+void add_set(Command sysdb) {
     auto options = std::make_shared<SetOptions>();
-    CLI::App *sub = program.command(sysdb, "set", "Create or replace one item",
-                                    [options](Output &out) { return set(out, *options); });
-    sub->add_option("PATH", options->path, "The item; with '/' at its end, a directory to be made")
-        ->required();
-    sub->add_option("VALUE", options->value,
-                    "The value; without it, or with \"-\", it is read from standard input");
-    sub->add_option(
-           "--type", options->type,
-           "u32, string, tuple, directory or bytes:NUMBER (any other type, its value in hexadecimal); "
-           "without it the item keeps its type")
-        ->type_name("TYPE");
-    sub->add_flag("--allow-secret-argument", options->allow_secret,
-                  "Take the value of a key or password from the command line");
-    sub->footer(
+    Command sub = sysdb.command("set", "Create or replace one item",
+                                [options](Output &out) { return set(out, *options); });
+    sub.option("PATH", options->path, "The item; with '/' at its end, a directory to be made").required();
+    sub.option("VALUE", options->value,
+               "The value; without it, or with \"-\", it is read from standard input");
+    sub.option("--type", options->type,
+               "u32, string, tuple, directory or bytes:NUMBER (any other type, its value in hexadecimal); "
+               "without it the item keeps its type")
+        .type("TYPE");
+    sub.flag("--allow-secret-argument", options->allow_secret,
+             "Take the value of a key or password from the command line");
+    sub.footer(
         "JSON: as of \"sysdb get\"\n"
         "Examples: aaactl sysdb set /cfg/site/name --type string 'Building 4'\n"
         "          aaactl sysdb set /cfg/gl/aaa/authentication/login/default --type tuple "
@@ -133,15 +130,14 @@ ExitCode del(Output &out, const std::string &path, bool recursive) {
     return ExitCode::ok;
 }
 
-void add_del(Program &program, CLI::App *sysdb) {
+void add_del(Command sysdb) {
     auto path = std::make_shared<std::string>();
     auto recursive = std::make_shared<bool>(false);
-    CLI::App *sub = program.command(sysdb, "del", "Delete one item, or a directory",
-                                    [path, recursive](Output &out) { return del(out, *path, *recursive); });
-    sub->add_option("PATH", *path, "The item or the directory")->required();
-    sub->add_flag("-r,--recursive", *recursive,
-                  "PATH is a directory: delete it with all that is below, at once");
-    sub->footer("JSON: {path, deleted}\nExample: aaactl sysdb del --recursive /oper/aaa/gl/group-server/");
+    Command sub = sysdb.command("del", "Delete one item, or a directory",
+                                [path, recursive](Output &out) { return del(out, *path, *recursive); });
+    sub.option("PATH", *path, "The item or the directory").required();
+    sub.flag("-r,--recursive", *recursive, "PATH is a directory: delete it with all that is below, at once");
+    sub.footer("JSON: {path, deleted}\nExample: aaactl sysdb del --recursive /oper/aaa/gl/group-server/");
 }
 
 // ---- ls and tree
@@ -240,14 +236,14 @@ ExitCode ls(Output &out, const std::string &path, bool long_form) {
     return note_faults(out, faults);
 }
 
-void add_ls(Program &program, CLI::App *sysdb) {
+void add_ls(Command sysdb) {
     auto path = std::make_shared<std::string>("/");
     auto long_form = std::make_shared<bool>(false);
-    CLI::App *sub = program.command(sysdb, "ls", "List one level of a directory",
-                                    [path, long_form](Output &out) { return ls(out, *path, *long_form); });
-    sub->add_option("PATH", *path, "The directory; / without one");
-    sub->add_flag("-l,--long", *long_form, "Types and values too");
-    sub->footer(
+    Command sub = sysdb.command("ls", "List one level of a directory",
+                                [path, long_form](Output &out) { return ls(out, *path, *long_form); });
+    sub.option("PATH", *path, "The directory; / without one");
+    sub.flag("-l,--long", *long_form, "Types and values too");
+    sub.footer(
         "With -l: exit status 3 when a value cannot be read; the others are shown all the same.\n"
         "JSON: {path, entries: [{name, type, with -l also value, masked or fault}]}\n"
         "Example: aaactl sysdb ls -l /cfg/gl/aaa/authentication/login/");
@@ -308,12 +304,12 @@ ExitCode tree(Output &out, const std::string &path) {
     return note_faults(out, faults);
 }
 
-void add_tree(Program &program, CLI::App *sysdb) {
+void add_tree(Command sysdb) {
     auto path = std::make_shared<std::string>("/");
-    CLI::App *sub = program.command(sysdb, "tree", "Draw all that is below a directory, with values",
-                                    [path](Output &out) { return tree(out, *path); });
-    sub->add_option("PATH", *path, "The directory; / without one");
-    sub->footer(
+    Command sub = sysdb.command("tree", "Draw all that is below a directory, with values",
+                                [path](Output &out) { return tree(out, *path); });
+    sub.option("PATH", *path, "The directory; / without one");
+    sub.footer(
         "Exit status 3 when something cannot be read; the rest is shown all the same.\n"
         "JSON: {path, entries: [{name, type, value, masked or fault, of a directory entries}]}\n"
         "Example: aaactl sysdb tree /oper/aaa/");
@@ -338,21 +334,21 @@ std::string shown_value(const Output &out, const std::string &path, const Item &
     return !out.show_secrets() && is_secret(path, item) ? std::string(kMask) : value_text(item, plain);
 }
 
-void add_sysdb(Program &program) {
-    CLI::App *sysdb = program.group("sysdb", "Read, change and watch the system database");
-    sysdb->footer(
+void add_sysdb(Command root) {
+    Command sysdb = root.group("sysdb", "Read, change and watch the system database");
+    sysdb.footer(
         "Text is shown with \\n, \\t, \\r, \\\\ and \\xNN for what is not printable, in JSON strings too. "
         "Values of keys and\n"
         "passwords are masked unless --show-secrets. Files: see AAA_SYSDB_CFG_DIR and AAA_SYSDB_RUN_DIR.");
-    add_get(program, sysdb);
-    add_set(program, sysdb);
-    add_del(program, sysdb);
-    add_ls(program, sysdb);
-    add_tree(program, sysdb);
-    add_sysdb_watch(program, sysdb);
-    add_sysdb_dump(program, sysdb);
-    add_sysdb_load(program, sysdb);
-    add_sysdb_diff(program, sysdb);
+    add_get(sysdb);
+    add_set(sysdb);
+    add_del(sysdb);
+    add_ls(sysdb);
+    add_tree(sysdb);
+    add_sysdb_watch(sysdb);
+    add_sysdb_dump(sysdb);
+    add_sysdb_load(sysdb);
+    add_sysdb_diff(sysdb);
 }
 
 }  // namespace aaactl

@@ -15,9 +15,9 @@ Json item_json(const Output &out, const std::string &path, const Item &item);
 std::string shown_value(const Output &out, const std::string &path, const Item &item, bool plain = false);
 
 // Each adds its part of "sysdb"; add_sysdb() calls them.
-void add_sysdb_watch(Program &program, CLI::App *sysdb);
-void add_sysdb_dump(Program &program, CLI::App *sysdb);
-void add_sysdb_load(Program &program, CLI::App *sysdb);
-void add_sysdb_diff(Program &program, CLI::App *sysdb);
+void add_sysdb_watch(Command sysdb);
+void add_sysdb_dump(Command sysdb);
+void add_sysdb_load(Command sysdb);
+void add_sysdb_diff(Command sysdb);
 
 }  // namespace aaactl

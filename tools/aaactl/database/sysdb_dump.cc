@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "database/snapshot.hpp"
 #include "database/sysdb.hpp"
@@ -82,12 +81,12 @@ ExitCode diff(Output &out, const std::string &file, const std::string &path) {
 
 }  // namespace
 
-void add_sysdb_dump(Program &program, CLI::App *sysdb) {
+void add_sysdb_dump(Command sysdb) {
     auto path = std::make_shared<std::string>("/cfg/");
-    CLI::App *sub = program.command(sysdb, "dump", "Print a directory so that it can be loaded again",
-                                    [path](Output &out) { return dump(out, *path); });
-    sub->add_option("PATH", *path, "The directory; /cfg/ without one");
-    sub->footer(
+    Command sub = sysdb.command("dump", "Print a directory so that it can be loaded again",
+                                [path](Output &out) { return dump(out, *path); });
+    sub.option("PATH", *path, "The directory; /cfg/ without one");
+    sub.footer(
         "A line is PATH TYPE VALUE, in the database's order; the first is \"aaactl-dump 1 DIRECTORY\". A "
         "masked value\n"
         "(********) is kept by \"load\" as it is stored there; a full backup needs --show-secrets. "
@@ -98,14 +97,14 @@ void add_sysdb_dump(Program &program, CLI::App *sysdb) {
         "Example: aaactl sysdb dump --show-secrets /cfg/ >backup");
 }
 
-void add_sysdb_diff(Program &program, CLI::App *sysdb) {
+void add_sysdb_diff(Command sysdb) {
     auto file = std::make_shared<std::string>();
     auto path = std::make_shared<std::string>();
-    CLI::App *sub = program.command(sysdb, "diff", "Compare the database with a dump",
-                                    [file, path](Output &out) { return diff(out, *file, *path); });
-    sub->add_option("FILE", *file, "The dump, text or JSON; - for standard input")->required();
-    sub->add_option("PATH", *path, "Compare only what is below; all of the dump without it");
-    sub->footer(
+    Command sub = sysdb.command("diff", "Compare the database with a dump",
+                                [file, path](Output &out) { return diff(out, *file, *path); });
+    sub.option("FILE", *file, "The dump, text or JSON; - for standard input").required();
+    sub.option("PATH", *path, "Compare only what is below; all of the dump without it");
+    sub.footer(
         "\"-\" is how the dump has it, \"+\" how the database has it. Exit status 1 when they differ.\n"
         "JSON: {directory, differences: [{path, change: added|removed|changed, dump, database}]}, each of "
         "these two\n"

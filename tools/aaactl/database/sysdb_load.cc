@@ -4,7 +4,6 @@
 // entirely or not at all, whatever happens to this process.
 
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "database/dump.hpp"
 #include "database/sysdb.hpp"
@@ -150,15 +149,14 @@ ExitCode load(Output &out, const LoadOptions &options) {
 
 }  // namespace
 
-void add_sysdb_load(Program &program, CLI::App *sysdb) {
+void add_sysdb_load(Command sysdb) {
     auto options = std::make_shared<LoadOptions>();
-    CLI::App *sub = program.command(sysdb, "load", "Put a dump into the database, all of it or nothing",
-                                    [options](Output &out) { return load(out, *options); });
-    sub->add_option("FILE", options->file, "The dump, text or JSON; - for standard input")->required();
-    sub->add_flag("--replace", options->replace,
-                  "Delete what is in the dump's directory and not in the dump");
-    sub->add_flag("--dry-run", options->dry_run, "Check, and print what would be changed");
-    sub->footer(
+    Command sub = sysdb.command("load", "Put a dump into the database, all of it or nothing",
+                                [options](Output &out) { return load(out, *options); });
+    sub.option("FILE", options->file, "The dump, text or JSON; - for standard input").required();
+    sub.flag("--replace", options->replace, "Delete what is in the dump's directory and not in the dump");
+    sub.flag("--dry-run", options->dry_run, "Check, and print what would be changed");
+    sub.footer(
         "JSON: {directory, items, created, changed, deleted, loaded, differences with --dry-run:\n"
         "[{path, change: added|removed|changed, before, after}]}, each of these two\n{type, value, masked or "
         "fault}\n"

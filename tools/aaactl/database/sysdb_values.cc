@@ -8,7 +8,6 @@
 #include <charconv>
 #include <cstring>
 #include <limits>
-#include <nlohmann/json.hpp>
 
 namespace aaactl {
 namespace {
@@ -151,9 +150,9 @@ uint32_t read_number(std::string_view bytes, size_t at) {
 
 TupleField field_from_json(const Json &value) {
     if (value.is_string()) {
-        return {true, 0, unescaped(value.get<std::string>())};
+        return {true, 0, unescaped(value.text())};
     }
-    if (!value.is_number_integer()) {
+    if (!value.is_integer()) {
         throw malformed("a tuple's fields are integers and strings");
     }
     return {false, number_from<int32_t>(value.dump()), {}};
@@ -163,7 +162,7 @@ std::string string_value(const Json &value) {
     if (!value.is_string()) {
         throw malformed("the value is not a JSON string");
     }
-    return value.get<std::string>();
+    return value.text();
 }
 
 }  // namespace
@@ -334,7 +333,7 @@ Item item_from_argument(uint32_t type, std::string_view text) {
 Item item_from_json(uint32_t type, const Json &value) {
     switch (type) {
         case SYSDB_TYPE_U32:
-            if (!value.is_number_integer()) {
+            if (!value.is_integer()) {
                 throw malformed("the value is not a whole number");
             }
             return number_item(number_from<uint32_t>(value.dump()));
@@ -354,7 +353,8 @@ Item item_from_json(uint32_t type, const Json &value) {
         throw malformed("a tuple is a JSON array");
     }
     std::vector<TupleField> fields;
-    std::transform(value.begin(), value.end(), std::back_inserter(fields), field_from_json);
+    std::transform(value.elements().begin(), value.elements().end(), std::back_inserter(fields),
+                   field_from_json);
     return tuple_item(fields);
 }
 

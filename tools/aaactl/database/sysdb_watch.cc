@@ -11,7 +11,6 @@
 #include <csignal>
 #include <cstring>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "database/sysdb.hpp"
@@ -194,14 +193,14 @@ ExitCode watch(Output &out, const WatchOptions &options) {
 
 }  // namespace
 
-void add_sysdb_watch(Program &program, CLI::App *sysdb) {
+void add_sysdb_watch(Command sysdb) {
     auto options = std::make_shared<WatchOptions>();
-    CLI::App *sub = program.command(sysdb, "watch", "Print changes as they happen, until Control-C",
-                                    [options](Output &out) { return watch(out, *options); });
-    sub->add_option("PATH", options->path, "An item, or a directory with all that is below; / without one");
-    sub->add_option("-n,--count", options->count, "End after so many changes")
-        ->check(CLI::Range(uint64_t{1}, uint64_t{UINT32_MAX}));
-    sub->footer(
+    Command sub = sysdb.command("watch", "Print changes as they happen, until Control-C",
+                                [options](Output &out) { return watch(out, *options); });
+    sub.option("PATH", options->path, "An item, or a directory with all that is below; / without one");
+    sub.option("-n,--count", options->count, "End after so many changes")
+        .between(uint64_t{1}, uint64_t{UINT32_MAX});
+    sub.footer(
         "Several quick changes of one item may be shown as one, the last state always is. \"reread\": more "
         "has changed\n"
         "than the database remembers.\n"

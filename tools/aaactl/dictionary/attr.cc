@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cctype>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "cli/commands.hpp"
 #include "dictionary/attributes.hpp"
@@ -145,43 +144,41 @@ ExitCode export_all(const std::string &format, Output &out) {
     return ExitCode::ok;
 }
 
-void add_show(Program &program, CLI::App *parent) {
+void add_show(Command parent) {
     auto name = std::make_shared<std::string>();
-    CLI::App *sub = program.command(parent, "show", "Show one attribute",
-                                    [name](Output &out) { return show(*name, out); });
-    sub->add_option("ATTRIBUTE", *name, "Name or type; AAA_ and _ATTR may be left out")->required();
-    sub->footer(
+    Command sub =
+        parent.command("show", "Show one attribute", [name](Output &out) { return show(*name, out); });
+    sub.option("ATTRIBUTE", *name, "Name or type; AAA_ and _ATTR may be left out").required();
+    sub.footer(
         "JSON: {type, name, format, secret, wire}.\n\n  aaactl attr show username\n  aaactl attr show 257");
 }
 
-void add_search(Program &program, CLI::App *parent) {
+void add_search(Command parent) {
     auto text = std::make_shared<std::string>();
-    CLI::App *sub = program.command(parent, "search", "Attributes whose names contain a text",
-                                    [text](Output &out) { return search(*text, out); });
-    sub->add_option("TEXT", *text, "Part of a name, in any case")->required();
-    sub->footer(
+    Command sub = parent.command("search", "Attributes whose names contain a text",
+                                 [text](Output &out) { return search(*text, out); });
+    sub.option("TEXT", *text, "Part of a name, in any case").required();
+    sub.footer(
         "Exit status 1 when there is none.\nJSON: {attributes: [{type, name, format, secret}]}.\n\n  aaactl "
         "attr search tunnel");
 }
 
-void add_list(Program &program, CLI::App *parent) {
+void add_list(Command parent) {
     auto format = std::make_shared<std::string>();
-    CLI::App *sub = program.command(parent, "list", "All attributes",
-                                    [format](Output &out) { return list(*format, out); });
-    sub->add_option("--type", *format, "Only those whose values have this format")
-        ->check(CLI::IsMember(format_names()))
-        ->type_name("FORMAT");
-    sub->footer("JSON: {attributes: [{type, name, format, secret}]}.\n\n  aaactl attr list --type address");
+    Command sub =
+        parent.command("list", "All attributes", [format](Output &out) { return list(*format, out); });
+    sub.option("--type", *format, "Only those whose values have this format")
+        .one_of(format_names())
+        .type("FORMAT");
+    sub.footer("JSON: {attributes: [{type, name, format, secret}]}.\n\n  aaactl attr list --type address");
 }
 
-void add_export(Program &program, CLI::App *parent) {
+void add_export(Command parent) {
     auto format = std::make_shared<std::string>("text");
-    CLI::App *sub = program.command(parent, "export", "The dictionary for other programs",
-                                    [format](Output &out) { return export_all(*format, out); });
-    sub->add_option("--format", *format, "text, json or csv")
-        ->check(CLI::IsMember({"text", "json", "csv"}))
-        ->type_name("FORMAT");
-    sub->footer(
+    Command sub = parent.command("export", "The dictionary for other programs",
+                                 [format](Output &out) { return export_all(*format, out); });
+    sub.option("--format", *format, "text, json or csv").one_of({"text", "json", "csv"}).type("FORMAT");
+    sub.footer(
         "CSV has a line for every type, also for those without an attribute; its formats are\n"
         "0 string, 1 integer, 2 binary, 3 address.\nJSON, also with --format json: {attributes: [{type, "
         "name, format, secret}]}.\n\n  aaactl attr export --format csv > attributes.csv");
@@ -189,12 +186,12 @@ void add_export(Program &program, CLI::App *parent) {
 
 }  // namespace
 
-void add_attr(Program &program) {
-    CLI::App *parent = program.group("attr", "The attribute dictionary");
-    add_show(program, parent);
-    add_search(program, parent);
-    add_list(program, parent);
-    add_export(program, parent);
+void add_attr(Command root) {
+    Command parent = root.group("attr", "The attribute dictionary");
+    add_show(parent);
+    add_search(parent);
+    add_list(parent);
+    add_export(parent);
 }
 
 }  // namespace aaactl

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "aaa/result_codes.h"
 #include "cli/commands.hpp"
@@ -177,20 +176,19 @@ ExitCode list(Output &out) {
 
 }  // namespace
 
-void add_err(Program &program) {
+void add_err(Command root) {
     auto texts = std::make_shared<std::vector<std::string>>();
     auto all = std::make_shared<bool>(false);
-    CLI::App *sub =
-        program.command(&program.app, "err", "Say what a result code means", [texts, all](Output &out) {
-            if (*all == !texts->empty()) {
-                throw Failure(ExitCode::usage,
-                              *all ? "--list takes no codes" : "a code, a name or --list is needed");
-            }
-            return *all ? list(out) : explain(*texts, out);
-        });
-    sub->add_option("CODE", *texts, "Code (decimal, 0x..., also negative) or name; AAA_ERR_ may be left out");
-    sub->add_flag("--list", *all, "List every code of the library");
-    sub->footer(
+    Command sub = root.command("err", "Say what a result code means", [texts, all](Output &out) {
+        if (*all == !texts->empty()) {
+            throw Failure(ExitCode::usage,
+                          *all ? "--list takes no codes" : "a code, a name or --list is needed");
+        }
+        return *all ? list(out) : explain(*texts, out);
+    });
+    sub.option("CODE", *texts, "Code (decimal, 0x..., also negative) or name; AAA_ERR_ may be left out");
+    sub.flag("--list", *all, "List every code of the library");
+    sub.footer(
         "Codes of other facilities get their text from the platform.\n"
         "JSON: {codes: [{code, hex, name, text, severity, facility, index, by_library, cause, remedy}]};\n"
         "the last three are the library's codes' only.\n\n"

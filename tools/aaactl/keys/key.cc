@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "aaa/result_codes.h"
 #include "aaa/server_keys.h"
@@ -106,13 +105,12 @@ ExitCode check(Output &out, const std::string &argument) {
     return verdict.valid ? ExitCode::ok : ExitCode::negative;
 }
 
-void add_check(Program &program, CLI::App *key) {
+void add_check(Command key) {
     auto text = std::make_shared<std::string>("-");
-    CLI::App *sub = key_command(program, key, "check", "Tell whether a sealed key can be opened here",
-                                [text](Output &out) { return check(out, *text); });
-    sub->add_option("TEXT", *text,
-                    "The sealed key; without it, or with \"-\", it is read from standard input");
-    sub->footer(
+    Command sub = key_command(key, "check", "Tell whether a sealed key can be opened here",
+                              [text](Output &out) { return check(out, *text); });
+    sub.option("TEXT", *text, "The sealed key; without it, or with \"-\", it is read from standard input");
+    sub.footer(
         "The clear key is shown with --show-secrets only. Exit status 1: it cannot be used.\n"
         "JSON: {valid, well_formed, generation, generation_known, newest, key with --show-secrets}\n"
         "Example: aaactl sysdb get --show-secrets /cfg/site/key | aaactl key check");
@@ -146,9 +144,9 @@ ExitCode seal(Output &out) {
     return ExitCode::ok;
 }
 
-void add_seal(Program &program, CLI::App *key) {
-    CLI::App *sub = key_command(program, key, "seal", "Seal a clear key from standard input", seal);
-    sub->footer(
+void add_seal(Command key) {
+    Command sub = key_command(key, "seal", "Seal a clear key from standard input", seal);
+    sub.footer(
         "JSON: {sealed, generation}\nExample: aaactl key seal | aaactl sysdb set /cfg/site/key --type "
         "string");
 }
@@ -178,40 +176,38 @@ ExitCode trim(Output &out, bool clear) {
     return ExitCode::ok;
 }
 
-void add_trim(Program &program, CLI::App *key) {
+void add_trim(Command key) {
     auto clear = std::make_shared<bool>(false);
-    CLI::App *sub =
-        key_command(program, key, "trim", "Remove white space from the end of a sealed key's clear text",
-                    [clear](Output &out) { return trim(out, *clear); });
-    sub->add_flag("--clear", *clear, "Standard input has a clear key; shown with --show-secrets only");
-    sub->footer(
+    Command sub = key_command(key, "trim", "Remove white space from the end of a sealed key's clear text",
+                              [clear](Output &out) { return trim(out, *clear); });
+    sub.flag("--clear", *clear, "Standard input has a clear key; shown with --show-secrets only");
+    sub.footer(
         "A key that does not end in white space stays as it is, not even sealed again.\n"
         "JSON: {trimmed, key or masked}\nExample: aaactl key trim <sealed");
 }
 
 }  // namespace
 
-CLI::App *key_command(Program &program, CLI::App *key, const std::string &name, const std::string &help,
-                      Action run) {
+Command key_command(Command key, const std::string &name, const std::string &help, Action run) {
     auto file = std::make_shared<std::string>();
-    CLI::App *sub = program.command(key, name, help, [file, run = std::move(run)](Output &out) {
+    Command sub = key.command(name, help, [file, run = std::move(run)](Output &out) {
         log_to_standard_error();
         if (!file->empty()) {
             setenv("AAA_MASTER_KEYS", file->c_str(), 1);
         }
         return run(out);
     });
-    sub->add_option("--file", *file,
-                    "The file of master keys; AAA_MASTER_KEYS, else /etc/aaa/master.keys, without it");
+    sub.option("--file", *file,
+               "The file of master keys; AAA_MASTER_KEYS, else /etc/aaa/master.keys, without it");
     return sub;
 }
 
-void add_key(Program &program) {
-    CLI::App *key = program.group("key", "Check, seal and trim server keys; make and retire the master keys");
-    add_check(program, key);
-    add_seal(program, key);
-    add_trim(program, key);
-    add_key_masters(program, key);
+void add_key(Command root) {
+    Command key = root.group("key", "Check, seal and trim server keys; make and retire the master keys");
+    add_check(key);
+    add_seal(key);
+    add_trim(key);
+    add_key_masters(key);
 }
 
 }  // namespace aaactl

@@ -11,10 +11,9 @@
 namespace aaactl {
 
 // A command of "key": with --file, and with its log lines on standard error.
-CLI::App *key_command(Program &program, CLI::App *key, const std::string &name, const std::string &help,
-                      Action run);
+Command key_command(Command key, const std::string &name, const std::string &help, Action run);
 
 // masters, new-master, rotate, reseal and retire; add_key() calls it.
-void add_key_masters(Program &program, CLI::App *key);
+void add_key_masters(Command key);
 
 }  // namespace aaactl

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <ctime>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "keys/key.hpp"
 #include "keys/sealed_keys.hpp"
@@ -45,10 +44,10 @@ ExitCode masters(Output &out) {
     return ExitCode::ok;
 }
 
-void add_masters(Program &program, CLI::App *key) {
-    CLI::App *sub =
-        key_command(program, key, "masters", "List the generations of the master key, oldest first", masters);
-    sub->footer(
+void add_masters(Command key) {
+    Command sub =
+        key_command(key, "masters", "List the generations of the master key, oldest first", masters);
+    sub.footer(
         "JSON: {file, masters: [{generation, created, newest}]}; no key is shown\nExample: aaactl key "
         "masters");
 }
@@ -66,10 +65,10 @@ ExitCode new_master(Output &out) {
     return ExitCode::ok;
 }
 
-void add_new_master(Program &program, CLI::App *key) {
-    CLI::App *sub =
-        key_command(program, key, "new-master", "Make a file of master keys with one random key", new_master);
-    sub->footer(
+void add_new_master(Command key) {
+    Command sub =
+        key_command(key, "new-master", "Make a file of master keys with one random key", new_master);
+    sub.footer(
         "A file that is there already is left alone; see \"rotate\".\nJSON: {file, generation}\nExample: "
         "aaactl key new-master");
 }
@@ -152,10 +151,11 @@ uint32_t rotate_masters() {
 ExitCode rotate(Output &out, const std::vector<std::string> &paths) {
     Json document = {{"file", file_name()}, {"generation", Json()}};
     Resealed result;
+    uint32_t generation = 0;
     std::string rotated;
     const auto add_master = [&](const std::vector<LeftKey> &left) {
         refuse_left(left);
-        const uint32_t generation = rotate_masters();
+        generation = rotate_masters();
         document["generation"] = generation;
         rotated = "generation " + generation_text(generation) + " was added";
     };
@@ -167,22 +167,21 @@ ExitCode rotate(Output &out, const std::vector<std::string> &paths) {
     }
     add_resealed(document, result);
     out.result(document, [&] {
-        out.line(file_name() + ": new keys are sealed with generation " +
-                 generation_text(document["generation"]));
+        out.line(file_name() + ": new keys are sealed with generation " + generation_text(generation));
         print_resealed(out, result);
     });
     return note_left(out, result.left);  // one that was changed meanwhile
 }
 
-void add_rotate(Program &program, CLI::App *key) {
+void add_rotate(Command key) {
     auto paths = std::make_shared<std::vector<std::string>>();
-    CLI::App *sub = key_command(program, key, "rotate", "Add a random master key, to seal with from now on",
-                                [paths](Output &out) { return rotate(out, *paths); });
-    sub->add_option(
+    Command sub = key_command(key, "rotate", "Add a random master key, to seal with from now on",
+                              [paths](Output &out) { return rotate(out, *paths); });
+    sub.option(
            "--reseal", *paths,
            "Seal the keys that the database has at or below these paths with it, as one change for each tree")
-        ->type_name("PATH...");
-    sub->footer(
+        .type("PATH...");
+    sub.footer(
         "With --reseal every key is read and opened first; if one cannot be, nothing is done, not even a "
         "master key\nadded. Exit status 1: one cannot be opened; 3: one cannot be read.\n"
         "JSON: {file, generation, resealed: [path], faults: [{path, fault}] if any}\n"
@@ -204,13 +203,13 @@ ExitCode reseal_stored(Output &out, const std::vector<std::string> &paths) {
     return note_left(out, result.left);
 }
 
-void add_reseal(Program &program, CLI::App *key) {
+void add_reseal(Command key) {
     auto paths = std::make_shared<std::vector<std::string>>();
-    CLI::App *sub = key_command(program, key, "reseal",
-                                "Seal stored keys of earlier generations with the newest master key",
-                                [paths](Output &out) { return reseal_stored(out, *paths); });
-    sub->add_option("PATH", *paths, "Items and directories of the database")->required();
-    sub->footer(
+    Command sub =
+        key_command(key, "reseal", "Seal stored keys of earlier generations with the newest master key",
+                    [paths](Output &out) { return reseal_stored(out, *paths); });
+    sub.option("PATH", *paths, "Items and directories of the database").required();
+    sub.footer(
         "One that cannot be read or opened is named and left as it is; the others are sealed again all the "
         "same, those\nof one tree (/cfg/, /oper/) as one change. Exit status 1: one cannot be opened; 3: one "
         "cannot be read.\n"
@@ -268,16 +267,13 @@ ExitCode retire(Output &out, const RetireOptions &options) {
     return ExitCode::ok;
 }
 
-void add_retire(Program &program, CLI::App *key) {
+void add_retire(Command key) {
     auto options = std::make_shared<RetireOptions>();
-    CLI::App *sub =
-        key_command(program, key, "retire", "Remove an earlier master key that no stored key needs",
-                    [options](Output &out) { return retire(out, *options); });
-    sub->add_option("GENERATION", options->generation, "Its number, 0 to 99")
-        ->required()
-        ->check(CLI::Range(0, 99));
-    sub->add_flag("--force", options->force, "Do not look for keys in the database that need it");
-    sub->footer(
+    Command sub = key_command(key, "retire", "Remove an earlier master key that no stored key needs",
+                              [options](Output &out) { return retire(out, *options); });
+    sub.option("GENERATION", options->generation, "Its number, 0 to 99").required().between(0, 99);
+    sub.flag("--force", options->force, "Do not look for keys in the database that need it");
+    sub.footer(
         "Exit status 1: stored keys need it; 3: something cannot be read that may be such a key. Keys that "
         "are kept\nelsewhere are not found: what was sealed with this generation is lost.\n"
         "JSON: {file, retired}\nExample: aaactl key retire 1");
@@ -285,12 +281,12 @@ void add_retire(Program &program, CLI::App *key) {
 
 }  // namespace
 
-void add_key_masters(Program &program, CLI::App *key) {
-    add_masters(program, key);
-    add_new_master(program, key);
-    add_rotate(program, key);
-    add_reseal(program, key);
-    add_retire(program, key);
+void add_key_masters(Command key) {
+    add_masters(key);
+    add_new_master(key);
+    add_rotate(key);
+    add_reseal(key);
+    add_retire(key);
 }
 
 }  // namespace aaactl

@@ -3,7 +3,6 @@
 // decode: what a message holds.
 
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "cli/commands.hpp"
 #include "message/hex_input.hpp"
@@ -15,8 +14,7 @@ namespace {
 
 struct Options {
     std::string file = "-";
-    std::string hex;
-    CLI::Option *has_hex = nullptr;
+    std::optional<std::string> hex;
     std::string kind = "auto";
     std::string input = "auto";
     bool text = false;
@@ -62,8 +60,8 @@ std::vector<std::string> kind_names() {
 }
 
 std::string input_bytes(const Options &options) {
-    if (options.has_hex->count() != 0) {
-        return bytes_of_hex(options.hex);
+    if (options.hex) {
+        return bytes_of_hex(*options.hex);
     }
     std::string bytes = read_input(options.file);
     const bool text = options.input == "hex" || (options.input == "auto" && looks_like_text(bytes));
@@ -94,21 +92,18 @@ ExitCode decode(const Options &options, Output &out) {
 
 }  // namespace
 
-void add_decode(Program &program) {
+void add_decode(Command root) {
     auto options = std::make_shared<Options>();
-    CLI::App *sub = program.command(&program.app, "decode", "Show what a message holds",
-                                    [options](Output &out) { return decode(*options, out); });
-    CLI::Option *file = sub->add_option("FILE", options->file, "Message, - for standard input");
-    options->has_hex = sub->add_option("--hex", options->hex, "The message as hexadecimal digits");
-    options->has_hex->excludes(file);
-    sub->add_option("--kind", options->kind, "Kind of message, see below")
-        ->check(CLI::IsMember(kind_names()))
-        ->type_name("KIND");
-    sub->add_option("--input", options->input, "Form of the input: auto, binary or hex")
-        ->check(CLI::IsMember({"auto", "binary", "hex"}))
-        ->type_name("FORM");
-    sub->add_flag("--text", options->text, "Print the form that encode reads");
-    sub->footer(footer());
+    Command sub = root.command("decode", "Show what a message holds",
+                               [options](Output &out) { return decode(*options, out); });
+    const Argument file = sub.option("FILE", options->file, "Message, - for standard input");
+    sub.option("--hex", options->hex, "The message as hexadecimal digits").excludes(file);
+    sub.option("--kind", options->kind, "Kind of message, see below").one_of(kind_names()).type("KIND");
+    sub.option("--input", options->input, "Form of the input: auto, binary or hex")
+        .one_of({"auto", "binary", "hex"})
+        .type("FORM");
+    sub.flag("--text", options->text, "Print the form that encode reads");
+    sub.footer(footer());
 }
 
 }  // namespace aaactl

@@ -8,7 +8,6 @@
 
 #include <cstdio>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "cli/commands.hpp"
 #include "cli/output_file.hpp"
@@ -52,16 +51,6 @@ JSON: {kind, length, hex}, or file in place of hex with --output.
   aaactl encode message.txt --binary > message.bin
 )";
 
-Json parsed(const std::string &text) {
-    try {
-        return Json::parse(text);
-    } catch (const Json::parse_error &error) {
-        throw Failure(ExitCode::bad_input, "JSON: malformed at byte " + std::to_string(error.byte));
-    } catch (const Json::out_of_range &) {
-        throw Failure(ExitCode::bad_input, "JSON: a number is too large");
-    }
-}
-
 ExitCode encode(const Options &options, Output &out) {
     if (options.binary && options.to.empty() && isatty(STDOUT_FILENO) == 1) {
         throw Failure(ExitCode::usage, "binary output does not go to a terminal; use -o FILE or a pipe");
@@ -93,21 +82,20 @@ Message message_of(const std::string &description, const std::string &form) {
         throw Failure(ExitCode::bad_input, "there is nothing to encode: the input is empty");
     }
     const bool json = form == "json" || (form == "auto" && description[begin] == '{');
-    return json ? from_json(parsed(description)) : from_text(description);
+    return json ? from_json(Json::parse(description)) : from_text(description);
 }
 
-void add_encode(Program &program) {
+void add_encode(Command root) {
     auto options = std::make_shared<Options>();
-    CLI::App *sub = program.command(&program.app, "encode", "Make a message of its description",
-                                    [options](Output &out) { return encode(*options, out); });
-    sub->add_option("FILE", options->file, "Description, - for standard input");
-    sub->add_option("--from", options->form, "Form of the description: auto, text or json")
-        ->check(CLI::IsMember({"auto", "text", "json"}))
-        ->type_name("FORM");
-    sub->add_flag("--binary", options->binary, "Print bytes instead of hexadecimal digits");
-    sub->add_option("-o,--output", options->to, "Write bytes to a file, all of them or none")
-        ->type_name("FILE");
-    sub->footer(kFooter);
+    Command sub = root.command("encode", "Make a message of its description",
+                               [options](Output &out) { return encode(*options, out); });
+    sub.option("FILE", options->file, "Description, - for standard input");
+    sub.option("--from", options->form, "Form of the description: auto, text or json")
+        .one_of({"auto", "text", "json"})
+        .type("FORM");
+    sub.flag("--binary", options->binary, "Print bytes instead of hexadecimal digits");
+    sub.option("-o,--output", options->to, "Write bytes to a file, all of them or none").type("FILE");
+    sub.footer(kFooter);
 }
 
 }  // namespace aaactl

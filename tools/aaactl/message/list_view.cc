@@ -4,8 +4,6 @@
 
 #include "message/list_view.hpp"
 
-#include <nlohmann/json.hpp>
-
 #include "dictionary/attributes.hpp"
 #include "message/message_json.hpp"
 #include "message/message_meanings.hpp"

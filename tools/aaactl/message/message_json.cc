@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <initializer_list>
-#include <nlohmann/json.hpp>
 
 #include "dictionary/attributes.hpp"
 #include "message/message_draft.hpp"
@@ -59,7 +58,7 @@ void add_fields(Json &document, const Record &record, uint32_t type) {
         }
     }
     document["fields"] = fields;
-    if (!meanings.empty()) {
+    if (meanings != Json::object()) {
         document["meanings"] = meanings;
     }
 }
@@ -129,7 +128,7 @@ void only_keys(const Json &object, const std::string &path, std::initializer_lis
     if (!object.is_object()) {
         refuse(path, "an object is needed");
     }
-    for (const auto &[key, value] : object.items()) {
+    for (const auto &[key, value] : object.members()) {
         if (std::none_of(keys.begin(), keys.end(),
                          [&name = key](const char *known) { return name == known; })) {
             refuse(path, "no key '" + escaped(key) + "' is known here");
@@ -147,14 +146,14 @@ const std::string &string_in(const Json &value) {
     if (!value.is_string()) {
         throw Refused{"a string is needed"};
     }
-    return value.get_ref<const std::string &>();
+    return value.text();
 }
 
 uint64_t unsigned_in(const Json &value, uint64_t most) {
-    if (!value.is_number_unsigned() || value.get<uint64_t>() > most) {
+    if (!value.is_natural() || value.natural() > most) {
         throw Refused{"a number from 0 to " + std::to_string(most) + " is needed"};
     }
-    return value.get<uint64_t>();
+    return value.natural();
 }
 
 uint32_t word_in(const Json &object, const char *key) {
@@ -259,7 +258,7 @@ void read_fields(Draft &draft, const Json &fields, const std::string &path) {
     if (!fields.is_object()) {
         refuse(path, "an object is needed");
     }
-    for (const auto &[name, value] : fields.items()) {
+    for (const auto &[name, value] : fields.members()) {
         at(path + "/" + escaped(name), [&, &name = name, &value = value] { read_field(draft, name, value); });
     }
 }
@@ -268,12 +267,13 @@ void read_pairs(Draft &draft, const Json &pairs, const std::string &path) {
     if (!pairs.is_array()) {
         refuse(path, "an array is needed");
     }
-    for (size_t i = 0; i < pairs.size(); ++i) {
+    for (size_t i = 0; i < pairs.elements().size(); ++i) {
+        const Json &pair = pairs.elements()[i];
         const std::string place = path + "/" + std::to_string(i);
-        only_keys(pairs[i], place,
+        only_keys(pair, place,
                   {"offset", "type", "attribute", "deleted", "tag", "flags", "flag_names", "length", "text",
                    "number", "address", "hex", "masked", "shown", "meaning", "padding", "padding_masked"});
-        at(place, [&] { draft.pair(pair_in(pairs[i])); });
+        at(place, [&] { draft.pair(pair_in(pair)); });
     }
 }
 
@@ -290,7 +290,7 @@ void read_list(Draft &draft, const Json &object, const std::string &path) {
 
 void read_record(Draft &draft, const Json &object, const std::string &path) {
     only_keys(object, path, {"part", "record", "offset", "fields", "meanings"});
-    at(path + "/record", [&] { draft.record(string_in(object.value("record", Json()))); });
+    at(path + "/record", [&] { draft.record(string_in(object["record"])); });
     if (object.contains("fields")) {
         read_fields(draft, object["fields"], path + "/fields");
     }
@@ -301,12 +301,12 @@ void read_bytes(Draft &draft, const Json &object, const std::string &path) {
     at(path, [&] {
         const std::string bytes = bytes_in(object);
         check_length(object, bytes.size());
-        draft.bytes(string_in(object.value("name", Json())), bytes);
+        draft.bytes(string_in(object["name"]), bytes);
     });
 }
 
 void read_part(Draft &draft, const Json &object, const std::string &path) {
-    const Json part = object.is_object() ? object.value("part", Json()) : Json();
+    const Json &part = object["part"];
     if (part == "list") {
         read_list(draft, object, path);
     } else if (part == "record") {
@@ -335,12 +335,12 @@ void read_parts(Draft &draft, const Json &document) {
     if (document.contains("kind")) {
         at("kind", [&] { draft.kind(string_in(document["kind"])); });
     }
-    const Json parts = document.value("parts", Json());
+    const Json &parts = document["parts"];
     if (!parts.is_array()) {
         refuse("parts", "an array is needed");
     }
-    for (size_t i = 0; i < parts.size(); ++i) {
-        read_part(draft, parts[i], "parts/" + std::to_string(i));
+    for (size_t i = 0; i < parts.elements().size(); ++i) {
+        read_part(draft, parts.elements()[i], "parts/" + std::to_string(i));
     }
 }
 

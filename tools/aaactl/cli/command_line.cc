@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The command line in terms of CLI11.
+
+#include "cli/command_line.hpp"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
+
+namespace aaactl {
+namespace {
+
+// An argument of several words is NAME..., whatever its limit; CLI11 has "(1x)" for "one to four".
+class UsageLine : public CLI::Formatter {
+    [[nodiscard]] std::string make_option_usage(const CLI::Option *option) const override {
+        const std::string words = option->get_name(true) + (option->get_expected_max() > 1 ? "..." : "");
+        return option->get_required() ? words : "[" + words + "]";
+    }
+};
+
+// The accepted values are in braces after the type's name: "KIND:{auto,list}".
+std::vector<std::string> words_in_braces(const std::string &type) {
+    const size_t begin = type.find('{');
+    const size_t end = type.find('}', begin);
+    std::vector<std::string> words;
+    for (size_t at = begin; at != std::string::npos && end != std::string::npos && at < end;) {
+        const size_t next = std::min(type.find(',', at + 1), end);
+        words.push_back(type.substr(at + 1, next - at - 1));
+        at = next;
+    }
+    return words;
+}
+
+ArgumentForm form_of(const CLI::Option &option) {
+    ArgumentForm form{
+        {}, option.get_name(true), option.get_expected_max() > 0, words_in_braces(option.get_type_name())};
+    for (const std::string &name : option.get_lnames()) {
+        form.names.push_back("--" + name);
+    }
+    for (const std::string &name : option.get_snames()) {
+        form.names.push_back("-" + name);
+    }
+    return form;
+}
+
+// A mistyped command is the reason for the command that is missing.
+std::string reason(const CLI::App &app, const CLI::ParseError &error) {
+    const auto unknown = app.remaining(true);
+    const bool mistyped = dynamic_cast<const CLI::RequiredError *>(&error) != nullptr && !unknown.empty();
+    return mistyped ? "The following argument was not expected: " + unknown.front() : error.what();
+}
+
+}  // namespace
+
+Argument &Argument::required(bool is_required) {
+    option_->required(is_required);
+    return *this;
+}
+
+Argument &Argument::one_of(const std::vector<std::string> &words) {
+    option_->check(CLI::IsMember(words));
+    return *this;
+}
+
+Argument &Argument::between(int low, int high) {
+    option_->check(CLI::Range(low, high));
+    return *this;
+}
+
+Argument &Argument::between(uint64_t low, uint64_t high) {
+    option_->check(CLI::Range(low, high));
+    return *this;
+}
+
+Argument &Argument::values(int least, int most) {
+    option_->expected(least, most);
+    return *this;
+}
+
+Argument &Argument::one_value_each() {
+    option_->allow_extra_args(false);
+    return *this;
+}
+
+Argument &Argument::type(const std::string &name) {
+    option_->type_name(name);
+    return *this;
+}
+
+Argument &Argument::shows_default() {
+    option_->capture_default_str();
+    return *this;
+}
+
+Argument &Argument::excludes(const Argument &other) {
+    option_->excludes(other.option_);
+    return *this;
+}
+
+Command Command::command(const std::string &name, const std::string &help, Action run) {
+    CLI::App *sub = app_->add_subcommand(name, help);
+    sub->final_callback([chosen = chosen_, run = std::move(run)] { *chosen = run; });
+    return {sub, chosen_};
+}
+
+Command Command::group(const std::string &name, const std::string &help) {
+    CLI::App *sub = app_->add_subcommand(name, help);
+    sub->require_subcommand(1);
+    return {sub, chosen_};
+}
+
+Argument Command::flag(const std::string &name, bool &value, const std::string &help) {
+    return Argument(app_->add_flag(name, value, help));
+}
+
+Argument Command::option(const std::string &name, std::string &value, const std::string &help) {
+    return Argument(app_->add_option(name, value, help));
+}
+
+Argument Command::option(const std::string &name, std::optional<std::string> &value,
+                         const std::string &help) {
+    return option(
+        name, [&value](const std::string &given) { value = given; }, help);
+}
+
+Argument Command::option(const std::string &name, std::vector<std::string> &value, const std::string &help) {
+    return Argument(app_->add_option(name, value, help));
+}
+
+Argument Command::option(const std::string &name, uint32_t &value, const std::string &help) {
+    return Argument(app_->add_option(name, value, help));
+}
+
+Argument Command::option(const std::string &name, uint64_t &value, const std::string &help) {
+    return Argument(app_->add_option(name, value, help));
+}
+
+Argument Command::option(const std::string &name, const std::function<void(const std::string &)> &take,
+                         const std::string &help) {
+    return Argument(app_->add_option_function<std::string>(name, take, help));
+}
+
+void Command::footer(const std::string &text) {
+    app_->footer(text);
+}
+
+std::string Command::name() const {
+    return app_->get_name();
+}
+
+std::vector<Command> Command::commands() const {
+    std::vector<Command> all;
+    for (CLI::App *sub : app_->get_subcommands([](const CLI::App *) { return true; })) {
+        all.push_back({sub, chosen_});
+    }
+    return all;
+}
+
+std::vector<ArgumentForm> Command::arguments() const {
+    std::vector<ArgumentForm> all;
+    for (const CLI::Option *option : app_->get_options()) {
+        all.push_back(form_of(*option));
+    }
+    return all;
+}
+
+bool Command::was_given() const {
+    return app_->parsed();
+}
+
+CommandLine::CommandLine(const std::string &name, const std::string &version, const std::string &help)
+    : app_(std::make_unique<CLI::App>(help, name)) {
+    app_->formatter(std::make_shared<UsageLine>());  // inherited by the commands
+    app_->require_subcommand(1);
+    app_->fallthrough();  // global options may follow a command's name
+    app_->set_version_flag("--version", name + " " + version);
+    app_->set_help_all_flag("--help-all", "Print the help of every command and exit");
+}
+
+CommandLine::~CommandLine() = default;
+
+Command CommandLine::root() {
+    return {app_.get(), &chosen_};
+}
+
+Action CommandLine::parse(int argc, const char *const *argv) {
+    try {
+        app_->parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        if (error.get_exit_code() != 0) {
+            throw UsageError(reason(*app_, error));
+        }
+        app_->exit(error);  // prints help or the version
+        std::cout.flush();
+        return nullptr;
+    }
+    return chosen_;
+}
+
+}  // namespace aaactl
