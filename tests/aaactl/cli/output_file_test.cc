@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Files that commands write: complete or as they were.
+// Files that commands write: complete or unchanged.
 
 #include "cli/output_file.hpp"
 
@@ -42,7 +42,7 @@ TEST(OutputFile, NewOnesHaveTheModeThatTheUmaskLeaves) {
     EXPECT_EQ(files_in(dir), 1u);
 }
 
-// Whoever has the old file open, or linked under another name, goes on reading the old bytes.
+// A process that has the old file open, and another link to it, still read the old bytes.
 TEST(OutputFile, OldOnesAreReplacedAndKeepTheirMode) {
     const TempDir dir;
     const std::string file = dir.write("message", "old", 0604);
@@ -68,7 +68,7 @@ TEST(OutputFile, NothingIsLostWhenTheNewOneDoesNotFit) {
     EXPECT_EQ(replaced.err, "aaactl: " + file + ": File too large\n");
     EXPECT_EQ(dir.read("message"), "old");
     EXPECT_EQ(created.status, 6);
-    EXPECT_EQ(files_in(dir), 1u) << "neither a part of the new one nor a temporary";
+    EXPECT_EQ(files_in(dir), 1u) << "neither a partial nor a temporary file";
 }
 
 TEST(OutputFile, NothingIsLostWhenThePlaceIsTaken) {
@@ -138,10 +138,10 @@ TEST(OutputFile, PipesAreWrittenTo) {
 TEST(OutputFile, WhatAnotherHasLeftBehindIsNotTouched) {
     const TempDir dir;
     const std::string name = ".aaactl-" + std::to_string(getpid()) + "-0";
-    dir.write(name, "left behind");
+    dir.write(name, "left over");
     write_file(dir.path("message"), "new");
     EXPECT_EQ(dir.read("message"), "new");
-    EXPECT_EQ(dir.read(name), "left behind");
+    EXPECT_EQ(dir.read(name), "left over");
     EXPECT_EQ(files_in(dir), 2u);
 }
 

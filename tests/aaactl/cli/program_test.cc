@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What holds for every command: help, exit status of a wrong command line,
+// Properties of every command: help, exit status of a wrong command line,
 // completion, and escaping.
 
 #include <algorithm>
@@ -47,7 +47,7 @@ TEST(AaactlProgram, HelpNamesTheValuesOfAnOption) {
     const std::string colour = help.substr(at, help.find("\n  -", at) - at);
     EXPECT_NE(colour.find("WHEN:{always,auto,never}"), std::string::npos) << colour;
     EXPECT_NE(colour.find("always, auto (on a terminal) or never"), std::string::npos) << colour;
-    EXPECT_EQ(help.find("->"), std::string::npos) << "how values are stored is nobody's concern";
+    EXPECT_EQ(help.find("->"), std::string::npos) << "help does not show how values are stored";
     EXPECT_EQ(aaactl({"attr", "list", "--color", "2"}).status, 2);
     const auto wrong = aaactl({"attr", "list", "--color", "sometimes"});
     EXPECT_EQ(wrong.err, "aaactl: --color: sometimes not in {always,auto,never} (see --help)\n");
@@ -122,7 +122,7 @@ bool is_installed(const std::string &shell) {
     return std::system(("command -v " + shell + " >/dev/null 2>&1").c_str()) == 0;
 }
 
-// What bash offers for the words, the last of which is under the cursor.
+// The completions that bash offers; the cursor is at the last word.
 std::set<std::string> completions(const TempDir &dir, const std::string &words, int cursor) {
     return lines_of("bash --norc -c 'cd " + dir.path("") + "; source ./aaactl.bash; COMP_WORDS=(" + words +
                     "); COMP_CWORD=" + std::to_string(cursor) +
@@ -163,7 +163,7 @@ TEST(AaactlProgram, CompletesInZshAndFish) {
         << fish.out;
 }
 
-// compadd and compdef work only while a line is edited: in their place stand functions that print.
+// compadd and compdef work only while a line is edited: functions that print replace them.
 std::set<std::string> offered_by_zsh(const TempDir &dir, const std::string &words, int current) {
     return lines_of(
         "zsh -f -c 'compdef() { }; compadd() { shift; (( $# )) && print -l -- \"$@\" }; "
@@ -186,7 +186,7 @@ TEST(AaactlProgram, ZshTakesItsCompletion) {
     const auto commands = offered_by_zsh(dir, "aaactl --json sysdb \"\"", 4);
     EXPECT_TRUE(commands.count("dump"));
     EXPECT_FALSE(commands.count("decode"));
-    // Found by its name in the directories of functions, it announces itself and completes with its first
+    // When autoloaded from the directories of functions, it registers itself and completes at its first
     // call.
     EXPECT_EQ(lines_of("zsh -f -c 'fpath=(" + dir.path("") +
                        "); autoload -Uz _aaactl; compadd() { shift; print -l -- \"$@\" }; words=(aaactl "
@@ -271,7 +271,7 @@ void collect_members(const nlohmann::ordered_json &document, std::set<std::strin
 
 class AaactlDocuments : public aaactl_test::DatabaseTest {
   protected:
-    // Each member of the document stands in the help of the command, whose words are the first ones.
+    // Every member of the document is named in the help of the command, which the first words form.
     static void expect_described(const std::vector<std::string> &command, std::vector<std::string> args,
                                  const std::string &input = "") {
         args.insert(args.begin(), command.begin(), command.end());
@@ -332,9 +332,11 @@ std::string with_full_output(const std::string &words) {
 TEST(AaactlProgram, SaysThatItsOutputIsLost) {
     const std::string lost = "aaactl: standard output: No space left on device|";
     EXPECT_EQ(with_full_output("attr list"), "6|" + lost);
-    EXPECT_EQ(with_full_output("attr search no-such --json"), "6|" + lost) << "though the answer is no";
+    EXPECT_EQ(with_full_output("attr search no-such --json"), "6|" + lost)
+        << "lost output overrides a negative answer";
     EXPECT_EQ(with_full_output("decode --help").substr(0, 2), "6|");
-    EXPECT_EQ(with_full_output("decode --hex 00").substr(0, 2), "3|") << "which says more";
+    EXPECT_EQ(with_full_output("decode --hex 00").substr(0, 2), "3|")
+        << "malformed input overrides lost output";
 }
 
 TEST(AaactlProgram, HasColoursOnATerminalOnly) {

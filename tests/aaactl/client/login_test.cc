@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // login and acct against the example server, and against servers that send
-// what no library composed.
+// malformed messages.
 
 #include <fcntl.h>
 
@@ -51,7 +51,7 @@ class AaactlLogin : public DatabaseTest {
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     }
 
-    // In both forms, which must not differ in what they say.
+    // In both forms, which must give the same answers.
     Result login(const std::vector<std::string> &more, const std::string &input) const {
         std::vector<std::string> args = {"login", socket_};
         args.insert(args.end(), more.begin(), more.end());
@@ -93,7 +93,7 @@ TEST_F(AaactlLogin, DeniesTheWrongOne) {
     EXPECT_EQ(run.status, 1);
     EXPECT_TRUE(contains(run.out, "=> FAIL, \"Password is wrong\"")) << run.out;
     EXPECT_TRUE(contains(run.out, "alice: denied\n"));
-    EXPECT_FALSE(contains(run.out, "authorization")) << "asked for a user who is not there: " << run.out;
+    EXPECT_FALSE(contains(run.out, "authorization")) << "authorization of an unknown user: " << run.out;
     EXPECT_FALSE(contains(run.out + run.err, "rabbit"));
 }
 
@@ -115,7 +115,7 @@ TEST_F(AaactlLogin, AuthorizesEachCommand) {
     EXPECT_TRUE(contains(both.out, "authorization of show version")) << both.out;
     EXPECT_TRUE(contains(both.out, "=> FAIL, \"Command is not allowed\"")) << both.out;
     EXPECT_TRUE(contains(both.out, "authorization of ping 1"))
-        << "the one behind the refused one: " << both.out;
+        << "the one after the refused one: " << both.out;
     const Result allowed = login({"alice", "--authorize", "show version"}, "wonderland\n");
     EXPECT_EQ(allowed.status, 0) << allowed.out;
 }
@@ -164,28 +164,28 @@ TEST_F(AaactlLogin, SaysWhenARecordIsNotKept) {
 
 #endif  // AAACTL_SERVER
 
-// ---- what is refused before anything is sent
+// ---- refusals before anything is sent
 
 TEST(AaactlClient, RefusesWhatCannotBeSent) {
     const TempDir dir;
-    const std::string nobody = dir.path("socket");
+    const std::string unused = dir.path("socket");
     const std::vector<std::vector<std::string>> wrong = {
-        {"login", nobody, std::string(254, 'u')},
-        {"login", nobody, ""},
-        {"login", nobody, "alice", "--service", "no-such"},
-        {"login", nobody, "alice", "--service", "32"},
-        {"login", nobody, "alice", "--line", std::string(32, 't')},
-        {"login", nobody, "alice", "--remote-addr", std::string(256, '1')},
-        {"login", nobody, "alice", "--timeout", "-1"},
-        {"login", nobody},
-        {"acct", nobody, "pause", "alice"},
+        {"login", unused, std::string(254, 'u')},
+        {"login", unused, ""},
+        {"login", unused, "alice", "--service", "no-such"},
+        {"login", unused, "alice", "--service", "32"},
+        {"login", unused, "alice", "--line", std::string(32, 't')},
+        {"login", unused, "alice", "--remote-addr", std::string(256, '1')},
+        {"login", unused, "alice", "--timeout", "-1"},
+        {"login", unused},
+        {"acct", unused, "pause", "alice"},
     };
     for (const auto &args : wrong) {
         EXPECT_EQ(aaactl(args, "x\n").status, 2) << args.back();
     }
     for (const auto &args :
-         std::vector<std::vector<std::string>>{{"login", nobody, "alice"},
-                                               {"acct", nobody, "start", "alice"},
+         std::vector<std::vector<std::string>>{{"login", unused, "alice"},
+                                               {"acct", unused, "start", "alice"},
                                                {"login", "/" + std::string(200, 'x'), "alice"}}) {
         const Result run = aaactl(args, "x\n");
         EXPECT_EQ(run.status, 5) << run.err;
@@ -193,11 +193,11 @@ TEST(AaactlClient, RefusesWhatCannotBeSent) {
     }
 }
 
-// ---- servers that are not what they should be
+// ---- defective servers
 
 class AaactlAnswer : public ::testing::Test {
   protected:
-    // What login (or acct) makes of the answers.
+    // Runs login (or acct) with these answers.
     Result run(std::vector<Answer> answers, std::vector<std::string> args = {},
                const std::string &input = "s3cret\n", bool stay = false) {
         const std::string path = dir_.path("socket" + std::to_string(++count_));
@@ -280,8 +280,8 @@ TEST_F(AaactlAnswer, WhatStandsInTheReplyDecides) {
         {classic_reply(status(AAA_STAT_ABORT)), 1, "ABORT"},
         {classic_reply(status(AAA_STAT_ERROR)), 6, "ERROR"},
         {classic_reply(status(AAA_STAT_NONE)), 6, "NO STATUS"},
-        {classic_reply(status(10)), 3, "10 is no status"},
-        {classic_reply(status(0xffffffff)), 3, "is no status"},
+        {classic_reply(status(10)), 3, "10 is not a status"},
+        {classic_reply(status(0xffffffff)), 3, "is not a status"},
         {classic_reply(nothing), 3, "it has no status"},
         {classic_reply(status(AAA_STAT_PASS), AAA_ERR_NOMEM), 6, "not processed: "},
     };
@@ -342,7 +342,7 @@ TEST_F(AaactlAnswer, SecretsInAReplyAreMasked) {
     }
 }
 
-// ---- questions on the way
+// ---- questions of the server
 
 TEST_F(AaactlAnswer, AnswersQuestionsWithTheServersState) {
     const Answer ask_password = [](const Request &request) {
@@ -372,7 +372,7 @@ TEST_F(AaactlAnswer, AnswersQuestionsWithTheServersState) {
     EXPECT_TRUE(contains(unanswered.out, "=> GETDATA, \"Token:\"")) << unanswered.out;
 }
 
-// At a terminal everything is asked for; only what the server allows to be seen is.
+// At a terminal everything is asked for; only answers that the server allows are echoed.
 TEST_F(AaactlAnswer, SecretsAreTypedUnseen) {
     const auto asks = [](const std::string &text, uint32_t echo) {
         return always(classic_reply([=](avlist *list) {
@@ -423,7 +423,7 @@ TEST_F(AaactlAnswer, DoesNotAnswerForEver) {
     const Result result = run(std::vector<Answer>(40, always(classic_reply(status(AAA_STAT_GETPASS)))),
                               {"--color=never"}, input);
     EXPECT_EQ(result.status, 6) << result.err;
-    EXPECT_TRUE(contains(result.err, "does not decide")) << result.err;
+    EXPECT_TRUE(contains(result.err, "without a decision")) << result.err;
 }
 
 TEST_F(AaactlAnswer, ShowsWhatWasAnsweredBeforeItWentWrong) {
@@ -456,7 +456,7 @@ TEST_F(AaactlAnswer, TheDocumentOfAFailureHasWhatWasAnsweredBefore) {
     });
     const Result unjudged = run({always(odd)}, {"--json"});
     EXPECT_EQ(unjudged.status, 3);
-    ASSERT_EQ(unjudged.json()["steps"].size(), 1u) << "a reply that says nothing was received all the same";
+    ASSERT_EQ(unjudged.json()["steps"].size(), 1u) << "a reply without a status is shown, too";
     EXPECT_EQ(unjudged.json()["steps"][0]["attributes"].size(), 2u);
     EXPECT_FALSE(unjudged.json()["steps"][0].contains("status"));
     EXPECT_TRUE(contains(run({always(odd)}, {"--color=never"}).out, "=> no status"));
@@ -470,11 +470,11 @@ TEST_F(AaactlAnswer, TheDocumentOfAFailureSaysWhatWasTried) {
     EXPECT_EQ(silent.json()["steps"].dump(), "[]");
     EXPECT_FALSE(silent.json().contains("verdict"));
     const TempDir dir;
-    const Result nobody = aaactl({"login", dir.path("socket"), "alice", "--session", "--json"}, "x\n");
-    EXPECT_EQ(nobody.status, 5);
-    EXPECT_EQ(nobody.json()["server"], dir.path("socket"));
-    EXPECT_EQ(nobody.json()["form"], "session");
-    EXPECT_EQ(nobody.json()["steps"].dump(), "[]");
+    const Result unserved = aaactl({"login", dir.path("socket"), "alice", "--session", "--json"}, "x\n");
+    EXPECT_EQ(unserved.status, 5);
+    EXPECT_EQ(unserved.json()["server"], dir.path("socket"));
+    EXPECT_EQ(unserved.json()["form"], "session");
+    EXPECT_EQ(unserved.json()["steps"].dump(), "[]");
 }
 
 TEST_F(AaactlAnswer, NeedsAPassword) {

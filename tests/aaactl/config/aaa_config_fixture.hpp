@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A test with an AAA configuration of its own, in the system database and in
-// the files of the host. What a test puts into the database is stored all at
-// once, before the next run of aaactl.
+// A test with a private AAA configuration, in the system database and in the
+// files of the host. Items that a test adds are stored together before the next
+// run of aaactl.
 
 #pragma once
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// explain: which list a request goes by, what its methods lead to, and why.
+// explain: which list a request uses, where its methods lead, and why.
 
 #include "aaactl/config/aaa_config_fixture.hpp"
 
@@ -65,7 +65,7 @@ TEST_F(Explain, NoneAsksNobody) {
     list("authorization/commands/default", R"(1, 0, 0, 0, "", "", "", "")");
     const Result text = explain({"authorization", "cmd"});
     EXPECT_EQ(text.status, 0) << text.out;
-    EXPECT_TRUE(contains(text.out, "1. none  (nobody is asked: every request is accepted)\n\nNothing"))
+    EXPECT_TRUE(contains(text.out, "1. none  (no one is asked: every request is accepted)\n\nNothing"))
         << text.out;
     EXPECT_TRUE(explain_json({"authorization", "commands"}).json()["steps"][0]["on_refusal"].is_null());
 }
@@ -135,7 +135,7 @@ TEST_F(Explain, AFileOfRowsThatCannotBeUsedFailsAsRequestsDo) {
     const Result run = explain({"authentication", "login", "--line", "pts/0"});
     EXPECT_EQ(run.status, 3) << run.out;
     EXPECT_TRUE(contains(run.err, dir().path("lines.conf") + ": requests that name no list fail")) << run.err;
-    EXPECT_EQ(explain({"authentication", "login"}).status, 0) << "nobody asks for a line";
+    EXPECT_EQ(explain({"authentication", "login"}).status, 0) << "the line is not consulted";
 }
 
 TEST_F(Explain, RefusesNamesThatNoListCanHave) {

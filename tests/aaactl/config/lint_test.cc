@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// lint: a configuration in order, and each thing that can be wrong with one.
+// lint: a correct configuration, and each possible fault.
 
 #include "aaactl/config/aaa_config_fixture.hpp"
 #include "aaactl/support/damaged_items.hpp"
@@ -14,7 +14,7 @@ using Lines = std::vector<std::string>;
 
 class Lint : public aaactl_test::AaaConfigTest {
   protected:
-    // A configuration with which nothing is wrong.
+    // A configuration without faults.
     void SetUp() override {
         groups();
         list("authentication/login/default", R"(10, 2, 0, 0, "corp", "", "", "")");
@@ -209,7 +209,7 @@ TEST_F(Lint, FindsKeysThatDoNotDecrypt) {
     changed.back() = changed.back() == '0' ? '1' : '0';
     put(kGroups + "radius/corp/key", "string", changed);
     EXPECT_EQ(lint(), Lines{"error sealed-key " + kGroups + "radius/corp/key"});
-    EXPECT_TRUE(contains(run({"lint"}).out, "it has been changed since it was sealed"));
+    EXPECT_TRUE(contains(run({"lint"}).out, "it was changed after it was sealed"));
 
     uint32_t generation = 0;
     ASSERT_EQ(aaa_platform_master_keys_rotate(keys.c_str(), &generation), 0u);
@@ -230,7 +230,7 @@ TEST_F(Lint, FindsKeysThatDoNotDecrypt) {
     }
 }
 
-// "key" keeps keys anywhere in the database, and rotates the master keys for all of them.
+// "key" accepts keys anywhere in the database, and rotates the master keys for all of them.
 TEST_F(Lint, FindsKeysThatDoNotDecryptOutsideOfTheConfiguration) {
     const std::string keys = dir().path("master.keys");
     ASSERT_EQ(aaa_platform_master_keys_create(keys.c_str()), 0u);

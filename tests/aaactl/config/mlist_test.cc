@@ -109,7 +109,7 @@ TEST_F(Lists, WhatIsNoListIsToldWithTheRest) {
     EXPECT_EQ(json.status, 3);
     EXPECT_EQ(json.json()["lists"][0]["fault"], "value does not fit its type");
     EXPECT_EQ(json.json()["lists"][1]["methods"][0]["name"], "local");
-    EXPECT_EQ(aaactl({"mlist", "show", "accounting"}).status, 0) << "nothing is wrong there";
+    EXPECT_EQ(aaactl({"mlist", "show", "accounting"}).status, 0) << "no fault there";
 }
 
 TEST_F(Lists, ADamagedNumberOfAGroupIsToldWithTheRest) {

@@ -72,7 +72,7 @@ TEST_F(Groups, ListShowsConfiguredAndPublished) {
     EXPECT_EQ(aaactl({"sg", "list", "corp", "--protocol", "tacacs"}).status, 4);
 }
 
-// lint says what is wrong with it; the other groups are to be seen all the same.
+// lint reports the fault; the other groups are listed as usual.
 TEST_F(Groups, ANumberThatIsNoneHidesNoOtherGroup) {
     ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
     put("/oper/aaa/gl/group-server/sg_name_map/radius/bad", "string", "x");
@@ -106,7 +106,7 @@ TEST_F(Groups, ADamagedNumberIsToldWithTheRest) {
     EXPECT_EQ(json.status, 3);
     EXPECT_EQ(json.json()["groups"][0]["fault"], "value does not fit its type");
     EXPECT_FALSE(json.json()["groups"][1].contains("fault"));
-    EXPECT_EQ(aaactl({"sg", "list", "whole"}).status, 0) << "nothing is wrong with this one";
+    EXPECT_EQ(aaactl({"sg", "list", "whole"}).status, 0) << "this group has no fault";
 }
 
 TEST_F(Groups, AGroupWithADamagedNumberIsDeletedAndCreatedAnew) {
@@ -182,11 +182,11 @@ TEST_F(Groups, WhatIsNoServerIsShownAsSuchAndCanBeDeleted) {
     put("/cfg/gl/aaa/group-server/radius/corp/server/three/192.0.2.22,1,2", "u32", "1");
     EXPECT_EQ(aaactl({"sg", "list"}).out,
               "PROTOCOL  NAME  NUMBER  SERVERS\n"
-              "radius    corp  1001    192.0.2.20,1812,1813 192.0.2.21 (not usable: \"1812x\" is no port) "
-              "three (not usable: \"three/\" is no ordinal of a server)\n");
+              "radius    corp  1001    192.0.2.20,1812,1813 192.0.2.21 (not usable: \"1812x\" is not a port) "
+              "three (not usable: \"three/\" is not an ordinal of a server)\n");
     const auto servers = aaactl({"sg", "list", "--json"}).json()["groups"][0]["servers"];
     EXPECT_FALSE(servers[0].contains("defect"));
-    EXPECT_EQ(servers[1]["defect"], "\"1812x\" is no port");
+    EXPECT_EQ(servers[1]["defect"], "\"1812x\" is not a port");
     EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp", "192.0.2.21,1812x", "three"}).status, 0);
     EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/"}).out,
               "aaactl-dump 1 /cfg/\n"

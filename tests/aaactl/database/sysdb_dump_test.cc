@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// sysdb dump, load and diff: the forms, what is refused and where, and that a
+// sysdb dump, load and diff: the forms, refusals and their places, and that a
 // load is all or nothing.
 
 #include <atomic>
@@ -32,7 +32,7 @@ void fill() {
     aaactl({"sysdb", "set", "/cfg/s/key", "--type", "string"}, "hunter2");
 }
 
-// In numeric, then bytewise order; blanks and marks in names between quotation marks.
+// In numeric, then bytewise order; names with blanks or quotation marks are quoted.
 const std::string kText = std::string(kHead) +
                           "/cfg/#t tuple (10, -4, \"GRP 1\", \"\")\n"
                           R"(/cfg/0x9 string "two\n\"words\" \\ )"
@@ -100,12 +100,12 @@ TEST_F(Dump, DamagedItemsAreToldAndTheRestIsDumped) {
     EXPECT_EQ(text.status, 3);
     EXPECT_EQ(text.out, std::string(kHead) +
                             "/cfg/a u32 1\n"
-                            "# /cfg/d// directory (name that no path can have)\n"
+                            "# /cfg/d// directory (its name cannot be part of a path)\n"
                             "# /cfg/d/key string (value does not fit its type)\n"
                             "# /cfg/d/typeless bytes:0 (value does not fit its type)\n"
                             "/cfg/z string \"last\"\n");
     EXPECT_EQ(text.err,
-              "aaactl: /cfg/d//: name that no path can have; it is not in the dump\n"
+              "aaactl: /cfg/d//: its name cannot be part of a path; it is not in the dump\n"
               "aaactl: /cfg/d/key: value does not fit its type; it is not in the dump\n"
               "aaactl: /cfg/d/typeless: value does not fit its type; it is not in the dump\n");
     const auto json = aaactl({"sysdb", "dump", "--json"});
@@ -113,13 +113,14 @@ TEST_F(Dump, DamagedItemsAreToldAndTheRestIsDumped) {
     EXPECT_EQ(json.json()["items"].size(), 2u);
     EXPECT_EQ(json.json()["faults"][1].dump(),
               R"({"path":"/cfg/d/key","type":"string","fault":"value does not fit its type"})");
-    EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/d//"}).status, 2) << "asked for by name, it is no path";
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/d//"}).status, 2)
+        << "it is not a valid path on the command line";
 
     for (const std::string &dump : {text.out, json.out}) {
         const auto diff = aaactl({"sysdb", "diff", "-"}, dump);
         EXPECT_EQ(diff.status, 1) << diff.err;
         EXPECT_EQ(diff.out,
-                  "+ /cfg/d// directory (name that no path can have)\n"
+                  "+ /cfg/d// directory (its name cannot be part of a path)\n"
                   "+ /cfg/d/key string (value does not fit its type)\n"
                   "+ /cfg/d/typeless bytes:0 (value does not fit its type)\n");
     }
@@ -128,7 +129,7 @@ TEST_F(Dump, DamagedItemsAreToldAndTheRestIsDumped) {
     EXPECT_EQ(aaactl({"sysdb", "load", "-"}, text.out).out, "created 0, changed 0, deleted 0 of 2 items\n");
     EXPECT_EQ(aaactl({"sysdb", "load", "--replace", "-"}, text.out).out,
               "created 0, changed 0, deleted 3 of 2 items\n");
-    EXPECT_EQ(aaactl({"sysdb", "dump"}).status, 0) << "the database is whole again";
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).status, 0) << "the database is repaired";
 }
 
 std::string all_of(unsigned value) {
@@ -139,7 +140,7 @@ std::string all_of(unsigned value) {
     return dump;
 }
 
-// Two states, each stored as one change, again and again: a dump has one of them, and none of its own.
+// Two states alternate, each stored as one change: every dump shows one of them, never a mixture.
 TEST_F(Dump, IsOfOneTimeWhileOthersChangeTheDatabase) {
     const std::string states[] = {all_of(1), all_of(2)};
     ASSERT_EQ(aaactl({"sysdb", "load", "-"}, states[0]).status, 0);
@@ -153,7 +154,7 @@ TEST_F(Dump, IsOfOneTimeWhileOthersChangeTheDatabase) {
     for (int i = 0; i < 15; ++i) {
         const auto run = aaactl({"sysdb", "dump"});
         EXPECT_EQ(run.status, 0) << run.err;
-        // Without a pause between two changes it has said so.
+        // Without a pause between the changes a note says so.
         mixed += run.out != states[0] && run.out != states[1] &&
                  run.err.find("of different times") == std::string::npos;
     }
@@ -179,7 +180,7 @@ TEST_F(Dump, ABackupReplacesADamagedItem) {
     damage(dir(), "/cfg/key", SYSDB_TYPE_STRING, "hunter2");
     const auto refused = aaactl({"sysdb", "load", "-"}, masked);
     EXPECT_EQ(refused.status, 3);
-    EXPECT_NE(refused.err.find("the value is masked, and none"), std::string::npos) << refused.err;
+    EXPECT_NE(refused.err.find("the value is masked, and no value"), std::string::npos) << refused.err;
     EXPECT_EQ(aaactl({"sysdb", "load", "-"}, whole).out, "created 0, changed 2, deleted 0 of 2 items\n");
     EXPECT_EQ(value_of("/cfg/key"), "hunter2");
 }
@@ -219,16 +220,15 @@ TEST_F(Dump, ReplaceStaysInItsDirectory) {
 TEST_F(Dump, SaysWhichLineIsWrong) {
     const std::pair<std::string, const char *> bad[] = {
         {"", "empty"},
-        {"/cfg/a u32 1\n", "line 1: this is no dump"},
+        {"/cfg/a u32 1\n", "line 1: this is not a dump"},
         {"aaactl-dump 2 /cfg/\n", "line 1: version 2"},
         {"aaactl-dump 1 /\n", "line 1: "},
         {"aaactl-dump 1\n", "line 1: "},
-        {kHead + std::string("/cfg/a u32 1\n\n/cfg/b u32 x\n"), "line 4: \"x\" is no number"},
-        {kHead + std::string("/cfg/a u32 1\n/cfg/a u32 1\n"),
-         "line 3: path /cfg/a stands here for the second time"},
-        {kHead + std::string("/oper/a u32 1\n"), "line 2: path /oper/a does not lie in /cfg/"},
+        {kHead + std::string("/cfg/a u32 1\n\n/cfg/b u32 x\n"), "line 4: \"x\" is not a number"},
+        {kHead + std::string("/cfg/a u32 1\n/cfg/a u32 1\n"), "line 3: path /cfg/a is given twice"},
+        {kHead + std::string("/oper/a u32 1\n"), "line 2: path /oper/a is not in /cfg/"},
         {kHead + std::string("/cfg/a\n"), "line 2: PATH TYPE VALUE"},
-        {kHead + std::string("/cfg/a u33 1\n"), "line 2: \"u33\" is no type"},
+        {kHead + std::string("/cfg/a u33 1\n"), "line 2: \"u33\" is not a type"},
         {kHead + std::string("/cfg/a string x\n"), "line 2: "},
         {kHead + std::string("/cfg/a string \"x\n"), "line 2: "},
         {kHead + std::string("/cfg/a string \"x\" y\n"), "line 2: "},
@@ -243,7 +243,7 @@ TEST_F(Dump, SaysWhichLineIsWrong) {
         {"{", "malformed JSON at byte 2"},
         {R"({"format":1e999})", "malformed JSON: a number is too large"},
         {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/"})", "\"items\""},
-        {R"({"format":"aaactl-dump","version":2,"directory":"/cfg/","items":[]})", "no dump"},
+        {R"({"format":"aaactl-dump","version":2,"directory":"/cfg/","items":[]})", "not a dump"},
         {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"u32","value":1},7]})",
          "items[1]: "},
         {R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/ok","type":"u32","value":-1}]})",
@@ -266,7 +266,7 @@ TEST_F(Dump, SaysWhichLineIsWrong) {
     EXPECT_EQ(aaactl({"sysdb", "load", dir().path("")}).status, 3) << "a directory";
 }
 
-// What is wrong with a dump is said without its secrets.
+// Errors in a dump are reported without its secrets.
 TEST_F(Dump, RefusalsDoNotShowSecrets) {
     const std::string json =
         R"({"format":"aaactl-dump","version":1,"directory":"/cfg/","items":[{"path":"/cfg/site/key",)";
@@ -323,7 +323,7 @@ TEST_F(Dump, EmptyDirectoryThatHasFilledUpIsNoDifference) {
     EXPECT_EQ(aaactl({"sysdb", "diff", "-"}, text).out, "+ /cfg/d/x u32 1\n");
 }
 
-// Items of one generation, so that a mixture of two shows.
+// Items of one generation: a mixture of two is visible.
 std::string generation(unsigned number, unsigned items) {
     std::string text = kHead;
     for (unsigned i = 0; i < items; ++i) {
@@ -350,7 +350,7 @@ TEST_F(Dump, KilledLoadLeavesAllOrNothing) {
             ASSERT_EQ(item["value"], first) << item["path"];
         }
     }
-    EXPECT_GT(killed, 0u) << "every load was faster than the signal";
+    EXPECT_GT(killed, 0u) << "every load ended before the signal";
 }
 
 TEST_F(Dump, LongLoadsShowProgressOnATerminalOnly) {

@@ -170,15 +170,16 @@ TEST_F(Sysdb, DamagedItemsAreShownAsSuch) {
     EXPECT_EQ(ls.out, "u32        cut    value does not fit its type\ndirectory  e/\nu32        whole  1\n");
     EXPECT_EQ(ls.err, "aaactl: /cfg/d/cut: value does not fit its type\n");
     EXPECT_EQ(aaactl({"sysdb", "ls", "/cfg/d"}).status, 0) << "no value is read";
-    EXPECT_EQ(aaactl({"sysdb", "ls", "-l", "/cfg/d/e"}).status, 0) << "nor what is further below";
+    EXPECT_EQ(aaactl({"sysdb", "ls", "-l", "/cfg/d/e"}).status, 0) << "no deeper value is read";
     const auto tree = aaactl({"sysdb", "tree", "/cfg/d"});
     EXPECT_EQ(tree.status, 3);
     EXPECT_EQ(tree.out,
-              "/cfg/d/\n├── cut = value does not fit its type\n├── e/\n│   └── / name that no path can have\n"
+              "/cfg/d/\n├── cut = value does not fit its type\n├── e/\n│   └── / its name cannot be part of "
+              "a path\n"
               "└── whole = 1\n");
     EXPECT_EQ(tree.err,
               "aaactl: /cfg/d/cut: value does not fit its type\n"
-              "aaactl: /cfg/d/e//: name that no path can have\n");
+              "aaactl: /cfg/d/e//: its name cannot be part of a path\n");
     const auto list = aaactl({"sysdb", "ls", "-l", "/cfg/d", "--json"});
     EXPECT_EQ(list.status, 3);
     EXPECT_EQ(list.json()["entries"][0].dump(),
@@ -187,7 +188,7 @@ TEST_F(Sysdb, DamagedItemsAreShownAsSuch) {
     EXPECT_EQ(json.status, 3);
     const auto entries = json.json()["entries"];
     EXPECT_EQ(entries[0]["fault"], "value does not fit its type");
-    EXPECT_EQ(entries[1]["entries"][0]["fault"], "name that no path can have");
+    EXPECT_EQ(entries[1]["entries"][0]["fault"], "its name cannot be part of a path");
     EXPECT_EQ(aaactl({"sysdb", "get", "/cfg/d/cut"}).status, 3);
 }
 

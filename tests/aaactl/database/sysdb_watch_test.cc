@@ -13,7 +13,7 @@ using aaactl_test::aaactl;
 using aaactl_test::Started;
 using Watch = aaactl_test::DatabaseTest;
 
-// Whether the watch is registered shows only in its first event.
+// Only the first event proves that the watch is registered.
 void change_until_noticed(Started &watch, const std::string &path) {
     for (int i = 0; watch.shown().find(path) == std::string::npos; ++i) {
         ASSERT_EQ(aaactl({"sysdb", "set", path, std::to_string(i), "--type", "u32"}).status, 0);
@@ -52,7 +52,7 @@ TEST_F(Watch, CountsAndPrintsJsonLines) {
     ASSERT_NE(end, std::string::npos);
     const auto first = nlohmann::json::parse(watch.shown().substr(0, end));
     EXPECT_TRUE(first["event"] == "create" || first["event"] == "set")
-        << first;  // the first ones may have come too early
+        << first;  // the first changes may precede the registration
     EXPECT_EQ(first["path"], "/cfg/w");
     EXPECT_EQ(first["type"], "u32");
     EXPECT_GT(first["revision"], 0);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// aaactl attr: the dictionary, against the copy that was written down apart from it.
+// aaactl attr: the dictionary, compared with an independent copy.
 
 #include <algorithm>
 #include <fstream>
@@ -88,7 +88,7 @@ TEST(Attr, ListsByFormat) {
     EXPECT_EQ(aaactl({"attr", "list", "--type", "float"}).status, 2);
 }
 
-// A new attribute whose name sounds like a secret has to be put on one side or the other.
+// A new attribute with a secret-sounding name must be added to one of the two lists.
 TEST(Attr, EveryNameThatSoundsLikeASecretIsDecidedUpon) {
     const std::set<std::string> shown{
         "AAA_RSA_PUBKEY_TYPE_ATTR", "AAA_PASSWORD_RETRY_ATTR",    "AAA_ASND_PASSWD_EXPIRY_ATTR",

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// aaactl err: every code has a row, and what the rows say about the library is so.
+// aaactl err: every code has a row, and the statements about the library are true.
 
 #include <filesystem>
 #include <fstream>
@@ -40,7 +40,7 @@ TEST(Err, HasCauseAndRemedyForEveryCode) {
         EXPECT_GT(code["remedy"].get<std::string>().size(), 10u) << code;
         causes.insert(code["cause"].get<std::string>());
     }
-    EXPECT_EQ(causes.size(), codes.size()) << "each has its own";
+    EXPECT_EQ(causes.size(), codes.size()) << "each has a different cause";
 }
 
 // Names of codes that the library's sources return or compare with.

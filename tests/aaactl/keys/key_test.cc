@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// key: checking, sealing and trimming keys, and the life of the master keys.
+// key: checking, sealing and trimming keys, and master keys from creation to removal.
 
 #include <sys/stat.h>
 
@@ -60,9 +60,9 @@ TEST_F(Key, CheckSaysWhatIsWrong) {
     std::string other = changed;
     other[1] = '7';
     const std::pair<std::string, const char *> bad[] = {
-        {"hunter2!", "no sealed key"},
-        {"012", "no sealed key"},
-        {"1a2b", "no sealed key"},
+        {"hunter2!", "not a sealed key"},
+        {"012", "not a sealed key"},
+        {"1a2b", "not a sealed key"},
         {changed, "changed, cut"},
         {"01ab", "changed, cut"},
         {other, "no master key of generation 07"},
@@ -117,7 +117,7 @@ TEST_F(Key, WhatIsRefusedOnTheCommandLineIsNotRepeated) {
     EXPECT_EQ(aaactl({"key", "retire"}).err, "aaactl: GENERATION is required (see --help)\n");
     EXPECT_NE(aaactl({"key", "retire", "200"}).err.find("not in range 0 to 99"), std::string::npos);
     EXPECT_NE(aaactl({"sysdb", "get", "/cfg/a", "/cfg/b"}).err.find("/cfg/b"), std::string::npos)
-        << "what is no key is told";
+        << "a word that is not a key is quoted";
 }
 
 TEST_F(Key, SealPromptsTwiceWithoutEcho) {
@@ -125,7 +125,7 @@ TEST_F(Key, SealPromptsTwiceWithoutEcho) {
         Started run({"key", "seal"}, Started::On::terminal);
         ASSERT_TRUE(run.wait_shown("Key: "));
         run.type("hunter2\n");
-        ASSERT_TRUE(run.wait_shown("Once more: "));
+        ASSERT_TRUE(run.wait_shown("Repeat the key: "));
         run.type(same ? "hunter2\n" : "hunter3\n");
         EXPECT_EQ(run.wait(), same ? 0 : 3);
         EXPECT_EQ(run.shown().find("hunter"), std::string::npos) << run.shown();
@@ -225,7 +225,7 @@ TEST_F(Key, RotateDoesNothingWhenOneStoredKeyCannotBeOpened) {
     EXPECT_EQ(aaactl({"key", "masters", "--json"}).json()["masters"].size(), 1u) << "not rotated";
 }
 
-// A database that is full refuses the keys when there is a new generation already.
+// A full database refuses the keys after the new generation was added.
 TEST_F(Key, RotateSaysWhatWasDoneBeforeItFailed) {
     const std::string old = seal("one");
     put("/cfg/a", "string", old);
@@ -252,7 +252,7 @@ TEST_F(Key, ResealDoesTheOthersAndNamesWhatItLeaves) {
     EXPECT_EQ(lost.status, 1);
     EXPECT_EQ(lost.out, "/cfg/a: sealed again\n");
     EXPECT_EQ(lost.err,
-              "aaactl: /cfg/lost: the key cannot be opened with the master keys; it is left as it is\n");
+              "aaactl: /cfg/lost: the key cannot be opened with the master keys; it is unchanged\n");
     EXPECT_EQ(opened(value_of("/cfg/a")), "one");
 
     damage(dir(), "/cfg/d/cut", SYSDB_TYPE_STRING, "x");
@@ -260,16 +260,17 @@ TEST_F(Key, ResealDoesTheOthersAndNamesWhatItLeaves) {
     damage(dir(), "/cfg/number", SYSDB_TYPE_U32, "abc");
     const auto run = aaactl({"key", "reseal", "/cfg", "/cfg/d/cut", "--json"});
     EXPECT_EQ(run.status, 3);
-    EXPECT_EQ(run.json().dump(),
-              R"({"resealed":["/cfg/z"],"faults":[{"path":"/cfg/d//","fault":"name that no path can have"},)"
-              R"({"path":"/cfg/d/cut","fault":"value does not fit its type"},)"
-              R"({"path":"/cfg/lost","fault":"the key cannot be opened with the master keys"}]})");
+    EXPECT_EQ(
+        run.json().dump(),
+        R"({"resealed":["/cfg/z"],"faults":[{"path":"/cfg/d//","fault":"its name cannot be part of a path"},)"
+        R"({"path":"/cfg/d/cut","fault":"value does not fit its type"},)"
+        R"({"path":"/cfg/lost","fault":"the key cannot be opened with the master keys"}]})");
     EXPECT_EQ(opened(value_of("/cfg/z")), "two");
     EXPECT_EQ(value_of("/cfg/lost"), "07" + old.substr(2));
 }
 
 TEST_F(Key, ResealSaysWhenNothingIsThere) {
-    EXPECT_EQ(aaactl({"key", "reseal", "/cfg"}).status, 0) << "the trees always are";
+    EXPECT_EQ(aaactl({"key", "reseal", "/cfg"}).status, 0) << "the trees always exist";
     EXPECT_EQ(aaactl({"key", "reseal", "/cfg/nowhere"}).status, 4);
     EXPECT_EQ(aaactl({"key", "reseal", "/cfg/nowhere/"}).status, 4);
     EXPECT_EQ(aaactl({"key", "reseal", "/cfg//x"}).status, 2);
@@ -283,7 +284,8 @@ TEST_F(Key, RetireNamesWhatItCannotRead) {
     damage(dir(), "/cfg/typeless", "abc");
     damage(dir(), "/cfg/number", SYSDB_TYPE_U32, "abc");
     const std::string doubt =
-        " may be needed by what cannot be read: /cfg/cut (value does not fit its type), /cfg/typeless (value "
+        " may be needed by items that cannot be read: /cfg/cut (value does not fit its type), /cfg/typeless "
+        "(value "
         "does "
         "not fit its type)";
     const auto needed = aaactl({"key", "retire", "1"});
@@ -293,11 +295,11 @@ TEST_F(Key, RetireNamesWhatItCannotRead) {
     EXPECT_EQ(aaactl({"key", "reseal", "/cfg/old"}).status, 0);
     const auto unclear = aaactl({"key", "retire", "1"});
     EXPECT_EQ(unclear.status, 3);
-    EXPECT_EQ(unclear.err, "aaactl: generation 01" + doubt + "; mend or delete that, or say --force\n");
+    EXPECT_EQ(unclear.err, "aaactl: generation 01" + doubt + "; correct or delete them, or use --force\n");
     EXPECT_EQ(aaactl({"key", "masters", "--json"}).json()["masters"].size(), 2u);
     ASSERT_EQ(aaactl({"sysdb", "del", "/cfg/cut"}).status, 0);
     ASSERT_EQ(aaactl({"sysdb", "del", "/cfg/typeless"}).status, 0);
-    EXPECT_EQ(aaactl({"key", "retire", "1"}).status, 0) << "a number is no key";
+    EXPECT_EQ(aaactl({"key", "retire", "1"}).status, 0) << "a number is not a key";
 }
 
 TEST_F(Key, RetireRefusesWhatIsNeeded) {
@@ -309,14 +311,15 @@ TEST_F(Key, RetireRefusesWhatIsNeeded) {
     EXPECT_EQ(needed.status, 1);
     EXPECT_NE(needed.err.find("needed by /cfg/site/key"), std::string::npos) << needed.err;
     ASSERT_EQ(aaactl({"key", "reseal", "/cfg/site"}).status, 0);
-    EXPECT_EQ(aaactl({"key", "retire", "1"}).out, dir().path("master.keys") + ": generation 01 is gone\n");
+    EXPECT_EQ(aaactl({"key", "retire", "1"}).out,
+              dir().path("master.keys") + ": generation 01 was removed\n");
     EXPECT_EQ(aaactl({"key", "retire", "1"}).status, 4);
     EXPECT_EQ(aaactl({"key", "retire", "100"}).status, 2);
     EXPECT_EQ(opened(value_of("/cfg/site/key")), "one");
     EXPECT_EQ(aaactl({"key", "masters", "--json"}).json()["masters"].size(), 1u);
     ASSERT_EQ(aaactl({"key", "rotate"}).status, 0);
     EXPECT_EQ(aaactl({"key", "retire", "2", "--force", "--json"}).json()["retired"], 2);
-    EXPECT_EQ(aaactl({"key", "check"}, value_of("/cfg/site/key")).status, 1) << "lost, as was said";
+    EXPECT_EQ(aaactl({"key", "check"}, value_of("/cfg/site/key")).status, 1) << "lost, as the help says";
 }
 
 }  // namespace

@@ -64,10 +64,10 @@ std::string word(uint32_t value) {
     return {reinterpret_cast<const char *>(&value), 4};
 }
 
-std::string request(uint32_t type, const std::string &behind, size_t header = 40) {
+std::string request(uint32_t type, const std::string &rest, size_t header = 40) {
     std::string bytes(header, '\0');
     std::memcpy(&bytes[20], &type, 4);
-    return bytes + behind;
+    return bytes + rest;
 }
 
 // The one pair of the one list of a document.
@@ -144,10 +144,10 @@ TEST(Decode, MasksWhatDeletedPairsHeldAndWhatLiesBehindAMessage) {
     EXPECT_NE(aaactl({"decode", "--show-secrets"}, bytes).out.find("736573616d65"), std::string::npos);
 }
 
-// Taken for another kind, its secrets would be bytes like any others.
+// Decoded as another kind, its secrets would be plain bytes.
 TEST(Decode, MasksSecretsOfMalformedMessagesWhoseKindIsFoundOut) {
     std::string list = packed(std::string(kUser) + kPassword, 2);
-    list[8] = 1;        // where senders had addresses
+    list[8] = 1;        // an address of the sender
     list[66] = '\xff';  // the first value is too long
     std::string garbage = from_hex("01020304") + std::string(120, 'x') + "sesame" + std::string(100, '\0');
     std::fill_n(garbage.begin() + 20, 4, '\0');
@@ -174,7 +174,7 @@ TEST(Decode, MasksThePasswordInAnAddress) {
         EXPECT_NE(run.out.find("alice:********@192.0.2.7"), std::string::npos) << run.out;
     }
     const auto text = aaactl({"decode", "--text"}, bytes);
-    EXPECT_EQ(aaactl({"encode"}, text.out).status, 3) << "a command that is masked in part is not encoded";
+    EXPECT_EQ(aaactl({"encode"}, text.out).status, 3) << "a partly masked command is not encoded";
 }
 
 TEST(Decode, EscapesWhatPeersSend) {
@@ -276,7 +276,7 @@ TEST(Decode, RefusesWhatIsNoHexadecimalText) {
     EXPECT_EQ(aaactl({"decode", "--hex", "00000000  00\n*\n"}).status, 3);
     EXPECT_EQ(aaactl({"decode"}, "").status, 3);
     EXPECT_EQ(aaactl({"decode", "--hex", ""}, hex(packed(kUser, 1))).status, 3)
-        << "the input is the option's, though empty";
+        << "the option is the input even if it is empty";
     EXPECT_EQ(aaactl({"decode", "/tmp"}).status, 3);
     EXPECT_EQ(aaactl({"decode", "/nonexistent/file"}).status, 4);
     EXPECT_EQ(aaactl({"decode", "--kind", "letter"}, "00").status, 2);
@@ -293,7 +293,7 @@ struct Form {
 
 class Forms : public testing::TestWithParam<Form> {};
 
-// Detected for what it is, and restored from its text and its JSON.
+// Detected, and restored from its text and its JSON.
 TEST_P(Forms, AreRecognisedAndRestored) {
     const auto &[name, kind, bytes, detected] = GetParam();
     const std::vector<std::string> as{"decode", "--kind", detected ? "auto" : kind, "--show-secrets"};
@@ -407,7 +407,7 @@ TEST(Decode, NamesTheResultCodeOfAReply) {
               "AAA_ERR_AUTHEN_FAILED: Authentication failed");
 }
 
-// What the library composes, in both modes.
+// Messages that the library composes, in both modes.
 TEST(Decode, ReadsWhatTheLibraryComposes) {
     avlist *list = nullptr;
     ASSERT_EQ(aaa_avpair_create_list("Accounting Update", &list), AAA_OK);
@@ -536,5 +536,14 @@ INSTANTIATE_TEST_SUITE_P(
         Bad{"JsonField", "{\"parts\": [{\"part\": \"list\", \"fields\": {\"marker\": \"x\"}}]}",
             "parts/0/fields/marker"}),
     [](const auto &tested) { return tested.param.name; });
+
+// JSON that was nested deeper than the stack crashed the program.
+TEST(Encode, NestingBeyondTheStackIsRefused) {
+    constexpr size_t kDepth = 300000;
+    const std::string nested = std::string(kDepth, '[') + std::string(kDepth, ']');
+    const auto run = aaactl({"encode"}, "{\"parts\": " + nested + "}");
+    EXPECT_EQ(run.status, 3);
+    EXPECT_NE(run.err.find("parts/0/part"), std::string::npos) << run.err;
+}
 
 }  // namespace

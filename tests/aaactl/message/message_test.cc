@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Messages to text and JSON and back: what decode shows is what encode makes,
-// for every well-formed message.
+// Messages to text and JSON and back: encode restores what decode shows, for every
+// well-formed message.
 
 #include "message/message.hpp"
 
@@ -59,7 +59,7 @@ class Lists {
   public:
     explicit Lists(unsigned seed) : random_(seed) {}
 
-    // A well-formed packed list in which everything that may be odd sometimes is.
+    // A well-formed packed list in which every permitted oddity occurs sometimes.
     std::string next() {
         const unsigned pairs = below(12);
         std::string body;
@@ -142,7 +142,7 @@ TEST(Message, GeneratedListsSurviveTheRoundTrip) {
     }
 }
 
-// Seeds of other fuzzers are programs and not lists; they count where they happen to be one.
+// Seeds of other fuzzers are programs, not lists; one that happens to be a list is tested.
 TEST(Message, SeedsSurviveTheRoundTripOrAreRefusedAsTheLibraryDoes) {
     int well_formed = 0;
     for (const auto &entry : std::filesystem::recursive_directory_iterator(AAA_SOURCE_DIR "/fuzz/corpus")) {
@@ -162,8 +162,8 @@ TEST(Message, SeedsSurviveTheRoundTripOrAreRefusedAsTheLibraryDoes) {
     EXPECT_GE(well_formed, 14);
 }
 
-// Every byte of the example changed to every value that may matter: the reader
-// and the library agree on what is well-formed, and what is survives.
+// Every byte of the example changed to every value that may matter: the reader and
+// the library agree on what is well-formed, and a well-formed message survives.
 TEST(Message, AgreesWithTheLibraryOnChangedBytes) {
     Lists lists(7);
     int refused = 0;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Items that no program can store through the platform, as a defect or a broken
-// disk may leave them: written into the database's file past its provider.
+// disk may leave them: written into the database's file without its provider.
 
 #pragma once
 
@@ -14,7 +14,7 @@
 
 namespace aaactl_test {
 
-// The file must be there: the provider makes it when the first item is stored.
+// The file must exist: the provider creates it when the first item is stored.
 inline void damage(const TempDir &dir, const std::string &path, const std::string &row) {
     const std::string file = dir.path(path.starts_with("/cfg/") ? "cfg/cfg.mdb" : "run/oper.mdb");
     aaatest::put_row(file, "items", path, row);

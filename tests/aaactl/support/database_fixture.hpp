@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A test with a system database of its own, which only the programs it runs open.
+// A test with a private system database, which only the programs that it runs open.
 
 #pragma once
 
@@ -18,12 +18,12 @@ class DatabaseTest : public ::testing::Test {
 
     const TempDir &dir() const { return dir_; }
 
-    // Stores one value, which the test needs to be there.
+    // Stores one value that the test needs.
     static void put(const std::string &path, const std::string &type, const std::string &value) {
         const auto run = aaactl({"sysdb", "set", path, "--type", type}, value);
         ASSERT_EQ(run.status, 0) << path << ": " << run.err;
     }
-    // Its text with secrets, without the line's end; "" when it is not there.
+    // Its text with secrets, without the trailing line feed; "" if there is no such item.
     static std::string value_of(const std::string &path) {
         const auto run = aaactl({"sysdb", "get", path, "--show-secrets"});
         return run.status == 0 ? run.out.substr(0, run.out.size() - 1) : "";

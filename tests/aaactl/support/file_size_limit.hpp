@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Files can only grow so far, as on a disk that is full: for this process and those that it starts.
+// Limits the size of files, as a full disk does, for this process and those that it starts.
 
 #pragma once
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Runs the built aaactl to its end and keeps what it said.
+// Runs the built aaactl to its end and keeps its output.
 
 #pragma once
 
@@ -72,7 +72,7 @@ inline void exchange(int in, int out, int err, const std::string &input, Run &ru
 }
 
 inline Run aaactl(const std::vector<std::string> &args, const std::string &input = "") {
-    signal(SIGPIPE, SIG_IGN);  // a program that does not read its input is no reason to die
+    signal(SIGPIPE, SIG_IGN);  // a program need not read its input
     int in[2], out[2], err[2];
     EXPECT_EQ(pipe2(in, O_CLOEXEC), 0);
     EXPECT_EQ(pipe2(out, O_CLOEXEC), 0);

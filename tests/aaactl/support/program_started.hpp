@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// An aaactl that runs on while the test does other things: with its output in
-// a pipe, or in a terminal of its own with the test at the other end.
+// An aaactl that runs while the test does other things: with its output in a
+// pipe, or in a terminal that the test controls.
 
 #pragma once
 
@@ -30,7 +30,7 @@ class Started {
             if (on != On::terminal) {
                 dup2(out[1], 1);
             }
-            if (on == On::full_disk) {  // the pipe tells when it ends
+            if (on == On::full_disk) {  // the pipe shows when it ends
                 dup2(out[1], 2);
                 dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), 1);
             }
@@ -55,14 +55,14 @@ class Started {
     Started &operator=(const Started &) = delete;
 
     pid_t pid() const { return pid_; }
-    // All that it has shown so far.
+    // Everything that it has printed so far.
     const std::string &shown() const { return shown_; }
 
     void type(const std::string &keys) const {
         EXPECT_EQ(write(fd_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
     }
 
-    // Reads what is there now, after waiting for it at most so long; false at the end and when nothing came.
+    // Waits for output at most so long and reads it; false at the end and if nothing came.
     bool read_some(int milliseconds) {
         pollfd ready{fd_, POLLIN, 0};
         char buffer[4096];

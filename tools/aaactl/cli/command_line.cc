@@ -11,7 +11,7 @@
 namespace aaactl {
 namespace {
 
-// An argument of several words is NAME..., whatever its limit; CLI11 has "(1x)" for "one to four".
+// An argument of several words is NAME..., for any limit; CLI11 has "(1x)" for "one to four".
 class UsageLine : public CLI::Formatter {
     [[nodiscard]] std::string make_option_usage(const CLI::Option *option) const override {
         const std::string words = option->get_name(true) + (option->get_expected_max() > 1 ? "..." : "");

@@ -2,7 +2,7 @@
 //
 // The command line: a tree of commands, their options and arguments. Only
 // command_line.cc includes the parser, whose headers take longer to compile
-// than all of a command.
+// than a whole command.
 
 #pragma once
 
@@ -109,7 +109,7 @@ class CommandLine {
 
     Command root();
     // The action of the command that is named; none when help or the version was asked for, which is printed.
-    // UsageError says what is wrong. It may quote the words, whatever bytes they hold.
+    // UsageError says what is wrong. It may quote the words, with any bytes in them.
     Action parse(int argc, const char *const *argv);
 
   private:

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Shell completion, made from the tree of commands itself, so that it knows
-// every command and option there is, and the values that an option is checked
-// against. Attributes and result codes are completed by name.
+// Shell completion, generated from the tree of commands: every command, every
+// option, and the accepted values of an option. Attributes and result codes are
+// completed by name.
 
 #include <map>
 #include <memory>
@@ -100,9 +100,8 @@ Words all_words(const Node &node) {
     return words;
 }
 
-// The command so far is the words before the cursor without options and what
-// follows; the longest prefix of it that is a command decides. Bash takes
-// "--kind=list" for three words.
+// The longest path of commands among the words before the cursor decides. Bash
+// splits "--kind=list" into three words.
 constexpr char kBash[] = R"(_aaactl() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]} path=aaactl word i
     for ((i = 1; i < COMP_CWORD; i++)); do
@@ -148,14 +147,14 @@ constexpr char kZsh[] = R"(_aaactl() {
         compadd -- ${=_aaactl_words[$path_so_far]} || _files
     fi
 }
-# Sourced, this announces the function; found by its name, it is the function's first call.
+# When sourced, this registers the function; when autoloaded, it is the function's first call.
 if [[ ${funcstack[1]} == _aaactl ]]; then
     _aaactl "$@"
 else
     compdef _aaactl aaactl
 fi)";
 
-// Keys with blanks stand in a list: a subscript of an assignment may not hold any.
+// Keys with blanks are in a list: a subscript of an assignment may not contain any.
 void print_zsh(Output &out, const std::vector<Node> &nodes) {
     out.line("#compdef aaactl");
     out.line("typeset -gA _aaactl_words _aaactl_values");
@@ -174,7 +173,7 @@ void print_zsh(Output &out, const std::vector<Node> &nodes) {
     out.line(kZsh);
 }
 
-// When the words of a command, and nothing but options, stand before the cursor.
+// True when only the words of a command, and options, precede the cursor.
 std::string fish_condition(const std::string &path) {
     const size_t space = path.find(' ');
     if (space == std::string::npos) {
@@ -212,7 +211,7 @@ void print_fish(Output &out, const std::vector<Node> &nodes) {
     }
 }
 
-// For shells that are not known here.
+// For other shells.
 Json commands_json(const std::vector<Node> &nodes) {
     Json commands = Json::array();
     for (const Node &node : nodes) {

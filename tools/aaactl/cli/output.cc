@@ -41,9 +41,9 @@ void write_all(FILE *stream, std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stream);
 }
 
-// Length of the well-formed UTF-8 sequence that begins the text and is worth
-// showing, 0 if there is none. C1 controls and bidirectional overrides are
-// not: they act on a terminal.
+// Length of the UTF-8 sequence at the start of the text if it is well-formed and
+// safe to print, else 0. C1 controls and bidirectional overrides are not safe:
+// they act on a terminal.
 size_t utf8_length(std::string_view text) {
     const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned lead = byte(0);
@@ -184,7 +184,7 @@ void Output::event(const Json &document, const std::function<void()> &text) {
     } else {
         text();
     }
-    std::fflush(stdout);  // who reads a pipe wants each event when it happens
+    std::fflush(stdout);  // a reader of a pipe gets each event at once
 }
 
 bool Output::is_lost() const {

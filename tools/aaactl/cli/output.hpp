@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// How results, failures and progress are shown: as text for people, or as one
-// JSON document per run. Bytes that came from elsewhere pass through escaped(),
-// so that no peer writes to the terminal of who looks at its message.
+// Prints results, failures and progress: as text for people, or as one JSON
+// document per run. Bytes from outside pass through escaped(), so that a peer
+// cannot control the terminal on which its message is shown.
 
 #pragma once
 
@@ -20,11 +20,11 @@
 
 namespace aaactl {
 
-// Ends a command: what went wrong, for whom, and the exit status that says so.
+// Ends a command with a message and an exit status.
 class Failure : public std::exception {
   public:
     Failure(ExitCode code, std::string message) : code_(code), message_(std::move(message)) {}
-    // What a function of the library or the platform returned; `what` was tried.
+    // For a result code of the library or the platform; `what` names the failed operation.
     Failure(std::string_view what, cerrno rc);
     Failure(ExitCode code, std::string_view what, cerrno rc);
 
@@ -32,8 +32,7 @@ class Failure : public std::exception {
     cerrno rc() const { return rc_; }
     const char *what() const noexcept override { return message_.c_str(); }
 
-    // The same, with what had been found out until then: members that the failure's JSON document has
-    // besides.
+    // A copy with the results so far, as further members of the failure's JSON document.
     Failure with(const Json &document) const;
     const Json *document() const { return document_.get(); }
 
@@ -44,7 +43,7 @@ class Failure : public std::exception {
     std::shared_ptr<const Json> document_;
 };
 
-// The exit status that a result code stands for.
+// The exit status for a result code.
 ExitCode exit_code_of(cerrno rc);
 
 enum class Colour { automatic, always, never };
@@ -77,24 +76,24 @@ class Output {
     // The result of a command: the document with --json, else what `text` prints.
     void result(const Json &document, const std::function<void()> &text);
 
-    // One line of text to standard output, as it stands: escape what came from elsewhere.
+    // Prints one line of text to standard output, unchanged: escape text from outside.
     void line(std::string_view text);
     // Columns as wide as their widest cell; no trailing spaces. An empty header prints none.
     void table(const std::vector<std::string> &header, const std::vector<std::vector<std::string>> &rows);
-    // The text in a colour, where standard output is to have colours.
+    // The text in a colour, if standard output has colours.
     std::string styled(Style style, std::string_view text) const;
     // The mask; with --show-secrets the secret itself, escaped.
     std::string secret(std::string_view bytes) const;
 
     // One document a line with --json, for commands that report as they go (watch).
     void event(const Json &document, const std::function<void()> &text);
-    // Whether something could not be written: then there is no use in going on, and the exit status says so.
+    // Whether output was lost: a command that runs on then ends, and the exit status reports it.
     bool is_lost() const;
 
-    // A line on standard error that the next one replaces; nothing unless that is a terminal.
+    // A line on standard error that the next one replaces; printed on a terminal only.
     void progress(std::string_view text);
     void end_progress();
-    // A remark for people, on standard error.
+    // A remark on standard error.
     void note(std::string_view text);
 
     void failure(const Failure &failure);

@@ -23,7 +23,7 @@ constexpr mode_t kNewFile = 0666;  // less what the umask takes
 constexpr mode_t kOwnerOnly = 0600;
 constexpr mode_t kPermissions = 0777;
 constexpr int kMostLinks = 40;   // as many as the kernel follows
-constexpr int kAttempts = 1000;  // for a name that no earlier, killed process has left behind
+constexpr int kAttempts = 1000;  // to find a free name: killed processes leave files
 
 Failure failure(const std::string &file) {
     return {ExitCode::failed, escaped(file) + ": " + std::strerror(errno)};
@@ -51,7 +51,7 @@ void write_in_place(const std::string &file, std::string_view bytes) {
     }
 }
 
-// Where a symbolic link leads, one step; "" for anything else.
+// The target of a symbolic link, one step; "" for anything else.
 std::string link_target(const std::string &file) {
     char text[PATH_MAX];
     const ssize_t n = readlink(file.c_str(), text, sizeof text);
@@ -62,8 +62,8 @@ std::string link_target(const std::string &file) {
     return target.starts_with('/') ? target : file.substr(0, file.rfind('/') + 1) + target;
 }
 
-// What a symbolic link leads to, be it there or not: the link is to stay one, as it does where a shell writes
-// to it.
+// The target of a symbolic link, whether it exists or not: the link itself is kept, as when a shell writes to
+// it.
 std::string resolved(const std::string &file) {
     std::string path = file;
     int links = 0;
@@ -76,8 +76,8 @@ std::string resolved(const std::string &file) {
     return path;
 }
 
-// A file beside another one, gone at the end unless it has taken its place. Beside it, because no rename
-// leads to another file system. Each step says whether it was possible, else errno why not.
+// A temporary file in the directory of its target, because rename() does not cross file systems. It is
+// removed at the end unless it has replaced the target. Each step returns false and sets errno on failure.
 class Temporary {
   public:
     Temporary(const std::string &target, mode_t mode) {
@@ -100,12 +100,12 @@ class Temporary {
     Temporary &operator=(const Temporary &) = delete;
 
     bool made() const { return made_; }
-    // Who may not give files away keeps the new one.
+    // EPERM is accepted: only root may give files away.
     bool take_after(const struct stat &before) {
         const bool given = fchown(fd_, before.st_uid, before.st_gid) == 0 || errno == EPERM;
         return given && fchmod(fd_, before.st_mode & kPermissions) == 0;
     }
-    // On the disk, or a loss of power might leave neither the old bytes nor the new ones.
+    // Synced to the disk: otherwise a loss of power might leave neither the old bytes nor the new ones.
     bool fill(std::string_view bytes) {
         const bool stored = write_all(fd_, bytes) && fsync(fd_) == 0;
         return stored && close(std::exchange(fd_, -1)) == 0;

@@ -9,9 +9,9 @@
 
 namespace aaactl {
 
-// Puts the bytes into a file, all of them or, when that fails, none: what was there before stays until the
-// new file is complete, and keeps its mode. A symbolic link stays one: what it leads to is written, and made
-// where it is not there yet. Devices and pipes are written to as they stand. Failure(failed) says why not.
+// Writes the bytes to a file, all of them or, on failure, none: the old file stays until the new one is
+// complete, which takes over its mode. A symbolic link is kept: its target is written, or created if it does
+// not exist. Devices and pipes are written in place. Failure(failed) says what went wrong.
 void write_file(const std::string &file, std::string_view bytes);
 
 }  // namespace aaactl

@@ -55,7 +55,7 @@ void add_commands(Command root) {
 
 using Words = std::vector<std::string>;
 
-// Where the command line is wrong, its flags have not been stored.
+// The flags of a wrong command line are not stored, so its words are searched.
 bool has(const Words &words, std::string_view flag) {
     return std::find(words.begin(), words.end(), flag) != words.end();
 }
@@ -75,7 +75,7 @@ void collect_names(const Command &command, std::set<std::string> &names) {
     }
 }
 
-// Puts the mask in place of a word wherever it does not stand inside another.
+// Masks a word wherever it is not part of a longer one.
 void mask(std::string &text, const std::string &word) {
     const auto inside = [&](size_t at) {
         return at < text.size() && std::isalnum(static_cast<unsigned char>(text[at])) != 0;
@@ -89,8 +89,8 @@ void mask(std::string &text, const std::string &word) {
     }
 }
 
-// Keys do not belong on the command line; one that somebody has put there all the same does not go on to logs
-// and screens.
+// Keys do not belong on the command line. One that is given there must not be repeated on screens and in
+// logs.
 std::string without_keys(std::string why, const Command &root, const Command &key, const Words &words) {
     std::set<std::string> known;
     collect_names(key, known);
@@ -113,7 +113,7 @@ std::string without_keys(std::string why, const Command &root, const Command &ke
     return why;
 }
 
-// The answer is told by the exit status and by what is printed: without the one the other is half of it.
+// The exit status and the output are one answer: lost output is a failure.
 ExitCode flushed(ExitCode code) {
     const bool cut = std::fflush(stdout) != 0;
     if (cut || std::ferror(stdout) != 0) {
@@ -124,7 +124,7 @@ ExitCode flushed(ExitCode code) {
     return code;
 }
 
-// A key on the command line is masked as the commands that take keys mask it.
+// The error of a "key" command may quote a key.
 std::string usage_text(const Command &root, std::string why, const Words &words) {
     for (const Command &command : root.commands()) {
         if (command.name() == "key" && command.was_given() && !has(words, "--show-secrets")) {

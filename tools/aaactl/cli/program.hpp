@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// One run of the program. It is apart from commands.hpp so that main() does not
-// compile the command line parser.
+// One run of the program.
 
 #pragma once
 

@@ -26,9 +26,9 @@ void note_signal(int number) {
     g_signal = number;
 }
 
-// The terminal without echo, until it goes out of scope. Signals that would end the program meanwhile are let
-// in only while it waits for input, and raised again at the end, so that no terminal is left mute and none is
-// missed.
+// A terminal without echo, until the object is destroyed. Signals that would end the program are delivered
+// only while it waits for input, and raised again at the end: the echo is always restored, and no signal is
+// lost.
 class Silence {
   public:
     explicit Silence(int fd) : fd_(fd) {
@@ -80,8 +80,8 @@ class Silence {
     struct sigaction actions_[std::size(kSignals)]{};
 };
 
-// To the end of the input, or of the line; reserved at once, so that growing leaves no copies behind. A
-// signal that comes while a line is typed leaves nothing of it.
+// Reads to the end of the input or of the line. The memory is reserved at once, because growing would leave
+// copies of a secret. A signal while a line is typed discards the line.
 std::string read_up_to(size_t limit, bool one_line, bool *ended = nullptr, const Silence *typed = nullptr) {
     std::string text;
     text.reserve(limit + 2);
@@ -115,7 +115,7 @@ std::string read_typed(const std::string &prompt, size_t limit, bool *ended = nu
     const Silence silence(STDIN_FILENO);
     if (!silence.silenced()) {
         throw Failure(ExitCode::failed,
-                      std::string("the terminal does not stop its echo: ") + std::strerror(errno));
+                      std::string("the echo of the terminal cannot be turned off: ") + std::strerror(errno));
     }
     show_prompt(prompt);
     return read_up_to(limit, true, ended, &silence);
@@ -144,7 +144,7 @@ std::string read_secret(const std::string &prompt, size_t limit) {
         throw Failure(ExitCode::bad_input, "standard input: more than " + std::to_string(limit) + " bytes");
     }
     if (text.empty()) {
-        throw Failure(ExitCode::usage, "standard input: nothing was given");
+        throw Failure(ExitCode::usage, "standard input is empty");
     }
     return text;
 }
@@ -155,7 +155,7 @@ std::optional<std::string> read_answer(const std::string &prompt, bool echo, siz
     if (text.size() > limit || text.find('\0') != std::string::npos) {
         wipe(text);
         throw Failure(ExitCode::bad_input, "standard input: a line of more than " + std::to_string(limit) +
-                                               " bytes, or with a NUL");
+                                               " bytes, or with a NUL byte");
     }
     return ended && text.empty() ? std::nullopt : std::optional(std::move(text));
 }

@@ -32,7 +32,7 @@ Reply send_record(AcctOptions &options, Exchange &exchange) {
     });
 }
 
-// What an update says of the session; the library adds when it is.
+// The attributes of an update; the library adds the time.
 ListPtr update_list(AcctOptions &options) {
     avlist *list = nullptr;
     Credentials cred(options);
@@ -42,7 +42,7 @@ ListPtr update_list(AcctOptions &options) {
         rc = aaa_util_add_usercred_in_avlist(cred.get(), list, service_of(options), 0, AAA_ACCT_UPDATE_OPT);
     }
     if (rc != AAA_OK) {
-        throw Failure("the record could not be made", rc);
+        throw Failure("the record could not be created", rc);
     }
     return created;
 }
@@ -55,7 +55,7 @@ Reply send_update(AcctOptions &options, Exchange &exchange) {
             aaa_util_msg_acct_update_compose(&c.record, &options.session_id, block, list.get(), &c.iov,
                                              &c.count, c.buffer, sizeof c.buffer, c.session);
         if (rc == AAA_OK && c.session != 0) {
-            list.release();  // the packet takes it along
+            list.release();  // owned by the packet now
         }
         return rc;
     });
@@ -81,7 +81,7 @@ ExitCode run(Output &out, AcctOptions &options) {
         out.result(document, [&] { print_step(out, step); });
         return exit_code(step.verdict);
     } catch (const Failure &failure) {
-        document["steps"] = Json::array();  // no reply that could be read
+        document["steps"] = Json::array();  // no readable reply
         throw failure.with(document);
     }
 }
@@ -98,15 +98,14 @@ void add_acct(Command root) {
         .one_of({"start", "stop", "update"});
     sub.option("USER", options->user, "User name").required();
     add_client_options(sub, *options, "exec");
-    sub.option("--session-id", options->session_id, "Number that joins the records of a session")
+    sub.option("--session-id", options->session_id, "Number that all records of a session have in common")
         .shows_default();
-    sub.option("--command", options->command,
-               "Command that the record is about, for the services cmd and rcmd");
+    sub.option("--command", options->command, "Command to record, for the services cmd and rcmd");
     sub.footer(
         "Exit status: 0 recorded, 3 malformed reply, 5 no server or no reply, 6 the server did not record "
         "it.\n"
         "JSON: {server, user, service, form, session_id, verdict, steps: [{request, subject, result, "
-        "attributes:\npairs as of \"decode\"}]}; after a failure \"error\" stands in place of \"verdict\".\n"
+        "attributes:\npairs as of \"decode\"}]}; after a failure, \"error\" replaces \"verdict\".\n"
         "Example: aaactl acct /run/aaa/server.sock start alice --session-id 4711 --line vty0");
 }
 

@@ -20,8 +20,9 @@ constexpr size_t kMostAddress = 255;
 
 void check_length(const std::string &what, const std::string &text, size_t most) {
     if (text.size() > most) {
-        throw Failure(ExitCode::usage, what + ": a request has room for " + std::to_string(most) +
-                                           " characters, not for " + std::to_string(text.size()));
+        throw Failure(ExitCode::usage, what + ": at most " + std::to_string(most) +
+                                           " characters fit into a request, not " +
+                                           std::to_string(text.size()));
     }
 }
 
@@ -39,7 +40,7 @@ Verdict verdict_of(uint32_t status) {
         case AAA_STAT_GETDATA:
             return Verdict::asked;
         default:
-            return Verdict::failed;  // ERROR, and a server that has not made up its mind
+            return Verdict::failed;  // ERROR, and statuses that decide nothing
     }
 }
 
@@ -55,7 +56,7 @@ Style style_of(Verdict verdict) {
                                         : Style::bad;
 }
 
-// What the server has to say to the user.
+// The server's message to the user.
 std::string message_of(const Step &step) {
     return text_attribute(step.reply.list.get(), AAA_REPLYMSG_ATTR);
 }
@@ -66,12 +67,10 @@ void add_client_options(Command sub, ClientOptions &options, const std::string &
     options.service = service;
     sub.flag("--session", options.session, "Send session packets instead of classic messages");
     sub.option("--service", options.service, "Service by name or number").type("NAME").shows_default();
-    sub.option("--list", options.list, "Method list that the server is to go by")
-        .type("NAME")
-        .shows_default();
-    sub.option("--line", options.line, "Line that the user is on; your terminal without it").type("TTY");
+    sub.option("--list", options.list, "Method list that the server is to use").type("NAME").shows_default();
+    sub.option("--line", options.line, "Line that the user is on (default: your terminal)").type("TTY");
     sub.option("--remote-addr", options.remote_addr, "Address that the user comes from").type("ADDRESS");
-    sub.option("--timeout", options.seconds, "Seconds to wait for each reply, 0 for ever")
+    sub.option("--timeout", options.seconds, "Seconds to wait for each reply, 0 for no limit")
         .type("SECONDS")
         .between(0, 86400)
         .shows_default();
@@ -94,7 +93,7 @@ int32_t service_of(const ClientOptions &options) {
         for (const std::string &name : service_names()) {
             names += (names.empty() ? "" : ", ") + name;
         }
-        throw Failure(ExitCode::usage, "\"" + escaped(options.service) + "\" is no service: " + names +
+        throw Failure(ExitCode::usage, "\"" + escaped(options.service) + "\" is not a service; use " + names +
                                            ", or a number from 1 to 31");
     }
     return static_cast<int32_t>(*service);
@@ -123,7 +122,7 @@ void judge(Step &step, uint32_t type) {
     const auto status = number_attribute(step.reply.list.get(), AAA_STATUS_ATTR);
     if (!status || !status_name(*status)) {
         throw Failure(ExitCode::bad_input, "malformed reply to " + step.request + ": " +
-                                               (status ? std::to_string(*status) + " is no status"
+                                               (status ? std::to_string(*status) + " is not a status"
                                                        : std::string("it has no status")));
     }
     step.status = *status;

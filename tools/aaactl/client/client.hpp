@@ -24,20 +24,20 @@ struct ClientOptions {
     bool session = false;
 };
 
-// Options but for SOCKET and USER, which stand in another order in each command. `service` is the usual one.
+// All options except SOCKET and USER, whose order differs between the commands. `service` is the default.
 void add_client_options(Command sub, ClientOptions &options, const std::string &service);
 
-// Failure(usage) for what the library would leave out of a request without a word.
+// Failure(usage) for values that the library would silently leave out of a request.
 void check_client(const ClientOptions &options);
 
-// The service's number; Failure(usage) for a word that is none.
+// The service's number; Failure(usage) for an unknown word.
 int32_t service_of(const ClientOptions &options);
 
-// A record whose texts are those of the options, which must stay where they are.
+// A record that points at the texts of the options: they must outlive it unchanged.
 class Credentials {
   public:
     explicit Credentials(ClientOptions &options);
-    ~Credentials();  // of a remote address that the library has found
+    ~Credentials();  // releases a remote address that the library has found
     Credentials(const Credentials &) = delete;
     Credentials &operator=(const Credentials &) = delete;
 
@@ -72,7 +72,7 @@ std::string verdict_word(Verdict verdict);
 std::string outcome(const Step &step);
 
 Json step_json(const Output &out, const Step &step);
-// What the documents of login and acct begin with: server, user, service and form.
+// The first members of the documents of login and acct: server, user, service and form.
 Json client_json(const ClientOptions &options);
 void print_step(Output &out, const Step &step);
 

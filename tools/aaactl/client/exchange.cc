@@ -32,7 +32,7 @@ struct Received {
     ~Received() { explicit_bzero(msg.u.bytes, msg.len); }
 };
 
-// Where the list begins, and the result that stands before it.
+// Where the list begins, and the result before it.
 struct Head {
     size_t size;
     cerrno result;
@@ -75,7 +75,7 @@ Reply read_reply(const std::string &socket, const aaa_transport_msg_t &msg, uint
             socket, 0,
             "neither a reply message nor a session packet of " + std::to_string(msg.len) + " bytes");
     }
-    // Who cannot answer in packets answers in the classic form.
+    // A server without session packets answers in the classic form.
     if (kind == AAA_TRANSPORT_SESSION && !session) {
         throw malformed(socket, 0, "a session packet answers a classic request");
     }

@@ -47,8 +47,8 @@ struct Composition {
 
 class Exchange {
   public:
-    // Failure(unavailable) when nobody listens. Connecting, sending and each reply may take so many seconds,
-    // 0 for any time.
+    // Failure(unavailable) when no server listens. `seconds` limits connecting, sending and each reply; 0
+    // means no limit.
     Exchange(std::string socket, unsigned seconds, bool session);
     Exchange(const Exchange &) = delete;
     Exchange &operator=(const Exchange &) = delete;

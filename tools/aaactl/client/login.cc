@@ -12,7 +12,7 @@
 namespace aaactl {
 namespace {
 
-// A server that asks for ever would keep a script for ever.
+// Without a limit, a server that keeps asking would block a script for ever.
 constexpr int kMostQuestions = 16;
 
 struct LoginOptions : ClientOptions {
@@ -22,7 +22,7 @@ struct LoginOptions : ClientOptions {
 
 class Login {
   public:
-    // The replies go into `steps`, which are left when it fails half-way.
+    // The replies are appended to `steps`, which keep them when a later request fails.
     Login(LoginOptions &options, std::vector<Step> &steps)
         : options_(options), steps_(steps), exchange_(options.socket, options.seconds, options.session) {}
     ~Login() { wipe(password_); }
@@ -35,7 +35,7 @@ class Login {
         }
         Verdict verdict = authenticate();
         if (verdict != Verdict::accepted) {
-            return verdict;  // nobody is there who could run anything
+            return verdict;  // there is no user to authorize
         }
         for (const std::string &command : options_.commands) {
             const Verdict one = authorize(command);
@@ -52,14 +52,14 @@ class Login {
     bool answer(const Step &step);
     void keep_state(const avlist *list);
 
-    // Takes the reply down, also one that cannot be judged.
+    // Stores the reply before it is judged, so that a malformed one is shown too.
     Step &judged(Step step, uint32_t type);
 
     LoginOptions &options_;
     std::vector<Step> &steps_;
     Exchange exchange_;
     std::string password_;
-    ListPtr state_;  // what the server wants to see again with the answer
+    ListPtr state_;  // what the server expects back with the answer
 };
 
 void Login::ask_password() {
@@ -100,7 +100,7 @@ void Login::keep_state(const avlist *list) {
     }
 }
 
-// The server's own words where it has some.
+// The server's prompt or message; `otherwise` if it sent none.
 std::string question(const Step &step, const char *otherwise) {
     for (const uint32_t type : {AAA_PROMPT_ATTR, AAA_REPLYMSG_ATTR}) {
         const std::string text = text_attribute(step.reply.list.get(), type);
@@ -111,7 +111,7 @@ std::string question(const Step &step, const char *otherwise) {
     return otherwise;
 }
 
-// A new name comes with a password of its own. False when nobody answers.
+// A new name needs a new password. False at the end of the input.
 bool Login::answer(const Step &step) {
     const bool echo = number_attribute(step.reply.list.get(), AAA_PROMPT_ECHO_ATTR) == 1u;
     if (step.status == AAA_STAT_GETUSER) {
@@ -148,7 +148,7 @@ Verdict Login::authenticate() {
         }
     }
     throw Failure(ExitCode::failed, escaped(options_.socket) + ": the server has asked " +
-                                        std::to_string(kMostQuestions) + " questions and does not decide");
+                                        std::to_string(kMostQuestions) + " questions without a decision");
 }
 
 // The text is a copy: the library masks passwords in it.
@@ -218,15 +218,16 @@ void add_login(Command root) {
         .one_value_each();
     sub.flag("--no-password", options->no_password, "Send no password until the server asks for one");
     sub.footer(
-        "The password is asked for without echo, or is the first line of standard input; what the server "
-        "asks\n"
-        "besides (GETUSER, GETPASS, GETDATA) is asked for likewise, or taken from the lines that follow.\n"
+        "The password is asked for without echo, or is the first line of standard input. Further questions "
+        "of "
+        "the\n"
+        "server (GETUSER, GETPASS, GETDATA) are passed on likewise, or answered with the lines that follow.\n"
         "Exit status: 0 accepted, 1 denied, 3 malformed reply, 5 no server or no reply, 6 the server could "
         "not\n"
         "process it. JSON: {server, user, service, form, verdict, steps: [{request, subject, result, "
         "status,\n"
-        "message, attributes: pairs as of \"decode\"}]}; after a failure \"error\" stands in place of "
-        "\"verdict\", with\nthe steps until then.\n"
+        "message, attributes: pairs as of \"decode\"}]}; after a failure, \"error\" replaces "
+        "\"verdict\", with\nthe steps so far.\n"
         "Example: aaactl login /run/aaa/server.sock alice --authorize 'show version' < password");
 }
 

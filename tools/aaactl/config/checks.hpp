@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What can be wrong with method lists, server groups, lines and keys.
+// Checks of method lists, server groups, lines and keys.
 
 #pragma once
 
@@ -9,21 +9,21 @@
 
 namespace aaactl {
 
-// Whether anybody can answer: a group that exists, has a number and servers; for other methods, that there is
-// such a method, and servers where it needs some.
+// Whether the method can answer: a group has to exist and have a number and servers; another method has to
+// exist, and have servers if it needs them.
 bool method_works(Database &database, const Method &method);
 
-// A list by itself; its groups are looked at only as far as they exist.
+// Checks a list by itself; of its groups, only whether they exist.
 void check_list(Database &database, const MethodList &list, Findings &findings);
-// A group by itself; `used`: a method list names it.
+// Checks a group by itself; `used`: a method list names it.
 void check_group(const Group &group, bool used, Findings &findings);
-// An entry of a list of servers, each server once.
+// Checks every entry of a list of servers.
 void check_servers(const std::vector<Server> &servers, Findings &findings);
 
-// The file that gives lines their lists, and the lists that it names.
+// Checks the file that assigns lists to lines, and whether its lists exist.
 void check_lines(Database &database, Findings &findings);
-// Server keys anywhere in the AAA configuration, and items that cannot be read, but for those that findings
-// are about already.
+// Checks the server keys of the whole AAA configuration, and reports unreadable items that no finding names
+// yet.
 void check_items(Database &database, Findings &findings);
 
 }  // namespace aaactl

@@ -30,23 +30,23 @@ bool is_keyword(const std::string &name) {
 void check_name(const Group &group, Findings &findings) {
     if (is_keyword(group.name)) {
         findings.push_back({Severity::error, "reserved-name", group.path,
-                            "\"" + escaped(group.name) + "\" is a method's word, not a name for a group",
+                            "\"" + escaped(group.name) + "\" is a keyword of methods and cannot name a group",
                             "create the group under another name"});
     }
 }
 
-// The number leads back to a name; RADIUS and TACACS numbers are looked for there, others are not.
-void check_way_back(const Group &group, uint32_t number, Findings &findings) {
+// The number has to map back to the name. Only RADIUS and TACACS numbers are looked up there.
+void check_reverse_map(const Group &group, uint32_t number, Findings &findings) {
     if (group.protocol.number == AAA_KW_DIAMETER) {
         return;
     }
     const Text name(aaa_util_lookup_sg_name(number));
     if (!name || group.name != name.get()) {
         findings.push_back({Severity::error, "contradicting-number", kGroupMaps,
-                            "the name \"" + escaped(group.name) + "\" leads to the number " +
-                                std::to_string(number) + ", and that to " +
+                            "the name \"" + escaped(group.name) + "\" maps to number " +
+                                std::to_string(number) + ", but that number maps to " +
                                 (name ? "\"" + escaped(name.get()) + "\"" : std::string("no name")),
-                            "delete the group and create it anew: aaactl sg delete, aaactl sg add"});
+                            "delete the group and create it again: aaactl sg delete, aaactl sg add"});
     }
 }
 
@@ -59,18 +59,18 @@ void check_number(const Group &group, bool used, Findings &findings) {
     if (rc == SYSDB_ERR_NOT_FOUND) {
         findings.push_back({severity, "unnumbered-group", group.path,
                             "no number is published for it: clients cannot read lists that name it",
-                            "start the AAA server, which publishes the numbers, or aaactl sg add"});
+                            "start the AAA server, which publishes the numbers, or run aaactl sg add"});
     } else if (rc != AAA_OK) {
         findings.push_back({Severity::error, "unreadable-number", group.path,
-                            std::string("its number: ") + escaped(cerr_strerror(rc)),
-                            "delete the group and create it anew: aaactl sg delete, aaactl sg add"});
+                            std::string("its number cannot be read: ") + escaped(cerr_strerror(rc)),
+                            "delete the group and create it again: aaactl sg delete, aaactl sg add"});
     } else if (protocol != group.protocol.number) {
         findings.push_back({Severity::error, "ambiguous-group", group.path,
-                            "the name leads to the group of " +
+                            "the name selects the group of " +
                                 std::string(aaa_util_get_sg_defined_name(protocol)) + " with the same name",
                             "give one of the groups another name"});
     } else {
-        check_way_back(group, number, findings);
+        check_reverse_map(group, number, findings);
     }
 }
 
@@ -81,21 +81,21 @@ void check_servers(const std::vector<Server> &servers, Findings &findings) {
         const Server &server = servers[i];
         if (!is_sound(server)) {
             findings.push_back({Severity::error, "malformed-server", server.path, server.defect,
-                                "delete the entry and configure the server anew"});
+                                "delete the entry and configure the server again"});
             continue;
         }
         for (size_t j = 0; j < i; ++j) {
             if (servers[j].host == server.host && servers[j].ports == server.ports && is_sound(servers[j])) {
                 findings.push_back({Severity::warning, "duplicate-server", server.path,
                                     server_text(server) +
-                                        " is in the list already: it is asked again when it does not answer",
+                                        " is in the list already: if it does not answer, it is asked again",
                                     "delete one of the entries"});
             } else if (servers[j].index == server.index && servers[j].is_private == server.is_private &&
                        is_sound(servers[j])) {
                 findings.push_back({Severity::warning, "shared-ordinal", server.path,
                                     server_text(servers[j]) +
-                                        " has the same ordinal: which of them is asked first is not settled",
-                                    "configure one of them anew"});
+                                        " has the same ordinal: which of them is asked first is undefined",
+                                    "configure one of them again"});
             }
         }
     }

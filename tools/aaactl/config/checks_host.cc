@@ -27,7 +27,7 @@ struct LineCheck {
     }
 };
 
-// Which service a user of the line will ask for is not known: some service has to have the list.
+// The service that a user of the line will ask for is not known: one service has to have the list.
 bool some_service_has(Database &database, uint32_t function, const std::string &list) {
     const std::string word = aaa_function_to_string(function);
     const auto services = service_words(database, word);
@@ -39,12 +39,12 @@ bool some_service_has(Database &database, uint32_t function, const std::string &
 
 void check_row(LineCheck &check, const aaa_platform_line_rule_t &rule) {
     if (rule.defect != nullptr) {
-        check.add(rule.number, "malformed-row", std::string(rule.defect) + "; the row is left out",
+        check.add(rule.number, "malformed-row", std::string(rule.defect) + "; the row is ignored",
                   "correct the row");
         return;
     }
     for (uint32_t function = AAA_FUNC_AUTHEN; function <= AAA_FUNC_ACCT; ++function) {
-        // A row for every kind says nothing about a function that nobody uses here.
+        // A row for every kind does not concern a function that has no lists.
         const bool concerned = rule.kind == function ||
                                (rule.kind == AAA_PLATFORM_LINE_EVERY_KIND &&
                                 !service_words(check.database, aaa_function_to_string(function)).empty());
@@ -93,40 +93,40 @@ MasterKeys master_keys() {
     return keys;
 }
 
-// Why a sealed key is of no use.
+// Why a sealed key cannot be used.
 Finding unusable_key(const std::string &path, const std::string &sealed) {
     const MasterKeys keys = master_keys();
     const std::string file = escaped(aaa_platform_master_keys_path());
     if (keys.rc != 0) {
         return {Severity::error, "sealed-key", path,
                 "the key cannot be opened: " + file + ": " + escaped(cerr_strerror(keys.rc)),
-                "put the file of master keys back, or set the key anew"};
+                "restore the file of master keys, or set the key again"};
     }
     const auto generation = static_cast<uint32_t>((sealed[0] - '0') * 10 + (sealed[1] - '0'));
     if (std::find(keys.generations.begin(), keys.generations.end(), generation) == keys.generations.end()) {
         return {Severity::error, "sealed-key", path,
                 "the key is sealed with master key generation " + sealed.substr(0, 2) + ", which is not in " +
                     file,
-                "put that generation back, or set the key anew"};
+                "restore that generation, or set the key again"};
     }
     return {Severity::error, "sealed-key", path,
-            "the key does not decrypt: it has been changed since it was sealed, or with another file of "
+            "the key does not decrypt: it was changed after it was sealed, or sealed with another file of "
             "master keys",
-            "set the key anew"};
+            "set the key again"};
 }
 
 void check_key(const std::string &path, std::string text, Findings &findings) {
     if (!looks_sealed(text)) {
-        findings.push_back(
-            {Severity::warning, "clear-key", path, "a key stands in clear text", "seal it: aaactl key seal"});
+        findings.push_back({Severity::warning, "clear-key", path, "a key is stored in clear text",
+                            "seal it: aaactl key seal"});
     } else if (validate_encrypted_password(text.data()) != AAA_OK) {
         findings.push_back(unusable_key(path, text));
     }
     wipe(text);
 }
 
-// What lies outside of the AAA configuration is somebody else's but for keys that were sealed here, and a
-// text that looks like one is one only where its path says so.
+// Outside of the AAA configuration only sealed keys are checked: texts that look sealed and whose path names
+// a secret.
 void check_keys_elsewhere(Database &database, Findings &findings) {
     const auto visit = [&](const std::string &path, const Item &item) {
         if (!path.starts_with(kConfigRoot) && item.type == SYSDB_TYPE_STRING && is_secret_path(path) &&
@@ -166,8 +166,8 @@ void check_items(Database &database, Findings &findings) {
                                        [&](const Finding &finding) { return finding.path == item.path; });
         if (!known) {
             findings.push_back({Severity::error, "unreadable-item", item.path,
-                                item.fault + ": nobody can read it",
-                                "set it again or delete it: aaactl sysdb set --type, aaactl sysdb del; where "
+                                item.fault + ": no program can read it",
+                                "set it again or delete it: aaactl sysdb set --type, aaactl sysdb del; if "
                                 "that is refused, dump the tree and load it: aaactl sysdb load --replace"});
         }
     };

@@ -16,7 +16,7 @@ bool is_remote(const Method &method) {
     return method.is_group() || protocol_of_method(method.number) != nullptr;
 }
 
-// What an operator can write into a list; the other numbers are the service's own.
+// Methods that an operator can configure; the other numbers are internal to the service.
 bool is_configurable(uint32_t method) {
     switch (method) {
         case AAA_METHOD_NONE:
@@ -52,7 +52,7 @@ class ListCheck {
     void run() {
         if (!list_.defect.empty()) {
             error("malformed-list", "it does not hold four methods and four names: " + list_.defect,
-                  "write it anew: aaactl mlist set");
+                  "replace it: aaactl mlist set");
             return;
         }
         leading();
@@ -76,21 +76,21 @@ class ListCheck {
         findings_.push_back({Severity::warning, code, list_.path(), text, remedy});
     }
 
-    // Whoever checks the deletion of a group expects them and gives up on a list without.
+    // The check before a group is deleted expects them, and fails at a list without them.
     void leading() {
         if (list_.function == "accounting" && list_.leading.size() != kAccountingIntegers) {
             error("malformed-list",
                   "an accounting list begins with three integers before its methods, this one with " +
                       std::to_string(list_.leading.size()) +
-                      ": no server group can be deleted while it is there",
-                  "write it anew: aaactl mlist set");
+                      ": while it exists, no server group can be deleted",
+                  "replace it: aaactl mlist set");
         }
     }
     void hidden() {
         for (size_t i = methods_.size() + 1; i < list_.places.size(); ++i) {
             if (list_.places[i].number != AAA_METHOD_NOTSET) {
                 warning("hidden-method",
-                        method_text(list_.places[i]) + " stands behind an empty place and is never asked",
+                        method_text(list_.places[i]) + " follows an empty place and is never asked",
                         "close the gap: aaactl mlist set");
             }
         }
@@ -102,14 +102,14 @@ class ListCheck {
         } else if (!is_configurable(method.number)) {
             error("unknown-method",
                   "step " + std::to_string(i + 1) + ": " + method_word(method.number) +
-                      " is no method of a list",
+                      " is not a method of lists",
                   "replace it: aaactl mlist set");
         } else if (is_remote(method) && !method_works(database_, method)) {
             findings_.push_back({Severity::error, "no-servers",
                                  protocol_servers_path(*protocol_of_method(method.number)),
                                  method_text(method) + " of " + escaped(list_.path()) +
-                                     " asks the servers here, and there is none",
-                                 "configure a server, or take the method out of the list"});
+                                     " asks the servers at this path, and there are none",
+                                 "configure a server, or remove the method from the list"});
         }
         none(i);
         const auto same = [&](const Method &other) {
@@ -122,11 +122,11 @@ class ListCheck {
     }
     void group(const Method &method) {
         if (method.group.empty()) {
-            error("dangling-group", "a server group without a name", "name the group: aaactl mlist set");
+            error("dangling-group", "a server group has no name", "name the group: aaactl mlist set");
         } else if (method.configured() == nullptr) {
             error("dangling-group",
                   method_text(method) + " does not exist: clients cannot read this list at all",
-                  "create the group, or take it out of the list: aaactl mlist set");
+                  "create the group, or remove it from the list: aaactl mlist set");
         }
     }
     void none(size_t i) {
@@ -135,11 +135,12 @@ class ListCheck {
         }
         if (i + 1 < methods_.size()) {
             warning("unreachable-method",
-                    method_text(methods_[i + 1]) + " comes behind \"none\", which never passes a request on",
-                    "take out what stands behind \"none\": aaactl mlist set");
+                    method_text(methods_[i + 1]) + " follows \"none\", which never passes a request on",
+                    "remove the methods after \"none\": aaactl mlist set");
         }
         if (i > 0 && list_.function == "authentication") {
-            warning("open-fallback", "when nobody before \"none\" answers, every user is let in unchecked",
+            warning("open-fallback",
+                    "when no method before \"none\" answers, every user is admitted unchecked",
                     "end the list with \"local\" instead: aaactl mlist set");
         }
     }
@@ -147,7 +148,7 @@ class ListCheck {
         if (std::none_of(methods_.begin(), methods_.end(),
                          [&](const Method &method) { return method_works(database_, method); })) {
             error("ends-in-nothing", "none of its methods can work: " + std::string(what_fails(list_)),
-                  "mend what is said about its methods, or add one that needs no server");
+                  "correct the faults of its methods, or add a method that needs no server");
         } else if (list_.function != "accounting" &&
                    std::all_of(methods_.begin(), methods_.end(), is_remote)) {
             warning("no-fallback",

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// explain: how a request for a service will be answered, step by step. What
-// clients get is asked of the library's own lookups; what these do not tell
-// (names of groups that are missing, servers) is read from the database.
+// explain: how a request for a service is answered, step by step. The library's
+// lookups say what clients get; the rest (names of missing groups, servers) is
+// read from the database.
 
 #include <algorithm>
 #include <cctype>
@@ -55,7 +55,7 @@ ClientView client_view(const MethodList &list) {
 struct Step {
     Method method;
     std::vector<Server> servers;
-    bool works = false;  // somebody can answer
+    bool works = false;  // it can answer
 };
 
 struct Explanation {
@@ -65,7 +65,7 @@ struct Explanation {
     MethodList list;
     bool configured = false;  // else the library supplies it
     ClientView client;
-    cerrno suits = AAA_OK;  // what the library's check of the list for the service says
+    cerrno suits = AAA_OK;  // the library's verdict on the list for the service
     std::vector<Step> steps;
     std::vector<std::string> others;  // lists of the same service
     Findings findings;
@@ -87,7 +87,7 @@ Step make_step(Database &database, const Method &method) {
     return step;
 }
 
-// Only where the library knows lists for the service; it looks elsewhere than the path for some.
+// Only for services whose lists the library knows; for some it looks at another path.
 cerrno suitability(const Explanation &e) {
     if (!e.service.service || !e.configured) {
         return AAA_OK;
@@ -127,11 +127,11 @@ void look_for_faults(Database &database, Explanation &e) {
     if (e.configured && e.client.rc != AAA_OK && count(e.findings, Severity::error) == 0) {
         e.findings.push_back({Severity::error, "unreadable-list", e.list.path(),
                               "clients get: " + escaped(cerr_strerror(e.client.rc)),
-                              "look at the database: aaactl sysdb get"});
+                              "inspect the item: aaactl sysdb get"});
     }
 }
 
-// What the library supplies for a default list that is not there, in the form of one that is.
+// The list that the library supplies for a missing default list.
 MethodList supplied_list(MethodList list, const ClientView &client) {
     for (const uint32_t method : client.methods) {
         list.places.push_back({method, {}, {}});
@@ -147,7 +147,7 @@ Explanation gather(Database &database, const ExplainOptions &options) {
     e.choice = choose_list(e.service, options.list, options.line);
     if (std::any_of(options.list.begin(), options.list.end(),
                     [](char c) { return std::iscntrl(static_cast<unsigned char>(c)) != 0; })) {
-        throw Failure(ExitCode::usage, "\"" + escaped(options.list) + "\" is no name of a list");
+        throw Failure(ExitCode::usage, "\"" + escaped(options.list) + "\" is not a name of a list");
     }
     const auto found = find_list(database, options.function, e.service.word, e.choice.list);
     e.configured = found.has_value();
@@ -186,7 +186,7 @@ std::string step_meaning(const Explanation &e, const Step &step) {
             return group_meaning(step.method);
         case AAA_METHOD_NONE:
             return accounting ? "nothing is recorded, and that counts as done"
-                              : "nobody is asked: every request is accepted";
+                              : "no one is asked: every request is accepted";
         case AAA_METHOD_LOCAL:
             return "the users of this router";
         case AAA_METHOD_RADIUS:
@@ -194,7 +194,7 @@ std::string step_meaning(const Explanation &e, const Step &step) {
         case AAA_METHOD_TACACSPLUS:
             return "every TACACS+ server without a group";
         case AAA_METHOD_IF_AUTHEN:
-            return "accepts who has been authenticated";
+            return "accepts authenticated users";
         case AAA_METHOD_LINE:
             return "the password of the line";
         case AAA_METHOD_ENABLE:
@@ -204,11 +204,11 @@ std::string step_meaning(const Explanation &e, const Step &step) {
         case AAA_METHOD_SYSLOG:
             return "the system log";
         default:
-            return "no method of a list";
+            return "not a method of lists";
     }
 }
 
-// A method that asks nobody cannot refuse and is never silent.
+// A method that asks no one never refuses and always answers.
 bool always_answers(const Step &step) {
     return step.method.number == AAA_METHOD_NONE;
 }
@@ -398,8 +398,8 @@ void add_explain(Command root) {
         "{name,\n"
         "protocol, number}, servers: [{ordinal, host, ports, private}], works, on_refusal, on_no_answer: "
         "{next_step,\n"
-        "text}}], lists_of_service, findings: [{severity, code, path, text, remedy}]}; null for what there "
-        "is not,\nof a server \"defect\" where there is one\n"
+        "text}}], lists_of_service, findings: [{severity, code, path, text, remedy}]}; null for a missing "
+        "value,\nof a server \"defect\" if there is one\n"
         "Example: aaactl explain authentication login --line pts/3");
 }
 

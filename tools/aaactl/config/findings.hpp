@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What is wrong with a configuration: where, what it leads to, what to do.
+// Faults of a configuration: place, consequence and remedy.
 
 #pragma once
 
@@ -11,7 +11,7 @@
 
 namespace aaactl {
 
-// An error keeps something from working as it is written; a warning is worth a look.
+// An error: something does not work as it is configured. A warning: something may not be intended.
 enum class Severity { error, warning };
 
 struct Finding {

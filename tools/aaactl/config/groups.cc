@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Reads groups and their servers. An entry that is not understood stays in the
+// Reads groups and their servers. An entry that cannot be parsed is kept in the
 // result, with its defect.
 
 #include "config/groups.hpp"
@@ -32,7 +32,7 @@ void read_entry(Server &server, size_t most_ports) {
         const std::string_view word = rest.substr(0, rest.find(','));
         const auto port = number_in(word);
         if (!port || *port > 65535) {
-            server.defect = "\"" + escaped(word) + "\" is no port";
+            server.defect = "\"" + escaped(word) + "\" is not a port";
         } else {
             server.ports.push_back(*port);
         }
@@ -41,18 +41,18 @@ void read_entry(Server &server, size_t most_ports) {
         server.defect = "it has more than " + std::to_string(most_ports) + " port(s)";
     }
     if (server.defect.empty() && !is_address(server.host)) {
-        server.defect = "\"" + escaped(server.host) + "\" is no address";
+        server.defect = "\"" + escaped(server.host) + "\" is not an address";
     }
 }
 
-// Below an ordinal "0x1/" stands one server, as an item or as a directory.
+// The directory of an ordinal, "0x1/", holds one server, as an item or as a directory.
 void read_ordinal(Database &database, const std::string &directory, const Entry &ordinal,
                   const Protocol &protocol, bool is_private, std::vector<Server> &servers) {
     const std::string name = ordinal.bare_name();
     const auto index = name.starts_with("0x") ? number_in(name) : std::nullopt;
     const std::string path = directory + ordinal.name;
     if (!index || !ordinal.is_directory()) {
-        const std::string defect = "\"" + escaped(ordinal.name) + "\" is no ordinal of a server";
+        const std::string defect = "\"" + escaped(ordinal.name) + "\" is not an ordinal of a server";
         servers.push_back({path, 0, name, is_private, name, {}, defect});
         return;
     }
@@ -78,7 +78,7 @@ std::string numbers_path(const Protocol &protocol) {
     return std::string(kGroupMaps) + "sg_name_map/" + protocol.word + "/";
 }
 
-// Whether a path can lead to the group, which else neither exists nor can.
+// False when no path can name the group: then it cannot exist.
 bool read_configured(Database &database, Group &group) {
     std::string fault;
     const bool is_directory = database.list(group.path, fault).has_value();
@@ -192,8 +192,9 @@ void check_group_name(const std::string &name) {
     std::string copy = name;  // the library takes it without const
     const bool printable = name.find('\0') == std::string::npos && aaa_is_name_valid(copy.data()) == 1;
     if (name.empty() || !printable || name.find('/') != std::string::npos || name.size() >= SYSDB_NAME_SIZE) {
-        throw Failure(ExitCode::usage,
-                      "\"" + escaped(name) + "\" is no name: 1 to 49 printable characters, no '/'");
+        throw Failure(
+            ExitCode::usage,
+            "\"" + escaped(name) + "\" is not a valid name; use 1 to 49 printable characters without '/'");
     }
 }
 

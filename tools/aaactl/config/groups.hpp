@@ -2,7 +2,7 @@
 //
 // Server groups as they are configured, below /cfg/gl/aaa/group-server/, and
 // as they are published with their numbers, below /oper/aaa/gl/group-server/.
-// Read directly: what the library's lookups leave out, and what they refuse.
+// Read directly, because the library's lookups omit or refuse some of them.
 
 #pragma once
 
@@ -28,13 +28,13 @@ struct Server {
     bool is_private = false;
     std::string host;
     std::vector<uint32_t> ports;  // authentication and accounting for RADIUS, else at most one
-    std::string defect;           // "", or why it is no server
+    std::string defect;           // "", or why it is not a server
 };
 bool is_sound(const Server &server);
 bool any_sound(const std::vector<Server> &servers);
 // "host", "host,1812,1813"
 std::string server_text(const Server &server);
-// Whether it is an IPv4 or IPv6 address: clients look no names up.
+// Whether it is an IPv4 or IPv6 address: clients do not resolve names.
 bool is_address(const std::string &host);
 
 struct Group {
@@ -51,7 +51,7 @@ struct Group {
 std::string group_path(const Protocol &protocol, const std::string &name);
 // "/oper/aaa/gl/group-server/sg_name_map/radius/corp", the item with the group's number
 std::string number_path(const Group &group);
-// One that is neither configured nor published: nullopt.
+// nullopt for a group that is neither configured nor published.
 std::optional<Group> read_group(Database &database, const Protocol &protocol, const std::string &name);
 // The group that a method list means by a name: protocols in their order, published ones first.
 std::optional<Group> resolve_group(Database &database, const std::string &name);
@@ -62,7 +62,7 @@ std::vector<Group> read_groups(Database &database, const Protocol &protocol);
 std::vector<Server> protocol_servers(Database &database, const Protocol &protocol);
 std::string protocol_servers_path(const Protocol &protocol);
 
-// Printable, without '/', and of a length that fits a method list; Failure(usage) says what it is not.
+// Printable, without '/', and of a length that fits a method list; Failure(usage) otherwise.
 void check_group_name(const std::string &name);
 
 }  // namespace aaactl

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// lint: looks through the whole AAA configuration for what does not fit together.
+// lint: checks the whole AAA configuration for errors and contradictions.
 
 #include <algorithm>
 #include <memory>
@@ -62,13 +62,14 @@ class Lint {
         std::string name = list.name;
         if (aaa_is_name_valid(name.data()) == 0) {
             findings_.push_back({Severity::warning, "invalid-name", list.path(),
-                                 "the list's name holds more than printable ASCII", "give it another name"});
+                                 "the list's name contains characters other than printable ASCII",
+                                 "give it another name"});
         }
     }
 
     void no_default(const std::string &function, const std::string &service) {
         findings_.push_back({Severity::warning, "no-default-list", list_path(function, service, "default"),
-                             "the service has lists, but none for requests that name none",
+                             "the service has lists, but no default list for requests that name none",
                              "create it: aaactl mlist set"});
     }
 
@@ -77,7 +78,7 @@ class Lint {
         if (list_names(database_, "authentication", "login").empty()) {
             findings_.push_back({Severity::warning, "no-default-list",
                                  list_path("authentication", "login", "default"),
-                                 "no list says how users log in", "create it: aaactl mlist set"});
+                                 "no list is configured for logins", "create it: aaactl mlist set"});
         }
     }
 
@@ -96,7 +97,7 @@ class Lint {
         for (const Group &group : stale_) {
             findings_.push_back({Severity::warning, "stale-number", number_path(group),
                                  "a number is published for a group that is not configured",
-                                 "take it back: aaactl sg delete"});
+                                 "remove it: aaactl sg delete"});
         }
     }
 
@@ -134,12 +135,13 @@ ExitCode lint(Output &out, const LintOptions &options) {
 
 void add_lint(Command root) {
     auto options = std::make_shared<LintOptions>();
-    Command sub = root.command("lint", "Look through the AAA configuration for what does not fit together",
+    Command sub = root.command("lint", "Check the AAA configuration for errors and contradictions",
                                [options](Output &out) { return lint(out, *options); });
     sub.flag("--strict", options->strict, "Exit with 1 for warnings too");
     sub.footer(
-        "Looks at method lists, server groups and their numbers, servers, the lists of lines, server keys, "
-        "and\nfor items whose value does not fit their type; of the rest of the database, at sealed keys.\n"
+        "Checks method lists, server groups and their numbers, servers, the lists of lines, server keys, "
+        "and\n"
+        "whether values fit their types; in the rest of the database, sealed keys only.\n"
         "Exit status: 0 no errors, 1 errors (with --strict: or warnings), 5 no database.\n"
         "JSON: {method_lists, server_groups, errors, warnings, findings: [{severity, code, path, text, "
         "remedy}]}\n"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Method lists by name, by the rows of the host's line file, and by default.
+// Chooses method lists by name, by the rows of the host's line file, and by default.
 
 #include "config/list_choice.hpp"
 
@@ -21,8 +21,8 @@
 namespace aaactl {
 namespace {
 
-// The word under which a service is configured; where it is not, the one under which the library verifies its
-// lists.
+// The word under which a service is configured; for a service without one, the word under which the library
+// verifies its lists.
 std::string word_of(uint32_t function, uint32_t service) {
     const std::string_view word = aaa_service_to_string(static_cast<int32_t>(function), service);
     if (!word.starts_with('<')) {
@@ -51,7 +51,7 @@ std::set<std::string> known_words(Database &database, uint32_t function) {
     return words;
 }
 
-// Requests for these services go by "default" when they name no list: nobody asks for the line.
+// False for services whose requests ignore the line: without a list they use "default".
 bool asks_line(uint32_t function, uint32_t service) {
     const uint32_t third = function == AAA_FUNC_ACCT ? AAA_SVC_SYSTEM : AAA_SVC_IKE;
     return service != AAA_SVC_API && service != AAA_SVC_KSH && service != third;
@@ -87,10 +87,10 @@ ListChoice choose_by_line(const ServiceWord &service, const std::string &line) {
     }
     if (!search.found) {
         return fallback("no list was named, and no row of " + escaped(aaa_platform_line_rules_path()) +
-                        " is for the line " + escaped(line));
+                        " matches the line " + escaped(line));
     }
     search.found->why = "no list was named, and the row for \"" + escaped(search.found->pattern) + "\" at " +
-                        escaped(search.found->rule) + " is the first for the line " + escaped(line);
+                        escaped(search.found->rule) + " is the first that matches the line " + escaped(line);
     return *search.found;
 }
 
@@ -110,8 +110,8 @@ ServiceWord service_word(Database &database, uint32_t function, const std::strin
     for (const std::string &one : words) {
         known += (known.empty() ? "" : ", ") + escaped(one);
     }
-    throw Failure(ExitCode::usage, std::string("no lists are kept for ") + aaa_function_to_string(function) +
-                                       " of \"" + escaped(text) + "\": " + known +
+    throw Failure(ExitCode::usage, std::string("there are no lists for ") + aaa_function_to_string(function) +
+                                       " of \"" + escaped(text) + "\"; use " + known +
                                        ", or a service that uses one of them");
 }
 
@@ -121,13 +121,13 @@ ListChoice choose_list(const ServiceWord &service, const std::string &list, cons
     }
     if (service.service && !asks_line(service.function, *service.service)) {
         return fallback("no list was named, and requests for the service " + service_name(*service.service) +
-                        " do not go by lines");
+                        " ignore lines");
     }
     if (line.empty()) {
         return fallback("neither a list nor a line was named");
     }
     if (platform_am_i_lc() != 0) {
-        return fallback("no list was named, and this node is a line card, which does not go by lines");
+        return fallback("no list was named, and this node is a line card, which ignores lines");
     }
     return choose_by_line(service, line);
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Which method list a request goes by, and why: as the compose routines of the
-// library choose it, for any line.
+// Which method list a request uses, and why: the choice of the library's
+// compose routines, for any line.
 
 #pragma once
 
@@ -16,11 +16,11 @@ namespace aaactl {
 // paths.
 struct ServiceWord {
     uint32_t function;
-    std::optional<uint32_t> service;  // not told by a path's word alone
+    std::optional<uint32_t> service;  // unknown when a word of paths is given
     std::string word;                 // of the path
 };
 
-// Failure(usage) with the words there are.
+// Failure(usage) lists the known words.
 ServiceWord service_word(Database &database, uint32_t function, const std::string &text);
 
 enum class ChosenBy { name, line, fallback };
@@ -28,7 +28,7 @@ enum class ChosenBy { name, line, fallback };
 struct ListChoice {
     std::string list;
     ChosenBy by;
-    std::string why;      // a whole sentence for people
+    std::string why;      // for people, to follow "because"
     std::string rule;     // for a line: "FILE:NUMBER"
     std::string pattern;  // for a line
 };

@@ -9,7 +9,7 @@
 namespace aaactl {
 namespace {
 
-// Any number of integers from four on, of which the last four are the methods, then four names.
+// Four or more integers, of which the last four are the methods, then four names.
 bool read_fields(MethodList &list, const std::vector<TupleField> &fields) {
     const auto is_name = [](const TupleField &field) { return field.is_name; };
     const auto first_name = std::find_if(fields.begin(), fields.end(), is_name);

@@ -2,7 +2,7 @@
 //
 // Method lists as they are stored: a tuple at FUNCTION/SERVICE/NAME below
 // /cfg/gl/aaa/, of four methods and four names of server groups. Lists for
-// accounting have three integers more in front.
+// accounting have three more integers before these.
 
 #pragma once
 
@@ -34,10 +34,10 @@ struct MethodList {
     std::string name;
     std::vector<int32_t> leading;  // integers before the methods
     std::vector<Method> places;    // all four, as they are stored
-    std::string defect;            // "", or why it is no method list
+    std::string defect;            // "", or why it is not a method list
 
     std::string path() const;
-    // Those that count: up to the first empty place.
+    // The effective ones: up to the first empty place.
     std::span<const Method> methods() const;
 };
 
@@ -54,7 +54,7 @@ std::vector<std::string> list_names(Database &database, const std::string &funct
 // Its groups are resolved.
 std::optional<MethodList> find_list(Database &database, const std::string &function,
                                     const std::string &service, const std::string &name);
-// Stores a list. What an accounting list has in front stays as it is.
+// Stores a list. The leading integers of an accounting list are kept.
 void write_list(Database &database, const MethodList &list);
 
 }  // namespace aaactl

@@ -85,7 +85,7 @@ std::string methods_text(const Output &out, const MethodList &list) {
     return text;
 }
 
-// Says what is stored and is no method list, or no number of a group.
+// Reports a stored value that is not a method list, or not the number of a group.
 bool note_faults(Output &out, const MethodList &list) {
     bool found = !list.defect.empty();
     if (found) {
@@ -101,7 +101,7 @@ bool note_faults(Output &out, const MethodList &list) {
     return found;
 }
 
-// The words that an option leaves: that one, or all where it names none.
+// The words that an option selects: its own, or all when it is empty.
 std::vector<std::string> only(const std::string &option, std::vector<std::string> words) {
     std::erase_if(words, [&](const std::string &word) { return !option.empty() && word != option; });
     return words;
@@ -148,15 +148,15 @@ void add_show(Command mlist) {
                                 [options](Output &out) { return show(out, *options); });
     add_place(sub, *options, false);
     sub.footer(
-        "What cannot be read is told with the rest (exit status 3).\n"
+        "Values that cannot be read are reported with the others (exit status 3).\n"
         "JSON: {lists: [{function, service, name, methods: [{method, name, group, protocol, number}]}]}, "
-        "and \"fault\"\nwhere there is one\n"
+        "with \"fault\"\nif there is one\n"
         "Example: aaactl mlist show authentication login");
 }
 
 // ---- set and del
 
-// "local", "group:corp"; numbers of methods are taken too.
+// "local", "group:corp", or the number of a method.
 Method parse_method(const std::string &word) {
     if (word.starts_with("group:")) {
         Method method{AAA_METHOD_SERVER_GROUP, word.substr(6), std::nullopt};
@@ -165,13 +165,15 @@ Method parse_method(const std::string &word) {
     }
     const auto number = method_number(word);
     if (!number) {
-        throw Failure(ExitCode::usage,
-                      "\"" + escaped(word) + "\" is no method: group:NAME, local, none, line, enable, ...");
+        throw Failure(
+            ExitCode::usage,
+            "\"" + escaped(word) + "\" is not a method; use group:NAME, local, none, line, enable, ...");
     }
     if (*number == AAA_METHOD_SERVER_GROUP) {
-        throw Failure(ExitCode::usage, "\"" + escaped(word) + "\": which server group? Write group:NAME");
+        throw Failure(ExitCode::usage,
+                      "\"" + escaped(word) + "\" does not say which server group; write group:NAME");
     }
-    // 0 would hide what stands behind it.
+    // 0 would hide the methods after it.
     if (*number == AAA_METHOD_NOTSET || *number > AAA_METHOD_SYSLOG) {
         throw Failure(ExitCode::usage, "\"" + escaped(word) + "\": methods have the numbers 1 to " +
                                            std::to_string(AAA_METHOD_SYSLOG));
@@ -183,15 +185,16 @@ void resolve(Database &database, Method &method, bool force) {
     if (method.is_group()) {
         method.resolved = resolve_group(database, method.group);
         if (!method.resolved && !force) {
-            throw Failure(ExitCode::negative, "group:" + escaped(method.group) +
-                                                  ": no such server group; add it first, or say --force");
+            throw Failure(ExitCode::negative,
+                          "group:" + escaped(method.group) +
+                              ": no such server group; create it with \"aaactl sg add\", or use --force");
         }
     }
 }
 
 void check_place(const ListOptions &options) {
     for (const std::string &word : {options.service, options.name}) {
-        check_group_name(word);  // the same rule holds for all words of the path
+        check_group_name(word);  // the same rule applies to all words of the path
     }
 }
 
@@ -217,9 +220,9 @@ void add_set(Command mlist) {
                "One to four, in order: group:NAME, local, none, line, enable, ...")
         .required()
         .values(1, 4);
-    sub.flag("--force", options->force, "Accept server groups that are not there (yet)");
+    sub.flag("--force", options->force, "Accept server groups that do not exist (yet)");
     sub.footer(
-        "JSON: as of one list of \"mlist show\"\nExample: aaactl mlist set authentication login default "
+        "JSON: one list, as in \"mlist show\"\nExample: aaactl mlist set authentication login default "
         "group:corp local");
 }
 

@@ -25,7 +25,8 @@ const Protocol &protocol_named(std::string_view word) {
             return protocol;
         }
     }
-    throw Failure(ExitCode::usage, "\"" + escaped(word) + "\" is no protocol: radius, tacacs or diameter");
+    throw Failure(ExitCode::usage,
+                  "\"" + escaped(word) + "\" is not a protocol; use radius, tacacs or diameter");
 }
 
 const Protocol *protocol_of_method(uint32_t method) {

@@ -25,9 +25,9 @@ inline constexpr Protocol kProtocols[] = {
     {AAA_KW_RADIUS, "radius"}, {AAA_KW_TACACS, "tacacs"}, {AAA_KW_DIAMETER, "diameter"}};
 
 const std::vector<std::string> &protocol_words();
-// Failure(usage) for a word that names none.
+// Failure(usage) for an unknown word.
 const Protocol &protocol_named(std::string_view word);
-// The one whose servers a method asks without a group; null for methods that ask none.
+// The protocol whose servers a method asks without a group; null for methods that ask no server.
 const Protocol *protocol_of_method(uint32_t method);
 
 }  // namespace aaactl

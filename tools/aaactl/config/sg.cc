@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// sg list, add and delete. Every change passes the library's own routines, so
-// that what the configuration process would refuse is refused here, for its
-// reason: verify first, then the maps of names and numbers, then the servers'
-// own list of indexes.
+// sg list, add and delete. Every change passes through the library's routines,
+// so that a change that the configuration process refuses is refused here for
+// the same reason: first the verification, then the maps of names and numbers,
+// then the indexes of the servers.
 
 #include <memory>
 #include <set>
@@ -112,11 +112,11 @@ void add_list(Command sg) {
     sub.option("--protocol", options->protocol, "Only groups of radius, tacacs or diameter")
         .one_of(protocol_words());
     sub.footer(
-        "A group without a number (-) is not published yet: the AAA server does that, or \"sg add\". A "
-        "number that\ncannot be read is told with the rest (exit status 3).\n"
+        "A group without a number (-) is not published yet: the AAA server or \"sg add\" publishes it. A "
+        "number that\ncannot be read is reported with the others (exit status 3).\n"
         "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, "
         "private}]}]}, "
-        "and\n\"fault\" or, of a server, \"defect\" where there is one\n"
+        "with\n\"fault\" or, of a server, \"defect\" if there is one\n"
         "Example: aaactl sg list --protocol radius");
 }
 
@@ -126,7 +126,7 @@ struct FreeText {
     void operator()(char *text) const { std::free(text); }
 };
 
-// The library's verdict; its reason where it gives one, else the text of its code.
+// Throws the library's refusal with its reason, or with the text of its code if it gives none.
 void verify(const GroupOptions &options, uint32_t operation) {
     aaa_cfg_event_t event{};
     event.operation = operation;
@@ -164,8 +164,8 @@ uint32_t parse_port(const std::string &text, const std::string &server) {
     return static_cast<uint32_t>(port);
 }
 
-// HOST, HOST,PORT or, of RADIUS, HOST,AUTHENTICATION_PORT,ACCOUNTING_PORT. A server of RADIUS has both ports
-// in the end, others one or none.
+// HOST, HOST,PORT or, of RADIUS, HOST,AUTHENTICATION_PORT,ACCOUNTING_PORT. A RADIUS server gets both ports,
+// others have one or none.
 Server parse_server(const std::string &text, const Protocol &protocol) {
     const size_t comma = std::min(text.find(','), text.size());
     const size_t second = std::min(text.find(',', comma + 1), text.size());
@@ -173,7 +173,7 @@ Server parse_server(const std::string &text, const Protocol &protocol) {
     server.host = text.substr(0, comma);
     check_group_name(server.host);
     if (!is_address(server.host)) {
-        throw Failure(ExitCode::usage, "\"" + escaped(server.host) + "\" is no IPv4 or IPv6 address");
+        throw Failure(ExitCode::usage, "\"" + escaped(server.host) + "\" is not an IPv4 or IPv6 address");
     }
     if (comma != text.size()) {
         server.ports.push_back(parse_port(text.substr(comma + 1, second - comma - 1), text));
@@ -198,12 +198,12 @@ std::string hexadecimal(uint32_t number) {
     return text;
 }
 
-// Only in a directory's name is there a place for the port of a server that is not RADIUS.
+// A server that is not RADIUS and has a port is a directory: an item's name has no room for the port.
 bool is_directory(const Protocol &protocol, const Server &server) {
     return !protocol.is_radius() && !server.ports.empty();
 }
 
-// The index that the library gives the server, or its reason against it.
+// The index that the library assigns to the server; Failure with its reason if it refuses.
 uint32_t next_index(const GroupOptions &options, const Protocol &protocol, const Server &server) {
     uint32_t index = 0;
     const uint32_t is_private = options.is_private ? 1 : 0;
@@ -229,7 +229,7 @@ std::string server_entry(const Protocol &protocol, const Server &server) {
                                           : server_text(server);
 }
 
-// The library looks for the form that the server is to have; the other one is the same server all the same.
+// The library looks only for the form that the server is to have; the other form names the same server.
 void check_other_form(const std::optional<Group> &group, const Protocol &protocol, const Server &server) {
     for (const Server &stored : group ? group->servers : std::vector<Server>{}) {
         if (!protocol.is_radius() && stored.host == server.host) {
@@ -239,7 +239,7 @@ void check_other_form(const std::optional<Group> &group, const Protocol &protoco
     }
 }
 
-// One index after the other, as if each server had been stored before the next was asked for.
+// Consecutive indexes, as if each server had been stored before the next index was requested.
 Changes server_changes(const GroupOptions &options, const Protocol &protocol,
                        const std::optional<Group> &group) {
     Changes changes;
@@ -249,7 +249,7 @@ Changes server_changes(const GroupOptions &options, const Protocol &protocol,
         const Server server = parse_server(text, protocol);
         const std::string entry = server_entry(protocol, server);
         if (!hosts.insert(protocol.is_radius() ? entry : server.host).second) {
-            throw Failure(ExitCode::usage, "server " + escaped(text) + " stands there for the second time");
+            throw Failure(ExitCode::usage, "server " + escaped(text) + " is given twice");
         }
         check_other_form(group, protocol, server);
         const uint32_t index = next_index(options, protocol, server);
@@ -278,7 +278,7 @@ void configure(Database &database, const Changes &changes) {
     }
 }
 
-// The maps first: a number without a group is taken up by the next attempt, a group without one would not
+// The maps first: the next attempt reuses a number without a group, but a group without a number does not
 // work.
 ExitCode add(Output &out, const GroupOptions &options) {
     check_group_name(options.name);
@@ -315,10 +315,10 @@ void add_add(Command sg) {
     add_protocol(sub, *options);
     sub.option("SERVER", options->servers,
                "ADDRESS, ADDRESS,PORT or, of RADIUS, ADDRESS,AUTHENTICATION_PORT,ACCOUNTING_PORT");
-    sub.flag("--private", options->is_private, "The servers are the group's own");
+    sub.flag("--private", options->is_private, "The servers are private to the group");
     sub.footer(
-        "Names and servers are refused for the reasons of the configuration process (exit status 1).\n"
-        "JSON: as of one group of \"sg list\"\nExample: aaactl sg add radius corp 192.0.2.20 "
+        "Names and servers that the configuration process would refuse are refused (exit status 1).\n"
+        "JSON: one group, as in \"sg list\"\nExample: aaactl sg add radius corp 192.0.2.20 "
         "192.0.2.21,1645,1646");
 }
 
@@ -340,12 +340,12 @@ Changes server_deletions(const GroupOptions &options, const Group &group) {
                           "server group " + escaped(group.name) + " has no server " + escaped(text));
         }
     }
-    // Without servers the group goes on existing.
+    // The group remains when it has no server left.
     changes.set(group.path + "server/", {SYSDB_TYPE_DIRECTORY, {}});
     return changes;
 }
 
-// The library gives up on a number that it cannot read, and would leave it there for ever.
+// The library does not remove a number that it cannot read.
 void drop_number(Database &database, const Group &group) {
     database.remove(number_path(group));
     const std::string map = std::string(kGroupMaps) + "sg_num_map/" + group.protocol.word + "/";
@@ -358,7 +358,7 @@ void drop_number(Database &database, const Group &group) {
     }
 }
 
-// The configuration first: should this end half-way, a second attempt finds the number and removes it.
+// The configuration first: after an interruption, a second attempt finds the number and removes it.
 void delete_group(Database &database, const GroupOptions &options, const Group &group) {
     verify(options, AAA_CFG_OP_DELETE);
     Changes changes;
@@ -397,10 +397,10 @@ void add_delete(Command sg) {
     Command sub = sg.command("delete", "Delete a server group, or servers of it",
                              [options](Output &out) { return remove(out, *options); });
     add_protocol(sub, *options);
-    sub.option("SERVER", options->servers, "Only these: HOST, or as \"sg list\" has it");
+    sub.option("SERVER", options->servers, "Only these servers: HOST, or as \"sg list\" prints them");
     sub.footer(
         "A group that a method list names is not deleted (exit status 1).\n"
-        "JSON: {deleted, group: what is left of it, or null}\nExample: aaactl sg delete radius corp "
+        "JSON: {deleted, group: the group that remains, or null}\nExample: aaactl sg delete radius corp "
         "192.0.2.21");
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Calls the database, and makes failures of its result codes that name the path
-// and what can be done.
+// Calls the database, and turns its result codes into failures that name the
+// path and a remedy.
 
 #include "database/database.hpp"
 
@@ -59,13 +59,13 @@ const char *hint(cerrno rc) {
         case SYSDB_ERR_CORRUPT:
             return " (restore a backup)";
         case SYSDB_ERR_BAD_PATH:
-            return " (absolute, below /cfg/ or /oper/, no empty component)";
+            return " (use an absolute path below /cfg/ or /oper/ without an empty component)";
         default:
             return "";
     }
 }
 
-// Where the platform refuses what it has listed itself: which value or name somebody else has left there.
+// Why the platform refuses a path that it has listed: another program stored such a value or name.
 std::string fault_or_failure(const std::string &path, cerrno rc) {
     switch (rc) {
         case 0:
@@ -74,7 +74,7 @@ std::string fault_or_failure(const std::string &path, cerrno rc) {
             return "value does not fit its type";
         case SYSDB_ERR_BAD_PATH:
         case SYSDB_ERR_PATH_TOO_LONG:
-            return "name that no path can have";
+            return "its name cannot be part of a path";
         default:
             throw database_failure(path, rc);
     }
@@ -123,7 +123,7 @@ sysdb_conn_t Database::connection(const std::string &directory) {
 
 Database::Place Database::place_of(const std::string &path) {
     for (const std::string_view tree : kTrees) {
-        // A NUL would end the path for the database, and what is behind it be lost.
+        // A NUL would end the path for the database.
         if (path.starts_with(tree) && path.find('\0') == std::string::npos) {
             return {connection(std::string(tree)), path.c_str() + tree.size()};
         }
@@ -227,7 +227,7 @@ void Database::walk(const std::string &directory,
         unreadable({directory, SYSDB_TYPE_DIRECTORY, fault});
     }
     if (!entries) {
-        return;  // gone meanwhile
+        return;  // deleted meanwhile
     }
     const bool is_tree = directory == "/" || directory == kTrees[0] || directory == kTrees[1];
     if (entries->empty() && !is_tree) {

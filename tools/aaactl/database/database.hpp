@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The system database for commands: absolute paths, typed items, and failures
-// that say which path could not be read and what to do about it.
+// that name the path and say what to do.
 
 #pragma once
 
@@ -24,14 +24,14 @@ struct Entry {
     std::string bare_name() const { return name.substr(0, name.size() - (name.ends_with('/') ? 1 : 0)); }
 };
 
-// What is stored and yet cannot be read.
+// A stored item or directory that cannot be read.
 struct Unreadable {
     std::string path;
     uint32_t type;
     std::string fault;
 };
 
-// The failure of a call on a path; with a hint where somebody can do something.
+// The failure of a call on a path, with a hint if the user can do something about it.
 Failure database_failure(std::string_view path, cerrno rc);
 
 class Database {
@@ -41,30 +41,31 @@ class Database {
     Database(const Database &) = delete;
     Database &operator=(const Database &) = delete;
 
-    // No item is there: nullopt. Any other reason: Failure.
+    // nullopt if there is no such item; Failure for any other reason.
     std::optional<Item> find(const std::string &path);
-    // For a path that the database has listed. What stands there and cannot be read is no reason to stop:
-    // nullopt, and `fault` says why. It is "" otherwise.
+    // For a path that the database has listed. An item that cannot be read is not a Failure: nullopt, and
+    // `fault` says why. Otherwise `fault` is "".
     std::optional<Item> find(const std::string &path, std::string &fault);
-    // No item is there: Failure(not_found).
+    // Failure(not_found) if there is no such item.
     Item get(const std::string &path);
     void set(const std::string &path, const Item &item);
-    // An item; a directory's path ends in '/' and names all that is below. False when nothing was there.
+    // Removes an item, or the directory and everything below it for a path that ends in '/'. False if there
+    // was nothing.
     bool remove(const std::string &path);
 
-    // One level in listing order; no such directory: nullopt. "/" has the two trees.
+    // One level in listing order; nullopt for no such directory. "/" has the two trees.
     std::optional<std::vector<Entry>> list(const std::string &directory);
     std::optional<std::vector<Entry>> list(const std::string &directory, std::string &fault);
-    // The same, of no entries where there is no such directory, or only one that no path can name.
+    // The same; empty if there is no such directory, or one that no path can name.
     std::vector<Entry> entries(const std::string &directory);
-    // Every item below a directory, depth first in listing order, with its absolute path. A directory that
-    // was made by hand and is empty is visited as an item of that type, with '/' at its end. What cannot be
-    // read is given to `unreadable`; without one it is a Failure.
+    // Visits every item below a directory, depth first in listing order, with its absolute path. An empty
+    // directory is visited as an item of that type, with a trailing '/'. What cannot be read is passed to
+    // `unreadable`; without one it is a Failure.
     void walk(const std::string &directory,
               const std::function<void(const std::string &, const Item &)> &visit,
               const std::function<void(const Unreadable &)> &unreadable = nullptr);
 
-    // A connection bound at a directory of the caller's choice, for calls of the library; kept to the end.
+    // A connection that is bound to a directory, for calls of the library; owned by this object.
     sysdb_conn_t connection(const std::string &directory);
 
   private:
@@ -84,8 +85,8 @@ class Database {
     std::vector<Bound> bound_;
 };
 
-// The path as a directory's: absolute, with '/' at its end. Failure(usage) for what is neither in /cfg/ nor
-// in /oper/; "/" is accepted only where `root` says so.
+// The path of a directory: absolute, with a trailing '/'. Failure(usage) for a path outside of /cfg/ and
+// /oper/; "/" is accepted only with `root`.
 std::string directory_path(const std::string &path, bool root = false);
 
 }  // namespace aaactl

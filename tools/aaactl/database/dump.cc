@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Both forms of a dump: reading with the place of a mistake, writing, comparing.
+// Both forms of a dump: reading, with the place of an error; writing; comparing.
 
 #include "database/dump.hpp"
 
@@ -59,14 +59,14 @@ std::string take_path(std::string_view &rest) {
     return path;
 }
 
-// A word that is no type is wrong input here, not a wrong command line. Where a secret stands on the line,
-// the word may be it: somebody left the type out.
+// An unknown type is malformed input here, not a wrong command line. On a line with a secret the word may be
+// the secret itself, if the type was omitted.
 uint32_t parse_type(std::string_view path, std::string_view word) {
     try {
         return type_number(word);
     } catch (const Failure &failure) {
         throw malformed(is_secret_path(path)
-                            ? "the word behind the path is no type: PATH TYPE VALUE is expected"
+                            ? "the word after the path is not a type: PATH TYPE VALUE is expected"
                             : failure.what());
     }
 }
@@ -76,8 +76,8 @@ void check_item(const DumpItem &item, const std::string &directory) {
         throw malformed("a directory has no value");
     }
     if (!item.path.starts_with(directory) ||
-        item.path.find('\0') != std::string::npos) {  // a NUL would cut the path short
-        throw malformed("path " + escaped(item.path) + " does not lie in " + escaped(directory));
+        item.path.find('\0') != std::string::npos) {  // a NUL would truncate the path
+        throw malformed("path " + escaped(item.path) + " is not in " + escaped(directory));
     }
     if (item.path.ends_with('/') != (item.item.type == SYSDB_TYPE_DIRECTORY)) {
         throw malformed(item.path.ends_with('/') ? "a path that ends in '/' is a directory's"
@@ -112,7 +112,7 @@ std::string parse_directory(const std::string &path) {
 
 std::string parse_head(std::string_view line) {
     if (take_word(line) != kFormat) {
-        throw malformed("this is no dump: its first line is \"aaactl-dump 1 DIRECTORY\"");
+        throw malformed("this is not a dump: the first line of a dump is \"aaactl-dump 1 DIRECTORY\"");
     }
     if (const std::string_view version = take_word(line); version != kVersion) {
         throw malformed("version " + escaped(version) + " of the dump format is not known");
@@ -133,7 +133,7 @@ auto in_place(const std::string &place, Parse parse) {
 class Lines {
   public:
     explicit Lines(std::string_view text) : rest_(text) {}
-    // The next line that says something.
+    // The next line that is neither empty nor a comment.
     bool next(std::string_view &line) {
         while (!rest_.empty()) {
             const size_t end = std::min(rest_.find('\n'), rest_.size());
@@ -160,7 +160,7 @@ class Collector {
     void add(DumpItem item, size_t line) {
         check_item(item, dump_.directory);
         if (!paths_.insert(item.path).second) {
-            throw malformed("path " + escaped(item.path) + " stands here for the second time");
+            throw malformed("path " + escaped(item.path) + " is given twice");
         }
         item.line = line;
         dump_.items.push_back(std::move(item));
@@ -213,7 +213,7 @@ DumpItem parse_object(const Json &object) {
     item.item.type = parse_type(item.path, text_member(object, "type"));
     item.masked = object.contains("masked");
     if (item.masked && (object["masked"] != Json(true) || object.contains("value"))) {
-        throw malformed("\"masked\" is true and stands in place of \"value\"");
+        throw malformed("\"masked\" can only be true, and excludes \"value\"");
     }
     if (!item.masked) {
         const bool directory = item.item.type == SYSDB_TYPE_DIRECTORY;
@@ -227,7 +227,8 @@ DumpItem parse_object(const Json &object) {
 Dump parse_json(Output &out, std::string_view text) {
     const Json document = Json::parse(text);
     if (text_member(document, "format") != kFormat || member(document, "version") != Json(1)) {
-        throw malformed("this is no dump: \"format\" is \"aaactl-dump\" and \"version\" is 1");
+        throw malformed(
+            "this is not a dump: a dump has the \"format\" \"aaactl-dump\" and the \"version\" 1");
     }
     Dump dump;
     dump.is_json = true;
@@ -285,7 +286,7 @@ ByPath items_in(const Dump &dump, const std::string &directory) {
     return items;
 }
 
-// An empty directory that has filled up since exists all the same.
+// An empty directory still exists when it has been filled since.
 bool holds(const ByPath &items, const DumpItem &wanted) {
     const auto at = items.lower_bound(wanted.path);
     if (at == items.end()) {

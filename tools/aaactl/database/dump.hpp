@@ -12,16 +12,15 @@
 //     /cfg/site/empty/ directory
 //     /cfg/site/other bytes:99 0a0b
 //
-// The first line names the version and the directory, which every path lies
-// in; a dump has one tree. A path that holds a blank or a quotation mark stands
-// between quotation marks. Types, values and escapes are those of
-// sysdb_values.hpp. Eight asterisks stand for a value that was not to be seen: who
-// loads the dump keeps the one that is there. Only directories that are empty have
-// a line; others exist because something is in them. What cannot be read is told in
-// a comment.
+// The first line names the version and the directory, which contains every path;
+// a dump has one tree. A path with a blank or a quotation mark is quoted. Types,
+// values and escapes are those of sysdb_values.hpp. Eight asterisks replace a
+// masked value: loading the dump keeps the stored value. Only empty directories
+// have a line; others follow from their items. What cannot be read is reported in a
+// comment.
 //
 // JSON: {"format": "aaactl-dump", "version": 1, "directory": PATH, "items":
-// [{"path", "type", "value" or "masked": true}]}, and where something cannot be
+// [{"path", "type", "value" or "masked": true}]}, and if something cannot be
 // read "faults": [{"path", "type", "fault"}].
 
 #pragma once
@@ -37,10 +36,10 @@ namespace aaactl {
 
 struct DumpItem {
     std::string path;
-    Item item;  // of a masked one the type only
+    Item item;  // if masked, only the type
     bool masked = false;
     size_t line = 0;    // in the text, or the number in the JSON array
-    std::string fault;  // of a stored one: "", or why it cannot be read
+    std::string fault;  // "", or why the stored item cannot be read
 };
 
 struct Dump {
@@ -52,7 +51,8 @@ struct Dump {
     std::string place(const DumpItem &item) const;
 };
 
-// What is stored below a directory, also what cannot be read; masked unless `secrets`. Shows progress.
+// Everything that is stored below a directory, unreadable items included; masked unless `secrets`. Shows
+// progress.
 Dump read_database(Output &out, Database &database, const std::string &directory, bool secrets);
 
 std::string dump_head(const std::string &directory);
@@ -60,7 +60,7 @@ std::string dump_line(const DumpItem &item);
 Json dump_json(const Dump &dump);
 Json dump_item_json(const DumpItem &item);
 
-// Text or JSON, whichever it is. Failure(bad_input) says where it is wrong.
+// Detects text or JSON. Failure(bad_input) names the place of an error.
 Dump parse_dump(Output &out, std::string_view text);
 // The same from a file, or from standard input for "-"; messages name the file.
 Dump read_dump(Output &out, const std::string &file);
@@ -73,7 +73,8 @@ struct Difference {
 // In bytewise order of the paths; `directory` bounds what is compared.
 std::vector<Difference> compare(const Dump &dump, const Dump &stored, const std::string &directory);
 
-// How one item becomes another; null where there is none. Secrets are masked unless they are to be shown.
+// One item before and after a change; null if it is created or deleted. Secrets are masked unless they are to
+// be shown.
 struct ItemChange {
     const DumpItem *before;
     const DumpItem *after;
@@ -81,7 +82,7 @@ struct ItemChange {
 // "path", "change" (added, removed, changed), and the two items under the names given.
 Json item_change_json(const Output &out, const ItemChange &change, const char *before_name,
                       const char *after_name);
-// Lines with '-' for what was and '+' for what is.
+// Lines with '-' for the item before and '+' for the item after the change.
 void print_item_change(Output &out, const ItemChange &change);
 
 }  // namespace aaactl

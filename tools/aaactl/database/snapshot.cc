@@ -14,7 +14,7 @@ constexpr int kAttempts = 20;
 class ChangeWatch {
   public:
     ChangeWatch(Database &database, const std::string &directory) : conn_(database.connection(directory)) {
-        int32_t channel = -1;  // changes are told to connections that have one
+        int32_t channel = -1;  // only connections with a channel are notified of changes
         if (sysdb_conn_to_coid(conn_, &channel) == 0) {
             _sysdb_register_notification(conn_, "", SYSDB_EVENT_SET | SYSDB_EVENT_DELETE,
                                          SYSDB_NOTIFY_CHANGES, note, &changed_, 0, nullptr, 0,
@@ -25,7 +25,7 @@ class ChangeWatch {
     ChangeWatch(const ChangeWatch &) = delete;
     ChangeWatch &operator=(const ChangeWatch &) = delete;
 
-    // Whether something has changed since this was asked last, or not known to have.
+    // Whether something has changed since the last call, or may have.
     bool changed() {
         const bool told = notification_ == 0 || sysdb_dispatch(conn_) == 0;
         return std::exchange(changed_, false) || !told;
@@ -52,9 +52,8 @@ Dump read_snapshot(Output &out, Database &database, const std::string &directory
             return dump;
         }
         if (attempt == kAttempts) {
-            out.note(
-                "aaactl: " + escaped(directory) +
-                " has been changed while it was read, again and again: the items are of different times");
+            out.note("aaactl: " + escaped(directory) +
+                     " changed again and again while it was read: the items are not of one time");
             return dump;
         }
     }

@@ -28,7 +28,7 @@ void add_get(Command sysdb) {
         sysdb.command("get", "Print the value of one item", [path](Output &out) { return get(out, *path); });
     sub.option("PATH", *path, "The item, below /cfg/ or /oper/").required();
     sub.footer(
-        "JSON: {path, type, value}; \"masked\": true in place of the value of a secret.\n"
+        "JSON: {path, type, value}; \"masked\": true instead of the value of a secret.\n"
         "Example: aaactl sysdb get /cfg/gl/aaa/authentication/login/default");
 }
 
@@ -41,7 +41,7 @@ struct SetOptions {
     bool allow_secret = false;
 };
 
-// As told, else as it was, else unknown.
+// The type of the option, else of the stored item.
 uint32_t type_to_set(Database &database, const SetOptions &options) {
     if (!options.type.empty()) {
         return type_number(options.type);
@@ -52,8 +52,7 @@ uint32_t type_to_set(Database &database, const SetOptions &options) {
     if (const auto before = database.find(options.path)) {
         return before->type;
     }
-    throw Failure(ExitCode::usage,
-                  escaped(options.path) + ": no such item yet; say of which type it is to be with --type");
+    throw Failure(ExitCode::usage, escaped(options.path) + ": no such item yet; give its type with --type");
 }
 
 std::string value_to_set(const SetOptions &options) {
@@ -63,8 +62,8 @@ std::string value_to_set(const SetOptions &options) {
     if (!options.allow_secret && (is_secret_path(options.path) || looks_sealed(options.value))) {
         throw Failure(
             ExitCode::usage,
-            "a secret does not belong on a command line, where every user can read it: leave VALUE out "
-            "and give it on standard input, or say --allow-secret-argument");
+            "a secret does not belong on a command line, where every user can read it: omit VALUE and "
+            "give it on standard input, or use --allow-secret-argument");
     }
     return options.value;
 }
@@ -88,9 +87,9 @@ void add_set(Command sysdb) {
     auto options = std::make_shared<SetOptions>();
     Command sub = sysdb.command("set", "Create or replace one item",
                                 [options](Output &out) { return set(out, *options); });
-    sub.option("PATH", options->path, "The item; with '/' at its end, a directory to be made").required();
+    sub.option("PATH", options->path, "The item; with a trailing '/', a directory to create").required();
     sub.option("VALUE", options->value,
-               "The value; without it, or with \"-\", it is read from standard input");
+               "The value; by default, and for \"-\", it is read from standard input");
     sub.option("--type", options->type,
                "u32, string, tuple, directory or bytes:NUMBER (any other type, its value in hexadecimal); "
                "without it the item keeps its type")
@@ -98,7 +97,7 @@ void add_set(Command sysdb) {
     sub.flag("--allow-secret-argument", options->allow_secret,
              "Take the value of a key or password from the command line");
     sub.footer(
-        "JSON: as of \"sysdb get\"\n"
+        "JSON: as in \"sysdb get\"\n"
         "Examples: aaactl sysdb set /cfg/site/name --type string 'Building 4'\n"
         "          aaactl sysdb set /cfg/gl/aaa/authentication/login/default --type tuple "
         "'10,4,0,0,\"corp\",\"\",\"\",\"\"'\n"
@@ -117,14 +116,14 @@ ExitCode del(Output &out, const std::string &path, bool recursive) {
             throw Failure(
                 ExitCode::usage,
                 escaped(path) +
-                    ": a directory that is not empty; --recursive deletes it with all that is below");
+                    ": a directory that is not empty; --recursive deletes it with everything below");
         }
     }
     if (!database.remove(target)) {
         const bool is_directory = !directory && database.list(target + '/').has_value();
-        throw is_directory
-            ? Failure(ExitCode::not_found, escaped(path) + ": a directory, no item; --recursive deletes it")
-            : database_failure(path, SYSDB_ERR_NOT_FOUND);
+        throw is_directory ? Failure(ExitCode::not_found,
+                                     escaped(path) + ": a directory, not an item; --recursive deletes it")
+                           : database_failure(path, SYSDB_ERR_NOT_FOUND);
     }
     out.result({{"path", escaped(target)}, {"deleted", true}}, [] {});
     return ExitCode::ok;
@@ -136,14 +135,15 @@ void add_del(Command sysdb) {
     Command sub = sysdb.command("del", "Delete one item, or a directory",
                                 [path, recursive](Output &out) { return del(out, *path, *recursive); });
     sub.option("PATH", *path, "The item or the directory").required();
-    sub.flag("-r,--recursive", *recursive, "PATH is a directory: delete it with all that is below, at once");
+    sub.flag("-r,--recursive", *recursive,
+             "PATH is a directory: delete it with everything below, as one change");
     sub.footer("JSON: {path, deleted}\nExample: aaactl sysdb del --recursive /oper/aaa/gl/group-server/");
 }
 
 // ---- ls and tree
 
-// What stands there may not fit its type; that is worth seeing, not a reason to stop. At the end it is told
-// once more, for who reads the exit status only.
+// A stored value may not fit its type: its fault is shown instead and repeated at the end, where the exit
+// status reports it.
 struct Reading {
     std::optional<Item> item;
     std::string fault;
@@ -201,7 +201,7 @@ std::vector<Listed> read_level(Database &database, const std::string &directory,
     return level;
 }
 
-// The level of a directory, or as for files the item itself.
+// The entries of a directory, or the item itself.
 std::vector<Listed> level_of(Database &database, const std::string &path, bool values) {
     const std::string directory = directory_path(path.empty() ? "/" : path, true);
     if (const auto entries = database.list(directory)) {
@@ -241,10 +241,10 @@ void add_ls(Command sysdb) {
     auto long_form = std::make_shared<bool>(false);
     Command sub = sysdb.command("ls", "List one level of a directory",
                                 [path, long_form](Output &out) { return ls(out, *path, *long_form); });
-    sub.option("PATH", *path, "The directory; / without one");
+    sub.option("PATH", *path, "The directory (default: /)");
     sub.flag("-l,--long", *long_form, "Types and values too");
     sub.footer(
-        "With -l: exit status 3 when a value cannot be read; the others are shown all the same.\n"
+        "With -l: exit status 3 when a value cannot be read; the others are shown.\n"
         "JSON: {path, entries: [{name, type, with -l also value, masked or fault}]}\n"
         "Example: aaactl sysdb ls -l /cfg/gl/aaa/authentication/login/");
 }
@@ -306,11 +306,11 @@ ExitCode tree(Output &out, const std::string &path) {
 
 void add_tree(Command sysdb) {
     auto path = std::make_shared<std::string>("/");
-    Command sub = sysdb.command("tree", "Draw all that is below a directory, with values",
+    Command sub = sysdb.command("tree", "Draw everything below a directory, with values",
                                 [path](Output &out) { return tree(out, *path); });
-    sub.option("PATH", *path, "The directory; / without one");
+    sub.option("PATH", *path, "The directory (default: /)");
     sub.footer(
-        "Exit status 3 when something cannot be read; the rest is shown all the same.\n"
+        "Exit status 3 when something cannot be read; the rest is shown.\n"
         "JSON: {path, entries: [{name, type, value, masked or fault, of a directory entries}]}\n"
         "Example: aaactl sysdb tree /oper/aaa/");
 }
@@ -337,7 +337,7 @@ std::string shown_value(const Output &out, const std::string &path, const Item &
 void add_sysdb(Command root) {
     Command sysdb = root.group("sysdb", "Read, change and watch the system database");
     sysdb.footer(
-        "Text is shown with \\n, \\t, \\r, \\\\ and \\xNN for what is not printable, in JSON strings too. "
+        "Unprintable text is shown with \\n, \\t, \\r, \\\\ and \\xNN, in JSON strings too. "
         "Values of keys and\n"
         "passwords are masked unless --show-secrets. Files: see AAA_SYSDB_CFG_DIR and AAA_SYSDB_RUN_DIR.");
     add_get(sysdb);

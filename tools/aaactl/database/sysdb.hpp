@@ -9,7 +9,7 @@
 
 namespace aaactl {
 
-// "path", "type" and "value", or "masked": true in place of a secret value. A directory has no value.
+// "path", "type" and "value", or "masked": true instead of a secret value. A directory has no value.
 Json item_json(const Output &out, const std::string &path, const Item &item);
 // The value, or the mask.
 std::string shown_value(const Output &out, const std::string &path, const Item &item, bool plain = false);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The changes as the records that the database takes.
+// Passes the changes to the database as its records.
 
 #include "database/sysdb_apply.hpp"
 

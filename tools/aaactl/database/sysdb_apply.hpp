@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Several changes of the database as one: collected with absolute paths, made
+// Several changes of the database as one: collected with absolute paths, applied
 // all or not at all.
 
 #pragma once
@@ -22,8 +22,8 @@ class Changes {
     void prune(const std::string &directory) { add(SYSDB_CHANGE_PRUNE, directory, {}); }
     bool empty() const { return changes_.empty(); }
 
-    // The paths lie in the directory. On failure `failed` is the refused change's number, or how many there
-    // are.
+    // Every path is in the directory. On failure `failed` is the index of the refused change, or the number
+    // of changes.
     cerrno apply(Database &database, const std::string &directory, size_t &failed) const;
 
   private:

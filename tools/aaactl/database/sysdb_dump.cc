@@ -16,7 +16,7 @@ size_t masked_items(const Dump &dump) {
                                              [](const DumpItem &item) { return item.masked; }));
 }
 
-// Whoever keeps the dump as a backup is to know that it is not all there is.
+// A user who keeps the dump as a backup has to know that it is incomplete.
 size_t note_faults(Output &out, const Dump &dump) {
     size_t faults = 0;
     for (const DumpItem &item : dump.items) {
@@ -42,7 +42,7 @@ ExitCode dump(Output &out, const std::string &path) {
         }
     });
     if (const size_t masked = masked_items(dump); masked != 0) {
-        out.note("aaactl: values of keys and passwords left out: " + std::to_string(masked) +
+        out.note("aaactl: masked values of keys and passwords: " + std::to_string(masked) +
                  " (--show-secrets writes them)");
     }
     return note_faults(out, dump) == 0 ? ExitCode::ok : ExitCode::bad_input;
@@ -85,13 +85,13 @@ void add_sysdb_dump(Command sysdb) {
     auto path = std::make_shared<std::string>("/cfg/");
     Command sub = sysdb.command("dump", "Print a directory so that it can be loaded again",
                                 [path](Output &out) { return dump(out, *path); });
-    sub.option("PATH", *path, "The directory; /cfg/ without one");
+    sub.option("PATH", *path, "The directory (default: /cfg/)");
     sub.footer(
         "A line is PATH TYPE VALUE, in the database's order; the first is \"aaactl-dump 1 DIRECTORY\". A "
         "masked value\n"
-        "(********) is kept by \"load\" as it is stored there; a full backup needs --show-secrets. "
-        "What\ncannot be read is told in comments (exit status 3).\n"
-        "Read again while somebody changes the directory, so that it is of one time.\n"
+        "(********) makes \"load\" keep the stored value; a full backup needs --show-secrets. "
+        "Items that\ncannot be read are reported in comments (exit status 3).\n"
+        "The directory is read again if it changes meanwhile, so that the dump is of one time.\n"
         "JSON: {format, version, directory, items: [{path, type, value or masked}], faults: [{path, type, "
         "fault}] if any}\n"
         "Example: aaactl sysdb dump --show-secrets /cfg/ >backup");
@@ -103,9 +103,9 @@ void add_sysdb_diff(Command sysdb) {
     Command sub = sysdb.command("diff", "Compare the database with a dump",
                                 [file, path](Output &out) { return diff(out, *file, *path); });
     sub.option("FILE", *file, "The dump, text or JSON; - for standard input").required();
-    sub.option("PATH", *path, "Compare only what is below; all of the dump without it");
+    sub.option("PATH", *path, "Compare only this directory (default: all of the dump)");
     sub.footer(
-        "\"-\" is how the dump has it, \"+\" how the database has it. Exit status 1 when they differ.\n"
+        "\"-\" is the dump's item, \"+\" the database's. Exit status 1 when they differ.\n"
         "JSON: {directory, differences: [{path, change: added|removed|changed, dump, database}]}, each of "
         "these two\n"
         "{type, value, masked or fault}\n"

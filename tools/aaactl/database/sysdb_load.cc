@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// sysdb load: puts a dump into the database as one change, so that it is there
-// entirely or not at all, whatever happens to this process.
+// sysdb load: loads a dump into the database as one change: all of it or nothing,
+// even if this process is killed.
 
 #include <memory>
 
@@ -25,7 +25,7 @@ struct Counts {
     size_t deleted = 0;
 };
 
-// What the load will do; without --replace, nothing about items that the dump does not have.
+// The changes that the load makes. Items that the dump does not have are deleted only with --replace.
 std::vector<Difference> planned(const Dump &dump, const Dump &stored, bool replace) {
     std::vector<Difference> differences = compare(dump, stored, dump.directory);
     if (!replace) {
@@ -44,16 +44,15 @@ Counts count(const std::vector<Difference> &differences) {
     return counts;
 }
 
-// A masked value is the one that is stored, and is to be there still when the change is made.
+// The stored value replaces a masked one, and must not change before the dump is loaded.
 void add_masked(const Dump &dump, const DumpItem &item,
                 const std::map<std::string_view, const DumpItem *> &stored, Changes &changes) {
     const auto found = stored.find(item.path);
     if (found == stored.end() || found->second->item.type != item.item.type ||
         !found->second->fault.empty()) {
-        throw Failure(
-            ExitCode::bad_input,
-            dump.place(item) + ": " + escaped(item.path) +
-                ": the value is masked, and none of its type is stored to be kept; dump with --show-secrets");
+        throw Failure(ExitCode::bad_input, dump.place(item) + ": " + escaped(item.path) +
+                                               ": the value is masked, and no value of its type is stored "
+                                               "that could be kept; dump with --show-secrets");
     }
     changes.expect(item.path, found->second->item);
 }
@@ -77,7 +76,7 @@ Changes changes_of(const Dump &dump, const Dump &stored, bool replace) {
     return changes;
 }
 
-// The item of the dump that a refused change was made from.
+// Names the item of the dump that the database refused.
 Failure refused(const LoadOptions &options, const Dump &dump, size_t index, cerrno rc) {
     const std::string where = (options.file == "-" ? "standard input" : escaped(options.file)) + ": ";
     if (index >= dump.items.size()) {
@@ -151,10 +150,10 @@ ExitCode load(Output &out, const LoadOptions &options) {
 
 void add_sysdb_load(Command sysdb) {
     auto options = std::make_shared<LoadOptions>();
-    Command sub = sysdb.command("load", "Put a dump into the database, all of it or nothing",
+    Command sub = sysdb.command("load", "Load a dump into the database, all of it or nothing",
                                 [options](Output &out) { return load(out, *options); });
     sub.option("FILE", options->file, "The dump, text or JSON; - for standard input").required();
-    sub.flag("--replace", options->replace, "Delete what is in the dump's directory and not in the dump");
+    sub.flag("--replace", options->replace, "Delete items of the dump's directory that are not in the dump");
     sub.flag("--dry-run", options->dry_run, "Check, and print what would be changed");
     sub.footer(
         "JSON: {directory, items, created, changed, deleted, loaded, differences with --dry-run:\n"

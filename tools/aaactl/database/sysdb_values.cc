@@ -15,9 +15,9 @@ namespace {
 constexpr std::string_view kBytesPrefix = "bytes:";
 constexpr size_t kTupleHead = 8;
 constexpr size_t kMaxFields = 255;
-// Rather a word too many: what is masked by mistake can be shown.
+// Rather too many words than too few: a value that is masked by mistake can be shown.
 constexpr std::string_view kSecretWords[] = {"key", "secret", "passw", "passphrase", "psk"};
-// Nothing that was sealed is shorter: a generation, a version byte, a nonce and a tag.
+// The shortest sealed text: a generation, a version byte, a nonce and a tag.
 constexpr size_t kShortestSealed = 84;
 
 Failure malformed(const std::string &why) {
@@ -40,7 +40,7 @@ std::string bytes_of_hex(std::string_view text) {
         const int high = hex_digit(text[i]);
         const int low = hex_digit(text[i + 1]);
         if (high < 0 || low < 0) {
-            throw malformed("\"" + escaped(text.substr(i, 2)) + "\" is no hexadecimal byte");
+            throw malformed("\"" + escaped(text.substr(i, 2)) + "\" is not a hexadecimal byte");
         }
         bytes += static_cast<char>(high * 16 + low);
     }
@@ -56,7 +56,7 @@ Number number_from(std::string_view text) {
     const auto [end, error] =
         std::from_chars(digits.data(), digits.data() + digits.size(), value, is_hex ? 16 : 10);
     if (error != std::errc() || end != digits.data() + digits.size() || digits.empty()) {
-        throw malformed("\"" + escaped(text) + "\" is no number from " +
+        throw malformed("\"" + escaped(text) + "\" is not a number from " +
                         std::to_string(std::numeric_limits<Number>::min()) + " to " +
                         std::to_string(std::numeric_limits<Number>::max()));
     }
@@ -69,7 +69,7 @@ std::string_view trimmed(std::string_view text) {
                                            : text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-// Where the quoted text that begins the input ends: behind its closing mark.
+// The end of the quoted text at the start of the input, after its closing mark.
 size_t end_of_quoted(std::string_view text) {
     for (size_t i = 1; i < text.size(); ++i) {
         if (text[i] == '"') {
@@ -82,7 +82,7 @@ size_t end_of_quoted(std::string_view text) {
 
 std::string from_quoted(std::string_view text) {
     if (!text.starts_with('"') || end_of_quoted(text) != text.size()) {
-        throw malformed("a text stands between quotation marks");
+        throw malformed("a text needs quotation marks around it");
     }
     return unescaped(text.substr(1, text.size() - 2));
 }
@@ -126,7 +126,7 @@ std::string tuple_text(const Item &item) {
     return "(" + text + ")";
 }
 
-// Decided by the platform, which will be asked again when the item is stored.
+// The platform decides: it repeats the check when the item is stored.
 Item checked_tuple(std::string bytes) {
     if (sysdb_tuple_check(bytes.data(), static_cast<uint32_t>(bytes.size())) != 0) {
         throw malformed("the bytes are not a tuple");
@@ -180,7 +180,7 @@ Item text_item(std::string_view text) {
 uint32_t number_of(const Item &item) {
     uint32_t value = 0;
     if (item.type != SYSDB_TYPE_U32 || item.bytes.size() != sizeof value) {
-        throw malformed("an item of type " + type_name(item.type) + " stands where a u32 is expected");
+        throw malformed("the item has type " + type_name(item.type) + ", but u32 is expected");
     }
     std::memcpy(&value, item.bytes.data(), sizeof value);
     return value;
@@ -188,7 +188,7 @@ uint32_t number_of(const Item &item) {
 
 std::string text_of(const Item &item) {
     if (item.type != SYSDB_TYPE_STRING || item.bytes.empty()) {
-        throw malformed("an item of type " + type_name(item.type) + " stands where a string is expected");
+        throw malformed("the item has type " + type_name(item.type) + ", but string is expected");
     }
     return item.bytes.substr(0, item.bytes.size() - 1);
 }
@@ -265,10 +265,11 @@ uint32_t type_number(std::string_view name) {
         const auto [stop, error] = std::from_chars(name.data() + kBytesPrefix.size(), end, number);
         number = error == std::errc() && stop == end ? number : SYSDB_TYPE_ANY;
     }
-    // One type, one name; and no item is of the type that stands for any.
+    // Each type has only one spelling, and no item has the type SYSDB_TYPE_ANY.
     if (number == SYSDB_TYPE_ANY || type_name(number) != name) {
-        throw Failure(ExitCode::usage,
-                      "\"" + escaped(name) + "\" is no type: u32, string, tuple, directory or bytes:NUMBER");
+        throw Failure(
+            ExitCode::usage,
+            "\"" + escaped(name) + "\" is not a type; use u32, string, tuple, directory or bytes:NUMBER");
     }
     return number;
 }
@@ -396,7 +397,7 @@ std::string unescaped(std::string_view text) {
                 i += 2;
                 break;
             default:
-                throw malformed("a backslash stands before \\, \", n, t, r or x and two digits only");
+                throw malformed("a backslash is followed by \\, \", n, t, r, or x and two digits");
         }
     }
     return bytes;

@@ -9,10 +9,10 @@
 //     directory   (no value)                       (no value)
 //     bytes:99    0a0b0c                           "0a0b0c"
 //
-// bytes:N is data of the type number N, for every number without a name. Text
-// is escaped the same way everywhere, in JSON strings too: bytes outside of
-// printable text as \xNN, \n, \t, \r, and the backslash doubled. So every value
-// there can be comes back as it was, and none acts on a terminal.
+// bytes:N is data of type number N, for every number without a name. Text is
+// escaped the same way everywhere, in JSON strings too: unprintable bytes as \xNN,
+// \n, \t, \r, and the backslash doubled. So every value survives a round trip, and
+// none acts on a terminal.
 
 #pragma once
 
@@ -27,7 +27,7 @@
 
 namespace aaactl {
 
-// As it is stored: a text's NUL belongs to its bytes.
+// The stored bytes: those of a text include its NUL.
 struct Item {
     uint32_t type = SYSDB_TYPE_ANY;
     std::string bytes;
@@ -49,21 +49,21 @@ struct TupleField {
 
     bool operator==(const TupleField &other) const = default;
 };
-// Failure(bad_input) for what is not a tuple, and for fields that fit none.
+// Failure(bad_input) for an item that is not a tuple, and for fields that do not fit into one.
 std::vector<TupleField> tuple_fields(const Item &item);
 Item tuple_item(const std::vector<TupleField> &fields);
 
 std::string type_name(uint32_t type);
-// Failure(usage) for a word that names no type.
+// Failure(usage) for an unknown word.
 uint32_t type_number(std::string_view name);
 
-// Text as dumps have it; for `plain`, a string stands without quotation marks.
+// The text form of dumps; with `plain`, a string has no quotation marks.
 std::string value_text(const Item &item, bool plain = false);
 Json value_json(const Item &item);
-// The inverse of both; Failure(bad_input) says what is wrong.
+// The inverse of both; Failure(bad_input) names the error.
 Item item_from_text(uint32_t type, std::string_view text);
 Item item_from_json(uint32_t type, const Json &value);
-// What an operator writes on a command line: a string as it stands, else as item_from_text().
+// A value of the command line: a string is taken literally, others as by item_from_text().
 Item item_from_argument(uint32_t type, std::string_view text);
 
 // "escaped" between quotation marks, with those inside escaped as well.
@@ -71,14 +71,13 @@ std::string in_quotes(std::string_view bytes);
 // The inverse of escaped(), and of in_quotes() without its marks; Failure(bad_input).
 std::string unescaped(std::string_view text);
 
-// Whether a value is to be masked: its path speaks of a key, a secret or a
-// password, or it has the form of a sealed key.
+// Whether a value is masked: its path names a key, a secret or a password, or it
+// has the form of a sealed key.
 bool is_secret(std::string_view path, const Item &item);
 bool is_secret_path(std::string_view path);
 bool looks_sealed(std::string_view text);
 
-// The item that `read` makes of a value for this path. When it fails, its message is kept from showing a
-// secret.
+// The item that `read` parses for this path. If that fails, the message does not quote a secret value.
 Item item_for(std::string_view path, uint32_t type, const std::function<Item()> &read);
 
 }  // namespace aaactl

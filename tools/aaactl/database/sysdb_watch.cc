@@ -18,7 +18,7 @@
 namespace aaactl {
 namespace {
 
-// SIGINT and SIGTERM as something that can be polled for, so that a watch ends between two events.
+// SIGINT and SIGTERM as a descriptor to poll, so that a watch ends between two events.
 class EndSignals {
   public:
     EndSignals() {
@@ -109,15 +109,14 @@ class Watch {
         }
     }
 
-    // Called from C: nothing may be thrown through it. What can be is exhausted memory, which ends the
-    // program.
+    // Called from C: no exception may leave it. Exhausted memory ends the program.
     static int32_t changed(const void *record, void *source, void *) noexcept {
         const auto &from = *static_cast<const Source *>(source);
         from.watch->print(from, *static_cast<const sysdb_notification_t *>(record));
         return 0;
     }
 
-    // A directory's own path in place of an item's: what has happened is not known any more.
+    // The path of the directory instead of an item's: the single changes are no longer known.
     static const char *event_name(const Source &source, const sysdb_notification_t &change) {
         if (change.operation != SYSDB_EVENT_DELETE && source.tree + change.path == source.path &&
             source.path.ends_with('/')) {
@@ -164,7 +163,7 @@ class Watch {
     Database database_;  // unbound first: no callback outlives its source
 };
 
-// Without '/' at its end the path may be an item's and a directory's at the same time.
+// Without a trailing '/' the path may name an item and a directory.
 void add_path(Watch &watch, const std::string &path) {
     const std::string directory = directory_path(path, true);
     for (const char *tree : {"/cfg/", "/oper/"}) {
@@ -197,12 +196,12 @@ void add_sysdb_watch(Command sysdb) {
     auto options = std::make_shared<WatchOptions>();
     Command sub = sysdb.command("watch", "Print changes as they happen, until Control-C",
                                 [options](Output &out) { return watch(out, *options); });
-    sub.option("PATH", options->path, "An item, or a directory with all that is below; / without one");
-    sub.option("-n,--count", options->count, "End after so many changes")
+    sub.option("PATH", options->path, "An item, or a directory with everything below (default: /)");
+    sub.option("-n,--count", options->count, "End after this number of changes")
         .between(uint64_t{1}, uint64_t{UINT32_MAX});
     sub.footer(
-        "Several quick changes of one item may be shown as one, the last state always is. \"reread\": more "
-        "has changed\n"
+        "Quick changes of one item may be shown as one; the last state is always shown. \"reread\": more has "
+        "changed\n"
         "than the database remembers.\n"
         "JSON, one document a line: {event: create|set|delete|reread, path, revision, type, value, masked or "
         "fault}\n"

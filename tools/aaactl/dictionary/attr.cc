@@ -55,10 +55,9 @@ std::string lower(std::string text) {
     return text;
 }
 
-// How a 4-byte value travels, and what else a peer's author has to know.
+// The byte order of values on the wire.
 std::string wire_note(uint32_t type) {
-    return travels_as_number(type) ? "4-byte values in network order, others as they stand"
-                                   : "bytes as they stand";
+    return travels_as_number(type) ? "4-byte values in network order, others unchanged" : "bytes, unchanged";
 }
 
 ExitCode show(const std::string &name, Output &out) {
@@ -110,8 +109,8 @@ ExitCode list(const std::string &format, Output &out) {
 
 // ---- Export ---------------------------------------------------------------------
 
-// A field with a comma, a quotation mark or a line break is quoted (RFC 4180);
-// names of this dictionary have none of them, those of the next one may.
+// A field with a comma, a quotation mark or a line break is quoted (RFC 4180).
+// The present dictionary has no such name.
 std::string csv_field(const std::string &text) {
     if (text.find_first_of(",\"\r\n") == std::string::npos) {
         return text;
@@ -123,7 +122,7 @@ std::string csv_field(const std::string &text) {
     return quoted + "\"";
 }
 
-// All rows, those without an attribute too: a reader finds a type by its line.
+// All rows, also those without an attribute: line N+2 is type N.
 void print_csv(Output &out) {
     out.line("type,format,no_entry,name");
     for (const aaa_table_row_t &row : aaa_table) {
@@ -148,7 +147,7 @@ void add_show(Command parent) {
     auto name = std::make_shared<std::string>();
     Command sub =
         parent.command("show", "Show one attribute", [name](Output &out) { return show(*name, out); });
-    sub.option("ATTRIBUTE", *name, "Name or type; AAA_ and _ATTR may be left out").required();
+    sub.option("ATTRIBUTE", *name, "Name or type; AAA_ and _ATTR may be omitted").required();
     sub.footer(
         "JSON: {type, name, format, secret, wire}.\n\n  aaactl attr show username\n  aaactl attr show 257");
 }

@@ -11,9 +11,8 @@
 namespace aaactl {
 namespace {
 
-// The dictionary has no mark for secrets; this is the list. What a user typed in
-// answer to a prompt (AAA_DATA_ATTR) and what a peer computed from a password
-// count too.
+// The dictionary does not mark secrets; this is the list. It includes a user's
+// answer to a prompt (AAA_DATA_ATTR) and values computed from a password.
 constexpr uint32_t kSecrets[] = {
     AAA_DATA_ATTR,
     AAA_OUTBOUND_CHAP_DATA_ATTR,
@@ -118,7 +117,7 @@ const std::vector<std::string> &format_names() {
 }
 
 bool travels_as_number(uint32_t type) {
-    // The row of a type without an attribute counts too: it has a format.
+    // A type without an attribute has a row with a format, too.
     const uint32_t format =
         type <= AAA_ATTR_MAX ? aaa_attribute_format(static_cast<int32_t>(type)) : UINT32_MAX;
     return format == AAA_FORMAT_INTEGER || format == AAA_FORMAT_IPADDR;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The attribute dictionary as aaactl's commands ask for it: by name or number,
-// with the words that stand for a format, and which values are secrets.
+// The attribute dictionary for aaactl's commands: attributes by name or number,
+// the words for formats, and which values are secret.
 
 #pragma once
 
@@ -24,8 +24,8 @@ const aaa_table_row_t *attribute_row(uint32_t type);
 // The type's name in the dictionary, "" when it has none.
 std::string attribute_name(uint32_t type);
 
-// The type that a name (in any case; the prefix AAA_ and the suffix _ATTR may be
-// left out where that is not ambiguous) or a number stands for.
+// The type for a number or a name, in any case; the prefix AAA_ and the suffix
+// _ATTR may be omitted where that is not ambiguous.
 std::optional<uint32_t> attribute_type(std::string_view name_or_number);
 
 // "string", "integer", "binary", "address"
@@ -35,8 +35,8 @@ const std::vector<std::string> &format_names();
 // Whether a 4-byte value of the type is a number in network order on the wire.
 bool travels_as_number(uint32_t type);
 
-// Passwords, keys, CHAP data and the like: shown only with --show-secrets. A
-// deleted pair no longer tells what it held, so it counts as one.
+// Passwords, keys, CHAP data and the like: shown only with --show-secrets. The
+// attribute of a deleted pair is unknown, so its value counts as one.
 bool is_secret(uint32_t type);
 
 }  // namespace aaactl

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The words are the library's print functions'; numbers are found by trying them.
+// Words come from the library's print functions; numbers are found by searching those words.
 
 #include "dictionary/enum_words.hpp"
 
@@ -14,7 +14,7 @@ namespace {
 constexpr uint32_t kLastService = AAA_SVC_MGBL_ACCT;
 constexpr uint32_t kLastMethod = AAA_METHOD_SYSLOG;
 
-// What the library gives for a number without a name stands in angle brackets.
+// For a number without a name the library prints a text in angle brackets.
 bool is_name(std::string_view text) {
     return !text.empty() && !text.starts_with('<');
 }

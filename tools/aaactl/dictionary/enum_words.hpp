@@ -16,7 +16,7 @@ namespace aaactl {
 std::optional<uint32_t> service_number(std::string_view word);
 // Its name, or "service N".
 std::string service_name(uint32_t service);
-// All that have a name, in the order of their numbers.
+// All services that have a name, in the order of their numbers.
 const std::vector<std::string> &service_names();
 
 // "authentication", "authorization" or "accounting"; others: nullopt.
@@ -27,7 +27,7 @@ std::string method_word(uint32_t method);
 // The inverse, numbers included.
 std::optional<uint32_t> method_number(std::string_view word);
 
-// "PASS", "FAIL", ...; nullopt for a number that is none.
+// "PASS", "FAIL", ...; nullopt for an unknown number.
 std::optional<std::string> status_name(uint32_t status);
 
 }  // namespace aaactl

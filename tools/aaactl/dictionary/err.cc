@@ -33,8 +33,7 @@ constexpr Advice kAdvice[] = {
 };
 
 static_assert(std::size(kAdvice) == AAA_ERR_TABLE_ROWS + 7, "a row for every code");
-static_assert(kAdvice[AAA_ERR_TABLE_ROWS - 1].code == kEndOfTable,
-              "the rows stand in the order of the table");
+static_assert(kAdvice[AAA_ERR_TABLE_ROWS - 1].code == kEndOfTable, "the rows are in the order of the table");
 
 const Advice *advice_for(cerrno code) {
     const auto found = std::find_if(std::begin(kAdvice), std::end(kAdvice),
@@ -58,7 +57,7 @@ const Advice *advice_named(const std::string &name) {
     return nullptr;
 }
 
-// Programs print codes as %d too, and so as negative numbers.
+// Negative numbers are accepted: programs also print codes with %d.
 std::optional<cerrno> code_of(const std::string &text) {
     const bool negative = text.starts_with('-');
     const auto number = number_of(std::string_view(text).substr(negative ? 1 : 0));
@@ -90,8 +89,8 @@ uint32_t index_of(cerrno code) {
     return code >> 9 & 0x3fu;
 }
 
-// The host knows texts of every facility; the library's own are at hand even
-// where it has not registered them.
+// The host knows the texts of every facility. Those of the library come from its
+// table, which may not be registered with the host.
 std::string text_of(cerrno code) {
     const bool own = facility(code) == AAA_FACILITY && index_of(code) < AAA_ERR_TABLE_ROWS;
     return escaped(own ? cerr_data.table[index_of(code)].text : cerr_strerror(code));
@@ -142,7 +141,8 @@ cerrno asked_for(const std::string &text) {
     if (const auto code = code_of(text)) {
         return *code;
     }
-    throw Failure(ExitCode::not_found, "'" + escaped(text) + "' is no result code and no name of one");
+    throw Failure(ExitCode::not_found,
+                  "'" + escaped(text) + "' is neither a result code nor the name of one");
 }
 
 ExitCode explain(const std::vector<std::string> &texts, Output &out) {
@@ -186,12 +186,12 @@ void add_err(Command root) {
         }
         return *all ? list(out) : explain(*texts, out);
     });
-    sub.option("CODE", *texts, "Code (decimal, 0x..., also negative) or name; AAA_ERR_ may be left out");
+    sub.option("CODE", *texts, "Code (decimal, 0x..., also negative) or name; AAA_ERR_ may be omitted");
     sub.flag("--list", *all, "List every code of the library");
     sub.footer(
         "Codes of other facilities get their text from the platform.\n"
         "JSON: {codes: [{code, hex, name, text, severity, facility, index, by_library, cause, remedy}]};\n"
-        "the last three are the library's codes' only.\n\n"
+        "the last three only for codes of the library.\n\n"
         "  aaactl err 0xa2462e00\n  aaactl err sg_in_use AAA_ERR_TIMEOUT");
 }
 

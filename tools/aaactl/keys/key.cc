@@ -21,13 +21,13 @@ namespace {
 constexpr size_t kLongestClear = 4096;
 constexpr size_t kLongestSealed = 2 * kLongestClear + 256;
 
-// A string that is wiped when it goes out of scope.
+// A string that is wiped when it is destroyed.
 class Secret {
   public:
     explicit Secret(std::string text) : text_(std::move(text)) {
         if (text_.find('\0') != std::string::npos) {
             wipe(text_);
-            throw Failure(ExitCode::bad_input, "the key holds a NUL");
+            throw Failure(ExitCode::bad_input, "the key contains a NUL byte");
         }
     }
     ~Secret() { wipe(text_); }
@@ -80,7 +80,7 @@ Json verdict_json(const Output &out, const Verdict &verdict) {
 
 std::string verdict_text(const Verdict &verdict) {
     if (!verdict.generation) {
-        return "no sealed key: two digits and hexadecimal digits, an even number of them, are expected";
+        return "not a sealed key: two digits and an even number of hexadecimal digits are expected";
     }
     const std::string generation = "generation " + generation_text(*verdict.generation);
     if (!verdict.known) {
@@ -109,7 +109,7 @@ void add_check(Command key) {
     auto text = std::make_shared<std::string>("-");
     Command sub = key_command(key, "check", "Tell whether a sealed key can be opened here",
                               [text](Output &out) { return check(out, *text); });
-    sub.option("TEXT", *text, "The sealed key; without it, or with \"-\", it is read from standard input");
+    sub.option("TEXT", *text, "The sealed key; by default, and for \"-\", it is read from standard input");
     sub.footer(
         "The clear key is shown with --show-secrets only. Exit status 1: it cannot be used.\n"
         "JSON: {valid, well_formed, generation, generation_known, newest, key with --show-secrets}\n"
@@ -118,16 +118,16 @@ void add_check(Command key) {
 
 // ---- seal
 
-// Typed twice: what is not seen is easily mistyped.
+// Typed twice, because it is not echoed.
 std::string read_clear_key() {
     std::string first = read_secret("Key: ", kLongestClear);
     if (isatty(STDIN_FILENO) == 1) {
-        std::string second = read_secret("Once more: ", kLongestClear);
+        std::string second = read_secret("Repeat the key: ", kLongestClear);
         const bool same = first == second;
         wipe(second);
         if (!same) {
             wipe(first);
-            throw Failure(ExitCode::bad_input, "the two are not the same");
+            throw Failure(ExitCode::bad_input, "the two keys differ");
         }
     }
     return first;
@@ -156,14 +156,14 @@ void add_seal(Command key) {
 ExitCode trim(Output &out, bool clear) {
     Secret key(read_secret("Key: ", clear ? kLongestClear : kLongestSealed));
     if (!clear && !sealed_generation(key.text())) {
-        throw Failure(ExitCode::bad_input, "no sealed key; a clear one is trimmed with --clear");
+        throw Failure(ExitCode::bad_input, "not a sealed key; trim a clear key with --clear");
     }
     const std::string before = key.text();
     const SecretText trimmed(aaa_util_truncate_whitespace_in_server_key(key.data(), clear ? 0 : 1));
     if (trimmed == nullptr) {
         throw Failure(ExitCode::bad_input,
-                      clear ? "nothing but white space"
-                            : "cannot be opened or sealed again, or nothing but white space");
+                      clear ? "the key is only white space"
+                            : "the key cannot be opened or sealed again, or is only white space");
     }
     const bool changed = before != trimmed.get();
     Json document = {{"trimmed", changed}};
@@ -182,7 +182,7 @@ void add_trim(Command key) {
                               [clear](Output &out) { return trim(out, *clear); });
     sub.flag("--clear", *clear, "Standard input has a clear key; shown with --show-secrets only");
     sub.footer(
-        "A key that does not end in white space stays as it is, not even sealed again.\n"
+        "A key that does not end in white space is printed unchanged, not sealed again.\n"
         "JSON: {trimmed, key or masked}\nExample: aaactl key trim <sealed");
 }
 
@@ -198,7 +198,7 @@ Command key_command(Command key, const std::string &name, const std::string &hel
         return run(out);
     });
     sub.option("--file", *file,
-               "The file of master keys; AAA_MASTER_KEYS, else /etc/aaa/master.keys, without it");
+               "The file of master keys (default: AAA_MASTER_KEYS, else /etc/aaa/master.keys)");
     return sub;
 }
 

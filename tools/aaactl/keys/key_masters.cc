@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// key masters, new-master, rotate, reseal and retire: the life of master keys.
+// key masters, new-master, rotate, reseal and retire: from the creation of master keys to their removal.
 
 #include <algorithm>
 #include <ctime>
@@ -67,9 +67,9 @@ ExitCode new_master(Output &out) {
 
 void add_new_master(Command key) {
     Command sub =
-        key_command(key, "new-master", "Make a file of master keys with one random key", new_master);
+        key_command(key, "new-master", "Create a file of master keys with one random key", new_master);
     sub.footer(
-        "A file that is there already is left alone; see \"rotate\".\nJSON: {file, generation}\nExample: "
+        "An existing file is not changed; see \"rotate\".\nJSON: {file, generation}\nExample: "
         "aaactl key new-master");
 }
 
@@ -96,7 +96,7 @@ std::string fault_text(const LeftKey &key) {
     return escaped(key.path) + ": " + key.fault;
 }
 
-// What cannot be read weighs more than what cannot be opened: nobody knows what it is.
+// An item that cannot be read is worse than one that cannot be opened: it may be anything.
 ExitCode worst(const std::vector<LeftKey> &left) {
     const bool unreadable = std::any_of(left.begin(), left.end(),
                                         [](const LeftKey &key) { return key.code == ExitCode::bad_input; });
@@ -105,7 +105,7 @@ ExitCode worst(const std::vector<LeftKey> &left) {
 
 ExitCode note_left(Output &out, const std::vector<LeftKey> &left) {
     for (const LeftKey &key : left) {
-        out.note("aaactl: " + fault_text(key) + "; it is left as it is");
+        out.note("aaactl: " + fault_text(key) + "; it is unchanged");
     }
     return worst(left);
 }
@@ -114,20 +114,20 @@ void add_word(std::string &words, const std::string &word) {
     words += (words.empty() ? "" : ", ") + word;
 }
 
-// Before a new generation is made: keys that cannot be opened are a sign of the wrong file of master keys.
+// Called before a new generation is added: keys that cannot be opened suggest the wrong file of master keys.
 void refuse_left(const std::vector<LeftKey> &left) {
     std::string faults;
     for (const LeftKey &key : left) {
         add_word(faults, fault_text(key));
     }
     if (!left.empty()) {
-        throw Failure(
-            worst(left),
-            faults + "; nothing was changed (\"key rotate\" alone, then \"key reseal\" does the others)");
+        throw Failure(worst(left), faults +
+                                       "; nothing was changed (run \"aaactl key rotate\" without --reseal, "
+                                       "then \"aaactl key reseal\")");
     }
 }
 
-// What fails half-way says what was done before.
+// A failure that also says what was done before it.
 Failure half_done(const Failure &failure, const Json &document, const std::string &rotated,
                   const Resealed &result) {
     std::string done = rotated;
@@ -170,20 +170,20 @@ ExitCode rotate(Output &out, const std::vector<std::string> &paths) {
         out.line(file_name() + ": new keys are sealed with generation " + generation_text(generation));
         print_resealed(out, result);
     });
-    return note_left(out, result.left);  // one that was changed meanwhile
+    return note_left(out, result.left);  // a key that was changed meanwhile
 }
 
 void add_rotate(Command key) {
     auto paths = std::make_shared<std::vector<std::string>>();
     Command sub = key_command(key, "rotate", "Add a random master key, to seal with from now on",
                               [paths](Output &out) { return rotate(out, *paths); });
-    sub.option(
-           "--reseal", *paths,
-           "Seal the keys that the database has at or below these paths with it, as one change for each tree")
+    sub.option("--reseal", *paths,
+               "Also seal the stored keys at or below these paths with it, as one change for each tree")
         .type("PATH...");
     sub.footer(
-        "With --reseal every key is read and opened first; if one cannot be, nothing is done, not even a "
-        "master key\nadded. Exit status 1: one cannot be opened; 3: one cannot be read.\n"
+        "With --reseal every key is read and opened first; if one cannot be, nothing is changed and no "
+        "master "
+        "key is\nadded. Exit status 1: a key cannot be opened; 3: a key cannot be read.\n"
         "JSON: {file, generation, resealed: [path], faults: [{path, fault}] if any}\n"
         "Example: aaactl key rotate --reseal /cfg/");
 }
@@ -210,9 +210,10 @@ void add_reseal(Command key) {
                     [paths](Output &out) { return reseal_stored(out, *paths); });
     sub.option("PATH", *paths, "Items and directories of the database").required();
     sub.footer(
-        "One that cannot be read or opened is named and left as it is; the others are sealed again all the "
-        "same, those\nof one tree (/cfg/, /oper/) as one change. Exit status 1: one cannot be opened; 3: one "
-        "cannot be read.\n"
+        "A key that cannot be read or opened is named and not changed; the others are sealed again, those\n"
+        "of one tree (/cfg/, /oper/) as one change. Exit status 1: a key cannot be opened; 3: a key cannot "
+        "be "
+        "read.\n"
         "JSON: {resealed: [path], faults: [{path, fault}] if any}\nExample: aaactl key reseal /cfg/");
 }
 
@@ -223,7 +224,8 @@ struct RetireOptions {
     bool force = false;
 };
 
-// The keys of the database that could no longer be opened, and what may be such a key: all are named at once.
+// Names all keys of the database that could no longer be opened, and all unreadable items that may be such
+// keys.
 void check_unused(uint32_t generation) {
     Database database;
     std::string users;
@@ -241,13 +243,13 @@ void check_unused(uint32_t generation) {
     }
     const std::string which = "generation " + generation_text(generation);
     const std::string doubt =
-        unreadable.empty() ? "" : " may be needed by what cannot be read: " + unreadable;
+        unreadable.empty() ? "" : " may be needed by items that cannot be read: " + unreadable;
     if (!users.empty()) {
         throw Failure(ExitCode::negative, which + " is needed by " + users + "; see \"aaactl key reseal\"" +
                                               (doubt.empty() ? "" : "; it" + doubt));
     }
     if (!doubt.empty()) {
-        throw Failure(ExitCode::bad_input, which + doubt + "; mend or delete that, or say --force");
+        throw Failure(ExitCode::bad_input, which + doubt + "; correct or delete them, or use --force");
     }
 }
 
@@ -262,7 +264,7 @@ ExitCode retire(Output &out, const RetireOptions &options) {
                                   : master_keys_failure(rc);
     }
     out.result({{"file", file_name()}, {"retired", options.generation}}, [&] {
-        out.line(file_name() + ": generation " + generation_text(options.generation) + " is gone");
+        out.line(file_name() + ": generation " + generation_text(options.generation) + " was removed");
     });
     return ExitCode::ok;
 }
@@ -272,10 +274,11 @@ void add_retire(Command key) {
     Command sub = key_command(key, "retire", "Remove an earlier master key that no stored key needs",
                               [options](Output &out) { return retire(out, *options); });
     sub.option("GENERATION", options->generation, "Its number, 0 to 99").required().between(0, 99);
-    sub.flag("--force", options->force, "Do not look for keys in the database that need it");
+    sub.flag("--force", options->force, "Do not search the database for keys that need it");
     sub.footer(
-        "Exit status 1: stored keys need it; 3: something cannot be read that may be such a key. Keys that "
-        "are kept\nelsewhere are not found: what was sealed with this generation is lost.\n"
+        "Exit status 1: stored keys need it; 3: an item that may be such a key cannot be read. Keys outside "
+        "of\n"
+        "the database are not found: those sealed with this generation are lost.\n"
         "JSON: {file, retired}\nExample: aaactl key retire 1");
 }
 

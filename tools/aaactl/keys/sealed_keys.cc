@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Finds sealed keys, opens them, and replaces them only if no one has changed
-// them meanwhile.
+// Finds sealed keys, opens them, and replaces them if they have not changed
+// meanwhile.
 
 #include "keys/sealed_keys.hpp"
 
@@ -32,12 +32,12 @@ struct Opened {
     SecretText clear;
 };
 
-// Nothing but a text is a sealed key; an item that has lost its type may have been one.
+// Only a text is a sealed key; an item that has lost its type may have been one.
 bool may_hold_key(uint32_t type) {
     return type == SYSDB_TYPE_STRING || type == SYSDB_TYPE_DIRECTORY || type == SYSDB_TYPE_ANY;
 }
 
-// Without '/' at its end a path may be an item's and a directory's at the same time.
+// Without a trailing '/' a path may name an item and a directory.
 bool may_be_item(const std::string &path) {
     return !path.ends_with('/') && path != "/cfg" && path != "/oper";
 }
@@ -80,7 +80,7 @@ std::vector<Opened> open_all(Database &database, const std::vector<std::string> 
     return opened;
 }
 
-// What was read is expected to be there still: a key that somebody has entered meanwhile is not overwritten.
+// The change expects the keys that were read: one that was replaced meanwhile is not overwritten.
 cerrno store(Database &database, const std::vector<Opened> &opened, const std::string &tree,
              std::vector<std::string> &changed) {
     const uint32_t newest = master_keys().back().generation;

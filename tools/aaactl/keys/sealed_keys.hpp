@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Sealed keys and the master keys that they are sealed with. Clear texts are
-// wiped before their memory is given back.
+// wiped before their memory is released.
 
 #pragma once
 
@@ -21,7 +21,7 @@ struct WipeText {
 };
 using SecretText = std::unique_ptr<char, WipeText>;
 
-// What goes wrong with master keys is told to who runs this, not to the system log.
+// Sends errors of master keys to standard error instead of the system log.
 void log_to_standard_error();
 
 // The generations, oldest first; Failure(unavailable) when the file cannot be used.
@@ -29,10 +29,10 @@ std::vector<aaa_platform_master_key_t> master_keys();
 // The failure of a call on the file of master keys.
 Failure master_keys_failure(cerrno rc);
 
-// The first two digits of a sealed text; nullopt for a text that has not the form of one.
+// The first two digits of a sealed text; nullopt for a text of another form.
 std::optional<uint32_t> sealed_generation(const std::string &text);
 std::string seal_key(const char *clear);
-// Null when it cannot be opened; a log line says why.
+// Null if it cannot be opened; a log line says why.
 SecretText open_key(const std::string &sealed);
 
 // A sealed key of the database.
@@ -43,12 +43,12 @@ struct SealedItem {
 };
 struct SealedItems {
     std::vector<SealedItem> items;
-    std::vector<Unreadable> unreadable;  // which may be sealed keys, or directories that hold some
+    std::vector<Unreadable> unreadable;  // may be sealed keys, or directories of some
 };
-// Texts that have the form of sealed keys, at the path or below it. Nothing is there: Failure(not_found).
+// Texts in the form of sealed keys, at the path or below it. Failure(not_found) if the path does not exist.
 SealedItems find_sealed(Database &database, const std::string &path);
 
-// A sealed key that stays as it is: it cannot be read (bad_input), or not be opened (negative).
+// A sealed key that is not changed: it cannot be read (bad_input) or cannot be opened (negative).
 struct LeftKey {
     std::string path;
     std::string fault;
@@ -60,9 +60,9 @@ struct Resealed {
     std::vector<LeftKey> left;
 };
 
-// Seals stored keys again with the newest master key, those of one tree as one change. `before_sealing` runs
-// when all have been opened, and learns which cannot be: it may refuse them, as nothing is changed yet. After
-// a Failure `result` has what was done until then.
+// Seals stored keys again with the newest master key, those of one tree as one change. `before_sealing` is
+// called when all have been opened, with those that cannot be: nothing is changed yet, and it may throw.
+// After a Failure `result` has the keys that were sealed before it.
 void reseal(const std::vector<std::string> &paths,
             const std::function<void(const std::vector<LeftKey> &)> &before_sealing, Resealed &result);
 

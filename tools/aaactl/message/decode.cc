@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// decode: what a message holds.
+// decode: shows the contents of a message.
 
 #include <memory>
 
@@ -22,18 +22,18 @@ struct Options {
 
 constexpr char kFooter[] =
     R"(Input is binary or hexadecimal text (of xxd, hexdump -Cv or plain digits); which of
-the two is seen from the bytes unless --input says it. Without --kind the first of
+the two is detected from the bytes unless --input names it. Without --kind the first of
 these that fits exactly is taken: packed list, session request, session response,
 request, the server's connect and disconnect, replies by their length. The header of
 a reply does not say what it answers: name its kind where the lengths are the same.
 A malformed message is shown as far as it can be read, but not with --text; exit
-status 3. Values of deleted pairs and what lies behind a list count as secrets.
+status 3. Values of deleted pairs and bytes after a list count as secrets.
 
 JSON: {kind, length, parts, fault}. A part is {part: "record", record, offset, fields,
 meanings}, {part: "bytes", name, offset, length, hex} or {part: "list", offset, fields,
 live, deleted, pairs}; a pair {offset, type, attribute, deleted, tag, flags,
 flag_names, length, meaning, padding} and one of text, number, address and hex, or
-"masked": true with "shown" where a part of it is no secret; fault {offset, message, code}.
+"masked": true with "shown" if a part of it is not secret; fault {offset, message, code}.
 
   aaactl decode message.bin
   aaactl decode --hex '00000038 00000000 ...'
@@ -77,7 +77,7 @@ ExitCode decode(const Options &options, Output &out) {
     out.result(to_json(message, out.show_secrets()), [&] {
         if (!options.text) {
             print_message(out, message);
-        } else if (!message.fault) {  // half a message is nothing that encode could read
+        } else if (!message.fault) {  // encode cannot read part of a message
             const std::string text = to_text(message, out.show_secrets());
             out.line(std::string_view(text).substr(0, text.size() - 1));
         }
@@ -94,7 +94,7 @@ ExitCode decode(const Options &options, Output &out) {
 
 void add_decode(Command root) {
     auto options = std::make_shared<Options>();
-    Command sub = root.command("decode", "Show what a message holds",
+    Command sub = root.command("decode", "Show the contents of a message",
                                [options](Output &out) { return decode(*options, out); });
     const Argument file = sub.option("FILE", options->file, "Message, - for standard input");
     sub.option("--hex", options->hex, "The message as hexadecimal digits").excludes(file);

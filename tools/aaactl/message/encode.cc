@@ -28,8 +28,8 @@ struct Options {
 constexpr char kFooter[] =
     R"(Reads what 'decode --text' and 'decode --json' print with --show-secrets, and the
 same written by hand. Fields that are left out are zero; lengths, counts and pads
-follow from the rest. Values that were masked are refused, and so is whatever would
-not decode to the same message again.
+follow from the rest. Masked values are refused, and so is a description that would
+not decode to the same message.
 
   kind request
   record request-40
@@ -41,11 +41,11 @@ not decode to the same message again.
   pair 4711 hex:0102
   pair deleted zeros(4)
 
-Values: "text" with \xNN \n \t \r \\ \", hex:..., zeros(N), and numbers and IPv4
-addresses for attributes that are such. A lone list needs no "kind list" and "list". In
+Values: "text" with \xNN \n \t \r \\ \", hex:..., zeros(N), and numbers or IPv4
+addresses for attributes of these types. A lone list needs no "kind list" and "list". In
 JSON {"name": ..., "pairs": [...]} is a list; "attribute" or "type" names a pair.
 
-JSON: {kind, length, hex}, or file in place of hex with --output.
+JSON: {kind, length, hex}, with --output file instead of hex.
 
   printf 'name = "login"\npair AAA_USERNAME_ATTR "alice\\x00"\n' | aaactl encode
   aaactl encode message.txt --binary > message.bin
@@ -53,7 +53,7 @@ JSON: {kind, length, hex}, or file in place of hex with --output.
 
 ExitCode encode(const Options &options, Output &out) {
     if (options.binary && options.to.empty() && isatty(STDOUT_FILENO) == 1) {
-        throw Failure(ExitCode::usage, "binary output does not go to a terminal; use -o FILE or a pipe");
+        throw Failure(ExitCode::usage, "binary output is not written to a terminal; use -o FILE or a pipe");
     }
     const Message message = message_of(read_input(options.file), options.form);
     const std::string bytes = write_message(message);
@@ -87,7 +87,7 @@ Message message_of(const std::string &description, const std::string &form) {
 
 void add_encode(Command root) {
     auto options = std::make_shared<Options>();
-    Command sub = root.command("encode", "Make a message of its description",
+    Command sub = root.command("encode", "Make a message from its description",
                                [options](Output &out) { return encode(*options, out); });
     sub.option("FILE", options->file, "Description, - for standard input");
     sub.option("--from", options->form, "Form of the description: auto, text or json")

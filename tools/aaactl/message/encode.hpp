@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What encode reads.
+// The descriptions that encode reads.
 
 #pragma once
 
@@ -10,8 +10,8 @@
 
 namespace aaactl {
 
-// The message that a description makes: of the form "text" or "json", or with "auto" of the one that it looks
-// like. Failure(bad_input) for any description that is none.
+// The message of a description in the form "text" or "json"; "auto" detects the form. Failure(bad_input) for
+// a malformed description.
 Message message_of(const std::string &description, const std::string &form = "auto");
 
 }  // namespace aaactl

@@ -75,7 +75,7 @@ class Dump {
 
     std::string bytes_;
     bool offsets_ = false;
-    uint64_t base_ = 0;  // where the first line's bytes stood
+    uint64_t base_ = 0;  // offset of the first line's bytes
 };
 
 struct BadLine {
@@ -88,23 +88,23 @@ std::string_view Dump::without_offset(std::string_view line) {
     if (!number) {
         return line;
     }
-    const std::string_view behind = line.substr(number->size);
-    if (behind.starts_with(':')) {
+    const std::string_view rest = line.substr(number->size);
+    if (rest.starts_with(':')) {
         base_ = bytes_.empty() ? number->value : base_;
         if (number->value != base_ + bytes_.size()) {
             throw BadLine{"the offset is not that of the next byte, " +
                           std::to_string(base_ + bytes_.size()) + ": a line is missing"};
         }
-        const size_t begin = std::min(behind.find_first_not_of(" \t", 1), behind.size());
-        return behind.substr(begin, behind.find("  ", begin) - begin);
+        const size_t begin = std::min(rest.find_first_not_of(" \t", 1), rest.size());
+        return rest.substr(begin, rest.find("  ", begin) - begin);
     }
-    const bool separate = behind.size() > 2 && is_blank(behind[0]) && is_blank(behind[1]);
-    const bool last = behind.empty() && offsets_;
+    const bool separate = rest.size() > 2 && is_blank(rest[0]) && is_blank(rest[1]);
+    const bool last = rest.empty() && offsets_;
     if (number->value != bytes_.size() || (!separate && !last)) {
         return line;
     }
     offsets_ = true;
-    return behind;
+    return rest;
 }
 
 void Dump::digits(std::string_view text) {
@@ -121,14 +121,14 @@ void Dump::digits(std::string_view text) {
         } else {
             throw BadLine{is_digit(text[at])
                               ? "a single hexadecimal digit; bytes have two"
-                              : "'" + escaped(text.substr(at, 1)) + "' is no hexadecimal digit"};
+                              : "'" + escaped(text.substr(at, 1)) + "' is not a hexadecimal digit"};
         }
     }
 }
 
 void Dump::line(std::string_view line) {
     if (line == "*") {
-        throw BadLine{"repeated lines are left out of the dump; make it with -v"};
+        throw BadLine{"repeated lines are missing from the dump; create it with -v"};
     }
     line = line.substr(0, line.find_first_of("#;|"));
     digits(without_offset(line.substr(0, line.find_last_not_of(" \t\r") + 1)));

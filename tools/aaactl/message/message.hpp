@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A message as it travels, taken apart so far that every byte has a name, and
-// put together again. docs/wire-format.md describes the forms.
+// A message in its wire form, split until every byte has a name, and assembled
+// again. docs/wire-format.md describes the forms.
 //
 // The lists of the library hide what decode has to show (deleted pairs, pads,
 // reserved bytes, the count's byte order), so the parts hold the bytes of the
-// wire. Whether a packed list is well-formed is nevertheless the library's
-// decision: the reader here says where and why, aaa_avpair_unpack_msg_checked()
-// says whether.
+// wire. aaa_avpair_unpack_msg_checked() still decides whether a packed list is
+// well-formed; the reader here finds the place and the reason.
 
 #pragma once
 
@@ -26,7 +25,7 @@
 
 namespace aaactl {
 
-inline constexpr size_t kListHeader = sizeof(avlist);  // what opens a packed list
+inline constexpr size_t kListHeader = sizeof(avlist);  // the header of a packed list
 
 // Bytes that follow a value of this length, so that the next pair begins at a multiple of 4.
 constexpr size_t padding_of(size_t length) {
@@ -37,8 +36,8 @@ constexpr size_t padding_of(size_t length) {
 
 enum class FieldForm { number, network, bytes, text };
 
-// What a field's value stands for, "" when that has no name; `type` is the
-// message type where one is known.
+// The meaning of a field's value, "" when it has no name; `type` is the message
+// type, if known.
 using Meaning = std::string (*)(uint64_t value, uint32_t type);
 
 struct Field {
@@ -74,8 +73,8 @@ struct Record {
     void set_number(std::string_view field, uint64_t value);
 };
 
-// Bytes without a layout. Not all of them were put there on purpose: what lies
-// behind a message may be anything that the sender's memory held.
+// Bytes without a layout. Not all of them are intended: bytes after a message may
+// be anything from the sender's memory.
 struct Bytes {
     std::string name;
     std::string bytes;
@@ -87,11 +86,11 @@ struct Pair {
     uint32_t type = 0;
     uint32_t tag = 0;
     uint32_t flags = 0;
-    std::string value;    // as it travels
-    std::string padding;  // what rounds the pair up to a multiple of 4
+    std::string value;    // as on the wire
+    std::string padding;  // rounds the pair up to a multiple of 4
 
     bool deleted() const { return type == AAA_ATTR_MAX; }
-    // As the numbers that travel in network order stand in a host's memory.
+    // The value with numbers in host order.
     std::string host_value() const;
 };
 
@@ -117,7 +116,7 @@ struct Fault {
 struct Message {
     std::string kind;
     std::vector<Part> parts;
-    std::optional<Fault> fault;  // the first thing that is wrong; the parts end with what could be read
+    std::optional<Fault> fault;  // the first one; the parts end with what could be read
 
     const List *list() const;
     uint32_t type() const;  // of the message, UINT32_MAX without one
@@ -125,25 +124,25 @@ struct Message {
 
 // ---- Reading and writing --------------------------------------------------------
 
-// Kinds that --kind takes, groups of kinds ("auto", "reply", ...) included, with a line of help each.
+// The kinds that --kind accepts, including groups of kinds ("auto", "reply", ...), with a line of help each.
 struct KindHelp {
     std::string_view name;
     std::string_view help;
 };
 std::span<const KindHelp> message_kinds();
 
-// Never throws for what the bytes are: a fault is part of the result.
+// Does not throw for malformed bytes: a fault is part of the result.
 Message read_message(std::string_view bytes, std::string_view kind = "auto");
 
 std::string write_message(const Message &message);
 
-// A message that was put together by hand: fills in what follows from the rest
-// (lengths, counts, pads), writes it and reads it back. Failure unless that gives
-// the same message without a fault.
+// Completes a message from a description: fills in lengths, counts and pads,
+// writes it and reads it back. Failure unless the result is the same message
+// without a fault.
 std::string finish_message(Message &message);
 
-// A list of the library's, for showing it with the functions of message_json.hpp
-// and message_text.hpp. Deleted pairs are left out.
+// A list of the library, to print it with the functions of message_json.hpp and
+// message_text.hpp. Deleted pairs are left out.
 List list_of(const avlist *list);
 
 // A part of the given kind with every byte zero.

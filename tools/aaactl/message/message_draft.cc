@@ -19,8 +19,8 @@ uint64_t most_of(const Field &field) {
     return field.size >= 8 ? UINT64_MAX : (uint64_t{1} << (8u * field.size)) - 1;
 }
 
-// Bytes of the part behind, which the length in a record counts.
-size_t bytes_behind(const std::vector<Part> &parts, size_t part, std::string_view name) {
+// The size of the next part, which the length in a record counts.
+size_t bytes_after(const std::vector<Part> &parts, size_t part, std::string_view name) {
     const auto *bytes = part + 1 < parts.size() ? std::get_if<Bytes>(&parts[part + 1].content) : nullptr;
     return bytes != nullptr && bytes->name == name ? bytes->bytes.size() : 0;
 }
@@ -38,7 +38,7 @@ void Draft::kind(std::string_view name) {
         throw Refused{"no kind of message is called '" + escaped(name) + "'"};
     }
     if (name == "auto" || name == "reply" || name == "session") {
-        throw Refused{"'" + std::string(name) + "' stands for several kinds; one of them is needed"};
+        throw Refused{"'" + std::string(name) + "' is a group of kinds; name one of them"};
     }
     message_.kind = name;
 }
@@ -105,7 +105,7 @@ const Field &Draft::field(std::string_view name) {
 
 void Draft::number(const Field &field, uint64_t value) {
     if (!is_number(field)) {
-        throw Refused{std::string(field.name) + " is no number"};
+        throw Refused{std::string(field.name) + " is not a number"};
     }
     if (value > most_of(field)) {
         throw Refused{std::string(field.name) + " is at most " + std::to_string(most_of(field))};
@@ -113,7 +113,7 @@ void Draft::number(const Field &field, uint64_t value) {
     store_number(field, value, open().bytes);
 }
 
-// A text is filled up with zeros, of which one at least has to be there.
+// A text is filled up with zeros; there has to be at least one.
 void Draft::content(const Field &field, std::string bytes) {
     if (is_number(field)) {
         throw Refused{std::string(field.name) + " is a number"};
@@ -148,8 +148,8 @@ void Draft::complete(size_t part) {
     if (std::holds_alternative<List>(message_.parts[part].content)) {
         complete_list(part);
     } else if (auto *record = std::get_if<Record>(&message_.parts[part].content)) {
-        default_number(part, *record, "text1_length", bytes_behind(message_.parts, part, "text1"));
-        default_number(part, *record, "length", bytes_behind(message_.parts, part, "data"));
+        default_number(part, *record, "text1_length", bytes_after(message_.parts, part, "text1"));
+        default_number(part, *record, "length", bytes_after(message_.parts, part, "data"));
     }
 }
 

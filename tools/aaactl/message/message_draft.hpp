@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A message that is being put together from a description. Fields that are not
-// given are zero, except for lengths and counts, which follow from the rest.
-// What cannot be is Refused at once; the caller knows where it stands.
+// A message that is assembled from a description. Fields that are not given are
+// zero, except for lengths and counts, which follow from the rest. An impossible
+// value is Refused at once; the caller adds its place.
 
 #pragma once
 
@@ -22,7 +22,7 @@ class Draft {
     void record(std::string_view name);
     void list();
     void bytes(std::string_view name, std::string value);
-    void pair(Pair pair);  // begins a list where there is none
+    void pair(Pair pair);  // begins a list if there is none
 
     const Field &field(std::string_view name);  // of the record or list begun last
     void number(const Field &field, uint64_t value);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The kinds of messages, element by element, as docs/wire-format.md has them.
+// The kinds of messages, element by element, as in docs/wire-format.md.
 
 #include <algorithm>
 
@@ -16,7 +16,7 @@ constexpr size_t kFullPacket = sizeof(aaa_sess_request_t);  // a request record 
 constexpr size_t kMostData = sizeof(aaa_sess_type_data_t::bytes);
 constexpr size_t kTypeAt = offsetof(aaa_req_hdr_t, type);
 constexpr size_t kShortestRequest = offsetof(aaa_req_hdr_t, param);
-constexpr size_t kBlock = 64;   // the sender's own, which the library does not interpret
+constexpr size_t kBlock = 64;   // private to the sender; the library does not interpret it
 constexpr uint32_t kLast = 26;  // the highest type that has session packets
 
 // ---- Classic messages -----------------------------------------------------------
@@ -120,7 +120,7 @@ ReadFunction request_form(uint32_t type) {
 
 void read_request(Reader &reader) {
     if (reader.left() < kShortestRequest) {
-        read_plain(reader);  // says what is missing
+        read_plain(reader);  // reports what is missing
         return;
     }
     const uint32_t type = host_word(reader.rest(), kTypeAt);
@@ -143,13 +143,13 @@ void read_config(Reader &reader) {
     const uint32_t type = reader.left() >= kShortestRequest ? host_word(reader.rest(), kTypeAt) : 0;
     read_request(reader);
     require_type(reader, type >= AAA_REQ_CFG_RADSVR && type <= AAA_REQ_CFG_AUTHORLIST,
-                 "no configuration message: its type is none of 17 to 23");
+                 "not a configuration message: its type is not 17 to 23");
 }
 
 void read_server_connect(Reader &reader) {
     if (const Record *header = reader.record("request-40")) {
         require_type(reader, header->number("type") == AAA_REQ_CONNECT,
-                     "no connect message: its type is not 0");
+                     "not a connect message: its type is not 0");
     }
     reader.bytes("block", kBlock);
     reader.end();
@@ -158,7 +158,7 @@ void read_server_connect(Reader &reader) {
 void read_server_disconnect(Reader &reader) {
     if (const Record *header = reader.record("request-server-disconnect")) {
         require_type(reader, header->number("type") == AAA_REQ_DISCONNECT,
-                     "no disconnect message: its type is not 1");
+                     "not a disconnect message: its type is not 1");
     }
     reader.bytes("data", 4);
     reader.end();
@@ -205,7 +205,7 @@ void read_reply_data(Reader &reader) {
 
 // ---- Session packets ------------------------------------------------------------
 
-// The header, and the message type; null when it is none.
+// Reads the header of a session packet; null for other bytes.
 const Record *session_header(Reader &reader) {
     const Record *header = reader.record("session");
     if (header == nullptr) {
@@ -234,7 +234,7 @@ void read_type_data(Reader &reader, const char *layout) {
     const size_t length = record->number("length");
     if (length > kMostData) {
         reader.fail(at + offsetof(aaa_sess_type_data_t, length),
-                    "data of " + std::to_string(length) + " bytes, at most " + std::to_string(kMostData) +
+                    "data of " + std::to_string(length) + " bytes, but at most " + std::to_string(kMostData) +
                         " are possible",
                     AAA_ERR_INVALID_MSG_SIZE);
         return;
@@ -253,8 +253,8 @@ void read_request_payload(Reader &reader, uint32_t type) {
     }
 }
 
-// A sender may send the whole record, which has room for every type, or what
-// the type needs. A list that fills the rest exactly tells the latter.
+// A sender may send the whole record, which has room for every type, or only what
+// the type needs. The latter is recognised by a list that fills the rest exactly.
 void read_session_request(Reader &reader) {
     const Record *header = session_header(reader);
     if (header == nullptr) {

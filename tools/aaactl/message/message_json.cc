@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Parts to JSON, and back with the place of a mistake.
+// Parts to JSON, and back with the place of an error.
 
 #include "message/message_json.hpp"
 
@@ -131,7 +131,7 @@ void only_keys(const Json &object, const std::string &path, std::initializer_lis
     for (const auto &[key, value] : object.members()) {
         if (std::none_of(keys.begin(), keys.end(),
                          [&name = key](const char *known) { return name == known; })) {
-            refuse(path, "no key '" + escaped(key) + "' is known here");
+            refuse(path, "the key '" + escaped(key) + "' is not known here");
         }
     }
 }
@@ -175,7 +175,7 @@ std::string number_value(const Json &value, uint32_t type) {
 
 std::string address_value(const Json &value, uint32_t type) {
     if (!address_of(string_in(value))) {
-        throw Refused{"no IPv4 address"};
+        throw Refused{"not an IPv4 address"};
     }
     return value_of(string_in(value), type);
 }
@@ -244,7 +244,7 @@ void read_field(Draft &draft, const std::string &name, const Json &value) {
     }
 }
 
-// Runs a step and says where it was refused.
+// Runs a step and adds the path to a refusal.
 template <typename Step>
 void at(const std::string &path, Step step) {
     try {
@@ -330,7 +330,7 @@ void read_short_list(Draft &draft, const Json &document) {
 void read_parts(Draft &draft, const Json &document) {
     only_keys(document, "", {"kind", "length", "parts", "fault"});
     if (document.contains("fault")) {
-        refuse("fault", "this is what could be read of a malformed message; it is not whole");
+        refuse("fault", "this is the readable part of a malformed message, which cannot be encoded");
     }
     if (document.contains("kind")) {
         at("kind", [&] { draft.kind(string_in(document["kind"])); });

@@ -18,8 +18,8 @@
 //
 // A value is one of "text", "number", "address" and "hex", or "masked": true for
 // a secret that is not shown (with "shown" when only a part of it is). A name
-// that is no text is {"hex": "..."}. encode reads the same and needs only what
-// cannot be derived; {"name": ..., "pairs": [...]} stands for a list.
+// that is not text is {"hex": "..."}. encode reads the same and needs only what
+// cannot be derived; {"name": ..., "pairs": [...]} is a list.
 
 #pragma once
 
@@ -32,7 +32,7 @@ Json to_json(const Message &message, bool show_secrets);
 Json list_json(const List &list, bool show_secrets);
 Json pair_json(const Pair &pair, bool show_secrets);
 
-// Failure with the place ("parts/0/fields/type") of what is not understood.
+// Failure with the place ("parts/0/fields/type") of an error.
 Message from_json(const Json &document);
 
 }  // namespace aaactl

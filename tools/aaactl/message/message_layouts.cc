@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The records that open messages, field by field, and what the numbers in them
-// stand for.
+// The records at the start of messages, field by field, and the meanings of their
+// numbers.
 
 #include <array>
 #include <bit>
@@ -118,7 +118,7 @@ constexpr Field kTypeData[] = {
     {"length", PAYLOAD(aaa_sess_request_t, type_data.length), kNumber, nullptr},
 };
 
-// A response's payload: words, which of them is the error follows from the type.
+// A response's payload is words. The type decides which of them is the error.
 consteval Field error_in(uint16_t offset, uint16_t size) {
     return {"error", offset, size, kNumber, meaning_of_result};
 }
@@ -156,7 +156,7 @@ constexpr Field kReplyWithError[] = {
 
 // ---- All of them ----------------------------------------------------------------
 
-// A hole or an overlap between fields would lose bytes: it does not compile.
+// A gap or an overlap between fields would lose bytes: it does not compile.
 consteval RecordLayout layout(const char *name, std::span<const Field> fields) {
     uint16_t end = 0;
     for (const Field &field : fields) {
@@ -195,7 +195,7 @@ constexpr RecordLayout kLayouts[] = {
 
 constexpr bool kLittle = std::endian::native == std::endian::little;
 
-// Bytes from the most significant one on, whatever the order they stand in.
+// Bytes from the most significant one on, in either byte order.
 std::string most_significant_first(const Field &field, std::string_view record) {
     std::string bytes(record.substr(field.offset, field.size));
     return field.form == FieldForm::number && kLittle ? std::string(bytes.rbegin(), bytes.rend()) : bytes;

@@ -16,7 +16,7 @@ namespace aaactl {
 namespace {
 
 // The library describes only some types; the enumerators name all of them. 25
-// has two names, of which this is what is sent.
+// has two names; this is the one that is sent.
 constexpr const char *kRequests[] = {
     "connect",
     "disconnect",
@@ -60,7 +60,7 @@ constexpr CodeName kCodes[] = {
     {AAA_STATUS_END_OF_LIST, "AAA_STATUS_END_OF_LIST", "Reached end of AVPair list"},
 };
 
-// The library's texts for what has no name are in angle brackets.
+// For a number without a name the library returns a text in angle brackets.
 std::string known(const char *name) {
     return name == nullptr || name[0] == '<' || std::strcmp(name, "UNKNOWN method") == 0 ? "" : name;
 }
@@ -77,7 +77,8 @@ std::string method_meaning(uint32_t method) {
                                             : known(aaa_util_print_method(method));
 }
 
-// Requests carry the name of a list where clients keep its methods. No method has a number of such bytes.
+// Requests carry the name of a list in the attribute that holds methods in clients. No method number has such
+// bytes.
 bool is_list_name(const std::string &value) {
     const auto printable = [](char c) { return c > ' ' && c <= '~'; };
     return value.size() > 1 && value.back() == '\0' && std::all_of(value.begin(), value.end() - 1, printable);
@@ -101,7 +102,7 @@ std::string utc(uint64_t seconds) {
     const auto time = static_cast<time_t>(seconds);
     tm parts{};
     char text[32];
-    // Beyond the year 9999 it is no time but garbage.
+    // A time after the year 9999 is garbage.
     if (seconds == 0 || seconds > 253402300799u || gmtime_r(&time, &parts) == nullptr ||
         std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts) == 0) {
         return "";

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What numbers in messages stand for. A number without a name gives "".
+// The meanings of numbers in messages; "" for a number without a name.
 
 #pragma once
 
@@ -12,15 +12,15 @@
 namespace aaactl {
 
 std::string meaning_of_message_type(uint64_t value, uint32_t type);
-// The word at offset 32 of a request, which is another thing in each type.
+// The word at offset 32 of a request, whose meaning depends on the type.
 std::string meaning_of_parameter(uint64_t value, uint32_t type);
 std::string meaning_of_result(uint64_t value, uint32_t type);
 
 // "updated", "print =", ... of a pair's flags; bits without a meaning as 0x...
 std::vector<std::string> flag_names(uint32_t flags);
 
-// What a pair's value stands for: the name of an enumerator, a time, the names
-// of a method list.
+// The meaning of a pair's value: the name of an enumerator, a time, the names of
+// a method list.
 std::string meaning_of_value(const Pair &pair);
 
 }  // namespace aaactl

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// From bytes to parts, by a kind that is named or found out: each one is tried,
-// and the first that fits to the last byte is taken.
+// From bytes to parts, by a kind that is given or detected: each kind is tried, and
+// the first that fits to the last byte is taken.
 
 #include <algorithm>
 
@@ -13,13 +13,13 @@ namespace aaactl {
 namespace {
 
 constexpr KindHelp kHelp[] = {
-    {"auto", "whichever fits: a packed list, a session packet, a request, a reply"},
+    {"auto", "the kind that fits: a packed list, a session packet, a request, a reply"},
     {"list", "a packed list"},
     {"request", "a request of a classic message: header, blocks, list"},
     {"config", "the same, of types 17 to 23 only"},
     {"server-connect", "the server's side of connect"},
     {"server-disconnect", "the server's side of disconnect"},
-    {"reply", "whichever reply fits; its header does not tell"},
+    {"reply", "the kind of reply that fits; the header does not say which it is"},
     {"reply-generic", "reply to authentication, authorization and most others"},
     {"reply-async-authentication", "reply to the asynchronous form; no list"},
     {"reply-async-authorization", "the same, its status in host order"},
@@ -47,8 +47,8 @@ bool whole(const Message &message) {
     return last == nullptr || last->name != "trailing";
 }
 
-// A list with a fault must not pass for a request, whose texts may be anything:
-// its secrets would be shown as such.
+// A malformed list must not be taken for a request, whose texts may be anything:
+// its secrets would be shown as text.
 bool looks_like_list(std::string_view bytes) {
     const auto zero = [&](size_t at, size_t size) {
         return bytes.substr(at, size).find_first_not_of('\0') == std::string_view::npos;
@@ -64,14 +64,14 @@ bool looks_like_list(std::string_view bytes) {
             zero(offsetof(avlist, pad55), sizeof(avlist::pad55)));
 }
 
-// A key of 0 is a request's, and types with data have the same size both ways.
+// A key of 0 means a request: types with data have the same size in both directions.
 bool is_session_response_first(std::string_view bytes) {
     return bytes.size() >= offsetof(aaa_sess_hdr_t, type) &&
            host_word(bytes, offsetof(aaa_sess_hdr_t, marker)) == kSessionMarker &&
            host_word(bytes, offsetof(aaa_sess_hdr_t, key)) != 0;
 }
 
-// How far a reading that failed got is how well the kind fits.
+// How far a failed attempt could read is a measure of how well the kind fits.
 bool better(const Message &candidate, const Message &best) {
     if (candidate.fault.has_value() != best.fault.has_value()) {
         return !candidate.fault;
@@ -79,7 +79,7 @@ bool better(const Message &candidate, const Message &best) {
     return candidate.fault && candidate.fault->offset > best.fault->offset;
 }
 
-// Nothing fits, so what was taken for a block or a text may be anything.
+// No kind fits, so blocks and texts may be anything.
 void hide_bytes(Message &message) {
     for (Part &part : message.parts) {
         if (auto *bytes = std::get_if<Bytes>(&part.content)) {

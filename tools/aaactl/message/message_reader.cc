@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The cursor, and lists. Whether a list is well-formed is the library's
-// decision; where and why it is not is found out here.
+// The cursor, and lists. The library decides whether a list is well-formed; the
+// place and the reason of a fault are found here.
 
 #include "message/message_reader.hpp"
 
@@ -19,7 +19,7 @@ namespace {
 constexpr size_t kPairHead = sizeof(avpair_t);
 constexpr size_t kMostPairs = 65535;
 
-// What the library says about the bytes as a packed list.
+// The library's verdict on the bytes as a packed list.
 cerrno verdict(std::string_view bytes) {
     avlist *list = nullptr;
     const cerrno made = aaa_avpair_create_list(nullptr, &list);
@@ -51,7 +51,7 @@ bool is_whole_list(std::string_view bytes) {
            verdict(bytes) == AAA_OK;
 }
 
-// A list tells where it ends and readers ignore what is behind; nothing else does.
+// Only a list has its own length, and readers ignore the bytes after it.
 void Reader::end() {
     if (ok() && std::holds_alternative<List>(message_.parts.back().content)) {
         leftover("trailing", left());
@@ -72,11 +72,11 @@ void Reader::check_header(size_t begin, uint32_t total) {
     }
     const size_t name = begin + offsetof(avlist, av_name);
     if (bytes_.substr(name, sizeof(avlist::av_name)).find('\0') == std::string_view::npos) {
-        fail(name, "the name of the list has no end", AAA_ERR_AVPAIR_PROCESSING);
+        fail(name, "the name of the list is not terminated", AAA_ERR_AVPAIR_PROCESSING);
     }
 }
 
-// One pair, which has to end at `end` at the latest.
+// One pair, which must not extend beyond `end`.
 bool Reader::pair(Pair &pair, size_t end) {
     if (end - at_ < kPairHead) {
         fail(
@@ -129,8 +129,8 @@ void Reader::check_count(size_t begin, const List &list) {
     }
 }
 
-// Reads on behind a fault in the header as far as that is safe: pairs are
-// bounded by what is there, whatever the header says.
+// After a fault in the header the pairs are still read: they are bounded by the
+// bytes that exist, not by the header.
 void Reader::list() {
     if (!has(kListHeader, "a list's header")) {
         return;

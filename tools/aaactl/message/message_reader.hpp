@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What takes messages apart: a cursor that makes a part of each element it
-// passes and stops at the first one that is not what it should be, and the table
-// of the kinds of messages, each a sequence of such elements.
+// Parses messages: a cursor that turns each element into a part and stops at the
+// first malformed one, and the table of the kinds of messages, each a sequence of
+// such elements.
 
 #pragma once
 
@@ -19,7 +19,7 @@ inline constexpr uint32_t kSessionMarker = 16;  // first word of a session packe
 uint32_t network_word(std::string_view bytes, size_t at);
 uint32_t host_word(std::string_view bytes, size_t at);
 std::string count_of(size_t n, const char *what);
-// Whether the bytes are a well-formed list to the last one.
+// Whether all bytes are a well-formed list.
 bool is_whole_list(std::string_view bytes);
 
 class Reader {
@@ -50,7 +50,7 @@ class Reader {
             add(Bytes{name, std::string(next(size)), false});
         }
     }
-    // What the sender never wrote; without a part when there is nothing.
+    // Bytes that the sender did not write; no part when there are none.
     void leftover(const char *name, size_t size) {
         if (ok() && size != 0 && has(size, name)) {
             add(Bytes{name, std::string(next(size)), true});
@@ -106,8 +106,8 @@ using ReadFunction = void (*)(Reader &);
 struct Kind {
     const char *name;
     ReadFunction read;
-    const char *group;  // in which it is tried, besides "auto"; in this order
-    bool detected;  // a reply is told apart from others only by its length: the rarer ones have to be named
+    const char *group;  // also tried for this group, in this order
+    bool detected;      // replies differ only by their length: rare ones have to be named
 };
 
 std::span<const Kind> kinds();

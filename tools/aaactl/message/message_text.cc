@@ -25,7 +25,7 @@ bool is_number(const Field &field) {
     return field.form == FieldForm::number || field.form == FieldForm::network;
 }
 
-// What stands for flags, words whose bits matter, and addresses.
+// Flags, words whose bits matter, and addresses are hexadecimal.
 bool better_in_hexadecimal(std::string_view name) {
     return name == "param" || name == "magic" || name == "list";
 }
@@ -59,7 +59,7 @@ std::string joined(const std::vector<std::string> &words) {
     return text;
 }
 
-// A meaning comes from the message in part; a line break in it would end the comment.
+// A meaning may contain bytes of the message; a line break would end the comment.
 std::string comment(const std::string &meaning) {
     return meaning.empty() ? "" : "  # " + escaped(meaning);
 }
@@ -112,7 +112,7 @@ void add_part(std::string &text, const Message &message, const Part &part, bool 
 
 // ---- Exchange form, read --------------------------------------------------------
 
-// Where the word that begins at `at` ends.
+// The end of the word that begins at `at`.
 size_t end_of_word(std::string_view line, size_t at) {
     bool text = false;
     for (; at < line.size(); ++at) {
@@ -128,7 +128,7 @@ size_t end_of_word(std::string_view line, size_t at) {
     return at;
 }
 
-// Words of a line; a text in quotation marks is one, blanks and '#' in it included.
+// The words of a line; a quoted text is one, with its blanks and '#'.
 std::vector<std::string_view> words_of(std::string_view line) {
     std::vector<std::string_view> words;
     for (size_t at = 0;
@@ -144,7 +144,7 @@ using Words = std::vector<std::string_view>;
 
 void read_field(Draft &draft, const Words &words) {
     if (words.size() != 3) {
-        throw Refused{"a field is written NAME = VALUE"};
+        throw Refused{"a field has the form NAME = VALUE"};
     }
     const Field &field = draft.field(words[0]);
     if (is_number(field)) {
@@ -173,13 +173,13 @@ void read_option(Pair &pair, std::string_view word) {
     } else if (word.starts_with("padding=")) {
         pair.padding = bytes_of(word.substr(8));
     } else {
-        throw Refused{"'" + escaped(word) + "' is no tag=, flags= or padding="};
+        throw Refused{"'" + escaped(word) + "' is none of tag=, flags= and padding="};
     }
 }
 
 void read_pair(Draft &draft, const Words &words) {
     if (words.size() < 3) {
-        throw Refused{"a pair is written: pair ATTRIBUTE VALUE [tag=N] [flags=N] [padding=BYTES]"};
+        throw Refused{"a pair has the form: pair ATTRIBUTE VALUE [tag=N] [flags=N] [padding=BYTES]"};
     }
     Pair pair;
     pair.type = type_in(words[1]);
@@ -216,7 +216,7 @@ void read_line(Draft &draft, const Words &words) {
         draft.bytes(words[1], bytes_of(words[2]));
     } else {
         throw Refused{"'" + escaped(first) +
-                      "' begins no line; kind, record, list, pair, bytes or NAME = VALUE do"};
+                      "' cannot begin a line; use kind, record, list, pair, bytes or NAME = VALUE"};
     }
 }
 

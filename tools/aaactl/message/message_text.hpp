@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Messages as text. The exchange form is what encode reads; a '#' begins a
-// comment, and everything but what the message is about may be left out:
+// Messages as text. encode reads the exchange form; a '#' begins a comment, and
+// what follows from the rest may be omitted:
 //
 //   kind request                        # "list" without this line
-//   record request-40                   # then its fields, zero when left out
+//   record request-40                   # then its fields, zero when omitted
 //   type = 3
 //   transport0 = zeros(20)
-//   list                                # may be left out where a pair is next, or nothing came before
+//   list                                # may be omitted before a pair, or at the start
 //   name = "request"
 //   pair AAA_USERNAME_ATTR "alice\x00" tag=0 flags=0x400 padding=hex:0000
-//   pair 4711 hex:0102                  # an attribute that the dictionary does not have
+//   pair 4711 hex:0102                  # an attribute that is not in the dictionary
 //   pair deleted hex:636f6e3000
 //   bytes block zeros(64)               # a part without fields
 
@@ -27,7 +27,7 @@ namespace aaactl {
 
 // The exchange form, with meanings as comments. Masked values cannot be read back.
 std::string to_text(const Message &message, bool show_secrets);
-// Failure with the line's number when it is not understood.
+// Failure with the number of a malformed line.
 Message from_text(std::string_view text);
 
 // For people: every field with its offset and meaning, pairs as a table.

@@ -13,9 +13,9 @@
 namespace aaactl {
 namespace {
 
-constexpr size_t kMostZeros = 1 << 20;  // no message is that long
+constexpr size_t kMostZeros = 1 << 20;  // longer than any message
 
-// Nothing here quotes what it refuses: it may be a secret.
+// No refusal here quotes the value: it may be a secret.
 
 uint32_t format_of(uint32_t type) {
     return type <= AAA_ATTR_MAX ? aaa_table[type].format : uint32_t{AAA_FORMAT_BINARY};
@@ -47,7 +47,7 @@ int digit(char c) {
                                   : -1;
 }
 
-// The character that the escape sequence at `at` stands for; moves behind it.
+// The character of the escape sequence at `at`; moves `at` past it.
 char unescaped(std::string_view token, size_t &at) {
     const char kind = at < token.size() ? token[at++] : '\0';
     switch (kind) {
@@ -67,7 +67,7 @@ char unescaped(std::string_view token, size_t &at) {
             }
             [[fallthrough]];
         default:
-            throw Refused{"no such escape sequence; \\xNN, \\n, \\t, \\r, \\\\ and \\\" are"};
+            throw Refused{"unknown escape sequence; use \\xNN, \\n, \\t, \\r, \\\\ or \\\""};
     }
 }
 
@@ -159,7 +159,7 @@ std::string unquoted(std::string_view token) {
     for (size_t at = 0; at < token.size();) {
         const char c = token[at++];
         if (c == '"') {
-            throw Refused{"a quotation mark inside of a text is written \\\""};
+            throw Refused{"write \\\" for a quotation mark inside of a text"};
         }
         text += c == '\\' ? unescaped(token, at) : c;
     }
@@ -194,7 +194,7 @@ std::string bytes_of(std::string_view token) {
         return zeros(token.substr(6, token.size() - 7));
     }
     throw Refused{
-        "a value is a \"text\", hex:... or zeros(N), or a number or address where the attribute is one"};
+        "a value is a \"text\", hex:... or zeros(N), or a number or address for an attribute of that type"};
 }
 
 uint64_t number_in(std::string_view token, uint64_t most) {
@@ -229,14 +229,14 @@ std::string value_of(std::string_view token, uint32_t type) {
     }
     if (const auto address = address_of(token)) {
         if (format_of(type) != AAA_FORMAT_IPADDR) {
-            throw Refused{"an attribute of type " + std::to_string(type) + " is no IPv4 address"};
+            throw Refused{"an attribute of type " + std::to_string(type) + " is not an IPv4 address"};
         }
         return network_bytes(*address);
     }
     const auto value = static_cast<uint32_t>(number_in(token, UINT32_MAX));
     if (!travels_as_number(type)) {
         throw Refused{"an attribute of type " + std::to_string(type) +
-                      " is no integer; write \"text\" or hex:..."};
+                      " is not an integer; write \"text\" or hex:..."};
     }
     return network_bytes(value);
 }

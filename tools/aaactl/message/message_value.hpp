@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Values in messages as text and back. Each has one form, chosen by its type
-// and its bytes; any form that gives the bytes is understood.
+// Values in messages as text and back. Each is printed in one form, chosen by its
+// type and its bytes; every form is accepted.
 //
 //   number   16, 0x10      four bytes of an integer type
 //   address  192.0.2.7     four bytes of an IPv4 address type
-//   text     "alice\x00"   bytes as they are: \xNN \n \t \r \\ \" stand for what they do in output
+//   text     "alice\x00"   bytes as they are: \xNN \n \t \r \\ \" as in output
 //   hex      hex:00ff
 //   zeros    zeros(20)     as many zero bytes
 //   masked   ********      a secret that was not shown; it cannot be read back
@@ -20,7 +20,7 @@
 
 namespace aaactl {
 
-// Why something cannot be understood; who knows where it stands makes a Failure of it.
+// Why a value is malformed; the caller adds the place and throws a Failure.
 struct Refused {
     std::string why;
 };
@@ -40,13 +40,13 @@ struct Shown {
     bool masked = false;
 };
 Shown shown_value(const Pair &pair, bool show_secrets);
-// The pad and other bytes that nobody wrote on purpose, masked unless they are zero.
+// The pad and other bytes that were not written on purpose, masked unless they are zero.
 Shown shown_leftover(std::string_view bytes, bool show_secrets);
 
 std::string bytes_text(std::string_view bytes);  // zeros(N) or hex:...
 std::string quoted(std::string_view text);
 
-// Readers; Refused when they cannot.
+// Parsers; they throw Refused.
 std::string unquoted(std::string_view token);
 std::string hex_bytes(std::string_view digits);
 std::string bytes_of(std::string_view token);                 // text, hex or zeros

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// From parts to bytes, and what follows from the other fields of a message that
-// somebody wrote by hand.
+// From parts to bytes, and the completion of messages from descriptions.
 
 #include <algorithm>
 #include <bit>
@@ -133,8 +132,8 @@ std::string write_message(const Message &message) {
     return bytes;
 }
 
-// The kind decides how the bytes are read, so reading them with it must find
-// the parts that were written; anything else would be another message.
+// The kind decides how the bytes are read, so reading them back as that kind must
+// find the same parts; otherwise it is another message.
 std::string finish_message(Message &message) {
     const std::string bytes = write_message(message);
     Message again = read_message(bytes, message.kind);
@@ -152,7 +151,7 @@ std::string finish_message(Message &message) {
 }
 
 List list_of(const avlist *list) {
-    avlist *copy = nullptr;  // packing spends it
+    avlist *copy = nullptr;  // packing consumes it
     if (const cerrno rc = aaa_avpair_copy_list(list, nullptr, &copy); rc != AAA_OK) {
         throw Failure("cannot copy a list", rc);
     }
