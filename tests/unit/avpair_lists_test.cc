@@ -4,8 +4,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
@@ -21,6 +24,7 @@
 #include "support/avlist_verifier.hpp"
 #include "support/fail_alloc.hpp"
 #include "support/guarded_page.hpp"
+#include "support/page_end_list.hpp"
 #include "testkit/fake_platform.hpp"
 
 namespace {
@@ -938,18 +942,9 @@ TEST(AvpairConcat, TracesWhatLookingUpEveryPositionWould) {
 }
 
 // The value of a pair without bytes at the end of its buffer has the address of
-// the next page, which need not be there.
+// the next page, which need not be mapped.
 TEST(AvpairMerge, TracesAPairWithoutBytesAtTheEndOfAPage) {
-    const GuardedPage page;
-    auto *const pair = reinterpret_cast<avpair_t *>(page.end() - sizeof(avpair_t));
-    auto *const buf = reinterpret_cast<avpair_buffer_t *>(page.end() - sizeof(avpair_t)) - 1;
-    *pair = {kUser, 0, 0, 1};
-    *buf = {};
-    buf->hdr.free_mem = reinterpret_cast<unsigned char *>(page.end());
-    buf->hdr.buf_size = sizeof(avpair_buffer_t) + sizeof(avpair_t);
-    avlist src{};
-    src.av_cnt = 1;
-    src.avpair_first_buf = src.avpair_last_buf = buf;
+    PageEndList src(kUser, 1);
     fake::enable_tracing(8);
     const Pairs expected{{kUser, 0, 1, ""}};
     const auto merged = [&](auto merge) {
@@ -957,15 +952,54 @@ TEST(AvpairMerge, TracesAPairWithoutBytesAtTheEndOfAPage) {
         EXPECT_EQ(merge(dst.get()), AAA_OK);
         return read_pairs(dst.get());
     };
-    EXPECT_EQ(merged([&](avlist *dst) { return aaa_avpair_list_concat(dst, &src); }), expected);
-    EXPECT_EQ(merged([&](avlist *dst) { return aaa_avpair_list_concat_with_replace(dst, &src); }), expected);
-    EXPECT_EQ(merged([&](avlist *dst) { return aaa_avpair_add_from_list_by_flags(&src, dst, 1); }), expected);
+    EXPECT_EQ(merged([&](avlist *dst) { return aaa_avpair_list_concat(dst, src.get()); }), expected);
+    EXPECT_EQ(merged([&](avlist *dst) { return aaa_avpair_list_concat_with_replace(dst, src.get()); }),
+              expected);
+    EXPECT_EQ(merged([&](avlist *dst) { return aaa_avpair_add_from_list_by_flags(src.get(), dst, 1); }),
+              expected);
     const ListPtr tgt = list_of({{kUser, 0, 0, "value"}});
-    EXPECT_EQ(aaa_avpair_update_list_from_list_by_flags(&src, tgt.get(), 1), AAA_OK);
+    EXPECT_EQ(aaa_avpair_update_list_from_list_by_flags(src.get(), tgt.get(), 1), AAA_OK);
     EXPECT_EQ(read_pairs(tgt.get()), expected);
     const ListPtr same = list_of({{kUser, 0, 0, ""}});
-    EXPECT_EQ(aaa_avpair_update_list_from_list(&src, same.get()), AAA_OK);
+    EXPECT_EQ(aaa_avpair_update_list_from_list(src.get(), same.get()), AAA_OK);
     EXPECT_EQ(read_pairs(same.get()).size(), 1u);
+}
+
+// A list as above that may be freed: its buffer begins a block from malloc, and a
+// deleted pair fills the room up to the last one. The block is above every
+// threshold of malloc for a mapping, so that freeing it removes the page that faults.
+ListPtr heap_list_up_to_a_page_that_faults() {
+    constexpr std::size_t kOwnMapping = std::size_t{64} << 20;
+    const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    auto *const buf = static_cast<avpair_buffer_t *>(std::malloc(kOwnMapping));
+    auto *const bytes = reinterpret_cast<unsigned char *>(buf);
+    const auto begin = reinterpret_cast<std::uintptr_t>(buf);
+    const std::size_t size = (begin / page + 2) * page - begin;
+    const std::size_t filler = size - sizeof *buf - 2 * sizeof(avpair_t);
+    EXPECT_EQ(mprotect(bytes + size, page, PROT_NONE), 0);
+    *buf = {};
+    buf->hdr.free_mem = bytes + size;
+    buf->hdr.buf_size = static_cast<uint32_t>(size);
+    *aaa_avpair_get_first_avpair_in_buf(buf) = {AAA_ATTR_MAX, 0, static_cast<uint32_t>(filler), 0};
+    *reinterpret_cast<avpair_t *>(bytes + size - sizeof(avpair_t)) = {kUser, 0, 0, 1};
+    ListPtr list = make_list();
+    list->av_cnt = 1;
+    list->avpair_first_buf = list->avpair_last_buf = buf;
+    return list;
+}
+
+// The target's value is traced even when there is no memory for its copy.
+TEST(AvpairMerge, TracesATargetWithoutBytesAtTheEndOfAPageWhenMemoryIsExhausted) {
+    const ListPtr src = list_of({{kUser, 0, 0, "value"}});
+    fake::enable_tracing(8);
+    fake::sweep_allocations([&](fake::FailAlloc &fail) {
+        const ListPtr tgt = heap_list_up_to_a_page_that_faults();
+        fail.run([&] { return aaa_avpair_update_list_from_list(src.get(), tgt.get()); });
+    });
+    const Lines lines = fake::traces_of(8);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                         "Adding attr 101 AAA_USERNAME_ATTR [0 0 0 0] - "s + cerr_strerror(AAA_ERR_NOMEM)),
+              1);
 }
 
 TEST(AvpairReplace, UpdatesTheFirstOfEachType) {

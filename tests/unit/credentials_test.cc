@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +18,7 @@
 #include "support/avlist_verifier.hpp"
 #include "support/fail_alloc.hpp"
 #include "support/full_credentials.hpp"
+#include "support/page_end_list.hpp"
 #include "testkit/fake_platform.hpp"
 
 namespace {
@@ -507,6 +509,24 @@ TEST(UsercredLists, MayBeTheRequestItself) {
     cred.state_args = list.get();
     ASSERT_EQ(aaa_util_add_usercred_in_avlist(&cred, list.get(), 2, 0, kAuthen), AAA_OK);
     EXPECT_EQ(pairs_of(list.get()), (Pairs{u32(1, 1), u32(39, 0, 0x400), u32(1, 1), u32(39, 0)}));
+}
+
+// The value of a pair without bytes at the end of its buffer has the address of
+// the next page, which need not be mapped.
+TEST(UsercredLists, MayEndAtTheEndOfAPageWithAPairWithoutBytes) {
+    aaatest::PageEndList last(281, 1);
+    fake::enable_tracing(8);
+    aaa_usercred_t cred{};
+    cred.state_args = last.get();
+    const List authen = make_list("request");
+    ASSERT_EQ(aaa_util_add_usercred_in_avlist(&cred, authen.get(), 2, 0, kAuthen), AAA_OK);
+    EXPECT_EQ(pairs_of(authen.get()), (Pairs{u32(39, 0, 0x400), bytes(281, "")}));
+    cred.state_args = nullptr;
+    cred.in_attr_list = last.get();
+    const List plexa = make_list("request");
+    ASSERT_EQ(aaa_util_add_usercred_in_avlist(&cred, plexa.get(), 26, 0, kAcctStart), AAA_OK);
+    const Pairs pairs = pairs_of(plexa.get());
+    EXPECT_EQ(std::count(pairs.begin(), pairs.end(), bytes(281, "")), 1);
 }
 
 TEST(UsercredPlexa, EndsWithTheUniqueIdAlsoWithoutAList) {

@@ -125,13 +125,13 @@ cerrno append_zero_filled(uint32_t type, uint32_t flags, const void *value, std:
 cerrno append_mixed(const avpair_t *target, const avlist *tgt, const avpair_t *source, avlist *result,
                     bool traced) {
     const uint32_t len = source->av_len;
-    const void *value = aaautil::traceable_value(aaa_get_avpair_value_ptr(target), len);
     const uint32_t flags = source->av_flags | target->av_flags;
-    const std::size_t readable = len <= target->av_len ? len : readable_bytes(target, tgt);
-    if (len <= readable) {
+    const std::size_t stored = len <= target->av_len ? target->av_len : readable_bytes(target, tgt);
+    const void *value = aaautil::traceable_value(aaa_get_avpair_value_ptr(target), stored);
+    if (len <= stored) {
         return append_traced(target->av_type, flags, value, source->av_tag, len, result, traced);
     }
-    return append_zero_filled(target->av_type, flags, value, readable, source->av_tag, len, result, traced);
+    return append_zero_filled(target->av_type, flags, value, stored, source->av_tag, len, result, traced);
 }
 
 // What the rebuilding of a list keeps from pair to pair.
@@ -219,10 +219,9 @@ cerrno merge_into_itself(const avlist *list, Merge merge) {
     for (uint32_t index = 0; index < count; index++) {
         avpair_t pair{};
         void *value = nullptr;
-        cerrno rc = aaa_avpair_find_index(index, &pair.av_type, &pair.av_flags, &value, &pair.av_tag,
-                                          &pair.av_len, list);
+        cerrno rc = aaautil::find_index_traceable(index, list, &pair, &value);
         if (rc == AAA_OK) {
-            rc = merge(pair, aaautil::traceable_value(value, pair.av_len));
+            rc = merge(pair, value);
         }
         if (rc != AAA_OK) {
             return rc == AAA_ERR_AVPAIR_NOT_FOUND ? AAA_OK : rc;

@@ -34,8 +34,8 @@ std::uintptr_t page_of(std::uintptr_t address) noexcept {
 // The four bytes at value, however few of them the value has: that is what the
 // trace lines show. Bytes after the value are read only where they cannot
 // fault, on the page of the value's last byte, and show as 0 otherwise. A value
-// without bytes counts as one byte: callers see to it that it can be read. The
-// bytes belong to something else, so the reads must not be checked.
+// without bytes counts as one byte, which must be readable: traceable_value() ensures
+// it for the pairs of lists. Other memory is read, so sanitizers must not check it.
 [[gnu::noinline, gnu::no_sanitize_address, gnu::no_sanitize_thread]] FirstBytes first_bytes(
     const void *value, uint32_t len) noexcept {
     const auto address = reinterpret_cast<std::uintptr_t>(value);
@@ -52,10 +52,19 @@ std::uintptr_t page_of(std::uintptr_t address) noexcept {
 
 }  // namespace
 
-void *traceable_value(void *value, uint32_t len) noexcept {
+void *traceable_value(void *value, std::size_t stored) noexcept {
     static constexpr unsigned char kNoBytes[4] = {};
     const bool begins_page = reinterpret_cast<std::uintptr_t>(value) % kPageSize == 0;
-    return len == 0 && begins_page ? const_cast<unsigned char *>(kNoBytes) : value;
+    return stored == 0 && begins_page ? const_cast<unsigned char *>(kNoBytes) : value;
+}
+
+cerrno find_index_traceable(uint32_t index, const avlist *list, avpair_t *pair, void **value) noexcept {
+    const cerrno code = aaa_avpair_find_index(index, &pair->av_type, &pair->av_flags, value, &pair->av_tag,
+                                              &pair->av_len, list);
+    if (code == AAA_OK) {
+        *value = traceable_value(*value, pair->av_len);
+    }
+    return code;
 }
 
 void trace_added(uint32_t type, const void *value, uint32_t len, cerrno code) noexcept {

@@ -14,6 +14,7 @@
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
 #include "internal/accessors.hpp"
+#include "internal/avpair_trace.hpp"
 #include "internal/trace.hpp"
 #include "platform/bounded.h"
 #include "platform/cerr.h"
@@ -186,12 +187,11 @@ cerrno append_secrets(const aaa_usercred_t *cred, avlist *list, int32_t service,
 
 // Appends the pair at a position of `from`.
 cerrno copy_pair(uint32_t index, const avlist *from, avlist *to) {
-    uint32_t type = 0;
-    uint32_t tag = 0;
-    uint32_t length = 0;
+    avpair_t pair{};
     void *value = nullptr;
-    const cerrno code = aaa_avpair_find_index(index, &type, nullptr, &value, &tag, &length, from);
-    return code == AAA_OK ? aaa_util_avpair_add_attr(to, type, value, length, tag) : code;
+    const cerrno code = aaautil::find_index_traceable(index, from, &pair, &value);
+    return code == AAA_OK ? aaa_util_avpair_add_attr(to, pair.av_type, value, pair.av_len, pair.av_tag)
+                          : code;
 }
 
 uint32_t count_pairs(const avlist *list) {
