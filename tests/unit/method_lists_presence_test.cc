@@ -32,8 +32,10 @@ TEST(MethodListPresence, IsLookedForUntilFoundAndThenRemembered) {
     EXPECT_EQ(methods, nullptr);
     EXPECT_TRUE(fake::logs().empty());
 
-    aaa_mlist_reg_t record = {};
+    aaa_mlist_reg_t record = {77, 78};
     EXPECT_EQ(aaa_mlist_change_register(0, 1, "default", on_change, nullptr, nullptr, &record), 0x8081c200u);
+    EXPECT_EQ(record.connection, 77u);
+    EXPECT_EQ(record.notification, 78u);
     EXPECT_EQ(fake::traces_of(5).back(), "Unable to bind to sysdb at /cfg/gl/aaa/: " + absent);
 
     fake::answer("sysdb_notification_unregister", 0, 1);
