@@ -4,6 +4,7 @@
 // path are fixed: operators match them. Each test damages a list in one way.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <string>
 #include <string_view>
@@ -335,16 +336,18 @@ TEST_F(AvpairDeathTest, StartingABufferAfterOneThatHasASuccessor) {
 }
 
 // A chain that goes on after the last buffer, here in a circle, is not followed
-// in search of the new value's buffer.
+// in search of the new value's buffer. The alarm ends a process that follows it.
 TEST_F(AvpairDeathTest, UpdatingWithALongerValueWhereTheLastBufferHasASuccessor) {
     const std::string longer(1000, 'n');
     const auto update = [&] {
+        alarm(10);
         last()->hdr.next = first();
         aaa_avpair_update(1, 0, const_cast<char *>(longer.data()), 0, 1000, 0, list());
     };
     EXPECT_STOPS(update(), kSource, "last_buf->hdr.next == NULL", "append_buffer");
     aaa_avpair_iterator_t it = position_of(2);
     const auto update_at = [&] {
+        alarm(10);
         last()->hdr.next = first();
         aaa_avpair_update_by_iterator(&it, 0, longer.data(), 0, 1000, list());
     };
