@@ -49,6 +49,8 @@ cerrno replace_status(uint8_t *area, uint32_t status, uint32_t length, avlist *l
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_avpair_add_attr(avlist *list, uint32_t type, const void *value, uint32_t length,
                                 uint32_t tag) {
     return aaa_util_avpair_add_attr_onep(list, type, value, length, tag, 0);
@@ -167,3 +169,5 @@ cerrno aaa_util_avlist_msgtype_add(uint32_t msgtype, avlist *list) {
     }
     return code;
 }
+
+}  // extern "C"

@@ -41,6 +41,8 @@ char *duplicate(const void *value, uint32_t length) {
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_util_avlist_data_get(void **value, uint32_t *length, const avlist *list) {
     return aaa_avpair_find_type(AAA_DATA_ATTR, nullptr, value, length, 0, list);
 }
@@ -271,3 +273,5 @@ cerrno aaa_util_avlist_idletime_get(const avlist *list, uint32_t *number) {
 uint32_t aaa_util_msgtype_get(const avlist *list) {
     return get_u32(AAA_TYPE_ATTR, list);
 }
+
+}  // extern "C"

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Operations on two lists, or on a list and a callback: comparison, copying,
-// exchange, merging, visiting. They add no storage of their own and know
-// nothing of the buffers but what copying and the bound of a value need.
+// exchange, merging, visiting. They add no storage, and use the
+// buffers only to copy a list and to find the bound of a value.
 
 #include "aaa/avpair.h"
 
@@ -99,7 +99,7 @@ cerrno aaa_avpair_add_2(const avpair_t *avp, avlist *list, bool traced) {
     return append_traced(avp->av_type, avp->av_flags, value_of(*avp), avp->av_tag, avp->av_len, list, traced);
 }
 
-// Appends a pair with zeros behind the readable bytes of a value, up to len.
+// Appends a pair whose value is the readable bytes, followed by zeros up to len.
 cerrno append_zero_filled(uint32_t type, uint32_t flags, const void *value, std::size_t readable,
                           uint32_t tag, uint32_t len, avlist *list, bool traced) {
     avpair_t *const pair = aaautil::aaa_alloc_avpair_mem(len, list);
@@ -119,9 +119,8 @@ cerrno append_zero_filled(uint32_t type, uint32_t flags, const void *value, std:
 }
 
 // The target's value under the source's length, tag and flags: callers depend
-// on this mixture. A source that is longer takes in the bytes that follow the
-// target's value in its buffer; behind the last pair there is nothing to take,
-// and zeros stand in.
+// on this mixture. When the source is longer, the bytes that follow the target's
+// value in its buffer are appended too, and zeros after the end of the buffer.
 cerrno append_mixed(const avpair_t *target, const avlist *tgt, const avpair_t *source, avlist *result,
                     bool traced) {
     const uint32_t len = source->av_len;
@@ -134,7 +133,7 @@ cerrno append_mixed(const avpair_t *target, const avlist *tgt, const avpair_t *s
     return append_zero_filled(target->av_type, flags, value, stored, source->av_tag, len, result, traced);
 }
 
-// What the rebuilding of a list keeps from pair to pair.
+// The state of rebuilding a list, kept from pair to pair.
 struct Rebuild {
     const avlist *src;
     const avlist *tgt;
@@ -189,9 +188,8 @@ uint32_t pairs_to_take(const avlist *src, const avlist *dst) {
     return src == dst ? aaautil::count_live_pairs(src) : std::numeric_limits<uint32_t>::max();
 }
 
-// Hands every live pair of src that has one of the flag bits to merge, counts
-// them and reports the count. The outcome of a single merge is nobody's
-// concern, by contract.
+// Passes every live pair of src that has one of the flag bits to merge, and traces
+// their count. The result of a single merge is ignored, by contract.
 template <typename Merge>
 cerrno merge_by_flags(const avlist *src, const avlist *dst, avpair_flags_t flags, bool traced, Merge merge) {
     uint32_t left = pairs_to_take(src, dst);
@@ -212,7 +210,7 @@ cerrno merge_by_flags(const avlist *src, const avlist *dst, avpair_flags_t flags
 }
 
 // Merges a list into itself by position: an update may move pairs, so every
-// position is looked up anew.
+// position is looked up from the start.
 template <typename Merge>
 cerrno merge_into_itself(const avlist *list, Merge merge) {
     const uint32_t count = aaautil::count_live_pairs(list);
@@ -247,6 +245,8 @@ cerrno merge_in_order(avlist *dst, const avlist *src, Merge merge) {
 }
 
 }  // namespace
+
+extern "C" {
 
 int aaa_avpair_compare_avpairs(const avpair_t *a, const avpair_t *b) {
     return a != nullptr && b != nullptr && equal_pairs(*a, *b) ? 1 : 0;
@@ -324,8 +324,8 @@ cerrno aaa_avpair_update_list_from_list(const avlist *src, avlist *tgt) {
     AAA_ASSERT(tgt->av_cnt != 0, "tgt->av_cnt != 0");
     AAA_ASSERT(result->av_cnt == 0, "result->av_cnt == 0");
     Rebuild state{.src = src, .tgt = tgt, .result = result, .traced = tracing(AAA_DBG_AVLIST)};
-    // A walk ends at the end of the list or stops the process; there is no
-    // third outcome on which tgt would have to be left as it is.
+    // A walk ends at the end of the list or stops the process, so no failure
+    // requires tgt to be left unchanged.
     for (const avpair_t &pair : LivePairs(tgt)) {
         rebuild_pair(&pair, &state);
     }
@@ -374,3 +374,5 @@ cerrno aaa_avpair_list_concat_with_replace(avlist *dst, const avlist *src) {
         return aaa_avpair_update(pair.av_type, pair.av_flags, value, pair.av_tag, pair.av_len, 0, dst);
     });
 }
+
+}  // extern "C"

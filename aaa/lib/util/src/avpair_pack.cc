@@ -274,6 +274,8 @@ cerrno unpack(avlist *list, const char *msg, uint32_t len) {
 
 }  // namespace
 
+extern "C" {
+
 cerrno aaa_avpair_pack_msg(const avlist *list, iov_t *iov, uint32_t *len) {
     if (list == nullptr || iov == nullptr || len == nullptr) {
         return AAA_ERR_INVALID_ARG;
@@ -352,3 +354,5 @@ cerrno aaa_avpair_unpack_msg_create(avlist **list, char *msg, uint32_t len) {
     }
     return rc;
 }
+
+}  // extern "C"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Text renderings of lists for show output and traces, and hexadecimal dumps
-// of raw bytes. How one pair is rendered is the dictionary's business.
+// of raw bytes. The dictionary renders the single pair.
 
 #include "aaa/avpair.h"
 
@@ -34,8 +34,8 @@ void print_pair(const avpair_t &pair, char *dst, uint32_t room) {
                         dst, room);
 }
 
-// Text that grows inside the caller's room. A text that is cut counts with
-// what is there of it, so the position never leaves the room.
+// Text that is appended within the caller's room. Of a text that is cut only the
+// written part counts, so the position never leaves the room.
 class Text {
   public:
     Text(char *dst, uint32_t size) : dst_(dst), size_(size) { dst_[0] = '\0'; }
@@ -45,7 +45,7 @@ class Text {
     [[nodiscard]] char *position() const { return dst_ + at_; }
     [[nodiscard]] uint32_t room() const { return size_ - at_; }
 
-    // Takes in what was written at the position.
+    // Adds the text that was written at the position.
     void advance() { at_ += static_cast<uint32_t>(std::strlen(position())); }
 
   private:
@@ -127,8 +127,8 @@ class DumpLine {
     const char *start_;
 };
 
-// Always ends with the line that is begun, even when nothing stands in it:
-// a dump of no bytes, or of a multiple of nine, ends with an empty line.
+// Always ends with the line that was begun, even an empty one: a dump of no bytes,
+// or of a multiple of nine, ends with an empty line.
 void trace_bytes(uint32_t flag, const char *name, const unsigned char *buf, int len, bool ascii) {
     aaa_debug(flag, "Dumping buffer for %s .....", printable(name));
     DumpLine line("");
@@ -154,6 +154,8 @@ int readable_length(const void *buf, uint64_t len) {
 }
 
 }  // namespace
+
+extern "C" {
 
 char *aaa_util_print_avlist(char *dst, uint32_t size, const char *prefix, const avlist *list) {
     if (dst == nullptr || list == nullptr || size == 0) {
@@ -215,3 +217,5 @@ void aaa_dump_pkt_buffer(const char *label, uint32_t flag, const unsigned char *
         }
     }
 }
+
+}  // extern "C"

@@ -79,7 +79,7 @@ void aaa_avpair_chop_end_of_buffer(avpair_buffer_t *buf, avlist *list) noexcept 
     }
 }
 
-bool lies_in_list(const void *value, const avlist *list) noexcept {
+bool is_in_list(const void *value, const avlist *list) noexcept {
     const auto address = reinterpret_cast<std::uintptr_t>(value);
     const avpair_buffer_t *const last_buf = list->avpair_last_buf;
     for (const avpair_buffer_t *buf = list->avpair_first_buf; buf != nullptr; buf = buf->hdr.next) {
@@ -95,8 +95,8 @@ bool lies_in_list(const void *value, const avlist *list) noexcept {
 }
 
 // Puts a new pair of the same type at the end of the list in place of this one.
-// Only the low 8 bits of its flags live on; callers depend on that. Should the
-// append fail, the old pair is gone all the same.
+// Only the low 8 bits of its flags are kept; callers depend on that. When the
+// append fails, the old pair is deleted all the same.
 cerrno replace_at_end(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value, uint32_t tag,
                       uint32_t len, avlist *list, bool traced) noexcept {
     constexpr avpair_flags_t kKeptFlags = 0xff;
@@ -106,8 +106,8 @@ cerrno replace_at_end(const aaa_avpair_iterator_t *it, avpair_flags_t flags, con
     return append_traced(type, kept | flags, value, tag, len, list, traced);
 }
 
-// The same with a value that the deletion would pull away: it lies in a buffer
-// of the list, which may be freed or written again.
+// The same with a value in a buffer of the list, which the deletion may free or
+// overwrite.
 cerrno replace_at_end_with_own_value(const aaa_avpair_iterator_t *it, avpair_flags_t flags, const void *value,
                                      uint32_t tag, uint32_t len, avlist *list, bool traced) noexcept {
     const malloc_ptr<void> aside(std::malloc(len != 0 ? len : 1));
@@ -124,7 +124,7 @@ cerrno replace_value(const aaa_avpair_iterator_t *it, avpair_flags_t flags, cons
                      uint32_t len, avlist *list, bool traced) noexcept {
     avpair_t *const avpair = it->curr_avp;
     if (len != avpair->av_len) {
-        return lies_in_list(value, list)
+        return is_in_list(value, list)
                    ? replace_at_end_with_own_value(it, flags, value, tag, len, list, traced)
                    : replace_at_end(it, flags, value, tag, len, list, traced);
     }
@@ -152,8 +152,8 @@ void delete_pair(const aaa_avpair_iterator_t *it, avlist *list) noexcept {
     if (aaa_avpair_is_last_in_buffer(pair, it->curr_buf)) {
         aaa_avpair_chop_end_of_buffer(it->curr_buf, list);
     }
-    // The count of an unpacked list stands in message order and reaches 0 too
-    // early or not at all.
+    // The count of an unpacked list is in message order and reaches 0 too early
+    // or not at all.
     if (list->avpair_first_buf == nullptr) {
         list->av_cnt = 0;
     } else if (list->av_cnt == 0) [[unlikely]] {
