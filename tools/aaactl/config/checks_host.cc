@@ -9,6 +9,7 @@
 #include "aaa/server_keys.h"
 #include "cli/secret_input.hpp"
 #include "config/checks.hpp"
+#include "database/secret_values.hpp"
 #include "platform/cerr.h"
 #include "platform/control.h"
 

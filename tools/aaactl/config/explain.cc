@@ -1,169 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// explain: how a request for a service is answered, step by step. The library's
-// lookups say what clients get; the rest (names of missing groups, servers) is
-// read from the database.
+// explain: how a request for a service is answered, step by step.
 
-#include <algorithm>
-#include <cctype>
-#include <cstdlib>
 #include <memory>
-#include <set>
 
-#include "aaa/method_lists.h"
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
-#include "aaa/server_groups.h"
 #include "cli/commands.hpp"
-#include "config/checks.hpp"
-#include "config/list_choice.hpp"
+#include "config/explanation.hpp"
 #include "dictionary/enum_words.hpp"
 #include "platform/cerr.h"
 
 namespace aaactl {
 namespace {
 
-struct ExplainOptions {
-    std::string function;
-    std::string service;
-    std::string list;
-    std::string line;
-};
-
-struct FreeWords {
-    void operator()(uint32_t *words) const { std::free(words); }
-};
-
-// What a client that reads the list gets.
-struct ClientView {
-    cerrno rc = AAA_OK;
-    std::vector<uint32_t> methods;  // server groups as numbers, up to the first empty place
-};
-
-ClientView client_view(const MethodList &list) {
-    std::string path = list.path().substr(sizeof kConfigRoot - 1);
-    uint32_t *words = nullptr;
-    ClientView view;
-    view.rc = lookup_methods(path.data(), &words);
-    const std::unique_ptr<uint32_t, FreeWords> owner(words);
-    for (size_t i = 0; view.rc == AAA_OK && i < 4 && words[i] != AAA_METHOD_NOTSET; ++i) {
-        view.methods.push_back(words[i]);
-    }
-    return view;
-}
-
-struct Step {
-    Method method;
-    std::vector<Server> servers;
-    bool works = false;  // it can answer
-};
-
-struct Explanation {
-    ServiceWord service;
-    ListChoice choice;
-    std::string line;
-    MethodList list;
-    bool configured = false;  // else the library supplies it
-    ClientView client;
-    cerrno suits = AAA_OK;  // the library's verdict on the list for the service
-    std::vector<Step> steps;
-    std::vector<std::string> others;  // lists of the same service
-    Findings findings;
-
-    bool exists() const { return configured || client.rc == AAA_OK; }
-    const std::string &function() const { return list.function; }
-};
-
-// ---- gathering
-
-Step make_step(Database &database, const Method &method) {
-    Step step{method, {}, method_works(database, method)};
-    const Protocol *protocol = protocol_of_method(method.number);
-    if (method.configured() != nullptr) {
-        step.servers = method.resolved->servers;
-    } else if (protocol != nullptr) {
-        step.servers = protocol_servers(database, *protocol);
-    }
-    return step;
-}
-
-// Only for services whose lists the library knows; for some it looks at another path.
-cerrno suitability(const Explanation &e) {
-    if (!e.service.service || !e.configured) {
-        return AAA_OK;
-    }
-    const cerrno rc = aaa_util_verify_methodlist(static_cast<int>(e.service.function),
-                                                 static_cast<int>(*e.service.service), e.choice.list.c_str());
-    const bool line_method = rc == AAA_ERR_INVALID_ARG && e.service.function == AAA_FUNC_AUTHEN &&
-                             *e.service.service == AAA_SVC_API;
-    return line_method ? rc : AAA_OK;
-}
-
-void look_for_faults(Database &database, Explanation &e) {
-    if (e.configured) {
-        check_list(database, e.list, e.findings);
-    } else if (e.exists() && e.client.methods.empty()) {
-        e.findings.push_back(
-            {Severity::error, "empty-list", e.list.path(),
-             "the list is not configured, and the one that the library supplies has no method",
-             "create it: aaactl mlist set"});
-    }
-    std::set<std::string> seen;
-    for (const Step &step : e.steps) {
-        const Group *group = step.method.configured();
-        if (group != nullptr && seen.insert(group->path).second) {
-            check_group(*group, true, e.findings);
-        } else if (group == nullptr) {
-            check_servers(step.servers, e.findings);
-        }
-    }
-    if (e.suits != AAA_OK) {
-        e.findings.push_back({Severity::error, "unsuitable-list", e.list.path(),
-                              "it holds the method \"line\", and requests for the service " +
-                                  service_name(*e.service.service) +
-                                  " have no line whose password could be asked for: the library refuses it",
-                              "name a list without that method"});
-    }
-    if (e.configured && e.client.rc != AAA_OK && count(e.findings, Severity::error) == 0) {
-        e.findings.push_back({Severity::error, "unreadable-list", e.list.path(),
-                              "clients get: " + escaped(cerr_strerror(e.client.rc)),
-                              "inspect the item: aaactl sysdb get"});
-    }
-}
-
-// The list that the library supplies for a missing default list.
-MethodList supplied_list(MethodList list, const ClientView &client) {
-    for (const uint32_t method : client.methods) {
-        list.places.push_back({method, {}, {}});
-    }
-    return list;
-}
-
-Explanation gather(Database &database, const ExplainOptions &options) {
-    const uint32_t function = *function_number(options.function);
-    Explanation e{};
-    e.service = service_word(database, function, options.service);
-    e.line = options.line;
-    e.choice = choose_list(e.service, options.list, options.line);
-    if (std::any_of(options.list.begin(), options.list.end(),
-                    [](char c) { return std::iscntrl(static_cast<unsigned char>(c)) != 0; })) {
-        throw Failure(ExitCode::usage, "\"" + escaped(options.list) + "\" is not a name of a list");
-    }
-    const auto found = find_list(database, options.function, e.service.word, e.choice.list);
-    e.configured = found.has_value();
-    e.list = found.value_or(MethodList{options.function, e.service.word, e.choice.list, {}, {}, {}});
-    e.client = client_view(e.list);
-    if (!e.configured) {
-        e.list = supplied_list(std::move(e.list), e.client);
-    }
-    e.suits = suitability(e);
-    for (const Method &method : e.list.methods()) {
-        e.steps.push_back(make_step(database, method));
-    }
-    e.others = list_names(database, options.function, e.service.word);
-    look_for_faults(database, e);
-    return e;
-}
+using Step = Explanation::Step;
 
 // ---- words
 
@@ -366,7 +217,7 @@ void print_explanation(Output &out, const Explanation &e) {
 
 ExitCode explain(Output &out, const ExplainOptions &options) {
     Database database;
-    const Explanation e = gather(database, options);
+    const Explanation e = make_explanation(database, options);
     out.result(to_json(e), [&] { print_explanation(out, e); });
     if (!e.exists()) {
         return ExitCode::not_found;

@@ -1,68 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// sg list, add and delete. Every change passes through the library's routines,
-// so that a change that the configuration process refuses is refused here for
-// the same reason: first the verification, then the maps of names and numbers,
-// then the indexes of the servers.
+// sg list, and what the commands on server groups share.
+
+#include "config/sg.hpp"
 
 #include <memory>
-#include <set>
-
-#include "aaa/result_codes.h"
-#include "aaa/server_groups.h"
-#include "cli/commands.hpp"
-#include "config/groups.hpp"
-#include "database/sysdb_apply.hpp"
-#include "platform/cerr.h"
 
 namespace aaactl {
 namespace {
-
-struct GroupOptions {
-    std::string protocol;
-    std::string name;
-    std::vector<std::string> servers;
-    bool is_private = false;
-};
-
-void add_protocol(Command sub, GroupOptions &options) {
-    sub.option("PROTOCOL", options.protocol, "radius, tacacs or diameter")
-        .required()
-        .one_of(protocol_words());
-    sub.option("NAME", options.name, "The group's name").required();
-}
-
-// ---- list
-
-std::string servers_text(const Group &group) {
-    std::string text;
-    for (const Server &server : group.servers) {
-        text += (text.empty() ? "" : " ") + server_text(server) + (server.is_private ? " (private)" : "") +
-                (is_sound(server) ? "" : " (not usable: " + server.defect + ")");
-    }
-    return text;
-}
-
-Json group_json(const Group &group) {
-    Json document = {{"protocol", group.protocol.word},
-                     {"name", escaped(group.name)},
-                     {"number", group.number ? Json(*group.number) : Json()},
-                     {"configured", group.configured},
-                     {"servers", Json::array()}};
-    for (const Server &server : group.servers) {
-        Json &one = document["servers"].push_back({{"index", server.index},
-                                                   {"address", escaped(server.host)},
-                                                   {"ports", server.ports},
-                                                   {"private", server.is_private}});
-        if (!is_sound(server)) {
-            one["defect"] = server.defect;
-        }
-    }
-    if (!group.number_defect.empty()) {
-        document["fault"] = group.number_defect;
-    }
-    return document;
-}
 
 std::string state_text(const Output &out, const Group &group) {
     std::string text =
@@ -120,297 +65,43 @@ void add_list(Command sg) {
         "Example: aaactl sg list --protocol radius");
 }
 
-// ---- verify and apply
+}  // namespace
 
-struct FreeText {
-    void operator()(char *text) const { std::free(text); }
-};
-
-// Throws the library's refusal with its reason, or with the text of its code if it gives none.
-void verify(const GroupOptions &options, uint32_t operation) {
-    aaa_cfg_event_t event{};
-    event.operation = operation;
-    char *reason = nullptr;
-    uint32_t verdict = 0;
-    const cerrno rc = aaa_util_svr_grp_verify(&event, &reason, &verdict, options.name.c_str(),
-                                              protocol_named(options.protocol).number);
-    const std::unique_ptr<char, FreeText> owner(reason);
-    if (rc == AAA_OK && verdict == AAA_VERDICT_ACCEPTED) {
-        return;
+std::string servers_text(const Group &group) {
+    std::string text;
+    for (const Server &server : group.servers) {
+        text += (text.empty() ? "" : " ") + server_text(server) + (server.is_private ? " (private)" : "") +
+                (is_sound(server) ? "" : " (not usable: " + server.defect + ")");
     }
-    const bool is_refusal =
-        rc == AAA_ERR_INVALID_ARG || rc == AAA_ERR_SG_NAME_OTHER_PROTOCOL || rc == AAA_ERR_SG_IN_USE;
-    throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),
-                  "server group " + escaped(options.name) +
-                      ": refused: " + escaped(reason != nullptr ? reason : cerr_strerror(rc)));
-}
-
-cerrno apply(Database &database, const GroupOptions &options, uint32_t operation, uint32_t &number) {
-    aaa_cfg_event_t event{};
-    event.operation = operation;
-    return aaa_util_svr_grp_apply(database.connection(kGroupMaps), &event, options.protocol.c_str(),
-                                  options.name.c_str(), &number);
-}
-
-// ---- add
-
-uint32_t parse_port(const std::string &text, const std::string &server) {
-    char *end = nullptr;
-    const unsigned long port =
-        text.empty() || text[0] < '0' || text[0] > '9' ? 0 : std::strtoul(text.c_str(), &end, 10);
-    if (port == 0 || port > 65535 || *end != '\0') {
-        throw Failure(ExitCode::usage, "\"" + escaped(server) + "\": a port is a number from 1 to 65535");
-    }
-    return static_cast<uint32_t>(port);
-}
-
-// HOST, HOST,PORT or, of RADIUS, HOST,AUTHENTICATION_PORT,ACCOUNTING_PORT. A RADIUS server gets both ports,
-// others have one or none.
-Server parse_server(const std::string &text, const Protocol &protocol) {
-    const size_t comma = std::min(text.find(','), text.size());
-    const size_t second = std::min(text.find(',', comma + 1), text.size());
-    Server server{};
-    server.host = text.substr(0, comma);
-    check_group_name(server.host);
-    if (!is_address(server.host)) {
-        throw Failure(ExitCode::usage, "\"" + escaped(server.host) + "\" is not an IPv4 or IPv6 address");
-    }
-    if (comma != text.size()) {
-        server.ports.push_back(parse_port(text.substr(comma + 1, second - comma - 1), text));
-    }
-    if (second != text.size()) {
-        if (!protocol.is_radius()) {
-            throw Failure(ExitCode::usage,
-                          "\"" + escaped(text) + "\": a server of this protocol has one port");
-        }
-        server.ports.push_back(parse_port(text.substr(second + 1), text));
-    }
-    if (protocol.is_radius() && server.ports.size() < 2) {
-        const uint32_t first = server.ports.empty() ? 1812 : server.ports[0];
-        server.ports = {first, parse_port(std::to_string(first + 1), text)};
-    }
-    return server;
-}
-
-std::string hexadecimal(uint32_t number) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%x", number);
     return text;
 }
 
-// A server that is not RADIUS and has a port is a directory: an item's name has no room for the port.
-bool is_directory(const Protocol &protocol, const Server &server) {
-    return !protocol.is_radius() && !server.ports.empty();
-}
-
-// The index that the library assigns to the server; Failure with its reason if it refuses.
-uint32_t next_index(const GroupOptions &options, const Protocol &protocol, const Server &server) {
-    uint32_t index = 0;
-    const uint32_t is_private = options.is_private ? 1 : 0;
-    const uint32_t usual = protocol.number == AAA_KW_TACACS ? 49 : 3868;
-    const cerrno rc = protocol.is_radius()
-                          ? aaa_util_get_next_ord_index(options.name.c_str(), protocol.number, AAA_INDEX_ANY,
-                                                        &index, server.host.c_str(), server.ports[0],
-                                                        server.ports[1], 0, is_private)
-                          : aaa_util_get_next_tacacs_ord_index(
-                                options.name.c_str(), protocol.number, AAA_INDEX_ANY, &index,
-                                server.host.c_str(), server.ports.empty() ? usual : server.ports[0], 0,
-                                is_directory(protocol, server) ? 1 : 0, is_private);
-    if (rc != AAA_OK) {
-        const bool is_refusal = rc == AAA_ERR_INDEX_IN_USE;
-        throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),
-                      "server " + escaped(server.host) + ": refused: " + escaped(cerr_strerror(rc)));
-    }
-    return index;
-}
-
-std::string server_entry(const Protocol &protocol, const Server &server) {
-    return is_directory(protocol, server) ? server.host + "," + hexadecimal(server.ports[0]) + "/"
-                                          : server_text(server);
-}
-
-// The library looks only for the form that the server is to have; the other form names the same server.
-void check_other_form(const std::optional<Group> &group, const Protocol &protocol, const Server &server) {
-    for (const Server &stored : group ? group->servers : std::vector<Server>{}) {
-        if (!protocol.is_radius() && stored.host == server.host) {
-            throw Failure(ExitCode::negative,
-                          "server " + escaped(server.host) + ": refused: the group has it already");
+Json group_json(const Group &group) {
+    Json document = {{"protocol", group.protocol.word},
+                     {"name", escaped(group.name)},
+                     {"number", group.number ? Json(*group.number) : Json()},
+                     {"configured", group.configured},
+                     {"servers", Json::array()}};
+    for (const Server &server : group.servers) {
+        Json &one = document["servers"].push_back({{"index", server.index},
+                                                   {"address", escaped(server.host)},
+                                                   {"ports", server.ports},
+                                                   {"private", server.is_private}});
+        if (!is_sound(server)) {
+            one["defect"] = server.defect;
         }
     }
-}
-
-// Consecutive indexes, as if each server had been stored before the next index was requested.
-Changes server_changes(const GroupOptions &options, const Protocol &protocol,
-                       const std::optional<Group> &group) {
-    Changes changes;
-    std::set<std::string> hosts;
-    std::optional<uint32_t> next;
-    for (const std::string &text : options.servers) {
-        const Server server = parse_server(text, protocol);
-        const std::string entry = server_entry(protocol, server);
-        if (!hosts.insert(protocol.is_radius() ? entry : server.host).second) {
-            throw Failure(ExitCode::usage, "server " + escaped(text) + " is given twice");
-        }
-        check_other_form(group, protocol, server);
-        const uint32_t index = next_index(options, protocol, server);
-        next = next ? *next + 1 : index;
-        const std::string path = group_path(protocol, options.name) +
-                                 (options.is_private ? "server-private/" : "server/") + hexadecimal(*next) +
-                                 "/" + entry;
-        if (is_directory(protocol, server)) {
-            changes.set(path, {SYSDB_TYPE_DIRECTORY, {}});
-        } else {
-            changes.expect_absent(path);
-            changes.set(path, number_item(1));
-        }
-    }
-    if (options.servers.empty()) {
-        changes.set(group_path(protocol, options.name) + "server/", {SYSDB_TYPE_DIRECTORY, {}});
-    }
-    return changes;
-}
-
-void configure(Database &database, const Changes &changes) {
-    size_t failed = 0;
-    const cerrno rc = changes.apply(database, kGroupConfig, failed);
-    if (rc != 0) {
-        throw database_failure(kGroupConfig, rc);
-    }
-}
-
-// The maps first: the next attempt reuses a number without a group, but a group without a number does not
-// work.
-ExitCode add(Output &out, const GroupOptions &options) {
-    check_group_name(options.name);
-    const Protocol &protocol = protocol_named(options.protocol);
-    Database database;
-    verify(options, AAA_CFG_OP_CREATE);
-    const auto before = read_group(database, protocol, options.name);
-    const Changes changes = server_changes(options, protocol, before);
-    uint32_t number = 0;
-    if (const cerrno rc = apply(database, options, AAA_CFG_OP_CREATE, number); rc != AAA_OK) {
-        throw Failure(database_failure("", rc).code(),
-                      "server group " + escaped(options.name) + ": refused: " + escaped(cerr_strerror(rc)));
-    }
-    try {
-        configure(database, changes);
-    } catch (const Failure &) {
-        if (!before || !before->number) {
-            apply(database, options, AAA_CFG_OP_DELETE, number);
-        }
-        throw;
-    }
-    const Group group = read_group(database, protocol, options.name).value_or(Group{});
-    out.result(group_json(group), [&] {
-        out.line(options.protocol + " " + escaped(options.name) + " " + std::to_string(number) + ": " +
-                 servers_text(group));
-    });
-    return ExitCode::ok;
-}
-
-void add_add(Command sg) {
-    auto options = std::make_shared<GroupOptions>();
-    Command sub = sg.command("add", "Create a server group, or add servers to it",
-                             [options](Output &out) { return add(out, *options); });
-    add_protocol(sub, *options);
-    sub.option("SERVER", options->servers,
-               "ADDRESS, ADDRESS,PORT or, of RADIUS, ADDRESS,AUTHENTICATION_PORT,ACCOUNTING_PORT");
-    sub.flag("--private", options->is_private, "The servers are private to the group");
-    sub.footer(
-        "Names and servers that the configuration process would refuse are refused (exit status 1).\n"
-        "JSON: one group, as in \"sg list\"\nExample: aaactl sg add radius corp 192.0.2.20 "
-        "192.0.2.21,1645,1646");
-}
-
-// ---- delete
-
-// The stored entries that the words name: by host, or by host and ports.
-Changes server_deletions(const GroupOptions &options, const Group &group) {
-    Changes changes;
-    for (const std::string &text : options.servers) {
-        bool found = false;
-        for (const Server &server : group.servers) {
-            if (text == server.host || text == server.entry || text == server_text(server)) {
-                server.path.ends_with('/') ? changes.prune(server.path) : changes.erase(server.path);
-                found = true;
-            }
-        }
-        if (!found) {
-            throw Failure(ExitCode::not_found,
-                          "server group " + escaped(group.name) + " has no server " + escaped(text));
-        }
-    }
-    // The group remains when it has no server left.
-    changes.set(group.path + "server/", {SYSDB_TYPE_DIRECTORY, {}});
-    return changes;
-}
-
-// The library does not remove a number that it cannot read.
-void drop_number(Database &database, const Group &group) {
-    database.remove(number_path(group));
-    const std::string map = std::string(kGroupMaps) + "sg_num_map/" + group.protocol.word + "/";
-    std::string fault;
-    for (const Entry &entry : database.entries(map)) {
-        const auto item = entry.is_directory() ? std::nullopt : database.find(map + entry.name, fault);
-        if (item && item->type == SYSDB_TYPE_STRING && text_of(*item) == group.name) {
-            database.remove(map + entry.name);
-        }
-    }
-}
-
-// The configuration first: after an interruption, a second attempt finds the number and removes it.
-void delete_group(Database &database, const GroupOptions &options, const Group &group) {
-    verify(options, AAA_CFG_OP_DELETE);
-    Changes changes;
-    changes.prune(group.path);
-    configure(database, changes);
     if (!group.number_defect.empty()) {
-        drop_number(database, group);
+        document["fault"] = group.number_defect;
     }
-    uint32_t number = 0;
-    const cerrno rc = apply(database, options, AAA_CFG_OP_DELETE, number);
-    if (rc != AAA_OK && rc != SYSDB_ERR_NOT_FOUND) {
-        throw database_failure(kGroupMaps, rc);
-    }
+    return document;
 }
-
-ExitCode remove(Output &out, const GroupOptions &options) {
-    check_group_name(options.name);
-    Database database;
-    const auto group = read_group(database, protocol_named(options.protocol), options.name);
-    if (!group) {
-        throw Failure(ExitCode::not_found,
-                      escaped(options.name) + ": no such server group of " + options.protocol);
-    }
-    if (options.servers.empty()) {
-        delete_group(database, options, *group);
-    } else {
-        configure(database, server_deletions(options, *group));
-    }
-    const auto left = read_group(database, group->protocol, group->name);
-    out.result({{"deleted", true}, {"group", left ? group_json(*left) : Json()}}, [] {});
-    return ExitCode::ok;
-}
-
-void add_delete(Command sg) {
-    auto options = std::make_shared<GroupOptions>();
-    Command sub = sg.command("delete", "Delete a server group, or servers of it",
-                             [options](Output &out) { return remove(out, *options); });
-    add_protocol(sub, *options);
-    sub.option("SERVER", options->servers, "Only these servers: HOST, or as \"sg list\" prints them");
-    sub.footer(
-        "A group that a method list names is not deleted (exit status 1).\n"
-        "JSON: {deleted, group: the group that remains, or null}\nExample: aaactl sg delete radius corp "
-        "192.0.2.21");
-}
-
-}  // namespace
 
 void add_sg(Command root) {
     Command sg = root.group("sg", "Show and change server groups");
     add_list(sg);
-    add_add(sg);
-    add_delete(sg);
+    add_sg_add(sg);
+    add_sg_delete(sg);
 }
 
 }  // namespace aaactl

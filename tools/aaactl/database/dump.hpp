@@ -34,6 +34,10 @@
 
 namespace aaactl {
 
+inline constexpr std::string_view kDumpFormat = "aaactl-dump";
+inline constexpr std::string_view kDumpVersion = "1";
+inline constexpr size_t kDumpProgressStep = 5000;  // items
+
 struct DumpItem {
     std::string path;
     Item item;  // if masked, only the type

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "cli/secret_input.hpp"
+#include "database/secret_values.hpp"
 
 namespace aaactl {
 namespace {

@@ -17,7 +17,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -70,14 +69,5 @@ Item item_from_argument(uint32_t type, std::string_view text);
 std::string in_quotes(std::string_view bytes);
 // The inverse of escaped(), and of in_quotes() without its marks; Failure(bad_input).
 std::string unescaped(std::string_view text);
-
-// Whether a value is masked: its path names a key, a secret or a password, or it
-// has the form of a sealed key.
-bool is_secret(std::string_view path, const Item &item);
-bool is_secret_path(std::string_view path);
-bool looks_sealed(std::string_view text);
-
-// The item that `read` parses for this path. If that fails, the message does not quote a secret value.
-Item item_for(std::string_view path, uint32_t type, const std::function<Item()> &read);
 
 }  // namespace aaactl

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <map>
 
+#include "database/secret_values.hpp"
 #include "database/sysdb_apply.hpp"
 #include "platform/cerr.h"
 #include "platform/cipher.h"

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// How a request for a service is answered: the method list that it uses, its
+// steps and their faults.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "config/findings.hpp"
+#include "config/list_choice.hpp"
+#include "config/method_lists.hpp"
+
+namespace aaactl {
+
+struct ExplainOptions {
+    std::string function;
+    std::string service;
+    std::string list;
+    std::string line;
+};
+
+// What a client that reads the list gets.
+struct ClientView {
+    cerrno rc = AAA_OK;
+    std::vector<uint32_t> methods;  // server groups as numbers, up to the first empty place
+};
+
+struct Explanation {
+    struct Step {
+        Method method;
+        std::vector<Server> servers;
+        bool works = false;  // it can answer
+    };
+
+    ServiceWord service;
+    ListChoice choice;
+    std::string line;
+    MethodList list;
+    bool configured = false;  // else the library supplies it
+    ClientView client;
+    cerrno suits = AAA_OK;  // the library's verdict on the list for the service
+    std::vector<Step> steps;
+    std::vector<std::string> others;  // lists of the same service
+    Findings findings;
+
+    bool exists() const { return configured || client.rc == AAA_OK; }
+    const std::string &function() const { return list.function; }
+};
+
+// Failure(usage) for a function, service or list that cannot exist.
+Explanation make_explanation(Database &database, const ExplainOptions &options);
+
+}  // namespace aaactl
