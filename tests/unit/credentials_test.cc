@@ -527,6 +527,7 @@ TEST(UsercredLists, MayEndAtTheEndOfAPageWithAPairWithoutBytes) {
     ASSERT_EQ(aaa_util_add_usercred_in_avlist(&cred, plexa.get(), 26, 0, kAcctStart), AAA_OK);
     const Pairs pairs = pairs_of(plexa.get());
     EXPECT_EQ(std::count(pairs.begin(), pairs.end(), bytes(281, "")), 1);
+    std::free(cred.remote_addr);  // found by the platform, owned by the record
 }
 
 TEST(UsercredPlexa, EndsWithTheUniqueIdAlsoWithoutAList) {
