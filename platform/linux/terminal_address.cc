@@ -37,8 +37,8 @@ bool write_v6(const in6_addr &address, char *buffer, socklen_t size) {
     return inet_ntop(AF_INET6, &address, buffer, size) != nullptr;
 }
 
-// The four words of a login record, in network order: an IPv4 address is in the
-// first word alone; all zeros is no address.
+// The four words of a login record, in network order. An IPv4 address uses the
+// first word only. Four zeros mean that the record has no address.
 bool write_words(const int32_t (&words)[4], char *buffer, socklen_t size) {
     in6_addr address;
     static_assert(sizeof words == sizeof address);

@@ -180,9 +180,9 @@ void detach_worker(pthread_t thread) noexcept {
     unjoined_thread = 0;
 }
 
-// Joins a worker that ended early and so cleared its handle. Kept without a
-// trace line: by the handle there is no thread to join, but the worker's code is
-// unmapped next.
+// Joins a worker that ended early and so cleared its handle. No trace line is
+// written, because the handle names no thread. The join is needed because the
+// worker's code is unmapped next.
 void join_ended_worker() noexcept {
     if (unjoined_thread != 0) {
         pthread_join(unjoined_thread, nullptr);
