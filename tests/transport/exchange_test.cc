@@ -461,6 +461,8 @@ void count_signal(int) {
     ++signals_handled;
 }
 
+constexpr int kYieldsBetweenSignals = 1000;
+
 // Repeatedly interrupts the thread that created it, until it is stopped.
 class Interruptions {
   public:
@@ -473,7 +475,9 @@ class Interruptions {
             while (!stop_) {
                 const int before = signals_handled;
                 pthread_kill(target, SIGUSR1);
-                while (!stop_ && signals_handled == before) {
+                // The thread sanitizer holds back a signal that arrives just before a
+                // system call, until the call returns. Another signal interrupts the call.
+                for (int i = 0; i < kYieldsBetweenSignals && !stop_ && signals_handled == before; ++i) {
                     sched_yield();
                 }
             }
