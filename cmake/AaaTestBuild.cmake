@@ -3,16 +3,16 @@
 # Compilation of the sources of tests and fuzz targets. They take most of the time
 # of a whole run, and GoogleTest's headers take most of that.
 #
-#   aaa_compile_tests()           for a folder: no optimisation under sanitizers,
-#                                 which compiles four times faster; the library and
-#                                 the platform are in other folders and stay optimised
+#   aaa_compile_tests()           for a folder: its targets are test code, which
+#                                 AaaCompileOptions.cmake compiles for a short build;
+#                                 the library and the platform are in other folders
 #   aaa_precompile_gtest(target)  GoogleTest's headers from one precompiled header
 
 option(AAA_PRECOMPILE "Precompile the headers of GoogleTest" ON)
 
 macro(aaa_compile_tests)
-  if(AAA_SANITIZE AND NOT AAA_BUILD_FUZZERS)
-    add_compile_options(-O0)
+  if(NOT AAA_BUILD_FUZZERS)
+    set(AAA_TEST_CODE ON)
   endif()
 endmacro()
 

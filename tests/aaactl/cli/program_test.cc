@@ -83,7 +83,7 @@ TEST(AaactlProgram, AWrongCommandLineIsADocumentToo) {
         const auto run = aaactl(args);
         EXPECT_EQ(run.status, 2);
         EXPECT_EQ(run.json()["error"]["exit"], 2) << run.out;
-        EXPECT_EQ(run.err, "aaactl: " + run.json()["error"]["message"].get<std::string>() + "\n");
+        EXPECT_EQ(run.err, "aaactl: " + run.json()["error"]["message"].text() + "\n");
     }
 }
 
@@ -244,7 +244,7 @@ TEST(AaactlProgram, EveryCommandSaysWhatItsDocumentIsAndHasAnExample) {
             continue;
         }
         ++commands;
-        const auto name = command["command"].get<std::string>();
+        const auto name = command["command"].text();
         auto args = words_of(name);
         args.erase(args.begin());
         args.emplace_back("--help");
@@ -258,7 +258,7 @@ TEST(AaactlProgram, EveryCommandSaysWhatItsDocumentIsAndHasAnExample) {
 }
 
 // "fields" are named by the record, and "meanings" likewise.
-void collect_members(const nlohmann::ordered_json &document, std::set<std::string> &members) {
+void collect_members(const aaactl_test::JsonDocument &document, std::set<std::string> &members) {
     for (const auto &[name, value] : document.items()) {
         if (document.is_object()) {
             members.insert(name);

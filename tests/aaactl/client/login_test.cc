@@ -442,7 +442,7 @@ TEST_F(AaactlAnswer, TheDocumentOfAFailureHasWhatWasAnsweredBefore) {
     EXPECT_EQ(garbage.status, 3);
     const auto document = garbage.json();
     EXPECT_EQ(document["error"]["exit"], 3);
-    EXPECT_EQ("aaactl: " + document["error"]["message"].get<std::string>() + "\n", garbage.err);
+    EXPECT_EQ("aaactl: " + document["error"]["message"].text() + "\n", garbage.err);
     EXPECT_EQ(document["user"], "alice");
     EXPECT_EQ(document["form"], "classic");
     EXPECT_FALSE(document.contains("verdict"));

@@ -74,9 +74,9 @@ class AaaConfigTest : public DatabaseTest {
     static std::vector<std::string> found(const aaactl_test::Run &run) {
         std::vector<std::string> all;
         const auto document = run.json();
-        for (const auto &finding : document.value("findings", nlohmann::ordered_json::array())) {
-            all.push_back(finding["severity"].get<std::string>() + " " + finding["code"].get<std::string>() +
-                          " " + finding["path"].get<std::string>());
+        for (const auto &finding : document["findings"]) {
+            all.push_back(finding["severity"].text() + " " + finding["code"].text() + " " +
+                          finding["path"].text());
             EXPECT_NE(finding["text"], "");
             EXPECT_NE(finding["remedy"], "");
         }

@@ -99,8 +99,7 @@ TEST_F(Explain, TheFirstRowForTheLineDecides) {
                 "# rows\nwrong row\npts/* accounting other\nconsole * con\npts/* * vty\n* * rest\n");
     const auto chosen = [](const std::string &line) {
         const auto json = explain_json({"authentication", "login", "--line", line}).json();
-        return json["list"]["name"].get<std::string>() + " by " +
-               json["list"]["chosen_by"].get<std::string>();
+        return json["list"]["name"].text() + " by " + json["list"]["chosen_by"].text();
     };
     EXPECT_EQ(chosen("pts/3"), "vty by line");
     EXPECT_EQ(chosen("/dev/pts/3"), "vty by line");
@@ -119,7 +118,7 @@ TEST_F(Explain, SomeServicesDoNotGoByLines) {
     dir().write("lines.conf", "* * vty\n");
     list("authentication/login/default", R"(2, 0, 0, 0, "", "", "", "")");
     const auto list_of = [](const std::string &function, const std::string &service) {
-        return explain_json({function, service, "--line", "pts/0"}).json()["list"]["name"].get<std::string>();
+        return explain_json({function, service, "--line", "pts/0"}).json()["list"]["name"].text();
     };
     EXPECT_EQ(list_of("authentication", "api"), "default");
     EXPECT_EQ(list_of("authentication", "ksh"), "default");
@@ -174,7 +173,7 @@ TEST_F(Explain, SaysWhichListsThereAreInsteadOfAMissingOne) {
 
 TEST_F(Explain, KnowsServicesByNameNumberAndWord) {
     const auto path = [](const std::string &function, const std::string &service) {
-        return explain_json({function, service}).json()["list"]["path"].get<std::string>();
+        return explain_json({function, service}).json()["list"]["path"].text();
     };
     EXPECT_EQ(path("authentication", "exec"), "/cfg/gl/aaa/authentication/login/default");
     EXPECT_EQ(path("authorization", "ppp"), "/cfg/gl/aaa/authorization/network/default");

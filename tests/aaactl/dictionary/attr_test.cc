@@ -68,7 +68,7 @@ TEST(Attr, SearchesNames) {
     std::set<std::string> names;
     const auto rows = found.json()["attributes"];
     for (const auto &row : rows) {
-        names.insert(row["name"].get<std::string>());
+        names.insert(row["name"].text());
     }
     EXPECT_EQ(names, (std::set<std::string>{"AAA_CHAP_PASSWD_ATTR", "AAA_ASND_CHANGE_PASSWD_ATTR",
                                             "AAA_ASND_PASSWD_EXPIRY_ATTR", "AAA_ASND_SEND_PASSWD_ATTR"}));

@@ -36,9 +36,9 @@ TEST(Err, HasCauseAndRemedyForEveryCode) {
     }
     std::set<std::string> causes;
     for (const auto &code : codes) {
-        EXPECT_GT(code["cause"].get<std::string>().size(), 20u) << code;
-        EXPECT_GT(code["remedy"].get<std::string>().size(), 10u) << code;
-        causes.insert(code["cause"].get<std::string>());
+        EXPECT_GT(code["cause"].text().size(), 20u) << code;
+        EXPECT_GT(code["remedy"].text().size(), 10u) << code;
+        causes.insert(code["cause"].text());
     }
     EXPECT_EQ(causes.size(), codes.size()) << "each has a different cause";
 }
@@ -67,8 +67,7 @@ TEST(Err, KnowsWhichCodesTheLibraryReturns) {
     ASSERT_GT(used.size(), 15u);
     const auto codes = aaactl({"err", "--list", "--json"}).json()["codes"];
     for (const auto &code : codes) {
-        EXPECT_EQ(code["by_library"].get<bool>(), used.count(code["name"].get<std::string>()) == 1)
-            << code["name"];
+        EXPECT_EQ(code["by_library"].truth(), used.count(code["name"].text()) == 1) << code["name"];
     }
 }
 

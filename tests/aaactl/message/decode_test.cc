@@ -71,8 +71,8 @@ std::string request(uint32_t type, const std::string &rest, size_t header = 40) 
 }
 
 // The one pair of the one list of a document.
-nlohmann::ordered_json pair_of(const aaactl_test::Run &run) {
-    return run.json()["parts"].back()["pairs"].at(0);
+aaactl_test::JsonDocument pair_of(const aaactl_test::Run &run) {
+    return run.json()["parts"].back()["pairs"][0];
 }
 
 // ---- decode ---------------------------------------------------------------------
@@ -127,7 +127,7 @@ TEST(Decode, MasksSecretsAndTheirPads) {
         EXPECT_EQ(run.out.find("61\""), std::string::npos) << run.out;
         EXPECT_EQ(run.out.find("hex:61"), std::string::npos) << run.out;
     }
-    EXPECT_TRUE(pair_of(aaactl({"decode", "--json"}, bytes))["masked"]);
+    EXPECT_TRUE(pair_of(aaactl({"decode", "--json"}, bytes))["masked"].truth());
     EXPECT_EQ(pair_of(aaactl({"decode", "--json", "--show-secrets"}, bytes))["text"],
               std::string("sesame\0", 7));
 }

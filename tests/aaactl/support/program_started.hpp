@@ -5,7 +5,15 @@
 
 #pragma once
 
+#include <fcntl.h>
+#include <poll.h>
 #include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
+#include <vector>
 
 #include "aaactl/support/program_run.hpp"
 
