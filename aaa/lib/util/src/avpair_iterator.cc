@@ -60,7 +60,15 @@ cerrno answer(const avpair_t *pair, uint32_t type, avpair_flags_t *flags, void *
 // compiler from passing anything else than these six, which are in place.
 [[gnu::noinline, gnu::used]] cerrno find_further(uint32_t type, avpair_flags_t *flags, void **value,
                                                  uint32_t *len, avpair_t *from, const avlist *list) noexcept {
-    aaa_avpair_iterator_t it{list->avpair_first_buf, list->avpair_last_buf, from};
+    avpair_buffer_t *const buf = list->avpair_first_buf;
+    const avpair_t *const end = end_of_pairs(buf);
+    if (is_long_run(from, end)) [[likely]] {
+        from = find_in_long_run(first_pair(buf), from, end, type);
+        if (from < end) {
+            return answer(from, type, flags, value, len);
+        }
+    }
+    aaa_avpair_iterator_t it{buf, list->avpair_last_buf, from};
     return answer(find_from(&it, type, 0), type, flags, value, len);
 }
 

@@ -26,6 +26,7 @@
 
 #include "aaa/avpair.h"
 #include "aaa/dictionary.h"
+#include "internal/avpair_heads.hpp"
 #include "internal/avpair_walk.hpp"
 
 namespace aaautil {
@@ -57,12 +58,12 @@ bool looks_like_head(const avpair_t *pair) noexcept {
     static_assert((AAA_ATTR_MAX & (kUnlikely | 0xF000)) == 0);
     uint64_t type_and_tag;
     std::memcpy(&type_and_tag, pair, sizeof type_and_tag);
-    return (type_and_tag & kMask) == 0 && (pair->av_len & kUnlikely) == 0 && pair->av_type != 0;
+    return ((type_and_tag & kMask) | (pair->av_len & kUnlikely)) == 0 && pair->av_type != 0;
 }
 
-// Where a pair may begin, from this position on. Null when nothing near looks
-// like one, or the position is too near the end to tell.
-avpair_t *guess_pair(avpair_t *from, const avpair_t *end) noexcept {
+// Where a pair may begin, from this position on, whatever its tag and flags. Null
+// when nothing near looks like one, or the position is too near the end to tell.
+[[gnu::noinline]] avpair_t *guess_word_by_word(avpair_t *from, const avpair_t *end) noexcept {
     constexpr std::size_t kReach = 512;
     const std::size_t left = distance(from, end);
     if (left < sizeof *from) {
@@ -83,20 +84,56 @@ avpair_t *guess_pair(avpair_t *from, const avpair_t *end) noexcept {
     return nullptr;
 }
 
+#if defined(__SSE2__)
+
+// The first head of the next sixteen words, without tag and flags; null as above.
+inline avpair_t *guess_in_window(avpair_t *from, const avpair_t *end) noexcept {
+    const std::size_t left = distance(from, end);
+    if (left < kHeadWindow) [[unlikely]] {
+        return nullptr;
+    }
+    const uint32_t heads = likely_heads(from);
+    if (heads == 0) [[unlikely]] {
+        return nullptr;
+    }
+    avpair_t *const pair = advanced(from, sizeof(uint32_t) * static_cast<uint32_t>(std::countr_zero(heads)));
+    const avpair_t *const next = adjacent_pair(pair);
+    if (next > advanced(from, left - sizeof *next) || !looks_like_head(next)) [[unlikely]] {
+        return nullptr;
+    }
+    return pair;
+}
+
+#else
+
+inline avpair_t *guess_in_window(avpair_t *, const avpair_t *) noexcept {
+    return nullptr;
+}
+
+#endif
+
+// Where a pair may begin, from this position on, which precedes end. Null as above.
+inline avpair_t *guess_pair(avpair_t *from, const avpair_t *end) noexcept {
+    avpair_t *const pair = guess_in_window(from, end);
+    return pair != nullptr ? pair : guess_word_by_word(from, end);
+}
+
 // N walks side by side through a stretch of a run, each up to where the next
 // one began.
 template <std::size_t N>
 class ParallelWalk {
   public:
-    ParallelWalk(avpair_t *first, const avpair_t *end, uint32_t type) noexcept
-        : at_{first}, end_(end), type_(type) {}
+    // base: begin of the stretch; from: the first pair that is looked at, in the first
+    // of N equal parts of it.
+    ParallelWalk(avpair_t *base, avpair_t *from, const avpair_t *end, uint32_t type) noexcept
+        : at_{from}, base_(base), end_(end), type_(type) {}
 
-    // The first pair of the type in this many bytes, or the position where the
-    // search has to go on: at or after the end of the stretch, or where a guess
+    // The first pair of the type in this many bytes from base, or the position where
+    // the search has to go on: at or after the end of the stretch, or where a guess
     // turned out wrong.
-    [[nodiscard]] avpair_t *find(std::size_t stretch) noexcept {
+    [[nodiscard, gnu::noinline]] avpair_t *find(std::size_t stretch) noexcept {
         if (!guess_starts(stretch)) [[unlikely]] {
-            return walk_to(at_[0], advanced(at_[0], stretch), type_);
+            return walk_to(at_[0], advanced(base_, stretch), type_);
         }
         if (!walk_first(std::make_index_sequence<N>())) {
             return settle(N);
@@ -113,15 +150,15 @@ class ParallelWalk {
     [[nodiscard]] bool guess_starts(std::size_t stretch) noexcept {
         constexpr std::size_t kMask = MEMORY_DEF_ALIGNMENT - 1;
         for (std::size_t i = 1; i < N; i++) {
-            at_[i] = guess_pair(advanced(at_[0], (stretch * i / N) & ~kMask), end_);
+            at_[i] = guess_pair(advanced(base_, (stretch * i / N) & ~kMask), end_);
             if (at_[i] == nullptr) [[unlikely]] {
                 return false;
             }
         }
-        const std::size_t all = distance(at_[0], end_);
-        stop_ = stretch < all ? guess_pair(advanced(at_[0], stretch & ~kMask), end_) : end_;
+        const std::size_t all = distance(base_, end_);
+        stop_ = stretch < all ? guess_pair(advanced(base_, stretch & ~kMask), end_) : end_;
         // A guess may lead to a head that the end of the run cuts; whole ones begin before this.
-        limit_ = std::min(stop_, static_cast<const avpair_t *>(advanced(at_[0], all - sizeof(avpair_t) + 1)));
+        limit_ = std::min(stop_, static_cast<const avpair_t *>(advanced(base_, all - sizeof(avpair_t) + 1)));
         for (std::size_t i = 1; i < N; i++) {
             start_[i] = at_[i];
         }
@@ -166,7 +203,8 @@ class ParallelWalk {
     }
 
     // Ends the walks before the first hit, in order, as long as guesses prove right.
-    [[nodiscard]] avpair_t *settle(std::size_t walking) const noexcept {
+    // A function of its own, as find() is: inlined, they take registers from the walks.
+    [[nodiscard, gnu::noinline]] avpair_t *settle(std::size_t walking) const noexcept {
         for (std::size_t i = 0; i < walking; i++) {
             const avpair_t *const stop = i + 1 < N ? start_[i + 1] : stop_;
             avpair_t *const pair = walk_to(at_[i], stop, type_);
@@ -179,6 +217,7 @@ class ParallelWalk {
 
     avpair_t *at_[N];
     const avpair_t *start_[N];
+    avpair_t *base_;
     const avpair_t *end_;
     const avpair_t *stop_ = nullptr;
     const avpair_t *limit_ = nullptr;
@@ -187,27 +226,35 @@ class ParallelWalk {
 
 }  // namespace
 
-avpair_t *find_in_long_run(avpair_t *first, const avpair_t *end, uint32_t type) noexcept {
+avpair_t *find_in_long_run(avpair_t *first, avpair_t *from, const avpair_t *end, uint32_t type) noexcept {
     // Bytes. More walks save more than their guesses cost in a long stretch only.
     constexpr std::size_t kFirstStretch = 3072;
     constexpr std::size_t kGrowth = 4;
     constexpr std::size_t kLongStretch = 8192;
     constexpr std::size_t kLongestStretch = 1u << 20;
     constexpr std::size_t kShortRest = 512;
+    constexpr std::size_t kWalks = 4;
     std::size_t stretch = kFirstStretch;
-    avpair_t *pair = first;
+    // Guesses from the beginning of the run need not wait until the walk has arrived at
+    // from: the processor makes them meanwhile.
+    avpair_t *base = first;
+    if (distance(first, from) > std::min(stretch, distance(first, end)) / kWalks) [[unlikely]] {
+        base = from;
+    }
+    avpair_t *pair = from;
     while (pair < end) {
-        const std::size_t left = distance(pair, end);
+        const std::size_t left = distance(base, end);
         if (left < kShortRest) {
             return walk_to(pair, end, type);
         }
         // A rest that is not worth a stretch of its own is walked with this one.
         const std::size_t n = left < stretch + stretch / 2 ? left : stretch;
-        pair = n < kLongStretch ? ParallelWalk<4>(pair, end, type).find(n)
-                                : ParallelWalk<8>(pair, end, type).find(n);
+        pair = n < kLongStretch ? ParallelWalk<kWalks>(base, pair, end, type).find(n)
+                                : ParallelWalk<2 * kWalks>(base, pair, end, type).find(n);
         if (pair < end && pair->av_type == type) {
             return pair;
         }
+        base = pair;
         stretch = std::min(stretch * kGrowth, kLongestStretch);
     }
     return pair;

@@ -127,9 +127,11 @@ inline constexpr std::size_t kLongRun = 1024;
     return reinterpret_cast<std::uintptr_t>(first) + kLongRun <= reinterpret_cast<std::uintptr_t>(end);
 }
 
-// The first pair of a type from this one, which precedes end, up to end; or
-// any position at or after end.
-[[nodiscard]] avpair_t *find_in_long_run(avpair_t *first, const avpair_t *end, uint32_t type) noexcept;
+// The first pair of a type from this position on, which precedes end, up to end; or
+// any position at or after end. first is a pair that a walk from it to the position
+// has begun at, at best the first of the buffer: the search then does not wait for that walk.
+[[nodiscard]] avpair_t *find_in_long_run(avpair_t *first, avpair_t *from, const avpair_t *end,
+                                         uint32_t type) noexcept;
 
 // Occurrence number instance (from 0) of a type from this pair up to end, or
 // null. instance is less by what was passed over.
@@ -147,7 +149,7 @@ inline constexpr std::size_t kLongRun = 1024;
 [[nodiscard]] inline avpair_t *find_in_run(avpair_t *first, const avpair_t *end, uint32_t type,
                                            uint32_t *instance) noexcept {
     if (is_long_run(first, end) && *instance == 0) [[unlikely]] {
-        avpair_t *const pair = find_in_long_run(first, end, type);
+        avpair_t *const pair = find_in_long_run(first, first, end, type);
         return pair < end ? pair : nullptr;
     }
     return walk_to_type(first, end, type, instance);
