@@ -234,6 +234,21 @@ TEST(GuessedPairs, FollowFirstPairsOfAnyLength) {
     }
 }
 
+// No head follows the guessed one, because it is that of the last pair.
+TEST(GuessedPairs, MayBeTheLast) {
+    for (std::size_t length = 100; length < 1000; length += 4) {
+        std::string pairs;
+        for (int i = 0; i < 60; i++) {
+            add(pairs, {kFiller}, "filler");
+        }
+        add(pairs, {kWanted}, std::string(length, '\xFF'));
+        align(pairs);
+        const ListAtTheEndOfMemory list(pairs);
+        ASSERT_EQ(list.find(kWanted), pairs.size() - length) << length;
+        ASSERT_EQ(list.find(kWanted + 1), 0u) << length;
+    }
+}
+
 // A search that ends at the end of the first buffer goes on in the next one.
 TEST(GuessedPairs, AreFollowedByTheNextBuffer) {
     for (const std::size_t count : {40u, 60u, 100u, 400u}) {

@@ -84,21 +84,22 @@ bool looks_like_head(const avpair_t *pair) noexcept {
     return nullptr;
 }
 
+// Bytes that follow the position of a guess: its window is not checked for the end.
+constexpr std::size_t kLeftForGuess = 64;
+
 #if defined(__SSE2__)
+
+static_assert(kHeadWindow <= kLeftForGuess);
 
 // The first head of the next sixteen words, without tag and flags; null as above.
 inline avpair_t *guess_in_window(avpair_t *from, const avpair_t *end) noexcept {
-    const std::size_t left = distance(from, end);
-    if (left < kHeadWindow) [[unlikely]] {
-        return nullptr;
-    }
     const uint32_t heads = likely_heads(from);
     if (heads == 0) [[unlikely]] {
         return nullptr;
     }
     avpair_t *const pair = advanced(from, sizeof(uint32_t) * static_cast<uint32_t>(std::countr_zero(heads)));
     const avpair_t *const next = adjacent_pair(pair);
-    if (next > advanced(from, left - sizeof *next) || !looks_like_head(next)) [[unlikely]] {
+    if (next > advanced(from, distance(from, end) - sizeof *next) || !looks_like_head(next)) [[unlikely]] {
         return nullptr;
     }
     return pair;
@@ -112,7 +113,8 @@ inline avpair_t *guess_in_window(avpair_t *, const avpair_t *) noexcept {
 
 #endif
 
-// Where a pair may begin, from this position on, which precedes end. Null as above.
+// Where a pair may begin, from this position on, which precedes end by kLeftForGuess
+// bytes at least. Null as above.
 inline avpair_t *guess_pair(avpair_t *from, const avpair_t *end) noexcept {
     avpair_t *const pair = guess_in_window(from, end);
     return pair != nullptr ? pair : guess_word_by_word(from, end);
@@ -234,6 +236,9 @@ avpair_t *find_in_long_run(avpair_t *first, avpair_t *from, const avpair_t *end,
     constexpr std::size_t kLongestStretch = 1u << 20;
     constexpr std::size_t kShortRest = 512;
     constexpr std::size_t kWalks = 4;
+    // The last guess of a stretch is one part of it from its end, or far from the end of the run.
+    static_assert(kShortRest / kWalks >= kLeftForGuess && kLongStretch / (2 * kWalks) >= kLeftForGuess &&
+                  kFirstStretch / 2 >= kLeftForGuess);
     std::size_t stretch = kFirstStretch;
     // Guesses from the beginning of the run need not wait until the walk has arrived at
     // from: the processor makes them meanwhile.
