@@ -16,6 +16,7 @@
 
 namespace {
 
+using bench::VariedLists;
 using bench::Workload;
 
 // One workload for each size, made and checked by the first row that needs it.
@@ -92,11 +93,37 @@ struct RegisterLookup {
     }
 };
 
+VariedLists &varied_lists(std::size_t count) {
+    static std::map<std::size_t, std::unique_ptr<VariedLists>> made;
+    std::unique_ptr<VariedLists> &lists = made[count];
+    if (lists == nullptr) {
+        lists = std::make_unique<VariedLists>(count);
+    }
+    return *lists;
+}
+
+template <void (*Step)(VariedLists &)>
+void time_varied(benchmark::State &state) {
+    VariedLists &lists = varied_lists(static_cast<std::size_t>(state.range(0)));
+    for (auto _ : state) {
+        Step(lists);
+    }
+}
+
+void register_varied() {
+    for (const std::size_t size : bench::kLookupSizes) {
+        const auto arg = static_cast<int64_t>(size);
+        benchmark::RegisterBenchmark(VariedLists::kName, time_varied<VariedLists::library>)->Arg(arg);
+        benchmark::RegisterBenchmark(VariedLists::kPlainName, time_varied<VariedLists::plain>)->Arg(arg);
+    }
+}
+
 const bool g_registered = [] {
     benchmark::AddCustomContext("lists", bench::kDistribution);
     bench::for_each_row(Register{});
     bench::for_each_preallocated_row(RegisterPreallocated{});
     bench::for_each_lookup_row(RegisterLookup{});
+    register_varied();
     return true;
 }();
 

@@ -96,10 +96,10 @@ bool same_pairs(avlist *list, const PlainList &plain) {
 
 }  // namespace
 
-std::vector<Attribute> mixed_attributes(std::size_t count) {
+std::vector<Attribute> mixed_attributes(std::size_t count, uint32_t seed) {
     static const std::string text(200, 'x');
     std::vector<Attribute> result;
-    uint32_t state = 12345;
+    uint32_t state = seed;
     while (result.size() < count) {
         state = state * 1664525u + 1013904223u;
         const uint32_t pick = (state >> 16) % 20;

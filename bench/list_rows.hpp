@@ -48,7 +48,7 @@ struct Workload {
 
 // The attributes of a long list: a mix of lengths without a period that a branch
 // predictor could learn, of two types that are not in kWanted.
-std::vector<Attribute> mixed_attributes(std::size_t count);
+std::vector<Attribute> mixed_attributes(std::size_t count, uint32_t seed = 12345);
 
 // Ends the program with an error unless library and plain loops write the same
 // message and find the same values.

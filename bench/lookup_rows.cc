@@ -6,6 +6,7 @@
 #include "lookup_rows.hpp"
 
 #include <cstring>
+#include <random>
 
 namespace bench {
 
@@ -33,6 +34,16 @@ Places places_of(Place place) {
     return {0, 0};
 }
 
+// Each wanted type anywhere in its fifth of the list.
+std::vector<Attribute> varied_attributes(std::size_t count, std::mt19937 &random) {
+    std::vector<Attribute> result = mixed_attributes(count, static_cast<uint32_t>(random()));
+    const std::size_t fifth = count / kWanted.size();
+    for (std::size_t i = 0; i < kWanted.size(); i++) {
+        result[i * fifth + random() % fifth].type = kWanted[i];
+    }
+    return result;
+}
+
 }  // namespace
 
 std::vector<Attribute> lookup_attributes(Place place, std::size_t count) {
@@ -54,6 +65,14 @@ void check_lookups(Place place, const Workload &work) {
         require(found == (place != Place::absent) && found == (expected.bytes != nullptr), "what is found");
         require(!found || (len == expected.len && std::memcmp(value, expected.bytes, len) == 0),
                 "library and plain loop find different values");
+    }
+}
+
+VariedLists::VariedLists(std::size_t count) {
+    std::mt19937 random(1);
+    for (std::size_t i = 0; i < kLists; i++) {
+        lists_.push_back(std::make_unique<Workload>(varied_attributes(count, random)));
+        check_lookups(Place::spread, *lists_.back());
     }
 }
 

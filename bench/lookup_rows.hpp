@@ -3,11 +3,13 @@
 // The rows of lookups in long lists: five types, looked up in a received list
 // one after the other, by the library and by the plain loop. Each row has the
 // five at other places. What a lookup costs depends on where it finds its type:
-// both stop there.
+// both stop there. In the last row the list is another one each time.
 #pragma once
 
 #include <array>
 #include <cstddef>
+#include <memory>
+#include <vector>
 
 #include "list_rows.hpp"
 
@@ -51,7 +53,28 @@ struct Lookup {
     }
 };
 
-// Calls visit.template operator()<Place>(name, plain_name) for every row.
+// Lists that differ in all lengths and places, each looked into in turn: what branch
+// predictors learn from one is of no use for the next.
+class VariedLists {
+  public:
+    static constexpr char kName[] = "lookup_varied";
+    static constexpr char kPlainName[] = "lookup_varied_plain";
+
+    explicit VariedLists(std::size_t count);
+
+    static void library(VariedLists &lists) { Lookup<Place::spread>::library(lists.next()); }
+    static void plain(VariedLists &lists) { Lookup<Place::spread>::plain(lists.next()); }
+
+  private:
+    static constexpr std::size_t kLists = 200;
+
+    Workload &next() { return *lists_[turn_++ % lists_.size()]; }
+
+    std::vector<std::unique_ptr<Workload>> lists_;
+    std::size_t turn_ = 0;
+};
+
+// Calls visit.template operator()<Place>(name, plain_name) for every row of one list.
 template <typename Visitor>
 void for_each_lookup_row(Visitor visit) {
     visit.template operator()<Place::early>("lookup_early", "lookup_early_plain");
