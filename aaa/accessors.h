@@ -297,7 +297,8 @@ AAA_API cerrno aaa_util_avlist_directed_addr_add(uint32_t address, avlist *list)
 AAA_API cerrno aaa_util_avlist_seqnum_add(avlist *list, uint32_t number);
 
 /**
- * Appends a command text (36). No password in it is masked here; aaa_util_add_svc_attrs_in_avlist() does that.
+ * Appends a command text (36). No password in it is masked here; aaa_util_add_svc_attrs_in_avlist()
+ * does that.
  * @param[in]     text   the command
  * @param[in]     length bytes to store; count the NUL in, so that readers find it
  * @param[in,out] list   list to append to

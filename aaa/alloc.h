@@ -29,7 +29,10 @@ extern "C" {
  * callers that use the wrappers from several threads serialise themselves.
  */
 
-/** Head of a queue of the platform. The records are linked through their first pointer, the last one's is null. */
+/**
+ * Head of a queue of the platform. The records are linked through their first pointer; that of the last one
+ * is null.
+ */
 typedef struct aaa_queue {
     void *head;       /**< first record, or null */
     void *tail;       /**< last record, or null */
@@ -57,7 +60,10 @@ static_assert(offsetof(aaa_malloc_rec_t, size) == 16, "layout of aaa_malloc_rec_
 static_assert(offsetof(aaa_malloc_rec_t, line) == 20, "layout of aaa_malloc_rec_t");
 static_assert(offsetof(aaa_malloc_rec_t, name) == 24, "layout of aaa_malloc_rec_t");
 
-/** Records of the live blocks, oldest first; all zero until the first one. For debugging tools to walk, not to change. */
+/**
+ * Records of the live blocks, oldest first; all zero until the first one. For debugging tools to walk, not
+ * to change.
+ */
 AAA_API extern aaa_queue_t malloc_queue;
 
 /**
@@ -82,7 +88,8 @@ AAA_API void *aaa_util_malloc(const char *name, uint32_t line, uint32_t size);
  * @param[in] ptr  block of any malloc(); may be null (then it allocates)
  * @param[in] size bytes. Do not pass 0: the block may be gone then, but its record stays.
  *
- * Ownership: *Caller frees* the result with aaa_util_free(); @p ptr is *Handed over* unless the result is null.
+ * Ownership: *Caller frees* the result with aaa_util_free(); @p ptr is *Handed over* unless the result
+ * is null.
  * @return the block, moved or not; null without memory, and @p ptr is untouched then
  */
 AAA_API void *aaa_util_realloc(const char *name, uint32_t line, void *ptr, uint32_t size);

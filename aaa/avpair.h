@@ -163,6 +163,7 @@ AAA_API void aaa_avpair_free_list(avlist *list);
  * @param[in] buf may be null (the result is null)
  *
  * Ownership: *Borrowed*: valid as long as the buffer is.
+ * @return the address, also when the buffer has no pairs; null when buf is null
  */
 AAA_API avpair_t *aaa_avpair_get_first_avpair_in_buf(avpair_buffer_t *buf);
 
@@ -200,6 +201,18 @@ AAA_API cerrno aaa_avpair_add(uint32_t type, uint32_t flags, const void *value, 
 /**
  * Appends a pair as aaa_avpair_add() does, with len before tag in the argument
  * list and a trace line without the numeric type. Both orders are in use.
+ * @param[in]     type  attribute type; AAA_ATTR_MAX stops the process
+ * @param[in]     flags flag bits of the pair
+ * @param[in]     value value bytes, integers in host order; may be null when len is 0
+ * @param[in]     len   number of value bytes
+ * @param[in]     tag   tag of the pair
+ * @param[in,out] list  list to append to; as it was on failure
+ *
+ * Ownership: *Copied in*: the value.
+ * @return
+ * - AAA_OK: appended
+ * - AAA_ERR_INVALID_ARG: list is null, or value is null and len is not 0
+ * - AAA_ERR_NOMEM: no memory, or a pair too large for a buffer
  */
 AAA_API cerrno aaa_avpair_add_with_tag(uint32_t type, uint32_t flags, const void *value, uint32_t len,
                                        uint32_t tag, avlist *list);
@@ -222,7 +235,8 @@ AAA_API cerrno aaa_avpair_get_mem_usage(const avlist *list, avpair_mem_stats_t *
  * @param[in]  list list to walk
  * @param[out] pair the pair; untouched unless AAA_OK is returned
  *
- * Ownership: *Borrowed*: position and pair are valid until a pair of the list is deleted or changes its length.
+ * Ownership: *Borrowed*: position and pair are valid until a pair of the list is deleted or changes
+ * its length.
  * @return
  * - AAA_OK: positioned
  * - AAA_STATUS_END_OF_LIST: the list has no pairs
@@ -248,6 +262,9 @@ AAA_API cerrno aaa_avpair_iterator_get_next(aaa_avpair_iterator_t *it, avpair_t 
  * Gives the address that follows a pair: pair + 16 + av_len, rounded up to a multiple of 4.
  * Nothing is checked; the caller knows whether a pair is stored there.
  * @param[in] pair pair in a buffer, deleted or not; not null
+ *
+ * Ownership: *Borrowed*: valid as long as the buffer is.
+ * @return the address, never null; the end of the stored pairs when the pair is the last of its buffer
  */
 AAA_API avpair_t *aaa_avpair_get_adjacent(const avpair_t *pair);
 

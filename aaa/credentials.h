@@ -157,7 +157,8 @@ static_assert(offsetof(aaa_author_req_t, attrs) == 88, "layout of aaa_author_req
  *                         AAA_AO_... with all its bits: an option with anything above its low byte carries
  *                         no CHAP data.
  *
- * Ownership: *Copied in*: everything the record points to. *Handed over*: a remote address found here, to the record.
+ * Ownership: *Copied in*: everything the record points to. *Handed over*: a remote address found here, to
+ * the record.
  * @return
  * - AAA_OK: added
  * - AAA_ERR_INVALID_ARG: cred or list is null
@@ -233,7 +234,8 @@ AAA_API cerrno aaa_lib_update_mnemonic_and_flags(aaa_usercred_t *cred, avlist *l
  * @param[in]  type     AAA_AO_...: 5 and 9 copy data and response, 7 and 10 the data; for any other option
  *                      a copy of a source with CHAP data has a zeroed CHAP record
  *
- * Ownership: *Caller frees* the copy with aaa_util_free_usercred(), same service and type, also after a failure.
+ * Ownership: *Caller frees* the copy with aaa_util_free_usercred(), same service and type, also after
+ * a failure.
  * @return
  * - AAA_OK: copied
  * - AAA_ERR_INVALID_ARG: source or out is null, or CHAP data have a length and no bytes

@@ -52,7 +52,7 @@ enum aaa_attr {
 /* Flag bits of a pair that have a meaning; the others are the callers'. */
 #define AAA_AVF_PRINT_EQUALS 0x4u   /**< printed with '=', without it with '*' */
 #define AAA_AVF_PRINT_OUT    0x8u   /**< printed with "[out] " */
-#define AAA_AVF_UPDATED      0x400u /**< set by updates of password, sequence number, message type and method */
+#define AAA_AVF_UPDATED      0x400u /**< set by updates: password, sequence number, message type, method */
 
 /** Row of the dictionary. */
 typedef struct aaa_table_row {

@@ -48,16 +48,29 @@ AAA_API char *aaa_util_convert_tty_name(char *device);
  */
 AAA_API int aaa_is_console(const char *device);
 
-/** As aaa_is_console(), for the auxiliary port. */
+/**
+ * Tells whether a device file is the auxiliary port.
+ *
+ * @param[in] device NUL-terminated device file name, may be null
+ * @return 1 when the platform reports that kind, 0 otherwise
+ */
 AAA_API int aaa_is_aux(const char *device);
 
-/** As aaa_is_console(), for a virtual terminal. */
+/**
+ * Tells whether a device file is a virtual terminal.
+ *
+ * @param[in] device NUL-terminated device file name, may be null
+ * @return 1 when the platform reports that kind, 0 otherwise
+ */
 AAA_API int aaa_is_vty(const char *device);
 
 /**
- * As aaa_is_console(), for a terminal line of either numbering.
+ * Tells whether a device file is a terminal line of either numbering.
  *
  * Asks the platform a second time when the first answer is not the second numbering.
+ *
+ * @param[in] device NUL-terminated device file name, may be null
+ * @return 1 when the platform reports one of the two kinds, 0 otherwise
  */
 AAA_API int aaa_is_tty(const char *device);
 

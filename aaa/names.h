@@ -295,7 +295,11 @@ AAA_API const char *aaa_print_msgtype(uint32_t msgtype);
  */
 AAA_API const char *aaa_util_print_method(uint32_t method);
 
-/** Does the same as aaa_util_print_method(), which it calls. */
+/**
+ * Does the same as aaa_util_print_method(), which it calls.
+ * @param[in] method enum aaa_method
+ * @return the name, or "<unknown method value>"
+ */
 AAA_API const char *aaa_util_print_authen_method(uint32_t method);
 
 /**

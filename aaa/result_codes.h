@@ -104,7 +104,10 @@ extern "C" {
 
 /** Result of the list iterators at the end of a list: index 48 with severity class 00, a normal status. */
 #define AAA_STATUS_END_OF_LIST 0x22466000u
-/** Result of validate_encrypted_password() for every malformed key: index 52, for which no text is registered. */
+/**
+ * Result of validate_encrypted_password() for every malformed key: index 52, for which no text is
+ * registered.
+ */
 #define AAA_ERR_BAD_ENCRYPTED_KEY 0xa2466800u
 
 /* Codes of other facilities that the library produces, tests or passes on */
@@ -191,7 +194,10 @@ AAA_API extern const kel_msg_rec_t kel_msg_rec_aaa_dllmain_error;
 AAA_API extern const kel_msg_rec_t kel_msg_rec_aaa_err_ecm;
 /** Message 9, error, rate-limited: a fault in the mapping of server groups. */
 AAA_API extern const kel_msg_rec_t kel_msg_rec_aaa_err_server_group;
-/** Message 10, debug in spite of its mnemonic, rate-limited: the system database failed; action, path, text of the code. */
+/**
+ * Message 10, debug in spite of its mnemonic, rate-limited: the system database failed; action, path, text
+ * of the code.
+ */
 AAA_API extern const kel_msg_rec_t kel_msg_rec_aaa_err_sysdb;
 /** Message 11, error: for the debug tracing component; the library does not raise it. */
 AAA_API extern const kel_msg_rec_t kel_msg_rec_aaa_invalid_debug_flag;
@@ -211,29 +217,57 @@ AAA_API extern kel_msg_limit_t kel_msg_limit_aaa_err_sysdb;
  * record is reached from another shared object without a copy of it.
  *
  * Ownership: *Borrowed* until the library is unloaded.
- *
- * Returns the address, never null.
  * @{
  */
-/** Gives the address of kel_msg_rec_aaa_debug_error. */
+/**
+ * Gives the address of kel_msg_rec_aaa_debug_error.
+ * @return the address, never null
+ */
 AAA_API const kel_msg_rec_t *kel_msg_rec_aaa_debug_error_getfn(void);
-/** Gives the address of kel_msg_rec_aaa_dllmain_error. */
+/**
+ * Gives the address of kel_msg_rec_aaa_dllmain_error.
+ * @return the address, never null
+ */
 AAA_API const kel_msg_rec_t *kel_msg_rec_aaa_dllmain_error_getfn(void);
-/** Gives the address of kel_msg_rec_aaa_err_ecm. */
+/**
+ * Gives the address of kel_msg_rec_aaa_err_ecm.
+ * @return the address, never null
+ */
 AAA_API const kel_msg_rec_t *kel_msg_rec_aaa_err_ecm_getfn(void);
-/** Gives the address of kel_msg_limit_aaa_err_server_group. */
+/**
+ * Gives the address of kel_msg_limit_aaa_err_server_group.
+ * @return the address, never null
+ */
 AAA_API kel_msg_limit_t *kel_msg_limit_aaa_err_server_group_getfn(void);
-/** Gives the address of kel_msg_rec_aaa_err_server_group. */
+/**
+ * Gives the address of kel_msg_rec_aaa_err_server_group.
+ * @return the address, never null
+ */
 AAA_API const kel_msg_rec_t *kel_msg_rec_aaa_err_server_group_getfn(void);
-/** Gives the address of kel_msg_limit_aaa_err_sysdb. */
+/**
+ * Gives the address of kel_msg_limit_aaa_err_sysdb.
+ * @return the address, never null
+ */
 AAA_API kel_msg_limit_t *kel_msg_limit_aaa_err_sysdb_getfn(void);
-/** Gives the address of kel_msg_rec_aaa_err_sysdb. */
+/**
+ * Gives the address of kel_msg_rec_aaa_err_sysdb.
+ * @return the address, never null
+ */
 AAA_API const kel_msg_rec_t *kel_msg_rec_aaa_err_sysdb_getfn(void);
-/** Gives the address of kel_msg_rec_aaa_invalid_debug_flag. */
+/**
+ * Gives the address of kel_msg_rec_aaa_invalid_debug_flag.
+ * @return the address, never null
+ */
 AAA_API const kel_msg_rec_t *kel_msg_rec_aaa_invalid_debug_flag_getfn(void);
-/** Gives the address of kel_msg_rec_aaa_lib_util_error_no_mem. */
+/**
+ * Gives the address of kel_msg_rec_aaa_lib_util_error_no_mem.
+ * @return the address, never null
+ */
 AAA_API const kel_msg_rec_t *kel_msg_rec_aaa_lib_util_error_no_mem_getfn(void);
-/** Gives the address of kel_msg_rec_aaa_whitespace_truncated_in_server_key. */
+/**
+ * Gives the address of kel_msg_rec_aaa_whitespace_truncated_in_server_key.
+ * @return the address, never null
+ */
 AAA_API const kel_msg_rec_t *kel_msg_rec_aaa_whitespace_truncated_in_server_key_getfn(void);
 /** @} */
 

@@ -209,7 +209,7 @@ AAA_API cerrno aaa_util_get_next_ord_index(const char *sg_name, uint32_t protoco
  * Chooses or checks the index of a server as aaa_util_get_next_ord_index() does, with the entry
  * names of TACACS servers for every protocol.
  *
- * Ownership and codes are those of aaa_util_get_next_ord_index().
+ * Ownership: as with aaa_util_get_next_ord_index().
  *
  * @param[in]  sg_name    as there, like all others but the two that follow
  * @param[in]  protocol   as there
@@ -220,6 +220,12 @@ AAA_API cerrno aaa_util_get_next_ord_index(const char *sg_name, uint32_t protoco
  * @param[in]  ignored    not looked at
  * @param[in]  is_dir     as there
  * @param[in]  is_private as there
+ *
+ * @return
+ * - AAA_OK: @p index_out is set as said there
+ * - AAA_ERR_INVALID_ARG: @p index_out or @p host is null
+ * - AAA_ERR_INDEX_IN_USE: the index is taken, or the host is stored at another index
+ * - an errno value, or a code of the system database
  */
 AAA_API cerrno aaa_util_get_next_tacacs_ord_index(const char *sg_name, uint32_t protocol, uint32_t requested,
                                                   uint32_t *index_out, const char *host, uint32_t port,

@@ -31,7 +31,8 @@ int freeradius_add_text(struct radius_packet *request, struct value_pair **tail,
 /* Encodes into out; the length, or -1. */
 int freeradius_encode(struct radius_packet *request, char *out, uint32_t size);
 
-/* Checks and decodes a message, which must stay valid until the packet is released; null when it is invalid. */
+/* Checks and decodes a message, which must stay valid until the packet is released; null when it is
+ * invalid. */
 struct radius_packet *freeradius_decode(char *message, uint32_t len);
 
 struct freeradius_value {

@@ -49,8 +49,8 @@ PLATFORM_API char *pw_encrypt(const char *text, int type);
  *
  * @return
  * - the clear text, which may be empty
- * - null: the text is not a sealed text, was changed after it was sealed, or was sealed under a master key that
- *   is missing; the type is not 7; or there is no memory. A log line says which, without the text
+ * - null: the text is not a sealed text, was changed after it was sealed, or was sealed under a master key
+ *   that is missing; the type is not 7; or there is no memory. A log line says which, without the text
  */
 PLATFORM_API char *pw_decrypt(const char *text, int type);
 

@@ -57,7 +57,8 @@ typedef int32_t (*event_async_handler_t)(void *arg);
  * @param[in] zero         ignored
  * @param[in] private_word ignored; may be null
  *
- * Ownership: *Caller frees*, with event_manager_destroy(), or leaves it to the unloading of the caller's object.
+ * Ownership: *Caller frees*, with event_manager_destroy(), or leaves it to the unloading of the caller's
+ * object.
  *
  * @return the handle, or null with errno set.
  */

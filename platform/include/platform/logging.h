@@ -45,8 +45,8 @@ PLATFORM_API void kel_errmsg(const void *record, uint32_t severity, ...);
  * filling and of notifications, and may contain line feeds. The library's SIGALRM
  * handler traces (flag 5, one number) between a read and the test of errno.
  *
- * @param[in] flag   debug flag (aaa/debug_flags.h names them); the list printer passes on its caller's number, which
- *                   may be any
+ * @param[in] flag   debug flag (aaa/debug_flags.h names them); the list printer passes on its caller's
+ *                   number, which may be any
  * @param[in] format printf format
  */
 PLATFORM_API void aaa_debug(uint32_t flag, const char *format, ...);

@@ -59,7 +59,7 @@ typedef void *sysdb_list_t;
 /* Codes of the system database besides those of aaa/result_codes.h. */
 #define SYSDB_ERR_INVALID_ARG     0x80819000u /**< null pointer, unknown flag */
 #define SYSDB_ERR_BAD_HANDLE      0x80819800u /**< unknown or stale connection or notification */
-#define SYSDB_ERR_BAD_PATH        0x8081a400u /**< empty component, control character, unknown tree, wrong end */
+#define SYSDB_ERR_BAD_PATH        0x8081a400u /**< empty part, control character, unknown tree, wrong end */
 #define SYSDB_ERR_PATH_TOO_LONG   0x80819600u /**< the absolute path does not fit the provider's keys */
 #define SYSDB_ERR_TYPE_MISMATCH   0x80819400u /**< the item is of another type than expected */
 #define SYSDB_ERR_BAD_VALUE       0x8081a600u /**< the value does not have the form of its type */
@@ -91,8 +91,8 @@ typedef void *sysdb_list_t;
  * - SYSDB_ERR_LIB_ABSENT: no provider, or the library that calls is being unloaded
  * - SYSDB_ERR_INVALID_ARG: a pointer is null, or a flag is unknown
  * - SYSDB_ERR_BAD_PATH, SYSDB_ERR_PATH_TOO_LONG: the path
- * - SYSDB_ERR_CORRUPT, SYSDB_ERR_ACCESS, SYSDB_ERR_STORAGE, SYSDB_ERR_BUSY, SYSDB_ERR_NOMEM: the database cannot
- *   be opened; a log line names the file
+ * - SYSDB_ERR_CORRUPT, SYSDB_ERR_ACCESS, SYSDB_ERR_STORAGE, SYSDB_ERR_BUSY, SYSDB_ERR_NOMEM: the database
+ *   cannot be opened; a log line names the file
  */
 PLATFORM_API cerrno _sysdb_bind(sysdb_conn_t *conn, const char *path, uint32_t flags);
 
@@ -143,8 +143,8 @@ PLATFORM_API cerrno sysdb_conn_to_coid(sysdb_conn_t conn, int32_t *coid);
  * - 0: read
  * - SYSDB_ERR_NOT_FOUND: the item does not exist
  * - SYSDB_ERR_TYPE_MISMATCH: the item has another type; logged
- * - SYSDB_ERR_BAD_VALUE: the stored bytes do not fit their type (a number not of four bytes, a string without NUL,
- *   a truncated tuple); logged
+ * - SYSDB_ERR_BAD_VALUE: the stored bytes do not fit their type (a number not of four bytes, a string
+ *   without NUL, a truncated tuple); logged
  * - SYSDB_ERR_BAD_HANDLE: unknown or stale connection
  * - a code of _sysdb_bind()
  */
@@ -229,7 +229,8 @@ PLATFORM_API cerrno sysdb_list_start(sysdb_list_t list);
  * Gives the next entry of a list.
  *
  * @param[in]  list  the list
- * @param[out] name  relative to the listed directory; a directory's name ends in '/'. Null after the last entry
+ * @param[out] name  relative to the listed directory; a directory's name ends in '/'. Null after the last
+ *                   entry
  * @param[out] type  the item's type, or SYSDB_TYPE_DIRECTORY; may be null
  * @param[in]  flags 0
  *
@@ -351,14 +352,15 @@ PLATFORM_API cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *
  * @param[in] notification the handle
  *
  * @return
- * - 0: removed, or the notification is 0: a record is released alike whether or not its registration succeeded
+ * - 0: removed, or the notification is 0: a record is released alike whether or not its registration
+ *   succeeded
  * - SYSDB_ERR_BAD_HANDLE: unknown or stale connection or notification
  */
 PLATFORM_API cerrno sysdb_notification_unregister(sysdb_conn_t conn, uint64_t notification);
 
 /**
- * Calls the callbacks of a connection that have pending changes, and returns. A program without an event manager polls the connection's channel id
- * and calls this when it is readable:
+ * Calls the callbacks of a connection that have pending changes, and returns. A program without an event
+ * manager polls the connection's channel id and calls this when it is readable:
  *
  *     sysdb_conn_to_coid(conn, &fd);
  *     struct pollfd ready = { fd, POLLIN, 0 };

@@ -47,11 +47,14 @@ extern "C" {
 typedef struct sysdb_host {
     uint32_t abi;  /**< SYSDB_PROVIDER_ABI */
     uint32_t size; /**< sizeof(sysdb_host_t) of the platform */
-    /** Logs one line; severity as for syslog(3), mnemonic in capitals. Any thread, no line feed in the text. */
+    /**
+     * Logs one line; severity as for syslog(3), mnemonic in capitals. Any thread, no line feed in the text.
+     */
     void (*log)(uint32_t severity, const char *mnemonic, const char *text);
     /**
-     * Tells whether stored bytes fit their type, as item_set requires: 1, else 0. Bytes stored by another process
-     * may not; they must not reach a notification callback. Any thread, takes no lock. May be missing: see size.
+     * Tells whether stored bytes fit their type, as item_set requires: 1, else 0. Bytes stored by another
+     * process may not; they must not reach a notification callback. Any thread, takes no lock. May be
+     * missing: see size.
      */
     int (*value_fits)(uint32_t datatype, const void *value, uint32_t length);
 } sysdb_host_t;
