@@ -20,9 +20,9 @@
 
 #include "aaa/aaautil.h"
 #include "aaa/transport.h"
+#include "support/sysdb.hpp"
+#include "support/temp_dir.hpp"
 #include "support/transport.hpp"
-#include "sysdb_support.hpp"
-#include "temp_dir.hpp"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "aaa/aaautil.h"
 #include "platform/cerr.h"
 #include "platform/sysdb.h"
-#include "sysdb_support.hpp"
+#include "support/sysdb.hpp"
 
 namespace {
 

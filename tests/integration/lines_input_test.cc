@@ -19,7 +19,7 @@
 #include <string>
 
 #include "aaa/result_codes.h"
-#include "terminal_process.hpp"
+#include "support/terminal_process.hpp"
 
 // The program's own definition takes precedence over libc's.
 extern "C" unsigned alarm(unsigned seconds) noexcept {

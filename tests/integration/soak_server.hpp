@@ -16,7 +16,7 @@
 #include <iterator>
 #include <string>
 
-#include "temp_dir.hpp"
+#include "support/temp_dir.hpp"
 
 // Users of the soak, with the fewest hash rounds that crypt(3) allows.
 inline constexpr char kSoakUsers[] =

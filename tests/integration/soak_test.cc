@@ -22,7 +22,7 @@
 #include "aaa/aaautil.h"
 #include "soak_clients.hpp"
 #include "soak_server.hpp"
-#include "sysdb_support.hpp"
+#include "support/sysdb.hpp"
 
 namespace {
 

@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-#include "temp_dir.hpp"
+#include "support/temp_dir.hpp"
 
 using ChildBodies = std::map<std::string, std::function<void()>>;
 

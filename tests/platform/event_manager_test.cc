@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "event_loop.hpp"
-#include "sysdb_support.hpp"
+#include "support/sysdb.hpp"
 
 namespace {
 

@@ -21,7 +21,7 @@
 #include <thread>
 
 #include "platform/terminal.h"
-#include "terminal_process.hpp"
+#include "support/terminal_process.hpp"
 
 namespace {
 

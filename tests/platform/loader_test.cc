@@ -15,7 +15,7 @@
 
 #include "event_loop.hpp"
 #include "platform/node.h"
-#include "sysdb_support.hpp"
+#include "support/sysdb.hpp"
 
 namespace {
 

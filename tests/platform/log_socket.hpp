@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "temp_dir.hpp"
+#include "support/temp_dir.hpp"
 
 class LogSocket {
   public:

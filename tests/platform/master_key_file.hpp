@@ -13,7 +13,7 @@
 #include "open_files.hpp"
 #include "platform/cipher.h"
 #include "platform/control.h"
-#include "temp_dir.hpp"
+#include "support/temp_dir.hpp"
 
 inline std::string text_or_null(char *text) {
     const std::string out = text != nullptr ? text : "(null)";

@@ -18,8 +18,8 @@
 #include "platform/task_table.h"
 #include "platform/terminal.h"
 #include "support/fail_alloc.hpp"
-#include "temp_dir.hpp"
-#include "terminal_process.hpp"
+#include "support/temp_dir.hpp"
+#include "support/terminal_process.hpp"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "child_process.hpp"
-#include "temp_dir.hpp"
+#include "support/temp_dir.hpp"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <string>
 
 #include "platform/node.h"
-#include "temp_dir.hpp"
+#include "support/temp_dir.hpp"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "sysdb_support.hpp"
+#include "support/sysdb.hpp"
 
 namespace {
 

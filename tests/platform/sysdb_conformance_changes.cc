@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "platform/sysdb_changes.h"
+#include "support/sysdb.hpp"
 #include "sysdb_conformance.hpp"
-#include "sysdb_support.hpp"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "sysdb_support.hpp"
+#include "support/sysdb.hpp"
 
 using Texts = std::vector<std::string>;
 

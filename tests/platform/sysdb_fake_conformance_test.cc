@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 
 #include "aaa/testkit.h"
+#include "support/sysdb.hpp"
 #include "sysdb_conformance.hpp"
-#include "sysdb_support.hpp"
 
 void prepare_database() {
     testkit_reset();

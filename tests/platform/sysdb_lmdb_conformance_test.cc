@@ -2,8 +2,8 @@
 //
 // The embedded provider passes the tests that all providers must pass.
 
+#include "support/sysdb.hpp"
 #include "sysdb_conformance.hpp"
-#include "sysdb_support.hpp"
 
 void prepare_database() {
     static const DatabaseSandbox sandbox;

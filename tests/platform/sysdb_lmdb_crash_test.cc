@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "platform/sysdb_changes.h"
-#include "sysdb_support.hpp"
+#include "support/sysdb.hpp"
 
 namespace {
 

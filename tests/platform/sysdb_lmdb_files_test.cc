@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "support/database_table.hpp"
-#include "sysdb_support.hpp"
+#include "support/sysdb.hpp"
 
 namespace {
 

@@ -17,7 +17,7 @@
 
 #include "open_files.hpp"
 #include "support/database_table.hpp"
-#include "sysdb_support.hpp"
+#include "support/sysdb.hpp"
 
 namespace {
 

@@ -11,7 +11,7 @@
 
 #include "platform/cerr.h"
 #include "platform/event_manager.h"
-#include "sysdb_support.hpp"
+#include "support/sysdb.hpp"
 
 namespace {
 

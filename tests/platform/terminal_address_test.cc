@@ -14,8 +14,8 @@
 
 #include "log_socket.hpp"
 #include "platform/terminal.h"
-#include "temp_dir.hpp"
-#include "terminal_process.hpp"
+#include "support/temp_dir.hpp"
+#include "support/terminal_process.hpp"
 
 namespace {
 

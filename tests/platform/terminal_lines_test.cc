@@ -14,8 +14,8 @@
 #include "open_files.hpp"
 #include "platform/control.h"
 #include "platform/terminal.h"
-#include "temp_dir.hpp"
-#include "terminal_process.hpp"
+#include "support/temp_dir.hpp"
+#include "support/terminal_process.hpp"
 
 namespace {
 

@@ -13,8 +13,8 @@
 
 #include "aaa/lines.h"
 #include "log_socket.hpp"
-#include "temp_dir.hpp"
-#include "terminal_process.hpp"
+#include "support/temp_dir.hpp"
+#include "support/terminal_process.hpp"
 
 namespace {
 

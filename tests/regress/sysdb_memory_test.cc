@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "support/fail_alloc.hpp"
-#include "sysdb_support.hpp"
+#include "support/sysdb.hpp"
 
 namespace {
 

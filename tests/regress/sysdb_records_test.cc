@@ -11,7 +11,7 @@
 #include <string>
 
 #include "support/database_table.hpp"
-#include "sysdb_support.hpp"
+#include "support/sysdb.hpp"
 
 namespace {
 

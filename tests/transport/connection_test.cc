@@ -19,8 +19,8 @@
 
 #include "aaa/result_codes.h"
 #include "aaa/transport.h"
+#include "support/temp_dir.hpp"
 #include "support/transport.hpp"
-#include "temp_dir.hpp"
 
 namespace {
 

@@ -25,8 +25,8 @@
 
 #include "aaa/aaautil.h"
 #include "aaa/transport.h"
+#include "support/temp_dir.hpp"
 #include "support/transport.hpp"
-#include "temp_dir.hpp"
 
 namespace {
 

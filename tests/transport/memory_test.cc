@@ -9,8 +9,8 @@
 #include "aaa/aaautil.h"
 #include "aaa/transport.h"
 #include "support/fail_alloc.hpp"
+#include "support/temp_dir.hpp"
 #include "support/transport.hpp"
-#include "temp_dir.hpp"
 
 namespace {
 

@@ -25,7 +25,7 @@
 #include <vector>
 
 #include "aaa/result_codes.h"
-#include "platform/terminal_process.hpp"
+#include "support/terminal_process.hpp"
 #include "testkit/fake_platform.hpp"
 
 namespace {

@@ -12,7 +12,7 @@
 #include "aaactl/support/file_size_limit.hpp"
 #include "aaactl/support/program_run.hpp"
 #include "cli/output.hpp"
-#include "temp_dir.hpp"
+#include "support/temp_dir.hpp"
 
 namespace {
 

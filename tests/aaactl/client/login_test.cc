@@ -9,7 +9,7 @@
 
 #include "aaactl/client/scripted_server.hpp"
 #include "aaactl/support/database_fixture.hpp"
-#include "terminal_process.hpp"
+#include "support/terminal_process.hpp"
 
 namespace {
 

@@ -18,7 +18,7 @@
 #include "aaa/session_packets.h"
 #include "aaactl/support/program_run.hpp"
 #include "cli/output.hpp"
-#include "temp_dir.hpp"
+#include "support/temp_dir.hpp"
 
 namespace {
 

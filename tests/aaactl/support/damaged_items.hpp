@@ -10,7 +10,7 @@
 
 #include "platform/sysdb.h"
 #include "support/database_table.hpp"
-#include "temp_dir.hpp"
+#include "support/temp_dir.hpp"
 
 namespace aaactl_test {
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "aaactl/support/program_run.hpp"
-#include "temp_dir.hpp"
+#include "support/temp_dir.hpp"
 
 namespace aaactl_test {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "sysdb_support.hpp"
+#include "support/sysdb.hpp"
 
 #include <fcntl.h>
 #include <poll.h>
