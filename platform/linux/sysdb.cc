@@ -188,11 +188,9 @@ cerrno sysdb_item_delete(sysdb_conn_t conn, const char *path, uint32_t flags) {
 }
 
 cerrno sysdb_apply(sysdb_conn_t conn, const sysdb_change_t *changes, uint32_t count, uint32_t *failed) {
-    if (changes == nullptr && count != 0) {
-        return SYSDB_ERR_INVALID_ARG;
-    }
     uint32_t refused = count;
-    cerrno rc = check_changes(changes, count, refused);
+    cerrno rc = changes == nullptr && count != 0 ? cerrno{SYSDB_ERR_INVALID_ARG}
+                                                 : check_changes(changes, count, refused);
     if (rc == 0) {
         rc = forward_changes(conn, changes, count, refused);
     }

@@ -119,6 +119,13 @@ TEST_P(SysdbChanges, RefusesStaleHandlesAndNulls) {
     EXPECT_EQ("", items());
 }
 
+// Symptom: a caller that printed the index of the refused change printed what its variable held before.
+TEST_P(SysdbChanges, NullChangesAreNoneThatWasRefused) {
+    uint32_t failed = 99;
+    EXPECT_EQ(SYSDB_ERR_INVALID_ARG, sysdb_apply(conn(), nullptr, 3, &failed));
+    EXPECT_EQ(3u, failed);
+}
+
 TEST_P(SysdbChanges, ExpectationsDecide) {
     ASSERT_EQ("0", apply({set("a", 1)}));
     EXPECT_EQ("0", apply({expect("a", 1), absent("b"), set("b", 2)}));
