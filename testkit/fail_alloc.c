@@ -13,6 +13,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "fail_alloc.h"
+
 #if defined(__has_feature)
 #define HAS_FEATURE(x) __has_feature(x)
 #else
@@ -24,16 +26,6 @@
 #else
 #define REPLACE_MALLOC 1
 #endif
-
-int fail_alloc_available(void);
-void fail_alloc_arm(unsigned k, int all_from_there);
-void fail_alloc_disarm(void);
-unsigned fail_alloc_counted(void);
-unsigned fail_alloc_fired(void);
-unsigned fail_alloc_outstanding(void);
-void fail_alloc_pause(void);
-void fail_alloc_resume(void);
-void fail_alloc_watch_frees(void (*watch)(unsigned char *block, size_t size));
 
 /* Initial-exec: a first access must not allocate. */
 #define THREAD_LOCAL static __thread __attribute__((tls_model("initial-exec")))

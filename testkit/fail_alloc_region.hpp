@@ -3,24 +3,7 @@
 // Allocations that fail on demand: one armed region.
 #pragma once
 
-#include <cstddef>
-
-extern "C" {
-int fail_alloc_available(void);
-void fail_alloc_arm(unsigned k, int all_from_there);
-void fail_alloc_disarm(void);
-// Allocations counted, and made to fail, since the last arming.
-unsigned fail_alloc_counted(void);
-unsigned fail_alloc_fired(void);
-// Blocks taken since the last arming, while armed and not paused, and not freed yet (at most 1024).
-unsigned fail_alloc_outstanding(void);
-// Nestable.
-void fail_alloc_pause(void);
-void fail_alloc_resume(void);
-// Called with every block that this thread frees, before it is freed; null
-// ends that. The function must not allocate or free.
-void fail_alloc_watch_frees(void (*watch)(unsigned char *block, size_t size));
-}
+#include "fail_alloc.h"
 
 namespace fake {
 
