@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Handles of the transport that release themselves, for tests that are a server,
-// a client, or both.
+// Handles of the transport that release themselves and a fixture with a path, for
+// tests that are a server, a client, or both.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,8 +13,18 @@
 
 #include "aaa/result_codes.h"
 #include "aaa/transport.h"
+#include "support/temp_dir.hpp"
 
 namespace transport_test {
+
+constexpr uint32_t kShort = 30;  // ms: deadline of calls for which nothing ever comes
+
+// A directory with the path of a socket in it.
+class SocketTest : public testing::Test {
+  protected:
+    TempDir dir_;
+    const std::string path_ = dir_.path("socket");
+};
 
 struct FreeTransport {
     void operator()(aaa_transport_t *transport) const { aaa_transport_free(transport); }

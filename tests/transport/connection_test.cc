@@ -19,7 +19,6 @@
 
 #include "aaa/result_codes.h"
 #include "aaa/transport.h"
-#include "support/temp_dir.hpp"
 #include "support/transport.hpp"
 
 namespace {
@@ -27,12 +26,13 @@ namespace {
 using transport_test::accept_from;
 using transport_test::connect_to;
 using transport_test::descriptor;
+using transport_test::kShort;
 using transport_test::listen_at;
 using transport_test::make_transport;
 using transport_test::send_raw;
+using transport_test::SocketTest;
 using transport_test::Transport;
 
-constexpr uint32_t kShort = 30;  // ms: deadline of calls for which nothing ever comes
 constexpr uid_t kOtherUser = 65534;
 
 // Runs a body in a child process, which cannot report failures to GoogleTest. Returns the number of
@@ -81,10 +81,8 @@ cerrno try_connect(const Transport &client, const std::string &path, int64_t dea
         EXPECT_EQ(descriptor(transport), -1) << "a descriptor is left open"; \
     } while (false)
 
-class Connection : public testing::Test {
+class Connection : public SocketTest {
   protected:
-    TempDir dir_;
-    const std::string path_ = dir_.path("socket");
     Transport client_ = make_transport();
 };
 

@@ -25,7 +25,6 @@
 
 #include "aaa/aaautil.h"
 #include "aaa/transport.h"
-#include "support/temp_dir.hpp"
 #include "support/transport.hpp"
 
 namespace {
@@ -33,15 +32,15 @@ namespace {
 using transport_test::accept_from;
 using transport_test::connect_to;
 using transport_test::descriptor;
+using transport_test::kShort;
 using transport_test::listen_at;
 using transport_test::make_transport;
 using transport_test::send_raw;
+using transport_test::SocketTest;
 using transport_test::Transport;
 
-constexpr uint32_t kShort = 30;  // ms: deadline of calls for which nothing ever comes
-
 // Both ends of a connection.
-class Exchange : public testing::Test {
+class Exchange : public SocketTest {
   protected:
     void SetUp() override {
         client_ = connect_to(path_);
@@ -66,8 +65,6 @@ class Exchange : public testing::Test {
     }
     int error(const Transport &of) const { return aaa_transport_errno(of.get()); }
 
-    TempDir dir_;
-    const std::string path_ = dir_.path("socket");
     Transport listener_ = listen_at(path_);
     Transport client_;
     Transport server_;
