@@ -46,6 +46,8 @@ struct Field {
     uint16_t size;
     FieldForm form;  // number: host order, network: network order, of 1, 2, 4 or 8 bytes
     Meaning meaning;
+
+    bool is_number() const { return form == FieldForm::number || form == FieldForm::network; }
 };
 
 struct RecordLayout {

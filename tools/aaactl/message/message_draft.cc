@@ -11,10 +11,6 @@
 namespace aaactl {
 namespace {
 
-bool is_number(const Field &field) {
-    return field.form == FieldForm::number || field.form == FieldForm::network;
-}
-
 uint64_t most_of(const Field &field) {
     return field.size >= 8 ? UINT64_MAX : (uint64_t{1} << (8u * field.size)) - 1;
 }
@@ -104,7 +100,7 @@ const Field &Draft::field(std::string_view name) {
 }
 
 void Draft::number(const Field &field, uint64_t value) {
-    if (!is_number(field)) {
+    if (!field.is_number()) {
         throw Refused{std::string(field.name) + " is not a number"};
     }
     if (value > most_of(field)) {
@@ -115,7 +111,7 @@ void Draft::number(const Field &field, uint64_t value) {
 
 // A text is filled up with zeros; there has to be at least one.
 void Draft::content(const Field &field, std::string bytes) {
-    if (is_number(field)) {
+    if (field.is_number()) {
         throw Refused{std::string(field.name) + " is a number"};
     }
     if (field.form == FieldForm::text && bytes.size() < field.size) {

@@ -21,17 +21,13 @@ std::string hexadecimal(uint64_t value) {
     return text;
 }
 
-bool is_number(const Field &field) {
-    return field.form == FieldForm::number || field.form == FieldForm::network;
-}
-
 // Flags, words whose bits matter, and addresses are hexadecimal.
 bool better_in_hexadecimal(std::string_view name) {
     return name == "param" || name == "magic" || name == "list";
 }
 
 std::string field_text(const Record &record, const Field &field) {
-    if (is_number(field)) {
+    if (field.is_number()) {
         const uint64_t value = load_number(field, record.bytes);
         return better_in_hexadecimal(field.name) ? hexadecimal(value) : std::to_string(value);
     }
@@ -147,7 +143,7 @@ void read_field(Draft &draft, const Words &words) {
         throw Refused{"a field has the form NAME = VALUE"};
     }
     const Field &field = draft.field(words[0]);
-    if (is_number(field)) {
+    if (field.is_number()) {
         draft.number(field, number_in(words[2], UINT64_MAX));
     } else {
         draft.content(field, bytes_of(words[2]));
