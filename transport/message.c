@@ -58,19 +58,10 @@ aaa_transport_kind_t aaa_transport_kind_of(const aaa_transport_msg_t *msg) {
 
 size_t aaa_transport_response_size(uint32_t type) {
     switch (type) {
-        case AAA_REQ_CONNECT:
-        case AAA_REQ_AUTHEN:
-        case AAA_REQ_AUTHEN_ASYNC:
-        case AAA_REQ_AUTHOR:
-        case AAA_REQ_AUTHOR_ASYNC:
-        case AAA_REQ_ACCT:
-        case AAA_REQ_CALLBACK:
-        case AAA_REQ_ACCT_ASYNC:
-        case AAA_REQ_ACCT_UPDATE:
-            return AAA_SESS_RSP_SIZE_STATUS;
-        case AAA_REQ_TASKMAP:
-        case AAA_REQ_USERGROUP:
-            return AAA_SESS_RSP_SIZE_DATA;
+#define AAA_RESPONSE_SIZE(row_type, row_size) \
+    case row_type:                            \
+        return row_size;
+#include "aaa/lib/util/src/internal/response_sizes.def"
         default:
             return AAA_SESS_RSP_SIZE_OTHER;
     }
