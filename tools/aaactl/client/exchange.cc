@@ -5,8 +5,6 @@
 
 #include "client/exchange.hpp"
 
-#include <arpa/inet.h>
-
 #include <cstdlib>
 #include <cstring>
 
@@ -15,10 +13,6 @@
 
 namespace aaactl {
 namespace {
-
-constexpr size_t kBareHeader =
-    offsetof(aaa_reply_hdr_t, status);  // a classic reply to accounting may be no more
-constexpr size_t kStatusHeader = offsetof(aaa_reply_hdr_t, second);  // any other: the result follows
 
 Failure malformed(const std::string &socket, size_t offset, const std::string &why) {
     return {ExitCode::bad_input,
@@ -32,64 +26,48 @@ struct Received {
     ~Received() { explicit_bzero(msg.u.bytes, msg.len); }
 };
 
-// Where the list begins, and the result before it.
-struct Head {
-    size_t size;
-    cerrno result;
-};
-
-Head session_head(const std::string &socket, const aaa_transport_msg_t &msg, uint32_t type) {
-    aaa_sess_hdr_t header;
-    std::memcpy(&header, msg.u.bytes, sizeof header);  // its length is what told it from others
-    if (header.type != type) {
-        throw malformed(
-            socket, offsetof(aaa_sess_hdr_t, type),
-            "it answers a message of type " + std::to_string(header.type) + ", not " + std::to_string(type));
+// Names the place and the reason of a head that the transport does not read.
+[[noreturn]] void refuse_head(const std::string &socket, const aaa_transport_msg_t &msg, uint32_t type,
+                              const aaa_transport_head_t &head, cerrno rc) {
+    const std::string length = std::to_string(msg.len);
+    switch (rc) {
+        case AAA_ERR_INVALID_MSG_TYPE:
+            throw malformed(socket, 0,
+                            "neither a reply message nor a session packet of " + length + " bytes");
+        case AAA_ERR_UNEXPECTED_REPLY:
+            throw malformed(socket, offsetof(aaa_sess_hdr_t, type),
+                            "it answers a message of type " + std::to_string(head.type) + ", not " +
+                                std::to_string(type));
+        case AAA_ERR_INVALID_MSG_SIZE:
+            throw malformed(socket, msg.len,
+                            head.kind == AAA_TRANSPORT_SESSION
+                                ? "it ends inside the packet's " +
+                                      std::to_string(aaa_transport_response_size(type)) + " bytes"
+                                : "it ends inside the reply's header");
+        default:
+            throw Failure(ExitCode::bad_input, escaped(socket) + ": malformed reply", rc);
     }
-    const size_t size = aaa_transport_response_size(type);
-    if (msg.len < size) {
-        throw malformed(socket, msg.len, "it ends inside the packet's " + std::to_string(size) + " bytes");
-    }
-    cerrno result = AAA_OK;
-    std::memcpy(&result, msg.u.bytes + offsetof(aaa_sess_response_t, u.word[1]), sizeof result);
-    return {size, result};
-}
-
-Head classic_head(const std::string &socket, const aaa_transport_msg_t &msg, uint32_t type) {
-    if (msg.len < kStatusHeader) {
-        const bool accounting = type == AAA_REQ_ACCT || type == AAA_REQ_ACCT_UPDATE;
-        if (!accounting || msg.len != kBareHeader) {
-            throw malformed(socket, msg.len, "it ends inside the reply's header");
-        }
-        return {kBareHeader, AAA_OK};
-    }
-    cerrno result = AAA_OK;
-    std::memcpy(&result, msg.u.bytes + offsetof(aaa_reply_hdr_t, status), sizeof result);
-    return {kStatusHeader, ntohl(result)};
 }
 
 Reply read_reply(const std::string &socket, const aaa_transport_msg_t &msg, uint32_t type, bool session) {
-    const aaa_transport_kind_t kind = aaa_transport_kind_of(&msg);
-    if (kind == AAA_TRANSPORT_GARBAGE) {
-        throw malformed(
-            socket, 0,
-            "neither a reply message nor a session packet of " + std::to_string(msg.len) + " bytes");
-    }
+    aaa_transport_head_t head;
+    cerrno rc = aaa_transport_read_reply(&msg, type, &head);
     // A server without session packets answers in the classic form.
-    if (kind == AAA_TRANSPORT_SESSION && !session) {
+    if (head.kind == AAA_TRANSPORT_SESSION && !session) {
         throw malformed(socket, 0, "a session packet answers a classic request");
     }
-    const Head head =
-        kind == AAA_TRANSPORT_SESSION ? session_head(socket, msg, type) : classic_head(socket, msg, type);
+    if (rc != AAA_OK) {
+        refuse_head(socket, msg, type, head, rc);
+    }
     Reply reply{head.result, nullptr};
-    if (msg.len > head.size) {
+    if (head.list_at != 0) {
         avlist *list = nullptr;
-        const cerrno rc = aaa_transport_unpack(&msg, head.size, &list);
+        rc = aaa_transport_unpack(&msg, head.list_at, &list);
         reply.list.reset(list);
         if (rc != AAA_OK) {
             throw Failure(
                 ExitCode::bad_input,
-                escaped(socket) + ": malformed reply, the list at byte " + std::to_string(head.size), rc);
+                escaped(socket) + ": malformed reply, the list at byte " + std::to_string(head.list_at), rc);
         }
     }
     return reply;
