@@ -115,8 +115,8 @@ class Body:
         words = [first] + self.take_while(goes_on)
         return " ".join(line.strip() for line in words)
 
-    def bullets(self):
-        """A list and its nested lists."""
+    def bullets(self, results=False):
+        """A list and its nested lists; that of @return has results, also those told in words."""
         indent, numbered, _ = BULLET.match(self.lines[self.at]).groups()
         depth = len(indent)
         entries = []  # words, and the nested list
@@ -130,13 +130,13 @@ class Body:
             self.take_blank(lambda line: BULLET.match(line) and len(BULLET.match(line).group(1)) == depth)
         if numbered:
             return [".Bl -enum"] + [line for words, inner in entries for line in [".It", prose(words)] + inner] + [".El"]
-        return self.entries(entries)
+        return self.entries(entries, results)
 
     @staticmethod
-    def entries(entries):
+    def entries(entries, results=False):
         """A list of results with their meanings, or a plain list."""
         out = [".Bl -dash -compact"]
-        if any(RESULT.match(words) for words, _ in entries):
+        if any(RESULT.match(words) for words, _ in entries) or (results and all(": " in words for words, _ in entries)):
             out = [".Bl -tag -width Ds -compact"]
         for words, inner in entries:
             result = RESULT.match(words)
@@ -190,7 +190,7 @@ class Body:
         elif entries[0]:
             first = entries[0] if entries[0][1:2].isupper() else entries[0][0].lower() + entries[0][1:]
             out[1] += " " + prose(first) + ("" if entries[0].endswith(".") or self.at_bullet() else ".")
-        return out + (self.bullets() if self.at_bullet() else [])
+        return out + (self.bullets(results=True) if self.at_bullet() else [])
 
     def at_bullet(self):
         return BULLET.match(self.lines[self.at]) if self.more() else None
