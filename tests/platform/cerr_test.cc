@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Texts of result codes, and the registration of a table of them.
 
 #include "platform/cerr.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -17,7 +18,6 @@
 namespace {
 
 constexpr uint32_t kOwnFacility = 0x3000u;
-constexpr uint32_t kModuleFacility = 0x3001u;
 constexpr char kDll[] = "cerrno/libtest_error.dll";
 
 constexpr cerrno code(uint32_t facility, uint32_t index, uint32_t severity = 2) {
@@ -34,33 +34,6 @@ constexpr cerrno kBadTable = 0xa2580800u;
 constexpr cerrno kTooMany = 0xa2580a00u;
 
 aaa_err_row_t g_rows[64] = {};
-
-struct Module {
-    void *handle;
-    explicit Module(const char *path) : handle(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {
-        EXPECT_NE(nullptr, handle) << dlerror();
-    }
-    ~Module() {
-        if (handle != nullptr) {
-            dlclose(handle);
-        }
-    }
-    Module(const Module &) = delete;
-    Module &operator=(const Module &) = delete;
-
-    [[nodiscard]] cerrno register_itself() const {
-        const auto function = reinterpret_cast<cerrno (*)()>(dlsym(handle, "module_register"));
-        return function();
-    }
-};
-
-bool is_loaded(const char *path) {
-    void *handle = dlopen(path, RTLD_LAZY | RTLD_NOLOAD);
-    if (handle != nullptr) {
-        dlclose(handle);
-    }
-    return handle != nullptr;
-}
 
 }  // namespace
 
@@ -169,38 +142,6 @@ TEST(CerrRegister, KeepsTheTextsWhereNothingChanged) {
     const char *first = cerr_strerror(code(kOwnFacility, 1));
     ASSERT_EQ(0u, cerr_register_dll(kOwnFacility, kDll));
     EXPECT_EQ(first, cerr_strerror(code(kOwnFacility, 1)));
-}
-
-TEST(CerrRegister, FindsTheTableInAnyLoadedObject) {
-    const Module module(CODE_TABLE_OTHER_PATH);
-    EXPECT_EQ(0u, cerr_register_dll(0x3002u, kDll));
-    EXPECT_EQ("Other text", text(code(0x3002u, 1)));
-    EXPECT_EQ("Last index", text(code(0x3002u, 63)));
-}
-
-TEST(CerrRegister, LeavesTheLibraryFreeToUnload) {
-    {
-        const Module module(CODE_TABLE_OLD_PATH);
-        EXPECT_EQ(0u, module.register_itself());
-        EXPECT_TRUE(is_loaded(CODE_TABLE_OLD_PATH));
-    }
-    EXPECT_FALSE(is_loaded(CODE_TABLE_OLD_PATH));
-    EXPECT_EQ("Old text", text(code(kModuleFacility, 1)));
-    {
-        const Module module(CODE_TABLE_NEW_PATH);
-        EXPECT_EQ(0u, module.register_itself());
-    }
-    EXPECT_FALSE(is_loaded(CODE_TABLE_NEW_PATH));
-    EXPECT_EQ("New text", text(code(kModuleFacility, 1)));
-}
-
-TEST(CerrRegister, PrefersTheCallersObject) {
-    const Module old_module(CODE_TABLE_OLD_PATH);
-    const Module new_module(CODE_TABLE_NEW_PATH);
-    EXPECT_EQ(0u, new_module.register_itself());
-    EXPECT_EQ("New text", text(code(kModuleFacility, 1)));
-    EXPECT_EQ(0u, old_module.register_itself());
-    EXPECT_EQ("Old text", text(code(kModuleFacility, 1)));
 }
 
 TEST(CerrRegister, FailsWithoutATable) {

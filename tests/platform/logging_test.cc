@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Catalog messages: their text, their limits, and where they go.
+// Catalog messages: their text and their limits.
 
 #include "platform/logging.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <syslog.h>
 #include <time.h>
@@ -19,25 +18,12 @@
 #include <vector>
 
 #include "aaa/result_codes.h"
-#include "child_process.hpp"
 #include "log_socket.hpp"
+#include "message_record.hpp"
 
 namespace {
 
 std::atomic<time_t> g_clock_offset{0};
-
-kel_msg_rec_t make_record(const char *format, const char *mnemonic, uint32_t severity,
-                          kel_msg_limit_t *limit = nullptr) {
-    kel_msg_rec_t record{};
-    record.format = format;
-    record.limit = limit;
-    record.facility = "AAA";
-    record.category = "SECURITY";
-    record.mnemonic = mnemonic;
-    record.severity = severity << 16;
-    record.msg_id = 0x048d0001u;
-    return record;
-}
 
 struct Logging : testing::Test {
     LogSocket socket;
@@ -51,30 +37,6 @@ struct Logging : testing::Test {
 
 using Text = Logging;
 using Limit = Logging;
-
-const ChildBodies kBodies = {
-    {"error",
-     [] {
-         const kel_msg_rec_t record = make_record("%s: %s", "DEBUG_ERROR", 3);
-         kel_errmsg(&record, 3, "line one", "and more");
-     }},
-    {"debug",
-     [] {
-         const kel_msg_rec_t record = make_record("%s", "ERR_SYSDB", 7);
-         kel_errmsg(&record, 7, "quiet");
-     }},
-    {"journal-stream",
-     [] {
-         struct stat st {};
-         fstat(STDERR_FILENO, &st);
-         const std::string stream = std::to_string(st.st_dev) + ":" + std::to_string(st.st_ino);
-         setenv("JOURNAL_STREAM", stream.c_str(), 1);
-         const kel_msg_rec_t record = make_record("%s", "DEBUG_ERROR", 3);
-         kel_errmsg(&record, 3, "to the journal");
-     }},
-};
-
-const std::string kLine = "%AAA-SECURITY-3-DEBUG_ERROR : line one: and more\n";
 
 }  // namespace
 
@@ -243,83 +205,7 @@ TEST_F(Limit, LetsExactlyOneOfManyThreadsPass) {
     EXPECT_NE(std::string::npos, all[0].find(" 799 messages")) << all[0];
 }
 
-// ---- sinks -----------------------------------------------------------------------
-
-TEST(Sink, StandardErrorOnRequest) {
-    const ChildResult child = run_child("error", {"AAA_LOG=stderr"});
-    EXPECT_EQ(kLine, child.err);
-    EXPECT_EQ("", child.out);
-}
-
-TEST(Sink, NoneOnRequest) {
-    EXPECT_EQ("", run_child("error", {"AAA_LOG=none"}).err);
-}
-
-TEST(Sink, JournalGetsFields) {
-    LogSocket journal;
-    const ChildResult child = run_child("error", {"AAA_LOG=journal", "AAA_JOURNAL_SOCKET=" + journal.path()});
-    EXPECT_EQ("", child.err);
-    const auto all = journal.take();
-    ASSERT_EQ(1u, all.size());
-    const auto fields = lines_of(all[0]);
-    ASSERT_EQ(7u, fields.size()) << all[0];
-    EXPECT_EQ("PRIORITY=3", fields[0]);
-    EXPECT_EQ("SYSLOG_FACILITY=10", fields[1]);
-    EXPECT_EQ("SYSLOG_IDENTIFIER=child", fields[2]);
-    EXPECT_EQ("SYSLOG_PID=", fields[3].substr(0, 11));
-    EXPECT_EQ("AAA_MNEMONIC=DEBUG_ERROR", fields[4]);
-    EXPECT_EQ("AAA_MSG_ID=0x048d0001", fields[5]);
-    EXPECT_EQ("MESSAGE=" + kLine.substr(0, kLine.size() - 1), fields[6]);
-    EXPECT_EQ('\n', all[0].back());
-}
-
-TEST(Sink, JournalWhenStandardErrorIsItsStream) {
-    LogSocket journal;
-    LogSocket syslog;
-    const std::vector<std::string> sockets = {"AAA_LOG=", "AAA_JOURNAL_SOCKET=" + journal.path(),
-                                              "AAA_SYSLOG_SOCKET=" + syslog.path()};
-    run_child("journal-stream", sockets);
-    EXPECT_EQ(1u, journal.take().size());
-    EXPECT_TRUE(syslog.take().empty());
-}
-
-TEST(Sink, SyslogWhenTheJournalStreamIsAnother) {
-    LogSocket journal;
-    LogSocket syslog;
-    run_child("error", {"AAA_LOG=", "AAA_JOURNAL_SOCKET=" + journal.path(),
-                        "AAA_SYSLOG_SOCKET=" + syslog.path(), "JOURNAL_STREAM=1:1"});
-    EXPECT_TRUE(journal.take().empty());
-    EXPECT_EQ(1u, syslog.take().size());
-}
-
-TEST(Sink, FallsBackFromJournalToSyslogToStandardError) {
-    LogSocket syslog;
-    EXPECT_EQ("", run_child("error", {"AAA_LOG=journal", "AAA_JOURNAL_SOCKET=/nonexistent/socket",
-                                      "AAA_SYSLOG_SOCKET=" + syslog.path()})
-                      .err);
-    EXPECT_EQ(1u, syslog.take().size());
-    const std::vector<std::string> nowhere = {"AAA_LOG=journal", "AAA_JOURNAL_SOCKET=/nonexistent/socket",
-                                              "AAA_SYSLOG_SOCKET=/nonexistent/socket"};
-    EXPECT_EQ(kLine, run_child("error", nowhere).err);
-    EXPECT_EQ("", run_child("debug", nowhere).err) << "a program's terminal is spared debug messages";
-}
-
-TEST(Sink, ReportsASettingThatItDoesNotKnow) {
-    LogSocket syslog;
-    run_child("error", {"AAA_LOG=paper", "AAA_SYSLOG_SOCKET=" + syslog.path()});
-    const auto all = syslog.take_texts();
-    ASSERT_EQ(2u, all.size());
-    EXPECT_EQ(
-        "%AAA-PLATFORM-4-BAD_SETTING : AAA_LOG is \"paper\", not stderr, syslog, journal or none; "
-        "using the default log",
-        all[0]);
-    EXPECT_EQ(kLine, all[1] + "\n");
-}
-
 int main(int argc, char **argv) {
-    if (run_child_body(kBodies)) {
-        return 0;
-    }
     setenv("AAA_LOG", "syslog", 1);
     unsetenv("JOURNAL_STREAM");
     testing::InitGoogleTest(&argc, argv);

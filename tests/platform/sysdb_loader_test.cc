@@ -75,40 +75,6 @@ TEST_F(SysdbLoader, AbsentProviderIsACodeAndCostsNoThread) {
     EXPECT_EQ("", log);  // running without a database is allowed
 }
 
-TEST_F(SysdbLoader, EveryCallSaysThatItIsAbsent) {
-    run([] {
-        int32_t coid = -1;
-        uint64_t notification = 0;
-        char *name = nullptr;
-        int something = 0;
-        sysdb_list_t list = nullptr;
-        const auto callback = [](const void *, void *, void *) -> int32_t { return 0; };
-        EXPECT_EQ(0u, _sysdb_unbind(0));
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, _sysdb_unbind(1));
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_conn_to_coid(1, &coid));
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, existence(1, "a"));
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, set_number(1, "a", 1));
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_item_delete(1, "a", 0));
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_list(1, "", "", nullptr, &list, 0));
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_list_start(&something));
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_list_next(&something, &name, nullptr, 0));
-        sysdb_list_free(&something);
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_find(1, "", "", nullptr, &list, 0, 1));
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_directory_get_last(1, "", &name, nullptr, 0));
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, _sysdb_register_notification(1, "a", 6, 1, callback, nullptr, 0,
-                                                                     nullptr, 0, &notification));
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_notification_unregister(1, 1));
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_dispatch(1));
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, sysdb_apply(1, nullptr, 0, nullptr));
-        EXPECT_EQ(-1, coid);
-        // Tuples need no database.
-        void *tuple = nullptr;
-        uint32_t length = 0;
-        EXPECT_EQ(0u, sysdb_tuple_pack(&tuple, &length, "%d", 1));
-        free(tuple);
-    });
-}
-
 TEST_F(SysdbLoader, ProviderThatAppearsLaterIsUsed) {
     run([this] {
         sysdb_conn_t conn = 0;
@@ -152,19 +118,6 @@ TEST_F(SysdbLoader, ProvidersThatDoNotFitAreRefused) {
         EXPECT_HAS(log, why);
         EXPECT_HAS(log, place());
     }
-}
-
-TEST_F(SysdbLoader, ProviderWithoutTheMembersAddedLaterIsUsedWithoutThem) {
-    install(SYSDB_FIRST_TABLE);
-    run([] {
-        sysdb_conn_t conn = 0;
-        ASSERT_EQ(0u, _sysdb_bind(&conn, "/cfg/", 0));
-        const uint32_t value = 1;
-        const sysdb_change_t change = {SYSDB_CHANGE_SET, SYSDB_TYPE_U32, "a", &value, sizeof value};
-        uint32_t failed = 7;
-        EXPECT_EQ(SYSDB_ERR_NOT_SUPPORTED, sysdb_apply(conn, &change, 1, &failed));
-        EXPECT_EQ(1u, failed);
-    });
 }
 
 TEST_F(SysdbLoader, ManyThreadsMayAskFirst) {

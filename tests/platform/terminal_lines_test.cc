@@ -105,17 +105,6 @@ TEST_F(MethodForLine, NamesNoListWithoutARow) {
     EXPECT_TRUE(g_log->take().empty());
 }
 
-TEST_F(MethodForLine, NeedsAControllingTerminal) {
-    const std::string path = dir.write("lines.conf", "* * a\n");
-    TerminalProcess child(
-        [&] {
-            setenv("AAA_LINES_CONF", path.c_str(), 1);
-            return lookup(0);
-        },
-        false);
-    EXPECT_EQ(hex(kNoTerminal) + " (null)", child.report());
-}
-
 TEST_F(MethodForLine, SkipsAndReportsBadRows) {
     const std::string long_name(255, 'a');
     EXPECT_EQ("00000000 good", with("pts/*\n"
@@ -140,55 +129,6 @@ TEST_F(MethodForLine, TakesTheLongestName) {
     const std::string name(254, 'a');
     EXPECT_EQ("00000000 " + name, with("* * " + name + "\n"));
     EXPECT_EQ(kNone, with("* * caf\xc3\xa9\n"));
-}
-
-TEST_F(MethodForLine, ReportsOnlyAFewBadRows) {
-    std::string text;
-    for (int i = 0; i < 100; ++i) {
-        text += "bad\n";
-    }
-    EXPECT_EQ("00000000 good", with(text + "* * good\n"));
-    EXPECT_EQ(5u, g_log->take().size());
-}
-
-// Users who can write the file could choose how logins are checked. An unusable
-// file must be reported, not replaced by the default list.
-TEST_F(MethodForLine, RefusesAFileThatOthersCanWrite) {
-    for (const mode_t mode : {0664u, 0646u, 0666u}) {
-        EXPECT_EQ(hex(kBadConfig) + " (null)", with("* * a\n", 0, mode)) << mode;
-        EXPECT_EQ(
-            "%AAA-PLATFORM-3-BAD_FILE : " + dir.path("lines.conf") +
-                ": users other than its owner (root or this user) may write it; correct owner and mode; the "
-                "file is "
-                "not used",
-            g_log->take_one());
-    }
-    if (geteuid() == 0) {
-        const std::string path = dir.write("lines.conf", "* * a\n", 0644);
-        ASSERT_EQ(0, chown(path.c_str(), 65534, 65534));
-        EXPECT_EQ(hex(kBadConfig) + " (null)", on_terminal(path, 0));
-        g_log->take();
-    }
-}
-
-TEST_F(MethodForLine, RefusesWhatIsNoFile) {
-    ASSERT_EQ(0, mkdir(dir.path("directory").c_str(), 0755));
-    ASSERT_EQ(0, mkfifo(dir.path("fifo").c_str(), 0644));
-    for (const char *name : {"directory", "fifo"}) {
-        EXPECT_EQ(hex(kBadConfig) + " (null)", on_terminal(dir.path(name), 0)) << name;
-        EXPECT_EQ("%AAA-PLATFORM-3-BAD_FILE : " + dir.path(name) +
-                      ": it is not a regular file; the file is not used",
-                  g_log->take_one());
-    }
-    EXPECT_EQ(hex(kBadConfig) + " (null)", with(std::string(20000, '#')));
-    EXPECT_EQ("%AAA-PLATFORM-3-BAD_FILE : " + dir.path("lines.conf") +
-                  ": it is larger than 16 KiB; the file is not used",
-              g_log->take_one());
-}
-
-TEST_F(MethodForLine, ReadsAFileOfTheLargestSize) {
-    const std::string row = "\n* * a\n";
-    EXPECT_EQ("00000000 a", with(std::string(16384 - row.size(), '#') + row));
 }
 
 TEST_F(MethodForLine, RefusesBadArguments) {
