@@ -130,7 +130,7 @@ TEST_F(Groups, VerificationSeesOtherProtocolsAndLists) {
     EXPECT_EQ(verdict, AAA_VERDICT_ACCEPTED);
 }
 
-TEST_F(Groups, IndexesCountOnBehindTheSixteenthServer) {
+TEST_F(Groups, IndexesCountOnAfterTheSixteenthServer) {
     const Bound config(kConfig);
     for (uint32_t expected = 1; expected <= 40; expected++) {
         const std::string host = "192.0.2." + std::to_string(expected);

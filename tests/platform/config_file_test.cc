@@ -120,7 +120,7 @@ TEST_F(ConfigFile, AFileThatOthersCanWriteIsRefused) {
     }
 }
 
-TEST_F(ConfigFile, WhatIsNotARegularFileIsRefused) {
+TEST_F(ConfigFile, OnlyARegularFileIsUsed) {
     ASSERT_EQ(0, mkdir(dir.path("directory").c_str(), 0755));
     ASSERT_EQ(0, mkfifo(dir.path("fifo").c_str(), 0644));
     for (const char *name : {"directory", "fifo"}) {

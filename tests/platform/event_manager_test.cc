@@ -145,7 +145,7 @@ TEST(EventManager, BlockRefusesAContextItCannotFill) {
     EXPECT_EQ(0, event_block(&context));
 }
 
-TEST(EventManager, DispatchOfWhatIsNoEventDoesNothing) {
+TEST(EventManager, DispatchOfOtherBytesDoesNothing) {
     EventLoop loop;
     char buffer[256] = {};
     event_block_ctx_t context{};

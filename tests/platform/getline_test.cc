@@ -282,7 +282,7 @@ TEST(Getline, PassesCharactersOfTheLocale) {
     EXPECT_EQ("caf\n|1|0", typed("caf\xc3\xa9\x7f\r", utf8)) << "erase takes the whole character";
 }
 
-TEST(Getline, PassesBytesThatAreNoCharacters) {
+TEST(Getline, PassesBytesThatAreNotCharacters) {
     const auto utf8 = [] { setlocale(LC_ALL, "C.UTF-8"); };
     for (const char *text : {"a\xff"
                              "b",

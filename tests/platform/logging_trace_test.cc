@@ -171,7 +171,7 @@ int own_debugging(uint32_t) {
     return 1;
 }
 
-TEST_F(Flags, StandInAWord) {
+TEST_F(Flags, AreBitsOfAWord) {
     const uint32_t *const word = aaa_debug_word(aaa_debugging);
     ASSERT_NE(nullptr, word);
     EXPECT_EQ(0u, *word);

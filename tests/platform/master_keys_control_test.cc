@@ -109,7 +109,7 @@ TEST_F(Keys, AreNeverOverwrittenByCreate) {
     EXPECT_EQ(before, contents());
 }
 
-TEST_F(Keys, LeaveNothingElseBehind) {
+TEST_F(Keys, LeaveNoOtherFile) {
     aaa_platform_master_keys_create(path.c_str());
     rotate();
     size_t files = 0;

@@ -62,7 +62,7 @@ TEST_F(Keys, OfAnotherFileDoNotOpen) {
 
 // ---- file ------------------------------------------------------------------------
 
-TEST_F(Keys, StandInAFileForItsOwnerOnly) {
+TEST_F(Keys, AreInAFileForItsOwnerOnly) {
     struct stat st {};
     ASSERT_EQ(0, stat(path.c_str(), &st));
     EXPECT_EQ(0600u, st.st_mode & 07777u);
@@ -142,7 +142,7 @@ TEST_F(Keys, MustBeWellFormed) {
     expect_no_keys("it holds no key" + advice);
 }
 
-TEST_F(Keys, RotateUnderTheFeetOfReaders) {
+TEST_F(Keys, MayRotateWhileOthersReadThem) {
     const std::string sealed = encrypt("secret");
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;

@@ -49,7 +49,7 @@ struct OwnLine : testing::Test {
         free(list);
         return found;
     }
-    // What a login finds that first changes its descriptors.
+    // The result of a login that first changes its descriptors.
     std::string on_terminal(const std::function<void()> &change) const {
         TerminalProcess login([&] {
             const std::string own = std::string(ttyname(0)).substr(std::strlen("/dev/"));

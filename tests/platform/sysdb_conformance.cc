@@ -48,7 +48,7 @@ INSTANTIATE_TEST_SUITE_P(Trees, Sysdb, ::testing::Values("/cfg/", "/oper/"),
 
 // ---- connections
 
-TEST_P(Sysdb, BindRefusesWhatIsNoDirectory) {
+TEST_P(Sysdb, BindRefusesPathsThatAreNotDirectories) {
     for (const char *path : {"", "cfg/", "/", "/cfg", "/other/", "/cfg/a", "/cfg//", "/cfg/a//b/",
                              "/cfg/a\tb/", "/cfg/a\x7f/", "//cfg/", "/cfgx/"}) {
         sysdb_conn_t conn = 4711;
@@ -243,7 +243,7 @@ TEST_P(Sysdb, RefusesNullsAndUnknownFlags) {
     EXPECT_EQ(nullptr, list);
 }
 
-TEST_P(Sysdb, RefusesPathsThatAreNone) {
+TEST_P(Sysdb, RefusesMalformedPaths) {
     for (const char *path : {"", "/a", "a/", "a//b", "a\nb", "\x01"}) {
         EXPECT_EQ(SYSDB_ERR_BAD_PATH, set_number(conn(), path, 1)) << path;
         EXPECT_EQ(SYSDB_ERR_BAD_PATH, existence(conn(), path)) << path;

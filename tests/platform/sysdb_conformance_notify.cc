@@ -190,7 +190,7 @@ TEST_P(SysdbNotify, BelongsToOneConnection) {
     EXPECT_EQ(Texts{"create a=1"}, dispatched(watcher));
 }
 
-TEST_P(SysdbNotify, EveryConnectionIsWokenWhoeverDispatchesFirst) {
+TEST_P(SysdbNotify, EveryConnectionIsWokenWhicheverDispatchesFirst) {
     Bound others[3] = {Bound(base()), Bound(base()), Bound(base())};
     Watcher watchers[3];
     for (int i = 0; i < 3; ++i) {

@@ -89,7 +89,7 @@ TEST_F(SysdbLoader, ProviderThatAppearsLaterIsUsed) {
     });
 }
 
-TEST_F(SysdbLoader, FileThatIsNoObjectIsReportedAndTriedAgain) {
+TEST_F(SysdbLoader, FileThatIsNotAnObjectIsReportedAndTriedAgain) {
     std::ofstream(place()) << "not an object";
     const std::string log = run([this] {
         sysdb_conn_t conn = 0;

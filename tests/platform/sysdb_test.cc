@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the client of the system database decides before it asks the provider. What
-// both do together is in the conformance tests.
+// The checks of the system database's client, which come before the provider. The
+// conformance tests have the work of both together.
 
 #include <gtest/gtest.h>
 

@@ -161,7 +161,7 @@ TEST(SysdbTuple, EveryTruncationIsFound) {
     }
 }
 
-TEST(SysdbTuple, EveryByteMayLieWithoutHarm) {
+TEST(SysdbTuple, AnyByteMayBeWrongWithoutHarm) {
     const Bytes whole = packed(kList, 10, 0, 0, 0, "GRP1", "x", "", "last");
     for (std::size_t at = 0; at < whole.size(); ++at) {
         for (const int value : {0, 1, 7, 0x7f, 0xff, int{'s'}, int{'d'}}) {
@@ -178,7 +178,7 @@ TEST(SysdbTuple, EveryByteMayLieWithoutHarm) {
     }
 }
 
-TEST(SysdbTuple, NamesThatAreNoneAreRefused) {
+TEST(SysdbTuple, MalformedNamesAreRefused) {
     const Bytes good = packed("%s", "abc");
     ASSERT_EQ(8u + 2 + sizeof "abc", good.size());
     Bytes no_end = good;

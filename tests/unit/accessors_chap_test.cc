@@ -63,7 +63,7 @@ std::string stored(const Kind &kind, uint8_t id, const std::string &response, co
     return std::string(1, static_cast<char>(id)) + (kind.inbound ? response : "") + data;
 }
 
-// What a getter must not touch.
+// Contents of outputs that a getter must not change.
 aaa_chap_data_t untouched() {
     static uint8_t mark;
     return {0xEE, &mark, 0xDEADBEEF, &mark, 0xDEADBEEF};

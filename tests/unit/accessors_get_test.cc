@@ -122,8 +122,7 @@ TEST_P(IntegerGet, TracesOnlyThroughTheListWhenAbsent) {
     EXPECT_NE(traces[0].find(" not found: a2464800"), std::string::npos) << traces[0];
 }
 
-// These two go through the platform's bounded copy: what it makes of a longer
-// value is its own business.
+// These two use the platform's bounded copy, which decides about longer values.
 TEST(BoundedIntegerGet, LeavesLongValuesToThePlatform) {
     const List list = make_list("reply", {bytes(10, "12345678"), bytes(22, "123456")});
     EXPECT_EQ(aaa_util_avlist_priv_get(list.get()), 0x34333231u);
@@ -358,8 +357,7 @@ TEST(DirectedAddrGet, CopiesTheWholeStoredRecord) {
     EXPECT_EQ(address.family, 0x1A);
 }
 
-// What the adder stores lands in the first four bytes: kept, although it makes
-// no record.
+// Kept: the adder stores four bytes, which are the first ones of the record.
 TEST(DirectedAddrGet, ReadsNoMoreThanTheBareAddressOfItsAdder) {
     const List list = make_list("reply");
     ASSERT_EQ(aaa_util_avlist_directed_addr_add(0xC0000207, list.get()), AAA_OK);
@@ -441,7 +439,7 @@ TEST(PromptGet, NeedsNoFlagsOutputAndStopsAtTheStoredLength) {
     EXPECT_STREQ(HeapText(aaa_util_avlist_prompt_get(list.get(), nullptr)).get(), "abcd");
 }
 
-// Unlike the error message, the prompt is lost with the memory.
+// Unlike the error message, the prompt is deleted when there is no memory.
 TEST(PromptGet, LosesThePairWhenMemoryIsExhausted) {
     fake::sweep_allocations([](fake::FailAlloc &fail) {
         const List list = make_list("reply", {text(21, "Password: ", 3)});

@@ -78,8 +78,8 @@ TEST_F(RefusedDeletion, IsNotAskedForWhatIsAbsent) {
     EXPECT_TRUE(deletions().empty());
 }
 
-// Without memory for the copy the error message is not even tried to delete,
-// the prompt is.
+// Without memory for the copy, the accessor tries to delete the prompt, but not the
+// error message.
 TEST_F(RefusedDeletion, IsAskedForAPromptWithoutMemory) {
     if (!fake::FailAlloc::available()) {
         GTEST_SKIP() << "allocations cannot be made to fail in this build";

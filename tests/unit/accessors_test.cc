@@ -281,7 +281,7 @@ TEST(UsernameAdd, TakesLengthsFrom1To254) {
     }
 }
 
-// A bare length is legal: readers must not count on a NUL.
+// A value without NUL is legal: readers must not expect one.
 TEST(UsernameAdd, StoresNoNulOfItsOwn) {
     const List list = make_list("request");
     ASSERT_EQ(aaa_util_avlist_username_add("alice", 5, list.get()), AAA_OK);
@@ -335,8 +335,8 @@ TEST(ChapResponseAdd, KeepsTheLow16BitsOfItsLength) {
     }
 }
 
-// A replacement by another length moves the pair to the end and costs the
-// flag bits above the low 8.
+// A replacement by another length moves the pair to the end and clears the flag
+// bits above the low 8.
 TEST(AccessorReplace, MovesAPairWhoseLengthChanges) {
     const List list = make_list("request", {bytes(258, "old", 0x480 | 0x100), number(10, 1)});
     ASSERT_EQ(aaa_util_avlist_password_add("longer", 7, list.get()), AAA_OK);

@@ -137,7 +137,7 @@ TEST_F(Alloc, NumbersAreTracedSigned) {
     EXPECT_EQ(trace(), "MEM MALLOC: f [-1]: " + shown(nullptr) + " (size -2147483648)");
 }
 
-TEST_F(Alloc, RecordsStandInOrder) {
+TEST_F(Alloc, RecordsAreInOrder) {
     void *const a = aaa_util_malloc("a", 1, 1);
     void *const b = aaa_util_calloc("b", 2, 1, 2);
     void *const c = aaa_util_strdup("c", 3, "cc");
@@ -252,7 +252,7 @@ TEST_F(Alloc, ReallocOfAnUnrecordedBlockRecordsIt) {
     aaa_util_free("f", 2, block);
 }
 
-// The new record is the oldest of its address then, and goes: kept.
+// Kept: the new record is then the oldest of its address, and is removed.
 TEST_F(Alloc, ReallocOfAnUnrecordedBlockThatStaysRecordsNothing) {
     void *const old_block = std::calloc(1, 64);
     const std::string old_address = shown(old_block);
@@ -282,7 +282,7 @@ TEST_F(Alloc, ReallocWithoutANewRecordKeepsTheOldOne) {
     EXPECT_EQ(shown(records()[0].address), old_address);
     EXPECT_EQ(records()[0].name, "old");
     std::free(block);
-    // The stale record goes as any other does when its address is freed.
+    // The stale record is removed like any other when its address is freed.
     auto *const record = static_cast<aaa_malloc_rec_t *>(malloc_queue.head);
     record->address = std::malloc(1);
     aaa_util_free("old", 3, record->address);

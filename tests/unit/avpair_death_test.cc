@@ -56,7 +56,7 @@ class AvpairDeathTest : public testing::Test {
         ASSERT_EQ(add(list_.get(), 3, std::string(460, '3')), AAA_OK);
         ASSERT_EQ(first()->hdr.next, last());
     }
-    // What a test damaged is only put back in the process that goes on.
+    // The damage is undone only in the process that continues.
     void TearDown() override {
         first()->hdr.next = last();
         last()->hdr.next = nullptr;
@@ -354,7 +354,7 @@ TEST_F(AvpairDeathTest, UpdatingWithALongerValueWhereTheLastBufferHasASuccessor)
     EXPECT_STOPS(update_at(), kSource, "last_buf->hdr.next == NULL", "append_buffer");
 }
 
-// Where none is to be had nothing is linked, and nothing looked at.
+// Without memory nothing is linked, and nothing is checked.
 TEST_F(AvpairDeathTest, StartingNoBufferAfterOneThatHasASuccessor) {
     last()->hdr.next = first();
     EXPECT_EQ(aaa_avpair_add(1, 0, value_, 0, 0xffffffcd, list()), AAA_ERR_NOMEM);

@@ -321,7 +321,7 @@ TEST(AvpairFindType, SearchesAllBuffers) {
     EXPECT_EQ(aaa_avpair_find_type(200, nullptr, nullptr, nullptr, 0, list.get()), AAA_ERR_AVPAIR_NOT_FOUND);
 }
 
-// Lists of every length up to some more than is walked at once, in one buffer
+// Lists of every length up to a few more than one step of the walk, in one buffer
 // and in several: the pair at each place is found, a type that is not there is not.
 TEST(AvpairFindType, FindsThePairAtEachPlace) {
     for (const std::size_t value_len : {0u, 4u, 30u, 200u}) {

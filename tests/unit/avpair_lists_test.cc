@@ -514,7 +514,7 @@ TEST(AvpairRebuild, TakesOverTheLengthOfTheSource) {
     const ListPtr tgt = list_of(
         {{kUser, 0, 0, "abcd"}, {kPriv, 0, 0, "efgh"}, {kCommand, 0, 0, "ijkl"}, {5, 0x1, 0, "mnop"}});
     EXPECT_EQ(aaa_avpair_update_list_from_list(src.get(), tgt.get()), AAA_OK);
-    // A value that became longer continues with the bytes that follow in memory: the head of the next pair.
+    // A value whose length was raised continues with the next bytes in memory: the head of the next pair.
     EXPECT_EQ(
         read_pairs(tgt.get()),
         (Pairs{
@@ -574,7 +574,7 @@ TEST(AvpairRebuild, TracesEveryStep) {
                             "Retaining attribute (null) (90), len=5", "1 attribute(s) updated"}));
 }
 
-// The line shows what the pair got, zeros included.
+// The line shows the stored value, with its zeros.
 TEST(AvpairRebuild, TracesAValueThatIsFilledUp) {
     const ListPtr src = list_of({{kUser, 0, 0, "12345678"}});
     const ListPtr tgt = list_of({{kUser, 0, 0, ""}});
@@ -1045,8 +1045,8 @@ TEST(AvpairReplace, StopsWhenThereIsNoMemory) {
 
 TEST(AvpairReplace, StopsOnAListAndItselfWhenThereIsNoMemory) {
     const Pairs pairs = {{kUser, 0, 0, "short"}, {kUser, 0, 0, std::string(600, 'a')}};
-    // No copy of the value can be put aside; the old pair is gone and the new
-    // one does not fit; all is well.
+    // No memory for the copy of the value; the old pair is deleted and there is none for the
+    // new one; success.
     const std::vector<Pairs> expected = {pairs, {pairs[1]}, {pairs[1], pairs[1]}};
     std::size_t run = 0;
     fake::sweep_allocations([&](fake::FailAlloc &fail) {
@@ -1062,7 +1062,7 @@ TEST(AvpairReplace, StopsOnAListAndItselfWhenThereIsNoMemory) {
 }
 
 // Merges over lists long enough for several buffers, with deletions, against
-// what the same steps give one by one.
+// the result of the same steps made one by one.
 TEST(AvpairMerge, AgreesWithSingleSteps) {
     std::mt19937 random(7);
     const auto random_list = [&random] {

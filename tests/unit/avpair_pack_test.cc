@@ -897,7 +897,7 @@ TEST(AvpairUnpack, TracesTheWholeList) {
     EXPECT_EQ(fake::traces_of(8).size(), fake::traces().size());
 }
 
-// What a peer sends is text, never a format.
+// Bytes of a peer are printed as text, never used as a format.
 TEST(AvpairUnpack, TracesConversionsInTheListAsText) {
     const std::string hostile = "%s %n %d 100%";
     const ListPtr sent = make_list("%s%n%d");

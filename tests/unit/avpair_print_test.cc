@@ -101,12 +101,12 @@ class Case {
 
     // What the library writes; that it stays in the room is checked too.
     [[nodiscard]] std::string print() const {
-        constexpr std::size_t kBehind = 64;
-        std::vector<char> room(size_ + kBehind, '\xee');
+        constexpr std::size_t kAfter = 64;
+        std::vector<char> room(size_ + kAfter, '\xee');
         EXPECT_EQ(
             aaa_util_print_avlist(room.data(), size_, prefix_ ? prefix_->c_str() : nullptr, list_.get()),
             room.data());
-        EXPECT_EQ(std::string(room.begin() + size_, room.end()), std::string(kBehind, '\xee'));
+        EXPECT_EQ(std::string(room.begin() + size_, room.end()), std::string(kAfter, '\xee'));
         EXPECT_LT(strnlen(room.data(), size_), size_);
         return room.data();
     }
@@ -261,7 +261,7 @@ TEST(DumpBuffer, BreaksLinesAfterNineBytes) {
               (Lines{"Dumping buffer for eight .....", " 30 31 32 33 34 35 36 37"}));
 }
 
-// Any number is a flag, those too that a word of flags has no place for.
+// Any number is a flag, also 32 and above, for which a word of flags has no bit.
 TEST(DumpBuffer, LooksAtItsFlagOnly) {
     constexpr std::array kFlags{0u, 1u, 7u, 8u, 15u, 16u, 24u, 31u, 32u, 33u, 40u, 63u};
     for (const uint32_t on : kFlags) {

@@ -143,7 +143,7 @@ TEST_P(LongListSearch, FindsWhatAWalkFinds) {
 }
 
 // A type that occurs once, at every place of the list in turn.
-TEST_P(LongListSearch, FindsTheOnlyOneWhereverItStands) {
+TEST_P(LongListSearch, FindsTheOnlyOneAtAnyPlace) {
     // Most of them lists of some KiB, and very long ones, at fewer places.
     for (const auto &[count, step] : {std::pair{150u, 1u}, std::pair{700u, 13u}}) {
         for (std::size_t place = 0; place < count; place += step) {
@@ -204,8 +204,8 @@ TEST(LongList, IsFoundAroundALongValue) {
     }
 }
 
-// The last value is full of heads that are none, so the walk over them goes on
-// while the one before is over; and they end anywhere.
+// The last value is full of bytes that look like heads, so the walk over them goes
+// on after the one before has ended. The last of them may be cut.
 TEST(LongList, IsNotLedOutByHeadsInItsLastValue) {
     for (const int scale : {1, 4}) {
         for (std::size_t cut = 0; cut < 64; cut += 4) {

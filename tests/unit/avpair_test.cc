@@ -677,7 +677,7 @@ TEST(AvpairAddTrace, ShowsBytesOnThePageOfAValueWithoutBytes) {
                                          "Adding attr 101 AAA_USERNAME_ATTR [79 7a 0 0] - " + outcome}));
 }
 
-// The same with a heap block of one byte, for the address sanitizer's eyes.
+// The same with a heap block of one byte, so that the address sanitizer checks it.
 TEST(AvpairAddTrace, MayReadAfterASmallBlock) {
     fake::enable_tracing(AAA_DBG_AVLIST);
     const ListPtr list = make_list();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// How often a host is asked whether to trace: once for what a call does itself,
-// and not at all where there is nothing to write. A host that shows its flags
+// How often a host is asked whether to trace: once for a call's own lines, and not
+// at all when there is nothing to write. A host that shows its flags
 // is not asked while they are off.
 
 #include <gtest/gtest.h>
@@ -145,7 +145,7 @@ TEST(AvpairAsks, OnceForAnUpdateByType) {
     });
 }
 
-// What is changed in place, or refused, writes no line.
+// A change in place and a refused change write no line.
 TEST(AvpairAsks, OnceForAnUpdateAtAPositionThatMovesThePair) {
     const auto update = [](unsigned times, uint32_t len, cerrno code) {
         expect_asked(times, small_list, [=](avlist *list) {
@@ -230,7 +230,7 @@ TEST(AvpairAsks, OnceForUnpacking) {
         expect_asked(1, empty_list, [&](avlist *list) {
             EXPECT_EQ(aaa_avpair_unpack_msg_checked(list, message.data(), message.size()), AAA_OK);
         });
-        // Nothing of a message that is refused is worth a line.
+        // A refused message writes no line.
         expect_asked(0, empty_list, [&](avlist *list) {
             EXPECT_EQ(aaa_avpair_unpack_msg_checked(list, message.data(), message.size() - 1),
                       AAA_ERR_INVALID_MSG_SIZE);
@@ -253,7 +253,7 @@ TEST(AvpairAsks, OnceForListsThatAreCopiedAndMerged) {
     });
     expect_asked(2, small_list,
                  [&](avlist *list) { EXPECT_EQ(aaa_avpair_update_list_from_list(src.get(), list), AAA_OK); });
-    // Updates are updates.
+    // These update pair by pair, and each update asks by itself.
     expect_asked(21, small_list, [&](avlist *list) {
         EXPECT_EQ(aaa_avpair_list_concat_with_replace(list, src.get()), AAA_OK);
     });

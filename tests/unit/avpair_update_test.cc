@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Deletion and update: what stays where, what memory comes back, which flags
-// live on, and the trace lines.
+// Deletion and update: the places of the other pairs, the memory that is released,
+// the flags that are kept, and the trace lines.
 
 #include <gtest/gtest.h>
 
@@ -149,7 +149,7 @@ TEST(AvpairDelete, FreesABufferWithoutLivePairsAndRelinksItsNeighbours) {
     }
 }
 
-TEST(AvpairDelete, FreesABufferOnceItsLastLivePairGoesWhereverItStands) {
+TEST(AvpairDelete, FreesABufferOnceItsLastLivePairIsDeletedAtAnyPlace) {
     const ListPtr list = list_of(4, 200);
     ASSERT_EQ(erase(list.get(), 4), AAA_OK);
     ASSERT_EQ(erase(list.get(), 3), AAA_OK);
@@ -180,7 +180,7 @@ TEST(AvpairDelete, LeavesADeletedPairAlone) {
     EXPECT_SOUND(list.get());
 }
 
-// Also where its room has been given back; its value is gone by then.
+// Also when its room is free again; its value has been wiped.
 TEST(AvpairDelete, LeavesADeletedPairAtTheEndOfABufferAlone) {
     const ListPtr list = list_of(3);
     aaa_avpair_iterator_t two = position_of(list.get(), 2);
@@ -224,7 +224,7 @@ TEST(AvpairDelete, ByTypeDeletesTheOccurrenceAndHandsBackItsFlags) {
     EXPECT_EQ(read_pairs(list.get()), (Pairs{{2, 0, 0x22, "b"}}));
 }
 
-// Its buffer goes with the only pair.
+// The buffer of the only pair is freed too.
 TEST(AvpairDelete, HandsBackTheFlagsOfTheOnlyPair) {
     char value[] = "v";
     for (const bool by_value : {false, true}) {
@@ -334,11 +334,11 @@ TEST(AvpairDelete, StaysInsideWhenALengthLeadsOut) {
         std::memset(buf->hdr.free_mem, '!', 100);
         auto *const last = reinterpret_cast<avpair_t *>(buf->hdr.free_mem - 20);
         last->av_len = lie;
-        const std::string behind(reinterpret_cast<char *>(buf->hdr.free_mem), 100);
+        const std::string after(reinterpret_cast<char *>(buf->hdr.free_mem), 100);
         ASSERT_EQ(erase(list.get(), 3), AAA_OK) << lie;
         EXPECT_SOUND(list.get());
         EXPECT_EQ(types_of(list.get()), (Types{1, 2}));
-        EXPECT_EQ(std::string(reinterpret_cast<char *>(last) + 20, 100), behind);
+        EXPECT_EQ(std::string(reinterpret_cast<char *>(last) + 20, 100), after);
     }
 }
 
@@ -361,7 +361,7 @@ TEST(AvpairDeleteUnpacked, EndsEmptyWithACountOfZero) {
     EXPECT_SOUND(list.get());
 }
 
-TEST(AvpairDeleteUnpacked, CountsAnewWhenTheCountRunsOutEarly) {
+TEST(AvpairDeleteUnpacked, CountsThePairsAgainWhenTheCountRunsOutEarly) {
     const ListPtr list = list_of(256);
     list->av_cnt = 1;  // 256 in the byte order of a message
     ASSERT_EQ(erase(list.get(), 7), AAA_OK);
@@ -371,7 +371,7 @@ TEST(AvpairDeleteUnpacked, CountsAnewWhenTheCountRunsOutEarly) {
     EXPECT_EQ(list->av_cnt, 254);
 }
 
-TEST(AvpairDeleteUnpacked, CountsAnewWhenTheLastPairOfABufferGoes) {
+TEST(AvpairDeleteUnpacked, CountsThePairsAgainWhenTheLastPairOfABufferIsDeleted) {
     const ListPtr list = list_of(256);
     list->av_cnt = 1;
     ASSERT_EQ(erase(list.get(), 256), AAA_OK);

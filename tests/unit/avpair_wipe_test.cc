@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Lists carry passwords and keys. Every block that the library frees is looked
-// at right before it goes back: nothing that a list held may be left in it.
+// Lists carry passwords and keys. Every block is searched right before the library
+// frees it: no value of a list may be in it.
 
 #include "aaa/avpair.h"
 
@@ -41,7 +41,7 @@ void *find_secret(const void *bytes, std::size_t size) {
     return size >= kPart.size() ? memmem(bytes, size, kPart.data(), kPart.size()) : nullptr;
 }
 
-// Overwrites what it finds: the next block at this place has to be clean, and
+// Overwrites a secret that it finds: the next block at this place has to be clean, and
 // the tests free secrets of their own.
 void look_for_secret(unsigned char *block, std::size_t size) {
     blocks_freed = blocks_freed + 1;

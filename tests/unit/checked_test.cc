@@ -294,7 +294,7 @@ TEST(CheckedUnpack, EveryLiedValueLengthIsRefused) {
     }
 }
 
-TEST(CheckedUnpack, WhatIsAcceptedWithALiedLengthIsAListAllTheSame) {
+TEST(CheckedUnpack, AMessageAcceptedWithAFalseLengthGivesAWholeList) {
     // A length that swallows whole pairs is a well-formed message of other pairs.
     std::string message = sample();
     put_be32(message, kFirst + 8, kTotal - kFirst - 16);
@@ -388,7 +388,7 @@ TEST(CheckedUnpackDeathTest, AListThatIsNotEmptyStopsTheProcessWhateverTheMessag
 }
 
 TEST(CheckedUnpack, AListChangedAfterwardsStaysSound) {
-    // The count is the sender's, right or wrong: it must not lead astray.
+    // The count is the sender's and may be wrong: later calls must not trust it.
     for (const uint16_t count : std::initializer_list<uint16_t>{1, 2, 256, 65535}) {
         std::string message = sample();
         message[6] = static_cast<char>(count >> 8);

@@ -20,7 +20,7 @@
 
 namespace {
 
-// What the library overwrote, as it was before.
+// The bytes that the library overwrote, as they were before.
 std::vector<std::string> &wiped() {
     static auto &instance = *new std::vector<std::string>;
     return instance;
@@ -370,8 +370,8 @@ uint8_t *heap_bytes(const char *text) {
     return reinterpret_cast<uint8_t *>(strdup(text));
 }
 
-// A record of the caller's own, all on the heap. What is not the function's to
-// free is freed here; the leak check sees the rest.
+// A record of the caller's own, all on the heap. The test frees what the function
+// must not free; the leak check finds the rest.
 TEST_F(FreeUsercred, FreesWhatARecordOwnsByServiceAndType) {
     for (const int32_t service : {kExec, kPpp}) {
         for (uint32_t type = 0; type <= 12; ++type) {

@@ -183,7 +183,7 @@ TEST_P(UsercredService, FindsTerminalAndRemoteAddressWhenTheRecordHasNone) {
     }
     EXPECT_EQ(pairs_of(list.get()), pairs);
     EXPECT_EQ(fake::calls(), calls);
-    // The found address is the record's from then on.
+    // The record owns the address that was found.
     ASSERT_EQ(cred->remote_addr != nullptr, GetParam().remote);
     if (GetParam().remote) {
         EXPECT_STREQ(cred->remote_addr, "192.0.2.7");
@@ -755,7 +755,7 @@ class UsercredMemory : public testing::Test {
     }
 };
 
-// Which pair's failure ends the work, which one is passed over.
+// Whether the failure of a pair ends the call or is passed over.
 TEST_F(UsercredMemory, IsReportedForSomePairsAndPassedOverForOthers) {
     const Pairs all = expected_pairs(kPlexa, false);
     for (std::size_t i = 0; i < all.size(); ++i) {
@@ -853,7 +853,7 @@ TEST_F(UsercredMemory, IsReportedForTheRemoteAddress) {
     EXPECT_EQ(pairs_of(list.get()), (Pairs{u32(1, 1), kUser, kMethod}));
 }
 
-// With the flag off the failure's text is not even asked for.
+// With the flag off the library does not ask for the text of the failure.
 TEST_F(UsercredMemory, TracesIgnoredFailuresOnlyWhenAsked) {
     const Pairs all = expected_pairs(kFramed, false);
     Credentials cred;

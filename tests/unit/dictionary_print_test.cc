@@ -147,7 +147,7 @@ const std::set<uint32_t> kTextWithLength = {5,    6,    7,    12,   17,   20,   
 const std::set<uint32_t> kInteger = {8,    10,   13,   22,   27,   55,   268,  1383,
                                      1386, 1387, 1388, 1389, 1390, 1392, 1394, 1395};
 
-// What the value "B\x81" 00 'D' shows as by the rule of the type.
+// The value "B\x81" 00 'D' as the rule of the type renders it.
 std::string expected_value(uint32_t type) {
     if (kHidden.contains(type)) {
         return "*";

@@ -178,7 +178,7 @@ TEST(Dictionary, EnumeratorsHaveTheTypesOfTheirRows) {
     static_assert(AAA_VS_MLIST_NAME == 1083 && AAA_MSCHAP_CHALLENGE_ATTR == 1823);
 }
 
-// Callers spell them so; they stay misspelt.
+// Callers use these misspelt names, so they stay.
 TEST(Dictionary, OddNamesStay) {
     EXPECT_STREQ(aaa_table[75].name, "AAA_MBGL_RPCNAME_ATTR");
     EXPECT_STREQ(aaa_table[624].name, "AAA_ASND_PRE_IN_OCTECTS_ATTR");

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The fake platform tested as a measuring instrument: a test
-// that relies on it must be able to trust that it takes precedence, that it
-// records what happened, and that it notices misuse.
+// The fake platform: it takes precedence over the host, records all calls, and
+// reports misuse. All other tests rely on it.
 
 #include "testkit/fake_platform.hpp"
 
@@ -412,7 +411,7 @@ TEST(FakeSysdb, UnpacksTuples) {
     EXPECT_EQ(b, 2u);
     EXPECT_STREQ(one, "one");
     EXPECT_EQ(std::string(two), std::string(49, 'x'));
-    // From the last of the surplus integers on.
+    // Counted from the last surplus integer.
     ASSERT_EQ(tuple_unpack_mask(bytes.data(), "%d%s%s", &a, one, two), 0);
     EXPECT_EQ(a, 2u);
     EXPECT_NE(tuple_unpack_mask(bytes.data(), "%d%d%d%s%s", &a, &b, &b, one, two), 0);

@@ -407,7 +407,7 @@ TEST_F(Worker, OpensTheConfigurationWhenTheMappingIsRetried) {
                                          "Done with sgmap sysdb con init", "Done with cfg sysdb con init"}));
 }
 
-// Its handle is cleared by the time that its thread is gone.
+// Its handle is cleared before its thread has ended.
 bool worker_is_there() {
     for (const auto &task : std::filesystem::directory_iterator("/proc/self/task")) {
         std::string name;
@@ -419,7 +419,7 @@ bool worker_is_there() {
     return false;
 }
 
-// Unload joins it without a word.
+// Unload joins it without a trace.
 TEST_F(Worker, EndsWhenItHasNoBuffer) {
     if (!fake::FailAlloc::available()) {
         GTEST_SKIP();

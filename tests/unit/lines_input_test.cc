@@ -3,7 +3,7 @@
 // Prompted input. The line-editor path runs in this process on the scripted
 // editor. The terminal path runs in child processes, each of which has a real
 // pseudo-terminal as standard input and output and as controlling terminal;
-// this process sits at its other end, reads the prompt and types.
+// this process has the other end, reads the prompt and types.
 
 #include "aaa/lines.h"
 
@@ -129,7 +129,7 @@ termios settings_of(int fd) {
 // ---- the time limit ------------------------------------------------------------
 
 // In place of alarm(): starts a timer that goes on firing, so that no moment
-// between the start and the read can swallow the one signal.
+// between the start and the read can lose the only signal.
 unsigned ticking_alarm(unsigned seconds) {
     const timeval interval{0, seconds != 0 ? 20000 : 0};
     const itimerval timer{interval, interval};
@@ -162,7 +162,7 @@ std::string handler_name() {
 
 // ---- the other end of the terminal ----------------------------------------------
 
-// What the child reports when the keys answer its first prompt.
+// The child's report after the keys have answered its first prompt.
 std::string typed(const std::string &keys, const std::function<std::string()> &body) {
     TerminalProcess child(body);
     child.expect_shown(kPrompt);
@@ -785,7 +785,7 @@ TEST(ReadInputTerminal, EachWayOfFindingNoTerminalSaysWhy) {
     EXPECT_EQ(read_with_answer(""), "popen fails \n");
     EXPECT_EQ(read_with_answer("not a tty\n"), "stats fails \n");
     EXPECT_EQ(read_with_answer("\n"), "stats fails \n");
-    // Which has no last character to drop.
+    // It has no last character to drop.
     EXPECT_EQ(read_with_answer(std::string(1, '\0') + "\n"), "stats fails \n");
     EXPECT_EQ(read_with_answer(std::string(1000, 'x') + "\n"), "stats fails \n");
     EXPECT_EQ(read_with_answer("/\n"), "Not a Character special file \n");
@@ -798,7 +798,7 @@ TEST(ReadInputTerminal, TheLastCharacterOfTheNameIsDroppedWhateverItIs) {
     EXPECT_EQ(standard_error_of([] { EXPECT_EQ(read_hidden(), result("ENOTTY", "")); }), "");
 }
 
-TEST(ReadInputTerminal, ADeviceThatIsNoTerminalIsClosedAndReported) {
+TEST(ReadInputTerminal, ADeviceThatIsNotATerminalIsClosedAndReported) {
     tty_prints("/dev/null\n");
     const std::size_t files = open_files();
     EXPECT_EQ(standard_output_of([] { EXPECT_EQ(read_hidden(), result("ENOTTY", "")); }), "");
@@ -913,7 +913,7 @@ TEST(ReadInputTerminal, AnOldErrorIsNotTakenForTheTerminals) {
                         return read_hidden();
                     }),
               result("ok", "secret"));
-    // Setting is refused as well, for what was not read must not be put back.
+    // Setting is refused as well: settings that were not read must not be restored.
     EXPECT_EQ(typed("secret\r",
                     [] {
                         TerminalCalls calls;
@@ -925,7 +925,7 @@ TEST(ReadInputTerminal, AnOldErrorIsNotTakenForTheTerminals) {
               result("ok", "secret"));
 }
 
-TEST(ReadInputTerminal, StandardInputThatIsNoTerminalLeavesTheTerminalSwitchedOver) {
+TEST(ReadInputTerminal, StandardInputThatIsNotATerminalLeavesTheTerminalSwitchedOver) {
     // The characters come from standard input, and the settings are restored there:
     // a pipe refuses them. The contents of the pipe are not dropped.
     TerminalProcess child([] {

@@ -19,7 +19,7 @@ constexpr char kStarted[] = "Composing an authentication message";
 
 using Request = AuthenRequest;
 
-// What the Request above is made of.
+// The values of the Request above.
 Pairs expected_pairs(uint32_t type = 1, const Pairs &added = {}) {
     return Pairs{u32(262, 24), u32(43, 0), text(17, "console")} + user_pairs(Service::plain) + added +
            Pairs{message_type(type)};

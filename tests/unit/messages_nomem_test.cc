@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The record of every classic message when there is no memory for
-// the io-vector, which is the last that it allocates. Numbers are in network
+// The record of every classic message when there is no memory for the io-vector,
+// which is its last allocation. Numbers are in network
 // order by then, except those of the connect and of the generic reply, which
 // are converted when nothing can fail any more.
 
@@ -53,7 +53,7 @@ void PrintTo(const Message &message, std::ostream *out) {
     *out << message.name;
 }
 
-// ---- What is left ----------------------------------------------------------
+// ---- The record afterwards ----------------------------------------------------------
 
 std::function<void(Record &)> type_only(uint32_t type) {
     return [type](Record &r) { r.host(20, type); };

@@ -244,7 +244,7 @@ TEST_F(MessageConnect, WritesVersionValuesAndLengthInNetworkOrder) {
         expected, 72, {element(first, 6), element(second, 8)});
 }
 
-TEST_F(MessageConnect, FieldsOfTheRecordTypeStandWhereTheBytesAre) {
+TEST_F(MessageConnect, FieldsOfTheRecordTypeHaveTheOffsetsOfTheBytes) {
     aaa_conn_msg_t record{};
     Iov iov;
     ASSERT_EQ(connect(&record, "ab", nullptr, iov.out(), iov.count_out(), 0), AAA_OK);
@@ -264,7 +264,7 @@ TEST_F(MessageConnect, AbsentStringsAreNullElementsOfLengthZero) {
     EXPECT_TRUE(is_element(iov[2], nullptr, 0));
 }
 
-TEST_F(MessageConnect, OnlyTheFirstStringsLengthStandsInTheRecord) {
+TEST_F(MessageConnect, OnlyTheFirstStringsLengthIsInTheRecord) {
     Record record;
     Iov iov;
     EXPECT_EQ(connect(record.data(), nullptr, "second", iov.out(), iov.count_out(), 0), AAA_OK);

@@ -373,7 +373,7 @@ INSTANTIATE_TEST_SUITE_P(All, MessageText,
                                          TextRoutine{"Usergroup", aaa_util_msg_usergroup_compose, 16}),
                          [](const auto &test) { return test.param.name; });
 
-// What is missing in the session mode of either routine.
+// Calls of either routine in session mode, without one of the arguments.
 struct Incomplete {
     const char *text;
     bool iov, count;

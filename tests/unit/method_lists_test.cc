@@ -275,7 +275,7 @@ TEST(MethodListMethods, FailuresOfTheGroupLookupFailTheLookup) {
               (Texts{"sysdb_bind failed on  path /oper/aaa/gl/group-server/: " + text_of(kStrange)}));
 }
 
-TEST(MethodListMethods, MethodsThatAreNoGroupsAreKeptWhateverTheirName) {
+TEST(MethodListMethods, MethodsThatAreNotGroupsAreKeptUnderAnyName) {
     put_list("authentication/login/mine", {11, 12, 1001, 0xFFFFFFFF}, {"A", "B", "C", "D"});
     EXPECT_EQ(lookup("authentication/login/mine").words,
               (std::vector<uint32_t>{11, 12, 1001, 0xFFFFFFFF, 0, 0, 0}));

@@ -21,7 +21,7 @@
 
 namespace {
 
-// Written down apart from the tables that the library is built from.
+// An independent copy of the tables that the library is built from.
 using Names = std::map<uint32_t, std::string>;
 
 const Names kFunctions = {
@@ -357,9 +357,9 @@ TEST(Methods, ConstantNamesOfGroupNumbersAreNotLookedUp) {
 
 TEST(Names, MessageDescriptions) {
     expect_names(aaa_util_msg_type_desc, kDescriptions, "<unknown>");
-    // 27 is sent, but has no description.
+    // Type 27 is sent, but has no description.
     EXPECT_STREQ(aaa_util_msg_type_desc(AAA_REQ_LDAP_POLICY_SEARCH), "<unknown>");
-    // What is sent to increment and to decrement is described one off.
+    // Kept: 24 and 25 are sent to increment and decrement, 25 and 26 are described so.
     EXPECT_STREQ(aaa_util_msg_type_desc(AAA_REQ_COMPOSED_INCREMENT), "<unknown>");
     EXPECT_STREQ(aaa_util_msg_type_desc(AAA_REQ_COMPOSED_DECREMENT), "increment refcount");
     EXPECT_STREQ(aaa_util_msg_type_desc(AAA_REQ_DESC_DECREMENT), "decrement refcount");

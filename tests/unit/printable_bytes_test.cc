@@ -36,8 +36,7 @@ const unsigned short *table_of_all_printable() {
 
 }  // namespace
 
-// What a compiler makes of isprint() in the library: a call of it, or a look
-// into the table.
+// A compiler turns isprint() in the library into a call or into a read of the table.
 extern "C" int isprint(int c) noexcept {
     return g_all_printable || (c >= ' ' && c <= '~') ? 1 : 0;
 }

@@ -14,7 +14,7 @@
 
 namespace {
 
-// Written down apart from the table that the library is built from.
+// An independent copy of the table that the library is built from.
 struct Code {
     uint32_t index;
     uint32_t code;
@@ -234,7 +234,7 @@ TEST(MessageCatalog, LimitsAreWritable) {
 }
 
 void write_to(const void *constant) {
-    // The point is that the address refuses it.
+    // The address is the reason for the refusal.
     auto *const byte = reinterpret_cast<volatile char *>(reinterpret_cast<uintptr_t>(constant));
     *byte = static_cast<char>(*byte + 1);
 }

@@ -150,7 +150,7 @@ TEST(ServerGroupVerify, AnUnknownOperationNeedsNoName) {
     EXPECT_EQ(traces(), (Texts{"Entry [need to remove]", "Server group unknown event AB"}));
 }
 
-// The whole way of a delete is gone; the search itself wants a name.
+// A delete makes all its steps; only the search needs a name.
 TEST(ServerGroupVerify, ADeleteWithoutANameIsRejectedByTheSearch) {
     fake::sysdb::make_directory(kConfig);
     for (const uint8_t flags : {uint8_t{0}, uint8_t{AAA_CFG_FIRST_PASS}}) {
@@ -165,7 +165,7 @@ TEST(ServerGroupVerify, ADeleteWithoutANameIsRejectedByTheSearch) {
     EXPECT_NE(aaa_cfg_sysdb_connid, 0u);
 }
 
-// Only a refusal with a text wants a place for it.
+// Only a refusal with a text needs a buffer for it.
 TEST(ServerGroupVerify, WithoutAPlaceForTheTextOnlyRefusalsThatWriteOneFail) {
     fake::sysdb::put_tuple(config("authentication/login/default"), {10, 0, 0, 0}, {"USED", "", "", ""});
     fake::sysdb::put_u32(maps("sg_name_map/radius/TAKEN"), 1001);
@@ -190,7 +190,7 @@ TEST(ServerGroupVerify, WithoutAPlaceForTheTextOnlyRefusalsThatWriteOneFail) {
     }
 }
 
-// Whether a name exists is asked here, not which number it has.
+// The call asks only whether the name exists, not for its number.
 TEST(ServerGroupVerify, AnItemOfAnotherProtocolCountsHoweverShortItIs) {
     const std::vector<std::vector<uint8_t>> values = {{}, {1}, {1, 2, 3}};
     for (const auto &value : values) {
@@ -203,7 +203,7 @@ TEST(ServerGroupVerify, AnItemOfAnotherProtocolCountsHoweverShortItIs) {
     }
 }
 
-// The text is lost then, the refusal is not.
+// The refusal remains, without its text.
 TEST(ServerGroupVerify, RefusalsNeedNoMemory) {
     fake::sysdb::put_u32(maps("sg_name_map/radius/TAKEN"), 1001);
     const struct {

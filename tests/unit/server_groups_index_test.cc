@@ -102,7 +102,7 @@ TEST(ServerIndex, HostAtAnotherIndexIsRefused) {
     store(2, "192.0.2.9");
     EXPECT_EQ(ask(5).rc, AAA_ERR_INDEX_IN_USE);
     EXPECT_EQ(ask(5).index, 0u);
-    // For "any" the index is set nevertheless.
+    // For "any" the index is set all the same.
     const Answer any = ask(AAA_INDEX_ANY);
     EXPECT_EQ(any.rc, AAA_ERR_INDEX_IN_USE);
     EXPECT_EQ(any.index, 3u);
@@ -131,7 +131,7 @@ TEST(ServerIndex, WalkTracesEachEntry) {
               seen.end());
 }
 
-TEST(ServerIndex, EntryNameThatIsNoNumberEndsTheWalkWithoutACode) {
+TEST(ServerIndex, EntryNameThatIsNotANumberEndsTheWalkWithoutACode) {
     fake::sysdb::put_u32(std::string(kGroup) + "zzz/x", 1);
     store(4, "192.0.2.4");
     errno = EINTR;  // stale, must not show

@@ -55,7 +55,7 @@ TEST(ServerGroupPresence, IsLookedForUntilFoundAndThenRemembered) {
     EXPECT_EQ(aaa_sgmap_sysdb_connid, 0u);
     EXPECT_EQ(aaa_cfg_sysdb_connid, 0u);
 
-    // The file appears: found at the next call, and not looked for again.
+    // Once the file exists, the next call finds it, and later ones do not look again.
     fake::sysdb::set_present(true);
     EXPECT_EQ(aaa_util_lookup_sg_index("CORP", &number), SYSDB_ERR_NOT_FOUND);
     fake::sysdb::set_present(false);

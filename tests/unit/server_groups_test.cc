@@ -172,7 +172,7 @@ TEST_F(ServerGroupLookup, AnyNumberIsLookedUpAsItIs) {
                      read + "radius/0xffffffff\", 3, 0)", read + "tacacs/0xffffffff\", 3, 0)"}));
 }
 
-// Kept: the way back knows RADIUS and TACACS numbers only.
+// Kept: the lookup by number knows RADIUS and TACACS numbers only.
 TEST_F(ServerGroupLookup, DiameterNumbersAreNotFound) {
     EXPECT_EQ(aaa_util_lookup_sg_name(3002), nullptr);
 }

@@ -66,7 +66,7 @@ Outcome trim(std::string_view key) {
     return {taken(out), at};
 }
 
-// What trimming leaves, by the words of the rule: a second, plain rendering.
+// The result of trimming, computed here a second time from the rule's words.
 std::string trimmed_by_rule(const std::string &key) {
     constexpr char kSteps[] = {' ', '\t', '\r', '\n'};
     const auto n = static_cast<int>(key.size());
@@ -156,7 +156,7 @@ TEST(ServerKeyCheck, EveryOtherCharacterIsAHexadecimalDigitOfEitherCase) {
     }
 }
 
-TEST(ServerKeyCheck, AWellFormedTextIsDecryptedAsItStands) {
+TEST(ServerKeyCheck, AWellFormedTextIsDecryptedUnchanged) {
     EXPECT_EQ(validate("076b6579"), AAA_OK);
     EXPECT_EQ(fake::calls(), Lines{"pw_decrypt(\"076b6579\", 7)"});
 }
@@ -457,7 +457,7 @@ TEST(ServerKeyTrim, LosesThreeCharactersMoreThanItsTrailingSpaces) {
     EXPECT_EQ(trim("abcd "), (Outcome{"a", "a"}));
 }
 
-TEST(ServerKeyTrim, ATrailingTabReturnOrLineFeedIsNotRecognisedWhereItStands) {
+TEST(ServerKeyTrim, ATrailingTabReturnOrLineFeedIsNotRecognisedAtItsPlace) {
     // No step is made; the key is cut three bytes before its end.
     for (const char *key : {"abcdefgh\t", "abcdefgh\r", "abcdefgh\n"}) {
         EXPECT_EQ(trim(key), (Outcome{"abcdef", "abcdef"}));

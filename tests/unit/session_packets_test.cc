@@ -77,7 +77,7 @@ TEST_F(SessionRequest, EveryTypeWritesItsHeaderAndItsPayloadAndNothingElse) {
     }
 }
 
-TEST_F(SessionRequest, FieldsOfTheRecordTypesStandWhereTheBytesAre) {
+TEST_F(SessionRequest, FieldsOfTheRecordTypesHaveTheOffsetsOfTheBytes) {
     aaa_sess_request_t packet{};
     ASSERT_EQ(aaa_session_fill_request(&packet, some_list(), 8, kA, kB), AAA_OK);
     EXPECT_EQ(packet.hdr.marker, 16u);

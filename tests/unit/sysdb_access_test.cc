@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The connections of the system database: shared handles that are bound once, a
-// lost race for one, and connections of a caller's own.
+// The connections of the system database: shared handles that are bound once, two
+// threads that bind one at the same time, and connections of a caller's own.
 
 #include <gtest/gtest.h>
 
