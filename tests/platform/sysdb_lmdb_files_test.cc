@@ -234,9 +234,11 @@ TEST(SysdbFiles, PermissionGivenLaterIsNoticed) {
     const DatabaseSandbox sandbox;
     run_forked([] { fill("/cfg/", 1); });
     ASSERT_EQ(0, chmod(sandbox.root().c_str(), 0755));
-    ASSERT_EQ(0, chmod((sandbox.root() + "/cfg").c_str(), 0777));
-    ASSERT_EQ(0, chmod((sandbox.cfg_file() + "-lock").c_str(), 0666));
-    ASSERT_EQ(0, chmod(sandbox.cfg_file().c_str(), 0644));
+    for (const std::string &path :
+         {sandbox.root() + "/cfg", sandbox.cfg_file(), sandbox.cfg_file() + "-lock"}) {
+        ASSERT_EQ(0, chown(path.c_str(), 0, kNobody));
+    }
+    ASSERT_EQ(0, chmod(sandbox.cfg_file().c_str(), 0640));
     Pipe refused;
     ForkedProcess process([&refused] {
         ASSERT_EQ(0, setgid(kNobody));
@@ -249,7 +251,7 @@ TEST(SysdbFiles, PermissionGivenLaterIsNoticed) {
         }
     });
     ASSERT_TRUE(refused.take());
-    ASSERT_EQ(0, chmod(sandbox.cfg_file().c_str(), 0666));
+    ASSERT_EQ(0, chmod(sandbox.cfg_file().c_str(), 0660));
     EXPECT_EQ(0, process.wait());
 }
 

@@ -74,7 +74,7 @@ TEST(LmdbResult, ErrnoBecomesCodesOfTheInterface) {
         {EACCES, SYSDB_ERR_ACCESS},   {EPERM, SYSDB_ERR_ACCESS}, {EROFS, SYSDB_ERR_READ_ONLY},
         {ENOMEM, SYSDB_ERR_NOMEM},    {ENOSPC, SYSDB_ERR_FULL},  {EDQUOT, SYSDB_ERR_FULL},
         {ENOENT, SYSDB_ERR_STORAGE},  {EIO, SYSDB_ERR_STORAGE},  {EMFILE, SYSDB_ERR_STORAGE},
-        {ENOTDIR, SYSDB_ERR_STORAGE},
+        {ENOTDIR, SYSDB_ERR_STORAGE}, {EFBIG, SYSDB_ERR_FULL},   {ETIMEDOUT, SYSDB_ERR_BUSY},
     };
     for (const auto &row : rows) {
         const Result result = Result::of_errno(row.error);

@@ -12,6 +12,7 @@
 namespace sysdb_lmdb {
 namespace {
 
+constexpr char kWatcherDirectory[] = "w";
 constexpr int kCloseAttempts = 1000;  // of a millisecond
 constexpr timespec kCloseInterval = {0, 1'000'000};
 
@@ -36,16 +37,19 @@ Database &Database::instance() {
     return database;
 }
 
-const Configuration &Database::configuration() {
-    if (!configuration_) {
-        configuration_ = read_configuration();
+const Settings &Database::settings() {
+    if (!settings_) {
+        settings_ = read_settings();
     }
-    return *configuration_;
+    return *settings_;
 }
 
-std::string Database::watcher_directory() {
-    const std::lock_guard lock(mutex_);
-    return configuration().watcher_directory;
+cerrno Database::watcher_directory(Missing missing, Directory &directory) {
+    return with(Tree::kOper, [&](const Environment &environment) {
+        return missing == Missing::kMake
+                   ? Directory::open_below(environment.directory(), kWatcherDirectory, directory)
+                   : Directory::find_below(environment.directory(), kWatcherDirectory, directory);
+    });
 }
 
 void Database::retire(Slot &slot) {
@@ -67,9 +71,7 @@ cerrno Database::open(Slot &slot, Tree tree, std::unique_lock<std::mutex> &lock)
             return 0;
         }
     }
-    const Configuration &files = configuration();
-    const std::string &file = tree == Tree::kCfg ? files.cfg_file : files.oper_file;
-    const cerrno rc = Environment::open(file, tree, files.map_bytes, slot.current);
+    const cerrno rc = Environment::open(tree, settings(), slot.current);
     slot.next_check = coarse_seconds() + 1;
     return rc;
 }
@@ -104,9 +106,11 @@ cerrno Database::obtain(Tree tree, EnvironmentPtr &environment) {
 void Database::reset_in_child() {
     for (Slot &slot : slots_) {
         if (slot.current != nullptr) {
+            slot.current->forget();
             inherited().push_back(slot.current);
         }
         if (EnvironmentPtr closing = slot.closing.lock()) {
+            closing->forget();
             inherited().push_back(closing);
         }
         slot = Slot{};

@@ -18,7 +18,8 @@ class Database {
     static Database &instance();
 
     // Runs body(environment) on the tree's file. If the file has to be opened
-    // again, does so and runs the body once more.
+    // again, does so and runs the body once more: other processes may exchange the file,
+    // or use larger and larger maps, so more than once in a row.
     template <typename Body>
     cerrno with(Tree tree, Body body);
 
@@ -26,13 +27,18 @@ class Database {
     template <typename Body>
     cerrno read(Tree tree, Body body);
 
-    std::string watcher_directory();
+    // The directory of the processes' sockets, in that of the operational database; it is
+    // made if it is missing, or else SYSDB_ERR_NOT_FOUND.
+    enum class Missing { kMake, kReport };
+    cerrno watcher_directory(Missing missing, Directory &directory);
 
     void lock_before_fork() { mutex_.lock(); }
     void unlock_in_parent() { mutex_.unlock(); }
     void reset_in_child();
 
   private:
+    static constexpr int kMostRepeats = 3;
+
     struct Slot {
         EnvironmentPtr current;
         // Closed with its last user; the file must not be opened before that.
@@ -44,11 +50,11 @@ class Database {
     cerrno open(Slot &slot, Tree tree, std::unique_lock<std::mutex> &lock);
     void retire(Slot &slot);
     Slot &slot_of(Tree tree) { return slots_[tree == Tree::kCfg ? 0 : 1]; }
-    const Configuration &configuration();
+    const Settings &settings();
 
     std::mutex mutex_;
     std::array<Slot, 2> slots_;
-    std::optional<Configuration> configuration_;
+    std::optional<Settings> settings_;
 };
 
 template <typename Body>
@@ -60,7 +66,7 @@ cerrno Database::with(Tree tree, Body body) {
             return rc;
         }
         rc = body(*environment);
-        if (rc == 0 || attempt > 0 || !environment->broken()) {
+        if (rc == 0 || attempt == kMostRepeats || !environment->broken()) {
             return rc;
         }
     }

@@ -15,22 +15,24 @@
 #include <memory>
 #include <string>
 
-#include "files.hpp"
+#include "database_files.hpp"
 #include "key.hpp"
 #include "result.hpp"
+#include "settings.hpp"
 
 namespace sysdb_lmdb {
 
 class Environment {
   public:
-    static cerrno open(const std::string &file, Tree tree, std::size_t map_bytes,
-                       std::shared_ptr<Environment> &result);
+    static cerrno open(Tree tree, const Settings &settings, std::shared_ptr<Environment> &result);
     ~Environment();
     Environment(const Environment &) = delete;
     Environment &operator=(const Environment &) = delete;
 
     Tree tree() const { return tree_; }
-    const std::string &file() const { return file_; }
+    const std::string &file() const { return files_.path(); }
+    // The one that the file is in.
+    const Directory &directory() const { return files_.directory(); }
     bool read_only() const { return read_only_; }
     MDB_dbi items() const { return items_; }
     MDB_dbi log_table() const { return log_; }
@@ -43,6 +45,8 @@ class Environment {
     // Why the file has to be opened again, or null: the name now belongs to another
     // file or to none, or the permissions now allow more.
     const char *outdated() const;
+    // In a child, which never uses it again.
+    void forget() { files_.forget(); }
     // Must be closed and opened again.
     bool broken() const { return broken_.load(std::memory_order_relaxed); }
 
@@ -63,26 +67,35 @@ class Environment {
     // Idle read transactions; each keeps its place in the file's reader table.
     static constexpr std::size_t kIdleReaders = 16;
 
-    Environment(std::string file, Tree tree) : file_(std::move(file)), tree_(tree) {}
+    Environment(std::string file, Tree tree, long wait_ms) : files_(std::move(file), wait_ms), tree_(tree) {}
+
+    // environment_open.cc
+    static cerrno open_once(Tree tree, const Settings &settings, std::shared_ptr<Environment> &environment);
     Result open_handle(std::size_t map_bytes, unsigned flags);
     cerrno open_file(std::size_t map_bytes);
+    bool is_marked();
+    cerrno walk_pages(std::uint64_t &txnid);
     cerrno check_contents();
+    cerrno check_locked(const FileState &walked, bool has_walked);
     cerrno open_tables();
+    cerrno open_handles_of_tables();
     Result find_stamp(MDB_txn *txn, bool &empty);
     Result make_tables(MDB_txn *txn);
     void log_failure(Result result);
     cerrno report_foreign();
     cerrno report_damage(const char *fault);
 
+    // environment.cc
     template <typename Body>
     Result attempt(Growth growth, Body &body);
     Result begin_write(Growth growth, MDB_txn *&txn);
     Result check_room();
     Result count_free_pages(std::size_t enough, std::size_t &pages);
+    bool is_map_outgrown();
     void free_dead_readers();
     void count_commit();
 
-    const std::string file_;
+    DatabaseFiles files_;
     const Tree tree_;
     MDB_env *env_ = nullptr;
     MDB_dbi meta_ = 0;
@@ -92,7 +105,6 @@ class Environment {
     bool read_only_ = false;
     std::uint64_t generation_ = 0;
     std::uint64_t log_capacity_ = 0;
-    FileIdentity identity_;
     std::atomic<bool> broken_{false};
     std::atomic<unsigned> commits_{0};
     std::array<std::atomic<MDB_txn *>, kIdleReaders> idle_{};
@@ -173,6 +185,9 @@ cerrno Environment::write(Growth growth, Body body) {
         // Readers that died inside a transaction prevent the reuse of pages.
         free_dead_readers();
         rc = attempt(growth, body);
+    }
+    if (rc.is_lmdb(MDB_MAP_FULL) && is_map_outgrown()) {
+        rc = Result::of_lmdb(MDB_MAP_RESIZED);
     }
     if (rc.is_ok()) {
         count_commit();

@@ -1,148 +1,193 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Configuration from the environment; directories, modes and descriptors.
+// Checks, rights and making of files.
 
 #include "files.hpp"
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 #include "host.hpp"
 #include "result.hpp"
+#include "room.hpp"
+#include "settings.hpp"
 
 namespace sysdb_lmdb {
 namespace {
 
-constexpr char kCfgVariable[] = "AAA_SYSDB_CFG_DIR";
-constexpr char kRunVariable[] = "AAA_SYSDB_RUN_DIR";
-constexpr char kMapVariable[] = "AAA_SYSDB_MAP_MIB";
-constexpr char kCfgDefault[] = "/var/lib/aaa/sysdb";
-constexpr char kRunDefault[] = "/run/aaa/sysdb";
+constexpr mode_t kSharedMode = 0660;
+constexpr mode_t kPrivateMode = 0600;
+constexpr mode_t kRightsMask = 07777;
 
-constexpr std::size_t kMebibyte = std::size_t{1024} * 1024;
-constexpr std::size_t kDefaultMapMebibytes = 256;
-constexpr unsigned long kMaxMapMebibytes = 1024UL * 1024;
+constexpr auto kSameUser = static_cast<uid_t>(-1);
 
-std::string directory_from(const char *variable, const char *usual) {
-    const char *value = secure_getenv(variable);
-    std::string directory = value != nullptr && *value != '\0' ? value : usual;
-    while (directory.size() > 1 && directory.ends_with('/')) {
-        directory.pop_back();
-    }
-    return directory;
+void refuse(const Directory &directory, const std::string &name, const char *why, const char *remedy) {
+    const std::string path = directory.path() + "/" + name;
+    log(kLogError, "%s is not used, because it %s; %s %s", path.c_str(), why, remedy, path.c_str());
 }
 
-std::size_t map_bytes() {
-    const char *value = secure_getenv(kMapVariable);
-    if (value == nullptr || *value == '\0') {
-        return kDefaultMapMebibytes * kMebibyte;
-    }
-    char *end = nullptr;
-    const unsigned long mebibytes = std::strtoul(value, &end, 10);
-    if (*end != '\0' || mebibytes == 0 || mebibytes > kMaxMapMebibytes) {
-        log(kLogWarning, "%s=%s is not a number from 1 to %lu; %zu is used", kMapVariable, value,
-            kMaxMapMebibytes, kDefaultMapMebibytes);
-        return kDefaultMapMebibytes * kMebibyte;
-    }
-    return mebibytes * kMebibyte;
+// Its content counts for every process, so it must come from someone who may give it:
+// root, the owner of the directory, this user, or a member of a group that may write
+// here and to which the file belongs.
+bool is_owner_trusted(const Directory &directory, const struct stat &status) {
+    return status.st_uid == 0 || status.st_uid == directory.owner() || status.st_uid == geteuid() ||
+           (directory.group_may_write() && status.st_gid == directory.group());
 }
 
-bool is_directory(const std::string &path) {
-    struct stat status;
-    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+bool is_acceptable(const Directory &directory, const std::string &name, const struct stat &status) {
+    if (S_ISLNK(status.st_mode)) {
+        refuse(directory, name, "is a symbolic link", "look who made it and where it leads, then: rm");
+    } else if (!S_ISREG(status.st_mode)) {
+        refuse(directory, name, "is not a regular file", "look who made it, then: rm -r");
+    } else if (status.st_nlink != 1) {
+        refuse(directory, name, "has another name elsewhere, by which others may reach it",
+               "remove that name; it is found by: find / -xdev -samefile");
+    } else if (!is_owner_trusted(directory, status)) {
+        refuse(directory, name, "belongs to a user who may not write the directory",
+               "look what it contains, then remove it, or make it root's: chown 0");
+    } else {
+        return true;
+    }
+    return false;
 }
 
-// Zero or errno.
-int make_directories(const std::string &path, mode_t mode) {
-    if (is_directory(path)) {
-        return 0;
-    }
-    const std::string parent = parent_of(path);
-    if (parent != path) {
-        const int error = make_directories(parent, 0755);
-        if (error != 0) {
-            return error;
+// Zero or errno. Before the file has a name or contents.
+int give_rights(int fd, FileRights rights) {
+    if (fchown(fd, kSameUser, rights.group) != 0) {
+        struct stat status;
+        if (fstat(fd, &status) != 0 || status.st_gid != rights.group) {
+            rights.mode = kPrivateMode;  // and not to a group that it happens to have
         }
     }
-    if (mkdir(path.c_str(), mode & 0777) != 0) {
-        return errno == EEXIST && is_directory(path) ? 0 : errno;
+    return fchmod(fd, rights.mode) == 0 ? 0 : errno;
+}
+
+// A file without a name gets its rights, then its name: at no moment is there a file with
+// other rights. EOPNOTSUPP where that cannot be done.
+int make_whole(const Directory &directory, const std::string &name, FileRights rights) {
+    const Descriptor file = open_at(directory.get(), ".", O_TMPFILE | O_RDWR, kPrivateMode);
+    if (!file) {
+        return errno == EISDIR || errno == EINVAL || errno == EOPNOTSUPP ? EOPNOTSUPP : errno;
     }
-    // mkdir ignores the set-group-id bit and applies the umask.
-    return chmod(path.c_str(), mode) == 0 ? 0 : errno;
+    const int error = give_rights(file.get(), rights);
+    if (error != 0) {
+        return error;
+    }
+    const DescriptorPath source(file.get());
+    if (linkat(AT_FDCWD, source.get(), directory.get(), name.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+        return 0;
+    }
+    return errno == ENOENT || errno == EPERM ? EOPNOTSUPP : errno;  // no /proc
+}
+
+// For file systems without nameless files. A process that is killed before the last step
+// leaves an empty file, whose rights the next one repairs.
+int make_in_place(const Directory &directory, const std::string &name, FileRights rights) {
+    const Descriptor file =
+        open_at(directory.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, kPrivateMode);
+    return file ? give_rights(file.get(), rights) : errno;
+}
+
+cerrno refuse_to_make(const Directory &directory, const std::string &name) {
+    log(kLogError,
+        "database %s/%s is missing, and a program that runs with another group's rights does not make it; "
+        "make it as root: aaactl sysdb ls /cfg/ && aaactl sysdb ls /oper/",
+        directory.path().c_str(), name.c_str());
+    return SYSDB_ERR_ACCESS;
+}
+
+cerrno report(const Directory &directory, const std::string &name, int error, const char *what) {
+    const Result result = Result::of_errno(error);
+    if (result.is_no_room()) {
+        return report_no_room(directory.get(), directory.path() + "/" + name, error);
+    }
+    log(kLogError, "%s/%s cannot be %s: %s; check the directory and its permissions",
+        directory.path().c_str(), name.c_str(), what, std::strerror(error));
+    return result.code();
 }
 
 }  // namespace
 
-Configuration read_configuration() {
-    const std::string cfg = directory_from(kCfgVariable, kCfgDefault);
-    const std::string run = directory_from(kRunVariable, kRunDefault);
-    return {cfg + "/cfg.mdb", run + "/oper.mdb", run + "/w", map_bytes()};
+FileIdentity identity_of(const struct stat &status) {
+    return {status.st_dev, status.st_ino};
 }
 
-cerrno ensure_directory(const std::string &directory) {
-    const int error = make_directories(directory, kDirectoryMode);
-    if (error == 0) {
-        return 0;
-    }
-    log(kLogError,
-        "directory %s cannot be made: %s; make it with mode 2770 and the group of the AAA processes, "
-        "or set %s and %s to other places",
-        directory.c_str(), std::strerror(error), kCfgVariable, kRunVariable);
-    return Result::of_errno(error).code();
-}
-
-std::string parent_of(const std::string &file) {
-    const auto slash = file.rfind('/');
-    if (slash == std::string::npos) {
-        return ".";
-    }
-    return slash == 0 ? "/" : file.substr(0, slash);
-}
-
-void set_file_mode(const std::string &file, mode_t mode) {
-    if (chmod(file.c_str(), mode) != 0) {
-        log(kLogWarning, "mode of %s cannot be set: %s; other AAA processes may be refused", file.c_str(),
-            std::strerror(errno));
-    }
-}
-
-void sync_directory(const std::string &directory) {
-    const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) {
-        return;
-    }
-    fsync(fd);
-    close(fd);
-}
-
-bool identify(const std::string &file, FileIdentity &identity) {
+bool identify(const std::string &path, FileIdentity &identity) {
     struct stat status;
-    if (stat(file.c_str(), &status) != 0) {
+    if (lstat(path.c_str(), &status) != 0) {
         return false;
     }
-    identity = {status.st_dev, status.st_ino};
+    identity = identity_of(status);
     return true;
 }
 
-void close_on_exec(const FileIdentity &identity) {
-    DIR *descriptors = opendir("/proc/self/fd");
-    if (descriptors == nullptr) {
+FileRights rights_in(const Directory &directory) {
+    return {directory.group_may_search() ? kSharedMode : kPrivateMode, directory.group()};
+}
+
+cerrno check_file(const Directory &directory, const std::string &name, CheckedFile &file) {
+    struct stat status;
+    if (fstatat(directory.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return errno == ENOENT ? SYSDB_ERR_NOT_FOUND : report(directory, name, errno, "used");
+    }
+    if (!is_acceptable(directory, name, status)) {
+        return SYSDB_ERR_ACCESS;
+    }
+    file = {identity_of(status), status.st_mode & kRightsMask, status.st_gid, status.st_size};
+    return 0;
+}
+
+cerrno make_file(const Directory &directory, const std::string &name, FileRights rights, CheckedFile &file) {
+    if (!directory.may_make_files()) {
+        return refuse_to_make(directory, name);
+    }
+    int error = make_whole(directory, name, rights);
+    if (error == EOPNOTSUPP) {
+        error = make_in_place(directory, name, rights);
+    }
+    if (error != 0 && error != EEXIST) {
+        return report(directory, name, error, "made");
+    }
+    directory.sync();
+    const cerrno rc = check_file(directory, name, file);
+    return rc == SYSDB_ERR_NOT_FOUND ? report(directory, name, ENOENT, "made") : rc;
+}
+
+// The descriptor has no rights to the contents, and closing it drops no lock.
+void repair_rights(const Directory &directory, const std::string &name, FileRights rights,
+                   CheckedFile &file) {
+    if ((file.mode == rights.mode && file.group == rights.group) || !directory.may_make_files()) {
         return;
     }
-    for (const dirent *entry = readdir(descriptors); entry != nullptr; entry = readdir(descriptors)) {
-        const int fd = std::atoi(entry->d_name);
-        struct stat status;
-        if (fd > 0 && fstat(fd, &status) == 0 && FileIdentity{status.st_dev, status.st_ino} == identity) {
-            fcntl(fd, F_SETFD, FD_CLOEXEC);
-        }
+    const Descriptor found = open_at(directory.get(), name.c_str(), O_PATH | O_NOFOLLOW);
+    struct stat status;
+    if (!found || fstat(found.get(), &status) != 0 || identity_of(status) != file.identity ||
+        status.st_uid != geteuid()) {
+        return;
     }
-    closedir(descriptors);
+    if (file.group != rights.group &&
+        fchownat(found.get(), "", kSameUser, rights.group, AT_EMPTY_PATH) != 0) {
+        return;
+    }
+    if (chmod(DescriptorPath(found.get()).get(), rights.mode) == 0) {
+        file.mode = rights.mode;
+        file.group = rights.group;
+    }
+}
+
+Descriptor open_checked(const Directory &directory, const std::string &name, const FileIdentity &identity,
+                        int flags) {
+    // Without O_NONBLOCK a pipe that takes the name now would stop the process.
+    Descriptor file = open_at(directory.get(), name.c_str(), flags | O_NOFOLLOW | O_NONBLOCK);
+    struct stat status;
+    if (file && (fstat(file.get(), &status) != 0 || identity_of(status) != identity)) {
+        file.reset();
+        errno = ESTALE;
+    }
+    return file;
 }
 
 }  // namespace sysdb_lmdb

@@ -43,6 +43,25 @@ std::uint64_t operational_generation() {
     return generation;
 }
 
+cerrno bind_own_socket(Descriptor &socket, std::string &name) {
+    Directory directory;
+    const cerrno rc = Database::instance().watcher_directory(Database::Missing::kMake, directory);
+    return rc == 0 ? bind_watcher_socket(directory, socket, name) : rc;
+}
+
+void remove_own_socket(const std::string &name) {
+    Directory directory;
+    if (Database::instance().watcher_directory(Database::Missing::kReport, directory) == 0) {
+        remove_socket_file(directory, name);
+    }
+}
+
+bool is_reachable(const std::string &name) {
+    Directory directory;
+    return Database::instance().watcher_directory(Database::Missing::kReport, directory) == 0 &&
+           socket_file_exists(directory, name);
+}
+
 }  // namespace
 
 cerrno Notifications::make_channel(Connection &connection) {
@@ -50,8 +69,8 @@ cerrno Notifications::make_channel(Connection &connection) {
     if (events.channel) {
         return 0;
     }
-    Descriptor channel(epoll_create1(EPOLL_CLOEXEC));
-    Descriptor wakeup(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    Descriptor channel = make_descriptor([] { return epoll_create1(EPOLL_CLOEXEC); });
+    Descriptor wakeup = make_descriptor([] { return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); });
     if (!channel || !wakeup || !watch_descriptor(channel.get(), wakeup.get())) {
         return report_descriptors();
     }
@@ -98,12 +117,13 @@ cerrno Notifications::ensure_watcher() {
     if (socket_) {
         return 0;
     }
-    Descriptor timer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+    Descriptor timer =
+        make_descriptor([] { return timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK); });
     if (!timer || timerfd_settime(timer.get(), 0, &kTick, nullptr) != 0) {
         return report_descriptors();
     }
     const std::uint64_t generation = operational_generation();
-    const cerrno rc = bind_watcher_socket(Database::instance().watcher_directory(), socket_, socket_name_);
+    const cerrno rc = bind_own_socket(socket_, socket_name_);
     if (rc == 0) {
         timer_ = std::move(timer);
         joined_generation_ = generation;
@@ -118,7 +138,7 @@ void Notifications::close_watcher() {
     for (const ConnectionPtr &connection : Connections::instance().all()) {
         leave_channel(*connection);
     }
-    remove_socket_file(Database::instance().watcher_directory(), socket_name_);
+    remove_own_socket(socket_name_);
     socket_.reset();
     timer_.reset();
 }
@@ -130,13 +150,13 @@ void Notifications::rejoin() {
     const std::uint64_t generation = operational_generation();
     Descriptor socket;
     std::string name;
-    if (bind_watcher_socket(Database::instance().watcher_directory(), socket, name) != 0) {
+    if (bind_own_socket(socket, name) != 0) {
         return;
     }
     for (const auto &[id, watch] : watches_) {
         leave_channel(*watch->connection);
     }
-    remove_socket_file(Database::instance().watcher_directory(), socket_name_);
+    remove_own_socket(socket_name_);
     socket_ = std::move(socket);
     socket_name_ = name;
     cerrno rc = 0;
@@ -170,8 +190,7 @@ bool Notifications::timer_expired() {
 // Once a second: restores the process's socket and rows if they were lost, and
 // wakes connections with callbacks that are still pending.
 void Notifications::tick(const Connection &current) {
-    const bool reachable = socket_file_exists(Database::instance().watcher_directory(), socket_name_) &&
-                           operational_generation() == joined_generation_;
+    const bool reachable = is_reachable(socket_name_) && operational_generation() == joined_generation_;
     if (!reachable) {
         rejoin();
     }

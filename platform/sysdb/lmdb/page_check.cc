@@ -4,7 +4,6 @@
 
 #include "page_check.hpp"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -434,25 +433,22 @@ class Checker {
 
 }  // namespace
 
-FileHead inspect_head(const std::string &file) {
+FileHead inspect_head(int fd) {
     FileHead head;
-    const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
+    struct stat status;
+    if (fstat(fd, &status) != 0 || status.st_size == 0) {
         return head;
     }
-    struct stat status;
-    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0) {
-        Meta first;
-        Meta second;
-        head.fault = meta_fault(fd, 0, first);
-        if (head.fault == nullptr) {
-            head.fault = meta_fault(fd, first.free_list.padding, second);
-        }
-        if (head.fault == nullptr) {
-            head.map_bytes = std::max(first.map_bytes, second.map_bytes);
-        }
+    Meta first;
+    Meta second;
+    head.fault = meta_fault(fd, 0, first);
+    if (head.fault == nullptr) {
+        head.fault = meta_fault(fd, first.free_list.padding, second);
     }
-    close(fd);
+    if (head.fault == nullptr) {
+        head.map_bytes = std::max(first.map_bytes, second.map_bytes);
+        head.txnid = std::max(first.txnid, second.txnid);
+    }
     return head;
 }
 

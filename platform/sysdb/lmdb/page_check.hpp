@@ -7,18 +7,17 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 namespace sysdb_lmdb {
 
 struct FileHead {
     const char *fault = nullptr;  // the defect, or null
     std::uint64_t map_bytes = 0;  // the largest map that any process has used
+    std::uint64_t txnid = 0;      // of the newest transaction
 };
 
-// Checks the head of a file before LMDB opens it. A missing or empty file has no
-// fault.
-FileHead inspect_head(const std::string &file);
+// Checks the head of a file before LMDB opens it. An empty file has no fault.
+FileHead inspect_head(int fd);
 
 // The first defect in the pages of one transaction, or null. A reader must keep
 // that transaction open. stale is set when the transaction is not one of the

@@ -284,11 +284,13 @@ void lock_all() {
     Notifications::instance().lock_before_fork();
     Connections::instance().lock_before_fork();
     Database::instance().lock_before_fork();
+    lock_descriptors_before_fork();
     lock_log_before_fork();
 }
 
 void unlock_all() {
     unlock_log_after_fork();
+    unlock_descriptors_after_fork();
     Database::instance().unlock_in_parent();
     Connections::instance().unlock_after_fork();
     Notifications::instance().unlock_in_parent();
@@ -296,6 +298,7 @@ void unlock_all() {
 
 void reset_child() {
     unlock_log_after_fork();
+    unlock_descriptors_after_fork();
     Database::instance().reset_in_child();
     Connections::instance().unlock_after_fork();
     Notifications::instance().reset_in_child();

@@ -65,7 +65,10 @@ cerrno Result::code_of_errno() const {
             return SYSDB_ERR_NOMEM;
         case ENOSPC:
         case EDQUOT:
+        case EFBIG:
             return SYSDB_ERR_FULL;
+        case ETIMEDOUT:
+            return SYSDB_ERR_BUSY;
         default:
             return SYSDB_ERR_STORAGE;
     }

@@ -8,6 +8,8 @@
 
 #include <lmdb.h>
 
+#include <cerrno>
+
 #include "platform/sysdb.h"
 
 namespace sysdb_lmdb {
@@ -30,6 +32,12 @@ class [[nodiscard]] Result {
     constexpr bool is_not_found() const { return is_lmdb(MDB_NOTFOUND); }
     // The file cannot be trusted any more, or is not one of this format.
     bool is_damage() const;
+    // The file system, a quota or a limit of the process keeps a file from growing.
+    constexpr bool is_no_room() const { return is_errno(ENOSPC) || is_errno(EDQUOT) || is_errno(EFBIG); }
+    // Another process has kept a lock for too long.
+    constexpr bool is_timeout() const { return is_errno(ETIMEDOUT); }
+    // The errno value, for a failure of the system.
+    constexpr int error() const { return kind_ == Kind::kErrno ? value_ : 0; }
     // The administrator has to do something: not when an item is missing, a
     // path is too long, or an expectation is not met.
     bool is_failure_of_storage() const;

@@ -5,6 +5,7 @@
 #include "watch_table.hpp"
 
 #include <dirent.h>
+#include <fcntl.h>
 
 #include <algorithm>
 #include <new>
@@ -88,7 +89,7 @@ Result remove_rows(MDB_txn *txn, MDB_dbi table, const Names &dead) {
     return rc;
 }
 
-void remove_dead(const std::string &directory, const Names &dead) {
+void remove_dead(const Directory &directory, const Names &dead) {
     if (dead.empty()) {
         return;
     }
@@ -103,12 +104,21 @@ void remove_dead(const std::string &directory, const Names &dead) {
     }
 }
 
+// True when there is none too: every socket in it is dead then. False when it may not be
+// used.
+bool find_watchers(Directory &directory) {
+    const cerrno rc = Database::instance().watcher_directory(Database::Missing::kReport, directory);
+    return rc == 0 || rc == SYSDB_ERR_NOT_FOUND;
+}
+
 // Sockets without a row, of processes that died between making the two.
-void add_stray_sockets(const std::string &directory, Names &names) {
-    DIR *stream = opendir(directory.c_str());
+void add_stray_sockets(const Directory &directory, Names &names) {
+    Descriptor readable = open_at(directory.get(), ".", O_RDONLY | O_DIRECTORY);
+    DIR *stream = readable ? fdopendir(readable.get()) : nullptr;
     if (stream == nullptr) {
         return;
     }
+    readable.release();
     for (const dirent *entry = readdir(stream); entry != nullptr; entry = readdir(stream)) {
         if (entry->d_name[0] != '.') {
             insert_once(names, entry->d_name);
@@ -157,7 +167,10 @@ void notify_watchers(const ChangedKeys &keys) try {
     if (rc != 0 || names.empty()) {
         return;
     }
-    const std::string directory = Database::instance().watcher_directory();
+    Directory directory;
+    if (!find_watchers(directory)) {
+        return;
+    }
     const Descriptor sender = make_sender();
     Names dead;
     for (const std::string &name : names) {
@@ -171,9 +184,10 @@ void notify_watchers(const ChangedKeys &keys) try {
 }
 
 void sweep_watchers() {
-    const std::string directory = Database::instance().watcher_directory();
+    Directory directory;
     Names names;
-    if (read_names([&](Cursor &cursor) { return collect_all(cursor, names); }) != 0) {
+    if (!find_watchers(directory) ||
+        read_names([&](Cursor &cursor) { return collect_all(cursor, names); }) != 0) {
         return;
     }
     add_stray_sockets(directory, names);

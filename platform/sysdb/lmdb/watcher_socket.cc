@@ -17,7 +17,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "files.hpp"
 #include "host.hpp"
 #include "result.hpp"
 
@@ -28,16 +27,11 @@ constexpr mode_t kSocketMode = 0660;
 constexpr int kNameAttempts = 16;
 constexpr std::size_t kNameSize = 32;
 
-// A socket address takes 107 bytes of path. A longer path goes through the
-// directory's descriptor, which is kept as long as the address.
+// An address below a descriptor: no component of it can be exchanged, and the directory's
+// path may be longer than an address.
 class SocketAddress {
   public:
-    SocketAddress(const std::string &directory, const std::string &name) {
-        std::string path = directory + "/" + name;
-        if (path.size() >= sizeof address_.sun_path) {
-            directory_.reset(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-            path = "/proc/self/fd/" + std::to_string(directory_.get()) + "/" + name;
-        }
+    explicit SocketAddress(const std::string &path) {
         address_.sun_family = AF_UNIX;
         std::snprintf(address_.sun_path, sizeof address_.sun_path, "%s", path.c_str());
     }
@@ -47,8 +41,33 @@ class SocketAddress {
 
   private:
     sockaddr_un address_{};
-    Descriptor directory_;
 };
+
+// The file of a name if it is a socket, to be reached by its descriptor's path. A
+// descriptor of a link is one of the link itself.
+Descriptor find_socket(const Directory &directory, const std::string &name) {
+    Descriptor file = open_at(directory.get(), name.c_str(), O_PATH | O_NOFOLLOW);
+    struct stat status;
+    if (file && (fstat(file.get(), &status) != 0 || !S_ISSOCK(status.st_mode))) {
+        file.reset();
+        errno = ENOTSOCK;
+    }
+    return file;
+}
+
+// Those who may write the directory may send. The umask has cut the mode, and without
+// the directory's bit the group is this process's.
+void share(const Directory &directory, const std::string &name) {
+    const Descriptor file = find_socket(directory, name);
+    struct stat status;
+    if (!file || fstat(file.get(), &status) != 0 || status.st_uid != geteuid()) {
+        return;
+    }
+    if (status.st_gid == directory.group() ||
+        fchownat(file.get(), "", static_cast<uid_t>(-1), directory.group(), AT_EMPTY_PATH) == 0) {
+        chmod(DescriptorPath(file.get()).get(), kSocketMode);
+    }
+}
 
 // A pid is reused; the random part keeps the name unique.
 std::string new_name() {
@@ -75,28 +94,17 @@ bool means_dead(int error) {
 
 }  // namespace
 
-void Descriptor::reset(int fd) {
-    if (fd_ >= 0) {
-        close(fd_);
-    }
-    fd_ = fd;
-}
-
 Descriptor make_sender() {
-    return Descriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    return make_descriptor([] { return socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); });
 }
 
-cerrno bind_watcher_socket(const std::string &directory, Descriptor &socket, std::string &name) {
-    const cerrno rc = ensure_directory(directory);
-    if (rc != 0) {
-        return rc;
-    }
+cerrno bind_watcher_socket(const Directory &directory, Descriptor &socket, std::string &name) {
     Descriptor fresh = make_sender();
     for (int attempt = 0; fresh && attempt < kNameAttempts; ++attempt) {
         name = new_name();
-        const SocketAddress address(directory, name);
+        const SocketAddress address(DescriptorPath(directory.get()).get() + ("/" + name));
         if (bind(fresh.get(), address.get(), SocketAddress::size()) == 0) {
-            chmod((directory + "/" + name).c_str(), kSocketMode);
+            share(directory, name);
             socket = std::move(fresh);
             return 0;
         }
@@ -106,16 +114,21 @@ cerrno bind_watcher_socket(const std::string &directory, Descriptor &socket, std
     }
     const int error = errno;
     log(kLogError,
-        "no socket can be made in %s: %s; changes cannot be watched; check the directory's permissions",
-        directory.c_str(), std::strerror(error));
+        "no socket can be made in %s: %s; changes cannot be watched; check the directory's permissions, and "
+        "that /proc is mounted",
+        directory.path().c_str(), std::strerror(error));
     return Result::of_errno(error).code();
 }
 
-Peer wake_peer(const Descriptor &sender, const std::string &directory, const std::string &name) {
-    if (!is_socket_name(name)) {
+Peer wake_peer(const Descriptor &sender, const Directory &directory, const std::string &name) {
+    if (!directory || !is_socket_name(name)) {
         return Peer::kDead;
     }
-    const SocketAddress address(directory, name);
+    const Descriptor file = find_socket(directory, name);
+    if (!file) {
+        return means_dead(errno) ? Peer::kDead : Peer::kAlive;
+    }
+    const SocketAddress address(DescriptorPath(file.get()).get());
     const char wakeup = 1;
     const ssize_t sent = sendto(sender.get(), &wakeup, sizeof wakeup, MSG_DONTWAIT | MSG_NOSIGNAL,
                                 address.get(), SocketAddress::size());
@@ -123,25 +136,31 @@ Peer wake_peer(const Descriptor &sender, const std::string &directory, const std
     return sent < 0 && means_dead(errno) ? Peer::kDead : Peer::kAlive;
 }
 
-Peer probe_peer(const std::string &directory, const std::string &name) {
-    if (!is_socket_name(name)) {
+Peer probe_peer(const Directory &directory, const std::string &name) {
+    if (!directory || !is_socket_name(name)) {
         return Peer::kDead;
     }
+    const Descriptor file = find_socket(directory, name);
+    if (!file) {
+        return means_dead(errno) ? Peer::kDead : Peer::kAlive;
+    }
     const Descriptor prober = make_sender();
-    const SocketAddress address(directory, name);
+    const SocketAddress address(DescriptorPath(file.get()).get());
     const int rc = connect(prober.get(), address.get(), SocketAddress::size());
     return rc != 0 && means_dead(errno) ? Peer::kDead : Peer::kAlive;
 }
 
-void remove_socket_file(const std::string &directory, const std::string &name) {
-    if (is_socket_name(name)) {
-        unlink((directory + "/" + name).c_str());
+void remove_socket_file(const Directory &directory, const std::string &name) {
+    if (socket_file_exists(directory, name)) {
+        unlinkat(directory.get(), name.c_str(), 0);
     }
 }
 
-bool socket_file_exists(const std::string &directory, const std::string &name) {
+bool socket_file_exists(const Directory &directory, const std::string &name) {
     struct stat status;
-    return lstat((directory + "/" + name).c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+    return is_socket_name(name) &&
+           fstatat(directory.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISSOCK(status.st_mode);
 }
 
 void drain_socket(int fd) {

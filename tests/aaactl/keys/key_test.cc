@@ -233,7 +233,7 @@ TEST_F(Key, RotateSaysWhatWasDoneBeforeItFailed) {
         const aaactl_test::FileSizeLimit limit(4096);
         run = aaactl({"key", "rotate", "--reseal", "/cfg/", "--json"});
     }
-    EXPECT_EQ(run.status, 5);
+    EXPECT_EQ(run.status, 6);
     EXPECT_NE(run.err.find("; before that generation 02 was added\n"), std::string::npos) << run.err;
     EXPECT_EQ(run.json()["generation"], 2);
     EXPECT_EQ(run.json()["resealed"].dump(), "[]");

@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Opening, checking and making directories.
+
+#include "directory.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "host.hpp"
+#include "result.hpp"
+#include "settings.hpp"
+
+namespace sysdb_lmdb {
+namespace {
+
+// Files in it get its group, whose members may use the database.
+constexpr mode_t kMode = 02770;
+constexpr mode_t kModeWithoutGroup = 0700;
+constexpr mode_t kModeOfParents = 0755;
+
+constexpr int kOpenFlags = O_PATH | O_DIRECTORY;
+
+// Zero or errno. The group must be the intended one, and never the one that this process
+// happens to have.
+int settle(int fd, gid_t group, mode_t mode, const std::string &path) {
+    struct stat status;
+    if (fstat(fd, &status) != 0) {
+        return errno;
+    }
+    if (mode == kMode && status.st_gid != group && fchown(fd, static_cast<uid_t>(-1), group) != 0) {
+        log(kLogWarning,
+            "directory %s is for user %u only: this process cannot give it to group %u; make it as root: "
+            "install -d -m 2770 -g %u %s",
+            path.c_str(), static_cast<unsigned>(geteuid()), static_cast<unsigned>(group),
+            static_cast<unsigned>(group), path.c_str());
+        mode = kModeWithoutGroup;
+    }
+    return fchmod(fd, mode) == 0 ? 0 : errno;
+}
+
+int make_and_settle(int parent, const char *name, gid_t group, mode_t mode, const std::string &path) {
+    if (mkdirat(parent, name, kModeWithoutGroup) != 0) {
+        return errno;
+    }
+    const Descriptor made = open_at(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+    return made ? settle(made.get(), group, mode, path) : errno;
+}
+
+// Under another name first: a process that is killed meanwhile leaves no directory with
+// unfinished rights in the place that others use.
+int make_in(int parent, const char *name, gid_t group, mode_t mode, const std::string &path) {
+    char temporary[32];
+    std::snprintf(temporary, sizeof temporary, ".new.%ld", static_cast<long>(getpid()));
+    int error = make_and_settle(parent, temporary, group, mode, path);
+    if (error == EEXIST) {  // of a process that had this number and was killed
+        unlinkat(parent, temporary, AT_REMOVEDIR);
+        error = make_and_settle(parent, temporary, group, mode, path);
+    }
+    if (error == 0 && renameat2(parent, temporary, parent, name, RENAME_NOREPLACE) != 0) {
+        error = errno;
+    }
+    if (error == 0) {
+        return 0;
+    }
+    unlinkat(parent, temporary, AT_REMOVEDIR);
+    if (error == EINVAL || error == ENOSYS) {  // not every file system has this rename
+        error = make_and_settle(parent, name, group, mode, path);
+    }
+    return error == EEXIST ? 0 : error;
+}
+
+int make(const std::string &path, mode_t mode) {
+    const std::string parent = parent_of(path);
+    Descriptor above = open_at(AT_FDCWD, parent.c_str(), kOpenFlags);
+    if (!above && errno == ENOENT && parent != path) {
+        const int error = make(parent, kModeOfParents);
+        if (error != 0) {
+            return error;
+        }
+        above = open_at(AT_FDCWD, parent.c_str(), kOpenFlags);
+    }
+    struct stat status;
+    if (!above || fstat(above.get(), &status) != 0) {
+        return errno;
+    }
+    return make_in(above.get(), name_of(path).c_str(), group_setting().value_or(status.st_gid), mode, path);
+}
+
+cerrno report(const std::string &path, int error) {
+    log(kLogError,
+        "directory %s cannot be made: %s; make it as root: install -d -m 2770 -g aaa %s (with the group of "
+        "the AAA processes), or set %s and %s to other places",
+        path.c_str(), std::strerror(error), path.c_str(), kCfgVariable, kRunVariable);
+    return Result::of_errno(error).code();
+}
+
+// Its effective group is the caller's: he would become the owner of the database.
+cerrno refuse_to_make(const std::string &path) {
+    log(kLogError,
+        "directory %s is missing, and a program with more rights than its user does not make it; make it as "
+        "root: install -d -m 2770 -g aaa %s (with the group of the AAA processes)",
+        path.c_str(), path.c_str());
+    return SYSDB_ERR_ACCESS;
+}
+
+}  // namespace
+
+// The owner of the directory controls what is in it, and its name is the
+// administrator's choice; what must not be is that anyone may add files.
+cerrno Directory::check() {
+    struct stat status;
+    if (fstat(descriptor_.get(), &status) != 0) {
+        return report(path_, errno);
+    }
+    owner_ = status.st_uid;
+    group_ = status.st_gid;
+    mode_ = status.st_mode;
+    if ((status.st_mode & S_IWOTH) != 0) {
+        log(kLogError,
+            "directory %s is not used, because every user may write it; look for files that do not belong "
+            "there, then: chmod o-w %s",
+            path_.c_str(), path_.c_str());
+        descriptor_.reset();
+        return SYSDB_ERR_ACCESS;
+    }
+    return 0;
+}
+
+cerrno Directory::open(const std::string &path, Directory &result) {
+    result.path_ = path;
+    result.descriptor_ = open_at(AT_FDCWD, path.c_str(), kOpenFlags);
+    if (!result && errno == ENOENT) {
+        if (!has_callers_rights_only()) {
+            return refuse_to_make(path);
+        }
+        const int error = make(path, kMode);
+        if (error != 0) {
+            return report(path, error);
+        }
+        result.descriptor_ = open_at(AT_FDCWD, path.c_str(), kOpenFlags);
+    }
+    return result ? result.check() : report(path, errno);
+}
+
+void Directory::open_name(const Directory &parent, const char *name) {
+    path_ = parent.path() + "/" + name;
+    descriptor_ = open_at(parent.get(), name, kOpenFlags | O_NOFOLLOW);
+}
+
+cerrno Directory::check_below() {
+    if (!descriptor_ && (errno == ENOTDIR || errno == ELOOP)) {
+        log(kLogError, "%s is not a directory, and is not used; look who made it, then: rm %s", path_.c_str(),
+            path_.c_str());
+        return SYSDB_ERR_ACCESS;
+    }
+    return descriptor_ ? check() : report(path_, errno);
+}
+
+cerrno Directory::open_below(const Directory &parent, const char *name, Directory &result) {
+    result.open_name(parent, name);
+    if (!result && errno == ENOENT) {
+        if (!parent.may_make_files()) {
+            return refuse_to_make(result.path_);
+        }
+        const mode_t mode = parent.group_may_write() ? kMode : kModeWithoutGroup;
+        const int error = make_in(parent.get(), name, parent.group(), mode, result.path_);
+        if (error != 0) {
+            return report(result.path_, error);
+        }
+        result.open_name(parent, name);
+    }
+    return result.check_below();
+}
+
+cerrno Directory::find_below(const Directory &parent, const char *name, Directory &result) {
+    result.open_name(parent, name);
+    if (!result && errno != ENOTDIR && errno != ELOOP) {
+        return errno == ENOENT ? SYSDB_ERR_NOT_FOUND : Result::of_errno(errno).code();
+    }
+    return result.check_below();
+}
+
+bool Directory::may_make_files() const {
+    return has_callers_rights_only() || geteuid() == 0 || geteuid() == owner_;
+}
+
+bool Directory::is_read_only() const {
+    return faccessat(get(), ".", W_OK, AT_EACCESS) != 0 && errno == EROFS;
+}
+
+void Directory::sync() const {
+    const Descriptor readable = open_at(get(), ".", O_RDONLY | O_DIRECTORY);
+    if (readable) {
+        fsync(readable.get());
+    }
+}
+
+}  // namespace sysdb_lmdb

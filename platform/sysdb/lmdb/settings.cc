@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Reading the environment.
+
+#include "settings.hpp"
+
+#include <fcntl.h>
+#include <sys/auxv.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <cstdlib>
+#include <string_view>
+
+#include "descriptor.hpp"
+#include "host.hpp"
+
+namespace sysdb_lmdb {
+namespace {
+
+constexpr char kMapVariable[] = "AAA_SYSDB_MAP_MIB";
+constexpr char kCfgDefault[] = "/var/lib/aaa/sysdb";
+constexpr char kRunDefault[] = "/run/aaa/sysdb";
+constexpr char kGroupFile[] = "/etc/group";
+
+constexpr std::size_t kMebibyte = std::size_t{1024} * 1024;
+constexpr unsigned long kDefaultMapMebibytes = 256;
+constexpr unsigned long kMaxMapMebibytes = 1024UL * 1024;
+constexpr unsigned long kDefaultWait = 5000;
+constexpr unsigned long kMaxWait = 600'000;
+
+std::string directory_from(const char *variable, const char *usual) {
+    const char *value = secure_getenv(variable);
+    std::string directory = value != nullptr && *value != '\0' ? value : usual;
+    while (directory.size() > 1 && directory.ends_with('/')) {
+        directory.pop_back();
+    }
+    return directory;
+}
+
+bool parse_number(std::string_view text, unsigned long &number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+unsigned long number_from(const char *variable, unsigned long most, unsigned long usual) {
+    const char *value = secure_getenv(variable);
+    if (value == nullptr || *value == '\0') {
+        return usual;
+    }
+    unsigned long number = 0;
+    if (!parse_number(value, number) || number == 0 || number > most) {
+        log(kLogWarning, "%s=%s is not a number from 1 to %lu; %lu is used", variable, value, most, usual);
+        return usual;
+    }
+    return number;
+}
+
+std::string contents_of(const char *path) {
+    const Descriptor file = open_at(AT_FDCWD, path, O_RDONLY);
+    std::string text;
+    char buffer[4096];
+    for (ssize_t n = 0; file && (n = read(file.get(), buffer, sizeof buffer)) > 0;) {
+        text.append(buffer, static_cast<std::size_t>(n));
+    }
+    return text;
+}
+
+// From the file and not through the name services, which load objects: this may run on
+// a thread that must not enter the dynamic loader.
+std::optional<gid_t> group_of_name(std::string_view name) {
+    const std::string file = contents_of(kGroupFile);
+    std::string_view rest = file;
+    while (!rest.empty()) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(line.size() < rest.size() ? line.size() + 1 : rest.size());
+        // name:password:number:members
+        const auto first = line.find(':');
+        const auto second = first == std::string_view::npos ? first : line.find(':', first + 1);
+        unsigned long number = 0;
+        if (second != std::string_view::npos && line.substr(0, first) == name &&
+            parse_number(line.substr(second + 1, line.find(':', second + 1) - second - 1), number)) {
+            return static_cast<gid_t>(number);
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+Settings read_settings() {
+    return {directory_from(kCfgVariable, kCfgDefault) + "/cfg.mdb",
+            directory_from(kRunVariable, kRunDefault) + "/oper.mdb",
+            number_from(kMapVariable, kMaxMapMebibytes, kDefaultMapMebibytes) * kMebibyte,
+            static_cast<long>(number_from(kWaitVariable, kMaxWait, kDefaultWait))};
+}
+
+std::optional<gid_t> group_setting() {
+    const char *value = secure_getenv(kGroupVariable);
+    if (value == nullptr || *value == '\0') {
+        return std::nullopt;
+    }
+    unsigned long number = 0;
+    if (parse_number(value, number)) {
+        return static_cast<gid_t>(number);
+    }
+    const std::optional<gid_t> group = group_of_name(value);
+    if (!group) {
+        log(kLogWarning, "%s=%s: %s has no such group; the group of the directory above is used",
+            kGroupVariable, value, kGroupFile);
+    }
+    return group;
+}
+
+bool has_callers_rights_only() {
+    return getauxval(AT_SECURE) == 0;
+}
+
+std::string parent_of(const std::string &file) {
+    const auto slash = file.rfind('/');
+    if (slash == std::string::npos) {
+        return ".";
+    }
+    return slash == 0 ? "/" : file.substr(0, slash);
+}
+
+std::string name_of(const std::string &file) {
+    return file.substr(file.rfind('/') + 1);
+}
+
+}  // namespace sysdb_lmdb

@@ -1,0 +1,24 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/*
+ * A program that a process with an open database starts. Exit status 0 when it inherited
+ * the three standard descriptors only.
+ */
+#include <fcntl.h>
+#include <stdio.h>
+#include <unistd.h>
+
+int main(void) {
+    int inherited = 0;
+    for (int fd = 3; fd < 256; ++fd) {
+        if (fcntl(fd, F_GETFD) >= 0) {
+            char link[32];
+            char target[256] = "";
+            snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+            if (readlink(link, target, sizeof target - 1) > 0) {
+                fprintf(stderr, "inherited: %s\n", target);
+            }
+            inherited = 1;
+        }
+    }
+    return inherited;
+}
