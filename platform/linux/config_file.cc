@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "descriptor.hpp"
 #include "log.hpp"
 
 namespace aaaplatform {
@@ -84,13 +85,11 @@ bool ConfigFile::load(int fd) noexcept {
 bool ConfigFile::open(const char *path) noexcept {
     path_ = path;
     // O_NONBLOCK: a fifo of this name must not block a login.
-    const int fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    if (fd < 0) {
+    const Descriptor fd(::open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    if (!fd) {
         return errno == ENOENT || errno == ENOTDIR ? false : refuse(strerrordesc_np(errno));
     }
-    const bool loaded = load(fd);
-    close(fd);
-    return loaded;
+    return load(fd.get());
 }
 
 bool ConfigFile::next(ConfigLine *line) noexcept {

@@ -16,23 +16,10 @@
 
 #include <sys/types.h>
 
+#include "descriptor.hpp"
 #include "platform/event_manager.h"
 
 namespace aaaplatform {
-
-// A descriptor that is closed with its owner.
-class Descriptor {
-  public:
-    explicit Descriptor(int fd = -1) : fd_(fd) {}
-    ~Descriptor() { reset(); }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    int get() const { return fd_; }
-    void reset(int fd = -1);
-
-  private:
-    int fd_;
-};
 
 // Written by event_block into the caller's buffer for qm_event_dispatch. Holds
 // an id instead of an address: the connection may be closed in between.

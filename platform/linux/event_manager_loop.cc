@@ -23,13 +23,6 @@ constexpr std::uint64_t kWakeup = 0;
 
 }  // namespace
 
-void Descriptor::reset(int fd) {
-    if (fd_ >= 0) {
-        ::close(fd_);
-    }
-    fd_ = fd;
-}
-
 EventManager::EventManager(const void *owner) : owner_(owner), pid_(getpid()) {}
 
 std::shared_ptr<EventManager> EventManager::create(const void *owner) {

@@ -20,6 +20,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "descriptor.hpp"
+
 namespace aaaplatform {
 
 namespace {
@@ -50,16 +52,15 @@ bool send_datagram(const char *path, const char *data, std::size_t len) {
         return false;
     }
     std::memcpy(address.sun_path, path, path_len);
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
+    const Descriptor fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!fd) {
         return false;
     }
     // A busy log daemon may delay the caller briefly; one that hangs must not
     // block logins.
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof kSendTimeout);
-    const ssize_t sent =
-        sendto(fd, data, len, MSG_NOSIGNAL, reinterpret_cast<const sockaddr *>(&address), sizeof address);
-    close(fd);
+    setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof kSendTimeout);
+    const ssize_t sent = sendto(fd.get(), data, len, MSG_NOSIGNAL,
+                                reinterpret_cast<const sockaddr *>(&address), sizeof address);
     return sent == static_cast<ssize_t>(len);
 }
 
@@ -145,7 +146,17 @@ bool write_all(int fd, const char *data, std::size_t len) {
     return true;
 }
 
+// Whether descriptor 2 takes output. A process without standard error may have opened
+// a file for reading as 2; the platform's own descriptors are all above it.
+bool stderr_is_writable() {
+    const int flags = fcntl(STDERR_FILENO, F_GETFL);
+    return flags >= 0 && (flags & O_ACCMODE) != O_RDONLY && (flags & O_PATH) == 0;
+}
+
 bool emit_stderr(const char *text, std::size_t len) {
+    if (!stderr_is_writable()) {
+        return false;
+    }
     char line[kDatagramSize];
     const std::size_t n = len < sizeof line - 1 ? len : sizeof line - 1;
     std::memcpy(line, text, n);

@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "config_file.hpp"
+#include "descriptor.hpp"
 #include "log.hpp"
 
 namespace aaaplatform {
@@ -82,9 +83,14 @@ bool read_text(int fd, const char *path, SecretText *text) {
     return refuse(path, "it is too large", "restore the file from a backup");
 }
 
-bool write_all(int fd, const char *data, std::size_t len) {
-    while (len > 0) {
-        const ssize_t n = ::write(fd, data, len);
+// The new file was the program's standard error for a moment if that is closed. Text
+// that another thread printed into it is overwritten and cut.
+bool write_whole(int fd, const char *data, std::size_t len) {
+    if (ftruncate(fd, 0) != 0) {
+        return false;
+    }
+    for (off_t at = 0; len > 0;) {
+        const ssize_t n = ::pwrite(fd, data, len, at);
         if (n < 0) {
             if (errno == EINTR) {
                 continue;
@@ -92,6 +98,7 @@ bool write_all(int fd, const char *data, std::size_t len) {
             return false;
         }
         data += n;
+        at += n;
         len -= static_cast<std::size_t>(n);
     }
     return true;
@@ -160,7 +167,7 @@ int open_directory_of(const char *path) noexcept {
     if (slash != nullptr) {
         slash[slash == directory ? 1 : 0] = '\0';
     }
-    return open(slash != nullptr ? directory : ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return above_standard(open(slash != nullptr ? directory : ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 const char *master_keys_path() noexcept {
@@ -172,16 +179,14 @@ MasterKeys::~MasterKeys() {
 }
 
 bool MasterKeys::read(const char *path) noexcept {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    if (fd < 0) {
+    const Descriptor fd(open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    if (!fd) {
         return errno == ENOENT
                    ? refuse(path, "there is no such file", "create it with \"aaactl key new-master\"")
                    : refuse(path, strerrordesc_np(errno), "make the file readable for this process");
     }
     SecretText text;
-    const bool loaded = check_rights(fd, path) && read_text(fd, path, &text);
-    close(fd);
-    return loaded && parse(text.bytes, path);
+    return check_rights(fd.get(), path) && read_text(fd.get(), path, &text) && parse(text.bytes, path);
 }
 
 bool MasterKeys::parse(char *text, const char *path) noexcept {
@@ -264,14 +269,17 @@ int MasterKeys::write(const char *path, bool replace) const noexcept {
         return ENAMETOOLONG;
     }
     // Made with mode 0600 whatever the umask.
-    const int fd = mkostemp(temporary, O_CLOEXEC);
-    if (fd < 0) {
+    const int made = mkostemp(temporary, O_CLOEXEC);
+    if (made < 0) {
         return errno;
     }
+    const int fd = above_standard(made);
     SecretText text;
     print(*this, &text);
-    int error = write_all(fd, text.bytes, text.len) && fsync(fd) == 0 ? 0 : errno;
-    close(fd);
+    int error = fd >= 0 && write_whole(fd, text.bytes, text.len) && fsync(fd) == 0 ? 0 : errno;
+    if (fd >= 0) {
+        close(fd);
+    }
     if (error != 0) {
         unlink(temporary);
         return error;

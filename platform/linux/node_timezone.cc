@@ -11,6 +11,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "descriptor.hpp"
 #include "platform/node.h"
 #include "platform_codes.hpp"
 
@@ -56,12 +57,11 @@ bool from_environment(char *buffer, uint32_t size) {
 
 bool from_file(char *buffer, uint32_t size) {
     char text[128];
-    const int fd = open("/etc/timezone", O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (fd < 0) {
+    const Descriptor fd(open("/etc/timezone", O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!fd) {
         return false;
     }
-    const ssize_t n = read(fd, text, sizeof text - 1);
-    close(fd);
+    const ssize_t n = read(fd.get(), text, sizeof text - 1);
     if (n <= 0) {
         return false;
     }

@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "descriptor.hpp"
+
 namespace aaaplatform {
 
 namespace {
@@ -78,12 +80,11 @@ bool name_from_descriptors(char (&name)[kLineNameSize]) {
 
 OwnLine find_own_line(char (&name)[kLineNameSize]) noexcept {
     name[0] = '\0';
-    const int fd = open("/dev/tty", O_RDONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) {
+    const Descriptor fd(open("/dev/tty", O_RDONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
+    if (!fd) {
         return OwnLine::kNone;
     }
-    const bool named = name_from_number(fd, name) || name_from_descriptors(name);
-    close(fd);
+    const bool named = name_from_number(fd.get(), name) || name_from_descriptors(name);
     if (!named) {
         name[0] = '\0';
     }

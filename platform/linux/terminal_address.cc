@@ -19,6 +19,7 @@
 #include <initializer_list>
 
 #include "config_file.hpp"
+#include "descriptor.hpp"
 #include "own_line.hpp"
 #include "platform/terminal.h"
 #include "platform_codes.hpp"
@@ -89,19 +90,19 @@ bool read_entry(int fd, utmp *entry) {
 
 // The last entry of the line counts; earlier ones are leftovers.
 bool from_utmp(const char *line, char *buffer, socklen_t size) {
-    const int fd = open(config_path("AAA_UTMP", _PATH_UTMP), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (fd < 0) {
+    const Descriptor fd(
+        open(config_path("AAA_UTMP", _PATH_UTMP), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!fd) {
         return false;
     }
     bool found = false;
     utmp entry;
-    for (std::size_t i = 0; i < kMaxEntries && read_entry(fd, &entry); ++i) {
+    for (std::size_t i = 0; i < kMaxEntries && read_entry(fd.get(), &entry); ++i) {
         if (is_login_on(entry, line)) {
             found = write_words(entry.ut_addr_v6, buffer, size) ||
                     take_text(entry.ut_host, strnlen(entry.ut_host, sizeof entry.ut_host), buffer, size);
         }
     }
-    close(fd);
     return found;
 }
 
