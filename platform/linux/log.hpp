@@ -40,14 +40,19 @@ bool parse_sink(const char *word, Sink *sink) noexcept;
 // connected to it, else syslog.
 Sink default_sink() noexcept;
 
-// Writes one line of text, as make_visible() returns it, to a sink. A line that a
-// sink refuses is passed on: from the journal to syslog, and warnings and worse to
-// standard error.
+// Writes one line of text, as make_visible() returns it, to a sink; so is the mnemonic.
+// A line that a
+// sink refuses is passed on: from the journal to syslog, and warnings
+// and worse to standard error.
 void emit(Sink sink, const LineInfo &info, const char *text, std::size_t len) noexcept;
 
-// Copies text and makes control characters visible ("\n", "\x1b"), so that a
-// text cannot forge a second line. Returns the length; always terminated.
-std::size_t make_visible(char *out, std::size_t size, const char *text, std::size_t len) noexcept;
+// Copies text and makes visible what could forge another line or hide a part of this
+// one: control characters ("\n", "\x1b", "\u{85}"), separators of lines, controls of the
+// writing direction, invisible characters, bytes that are not UTF-8 ("\x9b"), and the
+// characters in also_escaped. A text that does not fit ends in "...". Returns the
+// length; always terminated. size is at least 4.
+std::size_t make_visible(char *out, std::size_t size, const char *text, std::size_t len,
+                         const char *also_escaped = "") noexcept;
 
 // Formats into out; a text that does not fit ends in "...". Returns the length.
 std::size_t format_bounded(char *out, std::size_t size, const char *format, va_list arguments) noexcept;

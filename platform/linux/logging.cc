@@ -53,9 +53,15 @@ Sink current_sink() {
     return sink != Sink::kUnset ? sink : choose_sink();
 }
 
-const char *or_dash(const char *text) {
-    return text != nullptr ? text : "-";
-}
+// A word of a record, or "-". Records come from every library of the program.
+template <std::size_t Size>
+struct Word {
+    char text[Size];
+    explicit Word(const char *word) {
+        const char *given = word != nullptr ? word : "-";
+        make_visible(text, Size, given, strnlen(given, 2 * Size));
+    }
+};
 
 // Builds "%FACILITY-CATEGORY-severity-MNEMONIC : text" and sends it.
 void emit_record(const kel_msg_rec_t &record, uint32_t severity, const char *text, std::size_t len) {
@@ -63,12 +69,16 @@ void emit_record(const kel_msg_rec_t &record, uint32_t severity, const char *tex
     if (sink == Sink::kNone) {
         return;
     }
+    const Word<33> facility(record.facility);
+    const Word<33> category(record.category);
+    const Word<65> mnemonic(record.mnemonic);
     char line[kLineSize];
-    const int n = std::snprintf(line, sizeof line, "%%%.32s-%.32s-%u-%.64s : ", or_dash(record.facility),
-                                or_dash(record.category), severity, or_dash(record.mnemonic));
+    const int n = std::snprintf(line, sizeof line, "%%%s-%s-%u-%s : ", facility.text, category.text, severity,
+                                mnemonic.text);
     const std::size_t prefix = n > 0 ? static_cast<std::size_t>(n) : 0;
     const std::size_t total = prefix + make_visible(line + prefix, sizeof line - prefix, text, len);
-    emit(sink, LineInfo{severity, record.mnemonic, record.msg_id}, line, total);
+    emit(sink, LineInfo{severity, record.mnemonic != nullptr ? mnemonic.text : nullptr, record.msg_id}, line,
+         total);
 }
 
 // ---- rate limit --------------------------------------------------------------

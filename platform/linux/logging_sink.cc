@@ -8,6 +8,7 @@
 #include "log.hpp"
 
 #include <fcntl.h>
+#include <sys/auxv.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -16,6 +17,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -80,13 +82,20 @@ struct Datagram {
         len += n;
     }
 
-    // "NAME=value\n": the short form, since values here hold no line feed.
+    // A field of any bytes: the name, a line feed, the length in eight bytes, the lowest
+    // first, the value and a line feed. No value can begin another field.
     void field(const char *name, const char *value, std::size_t n) {
-        if (full || std::strlen(name) + n + 2 > sizeof bytes - len) {
+        constexpr std::size_t kLengthSize = 8;
+        if (full || std::strlen(name) + kLengthSize + n + 2 > sizeof bytes - len) {
             return;
         }
+        char length[kLengthSize];
+        for (std::size_t i = 0; i < kLengthSize; ++i) {
+            length[i] = static_cast<char>(n >> (8 * i) & 0xffu);
+        }
         add(name, std::strlen(name));
-        add("=", 1);
+        add("\n", 1);
+        add(length, sizeof length);
         add(value, n);
         add("\n", 1);
     }
@@ -97,18 +106,53 @@ struct Datagram {
         }
     }
 
+    // "NAME=value\n"
     void number(const char *name, unsigned long value) {
         char text[24];
         std::snprintf(text, sizeof text, "%lu", value);
-        field(name, text);
+        add(name, std::strlen(name));
+        add("=", 1);
+        add(text, std::strlen(text));
+        add("\n", 1);
     }
 };
 
+constexpr std::size_t kNameSize = 65;
+
+// Copies the last component of a path, without what ends a name in lines of syslog.
+void take_name(char (&name)[kNameSize], const char *path) {
+    const char *slash = std::strrchr(path, '/');
+    const char *last = slash != nullptr ? slash + 1 : path;
+    make_visible(name, sizeof name, last, std::strlen(last), " \t:[]");
+}
+
+// The caller of a set-user-ID program chooses its first argument. There the name is that
+// of the executed file; it is empty in other processes.
+constinit char g_file_name[kNameSize] = "";
+
+[[gnu::constructor(200)]] void find_file_name() {
+    char path[PATH_MAX];
+    const ssize_t n = getauxval(AT_SECURE) != 0 ? readlink("/proc/self/exe", path, sizeof path - 1) : 0;
+    if (n > 0) {
+        path[n] = '\0';
+        take_name(g_file_name, path);
+    }
+}
+
+const char *program_name(char (&name)[kNameSize]) {
+    if (*g_file_name != '\0') {
+        return g_file_name;
+    }
+    take_name(name, program_invocation_short_name);
+    return *name != '\0' ? name : "-";
+}
+
 bool emit_journal(const LineInfo &info, const char *text, std::size_t len) {
+    char name[kNameSize];
     Datagram datagram;
     datagram.number("PRIORITY", info.severity & 7u);
     datagram.number("SYSLOG_FACILITY", LOG_FAC(LOG_AUTHPRIV));
-    datagram.field("SYSLOG_IDENTIFIER", program_invocation_short_name);
+    datagram.field("SYSLOG_IDENTIFIER", program_name(name));
     datagram.number("SYSLOG_PID", static_cast<unsigned long>(getpid()));
     datagram.field("AAA_MNEMONIC", info.mnemonic);
     if (info.msg_id != 0) {
@@ -123,10 +167,11 @@ bool emit_journal(const LineInfo &info, const char *text, std::size_t len) {
 // "<priority>program[pid]: text" without a time: the receiver adds it, and local
 // time would need the time zone lock.
 bool emit_syslog(const LineInfo &info, const char *text, std::size_t len) {
+    char name[kNameSize];
     Datagram datagram;
     const int n = std::snprintf(datagram.bytes, sizeof datagram.bytes,
-                                "<%u>%.64s[%d]: ", static_cast<unsigned>(LOG_AUTHPRIV) | (info.severity & 7u),
-                                program_invocation_short_name, static_cast<int>(getpid()));
+                                "<%u>%s[%d]: ", static_cast<unsigned>(LOG_AUTHPRIV) | (info.severity & 7u),
+                                program_name(name), static_cast<int>(getpid()));
     datagram.len = n > 0 ? static_cast<std::size_t>(n) : 0;
     datagram.add(text, len);
     return send_datagram(socket_path("AAA_SYSLOG_SOCKET", kSyslogSocket), datagram.bytes, datagram.len);
@@ -225,30 +270,6 @@ void emit(Sink sink, const LineInfo &info, const char *text, std::size_t len) no
     errno = saved_errno;
 }
 
-std::size_t make_visible(char *out, std::size_t size, const char *text, std::size_t len) noexcept {
-    static constexpr char kHex[] = "0123456789abcdef";
-    std::size_t n = 0;
-    for (std::size_t i = 0; i < len; ++i) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        const bool plain = (c >= 0x20 && c != 0x7f) || c == '\t';
-        const std::size_t need = plain ? 1 : c == '\n' ? 2 : 4;
-        if (n + need >= size) {
-            break;
-        }
-        if (plain) {
-            out[n] = text[i];
-        } else if (c == '\n') {
-            std::memcpy(out + n, "\\n", 2);
-        } else {
-            const char code[4] = {'\\', 'x', kHex[c >> 4], kHex[c & 15]};
-            std::memcpy(out + n, code, sizeof code);
-        }
-        n += need;
-    }
-    out[n] = '\0';
-    return n;
-}
-
 std::size_t format_bounded(char *out, std::size_t size, const char *format, va_list arguments) noexcept {
     // Formats come from the library's catalog and traces, where the compiler has
     // checked them.
@@ -267,8 +288,13 @@ std::size_t format_bounded(char *out, std::size_t size, const char *format, va_l
     if (static_cast<std::size_t>(n) < size) {
         return static_cast<std::size_t>(n);
     }
-    std::memcpy(out + size - 4, "...", 4);
-    return size - 1;
+    // Not within a character, of which the first bytes would be shown as escapes.
+    std::size_t cut = size - 4;
+    while (cut > 0 && (static_cast<unsigned char>(out[cut]) & 0xc0u) == 0x80) {
+        --cut;
+    }
+    std::memcpy(out + cut, "...", 4);
+    return cut + 3;
 }
 
 }  // namespace aaaplatform

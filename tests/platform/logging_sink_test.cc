@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "child_process.hpp"
+#include "journal_fields.hpp"
 #include "log_socket.hpp"
 #include "message_record.hpp"
 #include "platform/logging.h"
@@ -60,16 +61,18 @@ TEST(Sink, JournalGetsFields) {
     EXPECT_EQ("", child.err);
     const auto all = journal.take();
     ASSERT_EQ(1u, all.size());
-    const auto fields = lines_of(all[0]);
+    const JournalFields fields = journal_fields(all[0]);
     ASSERT_EQ(7u, fields.size()) << all[0];
-    EXPECT_EQ("PRIORITY=3", fields[0]);
-    EXPECT_EQ("SYSLOG_FACILITY=10", fields[1]);
-    EXPECT_EQ("SYSLOG_IDENTIFIER=child", fields[2]);
-    EXPECT_EQ("SYSLOG_PID=", fields[3].substr(0, 11));
-    EXPECT_EQ("AAA_MNEMONIC=DEBUG_ERROR", fields[4]);
-    EXPECT_EQ("AAA_MSG_ID=0x048d0001", fields[5]);
-    EXPECT_EQ("MESSAGE=" + kLine.substr(0, kLine.size() - 1), fields[6]);
-    EXPECT_EQ('\n', all[0].back());
+    const auto expect = [&fields](size_t i, const std::string &name, const std::string &value) {
+        EXPECT_EQ((JournalFields::value_type{name, value}), fields[i]);
+    };
+    expect(0, "PRIORITY", "3");
+    expect(1, "SYSLOG_FACILITY", "10");
+    expect(2, "SYSLOG_IDENTIFIER", "child");
+    EXPECT_EQ("SYSLOG_PID", fields[3].first);
+    expect(4, "AAA_MNEMONIC", "DEBUG_ERROR");
+    expect(5, "AAA_MSG_ID", "0x048d0001");
+    expect(6, "MESSAGE", kLine.substr(0, kLine.size() - 1));
 }
 
 TEST(Sink, JournalWhenStandardErrorIsItsStream) {
