@@ -27,14 +27,23 @@ extern "C" {
 #endif
 
 /**
+ * Most live pairs in a packed list of unknown origin.
+ *
+ * A list counts 65535 pairs, and the pair that wraps the count stops the process.
+ * The difference is room for 256 pairs that the receiver adds.
+ */
+#define AAA_CHECKED_MAX_PAIRS 65279u
+
+/**
  * Fills an empty list from a packed list of unknown origin.
  *
- * Accepted is exactly what packing can produce: a big-endian total length of
- * at least 56 bytes that is a multiple of 4 and does not exceed @p avail; a
- * terminated name; every pair head and value inside that length; a pair count
- * that is zero exactly when no live pair follows; no deleted pair at the very
- * end; and no more than 65535 live pairs, which is what a list can count.
- * Bytes after the total length are ignored. No one else may write to the
+ * Accepted is what packing can produce: a big-endian total length of at least
+ * 56 bytes that is a multiple of 4 and does not exceed @p avail; a terminated
+ * name; every pair head and value inside that length; a pair count that is zero
+ * exactly when no live pair follows; no deleted pair at the very end. A list of
+ * more than 65279 live pairs (AAA_CHECKED_MAX_PAIRS) is refused, so that the
+ * receiver can append 256 pairs to whatever is accepted; one that appends more
+ * has to count. Bytes after the total length are ignored. No one else may write to the
  * message during the call: copy it first when it is in shared memory.
  *
  * @param[in,out] list  empty list to fill; a list that is not empty stops the process
@@ -47,7 +56,8 @@ extern "C" {
  * - AAA_OK: the list holds the message's pairs, as after aaa_avpair_unpack_msg()
  * - AAA_ERR_INVALID_ARG: a pointer is null
  * - AAA_ERR_INVALID_MSG_SIZE: fewer than 56 bytes, or a total length that is out of range
- * - AAA_ERR_AVPAIR_PROCESSING: name, count or a pair is malformed
+ * - AAA_ERR_AVPAIR_PROCESSING: name, count or a pair is malformed, or there are more than
+ *   AAA_CHECKED_MAX_PAIRS live pairs
  * - AAA_ERR_NOMEM: the pairs could not be stored
  *
  * On every failure the list is left empty, with the name it had.

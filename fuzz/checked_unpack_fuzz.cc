@@ -67,7 +67,7 @@ cerrno expected_pairs(const uint8_t *message, std::size_t total) {
         at += 16 + padded;
     }
     const bool counted = message[6] != 0 || message[7] != 0;
-    const bool fits = total == kHeader ? !counted : counted && last_live && live < 65536;
+    const bool fits = total == kHeader ? !counted : counted && last_live && live <= 65279;
     return fits ? AAA_OK : AAA_ERR_AVPAIR_PROCESSING;
 }
 
@@ -264,11 +264,8 @@ void change_a_copy(const avlist *list) {
         require(aaa_avpair_delete_by_iterator(&it, copy.get()) == AAA_OK, "a pair cannot be deleted");
         require_sound(copy.get());
     }
-    // A full list must not get another pair.
-    if (read_pairs(copy.get()).size() < 65535) {
-        require(aaa_avpair_add(257, 0, "user", 0, 4, copy.get()) == AAA_OK, "no pair can be added");
-        require_sound(copy.get());
-    }
+    require(aaa_avpair_add(257, 0, "user", 0, 4, copy.get()) == AAA_OK, "no pair can be added");
+    require_sound(copy.get());
     std::free(aaa_util_avlist_errmsg_get(copy.get()));
     avpair_flags_t flags = 0;
     std::free(aaa_util_avlist_prompt_get(copy.get(), &flags));

@@ -216,9 +216,38 @@ TEST(CheckedUnpack, EveryAttributeFormatAndShortValueIsAccepted) {
     expect_like_plain(message, message.size());
 }
 
-TEST(CheckedUnpack, AsManyPairsAsAListCanCountAreAccepted) {
-    const std::string message = pairs_of_types(std::vector<uint32_t>(65535, kText), 65535);
+TEST(CheckedUnpack, TheHighestNumberOfPairsIsAccepted) {
+    EXPECT_EQ(AAA_CHECKED_MAX_PAIRS, 65279u);
+    const std::string message = pairs_of_types(std::vector<uint32_t>(65279, kText), 65279);
     expect_like_plain(message, message.size());
+}
+
+// A peer sent 65535 pairs, the server appended one, which wrapped the count to 0, and
+// the next look at the list stopped the server.
+TEST(CheckedUnpack, AServerCanAppend256PairsToWhateverIsAccepted) {
+    // The peer's count in either byte order, and false counts.
+    for (const uint16_t count : std::initializer_list<uint16_t>{65279, 0xfffe, 1, 0xffff, 0xff00}) {
+        const std::string message = pairs_of_types(std::vector<uint32_t>(65279, kText), count);
+        const ListPtr list = make_list();
+        ASSERT_EQ(aaa_avpair_unpack_msg_checked(list.get(), message.data(), message.size()), AAA_OK) << count;
+        for (int i = 0; i < 256; ++i) {
+            add(list, AAA_CMD_ATTR, "x");
+            ASSERT_NE(list->av_cnt, 0) << "after pair " << i;
+        }
+        void *value = nullptr;
+        uint32_t length = 0;
+        EXPECT_EQ(aaa_avpair_find_type(AAA_CMD_ATTR, nullptr, &value, &length, 255, list.get()), AAA_OK);
+        EXPECT_EQ(aaa_avpair_list_is_sane(list.get()), 1);
+        EXPECT_STREQ(verify_list(list.get(), ListOrigin::unpacked).fault, "");
+    }
+}
+
+TEST(CheckedUnpack, TheHighestNumberOfPairsCanBeRelayed) {
+    const std::string message = pairs_of_types(std::vector<uint32_t>(65279, kText), 65279);
+    const ListPtr list = make_list();
+    ASSERT_EQ(aaa_avpair_unpack_msg_checked(list.get(), message.data(), message.size()), AAA_OK);
+    const std::string relayed = pack(list.get());
+    expect_like_plain(relayed, relayed.size());
 }
 
 // ---- Unpacking: what is refused --------------------------------------------------
@@ -341,9 +370,15 @@ TEST(CheckedUnpack, NothingButDeletedPairsIsRefusedWhateverTheCount) {
     }
 }
 
-TEST(CheckedUnpack, MorePairsThanAListCanCountAreRefused) {
-    std::vector<uint32_t> types(65536, kText);
-    EXPECT_EQ(unpack(pairs_of_types(types, 1)), AAA_ERR_AVPAIR_PROCESSING);
+TEST(CheckedUnpack, MorePairsThanTheHighestNumberAreRefused) {
+    for (const std::size_t number : {65280u, 65535u, 65536u, 65537u, 131072u}) {
+        for (const uint16_t count : std::initializer_list<uint16_t>{1, 0xff00, 0x00ff, 0xffff}) {
+            EXPECT_EQ(unpack(pairs_of_types(std::vector<uint32_t>(number, kText), count)),
+                      AAA_ERR_AVPAIR_PROCESSING)
+                << number << " pairs, count " << count;
+        }
+    }
+    std::vector<uint32_t> types(65280, kText);
     types[0] = kDeleted;  // those do not count
     EXPECT_EQ(unpack(pairs_of_types(types, 1)), AAA_OK);
 }

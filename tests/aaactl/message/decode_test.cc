@@ -144,6 +144,21 @@ TEST(Decode, MasksWhatDeletedPairsHeldAndWhatLiesBehindAMessage) {
     EXPECT_NE(aaactl({"decode", "--show-secrets"}, bytes).out.find("736573616d65"), std::string::npos);
 }
 
+TEST(Decode, SaysHowManyPairsReceiversAccept) {
+    std::string list = packed("", 1);
+    for (int i = 0; i < 65280; ++i) {
+        list += std::string("\0\0\1\1\0\0\0\0\0\0\0\0\0\0\0\0", 16);
+    }
+    for (size_t i = 0; i < 4; ++i) {
+        list[i] = static_cast<char>(list.size() >> (24 - 8 * i));
+    }
+    const auto run = aaactl({"decode", "--text"}, list);
+    EXPECT_EQ(run.status, 3);
+    EXPECT_NE(run.err.find("byte 6 of 1044536: 65280 live pairs, more than the 65279 that receivers accept"),
+              std::string::npos)
+        << run.err;
+}
+
 // Decoded as another kind, its secrets would be plain bytes.
 TEST(Decode, MasksSecretsOfMalformedMessagesWhoseKindIsFoundOut) {
     std::string list = packed(std::string(kUser) + kPassword, 2);

@@ -17,7 +17,6 @@ namespace aaactl {
 namespace {
 
 constexpr size_t kPairHead = sizeof(avpair_t);
-constexpr size_t kMostPairs = 65535;
 
 // The library's verdict on the bytes as a packed list.
 cerrno verdict(std::string_view bytes) {
@@ -124,8 +123,11 @@ void Reader::check_count(size_t begin, const List &list) {
              AAA_ERR_AVPAIR_PROCESSING);
     } else if (!list.pairs.empty() && list.pairs.back().deleted()) {
         fail(list.pairs.back().offset, "the last pair is a deleted one", AAA_ERR_AVPAIR_PROCESSING);
-    } else if (live > kMostPairs) {
-        fail(begin + offsetof(avlist, av_cnt), "more pairs than a list can count", AAA_ERR_AVPAIR_PROCESSING);
+    } else if (live > AAA_CHECKED_MAX_PAIRS) {
+        fail(begin + offsetof(avlist, av_cnt),
+             std::to_string(live) + " live pairs, more than the " + std::to_string(AAA_CHECKED_MAX_PAIRS) +
+                 " that receivers accept",
+             AAA_ERR_AVPAIR_PROCESSING);
     }
 }
 

@@ -32,8 +32,11 @@ constexpr size_t align_up(size_t n) {
 }
 
 // The highest count of a list: with one more pair the count is 0, and the next
-// operation on the list stops the process.
+// operation on the list stops the process. A peer must not bring the list so near
+// to it that a pair of the receiver is the one.
 constexpr size_t kMostPairs = UINT16_MAX;
+constexpr size_t kReceiversPairs = 256;
+static_assert(AAA_CHECKED_MAX_PAIRS == kMostPairs - kReceiversPairs);
 
 // Result of a walk over the pairs of one run of bytes.
 struct PairScan {
@@ -75,7 +78,7 @@ bool pairs_are_sane(const unsigned char *bytes, uint32_t len) {
     if (len == kListHeader) {
         return !counted;
     }
-    return counted && scan.well_formed && scan.last_live && scan.live <= kMostPairs;
+    return counted && scan.well_formed && scan.last_live && scan.live <= AAA_CHECKED_MAX_PAIRS;
 }
 
 cerrno check_message(const char *msg, size_t avail, uint32_t *total) {
