@@ -10,8 +10,8 @@
  *
  * Loading the library starts the worker `aaa_util_th`; dlclose() stops it and
  * closes the connections; process exit does neither. Set NO_DLLMAIN in the
- * environment (to anything) to have neither done. docs/threads.md tells what
- * a caller may rely on.
+ * environment (to anything) to have neither done; a set-user-ID process ignores
+ * it. docs/threads.md tells what a caller may rely on.
  */
 
 #include "aaa/export.h"

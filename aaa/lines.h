@@ -97,9 +97,12 @@ AAA_API int aaa_is_tty(const char *device);
  * @param[in]  flags     AAA_READ_HIDDEN and AAA_READ_LINEFEED, or 0
  *
  * Threads: changes the process's SIGALRM action and its alarm clock, so one
- * thread at a time; other threads should block SIGALRM. On the hidden path the
- * "tty" program is found through PATH: a privileged process must have set a
- * trustworthy one.
+ * thread at a time; other threads should block SIGALRM.
+ *
+ * On the hidden path the "tty" program is found through PATH. A set-user-ID
+ * process runs /usr/bin/tty instead, with an environment of its own and the
+ * rights of its caller. A process that is privileged in another way must have set
+ * a trustworthy PATH.
  *
  * @return
  * - AAA_OK: input is in @p buf (empty after Ctrl-C, or without a terminal)

@@ -217,6 +217,58 @@ static int fork_reload(void) {
     return 0;
 }
 
+/* ---- A variable that disables the hooks, set after the load ---- */
+
+static int worker_is_there(void) {
+    DIR *const dir = opendir("/proc/self/task");
+    int found = 0;
+    REQUIRE(dir != NULL);
+    for (const struct dirent *entry; (entry = readdir(dir)) != NULL;) {
+        char path[300], name[16] = "";
+        snprintf(path, sizeof path, "/proc/self/task/%s/comm", entry->d_name);
+        FILE *const file = fopen(path, "re");
+        if (file != NULL) {
+            found |= fgets(name, sizeof name, file) != NULL && strcmp(name, "aaa_util_th\n") == 0;
+            fclose(file);
+        }
+    }
+    closedir(dir);
+    return found;
+}
+
+/* A worker that goes on would execute code that is not mapped any more. */
+static int disabled_later(void) {
+    for (int i = 0; i < 20; ++i) {
+        void *const library = load_connected();
+        REQUIRE(worker_is_there());
+        REQUIRE(setenv("NO_DLLMAIN", "1", 1) == 0);
+        unload(library);
+        require_gone();
+        while (worker_is_there()) { /* the kernel may still list a thread that was joined */
+            yield_a_little();
+        }
+        REQUIRE(unsetenv("NO_DLLMAIN") == 0);
+    }
+    return 0;
+}
+
+static int disabled_later_and_exit(void) {
+    load_connected();
+    REQUIRE(setenv("NO_DLLMAIN", "1", 1) == 0);
+    return 0;
+}
+
+/* The unload of a library whose load was disabled. */
+static int enabled_later(void) {
+    REQUIRE(setenv("NO_DLLMAIN", "1", 1) == 0);
+    void *const library = load(AAAUTIL_LIBRARY);
+    REQUIRE(!worker_is_there());
+    REQUIRE(unsetenv("NO_DLLMAIN") == 0);
+    unload(library);
+    require_gone();
+    return 0;
+}
+
 /* ---- A database that appears after the load ---- */
 
 /* The provider is created at $AAA_SYSDB_PROVIDER after the load. */
@@ -284,6 +336,15 @@ static int run_end(const char *name) {
     }
     if (strcmp(name, "fork-reload") == 0) {
         return fork_reload();
+    }
+    if (strcmp(name, "disabled-later") == 0) {
+        return disabled_later();
+    }
+    if (strcmp(name, "disabled-later-and-exit") == 0) {
+        return disabled_later_and_exit();
+    }
+    if (strcmp(name, "enabled-later") == 0) {
+        return enabled_later();
     }
     if (strcmp(name, "database-later") == 0) {
         return database_comes_later();

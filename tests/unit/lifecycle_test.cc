@@ -419,27 +419,36 @@ bool worker_is_there() {
     return false;
 }
 
-// Unload joins it without a trace.
-TEST_F(Worker, EndsWhenItHasNoBuffer) {
-    if (!fake::FailAlloc::available()) {
-        GTEST_SKIP();
-    }
-    // The worker clears its handle when it ends; the load must have stored it by then.
-    std::binary_semaphore loaded(0);
-    // The buffer is the first allocation after the second connection is open.
-    fake::before("event_conn_open", [&loaded] {
-        if (fake::count("event_conn_open") == 2) {
-            loaded.acquire();
-            fail_alloc_arm(1, 0);
+// Loads the library with a worker that gets no buffer, and waits for its end.
+class WorkerWithoutBuffer : public LifecycleTest {
+  protected:
+    void SetUp() override {
+        if (!fake::FailAlloc::available()) {
+            GTEST_SKIP();
         }
-    });
-    load();
-    loaded.release();
-    while (fake::traces_of(0).back() != "AAA lib Thread about to exit" || worker_is_there()) {
-        std::this_thread::yield();
+        LifecycleTest::SetUp();
+        // The buffer is the first allocation after the second connection is open.
+        fake::before("event_conn_open", [this] {
+            if (fake::count("event_conn_open") == 2) {
+                loaded_.acquire();
+                fail_alloc_arm(1, 0);
+            }
+        });
+        load();
+        loaded_.release();
+        while (fake::traces_of(0).back() != "AAA lib Thread about to exit" || worker_is_there()) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(fake::count("event_block"), 0u);
+        fake::clear_journal();
     }
-    EXPECT_EQ(fake::count("event_block"), 0u);
-    fake::clear_journal();
+
+  private:
+    // The worker clears its handle when it ends; the load must have stored it by then.
+    std::binary_semaphore loaded_{0};
+};
+
+TEST_F(WorkerWithoutBuffer, EndsAndIsJoinedWithoutATrace) {
     const unsigned joins = sabotage().joins;
     unload();
     EXPECT_EQ(sabotage().joins, joins + 1);
@@ -512,6 +521,36 @@ TEST_F(Unload, IgnoresFailedUnbinds) {
     const Lines calls = unload_calls();
     EXPECT_EQ(fake::calls("_sysdb_unbind").size(), 2u);
     EXPECT_EQ(calls.back(), "aaa_debug_cleanup()");
+}
+
+// The worker's code was unmapped while the worker ran.
+TEST_F(Unload, WithNoDllmainSetSinceTheLoadEndsTheWorkerAndNothingElse) {
+    load_running();
+    setenv("NO_DLLMAIN", "1", 1);
+    const unsigned joins = sabotage().joins;
+    EXPECT_EQ(unload_calls(),
+              (Lines{"__in_dlclose()", "event_send_async(ptr, 77, 0)", "qm_event_dispatch(ptr, 0)"}));
+    EXPECT_EQ(sabotage().joins, joins + 1);
+    EXPECT_EQ(fake::traces_of(0), Lines{"AAA lib Thread about to exit"});
+    EXPECT_EQ(fake::sysdb::open_connections(), (Lines{kMapPath, kCfgPath}));
+}
+
+TEST_F(WorkerWithoutBuffer, IsJoinedWithNoDllmainSetSinceTheLoad) {
+    setenv("NO_DLLMAIN", "1", 1);
+    const unsigned joins = sabotage().joins;
+    EXPECT_EQ(unload_calls(), Lines{"__in_dlclose()"});
+    EXPECT_EQ(sabotage().joins, joins + 1);
+    EXPECT_EQ(fake::traces_of(0), Lines{});
+}
+
+TEST_F(LoadDeathTest, WithNoDllmainSetSinceTheLoadAProcessExitsAsItDoesWithoutIt) {
+    const auto run_to_the_end = [this] {
+        load_running();
+        setenv("NO_DLLMAIN", "1", 1);
+        fake::before("event_send_async", [] { _exit(3); });
+        std::exit(0);
+    };
+    EXPECT_EXIT(run_to_the_end(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(LoadDeathTest, ProcessExitRunsNoUnload) {

@@ -180,9 +180,9 @@ void detach_worker(pthread_t thread) noexcept {
     unjoined_thread = 0;
 }
 
-// Joins a worker that ended early and so cleared its handle. No trace line is
-// written, because the handle names no thread. The join is needed because the
-// worker's code is unmapped next.
+// Joins a worker that ended early and so cleared its handle, or one that ends without
+// a trace. No trace line is written, because the handle names no thread. The join is
+// needed because the worker's code is unmapped next.
 void join_ended_worker() noexcept {
     if (unjoined_thread != 0) {
         pthread_join(unjoined_thread, nullptr);
@@ -214,8 +214,23 @@ void finish() noexcept {
     aaa_debug_cleanup();
 }
 
+// For an unload whose hook is disabled although the load's was not: the worker ends,
+// without a trace, because its code is unmapped next. The rest of the unload is not done.
+void end_worker() noexcept {
+    exit_requested.store(1, std::memory_order_release);
+    const bool ended = worker_thread.load(std::memory_order_acquire) == 0;
+    if (ended || event_send_async(event_manager, async_code, 0) == 0) {
+        join_ended_worker();
+    } else {
+        detach_worker(unjoined_thread);
+    }
+    worker_thread.store(0, std::memory_order_relaxed);
+}
+
+// Not for the callers of set-user-ID programs, who could leave a privileged process
+// without its worker.
 bool hooks_disabled() noexcept {
-    return std::getenv("NO_DLLMAIN") != nullptr;
+    return secure_getenv("NO_DLLMAIN") != nullptr;
 }
 
 [[gnu::constructor]] void on_load() noexcept {
@@ -227,7 +242,13 @@ bool hooks_disabled() noexcept {
 // Also runs when the process exits, where other threads may still use the
 // library: only dlclose unloads.
 [[gnu::destructor]] void on_unload() noexcept {
-    if (!hooks_disabled() && __in_dlclose() != 0) {
+    const bool disabled = hooks_disabled();
+    if ((disabled && unjoined_thread == 0) || __in_dlclose() == 0) {
+        return;
+    }
+    if (disabled) {
+        end_worker();
+    } else {
         lifecycle(kUnload);
     }
 }

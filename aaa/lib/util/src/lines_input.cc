@@ -20,14 +20,13 @@
 #include "aaa/lines.h"
 #include "aaa/result_codes.h"
 #include "internal/memory.hpp"
+#include "internal/terminal_name.hpp"
 #include "internal/trace.hpp"
 #include "platform/logging.h"
 #include "platform/node.h"
 #include "platform/terminal.h"
 
 namespace {
-
-constexpr size_t kTerminalNameSize = 256;
 
 extern "C" void on_alarm(int signal_number) {
     const int saved = errno;
@@ -62,25 +61,11 @@ cerrno errno_code() {
 
 // ---- the controlling terminal ------------------------------------------------
 
-// Asks the "tty" program for the name of the terminal on standard input.
-bool read_terminal_name(char *name) {
-    FILE *output = popen("tty", "r");
-    if (output == nullptr) {
-        return false;
-    }
-    const bool got = std::fgets(name, kTerminalNameSize, output) != nullptr;
-    pclose(output);
-    if (got && *name != '\0') {
-        name[std::strlen(name) - 1] = '\0';
-    }
-    return got;
-}
-
 // False, with the reason on standard error, when there is no terminal: a
 // process without one gets an empty input and success.
-bool find_terminal(char *name) {
+bool find_terminal(char (&name)[aaautil::kTerminalNameSize]) {
     struct stat status = {};
-    if (!read_terminal_name(name)) {
+    if (!aaautil::read_terminal_name(name)) {
         std::fputs("popen fails \n", stderr);
         return false;
     }
@@ -197,7 +182,7 @@ cerrno read_characters(char *buf, uint32_t len) {
 }
 
 cerrno read_from_terminal(const char *prompt, char *buf, uint32_t len, uint32_t timeout_s) {
-    char name[kTerminalNameSize] = "";
+    char name[aaautil::kTerminalNameSize] = "";
     if (!find_terminal(name)) {
         return AAA_OK;
     }
