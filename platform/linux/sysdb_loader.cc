@@ -14,7 +14,6 @@
 #include "sysdb_loader.hpp"
 
 #include <atomic>
-#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -147,9 +146,10 @@ bool start_loader_thread() {
     return rc == 0;
 }
 
+// Of the clock that no one sets.
 timespec unloading_deadline() {
     timespec deadline;
-    clock_gettime(CLOCK_REALTIME, &deadline);
+    clock_gettime(CLOCK_MONOTONIC, &deadline);
     deadline.tv_nsec += kUnloadingWaitNanoseconds;
     if (deadline.tv_nsec >= 1'000'000'000) {
         deadline.tv_nsec -= 1'000'000'000;
@@ -169,7 +169,7 @@ void wait_for_attempt(unsigned finished_before) {
     }
     const timespec deadline = unloading_deadline();
     while (g_state.attempts == finished_before) {
-        if (pthread_cond_timedwait(&g_state.changed, &g_state.mutex, &deadline) == ETIMEDOUT) {
+        if (pthread_cond_clockwait(&g_state.changed, &g_state.mutex, CLOCK_MONOTONIC, &deadline) != 0) {
             return;
         }
     }

@@ -6,6 +6,8 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -29,6 +31,21 @@ const char *real_provider() {
     static const std::string path = std::getenv("AAA_SYSDB_PROVIDER");
     return path.c_str();
 }
+
+std::atomic<time_t> g_wall_clock_offset{0};
+
+}  // namespace
+
+// The time that the platform reads. Waits of the kernel use the real clocks.
+extern "C" int clock_gettime(clockid_t clock, struct timespec *now) {
+    const auto rc = static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+    if (clock == CLOCK_REALTIME) {
+        now->tv_sec += g_wall_clock_offset.load();
+    }
+    return rc;
+}
+
+namespace {
 
 class SysdbLoader : public ::testing::Test {
   protected:
@@ -164,27 +181,45 @@ struct Module {
 
 cerrno bind_code_at_unload;
 
+void bind_during_an_unload() {
+    Module module;
+    ASSERT_NE(nullptr, module.object) << dlerror();
+    fs::rename(std::string(std::getenv("AAA_SYSDB_PROVIDER")) + ".later", std::getenv("AAA_SYSDB_PROVIDER"));
+    *module.symbol<int>("module_bind_at_unload") = 1;
+    static cerrno *code = nullptr;
+    code = module.symbol<cerrno>("module_bind_code");
+    *module.symbol<void (*)(int)>("module_unloading") = [](int in_dlclose) {
+        EXPECT_EQ(1, in_dlclose);
+        bind_code_at_unload = *code;
+    };
+    ASSERT_EQ(0, dlclose(module.object));
+    EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, bind_code_at_unload);
+}
+
 TEST_F(SysdbLoader, BindDuringAnUnloadDoesNotWaitForTheLoader) {
     // The thread that unloads holds the loader's lock and joins the one that binds. The join must end
     // even though the provider cannot be loaded meanwhile; the provider is loaded afterwards.
     run([this] {
-        Module module;
-        ASSERT_NE(nullptr, module.object) << dlerror();
-        install(real_provider());
-        *module.symbol<int>("module_bind_at_unload") = 1;
-        static cerrno *code = nullptr;
-        code = module.symbol<cerrno>("module_bind_code");
-        *module.symbol<void (*)(int)>("module_unloading") = [](int in_dlclose) {
-            EXPECT_EQ(1, in_dlclose);
-            bind_code_at_unload = *code;
-        };
-        ASSERT_EQ(0, dlclose(module.object));
-        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, bind_code_at_unload);
+        fs::copy_file(real_provider(), place() + ".later");
+        bind_during_an_unload();
         // Other libraries get the provider after the unload, without another load.
         while (Bound("/cfg/").code() != 0) {
             usleep(1000);
         }
     });
+}
+
+// The limit of that wait was a time of the wall clock: set back by an hour in between, it
+// delayed the unload by an hour.
+TEST_F(SysdbLoader, BindDuringAnUnloadDoesNotWaitForTheWallClock) {
+    for (const time_t offset : {3600, -3600}) {
+        run([this, offset] {
+            fs::copy_file(real_provider(), place() + ".later", fs::copy_options::overwrite_existing);
+            g_wall_clock_offset = offset;
+            bind_during_an_unload();
+        });
+        fs::remove(place());
+    }
 }
 
 TEST_F(SysdbLoader, LoadingALibraryLoadsTheProvider) {
