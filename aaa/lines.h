@@ -90,6 +90,9 @@ AAA_API int aaa_is_tty(const char *device);
  * exactly @p len characters is stored without a NUL. Give the function one
  * byte less than the zeroed buffer has.
  *
+ * What was read from standard input is wiped in the buffer that the C library
+ * keeps for it (with glibc); what follows there is kept.
+ *
  * @param[in]  prompt    NUL-terminated text to show; null is refused
  * @param[out] buf       receives the input; zeroed first
  * @param[in]  len       size of @p buf in bytes, at least 1

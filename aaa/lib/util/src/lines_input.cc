@@ -19,6 +19,7 @@
 
 #include "aaa/lines.h"
 #include "aaa/result_codes.h"
+#include "internal/input_buffer.hpp"
 #include "internal/memory.hpp"
 #include "internal/terminal_name.hpp"
 #include "internal/trace.hpp"
@@ -290,8 +291,10 @@ cerrno aaa_util_read_input(const char *prompt, char *buf, uint32_t len, uint32_t
     if ((flags & AAA_READ_LINEFEED) != 0) {
         std::putchar('\n');
     }
-    return (flags & AAA_READ_HIDDEN) != 0 ? read_from_terminal(prompt, buf, len, timeout_s)
-                                          : read_from_editor(prompt, buf, len, timeout_s);
+    const cerrno rc = (flags & AAA_READ_HIDDEN) != 0 ? read_from_terminal(prompt, buf, len, timeout_s)
+                                                     : read_from_editor(prompt, buf, len, timeout_s);
+    aaautil::wipe_consumed_input();
+    return rc;
 }
 
 }  // extern "C"
