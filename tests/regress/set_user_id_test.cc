@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -165,6 +166,33 @@ TEST_F(SetUserId, ProgramsAskTheSystemsTty) {
     child.type("secret\r");
     EXPECT_EQ("privileged: 0 \"secret\"", child.report());
     EXPECT_FALSE(other.ran());
+}
+
+// The caller decides how many descriptors there are; the system may lack the program.
+TEST_F(SetUserId, ProgramsThatCannotAskTtyHaveNoInput) {
+    const std::function<void()> hindrances[] = {
+        [] {
+            const rlimit limit{5, 5};  // two are needed, descriptor 4 is free
+            if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+                end("no limit");
+            }
+        },
+        [] {
+            if (mount("/dev/null", "/usr/bin/tty", nullptr, MS_BIND, nullptr) != 0) {
+                end("no other file");
+            }
+        },
+    };
+    for (const auto &hindrance : hindrances) {
+        TerminalProcess child([&hindrance] {
+            Call call;
+            call.action = "input";
+            call.prepare = hindrance;
+            return run(call);
+        });
+        EXPECT_EQ("privileged: 0 \"\"", child.report());
+        EXPECT_NE(std::string::npos, child.shown().find("popen fails")) << child.shown();
+    }
 }
 
 TEST_F(SetUserId, OtherProgramsFindTtyThroughPath) {

@@ -29,7 +29,9 @@ extern "C" {
  * them.
  *
  * Records and limits live in the library; nothing may refer to them after the
- * call.
+ * call. Arguments may be texts of users and peers, so a host must not let them
+ * begin another line or a control sequence. It must not write into a file that
+ * happens to be descriptor 2 in a process without standard error.
  *
  * @param[in] record   the record; null is reported as an error
  * @param[in] severity syslog level, always the record's own: 3, 4 or 7

@@ -22,12 +22,12 @@
 namespace aaautil {
 namespace {
 
-bool take_line(FILE *output, char (&name)[kTerminalNameSize]) noexcept {
-    const bool got = std::fgets(name, sizeof name, output) != nullptr;
-    if (got && *name != '\0') {
-        name[std::strlen(name) - 1] = '\0';
+// Drops the last character of a line, whatever it is.
+void drop_last(char *line) noexcept {
+    const size_t length = std::strlen(line);
+    if (length != 0) {
+        line[length - 1] = '\0';
     }
-    return got;
 }
 
 bool start_tty(int output, pid_t *child) noexcept {
@@ -36,37 +36,27 @@ bool start_tty(int output, pid_t *child) noexcept {
     char locale[] = "LC_ALL=C";
     char *const arguments[] = {file, nullptr};
     char *const environment[] = {path, locale, nullptr};
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-    if (posix_spawn_file_actions_init(&actions) != 0) {
-        return false;
-    }
-    bool started = false;
-    if (posix_spawnattr_init(&attributes) == 0) {
-        started = posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO) == 0 &&
-                  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_RESETIDS) == 0 &&
-                  posix_spawn(child, file, &actions, &attributes, arguments, environment) == 0;
-        posix_spawnattr_destroy(&attributes);
-    }
+    posix_spawn_file_actions_t actions{};
+    posix_spawnattr_t attributes{};
+    const bool started = posix_spawn_file_actions_init(&actions) == 0 &&
+                         posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO) == 0 &&
+                         posix_spawnattr_init(&attributes) == 0 &&
+                         posix_spawnattr_setflags(&attributes, POSIX_SPAWN_RESETIDS) == 0 &&
+                         posix_spawn(child, file, &actions, &attributes, arguments, environment) == 0;
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     return started;
 }
 
-void wait_for(pid_t child) noexcept {
-    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+// Reads one line; false when there is nothing to read. Not by a stream, whose buffer
+// would need memory.
+bool take_line(int output, char (&name)[kTerminalNameSize]) noexcept {
+    size_t length = 0;
+    while (length < sizeof name - 1 && TEMP_FAILURE_RETRY(read(output, name + length, 1)) == 1 &&
+           name[length++] != '\n') {
     }
-}
-
-// Closes the end for reading.
-bool take_line_from(int end, char (&name)[kTerminalNameSize]) noexcept {
-    FILE *output = fdopen(end, "r");
-    if (output == nullptr) {
-        close(end);
-        return false;
-    }
-    const bool got = take_line(output, name);
-    std::fclose(output);
-    return got;
+    name[length] = '\0';
+    return length != 0;
 }
 
 bool ask_fixed_tty(char (&name)[kTerminalNameSize]) noexcept {
@@ -76,13 +66,12 @@ bool ask_fixed_tty(char (&name)[kTerminalNameSize]) noexcept {
     }
     pid_t child = -1;
     const bool started = start_tty(ends[1], &child);
-    close(ends[1]);
-    if (!started) {
-        close(ends[0]);
-        return false;
+    close(ends[1]);  // the end of the output is the end of tty
+    const bool got = started && take_line(ends[0], name);
+    close(ends[0]);
+    if (started) {
+        TEMP_FAILURE_RETRY(waitpid(child, nullptr, 0));
     }
-    const bool got = take_line_from(ends[0], name);
-    wait_for(child);
     return got;
 }
 
@@ -91,7 +80,7 @@ bool ask_tty_in_path(char (&name)[kTerminalNameSize]) noexcept {
     if (output == nullptr) {
         return false;
     }
-    const bool got = take_line(output, name);
+    const bool got = std::fgets(name, sizeof name, output) != nullptr;
     pclose(output);
     return got;
 }
@@ -99,7 +88,11 @@ bool ask_tty_in_path(char (&name)[kTerminalNameSize]) noexcept {
 }  // namespace
 
 bool read_terminal_name(char (&name)[kTerminalNameSize]) noexcept {
-    return getauxval(AT_SECURE) != 0 ? ask_fixed_tty(name) : ask_tty_in_path(name);
+    const bool got = getauxval(AT_SECURE) != 0 ? ask_fixed_tty(name) : ask_tty_in_path(name);
+    if (got) {
+        drop_last(name);
+    }
+    return got;
 }
 
 }  // namespace aaautil
