@@ -552,13 +552,4 @@ INSTANTIATE_TEST_SUITE_P(
             "parts/0/fields/marker"}),
     [](const auto &tested) { return tested.param.name; });
 
-// JSON that was nested deeper than the stack crashed the program.
-TEST(Encode, NestingBeyondTheStackIsRefused) {
-    constexpr size_t kDepth = 300000;
-    const std::string nested = std::string(kDepth, '[') + std::string(kDepth, ']');
-    const auto run = aaactl({"encode"}, "{\"parts\": " + nested + "}");
-    EXPECT_EQ(run.status, 3);
-    EXPECT_NE(run.err.find("parts/0/part"), std::string::npos) << run.err;
-}
-
 }  // namespace

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "cli/hidden_characters.hpp"
 #include "cli/output.hpp"
 
 namespace aaactl {
@@ -15,10 +16,69 @@ namespace {
 
 using Parser = nlohmann::ordered_json;
 
-// Builds a document from the parser's events, without recursion: a document from outside may be nested deeper
-// than the stack.
+// Levels of arrays and objects in a document from outside; aaactl's own have less than ten. Functions that
+// walk a document call themselves for each level.
+constexpr size_t kMostLevels = 64;
+
+// Line and byte of it, both from 1, at which valid JSON has more levels than it may have.
+std::string place_of_depth(std::string_view text) {
+    size_t levels = 0;
+    size_t line = 1;
+    size_t line_start = 0;
+    bool quoted = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (quoted) {
+            i += c == '\\' ? 1 : 0;
+            quoted = c != '"';
+        } else if (c == '"') {
+            quoted = true;
+        } else if (c == '\n') {
+            ++line;
+            line_start = i + 1;
+        } else if (c == ']' || c == '}') {
+            --levels;
+        } else if ((c == '[' || c == '{') && ++levels > kMostLevels) {
+            return "line " + std::to_string(line) + ", byte " + std::to_string(i + 1 - line_start);
+        }
+    }
+    return "end";
+}
+
+// The code point as JSON's own escapes.
+std::string json_escape(uint32_t code_point) {
+    const auto unit = [](uint32_t value) {
+        const char bytes[] = {static_cast<char>(value >> 8), static_cast<char>(value)};
+        return "\\u" + hex({bytes, sizeof bytes});
+    };
+    if (code_point < 0x10000) {
+        return unit(code_point);
+    }
+    const uint32_t rest = code_point - 0x10000;
+    return unit(0xd800 + (rest >> 10)) + unit(0xdc00 + (rest & 0x3ff));
+}
+
+// Printed JSON has characters beyond ASCII in strings only.
+std::string with_hidden_escaped(const std::string &json) {
+    std::string text;
+    text.reserve(json.size());
+    for (size_t i = 0; i < json.size();) {
+        const CodePoint at = first_code_point(std::string_view(json).substr(i));
+        const size_t length = std::max<size_t>(at.length, 1);  // the printer leaves nothing malformed
+        if (at.value == 0x7f || (at.value >= 0x80 && is_hidden(at.value))) {
+            text += json_escape(at.value);
+        } else {
+            text.append(json, i, length);
+        }
+        i += length;
+    }
+    return text;
+}
+
+// Builds a document from the parser's events.
 class Builder : public nlohmann::json_sax<Parser> {
   public:
+    explicit Builder(std::string_view text) : text_(text) {}
     Json take() { return std::move(root_); }
 
     bool null() override { return add(nullptr); }
@@ -55,6 +115,11 @@ class Builder : public nlohmann::json_sax<Parser> {
         return true;
     }
     bool open(Json value) {
+        if (open_.size() == kMostLevels) {
+            throw Failure(ExitCode::bad_input, "malformed JSON at " + place_of_depth(text_) + ": more than " +
+                                                   std::to_string(kMostLevels) +
+                                                   " levels of arrays and objects");
+        }
         open_.push_back(&place(std::move(value)));
         return true;
     }
@@ -63,6 +128,7 @@ class Builder : public nlohmann::json_sax<Parser> {
         return true;
     }
 
+    std::string_view text_;
     Json root_;
     std::vector<Json *> open_;  // what is begun and not ended, outermost first
     std::string name_;          // of the member that follows
@@ -134,27 +200,7 @@ Json &Json::operator=(Json &&other) noexcept {
     return *this;
 }
 
-// Without recursion, as it was parsed.
-Json::~Json() {
-    std::vector<Json> inner;
-    for (move_elements(inner); !inner.empty();) {
-        Json last = std::move(inner.back());
-        inner.pop_back();
-        last.move_elements(inner);
-    }
-}
-
-void Json::move_elements(std::vector<Json> &to) {
-    if (auto *elements = std::get_if<std::vector<Json>>(&value_)) {
-        std::move(elements->begin(), elements->end(), std::back_inserter(to));
-        elements->clear();
-    } else if (auto *members = std::get_if<std::vector<Member>>(&value_)) {
-        for (Member &member : *members) {
-            to.push_back(std::move(member.value));
-        }
-        members->clear();
-    }
-}
+Json::~Json() = default;
 
 Json Json::array(std::vector<Json> elements) {
     Json made;
@@ -167,13 +213,14 @@ Json Json::object() {
 }
 
 Json Json::parse(std::string_view text) {
-    Builder builder;
+    Builder builder(text);
     Parser::sax_parse(text, &builder);
     return builder.take();
 }
 
 std::string Json::dump(int indent) const {
-    return JsonPrinter()(*this).dump(indent, ' ', false, Parser::error_handler_t::replace);
+    return with_hidden_escaped(
+        JsonPrinter()(*this).dump(indent, ' ', false, Parser::error_handler_t::replace));
 }
 
 bool Json::is_null() const {

@@ -45,9 +45,10 @@ class Json {
 
     static Json array(std::vector<Json> elements = {});
     static Json object();
-    // Failure(bad_input) says where the text is malformed, without quoting it.
+    // Failure(bad_input) says where the text is malformed or nested too deeply, without quoting it.
     static Json parse(std::string_view text);
-    // In one line, or indented by so many blanks a level. Malformed UTF-8 is replaced.
+    // In one line, or indented by so many blanks a level. Malformed UTF-8 is replaced; characters that a reader
+    // would not see are \u escapes.
     std::string dump(int indent = -1) const;
 
     bool is_null() const;
@@ -80,7 +81,6 @@ class Json {
   private:
     friend struct JsonPrinter;
     const Json *find(std::string_view name) const;  // null if there is none
-    void move_elements(std::vector<Json> &to);
 
     // Integers of at least 0 are uint64_t.
     std::variant<std::monostate, bool, int64_t, uint64_t, double, std::string, std::vector<Json>,

@@ -12,6 +12,7 @@
 #include <cstdlib>
 
 #include "aaa/result_codes.h"
+#include "cli/hidden_characters.hpp"
 #include "platform/cerr.h"
 
 namespace aaactl {
@@ -41,32 +42,11 @@ void write_all(FILE *stream, std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stream);
 }
 
-// Length of the UTF-8 sequence at the start of the text if it is well-formed and
-// safe to print, else 0. C1 controls and bidirectional overrides are not safe:
-// they act on a terminal.
-size_t utf8_length(std::string_view text) {
-    const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned lead = byte(0);
-    const size_t length = lead >= 0xc2 && lead <= 0xdf   ? 2
-                          : lead >= 0xe0 && lead <= 0xef ? 3
-                          : lead >= 0xf0 && lead <= 0xf4 ? 4
-                                                         : 0;
-    if (length == 0 || length > text.size()) {
-        return 0;
-    }
-    uint32_t code = lead & (0xffu >> (length + 1));
-    for (size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xc0u) != 0x80u) {
-            return 0;
-        }
-        code = code << 6 | (byte(i) & 0x3fu);
-    }
-    const bool overlong = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
-    const bool surrogate = code >= 0xd800 && code <= 0xdfff;
-    const bool acts = code < 0xa0 || code == 0x061c || (code >= 0x200b && code <= 0x200f) ||
-                      (code >= 0x2028 && code <= 0x202e) || (code >= 0x2060 && code <= 0x206f) ||
-                      code == 0xfeff || (code >= 0xe0000 && code <= 0xe007f);
-    return overlong || surrogate || acts || code > 0x10ffff ? 0 : length;
+// Bytes of the character at the start of the text if it is beyond ASCII, well-formed
+// and seen by a reader, else 0.
+size_t visible_length(std::string_view text) {
+    const CodePoint first = first_code_point(text);
+    return first.value < 0x80 || is_hidden(first.value) ? 0 : first.length;
 }
 
 // Columns that a cell takes: escape sequences none, a UTF-8 sequence one.
@@ -129,7 +109,7 @@ std::string escaped(std::string_view bytes, bool ascii_only) {
     std::string text;
     for (size_t i = 0; i < bytes.size(); ++i) {
         const char c = bytes[i];
-        if (const size_t length = ascii_only ? 0 : utf8_length(bytes.substr(i)); length != 0) {
+        if (const size_t length = ascii_only ? 0 : visible_length(bytes.substr(i)); length != 0) {
             text += bytes.substr(i, length);
             i += length - 1;
         } else if (c == '\\') {

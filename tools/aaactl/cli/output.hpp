@@ -57,7 +57,8 @@ struct OutputOptions {
 enum class Style { plain, strong, dim, good, bad, warning };
 
 // Text with every byte outside of printable ASCII, and the backslash, as \xNN,
-// \n, \t, \r or \\. Valid UTF-8 beyond ASCII is kept unless `ascii_only`.
+// \n, \t, \r or \\. Valid UTF-8 beyond ASCII is kept, unless `ascii_only` or when a
+// reader would not see the character (cli/hidden_characters.hpp).
 std::string escaped(std::string_view bytes, bool ascii_only = false);
 
 // Two lower-case digits a byte.
