@@ -5,9 +5,15 @@
 #include "cli/output_file.hpp"
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
+#include <functional>
 
 #include "aaactl/support/file_size_limit.hpp"
 #include "aaactl/support/program_run.hpp"
@@ -152,6 +158,174 @@ TEST(OutputFile, NamesWithoutADirectoryLieInTheCurrentOne) {
     write_file("message", "new");
     fs::current_path(before);
     EXPECT_EQ(dir.read("message"), "new");
+}
+
+TEST(OutputFile, NoEmptyFileIsLeftAtTheEndOfALink) {
+    const TempDir dir;
+    ASSERT_EQ(symlink("message", dir.path("link").c_str()), 0);
+    {
+        const aaactl_test::FileSizeLimit limit(10);
+        EXPECT_EQ(aaactl({"encode", "-o", dir.path("link")}, kMessage).status, 6);
+    }
+    EXPECT_EQ(files_in(dir), 1u) << "the link alone";
+}
+
+TEST(OutputFile, AFileWithoutANameIsWrittenInPlace) {
+    const TempDir dir;
+    const std::string file = dir.write("message", "something longer");
+    const int fd = open(file.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(unlink(file.c_str()), 0);
+    write_file("/proc/self/fd/" + std::to_string(fd), "new");
+    char bytes[32] = {};
+    EXPECT_EQ(pread(fd, bytes, sizeof bytes, 0), 3);
+    EXPECT_STREQ(bytes, "new");
+    close(fd);
+    EXPECT_EQ(files_in(dir), 0u);
+}
+
+// ---- links and files of other users
+
+// Runs a part of a test in a process of its own, which may become another user or mount something. It returns
+// what is wrong, "" if nothing is.
+std::string in_a_child(const std::function<std::string()> &body) {
+    int report[2];
+    EXPECT_EQ(pipe2(report, O_CLOEXEC), 0);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const std::string fault = body();
+        _exit(write(report[1], fault.data(), fault.size()) == static_cast<ssize_t>(fault.size()) ? 0 : 1);
+    }
+    close(report[1]);
+    char text[4096] = {};
+    const ssize_t n = read(report[0], text, sizeof text);
+    close(report[0]);
+    int status = -1;
+    waitpid(pid, &status, 0);
+    EXPECT_EQ(status, 0);
+    return {text, n > 0 ? static_cast<size_t>(n) : 0};
+}
+
+std::string error_of(const std::string &file) {
+    try {
+        write_file(file, "new");
+    } catch (const aaactl::Failure &failure) {
+        return failure.what();
+    }
+    return "";
+}
+
+// The mount does not let the kernel follow links, as a sticky directory does not let it follow those of other
+// users. They were followed by reading them.
+TEST(OutputFile, LinksThatTheKernelDoesNotFollowAreNotFollowed) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can mount";
+    }
+    const TempDir dir;
+    const std::string victim = dir.write("victim", "old");
+    fs::create_directory(dir.path("mount"));
+    constexpr unsigned long kNoSymbolicLinks = 256;  // MS_NOSYMFOLLOW, Linux 5.10
+    const std::string fault = in_a_child([&]() -> std::string {
+        if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("none", dir.path("mount").c_str(), "tmpfs", kNoSymbolicLinks, nullptr) != 0) {
+            return "skip";
+        }
+        const std::string link = dir.path("mount/link");
+        const std::string dangling = dir.path("mount/dangling");
+        if (symlink(victim.c_str(), link.c_str()) != 0 ||
+            symlink(dir.path("made").c_str(), dangling.c_str()) != 0) {
+            return "no links";
+        }
+        const std::string why = ": Too many levels of symbolic links";
+        return error_of(link) != link + why           ? "link: " + error_of(link)
+               : error_of(dangling) != dangling + why ? "dangling: " + error_of(dangling)
+                                                      : "";
+    });
+    if (fault == "skip") {
+        GTEST_SKIP() << "mounting is not allowed here";
+    }
+    EXPECT_EQ(fault, "");
+    EXPECT_EQ(dir.read("victim"), "old");
+    EXPECT_FALSE(fs::exists(dir.path("made")));
+}
+
+int setting(const std::string &name) {
+    int value = 0;
+    std::ifstream("/proc/sys/fs/" + name) >> value;
+    return value;
+}
+
+constexpr uid_t kNoOne = 65534;
+
+TEST(OutputFile, LinksAndFilesOfOthersInAStickyDirectoryAreRefused) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can make another user's link";
+    }
+    if (setting("protected_symlinks") == 0 || setting("protected_regular") == 0) {
+        GTEST_SKIP() << "fs.protected_symlinks or fs.protected_regular is 0: the kernel allows it";
+    }
+    const TempDir dir;
+    const std::string victim = dir.write("victim", "old");
+    const std::string shared = dir.path("shared");
+    fs::create_directory(shared);
+    ASSERT_EQ(chmod(shared.c_str(), 01777), 0);
+    ASSERT_EQ(symlink(victim.c_str(), (shared + "/link").c_str()), 0);
+    ASSERT_EQ(lchown((shared + "/link").c_str(), kNoOne, kNoOne), 0);
+    dir.write("shared/file", "bait", 0666);
+    ASSERT_EQ(chown((shared + "/file").c_str(), kNoOne, kNoOne), 0);
+    for (const std::string name : {"/link", "/file"}) {
+        EXPECT_EQ(error_of(shared + name), shared + name + ": Permission denied");
+    }
+    EXPECT_EQ(dir.read("victim"), "old");
+    EXPECT_EQ(dir.read("shared/file"), "bait");
+    // Those of the user are.
+    ASSERT_EQ(lchown((shared + "/link").c_str(), 0, 0), 0);
+    EXPECT_EQ(error_of(shared + "/link"), "");
+    EXPECT_EQ(dir.read("victim"), "new");
+}
+
+// Becomes another user for good.
+bool become_no_one() {
+    return geteuid() != 0 || (setgid(kNoOne) == 0 && setuid(kNoOne) == 0);
+}
+
+TEST(OutputFile, AFileThatItsOwnerProtectsIsNotReplaced) {
+    const TempDir dir;
+    const std::string file = dir.write("message", "old", 0400);
+    ASSERT_EQ(chmod(dir.path("").c_str(), 0777), 0);
+    if (geteuid() == 0) {
+        ASSERT_EQ(chown(file.c_str(), kNoOne, kNoOne), 0);
+    }
+    EXPECT_EQ(in_a_child([&]() -> std::string { return become_no_one() ? error_of(file) : "still root"; }),
+              file + ": Permission denied");
+    EXPECT_EQ(dir.read("message"), "old");
+}
+
+// The group cannot be kept: its members would be others.
+TEST(OutputFile, RightsOfAGroupThatCannotBeKeptAreNotGivenToAnother) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can make a file of another group";
+    }
+    const TempDir dir;
+    const std::string file = dir.write("message", "old", 0666);
+    ASSERT_EQ(chmod(dir.path("").c_str(), 0777), 0);
+    EXPECT_EQ(in_a_child([&]() -> std::string { return become_no_one() ? error_of(file) : "still root"; }),
+              "");
+    EXPECT_EQ(dir.read("message"), "new");
+    EXPECT_EQ(mode_of(file), 0606u);
+}
+
+// A directory that may not be searched was taken for one without the file.
+TEST(OutputFile, WhatCannotBeLookedUpIsAFailure) {
+    const TempDir dir;
+    fs::create_directory(dir.path("closed"));
+    ASSERT_EQ(symlink("closed/file", dir.path("link").c_str()), 0);
+    ASSERT_EQ(chmod(dir.path("closed").c_str(), 0), 0);
+    ASSERT_EQ(chmod(dir.path("").c_str(), 0777), 0);
+    const std::string link = dir.path("link");
+    EXPECT_EQ(in_a_child([&]() -> std::string { return become_no_one() ? error_of(link) : "still root"; }),
+              link + ": Permission denied");
+    ASSERT_EQ(chmod(dir.path("closed").c_str(), 0700), 0);
 }
 
 }  // namespace

@@ -2,6 +2,11 @@
 //
 // A regular file is written beside its target and renamed over it; anything else
 // is written in place.
+//
+// The kernel opens the file, and so decides whether a symbolic link may be followed
+// and a file of another user be written: in directories that everyone may write, it
+// refuses both. The target's name, which only the replacement needs, is found by
+// reading the links; it is used only if it is the file that the kernel opened.
 
 #include "cli/output_file.hpp"
 
@@ -15,41 +20,39 @@
 #include <utility>
 
 #include "cli/output.hpp"
+#include "cli/temporary_file.hpp"
 
 namespace aaactl {
 namespace {
 
 constexpr mode_t kNewFile = 0666;  // less what the umask takes
 constexpr mode_t kOwnerOnly = 0600;
-constexpr mode_t kPermissions = 0777;
-constexpr int kMostLinks = 40;   // as many as the kernel follows
-constexpr int kAttempts = 1000;  // to find a free name: killed processes leave files
+constexpr int kMostLinks = 40;  // as many as the kernel follows
+constexpr int kAttempts = 10;   // while others create and remove the file
 
 Failure failure(const std::string &file) {
     return {ExitCode::failed, escaped(file) + ": " + std::strerror(errno)};
 }
 
-bool write_all(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t n = write(fd, bytes.data(), bytes.size());
-        if (n < 0 && errno != EINTR) {
-            return false;
+class Descriptor {
+  public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    ~Descriptor() {
+        if (fd_ >= 0) {
+            const int error = errno;
+            ::close(fd_);
+            errno = error;
         }
-        bytes.remove_prefix(n > 0 ? static_cast<size_t>(n) : 0);
     }
-    return true;
-}
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
 
-void write_in_place(const std::string &file, std::string_view bytes) {
-    const int fd = open(file.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
-    const bool written = fd >= 0 && write_all(fd, bytes);
-    const int error = errno;
-    const bool closed = fd < 0 || close(fd) == 0;
-    if (!written || !closed) {
-        errno = written ? errno : error;
-        throw failure(file);
-    }
-}
+    int get() const { return fd_; }
+    bool close() { return ::close(std::exchange(fd_, -1)) == 0; }
+
+  private:
+    int fd_;
+};
 
 // The target of a symbolic link, one step; "" for anything else.
 std::string link_target(const std::string &file) {
@@ -62,81 +65,139 @@ std::string link_target(const std::string &file) {
     return target.starts_with('/') ? target : file.substr(0, file.rfind('/') + 1) + target;
 }
 
-// The target of a symbolic link, whether it exists or not: the link itself is kept, as when a shell writes to
-// it.
-std::string resolved(const std::string &file) {
-    std::string path = file;
-    int links = 0;
-    for (std::string target; !(target = link_target(path)).empty(); path = target) {
-        if (++links > kMostLinks) {
-            errno = ELOOP;
-            throw failure(file);
-        }
-    }
-    return path;
-}
-
-// A temporary file in the directory of its target, because rename() does not cross file systems. It is
-// removed at the end unless it has replaced the target. Each step returns false and sets errno on failure.
-class Temporary {
+// A directory and a name in it.
+class Place {
   public:
-    Temporary(const std::string &target, mode_t mode) {
-        const std::string directory = target.substr(0, target.rfind('/') + 1);
-        for (int i = 0; i < kAttempts && fd_ < 0 && (i == 0 || errno == EEXIST); ++i) {
-            name_ = directory + ".aaactl-" + std::to_string(getpid()) + "-" + std::to_string(i);
-            fd_ = open(name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-        }
-        made_ = fd_ >= 0;
-    }
-    ~Temporary() {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-        if (made_) {
-            unlink(name_.c_str());
-        }
-    }
-    Temporary(const Temporary &) = delete;
-    Temporary &operator=(const Temporary &) = delete;
+    explicit Place(const std::string &path)
+        : name_(path.substr(path.rfind('/') + 1)),
+          directory_(open(directory_of(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
 
-    bool made() const { return made_; }
-    // EPERM is accepted: only root may give files away.
-    bool take_after(const struct stat &before) {
-        const bool given = fchown(fd_, before.st_uid, before.st_gid) == 0 || errno == EPERM;
-        return given && fchmod(fd_, before.st_mode & kPermissions) == 0;
+    // Where the links of a path lead.
+    static std::string resolved(const std::string &file) {
+        std::string path = file;
+        int links = 0;
+        for (std::string target; !(target = link_target(path)).empty() && links < kMostLinks; ++links) {
+            path = target;
+        }
+        return path;
     }
-    // Synced to the disk: otherwise a loss of power might leave neither the old bytes nor the new ones.
-    bool fill(std::string_view bytes) {
-        const bool stored = write_all(fd_, bytes) && fsync(fd_) == 0;
-        return stored && close(std::exchange(fd_, -1)) == 0;
-    }
-    bool replace(const std::string &target) {
-        const bool replaced = rename(name_.c_str(), target.c_str()) == 0;
-        made_ = !replaced;
-        return replaced;
+
+    const std::string &name() const { return name_; }
+    int directory() const { return directory_.get(); }
+
+    bool holds(const struct stat &file) const {
+        struct stat found {};
+        return fstatat(directory_.get(), name_.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 &&
+               found.st_dev == file.st_dev && found.st_ino == file.st_ino;
     }
 
   private:
+    static std::string directory_of(const std::string &path) {
+        const size_t end = path.rfind('/') + 1;  // 0 when there is none
+        return end == 0 ? "." : path.substr(0, end);
+    }
+
     std::string name_;
-    int fd_ = -1;
-    bool made_ = false;
+    Descriptor directory_;
 };
+
+// For a file that is seen when it is complete. False when the name is taken meanwhile.
+bool create(const std::string &file, std::string_view bytes) {
+    const Place place(file);
+    if (place.directory() < 0) {
+        throw failure(file);
+    }
+    TemporaryFile made(place.directory(), kNewFile);
+    if (!made.made() || !made.fill(bytes)) {
+        throw failure(file);
+    }
+    if (made.put_at(place.name())) {
+        return true;
+    }
+    if (errno != EEXIST) {
+        throw failure(file);
+    }
+    return false;
+}
+
+void write_in_place(const std::string &file, Descriptor &opened, std::string_view bytes) {
+    if (!write_all(opened.get(), bytes) || !opened.close()) {
+        throw failure(file);
+    }
+}
+
+void replace(const std::string &file, const Place &place, const struct stat &before, std::string_view bytes) {
+    TemporaryFile made(place.directory(), kOwnerOnly);
+    if (!made.made() || !made.take_after(before) || !made.fill(bytes) || !made.replace(place.name())) {
+        throw failure(file);
+    }
+}
+
+// An empty file at the end of a link, which the kernel has just created, is removed again on failure.
+void replace_created(const std::string &file, const Place &place, const struct stat &before,
+                     std::string_view bytes) {
+    try {
+        replace(file, place, before, bytes);
+    } catch (const Failure &) {
+        if (place.holds(before)) {
+            unlinkat(place.directory(), place.name().c_str(), 0);
+        }
+        throw;
+    }
+}
+
+// A file that exists, or a link to one that may not. O_CREAT is what makes the kernel protect files of others.
+void write_opened(const std::string &file, bool exists, std::string_view bytes) {
+    Descriptor opened(open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, kNewFile));
+    struct stat before {};
+    if (opened.get() < 0 || fstat(opened.get(), &before) != 0) {
+        throw failure(file);
+    }
+    const Place place(Place::resolved(file));
+    const bool regular = S_ISREG(before.st_mode);
+    if (regular && place.holds(before)) {
+        (exists ? replace : replace_created)(file, place, before, bytes);
+        return;
+    }
+    // A regular file without a name, as a descriptor may have, cannot be replaced.
+    if (regular && ftruncate(opened.get(), 0) != 0) {
+        throw failure(file);
+    }
+    write_in_place(file, opened, bytes);
+}
+
+// Whether nothing has the name, not even a link.
+bool is_free(const std::string &file) {
+    struct stat found {};
+    return lstat(file.c_str(), &found) != 0 && errno == ENOENT;
+}
+
+bool exists(const std::string &file) {
+    struct stat found {};
+    if (stat(file.c_str(), &found) == 0) {
+        return true;
+    }
+    if (errno != ENOENT) {
+        throw failure(file);
+    }
+    return false;
+}
 
 }  // namespace
 
 void write_file(const std::string &file, std::string_view bytes) {
-    struct stat before {};
-    const bool exists = stat(file.c_str(), &before) == 0;
-    if (exists && !S_ISREG(before.st_mode)) {
-        write_in_place(file, bytes);
-        return;
+    for (int i = 0; i < kAttempts; ++i) {
+        const bool there = exists(file);
+        if (there || !is_free(file)) {
+            write_opened(file, there, bytes);
+            return;
+        }
+        if (create(file, bytes)) {
+            return;
+        }
     }
-    const std::string target = resolved(file);
-    Temporary temporary(target, exists ? kOwnerOnly : kNewFile);
-    if (!temporary.made() || (exists && !temporary.take_after(before)) || !temporary.fill(bytes) ||
-        !temporary.replace(target)) {
-        throw failure(file);
-    }
+    errno = EEXIST;
+    throw failure(file);
 }
 
 }  // namespace aaactl
