@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Reading, checking and writing the file of master keys.
+// Reading and checking the file of master keys.
 
 #include "master_keys.hpp"
 
@@ -18,28 +18,15 @@
 #include "config_file.hpp"
 #include "descriptor.hpp"
 #include "log.hpp"
+#include "master_keys_text.hpp"
 
 namespace aaaplatform {
 
 namespace {
 
 constexpr char kUsualPath[] = "/etc/aaa/master.keys";
-constexpr char kHeader[] = "aaa-master-keys 1";
-constexpr std::size_t kMaxFile = 16384;  // a hundred lines of less than 100 characters, with room
-constexpr std::size_t kHexSize = 2 * kMasterKeySize;
-constexpr char kTimeFormat[] = "%Y-%m-%dT%H:%M:%SZ";
 
 static_assert(kMasterKeySize == crypto_aead_xchacha20poly1305_ietf_KEYBYTES);
-
-// Text that holds keys; wiped on every way out.
-struct SecretText {
-    char bytes[kMaxFile + 1];
-    std::size_t len = 0;
-    SecretText() = default;
-    ~SecretText() { sodium_memzero(bytes, sizeof bytes); }
-    SecretText(const SecretText &) = delete;
-    SecretText &operator=(const SecretText &) = delete;
-};
 
 bool refuse(const char *path, const char *why, const char *advice) {
     log(kLogError, "MASTER_KEYS", "%s: %s; %s", path, why, advice);
@@ -66,7 +53,7 @@ bool check_rights(int fd, const char *path) {
 }
 
 bool read_text(int fd, const char *path, SecretText *text) {
-    while (text->len <= kMaxFile) {
+    while (text->len <= kKeysMaxFile) {
         const ssize_t n = ::read(fd, text->bytes + text->len, sizeof text->bytes - text->len);
         if (n < 0 && errno == EINTR) {
             continue;
@@ -83,73 +70,9 @@ bool read_text(int fd, const char *path, SecretText *text) {
     return refuse(path, "it is too large", "restore the file from a backup");
 }
 
-// The new file was the program's standard error for a moment if that is closed. Text
-// that another thread printed into it is overwritten and cut.
-bool write_whole(int fd, const char *data, std::size_t len) {
-    if (ftruncate(fd, 0) != 0) {
-        return false;
-    }
-    for (off_t at = 0; len > 0;) {
-        const ssize_t n = ::pwrite(fd, data, len, at);
-        if (n < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return false;
-        }
-        data += n;
-        at += n;
-        len -= static_cast<std::size_t>(n);
-    }
-    return true;
-}
-
-// "07 <64 hex digits> <time>\n"
-int print_key(const MasterKey &key, char *out, std::size_t size) {
-    char hex[kHexSize + 1];
-    char created[32] = "-";
-    tm utc{};
-    if (key.created != 0 && gmtime_r(&key.created, &utc) != nullptr) {
-        std::strftime(created, sizeof created, kTimeFormat, &utc);
-    }
-    sodium_bin2hex(hex, sizeof hex, key.key, kMasterKeySize);
-    const int n = std::snprintf(out, size, "%02u %s %s\n", key.generation, hex, created);
-    sodium_memzero(hex, sizeof hex);
-    return n;
-}
-
-// The text has room for all generations.
-void print(const MasterKeys &keys, SecretText *text) {
-    text->len = static_cast<std::size_t>(std::snprintf(text->bytes, sizeof text->bytes, "%s\n", kHeader));
-    for (unsigned i = 0; i < keys.count(); ++i) {
-        text->len += static_cast<std::size_t>(
-            print_key(keys.at(i), text->bytes + text->len, sizeof text->bytes - text->len));
-    }
-}
-
-// The name must be on disk too, or a power failure loses a key that has been used
-// already.
-void sync_directory(const char *path) {
-    const int fd = open_directory_of(path);
-    if (fd >= 0) {
-        fsync(fd);
-        close(fd);
-    }
-}
-
-// link() refuses an existing name, rename() replaces it; both are atomic.
-int put_in_place(const char *temporary, const char *path, bool replace) {
-    const int rc = replace ? std::rename(temporary, path) : link(temporary, path);
-    const int error = rc == 0 ? 0 : errno;
-    if (rc != 0 || !replace) {
-        unlink(temporary);
-    }
-    return error;
-}
-
 time_t parse_time(const char *text) {
     tm utc{};
-    const char *end = strptime(text, kTimeFormat, &utc);
+    const char *end = strptime(text, kKeyTimeFormat, &utc);
     return end != nullptr && *end == '\0' ? timegm(&utc) : 0;
 }
 
@@ -189,21 +112,66 @@ bool MasterKeys::read(const char *path) noexcept {
     return check_rights(fd.get(), path) && read_text(fd.get(), path, &text) && parse(text.bytes, path);
 }
 
+// One line after the first. The checksum covers those that hold keys.
+bool MasterKeys::parse_any(char *line, KeysChecksum *sum) noexcept {
+    if (std::strncmp(line, kKeysCheck, sizeof kKeysCheck - 1) == 0) {
+        return parse_check(line + sizeof kKeysCheck - 1);
+    }
+    if (*line == '\0' || *line == '#') {
+        return true;
+    }
+    sum->add(line, std::strlen(line));
+    return parse_line(line);
+}
+
 bool MasterKeys::parse(char *text, const char *path) noexcept {
     count_ = 0;
+    expected_count_ = 0;
+    checked_ = false;
     unsigned number = 0;
     char *rest = text;
+    KeysChecksum sum;
     for (char *line = strsep(&rest, "\n"); line != nullptr; line = strsep(&rest, "\n")) {
         ++number;
-        const bool good =
-            number == 1 ? std::strcmp(line, kHeader) == 0 : *line == '\0' || *line == '#' || parse_line(line);
+        const bool good = number == 1 ? std::strcmp(line, kKeysHeader) == 0 : parse_any(line, &sum);
         if (!good) {
             char why[48];
             std::snprintf(why, sizeof why, "line %u is not valid", number);
             return refuse(path, why, "restore the file from a backup");
         }
     }
+    if (checked_ && !check(&sum, path)) {
+        return false;
+    }
     return count_ != 0 || refuse(path, "it holds no key", "restore the file from a backup");
+}
+
+// The number of keys and the checksum: "3 <32 hex digits>"
+bool MasterKeys::parse_check(const char *text) noexcept {
+    char *end = nullptr;
+    const unsigned long count = *text >= '1' && *text <= '9' ? std::strtoul(text, &end, 10) : 0;
+    if (checked_ || count == 0 || count > kGenerations || *end != ' ' ||
+        strnlen(end + 1, sizeof expected_sum_) != sizeof expected_sum_ - 1) {
+        return false;
+    }
+    std::memcpy(expected_sum_, end + 1, sizeof expected_sum_);
+    expected_count_ = static_cast<unsigned>(count);
+    checked_ = true;
+    return true;
+}
+
+bool MasterKeys::check(KeysChecksum *sum, const char *path) const noexcept {
+    constexpr char advice[] =
+        "restore the file from a backup; or, if you have changed it by hand, delete its line \"#check\"";
+    char found[KeysChecksum::kHexSize + 1];
+    sum->print(found);
+    if (count_ != expected_count_) {
+        char why[64];
+        std::snprintf(why, sizeof why, "it is damaged: it holds %u of its %u keys", count_, expected_count_);
+        return refuse(path, why, advice);
+    }
+    return std::strcmp(found, expected_sum_) == 0 ||
+           refuse(path, "it is damaged: its keys do not have the checksum that it holds", advice);
 }
 
 // "07 <64 hex digits>[ <time>]"
@@ -215,18 +183,18 @@ bool MasterKeys::parse_line(char *line) noexcept {
     const unsigned generation =
         static_cast<unsigned>(line[0] - '0') * 10 + static_cast<unsigned>(line[1] - '0');
     const char *hex = line + 3;
-    if (strnlen(hex, kHexSize) != kHexSize || (hex[kHexSize] != '\0' && hex[kHexSize] != ' ') ||
+    if (strnlen(hex, kKeyHexSize) != kKeyHexSize || (hex[kKeyHexSize] != '\0' && hex[kKeyHexSize] != ' ') ||
         find(generation) != nullptr) {
         return false;
     }
     MasterKey &key = keys_[count_];
     std::size_t len = 0;
-    if (sodium_hex2bin(key.key, sizeof key.key, hex, kHexSize, nullptr, &len, nullptr) != 0 ||
+    if (sodium_hex2bin(key.key, sizeof key.key, hex, kKeyHexSize, nullptr, &len, nullptr) != 0 ||
         len != kMasterKeySize) {
         return false;
     }
     key.generation = generation;
-    key.created = hex[kHexSize] == ' ' ? parse_time(hex + kHexSize + 1) : 0;
+    key.created = hex[kKeyHexSize] == ' ' ? parse_time(hex + kKeyHexSize + 1) : 0;
     ++count_;
     return true;
 }
@@ -260,35 +228,6 @@ void MasterKeys::remove(unsigned generation) noexcept {
         keys_[i] = keys_[i + 1];
     }
     sodium_memzero(&keys_[--count_], sizeof keys_[0]);
-}
-
-int MasterKeys::write(const char *path, bool replace) const noexcept {
-    char temporary[PATH_MAX];
-    const int n = std::snprintf(temporary, sizeof temporary, "%s.XXXXXX", path);
-    if (n < 0 || static_cast<std::size_t>(n) >= sizeof temporary) {
-        return ENAMETOOLONG;
-    }
-    // Made with mode 0600 whatever the umask.
-    const int made = mkostemp(temporary, O_CLOEXEC);
-    if (made < 0) {
-        return errno;
-    }
-    const int fd = above_standard(made);
-    SecretText text;
-    print(*this, &text);
-    int error = fd >= 0 && write_whole(fd, text.bytes, text.len) && fsync(fd) == 0 ? 0 : errno;
-    if (fd >= 0) {
-        close(fd);
-    }
-    if (error != 0) {
-        unlink(temporary);
-        return error;
-    }
-    error = put_in_place(temporary, path, replace);
-    if (error == 0) {
-        sync_directory(path);
-    }
-    return error;
 }
 
 }  // namespace aaaplatform

@@ -4,7 +4,11 @@
 // line, oldest first; new keys are sealed with the last one:
 //
 //     aaa-master-keys 1
+//     #check 1 5d0c...(32 hex digits)
 //     01 2b7e...(64 hex digits) 2025-03-01T12:00:00Z
+//
+// The second line has the number of keys and a checksum of their lines. Files
+// without it are read unchecked.
 //
 // It is read for every use, so that a rotation takes effect at once and keys do
 // not remain in memory.
@@ -18,6 +22,8 @@ namespace aaaplatform {
 
 inline constexpr std::size_t kMasterKeySize = 32;
 inline constexpr unsigned kGenerations = 100;  // two decimal digits
+
+class KeysChecksum;
 
 struct MasterKey {
     unsigned generation;
@@ -43,6 +49,8 @@ class MasterKeys {
     }
     [[nodiscard]] const MasterKey &at(unsigned i) const noexcept { return keys_[i]; }
     [[nodiscard]] unsigned count() const noexcept { return count_; }
+    // Whether the file that was read has its number of keys and their checksum.
+    [[nodiscard]] bool checked() const noexcept { return checked_; }
 
     // Appends a new random key. False when all numbers are taken.
     bool add(unsigned generation) noexcept;
@@ -50,16 +58,23 @@ class MasterKeys {
     // Removes one; its number must exist.
     void remove(unsigned generation) noexcept;
 
-    // Writes the file under a temporary name beside it and puts it in place.
-    // Returns 0 or an errno value (EEXIST: not replace, and a file is there).
+    // Writes a new file and puts it in place, while the caller holds the lock of the
+    // directory. Returns 0, or an errno value that it has logged, except EEXIST: not
+    // replace, and a file is there.
     int write(const char *path, bool replace) const noexcept;
 
   private:
     bool parse(char *text, const char *path) noexcept;
+    bool parse_any(char *line, KeysChecksum *sum) noexcept;
+    bool parse_check(const char *text) noexcept;
     bool parse_line(char *line) noexcept;
+    bool check(KeysChecksum *sum, const char *path) const noexcept;
 
     MasterKey keys_[kGenerations];
     unsigned count_ = 0;
+    unsigned expected_count_ = 0;
+    char expected_sum_[33] = "";  // hexadecimal digits
+    bool checked_ = false;
 };
 
 // AAA_MASTER_KEYS, else /etc/aaa/master.keys.

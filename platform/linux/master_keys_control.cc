@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 #include "log.hpp"
 #include "master_keys.hpp"
@@ -20,12 +21,30 @@ namespace {
 
 constexpr unsigned kFirstGeneration = 1;
 
+constexpr long kLockWaitMs = 5000;
+constexpr long kLockRetryMs = 20;
+
+void sleep_ms(long ms) {
+    timespec left = {ms / 1000, ms % 1000 * 1000000};
+    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+    }
+}
+
 // Two rotations at once would each add a key and keep one. The lock is on the
-// directory, because the file itself is replaced.
+// directory, because the file itself is replaced. Everyone who may read the directory
+// can lock it, and a process that holds the lock can be stopped: the wait is limited.
 class DirectoryLock {
   public:
     explicit DirectoryLock(const char *path) : fd_(open_directory_of(path)) {
-        held_ = fd_ >= 0 && flock(fd_, LOCK_EX) == 0;
+        for (long waited = 0; fd_ >= 0 && !held_ && waited <= kLockWaitMs; waited += kLockRetryMs) {
+            held_ = flock(fd_, LOCK_EX | LOCK_NB) == 0;
+            if (!held_ && errno == EWOULDBLOCK) {
+                sleep_ms(kLockRetryMs);
+                errno = EWOULDBLOCK;
+            } else if (!held_ && errno != EINTR) {
+                break;
+            }
+        }
     }
     ~DirectoryLock() {
         if (fd_ >= 0) {
@@ -51,6 +70,17 @@ cerrno failed(const char *path, int error) {
     return static_cast<cerrno>(error);
 }
 
+cerrno not_locked(const char *path, int error) {
+    if (error != EWOULDBLOCK) {
+        return failed(path, error);
+    }
+    log(kLogError, "MASTER_KEYS",
+        "%s: another process has locked its directory for %ld seconds; the keys are unchanged; \"lslocks\" "
+        "names that process: continue or end it",
+        path, kLockWaitMs / 1000);
+    return EBUSY;
+}
+
 }  // namespace
 
 }  // namespace aaaplatform
@@ -64,13 +94,14 @@ cerrno aaa_platform_master_keys_create(const char *path) {
     if (sodium_init() < 0) {
         return failed(path, EIO);
     }
+    const DirectoryLock lock(path);
+    if (!lock.held()) {
+        return not_locked(path, errno);
+    }
     MasterKeys keys;
     keys.add(kFirstGeneration);
     const int error = keys.write(path, false);
-    if (error == EEXIST) {
-        return HOST_KEYS_EXIST;
-    }
-    return error == 0 ? cerrno{0} : failed(path, error);
+    return error == EEXIST ? HOST_KEYS_EXIST : static_cast<cerrno>(error);
 }
 
 cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *generation) {
@@ -80,7 +111,7 @@ cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *generation) {
     }
     const DirectoryLock lock(path);
     if (!lock.held()) {
-        return failed(path, errno);
+        return not_locked(path, errno);
     }
     MasterKeys keys;
     if (!keys.read(path)) {
@@ -95,7 +126,7 @@ cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *generation) {
     }
     const int error = keys.write(path, true);
     if (error != 0) {
-        return failed(path, error);
+        return static_cast<cerrno>(error);
     }
     if (generation != nullptr) {
         *generation = next;
@@ -107,7 +138,7 @@ cerrno aaa_platform_master_keys_retire(const char *path, uint32_t generation) {
     path = path_or_usual(path);
     const DirectoryLock lock(path);
     if (!lock.held()) {
-        return failed(path, errno);
+        return not_locked(path, errno);
     }
     MasterKeys keys;
     if (!keys.read(path)) {
@@ -120,8 +151,7 @@ cerrno aaa_platform_master_keys_retire(const char *path, uint32_t generation) {
         return HOST_KEYS_NEWEST;
     }
     keys.remove(generation);
-    const int error = keys.write(path, true);
-    return error == 0 ? cerrno{0} : failed(path, error);
+    return static_cast<cerrno>(keys.write(path, true));
 }
 
 cerrno aaa_platform_master_keys_list(const char *path, aaa_platform_master_key_t *out, uint32_t capacity,
@@ -138,6 +168,18 @@ cerrno aaa_platform_master_keys_list(const char *path, aaa_platform_master_key_t
                                            static_cast<int64_t>(keys.at(i).created)};
     }
     *count = keys.count();
+    return 0;
+}
+
+cerrno aaa_platform_master_keys_checked(const char *path, uint32_t *checked) {
+    if (checked == nullptr) {
+        return HOST_INVALID_ARG;
+    }
+    MasterKeys keys;
+    if (!keys.read(path_or_usual(path))) {
+        return HOST_KEYS_UNUSABLE;
+    }
+    *checked = keys.checked() ? 1 : 0;
     return 0;
 }
 

@@ -155,7 +155,9 @@ typedef struct aaa_platform_master_key {
  * @return
  * - 0: done
  * - 0xa2581200: the file exists already and is unchanged
- * - an errno value: it cannot be written; no file remains
+ * - EBUSY: another process has locked the directory for 5 seconds
+ * - another errno value: it cannot be written, and no file remains; or its directory cannot be synced to the
+ *   disk, and the file is there (a log line says which)
  */
 PLATFORM_API cerrno aaa_platform_master_keys_create(const char *path);
 
@@ -171,9 +173,11 @@ PLATFORM_API cerrno aaa_platform_master_keys_create(const char *path);
  * - 0: done
  * - 0xa2581000: the file is missing or cannot be used (a log line says why)
  * - 0xa2581400: the next number is in use
- * - an errno value: the file cannot be written
+ * - EBUSY: another process has locked the directory for 5 seconds
+ * - another errno value: the file cannot be written
  *
- * On failure the file is unchanged.
+ * On failure the file is unchanged, except when its directory cannot be synced to the disk: a log line says
+ * so then.
  */
 PLATFORM_API cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *generation);
 
@@ -191,9 +195,11 @@ PLATFORM_API cerrno aaa_platform_master_keys_rotate(const char *path, uint32_t *
  * - 0xa2581000: the file is missing or cannot be used (a log line says why)
  * - 0xa2581600: there is no such generation
  * - 0xa2581800: it is the newest
- * - an errno value: the file cannot be written
+ * - EBUSY: another process has locked the directory for 5 seconds
+ * - another errno value: the file cannot be written
  *
- * On failure the file is unchanged.
+ * On failure the file is unchanged, except when its directory cannot be synced to the disk: a log line says
+ * so then.
  */
 PLATFORM_API cerrno aaa_platform_master_keys_retire(const char *path, uint32_t generation);
 
@@ -214,6 +220,21 @@ PLATFORM_API cerrno aaa_platform_master_keys_retire(const char *path, uint32_t g
  */
 PLATFORM_API cerrno aaa_platform_master_keys_list(const char *path, aaa_platform_master_key_t *out,
                                                   uint32_t capacity, uint32_t *count);
+
+/**
+ * Tells whether a file of master keys holds the number of its keys and their checksum. A file without them,
+ * as earlier versions wrote it, is used too; but if it is cut at the end of a line, that is not noticed. A
+ * rotation writes them.
+ *
+ * @param[in]  path    the file; null = the file that the cipher uses
+ * @param[out] checked 1 or 0; untouched on failure
+ *
+ * @return
+ * - 0: done
+ * - 0xa2581000: the file is missing or cannot be used
+ * - 0xa2580200: checked is null
+ */
+PLATFORM_API cerrno aaa_platform_master_keys_checked(const char *path, uint32_t *checked);
 
 /**
  * Gives the path of the file of master keys that the cipher of this process uses.

@@ -230,6 +230,18 @@ TEST_F(Lint, FindsKeysThatDoNotDecrypt) {
     }
 }
 
+TEST_F(Lint, FindsAFileOfMasterKeysThatIsDamagedOrCannotBeChecked) {
+    const std::string keys = dir().path("master.keys");
+    ASSERT_EQ(aaa_platform_master_keys_create(keys.c_str()), 0u);
+    EXPECT_EQ(lint(), Lines{});
+    const std::string whole = dir().read("master.keys");
+    const size_t check = whole.find("#check");
+    dir().write("master.keys", whole.substr(0, check) + whole.substr(whole.find('\n', check) + 1));
+    EXPECT_EQ(lint(), Lines{"warning unchecked-file " + keys});
+    dir().write("master.keys", whole.substr(0, whole.find("\n01 ") + 1));
+    EXPECT_EQ(lint(), Lines{"error unusable-file " + keys});
+}
+
 // "key" accepts keys anywhere in the database, and rotates the master keys for all of them.
 TEST_F(Lint, FindsKeysThatDoNotDecryptOutsideOfTheConfiguration) {
     const std::string keys = dir().path("master.keys");

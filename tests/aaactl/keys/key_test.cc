@@ -163,7 +163,7 @@ TEST_F(Key, MastersAreMadeRotatedAndListed) {
     EXPECT_EQ(json["masters"][1]["created"].text().substr(0, 2), "20");
     const auto text = aaactl({"key", "masters", "--show-secrets"}).out;
     EXPECT_NE(text.find("\n02          20"), std::string::npos) << text;
-    EXPECT_EQ(text.find(before.substr(21, 16)), std::string::npos) << "shows no key";
+    EXPECT_EQ(text.find(before.substr(before.find("\n01 ") + 4, 16)), std::string::npos) << "shows no key";
     const std::string other = dir().path("other.keys");
     EXPECT_EQ(aaactl({"key", "new-master", "--file", other}).status, 0);
     EXPECT_EQ(aaactl({"key", "masters", "--file", other, "--json"}).json()["masters"].size(), 1u);
@@ -181,6 +181,42 @@ TEST_F(Key, SaysWhyTheFileCannotBeUsed) {
     EXPECT_EQ(absent.status, 5);
     EXPECT_NE(absent.err.find("aaactl key new-master"), std::string::npos) << absent.err;
     EXPECT_EQ(aaactl({"key", "new-master", "--file", dir().path("no/such")}).status, 5);
+}
+
+// A file that was cut at the end of a line was used as if it were whole.
+TEST_F(Key, AFileThatWasCutIsRefused) {
+    const ScopedEnv log("AAA_LOG", "stderr");
+    ASSERT_EQ(aaactl({"key", "rotate"}).status, 0);
+    const std::string whole = dir().read("master.keys");
+    dir().write("master.keys", whole.substr(0, whole.rfind("\n02 ") + 1));
+    for (const char *command : {"masters", "rotate", "seal"}) {
+        const auto run = aaactl({"key", command}, "x");
+        EXPECT_EQ(run.status, 5) << command;
+        EXPECT_NE(run.err.find("it is damaged: it holds 1 of its 2 keys; restore the file from a backup"),
+                  std::string::npos)
+            << run.err;
+    }
+    EXPECT_EQ(aaactl({"key", "new-master"}).status, 6) << "it is not replaced";
+    dir().write("master.keys", whole);
+    EXPECT_EQ(aaactl({"key", "masters"}).status, 0);
+}
+
+TEST_F(Key, AFileOfAnEarlierVersionIsUsedWithARemark) {
+    std::string old = dir().read("master.keys");
+    const size_t at = old.find("#check");
+    ASSERT_NE(at, std::string::npos);
+    const std::string sealed = seal("hunter2");
+    dir().write("master.keys", old.erase(at, old.find('\n', at) + 1 - at));
+    EXPECT_EQ(opened(sealed), "hunter2");
+    const auto run = aaactl({"key", "masters"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "aaactl: " + dir().path("master.keys") +
+                           ": it does not hold the number of its keys, so a cut is not noticed; \"aaactl key "
+                           "rotate\" writes it\n");
+    EXPECT_EQ(aaactl({"key", "masters", "--json"}).json()["checked"], false);
+    ASSERT_EQ(aaactl({"key", "rotate"}).status, 0);
+    EXPECT_EQ(aaactl({"key", "masters"}).err, "");
+    EXPECT_EQ(aaactl({"key", "masters", "--json"}).json()["checked"], true);
 }
 
 TEST_F(Key, RotateSealsStoredKeysAgain) {

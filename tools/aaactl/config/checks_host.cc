@@ -2,6 +2,8 @@
 //
 // The lists of lines, and server keys.
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <exception>
 
@@ -126,6 +128,27 @@ void check_key(const std::string &path, std::string text, Findings &findings) {
     wipe(text);
 }
 
+// A file that is missing, or that this user may not read, is reported with the keys that need it.
+void check_master_keys(Findings &findings) {
+    const std::string file = aaa_platform_master_keys_path();
+    if (access(file.c_str(), R_OK) != 0) {
+        return;
+    }
+    uint32_t checked = 1;
+    const cerrno rc = aaa_platform_master_keys_checked(nullptr, &checked);
+    if (rc != 0) {
+        findings.push_back({Severity::error, "unusable-file", file,
+                            escaped(cerr_strerror(rc)) + ": no key can be sealed or opened",
+                            "\"aaactl key masters\" says what is wrong with it"});
+    } else if (checked == 0) {
+        findings.push_back(
+            {Severity::warning, "unchecked-file", file,
+             "it does not hold the number of its keys: if it is cut at the end of a line, that "
+             "is not noticed",
+             "let it be written again: aaactl key rotate"});
+    }
+}
+
 // Outside of the AAA configuration only sealed keys are checked: texts that look sealed and whose path names
 // a secret.
 void check_keys_elsewhere(Database &database, Findings &findings) {
@@ -176,6 +199,7 @@ void check_items(Database &database, Findings &findings) {
     database.walk(
         kGroupMaps, [](const std::string &, const Item &) {}, unreadable);
     check_keys_elsewhere(database, findings);
+    check_master_keys(findings);
 }
 
 }  // namespace aaactl

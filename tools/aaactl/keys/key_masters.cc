@@ -29,8 +29,18 @@ std::string time_text(int64_t seconds) {
 
 // ---- masters
 
+bool is_checked() {
+    uint32_t checked = 0;
+    const cerrno rc = aaa_platform_master_keys_checked(nullptr, &checked);
+    if (rc != 0) {
+        throw master_keys_failure(rc);
+    }
+    return checked != 0;
+}
+
 ExitCode masters(Output &out) {
-    Json document = {{"file", file_name()}, {"masters", Json::array()}};
+    const bool checked = is_checked();
+    Json document = {{"file", file_name()}, {"checked", checked}, {"masters", Json::array()}};
     std::vector<std::vector<std::string>> rows;
     for (const auto &key : master_keys()) {
         const std::string created = time_text(key.created);
@@ -41,6 +51,11 @@ ExitCode masters(Output &out) {
                         key.newest != 0 ? "in use" : ""});
     }
     out.result(document, [&] { out.table({"GENERATION", "CREATED", ""}, rows); });
+    if (!checked) {
+        out.note("aaactl: " + file_name() +
+                 ": it does not hold the number of its keys, so a cut is not noticed; \"aaactl key rotate\" "
+                 "writes it");
+    }
     return ExitCode::ok;
 }
 
@@ -48,7 +63,8 @@ void add_masters(Command key) {
     Command sub =
         key_command(key, "masters", "List the generations of the master key, oldest first", masters);
     sub.footer(
-        "JSON: {file, masters: [{generation, created, newest}]}; no key is shown\nExample: aaactl key "
+        "JSON: {file, checked, masters: [{generation, created, newest}]}; no key is shown\nExample: aaactl "
+        "key "
         "masters");
 }
 
