@@ -1,7 +1,12 @@
 /* SPDX-License-Identifier: Apache-2.0 */
+#define _GNU_SOURCE
 #include "attributes.h"
 
 #include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "visible_text.h"
 
 uint32_t attribute_number(const avlist *list, uint32_t type) {
     uint32_t number = 0;
@@ -12,17 +17,12 @@ uint32_t attribute_number(const avlist *list, uint32_t type) {
 
 static int print_line(uint32_t flag, const char *line) {
     (void)flag;
+    const size_t length = strlen(line);
+    const int ended = length > 0 && line[length - 1] == '\n'; /* as a pair's line */
+    char *text = strndup(line, length - (size_t)ended);
     fputs("    ", stdout);
-    for (const char *p = line; *p != '\0'; p++) {
-        if (*p == '\n') {
-            continue; /* a pair's line ends with one; putchar() below prints it */
-        }
-        if ((unsigned char)*p < ' ' || *p == 0x7f) {
-            printf("\\x%02x", (unsigned)(unsigned char)*p);
-        } else {
-            putchar(*p);
-        }
-    }
+    visible_print(stdout, text != NULL ? text : "?");
+    free(text);
     putchar('\n');
     return 0;
 }

@@ -9,6 +9,7 @@
 #include "aaa/aaautil.h"
 #include "platform/cerr.h"
 #include "platform/sysdb.h"
+#include "visible_text.h"
 
 static sysdb_conn_t config; /* "/cfg/gl/aaa/", private: the server dispatches its notifications */
 static sysdb_conn_t maps;   /* "/oper/aaa/gl/group-server/" */
@@ -24,8 +25,11 @@ static void publish_group(const char *protocol_name, uint32_t protocol, const ch
         rc = aaa_util_svr_grp_apply(maps, &event, protocol_name, name, &number);
     }
     if (rc != AAA_OK) {
-        fprintf(stderr, "aaa_server: server group %s is not published: %s\n", name,
-                reason != NULL ? reason : cerr_strerror(rc));
+        fprintf(stderr, "aaa_server: server group ");
+        visible_print(stderr, name);
+        fprintf(stderr, " is not published: ");
+        visible_print(stderr, reason != NULL ? reason : cerr_strerror(rc));
+        fputc('\n', stderr);
     }
     free(reason);
 }

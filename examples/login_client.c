@@ -18,6 +18,7 @@
 #include "methods.h"
 #include "platform/cerr.h"
 #include "prompt.h"
+#include "visible_text.h"
 
 #define TIME_LIMIT_MS 30000 /* for one request and its answer */
 
@@ -102,8 +103,10 @@ static uint32_t read_status(const client_t *c, uint32_t type) {
     uint32_t status = attribute_number(reply, AAA_STATUS_ATTR);
     attributes_print("received:", reply);
     aaa_util_avlist_value_copy(reply, AAA_REPLYMSG_ATTR, 0, message, sizeof message - 1, &len);
-    printf("  => %s, privilege %u, message \"%s\"\n\n", aaa_print_status(status),
-           attribute_number(reply, AAA_PRIV_LVL_ATTR), message);
+    printf("  => %s, privilege %u, message \"", aaa_print_status(status),
+           attribute_number(reply, AAA_PRIV_LVL_ATTR));
+    visible_print(stdout, message);
+    printf("\"\n\n");
     aaa_avpair_free_list(reply);
     return status;
 }

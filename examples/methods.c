@@ -8,6 +8,7 @@
 
 #include "aaa/aaautil.h"
 #include "platform/cerr.h"
+#include "visible_text.h"
 
 int methods_print(const char *path) {
     char location[256];
@@ -22,7 +23,9 @@ int methods_print(const char *path) {
     for (int i = 0; i < 4 && methods[i] != AAA_METHOD_NOTSET; i++) {
         char *name = aaa_print_method((int32_t)methods[i]);
         if (methods[i] >= 1000) {
-            printf("%s group %u (%s)", i > 0 ? "," : "", methods[i], name != NULL ? name : "unknown");
+            printf("%s group %u (", i > 0 ? "," : "", methods[i]);
+            visible_print(stdout, name != NULL ? name : "unknown");
+            printf(")");
         } else {
             printf("%s %s", i > 0 ? "," : "", name != NULL ? name : "?");
         }

@@ -5,12 +5,16 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cinttypes>
+#include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <random>
@@ -78,7 +82,10 @@ Outcome run(const std::vector<std::string> &args, const std::string &input) {
 // The example server with its own database and files.
 class ExampleServer : public testing::Test {
   protected:
-    void SetUp() override {
+    void SetUp() override { start(); }
+
+    // Returns when the server is ready.
+    void start() {
         int out[2];
         ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
         pid_ = fork();
@@ -135,6 +142,51 @@ class ExampleServer : public testing::Test {
 
 bool contains(const std::string &text, const std::string &part) {
     return text.find(part) != std::string::npos;
+}
+
+// An authentication request as it is sent.
+Bytes well_formed(bool session) {
+    char name[] = "alice", password[] = "wonderland", tty[] = "vty0", address[] = "192.0.2.10";
+    aaa_usercred_t cred = {};
+    cred.username = name;
+    cred.password = password;
+    cred.ttyname = tty;
+    cred.remote_addr = address;
+    cred.tty_mnemonic = tty;
+    char buffer[4096];
+    iov_t *iov = nullptr;
+    uint32_t count = 0;
+    aaa_sess_request_t record = {};
+    EXPECT_EQ(aaa_util_msg_authen_compose(&record, 0, AAA_SVC_LOGIN, "default", 0, &cred, nullptr, nullptr,
+                                          &iov, &count, buffer, sizeof buffer, nullptr, session),
+              AAA_OK);
+    const TempDir dir;
+    const Transport listener = listen_at(dir.path("socket"));
+    const Transport sender = connect_to(dir.path("socket"));
+    const Transport receiver = accept_from(listener);
+    EXPECT_EQ(session ? aaa_transport_send_packet(sender.get(), &record, sizeof record, AAA_TRANSPORT_NEVER)
+                      : aaa_transport_send(sender.get(), iov, count, AAA_TRANSPORT_NEVER),
+              AAA_OK);
+    free(iov);
+    const auto sent = std::make_unique<aaa_transport_msg_t>();
+    EXPECT_EQ(aaa_transport_receive(receiver.get(), sent.get(), AAA_TRANSPORT_NEVER), AAA_OK);
+    return {sent->u.bytes, sent->u.bytes + sent->len};
+}
+
+// Addresses of a process's heap, stack and other memory that it can write.
+std::vector<std::pair<uint64_t, uint64_t>> writable_regions(pid_t pid) {
+    std::vector<std::pair<uint64_t, uint64_t>> regions;
+    std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
+    for (std::string line; std::getline(maps, line);) {
+        uint64_t first = 0;
+        uint64_t end = 0;
+        char rights[5] = "";
+        if (std::sscanf(line.c_str(), "%" SCNx64 "-%" SCNx64 " %4s", &first, &end, rights) == 3 &&
+            rights[1] == 'w') {
+            regions.emplace_back(first, end);
+        }
+    }
+    return regions;
 }
 
 TEST_F(ExampleServer, TellsRightWrongAndUnknownApart) {
@@ -226,36 +278,42 @@ TEST_F(ExampleServer, AnswersConnectPingAndDisconnect) {
     EXPECT_EQ(reply.u.bytes[offsetof(aaa_reply_hdr_t, second) + 3], 2u) << "protocol version, network order";
 }
 
-// ---- malformed messages --------------------------------------------------------------
-
-// An authentication request as it is sent.
-Bytes well_formed(bool session) {
-    char name[] = "alice", password[] = "wonderland", tty[] = "vty0", address[] = "192.0.2.10";
-    aaa_usercred_t cred = {};
-    cred.username = name;
-    cred.password = password;
-    cred.ttyname = tty;
-    cred.remote_addr = address;
-    cred.tty_mnemonic = tty;
-    char buffer[4096];
-    iov_t *iov = nullptr;
-    uint32_t count = 0;
-    aaa_sess_request_t record = {};
-    EXPECT_EQ(aaa_util_msg_authen_compose(&record, 0, AAA_SVC_LOGIN, "default", 0, &cred, nullptr, nullptr,
-                                          &iov, &count, buffer, sizeof buffer, nullptr, session),
-              AAA_OK);
-    const TempDir dir;
-    const Transport listener = listen_at(dir.path("socket"));
-    const Transport sender = connect_to(dir.path("socket"));
-    const Transport receiver = accept_from(listener);
-    EXPECT_EQ(session ? aaa_transport_send_packet(sender.get(), &record, sizeof record, AAA_TRANSPORT_NEVER)
-                      : aaa_transport_send(sender.get(), iov, count, AAA_TRANSPORT_NEVER),
-              AAA_OK);
-    free(iov);
-    const auto sent = std::make_unique<aaa_transport_msg_t>();
-    EXPECT_EQ(aaa_transport_receive(receiver.get(), sent.get(), AAA_TRANSPORT_NEVER), AAA_OK);
-    return {sent->u.bytes, sent->u.bytes + sent->len};
+// A session reply carried the address of the server's list.
+TEST_F(ExampleServer, SessionRepliesTellNoAddress) {
+    const Bytes reply = exchange(well_formed(true));
+    ASSERT_GT(reply.size(), sizeof(aaa_sess_hdr_t)) << "the packed list follows";
+    aaa_sess_hdr_t header = {};
+    std::memcpy(&header, reply.data(), sizeof header);
+    EXPECT_EQ(header.list, 0u);
+    // No other eight bytes are an address of the server's heap or stack either.
+    const auto regions = writable_regions(pid_);
+    ASSERT_FALSE(regions.empty());
+    for (size_t at = 0; at + 8 <= reply.size(); ++at) {
+        uint64_t value = 0;
+        std::memcpy(&value, reply.data() + at, sizeof value);
+        for (const auto &[first, end] : regions) {
+            EXPECT_FALSE(value >= first && value < end) << "byte " << at;
+        }
+    }
 }
+
+// The socket of a server that was killed was in the way of the next one.
+TEST_F(ExampleServer, StartsAgainAfterItWasKilled) {
+    for (int i = 0; i < 3; i++) {
+        ASSERT_EQ(kill(pid_, SIGKILL), 0);
+        ASSERT_EQ(waitpid(pid_, nullptr, 0), pid_);
+        close(out_);
+        start();
+        EXPECT_EQ(login("alice", "wonderland").status, 0);
+    }
+    const Outcome second = run(
+        {example("aaa_server"), socket_, AAA_SOURCE_DIR "/examples/users.conf", dir_.path("accounting")}, "");
+    EXPECT_EQ(second.status, 1);
+    EXPECT_TRUE(contains(second.output, "Address already in use")) << second.output;
+    EXPECT_EQ(login("alice", "wonderland").status, 0) << "the first one goes on";
+}
+
+// ---- malformed messages --------------------------------------------------------------
 
 void fix_length(Bytes &message) {
     const auto length = static_cast<uint32_t>(message.size());
@@ -370,6 +428,80 @@ TEST(ExampleClient, EndsWithAnErrorWhateverItIsAnswered) {
         EXPECT_EQ(result.status, 1) << what << ": " << result.output;
         EXPECT_FALSE(contains(result.output, "=> PASS")) << what << ": " << result.output;
     }
+}
+
+// A message of the server acted on the terminal of its reader.
+TEST(ExampleClient, ShowsAMessageOfTheServerAsVisibleText) {
+    const TempDir dir;
+    const Transport listener = listen_at(dir.path("socket"));
+    const std::string hostile =
+        "\033]0;title\a\033[2J\n => PASS\u202e\u00ad\u0085\U000e0041\xff\\ gr\u00fc\u00df";
+    std::thread server([&] {
+        const Transport client = accept_from(listener);
+        static aaa_transport_msg_t request;
+        EXPECT_EQ(aaa_transport_receive(client.get(), &request, AAA_TRANSPORT_NEVER), AAA_OK);
+        aaa_reply_hdr_t header = {};
+        iov_t *iov = nullptr;
+        uint32_t count = 0;
+        char buffer[1024];
+        avlist *list = nullptr;
+        EXPECT_EQ(aaa_avpair_create_list("re\033[2Jply", &list), AAA_OK);
+        EXPECT_EQ(aaa_util_avlist_status_add(AAA_STAT_FAIL, 4, list), AAA_OK);
+        EXPECT_EQ(aaa_util_avpair_add_attr(list, AAA_REPLYMSG_ATTR, hostile.c_str(),
+                                           static_cast<uint32_t>(hostile.size()) + 1, 0),
+                  AAA_OK);
+        EXPECT_EQ(aaa_util_reply_compose(&header, &iov, &count, buffer, sizeof buffer, list, 0, nullptr),
+                  AAA_OK);
+        EXPECT_EQ(aaa_transport_send(client.get(), iov, count, AAA_TRANSPORT_NEVER), AAA_OK);
+        aaa_avpair_free_list(list);
+        free(iov);
+    });
+    const Outcome result = run({example("login_client"), dir.path("socket"), "alice"}, "wonderland\n");
+    server.join();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(contains(result.output,
+                         "message \"\\x1b]0;title\\x07\\x1b[2J\\n => PASS\\xe2\\x80\\xae\\xc2\\xad\\xc2\\x85"
+                         "\\xf3\\xa0\\x81\\x81\\xff\\\\ gr\u00fc\u00df\""))
+        << result.output;
+    for (const char *hidden : {"\033", "\a", "\u202e", "\u00ad", "\u0085", "\U000e0041", "\xff"}) {
+        EXPECT_FALSE(contains(result.output, hidden)) << result.output;
+    }
+}
+
+// Their numbers went to the files of the libraries.
+TEST_F(ExampleServer, ClosedStandardDescriptorsAreNotUsedForFiles) {
+    for (const char *program : {"login_client", "db_load"}) {
+        const std::string command =
+            "exec env -u NO_DLLMAIN " + example(program) + " " + socket_ + " alice <&- >&- 2>&-";
+        EXPECT_NE(std::system(command.c_str()), 0) << program;
+    }
+    TearDown();
+    const pid_t pid = fork();
+    if (pid == 0) {
+        unsetenv("NO_DLLMAIN");
+        for (int fd = 0; fd <= 2; ++fd) {
+            close(fd);
+        }
+        const std::string program = example("aaa_server");
+        execl(program.c_str(), program.c_str(), socket_.c_str(), AAA_SOURCE_DIR "/examples/users.conf",
+              dir_.path("accounting").c_str(), nullptr);
+        _exit(127);
+    }
+    while (access(socket_.c_str(), F_OK) != 0) {  // it prints nothing
+        ASSERT_EQ(waitpid(pid, nullptr, WNOHANG), 0);
+        sched_yield();
+    }
+    for (int fd = 0; fd <= 2; ++fd) {
+        char target[64] = "";
+        const std::string link = "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(fd);
+        EXPECT_EQ(readlink(link.c_str(), target, sizeof target - 1), 1);
+        EXPECT_STREQ(target, "/");
+    }
+    kill(pid, SIGTERM);
+    int status = -1;
+    waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status)) << status;
+    start();
 }
 
 TEST(ExampleClient, SendsNoPasswordOfAnAddressInACommand) {
