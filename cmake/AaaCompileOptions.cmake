@@ -15,6 +15,11 @@ if(CMAKE_BUILD_TYPE MATCHES "Rel" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(aaa_warnings INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict> $<$<COMPILE_LANGUAGE:CXX>:-Wno-error=maybe-uninitialized>)
 endif()
+# clang 14 warns about the parentheses that the grammar requires around a comparison in a
+# fold expression, when the expression has one operand.
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  target_compile_options(aaa_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-parentheses-equality>)
+endif()
 
 add_library(aaa_instrument INTERFACE)
 # True for targets in folders that call aaa_compile_tests().

@@ -7,7 +7,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <ranges>
 #include <set>
 #include <string>
 #include <string_view>
@@ -102,6 +101,20 @@ inline const std::string &path_of(const std::string &directory) {
 inline const std::string &path_of(const std::pair<const std::string, Item> &item) {
     return item.first;
 }
+// clang 14 cannot instantiate std::ranges::subrange.
+template <typename Iterator>
+class Range {
+  public:
+    Range(Iterator first, Iterator last) : first_(first), last_(last) {}
+
+    Iterator begin() const { return first_; }
+    Iterator end() const { return last_; }
+    [[nodiscard]] bool empty() const { return first_ == last_; }
+
+  private:
+    Iterator first_;
+    Iterator last_;
+};
 // The items or directories below a directory, itself included.
 template <typename Container>
 auto below(const Container &all, const std::string &directory) {
@@ -110,7 +123,7 @@ auto below(const Container &all, const std::string &directory) {
     while (last != all.end() && path_of(*last).starts_with(directory)) {
         ++last;
     }
-    return std::ranges::subrange(first, last);
+    return Range(first, last);
 }
 
 bool directory_exists(const std::string &directory);
