@@ -50,7 +50,6 @@ bool encodes(Encode encode, const std::string &bytes) {
 }
 
 void round_trip(const Message &message, const std::string &bytes) {
-    REQUIRE(write_message(message) == bytes);
     for (const bool secrets : {true, false}) {
         const std::string text = to_text(message, secrets);
         const Json document = to_json(message, secrets);
@@ -59,23 +58,28 @@ void round_trip(const Message &message, const std::string &bytes) {
         require_printable(json);
         REQUIRE(Json::parse(json) == document);  // no byte was malformed UTF-8
         const bool from_text = encodes([&] { return aaactl::from_text(text); }, bytes);
-        const bool from_json = encodes([&] { return aaactl::from_json(Json::parse(json)); }, bytes);
+        const bool from_json = encodes([&] { return aaactl::from_json(document); }, bytes);
         REQUIRE(from_text == from_json);
         REQUIRE(!secrets || from_text);
     }
 }
 
-void decode(const std::string &bytes, std::string_view kind) {
+void decode(const std::string &bytes, std::string_view kind, bool describe) {
     const Message message = aaactl::read_message(bytes, kind);
+    const std::string written = write_message(message);
     if (kind == "list") {
         REQUIRE((message.fault ? message.fault->rc : cerrno{AAA_OK}) == verdict(bytes));
     }
-    require_printable(to_json(message, false).dump());
-    if (!message.fault) {
-        round_trip(message, bytes);
-    } else {
+    if (message.fault) {
         REQUIRE(message.fault->offset <= bytes.size());
-        REQUIRE(write_message(message) == bytes.substr(0, write_message(message).size()));
+        REQUIRE(bytes.starts_with(written));
+    } else {
+        REQUIRE(written == bytes);
+    }
+    if (describe && message.fault) {
+        require_printable(to_json(message, false).dump());
+    } else if (describe) {
+        round_trip(message, bytes);
     }
 }
 
@@ -96,7 +100,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     if (kind == kHexText) {
         read_hex(bytes);
     } else if (!bytes.empty()) {
-        decode(bytes, aaactl::message_kinds()[kind % aaactl::message_kinds().size()].name);
+        // Descriptions take ten times as long as reading.
+        decode(bytes, aaactl::message_kinds()[kind % aaactl::message_kinds().size()].name,
+               fuzz::Sample(data, size).one_in(16));
     }
     return 0;
 }

@@ -12,8 +12,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -22,42 +20,25 @@
 #include "aaa/avpair.h"
 #include "aaa/dictionary.h"
 #include "aaa/result_codes.h"
+#include "fuzz_input.hpp"
 #include "support/avlist_model.hpp"
 #include "support/avlist_verifier.hpp"
+#include "testkit/fake_platform.hpp"
 
 namespace {
 
 using namespace aaatest;
 
-#define REQUIRE(condition) require(condition, #condition, __LINE__)
-
-void require(bool condition, const char *text, int line) {
-    if (!condition) {
-        std::fprintf(stderr, "line %d: %s\n", line, text);
-        std::abort();
-    }
-}
-
 void require_sound(const avlist *list, ListOrigin origin = ListOrigin::built) {
     const Verdict verdict = verify_list(list, origin);
-    require(verdict.sound(), verdict.fault, 0);
+    fuzz::require(verdict.sound(), verdict.fault, __FILE__, __LINE__);
 }
 
-class Input {
-  public:
-    Input(const uint8_t *data, std::size_t size) : at_(data), end_(data + size) {}
+using fuzz::Input;
 
-    [[nodiscard]] bool empty() const { return at_ == end_; }
-    uint8_t byte() { return empty() ? uint8_t{0} : *at_++; }
-    uint32_t word() {
-        const uint32_t low = byte();
-        return low | static_cast<uint32_t>(byte()) << 8;
-    }
-
-  private:
-    const uint8_t *at_;
-    const uint8_t *end_;
-};
+uint32_t word(Input &in) {
+    return static_cast<uint32_t>(in.number(2));
+}
 
 std::string name_from(Input &in) {
     std::string name(in.byte() % 31, 'n');
@@ -98,16 +79,16 @@ ListPtr list_from(Input &in) {
         switch (opcode % 8) {
             case 0:
             case 1:
-                add(in, list.get(), in.word() % 2100, in.byte());
+                add(in, list.get(), word(in) % 2100, in.byte());
                 break;
             case 2:
-                add(in, list.get(), in.word() % 2100, 4);
+                add(in, list.get(), word(in) % 2100, 4);
                 break;
             case 3:
                 add(in, list.get(), in.byte() % 90, opcode / 8);
                 break;
             case 4:
-                add(in, list.get(), in.word(), in.word() % 1500);
+                add(in, list.get(), word(in), word(in) % 1500);
                 break;
             case 5:
             case 6:
@@ -237,18 +218,30 @@ void check_changed(std::string message, std::size_t at, uint8_t change) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+    fake::clear_journal();
+    fuzz::Sample sample(data, size);
     Input in(data, size);
     const ListPtr list = list_from(in);
     require_sound(list.get());
     const std::vector<ModelPair> pairs = read_pairs(list.get());
     const std::string expected = expected_message(list.get());
-    check_copy(list.get());
-    check_gather(list.get(), expected.size());
-    check_cut(list.get(), expected.size(), in.word() % (2 * expected.size()));
-    check_print(list.get(), in.word() % 4096);
+    const std::size_t room = word(in) % (2 * expected.size());
+    const uint32_t text_room = word(in) % 4096;
+    if (sample.one_in(8)) {
+        check_copy(list.get());
+    }
+    if (sample.one_in(4)) {
+        check_gather(list.get(), expected.size());
+        check_cut(list.get(), expected.size(), room);
+    }
+    if (sample.one_in(8)) {
+        check_print(list.get(), text_room);
+    }
     REQUIRE(pack(list.get(), expected.size()) == expected);
-    check_round_trip(expected, pairs);
-    const std::size_t at = in.word();
+    if (sample.one_in(4)) {
+        check_round_trip(expected, pairs);
+    }
+    const std::size_t at = word(in);
     check_changed(expected, at, in.byte());
     return 0;
 }

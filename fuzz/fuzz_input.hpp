@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Shared by the fuzzers: an input that is read byte by byte, and a check that prints
-// the failed line and ends the process.
+// Shared by the fuzzers: an input that is read byte by byte, a check that prints the
+// failed line and ends the process, and the choice of the runs that check costly
+// properties.
 #pragma once
 
 #include <algorithm>
@@ -9,8 +10,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace fuzz {
 
@@ -22,6 +25,27 @@ inline void require(bool holds, const char *text, const char *file, int line) {
 }
 
 #define REQUIRE(condition) fuzz::require(condition, #condition, __FILE__, __LINE__)
+
+// Selects inputs by their bytes. A property that costs many times as much as the code
+// under test is checked for a part of the inputs while fuzzing. Without AAA_FUZZ_SAMPLES
+// in the environment it is checked for all of them: an input that failed fails again,
+// and a replay of seeds is complete.
+class Sample {
+  public:
+    Sample(const uint8_t *data, std::size_t size)
+        : rest_(std::hash<std::string_view>{}({reinterpret_cast<const char *>(data), size})) {}
+
+    // Independent of the calls before.
+    bool one_in(unsigned count) {
+        static const bool samples = std::getenv("AAA_FUZZ_SAMPLES") != nullptr;
+        const bool chosen = rest_ % count == 0;
+        rest_ /= count;
+        return chosen || !samples;
+    }
+
+  private:
+    std::size_t rest_;
+};
 
 // Returns zeros after its end.
 class Input {

@@ -179,7 +179,54 @@ avpair_mem_stats_t ListModel::mem_usage() const {
     return stats;
 }
 
+std::size_t ListModel::live() const {
+    std::size_t count = 0;
+    for (const ModelBuffer &buffer : buffers_) {
+        count += static_cast<std::size_t>(std::count_if(buffer.pairs.begin(), buffer.pairs.end(),
+                                                        [](const ModelPair &pair) { return !pair.deleted; }));
+    }
+    return count;
+}
+
+namespace {
+
+bool same_pair(Bytes at, const ModelPair &model) {
+    const auto type = read<uint32_t>(at, 0);
+    return model.deleted == (type == kDeleted) && (model.deleted || model.type == type) &&
+           model.tag == read<uint32_t>(at, 4) && model.flags == read<uint32_t>(at, 12) &&
+           model.value.size() == read<uint32_t>(at, 8) &&
+           std::memcmp(at + kPairHead, model.value.data(), model.value.size()) == 0;
+}
+
+bool same_buffer(Bytes at, const ModelBuffer &model) {
+    const Bytes end = read<Bytes>(at, 16);
+    Bytes pair = at + kBufferHead;
+    for (const ModelPair &wanted : model.pairs) {
+        if (pair >= end || !same_pair(pair, wanted)) {
+            return false;
+        }
+        pair += taken(wanted.value.size());
+    }
+    return pair == end && read<uint32_t>(at, 24) == model.size;
+}
+
+}  // namespace
+
+bool ListModel::equals(const avlist *list) const {
+    auto at = read<Bytes>(reinterpret_cast<Bytes>(list), 8);
+    for (const ModelBuffer &buffer : buffers_) {
+        if (at == nullptr || !same_buffer(at, buffer)) {
+            return false;
+        }
+        at = read<Bytes>(at, 8);
+    }
+    return at == nullptr;
+}
+
 std::string ListModel::difference_from(const avlist *list) const {
+    if (equals(list)) {
+        return {};
+    }
     const std::vector<ModelBuffer> real = read_buffers(list);
     if (real.size() != buffers_.size()) {
         return std::to_string(real.size()) + " buffers, expected " + std::to_string(buffers_.size());
@@ -201,7 +248,7 @@ std::string ListModel::difference_from(const avlist *list) const {
             }
         }
     }
-    return {};
+    return "a buffer's end is not that of its last pair";
 }
 
 }  // namespace aaatest

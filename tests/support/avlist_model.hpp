@@ -70,10 +70,14 @@ class ListModel {
     void update(Place place, uint32_t flags, std::string_view value, uint32_t tag);
     void clear() { buffers_.clear(); }
 
+    // The live pairs, and their number.
     [[nodiscard]] std::vector<ModelPair> pairs() const;
+    [[nodiscard]] std::size_t live() const;
     [[nodiscard]] const std::vector<ModelBuffer> &buffers() const { return buffers_; }
     [[nodiscard]] avpair_mem_stats_t mem_usage() const;
 
+    // Whether the list holds the same; copies nothing, so it may follow every change.
+    [[nodiscard]] bool equals(const avlist *list) const;
     // Empty when the list holds the same, else what differs first.
     [[nodiscard]] std::string difference_from(const avlist *list) const;
 

@@ -33,9 +33,35 @@ constexpr char kTruncated[] = "it is truncated";
 constexpr char kBadPage[] = "a page is damaged";
 constexpr char kBadFreeList[] = "the list of free pages is damaged";
 
-bool read_at(int fd, void *to, std::size_t size, std::uint64_t offset) {
-    return pread(fd, to, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
-}
+// The bytes of a file: read from it, or already in memory.
+class Source {
+  public:
+    explicit Source(int fd) : fd_(fd) {}
+    explicit Source(std::string_view bytes) : bytes_(bytes) {}
+
+    bool read(void *to, std::size_t size, std::uint64_t offset) const {
+        if (fd_ >= 0) {
+            return pread(fd_, to, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
+        }
+        if (offset > bytes_.size() || size > bytes_.size() - offset) {
+            return false;
+        }
+        bytes_.copy(static_cast<char *>(to), size, offset);
+        return true;
+    }
+    bool get_size(std::uint64_t &size) const {
+        struct stat status;
+        if (fd_ >= 0 && fstat(fd_, &status) != 0) {
+            return false;
+        }
+        size = fd_ >= 0 ? static_cast<std::uint64_t>(status.st_size) : bytes_.size();
+        return true;
+    }
+
+  private:
+    int fd_ = -1;
+    std::string_view bytes_;
+};
 
 bool page_size_ok(std::uint32_t size) {
     return size >= kSmallestPage && size <= kLargestPage && (size & (size - 1)) == 0;
@@ -52,9 +78,9 @@ bool place_ok(const Meta &meta, std::uint64_t offset) {
     return meta.txnid == 0 || (meta.txnid % 2 != 0) == (offset != 0);
 }
 
-const char *meta_fault(int fd, std::uint64_t offset, Meta &meta) {
+const char *meta_fault(const Source &source, std::uint64_t offset, Meta &meta) {
     unsigned char bytes[sizeof(PageHeader) + sizeof(Meta)];
-    if (!read_at(fd, bytes, sizeof bytes, offset)) {
+    if (!source.read(bytes, sizeof bytes, offset)) {
         return kTruncated;
     }
     const auto header = layout::read<PageHeader>(bytes);
@@ -83,8 +109,8 @@ const char *meta_fault(int fd, std::uint64_t offset, Meta &meta) {
 // Walks all pages that one meta page refers to.
 class Checker {
   public:
-    Checker(int fd, const Meta &meta, std::uint64_t file_bytes)
-        : fd_(fd),
+    Checker(const Source &source, const Meta &meta, std::uint64_t file_bytes)
+        : source_(source),
           page_size_(meta.free_list.padding),
           last_page_(meta.last_page),
           txnid_(meta.txnid),
@@ -151,7 +177,7 @@ class Checker {
         if (!claim(number)) {
             return false;
         }
-        return read_at(fd_, page.data(), page_size_, number * page_size_) || fail(kTruncated);
+        return source_.read(page.data(), page_size_, number * page_size_) || fail(kTruncated);
     }
 
     void check_table(const Table &table, const Form &form) {
@@ -370,7 +396,7 @@ class Checker {
             return;
         }
         Page value(bytes);
-        if (read_at(fd_, value.data(), bytes, number * page_size_ + sizeof(PageHeader))) {
+        if (source_.read(value.data(), bytes, number * page_size_ + sizeof(PageHeader))) {
             check_free_pages(value.data(), bytes);
         } else {
             fail(kTruncated);
@@ -422,7 +448,7 @@ class Checker {
         }
     }
 
-    const int fd_;
+    const Source source_;
     const std::uint32_t page_size_;
     const std::uint64_t last_page_;
     const std::uint64_t txnid_;
@@ -431,19 +457,13 @@ class Checker {
     const char *fault_ = nullptr;
 };
 
-}  // namespace
-
-FileHead inspect_head(int fd) {
+FileHead head_of(const Source &source) {
     FileHead head;
-    struct stat status;
-    if (fstat(fd, &status) != 0 || status.st_size == 0) {
-        return head;
-    }
     Meta first;
     Meta second;
-    head.fault = meta_fault(fd, 0, first);
+    head.fault = meta_fault(source, 0, first);
     if (head.fault == nullptr) {
-        head.fault = meta_fault(fd, first.free_list.padding, second);
+        head.fault = meta_fault(source, first.free_list.padding, second);
     }
     if (head.fault == nullptr) {
         head.map_bytes = std::max(first.map_bytes, second.map_bytes);
@@ -452,22 +472,37 @@ FileHead inspect_head(int fd) {
     return head;
 }
 
-const char *find_page_fault(int fd, std::uint64_t txnid, bool &stale) {
+const char *page_fault(const Source &source, std::uint64_t txnid, bool &stale) {
     stale = false;
     Meta meta;
-    const char *fault = meta_fault(fd, 0, meta);
+    const char *fault = meta_fault(source, 0, meta);
     if (fault == nullptr && meta.txnid != txnid) {
-        fault = meta_fault(fd, meta.free_list.padding, meta);
+        fault = meta_fault(source, meta.free_list.padding, meta);
         stale = fault == nullptr && meta.txnid != txnid;
     }
     if (fault != nullptr || stale) {
         return fault;
     }
+    std::uint64_t file_bytes = 0;
+    return source.get_size(file_bytes) ? Checker(source, meta, file_bytes).run(meta) : kTruncated;
+}
+
+}  // namespace
+
+FileHead inspect_head(int fd) {
     struct stat status;
-    if (fstat(fd, &status) != 0) {
-        return kTruncated;
-    }
-    return Checker(fd, meta, static_cast<std::uint64_t>(status.st_size)).run(meta);
+    return fstat(fd, &status) == 0 && status.st_size > 0 ? head_of(Source(fd)) : FileHead{};
+}
+
+const char *find_page_fault(int fd, std::uint64_t txnid, bool &stale) {
+    return page_fault(Source(fd), txnid, stale);
+}
+
+const char *find_fault(std::string_view file) {
+    const Source source(file);
+    const FileHead head = head_of(source);
+    bool stale = false;
+    return head.fault != nullptr ? head.fault : page_fault(source, head.txnid, stale);
 }
 
 }  // namespace sysdb_lmdb

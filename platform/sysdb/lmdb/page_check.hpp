@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 namespace sysdb_lmdb {
 
@@ -23,5 +24,10 @@ FileHead inspect_head(int fd);
 // that transaction open. stale is set when the transaction is not one of the
 // file's two newest any more.
 const char *find_page_fault(int fd, std::uint64_t txnid, bool &stale);
+
+// The first defect in the bytes of a whole file, or null: in its head, then in the pages
+// of its newest transaction. An empty file is truncated. For tests that try many files
+// without writing them.
+const char *find_fault(std::string_view file);
 
 }  // namespace sysdb_lmdb
