@@ -40,10 +40,9 @@ bool parse_sink(const char *word, Sink *sink) noexcept;
 // connected to it, else syslog.
 Sink default_sink() noexcept;
 
-// Writes one line of text, as make_visible() returns it, to a sink; so is the mnemonic.
-// A line that a
-// sink refuses is passed on: from the journal to syslog, and warnings
-// and worse to standard error.
+// Writes one line to a sink; its text and its mnemonic are as make_visible() returns them.
+// A line that a sink refuses is passed on: from the journal to syslog, and warnings and
+// worse to standard error.
 void emit(Sink sink, const LineInfo &info, const char *text, std::size_t len) noexcept;
 
 // Copies text and makes visible what could forge another line or hide a part of this

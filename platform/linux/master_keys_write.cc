@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "descriptor.hpp"
 #include "log.hpp"
 #include "master_keys.hpp"
 #include "master_keys_text.hpp"
@@ -28,7 +29,6 @@ namespace {
 
 constexpr char kUnfinished[] = ".unfinished";  // follows the file's name
 constexpr mode_t kOwnerOnly = 0600;
-constexpr int kFirstDescriptor = 3;  // lower ones belong to the program, even when closed
 
 // "07 <64 hex digits> <time>", without a line feed. Returns its length.
 std::size_t print_key(const MasterKey &key, char *out, std::size_t size) {
@@ -64,18 +64,6 @@ void print(const MasterKeys &keys, SecretText *text) {
         text->len += print_key(keys.at(i), text->bytes + text->len, sizeof text->bytes - text->len);
         text->bytes[text->len++] = '\n';
     }
-}
-
-// Moves a new descriptor above the standard ones. What another thread prints must not go into a file of keys.
-int above_standard_ones(int fd) {
-    if (fd < 0 || fd >= kFirstDescriptor) {
-        return fd;
-    }
-    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, kFirstDescriptor);
-    const int error = errno;
-    close(fd);
-    errno = error;
-    return moved;
 }
 
 // From the beginning: another thread may have printed into the file before it was moved.
@@ -139,12 +127,12 @@ class NewFile {
     explicit NewFile(const Place &place) : place_(place) {
         // A file without a name gets one through /proc.
         if (access("/proc/self/fd", X_OK) == 0) {
-            fd_ = above_standard_ones(
+            fd_ = above_standard(
                 openat(place.directory(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, kOwnerOnly));
         }
         if (fd_ < 0) {
             fd_ =
-                above_standard_ones(openat(place.directory(), place.unfinished(),
+                above_standard(openat(place.directory(), place.unfinished(),
                                            O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kOwnerOnly));
             named_ = fd_ >= 0;
         }
