@@ -33,9 +33,9 @@ TEST_F(SetUserId, MakesNoDirectories) {
 // A program of root makes them for root alone: no group is at hand that should get them.
 TEST_F(SetUserId, NoDirectoryGetsTheGroupThatHappensToBeEffective) {
     std::filesystem::remove_all("/var/lib/aaa");
-    ASSERT_EQ(setegid(kOutsiderId), 0);
+    ASSERT_EQ(setresgid(kOutsiderId, kOutsiderId, 0), 0);
     EXPECT_TRUE(succeeded(run(root({"set", "/cfg/x", "1"}))));
-    ASSERT_EQ(setegid(0), 0);
+    ASSERT_EQ(setresgid(0, 0, 0), 0);
     struct stat status {};
     ASSERT_EQ(stat(kCfg.c_str(), &status), 0);
     EXPECT_NE(status.st_gid, gid_t{kOutsiderId});

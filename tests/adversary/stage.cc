@@ -85,11 +85,16 @@ bool make_directory(const std::string &path, gid_t group, mode_t mode) {
            chmod(path.c_str(), mode) == 0;
 }
 
-bool make_empty(const std::string &path) {
+bool make_empty_file(const std::string &path) {
     const int fd = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0660);
     const bool made = fd >= 0 && fchown(fd, 0, kGroup) == 0 && fchmod(fd, 0660) == 0;
     close(fd);
     return made;
+}
+
+bool make_empty(const std::string &database) {
+    return make_empty_file(database) && make_empty_file(database + "-lock") &&
+           make_empty_file(database + "-state");
 }
 
 // As packaging/common/tmpfiles.conf has them.

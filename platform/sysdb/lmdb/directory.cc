@@ -100,11 +100,12 @@ cerrno report(const std::string &path, int error) {
     return Result::of_errno(error).code();
 }
 
-// Its effective group is the caller's: he would become the owner of the database.
+// Its effective group is the caller's, who would get the database.
 cerrno refuse_to_make(const std::string &path) {
     log(kLogError,
         "directory %s is missing, and a program with more rights than its user does not make it; make it as "
-        "root: install -d -m 2770 -g aaa %s (with the group of the AAA processes)",
+        "root: systemd-tmpfiles --create, or install -d -m 2770 -g aaa %s (with the group of the AAA "
+        "processes)",
         path.c_str(), path.c_str());
     return SYSDB_ERR_ACCESS;
 }
