@@ -2,7 +2,9 @@
 //
 // Creating, rotating, retiring and listing master keys, as tools do it.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -130,6 +132,23 @@ TEST_F(Keys, CannotBeCreatedWhereThereIsNoDirectory) {
     EXPECT_NE(0u, aaa_platform_master_keys_rotate((dir.path("no/such/") + std::string(5000, 'x')).c_str(),
                                                   nullptr));
     g_log->take();
+}
+
+// ---- the lock
+
+// Also a user who may only read the directory can lock it.
+TEST_F(Keys, AreNotLockedForAllTimeByAnother) {
+    const int directory = open(std::filesystem::path(path).parent_path().c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(0, flock(directory, LOCK_EX));
+    const std::string before = contents();
+    EXPECT_EQ(static_cast<cerrno>(EBUSY), aaa_platform_master_keys_rotate(path.c_str(), nullptr));
+    EXPECT_EQ("%AAA-PLATFORM-3-MASTER_KEYS : " + path +
+                  ": another process has locked its directory for 5 seconds; the keys are unchanged; "
+                  "\"lslocks\" names that process: continue or end it",
+              g_log->take_one());
+    EXPECT_EQ(before, contents());
+    close(directory);
+    rotate();
 }
 
 int main(int argc, char **argv) {

@@ -4,7 +4,6 @@
 // file, with every such call failing, and what a reader makes of a damaged file.
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -211,25 +210,6 @@ TEST_P(KeysWrite, RemoveWhatAKilledChangeHasLeft) {
 
 INSTANTIATE_TEST_SUITE_P(FileSystems, KeysWrite, testing::Bool(),
                          [](const auto &tested) { return tested.param ? "WithNames" : "WithoutNames"; });
-
-// ---- the lock
-
-using KeysLock = MasterKeyFile;
-
-// Also a user who may only read the directory can lock it.
-TEST_F(KeysLock, IsNotWaitedForWithoutLimit) {
-    const int directory = open(std::filesystem::path(path).parent_path().c_str(), O_RDONLY | O_CLOEXEC);
-    ASSERT_EQ(0, flock(directory, LOCK_EX));
-    const std::string before = contents();
-    EXPECT_EQ(static_cast<cerrno>(EBUSY), aaa_platform_master_keys_rotate(path.c_str(), nullptr));
-    EXPECT_EQ("%AAA-PLATFORM-3-MASTER_KEYS : " + path +
-                  ": another process has locked its directory for 5 seconds; the keys are unchanged; "
-                  "\"lslocks\" names that process: continue or end it",
-              g_log->take_one());
-    EXPECT_EQ(before, contents());
-    close(directory);
-    rotate();
-}
 
 // ---- the count and the checksum
 

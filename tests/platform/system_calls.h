@@ -6,9 +6,9 @@
 extern "C" {
 #endif
 
-/* Called before each call of a function that changes files, when it is not null: with the function's name, and
- * "unnamed" for openat() of a file without a name. A result other than 0 is the errno with which the call
- * fails instead of being made. */
+/* Called before each call of a function that changes files, when it is not null: with the
+ * function's name, and "unnamed" for openat() of a file without a name. A result other than 0
+ * is the errno with which the call fails instead of being made. */
 extern int (*before_system_call)(const char *function);
 
 #ifdef __cplusplus

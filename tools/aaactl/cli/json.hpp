@@ -47,8 +47,8 @@ class Json {
     static Json object();
     // Failure(bad_input) says where the text is malformed or nested too deeply, without quoting it.
     static Json parse(std::string_view text);
-    // In one line, or indented by so many blanks a level. Malformed UTF-8 is replaced; characters that a reader
-    // would not see are \u escapes.
+    // In one line, or indented by so many blanks a level. Malformed UTF-8 is replaced; characters
+    // that a reader would not see are \u escapes.
     std::string dump(int indent = -1) const;
 
     bool is_null() const;

@@ -146,7 +146,8 @@ void replace_created(const std::string &file, const Place &place, const struct s
     }
 }
 
-// A file that exists, or a link to one that may not. O_CREAT is what makes the kernel protect files of others.
+// A file that exists, or a link to one that may not. O_CREAT is what makes the kernel protect
+// files of others.
 void write_opened(const std::string &file, bool exists, std::string_view bytes) {
     Descriptor opened(open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, kNewFile));
     struct stat before {};
