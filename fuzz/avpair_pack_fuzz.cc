@@ -59,7 +59,7 @@ void add(Input &in, avlist *list, uint32_t type, uint32_t len) {
 }
 
 void erase(Input &in, avlist *list) {
-    const std::size_t count = read_pairs(list).size();
+    const std::size_t count = list->av_cnt;
     if (count == 0) {
         return;
     }

@@ -61,12 +61,15 @@ constexpr int kNewItems = 24;
 
 const sysdb_provider_t *g_provider = nullptr;
 std::string g_sound;  // a file as the provider writes it
+std::string g_line;   // that the provider has logged last
 
-void ignore_line(uint32_t, const char *, const char *) {}
+void keep_line(uint32_t, const char *, const char *text) {
+    g_line = text;
+}
 int any_value(uint32_t, const void *, uint32_t) {
     return 1;
 }
-constexpr sysdb_host_t kHost = {SYSDB_PROVIDER_ABI, sizeof(sysdb_host_t), ignore_line, any_value};
+constexpr sysdb_host_t kHost = {SYSDB_PROVIDER_ABI, sizeof(sysdb_host_t), keep_line, any_value};
 
 std::string file_name() {
     return fuzz::HostProcess::instance().path("run/oper.mdb");
@@ -265,13 +268,27 @@ class PatchedFile {
     std::vector<std::pair<std::size_t, std::size_t>> patches_;
 };
 
+// The reason for which a file cannot be used; none when the line was logged recently.
+std::string reason_in(const std::string &line) {
+    static const std::string before = " cannot be used: ";
+    const std::size_t at = line.find(before);
+    return at != std::string::npos ? line.substr(at + before.size(), line.find(';', at) - at - before.size())
+                                   : "";
+}
+
 // Opens the file as a process does, and uses it unless it is refused.
-void open_and_use(std::string_view file, bool refused) {
+void open_and_use(std::string_view file, const char *fault) {
+    static const std::set<std::string> of_pages{"it is truncated", "a page is damaged",
+                                                "a page is used twice", "its head is damaged",
+                                                "the list of free pages is damaged"};
     put_in_place(std::string(file));
+    g_line.clear();
     User user;
     REQUIRE(user.bound() == 0 || is_refusal(user.bound()));
-    REQUIRE(!refused || user.bound() != 0);
+    REQUIRE(fault == nullptr || user.bound() != 0);
     REQUIRE(file != g_sound || user.bound() == 0);
+    const std::string reason = reason_in(g_line);
+    REQUIRE(fault != nullptr ? reason.empty() || reason == fault : of_pages.count(reason) == 0);
     if (user.bound() == 0) {
         user.watch_everything();
         user.list("", 4);
@@ -294,10 +311,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     static_cast<void>(prepared);
     const PatchedFile file({data, size});
     // An empty file is new, not truncated.
-    const bool refused = !file.view().empty() && find_fault(file.view()) != nullptr;
-    REQUIRE(!refused || size != 0);
-    if (fuzz::Sample(data, size).one_in(refused ? 256 : 64)) {
-        open_and_use(file.view(), refused);
+    const char *fault = file.view().empty() ? nullptr : find_fault(file.view());
+    REQUIRE(fault == nullptr || size != 0);
+    if (fuzz::Sample(data, size).one_in(fault != nullptr ? 256 : 64)) {
+        open_and_use(file.view(), fault);
     }
     return 0;
 }
