@@ -127,13 +127,12 @@ class NewFile {
     explicit NewFile(const Place &place) : place_(place) {
         // A file without a name gets one through /proc.
         if (access("/proc/self/fd", X_OK) == 0) {
-            fd_ = above_standard(
-                openat(place.directory(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, kOwnerOnly));
+            fd_ =
+                above_standard(openat(place.directory(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, kOwnerOnly));
         }
         if (fd_ < 0) {
-            fd_ =
-                above_standard(openat(place.directory(), place.unfinished(),
-                                           O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kOwnerOnly));
+            fd_ = above_standard(openat(place.directory(), place.unfinished(),
+                                        O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, kOwnerOnly));
             named_ = fd_ >= 0;
         }
     }

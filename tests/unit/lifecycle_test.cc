@@ -566,6 +566,21 @@ TEST_F(LoadDeathTest, ProcessExitRunsNoUnload) {
     EXPECT_EXIT(run_to_the_end(), testing::ExitedWithCode(0), "asked");
 }
 
+TEST_F(LoadDeathTest, WithNoDllmainSetSinceTheLoadAWorkerThatCannotBeWokenIsDetached) {
+    const auto detached = [this] {
+        load_running();
+        setenv("NO_DLLMAIN", "1", 1);
+        fake::answer("event_send_async", 0xFFFFFFFF);
+        const unsigned joins = sabotage().joins;
+        EXPECT_EQ(unload_calls(), (Lines{"__in_dlclose()", "event_send_async(ptr, 77, 0)"}));
+        EXPECT_EQ(fake::traces_of(0), Lines{});
+        EXPECT_EQ(sabotage().joins, joins);
+        return !HasFailure();
+    };
+    // In a separate process: the worker stays in event_block.
+    EXPECT_EXIT(_exit(detached() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
 TEST_F(LoadDeathTest, UnloadWithoutWakeUpDetachesAndCloses) {
     const auto detached = [this] {
         load_running();

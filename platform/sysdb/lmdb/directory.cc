@@ -75,21 +75,25 @@ int make_in(int parent, const char *name, gid_t group, mode_t mode, const std::s
     return error == EEXIST ? 0 : error;
 }
 
-int make(const std::string &path, mode_t mode) {
+// group: of the nearest directory that exists. Directories that are made on the way may
+// get the group that this process happens to have, and it must not be passed on.
+int make(const std::string &path, mode_t mode, gid_t &group) {
     const std::string parent = parent_of(path);
     Descriptor above = open_at(AT_FDCWD, parent.c_str(), kOpenFlags);
+    struct stat status;
     if (!above && errno == ENOENT && parent != path) {
-        const int error = make(parent, kModeOfParents);
+        const int error = make(parent, kModeOfParents, group);
         if (error != 0) {
             return error;
         }
         above = open_at(AT_FDCWD, parent.c_str(), kOpenFlags);
+    } else if (above && fstat(above.get(), &status) == 0) {
+        group = status.st_gid;
     }
-    struct stat status;
-    if (!above || fstat(above.get(), &status) != 0) {
+    if (!above) {
         return errno;
     }
-    return make_in(above.get(), name_of(path).c_str(), group_setting().value_or(status.st_gid), mode, path);
+    return make_in(above.get(), name_of(path).c_str(), group_setting().value_or(group), mode, path);
 }
 
 cerrno report(const std::string &path, int error) {
@@ -140,7 +144,8 @@ cerrno Directory::open(const std::string &path, Directory &result) {
         if (!has_callers_rights_only()) {
             return refuse_to_make(path);
         }
-        const int error = make(path, kMode);
+        gid_t group = 0;
+        const int error = make(path, kMode, group);
         if (error != 0) {
             return report(path, error);
         }
