@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The host's bounded copies and comparisons: every limit, overlap and null.
 
 #include "platform/bounded.h"
 

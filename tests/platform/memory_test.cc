@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// The host's named allocation and its queue of records.
 
 #include "platform/memory.h"
 

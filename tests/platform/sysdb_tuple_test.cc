@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Tuples as bytes: exact bytes, the way back, and every kind of malformed bytes.
 
 #include <gtest/gtest.h>
 

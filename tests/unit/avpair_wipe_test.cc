@@ -93,7 +93,7 @@ class ListWiping : public testing::Test {
     }
 
     // The memory between free_mem and the end of the last buffer.
-    static bool secret_behind_free_mem(const ListPtr &list) {
+    static bool secret_after_free_mem(const ListPtr &list) {
         const avpair_buffer_t *const buf = list->avpair_last_buf;
         const auto *const end = reinterpret_cast<const unsigned char *>(buf) + buf->hdr.buf_size;
         return find_secret(buf->hdr.free_mem, static_cast<std::size_t>(end - buf->hdr.free_mem)) != nullptr;
@@ -141,7 +141,7 @@ TEST_F(ListWiping, DeletedPairsWhoseRoomIsGivenBack) {
     // Backwards, so that the first deletion gives back nothing.
     ASSERT_EQ(aaa_avpair_delete_by_type_instance(kType, 0, list.get(), nullptr), AAA_OK);
     ASSERT_EQ(aaa_avpair_delete_by_type_instance(kType, 0, list.get(), nullptr), AAA_OK);
-    EXPECT_FALSE(secret_behind_free_mem(list));
+    EXPECT_FALSE(secret_after_free_mem(list));
 }
 
 TEST_F(ListWiping, DeletedPairsThatStayUntilTheListIsFreed) {
@@ -158,7 +158,7 @@ TEST_F(ListWiping, UpdatesThatMoveAPair) {
     add(list);
     char other[] = "other";
     ASSERT_EQ(aaa_avpair_update(kType, 0, other, 0, 5, 0, list.get()), AAA_OK);
-    EXPECT_FALSE(secret_behind_free_mem(list));
+    EXPECT_FALSE(secret_after_free_mem(list));
 }
 
 TEST_F(ListWiping, UpdatesWithAValueOfTheListItself) {
