@@ -248,8 +248,8 @@ AAA_API cerrno aaa_util_copy_usercred(const aaa_usercred_t *source, aaa_usercred
  * Frees a user's credentials and what they own.
  *
  * The password is overwritten first, and so are the CHAP data of a copy. CHAP
- * data of a record that the caller made are freed as they are: nothing vouches
- * for their lengths, which are not looked at.
+ * data of a record that the caller made are freed without being overwritten:
+ * their lengths may be wrong.
  *
  * The task table goes with its source: it is destroyed unless is_copy is 1. So
  * free the copies of a record first, or no longer use their task table.

@@ -53,8 +53,8 @@ struct Lookup {
     }
 };
 
-// Lists that differ in all lengths and places, each looked into in turn: what branch
-// predictors learn from one is of no use for the next.
+// Lists that differ in all lengths and places, searched in turn, so that a branch
+// predictor cannot use for one what it has learned from another.
 class VariedLists {
   public:
     static constexpr char kName[] = "lookup_varied";

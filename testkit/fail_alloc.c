@@ -125,7 +125,7 @@ static void *(*next_realloc)(void *, size_t);
 static void (*next_free)(void *);
 
 /* Serves what the dynamic loader asks for while the next definitions are
- * being looked up; never given back. */
+ * being looked up; never released. */
 static _Alignas(16) unsigned char arena[65536];
 static size_t arena_used;
 

@@ -46,7 +46,7 @@ int fake_getpid() {
 
 int fake_ttyname_r(int fd, char *buffer, size_t size) {
     const Call call("ttyname_r", fd, size);
-    // Also where it fails: libc's may have begun to write by then.
+    // Written even if the call fails: libc's function may have written a part before.
     const std::string &tty = state().tty;
     std::memcpy(buffer, tty.c_str(), std::min(size, tty.size() + 1));
     if (state().tty_result != 0) {

@@ -42,7 +42,7 @@ union function {
 enum which { ACCESS, ALARM, GETPID, POPEN, TCGETATTR, TCSETATTR, TIME, TTYNAME_R, FUNCTIONS };
 static union function functions[FUNCTIONS];
 
-/* Early: later on a lookup could wait for the loader's lock, for ever when
+/* Looked up at load: a later lookup could wait for the loader's lock, and for ever if
  * the thread that holds it waits for this one. */
 __attribute__((constructor)) static void look_up(void) {
     static const char *const names[FUNCTIONS] = {"access",    "alarm",     "getpid", "popen",

@@ -14,7 +14,7 @@
 
 namespace aaatest {
 
-// One transaction on one table, given up unless it is committed.
+// One transaction on one table, aborted unless it is committed.
 class DatabaseTable {
   public:
     // The file's own table when it has no name. Flags are those of

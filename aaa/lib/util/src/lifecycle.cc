@@ -52,7 +52,7 @@ static_assert(std::atomic<pthread_t>::is_always_lock_free && sizeof exit_request
 void register_result_codes() noexcept {
     const cerrno rc = cerr_register_dll(AAA_FACILITY, "cerrno/libaaa_error.dll");
     if (rc != 0) {
-        // The record's text takes a name here: the record's own.
+        // The text of the record asks for a name, and gets that of the record.
         kel_errmsg(kel_msg_rec_aaa_dllmain_error_getfn(), 3, "kel_msg_aaa_dllmain_error", cerr_strerror(rc));
     }
 }

@@ -31,7 +31,7 @@ constexpr std::size_t kTtyNameSize = 32;
         name, name != nullptr ? static_cast<int32_t>(std::strlen(name) + 1) : 0, list);
 }
 
-// The message of the action, or of no type when the action is neither.
+// The message type for the action; 0 when it is neither of the two.
 [[nodiscard]] uint32_t refcount_type(uint32_t action, const char *name) noexcept {
     switch (action) {
         case kIncrement:
