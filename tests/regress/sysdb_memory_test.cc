@@ -17,7 +17,7 @@ namespace {
 void expect_writable_after_every_failure(cerrno (*change)(sysdb_conn_t)) {
     const DatabaseSandbox sandbox;
     run_forked([change] {
-        alarm(30);
+        alarm(60);
         const Bound bound("/oper/a-directory-with-a-long-name/");
         uint32_t number = 0;
         fake::sweep_allocations([&](fake::FailAlloc &fail) {
@@ -47,7 +47,7 @@ TEST(SysdbMemory, ExhaustedInADeletionLeavesTheDatabaseWritable) {
 TEST(SysdbMemory, ExhaustedIsOnlyWhatWasNotStored) {
     const DatabaseSandbox sandbox;
     run_forked([] {
-        alarm(30);
+        alarm(60);
         const Bound bound("/oper/f/");
         const auto ignore = [](const void *, void *, void *) -> int32_t { return 0; };
         uint64_t watch = 0;

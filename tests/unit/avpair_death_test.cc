@@ -340,14 +340,14 @@ TEST_F(AvpairDeathTest, StartingABufferAfterOneThatHasASuccessor) {
 TEST_F(AvpairDeathTest, UpdatingWithALongerValueWhereTheLastBufferHasASuccessor) {
     const std::string longer(1000, 'n');
     const auto update = [&] {
-        alarm(10);
+        alarm(60);
         last()->hdr.next = first();
         aaa_avpair_update(1, 0, const_cast<char *>(longer.data()), 0, 1000, 0, list());
     };
     EXPECT_STOPS(update(), kSource, "last_buf->hdr.next == NULL", "append_buffer");
     aaa_avpair_iterator_t it = position_of(2);
     const auto update_at = [&] {
-        alarm(10);
+        alarm(60);
         last()->hdr.next = first();
         aaa_avpair_update_by_iterator(&it, 0, longer.data(), 0, 1000, list());
     };
