@@ -2,6 +2,9 @@
 //
 // lint: a correct configuration, and each possible fault.
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "aaactl/config/aaa_config_fixture.hpp"
 #include "aaactl/support/damaged_items.hpp"
 #include "platform/cipher.h"
@@ -240,6 +243,25 @@ TEST_F(Lint, FindsAFileOfMasterKeysThatIsDamagedOrCannotBeChecked) {
     EXPECT_EQ(lint(), Lines{"warning unchecked-file " + keys});
     dir().write("master.keys", whole.substr(0, whole.find("\n01 ") + 1));
     EXPECT_EQ(lint(), Lines{"error unusable-file " + keys});
+}
+
+// Earlier versions left such files when a rotation was killed.
+TEST_F(Lint, FindsMasterKeysThatAreNotUsed) {
+    const std::string keys = dir().path("master.keys");
+    ASSERT_EQ(aaa_platform_master_keys_create(keys.c_str()), 0u);
+    const std::string whole = dir().read("master.keys");
+    dir().write("master.keys.notes", "no keys");
+    dir().write("other", whole);
+    ASSERT_EQ(mkdir(dir().path("master.keys.d").c_str(), 0700), 0);
+    EXPECT_EQ(lint(), Lines{});
+    dir().write("master.keys.a8Fk2x", whole);
+    EXPECT_EQ(lint(), Lines{"warning other-keys " + keys + ".a8Fk2x"});
+    ASSERT_EQ(unlink((keys + ".a8Fk2x").c_str()), 0);
+    dir().write("master.keys.unfinished", whole);
+    EXPECT_EQ(lint(), Lines{"warning other-keys " + keys + ".unfinished"});
+    uint32_t generation = 0;
+    ASSERT_EQ(aaa_platform_master_keys_rotate(keys.c_str(), &generation), 0u);
+    EXPECT_EQ(lint(), Lines{});
 }
 
 // "key" accepts keys anywhere in the database, and rotates the master keys for all of them.

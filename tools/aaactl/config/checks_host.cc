@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 
 #include "aaa/names.h"
 #include "aaa/server_keys.h"
@@ -128,6 +130,29 @@ void check_key(const std::string &path, std::string text, Findings &findings) {
     wipe(text);
 }
 
+// What the first line of a file of master keys is.
+bool holds_master_keys(const std::filesystem::path &file) {
+    std::string line;
+    std::ifstream stream(file);
+    return std::getline(stream, line) && line == "aaa-master-keys 1";
+}
+
+// A change that was killed may have left a file beside the one that is used.
+void check_other_master_keys(const std::filesystem::path &used, Findings &findings) {
+    std::error_code ignored;
+    const std::string prefix = used.filename().string() + ".";
+    const std::filesystem::path directory = used.has_parent_path() ? used.parent_path() : ".";
+    for (const auto &entry : std::filesystem::directory_iterator(directory, ignored)) {
+        const std::string name = entry.path().filename().string();
+        if (name.starts_with(prefix) && entry.is_regular_file(ignored) && holds_master_keys(entry.path())) {
+            findings.push_back({Severity::warning, "other-keys", entry.path().string(),
+                                "it holds master keys and is not used: a killed change has left it, or it is "
+                                "a copy",
+                                "remove it, or keep the copy elsewhere"});
+        }
+    }
+}
+
 // A file that is missing, or that this user may not read, is reported with the keys that need it.
 void check_master_keys(Findings &findings) {
     const std::string file = aaa_platform_master_keys_path();
@@ -147,6 +172,7 @@ void check_master_keys(Findings &findings) {
              "is not noticed",
              "let it be written again: aaactl key rotate"});
     }
+    check_other_master_keys(file, findings);
 }
 
 // Outside of the AAA configuration only sealed keys are checked: texts that look sealed and whose path names
