@@ -95,6 +95,22 @@ TEST_P(SysdbPlanted, FileOfAStrangerIsNotUsed) {
     expect_unused("belongs to a user who may not write the directory");
 }
 
+// A member may rename a file of root that lies in the member's directory, and the repair
+// of rights then gave it to the group to read.
+TEST_P(SysdbPlanted, FileOfRootThatWasMovedHereKeepsItsRights) {
+    if (getuid() != 0) {
+        GTEST_SKIP() << "needs another group";
+    }
+    ASSERT_EQ(0, chown((sandbox_.root() + "/cfg").c_str(), 0, kGroup));
+    fs::rename(victim(), file());
+    if (file() != sandbox_.cfg_file()) {
+        ASSERT_EQ(0, chown(sandbox_.cfg_file().c_str(), 0, kGroup));
+    }
+    run_forked([] { static_cast<void>(Bound("/cfg/").code()); });
+    EXPECT_EQ(0600u, mode_of(file()));
+    EXPECT_EQ(0u, group_of(file()));
+}
+
 TEST(SysdbPlaces, DirectoryThatEveryoneMayWriteIsNotUsed) {
     const DatabaseSandbox sandbox;
     run_forked([] { use("/cfg/"); });

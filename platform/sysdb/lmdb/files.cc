@@ -159,6 +159,11 @@ cerrno make_file(const Directory &directory, const std::string &name, FileRights
 // The descriptor has no rights to the contents, and closing it drops no lock.
 void repair_rights(const Directory &directory, const std::string &name, FileRights rights,
                    CheckedFile &file) {
+    // A file gets its group while it is empty. One with contents and another group may be
+    // a private file that a member of the group has moved here to read it.
+    if (file.group != rights.group && file.size != 0) {
+        return;
+    }
     if ((file.mode == rights.mode && file.group == rights.group) || !directory.may_make_files()) {
         return;
     }
