@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "open_files.hpp"
+#include "private_mounts.hpp"
 #include "support/database_table.hpp"
 #include "support/sysdb.hpp"
 
@@ -136,6 +137,24 @@ TEST(SysdbWatch, KilledWatchersAreCleanedUpByTheNextChange) {
     });
     EXPECT_LE(watch_rows(sandbox), 1u);
     EXPECT_LE(sockets(sandbox).size(), 1u);
+}
+
+// It cannot reach a socket below a descriptor, took all watchers for dead, and removed them.
+TEST(SysdbWatch, WriterWithoutProcLeavesWatchersAlone) {
+    SKIP_WITHOUT_PRIVATE_MOUNTS();
+    const DatabaseSandbox sandbox;
+    Pipe ready;
+    const ForkedProcess watcher = start_watcher("/cfg/", ready);
+    ASSERT_TRUE(ready.take());
+    const auto before = sockets(sandbox);
+    run_forked([] {
+        ASSERT_TRUE(enter_private_mounts());
+        ASSERT_TRUE(mount_memory("/proc", "size=64k"));
+        const Bound bound("/cfg/");
+        EXPECT_EQ(0u, set_number(bound.handle(), "a", 1));
+    });
+    EXPECT_EQ(before, sockets(sandbox));
+    EXPECT_EQ(2u, watch_rows(sandbox));
 }
 
 TEST(SysdbWatch, SurvivorsLoseNothingWhenOthersAreKilled) {

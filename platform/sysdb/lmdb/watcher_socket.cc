@@ -88,8 +88,13 @@ bool is_socket_name(std::string_view name) {
            name.find_first_not_of("0123456789abcdef.") == std::string_view::npos;
 }
 
-bool means_dead(int error) {
-    return error == ECONNREFUSED || error == ENOENT || error == ENOTSOCK || error == EPROTOTYPE;
+bool means_no_socket(int error) {
+    return error == ENOENT || error == ENOTSOCK;
+}
+
+// Of a socket that was found. ENOENT is not one of them: it means that /proc is missing.
+bool means_no_listener(int error) {
+    return error == ECONNREFUSED || error == EPROTOTYPE;
 }
 
 }  // namespace
@@ -126,14 +131,14 @@ Peer wake_peer(const Descriptor &sender, const Directory &directory, const std::
     }
     const Descriptor file = find_socket(directory, name);
     if (!file) {
-        return means_dead(errno) ? Peer::kDead : Peer::kAlive;
+        return means_no_socket(errno) ? Peer::kDead : Peer::kAlive;
     }
     const SocketAddress address(DescriptorPath(file.get()).get());
     const char wakeup = 1;
     const ssize_t sent = sendto(sender.get(), &wakeup, sizeof wakeup, MSG_DONTWAIT | MSG_NOSIGNAL,
                                 address.get(), SocketAddress::size());
     // A full queue already holds a wake-up.
-    return sent < 0 && means_dead(errno) ? Peer::kDead : Peer::kAlive;
+    return sent < 0 && means_no_listener(errno) ? Peer::kDead : Peer::kAlive;
 }
 
 Peer probe_peer(const Directory &directory, const std::string &name) {
@@ -142,12 +147,12 @@ Peer probe_peer(const Directory &directory, const std::string &name) {
     }
     const Descriptor file = find_socket(directory, name);
     if (!file) {
-        return means_dead(errno) ? Peer::kDead : Peer::kAlive;
+        return means_no_socket(errno) ? Peer::kDead : Peer::kAlive;
     }
     const Descriptor prober = make_sender();
     const SocketAddress address(DescriptorPath(file.get()).get());
     const int rc = connect(prober.get(), address.get(), SocketAddress::size());
-    return rc != 0 && means_dead(errno) ? Peer::kDead : Peer::kAlive;
+    return rc != 0 && means_no_listener(errno) ? Peer::kDead : Peer::kAlive;
 }
 
 void remove_socket_file(const Directory &directory, const std::string &name) {
