@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -17,6 +19,23 @@
 
 #include "private_mounts.hpp"
 #include "support/sysdb.hpp"
+
+namespace {
+
+// Calls that a signal interrupts from now on.
+int g_interruptions = 0;
+
+}  // namespace
+
+// The executable's one takes precedence in the provider.
+extern "C" int fallocate(int fd, int mode, off_t offset, off_t length) {
+    if (g_interruptions > 0) {
+        --g_interruptions;
+        errno = EINTR;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_fallocate, fd, mode, offset, length));
+}
 
 namespace {
 
@@ -126,6 +145,17 @@ TEST(SysdbRoom, LockFileWithoutBlocksIsFilledOrRefused) {
                 EXPECT_EQ(0, reader.wait());
             }
         });
+    });
+}
+
+// A process with a timer could not open the database: memory file systems end the
+// reservation of space when a signal arrives.
+TEST(SysdbRoom, ReservationGoesOnAfterASignal) {
+    const DatabaseSandbox sandbox;
+    run_forked([] {
+        g_interruptions = 3;
+        EXPECT_EQ(0u, Bound("/oper/").code());
+        EXPECT_EQ(0, g_interruptions);
     });
 }
 

@@ -98,17 +98,19 @@ int lock_record(const DatabaseFiles &files, int fd, const struct flock &wanted) 
 
 // ---- blocks
 
+// Zero or errno. A signal ends the call in the middle, also one that restarts others.
+int reserve_blocks(int fd, off_t length) {
+    int rc = 0;
+    do {
+        rc = fallocate(fd, 0, 0, length) == 0 ? 0 : errno;
+    } while (rc == EINTR);
+    return rc == EOPNOTSUPP ? posix_fallocate(fd, 0, length) : rc;  // writes into each block
+}
+
 // Writing to a page of a mapped file whose block cannot be had ends the process.
 int reserve(int fd, off_t length) {
     const int error = errno;
-    if (fallocate(fd, 0, 0, length) == 0) {
-        errno = error;
-        return 0;
-    }
-    if (errno != EOPNOTSUPP) {
-        return -1;
-    }
-    const int rc = posix_fallocate(fd, 0, length);  // writes into each block
+    const int rc = reserve_blocks(fd, length);
     errno = rc != 0 ? rc : error;
     return rc != 0 ? -1 : 0;
 }
