@@ -144,7 +144,7 @@ TEST_F(SetUserId, AStoppedProgramLocksNobodyOut) {
         Running program(set_user_id({"loop", "/cfg/looped"}));
         ASSERT_EQ(program.line(), "ready");
         for (unsigned i = random() % 64; i > 0; --i) {
-            EXPECT_TRUE(succeeded(run(root({"load"}))) || true);
+            static_cast<void>(run(root({"load"})));  // takes some time
         }
         as(Role::kOutsider, [&] { EXPECT_EQ(kill(program.pid(), SIGSTOP), 0); });
         const Result other = run(impatient);
