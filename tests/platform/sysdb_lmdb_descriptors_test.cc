@@ -6,6 +6,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <spawn.h>
+#include <sys/epoll.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,6 +20,21 @@
 #include <thread>
 
 #include "support/sysdb.hpp"
+
+namespace {
+
+// What another thread does while a descriptor is made.
+void (*g_meanwhile)() = nullptr;
+
+}  // namespace
+
+// The executable's one takes precedence in the provider.
+extern "C" int epoll_create1(int flags) noexcept {
+    if (g_meanwhile != nullptr) {
+        g_meanwhile();
+    }
+    return static_cast<int>(syscall(SYS_epoll_create1, flags));
+}
 
 namespace {
 
@@ -130,6 +147,29 @@ TEST(SysdbDescriptors, ThreadThatPrintsDuringTheOpeningWritesNowhere) {
     }
     EXPECT_EQ(std::string::npos, contents(sandbox.cfg_file()).find("printed"));
     EXPECT_EQ(std::string::npos, contents(sandbox.oper_file()).find("printed"));
+}
+
+// A program that opens its standard descriptors meanwhile had them closed again.
+TEST(SysdbDescriptors, StandardDescriptorsThatTheProgramSetsMeanwhileStayOpen) {
+    const DatabaseSandbox sandbox;
+    ForkedProcess process([] {
+        const Bound oper("/oper/");
+        if (oper.code() != 0) {
+            _exit(2);
+        }
+        close_standard();
+        g_meanwhile = [] {
+            const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+            for (int fd = 0; fd < kStandard; ++fd) {
+                dup2(null, fd);
+            }
+        };
+        if (channel_of(oper.handle()) < kStandard) {
+            _exit(3);
+        }
+        _exit(write(1, "x", 1) == 1 && write(2, "x", 1) == 1 && fcntl(0, F_GETFD) >= 0 ? 0 : 1);
+    });
+    EXPECT_EQ(0, process.wait());
 }
 
 // ---- programs that are started meanwhile

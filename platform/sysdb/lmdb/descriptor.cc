@@ -27,6 +27,12 @@ int open_placeholder() {
     return open("/", O_PATH | O_CLOEXEC);
 }
 
+// Another thread may have put a file of the program in its place: dup2() does not ask.
+bool is_placeholder(int fd) {
+    const int flags = fcntl(fd, F_GETFL);
+    return flags >= 0 && (flags & O_PATH) != 0;
+}
+
 }  // namespace
 
 void Descriptor::reset(int fd) {
@@ -58,7 +64,7 @@ StandardDescriptorsTaken::StandardDescriptorsTaken() {
 StandardDescriptorsTaken::~StandardDescriptorsTaken() {
     const int error = errno;
     for (int fd = 0; fd < kFirstOwn; ++fd) {
-        if (taken_[fd]) {
+        if (taken_[fd] && is_placeholder(fd)) {
             close(fd);
         }
     }
