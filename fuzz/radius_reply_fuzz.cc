@@ -8,9 +8,9 @@
 //   flag 4   a Message-Authenticator is required
 //   4 bits   which code the answer has
 //
-// A datagram is never taken for an answer, because nobody knows the digest. An answer with
-// right digests is accepted exactly when a second reading of the attributes accepts
-// them, and gives the attributes of that reading.
+// A datagram is never taken for an answer, because the input cannot contain the right
+// digest. An answer with right digests is accepted exactly when a second reading of the
+// attributes accepts them, and gives the attributes of that reading.
 
 #include <optional>
 #include <string>

@@ -29,8 +29,8 @@ struct SecretText {
     SecretText &operator=(const SecretText &) = delete;
 };
 
-// Checksum of the lines that hold keys, in their order, each with its line feed. It detects damage; whoever
-// may write the file may write the checksum too.
+// Checksum of the lines that hold keys, in their order, each with its line feed. It detects
+// damage, not changes on purpose: those who may write the file may write the checksum too.
 class KeysChecksum {
   public:
     static constexpr std::size_t kSize = 16;

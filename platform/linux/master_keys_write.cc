@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Writing the file of master keys: whoever reads it, and whatever ends this process,
-// sees the old file or the new one, whole.
+// Writing the file of master keys: its readers see the old file or the new one,
+// whole, even when this process is killed.
 //
 // The new file has no name until it is on disk, so it is gone when the process is
 // killed. A rename needs a name for a moment. That name is always the same, and the

@@ -83,7 +83,7 @@ class Adversary : public testing::Test {
     static Start root(std::vector<std::string> arguments);
     static Start set_user_id(std::vector<std::string> arguments);
 
-    // Root stores and reads an item within the limit: nobody is locked out.
+    // Root stores and reads an item within the limit: no one is locked out.
     static void expect_usable(const char *tree = "/cfg");
     // A file of root that only root may read or write, and a check that it is as it was.
     static std::string precious();

@@ -43,7 +43,7 @@ class SysdbCaller : public ::testing::Test {
         });
     }
 
-    // As nobody calls it; the code that it prints, in hexadecimal.
+    // As the user "nobody" calls it; the code that it prints, in hexadecimal.
     static std::string call(mode_t mode, gid_t group, const std::string &path) {
         EXPECT_EQ(0, chown("/run/caller", 0, group));
         EXPECT_EQ(0, chmod("/run/caller", mode));

@@ -202,7 +202,7 @@ pid_t start_program(Start how) {
 // the number of those that inherited something.
 [[noreturn]] void start_while_opening(unsigned programs, Start how) {
     for (int fd = kStandard; fd < 256; ++fd) {
-        fcntl(fd, F_SETFD, FD_CLOEXEC);  // those of whoever started the test
+        fcntl(fd, F_SETFD, FD_CLOEXEC);  // those of the caller of the test
     }
     std::atomic<bool> opening{false};
     std::thread opener([&opening] {
