@@ -95,7 +95,7 @@ TEST_P(SysdbPlanted, FileOfAStrangerIsNotUsed) {
     expect_unused("belongs to a user who may not write the directory");
 }
 
-// A member may rename a file of root that lies in the member's directory, and the repair
+// A member may rename a file of root that is in the member's directory, and the repair
 // of rights then gave it to the group to read.
 TEST_P(SysdbPlanted, FileOfRootThatWasMovedHereKeepsItsRights) {
     if (getuid() != 0) {

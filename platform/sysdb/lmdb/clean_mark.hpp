@@ -8,11 +8,11 @@
 // first page, it is written again after the head. So it does not hold after a writer
 // that was killed, after a change past this code (another LMDB program, an editor, a
 // copy), and after the machine was started again. One process then checks all pages and
-// writes the mark. It is no protection against the group's members, who may write the
+// writes the mark. It does not protect against the group's members, who may write the
 // database itself at any time.
 //
 // The file is read and written with system calls only, never mapped. A mark that cannot
-// be written is no error.
+// be written is not an error.
 #pragma once
 
 #include <sys/stat.h>
