@@ -106,9 +106,10 @@ class HostProcess {
 }  // namespace fuzz
 
 // Takes precedence over the C library's. A socket that receives the log would be full
-// after ten lines, and the platform would wait for its reader.
-extern "C" [[gnu::used]] inline ssize_t sendto(int fd, const void *data, std::size_t size, int flags,
-                                               const sockaddr *address, socklen_t length) {
+// after ten lines, and the platform would wait for its reader. Not inline: the definition
+// would be weak, and clang's address sanitizer has a weak one too, which would be taken.
+extern "C" [[gnu::used]] ssize_t sendto(int fd, const void *data, std::size_t size, int flags,
+                                        const sockaddr *address, socklen_t length) {
     const fuzz::HostProcess *process = fuzz::HostProcess::current();
     if (process != nullptr && process->takes_log_line(address, data, size)) {
         return static_cast<ssize_t>(size);
