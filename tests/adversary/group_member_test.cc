@@ -5,11 +5,14 @@
 // root, or a process of root that hangs or crashes.
 
 #include <fcntl.h>
+#include <linux/futex.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <string>
 
 #include "stage.hpp"
@@ -146,6 +149,39 @@ TEST_F(Member, AFileThatAMemberMakesFirstServesAll) {
     EXPECT_EQ(mode_of(kCfg + "/cfg.mdb-lock"), "54322 54321 660");
     expect_usable();
     EXPECT_EQ(run(root({"get", "/cfg/mine"})).out, "1\n");
+}
+
+// The writer's mutex of a lock file is on the cache line after the mutex of the readers, with
+// two numbers before and after that.
+constexpr off_t kWritersMutexAt = (8 + sizeof(pthread_mutex_t) + 16 + 63) / 64 * 64;
+
+// The writer's lock, held by a process of the member's choice.
+void forge_writer(const std::string &lock_file, pid_t holder) {
+    as(Role::kMember, [&] {
+        const int fd = open(lock_file.c_str(), O_RDWR | O_CLOEXEC);
+        const auto word = static_cast<std::uint32_t>(holder) | FUTEX_WAITERS;
+        EXPECT_EQ(pwrite(fd, &word, sizeof word, kWritersMutexAt), static_cast<ssize_t>(sizeof word));
+    });
+}
+
+// Root read in the log that this process must be killed.
+TEST_F(Member, ANumberInTheLockFileSendsRootAfterNoOtherProcess) {
+    Running user(root({"watch", "/cfg/x"}));  // keeps the lock file as it is
+    ASSERT_EQ(user.line(), "0x00000000");
+    forge_writer(kCfg + "/cfg.mdb-lock", getpid());
+    for (const Role role : {Role::kRoot, Role::kMember}) {
+        Start impatient = root({"set", "/cfg/x", "1"});
+        impatient.environment = {"AAA_SYSDB_WAIT_MS=50"};
+        impatient.role = role;
+        const Result result = run(impatient);
+        EXPECT_EQ(result.out, "0x8081a800\n");
+        EXPECT_NE(result.err.find("names process " + std::to_string(getpid())), std::string::npos)
+            << result.err;
+        EXPECT_NE(result.err.find("could not be verified"), std::string::npos) << result.err;
+        EXPECT_EQ(result.err.find("kill -"), std::string::npos) << result.err;
+    }
+    user.end();
+    expect_usable();  // the first user initialises the locks
 }
 
 }  // namespace

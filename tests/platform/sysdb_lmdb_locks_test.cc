@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A process that is stopped while it holds a lock of the database. The others get a code
-// after a limited time, and the log names the process.
+// after a limited time, and the log names the process, if it is one that can be the holder.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/futex.h>
 #include <lmdb.h>
 #include <pthread.h>
 #include <signal.h>
@@ -13,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -23,8 +25,11 @@ namespace {
 
 // The mutex of the table of readers follows two numbers at the start of the lock file.
 constexpr std::size_t kReadersMutexAt = 8;
+// Two more numbers follow, and the writer's mutex on the next cache line.
+constexpr std::size_t kWritersMutexAt = (kReadersMutexAt + sizeof(pthread_mutex_t) + 16 + 63) / 64 * 64;
 
-#define EXPECT_HAS(text, part) EXPECT_NE(std::string::npos, (text).find(part)) << "in: " << (text)
+#define EXPECT_HAS(text, part)     EXPECT_NE(std::string::npos, (text).find(part)) << "in: " << (text)
+#define EXPECT_HAS_NOT(text, part) EXPECT_EQ(std::string::npos, (text).find(part)) << "in: " << (text)
 
 // A process that stops itself once it holds a lock. The program is not one of this
 // project's: LMDB itself, as an older provider uses it.
@@ -68,14 +73,27 @@ void begin_transaction(const std::string &file) {
     }
 }
 
-void lock_table_of_readers(const std::string &file) {
-    open_database(file);
+// The descriptor stays open: closing it would drop LMDB's record lock.
+char *map_lock_file(const std::string &file) {
     const int fd = open((file + "-lock").c_str(), O_RDWR | O_CLOEXEC);
     void *map = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    if (map == MAP_FAILED || pthread_mutex_lock(reinterpret_cast<pthread_mutex_t *>(static_cast<char *>(map) +
-                                                                                    kReadersMutexAt)) != 0) {
+    if (map == MAP_FAILED) {
         _exit(1);
     }
+    return static_cast<char *>(map);
+}
+
+void lock_table_of_readers(const std::string &file) {
+    open_database(file);
+    if (pthread_mutex_lock(reinterpret_cast<pthread_mutex_t *>(map_lock_file(file) + kReadersMutexAt)) != 0) {
+        _exit(1);
+    }
+}
+
+// As a member of the group can write it: the writer's lock is held, by this process.
+void forge_writer(const std::string &file, pid_t holder) {
+    *reinterpret_cast<std::uint32_t *>(map_lock_file(file) + kWritersMutexAt) =
+        static_cast<std::uint32_t>(holder) | FUTEX_WAITERS;
 }
 
 // As a process does that initialises the lock file.
@@ -163,6 +181,77 @@ TEST(SysdbLocks, ProcessThatStoppedWhileItOpenedTheFileIsNamed) {
     expect_named(log, sandbox, holder);
     holder.go_on();
     run_forked([] { EXPECT_EQ(0u, Bound("/cfg/").code()); });
+}
+
+// What an administrator reads who looks for the reason of logins that fail.
+std::string log_of_writer_in_vain() {
+    return run_forked([] {
+        setenv("AAA_SYSDB_WAIT_MS", "50", 1);
+        const Bound bound("/cfg/");
+        ASSERT_EQ(0u, bound.code());
+        EXPECT_EQ(SYSDB_ERR_BUSY, set_number(bound.handle(), "a", 2));
+    });
+}
+
+void expect_not_verified(const std::string &log, const DatabaseSandbox &sandbox, pid_t number,
+                         const std::string &why) {
+    EXPECT_HAS(log, "database " + sandbox.cfg_file());
+    EXPECT_HAS(log, sandbox.cfg_file() + "-lock names process " + std::to_string(number) + ", which " + why);
+    EXPECT_HAS(log, "could not be verified");
+    EXPECT_HAS(log, "fuser -v " + sandbox.cfg_file() + "-lock");
+    EXPECT_HAS_NOT(log, "kill -");
+}
+
+// The log advised to kill a process that had nothing to do with the database: members of
+// the group write the number, and a holder in a container has another one here.
+TEST(SysdbLocks, ProcessThatDoesNotUseTheFileIsNotToBeKilled) {
+    const DatabaseSandbox sandbox;
+    make_database();
+    Pipe end;
+    ForkedProcess innocent([&end] {
+        const int other = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+        end.take(-1);
+        close(other);
+    });
+    // One process has the file open, so that the next one does not initialise its locks.
+    Holder forger([&] {
+        open_database(sandbox.cfg_file());
+        forge_writer(sandbox.cfg_file(), innocent.pid());
+    });
+    expect_not_verified(log_of_writer_in_vain(), sandbox, innocent.pid(), "does not have it open");
+    end.put();
+    EXPECT_EQ(0, innocent.wait());
+}
+
+TEST(SysdbLocks, ProcessOfAnotherDatabaseIsNotToBeKilled) {
+    const DatabaseSandbox sandbox;
+    make_database();
+    Pipe ready;
+    Pipe end;
+    ForkedProcess innocent([&] {
+        const Bound bound("/oper/");
+        ready.put();
+        end.take(-1);
+    });
+    ASSERT_TRUE(ready.take());
+    Holder forger([&] {
+        open_database(sandbox.cfg_file());
+        forge_writer(sandbox.cfg_file(), innocent.pid());
+    });
+    expect_not_verified(log_of_writer_in_vain(), sandbox, innocent.pid(), "does not have it open");
+    end.put();
+    EXPECT_EQ(0, innocent.wait());
+}
+
+TEST(SysdbLocks, NumberWithoutAProcessIsNotToBeKilled) {
+    const DatabaseSandbox sandbox;
+    make_database();
+    constexpr pid_t kNoProcess = 0x3ffffffe;  // above the largest number that Linux gives out
+    Holder forger([&] {
+        open_database(sandbox.cfg_file());
+        forge_writer(sandbox.cfg_file(), kNoProcess);
+    });
+    expect_not_verified(log_of_writer_in_vain(), sandbox, kNoProcess, "does not exist here");
 }
 
 TEST(SysdbLocks, WaitThatIsNoNumberIsReported) {

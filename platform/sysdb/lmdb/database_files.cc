@@ -12,7 +12,6 @@
 #include <array>
 #include <cerrno>
 
-#include "holder.hpp"
 #include "host.hpp"
 #include "page_check.hpp"
 #include "settings.hpp"
@@ -242,9 +241,9 @@ long DatabaseFiles::wait_ms() const {
     return brief_ ? std::min(kBriefWaitMs, wait_ms_) : wait_ms_;
 }
 
-void DatabaseFiles::report_holder(pid_t holder) const {
+void DatabaseFiles::report_holder(pid_t holder, Witness witness) const {
     if (!brief_) {
-        log_holder(path_, holder, wait_ms_);
+        log_holder(path_, lock_.identity, holder, witness, wait_ms_);
     }
 }
 

@@ -17,6 +17,7 @@
 #include "clean_mark.hpp"
 #include "directory.hpp"
 #include "files.hpp"
+#include "holder.hpp"
 
 namespace sysdb_lmdb {
 
@@ -76,7 +77,7 @@ class DatabaseFiles {
     void set_map(const void *address, std::size_t bytes);
     long wait_ms() const;
     // The lock's holder did not give it back; thread 0 when unknown.
-    void report_holder(pid_t holder) const;
+    void report_holder(pid_t holder, Witness witness) const;
 
     // Around a write to the data file; a head is the last write of a transaction.
     bool is_head(int fd) const { return fd == head_fd_; }

@@ -44,7 +44,8 @@ bool has_passed(const timespec &time) {
 }
 
 // The first word of a robust mutex is the kernel's: the number of the thread that holds
-// it. So the holder is known whichever program, or older provider, it runs.
+// it. So the holder is known whichever program, or older provider, it runs. Who may write
+// the file can write any number.
 pid_t holder_of(const pthread_mutex_t *mutex) {
     int word = 0;
     __atomic_load(reinterpret_cast<const int *>(mutex), &word, __ATOMIC_RELAXED);
@@ -68,7 +69,7 @@ int lock_mutex(const DatabaseFiles &files, pthread_mutex_t *mutex) {
     }
     rc = lock_for(mutex, files.wait_ms());
     if (rc == ETIMEDOUT) {
-        files.report_holder(holder_of(mutex));
+        files.report_holder(holder_of(mutex), Witness::kLockFile);
     }
     return rc;
 }
@@ -87,7 +88,7 @@ int lock_record(const DatabaseFiles &files, int fd, const struct flock &wanted) 
         if (has_passed(deadline)) {
             lock = wanted;
             const bool known = fcntl(fd, F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
-            files.report_holder(known ? lock.l_pid : 0);
+            files.report_holder(known ? lock.l_pid : 0, Witness::kKernel);
             errno = ETIMEDOUT;
             return -1;
         }
