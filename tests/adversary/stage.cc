@@ -105,20 +105,23 @@ bool make_directories() {
            make_directory(kRun + "/w", kGroup, 02770);
 }
 
-// Null, or why there is no stage.
-const char *build() {
+// Null, or why there is no stage. Once for the process.
+const char *enter() {
     if (geteuid() != 0) {
         return "needs root";
     }
     if (unshare(CLONE_NEWNS) != 0 || mount("", "/", nullptr, MS_PRIVATE | MS_REC, nullptr) != 0) {
         return "needs a mount namespace";
     }
+    return open_up(fs::path(AAA_BUILD_DIR)) ? nullptr : "needs to open the build directory to all users";
+}
+
+// For each test. What another one has left is covered.
+bool build() {
     umask(022);
-    const bool built = open_up(fs::path(AAA_BUILD_DIR)) && mount_tmpfs("/var/lib", "mode=0755") &&
-                       mount_tmpfs("/run", "mode=0755") && make_directories() &&
-                       make_directory(kHome, 0, 0755) && copy_program(kVictim, 0, 0755) &&
-                       copy_program(kSetUserId, 0, 04755) && copy_program(kSetGroupId, kGroup, 02755);
-    return built ? nullptr : "needs to mount file systems with set-user-ID programs";
+    return mount_tmpfs("/var/lib", "mode=0755") && mount_tmpfs("/run", "mode=0755") && make_directories() &&
+           make_directory(kHome, 0, 0755) && copy_program(kVictim, 0, 0755) &&
+           copy_program(kSetUserId, 0, 04755) && copy_program(kSetGroupId, kGroup, 02755);
 }
 
 std::string read_all(int fd) {
@@ -228,10 +231,22 @@ void as(Role role, const std::function<void()> &body) {
 }
 
 void Adversary::SetUp() {
-    static const char *const missing = build();
+    static const char *const missing = enter();
     if (missing != nullptr) {
         GTEST_SKIP() << missing;
     }
+    entered_ = true;
+    ASSERT_TRUE(build()) << strerror(errno);
+}
+
+// Programs of the test may not have ended yet: the file systems go with the last of them.
+// After a skipped test these would be the machine's own.
+void Adversary::TearDown() {
+    if (!entered_) {
+        return;
+    }
+    umount2("/run", MNT_DETACH);
+    umount2("/var/lib", MNT_DETACH);
 }
 
 Start Adversary::root(std::vector<std::string> arguments) {

@@ -75,10 +75,12 @@ Result run(const Start &start);
 // Runs a body as that role, in a child; its failed expectations fail the test.
 void as(Role role, const std::function<void()> &body);
 
-// Skips the test where the process is not root or may not have a mount namespace.
+// A stage for each test. Skips it where the process is not root or may not have a mount
+// namespace.
 class Adversary : public testing::Test {
   protected:
     void SetUp() override;
+    void TearDown() override;
 
     static Start root(std::vector<std::string> arguments);
     static Start set_user_id(std::vector<std::string> arguments);
@@ -88,6 +90,9 @@ class Adversary : public testing::Test {
     // A file of root that only root may read or write, and a check that it is as it was.
     static std::string precious();
     static void expect_unharmed();
+
+  private:
+    bool entered_ = false;
 };
 
 std::string mode_of(const std::string &path);  // "USER GROUP MODE", or "missing"
