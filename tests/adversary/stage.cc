@@ -21,6 +21,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "support/machine.hpp"
+
 namespace adversary {
 namespace {
 
@@ -107,9 +109,6 @@ bool make_directories() {
 
 // Null, or why there is no stage. Once for the process.
 const char *enter() {
-    if (geteuid() != 0) {
-        return "needs root";
-    }
     if (unshare(CLONE_NEWNS) != 0 || mount("", "/", nullptr, MS_PRIVATE | MS_REC, nullptr) != 0) {
         return "needs a mount namespace";
     }
@@ -231,12 +230,11 @@ void as(Role role, const std::function<void()> &body) {
 }
 
 void Adversary::SetUp() {
+    SKIP_WITHOUT_ROOT("needs the rights of several users");
     static const char *const missing = enter();
-    if (missing != nullptr) {
-        GTEST_SKIP() << missing;
-    }
+    SKIP_WITHOUT("mounts", missing == nullptr, missing);
     entered_ = true;
-    ASSERT_TRUE(build()) << strerror(errno);
+    SKIP_WITHOUT("mounts", build(), "needs to mount file systems with set-user-ID programs");
 }
 
 // Programs of the test may not have ended yet: the file systems go with the last of them.

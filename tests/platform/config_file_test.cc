@@ -16,6 +16,7 @@
 #include "open_files.hpp"
 #include "platform/control.h"
 #include "platform/terminal.h"
+#include "support/machine.hpp"
 #include "support/temp_dir.hpp"
 #include "support/terminal_process.hpp"
 
@@ -130,9 +131,7 @@ TEST_F(ConfigFile, OnlyARegularFileIsUsed) {
 
 TEST_F(ConfigFile, AFileThatCannotBeOpenedIsRefused) {
     expect_refused(dir.path(std::string(300, 'x')), "File name too long");
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "needs root to become another user";
-    }
+    SKIP_WITHOUT_ROOT("needs root to become another user");
     const std::string path = dir.write("lines.conf", "* * a\n", 0644);
     TerminalProcess other(
         [&] {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "master_key_file.hpp"
+#include "support/machine.hpp"
 
 namespace {
 
@@ -95,9 +96,7 @@ TEST_F(Keys, MustBeClosedToOthers) {
 }
 
 TEST_F(Keys, MustBelongToRootOrTheUser) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "needs root to give the file away";
-    }
+    SKIP_WITHOUT_ROOT("needs root to give the file away");
     ASSERT_EQ(0, chown(path.c_str(), 65534, 65534));
     expect_no_keys("it belongs to another user; give it to root or to this process's user");
 }

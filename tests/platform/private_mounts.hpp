@@ -15,6 +15,8 @@
 #include <cstring>
 #include <string>
 
+#include "support/machine.hpp"
+
 // For this process and those that it starts; false with errno.
 inline bool enter_private_mounts() {
     return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
@@ -31,9 +33,6 @@ inline bool mount_simple_memory(const std::string &place) {
 
 // Empty, or why there can be none.
 inline std::string why_no_private_mounts() {
-    if (getuid() != 0) {
-        return "needs root to mount a file system";
-    }
     const pid_t pid = fork();
     if (pid == 0) {
         _exit(enter_private_mounts() && mount_memory("/mnt", "size=64k") ? 0 : errno);
@@ -44,10 +43,9 @@ inline std::string why_no_private_mounts() {
     return error == 0 ? "" : std::string("cannot mount a file system: ") + std::strerror(error);
 }
 
-#define SKIP_WITHOUT_PRIVATE_MOUNTS()                    \
-    do {                                                 \
-        const std::string why = why_no_private_mounts(); \
-        if (!why.empty()) {                              \
-            GTEST_SKIP() << why;                         \
-        }                                                \
+#define SKIP_WITHOUT_PRIVATE_MOUNTS()                           \
+    do {                                                        \
+        SKIP_WITHOUT_ROOT("needs root to mount a file system"); \
+        const std::string why = why_no_private_mounts();        \
+        SKIP_WITHOUT("mounts", why.empty(), why);               \
     } while (false)

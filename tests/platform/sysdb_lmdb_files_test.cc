@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "support/database_table.hpp"
+#include "support/machine.hpp"
 #include "support/sysdb.hpp"
 
 namespace {
@@ -148,9 +149,7 @@ TEST(SysdbFiles, DirectoryThatCannotBeMadeIsReportedAndTriedAgain) {
 }
 
 TEST(SysdbFiles, ProcessWithoutPermissionIsToldSo) {
-    if (getuid() != 0) {
-        GTEST_SKIP() << "needs another user";
-    }
+    SKIP_WITHOUT_ROOT("needs another user");
     const DatabaseSandbox sandbox;
     run_forked([] { fill("/cfg/", 1); });
     const std::string log = run_forked([&sandbox] {
@@ -164,9 +163,7 @@ TEST(SysdbFiles, ProcessWithoutPermissionIsToldSo) {
 }
 
 TEST(SysdbFiles, ReaderOfTheGroupMayReadWithoutWritePermission) {
-    if (getuid() != 0) {
-        GTEST_SKIP() << "needs another user";
-    }
+    SKIP_WITHOUT_ROOT("needs another user");
     const DatabaseSandbox sandbox;
     run_forked([] { fill("/cfg/", 1); });
     const std::string lock = sandbox.cfg_file() + "-lock";
@@ -190,9 +187,7 @@ TEST(SysdbFiles, ReaderOfTheGroupMayReadWithoutWritePermission) {
 }
 
 TEST(SysdbFiles, MembersOfTheGroupMayUseWhatOthersHaveMade) {
-    if (getuid() != 0) {
-        GTEST_SKIP() << "needs other users";
-    }
+    SKIP_WITHOUT_ROOT("needs other users");
     const DatabaseSandbox sandbox;
     ASSERT_EQ(0, chmod(sandbox.root().c_str(), 0755));
     for (const char *directory : {"/cfg", "/run"}) {
@@ -228,9 +223,7 @@ TEST(SysdbFiles, MembersOfTheGroupMayUseWhatOthersHaveMade) {
 }
 
 TEST(SysdbFiles, PermissionGivenLaterIsNoticed) {
-    if (getuid() != 0) {
-        GTEST_SKIP() << "needs another user";
-    }
+    SKIP_WITHOUT_ROOT("needs another user");
     const DatabaseSandbox sandbox;
     run_forked([] { fill("/cfg/", 1); });
     ASSERT_EQ(0, chmod(sandbox.root().c_str(), 0755));

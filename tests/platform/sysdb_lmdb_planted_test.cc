@@ -17,6 +17,7 @@
 
 #include "file_checks.hpp"
 #include "support/database_table.hpp"
+#include "support/machine.hpp"
 #include "support/sysdb.hpp"
 
 namespace {
@@ -87,9 +88,7 @@ TEST_P(SysdbPlanted, PipeIsNotOpened) {
 }
 
 TEST_P(SysdbPlanted, FileOfAStrangerIsNotUsed) {
-    if (getuid() != 0) {
-        GTEST_SKIP() << "needs another user";
-    }
+    SKIP_WITHOUT_ROOT("needs another user");
     write_file(file(), "", 0666);
     ASSERT_EQ(0, chown(file().c_str(), kNobody, kNobody));
     expect_unused("belongs to a user who may not write the directory");
@@ -98,9 +97,7 @@ TEST_P(SysdbPlanted, FileOfAStrangerIsNotUsed) {
 // A member may rename a file of root that is in the member's directory, and the repair
 // of rights then gave it to the group to read.
 TEST_P(SysdbPlanted, FileOfRootThatWasMovedHereKeepsItsRights) {
-    if (getuid() != 0) {
-        GTEST_SKIP() << "needs another group";
-    }
+    SKIP_WITHOUT_ROOT("needs another group");
     ASSERT_EQ(0, chown((sandbox_.root() + "/cfg").c_str(), 0, kGroup));
     fs::rename(victim(), file());
     if (file() != sandbox_.cfg_file()) {
@@ -176,9 +173,7 @@ TEST(SysdbPlaces, OnlySocketsInTheWatchersDirectoryAreWokenAndRemoved) {
 // ---- rights
 
 TEST(SysdbPlaces, FilesGetTheDirectorysGroupAndNotTheProcesss) {
-    if (getuid() != 0) {
-        GTEST_SKIP() << "needs another group";
-    }
+    SKIP_WITHOUT_ROOT("needs another group");
     const DatabaseSandbox sandbox;
     for (const char *name : {"/cfg", "/run"}) {
         make_directory(sandbox.root() + name, 0770, kGroup);  // without the bit that does so
@@ -209,9 +204,7 @@ TEST(SysdbPlaces, FilesOfAPrivateDirectoryArePrivate) {
 }
 
 TEST(SysdbPlaces, DirectoriesGetTheGroupOfTheOneAbove) {
-    if (getuid() != 0) {
-        GTEST_SKIP() << "needs another group";
-    }
+    SKIP_WITHOUT_ROOT("needs another group");
     const DatabaseSandbox sandbox;
     ASSERT_EQ(0, chown(sandbox.root().c_str(), 0, kGroup));
     run_forked([] {
@@ -223,9 +216,7 @@ TEST(SysdbPlaces, DirectoriesGetTheGroupOfTheOneAbove) {
 }
 
 TEST(SysdbPlaces, GroupOfDirectoriesCanBeSet) {
-    if (getuid() != 0) {
-        GTEST_SKIP() << "needs another group";
-    }
+    SKIP_WITHOUT_ROOT("needs another group");
     for (const auto &[setting, group] : {std::pair<std::string, gid_t>("54321", kGroup), {"daemon", 1}}) {
         const DatabaseSandbox sandbox;
         run_forked([&setting = setting] {
@@ -245,9 +236,7 @@ TEST(SysdbPlaces, GroupOfDirectoriesCanBeSet) {
 
 // A user who is not in the group above makes the directory for itself.
 TEST(SysdbPlaces, DirectoryThatCannotHaveTheGroupIsPrivate) {
-    if (getuid() != 0) {
-        GTEST_SKIP() << "needs another user";
-    }
+    SKIP_WITHOUT_ROOT("needs another user");
     const DatabaseSandbox sandbox;
     ASSERT_EQ(0, chown(sandbox.root().c_str(), kNobody, kGroup));
     ForkedProcess user([] {
@@ -263,9 +252,7 @@ TEST(SysdbPlaces, DirectoryThatCannotHaveTheGroupIsPrivate) {
 // A process was killed between making a file and setting its rights, and the group was
 // shut out for good.
 TEST(SysdbPlaces, UnfinishedRightsAreRepaired) {
-    if (getuid() != 0) {
-        GTEST_SKIP() << "needs another group";
-    }
+    SKIP_WITHOUT_ROOT("needs another group");
     const DatabaseSandbox sandbox;
     make_directory(sandbox.root() + "/cfg", 02770, kGroup);
     for (const char *end : {"", "-lock"}) {

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "platform/log_socket.hpp"
+#include "support/machine.hpp"
 #include "support/temp_dir.hpp"
 #include "support/terminal_process.hpp"
 
@@ -115,18 +116,14 @@ std::string run(const Call &call) {
 
 struct SetUserId : testing::Test {
     void SetUp() override {
-        if (geteuid() != 0) {
-            GTEST_SKIP() << "only root can make a set-user-ID program of root's";
-        }
+        SKIP_WITHOUT_ROOT("only root can make a set-user-ID program of root's");
         const pid_t pid = fork();
         if (pid == 0) {
             _exit(unshare(CLONE_NEWNS) == 0 ? 0 : 1);
         }
         int status = 0;
         waitpid(pid, &status, 0);
-        if (status != 0) {
-            GTEST_SKIP() << "mount namespaces are not allowed here";
-        }
+        SKIP_WITHOUT("mounts", status == 0, "needs a mount namespace");
     }
 };
 

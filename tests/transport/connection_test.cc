@@ -19,6 +19,7 @@
 
 #include "aaa/result_codes.h"
 #include "aaa/transport.h"
+#include "support/machine.hpp"
 #include "support/transport.hpp"
 
 namespace {
@@ -215,9 +216,7 @@ TEST_F(Connection, AServerOfAnotherUserIsRefused) {
 
 // A process of another user listens at a path where root's server is expected.
 TEST_F(Connection, AnImpostorsSocketIsRefused) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can become another user";
-    }
+    SKIP_WITHOUT_ROOT("only root can become another user");
     ASSERT_EQ(chmod(dir_.path("").c_str(), 0777), 0);
     int ready[2], done[2];
     ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);

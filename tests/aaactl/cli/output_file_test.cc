@@ -18,6 +18,7 @@
 #include "aaactl/support/file_size_limit.hpp"
 #include "aaactl/support/program_run.hpp"
 #include "cli/output.hpp"
+#include "support/machine.hpp"
 #include "support/temp_dir.hpp"
 
 namespace {
@@ -218,9 +219,7 @@ std::string error_of(const std::string &file) {
 // The mount does not let the kernel follow links, as a sticky directory does not let it follow those of other
 // users. They were followed by reading them.
 TEST(OutputFile, LinksThatTheKernelDoesNotFollowAreNotFollowed) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can mount";
-    }
+    SKIP_WITHOUT_ROOT("only root can mount");
     const TempDir dir;
     const std::string victim = dir.write("victim", "old");
     fs::create_directory(dir.path("mount"));
@@ -241,9 +240,7 @@ TEST(OutputFile, LinksThatTheKernelDoesNotFollowAreNotFollowed) {
                : error_of(dangling) != dangling + why ? "dangling: " + error_of(dangling)
                                                       : "";
     });
-    if (fault == "skip") {
-        GTEST_SKIP() << "mounting is not allowed here";
-    }
+    SKIP_WITHOUT("mounts", fault != "skip", "needs to mount a file system");
     EXPECT_EQ(fault, "");
     EXPECT_EQ(dir.read("victim"), "old");
     EXPECT_FALSE(fs::exists(dir.path("made")));
@@ -258,9 +255,7 @@ int setting(const std::string &name) {
 constexpr uid_t kNoOne = 65534;
 
 TEST(OutputFile, LinksAndFilesOfOthersInAStickyDirectoryAreRefused) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can make another user's link";
-    }
+    SKIP_WITHOUT_ROOT("only root can make another user's link");
     if (setting("protected_symlinks") == 0 || setting("protected_regular") == 0) {
         GTEST_SKIP() << "fs.protected_symlinks or fs.protected_regular is 0: the kernel allows it";
     }
@@ -303,9 +298,7 @@ TEST(OutputFile, AFileThatItsOwnerProtectsIsNotReplaced) {
 
 // The group cannot be kept: its members would be others.
 TEST(OutputFile, RightsOfAGroupThatCannotBeKeptAreNotGivenToAnother) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can make a file of another group";
-    }
+    SKIP_WITHOUT_ROOT("only root can make a file of another group");
     const TempDir dir;
     const std::string file = dir.write("message", "old", 0666);
     ASSERT_EQ(chmod(dir.path("").c_str(), 0777), 0);
