@@ -23,7 +23,8 @@ struct Events {
     std::list<Connection> connections;
     std::function<void(event_block_ctx_t *)> on_block;
     bool call_up = true;
-    unsigned pending = 0;  // events that event_block has not returned for
+    bool destroyed = false;  // since the event manager was created
+    unsigned pending = 0;    // events that event_block has not returned for
     unsigned async_sent = 0;
     char manager = 0;  // its address is the handle
 };
@@ -92,6 +93,7 @@ void reset_events() {
     e.connections.clear();
     e.on_block = nullptr;
     e.call_up = true;
+    e.destroyed = false;
     e.pending = 0;
     e.async_sent = 0;
 }
@@ -102,6 +104,7 @@ using namespace fake::events;
 
 event_manager_t event_manager_create(uint32_t flags, const char *name, uint32_t zero, void *private_word) {
     const Call call("event_manager_create", flags, name, zero, private_word);
+    events().destroyed = false;
     return call.scripted() ? nullptr : manager();
 }
 
@@ -134,7 +137,11 @@ int32_t event_block(event_block_ctx_t *ctx) {
     }
     const fake::FailAlloc::Pause pause;
     std::unique_lock lock(fake::detail::mutex());
-    arrived().wait(lock, [] { return events().pending != 0; });
+    arrived().wait(lock, [] { return events().pending != 0 || events().destroyed; });
+    if (events().pending == 0) {
+        errno = EBADF;
+        return -1;
+    }
     --events().pending;
     return 0;
 }
@@ -210,4 +217,8 @@ cerrno event_conn_close(event_conn_t conn) {
 
 void event_manager_destroy(event_manager_t evm) {
     const Call call("event_manager_destroy", evm);
+    if (evm != nullptr) {
+        events().destroyed = true;
+        arrived().notify_all();
+    }
 }

@@ -566,19 +566,20 @@ TEST_F(LoadDeathTest, ProcessExitRunsNoUnload) {
     EXPECT_EXIT(run_to_the_end(), testing::ExitedWithCode(0), "asked");
 }
 
-TEST_F(LoadDeathTest, WithNoDllmainSetSinceTheLoadAWorkerThatCannotBeWokenIsDetached) {
-    const auto detached = [this] {
+// The worker was detached, and its next event made it execute code that was not mapped.
+TEST_F(LoadDeathTest, WithNoDllmainSetSinceTheLoadAWorkerThatCannotBeWokenEndsWithItsEventManager) {
+    const auto unloaded = [this] {
         load_running();
         setenv("NO_DLLMAIN", "1", 1);
         fake::answer("event_send_async", 0xFFFFFFFF);
         const unsigned joins = sabotage().joins;
-        EXPECT_EQ(unload_calls(), (Lines{"__in_dlclose()", "event_send_async(ptr, 77, 0)"}));
-        EXPECT_EQ(fake::traces_of(0), Lines{});
-        EXPECT_EQ(sabotage().joins, joins);
+        EXPECT_EQ(unload_calls(),
+                  (Lines{"__in_dlclose()", "event_send_async(ptr, 77, 0)", "event_manager_destroy(ptr)"}));
+        EXPECT_EQ(sabotage().joins, joins + 1);
+        EXPECT_EQ(fake::traces_of(0), Lines{"AAA lib Thread about to exit"});
         return !HasFailure();
     };
-    // In a separate process: the worker stays in event_block.
-    EXPECT_EXIT(_exit(detached() ? 0 : 1), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(_exit(unloaded() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(LoadDeathTest, UnloadWithoutWakeUpDetachesAndCloses) {

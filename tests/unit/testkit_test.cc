@@ -359,6 +359,20 @@ TEST_F(Testkit, ClosesEventConnections) {
     event_manager_destroy(manager);
 }
 
+TEST_F(Testkit, EndsTheWaitOfADestroyedEventManager) {
+    const event_manager_t manager = event_manager_create(0, "test", 0, nullptr);
+    event_block_ctx_t context{};
+    testkit_wake();
+    event_manager_destroy(nullptr);
+    EXPECT_EQ(event_block(&context), 0);
+    event_manager_destroy(manager);
+    EXPECT_EQ(event_block(&context), -1);
+    EXPECT_EQ(errno, EBADF);
+    ASSERT_NE(event_manager_create(0, "test", 0, nullptr), nullptr);
+    testkit_wake();
+    EXPECT_EQ(event_block(&context), 0);
+}
+
 TEST_F(Testkit, ReportsMisuse) {
     static std::string seen;
     testkit_on_misuse([](const char *text, void *context) { *static_cast<std::string *>(context) = text; },

@@ -25,6 +25,8 @@
 #include "platform/logging.h"
 #include "platform/node.h"
 
+#pragma weak event_manager_destroy  // of all platforms but old ones
+
 namespace aaautil {
 namespace {
 
@@ -214,16 +216,24 @@ void finish() noexcept {
     aaa_debug_cleanup();
 }
 
+// Makes event_block fail from now on, without the memory that a wake-up needs.
+void end_event_manager() noexcept {
+    if (event_manager_destroy != nullptr) {
+        event_manager_destroy(event_manager);
+    } else {
+        detach_worker(unjoined_thread);
+    }
+}
+
 // For an unload whose hook is disabled although the load's was not: the worker ends,
 // without a trace, because its code is unmapped next. The rest of the unload is not done.
 void end_worker() noexcept {
     exit_requested.store(1, std::memory_order_release);
     const bool ended = worker_thread.load(std::memory_order_acquire) == 0;
-    if (ended || event_send_async(event_manager, async_code, 0) == 0) {
-        join_ended_worker();
-    } else {
-        detach_worker(unjoined_thread);
+    if (!ended && event_send_async(event_manager, async_code, 0) != 0) {
+        end_event_manager();
     }
+    join_ended_worker();
     worker_thread.store(0, std::memory_order_relaxed);
 }
 
