@@ -36,6 +36,10 @@ int openat(int directory, const char *path, int flags, ...) {
     return made(unnamed ? "unnamed" : "openat") ? (int)syscall(SYS_openat, directory, path, flags, mode) : -1;
 }
 
+int mkdirat(int directory, const char *path, mode_t mode) {
+    return made("mkdirat") ? (int)syscall(SYS_mkdirat, directory, path, mode) : -1;
+}
+
 int fchmod(int fd, mode_t mode) {
     return made("fchmod") ? (int)syscall(SYS_fchmod, fd, mode) : -1;
 }

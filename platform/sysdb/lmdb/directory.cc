@@ -4,13 +4,17 @@
 
 #include "directory.hpp"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 #include "host.hpp"
 #include "result.hpp"
@@ -25,6 +29,9 @@ constexpr mode_t kModeWithoutGroup = 0700;
 constexpr mode_t kModeOfParents = 0755;
 
 constexpr int kOpenFlags = O_PATH | O_DIRECTORY;
+
+constexpr int kAttempts = 16;  // to make a directory that no one else has made
+constexpr int kDisturbed = ESTALE;
 
 // Zero or errno. The group must be the intended one, and never the one that this process
 // happens to have.
@@ -44,31 +51,67 @@ int settle(int fd, gid_t group, mode_t mode, const std::string &path) {
     return fchmod(fd, mode) == 0 ? 0 : errno;
 }
 
+bool is_empty(int directory) {
+    Descriptor readable = open_at(directory, ".", O_RDONLY | O_DIRECTORY);
+    DIR *const entries = readable ? fdopendir(readable.get()) : nullptr;
+    if (entries == nullptr) {
+        return false;
+    }
+    readable.release();
+    int others = 0;
+    while (const dirent *entry = readdir(entries)) {
+        others += std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0 ? 1 : 0;
+    }
+    closedir(entries);
+    return others == 0;
+}
+
+// Whether it can be the one that this process has just made. Who may write the directory
+// above may have put another one in its place, whose rights must stay as they are.
+bool is_new(int directory) {
+    struct stat status;
+    return fstat(directory, &status) == 0 && status.st_uid == geteuid() && is_empty(directory);
+}
+
 int make_and_settle(int parent, const char *name, gid_t group, mode_t mode, const std::string &path) {
     if (mkdirat(parent, name, kModeWithoutGroup) != 0) {
         return errno;
     }
     const Descriptor made = open_at(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
-    return made ? settle(made.get(), group, mode, path) : errno;
+    return made && is_new(made.get()) ? settle(made.get(), group, mode, path) : EEXIST;
+}
+
+// No other process or thread uses it: the number of the process is the same in two
+// containers, and a name that others can guess can be taken.
+std::string new_name() {
+    std::uint64_t number = 0;
+    if (getrandom(&number, sizeof number, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof number)) {
+        timespec now{};  // shortly after the start of a machine; one that is taken is not used
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        number = static_cast<std::uint64_t>(now.tv_nsec) << 32 | static_cast<std::uint32_t>(getpid());
+    }
+    char text[32];
+    std::snprintf(text, sizeof text, ".new.%016llx", static_cast<unsigned long long>(number));
+    return text;
 }
 
 // Under another name first: a process that is killed meanwhile leaves no directory with
 // unfinished rights in the place that others use.
 int make_in(int parent, const char *name, gid_t group, mode_t mode, const std::string &path) {
-    char temporary[32];
-    std::snprintf(temporary, sizeof temporary, ".new.%ld", static_cast<long>(getpid()));
-    int error = make_and_settle(parent, temporary, group, mode, path);
-    if (error == EEXIST) {  // of a process that had this number and was killed
-        unlinkat(parent, temporary, AT_REMOVEDIR);
-        error = make_and_settle(parent, temporary, group, mode, path);
+    std::string temporary;
+    int error = EEXIST;
+    for (int i = 0; i < kAttempts && error == EEXIST; ++i) {
+        temporary = new_name();
+        error = make_and_settle(parent, temporary.c_str(), group, mode, path);
     }
-    if (error == 0 && renameat2(parent, temporary, parent, name, RENAME_NOREPLACE) != 0) {
-        error = errno;
+    if (error != 0) {
+        return error == EEXIST ? kDisturbed : error;
     }
-    if (error == 0) {
+    if (renameat2(parent, temporary.c_str(), parent, name, RENAME_NOREPLACE) == 0) {
         return 0;
     }
-    unlinkat(parent, temporary, AT_REMOVEDIR);
+    error = errno;
+    unlinkat(parent, temporary.c_str(), AT_REMOVEDIR);
     if (error == EINVAL || error == ENOSYS) {  // not every file system has this rename
         error = make_and_settle(parent, name, group, mode, path);
     }
@@ -100,7 +143,10 @@ cerrno report(const std::string &path, int error) {
     log(kLogError,
         "directory %s cannot be made: %s; make it as root: install -d -m 2770 -g aaa %s (with the group of "
         "the AAA processes), or set %s and %s to other places",
-        path.c_str(), std::strerror(error), path.c_str(), kCfgVariable, kRunVariable);
+        path.c_str(),
+        error == kDisturbed ? "another process takes or replaces what is made beside it"
+                            : std::strerror(error),
+        path.c_str(), kCfgVariable, kRunVariable);
     return Result::of_errno(error).code();
 }
 
