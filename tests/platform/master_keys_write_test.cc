@@ -17,7 +17,7 @@
 #include <sstream>
 
 #include "master_key_file.hpp"
-#include "system_calls.h"
+#include "support/system_calls.h"
 
 namespace {
 

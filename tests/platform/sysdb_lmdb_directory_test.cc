@@ -15,7 +15,7 @@
 #include "file_checks.hpp"
 #include "support/machine.hpp"
 #include "support/sysdb.hpp"
-#include "system_calls.h"
+#include "support/system_calls.h"
 
 namespace {
 

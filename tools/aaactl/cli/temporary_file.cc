@@ -132,18 +132,29 @@ bool TemporaryFile::name_it() {
     return !name_.empty();
 }
 
+// A second name never replaces a file; a file system that can only rename over files may
+// know it.
+bool TemporaryFile::put_by_link(const std::string &name) {
+    if (linkat(directory_, name_.c_str(), directory_, name.c_str(), 0) != 0) {
+        errno = errno == EPERM ? EOPNOTSUPP : errno;  // it does not know second names either
+        return false;
+    }
+    unlinkat(directory_, name_.c_str(), 0);
+    return true;
+}
+
 bool TemporaryFile::put_at(const std::string &name) {
     if (name_.empty()) {
         return link_at(name);
     }
-    int rc = renameat2(directory_, name_.c_str(), directory_, name.c_str(), RENAME_NOREPLACE);
-    if (rc != 0 && (errno == EINVAL || errno == ENOSYS)) {  // some file systems only replace
-        rc = renameat(directory_, name_.c_str(), directory_, name.c_str());
+    bool put = renameat2(directory_, name_.c_str(), directory_, name.c_str(), RENAME_NOREPLACE) == 0;
+    if (!put && (errno == EINVAL || errno == ENOSYS)) {
+        put = put_by_link(name);
     }
-    if (rc == 0) {
+    if (put) {
         name_.clear();
     }
-    return rc == 0;
+    return put;
 }
 
 bool TemporaryFile::replace(const std::string &name) {

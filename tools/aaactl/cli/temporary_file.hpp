@@ -29,13 +29,14 @@ class TemporaryFile {
     bool take_after(const struct stat &before);
     // Synced to the disk: otherwise a loss of power might leave neither the old bytes nor the new ones.
     bool fill(std::string_view bytes);
-    // Gives it a name that must not exist.
+    // Gives it a name that must not exist. EOPNOTSUPP where only names that exist could be replaced.
     bool put_at(const std::string &name);
     // Gives it the name of a file that it replaces.
     bool replace(const std::string &name);
 
   private:
     bool link_at(const std::string &name) const;
+    bool put_by_link(const std::string &name);
     void make_named(mode_t mode);
     bool name_it();
 

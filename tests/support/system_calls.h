@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-#ifndef TESTS_PLATFORM_SYSTEM_CALLS_H
-#define TESTS_PLATFORM_SYSTEM_CALLS_H
+#ifndef TESTS_SUPPORT_SYSTEM_CALLS_H
+#define TESTS_SUPPORT_SYSTEM_CALLS_H
 
 #ifdef __cplusplus
 extern "C" {
@@ -15,4 +15,4 @@ extern int (*before_system_call)(const char *function);
 }
 #endif
 
-#endif /* TESTS_PLATFORM_SYSTEM_CALLS_H */
+#endif /* TESTS_SUPPORT_SYSTEM_CALLS_H */
