@@ -54,13 +54,14 @@ cerrno Database::watcher_directory(Missing missing, Directory &directory) {
 
 void Database::retire(Slot &slot) {
     slot.closing = slot.current;
+    slot.not_closed = slot.current->presence();
     slot.current.reset();
 }
 
 // Waits, unlocked, for the last user of the retired environment: transactions
 // are short. Two openings of one file must not overlap.
 cerrno Database::open(Slot &slot, Tree tree, std::unique_lock<std::mutex> &lock) {
-    for (int attempt = 0; !slot.closing.expired(); ++attempt) {
+    for (int attempt = 0; !slot.not_closed.expired(); ++attempt) {
         if (attempt == kCloseAttempts) {
             return SYSDB_ERR_BUSY;
         }

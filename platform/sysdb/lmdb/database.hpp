@@ -43,6 +43,7 @@ class Database {
         EnvironmentPtr current;
         // Closed with its last user; the file must not be opened before that.
         std::weak_ptr<Environment> closing;
+        std::weak_ptr<const void> not_closed;
         std::time_t next_check = 0;
     };
 

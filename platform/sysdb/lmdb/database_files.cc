@@ -141,12 +141,17 @@ void DatabaseFiles::begin_opening() {
     opening_ = true;
 }
 
-// LMDB has closed what it opened in vain: the numbers may become other files.
+// LMDB has closed what it opened in vain: the numbers may become other files. Until here no
+// other thread asks for them, because the database opens one file at a time.
 void DatabaseFiles::end_opening(bool is_open) {
     opening_ = false;
     if (!is_open) {
         clear_descriptors();
     }
+}
+
+void DatabaseFiles::begin_closing() {
+    clear_descriptors();
 }
 
 // ---- the mark

@@ -45,6 +45,8 @@ class DatabaseFiles {
     // Between these two, LMDB's calls of open() with the file's path are for this object.
     void begin_opening();
     void end_opening(bool is_open);
+    // From here on, LMDB's calls are the plain ones. It makes none that waits.
+    void begin_closing();
 
     // For as long as it exists, locks are waited for in vain only briefly, and silently.
     class BriefWait {

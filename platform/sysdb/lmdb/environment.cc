@@ -29,8 +29,16 @@ Environment::~Environment() {
     for (auto &place : idle_) {
         mdb_txn_abort(place.load(std::memory_order_acquire));
     }
+    close_handle();
+}
+
+// A descriptor that LMDB has closed may at once be one that another thread opens, for the
+// other tree too.
+void Environment::close_handle() {
     if (env_ != nullptr) {
+        files_.begin_closing();
         mdb_env_close(env_);
+        env_ = nullptr;
     }
 }
 

@@ -47,6 +47,8 @@ class Environment {
     const char *outdated() const;
     // In a child, which never uses it again.
     void forget() { files_.forget(); }
+    // Expires when the files have been closed; that of a pointer to this object expires before.
+    std::weak_ptr<const void> presence() const { return presence_; }
     // Must be closed and opened again.
     bool broken() const { return broken_.load(std::memory_order_relaxed); }
 
@@ -72,6 +74,7 @@ class Environment {
     // environment_open.cc
     static cerrno open_once(Tree tree, const Settings &settings, std::shared_ptr<Environment> &environment);
     Result open_handle(std::size_t map_bytes, unsigned flags);
+    void close_handle();
     cerrno open_file(std::size_t map_bytes);
     bool is_marked();
     cerrno walk_pages(std::uint64_t &txnid);
@@ -95,6 +98,7 @@ class Environment {
     void free_dead_readers();
     void count_commit();
 
+    const std::shared_ptr<const void> presence_ = std::make_shared<char>();  // first, so destroyed last
     DatabaseFiles files_;
     const Tree tree_;
     MDB_env *env_ = nullptr;

@@ -44,10 +44,7 @@ void log_assertion(MDB_env *env, const char *text) {
 }  // namespace
 
 Result Environment::open_handle(std::size_t map_bytes, unsigned flags) {
-    if (env_ != nullptr) {
-        mdb_env_close(env_);
-        env_ = nullptr;
-    }
+    close_handle();
     int rc = mdb_env_create(&env_);
     if (rc != 0) {
         env_ = nullptr;
