@@ -191,15 +191,41 @@ bool write_all(int fd, const char *data, std::size_t len) {
     return true;
 }
 
-// Whether descriptor 2 takes output. A process without standard error may have opened
-// a file for reading as 2; the platform's own descriptors are all above it.
-bool stderr_is_writable() {
-    const int flags = fcntl(STDERR_FILENO, F_GETFL);
-    return flags >= 0 && (flags & O_ACCMODE) != O_RDONLY && (flags & O_PATH) == 0;
+// A process that was started without descriptor 2 has no standard error: a file that is
+// opened later and gets the number is one of its own.
+constinit bool g_started_without_stderr = false;
+
+[[gnu::constructor(200)]] void look_for_stderr() {
+    g_started_without_stderr = fcntl(STDERR_FILENO, F_GETFD) < 0 && errno == EBADF;
 }
 
-bool emit_stderr(const char *text, std::size_t len) {
-    if (!stderr_is_writable()) {
+bool is_local_socket(int fd) {
+    int domain = 0;
+    socklen_t size = sizeof domain;
+    return getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX;
+}
+
+// Whether descriptor 2 is standard error, and not a file of the program that has closed it:
+// a message must not get into a database or a protocol. Redirections only write. A message
+// for which standard error was asked may also go to a file that is read and written, in
+// which test frameworks collect output. The platform's own descriptors are all above 2.
+bool is_stderr(bool asked_for) {
+    const int flags = fcntl(STDERR_FILENO, F_GETFL);
+    struct stat status;
+    if (flags < 0 || (flags & O_ACCMODE) == O_RDONLY || (flags & O_PATH) != 0 ||
+        fstat(STDERR_FILENO, &status) != 0) {
+        return false;
+    }
+    if (S_ISREG(status.st_mode)) {
+        const bool only_writes = (flags & O_ACCMODE) == O_WRONLY || (flags & O_APPEND) != 0;
+        return !g_started_without_stderr && (only_writes || asked_for);
+    }
+    return S_ISCHR(status.st_mode) || S_ISFIFO(status.st_mode) ||
+           (S_ISSOCK(status.st_mode) && is_local_socket(STDERR_FILENO));
+}
+
+bool emit_stderr(const char *text, std::size_t len, bool asked_for) {
+    if (!is_stderr(asked_for)) {
         return false;
     }
     char line[kDatagramSize];
@@ -212,7 +238,7 @@ bool emit_stderr(const char *text, std::size_t len) {
 bool emit_one(Sink sink, const LineInfo &info, const char *text, std::size_t len) {
     switch (sink) {
         case Sink::kStderr:
-            return emit_stderr(text, len);
+            return emit_stderr(text, len, true);
         case Sink::kSyslog:
             return emit_syslog(info, text, len);
         case Sink::kJournal:
@@ -265,7 +291,7 @@ void emit(Sink sink, const LineInfo &info, const char *text, std::size_t len) no
         done = emit_one(Sink::kSyslog, info, text, len);
     }
     if (!done && sink != Sink::kStderr && info.severity <= kLogWarning) {
-        emit_stderr(text, len);
+        emit_stderr(text, len, false);
     }
     errno = saved_errno;
 }

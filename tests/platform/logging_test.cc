@@ -4,6 +4,7 @@
 
 #include "platform/logging.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <syslog.h>
@@ -20,6 +21,7 @@
 #include "aaa/result_codes.h"
 #include "log_socket.hpp"
 #include "message_record.hpp"
+#include "support/temp_dir.hpp"
 
 namespace {
 
@@ -105,10 +107,15 @@ TEST_F(Text, KeepsErrno) {
     kel_errmsg(&record, 3, "x");
     EXPECT_EQ(EINTR, errno);
     setenv("AAA_SYSLOG_SOCKET", "/nonexistent/log", 1);
-    testing::internal::CaptureStderr();
+    const TempDir dir;
+    const int before = dup(2);
+    dup2(open(dir.path("err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600), 2);
+    errno = EINTR;
     kel_errmsg(&record, 3, "x");
     EXPECT_EQ(EINTR, errno);
-    EXPECT_EQ("%AAA-SECURITY-3-M : x\n", testing::internal::GetCapturedStderr());
+    dup2(before, 2);
+    close(before);
+    EXPECT_EQ("%AAA-SECURITY-3-M : x\n", dir.read("err"));
 }
 
 // ---- limit -----------------------------------------------------------------------
