@@ -12,8 +12,8 @@
 #include <array>
 #include <cerrno>
 
+#include "head_check.hpp"
 #include "host.hpp"
-#include "page_check.hpp"
 #include "settings.hpp"
 
 namespace sysdb_lmdb {

@@ -12,8 +12,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "head_check.hpp"
 #include "host.hpp"
-#include "page_check.hpp"
 #include "room.hpp"
 
 namespace sysdb_lmdb {

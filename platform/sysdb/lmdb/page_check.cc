@@ -1,17 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The checks of file heads and pages.
+// The checks of pages.
 
 #include "page_check.hpp"
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <string_view>
 #include <vector>
 
 #include "key.hpp"
+#include "page_form.hpp"
 #include "page_layout.hpp"
 
 namespace sysdb_lmdb {
@@ -23,94 +21,15 @@ using layout::PageHeader;
 using layout::Table;
 
 constexpr unsigned kMaxDepth = 32;
-constexpr std::uint32_t kSmallestPage = 512;
-constexpr std::uint32_t kLargestPage = 32768;
 
-constexpr std::uint64_t kLargestMap = UINT64_C(1) << 40;
-constexpr std::uint64_t kLargestTxn = UINT64_MAX / 2;  // never reached by counting
-
-constexpr char kTruncated[] = "it is truncated";
 constexpr char kBadPage[] = "a page is damaged";
 constexpr char kBadFreeList[] = "the list of free pages is damaged";
-
-// The bytes of a file: read from it, or already in memory.
-class Source {
-  public:
-    explicit Source(int fd) : fd_(fd) {}
-    explicit Source(std::string_view bytes) : bytes_(bytes) {}
-
-    bool read(void *to, std::size_t size, std::uint64_t offset) const {
-        if (fd_ >= 0) {
-            return pread(fd_, to, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
-        }
-        if (offset > bytes_.size() || size > bytes_.size() - offset) {
-            return false;
-        }
-        bytes_.copy(static_cast<char *>(to), size, offset);
-        return true;
-    }
-    bool get_size(std::uint64_t &size) const {
-        struct stat status;
-        if (fd_ >= 0 && fstat(fd_, &status) != 0) {
-            return false;
-        }
-        size = fd_ >= 0 ? static_cast<std::uint64_t>(status.st_size) : bytes_.size();
-        return true;
-    }
-
-  private:
-    int fd_ = -1;
-    std::string_view bytes_;
-};
-
-bool page_size_ok(std::uint32_t size) {
-    return size >= kSmallestPage && size <= kLargestPage && (size & (size - 1)) == 0;
-}
-
-bool root_ok(const Table &table, std::uint64_t last_page) {
-    return table.root == layout::kNoPage || (table.root >= layout::kMetaPages && table.root <= last_page);
-}
-
-// LMDB uses the head at the place given by its number modulo 2, so another
-// place would mean another head than the checked one. A new file has number 0
-// twice.
-bool place_ok(const Meta &meta, std::uint64_t offset) {
-    return meta.txnid == 0 || (meta.txnid % 2 != 0) == (offset != 0);
-}
-
-const char *meta_fault(const Source &source, std::uint64_t offset, Meta &meta) {
-    unsigned char bytes[sizeof(PageHeader) + sizeof(Meta)];
-    if (!source.read(bytes, sizeof bytes, offset)) {
-        return kTruncated;
-    }
-    const auto header = layout::read<PageHeader>(bytes);
-    meta = layout::read<Meta>(bytes + sizeof(PageHeader));
-    if (meta.magic != layout::kMagic || (header.flags & layout::kMeta) == 0) {
-        return "it is not an LMDB file";
-    }
-    if (meta.version != layout::kVersion) {
-        return "it has another LMDB format version";
-    }
-    if (meta.main.flags != 0) {
-        return "it is the database of another program";
-    }
-    // The free list's flags carry those with which the file was made.
-    const unsigned flags = meta.free_list.flags & ~unsigned{layout::kMadeAsFile};
-    // LMDB maps room for the last page, regardless of the map's size.
-    if (flags != layout::kIntegerKeys || !page_size_ok(meta.free_list.padding) ||
-        meta.map_bytes > kLargestMap || meta.last_page >= meta.map_bytes / meta.free_list.padding ||
-        meta.txnid > kLargestTxn || !place_ok(meta, offset) || !root_ok(meta.free_list, meta.last_page) ||
-        !root_ok(meta.main, meta.last_page)) {
-        return "its head is damaged";
-    }
-    return nullptr;
-}
 
 // Walks all pages that one meta page refers to.
 class Checker {
   public:
-    Checker(const Source &source, const Meta &meta, std::uint64_t file_bytes)
-        : source_(source),
+    Checker(const FileBytes &file, const Meta &meta, std::uint64_t file_bytes)
+        : file_(file),
           page_size_(meta.free_list.padding),
           last_page_(meta.last_page),
           txnid_(meta.txnid),
@@ -127,29 +46,6 @@ class Checker {
   private:
     using Page = std::vector<unsigned char>;
 
-    // Permitted contents of a table.
-    struct Form {
-        bool names_tables = false;  // values are tables
-        bool integer_keys = false;
-        bool free_list = false;
-        bool duplicates = false;  // a key may have many values
-        bool keys_only = false;   // the values of one key
-    };
-
-    // The keys that a page may hold: from low on, below high.
-    struct Range {
-        const std::string_view *low = nullptr;
-        const std::string_view *high = nullptr;
-    };
-
-    static std::uint64_t number_of(std::string_view key) {
-        return layout::read<std::uint64_t>(reinterpret_cast<const unsigned char *>(key.data()));
-    }
-
-    static bool less(std::string_view a, std::string_view b, const Form &form) {
-        return form.integer_keys ? number_of(a) < number_of(b) : a < b;
-    }
-
     bool fail(const char *fault) {
         if (fault_ == nullptr) {
             fault_ = fault;
@@ -163,7 +59,7 @@ class Checker {
             return fail(kBadPage);
         }
         if (number >= seen_.size()) {
-            return fail(kTruncated);
+            return fail(kTruncatedFile);
         }
         if (seen_[number]) {
             return fail("a page is used twice");
@@ -177,10 +73,10 @@ class Checker {
         if (!claim(number)) {
             return false;
         }
-        return source_.read(page.data(), page_size_, number * page_size_) || fail(kTruncated);
+        return file_.read(page.data(), page_size_, number * page_size_) || fail(kTruncatedFile);
     }
 
-    void check_table(const Table &table, const Form &form) {
+    void check_table(const Table &table, const PageForm &form) {
         const bool empty = table.root == layout::kNoPage;
         if (empty != (table.depth == 0) || table.depth > kMaxDepth || (empty && form.keys_only)) {
             fail(kBadPage);
@@ -192,7 +88,7 @@ class Checker {
         check_page(table.root, table.depth, form, {});
     }
 
-    void check_page(std::uint64_t number, unsigned levels, const Form &form, const Range &range) {
+    void check_page(std::uint64_t number, unsigned levels, const PageForm &form, const KeyRange &range) {
         Page page;
         if (!load(number, page)) {
             return;
@@ -236,7 +132,7 @@ class Checker {
     // Keys must be inside the page, not too long, and ascending within the range: a
     // search in unordered keys may never end. The first key of a branch is unused.
     static bool keys_in_order(const unsigned char *page, std::size_t size, std::size_t count, bool branch,
-                              const Form &form, const Range &range) {
+                              const PageForm &form, const KeyRange &range) {
         std::string_view before = range.low != nullptr ? *range.low : std::string_view();
         bool may_equal = range.low != nullptr;
         bool none_before = range.low == nullptr;
@@ -259,8 +155,8 @@ class Checker {
     }
 
     void check_child(const unsigned char *page, std::size_t index, std::size_t count, unsigned levels,
-                     const Form &form, const Range &range) {
-        Range below = range;
+                     const PageForm &form, const KeyRange &range) {
+        KeyRange below = range;
         const std::string_view low = index > 0 ? key_at(page, index) : std::string_view();
         const std::string_view high = index + 1 < count ? key_at(page, index + 1) : std::string_view();
         below.low = index > 0 ? &low : range.low;
@@ -268,7 +164,7 @@ class Checker {
         check_page(node_at(page, index).child(), levels - 1, form, below);
     }
 
-    void check_leaf_node(const unsigned char *page, std::size_t index, const Form &form) {
+    void check_leaf_node(const unsigned char *page, std::size_t index, const PageForm &form) {
         const Node node = node_at(page, index);
         const std::size_t data = node_offset(page, index) + sizeof(Node) + node.key_size;
         if (form.free_list &&
@@ -320,7 +216,7 @@ class Checker {
         return sizeof(Node) + node.key_size + node.data_size() > (page_size_ - sizeof(PageHeader)) / 2;
     }
 
-    void check_value(const unsigned char *data, std::size_t room, const Node &node, const Form &form) {
+    void check_value(const unsigned char *data, std::size_t room, const Node &node, const PageForm &form) {
         if (form.keys_only) {
             if (node.flags != 0 || node.data_size() != 0) {
                 fail(kBadPage);
@@ -348,7 +244,7 @@ class Checker {
         }
     }
 
-    void check_sub_table(const unsigned char *data, std::size_t size, const Form &form) {
+    void check_sub_table(const unsigned char *data, std::size_t size, const PageForm &form) {
         if (size != sizeof(Table)) {
             fail(kBadPage);
             return;
@@ -369,7 +265,8 @@ class Checker {
         }
     }
 
-    void check_overflow(const unsigned char *data, std::size_t room, std::size_t bytes, const Form &form) {
+    void check_overflow(const unsigned char *data, std::size_t room, std::size_t bytes,
+                        const PageForm &form) {
         if (room < sizeof(std::uint64_t)) {
             fail(kBadPage);
             return;
@@ -396,10 +293,10 @@ class Checker {
             return;
         }
         Page value(bytes);
-        if (source_.read(value.data(), bytes, number * page_size_ + sizeof(PageHeader))) {
+        if (file_.read(value.data(), bytes, number * page_size_ + sizeof(PageHeader))) {
             check_free_pages(value.data(), bytes);
         } else {
-            fail(kTruncated);
+            fail(kTruncatedFile);
         }
     }
 
@@ -414,7 +311,7 @@ class Checker {
             fail(kBadPage);
             return;
         }
-        const Form form{.keys_only = true};
+        const PageForm form{.keys_only = true};
         const std::size_t count = node_count(data, size, false);
         if (fault_ != nullptr || count == 0 || !keys_in_order(data, size, count, false, form, {})) {
             fail(kBadPage);
@@ -448,7 +345,7 @@ class Checker {
         }
     }
 
-    const Source source_;
+    const FileBytes file_;
     const std::uint32_t page_size_;
     const std::uint64_t last_page_;
     const std::uint64_t txnid_;
@@ -457,52 +354,32 @@ class Checker {
     const char *fault_ = nullptr;
 };
 
-FileHead head_of(const Source &source) {
-    FileHead head;
-    Meta first;
-    Meta second;
-    head.fault = meta_fault(source, 0, first);
-    if (head.fault == nullptr) {
-        head.fault = meta_fault(source, first.free_list.padding, second);
-    }
-    if (head.fault == nullptr) {
-        head.map_bytes = std::max(first.map_bytes, second.map_bytes);
-        head.txnid = std::max(first.txnid, second.txnid);
-    }
-    return head;
-}
-
-const char *page_fault(const Source &source, std::uint64_t txnid, bool &stale) {
+const char *page_fault(const FileBytes &file, std::uint64_t txnid, bool &stale) {
     stale = false;
     Meta meta;
-    const char *fault = meta_fault(source, 0, meta);
+    const char *fault = meta_fault(file, 0, meta);
     if (fault == nullptr && meta.txnid != txnid) {
-        fault = meta_fault(source, meta.free_list.padding, meta);
+        fault = meta_fault(file, meta.free_list.padding, meta);
         stale = fault == nullptr && meta.txnid != txnid;
     }
     if (fault != nullptr || stale) {
         return fault;
     }
     std::uint64_t file_bytes = 0;
-    return source.get_size(file_bytes) ? Checker(source, meta, file_bytes).run(meta) : kTruncated;
+    return file.get_size(file_bytes) ? Checker(file, meta, file_bytes).run(meta) : kTruncatedFile;
 }
 
 }  // namespace
 
-FileHead inspect_head(int fd) {
-    struct stat status;
-    return fstat(fd, &status) == 0 && status.st_size > 0 ? head_of(Source(fd)) : FileHead{};
-}
-
 const char *find_page_fault(int fd, std::uint64_t txnid, bool &stale) {
-    return page_fault(Source(fd), txnid, stale);
+    return page_fault(FileBytes(fd), txnid, stale);
 }
 
-const char *find_fault(std::string_view file) {
-    const Source source(file);
-    const FileHead head = head_of(source);
+const char *find_fault(std::string_view bytes) {
+    const FileBytes file(bytes);
+    const FileHead head = head_of(file);
     bool stale = false;
-    return head.fault != nullptr ? head.fault : page_fault(source, head.txnid, stale);
+    return head.fault != nullptr ? head.fault : page_fault(file, head.txnid, stale);
 }
 
 }  // namespace sysdb_lmdb

@@ -9,16 +9,9 @@
 #include <cstdint>
 #include <string_view>
 
+#include "head_check.hpp"
+
 namespace sysdb_lmdb {
-
-struct FileHead {
-    const char *fault = nullptr;  // the defect, or null
-    std::uint64_t map_bytes = 0;  // the largest map that any process has used
-    std::uint64_t txnid = 0;      // of the newest transaction
-};
-
-// Checks the head of a file before LMDB opens it. An empty file has no fault.
-FileHead inspect_head(int fd);
 
 // The first defect in the pages of one transaction, or null. A reader must keep
 // that transaction open. stale is set when the transaction is not one of the
@@ -28,6 +21,6 @@ const char *find_page_fault(int fd, std::uint64_t txnid, bool &stale);
 // The first defect in the bytes of a whole file, or null: in its head, then in the pages
 // of its newest transaction. An empty file is truncated. For tests that try many files
 // without writing them.
-const char *find_fault(std::string_view file);
+const char *find_fault(std::string_view bytes);
 
 }  // namespace sysdb_lmdb
