@@ -139,12 +139,18 @@ void retire_event_managers(const void *object_base) {
     for (auto &[id, entry] : all.entries) {
         if (entry.manager->owner() == object_base) {
             entry.retired = true;
+            entry.manager->retire();
         }
     }
 }
 
 void release_retired_event_managers() {
-    close_all(withdraw([](std::uint64_t, const Registered &entry) { return entry.retired; }));
+    for (const ManagerPtr &manager :
+         withdraw([](std::uint64_t, const Registered &entry) { return entry.retired; })) {
+        if (!manager->inherited()) {
+            manager->abandon();
+        }
+    }
 }
 
 }  // namespace aaaplatform

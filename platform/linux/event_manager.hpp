@@ -7,6 +7,7 @@
 // looks up, so that a stale one is refused.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -72,6 +73,12 @@ class EventManager {
     void dispatch(const EventRecord &record);
     // Threads in wait() return, and all later calls fail.
     void close();
+    // The code of the owner is about to be unmapped. Until then its threads may be woken to
+    // end; one that cannot be woken stays in wait() for ever, instead of returning into
+    // that code.
+    void retire();
+    // The code is unmapped: as close(), but no thread returns.
+    void abandon();
 
     void add(const ConnectionPtr &connection);
     void remove(const ConnectionPtr &connection);
@@ -88,6 +95,7 @@ class EventManager {
     explicit EventManager(const void *owner);
     void drain_wakeup();
     bool take_async(EventRecord &record);
+    bool take_wakeup(EventRecord &record, bool &ended);
     ConnectionPtr find(std::uint64_t id);
 
     void dispatch_async(std::int32_t code);
@@ -107,8 +115,10 @@ class EventManager {
     const pid_t pid_;
     Descriptor epoll_;
     Descriptor wakeup_;
+    std::atomic<bool> retired_{false};
     std::mutex mutex_;
     bool closed_ = false;
+    bool abandoned_ = false;
     std::deque<std::int32_t> sent_;
     std::vector<AsyncHandler> async_;
     std::unordered_map<std::uint64_t, ConnectionPtr> connections_;

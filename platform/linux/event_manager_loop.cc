@@ -9,6 +9,7 @@
 
 #include <cerrno>
 
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -83,27 +84,40 @@ bool EventManager::take_async(EventRecord &record) {
     return true;
 }
 
-bool EventManager::wait(EventRecord &record) {
-    for (;;) {
-        epoll_event event{};
-        if (epoll_wait(epoll_.get(), &event, 1, -1) != 1) {
-            return false;
-        }
-        if (event.data.u64 == kWakeup) {
-            if (take_async(record)) {
-                return true;
-            }
-            const std::lock_guard lock(mutex_);
-            if (!closed_) {
-                continue;
-            }
-            errno = EBADF;
-            return false;
-        }
-        const bool timer = (event.data.u64 & 1) != 0;
-        record = {timer ? EventRecord::kRetry : EventRecord::kReady, 0, event.data.u64 >> 1, event.events, 0};
+// False when there is nothing to return yet, or at the end, with errno.
+bool EventManager::take_wakeup(EventRecord &record, bool &ended) {
+    if (take_async(record)) {
         return true;
     }
+    const std::lock_guard lock(mutex_);
+    ended = closed_ && !abandoned_;
+    errno = EBADF;
+    return false;
+}
+
+bool EventManager::wait(EventRecord &record) {
+    for (bool ended = false; !ended;) {
+        if (retired_) {  // connections and signals could wake a thread that must not return
+            pollfd wakeup{wakeup_.get(), POLLIN, 0};
+            if (poll(&wakeup, 1, -1) == 1 && take_wakeup(record, ended)) {
+                return true;
+            }
+            continue;
+        }
+        epoll_event event{};
+        const bool has_event = epoll_wait(epoll_.get(), &event, 1, -1) == 1;
+        if (has_event && event.data.u64 == kWakeup) {
+            if (take_wakeup(record, ended)) {
+                return true;
+            }
+        } else if (!retired_) {
+            const bool timer = (event.data.u64 & 1) != 0;
+            record = {timer ? EventRecord::kRetry : EventRecord::kReady, 0, event.data.u64 >> 1, event.events,
+                      0};
+            return has_event;
+        }
+    }
+    return false;
 }
 
 void EventManager::close() {
@@ -111,6 +125,20 @@ void EventManager::close() {
     closed_ = true;
     connections_.clear();
     eventfd_write(wakeup_.get(), 1);
+}
+
+// A thread that waits for any event is woken to wait for the wake-up only.
+void EventManager::retire() {
+    retired_ = true;
+    eventfd_write(wakeup_.get(), 1);
+}
+
+void EventManager::abandon() {
+    const std::lock_guard lock(mutex_);
+    closed_ = true;
+    abandoned_ = true;
+    connections_.clear();
+    drain_wakeup();
 }
 
 ConnectionPtr EventManager::find(std::uint64_t id) {

@@ -19,6 +19,8 @@
 EXPORTED void (*module_unloading)(int in_dlclose);
 EXPORTED cerrno module_bind_code = 0xffffffffu;
 EXPORTED int module_bind_at_unload;
+/* The wake-up of the thread is not sent, as if there were no memory for it. */
+EXPORTED int module_wakes_nobody;
 
 static event_manager_t manager;
 static int32_t wakeup;
@@ -64,7 +66,9 @@ __attribute__((destructor)) static void unload(void) {
             pthread_join(binder, NULL);
         }
         __atomic_store_n(&stop, 1, __ATOMIC_RELEASE);
-        if (event_send_async(manager, wakeup, 0) == 0) {
+        if (module_wakes_nobody) {
+            pthread_detach(worker);
+        } else if (event_send_async(manager, wakeup, 0) == 0) {
             pthread_join(worker, NULL);
         }
     }

@@ -5,10 +5,13 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <set>
 #include <string>
 
 #include "event_loop.hpp"
@@ -79,6 +82,52 @@ TEST(Loader, EventManagersOfUnloadedLibrariesAreReleased) {
         const int32_t code = event_async_attach(own.handle(), 128, nullptr, nullptr);
         ASSERT_EQ(0, event_send_async(own.handle(), code, 0));
         EXPECT_EQ(0, own.step());
+    });
+}
+
+std::size_t threads() {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator("/proc/self/task"), {}));
+}
+
+// The kernel says in which system call a thread is.
+bool waits_for_events(const fs::path &task) {
+    static const std::set<long> calls = {
+#ifdef SYS_epoll_wait
+        SYS_epoll_wait, SYS_poll,
+#endif
+        SYS_epoll_pwait, SYS_ppoll};
+    long call = -1;
+    std::ifstream(task / "syscall") >> call;
+    return calls.count(call) != 0;
+}
+
+std::size_t threads_that_wait_for_events() {
+    std::size_t count = 0;
+    for (const auto &task : fs::directory_iterator("/proc/self/task")) {
+        count += waits_for_events(task.path()) ? 1 : 0;
+    }
+    return count;
+}
+
+// A thread that could not be woken executed code that was not mapped any more when the
+// next event manager was created, which releases those of unloaded libraries.
+TEST(Loader, ThreadThatIsNotWokenAtAnUnloadDoesNotReturn) {
+    run_forked([] {
+        event_manager_destroy(event_manager_create(0, "first", 0, nullptr));
+        const std::size_t before = threads();
+        constexpr std::size_t kRounds = 50;
+        for (std::size_t i = 1; i <= kRounds; ++i) {
+            void *object = load_module();
+            *static_cast<int *>(dlsym(object, "module_wakes_nobody")) = 1;
+            while (threads_that_wait_for_events() < i) {  // those of the rounds before, and this one's
+            }
+            ASSERT_EQ(0, dlclose(object));
+            ASSERT_EQ(1, told);
+            event_manager_destroy(event_manager_create(0, "next", 0, nullptr));  // releases the module's
+            ASSERT_LE(before + i, threads());
+        }
+        ASSERT_EQ(0, dlclose(load_module()));  // one that is woken ends
+        _exit(testing::Test::HasFailure() ? 1 : 0);
     });
 }
 
