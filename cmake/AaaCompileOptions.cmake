@@ -48,9 +48,14 @@ if(AAA_COVERAGE)
   target_link_options(aaa_instrument INTERFACE --coverage LINKER:--exclude-libs,libgcov.a)
 endif()
 if(AAA_BUILD_FUZZERS)
-  # Coverage for the fuzzer; its main function is linked into the fuzz targets only.
+  # Coverage for the fuzzer; its main function is linked into the fuzz targets only. The
+  # checksum of the list compiles everything again when it has changed.
+  set(uncounted "${PROJECT_SOURCE_DIR}/fuzz/uncounted_code")
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${uncounted}")
+  file(MD5 "${uncounted}" checksum)
+  target_compile_definitions(aaa_instrument INTERFACE "AAA_UNCOUNTED_CODE=${checksum}")
   target_compile_options(aaa_instrument INTERFACE
-    -fsanitize=fuzzer-no-link "-fsanitize-coverage-ignorelist=${PROJECT_SOURCE_DIR}/fuzz/uncounted_code"
+    -fsanitize=fuzzer-no-link "-fsanitize-coverage-ignorelist=${uncounted}"
     # Null pointers end the process anyway, and the address sanitizer sees what is too large.
     -fno-sanitize=null,object-size,vptr)
   target_link_options(aaa_instrument INTERFACE -fsanitize=fuzzer-no-link)
