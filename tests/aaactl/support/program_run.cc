@@ -61,13 +61,15 @@ void exchange(int in, int out, int err, const std::string &input, Run &run) {
     }
 }
 
-Run aaactl(const std::vector<std::string> &args, const std::string &input) {
+namespace {
+
+Run run_program(const std::vector<std::string> &args, const std::string &input) {
     signal(SIGPIPE, SIG_IGN);  // a program need not read its input
     int in[2], out[2], err[2];
     EXPECT_EQ(pipe2(in, O_CLOEXEC), 0);
     EXPECT_EQ(pipe2(out, O_CLOEXEC), 0);
     EXPECT_EQ(pipe2(err, O_CLOEXEC), 0);
-    std::vector<char *> argv{const_cast<char *>(AAACTL_PROGRAM)};
+    std::vector<char *> argv;
     for (const std::string &arg : args) {
         argv.push_back(const_cast<char *>(arg.c_str()));
     }
@@ -92,6 +94,20 @@ Run aaactl(const std::vector<std::string> &args, const std::string &input) {
     waitpid(pid, &status, 0);
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return run;
+}
+
+}  // namespace
+
+Run aaactl(const std::vector<std::string> &args, const std::string &input) {
+    std::vector<std::string> all{AAACTL_PROGRAM};
+    all.insert(all.end(), args.begin(), args.end());
+    return run_program(all, input);
+}
+
+Run in_shell(const std::string &line) {
+    const std::string program = AAACTL_PROGRAM;
+    return run_program({"/bin/sh", "-c", "PATH=" + program.substr(0, program.rfind('/')) + ":$PATH; " + line},
+                       "");
 }
 
 }  // namespace aaactl_test

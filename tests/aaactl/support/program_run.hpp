@@ -25,5 +25,7 @@ struct Run {
 void exchange(int in, int out, int err, const std::string &input, Run &run);
 
 Run aaactl(const std::vector<std::string> &args, const std::string &input = "");
+// A command line of a shell that finds the program as "aaactl".
+Run in_shell(const std::string &line);
 
 }  // namespace aaactl_test

@@ -7,6 +7,7 @@
 
 #include "aaa/names.h"
 #include "aaa/server_groups.h"
+#include "config/advice.hpp"
 #include "config/checks.hpp"
 #include "platform/cerr.h"
 
@@ -46,7 +47,7 @@ void check_reverse_map(const Group &group, uint32_t number, Findings &findings) 
                             "the name \"" + escaped(group.name) + "\" maps to number " +
                                 std::to_string(number) + ", but that number maps to " +
                                 (name ? "\"" + escaped(name.get()) + "\"" : std::string("no name")),
-                            "delete the group and create it again: aaactl sg delete, aaactl sg add"});
+                            renumber_group("give the group another number", group)});
     }
 }
 
@@ -57,13 +58,14 @@ void check_number(const Group &group, bool used, Findings &findings) {
     const cerrno rc = aaa_util_lookup_sg_index_and_get_type(group.name.c_str(), &number, &protocol);
     const Severity severity = used ? Severity::error : Severity::warning;
     if (rc == SYSDB_ERR_NOT_FOUND) {
-        findings.push_back({severity, "unnumbered-group", group.path,
-                            "no number is published for it: clients cannot read lists that name it",
-                            "start the AAA server, which publishes the numbers, or run aaactl sg add"});
+        findings.push_back(
+            {severity, "unnumbered-group", group.path,
+             "no number is published for it: clients cannot read lists that name it",
+             change_group("start the AAA server, which publishes the numbers, or publish it", "add", group)});
     } else if (rc != AAA_OK) {
         findings.push_back({Severity::error, "unreadable-number", group.path,
                             std::string("its number cannot be read: ") + escaped(cerr_strerror(rc)),
-                            "delete the group and create it again: aaactl sg delete, aaactl sg add"});
+                            renumber_group("give the group another number", group)});
     } else if (protocol != group.protocol.number) {
         findings.push_back({Severity::error, "ambiguous-group", group.path,
                             "the name selects the group of " +

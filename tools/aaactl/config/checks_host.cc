@@ -12,6 +12,7 @@
 #include "aaa/names.h"
 #include "aaa/server_keys.h"
 #include "cli/secret_input.hpp"
+#include "config/advice.hpp"
 #include "config/checks.hpp"
 #include "database/secret_values.hpp"
 #include "platform/cerr.h"
@@ -123,7 +124,7 @@ Finding unusable_key(const std::string &path, const std::string &sealed) {
 void check_key(const std::string &path, std::string text, Findings &findings) {
     if (!looks_sealed(text)) {
         findings.push_back({Severity::warning, "clear-key", path, "a key is stored in clear text",
-                            "seal it: aaactl key seal"});
+                            seal_item("seal it", path, text)});
     } else if (validate_encrypted_password(text.data()) != AAA_OK) {
         findings.push_back(unusable_key(path, text));
     }
@@ -217,8 +218,7 @@ void check_items(Database &database, Findings &findings) {
         if (!known) {
             findings.push_back({Severity::error, "unreadable-item", item.path,
                                 item.fault + ": no program can read it",
-                                "set it again or delete it: aaactl sysdb set --type, aaactl sysdb del; if "
-                                "that is refused, dump the tree and load it: aaactl sysdb load --replace"});
+                                delete_item("set it again, or delete it", item.path)});
         }
     };
     database.walk(kConfigRoot, visit, unreadable);

@@ -6,6 +6,7 @@
 
 #include "aaa/names.h"
 #include "aaa/server_groups.h"
+#include "config/advice.hpp"
 #include "config/checks.hpp"
 #include "dictionary/enum_words.hpp"
 
@@ -14,25 +15,6 @@ namespace {
 
 bool is_remote(const Method &method) {
     return method.is_group() || protocol_of_method(method.number) != nullptr;
-}
-
-// Methods that an operator can configure; the other numbers are internal to the service.
-bool is_configurable(uint32_t method) {
-    switch (method) {
-        case AAA_METHOD_NONE:
-        case AAA_METHOD_LOCAL:
-        case AAA_METHOD_RADIUS:
-        case AAA_METHOD_TACACSPLUS:
-        case AAA_METHOD_IF_AUTHEN:
-        case AAA_METHOD_SERVER_GROUP:
-        case AAA_METHOD_LINE:
-        case AAA_METHOD_ENABLE:
-        case AAA_METHOD_KERBEROS5:
-        case AAA_METHOD_SYSLOG:
-            return true;
-        default:
-            return false;
-    }
 }
 
 std::string method_text(const Method &method) {
@@ -52,14 +34,14 @@ class ListCheck {
     void run() {
         if (!list_.defect.empty()) {
             error("malformed-list", "it does not hold four methods and four names: " + list_.defect,
-                  "replace it: aaactl mlist set");
+                  set_list("replace it", list_, {}));
             return;
         }
         leading();
         hidden();
         if (methods_.empty()) {
             error("empty-list", "it has no method: " + std::string(what_fails(list_)),
-                  "give it a method, or delete it");
+                  set_list("delete it, or give it a method, such as", list_, {}));
             return;
         }
         for (size_t i = 0; i < methods_.size(); ++i) {
@@ -76,6 +58,26 @@ class ListCheck {
         findings_.push_back({Severity::warning, code, list_.path(), text, remedy});
     }
 
+    // The first of its methods.
+    std::vector<Method> methods(size_t most = kMaxMethods) const {
+        return {methods_.begin(), methods_.begin() + static_cast<ptrdiff_t>(std::min(most, methods_.size()))};
+    }
+    static bool same(const Method &a, const Method &b) { return a.number == b.number && a.group == b.group; }
+    std::vector<Method> distinct() const {
+        std::vector<Method> some;
+        for (const Method &method : methods_) {
+            if (std::none_of(some.begin(), some.end(), [&](const Method &m) { return same(m, method); })) {
+                some.push_back(method);
+            }
+        }
+        return some;
+    }
+    static std::vector<Method> with_local(std::vector<Method> methods) {
+        std::erase_if(methods, [](const Method &method) { return method.number == AAA_METHOD_LOCAL; });
+        methods.push_back({AAA_METHOD_LOCAL, {}, {}});
+        return methods;
+    }
+
     // The check before a group is deleted expects them, and fails at a list without them.
     void leading() {
         if (list_.function == "accounting" && list_.leading.size() != kAccountingIntegers) {
@@ -83,7 +85,7 @@ class ListCheck {
                   "an accounting list begins with three integers before its methods, this one with " +
                       std::to_string(list_.leading.size()) +
                       ": while it exists, no server group can be deleted",
-                  "replace it: aaactl mlist set");
+                  set_list("replace it", list_, methods()));
         }
     }
     void hidden() {
@@ -91,7 +93,7 @@ class ListCheck {
             if (list_.places[i].number != AAA_METHOD_NOTSET) {
                 warning("hidden-method",
                         method_text(list_.places[i]) + " follows an empty place and is never asked",
-                        "close the gap: aaactl mlist set");
+                        set_list("close the gap", list_, list_.places));
             }
         }
     }
@@ -103,7 +105,7 @@ class ListCheck {
             error("unknown-method",
                   "step " + std::to_string(i + 1) + ": " + method_word(method.number) +
                       " is not a method of lists",
-                  "replace it: aaactl mlist set");
+                  set_list("remove it", list_, methods()));
         } else if (is_remote(method) && !method_works(database_, method)) {
             findings_.push_back({Severity::error, "no-servers",
                                  protocol_servers_path(*protocol_of_method(method.number)),
@@ -112,21 +114,20 @@ class ListCheck {
                                  "configure a server, or remove the method from the list"});
         }
         none(i);
-        const auto same = [&](const Method &other) {
-            return other.number == method.number && other.group == method.group;
-        };
-        if (std::any_of(methods_.begin(), methods_.begin() + static_cast<ptrdiff_t>(i), same)) {
+        if (std::any_of(methods_.begin(), methods_.begin() + static_cast<ptrdiff_t>(i),
+                        [&](const Method &other) { return same(other, method); })) {
             warning("repeated-method", method_text(method) + " is asked twice",
-                    "name it once: aaactl mlist set");
+                    set_list("name it once", list_, distinct()));
         }
     }
     void group(const Method &method) {
         if (method.group.empty()) {
-            error("dangling-group", "a server group has no name", "name the group: aaactl mlist set");
+            error("dangling-group", "a server group has no name",
+                  set_list("name the group, or remove it from the list", list_, methods()));
         } else if (method.configured() == nullptr) {
             error("dangling-group",
                   method_text(method) + " does not exist: clients cannot read this list at all",
-                  "create the group, or remove it from the list: aaactl mlist set");
+                  set_list("create the group, or remove it from the list", list_, methods()));
         }
     }
     void none(size_t i) {
@@ -136,12 +137,12 @@ class ListCheck {
         if (i + 1 < methods_.size()) {
             warning("unreachable-method",
                     method_text(methods_[i + 1]) + " follows \"none\", which never passes a request on",
-                    "remove the methods after \"none\": aaactl mlist set");
+                    set_list("remove the methods after \"none\"", list_, methods(i + 1)));
         }
         if (i > 0 && list_.function == "authentication") {
             warning("open-fallback",
                     "when no method before \"none\" answers, every user is admitted unchecked",
-                    "end the list with \"local\" instead: aaactl mlist set");
+                    set_list("end the list with \"local\" instead", list_, with_local(methods(i))));
         }
     }
     void end() {
@@ -153,7 +154,8 @@ class ListCheck {
                    std::all_of(methods_.begin(), methods_.end(), is_remote)) {
             warning("no-fallback",
                     "all of its methods need servers: when none answers, every request is refused",
-                    "end the list with a method of this router, such as \"local\": aaactl mlist set");
+                    set_list("end the list with a method of this router, such as \"local\"", list_,
+                             with_local(methods(kMaxMethods - 1))));
         }
     }
 

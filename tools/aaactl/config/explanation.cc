@@ -15,6 +15,7 @@
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
 #include "aaa/server_groups.h"
+#include "config/advice.hpp"
 #include "config/checks.hpp"
 #include "dictionary/enum_words.hpp"
 #include "platform/cerr.h"
@@ -70,7 +71,7 @@ void look_for_faults(Database &database, Explanation &e) {
         e.findings.push_back(
             {Severity::error, "empty-list", e.list.path(),
              "the list is not configured, and the one that the library supplies has no method",
-             "create it: aaactl mlist set"});
+             set_list("create it", e.list, {})});
     }
     std::set<std::string> seen;
     for (const Step &step : e.steps) {
@@ -91,7 +92,7 @@ void look_for_faults(Database &database, Explanation &e) {
     if (e.configured && e.client.rc != AAA_OK && count(e.findings, Severity::error) == 0) {
         e.findings.push_back({Severity::error, "unreadable-list", e.list.path(),
                               "clients get: " + escaped(cerr_strerror(e.client.rc)),
-                              "inspect the item: aaactl sysdb get"});
+                              "inspect the item: aaactl sysdb get " + shell_word(e.list.path())});
     }
 }
 

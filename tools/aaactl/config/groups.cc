@@ -188,10 +188,14 @@ std::vector<Server> protocol_servers(Database &database, const Protocol &protoco
     return servers;
 }
 
-void check_group_name(const std::string &name) {
+bool is_group_name(const std::string &name) {
     std::string copy = name;  // the library takes it without const
     const bool printable = name.find('\0') == std::string::npos && aaa_is_name_valid(copy.data()) == 1;
-    if (name.empty() || !printable || name.find('/') != std::string::npos || name.size() >= SYSDB_NAME_SIZE) {
+    return !name.empty() && printable && name.find('/') == std::string::npos && name.size() < SYSDB_NAME_SIZE;
+}
+
+void check_group_name(const std::string &name) {
+    if (!is_group_name(name)) {
         throw Failure(
             ExitCode::usage,
             "\"" + escaped(name) + "\" is not a valid name; use 1 to 49 printable characters without '/'");

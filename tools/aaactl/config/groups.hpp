@@ -62,7 +62,9 @@ std::vector<Group> read_groups(Database &database, const Protocol &protocol);
 std::vector<Server> protocol_servers(Database &database, const Protocol &protocol);
 std::string protocol_servers_path(const Protocol &protocol);
 
-// Printable, without '/', and of a length that fits a method list; Failure(usage) otherwise.
+// Whether commands take it as a name: printable, without '/', and of a length that fits a method list.
+bool is_group_name(const std::string &name);
+// Failure(usage) for another name.
 void check_group_name(const std::string &name);
 
 }  // namespace aaactl

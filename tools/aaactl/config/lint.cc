@@ -9,6 +9,7 @@
 #include "aaa/method_lists.h"
 #include "aaa/names.h"
 #include "cli/commands.hpp"
+#include "config/advice.hpp"
 #include "config/checks.hpp"
 
 namespace aaactl {
@@ -70,15 +71,16 @@ class Lint {
     void no_default(const std::string &function, const std::string &service) {
         findings_.push_back({Severity::warning, "no-default-list", list_path(function, service, "default"),
                              "the service has lists, but no default list for requests that name none",
-                             "create it: aaactl mlist set"});
+                             set_list("create it", {function, service, "default", {}, {}, {}}, {})});
     }
 
     // The one service that every router has.
     void logins() {
         if (list_names(database_, "authentication", "login").empty()) {
-            findings_.push_back({Severity::warning, "no-default-list",
-                                 list_path("authentication", "login", "default"),
-                                 "no list is configured for logins", "create it: aaactl mlist set"});
+            findings_.push_back(
+                {Severity::warning, "no-default-list", list_path("authentication", "login", "default"),
+                 "no list is configured for logins",
+                 set_list("create it", {"authentication", "login", "default", {}, {}, {}}, {})});
         }
     }
 
@@ -97,7 +99,7 @@ class Lint {
         for (const Group &group : stale_) {
             findings_.push_back({Severity::warning, "stale-number", number_path(group),
                                  "a number is published for a group that is not configured",
-                                 "remove it: aaactl sg delete"});
+                                 change_group("remove it", "delete", group)});
         }
     }
 

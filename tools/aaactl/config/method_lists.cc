@@ -70,6 +70,24 @@ std::span<const Method> MethodList::methods() const {
     return {places.begin(), std::find_if(places.begin(), places.end(), empty)};
 }
 
+bool is_configurable(uint32_t method) {
+    switch (method) {
+        case AAA_METHOD_NONE:
+        case AAA_METHOD_LOCAL:
+        case AAA_METHOD_RADIUS:
+        case AAA_METHOD_TACACSPLUS:
+        case AAA_METHOD_IF_AUTHEN:
+        case AAA_METHOD_SERVER_GROUP:
+        case AAA_METHOD_LINE:
+        case AAA_METHOD_ENABLE:
+        case AAA_METHOD_KERBEROS5:
+        case AAA_METHOD_SYSLOG:
+            return true;
+        default:
+            return false;
+    }
+}
+
 const std::vector<std::string> &list_functions() {
     static const std::vector<std::string> functions{"authentication", "authorization", "accounting",
                                                     "authorization_nacm"};

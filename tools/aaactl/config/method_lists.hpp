@@ -41,6 +41,9 @@ struct MethodList {
     std::span<const Method> methods() const;
 };
 
+// Whether an operator can configure the method; the other numbers are internal to the service.
+bool is_configurable(uint32_t method);
+
 // The functions that have lists, as words of paths.
 const std::vector<std::string> &list_functions();
 // "/cfg/gl/aaa/authentication/login/default"

@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "config/advice.hpp"
+
+#include <algorithm>
+#include <string_view>
+
+#include "aaa/names.h"
+#include "dictionary/enum_words.hpp"
+
+namespace aaactl {
+namespace {
+
+// A remedy for what has a name that commands refuse.
+std::string under_another_name(const std::string &what) {
+    return what + "; as commands refuse its name, do it under another name and delete this one";
+}
+
+// What begins with a hyphen is an argument, not an option, after "--".
+std::string words(const std::vector<std::string> &arguments) {
+    const bool hyphen = std::any_of(arguments.begin(), arguments.end(),
+                                    [](const std::string &text) { return text.starts_with('-'); });
+    std::string line = hyphen ? " --" : "";
+    for (const std::string &text : arguments) {
+        line += " " + shell_word(text);
+    }
+    return line;
+}
+
+bool can_be_set(const Method &method) {
+    return method.is_group() ? method.configured() != nullptr && is_group_name(method.group)
+                             : is_configurable(method.number);
+}
+
+std::string word_of(const Method &method) {
+    return method.is_group() ? "group:" + method.group : method_word(method.number);
+}
+
+// Whether commands reach the path: printable, and no part of it empty.
+bool can_be_named(const std::string &path) {
+    return path.find("//") == std::string::npos && !path.ends_with('/') &&
+           std::all_of(path.begin(), path.end(), [](char c) { return c >= ' ' && c <= '~'; });
+}
+
+}  // namespace
+
+std::string shell_word(const std::string &text) {
+    constexpr std::string_view kPlain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./:,@%+";
+    if (!text.empty() && text.find_first_not_of(kPlain) == std::string::npos) {
+        return text;
+    }
+    std::string word = "'";
+    for (const char c : text) {
+        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return word + "'";
+}
+
+std::string set_list(const std::string &what, const MethodList &list, std::vector<Method> methods) {
+    if (!is_group_name(list.service) || !is_group_name(list.name)) {
+        return under_another_name(what);
+    }
+    std::erase_if(methods, [](const Method &method) { return !can_be_set(method); });
+    if (methods.empty()) {
+        methods.push_back({AAA_METHOD_LOCAL, {}, {}});
+    }
+    std::vector<std::string> arguments{list.function, list.service, list.name};
+    std::transform(methods.begin(), methods.end(), std::back_inserter(arguments), word_of);
+    return what + ": aaactl mlist set" + words(arguments);
+}
+
+std::string renumber_group(const std::string &what, const Group &group) {
+    if (!is_group_name(group.name)) {
+        return under_another_name(what);
+    }
+    return what + ": aaactl sysdb del" + words({number_path(group)}) + " && aaactl sg add" +
+           words({group.protocol.word, group.name});
+}
+
+std::string change_group(const std::string &what, const char *subcommand, const Group &group) {
+    if (!is_group_name(group.name)) {
+        return under_another_name(what);
+    }
+    return what + ": aaactl sg " + subcommand + words({group.protocol.word, group.name});
+}
+
+std::string delete_item(const std::string &what, const std::string &path) {
+    if (can_be_named(path)) {
+        return what + ": aaactl sysdb del" + words({path});
+    }
+    const std::string tree = path.substr(0, path.find('/', 1) + 1);
+    return what + " by storing the others: aaactl sysdb dump --show-secrets " + tree +
+           " | aaactl sysdb load --replace -";
+}
+
+std::string seal_item(const std::string &what, const std::string &path, const std::string &key) {
+    if (!can_be_named(path) || escaped(key) != key) {
+        return what + " with \"aaactl key seal\", and store the result at this path";
+    }
+    // A variable, so that nothing is stored when a command before that fails.
+    return what + ": key=$(aaactl sysdb get --show-secrets" + words({path}) +
+           " | aaactl key seal) && printf %s \"$key\" | aaactl sysdb set --type string" + words({path});
+}
+
+}  // namespace aaactl

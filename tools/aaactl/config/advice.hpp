@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Commands that remedies of findings advise, with all their arguments: a user pastes them into a shell.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "config/groups.hpp"
+#include "config/method_lists.hpp"
+
+namespace aaactl {
+
+// The text as one word of a shell's command line.
+std::string shell_word(const std::string &text);
+
+// `what`, and the command that stores these methods as the list. Methods that the command would refuse, and
+// groups that do not exist, are left out; a list that would be empty gets the method "local".
+std::string set_list(const std::string &what, const MethodList &list, std::vector<Method> methods);
+
+// `what`, and the command that gives the group another number; its servers and keys remain.
+std::string renumber_group(const std::string &what, const Group &group);
+// `what`, and the command "sg add" or "sg delete" for the group.
+std::string change_group(const std::string &what, const char *subcommand, const Group &group);
+
+// `what`, and the command that deletes the item. Where that cannot name the path, a whole tree is read and
+// stored without the item.
+std::string delete_item(const std::string &what, const std::string &path);
+// `what`, and the command that replaces the clear key at the path by the sealed key, if commands print the
+// key as it is.
+std::string seal_item(const std::string &what, const std::string &path, const std::string &key);
+
+}  // namespace aaactl
