@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// How a server is reached and asked.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "net/address.hpp"
+#include "net/loop.hpp"
+#include "radius/packet.hpp"
+#include "radius/secret.hpp"
+
+namespace radius {
+
+struct ServerSettings {
+    net::Address address;  // with the port of what is asked: 1812, 1813
+    Secret secret;         // shared with the server
+    // The address from which UDP requests are sent, for servers that know their clients by it.
+    std::optional<net::Address> local;
+    // Identifies this system to the server, in every request that has none (NAS-Identifier).
+    std::string nas_identifier;
+    // For a server that sends no Message-Authenticator: its answers can be forged by an
+    // attacker between the two (MD5 collisions), so that a refusal becomes a permission.
+    bool legacy = false;
+
+    // Retransmission (RFC 5080, 2.2.1): the first wait, the longest one, and how often a
+    // request is sent. Each wait is twice the one before, and differs by a tenth at random.
+    net::Time timeout = 2 * net::kSecond;
+    net::Time longest_timeout = 8 * net::kSecond;
+    int tries = 3;
+
+    std::size_t max_sockets = 16;    // with 256 requests in flight on each
+    std::size_t max_queued = 10000;  // requests that wait for one of the others
+    // How long the identifier of a request is not used again when an answer may come late.
+    net::Time rest = 30 * net::kSecond;
+};
+
+// The longest time that a question takes, for callers whose own time is limited.
+net::Time longest_wait(const ServerSettings &settings);
+
+// Why the settings cannot be used; empty when they can.
+std::string fault_of(const ServerSettings &settings);
+
+}  // namespace radius
