@@ -7,14 +7,19 @@
 #include <utility>
 
 #include "radius/exchange.hpp"
+#include "radius/radsec.hpp"
 #include "radius/udp.hpp"
 
 namespace radius {
 
 class Client::Impl {
   public:
-    Impl(net::Loop &loop, ServerSettings settings)
-        : exchanges(loop, std::move(settings)), transport(std::make_unique<UdpTransport>(exchanges)) {
+    Impl(net::Loop &loop, ServerSettings settings) : exchanges(loop, std::move(settings)) {
+        if (exchanges.settings.tls.context != nullptr) {
+            transport = std::make_unique<RadsecTransport>(exchanges);
+        } else {
+            transport = std::make_unique<UdpTransport>(exchanges);
+        }
         exchanges.use(*transport);
     }
 
@@ -30,6 +35,9 @@ std::unique_ptr<Client> Client::make(net::Loop &loop, ServerSettings settings, s
     error = fault_of(settings);
     if (!error.empty()) {
         return nullptr;
+    }
+    if (settings.tls.context != nullptr) {
+        settings.secret = Secret("radsec");
     }
     return std::unique_ptr<Client>(new Client(std::make_unique<Impl>(loop, std::move(settings))));
 }

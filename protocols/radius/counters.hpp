@@ -26,6 +26,8 @@ struct Counters {
     std::uint64_t refused = 0;
     std::uint64_t errors = 0;
     std::uint64_t cancelled = 0;
+    std::uint64_t connections = 0;  // attempts, with TLS
+    std::uint64_t connection_failures = 0;
     // Smoothed as in RFC 6298, over answers to requests that were sent once; 0 before the first.
     net::Time round_trip = 0;
 };

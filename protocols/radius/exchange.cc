@@ -74,6 +74,15 @@ std::uint32_t Exchanges::delay_of(const Exchange &exchange) {
         std::clamp<net::Time>((net::Loop::clock() - exchange.asked) / net::kSecond, 0, UINT32_MAX));
 }
 
+void Exchanges::count_try(Exchange &exchange) {
+    ++(exchange.tries == 0 ? counters.requests : counters.retransmissions);
+    ++exchange.tries;
+    exchange.last_sent = net::Loop::clock();
+    if (exchange.first_sent == 0) {
+        exchange.first_sent = exchange.last_sent;
+    }
+}
+
 void Exchanges::set_timer(Exchange &exchange, net::Time at) {
     exchange.timer.set(std::min(at, exchange.deadline));
 }
@@ -83,19 +92,19 @@ void Exchanges::timed_out(Exchange::Ticket ticket) {
     if (net::Loop::clock() < exchange.deadline) {
         transport_->time_out(exchange);
     } else if (exchange.tries == 0) {
-        finish(exchange, Outcome::Kind::kError,
-               "the deadline has passed before the question could be sent to " + name() + ": " +
-                   std::to_string(all_.size()) + " questions are under way");
+        transport_->expire_unsent(exchange);
     } else {
         finish(exchange, Outcome::Kind::kSilent, silence(exchange));
     }
 }
 
 MessageAuthenticator Exchanges::required(const Request &request) const {
-    // Servers send none in answers to accounting requests, where a forged one gives nobody
+    // The secret of RadSec is known to everybody: TLS protects the answers. And servers send
+    // none in answers to accounting requests, where a forged one gives nobody
     // a right, and where the digest that forging relies on covers no bytes of the attacker.
-    return settings.legacy || request.code() == Code::kAccountingRequest ? MessageAuthenticator::kOptional
-                                                                         : MessageAuthenticator::kRequired;
+    return settings.legacy || settings.tls.context != nullptr || request.code() == Code::kAccountingRequest
+               ? MessageAuthenticator::kOptional
+               : MessageAuthenticator::kRequired;
 }
 
 Fault Exchanges::receive(Channel &channel, std::string_view bytes) {

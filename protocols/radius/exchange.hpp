@@ -73,6 +73,8 @@ class Transport {
     virtual void start(Exchange &exchange) = 0;
     // Its timer, which the transport sets, is due; not called after the deadline.
     virtual void time_out(Exchange &exchange) = 0;
+    // Its deadline has come before it was sent. The transport finishes it.
+    virtual void expire_unsent(Exchange &exchange) = 0;
     // It has ended, with the kind of outcome that it has, or was cancelled. The transport
     // gives up its attempts.
     virtual void forget(Exchange &exchange) = 0;
@@ -91,6 +93,8 @@ class Exchanges {
     std::unique_ptr<Request> make_request(Exchange &exchange, std::uint8_t id, std::uint32_t delay);
     // Seconds since the question was asked, for Acct-Delay-Time.
     static std::uint32_t delay_of(const Exchange &exchange);
+    // A packet of it was sent just now.
+    void count_try(Exchange &exchange);
     // Has its timer called after a wait or at its deadline.
     void set_timer(Exchange &exchange, net::Time at);
 

@@ -9,6 +9,7 @@
 
 #include "net/address.hpp"
 #include "net/loop.hpp"
+#include "net/stream.hpp"
 #include "radius/packet.hpp"
 #include "radius/secret.hpp"
 
@@ -33,6 +34,19 @@ struct ServerSettings {
 
     std::size_t max_sockets = 16;    // with 256 requests in flight on each
     std::size_t max_queued = 10000;  // requests that wait for one of the others
+    // TLS instead of UDP when its context is set (RFC 6614). The secret is then "radsec",
+    // whatever is set above, and answers need no Message-Authenticator.
+    net::TlsPeer tls;
+    net::Time connect_timeout = 5 * net::kSecond;  // TCP and TLS together
+    // The wait after a first failure to connect; each next one is twice as long.
+    net::Time reconnect = net::kSecond / 10;
+    net::Time longest_reconnect = 30 * net::kSecond;
+    // A server that owes answers and sends nothing for so long is asked whether it is there
+    // (Status-Server); when it sends nothing for so long again, the connection is lost.
+    net::Time watchdog = 5 * net::kSecond;
+    net::Time idle = 20 * net::kSecond;  // servers close after 30 s, often in the middle of a request
+    std::size_t max_connections = 4;     // with 255 requests in flight on each
+
     // How long the identifier of a request is not used again when an answer may come late.
     net::Time rest = 30 * net::kSecond;
 };

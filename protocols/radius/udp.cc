@@ -120,12 +120,7 @@ void UdpTransport::transmit(Exchange &exchange, std::size_t number) {
         return;
     }
     ++attempt.sent;
-    ++(exchange.tries == 0 ? exchanges_.counters.requests : exchanges_.counters.retransmissions);
-    ++exchange.tries;
-    exchange.last_sent = net::Loop::clock();
-    if (exchange.first_sent == 0) {
-        exchange.first_sent = exchange.last_sent;
-    }
+    exchanges_.count_try(exchange);
     exchange.wait = wait_after_try(exchanges_.settings, exchange.wait, random_fraction());
     exchanges_.set_timer(exchange, exchange.last_sent + exchange.wait);
 }
@@ -161,6 +156,12 @@ void UdpTransport::time_out(Exchange &exchange) {
         }
     }
     transmit(exchange, exchange.attempts.size() - 1);
+}
+
+void UdpTransport::expire_unsent(Exchange &exchange) {
+    exchanges_.finish(exchange, Kind::kError,
+                      "the deadline has passed before the question could be sent to " + exchanges_.name() +
+                          ": " + std::to_string(exchanges_.size()) + " questions are under way");
 }
 
 // An identifier whose request was answered at once is free. Others rest: answers may still

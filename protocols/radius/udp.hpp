@@ -21,6 +21,7 @@ class UdpTransport : public Transport {
 
     void start(Exchange &exchange) override;
     void time_out(Exchange &exchange) override;
+    void expire_unsent(Exchange &exchange) override;
     void forget(Exchange &exchange) override;
 
   private:

@@ -46,6 +46,21 @@ TEST(RadiusSettings, NeedASecret) {
               "the server has no shared secret: without one anybody could answer for it");
 }
 
+TEST(RadiusSettings, NeedANameInsteadForTls) {
+    std::string error;
+    const auto context = net::TlsContext::make({}, error);
+    ASSERT_NE(context, nullptr) << error;
+    EXPECT_EQ(fault_after([&](auto &s) {
+                  s.secret = Secret();
+                  s.tls = {context, "aaa.test"};
+              }),
+              "");
+    EXPECT_EQ(fault_after([&](auto &s) {
+                  s.tls = {context, ""};
+              }),
+              "the name in the server's certificate is not set");
+}
+
 TEST(RadiusSettings, NeedNumbersInTheirRanges) {
     const std::string times = "the times must be above 0 and at most an hour";
     EXPECT_EQ(fault_after([](auto &s) { s.timeout = 0; }), times);
@@ -57,6 +72,10 @@ TEST(RadiusSettings, NeedNumbersInTheirRanges) {
     EXPECT_EQ(fault_after([](auto &s) { s.tries = 101; }), "the number of tries must be 1 to 100");
     EXPECT_EQ(fault_after([](auto &s) { s.max_sockets = 0; }), "the number of sockets must be 1 to 256");
     EXPECT_EQ(fault_after([](auto &s) { s.max_sockets = 257; }), "the number of sockets must be 1 to 256");
+    EXPECT_EQ(fault_after([](auto &s) { s.max_connections = 0; }),
+              "the number of connections must be 1 to 256");
+    EXPECT_EQ(fault_after([](auto &s) { s.watchdog = 0; }),
+              "the times of connections must be above 0 and at most an hour");
     EXPECT_EQ(fault_after([](auto &s) { s.nas_identifier = std::string(254, 'n'); }),
               "the NAS identifier is longer than 253 bytes");
 }
