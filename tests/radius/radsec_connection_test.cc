@@ -163,7 +163,7 @@ TEST(RadsecConnection, IsGivenUpWhenTheWatchdogIsNotAnswered) {
             EXPECT_EQ(next_packet(side).code(), 12);
             EXPECT_EQ(side.read(), "");
         },
-        nullptr, 200 * net::kMillisecond);
+        nullptr, net::kSecond);
     EXPECT_EQ(outcome.kind, Kind::kAnswer);
     EXPECT_EQ(outcome.tries, 2);
 }
@@ -177,15 +177,20 @@ TEST(RadsecConnection, WatchesForQuestionsThatHaveEnded) {
     TlsServer server(
         [&](Server &listener) {
             ServerSide side = listener.accept();
-            side.write(answer_to(next_packet(side)));
-            EXPECT_EQ(next_packet(side).code(), 1);
-            EXPECT_EQ(next_packet(side).code(), 12);
-            EXPECT_EQ(side.read(), "");
+            int logins = 0, watchdogs = 0;
+            for (Packet packet = next_packet(side); !packet.bytes.empty(); packet = next_packet(side)) {
+                logins += packet.code() == 1;
+                watchdogs += packet.code() == 12 && logins == 2;
+                if (logins < 2) {
+                    side.write(answer_to(packet));
+                }
+            }
+            EXPECT_EQ(watchdogs, 1);
             loop.post([&] { closed = true; });
         },
         tls);
     ServerSettings settings = server.settings(tls);
-    settings.watchdog = 50 * net::kMillisecond;
+    settings.watchdog = net::kSecond / 2;
     const auto client = make_client(loop, settings);
     Result open(loop);
     client->ask(login(), open.done());
