@@ -151,7 +151,7 @@ TEST(RadiusClient, DropsTheRightsInAReject) {
     server.answer(server.next(), Code::kAccessReject,
                   attribute(Type::kServiceType, std::string("\0\0\0\6", 4)) +
                       attribute(Type::kReplyMessage, "Account locked") +
-                      attribute(Type::kVendorSpecific, std::string("\0\0\0\11\1\3x", 7)));
+                      attribute(Type::kVendorSpecific, std::string("\0\0\x7e\xd9\1\3x", 7)));
     const Answer &answer = result.wait().answer;
     EXPECT_EQ(answer.text(), "Account locked");
     EXPECT_EQ(answer.service_type(), std::nullopt);

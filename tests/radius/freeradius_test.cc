@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "radius/udp_server.hpp"
+#include "radius/vendor_map.hpp"
 
 namespace radius {
 namespace {
@@ -63,6 +64,18 @@ std::unique_ptr<FreeRadius> RadiusWithFreeRadius::server_;
 
 TEST_F(RadiusWithFreeRadius, AcceptsAPassword) {
     expect_rights_of_alice(ask(server_->authentication(), login()).answer);
+}
+
+TEST_F(RadiusWithFreeRadius, SendsAttributesOfAVendor) {
+    std::string error;
+    const auto map = VendorMap::parse("32473 1 text group\n32473 2 number privilege\n", "map", error);
+    ASSERT_TRUE(map) << error;
+    const Outcome outcome = ask(server_->authentication(), login());
+    const VendorMap::Values values = map->read(outcome.answer.attributes());
+    ASSERT_EQ(values.values.size(), 2U);
+    EXPECT_TRUE(values.faults.empty());
+    EXPECT_EQ(values.values[0].name + "=" + values.values[0].text, "group=admins");
+    EXPECT_EQ(values.values[1].name + "=" + values.values[1].text, "privilege=15");
 }
 
 TEST_F(RadiusWithFreeRadius, RejectsAWrongPassword) {
