@@ -22,7 +22,8 @@ std::string_view PacketStream::next() {
     if (is_damaged_ || rest.size() < kLengthEnd) {
         return {};
     }
-    const std::size_t length = static_cast<unsigned char>(rest[2]) << 8 | static_cast<unsigned char>(rest[3]);
+    const std::size_t length =
+        static_cast<unsigned char>(rest[2]) * 256U + static_cast<unsigned char>(rest[3]);
     is_damaged_ = length < kHeadSize || length > kMaxPacket;
     if (is_damaged_ || rest.size() < length) {
         return {};

@@ -19,7 +19,7 @@ std::string seconds(net::Time time) {
 }  // namespace
 
 RadsecConnection::RadsecConnection(net::Loop &loop, const ServerSettings &settings, Calls calls)
-    : loop_(loop), settings_(settings), calls_(std::move(calls)), timer_(loop, [this] { due(); }) {
+    : settings_(settings), calls_(std::move(calls)), timer_(loop, [this] { due(); }) {
     static_cast<void>(ids.take(0));  // kWatchdogId, which is the first
     stream_ = std::make_unique<net::Stream>(
         loop, settings.address, settings.tls,

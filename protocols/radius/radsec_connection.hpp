@@ -51,7 +51,6 @@ class RadsecConnection : public Channel {
     void due();
     void send_watchdog();
 
-    net::Loop &loop_;
     const ServerSettings &settings_;
     Calls calls_;
     PacketStream packets_;
