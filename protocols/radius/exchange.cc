@@ -187,7 +187,9 @@ void Exchanges::deliver() {
         }
         const auto exchange = std::move(found->second);
         all_.erase(found);
-        exchange->done(exchange->outcome);
+        if (exchange->done) {
+            exchange->done(exchange->outcome);
+        }
         exchange->done = nullptr;  // which may destroy the client, too
         if (alive.expired()) {
             return;

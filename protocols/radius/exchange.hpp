@@ -73,7 +73,7 @@ class Transport {
     virtual void start(Exchange &exchange) = 0;
     // Its timer, which the transport sets, is due; not called after the deadline.
     virtual void time_out(Exchange &exchange) = 0;
-    // Its deadline has come before it was sent. The transport finishes it.
+    // Its time has come before it was sent. The transport finishes it.
     virtual void expire_unsent(Exchange &exchange) = 0;
     // It has ended, with the kind of outcome that it has, or was cancelled. The transport
     // gives up its attempts.

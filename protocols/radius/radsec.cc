@@ -100,13 +100,15 @@ void RadsecTransport::transmit(Exchange &exchange, RadsecConnection &connection)
 }
 
 void RadsecTransport::received(RadsecConnection &connection, std::string_view packet) {
-    failures_ = 0;
-    next_connect_ = 0;
     const Fault fault = exchanges_.receive(connection, packet);
-    if (fault == Fault::kOtherRequest) {
+    if (fault == Fault::kNone) {
+        connection.note_answer();
+        failures_ = 0;
+        next_connect_ = 0;
+    } else if (fault == Fault::kOtherRequest) {
         connection.take_abandoned(static_cast<std::uint8_t>(packet[1]));
         tidying_.set(exchanges_.loop.now());
-    } else if (fault != Fault::kNone) {
+    } else {
         // TLS delivers what the server has sent, so the server is broken (RFC 6613, 2.6.4).
         connection.close("the server has sent a damaged packet or one with a wrong authenticator");
     }
@@ -131,7 +133,7 @@ void RadsecTransport::forget(Exchange &exchange) {
 }
 
 void RadsecTransport::lost(RadsecConnection &connection, std::string_view reason) {
-    const bool failed = !connection.is_open() || (!connection.has_heard() && connection.in_flight() > 0);
+    const bool failed = !connection.is_open() || (!connection.has_answered() && connection.in_flight() > 0);
     std::vector<Exchange *> in_flight;
     for (Channel::Slot &slot : connection.slots) {
         if (slot.exchange != nullptr) {

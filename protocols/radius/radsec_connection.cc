@@ -55,7 +55,6 @@ void RadsecConnection::received(std::string_view bytes) {
     packets_.add(bytes);
     for (std::string_view packet = packets_.next(); !packet.empty() && !is_closed_;
          packet = packets_.next()) {
-        has_heard_ = true;
         if (static_cast<std::uint8_t>(packet[1]) != kWatchdogId) {
             calls_.received(*this, packet);
             continue;
@@ -64,6 +63,7 @@ void RadsecConnection::received(std::string_view bytes) {
         if (watchdog_ != nullptr && Reply::read(packet, *watchdog_, settings_.secret.view(),
                                                 MessageAuthenticator::kOptional, reply) == Fault::kNone) {
             watchdog_.reset();
+            note_answer();
         }
     }
     if (packets_.is_damaged()) {

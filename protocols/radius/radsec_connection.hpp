@@ -29,7 +29,9 @@ class RadsecConnection : public Channel {
     RadsecConnection(net::Loop &loop, const ServerSettings &settings, Calls calls);
 
     bool is_open() const { return is_open_; }
-    bool has_heard() const { return has_heard_; }
+    // Whether the server has sent a valid packet.
+    bool has_answered() const { return has_answered_; }
+    void note_answer() { has_answered_ = true; }
     // Requests of which the outcome is waited for.
     std::size_t in_flight() const { return ids.taken() - 1 - abandoned_.count(); }
 
@@ -59,7 +61,7 @@ class RadsecConnection : public Channel {
     net::Timer timer_;                   // the limit of connecting, then the watchdog's
     net::Time heard_ = 0;                // when something came last, or a request was sent after a pause
     bool is_open_ = false;
-    bool has_heard_ = false;
+    bool has_answered_ = false;
     bool is_closed_ = false;
     std::unique_ptr<net::Stream> stream_;
 };

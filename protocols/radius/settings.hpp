@@ -21,6 +21,7 @@ struct ServerSettings {
     // The address from which UDP requests are sent, for servers that know their clients by it.
     std::optional<net::Address> local;
     // Identifies this system to the server, in every request that has none (NAS-Identifier).
+    // RFC 2865 demands this or NAS-IP-Address in each access request.
     std::string nas_identifier;
     // For a server that sends no Message-Authenticator: its answers can be forged by an
     // attacker between the two (MD5 collisions), so that a refusal becomes a permission.
@@ -51,7 +52,8 @@ struct ServerSettings {
     net::Time rest = 30 * net::kSecond;
 };
 
-// The longest time that a question takes, for callers whose own time is limited.
+// The longest time that a question takes after it was sent, for callers whose own time is
+// limited. One that has to wait for an identifier may take as long before.
 net::Time longest_wait(const ServerSettings &settings);
 
 // Why the settings cannot be used; empty when they can.

@@ -86,6 +86,7 @@ void UdpTransport::start(Exchange &exchange) {
                               " wait already; it answers too slowly or not at all");
     } else {
         queue_.push_back(&exchange);
+        exchanges_.set_timer(exchange, exchange.asked + longest_wait(exchanges_.settings));
         tidying_.set(sockets_.front()->ids.next_free());
     }
 }
@@ -145,6 +146,10 @@ bool UdpTransport::needs_new_packet(const Exchange &exchange) const {
 }
 
 void UdpTransport::time_out(Exchange &exchange) {
+    if (exchange.tries == 0) {
+        expire_unsent(exchange);
+        return;
+    }
     if (exchange.tries >= exchanges_.settings.tries) {
         exchanges_.finish(exchange, Kind::kSilent, exchanges_.silence(exchange));
         return;
@@ -160,8 +165,8 @@ void UdpTransport::time_out(Exchange &exchange) {
 
 void UdpTransport::expire_unsent(Exchange &exchange) {
     exchanges_.finish(exchange, Kind::kError,
-                      "the deadline has passed before the question could be sent to " + exchanges_.name() +
-                          ": " + std::to_string(exchanges_.size()) + " questions are under way");
+                      "the question could not be sent to " + exchanges_.name() +
+                          " in time: " + std::to_string(exchanges_.size()) + " questions are under way");
 }
 
 // An identifier whose request was answered at once is free. Others rest: answers may still

@@ -102,6 +102,7 @@ TEST(RadsecConnection, IsGivenUpAfterAWrongAuthenticator) {
     EXPECT_EQ(outcome.kind, Kind::kAnswer);
     EXPECT_EQ(outcome.tries, 2);
     EXPECT_EQ(counters.dropped[static_cast<std::size_t>(Fault::kForged)], 1U);
+    EXPECT_EQ(counters.connection_failures, 1U);
 }
 
 TEST(RadsecConnection, GoesOnAfterAnswersToNothing) {

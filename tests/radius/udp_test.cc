@@ -221,8 +221,34 @@ TEST(RadiusUdp, EndsAQueuedQuestionAtItsDeadline) {
     const Outcome &outcome = result.wait();
     EXPECT_EQ(outcome.kind, Kind::kError);
     EXPECT_EQ(outcome.tries, 0);
-    EXPECT_EQ(outcome.text, "the deadline has passed before the question could be sent to " +
-                                server.address().text() + ": 257 questions are under way");
+    EXPECT_EQ(outcome.text, "the question could not be sent to " + server.address().text() +
+                                " in time: 257 questions are under way");
+}
+
+// The server is dead, and more questions come than there are identifiers. The third batch
+// would be sent when the second has been given up, which takes too long.
+TEST(RadiusUdp, EndsAQueuedQuestionThatIsNeverSent) {
+    net::Loop loop;
+    UdpServer server(loop);
+    ServerSettings settings = server.settings();
+    settings.max_sockets = 1;
+    settings.tries = 1;
+    settings.rest = 3600 * net::kSecond;
+    settings.timeout = settings.longest_timeout = net::kSecond / 2;
+    const auto client = make_client(loop, settings);
+    int silent = 0, unsent = 0;
+    for (int i = 0; i < 600; ++i) {
+        client->ask(login(), [&](const Outcome &outcome) {
+            silent += outcome.kind == Kind::kSilent;
+            unsent += outcome.kind == Kind::kError && outcome.tries == 0;
+        });
+    }
+    while (client->under_way() > 0) {
+        loop.run_once(INT64_MAX);
+    }
+    EXPECT_EQ(silent + unsent, 600);
+    EXPECT_GE(silent, 256);
+    EXPECT_GE(unsent, 600 - 2 * 256);
 }
 
 // A late answer must not meet the next request that has its identifier.
