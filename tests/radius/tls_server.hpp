@@ -4,6 +4,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <functional>
 #include <memory>
@@ -70,7 +71,15 @@ class TlsServer {
     using Script = std::function<void(net_test::Server &)>;
 
     explicit TlsServer(Script script, const TestTls &tls)
-        : server_(tls.identity), thread_([this, script = std::move(script)] { script(server_); }) {}
+        : server_(tls.identity), thread_([this, script = std::move(script)] {
+              // The client may close while the server writes. Only this thread ignores that: the
+              // client has to take care of itself.
+              sigset_t broken_pipe;
+              sigemptyset(&broken_pipe);
+              sigaddset(&broken_pipe, SIGPIPE);
+              pthread_sigmask(SIG_BLOCK, &broken_pipe, nullptr);
+              script(server_);
+          }) {}
     ~TlsServer() { thread_.join(); }
     TlsServer(const TlsServer &) = delete;
     TlsServer &operator=(const TlsServer &) = delete;
