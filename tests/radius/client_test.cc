@@ -21,12 +21,6 @@ using radius_test::Result;
 using radius_test::UdpServer;
 using Kind = Outcome::Kind;
 
-ServerSettings patient(const UdpServer &server) {
-    ServerSettings settings = server.settings();
-    settings.timeout = settings.longest_timeout = 3600 * net::kSecond;
-    return settings;
-}
-
 TEST(RadiusClient, RefusesSettingsThatCannotWork) {
     net::Loop loop;
     std::string error;
@@ -37,7 +31,7 @@ TEST(RadiusClient, RefusesSettingsThatCannotWork) {
 TEST(RadiusClient, GetsAnAnswer) {
     net::Loop loop;
     UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     Result result(loop);
     EXPECT_NE(client->ask(login(), result.done()), 0U);
     EXPECT_EQ(client->under_way(), 1U);
@@ -67,7 +61,7 @@ TEST(RadiusClient, GetsAnAnswer) {
 TEST(RadiusClient, CountsAnswersByCode) {
     net::Loop loop;
     UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     for (const Code code : {Code::kAccessReject, Code::kAccessChallenge}) {
         Result result(loop);
         client->ask(login(), result.done());
@@ -93,7 +87,7 @@ TEST(RadiusClient, CountsAnswersByCode) {
 TEST(RadiusClient, AsksWhetherTheServerIsThere) {
     net::Loop loop;
     UdpServer server(loop);
-    ServerSettings settings = patient(server);
+    ServerSettings settings = server.patient_settings();
     settings.nas_identifier = "router-1";
     const auto client = make_client(loop, settings);
     Result result(loop);
@@ -109,7 +103,7 @@ TEST(RadiusClient, AsksWhetherTheServerIsThere) {
 TEST(RadiusClient, NamesThisSystemUnlessTheQuestionDoes) {
     net::Loop loop;
     UdpServer server(loop);
-    ServerSettings settings = patient(server);
+    ServerSettings settings = server.patient_settings();
     settings.nas_identifier = "router-1";
     const auto client = make_client(loop, settings);
     Question question = login();
@@ -123,7 +117,7 @@ TEST(RadiusClient, NamesThisSystemUnlessTheQuestionDoes) {
 TEST(RadiusClient, CarriesTheStateOfAChallenge) {
     net::Loop loop;
     UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     Result first(loop);
     client->ask(login(), first.done());
     server.answer(server.next(), Code::kAccessChallenge,
@@ -145,7 +139,7 @@ TEST(RadiusClient, CarriesTheStateOfAChallenge) {
 TEST(RadiusClient, DropsTheRightsInAReject) {
     net::Loop loop;
     UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     Result result(loop);
     client->ask(login(), result.done());
     server.answer(server.next(), Code::kAccessReject,
@@ -161,7 +155,7 @@ TEST(RadiusClient, DropsTheRightsInAReject) {
 TEST(RadiusClient, AnswersInAnyOrder) {
     net::Loop loop;
     UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     constexpr int kQuestions = 40;
     std::vector<Result> results;
     std::vector<Packet> requests;
@@ -182,7 +176,7 @@ TEST(RadiusClient, AnswersInAnyOrder) {
 TEST(RadiusClient, CallsNothingForACancelledQuestion) {
     net::Loop loop;
     UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     Result cancelled(loop), kept(loop);
     const Client::Ticket ticket = client->ask(login("one"), cancelled.done());
     client->ask(login("two"), kept.done());
@@ -203,7 +197,7 @@ TEST(RadiusClient, CallsNothingForACancelledQuestion) {
 TEST(RadiusClient, CanBeCancelledBetweenTheAnswerAndTheCall) {
     net::Loop loop;
     UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     Client::Ticket second = 0;
     int calls = 0;
     client->ask(login("one"), [&](const Outcome &) {
@@ -225,7 +219,7 @@ TEST(RadiusClient, CanBeCancelledBetweenTheAnswerAndTheCall) {
 TEST(RadiusClient, EndsAtTheDeadline) {
     net::Loop loop;
     UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     Result result(loop);
     client->ask(login(), result.done(), net::Loop::clock() + net::kSecond / 5);
     const Outcome &outcome = result.wait();
@@ -237,7 +231,7 @@ TEST(RadiusClient, EndsAtTheDeadline) {
 TEST(RadiusClient, SendsNothingAfterTheDeadline) {
     net::Loop loop;
     UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     Result result(loop);
     client->ask(login(), result.done(), net::Loop::clock());
     EXPECT_FALSE(result.is_there());  // never called within ask()
@@ -252,7 +246,7 @@ TEST(RadiusClient, SendsNothingAfterTheDeadline) {
 TEST(RadiusClient, SaysWhatCannotBeSent) {
     net::Loop loop;
     UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     Result result(loop);
     client->ask(login("alice", std::string(129, 'p')), result.done());
     EXPECT_FALSE(result.is_there());
@@ -268,7 +262,7 @@ TEST(RadiusClient, SaysWhatCannotBeSent) {
 TEST(RadiusClient, CanBeAskedAgainByAnOutcome) {
     net::Loop loop;
     UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     Result second(loop);
     client->ask(login("one"), [&](const Outcome &) { client->ask(login("two"), second.done()); });
     server.answer(server.next());
@@ -282,7 +276,7 @@ TEST(RadiusClient, CanBeAskedAgainByAnOutcome) {
 TEST(RadiusClient, LetsTheLoopGoOnWhenFailuresAskAgain) {
     net::Loop loop;
     UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     int calls = 0;
     std::function<void(const Outcome &)> again = [&](const Outcome &) {
         ++calls;
@@ -300,7 +294,7 @@ TEST(RadiusClient, LetsTheLoopGoOnWhenFailuresAskAgain) {
 TEST(RadiusClient, CanBeDestroyedByAnOutcome) {
     net::Loop loop;
     UdpServer server(loop);
-    auto client = make_client(loop, patient(server));
+    auto client = make_client(loop, server.patient_settings());
     int calls = 0;
     const auto destroy = [&, text = std::string(100, 'x')](const Outcome &) {
         ++calls;
@@ -324,7 +318,7 @@ TEST(RadiusClient, CanBeDestroyedByAnOutcome) {
 TEST(RadiusClient, CanBelongToTheFunctionOfAQuestion) {
     net::Loop loop;
     UdpServer server(loop);
-    std::shared_ptr<Client> client = make_client(loop, patient(server));
+    std::shared_ptr<Client> client = make_client(loop, server.patient_settings());
     Client *const raw = client.get();
     bool called = false;
     raw->ask(login(), [&called, client](const Outcome &) { called = true; });
@@ -343,7 +337,7 @@ TEST(RadiusClient, CanBelongToTheFunctionOfAQuestion) {
 TEST(RadiusClient, EndsWithQuestionsUnderWay) {
     net::Loop loop;
     UdpServer server(loop);
-    auto client = make_client(loop, patient(server));
+    auto client = make_client(loop, server.patient_settings());
     Result sent(loop), failed(loop);
     client->ask(login(), sent.done());
     client->ask(login(), failed.done(), 0);

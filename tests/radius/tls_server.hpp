@@ -99,4 +99,9 @@ class TlsServer {
     std::thread thread_;
 };
 
+// Of a server whose port is closed.
+inline radius::ServerSettings settings_of_nothing(const TestTls &tls) {
+    return TlsServer([](net_test::Server &) {}, tls).settings(tls);
+}
+
 }  // namespace radius_test

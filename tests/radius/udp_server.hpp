@@ -71,6 +71,13 @@ class UdpServer {
         return settings;
     }
 
+    // Without an end of the wait.
+    radius::ServerSettings patient_settings() const {
+        radius::ServerSettings patient = settings();
+        patient.timeout = patient.longest_timeout = 3600 * net::kSecond;
+        return patient;
+    }
+
     // The next request. The loop runs only if none is there.
     Packet next() {
         receive();

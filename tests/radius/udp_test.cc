@@ -4,11 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <map>
-#include <set>
 #include <string>
-#include <vector>
 
 #include "radius/udp_server.hpp"
 
@@ -21,20 +17,6 @@ using radius_test::Packet;
 using radius_test::Result;
 using radius_test::UdpServer;
 using Kind = Outcome::Kind;
-
-ServerSettings patient(const UdpServer &server) {
-    ServerSettings settings = server.settings();
-    settings.timeout = settings.longest_timeout = 3600 * net::kSecond;
-    return settings;
-}
-
-int descriptors() {
-    int count = 0;
-    for ([[maybe_unused]] const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        ++count;
-    }
-    return count;
-}
 
 void ignore(const Outcome &) {}
 
@@ -77,7 +59,7 @@ TEST(RadiusUdp, TakesTheAnswerToALaterTry) {
 TEST(RadiusUdp, CountsAnAnswerThatComesTwice) {
     net::Loop loop;
     UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     Result result(loop), next(loop);
     client->ask(login(), result.done());
     const Packet request = server.next();
@@ -139,181 +121,12 @@ TEST(RadiusUdp, RepeatsARecordThatHasNotAged) {
     }
 }
 
-// ---- identifiers
-
-TEST(RadiusUdp, OpensAFurtherSocketForThe257thRequest) {
-    net::Loop loop;
-    UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
-    const int descriptors_of_one = descriptors() + 1;
-    constexpr int kQuestions = 600;
-    std::map<int, std::set<int>> ids_of_port;
-    std::vector<Packet> requests;
-    int answers = 0;
-    for (int i = 0; i < kQuestions; ++i) {
-        client->ask(login(), [&](const Outcome &outcome) { answers += outcome.kind == Kind::kAnswer; });
-        requests.push_back(server.next());
-        ids_of_port[requests.back().port()].insert(requests.back().id());
-    }
-    ASSERT_EQ(ids_of_port.size(), 3U);
-    std::size_t different = 0;
-    for (const auto &[port, ids] : ids_of_port) {
-        different += ids.size();
-    }
-    EXPECT_EQ(different, static_cast<std::size_t>(kQuestions));
-    for (const Packet &request : requests) {
-        server.answer(request);
-        loop.run_once(INT64_MAX);
-    }
-    while (client->under_way() > 0) {
-        loop.run_once(INT64_MAX);
-    }
-    EXPECT_EQ(answers, kQuestions);
-    // The further sockets are closed when they are not needed.
-    loop.run_once(0);
-    client->ask(login(), ignore);
-    EXPECT_EQ(server.next().port(), requests.front().port());
-    EXPECT_EQ(descriptors(), descriptors_of_one);
-}
-
-TEST(RadiusUdp, QueuesWhatHasNoIdentifier) {
-    net::Loop loop;
-    UdpServer server(loop);
-    ServerSettings settings = patient(server);
-    settings.max_sockets = 1;
-    settings.max_queued = 2;
-    const auto client = make_client(loop, settings);
-    std::vector<Packet> requests;
-    for (int i = 0; i < 256; ++i) {
-        client->ask(login(), ignore);
-        requests.push_back(server.next());
-    }
-    Result queued(loop), cancelled(loop), refused(loop);
-    client->ask(login("queued"), queued.done());
-    const Client::Ticket ticket = client->ask(login("cancelled"), cancelled.done());
-    client->ask(login("refused"), refused.done());
-    const Outcome &outcome = refused.wait();
-    EXPECT_EQ(outcome.kind, Kind::kError);
-    EXPECT_EQ(outcome.text, "2 questions to " + server.address().text() +
-                                " wait already; it answers too slowly or not at all");
-    EXPECT_FALSE(server.has_one());
-    client->cancel(ticket);
-    server.answer(requests[7]);
-    const Packet next = server.next();
-    EXPECT_EQ(next.text(Type::kUserName), "queued");
-    EXPECT_EQ(next.id(), requests[7].id());
-    server.answer(next);
-    EXPECT_EQ(queued.wait().kind, Kind::kAnswer);
-    EXPECT_FALSE(cancelled.is_there());
-}
-
-TEST(RadiusUdp, EndsAQueuedQuestionAtItsDeadline) {
-    net::Loop loop;
-    UdpServer server(loop);
-    ServerSettings settings = patient(server);
-    settings.max_sockets = 1;
-    const auto client = make_client(loop, settings);
-    for (int i = 0; i < 256; ++i) {
-        client->ask(login(), ignore);
-    }
-    Result result(loop);
-    client->ask(login(), result.done(), net::Loop::clock() + net::kSecond / 5);
-    const Outcome &outcome = result.wait();
-    EXPECT_EQ(outcome.kind, Kind::kError);
-    EXPECT_EQ(outcome.tries, 0);
-    EXPECT_EQ(outcome.text, "the question could not be sent to " + server.address().text() +
-                                " in time: 257 questions are under way");
-}
-
-// The server is dead, and more questions come than there are identifiers. The third batch
-// would be sent when the second has been given up, which takes too long.
-TEST(RadiusUdp, EndsAQueuedQuestionThatIsNeverSent) {
-    net::Loop loop;
-    UdpServer server(loop);
-    ServerSettings settings = server.settings();
-    settings.max_sockets = 1;
-    settings.tries = 1;
-    settings.rest = 3600 * net::kSecond;
-    settings.timeout = settings.longest_timeout = net::kSecond / 2;
-    const auto client = make_client(loop, settings);
-    int silent = 0, unsent = 0;
-    for (int i = 0; i < 600; ++i) {
-        client->ask(login(), [&](const Outcome &outcome) {
-            silent += outcome.kind == Kind::kSilent;
-            unsent += outcome.kind == Kind::kError && outcome.tries == 0;
-        });
-    }
-    while (client->under_way() > 0) {
-        loop.run_once(INT64_MAX);
-    }
-    EXPECT_EQ(silent + unsent, 600);
-    EXPECT_GE(silent, 256);
-    EXPECT_GE(unsent, 600 - 2 * 256);
-}
-
-// A late answer must not meet the next request that has its identifier.
-TEST(RadiusUdp, DoesNotReuseAnIdentifierWhoseAnswerMayComeLate) {
-    net::Loop loop;
-    UdpServer server(loop);
-    ServerSettings settings = patient(server);
-    settings.max_sockets = 1;
-    const auto client = make_client(loop, settings);
-    const Client::Ticket cancelled = client->ask(login(), ignore);
-    const Packet first = server.next();
-    client->cancel(cancelled);
-    for (int i = 0; i < 255; ++i) {
-        client->ask(login(), ignore);
-        EXPECT_NE(server.next().id(), first.id());
-    }
-    Result waits(loop);
-    client->ask(login(), waits.done());
-    EXPECT_FALSE(server.has_one());
-    server.answer(first);
-    loop.run_once(INT64_MAX);
-    EXPECT_EQ(client->counters().unexpected, 1U);
-}
-
-TEST(RadiusUdp, ReusesAnIdentifierAfterItsRest) {
-    net::Loop loop;
-    UdpServer server(loop);
-    ServerSettings settings = patient(server);
-    settings.max_sockets = 1;
-    settings.rest = net::kMillisecond;
-    const auto client = make_client(loop, settings);
-    for (int i = 0; i < 255; ++i) {
-        client->ask(login(), ignore);
-        server.next();
-    }
-    const Client::Ticket cancelled = client->ask(login(), ignore);
-    const std::uint8_t id = server.next().id();
-    client->cancel(cancelled);
-    client->ask(login(), ignore);
-    EXPECT_EQ(server.next().id(), id);
-}
-
-// A socket keeps the address of this system with which it was opened. When that goes, nothing
-// is answered over it any more.
-TEST(RadiusUdp, ChangesThePortAfterSilence) {
-    net::Loop loop;
-    UdpServer server(loop);
-    const auto client = make_client(loop, server.settings());
-    Result silent(loop);
-    client->ask(login(), silent.done());
-    silent.wait();
-    const int first = server.next().port();
-    while (server.has_one()) {
-        server.next();
-    }
-    client->ask(login(), ignore);
-    EXPECT_NE(server.next().port(), first);
-}
-
 // ---- errors of the network and of this system
 
 TEST(RadiusUdp, NoticesAtOnceThatThePortIsClosed) {
     net::Loop loop;
     UdpServer server(loop);
-    const ServerSettings settings = patient(server);
+    const ServerSettings settings = server.patient_settings();
     server.close();
     const auto client = make_client(loop, settings);
     Result result(loop), second(loop);
@@ -330,7 +143,7 @@ TEST(RadiusUdp, NoticesAtOnceThatThePortIsClosed) {
 TEST(RadiusUdp, SendsAgainWhatFailedForAnEarlierPacket) {
     net::Loop loop;
     auto server = std::make_unique<UdpServer>(loop);
-    const ServerSettings settings = patient(*server);
+    const ServerSettings settings = server->patient_settings();
     server->close();
     const auto client = make_client(loop, settings);
     client->cancel(client->ask(login("lost"), ignore));
@@ -360,7 +173,7 @@ TEST(RadiusUdp, RefusesWhatWasSentWhenTheServerGoes) {
 TEST(RadiusUdp, SendsFromTheLocalAddress) {
     net::Loop loop;
     UdpServer server(loop);
-    ServerSettings settings = patient(server);
+    ServerSettings settings = server.patient_settings();
     settings.local = net::Address::parse("127.0.0.5", 0);
     const auto client = make_client(loop, settings);
     client->ask(login(), ignore);
@@ -371,7 +184,7 @@ TEST(RadiusUdp, SendsFromTheLocalAddress) {
 TEST(RadiusUdp, SaysThatTheLocalAddressIsNotOfThisSystem) {
     net::Loop loop;
     UdpServer server(loop);
-    ServerSettings settings = patient(server);
+    ServerSettings settings = server.patient_settings();
     settings.local = net::Address::parse("192.0.2.77", 0);
     const auto client = make_client(loop, settings);
     Result result(loop);
@@ -391,7 +204,7 @@ TEST(RadiusUdp, AsksOverIpv6) {
         GTEST_SKIP() << "this system has no IPv6 loopback";
     }
     UdpServer server(loop, "::1");
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     Result result(loop);
     client->ask(login(), result.done());
     server.answer(server.next());
@@ -402,7 +215,7 @@ TEST(RadiusUdp, AsksOverIpv6) {
 TEST(RadiusUdp, SendsAndReceivesTheLongestPackets) {
     net::Loop loop;
     UdpServer server(loop);
-    const auto client = make_client(loop, patient(server));
+    const auto client = make_client(loop, server.patient_settings());
     Question question = login();
     std::string attributes;
     for (int i = 0; i < 15; ++i) {
