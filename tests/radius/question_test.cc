@@ -149,11 +149,12 @@ TEST(RadiusSecret, IsCopiedAndMoved) {
 TEST(RadiusSecret, IsOverwritten) {
     alignas(Secret) char storage[sizeof(Secret)];
     auto *const secret = new (storage) Secret("small");  // inside the object itself
+    EXPECT_NE(std::string_view(storage, sizeof storage).find("mall"), std::string_view::npos);
     secret->~Secret();
-    EXPECT_EQ(std::string_view(storage, sizeof storage).find("small"), std::string_view::npos);
+    EXPECT_EQ(std::string_view(storage, sizeof storage).find("mall"), std::string_view::npos);
     auto *const source = new (storage) Secret("small");
     const Secret moved = std::move(*source);
-    EXPECT_EQ(std::string_view(storage, sizeof storage).find("small"), std::string_view::npos);
+    EXPECT_EQ(std::string_view(storage, sizeof storage).find("mall"), std::string_view::npos);
     source->~Secret();
 }
 
