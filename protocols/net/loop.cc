@@ -81,7 +81,7 @@ void Loop::run_once(Time until) {
     std::array<epoll_event, kEventsPerRound> events;
     const int count = epoll_wait(epoll_.get(), events.data(), kEventsPerRound, time_to_wait(until));
     now_ = clock();
-    for (int i = 0; i < count; ++i) {
+    for (std::size_t i = 0; static_cast<int>(i) < count; ++i) {
         dispatch(events[i].data.u64, events[i].events);
     }
     run_posted();

@@ -61,12 +61,14 @@ enum class Type : std::uint8_t {
     kEventTimestamp = 55,
     kChapChallenge = 60,
     kNasPortType = 61,
+    kPrompt = 76,
     kMessageAuthenticator = 80,
     kNasPortId = 87,
     kNasIpv6Address = 95,
 };
 
 inline constexpr std::size_t kHeadSize = 20;
+inline constexpr std::size_t kAttributeHead = 2;
 inline constexpr std::size_t kMaxPacket = 4096;
 inline constexpr std::size_t kMaxValue = 253;     // bytes of an attribute
 inline constexpr std::size_t kMaxPassword = 128;  // bytes of a User-Password
@@ -93,6 +95,8 @@ class Request {
     [[nodiscard]] bool add_vendor(std::uint32_t vendor, std::uint8_t type, std::string_view value);
     // Hides the password (RFC 2865, 5.2) of at most kMaxPassword bytes. Only in access requests.
     [[nodiscard]] bool add_password(std::string_view password, std::string_view secret);
+    // Attributes that were encoded before, all or none of them.
+    [[nodiscard]] bool add_encoded(std::string_view attributes);
     // CHAP-Password and CHAP-Challenge, as a peer sent them.
     [[nodiscard]] bool add_chap(std::uint8_t chap_id, std::string_view response, std::string_view challenge);
 
@@ -100,6 +104,9 @@ class Request {
     // bytes to send, valid as long as the request; empty when the system's cryptography
     // refuses. Can be called again after more was added.
     [[nodiscard]] std::string_view finish(std::string_view secret);
+
+    // What finish() returned last.
+    std::string_view bytes() const { return packet_; }
 
     Code code() const { return static_cast<Code>(packet_[0]); }
     std::uint8_t id() const { return static_cast<std::uint8_t>(packet_[1]); }
@@ -131,37 +138,24 @@ struct VendorAttribute {
     std::string_view value;
 };
 
-// Why bytes are not the answer to a request. A sender that sees the request only can
-// cause every fault but kForged, so a faulty datagram is dropped and the wait goes on.
-enum class Fault {
-    kNone,
-    kMalformed,     // length or attributes are inconsistent
-    kOtherRequest,  // id or code do not fit the request
-    kForged,        // an authenticator is wrong: another secret, or an attack
-    kUnprotected,   // no Message-Authenticator, and one is required
-    kNoDigest,      // the system's cryptography refuses
-};
-
-// What an answer must have: a server that is known not to send it is an exception.
-enum class MessageAuthenticator { kRequired, kOptional };
-
-// An answer. It refers to the bytes that it was read from.
-class Reply {
+// The attributes of a packet, to whose bytes it refers. They were checked to be a
+// sequence of attributes.
+class Attributes {
   public:
-    // Checks the bytes against the request that they may answer. Bytes after the length
-    // in the head are padding and ignored, as RFC 2865 says.
-    static Fault read(std::string_view bytes, const Request &request, std::string_view secret,
-                      MessageAuthenticator message_authenticator, Reply &reply);
+    Attributes() = default;
+    explicit Attributes(std::string_view bytes) : bytes_(bytes) {}
 
-    Code code() const { return code_; }
+    // True when the bytes are a sequence of attributes; others must not be read.
+    static bool are_whole(std::string_view bytes);
 
+    std::string_view bytes() const { return bytes_; }
     // The first attribute of a type.
     std::optional<Attribute> find(Type type) const;
     // Values of all attributes of a type, one after the other: a text of several
     // Reply-Message attributes.
     std::string joined(Type type) const;
 
-    // Attributes in order, for range-based loops.
+    // In order, for range-based loops.
     class Iterator {
       public:
         explicit Iterator(std::string_view rest) : rest_(rest) {}
@@ -172,12 +166,43 @@ class Reply {
       private:
         std::string_view rest_;
     };
-    Iterator begin() const { return Iterator(attributes_); }
-    Iterator end() const { return Iterator(attributes_.substr(attributes_.size())); }
+    Iterator begin() const { return Iterator(bytes_); }
+    Iterator end() const { return Iterator(bytes_.substr(bytes_.size())); }
 
   private:
+    std::string_view bytes_;
+};
+
+// Why bytes are not the answer to a request. A sender that sees the request only can
+// cause every fault but kForged, so a faulty datagram is dropped and the wait goes on.
+enum class Fault {
+    kNone,
+    kMalformed,     // length or attributes are inconsistent
+    kOtherRequest,  // id or code do not fit the request
+    kForged,        // an authenticator is wrong: another secret, or an attack
+    kUnprotected,   // no Message-Authenticator, and one is required
+    kNoDigest,      // the system's cryptography refuses
+};
+inline constexpr std::size_t kFaults = 6;
+
+// What an answer must have: a server that is known not to send it is an exception.
+enum class MessageAuthenticator { kRequired, kOptional };
+
+// An answer. It refers to the bytes that it was read from.
+class Reply : public Attributes {
+  public:
+    // Checks the bytes against the request that they may answer. Bytes after the length
+    // in the head are padding and ignored, as RFC 2865 says.
+    static Fault read(std::string_view bytes, const Request &request, std::string_view secret,
+                      MessageAuthenticator message_authenticator, Reply &reply);
+
+    Reply() = default;
+    Code code() const { return code_; }
+
+  private:
+    Reply(Code code, std::string_view attributes) : Attributes(attributes), code_(code) {}
+
     Code code_ = Code::kAccessReject;
-    std::string_view attributes_;
 };
 
 // Attributes of vendors inside one Vendor-Specific attribute: calls visit(VendorAttribute)

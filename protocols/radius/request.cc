@@ -10,7 +10,6 @@
 namespace radius {
 namespace {
 
-constexpr std::size_t kAttributeHead = 2;
 constexpr std::size_t kLengthAt = 2;
 constexpr std::size_t kAuthenticatorAt = 4;
 // The first attribute of every request.
@@ -50,6 +49,14 @@ bool Request::add(Type type, std::string_view value) {
     packet_ += static_cast<char>(type);
     packet_ += static_cast<char>(kAttributeHead + value.size());
     packet_ += value;
+    return true;
+}
+
+bool Request::add_encoded(std::string_view attributes) {
+    if (!Attributes::are_whole(attributes) || attributes.size() > kMaxPacket - packet_.size()) {
+        return false;
+    }
+    packet_ += attributes;
     return true;
 }
 

@@ -111,10 +111,10 @@ TEST(RadiusRequest, RefusesWhatDoesNotFit) {
     const std::string before(request.finish(kSecret));
     EXPECT_FALSE(request.add_password(std::string(kMaxPassword + 1, 'p'), kSecret));
     EXPECT_FALSE(request.add(Type::kUserName, std::string(kMaxValue + 1, 'u')));
-    EXPECT_FALSE(request.add_vendor(9, 1, std::string(248, 'v')));
+    EXPECT_FALSE(request.add_vendor(32473, 1, std::string(248, 'v')));
     EXPECT_FALSE(request.add_chap(1, "short", "challenge"));
     EXPECT_EQ(request.finish(kSecret), before);
-    EXPECT_TRUE(request.add_vendor(9, 1, std::string(247, 'v')));
+    EXPECT_TRUE(request.add_vendor(32473, 1, std::string(247, 'v')));
     EXPECT_TRUE(request.add(Type::kUserName, std::string(kMaxValue, 'u')));
     Request accounting(Code::kAccountingRequest, 7);
     EXPECT_FALSE(accounting.add_password("secret", kSecret));
@@ -174,12 +174,12 @@ TEST(RadiusRequest, TwoRequestsHaveDifferentAuthenticators) {
 TEST(RadiusRequest, CarriesChapAndVendorAttributes) {
     Request request(Code::kAccessRequest, 1);
     ASSERT_TRUE(request.add_chap(0x16, std::string(16, 'r'), "challenge"));
-    ASSERT_TRUE(request.add_vendor(9, 1, "shell:priv-lvl=15"));
+    ASSERT_TRUE(request.add_vendor(32473, 1, "role=operator"));
     const std::string bytes(request.finish(kSecret));
     EXPECT_EQ(bytes.substr(38),
               attribute(Type::kChapPassword, "\x16" + std::string(16, 'r')) +
                   attribute(Type::kChapChallenge, "challenge") +
-                  attribute(Type::kVendorSpecific, from_hex("00000009 0113") + "shell:priv-lvl=15"));
+                  attribute(Type::kVendorSpecific, from_hex("00007ed9 010f") + "role=operator"));
 }
 
 // ---- answers
@@ -299,8 +299,8 @@ std::vector<std::string> vendor_values(const std::string &value, bool &whole) {
 
 TEST(Vendor, ReadsOneOrMore) {
     bool whole = false;
-    EXPECT_EQ(vendor_values(from_hex("00000009 0105 61 62 63"), whole),
-              (std::vector<std::string>{"9:1=abc"}));
+    EXPECT_EQ(vendor_values(from_hex("00007ed9 0105 61 62 63"), whole),
+              (std::vector<std::string>{"32473:1=abc"}));
     EXPECT_TRUE(whole);
     EXPECT_EQ(vendor_values(from_hex("00ffffff 0102 0203 61"), whole),
               (std::vector<std::string>{"16777215:1=", "16777215:2=a"}));
@@ -309,12 +309,12 @@ TEST(Vendor, ReadsOneOrMore) {
 
 TEST(Vendor, StopsAtWhatIsDamaged) {
     bool whole = true;
-    EXPECT_EQ(vendor_values(from_hex("00000009 010361 0201"), whole).size(), 1u);
+    EXPECT_EQ(vendor_values(from_hex("00007ed9 010361 0201"), whole).size(), 1u);
     EXPECT_FALSE(whole);
     for (const char *damaged :
-         {"", "000000", "00000009", "0000000901", "000000090103", "000000090100", "0000000901026"}) {
+         {"", "000000", "00007ed9", "00007ed901", "00007ed90103", "00007ed90100", "00007ed901026"}) {
         EXPECT_TRUE(vendor_values(from_hex(damaged), whole).size() <= 1) << damaged;
-        if (std::string_view(damaged) != "0000000901026") {  // the odd digit is dropped: an empty value
+        if (std::string_view(damaged) != "00007ed901026") {  // the odd digit is dropped: an empty value
             EXPECT_FALSE(whole) << damaged;
         }
     }
