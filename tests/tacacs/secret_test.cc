@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Secrets leave no copy in memory.
+
+#include "tacacs/secret.hpp"
+
+#include <gtest/gtest.h>
+
+#include "support/memory_search.hpp"
+#include "tacacs/packet.hpp"
+
+namespace tacacs {
+namespace {
+
+constexpr Inverted kPassword("a password of 34 bytes, found once");
+
+std::string_view password(std::string &room) {
+    room.clear();
+    for (const char byte : kPassword.bytes) {
+        room += static_cast<char>(~byte);
+    }
+    return room;
+}
+
+TEST(SecretBytes, AreWipedWhenTheyGrowAndWhenTheyGo) {
+    std::string room;
+    room.reserve(64);
+    {
+        SecretBytes bytes(password(room));
+        wipe(room.data(), room.size());
+        EXPECT_EQ(copies_in_memory(kPassword), 1u);
+        for (int i = 0; i < 1000; ++i) {
+            bytes.append("xxxxxxxxxxxxxxxx");
+        }
+        EXPECT_EQ(copies_in_memory(kPassword), 1u);
+        const SecretBytes moved = std::move(bytes);
+        EXPECT_EQ(copies_in_memory(kPassword), 1u);
+    }
+    EXPECT_EQ(copies_in_memory(kPassword), 0u);
+}
+
+TEST(SecretBytes, AreObfuscatedInPlace) {
+    std::string room;
+    room.reserve(64);
+    const Protection secret = Protection::secret("key");
+    Session session(Type::kAuthentication, 0, secret);
+    SecretBytes packet = begin_packet(100);
+    packet.append(password(room));
+    wipe(room.data(), room.size());
+    EXPECT_EQ(copies_in_memory(kPassword), 1u);
+    ASSERT_TRUE(session.seal(packet, false));
+    EXPECT_EQ(copies_in_memory(kPassword), 0u);
+}
+
+TEST(SecretBytes, HoldNumbersBigEndian) {
+    SecretBytes bytes;
+    bytes.append_number16(0x1234);
+    bytes.append_number8(0x56);
+    EXPECT_EQ(bytes.view(), "\x12\x34\x56");
+}
+
+}  // namespace
+}  // namespace tacacs
