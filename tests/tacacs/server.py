@@ -5,7 +5,8 @@
     server.py FILE
 
     {"secret": "...",
-     "listeners": {NAME: {"port": 0, "single_connection": true, "bad_secret": "answer" or "close",
+     "ports": {LISTENER: 49},
+     "listeners": {NAME: {"single_connection": true, "bad_secret": "answer" or "close",
                           "certificate": file, "key": file, "authority": file of the clients' certificates}},
      "users": {NAME: {"password": "...", "enable": "...", "token": "...", "message": "...", "status": "ERROR",
                       "commands": [["permit", regular expression], ...], "arguments": ["priv-lvl=15"],
@@ -279,6 +280,7 @@ class Server:
         self.secret = settings["secret"].encode()
         self.users = settings["users"]
         self.listeners = settings["listeners"]
+        self.ports = settings.get("ports", {})
         self.released, self.ended = asyncio.Event(), asyncio.Event()
         self.connections = set()
         self.count = 0
@@ -288,7 +290,7 @@ class Server:
         await self.listen()
         asyncio.get_running_loop().add_reader(0, self.commands)
         await self.ended.wait()
-        asyncio.get_running_loop().remove_reader(0)
+        os._exit(0)  # whatever is still under way is of no interest
 
     async def listen(self):
         ports = {}
@@ -304,7 +306,7 @@ class Server:
                     context.verify_mode = ssl.CERT_REQUIRED
                     context.load_verify_locations(settings["authority"])
             listener = await asyncio.start_server(lambda reader, writer, settings=settings: self.accept(settings, reader, writer),
-                                                  "127.0.0.1", settings.get("port", 0), ssl=context)
+                                                  "127.0.0.1", self.ports.get(name, 0), ssl=context)
             ports[name] = listener.sockets[0].getsockname()[1]
         say(json.dumps(ports))
 

@@ -1,0 +1,209 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// tests/tacacs/server.py as a process of a test.
+
+#include "tacacs/test_server.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/epoll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+extern char **environ;
+
+namespace tacacs_test {
+namespace {
+
+// Without a server a test would wait for ever.
+[[noreturn]] void give_up(const std::string &why) {
+    std::fprintf(stderr, "%s\n", why.c_str());
+    std::exit(1);
+}
+
+std::string from_environment(const char *name) {
+    const char *const value = std::getenv(name);
+    if (value == nullptr) {
+        give_up(std::string("set ") + name + ", or use ctest");
+    }
+    return value;
+}
+
+// The number that follows "name": in the server's first line.
+std::map<std::string, int> read_ports(const std::string &line) {
+    std::map<std::string, int> ports;
+    for (std::size_t at = line.find('"'); at != std::string::npos; at = line.find('"', at)) {
+        const std::size_t end = line.find('"', at + 1);
+        const std::string name = line.substr(at + 1, end - at - 1);
+        ports[name] = std::atoi(line.c_str() + line.find(':', end) + 1);
+        at = end + 1;
+    }
+    return ports;
+}
+
+}  // namespace
+
+TestServer::TestServer(net::Loop &loop, const std::string &listeners, const std::string &users)
+    : loop_(loop), listeners_(listeners), users_(users) {
+    start();
+}
+
+TestServer::~TestServer() {
+    watch_.reset();
+    signal(SIGCONT);
+    input_.reset();  // the end of its input ends it
+    waitpid(process_, nullptr, 0);
+}
+
+void TestServer::start() {
+    std::string ports;
+    for (const auto &[name, port] : ports_) {
+        ports += (ports.empty() ? "\"" : ", \"") + name + "\": " + std::to_string(port);
+    }
+    const std::string file =
+        directory_.write("server.json", R"({"secret": "tac-secret", "listeners": )" + listeners_ +
+                                            ", \"ports\": {" + ports + "}, \"users\": " + users_ + "}");
+    std::array<int, 2> to, from;
+    ASSERT_EQ(pipe2(to.data(), O_CLOEXEC), 0);
+    ASSERT_EQ(pipe2(from.data(), O_CLOEXEC), 0);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, to[0], 0);
+    posix_spawn_file_actions_adddup2(&actions, from[1], 1);
+    std::string python = from_environment("AAA_PYTHON");
+    std::string script = from_environment("AAA_TACACS_SERVER");
+    std::string path = file;
+    std::array<char *, 4> arguments = {python.data(), script.data(), path.data(), nullptr};
+    ASSERT_EQ(posix_spawnp(&process_, python.c_str(), &actions, nullptr, arguments.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    close(to[0]);
+    close(from[1]);
+    input_ = net::Descriptor(to[1]);
+    output_ = net::Descriptor(from[0]);
+    std::string line;
+    for (char byte = 0; read(output_.get(), &byte, 1) == 1 && byte != '\n';) {
+        line += byte;
+    }
+    ports_ = read_ports(line);
+    if (ports_.empty()) {
+        give_up("the server has not started: " + line);
+    }
+    fcntl(output_.get(), F_SETFL, O_NONBLOCK);
+    watch_ = net::Watch(loop_, output_.get(), EPOLLIN, [this](std::uint32_t) { read_lines(); });
+}
+
+void TestServer::read_lines() {
+    std::array<char, 4096> buffer;
+    const ssize_t size = read(output_.get(), buffer.data(), buffer.size());
+    if (size == 0) {
+        watch_.reset();
+    }
+    for (ssize_t i = 0; i < size; ++i) {
+        if (buffer[static_cast<std::size_t>(i)] == '\n') {
+            lines.push_back(std::exchange(partial_, {}));
+        } else {
+            partial_ += buffer[static_cast<std::size_t>(i)];
+        }
+    }
+}
+
+net::Address TestServer::address(const std::string &listener) const {
+    const auto found = ports_.find(listener);
+    EXPECT_NE(found, ports_.end()) << listener;
+    return *net::Address::parse("127.0.0.1", static_cast<std::uint16_t>(found->second));
+}
+
+void TestServer::command(const std::string &line) {
+    const std::string bytes = line + "\n";
+    EXPECT_EQ(write(input_.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+}
+
+void TestServer::signal(int number) {
+    ::kill(process_, number);
+}
+
+void TestServer::kill() {
+    signal(SIGKILL);
+    waitpid(process_, nullptr, 0);
+    watch_.reset();
+}
+
+void TestServer::restart() {
+    start();
+}
+
+std::size_t TestServer::count(std::string_view text) const {
+    return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const std::string &line) {
+        return line.find(text) != std::string::npos;
+    }));
+}
+
+void TestServer::wait_for(std::string_view text, std::size_t times) {
+    while (count(text) < times) {
+        loop_.run_once(INT64_MAX);
+    }
+}
+
+tacacs::Client &Fixture::get() {
+    if (client == nullptr) {
+        std::string error;
+        client = tacacs::Client::make(loop, settings, error);
+        EXPECT_NE(client, nullptr) << error;
+    }
+    return *client;
+}
+
+tacacs::AuthenticationOutcome Fixture::log_in(const tacacs::Start &start) {
+    std::optional<tacacs::AuthenticationOutcome> result;
+    login = get().authenticate(start, INT64_MAX,
+                               [&](tacacs::AuthenticationOutcome outcome) { result = outcome; });
+    EXPECT_FALSE(result) << "an outcome came from within the call";
+    run_until([&] { return result.has_value(); });
+    return *result;
+}
+
+tacacs::AuthenticationOutcome Fixture::answer(std::string_view text) {
+    std::optional<tacacs::AuthenticationOutcome> result;
+    get().answer(login, text, INT64_MAX, [&](tacacs::AuthenticationOutcome outcome) { result = outcome; });
+    EXPECT_FALSE(result) << "an outcome came from within the call";
+    run_until([&] { return result.has_value(); });
+    return *result;
+}
+
+tacacs::AuthorizationOutcome Fixture::authorize(std::string_view user,
+                                                const std::vector<std::string> &arguments) {
+    std::optional<tacacs::AuthorizationOutcome> result;
+    get().authorize({.user = user}, arguments, INT64_MAX,
+                    [&](tacacs::AuthorizationOutcome outcome) { result = outcome; });
+    EXPECT_FALSE(result) << "an outcome came from within the call";
+    run_until([&] { return result.has_value(); });
+    return *result;
+}
+
+tacacs::AccountingOutcome Fixture::account(tacacs::Record record, std::string_view user,
+                                           const std::vector<std::string> &arguments) {
+    std::optional<tacacs::AccountingOutcome> result;
+    get().account(record, {.user = user}, arguments, INT64_MAX,
+                  [&](tacacs::AccountingOutcome outcome) { result = outcome; });
+    EXPECT_FALSE(result) << "an outcome came from within the call";
+    run_until([&] { return result.has_value(); });
+    return *result;
+}
+
+tacacs::Start ascii(std::string_view user) {
+    return {.subject = {.user = user, .port = "tty0", .remote_address = "192.0.2.7"}};
+}
+
+tacacs::Start pap(std::string_view user, std::string_view password) {
+    return {.subject = {.user = user, .type = tacacs::AuthenticationType::kPap}, .data = password};
+}
+
+}  // namespace tacacs_test
