@@ -4,7 +4,6 @@
 
 #include "tacacs/packet.hpp"
 
-#include <openssl/crypto.h>
 #include <openssl/rand.h>
 
 namespace tacacs {
@@ -37,10 +36,6 @@ void write_head(const Head &head, char *at) {
 }
 
 }  // namespace
-
-void wipe(void *bytes, std::size_t length) {
-    OPENSSL_cleanse(bytes, length);
-}
 
 const char *text_of(Fault fault) {
     switch (fault) {

@@ -7,50 +7,54 @@
 #include <cstddef>
 #include <memory>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 namespace tacacs {
 
 // Overwrites bytes that held a secret.
 void wipe(void *bytes, std::size_t length);
 
-template <typename T>
-struct WipingAllocator {
-    using value_type = T;
-    WipingAllocator() = default;
-    template <typename U>
-    explicit WipingAllocator(const WipingAllocator<U> &) {}
-    T *allocate(std::size_t count) { return std::allocator<T>().allocate(count); }
-    void deallocate(T *block, std::size_t count) {
-        wipe(block, count * sizeof(T));
-        std::allocator<T>().deallocate(block, count);
-    }
-    bool operator==(const WipingAllocator &) const { return true; }
-};
-
 class SecretBytes {
   public:
     SecretBytes() = default;
-    explicit SecretBytes(std::string_view bytes) : bytes_(bytes.begin(), bytes.end()) {}
+    explicit SecretBytes(std::string_view bytes) { append(bytes); }
+    SecretBytes(const SecretBytes &other) : SecretBytes(other.view()) {}
+    SecretBytes(SecretBytes &&other) noexcept { swap(other); }
+    SecretBytes &operator=(SecretBytes other) noexcept {
+        swap(other);
+        return *this;
+    }
+    ~SecretBytes() { wipe(bytes_.get(), size_); }
 
-    std::string_view view() const { return {bytes_.data(), bytes_.size()}; }
-    char *data() { return bytes_.data(); }
-    std::size_t size() const { return bytes_.size(); }
-    bool empty() const { return bytes_.empty(); }
+    std::string_view view() const { return {bytes_.get(), size_}; }
+    char *data() { return bytes_.get(); }
+    std::size_t size() const { return size_; }
+    bool empty() const { return size_ == 0; }
 
-    void reserve(std::size_t size) { bytes_.reserve(size); }
-    void clear() { bytes_ = {}; }
-    void append(std::string_view bytes) { bytes_.insert(bytes_.end(), bytes.begin(), bytes.end()); }
+    void reserve(std::size_t capacity);
+    void append(std::string_view bytes);
     // One byte.
-    void append_number8(std::size_t value) { bytes_.push_back(static_cast<char>(value)); }
+    void append_number8(std::size_t value) {
+        const char byte = static_cast<char>(value);
+        append({&byte, 1});
+    }
     // Two bytes, big-endian.
     void append_number16(std::size_t value) {
         append_number8(value >> 8);
         append_number8(value);
     }
+    void clear() { *this = SecretBytes(); }
 
   private:
-    std::vector<char, WipingAllocator<char>> bytes_;
+    void swap(SecretBytes &other) noexcept {
+        std::swap(bytes_, other.bytes_);
+        std::swap(size_, other.size_);
+        std::swap(capacity_, other.capacity_);
+    }
+
+    std::unique_ptr<char[]> bytes_;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
 };
 
 }  // namespace tacacs
