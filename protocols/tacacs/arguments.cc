@@ -11,8 +11,8 @@ namespace tacacs {
 namespace {
 
 std::string too_long(std::string_view what, std::size_t length) {
-    return "the " + std::string(what) + " has " + std::to_string(length) +
-           " bytes; TACACS+ carries at most " + std::to_string(kMaxField);
+    return std::string(what) + " has " + std::to_string(length) + " bytes; TACACS+ carries at most " +
+           std::to_string(kMaxField);
 }
 
 // Arguments are named by number: their texts may be secret.
@@ -31,14 +31,7 @@ std::string refusal_of(std::string_view argument, std::size_t number) {
     return {};
 }
 
-std::string refusal_of(const Subject &subject, std::span<const std::string> arguments) {
-    const std::pair<std::string_view, std::string_view> fields[] = {
-        {"user name", subject.user}, {"port", subject.port}, {"remote address", subject.remote_address}};
-    for (const auto &[name, value] : fields) {
-        if (value.size() > kMaxField) {
-            return too_long(name, value.size());
-        }
-    }
+std::string refusal_of(std::span<const std::string> arguments) {
     if (arguments.size() > kMaxArguments) {
         return "there are " + std::to_string(arguments.size()) + " arguments; TACACS+ carries at most " +
                std::to_string(kMaxArguments);
@@ -62,9 +55,26 @@ std::optional<Argument> split(std::string_view argument) {
     return Argument{argument.substr(0, at), argument.substr(at + 1), argument[at] == '='};
 }
 
+std::string refusal_of(const Subject &subject) {
+    const std::pair<std::string_view, std::string_view> fields[] = {
+        {"user name", subject.user}, {"port", subject.port}, {"remote address", subject.remote_address}};
+    for (const auto &[name, value] : fields) {
+        if (value.size() > kMaxField) {
+            return too_long("the " + std::string(name), value.size());
+        }
+        if (value.find('\0') != std::string_view::npos) {
+            return "the " + std::string(name) + " contains a NUL byte";
+        }
+    }
+    return {};
+}
+
 std::string append_subject(const Subject &subject, std::span<const std::string> arguments,
                            SecretBytes &packet) {
-    std::string text = refusal_of(subject, arguments);
+    std::string text = refusal_of(subject);
+    if (text.empty()) {
+        text = refusal_of(arguments);
+    }
     if (!text.empty()) {
         return text;
     }

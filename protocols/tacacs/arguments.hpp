@@ -69,6 +69,9 @@ struct Argument {
 // Splits an argument at its first '=' or '*'. Nothing when it has none, or no name.
 std::optional<Argument> split(std::string_view argument);
 
+// A sentence that names which part of a subject does not fit; empty when all do.
+std::string refusal_of(const Subject &subject);
+
 // Appends the common part of a request's body. Returns a sentence that names what does
 // not fit; empty when everything does. Nothing is ever cut, since a server would decide
 // about another command than the one that is run.

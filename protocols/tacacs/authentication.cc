@@ -38,15 +38,15 @@ SecretBytes data_of_chap(std::uint8_t id, std::string_view challenge, std::strin
 std::string append_start(const Start &start, SecretBytes &packet) {
     const Subject &subject = start.subject;
     const bool is_chap = subject.type == AuthenticationType::kChap;
-    const std::pair<std::string_view, std::string_view> fields[] = {
-        {"user name", subject.user},
-        {"port", subject.port},
-        {"remote address", subject.remote_address},
-        {is_chap ? "answer to CHAP" : "password", start.data}};
-    for (const auto &[name, value] : fields) {
-        if (value.size() > kMaxField) {
-            return too_long(name, value.size(), kMaxField);
-        }
+    std::string text = refusal_of(subject);
+    if (!text.empty()) {
+        return text;
+    }
+    if (start.data.size() > kMaxField) {
+        return too_long(is_chap ? "answer to CHAP" : "password", start.data.size(), kMaxField);
+    }
+    if (subject.type == AuthenticationType::kNotSet) {
+        return "the type of a login is ASCII, PAP or CHAP";
     }
     if (start.action == Action::kChangePassword && subject.type != AuthenticationType::kAscii) {
         return "passwords are changed only with the type ASCII";
@@ -58,11 +58,12 @@ std::string append_start(const Start &start, SecretBytes &packet) {
     packet.append_number8(subject.privilege);
     packet.append_number8(static_cast<std::uint8_t>(subject.type));
     packet.append_number8(static_cast<std::uint8_t>(subject.service));
-    for (const auto &field : fields) {
-        packet.append_number8(field.second.size());
+    const std::string_view fields[] = {subject.user, subject.port, subject.remote_address, start.data};
+    for (const std::string_view field : fields) {
+        packet.append_number8(field.size());
     }
-    for (const auto &field : fields) {
-        packet.append(field.second);
+    for (const std::string_view field : fields) {
+        packet.append(field);
     }
     return {};
 }

@@ -66,7 +66,7 @@ struct Outcome {
     std::string text;  // why there is no answer, for administrators
     Fault fault = Fault::kNone;
     net::Time round_trip = 0;  // from sending to the answer; 0 without one
-    unsigned tries = 0;        // how often it was sent
+    unsigned tries = 0;        // how often it was sent; for a login, its rounds so far
 };
 
 // An answer has kPass, kFail, or one of the three kGet...: the user is asked with the
@@ -132,7 +132,8 @@ class Client {
     // Each delivers one outcome, at the deadline at the latest. Bytes that are passed are
     // not needed after the call, and passwords are wiped once they were sent.
 
-    // A login, or with ASCII the change of a password. It is never sent twice.
+    // A login, or with ASCII the change of a password. It is never sent twice: after kLost
+    // the caller may ask again.
     Id authenticate(const Start &start, net::Time deadline, std::function<void(AuthenticationOutcome)> done);
     // What the user has typed.
     void answer(Id login, std::string_view text, net::Time deadline,

@@ -7,12 +7,25 @@
 namespace tacacs {
 namespace {
 
+// A text of a server for the log: on one line, not endless, and without control characters,
+// which could forge lines or change the terminal of who reads them.
+std::string for_log(std::string_view text) {
+    constexpr std::size_t kMost = 300;
+    std::string safe(text.substr(0, kMost));
+    for (char &byte : safe) {
+        if (static_cast<unsigned char>(byte) < ' ' || byte == 0x7f) {
+            byte = ' ';
+        }
+    }
+    return text.size() > kMost ? safe + "..." : safe;
+}
+
 void set_error(Outcome &outcome, std::string_view what, std::string_view message, std::string_view data) {
     outcome.result = Result::kError;
     outcome.text = what;
     for (const std::string_view part : {message, data}) {
         if (!part.empty()) {
-            outcome.text.append(": ").append(part);
+            outcome.text.append(": ").append(for_log(part));
         }
     }
 }

@@ -47,7 +47,7 @@ TEST(Argument, WithoutNameOrSeparatorIsNone) {
 TEST(Argument, IsNeverCut) {
     EXPECT_EQ(refusal({}, {"cmd-arg=" + std::string(247, 'x')}), "");
     EXPECT_EQ(refusal({}, {"cmd-arg=" + std::string(248, 'x')}),
-              "the argument 1 has 256 bytes; TACACS+ carries at most 255");
+              "argument 1 has 256 bytes; TACACS+ carries at most 255");
     EXPECT_THAT(refusal({}, {std::string("cmd-arg=a\0b", 11)}), HasSubstr("argument 1 contains a NUL byte"));
 }
 
@@ -70,6 +70,14 @@ TEST(Subject, WithAFieldThatIsTooLongIsRefused) {
     EXPECT_THAT(refusal({.user = longer}, {}), HasSubstr("the user name has 256 bytes"));
     EXPECT_THAT(refusal({.port = longer}, {}), HasSubstr("the port has 256 bytes"));
     EXPECT_THAT(refusal({.remote_address = longer}, {}), HasSubstr("the remote address has 256 bytes"));
+}
+
+// A server in C would take the user "root\0x" for root.
+TEST(Subject, WithANulByteIsRefused) {
+    const std::string_view root("root\0x", 6);
+    EXPECT_EQ(refusal({.user = root}, {}), "the user name contains a NUL byte");
+    EXPECT_EQ(refusal({.port = root}, {}), "the port contains a NUL byte");
+    EXPECT_EQ(refusal({.remote_address = root}, {}), "the remote address contains a NUL byte");
 }
 
 }  // namespace

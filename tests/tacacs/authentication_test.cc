@@ -65,6 +65,10 @@ TEST(Start, RefusesWhatDoesNotFit) {
     EXPECT_THAT(refusal({{.user = longer}}), HasSubstr("the user name has 256 bytes"));
     EXPECT_THAT(refusal({{.port = longer}}), HasSubstr("the port has 256 bytes"));
     EXPECT_THAT(refusal({{.remote_address = longer}}), HasSubstr("the remote address has 256 bytes"));
+    EXPECT_THAT(refusal({{.user = std::string_view("root\0x", 6)}}),
+                HasSubstr("the user name contains a NUL"));
+    EXPECT_THAT(refusal({{.user = "alice", .type = AuthenticationType::kNotSet}}),
+                HasSubstr("ASCII, PAP or CHAP"));
     Subject pap = kAlice;
     pap.type = AuthenticationType::kPap;
     EXPECT_THAT(refusal({pap, Action::kLogin, longer}), HasSubstr("the password has 256 bytes"));

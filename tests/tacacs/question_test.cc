@@ -149,6 +149,16 @@ TEST(Login, WithErrorOrRestartIsAnError) {
     EXPECT_THAT(outcome.text, HasSubstr("another type of login"));
 }
 
+TEST(Login, WithAnErrorPutsNothingIntoTheLogButAShortLine) {
+    Fixture fixture(R"({"error": {"status": "ERROR", "message": "one\nroot logged in\u001b[2J"},
+        "long": {"status": "ERROR", "message": ")" +
+                    std::string(1000, 'x') + "\"}}");
+    EXPECT_EQ(fixture.log_in(pap("error", "x")).text,
+              "the server has answered with an error: one root logged in [2J");
+    EXPECT_EQ(fixture.log_in(pap("long", "x")).text,
+              "the server has answered with an error: " + std::string(300, 'x') + "...");
+}
+
 // As an error it would make the next method decide.
 TEST(Login, ThatIsReferredToAnotherServerIsRefused) {
     Fixture fixture(R"({"follow": {"status": "FOLLOW", "message": "192.0.2.99"}})");
