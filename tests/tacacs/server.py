@@ -15,7 +15,8 @@
 A listener with a certificate speaks TLS. The first line of the output has the ports, as JSON. Then there is
 a line for each event: "open 1", "close 1", "authen 1 alice start ascii", "author 1 alice show version" and
 so on, with the number of the connection. Input lines are commands: "release" answers what is held, "drop"
-closes all connections, "quit" or the end of the input ends the server.
+closes all connections, "configure FILE" starts again with another file and prints the ports, and "quit" or
+the end of the input ends the server.
 
 MODE is one of: silent (no answer), held (the answer waits for "release"), bytewise (one byte at a time),
 close (no answer, the connection is closed), close-in-middle, close-once (close the first time only), garbage,
@@ -276,21 +277,39 @@ class Connection:
 
 
 class Server:
-    def __init__(self, settings):
+    def __init__(self):
+        self.ended = asyncio.Event()
+        self.tasks, self.open = set(), []
+        self.input = b""
+
+    def configure(self, path):
+        with open(path) as file:
+            settings = json.load(file)
         self.secret = settings["secret"].encode()
         self.users = settings["users"]
         self.listeners = settings["listeners"]
         self.ports = settings.get("ports", {})
-        self.released, self.ended = asyncio.Event(), asyncio.Event()
+        self.released = asyncio.Event()
         self.connections = set()
         self.count = 0
-        self.input = b""
 
-    async def run(self):
+    async def run(self, path):
+        self.configure(path)
         await self.listen()
         asyncio.get_running_loop().add_reader(0, self.commands)
         await self.ended.wait()
         os._exit(0)  # whatever is still under way is of no interest
+
+    async def start_again(self, path):
+        for listener in self.open:
+            listener.close()
+        self.open.clear()
+        for connection in list(self.connections):
+            connection.abort()
+        while self.tasks:  # their last lines come before the ports
+            await asyncio.wait(self.tasks)
+        self.configure(path)
+        await self.listen()
 
     async def listen(self):
         ports = {}
@@ -307,6 +326,7 @@ class Server:
                     context.load_verify_locations(settings["authority"])
             listener = await asyncio.start_server(lambda reader, writer, settings=settings: self.accept(settings, reader, writer),
                                                   "127.0.0.1", self.ports.get(name, 0), ssl=context)
+            self.open.append(listener)
             ports[name] = listener.sockets[0].getsockname()[1]
         say(json.dumps(ports))
 
@@ -314,7 +334,9 @@ class Server:
         self.count += 1
         connection = Connection(self, settings, self.count, reader, writer)
         self.connections.add(connection)
+        self.tasks.add(asyncio.current_task())
         await connection.run()
+        self.tasks.discard(asyncio.current_task())
         self.connections.discard(connection)
 
     def commands(self):
@@ -333,18 +355,18 @@ class Server:
         elif line == "drop":
             for connection in list(self.connections):
                 connection.abort()
+        elif line.startswith("configure "):
+            self.starting = asyncio.create_task(self.start_again(line.partition(" ")[2]))
         elif line == "quit":
             self.ended.set()
         else:
-            print(f"server.py: '{line}' is not a command; use release, drop or quit", file=sys.stderr)
+            print(f"server.py: '{line}' is not a command; use release, drop, configure or quit", file=sys.stderr)
 
 
 def main():
     if len(sys.argv) != 2 or sys.argv[1] in ("-h", "--help"):
         sys.exit(__doc__)
-    with open(sys.argv[1]) as file:
-        settings = json.load(file)
-    asyncio.run(Server(settings).run())
+    asyncio.run(Server().run(sys.argv[1]))
 
 
 if __name__ == "__main__":

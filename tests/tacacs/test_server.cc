@@ -38,7 +38,7 @@ std::string from_environment(const char *name) {
 }
 
 // The number that follows "name": in the server's first line.
-std::map<std::string, int> read_ports(const std::string &line) {
+std::map<std::string, int> ports_in(const std::string &line) {
     std::map<std::string, int> ports;
     for (std::size_t at = line.find('"'); at != std::string::npos; at = line.find('"', at)) {
         const std::size_t end = line.find('"', at + 1);
@@ -49,31 +49,19 @@ std::map<std::string, int> read_ports(const std::string &line) {
     return ports;
 }
 
+// The one that no test uses now.
+std::unique_ptr<ServerProcess> &spare() {
+    static std::unique_ptr<ServerProcess> process;
+    return process;
+}
+
 }  // namespace
 
-TestServer::TestServer(net::Loop &loop, const std::string &listeners, const std::string &users)
-    : loop_(loop), listeners_(listeners), users_(users) {
-    start();
-}
-
-TestServer::~TestServer() {
-    watch_.reset();
-    signal(SIGCONT);
-    input_.reset();  // the end of its input ends it
-    waitpid(process_, nullptr, 0);
-}
-
-void TestServer::start() {
-    std::string ports;
-    for (const auto &[name, port] : ports_) {
-        ports += (ports.empty() ? "\"" : ", \"") + name + "\": " + std::to_string(port);
-    }
-    const std::string file =
-        directory_.write("server.json", R"({"secret": "tac-secret", "listeners": )" + listeners_ +
-                                            ", \"ports\": {" + ports + "}, \"users\": " + users_ + "}");
+ServerProcess::ServerProcess(const std::string &file) {
     std::array<int, 2> to, from;
-    ASSERT_EQ(pipe2(to.data(), O_CLOEXEC), 0);
-    ASSERT_EQ(pipe2(from.data(), O_CLOEXEC), 0);
+    if (pipe2(to.data(), O_CLOEXEC) != 0 || pipe2(from.data(), O_CLOEXEC) != 0) {
+        give_up("no pipe");
+    }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, to[0], 0);
@@ -82,27 +70,81 @@ void TestServer::start() {
     std::string script = from_environment("AAA_TACACS_SERVER");
     std::string path = file;
     std::array<char *, 4> arguments = {python.data(), script.data(), path.data(), nullptr};
-    ASSERT_EQ(posix_spawnp(&process_, python.c_str(), &actions, nullptr, arguments.data(), environ), 0);
+    if (posix_spawnp(&id, python.c_str(), &actions, nullptr, arguments.data(), environ) != 0) {
+        give_up("cannot start " + python);
+    }
     posix_spawn_file_actions_destroy(&actions);
     close(to[0]);
     close(from[1]);
-    input_ = net::Descriptor(to[1]);
-    output_ = net::Descriptor(from[0]);
+    input = net::Descriptor(to[1]);
+    output = net::Descriptor(from[0]);
+}
+
+ServerProcess::~ServerProcess() {
+    signal(SIGCONT);
+    input.reset();  // the end of its input ends it
+    waitpid(id, nullptr, 0);
+}
+
+void ServerProcess::signal(int number) const {
+    ::kill(id, number);
+}
+
+void ServerProcess::write(const std::string &line) const {
+    const std::string bytes = line + "\n";
+    EXPECT_EQ(::write(input.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+}
+
+TestServer::TestServer(net::Loop &loop, const std::string &listeners, const std::string &users)
+    : loop_(loop), listeners_(listeners), users_(users) {
+    const std::string file = write_settings();
+    process_ = std::move(spare());
+    if (process_ == nullptr) {
+        process_ = std::make_unique<ServerProcess>(file);
+    } else {
+        process_->signal(SIGCONT);
+        process_->write("configure " + file);
+    }
+    read_ports();
+}
+
+TestServer::~TestServer() {
+    watch_.reset();
+    spare() = std::move(process_);
+}
+
+std::string TestServer::write_settings() {
+    std::string ports;
+    for (const auto &[name, port] : ports_) {
+        ports += (ports.empty() ? "\"" : ", \"") + name + "\": " + std::to_string(port);
+    }
+    return directory_.write("server.json", R"({"secret": "tac-secret", "listeners": )" + listeners_ +
+                                               ", \"ports\": {" + ports + "}, \"users\": " + users_ + "}");
+}
+
+// Skips what the server has still reported to the test before.
+void TestServer::read_ports() {
+    const int output = process_->output.get();
+    fcntl(output, F_SETFL, 0);
     std::string line;
-    for (char byte = 0; read(output_.get(), &byte, 1) == 1 && byte != '\n';) {
-        line += byte;
-    }
-    ports_ = read_ports(line);
-    if (ports_.empty()) {
-        give_up("the server has not started: " + line);
-    }
-    fcntl(output_.get(), F_SETFL, O_NONBLOCK);
-    watch_ = net::Watch(loop_, output_.get(), EPOLLIN, [this](std::uint32_t) { read_lines(); });
+    do {
+        line.clear();
+        char byte = 0;
+        for (; read(output, &byte, 1) == 1 && byte != '\n';) {
+            line += byte;
+        }
+        if (byte != '\n') {
+            give_up("the server has not started");
+        }
+    } while (line[0] != '{');
+    ports_ = ports_in(line);
+    fcntl(output, F_SETFL, O_NONBLOCK);
+    watch_ = net::Watch(loop_, output, EPOLLIN, [this](std::uint32_t) { read_lines(); });
 }
 
 void TestServer::read_lines() {
     std::array<char, 4096> buffer;
-    const ssize_t size = read(output_.get(), buffer.data(), buffer.size());
+    const ssize_t size = read(process_->output.get(), buffer.data(), buffer.size());
     if (size == 0) {
         watch_.reset();
     }
@@ -122,22 +164,22 @@ net::Address TestServer::address(const std::string &listener) const {
 }
 
 void TestServer::command(const std::string &line) {
-    const std::string bytes = line + "\n";
-    EXPECT_EQ(write(input_.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    process_->write(line);
 }
 
 void TestServer::signal(int number) {
-    ::kill(process_, number);
+    process_->signal(number);
 }
 
 void TestServer::kill() {
-    signal(SIGKILL);
-    waitpid(process_, nullptr, 0);
     watch_.reset();
+    process_->signal(SIGKILL);
+    process_.reset();
 }
 
 void TestServer::restart() {
-    start();
+    process_ = std::make_unique<ServerProcess>(write_settings());
+    read_ports();
 }
 
 std::size_t TestServer::count(std::string_view text) const {

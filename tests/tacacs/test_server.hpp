@@ -21,11 +21,22 @@
 
 namespace tacacs_test {
 
+// The process of the server. One serves many tests: starting it takes longer than most of them.
+struct ServerProcess {
+    explicit ServerProcess(const std::string &file);
+    // Ends it.
+    ~ServerProcess();
+    void signal(int number) const;
+    void write(const std::string &line) const;
+
+    pid_t id = -1;
+    net::Descriptor input, output;
+};
+
 class TestServer {
   public:
     // Starts the server with the entries "listeners" and "users" as JSON.
     TestServer(net::Loop &loop, const std::string &listeners, const std::string &users);
-    // Ends it.
     ~TestServer();
 
     net::Address address(const std::string &listener = "main") const;
@@ -45,15 +56,15 @@ class TestServer {
     void wait_for(std::string_view text, std::size_t times = 1);
 
   private:
-    void start();
+    std::string write_settings();
+    void read_ports();
     void read_lines();
 
     net::Loop &loop_;
     TempDir directory_;
     std::string listeners_, users_;
     std::map<std::string, int> ports_;
-    pid_t process_ = -1;
-    net::Descriptor input_, output_;
+    std::unique_ptr<ServerProcess> process_;
     net::Watch watch_;
     std::string partial_;
 };
