@@ -69,7 +69,7 @@ TEST(Cancel, EndsAQuestionThatWaitsForAConnection) {
     fixture.server.command("release");
     held.run();
     EXPECT_FALSE(called);
-    EXPECT_EQ(fixture.server.count("alice"), 0u);
+    EXPECT_EQ(fixture.server.seen("alice"), 0u);
 }
 
 TEST(Cancel, EndsALoginWhoseUserIsTyping) {

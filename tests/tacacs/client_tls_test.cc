@@ -50,7 +50,7 @@ class Tls : public testing::Test {
         EXPECT_THAT(outcome.text, HasSubstr("cannot connect to " + made->settings.address.text()));
         EXPECT_THAT(outcome.text, HasSubstr(text));
         EXPECT_EQ(made->authorize("alice", kShow).result, Result::kRefused);
-        EXPECT_EQ(made->server.count("alice"), 0u);
+        EXPECT_EQ(made->server.seen("alice"), 0u);
     }
 
     const Identity authority_ =
@@ -121,8 +121,8 @@ TEST_F(Tls, IsNeverReplacedByPlainTcp) {
     const AuthenticationOutcome outcome = made->log_in(pap("alice", "wonderland"));
     EXPECT_EQ(outcome.result, Result::kRefused);
     made->server.wait_for("close 1");
-    EXPECT_EQ(made->server.count("refused 1 head"), 1u);  // the beginning of TLS is no packet
-    made->server.lines.clear();                           // the fixture expects no refusals
+    EXPECT_EQ(made->server.seen("refused 1 head"), 1u);  // the beginning of TLS is no packet
+    made->server.lines.clear();                          // the fixture expects no refusals
 }
 
 // OpenSSL may take the first bytes for a long packet of SSL 2 and wait.
@@ -141,7 +141,7 @@ TEST_F(Tls, ShowsACertificateToServersThatWantOne) {
         listener(signed_for("DNS:tacacs.test"), R"(, "authority": ")" + ca_file_ + "\"");
     const std::unique_ptr<Fixture> without = fixture(wants);
     EXPECT_NE(without->log_in(pap("alice", "wonderland")).result, Result::kAnswer);
-    EXPECT_EQ(without->server.count("alice"), 0u);
+    EXPECT_EQ(without->server.seen("alice"), 0u);
     const Identity router = signed_for("DNS:router.test");
     const std::unique_ptr<Fixture> with = fixture(wants);
     with->settings.tls->settings.certificate_file = directory_.write("router.pem", router.certificate_pem());

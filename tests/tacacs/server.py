@@ -15,8 +15,8 @@
 A listener with a certificate speaks TLS. The first line of the output has the ports, as JSON. Then there is
 a line for each event: "open 1", "close 1", "authen 1 alice start ascii", "author 1 alice show version" and
 so on, with the number of the connection. Input lines are commands: "release" answers what is held, "drop"
-closes all connections, "configure FILE" starts again with another file and prints the ports, and "quit" or
-the end of the input ends the server.
+closes all connections, "report" prints "reported", "configure FILE" starts again with another file and prints
+the ports, and "quit" or the end of the input ends the server.
 
 MODE is one of: silent (no answer), held (the answer waits for "release"), bytewise (one byte at a time),
 close (no answer, the connection is closed), close-in-middle, close-once (close the first time only), garbage,
@@ -355,12 +355,14 @@ class Server:
         elif line == "drop":
             for connection in list(self.connections):
                 connection.abort()
+        elif line == "report":
+            say("reported")
         elif line.startswith("configure "):
             self.starting = asyncio.create_task(self.start_again(line.partition(" ")[2]))
         elif line == "quit":
             self.ended.set()
         else:
-            print(f"server.py: '{line}' is not a command; use release, drop, configure or quit", file=sys.stderr)
+            print(f"server.py: '{line}' is not a command; use release, drop, report, configure or quit", file=sys.stderr)
 
 
 def main():

@@ -188,10 +188,25 @@ std::size_t TestServer::count(std::string_view text) const {
     }));
 }
 
+std::size_t TestServer::seen(std::string_view text) {
+    if (process_ != nullptr) {
+        const std::size_t before = count("reported");
+        command("report");
+        wait_for("reported", before + 1);
+    }
+    return count(text);
+}
+
 void TestServer::wait_for(std::string_view text, std::size_t times) {
     while (count(text) < times) {
         loop_.run_once(INT64_MAX);
     }
+}
+
+Fixture::~Fixture() {
+    client.reset();  // its outcomes may refer to what has gone with the test
+    EXPECT_EQ(server.seen("violation"), 0u);
+    EXPECT_EQ(server.seen("refused"), 0u);
 }
 
 tacacs::Client &Fixture::get() {
