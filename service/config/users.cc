@@ -39,7 +39,8 @@ std::string hash_defect(const std::string &hash) {
     if (hash.starts_with('!') || hash.starts_with('*')) {
         return "";
     }
-    switch (crypt_checksalt(hash.c_str())) {
+    // A text of another form would be taken for a hash of the oldest kind.
+    switch (hash.starts_with('$') ? crypt_checksalt(hash.c_str()) : CRYPT_SALT_INVALID) {
         case CRYPT_SALT_OK:
             return "";
         case CRYPT_SALT_METHOD_LEGACY:
