@@ -15,6 +15,7 @@
 
 #include "aaa/result_codes.h"
 #include "base/log.hpp"
+#include "config/messages.hpp"
 
 namespace service {
 
@@ -144,8 +145,17 @@ void Daemon::stop() {
     listener_->drain([this] { loop_.stop(); });
 }
 
-void Daemon::configure(const Request &, std::function<void(cerrno)> done) {
-    loop_.post([done = std::move(done)] { done(AAA_ERR_NOT_SUPPORTED); });
+// The database is changed on the keeper's thread: writing waits for the disk.
+void Daemon::configure(const Request &request, std::function<void(cerrno)> done) {
+    const auto call = std::make_shared<std::function<void(cerrno)>>(std::move(done));
+    const bool accepted =
+        keeper_->post([this, type = request.head.type, list = request.list, call](sysdb_conn_t config) {
+            const cerrno rc = apply_configuration(config, type, list.get());
+            loop_.post([call, rc] { (*call)(rc); });
+        });
+    if (!accepted) {
+        loop_.post([call] { (*call)(AAA_ERR_NOT_CONNECTED); });
+    }
 }
 
 }  // namespace service

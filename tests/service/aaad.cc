@@ -2,6 +2,7 @@
 
 #include "service/aaad.hpp"
 
+#include <arpa/inet.h>
 #include <crypt.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -175,6 +176,75 @@ Reply Client::ping(uint32_t session) {
     Composed c(ask);
     EXPECT_EQ(aaa_util_msg_ping_compose(&c.record, &c.iov, &c.count, session), AAA_OK);
     return exchange(c, AAA_REQ_PING, ask);
+}
+
+namespace {
+
+aaa_rad_server_t server_at(const std::string &address, char *key) {
+    aaa_rad_server_t server{};
+    server.address.family = AF_INET;
+    EXPECT_EQ(inet_pton(AF_INET, address.c_str(), server.address.addr.bytes), 1);
+    server.auth_port = 1812;
+    server.acct_port = 1813;
+    server.secret = key;
+    server.timeout = 3;
+    server.retransmit = 1;
+    return server;
+}
+
+Ask in_form(uint32_t session) {
+    Ask ask;
+    ask.session = session;
+    return ask;
+}
+
+}  // namespace
+
+cerrno Client::configure_server(const std::string &address, const std::string &key, uint32_t action,
+                                uint32_t session) {
+    Composed c(in_form(session));
+    std::string secret = key;
+    aaa_rad_server_t server = server_at(address, secret.data());
+    server.action = static_cast<uint8_t>(action);
+    EXPECT_EQ(aaa_util_msg_cfg_radsvr_compose(&c.record, &server, &c.iov, &c.count, c.buffer, sizeof c.buffer,
+                                              session),
+              AAA_OK);
+    return exchange(c, AAA_REQ_CFG_RADSVR, in_form(session)).result;
+}
+
+cerrno Client::configure_group(const std::string &group, uint32_t action, uint32_t session) {
+    Composed c(in_form(session));
+    EXPECT_EQ(aaa_util_msg_cfg_rad_svrgrp_compose(&c.record, group.c_str(), action, &c.iov, &c.count,
+                                                  c.buffer, sizeof c.buffer, session),
+              AAA_OK);
+    return exchange(c, AAA_REQ_CFG_SVRGRP, in_form(session)).result;
+}
+
+cerrno Client::configure_server_in_group(const std::string &group, const std::string &address,
+                                         uint32_t action, uint32_t session) {
+    Composed c(in_form(session));
+    const aaa_rad_server_t server = server_at(address, nullptr);
+    EXPECT_EQ(aaa_util_msg_cfg_svr_in_sg_compose(&c.record, group.c_str(), &server, action, &c.iov, &c.count,
+                                                 c.buffer, sizeof c.buffer, session),
+              AAA_OK);
+    return exchange(c, AAA_REQ_CFG_SVR_IN_SG, in_form(session)).result;
+}
+
+cerrno Client::configure_list(bool authentication, const std::string &name, std::vector<Method> methods,
+                              uint32_t action, uint32_t session) {
+    Composed c(in_form(session));
+    aaa_method_list_t list{};
+    std::strncpy(list.name, name.c_str(), sizeof list.name - 1);
+    for (size_t i = 0; i < methods.size(); ++i) {
+        list.method[i] = methods[i].number;
+        std::strncpy(list.sg_name[i], methods[i].group.c_str(), sizeof list.sg_name[i] - 1);
+    }
+    const auto compose =
+        authentication ? aaa_util_msg_cfg_authenlist_compose : aaa_util_msg_cfg_authorlist_compose;
+    EXPECT_EQ(compose(&c.record, &list, action, &c.iov, &c.count, c.buffer, sizeof c.buffer, session),
+              AAA_OK);
+    return exchange(c, authentication ? AAA_REQ_CFG_AUTHENLIST : AAA_REQ_CFG_AUTHORLIST, in_form(session))
+        .result;
 }
 
 // ---- server

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <thread>
 
+#include "platform/control.h"
 #include "service/aaad.hpp"
 
 namespace {
@@ -186,6 +187,70 @@ TEST_F(AaadConfig, SettingsAreReadAgainOnSighup) {
     aaad_.settings("lockout-failures 0\n");
     aaad_.reload();
     aaad_.wait_for_login({}, passed);
+}
+
+// A key is stored sealed: that needs master keys.
+class AaadMessages : public AaadConfig {
+  protected:
+    void SetUp() override {
+        const std::string keys = aaad_.dir().path("master.keys");
+        setenv("AAA_MASTER_KEYS", keys.c_str(), 1);
+        ASSERT_EQ(aaa_platform_master_keys_create(keys.c_str()), AAA_OK);
+        login_list({AAA_METHOD_LOCAL});
+        aaad_.start();
+    }
+    void TearDown() override { unsetenv("AAA_MASTER_KEYS"); }
+
+    std::vector<std::string> stored(const std::string &directory) const {
+        return names_in(Bound("/cfg/gl/aaa/").handle(), directory);
+    }
+};
+
+TEST_F(AaadMessages, ConfigurationMessagesChangeTheDatabase) {
+    using Names = std::vector<std::string>;
+    for (const uint32_t session : {0u, 1u}) {
+        Client client = aaad_.client();
+        EXPECT_EQ(client.configure_server_in_group("branch", "192.0.2.40", 0, session), AAA_ERR_NOT_FOUND);
+        EXPECT_EQ(client.configure_group("branch", 0, session), AAA_OK);
+        EXPECT_EQ(client.configure_group("branch", 0, session), AAA_OK) << "again";
+        EXPECT_EQ(client.configure_server_in_group("branch", "192.0.2.40", 0, session), AAA_OK);
+        EXPECT_EQ(client.configure_server_in_group("branch", "192.0.2.41", 0, session), AAA_OK);
+        EXPECT_EQ(client.configure_server_in_group("branch", "192.0.2.40", 0, session), AAA_OK) << "again";
+        EXPECT_EQ(stored("group-server/radius/branch/server/"), (Names{"0x1/", "0x2/"}));
+        EXPECT_EQ(client.configure_list(true, "remote", {"branch", AAA_METHOD_LOCAL}, 0, session), AAA_OK);
+        EXPECT_EQ(client.configure_list(false, "remote", {AAA_METHOD_LOCAL}, 0, session), AAA_OK);
+        Ask ask;
+        ask.list = "remote";
+        aaad_.wait_for_login(ask, passed);
+        EXPECT_EQ(client.authorize(ask).status, uint32_t{AAA_STAT_PASS});
+        EXPECT_EQ(client.configure_group("branch", 1, session), AAA_ERR_SG_IN_USE);
+        EXPECT_EQ(client.configure_list(true, "remote", {}, 1, session), AAA_OK);
+        EXPECT_EQ(client.configure_list(true, "remote", {}, 1, session), AAA_ERR_NOT_FOUND);
+        EXPECT_EQ(client.configure_list(false, "remote", {}, 1, session), AAA_OK);
+        EXPECT_EQ(client.configure_server_in_group("branch", "192.0.2.40", 1, session), AAA_OK);
+        EXPECT_EQ(client.configure_server_in_group("branch", "192.0.2.40", 1, session), AAA_ERR_NOT_FOUND);
+        EXPECT_EQ(client.configure_group("branch", 1, session), AAA_OK);
+        EXPECT_EQ(client.configure_group("branch", 1, session), AAA_ERR_NOT_FOUND);
+        EXPECT_EQ(stored("group-server/radius/"), Names{"!40818600"});
+    }
+}
+
+TEST_F(AaadMessages, AServersKeyIsStoredSealed) {
+    Client client = aaad_.client();
+    EXPECT_EQ(client.configure_server("192.0.2.50", "s3cret", 0, 0), AAA_OK);
+    const Bound config("/cfg/gl/aaa/");
+    const std::string at = "radius/settings/192.0.2.50,1812,1813/";
+    const std::string sealed = get_text(config.handle(), at + "key");
+    EXPECT_EQ(sealed.find("s3cret"), std::string::npos);
+    EXPECT_GE(sealed.size(), 40u) << sealed;
+    EXPECT_EQ(get_number(config.handle(), at + "timeout"), 3000);
+    EXPECT_EQ(get_number(config.handle(), at + "tries"), 2);
+    const auto [status, output] = aaad_.run({"--check"});
+    EXPECT_EQ(status, 0) << output;
+    EXPECT_EQ(client.configure_server("192.0.2.50", "s3cret", 1, 0), AAA_OK);
+    EXPECT_EQ(existence(config.handle(), at + "key"), SYSDB_ERR_NOT_FOUND);
+    EXPECT_EQ(client.configure_server("192.0.2.50", "s3cret", 1, 0), AAA_ERR_NOT_FOUND);
+    EXPECT_EQ(client.configure_server("192.0.2.50", "", 0, 0), AAA_ERR_INVALID_CLIENT_DATA);
 }
 
 TEST_F(AaadConfig, NumbersOfGroupsArePublished) {
