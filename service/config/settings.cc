@@ -123,37 +123,39 @@ bool read_mode(Reader &reader, Words words, std::uint32_t &out) {
 }
 
 bool read_fallback(Reader &reader, Words words) {
-    reader.settings.fallback.clear();
+    std::vector<std::uint32_t> methods;
     for (const std::string_view word : words.subspan(1)) {
         if (word == "local") {
-            reader.settings.fallback.push_back(AAA_METHOD_LOCAL);
+            methods.push_back(AAA_METHOD_LOCAL);
         } else if (word == "line") {
-            reader.settings.fallback.push_back(AAA_METHOD_LINE);
+            methods.push_back(AAA_METHOD_LINE);
         } else if (word == "enable") {
-            reader.settings.fallback.push_back(AAA_METHOD_ENABLE);
+            methods.push_back(AAA_METHOD_ENABLE);
         } else {
             // "none" is not offered: a damaged database would open the router to everyone.
             reader.fault = quoted(word) + suggestion(word, {"local", "line", "enable"});
             return false;
         }
     }
+    reader.settings.fallback = std::move(methods);
     return true;
 }
 
 bool read_exempt(Reader &reader, Words words) {
-    LockoutSettings &lockout = reader.settings.lockout;
-    lockout.exempt.clear();
-    lockout.console_exempt = false;
+    std::vector<std::string> users;
+    bool console = false;
     for (const std::string_view word : words.subspan(1)) {
         if (word == "console") {
-            lockout.console_exempt = true;
+            console = true;
         } else if (word.starts_with("user:") && word.size() > 5) {
-            lockout.exempt.emplace_back(word.substr(5));
+            users.emplace_back(word.substr(5));
         } else if (word != "none" || words.size() != 2) {
             reader.fault = quoted(word) + "; use none, or console and user:NAME";
             return false;
         }
     }
+    reader.settings.lockout.exempt = std::move(users);
+    reader.settings.lockout.console_exempt = console;
     return true;
 }
 
@@ -304,7 +306,6 @@ bool read_line(Reader &reader, std::string_view line, std::array<unsigned, std::
         reader.fault = quoted(words[0]) + " is already set on line " + std::to_string(before);
         return false;
     }
-    before = number;
     if (words.size() - 1 < key->least_values || words.size() - 1 > key->most_values) {
         reader.fault =
             quoted(words[0]) + " takes " + std::to_string(key->least_values) +
@@ -312,7 +313,11 @@ bool read_line(Reader &reader, std::string_view line, std::array<unsigned, std::
             " word(s), not " + std::to_string(words.size() - 1);
         return false;
     }
-    return key->read(reader, words);
+    if (!key->read(reader, words)) {
+        return false;
+    }
+    before = number;
+    return true;
 }
 
 void check_together(const Settings &settings, std::vector<Fault> &faults) {
