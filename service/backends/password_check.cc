@@ -2,6 +2,7 @@
 
 #include "backends/password_check.hpp"
 
+#include <atomic>
 #include <utility>
 
 namespace service {
@@ -11,12 +12,16 @@ namespace {
 struct Checked {
     Outcome outcome;
     Backend::Done done;
+    std::atomic<bool> cancelled = false;  // clients that leave must not keep the threads busy
 };
 
 class Check : public Attempt {
   public:
     explicit Check(std::shared_ptr<Checked> checked) : checked_(std::move(checked)) {}
-    ~Check() override { checked_->done = nullptr; }
+    ~Check() override {
+        checked_->cancelled = true;
+        checked_->done = nullptr;
+    }
 
   private:
     std::shared_ptr<Checked> checked_;
@@ -28,12 +33,17 @@ std::unique_ptr<Attempt> check_on_a_thread(net::Loop &loop, Workers &workers, st
                                            Backend::Done done) {
     auto checked = std::make_shared<Checked>();
     checked->done = done;
-    const bool accepted = workers.run([checked, check = std::move(check)] { checked->outcome = check(); },
-                                      [checked] {
-                                          if (const auto call = std::exchange(checked->done, nullptr)) {
-                                              call(std::move(checked->outcome));
-                                          }
-                                      });
+    const bool accepted = workers.run(
+        [checked, check = std::move(check)] {
+            if (!checked->cancelled) {
+                checked->outcome = check();
+            }
+        },
+        [checked] {
+            if (const auto call = std::exchange(checked->done, nullptr)) {
+                call(std::move(checked->outcome));
+            }
+        });
     if (!accepted) {
         return answer_soon(loop, Outcome::error("too many passwords wait to be checked"), std::move(done));
     }
