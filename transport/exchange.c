@@ -71,7 +71,9 @@ static cerrno measure(aaa_transport_t *transport, const iov_t *iov, uint32_t cou
     return AAA_OK;
 }
 
-cerrno aaa_transport_send(aaa_transport_t *transport, const iov_t *iov, uint32_t count, int64_t deadline) {
+/* Sends a message that says how long its sender waits for the answer, in milliseconds. */
+static cerrno send_message(aaa_transport_t *transport, const iov_t *iov, uint32_t count, uint32_t patience,
+                           int64_t deadline) {
     struct iovec elements[AAA_TRANSPORT_MAX_ELEMENTS + 1];
     uint32_t total = 0;
     cerrno rc = aaa_transport_begin(transport);
@@ -81,7 +83,7 @@ cerrno aaa_transport_send(aaa_transport_t *transport, const iov_t *iov, uint32_t
     if (rc != AAA_OK) {
         return rc;
     }
-    uint32_t fields[5] = {AAA_TRANSPORT_MAGIC, total, ++transport->sequence, (uint32_t)getpid(), 0};
+    uint32_t fields[5] = {AAA_TRANSPORT_MAGIC, total, ++transport->sequence, (uint32_t)getpid(), patience};
     elements[0] = (struct iovec){.iov_base = fields, .iov_len = sizeof fields};
     for (uint32_t i = 0; i < count; i++) {
         elements[i + 1] = (struct iovec){.iov_base = iov[i].base, .iov_len = iov[i].len};
@@ -89,6 +91,10 @@ cerrno aaa_transport_send(aaa_transport_t *transport, const iov_t *iov, uint32_t
     elements[1].iov_base = (unsigned char *)iov[0].base + sizeof fields; /* replaced by ours */
     elements[1].iov_len -= sizeof fields;
     return send_elements(transport, elements, count + 1, deadline);
+}
+
+cerrno aaa_transport_send(aaa_transport_t *transport, const iov_t *iov, uint32_t count, int64_t deadline) {
+    return send_message(transport, iov, count, 0, deadline);
 }
 
 /* Takes the list out of a packet and clears its list field. */
@@ -210,13 +216,26 @@ static cerrno receive_answer(aaa_transport_t *transport, aaa_transport_msg_t *re
     return rc;
 }
 
+/* Whole milliseconds until a deadline, at least one: 0 says nothing, and stands for no limit. */
+static uint32_t time_left(int64_t deadline) {
+    const int64_t millisecond = 1000000;
+    if (deadline == AAA_TRANSPORT_NEVER) {
+        return 0;
+    }
+    const int64_t left = aaa_transport_remaining(deadline) / millisecond;
+    if (left >= UINT32_MAX) {
+        return UINT32_MAX;
+    }
+    return left > 0 ? (uint32_t)left : 1;
+}
+
 cerrno aaa_transport_ask(aaa_transport_t *transport, const iov_t *iov, uint32_t count,
                          aaa_transport_msg_t *reply, int64_t deadline) {
     if (reply == NULL) {
         return AAA_ERR_INVALID_ARG;
     }
     reply->len = 0;
-    cerrno rc = aaa_transport_send(transport, iov, count, deadline);
+    cerrno rc = send_message(transport, iov, count, time_left(deadline), deadline);
     return rc == AAA_OK ? receive_answer(transport, reply, deadline) : rc;
 }
 

@@ -56,6 +56,10 @@ aaa_transport_kind_t aaa_transport_kind_of(const aaa_transport_msg_t *msg) {
                : AAA_TRANSPORT_GARBAGE;
 }
 
+uint32_t aaa_transport_patience_of(const aaa_transport_msg_t *msg) {
+    return aaa_transport_kind_of(msg) == AAA_TRANSPORT_CLASSIC ? word_at(msg, 4 * sizeof(uint32_t)) : 0;
+}
+
 size_t aaa_transport_response_size(uint32_t type) {
     switch (type) {
 #define AAA_RESPONSE_SIZE(row_type, row_size) \

@@ -422,6 +422,37 @@ TEST_F(Exchange, ARequestGetsItsAnswer) {
     answering.join();
 }
 
+// A server that does not know how long its client waits tries methods whose answers no one reads.
+TEST_F(Exchange, ARequestSaysHowLongItsSenderWaits) {
+    char bytes[64] = "";
+    const iov_t element = {bytes, sizeof bytes};
+    const auto patience = [&](int64_t deadline) {
+        EXPECT_EQ(aaa_transport_ask(client_.get(), &element, 1, message_.get(), deadline), AAA_ERR_TIMEOUT);
+        EXPECT_EQ(receive(server_), AAA_OK);
+        client_ = connect_to(path_);
+        server_ = accept_from(listener_);
+        return aaa_transport_patience_of(message_.get());
+    };
+    EXPECT_EQ(patience(AAA_TRANSPORT_NOW), 1u) << "a deadline that has passed is not the lack of one";
+    const uint32_t some = patience(aaa_transport_deadline(kShort));
+    EXPECT_GE(some, 1u);
+    EXPECT_LE(some, kShort);
+    std::thread answering([&] {
+        const auto request = std::make_unique<aaa_transport_msg_t>();
+        for (int i = 0; i < 2; i++) {
+            EXPECT_EQ(aaa_transport_receive(server_.get(), request.get(), AAA_TRANSPORT_NEVER), AAA_OK);
+            const std::string said = std::to_string(aaa_transport_patience_of(request.get()));
+            EXPECT_TRUE(send_raw(server_, said));
+        }
+    });
+    EXPECT_EQ(aaa_transport_ask(client_.get(), &element, 1, message_.get(), AAA_TRANSPORT_NEVER), AAA_OK);
+    EXPECT_EQ(received(), "0") << "no limit";
+    const int64_t far = aaa_transport_deadline(0) + INT64_C(100) * 24 * 3600 * 1000000000;
+    EXPECT_EQ(aaa_transport_ask(client_.get(), &element, 1, message_.get(), far), AAA_OK);
+    EXPECT_EQ(received(), std::to_string(UINT32_MAX)) << "more milliseconds than the field holds";
+    answering.join();
+}
+
 // A late answer would be taken for the answer to the next user's request.
 TEST_F(Exchange, AConnectionWhoseAnswerDidNotComeIsClosed) {
     char bytes[64] = "";

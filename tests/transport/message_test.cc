@@ -473,6 +473,9 @@ TEST(Malformed, NullArgumentsAreRefused) {
     aaa_transport_head_t head;
     avlist *list = nullptr;
     EXPECT_EQ(aaa_transport_kind_of(nullptr), AAA_TRANSPORT_GARBAGE);
+    EXPECT_EQ(aaa_transport_patience_of(nullptr), 0u);
+    // Only the fields of a classic message are read.
+    EXPECT_EQ(aaa_transport_patience_of(message_of(std::string(20, '\xff')).get()), 0u);
     EXPECT_EQ(aaa_transport_read_request(nullptr, &head), AAA_ERR_INVALID_ARG);
     EXPECT_EQ(aaa_transport_read_request(msg.get(), nullptr), AAA_ERR_INVALID_ARG);
     EXPECT_EQ(aaa_transport_read_reply(nullptr, 0, &head), AAA_ERR_INVALID_ARG);

@@ -28,10 +28,13 @@ extern "C" {
  * **On the socket.** A classic message is the elements of its io-vector, one
  * after the other. The first 20 bytes of its header record are the transport's:
  * five words in host order, AAA_TRANSPORT_MAGIC, the length of the message, its
- * number on this connection, the process that sent it, and 0. A session packet
- * is followed by its attribute list in packed form, and its list field is 0: an
- * address means nothing to another process. A message has at most
- * AAA_TRANSPORT_MAX bytes. File descriptors that a peer attaches are discarded.
+ * number on this connection, the process that sent it, and the milliseconds that
+ * the sender will wait for an answer, or 0 when it does not say. A server answers
+ * within that time rather than try a method whose answer no one would read.
+ * aaa_transport_ask() writes what is left until its deadline. A session packet
+ * has no room for the time. Its attribute list follows it in packed form, and its
+ * list field is 0: an address means nothing to another process. A message has at
+ * most AAA_TRANSPORT_MAX bytes. File descriptors that a peer attaches are discarded.
  *
  * **Deadlines** are absolute, in nanoseconds of CLOCK_MONOTONIC. A deadline
  * limits how long a call waits; work that needs no waiting is done even after
@@ -349,6 +352,18 @@ AAA_API cerrno aaa_transport_ask_packet(aaa_transport_t *transport, void *packet
  * @return the form; AAA_TRANSPORT_GARBAGE when these are not well-formed
  */
 AAA_API aaa_transport_kind_t aaa_transport_kind_of(const aaa_transport_msg_t *msg);
+
+/**
+ * Tells how long the sender of a message waits for the answer.
+ *
+ * The time began when the message was sent. It is the sender's own word: a
+ * server keeps a limit of its own.
+ *
+ * @param[in] msg the message; may be null
+ *
+ * @return milliseconds; 0 when the sender does not say, and for a message that is not in the classic form
+ */
+AAA_API uint32_t aaa_transport_patience_of(const aaa_transport_msg_t *msg);
 
 /**
  * Gives the size of the session packet that answers a request.

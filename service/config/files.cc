@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Reads the files of the configuration.
+
+#include "config/keeper.hpp"
+
+namespace service {
+
+namespace {
+
+void add_faults(const std::string &path, const std::vector<Fault> &faults, std::vector<std::string> &out) {
+    for (const Fault &fault : faults) {
+        out.push_back(fault_text(path, fault));
+    }
+}
+
+std::shared_ptr<const Settings> read_settings(const KeeperOptions &options, const Accounts &accounts,
+                                              std::vector<std::string> &out) {
+    const TextFile file = read_text_file(options.settings_path, Privacy::kShared, 1 << 20);
+    std::vector<Fault> faults = file.faults;
+    if (file.missing) {
+        faults.clear();
+    }
+    Settings settings = parse_settings(file.text, accounts, faults);
+    if (!options.socket.empty()) {
+        settings.socket = options.socket;
+    }
+    add_faults(options.settings_path, faults, out);
+    return faults.empty() ? std::make_shared<const Settings>(std::move(settings)) : nullptr;
+}
+
+}  // namespace
+
+FilesRead read_files(const KeeperOptions &options, const Accounts &accounts) {
+    FilesRead read;
+    read.settings = read_settings(options, accounts, read.faults);
+    if (read.settings == nullptr) {
+        return read;
+    }
+    const std::string &path = read.settings->users;
+    const TextFile file = read_text_file(path, Privacy::kSecret);
+    std::vector<Fault> faults = file.faults;
+    if (faults.empty()) {
+        read.users = std::make_shared<const Users>(parse_users(file.text, faults));
+    }
+    if (!file.missing) {  // a router whose users are all on servers has none
+        add_faults(path, faults, read.faults);
+    }
+    return read;
+}
+
+}  // namespace service

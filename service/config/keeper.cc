@@ -1,0 +1,392 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The thread of the configuration. It blocks on the host's event manager, which connects to
+// the database and connects again when it is lost.
+
+#include "config/keeper.hpp"
+
+#include <signal.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "base/log.hpp"
+#include "platform/cerr.h"
+
+namespace service {
+
+namespace {
+
+constexpr char kConfigRoot[] = "/cfg/gl/aaa/";
+constexpr char kMapsRoot[] = "/oper/aaa/gl/group-server/";
+constexpr std::uint32_t kReadable = 1;
+
+std::string directory_of(const std::string &path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
+}
+
+// The keeper's thread gets no signals: they are the loop's.
+template <typename Work>
+std::thread thread_without_signals(Work work) {
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    std::thread thread(std::move(work));
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return thread;
+}
+
+}  // namespace
+
+Keeper::Keeper(KeeperOptions options, Apply apply) : options_(std::move(options)), apply_(std::move(apply)) {}
+
+Keeper::~Keeper() {
+    stop();
+}
+
+bool Keeper::start() {
+    FilesRead files = read_files(options_, accounts_);
+    take_faults(files.faults, reported_files_);
+    if (files.settings == nullptr) {
+        return false;
+    }
+    settings_ = files.settings;
+    users_ = files.users;
+    events_ = event_manager_create(0, "aaad configuration", 0, nullptr);
+    wake_ = events_ != nullptr ? event_async_attach(events_, 128, nullptr, nullptr) : -1;
+    if (wake_ < 0 || !connect_database()) {
+        log(Level::kError, "NO_EVENTS", "the event manager cannot be used: %s", std::strerror(errno));
+        return false;
+    }
+    // The first read is made here: the service does not say that it is ready before it knows
+    // its configuration, or that there is none.
+    if (event_conn_open(database_event_) != 0) {
+        make_snapshot();
+    }
+    watch_users();
+    thread_ = thread_without_signals([this] { run(); });
+    return true;
+}
+
+void Keeper::stop() {
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    if (thread_.joinable()) {
+        event_send_async(events_, wake_, 0);
+        thread_.join();
+    }
+    if (events_ != nullptr) {
+        event_manager_destroy(events_);
+        events_ = nullptr;
+    }
+    watch_.reset();
+    config_.close();
+    maps_.close();
+}
+
+void Keeper::run() {
+    alignas(8) unsigned char buffer[256];
+    event_block_ctx_t context{};
+    context.evm = events_;
+    context.buffer = buffer;
+    context.size = sizeof buffer;
+    for (;;) {
+        if (event_block(&context) == 0) {
+            qm_event_dispatch(&context, 0);
+        } else if (errno != EINTR) {
+            log(Level::kError, "NO_EVENTS", "changes of the configuration are no longer noticed: %s",
+                std::strerror(errno));
+            return;
+        }
+        {
+            const std::lock_guard lock(mutex_);
+            if (stopping_) {
+                return;
+            }
+        }
+        handle_jobs();
+        if (std::exchange(users_changed_, false)) {
+            read_users_again();
+        }
+        if (std::exchange(changed_, false)) {
+            make_snapshot();
+        }
+        if (connected_ && config_.get() == 0) {
+            reconnect();
+        }
+    }
+}
+
+void Keeper::handle_jobs() {
+    std::vector<std::function<void()>> jobs;
+    {
+        const std::lock_guard lock(mutex_);
+        jobs.swap(jobs_);
+    }
+    for (const auto &job : jobs) {
+        job();
+    }
+}
+
+bool Keeper::post(std::function<void(sysdb_conn_t)> work) {
+    const std::lock_guard lock(mutex_);
+    if (stopping_ || !thread_.joinable()) {
+        return false;
+    }
+    jobs_.push_back([this, work = std::move(work)] { work(config_.get()); });
+    return event_send_async(events_, wake_, 0) == 0;
+}
+
+void Keeper::reload(std::function<void()> done) {
+    post([this, done = std::move(done)](sysdb_conn_t) { read_everything(done); });
+}
+
+// ---- the database
+
+bool Keeper::connect_database() {
+    const auto up = [](void *, void *self) { return static_cast<Keeper *>(self)->bring_up(); };
+    const auto down = [](void *, void *self) {
+        static_cast<Keeper *>(self)->bring_down();
+        return int32_t{0};
+    };
+    return event_conn_create(&database_event_, events_, up, this, EVENT_CONN_TYPE_SYSDB) == 0 &&
+           event_conn_notify(database_event_, EVENT_CONN_NOTIFY_DOWN, down) == 0;
+}
+
+int32_t Keeper::bring_up() {
+    config_.close();
+    std::uint64_t notification = 0;
+    int32_t channel = -1;
+    cerrno rc = config_.open(kConfigRoot);
+    if (rc == 0) {
+        rc = _sysdb_register_notification(
+            config_.get(), "", SYSDB_EVENT_SET | SYSDB_EVENT_DELETE, SYSDB_NOTIFY_CHANGES,
+            [](const void *, void *self, void *) {
+                static_cast<Keeper *>(self)->changed_ = true;
+                return 0;
+            },
+            this, 0, nullptr, 0, &notification);
+    }
+    if (rc == 0) {
+        rc = sysdb_conn_to_coid(config_.get(), &channel);
+    }
+    if (rc == 0 && maps_.get() == 0 && maps_.open(kMapsRoot) != 0) {
+        maps_.close();  // numbers of groups are not published, and logins go on
+    }
+    if (rc == 0) {
+        make_snapshot();
+        connected_ = config_.get() != 0;
+        return connected_ ? channel : -1;
+    }
+    config_.close();
+    if (!std::exchange(database_lost_, true)) {
+        log(Level::kError, "NO_DATABASE",
+            "the system database cannot be used (%s): %s, and it is tried again", cerr_strerror(rc),
+            current_ != nullptr ? "the last configuration goes on" : "the fallback of aaad.conf applies");
+    }
+    return -1;
+}
+
+void Keeper::bring_down() {
+    connected_ = false;
+    config_.close();
+    maps_.close();
+}
+
+// Fills the lists of a snapshot from the database. False when it cannot be read.
+bool Keeper::read_lists(Snapshot &snapshot) {
+    if (config_.get() == 0) {
+        return false;
+    }
+    std::vector<std::string> faults;
+    if (maps_.get() != 0) {
+        publish_groups(config_.get(), maps_.get(), faults);
+    }
+    ReadResult result = read_database(config_.get(), maps_.get(), snapshot);
+    if (result.failure != 0) {
+        if (!std::exchange(database_lost_, true)) {
+            log(Level::kError, "NO_DATABASE", "%s cannot be read (%s): the last configuration goes on",
+                result.failed_path.c_str(), cerr_strerror(result.failure));
+        }
+        config_.close();  // run() connects again
+        return false;
+    }
+    if (std::exchange(database_lost_, false)) {
+        log(Level::kNotice, "DATABASE", "the system database can be read again");
+    }
+    std::move(result.faults.begin(), result.faults.end(), std::back_inserter(faults));
+    take_faults(faults, reported_database_);
+    return true;
+}
+
+// A connection whose database could not be read is opened again, by a new record of the event
+// manager, which tries at growing intervals.
+void Keeper::reconnect() {
+    connected_ = false;
+    maps_.close();
+    event_conn_close(std::exchange(database_event_, nullptr));
+    if (connect_database()) {
+        event_conn_open(database_event_);
+    }
+}
+
+// What goes on when the present state cannot be used: the lists that were in force, or the
+// fallback.
+void Keeper::go_on_with_last(Snapshot &snapshot) const {
+    if (current_ != nullptr && !current_->is_fallback) {
+        snapshot.lists = current_->lists;
+        snapshot.groups = current_->groups;
+    } else {
+        snapshot.groups.clear();
+        use_fallback(snapshot);
+    }
+}
+
+// Puts the last usable state in place of one that lets no one in, unless that is wanted.
+void Keeper::refuse_lockout(Snapshot &snapshot) {
+    const std::string lockout = locks_everybody_out(snapshot);
+    if (lockout.empty() || options_.force || settings_->force_configuration) {
+        reported_refusal_.clear();
+        return;
+    }
+    const bool has_last = current_ != nullptr && !current_->is_fallback;
+    if (std::exchange(reported_refusal_, lockout) != lockout) {
+        log(Level::kError, "LOCKOUT_REFUSED",
+            "a configuration that lets no one log in is not used: %s; %s; to use it all the same, set "
+            "\"force-configuration yes\" in %s",
+            lockout.c_str(), has_last ? "the one before goes on" : "the fallback of aaad.conf applies",
+            options_.settings_path.c_str());
+    }
+    if (has_last) {
+        snapshot.users = current_->users;
+    }
+    go_on_with_last(snapshot);
+}
+
+void Keeper::make_snapshot() {
+    auto made = std::make_shared<Snapshot>();
+    made->settings = settings_;
+    made->users = users_;
+    if (!read_lists(*made)) {
+        go_on_with_last(*made);
+    }
+    refuse_lockout(*made);
+    made->number = ++made_;
+    current_ = made;
+    log(Level::kDebug, "CONFIGURATION", "configuration %llu: %zu lists, %zu users%s",
+        static_cast<unsigned long long>(made->number), made->lists.size(),
+        made->users != nullptr ? made->users->users.size() : 0, made->is_fallback ? ", fallback" : "");
+    apply_(made);
+}
+
+// ---- files
+
+void Keeper::take_faults(const std::vector<std::string> &faults, std::vector<std::string> &reported) {
+    for (const std::string &fault : faults) {
+        if (std::find(reported.begin(), reported.end(), fault) == reported.end()) {
+            log(Level::kError, "CONFIGURATION", "%s", fault.c_str());
+        }
+    }
+    reported = faults;
+}
+
+void Keeper::read_everything(const std::function<void()> &done) {
+    reported_files_.clear();  // whoever asks for it wants to see them again
+    reported_database_.clear();
+    reported_refusal_.clear();
+    FilesRead files = read_files(options_, accounts_);
+    take_faults(files.faults, reported_files_);
+    if (files.settings == nullptr) {
+        log(Level::kError, "CONFIGURATION", "%s is not used: the settings before go on",
+            options_.settings_path.c_str());
+    } else {
+        if (files.settings->socket != settings_->socket) {
+            log(Level::kWarning, "CONFIGURATION",
+                "the socket is moved when the service is started the next time");
+        }
+        settings_ = files.settings;
+        if (files.users != nullptr && files.faults.empty()) {
+            users_ = files.users;
+        } else if (users_ != nullptr) {
+            log(Level::kError, "USERS", "%s is not used: the users before go on", settings_->users.c_str());
+        }
+        watch_users();
+    }
+    make_snapshot();
+    done();
+}
+
+void Keeper::read_users_again() {
+    FilesRead files = read_files(options_, accounts_);
+    take_faults(files.faults, reported_files_);
+    if (files.settings == nullptr || files.settings->users != settings_->users) {
+        return;  // settings are taken over when the service is told to
+    }
+    if (files.users == nullptr || !files.faults.empty()) {
+        log(Level::kError, "USERS", "%s is not used: the users before go on", settings_->users.c_str());
+        return;
+    }
+    users_ = files.users;
+    log(Level::kInfo, "USERS", "%s: %zu users", settings_->users.c_str(), users_->users.size());
+    make_snapshot();
+}
+
+// Watches the directory, because editors put a new file in place of the old one.
+void Keeper::watch_users() {
+    if (watch_event_ != nullptr) {
+        event_conn_close(std::exchange(watch_event_, nullptr));
+    }
+    watch_.reset();
+    const auto up = [](void *, void *self) { return static_cast<Keeper *>(self)->open_watch(); };
+    const auto input = [](void *, void *self) {
+        static_cast<Keeper *>(self)->drain_watch();
+        return int32_t{0};
+    };
+    if (event_conn_create(&watch_event_, events_, up, this, EVENT_CONN_TYPE_FD) == 0 &&
+        event_conn_evm_handler(watch_event_, kReadable, input, nullptr) == 0) {
+        event_conn_open(watch_event_);
+    }
+}
+
+int32_t Keeper::open_watch() {
+    net::Descriptor fd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    const std::string directory = directory_of(settings_->users);
+    if (!fd || inotify_add_watch(fd.get(), directory.c_str(),
+                                 IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE | IN_ATTRIB | IN_ONLYDIR) < 0) {
+        if (!std::exchange(watch_failed_, true)) {
+            log(Level::kWarning, "USERS",
+                "changes of %s are not noticed (%s); after a change send the service SIGHUP",
+                settings_->users.c_str(), std::strerror(errno));
+        }
+        return -1;
+    }
+    if (std::exchange(watch_failed_, false)) {
+        users_changed_ = true;  // perhaps while it was not watched
+    }
+    watch_ = std::move(fd);
+    return watch_.get();
+}
+
+void Keeper::drain_watch() {
+    alignas(inotify_event) char events[4096];
+    const std::string name = settings_->users.substr(settings_->users.rfind('/') + 1);
+    ssize_t count;
+    while ((count = read(watch_.get(), events, sizeof events)) > 0) {
+        for (ssize_t at = 0; at + static_cast<ssize_t>(sizeof(inotify_event)) <= count;) {
+            inotify_event event;
+            std::memcpy(&event, events + at, sizeof event);
+            const char *about = events + at + sizeof event;
+            users_changed_ =
+                users_changed_ || (event.mask & IN_Q_OVERFLOW) != 0 || (event.len > 0 && name == about);
+            at += static_cast<ssize_t>(sizeof event + event.len);
+        }
+    }
+}
+
+}  // namespace service

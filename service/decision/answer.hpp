@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the service answers to a request.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "aaa/types.h"
+#include "backends/backend.hpp"
+
+namespace service {
+
+// A login between two rounds: where in its list it is, under the configuration with which it
+// began.
+struct PendingLogin {
+    SnapshotPtr snapshot;
+    std::string list;
+    std::size_t place = 0;  // of the method that asked
+    std::string user;
+    std::uint32_t service = 0;
+    std::shared_ptr<Dialogue> dialogue;
+    unsigned rounds = 0;
+};
+
+struct Answer {
+    std::uint32_t status = 0;  // AAA_STAT_...
+    std::string text;          // for the user
+    std::optional<std::uint32_t> privilege;
+    std::vector<Attribute> attributes;
+    std::uint32_t method = 0;               // that answered, AAA_METHOD_...
+    bool echo = false;                      // of what the user answers to a challenge
+    std::shared_ptr<PendingLogin> pending;  // of a challenge
+    cerrno error = 0;                       // of accounting: why the record is not kept
+};
+
+}  // namespace service

@@ -1,0 +1,353 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "decision/decision.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include "aaa/result_codes.h"
+#include "backends/password.hpp"
+#include "backends/password_check.hpp"
+#include "base/log.hpp"
+
+namespace service {
+
+namespace {
+
+constexpr unsigned kMostRounds = 16;
+constexpr char kRefused[] = "Login incorrect";
+constexpr char kNotAuthorized[] = "Not authorized";
+
+std::uint32_t status_of(Prompt prompt) {
+    switch (prompt) {
+        case Prompt::kUser:
+            return AAA_STAT_GETUSER;
+        case Prompt::kPassword:
+            return AAA_STAT_GETPASS;
+        case Prompt::kData:
+            return AAA_STAT_GETDATA;
+    }
+    return AAA_STAT_ERROR;
+}
+
+const char *kind_text(Outcome::Kind kind) {
+    switch (kind) {
+        case Outcome::Kind::kPass:
+            return "pass";
+        case Outcome::Kind::kFail:
+            return "refused";
+        case Outcome::Kind::kChallenge:
+            return "asks the user";
+        case Outcome::Kind::kUnavailable:
+            return "no answer";
+        case Outcome::Kind::kError:
+            return "error";
+    }
+    return "?";
+}
+
+}  // namespace
+
+net::Time time_for(std::uint32_t said_ms, const Settings &settings) {
+    const net::Time patience =
+        std::min(said_ms != 0 ? said_ms : settings.patience_ms, settings.longest_ms) * net::kMillisecond;
+    return patience - std::min(patience / 10, 250 * net::kMillisecond);
+}
+
+Decision::Decision(const Deciders &deciders, Question question, std::shared_ptr<PendingLogin> pending,
+                   Done done)
+    : deciders_(deciders),
+      question_(std::move(question)),
+      done_(std::move(done)),
+      deadline_(question_.deadline) {
+    begin(std::move(pending));
+}
+
+Decision::~Decision() = default;
+
+// Has work done in the next round of the loop, unless the decision has gone by then.
+void Decision::soon(std::function<void()> work) {
+    deciders_.loop.post([alive = std::weak_ptr<int>(alive_), work = std::move(work)] {
+        if (const auto held = alive.lock()) {
+            work();
+        }
+    });
+}
+
+void Decision::trace(Step step, std::string subject, std::string detail) {
+    deciders_.trace.add(
+        {0, net::Loop::clock(), question_.id, step, question_.user, std::move(subject), std::move(detail)});
+}
+
+void Decision::begin(std::shared_ptr<PendingLogin> pending) {
+    std::size_t place = 0;
+    std::shared_ptr<Dialogue> dialogue;
+    if (pending != nullptr) {
+        question_.snapshot = pending->snapshot;
+        question_.round = pending->rounds;
+        path_ = pending->list;
+        place = pending->place;
+        dialogue = pending->dialogue;
+        if (question_.round > kMostRounds) {
+            soon([this] {
+                fail_without_method("the login has taken too many rounds", AAA_ERR_INVALID_CLIENT_DATA);
+            });
+            return;
+        }
+        list_ = question_.snapshot->lists.at(path_);
+    } else {
+        const ListChoice choice = choose_list(*question_.snapshot, question_);
+        if (choice.list == nullptr) {
+            const cerrno error = question_.function == Function::kAccounting ? AAA_ERR_ACCT_NOT_DEFINED
+                                                                             : AAA_ERR_NO_METHODS_SPECIFIED;
+            soon([this, why = choice.why, error] { fail_without_method(why, error); });
+            return;
+        }
+        path_ = choice.path;
+        list_ = *choice.list;
+        trace(Step::kList, path_, question_.snapshot->is_fallback ? "the fallback of aaad.conf" : "");
+    }
+    if (question_.function == Function::kAuthentication && question_.password &&
+        deciders_.lockout.is_locked(question_.user, question_.source, deciders_.loop.now(),
+                                    question_.snapshot->settings->lockout)) {
+        pretend_to_check();
+        return;
+    }
+    if (list_.broadcast && question_.function == Function::kAccounting) {
+        soon([this] { ask_all(); });
+    } else {
+        soon([this, place, dialogue] { ask(place, dialogue); });
+    }
+}
+
+// A locked login gets the answer of a wrong password, after the time that one takes.
+void Decision::pretend_to_check() {
+    trace(Step::kOutcome, "lockout", "logins of this user from this source are refused for some time");
+    const auto users = question_.snapshot->users;
+    const auto check = [password = *question_.password, setting = users != nullptr ? users->setting : ""] {
+        spend_a_check(password, setting);
+        return Outcome::fail("locked out");
+    };
+    pretence_ = check_on_a_thread(deciders_.loop, deciders_.workers, check, [this](const Outcome &outcome) {
+        Answer answer;
+        answer.status = AAA_STAT_FAIL;
+        answer.text = kRefused;
+        log_answer(answer, outcome.reason);
+        finish(std::move(answer));
+    });
+}
+
+// A remote method that is not the last leaves time for those that follow. One that works on
+// this machine has the whole time: when it is over, no other is asked.
+net::Time Decision::deadline_for(std::size_t place, bool is_remote) const {
+    const std::size_t following = list_.methods.size() - place - 1;
+    const net::Time now = deciders_.loop.now();
+    if (!is_remote || following == 0) {
+        return deadline_;
+    }
+    const net::Time left = std::max<net::Time>(deadline_ - now, 0);
+    const net::Time kept = std::min(left / 4, 3 * net::kSecond) * static_cast<net::Time>(following);
+    return now + left - std::min(kept, left * 3 / 4);
+}
+
+std::unique_ptr<Attempt> Decision::call(Backend &backend, std::shared_ptr<Dialogue> dialogue,
+                                        Backend::Done done) {
+    switch (question_.function) {
+        case Function::kAuthentication:
+            return backend.authenticate(question_, std::move(dialogue), std::move(done));
+        case Function::kAuthorization:
+            return backend.authorize(question_, std::move(done));
+        case Function::kAccounting:
+            return backend.account(question_, std::move(done));
+    }
+    return nullptr;
+}
+
+void Decision::ask(std::size_t place, std::shared_ptr<Dialogue> dialogue) {
+    const Method &method = list_.methods[place];
+    Backend *backend = deciders_.backends.find(method);
+    asked_.push_back(std::make_unique<Asked>());
+    Asked &asked = *asked_.back();
+    asked.place = place;
+    trace(Step::kMethod, method.text(), "");
+    const char *missing =
+        method.number == AAA_METHOD_SERVER_GROUP && method.group == nullptr ? "the group is not configured"
+        : method.group != nullptr && method.group->servers.empty()          ? "it has no usable server"
+        : backend == nullptr ? "this service has no such method"
+                             : nullptr;
+    if (missing != nullptr) {
+        soon([this, &asked, missing] { take(asked, Outcome::unavailable(missing)); });
+        return;
+    }
+    asked.is_remote = backend->is_remote();
+    question_.method = method;
+    question_.deadline = deadline_for(place, asked.is_remote);
+    asked.attempt = call(*backend, std::move(dialogue),
+                         [this, &asked](Outcome outcome) { take(asked, std::move(outcome)); });
+    asked.timer = std::make_unique<net::Timer>(deciders_.loop, [this, &asked] {
+        const char *late = "no answer within its part of the client's time";
+        take(asked, asked.is_remote ? Outcome::unavailable(late) : Outcome::error(late));
+    });
+    asked.timer->set(question_.deadline);
+}
+
+void Decision::ask_all() {
+    open_ = list_.methods.size();
+    for (std::size_t place = 0; place < list_.methods.size(); ++place) {
+        ask(place, nullptr);
+    }
+}
+
+void Decision::take(Asked &asked, Outcome outcome) {
+    if (std::exchange(asked.is_over, true)) {
+        return;
+    }
+    asked.timer.reset();
+    const std::string method = list_.methods[asked.place].text();
+    std::string detail = kind_text(outcome.kind);
+    detail += outcome.reason.empty() ? "" : ": " + outcome.reason;
+    trace(Step::kOutcome, method, detail);
+    log(Level::kDebug, "METHOD", "[%s] %s: %s", id_text(question_.id).c_str(), method.c_str(),
+        detail.c_str());
+    const std::size_t place = asked.place;
+    const auto attempt = std::move(asked.attempt);  // until here: it may be the caller
+    if (list_.broadcast && question_.function == Function::kAccounting) {
+        take_one_of_all(outcome);
+        return;
+    }
+    switch (outcome.kind) {
+        case Outcome::Kind::kPass:
+        case Outcome::Kind::kFail:
+            decide(place, outcome);
+            break;
+        case Outcome::Kind::kChallenge:
+            challenge(place, std::move(outcome));
+            break;
+        case Outcome::Kind::kUnavailable:
+            next_or_end(place, outcome);
+            break;
+        case Outcome::Kind::kError:
+            fail_without_method(method + ": " + outcome.reason, AAA_ERR_NO_METHODS_AVAILABLE);
+            break;
+    }
+}
+
+// A broadcast record is kept when one method keeps it; all are waited for.
+void Decision::take_one_of_all(const Outcome &outcome) {
+    kept_ += outcome.kind == Outcome::Kind::kPass ? 1 : 0;
+    if (--open_ > 0) {
+        return;
+    }
+    if (kept_ == 0) {
+        fail_without_method("no method of the list " + path_ + " keeps the record", AAA_ERR_ACCT_SERVICE);
+        return;
+    }
+    Answer answer;
+    answer.status = AAA_STAT_PASS;
+    log_answer(answer, std::to_string(kept_) + " of " + std::to_string(list_.methods.size()) + " methods");
+    finish(std::move(answer));
+}
+
+void Decision::next_or_end(std::size_t place, const Outcome &outcome) {
+    const std::string method = list_.methods[place].text();
+    const bool has_next = place + 1 < list_.methods.size() && deciders_.loop.now() < deadline_;
+    log(Level::kWarning, "NO_ANSWER", "[%s] %s of the list %s cannot answer (%s); %s",
+        id_text(question_.id).c_str(), method.c_str(), path_.c_str(), outcome.reason.c_str(),
+        has_next ? "the next method is asked" : "there is no other method");
+    if (has_next) {
+        ask(place + 1, nullptr);
+        return;
+    }
+    fail_without_method(method + ": " + outcome.reason, question_.function == Function::kAccounting
+                                                            ? AAA_ERR_ACCT_SERVICE
+                                                            : AAA_ERR_NO_METHODS_AVAILABLE);
+}
+
+// Failed and successful logins are counted for the lock-out.
+void Decision::count(const Outcome &outcome, const std::string &method) {
+    if (question_.function != Function::kAuthentication || !question_.password) {
+        return;
+    }
+    const LockoutSettings &settings = question_.snapshot->settings->lockout;
+    if (outcome.kind == Outcome::Kind::kPass) {
+        deciders_.lockout.passed(question_.user, question_.source);
+    } else if (deciders_.lockout.failed(question_.user, question_.source, deciders_.loop.now(), settings)) {
+        log(Level::kWarning, "LOCKED_OUT",
+            "[%s] logins of %s from %s are refused for %u s after failures at %s",
+            id_text(question_.id).c_str(), question_.user.c_str(),
+            question_.source.empty() ? "the console" : question_.source.c_str(), settings.time_s,
+            method.c_str());
+    }
+}
+
+void Decision::decide(std::size_t place, const Outcome &outcome) {
+    const Method &method = list_.methods[place];
+    count(outcome, method.text());
+    Answer answer;
+    answer.text = outcome.text;
+    if (outcome.kind == Outcome::Kind::kPass) {
+        answer.method = method.number;
+        answer.status = AAA_STAT_PASS;
+        answer.privilege = outcome.privilege;
+        answer.attributes = outcome.attributes;
+    } else {
+        // What a refusing server says besides its text is dropped: a client might take a
+        // privilege level without looking at the status.
+        answer.status = AAA_STAT_FAIL;
+        answer.error = AAA_ERR_ACCT_SERVICE;
+        if (answer.text.empty()) {
+            answer.text = question_.function == Function::kAuthentication ? kRefused : kNotAuthorized;
+        }
+    }
+    log_answer(answer, method.text() + (outcome.reason.empty() ? "" : ": " + outcome.reason));
+    finish(std::move(answer));
+}
+
+void Decision::challenge(std::size_t place, Outcome outcome) {
+    Answer answer;
+    answer.status = status_of(outcome.prompt);
+    answer.text = outcome.text;
+    answer.echo = outcome.echo;
+    answer.pending = std::make_shared<PendingLogin>();
+    *answer.pending = {
+        question_.snapshot, path_, place, question_.user, question_.service, std::move(outcome.dialogue),
+        question_.round + 1};
+    finish(std::move(answer));
+}
+
+void Decision::fail_without_method(const std::string &why, cerrno error) {
+    Answer answer;
+    answer.status = AAA_STAT_ERROR;
+    answer.error = error;
+    answer.text = "The AAA service cannot answer; its log says why, under " + id_text(question_.id);
+    log_answer(answer, why);
+    finish(std::move(answer));
+}
+
+void Decision::log_answer(const Answer &answer, const std::string &why) const {
+    static kel_msg_limit_t limit = {1, {}};  // clients that ask for themselves cannot fill the log
+    const Level level = answer.status == AAA_STAT_ERROR  ? Level::kError
+                        : answer.status == AAA_STAT_FAIL ? Level::kNotice
+                                                         : Level::kInfo;
+    const std::string text = "[" + id_text(question_.id) + "] " + function_word(question_.function) + " of " +
+                             (question_.user.empty() ? "no user" : question_.user) +
+                             (question_.remote.empty() ? "" : " from " + question_.remote) +
+                             (question_.terminal.empty() ? "" : " on " + question_.terminal) +
+                             " for client " + std::to_string(question_.client_pid) + " of user " +
+                             std::to_string(question_.client_uid) + ": " + aaa_print_status(answer.status) +
+                             " (" + why + ")";
+    if (question_.for_others) {
+        log(level, "ANSWER", "%s", text.c_str());
+    } else {
+        log_limited(limit, level, "ANSWER", "%s", text.c_str());
+    }
+}
+
+// The answer is the last thing that the decision does: its owner may destroy it.
+void Decision::finish(Answer answer) {
+    trace(Step::kAnswer, aaa_print_status(answer.status), answer.text);
+    const Done done = std::exchange(done_, nullptr);
+    done(std::move(answer));
+}
+
+}  // namespace service

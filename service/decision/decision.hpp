@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The way of a request through its method list. A method that passes or refuses decides; one
+// that cannot answer is followed by the next. Refusals never lead to the next method: a user
+// whom a server refuses must not be let in by another method. On the thread of the loop.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "backends/backend.hpp"
+#include "backends/lockout.hpp"
+#include "backends/workers.hpp"
+#include "base/trace.hpp"
+#include "decision/answer.hpp"
+#include "decision/list_choice.hpp"
+#include "net/loop.hpp"
+
+namespace service {
+
+// What all requests share.
+struct Deciders {
+    net::Loop &loop;
+    Workers &workers;
+    const Backends &backends;
+    Lockout &lockout;
+    Trace &trace;
+};
+
+// One request. Destroying it cancels what is under way: `done` is then not called.
+class Decision {
+  public:
+    using Done = std::function<void(Answer)>;
+
+    // `pending` is set for the answer to a challenge. `done` is called once, never from within
+    // the constructor; it may destroy the decision.
+    Decision(const Deciders &deciders, Question question, std::shared_ptr<PendingLogin> pending, Done done);
+    ~Decision();
+    Decision(const Decision &) = delete;
+    Decision &operator=(const Decision &) = delete;
+
+    const Question &question() const { return question_; }
+
+  private:
+    // A method that is being asked. Accounting with broadcast asks several at once.
+    struct Asked {
+        std::size_t place = 0;
+        bool is_remote = false;
+        std::unique_ptr<Attempt> attempt;
+        std::unique_ptr<net::Timer> timer;
+        bool is_over = false;
+    };
+
+    void begin(std::shared_ptr<PendingLogin> pending);
+    void ask_all();
+    void ask(std::size_t place, std::shared_ptr<Dialogue> dialogue);
+    std::unique_ptr<Attempt> call(Backend &backend, std::shared_ptr<Dialogue> dialogue, Backend::Done done);
+    net::Time deadline_for(std::size_t place, bool is_remote) const;
+    void take(Asked &asked, Outcome outcome);
+    void take_one_of_all(const Outcome &outcome);
+    void next_or_end(std::size_t place, const Outcome &outcome);
+    void decide(std::size_t place, const Outcome &outcome);
+    void challenge(std::size_t place, Outcome outcome);
+    void count(const Outcome &outcome, const std::string &method);
+    void pretend_to_check();
+    void fail_without_method(const std::string &why, cerrno error);
+    void finish(Answer answer);
+    void soon(std::function<void()> work);
+    void trace(Step step, std::string subject, std::string detail);
+    void log_answer(const Answer &answer, const std::string &why) const;
+
+    const Deciders &deciders_;
+    Question question_;
+    Done done_;
+    std::string path_;    // of the list
+    MethodList list_;     // a copy: the snapshot may be the last holder's
+    net::Time deadline_;  // by which the answer is sent
+    std::vector<std::unique_ptr<Asked>> asked_;
+    std::size_t open_ = 0;  // of a broadcast: methods that have not answered
+    std::size_t kept_ = 0;  // of a broadcast: methods that keep the record
+    std::unique_ptr<Attempt> pretence_;
+    std::shared_ptr<int> alive_ = std::make_shared<int>();
+};
+
+// Milliseconds in which a request has to be answered: what its client says, or the default,
+// less what sending the answer takes.
+net::Time time_for(std::uint32_t said_ms, const Settings &settings);
+
+}  // namespace service

@@ -1,0 +1,294 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "listener/connection.hpp"
+
+#include <string.h>
+#include <sys/epoll.h>
+#include <sys/random.h>
+
+#include <utility>
+
+#include "aaa/names.h"
+#include "aaa/result_codes.h"
+#include "backends/lockout.hpp"
+#include "base/log.hpp"
+#include "platform/cerr.h"
+
+namespace service {
+
+namespace {
+
+constexpr char kNoLongerKnown[] = "This login is no longer known; begin again";
+
+// 32 hexadecimal digits that no one can guess; empty without random bytes.
+std::string new_token() {
+    unsigned char bytes[16];
+    if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes)) {
+        return "";
+    }
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string token;
+    for (const unsigned char byte : bytes) {
+        token += digits[byte >> 4];
+        token += digits[byte & 15];
+    }
+    return token;
+}
+
+std::optional<Ask> ask_of(std::uint32_t type) {
+    switch (type) {
+        case AAA_REQ_CFG_RADSVR:
+        case AAA_REQ_CFG_SVRGRP:
+        case AAA_REQ_CFG_SVR_IN_SG:
+        case AAA_REQ_CFG_VRF_IN_SG:
+        case AAA_REQ_CFG_SRC_INTF:
+        case AAA_REQ_CFG_AUTHENLIST:
+        case AAA_REQ_CFG_AUTHORLIST:
+            return Ask::kConfiguration;
+        default:
+            return std::nullopt;
+    }
+}
+
+Ask ask_of(Function function) {
+    switch (function) {
+        case Function::kAuthentication:
+            return Ask::kAuthentication;
+        case Function::kAuthorization:
+            return Ask::kAuthorization;
+        case Function::kAccounting:
+            return Ask::kAccounting;
+    }
+    return Ask::kConfiguration;
+}
+
+kel_msg_limit_t refusal_limit = {1, {}};
+
+}  // namespace
+
+Connection::Connection(ConnectionHost &host, Transport client, Peer peer)
+    : host_(host),
+      client_(std::move(client)),
+      peer_(std::move(peer)),
+      watch_(host.deciders().loop, aaa_transport_descriptor(client_.get()), EPOLLIN,
+             [this](std::uint32_t events) { on_events(events); }),
+      idle_(host.deciders().loop, [this] { host_.remove(this); }) {
+    wait_for_message();
+}
+
+Connection::~Connection() {
+    watch_.reset();  // before its descriptor is closed
+}
+
+void Connection::wait_for_message() {
+    watch_.want(EPOLLIN);
+    idle_.set(host_.deciders().loop.now() + host_.snapshot()->settings->idle_s * net::kSecond);
+}
+
+void Connection::on_events(std::uint32_t events) {
+    if (is_working()) {
+        if ((events & (EPOLLHUP | EPOLLERR)) != 0) {
+            log(Level::kDebug, "CLIENT_GONE", "[%s] client %d left before its answer", id_text(id_).c_str(),
+                peer_.pid);
+            host_.remove(this);
+        }
+        return;
+    }
+    serve();
+}
+
+void Connection::serve() {
+    aaa_transport_msg_t &message = host_.buffer();
+    const cerrno rc = aaa_transport_receive(client_.get(), &message, AAA_TRANSPORT_NOW);
+    if (rc == AAA_OK) {
+        begin_work();
+        handle(message);
+        explicit_bzero(message.u.bytes, message.len);  // it may have held a password
+    } else if (rc == AAA_ERR_INVALID_MSG_SIZE) {
+        begin_work();
+        answer_error(rc);
+    } else if (rc != AAA_ERR_TIMEOUT) {
+        host_.remove(this);
+    }
+}
+
+void Connection::begin_work() {
+    idle_.cancel();
+    watch_.want(0);
+    request_ = std::make_shared<Request>();
+    alive_ = std::make_shared<int>();
+}
+
+void Connection::handle(const aaa_transport_msg_t &message) {
+    *request_ = read_request(message);
+    if (request_->fault != AAA_OK) {
+        answer_error(request_->fault);
+        return;
+    }
+    const std::uint32_t patience_ms = aaa_transport_patience_of(&message);
+    if (const auto function = function_of(request_->head.type)) {
+        handle_function(*function, patience_ms);
+    } else if (ask_of(request_->head.type)) {
+        handle_configuration();
+    } else {
+        finish(send_plain(client_.get(), *request_));
+    }
+}
+
+void Connection::handle_configuration() {
+    if (access_of(peer_, Ask::kConfiguration, host_.snapshot()->settings->rules) != Access::kGranted) {
+        refuse(Ask::kConfiguration, "");
+        return;
+    }
+    id_ = host_.new_id();
+    log(Level::kNotice, "CONFIGURE", "[%s] configuration message %u of client %d of user %u",
+        id_text(id_).c_str(), request_->head.type, peer_.pid, peer_.uid);
+    host_.configure(*request_, [this, alive = std::weak_ptr<int>(alive_)](cerrno rc) {
+        if (alive.lock()) {
+            log(Level::kNotice, "CONFIGURE", "[%s] %s", id_text(id_).c_str(),
+                rc == AAA_OK ? "done" : cerr_strerror(rc));
+            finish(send_configured(client_.get(), *request_, rc));
+        }
+    });
+}
+
+void Connection::handle_function(Function function, std::uint32_t patience_ms) {
+    auto question = std::make_shared<Question>();
+    const cerrno rc = fill_question(*request_, function, *question);
+    if (rc != AAA_OK) {
+        answer_error(rc);
+        return;
+    }
+    question->snapshot = host_.snapshot();
+    const Settings &settings = *question->snapshot->settings;
+    question->deadline = host_.deciders().loop.now() + time_for(patience_ms, settings);
+    question->client_pid = peer_.pid;
+    question->client_uid = peer_.uid;
+    switch (access_of(peer_, ask_of(function), settings.rules)) {
+        case Access::kRefused:
+            refuse(ask_of(function), "");
+            return;
+        case Access::kSelf:
+            check_self(function, std::move(question));
+            return;
+        case Access::kGranted:
+            question->for_others = true;
+            question->source = source_of_address(question->remote);
+            start(function, std::move(question));
+            return;
+    }
+}
+
+// A user who asks for himself cannot choose the address that his failures are counted by.
+void Connection::check_self(Function function, std::shared_ptr<Question> question) {
+    question->source = "user " + std::to_string(peer_.uid);
+    host_.user_names().find(peer_.uid, [this, function, question = std::move(question),
+                                        alive = std::weak_ptr<int>(alive_)](const std::string &name) {
+        if (!alive.lock()) {
+            return;
+        }
+        if (question->user.empty()) {
+            question->user = name;
+        }
+        if (name.empty() || question->user != name) {
+            refuse(ask_of(function), " for another user than himself");
+            return;
+        }
+        start(function, question);
+    });
+}
+
+// The login that a token belongs to.
+std::shared_ptr<PendingLogin> Connection::take_pending(const Question &question, bool &refused) {
+    const std::string token = token_of(*request_);
+    const auto pending = std::exchange(pending_, nullptr);
+    const std::string expected = std::exchange(token_, "");
+    refused = false;
+    if (token.empty()) {
+        return nullptr;  // a new login
+    }
+    // A token of another connection, or an old one, is not accepted. Nor is another user than
+    // the one who was asked.
+    if (pending == nullptr || token != expected || question.service != pending->service ||
+        (!pending->user.empty() && question.user != pending->user)) {
+        refused = true;
+        return nullptr;
+    }
+    return pending;
+}
+
+void Connection::start(Function function, std::shared_ptr<Question> question) {
+    std::shared_ptr<PendingLogin> pending;
+    if (function == Function::kAuthentication) {
+        bool refused = false;
+        pending = take_pending(*question, refused);
+        authenticated_.clear();
+        if (refused) {
+            Answer unknown;
+            unknown.status = AAA_STAT_ERROR;
+            unknown.text = kNoLongerKnown;
+            answer(function, unknown);
+            return;
+        }
+    }
+    if (id_ == 0 || (function == Function::kAuthentication && pending == nullptr)) {
+        id_ = host_.new_id();
+    }
+    question->id = id_;
+    question->authenticated_here = !authenticated_.empty() && authenticated_ == question->user;
+    host_.deciders().trace.add({0, net::Loop::clock(), id_, Step::kRequest, question->user,
+                                function_word(function),
+                                std::string(aaa_print_service(question->service)) + " from " +
+                                    (question->remote.empty() ? "-" : question->remote) + " on " +
+                                    (question->terminal.empty() ? "-" : question->terminal) + ", client " +
+                                    std::to_string(peer_.pid) + " of user " + std::to_string(peer_.uid)});
+    const std::string user = question->user;
+    decision_ = std::make_unique<Decision>(
+        host_.deciders(), std::move(*question), std::move(pending),
+        [this, function, user](const Answer &result) {
+            if (function == Function::kAuthentication && result.status == AAA_STAT_PASS) {
+                authenticated_ = user;
+            }
+            answer(function, result);
+        });
+}
+
+void Connection::answer(Function function, const Answer &answer) {
+    if (answer.pending != nullptr) {
+        token_ = new_token();
+        pending_ = token_.empty() ? nullptr : answer.pending;
+    }
+    finish(send_answer(client_.get(), *request_, function, answer, token_));
+}
+
+void Connection::answer_error(cerrno error) {
+    log_limited(refusal_limit, Level::kWarning, "BAD_REQUEST",
+                "a message of client %d of user %u is not processed: %s", peer_.pid, peer_.uid,
+                cerr_strerror(error));
+    finish(send_error(client_.get(), *request_, error));
+}
+
+void Connection::refuse(Ask ask, const char *why) {
+    log_limited(refusal_limit, Level::kWarning, "REFUSED",
+                "client %d of user %u may not ask for %s%s; \"allow\" in aaad.conf says who may", peer_.pid,
+                peer_.uid, ask_word(ask), why);
+    finish(send_error(client_.get(), *request_, AAA_ERR_AUTHOR_FAILED));
+}
+
+// Goes on with the next message, or drops a client that is gone or does not read.
+void Connection::finish(cerrno sent) {
+    const auto decision = std::move(decision_);  // until here: it may be the caller
+    request_.reset();
+    alive_.reset();
+    if (sent != AAA_OK) {
+        log(Level::kDebug, "NOT_SENT", "[%s] the answer to client %d is not sent: %s", id_text(id_).c_str(),
+            peer_.pid, cerr_strerror(sent));
+        host_.remove(this);
+    } else if (host_.is_draining()) {
+        host_.remove(this);
+    } else {
+        wait_for_message();
+    }
+}
+
+}  // namespace service

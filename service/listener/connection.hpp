@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// One client. It has one request at a time: answers do not name their request, so the next
+// message is read when the one before is answered. A client that goes away cancels its
+// request.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "aaa/transport.h"
+#include "decision/decision.hpp"
+#include "listener/access.hpp"
+#include "listener/message.hpp"
+#include "listener/user_names.hpp"
+#include "net/loop.hpp"
+
+namespace service {
+
+struct FreeTransport {
+    void operator()(aaa_transport_t *transport) const { aaa_transport_free(transport); }
+};
+using Transport = std::unique_ptr<aaa_transport_t, FreeTransport>;
+
+class Connection;
+
+// What a connection uses of its listener.
+class ConnectionHost {
+  public:
+    virtual ~ConnectionHost() = default;
+    virtual const Deciders &deciders() const = 0;
+    virtual const SnapshotPtr &snapshot() const = 0;
+    virtual UserNames &user_names() = 0;
+    virtual aaa_transport_msg_t &buffer() = 0;  // for one message at a time
+    virtual LoginId new_id() = 0;
+    virtual bool is_draining() const = 0;
+    virtual void configure(const Request &request, std::function<void(cerrno)> done) = 0;
+    // Destroys the connection.
+    virtual void remove(Connection *connection) = 0;
+};
+
+class Connection {
+  public:
+    Connection(ConnectionHost &host, Transport client, Peer peer);
+    ~Connection();
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+
+    bool usable() const { return watch_.usable(); }
+    const Peer &peer() const { return peer_; }
+    bool is_working() const { return request_ != nullptr; }
+
+  private:
+    void on_events(std::uint32_t events);
+    void serve();
+    void handle(const aaa_transport_msg_t &message);
+    void handle_function(Function function, std::uint32_t patience_ms);
+    void handle_configuration();
+    void check_self(Function function, std::shared_ptr<Question> question);
+    void start(Function function, std::shared_ptr<Question> question);
+    std::shared_ptr<PendingLogin> take_pending(const Question &question, bool &refused);
+    void begin_work();
+    void answer(Function function, const Answer &answer);
+    void answer_error(cerrno error);
+    void refuse(Ask ask, const char *why);
+    void finish(cerrno sent);
+    void wait_for_message();
+
+    ConnectionHost &host_;
+    Transport client_;
+    Peer peer_;
+    net::Watch watch_;
+    net::Timer idle_;
+    LoginId id_ = 0;
+
+    std::shared_ptr<Request> request_;  // under way
+    std::unique_ptr<Decision> decision_;
+    std::shared_ptr<int> alive_;  // of what is under way outside: gone when the request is
+
+    std::shared_ptr<PendingLogin> pending_;
+    std::string token_;
+    std::string authenticated_;  // the user whose login has passed on this connection
+};
+
+}  // namespace service

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The service's socket: accepts clients within the limits, and gives each message of theirs
+// exactly one answer.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "aaa/transport.h"
+#include "decision/decision.hpp"
+#include "listener/access.hpp"
+#include "listener/connection.hpp"
+#include "listener/message.hpp"
+#include "listener/user_names.hpp"
+#include "net/loop.hpp"
+
+namespace service {
+
+class Listener : private ConnectionHost {
+  public:
+    // Carries out a configuration message and calls the function with its result, on the
+    // loop's thread.
+    using Configure = std::function<void(const Request &, std::function<void(cerrno)>)>;
+
+    Listener(const Deciders &deciders, Configure configure);
+    ~Listener() override;
+    Listener(const Listener &) = delete;
+    Listener &operator=(const Listener &) = delete;
+
+    // Opens the socket. A text that says why not; empty when it is open.
+    std::string open(const std::string &path, std::uint32_t mode);
+    // Requests that come from now on are answered under this configuration.
+    void use(SnapshotPtr snapshot);
+    // Closes the socket and the clients that wait for no answer, the others when they have
+    // theirs. `done` is called when all are gone, perhaps at once.
+    void drain(std::function<void()> done);
+
+    std::size_t clients() const { return connections_.size(); }
+
+  private:
+    // For the connections.
+    const Deciders &deciders() const override { return deciders_; }
+    const SnapshotPtr &snapshot() const override { return snapshot_; }
+    UserNames &user_names() override { return user_names_; }
+    aaa_transport_msg_t &buffer() override { return *buffer_; }
+    LoginId new_id() override { return next_id_++; }
+    bool is_draining() const override { return drained_ != nullptr; }
+    void configure(const Request &request, std::function<void(cerrno)> done) override {
+        configure_(request, std::move(done));
+    }
+    void remove(Connection *connection) override;
+
+    void accept_clients();
+    bool accept_one();
+    void pause();
+    bool has_room(const Peer &peer) const;
+
+    const Deciders deciders_;
+    Configure configure_;
+    UserNames user_names_;
+    SnapshotPtr snapshot_;
+    std::unique_ptr<aaa_transport_msg_t> buffer_;
+    LoginId next_id_;
+
+    std::string path_;
+    Transport socket_;
+    net::Watch watch_;
+    net::Timer retry_;
+    std::map<Connection *, std::unique_ptr<Connection>> connections_;
+    std::map<uid_t, std::size_t> by_user_;
+    std::function<void()> drained_;
+};
+
+}  // namespace service

@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Composing and sending answers.
+
+#include <sys/socket.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "aaa/accessors.h"
+#include "aaa/checked.h"
+#include "aaa/dictionary.h"
+#include "aaa/names.h"
+#include "aaa/result_codes.h"
+#include "aaa/session_packets.h"
+#include "listener/message.hpp"
+
+namespace service {
+
+namespace {
+
+constexpr std::size_t kRoom = AAA_TRANSPORT_MAX - sizeof(aaa_reply_hdr_t);
+
+// The outputs of a compose routine.
+struct Composed {
+    aaa_reply_hdr_t header{};
+    aaa_sess_ctx_t context{};
+    iov_t *reply = nullptr;
+    std::uint32_t count = 0;
+    std::unique_ptr<char[]> buffer;
+
+    explicit Composed(const Request &request)
+        : context{request.head.type, request.head.key},
+          buffer(std::make_unique_for_overwrite<char[]>(kRoom)) {}
+    ~Composed() { std::free(reply); }
+    Composed(const Composed &) = delete;
+    Composed &operator=(const Composed &) = delete;
+};
+
+cerrno send_composed(aaa_transport_t *client, const Request &request, bool session,
+                     const Composed &composed) {
+    if (composed.reply == nullptr) {
+        return AAA_ERR_NOMEM;
+    }
+    return session
+               ? aaa_transport_send_packet(client, composed.reply,
+                                           aaa_transport_response_size(request.head.type), AAA_TRANSPORT_NOW)
+               : aaa_transport_send(client, composed.reply, composed.count, AAA_TRANSPORT_NOW);
+}
+
+bool add_text(avlist *list, std::uint32_t type, const std::string &text) {
+    return text.empty() || aaa_util_avpair_add_attr(list, type, text.c_str(),
+                                                    static_cast<std::uint32_t>(text.size() + 1), 0) == AAA_OK;
+}
+
+bool add_number(avlist *list, std::uint32_t type, std::uint32_t number) {
+    return aaa_util_avpair_add_attr(list, type, &number, sizeof number, 0) == AAA_OK;
+}
+
+bool add_challenge(avlist *list, const Answer &answer, const std::string &token) {
+    constexpr std::uint32_t kHidden = 1;  // of the pair's flags
+    return aaa_util_avlist_prompt_add(answer.echo ? 0 : kHidden, answer.text.c_str(), list) == AAA_OK &&
+           add_number(list, AAA_PROMPT_ECHO_ATTR, answer.echo ? 1 : 0) &&
+           add_text(list, AAA_RADIUS_STATE_ATTR, token);
+}
+
+// The list of an answer; null without memory.
+AvList make_list(Function function, const Answer &answer, const std::string &token) {
+    avlist *raw = nullptr;
+    const char *name = function == Function::kAuthentication ? "Authentication Reply" : "Authorization Reply";
+    if (aaa_avpair_create_list(name, &raw) != AAA_OK) {
+        return nullptr;
+    }
+    AvList list(raw);
+    bool ok = aaa_util_avlist_status_add(answer.status, 4, raw) == AAA_OK;
+    if (ok && answer.pending != nullptr) {
+        ok = add_challenge(raw, answer, token);
+    } else if (ok) {
+        ok = add_text(raw, AAA_REPLYMSG_ATTR, answer.text);
+    }
+    if (ok && answer.privilege) {
+        ok = aaa_util_avlist_priv_add(raw, *answer.privilege) == AAA_OK;
+    }
+    if (ok && answer.method != 0) {
+        ok = aaa_util_avlist_authen_method_set(answer.method, raw) == AAA_OK;
+    }
+    for (const Attribute &attribute : answer.attributes) {
+        ok = ok && aaa_util_avpair_add_attr(raw, attribute.type, attribute.value.data(),
+                                            static_cast<std::uint32_t>(attribute.value.size()), 0) == AAA_OK;
+    }
+    return ok ? std::move(list) : nullptr;
+}
+
+cerrno send_list(aaa_transport_t *client, const Request &request, Function function, AvList list) {
+    Composed composed(request);
+    const bool session = request.is_session();
+    const auto compose =
+        function == Function::kAuthentication ? aaa_util_reply_authen_compose : aaa_util_reply_author_compose;
+    const cerrno rc = compose(&composed.header, &composed.reply, &composed.count, composed.buffer.get(),
+                              kRoom, list.get(), session ? 1 : 0, &composed.context);
+    if (session && composed.reply != nullptr) {
+        list.release();  // the packet has it, and sending frees it
+    }
+    if (rc != AAA_OK || composed.reply == nullptr) {
+        return send_error(client, request, rc != AAA_OK ? rc : AAA_ERR_NOMEM);
+    }
+    return send_composed(client, request, session, composed);
+}
+
+}  // namespace
+
+cerrno send_error(aaa_transport_t *client, const Request &request, cerrno error) {
+    Composed composed(request);
+    bool session = request.is_session();
+    if (session) {
+        void *packet = nullptr;
+        aaa_session_fill_response(&packet, nullptr, &composed.context, error, 0, AAA_STAT_ERROR, 0, 0, 0);
+        composed.reply = static_cast<iov_t *>(packet);
+    }
+    if (composed.reply == nullptr) {  // a type without a response packet is answered in the classic form
+        session = false;
+        composed.header.status = error;
+        aaa_util_reply_compose(&composed.header, &composed.reply, &composed.count, nullptr, 0, nullptr, 0,
+                               nullptr);
+    }
+    return send_composed(client, request, session, composed);
+}
+
+cerrno send_answer(aaa_transport_t *client, const Request &request, Function function, const Answer &answer,
+                   const std::string &token) {
+    if (function == Function::kAccounting) {
+        if (answer.status != AAA_STAT_PASS) {
+            return send_error(client, request, answer.error != 0 ? answer.error : AAA_ERR_ACCT_SERVICE);
+        }
+        Composed composed(request);
+        const cerrno rc = aaa_util_reply_acct_compose(&composed.header, &composed.reply, &composed.count,
+                                                      request.is_session() ? 1 : 0, &composed.context);
+        return rc == AAA_OK ? send_composed(client, request, request.is_session(), composed)
+                            : send_error(client, request, rc);
+    }
+    AvList list = make_list(function, answer, token);
+    return list != nullptr ? send_list(client, request, function, std::move(list))
+                           : send_error(client, request, AAA_ERR_NOMEM);
+}
+
+cerrno send_plain(aaa_transport_t *client, const Request &request) {
+    Composed composed(request);
+    const std::uint32_t session = request.is_session() ? 1 : 0;
+    cerrno rc = AAA_ERR_NOT_SUPPORTED;
+    switch (request.head.type) {
+        case AAA_REQ_CONNECT:
+            rc = aaa_util_reply_conn_compose(&composed.header, AAA_OK, &composed.reply, &composed.count,
+                                             session, &composed.context);
+            break;
+        case AAA_REQ_DISCONNECT:
+            rc = aaa_util_reply_disconn_compose(&composed.header, &composed.reply, &composed.count, session,
+                                                &composed.context);
+            break;
+        case AAA_REQ_PING:
+            rc = aaa_util_reply_ping_compose(&composed.header, &composed.reply, &composed.count, session,
+                                             &composed.context);
+            break;
+        default:
+            break;
+    }
+    return rc == AAA_OK ? send_composed(client, request, request.is_session(), composed)
+                        : send_error(client, request, rc);
+}
+
+cerrno send_configured(aaa_transport_t *client, const Request &request, cerrno result) {
+    Composed composed(request);
+    composed.header.status = result;
+    const cerrno rc = aaa_util_reply_cfg_compose(&composed.header, &composed.reply, &composed.count, result,
+                                                 request.is_session() ? 1 : 0, &composed.context);
+    return rc == AAA_OK ? send_composed(client, request, request.is_session(), composed)
+                        : send_error(client, request, rc);
+}
+
+}  // namespace service

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "main/check.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+
+#include "config/database.hpp"
+#include "platform/cerr.h"
+
+namespace service {
+
+namespace {
+
+void complain(int &count, const std::string &what) {
+    std::printf("%s\n", what.c_str());
+    ++count;
+}
+
+void check_database(Snapshot &snapshot, int &count) {
+    DatabaseConnection config;
+    const cerrno rc = config.open("/cfg/gl/aaa/");
+    if (rc != 0) {
+        complain(count,
+                 std::string("/cfg/gl/aaa/: the system database cannot be used: ") + cerr_strerror(rc));
+        return;
+    }
+    const ReadResult result = read_database(config.get(), 0, snapshot);
+    if (result.failure != 0) {
+        complain(count, result.failed_path + ": " + cerr_strerror(result.failure));
+        return;
+    }
+    for (const std::string &fault : result.faults) {
+        complain(count, fault);
+    }
+    if (const std::string lockout = locks_everybody_out(snapshot); !lockout.empty()) {
+        complain(count, "no one could log in: " + lockout);
+    }
+}
+
+}  // namespace
+
+int check_configuration(const KeeperOptions &options) {
+    int count = 0;
+    const FilesRead files = read_files(options, host_accounts());
+    for (const std::string &fault : files.faults) {
+        complain(count, fault);
+    }
+    if (files.settings != nullptr) {
+        Snapshot snapshot;
+        snapshot.settings = files.settings;
+        snapshot.users = files.users;
+        check_database(snapshot, count);
+        std::printf("%zu method lists, %zu server groups, %zu local users\n", snapshot.lists.size(),
+                    snapshot.groups.size() - std::min(snapshot.groups.size(), std::size(kProtocols)),
+                    files.users != nullptr ? files.users->users.size() : 0);
+    }
+    if (count != 0) {
+        std::printf("%d fault%s\n", count, count == 1 ? "" : "s");
+    }
+    return count == 0 ? 0 : 1;
+}
+
+}  // namespace service

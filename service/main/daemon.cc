@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "main/daemon.hpp"
+
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/resource.h>
+#include <sys/signalfd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "aaa/result_codes.h"
+#include "base/log.hpp"
+#include "config/messages.hpp"
+
+namespace service {
+
+namespace {
+
+// Nothing under way has longer: see "longest-request".
+constexpr net::Time kLastCall = 30 * net::kSecond;
+
+// Directories of the socket that a boot removes: as the packages make them.
+void make_directory(const std::string &socket) {
+    const std::string directory = socket.substr(0, socket.rfind('/'));
+    if (!directory.empty() && mkdir(directory.c_str(), 0755) == 0) {
+        log(Level::kInfo, "DIRECTORY", "made %s", directory.c_str());
+    }
+}
+
+void raise_descriptor_limit() {
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < files.rlim_max) {
+        files.rlim_cur = files.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &files);
+    }
+}
+
+}  // namespace
+
+Daemon::Daemon(const Options &options) : options_(options), last_call_(loop_, [this] { loop_.stop(); }) {}
+
+Daemon::~Daemon() {
+    if (keeper_ != nullptr) {
+        keeper_->stop();  // it posts to the loop
+    }
+    listener_.reset();
+    workers_.reset();
+}
+
+bool Daemon::watch_signals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+        sigaddset(&set, number);
+    }
+    signals_ = net::Descriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+    signal_watch_ = net::Watch(loop_, signals_.get(), EPOLLIN, [this](std::uint32_t) { on_signal(); });
+    return signals_ && signal_watch_.usable();
+}
+
+void Daemon::take(SnapshotPtr snapshot) {
+    if (listener_ == nullptr) {
+        first_ = std::move(snapshot);
+        return;
+    }
+    listener_->use(std::move(snapshot));
+}
+
+int Daemon::run() {
+    raise_descriptor_limit();
+    if (!loop_.usable() || !watch_signals()) {
+        log(Level::kError, "NO_LOOP", "the service cannot start: %s", std::strerror(errno));
+        return 1;
+    }
+    keeper_ = std::make_unique<Keeper>(
+        KeeperOptions{options_.config, options_.socket, options_.force}, [this](SnapshotPtr snapshot) {
+            loop_.post([this, snapshot = std::move(snapshot)]() mutable { take(std::move(snapshot)); });
+        });
+    if (!keeper_->start()) {
+        log(Level::kError, "NOT_STARTED", "the service does not start; say \"aaad --check\" for all faults");
+        return 1;
+    }
+    loop_.run_once(0);  // the first snapshot has been posted
+    const Settings &settings = *first_->settings;
+    workers_ = std::make_unique<Workers>(loop_, settings.hash_threads);
+    add_local_backends(backends_, loop_, *workers_);
+    deciders_ = std::make_unique<Deciders>(Deciders{loop_, *workers_, backends_, lockout_, trace_});
+    listener_ = std::make_unique<Listener>(*deciders_,
+                                           [this](const Request &request, std::function<void(cerrno)> done) {
+                                               configure(request, std::move(done));
+                                           });
+    listener_->use(first_);
+    make_directory(settings.socket);
+    if (const std::string fault = listener_->open(settings.socket, settings.socket_mode); !fault.empty()) {
+        log(Level::kError, "NO_SOCKET", "%s", fault.c_str());
+        return 1;
+    }
+    log(Level::kNotice, "READY", "listening at %s%s", settings.socket.c_str(),
+        first_->is_fallback ? ", with the fallback of aaad.conf" : "");
+    first_.reset();
+    notify_.ready();
+    loop_.run();
+    log(Level::kNotice, "ENDED", "the service has ended");
+    return 0;
+}
+
+void Daemon::on_signal() {
+    signalfd_siginfo info{};
+    while (read(signals_.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+        if (info.ssi_signo == SIGHUP) {
+            reload();
+        } else {
+            stop();
+        }
+    }
+}
+
+void Daemon::reload() {
+    if (stopping_) {
+        return;
+    }
+    log(Level::kNotice, "RELOADING", "reading the configuration again");
+    notify_.reloading();
+    keeper_->reload([this] {
+        loop_.post([this] {
+            log(Level::kNotice, "RELOADED", "the configuration has been read again");
+            notify_.ready();
+        });
+    });
+}
+
+void Daemon::stop() {
+    if (std::exchange(stopping_, true)) {
+        loop_.stop();  // the second signal does not wait
+        return;
+    }
+    log(Level::kNotice, "STOPPING", "answering what is under way, for %zu clients", listener_->clients());
+    notify_.stopping();
+    last_call_.set(loop_.now() + kLastCall);
+    listener_->drain([this] { loop_.stop(); });
+}
+
+// The database is changed on the keeper's thread: writing waits for the disk.
+void Daemon::configure(const Request &request, std::function<void(cerrno)> done) {
+    const auto call = std::make_shared<std::function<void(cerrno)>>(std::move(done));
+    const bool accepted =
+        keeper_->post([this, type = request.head.type, list = request.list, call](sysdb_conn_t config) {
+            const cerrno rc = apply_configuration(config, type, list.get());
+            loop_.post([call, rc] { (*call)(rc); });
+        });
+    if (!accepted) {
+        loop_.post([call] { (*call)(AAA_ERR_NOT_CONNECTED); });
+    }
+}
+
+}  // namespace service

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The service: all its parts, and its signals.
+#pragma once
+
+#include <memory>
+
+#include "backends/local.hpp"
+#include "config/keeper.hpp"
+#include "listener/listener.hpp"
+#include "main/notify.hpp"
+#include "main/options.hpp"
+
+namespace service {
+
+class Daemon {
+  public:
+    // The signals SIGTERM, SIGINT and SIGHUP must be blocked in all threads.
+    explicit Daemon(const Options &options);
+    ~Daemon();
+    Daemon(const Daemon &) = delete;
+    Daemon &operator=(const Daemon &) = delete;
+
+    // Serves until a signal ends it. Returns the exit status.
+    int run();
+
+  private:
+    bool watch_signals();
+    void on_signal();
+    void reload();
+    void stop();
+    void take(SnapshotPtr snapshot);
+    void configure(const Request &request, std::function<void(cerrno)> done);
+
+    Options options_;
+    Notify notify_;
+    net::Loop loop_;
+    Trace trace_;
+    Lockout lockout_;
+    Backends backends_;
+    std::unique_ptr<Keeper> keeper_;
+    std::unique_ptr<Workers> workers_;
+    std::unique_ptr<Deciders> deciders_;
+    std::unique_ptr<Listener> listener_;
+    SnapshotPtr first_;  // read before there is a listener
+    net::Descriptor signals_;
+    net::Watch signal_watch_;
+    net::Timer last_call_;
+    bool stopping_ = false;
+};
+
+}  // namespace service

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// aaad, the AAA service.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "base/log.hpp"
+#include "main/check.hpp"
+#include "main/daemon.hpp"
+#include "main/options.hpp"
+
+namespace {
+
+// Files of libraries must not get the numbers of the standard descriptors.
+void open_standard_descriptors() {
+    for (int fd = 0; fd <= 2; ++fd) {
+        if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) != fd) {
+            _exit(1);
+        }
+    }
+}
+
+void block_signals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+        sigaddset(&set, number);
+    }
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    open_standard_descriptors();
+    int status = 0;
+    const auto options = service::read_options(argc, argv, status);
+    if (!options) {
+        return status;
+    }
+    if (options->foreground || options->check) {
+        setenv("AAA_LOG", "stderr", 0);
+    }
+    service::log_debug(options->debug);
+    if (options->check) {
+        return service::check_configuration({options->config, options->socket, options->force});
+    }
+    block_signals();
+    umask(0077);
+    service::Daemon daemon(*options);
+    return daemon.run();
+}

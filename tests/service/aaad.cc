@@ -1,0 +1,430 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "service/aaad.hpp"
+
+#include <arpa/inet.h>
+#include <crypt.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace aaad_test {
+
+namespace {
+
+constexpr int kPatience = 60000;  // ms that a busy machine may take
+
+std::string text_in(const avlist *list, uint32_t type) {
+    uint32_t length = 0;
+    char value[2048] = "";
+    return aaa_util_avlist_value_copy(list, type, 0, value, sizeof value - 1, &length) == AAA_OK ? value : "";
+}
+
+std::optional<uint32_t> number_in(const avlist *list, uint32_t type) {
+    uint32_t length = 0;
+    uint32_t value = 0;
+    return aaa_util_avlist_value_copy(list, type, 0, &value, sizeof value, &length) == AAA_OK
+               ? std::optional(value)
+               : std::nullopt;
+}
+
+Reply read_reply(const aaa_transport_msg_t &message, uint32_t type) {
+    Reply reply;
+    aaa_transport_head_t head;
+    reply.result = aaa_transport_read_reply(&message, type, &head);
+    if (reply.result == AAA_OK) {
+        reply.result = head.result;
+    }
+    avlist *list = nullptr;
+    if (head.list_at != 0 && aaa_transport_unpack(&message, head.list_at, &list) == AAA_OK) {
+        reply.status = number_in(list, AAA_STATUS_ATTR).value_or(0);
+        reply.text = text_in(list, AAA_REPLYMSG_ATTR);
+        reply.prompt = text_in(list, AAA_PROMPT_ATTR);
+        reply.state = text_in(list, AAA_RADIUS_STATE_ATTR);
+        reply.privilege = number_in(list, AAA_PRIV_LVL_ATTR);
+        reply.method = number_in(list, AAA_AUTHEN_METHOD_ATTR);
+        reply.echo = number_in(list, AAA_PROMPT_ECHO_ATTR);
+        aaa_avpair_free_list(list);
+    }
+    return reply;
+}
+
+}  // namespace
+
+std::string hash_of(const std::string &password) {
+    crypt_data data{};
+    return crypt_r(password.c_str(), "$5$rounds=1000$aaadtest$", &data);
+}
+
+// ---- client
+
+struct Client::Composed {
+    union {
+        aaa_req_hdr_t header;
+        aaa_sess_request_t packet;
+    } record{};
+    iov_t *iov = nullptr;
+    uint32_t count = 0;
+    char buffer[16384];
+    std::string user, password, remote, tty = "vty0", command;
+    aaa_usercred_t cred{};
+    avlist *extra = nullptr;
+
+    explicit Composed(const Ask &ask)
+        : user(ask.user), password(ask.password.value_or("")), remote(ask.remote), command(ask.command) {
+        cred.username = user.empty() ? nullptr : user.data();
+        cred.password = ask.password ? password.data() : nullptr;
+        cred.ttyname = tty.data();
+        cred.tty_mnemonic = tty.data();
+        cred.remote_addr = remote.data();
+        cred.authen_method = ask.authen_method;
+        EXPECT_EQ(aaa_avpair_create_list("extra", &extra), AAA_OK);
+        if (!ask.state.empty()) {
+            EXPECT_EQ(aaa_util_avpair_add_attr(extra, AAA_RADIUS_STATE_ATTR, ask.state.c_str(),
+                                               static_cast<uint32_t>(ask.state.size() + 1), 0),
+                      AAA_OK);
+        }
+        if (ask.privilege != 0) {
+            EXPECT_EQ(aaa_util_avlist_priv_add(extra, ask.privilege), AAA_OK);
+        }
+        cred.state_args = extra;
+    }
+    ~Composed() {
+        free(iov);
+        aaa_avpair_free_list(extra);
+    }
+};
+
+void Client::compose_authentication(Composed &c, const Ask &ask) {
+    EXPECT_EQ(aaa_util_msg_authen_compose(&c.record, ask.option, ask.service, ask.list.c_str(), 0, &c.cred,
+                                          nullptr, nullptr, &c.iov, &c.count, c.buffer, sizeof c.buffer,
+                                          nullptr, ask.session),
+              AAA_OK);
+}
+
+Reply Client::exchange(Composed &c, uint32_t type, const Ask &ask) {
+    const auto message = std::make_unique<aaa_transport_msg_t>();
+    const cerrno rc = ask.session != 0
+                          ? aaa_transport_ask_packet(get(), &c.record.packet, sizeof c.record.packet,
+                                                     message.get(), ask.deadline)
+                          : aaa_transport_ask(get(), c.iov, c.count, message.get(), ask.deadline);
+    if (rc != AAA_OK) {
+        Reply reply;
+        reply.result = rc;
+        return reply;
+    }
+    return read_reply(*message, type);
+}
+
+Reply Client::authenticate(const Ask &ask) {
+    Composed c(ask);
+    compose_authentication(c, ask);
+    return exchange(c, AAA_REQ_AUTHEN, ask);
+}
+
+void Client::send_authentication(const Ask &ask) {
+    Composed c(ask);
+    compose_authentication(c, ask);
+    EXPECT_EQ(aaa_transport_send(get(), c.iov, c.count, AAA_TRANSPORT_NEVER), AAA_OK);
+}
+
+Reply Client::receive(uint32_t type) {
+    const auto message = std::make_unique<aaa_transport_msg_t>();
+    const cerrno rc = aaa_transport_receive(get(), message.get(), AAA_TRANSPORT_NEVER);
+    if (rc != AAA_OK) {
+        Reply reply;
+        reply.result = rc;
+        return reply;
+    }
+    return read_reply(*message, type);
+}
+
+Reply Client::authorize(const Ask &ask) {
+    Composed c(ask);
+    c.cred.password = nullptr;
+    aaa_svc_attrs_t attrs{};
+    attrs.cmd = c.command.data();
+    EXPECT_EQ(aaa_util_msg_author_compose(&c.record, AAA_AO_ASCII_LOGIN,
+                                          ask.command.empty() ? int32_t{AAA_SVC_EXEC} : int32_t{AAA_SVC_CMD},
+                                          ask.list.c_str(), 0, &c.cred, &attrs, &c.iov, &c.count, c.buffer,
+                                          sizeof c.buffer, nullptr, ask.session),
+              AAA_OK);
+    return exchange(c, AAA_REQ_AUTHOR, ask);
+}
+
+Reply Client::account(const Ask &ask) {
+    Composed c(ask);
+    aaa_svc_attrs_t attrs{};
+    EXPECT_EQ(
+        aaa_util_msg_acct_compose(&c.record, ask.record, AAA_SVC_EXEC, ask.list.c_str(), 0, &c.cred, &attrs,
+                                  4711, &c.iov, &c.count, c.buffer, sizeof c.buffer, nullptr, ask.session),
+        AAA_OK);
+    return exchange(c, AAA_REQ_ACCT, ask);
+}
+
+Reply Client::ping(uint32_t session) {
+    Ask ask;
+    ask.session = session;
+    Composed c(ask);
+    EXPECT_EQ(aaa_util_msg_ping_compose(&c.record, &c.iov, &c.count, session), AAA_OK);
+    return exchange(c, AAA_REQ_PING, ask);
+}
+
+namespace {
+
+aaa_rad_server_t server_at(const std::string &address, char *key) {
+    aaa_rad_server_t server{};
+    server.address.family = AF_INET;
+    EXPECT_EQ(inet_pton(AF_INET, address.c_str(), server.address.addr.bytes), 1);
+    server.auth_port = 1812;
+    server.acct_port = 1813;
+    server.secret = key;
+    server.timeout = 3;
+    server.retransmit = 1;
+    return server;
+}
+
+Ask in_form(uint32_t session) {
+    Ask ask;
+    ask.session = session;
+    return ask;
+}
+
+}  // namespace
+
+cerrno Client::configure_server(const std::string &address, const std::string &key, uint32_t action,
+                                uint32_t session) {
+    Composed c(in_form(session));
+    std::string secret = key;
+    aaa_rad_server_t server = server_at(address, secret.data());
+    server.action = static_cast<uint8_t>(action);
+    EXPECT_EQ(aaa_util_msg_cfg_radsvr_compose(&c.record, &server, &c.iov, &c.count, c.buffer, sizeof c.buffer,
+                                              session),
+              AAA_OK);
+    return exchange(c, AAA_REQ_CFG_RADSVR, in_form(session)).result;
+}
+
+cerrno Client::configure_group(const std::string &group, uint32_t action, uint32_t session) {
+    Composed c(in_form(session));
+    EXPECT_EQ(aaa_util_msg_cfg_rad_svrgrp_compose(&c.record, group.c_str(), action, &c.iov, &c.count,
+                                                  c.buffer, sizeof c.buffer, session),
+              AAA_OK);
+    return exchange(c, AAA_REQ_CFG_SVRGRP, in_form(session)).result;
+}
+
+cerrno Client::configure_server_in_group(const std::string &group, const std::string &address,
+                                         uint32_t action, uint32_t session) {
+    Composed c(in_form(session));
+    const aaa_rad_server_t server = server_at(address, nullptr);
+    EXPECT_EQ(aaa_util_msg_cfg_svr_in_sg_compose(&c.record, group.c_str(), &server, action, &c.iov, &c.count,
+                                                 c.buffer, sizeof c.buffer, session),
+              AAA_OK);
+    return exchange(c, AAA_REQ_CFG_SVR_IN_SG, in_form(session)).result;
+}
+
+cerrno Client::configure_list(bool authentication, const std::string &name, std::vector<Method> methods,
+                              uint32_t action, uint32_t session) {
+    Composed c(in_form(session));
+    aaa_method_list_t list{};
+    std::strncpy(list.name, name.c_str(), sizeof list.name - 1);
+    for (size_t i = 0; i < methods.size(); ++i) {
+        list.method[i] = methods[i].number;
+        std::strncpy(list.sg_name[i], methods[i].group.c_str(), sizeof list.sg_name[i] - 1);
+    }
+    const auto compose =
+        authentication ? aaa_util_msg_cfg_authenlist_compose : aaa_util_msg_cfg_authorlist_compose;
+    EXPECT_EQ(compose(&c.record, &list, action, &c.iov, &c.count, c.buffer, sizeof c.buffer, session),
+              AAA_OK);
+    return exchange(c, authentication ? AAA_REQ_CFG_AUTHENLIST : AAA_REQ_CFG_AUTHORLIST, in_form(session))
+        .result;
+}
+
+// ---- server
+
+Aaad::Aaad() : socket_(dir_.path("aaad.sock")) {
+    if (getenv("NO_DLLMAIN") == nullptr) {
+        // The load hook has opened the machine's own database: the test must not write there.
+        std::fprintf(stderr, "run this test with ctest, or with NO_DLLMAIN=1 in the environment\n");
+        std::abort();
+    }
+    settings("");
+    users("alice:" + hash_of("wonderland") + ":15:show *\nbob:" + hash_of("looking-glass") + ":1\n");
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, dir_.path("notify").c_str(), sizeof address.sun_path - 1);
+    states_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(bind(states_, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    config_ = std::make_unique<Bound>("/cfg/gl/aaa/");
+    EXPECT_EQ(config_->code(), AAA_OK);
+}
+
+Aaad::~Aaad() {
+    if (pid_ > 0) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    close(states_);
+    if (testing::Test::HasFailure()) {
+        printf("---- log of aaad\n%s----\n", log().c_str());
+    }
+}
+
+void Aaad::settings(const std::string &text) {
+    dir_.write("aaad.conf", "users " + dir_.path("users") + "\nsocket " + socket_ + "\n" + text);
+}
+
+void Aaad::users(const std::string &text) {
+    dir_.write("users.new", text);
+    EXPECT_EQ(rename(dir_.path("users.new").c_str(), dir_.path("users").c_str()), 0);
+}
+
+void Aaad::list(const std::string &path, std::vector<Method> methods, std::vector<int32_t> leading) {
+    methods.resize(4, Method(uint32_t{AAA_METHOD_NOTSET}));
+    void *tuple = nullptr;
+    uint32_t length = 0;
+    if (leading.empty()) {
+        ASSERT_EQ(
+            sysdb_tuple_pack(&tuple, &length, "%d%d%d%d%s%s%s%s", methods[0].number, methods[1].number,
+                             methods[2].number, methods[3].number, methods[0].group.c_str(),
+                             methods[1].group.c_str(), methods[2].group.c_str(), methods[3].group.c_str()),
+            AAA_OK);
+    } else {
+        ASSERT_EQ(sysdb_tuple_pack(&tuple, &length, "%d%d%d%d%d%d%d%s%s%s%s", leading[0], leading[1],
+                                   leading[2], methods[0].number, methods[1].number, methods[2].number,
+                                   methods[3].number, methods[0].group.c_str(), methods[1].group.c_str(),
+                                   methods[2].group.c_str(), methods[3].group.c_str()),
+                  AAA_OK);
+    }
+    EXPECT_EQ(sysdb_item_set(config_->handle(), path.c_str(), SYSDB_TYPE_TUPLE, tuple, length, 0), AAA_OK);
+    free(tuple);
+}
+
+void Aaad::text(const std::string &path, const std::string &value) {
+    EXPECT_EQ(set_text(config_->handle(), path, value), AAA_OK);
+}
+
+void Aaad::number(const std::string &path, uint32_t value) {
+    EXPECT_EQ(set_number(config_->handle(), path, value), AAA_OK);
+}
+
+void Aaad::remove(const std::string &path) {
+    EXPECT_EQ(sysdb_item_delete(config_->handle(), path.c_str(), path.ends_with('/') ? SYSDB_DELETE_TREE : 0),
+              AAA_OK);
+}
+
+pid_t Aaad::spawn(const std::vector<std::string> &arguments, int output) const {
+    std::vector<std::string> all = {AAAD_PROGRAM, "--config", dir_.path("aaad.conf")};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    std::vector<char *> argv;
+    for (std::string &argument : all) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    const std::string notify = dir_.path("notify");
+    const pid_t pid = fork();
+    if (pid == 0) {
+        setenv("NOTIFY_SOCKET", notify.c_str(), 1);
+        unsetenv("NO_DLLMAIN");
+        dup2(output, 1);
+        dup2(output, 2);
+        if (before_exec_) {
+            before_exec_();
+        }
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    return pid;
+}
+
+void Aaad::start(std::vector<std::string> arguments) {
+    const int output = open(dir_.path("log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    arguments.insert(arguments.begin(), "--foreground");
+    pid_ = spawn(arguments, output);
+    close(output);
+    wait_for_state("READY=1");
+}
+
+void Aaad::wait_for_state(const std::string &state) {
+    for (;;) {
+        pollfd polled = {states_, POLLIN, 0};
+        const int ready = poll(&polled, 1, 100);
+        if (ready > 0) {
+            char text[512] = "";
+            if (recv(states_, text, sizeof text - 1, 0) > 0 &&
+                std::string(text).find(state) != std::string::npos) {
+                return;
+            }
+        } else if (ready == 0 && pid_ > 0) {
+            int status = 0;
+            if (waitpid(pid_, &status, WNOHANG) == pid_) {
+                pid_ = -1;
+                FAIL() << "aaad has ended before it said " << state << "\n" << log();
+            }
+        }
+    }
+}
+
+void Aaad::signal(int number) const {
+    EXPECT_EQ(kill(pid_, number), 0);
+}
+
+int Aaad::wait() {
+    int status = 0;
+    EXPECT_EQ(waitpid(pid_, &status, 0), pid_);
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+int Aaad::stop() {
+    signal(SIGTERM);
+    return wait();
+}
+
+void Aaad::reload() {
+    signal(SIGHUP);
+    wait_for_state("RELOADING=1");
+    wait_for_state("READY=1");
+}
+
+bool Aaad::wait_for_log(const std::string &text) {
+    for (int waited = 0; waited < kPatience; waited += 10) {
+        const std::string all = log();
+        const size_t found = all.find(text, log_read_);
+        if (found != std::string::npos) {
+            log_read_ = found + text.size();
+            return true;
+        }
+        poll(nullptr, 0, 10);
+    }
+    return false;
+}
+
+void Aaad::wait_for_login(const Ask &ask, const std::function<bool(const Reply &)> &wanted) const {
+    for (int attempt = 0; attempt < 20000; ++attempt) {
+        if (wanted(login(ask))) {
+            return;
+        }
+        sched_yield();
+    }
+    FAIL() << "the change has no effect";
+}
+
+std::pair<int, std::string> Aaad::run(const std::vector<std::string> &arguments) const {
+    const std::string path = dir_.path("output");
+    const int output = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const pid_t pid = spawn(arguments, output);
+    close(output);
+    int status = 0;
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, dir_.read("output")};
+}
+
+}  // namespace aaad_test

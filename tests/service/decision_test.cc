@@ -1,0 +1,363 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The way of a request through its list, with methods that the tests play: what decides, what
+// is asked next, what an answer carries, and who waits how long.
+
+#include "decision/decision.hpp"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "aaa/result_codes.h"
+
+namespace {
+
+using namespace service;
+using Kind = Outcome::Kind;
+
+// A method whose outcomes are played back, one for each question. Without one it is silent.
+class Played : public Backend {
+  public:
+    Played(net::Loop &loop, bool remote) : loop_(loop), remote_(remote) {}
+
+    std::unique_ptr<Attempt> authenticate(const Question &question, std::shared_ptr<Dialogue> dialogue,
+                                          Done done) override {
+        dialogues.push_back(std::move(dialogue));
+        return play(question, std::move(done));
+    }
+    std::unique_ptr<Attempt> authorize(const Question &question, Done done) override {
+        return play(question, std::move(done));
+    }
+    std::unique_ptr<Attempt> account(const Question &question, Done done) override {
+        return play(question, std::move(done));
+    }
+    bool is_remote() const override { return remote_; }
+
+    std::deque<Outcome> outcomes;
+    std::vector<Question> asked;
+    std::vector<std::shared_ptr<Dialogue>> dialogues;
+    int cancelled = 0;
+
+  private:
+    struct Silence : Attempt {
+        explicit Silence(int &count) : cancelled(count) {}
+        ~Silence() override { ++cancelled; }
+        int &cancelled;
+    };
+
+    std::unique_ptr<Attempt> play(const Question &question, Done done) {
+        asked.push_back(question);
+        if (outcomes.empty()) {
+            return std::make_unique<Silence>(cancelled);
+        }
+        Outcome outcome = std::move(outcomes.front());
+        outcomes.pop_front();
+        return answer_soon(loop_, std::move(outcome), std::move(done));
+    }
+
+    net::Loop &loop_;
+    bool remote_;
+};
+
+class DecisionTest : public testing::Test {
+  protected:
+    DecisionTest() {
+        backends_.add(AAA_METHOD_LOCAL, local_);
+        backends_.add(AAA_METHOD_ENABLE, second_);
+        backends_.add(Protocol::kRadius, servers_);
+        auto settings = std::make_shared<Settings>();
+        settings->lockout.failures = 2;
+        snapshot_->settings = settings;
+        Group group;
+        group.name = "corp";
+        group.servers.resize(1);
+        group_ = std::make_shared<const Group>(group);
+    }
+
+    void list(std::vector<std::uint32_t> methods, bool broadcast = false) {
+        snapshot_ = std::make_shared<Snapshot>(*snapshot_);  // a snapshot is never changed
+        for (const char *path :
+             {"authentication/login/default", "authorization/exec/default", "accounting/exec/default"}) {
+            MethodList &made = snapshot_->lists[path];
+            made.methods.clear();
+            made.broadcast = broadcast;
+            for (const std::uint32_t number : methods) {
+                made.methods.push_back({number, number == AAA_METHOD_SERVER_GROUP ? "corp" : "",
+                                        number == AAA_METHOD_SERVER_GROUP ? group_ : nullptr});
+            }
+        }
+    }
+
+    Question question(Function function = Function::kAuthentication,
+                      net::Time patience = 3600 * net::kSecond) {
+        Question made;
+        made.id = 7;
+        made.function = function;
+        made.service = function == Function::kAuthentication ? AAA_SVC_LOGIN : AAA_SVC_EXEC;
+        made.user = "alice";
+        made.password = Secret("wonderland");
+        made.source = "192.0.2.1";
+        made.for_others = true;
+        made.snapshot = snapshot_;
+        made.deadline = net::Loop::clock() + patience;
+        return made;
+    }
+
+    Answer decide(Question asked, std::shared_ptr<PendingLogin> pending = nullptr) {
+        std::optional<Answer> answer;
+        Decision decision(deciders_, std::move(asked), std::move(pending), [&](Answer given) {
+            EXPECT_FALSE(answer.has_value()) << "a second answer";
+            answer = std::move(given);
+        });
+        EXPECT_FALSE(answer.has_value()) << "an answer before the constructor returned";
+        while (!answer) {
+            loop_.run_once(INT64_MAX);
+        }
+        return *answer;
+    }
+
+    std::string trace_text() {
+        std::string all;
+        trace_.visit(0, [&](const TraceEvent &event) {
+            all += std::string(step_name(event.step)) + " " + event.subject +
+                   (event.detail.empty() ? "" : ": ") + event.detail + "\n";
+        });
+        return all;
+    }
+
+    net::Loop loop_;
+    Workers workers_{loop_, 1};
+    std::shared_ptr<Played> local_ = std::make_shared<Played>(loop_, false);
+    std::shared_ptr<Played> second_ = std::make_shared<Played>(loop_, false);
+    std::shared_ptr<Played> servers_ = std::make_shared<Played>(loop_, true);
+    Backends backends_;
+    Lockout lockout_;
+    Trace trace_;
+    Deciders deciders_{loop_, workers_, backends_, lockout_, trace_};
+    std::shared_ptr<Snapshot> snapshot_ = std::make_shared<Snapshot>();
+    std::shared_ptr<const Group> group_;
+};
+
+struct Row {
+    Kind kind;
+    std::uint32_t status;
+    bool next_is_asked;
+};
+
+TEST_F(DecisionTest, OnlyNoAnswerLeadsToTheNextMethod) {
+    constexpr Row rows[] = {{Kind::kPass, AAA_STAT_PASS, false},
+                            {Kind::kFail, AAA_STAT_FAIL, false},
+                            {Kind::kChallenge, AAA_STAT_GETPASS, false},
+                            {Kind::kUnavailable, AAA_STAT_PASS, true},
+                            {Kind::kError, AAA_STAT_ERROR, false}};
+    list({AAA_METHOD_LOCAL, AAA_METHOD_ENABLE});
+    for (const Function function : {Function::kAuthentication, Function::kAuthorization}) {
+        for (const Row &row : rows) {
+            Outcome outcome;
+            outcome.kind = row.kind;
+            local_->outcomes = {outcome};
+            second_->outcomes = {Outcome::pass("")};
+            second_->asked.clear();
+            lockout_.passed("alice", "192.0.2.1");
+            EXPECT_EQ(decide(question(function)).status, row.status) << static_cast<int>(row.kind);
+            EXPECT_EQ(second_->asked.size(), row.next_is_asked ? 1u : 0u);
+        }
+    }
+}
+
+TEST_F(DecisionTest, ARefusalCarriesItsTextAndNothingElse) {
+    list({AAA_METHOD_SERVER_GROUP});
+    Outcome outcome = Outcome::fail("Access-Reject");
+    outcome.text = "Your account is closed";
+    outcome.privilege = 15;
+    outcome.attributes = {{AAA_METHOD_LOCAL, "value"}};
+    servers_->outcomes = {outcome};
+    Answer answer = decide(question());
+    EXPECT_EQ(answer.status, std::uint32_t{AAA_STAT_FAIL});
+    EXPECT_EQ(answer.text, "Your account is closed");
+    EXPECT_EQ(answer.privilege, std::nullopt);
+    EXPECT_TRUE(answer.attributes.empty());
+    EXPECT_EQ(answer.method, 0u);
+    outcome.kind = Kind::kPass;
+    servers_->outcomes = {outcome};
+    answer = decide(question());
+    EXPECT_EQ(answer.privilege, 15u);
+    EXPECT_EQ(answer.attributes.size(), 1u);
+    EXPECT_EQ(answer.method, std::uint32_t{AAA_METHOD_SERVER_GROUP});
+}
+
+TEST_F(DecisionTest, ASilentServerLeavesTimeForTheNextMethod) {
+    list({AAA_METHOD_SERVER_GROUP, AAA_METHOD_LOCAL});
+    local_->outcomes = {Outcome::pass("")};
+    const Answer answer = decide(question(Function::kAuthentication, 200 * net::kMillisecond));
+    EXPECT_EQ(answer.status, std::uint32_t{AAA_STAT_PASS});
+    EXPECT_EQ(servers_->cancelled, 1);
+    ASSERT_EQ(servers_->asked.size(), 1u);
+    ASSERT_EQ(local_->asked.size(), 1u);
+    EXPECT_LT(servers_->asked[0].deadline, local_->asked[0].deadline)
+        << "each has its part of the client's time";
+    EXPECT_NE(
+        trace_text().find("outcome group corp: no answer: no answer within its part of the client's time"),
+        std::string::npos);
+}
+
+TEST_F(DecisionTest, AMethodOfThisMachineThatIsTooSlowIsAnError) {
+    list({AAA_METHOD_LOCAL, AAA_METHOD_ENABLE});
+    second_->outcomes = {Outcome::pass("")};
+    EXPECT_EQ(decide(question(Function::kAuthentication, 20 * net::kMillisecond)).status,
+              std::uint32_t{AAA_STAT_ERROR})
+        << "whoever overloads the service must not choose the method";
+    EXPECT_EQ(local_->cancelled, 1);
+    EXPECT_TRUE(second_->asked.empty());
+}
+
+TEST_F(DecisionTest, TheLastMethodHasTheWholeTime) {
+    list({AAA_METHOD_SERVER_GROUP});
+    const Question asked = question(Function::kAuthentication, 30 * net::kMillisecond);
+    EXPECT_EQ(decide(asked).status, std::uint32_t{AAA_STAT_ERROR});
+    ASSERT_EQ(servers_->asked.size(), 1u);
+    EXPECT_EQ(servers_->asked[0].deadline, asked.deadline);
+}
+
+TEST_F(DecisionTest, ADestroyedDecisionCancelsAndIsSilent) {
+    list({AAA_METHOD_SERVER_GROUP});
+    {
+        Decision decision(deciders_, question(), nullptr,
+                          [](const Answer &) { ADD_FAILURE() << "it has gone"; });
+        loop_.run_once(0);
+        ASSERT_EQ(servers_->asked.size(), 1u);
+    }
+    EXPECT_EQ(servers_->cancelled, 1);
+    {
+        Decision decision(deciders_, question(), nullptr,
+                          [](const Answer &) { ADD_FAILURE() << "it has gone"; });
+    }
+    loop_.run_once(0);
+    EXPECT_EQ(servers_->asked.size(), 1u) << "it had not even begun";
+}
+
+TEST_F(DecisionTest, AChallengeIsContinuedWhereItWasAsked) {
+    list({AAA_METHOD_LOCAL, AAA_METHOD_SERVER_GROUP, AAA_METHOD_ENABLE});
+    local_->outcomes = {Outcome::unavailable("away")};
+    const auto dialogue = std::make_shared<Dialogue>();
+    servers_->outcomes = {Outcome::challenge(Prompt::kData, "Token: ", true, dialogue)};
+    const Answer challenge = decide(question());
+    EXPECT_EQ(challenge.status, std::uint32_t{AAA_STAT_GETDATA});
+    EXPECT_EQ(challenge.text, "Token: ");
+    EXPECT_TRUE(challenge.echo);
+    ASSERT_NE(challenge.pending, nullptr);
+    list({AAA_METHOD_ENABLE});  // what is configured meanwhile does not count
+    servers_->outcomes = {Outcome::pass("")};
+    Question answered = question();
+    answered.snapshot = std::make_shared<Snapshot>();
+    EXPECT_EQ(decide(answered, challenge.pending).status, std::uint32_t{AAA_STAT_PASS});
+    ASSERT_EQ(servers_->dialogues.size(), 2u);
+    EXPECT_EQ(servers_->dialogues[1], dialogue);
+    EXPECT_EQ(servers_->asked[1].round, 1u);
+    EXPECT_EQ(local_->asked.size(), 1u) << "the methods before are not asked again";
+}
+
+TEST_F(DecisionTest, ABroadcastAsksAllAndIsKeptWhenOneKeepsIt) {
+    list({AAA_METHOD_SERVER_GROUP, AAA_METHOD_LOCAL, AAA_METHOD_ENABLE}, true);
+    const auto account = [&](Outcome a, Outcome b, Outcome c) {
+        servers_->outcomes = {std::move(a)};
+        local_->outcomes = {std::move(b)};
+        second_->outcomes = {std::move(c)};
+        return decide(question(Function::kAccounting));
+    };
+    EXPECT_EQ(account(Outcome::pass(""), Outcome::pass(""), Outcome::pass("")).status,
+              std::uint32_t{AAA_STAT_PASS});
+    EXPECT_EQ(account(Outcome::unavailable(""), Outcome::fail(""), Outcome::pass("")).status,
+              std::uint32_t{AAA_STAT_PASS});
+    const Answer none = account(Outcome::unavailable(""), Outcome::fail(""), Outcome::error(""));
+    EXPECT_EQ(none.error, AAA_ERR_ACCT_SERVICE);
+    EXPECT_EQ(servers_->asked.size(), 3u);
+    EXPECT_EQ(second_->asked.size(), 3u);
+    servers_->outcomes = {Outcome::pass("")};
+    EXPECT_EQ(decide(question()).status, std::uint32_t{AAA_STAT_PASS}) << "a login is never broadcast";
+    EXPECT_EQ(second_->asked.size(), 3u);
+}
+
+TEST_F(DecisionTest, AnAccountingRecordThatIsRefusedIsAnError) {
+    list({AAA_METHOD_LOCAL, AAA_METHOD_ENABLE});
+    local_->outcomes = {Outcome::fail("")};
+    EXPECT_EQ(decide(question(Function::kAccounting)).error, AAA_ERR_ACCT_SERVICE);
+    EXPECT_TRUE(second_->asked.empty());
+}
+
+TEST_F(DecisionTest, ALockedOutUserIsNotAskedAbout) {
+    list({AAA_METHOD_SERVER_GROUP});
+    for (int i = 0; i < 2; ++i) {
+        servers_->outcomes = {Outcome::fail("")};
+        EXPECT_EQ(decide(question()).status, std::uint32_t{AAA_STAT_FAIL});
+    }
+    const Answer locked = decide(question());
+    EXPECT_EQ(locked.status, std::uint32_t{AAA_STAT_FAIL});
+    EXPECT_EQ(locked.text, "Login incorrect");
+    EXPECT_EQ(servers_->asked.size(), 2u) << "no server is asked";
+    servers_->outcomes = {Outcome::pass("")};
+    EXPECT_EQ(decide(question(Function::kAuthorization)).status, std::uint32_t{AAA_STAT_PASS})
+        << "commands still may run";
+}
+
+TEST_F(DecisionTest, FailuresToAnswerAreNotCountedAsWrongPasswords) {
+    list({AAA_METHOD_LOCAL});
+    for (int i = 0; i < 10; ++i) {
+        local_->outcomes = {i % 2 == 0 ? Outcome::error("") : Outcome::unavailable("")};
+        EXPECT_EQ(decide(question()).status, std::uint32_t{AAA_STAT_ERROR});
+    }
+    local_->outcomes = {Outcome::pass("")};
+    EXPECT_EQ(decide(question()).status, std::uint32_t{AAA_STAT_PASS});
+}
+
+TEST_F(DecisionTest, TheTraceTellsWhyTheNextMethodWasAsked) {
+    list({AAA_METHOD_SERVER_GROUP, AAA_METHOD_KERBEROS5, AAA_METHOD_LOCAL});
+    servers_->outcomes = {Outcome::unavailable("192.0.2.1 is silent")};
+    local_->outcomes = {Outcome::pass("the password is right")};
+    std::vector<std::uint64_t> followed;
+    const std::uint64_t handle =
+        trace_.follow([&](const TraceEvent &event) { followed.push_back(event.number); });
+    decide(question());
+    trace_.unfollow(handle);
+    EXPECT_EQ(trace_text(),
+              "list authentication/login/default\n"
+              "method group corp\n"
+              "outcome group corp: no answer: 192.0.2.1 is silent\n"
+              "method kerberos 5\n"
+              "outcome kerberos 5: no answer: this service has no such method\n"
+              "method local\n"
+              "outcome local: pass: the password is right\n"
+              "answer PASS\n");
+    EXPECT_EQ(followed, (std::vector<std::uint64_t>{1, 2, 3, 4, 5, 6, 7, 8}));
+}
+
+TEST(Trace, KeepsTheNewestEventsAndNumbersAll) {
+    Trace trace(3);
+    for (int i = 1; i <= 5; ++i) {
+        trace.add({0, i, 1, Step::kMethod, "alice", "local", ""});
+    }
+    std::vector<std::uint64_t> numbers;
+    const auto note = [&](const TraceEvent &event) {
+        numbers.push_back(event.number);
+        EXPECT_EQ(event.at, static_cast<std::int64_t>(event.number));
+    };
+    EXPECT_EQ(trace.visit(0, note), 6u);
+    EXPECT_EQ(trace.visit(5, note), 6u);
+    EXPECT_EQ(trace.visit(6, note), 6u);
+    EXPECT_EQ(numbers, (std::vector<std::uint64_t>{3, 4, 5, 5}));
+}
+
+TEST(TimeFor, IsLessThanTheClientWaits) {
+    Settings settings;
+    settings.patience_ms = 5000;
+    settings.longest_ms = 20000;
+    EXPECT_EQ(time_for(0, settings), 4750 * net::kMillisecond);
+    EXPECT_EQ(time_for(1000, settings), 900 * net::kMillisecond);
+    EXPECT_EQ(time_for(1, settings), 900 * net::kMicrosecond);
+    EXPECT_EQ(time_for(UINT32_MAX, settings), 19750 * net::kMillisecond);
+}
+
+}  // namespace

@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The methods of this machine, and the threads that hash for them.
+
+#include "backends/local.hpp"
+
+#include <crypt.h>
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <mutex>
+
+#include "backends/password.hpp"
+#include "backends/system_accounts.hpp"
+
+namespace {
+
+using namespace service;
+using Kind = Outcome::Kind;
+
+std::string hash_of(const std::string &password) {
+    crypt_data data{};
+    return crypt_r(password.c_str(), "$6$rounds=1000$localtest$", &data);
+}
+
+class LocalTest : public testing::Test {
+  protected:
+    LocalTest() {
+        settings_->hash_threads = 2;
+        users_->users["alice"] = {hash_of("wonderland"), 15, {}};
+        users_->users["locked"] = {"!" + hash_of("wonderland"), 15, {}};
+        users_->setting = hash_of("any");
+        add_local_backends(backends_, loop_, workers_);
+    }
+
+    Question question(const std::string &user, std::optional<std::string> password) {
+        auto snapshot = std::make_shared<Snapshot>();
+        snapshot->settings = settings_;
+        snapshot->users = users_;
+        Question made;
+        made.user = user;
+        if (password) {
+            made.password = Secret(*password);
+        }
+        made.snapshot = snapshot;
+        made.method.number = AAA_METHOD_LOCAL;
+        return made;
+    }
+
+    Outcome authenticate(const Question &asked) {
+        std::optional<Outcome> outcome;
+        Backend *backend = backends_.find(asked.method);
+        const auto attempt =
+            backend->authenticate(asked, nullptr, [&](Outcome given) { outcome = std::move(given); });
+        EXPECT_FALSE(outcome) << "before the function returned";
+        while (!outcome) {
+            loop_.run_once(INT64_MAX);
+        }
+        return *outcome;
+    }
+
+    net::Loop loop_;
+    Workers workers_{loop_, 2, 4};
+    Backends backends_;
+    std::shared_ptr<Settings> settings_ = std::make_shared<Settings>();
+    std::shared_ptr<Users> users_ = std::make_shared<Users>();
+};
+
+TEST_F(LocalTest, ChecksPasswords) {
+    EXPECT_EQ(authenticate(question("alice", "wonderland")).kind, Kind::kPass);
+    EXPECT_EQ(authenticate(question("alice", "wonderland")).privilege, 15u);
+    EXPECT_EQ(authenticate(question("alice", "Wonderland")).kind, Kind::kFail);
+    EXPECT_EQ(authenticate(question("alice", "")).kind, Kind::kFail);
+    EXPECT_EQ(authenticate(question("mallory", "wonderland")).kind, Kind::kFail);
+    EXPECT_EQ(authenticate(question("locked", "wonderland")).kind, Kind::kFail);
+    EXPECT_EQ(authenticate(question("alice", std::nullopt)).kind, Kind::kChallenge);
+    EXPECT_EQ(authenticate(question("", "wonderland")).prompt, Prompt::kUser);
+}
+
+TEST_F(LocalTest, AnEmptyPasswordFitsNoHash) {
+    EXPECT_FALSE(password_fits(Secret(""), hash_of("")));
+    EXPECT_TRUE(password_fits(Secret("x"), hash_of("x")));
+    EXPECT_FALSE(password_fits(Secret("x"), "*"));
+    EXPECT_FALSE(password_fits(Secret("x"), ""));
+    EXPECT_FALSE(password_fits(Secret("x"), "x"));
+    EXPECT_FALSE(password_fits(Secret(std::string(10000, 'x')), hash_of("x"))) << "too long for libcrypt";
+    spend_a_check(Secret("x"), "");
+}
+
+TEST_F(LocalTest, WithoutAFileLocalCannotAnswer) {
+    users_.reset();
+    EXPECT_EQ(authenticate(question("alice", "wonderland")).kind, Kind::kUnavailable);
+}
+
+// What a method that overloads this machine answers must not be "ask the next one".
+TEST_F(LocalTest, TooManyLoginsAreAnErrorAndNotTheNextMethod) {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool go = false;
+    int blocked = 0;
+    const auto block = [&] {
+        std::unique_lock lock(mutex);
+        ++blocked;
+        changed.notify_all();
+        changed.wait(lock, [&] { return go; });
+    };
+    EXPECT_TRUE(workers_.run(block, [] {}));
+    EXPECT_TRUE(workers_.run(block, [] {}));
+    {
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [&] { return blocked == 2; });
+    }
+    int waiting = 0;
+    while (workers_.run([] {}, [] {})) {
+        ++waiting;
+    }
+    EXPECT_EQ(waiting, 4);
+    EXPECT_EQ(authenticate(question("alice", "wonderland")).kind, Kind::kError);
+    {
+        const std::lock_guard lock(mutex);
+        go = true;
+    }
+    changed.notify_all();
+}
+
+TEST_F(LocalTest, ACancelledCheckCallsNoOne) {
+    for (int i = 0; i < 3; ++i) {
+        auto attempt = backends_.find(question("", {}).method)
+                           ->authenticate(question("alice", "wonderland"), nullptr,
+                                          [](const Outcome &) { ADD_FAILURE() << "it was cancelled"; });
+        attempt.reset();
+    }
+    EXPECT_EQ(authenticate(question("alice", "wonderland")).kind, Kind::kPass) << "which comes after them";
+}
+
+TEST_F(LocalTest, TheHostsAccountsCountOnlyWhenTheSettingsSaySo) {
+    EXPECT_EQ(authenticate(question("root", "wonderland")).reason, "the user is not known");
+    settings_->system_accounts = true;
+    EXPECT_NE(authenticate(question("root", "wonderland")).reason, "the user is not known");
+    EXPECT_EQ(authenticate(question("no-such-user-here", "wonderland")).reason, "the user is not known");
+    EXPECT_EQ(authenticate(question("alice", "wonderland")).kind, Kind::kPass) << "the file comes first";
+    EXPECT_EQ(find_system_account("root")->privilege, 15u);
+    EXPECT_FALSE(find_system_account("no-such-user-here"));
+    EXPECT_FALSE(find_system_account("ro\not"));
+}
+
+}  // namespace
