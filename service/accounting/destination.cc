@@ -8,6 +8,19 @@
 
 namespace accounting {
 
+namespace {
+
+// What a server said must not end a log line or change a terminal.
+std::string printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(),
+        [](char c) { return static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) == 0x7f; },
+        '?');
+    return text;
+}
+
+}  // namespace
+
 Destination::Destination(net::Loop &loop, Journal &journal, std::string name, Position position,
                          DeliverySettings settings, Log log, std::function<void()> progress)
     : loop_(loop),
@@ -162,8 +175,8 @@ void Destination::unanswered(Queue &queue, Pending &pending, const std::string &
     if (!down_) {
         down_ = true;
         down_since_ = loop_.now();
-        log_("accounting: " + name_ + " does not answer (" + why + "); " + std::to_string(figures_.waiting) +
-             " records wait for it on disk");
+        log_("accounting: " + name_ + " does not answer (" + printable(why) + "); " +
+             std::to_string(figures_.waiting) + " records wait for it on disk");
     }
     // Records that were sent before the first one failed say nothing new.
     if (attempt > attempts_before_down_) {
@@ -178,7 +191,7 @@ void Destination::refused(Queue &queue, const Pending &pending, const std::strin
     const std::string line = refused_line(*pending.record, name_, why);
     const auto written = std::make_shared<bool>(false);
     log_("accounting: record " + std::to_string(pending.record->sequence) + " is not delivered to " + name_ +
-         " (" + why + "); it is kept in " + kRefusedName);
+         " (" + printable(why) + "); it is kept in " + kRefusedName);
     journal_.on_disk([line, written](Disk &disk) { *written = disk.refused.append(line); },
                      [this, watch = std::weak_ptr<int>(alive_), key = queue.key, attempt = queue.attempt,
                       sequence = pending.record->sequence, written] {
@@ -211,7 +224,7 @@ void Destination::next_of(Queue &queue) {
 }
 
 void Destination::done(std::uint64_t sequence) {
-    pending_.erase(sequence);
+    forget(sequence);
     --figures_.waiting;
     changed();
 }

@@ -22,9 +22,10 @@
 namespace accounting {
 
 struct DeliverySettings {
-    std::size_t window = 32;              // records that are being sent at a time
-    std::size_t read_ahead = 4096;        // records in memory, the others are on disk only
-    net::Time first_wait = net::kSecond;  // before a record is sent again; doubles
+    std::size_t window = 32;                 // records that are being sent at a time
+    std::size_t read_ahead = 4096;           // records in memory, the others are on disk only
+    std::size_t read_ahead_bytes = 8 << 20;  // of their payloads
+    net::Time first_wait = net::kSecond;     // before a record is sent again; doubles
     net::Time longest_wait = 60 * net::kSecond;
     net::Time save_after = 200 * net::kMillisecond;  // how old the position on disk may be
     // A server may ignore one record for ever and take all others. After so many tries
@@ -89,7 +90,9 @@ class Destination {
     static std::string key_of(const Record &record);
     bool named_in(const Record &record) const;
     bool is_done(std::uint64_t sequence) const;
+    bool has_room(std::size_t part) const;
     void add(const RecordPointer &record);
+    bool forget(std::uint64_t sequence);
     void make_ready(Queue &queue);
     void delay(Queue &queue, unsigned tries);
     net::Time wait_for(unsigned tries) const;
@@ -129,6 +132,7 @@ class Destination {
     ReadPoint point_;
 
     std::map<std::uint64_t, Pending> pending_;
+    std::size_t pending_bytes_ = 0;  // of the payloads
     std::map<std::string, Queue> queues_;
     std::deque<Queue *> ready_;
     std::set<std::pair<net::Time, Queue *>> delayed_;

@@ -30,8 +30,25 @@ std::string Destination::key_of(const Record &record) {
     return record.session.empty() ? "n" + std::to_string(record.sequence) : "s" + record.session;
 }
 
+// Whether less than 1/part of what may be in memory is there.
+bool Destination::has_room(std::size_t part) const {
+    return pending_.size() < settings_.read_ahead / part &&
+           pending_bytes_ < settings_.read_ahead_bytes / part;
+}
+
+bool Destination::forget(std::uint64_t sequence) {
+    const auto found = pending_.find(sequence);
+    if (found == pending_.end()) {
+        return false;
+    }
+    pending_bytes_ -= found->second.record->payload.size();
+    pending_.erase(found);
+    return true;
+}
+
 void Destination::add(const RecordPointer &record) {
     pending_[record->sequence].record = record;
+    pending_bytes_ += record->payload.size();
     const std::string key = key_of(*record);
     Queue &queue = queues_[key];
     queue.key = key;
@@ -48,7 +65,7 @@ void Destination::offer(const Durable &durable) {
     if (behind_) {
         return;
     }
-    if (named && pending_.size() >= settings_.read_ahead) {
+    if (named && !has_room(1)) {
         behind_ = true;
         point_ = durable.place;
         return;
@@ -61,12 +78,10 @@ void Destination::offer(const Durable &durable) {
 }
 
 void Destination::refill() {
-    if (!behind_ || reading_ || sender_ == nullptr || pending_.size() > settings_.read_ahead / 2 ||
-        loop_.now() < read_again_) {
+    if (!behind_ || reading_ || sender_ == nullptr || !has_room(2) || read_again_ != 0) {
         return;
     }
     reading_ = true;
-    read_again_ = 0;
     journal_.read(point_, [this, watch = std::weak_ptr<int>(alive_)](const Segments::Read &read,
                                                                      std::uint64_t through) {
         if (!watch.expired()) {
@@ -111,7 +126,7 @@ bool Destination::drop_one(const Record &record) {
     --figures_.waiting;
     cursor_ = std::max(cursor_, record.sequence + 1);
     point_.sequence = std::max(point_.sequence, cursor_);
-    if (pending_.erase(record.sequence) != 0) {
+    if (forget(record.sequence)) {
         Queue &queue = queues_.at(key_of(record));
         if (queue.waiting.front() == record.sequence) {
             queue.attempt = 0;
@@ -140,6 +155,7 @@ void Destination::drop_all() {
     figures_.dropped += figures_.waiting;
     figures_.waiting = 0;
     pending_.clear();
+    pending_bytes_ = 0;
     queues_.clear();
     ready_.clear();
     delayed_.clear();

@@ -91,12 +91,13 @@ bool Directory::lock(std::string &error) {
         return false;
     }
     if (flock(lock_.get(), LOCK_EX | LOCK_NB) != 0) {
+        const int failure = errno;
         std::string holder;
         files_.read_up_to(lock_.get(), 20, 0, holder);
         holder = holder.substr(0, holder.find_first_not_of("0123456789"));
-        error = errno != EWOULDBLOCK ? "cannot lock " + path_ + ": " + reason()
-                                     : "another process" + (holder.empty() ? "" : ", " + holder + ",") +
-                                           " uses " + path_ + "; end it first, or use another directory";
+        error = failure != EWOULDBLOCK ? "cannot lock " + path_ + ": " + std::strerror(failure)
+                                       : "another process" + (holder.empty() ? "" : ", " + holder + ",") +
+                                             " uses " + path_ + "; end it first, or use another directory";
         return false;
     }
     // For the message above only, so failures, such as a full disk, do not matter.

@@ -33,10 +33,12 @@ void Sessions::apply(const RecordPointer &record) {
 
 void Sessions::open(const RecordPointer &record) {
     close(record->session);  // its process never closed the session of the same name
-    if (by_sequence_.size() >= settings_.most) {
+    const std::size_t bytes = body_size(*record);
+    if (by_sequence_.size() >= settings_.most || bytes_ + bytes > settings_.most_bytes) {
         ++overflowed_;
         return;
     }
+    bytes_ += bytes;
     by_name_[record->session] = record->sequence;
     Open &session = by_sequence_[record->sequence];
     session.opened = record;
@@ -53,6 +55,7 @@ void Sessions::close(const std::string &name) {
     }
     const auto session = by_sequence_.find(found->second);
     interims_.erase({session->second.interim_at, session->first});
+    bytes_ -= body_size(*session->second.opened);
     by_sequence_.erase(session);
     by_name_.erase(found);
 }

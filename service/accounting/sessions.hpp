@@ -23,6 +23,7 @@ struct SessionSettings {
     net::Time interim_every = 0;                // 0: no interim records
     net::Time check_every = 30 * net::kSecond;  // how often a session's process is looked for
     std::size_t most = 10'000;                  // further sessions are recorded, but not kept here
+    std::size_t most_bytes = 16 << 20;          // of their records
 };
 
 // Called by the loop with the record that opened the session. The service then appends an
@@ -70,6 +71,7 @@ class Sessions {
     std::unordered_map<std::string, std::uint64_t> by_name_;
     std::set<std::pair<net::Time, std::uint64_t>> interims_;
     std::uint64_t checked_ = 0;  // sessions up to here were looked at in this round
+    std::size_t bytes_ = 0;
     std::uint64_t overflowed_ = 0;
     net::Timer check_timer_;
     net::Timer interim_timer_;

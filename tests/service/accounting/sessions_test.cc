@@ -78,6 +78,18 @@ TEST_F(SessionsTest, AreLimited) {
     EXPECT_EQ(open(), (Names{"b", "d"}));
 }
 
+TEST_F(SessionsTest, AreLimitedInBytes) {
+    settings.most_bytes = 3 * body_size(sample("a")) + 1;
+    start();
+    for (const char *name : {"a", "b", "c", "d"}) {
+        apply(name, Kind::kStart);
+    }
+    EXPECT_EQ(open(), (Names{"a", "b", "c"}));
+    apply("a", Kind::kStop);
+    apply("e", Kind::kStart);
+    EXPECT_EQ(open(), (Names{"b", "c", "e"}));
+}
+
 TEST_F(SessionsTest, WhoseProcessEndedAreReportedUntilTheyAreClosed) {
     settings.check_every = net::kMillisecond;
     close_ended = false;
