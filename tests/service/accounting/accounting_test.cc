@@ -76,6 +76,27 @@ TEST_F(AccountingTest, RemovesSegmentsThatAllDestinationsHave) {
     }
 }
 
+// One destination takes the first of many records at once, before another one, which has
+// no sender, has seen the others. Their segments must stay.
+TEST_F(AccountingTest, RemovesNothingThatADestinationHasNotSeen) {
+    service.settings.journal.most_bytes = kLeastBytes;
+    service.reopen();
+    service.add_sender("a")->answer_all(deliver);
+    int answers = 0;
+    constexpr int kRecords = 40;
+    for (int i = 0; i < kRecords; ++i) {
+        service.accounting->record(sample("", Kind::kEvent, {"a", "b"}, std::string(10'000, 'x')),
+                                   [&](Result result) { answers += result == Result::kOk ? 1 : 0; });
+    }
+    service.run_until([&] { return answers == kRecords; });
+    service.reopen();
+    EXPECT_EQ(service.figures("b").waiting, static_cast<std::uint64_t>(kRecords));
+    const auto sender = service.add_sender("b");
+    sender->answer_all(deliver);
+    service.run_until([&] { return service.figures("b").waiting == 0; });
+    EXPECT_EQ(sender->log().size(), static_cast<std::size_t>(kRecords));
+}
+
 TEST_F(AccountingTest, KeepsTheOpenSessionsAcrossRestarts) {
     service.settings.journal.most_bytes = kLeastBytes;
     service.reopen();
