@@ -192,7 +192,7 @@ static void ask(client_t *client, uint32_t type, cerrno composed, client_answer_
 }
 
 /* Unpacks the composed list, lets `change` add to it, and packs it again. */
-static cerrno extend(client_t *client, cerrno (*change)(avlist *, const uint32_t *), const uint32_t *value) {
+static cerrno extend(client_t *client, cerrno (*change)(avlist *, const void *), const void *value) {
     iov_t *packed = &client->iov[client->count - 1];
     avlist *list = NULL;
     uint32_t length = sizeof client->buffer;
@@ -212,12 +212,12 @@ static cerrno extend(client_t *client, cerrno (*change)(avlist *, const uint32_t
     return rc;
 }
 
-static cerrno set_type(avlist *list, const uint32_t *type) {
-    return aaa_util_avlist_msgtype_add(*type, list);
+static cerrno set_type(avlist *list, const void *type) {
+    return aaa_util_avlist_msgtype_add(*(const uint32_t *)type, list);
 }
 
-static cerrno add_cause(avlist *list, const uint32_t *cause) {
-    return aaa_util_avpair_add_attr(list, AAA_ACCT_TERM_CAUSE_ATTR, cause, sizeof *cause, 0);
+static cerrno add_outcome(avlist *list, const void *outcome) {
+    return aaa_util_avpair_add_attr(list, AAA_DATA_ATTR, outcome, (uint32_t)strlen(outcome) + 1, 0);
 }
 
 static cerrno compose_authentication(client_t *client, uint32_t option, aaa_usercred_t *cred) {
@@ -249,14 +249,14 @@ void client_authorize(client_t *client, int32_t service, aaa_usercred_t *cred, c
 }
 
 int client_account(client_t *client, uint32_t option, int32_t service, aaa_usercred_t *cred, char *command,
-                   uint32_t session, const uint32_t *exit_cause) {
+                   uint32_t session, const char *outcome) {
     aaa_svc_attrs_t attrs = {.cmd = command};
     avlist *list = NULL;
     cerrno rc = aaa_util_msg_acct_compose(&client->header, option, service, client->settings->list, 0, cred,
                                           &attrs, session, &client->iov, &client->count, client->buffer,
                                           sizeof client->buffer, NULL, 0);
-    if (rc == AAA_OK && exit_cause != NULL) {
-        rc = extend(client, add_cause, exit_cause);
+    if (rc == AAA_OK && outcome != NULL) {
+        rc = extend(client, add_outcome, outcome);
     }
     const int recorded = exchange(client, AAA_REQ_ACCT, rc, &list);
     aaa_avpair_free_list(list);

@@ -63,10 +63,10 @@ void client_change_password(client_t *client, aaa_usercred_t *cred, client_answe
 void client_authorize(client_t *client, int32_t service, aaa_usercred_t *cred, char *command,
                       client_answer_t *answer);
 
-/* An accounting record of the session; exit_cause is added to it as the cause of its end, unless it is null.
- * 1: recorded. */
+/* An accounting record of the session. The outcome of what it records is added to it as data, unless it is
+ * null. 1: recorded. */
 int client_account(client_t *client, uint32_t option, int32_t service, aaa_usercred_t *cred, char *command,
-                   uint32_t session, const uint32_t *exit_cause);
+                   uint32_t session, const char *outcome);
 
 /* Wipes an answer and releases its state. */
 void client_answer_clear(client_answer_t *answer);

@@ -1,17 +1,15 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 #include "options.h"
 
-#include <errno.h>
 #include <security/pam_ext.h>
 #include <stddef.h>
-#include <stdlib.h>
 #include <string.h>
 #include <syslog.h>
 
+#include "settings.h"
 #include "visible.h"
 
-#define MOST_SECONDS 3600u
-#define MOST_ROUNDS  64u
+#define MOST_ROUNDS 64u
 
 /* ---- options without a value --------------------------------------------------- */
 
@@ -60,15 +58,9 @@ static const struct {
     {"require_message_authenticator", "the service checks answers"},
 };
 
-/* The value of an option `name=value`; null when it is another one. */
-static const char *value_of(const char *option, const char *name) {
-    const size_t length = strlen(name);
-    return strncmp(option, name, length) == 0 && option[length] == '=' ? option + length + 1 : NULL;
-}
-
 static const char *instead_of(const char *option) {
     for (size_t i = 0; i < sizeof foreign / sizeof foreign[0]; i++) {
-        if (strcmp(option, foreign[i].name) == 0 || value_of(option, foreign[i].name) != NULL) {
+        if (strcmp(option, foreign[i].name) == 0 || settings_value(option, foreign[i].name) != NULL) {
             return foreign[i].instead;
         }
     }
@@ -76,17 +68,6 @@ static const char *instead_of(const char *option) {
 }
 
 /* ---- options with a value ---------------------------------------------------------- */
-
-static int set_number(uint32_t *number, const char *value, uint32_t most) {
-    char *end = NULL;
-    errno = 0;
-    const unsigned long read = strtoul(value, &end, 10);
-    if (value[0] < '0' || value[0] > '9' || *end != '\0' || errno != 0 || read < 1 || read > most) {
-        return 0;
-    }
-    *number = (uint32_t)read;
-    return 1;
-}
 
 static int set_service(options_t *options, const char *value) {
     static const struct {
@@ -120,36 +101,22 @@ static int set_login(options_t *options, const char *value) {
     return 0; /* chap among them: the service would need the password, not a response to it */
 }
 
-static int set_text(const char **text, const char *value) {
-    *text = value;
-    return value[0] != '\0';
-}
-
 /* 1: set; 0: the value is not possible; -1: another option. */
 static int set_value(options_t *options, const char *option) {
     const char *value = NULL;
-    if ((value = value_of(option, "timeout")) != NULL) {
-        return set_number(&options->settings.seconds, value, MOST_SECONDS);
+    if ((value = settings_value(option, "max_challenge")) != NULL) {
+        return settings_number(&options->rounds, value, MOST_ROUNDS);
     }
-    if ((value = value_of(option, "max_challenge")) != NULL) {
-        return set_number(&options->rounds, value, MOST_ROUNDS);
+    if ((value = settings_value(option, "prompt")) != NULL) {
+        return settings_text(&options->prompt, value);
     }
-    if ((value = value_of(option, "prompt")) != NULL) {
-        return set_text(&options->prompt, value);
-    }
-    if ((value = value_of(option, "socket")) != NULL) {
-        return value[0] == '/' && set_text(&options->settings.socket, value);
-    }
-    if ((value = value_of(option, "list")) != NULL) {
-        return set_text(&options->settings.list, value);
-    }
-    if ((value = value_of(option, "service")) != NULL) {
+    if ((value = settings_value(option, "service")) != NULL) {
         return set_service(options, value);
     }
-    if ((value = value_of(option, "login")) != NULL) {
+    if ((value = settings_value(option, "login")) != NULL) {
         return set_login(options, value);
     }
-    return -1;
+    return settings_read(&options->settings, option);
 }
 
 static void read_option(options_t *options, pam_handle_t *pamh, const char *option) {
@@ -162,13 +129,9 @@ static void read_option(options_t *options, pam_handle_t *pamh, const char *opti
         options->try_first = options->use_first = options->ask_later = 0;
         return;
     }
-    const client_settings_t kept = options->settings;
-    const char *prompt = options->prompt;
     const int set = set_value(options, option);
     const char *instead = instead_of(option);
     if (set == 0) {
-        options->settings = kept;
-        options->prompt = prompt;
         pam_syslog(pamh, LOG_ERR, "option %s is ignored: the value is not possible; see pam_aaa(8)", shown);
     } else if (set < 0 && instead != NULL) {
         pam_syslog(pamh, LOG_WARNING, "option %.*s has no equivalent and is ignored: %s",
@@ -179,12 +142,11 @@ static void read_option(options_t *options, pam_handle_t *pamh, const char *opti
 }
 
 void options_read(options_t *options, pam_handle_t *pamh, int argc, const char **argv) {
-    *options =
-        (options_t){.settings = {.socket = CLIENT_SOCKET, .list = "default", .seconds = CLIENT_SECONDS},
-                    .prompt = "Password: ",
-                    .service = AAA_SVC_EXEC,
-                    .authen_option = AAA_AO_ASCII_LOGIN,
-                    .rounds = 16};
+    *options = (options_t){.settings = settings_default(),
+                           .prompt = "Password: ",
+                           .service = AAA_SVC_EXEC,
+                           .authen_option = AAA_AO_ASCII_LOGIN,
+                           .rounds = 16};
     for (int i = 0; i < argc; i++) {
         read_option(options, pamh, argv[i]);
     }

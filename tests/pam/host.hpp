@@ -31,6 +31,7 @@ struct Person {
     std::vector<std::string> answers;  // to the prompts, in order; the conversation fails after the last
     std::vector<Said> heard;
     int asked = 0;
+    std::function<void()> before_answer = [] {};
 };
 
 // The lines of a service file.
@@ -56,6 +57,7 @@ class Login {
     int close(int flags = 0);
     int change(std::vector<std::string> answers, int flags = 0);
 
+    void before_each_answer(std::function<void()> action) { person_.before_answer = std::move(action); }
     [[nodiscard]] pam_handle_t *handle() const { return handle_; }
     [[nodiscard]] const std::vector<Said> &heard() const { return person_.heard; }
     [[nodiscard]] int asked() const { return person_.asked; }

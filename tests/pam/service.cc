@@ -32,7 +32,6 @@ Request request_of(const aaa_transport_msg_t &msg) {
     request.service = number_of(list, AAA_SERVICE_TYPE_ATTR);
     request.option = number_of(list, AAA_AUTHEN_OPTION_ATTR);
     request.session = number_of(list, AAA_ACCT_SESSID_ATTR);
-    request.cause = number_of(list, AAA_ACCT_TERM_CAUSE_ATTR);
     request.user = text_of(list, AAA_USERNAME_ATTR);
     request.password = text_of(list, AAA_PASSWORD_ATTR);
     request.terminal = text_of(list, AAA_TTYNAME_ATTR);
@@ -40,6 +39,7 @@ Request request_of(const aaa_transport_msg_t &msg) {
     request.list = text_of(list, AAA_METHODLIST_ATTR);
     request.state = text_of(list, AAA_RADIUS_STATE_ATTR);
     request.command = text_of(list, AAA_CMD_ATTR);
+    request.data = text_of(list, AAA_DATA_ATTR);
     aaa_avpair_free_list(list);
     return request;
 }
@@ -92,10 +92,15 @@ size_t Service::connections() {
     return connections_;
 }
 
-// False when the connection is to be closed.
-bool Service::handle(aaa_transport_t *client) {
+void Service::wait_for_hang_ups(size_t count) {
+    std::unique_lock lock(mutex_);
+    hung_up_.wait(lock, [&] { return hang_ups_ >= count; });
+}
+
+// False when the connection is of no more use.
+bool Service::handle(const transport_test::Transport &client) {
     static thread_local aaa_transport_msg_t msg;
-    const cerrno rc = aaa_transport_receive(client, &msg, AAA_TRANSPORT_NOW);
+    const cerrno rc = aaa_transport_receive(client.get(), &msg, AAA_TRANSPORT_NOW);
     if (rc != AAA_OK) {
         return rc == AAA_ERR_TIMEOUT;
     }
@@ -109,7 +114,13 @@ bool Service::handle(aaa_transport_t *client) {
     }
     const Action action = script(request);
     if (!action.bytes.empty()) {
-        send(aaa_transport_descriptor(client), action.bytes.data(), action.bytes.size(), MSG_NOSIGNAL);
+        send(transport_test::descriptor(client), action.bytes.data(), action.bytes.size(), MSG_NOSIGNAL);
+    }
+    if (action.hang_up) {
+        aaa_transport_close(client.get());
+        const std::lock_guard lock(mutex_);
+        ++hang_ups_;
+        hung_up_.notify_all();
     }
     return !action.hang_up;
 }
@@ -128,7 +139,7 @@ void Service::serve() {
             return;
         }
         for (size_t i = clients.size(); i-- > 0;) {
-            if (polled[i + 2].revents != 0 && !handle(clients[i].get())) {
+            if (polled[i + 2].revents != 0 && !handle(clients[i])) {
                 clients.erase(clients.begin() + static_cast<ptrdiff_t>(i));
             }
         }

@@ -8,6 +8,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <condition_variable>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -28,8 +29,7 @@ struct Request {
     uint32_t service = 0;
     uint32_t option = 0;
     uint32_t session = 0;
-    uint32_t cause = 0;
-    std::string user, password, terminal, address, list, state, command;
+    std::string user, password, terminal, address, list, state, command, data;
 };
 
 struct Action {
@@ -65,11 +65,12 @@ class Service {
     [[nodiscard]] const std::string &path() const { return path_; }
     void set(Script script);
     std::vector<Request> requests();
-    size_t connections();  // accepted so far
+    size_t connections();                  // accepted so far
+    void wait_for_hang_ups(size_t count);  // until so many connections were closed by the script
 
   private:
     void serve();
-    bool handle(aaa_transport_t *client);
+    bool handle(const transport_test::Transport &client);
 
     std::string path_;
     transport_test::Transport listener_;
@@ -78,6 +79,8 @@ class Service {
     Script script_;
     std::vector<Request> requests_;
     size_t connections_ = 0;
+    size_t hang_ups_ = 0;
+    std::condition_variable hung_up_;
     std::thread thread_;
 };
 
