@@ -34,7 +34,7 @@ int module_unavailable(module_t *module) {
     char shown[512];
     const char *problem = client_problem(module->client);
     visible_copy(shown, sizeof shown, problem, strlen(problem), 0);
-    pam_syslog(module->pamh, LOG_ERR, "the AAA service does not answer: %s", shown);
+    pam_syslog(module->pamh, LOG_ERR, "the AAA service is not available: %s", shown);
     return PAM_AUTHINFO_UNAVAIL;
 }
 

@@ -152,9 +152,9 @@ int plugin_without_service(plugin_t *plugin, const char *what, int refusal) {
     const char *reason = client_problem(plugin->client);
     const int allow = plugin->allow || is_listed(plugin->except, plugin->user);
     visible_copy(problem, sizeof problem, reason, strlen(reason), 0);
-    syslog(LOG_AUTHPRIV | LOG_ERR, "%s: the AAA service does not answer: %s; the command of %s %s",
+    syslog(LOG_AUTHPRIV | LOG_ERR, "%s: the AAA service is not available: %s; the command of %s %s",
            plugin->name, problem, plugin->user, allow ? "runs without it" : "does not run");
-    snprintf(plugin->error, sizeof plugin->error, "%s: %s: the AAA service does not answer", plugin->name,
+    snprintf(plugin->error, sizeof plugin->error, "%s: %s: the AAA service is not available", plugin->name,
              what);
     return allow ? 1 : refusal;
 }

@@ -58,7 +58,7 @@ TEST_F(Approval, TellsTheReasonOfTheService) {
 TEST_F(Approval, DeniesWithoutAServiceExceptForThoseListed) {
     const std::string away = "socket=/nonexistent/socket";
     EXPECT_EQ(check({}, {away}), 0);
-    EXPECT_EQ(reason_, "aaa_approval: the command is not authorized: the AAA service does not answer");
+    EXPECT_EQ(reason_, "aaa_approval: the command is not authorized: the AAA service is not available");
     EXPECT_TRUE(logged("No such file or directory"));
     EXPECT_EQ(check({"/bin/id", {"id"}, "root"}, {away}), 1);
     EXPECT_EQ(check({}, {away, "unavailable=allow"}), 1);

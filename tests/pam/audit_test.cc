@@ -76,7 +76,7 @@ TEST_F(Audit, LetsCommandsRunWithoutAServiceUnlessToldOtherwise) {
     close(SUDO_PLUGIN_WAIT_STATUS, 0);
     EXPECT_TRUE(logged("the command of alice runs without it"));
     EXPECT_EQ(accept({}, {away, "unavailable=deny"}), -1);
-    EXPECT_EQ(error(), "aaa_audit: the command is not recorded: the AAA service does not answer");
+    EXPECT_EQ(error(), "aaa_audit: the command is not recorded: the AAA service is not available");
     close(SUDO_PLUGIN_NO_STATUS, 0);
     EXPECT_EQ(accept({"/bin/id", {"id"}, "root"}, {away, "unavailable=deny"}), 1);
     close(SUDO_PLUGIN_WAIT_STATUS, 0);

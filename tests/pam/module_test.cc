@@ -35,7 +35,7 @@ TEST_F(Module, GivesUpBeforeItAsksWithoutAService) {
         EXPECT_EQ(login.asked(), 0);
         EXPECT_EQ(login.account(), PAM_AUTHINFO_UNAVAIL);
         EXPECT_EQ(login.open(), PAM_SESSION_ERR);
-        EXPECT_TRUE(logged("the AAA service does not answer: " + socket.substr(0, 30)));
+        EXPECT_TRUE(logged("the AAA service is not available: " + socket.substr(0, 30)));
     }
 }
 
