@@ -3,7 +3,7 @@
 // The records on disk: segment files that are written one after the other and removed as
 // wholes. One thread uses this at a time.
 //
-// No space is reserved for a segment: on ext4 that made no difference to the time of
+// No space is reserved for a segment: on ext4 that made little difference to the time of
 // fdatasync(), and it would fail on a disk that still has room for records.
 #pragma once
 
