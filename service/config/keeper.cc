@@ -134,17 +134,27 @@ void Keeper::handle_jobs() {
     }
 }
 
-bool Keeper::post(std::function<void(sysdb_conn_t)> work) {
+bool Keeper::post(std::function<void()> job) {
     const std::lock_guard lock(mutex_);
     if (stopping_ || !thread_.joinable()) {
         return false;
     }
-    jobs_.push_back([this, work = std::move(work)] { work(config_.get()); });
+    jobs_.push_back(std::move(job));
     return event_send_async(events_, wake_, 0) == 0;
 }
 
 void Keeper::reload(std::function<void()> done) {
-    post([this, done = std::move(done)](sysdb_conn_t) { read_everything(done); });
+    post([this, done = std::move(done)] { read_everything(done); });
+}
+
+bool Keeper::change(std::function<cerrno(sysdb_conn_t)> change, std::function<void(cerrno)> done) {
+    return post([this, change = std::move(change), done = std::move(done)] {
+        const cerrno rc = change(config_.get());
+        if (rc == 0) {
+            make_snapshot();  // not when the database tells of the change: whoever made it may rely on it
+        }
+        done(rc);
+    });
 }
 
 // ---- the database

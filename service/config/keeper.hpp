@@ -50,13 +50,16 @@ class Keeper {
     bool start();
     // Reads everything again. `done` is called on the keeper's thread.
     void reload(std::function<void()> done);
-    // Has work done on the keeper's thread, which may block, with a connection bound at
-    // /cfg/gl/aaa/, or 0 while the database is away. False when the keeper has stopped.
-    bool post(std::function<void(sysdb_conn_t)> work);
+    // Has a change of the database made on the keeper's thread, with a connection bound at
+    // /cfg/gl/aaa/, or 0 while the database is away. `done` is called on that thread with the
+    // result, and after a change when the new snapshot has been handed over. False when the
+    // keeper has stopped.
+    bool change(std::function<cerrno(sysdb_conn_t)> change, std::function<void(cerrno)> done);
     void stop();
 
   private:
     void run();
+    bool post(std::function<void()> job);
     void handle_jobs();
     void read_users_again();
     void read_everything(const std::function<void()> &done);

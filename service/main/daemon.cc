@@ -149,10 +149,9 @@ void Daemon::stop() {
 void Daemon::configure(const Request &request, std::function<void(cerrno)> done) {
     const auto call = std::make_shared<std::function<void(cerrno)>>(std::move(done));
     const bool accepted =
-        keeper_->post([this, type = request.head.type, list = request.list, call](sysdb_conn_t config) {
-            const cerrno rc = apply_configuration(config, type, list.get());
-            loop_.post([call, rc] { (*call)(rc); });
-        });
+        keeper_->change([type = request.head.type, list = request.list](
+                            sysdb_conn_t config) { return apply_configuration(config, type, list.get()); },
+                        [this, call](cerrno rc) { loop_.post([call, rc] { (*call)(rc); }); });
     if (!accepted) {
         loop_.post([call] { (*call)(AAA_ERR_NOT_CONNECTED); });
     }

@@ -221,7 +221,7 @@ TEST_F(AaadMessages, ConfigurationMessagesChangeTheDatabase) {
         EXPECT_EQ(client.configure_list(false, "remote", {AAA_METHOD_LOCAL}, 0, session), AAA_OK);
         Ask ask;
         ask.list = "remote";
-        aaad_.wait_for_login(ask, passed);
+        EXPECT_TRUE(passed(aaad_.login(ask))) << "in force when it is answered";
         EXPECT_EQ(client.authorize(ask).status, uint32_t{AAA_STAT_PASS});
         EXPECT_EQ(client.configure_group("branch", 1, session), AAA_ERR_SG_IN_USE);
         EXPECT_EQ(client.configure_list(true, "remote", {}, 1, session), AAA_OK);
