@@ -24,6 +24,7 @@ struct client {
     const client_settings_t *settings;
     aaa_transport_t *transport;
     char problem[CLIENT_TEXT + 256];
+    int silent; /* the latest failure was a time-out */
     /* One request: the header record, the packed list, and the elements that name them. */
     aaa_req_hdr_t header;
     iov_t *iov;
@@ -77,10 +78,15 @@ const char *client_problem(const client_t *client) {
     return client->problem;
 }
 
+int client_was_silent(const client_t *client) {
+    return client->silent;
+}
+
 /* Keeps the reason of a failure of the transport. */
 static void note_failure(client_t *client, const char *what, cerrno rc) {
     const int error = aaa_transport_errno(client->transport);
     char text[128] = "";
+    client->silent = rc == AAA_ERR_TIMEOUT;
     const char *reason = error != 0 ? strerror_r(error, text, sizeof text) : code_text(rc);
     snprintf(client->problem, sizeof client->problem, "%s: %s: %s", client->settings->socket, what, reason);
 }
@@ -142,6 +148,7 @@ int client_connect(client_t *client) {
 static int exchange(client_t *client, uint32_t type, cerrno composed, avlist **list) {
     aaa_transport_head_t head = {.kind = AAA_TRANSPORT_GARBAGE};
     *list = NULL;
+    client->silent = 0;
     if (composed != AAA_OK) {
         snprintf(client->problem, sizeof client->problem, "the request cannot be composed: %s",
                  code_text(composed));

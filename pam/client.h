@@ -52,6 +52,9 @@ int client_connect(client_t *client);
 /* Why the latest call failed: a text that can be logged. */
 const char *client_problem(const client_t *client);
 
+/* Not 0: the latest failure was that the service said nothing until the deadline. */
+int client_was_silent(const client_t *client);
+
 /* One round of a login. The password and the state may be null. */
 void client_authenticate(client_t *client, uint32_t option, aaa_usercred_t *cred, client_answer_t *answer);
 

@@ -8,11 +8,29 @@
 
 #include "visible.h"
 
+#define SILENT_DATA    "pam_aaa_silent"
+#define SILENT_SECONDS 1u
+
+/* The program calls several functions for one login. When the service was silent in one of them, the
+ * others do not wait for as long again: someone sits at the terminal to repair the machine. */
+static int was_silent(pam_handle_t *pamh) {
+    const void *data = NULL;
+    return pam_get_data(pamh, SILENT_DATA, &data) == PAM_SUCCESS && data != NULL;
+}
+
+static void note_silence(pam_handle_t *pamh) {
+    static const char silent[] = "silent";
+    pam_set_data(pamh, SILENT_DATA, (void *)(uintptr_t)silent, NULL);
+}
+
 int module_begin(module_t *module, pam_handle_t *pamh, int flags, int argc, const char **argv) {
     memset(module, 0, sizeof *module);
     module->pamh = pamh;
     module->flags = flags;
     options_read(&module->options, pamh, argc, argv);
+    if (was_silent(pamh)) {
+        module->options.settings.seconds = SILENT_SECONDS;
+    }
     module->client = client_create(&module->options.settings);
     if (module->client == NULL) {
         pam_syslog(pamh, LOG_CRIT, "no memory");
@@ -35,6 +53,9 @@ int module_unavailable(module_t *module) {
     const char *problem = client_problem(module->client);
     visible_copy(shown, sizeof shown, problem, strlen(problem), 0);
     pam_syslog(module->pamh, LOG_ERR, "the AAA service is not available: %s", shown);
+    if (client_was_silent(module->client)) {
+        note_silence(module->pamh);
+    }
     return PAM_AUTHINFO_UNAVAIL;
 }
 

@@ -117,10 +117,38 @@ void plugin_close(plugin_t *plugin) {
     plugin->user = plugin->terminal = plugin->command = NULL;
 }
 
+/* For sudoedit, sudo gives the editor, which the user may choose by his environment, its options, "--" and the
+ * files. The editor runs as the user, so it is the files that are to be authorized. The result begins with
+ * the argument before them, which counts as the name of the program; null when they cannot be told. */
+static char *const *files_to_edit(char *const command_info[], char *const argv[]) {
+    const char *text = find(command_info, "sudoedit_nfiles");
+    uint32_t files = 0;
+    uint32_t count = 0;
+    while (argv != NULL && argv[count] != NULL) {
+        count++;
+    }
+    return text != NULL && settings_number(&files, text, UINT32_MAX - 1) && files < count
+               ? argv + (count - files - 1)
+               : NULL;
+}
+
+static int is_edit(char *const command_info[]) {
+    const char *edit = find(command_info, "sudoedit");
+    return edit != NULL && strcmp(edit, "true") == 0;
+}
+
 int plugin_take_command(plugin_t *plugin, char *const command_info[], char *const argv[]) {
     const char *program = find(command_info, "command");
     size_t length = 0;
-    if (program == NULL) {
+    if (is_edit(command_info)) {
+        program = "sudoedit";
+        argv = files_to_edit(command_info, argv);
+        if (argv == NULL) {
+            snprintf(plugin->error, sizeof plugin->error, "%s: sudo does not tell which files are edited",
+                     plugin->name);
+            return -1;
+        }
+    } else if (program == NULL) {
         program = argv != NULL && argv[0] != NULL ? argv[0] : "";
     }
     free(plugin->command);

@@ -11,7 +11,7 @@ class Approval : public SudoTest {
     int check(const Command &command, std::vector<std::string> options = {}) {
         auto &approval = plugin<approval_plugin>("aaa_approval");
         EXPECT_EQ(open(approval, command.user, std::move(options)), 1) << error();
-        const Texts info({"command=" + command.program, "runas_uid=0"});
+        const Texts info = command.info();
         const Texts arguments(command.arguments);
         const Texts none({});
         const int result = approval.check(info.get(), arguments.get(), none.get(), &error_);
@@ -87,6 +87,27 @@ TEST_F(Approval, NeverCutsACommand) {
         reason_,
         "aaa_approval: the command has 60001 characters, and the AAA service decides about at most 60000");
     EXPECT_EQ(service_.requests().size(), 1u);
+}
+
+// The user chooses the editor: SUDO_EDITOR=/usr/bin/id would make an edit look like a harmless command.
+TEST_F(Approval, AsksForTheFilesOfSudoeditNotForTheEditor) {
+    const Command edit{"/usr/bin/id",
+                       {"id", "-x", "--", "/etc/shadow", "/etc/a b"},
+                       "alice",
+                       {"sudoedit=true", "sudoedit_nfiles=2"}};
+    EXPECT_EQ(check(edit), 1);
+    EXPECT_EQ(service_.requests().at(0).command, "sudoedit /etc/shadow /etc/a\\ b");
+    for (const char *files : {"", "sudoedit_nfiles=", "sudoedit_nfiles=0", "sudoedit_nfiles=-1",
+                              "sudoedit_nfiles=5", "sudoedit_nfiles=4294967295", "sudoedit_nfiles=x"}) {
+        Command untold = edit;
+        untold.more = {"sudoedit=true", files};
+        EXPECT_EQ(check(untold), 0) << files;
+    }
+    EXPECT_EQ(service_.requests().size(), 1u);
+    Command no_edit = edit;
+    no_edit.more = {"sudoedit=false"};
+    EXPECT_EQ(check(no_edit), 1);
+    EXPECT_EQ(service_.requests().at(1).command, "/usr/bin/id -x -- /etc/shadow /etc/a\\ b");
 }
 
 TEST_F(Approval, MasksPasswordsInAddresses) {

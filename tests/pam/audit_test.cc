@@ -12,7 +12,7 @@ class Audit : public SudoTest {
     int accept(const Command &command, std::vector<std::string> options = {}) {
         auto &audit = plugin<audit_plugin>("aaa_audit");
         EXPECT_EQ(open(audit, command.user, std::move(options)), 1) << error();
-        const Texts info({"command=" + command.program});
+        const Texts info = command.info();
         const Texts arguments(command.arguments);
         const Texts none({});
         int result = 0;

@@ -89,6 +89,17 @@ TEST_F(Module, GivesUpOnASilentServiceAtTheDeadline) {
     EXPECT_TRUE(logged("timed out"));
 }
 
+// Each function would wait for its own time limit, so a login would take minutes.
+TEST_F(Module, DoesNotWaitAgainInALoginWhoseServiceWasSilent) {
+    service_.set([](const Request &) { return Action{}; });
+    const std::string module = " required " AAA_PAM_MODULE " " + options();
+    Login login(dir_, Lines{"auth" + module + "timeout=1\naccount" + module + "timeout=3600\nsession" +
+                            module + "timeout=3600\n"});
+    EXPECT_EQ(login.authenticate({"x"}), PAM_AUTHINFO_UNAVAIL);
+    EXPECT_EQ(login.account(), PAM_AUTHINFO_UNAVAIL);
+    EXPECT_NE(login.open(), PAM_SUCCESS);
+}
+
 TEST_F(Module, SurvivesAServiceThatEndsInTheMiddle) {
     service_.set([](const Request &) { return Action{"", true}; });
     Login login(dir_, options());

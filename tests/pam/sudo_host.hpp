@@ -47,6 +47,13 @@ struct Command {
     std::string program = "/usr/bin/id";
     std::vector<std::string> arguments{"id"};
     std::string user = "alice";
+    std::vector<std::string> more{};  // of the information that sudo has about it
+
+    [[nodiscard]] Texts info() const {
+        std::vector<std::string> texts{"command=" + program, "runas_uid=0"};
+        texts.insert(texts.end(), more.begin(), more.end());
+        return Texts(texts);
+    }
 };
 
 class SudoTest : public PamTest {
