@@ -19,10 +19,11 @@ struct Outcome {
     };
 
     Kind kind = Kind::kError;
-    Answer answer;       // of kAnswer
-    std::string text;    // of the others: what is wrong, for the administrator
-    int tries = 0;       // how often it was sent
-    net::Time time = 0;  // from when it was first sent to the outcome; 0 when it was not
+    Answer answer;             // of kAnswer
+    std::string text;          // of the others: what is wrong, for the administrator
+    int tries = 0;             // how often it was sent
+    bool is_overload = false;  // of kError: too much is under way
+    net::Time time = 0;        // from when it was first sent to the outcome; 0 when it was not
 };
 
 }  // namespace radius

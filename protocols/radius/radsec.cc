@@ -27,6 +27,7 @@ void RadsecTransport::start(Exchange &exchange) {
     // TCP repeats packets, so there is one limit for all tries (RFC 6613, 2.6.1).
     exchanges_.set_timer(exchange, exchange.asked + longest_wait(exchanges_.settings));
     if (queue_.size() >= exchanges_.settings.max_queued) {
+        exchange.outcome.is_overload = true;
         exchanges_.finish(exchange, Kind::kError,
                           std::to_string(queue_.size()) + " questions to " + exchanges_.name() +
                               " wait already; it answers too slowly or not at all");

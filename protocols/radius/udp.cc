@@ -81,6 +81,7 @@ void UdpTransport::start(Exchange &exchange) {
     } else if (sockets_.empty()) {
         exchanges_.finish(exchange, open_unreachable_ ? Kind::kRefused : Kind::kError, open_error_);
     } else if (queue_.size() >= exchanges_.settings.max_queued) {
+        exchange.outcome.is_overload = true;
         exchanges_.finish(exchange, Kind::kError,
                           std::to_string(queue_.size()) + " questions to " + exchanges_.name() +
                               " wait already; it answers too slowly or not at all");
@@ -164,6 +165,7 @@ void UdpTransport::time_out(Exchange &exchange) {
 }
 
 void UdpTransport::expire_unsent(Exchange &exchange) {
+    exchange.outcome.is_overload = true;
     exchanges_.finish(exchange, Kind::kError,
                       "the question could not be sent to " + exchanges_.name() +
                           " in time: " + std::to_string(exchanges_.size()) + " questions are under way");
