@@ -24,7 +24,7 @@ const char *function_word(Function function);
 // The library's number, AAA_FUNC_...
 std::uint32_t function_number(Function function);
 
-// A request on its way through a method list. The decision sets the last three fields anew
+// A request on its way through a method list. The decision sets the last four fields anew
 // for each method.
 struct Question {
     LoginId id = 0;
@@ -50,8 +50,9 @@ struct Question {
     SnapshotPtr snapshot;
 
     Method method;
-    net::Time deadline = 0;  // by which the method should have answered
-    unsigned round = 0;      // 0, and 1 more for each answer to a challenge
+    net::Time deadline = 0;      // by which the method should have answered
+    bool is_last_method = true;  // of the list, so that no other one can answer instead
+    unsigned round = 0;          // 0, and 1 more for each answer to a challenge
 };
 
 // What a login waits for.

@@ -19,6 +19,7 @@ namespace {
 
 constexpr std::uint16_t kRadiusPort = 1812;
 constexpr std::uint16_t kRadiusAccountingPort = 1813;
+constexpr std::uint16_t kRadiusTlsPort = 2083;
 constexpr std::uint16_t kTacacsPort = 49;
 constexpr std::uint16_t kTacacsTlsPort = 300;
 constexpr int kReversible = 7;
@@ -161,6 +162,13 @@ void read_settings(ServerReader &settings, const ServerSettings &defaults, bool 
     settings.take("source", server.source);
     server.legacy = settings.number("legacy", 1).value_or(0) != 0;
     server.single_connect = settings.number("single-connect", 1).value_or(1) != 0;
+    server.status_server = settings.number("status-server", 1).value_or(0) != 0;
+    server.pap = settings.number("pap", 1).value_or(0) != 0;
+    settings.take("nas-identifier", server.nas_identifier);
+    settings.take("vendor-map", server.vendor_map);
+    if (server.protocol == Protocol::kRadius && server.transport == "tls" && !has_port) {
+        server.port = server.accounting_port = kRadiusTlsPort;
+    }
     if (server.protocol == Protocol::kTacacs && !has_port) {
         const std::uint32_t usual = server.transport == "tls" ? kTacacsTlsPort : kTacacsPort;
         server.port = static_cast<std::uint16_t>(settings.number("port", UINT16_MAX).value_or(usual));

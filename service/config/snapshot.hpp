@@ -44,9 +44,14 @@ struct Server {
     std::string source;          // local address; empty: the system's choice
     bool legacy = false;         // answers need no Message-Authenticator
     bool single_connect = true;  // several sessions on one connection, if the server agrees
+    bool status_server = false;  // RADIUS: it answers Status-Server, so that is what it is probed with
+    bool pap = false;            // TACACS+: a password that came with a request is sent at once
+    std::string nas_identifier;  // RADIUS: how this system calls itself; empty: the host's name
+    std::string vendor_map;      // RADIUS: file that says what attributes of vendors mean
 
     // "radius/192.0.2.1,1812,1813": names the server in log lines and in the table of dead ones.
     std::string name() const { return std::string(protocol_word(protocol)) + "/" + entry; }
+    friend bool operator==(const Server &, const Server &) = default;
 };
 
 struct Group {

@@ -182,6 +182,7 @@ void Decision::ask(std::size_t place, std::shared_ptr<Dialogue> dialogue) {
     asked.is_remote = backend->is_remote();
     question_.method = method;
     question_.deadline = deadline_for(place, asked.is_remote);
+    question_.is_last_method = place + 1 == list_.methods.size();
     asked.attempt = call(*backend, std::move(dialogue),
                          [this, &asked](Outcome outcome) { take(asked, std::move(outcome)); });
     asked.timer = std::make_unique<net::Timer>(deciders_.loop, [this, &asked] {
