@@ -42,7 +42,8 @@ void raise_descriptor_limit() {
 
 }  // namespace
 
-Daemon::Daemon(const Options &options) : options_(options), last_call_(loop_, [this] { loop_.stop(); }) {}
+Daemon::Daemon(const Options &options)
+    : options_(options), groups_(loop_, trace_), last_call_(loop_, [this] { loop_.stop(); }) {}
 
 Daemon::~Daemon() {
     if (keeper_ != nullptr) {
@@ -68,6 +69,7 @@ void Daemon::take(SnapshotPtr snapshot) {
         first_ = std::move(snapshot);
         return;
     }
+    groups_.use(*snapshot);
     listener_->use(std::move(snapshot));
 }
 
@@ -89,6 +91,8 @@ int Daemon::run() {
     const Settings &settings = *first_->settings;
     workers_ = std::make_unique<Workers>(loop_, settings.hash_threads);
     add_local_backends(backends_, loop_, *workers_);
+    groups_.add_to(backends_);
+    groups_.use(*first_);
     deciders_ = std::make_unique<Deciders>(Deciders{loop_, *workers_, backends_, lockout_, trace_});
     listener_ = std::make_unique<Listener>(*deciders_,
                                            [this](const Request &request, std::function<void(cerrno)> done) {

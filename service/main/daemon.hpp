@@ -7,6 +7,7 @@
 
 #include "backends/local.hpp"
 #include "config/keeper.hpp"
+#include "groups/groups.hpp"
 #include "listener/listener.hpp"
 #include "main/notify.hpp"
 #include "main/options.hpp"
@@ -37,6 +38,7 @@ class Daemon {
     net::Loop loop_;
     Trace trace_;
     Lockout lockout_;
+    Groups groups_;
     Backends backends_;
     std::unique_ptr<Keeper> keeper_;
     std::unique_ptr<Workers> workers_;
