@@ -1,0 +1,415 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Logins through aaad at RADIUS servers that do what the test says.
+
+#include <gtest/gtest.h>
+
+#include "service/groups/group_fixture.hpp"
+
+namespace groups_test {
+namespace {
+
+using radius::Code;
+using radius::Type;
+using radius_test::Packet;
+using radius_test::UdpServer;
+
+class AaadRadius : public GroupTest {
+  protected:
+    UdpServer first_{loop_}, second_{loop_};
+};
+
+TEST_F(AaadRadius, AnAcceptLogsInWithTheRightsThatItGives) {
+    add_radius(first_);
+    lists({"corp", AAA_METHOD_LOCAL});
+    aaad_.start();
+    Login login(aaad_, ask_as("ann", "secret"));
+    const Packet request = first_.next();
+    EXPECT_EQ(request.code(), 1);
+    EXPECT_EQ(request.text(Type::kUserName), "ann");
+    EXPECT_EQ(request.text(Type::kNasPortId), "vty0");
+    EXPECT_EQ(request.text(Type::kCallingStationId), "192.0.2.10");
+    EXPECT_EQ(request.number(Type::kNasPortType), 5u);
+    EXPECT_EQ(request.number(Type::kServiceType), 1u);
+    EXPECT_FALSE(request.text(Type::kNasIdentifier).empty());
+    EXPECT_EQ(request.bytes.find("secret"), std::string::npos);
+    first_.answer(request, Code::kAccessAccept, attribute(18, "Hello, ") + attribute(18, "Ann\x1b[2J") + number_attribute(6, 6));
+    const Reply reply = login.wait();
+    EXPECT_EQ(reply.status, uint32_t{AAA_STAT_PASS});
+    EXPECT_EQ(reply.text, "Hello, Ann?[2J") << "no control character reaches the terminal";
+    EXPECT_EQ(reply.privilege, 15u);
+}
+
+TEST_F(AaadRadius, TheServiceTypeOfAnAcceptIsThePrivilegeLevel) {
+    add_radius(first_);
+    lists({"corp"});
+    aaad_.start();
+    const struct {
+        std::string attributes;
+        uint32_t status;
+        std::optional<uint32_t> privilege;
+    } rows[] = {
+        {"", AAA_STAT_PASS, std::nullopt},
+        {number_attribute(6, 1), AAA_STAT_PASS, 1},
+        {number_attribute(6, 7), AAA_STAT_PASS, 1},
+        {number_attribute(6, 8), AAA_STAT_PASS, std::nullopt},
+        {number_attribute(6, 2), AAA_STAT_FAIL, std::nullopt},  // framed: no login
+        {number_attribute(6, 99), AAA_STAT_FAIL, std::nullopt},
+    };
+    for (const auto &row : rows) {
+        Login login(aaad_, ask_as("ann", "secret"));
+        first_.answer(first_.next(), Code::kAccessAccept, row.attributes);
+        const Reply reply = login.wait();
+        EXPECT_EQ(reply.status, row.status);
+        EXPECT_EQ(reply.privilege, row.privilege);
+    }
+}
+
+TEST_F(AaadRadius, AMapSaysWhatAttributesOfVendorsMean) {
+    add_radius(first_);
+    set_text("radius", "", "vendor-map",
+             aaad_.dir().write("vendors", "32473 2 number privilege\n32473 1 text group\n"));
+    lists({"corp"});
+    aaad_.start();
+    const auto vendor = [](int type, const std::string &value) {
+        return attribute(26, std::string("\0\0\x7e\xd9", 4) + attribute(type, value));
+    };
+    const struct {
+        std::string attributes;
+        uint32_t status;
+        std::optional<uint32_t> privilege;
+    } rows[] = {
+        {vendor(2, std::string("\0\0\0\7", 4)), AAA_STAT_PASS, 7},
+        {number_attribute(6, 6) + vendor(2, std::string("\0\0\0\3", 4)), AAA_STAT_PASS, 3},
+        {number_attribute(6, 6) + vendor(2, std::string("\0\0\0\x10", 4)), AAA_STAT_FAIL, std::nullopt},
+        {number_attribute(6, 6) + vendor(2, "15"), AAA_STAT_FAIL, std::nullopt},  // no number
+    };
+    for (const auto &row : rows) {
+        Login login(aaad_, ask_as("ann", "secret"));
+        first_.answer(first_.next(), Code::kAccessAccept, row.attributes);
+        const Reply reply = login.wait();
+        EXPECT_EQ(reply.status, row.status);
+        EXPECT_EQ(reply.privilege, row.privilege);
+    }
+}
+
+TEST_F(AaadRadius, ARejectIsFinalAndGivesNoRights) {
+    add_radius(first_);
+    add_radius(second_);
+    lists({"corp", AAA_METHOD_LOCAL, AAA_METHOD_NONE});
+    aaad_.start();
+    Login login(aaad_, ask_as("alice", "wonderland"));  // whom the local users have
+    first_.answer(first_.next(), Code::kAccessReject, attribute(18, "Account locked") + number_attribute(6, 6));
+    const Reply reply = login.wait();
+    EXPECT_EQ(reply.status, uint32_t{AAA_STAT_FAIL});
+    EXPECT_EQ(reply.text, "Account locked");
+    EXPECT_EQ(reply.privilege, std::nullopt);
+    EXPECT_EQ(reply.method, std::nullopt);
+    EXPECT_FALSE(second_.has_one()) << "no other server is asked";
+}
+
+TEST_F(AaadRadius, ChallengesAreAnsweredAtTheServerThatAsked) {
+    add_radius(first_);
+    add_radius(second_);
+    lists({"corp", AAA_METHOD_LOCAL});
+    aaad_.start();
+    Client client = aaad_.client();
+    Ask ask = ask_as("ann", "secret");
+    {
+        Login login(client, ask);
+        first_.answer(first_.next(), Code::kAccessChallenge,
+                      attribute(18, "Code: ") + attribute(24, "one") + attribute(24, "more"));
+        const Reply reply = login.wait();
+        EXPECT_EQ(reply.status, uint32_t{AAA_STAT_GETPASS});
+        EXPECT_EQ(reply.prompt, "Code: ");
+        EXPECT_EQ(reply.echo, 0u) << "without Prompt what is typed is not shown";
+        EXPECT_NE(reply.state, "one") << "the server's state stays in the service";
+        ask.state = reply.state;
+        ask.password = "1234";
+    }
+    {
+        Login login(client, ask);
+        const Packet second = first_.next();
+        EXPECT_EQ(second.text(Type::kState), "onemore");
+        EXPECT_EQ(second.text(Type::kUserName), "ann");
+        first_.answer(second, Code::kAccessChallenge,
+                      attribute(18, "Again: ") + attribute(24, "two") + number_attribute(76, 1));
+        const Reply reply = login.wait();
+        EXPECT_EQ(reply.status, uint32_t{AAA_STAT_GETDATA});
+        EXPECT_EQ(reply.echo, 1u);
+        ask.state = reply.state;
+        ask.password = "5678";
+    }
+    Login login(client, ask);
+    const Packet third = first_.next();
+    EXPECT_EQ(third.text(Type::kState), "two");
+    first_.answer(third, Code::kAccessAccept, number_attribute(6, 6));
+    const Reply reply = login.wait();
+    EXPECT_EQ(reply.status, uint32_t{AAA_STAT_PASS});
+    EXPECT_EQ(reply.privilege, 15u);
+    EXPECT_FALSE(second_.has_one());
+}
+
+// A code that is good once must not become the password of the next method.
+TEST_F(AaadRadius, ALoginWhoseServerDiesBetweenRoundsBeginsAgain) {
+    add_radius(first_, 50);
+    lists({"corp", AAA_METHOD_LOCAL});
+    aaad_.start();
+    Client client = aaad_.client();
+    Ask ask = ask_as("alice", "secret");
+    {
+        Login login(client, ask);
+        first_.answer(first_.next(), Code::kAccessChallenge, attribute(18, "Code: ") + attribute(24, "one"));
+        ask.state = login.wait().state;
+        ask.password = "1234";
+    }
+    first_.close();
+    Reply reply = client.authenticate(ask);
+    EXPECT_EQ(reply.status, uint32_t{AAA_STAT_GETPASS});
+    EXPECT_EQ(reply.prompt, "The server that asked does not answer any more.\nPassword: ");
+    ask.state = reply.state;
+    ask.password = "wonderland";
+    reply = client.authenticate(ask);
+    EXPECT_EQ(reply.status, uint32_t{AAA_STAT_PASS});
+    EXPECT_EQ(reply.method, uint32_t{AAA_METHOD_LOCAL});
+}
+
+TEST_F(AaadRadius, ASilentServerIsAskedOnce) {
+    add_radius(first_, 50, 2);
+    add_radius(second_);
+    lists({"corp", AAA_METHOD_LOCAL});
+    aaad_.start({"--debug"});
+    for (int i = 0; i < 3; ++i) {
+        Login login(aaad_, ask_as("ann", "secret"));
+        second_.answer(second_.next());
+        EXPECT_EQ(login.wait().status, uint32_t{AAA_STAT_PASS});
+    }
+    EXPECT_EQ(first_.next().text(Type::kUserName), "ann");
+    EXPECT_TRUE(first_.has_one());
+    first_.next();
+    EXPECT_FALSE(first_.has_one()) << "two tries of the first login only";
+    EXPECT_TRUE(aaad_.wait_for_log("the server radius/" + entry_of(first_) + " does not answer"));
+    EXPECT_TRUE(aaad_.wait_for_log("the next is radius/" + entry_of(second_)));
+}
+
+TEST_F(AaadRadius, SilentServersAreFollowedByTheNextMethodAtOnceTheSecondTime) {
+    add_radius(first_, 50);
+    add_radius(second_, 50);
+    lists({"corp", AAA_METHOD_LOCAL});
+    aaad_.start();
+    for (int i = 0; i < 3; ++i) {
+        const Reply reply = aaad_.login();
+        EXPECT_EQ(reply.status, uint32_t{AAA_STAT_PASS});
+        EXPECT_EQ(reply.method, uint32_t{AAA_METHOD_LOCAL});
+    }
+    for (UdpServer *server : {&first_, &second_}) {
+        server->next();
+        EXPECT_FALSE(server->has_one());
+    }
+}
+
+// Without another method it is better to ask a silent server than no one.
+TEST_F(AaadRadius, TheLastMethodAsksSilentServersToo) {
+    add_radius(first_, 50);
+    lists({"corp"});
+    aaad_.start();
+    EXPECT_EQ(aaad_.login().status, uint32_t{AAA_STAT_ERROR});
+    first_.next();
+    set_number("radius", entry_of(first_), "tries", 10);  // a new client, which knows of no silence
+    aaad_.reload();
+    Login login(aaad_, Ask());
+    first_.answer(first_.next());
+    EXPECT_EQ(login.wait().status, uint32_t{AAA_STAT_PASS});
+}
+
+TEST_F(AaadRadius, AClosedPortIsNotWaitedFor) {
+    add_radius(first_);  // with a time-out of a minute
+    add_radius(second_);
+    lists({"corp"});
+    first_.close();
+    aaad_.start();
+    Login login(aaad_, ask_as("ann", "secret"));
+    second_.answer(second_.next());
+    EXPECT_EQ(login.wait().status, uint32_t{AAA_STAT_PASS});
+}
+
+TEST_F(AaadRadius, AWrongKeyIsSilenceWithAReason) {
+    add_server("radius", entry_of(first_), "another", 50, 1);
+    lists({"corp", AAA_METHOD_LOCAL});
+    aaad_.start();
+    Login login(aaad_, Ask());
+    first_.answer(first_.next());
+    EXPECT_EQ(login.wait().method, uint32_t{AAA_METHOD_LOCAL});
+    EXPECT_TRUE(aaad_.wait_for_log("compare the shared secret with the server's"));
+}
+
+TEST_F(AaadRadius, AnswersWithoutMessageAuthenticatorNeedTheSettingLegacy) {
+    add_radius(first_, 500);
+    lists({"corp", AAA_METHOD_LOCAL});
+    aaad_.start();
+    const auto answer = [this] {
+        const Packet request = first_.next();
+        first_.send(request, radius_test::answer(2, request.bytes, "", radius_test::kSecret));
+    };
+    {
+        Login login(aaad_, Ask());
+        answer();
+        EXPECT_EQ(login.wait().method, uint32_t{AAA_METHOD_LOCAL});
+        EXPECT_TRUE(aaad_.wait_for_log("without Message-Authenticator"));
+    }
+    set_number("radius", "", "legacy", 1);
+    aaad_.reload();
+    Login login(aaad_, ask_as("ann", "secret"));
+    answer();
+    EXPECT_EQ(login.wait().status, uint32_t{AAA_STAT_PASS});
+    EXPECT_TRUE(aaad_.wait_for_log("can forge them"));
+}
+
+TEST_F(AaadRadius, ARequestEndsWithTheServersThatItBeganWith) {
+    add_radius(first_);
+    lists({"corp"});
+    aaad_.start();
+    Login before(aaad_, ask_as("ann", "secret"));
+    const Packet request = first_.next();
+    aaad_.remove("group-server/radius/corp/server/0/" + entry_of(first_));
+    add_radius(second_);
+    aaad_.reload();
+    Login after(aaad_, ask_as("ben", "secret"));
+    second_.answer(second_.next());
+    EXPECT_EQ(after.wait().status, uint32_t{AAA_STAT_PASS});
+    first_.answer(request);
+    EXPECT_EQ(before.wait().status, uint32_t{AAA_STAT_PASS});
+}
+
+TEST_F(AaadRadius, RightsOfALoginAreThoseOfItsAccept) {
+    add_radius(first_);
+    lists({"corp"});
+    aaad_.start();
+    Client client = aaad_.client();
+    Ask ask = ask_as("ann", "secret");
+    EXPECT_EQ(client.authorize(ask).status, uint32_t{AAA_STAT_ERROR}) << "not authenticated here";
+    {
+        Login login(client, ask);
+        first_.answer(first_.next(), Code::kAccessAccept, number_attribute(6, 6));
+        EXPECT_EQ(login.wait().status, uint32_t{AAA_STAT_PASS});
+    }
+    Reply reply = client.authorize(ask);
+    EXPECT_EQ(reply.status, uint32_t{AAA_STAT_PASS});
+    EXPECT_EQ(reply.privilege, 15u);
+    Ask other = ask;
+    other.user = "ben";
+    EXPECT_EQ(client.authorize(other).status, uint32_t{AAA_STAT_ERROR}) << "of another user";
+    ask.command = "show version";
+    EXPECT_EQ(client.authorize(ask).status, uint32_t{AAA_STAT_ERROR});
+    EXPECT_TRUE(aaad_.wait_for_log("RADIUS cannot authorize commands"));
+    EXPECT_FALSE(first_.has_one()) << "no server is asked";
+}
+
+TEST_F(AaadRadius, RecordsCarryTheClassOfTheLogin) {
+    add_radius(first_);
+    lists({"corp"});
+    aaad_.start();
+    Client client = aaad_.client();
+    Ask ask = ask_as("ann", "secret");
+    {
+        Login login(client, ask);
+        first_.answer(first_.next(), Code::kAccessAccept, attribute(25, "one") + attribute(25, "two"));
+        EXPECT_EQ(login.wait().status, uint32_t{AAA_STAT_PASS});
+    }
+    for (const auto &[record, status] : {std::pair{AAA_ACCT_START_OPT, 1u}, std::pair{AAA_ACCT_STOP_OPT, 2u}}) {
+        ask.record = static_cast<uint32_t>(record);
+        Reply reply;
+        std::thread thread([&] { reply = client.account(ask); });
+        const Packet request = first_.next();
+        EXPECT_EQ(request.code(), 4);
+        EXPECT_EQ(request.number(Type::kAcctStatusType), status);
+        EXPECT_EQ(request.text(Type::kAcctSessionId), "00001267");
+        EXPECT_EQ(request.text(Type::kClass), "onetwo");
+        EXPECT_EQ(request.text(Type::kUserName), "ann");
+        EXPECT_EQ(request.number(Type::kAcctSessionTime).has_value(), status == 2);
+        first_.answer(request, Code::kAccountingResponse);
+        thread.join();
+        EXPECT_EQ(reply.result, AAA_OK);
+    }
+}
+
+TEST_F(AaadRadius, ARecordThatNoServerTakesIsAnError) {
+    add_radius(first_, 50);
+    lists({"corp"});
+    aaad_.start();
+    EXPECT_EQ(aaad_.client().account(ask_as("ann", std::nullopt)).result, AAA_ERR_ACCT_SERVICE);
+}
+
+TEST_F(AaadRadius, AUserWhoLeavesIsNotAnsweredAndTheServerIsNotMarked) {
+    add_radius(first_);
+    lists({"corp"});
+    aaad_.start();
+    {
+        Client client = aaad_.client();
+        client.send_authentication(ask_as("ann", "secret"));
+        first_.next();
+    }
+    Login login(aaad_, ask_as("ben", "secret"));
+    first_.answer(first_.next());
+    EXPECT_EQ(login.wait().status, uint32_t{AAA_STAT_PASS});
+}
+
+TEST_F(AaadRadius, EachOfManyLoginsIsAnsweredOnce) {
+    constexpr int kLogins = 200;
+    add_radius(first_);
+    lists({"corp"});
+    aaad_.start();
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < kLogins; ++i) {
+        clients.push_back(std::make_unique<Client>(aaad_.socket()));
+        Ask ask = ask_as("user" + std::to_string(i), "secret");
+        ask.remote = "192.0.2." + std::to_string(i);  // failures from one place would lock it out
+        clients.back()->send_authentication(ask);
+    }
+    for (int i = 0; i < kLogins; ++i) {
+        const Packet request = first_.next();
+        const bool is_even = (request.text(Type::kUserName).back() - '0') % 2 == 0;
+        first_.answer(request, is_even ? Code::kAccessAccept : Code::kAccessReject);
+    }
+    for (int i = 0; i < kLogins; ++i) {
+        EXPECT_EQ(clients[static_cast<size_t>(i)]->receive(AAA_REQ_AUTHEN).status,
+                  i % 2 == 0 ? uint32_t{AAA_STAT_PASS} : uint32_t{AAA_STAT_FAIL})
+            << i;
+    }
+    EXPECT_FALSE(first_.has_one());
+}
+
+TEST_F(AaadRadius, ALongPasswordIsRefusedAndNotCut) {
+    add_radius(first_);
+    lists({"corp", AAA_METHOD_NONE});
+    aaad_.start();
+    EXPECT_EQ(aaad_.login(ask_as("ann", std::string(129, 'x'))).status, uint32_t{AAA_STAT_FAIL});
+    EXPECT_TRUE(aaad_.wait_for_log("the password is longer than the 128 bytes of RADIUS"));
+    EXPECT_FALSE(first_.has_one());
+}
+
+// Without the probe the server would be asked again only after an hour.
+TEST_F(AaadRadius, AServerThatAnswersStatusServerIsAskedAgain) {
+    add_radius(first_, 50);
+    set_number("radius", entry_of(first_), "dead-time", 1);
+    set_number("radius", "", "status-server", 1);
+    lists({"corp", AAA_METHOD_LOCAL});
+    aaad_.start();
+    EXPECT_EQ(aaad_.login().method, uint32_t{AAA_METHOD_LOCAL});
+    EXPECT_EQ(first_.next().code(), 1);
+    const Packet probe = first_.next();
+    EXPECT_EQ(probe.code(), 12);
+    first_.answer(probe);
+    EXPECT_TRUE(aaad_.wait_for_log("answers again"));
+    Login login(aaad_, ask_as("ann", "secret"));
+    Packet request = first_.next();
+    while (request.code() == 12) {
+        first_.answer(request);
+        request = first_.next();
+    }
+    first_.answer(request);
+    EXPECT_EQ(login.wait().status, uint32_t{AAA_STAT_PASS});
+}
+
+}  // namespace
+}  // namespace groups_test
