@@ -97,6 +97,18 @@ struct Client::Composed {
         }
         cred.state_args = extra;
     }
+    // Packs the composed list again, with another type.
+    void set_type(uint32_t type) {
+        iov_t &packed = iov[count - 1];
+        avlist *list = nullptr;
+        uint32_t length = sizeof buffer;
+        EXPECT_EQ(aaa_avpair_create_list(nullptr, &list), AAA_OK);
+        EXPECT_EQ(aaa_avpair_unpack_msg_checked(list, packed.base, packed.len), AAA_OK);
+        EXPECT_EQ(aaa_util_avlist_msgtype_add(type, list), AAA_OK);
+        EXPECT_EQ(aaa_avpair_pack_msg_to_buf(list, buffer, &length), AAA_OK);
+        packed.len = length;
+        aaa_avpair_free_list(list);
+    }
     ~Composed() {
         free(iov);
         aaa_avpair_free_list(extra);
@@ -108,6 +120,9 @@ void Client::compose_authentication(Composed &c, const Ask &ask) {
                                           nullptr, nullptr, &c.iov, &c.count, c.buffer, sizeof c.buffer,
                                           nullptr, ask.session),
               AAA_OK);
+    if (ask.type != 0) {
+        c.set_type(ask.type);
+    }
 }
 
 Reply Client::exchange(Composed &c, uint32_t type, const Ask &ask) {

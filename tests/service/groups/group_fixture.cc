@@ -13,6 +13,8 @@ namespace groups_test {
 GroupTest::GroupTest() {
     const std::string path = aaad_.dir().path("master.keys");
     setenv("AAA_MASTER_KEYS", path.c_str(), 1);
+    setenv("AAA_TACACS_SERVER", TACACS_SERVER, 1);
+    setenv("AAA_PYTHON", PYTHON, 1);
     EXPECT_EQ(aaa_platform_master_keys_create(path.c_str()), 0u);
 }
 
