@@ -8,7 +8,6 @@
 #include "backends/password_check.hpp"
 #include "groups/radius_forms.hpp"
 #include "groups/request_kind.hpp"
-#include "groups/restart.hpp"
 #include "groups/server_text.hpp"
 
 namespace service {

@@ -7,7 +7,6 @@
 
 #include "backends/password_check.hpp"
 #include "groups/request_kind.hpp"
-#include "groups/restart.hpp"
 #include "groups/server_text.hpp"
 #include "groups/tacacs_forms.hpp"
 #include "groups/tacacs_login.hpp"

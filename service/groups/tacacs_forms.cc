@@ -13,7 +13,6 @@ namespace service {
 
 namespace {
 
-
 tacacs::Method method_of(std::uint32_t method) {
     switch (method) {
         case AAA_METHOD_NONE:

@@ -61,6 +61,14 @@ net::Time share_of(std::size_t place, const std::vector<net::Time> &waits, net::
     return std::min(waits[place], std::max(left / remaining, left - others));
 }
 
+Outcome begin_again(const std::string &why, std::shared_ptr<Dialogue> dialogue) {
+    Outcome outcome = Outcome::challenge(Prompt::kPassword,
+                                         "The server that asked does not answer any more.\nPassword: ", false,
+                                         std::move(dialogue));
+    outcome.reason = "the login begins again with the password: " + why;
+    return outcome;
+}
+
 Walk::Walk(const GroupContext &context, const Question &question, std::vector<ServerClientPtr> servers,
            Options options, Ask ask, Backend::Done done)
     : context_(context),

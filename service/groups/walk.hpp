@@ -46,6 +46,11 @@ struct ServerResult {
 // fit into what is left too, and an equal share otherwise.
 net::Time share_of(std::size_t place, const std::vector<net::Time> &waits, net::Time left);
 
+// A login whose server has gone between two rounds begins again. What the user has typed last
+// was for that server, such as a code that is good once: it must not be taken for the
+// password by another server or the next method.
+Outcome begin_again(const std::string &why, std::shared_ptr<Dialogue> dialogue);
+
 class Walk : public Attempt {
   public:
     // Asks a server until a time at most. Its function is called once, later, unless the

@@ -44,9 +44,10 @@ TEST_F(AaadWithFreeRadius, LogsInAuthorizesAndRecords) {
     ask.record = AAA_ACCT_STOP_OPT;
     EXPECT_EQ(client.account(ask).result, AAA_OK);
     const std::string detail = server_->detail();
-    for (const char *line : {"Acct-Status-Type = Start", "Acct-Status-Type = Stop", "User-Name = \"alice\"",
-                             "Acct-Session-Id = \"00001267\"", "Class = 0x6f6e65", "Class = 0x74776f",
-                             "NAS-Port-Id = \"vty0\"", "Calling-Station-Id = \"192.0.2.10\"", "Acct-Session-Time = "}) {
+    for (const char *line :
+         {"Acct-Status-Type = Start", "Acct-Status-Type = Stop", "User-Name = \"alice\"",
+          "Acct-Session-Id = \"00001267\"", "Class = 0x6f6e65", "Class = 0x74776f", "NAS-Port-Id = \"vty0\"",
+          "Calling-Station-Id = \"192.0.2.10\"", "Acct-Session-Time = "}) {
         EXPECT_NE(detail.find(line), std::string::npos) << line << " is not in\n" << detail;
     }
 }

@@ -33,7 +33,8 @@ TEST_F(AaadRadius, AnAcceptLogsInWithTheRightsThatItGives) {
     EXPECT_EQ(request.number(Type::kServiceType), 1u);
     EXPECT_FALSE(request.text(Type::kNasIdentifier).empty());
     EXPECT_EQ(request.bytes.find("secret"), std::string::npos);
-    first_.answer(request, Code::kAccessAccept, attribute(18, "Hello, ") + attribute(18, "Ann\x1b[2J") + number_attribute(6, 6));
+    first_.answer(request, Code::kAccessAccept,
+                  attribute(18, "Hello, ") + attribute(18, "Ann\x1b[2J") + number_attribute(6, 6));
     const Reply reply = login.wait();
     EXPECT_EQ(reply.status, uint32_t{AAA_STAT_PASS});
     EXPECT_EQ(reply.text, "Hello, Ann?[2J") << "no control character reaches the terminal";
@@ -99,7 +100,8 @@ TEST_F(AaadRadius, ARejectIsFinalAndGivesNoRights) {
     lists({"corp", AAA_METHOD_LOCAL, AAA_METHOD_NONE});
     aaad_.start();
     Login login(aaad_, ask_as("alice", "wonderland"));  // whom the local users have
-    first_.answer(first_.next(), Code::kAccessReject, attribute(18, "Account locked") + number_attribute(6, 6));
+    first_.answer(first_.next(), Code::kAccessReject,
+                  attribute(18, "Account locked") + number_attribute(6, 6));
     const Reply reply = login.wait();
     EXPECT_EQ(reply.status, uint32_t{AAA_STAT_FAIL});
     EXPECT_EQ(reply.text, "Account locked");
@@ -316,7 +318,8 @@ TEST_F(AaadRadius, RecordsCarryTheClassOfTheLogin) {
         first_.answer(first_.next(), Code::kAccessAccept, attribute(25, "one") + attribute(25, "two"));
         EXPECT_EQ(login.wait().status, uint32_t{AAA_STAT_PASS});
     }
-    for (const auto &[record, status] : {std::pair{AAA_ACCT_START_OPT, 1u}, std::pair{AAA_ACCT_STOP_OPT, 2u}}) {
+    for (const auto &[record, status] :
+         {std::pair{AAA_ACCT_START_OPT, 1u}, std::pair{AAA_ACCT_STOP_OPT, 2u}}) {
         ask.record = static_cast<uint32_t>(record);
         Reply reply;
         std::thread thread([&] { reply = client.account(ask); });

@@ -33,12 +33,14 @@ std::string GroupTest::entry_of(const radius_test::UdpServer &server) {
 
 void GroupTest::set_text(const std::string &protocol, const std::string &entry, const std::string &name,
                          const std::string &value) {
-    aaad_.text("group-server/" + protocol + "/corp/settings/" + (entry.empty() ? "" : entry + "/") + name, value);
+    aaad_.text("group-server/" + protocol + "/corp/settings/" + (entry.empty() ? "" : entry + "/") + name,
+               value);
 }
 
 void GroupTest::set_number(const std::string &protocol, const std::string &entry, const std::string &name,
                            uint32_t value) {
-    aaad_.number("group-server/" + protocol + "/corp/settings/" + (entry.empty() ? "" : entry + "/") + name, value);
+    aaad_.number("group-server/" + protocol + "/corp/settings/" + (entry.empty() ? "" : entry + "/") + name,
+                 value);
 }
 
 void GroupTest::add_server(const std::string &protocol, const std::string &entry, const std::string &key,

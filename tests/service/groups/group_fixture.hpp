@@ -19,8 +19,8 @@ namespace groups_test {
 using aaad_test::Aaad;
 using aaad_test::Ask;
 using aaad_test::Client;
-using aaad_test::Reply;
 using aaad_test::Method;
+using aaad_test::Reply;
 
 class GroupTest : public testing::Test {
   protected:
@@ -33,7 +33,8 @@ class GroupTest : public testing::Test {
     // A setting of one server, or with an empty entry of all of the group.
     void set_text(const std::string &protocol, const std::string &entry, const std::string &name,
                   const std::string &value);
-    void set_number(const std::string &protocol, const std::string &entry, const std::string &name, uint32_t value);
+    void set_number(const std::string &protocol, const std::string &entry, const std::string &name,
+                    uint32_t value);
     void lists(std::vector<Method> methods);
     static std::string seal(const std::string &key);
     static std::string entry_of(const radius_test::UdpServer &server);
