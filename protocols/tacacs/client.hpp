@@ -58,7 +58,7 @@ enum class Result {
     kSilent,   // no answer in time
     kRefused,  // it could not be connected to
     kLost,     // the connection ended before the answer; a password may have been seen
-    kError,    // it answered with an error, or with what is no answer; or nothing was sent
+    kError,    // it answered with an error or a faulty packet, or nothing was sent
 };
 
 struct Outcome {
@@ -105,7 +105,7 @@ struct Counters {
     std::uint64_t lost = 0;
     std::uint64_t errors = 0;
     std::uint64_t repeats = 0;      // sent again after a connection was lost
-    std::uint64_t late = 0;         // answers that nobody waited for any more
+    std::uint64_t late = 0;         // answers to questions that had ended
     std::uint64_t connections = 0;  // begun
     std::array<std::uint64_t, static_cast<std::size_t>(Fault::kNoDigest) + 1> faults = {};
     net::Time round_trip = 0;  // smoothed

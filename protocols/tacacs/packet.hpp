@@ -98,7 +98,7 @@ class Session {
     std::uint32_t id() const { return head_.session; }
     std::uint8_t minor() const { return head_.minor; }
 
-    // Makes the next packet out of a body that was written behind kHeadSize bytes of room.
+    // Makes the next packet out of a body that was appended to begin_packet().
     // False when it is too long, when the sequence numbers are used up, or when the body
     // cannot be obfuscated.
     [[nodiscard]] bool seal(SecretBytes &packet, bool asks_for_single_connection);
@@ -106,7 +106,7 @@ class Session {
     bool can_go_on() const { return head_.sequence < 253; }
 
     // Checks that a whole packet is the answer to the last one that was sealed, and uncovers
-    // its body. Bodies can be read from `packet` behind its head afterwards. The minor
+    // its body. Afterwards the body is in `packet`, after its head. The minor
     // version is left to those who read the body: a server that does not know the
     // request's says so in an answer of another one.
     Fault open(std::string &packet, Head &head);
@@ -118,7 +118,7 @@ class Session {
     bool usable_ = true;
 };
 
-// Room for the head, in which a body is appended.
+// Room for the head; the body is appended.
 SecretBytes begin_packet(std::size_t expected_body);
 
 }  // namespace tacacs

@@ -121,7 +121,7 @@ TEST_F(Tls, IsNeverReplacedByPlainTcp) {
     const AuthenticationOutcome outcome = made->log_in(pap("alice", "wonderland"));
     EXPECT_EQ(outcome.result, Result::kRefused);
     made->server.wait_for("close 1");
-    EXPECT_EQ(made->server.seen("refused 1 head"), 1u);  // the beginning of TLS is no packet
+    EXPECT_EQ(made->server.seen("refused 1 head"), 1u);  // TLS does not begin with a packet
     made->server.lines.clear();                          // the fixture expects no refusals
 }
 
