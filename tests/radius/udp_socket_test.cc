@@ -66,6 +66,29 @@ TEST(RadiusUdpSocket, KnowsWhichErrorsAreTheNetworks) {
     }
 }
 
+TEST(RadiusUdpSocket, IsNotInheritedByPrograms) {
+    net::Loop loop;
+    ServerSettings settings;
+    settings.address = *net::Address::parse("127.0.0.1", 9);
+    std::array<bool, 256> was_open = {};
+    for (int fd = 0; fd < 256; ++fd) {
+        was_open[static_cast<std::size_t>(fd)] = fcntl(fd, F_GETFD) != -1;
+    }
+    std::string error;
+    bool unreachable = false;
+    const auto socket = UdpSocket::open(loop, settings, {}, error, unreachable);
+    ASSERT_NE(socket, nullptr) << error;
+    int opened = 0;
+    for (int fd = 0; fd < 256; ++fd) {
+        const int flags = fcntl(fd, F_GETFD);
+        if (flags != -1 && !was_open[static_cast<std::size_t>(fd)]) {
+            ++opened;
+            EXPECT_TRUE(flags & FD_CLOEXEC);
+        }
+    }
+    EXPECT_EQ(opened, 1);
+}
+
 // A daemon may be started with the first three descriptors closed.
 TEST(RadiusUdpSocket, IsNoneOfTheFirstThreeDescriptors) {
     const pid_t child = fork();
