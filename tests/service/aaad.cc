@@ -64,6 +64,10 @@ std::string hash_of(const std::string &password) {
     return crypt_r(password.c_str(), "$5$rounds=1000$aaadtest$", &data);
 }
 
+std::string slow_hash(unsigned rounds) {
+    return "$6$rounds=" + std::to_string(rounds) + "$aaadtest$" + std::string(86, 'x');
+}
+
 // ---- client
 
 struct Client::Composed {

@@ -25,6 +25,9 @@ using transport_test::Transport;
 // A hash that is checked quickly.
 std::string hash_of(const std::string &password);
 
+// A hash that no password has, and that takes as long to check as the number of rounds says.
+std::string slow_hash(unsigned rounds);
+
 // A list as it is stored: methods by number, groups by name.
 struct Method {
     uint32_t number;
