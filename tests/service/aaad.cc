@@ -107,7 +107,8 @@ struct Client::Composed {
         avlist *list = nullptr;
         uint32_t length = sizeof buffer;
         EXPECT_EQ(aaa_avpair_create_list(nullptr, &list), AAA_OK);
-        EXPECT_EQ(aaa_avpair_unpack_msg_checked(list, packed.base, packed.len), AAA_OK);
+        EXPECT_EQ(aaa_avpair_unpack_msg_checked(list, static_cast<const char *>(packed.base), packed.len),
+                  AAA_OK);
         EXPECT_EQ(aaa_util_avlist_msgtype_add(type, list), AAA_OK);
         EXPECT_EQ(aaa_avpair_pack_msg_to_buf(list, buffer, &length), AAA_OK);
         packed.len = length;

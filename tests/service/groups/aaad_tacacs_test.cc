@@ -59,7 +59,7 @@ TEST_F(AaadTacacs, APasswordOfTheRequestAnswersTheServersQuestion) {
     EXPECT_EQ(reply.text, "Hello");
     EXPECT_EQ(aaad_.login(ask_as("ann", "wrong")).status, uint32_t{AAA_STAT_FAIL});
     server_.wait_for("ascii", 2);
-    EXPECT_EQ(server_.count("pap"), 0u);
+    EXPECT_EQ(server_.seen("pap"), 0u);
 }
 
 TEST_F(AaadTacacs, TheSettingPapSendsThePasswordAtOnce) {
@@ -107,7 +107,7 @@ TEST_F(AaadTacacs, ALoginThatTheUserLeavesIsAbortedAtTheServer) {
         EXPECT_EQ(client.authenticate(ask_as("tia", "secret")).status, uint32_t{AAA_STAT_GETDATA});
     }
     server_.wait_for("abort");
-    EXPECT_EQ(server_.count("the user has left"), 1u);
+    EXPECT_EQ(server_.seen("the user has left"), 1u);
 }
 
 TEST_F(AaadTacacs, AServerThatDiesBetweenRoundsIsNotFollowedWithATypedToken) {
@@ -218,7 +218,7 @@ TEST_F(AaadTacacs, ASilentServerIsAskedOnce) {
         EXPECT_EQ(aaad_.login(ask_as("mute", "loud")).method, uint32_t{AAA_METHOD_LOCAL});
     }
     server_.wait_for("start");
-    EXPECT_EQ(server_.count("start"), 1u);
+    EXPECT_EQ(server_.seen("start"), 1u);
 }
 
 TEST_F(AaadTacacs, AWrongKeyIsNamed) {
@@ -237,9 +237,9 @@ TEST_F(AaadTacacs, RecordsHaveTaskTimeAndCommand) {
     ask.record = AAA_ACCT_STOP_OPT;
     EXPECT_EQ(client.account(ask).result, AAA_OK);
     server_.wait_for("task_id=4711", 2);
-    EXPECT_EQ(server_.count("start_time="), 2u);
-    EXPECT_EQ(server_.count("elapsed_time="), 1u);
-    EXPECT_EQ(server_.count("service=shell"), 2u);
+    EXPECT_EQ(server_.seen("start_time="), 2u);
+    EXPECT_EQ(server_.seen("elapsed_time="), 1u);
+    EXPECT_EQ(server_.seen("service=shell"), 2u);
 }
 
 TEST_F(AaadTacacs, ThePasswordIsChangedByAskingTheUser) {
