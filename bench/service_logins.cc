@@ -1,0 +1,344 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Logins through the service: the time of one at a time, and how many a second with 32 in
+// flight, with the method none and with a RADIUS server in a process that only answers. The same
+// server asked without the service is the row to compare with.
+//
+//   service_bench [LOGINS]     of each row; default: 20000
+//
+// The service runs in a process of its own, with its listener, decision and groups, and a
+// configuration that is made here instead of read.
+
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "aaa/aaautil.h"
+#include "aaa/transport.h"
+#include "backends/local.hpp"
+#include "groups/groups.hpp"
+#include "listener/listener.hpp"
+#include "radius/client.hpp"
+
+namespace {
+
+constexpr char kSecret[] = "testing123";
+constexpr int kInFlight = 32;
+
+[[noreturn]] void fail(const std::string &what) {
+    std::fprintf(stderr, "service_bench: %s\n", what.c_str());
+    std::exit(1);
+}
+
+// ---- the process that answers
+
+std::string accept_of(std::string_view request) {
+    std::string packet(radius::kHeadSize, '\0');
+    packet[0] = static_cast<char>(radius::Code::kAccessAccept);
+    packet[1] = request[1];
+    packet.replace(4, radius::kDigestSize, request.substr(4, radius::kDigestSize));
+    packet += "\x50\x12" + std::string(radius::kDigestSize, '\0') + "\x12\x07Hello";
+    packet[3] = static_cast<char>(packet.size());
+    radius::Digest digest;
+    bool made = radius::hmac_md5(kSecret, {packet}, digest);
+    packet.replace(radius::kHeadSize + radius::kAttributeHead, radius::kDigestSize, radius::view_of(digest));
+    made = made && radius::md5({packet, kSecret}, digest);
+    packet.replace(4, radius::kDigestSize, radius::view_of(digest));
+    return made ? packet : std::string();
+}
+
+[[noreturn]] void answer_for_ever(int socket) {
+    std::array<char, radius::kMaxPacket> buffer;
+    for (;;) {
+        sockaddr_in from;
+        socklen_t from_size = sizeof from;
+        const ssize_t size = recvfrom(socket, buffer.data(), buffer.size(), 0,
+                                      reinterpret_cast<sockaddr *>(&from), &from_size);
+        if (size >= static_cast<ssize_t>(radius::kHeadSize)) {
+            const std::string answer = accept_of({buffer.data(), static_cast<std::size_t>(size)});
+            sendto(socket, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr *>(&from), from_size);
+        }
+    }
+}
+
+// A process that ends with this one. False in the child.
+bool start_process() {
+    const pid_t process = fork();
+    if (process < 0) {
+        fail("no process");
+    }
+    if (process == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+    }
+    return process > 0;
+}
+
+std::uint16_t start_responder() {
+    const int server = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    if (bind(server, reinterpret_cast<sockaddr *>(&address), size) != 0 ||
+        getsockname(server, reinterpret_cast<sockaddr *>(&address), &size) != 0) {
+        fail("no socket");
+    }
+    if (!start_process()) {
+        answer_for_ever(server);
+    }
+    close(server);
+    return ntohs(address.sin_port);
+}
+
+// ---- the service
+
+service::SnapshotPtr configuration(std::uint16_t port) {
+    auto settings = std::make_shared<service::Settings>();
+    settings->rules = {{service::Ask::kAuthentication, service::AccessRule::Who::kAny, 0, 0, false}};
+    settings->clients_per_user = kInFlight + 1;
+    service::Server server;
+    server.entry = server.host = "127.0.0.1";
+    server.port = server.accounting_port = port;
+    server.key = service::Secret(kSecret);
+    server.timeout_ms = 10000;
+    server.tries = 3;
+    server.transport = "udp";
+    auto group = std::make_shared<service::Group>();
+    group->name = "bench";
+    group->servers = {server};
+    auto snapshot = std::make_shared<service::Snapshot>();
+    snapshot->settings = settings;
+    snapshot->groups = {group};
+    snapshot->lists["authentication/login/none"] = {{{AAA_METHOD_NONE, "", nullptr}}, false};
+    snapshot->lists["authentication/login/radius"] = {{{AAA_METHOD_SERVER_GROUP, "bench", group}}, false};
+    return snapshot;
+}
+
+[[noreturn]] void serve(const std::string &path, std::uint16_t port, int ready) {
+    net::Loop loop;
+    service::Trace trace;
+    service::Lockout lockout;
+    service::Groups groups(loop, trace);
+    service::Backends backends;
+    service::Workers workers(loop, 1);
+    service::add_local_backends(backends, loop, workers);
+    groups.add_to(backends);
+    const service::SnapshotPtr snapshot = configuration(port);
+    groups.use(*snapshot);
+    const service::Deciders deciders{loop, workers, backends, lockout, trace};
+    service::Listener listener(deciders,
+                               [](const service::Request &, const std::function<void(cerrno)> &) {});
+    listener.use(snapshot);
+    if (const std::string fault = listener.open(path, 0600); !fault.empty()) {
+        fail(fault);
+    }
+    static_cast<void>(!write(ready, "x", 1));
+    loop.run();
+    _exit(0);
+}
+
+// ---- clients of the service
+
+class Client {
+  public:
+    using Done = std::function<void(Client &)>;
+
+    Client(net::Loop &loop, const std::string &path, const char *list, Done done) : done_(std::move(done)) {
+        aaa_transport_t *transport = nullptr;
+        if (aaa_transport_create(&transport) != AAA_OK) {
+            fail("no memory");
+        }
+        transport_.reset(transport);
+        if (aaa_transport_connect(transport, path.c_str(), AAA_TRANSPORT_ANY_USER, AAA_TRANSPORT_NEVER) !=
+            AAA_OK) {
+            fail("cannot connect to " + path);
+        }
+        aaa_usercred_t cred{};
+        char user[] = "alice", password[] = "wonderland", terminal[] = "vty0", remote[] = "192.0.2.10";
+        cred.username = user;
+        cred.password = password;
+        cred.ttyname = cred.tty_mnemonic = terminal;
+        cred.remote_addr = remote;
+        if (aaa_util_msg_authen_compose(&header_, AAA_AO_ASCII_LOGIN, AAA_SVC_LOGIN, list, 0, &cred, nullptr,
+                                        nullptr, &iov_, &count_, buffer_, sizeof buffer_, nullptr,
+                                        0) != AAA_OK) {
+            fail("cannot compose a login");
+        }
+        watch_ = net::Watch(loop, aaa_transport_descriptor(transport), EPOLLIN,
+                            [this](std::uint32_t) { receive(); });
+    }
+    ~Client() { free(iov_); }
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
+
+    void send() {
+        if (aaa_transport_send(transport_.get(), iov_, count_, AAA_TRANSPORT_NEVER) != AAA_OK) {
+            fail("cannot send a login");
+        }
+    }
+
+  private:
+    void receive() {
+        static aaa_transport_msg_t message;
+        const cerrno rc = aaa_transport_receive(transport_.get(), &message, AAA_TRANSPORT_NOW);
+        if (rc == AAA_ERR_TIMEOUT) {
+            return;
+        }
+        aaa_transport_head_t head;
+        avlist *list = nullptr;
+        if (rc != AAA_OK || aaa_transport_read_reply(&message, AAA_REQ_AUTHEN, &head) != AAA_OK ||
+            head.result != AAA_OK || aaa_transport_unpack(&message, head.list_at, &list) != AAA_OK ||
+            aaa_util_avlist_status_get(list) != AAA_STAT_PASS) {
+            fail("a login has failed");
+        }
+        aaa_avpair_free_list(list);
+        done_(*this);
+    }
+
+    Done done_;
+    service::Transport transport_;
+    aaa_req_hdr_t header_{};
+    iov_t *iov_ = nullptr;
+    std::uint32_t count_ = 0;
+    char buffer_[4096];
+    net::Watch watch_;
+};
+
+// ---- rows
+
+struct Row {
+    double one_us = 0;  // median
+    double rate = 0;    // a second, with kInFlight
+};
+
+// `ask` begins a login for one of the places, and `finished` is to be called when it has ended.
+using Ask = std::function<void(int place, const std::function<void()> &finished)>;
+
+Row measure(net::Loop &loop, int logins, const Ask &ask) {
+    std::vector<net::Time> times;
+    for (int i = 0; i < logins; ++i) {
+        const net::Time begin = net::Loop::clock();
+        bool is_over = false;
+        ask(0, [&] { is_over = true; });
+        while (!is_over) {
+            loop.run_once(INT64_MAX);
+        }
+        times.push_back(net::Loop::clock() - begin);
+    }
+    std::nth_element(times.begin(), times.begin() + logins / 2, times.end());
+    int begun = 0;
+    int ended = 0;
+    const net::Time begin = net::Loop::clock();
+    std::function<void(int)> next = [&](int place) {
+        if (begun < logins) {
+            ++begun;
+            ask(place, [&, place] {
+                ++ended;
+                next(place);
+            });
+        }
+    };
+    for (int place = 0; place < kInFlight; ++place) {
+        next(place);
+    }
+    while (ended < logins) {
+        loop.run_once(INT64_MAX);
+    }
+    const double seconds = static_cast<double>(net::Loop::clock() - begin) / net::kSecond;
+    return {static_cast<double>(times[static_cast<std::size_t>(logins) / 2]) / net::kMicrosecond,
+            logins / seconds};
+}
+
+Row measure_service(net::Loop &loop, const std::string &path, const char *list, int logins) {
+    std::vector<std::function<void()>> finished(kInFlight);
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int place = 0; place < kInFlight; ++place) {
+        clients.push_back(std::make_unique<Client>(loop, path, list, [&finished, place](Client &) {
+            const auto call = finished[static_cast<std::size_t>(place)];
+            call();
+        }));
+    }
+    return measure(loop, logins, [&](int place, const std::function<void()> &done) {
+        finished[static_cast<std::size_t>(place)] = done;
+        clients[static_cast<std::size_t>(place)]->send();
+    });
+}
+
+Row measure_client(net::Loop &loop, std::uint16_t port, int logins) {
+    radius::ServerSettings settings;
+    settings.address = *net::Address::parse("127.0.0.1", port);
+    settings.secret = radius::Secret(kSecret);
+    settings.nas_identifier = "bench";
+    std::string error;
+    const auto client = radius::Client::make(loop, settings, error);
+    return measure(loop, logins, [&](int, const std::function<void()> &done) {
+        radius::Question question = radius::Question::access();
+        if (!question.add(radius::Type::kUserName, "alice") ||
+            !question.add(radius::Type::kNasPortId, "vty0")) {
+            fail("no question");
+        }
+        question.set_password("wonderland");
+        client->ask(std::move(question), [done](const radius::Outcome &outcome) {
+            if (outcome.kind != radius::Outcome::Kind::kAnswer) {
+                fail(outcome.text);
+            }
+            done();
+        });
+    });
+}
+
+void print(const char *name, const Row &row, const Row &base) {
+    std::printf("%-28s %8.1f us %5.2f   %8.0f/s %5.2f\n", name, row.one_us, row.one_us / base.one_us,
+                row.rate, base.rate / row.rate);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    const int logins = argc > 1 ? std::atoi(argv[1]) : 20000;
+    if (logins < kInFlight) {
+        fail("the number of logins must be " + std::to_string(kInFlight) + " or more");
+    }
+    char directory[] = "/tmp/service_bench.XXXXXX";
+    if (mkdtemp(directory) == nullptr) {
+        fail("no directory below /tmp");
+    }
+    const std::string path = std::string(directory) + "/socket";
+    const std::uint16_t port = start_responder();
+    std::array<int, 2> ready;
+    if (pipe(ready.data()) != 0) {
+        fail("no pipe");
+    }
+    if (!start_process()) {
+        serve(path, port, ready[1]);
+    }
+    char byte;
+    if (read(ready[0], &byte, 1) != 1) {
+        fail("the service has not started");
+    }
+    net::Loop loop;
+    const Row bare = measure_client(loop, port, logins);
+    const Row radius = measure_service(loop, path, "radius", logins);
+    const Row none = measure_service(loop, path, "none", logins);
+    std::printf("%d logins; ratios to the first row\n", logins);
+    std::printf("%-28s %11s %5s   %10s\n", "", "one, median", "", "32 in flight");
+    print("RADIUS client alone", bare, bare);
+    print("the service, over RADIUS", radius, bare);
+    print("the service, method none", none, bare);
+    std::remove(path.c_str());
+    std::remove((path + ".lock").c_str());
+    rmdir(directory);
+    return 0;
+}
