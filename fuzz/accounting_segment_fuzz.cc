@@ -17,8 +17,8 @@
 #include <functional>
 #include <vector>
 
-#include "accounting/segment.hpp"
 #include "fuzz_input.hpp"
+#include "records/segment.hpp"
 
 namespace {
 

@@ -14,12 +14,12 @@
 #include <thread>
 #include <vector>
 
-#include "accounting/directory.hpp"
 #include "accounting/positions.hpp"
 #include "accounting/refused.hpp"
-#include "accounting/segments.hpp"
 #include "accounting/session_file.hpp"
 #include "net/loop.hpp"
+#include "records/directory.hpp"
+#include "records/segments.hpp"
 
 namespace accounting {
 

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "accounting/disk.hpp"
-#include "accounting/record.hpp"
 #include "net/loop.hpp"
+#include "records/record.hpp"
 
 namespace accounting {
 

@@ -10,9 +10,9 @@
 #include <cstring>
 #include <optional>
 
-#include "accounting/bytes.hpp"
-#include "accounting/crc32c.hpp"
-#include "accounting/record.hpp"
+#include "records/bytes.hpp"
+#include "records/crc32c.hpp"
+#include "records/record.hpp"
 
 namespace accounting {
 

@@ -17,8 +17,8 @@
 #include <string_view>
 #include <vector>
 
-#include "accounting/aside.hpp"
-#include "accounting/directory.hpp"
+#include "records/aside.hpp"
+#include "records/directory.hpp"
 
 namespace accounting {
 

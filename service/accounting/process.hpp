@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "accounting/record.hpp"
+#include "records/record.hpp"
 
 namespace accounting {
 

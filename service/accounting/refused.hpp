@@ -11,9 +11,9 @@
 #include <string>
 #include <string_view>
 
-#include "accounting/aside.hpp"
-#include "accounting/directory.hpp"
-#include "accounting/record.hpp"
+#include "records/aside.hpp"
+#include "records/directory.hpp"
+#include "records/record.hpp"
 
 namespace accounting {
 

@@ -7,7 +7,7 @@
 #include <functional>
 #include <string>
 
-#include "accounting/record.hpp"
+#include "records/record.hpp"
 
 namespace accounting {
 

@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "accounting/segment.hpp"
+#include "records/segment.hpp"
 
 namespace accounting {
 

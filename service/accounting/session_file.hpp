@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "accounting/aside.hpp"
-#include "accounting/directory.hpp"
-#include "accounting/record.hpp"
+#include "records/aside.hpp"
+#include "records/directory.hpp"
+#include "records/record.hpp"
 
 namespace accounting {
 

@@ -14,8 +14,8 @@
 #include <utility>
 #include <vector>
 
-#include "accounting/record.hpp"
 #include "net/loop.hpp"
+#include "records/record.hpp"
 
 namespace accounting {
 

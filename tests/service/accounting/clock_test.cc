@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "accounting/clock.hpp"
+#include "records/clock.hpp"
 
 #include <gtest/gtest.h>
 

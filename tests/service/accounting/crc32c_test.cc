@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "accounting/crc32c.hpp"
+#include "records/crc32c.hpp"
 
 #include <gtest/gtest.h>
 

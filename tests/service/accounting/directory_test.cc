@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "accounting/directory.hpp"
+#include "records/directory.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "accounting/record.hpp"
+#include "records/record.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "accounting/segment.hpp"
+#include "records/segment.hpp"
 
 #include <gtest/gtest.h>
 

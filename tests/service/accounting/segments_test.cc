@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "accounting/segments.hpp"
+#include "records/segments.hpp"
 
 #include <gtest/gtest.h>
 

@@ -18,7 +18,7 @@
 #include <string>
 #include <string_view>
 
-#include "accounting/record.hpp"
+#include "records/record.hpp"
 
 namespace accounting {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Writing and removing segments.
-#include "accounting/segments.hpp"
+#include "records/segments.hpp"
 
 #include <fcntl.h>
 #include <sys/random.h>

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "accounting/files.hpp"
+#include "records/files.hpp"
 
 namespace accounting {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // CRC-32C with eight tables, eight bytes at a time: a start reads the whole journal.
-#include "accounting/crc32c.hpp"
+#include "records/crc32c.hpp"
 
 #include <array>
 #include <cstddef>

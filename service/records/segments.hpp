@@ -15,9 +15,9 @@
 #include <utility>
 #include <vector>
 
-#include "accounting/aside.hpp"
-#include "accounting/directory.hpp"
-#include "accounting/segment.hpp"
+#include "records/aside.hpp"
+#include "records/directory.hpp"
+#include "records/segment.hpp"
 
 namespace accounting {
 

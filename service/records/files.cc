@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // System calls on files.
-#include "accounting/files.hpp"
+#include "records/files.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Files of damaged bytes.
-#include "accounting/aside.hpp"
+#include "records/aside.hpp"
 
 #include <fcntl.h>
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Bodies of records.
-#include "accounting/record.hpp"
+#include "records/record.hpp"
 
 #include <algorithm>
 #include <utility>
 
-#include "accounting/bytes.hpp"
+#include "records/bytes.hpp"
 
 namespace accounting {
 

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Names, heads and frames of segments.
-#include "accounting/segment.hpp"
+#include "records/segment.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cinttypes>
 #include <cstdio>
 
-#include "accounting/bytes.hpp"
-#include "accounting/crc32c.hpp"
+#include "records/bytes.hpp"
+#include "records/crc32c.hpp"
 
 namespace accounting {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Opening, checking and locking the journal's directory.
-#include "accounting/directory.hpp"
+#include "records/directory.hpp"
 
 #include <dirent.h>
 #include <fcntl.h>

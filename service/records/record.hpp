@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "accounting/clock.hpp"
+#include "records/clock.hpp"
 
 namespace accounting {
 

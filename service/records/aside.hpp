@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "accounting/directory.hpp"
+#include "records/directory.hpp"
 
 namespace accounting {
 

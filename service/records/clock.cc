@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Moments and delays.
-#include "accounting/clock.hpp"
+#include "records/clock.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>

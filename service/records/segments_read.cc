@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "accounting/segments.hpp"
+#include "records/segments.hpp"
 
 namespace accounting {
 
