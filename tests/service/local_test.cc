@@ -103,6 +103,8 @@ TEST_F(LocalTest, TooManyLoginsAreAnErrorAndNotTheNextMethod) {
         ++blocked;
         changed.notify_all();
         changed.wait(lock, [&] { return go; });
+        --blocked;
+        changed.notify_all();
     };
     EXPECT_TRUE(workers_.run(block, [] {}));
     EXPECT_TRUE(workers_.run(block, [] {}));
@@ -116,11 +118,10 @@ TEST_F(LocalTest, TooManyLoginsAreAnErrorAndNotTheNextMethod) {
     }
     EXPECT_EQ(waiting, 4);
     EXPECT_EQ(authenticate(question("alice", "wonderland")).kind, Kind::kError);
-    {
-        const std::lock_guard lock(mutex);
-        go = true;
-    }
+    std::unique_lock lock(mutex);
+    go = true;
     changed.notify_all();
+    changed.wait(lock, [&] { return blocked == 0; });
 }
 
 TEST_F(LocalTest, ACancelledCheckCallsNoOne) {
