@@ -5,6 +5,7 @@
 
 #include "pam/service.hpp"
 #include "support/fail_alloc.hpp"
+#include "support/machine.hpp"
 #include "support/temp_dir.hpp"
 
 extern "C" {
@@ -18,9 +19,7 @@ namespace {
 class ClientMemory : public testing::Test {
   protected:
     void SetUp() override {
-        if (geteuid() != 0) {
-            GTEST_SKIP() << "a service that does not run as root is refused: run the tests as root";
-        }
+        SKIP_WITHOUT_ROOT("a service that does not run as root is refused: run the tests as root");
     }
 
     // A request that lost its name or its password on the way must not be answered with success.

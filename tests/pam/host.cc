@@ -3,6 +3,7 @@
 // The names of syslog() come before libpam's: lines are kept instead of being sent.
 
 #include "pam/host.hpp"
+#include "support/machine.hpp"
 
 #include <cstdarg>
 #include <cstdio>
@@ -156,9 +157,7 @@ std::string Login::variable(const char *name) {
 
 void PamTest::SetUp() {
     take_log();
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "a service that does not run as root is refused: run the tests as root";
-    }
+    SKIP_WITHOUT_ROOT("a service that does not run as root is refused: run the tests as root");
 }
 
 }  // namespace pam_test

@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "service/aaad.hpp"
+#include "support/machine.hpp"
 
 namespace {
 
@@ -166,33 +167,32 @@ TEST_F(AaadClients, ANameWithControlCharactersIsRefused) {
 }
 
 TEST_F(AaadClients, AUserMayAskOnlyForHimself) {
+    SKIP_WITHOUT_ROOT("only root can become another user");
     open_directory();
     aaad_.users("nobody:" + hash_of("wonderland") + ":7\nalice:" + hash_of("wonderland") + ":15\n");
     aaad_.list("authorization/exec/trusting", {AAA_METHOD_IF_AUTHEN});
     aaad_.start();
     const std::string socket = aaad_.socket();
-    if (!as_user(65534, [&] {
-            Client client(socket);
-            Ask ask;
-            ask.user = "nobody";
-            EXPECT_EQ(client.authenticate(ask).status, uint32_t{AAA_STAT_PASS});
-            const Reply exec = client.authorize(ask);
-            EXPECT_EQ(exec.status, uint32_t{AAA_STAT_PASS});
-            EXPECT_EQ(exec.privilege, 7u);
-            Ask none = ask;
-            none.user = "";
-            EXPECT_EQ(client.authenticate(none).status, uint32_t{AAA_STAT_PASS}) << "his own name is meant";
-            Ask alice;
-            EXPECT_EQ(client.authenticate(alice).result, AAA_ERR_AUTHOR_FAILED);
-            EXPECT_EQ(client.authorize(alice).result, AAA_ERR_AUTHOR_FAILED);
-            EXPECT_EQ(client.account(ask).result, AAA_ERR_AUTHOR_FAILED);
-            // What he says of himself is not believed.
-            Client fresh(socket);
-            ask.list = "trusting";
-            EXPECT_EQ(fresh.authorize(ask).status, uint32_t{AAA_STAT_FAIL});
-        })) {
-        GTEST_SKIP() << "only root can become another user";
-    }
+    ASSERT_TRUE(as_user(65534, [&] {
+        Client client(socket);
+        Ask ask;
+        ask.user = "nobody";
+        EXPECT_EQ(client.authenticate(ask).status, uint32_t{AAA_STAT_PASS});
+        const Reply exec = client.authorize(ask);
+        EXPECT_EQ(exec.status, uint32_t{AAA_STAT_PASS});
+        EXPECT_EQ(exec.privilege, 7u);
+        Ask none = ask;
+        none.user = "";
+        EXPECT_EQ(client.authenticate(none).status, uint32_t{AAA_STAT_PASS}) << "his own name is meant";
+        Ask alice;
+        EXPECT_EQ(client.authenticate(alice).result, AAA_ERR_AUTHOR_FAILED);
+        EXPECT_EQ(client.authorize(alice).result, AAA_ERR_AUTHOR_FAILED);
+        EXPECT_EQ(client.account(ask).result, AAA_ERR_AUTHOR_FAILED);
+        // What he says of himself is not believed.
+        Client fresh(socket);
+        ask.list = "trusting";
+        EXPECT_EQ(fresh.authorize(ask).status, uint32_t{AAA_STAT_FAIL});
+    }));
     EXPECT_TRUE(aaad_.wait_for_log("may not ask for authentication for another user than himself"));
     EXPECT_TRUE(aaad_.wait_for_log("\"allow\" in aaad.conf says who may"));
 }
@@ -217,9 +217,7 @@ TEST_F(AaadClients, AUserCannotTakeAllPlaces) {
     aaad_.start();
     const std::string socket = aaad_.socket();
     Pipe opened, end;
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can become another user";
-    }
+    SKIP_WITHOUT_ROOT("only root can become another user");
     ForkedProcess greedy([&] {
         ASSERT_EQ(setgid(65534), 0);
         ASSERT_EQ(setuid(65534), 0);

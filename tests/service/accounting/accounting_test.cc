@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "service/accounting/support.hpp"
+#include "support/machine.hpp"
 
 namespace accounting {
 namespace {
@@ -168,10 +169,11 @@ TEST_F(AccountingTest, SaysWhyItDoesNotOpen) {
 // The journal is full because a group was down. It comes back, on a disk without a byte of
 // room for anything: positions, sessions, segments.
 TEST_F(AccountingTest, GetsOutOfAFullDisk) {
-    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("small", temp.path("").c_str(), "tmpfs", 0, "size=1m,mode=0700") != 0) {
-        GTEST_SKIP() << "needs the right to mount a small file system: " << std::strerror(errno);
-    }
+    SKIP_WITHOUT_ROOT("only root can mount a small file system");
+    const bool mounted = unshare(CLONE_NEWNS) == 0 &&
+                         mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                         mount("small", temp.path("").c_str(), "tmpfs", 0, "size=1m,mode=0700") == 0;
+    SKIP_WITHOUT("mounts", mounted, std::string("a file system cannot be mounted: ") + std::strerror(errno));
     service.reopen();
     int kept = 0;
     std::size_t size = 20'000;

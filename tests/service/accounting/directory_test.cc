@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "service/accounting/support.hpp"
+#include "support/machine.hpp"
 
 namespace accounting {
 namespace {
@@ -66,9 +67,7 @@ TEST_F(DirectoryTest, ThatOthersMayEnterIsRefused) {
 }
 
 TEST_F(DirectoryTest, OfAnotherUserIsRefused) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can give a directory to another user";
-    }
+    SKIP_WITHOUT_ROOT("only root can give a directory to another user");
     const std::string path = temp.path("other");
     ASSERT_EQ(mkdir(path.c_str(), 0700), 0);
     ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);

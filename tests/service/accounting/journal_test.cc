@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "service/accounting/support.hpp"
+#include "support/machine.hpp"
 
 namespace accounting {
 namespace {
@@ -258,9 +259,9 @@ bool mount_small_disk(const std::string &path, const char *options) {
 }
 
 TEST_F(JournalTest, OnAFullDiskLosesNothingAndRecovers) {
-    if (!mount_small_disk(temp.path(""), "size=1m,mode=0700")) {
-        GTEST_SKIP() << "needs the right to mount a small file system: " << std::strerror(errno);
-    }
+    SKIP_WITHOUT_ROOT("needs the right to mount a small file system");
+    SKIP_WITHOUT("mounts", mount_small_disk(temp.path(""), "size=1m,mode=0700"),
+                 std::string("a small file system cannot be mounted: ") + std::strerror(errno));
     reopen();
     std::vector<std::string> kept;
     for (int i = 0; answers.empty() || answers.back().second == Result::kOk; ++i) {
