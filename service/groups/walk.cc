@@ -187,9 +187,11 @@ void Walk::mark(const ServerResult &result) {
         }
         return;
     }
+    // The waits of RADIUS are shorter or longer by a tenth at random.
+    const net::Time all_tries = server->longest_wait() / 10 * 9;
     const net::Time waited = net::Loop::clock() - asked_at_;
     const bool is_silent =
-        result.kind == ServerResult::Kind::kSilent && (waited >= std::min(server->longest_wait(), enough_));
+        result.kind == ServerResult::Kind::kSilent && waited >= std::min(all_tries, enough_);
     if (is_silent || result.kind == ServerResult::Kind::kRefused) {
         context_.probes.silent(server, options_.use, result.text);
     }
