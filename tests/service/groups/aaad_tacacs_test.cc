@@ -112,8 +112,8 @@ TEST_F(AaadTacacs, ALoginThatTheUserLeavesIsAbortedAtTheServer) {
 
 TEST_F(AaadTacacs, AServerThatDiesBetweenRoundsIsNotFollowedWithATypedToken) {
     add(server_);
-    start({"corp", AAA_METHOD_LOCAL});
     aaad_.users("tia:" + aaad_test::hash_of("at home") + ":1\n");
+    start({"corp", AAA_METHOD_LOCAL});
     Client client = aaad_.client();
     Ask ask = ask_as("tia", "secret");
     Reply reply = client.authenticate(ask);
