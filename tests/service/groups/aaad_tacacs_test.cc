@@ -211,8 +211,8 @@ TEST_F(AaadTacacs, ALostConnectionIsFollowedByTheNextMethod) {
 
 TEST_F(AaadTacacs, ASilentServerIsAskedOnce) {
     add(server_, 100);
-    start({"corp", AAA_METHOD_LOCAL});
     aaad_.users("mute:" + aaad_test::hash_of("loud") + ":1\n");
+    start({"corp", AAA_METHOD_LOCAL});
     aaad_.reload();
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(aaad_.login(ask_as("mute", "loud")).method, uint32_t{AAA_METHOD_LOCAL});
