@@ -8,6 +8,8 @@
 #include "log.hpp"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/auxv.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -177,7 +179,36 @@ bool emit_syslog(const LineInfo &info, const char *text, std::size_t len) {
     return send_datagram(socket_path("AAA_SYSLOG_SOCKET", kSyslogSocket), datagram.bytes, datagram.len);
 }
 
+// A write to a pipe or socket whose reader has gone raises a signal, which would end a
+// program for its log. It is held back in this thread while one of these exists.
+class PipeSignalBlocked {
+  public:
+    PipeSignalBlocked() {
+        sigemptyset(&set_);
+        sigaddset(&set_, SIGPIPE);
+        sigset_t pending;
+        sigpending(&pending);
+        was_pending_ = sigismember(&pending, SIGPIPE) == 1;
+        pthread_sigmask(SIG_BLOCK, &set_, &before_);
+    }
+    ~PipeSignalBlocked() {
+        const timespec at_once{};
+        if (!was_pending_) {
+            sigtimedwait(&set_, nullptr, &at_once);
+        }
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+    PipeSignalBlocked(const PipeSignalBlocked &) = delete;
+    PipeSignalBlocked &operator=(const PipeSignalBlocked &) = delete;
+
+  private:
+    sigset_t set_;
+    sigset_t before_;
+    bool was_pending_;
+};
+
 bool write_all(int fd, const char *data, std::size_t len) {
+    const PipeSignalBlocked blocked;
     while (len > 0) {
         const ssize_t n = write(fd, data, len);
         if (n < 0 && errno != EINTR) {
@@ -191,8 +222,8 @@ bool write_all(int fd, const char *data, std::size_t len) {
     return true;
 }
 
-// A process that was started without descriptor 2 has no standard error: a file that is
-// opened later and gets the number is one of its own.
+// A process that was started without descriptor 2 has no standard error: what is opened
+// later and gets the number is one of its own, a file or the connection of a protocol.
 constinit bool g_started_without_stderr = false;
 
 [[gnu::constructor(200)]] void look_for_stderr() {
@@ -212,13 +243,13 @@ bool is_local_socket(int fd) {
 bool is_stderr(bool asked_for) {
     const int flags = fcntl(STDERR_FILENO, F_GETFL);
     struct stat status;
-    if (flags < 0 || (flags & O_ACCMODE) == O_RDONLY || (flags & O_PATH) != 0 ||
+    if (g_started_without_stderr || flags < 0 || (flags & O_ACCMODE) == O_RDONLY || (flags & O_PATH) != 0 ||
         fstat(STDERR_FILENO, &status) != 0) {
         return false;
     }
     if (S_ISREG(status.st_mode)) {
         const bool only_writes = (flags & O_ACCMODE) == O_WRONLY || (flags & O_APPEND) != 0;
-        return !g_started_without_stderr && (only_writes || asked_for);
+        return only_writes || asked_for;
     }
     return S_ISCHR(status.st_mode) || S_ISFIFO(status.st_mode) ||
            (S_ISSOCK(status.st_mode) && is_local_socket(STDERR_FILENO));

@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <string>
 
@@ -78,6 +79,31 @@ void log_into_pipe() {
     }
 }
 
+void log_without_reader(int reading_end, int writing_end) {
+    signal(SIGPIPE, SIG_DFL);
+    dup2(writing_end, 2);
+    close(writing_end);
+    close(reading_end);
+    log_error();
+    sigset_t pending;
+    sigpending(&pending);
+    std::printf(sigismember(&pending, SIGPIPE) == 0 ? "goes on" : "the signal waits");
+}
+
+void log_into_pipe_without_reader() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) == 0) {
+        log_without_reader(ends[0], ends[1]);
+    }
+}
+
+void log_into_socket_without_reader() {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0) {
+        log_without_reader(ends[0], ends[1]);
+    }
+}
+
 // As a daemon that is started without standard error.
 void start_without_standard_error() {
     setenv("AAA_TEST_CHILD", std::getenv("AAA_TEST_NEXT"), 1);
@@ -86,8 +112,13 @@ void start_without_standard_error() {
 }
 
 const ChildBodies kBodies = {
-    {"file", log_into_file}, {"network", log_into_network_connection},  {"local", log_into_local_socket},
-    {"pipe", log_into_pipe}, {"without", start_without_standard_error},
+    {"file", log_into_file},
+    {"network", log_into_network_connection},
+    {"local", log_into_local_socket},
+    {"pipe", log_into_pipe},
+    {"without", start_without_standard_error},
+    {"gone_pipe", log_into_pipe_without_reader},
+    {"gone_socket", log_into_socket_without_reader},
 };
 
 constexpr char kLine[] = "%AAA-SECURITY-3-DEBUG_ERROR : text\n";
@@ -127,7 +158,7 @@ TEST(StandardError, FileThatIsReadAndWrittenGetsWhatWasAskedFor) {
     EXPECT_EQ(kLine, file_after(O_RDWR | O_TRUNC, {"AAA_LOG=stderr"}));
 }
 
-// Whatever such a program opens as 2 is its own.
+// What such a program opens as 2 is its own.
 TEST(StandardError, FilesOfAProgramThatWasStartedWithoutItGetNoMessage) {
     for (const int flags : {O_RDWR, O_WRONLY, O_WRONLY | O_APPEND}) {
         EXPECT_EQ("data", file_after(flags, kNoLogService, "without")) << flags;
@@ -138,12 +169,22 @@ TEST(StandardError, FilesOfAProgramThatWasStartedWithoutItGetNoMessage) {
 TEST(StandardError, PipesAndLocalSocketsGetTheMessage) {
     for (const char *kind : {"pipe", "local"}) {
         EXPECT_EQ(kLine, run_child(kind, kNoLogService).out) << kind;
-        EXPECT_EQ(kLine,
-                  run_child("without",
-                            kNoLogService + std::vector<std::string>{std::string("AAA_TEST_NEXT=") + kind})
-                      .out)
-            << kind;
     }
+}
+
+// The peer of a protocol on the machine received the message.
+TEST(StandardError, PipesAndSocketsOfAProgramThatWasStartedWithoutItGetNoMessage) {
+    for (const char *kind : {"pipe", "local"}) {
+        const std::vector<std::string> next = {std::string("AAA_TEST_NEXT=") + kind};
+        EXPECT_EQ("", run_child("without", kNoLogService + next).out) << kind;
+        EXPECT_EQ("", run_child("without", std::vector<std::string>{"AAA_LOG=stderr"} + next).out) << kind;
+    }
+}
+
+// The first message ended the process with SIGPIPE.
+TEST(StandardError, AReaderThatHasGoneDoesNotEndTheProgram) {
+    EXPECT_EQ("goes on", run_child("gone_pipe", kNoLogService).out);
+    EXPECT_EQ("goes on", run_child("gone_socket", kNoLogService).out);
 }
 
 // The peer of a protocol is sent nothing that does not belong to it.

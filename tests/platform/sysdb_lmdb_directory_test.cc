@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -109,7 +110,28 @@ TEST(SysdbDirectory, SaysThatItIsDisturbedWhenEveryNameIsTaken) {
         EXPECT_NE(0u, Bound("/cfg/").code());
     });
     EXPECT_HAS(log, "directory " + sandbox.root() + "/cfg cannot be made: another process takes or replaces");
-    EXPECT_HAS(log, "install -d -m 2770 -g aaa " + sandbox.root() + "/cfg");
+    EXPECT_HAS(log, "mkdir -m 2770 " + sandbox.root() + "/cfg && chgrp -h aaa " + sandbox.root() + "/cfg");
+}
+
+// A member of the group may write the directory above, and so plant a link before root
+// follows the advice: the target was given to the group.
+TEST(SysdbDirectory, TheAdviceDoesNotFollowALink) {
+    const DatabaseSandbox sandbox;
+    const std::string log = run_forked([] {
+        watch_calls([](const std::string &call) { return call == "mkdirat" ? EEXIST : 0; });
+        EXPECT_NE(0u, Bound("/cfg/").code());
+    });
+    const std::size_t begin = log.find("mkdir -m 2770");
+    ASSERT_NE(begin, std::string::npos) << log;
+    const std::string advice = log.substr(begin, log.find(" (with", begin) - begin);
+    const std::string victim = sandbox.root() + "/victim";
+    ASSERT_EQ(mkdir(victim.c_str(), 0700), 0);
+    fs::create_symlink(victim, sandbox.root() + "/cfg");
+    EXPECT_NE(std::system((advice + " 2>/dev/null").c_str()), 0) << advice;
+    struct stat status;
+    ASSERT_EQ(stat(victim.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0700u);
+    EXPECT_EQ(status.st_gid, getegid());
 }
 
 // File systems that cannot rename without replacing.

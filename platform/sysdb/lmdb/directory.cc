@@ -139,14 +139,16 @@ int make(const std::string &path, mode_t mode, gid_t &group) {
     return make_in(above.get(), name_of(path).c_str(), group_setting().value_or(group), mode, path);
 }
 
+// The advised commands do not follow a link that a member of the group puts in the place of
+// the directory, as install -d does: the target would be given to the group.
 cerrno report(const std::string &path, int error) {
     log(kLogError,
-        "directory %s cannot be made: %s; make it as root: install -d -m 2770 -g aaa %s (with the group of "
-        "the AAA processes), or set %s and %s to other places",
+        "directory %s cannot be made: %s; make it as root: mkdir -m 2770 %s && chgrp -h aaa %s (with the "
+        "group of the AAA processes), or set %s and %s to other places",
         path.c_str(),
         error == kDisturbed ? "another process takes or replaces what is made beside it"
                             : std::strerror(error),
-        path.c_str(), kCfgVariable, kRunVariable);
+        path.c_str(), path.c_str(), kCfgVariable, kRunVariable);
     return Result::of_errno(error).code();
 }
 
@@ -154,9 +156,9 @@ cerrno report(const std::string &path, int error) {
 cerrno refuse_to_make(const std::string &path) {
     log(kLogError,
         "directory %s is missing, and a program with more rights than its user does not make it; make it as "
-        "root: systemd-tmpfiles --create, or install -d -m 2770 -g aaa %s (with the group of the AAA "
+        "root: systemd-tmpfiles --create, or mkdir -m 2770 %s && chgrp -h aaa %s (with the group of the AAA "
         "processes)",
-        path.c_str(), path.c_str());
+        path.c_str(), path.c_str(), path.c_str());
     return SYSDB_ERR_ACCESS;
 }
 
