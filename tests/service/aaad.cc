@@ -150,10 +150,14 @@ Reply Client::authenticate(const Ask &ask) {
     return exchange(c, AAA_REQ_AUTHEN, ask);
 }
 
-void Client::send_authentication(const Ask &ask) {
+cerrno Client::try_to_send_authentication(const Ask &ask) {
     Composed c(ask);
     compose_authentication(c, ask);
-    EXPECT_EQ(aaa_transport_send(get(), c.iov, c.count, AAA_TRANSPORT_NEVER), AAA_OK);
+    return aaa_transport_send(get(), c.iov, c.count, AAA_TRANSPORT_NEVER);
+}
+
+void Client::send_authentication(const Ask &ask) {
+    EXPECT_EQ(try_to_send_authentication(ask), AAA_OK);
 }
 
 Reply Client::receive(uint32_t type) {

@@ -84,6 +84,8 @@ class Client {
     aaa_transport_t *get() { return transport_.get(); }
     // Sends an authentication and does not wait for the answer.
     void send_authentication(const Ask &ask);
+    // The same, by a client that may have been turned away.
+    cerrno try_to_send_authentication(const Ask &ask);
     Reply receive(uint32_t type);
 
   private:
