@@ -76,8 +76,8 @@ struct Outcome {
         kFail,         // a refusal: no other method is asked
         kChallenge,    // the user has to be asked
         kUnavailable,  // no answer: the next method is asked
-        kError         // no answer, and the next method is not asked: the service is overloaded. If it
-                       // were, whoever overloads it would choose the method
+        kError         // no answer, because the service is overloaded. The next method is not asked:
+                       // otherwise an attacker could choose the method by overloading the service
     };
 
     Kind kind = Kind::kUnavailable;
