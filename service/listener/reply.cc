@@ -65,6 +65,22 @@ bool add_challenge(avlist *list, const Answer &answer, const std::string &token)
            add_text(list, AAA_RADIUS_STATE_ATTR, token);
 }
 
+// A client knows by the message type of a change of password that the password was changed, or has to
+// be; and by a session of 0 seconds that the account has expired.
+bool add_note(avlist *list, Note note) {
+    switch (note) {
+        case Note::kPasswordChanged:
+        case Note::kPasswordExpired:
+            return aaa_util_avlist_msgtype_add(AAA_MT_ASCII_CHPASS, list) == AAA_OK;
+        case Note::kAccountExpired:
+            return add_number(list, AAA_TIMEOUT_ATTR, 0);
+        case Note::kChangedElsewhere:
+        case Note::kNone:
+            break;
+    }
+    return true;
+}
+
 // The list of an answer; null without memory.
 AvList make_list(Function function, const Answer &answer, const std::string &token) {
     avlist *raw = nullptr;
@@ -85,6 +101,7 @@ AvList make_list(Function function, const Answer &answer, const std::string &tok
     if (ok && answer.method != 0) {
         ok = aaa_util_avlist_authen_method_set(answer.method, raw) == AAA_OK;
     }
+    ok = ok && add_note(raw, answer.note);
     for (const Attribute &attribute : answer.attributes) {
         ok = ok && aaa_util_avpair_add_attr(raw, attribute.type, attribute.value.data(),
                                             static_cast<std::uint32_t>(attribute.value.size()), 0) == AAA_OK;

@@ -52,6 +52,8 @@ Reply read_reply(const aaa_transport_msg_t &message, uint32_t type) {
         reply.privilege = number_in(list, AAA_PRIV_LVL_ATTR);
         reply.method = number_in(list, AAA_AUTHEN_METHOD_ATTR);
         reply.echo = number_in(list, AAA_PROMPT_ECHO_ATTR);
+        reply.type = number_in(list, AAA_TYPE_ATTR);
+        reply.timeout = number_in(list, AAA_TIMEOUT_ATTR);
         aaa_avpair_free_list(list);
     }
     return reply;

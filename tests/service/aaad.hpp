@@ -46,6 +46,8 @@ struct Reply {
     std::optional<uint32_t> privilege;
     std::optional<uint32_t> method;
     std::optional<uint32_t> echo;
+    std::optional<uint32_t> type;     // AAA_MT_...
+    std::optional<uint32_t> timeout;  // of the session
 };
 
 struct Ask {
