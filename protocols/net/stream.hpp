@@ -21,6 +21,7 @@ struct TlsSettings {
     std::string ca_file;            // certificates that may sign the server's; empty: the system's
     std::string certificate_file;   // this side's certificate chain; empty: none
     std::string key_file;           // its private key
+    std::string crl_file = {};      // lists of revoked certificates; empty: revocation is not checked
     bool version_1_3_only = false;  // else TLS 1.2 and later
 };
 

@@ -24,8 +24,10 @@ std::optional<net::Address> local_address(const Server &server) {
 }
 
 net::TlsSettings tls_settings(const Server &server) {
-    return {
-        .ca_file = server.ca_file, .certificate_file = server.certificate_file, .key_file = server.key_file};
+    return {.ca_file = server.ca_file,
+            .certificate_file = server.certificate_file,
+            .key_file = server.key_file,
+            .crl_file = server.crl_file};
 }
 
 // The name in the certificate; without a setting it has to be the address.
@@ -171,8 +173,8 @@ bool ServerClients::has_health(const std::string &name) const {
 
 std::string ServerClients::stamp_of(const Server &server) {
     std::string stamp;
-    for (const std::string *path :
-         {&server.ca_file, &server.certificate_file, &server.key_file, &server.vendor_map}) {
+    for (const std::string *path : {&server.ca_file, &server.certificate_file, &server.key_file,
+                                    &server.crl_file, &server.vendor_map}) {
         struct stat status {};
         if (!path->empty() && stat(path->c_str(), &status) == 0) {
             stamp += std::to_string(status.st_ino) + "/" + std::to_string(status.st_size) + "/" +
