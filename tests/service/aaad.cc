@@ -292,14 +292,25 @@ Aaad::Aaad() : socket_(dir_.path("aaad.sock")) {
     EXPECT_EQ(config_->code(), AAA_OK);
 }
 
+std::string Aaad::fate() {
+    int status = 0;
+    if (pid_ <= 0 || waitpid(pid_, &status, WNOHANG) != pid_) {
+        return pid_ > 0 ? "aaad runs" : "aaad was ended by the test, or had ended before";
+    }
+    pid_ = -1;
+    return WIFSIGNALED(status) ? std::string("aaad was ended by the signal ") + strsignal(WTERMSIG(status))
+                               : "aaad has ended with status " + std::to_string(WEXITSTATUS(status));
+}
+
 Aaad::~Aaad() {
+    const std::string end = testing::Test::HasFailure() ? fate() : "";
     if (pid_ > 0) {
         kill(pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);
     }
     close(states_);
     if (testing::Test::HasFailure()) {
-        printf("---- log of aaad\n%s----\n", log().c_str());
+        printf("---- %s; its log\n%s----\n", end.c_str(), log().c_str());
     }
 }
 

@@ -136,6 +136,8 @@ class Aaad {
     // unknown time.
     void wait_for_login(const Ask &ask, const std::function<bool(const Reply &)> &wanted) const;
     pid_t pid() const { return pid_; }
+    // Whether it runs, or how it has ended: for the messages of a test that fails.
+    std::string fate();
     const TempDir &dir() const { return dir_; }
     // Runs the program to its end: exit status and output.
     std::pair<int, std::string> run(const std::vector<std::string> &arguments) const;
