@@ -132,8 +132,19 @@ void Connection::handle(const aaa_transport_msg_t &message) {
     } else if (ask_of(request_->head.type)) {
         handle_configuration();
     } else {
+        if (request_->head.type == AAA_REQ_FREE_USERDATA) {
+            forget_login();
+        }
         finish(send_plain(client_.get(), *request_));
     }
+}
+
+// The user has left, or the program serves another one now.
+void Connection::forget_login() {
+    pending_.reset();
+    token_.clear();
+    authenticated_.clear();
+    id_ = 0;  // what the login brought is found by its id
 }
 
 void Connection::handle_configuration() {

@@ -178,6 +178,20 @@ cerrno send_plain(aaa_transport_t *client, const Request &request) {
             rc = aaa_util_reply_ping_compose(&composed.header, &composed.reply, &composed.count, session,
                                              &composed.context);
             break;
+        // Their classic answers have no place for a code: it would be read as a map or a group. Empty ones
+        // give no right to anyone.
+        case AAA_REQ_TASKMAP:
+            rc = aaa_util_reply_taskmap_compose(&composed.header, nullptr, 0, &composed.reply,
+                                                &composed.count, session, &composed.context);
+            break;
+        case AAA_REQ_USERGROUP: {
+            static char none[] = "";
+            rc = aaa_util_reply_usergroup_compose(&composed.header, none, &composed.reply, &composed.count,
+                                                  session, &composed.context);
+            break;
+        }
+        case AAA_REQ_FREE_USERDATA:
+            return send_error(client, request, AAA_OK);  // the generic answer, with its code
         default:
             break;
     }
