@@ -42,7 +42,9 @@ struct Server {
     std::string certificate_file;
     std::string key_file;
     std::string crl_file;
-    std::string source;          // local address; empty: the system's choice
+    std::string source;  // local address; empty: that of source_interface, or the system's choice
+    std::string source_interface;
+    std::string vrf;             // device of the VRF in which it is reached; empty: the usual routes
     bool legacy = false;         // answers need no Message-Authenticator
     bool single_connect = true;  // several sessions on one connection, if the server agrees
     bool status_server = false;  // RADIUS: it answers Status-Server, so that is what it is probed with

@@ -256,6 +256,25 @@ cerrno Client::configure_server_in_group(const std::string &group, const std::st
     return exchange(c, AAA_REQ_CFG_SVR_IN_SG, in_form(session)).result;
 }
 
+cerrno Client::configure_vrf(const std::string &group, const std::string &vrf, uint32_t action,
+                             uint32_t session) {
+    Composed c(in_form(session));
+    EXPECT_EQ(aaa_util_msg_cfg_vrf_in_sg_compose(&c.record, group.c_str(), vrf.c_str(), action, &c.iov,
+                                                 &c.count, c.buffer, sizeof c.buffer, session),
+              AAA_OK);
+    return exchange(c, AAA_REQ_CFG_VRF_IN_SG, in_form(session)).result;
+}
+
+cerrno Client::configure_source(const std::string &group, const std::string &interface,
+                                const std::string &vrf, uint32_t action, uint32_t session) {
+    Composed c(in_form(session));
+    EXPECT_EQ(aaa_util_msg_cfg_src_intf_in_sg_compose(&c.record, interface.c_str(), vrf.c_str(), action,
+                                                      group.c_str(), &c.iov, &c.count, c.buffer,
+                                                      sizeof c.buffer, session),
+              AAA_OK);
+    return exchange(c, AAA_REQ_CFG_SRC_INTF, in_form(session)).result;
+}
+
 cerrno Client::configure_list(bool authentication, const std::string &name, std::vector<Method> methods,
                               uint32_t action, uint32_t session) {
     Composed c(in_form(session));
