@@ -2,7 +2,8 @@
 //
 // Logins through the service: the time of one at a time, and how many a second with 32 in
 // flight, with the method none and with a RADIUS server in a process that only answers. The same
-// server asked without the service is the row to compare with.
+// server asked without the service is the row to compare with. Then a group whose first server
+// never answers: the login that finds out, and the next one, which must not wait.
 //
 //   service_bench [LOGINS]     of each row; default: 20000
 //
@@ -20,6 +21,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -73,8 +75,8 @@ std::string accept_of(std::string_view request) {
     }
 }
 
-// A process that ends with this one. False in the child.
-bool start_process() {
+// A process that ends with this one. 0 in the child.
+pid_t start_process() {
     const pid_t process = fork();
     if (process < 0) {
         fail("no process");
@@ -82,10 +84,11 @@ bool start_process() {
     if (process == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
     }
-    return process > 0;
+    return process;
 }
 
-std::uint16_t start_responder() {
+// A socket on loopback, and its port.
+std::pair<int, std::uint16_t> open_server() {
     const int server = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -95,16 +98,21 @@ std::uint16_t start_responder() {
         getsockname(server, reinterpret_cast<sockaddr *>(&address), &size) != 0) {
         fail("no socket");
     }
-    if (!start_process()) {
+    return {server, ntohs(address.sin_port)};
+}
+
+std::uint16_t start_responder() {
+    const auto [server, port] = open_server();
+    if (start_process() == 0) {
         answer_for_ever(server);
     }
     close(server);
-    return ntohs(address.sin_port);
+    return port;
 }
 
 // ---- the service
 
-service::SnapshotPtr configuration(std::uint16_t port) {
+service::SnapshotPtr configuration(std::uint16_t port, std::uint16_t silent_port) {
     auto settings = std::make_shared<service::Settings>();
     settings->rules = {{service::Ask::kAuthentication, service::AccessRule::Who::kAny, 0, 0, false}};
     settings->clients_per_user = kInFlight + 1;
@@ -118,15 +126,25 @@ service::SnapshotPtr configuration(std::uint16_t port) {
     auto group = std::make_shared<service::Group>();
     group->name = "bench";
     group->servers = {server};
+    service::Server silent = server;
+    silent.port = silent.accounting_port = silent_port;
+    silent.timeout_ms = 1000;
+    silent.tries = 1;
+    silent.dead_time_s = 3600;
+    auto half_dead = std::make_shared<service::Group>();
+    half_dead->name = "half-dead";
+    half_dead->servers = {silent, server};
     auto snapshot = std::make_shared<service::Snapshot>();
     snapshot->settings = settings;
-    snapshot->groups = {group};
+    snapshot->groups = {group, half_dead};
     snapshot->lists["authentication/login/none"] = {{{AAA_METHOD_NONE, "", nullptr}}, false};
     snapshot->lists["authentication/login/radius"] = {{{AAA_METHOD_SERVER_GROUP, "bench", group}}, false};
+    snapshot->lists["authentication/login/half-dead"] = {{{AAA_METHOD_SERVER_GROUP, "half-dead", half_dead}},
+                                                         false};
     return snapshot;
 }
 
-[[noreturn]] void serve(const std::string &path, std::uint16_t port, int ready) {
+[[noreturn]] void serve(const std::string &path, std::uint16_t port, std::uint16_t silent_port, int ready) {
     net::Loop loop;
     service::Trace trace;
     service::Lockout lockout;
@@ -135,7 +153,7 @@ service::SnapshotPtr configuration(std::uint16_t port) {
     service::Workers workers(loop, 1);
     service::add_local_backends(backends, loop, workers);
     groups.add_to(backends);
-    const service::SnapshotPtr snapshot = configuration(port);
+    const service::SnapshotPtr snapshot = configuration(port, silent_port);
     groups.use(*snapshot);
     const service::Deciders deciders{loop, workers, backends, lockout, trace};
     service::Listener listener(deciders,
@@ -276,6 +294,30 @@ Row measure_service(net::Loop &loop, const std::string &path, const char *list, 
     });
 }
 
+// Milliseconds of one login.
+double measure_one(net::Loop &loop, const std::string &path, const char *list) {
+    bool is_over = false;
+    Client client(loop, path, list, [&](Client &) { is_over = true; });
+    const net::Time begin = net::Loop::clock();
+    client.send();
+    while (!is_over) {
+        loop.run_once(INT64_MAX);
+    }
+    return static_cast<double>(net::Loop::clock() - begin) / net::kMillisecond;
+}
+
+double resident_megabytes(pid_t process) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string word; status >> word;) {
+        if (word == "VmRSS:") {
+            double kilobytes = 0;
+            status >> kilobytes;
+            return kilobytes / 1024;
+        }
+    }
+    return 0;
+}
+
 Row measure_client(net::Loop &loop, std::uint16_t port, int logins) {
     radius::ServerSettings settings;
     settings.address = *net::Address::parse("127.0.0.1", port);
@@ -321,8 +363,10 @@ int main(int argc, char **argv) {
     if (pipe(ready.data()) != 0) {
         fail("no pipe");
     }
-    if (!start_process()) {
-        serve(path, port, ready[1]);
+    const auto [silent, silent_port] = open_server();  // nothing reads from it
+    const pid_t service = start_process();
+    if (service == 0) {
+        serve(path, port, silent_port, ready[1]);
     }
     char byte;
     if (read(ready[0], &byte, 1) != 1) {
@@ -331,12 +375,19 @@ int main(int argc, char **argv) {
     net::Loop loop;
     const Row bare = measure_client(loop, port, logins);
     const Row radius = measure_service(loop, path, "radius", logins);
+    const double first = measure_one(loop, path, "half-dead");
+    const double second = measure_one(loop, path, "half-dead");
+    const Row half_dead = measure_service(loop, path, "half-dead", logins);
     const Row none = measure_service(loop, path, "none", logins);
     std::printf("%d logins; ratios to the first row\n", logins);
     std::printf("%-28s %11s %5s   %10s\n", "", "one, median", "", "32 in flight");
     print("RADIUS client alone", bare, bare);
     print("the service, over RADIUS", radius, bare);
     print("the service, method none", none, bare);
+    print("first server silent, known", half_dead, bare);
+    std::printf("%-28s %8.1f ms, the next one %.1f ms\n", "first server silent, login", first, second);
+    std::printf("%-28s %8.1f MB\n", "resident", resident_megabytes(service));
+    close(silent);
     std::remove(path.c_str());
     std::remove((path + ".lock").c_str());
     rmdir(directory);

@@ -38,7 +38,8 @@ static int result_of(module_t *module, const client_answer_t *answer) {
         case AAA_STAT_BYPASS:
             module_show(module, PAM_TEXT_INFO, answer->message);
             publish_level(module, answer);
-            return answer->type == AAA_MT_ASCII_CHPASS ? PAM_NEW_AUTHTOK_REQD : PAM_SUCCESS;
+            return answer->type == AAA_MT_ASCII_CHPASS || module_is_expired(module) ? PAM_NEW_AUTHTOK_REQD
+                                                                                    : PAM_SUCCESS;
         case AAA_STAT_ERROR:
             return module_unavailable(module);
         default: /* also a question, which no one can answer here */

@@ -92,11 +92,14 @@ static int result_of(login_t *login, const client_answer_t *answer) {
     switch (answer->status) {
         case AAA_STAT_PASS:
         case AAA_STAT_BYPASS:
+            if (answer->type == AAA_MT_ASCII_CHPASS) {
+                module_note_expired(module);
+            }
             module_show(module, PAM_TEXT_INFO, answer->message);
             return PAM_SUCCESS;
         case AAA_STAT_FAIL:
             module_show(module, PAM_ERROR_MSG, answer->message);
-            return PAM_AUTH_ERR;
+            return answer->expired ? PAM_ACCT_EXPIRED : PAM_AUTH_ERR;
         case AAA_STAT_ABORT:
             module_show(module, PAM_ERROR_MSG, answer->message);
             return PAM_MAXTRIES;

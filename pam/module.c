@@ -10,6 +10,7 @@
 
 #define SILENT_DATA    "pam_aaa_silent"
 #define SILENT_SECONDS 1u
+#define EXPIRED_DATA   "pam_aaa_expired"
 
 /* The program calls several functions for one login. When the service was silent in one of them, the
  * others do not wait for as long again: someone sits at the terminal to repair the machine. */
@@ -21,6 +22,16 @@ static int was_silent(pam_handle_t *pamh) {
 static void note_silence(pam_handle_t *pamh) {
     static const char silent[] = "silent";
     pam_set_data(pamh, SILENT_DATA, (void *)(uintptr_t)silent, NULL);
+}
+
+void module_note_expired(const module_t *module) {
+    static const char expired[] = "expired";
+    pam_set_data(module->pamh, EXPIRED_DATA, (void *)(uintptr_t)expired, NULL);
+}
+
+int module_is_expired(const module_t *module) {
+    const void *data = NULL;
+    return pam_get_data(module->pamh, EXPIRED_DATA, &data) == PAM_SUCCESS && data != NULL;
 }
 
 int module_begin(module_t *module, pam_handle_t *pamh, int flags, int argc, const char **argv) {

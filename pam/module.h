@@ -42,6 +42,11 @@ int module_take_user(module_t *module, int caller);
 /* Logs why there is no answer. Returns PAM_AUTHINFO_UNAVAIL. */
 int module_unavailable(module_t *module);
 
+/* The service has passed a login whose password has expired: the session needs a new one, whatever
+ * the authorization of the session says. Kept for the login. */
+void module_note_expired(const module_t *module);
+int module_is_expired(const module_t *module);
+
 /* ---- module_talk.c ----------------------------------------------------------------- */
 
 /* Shows a text of the service, unless it is empty or the program wants silence. */

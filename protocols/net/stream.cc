@@ -13,6 +13,7 @@
 #include <cstring>
 #include <deque>
 
+#include "net/device.hpp"
 #include "net/tls.hpp"
 
 namespace net {
@@ -33,7 +34,7 @@ class Stream::Impl : public std::enable_shared_from_this<Stream::Impl> {
           later_(loop, [this] { on_later(); }) {}
     ~Impl() { wipe_pending(); }
 
-    void start(const Address &server, const std::optional<Address> &local);
+    void start(const Address &server, const std::optional<Address> &local, const std::string &device);
     // Ends it without a call.
     void abandon();
 
@@ -76,7 +77,8 @@ class Stream::Impl : public std::enable_shared_from_this<Stream::Impl> {
     bool write_wants_read_ = false;
 };
 
-void Stream::Impl::start(const Address &server, const std::optional<Address> &local) {
+void Stream::Impl::start(const Address &server, const std::optional<Address> &local,
+                         const std::string &device) {
     socket_ = Descriptor(socket(server.family(), SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (!socket_) {
         return fail_later(std::string("socket: ") + std::strerror(errno));
@@ -84,6 +86,9 @@ void Stream::Impl::start(const Address &server, const std::optional<Address> &lo
     // A request is one small write that the server has to answer before the next.
     const int on = 1;
     setsockopt(socket_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    if (const std::string fault = tie_to_device(socket_.get(), device); !fault.empty()) {
+        return fail_later(fault);
+    }
     if (local && bind(socket_.get(), local->get(), local->size()) != 0) {
         return fail_later("local address " + local->text() + ": " + std::strerror(errno));
     }
@@ -342,9 +347,9 @@ void Stream::Impl::wipe_pending() {
 }
 
 Stream::Stream(Loop &loop, const Address &server, TlsPeer peer, Calls calls,
-               const std::optional<Address> &local)
+               const std::optional<Address> &local, const std::string &device)
     : impl_(std::make_shared<Impl>(loop, std::move(peer), std::move(calls))) {
-    impl_->start(server, local);
+    impl_->start(server, local, device);
 }
 
 Stream::~Stream() {

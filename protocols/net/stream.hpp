@@ -21,6 +21,7 @@ struct TlsSettings {
     std::string ca_file;            // certificates that may sign the server's; empty: the system's
     std::string certificate_file;   // this side's certificate chain; empty: none
     std::string key_file;           // its private key
+    std::string crl_file = {};      // lists of revoked certificates; empty: revocation is not checked
     bool version_1_3_only = false;  // else TLS 1.2 and later
 };
 
@@ -56,11 +57,11 @@ class Stream {
         std::function<void(std::string_view reason)> closed;   // at most once, and last
     };
 
-    // Begins to connect, from the local address if one is given. A failure is always
+    // Begins to connect, from the local address and over the device if they are given. A failure is always
     // reported through closed(), from the loop. With a null peer.context the stream is
     // plain TCP. There is no limit of time: the caller destroys a stream that takes too long.
     Stream(Loop &loop, const Address &server, TlsPeer peer, Calls calls,
-           const std::optional<Address> &local = std::nullopt);
+           const std::optional<Address> &local = std::nullopt, const std::string &device = {});
     // Closes without calling closed(). What waits to be sent is wiped. TLS is ended properly
     // as far as that does not block.
     ~Stream();

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "net/address.hpp"
+#include "net/revocation.hpp"
 #include "net/stream.hpp"
 
 namespace net {
@@ -103,6 +104,9 @@ bool load(SSL_CTX *context, const TlsSettings &settings, std::string &error) {
                                  : SSL_CTX_load_verify_file(context, settings.ca_file.c_str()) != 1) {
         return failed(settings.ca_file.empty() ? "the system's certificates" : settings.ca_file);
     }
+    if (!settings.crl_file.empty() && !use_revocation_lists(context, settings.crl_file, error)) {
+        return false;
+    }
     if (settings.certificate_file.empty() != settings.key_file.empty()) {
         error = settings.key_file.empty() ? settings.certificate_file + ": a certificate needs a key file too"
                                           : settings.key_file + ": a key needs a certificate file too";
@@ -183,6 +187,14 @@ TlsSession::~TlsSession() {
     SSL_free(ssl_);
 }
 
+// With TLS 1.3 this side has agreed before the server looks at its certificate, and the alert of a
+// server that refuses it is lost when it closes the connection at once.
+const char *TlsSession::guess() const {
+    return connected_ && !received_
+               ? "; it may demand a certificate of this side, or not trust the one that it was shown"
+               : "";
+}
+
 TlsSession::Result TlsSession::result_of(int rc) {
     switch (SSL_get_error(ssl_, rc)) {
         case SSL_ERROR_NONE:
@@ -196,6 +208,7 @@ TlsSession::Result TlsSession::result_of(int rc) {
         case SSL_ERROR_SYSCALL: {
             const int error = errno;
             reason_ = error == 0 ? "the server has closed the connection" : std::strerror(error);
+            reason_ += guess();
             ERR_clear_error();
             return Result::kFailed;
         }
@@ -204,11 +217,12 @@ TlsSession::Result TlsSession::result_of(int rc) {
     }
     const long verified = SSL_get_verify_result(ssl_);
     if (!connected_ && verified != X509_V_OK) {
-        reason_ =
-            std::string("the server's certificate is refused: ") + X509_verify_cert_error_string(verified);
+        reason_ = std::string("the server's certificate is refused: ") +
+                  X509_verify_cert_error_string(verified) + advice_on_refusal(verified);
         ERR_clear_error();
     } else if (ERR_GET_REASON(ERR_peek_error()) == SSL_R_UNEXPECTED_EOF_WHILE_READING) {
         reason_ = "the server has closed the connection without ending TLS";
+        reason_ += guess();
         ERR_clear_error();
     } else {
         reason_ = "TLS: " + openssl_reason();
@@ -231,7 +245,9 @@ TlsSession::Result TlsSession::read(char *buffer, std::size_t size, std::size_t 
     ERR_clear_error();
     errno = 0;
     taken = 0;
-    return result_of(SSL_read_ex(ssl_, buffer, size, &taken));
+    const Result result = result_of(SSL_read_ex(ssl_, buffer, size, &taken));
+    received_ = received_ || taken > 0;
+    return result;
 }
 
 TlsSession::Result TlsSession::write(std::string_view bytes) {

@@ -37,9 +37,11 @@ class TlsSession {
 
   private:
     Result result_of(int rc);
+    const char *guess() const;
 
     ssl_st *ssl_;
     bool connected_ = false;
+    bool received_ = false;  // something, after TLS was agreed on
     std::string reason_;
 };
 

@@ -26,7 +26,7 @@ RadsecConnection::RadsecConnection(net::Loop &loop, const ServerSettings &settin
         net::Stream::Calls{.connected = [this] { connected(); },
                            .received = [this](std::string_view bytes) { received(bytes); },
                            .closed = [this](std::string_view reason) { close(reason); }},
-        settings.local);
+        settings.local, settings.device);
     timer_.set(net::Loop::clock() + settings.connect_timeout);
 }
 

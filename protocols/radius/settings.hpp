@@ -20,6 +20,7 @@ struct ServerSettings {
     Secret secret;         // shared with the server
     // The address from which UDP requests are sent, for servers that know their clients by it.
     std::optional<net::Address> local;
+    std::string device = {};  // that requests leave over; empty: any
     // Identifies this system to the server, in every request that has none (NAS-Identifier).
     // RFC 2865 demands this or NAS-IP-Address in each access request.
     std::string nas_identifier;

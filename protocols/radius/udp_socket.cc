@@ -10,7 +10,9 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+
 #include <utility>
+#include "net/device.hpp"
 
 namespace radius {
 namespace {
@@ -39,6 +41,10 @@ std::unique_ptr<UdpSocket> UdpSocket::open(net::Loop &loop, const ServerSettings
         socket(settings.address.family(), SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!descriptor) {
         return failure("no socket could be opened");
+    }
+    if (const std::string fault = net::tie_to_device(descriptor.get(), settings.device); !fault.empty()) {
+        error = "requests cannot be sent over " + fault;
+        return nullptr;
     }
     if (settings.local && bind(descriptor.get(), settings.local->get(), settings.local->size()) != 0) {
         return failure("requests cannot be sent from " + without_port(*settings.local) +

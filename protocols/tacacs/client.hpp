@@ -44,6 +44,7 @@ struct ServerSettings {
     SecretBytes secret;  // not with TLS
     std::optional<TlsServer> tls;
     std::optional<net::Address> local;         // the address to connect from
+    std::string device = {};                   // and the network device; empty: any
     bool single_connection = true;             // offer to share connections
     net::Time timeout = 5 * net::kSecond;      // for each answer, connecting included
     net::Time idle_time = 60 * net::kSecond;   // then a shared connection is closed

@@ -23,7 +23,7 @@ Connection::Connection(net::Loop &loop, const ServerSettings &settings, const ne
         net::Stream::Calls{.connected = [this] { was_connected_ = true; },
                            .received = [this](std::string_view bytes) { on_received(bytes); },
                            .closed = [this](std::string_view reason) { calls_.closed(*this, reason); }},
-        settings.local);
+        settings.local, settings.device);
 }
 
 bool Connection::has_room() const {

@@ -2,6 +2,8 @@
 
 #include "backends/backend.hpp"
 
+#include "backends/password_change.hpp"
+
 #include <utility>
 
 namespace service {
@@ -72,6 +74,12 @@ Outcome Outcome::challenge(Prompt prompt, std::string text, bool echo, std::shar
     outcome.text = std::move(text);
     outcome.echo = echo;
     outcome.dialogue = std::move(dialogue);
+    return outcome;
+}
+
+Outcome refuse_change(std::string text) {
+    Outcome outcome = Outcome::fail("this method changes no passwords");
+    outcome.text = std::move(text);
     return outcome;
 }
 

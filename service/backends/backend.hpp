@@ -70,6 +70,15 @@ struct Attribute {
     std::string value;
 };
 
+// What an outcome says besides passing or refusing.
+enum class Note : std::uint8_t {
+    kNone,
+    kPasswordChanged,   // with a pass of a change of password
+    kPasswordExpired,   // with a pass: the user needs a new password before a session
+    kAccountExpired,    // with a refusal
+    kChangedElsewhere,  // of a change of password: this service does not hold the password
+};
+
 struct Outcome {
     enum class Kind : std::uint8_t {
         kPass,
@@ -85,6 +94,7 @@ struct Outcome {
     std::string reason;  // for log and trace
     std::optional<std::uint32_t> privilege;
     std::vector<Attribute> attributes;
+    Note note = Note::kNone;
     Prompt prompt = Prompt::kPassword;
     bool echo = false;
     std::shared_ptr<Dialogue> dialogue;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "backends/password.hpp"
+#include "backends/password_change.hpp"
 #include "backends/password_check.hpp"
 #include "backends/system_accounts.hpp"
 
@@ -50,15 +51,37 @@ Outcome check_hash(const Secret &password, const std::string &hash, const std::s
                                          : Outcome::fail("the password is wrong");
 }
 
-Outcome check_user(const std::string &name, const Secret &password, const Known &known) {
+// What the dates of an account of the host allow a user who may log in otherwise. A program that
+// logs users in has the password changed before the session; nothing else can be done meanwhile.
+Outcome by_state(AccountState state, bool is_login, Outcome outcome) {
+    if (outcome.kind != Outcome::Kind::kPass || state == AccountState::kValid) {
+        return outcome;
+    }
+    if (state == AccountState::kAccountExpired) {
+        Outcome refusal = Outcome::fail("the account has expired");
+        refusal.note = Note::kAccountExpired;
+        refusal.text = "Your account has expired. Ask the administrator.";
+        return refusal;
+    }
+    if (!is_login) {
+        Outcome refusal = Outcome::fail("the password has expired");
+        refusal.text = "Your password has expired. Change it with passwd.";
+        return refusal;
+    }
+    outcome.reason += ", but the password has expired";
+    outcome.note = Note::kPasswordExpired;
+    outcome.text = "Your password has expired. You have to change it now.";
+    return outcome;
+}
+
+Outcome check_user(const std::string &name, const Secret &password, const Known &known, bool is_login) {
     if (known.user) {
         return check_hash(password, known.user->hash, known.decoy, known.user->privilege);
     }
     if (known.ask_system) {
         if (const auto account = find_system_account(name)) {
-            Outcome outcome = check_hash(password, account->hash, known.decoy, account->privilege);
-            const bool refused = outcome.kind == Outcome::Kind::kPass && !account->refusal.empty();
-            return refused ? Outcome::fail(account->refusal) : outcome;
+            return by_state(account->state, is_login,
+                            check_hash(password, account->hash, known.decoy, account->privilege));
         }
     }
     spend_a_check(password, known.decoy);
@@ -73,6 +96,9 @@ class LocalBackend : public Backend {
 
     std::unique_ptr<Attempt> authenticate(const Question &question, std::shared_ptr<Dialogue>,
                                           Done done) override {
+        if (is_password_change(question)) {
+            return answer_soon(loop_, change_password(question), std::move(done));
+        }
         if (question.snapshot->users == nullptr && !question.snapshot->settings->system_accounts) {
             return answer_soon(loop_, Outcome::unavailable(kNoUsers), std::move(done));
         }
@@ -81,8 +107,9 @@ class LocalBackend : public Backend {
         }
         return check_on_a_thread(
             loop_, workers_,
-            [name = question.user, password = *question.password, known = known_user(question)] {
-                return check_user(name, password, known);
+            [name = question.user, password = *question.password, known = known_user(question),
+             is_login = question.service == AAA_SVC_LOGIN] {
+                return check_user(name, password, known, is_login);
             },
             std::move(done));
     }
@@ -95,9 +122,11 @@ class LocalBackend : public Backend {
                 if (!account) {
                     return Outcome::fail("the user is not known");
                 }
-                return !has_command || account->privilege == kHighestPrivilege
-                           ? Outcome::pass("an account of this host", account->privilege)
-                           : Outcome::fail("accounts of this host other than root may run no command");
+                const bool may = !has_command || account->privilege == kHighestPrivilege;
+                return by_state(
+                    account->state, !has_command,
+                    may ? Outcome::pass("an account of this host", account->privilege)
+                        : Outcome::fail("accounts of this host other than root may run no command"));
             };
             return check_on_a_thread(loop_, workers_, look_up, std::move(done));
         }
@@ -112,6 +141,21 @@ class LocalBackend : public Backend {
     bool is_remote() const override { return false; }
 
   private:
+    // The file of local users is the administrator's, with his comments and his order: the service
+    // reads it, and may not be able to write it.
+    static Outcome change_password(const Question &question) {
+        if (known_user(question).ask_system) {
+            Outcome outcome = Outcome::fail("accounts of this host change their passwords with passwd");
+            outcome.note = Note::kChangedElsewhere;
+            outcome.text = "The password of an account of this host is changed with passwd.";
+            return outcome;
+        }
+        return refuse_change(
+            "Passwords of local users are changed by the administrator: \"openssl passwd -6\" makes a hash "
+            "for " +
+            question.snapshot->settings->users + ".");
+    }
+
     static Outcome authorize_now(const Question &question, const Known &known) {
         if (question.snapshot->users == nullptr) {
             return Outcome::unavailable(kNoUsers);
@@ -141,6 +185,12 @@ class SecretBackend : public Backend {
 
     std::unique_ptr<Attempt> authenticate(const Question &question, std::shared_ptr<Dialogue>,
                                           Done done) override {
+        if (is_password_change(question)) {
+            return answer_soon(loop_,
+                               refuse_change("The " + name_ + " is changed by the administrator, in " +
+                                             question.snapshot->settings->users + "."),
+                               std::move(done));
+        }
         const Users *users = question.snapshot->users.get();
         const LocalUser *secret = users != nullptr ? choose_(question) : nullptr;
         if (secret == nullptr) {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "backends/local.hpp"
+#include "backends/password_change.hpp"
 #include "base/log.hpp"
 
 namespace service {
@@ -38,7 +39,10 @@ class SimpleBackend : public Backend {
     Answers answers_;
 };
 
-Outcome accept(const Question &) {
+Outcome accept(const Question &question) {
+    if (is_password_change(question)) {
+        return refuse_change("No password is needed here, so there is none to change.");
+    }
     return Outcome::pass("no one is asked");
 }
 

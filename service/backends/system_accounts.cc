@@ -36,20 +36,23 @@ long today() {
     return static_cast<long>(time(nullptr) / 86400);
 }
 
-std::string refusal_of(const spwd &entry) {
-    if (entry.sp_expire >= 0 && entry.sp_expire <= today()) {
-        return "the account has expired";
-    }
-    if (entry.sp_lstchg == 0) {
-        return "the password has to be changed first: passwd";
-    }
-    if (entry.sp_lstchg > 0 && entry.sp_max >= 0 && entry.sp_lstchg + entry.sp_max < today()) {
-        return "the password has expired: passwd";
-    }
-    return "";
-}
-
 }  // namespace
+
+// As the host's own login programs see it.
+AccountState state_on(long day, const AccountDates &dates) {
+    if (dates.expires >= 0 && day >= dates.expires) {
+        return AccountState::kAccountExpired;
+    }
+    if (dates.changed == 0) {
+        return AccountState::kPasswordExpired;
+    }
+    const long age = day - dates.changed;
+    if (dates.changed < 0 || dates.most < 0 || age <= dates.most) {
+        return AccountState::kValid;
+    }
+    return dates.inactive >= 0 && age - dates.most > dates.inactive ? AccountState::kAccountExpired
+                                                                    : AccountState::kPasswordExpired;
+}
 
 std::optional<SystemAccount> find_system_account(const std::string &user) {
     std::vector<char> room;
@@ -64,7 +67,8 @@ std::optional<SystemAccount> find_system_account(const std::string &user) {
     spwd shadow{};
     if (look_up(getspnam_r, user, shadow, shadow_room)) {
         account.hash = shadow.sp_pwdp != nullptr ? shadow.sp_pwdp : "";
-        account.refusal = refusal_of(shadow);
+        account.state =
+            state_on(today(), {shadow.sp_lstchg, shadow.sp_max, shadow.sp_inact, shadow.sp_expire});
         explicit_bzero(shadow_room.data(), shadow_room.size());
     }
     return account;

@@ -9,12 +9,27 @@
 
 namespace service {
 
+enum class AccountState : std::uint8_t {
+    kValid,
+    kPasswordExpired,  // or an administrator wants it changed
+    kAccountExpired,   // or its password has expired long ago
+};
+
 struct SystemAccount {
     std::string hash;
     std::uint32_t privilege = 0;  // 15 for the user 0, else 1
-    std::string refusal;          // empty, or why no password lets the user in: expired
+    AccountState state = AccountState::kValid;
 };
 
 std::optional<SystemAccount> find_system_account(const std::string &user);
+
+// The dates of an account as shadow(5) has them, in days since 1970; -1: none.
+struct AccountDates {
+    long changed = -1;   // the password; 0: it has to be changed
+    long most = -1;      // days that a password is good for
+    long inactive = -1;  // days after them in which it can still be changed
+    long expires = -1;   // the account
+};
+AccountState state_on(long day, const AccountDates &dates);
 
 }  // namespace service

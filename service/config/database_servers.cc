@@ -159,7 +159,10 @@ void read_settings(ServerReader &settings, const ServerSettings &defaults, bool 
     settings.take("ca-file", server.ca_file);
     settings.take("certificate-file", server.certificate_file);
     settings.take("key-file", server.key_file);
+    settings.take("crl-file", server.crl_file);
     settings.take("source", server.source);
+    settings.take("source-interface", server.source_interface);
+    settings.take("vrf", server.vrf);
     server.legacy = settings.number("legacy", 1).value_or(0) != 0;
     server.single_connect = settings.number("single-connect", 1).value_or(1) != 0;
     server.status_server = settings.number("status-server", 1).value_or(0) != 0;

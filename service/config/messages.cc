@@ -2,6 +2,7 @@
 
 #include "config/messages.hpp"
 
+#include <net/if.h>
 #include <string.h>
 
 #include <algorithm>
@@ -217,6 +218,14 @@ cerrno change_entry(sysdb_conn_t config, const std::string &directory, const std
     return AAA_OK;
 }
 
+void change_text(const std::string &path, const std::string &value, bool deletes, Changes &changes) {
+    if (deletes) {
+        changes.remove(path);
+    } else {
+        changes.set_text(path, value);
+    }
+}
+
 cerrno apply_server_in_group(sysdb_conn_t config, const avlist *list) {
     const auto name = name_in(list, AAA_VS_RAD_SG_NAME);
     const auto deletes = is_deletion(list);
@@ -231,6 +240,35 @@ cerrno apply_server_in_group(sysdb_conn_t config, const avlist *list) {
     Changes changes;
     const cerrno rc = change_entry(config, group + "server/", *entry, *deletes, changes);
     return rc == AAA_OK ? changes.apply(config) : rc;
+}
+
+// A VRF or an interface that requests to the servers of a group leave by. Both are network devices.
+std::optional<std::string> device_in(const avlist *list, std::uint32_t type) {
+    const auto name = name_in(list, type);
+    return name && name->size() < IFNAMSIZ ? name : std::nullopt;
+}
+
+cerrno apply_device(sysdb_conn_t config, const avlist *list, bool has_interface) {
+    const auto name = name_in(list, AAA_VS_RAD_SG_NAME);
+    const auto deletes = is_deletion(list);
+    const auto vrf = device_in(list, AAA_VS_RAD_SVR_VRF);
+    const auto interface = has_interface ? device_in(list, AAA_VS_RAD_SRC_INTF) : std::string();
+    const bool has_device = vrf && interface && !(has_interface ? *interface : *vrf).empty();
+    if (!name || name->empty() || !deletes || !has_device) {
+        return AAA_ERR_INVALID_CLIENT_DATA;
+    }
+    const std::string group = "group-server/radius/" + *name + "/";
+    if (!exists(config, group)) {
+        return AAA_ERR_NOT_FOUND;
+    }
+    Changes changes;
+    if (has_interface) {
+        change_text(group + "settings/source-interface", *interface, *deletes, changes);
+    }
+    if (!vrf->empty() && !(has_interface && *deletes)) {  // the VRF has a message of its own
+        change_text(group + "settings/vrf", *vrf, *deletes, changes);
+    }
+    return changes.apply(config);
 }
 
 // A server without a group, with its key, which is stored sealed.
@@ -318,6 +356,10 @@ cerrno apply_configuration(sysdb_conn_t config, std::uint32_t type, const avlist
             return apply_group(config, list);
         case AAA_REQ_CFG_SVR_IN_SG:
             return apply_server_in_group(config, list);
+        case AAA_REQ_CFG_VRF_IN_SG:
+            return apply_device(config, list, false);
+        case AAA_REQ_CFG_SRC_INTF:
+            return apply_device(config, list, true);
         case AAA_REQ_CFG_AUTHENLIST:
             return apply_list(config, "authentication/login/", list);
         case AAA_REQ_CFG_AUTHORLIST:

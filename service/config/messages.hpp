@@ -12,7 +12,7 @@
 
 namespace service {
 
-// Applies a message of type 17, 18, 19, 22 or 23. `config` is bound at /cfg/gl/aaa/.
+// Applies a message of the types 17 to 23. `config` is bound at /cfg/gl/aaa/.
 //
 // AAA_OK; AAA_ERR_INVALID_CLIENT_DATA: malformed; AAA_ERR_NOT_FOUND: no such group, server or
 // list; AAA_ERR_SG_IN_USE: a list names the group; AAA_ERR_NOT_SUPPORTED: another type;

@@ -37,11 +37,14 @@ struct Server {
     std::uint32_t tries = 0;
     std::uint32_t dead_time_s = 0;  // for which it is not asked when it was silent
     std::string transport;          // "udp" or "tls" for RADIUS, "tcp" or "tls" for TACACS+
-    std::string server_name;        // in its certificate; the three files are for TLS too
+    std::string server_name;        // in its certificate; the four files are for TLS too
     std::string ca_file;
     std::string certificate_file;
     std::string key_file;
-    std::string source;          // local address; empty: the system's choice
+    std::string crl_file;
+    std::string source;  // local address; empty: that of source_interface, or the system's choice
+    std::string source_interface;
+    std::string vrf;             // device of the VRF in which it is reached; empty: the usual routes
     bool legacy = false;         // answers need no Message-Authenticator
     bool single_connect = true;  // several sessions on one connection, if the server agrees
     bool status_server = false;  // RADIUS: it answers Status-Server, so that is what it is probed with

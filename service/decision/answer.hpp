@@ -24,6 +24,7 @@ struct PendingLogin {
     std::uint32_t service = 0;
     std::shared_ptr<Dialogue> dialogue;
     unsigned rounds = 0;
+    bool changes_password = false;
 };
 
 struct Answer {
@@ -31,6 +32,7 @@ struct Answer {
     std::string text;          // for the user
     std::optional<std::uint32_t> privilege;
     std::vector<Attribute> attributes;
+    Note note = Note::kNone;
     std::uint32_t method = 0;               // that answered, AAA_METHOD_...
     bool echo = false;                      // of what the user answers to a challenge
     std::shared_ptr<PendingLogin> pending;  // of a challenge

@@ -7,6 +7,7 @@
 
 #include "aaa/result_codes.h"
 #include "backends/password.hpp"
+#include "backends/password_change.hpp"
 #include "backends/password_check.hpp"
 #include "base/log.hpp"
 
@@ -137,16 +138,21 @@ void Decision::pretend_to_check() {
     });
 }
 
+// How many methods can be asked after one. A change of password ends with the first.
+std::size_t Decision::following(std::size_t place) const {
+    return is_password_change(question_) ? 0 : list_.methods.size() - place - 1;
+}
+
 // A remote method that is not the last leaves time for those that follow. One that works on
 // this machine has the whole time: when it is over, no other is asked.
 net::Time Decision::deadline_for(std::size_t place, bool is_remote) const {
-    const std::size_t following = list_.methods.size() - place - 1;
+    const std::size_t others = following(place);
     const net::Time now = deciders_.loop.now();
-    if (!is_remote || following == 0) {
+    if (!is_remote || others == 0) {
         return deadline_;
     }
     const net::Time left = std::max<net::Time>(deadline_ - now, 0);
-    const net::Time kept = std::min(left / 4, 3 * net::kSecond) * static_cast<net::Time>(following);
+    const net::Time kept = std::min(left / 4, 3 * net::kSecond) * static_cast<net::Time>(others);
     return now + left - std::min(kept, left * 3 / 4);
 }
 
@@ -182,7 +188,7 @@ void Decision::ask(std::size_t place, std::shared_ptr<Dialogue> dialogue) {
     asked.is_remote = backend->is_remote();
     question_.method = method;
     question_.deadline = deadline_for(place, asked.is_remote);
-    question_.is_last_method = place + 1 == list_.methods.size();
+    question_.is_last_method = following(place) == 0;
     asked.attempt = call(*backend, std::move(dialogue),
                          [this, &asked](Outcome outcome) { take(asked, std::move(outcome)); });
     asked.timer = std::make_unique<net::Timer>(deciders_.loop, [this, &asked] {
@@ -251,7 +257,7 @@ void Decision::take_one_of_all(const Outcome &outcome) {
 
 void Decision::next_or_end(std::size_t place, const Outcome &outcome) {
     const std::string method = list_.methods[place].text();
-    const bool has_next = place + 1 < list_.methods.size() && deciders_.loop.now() < deadline_;
+    const bool has_next = following(place) > 0 && deciders_.loop.now() < deadline_;
     log(Level::kWarning, "NO_ANSWER", "[%s] %s of the list %s cannot answer (%s); %s",
         id_text(question_.id).c_str(), method.c_str(), path_.c_str(), outcome.reason.c_str(),
         has_next ? "the next method is asked" : "there is no other method");
@@ -291,11 +297,16 @@ void Decision::decide(std::size_t place, const Outcome &outcome) {
         answer.status = AAA_STAT_PASS;
         answer.privilege = outcome.privilege;
         answer.attributes = outcome.attributes;
+        answer.note = outcome.note;
+    } else if (outcome.note == Note::kChangedElsewhere) {
+        answer.status = AAA_STAT_NOT_REQUIRED;
+        answer.note = outcome.note;
     } else {
         // What a refusing server says besides its text is dropped: a client might take a
         // privilege level without looking at the status.
         answer.status = AAA_STAT_FAIL;
         answer.error = AAA_ERR_ACCT_SERVICE;
+        answer.note = outcome.note;
         if (answer.text.empty()) {
             answer.text = question_.function == Function::kAuthentication ? kRefused : kNotAuthorized;
         }
@@ -310,9 +321,14 @@ void Decision::challenge(std::size_t place, Outcome outcome) {
     answer.text = outcome.text;
     answer.echo = outcome.echo;
     answer.pending = std::make_shared<PendingLogin>();
-    *answer.pending = {
-        question_.snapshot, path_, place, question_.user, question_.service, std::move(outcome.dialogue),
-        question_.round + 1};
+    *answer.pending = {question_.snapshot,
+                       path_,
+                       place,
+                       question_.user,
+                       question_.service,
+                       std::move(outcome.dialogue),
+                       question_.round + 1,
+                       is_password_change(question_)};
     finish(std::move(answer));
 }
 

@@ -58,6 +58,7 @@ class Decision {
     void ask(std::size_t place, std::shared_ptr<Dialogue> dialogue);
     std::unique_ptr<Attempt> call(Backend &backend, std::shared_ptr<Dialogue> dialogue, Backend::Done done);
     net::Time deadline_for(std::size_t place, bool is_remote) const;
+    std::size_t following(std::size_t place) const;
     void take(Asked &asked, Outcome outcome);
     void take_one_of_all(const Outcome &outcome);
     void next_or_end(std::size_t place, const Outcome &outcome);

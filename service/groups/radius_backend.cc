@@ -147,8 +147,8 @@ std::unique_ptr<Attempt> RadiusBackend::authenticate(const Question &question,
         return answer_soon(context_.loop, std::move(outcome), std::move(done));
     };
     if (is_password_change(question)) {
-        return soon(
-            Outcome::unavailable("RADIUS servers change no passwords; the user has to do it elsewhere"));
+        return soon(refuse_change(
+            "RADIUS servers change no passwords. Change it where your organization keeps your account."));
     }
     if (auto outcome = before_password(question, true)) {
         // A challenge whose answer is missing is asked again with the same state.

@@ -5,26 +5,14 @@
 
 #include <string>
 
-#include "aaa/dictionary.h"
 #include "aaa/names.h"
-#include "backends/backend.hpp"
+#include "backends/password_change.hpp"
 
 namespace service {
-
-inline std::uint32_t request_type(const Question &question) {
-    return question.attributes != nullptr
-               ? number_in(question.attributes.get(), AAA_TYPE_ATTR).value_or(AAA_MT_NONE)
-               : std::uint32_t{AAA_MT_NONE};
-}
 
 // A user wants a higher privilege level.
 inline bool is_enable(const Question &question) {
     return request_type(question) == AAA_MT_ENABLE || question.privilege.has_value();
-}
-
-// A user wants another password.
-inline bool is_password_change(const Question &question) {
-    return request_type(question) == AAA_MT_ASCII_CHPASS;
 }
 
 // The level that an enable asks for.

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "base/log.hpp"
+#include "net/device.hpp"
 
 namespace service {
 
@@ -20,12 +21,34 @@ std::string host_name() {
 }
 
 std::optional<net::Address> local_address(const Server &server) {
-    return server.source.empty() ? std::nullopt : net::Address::parse(server.source, 0);
+    if (!server.source.empty()) {
+        return net::Address::parse(server.source, 0);
+    }
+    const auto address = net::Address::parse(server.host, server.port);
+    return server.source_interface.empty() || !address
+               ? std::nullopt
+               : net::address_of_interface(server.source_interface, address->family());
+}
+
+// Why the place that requests are to be sent from cannot be used; empty when it can.
+std::string place_fault(const Server &server) {
+    if (local_address(server)) {
+        return "";
+    }
+    return !server.source.empty()
+               ? "the setting \"source\" is \"" + server.source + "\", which is not an address"
+           : !server.source_interface.empty() ? "the interface " + server.source_interface +
+                                                    " of the setting \"source-interface\" has no address of "
+                                                    "the server's family; \"ip address\" "
+                                                    "lists them; give it one, and reload"
+                                              : "";
 }
 
 net::TlsSettings tls_settings(const Server &server) {
-    return {
-        .ca_file = server.ca_file, .certificate_file = server.certificate_file, .key_file = server.key_file};
+    return {.ca_file = server.ca_file,
+            .certificate_file = server.certificate_file,
+            .key_file = server.key_file,
+            .crl_file = server.crl_file};
 }
 
 // The name in the certificate; without a setting it has to be the address.
@@ -42,8 +65,8 @@ ServerClient::ServerClient(net::Loop &loop, Server server, std::uint64_t number)
     health_[static_cast<std::size_t>(Use::kRights)] = unique;
     health_[static_cast<std::size_t>(Use::kAccounting)] = has_two_ports ? unique + " accounting" : unique;
     radius::Digest digest;
-    if (!server_.source.empty() && !local_address(server_)) {
-        fault_ = "the setting \"source\" is \"" + server_.source + "\", which is not an address";
+    if (fault_ = place_fault(server_); !fault_.empty()) {
+        // said below
     } else if (server_.transport != "tls" && !radius::md5({""}, digest)) {
         fault_ = "the system's cryptography refuses MD5, so only servers with the transport tls can be asked";
     } else if (server_.protocol == Protocol::kRadius) {
@@ -63,6 +86,7 @@ void ServerClient::make_radius(net::Loop &loop) {
     settings.address = net::Address::parse(server_.host, server_.port).value_or(net::Address());
     settings.secret = radius::Secret(server_.key.text());
     settings.local = local_address(server_);
+    settings.device = server_.vrf;
     settings.nas_identifier = server_.nas_identifier.empty() ? host_name() : server_.nas_identifier;
     settings.legacy = server_.legacy;
     settings.timeout = settings.longest_timeout = server_.timeout_ms * net::kMillisecond;
@@ -100,6 +124,7 @@ void ServerClient::make_tacacs(net::Loop &loop) {
     tacacs::ServerSettings settings;
     settings.address = net::Address::parse(server_.host, server_.port).value_or(net::Address());
     settings.local = local_address(server_);
+    settings.device = server_.vrf;
     settings.single_connection = server_.single_connect;
     settings.timeout = server_.timeout_ms * net::kMillisecond;
     if (server_.transport == "tls") {
@@ -170,9 +195,10 @@ bool ServerClients::has_health(const std::string &name) const {
 }
 
 std::string ServerClients::stamp_of(const Server &server) {
-    std::string stamp;
-    for (const std::string *path :
-         {&server.ca_file, &server.certificate_file, &server.key_file, &server.vendor_map}) {
+    const auto local = local_address(server);  // an interface may have another one now
+    std::string stamp = (local ? local->text() : "") + ";";
+    for (const std::string *path : {&server.ca_file, &server.certificate_file, &server.key_file,
+                                    &server.crl_file, &server.vendor_map}) {
         struct stat status {};
         if (!path->empty() && stat(path->c_str(), &status) == 0) {
             stamp += std::to_string(status.st_ino) + "/" + std::to_string(status.st_size) + "/" +

@@ -91,6 +91,7 @@ TacacsLogin::TacacsLogin(std::shared_ptr<TacacsDialogue> dialogue, const Questio
     login_ = std::exchange(dialogue->login, 0);
     user_is_given_ = true;
     password_is_given_ = dialogue->prompt != Prompt::kUser;
+    new_password_is_given_ = dialogue->new_password_is_given;
     answer(dialogue->prompt == Prompt::kUser ? question_.user : question_.password->text());
 }
 
@@ -113,7 +114,7 @@ void TacacsLogin::take(const tacacs::AuthenticationOutcome &outcome) {
         return;
     }
     if (outcome.goes_on()) {
-        if (outcome.status == Status::kGetPassword && question_.password &&
+        if (outcome.status == Status::kGetPassword && question_.password && !is_password_change(question_) &&
             !std::exchange(password_is_given_, true)) {
             answer(question_.password->text());
         } else {
@@ -125,9 +126,7 @@ void TacacsLogin::take(const tacacs::AuthenticationOutcome &outcome) {
     ServerResult result;
     result.kind = ServerResult::Kind::kAnswer;
     if (outcome.status == Status::kPass) {
-        const bool is_raised = is_enable(question_) && !is_password_change(question_);
-        result.outcome =
-            Outcome::pass("passed", is_raised ? std::optional(wanted_privilege(question_)) : std::nullopt);
+        pass(result.outcome);
     } else {
         const std::string &why = outcome.text.empty() ? outcome.message : outcome.text;
         result.outcome = Outcome::fail(why.empty() ? "refused" : "refused: " + text_for_log(why));
@@ -136,23 +135,50 @@ void TacacsLogin::take(const tacacs::AuthenticationOutcome &outcome) {
     end(std::move(result));
 }
 
+void TacacsLogin::pass(Outcome &outcome) const {
+    if (!is_password_change(question_)) {
+        outcome = Outcome::pass(
+            "passed", is_enable(question_) ? std::optional(wanted_privilege(question_)) : std::nullopt);
+    } else if (new_password_is_given_) {
+        outcome = Outcome::pass("the password is changed");
+        outcome.note = Note::kPasswordChanged;
+    } else {
+        outcome = Outcome::fail("the server passes the change without having asked for a new password");
+    }
+}
+
+// A user who has given his name cannot give another one in the middle of a login: whatever
+// the server does with it, this side would speak of the first.
+// In a change of password a server asks for the old one as data that is not shown, and for
+// the new one as a password (RFC 8907, 5.4.2.6).
+Prompt TacacsLogin::prompt_of(const tacacs::AuthenticationOutcome &outcome) const {
+    using Status = tacacs::AuthenticationStatus;
+    const bool changes = is_password_change(question_);
+    if (outcome.status == Status::kGetUser) {
+        return user_is_given_ ? Prompt::kData : Prompt::kUser;
+    }
+    const bool is_password =
+        changes ? outcome.status == Status::kGetData && outcome.hides_input && !new_password_is_given_
+                : outcome.status == Status::kGetPassword;
+    return is_password ? Prompt::kPassword : Prompt::kData;
+}
+
 void TacacsLogin::ask_user(const tacacs::AuthenticationOutcome &outcome) {
     using Status = tacacs::AuthenticationStatus;
     auto dialogue = std::make_shared<TacacsDialogue>();
     dialogue->server = server_;
     dialogue->login = std::exchange(login_, 0);
     dialogue->changes_password = is_password_change(question_);
-    // A user who has given his name cannot give another one in the middle of a login: whatever
-    // the server does with it, this side would speak of the first.
-    dialogue->prompt = outcome.status == Status::kGetUser && !user_is_given_ ? Prompt::kUser
-                       : outcome.status == Status::kGetPassword              ? Prompt::kPassword
-                                                                             : Prompt::kData;
+    dialogue->new_password_is_given =
+        new_password_is_given_ || (dialogue->changes_password && outcome.status == Status::kGetPassword);
+    dialogue->prompt = prompt_of(outcome);
     std::string text = text_for_user(outcome.message);
     ServerResult result;
     result.kind = ServerResult::Kind::kAnswer;
     result.outcome =
         Outcome::challenge(dialogue->prompt, text.empty() ? prompt_for(outcome.status) : std::move(text),
-                           dialogue->prompt != Prompt::kPassword && !outcome.hides_input);
+                           dialogue->prompt != Prompt::kPassword && !outcome.hides_input &&
+                               outcome.status != Status::kGetPassword);
     dialogue->asked = result.outcome;
     result.outcome.dialogue = std::move(dialogue);
     end(std::move(result));

@@ -22,7 +22,8 @@ struct TacacsDialogue : Dialogue {
     tacacs::Client::Id login = 0;
     Prompt prompt = Prompt::kPassword;
     bool changes_password = false;
-    Outcome asked;  // to be asked again when an answer has nothing in it
+    bool new_password_is_given = false;  // of a change: the server has asked for it before
+    Outcome asked;                       // to be asked again when an answer has nothing in it
 };
 
 class TacacsLogin : public Attempt {
@@ -40,6 +41,8 @@ class TacacsLogin : public Attempt {
 
   private:
     void take(const tacacs::AuthenticationOutcome &outcome);
+    Prompt prompt_of(const tacacs::AuthenticationOutcome &outcome) const;
+    void pass(Outcome &outcome) const;
     void ask_user(const tacacs::AuthenticationOutcome &outcome);
     void answer(const std::string &text);
     void end(ServerResult result);
@@ -51,6 +54,7 @@ class TacacsLogin : public Attempt {
     tacacs::Client::Id login_ = 0;
     bool user_is_given_ = false;
     bool password_is_given_ = false;
+    bool new_password_is_given_ = false;
 };
 
 // Why a login cannot be sent; empty when it can.

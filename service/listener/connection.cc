@@ -11,6 +11,7 @@
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
 #include "backends/lockout.hpp"
+#include "backends/password_change.hpp"
 #include "base/log.hpp"
 #include "platform/cerr.h"
 
@@ -131,8 +132,19 @@ void Connection::handle(const aaa_transport_msg_t &message) {
     } else if (ask_of(request_->head.type)) {
         handle_configuration();
     } else {
+        if (request_->head.type == AAA_REQ_FREE_USERDATA) {
+            forget_login();
+        }
         finish(send_plain(client_.get(), *request_));
     }
+}
+
+// The user has left, or the program serves another one now.
+void Connection::forget_login() {
+    pending_.reset();
+    token_.clear();
+    authenticated_.clear();
+    id_ = 0;  // what the login brought is found by its id
 }
 
 void Connection::handle_configuration() {
@@ -210,6 +222,7 @@ std::shared_ptr<PendingLogin> Connection::take_pending(const Question &question,
     // A token of another connection, or an old one, is not accepted. Nor is another user than
     // the one who was asked.
     if (pending == nullptr || token != expected || question.service != pending->service ||
+        is_password_change(question) != pending->changes_password ||
         (!pending->user.empty() && question.user != pending->user)) {
         refused = true;
         return nullptr;
@@ -243,14 +256,15 @@ void Connection::start(Function function, std::shared_ptr<Question> question) {
                                     (question->terminal.empty() ? "-" : question->terminal) + ", client " +
                                     std::to_string(peer_.pid) + " of user " + std::to_string(peer_.uid)});
     const std::string user = question->user;
-    decision_ = std::make_unique<Decision>(
-        host_.deciders(), std::move(*question), std::move(pending),
-        [this, function, user](const Answer &result) {
-            if (function == Function::kAuthentication && result.status == AAA_STAT_PASS) {
-                authenticated_ = user;
-            }
-            answer(function, result);
-        });
+    decision_ =
+        std::make_unique<Decision>(host_.deciders(), std::move(*question), std::move(pending),
+                                   [this, function, user](const Answer &result) {
+                                       if (function == Function::kAuthentication &&
+                                           result.status == AAA_STAT_PASS && result.note == Note::kNone) {
+                                           authenticated_ = user;
+                                       }
+                                       answer(function, result);
+                                   });
 }
 
 void Connection::answer(Function function, const Answer &answer) {

@@ -57,6 +57,7 @@ class Connection {
     void handle(const aaa_transport_msg_t &message);
     void handle_function(Function function, std::uint32_t patience_ms);
     void handle_configuration();
+    void forget_login();
     void check_self(Function function, std::shared_ptr<Question> question);
     void start(Function function, std::shared_ptr<Question> question);
     std::shared_ptr<PendingLogin> take_pending(const Question &question, bool &refused);

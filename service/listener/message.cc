@@ -57,6 +57,7 @@ std::optional<Function> function_of(std::uint32_t type) {
         case AAA_REQ_AUTHOR:
             return Function::kAuthorization;
         case AAA_REQ_ACCT:
+        case AAA_REQ_ACCT_ASYNC:  // its answer says that the record is kept, as that of the other does
         case AAA_REQ_ACCT_UPDATE:
             return Function::kAccounting;
         default:

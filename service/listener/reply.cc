@@ -65,6 +65,22 @@ bool add_challenge(avlist *list, const Answer &answer, const std::string &token)
            add_text(list, AAA_RADIUS_STATE_ATTR, token);
 }
 
+// A client knows by the message type of a change of password that the password was changed, or has to
+// be; and by a session of 0 seconds that the account has expired.
+bool add_note(avlist *list, Note note) {
+    switch (note) {
+        case Note::kPasswordChanged:
+        case Note::kPasswordExpired:
+            return aaa_util_avlist_msgtype_add(AAA_MT_ASCII_CHPASS, list) == AAA_OK;
+        case Note::kAccountExpired:
+            return add_number(list, AAA_TIMEOUT_ATTR, 0);
+        case Note::kChangedElsewhere:
+        case Note::kNone:
+            break;
+    }
+    return true;
+}
+
 // The list of an answer; null without memory.
 AvList make_list(Function function, const Answer &answer, const std::string &token) {
     avlist *raw = nullptr;
@@ -85,6 +101,7 @@ AvList make_list(Function function, const Answer &answer, const std::string &tok
     if (ok && answer.method != 0) {
         ok = aaa_util_avlist_authen_method_set(answer.method, raw) == AAA_OK;
     }
+    ok = ok && add_note(raw, answer.note);
     for (const Attribute &attribute : answer.attributes) {
         ok = ok && aaa_util_avpair_add_attr(raw, attribute.type, attribute.value.data(),
                                             static_cast<std::uint32_t>(attribute.value.size()), 0) == AAA_OK;
@@ -161,6 +178,20 @@ cerrno send_plain(aaa_transport_t *client, const Request &request) {
             rc = aaa_util_reply_ping_compose(&composed.header, &composed.reply, &composed.count, session,
                                              &composed.context);
             break;
+        // Their classic answers have no place for a code: it would be read as a map or a group. Empty ones
+        // give no right to anyone.
+        case AAA_REQ_TASKMAP:
+            rc = aaa_util_reply_taskmap_compose(&composed.header, nullptr, 0, &composed.reply,
+                                                &composed.count, session, &composed.context);
+            break;
+        case AAA_REQ_USERGROUP: {
+            static char none[] = "";
+            rc = aaa_util_reply_usergroup_compose(&composed.header, none, &composed.reply, &composed.count,
+                                                  session, &composed.context);
+            break;
+        }
+        case AAA_REQ_FREE_USERDATA:
+            return send_error(client, request, AAA_OK);  // the generic answer, with its code
         default:
             break;
     }

@@ -69,4 +69,22 @@ Identity make_identity(const Wanted &wanted) {
     return made;
 }
 
+std::string make_crl(const Identity &authority, const std::vector<const Identity *> &revoked, long begins,
+                     long ends) {
+    const std::unique_ptr<X509_CRL, decltype(&X509_CRL_free)> list(X509_CRL_new(), X509_CRL_free);
+    X509_CRL_set_version(list.get(), X509_CRL_VERSION_2);
+    X509_CRL_set_issuer_name(list.get(), X509_get_subject_name(authority.certificate.get()));
+    const std::unique_ptr<ASN1_TIME, decltype(&ASN1_TIME_free)> time(ASN1_TIME_new(), ASN1_TIME_free);
+    X509_CRL_set1_lastUpdate(list.get(), X509_gmtime_adj(time.get(), begins));
+    for (const Identity *identity : revoked) {
+        X509_REVOKED *entry = X509_REVOKED_new();
+        X509_REVOKED_set_serialNumber(entry, X509_get_serialNumber(identity->certificate.get()));
+        X509_REVOKED_set_revocationDate(entry, time.get());
+        EXPECT_EQ(X509_CRL_add0_revoked(list.get(), entry), 1);
+    }
+    X509_CRL_set1_nextUpdate(list.get(), X509_gmtime_adj(time.get(), ends));
+    EXPECT_GT(X509_CRL_sign(list.get(), authority.key.get(), EVP_sha256()), 0);
+    return pem([&](BIO *bio) { return PEM_write_bio_X509_CRL(bio, list.get()); });
+}
+
 }  // namespace net_test

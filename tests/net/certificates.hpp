@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace net_test {
 
@@ -34,5 +35,9 @@ struct Wanted {
 };
 
 Identity make_identity(const Wanted &wanted);
+
+// A revocation list of an authority in PEM form.
+std::string make_crl(const Identity &authority, const std::vector<const Identity *> &revoked,
+                     long begins = -3600, long ends = 3600);
 
 }  // namespace net_test

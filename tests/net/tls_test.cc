@@ -12,10 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "net/certificates.hpp"
-#include "net/client.hpp"
-#include "net/server.hpp"
-#include "net/stream.hpp"
+#include "net/tls_fixture.hpp"
 
 namespace net {
 namespace {
@@ -26,67 +23,7 @@ using net_test::make_identity;
 using net_test::Server;
 using net_test::ServerSide;
 
-class Tls : public testing::Test {
-  protected:
-    Tls() : directory_(testing::TempDir() + "net_stream_XXXXXX") {
-        EXPECT_NE(mkdtemp(directory_.data()), nullptr);
-    }
-    ~Tls() override {
-        for (const std::string &name : files_) {
-            remove(name.c_str());
-        }
-        remove(directory_.c_str());
-    }
-
-    std::string file(const std::string &name, const std::string &contents) {
-        files_.push_back(directory_ + "/" + name);
-        std::ofstream(files_.back()) << contents;
-        return files_.back();
-    }
-
-    Identity server_identity(const std::string &alternative_names, long ends = 3600) {
-        return make_identity({.common_name = "aaa.test",
-                              .alternative_names = alternative_names,
-                              .begins = -7200,
-                              .ends = ends,
-                              .issuer = &authority_});
-    }
-
-    // A context that trusts the authority.
-    std::shared_ptr<const TlsContext> trusting(TlsSettings settings = {}) {
-        settings.ca_file = file("ca.pem", authority_.certificate_pem());
-        std::string error;
-        auto context = TlsContext::make(settings, error);
-        EXPECT_NE(context, nullptr) << error;
-        return context;
-    }
-
-    // Why a client refuses a server, or an empty text.
-    std::string refusal(const Identity &identity, const std::string &name,
-                        const std::shared_ptr<const TlsContext> &context) {
-        Server server(identity);
-        std::thread other([&] {
-            ServerSide side = server.accept();
-            if (side.usable()) {
-                side.write("x");
-            }
-        });
-        Client client(loop_, server.address(), {context, name});
-        client.run_until([&] { return client.closed || !client.received.empty(); });
-        client.stream.reset();
-        other.join();
-        EXPECT_EQ(client.connected, !client.received.empty());
-        return client.received.empty() ? client.reason : "";
-    }
-
-    Loop loop_;
-    Identity authority_ =
-        make_identity({.common_name = "Authority", .alternative_names = "", .is_authority = true});
-
-  private:
-    std::string directory_;
-    std::vector<std::string> files_;
-};
+class Tls : public net_test::Tls {};
 
 TEST_F(Tls, SendsEachPieceAsARecord) {
     Server server(server_identity("DNS:aaa.test"));

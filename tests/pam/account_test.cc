@@ -61,6 +61,22 @@ TEST_F(Account, TellsExpiryAndThatANewPasswordIsNeeded) {
     EXPECT_EQ(Login(dir_, options()).account(), PAM_NEW_AUTHTOK_REQD);
 }
 
+// The method that authorizes sessions may be another one, which knows nothing of passwords.
+TEST_F(Account, RemembersThatTheLoginSaidThePasswordHasExpired) {
+    service_.set([](const Request &request) {
+        return request.type == AAA_REQ_AUTHEN ? pass_with({{AAA_TYPE_ATTR, AAA_MT_ASCII_CHPASS}})
+                                              : status(AAA_STAT_PASS);
+    });
+    Login login(dir_, options());
+    EXPECT_EQ(login.authenticate({"wonderland"}), PAM_SUCCESS);
+    EXPECT_EQ(login.account(), PAM_NEW_AUTHTOK_REQD);
+    service_.set([](const Request &) { return status(AAA_STAT_FAIL); });
+    EXPECT_EQ(login.account(), PAM_PERM_DENIED) << "a refusal counts more";
+    EXPECT_EQ(Login(dir_, options()).account(), PAM_PERM_DENIED);
+    service_.set([](const Request &) { return pass_with({{AAA_TIMEOUT_ATTR, 0}}, AAA_STAT_FAIL); });
+    EXPECT_EQ(Login(dir_, options()).authenticate({"wonderland"}), PAM_ACCT_EXPIRED);
+}
+
 TEST_F(Account, ShowsTheReasonOfARefusal) {
     service_.set([](const Request &) { return say(AAA_STAT_FAIL, "Not at night."); });
     Login login(dir_, options());

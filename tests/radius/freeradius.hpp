@@ -47,6 +47,10 @@ class FreeRadius {
     // Over TLS. The server demands a certificate of this side.
     radius::ServerSettings tls(bool with_certificate = true) const;
 
+    std::uint16_t tls_port() const { return tls_port_; }
+    // One of the files for TLS: ca.pem, client.pem, client.key.
+    std::string file(const std::string &name) const { return directory_.path(name); }
+
     // It stays, but answers nothing.
     void pause();
     void resume();

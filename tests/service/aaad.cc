@@ -52,6 +52,8 @@ Reply read_reply(const aaa_transport_msg_t &message, uint32_t type) {
         reply.privilege = number_in(list, AAA_PRIV_LVL_ATTR);
         reply.method = number_in(list, AAA_AUTHEN_METHOD_ATTR);
         reply.echo = number_in(list, AAA_PROMPT_ECHO_ATTR);
+        reply.type = number_in(list, AAA_TYPE_ATTR);
+        reply.timeout = number_in(list, AAA_TIMEOUT_ATTR);
         aaa_avpair_free_list(list);
     }
     return reply;
@@ -254,6 +256,25 @@ cerrno Client::configure_server_in_group(const std::string &group, const std::st
     return exchange(c, AAA_REQ_CFG_SVR_IN_SG, in_form(session)).result;
 }
 
+cerrno Client::configure_vrf(const std::string &group, const std::string &vrf, uint32_t action,
+                             uint32_t session) {
+    Composed c(in_form(session));
+    EXPECT_EQ(aaa_util_msg_cfg_vrf_in_sg_compose(&c.record, group.c_str(), vrf.c_str(), action, &c.iov,
+                                                 &c.count, c.buffer, sizeof c.buffer, session),
+              AAA_OK);
+    return exchange(c, AAA_REQ_CFG_VRF_IN_SG, in_form(session)).result;
+}
+
+cerrno Client::configure_source(const std::string &group, const std::string &interface,
+                                const std::string &vrf, uint32_t action, uint32_t session) {
+    Composed c(in_form(session));
+    EXPECT_EQ(aaa_util_msg_cfg_src_intf_in_sg_compose(&c.record, interface.c_str(), vrf.c_str(), action,
+                                                      group.c_str(), &c.iov, &c.count, c.buffer,
+                                                      sizeof c.buffer, session),
+              AAA_OK);
+    return exchange(c, AAA_REQ_CFG_SRC_INTF, in_form(session)).result;
+}
+
 cerrno Client::configure_list(bool authentication, const std::string &name, std::vector<Method> methods,
                               uint32_t action, uint32_t session) {
     Composed c(in_form(session));
@@ -290,14 +311,25 @@ Aaad::Aaad() : socket_(dir_.path("aaad.sock")) {
     EXPECT_EQ(config_->code(), AAA_OK);
 }
 
+std::string Aaad::fate() {
+    int status = 0;
+    if (pid_ <= 0 || waitpid(pid_, &status, WNOHANG) != pid_) {
+        return pid_ > 0 ? "aaad runs" : "aaad was ended by the test, or had ended before";
+    }
+    pid_ = -1;
+    return WIFSIGNALED(status) ? std::string("aaad was ended by the signal ") + strsignal(WTERMSIG(status))
+                               : "aaad has ended with status " + std::to_string(WEXITSTATUS(status));
+}
+
 Aaad::~Aaad() {
+    const std::string end = testing::Test::HasFailure() ? fate() : "";
     if (pid_ > 0) {
         kill(pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);
     }
     close(states_);
     if (testing::Test::HasFailure()) {
-        printf("---- log of aaad\n%s----\n", log().c_str());
+        printf("---- %s; its log\n%s----\n", end.c_str(), log().c_str());
     }
 }
 

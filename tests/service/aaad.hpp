@@ -46,6 +46,8 @@ struct Reply {
     std::optional<uint32_t> privilege;
     std::optional<uint32_t> method;
     std::optional<uint32_t> echo;
+    std::optional<uint32_t> type;     // AAA_MT_...
+    std::optional<uint32_t> timeout;  // of the session
 };
 
 struct Ask {
@@ -73,12 +75,15 @@ class Client {
     Reply authorize(const Ask &ask);
     Reply account(const Ask &ask);
     Reply ping(uint32_t session = 0);
-    // Configuration messages of the types 17, 18, 19, 22 and 23; action 1 deletes.
+    // Configuration messages of the types 17 to 23; action 1 deletes.
     cerrno configure_server(const std::string &address, const std::string &key, uint32_t action,
                             uint32_t session);
     cerrno configure_group(const std::string &group, uint32_t action, uint32_t session);
     cerrno configure_server_in_group(const std::string &group, const std::string &address, uint32_t action,
                                      uint32_t session);
+    cerrno configure_vrf(const std::string &group, const std::string &vrf, uint32_t action, uint32_t session);
+    cerrno configure_source(const std::string &group, const std::string &interface, const std::string &vrf,
+                            uint32_t action, uint32_t session);
     cerrno configure_list(bool authentication, const std::string &name, std::vector<Method> methods,
                           uint32_t action, uint32_t session);
     aaa_transport_t *get() { return transport_.get(); }
@@ -134,6 +139,8 @@ class Aaad {
     // unknown time.
     void wait_for_login(const Ask &ask, const std::function<bool(const Reply &)> &wanted) const;
     pid_t pid() const { return pid_; }
+    // Whether it runs, or how it has ended: for the messages of a test that fails.
+    std::string fate();
     const TempDir &dir() const { return dir_; }
     // Runs the program to its end: exit status and output.
     std::pair<int, std::string> run(const std::vector<std::string> &arguments) const;

@@ -134,6 +134,30 @@ TEST_F(LocalTest, ACancelledCheckCallsNoOne) {
     EXPECT_EQ(authenticate(question("alice", "wonderland")).kind, Kind::kPass) << "which comes after them";
 }
 
+TEST_F(LocalTest, TheDatesOfAnAccountAreReadAsItsHostReadsThem) {
+    constexpr long kToday = 20000;
+    const struct {
+        AccountDates dates;
+        AccountState state;
+    } rows[] = {
+        {{}, AccountState::kValid},
+        {{.changed = kToday, .most = 99999}, AccountState::kValid},
+        {{.changed = 0}, AccountState::kPasswordExpired},
+        {{.changed = kToday - 90, .most = 90}, AccountState::kValid},
+        {{.changed = kToday - 91, .most = 90}, AccountState::kPasswordExpired},
+        {{.changed = kToday - 97, .most = 90, .inactive = 7}, AccountState::kPasswordExpired},
+        {{.changed = kToday - 98, .most = 90, .inactive = 7}, AccountState::kAccountExpired},
+        {{.changed = kToday + 5, .most = 0}, AccountState::kValid},  // the clock was wrong once
+        {{.expires = kToday + 1}, AccountState::kValid},
+        {{.expires = kToday}, AccountState::kAccountExpired},
+        {{.changed = 0, .expires = kToday}, AccountState::kAccountExpired},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(state_on(kToday, row.dates), row.state) << row.dates.changed << ' ' << row.dates.most << ' '
+                                                          << row.dates.inactive << ' ' << row.dates.expires;
+    }
+}
+
 TEST_F(LocalTest, TheHostsAccountsCountOnlyWhenTheSettingsSaySo) {
     EXPECT_EQ(authenticate(question("root", "wonderland")).reason, "the user is not known");
     settings_->system_accounts = true;

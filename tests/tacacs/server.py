@@ -10,6 +10,7 @@
                           "certificate": file, "key": file, "authority": file of the clients' certificates}},
      "users": {NAME: {"password": "...", "enable": "...", "token": "...", "message": "...", "status": "ERROR",
                       "commands": [["permit", regular expression], ...], "arguments": ["priv-lvl=15"],
+                      "change": "reason" (asked for first) or "unasked" (for no new password),
                       "author": "PASS_REPL", "acct": "ERROR", "misbehave": MODE}}}
 
 A listener with a certificate speaks TLS. The first line of the output has the ports, as JSON. Then there is
@@ -121,13 +122,17 @@ class Session:
             self.user = user
         secret = "enable" if start["authen_service"] == 2 else "password"
         changes = start["action"] == p.CHPASS
-        given = await self.ask("GETPASS", b"Old password: " if changes else b"Password: ", hidden=True)
+        if changes and self.entry.get("change") == "reason" and await self.ask("GETDATA", b"Reason: ") is None:
+            return
+        # RFC 8907, 5.4.2.6: GETDATA for the old password, GETPASS for the new one.
+        given = await (self.ask("GETDATA", b"Old password: ", hidden=True) if changes
+                       else self.ask("GETPASS", b"Password: ", hidden=True))
         if given is None:
             return
         passes = self.password_is(given, secret)
-        if passes and changes:
-            new = await self.ask("GETDATA", b"New password: ", hidden=True)
-            again = None if new is None else await self.ask("GETDATA", b"Again: ", hidden=True)
+        if passes and changes and self.entry.get("change") != "unasked":
+            new = await self.ask("GETPASS", b"New password: ", hidden=True)
+            again = None if new is None else await self.ask("GETPASS", b"Again: ", hidden=True)
             if again is None:
                 return
             passes = new == again and new != b""

@@ -242,24 +242,6 @@ TEST_F(AaadTacacs, RecordsHaveTaskTimeAndCommand) {
     EXPECT_EQ(server_.seen("service=shell"), 2u);
 }
 
-TEST_F(AaadTacacs, ThePasswordIsChangedByAskingTheUser) {
-    add(server_);
-    start({"corp", AAA_METHOD_LOCAL});
-    Client client = aaad_.client();
-    Ask ask = ask_as("ann", std::nullopt);
-    ask.type = AAA_MT_ASCII_CHPASS;
-    Reply reply = client.authenticate(ask);
-    EXPECT_EQ(reply.prompt, "Old password: ");
-    for (const char *const typed : {"secret", "fresh", "fresh"}) {
-        ask.state = reply.state;
-        ask.password = typed;
-        reply = client.authenticate(ask);
-    }
-    EXPECT_EQ(reply.status, uint32_t{AAA_STAT_PASS});
-    EXPECT_EQ(aaad_.login(ask_as("ann", "fresh")).status, uint32_t{AAA_STAT_PASS});
-    EXPECT_EQ(aaad_.login(ask_as("ann", "secret")).status, uint32_t{AAA_STAT_FAIL});
-}
-
 TEST_F(AaadTacacs, ALoginKeepsItsServerWhenTheConfigurationChanges) {
     const std::string entry = add(server_);
     start({"corp", AAA_METHOD_LOCAL});

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The login module with aaad and a TACACS+ server: the way of a password from the user's
+// terminal to the server.
+
+#include <gtest/gtest.h>
+
+#include "pam/host.hpp"
+#include "service/groups/group_fixture.hpp"
+#include "support/machine.hpp"
+#include "tacacs/test_server.hpp"
+
+namespace groups_test {
+namespace {
+
+using pam_test::Said;
+
+constexpr char kUsers[] = R"({
+    "alice": {"password": "secret", "message": "Hello"},
+    "bob": {"password": "secret", "author": "FAIL", "message": "Not today."}
+})";
+
+class AaadPam : public GroupTest {
+  protected:
+    void SetUp() override {
+        SKIP_WITHOUT_ROOT("the module refuses a service of another user");
+        add_server("tacacs", "127.0.0.1," + std::to_string(server_.address().port()), "tac-secret");
+        lists({"corp"});
+        aaad_.start();
+    }
+    std::string options() const { return "socket=" + aaad_.socket() + " nodelay"; }
+
+    tacacs_test::TestServer server_{loop_, tacacs_test::kMain, kUsers};
+    TempDir dir_;
+};
+
+TEST_F(AaadPam, ChangesThePasswordOfTheUserAtTheServer) {
+    pam_test::Login login(dir_, options());
+    EXPECT_EQ(login.change({"secret", "fresh", "fresh"}), PAM_SUCCESS);
+    EXPECT_EQ(login.heard(), (std::vector<Said>{{PAM_PROMPT_ECHO_OFF, "Old password: "},
+                                                {PAM_PROMPT_ECHO_OFF, "New password: "},
+                                                {PAM_PROMPT_ECHO_OFF, "Retype new password: "},
+                                                {PAM_TEXT_INFO, "Hello"}}));
+    EXPECT_EQ(pam_test::Login(dir_, options()).authenticate({"secret"}), PAM_AUTH_ERR);
+    EXPECT_EQ(pam_test::Login(dir_, options()).authenticate({"fresh"}), PAM_SUCCESS);
+    server_.wait_for("abort", 1);
+    EXPECT_EQ(server_.seen("chpass"), 2u) << "the preliminary check leaves the change that it began";
+}
+
+TEST_F(AaadPam, LeavesThePasswordWhenTheOldOneIsWrong) {
+    pam_test::Login login(dir_, options());
+    EXPECT_EQ(login.change({"wrong", "fresh", "fresh"}), PAM_AUTHTOK_ERR);
+    EXPECT_EQ(login.asked(), 1);
+    EXPECT_EQ(pam_test::Login(dir_, options()).authenticate({"secret"}), PAM_SUCCESS);
+}
+
+TEST_F(AaadPam, AuthorizesTheSession) {
+    pam_test::Login alice(dir_, options());
+    EXPECT_EQ(alice.authenticate({"secret"}), PAM_SUCCESS);
+    EXPECT_EQ(alice.account(), PAM_SUCCESS);
+    pam_test::Login bob(dir_, options(), "bob");
+    EXPECT_EQ(bob.authenticate({"secret"}), PAM_SUCCESS);
+    EXPECT_EQ(bob.account(), PAM_PERM_DENIED);
+}
+
+}  // namespace
+}  // namespace groups_test
