@@ -43,7 +43,7 @@ void raise_descriptor_limit() {
 }  // namespace
 
 Daemon::Daemon(const Options &options)
-    : options_(options), groups_(loop_, trace_), last_call_(loop_, [this] { loop_.stop(); }) {}
+    : options_(options), groups_(loop_, trace_), recorder_(loop_, groups_), last_call_(loop_, [this] { loop_.stop(); }) {}
 
 Daemon::~Daemon() {
     if (keeper_ != nullptr) {
@@ -70,6 +70,7 @@ void Daemon::take(SnapshotPtr snapshot) {
         return;
     }
     groups_.use(*snapshot);
+    recorder_.use(snapshot);
     listener_->use(std::move(snapshot));
 }
 
@@ -93,6 +94,9 @@ int Daemon::run() {
     add_local_backends(backends_, loop_, *workers_);
     groups_.add_to(backends_);
     groups_.use(*first_);
+    recorder_.add_to(backends_);
+    recorder_.use(first_);
+    recorder_.open();
     deciders_ = std::make_unique<Deciders>(Deciders{loop_, *workers_, backends_, lockout_, trace_});
     listener_ = std::make_unique<Listener>(*deciders_,
                                            [this](const Request &request, std::function<void(cerrno)> done) {
@@ -132,6 +136,7 @@ void Daemon::reload() {
     notify_.reloading();
     keeper_->reload([this] {
         loop_.post([this] {
+            recorder_.open();
             log(Level::kNotice, "RELOADED", "the configuration has been read again");
             notify_.ready();
         });

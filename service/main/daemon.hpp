@@ -8,6 +8,7 @@
 #include "backends/local.hpp"
 #include "config/keeper.hpp"
 #include "groups/groups.hpp"
+#include "journal/recorder.hpp"
 #include "listener/listener.hpp"
 #include "main/notify.hpp"
 #include "main/options.hpp"
@@ -39,6 +40,7 @@ class Daemon {
     Trace trace_;
     Lockout lockout_;
     Groups groups_;
+    Recorder recorder_;
     Backends backends_;
     std::unique_ptr<Keeper> keeper_;
     std::unique_ptr<Workers> workers_;

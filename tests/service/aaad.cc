@@ -302,7 +302,13 @@ Aaad::~Aaad() {
 }
 
 void Aaad::settings(const std::string &text) {
-    dir_.write("aaad.conf", "users " + dir_.path("users") + "\nsocket " + socket_ + "\n" + text);
+    const auto unless_set = [&](const std::string &word, const std::string &value) {
+        return ("\n" + text).find("\n" + word + " ") == std::string::npos ? word + " " + value + "\n" : "";
+    };
+    // After the test's own lines, whose numbers faults name.
+    dir_.write("aaad.conf", "users " + dir_.path("users") + "\nsocket " + socket_ + "\n" + text + "\n" +
+                                unless_set("journal", dir_.path("accounting")) +
+                                unless_set("metrics-socket", dir_.path("metrics.sock")));
 }
 
 void Aaad::users(const std::string &text) {
