@@ -63,7 +63,7 @@ void Sessions::close(const std::string &name) {
 void Sessions::start() {
     started_ = true;
     spread_interims();
-    set_check_timer();
+    check_timer_.set(loop_.now());  // processes may have ended since the last run of the service
 }
 
 void Sessions::spread_interims() {

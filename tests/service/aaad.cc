@@ -189,7 +189,7 @@ Reply Client::account(const Ask &ask) {
     aaa_svc_attrs_t attrs{};
     EXPECT_EQ(
         aaa_util_msg_acct_compose(&c.record, ask.record, AAA_SVC_EXEC, ask.list.c_str(), 0, &c.cred, &attrs,
-                                  4711, &c.iov, &c.count, c.buffer, sizeof c.buffer, nullptr, ask.session),
+                                  ask.number, &c.iov, &c.count, c.buffer, sizeof c.buffer, nullptr, ask.session),
         AAA_OK);
     return exchange(c, AAA_REQ_ACCT, ask);
 }
