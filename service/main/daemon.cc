@@ -49,6 +49,7 @@ Daemon::~Daemon() {
     if (keeper_ != nullptr) {
         keeper_->stop();  // it posts to the loop
     }
+    monitor_.reset();
     listener_.reset();
     workers_.reset();
 }
@@ -71,6 +72,7 @@ void Daemon::take(SnapshotPtr snapshot) {
     }
     groups_.use(*snapshot);
     recorder_.use(snapshot);
+    monitor_->use(snapshot);
     listener_->use(std::move(snapshot));
 }
 
@@ -97,17 +99,27 @@ int Daemon::run() {
     recorder_.add_to(backends_);
     recorder_.use(first_);
     recorder_.open();
-    deciders_ = std::make_unique<Deciders>(Deciders{loop_, *workers_, backends_, lockout_, trace_});
+    deciders_ = std::make_unique<Deciders>(
+        Deciders{loop_, *workers_, backends_, lockout_, trace_,
+                 [this](const Question &question, const Answer &answer, net::Time took) {
+                     monitor_->answered(question, answer, took);
+                 }});
     listener_ = std::make_unique<Listener>(*deciders_,
                                            [this](const Request &request, std::function<void(cerrno)> done) {
                                                configure(request, std::move(done));
                                            });
     listener_->use(first_);
+    monitor_ = std::make_unique<Monitor>(
+        loop_, Sources{groups_, recorder_, lockout_, *workers_, *listener_, *keeper_});
+    groups_.observe([this](const ServerClient &server, Use use, ServerResult::Kind kind, net::Time took) {
+        monitor_->server_answered(server, use, kind, took);
+    });
     make_directory(settings.socket);
     if (const std::string fault = listener_->open(settings.socket, settings.socket_mode); !fault.empty()) {
         log(Level::kError, "NO_SOCKET", "%s", fault.c_str());
         return 1;
     }
+    monitor_->use(first_);
     log(Level::kNotice, "READY", "listening at %s%s", settings.socket.c_str(),
         first_->is_fallback ? ", with the fallback of aaad.conf" : "");
     first_.reset();

@@ -12,6 +12,7 @@
 #include "listener/listener.hpp"
 #include "main/notify.hpp"
 #include "main/options.hpp"
+#include "monitoring/monitor.hpp"
 
 namespace service {
 
@@ -46,6 +47,7 @@ class Daemon {
     std::unique_ptr<Workers> workers_;
     std::unique_ptr<Deciders> deciders_;
     std::unique_ptr<Listener> listener_;
+    std::unique_ptr<Monitor> monitor_;
     SnapshotPtr first_;  // read before there is a listener
     net::Descriptor signals_;
     net::Watch signal_watch_;

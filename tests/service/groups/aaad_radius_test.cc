@@ -339,6 +339,7 @@ TEST_F(AaadRadius, RecordsCarryTheClassOfTheLogin) {
 TEST_F(AaadRadius, ARecordThatNoServerTakesIsAnError) {
     add_radius(first_, 50);
     lists({"corp"});
+    aaad_.settings("journal none\n");
     aaad_.start();
     EXPECT_EQ(aaad_.client().account(ask_as("ann", std::nullopt)).result, AAA_ERR_ACCT_SERVICE);
 }
