@@ -55,9 +55,9 @@ struct AccountingSettings {
     std::string journal = "/var/lib/aaa/accounting";  // directory; empty: records are sent at once
     std::uint32_t limit_mib = 256;
     std::uint32_t alarm_percent = 80;
-    bool drop_oldest = false;    // when the limit is reached; otherwise new records are refused
+    bool drop_oldest = false;     // when the limit is reached; otherwise new records are refused
     std::uint32_t interim_s = 0;  // between interim records of open sessions; 0: none
-    bool close_sessions = true;  // a session whose program has gone gets a closing record
+    bool close_sessions = true;   // a session whose program has gone gets a closing record
 
     friend bool operator==(const AccountingSettings &, const AccountingSettings &) = default;
 };

@@ -22,7 +22,8 @@ class Groups {
   public:
     // The loop and the trace must live longer, and no question may be under way at the end.
     Groups(net::Loop &loop, Trace &trace)
-        : clients_(loop), probes_(loop, health_), context_{loop, trace, health_, clients_, probes_, &observer_} {}
+        : clients_(loop), probes_(loop, health_), context_{loop,     trace,   health_,
+                                                           clients_, probes_, &observer_} {}
     Groups(const Groups &) = delete;
     Groups &operator=(const Groups &) = delete;
 

@@ -172,9 +172,9 @@ std::optional<AccountingRecord> unpack_record(std::string_view bytes) {
     for (std::uint32_t left = in.number(); left > 0 && in.ok(); --left) {
         record.classes.push_back(in.text());
     }
-    const bool is_known =
-        record.kind >= AccountingRecord::Kind::kStart && record.kind <= AccountingRecord::Kind::kInterim &&
-        record.end <= AccountingRecord::End::kMachineRestarted;
+    const bool is_known = record.kind >= AccountingRecord::Kind::kStart &&
+                          record.kind <= AccountingRecord::Kind::kInterim &&
+                          record.end <= AccountingRecord::End::kMachineRestarted;
     return in.ok() && in.at_end() && is_known ? std::optional(std::move(record)) : std::nullopt;
 }
 

@@ -34,8 +34,7 @@ struct ServerResult {
 };
 
 // Told what came of asking a server, and how long that took, for figures.
-using ServerObserver =
-    std::function<void(const ServerClient &, Use, ServerResult::Kind, net::Time took)>;
+using ServerObserver = std::function<void(const ServerClient &, Use, ServerResult::Kind, net::Time took)>;
 
 // What all groups share. On the thread of the loop.
 struct GroupContext {

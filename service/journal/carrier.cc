@@ -77,20 +77,21 @@ void Carrier::send(const std::string &destination, const accounting::Record &rec
     question.snapshot = snapshot_;
     question.deadline = loop_.now() + patience_for(groups_.clients(*group));
     const std::uint64_t number = ++last_;
-    auto attempt = groups_.send(question, *group, *content, delay, [this, number, done](const Outcome &outcome) {
-        const auto over = under_way_.extract(number);  // until here: it is the caller
-        switch (outcome.kind) {
-            case Outcome::Kind::kPass:
-                done(accounting::Outcome::kDelivered, "");
-                break;
-            case Outcome::Kind::kFail:
-                done(accounting::Outcome::kRefused, outcome.reason);
-                break;
-            default:
-                done(accounting::Outcome::kUnavailable, outcome.reason);
-                break;
-        }
-    });
+    auto attempt =
+        groups_.send(question, *group, *content, delay, [this, number, done](const Outcome &outcome) {
+            const auto over = under_way_.extract(number);  // until here: it is the caller
+            switch (outcome.kind) {
+                case Outcome::Kind::kPass:
+                    done(accounting::Outcome::kDelivered, "");
+                    break;
+                case Outcome::Kind::kFail:
+                    done(accounting::Outcome::kRefused, outcome.reason);
+                    break;
+                default:
+                    done(accounting::Outcome::kUnavailable, outcome.reason);
+                    break;
+            }
+        });
     under_way_.emplace(number, std::move(attempt));
 }
 

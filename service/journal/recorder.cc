@@ -233,14 +233,14 @@ void Recorder::append_closing(const accounting::Record &opened) {
         return;
     }
     ++counts_.closing;
-    accounting_->record(*std::move(record), [name = opened.session, pid = opened.process.pid](
-                                                accounting::Result result) {
-        if (result == accounting::Result::kOk) {
-            log(Level::kNotice, "SESSION_CLOSED",
-                "the session %s is closed: its process %u has ended without a closing record", name.c_str(),
-                pid);
-        }
-    });
+    accounting_->record(
+        *std::move(record), [name = opened.session, pid = opened.process.pid](accounting::Result result) {
+            if (result == accounting::Result::kOk) {
+                log(Level::kNotice, "SESSION_CLOSED",
+                    "the session %s is closed: its process %u has ended without a closing record",
+                    name.c_str(), pid);
+            }
+        });
 }
 
 std::optional<accounting::Figures> Recorder::figures() const {

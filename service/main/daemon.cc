@@ -43,7 +43,10 @@ void raise_descriptor_limit() {
 }  // namespace
 
 Daemon::Daemon(const Options &options)
-    : options_(options), groups_(loop_, trace_), recorder_(loop_, groups_), last_call_(loop_, [this] { loop_.stop(); }) {}
+    : options_(options),
+      groups_(loop_, trace_),
+      recorder_(loop_, groups_),
+      last_call_(loop_, [this] { loop_.stop(); }) {}
 
 Daemon::~Daemon() {
     if (keeper_ != nullptr) {

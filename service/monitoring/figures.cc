@@ -60,12 +60,11 @@ Counted counted(ServerClient &server, Use use) {
 void write_server(metrics::Registry &registry, ServerClient &server, Use use, bool is_up, bool is_first) {
     const metrics::Labels labels = {{"server", server.name()}, {"use", use_word(use)}};
     const Counted figures = counted(server, use);
-    metrics::Gauge &up = registry.gauge("aaad_server_up",
-                                        "0 while a server is marked as silent, or cannot be used; otherwise 1",
-                                        labels);
+    metrics::Gauge &up = registry.gauge(
+        "aaad_server_up", "0 while a server is marked as silent, or cannot be used; otherwise 1", labels);
     up.set(is_up && server.fault().empty() && (is_first || up.value() != 0) ? 1 : 0);
-    metrics::Gauge &in_flight = registry.gauge(
-        "aaad_server_in_flight", "Questions to a server that are not answered yet", labels);
+    metrics::Gauge &in_flight =
+        registry.gauge("aaad_server_in_flight", "Questions to a server that are not answered yet", labels);
     in_flight.set(in_flight.value() + static_cast<double>(figures.in_flight));
     registry
         .gauge("aaad_server_round_trip_seconds",
@@ -91,8 +90,7 @@ void write_destination(metrics::Registry &registry, const std::string &group,
     gauge("aaad_journal_group_configured", "1 while a group with records has a usable server",
           figures.configured ? 1 : 0);
     gauge("aaad_journal_group_down", "1 while no server of a group takes records", figures.down ? 1 : 0);
-    gauge("aaad_journal_group_queue", "Records that wait for a group",
-          static_cast<double>(figures.waiting));
+    gauge("aaad_journal_group_queue", "Records that wait for a group", static_cast<double>(figures.waiting));
     gauge("aaad_journal_group_in_flight", "Records that are being sent to a group",
           static_cast<double>(figures.in_flight));
     counter("aaad_journal_group_delivered_total", "Records that a server of a group has taken",
@@ -120,8 +118,7 @@ void write_servers(metrics::Registry &registry, Groups &groups, net::Time now) {
         const bool is_first = std::find(seen.begin(), seen.end(), server->name()) == seen.end();
         seen.push_back(server->name());
         for (const Use use : {Use::kRights, Use::kAccounting}) {
-            const bool is_up =
-                groups.health().state(server->health(use), now) == ServerHealth::State::kAlive;
+            const bool is_up = groups.health().state(server->health(use), now) == ServerHealth::State::kAlive;
             write_server(registry, *server, use, is_up, is_first);
         }
     }
@@ -154,11 +151,10 @@ void write_journal(metrics::Registry &registry, const std::optional<accounting::
         registry.counter("aaad_journal_alarms_total", "Alarms that were raised", labels)
             .set(counts.alarms[i]);
     }
-    for (const char *name :
-         {"aaad_journal_group_configured", "aaad_journal_group_down", "aaad_journal_group_queue",
-          "aaad_journal_group_in_flight", "aaad_journal_group_delivered_total",
-          "aaad_journal_group_unanswered_total", "aaad_journal_group_refused_total",
-          "aaad_journal_group_dropped_total"}) {
+    for (const char *name : {"aaad_journal_group_configured", "aaad_journal_group_down",
+                             "aaad_journal_group_queue", "aaad_journal_group_in_flight",
+                             "aaad_journal_group_delivered_total", "aaad_journal_group_unanswered_total",
+                             "aaad_journal_group_refused_total", "aaad_journal_group_dropped_total"}) {
         clear(registry, name);
     }
     for (const auto &[group, destination] : now.destinations) {

@@ -122,12 +122,13 @@ void Monitor::server_answered(const ServerClient &server, Use use, ServerResult:
     const metrics::Labels labels = {{"server", server.name()}, {"use", use_word(use)}};
     metrics::Labels with_result = labels;
     with_result.emplace_back("result", kind_word(kind));
-    registry_.counter("aaad_server_questions_total", "Questions to a server by what came of them", with_result)
+    registry_
+        .counter("aaad_server_questions_total", "Questions to a server by what came of them", with_result)
         .add();
     if (kind == ServerResult::Kind::kAnswer) {
         registry_
-            .histogram("aaad_server_answer_seconds",
-                       "Time from a question to its answer, with all tries", kSeconds, labels)
+            .histogram("aaad_server_answer_seconds", "Time from a question to its answer, with all tries",
+                       kSeconds, labels)
             .observe(seconds(took));
     }
 }

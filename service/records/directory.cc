@@ -93,9 +93,9 @@ std::string Directory::fault_of(const std::string &path) {
     if (!S_ISDIR(status.st_mode)) {
         return path + " is no directory, or a symbolic link; name the directory itself";
     }
-    return (status.st_mode & 077) == 0 ? ""
-                                       : "other users may enter " + path +
-                                             "; check the files in it, then: chmod 0700 " + path;
+    return (status.st_mode & 077) == 0
+               ? ""
+               : "other users may enter " + path + "; check the files in it, then: chmod 0700 " + path;
 }
 
 bool Directory::lock(std::string &error) {

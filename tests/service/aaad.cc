@@ -187,10 +187,10 @@ Reply Client::authorize(const Ask &ask) {
 Reply Client::account(const Ask &ask) {
     Composed c(ask);
     aaa_svc_attrs_t attrs{};
-    EXPECT_EQ(
-        aaa_util_msg_acct_compose(&c.record, ask.record, AAA_SVC_EXEC, ask.list.c_str(), 0, &c.cred, &attrs,
-                                  ask.number, &c.iov, &c.count, c.buffer, sizeof c.buffer, nullptr, ask.session),
-        AAA_OK);
+    EXPECT_EQ(aaa_util_msg_acct_compose(&c.record, ask.record, AAA_SVC_EXEC, ask.list.c_str(), 0, &c.cred,
+                                        &attrs, ask.number, &c.iov, &c.count, c.buffer, sizeof c.buffer,
+                                        nullptr, ask.session),
+              AAA_OK);
     return exchange(c, AAA_REQ_ACCT, ask);
 }
 
