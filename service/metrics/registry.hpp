@@ -64,9 +64,10 @@ inline constexpr std::size_t kMostSeries = 1000;
 
 class Registry {
   public:
-    // The series with these labels, made by the first call; it lives as long as the
-    // registry, or until it is removed. The name must be one of the format, always have the same type, and the same
-    // labels in the same order; anything else is an error of the caller that ends the process.
+    // The series with these labels, made by the first call; it lives as long as the registry,
+    // or until it is removed. The name must be one of the format, always have the same type,
+    // and the same labels in the same order; anything else is an error of the caller that ends
+    // the process.
     Counter &counter(const std::string &name, const std::string &help, const Labels &labels = {});
     Gauge &gauge(const std::string &name, const std::string &help, const Labels &labels = {});
     Histogram &histogram(const std::string &name, const std::string &help, const std::vector<double> &bounds,
