@@ -148,6 +148,11 @@ bool Accounting::drop_queue(const std::string &name) {
     return true;
 }
 
+void Accounting::change(const Limits &limits) {
+    journal_.set_limits(limits.most_bytes, limits.alarm_percent, limits.when_full);
+    sessions_.set_interim(limits.interim_every);
+}
+
 Figures Accounting::figures() const {
     Figures figures;
     figures.bytes = journal_.bytes();

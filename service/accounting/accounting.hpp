@@ -24,6 +24,14 @@ struct Settings {
     SessionSettings sessions;
 };
 
+// What may change while the service runs.
+struct Limits {
+    std::uint64_t most_bytes = 256 << 20;
+    unsigned alarm_percent = 80;
+    WhenFull when_full = WhenFull::kRefuse;
+    net::Time interim_every = 0;
+};
+
 struct Figures {
     std::uint64_t bytes = 0;  // of the records on disk
     std::uint64_t most_bytes = 0;
@@ -57,6 +65,8 @@ class Accounting {
     void set_sender(const std::string &destination, std::shared_ptr<Sender> sender);
     // Gives up the records that wait for a destination. False: there is no such one.
     bool drop_queue(const std::string &destination);
+
+    void change(const Limits &limits);
 
     const Sessions &sessions() const { return sessions_; }
     Figures figures() const;

@@ -73,6 +73,14 @@ bool Journal::open(Recovered &recovered, std::string &error) {
     return true;
 }
 
+void Journal::set_limits(std::uint64_t most_bytes, unsigned alarm_percent, WhenFull when_full) {
+    // Room for the newest segment and another one, or nothing could ever be removed.
+    settings_.most_bytes = std::max({most_bytes, kLeastBytes, 2 * settings_.disk.segment_bytes});
+    settings_.alarm_percent = std::clamp(alarm_percent, 1U, 100U);
+    settings_.when_full = when_full;
+    check_level();
+}
+
 void Journal::answer(Result result, Done done) {
     loop_.post([watch = std::weak_ptr<int>(alive_), result, done = std::move(done)] {
         if (!watch.expired()) {

@@ -77,6 +77,9 @@ class Journal {
         dropped_ = std::move(call);
     }
 
+    // New limits, from now on. The size of segments stays.
+    void set_limits(std::uint64_t most_bytes, unsigned alarm_percent, WhenFull when_full);
+
     // Gives the record a sequence, and calls `done` once, later, by the loop: kOk when the
     // record survives everything.
     void append(Record record, Done done);

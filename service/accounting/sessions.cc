@@ -62,14 +62,32 @@ void Sessions::close(const std::string &name) {
 
 void Sessions::start() {
     started_ = true;
+    spread_interims();
+    check_timer_.set(loop_.now());  // processes may have ended since the last run of the service
+}
+
+void Sessions::spread_interims() {
     if (settings_.interim_every != 0) {
         for (auto &[sequence, session] : by_sequence_) {
             const auto part = static_cast<net::Time>(sequence % kSpread + 1);
             schedule(session, loop_.now() + settings_.interim_every / static_cast<net::Time>(kSpread) * part);
         }
-        set_interim_timer();
     }
-    set_check_timer();
+    set_interim_timer();
+}
+
+void Sessions::set_interim(net::Time every) {
+    if (every == settings_.interim_every) {
+        return;
+    }
+    settings_.interim_every = every;
+    interims_.clear();
+    spread_interims();
+}
+
+RecordPointer Sessions::find(const std::string &name) const {
+    const auto found = by_name_.find(name);
+    return found != by_name_.end() ? by_sequence_.at(found->second).opened : nullptr;
 }
 
 void Sessions::schedule(Open &session, net::Time at) {

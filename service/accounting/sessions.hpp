@@ -43,6 +43,11 @@ class Sessions {
     // Begins to call. Sessions that are open get their interim records spread over the time.
     void start();
 
+    // Another time between interim records; 0: none.
+    void set_interim(net::Time every);
+
+    // The record that opened a session; null when the session is not open here.
+    RecordPointer find(const std::string &name) const;
     // By sequence.
     std::vector<RecordPointer> list() const;
     std::size_t count() const { return by_sequence_.size(); }
@@ -60,6 +65,7 @@ class Sessions {
     void check();
     void send_interims();
     void schedule(Open &session, net::Time at);
+    void spread_interims();
     void set_check_timer();
     void set_interim_timer();
 

@@ -101,6 +101,11 @@ void Backends::add(Protocol protocol, std::shared_ptr<Backend> backend) {
     by_protocol_[protocol] = std::move(backend);
 }
 
+std::shared_ptr<Backend> Backends::find(Protocol protocol) const {
+    const auto found = by_protocol_.find(protocol);
+    return found != by_protocol_.end() ? found->second : nullptr;
+}
+
 Backend *Backends::find(const Method &method) const {
     if (method.group != nullptr) {
         const auto found = by_protocol_.find(method.group->protocol);

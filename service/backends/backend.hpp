@@ -24,7 +24,7 @@ const char *function_word(Function function);
 // The library's number, AAA_FUNC_...
 std::uint32_t function_number(Function function);
 
-// A request on its way through a method list. The decision sets the last four fields anew
+// A request on its way through a method list. The decision sets the last five fields anew
 // for each method.
 struct Question {
     LoginId id = 0;
@@ -50,6 +50,7 @@ struct Question {
     SnapshotPtr snapshot;
 
     Method method;
+    std::vector<Method> also;    // of a broadcast record: further methods that it is for
     net::Time deadline = 0;      // by which the method should have answered
     bool is_last_method = true;  // of the list, so that no other one can answer instead
     unsigned round = 0;          // 0, and 1 more for each answer to a challenge
@@ -131,6 +132,9 @@ class Backend {
     // Takes an accounting record. A pass means that it is kept.
     virtual std::unique_ptr<Attempt> account(const Question &question, Done done) = 0;
 
+    // Whether one call of account() takes the record for several methods of this backend.
+    virtual bool takes_for_several(const Question &) const { return false; }
+
     // Whether it asks servers: when their time is over, the next method is asked.
     virtual bool is_remote() const = 0;
 };
@@ -145,6 +149,8 @@ class Backends {
     // For the servers of a protocol, in groups and without.
     void add(Protocol protocol, std::shared_ptr<Backend> backend);
     Backend *find(const Method &method) const;
+    // Null when there is none for a protocol.
+    std::shared_ptr<Backend> find(Protocol protocol) const;
 
   private:
     std::map<std::uint32_t, std::shared_ptr<Backend>> by_method_;

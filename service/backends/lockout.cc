@@ -106,7 +106,19 @@ bool Lockout::failed(std::string_view user, std::string_view source, Time now,
     const bool source_locks =
         settings.source_failures != 0 && !source.empty() &&
         count(sources_[from % kSets], from, from, now, settings.source_failures, settings);
+    begun_ += (pair_locks ? 1 : 0) + (source_locks ? 1 : 0);
     return pair_locks || source_locks;
+}
+
+std::size_t Lockout::locked(Time now) const {
+    std::size_t count = 0;
+    for (const std::vector<Set> *table : {&pairs_, &sources_}) {
+        for (const Set &set : *table) {
+            count += static_cast<std::size_t>(std::count_if(
+                set.begin(), set.end(), [now](const Entry &entry) { return entry.locked_until > now; }));
+        }
+    }
+    return count;
 }
 
 void Lockout::passed(std::string_view user, std::string_view source) {

@@ -35,6 +35,10 @@ class Lockout {
     // attacker may have an account of his own.
     void passed(std::string_view user, std::string_view source);
 
+    // For figures: lock-outs since the start, and those that last now.
+    std::uint64_t begun() const { return begun_; }
+    std::size_t locked(Time now) const;
+
   private:
     struct Entry {
         std::uint64_t tag = 0;
@@ -61,6 +65,7 @@ class Lockout {
     SipHash hash_;
     std::vector<Set> pairs_;
     std::vector<Set> sources_;
+    std::uint64_t begun_ = 0;
 };
 
 // What failures are counted by: an IPv6 address counts with its network of 64 bits, because

@@ -62,12 +62,23 @@ bool Workers::run(std::function<void()> work, std::function<void()> then) {
     {
         const std::lock_guard lock(mutex_);
         if (waiting_.size() >= most_waiting_ || threads_.empty()) {
+            ++refused_;
             return false;
         }
         waiting_.push_back({std::move(work), std::move(then)});
     }
     ready_.notify_one();
     return true;
+}
+
+std::size_t Workers::waiting() {
+    const std::lock_guard lock(mutex_);
+    return waiting_.size();
+}
+
+std::uint64_t Workers::refused() {
+    const std::lock_guard lock(mutex_);
+    return refused_;
 }
 
 void Workers::serve() {

@@ -7,6 +7,7 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -29,6 +30,10 @@ class Workers {
     // Runs `work` on a thread, then `then` on the loop's. False when too much waits.
     bool run(std::function<void()> work, std::function<void()> then);
 
+    // For figures: what waits now, and what was refused since the start.
+    std::size_t waiting();
+    std::uint64_t refused();
+
   private:
     struct Job {
         std::function<void()> work;
@@ -42,6 +47,7 @@ class Workers {
     std::mutex mutex_;
     std::condition_variable ready_;
     std::deque<Job> waiting_;
+    std::uint64_t refused_ = 0;
     bool stopping_ = false;
     std::vector<std::thread> threads_;
 };

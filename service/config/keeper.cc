@@ -187,6 +187,7 @@ int32_t Keeper::bring_up() {
         return connected_ ? channel : -1;
     }
     config_.close();
+    ++failed_reads_;
     if (!std::exchange(database_lost_, true)) {
         log(Level::kError, "NO_DATABASE",
             "the system database cannot be used (%s): %s, and it is tried again", cerr_strerror(rc),
@@ -212,6 +213,7 @@ bool Keeper::read_lists(Snapshot &snapshot) {
     }
     ReadResult result = read_database(config_.get(), maps_.get(), snapshot);
     if (result.failure != 0) {
+        ++failed_reads_;
         if (!std::exchange(database_lost_, true)) {
             log(Level::kError, "NO_DATABASE", "%s cannot be read (%s): the last configuration goes on",
                 result.failed_path.c_str(), cerr_strerror(result.failure));
@@ -222,6 +224,7 @@ bool Keeper::read_lists(Snapshot &snapshot) {
     if (std::exchange(database_lost_, false)) {
         log(Level::kNotice, "DATABASE", "the system database can be read again");
     }
+    read_at_ = net::Loop::clock();
     std::move(result.faults.begin(), result.faults.end(), std::back_inserter(faults));
     take_faults(faults, reported_database_);
     return true;
@@ -304,6 +307,7 @@ void Keeper::read_everything(const std::function<void()> &done) {
     reported_refusal_.clear();
     FilesRead files = read_files(options_, accounts_);
     take_faults(files.faults, reported_files_);
+    failed_reads_ += files.faults.empty() ? 0 : 1;
     if (files.settings == nullptr) {
         log(Level::kError, "CONFIGURATION", "%s is not used: the settings before go on",
             options_.settings_path.c_str());

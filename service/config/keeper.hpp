@@ -5,6 +5,8 @@
 // file or for the database.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -15,6 +17,7 @@
 #include "config/database.hpp"
 #include "config/snapshot.hpp"
 #include "net/descriptor.hpp"
+#include "net/loop.hpp"
 #include "platform/event_manager.h"
 
 namespace service {
@@ -57,6 +60,11 @@ class Keeper {
     bool change(std::function<cerrno(sysdb_conn_t)> change, std::function<void(cerrno)> done);
     void stop();
 
+    // For figures, in any thread: when the database was read last, in nanoseconds of
+    // CLOCK_MONOTONIC (0: never), and how often it, or a file, could not be used.
+    net::Time read_at() const { return read_at_; }
+    std::uint64_t failed_reads() const { return failed_reads_; }
+
   private:
     void run();
     bool post(std::function<void()> job);
@@ -92,6 +100,9 @@ class Keeper {
     std::vector<std::function<void()>> jobs_;
     bool stopping_ = false;
     std::thread thread_;
+
+    std::atomic<net::Time> read_at_ = 0;
+    std::atomic<std::uint64_t> failed_reads_ = 0;
 
     // Of the keeper's thread.
     DatabaseConnection config_;

@@ -11,12 +11,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <numeric>
 #include <span>
 #include <utility>
 #include <vector>
 
 #include "aaa/names.h"
+#include "config/suggestion.hpp"
 
 namespace service {
 
@@ -30,48 +30,6 @@ struct Reader {
     std::array<bool, std::size(kAsks)> own_rules{};  // a rule of the file replaces the built-in ones
     std::string fault;                               // of the present line
 };
-
-// ---- suggestions
-
-std::size_t distance(std::string_view a, std::string_view b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        std::size_t diagonal = std::exchange(row[0], i);
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const std::size_t substitute = diagonal + (a[i - 1] != b[j - 1] ? 1 : 0);
-            diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, substitute}));
-        }
-    }
-    return row[b.size()];
-}
-
-std::string quoted(std::string_view text) {
-    constexpr std::size_t most = 60;
-    return "\"" + std::string(text.substr(0, most)) + (text.size() > most ? "..." : "") + "\"";
-}
-
-// "did you mean" the nearest word, or all of them when none is near.
-std::string suggestion(std::string_view given, const std::vector<std::string_view> &known) {
-    constexpr std::size_t kLongest = 64;  // a longer word resembles none, and comparing it takes long
-    std::string_view best;
-    std::size_t nearest = 3;
-    for (const std::string_view word : known) {
-        const std::size_t far = given.size() > kLongest ? nearest : distance(given, word);
-        if (far < nearest && far < word.size()) {
-            nearest = far;
-            best = word;
-        }
-    }
-    if (!best.empty()) {
-        return "; did you mean " + quoted(best) + "?";
-    }
-    std::string all = "; use ";
-    for (std::size_t i = 0; i < known.size(); ++i) {
-        all += (i == 0 ? "" : i + 1 < known.size() ? ", " : " or ") + std::string(known[i]);
-    }
-    return all;
-}
 
 // ---- values
 
@@ -101,6 +59,29 @@ bool read_path(Reader &reader, Words words, std::string &out) {
         return false;
     }
     out = words[1];
+    return true;
+}
+
+// A path, or the word for none.
+bool read_path_or_none(Reader &reader, Words words, std::string &out) {
+    if (words[1] == "none") {
+        out.clear();
+        return true;
+    }
+    if (!words[1].starts_with('/')) {
+        reader.fault = quoted(words[1]) + " is neither an absolute path nor the word none";
+        return false;
+    }
+    out = words[1];
+    return true;
+}
+
+bool read_when_full(Reader &reader, Words words) {
+    if (words[1] != "refuse" && words[1] != "drop-oldest") {
+        reader.fault = quoted(words[1]) + suggestion(words[1], {"refuse", "drop-oldest"});
+        return false;
+    }
+    reader.settings.accounting.drop_oldest = words[1] == "drop-oldest";
     return true;
 }
 
@@ -230,6 +211,7 @@ struct Key {
 };
 
 constexpr std::uint32_t kDay = 86400;
+constexpr std::uint32_t kMostMib = 1 << 20;
 constexpr std::size_t kMany = 32;
 
 constexpr Key kKeys[] = {
@@ -269,6 +251,21 @@ constexpr Key kKeys[] = {
      [](Reader &r, Words w) { return read_number(r, w, 1, 10, r.settings.servers.tries); }},
     {"server-dead-time", 1, 1, false,
      [](Reader &r, Words w) { return read_number(r, w, 0, kDay, r.settings.servers.dead_time_s); }},
+    {"journal", 1, 1, false,
+     [](Reader &r, Words w) { return read_path_or_none(r, w, r.settings.accounting.journal); }},
+    {"journal-limit", 1, 1, false,
+     [](Reader &r, Words w) { return read_number(r, w, 1, kMostMib, r.settings.accounting.limit_mib); }},
+    {"journal-alarm", 1, 1, false,
+     [](Reader &r, Words w) { return read_number(r, w, 1, 100, r.settings.accounting.alarm_percent); }},
+    {"journal-when-full", 1, 1, false, read_when_full},
+    {"interim-interval", 1, 1, false,
+     [](Reader &r, Words w) { return read_number(r, w, 0, kDay, r.settings.accounting.interim_s); }},
+    {"close-sessions", 1, 1, false,
+     [](Reader &r, Words w) { return read_switch(r, w, r.settings.accounting.close_sessions); }},
+    {"metrics-socket", 1, 1, false,
+     [](Reader &r, Words w) { return read_path_or_none(r, w, r.settings.metrics.socket); }},
+    {"metrics-socket-mode", 1, 1, false,
+     [](Reader &r, Words w) { return read_mode(r, w, r.settings.metrics.mode); }},
 };
 
 std::vector<std::string_view> words_of(std::string_view line) {

@@ -50,6 +50,25 @@ struct ServerSettings {
     std::uint32_t dead_time_s = 60;  // for which a silent server is not asked
 };
 
+// Accounting records on disk, on their way to groups of servers.
+struct AccountingSettings {
+    std::string journal = "/var/lib/aaa/accounting";  // directory; empty: records are sent at once
+    std::uint32_t limit_mib = 256;
+    std::uint32_t alarm_percent = 80;
+    bool drop_oldest = false;     // when the limit is reached; otherwise new records are refused
+    std::uint32_t interim_s = 0;  // between interim records of open sessions; 0: none
+    bool close_sessions = true;   // a session whose program has gone gets a closing record
+
+    friend bool operator==(const AccountingSettings &, const AccountingSettings &) = default;
+};
+
+struct MetricsSettings {
+    std::string socket = "/run/aaa/metrics.sock";  // empty: there is none
+    std::uint32_t mode = 0660;
+
+    friend bool operator==(const MetricsSettings &, const MetricsSettings &) = default;
+};
+
 struct Settings {
     std::string socket = "/run/aaa/aaad.sock";
     std::uint32_t socket_mode = 0666;
@@ -66,6 +85,8 @@ struct Settings {
     bool force_configuration = false;
     LockoutSettings lockout;
     ServerSettings servers;
+    AccountingSettings accounting;
+    MetricsSettings metrics;
 
     Settings();
 };

@@ -186,6 +186,7 @@ void Decision::ask(std::size_t place, std::shared_ptr<Dialogue> dialogue) {
         return;
     }
     asked.is_remote = backend->is_remote();
+    asked.methods += question_.also.size();
     question_.method = method;
     question_.deadline = deadline_for(place, asked.is_remote);
     question_.is_last_method = following(place) == 0;
@@ -196,13 +197,6 @@ void Decision::ask(std::size_t place, std::shared_ptr<Dialogue> dialogue) {
         take(asked, asked.is_remote ? Outcome::unavailable(late) : Outcome::error(late));
     });
     asked.timer->set(question_.deadline);
-}
-
-void Decision::ask_all() {
-    open_ = list_.methods.size();
-    for (std::size_t place = 0; place < list_.methods.size(); ++place) {
-        ask(place, nullptr);
-    }
 }
 
 void Decision::take(Asked &asked, Outcome outcome) {
@@ -219,7 +213,7 @@ void Decision::take(Asked &asked, Outcome outcome) {
     const std::size_t place = asked.place;
     const auto attempt = std::move(asked.attempt);  // until here: it may be the caller
     if (list_.broadcast && question_.function == Function::kAccounting) {
-        take_one_of_all(outcome);
+        take_one_of_all(asked, outcome);
         return;
     }
     switch (outcome.kind) {
@@ -237,22 +231,6 @@ void Decision::take(Asked &asked, Outcome outcome) {
             fail_without_method(method + ": " + outcome.reason, AAA_ERR_NO_METHODS_AVAILABLE);
             break;
     }
-}
-
-// A broadcast record is kept when one method keeps it; all are waited for.
-void Decision::take_one_of_all(const Outcome &outcome) {
-    kept_ += outcome.kind == Outcome::Kind::kPass ? 1 : 0;
-    if (--open_ > 0) {
-        return;
-    }
-    if (kept_ == 0) {
-        fail_without_method("no method of the list " + path_ + " keeps the record", AAA_ERR_ACCT_SERVICE);
-        return;
-    }
-    Answer answer;
-    answer.status = AAA_STAT_PASS;
-    log_answer(answer, std::to_string(kept_) + " of " + std::to_string(list_.methods.size()) + " methods");
-    finish(std::move(answer));
 }
 
 void Decision::next_or_end(std::size_t place, const Outcome &outcome) {
@@ -363,6 +341,9 @@ void Decision::log_answer(const Answer &answer, const std::string &why) const {
 // The answer is the last thing that the decision does: its owner may destroy it.
 void Decision::finish(Answer answer) {
     trace(Step::kAnswer, aaa_print_status(answer.status), answer.text);
+    if (deciders_.observe) {
+        deciders_.observe(question_, answer, net::Loop::clock() - began_);
+    }
     const Done done = std::exchange(done_, nullptr);
     done(std::move(answer));
 }

@@ -27,6 +27,8 @@ struct Deciders {
     const Backends &backends;
     Lockout &lockout;
     Trace &trace;
+    // Told of each answer, and what working on it took; may be empty.
+    std::function<void(const Question &, const Answer &, net::Time took)> observe = {};
 };
 
 // One request. Destroying it cancels what is under way: `done` is then not called.
@@ -47,6 +49,7 @@ class Decision {
     // A method that is being asked. Accounting with broadcast asks several at once.
     struct Asked {
         std::size_t place = 0;
+        std::size_t methods = 1;  // that the answer is for
         bool is_remote = false;
         std::unique_ptr<Attempt> attempt;
         std::unique_ptr<net::Timer> timer;
@@ -55,12 +58,14 @@ class Decision {
 
     void begin(std::shared_ptr<PendingLogin> pending);
     void ask_all();
+    bool is_askable(std::size_t place) const;
+    std::vector<std::size_t> asked_together(std::size_t place);
     void ask(std::size_t place, std::shared_ptr<Dialogue> dialogue);
     std::unique_ptr<Attempt> call(Backend &backend, std::shared_ptr<Dialogue> dialogue, Backend::Done done);
     net::Time deadline_for(std::size_t place, bool is_remote) const;
     std::size_t following(std::size_t place) const;
     void take(Asked &asked, Outcome outcome);
-    void take_one_of_all(const Outcome &outcome);
+    void take_one_of_all(const Asked &asked, const Outcome &outcome);
     void next_or_end(std::size_t place, const Outcome &outcome);
     void decide(std::size_t place, const Outcome &outcome);
     void challenge(std::size_t place, Outcome outcome);
@@ -78,6 +83,7 @@ class Decision {
     std::string path_;    // of the list
     MethodList list_;     // a copy: the snapshot may be the last holder's
     net::Time deadline_;  // by which the answer is sent
+    net::Time began_ = net::Loop::clock();
     std::vector<std::unique_ptr<Asked>> asked_;
     std::size_t open_ = 0;  // of a broadcast: methods that have not answered
     std::size_t kept_ = 0;  // of a broadcast: methods that keep the record

@@ -2,6 +2,7 @@
 
 #include "groups/groups.hpp"
 
+#include <ctime>
 #include <utility>
 
 #include "groups/radius_backend.hpp"
@@ -18,6 +19,10 @@ void Groups::use(const Snapshot &snapshot) {
     clients_.use(snapshot);
     health_.keep_only([this](const std::string &name) { return clients_.has_health(name); });
     probes_.keep_only(clients_);
+}
+
+std::optional<AccountingRecord> Groups::record_of(const Question &question) {
+    return service::record_of(question, logins_, context_.loop.now(), std::time(nullptr));
 }
 
 std::unique_ptr<Attempt> Groups::send(const Question &question, const Group &group,

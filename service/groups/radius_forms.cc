@@ -30,8 +30,22 @@ constexpr std::uint32_t kByLocal = 2;
 constexpr std::uint32_t kByRemote = 3;
 // Acct-Terminate-Cause (RFC 2866, 5.10).
 constexpr std::uint32_t kUserRequest = 1;
+constexpr std::uint32_t kLostCarrier = 2;
+constexpr std::uint32_t kNasReboot = 11;
 
 constexpr std::uint32_t kLowestPrivilege = 1;
+
+std::uint32_t terminate_cause(AccountingRecord::End end) {
+    switch (end) {
+        case AccountingRecord::End::kByProgram:
+            return kUserRequest;
+        case AccountingRecord::End::kProgramGone:
+            return kLostCarrier;
+        case AccountingRecord::End::kMachineRestarted:
+            return kNasReboot;
+    }
+    return kUserRequest;
+}
 
 bool add_text(radius::Question &question, Type type, const std::string &text) {
     return text.empty() || question.add(type, text);
@@ -138,7 +152,7 @@ std::optional<radius::Question> radius_record(const AccountingRecord &record, st
     event.classes = record.classes;
     event.session_time = record.elapsed;
     if (record.kind == Kind::kStop) {
-        event.terminate_cause = kUserRequest;
+        event.terminate_cause = terminate_cause(record.end);
     }
     radius::Question request = radius::Question::accounting(std::move(event));
     if (!add_place(request, record.user, record.terminal, record.remote) ||

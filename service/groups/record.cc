@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// As bytes: version (1), kind (1), then numbers of 4 bytes, little-endian, and texts with a
+// As bytes: version (1), kind (1), end (1), then numbers of 4 bytes, little-endian, and texts with a
 // length of 4 bytes before them. What may be absent has a byte before it, 0 or 1.
 
 #include "groups/record.hpp"
@@ -126,6 +126,7 @@ std::string pack_record(const AccountingRecord &record) {
     Writer out;
     out.byte(kVersion);
     out.byte(static_cast<std::uint8_t>(record.kind));
+    out.byte(static_cast<std::uint8_t>(record.end));
     for (const std::uint32_t number :
          {record.session, record.time, record.start, record.service, record.method}) {
         out.number(number);
@@ -151,6 +152,7 @@ std::optional<AccountingRecord> unpack_record(std::string_view bytes) {
         return std::nullopt;
     }
     record.kind = static_cast<AccountingRecord::Kind>(in.byte());
+    record.end = static_cast<AccountingRecord::End>(in.byte());
     for (std::uint32_t *number :
          {&record.session, &record.time, &record.start, &record.service, &record.method}) {
         *number = in.number();
@@ -170,8 +172,9 @@ std::optional<AccountingRecord> unpack_record(std::string_view bytes) {
     for (std::uint32_t left = in.number(); left > 0 && in.ok(); --left) {
         record.classes.push_back(in.text());
     }
-    const bool is_known =
-        record.kind >= AccountingRecord::Kind::kStart && record.kind <= AccountingRecord::Kind::kInterim;
+    const bool is_known = record.kind >= AccountingRecord::Kind::kStart &&
+                          record.kind <= AccountingRecord::Kind::kInterim &&
+                          record.end <= AccountingRecord::End::kMachineRestarted;
     return in.ok() && in.at_end() && is_known ? std::optional(std::move(record)) : std::nullopt;
 }
 

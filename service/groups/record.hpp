@@ -17,8 +17,11 @@ namespace service {
 
 struct AccountingRecord {
     enum class Kind : std::uint8_t { kStart = 1, kStop = 2, kInterim = 3 };
+    // Who ended the session: its program, or the service, which found that the program has gone.
+    enum class End : std::uint8_t { kByProgram, kProgramGone, kMachineRestarted };
 
     Kind kind = Kind::kStart;
+    End end = End::kByProgram;
     std::uint32_t session = 0;
     std::uint32_t time = 0;   // of the event, in seconds since 1970
     std::uint32_t start = 0;  // of the session; 0: not known

@@ -154,10 +154,14 @@ void Walk::ask_next() {
 void Walk::take(ServerResult result) {
     const auto attempt = std::move(attempt_);  // until here: it may be the caller
     const std::string name = servers_[place_]->name();
+    const net::Time took = net::Loop::clock() - asked_at_;
     const std::string &reason =
         result.kind == ServerResult::Kind::kAnswer ? result.outcome.reason : result.text;
-    std::string detail = kind_text(result) + std::string(" after ") +
-                         milliseconds(net::Loop::clock() - asked_at_) + (reason.empty() ? "" : ": ") + reason;
+    std::string detail = kind_text(result) + std::string(" after ") + milliseconds(took) +
+                         (reason.empty() ? "" : ": ") + reason;
+    if (context_.observer != nullptr && *context_.observer) {
+        (*context_.observer)(*servers_[place_], options_.use, result.kind, took);
+    }
     mark(result);
     ++place_;
     const bool goes_on =

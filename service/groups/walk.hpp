@@ -18,15 +18,6 @@ namespace service {
 
 class Probes;
 
-// What all groups share. On the thread of the loop.
-struct GroupContext {
-    net::Loop &loop;
-    Trace &trace;
-    ServerHealth &health;
-    ServerClients &clients;
-    Probes &probes;
-};
-
 // What came of asking one server.
 struct ServerResult {
     enum class Kind : std::uint8_t {
@@ -40,6 +31,19 @@ struct ServerResult {
     Kind kind = Kind::kBroken;
     Outcome outcome;   // of kAnswer
     std::string text;  // of the others: why
+};
+
+// Told what came of asking a server, and how long that took, for figures.
+using ServerObserver = std::function<void(const ServerClient &, Use, ServerResult::Kind, net::Time took)>;
+
+// What all groups share. On the thread of the loop.
+struct GroupContext {
+    net::Loop &loop;
+    Trace &trace;
+    ServerHealth &health;
+    ServerClients &clients;
+    Probes &probes;
+    const ServerObserver *observer = nullptr;
 };
 
 // The time that the server at `place` gets at most: all of its tries where the others' tries

@@ -8,6 +8,7 @@
 
 #include "config/database.hpp"
 #include "platform/cerr.h"
+#include "records/directory.hpp"
 
 namespace service {
 
@@ -39,6 +40,15 @@ void check_database(Snapshot &snapshot, int &count) {
     }
 }
 
+// Nothing here keeps the service from starting, or users from logging in.
+void check_journal(const Settings &settings, int &count) {
+    const std::string &path = settings.accounting.journal;
+    const std::string fault = path.empty() ? "" : accounting::Directory::fault_of(path);
+    if (!fault.empty()) {
+        complain(count, "journal: " + fault);
+    }
+}
+
 }  // namespace
 
 int check_configuration(const KeeperOptions &options) {
@@ -48,6 +58,7 @@ int check_configuration(const KeeperOptions &options) {
         complain(count, fault);
     }
     if (files.settings != nullptr) {
+        check_journal(*files.settings, count);
         Snapshot snapshot;
         snapshot.settings = files.settings;
         snapshot.users = files.users;

@@ -43,12 +43,16 @@ void raise_descriptor_limit() {
 }  // namespace
 
 Daemon::Daemon(const Options &options)
-    : options_(options), groups_(loop_, trace_), last_call_(loop_, [this] { loop_.stop(); }) {}
+    : options_(options),
+      groups_(loop_, trace_),
+      recorder_(loop_, groups_),
+      last_call_(loop_, [this] { loop_.stop(); }) {}
 
 Daemon::~Daemon() {
     if (keeper_ != nullptr) {
         keeper_->stop();  // it posts to the loop
     }
+    monitor_.reset();
     listener_.reset();
     workers_.reset();
 }
@@ -70,6 +74,8 @@ void Daemon::take(SnapshotPtr snapshot) {
         return;
     }
     groups_.use(*snapshot);
+    recorder_.use(snapshot);
+    monitor_->use(snapshot);
     listener_->use(std::move(snapshot));
 }
 
@@ -93,17 +99,30 @@ int Daemon::run() {
     add_local_backends(backends_, loop_, *workers_);
     groups_.add_to(backends_);
     groups_.use(*first_);
-    deciders_ = std::make_unique<Deciders>(Deciders{loop_, *workers_, backends_, lockout_, trace_});
+    recorder_.add_to(backends_);
+    recorder_.use(first_);
+    recorder_.open();
+    deciders_ = std::make_unique<Deciders>(
+        Deciders{loop_, *workers_, backends_, lockout_, trace_,
+                 [this](const Question &question, const Answer &answer, net::Time took) {
+                     monitor_->answered(question, answer, took);
+                 }});
     listener_ = std::make_unique<Listener>(*deciders_,
                                            [this](const Request &request, std::function<void(cerrno)> done) {
                                                configure(request, std::move(done));
                                            });
     listener_->use(first_);
+    monitor_ = std::make_unique<Monitor>(
+        loop_, Sources{groups_, recorder_, lockout_, *workers_, *listener_, *keeper_});
+    groups_.observe([this](const ServerClient &server, Use use, ServerResult::Kind kind, net::Time took) {
+        monitor_->server_answered(server, use, kind, took);
+    });
     make_directory(settings.socket);
     if (const std::string fault = listener_->open(settings.socket, settings.socket_mode); !fault.empty()) {
         log(Level::kError, "NO_SOCKET", "%s", fault.c_str());
         return 1;
     }
+    monitor_->use(first_);
     log(Level::kNotice, "READY", "listening at %s%s", settings.socket.c_str(),
         first_->is_fallback ? ", with the fallback of aaad.conf" : "");
     first_.reset();
@@ -132,6 +151,7 @@ void Daemon::reload() {
     notify_.reloading();
     keeper_->reload([this] {
         loop_.post([this] {
+            recorder_.open();
             log(Level::kNotice, "RELOADED", "the configuration has been read again");
             notify_.ready();
         });

@@ -8,9 +8,11 @@
 #include "backends/local.hpp"
 #include "config/keeper.hpp"
 #include "groups/groups.hpp"
+#include "journal/recorder.hpp"
 #include "listener/listener.hpp"
 #include "main/notify.hpp"
 #include "main/options.hpp"
+#include "monitoring/monitor.hpp"
 
 namespace service {
 
@@ -39,11 +41,13 @@ class Daemon {
     Trace trace_;
     Lockout lockout_;
     Groups groups_;
+    Recorder recorder_;
     Backends backends_;
     std::unique_ptr<Keeper> keeper_;
     std::unique_ptr<Workers> workers_;
     std::unique_ptr<Deciders> deciders_;
     std::unique_ptr<Listener> listener_;
+    std::unique_ptr<Monitor> monitor_;
     SnapshotPtr first_;  // read before there is a listener
     net::Descriptor signals_;
     net::Watch signal_watch_;

@@ -12,6 +12,7 @@
 #include "base/log.hpp"
 #include "main/check.hpp"
 #include "main/daemon.hpp"
+#include "main/drop_queue.hpp"
 #include "main/options.hpp"
 
 namespace {
@@ -50,6 +51,10 @@ int main(int argc, char **argv) {
     service::log_debug(options->debug);
     if (options->check) {
         return service::check_configuration({options->config, options->socket, options->force});
+    }
+    if (!options->drop_queue.empty()) {
+        umask(0077);
+        return service::drop_queue({options->config, options->socket, options->force}, options->drop_queue);
     }
     block_signals();
     umask(0077);

@@ -13,6 +13,7 @@ namespace {
 
 constexpr char kUsage[] =
     "usage: aaad [--foreground] [--debug] [--force] [--config FILE] [--socket PATH] [--check]\n"
+    "       aaad [--config FILE] --drop-queue GROUP\n"
     "\n"
     "The AAA service: answers authentication, authorization and accounting requests.\n"
     "\n"
@@ -22,10 +23,13 @@ constexpr char kUsage[] =
     "  --config FILE  settings, default /etc/aaa/aaad.conf\n"
     "  --socket PATH  listen here and not where the settings say\n"
     "  --check        read the whole configuration, say what is wrong with it, and end\n"
+    "  --drop-queue GROUP\n"
+    "                 while the service is stopped: give up the accounting records that wait\n"
+    "                 for a group, and end\n"
     "\n"
     "SIGHUP reads the configuration again. See aaad(8) and aaad.conf(5).\n";
 
-enum : int { kForeground = 1000, kDebug, kForce, kConfig, kSocket, kCheck, kHelp, kVersion };
+enum : int { kForeground = 1000, kDebug, kForce, kConfig, kSocket, kCheck, kDropQueue, kHelp, kVersion };
 
 constexpr option kOptions[] = {{"foreground", no_argument, nullptr, kForeground},
                                {"debug", no_argument, nullptr, kDebug},
@@ -33,6 +37,7 @@ constexpr option kOptions[] = {{"foreground", no_argument, nullptr, kForeground}
                                {"config", required_argument, nullptr, kConfig},
                                {"socket", required_argument, nullptr, kSocket},
                                {"check", no_argument, nullptr, kCheck},
+                               {"drop-queue", required_argument, nullptr, kDropQueue},
                                {"help", no_argument, nullptr, kHelp},
                                {"version", no_argument, nullptr, kVersion},
                                {nullptr, 0, nullptr, 0}};
@@ -60,6 +65,9 @@ std::optional<Options> read_options(int argc, char **argv, int &status) {
                 break;
             case kCheck:
                 options.check = true;
+                break;
+            case kDropQueue:
+                options.drop_queue = optarg;
                 break;
             case kHelp:
                 std::fputs(kUsage, stdout);

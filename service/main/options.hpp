@@ -15,6 +15,7 @@ struct Options {
     bool debug = false;
     bool check = false;
     bool force = false;
+    std::string drop_queue;  // a group; empty: serve
 };
 
 // Null when the program is to end; `status` is then its exit status.

@@ -138,6 +138,17 @@ Histogram &Registry::histogram(const std::string &name, const std::string &help,
     return *found.histogram;
 }
 
+void Registry::remove(const std::string &name, const std::function<bool(const Labels &)> &is_gone) {
+    const auto family = families_.find(name);
+    if (family == families_.end()) {
+        return;
+    }
+    std::erase_if(family->second.series, [&](const auto &entry) { return is_gone(entry.second.labels); });
+    if (family->second.series.empty()) {
+        families_.erase(family);
+    }
+}
+
 void Registry::write(std::string &out, const std::string &name, const Series &series) {
     if (series.counter != nullptr) {
         line(out, name, series.labels, std::to_string(series.counter->value()));

@@ -23,6 +23,8 @@ using Labels = std::vector<std::pair<std::string, std::string>>;
 class Counter {
   public:
     void add(std::uint64_t count = 1) { value_ += count; }
+    // For a figure that is counted elsewhere.
+    void set(std::uint64_t value) { value_ = value; }
     std::uint64_t value() const { return value_; }
 
   private:
@@ -62,13 +64,18 @@ inline constexpr std::size_t kMostSeries = 1000;
 
 class Registry {
   public:
-    // The series with these labels, made by the first call; it lives as long as the
-    // registry. The name must be one of the format, always have the same type, and the same
-    // labels in the same order; anything else is an error of the caller that ends the process.
+    // The series with these labels, made by the first call; it lives as long as the registry,
+    // or until it is removed. The name must be one of the format, always have the same type,
+    // and the same labels in the same order; anything else is an error of the caller that ends
+    // the process.
     Counter &counter(const std::string &name, const std::string &help, const Labels &labels = {});
     Gauge &gauge(const std::string &name, const std::string &help, const Labels &labels = {});
     Histogram &histogram(const std::string &name, const std::string &help, const std::vector<double> &bounds,
                          const Labels &labels = {});
+
+    // Removes the series of a name for which the function is true, and ends the references to
+    // them: of what is no longer there.
+    void remove(const std::string &name, const std::function<bool(const Labels &)> &is_gone);
 
     // Called before each text(), to set gauges to figures that are kept elsewhere.
     void before_text(std::function<void()> call) { before_text_.push_back(std::move(call)); }

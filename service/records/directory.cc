@@ -84,6 +84,20 @@ bool Directory::open_checked(std::string &error) {
     return true;
 }
 
+std::string Directory::fault_of(const std::string &path) {
+    struct stat status;
+    if (lstat(path.c_str(), &status) != 0) {
+        const bool can_be_made = errno == ENOENT && access(parent_of(path).c_str(), F_OK) == 0;
+        return can_be_made ? "" : path + ": " + reason() + "; make it with: install -d -m 0700 " + path;
+    }
+    if (!S_ISDIR(status.st_mode)) {
+        return path + " is no directory, or a symbolic link; name the directory itself";
+    }
+    return (status.st_mode & 077) == 0
+               ? ""
+               : "other users may enter " + path + "; check the files in it, then: chmod 0700 " + path;
+}
+
 bool Directory::lock(std::string &error) {
     lock_ = open_file(kLockName, O_RDWR | O_CREAT);
     if (!lock_) {

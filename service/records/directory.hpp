@@ -22,6 +22,10 @@ class Directory {
     // processes. `error` says what is wrong and what to do.
     bool open(const std::string &path, std::string &error);
 
+    // What open() would refuse in a directory that exists, as far as any user can see. Changes
+    // nothing.
+    static std::string fault_of(const std::string &path);
+
     // A file of the directory; with O_CREAT a new one. Empty with errno on failure: EPERM
     // for a file that is not the service's own.
     net::Descriptor open_file(const std::string &name, int flags) const;

@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <sys/random.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -83,6 +84,9 @@ Result Segments::make_current(std::uint64_t first) {
     const std::string name = next.name.text();
     next.file = directory_.open_file(name, O_RDWR | O_CREAT | O_EXCL);
     if (!next.file) {
+        if (errno == ENOENT) {
+            return give_up("the directory was removed while the service uses it: cannot make " + name);
+        }
         const bool full = is_no_room(errno);
         if (!full) {
             complain("cannot make " + directory_.path() + "/" + name + ": " + std::strerror(errno));
@@ -108,6 +112,24 @@ Result Segments::make_current(std::uint64_t first) {
     names_.push_back(next.name);
     current_ = std::move(next);
     return Result::kOk;
+}
+
+// A file that has lost its name ends with the service, and all records in it.
+bool Segments::current_was_removed() {
+    struct stat status;
+    if (fstat(current_->file.get(), &status) != 0 || status.st_nlink != 0) {
+        return false;
+    }
+    log_(directory_.path() + "/" + current_->name.text() +
+         " was removed while records were written to it; what it held may be lost if the service ends now");
+    forget(current_->name.first);
+    current_.reset();
+    return true;
+}
+
+void Segments::forget(std::uint64_t first) {
+    std::erase_if(names_, [first](const SegmentName &other) { return other.first == first; });
+    std::erase_if(list_, [first](const SegmentInfo &other) { return other.first == first; });
 }
 
 Result Segments::write(std::string_view frames) {
@@ -155,8 +177,11 @@ Segments::Appended Segments::append(std::span<const Unwritten> records) {
             places.push_back({record.sequence, current_->name.first, current_->size + frames.size()});
             encode_frame(current_->name.mark, record.sequence, record.body, frames);
         }
-        SegmentInfo &info = list_.back();
         out.result = write(frames);
+        if (out.result == Result::kOk && current_was_removed()) {
+            continue;  // the same records again, to a new segment
+        }
+        SegmentInfo &info = list_.back();
         if (out.result == Result::kOk) {
             info.last = places.back().sequence;
             info.bytes = current_->size;
@@ -188,8 +213,7 @@ bool Segments::remove(std::uint64_t first, std::uint64_t last) {
     if (!directory_.remove(name) && errno != ENOENT) {
         complain("cannot remove " + directory_.path() + "/" + name + ": " + std::strerror(errno));
     }
-    std::erase_if(names_, [first](const SegmentName &other) { return other.first == first; });
-    std::erase_if(list_, [first](const SegmentInfo &other) { return other.first == first; });
+    forget(first);
     return true;
 }
 

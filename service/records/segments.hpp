@@ -102,6 +102,8 @@ class Segments {
     void cut(const SegmentName &name, net::Descriptor &file, std::size_t size);
     Result make_current(std::uint64_t first);
     Result write(std::string_view frames);
+    bool current_was_removed();
+    void forget(std::uint64_t first);
     Result give_up(const std::string &what);
     void complain(const std::string &what);
     SegmentInfo *find(std::uint64_t first);

@@ -55,6 +55,8 @@ class FreeRadius {
     void pause();
     void resume();
     void stop();
+    // Starts it again at the same ports, after stop().
+    bool start_again() { return start(); }
     // The records of accounting, as text.
     std::string detail() const { return directory_.read("detail"); }
     // What it has printed.

@@ -189,10 +189,10 @@ Reply Client::authorize(const Ask &ask) {
 Reply Client::account(const Ask &ask) {
     Composed c(ask);
     aaa_svc_attrs_t attrs{};
-    EXPECT_EQ(
-        aaa_util_msg_acct_compose(&c.record, ask.record, AAA_SVC_EXEC, ask.list.c_str(), 0, &c.cred, &attrs,
-                                  4711, &c.iov, &c.count, c.buffer, sizeof c.buffer, nullptr, ask.session),
-        AAA_OK);
+    EXPECT_EQ(aaa_util_msg_acct_compose(&c.record, ask.record, AAA_SVC_EXEC, ask.list.c_str(), 0, &c.cred,
+                                        &attrs, ask.number, &c.iov, &c.count, c.buffer, sizeof c.buffer,
+                                        nullptr, ask.session),
+              AAA_OK);
     return exchange(c, AAA_REQ_ACCT, ask);
 }
 
@@ -334,7 +334,13 @@ Aaad::~Aaad() {
 }
 
 void Aaad::settings(const std::string &text) {
-    dir_.write("aaad.conf", "users " + dir_.path("users") + "\nsocket " + socket_ + "\n" + text);
+    const auto unless_set = [&](const std::string &word, const std::string &value) {
+        return ("\n" + text).find("\n" + word + " ") == std::string::npos ? word + " " + value + "\n" : "";
+    };
+    // After the test's own lines, whose numbers faults name.
+    dir_.write("aaad.conf", "users " + dir_.path("users") + "\nsocket " + socket_ + "\n" + text + "\n" +
+                                unless_set("journal", dir_.path("accounting")) +
+                                unless_set("metrics-socket", dir_.path("metrics.sock")));
 }
 
 void Aaad::users(const std::string &text) {

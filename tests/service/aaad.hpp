@@ -63,7 +63,8 @@ struct Ask {
     uint32_t session = 0;  // form of the message
     uint32_t authen_method = AAA_METHOD_LOCAL;
     uint32_t record = AAA_ACCT_START_OPT;
-    uint32_t type = 0;  // AAA_MT_... of an authentication that is no usual login
+    uint32_t number = 4711;  // of the accounting session
+    uint32_t type = 0;       // AAA_MT_... of an authentication that is no usual login
     int64_t deadline = AAA_TRANSPORT_NEVER;
 };
 

@@ -74,6 +74,15 @@ TEST_F(LockoutTest, ForgetsAfterTheWindowAndAfterAPass) {
     EXPECT_FALSE(locked("alice", "192.0.2.1", 61 * kSecond));
 }
 
+TEST_F(LockoutTest, CountsLockOuts) {
+    lock("alice", "192.0.2.1");
+    lock("bob", "192.0.2.2");
+    EXPECT_EQ(table_.begun(), 2U);
+    EXPECT_EQ(table_.locked(0), 2U);
+    EXPECT_EQ(table_.locked(200 * kSecond), 0U) << "their time is over";
+    EXPECT_EQ(table_.begun(), 2U);
+}
+
 TEST_F(LockoutTest, LocksASourceThatTriesManyUsers) {
     for (int i = 0; i < 19; ++i) {
         EXPECT_FALSE(fail("user" + std::to_string(i), "192.0.2.1"));

@@ -86,6 +86,33 @@ TEST(Settings, ReadsEverySetting) {
     EXPECT_EQ(settings.servers.dead_time_s, 0u);
 }
 
+TEST(Settings, OfAccountingAndMetrics) {
+    Settings settings = parse("");
+    EXPECT_EQ(settings.accounting.journal, "/var/lib/aaa/accounting");
+    EXPECT_EQ(settings.accounting.limit_mib, 256u);
+    EXPECT_EQ(settings.accounting.alarm_percent, 80u);
+    EXPECT_FALSE(settings.accounting.drop_oldest);
+    EXPECT_EQ(settings.accounting.interim_s, 0u);
+    EXPECT_TRUE(settings.accounting.close_sessions);
+    EXPECT_EQ(settings.metrics.socket, "/run/aaa/metrics.sock");
+    EXPECT_EQ(settings.metrics.mode, 0660u);
+    settings = parse(
+        "journal /j\njournal-limit 7\njournal-alarm 9\njournal-when-full drop-oldest\ninterim-interval 300\n"
+        "close-sessions no\nmetrics-socket none\nmetrics-socket-mode 0600");
+    EXPECT_EQ(settings.accounting.journal, "/j");
+    EXPECT_EQ(settings.accounting.limit_mib, 7u);
+    EXPECT_EQ(settings.accounting.alarm_percent, 9u);
+    EXPECT_TRUE(settings.accounting.drop_oldest);
+    EXPECT_EQ(settings.accounting.interim_s, 300u);
+    EXPECT_FALSE(settings.accounting.close_sessions);
+    EXPECT_EQ(settings.metrics.socket, "");
+    EXPECT_EQ(settings.metrics.mode, 0600u);
+    EXPECT_EQ(parse("journal none").accounting.journal, "");
+    EXPECT_EQ(fault_of("journal nowhere"), "f:1: \"nowhere\" is neither an absolute path nor the word none");
+    EXPECT_EQ(fault_of("journal-when-full refuze"), "f:1: \"refuze\"; did you mean \"refuse\"?");
+    EXPECT_EQ(fault_of("journal-limit 0"), "f:1: \"0\" is not a number from 1 to 1048576");
+}
+
 TEST(Settings, AFaultNamesItsLineAndTheWayOut) {
     EXPECT_EQ(fault_of("\n\npatiense 5000\n"),
               "f:3: \"patiense\" is not a setting; did you mean \"patience\"?");

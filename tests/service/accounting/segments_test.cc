@@ -351,6 +351,33 @@ TEST_F(SegmentsTest, TooManyOpenFilesPass) {
 }
 
 // After EIO the page cache may have dropped what it could not write.
+// Someone deletes the file that is being written: what is answered must be in another one.
+TEST_F(SegmentsTest, ARemovedFileIsFollowedByAnother) {
+    reopen();
+    append(1, 2);
+    for (const std::string &name : names_in(path, "records-")) {
+        std::filesystem::remove(path + "/" + name);
+    }
+    const Segments::Appended appended = append(3, 4);
+    EXPECT_EQ(appended.durable, 2U);
+    EXPECT_EQ(appended.result, Result::kOk);
+    EXPECT_TRUE(lines.has("was removed while records were written to it"));
+    expect_range(read_all(3, 4), 3, 4);
+    expect_range(reopen(), 3, 4);
+}
+
+TEST_F(SegmentsTest, ARemovedDirectoryIsFinal) {
+    reopen();
+    append(1, 2);
+    std::filesystem::remove_all(path);
+    const Segments::Appended appended = append(3, 4);
+    EXPECT_EQ(appended.durable, 0U);
+    EXPECT_EQ(appended.result, Result::kFailed);
+    EXPECT_TRUE(appended.broken);
+    EXPECT_TRUE(lines.has("the directory was removed while the service uses it"));
+    EXPECT_EQ(append(5, 5).result, Result::kFailed);
+}
+
 TEST_F(SegmentsTest, AFailedSyncIsFinal) {
     for (const FailingFiles::Call call :
          {FailingFiles::kSyncData, FailingFiles::kWrite, FailingFiles::kSync}) {

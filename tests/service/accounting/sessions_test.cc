@@ -146,6 +146,39 @@ TEST_F(SessionsTest, GetNoInterimRecordsWithoutAnInterval) {
 }
 
 // A callback may close the session it is called for, and others.
+TEST_F(SessionsTest, MayGetAnotherInterval) {
+    start();
+    apply("a", Kind::kStart);
+    sessions->start();
+    sessions->set_interim(net::kMillisecond);
+    run_until(loop, [&] { return interims.size() >= 2; });
+    sessions->set_interim(0);
+    const std::size_t before = interims.size();
+    loop.run_once(loop.now() + 20 * net::kMillisecond);
+    EXPECT_EQ(interims.size(), before);
+}
+
+TEST_F(SessionsTest, AreFoundByName) {
+    start();
+    apply("a", Kind::kStart);
+    ASSERT_NE(sessions->find("a"), nullptr);
+    EXPECT_EQ(sessions->find("a")->sequence, sequence);
+    EXPECT_EQ(sessions->find("b"), nullptr);
+    apply("a", Kind::kStop);
+    EXPECT_EQ(sessions->find("a"), nullptr);
+}
+
+// After a restart of the machine all processes have ended, and no one else will say so.
+TEST_F(SessionsTest, AreLookedAtFirstWhenTheServiceStarts) {
+    settings.check_every = 3600 * net::kSecond;
+    start();
+    apply("a", Kind::kStart);
+    ended_processes = {"a"};
+    sessions->start();
+    run_until(loop, [&] { return !ended.empty(); });
+    EXPECT_EQ(ended, Names{"a"});
+}
+
 TEST_F(SessionsTest, MayBeClosedByTheirInterimRecord) {
     settings.interim_every = net::kMillisecond;
     start();

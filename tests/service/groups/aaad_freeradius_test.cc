@@ -3,6 +3,7 @@
 // Logins and records through aaad at Debian's FreeRADIUS, which is another implementation.
 
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include "radius/freeradius.hpp"
 #include "service/groups/group_fixture.hpp"
@@ -43,6 +44,10 @@ TEST_F(AaadWithFreeRadius, LogsInAuthorizesAndRecords) {
     EXPECT_EQ(client.account(ask).result, AAA_OK);
     ask.record = AAA_ACCT_STOP_OPT;
     EXPECT_EQ(client.account(ask).result, AAA_OK);
+    // Answered before the server has it.
+    while (server_->detail().find("Acct-Status-Type = Stop") == std::string::npos) {
+        poll(nullptr, 0, 20);
+    }
     const std::string detail = server_->detail();
     for (const char *line :
          {"Acct-Status-Type = Start", "Acct-Status-Type = Stop", "User-Name = \"alice\"",

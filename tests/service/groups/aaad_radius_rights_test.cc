@@ -128,6 +128,7 @@ TEST_F(AaadRadiusRights, RecordsCarryTheClassOfTheLogin) {
 TEST_F(AaadRadiusRights, ARecordThatNoServerTakesIsAnError) {
     add_radius(first_, 50);
     lists({"corp"});
+    aaad_.settings("journal none\n");
     aaad_.start();
     EXPECT_EQ(aaad_.client().account(ask_as("ann", std::nullopt)).result, AAA_ERR_ACCT_SERVICE);
 }

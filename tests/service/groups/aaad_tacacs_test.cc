@@ -199,6 +199,7 @@ TEST_F(AaadTacacs, AnErrorOfTheServerIsFollowedByTheNext) {
     EXPECT_EQ(aaad_.login(ask_as("err", "secret")).status, uint32_t{AAA_STAT_PASS});
     EXPECT_EQ(shell("err").status, uint32_t{AAA_STAT_PASS});
     EXPECT_EQ(aaad_.client().account(ask_as("err", std::nullopt)).result, AAA_OK);
+    second.wait_for("task_id=4711", 1);
 }
 
 TEST_F(AaadTacacs, ALostConnectionIsFollowedByTheNextMethod) {

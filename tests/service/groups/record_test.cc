@@ -12,6 +12,7 @@ namespace {
 AccountingRecord full() {
     AccountingRecord record;
     record.kind = AccountingRecord::Kind::kStop;
+    record.end = AccountingRecord::End::kMachineRestarted;
     record.session = 4711;
     record.time = 1700000060;
     record.start = 1700000000;
@@ -28,11 +29,11 @@ AccountingRecord full() {
 }
 
 bool same(const AccountingRecord &one, const AccountingRecord &other) {
-    return one.kind == other.kind && one.session == other.session && one.time == other.time &&
-           one.start == other.start && one.service == other.service && one.method == other.method &&
-           one.privilege == other.privilege && one.elapsed == other.elapsed && one.user == other.user &&
-           one.terminal == other.terminal && one.remote == other.remote && one.command == other.command &&
-           one.classes == other.classes;
+    return one.kind == other.kind && one.end == other.end && one.session == other.session &&
+           one.time == other.time && one.start == other.start && one.service == other.service &&
+           one.method == other.method && one.privilege == other.privilege && one.elapsed == other.elapsed &&
+           one.user == other.user && one.terminal == other.terminal && one.remote == other.remote &&
+           one.command == other.command && one.classes == other.classes;
 }
 
 TEST(Record, ReadsWhatItPacks) {

@@ -73,6 +73,19 @@ TEST(Registry, LimitsTheSeriesOfAName) {
     EXPECT_NE(text.find("a_total{user=\"other\"} 2000\n"), std::string::npos);
 }
 
+TEST(Registry, ForgetsWhatIsRemoved) {
+    Registry registry;
+    registry.counter("requests_total", "Requests.", {{"server", "one"}}).set(7);
+    registry.counter("requests_total", "Requests.", {{"server", "two"}}).add();
+    registry.remove("requests_total", [](const Labels &labels) { return labels[0].second == "two"; });
+    registry.remove("unknown", [](const Labels &) { return true; });
+    EXPECT_NE(registry.text().find("requests_total{server=\"one\"} 7\n"), std::string::npos);
+    EXPECT_EQ(registry.text().find("two"), std::string::npos);
+    registry.remove("requests_total", [](const Labels &) { return true; });
+    EXPECT_EQ(registry.text(), "") << "without series there is no help either";
+    EXPECT_EQ(registry.counter("requests_total", "Requests.", {{"server", "two"}}).value(), 0U);
+}
+
 TEST(Registry, AsksForFiguresBeforeItsText) {
     Registry registry;
     Gauge &gauge = registry.gauge("g", "G.");
