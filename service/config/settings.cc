@@ -104,6 +104,11 @@ bool read_path(Reader &reader, Words words, std::string &out) {
     return true;
 }
 
+bool read_path_or_none(Reader &reader, Words words, std::string &out) {
+    out = words[1];
+    return words[1] == "none" || read_path(reader, words, out);
+}
+
 bool read_mode(Reader &reader, Words words, std::uint32_t &out) {
     std::uint32_t mode = 0;
     for (const char digit : words[1]) {
@@ -235,6 +240,8 @@ constexpr std::size_t kMany = 32;
 constexpr Key kKeys[] = {
     {"socket", 1, 1, false, [](Reader &r, Words w) { return read_path(r, w, r.settings.socket); }},
     {"socket-mode", 1, 1, false, [](Reader &r, Words w) { return read_mode(r, w, r.settings.socket_mode); }},
+    {"control-socket", 1, 1, false,
+     [](Reader &r, Words w) { return read_path_or_none(r, w, r.settings.control_socket); }},
     {"users", 1, 1, false, [](Reader &r, Words w) { return read_path(r, w, r.settings.users); }},
     {"system-accounts", 1, 1, false,
      [](Reader &r, Words w) { return read_switch(r, w, r.settings.system_accounts); }},

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <utility>
 
 #include "aaa/result_codes.h"
@@ -49,6 +50,7 @@ Daemon::~Daemon() {
     if (keeper_ != nullptr) {
         keeper_->stop();  // it posts to the loop
     }
+    control_.reset();
     listener_.reset();
     workers_.reset();
 }
@@ -65,12 +67,11 @@ bool Daemon::watch_signals() {
 }
 
 void Daemon::take(SnapshotPtr snapshot) {
-    if (listener_ == nullptr) {
-        first_ = std::move(snapshot);
-        return;
+    present_ = std::move(snapshot);
+    if (listener_ != nullptr) {  // otherwise it is the first
+        groups_.use(*present_);
+        listener_->use(present_);
     }
-    groups_.use(*snapshot);
-    listener_->use(std::move(snapshot));
 }
 
 int Daemon::run() {
@@ -88,29 +89,52 @@ int Daemon::run() {
         return 1;
     }
     loop_.run_once(0);  // the first snapshot has been posted
-    const Settings &settings = *first_->settings;
+    const SnapshotPtr first = present_;
+    const Settings &settings = *first->settings;
     workers_ = std::make_unique<Workers>(loop_, settings.hash_threads);
     add_local_backends(backends_, loop_, *workers_);
     groups_.add_to(backends_);
-    groups_.use(*first_);
+    groups_.use(*first);
     deciders_ = std::make_unique<Deciders>(Deciders{loop_, *workers_, backends_, lockout_, trace_});
     listener_ = std::make_unique<Listener>(*deciders_,
                                            [this](const Request &request, std::function<void(cerrno)> done) {
                                                configure(request, std::move(done));
                                            });
-    listener_->use(first_);
+    listener_->use(first);
     make_directory(settings.socket);
     if (const std::string fault = listener_->open(settings.socket, settings.socket_mode); !fault.empty()) {
         log(Level::kError, "NO_SOCKET", "%s", fault.c_str());
         return 1;
     }
+    open_control();
     log(Level::kNotice, "READY", "listening at %s%s", settings.socket.c_str(),
-        first_->is_fallback ? ", with the fallback of aaad.conf" : "");
-    first_.reset();
+        first->is_fallback ? ", with the fallback of aaad.conf" : "");
     notify_.ready();
     loop_.run();
     log(Level::kNotice, "ENDED", "the service has ended");
     return 0;
+}
+
+// Logins are answered without it, too.
+void Daemon::open_control() {
+    const Settings &settings = *present_->settings;
+    const std::string path = settings.control_path();
+    if (path.empty()) {
+        return;
+    }
+    make_directory(path);
+    control_ = std::make_unique<Control>(
+        ControlSources{loop_, trace_, groups_, [this] { return present_; },
+                       [this] { return listener_->clients(); }, AAA_VERSION, settings.socket,
+                       static_cast<std::int64_t>(std::time(nullptr))},
+        trace_);
+    control_->provide(ControlRequest::Kind::kSessions, [this](JsonWriter &out) {
+        out.number("sessions", static_cast<std::int64_t>(groups_.sessions()));
+    });
+    if (const std::string fault = control_->open(path); !fault.empty()) {
+        log(Level::kError, "NO_CONTROL", "aaactl cannot show what the service does: %s", fault.c_str());
+        control_.reset();
+    }
 }
 
 void Daemon::on_signal() {

@@ -7,6 +7,7 @@
 
 #include "backends/local.hpp"
 #include "config/keeper.hpp"
+#include "control/control.hpp"
 #include "groups/groups.hpp"
 #include "listener/listener.hpp"
 #include "main/notify.hpp"
@@ -31,6 +32,7 @@ class Daemon {
     void reload();
     void stop();
     void take(SnapshotPtr snapshot);
+    void open_control();
     void configure(const Request &request, std::function<void(cerrno)> done);
 
     Options options_;
@@ -44,7 +46,8 @@ class Daemon {
     std::unique_ptr<Workers> workers_;
     std::unique_ptr<Deciders> deciders_;
     std::unique_ptr<Listener> listener_;
-    SnapshotPtr first_;  // read before there is a listener
+    std::unique_ptr<Control> control_;
+    SnapshotPtr present_;
     net::Descriptor signals_;
     net::Watch signal_watch_;
     net::Timer last_call_;
