@@ -106,6 +106,9 @@ void ControlConnection::handle(std::string_view line) {
         out_ += error_line("bad-request", error);
         return;
     }
+    if (follower_ != nullptr) {  // an answer follows the steps until now
+        follower_->append_to(out_, kMostBuffered);
+    }
     switch (request->kind) {
         case Kind::kStatus:
             out_ += status_line(host_.sources, host_.clients());
