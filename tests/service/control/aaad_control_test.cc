@@ -11,6 +11,7 @@
 
 #include "service/aaad.hpp"
 #include "service/control/control_socket.hpp"
+#include "support/machine.hpp"
 
 namespace {
 
@@ -154,9 +155,7 @@ TEST_F(AaadControl, AReaderThatStopsMissesStepsAndDelaysNoLogin) {
 }
 
 TEST_F(AaadControl, OtherUsersMayNotAsk) {
-    if (getuid() != 0) {
-        GTEST_SKIP() << "needs root, to be another user";
-    }
+    SKIP_WITHOUT_ROOT("needs root, to be another user");
     aaad_.start();
     ASSERT_EQ(chmod(aaad_.dir().path("").c_str(), 0755), 0);
     const auto as_nobody = [&](int expected_error, const char *expected_code) {
