@@ -11,6 +11,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/control.h"
+
 namespace aaaplatform {
 
 // Severities are the syslog levels.
@@ -30,6 +32,8 @@ struct LineInfo {
     uint32_t severity;
     const char *mnemonic;
     uint32_t msg_id;
+    const aaa_platform_log_field_t *fields = nullptr;  // for the journal
+    uint32_t field_count = 0;
 };
 
 // Parses the name of a sink; kUnset for null and for an empty word. Returns false

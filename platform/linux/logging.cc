@@ -64,7 +64,8 @@ struct Word {
 };
 
 // Builds "%FACILITY-CATEGORY-severity-MNEMONIC : text" and sends it.
-void emit_record(const kel_msg_rec_t &record, uint32_t severity, const char *text, std::size_t len) {
+void emit_record(const kel_msg_rec_t &record, uint32_t severity, const char *text, std::size_t len,
+                 const aaa_platform_log_field_t *fields = nullptr, uint32_t count = 0) {
     const Sink sink = current_sink();
     if (sink == Sink::kNone) {
         return;
@@ -77,8 +78,10 @@ void emit_record(const kel_msg_rec_t &record, uint32_t severity, const char *tex
                                 mnemonic.text);
     const std::size_t prefix = n > 0 ? static_cast<std::size_t>(n) : 0;
     const std::size_t total = prefix + make_visible(line + prefix, sizeof line - prefix, text, len);
-    emit(sink, LineInfo{severity, record.mnemonic != nullptr ? mnemonic.text : nullptr, record.msg_id}, line,
-         total);
+    emit(sink,
+         LineInfo{severity, record.mnemonic != nullptr ? mnemonic.text : nullptr, record.msg_id, fields,
+                  fields != nullptr ? count : 0},
+         line, total);
 }
 
 // ---- rate limit --------------------------------------------------------------
@@ -179,6 +182,26 @@ void kel_errmsg(const void *record, uint32_t severity, ...) {
             format_bounded(text, sizeof text, rec->format != nullptr ? rec->format : "(no text)", arguments);
         va_end(arguments);
         emit_record(*rec, level, text, len);
+    }
+    errno = saved_errno;
+}
+
+void aaa_platform_log(const void *record, uint32_t severity, const aaa_platform_log_field_t *fields,
+                      uint32_t count, const char *text) {
+    const int saved_errno = errno;
+    if (record == nullptr) {
+        kel_errmsg(nullptr, severity);
+        return;
+    }
+    const auto *rec = static_cast<const kel_msg_rec_t *>(record);
+    const uint32_t level = severity & 7u;
+    const Verdict verdict = ask_limit(rec->limit);
+    if (verdict.pass) {
+        if (verdict.held_back != 0) {
+            report_held_back(*rec, level, verdict);
+        }
+        const char *given = text != nullptr ? text : "(no text)";
+        emit_record(*rec, level, given, strnlen(given, kTextSize), fields, count);
     }
     errno = saved_errno;
 }

@@ -149,6 +149,16 @@ const char *program_name(char (&name)[kNameSize]) {
     return *name != '\0' ? name : "-";
 }
 
+// The journal ignores a whole entry for some of the names that it does not allow.
+bool is_field_name(const char *name) {
+    constexpr std::size_t kMost = 64;
+    if (name == nullptr || *name < 'A' || *name > 'Z') {
+        return false;
+    }
+    const std::size_t len = std::strspn(name, "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_");
+    return len <= kMost && name[len] == '\0';
+}
+
 bool emit_journal(const LineInfo &info, const char *text, std::size_t len) {
     char name[kNameSize];
     Datagram datagram;
@@ -163,6 +173,11 @@ bool emit_journal(const LineInfo &info, const char *text, std::size_t len) {
         datagram.field("AAA_MSG_ID", id);
     }
     datagram.field("MESSAGE", text, len);
+    for (uint32_t i = 0; i < info.field_count; ++i) {
+        if (is_field_name(info.fields[i].name)) {
+            datagram.field(info.fields[i].name, info.fields[i].value);
+        }
+    }
     return send_datagram(socket_path("AAA_JOURNAL_SOCKET", kJournalSocket), datagram.bytes, datagram.len);
 }
 

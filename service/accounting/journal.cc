@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "probes/probes.hpp"
+
 namespace accounting {
 
 namespace {
@@ -128,6 +130,7 @@ void Journal::append(Record record, Done done) {
     Unwritten unwritten{record.sequence, {}};
     encode_body(record, unwritten.body);
     waiting_bytes_ += bytes;
+    AAA_PROBE2(journal_append, record.sequence, bytes);
     waiting_[record.sequence] = {std::make_shared<const Record>(std::move(record)), bytes, std::move(done)};
     thread_->append(std::move(unwritten));
 }
@@ -141,6 +144,7 @@ void Journal::written(const Segments::Appended &appended) {
     std::vector<Durable> durable;
     std::vector<Done> done;
     const std::size_t count = appended.durable + appended.failed;
+    AAA_PROBE2(journal_written, appended.durable, appended.failed);
     for (std::size_t i = 0; i < count; ++i) {
         auto first = waiting_.extract(waiting_.begin());
         waiting_bytes_ -= first.mapped().bytes;

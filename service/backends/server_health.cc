@@ -14,6 +14,11 @@ ServerHealth::State ServerHealth::state(std::string_view server, Time now) const
     return found->second.until <= now ? State::kProbe : State::kDead;
 }
 
+const ServerHealth::Mark *ServerHealth::mark(std::string_view server) const {
+    const auto found = dead_.find(server);
+    return found != dead_.end() ? &found->second : nullptr;
+}
+
 std::vector<std::size_t> ServerHealth::order(const std::vector<std::string> &servers, Time now) const {
     std::vector<std::size_t> first, last;
     for (std::size_t i = 0; i < servers.size(); ++i) {

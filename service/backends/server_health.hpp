@@ -26,6 +26,13 @@ class ServerHealth {
 
     State state(std::string_view server, Time now) const;
 
+    struct Mark {
+        Time until = 0;  // dead until then
+        bool is_probed = false;
+    };
+    // Of a server that is not alive; null otherwise.
+    const Mark *mark(std::string_view server) const;
+
     // The servers in the order in which they are to be asked: those that answer and those to
     // be probed in the given order, then the dead ones. A request that begins to ask a server
     // calls asking().
@@ -42,11 +49,6 @@ class ServerHealth {
     void keep_only(const std::function<bool(const std::string &)> &is_configured);
 
   private:
-    struct Mark {
-        Time until = 0;  // dead until then
-        bool is_probed = false;
-    };
-
     std::map<std::string, Mark, std::less<>> dead_;
 };
 

@@ -68,10 +68,9 @@ const char *record_word(std::uint32_t record) {
 }
 
 Outcome write_record(const Question &question) {
-    log(Level::kInfo, "ACCOUNTING",
-        "[%s] %s user=%s terminal=%s from=%s session=%u service=%s command=\"%s\"",
-        id_text(question.id).c_str(), record_word(question.record), question.user.c_str(),
-        question.terminal.c_str(), question.remote.c_str(), question.session,
+    log(Level::kInfo, "ACCOUNTING", {question.id, question.user, "method", "syslog", question.client_pid},
+        "%s user=%s terminal=%s from=%s session=%u service=%s command=\"%s\"", record_word(question.record),
+        question.user.c_str(), question.terminal.c_str(), question.remote.c_str(), question.session,
         aaa_print_service(question.service), question.command.value_or("").c_str());
     return Outcome::pass("written to the log");
 }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,24 +24,54 @@ using LoginId = std::uint64_t;
 std::string id_text(LoginId id);
 
 enum class Step : std::uint8_t {
-    kRequest,  // a request came: detail says from whom and for what
+    kRequest,  // a request came: from whom and for what
     kList,     // the method list that applies
     kMethod,   // a method is asked
-    kServer,   // a server is asked; written by the clients of protocols
+    kServer,   // a server is asked, or passed over
+    kReply,    // what a server answered, and why the next one is asked
     kOutcome,  // what a method answered, and why the next one is asked
     kAnswer    // the answer to the client
 };
 const char *step_name(Step step);
 
+// Who asks for what: of the step kRequest.
+struct TraceRequest {
+    std::string service;  // "login"
+    std::string list;     // as the request names it
+    std::string remote;   // address that the user comes from
+    std::string terminal;
+    std::string command;  // without what looks like a password in it
+    std::int32_t client_pid = 0;
+    std::uint32_t client_uid = 0;
+};
+
+// What no event may hold: passwords, keys, answers to challenges.
 struct TraceEvent {
-    std::uint64_t number = 0;  // counts all events of the process, from 1
+    std::uint64_t number = 0;  // counts all events of the process, from 1; set by the trace
     std::int64_t at = 0;       // nanoseconds of CLOCK_MONOTONIC
     LoginId id = 0;
     Step step = Step::kRequest;
     std::string user;
-    std::string subject;  // the list, method or server
-    std::string detail;   // for people; holds no secret
+    std::string subject;  // the function, list, method, server or status
+    std::string detail;   // for people
+
+    const char *function = "";   // "authentication"
+    const char *outcome = "";    // a word: what came of it
+    std::string text = {};       // what the user is told, of kAnswer
+    std::string next = {};       // the method or server that is asked next
+    std::int64_t duration = -1;  // nanoseconds since the question to the server, to the method or the request
+    unsigned tries = 0;          // how often a server was asked
+    std::int64_t wall = 0;       // nanoseconds since 1970; set by the trace
+    std::shared_ptr<const TraceRequest> request = {};
 };
+
+// A command as the trace shows it: cut, and without the words after "password", "secret", "key"
+// and the like.
+std::string command_for_trace(const std::string &command);
+
+// "no answer after 2001.3 ms in 2 tries: no reply; the next is local": all that an event tells
+// besides its subject.
+std::string event_text(const TraceEvent &event);
 
 class Trace {
   public:
@@ -50,11 +81,16 @@ class Trace {
     Trace(const Trace &) = delete;
     Trace &operator=(const Trace &) = delete;
 
-    // Numbers the event and keeps it in place of the oldest one.
+    // Numbers the event, keeps it in place of the oldest one, and calls the probes.
     void add(TraceEvent event);
     // Calls `visit` with the kept events from a number on, oldest first. Returns the number
     // to go on with.
     std::uint64_t visit(std::uint64_t from, const Follower &visit) const;
+
+    // The kept events have the numbers from oldest() to next() - 1.
+    std::uint64_t oldest() const { return next_ - ring_.size(); }
+    std::uint64_t next() const { return next_; }
+    const TraceEvent &at(std::uint64_t number) const { return ring_[(number - 1) % room_]; }
 
     // Has a function called with each new event. It may add and remove followers.
     std::uint64_t follow(Follower follower);

@@ -217,6 +217,11 @@ constexpr std::size_t kMany = 32;
 constexpr Key kKeys[] = {
     {"socket", 1, 1, false, [](Reader &r, Words w) { return read_path(r, w, r.settings.socket); }},
     {"socket-mode", 1, 1, false, [](Reader &r, Words w) { return read_mode(r, w, r.settings.socket_mode); }},
+    {"control-socket", 1, 1, false,
+     [](Reader &r, Words w) {
+         r.settings.control_socket = w[1];
+         return w[1] == "none" || read_path(r, w, r.settings.control_socket);
+     }},
     {"users", 1, 1, false, [](Reader &r, Words w) { return read_path(r, w, r.settings.users); }},
     {"system-accounts", 1, 1, false,
      [](Reader &r, Words w) { return read_switch(r, w, r.settings.system_accounts); }},

@@ -72,6 +72,7 @@ struct MetricsSettings {
 struct Settings {
     std::string socket = "/run/aaa/aaad.sock";
     std::uint32_t socket_mode = 0666;
+    std::string control_socket;  // "none", or empty: "control.sock" next to the socket
     std::string users = "/etc/aaa/users";
     bool system_accounts = false;  // the method "local" knows the host's accounts too
     std::vector<AccessRule> rules;
@@ -89,6 +90,12 @@ struct Settings {
     MetricsSettings metrics;
 
     Settings();
+    // Where administrators' programs connect; empty: nowhere.
+    std::string control_path() const {
+        return control_socket == "none"  ? ""
+               : !control_socket.empty() ? control_socket
+                                         : socket.substr(0, socket.rfind('/') + 1) + "control.sock";
+    }
 };
 
 // Users and groups by name; functions, so that tests and the fuzzer need no accounts.

@@ -36,6 +36,7 @@ struct Answer {
     std::uint32_t method = 0;               // that answered, AAA_METHOD_...
     bool echo = false;                      // of what the user answers to a challenge
     std::shared_ptr<PendingLogin> pending;  // of a challenge
+    std::string reason;                     // for log and trace
     cerrno error = 0;                       // of accounting: why the record is not kept
 };
 

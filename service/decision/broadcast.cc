@@ -65,7 +65,8 @@ void Decision::take_one_of_all(const Asked &asked, const Outcome &outcome) {
     }
     Answer answer;
     answer.status = AAA_STAT_PASS;
-    log_answer(answer, std::to_string(kept_) + " of " + std::to_string(list_.methods.size()) + " methods");
+    answer.reason = std::to_string(kept_) + " of " + std::to_string(list_.methods.size()) + " methods";
+    log_answer(answer);
     finish(std::move(answer));
 }
 

@@ -31,22 +31,6 @@ std::uint32_t status_of(Prompt prompt) {
     return AAA_STAT_ERROR;
 }
 
-const char *kind_text(Outcome::Kind kind) {
-    switch (kind) {
-        case Outcome::Kind::kPass:
-            return "pass";
-        case Outcome::Kind::kFail:
-            return "refused";
-        case Outcome::Kind::kChallenge:
-            return "asks the user";
-        case Outcome::Kind::kUnavailable:
-            return "no answer";
-        case Outcome::Kind::kError:
-            return "error";
-    }
-    return "?";
-}
-
 }  // namespace
 
 net::Time time_for(std::uint32_t said_ms, const Settings &settings) {
@@ -73,11 +57,6 @@ void Decision::soon(std::function<void()> work) {
             work();
         }
     });
-}
-
-void Decision::trace(Step step, std::string subject, std::string detail) {
-    deciders_.trace.add(
-        {0, net::Loop::clock(), question_.id, step, question_.user, std::move(subject), std::move(detail)});
 }
 
 void Decision::begin(std::shared_ptr<PendingLogin> pending) {
@@ -123,7 +102,7 @@ void Decision::begin(std::shared_ptr<PendingLogin> pending) {
 
 // A locked login gets the answer of a wrong password, after the time that one takes.
 void Decision::pretend_to_check() {
-    trace(Step::kOutcome, "lockout", "logins of this user from this source are refused for some time");
+    trace_lockout();
     const auto users = question_.snapshot->users;
     const auto check = [password = *question_.password, setting = users != nullptr ? users->setting : ""] {
         spend_a_check(password, setting);
@@ -133,7 +112,8 @@ void Decision::pretend_to_check() {
         Answer answer;
         answer.status = AAA_STAT_FAIL;
         answer.text = kRefused;
-        log_answer(answer, outcome.reason);
+        answer.reason = outcome.reason;
+        log_answer(answer);
         finish(std::move(answer));
     });
 }
@@ -175,6 +155,7 @@ void Decision::ask(std::size_t place, std::shared_ptr<Dialogue> dialogue) {
     asked_.push_back(std::make_unique<Asked>());
     Asked &asked = *asked_.back();
     asked.place = place;
+    asked.asked_at = net::Loop::clock();
     trace(Step::kMethod, method.text(), "");
     const char *missing =
         method.number == AAA_METHOD_SERVER_GROUP && method.group == nullptr ? "the group is not configured"
@@ -205,11 +186,7 @@ void Decision::take(Asked &asked, Outcome outcome) {
     }
     asked.timer.reset();
     const std::string method = list_.methods[asked.place].text();
-    std::string detail = kind_text(outcome.kind);
-    detail += outcome.reason.empty() ? "" : ": " + outcome.reason;
-    trace(Step::kOutcome, method, detail);
-    log(Level::kDebug, "METHOD", "[%s] %s: %s", id_text(question_.id).c_str(), method.c_str(),
-        detail.c_str());
+    trace_outcome(asked, outcome);
     const std::size_t place = asked.place;
     const auto attempt = std::move(asked.attempt);  // until here: it may be the caller
     if (list_.broadcast && question_.function == Function::kAccounting) {
@@ -235,9 +212,9 @@ void Decision::take(Asked &asked, Outcome outcome) {
 
 void Decision::next_or_end(std::size_t place, const Outcome &outcome) {
     const std::string method = list_.methods[place].text();
-    const bool has_next = following(place) > 0 && deciders_.loop.now() < deadline_;
-    log(Level::kWarning, "NO_ANSWER", "[%s] %s of the list %s cannot answer (%s); %s",
-        id_text(question_.id).c_str(), method.c_str(), path_.c_str(), outcome.reason.c_str(),
+    const bool has_next = !next_method(place, outcome).empty();
+    log(Level::kWarning, "NO_ANSWER", context("outcome", method), "%s of the list %s cannot answer (%s); %s",
+        method.c_str(), path_.c_str(), outcome.reason.c_str(),
         has_next ? "the next method is asked" : "there is no other method");
     if (has_next) {
         ask(place + 1, nullptr);
@@ -257,9 +234,8 @@ void Decision::count(const Outcome &outcome, const std::string &method) {
     if (outcome.kind == Outcome::Kind::kPass) {
         deciders_.lockout.passed(question_.user, question_.source);
     } else if (deciders_.lockout.failed(question_.user, question_.source, deciders_.loop.now(), settings)) {
-        log(Level::kWarning, "LOCKED_OUT",
-            "[%s] logins of %s from %s are refused for %u s after failures at %s",
-            id_text(question_.id).c_str(), question_.user.c_str(),
+        log(Level::kWarning, "LOCKED_OUT", context("outcome", method),
+            "logins of %s from %s are refused for %u s after failures at %s", question_.user.c_str(),
             question_.source.empty() ? "the console" : question_.source.c_str(), settings.time_s,
             method.c_str());
     }
@@ -289,7 +265,8 @@ void Decision::decide(std::size_t place, const Outcome &outcome) {
             answer.text = question_.function == Function::kAuthentication ? kRefused : kNotAuthorized;
         }
     }
-    log_answer(answer, method.text() + (outcome.reason.empty() ? "" : ": " + outcome.reason));
+    answer.reason = method.text() + (outcome.reason.empty() ? "" : ": " + outcome.reason);
+    log_answer(answer);
     finish(std::move(answer));
 }
 
@@ -298,6 +275,7 @@ void Decision::challenge(std::size_t place, Outcome outcome) {
     answer.status = status_of(outcome.prompt);
     answer.text = outcome.text;
     answer.echo = outcome.echo;
+    answer.reason = outcome.reason;
     answer.pending = std::make_shared<PendingLogin>();
     *answer.pending = {question_.snapshot,
                        path_,
@@ -315,34 +293,16 @@ void Decision::fail_without_method(const std::string &why, cerrno error) {
     answer.status = AAA_STAT_ERROR;
     answer.error = error;
     answer.text = "The AAA service cannot answer; its log says why, under " + id_text(question_.id);
-    log_answer(answer, why);
+    answer.reason = why;
+    log_answer(answer);
     finish(std::move(answer));
-}
-
-void Decision::log_answer(const Answer &answer, const std::string &why) const {
-    static kel_msg_limit_t limit = {1, {}};  // clients that ask for themselves cannot fill the log
-    const Level level = answer.status == AAA_STAT_ERROR  ? Level::kError
-                        : answer.status == AAA_STAT_FAIL ? Level::kNotice
-                                                         : Level::kInfo;
-    const std::string text = "[" + id_text(question_.id) + "] " + function_word(question_.function) + " of " +
-                             (question_.user.empty() ? "no user" : question_.user) +
-                             (question_.remote.empty() ? "" : " from " + question_.remote) +
-                             (question_.terminal.empty() ? "" : " on " + question_.terminal) +
-                             " for client " + std::to_string(question_.client_pid) + " of user " +
-                             std::to_string(question_.client_uid) + ": " + aaa_print_status(answer.status) +
-                             " (" + why + ")";
-    if (question_.for_others) {
-        log(level, "ANSWER", "%s", text.c_str());
-    } else {
-        log_limited(limit, level, "ANSWER", "%s", text.c_str());
-    }
 }
 
 // The answer is the last thing that the decision does: its owner may destroy it.
 void Decision::finish(Answer answer) {
-    trace(Step::kAnswer, aaa_print_status(answer.status), answer.text);
+    trace_answer(answer);
     if (deciders_.observe) {
-        deciders_.observe(question_, answer, net::Loop::clock() - began_);
+        deciders_.observe(question_, answer, net::Loop::clock() - begun_);
     }
     const Done done = std::exchange(done_, nullptr);
     done(std::move(answer));

@@ -13,6 +13,7 @@
 #include "backends/backend.hpp"
 #include "backends/lockout.hpp"
 #include "backends/workers.hpp"
+#include "base/log.hpp"
 #include "base/trace.hpp"
 #include "decision/answer.hpp"
 #include "decision/list_choice.hpp"
@@ -50,6 +51,7 @@ class Decision {
     struct Asked {
         std::size_t place = 0;
         std::size_t methods = 1;  // that the answer is for
+        net::Time asked_at = 0;
         bool is_remote = false;
         std::unique_ptr<Attempt> attempt;
         std::unique_ptr<net::Timer> timer;
@@ -75,15 +77,20 @@ class Decision {
     void finish(Answer answer);
     void soon(std::function<void()> work);
     void trace(Step step, std::string subject, std::string detail);
-    void log_answer(const Answer &answer, const std::string &why) const;
+    void trace_outcome(const Asked &asked, const Outcome &outcome);
+    void trace_lockout();
+    void trace_answer(const Answer &answer);
+    std::string next_method(std::size_t place, const Outcome &outcome) const;
+    LogContext context(const char *step, std::string_view subject = {}) const;
+    void log_answer(const Answer &answer) const;
 
     const Deciders &deciders_;
     Question question_;
     Done done_;
-    std::string path_;    // of the list
-    MethodList list_;     // a copy: the snapshot may be the last holder's
+    std::string path_;  // of the list
+    MethodList list_;   // a copy: the snapshot may be the last holder's
+    net::Time begun_ = net::Loop::clock();
     net::Time deadline_;  // by which the answer is sent
-    net::Time began_ = net::Loop::clock();
     std::vector<std::unique_ptr<Asked>> asked_;
     std::size_t open_ = 0;  // of a broadcast: methods that have not answered
     std::size_t kept_ = 0;  // of a broadcast: methods that keep the record

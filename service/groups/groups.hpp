@@ -48,6 +48,8 @@ class Groups {
     const ServerHealth &health() const { return health_; }
     const ServerClients &clients() const { return clients_; }
     std::vector<ServerClientPtr> clients(const Group &group) { return clients_.find(group); }
+    // Sessions whose beginning was recorded, the newest of those that have ended included.
+    std::size_t sessions() const { return logins_.sessions(); }
 
   private:
     ServerHealth health_;

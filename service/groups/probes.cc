@@ -31,6 +31,7 @@ void Probes::give_up(Probe &probe) {
 
 void Probes::silent(const ServerClientPtr &server, Use use, const std::string &why) {
     if (health_.silent(server->health(use), loop_.now(), dead_time(*server))) {
+        server->figures(use).became_dead(why);
         log(Level::kWarning, "SERVER_SILENT",
             "the server %s does not answer%s; it is asked again in %u s, and before that only when no other "
             "method is left (%s)",
@@ -78,8 +79,10 @@ void Probes::take(const std::string &health, const radius::Outcome &outcome) {
         return;
     }
     if (outcome.kind == radius::Outcome::Kind::kAnswer) {
+        const Use use = found->second.use;
         probes_.erase(found);
         if (health_.answered(health)) {
+            server->figures(use).became_alive();
             log(Level::kNotice, "SERVER_ANSWERS", "the server %s answers again", server->name().c_str());
         }
         return;

@@ -39,6 +39,8 @@ class RadiusAsk : public Attempt {
     void take(const radius::Outcome &outcome) {
         ServerResult result;
         result.text = outcome.text;
+        result.tries = static_cast<unsigned>(outcome.tries);
+        result.time = outcome.time;
         switch (outcome.kind) {
             case radius::Outcome::Kind::kAnswer:
                 result.kind = ServerResult::Kind::kAnswer;

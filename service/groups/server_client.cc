@@ -140,6 +140,15 @@ net::Time ServerClient::longest_wait() const {
     return server_.protocol == Protocol::kRadius ? one * server_.tries : one;
 }
 
+ServerClient::Load ServerClient::load(Use use) const {
+    if (tacacs_ != nullptr) {
+        const tacacs::Counters counters = tacacs_->counters();
+        return {counters.in_flight, counters.waiting};
+    }
+    const auto &client = use == Use::kAccounting && accounting_ != nullptr ? accounting_ : radius_;
+    return {client != nullptr ? client->under_way() : 0, 0};
+}
+
 void ServerClients::use(const Snapshot &snapshot) {
     std::vector<ServerClientPtr> before = std::exchange(all_, {});
     auto stamps_before = std::exchange(stamps_, {});
@@ -161,6 +170,12 @@ void ServerClients::use(const Snapshot &snapshot) {
     }
     before.clear();
     std::erase_if(earlier_, [](const auto &client) { return client.expired(); });
+}
+
+const ServerClient *ServerClients::present(const Server &server) const {
+    const auto found = std::find_if(
+        all_.begin(), all_.end(), [&](const ServerClientPtr &client) { return client->server() == server; });
+    return found != all_.end() ? found->get() : nullptr;
 }
 
 ServerClientPtr ServerClients::find(const Server &server) {

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "backends/server_figures.hpp"
 #include "backends/server_health.hpp"
 #include "config/snapshot.hpp"
 #include "net/loop.hpp"
@@ -41,6 +42,19 @@ class ServerClient {
     // The time of all tries.
     net::Time longest_wait() const;
 
+    // RADIUS has a port for each use, with a state of its own; other servers have one.
+    bool has_two_ports() const { return health_[0] != health_[1]; }
+    ServerFigures &figures(Use use) { return figures_[has_two_ports() ? static_cast<std::size_t>(use) : 0]; }
+    const ServerFigures &figures(Use use) const {
+        return figures_[has_two_ports() ? static_cast<std::size_t>(use) : 0];
+    }
+    // Questions that wait for an answer, and those that wait to be sent.
+    struct Load {
+        std::size_t in_flight = 0;
+        std::size_t waiting = 0;
+    };
+    Load load(Use use) const;
+
     // Of the server's protocol, and only without a fault.
     radius::Client &radius(Use use) {
         return *(use == Use::kAccounting && accounting_ ? accounting_ : radius_);
@@ -55,6 +69,7 @@ class ServerClient {
     const Server server_;
     const std::string name_;
     std::string health_[2];
+    ServerFigures figures_[2];
     std::string fault_;
     std::unique_ptr<radius::Client> radius_, accounting_;
     std::unique_ptr<tacacs::Client> tacacs_;
@@ -78,6 +93,8 @@ class ServerClients {
 
     bool has_health(const std::string &name) const;
     const std::vector<ServerClientPtr> &all() const { return all_; }
+    // The client of a server of the present configuration; null if there is none.
+    const ServerClient *present(const Server &server) const;
 
   private:
     // Changes when one of the files that a server's settings name is written, or the interface

@@ -53,6 +53,8 @@ class TacacsAsk : public Attempt {
         if (outcome.result == tacacs::Result::kAnswer) {
             result.kind = ServerResult::Kind::kAnswer;
             result.outcome = read();
+            result.tries = outcome.tries;
+            result.time = outcome.round_trip;
         } else {
             result = tacacs_failure(outcome);
         }

@@ -51,6 +51,8 @@ std::string tacacs_login_misfit(const Question &question) {
 ServerResult tacacs_failure(const tacacs::Outcome &outcome) {
     ServerResult result;
     result.text = text_for_log(outcome.text);
+    result.tries = outcome.tries;
+    result.time = outcome.round_trip;
     switch (outcome.result) {
         case tacacs::Result::kSilent:
             result.kind = ServerResult::Kind::kSilent;
@@ -110,7 +112,9 @@ void TacacsLogin::take(const tacacs::AuthenticationOutcome &outcome) {
     using Status = tacacs::AuthenticationStatus;
     if (outcome.result != tacacs::Result::kAnswer) {
         login_ = 0;
-        end(tacacs_failure(outcome));
+        ServerResult failure = tacacs_failure(outcome);
+        failure.tries = outcome.tries > 0 ? 1 : 0;
+        end(std::move(failure));
         return;
     }
     if (outcome.goes_on()) {
@@ -125,6 +129,8 @@ void TacacsLogin::take(const tacacs::AuthenticationOutcome &outcome) {
     login_ = 0;
     ServerResult result;
     result.kind = ServerResult::Kind::kAnswer;
+    result.tries = 1;  // a login is never sent twice: the client counts its rounds
+    result.time = outcome.round_trip;
     if (outcome.status == Status::kPass) {
         pass(result.outcome);
     } else {
@@ -175,6 +181,8 @@ void TacacsLogin::ask_user(const tacacs::AuthenticationOutcome &outcome) {
     std::string text = text_for_user(outcome.message);
     ServerResult result;
     result.kind = ServerResult::Kind::kAnswer;
+    result.tries = 1;
+    result.time = outcome.round_trip;
     result.outcome =
         Outcome::challenge(dialogue->prompt, text.empty() ? prompt_for(outcome.status) : std::move(text),
                            dialogue->prompt != Prompt::kPassword && !outcome.hides_input &&

@@ -21,7 +21,7 @@ std::string milliseconds(net::Time time) {
     return text;
 }
 
-const char *kind_text(const ServerResult &result) {
+const char *reply_word(const ServerResult &result) {
     switch (result.kind) {
         case ServerResult::Kind::kSilent:
             return "silent";
@@ -74,6 +74,7 @@ Walk::Walk(const GroupContext &context, const Question &question, std::vector<Se
     : context_(context),
       id_(question.id),
       user_(question.user),
+      function_(function_word(question.function)),
       is_last_method_(question.is_last_method),
       until_(end_of(question, context.loop.now())),
       enough_(enough_for_a_mark(question, servers.size())),
@@ -109,10 +110,10 @@ void Walk::order() {
         if (context_.health.state(names[i], now) != ServerHealth::State::kDead) {
             ordered.push_back(servers_[i]);
         } else if (is_last_method_) {
-            trace(servers_[i]->name(), "was silent: asked after the others");
+            trace(servers_[i]->name(), "it was silent", "asked after the others");
             ordered.push_back(servers_[i]);
         } else {
-            trace(servers_[i]->name(), "was silent: not asked again yet");
+            trace(servers_[i]->name(), "it was silent and is not asked again yet", "passed over");
             reasons_ += (reasons_.empty() ? "" : "; ") + servers_[i]->name() +
                         " was silent and is not asked again yet";
         }
@@ -147,6 +148,7 @@ void Walk::ask_next() {
     }
     const net::Time share = share_of(place_, waits_, until_ - now);
     context_.health.asking(health_of(place_), context_.loop.now(), server->longest_wait());
+    ++server->figures(options_.use).asked;
     trace(server->name(), "is asked, for " + milliseconds(share) + " at most");
     attempt_ = ask_(server, now + share, [this](ServerResult result) { take(std::move(result)); });
 }
@@ -154,24 +156,16 @@ void Walk::ask_next() {
 void Walk::take(ServerResult result) {
     const auto attempt = std::move(attempt_);  // until here: it may be the caller
     const std::string name = servers_[place_]->name();
-    const net::Time took = net::Loop::clock() - asked_at_;
-    const std::string &reason =
-        result.kind == ServerResult::Kind::kAnswer ? result.outcome.reason : result.text;
-    std::string detail = kind_text(result) + std::string(" after ") + milliseconds(took) +
-                         (reason.empty() ? "" : ": ") + reason;
+    const net::Time waited = net::Loop::clock() - asked_at_;
+    count(result);
     if (context_.observer != nullptr && *context_.observer) {
-        (*context_.observer)(*servers_[place_], options_.use, result.kind, took);
+        (*context_.observer)(*servers_[place_], options_.use, result.kind, waited);
     }
     mark(result);
-    ++place_;
     const bool goes_on =
         result.kind != ServerResult::Kind::kAnswer && result.kind != ServerResult::Kind::kOverload;
-    if (goes_on) {
-        detail += place_ < servers_.size() ? "; the next is " + servers_[place_]->name()
-                                           : "; there is no other server";
-    }
-    log(Level::kDebug, "SERVER", "[%s] %s %s", id_text(id_).c_str(), name.c_str(), detail.c_str());
-    trace(name, std::move(detail));
+    trace_reply(result, waited, goes_on);
+    ++place_;
     if (result.kind == ServerResult::Kind::kAnswer) {
         result.outcome.reason = name + (result.outcome.reason.empty() ? "" : ": " + result.outcome.reason);
         end(std::move(result.outcome));
@@ -183,10 +177,54 @@ void Walk::take(ServerResult result) {
     }
 }
 
+void Walk::trace_reply(const ServerResult &result, net::Time waited, bool goes_on) {
+    const std::string &reason =
+        result.kind == ServerResult::Kind::kAnswer ? result.outcome.reason : result.text;
+    TraceEvent event{
+        0,         net::Loop::clock(), id_, Step::kReply, user_, servers_[place_]->name(), reason,
+        function_, reply_word(result)};
+    event.duration = waited;
+    event.tries = result.tries;
+    const bool has_next = place_ + 1 < servers_.size();
+    if (goes_on && has_next && net::Loop::clock() < until_) {
+        event.next = servers_[place_ + 1]->name();
+    } else if (goes_on) {
+        event.detail +=
+            (reason.empty() ? "" : "; ") +
+            std::string(has_next ? "there is no time for another server" : "there is no other server");
+    }
+    log(Level::kDebug, "SERVER", {id_, user_, "reply", event.subject}, "%s %s", event.subject.c_str(),
+        event_text(event).c_str());
+    context_.trace.add(std::move(event));
+}
+
+void Walk::count(const ServerResult &result) {
+    ServerFigures &figures = servers_[place_]->figures(options_.use);
+    figures.tries += result.tries;
+    switch (result.kind) {
+        case ServerResult::Kind::kAnswer:
+            figures.answered(result.time, result.tries);
+            break;
+        case ServerResult::Kind::kSilent:
+            ++figures.silent;
+            break;
+        case ServerResult::Kind::kRefused:
+            ++figures.unreachable;
+            break;
+        case ServerResult::Kind::kBroken:
+            ++figures.errors;
+            break;
+        case ServerResult::Kind::kOverload:
+            ++figures.overloads;
+            break;
+    }
+}
+
 void Walk::mark(const ServerResult &result) {
     const ServerClientPtr &server = servers_[place_];
     if (result.kind == ServerResult::Kind::kAnswer) {
         if (context_.health.answered(health_of(place_))) {
+            server->figures(options_.use).became_alive();
             log(Level::kNotice, "SERVER_ANSWERS", "the server %s answers again", server->name().c_str());
         }
         return;
@@ -201,8 +239,9 @@ void Walk::mark(const ServerResult &result) {
     }
 }
 
-void Walk::trace(const std::string &subject, std::string detail) {
-    context_.trace.add({0, net::Loop::clock(), id_, Step::kServer, user_, subject, std::move(detail)});
+void Walk::trace(const std::string &subject, std::string detail, const char *outcome) {
+    context_.trace.add(
+        {0, net::Loop::clock(), id_, Step::kServer, user_, subject, std::move(detail), function_, outcome});
 }
 
 // The last thing that the walk does: its owner may destroy it.

@@ -29,8 +29,10 @@ struct ServerResult {
     };
 
     Kind kind = Kind::kBroken;
-    Outcome outcome;   // of kAnswer
-    std::string text;  // of the others: why
+    Outcome outcome;     // of kAnswer
+    std::string text;    // of the others: why
+    unsigned tries = 0;  // how often the question was sent
+    net::Time time = 0;  // until the outcome; 0: not known
 };
 
 // Told what came of asking a server, and how long that took, for figures.
@@ -78,13 +80,16 @@ class Walk : public Attempt {
     void ask_next();
     void take(ServerResult result);
     void mark(const ServerResult &result);
-    void trace(const std::string &subject, std::string detail);
+    void count(const ServerResult &result);
+    void trace(const std::string &subject, std::string detail, const char *outcome = "");
+    void trace_reply(const ServerResult &result, net::Time waited, bool goes_on);
     void end(Outcome outcome);
     const std::string &health_of(std::size_t place) const;
 
     const GroupContext context_;
     const LoginId id_;
     const std::string user_;
+    const char *const function_;
     const bool is_last_method_;
     const net::Time until_;   // leaves a little of the method's time for marks and trace
     const net::Time enough_;  // a server that was silent for so long is marked

@@ -89,13 +89,31 @@ void Connection::wait_for_message() {
 void Connection::on_events(std::uint32_t events) {
     if (is_working()) {
         if ((events & (EPOLLHUP | EPOLLERR)) != 0) {
-            log(Level::kDebug, "CLIENT_GONE", "[%s] client %d left before its answer", id_text(id_).c_str(),
-                peer_.pid);
+            leave();
             host_.remove(this);
         }
         return;
     }
     serve();
+}
+
+// The client has gone, so nothing comes of its request.
+void Connection::leave() {
+    log(Level::kDebug, "CLIENT_GONE", {id_, "", "answer", "", peer_.pid}, "client %d left before its answer",
+        peer_.pid);
+    if (decision_ != nullptr) {
+        const Question &question = decision_->question();
+        TraceEvent event{0,
+                         net::Loop::clock(),
+                         id_,
+                         Step::kAnswer,
+                         question.user,
+                         "none",
+                         "the client left before its answer",
+                         function_word(question.function),
+                         "cancelled"};
+        host_.deciders().trace.add(std::move(event));
+    }
 }
 
 void Connection::serve() {
@@ -153,11 +171,11 @@ void Connection::handle_configuration() {
         return;
     }
     id_ = host_.new_id();
-    log(Level::kNotice, "CONFIGURE", "[%s] configuration message %u of client %d of user %u",
-        id_text(id_).c_str(), request_->head.type, peer_.pid, peer_.uid);
+    log(Level::kNotice, "CONFIGURE", {id_, "", "request", "", peer_.pid},
+        "configuration message %u of client %d of user %u", request_->head.type, peer_.pid, peer_.uid);
     host_.configure(*request_, [this, alive = std::weak_ptr<int>(alive_)](cerrno rc) {
         if (alive.lock()) {
-            log(Level::kNotice, "CONFIGURE", "[%s] %s", id_text(id_).c_str(),
+            log(Level::kNotice, "CONFIGURE", {id_, "", "answer", "", peer_.pid}, "%s",
                 rc == AAA_OK ? "done" : cerr_strerror(rc));
             finish(send_configured(client_.get(), *request_, rc));
         }
@@ -178,7 +196,7 @@ void Connection::handle_function(Function function, std::uint32_t patience_ms) {
     question->client_uid = peer_.uid;
     switch (access_of(peer_, ask_of(function), settings.rules)) {
         case Access::kRefused:
-            refuse(ask_of(function), "");
+            refuse_question(*question, "");
             return;
         case Access::kSelf:
             check_self(function, std::move(question));
@@ -203,7 +221,7 @@ void Connection::check_self(Function function, std::shared_ptr<Question> questio
             question->user = name;
         }
         if (name.empty() || question->user != name) {
-            refuse(ask_of(function), " for another user than himself");
+            refuse_question(*question, " for another user than himself");
             return;
         }
         start(function, question);
@@ -249,12 +267,7 @@ void Connection::start(Function function, std::shared_ptr<Question> question) {
     }
     question->id = id_;
     question->authenticated_here = !authenticated_.empty() && authenticated_ == question->user;
-    host_.deciders().trace.add({0, net::Loop::clock(), id_, Step::kRequest, question->user,
-                                function_word(function),
-                                std::string(aaa_print_service(question->service)) + " from " +
-                                    (question->remote.empty() ? "-" : question->remote) + " on " +
-                                    (question->terminal.empty() ? "-" : question->terminal) + ", client " +
-                                    std::to_string(peer_.pid) + " of user " + std::to_string(peer_.uid)});
+    trace_request(id_, *question);
     const std::string user = question->user;
     decision_ =
         std::make_unique<Decision>(host_.deciders(), std::move(*question), std::move(pending),
@@ -282,8 +295,48 @@ void Connection::answer_error(cerrno error) {
     finish(send_error(client_.get(), *request_, error));
 }
 
+void Connection::trace_request(LoginId id, const Question &question) {
+    auto request = std::make_shared<TraceRequest>();
+    *request = {aaa_print_service(question.service),
+                question.list,
+                question.remote,
+                question.terminal,
+                command_for_trace(question.command.value_or("")),
+                peer_.pid,
+                peer_.uid};
+    TraceEvent event{0,
+                     net::Loop::clock(),
+                     id,
+                     Step::kRequest,
+                     question.user,
+                     function_word(question.function),
+                     "",
+                     function_word(question.function)};
+    event.request = std::move(request);
+    host_.deciders().trace.add(std::move(event));
+}
+
+// An administrator looks for such a request in the trace too.
+void Connection::refuse_question(const Question &question, const char *why) {
+    const LoginId id = id_ != 0 ? id_ : host_.new_id();
+    trace_request(id, question);
+    const char *function = function_word(question.function);
+    TraceEvent event{0,
+                     net::Loop::clock(),
+                     id,
+                     Step::kAnswer,
+                     question.user,
+                     "none",
+                     std::string("the client may not ask for ") + function + why,
+                     function,
+                     "not allowed"};
+    event.duration = 0;
+    host_.deciders().trace.add(std::move(event));
+    refuse(ask_of(question.function), why);
+}
+
 void Connection::refuse(Ask ask, const char *why) {
-    log_limited(refusal_limit, Level::kWarning, "REFUSED",
+    log_limited(refusal_limit, Level::kWarning, "REFUSED", {id_, "", "answer", "", peer_.pid},
                 "client %d of user %u may not ask for %s%s; \"allow\" in aaad.conf says who may", peer_.pid,
                 peer_.uid, ask_word(ask), why);
     finish(send_error(client_.get(), *request_, AAA_ERR_AUTHOR_FAILED));
@@ -295,8 +348,8 @@ void Connection::finish(cerrno sent) {
     request_.reset();
     alive_.reset();
     if (sent != AAA_OK) {
-        log(Level::kDebug, "NOT_SENT", "[%s] the answer to client %d is not sent: %s", id_text(id_).c_str(),
-            peer_.pid, cerr_strerror(sent));
+        log(Level::kDebug, "NOT_SENT", {id_, "", "answer", "", peer_.pid},
+            "the answer to client %d is not sent: %s", peer_.pid, cerr_strerror(sent));
         host_.remove(this);
     } else if (host_.is_draining()) {
         host_.remove(this);

@@ -64,7 +64,10 @@ class Connection {
     void begin_work();
     void answer(Function function, const Answer &answer);
     void answer_error(cerrno error);
+    void trace_request(LoginId id, const Question &question);
     void refuse(Ask ask, const char *why);
+    void refuse_question(const Question &question, const char *why);
+    void leave();
     void finish(cerrno sent);
     void wait_for_message();
 

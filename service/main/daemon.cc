@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <utility>
 
 #include "aaa/result_codes.h"
@@ -52,6 +53,7 @@ Daemon::~Daemon() {
     if (keeper_ != nullptr) {
         keeper_->stop();  // it posts to the loop
     }
+    control_.reset();
     monitor_.reset();
     listener_.reset();
     workers_.reset();
@@ -69,14 +71,13 @@ bool Daemon::watch_signals() {
 }
 
 void Daemon::take(SnapshotPtr snapshot) {
-    if (listener_ == nullptr) {
-        first_ = std::move(snapshot);
-        return;
+    present_ = std::move(snapshot);
+    if (listener_ != nullptr) {  // otherwise it is the first
+        groups_.use(*present_);
+        recorder_.use(present_);
+        monitor_->use(present_);
+        listener_->use(present_);
     }
-    groups_.use(*snapshot);
-    recorder_.use(snapshot);
-    monitor_->use(snapshot);
-    listener_->use(std::move(snapshot));
 }
 
 int Daemon::run() {
@@ -94,13 +95,14 @@ int Daemon::run() {
         return 1;
     }
     loop_.run_once(0);  // the first snapshot has been posted
-    const Settings &settings = *first_->settings;
+    const SnapshotPtr first = present_;
+    const Settings &settings = *first->settings;
     workers_ = std::make_unique<Workers>(loop_, settings.hash_threads);
     add_local_backends(backends_, loop_, *workers_);
     groups_.add_to(backends_);
-    groups_.use(*first_);
+    groups_.use(*first);
     recorder_.add_to(backends_);
-    recorder_.use(first_);
+    recorder_.use(first);
     recorder_.open();
     deciders_ = std::make_unique<Deciders>(
         Deciders{loop_, *workers_, backends_, lockout_, trace_,
@@ -111,7 +113,7 @@ int Daemon::run() {
                                            [this](const Request &request, std::function<void(cerrno)> done) {
                                                configure(request, std::move(done));
                                            });
-    listener_->use(first_);
+    listener_->use(first);
     monitor_ = std::make_unique<Monitor>(
         loop_, Sources{groups_, recorder_, lockout_, *workers_, *listener_, *keeper_});
     groups_.observe([this](const ServerClient &server, Use use, ServerResult::Kind kind, net::Time took) {
@@ -122,14 +124,36 @@ int Daemon::run() {
         log(Level::kError, "NO_SOCKET", "%s", fault.c_str());
         return 1;
     }
-    monitor_->use(first_);
+    monitor_->use(first);
+    open_control();
     log(Level::kNotice, "READY", "listening at %s%s", settings.socket.c_str(),
-        first_->is_fallback ? ", with the fallback of aaad.conf" : "");
-    first_.reset();
+        first->is_fallback ? ", with the fallback of aaad.conf" : "");
     notify_.ready();
     loop_.run();
     log(Level::kNotice, "ENDED", "the service has ended");
     return 0;
+}
+
+// Logins are answered without it, too.
+void Daemon::open_control() {
+    const Settings &settings = *present_->settings;
+    const std::string path = settings.control_path();
+    if (path.empty()) {
+        return;
+    }
+    make_directory(path);
+    control_ = std::make_unique<Control>(
+        ControlSources{loop_, trace_, groups_, [this] { return present_; },
+                       [this] { return listener_->clients(); }, AAA_VERSION, settings.socket,
+                       static_cast<std::int64_t>(std::time(nullptr))},
+        trace_);
+    control_->provide(ControlRequest::Kind::kSessions, [this](JsonWriter &out) {
+        out.number("sessions", static_cast<std::int64_t>(groups_.sessions()));
+    });
+    if (const std::string fault = control_->open(path); !fault.empty()) {
+        log(Level::kError, "NO_CONTROL", "aaactl cannot show what the service does: %s", fault.c_str());
+        control_.reset();
+    }
 }
 
 void Daemon::on_signal() {

@@ -7,6 +7,7 @@
 
 #include "backends/local.hpp"
 #include "config/keeper.hpp"
+#include "control/control.hpp"
 #include "groups/groups.hpp"
 #include "journal/recorder.hpp"
 #include "listener/listener.hpp"
@@ -33,6 +34,7 @@ class Daemon {
     void reload();
     void stop();
     void take(SnapshotPtr snapshot);
+    void open_control();
     void configure(const Request &request, std::function<void(cerrno)> done);
 
     Options options_;
@@ -48,7 +50,8 @@ class Daemon {
     std::unique_ptr<Deciders> deciders_;
     std::unique_ptr<Listener> listener_;
     std::unique_ptr<Monitor> monitor_;
-    SnapshotPtr first_;  // read before there is a listener
+    std::unique_ptr<Control> control_;
+    SnapshotPtr present_;
     net::Descriptor signals_;
     net::Watch signal_watch_;
     net::Timer last_call_;

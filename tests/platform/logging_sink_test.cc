@@ -15,6 +15,7 @@
 #include "journal_fields.hpp"
 #include "log_socket.hpp"
 #include "message_record.hpp"
+#include "platform/control.h"
 #include "platform/logging.h"
 
 namespace {
@@ -29,6 +30,26 @@ const ChildBodies kBodies = {
      [] {
          const kel_msg_rec_t record = make_record("%s", "ERR_SYSDB", 7);
          kel_errmsg(&record, 7, "quiet");
+     }},
+    {"fields",
+     [] {
+         kel_msg_limit_t limit = {3600, {}};
+         kel_msg_rec_t record = make_record("not used", "ANSWER", 5);
+         record.limit = &limit;
+         const aaa_platform_log_field_t fields[] = {{"AAA_USER", "ann\nMESSAGE=forged\x1b"},
+                                                    {"AAA_STEP", nullptr},
+                                                    {"_PID", "1"},
+                                                    {"aaa_id", "1"},
+                                                    {"A=B", "1"},
+                                                    {"", "1"},
+                                                    {nullptr, "1"},
+                                                    {"AAA_ID_2", ""}};
+         for (int i = 0; i < 3; ++i) {
+             aaa_platform_log(&record, 5, fields, 8, "100 %s\nof it");
+         }
+         aaa_platform_log(nullptr, 5, fields, 8, "no record");
+         record.limit = nullptr;
+         aaa_platform_log(&record, 5, nullptr, 8, nullptr);
      }},
     {"journal-stream",
      [] {
@@ -73,6 +94,26 @@ TEST(Sink, JournalGetsFields) {
     expect(4, "AAA_MNEMONIC", "DEBUG_ERROR");
     expect(5, "AAA_MSG_ID", "0x048d0001");
     expect(6, "MESSAGE", kLine.substr(0, kLine.size() - 1));
+}
+
+TEST(Sink, JournalGetsTheFieldsOfALineAndOthersOnlyItsText) {
+    LogSocket journal;
+    run_child("fields", {"AAA_LOG=journal", "AAA_JOURNAL_SOCKET=" + journal.path()});
+    const auto all = journal.take();
+    ASSERT_EQ(3u, all.size()) << "one line passes the limit";
+    const JournalFields fields = journal_fields(all[0]);
+    ASSERT_EQ(9u, fields.size()) << all[0];
+    const auto expect = [&fields](size_t i, const std::string &name, const std::string &value) {
+        EXPECT_EQ((JournalFields::value_type{name, value}), fields[i]);
+    };
+    expect(6, "MESSAGE", "%AAA-SECURITY-5-ANSWER : 100 %s\\nof it");
+    expect(7, "AAA_USER", "ann\nMESSAGE=forged\x1b");
+    expect(8, "AAA_ID_2", "");
+    EXPECT_NE(std::string::npos, all[1].find("logged without its catalog record"));
+    EXPECT_NE(std::string::npos, all[2].find("(no text)"));
+    const std::string text = run_child("fields", {"AAA_LOG=stderr"}).err;
+    EXPECT_EQ(0u, text.find("%AAA-SECURITY-5-ANSWER : 100 %s\\nof it\n")) << text;
+    EXPECT_EQ(std::string::npos, text.find("forged"));
 }
 
 TEST(Sink, JournalWhenStandardErrorIsItsStream) {

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -122,8 +123,9 @@ class DecisionTest : public testing::Test {
     std::string trace_text() {
         std::string all;
         trace_.visit(0, [&](const TraceEvent &event) {
-            all += std::string(step_name(event.step)) + " " + event.subject +
-                   (event.detail.empty() ? "" : ": ") + event.detail + "\n";
+            const std::string text = event_text(event);
+            all += std::string(step_name(event.step)) + " " + event.subject + (text.empty() ? "" : ": ") +
+                   std::regex_replace(text, std::regex("after [0-9.]+ ms"), "after a time") + "\n";
         });
         return all;
     }
@@ -200,7 +202,8 @@ TEST_F(DecisionTest, ASilentServerLeavesTimeForTheNextMethod) {
     EXPECT_LT(servers_->asked[0].deadline, local_->asked[0].deadline)
         << "each has its part of the client's time";
     EXPECT_NE(
-        trace_text().find("outcome group corp: no answer: no answer within its part of the client's time"),
+        trace_text().find(
+            "outcome group corp: no answer after a time: no answer within its part of the client's time"),
         std::string::npos);
 }
 
@@ -325,12 +328,13 @@ TEST_F(DecisionTest, TheTraceTellsWhyTheNextMethodWasAsked) {
     EXPECT_EQ(trace_text(),
               "list authentication/login/default\n"
               "method group corp\n"
-              "outcome group corp: no answer: 192.0.2.1 is silent\n"
+              "outcome group corp: no answer after a time: 192.0.2.1 is silent; the next is kerberos 5\n"
               "method kerberos 5\n"
-              "outcome kerberos 5: no answer: this service has no such method\n"
+              "outcome kerberos 5: no answer after a time: this service has no such method; the next is "
+              "local\n"
               "method local\n"
-              "outcome local: pass: the password is right\n"
-              "answer PASS\n");
+              "outcome local: pass after a time: the password is right\n"
+              "answer PASS: pass after a time: local: the password is right\n");
     EXPECT_EQ(followed, (std::vector<std::uint64_t>{1, 2, 3, 4, 5, 6, 7, 8}));
 }
 
@@ -348,6 +352,18 @@ TEST(Trace, KeepsTheNewestEventsAndNumbersAll) {
     EXPECT_EQ(trace.visit(5, note), 6u);
     EXPECT_EQ(trace.visit(6, note), 6u);
     EXPECT_EQ(numbers, (std::vector<std::uint64_t>{3, 4, 5, 5}));
+}
+
+TEST(Trace, ShowsCommandsWithoutTheirSecrets) {
+    EXPECT_EQ(command_for_trace("show version"), "show version");
+    EXPECT_EQ(command_for_trace("username ann password 7 0822"), "username ann password ***");
+    EXPECT_EQ(command_for_trace("radius-server Key abc"), "radius-server Key ***");
+    EXPECT_EQ(command_for_trace("set a-secret=abc"), "set a-secret ***");
+    EXPECT_EQ(command_for_trace("show password"), "show password");
+    EXPECT_EQ(command_for_trace("copy ftp://ann:b@d@192.0.2.1/x y"), "copy ftp://***@192.0.2.1/x y");
+    EXPECT_EQ(command_for_trace(std::string(300, 'x')), std::string(256, 'x') + "...");
+    EXPECT_EQ(command_for_trace(std::string(255, 'x') + "\u00e4"), std::string(255, 'x') + "...");
+    EXPECT_EQ(command_for_trace(""), "");
 }
 
 TEST(TimeFor, IsLessThanTheClientWaits) {

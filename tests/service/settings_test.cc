@@ -116,7 +116,8 @@ TEST(Settings, OfAccountingAndMetrics) {
 TEST(Settings, AFaultNamesItsLineAndTheWayOut) {
     EXPECT_EQ(fault_of("\n\npatiense 5000\n"),
               "f:3: \"patiense\" is not a setting; did you mean \"patience\"?");
-    EXPECT_NE(fault_of("nonsense-all-the-way 1\n").find("is not a setting; use socket, socket-mode, users, "),
+    EXPECT_NE(fault_of("nonsense-all-the-way 1\n")
+                  .find("is not a setting; use socket, socket-mode, control-socket, users, "),
               std::string::npos);
     EXPECT_EQ(fault_of("patience 5s\n"), "f:1: \"5s\" is not a number from 100 to 3600000");
     EXPECT_EQ(fault_of("patience 99\n"), "f:1: \"99\" is not a number from 100 to 3600000");
@@ -136,6 +137,14 @@ TEST(Settings, AFaultNamesItsLineAndTheWayOut) {
     EXPECT_EQ(fault_of("patience 5000\nlongest-request 4000\n"),
               "f: longest-request (4000) is less than patience (5000)");
     EXPECT_EQ(fault_of("a 1\nb 2\n").find('\n') == std::string::npos, false) << "all faults are told at once";
+}
+
+TEST(Settings, TheControlSocketIsNextToTheSocketUnlessItIsSet) {
+    EXPECT_EQ(parse("").control_path(), "/run/aaa/control.sock");
+    EXPECT_EQ(parse("socket /srv/a.sock\n").control_path(), "/srv/control.sock");
+    EXPECT_EQ(parse("control-socket /srv/b.sock\n").control_path(), "/srv/b.sock");
+    EXPECT_EQ(parse("control-socket none\n").control_path(), "");
+    EXPECT_NE(fault_of("control-socket b.sock\n").find("not an absolute path"), std::string::npos);
 }
 
 TEST(Settings, AccessRulesOfTheFileReplaceTheUsualOnes) {

@@ -6,7 +6,7 @@
  * @file
  * @brief Controls of the host platform for Linux.
  *
- * Tracing at run time, the mutexes that threads wait for, the method lists of
+ * Tracing at run time, log lines with fields, the mutexes that threads wait for, the method lists of
  * lines, and the master keys of the password cipher. The library calls none of
  * it; it is for daemons, tools and debuggers. Every function may be called from
  * any thread.
@@ -59,6 +59,29 @@ PLATFORM_API uint32_t aaa_platform_debug_mask(void);
  * @return the name, or null when the flag does not exist
  */
 PLATFORM_API const char *aaa_platform_debug_area(uint32_t flag);
+
+/* ---- fields of log lines --------------------------------------------------- */
+
+/** A field of a log line, for journals that keep fields apart from the text. */
+typedef struct aaa_platform_log_field {
+    const char *name;  /**< capital letters, digits and underscores, beginning with a letter: "AAA_USER" */
+    const char *value; /**< any text; null: the field is left out */
+} aaa_platform_log_field_t;
+
+/**
+ * Logs one catalog message as kel_errmsg() does, with fields.
+ *
+ * The systemd journal gets the fields next to the text, other logs the text only.
+ *
+ * @param[in] record   the catalog record (kel_msg_rec_t), whose format is not used; null is reported as an
+ *                     error
+ * @param[in] severity syslog level
+ * @param[in] fields   the fields; may be null when count is 0. Those with other names are left out
+ * @param[in] count    number of fields
+ * @param[in] text     the text; may be null = "(no text)"
+ */
+PLATFORM_API void aaa_platform_log(const void *record, uint32_t severity,
+                                   const aaa_platform_log_field_t *fields, uint32_t count, const char *text);
 
 /* ---- waiting threads ---------------------------------------------------------- */
 

@@ -86,7 +86,8 @@ class WalkTest : public testing::Test {
     }
     std::string steps() const {
         std::string all;
-        trace_.visit(0, [&](const TraceEvent &event) { all += event.subject + " " + event.detail + "\n"; });
+        trace_.visit(0,
+                     [&](const TraceEvent &event) { all += event.subject + " " + event_text(event) + "\n"; });
         return all;
     }
 

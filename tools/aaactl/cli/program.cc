@@ -48,6 +48,10 @@ void add_commands(Command root) {
     add_mlist(root);
     add_sg(root);
     add_key(root);
+    add_status(root);
+    add_servers(root);
+    add_trace(root);
+    add_test(root);
     add_login(root);
     add_acct(root);
     add_completion(root);

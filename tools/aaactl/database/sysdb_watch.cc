@@ -3,44 +3,18 @@
 // sysdb watch: prints changes as they happen.
 
 #include <poll.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <memory>
 #include <string>
 
+#include "cli/end_signals.hpp"
 #include "database/sysdb.hpp"
 
 namespace aaactl {
 namespace {
-
-// SIGINT and SIGTERM as a descriptor to poll, so that a watch ends between two events.
-class EndSignals {
-  public:
-    EndSignals() {
-        sigset_t set;
-        sigemptyset(&set);
-        sigaddset(&set, SIGINT);
-        sigaddset(&set, SIGTERM);
-        sigprocmask(SIG_BLOCK, &set, nullptr);
-        fd_ = signalfd(-1, &set, SFD_CLOEXEC);
-        if (fd_ < 0) {
-            throw Failure(ExitCode::failed,
-                          std::string("signals cannot be waited for: ") + std::strerror(errno));
-        }
-    }
-    ~EndSignals() { close(fd_); }
-    EndSignals(const EndSignals &) = delete;
-    EndSignals &operator=(const EndSignals &) = delete;
-    int fd() const { return fd_; }
-
-  private:
-    int fd_ = -1;
-};
 
 class Watch {
   public:

@@ -1,0 +1,171 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "control/connection.hpp"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "base/log.hpp"
+
+namespace service {
+
+namespace {
+
+constexpr std::size_t kMostRequest = 4096;
+constexpr std::size_t kMostBuffered = std::size_t{64} * 1024;
+// For a client that does not read, and for one that asks nothing.
+constexpr net::Time kPatience = 60 * net::kSecond;
+
+}  // namespace
+
+ControlConnection::ControlConnection(const Host &host, net::Descriptor socket, Peer peer)
+    : host_(host),
+      socket_(std::move(socket)),
+      peer_(std::move(peer)),
+      watch_(host.sources.loop, socket_.get(), EPOLLIN, [this](std::uint32_t events) { on_events(events); }),
+      patience_(host.sources.loop, [this] { give_up(); }) {
+    wait_for_events();
+}
+
+void ControlConnection::give_up() {
+    if (!out_.empty()) {
+        log(Level::kInfo, "CONTROL_STOPPED",
+            "client %d of user %u of the control socket reads nothing and is dropped", peer_.pid, peer_.uid);
+    }
+    host_.remove(this);
+}
+
+void ControlConnection::on_events(std::uint32_t events) {
+    bool goes_on = true;
+    if ((events & (EPOLLHUP | EPOLLERR)) != 0 && (events & EPOLLIN) == 0) {
+        goes_on = false;
+    } else if ((events & EPOLLIN) != 0) {
+        goes_on = read_some();
+    }
+    if (goes_on && write_some()) {
+        wait_for_events();
+    } else {
+        host_.remove(this);
+    }
+}
+
+void ControlConnection::on_trace() {
+    if (follower_ == nullptr || out_.size() >= kMostBuffered) {
+        return;
+    }
+    if (write_some()) {
+        wait_for_events();
+    } else {
+        host_.remove(this);
+    }
+}
+
+// False when the client has closed both directions.
+bool ControlConnection::read_some() {
+    char bytes[kMostRequest];
+    const ssize_t got = recv(socket_.get(), bytes, sizeof bytes, 0);
+    if (got < 0) {
+        return errno == EAGAIN || errno == EINTR;
+    }
+    if (got == 0) {
+        reads_ = false;  // it may still read what it has asked for
+        return true;
+    }
+    in_.append(bytes, static_cast<std::size_t>(got));
+    take_lines();
+    return true;
+}
+
+// Requests wait while their answers cannot be sent.
+void ControlConnection::take_lines() {
+    while (reads_ && out_.size() < kMostBuffered) {
+        const std::size_t end = in_.find('\n');
+        if (std::min(end, in_.size()) > kMostRequest) {
+            out_ += error_line("too-long", "a request has at most 4096 bytes");
+            in_.clear();
+            reads_ = false;
+        } else if (end == std::string::npos) {
+            return;
+        } else {
+            const std::string line = in_.substr(0, end);
+            in_.erase(0, end + 1);
+            handle(line);
+        }
+    }
+}
+
+void ControlConnection::handle(std::string_view line) {
+    using Kind = ControlRequest::Kind;
+    std::string error;
+    auto request = read_control_request(line, error);
+    if (!request) {
+        out_ += error_line("bad-request", error);
+        return;
+    }
+    if (follower_ != nullptr) {  // an answer follows the steps until now
+        follower_->append_to(out_, kMostBuffered);
+    }
+    switch (request->kind) {
+        case Kind::kStatus:
+            out_ += status_line(host_.sources, host_.clients());
+            break;
+        case Kind::kServers:
+            out_ += servers_line(host_.sources);
+            break;
+        case Kind::kSessions:
+        case Kind::kAccounting:
+            out_ += figures_line(host_.sources, request->kind);
+            break;
+        case Kind::kTrace:
+            start_trace(*std::move(request));
+            break;
+    }
+}
+
+// A second trace takes the place of the first.
+void ControlConnection::start_trace(ControlRequest request) {
+    out_ += trace_line(host_.sources);
+    follower_ = std::make_unique<TraceFollower>(host_.sources.trace, std::move(request), peer_.pid,
+                                                net::Loop::clock());
+}
+
+bool ControlConnection::write_some() {
+    for (;;) {
+        if (follower_ != nullptr) {
+            follower_->append_to(out_, kMostBuffered);
+            if (follower_->has_ended()) {
+                follower_.reset();
+            }
+        }
+        if (out_.empty()) {
+            return !is_done();
+        }
+        const ssize_t sent = send(socket_.get(), out_.data(), out_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent < 0) {
+            return errno == EAGAIN || errno == EINTR;
+        }
+        patience_.cancel();  // it reads
+        out_.erase(0, static_cast<std::size_t>(sent));
+        take_lines();
+    }
+}
+
+bool ControlConnection::is_done() const {
+    return !reads_ && follower_ == nullptr;
+}
+
+void ControlConnection::wait_for_events() {
+    const bool reads = reads_ && out_.size() < kMostBuffered && in_.size() <= kMostRequest;
+    watch_.want((reads ? EPOLLIN : 0u) | (out_.empty() ? 0u : EPOLLOUT));
+    if (out_.empty() && follower_ != nullptr) {
+        patience_.cancel();  // a user who is watched may be quiet for days
+    } else if (!patience_.is_set()) {
+        patience_.set(host_.sources.loop.now() + kPatience);
+    }
+}
+
+}  // namespace service

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the control socket answers, as lines of JSON.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "base/trace.hpp"
+#include "config/snapshot.hpp"
+#include "control/json.hpp"
+#include "control/request.hpp"
+#include "groups/groups.hpp"
+
+namespace service {
+
+// Figures of another part: writes the members of an answer.
+using ControlFigures = std::function<void(JsonWriter &)>;
+
+// What the answers are made of. All of it outlives the socket.
+struct ControlSources {
+    net::Loop &loop;
+    const Trace &trace;
+    const Groups &groups;
+    std::function<SnapshotPtr()> snapshot;
+    std::function<std::size_t()> clients;
+    std::string version;
+    std::string socket;        // for requests of clients
+    std::int64_t since_s = 0;  // start of the service, in seconds since 1970
+    // By request; those without an entry say that there are none.
+    std::map<ControlRequest::Kind, ControlFigures> figures = {};
+};
+
+std::string status_line(const ControlSources &sources, std::size_t control_clients);
+std::string servers_line(const ControlSources &sources);
+std::string figures_line(const ControlSources &sources, ControlRequest::Kind kind);
+
+// Of a trace: its beginning, a step, steps that were lost, its end when it is not live.
+std::string trace_line(const ControlSources &sources);
+std::string event_line(const TraceEvent &event);
+std::string lost_line(std::uint64_t count);
+std::string end_line();
+
+std::string error_line(std::string_view code, std::string_view text);
+
+}  // namespace service

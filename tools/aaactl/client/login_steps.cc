@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "client/login_steps.hpp"
+
+#include <utility>
+
+#include "cli/secret_input.hpp"
+
+namespace aaactl {
+namespace {
+
+// Without a limit, a server that keeps asking would block a script for ever.
+constexpr int kMostQuestions = 16;
+
+}  // namespace
+
+Login::Login(LoginOptions &options, std::vector<Step> &steps, OnStep on_step)
+    : options_(options),
+      steps_(steps),
+      on_step_(std::move(on_step)),
+      exchange_(options.socket, options.seconds, options.session) {}
+
+Login::~Login() {
+    wipe(password_);
+}
+
+Verdict Login::run() {
+    if (!options_.no_password) {
+        ask_password();
+    }
+    Verdict verdict = authenticate();
+    if (verdict != Verdict::accepted) {
+        return verdict;  // there is no user to authorize
+    }
+    for (const std::string &command : options_.commands) {
+        const Verdict one = authorize(command);
+        verdict = verdict == Verdict::accepted ? one : verdict;
+    }
+    return verdict;
+}
+
+void Login::ask_password() {
+    auto password = read_answer("Password: ", false);
+    if (!password) {
+        throw Failure(ExitCode::usage, "standard input: no password (--no-password sends none)");
+    }
+    password_ = *password;
+    wipe(*password);
+}
+
+Reply Login::request_authentication() {
+    Credentials cred(options_);
+    cred->password = password_.empty() ? nullptr : password_.data();
+    cred->state_args = state_.get();
+    return exchange_.ask(AAA_REQ_AUTHEN, [&](Composition &c) {
+        return aaa_util_msg_authen_compose(&c.record, AAA_AO_ASCII_LOGIN, service_of(options_),
+                                           options_.list.c_str(), 0, cred.get(), nullptr, nullptr, &c.iov,
+                                           &c.count, c.buffer, sizeof c.buffer, nullptr, c.session);
+    });
+}
+
+void Login::keep_state(const avlist *list) {
+    state_.reset();
+    uint32_t len = 0;
+    aaa_util_avlist_value_copy(list, AAA_RADIUS_STATE_ATTR, 0, nullptr, 0, &len);
+    std::string state(len, '\0');
+    avlist *kept = nullptr;
+    if (aaa_util_avlist_value_copy(list, AAA_RADIUS_STATE_ATTR, 0, state.data(), state.size(), &len) !=
+            AAA_OK ||
+        aaa_avpair_create_list("state", &kept) != AAA_OK) {
+        return;
+    }
+    state_.reset(kept);
+    const cerrno rc = aaa_util_avpair_add_attr(kept, AAA_RADIUS_STATE_ATTR, state.data(), len, 0);
+    if (rc != AAA_OK) {
+        throw Failure("the server's state could not be kept", rc);
+    }
+}
+
+namespace {
+
+// The server's prompt or message; `otherwise` if it sent none.
+std::string question(const Step &step, const char *otherwise) {
+    for (const uint32_t type : {AAA_PROMPT_ATTR, AAA_REPLYMSG_ATTR}) {
+        const std::string text = text_attribute(step.reply.list.get(), type);
+        if (!text.empty()) {
+            return escaped(text) + ' ';
+        }
+    }
+    return otherwise;
+}
+
+}  // namespace
+
+// A new name needs a new password. False at the end of the input.
+bool Login::answer(const Step &step) {
+    const bool echo = number_attribute(step.reply.list.get(), AAA_PROMPT_ECHO_ATTR) == 1u;
+    if (step.status == AAA_STAT_GETUSER) {
+        const auto user = read_answer(question(step, "User name: "), true);
+        if (!user || user->empty()) {
+            return false;
+        }
+        options_.user = *user;
+        check_client(options_);
+    }
+    auto secret = read_answer(step.status == AAA_STAT_GETDATA ? question(step, "Answer: ") : "Password: ",
+                              echo && step.status == AAA_STAT_GETDATA);
+    if (!secret) {
+        return false;
+    }
+    wipe(password_);
+    password_ = *secret;
+    wipe(*secret);
+    keep_state(step.reply.list.get());
+    return true;
+}
+
+Step &Login::judged(Step step, uint32_t type) {
+    steps_.push_back(std::move(step));
+    judge(steps_.back(), type);
+    if (on_step_) {
+        on_step_(steps_.back());
+    }
+    return steps_.back();
+}
+
+Verdict Login::authenticate() {
+    for (int asked = 0; asked <= kMostQuestions; ++asked) {
+        Step &step = judged({"authentication", options_.user, request_authentication()}, AAA_REQ_AUTHEN);
+        if (step.verdict != Verdict::asked || !answer(step)) {
+            return step.verdict;
+        }
+    }
+    throw Failure(ExitCode::failed, escaped(options_.socket) + ": the server has asked " +
+                                        std::to_string(kMostQuestions) + " questions without a decision");
+}
+
+// The text is a copy: the library masks passwords in it.
+Verdict Login::authorize(const std::string &command) {
+    std::string text = command;
+    Credentials cred(options_);
+    aaa_svc_attrs_t attrs{};
+    attrs.cmd = text.data();
+    Reply reply = exchange_.ask(AAA_REQ_AUTHOR, [&](Composition &c) {
+        return aaa_util_msg_author_compose(&c.record, AAA_AO_ASCII_LOGIN, AAA_SVC_CMD, options_.list.c_str(),
+                                           0, cred.get(), &attrs, &c.iov, &c.count, c.buffer, sizeof c.buffer,
+                                           nullptr, c.session);
+    });
+    return judged({"authorization", text.c_str(), std::move(reply)}, AAA_REQ_AUTHOR).verdict;
+}
+
+}  // namespace aaactl

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A login with all that the server asks on the way, and then commands.
+
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "client/client.hpp"
+
+namespace aaactl {
+
+struct LoginOptions : ClientOptions {
+    std::vector<std::string> commands;
+    bool no_password = false;
+};
+
+class Login {
+  public:
+    // Called with each reply, before the user is asked what it asks for.
+    using OnStep = std::function<void(const Step &)>;
+
+    // The replies are appended to `steps`, which keep them when a later request fails.
+    Login(LoginOptions &options, std::vector<Step> &steps, OnStep on_step = nullptr);
+    ~Login();
+    Login(const Login &) = delete;
+    Login &operator=(const Login &) = delete;
+
+    // Asks for the password, if one is to be sent.
+    Verdict run();
+
+  private:
+    void ask_password();
+    Verdict authenticate();
+    Verdict authorize(const std::string &command);
+    Reply request_authentication();
+    bool answer(const Step &step);
+    void keep_state(const avlist *list);
+
+    // Stores the reply before it is judged, so that a malformed one is shown too.
+    Step &judged(Step step, uint32_t type);
+
+    LoginOptions &options_;
+    std::vector<Step> &steps_;
+    OnStep on_step_;
+    Exchange exchange_;
+    std::string password_;
+    ListPtr state_;  // what the server expects back with the answer
+};
+
+}  // namespace aaactl
