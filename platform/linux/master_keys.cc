@@ -122,7 +122,8 @@ bool MasterKeys::read(const char *path) noexcept {
                    : refuse(path, strerrordesc_np(errno), "make the file readable for this process");
     }
     SecretText text;
-    return check_rights(fd.get(), path, &readers_) && read_text(fd.get(), path, &text) && parse(text.bytes, path);
+    return check_rights(fd.get(), path, &readers_) && read_text(fd.get(), path, &text) &&
+           parse(text.bytes, path);
 }
 
 void MasterKeys::admit_service(const char *path) noexcept {

@@ -220,8 +220,8 @@ int MasterKeys::write(const char *path, bool replace) const noexcept {
         filled = errno == EPERM;  // this user may not give the group the right: only root may
         if (filled) {
             log(kLogWarning, "MASTER_KEYS",
-                "%s: the AAA service can no longer read it; as root: chgrp aaad %s && chmod 640 %s", path, path,
-                path);
+                "%s: the AAA service can no longer read it; as root: chgrp aaad %s && chmod 640 %s", path,
+                path, path);
         }
     }
     if (!filled || !(replace ? file.replace() : file.create())) {
