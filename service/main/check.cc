@@ -47,6 +47,9 @@ int check_configuration(const KeeperOptions &options) {
     for (const std::string &fault : files.faults) {
         complain(count, fault);
     }
+    for (const std::string &warning : files.warnings) {
+        complain(count, warning);
+    }
     if (files.settings != nullptr) {
         Snapshot snapshot;
         snapshot.settings = files.settings;
