@@ -18,7 +18,7 @@
 #include <time.h>
 #include <unistd.h>
 
-#define SERVICE_USER "aaa" /* the service may run as this user instead of root */
+#define SERVICE_USER "aaad" /* the service may run as this user instead of root */
 
 struct client {
     const client_settings_t *settings;

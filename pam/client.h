@@ -46,7 +46,7 @@ client_t *client_create(const client_settings_t *settings);
 void client_free(client_t *client);
 
 /* Connects, unless there is a connection that the service has not closed. The service must
- * run as root or as the user aaa. 1, or 0: see client_problem(). */
+ * run as root or as the user aaad. 1, or 0: see client_problem(). */
 int client_connect(client_t *client);
 
 /* Why the latest call failed: a text that can be logged. */

@@ -5,6 +5,7 @@
 #include "master_keys.hpp"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <sodium.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,9 +34,18 @@ bool refuse(const char *path, const char *why, const char *advice) {
     return false;
 }
 
-// Only the owner may have any right: a reader of this file can read every server
-// key.
-bool check_rights(int fd, const char *path) {
+// The service runs as a user of its own, and that user's group may read the file. 0: there is
+// no such group.
+gid_t service_group() {
+    group entry{};
+    group *found = nullptr;
+    char room[4096];
+    return getgrnam_r("aaad", &entry, room, sizeof room, &found) == 0 && found != nullptr ? entry.gr_gid : 0;
+}
+
+// Only the owner may have any right, except that the service may read: a reader of this file
+// can read every server key. `readers` becomes the group that may read it.
+bool check_rights(int fd, const char *path, gid_t *readers) {
     struct stat st;
     if (fstat(fd, &st) != 0) {
         return refuse(path, strerrordesc_np(errno), "make the file readable for this process");
@@ -46,7 +56,10 @@ bool check_rights(int fd, const char *path) {
     if (st.st_uid != 0 && st.st_uid != geteuid()) {
         return refuse(path, "it belongs to another user", "give it to root or to this process's user");
     }
-    if ((st.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+    const mode_t others = st.st_mode & (S_IRWXG | S_IRWXO);
+    const bool service_reads = others == S_IRGRP && st.st_gid != 0 && st.st_gid == service_group();
+    *readers = service_reads ? st.st_gid : 0;
+    if (others != 0 && !service_reads) {
         return refuse(path, "users other than its owner have rights on it", "set its mode to 0600");
     }
     return true;
@@ -109,7 +122,12 @@ bool MasterKeys::read(const char *path) noexcept {
                    : refuse(path, strerrordesc_np(errno), "make the file readable for this process");
     }
     SecretText text;
-    return check_rights(fd.get(), path) && read_text(fd.get(), path, &text) && parse(text.bytes, path);
+    return check_rights(fd.get(), path, &readers_) && read_text(fd.get(), path, &text) &&
+           parse(text.bytes, path);
+}
+
+void MasterKeys::admit_service(const char *path) noexcept {
+    readers_ = std::strcmp(path, kUsualPath) == 0 ? service_group() : 0;
 }
 
 // One line after the first. The checksum covers those that hold keys.

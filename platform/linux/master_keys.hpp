@@ -14,6 +14,8 @@
 // not remain in memory.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -58,6 +60,10 @@ class MasterKeys {
     // Removes one; its number must exist.
     void remove(unsigned generation) noexcept;
 
+    // Lets the group of the service read the file that is written: of a new file at the usual
+    // path. A file that replaces another has the group of that anyway.
+    void admit_service(const char *path) noexcept;
+
     // Writes a new file and puts it in place, while the caller holds the lock of the
     // directory. Returns 0, or an errno value that it has logged, except EEXIST: not
     // replace, and a file is there.
@@ -75,6 +81,7 @@ class MasterKeys {
     unsigned expected_count_ = 0;
     char expected_sum_[33] = "";  // hexadecimal digits
     bool checked_ = false;
+    gid_t readers_ = 0;  // the group that may read the file; 0: none may
 };
 
 // AAA_MASTER_KEYS, else /etc/aaa/master.keys.

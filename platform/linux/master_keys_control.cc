@@ -100,6 +100,7 @@ cerrno aaa_platform_master_keys_create(const char *path) {
     }
     MasterKeys keys;
     keys.add(kFirstGeneration);
+    keys.admit_service(path);
     const int error = keys.write(path, false);
     return error == EEXIST ? HOST_KEYS_EXIST : static_cast<cerrno>(error);
 }

@@ -29,6 +29,7 @@ namespace {
 
 constexpr char kUnfinished[] = ".unfinished";  // follows the file's name
 constexpr mode_t kOwnerOnly = 0600;
+constexpr mode_t kServiceReads = 0640;
 
 // "07 <64 hex digits> <time>", without a line feed. Returns its length.
 std::size_t print_key(const MasterKey &key, char *out, std::size_t size) {
@@ -154,6 +155,11 @@ class NewFile {
         return fd_ >= 0 && fchmod(fd_, kOwnerOnly) == 0 && write_whole(fd_, text.bytes, text.len) &&
                fsync(fd_) == 0;
     }
+    // The group first: another one must never have the right.
+    [[nodiscard]] bool admit(gid_t readers) const {
+        return fchown(fd_, static_cast<uid_t>(-1), readers) == 0 && fchmod(fd_, kServiceReads) == 0 &&
+               fsync(fd_) == 0;
+    }
     // Fails with EEXIST when the file is there.
     bool create() {
         if (!named_) {
@@ -209,7 +215,16 @@ int MasterKeys::write(const char *path, bool replace) const noexcept {
     SecretText text;
     print(*this, &text);
     NewFile file(place);
-    if (!file.fill(text) || !(replace ? file.replace() : file.create())) {
+    bool filled = file.fill(text);
+    if (filled && readers_ != 0 && !file.admit(readers_)) {
+        filled = errno == EPERM;  // this user may not give the group the right: only root may
+        if (filled) {
+            log(kLogWarning, "MASTER_KEYS",
+                "%s: the AAA service can no longer read it; as root: chgrp aaad %s && chmod 640 %s", path,
+                path, path);
+        }
+    }
+    if (!filled || !(replace ? file.replace() : file.create())) {
         const int error = errno;
         return error == EEXIST && !replace ? error : not_written(path, error);
     }

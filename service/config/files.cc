@@ -4,6 +4,11 @@
 
 #include "config/keeper.hpp"
 
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
 namespace service {
 
 namespace {
@@ -29,6 +34,17 @@ std::shared_ptr<const Settings> read_settings(const KeeperOptions &options, cons
     return faults.empty() ? std::make_shared<const Settings>(std::move(settings)) : nullptr;
 }
 
+// Without it every password of an account of the host is wrong, and no one sees why.
+void check_shadow(const Settings &settings, std::vector<std::string> &out) {
+    constexpr char shadow[] = "/etc/shadow";
+    if (settings.system_accounts && access(shadow, R_OK) != 0) {
+        out.push_back(
+            std::string("system-accounts: ") + shadow + " cannot be read (" + std::strerror(errno) +
+            "), so no password of an account of this host is right; aaad.conf(5) says how to let the "
+            "service read it");
+    }
+}
+
 }  // namespace
 
 FilesRead read_files(const KeeperOptions &options, const Accounts &accounts) {
@@ -37,6 +53,7 @@ FilesRead read_files(const KeeperOptions &options, const Accounts &accounts) {
     if (read.settings == nullptr) {
         return read;
     }
+    check_shadow(*read.settings, read.warnings);
     const std::string &path = read.settings->users;
     const TextFile file = read_text_file(path, Privacy::kSecret);
     std::vector<Fault> faults = file.faults;

@@ -32,6 +32,12 @@ std::thread thread_without_signals(Work work) {
     return thread;
 }
 
+void log_warnings(const FilesRead &files) {
+    for (const std::string &warning : files.warnings) {
+        log(Level::kWarning, "CONFIGURATION", "%s", warning.c_str());
+    }
+}
+
 }  // namespace
 
 Keeper::Keeper(KeeperOptions options, Apply apply) : options_(std::move(options)), apply_(std::move(apply)) {}
@@ -43,6 +49,7 @@ Keeper::~Keeper() {
 bool Keeper::start() {
     FilesRead files = read_files(options_, accounts_);
     take_faults(files.faults, reported_files_);
+    log_warnings(files);
     if (files.settings == nullptr) {
         return false;
     }
@@ -308,6 +315,7 @@ void Keeper::read_everything(const std::function<void()> &done) {
     FilesRead files = read_files(options_, accounts_);
     take_faults(files.faults, reported_files_);
     failed_reads_ += files.faults.empty() ? 0 : 1;
+    log_warnings(files);
     if (files.settings == nullptr) {
         log(Level::kError, "CONFIGURATION", "%s is not used: the settings before go on",
             options_.settings_path.c_str());

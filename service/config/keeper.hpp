@@ -33,6 +33,7 @@ struct FilesRead {
     std::shared_ptr<const Settings> settings;  // null: the file has faults
     std::shared_ptr<const Users> users;        // null: there is no usable file
     std::vector<std::string> faults;           // "PATH:LINE: TEXT"
+    std::vector<std::string> warnings;         // the files are used, and do not do what they say
 };
 // Reads both files. A settings file that is missing means the built-in settings.
 FilesRead read_files(const KeeperOptions &options, const Accounts &accounts);

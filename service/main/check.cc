@@ -57,6 +57,9 @@ int check_configuration(const KeeperOptions &options) {
     for (const std::string &fault : files.faults) {
         complain(count, fault);
     }
+    for (const std::string &warning : files.warnings) {
+        complain(count, warning);
+    }
     if (files.settings != nullptr) {
         check_journal(*files.settings, count);
         Snapshot snapshot;

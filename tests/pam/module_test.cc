@@ -72,7 +72,7 @@ TEST_F(Module, SendsNothingToAServiceOfAnotherUser) {
     Login login(dir_, "nodelay socket=" + path);
     EXPECT_EQ(login.authenticate({"secret"}), PAM_AUTHINFO_UNAVAIL);
     EXPECT_EQ(login.asked(), 0);
-    EXPECT_TRUE(logged("runs as user 65534, not as root or aaa"));
+    EXPECT_TRUE(logged("runs as user 65534, not as root or aaad"));
     int status = -1;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0) << "the other user's process got a message";

@@ -173,7 +173,10 @@ typedef struct aaa_platform_master_key {
 /**
  * Creates a file of master keys that holds one random key, generation 1.
  *
- * @param[in] path file to create, mode 0600, in an existing directory; null = the file that the cipher uses
+ * Its mode is 0600. At the usual path, /etc/aaa/master.keys, the group aaad may also read it, if there is
+ * one: that of the user as whom the service runs.
+ *
+ * @param[in] path file to create, in an existing directory; null = the file that the cipher uses
  *
  * @return
  * - 0: done
