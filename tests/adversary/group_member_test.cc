@@ -184,5 +184,28 @@ TEST_F(Member, ANumberInTheLockFileSendsRootAfterNoOtherProcess) {
     expect_usable();  // the first user initialises the locks
 }
 
+// The map was full, whatever root deleted, and no log line said why.
+TEST_F(Member, AReaderThatAMemberStopsIsNamedWhenItHasFilledTheMap) {
+    const auto small = [](std::vector<std::string> arguments) {
+        Start start = Adversary::root(std::move(arguments));
+        start.environment = {"AAA_SYSDB_MAP_MIB=1", "AAA_SYSDB_WAIT_MS=50"};
+        return start;
+    };
+    ASSERT_TRUE(succeeded(run(small({"set", "/cfg/x", "1"}))));
+    {
+        const Stopped reader(Role::kMember, [] { begin_read(kCfg + "/cfg.mdb"); });
+        const Result result = run(small({"loop", "/cfg/x"}));
+        const std::string number = std::to_string(reader.pid());
+        EXPECT_EQ(result.out, "ready\n0x8081a800\n");
+        EXPECT_NE(result.err.find("process " + number + " ("), std::string::npos) << result.err;
+        EXPECT_NE(result.err.find("kill -CONT " + number + ", or end it: kill -KILL " + number),
+                  std::string::npos)
+            << result.err;
+        EXPECT_EQ(run(small({"get", "/cfg/x"})).status, 0) << "reading is not affected";
+    }
+    EXPECT_TRUE(succeeded(run(small({"set", "/cfg/x", "1"})))) << "the reader has been killed";
+    expect_usable();
+}
+
 }  // namespace
 }  // namespace adversary

@@ -98,6 +98,41 @@ TEST_F(SetUserId, ClosedDescriptorsDoNotTurnOutputIntoDamage) {
     }
 }
 
+// The file of a descriptor of a process; empty when it is closed.
+std::string file_of(pid_t pid, int fd) {
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/fd/" + std::to_string(fd), error);
+}
+
+bool is_of_the_database(const std::string &file) {
+    return file.starts_with(kCfg) || file.starts_with(kRun);
+}
+
+// No output goes there by chance only when the numbers are others.
+TEST_F(SetUserId, NoFileOfTheDatabaseIsAStandardDescriptor) {
+    expect_usable("/cfg");
+    expect_usable("/oper");
+    for (const std::vector<int> &closed : {std::vector<int>{0, 1, 2}, {2}, {1, 2}, {0, 2}, {0}, {1}}) {
+        for (const char *path : {"/cfg/usable", "/oper/usable"}) {
+            for (Start start : {set_user_id({"stop", path}), root({"stop", path})}) {
+                start.environment = {"NO_DLLMAIN=1"};
+                start.closed = closed;
+                Running program(start);
+                ASSERT_TRUE(program.has_stopped());
+                for (const int fd : {0, 1, 2}) {
+                    EXPECT_FALSE(is_of_the_database(file_of(program.pid(), fd)))
+                        << fd << " is " << file_of(program.pid(), fd);
+                }
+                int others = 0;
+                for (int fd = 3; fd < 64; ++fd) {
+                    others += is_of_the_database(file_of(program.pid(), fd)) ? 1 : 0;
+                }
+                EXPECT_GT(others, 1) << "the database is open";
+            }
+        }
+    }
+}
+
 TEST_F(SetUserId, LimitsOfTheCallerLoseNothing) {
     expect_usable();
     const auto limited = [](int resource, rlim_t value, const char *command) {
@@ -157,6 +192,37 @@ TEST_F(SetUserId, AStoppedProgramLocksNobodyOut) {
     }
     EXPECT_GT(busy, 0) << "the program was never stopped inside a transaction";
     expect_usable();
+}
+
+// The same for a program that only reads: its view keeps the pages of the map from being used
+// again.
+TEST_F(SetUserId, AProgramThatIsStoppedInAReadIsNamedWhenItHasFilledTheMap) {
+    const auto small = [](Start start) {
+        start.environment = {"AAA_SYSDB_MAP_MIB=1", "AAA_SYSDB_WAIT_MS=50"};
+        return start;
+    };
+    ASSERT_TRUE(succeeded(run(small(root({"set", "/cfg/x", "1"})))));
+    Running program(set_user_id({"read", "/cfg/x"}));
+    ASSERT_EQ(program.line(), "ready");
+    bool is_inside = false;
+    for (int round = 0; round < 2000 && !is_inside; ++round) {
+        as(Role::kOutsider, [&] { EXPECT_EQ(kill(program.pid(), SIGSTOP), 0); });
+        ASSERT_TRUE(program.has_stopped());
+        is_inside = is_reading(kCfg + "/cfg.mdb", program.pid());
+        if (!is_inside) {
+            as(Role::kOutsider, [&] { EXPECT_EQ(kill(program.pid(), SIGCONT), 0); });
+        }
+    }
+    ASSERT_TRUE(is_inside) << "the program was never stopped inside a read";
+    const Result result = run(small(root({"loop", "/cfg/x"})));
+    EXPECT_EQ(result.out, "ready\n0x8081a800\n");
+    EXPECT_NE(result.err.find("kill -CONT " + std::to_string(program.pid())), std::string::npos)
+        << result.err;
+    EXPECT_EQ(run(small(root({"get", "/cfg/x"}))).status, 0) << "reading is not affected";
+    as(Role::kOutsider, [&] { EXPECT_EQ(kill(program.pid(), SIGCONT), 0); });
+    Start patient = small(root({"set", "/cfg/x", "1"}));
+    patient.environment.pop_back();
+    EXPECT_TRUE(succeeded(run(patient)));
 }
 
 TEST_F(SetUserId, AKilledProgramLosesNothing) {

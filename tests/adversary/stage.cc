@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <lmdb.h>
 #include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -22,6 +23,7 @@
 #include <iterator>
 
 #include "support/machine.hpp"
+#include "support/time_limit.h"
 
 namespace adversary {
 namespace {
@@ -157,6 +159,11 @@ std::vector<char *> pointers(const std::vector<std::string> &texts) {
     _exit(127);
 }
 
+bool has_stopped_itself(pid_t pid) {
+    int status = 0;
+    return waitpid(pid, &status, WUNTRACED) == pid && WIFSTOPPED(status);
+}
+
 int status_of(pid_t pid) {
     int status = 0;
     waitpid(pid, &status, 0);
@@ -188,6 +195,12 @@ Running::~Running() {
         kill(pid_, SIGKILL);
         end();
     }
+}
+
+bool Running::has_stopped() {
+    const bool stopped = has_stopped_itself(pid_);
+    pid_ = stopped ? pid_ : -1;
+    return stopped;
 }
 
 std::string Running::line() {
@@ -227,6 +240,61 @@ void as(Role role, const std::function<void()> &body) {
         _exit(!failed && testing::Test::HasFailure() ? 1 : 0);
     }
     EXPECT_EQ(status_of(pid), 0);
+}
+
+Stopped::Stopped(Role role, const std::function<void()> &body) {
+    fflush(nullptr);
+    pid_ = fork();
+    if (pid_ == 0) {
+        set_time_limit("the process that is to stop itself");
+        become(role);
+        body();
+        lift_time_limit();
+        raise(SIGSTOP);
+        _exit(0);
+    }
+    EXPECT_TRUE(has_stopped_itself(pid_));
+}
+
+Stopped::~Stopped() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+}
+
+namespace {
+
+MDB_env *open_database(const std::string &database) {
+    MDB_env *env = nullptr;
+    const bool is_open =
+        mdb_env_create(&env) == 0 && mdb_env_open(env, database.c_str(), MDB_NOSUBDIR | MDB_NOTLS, 0660) == 0;
+    EXPECT_TRUE(is_open) << database;
+    return is_open ? env : nullptr;
+}
+
+// "pid thread txnid", without a txnid when the reader is idle.
+int look_for(const char *line, void *pid) {
+    int number = 0;
+    unsigned long txnid = 0;
+    const bool reads = std::sscanf(line, "%d %*x %lu", &number, &txnid) == 2;
+    return reads && number == *static_cast<pid_t *>(pid) ? -1 : 0;
+}
+
+}  // namespace
+
+void begin_read(const std::string &database) {
+    MDB_txn *txn = nullptr;
+    MDB_env *env = open_database(database);
+    EXPECT_TRUE(env != nullptr && mdb_txn_begin(env, nullptr, MDB_RDONLY, &txn) == 0);
+}
+
+bool is_reading(const std::string &database, pid_t pid) {
+    fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        MDB_env *env = open_database(database);
+        _exit(env != nullptr && mdb_reader_list(env, look_for, &pid) < 0 ? 0 : 1);
+    }
+    return status_of(child) == 0;
 }
 
 void Adversary::SetUp() {

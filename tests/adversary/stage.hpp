@@ -58,6 +58,8 @@ class Running {
     Running &operator=(const Running &) = delete;
 
     pid_t pid() const { return pid_; }
+    // Waits until the process has stopped. False when it has ended instead.
+    bool has_stopped();
     // One line of its output without the line feed; empty at the end or after 30 s.
     std::string line();
     // Closes its input and waits for its end.
@@ -74,6 +76,25 @@ Result run(const Start &start);
 
 // Runs a body as that role, in a child; its failed expectations fail the test.
 void as(Role role, const std::function<void()> &body);
+
+// A process of a role that runs a body and stops itself. The destructor kills it.
+class Stopped {
+  public:
+    Stopped(Role role, const std::function<void()> &body);
+    ~Stopped();
+    Stopped(const Stopped &) = delete;
+    Stopped &operator=(const Stopped &) = delete;
+
+    pid_t pid() const { return pid_; }
+
+  private:
+    pid_t pid_;
+};
+
+// With LMDB itself, as another program may use it: in a process that ends without closing.
+void begin_read(const std::string &database);
+// Whether the table of readers has an entry of this process with a state that it reads.
+bool is_reading(const std::string &database, pid_t pid);
 
 // A stage for each test. Skips it where the process is not root or may not have a mount
 // namespace.

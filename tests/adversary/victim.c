@@ -5,7 +5,9 @@
  * root, of a member of the group or of a set-user-ID program.
  *
  *     victim set PATH NUMBER     victim get PATH       victim watch PATH
- *     victim loop PATH           stores 0, 1, 2 ... until it is killed
+ *     victim loop PATH           stores 0, 1, 2 ... until it is killed, or cannot
+ *     victim read PATH           reads again and again until it is killed
+ *     victim stop PATH           stores a number, and stops itself
  *     victim log TEXT            binds the database and logs an error
  *     victim load                only loads the library
  *
@@ -14,6 +16,7 @@
 
 #define _GNU_SOURCE
 #include <poll.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -90,6 +93,28 @@ static int loop(sysdb_conn_t conn, const char *path) {
     }
 }
 
+static int read_again(sysdb_conn_t conn, const char *path) {
+    printf("ready\n");
+    fflush(stdout);
+    for (;;) {
+        uint32_t type = SYSDB_TYPE_U32;
+        void *value = NULL;
+        uint32_t length = 0;
+        cerrno code = sysdb_item_get(conn, path, &type, &value, &length, 0);
+        if (code != 0) {
+            return print_code(code);
+        }
+        free(value);
+    }
+}
+
+/* Has everything open, and tells it without a descriptor. */
+static int stop(sysdb_conn_t conn, const char *path) {
+    const cerrno code = set(conn, path, 1);
+    raise(SIGSTOP);
+    return code == 0 ? 0 : 1;
+}
+
 static int log_error(const char *text) {
     kel_errmsg(&kel_msg_rec_aaa_debug_error, 3, text, "of the test");
     return 0;
@@ -117,6 +142,10 @@ int main(int argc, char **argv) {
         status = watch(conn, path);
     } else if (strcmp(command, "loop") == 0) {
         status = loop(conn, path);
+    } else if (strcmp(command, "read") == 0) {
+        status = read_again(conn, path);
+    } else if (strcmp(command, "stop") == 0) {
+        status = stop(conn, path);
     } else if (strcmp(command, "log") == 0) {
         status = log_error(operand);
     }

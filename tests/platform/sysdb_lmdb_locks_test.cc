@@ -6,20 +6,19 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/futex.h>
-#include <lmdb.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <string>
+#include <thread>
 
+#include "stopped_process.hpp"
 #include "support/sysdb.hpp"
+#include "support/time_limit.h"
 
 namespace {
 
@@ -30,48 +29,6 @@ constexpr std::size_t kWritersMutexAt = (kReadersMutexAt + sizeof(pthread_mutex_
 
 #define EXPECT_HAS(text, part)     EXPECT_NE(std::string::npos, (text).find(part)) << "in: " << (text)
 #define EXPECT_HAS_NOT(text, part) EXPECT_EQ(std::string::npos, (text).find(part)) << "in: " << (text)
-
-// A process that stops itself once it holds a lock. The program is not one of this
-// project's: LMDB itself, as an older provider uses it.
-class Holder {
-  public:
-    explicit Holder(const std::function<void()> &take)
-        : process_([&take] {
-              prctl(PR_SET_NAME, "the\nholder");
-              take();
-              raise(SIGSTOP);
-              _exit(0);
-          }) {
-        int status = 0;
-        EXPECT_EQ(pid(), waitpid(pid(), &status, WUNTRACED));
-        EXPECT_TRUE(WIFSTOPPED(status));
-    }
-    pid_t pid() const { return process_.pid(); }
-    std::string number() const { return std::to_string(pid()); }
-    void go_on() {
-        kill(pid(), SIGCONT);
-        EXPECT_EQ(0, process_.wait());
-    }
-    void kill_now() { process_.kill_now(); }
-
-  private:
-    ForkedProcess process_;
-};
-
-MDB_env *open_database(const std::string &file) {
-    MDB_env *env = nullptr;
-    if (mdb_env_create(&env) != 0 || mdb_env_open(env, file.c_str(), MDB_NOSUBDIR, 0660) != 0) {
-        _exit(1);
-    }
-    return env;
-}
-
-void begin_transaction(const std::string &file) {
-    MDB_txn *txn = nullptr;
-    if (mdb_txn_begin(open_database(file), nullptr, 0, &txn) != 0) {
-        _exit(1);
-    }
-}
 
 // The descriptor stays open: closing it would drop LMDB's record lock.
 char *map_lock_file(const std::string &file) {
@@ -108,6 +65,14 @@ void lock_initialisation(const std::string &file) {
     }
 }
 
+// What must end although a lock is kept.
+std::string run_limited(const std::function<void()> &body) {
+    return run_forked([&body] {
+        set_time_limit("a process that uses a database whose lock is kept");
+        body();
+    });
+}
+
 void make_database() {
     run_forked([] {
         const Bound bound("/cfg/");
@@ -115,7 +80,7 @@ void make_database() {
     });
 }
 
-void expect_named(const std::string &log, const DatabaseSandbox &sandbox, const Holder &holder) {
+void expect_named(const std::string &log, const DatabaseSandbox &sandbox, const StoppedProcess &holder) {
     EXPECT_HAS(log, sandbox.cfg_file());
     EXPECT_HAS(log, "process " + holder.number() + " (the\\nholder), which is stopped,");
     EXPECT_HAS(log, "kill -CONT " + holder.number());
@@ -125,8 +90,8 @@ void expect_named(const std::string &log, const DatabaseSandbox &sandbox, const 
 TEST(SysdbLocks, StoppedWriterIsNamedAndTheOthersGoOn) {
     const DatabaseSandbox sandbox;
     make_database();
-    Holder holder([&sandbox] { begin_transaction(sandbox.cfg_file()); });
-    const std::string log = run_forked([] {
+    StoppedProcess holder([&sandbox] { begin_transaction(sandbox.cfg_file()); });
+    const std::string log = run_limited([] {
         setenv("AAA_SYSDB_WAIT_MS", "50", 1);
         const Bound bound("/cfg/");
         ASSERT_EQ(0u, bound.code());
@@ -136,7 +101,7 @@ TEST(SysdbLocks, StoppedWriterIsNamedAndTheOthersGoOn) {
     });
     expect_named(log, sandbox, holder);
     holder.go_on();
-    run_forked([] {
+    run_limited([] {
         const Bound bound("/cfg/");
         EXPECT_EQ(0u, set_number(bound.handle(), "a", 3));
     });
@@ -146,8 +111,9 @@ TEST(SysdbLocks, WriterThatIsKilledFreesTheLock) {
     const DatabaseSandbox sandbox;
     make_database();
     Pipe waiting;
-    Holder holder([&sandbox] { begin_transaction(sandbox.cfg_file()); });
+    StoppedProcess holder([&sandbox] { begin_transaction(sandbox.cfg_file()); });
     ForkedProcess other([&waiting] {
+        set_time_limit("the process that waits for the lock");
         const Bound bound("/cfg/");
         waiting.put();
         EXPECT_EQ(0u, set_number(bound.handle(), "a", 2));
@@ -157,11 +123,11 @@ TEST(SysdbLocks, WriterThatIsKilledFreesTheLock) {
     EXPECT_EQ(0, other.wait());
 }
 
-TEST(SysdbLocks, StoppedHolderOfTheTableOfReadersIsNamed) {
+TEST(SysdbLocks, StoppedStoppedHolderOfTheTableOfReadersIsNamed) {
     const DatabaseSandbox sandbox;
     make_database();
-    Holder holder([&sandbox] { lock_table_of_readers(sandbox.cfg_file()); });
-    const std::string log = run_forked([] {
+    StoppedProcess holder([&sandbox] { lock_table_of_readers(sandbox.cfg_file()); });
+    const std::string log = run_limited([] {
         setenv("AAA_SYSDB_WAIT_MS", "50", 1);
         EXPECT_EQ(SYSDB_ERR_BUSY, Bound("/cfg/").code());
     });
@@ -172,25 +138,27 @@ TEST(SysdbLocks, StoppedHolderOfTheTableOfReadersIsNamed) {
 TEST(SysdbLocks, ProcessThatStoppedWhileItOpenedTheFileIsNamed) {
     const DatabaseSandbox sandbox;
     make_database();
-    Holder holder([&sandbox] { lock_initialisation(sandbox.cfg_file()); });
-    const std::string log = run_forked([] {
+    StoppedProcess holder([&sandbox] { lock_initialisation(sandbox.cfg_file()); });
+    const std::string log = run_limited([] {
         setenv("AAA_SYSDB_WAIT_MS", "50", 1);
         EXPECT_EQ(SYSDB_ERR_BUSY, Bound("/cfg/").code());
         EXPECT_EQ(0u, Bound("/oper/").code());  // the other tree does not wait
     });
     expect_named(log, sandbox, holder);
     holder.go_on();
-    run_forked([] { EXPECT_EQ(0u, Bound("/cfg/").code()); });
+    run_limited([] { EXPECT_EQ(0u, Bound("/cfg/").code()); });
 }
 
 // What an administrator reads who looks for the reason of logins that fail.
+void write_in_vain() {
+    setenv("AAA_SYSDB_WAIT_MS", "50", 1);
+    const Bound bound("/cfg/");
+    ASSERT_EQ(0u, bound.code());
+    EXPECT_EQ(SYSDB_ERR_BUSY, set_number(bound.handle(), "a", 2));
+}
+
 std::string log_of_writer_in_vain() {
-    return run_forked([] {
-        setenv("AAA_SYSDB_WAIT_MS", "50", 1);
-        const Bound bound("/cfg/");
-        ASSERT_EQ(0u, bound.code());
-        EXPECT_EQ(SYSDB_ERR_BUSY, set_number(bound.handle(), "a", 2));
-    });
+    return run_limited(write_in_vain);
 }
 
 void expect_not_verified(const std::string &log, const DatabaseSandbox &sandbox, pid_t number,
@@ -214,7 +182,7 @@ TEST(SysdbLocks, ProcessThatDoesNotUseTheFileIsNotToBeKilled) {
         close(other);
     });
     // One process has the file open, so that the next one does not initialise its locks.
-    Holder forger([&] {
+    StoppedProcess forger([&] {
         open_database(sandbox.cfg_file());
         forge_writer(sandbox.cfg_file(), innocent.pid());
     });
@@ -234,7 +202,7 @@ TEST(SysdbLocks, ProcessOfAnotherDatabaseIsNotToBeKilled) {
         end.take(-1);
     });
     ASSERT_TRUE(ready.take());
-    Holder forger([&] {
+    StoppedProcess forger([&] {
         open_database(sandbox.cfg_file());
         forge_writer(sandbox.cfg_file(), innocent.pid());
     });
@@ -247,16 +215,98 @@ TEST(SysdbLocks, NumberWithoutAProcessIsNotToBeKilled) {
     const DatabaseSandbox sandbox;
     make_database();
     constexpr pid_t kNoProcess = 0x3ffffffe;  // above the largest number that Linux gives out
-    Holder forger([&] {
+    StoppedProcess forger([&] {
         open_database(sandbox.cfg_file());
         forge_writer(sandbox.cfg_file(), kNoProcess);
     });
     expect_not_verified(log_of_writer_in_vain(), sandbox, kNoProcess, "does not exist here");
 }
 
+// The log said that the process that waits keeps the lock, and advised to kill it.
+TEST(SysdbLocks, HolderOfTheSameNumberInAnotherContainerIsNotThisProcess) {
+    SKIP_WITHOUT_CONTAINERS();
+    const DatabaseSandbox sandbox;
+    make_database();
+    Pipe ready;
+    Pipe end;
+    ForkedProcess holder([&] {
+        EXPECT_TRUE(run_in_container([&] {
+            begin_transaction(sandbox.cfg_file());
+            ready.put();
+            end.take(-1);
+        }));
+    });
+    ASSERT_TRUE(ready.take());
+    const std::string log = run_limited([] { EXPECT_TRUE(run_in_container(write_in_vain)); });
+    EXPECT_HAS(log, "database " + sandbox.cfg_file());
+    EXPECT_HAS(log, "names process 1, which is the number of this process, but it does not hold the lock");
+    EXPECT_HAS(log, "fuser -v " + sandbox.cfg_file() + "-lock");
+    EXPECT_HAS_NOT(log, "kill -");
+    end.put();
+    EXPECT_EQ(0, holder.wait());
+}
+
+// The log said "Resource temporarily unavailable; check the directory and its permissions".
+TEST(SysdbLocks, ReaderOfTheSameNumberInAnotherContainerIsReported) {
+    SKIP_WITHOUT_CONTAINERS();
+    const DatabaseSandbox sandbox;
+    make_database();
+    Pipe ready;
+    Pipe end;
+    ForkedProcess reader([&] {
+        EXPECT_TRUE(run_in_container([&] {
+            begin_transaction(sandbox.cfg_file(), MDB_RDONLY);
+            ready.put();
+            end.take(-1);
+        }));
+    });
+    ASSERT_TRUE(ready.take());
+    const std::string log = run_limited(
+        [] { EXPECT_TRUE(run_in_container([] { EXPECT_EQ(SYSDB_ERR_BUSY, Bound("/cfg/").code()); })); });
+    EXPECT_HAS(log, "database " + sandbox.cfg_file() + " is used by a process of another container");
+    EXPECT_HAS(log, "the same number as this one, 1");
+    EXPECT_HAS(log, "one pid namespace");
+    EXPECT_HAS_NOT(log, "permissions");
+    end.put();
+    EXPECT_EQ(0, reader.wait());
+}
+
+// Another thread of this process has the lock, and this one told to kill the process.
+TEST(SysdbLocks, ThreadOfTheSameProcessIsNotToBeKilled) {
+    const DatabaseSandbox sandbox;
+    make_database();
+    Pipe ready;
+    Pipe end;
+    ForkedProcess forger([&] {
+        open_database(sandbox.cfg_file());
+        int number = 0;
+        ASSERT_TRUE(ready.take());
+        ASSERT_EQ(static_cast<ssize_t>(sizeof number), read(ready.reading_end(), &number, sizeof number));
+        forge_writer(sandbox.cfg_file(), number);
+        end.put();
+        ready.take(-1);
+    });
+    const std::string log = run_limited([&] {
+        setenv("AAA_SYSDB_WAIT_MS", "50", 1);
+        const Bound bound("/cfg/");
+        ASSERT_EQ(0u, bound.code());
+        const int self = getpid();
+        ready.put();
+        ASSERT_EQ(static_cast<ssize_t>(sizeof self), write(ready.writing_end(), &self, sizeof self));
+        ASSERT_TRUE(end.take());
+        std::thread other([&bound] { EXPECT_EQ(SYSDB_ERR_BUSY, set_number(bound.handle(), "a", 2)); });
+        other.join();
+    });
+    EXPECT_HAS(log, " of this process, ");
+    EXPECT_HAS(log, "fuser -v " + sandbox.cfg_file() + "-lock");
+    EXPECT_HAS_NOT(log, "kill -");
+    ready.put();
+    EXPECT_EQ(0, forger.wait());
+}
+
 TEST(SysdbLocks, WaitThatIsNoNumberIsReported) {
     const DatabaseSandbox sandbox;
-    const std::string log = run_forked([] {
+    const std::string log = run_limited([] {
         setenv("AAA_SYSDB_WAIT_MS", "0", 1);
         EXPECT_EQ(0u, Bound("/cfg/").code());
     });

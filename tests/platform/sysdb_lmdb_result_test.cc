@@ -75,6 +75,7 @@ TEST(LmdbResult, ErrnoBecomesCodesOfTheInterface) {
         {ENOMEM, SYSDB_ERR_NOMEM},    {ENOSPC, SYSDB_ERR_FULL},  {EDQUOT, SYSDB_ERR_FULL},
         {ENOENT, SYSDB_ERR_STORAGE},  {EIO, SYSDB_ERR_STORAGE},  {EMFILE, SYSDB_ERR_STORAGE},
         {ENOTDIR, SYSDB_ERR_STORAGE}, {EFBIG, SYSDB_ERR_FULL},   {ETIMEDOUT, SYSDB_ERR_BUSY},
+        {EAGAIN, SYSDB_ERR_BUSY},
     };
     for (const auto &row : rows) {
         const Result result = Result::of_errno(row.error);

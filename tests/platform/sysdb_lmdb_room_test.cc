@@ -198,9 +198,7 @@ TEST(SysdbRoom, FullDiskLosesNothing) {
                   ? 0
                   : 1);
     });
-    if (probe.wait() != 0) {
-        GTEST_SKIP() << "needs mkfs.ext4 and a loop device";
-    }
+    SKIP_WITHOUT("loop", probe.wait() == 0, "needs mkfs.ext4 and a loop device");
     const std::string log = run_forked([&] {
         ASSERT_TRUE(enter_private_mounts());
         ASSERT_EQ(0, std::system(attach.c_str()));

@@ -56,6 +56,10 @@ int fsync(int fd) {
     return made("fsync") ? (int)syscall(SYS_fsync, fd) : -1;
 }
 
+int flock(int fd, int operation) {
+    return made("flock") ? (int)syscall(SYS_flock, fd, operation) : -1;
+}
+
 int linkat(int from_directory, const char *from, int to_directory, const char *to, int flags) {
     return made("linkat") ? (int)syscall(SYS_linkat, from_directory, from, to_directory, to, flags) : -1;
 }

@@ -69,7 +69,7 @@ typedef void *sysdb_list_t;
 #define SYSDB_ERR_ACCESS          0x80819e00u /**< no permission for the files */
 #define SYSDB_ERR_READ_ONLY       0x8081a000u /**< this process may read but not write */
 #define SYSDB_ERR_STORAGE         0x80819c00u /**< directory that cannot be made, I/O error */
-#define SYSDB_ERR_BUSY            0x8081a800u /**< a process keeps a lock, or all reader places are taken */
+#define SYSDB_ERR_BUSY            0x8081a800u /**< a process keeps a lock or room, or all reader places */
 #define SYSDB_ERR_NOMEM           0x80819200u
 #define SYSDB_ERR_END_OF_LIST     0x40818a00u
 #define SYSDB_ERR_CONNECTION_LOST 0x8081ac00u /**< the channel can no longer be used; bind again */

@@ -70,8 +70,8 @@ Result append_change(const Environment &environment, MDB_txn *txn, std::uint32_t
     return revision > capacity ? drop_oldest(txn, table, revision - capacity) : Result::ok();
 }
 
-cerrno last_revision(const ReadTxn &txn, std::uint64_t &revision) {
-    return txn.environment().report(newest(txn.get(), txn.environment().log_table(), revision));
+cerrno last_revision(ReadTxn &txn, std::uint64_t &revision) {
+    return txn.report(newest(txn.get(), txn.environment().log_table(), revision));
 }
 
 bool parse_change(const MDB_val &key, const MDB_val &value, Change &change) {

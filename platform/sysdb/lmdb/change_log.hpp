@@ -25,18 +25,18 @@ Result append_change(const Environment &environment, MDB_txn *txn, std::uint32_t
                      std::string_view key);
 
 // Revision of the tree in this view; 0 before the first change.
-cerrno last_revision(const ReadTxn &txn, std::uint64_t &revision);
+cerrno last_revision(ReadTxn &txn, std::uint64_t &revision);
 
 // Calls visit(change) for every change after a revision, oldest first. gap is
 // set when the log has lost some of them.
 template <typename Visit>
-cerrno visit_changes(const ReadTxn &txn, std::uint64_t after, bool &gap, Visit visit);
+cerrno visit_changes(ReadTxn &txn, std::uint64_t after, bool &gap, Visit visit);
 
 // Building blocks of visit_changes.
 bool parse_change(const MDB_val &key, const MDB_val &value, Change &change);
 
 template <typename Visit>
-cerrno visit_changes(const ReadTxn &txn, std::uint64_t after, bool &gap, Visit visit) {
+cerrno visit_changes(ReadTxn &txn, std::uint64_t after, bool &gap, Visit visit) {
     gap = false;
     Cursor cursor;
     Result rc = cursor.open(txn.get(), txn.environment().log_table());
@@ -49,14 +49,14 @@ cerrno visit_changes(const ReadTxn &txn, std::uint64_t after, bool &gap, Visit v
     for (bool first = true; rc.is_ok(); first = false, rc = cursor.get(key, value, MDB_NEXT)) {
         Change change;
         if (!parse_change(key, value, change)) {
-            return txn.environment().report(Result::of_lmdb(MDB_CORRUPTED));
+            return txn.report(Result::of_lmdb(MDB_CORRUPTED));
         }
         if (first && change.revision != after + 1) {
             gap = true;
         }
         visit(change);
     }
-    return txn.environment().report(rc.ok_if_not_found());
+    return txn.report(rc.ok_if_not_found());
 }
 
 }  // namespace sysdb_lmdb

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <numeric>
 #include <unordered_set>
 
 #include "change_log.hpp"
@@ -135,6 +136,13 @@ Result make_all(const Environment &environment, MDB_txn *txn, const std::vector<
     return Result::of_errno(ENOMEM);
 }
 
+std::size_t bytes_of(const std::vector<PlannedChange> &planned) {
+    return std::accumulate(planned.begin(), planned.end(), std::size_t{0},
+                           [](std::size_t bytes, const PlannedChange &change) {
+                               return bytes + (names_one_to_keep(change) ? change.value.size() : 0);
+                           });
+}
+
 bool only_shrinks(const std::vector<PlannedChange> &planned) {
     return std::none_of(planned.begin(), planned.end(),
                         [](const PlannedChange &change) { return change.operation == SYSDB_CHANGE_SET; });
@@ -168,7 +176,8 @@ cerrno make_changes(Tree tree, const std::vector<PlannedChange> &planned, Change
     const auto growth = only_shrinks(planned) ? Environment::Growth::kShrinks : Environment::Growth::kGrows;
     return Database::instance().with(tree, [&](Environment &environment) {
         return environment.write(
-            growth, [&](MDB_txn *txn) { return make_all(environment, txn, planned, keep, changed, failed); });
+            growth, [&](MDB_txn *txn) { return make_all(environment, txn, planned, keep, changed, failed); },
+            bytes_of(planned));
     });
 }
 

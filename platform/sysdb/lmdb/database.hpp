@@ -23,7 +23,7 @@ class Database {
     template <typename Body>
     cerrno with(Tree tree, Body body);
 
-    // The same with a transaction: body(txn), a ReadTxn.
+    // The same with a transaction: body(txn), a ReadTxn, whose view ends with the body.
     template <typename Body>
     cerrno read(Tree tree, Body body);
 

@@ -18,6 +18,7 @@
 #include "directory.hpp"
 #include "files.hpp"
 #include "holder.hpp"
+#include "readers.hpp"
 
 namespace sysdb_lmdb {
 
@@ -80,6 +81,11 @@ class DatabaseFiles {
     long wait_ms() const;
     // The lock's holder did not give it back; thread 0 when unknown.
     void report_holder(pid_t holder, Witness witness) const;
+
+    // Whether the process of an entry in the table of readers lives.
+    bool is_alive(const Reader &reader) const { return is_reader_alive(lock_fd_, reader.number); }
+    // A reader kept room in a full map for as long as others wait.
+    void report_reader(const Reader &reader) const { log_reader(path_, lock_fd_, reader, wait_ms_); }
 
     // Around a write to the data file; a head is the last write of a transaction.
     bool is_head(int fd) const { return fd == head_fd_; }

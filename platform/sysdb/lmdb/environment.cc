@@ -20,8 +20,6 @@ namespace sysdb_lmdb {
 namespace {
 
 constexpr unsigned kCommitsBetweenChecks = 64;
-constexpr std::size_t kReservedPages = 64;
-constexpr MDB_dbi kFreeList = 0;  // LMDB's own table of pages to use again
 
 }  // namespace
 
@@ -79,6 +77,12 @@ void Environment::log_failure(Result result) {
             file().c_str());
     } else if (result.is_no_room()) {
         report_no_room(files_.directory().get(), "database " + file(), result.error());
+    } else if (result.is_errno(EAGAIN)) {  // LMDB keeps a record lock on the number of this process
+        log(kLogError,
+            "database %s is used by a process of another container that has the same number as this one, "
+            "%ld; "
+            "let processes that share a database run in one pid namespace",
+            file().c_str(), static_cast<long>(getpid()));
     } else if (!result.is_timeout()) {  // the wait has reported the holder
         log(kLogError, "database %s: %s; check the directory and its permissions", file().c_str(),
             result.text());
@@ -99,53 +103,6 @@ Result Environment::begin_write(Growth growth, MDB_txn *&txn) {
         mdb_txn_abort(txn);
     }
     return rc;
-}
-
-// Pages in the file's free list. A write transaction may not read it, but the
-// writer's lock keeps it unchanged while a reader counts.
-Result Environment::count_free_pages(std::size_t enough, std::size_t &pages) {
-    MDB_txn *txn = nullptr;
-    Result rc = take_reader(txn);
-    if (!rc.is_ok()) {
-        return rc;
-    }
-    {
-        Cursor cursor;
-        MDB_val key;
-        MDB_val value;
-        rc = cursor.open(txn, kFreeList);
-        while (rc.is_ok() && pages < enough && (rc = cursor.get(key, value, MDB_NEXT)).is_ok()) {
-            std::size_t listed = 0;  // each record is a count and as many page numbers
-            std::memcpy(&listed, value.mv_data, std::min(sizeof listed, value.mv_size));
-            pages += listed;
-        }
-    }
-    give_back_reader(txn);
-    return rc.ok_if_not_found();
-}
-
-// Deletion writes new pages before it frees others. Without a reserve a full
-// database could not be emptied.
-Result Environment::check_room() {
-    MDB_envinfo info;
-    MDB_stat statistics;
-    mdb_env_info(env_, &info);
-    mdb_env_stat(env_, &statistics);
-    const std::size_t pages = info.me_mapsize / statistics.ms_psize;
-    const std::size_t reserve = std::min(kReservedPages, pages / 8);
-    std::size_t available = pages - std::min(pages, info.me_last_pgno + 1);
-    if (available >= reserve) {
-        return Result::ok();
-    }
-    const Result rc = count_free_pages(reserve, available);
-    return rc.is_ok() && available < reserve ? Result::of_lmdb(MDB_MAP_FULL) : rc;
-}
-
-// Another process uses a larger map, which its first change has written into the head.
-bool Environment::is_map_outgrown() {
-    MDB_envinfo info;
-    const Descriptor data = files_.open_to_read();
-    return mdb_env_info(env_, &info) == 0 && data && inspect_head(data.get()).map_bytes > info.me_mapsize;
 }
 
 // A process that ends does not free its reader places.
@@ -203,9 +160,21 @@ void Environment::give_back_reader(MDB_txn *txn) {
 }
 
 ReadTxn::~ReadTxn() {
+    end();
+}
+
+void ReadTxn::end() {
     if (txn_ != nullptr) {
         environment_.give_back_reader(txn_);
+        txn_ = nullptr;
     }
+}
+
+cerrno ReadTxn::report(Result result) {
+    if (result.is_failure_of_storage()) {
+        end();
+    }
+    return environment_.report(result);
 }
 
 cerrno ReadTxn::begin() {

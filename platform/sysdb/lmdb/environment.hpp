@@ -16,6 +16,7 @@
 #include <string>
 
 #include "database_files.hpp"
+#include "deadline.hpp"
 #include "key.hpp"
 #include "result.hpp"
 #include "settings.hpp"
@@ -56,10 +57,11 @@ class Environment {
     cerrno report(Result result);
 
     // One write transaction: body(txn) gives a Result, ok commits.
-    // A growing one is refused when the remaining room is needed for deletions.
+    // A growing one is refused when the remaining room is needed for deletions. bytes: of the
+    // values that it stores.
     enum class Growth { kGrows, kShrinks };
     template <typename Body>
-    cerrno write(Growth growth, Body body);
+    cerrno write(Growth growth, Body body, std::size_t bytes = 0);
 
     // For ReadTxn.
     Result take_reader(MDB_txn *&txn);
@@ -92,11 +94,22 @@ class Environment {
     template <typename Body>
     Result attempt(Growth growth, Body &body);
     Result begin_write(Growth growth, MDB_txn *&txn);
-    Result check_room();
-    Result count_free_pages(std::size_t enough, std::size_t &pages);
-    bool is_map_outgrown();
     void free_dead_readers();
     void count_commit();
+
+    // environment_room.cc
+    struct Room;
+    Result check_room();
+    Result measure_room(std::uint64_t oldest, std::size_t enough, Room &room);
+    std::size_t reserve() const;
+    std::size_t pages_needed(Growth growth, std::size_t bytes) const;
+    bool is_map_outgrown();
+    bool keeps_room(const Reader &reader, std::size_t needed);
+    Result wait_for_reader(const timespec &deadline, std::size_t needed, bool is_first);
+    // After a change that found the map full, how it ends when it is made again until its
+    // room is free: again() is the change.
+    template <typename Again>
+    Result when_there_is_room(Growth growth, std::size_t bytes, Again again);
 
     const std::shared_ptr<const void> presence_ = std::make_shared<char>();  // first, so destroyed last
     DatabaseFiles files_;
@@ -125,8 +138,13 @@ class ReadTxn {
     ReadTxn &operator=(const ReadTxn &) = delete;
 
     cerrno begin();
+    // Before anything that may take long, as a log line does whose reader has stopped: pages
+    // that this view may read are not used again while it lasts.
+    void end();
     MDB_txn *get() const { return txn_; }
     Environment &environment() const { return environment_; }
+    // The code for a result. Ends the view before it logs a failure.
+    cerrno report(Result result);
 
   private:
     Environment &environment_;
@@ -179,8 +197,25 @@ Result Environment::attempt(Growth growth, Body &body) {
     return Result::of_lmdb(mdb_txn_commit(txn));
 }
 
+template <typename Again>
+Result Environment::when_there_is_room(Growth growth, std::size_t bytes, Again again) {
+    if (is_map_outgrown()) {
+        return Result::of_lmdb(MDB_MAP_RESIZED);
+    }
+    const timespec deadline = after(files_.wait_ms());
+    auto rc = Result::of_lmdb(MDB_MAP_FULL);
+    for (bool is_first = true; rc.is_lmdb(MDB_MAP_FULL); is_first = false) {
+        const Result waited = wait_for_reader(deadline, pages_needed(growth, bytes), is_first);
+        if (!waited.is_ok()) {
+            return waited;
+        }
+        rc = again();
+    }
+    return rc;
+}
+
 template <typename Body>
-cerrno Environment::write(Growth growth, Body body) {
+cerrno Environment::write(Growth growth, Body body, std::size_t bytes) {
     if (read_only_) {
         return SYSDB_ERR_READ_ONLY;
     }
@@ -190,8 +225,8 @@ cerrno Environment::write(Growth growth, Body body) {
         free_dead_readers();
         rc = attempt(growth, body);
     }
-    if (rc.is_lmdb(MDB_MAP_FULL) && is_map_outgrown()) {
-        rc = Result::of_lmdb(MDB_MAP_RESIZED);
+    if (rc.is_lmdb(MDB_MAP_FULL)) {
+        rc = when_there_is_room(growth, bytes, [&] { return attempt(growth, body); });
     }
     if (rc.is_ok()) {
         count_commit();

@@ -146,6 +146,7 @@ cerrno Environment::walk_pages(std::uint64_t &txnid) {
         txnid = mdb_txn_id(txn.get());
         bool stale = false;
         const char *fault = find_page_fault(files_.data_fd(), txnid, stale);
+        txn.end();
         if (!stale) {
             return fault == nullptr ? 0 : report_damage(fault);
         }

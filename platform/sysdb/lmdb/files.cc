@@ -47,7 +47,7 @@ bool is_acceptable(const Directory &directory, const std::string &name, const st
                "remove that name; it is found by: find / -xdev -samefile");
     } else if (!is_owner_trusted(directory, status)) {
         refuse(directory, name, "belongs to a user who may not write the directory",
-               "look what it contains, then remove it, or make it root's: chown 0");
+               "look what it contains, then remove it, or make it root's: chown -h 0");
     } else {
         return true;
     }

@@ -19,7 +19,7 @@ enum class Witness {
 
 // Logs that a thread, or a process, has kept a lock of this database for longer than others
 // wait. 0: it is not known. The line advises to end the process only if it can be the
-// holder: according to the kernel, or because it has the lock file open.
+// holder: according to the kernel, or because it has the lock file open and is not this one.
 void log_holder(const std::string &database, const FileIdentity &lock_file, pid_t thread, Witness witness,
                 long waited_ms);
 

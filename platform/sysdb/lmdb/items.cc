@@ -83,19 +83,14 @@ Result delete_in(const Environment &environment, MDB_txn *txn, std::string_view 
     return rc.is_ok() ? append_change(environment, txn, SYSDB_EVENT_DELETE, key) : rc;
 }
 
-cerrno find_item(const ReadTxn &txn, std::string_view key, Item &item) {
+cerrno find_item(ReadTxn &txn, std::string_view key, Item &item) {
     MDB_val name = value_of(key);
     MDB_val stored;
     const auto rc = Result::of_lmdb(mdb_get(txn.get(), txn.environment().items(), &name, &stored));
     if (!rc.is_ok()) {
-        return txn.environment().report(rc);
+        return txn.report(rc);
     }
-    if (parse_item(stored, item)) {
-        return 0;
-    }
-    log(kLogError, "database %s: item %s has no type; set it again or delete it",
-        txn.environment().file().c_str(), decode(key).c_str());
-    return SYSDB_ERR_BAD_VALUE;
+    return parse_item(stored, item) ? 0 : SYSDB_ERR_BAD_VALUE;
 }
 
 cerrno store_item(const Key &key, std::uint32_t datatype, std::string_view value, ChangedKeys &changed) {
@@ -104,11 +99,14 @@ cerrno store_item(const Key &key, std::uint32_t datatype, std::string_view value
     }
     return Database::instance().with(key.tree(), [&](Environment &environment) {
         changed.clear();
-        return environment.write(Environment::Growth::kGrows, [&](MDB_txn *txn) {
-            const Result rc = store_in(environment, txn, key.view(), datatype, value);
-            changed.assign(rc.is_ok() ? 1 : 0, std::string(key.view()));
-            return rc;
-        });
+        return environment.write(
+            Environment::Growth::kGrows,
+            [&](MDB_txn *txn) {
+                const Result rc = store_in(environment, txn, key.view(), datatype, value);
+                changed.assign(rc.is_ok() ? 1 : 0, std::string(key.view()));
+                return rc;
+            },
+            value.size());
     });
 }
 

@@ -20,8 +20,8 @@ struct Item {
     std::string_view value;  // valid for as long as the transaction
 };
 
-// SYSDB_ERR_NOT_FOUND, SYSDB_ERR_BAD_VALUE.
-cerrno find_item(const ReadTxn &txn, std::string_view key, Item &item);
+// SYSDB_ERR_NOT_FOUND, SYSDB_ERR_BAD_VALUE: it has no type, which is not logged.
+cerrno find_item(ReadTxn &txn, std::string_view key, Item &item);
 
 // Splits a stored value; false when it has no type.
 bool parse_item(const MDB_val &stored, Item &item);

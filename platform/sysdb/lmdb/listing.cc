@@ -128,11 +128,11 @@ bool name_matches(std::string_view pattern, std::string_view name) {
 }
 
 cerrno list_directory(const Key &directory, bool root, std::string_view pattern, Listing &listing) {
-    return Database::instance().read(directory.tree(), [&](const ReadTxn &txn) -> cerrno {
+    return Database::instance().read(directory.tree(), [&](ReadTxn &txn) -> cerrno {
         listing.entries.clear();
         LevelWalk walk(txn, directory.view());
         if (!walk.exists()) {
-            const cerrno rc = txn.environment().report(walk.result());
+            const cerrno rc = txn.report(walk.result());
             return rc == 0 && !root ? SYSDB_ERR_NOT_FOUND : rc;
         }
         for (Entry entry; walk.next(entry);) {
@@ -140,12 +140,12 @@ cerrno list_directory(const Key &directory, bool root, std::string_view pattern,
                 listing.entries.push_back(std::move(entry));
             }
         }
-        return txn.environment().report(walk.result());
+        return txn.report(walk.result());
     });
 }
 
 cerrno last_entry(const Key &directory, Entry &entry) {
-    return Database::instance().read(directory.tree(), [&](const ReadTxn &txn) -> cerrno {
+    return Database::instance().read(directory.tree(), [&](ReadTxn &txn) -> cerrno {
         Cursor cursor;
         MDB_val key;
         MDB_val value;
@@ -154,7 +154,7 @@ cerrno last_entry(const Key &directory, Entry &entry) {
             rc = seek_last(cursor, directory.view(), key, value);
         }
         if (!rc.is_ok()) {
-            return txn.environment().report(rc);
+            return txn.report(rc);
         }
         const std::string_view name = entry_name(view_of(key).substr(directory.view().size()));
         entry = {decode(name), entry_type(name, value)};

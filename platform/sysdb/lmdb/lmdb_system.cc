@@ -15,33 +15,15 @@
 #include <ctime>
 
 #include "database_files.hpp"
+#include "deadline.hpp"
 #include "page_layout.hpp"
 
 namespace sysdb_lmdb {
 namespace {
 
-constexpr long kPollMilliseconds = 2;
 constexpr std::size_t kSmallestLockFile = 192;  // with one reader
 
 // ---- limited waits
-
-timespec after(long milliseconds, clockid_t clock = CLOCK_MONOTONIC) {
-    timespec time{};
-    clock_gettime(clock, &time);
-    time.tv_sec += milliseconds / 1000;
-    time.tv_nsec += milliseconds % 1000 * 1'000'000;
-    if (time.tv_nsec >= 1'000'000'000) {
-        time.tv_nsec -= 1'000'000'000;
-        ++time.tv_sec;
-    }
-    return time;
-}
-
-bool has_passed(const timespec &time) {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec > time.tv_sec || (now.tv_sec == time.tv_sec && now.tv_nsec >= time.tv_nsec);
-}
 
 // The first word of a robust mutex is the kernel's: the number of the thread that holds
 // it. So the holder is known whichever program, or older provider, it runs. Who may write
@@ -92,8 +74,7 @@ int lock_record(const DatabaseFiles &files, int fd, const struct flock &wanted) 
             errno = ETIMEDOUT;
             return -1;
         }
-        const timespec pause = {0, kPollMilliseconds * 1'000'000};
-        nanosleep(&pause, nullptr);
+        pause_briefly();
     }
 }
 

@@ -32,7 +32,7 @@ cerrno Notifications::enter(const WatchPtr &watch, Tree tree) {
         }
     }
     TreeState &state = state_of(tree);
-    return Database::instance().read(tree, [&](const ReadTxn &txn) {
+    return Database::instance().read(tree, [&](ReadTxn &txn) {
         if (state.watches > 0) {
             return note_changes(txn);
         }

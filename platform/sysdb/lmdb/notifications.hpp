@@ -118,16 +118,16 @@ class Notifications {
     void wait_until_idle(Lock &lock, const WatchPtr &watch);
 
     // notifications_dispatch.cc
-    cerrno note_changes(const ReadTxn &txn);
+    cerrno note_changes(ReadTxn &txn);
     void note(const Change &change, std::string_view watched);
     void note_change(const Change &change);
     void note_everything(Tree tree);
     cerrno note_for_others(Tree tree);
     cerrno gather(const ConnectionPtr &connection, std::vector<Delivery> &deliveries);
     cerrno gather_tree(Tree tree, const ConnectionPtr &connection, std::vector<Delivery> &deliveries);
-    cerrno gather_watch(const ReadTxn &txn, const WatchPtr &watch, std::vector<Delivery> &deliveries);
-    cerrno describe(const ReadTxn &txn, const WatchPtr &watch, const std::string &key,
-                    std::uint32_t operation, std::vector<Delivery> &deliveries);
+    cerrno gather_watch(ReadTxn &txn, const WatchPtr &watch, std::vector<Delivery> &deliveries);
+    cerrno describe(ReadTxn &txn, const WatchPtr &watch, const std::string &key, std::uint32_t operation,
+                    std::vector<Delivery> &deliveries);
     void call(const Delivery &delivery);
 
     std::mutex mutex_;

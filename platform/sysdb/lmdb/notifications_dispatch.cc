@@ -62,7 +62,7 @@ void Notifications::note_everything(Tree tree) {
     }
 }
 
-cerrno Notifications::note_changes(const ReadTxn &txn) {
+cerrno Notifications::note_changes(ReadTxn &txn) {
     const Tree tree = txn.environment().tree();
     TreeState &state = state_of(tree);
     if (state.generation != txn.environment().generation()) {
@@ -92,7 +92,7 @@ cerrno Notifications::note_changes(const ReadTxn &txn) {
 
 // The state decides, not the record: the record may be older than this view, and
 // an unknown operation must not hide the changes before it.
-cerrno Notifications::describe(const ReadTxn &txn, const WatchPtr &watch, const std::string &key,
+cerrno Notifications::describe(ReadTxn &txn, const WatchPtr &watch, const std::string &key,
                                std::uint32_t operation, std::vector<Delivery> &deliveries) {
     Item item{SYSDB_TYPE_ANY, {}};
     const cerrno rc = find_item(txn, key, item);
@@ -114,8 +114,7 @@ cerrno Notifications::describe(const ReadTxn &txn, const WatchPtr &watch, const 
     return 0;
 }
 
-cerrno Notifications::gather_watch(const ReadTxn &txn, const WatchPtr &watch,
-                                   std::vector<Delivery> &deliveries) {
+cerrno Notifications::gather_watch(ReadTxn &txn, const WatchPtr &watch, std::vector<Delivery> &deliveries) {
     if (watch->resync) {
         deliveries.push_back({watch, watch->request.path, SYSDB_EVENT_SET, SYSDB_TYPE_DIRECTORY,
                               std::string(), state_of(txn.environment().tree()).revision});
@@ -130,7 +129,7 @@ cerrno Notifications::gather_watch(const ReadTxn &txn, const WatchPtr &watch,
 
 cerrno Notifications::gather_tree(Tree tree, const ConnectionPtr &connection,
                                   std::vector<Delivery> &deliveries) {
-    return Database::instance().read(tree, [&](const ReadTxn &txn) {
+    return Database::instance().read(tree, [&](ReadTxn &txn) {
         deliveries.clear();
         cerrno rc = note_changes(txn);
         std::vector<Watch *> gathered;
@@ -155,7 +154,7 @@ cerrno Notifications::note_for_others(Tree tree) {
     if (state_of(tree).watches == 0) {
         return 0;
     }
-    return Database::instance().read(tree, [this](const ReadTxn &txn) { return note_changes(txn); });
+    return Database::instance().read(tree, [this](ReadTxn &txn) { return note_changes(txn); });
 }
 
 cerrno Notifications::gather(const ConnectionPtr &connection, std::vector<Delivery> &deliveries) {

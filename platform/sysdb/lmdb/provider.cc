@@ -114,6 +114,12 @@ cerrno copy_out(const Item &item, uint32_t *datatype, void **value, uint32_t *le
     return 0;
 }
 
+cerrno report_no_type(const Environment &environment, const Key &key) {
+    log(kLogError, "database %s: item %s has no type; set it again or delete it", environment.file().c_str(),
+        decode(key.view()).c_str());
+    return SYSDB_ERR_BAD_VALUE;
+}
+
 cerrno report_type(const Key &key, uint32_t expected, uint32_t found) {
     const std::string path = decode(key.view());
     log(kLogWarning, "item %s is of type %u where type %u is expected; set it again with the right type",
@@ -124,10 +130,15 @@ cerrno report_type(const Key &key, uint32_t expected, uint32_t found) {
 cerrno item_get(sysdb_conn_t conn, const char *path, uint32_t *datatype, void **value, uint32_t *length,
                 uint32_t) {
     return on_key(conn, path, Kind::kItem, [&](const Key &key) {
-        return Database::instance().read(key.tree(), [&](const ReadTxn &txn) {
+        return Database::instance().read(key.tree(), [&](ReadTxn &txn) {
             Item item;
             const cerrno rc = find_item(txn, key.view(), item);
+            if (rc == SYSDB_ERR_BAD_VALUE) {
+                txn.end();
+                return report_no_type(txn.environment(), key);
+            }
             if (rc == 0 && *datatype != SYSDB_TYPE_ANY && *datatype != item.datatype) {
+                txn.end();
                 return report_type(key, *datatype, item.datatype);
             }
             return rc == 0 ? copy_out(item, datatype, value, length) : rc;

@@ -68,6 +68,7 @@ cerrno Result::code_of_errno() const {
         case EFBIG:
             return SYSDB_ERR_FULL;
         case ETIMEDOUT:
+        case EAGAIN:
             return SYSDB_ERR_BUSY;
         default:
             return SYSDB_ERR_STORAGE;

@@ -58,13 +58,13 @@ Result collect_all(Cursor &cursor, Names &names) {
 
 template <typename Collect>
 cerrno read_names(Collect collect_names) {
-    return Database::instance().read(Tree::kOper, [&](const ReadTxn &txn) {
+    return Database::instance().read(Tree::kOper, [&](ReadTxn &txn) {
         Cursor cursor;
         Result rc = cursor.open(txn.get(), txn.environment().watches());
         if (rc.is_ok()) {
             rc = collect_names(cursor);
         }
-        return txn.environment().report(rc);
+        return txn.report(rc);
     });
 }
 

@@ -1,0 +1,46 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/*
+ * Ends a process of a test that hangs, with a text: what a fault makes wait for ever must be
+ * a failure of the test that shows the fault. The time is many times that of any test.
+ */
+#ifndef TESTS_SUPPORT_TIME_LIMIT_H
+#define TESTS_SUPPORT_TIME_LIMIT_H
+
+#include <signal.h>
+#include <string.h>
+#include <unistd.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define TIME_LIMIT_SECONDS 100
+#define TIME_LIMIT_STATUS  98
+
+static const char *volatile time_limit_what = "";
+
+static inline void time_limit_report(int signal_number) {
+    static const char kText[] = ": has not ended within its time limit\n";
+    const char *const what = (const char *)time_limit_what;
+    (void)signal_number;
+    const int shown =
+        write(STDERR_FILENO, what, strlen(what)) >= 0 && write(STDERR_FILENO, kText, sizeof kText - 1) >= 0;
+    _exit(shown ? TIME_LIMIT_STATUS : TIME_LIMIT_STATUS + 1);
+}
+
+/* For this process, until lift_time_limit(); not for those that it forks. */
+static inline void set_time_limit(const char *what) {
+    time_limit_what = what;
+    signal(SIGALRM, time_limit_report);
+    alarm(TIME_LIMIT_SECONDS);
+}
+
+static inline void lift_time_limit(void) {
+    alarm(0);
+}
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TESTS_SUPPORT_TIME_LIMIT_H */
