@@ -26,6 +26,7 @@
 #include "internal/lifecycle.hpp"
 #include "internal/sysdb_access.hpp"
 #include "support/fail_alloc.hpp"
+#include "support/time_limit.h"
 #include "testkit/fake_platform.hpp"
 
 #ifdef AAA_COVERAGE
@@ -90,7 +91,7 @@ void in_child(const std::function<void()> &body) {
     const pid_t child = fork();
     ASSERT_NE(child, -1);
     if (child == 0) {
-        alarm(60);
+        set_time_limit("the child of the test");
         body();
         std::fflush(nullptr);
         keep_counters();

@@ -58,7 +58,7 @@ static void use(void) {
 
 int main(int argc, char **argv) {
     REQUIRE(argc >= 2);
-    alarm(TIME_LIMIT_SECONDS);
+    set_time_limit(argv[1]);
     if (argc < 3) {
         wait_connected(&aaa_sgmap_sysdb_connid);
         wait_connected(&aaa_cfg_sysdb_connid);

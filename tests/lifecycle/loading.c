@@ -180,7 +180,7 @@ static int fork_loaded(void *library, int child_unloads) {
     const pid_t child = fork();
     REQUIRE(child != -1);
     if (child == 0) {
-        alarm(TIME_LIMIT_SECONDS);
+        set_time_limit("the child");
         if (child_unloads) {
             unload(library);
             require_gone();
@@ -205,7 +205,7 @@ static int fork_reload(void) {
     const pid_t child = fork();
     REQUIRE(child != -1);
     if (child == 0) {
-        alarm(TIME_LIMIT_SECONDS);
+        set_time_limit("the child");
         unload(library);
         require_gone();
         unload(load_connected());
@@ -355,7 +355,7 @@ static int run_end(const char *name) {
 
 int main(int argc, char **argv) {
     REQUIRE(argc >= 2);
-    alarm(TIME_LIMIT_SECONDS);
+    set_time_limit(argv[1]);
     own_threads = entries("/proc/self/task");
 #if defined(__SANITIZE_THREAD__)
     ++own_threads; /* the sanitizer starts a thread together with the program's first one */

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Shared by the small programs of the lifecycle tests. They exit with 0 on
- * success; an alarm ends a hang.
+ * success; a time limit ends a hang.
  */
 #ifndef LIFECYCLE_PROGRAMS_H
 #define LIFECYCLE_PROGRAMS_H
@@ -14,7 +14,7 @@
 #include <time.h>
 #include <unistd.h>
 
-#define TIME_LIMIT_SECONDS 100
+#include "../support/time_limit.h"
 
 #define REQUIRE(condition)                                                          \
     do {                                                                            \

@@ -68,7 +68,10 @@ inline bool run_in_container(const std::function<void()> &body) {
     if (unshare(CLONE_NEWPID) != 0) {
         return false;
     }
-    ForkedProcess first(body);
+    ForkedProcess first([&body] {
+        set_time_limit("the process in a container");
+        body();
+    });
     return first.wait() == 0;
 }
 

@@ -123,7 +123,7 @@ TEST(SysdbLocks, WriterThatIsKilledFreesTheLock) {
     EXPECT_EQ(0, other.wait());
 }
 
-TEST(SysdbLocks, StoppedStoppedHolderOfTheTableOfReadersIsNamed) {
+TEST(SysdbLocks, StoppedHolderOfTheTableOfReadersIsNamed) {
     const DatabaseSandbox sandbox;
     make_database();
     StoppedProcess holder([&sandbox] { lock_table_of_readers(sandbox.cfg_file()); });

@@ -26,6 +26,7 @@
 #include "platform/node.h"
 #include "support/fail_alloc.hpp"
 #include "support/loaded_library.hpp"
+#include "support/time_limit.h"
 #include "testkit/fake_platform.hpp"
 
 namespace {
@@ -136,13 +137,19 @@ class LifecycleTest : public LoadedLibrary {
   protected:
     LifecycleTest() : LoadedLibrary(AAAUTIL_LIBRARY) {}
 
+    // An unload that waits for a worker which it has not woken would wait for ever.
     void SetUp() override {
+        set_time_limit(testing::UnitTest::GetInstance()->current_test_info()->name());
         Sabotage &s = sabotage();
         s.mutexattr_init = s.mutex_init = s.sigemptyset = s.sigmask = s.sigaddset = 0;
         s.sigaddset_at = s.sigaddset_calls = 0;
         s.settypes.clear();
         s.added_signals.clear();
         LoadedLibrary::SetUp();
+    }
+    void TearDown() override {
+        LoadedLibrary::TearDown();
+        lift_time_limit();
     }
 
     void before_load() override { sabotage().watching = true; }
