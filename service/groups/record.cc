@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// As bytes: version (1), kind (1), end (1), id (8), then numbers of 4 bytes, little-endian, and texts with a
-// length of 4 bytes before them. What may be absent has a byte before it, 0 or 1.
+// As bytes: version (1), kind (1), end (1), id (8), then numbers of 4 bytes, little-endian, and
+// texts with a length of 4 bytes before them. What may be absent has a byte before it, 0 or 1.
 
 #include "groups/record.hpp"
 
