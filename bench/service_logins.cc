@@ -7,6 +7,10 @@
 //
 //   service_bench [LOGINS]     of each row; default: 20000
 //
+// A row of accounting records has the same way through the service, to a group: each is on disk
+// before it is answered. The journal is in $AAA_BENCH_DIR, or the working directory: it has to
+// be on the disk that is to be measured. Its rate is compared with that of the first row too.
+//
 // The service runs in a process of its own, with its listener, decision and groups, and a
 // configuration that is made here instead of read.
 
@@ -21,6 +25,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -31,6 +36,7 @@
 #include "aaa/transport.h"
 #include "backends/local.hpp"
 #include "groups/groups.hpp"
+#include "journal/recorder.hpp"
 #include "listener/listener.hpp"
 #include "radius/client.hpp"
 
@@ -46,9 +52,11 @@ constexpr int kInFlight = 32;
 
 // ---- the process that answers
 
-std::string accept_of(std::string_view request) {
+std::string answer_to(std::string_view request) {
+    const bool is_record = request[0] == static_cast<char>(radius::Code::kAccountingRequest);
     std::string packet(radius::kHeadSize, '\0');
-    packet[0] = static_cast<char>(radius::Code::kAccessAccept);
+    packet[0] =
+        static_cast<char>(is_record ? radius::Code::kAccountingResponse : radius::Code::kAccessAccept);
     packet[1] = request[1];
     packet.replace(4, radius::kDigestSize, request.substr(4, radius::kDigestSize));
     packet += "\x50\x12" + std::string(radius::kDigestSize, '\0') + "\x12\x07Hello";
@@ -69,7 +77,7 @@ std::string accept_of(std::string_view request) {
         const ssize_t size = recvfrom(socket, buffer.data(), buffer.size(), 0,
                                       reinterpret_cast<sockaddr *>(&from), &from_size);
         if (size >= static_cast<ssize_t>(radius::kHeadSize)) {
-            const std::string answer = accept_of({buffer.data(), static_cast<std::size_t>(size)});
+            const std::string answer = answer_to({buffer.data(), static_cast<std::size_t>(size)});
             sendto(socket, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr *>(&from), from_size);
         }
     }
@@ -112,9 +120,12 @@ std::uint16_t start_responder() {
 
 // ---- the service
 
-service::SnapshotPtr configuration(std::uint16_t port, std::uint16_t silent_port) {
+service::SnapshotPtr configuration(std::uint16_t port, std::uint16_t silent_port,
+                                   const std::string &journal) {
     auto settings = std::make_shared<service::Settings>();
-    settings->rules = {{service::Ask::kAuthentication, service::AccessRule::Who::kAny, 0, 0, false}};
+    settings->rules = {{service::Ask::kAuthentication, service::AccessRule::Who::kAny, 0, 0, false},
+                       {service::Ask::kAccounting, service::AccessRule::Who::kAny, 0, 0, false}};
+    settings->accounting.journal = journal;
     settings->clients_per_user = kInFlight + 1;
     service::Server server;
     server.entry = server.host = "127.0.0.1";
@@ -141,10 +152,12 @@ service::SnapshotPtr configuration(std::uint16_t port, std::uint16_t silent_port
     snapshot->lists["authentication/login/radius"] = {{{AAA_METHOD_SERVER_GROUP, "bench", group}}, false};
     snapshot->lists["authentication/login/half-dead"] = {{{AAA_METHOD_SERVER_GROUP, "half-dead", half_dead}},
                                                          false};
+    snapshot->lists["accounting/exec/radius"] = {{{AAA_METHOD_SERVER_GROUP, "bench", group}}, false};
     return snapshot;
 }
 
-[[noreturn]] void serve(const std::string &path, std::uint16_t port, std::uint16_t silent_port, int ready) {
+[[noreturn]] void serve(const std::string &path, std::uint16_t port, std::uint16_t silent_port,
+                        const std::string &journal, int ready) {
     net::Loop loop;
     service::Trace trace;
     service::Lockout lockout;
@@ -153,8 +166,15 @@ service::SnapshotPtr configuration(std::uint16_t port, std::uint16_t silent_port
     service::Workers workers(loop, 1);
     service::add_local_backends(backends, loop, workers);
     groups.add_to(backends);
-    const service::SnapshotPtr snapshot = configuration(port, silent_port);
+    service::Recorder recorder(loop, groups);
+    recorder.add_to(backends);
+    const service::SnapshotPtr snapshot = configuration(port, silent_port, journal);
     groups.use(*snapshot);
+    recorder.use(snapshot);
+    recorder.open();
+    if (!recorder.is_open()) {
+        fail("the journal cannot be used");
+    }
     const service::Deciders deciders{loop, workers, backends, lockout, trace};
     service::Listener listener(deciders,
                                [](const service::Request &, const std::function<void(cerrno)> &) {});
@@ -173,7 +193,11 @@ class Client {
   public:
     using Done = std::function<void(Client &)>;
 
-    Client(net::Loop &loop, const std::string &path, const char *list, Done done) : done_(std::move(done)) {
+    // `type` is that of its requests: AAA_REQ_AUTHEN or AAA_REQ_ACCT. A record is of the session
+    // with this number.
+    Client(net::Loop &loop, const std::string &path, std::uint32_t type, std::uint32_t session,
+           const char *list, Done done)
+        : done_(std::move(done)), type_(type) {
         aaa_transport_t *transport = nullptr;
         if (aaa_transport_create(&transport) != AAA_OK) {
             fail("no memory");
@@ -189,10 +213,16 @@ class Client {
         cred.password = password;
         cred.ttyname = cred.tty_mnemonic = terminal;
         cred.remote_addr = remote;
-        if (aaa_util_msg_authen_compose(&header_, AAA_AO_ASCII_LOGIN, AAA_SVC_LOGIN, list, 0, &cred, nullptr,
-                                        nullptr, &iov_, &count_, buffer_, sizeof buffer_, nullptr,
-                                        0) != AAA_OK) {
-            fail("cannot compose a login");
+        aaa_svc_attrs_t attributes{};
+        const cerrno rc = type == AAA_REQ_AUTHEN
+                              ? aaa_util_msg_authen_compose(&header_, AAA_AO_ASCII_LOGIN, AAA_SVC_LOGIN, list,
+                                                            0, &cred, nullptr, nullptr, &iov_, &count_,
+                                                            buffer_, sizeof buffer_, nullptr, 0)
+                              : aaa_util_msg_acct_compose(&header_, AAA_ACCT_START_OPT, AAA_SVC_EXEC, list, 0,
+                                                          &cred, &attributes, session, &iov_, &count_,
+                                                          buffer_, sizeof buffer_, nullptr, 0);
+        if (rc != AAA_OK) {
+            fail("cannot compose a request");
         }
         watch_ = net::Watch(loop, aaa_transport_descriptor(transport), EPOLLIN,
                             [this](std::uint32_t) { receive(); });
@@ -203,7 +233,7 @@ class Client {
 
     void send() {
         if (aaa_transport_send(transport_.get(), iov_, count_, AAA_TRANSPORT_NEVER) != AAA_OK) {
-            fail("cannot send a login");
+            fail("cannot send a request");
         }
     }
 
@@ -216,16 +246,22 @@ class Client {
         }
         aaa_transport_head_t head;
         avlist *list = nullptr;
-        if (rc != AAA_OK || aaa_transport_read_reply(&message, AAA_REQ_AUTHEN, &head) != AAA_OK ||
-            head.result != AAA_OK || aaa_transport_unpack(&message, head.list_at, &list) != AAA_OK ||
-            aaa_util_avlist_status_get(list) != AAA_STAT_PASS) {
-            fail("a login has failed");
+        if (rc != AAA_OK || aaa_transport_read_reply(&message, type_, &head) != AAA_OK ||
+            head.result != AAA_OK) {
+            fail("a request has failed");
         }
-        aaa_avpair_free_list(list);
+        if (type_ == AAA_REQ_AUTHEN) {
+            if (aaa_transport_unpack(&message, head.list_at, &list) != AAA_OK ||
+                aaa_util_avlist_status_get(list) != AAA_STAT_PASS) {
+                fail("a login has failed");
+            }
+            aaa_avpair_free_list(list);
+        }
         done_(*this);
     }
 
     Done done_;
+    std::uint32_t type_;
     service::Transport transport_;
     aaa_req_hdr_t header_{};
     iov_t *iov_ = nullptr;
@@ -279,14 +315,17 @@ Row measure(net::Loop &loop, int logins, const Ask &ask) {
             logins / seconds};
 }
 
-Row measure_service(net::Loop &loop, const std::string &path, const char *list, int logins) {
+Row measure_service(net::Loop &loop, const std::string &path, std::uint32_t type, const char *list,
+                    int logins) {
     std::vector<std::function<void()>> finished(kInFlight);
     std::vector<std::unique_ptr<Client>> clients;
     for (int place = 0; place < kInFlight; ++place) {
-        clients.push_back(std::make_unique<Client>(loop, path, list, [&finished, place](Client &) {
-            const auto call = finished[static_cast<std::size_t>(place)];
-            call();
-        }));
+        const auto session = static_cast<std::uint32_t>(place + 1);
+        clients.push_back(
+            std::make_unique<Client>(loop, path, type, session, list, [&finished, place](Client &) {
+                const auto call = finished[static_cast<std::size_t>(place)];
+                call();
+            }));
     }
     return measure(loop, logins, [&](int place, const std::function<void()> &done) {
         finished[static_cast<std::size_t>(place)] = done;
@@ -297,7 +336,7 @@ Row measure_service(net::Loop &loop, const std::string &path, const char *list, 
 // Milliseconds of one login.
 double measure_one(net::Loop &loop, const std::string &path, const char *list) {
     bool is_over = false;
-    Client client(loop, path, list, [&](Client &) { is_over = true; });
+    Client client(loop, path, AAA_REQ_AUTHEN, 0, list, [&](Client &) { is_over = true; });
     const net::Time begin = net::Loop::clock();
     client.send();
     while (!is_over) {
@@ -363,10 +402,17 @@ int main(int argc, char **argv) {
     if (pipe(ready.data()) != 0) {
         fail("no pipe");
     }
+    const char *on_disk = std::getenv("AAA_BENCH_DIR");
+    std::string journal =
+        (on_disk != nullptr ? std::string(on_disk) + "/" : std::string()) + "service_bench.XXXXXX";
+    if (mkdtemp(journal.data()) == nullptr) {
+        fail("cannot make the directory " + journal + "; set AAA_BENCH_DIR");
+    }
+    journal = std::filesystem::absolute(journal);
     const auto [silent, silent_port] = open_server();  // nothing reads from it
     const pid_t service = start_process();
     if (service == 0) {
-        serve(path, port, silent_port, ready[1]);
+        serve(path, port, silent_port, journal, ready[1]);
     }
     char byte;
     if (read(ready[0], &byte, 1) != 1) {
@@ -374,20 +420,23 @@ int main(int argc, char **argv) {
     }
     net::Loop loop;
     const Row bare = measure_client(loop, port, logins);
-    const Row radius = measure_service(loop, path, "radius", logins);
+    const Row radius = measure_service(loop, path, AAA_REQ_AUTHEN, "radius", logins);
     const double first = measure_one(loop, path, "half-dead");
     const double second = measure_one(loop, path, "half-dead");
-    const Row half_dead = measure_service(loop, path, "half-dead", logins);
-    const Row none = measure_service(loop, path, "none", logins);
+    const Row half_dead = measure_service(loop, path, AAA_REQ_AUTHEN, "half-dead", logins);
+    const Row none = measure_service(loop, path, AAA_REQ_AUTHEN, "none", logins);
+    const Row records = measure_service(loop, path, AAA_REQ_ACCT, "radius", logins);
     std::printf("%d logins; ratios to the first row\n", logins);
     std::printf("%-28s %11s %5s   %10s\n", "", "one, median", "", "32 in flight");
     print("RADIUS client alone", bare, bare);
     print("the service, over RADIUS", radius, bare);
     print("the service, method none", none, bare);
+    print("accounting records, on disk", records, bare);
     print("first server silent, known", half_dead, bare);
     std::printf("%-28s %8.1f ms, the next one %.1f ms\n", "first server silent, login", first, second);
     std::printf("%-28s %8.1f MB\n", "resident", resident_megabytes(service));
     close(silent);
+    std::filesystem::remove_all(journal);
     std::remove(path.c_str());
     std::remove((path + ".lock").c_str());
     rmdir(directory);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// As bytes: version (1), kind (1), end (1), then numbers of 4 bytes, little-endian, and texts with a
-// length of 4 bytes before them. What may be absent has a byte before it, 0 or 1.
+// As bytes: version (1), kind (1), end (1), id (8), then numbers of 4 bytes, little-endian, and
+// texts with a length of 4 bytes before them. What may be absent has a byte before it, 0 or 1.
 
 #include "groups/record.hpp"
 
@@ -23,6 +23,10 @@ class Writer {
         for (int shift = 0; shift < 32; shift += 8) {
             byte(static_cast<std::uint8_t>(value >> shift));
         }
+    }
+    void wide(std::uint64_t value) {
+        number(static_cast<std::uint32_t>(value));
+        number(static_cast<std::uint32_t>(value >> 32));
     }
     void text(std::string_view value) {
         number(static_cast<std::uint32_t>(value.size()));
@@ -51,6 +55,10 @@ class Reader {
             value |= static_cast<std::uint32_t>(byte()) << shift;
         }
         return value;
+    }
+    std::uint64_t wide() {
+        const std::uint32_t low = number();
+        return low | static_cast<std::uint64_t>(number()) << 32;
     }
     std::string text() { return std::string(take(number())); }
     std::optional<std::uint32_t> maybe() {
@@ -84,6 +92,7 @@ class Reader {
 std::optional<AccountingRecord> record_of(const Question &question, Logins &logins, net::Time now,
                                           std::time_t wall) {
     AccountingRecord record;
+    record.id = question.id;
     record.session = question.session;
     record.time = static_cast<std::uint32_t>(wall);
     record.service = question.service;
@@ -127,6 +136,7 @@ std::string pack_record(const AccountingRecord &record) {
     out.byte(kVersion);
     out.byte(static_cast<std::uint8_t>(record.kind));
     out.byte(static_cast<std::uint8_t>(record.end));
+    out.wide(record.id);
     for (const std::uint32_t number :
          {record.session, record.time, record.start, record.service, record.method}) {
         out.number(number);
@@ -153,6 +163,7 @@ std::optional<AccountingRecord> unpack_record(std::string_view bytes) {
     }
     record.kind = static_cast<AccountingRecord::Kind>(in.byte());
     record.end = static_cast<AccountingRecord::End>(in.byte());
+    record.id = in.wide();
     for (std::uint32_t *number :
          {&record.session, &record.time, &record.start, &record.service, &record.method}) {
         *number = in.number();

@@ -22,6 +22,7 @@ struct AccountingRecord {
 
     Kind kind = Kind::kStart;
     End end = End::kByProgram;
+    LoginId id = 0;  // of the request, for log and trace
     std::uint32_t session = 0;
     std::uint32_t time = 0;   // of the event, in seconds since 1970
     std::uint32_t start = 0;  // of the session; 0: not known

@@ -72,6 +72,7 @@ void Carrier::send(const std::string &destination, const accounting::Record &rec
         return;
     }
     Question question;
+    question.id = content->id;
     question.function = Function::kAccounting;
     question.user = content->user;
     question.snapshot = snapshot_;

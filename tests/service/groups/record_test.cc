@@ -13,6 +13,7 @@ AccountingRecord full() {
     AccountingRecord record;
     record.kind = AccountingRecord::Kind::kStop;
     record.end = AccountingRecord::End::kMachineRestarted;
+    record.id = 0x14f1c00a7;
     record.session = 4711;
     record.time = 1700000060;
     record.start = 1700000000;
@@ -29,11 +30,11 @@ AccountingRecord full() {
 }
 
 bool same(const AccountingRecord &one, const AccountingRecord &other) {
-    return one.kind == other.kind && one.end == other.end && one.session == other.session &&
-           one.time == other.time && one.start == other.start && one.service == other.service &&
-           one.method == other.method && one.privilege == other.privilege && one.elapsed == other.elapsed &&
-           one.user == other.user && one.terminal == other.terminal && one.remote == other.remote &&
-           one.command == other.command && one.classes == other.classes;
+    return one.kind == other.kind && one.end == other.end && one.id == other.id &&
+           one.session == other.session && one.time == other.time && one.start == other.start &&
+           one.service == other.service && one.method == other.method && one.privilege == other.privilege &&
+           one.elapsed == other.elapsed && one.user == other.user && one.terminal == other.terminal &&
+           one.remote == other.remote && one.command == other.command && one.classes == other.classes;
 }
 
 TEST(Record, ReadsWhatItPacks) {
