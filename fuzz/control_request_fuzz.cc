@@ -55,7 +55,8 @@ void read(const std::string &line) {
         for (const service::JsonMember &member : *members) {
             REQUIRE(other.contains(member.name) && equals(member.value, other[member.name]));
         }
-    } else if (!line.starts_with("\xef\xbb\xbf")) {  // which the other reader skips
+    } else if (!line.starts_with("\xef\xbb\xbf") && line.find('\0') == std::string::npos) {
+        // The other reader skips the one, and takes the other for the end.
         REQUIRE(!is_flat(other, names));
     }
 }

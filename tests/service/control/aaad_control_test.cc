@@ -223,6 +223,23 @@ TEST_F(AaadControl, ARefusedClientIsInTheTrace) {
     EXPECT_EQ(events[1]["detail"], "the client may not ask for authentication");
 }
 
+TEST_F(AaadControl, AClientThatLeavesIsInTheTrace) {
+    aaad_.users("alice:" + slow_hash(3000000) + ":1\n");
+    aaad_.start();
+    ControlSocket control(path());
+    EXPECT_EQ(control.ask(R"({"request":"trace"})")["reply"], "trace");
+    {
+        Client client = aaad_.client();
+        client.send_authentication({});
+        while (control.next()["step"] != "method") {
+        }
+    }
+    const JsonDocument end = control.next();
+    EXPECT_EQ(end["step"], "answer");
+    EXPECT_EQ(end["outcome"], "cancelled");
+    EXPECT_EQ(end["user"], "alice");
+}
+
 TEST_F(AaadControl, ShowsNoSecret) {
     aaad_.list("authorization/commands/default", {AAA_METHOD_LOCAL});
     aaad_.start();

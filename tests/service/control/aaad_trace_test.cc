@@ -220,6 +220,8 @@ TEST_F(AaadTrace, EndsWithItsReader) {
     const Printed run =
         aaactl_test::in_shell("aaactl trace --all --socket " + path() + " | head -n 1; echo ended");
     EXPECT_TRUE(contains(run.out, "ended")) << run.err;
+    const Printed quiet = aaactl_test::in_shell("aaactl trace carol --socket " + path() + " | :; echo ended");
+    EXPECT_EQ(quiet.out, "ended\n") << "it does not wait for the next step";
 }
 
 TEST_F(AaadTrace, SaysThatTheServiceHasEndedOrGoesOnWithTheNext) {
