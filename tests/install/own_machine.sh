@@ -27,6 +27,7 @@ enter_namespace() { # <the test and its arguments>
   for program in unshare setpriv pamtester openssl sshd ssh sshpass systemd-sysusers systemd-tmpfiles systemd-analyze dpkg-deb; do
     command -v $program >/dev/null || skip programs "$program is not installed: scripts/setup test installs it"
   done
+  setpriv --reuid=65534 --regid=65534 --clear-groups true 2>/dev/null || skip root "this process may not become another user"
   unshare -m true 2>/dev/null || skip mounts "this process may not make a mount namespace"
   ! dpkg-query -W aaa-common >/dev/null 2>&1 || skip programs "the packages are installed on this machine"
   AAA_IN_NAMESPACE=1 exec unshare -m --propagation private "$@"
