@@ -76,9 +76,6 @@ ServerClient::ServerClient(net::Loop &loop, Server server, std::uint64_t number)
     } else {
         fault_ = "its protocol is not supported";
     }
-    if (!fault_.empty()) {
-        log(Level::kError, "SERVER", "the server %s cannot be asked: %s", name_.c_str(), fault_.c_str());
-    }
 }
 
 void ServerClient::make_radius(net::Loop &loop) {
@@ -111,13 +108,6 @@ void ServerClient::make_radius(net::Loop &loop) {
             net::Address::parse(server_.host, server_.accounting_port).value_or(net::Address());
         accounting_ = radius::Client::make(loop, std::move(settings), fault_);
     }
-    if (server_.legacy && !is_tls && fault_.empty()) {
-        log(Level::kWarning, "LEGACY",
-            "answers of %s are believed without Message-Authenticator: whoever can change packets on the way "
-            "can "
-            "forge them; have the server send it, and remove the setting \"legacy\"",
-            name_.c_str());
-    }
 }
 
 void ServerClient::make_tacacs(net::Loop &loop) {
@@ -149,6 +139,20 @@ ServerClient::Load ServerClient::load(Use use) const {
     return {client != nullptr ? client->under_way() : 0, 0};
 }
 
+ServerClientPtr ServerClients::make(const Server &server) {
+    auto made = std::make_shared<ServerClient>(loop_, server, ++last_number_);
+    if (!made->fault().empty()) {
+        log(Level::kError, "SERVER", "the server %s cannot be asked: %s", made->name().c_str(),
+            made->fault().c_str());
+    } else if (server.protocol == Protocol::kRadius && server.legacy && server.transport != "tls") {
+        log(Level::kWarning, "LEGACY",
+            "answers of %s are believed without Message-Authenticator: whoever can change packets on the way "
+            "can forge them; have the server send it, and remove the setting \"legacy\"",
+            made->name().c_str());
+    }
+    return made;
+}
+
 void ServerClients::use(const Snapshot &snapshot) {
     std::vector<ServerClientPtr> before = std::exchange(all_, {});
     auto stamps_before = std::exchange(stamps_, {});
@@ -161,7 +165,7 @@ void ServerClients::use(const Snapshot &snapshot) {
             const std::string stamp = stamp_of(server);
             const auto found = std::find_if(before.begin(), before.end(), is_it);
             const bool is_same = found != before.end() && stamps_before[found->get()] == stamp;
-            all_.push_back(is_same ? *found : std::make_shared<ServerClient>(loop_, server, ++last_number_));
+            all_.push_back(is_same ? *found : make(server));
             stamps_[all_.back().get()] = stamp;
         }
     }
@@ -189,7 +193,7 @@ ServerClientPtr ServerClients::find(const Server &server) {
             return client;
         }
     }
-    auto client = std::make_shared<ServerClient>(loop_, server, ++last_number_);
+    auto client = make(server);
     earlier_.push_back(client);
     return client;
 }

@@ -97,6 +97,7 @@ class ServerClients {
     const ServerClient *present(const Server &server) const;
 
   private:
+    ServerClientPtr make(const Server &server);
     // Changes when one of the files that a server's settings name is written, or the interface
     // that they name gets another address.
     static std::string stamp_of(const Server &server);

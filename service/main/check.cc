@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "config/database.hpp"
+#include "groups/server_client.hpp"
 #include "platform/cerr.h"
 #include "records/directory.hpp"
 
@@ -17,6 +18,19 @@ namespace {
 void complain(int &count, const std::string &what) {
     std::printf("%s\n", what.c_str());
     ++count;
+}
+
+// Files of certificates and the like, which are read when the service starts.
+void check_servers(const Snapshot &snapshot, int &count) {
+    net::Loop loop;
+    for (const auto &group : snapshot.groups) {
+        for (const Server &server : group->servers) {
+            const ServerClient client(loop, server, 0);
+            if (!client.fault().empty()) {
+                complain(count, "the server " + client.name() + " cannot be asked: " + client.fault());
+            }
+        }
+    }
 }
 
 void check_database(Snapshot &snapshot, int &count) {
@@ -35,6 +49,7 @@ void check_database(Snapshot &snapshot, int &count) {
     for (const std::string &fault : result.faults) {
         complain(count, fault);
     }
+    check_servers(snapshot, count);
     if (const std::string lockout = locks_everybody_out(snapshot); !lockout.empty()) {
         complain(count, "no one could log in: " + lockout);
     }

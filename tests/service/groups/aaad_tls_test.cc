@@ -165,6 +165,9 @@ TEST_F(AaadTls, AFileThatCannotBeUsedNeverLeadsToClearText) {
     aaad_.start();
     const std::string cannot = "the server tacacs/" + entry_ + " cannot be asked: ";
     expect_not_asked(cannot + files_.path("mine.key") + ": ");
+    const auto [status, output] = aaad_.run({"--check"});
+    EXPECT_EQ(status, 1);
+    EXPECT_NE(output.find(cannot + files_.path("mine.key") + ": "), std::string::npos) << output;
     EXPECT_EQ(unlink(files_.path("mine.key").c_str()), 0);
     aaad_.reload();
     expect_not_asked(cannot + files_.path("mine.key") + ": No such file or directory");
