@@ -132,7 +132,14 @@ std::string status_line(const ControlSources &sources, std::size_t control_clien
     out.truth("fallback", snapshot->is_fallback);
     out.number("lists", static_cast<std::int64_t>(snapshot->lists.size()));
     out.number("groups", static_cast<std::int64_t>(snapshot->groups.size()));
-    return out.end().end().line();
+    out.end();
+    if (const auto found = sources.figures.find(ControlRequest::Kind::kAccounting);
+        found != sources.figures.end()) {
+        out.begin("accounting");
+        found->second(out);
+        out.end();
+    }
+    return out.end().line();
 }
 
 std::string servers_line(const ControlSources &sources) {

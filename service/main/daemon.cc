@@ -17,6 +17,7 @@
 #include "aaa/result_codes.h"
 #include "base/log.hpp"
 #include "config/messages.hpp"
+#include "main/accounting_figures.hpp"
 
 namespace service {
 
@@ -150,6 +151,8 @@ void Daemon::open_control() {
     control_->provide(ControlRequest::Kind::kSessions, [this](JsonWriter &out) {
         out.number("sessions", static_cast<std::int64_t>(groups_.sessions()));
     });
+    control_->provide(ControlRequest::Kind::kAccounting,
+                      [this](JsonWriter &out) { write_accounting(out, recorder_); });
     if (const std::string fault = control_->open(path); !fault.empty()) {
         log(Level::kError, "NO_CONTROL", "aaactl cannot show what the service does: %s", fault.c_str());
         control_.reset();

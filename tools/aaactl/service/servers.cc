@@ -11,6 +11,42 @@
 namespace aaactl {
 namespace {
 
+std::string megabytes(const Json &figures, const char *name) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f", static_cast<double>(number_of(figures, name)) / 1e6);
+    return text;
+}
+
+void print_accounting(Output &out, const Json &figures) {
+    if (figures["journal"] != Json(true)) {
+        out.line("accounting records are not kept on disk" +
+                 out.styled(Style::bad, ", and lost when no server takes them"));
+        return;
+    }
+    const char *alarm = figures["failed"] == Json(true)        ? "; the disk fails: see the log of aaad"
+                        : figures["full"] == Json(true)        ? "; full: records are refused or dropped"
+                        : figures["nearly_full"] == Json(true) ? "; nearly full"
+                                                               : "";
+    out.line("accounting records on disk: " + megabytes(figures, "bytes") + " of " +
+             megabytes(figures, "most_bytes") + " MB" + out.styled(Style::bad, alarm));
+    for (const Json &group : figures["groups"].elements()) {
+        const std::string name = escaped(text_of(group, "group"));
+        const auto waiting = number_of(group, "waiting");
+        if (waiting == 0) {
+            continue;
+        }
+        std::string why;
+        if (group["configured"] != Json(true)) {
+            why = "; the group is not configured; to give them up, stop aaad and say: aaad --drop-queue " +
+                  name;
+        } else if (group["answers"] != Json(true)) {
+            why = "; no server answers";
+        }
+        out.line("  " + name + ": " + std::to_string(waiting) +
+                 (waiting == 1 ? " record waits" : " records wait") + out.styled(Style::bad, why));
+    }
+}
+
 ExitCode show_status(Output &out, const ControlOptions &options) {
     const Json status = ControlClient(options).ask("status");
     const Json &configuration = status["configuration"];
@@ -25,6 +61,9 @@ ExitCode show_status(Output &out, const ControlOptions &options) {
                  (configuration["fallback"] == Json(true)
                       ? ", " + out.styled(Style::bad, "the fallback of aaad.conf; see: aaad --check")
                       : ""));
+        if (status.contains("accounting")) {
+            print_accounting(out, status["accounting"]);
+        }
     });
     return ExitCode::ok;
 }
@@ -118,7 +157,10 @@ void add_status(Command root) {
         "Exit status: 0 it runs, 5 it does not.\n"
         "JSON: {program, pid, since, now, socket, clients, control_clients, events, configuration: "
         "{revision, fallback,\n"
-        "lists, groups}}\n"
+        "lists, groups}, accounting: {journal, bytes, most_bytes, recorded, refused, open_sessions, "
+        "nearly_full, full,\n"
+        "failed, groups: [{group, configured, answers, waiting, in_flight, delivered, unanswered, refused, "
+        "dropped}]}}\n"
         "Example: aaactl status --json");
 }
 
