@@ -84,8 +84,8 @@ TEST_F(AaadJournal, ABroadcastRecordGoesToAllGroups) {
     ASSERT_EQ(account(start_of(7)), AAA_OK);
     EXPECT_EQ(take(first_).text(Type::kAcctSessionId), "00000007");
     EXPECT_EQ(take(second_).text(Type::kAcctSessionId), "00000007");
-    EXPECT_TRUE(aaad_.wait_for_log("on disk, for corp, other")) << "one record for both";
     EXPECT_TRUE(aaad_.wait_for_log("session=7"));
+    EXPECT_TRUE(aaad_.wait_for_log("on disk, for corp, other")) << "one record for both";
     EXPECT_TRUE(aaad_.wait_for_log("3 of 3 methods"));
     ASSERT_EQ(account(stop_of(7)), AAA_OK);
     EXPECT_EQ(take(second_).number(Type::kAcctStatusType), 2u);
