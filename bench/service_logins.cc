@@ -18,6 +18,7 @@
 #include <sys/epoll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -81,8 +82,8 @@ std::string answer_to(std::string_view request) {
     }
 }
 
-// A process that ends with this one. False in the child.
-bool start_process() {
+// A process that ends with this one. 0 in the child.
+pid_t start_process() {
     const pid_t process = fork();
     if (process < 0) {
         fail("no process");
@@ -90,7 +91,7 @@ bool start_process() {
     if (process == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
     }
-    return process > 0;
+    return process;
 }
 
 std::uint16_t start_responder() {
@@ -103,7 +104,7 @@ std::uint16_t start_responder() {
         getsockname(server, reinterpret_cast<sockaddr *>(&address), &size) != 0) {
         fail("no socket");
     }
-    if (!start_process()) {
+    if (start_process() == 0) {
         answer_for_ever(server);
     }
     close(server);
@@ -365,7 +366,8 @@ int main(int argc, char **argv) {
         fail("cannot make the directory " + journal + "; set AAA_BENCH_DIR");
     }
     journal = std::filesystem::absolute(journal);
-    if (!start_process()) {
+    const pid_t service = start_process();
+    if (service == 0) {
         serve(path, port, journal, ready[1]);
     }
     char byte;
@@ -383,6 +385,8 @@ int main(int argc, char **argv) {
     print("the service, over RADIUS", radius, bare);
     print("the service, method none", none, bare);
     print("accounting records, on disk", records, bare);
+    kill(service, SIGKILL);  // it still delivers what it has
+    waitpid(service, nullptr, 0);
     std::filesystem::remove_all(journal);
     std::remove(path.c_str());
     std::remove((path + ".lock").c_str());
