@@ -6,6 +6,9 @@
 #   aaa_precompile_std(target)    the standard library, for a target of the product;
 #                                 only in debug builds: what is shipped, and the build
 #                                 that tests it, read each header where it is included
+#   aaa_precompile_shared(target) the same header for static libraries, compiled once for all
+#                                 of them; they have no compile options of their own but
+#                                 those of aaa_compile_quickly(), which it calls
 #   aaa_precompile_gtest(target)  GoogleTest and the standard library, for an executable
 #                                 or an object library that only executables link
 #
@@ -30,6 +33,23 @@ function(aaa_precompile_std target)
   endif()
   list(TRANSFORM AAA_STANDARD_HEADERS REPLACE "<(.*)>" "$<$<COMPILE_LANGUAGE:CXX>:<\\1$<ANGLE-R>>" OUTPUT_VARIABLE headers)
   target_precompile_headers(${target} PRIVATE ${headers})
+  aaa_collect_garbage_late(${target})
+endfunction()
+
+function(aaa_precompile_shared target)
+  aaa_compile_quickly(${target})
+  if(NOT AAA_PRECOMPILE OR NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    return()
+  endif()
+  if(NOT TARGET aaa_precompiled_std)
+    set(source "${PROJECT_BINARY_DIR}/precompiled_std.cc")
+    file(CONFIGURE OUTPUT "${source}" CONTENT "\n")
+    add_library(aaa_precompiled_std STATIC EXCLUDE_FROM_ALL "${source}")
+    target_link_libraries(aaa_precompiled_std PRIVATE aaa_warnings aaa_instrument)
+    aaa_compile_quickly(aaa_precompiled_std)
+    aaa_precompile_std(aaa_precompiled_std)
+  endif()
+  target_precompile_headers(${target} REUSE_FROM aaa_precompiled_std)
   aaa_collect_garbage_late(${target})
 endfunction()
 

@@ -195,7 +195,8 @@ TEST(EditedLine, LeavesNoCopyInTheBufferOfStandardInput) {
     EXPECT_EQ("user, 1, 0 copies", from_pipe({"user\n" SECRET "\n"}, [] {
                   const std::string user = rest_of_input();
                   // An editor that reads what the C library has read ahead.
-                  fake::before("qm_getline", [] { std::fgets(g_line, sizeof g_line, stdin); });
+                  fake::before("qm_getline",
+                               [] { EXPECT_NE(nullptr, std::fgets(g_line, sizeof g_line, stdin)); });
                   fake::push_line("x\n");
                   char line[8];
                   aaa_util_read_input(kPrompt, line, sizeof line, 0, 0);
