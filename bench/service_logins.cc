@@ -19,6 +19,7 @@
 #include <sys/epoll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -436,6 +437,8 @@ int main(int argc, char **argv) {
     std::printf("%-28s %8.1f ms, the next one %.1f ms\n", "first server silent, login", first, second);
     std::printf("%-28s %8.1f MB\n", "resident", resident_megabytes(service));
     close(silent);
+    kill(service, SIGKILL);  // it still delivers what it has
+    waitpid(service, nullptr, 0);
     std::filesystem::remove_all(journal);
     std::remove(path.c_str());
     std::remove((path + ".lock").c_str());

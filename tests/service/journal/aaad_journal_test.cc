@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include "service/journal/journal_fixture.hpp"
+#include "support/machine.hpp"
 
 namespace journal_test {
 namespace {
@@ -204,6 +205,31 @@ TEST_F(AaadJournal, TheQueueOfARemovedGroupIsKeptOrGivenUp) {
     aaad_.start();
     EXPECT_EQ(aaad_.stop(), 0);
     EXPECT_EQ(aaad_.log().find("QUEUE_KEPT", before), std::string::npos);
+}
+
+// The service has a user of its own; a file of root in the journal would keep it out.
+TEST_F(AaadJournal, RootGivesUpAQueueAsTheUserOfTheJournal) {
+    SKIP_WITHOUT_ROOT("needs root, to become another user");
+    constexpr uid_t kOther = 65534;
+    add_radius(first_);
+    accounting_list({"corp"});
+    aaad_.start();
+    ASSERT_EQ(account(start_of(7)), AAA_OK);
+    first_.next();
+    EXPECT_EQ(aaad_.stop(), 0);
+    ASSERT_EQ(chmod(aaad_.dir().path(".").c_str(), 0711), 0);
+    ASSERT_EQ(chown(journal().c_str(), kOther, kOther), 0);
+    for (const auto &file : std::filesystem::directory_iterator(journal())) {
+        ASSERT_EQ(chown(file.path().c_str(), kOther, kOther), 0);
+    }
+    const auto [status, output] = aaad_.run({"--drop-queue", "corp"});
+    EXPECT_EQ(status, 0) << output;
+    EXPECT_NE(output.find("1 records for the group corp are given up"), std::string::npos) << output;
+    for (const auto &file : std::filesystem::directory_iterator(journal())) {
+        struct stat found;
+        ASSERT_EQ(stat(file.path().c_str(), &found), 0);
+        EXPECT_EQ(found.st_uid, kOther) << file.path();
+    }
 }
 
 TEST_F(AaadJournal, TheQueueOfAGroupThatIsBackIsDelivered) {
