@@ -26,6 +26,15 @@ void open_standard_descriptors() {
     }
 }
 
+// The host's logging decides once where lines go, when the first one is written, and that may be
+// a line of the library's own thread, which runs before main(). So the program starts again. If
+// it cannot, it goes on, and what was decided holds.
+void log_to_standard_error(char **argv) {
+    if (getenv("AAA_LOG") == nullptr && setenv("AAA_LOG", "stderr", 0) == 0) {
+        execv("/proc/self/exe", argv);
+    }
+}
+
 void block_signals() {
     sigset_t set;
     sigemptyset(&set);
@@ -46,7 +55,7 @@ int main(int argc, char **argv) {
         return status;
     }
     if (options->foreground || options->check) {
-        setenv("AAA_LOG", "stderr", 0);
+        log_to_standard_error(argv);
     }
     service::log_debug(options->debug);
     if (options->check) {
