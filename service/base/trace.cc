@@ -15,6 +15,8 @@ namespace service {
 
 namespace {
 
+constexpr std::size_t kMostText = 1024;
+
 std::int64_t wall_clock() {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
@@ -66,6 +68,18 @@ std::string without_credentials(const std::string &word) {
                : word.substr(0, scheme + 3) + "***" + word.substr(host);
 }
 
+// A server may send kilobytes of text with each refusal.
+void cut_to(std::size_t most, std::string &text) {
+    if (text.size() <= most) {
+        return;
+    }
+    while (most > 0 && (static_cast<unsigned char>(text[most]) & 0xc0) == 0x80) {
+        --most;  // not within a character
+    }
+    text.resize(most);
+    text += "...";
+}
+
 }  // namespace
 
 std::string id_text(LoginId id) {
@@ -108,14 +122,8 @@ std::string command_for_trace(const std::string &command) {
         shown += without_credentials(word);
         at = end + 1;
     }
-    if (shown.size() <= kMost) {
-        return shown;
-    }
-    std::size_t cut = kMost;
-    while (cut > 0 && (static_cast<unsigned char>(shown[cut]) & 0xc0) == 0x80) {
-        --cut;  // not within a character
-    }
-    return shown.substr(0, cut) + "...";
+    cut_to(kMost, shown);
+    return shown;
 }
 
 std::string event_text(const TraceEvent &event) {
@@ -138,6 +146,8 @@ Trace::Trace(std::size_t room) : room_(std::max<std::size_t>(room, 1)) {}
 void Trace::add(TraceEvent event) {
     event.number = next_++;
     event.wall = wall_clock();
+    cut_to(kMostText, event.detail);
+    cut_to(kMostText, event.text);
     call_probe(event);
     const std::size_t place = (event.number - 1) % room_;
     if (place == ring_.size()) {

@@ -70,6 +70,7 @@ Control::Control(ControlSources sources, Trace &trace)
 
 Control::~Control() {
     trace_.unfollow(follower_);
+    show_events();  // the last ones, as far as they can be sent at once
     struct stat status;
     if (socket_ && lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ &&
         status.st_ino == inode_) {

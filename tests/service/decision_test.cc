@@ -354,6 +354,17 @@ TEST(Trace, KeepsTheNewestEventsAndNumbersAll) {
     EXPECT_EQ(numbers, (std::vector<std::uint64_t>{3, 4, 5, 5}));
 }
 
+TEST(Trace, KeepsOnlyTheBeginningOfLongTexts) {
+    Trace trace(3);
+    trace.add({0, 1, 1, Step::kMethod, "alice", "local", std::string(100000, 'x')});
+    TraceEvent event{0, 2, 1, Step::kAnswer, "alice", "FAIL", std::string(1023, 'x') + "\u00e4"};
+    event.text = std::string(1024, 'y');
+    trace.add(event);
+    EXPECT_EQ(trace.at(1).detail, std::string(1024, 'x') + "...");
+    EXPECT_EQ(trace.at(2).detail, std::string(1023, 'x') + "...");
+    EXPECT_EQ(trace.at(2).text, std::string(1024, 'y'));
+}
+
 TEST(Trace, ShowsCommandsWithoutTheirSecrets) {
     EXPECT_EQ(command_for_trace("show version"), "show version");
     EXPECT_EQ(command_for_trace("username ann password 7 0822"), "username ann password ***");

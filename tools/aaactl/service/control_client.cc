@@ -208,6 +208,13 @@ std::string date_and_time(uint64_t seconds) {
     return formatted(seconds, "%Y-%m-%d %H:%M:%S");
 }
 
+std::string when(uint64_t microseconds) {
+    const uint64_t seconds = microseconds / 1000000;
+    const char *day = "%Y-%m-%d";
+    const auto now = static_cast<uint64_t>(std::time(nullptr));
+    return formatted(seconds, formatted(seconds, day) == formatted(now, day) ? "%H:%M:%S" : day);
+}
+
 std::string date_of(uint64_t microseconds) {
     return formatted(microseconds / 1000000, "%A, %Y-%m-%d");
 }

@@ -60,6 +60,7 @@ uint64_t number_of(const Json &document, std::string_view name);
 // "2026-11-22 13:05:46" and "13:05:46.123", local time.
 std::string date_and_time(uint64_t seconds);
 std::string time_of_day(uint64_t microseconds);
+std::string when(uint64_t microseconds);  // the time of today, or the day
 std::string date_of(uint64_t microseconds);
 
 }  // namespace aaactl

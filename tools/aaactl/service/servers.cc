@@ -116,7 +116,7 @@ class ServerTable {
         const std::string state = text_of(server, "state");
         const std::string name = escaped(text_of(server, "server"));
         rows_.push_back({escaped(group), name, escaped(text_of(server, "use")), state_of(server),
-                         date_and_time(number_of(server, "since") / 1000000), milliseconds(server, "last_us"),
+                         when(number_of(server, "since")), milliseconds(server, "last_us"),
                          milliseconds(server, "average_us"), number("asked"), number("tries"),
                          number("timeouts"),
                          std::to_string(number_of(server, "errors") + number_of(server, "unreachable") +
