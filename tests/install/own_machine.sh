@@ -52,6 +52,7 @@ make_machine() {
   rm -rf /var/lib/aaa /etc/aaa # of a machine that had the service
   rm -f /etc/nologin
   export DEBIAN_FRONTEND=noninteractive
+  unset AAA_SYSDB_CFG_DIR AAA_SYSDB_RUN_DIR AAA_SYSDB_PROVIDER AAA_MASTER_KEYS AAA_LOG NO_DLLMAIN
 }
 
 leave_machine() {
