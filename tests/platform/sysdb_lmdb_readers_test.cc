@@ -3,9 +3,11 @@
 // A process that is stopped in the middle of a read. The pages that it may still read are not
 // used again, so that the others fill the map.
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <lmdb.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -34,6 +36,12 @@ std::function<void()> &on_pause() {
     return instance;
 }
 
+// Between two looks of a change at the oldest reader: a transaction that reads begins there.
+std::function<void()> &on_read() {
+    static auto &instance = *new std::function<void()>;
+    return instance;
+}
+
 }  // namespace
 
 // The executable's ones take precedence in the platform and the provider.
@@ -42,6 +50,14 @@ extern "C" int nanosleep(const timespec *time, timespec *rest) {
         on_pause()();
     }
     return static_cast<int>(syscall(SYS_nanosleep, time, rest));
+}
+
+extern "C" pthread_t pthread_self() noexcept {
+    static const auto real = reinterpret_cast<pthread_t (*)()>(dlsym(RTLD_NEXT, "pthread_self"));
+    if (on_read()) {
+        on_read()();
+    }
+    return real();
 }
 
 extern "C" ssize_t write(int fd, const void *bytes, size_t count) {
@@ -194,6 +210,7 @@ constexpr std::size_t kFirstEntryAt = 128;
 struct Entry {
     std::uint64_t txnid;
     std::int32_t number;
+    std::uint64_t thread;
 };
 
 char *map_lock_file(const std::string &file) {
@@ -225,6 +242,24 @@ TEST(SysdbReaders, NumberOfAProcessThatDoesNotUseTheFileKeepsNothing) {
     EXPECT_HAS_NOT(log, "kill -");
     end.put();
     EXPECT_EQ(0, innocent.wait());
+}
+
+// The time limit was looked at only while the oldest reader stayed the same: a change waited
+// for ever when another one was there at each look.
+TEST(SysdbReaders, ReadersThatFollowEachOtherAreNotWaitedForWithoutEnd) {
+    const DatabaseSandbox sandbox;
+    make_small_database();
+    StoppedProcess reader([&sandbox] { begin_transaction(sandbox.cfg_file(), MDB_RDONLY); });
+    const std::string log = run_small([&] {
+        auto *entry = reinterpret_cast<Entry *>(map_lock_file(sandbox.cfg_file()) + kFirstEntryAt);
+        ASSERT_EQ(reader.pid(), entry->number);
+        on_read() = [entry] { ++entry->thread; };
+        cerrno code = 0;
+        EXPECT_LT(change_until_failure(Bound("/cfg/"), code), kMostChanges);
+        EXPECT_EQ(SYSDB_ERR_BUSY, code);
+    });
+    EXPECT_HAS(log, "has no room while so many processes read it; try again");
+    reader.go_on();
 }
 
 // LMDB takes no entry with the number of its own process for that of a dead one.
