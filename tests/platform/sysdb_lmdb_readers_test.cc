@@ -327,6 +327,33 @@ TEST(SysdbReaders, ReaderOutsideOfTheContainerIsNotMistakenForAnotherProcess) {
     reader.go_on();
 }
 
+// ---- a table without a free entry
+
+void take_all_entries(const std::string &file) {
+    MDB_env *env = nullptr;
+    int rc = mdb_env_create(&env);
+    rc = rc != 0 ? rc : mdb_env_open(env, file.c_str(), MDB_NOSUBDIR | MDB_NOTLS, 0660);
+    for (MDB_txn *txn = nullptr; rc == 0;) {
+        rc = mdb_txn_begin(env, nullptr, MDB_RDONLY, &txn);
+    }
+    if (rc != MDB_READERS_FULL) {
+        _exit(1);
+    }
+}
+
+// The user of a set-user-ID program can start it often enough. The log did not say how to find
+// these processes.
+TEST(SysdbReaders, FullTableOfReadersIsExplainedAndFreeWhenItsProcessDies) {
+    const DatabaseSandbox sandbox;
+    make_small_database();
+    StoppedProcess reader([&sandbox] { take_all_entries(sandbox.cfg_file()); });
+    const std::string log = run_small([] { EXPECT_EQ(SYSDB_ERR_BUSY, Bound("/cfg/").code()); });
+    EXPECT_HAS(log, "has no room for another reader; end some of the AAA processes; as root, fuser -v " +
+                        sandbox.cfg_file() + "-lock lists them");
+    reader.kill_now();
+    run_small(expect_all_changes);
+}
+
 // ---- this provider's own reads
 
 // Whoever may hold up the log, as the caller of a program holds its standard error, filled the
