@@ -4,14 +4,18 @@
 // of this project's: LMDB itself, as an older provider uses it.
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <lmdb.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -60,6 +64,33 @@ inline void begin_transaction(const std::string &file, unsigned flags = 0) {
     if (mdb_txn_begin(open_database(file), nullptr, flags, &txn) != 0) {
         _exit(1);
     }
+}
+
+// The entries of the table follow the two mutexes and what belongs to them.
+inline constexpr std::size_t kFirstEntryAt = 128;
+struct Entry {
+    std::uint64_t txnid;
+    std::int32_t number;
+    std::uint64_t thread;
+};
+
+inline char *map_lock_file(const std::string &file) {
+    const int fd = open((file + "-lock").c_str(), O_RDWR | O_CLOEXEC);
+    void *map = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    if (map == MAP_FAILED) {
+        _exit(1);
+    }
+    return static_cast<char *>(map);
+}
+
+// As a member of the group can write it: its own entry is that of another process.
+inline void forge_reader(const std::string &file, pid_t number) {
+    begin_transaction(file, MDB_RDONLY);
+    auto *entry = reinterpret_cast<Entry *>(map_lock_file(file) + kFirstEntryAt);
+    if (entry->number != getpid()) {
+        _exit(1);
+    }
+    entry->number = number;
 }
 
 // Runs a body as the first process of a container of its own, whose number there is 1, and

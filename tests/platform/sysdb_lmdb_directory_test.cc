@@ -116,6 +116,23 @@ TEST(SysdbDirectory, SaysThatItIsDisturbedWhenEveryNameIsTaken) {
     EXPECT_HAS(log, "mkdir -m 2770 " + sandbox.root() + "/cfg && chgrp -h aaa " + sandbox.root() + "/cfg");
 }
 
+// A process without descriptors left 16 directories at each attempt, which no process without
+// descriptors removes, and blamed another process.
+TEST(SysdbDirectory, ProcessWithoutDescriptorsLeavesNothingAndSaysWhy) {
+    for (int opens = 1; opens <= 2; ++opens) {
+        const DatabaseSandbox sandbox;
+        const std::string log = run_forked([opens] {
+            watch_calls([made = false, before = opens](const std::string &call) mutable {
+                made |= call == "mkdirat";
+                return made && call == "openat" && --before <= 0 ? EMFILE : 0;
+            });
+            EXPECT_NE(0u, Bound("/cfg/").code());
+        });
+        EXPECT_HAS(log, "directory " + sandbox.root() + "/cfg cannot be made: Too many open files");
+        EXPECT_EQ("", unfinished(sandbox.root())) << opens;
+    }
+}
+
 // File systems that cannot rename without replacing.
 TEST(SysdbDirectory, IsMadeInPlaceWhereItCannotBeRenamed) {
     const DatabaseSandbox sandbox;
@@ -337,6 +354,23 @@ TEST(SysdbDirectory, TheAdviceToGiveADirectoryToItsGroupDoesNotFollowALink) {
     EXPECT_EQ(0, follow(advice)) << advice;
     EXPECT_EQ(02770u, mode_of(place)) << advice;
     EXPECT_EQ(kGroup, status_of(place).st_gid) << advice;
+}
+
+// Who may write the directory above chooses the name: the advice ran the command in it as root.
+TEST(SysdbDirectory, TheAdviceRunsNoCommandThatTheNameContains) {
+    const DatabaseSandbox sandbox;
+    ASSERT_EQ(0, chdir(sandbox.root().c_str()));
+    const std::string place = sandbox.root() + "/it's;touch made;$(touch made) \\ \"x";
+    const std::string log = run_forked([&place] {
+        setenv("AAA_SYSDB_CFG_DIR", place.c_str(), 1);
+        ASSERT_EQ(0, mkdir(place.c_str(), 0700));
+        ASSERT_EQ(0, chmod(place.c_str(), 0777));
+        EXPECT_EQ(SYSDB_ERR_ACCESS, Bound("/cfg/").code());
+    });
+    EXPECT_EQ(0, follow(advice_in(log, "then as root: ", "\n"))) << log;
+    EXPECT_EQ(0775u, mode_of(place)) << log;
+    EXPECT_FALSE(fs::exists(sandbox.root() + "/made")) << log;
+    ASSERT_EQ(0, chdir("/"));
 }
 
 TEST(SysdbDirectory, TheAdviceToCloseADirectoryDoesNotFollowALink) {

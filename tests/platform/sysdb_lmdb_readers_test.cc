@@ -3,11 +3,11 @@
 // A process that is stopped in the middle of a read. The pages that it may still read are not
 // used again, so that the others fill the map.
 
-#include <fcntl.h>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <lmdb.h>
+#include <pthread.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,6 +19,7 @@
 #include <string>
 
 #include "stopped_process.hpp"
+#include "support/database_table.hpp"
 #include "support/machine.hpp"
 #include "support/sysdb.hpp"
 #include "support/time_limit.h"
@@ -34,6 +35,12 @@ std::function<void()> &on_pause() {
     return instance;
 }
 
+// Between two looks of a change at the oldest reader: a transaction that reads begins there.
+std::function<void()> &on_read() {
+    static auto &instance = *new std::function<void()>;
+    return instance;
+}
+
 }  // namespace
 
 // The executable's ones take precedence in the platform and the provider.
@@ -42,6 +49,14 @@ extern "C" int nanosleep(const timespec *time, timespec *rest) {
         on_pause()();
     }
     return static_cast<int>(syscall(SYS_nanosleep, time, rest));
+}
+
+extern "C" pthread_t pthread_self() noexcept {
+    static const auto real = reinterpret_cast<pthread_t (*)()>(dlsym(RTLD_NEXT, "pthread_self"));
+    if (on_read()) {
+        on_read()();
+    }
+    return real();
 }
 
 extern "C" ssize_t write(int fd, const void *bytes, size_t count) {
@@ -187,33 +202,34 @@ TEST(SysdbReaders, MapThatIsFullOfItemsIsNotBlamedOnAReader) {
     reader.go_on();
 }
 
+// Nor would it for a value that needs more adjacent pages than there are: the many free ones are
+// not adjacent, and the reader keeps few.
+TEST(SysdbReaders, MapWithoutAdjacentPagesIsNotBlamedOnAReader) {
+    const DatabaseSandbox sandbox;
+    make_small_database();
+    const auto scatter = [] {
+        const Bound bound("/cfg/");
+        unsigned items = 0;
+        while (set_text(bound.handle(), "much/" + std::to_string(items), std::string(3000, 'v')) == 0) {
+            ASSERT_LT(++items, kMostChanges);
+        }
+        for (unsigned i = 0; i < items; i += 2) {
+            ASSERT_EQ(0u, sysdb_item_delete(bound.handle(), ("much/" + std::to_string(i)).c_str(), 0));
+        }
+    };
+    run_small(scatter);
+    StoppedProcess reader([&sandbox] { begin_transaction(sandbox.cfg_file(), MDB_RDONLY); });
+    const std::string log = run_small([] {
+        const Bound bound("/cfg/");
+        ASSERT_EQ(0u, set_number(bound.handle(), "a", 2));
+        EXPECT_EQ(SYSDB_ERR_FULL, set_text(bound.handle(), "large", std::string(290'000, 'v')));
+    });
+    EXPECT_HAS(log, sandbox.cfg_file() + " is full");
+    EXPECT_HAS_NOT(log, "kill -");
+    reader.go_on();
+}
+
 // ---- who the reader is
-
-// The entries of the table follow the two mutexes and what belongs to them.
-constexpr std::size_t kFirstEntryAt = 128;
-struct Entry {
-    std::uint64_t txnid;
-    std::int32_t number;
-};
-
-char *map_lock_file(const std::string &file) {
-    const int fd = open((file + "-lock").c_str(), O_RDWR | O_CLOEXEC);
-    void *map = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    if (map == MAP_FAILED) {
-        _exit(1);
-    }
-    return static_cast<char *>(map);
-}
-
-// As a member of the group can write it: its own entry is that of another process.
-void forge_reader(const std::string &file, pid_t number) {
-    begin_transaction(file, MDB_RDONLY);
-    auto *entry = reinterpret_cast<Entry *>(map_lock_file(file) + kFirstEntryAt);
-    if (entry->number != getpid()) {
-        _exit(1);
-    }
-    entry->number = number;
-}
 
 TEST(SysdbReaders, NumberOfAProcessThatDoesNotUseTheFileKeepsNothing) {
     const DatabaseSandbox sandbox;
@@ -225,6 +241,24 @@ TEST(SysdbReaders, NumberOfAProcessThatDoesNotUseTheFileKeepsNothing) {
     EXPECT_HAS_NOT(log, "kill -");
     end.put();
     EXPECT_EQ(0, innocent.wait());
+}
+
+// The time limit was looked at only while the oldest reader stayed the same: a change waited
+// for ever when another one was there at each look.
+TEST(SysdbReaders, ReadersThatFollowEachOtherAreNotWaitedForWithoutEnd) {
+    const DatabaseSandbox sandbox;
+    make_small_database();
+    StoppedProcess reader([&sandbox] { begin_transaction(sandbox.cfg_file(), MDB_RDONLY); });
+    const std::string log = run_small([&] {
+        auto *entry = reinterpret_cast<Entry *>(map_lock_file(sandbox.cfg_file()) + kFirstEntryAt);
+        ASSERT_EQ(reader.pid(), entry->number);
+        on_read() = [entry] { ++entry->thread; };
+        cerrno code = 0;
+        EXPECT_LT(change_until_failure(Bound("/cfg/"), code), kMostChanges);
+        EXPECT_EQ(SYSDB_ERR_BUSY, code);
+    });
+    EXPECT_HAS(log, "has no room while so many processes read it; try again");
+    reader.go_on();
 }
 
 // LMDB takes no entry with the number of its own process for that of a dead one.
@@ -292,22 +326,64 @@ TEST(SysdbReaders, ReaderOutsideOfTheContainerIsNotMistakenForAnotherProcess) {
     reader.go_on();
 }
 
+// ---- a table without a free entry
+
+void take_all_entries(const std::string &file) {
+    MDB_env *env = nullptr;
+    int rc = mdb_env_create(&env);
+    rc = rc != 0 ? rc : mdb_env_open(env, file.c_str(), MDB_NOSUBDIR | MDB_NOTLS, 0660);
+    for (MDB_txn *txn = nullptr; rc == 0;) {
+        rc = mdb_txn_begin(env, nullptr, MDB_RDONLY, &txn);
+    }
+    if (rc != MDB_READERS_FULL) {
+        _exit(1);
+    }
+}
+
+// The user of a set-user-ID program can start it often enough. The log did not say how to find
+// these processes.
+TEST(SysdbReaders, FullTableOfReadersIsExplainedAndFreeWhenItsProcessDies) {
+    const DatabaseSandbox sandbox;
+    make_small_database();
+    StoppedProcess reader([&sandbox] { take_all_entries(sandbox.cfg_file()); });
+    const std::string log = run_small([] { EXPECT_EQ(SYSDB_ERR_BUSY, Bound("/cfg/").code()); });
+    EXPECT_HAS(log, "has no room for another reader; end some of the AAA processes; as root, fuser -v " +
+                        sandbox.cfg_file() + "-lock lists them");
+    reader.kill_now();
+    run_small(expect_all_changes);
+}
+
 // ---- this provider's own reads
 
 // Whoever may hold up the log, as the caller of a program holds its standard error, filled the
 // map: the view was open while the line was written.
-TEST(SysdbReaders, ProcessThatStopsInALogLineKeepsNothing) {
-    const DatabaseSandbox sandbox;
-    make_small_database();
-    StoppedProcess reader([] {
+void expect_nothing_kept_by_a_log_line(const char *item) {
+    StoppedProcess reader([item] {
         const Bound bound("/cfg/");
         g_stops_at_a_log_line = true;
-        EXPECT_EQ("!80819400", get_text(bound.handle(), "a"));  // stops, and never gets here
+        get_text(bound.handle(), item);  // stops, and never gets here
         _exit(1);
     });
     const std::string log = run_small(expect_all_changes);
     EXPECT_HAS_NOT(log, "has no room");
     reader.kill_now();
+}
+
+TEST(SysdbReaders, ProcessThatStopsInALogLineKeepsNothing) {
+    const DatabaseSandbox sandbox;
+    make_small_database();
+    expect_nothing_kept_by_a_log_line("a");  // is a number
+}
+
+TEST(SysdbReaders, ProcessThatStopsInALogLineAboutADefectKeepsNothing) {
+    const DatabaseSandbox sandbox;
+    make_small_database();
+    run_forked([&sandbox] {
+        aaatest::DatabaseTable items(sandbox.cfg_file(), "items");
+        items.put("/cfg/defect", "");  // without a type
+        items.commit();
+    });
+    expect_nothing_kept_by_a_log_line("defect");
 }
 
 }  // namespace

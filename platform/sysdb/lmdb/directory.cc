@@ -47,23 +47,25 @@ int make(const std::string &path, mode_t mode, gid_t &group) {
 // The advised commands do not follow a link that a member of the group puts in the place of
 // the directory, as install -d does: the target would be given to the group.
 cerrno report(const std::string &path, int error) {
+    const std::string word = shell_word(path);
     log(kLogError,
         "directory %s cannot be made: %s; make it as root: mkdir -m 2770 %s && chgrp -h aaa %s (with the "
         "group of the AAA processes), or set %s and %s to other places",
         path.c_str(),
         error == kDisturbedMaking ? "another process takes or replaces what is made beside it"
                                   : std::strerror(error),
-        path.c_str(), path.c_str(), kCfgVariable, kRunVariable);
+        word.c_str(), word.c_str(), kCfgVariable, kRunVariable);
     return Result::of_errno(error).code();
 }
 
 // Its effective group is the caller's, who would get the database.
 cerrno refuse_to_make(const std::string &path) {
+    const std::string word = shell_word(path);
     log(kLogError,
         "directory %s is missing, and a program with more rights than its user does not make it; make it as "
         "root: systemd-tmpfiles --create, or mkdir -m 2770 %s && chgrp -h aaa %s (with the group of the AAA "
         "processes)",
-        path.c_str(), path.c_str(), path.c_str());
+        path.c_str(), word.c_str(), word.c_str());
     return SYSDB_ERR_ACCESS;
 }
 
@@ -115,7 +117,7 @@ void Directory::open_name(const Directory &parent, const char *name) {
 cerrno Directory::check_below() {
     if (!descriptor_ && (errno == ENOTDIR || errno == ELOOP)) {
         log(kLogError, "%s is not a directory, and is not used; look who made it, then: rm %s", path_.c_str(),
-            path_.c_str());
+            shell_word(path_).c_str());
         return SYSDB_ERR_ACCESS;
     }
     return descriptor_ ? check() : report(path_, errno);

@@ -73,8 +73,10 @@ void Environment::log_failure(Result result) {
     } else if (result.is_lmdb(MDB_TXN_FULL)) {
         log(kLogError, "database %s: too many changes at once; make them in several parts", file().c_str());
     } else if (result.is_lmdb(MDB_READERS_FULL)) {
-        log(kLogError, "database %s has no room for another reader; end some of the AAA processes",
-            file().c_str());
+        log(kLogError,
+            "database %s has no room for another reader; end some of the AAA processes; as root, fuser -v "
+            "%s-lock lists them",
+            file().c_str(), file().c_str());
     } else if (result.is_no_room()) {
         report_no_room(files_.directory().get(), "database " + file(), result.error());
     } else if (result.is_errno(EAGAIN)) {  // LMDB keeps a record lock on the number of this process

@@ -105,6 +105,7 @@ class Environment {
     std::size_t pages_needed(Growth growth, std::size_t bytes) const;
     bool is_map_outgrown();
     bool keeps_room(const Reader &reader, std::size_t needed);
+    Result give_up_waiting(const Reader &reader, bool is_first);
     Result wait_for_reader(const timespec &deadline, std::size_t needed, bool is_first);
     // After a change that found the map full, how it ends when it is made again until its
     // room is free: again() is the change.

@@ -106,27 +106,36 @@ bool Environment::keeps_room(const Reader &reader, std::size_t needed) {
            (room.usable() < needed || room.kept >= needed);
 }
 
-// Ok once the oldest reader has gone, so that the change may find room. is_first: it is waited
-// for from the beginning, and not after another one.
+// For a change that has waited long enough. is_first: this reader has been waited for from the
+// beginning, and not after another one.
+Result Environment::give_up_waiting(const Reader &reader, bool is_first) {
+    if (is_first) {
+        files_.report_reader(reader);
+    } else {
+        log(kLogError,
+            "database %s has no room while so many processes read it; try again, or set AAA_SYSDB_MAP_MIB to "
+            "a larger size",
+            file().c_str());
+    }
+    return Result::of_errno(ETIMEDOUT);
+}
+
+// Ok once the oldest reader has gone, so that the change may find room. Readers that follow
+// each other without a pause are not waited for without end.
 Result Environment::wait_for_reader(const timespec &deadline, std::size_t needed, bool is_first) {
     const std::optional<Reader> reader = oldest_reader(env_);
     if (!reader || !keeps_room(*reader, needed)) {
         return Result::of_lmdb(MDB_MAP_FULL);
+    }
+    if (!is_first && has_passed(deadline)) {
+        return give_up_waiting(*reader, is_first);
     }
     while (oldest_reader(env_) == reader) {
         if (!files_.is_alive(*reader)) {
             free_dead_readers();
         }
         if (has_passed(deadline)) {
-            if (is_first) {
-                files_.report_reader(*reader);
-            } else {
-                log(kLogError,
-                    "database %s has no room while so many processes read it; try again, or set "
-                    "AAA_SYSDB_MAP_MIB to a larger size",
-                    file().c_str());
-            }
-            return Result::of_errno(ETIMEDOUT);
+            return give_up_waiting(*reader, is_first);
         }
         pause_briefly();
     }

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "host.hpp"
+#include "new_directory.hpp"
 #include "result.hpp"
 #include "room.hpp"
 #include "settings.hpp"
@@ -26,7 +27,8 @@ constexpr auto kSameUser = static_cast<uid_t>(-1);
 
 void refuse(const Directory &directory, const std::string &name, const char *why, const char *remedy) {
     const std::string path = directory.path() + "/" + name;
-    log(kLogError, "%s is not used, because it %s; %s %s", path.c_str(), why, remedy, path.c_str());
+    log(kLogError, "%s is not used, because it %s; %s %s", path.c_str(), why, remedy,
+        shell_word(path).c_str());
 }
 
 // Its content counts for every process, so it must come from someone who may give it:

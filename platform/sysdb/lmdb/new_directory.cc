@@ -96,36 +96,53 @@ int settle(int fd, DirectoryRights rights, const std::string &path, const std::s
     return fchmod(fd, rights.mode) == 0 ? 0 : errno;
 }
 
-bool is_empty(int directory) {
-    const OpenDirectory entries = entries_of(directory);
-    if (entries == nullptr) {
-        return false;
-    }
+bool is_empty(DIR *entries) {
     int others = 0;
-    while (const dirent *entry = readdir(entries.get())) {
+    while (const dirent *entry = readdir(entries)) {
         others += std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0 ? 1 : 0;
     }
     return others == 0;
 }
 
-// Whether it can be the one that this process has just made. Who may write the directory
-// above may have put another one in its place, whose rights must stay as they are. Who
-// removes what is left may have taken it before it was locked.
-bool is_new(int directory) {
+// Zero if it can be the one that this process has just made, EEXIST if it is another one, or
+// errno. Who may write the directory above may have put another one in its place, whose rights
+// must stay as they are. Who removes what is left may have taken it before it was locked.
+int check_new(int directory) {
     struct stat status;
-    const bool is_being_removed = flock(directory, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-    return !is_being_removed && fstat(directory, &status) == 0 && status.st_uid == geteuid() &&
-           status.st_nlink > 0 && is_empty(directory);
+    if (flock(directory, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        return EEXIST;
+    }
+    if (fstat(directory, &status) != 0) {
+        return errno;
+    }
+    if (status.st_uid != geteuid() || status.st_nlink == 0) {
+        return EEXIST;
+    }
+    const OpenDirectory entries = entries_of(directory);
+    if (entries == nullptr) {
+        return errno;
+    }
+    return is_empty(entries.get()) ? 0 : EEXIST;
 }
 
-// Zero or errno. The lock lasts as long as the descriptor.
+// Whether opening failed because another process has removed the name or given it to
+// something else.
+bool is_another_in_its_place(int error) {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == EACCES;
+}
+
+// Zero or errno, EEXIST when the name is another's. The lock lasts as long as the descriptor.
 int make_and_settle(int parent, const char *name, DirectoryRights rights, const std::string &path,
                     const std::string &place, Descriptor &made) {
     if (mkdirat(parent, name, kPrivateDirectory) != 0) {
         return errno;
     }
     made = open_at(parent, name, kOpenFlags);
-    return made && is_new(made.get()) ? settle(made.get(), rights, path, place) : EEXIST;
+    if (!made) {
+        return is_another_in_its_place(errno) ? EEXIST : errno;
+    }
+    const int error = check_new(made.get());
+    return error == 0 ? settle(made.get(), rights, path, place) : error;
 }
 
 // No other process or thread uses it: the number of the process is the same in two
@@ -155,8 +172,12 @@ int make_directory(int parent, const std::string &name, DirectoryRights rights, 
         temporary = new_name();
         error = make_and_settle(parent, temporary.c_str(), rights, path, place, made);
     }
-    if (error != 0) {
-        return error == EEXIST ? kDisturbedMaking : error;
+    if (error == EEXIST) {
+        return kDisturbedMaking;
+    }
+    if (error != 0) {  // such as no more descriptors, with which no process could remove it later
+        unlinkat(parent, temporary.c_str(), AT_REMOVEDIR);
+        return error;
     }
     if (renameat2(parent, temporary.c_str(), parent, name.c_str(), RENAME_NOREPLACE) == 0) {
         return 0;
@@ -176,8 +197,21 @@ std::string place_of(int directory, const std::string &path) {
                                                               : path;
 }
 
+std::string shell_word(const std::string &text) {
+    constexpr char kPlain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+,:@%=";
+    if (text.find_first_not_of(kPlain) == std::string::npos) {
+        return text;
+    }
+    std::string word = "'";
+    for (const char c : text) {
+        word += c == '\'' ? "'\\''" : std::string(1, c);
+    }
+    return word + "'";
+}
+
 std::string command_inside(const std::string &place, const std::string &command) {
-    return "(cd " + place + " && [ \"$(pwd -P)\" = " + place + " ] && " + command + ")";
+    const std::string word = shell_word(place);
+    return "(cd " + word + " && [ \"$(pwd -P)\" = " + word + " ] && " + command + ")";
 }
 
 }  // namespace sysdb_lmdb

@@ -29,6 +29,10 @@ int make_directory(int parent, const std::string &name, DirectoryRights rights, 
 // The path of a directory without links, or else the given one.
 std::string place_of(int directory, const std::string &path);
 
+// For advice: a path as a word of a shell. Who may write the directory above can choose a name
+// that a shell would take for another command.
+std::string shell_word(const std::string &text);
+
 // For advice: the command of a shell that runs another one in a directory, unless a link has
 // taken its place. Who may write the directory above can plant one until the advice is
 // followed; chmod, and chown without -h, would change its target.
