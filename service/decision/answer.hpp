@@ -11,6 +11,7 @@
 
 #include "aaa/types.h"
 #include "backends/backend.hpp"
+#include "decision/open_login.hpp"
 
 namespace service {
 
@@ -25,6 +26,7 @@ struct PendingLogin {
     std::shared_ptr<Dialogue> dialogue;
     unsigned rounds = 0;
     bool changes_password = false;
+    std::unique_ptr<OpenLogin> open;  // set when the user has answered before
 };
 
 struct Answer {

@@ -68,6 +68,7 @@ void Decision::begin(std::shared_ptr<PendingLogin> pending) {
         path_ = pending->list;
         place = pending->place;
         dialogue = pending->dialogue;
+        open_login_ = std::move(pending->open);
         if (question_.round > kMostRounds) {
             soon([this] {
                 fail_without_method("the login has taken too many rounds", AAA_ERR_INVALID_CLIENT_DATA);
@@ -227,17 +228,17 @@ void Decision::next_or_end(std::size_t place, const Outcome &outcome) {
 
 // Failed and successful logins are counted for the lock-out.
 void Decision::count(const Outcome &outcome, const std::string &method) {
+    if (open_login_ != nullptr) {
+        open_login_->decided();
+    }
     if (question_.function != Function::kAuthentication || !question_.password) {
         return;
     }
-    const LockoutSettings &settings = question_.snapshot->settings->lockout;
     if (outcome.kind == Outcome::Kind::kPass) {
         deciders_.lockout.passed(question_.user, question_.source);
-    } else if (deciders_.lockout.failed(question_.user, question_.source, deciders_.loop.now(), settings)) {
-        log(Level::kWarning, "LOCKED_OUT", context("outcome", method),
-            "logins of %s from %s are refused for %u s after failures at %s", question_.user.c_str(),
-            question_.source.empty() ? "the console" : question_.source.c_str(), settings.time_s,
-            method.c_str());
+    } else {
+        count_failure(deciders_.lockout, question_.snapshot->settings->lockout, context("outcome", method),
+                      question_.source);
     }
 }
 
@@ -284,7 +285,12 @@ void Decision::challenge(std::size_t place, Outcome outcome) {
                        question_.service,
                        std::move(outcome.dialogue),
                        question_.round + 1,
-                       is_password_change(question_)};
+                       is_password_change(question_),
+                       std::move(open_login_)};
+    if (question_.password && answer.pending->open == nullptr) {
+        answer.pending->open =
+            std::make_unique<OpenLogin>(deciders_.lockout, question_, list_.methods[place].text());
+    }
     finish(std::move(answer));
 }
 

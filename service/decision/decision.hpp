@@ -95,6 +95,7 @@ class Decision {
     std::size_t open_ = 0;  // of a broadcast: methods that have not answered
     std::size_t kept_ = 0;  // of a broadcast: methods that keep the record
     std::unique_ptr<Attempt> pretence_;
+    std::unique_ptr<OpenLogin> open_login_;  // of an earlier round
     std::shared_ptr<int> alive_ = std::make_shared<int>();
 };
 

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <sys/epoll.h>
 #include <sys/random.h>
+#include <sys/socket.h>
 
 #include <utility>
 
@@ -83,7 +84,14 @@ Connection::~Connection() {
 
 void Connection::wait_for_message() {
     watch_.want(EPOLLIN);
-    idle_.set(host_.deciders().loop.now() + host_.snapshot()->settings->idle_s * net::kSecond);
+    idle_since_ = host_.deciders().loop.now();
+    idle_.set(idle_since_ + host_.snapshot()->settings->idle_s * net::kSecond);
+}
+
+bool Connection::is_idle() const {
+    char byte;
+    return !is_working() &&
+           recv(aaa_transport_descriptor(client_.get()), &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) <= 0;
 }
 
 void Connection::on_events(std::uint32_t events) {

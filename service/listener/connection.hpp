@@ -50,6 +50,12 @@ class Connection {
     bool usable() const { return watch_.usable(); }
     const Peer &peer() const { return peer_; }
     bool is_working() const { return request_ != nullptr; }
+    // Whether its client has sent nothing that is unanswered, so that it can be closed: its client
+    // connects again when it has something to ask.
+    bool is_idle() const;
+    // Whether a login waits for its user, who would have to begin again.
+    bool has_login() const { return pending_ != nullptr; }
+    net::Time idle_since() const { return idle_since_; }
 
   private:
     void on_events(std::uint32_t events);
@@ -76,6 +82,7 @@ class Connection {
     Peer peer_;
     net::Watch watch_;
     net::Timer idle_;
+    net::Time idle_since_ = 0;
     LoginId id_ = 0;
 
     std::shared_ptr<Request> request_;  // under way

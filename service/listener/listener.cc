@@ -26,6 +26,7 @@ constexpr std::size_t kOwnDescriptors = 64;            // kept for files, server
 constexpr int kAcceptedInARound = 32;
 
 kel_msg_limit_t limit_of_lines = {1, {}};
+kel_msg_limit_t limit_of_places = {1, {}};
 
 Transport make_transport() {
     aaa_transport_t *made = nullptr;
@@ -120,6 +121,31 @@ bool Listener::has_room(const Peer &peer) const {
            (own == by_user_.end() || own->second < settings.clients_per_user);
 }
 
+// Every user can start programs that are root's clients, such as su, and leave them at their
+// prompts. They must not keep out the logins of others.
+bool Listener::make_room(const Peer &peer) {
+    if (peer.uid != 0) {
+        return false;
+    }
+    Connection *oldest = nullptr;
+    const auto rank = [](const Connection &connection) {
+        return std::pair(connection.has_login(), connection.idle_since());
+    };
+    for (const auto &[key, connection] : connections_) {
+        if (key->peer().uid == 0 && (oldest == nullptr || rank(*key) < rank(*oldest)) && key->is_idle()) {
+            oldest = key;
+        }
+    }
+    if (oldest == nullptr) {
+        return false;
+    }
+    log_limited(limit_of_places, Level::kWarning, "FULL",
+                "all places for clients are taken: client %d of user %u, which asks nothing, makes room",
+                oldest->peer().pid, oldest->peer().uid);
+    remove(oldest);
+    return has_room(peer);
+}
+
 bool Listener::accept_one() {
     Transport client = make_transport();
     const cerrno rc = client != nullptr ? aaa_transport_accept(socket_.get(), client.get(), AAA_TRANSPORT_NOW)
@@ -138,7 +164,7 @@ bool Listener::accept_one() {
     if (!read_peer(aaa_transport_descriptor(client.get()), peer)) {
         return true;
     }
-    if (!has_room(peer)) {
+    if (!has_room(peer) && !make_room(peer)) {
         log_limited(
             limit_of_lines, Level::kWarning, "TOO_MANY_CLIENTS",
             "client %d of user %u is turned away: see \"clients\" and \"clients-per-user\" in aaad.conf",

@@ -57,6 +57,7 @@ class Listener : private ConnectionHost {
     bool accept_one();
     void pause();
     bool has_room(const Peer &peer) const;
+    bool make_room(const Peer &peer);
 
     const Deciders deciders_;
     Configure configure_;

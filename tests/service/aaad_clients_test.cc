@@ -238,13 +238,56 @@ TEST_F(AaadClients, AUserCannotTakeAllPlaces) {
         roots.push_back(aaad_.client());
         EXPECT_EQ(roots.back().ping().result, AAA_OK) << i;
     }
-    Client more = aaad_.client();
-    EXPECT_EQ(more.ping().result, AAA_ERR_NOT_CONNECTED) << "all places are taken";
-    roots.pop_back();
-    aaad_.wait_for_login({}, [](const Reply &reply) { return reply.status == AAA_STAT_PASS; });
     EXPECT_TRUE(aaad_.wait_for_log("is turned away"));
+    EXPECT_EQ(aaad_.login().status, uint32_t{AAA_STAT_PASS})
+        << "a client of root that asks nothing makes room";
+    EXPECT_TRUE(aaad_.wait_for_log("makes room"));
+    EXPECT_EQ(roots[0].ping().result, AAA_ERR_NOT_CONNECTED);
+    for (size_t i = 1; i < roots.size(); ++i) {
+        EXPECT_EQ(roots[i].ping().result, AAA_OK) << "the one that was quiet for longest has gone: " << i;
+    }
     end.put();
     EXPECT_EQ(greedy.wait(), 0);
+}
+
+// As those of su that wait at their prompts: every user can start them, and they are root's.
+TEST_F(AaadClients, ClientsOfRootThatAskNothingMakeRoomForLogins) {
+    SKIP_WITHOUT_ROOT("the clients have to be root's");
+    aaad_.settings("clients 8\n");
+    aaad_.start();
+    Client login = aaad_.client();
+    Ask ask;
+    ask.password = std::nullopt;
+    const Reply question = login.authenticate(ask);
+    EXPECT_EQ(question.status, uint32_t{AAA_STAT_GETPASS});
+    std::vector<Client> prompts;
+    for (int i = 0; i < 30; ++i) {
+        prompts.push_back(aaad_.client());
+        EXPECT_EQ(prompts.back().ping().result, AAA_OK) << i;
+    }
+    EXPECT_EQ(aaad_.login().status, uint32_t{AAA_STAT_PASS});
+    // A login whose user is being asked stays while there are others.
+    ask.password = "wonderland";
+    ask.state = question.state;
+    EXPECT_EQ(login.authenticate(ask).status, uint32_t{AAA_STAT_PASS});
+}
+
+TEST_F(AaadClients, ClientsThatWaitForTheirAnswersDoNotMakeRoom) {
+    SKIP_WITHOUT_ROOT("the clients have to be root's");
+    aaad_.users("alice:" + slow_hash(1000000) + ":15\n");
+    aaad_.settings("clients 4\nhash-threads 1\npatience 600000\nlongest-request 600000\n");
+    aaad_.start();
+    std::vector<Client> logins;
+    for (int i = 0; i < 4; ++i) {
+        logins.push_back(aaad_.client());
+        logins.back().send_authentication({});
+    }
+    Client more = aaad_.client();
+    EXPECT_EQ(more.ping().result, AAA_ERR_NOT_CONNECTED) << "all places are taken";
+    EXPECT_TRUE(aaad_.wait_for_log("is turned away"));
+    for (Client &login : logins) {
+        EXPECT_EQ(login.receive(AAA_REQ_AUTHEN).status, uint32_t{AAA_STAT_FAIL});
+    }
 }
 
 TEST_F(AaadClients, IdleClientsAreDropped) {

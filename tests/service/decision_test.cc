@@ -10,6 +10,7 @@
 #include <deque>
 #include <regex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "aaa/result_codes.h"
@@ -261,6 +262,54 @@ TEST_F(DecisionTest, AChallengeIsContinuedWhereItWasAsked) {
     EXPECT_EQ(servers_->dialogues[1], dialogue);
     EXPECT_EQ(servers_->asked[1].round, 1u);
     EXPECT_EQ(local_->asked.size(), 1u) << "the methods before are not asked again";
+}
+
+// A server may ask again for a wrong password: whoever tries passwords would never see a refusal.
+TEST_F(DecisionTest, ALoginThatIsLeftAfterAnAnswerCountsAsAFailure) {
+    list({AAA_METHOD_SERVER_GROUP});
+    const Outcome again = Outcome::challenge(Prompt::kPassword, "Password: ", false);
+    const auto is_locked = [this] {
+        return lockout_.is_locked("alice", "192.0.2.1", net::Loop::clock(), snapshot_->settings->lockout);
+    };
+    servers_->outcomes = {again, again};
+    Answer first = decide(question());
+    Answer second = decide(question(), std::exchange(first.pending, nullptr));
+    second.pending = nullptr;
+    EXPECT_FALSE(is_locked()) << "one login, one failure";
+    servers_->outcomes = {again};
+    first = decide(question());
+    {
+        Decision left(deciders_, question(), std::exchange(first.pending, nullptr),
+                      [](const Answer &) { ADD_FAILURE() << "it has gone"; });
+        loop_.run_once(0);
+    }
+    EXPECT_TRUE(is_locked()) << "the client left while it was asked";
+}
+
+TEST_F(DecisionTest, ALoginOfSeveralRoundsIsCountedOnce) {
+    list({AAA_METHOD_SERVER_GROUP});
+    const Outcome token = Outcome::challenge(Prompt::kData, "Token: ", true);
+    const auto is_locked = [this] {
+        return lockout_.is_locked("alice", "192.0.2.1", net::Loop::clock(), snapshot_->settings->lockout);
+    };
+    for (int i = 0; i < 3; ++i) {
+        servers_->outcomes = {token, Outcome::pass("")};
+        Answer challenge = decide(question());
+        EXPECT_EQ(decide(question(), std::exchange(challenge.pending, nullptr)).status,
+                  std::uint32_t{AAA_STAT_PASS});
+    }
+    servers_->outcomes = {token, Outcome::fail("")};
+    Answer challenge = decide(question());
+    EXPECT_EQ(decide(question(), std::exchange(challenge.pending, nullptr)).status,
+              std::uint32_t{AAA_STAT_FAIL});
+    EXPECT_FALSE(is_locked());
+    Question without = question();
+    without.password = std::nullopt;
+    for (int i = 0; i < 3; ++i) {
+        servers_->outcomes = {token};
+        decide(without);
+    }
+    EXPECT_FALSE(is_locked()) << "who has answered nothing has tried nothing";
 }
 
 TEST_F(DecisionTest, ABroadcastAsksAllAndIsKeptWhenOneKeepsIt) {
