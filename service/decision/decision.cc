@@ -71,7 +71,7 @@ void Decision::begin(std::shared_ptr<PendingLogin> pending) {
         open_login_ = std::move(pending->open);
         if (question_.round > kMostRounds) {
             soon([this] {
-                fail_without_method("the login has taken too many rounds", AAA_ERR_INVALID_CLIENT_DATA);
+                fail_without_method("the login has taken too many rounds", AAA_ERR_INVALID_CLIENT_DATA, true);
             });
             return;
         }
@@ -206,7 +206,9 @@ void Decision::take(Asked &asked, Outcome outcome) {
             next_or_end(place, outcome);
             break;
         case Outcome::Kind::kError:
-            fail_without_method(method + ": " + outcome.reason, AAA_ERR_NO_METHODS_AVAILABLE);
+            // A password may have been changed before the error, so a change is not said to be refused.
+            fail_without_method(method + ": " + outcome.reason, AAA_ERR_NO_METHODS_AVAILABLE,
+                                !is_password_change(question_));
             break;
     }
 }
@@ -294,8 +296,9 @@ void Decision::challenge(std::size_t place, Outcome outcome) {
     finish(std::move(answer));
 }
 
-void Decision::fail_without_method(const std::string &why, cerrno error) {
+void Decision::fail_without_method(const std::string &why, cerrno error, bool ends_login) {
     Answer answer;
+    answer.ends_login = ends_login;
     answer.status = AAA_STAT_ERROR;
     answer.error = error;
     answer.text = "The AAA service cannot answer; its log says why, under " + id_text(question_.id);

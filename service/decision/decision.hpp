@@ -73,7 +73,7 @@ class Decision {
     void challenge(std::size_t place, Outcome outcome);
     void count(const Outcome &outcome, const std::string &method);
     void pretend_to_check();
-    void fail_without_method(const std::string &why, cerrno error);
+    void fail_without_method(const std::string &why, cerrno error, bool ends_login = false);
     void finish(Answer answer);
     void soon(std::function<void()> work);
     void trace(Step step, std::string subject, std::string detail);
