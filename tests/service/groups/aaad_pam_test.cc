@@ -69,6 +69,21 @@ TEST_F(AaadPam, EndsALoginWhoseUserWaitsUntilItIsForgotten) {
     EXPECT_EQ(login.heard().back().text, "This login is no longer known; begin again");
 }
 
+// What a user types must not make the module say that there is no service.
+TEST_F(AaadPam, AnswersThatNoServerTakesAreRefused) {
+    for (const size_t length : {256, 1100, 4097, 9000, 33000, 70000, 200000}) {
+        const std::string answer(length, 'x');
+        EXPECT_EQ(pam_test::Login(dir_, options()).authenticate({answer}), PAM_AUTH_ERR) << length;
+        EXPECT_EQ(pam_test::Login(dir_, options(), "tia").authenticate({"secret", answer}), PAM_AUTH_ERR)
+            << length;
+    }
+    for (const char *const answer : {"", "\x01\x02", "\n", "\r\n", "\xff\xfe", "\x1b[2J"}) {
+        EXPECT_EQ(pam_test::Login(dir_, options()).authenticate({answer}), PAM_AUTH_ERR) << answer;
+        EXPECT_EQ(pam_test::Login(dir_, options(), "tia").authenticate({"secret", answer}), PAM_AUTH_ERR)
+            << answer;
+    }
+}
+
 TEST_F(AaadPam, AuthorizesTheSession) {
     pam_test::Login alice(dir_, options());
     EXPECT_EQ(alice.authenticate({"secret"}), PAM_SUCCESS);
