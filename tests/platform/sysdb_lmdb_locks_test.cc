@@ -271,6 +271,30 @@ TEST(SysdbLocks, ReaderOfTheSameNumberInAnotherContainerIsReported) {
     EXPECT_EQ(0, reader.wait());
 }
 
+// A member of the group can keep the locks of all numbers. The log blamed a container only.
+TEST(SysdbLocks, ProgramThatKeepsTheLocksOfReadersCanBeFound) {
+    const DatabaseSandbox sandbox;
+    make_database();
+    Pipe ready;
+    Pipe end;
+    ForkedProcess member([&] {
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        lock.l_start = 1;  // to the end of all numbers
+        const int fd = open((sandbox.cfg_file() + "-lock").c_str(), O_RDWR | O_CLOEXEC);
+        ASSERT_EQ(0, fcntl(fd, F_SETLK, &lock));
+        ready.put();
+        end.take(-1);
+    });
+    ASSERT_TRUE(ready.take());
+    const std::string log = run_limited([] { EXPECT_EQ(SYSDB_ERR_BUSY, Bound("/cfg/").code()); });
+    EXPECT_HAS(log, "or another program keeps a lock of the file; as root of the host, fuser -v " +
+                        sandbox.cfg_file() + "-lock lists who uses it");
+    end.put();
+    EXPECT_EQ(0, member.wait());
+    run_limited([] { EXPECT_EQ(0u, Bound("/cfg/").code()); });
+}
+
 // Another thread of this process has the lock, and this one told to kill the process.
 TEST(SysdbLocks, ThreadOfTheSameProcessIsNotToBeKilled) {
     const DatabaseSandbox sandbox;

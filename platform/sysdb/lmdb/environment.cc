@@ -82,9 +82,9 @@ void Environment::log_failure(Result result) {
     } else if (result.is_errno(EAGAIN)) {  // LMDB keeps a record lock on the number of this process
         log(kLogError,
             "database %s is used by a process of another container that has the same number as this one, "
-            "%ld; "
-            "let processes that share a database run in one pid namespace",
-            file().c_str(), static_cast<long>(getpid()));
+            "%ld; let processes that share a database run in one pid namespace; or another program keeps a "
+            "lock of the file; as root of the host, fuser -v %s-lock lists who uses it",
+            file().c_str(), static_cast<long>(getpid()), file().c_str());
     } else if (!result.is_timeout()) {  // the wait has reported the holder
         log(kLogError, "database %s: %s; check the directory and its permissions", file().c_str(),
             result.text());

@@ -256,9 +256,8 @@ constexpr uid_t kNoOne = 65534;
 
 TEST(OutputFile, LinksAndFilesOfOthersInAStickyDirectoryAreRefused) {
     SKIP_WITHOUT_ROOT("only root can make another user's link");
-    if (setting("protected_symlinks") == 0 || setting("protected_regular") == 0) {
-        GTEST_SKIP() << "fs.protected_symlinks or fs.protected_regular is 0: the kernel allows it";
-    }
+    SKIP_WITHOUT("protection", setting("protected_symlinks") != 0 && setting("protected_regular") != 0,
+                 "fs.protected_symlinks or fs.protected_regular is 0: the kernel allows it");
     const TempDir dir;
     const std::string victim = dir.write("victim", "old");
     const std::string shared = dir.path("shared");

@@ -388,8 +388,14 @@ TEST_F(AaactlAnswer, SecretsAreTypedUnseen) {
     };
     const std::string path = dir_.path("socket");
     {
-        const ScriptedServer server(path, {asks("Token\x1b[31m:", 0), asks("Colour:", 1), decide});
+        int served[2];
+        ASSERT_EQ(pipe2(served, O_CLOEXEC), 0);
+        // Forked before there is a thread: memory that a thread has would be a leak in the child.
         TerminalProcess terminal([&] {
+            char byte;
+            if (read(served[0], &byte, 1) != 1) {
+                return std::string("no server");
+            }
             const pid_t pid = fork();
             if (pid == 0) {
                 execl(AAACTL_PROGRAM, AAACTL_PROGRAM, "login", path.c_str(), "alice", nullptr);
@@ -399,6 +405,8 @@ TEST_F(AaactlAnswer, SecretsAreTypedUnseen) {
             waitpid(pid, &exit, 0);
             return std::to_string(WEXITSTATUS(exit));
         });
+        const ScriptedServer server(path, {asks("Token\x1b[31m:", 0), asks("Colour:", 1), decide});
+        EXPECT_EQ(write(served[1], "", 1), 1);
         terminal.expect_shown("Password: ");
         terminal.type("s3cret\n");
         terminal.expect_shown("Token\\x1b[31m: ");
@@ -406,6 +414,8 @@ TEST_F(AaactlAnswer, SecretsAreTypedUnseen) {
         terminal.expect_shown("Colour: ");
         terminal.type("blue\n");
         EXPECT_EQ(terminal.report(), "0");
+        close(served[0]);
+        close(served[1]);
         EXPECT_TRUE(contains(terminal.shown(), "=> ") && contains(terminal.shown(), "alice: "))
             << terminal.shown();
         EXPECT_TRUE(contains(terminal.shown(), "Colour: blue")) << terminal.shown();
