@@ -197,7 +197,7 @@ void Decision::take(Asked &asked, Outcome outcome) {
     switch (outcome.kind) {
         case Outcome::Kind::kPass:
         case Outcome::Kind::kFail:
-            decide(place, outcome);
+            decide(place, was_locked_out(outcome) ? Outcome::fail("locked out meanwhile") : outcome);
             break;
         case Outcome::Kind::kChallenge:
             challenge(place, std::move(outcome));
@@ -229,6 +229,15 @@ void Decision::next_or_end(std::size_t place, const Outcome &outcome) {
 }
 
 // Failed and successful logins are counted for the lock-out.
+// Whether other logins that were under way have locked out the user: of a hundred passwords that are
+// tried at once, only those before the lock-out count.
+bool Decision::was_locked_out(const Outcome &outcome) const {
+    return outcome.kind == Outcome::Kind::kPass && question_.function == Function::kAuthentication &&
+           question_.password && !is_password_change(question_) &&
+           deciders_.lockout.is_locked(question_.user, question_.source, deciders_.loop.now(),
+                                       question_.snapshot->settings->lockout);
+}
+
 void Decision::count(const Outcome &outcome, const std::string &method) {
     if (open_login_ != nullptr) {
         open_login_->decided();

@@ -71,6 +71,7 @@ class Decision {
     void next_or_end(std::size_t place, const Outcome &outcome);
     void decide(std::size_t place, const Outcome &outcome);
     void challenge(std::size_t place, Outcome outcome);
+    bool was_locked_out(const Outcome &outcome) const;
     void count(const Outcome &outcome, const std::string &method);
     void pretend_to_check();
     void fail_without_method(const std::string &why, cerrno error, bool ends_login = false);
