@@ -19,12 +19,14 @@
 #include <unistd.h>
 
 #define SERVICE_USER "aaad" /* the service may run as this user instead of root */
+#define ANSWER_MAX   16384u /* longest password or other answer of the user, bytes */
 
 struct client {
     const client_settings_t *settings;
     aaa_transport_t *transport;
     char problem[CLIENT_TEXT + 256];
     int silent; /* the latest failure was a time-out */
+    int unfit;  /* the latest failure was that what the user gave does not fit into a request */
     /* One request: the header record, the packed list, and the elements that name them. */
     aaa_req_hdr_t header;
     iov_t *iov;
@@ -149,6 +151,7 @@ static int exchange(client_t *client, uint32_t type, cerrno composed, avlist **l
     aaa_transport_head_t head = {.kind = AAA_TRANSPORT_GARBAGE};
     *list = NULL;
     client->silent = 0;
+    client->unfit = composed != AAA_OK && composed != AAA_ERR_NOMEM;
     if (composed != AAA_OK) {
         snprintf(client->problem, sizeof client->problem, "the request cannot be composed: %s",
                  code_text(composed));
@@ -174,6 +177,7 @@ static int exchange(client_t *client, uint32_t type, cerrno composed, avlist **l
         rc = aaa_transport_unpack(&client->reply, head.list_at, list);
     }
     if (rc != AAA_OK) {
+        client->unfit = head.result == AAA_ERR_INVALID_CLIENT_DATA;
         snprintf(client->problem, sizeof client->problem, "%s: %s: %s", client->settings->socket,
                  head.result != AAA_OK ? "the service cannot process the request" : "the answer is malformed",
                  code_text(rc));
@@ -193,6 +197,12 @@ static void ask(client_t *client, uint32_t type, cerrno composed, client_answer_
             snprintf(client->problem, sizeof client->problem, "%s: the service could not decide%s%s",
                      client->settings->socket, answer->message[0] != '\0' ? ": " : "", answer->message);
         }
+    } else if (client->unfit) {
+        /* A refusal: whoever types 40,000 characters must not be asked by the next module, as he is
+         * when there is no service. */
+        answer->status = AAA_STAT_FAIL;
+        snprintf(answer->message, sizeof answer->message,
+                 "Too long, or with characters that are not possible");
     }
     aaa_avpair_free_list(list);
     forget_messages(client);
@@ -228,6 +238,9 @@ static cerrno add_outcome(avlist *list, const void *outcome) {
 }
 
 static cerrno compose_authentication(client_t *client, uint32_t option, aaa_usercred_t *cred) {
+    if (cred->password != NULL && strlen(cred->password) > ANSWER_MAX) {
+        return AAA_ERR_INVALID_ARG; /* above the size of an attribute it would be a lack of memory */
+    }
     return aaa_util_msg_authen_compose(&client->header, option, AAA_SVC_LOGIN, client->settings->list, 0,
                                        cred, NULL, NULL, &client->iov, &client->count, client->buffer,
                                        sizeof client->buffer, NULL, 0);

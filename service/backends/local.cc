@@ -79,9 +79,14 @@ Outcome check_user(const std::string &name, const Secret &password, const Known 
         return check_hash(password, known.user->hash, known.decoy, known.user->privilege);
     }
     if (known.ask_system) {
-        if (const auto account = find_system_account(name)) {
+        const auto [account, fault] = find_system_account(name);
+        if (account) {
             return by_state(account->state, is_login,
                             check_hash(password, account->hash, known.decoy, account->privilege));
+        }
+        if (!fault.empty()) {
+            spend_a_check(password, known.decoy);
+            return Outcome::unavailable(fault);
         }
     }
     spend_a_check(password, known.decoy);
@@ -118,7 +123,10 @@ class LocalBackend : public Backend {
         const Known known = known_user(question);
         if (known.ask_system) {
             const auto look_up = [name = question.user, has_command = question.command.has_value()] {
-                const auto account = find_system_account(name);
+                const auto [account, fault] = find_system_account(name);
+                if (!fault.empty()) {
+                    return Outcome::unavailable(fault);  // the account may have expired
+                }
                 if (!account) {
                     return Outcome::fail("the user is not known");
                 }

@@ -24,9 +24,11 @@ struct ServerFigures {
     net::Time since =
         net::Loop::clock();  // when it was found to be up or dead; first: when it was configured
     std::string why;         // it is dead
+    std::string failure;     // of the last request; empty: it was answered
 
     void answered(net::Time time, unsigned tries_made) {
         ++answers;
+        failure.clear();
         last_answer = net::Loop::clock();
         // After a second try no one knows which one is answered.
         if (tries_made == 1 && time > 0) {
@@ -41,6 +43,7 @@ struct ServerFigures {
     void became_alive() {
         since = net::Loop::clock();
         why.clear();
+        failure.clear();
     }
 };
 

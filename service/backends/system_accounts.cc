@@ -7,7 +7,9 @@
 #include <string.h>
 
 #include <cerrno>
+#include <cstring>
 #include <ctime>
+#include <utility>
 #include <vector>
 
 #include "config/users.hpp"
@@ -18,17 +20,32 @@ namespace {
 
 constexpr std::size_t kMostRoom = 1 << 20;
 
-// Calls a reentrant lookup with more and more room. False when there is no such entry.
+// Calls a reentrant lookup with more and more room. The error is 0 too when there is no such entry.
 template <typename Entry, typename Lookup>
-bool look_up(Lookup lookup, const std::string &user, Entry &entry, std::vector<char> &room) {
-    for (room.resize(4096); room.size() <= kMostRoom; room.resize(room.size() * 4)) {
+bool look_up(Lookup lookup, const std::string &user, Entry &entry, std::vector<char> &room, int &error) {
+    error = ERANGE;
+    for (room.resize(4096); error == ERANGE && room.size() <= kMostRoom; room.resize(room.size() * 4)) {
         Entry *found = nullptr;
-        const int error = lookup(user.c_str(), &entry, room.data(), room.size(), &found);
-        if (error != ERANGE) {
-            return found != nullptr;
+        error = lookup(user.c_str(), &entry, room.data(), room.size(), &found);
+        if (found != nullptr) {
+            return true;
         }
     }
+    // getpwnam(3): with these some name services say that there is no such entry.
+    if (error == ENOENT || error == ESRCH || error == EBADF || error == EPERM) {
+        error = 0;
+    }
     return false;
+}
+
+std::string fault_of(const char *what, int error) {
+    return std::string(what) + " cannot be read" +
+           (error != 0 ? std::string(": ") + std::strerror(error) : "");
+}
+
+// passwd(5): the password is in /etc/shadow.
+bool is_shadowed(const std::string &hash) {
+    return hash == "x";
 }
 
 // Days since 1970.
@@ -54,24 +71,31 @@ AccountState state_on(long day, const AccountDates &dates) {
                                                                     : AccountState::kPasswordExpired;
 }
 
-std::optional<SystemAccount> find_system_account(const std::string &user) {
+AccountLookup find_system_account(const std::string &user) {
     std::vector<char> room;
     passwd entry{};
-    if (!is_user_name(user) || !look_up(getpwnam_r, user, entry, room)) {
-        return std::nullopt;
+    int error = 0;
+    if (!is_user_name(user)) {
+        return {};
+    }
+    if (!look_up(getpwnam_r, user, entry, room, error)) {
+        return {{}, error != 0 ? fault_of("the accounts of this host", error) : ""};
     }
     SystemAccount account;
     account.privilege = entry.pw_uid == 0 ? kHighestPrivilege : 1;
     account.hash = entry.pw_passwd != nullptr ? entry.pw_passwd : "";
     std::vector<char> shadow_room;
     spwd shadow{};
-    if (look_up(getspnam_r, user, shadow, shadow_room)) {
+    if (look_up(getspnam_r, user, shadow, shadow_room, error)) {
         account.hash = shadow.sp_pwdp != nullptr ? shadow.sp_pwdp : "";
         account.state =
             state_on(today(), {shadow.sp_lstchg, shadow.sp_max, shadow.sp_inact, shadow.sp_expire});
         explicit_bzero(shadow_room.data(), shadow_room.size());
+    } else if (error != 0 || is_shadowed(account.hash)) {
+        // Where several name services are asked, the last one hides that the first may not read.
+        return {{}, fault_of("the shadow entry of the account", error)};
     }
-    return account;
+    return {std::move(account), {}};
 }
 
 }  // namespace service

@@ -21,7 +21,12 @@ struct SystemAccount {
     AccountState state = AccountState::kValid;
 };
 
-std::optional<SystemAccount> find_system_account(const std::string &user);
+struct AccountLookup {
+    std::optional<SystemAccount> account;
+    // Why it is not known what a login of this user needs; empty: it is known, or there is no such user.
+    std::string fault;
+};
+AccountLookup find_system_account(const std::string &user);
 
 // The dates of an account as shadow(5) has them, in days since 1970; -1: none.
 struct AccountDates {

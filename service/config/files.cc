@@ -23,7 +23,8 @@ std::shared_ptr<const Settings> read_settings(const KeeperOptions &options, cons
                                               std::vector<std::string> &out) {
     const TextFile file = read_text_file(options.settings_path, Privacy::kShared, 1 << 20);
     std::vector<Fault> faults = file.faults;
-    if (file.missing) {
+    // A mistyped --config must not start the service with other settings than the administrator's.
+    if (file.missing && options.settings_path == KeeperOptions{}.settings_path) {
         faults.clear();
     }
     Settings settings = parse_settings(file.text, accounts, faults);
@@ -34,14 +35,14 @@ std::shared_ptr<const Settings> read_settings(const KeeperOptions &options, cons
     return faults.empty() ? std::make_shared<const Settings>(std::move(settings)) : nullptr;
 }
 
-// Without it every password of an account of the host is wrong, and no one sees why.
+// Without it no account of the host can log in, and only the log says why.
 void check_shadow(const Settings &settings, std::vector<std::string> &out) {
     constexpr char shadow[] = "/etc/shadow";
     if (settings.system_accounts && access(shadow, R_OK) != 0) {
         out.push_back(
             std::string("system-accounts: ") + shadow + " cannot be read (" + std::strerror(errno) +
-            "), so no password of an account of this host is right; aaad.conf(5) says how to let the "
-            "service read it");
+            "), so the method local cannot answer for the accounts of this host; aaad.conf(5) says how "
+            "to let the service read it");
     }
 }
 

@@ -40,6 +40,9 @@ struct Answer {
     std::shared_ptr<PendingLogin> pending;  // of a challenge
     std::string reason;                     // for log and trace
     cerrno error = 0;                       // of accounting: why the record is not kept
+    // Without a decision, for a reason that a user can bring about. His login program must not ask
+    // another method instead, as it does when there is no service.
+    bool ends_login = false;
 };
 
 }  // namespace service

@@ -71,7 +71,7 @@ void Decision::begin(std::shared_ptr<PendingLogin> pending) {
         open_login_ = std::move(pending->open);
         if (question_.round > kMostRounds) {
             soon([this] {
-                fail_without_method("the login has taken too many rounds", AAA_ERR_INVALID_CLIENT_DATA);
+                fail_without_method("the login has taken too many rounds", AAA_ERR_INVALID_CLIENT_DATA, true);
             });
             return;
         }
@@ -197,7 +197,7 @@ void Decision::take(Asked &asked, Outcome outcome) {
     switch (outcome.kind) {
         case Outcome::Kind::kPass:
         case Outcome::Kind::kFail:
-            decide(place, outcome);
+            decide(place, was_locked_out(outcome) ? Outcome::fail("locked out meanwhile") : outcome);
             break;
         case Outcome::Kind::kChallenge:
             challenge(place, std::move(outcome));
@@ -206,7 +206,9 @@ void Decision::take(Asked &asked, Outcome outcome) {
             next_or_end(place, outcome);
             break;
         case Outcome::Kind::kError:
-            fail_without_method(method + ": " + outcome.reason, AAA_ERR_NO_METHODS_AVAILABLE);
+            // A password may have been changed before the error, so a change is not said to be refused.
+            fail_without_method(method + ": " + outcome.reason, AAA_ERR_NO_METHODS_AVAILABLE,
+                                !is_password_change(question_));
             break;
     }
 }
@@ -227,6 +229,15 @@ void Decision::next_or_end(std::size_t place, const Outcome &outcome) {
 }
 
 // Failed and successful logins are counted for the lock-out.
+// Whether other logins that were under way have locked out the user: of a hundred passwords that are
+// tried at once, only those before the lock-out count.
+bool Decision::was_locked_out(const Outcome &outcome) const {
+    return outcome.kind == Outcome::Kind::kPass && question_.function == Function::kAuthentication &&
+           question_.password && !is_password_change(question_) &&
+           deciders_.lockout.is_locked(question_.user, question_.source, deciders_.loop.now(),
+                                       question_.snapshot->settings->lockout);
+}
+
 void Decision::count(const Outcome &outcome, const std::string &method) {
     if (open_login_ != nullptr) {
         open_login_->decided();
@@ -294,8 +305,9 @@ void Decision::challenge(std::size_t place, Outcome outcome) {
     finish(std::move(answer));
 }
 
-void Decision::fail_without_method(const std::string &why, cerrno error) {
+void Decision::fail_without_method(const std::string &why, cerrno error, bool ends_login) {
     Answer answer;
+    answer.ends_login = ends_login;
     answer.status = AAA_STAT_ERROR;
     answer.error = error;
     answer.text = "The AAA service cannot answer; its log says why, under " + id_text(question_.id);

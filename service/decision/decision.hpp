@@ -71,9 +71,10 @@ class Decision {
     void next_or_end(std::size_t place, const Outcome &outcome);
     void decide(std::size_t place, const Outcome &outcome);
     void challenge(std::size_t place, Outcome outcome);
+    bool was_locked_out(const Outcome &outcome) const;
     void count(const Outcome &outcome, const std::string &method);
     void pretend_to_check();
-    void fail_without_method(const std::string &why, cerrno error);
+    void fail_without_method(const std::string &why, cerrno error, bool ends_login = false);
     void finish(Answer answer);
     void soon(std::function<void()> work);
     void trace(Step step, std::string subject, std::string detail);

@@ -53,7 +53,9 @@ void Probes::plan(const ServerClientPtr &server, Use use) {
         found->second.server = server;
         found->second.use = use;
         found->second.timer = std::make_unique<net::Timer>(loop_, [this, health] { probe(health); });
-        found->second.timer->set(loop_.now() + dead_time(*server));
+        // At once: servers drop some requests, such as those for a realm whose own server is down, and a
+        // user of such a name must not have the server passed over for all others.
+        found->second.timer->set(loop_.now());
     }
 }
 

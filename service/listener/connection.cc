@@ -265,6 +265,7 @@ void Connection::start(Function function, std::shared_ptr<Question> question) {
         if (refused) {
             Answer unknown;
             unknown.status = AAA_STAT_ERROR;
+            unknown.ends_login = true;
             unknown.text = kNoLongerKnown;
             answer(function, unknown);
             return;

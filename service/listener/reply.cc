@@ -89,7 +89,8 @@ AvList make_list(Function function, const Answer &answer, const std::string &tok
         return nullptr;
     }
     AvList list(raw);
-    bool ok = aaa_util_avlist_status_add(answer.status, 4, raw) == AAA_OK;
+    const std::uint32_t status = answer.ends_login ? std::uint32_t{AAA_STAT_ABORT} : answer.status;
+    bool ok = aaa_util_avlist_status_add(status, 4, raw) == AAA_OK;
     if (ok && answer.pending != nullptr) {
         ok = add_challenge(raw, answer, token);
     } else if (ok) {

@@ -152,11 +152,11 @@ TEST_F(AaadLogin, AChallengeBelongsToItsConnectionAndUser) {
     const std::string state = client.authenticate(ask).state;
     ask.state = state;
     ask.password = "wonderland";
-    EXPECT_EQ(aaad_.login(ask).status, uint32_t{AAA_STAT_ERROR}) << "another connection";
+    EXPECT_EQ(aaad_.login(ask).status, uint32_t{AAA_STAT_ABORT}) << "another connection";
     Ask other = ask;
     other.user = "bob";
-    EXPECT_EQ(client.authenticate(other).status, uint32_t{AAA_STAT_ERROR}) << "another user";
-    EXPECT_EQ(client.authenticate(ask).status, uint32_t{AAA_STAT_ERROR}) << "a token is good for one answer";
+    EXPECT_EQ(client.authenticate(other).status, uint32_t{AAA_STAT_ABORT}) << "another user";
+    EXPECT_EQ(client.authenticate(ask).status, uint32_t{AAA_STAT_ABORT}) << "a token is good for one answer";
     ask.state.clear();
     EXPECT_EQ(client.authenticate(ask).status, uint32_t{AAA_STAT_PASS}) << "a new login";
 }
@@ -173,7 +173,7 @@ TEST_F(AaadLogin, AChallengeThatIsNeverAnsweredEnds) {
         status = reply.status;
         ask.state = reply.state;
     }
-    EXPECT_EQ(status, uint32_t{AAA_STAT_ERROR});
+    EXPECT_EQ(status, uint32_t{AAA_STAT_ABORT});
     EXPECT_EQ(rounds, 18);
 }
 

@@ -102,7 +102,7 @@ TEST_F(AaadMessages, FreeUserDataEndsALoginBetweenTwoRounds) {
     EXPECT_EQ(free_user_data(client, 0), AAA_OK);
     question.state = reply.state;
     question.password = "wonderland";
-    EXPECT_EQ(client.authenticate(question).status, uint32_t{AAA_STAT_ERROR});
+    EXPECT_EQ(client.authenticate(question).status, uint32_t{AAA_STAT_ABORT});
 }
 
 TEST_F(AaadMessages, AsynchronousAccountingIsAnsweredWhenTheRecordIsKept) {

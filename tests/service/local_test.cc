@@ -5,8 +5,13 @@
 #include "backends/local.hpp"
 
 #include <crypt.h>
+#include <dlfcn.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
+#include <shadow.h>
 
+#include <cerrno>
 #include <condition_variable>
 #include <mutex>
 
@@ -17,6 +22,24 @@ namespace {
 
 using namespace service;
 using Kind = Outcome::Kind;
+
+// What the lookups below, which take the place of libc's, find instead of the host's entries.
+std::optional<int> account_error, shadow_error;
+std::string shadow_hash;
+
+struct AccountReads {
+    explicit AccountReads(int error) { account_error = error; }
+    ~AccountReads() { account_error.reset(); }
+};
+
+// Without a hash there is no entry.
+struct ShadowReads {
+    explicit ShadowReads(int error, std::string hash = "") {
+        shadow_error = error;
+        shadow_hash = std::move(hash);
+    }
+    ~ShadowReads() { shadow_error.reset(); }
+};
 
 std::string hash_of(const std::string &password) {
     crypt_data data{};
@@ -53,6 +76,17 @@ class LocalTest : public testing::Test {
         const auto attempt =
             backend->authenticate(asked, nullptr, [&](Outcome given) { outcome = std::move(given); });
         EXPECT_FALSE(outcome) << "before the function returned";
+        while (!outcome) {
+            loop_.run_once(INT64_MAX);
+        }
+        return *outcome;
+    }
+
+    Outcome authorize(const Question &asked) {
+        std::optional<Outcome> outcome;
+        const auto attempt = backends_.find(asked.method)->authorize(asked, [&](Outcome given) {
+            outcome = std::move(given);
+        });
         while (!outcome) {
             loop_.run_once(INT64_MAX);
         }
@@ -164,9 +198,63 @@ TEST_F(LocalTest, TheHostsAccountsCountOnlyWhenTheSettingsSaySo) {
     EXPECT_NE(authenticate(question("root", "wonderland")).reason, "the user is not known");
     EXPECT_EQ(authenticate(question("no-such-user-here", "wonderland")).reason, "the user is not known");
     EXPECT_EQ(authenticate(question("alice", "wonderland")).kind, Kind::kPass) << "the file comes first";
-    EXPECT_EQ(find_system_account("root")->privilege, 15u);
-    EXPECT_FALSE(find_system_account("no-such-user-here"));
-    EXPECT_FALSE(find_system_account("ro\not"));
+    EXPECT_FALSE(find_system_account("no-such-user-here").account);
+    EXPECT_EQ(find_system_account("no-such-user-here").fault, "");
+    EXPECT_FALSE(find_system_account("ro\not").account);
+}
+
+// A refusal would end the request: a server that is asked next could answer it.
+TEST_F(LocalTest, AnAccountWhoseShadowEntryCannotBeReadIsLeftToTheNextMethod) {
+    settings_->system_accounts = true;
+    for (const int error : {EACCES, EIO, 0}) {
+        const ShadowReads reads(error);
+        Question asked = question("root", "wonderland");
+        EXPECT_EQ(authenticate(asked).kind, Kind::kUnavailable) << error;
+        EXPECT_THAT(authenticate(asked).reason,
+                    testing::HasSubstr("shadow entry of the account cannot be read"));
+        EXPECT_EQ(authorize(asked).kind, Kind::kUnavailable) << error;
+        EXPECT_EQ(authenticate(question("no-such-user-here", "wonderland")).kind, Kind::kFail);
+        EXPECT_EQ(authenticate(question("alice", "wonderland")).kind, Kind::kPass);
+    }
+}
+
+TEST_F(LocalTest, AnAccountOfTheHostHasItsShadowEntrysPassword) {
+    settings_->system_accounts = true;
+    const ShadowReads reads(0, hash_of("toor"));
+    EXPECT_EQ(find_system_account("root").account->privilege, 15u);
+    EXPECT_EQ(authenticate(question("root", "toor")).kind, Kind::kPass);
+    EXPECT_EQ(authenticate(question("root", "wonderland")).kind, Kind::kFail);
+    EXPECT_EQ(authorize(question("root", std::nullopt)).kind, Kind::kPass);
+}
+
+TEST_F(LocalTest, NameServicesThatFailAreNoRefusal) {
+    settings_->system_accounts = true;
+    const AccountReads reads(EIO);
+    EXPECT_EQ(authenticate(question("root", "wonderland")).kind, Kind::kUnavailable);
+    EXPECT_EQ(authorize(question("root", std::nullopt)).kind, Kind::kUnavailable);
+    account_error = ESRCH;
+    EXPECT_EQ(authenticate(question("root", "wonderland")).reason, "the user is not known");
 }
 
 }  // namespace
+
+int getpwnam_r(const char *name, passwd *entry, char *room, size_t size, passwd **found) {
+    if (account_error) {
+        *found = nullptr;
+        return *account_error;
+    }
+    static const auto real = reinterpret_cast<decltype(&getpwnam_r)>(dlsym(RTLD_NEXT, "getpwnam_r"));
+    return real(name, entry, room, size, found);
+}
+
+int getspnam_r(const char *name, spwd *entry, char *room, size_t size, spwd **found) {
+    if (shadow_error) {
+        *entry = {};
+        entry->sp_pwdp = shadow_hash.data();
+        entry->sp_lstchg = entry->sp_max = entry->sp_inact = entry->sp_expire = -1;
+        *found = shadow_hash.empty() ? nullptr : entry;
+        return *shadow_error;
+    }
+    static const auto real = reinterpret_cast<decltype(&getspnam_r)>(dlsym(RTLD_NEXT, "getspnam_r"));
+    return real(name, entry, room, size, found);
+}

@@ -17,7 +17,8 @@ using pam_test::Said;
 
 constexpr char kUsers[] = R"({
     "alice": {"password": "secret", "message": "Hello"},
-    "bob": {"password": "secret", "author": "FAIL", "message": "Not today."}
+    "bob": {"password": "secret", "author": "FAIL", "message": "Not today."},
+    "tia": {"password": "secret", "token": "4711"}
 })";
 
 class AaadPam : public GroupTest {
@@ -52,6 +53,35 @@ TEST_F(AaadPam, LeavesThePasswordWhenTheOldOneIsWrong) {
     EXPECT_EQ(login.change({"wrong", "fresh", "fresh"}), PAM_AUTHTOK_ERR);
     EXPECT_EQ(login.asked(), 1);
     EXPECT_EQ(pam_test::Login(dir_, options()).authenticate({"secret"}), PAM_SUCCESS);
+}
+
+// PAM_AUTHINFO_UNAVAIL would lead to the next module, which may take the password without the token.
+TEST_F(AaadPam, EndsALoginWhoseUserWaitsUntilItIsForgotten) {
+    aaad_.settings("idle-time 1\n");
+    aaad_.reload();
+    pam_test::Login login(dir_, options(), "tia");
+    login.before_each_answer([&] {
+        if (login.asked() > 1) {
+            server_.wait_for("abort");
+        }
+    });
+    EXPECT_EQ(login.authenticate({"secret", "4711"}), PAM_MAXTRIES);
+    EXPECT_EQ(login.heard().back().text, "This login is no longer known; begin again");
+}
+
+// What a user types must not make the module say that there is no service.
+TEST_F(AaadPam, AnswersThatNoServerTakesAreRefused) {
+    for (const size_t length : {256, 1100, 4097, 9000, 33000, 70000, 200000}) {
+        const std::string answer(length, 'x');
+        EXPECT_EQ(pam_test::Login(dir_, options()).authenticate({answer}), PAM_AUTH_ERR) << length;
+        EXPECT_EQ(pam_test::Login(dir_, options(), "tia").authenticate({"secret", answer}), PAM_AUTH_ERR)
+            << length;
+    }
+    for (const char *const answer : {"", "\x01\x02", "\n", "\r\n", "\xff\xfe", "\x1b[2J"}) {
+        EXPECT_EQ(pam_test::Login(dir_, options()).authenticate({answer}), PAM_AUTH_ERR) << answer;
+        EXPECT_EQ(pam_test::Login(dir_, options(), "tia").authenticate({"secret", answer}), PAM_AUTH_ERR)
+            << answer;
+    }
 }
 
 TEST_F(AaadPam, AuthorizesTheSession) {

@@ -169,12 +169,12 @@ TEST_F(AaadPassword, AChangeIsNotALogin) {
         Client client = aaad_.client();
         const Reply reply = client.authenticate(change_of("ann"));
         EXPECT_EQ(answer(client, ask_as("ann", std::nullopt), reply, {"secret"}).status,
-                  uint32_t{AAA_STAT_ERROR});
+                  uint32_t{AAA_STAT_ABORT});
     }
     {
         Client client = aaad_.client();
         const Reply reply = client.authenticate(ask_as("ann", std::nullopt));
-        EXPECT_EQ(answer(client, change_of("ann"), reply, {"secret"}).status, uint32_t{AAA_STAT_ERROR});
+        EXPECT_EQ(answer(client, change_of("ann"), reply, {"secret"}).status, uint32_t{AAA_STAT_ABORT});
     }
     aaad_.list("authorization/exec/default", {AAA_METHOD_IF_AUTHEN});
     aaad_.reload();

@@ -287,6 +287,31 @@ TEST_F(AaadRadius, AServerThatAnswersStatusServerIsAskedAgain) {
     aaad_.start();
     EXPECT_EQ(aaad_.login().method, uint32_t{AAA_METHOD_LOCAL});
     EXPECT_EQ(first_.next().code(), 1);
+    EXPECT_EQ(first_.next().code(), 12) << "at once, and it is not answered";
+    const Packet probe = first_.next();
+    EXPECT_EQ(probe.code(), 12);
+    first_.answer(probe);
+    EXPECT_TRUE(aaad_.wait_for_log("answers again"));
+    Login login(aaad_, ask_as("ann", "secret"));
+    Packet request = first_.next();
+    while (request.code() == 12) {
+        first_.answer(request);
+        request = first_.next();
+    }
+    first_.answer(request);
+    EXPECT_EQ(login.wait().status, uint32_t{AAA_STAT_PASS});
+}
+
+// Servers drop some requests, such as those for a realm whose own server is down: with such a name
+// anyone could have the server passed over for all others.
+TEST_F(AaadRadius, AServerThatIsSilentToOneUserOnlyIsNotPassedOver) {
+    add_radius(first_, 1000);
+    set_number("radius", entry_of(first_), "dead-time", 3600);
+    set_number("radius", "", "status-server", 1);
+    lists({"corp", AAA_METHOD_LOCAL});
+    aaad_.start();
+    EXPECT_EQ(aaad_.login().method, uint32_t{AAA_METHOD_LOCAL});
+    EXPECT_EQ(first_.next().code(), 1);
     const Packet probe = first_.next();
     EXPECT_EQ(probe.code(), 12);
     first_.answer(probe);
