@@ -176,7 +176,8 @@ void Destination::unanswered(Queue &queue, Pending &pending, const std::string &
         down_ = true;
         down_since_ = loop_.now();
         log_("accounting: " + name_ + " does not answer (" + printable(why) + "); " +
-             std::to_string(figures_.waiting) + " records wait for it on disk");
+             std::to_string(figures_.waiting) + (figures_.waiting == 1 ? " record waits" : " records wait") +
+             " for it on disk");
     }
     // Records that were sent before the first one failed say nothing new.
     if (attempt > attempts_before_down_) {

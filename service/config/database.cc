@@ -117,7 +117,7 @@ void read_lists(DatabaseReader &reader, Snapshot &snapshot) {
     }
     // The one default list with a method that exists without being configured.
     snapshot.lists.emplace("authentication/ppp/default",
-                           MethodList{{{AAA_METHOD_LOCAL, {}, nullptr}}, false});
+                           MethodList{{{AAA_METHOD_LOCAL, {}, nullptr}}, false, false});
 }
 
 std::uint32_t published_number(sysdb_conn_t maps, Protocol protocol, const std::string &name) {

@@ -113,6 +113,10 @@ class ServerReader {
     std::string own_, all_, place_;
 };
 
+std::string how_to_store_key(const std::string &place) {
+    return "store it: aaactl key seal | aaactl sysdb set /cfg/gl/aaa/" + place + " --type string";
+}
+
 // False, with a fault, when the server cannot be used.
 bool read_key(DatabaseReader &reader, ServerReader &settings, const std::string &path, Server &server) {
     const auto stored = settings.text("key");
@@ -120,16 +124,14 @@ bool read_key(DatabaseReader &reader, ServerReader &settings, const std::string 
         // RADIUS over TLS has a fixed key, TACACS+ over TLS none.
         if (server.transport != "tls" && !reader.failed()) {
             reader.fault(path,
-                         "the server has no key, so it is not asked; store one that \"aaactl key seal\" "
-                         "has made at " +
-                             settings.place());
+                         "the server has no key, so it is not asked; " + how_to_store_key(settings.place()));
         }
         return server.transport == "tls";
     }
     auto key = open_key(*stored);
     if (!key || key->empty()) {
         reader.fault(settings.place(), "it cannot be opened here, so the server " + server.entry +
-                                           " is not asked; make it with \"aaactl key seal\"");
+                                           " is not asked; " + how_to_store_key(settings.place()));
         return false;
     }
     server.key = *std::move(key);

@@ -292,7 +292,7 @@ void Keeper::make_snapshot() {
     made->number = ++made_;
     current_ = made;
     log(Level::kDebug, "CONFIGURATION", "configuration %llu: %zu lists, %zu users%s",
-        static_cast<unsigned long long>(made->number), made->lists.size(),
+        static_cast<unsigned long long>(made->number), made->configured_lists(),
         made->users != nullptr ? made->users->users.size() : 0, made->is_fallback ? ", fallback" : "");
     apply_(made);
 }

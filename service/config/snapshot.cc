@@ -54,6 +54,16 @@ std::string Method::text() const {
     return number == AAA_METHOD_IF_AUTHEN ? "if-authenticated" : aaa_util_print_method(number);
 }
 
+std::size_t Snapshot::configured_lists() const {
+    return static_cast<std::size_t>(std::count_if(
+        lists.begin(), lists.end(), [](const auto &entry) { return entry.second.is_configured; }));
+}
+
+std::size_t Snapshot::configured_groups() const {
+    return static_cast<std::size_t>(
+        std::count_if(groups.begin(), groups.end(), [](const auto &group) { return !group->name.empty(); }));
+}
+
 const MethodList *Snapshot::find_list(const std::string &function, const std::string &service,
                                       const std::string &name) const {
     const auto found = lists.find(function + "/" + service + "/" + name);

@@ -76,7 +76,8 @@ struct Method {
 
 struct MethodList {
     std::vector<Method> methods;
-    bool broadcast = false;  // of accounting: every method gets the record
+    bool broadcast = false;     // of accounting: every method gets the record
+    bool is_configured = true;  // false: the service supplies it
 };
 
 struct Snapshot {
@@ -87,6 +88,10 @@ struct Snapshot {
     std::map<std::string, MethodList, std::less<>> lists;
     std::vector<std::shared_ptr<const Group>> groups;
     bool is_fallback = false;  // the lists are those of the settings, not of the database
+
+    // As aaactl lint counts them.
+    std::size_t configured_lists() const;
+    std::size_t configured_groups() const;
 
     const MethodList *find_list(const std::string &function, const std::string &service,
                                 const std::string &name) const;

@@ -36,12 +36,14 @@ struct ServerState {
     std::int64_t left_s = -1;  // of a dead one: until it is asked again
 };
 
-ServerState state_of(const ServerClient &client, const ServerHealth::Mark *mark, net::Time now) {
+// A wrong key of TACACS+ or a dead time of 0 leaves a server that answers no one unmarked.
+ServerState state_of(const ServerClient &client, const ServerFigures &figures, const ServerHealth::Mark *mark,
+                     net::Time now) {
     if (!client.fault().empty()) {
         return {"unusable"};
     }
     if (mark == nullptr) {
-        return {"up"};
+        return {figures.failure.empty() ? "up" : "failing"};
     }
     if (mark->until <= now) {
         return {"due", 0};
@@ -76,7 +78,7 @@ void write_server(JsonWriter &out, const ControlSources &sources, const Server &
     }
     const ServerFigures &figures = client->figures(use);
     const ServerState state =
-        state_of(*client, sources.groups.health().mark(client->health(use)), sources.loop.now());
+        state_of(*client, figures, sources.groups.health().mark(client->health(use)), sources.loop.now());
     const ServerClient::Load load = client->load(use);
     out.begin();
     out.text("server", client->name());
@@ -86,7 +88,9 @@ void write_server(JsonWriter &out, const ControlSources &sources, const Server &
     out.text("transport", server.transport);
     out.text("state", state.word);
     out.number("since", wall_of(figures.since));
-    const std::string &why = client->fault().empty() ? figures.why : client->fault();
+    const std::string &why = !client->fault().empty() ? client->fault()
+                             : !figures.why.empty()   ? figures.why
+                                                      : figures.failure;
     if (!why.empty()) {
         out.text("why", why);
     }
@@ -130,8 +134,8 @@ std::string status_line(const ControlSources &sources, std::size_t control_clien
     out.begin("configuration");
     out.number("revision", static_cast<std::int64_t>(snapshot->number));
     out.truth("fallback", snapshot->is_fallback);
-    out.number("lists", static_cast<std::int64_t>(snapshot->lists.size()));
-    out.number("groups", static_cast<std::int64_t>(snapshot->groups.size()));
+    out.number("lists", static_cast<std::int64_t>(snapshot->configured_lists()));
+    out.number("groups", static_cast<std::int64_t>(snapshot->configured_groups()));
     out.end();
     if (const auto found = sources.figures.find(ControlRequest::Kind::kAccounting);
         found != sources.figures.end()) {

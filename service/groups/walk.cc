@@ -201,6 +201,9 @@ void Walk::trace_reply(const ServerResult &result, net::Time waited, bool goes_o
 void Walk::count(const ServerResult &result) {
     ServerFigures &figures = servers_[place_]->figures(options_.use);
     figures.tries += result.tries;
+    if (result.kind != ServerResult::Kind::kAnswer && result.kind != ServerResult::Kind::kOverload) {
+        figures.failure = result.text;
+    }
     switch (result.kind) {
         case ServerResult::Kind::kAnswer:
             figures.answered(result.time, result.tries);

@@ -83,8 +83,11 @@ std::string Listener::open(const std::string &path, std::uint32_t mode) {
         return path + ": " +
                (error == EADDRINUSE ? "another service listens there, or the path is not a socket; "
                                       "end the other one, or use --socket PATH"
-                : error != 0        ? std::strerror(error)
-                                    : cerr_strerror(rc));
+                : error == ENOENT
+                    ? "its directory does not exist; make it: systemd-tmpfiles --create aaa.conf, "
+                      "or mkdir where the socket is at another place"
+                : error != 0 ? std::strerror(error)
+                             : cerr_strerror(rc));
     }
     if (chmod(path.c_str(), mode) != 0) {
         return path + ": " + std::strerror(errno);

@@ -2,9 +2,8 @@
 
 #include "main/check.hpp"
 
-#include <algorithm>
 #include <cstdio>
-#include <iterator>
+#include <string>
 
 #include "config/database.hpp"
 #include "groups/server_client.hpp"
@@ -18,6 +17,10 @@ namespace {
 void complain(int &count, const std::string &what) {
     std::printf("%s\n", what.c_str());
     ++count;
+}
+
+std::string plural(std::size_t count, const char *what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 // Files of certificates and the like, which are read when the service starts.
@@ -81,12 +84,12 @@ int check_configuration(const KeeperOptions &options) {
         snapshot.settings = files.settings;
         snapshot.users = files.users;
         check_database(snapshot, count);
-        std::printf("%zu method lists, %zu server groups, %zu local users\n", snapshot.lists.size(),
-                    snapshot.groups.size() - std::min(snapshot.groups.size(), std::size(kProtocols)),
-                    files.users != nullptr ? files.users->users.size() : 0);
+        std::printf("%s, %s, %s\n", plural(snapshot.configured_lists(), "method list").c_str(),
+                    plural(snapshot.configured_groups(), "server group").c_str(),
+                    plural(files.users != nullptr ? files.users->users.size() : 0, "local user").c_str());
     }
     if (count != 0) {
-        std::printf("%d fault%s\n", count, count == 1 ? "" : "s");
+        std::printf("%s\n", plural(static_cast<std::size_t>(count), "fault").c_str());
     }
     return count == 0 ? 0 : 1;
 }

@@ -29,6 +29,11 @@ std::string parent_of(const std::string &path) {
     return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
 }
 
+// Root makes it, who is not the one to use it.
+std::string how_to_make(const std::string &path) {
+    return "; make it with: install -d -m 0700 -o " + std::to_string(geteuid()) + " " + path;
+}
+
 // A new directory must survive a loss of power before records in it do.
 bool sync_path(Files &files, const std::string &path) {
     const net::Descriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -53,8 +58,7 @@ bool Directory::open(const std::string &path, std::string &error) {
             return false;
         }
     } else if (errno != EEXIST) {
-        error = "cannot make the directory " + path_ + ": " + reason() +
-                "; make it with: install -d -m 0700 " + path_;
+        error = "cannot make the directory " + path_ + ": " + reason() + how_to_make(path_);
         return false;
     }
     return open_checked(error) && lock(error);
@@ -88,7 +92,7 @@ std::string Directory::fault_of(const std::string &path) {
     struct stat status;
     if (lstat(path.c_str(), &status) != 0) {
         const bool can_be_made = errno == ENOENT && access(parent_of(path).c_str(), F_OK) == 0;
-        return can_be_made ? "" : path + ": " + reason() + "; make it with: install -d -m 0700 " + path;
+        return can_be_made ? "" : path + ": " + reason() + how_to_make(path);
     }
     if (!S_ISDIR(status.st_mode)) {
         return path + " is no directory, or a symbolic link; name the directory itself";

@@ -68,6 +68,21 @@ TEST_F(AaadProcess, ASecondOneSaysWhatToDoAndLeavesTheFirstAlone) {
     EXPECT_EQ(aaad_.login().status, uint32_t{AAA_STAT_PASS});
 }
 
+TEST_F(AaadProcess, SaysWhichSettingsOrDirectoryIsMissing) {
+    const std::string none = aaad_.dir().path("none");
+    for (const char *way : {"--check", "--foreground"}) {
+        const auto [status, output] = aaad_.run({"--config", none, way});
+        EXPECT_EQ(status, 1);
+        EXPECT_NE(output.find(none + ": No such file or directory"), std::string::npos) << output;
+    }
+    const auto [status, output] = aaad_.run({"--foreground", "--socket", none + "/no/aaad.sock"});
+    EXPECT_EQ(status, 1);
+    EXPECT_NE(output.find(none + "/no/aaad.sock: its directory does not exist; make it: systemd-tmpfiles "
+                                 "--create aaa.conf"),
+              std::string::npos)
+        << output;
+}
+
 TEST_F(AaadProcess, MakesTheDirectoryOfItsSocketAndOpensItToTheRightUsers) {
     const std::string socket = aaad_.dir().path("run/aaad.sock");
     aaad_.settings("socket-mode 0660\n");

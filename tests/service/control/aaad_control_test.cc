@@ -37,6 +37,11 @@ TEST_F(AaadControl, SaysHowTheServiceIs) {
     EXPECT_EQ(status["control_clients"], 1);
     EXPECT_EQ(status["configuration"]["fallback"], false);
     EXPECT_EQ(status["configuration"]["revision"], 1);
+    EXPECT_EQ(status["configuration"]["lists"], 1) << "only what is configured";
+    EXPECT_EQ(status["configuration"]["groups"], 0);
+    const auto [faults, checked] = aaad_.run({"--check"});
+    EXPECT_EQ(faults, 0);
+    EXPECT_EQ(checked, "1 method list, 0 server groups, 2 local users\n");
     EXPECT_EQ(control.ask(R"({"request":"accounting"})")["reply"], "accounting");
     EXPECT_EQ(control.ask(R"({"request":"sessions"})")["available"], true);
     EXPECT_EQ(control.ask(R"({"request":"servers"})")["groups"].size(), 0u);

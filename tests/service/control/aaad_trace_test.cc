@@ -88,7 +88,9 @@ TEST_F(AaadTrace, ALoginWithADeadServerShowsEachStepInOrder) {
                                         "method group corp", "server " + server + ": passed over",
                                         "outcome group corp: no answer > local", "method local",
                                         "outcome local: refused", "answer FAIL: refused"}));
-    EXPECT_EQ(ask({"trace", "carol", "--no-wait"}).out, "");
+    const Printed nothing = ask({"trace", "carol", "--no-wait"});
+    EXPECT_EQ(nothing.out, "");
+    EXPECT_TRUE(contains(nothing.err, "the service remembers no such step; it runs since 20")) << nothing.err;
     EXPECT_EQ(lines(ask({"trace", "--id", id, "--no-wait", "--json"}).out).size(), 9u);
     EXPECT_EQ(lines(ask({"trace", "--since", "1h", "--no-wait", "--json"}).out).size(), 17u);
 }
@@ -195,6 +197,25 @@ TEST_F(AaadTrace, ServersSayWhichAnswerAndWhyNot) {
     EXPECT_FALSE(contains(json.dump(), radius_test::kSecret));
 }
 
+TEST_F(AaadTrace, AServerThatIsNeverTakenForDeadIsShownAsFailing) {
+    add_radius(first_, 3000, 1);
+    set_number("radius", entry_of(first_), "dead-time", 0);
+    lists({"corp", AAA_METHOD_LOCAL});
+    aaad_.start();
+    EXPECT_EQ(aaad_.login().method, uint32_t{AAA_METHOD_LOCAL});
+    const Printed run = ask({"servers"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(contains(run.out, "radius/" + entry_of(first_) + " is failing: ")) << run.out;
+    EXPECT_TRUE(contains(run.out, "; requests ask it all the same\n")) << run.out;
+    {
+        Login login(aaad_, ask_as("ann", "secret"));
+        first_.next();  // the one that was not answered
+        first_.answer(first_.next());
+        login.wait();
+    }
+    EXPECT_EQ(ask({"servers"}).status, 0);
+}
+
 TEST_F(AaadTrace, FollowsUntilItIsInterrupted) {
     lists({AAA_METHOD_LOCAL});
     aaad_.start();
@@ -245,11 +266,14 @@ TEST_F(AaadTrace, AStoppedServiceIsGivenUp) {
     lists({AAA_METHOD_LOCAL});
     aaad_.start();
     aaad_.signal(SIGSTOP);
-    for (const std::vector<std::string> &command :
-         {std::vector<std::string>{"trace"}, {"trace", "--follow"}, {"servers"}, {"status"}}) {
+    for (const std::vector<std::string> &command : {std::vector<std::string>{"trace"},
+                                                    {"trace", "--follow"},
+                                                    {"servers"},
+                                                    {"status"},
+                                                    {"test", "alice"}}) {
         auto words = command;
         words.insert(words.end(), {"--timeout", "1"});
-        const Printed run = ask(words);
+        const Printed run = ask(words, "wonderland\n");
         EXPECT_EQ(run.status, 5);
         EXPECT_TRUE(contains(
             run.err, "does not answer within 1 s; it is stopped or overloaded, see: systemctl status aaad"))
@@ -264,8 +288,9 @@ TEST_F(AaadTrace, WithoutAServiceSaysHowToStartIt) {
          {std::vector<std::string>{"trace"}, {"servers"}, {"status"}, {"test", "alice"}}) {
         const Printed run = ask(command, "wonderland\n");
         EXPECT_EQ(run.status, 5);
-        EXPECT_EQ(run.err,
-                  "aaactl: " + path() + ": the service does not run; start it: systemctl start aaad\n");
+        EXPECT_EQ(run.err, "aaactl: " + path() +
+                               ": the service does not run, or its socket was removed; start it anew: "
+                               "systemctl restart aaad\n");
     }
     EXPECT_EQ(ask({"trace", "--since", "yesterday"}).status, 2);
     EXPECT_EQ(ask({"trace", "--since", "5m", "--all"}).status, 2);

@@ -28,7 +28,9 @@ std::string what_to_do(int error, const std::string &socket) {
     switch (error) {
         case ENOENT:
         case ECONNREFUSED:
-            return "the service does not run; start it: systemctl start aaad" + elsewhere;
+            return "the service does not run, or its socket was removed; start it anew: systemctl restart "
+                   "aaad" +
+                   elsewhere;
         case EACCES:
         case EPERM:
             return "only root and members of the group aaa may ask; use sudo";

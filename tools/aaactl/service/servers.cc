@@ -130,6 +130,7 @@ class ServerTable {
     static std::string again(const Json &server, const std::string &state) {
         return state == "dead"
                    ? "; it is asked again in " + std::to_string(number_of(server, "asked_again_s")) + " s"
+               : state == "failing" ? "; requests ask it all the same"
                : state == "due"     ? "; the next request asks it again"
                : state == "probing" ? "; it is being asked whether it is there again"
                                     : "";
@@ -170,9 +171,11 @@ void add_servers(Command root) {
                                [options](Output &out) { return show_servers(out, *options); });
     add_control_options(sub, *options);
     sub.footer(
-        "States: up, dead (asked only when nothing else is left), due and probing (it is asked whether it "
-        "is there again),\n"
-        "unusable (its settings are wrong). LAST and AVERAGE are round trips of answers to first tries.\n"
+        "States: up, failing (the last request had no answer; it is asked all the same), dead (asked only "
+        "when nothing\n"
+        "else is left), due and probing (it is asked whether it is there again), unusable (its settings are "
+        "wrong).\n"
+        "LAST and AVERAGE are round trips of answers to first tries.\n"
         "Exit status: 0 all servers are up, 1 some are not, 5 no service.\n"
         "JSON: {groups: [{group, protocol, servers: [{server, use, transport, state, since, why, "
         "asked_again_s, asked,\n"

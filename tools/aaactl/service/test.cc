@@ -2,6 +2,7 @@
 //
 // test: a login at the running service, with each step that the service takes.
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -100,6 +101,7 @@ ExitCode Test::run() {
 
 ExitCode run_test(Output &out, TestOptions &options) {
     check_client(options);
+    options.control.seconds = std::min(options.control.seconds, options.seconds);
     return Test(out, options).run();
 }
 

@@ -86,6 +86,9 @@ class Tracer {
             out_.note("the service runs again");
         }
         print_kept();
+        if (options_.no_wait && last_ == 0) {
+            say_nothing_is_remembered();
+        }
         return ExitCode::ok;
     }
 
@@ -96,6 +99,7 @@ class Tracer {
     End show(ControlClient &client, int signals);
     bool take(const Json &event);
     void print_kept();
+    void say_nothing_is_remembered() const;
     std::unique_ptr<ControlClient> connect_again(int signals) const;
 
     Output &out_;
@@ -103,6 +107,7 @@ class Tracer {
     StepPrinter printer_;
     Json request_;
     uint64_t instance_ = 0;
+    uint64_t since_ = 0;
     uint64_t last_ = 0;  // number of an event
     std::vector<Json> kept_;
 };
@@ -150,10 +155,16 @@ void Tracer::print_kept() {
     kept_.clear();
 }
 
+void Tracer::say_nothing_is_remembered() const {
+    out_.note("the service remembers no such step; it runs since " + date_and_time(since_) +
+              ", and keeps about 4000 steps of all requests");
+}
+
 // Where the last connection ended; all that is kept, when the service has begun anew.
 void Tracer::go_on(ControlClient &client) {
     const Json status = client.ask("status");
-    const uint64_t instance = number_of(status, "since") << 22 | number_of(status, "pid");
+    since_ = number_of(status, "since");
+    const uint64_t instance = since_ << 22 | number_of(status, "pid");
     if (instance_ != 0) {
         request_.erase("seconds");
         request_["after"] = instance == instance_ ? last_ : 0;
