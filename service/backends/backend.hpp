@@ -43,7 +43,7 @@ struct Question {
     std::uint32_t record = 0;                  // AAA_MT_ACCT_START, _UPDATE or _STOP
     std::uint32_t session = 0;                 // number of the accounting session
     std::shared_ptr<const avlist> attributes;  // all of the request
-    std::string source;  // who is counted for failed logins: remote address or client; empty: the console
+    std::string source;  // of failed logins: an address, terminal or client; empty: the console
     std::int32_t client_pid = 0;
     std::uint32_t client_uid = 0;
     bool for_others = false;  // the client may ask in the name of any user, so its word is taken

@@ -145,4 +145,18 @@ std::string source_of_address(std::string_view address) {
     return std::string(inet_ntop(AF_INET6, bytes, out, sizeof out)) + "/64";
 }
 
+std::string source_of_terminal(std::string_view terminal) {
+    if (terminal.starts_with("/dev/")) {
+        terminal.remove_prefix(5);
+    }
+    const bool numbered_console =
+        terminal.size() > 3 && terminal.starts_with("con") && terminal[3] >= '0' && terminal[3] <= '9';
+    const bool own = terminal == "console" || numbered_console || terminal.starts_with("tty") ||
+                     terminal.starts_with("hvc") || terminal.starts_with(":");
+    if (own) {
+        return "";
+    }
+    return terminal.empty() ? "no terminal" : "terminal " + std::string(terminal);
+}
+
 }  // namespace service

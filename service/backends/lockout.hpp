@@ -71,5 +71,9 @@ class Lockout {
 // What failures are counted by: an IPv6 address counts with its network of 64 bits, because
 // whoever has one has all of them.
 std::string source_of_address(std::string_view address);
+// The same for logins without a remote address, by their terminal: su and sudo are used on
+// terminals that every user of the host can have. Empty for those of the host itself, where
+// someone stands in front of it.
+std::string source_of_terminal(std::string_view terminal);
 
 }  // namespace service

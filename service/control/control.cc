@@ -71,11 +71,14 @@ Control::Control(ControlSources sources, Trace &trace)
 Control::~Control() {
     trace_.unfollow(follower_);
     show_events();  // the last ones, as far as they can be sent at once
-    struct stat status;
-    if (socket_ && lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ &&
-        status.st_ino == inode_) {
+    if (socket_ && can_be_found()) {
         unlink(path_.c_str());
     }
+}
+
+bool Control::can_be_found() const {
+    struct stat status;
+    return lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_;
 }
 
 void Control::provide(ControlRequest::Kind kind, ControlFigures figures) {

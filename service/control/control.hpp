@@ -27,6 +27,8 @@ class Control {
 
     // Opens the socket. A text that says why not; empty when it is open.
     std::string open(const std::string &path);
+    // Whether clients find the socket at its path.
+    bool can_be_found() const;
     // Has the answer to a request end with the members that the function writes.
     void provide(ControlRequest::Kind kind, ControlFigures figures);
 

@@ -211,7 +211,8 @@ void Connection::handle_function(Function function, std::uint32_t patience_ms) {
             return;
         case Access::kGranted:
             question->for_others = true;
-            question->source = source_of_address(question->remote);
+            question->source = question->remote.empty() ? source_of_terminal(question->terminal)
+                                                        : source_of_address(question->remote);
             start(function, std::move(question));
             return;
     }

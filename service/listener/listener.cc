@@ -68,6 +68,9 @@ Listener::~Listener() {
 }
 
 std::string Listener::open(const std::string &path, std::uint32_t mode) {
+    watch_.reset();
+    socket_.reset();  // and its lock
+    path_ = path;
     socket_ = make_transport();
     if (socket_ == nullptr) {
         return "no memory";
@@ -94,8 +97,17 @@ std::string Listener::open(const std::string &path, std::uint32_t mode) {
     }
     watch_ = net::Watch(deciders_.loop, aaa_transport_descriptor(socket_.get()), EPOLLIN,
                         [this](std::uint32_t) { accept_clients(); });
-    path_ = path;
+    struct stat made {};
+    if (lstat(path.c_str(), &made) == 0) {
+        device_ = made.st_dev;
+        inode_ = made.st_ino;
+    }
     return watch_.usable() ? "" : std::strerror(errno);
+}
+
+bool Listener::can_be_found() const {
+    struct stat found {};
+    return lstat(path_.c_str(), &found) == 0 && found.st_dev == device_ && found.st_ino == inode_;
 }
 
 void Listener::use(SnapshotPtr snapshot) {

@@ -4,6 +4,8 @@
 // exactly one answer.
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <map>
 #include <memory>
@@ -30,8 +32,12 @@ class Listener : private ConnectionHost {
     Listener(const Listener &) = delete;
     Listener &operator=(const Listener &) = delete;
 
-    // Opens the socket. A text that says why not; empty when it is open.
+    // Opens the socket, also in place of one that is open: its clients stay. A text that says why
+    // not; empty when it is open.
     std::string open(const std::string &path, std::uint32_t mode);
+    // Whether clients find the socket at its path: someone may have removed it.
+    bool can_be_found() const;
+    const std::string &path() const { return path_; }
     // Requests that come from now on are answered under this configuration.
     void use(SnapshotPtr snapshot);
     // Closes the socket and the clients that wait for no answer, the others when they have
@@ -67,6 +73,8 @@ class Listener : private ConnectionHost {
     LoginId next_id_;
 
     std::string path_;
+    dev_t device_ = 0;
+    ino_t inode_ = 0;
     Transport socket_;
     net::Watch watch_;
     net::Timer retry_;

@@ -25,6 +25,8 @@ namespace {
 
 // Nothing under way has longer: see "longest-request".
 constexpr net::Time kLastCall = 30 * net::kSecond;
+// For which a socket that someone has removed keeps users from logging in.
+constexpr net::Time kLook = 5 * net::kSecond;
 
 // Directories of the socket that a boot removes: as the packages make them.
 void make_directory(const std::string &socket) {
@@ -48,7 +50,8 @@ Daemon::Daemon(const Options &options)
     : options_(options),
       groups_(loop_, trace_),
       recorder_(loop_, groups_),
-      last_call_(loop_, [this] { loop_.stop(); }) {}
+      last_call_(loop_, [this] { loop_.stop(); }),
+      next_look_(loop_, [this] { look_for_sockets(); }) {}
 
 Daemon::~Daemon() {
     if (keeper_ != nullptr) {
@@ -127,6 +130,7 @@ int Daemon::run() {
     }
     monitor_->use(first);
     open_control();
+    look_for_sockets();
     log(Level::kNotice, "READY", "listening at %s%s", settings.socket.c_str(),
         first->is_fallback ? ", with the fallback of aaad.conf" : "");
     notify_.ready();
@@ -159,6 +163,31 @@ void Daemon::open_control() {
     }
 }
 
+// A program that cleans /run, or a mistake, can remove the sockets of a running service.
+void Daemon::look_for_sockets() {
+    if (stopping_) {
+        return;
+    }
+    static kel_msg_limit_t limit = {60, {}};
+    const Settings &settings = *present_->settings;
+    next_look_.set(loop_.now() + kLook);
+    if (const std::string path = listener_->path(); !listener_->can_be_found()) {
+        make_directory(path);
+        const std::string fault = listener_->open(path, settings.socket_mode);
+        if (fault.empty()) {
+            log(Level::kWarning, "SOCKET_GONE", "%s was removed and is there again", path.c_str());
+        } else {
+            log_limited(limit, Level::kError, "SOCKET_GONE",
+                        "%s was removed, and no one can log in until it is there: %s", path.c_str(),
+                        fault.c_str());
+        }
+    }
+    if (control_ != nullptr && !control_->can_be_found()) {
+        control_.reset();
+        open_control();
+    }
+}
+
 void Daemon::on_signal() {
     signalfd_siginfo info{};
     while (read(signals_.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
@@ -179,6 +208,7 @@ void Daemon::reload() {
     keeper_->reload([this] {
         loop_.post([this] {
             recorder_.open();
+            look_for_sockets();
             log(Level::kNotice, "RELOADED", "the configuration has been read again");
             notify_.ready();
         });

@@ -35,6 +35,7 @@ class Daemon {
     void stop();
     void take(SnapshotPtr snapshot);
     void open_control();
+    void look_for_sockets();
     void configure(const Request &request, std::function<void(cerrno)> done);
 
     Options options_;
@@ -55,6 +56,7 @@ class Daemon {
     net::Descriptor signals_;
     net::Watch signal_watch_;
     net::Timer last_call_;
+    net::Timer next_look_;
     bool stopping_ = false;
 };
 

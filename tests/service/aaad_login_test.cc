@@ -328,4 +328,20 @@ TEST_F(AaadLogin, RepeatedFailuresLockOutAUserFromASource) {
         << "is asked as always";
 }
 
+// su and sudo have no remote address.
+TEST_F(AaadLogin, GuessesAtATerminalThatAnyUserCanHaveLockTheUserOutThere) {
+    aaad_.settings("lockout-failures 3\n");
+    login_list({AAA_METHOD_LOCAL});
+    aaad_.start();
+    Ask ask = as("alice", "rabbit");
+    ask.remote = "";
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(aaad_.login(ask).status, uint32_t{AAA_STAT_FAIL});
+    }
+    EXPECT_TRUE(aaad_.wait_for_log("logins of alice from terminal vty0 are refused for 300 s"));
+    ask.password = "wonderland";
+    EXPECT_EQ(aaad_.login(ask).status, uint32_t{AAA_STAT_FAIL});
+    EXPECT_EQ(aaad_.login().status, uint32_t{AAA_STAT_PASS}) << "from an address";
+}
+
 }  // namespace

@@ -123,6 +123,29 @@ TEST_F(AaadProcess, FaultySettingsKeepItFromStarting) {
     EXPECT_NE(output.find("aaad --check"), std::string::npos);
 }
 
+TEST_F(AaadProcess, MakesASocketAgainThatSomeoneHasRemoved) {
+    aaad_.list("authentication/login/default", {AAA_METHOD_LOCAL});
+    aaad_.start();
+    Client before = aaad_.client();
+    const std::string control = aaad_.dir().path("control.sock");
+    ASSERT_EQ(unlink(aaad_.socket().c_str()), 0);
+    ASSERT_EQ(unlink(control.c_str()), 0);
+    aaad_.reload();  // otherwise it looks every five seconds
+    EXPECT_TRUE(aaad_.wait_for_log("was removed and is there again"));
+    EXPECT_EQ(aaad_.login().status, uint32_t{AAA_STAT_PASS});
+    EXPECT_EQ(before.authenticate().status, uint32_t{AAA_STAT_PASS}) << "a client of before";
+    EXPECT_EQ(access(control.c_str(), F_OK), 0);
+    // With the lock file and another file in its place.
+    ASSERT_EQ(unlink(aaad_.socket().c_str()), 0);
+    ASSERT_EQ(unlink((aaad_.socket() + ".lock").c_str()), 0);
+    ASSERT_EQ(mkdir(aaad_.socket().c_str(), 0700), 0);
+    aaad_.reload();
+    EXPECT_TRUE(aaad_.wait_for_log("no one can log in until it is there"));
+    ASSERT_EQ(rmdir(aaad_.socket().c_str()), 0);
+    aaad_.reload();
+    EXPECT_EQ(aaad_.login().status, uint32_t{AAA_STAT_PASS});
+}
+
 TEST_F(AaadProcess, CheckSaysEverythingThatIsWrong) {
     const auto [good, fine] = aaad_.run({"--check"});
     EXPECT_EQ(good, 0) << fine;

@@ -14,6 +14,7 @@ using service::Lockout;
 using service::LockoutSettings;
 using service::SipHash;
 using service::source_of_address;
+using service::source_of_terminal;
 
 constexpr Lockout::Time kSecond = 1'000'000'000;
 
@@ -148,6 +149,18 @@ TEST_F(LockoutTest, ExemptUsersAndTheConsoleAreNeverLocked) {
     lock("alice", "");
     settings_.failures = 0;
     EXPECT_FALSE(locked("alice", "")) << "switched off";
+}
+
+TEST(LockoutSource, ATerminalThatEveryUserCanHaveIsOne) {
+    for (const char *own : {"console", "con0", "tty1", "/dev/tty1", "ttyS0", "hvc0", ":0"}) {
+        EXPECT_EQ(source_of_terminal(own), "") << own;
+    }
+    EXPECT_EQ(source_of_terminal("pts/3"), "terminal pts/3");
+    EXPECT_EQ(source_of_terminal("/dev/pts/3"), "terminal pts/3");
+    EXPECT_EQ(source_of_terminal("ssh"), "terminal ssh");
+    EXPECT_EQ(source_of_terminal("vty0"), "terminal vty0");
+    EXPECT_EQ(source_of_terminal("conference"), "terminal conference");
+    EXPECT_EQ(source_of_terminal(""), "no terminal");
 }
 
 TEST(LockoutSource, AnIPv6AddressIsItsNetwork) {
