@@ -146,7 +146,26 @@ int client_connect(client_t *client) {
     return 1;
 }
 
-/* Sends what was composed and receives the answer: 1, and its list, or null when it has none. */
+/* Sends what was composed and receives the answer. The service may close an idle connection at
+ * the very moment at which the user ends an answer. That is no lack of a service, which would
+ * have the next module asked, perhaps for less: so the request is sent once more. A login that
+ * the service no longer knows is refused then. */
+static int send_and_receive(client_t *client) {
+    const int64_t deadline = deadline_of(client);
+    cerrno rc = AAA_ERR_NOT_CONNECTED;
+    for (int attempt = 0; rc == AAA_ERR_NOT_CONNECTED && attempt < 2; attempt++) {
+        if (!client_connect(client)) {
+            return 0;
+        }
+        rc = aaa_transport_ask(client->transport, client->iov, client->count, &client->reply, deadline);
+    }
+    if (rc != AAA_OK) {
+        note_failure(client, "no answer", rc);
+    }
+    return rc == AAA_OK;
+}
+
+/* The answer to what was composed: 1, and its list, or null when it has none. */
 static int exchange(client_t *client, uint32_t type, cerrno composed, avlist **list) {
     aaa_transport_head_t head = {.kind = AAA_TRANSPORT_GARBAGE};
     *list = NULL;
@@ -157,16 +176,10 @@ static int exchange(client_t *client, uint32_t type, cerrno composed, avlist **l
                  code_text(composed));
         return 0;
     }
-    if (!client_connect(client)) {
+    if (!send_and_receive(client)) {
         return 0;
     }
-    cerrno rc =
-        aaa_transport_ask(client->transport, client->iov, client->count, &client->reply, deadline_of(client));
-    if (rc != AAA_OK) {
-        note_failure(client, "no answer", rc);
-        return 0;
-    }
-    rc = aaa_transport_read_reply(&client->reply, type, &head);
+    cerrno rc = aaa_transport_read_reply(&client->reply, type, &head);
     if (rc == AAA_OK && head.kind != AAA_TRANSPORT_CLASSIC) {
         rc = AAA_ERR_UNEXPECTED_REPLY;
     }

@@ -153,6 +153,21 @@ TEST_F(Module, NoticesThatTheServiceLeftWhileTheUserTyped) {
     EXPECT_EQ(service_.connections(), 3u);
 }
 
+// It closes a connection at the moment at which the request arrives. Taken for no service, that
+// would have the next module decide.
+TEST_F(Module, AsksAgainWhenTheServiceClosesTheConnectionInsteadOfAnswering) {
+    for (const uint32_t decision : {AAA_STAT_PASS, AAA_STAT_ABORT}) {
+        service_.set([&](const Request &) {
+            return service_.requests().size() % 2 == 1 ? Action{"", true} : status(decision);
+        });
+        Login login(dir_, options());
+        EXPECT_EQ(login.authenticate({"x"}), decision == AAA_STAT_PASS ? PAM_SUCCESS : PAM_MAXTRIES);
+    }
+    ASSERT_EQ(service_.requests().size(), 4u);
+    EXPECT_EQ(service_.requests()[1].password, "x");
+    EXPECT_EQ(service_.connections(), 4u);
+}
+
 // ---- what is left in the process
 
 size_t entries(const char *directory) {
