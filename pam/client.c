@@ -147,9 +147,9 @@ int client_connect(client_t *client) {
 }
 
 /* Sends what was composed and receives the answer. The service may close an idle connection at
- * the very moment at which the user ends an answer. That is no lack of a service, which would
- * have the next module asked, perhaps for less: so the request is sent once more. A login that
- * the service no longer knows is refused then. */
+ * the moment at which the request is sent. Reported as an unavailable service, this would let
+ * the next module decide, so the request is sent once more on a new connection. The service
+ * refuses a login whose state it has dropped. */
 static int send_and_receive(client_t *client) {
     const int64_t deadline = deadline_of(client);
     cerrno rc = AAA_ERR_NOT_CONNECTED;
@@ -211,8 +211,8 @@ static void ask(client_t *client, uint32_t type, cerrno composed, client_answer_
                      client->settings->socket, answer->message[0] != '\0' ? ": " : "", answer->message);
         }
     } else if (client->unfit) {
-        /* A refusal: whoever types 40,000 characters must not be asked by the next module, as he is
-         * when there is no service. */
+        /* A refusal, not an unavailable service: a user who types 40,000 characters must not reach
+         * the next module. */
         answer->status = AAA_STAT_FAIL;
         snprintf(answer->message, sizeof answer->message,
                  "Too long, or with characters that are not possible");

@@ -24,8 +24,8 @@ const char *function_word(Function function);
 // The library's number, AAA_FUNC_...
 std::uint32_t function_number(Function function);
 
-// A request on its way through a method list. The decision sets the last five fields anew
-// for each method.
+// A request on its way through a method list. The decision sets the last five fields
+// again for each method.
 struct Question {
     LoginId id = 0;
     Function function = Function::kAuthentication;

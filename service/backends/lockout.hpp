@@ -71,9 +71,9 @@ class Lockout {
 // What failures are counted by: an IPv6 address counts with its network of 64 bits, because
 // whoever has one has all of them.
 std::string source_of_address(std::string_view address);
-// The same for logins without a remote address, by their terminal: su and sudo are used on
-// terminals that every user of the host can have. Empty for those of the host itself, where
-// someone stands in front of it.
+// The same for logins without a remote address, by their terminal: su and sudo run on
+// terminals that every user of the host can open. Empty for the host's own terminals, which need
+// physical access.
 std::string source_of_terminal(std::string_view terminal);
 
 }  // namespace service

@@ -20,7 +20,8 @@ namespace {
 
 constexpr std::size_t kMostRoom = 1 << 20;
 
-// Calls a reentrant lookup with more and more room. The error is 0 too when there is no such entry.
+// Calls a reentrant lookup, with a larger buffer each time it asks for one. The error is also 0
+// when the entry does not exist.
 template <typename Entry, typename Lookup>
 bool look_up(Lookup lookup, const std::string &user, Entry &entry, std::vector<char> &room, int &error) {
     error = ERANGE;

@@ -103,17 +103,19 @@ void write_server(JsonWriter &out, const ControlSources &sources, const Server &
     out.end();
 }
 
+// A member that is left out when it is empty.
+void text_if_any(JsonWriter &out, const char *name, std::string_view value) {
+    if (!value.empty()) {
+        out.text(name, value);
+    }
+}
+
 void write_request(JsonWriter &out, const TraceRequest &request) {
-    const auto text = [&](const char *name, const std::string &value) {
-        if (!value.empty()) {
-            out.text(name, value);
-        }
-    };
-    text("service", request.service);
-    text("list", request.list);
-    text("remote", request.remote);
-    text("terminal", request.terminal);
-    text("command", request.command);
+    text_if_any(out, "service", request.service);
+    text_if_any(out, "list", request.list);
+    text_if_any(out, "remote", request.remote);
+    text_if_any(out, "terminal", request.terminal);
+    text_if_any(out, "command", request.command);
     out.number("client_pid", request.client_pid);
     out.number("client_uid", request.client_uid);
 }
@@ -194,17 +196,12 @@ std::string event_line(const TraceEvent &event) {
     out.text("id", id_text(event.id));
     out.text("step", step_name(event.step));
     out.text("user", event.user);
-    const auto text = [&](const char *name, std::string_view value) {
-        if (!value.empty()) {
-            out.text(name, value);
-        }
-    };
-    text("function", event.function);
-    text("subject", event.subject);
-    text("outcome", event.outcome);
-    text("detail", event.detail);
-    text("text", event.text);
-    text("next", event.next);
+    text_if_any(out, "function", event.function);
+    text_if_any(out, "subject", event.subject);
+    text_if_any(out, "outcome", event.outcome);
+    text_if_any(out, "detail", event.detail);
+    text_if_any(out, "text", event.text);
+    text_if_any(out, "next", event.next);
     if (event.duration >= 0) {
         out.number("us", event.duration / net::kMicrosecond);
     }
