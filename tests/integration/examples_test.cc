@@ -24,6 +24,7 @@
 
 #include "aaa/aaautil.h"
 #include "aaa/transport.h"
+#include "support/send_signal.hpp"
 #include "support/sysdb.hpp"
 #include "support/temp_dir.hpp"
 #include "support/transport.hpp"
@@ -105,7 +106,7 @@ class ExampleServer : public testing::Test {
     }
 
     void TearDown() override {
-        kill(pid_, SIGTERM);
+        aaatest::send_signal(pid_, SIGTERM);
         int status = -1;
         waitpid(pid_, &status, 0);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
@@ -299,7 +300,7 @@ TEST_F(ExampleServer, SessionRepliesTellNoAddress) {
 // The socket of a server that was killed was in the way of the next one.
 TEST_F(ExampleServer, StartsAgainAfterItWasKilled) {
     for (int i = 0; i < 3; i++) {
-        ASSERT_EQ(kill(pid_, SIGKILL), 0);
+        ASSERT_EQ(aaatest::send_signal(pid_, SIGKILL), 0);
         ASSERT_EQ(waitpid(pid_, nullptr, 0), pid_);
         close(out_);
         start();
@@ -496,7 +497,7 @@ TEST_F(ExampleServer, ClosedStandardDescriptorsAreNotUsedForFiles) {
         EXPECT_EQ(readlink(link.c_str(), target, sizeof target - 1), 1);
         EXPECT_STREQ(target, "/");
     }
-    kill(pid, SIGTERM);
+    aaatest::send_signal(pid, SIGTERM);
     int status = -1;
     waitpid(pid, &status, 0);
     EXPECT_TRUE(WIFEXITED(status)) << status;

@@ -16,6 +16,7 @@
 #include <iterator>
 #include <string>
 
+#include "support/send_signal.hpp"
 #include "support/temp_dir.hpp"
 
 // Users of the soak, with the fewest hash rounds that crypt(3) allows.
@@ -84,7 +85,7 @@ class SoakServer {
     // Ends the server as an operator does. In a sanitizer build its exit
     // status also reports leaks.
     void stop() {
-        EXPECT_EQ(kill(pid_, SIGTERM), 0);
+        EXPECT_EQ(aaatest::send_signal(pid_, SIGTERM), 0);
         int status = -1;
         EXPECT_EQ(waitpid(pid_, &status, 0), pid_);
         pid_ = -1;

@@ -3,6 +3,7 @@
 // Starting and stopping a FreeRADIUS server.
 
 #include "radius/freeradius.hpp"
+#include "support/send_signal.hpp"
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -332,14 +333,14 @@ void FreeRadius::stop() {
 
 // The signal is delivered before waitpid() reports the stop, so no answer comes after this.
 void FreeRadius::pause() {
-    kill(process_, SIGSTOP);
+    aaatest::send_signal(process_, SIGSTOP);
     int status;
     EXPECT_EQ(waitpid(process_, &status, WUNTRACED), process_);
     EXPECT_TRUE(WIFSTOPPED(status));
 }
 
 void FreeRadius::resume() {
-    kill(process_, SIGCONT);
+    aaatest::send_signal(process_, SIGCONT);
 }
 
 std::string FreeRadius::log() {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include "service/aaad.hpp"
+#include "support/send_signal.hpp"
 
 #include <arpa/inet.h>
 #include <crypt.h>
@@ -176,7 +177,7 @@ void Aaad::wait_for_state(const std::string &state) {
 }
 
 void Aaad::signal(int number) const {
-    EXPECT_EQ(kill(pid_, number), 0);
+    EXPECT_EQ(aaatest::send_signal(pid_, number), 0);
 }
 
 int Aaad::wait() {

@@ -22,6 +22,8 @@
 #include <functional>
 #include <string>
 
+#include "support/send_signal.hpp"
+
 class TerminalProcess {
   public:
     // The body's text is the report. With with_terminal false the child has no
@@ -139,7 +141,7 @@ class TerminalProcess {
     std::string report_after_signals(int signal) {
         pollfd fd{report_, POLLIN, 0};
         for (int sent = 0; sent < kPatienceMs / 10; ++sent) {
-            kill(pid_, signal);
+            aaatest::send_signal(pid_, signal);
             if (poll(&fd, 1, 10) > 0) {
                 break;
             }

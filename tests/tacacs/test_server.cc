@@ -3,6 +3,7 @@
 // tests/tacacs/server.py as a process of a test.
 
 #include "tacacs/test_server.hpp"
+#include "support/send_signal.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -87,7 +88,7 @@ ServerProcess::~ServerProcess() {
 }
 
 void ServerProcess::signal(int number) const {
-    ::kill(id, number);
+    aaatest::send_signal(id, number);
 }
 
 void ServerProcess::write(const std::string &line) const {

@@ -9,6 +9,7 @@
 
 #include "aaactl/client/scripted_server.hpp"
 #include "aaactl/support/database_fixture.hpp"
+#include "support/send_signal.hpp"
 #include "support/terminal_process.hpp"
 
 namespace {
@@ -45,7 +46,7 @@ class AaactlLogin : public DatabaseTest {
         close(out[0]);
     }
     void TearDown() override {
-        kill(pid_, SIGTERM);
+        aaatest::send_signal(pid_, SIGTERM);
         int status = -1;
         waitpid(pid_, &status, 0);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;

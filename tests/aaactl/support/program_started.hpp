@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "aaactl/support/program_run.hpp"
+#include "support/send_signal.hpp"
 
 namespace aaactl_test {
 
@@ -101,7 +102,7 @@ class Started {
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
     int end(int signal) {
-        kill(pid_, signal);
+        aaatest::send_signal(pid_, signal);
         return wait();
     }
 
