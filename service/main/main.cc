@@ -17,15 +17,6 @@
 
 namespace {
 
-// Files of libraries must not get the numbers of the standard descriptors.
-void open_standard_descriptors() {
-    for (int fd = 0; fd <= 2; ++fd) {
-        if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) != fd) {
-            _exit(1);
-        }
-    }
-}
-
 // The host's logging decides once where lines go, when the first one is written, and that may be
 // a line of the library's own thread, which runs before main(). So the program starts again. If
 // it cannot, it goes on, and what was decided holds.
@@ -48,7 +39,6 @@ void block_signals() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    open_standard_descriptors();
     int status = 0;
     const auto options = service::read_options(argc, argv, status);
     if (!options) {

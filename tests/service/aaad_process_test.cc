@@ -108,7 +108,7 @@ TEST_F(AaadProcess, WorksWithoutStandardDescriptors) {
         char target[64] = "";
         const std::string link = "/proc/" + std::to_string(aaad_.pid()) + "/fd/" + std::to_string(fd);
         EXPECT_GT(readlink(link.c_str(), target, sizeof target - 1), 0);
-        EXPECT_STREQ(target, "/dev/null");
+        EXPECT_STREQ(target, "/") << "a number that the next file would get";
     }
     EXPECT_EQ(aaad_.stop(), 0);
 }
