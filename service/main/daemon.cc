@@ -27,6 +27,7 @@ namespace {
 constexpr net::Time kLastCall = 30 * net::kSecond;
 // For which a socket that someone has removed keeps users from logging in.
 constexpr net::Time kLook = 5 * net::kSecond;
+constexpr net::Time kTryKeys = 60 * net::kSecond;
 
 // Directories of the socket that a boot removes: as the packages make them.
 void make_directory(const std::string &socket) {
@@ -109,7 +110,7 @@ int Daemon::run() {
     recorder_.use(first);
     recorder_.open();
     deciders_ = std::make_unique<Deciders>(
-        Deciders{loop_, *workers_, backends_, lockout_, trace_,
+        Deciders{loop_, *workers_, backends_, lockout_, trace_, turns_,
                  [this](const Question &question, const Answer &answer, net::Time took) {
                      monitor_->answered(question, answer, took);
                  }});
@@ -119,7 +120,7 @@ int Daemon::run() {
                                            });
     listener_->use(first);
     monitor_ = std::make_unique<Monitor>(
-        loop_, Sources{groups_, recorder_, lockout_, *workers_, *listener_, *keeper_});
+        loop_, Sources{groups_, recorder_, lockout_, turns_, *workers_, *listener_, *keeper_});
     groups_.observe([this](const ServerClient &server, Use use, ServerResult::Kind kind, net::Time took) {
         monitor_->server_answered(server, use, kind, took);
     });
@@ -150,7 +151,7 @@ void Daemon::open_control() {
     control_ = std::make_unique<Control>(
         ControlSources{loop_, trace_, groups_, [this] { return present_; },
                        [this] { return listener_->clients(); }, AAA_VERSION, settings.socket,
-                       static_cast<std::int64_t>(std::time(nullptr))},
+                       static_cast<std::int64_t>(std::time(nullptr)), [this] { return keeper_->alarms(); }},
         trace_);
     control_->provide(ControlRequest::Kind::kSessions, [this](JsonWriter &out) {
         out.number("sessions", static_cast<std::int64_t>(groups_.sessions()));
@@ -181,6 +182,10 @@ void Daemon::look_for_sockets() {
                         "%s was removed, and no one can log in until it is there: %s", path.c_str(),
                         fault.c_str());
         }
+    }
+    if (loop_.now() >= next_keys_) {
+        next_keys_ = loop_.now() + kTryKeys;
+        keeper_->try_keys_again();
     }
     if (control_ != nullptr && !control_->can_be_found()) {
         control_.reset();

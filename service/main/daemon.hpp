@@ -43,6 +43,7 @@ class Daemon {
     net::Loop loop_;
     Trace trace_;
     Lockout lockout_;
+    Turns turns_{loop_, lockout_};
     Groups groups_;
     Recorder recorder_;
     Backends backends_;
@@ -57,6 +58,7 @@ class Daemon {
     net::Watch signal_watch_;
     net::Timer last_call_;
     net::Timer next_look_;
+    net::Time next_keys_ = 0;
     bool stopping_ = false;
 };
 

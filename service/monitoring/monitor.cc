@@ -149,12 +149,19 @@ void Monitor::take() {
     counter("aaad_lockouts_total", "Lock-outs after failed logins", sources_.lockout.begun());
     gauge("aaad_lockouts", "Users and addresses that are locked out now",
           static_cast<double>(sources_.lockout.locked(now)));
+    gauge("aaad_logins_waiting", "Logins that wait for others of their user or source",
+          static_cast<double>(sources_.turns.waiting()));
+    counter("aaad_logins_delayed_total", "Logins that had to wait for others of their user or source",
+            sources_.turns.delayed());
     const net::Time read_at = sources_.keeper.read_at();
     gauge("aaad_configuration_age_seconds",
           "Time since the configuration was read from the database; -1: never",
           read_at != 0 ? seconds(std::max<net::Time>(now - read_at, 0)) : -1);
     gauge("aaad_configuration_fallback", "1 while the fallback of aaad.conf is used",
           snapshot_ != nullptr && snapshot_->is_fallback ? 1 : 0);
+    gauge("aaad_configuration_alarms",
+          "What is wrong with the configuration now, as \"aaactl status\" shows it",
+          static_cast<double>(sources_.keeper.alarms().size()));
     counter("aaad_configuration_failed_reads_total",
             "Times that the database or a file of the configuration could not be used",
             sources_.keeper.failed_reads());
