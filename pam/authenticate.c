@@ -50,8 +50,7 @@ static int first_password(login_t *login) {
         return login->password != NULL ? PAM_SUCCESS : PAM_BUF_ERR;
     }
     if (options->use_first) {
-        pam_syslog(module->pamh, LOG_NOTICE,
-                   "use_first_pass: no module before this one has asked for a password");
+        MODULE_LOG(module, LOG_NOTICE, "use_first_pass: no module before this one has asked for a password");
         return PAM_AUTHTOK_RECOVERY_ERR;
     }
     return options->ask_later ? PAM_SUCCESS : ask_password(login, options->prompt);
@@ -159,7 +158,7 @@ static void log_failure(module_t *module, int rc) {
     }
     visible_copy(user, sizeof user, module->cred.username, strlen(module->cred.username), 0);
     visible_copy(address, sizeof address, module->cred.remote_addr, strlen(module->cred.remote_addr), 0);
-    pam_syslog(module->pamh, LOG_NOTICE, "authentication failure: user=%s tty=%s rhost=%s: %s", user,
+    MODULE_LOG(module, LOG_NOTICE, "authentication failure: user=%s tty=%s rhost=%s: %s", user,
                module->terminal, address, pam_strerror(module->pamh, rc));
 }
 
@@ -169,6 +168,7 @@ int pam_sm_authenticate(pam_handle_t *pamh, int flags, int argc, const char **ar
     if (rc != PAM_SUCCESS) {
         return rc;
     }
+    module_begin_login(&module);
     if (!module.options.no_delay) {
         pam_fail_delay(pamh, DELAY_US);
     }

@@ -16,11 +16,17 @@
 
 namespace service {
 
-// One id for each login: all requests of one connection until its login is decided, and
-// what follows it, in all log lines and events.
+// One id for each login, in all log lines and events. The lower half is the number that the client
+// gives, for all its connections of one login, and writes into its own log lines too; a client
+// that gives none gets one for each login of a connection. The upper half is the client's user,
+// as the kernel reports it: no user can make the id of another user's login.
 using LoginId = std::uint64_t;
 
-// "4f1c00a7": eight or more hexadecimal digits.
+constexpr LoginId login_id(std::uint32_t user, std::uint32_t number) {
+    return static_cast<LoginId>(user) << 32 | number;
+}
+
+// "4f1c00a7", or "3e84f1c00a7" for a client of user 1000: eight or more hexadecimal digits.
 std::string id_text(LoginId id);
 
 enum class Step : std::uint8_t {
