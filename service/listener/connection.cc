@@ -317,7 +317,7 @@ void Connection::answer_error(cerrno error) {
 
 void Connection::trace_request(LoginId id, const Question &question) {
     auto request = std::make_shared<TraceRequest>();
-    *request = {aaa_print_service(question.service),
+    *request = {aaa_print_service(static_cast<std::int32_t>(question.service)),
                 question.list,
                 question.remote,
                 question.terminal,
