@@ -14,6 +14,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/known_names.hpp"
+
 namespace service {
 
 // One id for each login, in all log lines and events. The lower half is the number that the client
@@ -57,7 +59,7 @@ struct TraceEvent {
     std::int64_t at = 0;       // nanoseconds of CLOCK_MONOTONIC
     LoginId id = 0;
     Step step = Step::kRequest;
-    std::string user;
+    std::string user;     // as the request has it: for others, KnownNames::shown()
     std::string subject;  // the function, list, method, server or status
     std::string detail;   // for people
 
@@ -87,6 +89,10 @@ class Trace {
     Trace(const Trace &) = delete;
     Trace &operator=(const Trace &) = delete;
 
+    // The names that may be shown.
+    KnownNames &names() { return names_; }
+    const KnownNames &names() const { return names_; }
+
     // Numbers the event, keeps it in place of the oldest one, and calls the probes.
     void add(TraceEvent event);
     // Calls `visit` with the kept events from a number on, oldest first. Returns the number
@@ -104,6 +110,7 @@ class Trace {
 
   private:
     std::size_t room_;
+    KnownNames names_;
     std::vector<TraceEvent> ring_;
     std::uint64_t next_ = 1;
     std::uint64_t last_follower_ = 0;

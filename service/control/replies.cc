@@ -188,14 +188,14 @@ std::string trace_line(const ControlSources &sources) {
     return out.end().line();
 }
 
-std::string event_line(const TraceEvent &event) {
+std::string event_line(const TraceEvent &event, std::string_view user) {
     JsonWriter out;
     out.begin().text("event", "step");
     out.number("number", static_cast<std::int64_t>(event.number));
     out.number("time", event.wall / 1000);
     out.text("id", id_text(event.id));
     out.text("step", step_name(event.step));
-    out.text("user", event.user);
+    out.text("user", user);
     text_if_any(out, "function", event.function);
     text_if_any(out, "subject", event.subject);
     text_if_any(out, "outcome", event.outcome);

@@ -220,6 +220,9 @@ void Connection::handle_function(Function function, std::uint32_t patience_ms) {
             return;
         case Access::kGranted:
             question->for_others = true;
+            if (function == Function::kAccounting) {
+                host_.deciders().trace.names().learn(question->user);  // he has a session
+            }
             question->source = question->remote.empty() ? source_of_terminal(question->terminal)
                                                         : source_of_address(question->remote);
             start(function, std::move(question));
@@ -242,6 +245,7 @@ void Connection::check_self(Function function, std::shared_ptr<Question> questio
             refuse_question(*question, " for another user than himself");
             return;
         }
+        host_.deciders().trace.names().learn(name);
         start(function, question);
     });
 }

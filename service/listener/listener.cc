@@ -116,6 +116,8 @@ bool Listener::can_be_found() const {
 
 void Listener::use(SnapshotPtr snapshot) {
     snapshot_ = std::move(snapshot);
+    deciders_.trace.names().use(
+        [current = snapshot_](const std::string &name) { return current->may_show(name); });
 }
 
 void Listener::accept_clients() {

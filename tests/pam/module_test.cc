@@ -45,7 +45,7 @@ TEST_F(Module, LogsTheIdThatTheServiceGets) {
     service_.set([](const Request &request) {
         return status(request.type == AAA_REQ_AUTHEN ? AAA_STAT_FAIL : AAA_STAT_PASS);
     });
-    Login login(dir_, options("debug"));
+    Login login(dir_, options("debug log_unknown_names"));
     EXPECT_EQ(login.authenticate({"x"}), PAM_AUTH_ERR);
     const uint32_t first = service_.requests().back().login;
     EXPECT_NE(first, 0u);

@@ -95,7 +95,7 @@ TEST_F(AaadPam, ALoginHasOneIdInTheLinesOfBothProcesses) {
     for (const char *request : {"authentication", "authorization", "accounting", "accounting"}) {
         EXPECT_TRUE(aaad_.wait_for_log("[" + id + "] " + request + " of alice")) << request;
     }
-    pam_test::Login bob(dir_, options(), "bob");
+    pam_test::Login bob(dir_, options() + " log_unknown_names", "bob");
     EXPECT_EQ(bob.authenticate({"wrong"}), PAM_AUTH_ERR);
     const std::string other = bob.variable("AAA_LOGIN_ID");
     EXPECT_NE(other, id);
