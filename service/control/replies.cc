@@ -62,6 +62,8 @@ void write_figures(JsonWriter &out, const ServerFigures &figures) {
     count("unreachable", figures.unreachable);
     count("errors", figures.errors);
     count("overloads", figures.overloads);
+    count("probes", figures.probes);
+    count("probe_answers", figures.probe_answers);
     if (figures.round_trip > 0) {
         out.number("last_us", figures.last_round_trip / net::kMicrosecond);
         out.number("average_us", figures.round_trip / net::kMicrosecond);

@@ -67,6 +67,7 @@ void Probes::probe(const std::string &health) {
         return;
     }
     health_.asking(health, loop_.now(), server->longest_wait() + net::kSecond);
+    ++server->figures(found->second.use).probes;
     found->second.ticket =
         server->radius(found->second.use).ask_status([this, health](const radius::Outcome &outcome) {
             take(health, outcome);
@@ -82,6 +83,7 @@ void Probes::take(const std::string &health, const radius::Outcome &outcome) {
     }
     if (outcome.kind == radius::Outcome::Kind::kAnswer) {
         const Use use = found->second.use;
+        ++server->figures(use).probe_answers;
         probes_.erase(found);
         if (health_.answered(health)) {
             server->figures(use).became_alive();
