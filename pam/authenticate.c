@@ -9,6 +9,8 @@
  */
 
 #define _GNU_SOURCE
+#include <errno.h>
+#include <pwd.h>
 #include <security/pam_ext.h>
 #include <stdlib.h>
 #include <string.h>
@@ -50,8 +52,7 @@ static int first_password(login_t *login) {
         return login->password != NULL ? PAM_SUCCESS : PAM_BUF_ERR;
     }
     if (options->use_first) {
-        pam_syslog(module->pamh, LOG_NOTICE,
-                   "use_first_pass: no module before this one has asked for a password");
+        MODULE_LOG(module, LOG_NOTICE, "use_first_pass: no module before this one has asked for a password");
         return PAM_AUTHTOK_RECOVERY_ERR;
     }
     return options->ask_later ? PAM_SUCCESS : ask_password(login, options->prompt);
@@ -151,15 +152,25 @@ static int log_in(login_t *login) {
     return rc;
 }
 
+/* People type their password where the name is asked for. */
+static int may_be_named(const module_t *module) {
+    struct passwd entry;
+    struct passwd *found = NULL;
+    char room[4096];
+    const int error = getpwnam_r(module->cred.username, &entry, room, sizeof room, &found);
+    return module->options.unknown_names || found != NULL || error == ERANGE; /* an account with many words */
+}
+
 static void log_failure(module_t *module, int rc) {
     char user[MODULE_USER_MAX + 1];
     char address[256];
     if (rc == PAM_SUCCESS || rc == PAM_AUTHINFO_UNAVAIL) {
         return;
     }
-    visible_copy(user, sizeof user, module->cred.username, strlen(module->cred.username), 0);
+    const char *name = may_be_named(module) ? module->cred.username : "(unknown name)";
+    visible_copy(user, sizeof user, name, strlen(name), 0);
     visible_copy(address, sizeof address, module->cred.remote_addr, strlen(module->cred.remote_addr), 0);
-    pam_syslog(module->pamh, LOG_NOTICE, "authentication failure: user=%s tty=%s rhost=%s: %s", user,
+    MODULE_LOG(module, LOG_NOTICE, "authentication failure: user=%s tty=%s rhost=%s: %s", user,
                module->terminal, address, pam_strerror(module->pamh, rc));
 }
 
@@ -169,6 +180,7 @@ int pam_sm_authenticate(pam_handle_t *pamh, int flags, int argc, const char **ar
     if (rc != PAM_SUCCESS) {
         return rc;
     }
+    module_begin_login(&module);
     if (!module.options.no_delay) {
         pam_fail_delay(pamh, DELAY_US);
     }

@@ -9,6 +9,7 @@
 #include "client.h"
 
 #include <errno.h>
+#include <inttypes.h>
 #include <poll.h>
 #include <pwd.h>
 #include <stdio.h>
@@ -24,6 +25,7 @@
 struct client {
     const client_settings_t *settings;
     aaa_transport_t *transport;
+    char login[20]; /* id of the login, as text */
     char problem[CLIENT_TEXT + 256];
     int silent; /* the latest failure was a time-out */
     int unfit;  /* the latest failure was that what the user gave does not fit into a request */
@@ -57,6 +59,16 @@ client_t *client_create(const client_settings_t *settings) {
         }
     }
     return client;
+}
+
+void client_set_login(client_t *client, uint32_t login) {
+    const uint64_t id = (uint64_t)geteuid() << 32 | login; /* the service sees the user of the connection */
+    snprintf(client->login, sizeof client->login, "%08" PRIx64, id);
+    aaa_transport_set_login(client->transport, login);
+}
+
+const char *client_login(const client_t *client) {
+    return client->login;
 }
 
 static void forget_messages(client_t *client) {
@@ -297,7 +309,7 @@ int client_account(client_t *client, uint32_t option, int32_t service, aaa_userc
     return recorded;
 }
 
-uint32_t client_session_number(void) {
+uint32_t client_new_number(void) {
     uint32_t number = 0;
     while (number == 0) {
         if (getrandom(&number, sizeof number, 0) != (ssize_t)sizeof number) {

@@ -42,6 +42,13 @@ typedef struct client client_t;
 /* Makes a client; the settings must outlive it. Null without memory. */
 client_t *client_create(const client_settings_t *settings);
 
+/* Numbers the login that the requests of the client are for. The service's log lines have the number too. */
+void client_set_login(client_t *client, uint32_t login);
+
+/* The id of the login, as the service writes it: the number, and before it the user of this process
+ * unless it is root. Eight or more hexadecimal digits. */
+const char *client_login(const client_t *client);
+
 /* Closes the connection, wipes and releases. May be null. */
 void client_free(client_t *client);
 
@@ -77,7 +84,7 @@ void client_answer_clear(client_answer_t *answer);
 /* Reads the list of an answer; the status is AAA_STAT_ERROR when it has none that is known. */
 void client_answer_read(client_answer_t *answer, const avlist *list);
 
-/* A number for a session, which others cannot guess; never 0. */
-uint32_t client_session_number(void);
+/* A number for a session or a login, which others cannot guess; never 0. */
+uint32_t client_new_number(void);
 
 #endif /* AAA_PAM_CLIENT_H */

@@ -3,6 +3,8 @@
 #include "module.h"
 
 #include <security/pam_ext.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <syslog.h>
 
@@ -11,6 +13,8 @@
 #define SILENT_DATA    "pam_aaa_silent"
 #define SILENT_SECONDS 1u
 #define EXPIRED_DATA   "pam_aaa_expired"
+#define LOGIN_DATA     "pam_aaa_login"
+#define LOGIN_VARIABLE "AAA_LOGIN_ID"
 
 /* The program calls several functions for one login. When the service was silent in one of them, the
  * others do not wait for as long again: someone sits at the terminal to repair the machine. */
@@ -34,6 +38,33 @@ int module_is_expired(const module_t *module) {
     return pam_get_data(module->pamh, EXPIRED_DATA, &data) == PAM_SUCCESS && data != NULL;
 }
 
+/* The number of a login is kept with the PAM handle, which a forked process has too, and in the PAM
+ * environment, for programs that authenticate in a process of their own and carry that back: the data of the
+ * handle is lost there. What a program puts there decides about nothing. */
+static uint32_t kept_login(pam_handle_t *pamh) {
+    const void *data = NULL;
+    if (pam_get_data(pamh, LOGIN_DATA, &data) == PAM_SUCCESS && data != NULL) {
+        return (uint32_t)(uintptr_t)data;
+    }
+    const char *text = pam_getenv(pamh, LOGIN_VARIABLE);
+    const size_t length = text != NULL ? strlen(text) : 0;
+    return length >= 8 && length <= 16 && strspn(text, "0123456789abcdef") == length
+               ? (uint32_t)strtoull(text, NULL, 16)
+               : 0;
+}
+
+static void use_login(module_t *module, uint32_t login) {
+    char entry[48];
+    client_set_login(module->client, login);
+    pam_set_data(module->pamh, LOGIN_DATA, (void *)(uintptr_t)login, NULL);
+    snprintf(entry, sizeof entry, LOGIN_VARIABLE "=%s", client_login(module->client));
+    pam_putenv(module->pamh, entry);
+}
+
+void module_begin_login(module_t *module) {
+    use_login(module, client_new_number());
+}
+
 int module_begin(module_t *module, pam_handle_t *pamh, int flags, int argc, const char **argv) {
     memset(module, 0, sizeof *module);
     module->pamh = pamh;
@@ -47,15 +78,17 @@ int module_begin(module_t *module, pam_handle_t *pamh, int flags, int argc, cons
         pam_syslog(pamh, LOG_CRIT, "no memory");
         return PAM_BUF_ERR;
     }
+    const uint32_t login = kept_login(pamh);
+    use_login(module, login != 0 ? login : client_new_number());
     return PAM_SUCCESS;
 }
 
 int module_end(module_t *module, int result) {
-    client_free(module->client);
-    module->client = NULL;
-    if (module->pamh != NULL) {
+    if (module->client != NULL) {
         MODULE_DEBUG(module, "result: %s", pam_strerror(module->pamh, result));
     }
+    client_free(module->client);
+    module->client = NULL;
     return result;
 }
 
@@ -63,7 +96,7 @@ int module_unavailable(module_t *module) {
     char shown[512];
     const char *problem = client_problem(module->client);
     visible_copy(shown, sizeof shown, problem, strlen(problem), 0);
-    pam_syslog(module->pamh, LOG_ERR, "the AAA service is not available: %s", shown);
+    MODULE_LOG(module, LOG_ERR, "the AAA service is not available: %s", shown);
     if (client_was_silent(module->client)) {
         note_silence(module->pamh);
     }
@@ -102,12 +135,12 @@ int module_take_user(module_t *module, int caller) {
     module->cred.remote_addr = (char *)(uintptr_t)(address != NULL ? address : "");
     module->cred.username = find_user(module, caller);
     if (module->cred.username == NULL) {
-        pam_syslog(module->pamh, LOG_NOTICE, "the program gives no user name");
+        MODULE_LOG(module, LOG_NOTICE, "the program gives no user name");
         return PAM_USER_UNKNOWN;
     }
     const size_t length = strlen(module->cred.username);
     if (length == 0 || length > MODULE_USER_MAX) {
-        pam_syslog(module->pamh, LOG_NOTICE, "a user name of %zu characters is refused", length);
+        MODULE_LOG(module, LOG_NOTICE, "a user name of %zu characters is refused", length);
         return PAM_USER_UNKNOWN;
     }
     return PAM_SUCCESS;

@@ -29,6 +29,10 @@ typedef struct module {
 /* Reads the options and makes the client. 0, or the PAM code to return. */
 int module_begin(module_t *module, pam_handle_t *pamh, int flags, int argc, const char **argv);
 
+/* A new login begins: its log lines, those of the functions that are called after it, and those of the
+ * service have an id of their own. */
+void module_begin_login(module_t *module);
+
 /* Closes the connection and wipes. Returns the given result. */
 int module_end(module_t *module, int result);
 
@@ -61,12 +65,16 @@ void module_forget(char **answer);
 /* The password that another module has asked for; null when there is none. */
 const char *module_item(const module_t *module, int item);
 
+/* A line for the log, with the id of the login before the text. The format is a literal. */
+#define MODULE_LOG(module, level, format, ...) \
+    pam_syslog((module)->pamh, level, "[%s] " format, client_login((module)->client), ##__VA_ARGS__)
+
 /* A short line for the log if the option debug is set. */
-#define MODULE_DEBUG(module, ...)                               \
-    do {                                                        \
-        if ((module)->options.debug) {                          \
-            pam_syslog((module)->pamh, LOG_DEBUG, __VA_ARGS__); \
-        }                                                       \
+#define MODULE_DEBUG(module, format, ...)                         \
+    do {                                                          \
+        if ((module)->options.debug) {                            \
+            MODULE_LOG(module, LOG_DEBUG, format, ##__VA_ARGS__); \
+        }                                                         \
     } while (0)
 
 #endif /* AAA_PAM_MODULE_H */

@@ -22,6 +22,7 @@ static const struct {
     {"use_first_pass", offsetof(options_t, use_first)},
     {"use_authtok", offsetof(options_t, use_authtok)},
     {"skip_passwd", offsetof(options_t, ask_later)},
+    {"log_unknown_names", offsetof(options_t, unknown_names)},
     {"ruser", offsetof(options_t, caller)},
     {"use_ruser", offsetof(options_t, caller)},
     {"privilege_level", offsetof(options_t, level)},

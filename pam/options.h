@@ -26,6 +26,7 @@ typedef struct options {
     int caller;    /* sessions belong to the user who called the program (PAM_RUSER) */
     int level;     /* the privilege level goes into the PAM environment */
     int no_delay;
+    int unknown_names; /* failures name users without an account, too */
 } options_t;
 
 /* Reads the options. What is unknown, malformed or has no equivalent is logged and ignored. */

@@ -41,7 +41,7 @@ static int old_password(change_t *change, const char *prompt) {
         return answer_with(change, old);
     }
     if (module->options.use_first) {
-        pam_syslog(module->pamh, LOG_NOTICE,
+        MODULE_LOG(module, LOG_NOTICE,
                    "use_first_pass: no module before this one has asked for the old password");
         return PAM_AUTHTOK_RECOVERY_ERR;
     }
@@ -90,7 +90,7 @@ static int take_new_password(change_t *change) {
         return change->fresh != NULL ? PAM_SUCCESS : PAM_BUF_ERR;
     }
     if (module->options.use_authtok || module->options.use_first) {
-        pam_syslog(module->pamh, LOG_NOTICE, "no module before this one has asked for a new password");
+        MODULE_LOG(module, LOG_NOTICE, "no module before this one has asked for a new password");
         return PAM_AUTHTOK_ERR;
     }
     return ask_new_password(change);
@@ -110,7 +110,7 @@ static int result_of(change_t *change, const client_answer_t *answer) {
                 module_show(module, PAM_TEXT_INFO, answer->message);
                 return PAM_SUCCESS;
             }
-            pam_syslog(module->pamh, LOG_ERR, "the AAA service does not change passwords");
+            MODULE_LOG(module, LOG_ERR, "the AAA service does not change passwords");
             module_show(module, PAM_ERROR_MSG,
                         "The AAA service does not change passwords. The password is unchanged.");
             return PAM_AUTHTOK_ERR;

@@ -79,7 +79,7 @@ static int send_record(module_t *module, uint32_t option, uint32_t number) {
 
 int pam_sm_open_session(pam_handle_t *pamh, int flags, int argc, const char **argv) {
     module_t module;
-    const uint32_t number = client_session_number();
+    const uint32_t number = client_new_number();
     int rc = module_begin(&module, pamh, flags, argc, argv);
     if (rc == PAM_SUCCESS) {
         rc = keep_number(pamh, number); /* also without an answer: the service may have the record */
@@ -98,7 +98,7 @@ int pam_sm_close_session(pam_handle_t *pamh, int flags, int argc, const char **a
     }
     const uint32_t number = kept_number(pamh);
     if (number == 0) {
-        pam_syslog(pamh, LOG_WARNING, "the end of a session is not recorded: its start is not known here");
+        MODULE_LOG(&module, LOG_WARNING, "the end of a session is not recorded: its start is not known here");
         return module_end(&module, PAM_SESSION_ERR);
     }
     return module_end(&module, send_record(&module, AAA_ACCT_STOP_OPT, number));

@@ -9,10 +9,14 @@
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
+#include <inttypes.h>
 #include <poll.h>
+#include <stddef.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
+#include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -25,6 +29,12 @@
 #define FIRST_DESCRIPTOR 3 /* lower ones belong to the process, even when closed */
 #define US_PER_SECOND    INT64_C(1000000)
 #define NS_PER_US        INT64_C(1000)
+
+/* The name of a client's socket, after the null byte of an abstract name: the number of its login,
+ * and one that tells its sockets apart. */
+#define LOGIN_NAME   "aaa-login/%08" PRIx32 "/%016" PRIx64
+#define LOGIN_PREFIX (sizeof "aaa-login/" - 1)
+#define LOGIN_LENGTH (sizeof "aaa-login/00000000/0000000000000000" - 1)
 
 /* Moves a new descriptor above the standard ones. -1 with errno set on failure, or when it was -1. */
 static int above_standard(int fd) {
@@ -120,6 +130,25 @@ static cerrno check_user(aaa_transport_t *transport, uint32_t user) {
     return peer.uid == user ? AAA_OK : give_up(transport, AAA_ERR_SERVER_CONNECT_FAILED);
 }
 
+/* Without a name the connection is as good for everything else, so a failure is none. */
+static void name_login(int fd, uint32_t login) {
+    struct sockaddr_un own = {.sun_family = AF_UNIX};
+    uint64_t unique;
+    if (login == 0 || getrandom(&unique, sizeof unique, GRND_NONBLOCK) != (ssize_t)sizeof unique) {
+        return;
+    }
+    snprintf(own.sun_path + 1, sizeof own.sun_path - 1, LOGIN_NAME, login, unique);
+    bind(fd, (struct sockaddr *)&own, offsetof(struct sockaddr_un, sun_path) + 1 + LOGIN_LENGTH);
+}
+
+cerrno aaa_transport_set_login(aaa_transport_t *transport, uint32_t login) {
+    if (transport == NULL) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    transport->login = login;
+    return AAA_OK;
+}
+
 cerrno aaa_transport_connect(aaa_transport_t *transport, const char *path, uint32_t user, int64_t deadline) {
     struct sockaddr_un address;
     cerrno rc = start(transport, path, &address);
@@ -127,6 +156,9 @@ cerrno aaa_transport_connect(aaa_transport_t *transport, const char *path, uint3
         return rc;
     }
     transport->fd = open_socket(0);
+    if (transport->fd >= 0) {
+        name_login(transport->fd, transport->login);
+    }
     if (transport->fd < 0 || connect_until(transport->fd, &address, deadline) != 0) {
         if (transport->fd >= 0 && errno == EAGAIN) {
             errno = ETIMEDOUT;
@@ -234,5 +266,31 @@ cerrno aaa_transport_peer_of(aaa_transport_t *transport, aaa_transport_peer_t *p
         return aaa_transport_fail(transport, errno, AAA_ERR_OS);
     }
     *peer_out = (aaa_transport_peer_t){.pid = peer.pid, .uid = peer.uid, .gid = peer.gid};
+    return AAA_OK;
+}
+
+cerrno aaa_transport_login_of(aaa_transport_t *transport, uint32_t *login_out) {
+    struct sockaddr_un peer;
+    socklen_t size = sizeof peer;
+    char name[LOGIN_LENGTH + 1] = "";
+    char again[LOGIN_LENGTH + 1];
+    if (login_out == NULL) {
+        return AAA_ERR_INVALID_ARG;
+    }
+    *login_out = 0;
+    cerrno rc = aaa_transport_begin(transport);
+    if (rc != AAA_OK) {
+        return rc;
+    }
+    if (getpeername(transport->fd, (struct sockaddr *)&peer, &size) != 0 ||
+        size != offsetof(struct sockaddr_un, sun_path) + 1 + LOGIN_LENGTH || peer.sun_path[0] != '\0') {
+        return AAA_OK;
+    }
+    /* Any program may choose any name: it counts only if it is the one that its numbers give. */
+    memcpy(name, peer.sun_path + 1, LOGIN_LENGTH);
+    const uint32_t login = (uint32_t)strtoul(name + LOGIN_PREFIX, NULL, 16);
+    const uint64_t unique = strtoull(name + LOGIN_PREFIX + 9, NULL, 16);
+    snprintf(again, sizeof again, LOGIN_NAME, login, unique);
+    *login_out = memcmp(name, again, sizeof name) == 0 ? login : 0;
     return AAA_OK;
 }

@@ -14,6 +14,7 @@ struct aaa_transport {
     int lock;          /* of a listening socket: its locked file, -1 for none */
     int error;         /* error number of the latest call */
     uint32_t sequence; /* number of the latest message sent */
+    uint32_t login;    /* number of the login that new connections are for, 0 for none */
 };
 
 /* Stores the error number and returns the code. */

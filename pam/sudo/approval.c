@@ -41,7 +41,8 @@ static int refuse(const client_answer_t *answer) {
     snprintf(
         approval.error, sizeof approval.error, "%s: %.300s", approval.name,
         answer->message[0] != '\0' ? answer->message : "the AAA service does not authorize this command");
-    syslog(LOG_AUTHPRIV | LOG_NOTICE, "%s: a command of %s is not authorized", approval.name, approval.user);
+    syslog(LOG_AUTHPRIV | LOG_NOTICE, "%s: [%s] a command of %s is not authorized", approval.name,
+           client_login(approval.client), approval.user);
     return DENIED;
 }
 

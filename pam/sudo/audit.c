@@ -47,7 +47,7 @@ static int audit_accept(const char *plugin_name, unsigned plugin_type, char *con
     }
     int rc = plugin_take_command(&audit, command_info, run_argv);
     if (rc == 1) {
-        session = client_session_number();
+        session = client_new_number();
         if (!send_record(AAA_ACCT_START_OPT, NULL)) {
             rc = plugin_without_service(&audit, "the command is not recorded", -1);
         }

@@ -6,12 +6,24 @@
 #include <stdlib.h>
 #include <string.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include "command_text.h"
 #include "settings.h"
 #include "visible.h"
 
 #define USER_MAX 253u /* longest user name that fits into a request */
+
+/* The number of this run of sudo in log lines: both plugins have the same one. */
+static uint32_t run_number(void) {
+    static uint32_t number;
+    static pid_t process; /* a program that uses the plugins may fork */
+    if (process != getpid()) {
+        process = getpid();
+        number = client_new_number();
+    }
+    return number;
+}
 
 /* The value of `name` in a list of name=value; null when there is none. */
 static const char *find(char *const list[], const char *name) {
@@ -82,6 +94,7 @@ static int take_user(plugin_t *plugin, char *const user_info[]) {
         snprintf(plugin->error, sizeof plugin->error, "%s: no memory", plugin->name);
         return -1;
     }
+    client_set_login(plugin->client, run_number());
     /* The address that the user came from is not known here: sudo has it only from the user's environment. */
     plugin->cred = (aaa_usercred_t){.username = plugin->user,
                                     .ttyname = plugin->terminal,
@@ -180,8 +193,9 @@ int plugin_without_service(plugin_t *plugin, const char *what, int refusal) {
     const char *reason = client_problem(plugin->client);
     const int allow = plugin->allow || is_listed(plugin->except, plugin->user);
     visible_copy(problem, sizeof problem, reason, strlen(reason), 0);
-    syslog(LOG_AUTHPRIV | LOG_ERR, "%s: the AAA service is not available: %s; the command of %s %s",
-           plugin->name, problem, plugin->user, allow ? "runs without it" : "does not run");
+    syslog(LOG_AUTHPRIV | LOG_ERR, "%s: [%s] the AAA service is not available: %s; the command of %s %s",
+           plugin->name, client_login(plugin->client), problem, plugin->user,
+           allow ? "runs without it" : "does not run");
     snprintf(plugin->error, sizeof plugin->error, "%s: %s: the AAA service is not available", plugin->name,
              what);
     return allow ? 1 : refusal;

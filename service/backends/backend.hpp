@@ -28,6 +28,7 @@ std::uint32_t function_number(Function function);
 // again for each method.
 struct Question {
     LoginId id = 0;
+    std::uint64_t login = 0;  // of this connection, unlike any other: what the login brought is found by it
     Function function = Function::kAuthentication;
     std::uint32_t service = 0;       // AAA_SVC_...
     std::string list;                // as the request names it

@@ -18,9 +18,11 @@ struct ServerFigures {
     std::uint64_t unreachable = 0;  // the network said so
     std::uint64_t errors = 0;       // faulty answers, lost connections
     std::uint64_t overloads = 0;    // not asked: too much was under way
-    net::Time last_round_trip = 0;  // of an answer to the first try; 0 before the first
-    net::Time round_trip = 0;       // the same, smoothed by an eighth
-    net::Time last_answer = 0;      // when; 0: never
+    std::uint64_t probes = 0;  // requests that ask only whether it answers; not in `asked`
+    std::uint64_t probe_answers = 0;  // of these
+    net::Time last_round_trip = 0;    // of an answer to the first try; 0 before the first
+    net::Time round_trip = 0;         // the same, smoothed by an eighth
+    net::Time last_answer = 0;        // when; 0: never
     net::Time since =
         net::Loop::clock();  // when it was found to be up or dead; first: when it was configured
     std::string why;         // it is dead

@@ -71,7 +71,8 @@ Outcome write_record(const Question &question) {
     log(Level::kInfo, "ACCOUNTING", {question.id, question.user, "method", "syslog", question.client_pid},
         "%s user=%s terminal=%s from=%s session=%u service=%s command=\"%s\"", record_word(question.record),
         question.user.c_str(), question.terminal.c_str(), question.remote.c_str(), question.session,
-        aaa_print_service(question.service), question.command.value_or("").c_str());
+        aaa_print_service(static_cast<std::int32_t>(question.service)),
+        question.command.value_or("").c_str());
     return Outcome::pass("written to the log");
 }
 

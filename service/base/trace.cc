@@ -24,10 +24,10 @@ std::int64_t wall_clock() {
 }
 
 // Each step is a probe too, so that tracers and the trace see the same.
-void call_probe(const TraceEvent &event) {
+void call_probe(const TraceEvent &event, const KnownNames &names) {
     switch (event.step) {
         case Step::kRequest:
-            AAA_PROBE3(request_start, event.id, event.function, event.user.c_str());
+            AAA_PROBE3(request_start, event.id, event.function, names.shown(event.user).data());
             break;
         case Step::kList:
             break;
@@ -148,7 +148,7 @@ void Trace::add(TraceEvent event) {
     event.wall = wall_clock();
     cut_to(kMostText, event.detail);
     cut_to(kMostText, event.text);
-    call_probe(event);
+    call_probe(event, names_);
     const std::size_t place = (event.number - 1) % room_;
     if (place == ring_.size()) {
         ring_.push_back(event);

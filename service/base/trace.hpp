@@ -14,13 +14,21 @@
 #include <string_view>
 #include <vector>
 
+#include "base/known_names.hpp"
+
 namespace service {
 
-// One id for each login: all requests of one connection until its login is decided, and
-// what follows it, in all log lines and events.
+// One id for each login, in all log lines and events. The lower half is the number that the client
+// gives, for all its connections of one login, and writes into its own log lines too; a client
+// that gives none gets one for each login of a connection. The upper half is the client's user,
+// as the kernel reports it: no user can make the id of another user's login.
 using LoginId = std::uint64_t;
 
-// "4f1c00a7": eight or more hexadecimal digits.
+constexpr LoginId login_id(std::uint32_t user, std::uint32_t number) {
+    return static_cast<LoginId>(user) << 32 | number;
+}
+
+// "4f1c00a7", or "3e84f1c00a7" for a client of user 1000: eight or more hexadecimal digits.
 std::string id_text(LoginId id);
 
 enum class Step : std::uint8_t {
@@ -51,7 +59,7 @@ struct TraceEvent {
     std::int64_t at = 0;       // nanoseconds of CLOCK_MONOTONIC
     LoginId id = 0;
     Step step = Step::kRequest;
-    std::string user;
+    std::string user;     // as the request has it: for others, KnownNames::shown()
     std::string subject;  // the function, list, method, server or status
     std::string detail;   // for people
 
@@ -81,6 +89,10 @@ class Trace {
     Trace(const Trace &) = delete;
     Trace &operator=(const Trace &) = delete;
 
+    // The names that may be shown.
+    KnownNames &names() { return names_; }
+    const KnownNames &names() const { return names_; }
+
     // Numbers the event, keeps it in place of the oldest one, and calls the probes.
     void add(TraceEvent event);
     // Calls `visit` with the kept events from a number on, oldest first. Returns the number
@@ -98,6 +110,7 @@ class Trace {
 
   private:
     std::size_t room_;
+    KnownNames names_;
     std::vector<TraceEvent> ring_;
     std::uint64_t next_ = 1;
     std::uint64_t last_follower_ = 0;

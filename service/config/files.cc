@@ -4,10 +4,14 @@
 
 #include "config/keeper.hpp"
 
+#include <pwd.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <memory>
+#include <vector>
 
 namespace service {
 
@@ -46,6 +50,20 @@ void check_shadow(const Settings &settings, std::vector<std::string> &out) {
     }
 }
 
+// Those of the file alone: a name service may be slow, and its users are known when they have logged
+// in once.
+std::shared_ptr<const Names> read_host_names() {
+    auto names = std::make_shared<Names>();
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen("/etc/passwd", "re"), std::fclose);
+    passwd entry{};
+    passwd *found = nullptr;
+    std::vector<char> room(65536);
+    while (file != nullptr && fgetpwent_r(file.get(), &entry, room.data(), room.size(), &found) == 0) {
+        names->insert(entry.pw_name);
+    }
+    return names;
+}
+
 }  // namespace
 
 FilesRead read_files(const KeeperOptions &options, const Accounts &accounts) {
@@ -55,6 +73,7 @@ FilesRead read_files(const KeeperOptions &options, const Accounts &accounts) {
         return read;
     }
     check_shadow(*read.settings, read.warnings);
+    read.host_names = read_host_names();
     const std::string &path = read.settings->users;
     const TextFile file = read_text_file(path, Privacy::kSecret);
     std::vector<Fault> faults = file.faults;

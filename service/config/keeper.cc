@@ -55,6 +55,7 @@ bool Keeper::start() {
     }
     settings_ = files.settings;
     users_ = files.users;
+    host_names_ = files.host_names;
     events_ = event_manager_create(0, "aaad configuration", 0, nullptr);
     wake_ = events_ != nullptr ? event_async_attach(events_, 128, nullptr, nullptr) : -1;
     if (wake_ < 0 || !connect_database()) {
@@ -327,6 +328,7 @@ void Keeper::make_snapshot() {
     auto made = std::make_shared<Snapshot>();
     made->settings = settings_;
     made->users = users_;
+    made->host_names = host_names_;
     if (!read_lists(*made)) {
         go_on_with_last(*made);
     }
@@ -383,6 +385,7 @@ void Keeper::read_everything(const std::function<void()> &done) {
                 "the socket is moved when the service is started the next time");
         }
         settings_ = files.settings;
+        host_names_ = files.host_names;
         if (files.users != nullptr && files.faults.empty()) {
             users_ = files.users;
         } else if (users_ != nullptr) {
@@ -405,6 +408,7 @@ void Keeper::read_users_again() {
         return;
     }
     users_ = files.users;
+    host_names_ = files.host_names;
     log(Level::kInfo, "USERS", "%s: %zu users", settings_->users.c_str(), users_->users.size());
     make_snapshot();
 }

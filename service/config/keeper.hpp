@@ -33,6 +33,7 @@ struct KeeperOptions {
 struct FilesRead {
     std::shared_ptr<const Settings> settings;  // null: the file has faults
     std::shared_ptr<const Users> users;        // null: there is no usable file
+    std::shared_ptr<const Names> host_names;   // of the accounts in /etc/passwd
     std::vector<std::string> faults;           // "PATH:LINE: TEXT"
     std::vector<std::string> warnings;         // the files are used, and do not do what they say
 };
@@ -127,6 +128,7 @@ class Keeper {
     bool database_lost_ = false;  // logged
     std::shared_ptr<const Settings> settings_;
     std::shared_ptr<const Users> users_;
+    std::shared_ptr<const Names> host_names_;
     SnapshotPtr current_;
     std::uint64_t made_ = 0;
     std::vector<std::string> reported_database_, reported_files_;  // each fault is logged once

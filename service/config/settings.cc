@@ -225,6 +225,8 @@ constexpr Key kKeys[] = {
     {"users", 1, 1, false, [](Reader &r, Words w) { return read_path(r, w, r.settings.users); }},
     {"system-accounts", 1, 1, false,
      [](Reader &r, Words w) { return read_switch(r, w, r.settings.system_accounts); }},
+    {"log-unknown-names", 1, 1, false,
+     [](Reader &r, Words w) { return read_switch(r, w, r.settings.log_unknown_names); }},
     {"allow", 2, 3, true, read_allow},
     {"clients", 1, 1, false,
      [](Reader &r, Words w) { return read_number(r, w, 1, 65536, r.settings.clients_max); }},

@@ -74,7 +74,8 @@ struct Settings {
     std::uint32_t socket_mode = 0666;
     std::string control_socket;  // "none", or empty: "control.sock" next to the socket
     std::string users = "/etc/aaa/users";
-    bool system_accounts = false;  // the method "local" knows the host's accounts too
+    bool log_unknown_names = false;  // also of users whom no one here knows
+    bool system_accounts = false;    // the method "local" knows the host's accounts too
     std::vector<AccessRule> rules;
     std::uint32_t clients_max = 512;
     std::uint32_t clients_per_user = 32;  // except root

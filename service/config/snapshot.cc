@@ -64,6 +64,11 @@ std::size_t Snapshot::configured_groups() const {
         std::count_if(groups.begin(), groups.end(), [](const auto &group) { return !group->name.empty(); }));
 }
 
+bool Snapshot::may_show(const std::string &name) const {
+    return settings->log_unknown_names || (users != nullptr && users->find(name) != nullptr) ||
+           (host_names != nullptr && host_names->contains(name));
+}
+
 const MethodList *Snapshot::find_list(const std::string &function, const std::string &service,
                                       const std::string &name) const {
     const auto found = lists.find(function + "/" + service + "/" + name);

@@ -83,10 +83,13 @@ struct MethodList {
     bool is_configured = true;  // false: the service supplies it
 };
 
+using Names = std::set<std::string, std::less<>>;
+
 struct Snapshot {
     std::uint64_t number = 0;  // counts the snapshots of the process
     std::shared_ptr<const Settings> settings;
-    std::shared_ptr<const Users> users;  // null: there is no usable file
+    std::shared_ptr<const Users> users;       // null: there is no usable file
+    std::shared_ptr<const Names> host_names;  // of the host's own accounts; may be null
     // By "authentication/login/default".
     std::map<std::string, MethodList, std::less<>> lists;
     std::vector<std::shared_ptr<const Group>> groups;
@@ -97,6 +100,9 @@ struct Snapshot {
     // As aaactl lint counts them.
     std::size_t configured_lists() const;
     std::size_t configured_groups() const;
+
+    // Whether log lines may show a user's name although no one has logged in by it.
+    bool may_show(const std::string &name) const;
 
     const MethodList *find_list(const std::string &function, const std::string &service,
                                 const std::string &name) const;

@@ -77,7 +77,10 @@ void TraceFollower::append_to(std::string &out, std::size_t most) {
             return;
         }
         if (is_next) {
-            out += event_line(trace_.at(next_));
+            // Who asks for a name knows it, and so does the program whose own requests these are.
+            const TraceEvent &event = trace_.at(next_);
+            out += event_line(event, request_.user || request_.mine ? std::string_view(event.user)
+                                                                    : trace_.names().shown(event.user));
         }
         ++next_;
     }

@@ -62,6 +62,8 @@ void write_figures(JsonWriter &out, const ServerFigures &figures) {
     count("unreachable", figures.unreachable);
     count("errors", figures.errors);
     count("overloads", figures.overloads);
+    count("probes", figures.probes);
+    count("probe_answers", figures.probe_answers);
     if (figures.round_trip > 0) {
         out.number("last_us", figures.last_round_trip / net::kMicrosecond);
         out.number("average_us", figures.round_trip / net::kMicrosecond);
@@ -197,14 +199,14 @@ std::string trace_line(const ControlSources &sources) {
     return out.end().line();
 }
 
-std::string event_line(const TraceEvent &event) {
+std::string event_line(const TraceEvent &event, std::string_view user) {
     JsonWriter out;
     out.begin().text("event", "step");
     out.number("number", static_cast<std::int64_t>(event.number));
     out.number("time", event.wall / 1000);
     out.text("id", id_text(event.id));
     out.text("step", step_name(event.step));
-    out.text("user", event.user);
+    out.text("user", user);
     text_if_any(out, "function", event.function);
     text_if_any(out, "subject", event.subject);
     text_if_any(out, "outcome", event.outcome);

@@ -43,7 +43,8 @@ std::string figures_line(const ControlSources &sources, ControlRequest::Kind kin
 
 // Of a trace: its beginning, a step, steps that were lost, its end when it is not live.
 std::string trace_line(const ControlSources &sources);
-std::string event_line(const TraceEvent &event);
+// `user` is the name that is shown.
+std::string event_line(const TraceEvent &event, std::string_view user);
 std::string lost_line(std::uint64_t count);
 std::string end_line();
 

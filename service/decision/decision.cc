@@ -17,6 +17,13 @@ namespace {
 
 constexpr unsigned kMostRounds = 16;
 constexpr char kRefused[] = "Login incorrect";
+// Whether a pass says that there is a user of this name: the others take any.
+bool checks_names(const Method &method) {
+    return method.number != AAA_METHOD_NONE && method.number != AAA_METHOD_LINE &&
+           method.number != AAA_METHOD_ENABLE && method.number != AAA_METHOD_IF_AUTHEN &&
+           method.number != AAA_METHOD_SYSLOG;
+}
+
 constexpr char kNotAuthorized[] = "Not authorized";
 
 std::uint32_t status_of(Prompt prompt) {
@@ -299,7 +306,7 @@ void Decision::count(const Outcome &outcome, const std::string &method) {
         deciders_.lockout.passed(question_.user, question_.source);
     } else {
         count_failure(deciders_.lockout, question_.snapshot->settings->lockout, context("outcome", method),
-                      question_.source);
+                      question_.user, question_.source);
     }
 }
 
@@ -309,6 +316,9 @@ void Decision::decide(std::size_t place, const Outcome &outcome) {
     Answer answer;
     answer.text = outcome.text;
     if (outcome.kind == Outcome::Kind::kPass) {
+        if (checks_names(method)) {
+            deciders_.trace.names().learn(question_.user);
+        }
         answer.method = method.number;
         answer.status = AAA_STAT_PASS;
         answer.privilege = outcome.privilege;
@@ -350,8 +360,8 @@ void Decision::challenge(std::size_t place, Outcome outcome) {
                        nullptr,
                        std::move(open_login_)};
     if (question_.password && answer.pending->open == nullptr) {
-        answer.pending->open =
-            std::make_unique<OpenLogin>(deciders_.lockout, question_, list_.methods[place].text());
+        answer.pending->open = std::make_unique<OpenLogin>(deciders_.lockout, question_, shown_user(),
+                                                           list_.methods[place].text());
     }
     if (answer.pending->open != nullptr && turn_ != nullptr) {
         turn_->pause();

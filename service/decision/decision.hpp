@@ -93,6 +93,7 @@ class Decision {
     void trace_lockout();
     void trace_answer(const Answer &answer);
     std::string next_method(std::size_t place, const Outcome &outcome) const;
+    std::string shown_user() const;
     LogContext context(const char *step, std::string_view subject = {}) const;
     void log_answer(const Answer &answer) const;
 

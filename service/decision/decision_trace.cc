@@ -66,8 +66,12 @@ void Decision::trace_outcome(const Asked &asked, const Outcome &outcome) {
     deciders_.trace.add(std::move(event));
 }
 
+std::string Decision::shown_user() const {
+    return std::string(deciders_.trace.names().shown(question_.user));
+}
+
 LogContext Decision::context(const char *step, std::string_view subject) const {
-    return {question_.id, question_.user, step, subject, question_.client_pid};
+    return {question_.id, deciders_.trace.names().shown(question_.user), step, subject, question_.client_pid};
 }
 
 void Decision::trace_lockout() {
@@ -105,7 +109,7 @@ void Decision::log_answer(const Answer &answer) const {
                         : answer.status == AAA_STAT_FAIL ? Level::kNotice
                                                          : Level::kInfo;
     const std::string text = std::string(function_word(question_.function)) + " of " +
-                             (question_.user.empty() ? "no user" : question_.user) +
+                             (question_.user.empty() ? "no user" : shown_user()) +
                              (question_.remote.empty() ? "" : " from " + question_.remote) +
                              (question_.terminal.empty() ? "" : " on " + question_.terminal) +
                              " for client " + std::to_string(question_.client_pid) + " of user " +

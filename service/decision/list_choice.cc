@@ -51,7 +51,7 @@ ListChoice choose_list(const Snapshot &snapshot, const Question &question) {
     const std::string word = service_word(question.function, question.service);
     if (word.empty()) {
         choice.why = std::string("there are no lists for ") + function_word(question.function) +
-                     " of the service " + aaa_print_service(question.service);
+                     " of the service " + aaa_print_service(static_cast<std::int32_t>(question.service));
         return choice;
     }
     const std::string name = question.list.empty() ? kDefault : question.list;

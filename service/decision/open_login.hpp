@@ -15,7 +15,8 @@ namespace service {
 
 class OpenLogin {
   public:
-    OpenLogin(Lockout &lockout, const Question &question, std::string method);
+    // `shown` is the user's name in log lines.
+    OpenLogin(Lockout &lockout, const Question &question, std::string shown, std::string method);
     ~OpenLogin();
     OpenLogin(const OpenLogin &) = delete;
     OpenLogin &operator=(const OpenLogin &) = delete;
@@ -27,14 +28,15 @@ class OpenLogin {
     Lockout &lockout_;
     const LoginId id_;
     const std::string user_;
+    const std::string shown_;
     const std::string source_;
     const std::string method_;
     const SnapshotPtr snapshot_;
     bool is_decided_ = false;
 };
 
-// Counts a failure of a user, and logs it when it locks him out.
+// Counts a failure of a user, and logs it when it locks him out, under the name of the context.
 void count_failure(Lockout &lockout, const LockoutSettings &settings, const LogContext &context,
-                   const std::string &source);
+                   const std::string &user, const std::string &source);
 
 }  // namespace service

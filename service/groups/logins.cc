@@ -8,16 +8,17 @@
 namespace service {
 
 void Logins::passed(Login login) {
-    std::erase_if(logins_, [&](const Login &other) { return other.id == login.id; });
+    std::erase_if(logins_, [&](const Login &other) { return other.number == login.number; });
     if (logins_.size() >= room_) {
         logins_.pop_front();
     }
     logins_.push_back(std::move(login));
 }
 
-const Login *Logins::find(LoginId id, const std::string &user) const {
-    const auto found = std::find_if(logins_.rbegin(), logins_.rend(),
-                                    [&](const Login &login) { return login.id == id && login.user == user; });
+const Login *Logins::find(std::uint64_t number, const std::string &user) const {
+    const auto found = std::find_if(logins_.rbegin(), logins_.rend(), [&](const Login &login) {
+        return login.number == number && login.user == user;
+    });
     return found != logins_.rend() ? &*found : nullptr;
 }
 
@@ -27,7 +28,7 @@ Login *Logins::login_of(const Question &question) {
         if (login.user != question.user) {
             continue;
         }
-        if (login.id == question.id) {
+        if (login.number == question.login) {
             return &login;
         }
         if (oldest == nullptr && login.terminal == question.terminal && login.remote == question.remote) {
@@ -54,7 +55,7 @@ void Logins::make_room() {
 
 const Session &Logins::open(const Question &question, net::Time now, std::time_t wall) {
     const Session *known = find_session(question.session, question.user);
-    if (known != nullptr && !known->ended && known->id == question.id) {
+    if (known != nullptr && !known->ended && known->login == question.login) {
         return *known;
     }
     std::erase_if(sessions_, [&](const Session &session) {
@@ -65,7 +66,7 @@ const Session &Logins::open(const Question &question, net::Time now, std::time_t
     session.user = question.user;
     session.start = wall;
     session.started = now;
-    session.id = question.id;
+    session.login = question.login;
     if (Login *login = login_of(question)) {
         // Taken out, so that another session of the user does not get it; the rights stay.
         session.classes = std::exchange(login->classes, {});

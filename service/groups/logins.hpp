@@ -17,7 +17,7 @@
 namespace service {
 
 struct Login {
-    LoginId id = 0;
+    std::uint64_t number = 0;  // Question::login
     std::string user, terminal, remote;
     std::optional<std::uint32_t> privilege;
     std::vector<Attribute> attributes;
@@ -30,8 +30,8 @@ struct Session {
     std::time_t start = 0;  // wall clock, for records
     net::Time started = 0;  // monotonic, for durations
     std::vector<std::string> classes;
-    LoginId id = 0;      // of the request that opened it
-    bool ended = false;  // it goes first when the table is full
+    std::uint64_t login = 0;  // of the request that opened it
+    bool ended = false;       // it goes first when the table is full
 };
 
 class Logins {
@@ -39,10 +39,10 @@ class Logins {
     explicit Logins(std::size_t room = 1024) : room_(room) {}
 
     void passed(Login login);
-    // The login whose id a request has, for the same user; null if there is none.
-    const Login *find(LoginId id, const std::string &user) const;
+    // The login of a request's connection, for the same user; null if there is none.
+    const Login *find(std::uint64_t number, const std::string &user) const;
 
-    // A session begins: with what its login brought. That is the login of the same id, else
+    // A session begins: with what its login brought. That is the login of the same connection, else
     // the oldest one of the same user at the same place that has no session yet. A record for
     // several groups opens its session once.
     const Session &open(const Question &question, net::Time now, std::time_t wall);

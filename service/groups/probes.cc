@@ -158,6 +158,7 @@ void Probes::probe(const std::string &health) {
         return;
     }
     health_.asking(health, loop_.now(), server->longest_wait() + net::kSecond);
+    ++server->figures(found->second.use).probes;
     found->second.attempt = probe_server(loop_, server, found->second.use,
                                          [this, health](bool is_answered) { take(health, is_answered); });
 }
@@ -171,6 +172,7 @@ void Probes::take(const std::string &health, bool is_answered) {
     }
     if (is_answered) {
         const Use use = found->second.use;
+        ++server->figures(use).probe_answers;
         probes_.erase(found);
         if (health_.answered(health, loop_.now())) {
             server->figures(use).became_alive();

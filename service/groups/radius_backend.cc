@@ -116,7 +116,7 @@ Outcome RadiusBackend::accept(const Question &question, const ServerClientPtr &s
     if (!rights.refusal.empty()) {
         return Outcome::fail("Access-Accept, taken for a reject: " + rights.refusal);
     }
-    logins_.passed({question.id, question.user, question.terminal, question.remote, rights.privilege,
+    logins_.passed({question.login, question.user, question.terminal, question.remote, rights.privilege,
                     rights.attributes, answer.classes()});
     Outcome outcome = Outcome::pass("Access-Accept", rights.privilege);
     outcome.attributes = std::move(rights.attributes);
@@ -196,7 +196,7 @@ Outcome RadiusBackend::rights_of(const Question &question) const {
     if (question.command) {
         return Outcome::unavailable("RADIUS cannot authorize commands; name TACACS+ or local for them");
     }
-    const Login *login = question.authenticated_here ? logins_.find(question.id, question.user) : nullptr;
+    const Login *login = question.authenticated_here ? logins_.find(question.login, question.user) : nullptr;
     if (login == nullptr) {
         return Outcome::unavailable(
             "RADIUS gives rights with the login only, and no RADIUS server has authenticated the user on "

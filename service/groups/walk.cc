@@ -205,8 +205,8 @@ void Walk::trace_reply(const ServerResult &result, net::Time waited, bool goes_o
             (reason.empty() ? "" : "; ") +
             std::string(has_next ? "there is no time for another server" : "there is no other server");
     }
-    log(Level::kDebug, "SERVER", {id_, user_, "reply", event.subject}, "%s %s", event.subject.c_str(),
-        event_text(event).c_str());
+    log(Level::kDebug, "SERVER", {id_, context_.trace.names().shown(user_), "reply", event.subject}, "%s %s",
+        event.subject.c_str(), event_text(event).c_str());
     context_.trace.add(std::move(event));
 }
 

@@ -75,6 +75,7 @@ Connection::Connection(ConnectionHost &host, Transport client, Peer peer)
       watch_(host.deciders().loop, aaa_transport_descriptor(client_.get()), EPOLLIN,
              [this](std::uint32_t events) { on_events(events); }),
       idle_(host.deciders().loop, [this] { host_.remove(this); }) {
+    aaa_transport_login_of(client_.get(), &client_login_);
     wait_for_message();
 }
 
@@ -172,7 +173,15 @@ void Connection::forget_login() {
     pending_.reset();
     token_.clear();
     authenticated_.clear();
-    id_ = 0;  // what the login brought is found by its id
+    login_ = 0;  // what the login brought is found by it
+    id_ = 0;
+}
+
+void Connection::begin_login() {
+    do {
+        login_ = host_.new_login();
+    } while (static_cast<std::uint32_t>(login_) == 0);  // it would be no id
+    id_ = login_id(peer_.uid, client_login_ != 0 ? client_login_ : static_cast<std::uint32_t>(login_));
 }
 
 void Connection::handle_configuration() {
@@ -180,7 +189,7 @@ void Connection::handle_configuration() {
         refuse(Ask::kConfiguration, "");
         return;
     }
-    id_ = host_.new_id();
+    begin_login();
     log(Level::kNotice, "CONFIGURE", {id_, "", "request", "", peer_.pid},
         "configuration message %u of client %d of user %u", request_->head.type, peer_.pid, peer_.uid);
     host_.configure(*request_, [this, alive = std::weak_ptr<int>(alive_)](cerrno rc) {
@@ -213,6 +222,9 @@ void Connection::handle_function(Function function, std::uint32_t patience_ms) {
             return;
         case Access::kGranted:
             question->for_others = true;
+            if (function == Function::kAccounting) {
+                host_.deciders().trace.names().learn(question->user);  // he has a session
+            }
             question->source = question->remote.empty() ? source_of_terminal(question->terminal)
                                                         : source_of_address(question->remote);
             start(function, std::move(question));
@@ -235,6 +247,7 @@ void Connection::check_self(Function function, std::shared_ptr<Question> questio
             refuse_question(*question, " for another user than himself");
             return;
         }
+        host_.deciders().trace.names().learn(name);
         start(function, question);
     });
 }
@@ -274,10 +287,11 @@ void Connection::start(Function function, std::shared_ptr<Question> question) {
             return;
         }
     }
-    if (id_ == 0 || (function == Function::kAuthentication && pending == nullptr)) {
-        id_ = host_.new_id();
+    if (login_ == 0 || (function == Function::kAuthentication && pending == nullptr)) {
+        begin_login();
     }
     question->id = id_;
+    question->login = login_;
     question->authenticated_here = !authenticated_.empty() && authenticated_ == question->user;
     trace_request(id_, *question);
     const std::string user = question->user;
@@ -309,7 +323,7 @@ void Connection::answer_error(cerrno error) {
 
 void Connection::trace_request(LoginId id, const Question &question) {
     auto request = std::make_shared<TraceRequest>();
-    *request = {aaa_print_service(question.service),
+    *request = {aaa_print_service(static_cast<std::int32_t>(question.service)),
                 question.list,
                 question.remote,
                 question.terminal,
@@ -330,12 +344,14 @@ void Connection::trace_request(LoginId id, const Question &question) {
 
 // An administrator looks for such a request in the trace too.
 void Connection::refuse_question(const Question &question, const char *why) {
-    const LoginId id = id_ != 0 ? id_ : host_.new_id();
-    trace_request(id, question);
+    if (login_ == 0) {
+        begin_login();
+    }
+    trace_request(id_, question);
     const char *function = function_word(question.function);
     TraceEvent event{0,
                      net::Loop::clock(),
-                     id,
+                     id_,
                      Step::kAnswer,
                      question.user,
                      "none",

@@ -33,7 +33,7 @@ class ConnectionHost {
     virtual const SnapshotPtr &snapshot() const = 0;
     virtual UserNames &user_names() = 0;
     virtual aaa_transport_msg_t &buffer() = 0;  // for one message at a time
-    virtual LoginId new_id() = 0;
+    virtual std::uint64_t new_login() = 0;      // never the same twice, never 0
     virtual bool is_draining() const = 0;
     // Takes the decision of a client that has gone.
     virtual bool keep(std::unique_ptr<Decision> decision) = 0;
@@ -72,6 +72,7 @@ class Connection {
     void begin_work();
     void answer(Function function, const Answer &answer);
     void answer_error(cerrno error);
+    void begin_login();
     void trace_request(LoginId id, const Question &question);
     void refuse(Ask ask, const char *why);
     void refuse_question(const Question &question, const char *why);
@@ -85,6 +86,8 @@ class Connection {
     net::Watch watch_;
     net::Timer idle_;
     net::Time idle_since_ = 0;
+    std::uint32_t client_login_ = 0;  // the number that the client gives its login; 0: none
+    std::uint64_t login_ = 0;
     LoginId id_ = 0;
 
     std::shared_ptr<Request> request_;  // under way

@@ -3,6 +3,7 @@
 #include "listener/listener.hpp"
 
 #include <sys/epoll.h>
+#include <sys/random.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <utility>
 #include <vector>
 
@@ -34,11 +36,13 @@ Transport make_transport() {
     return Transport(made);
 }
 
-// Ids of two runs of the service differ, so that its log lines can be told apart.
-LoginId first_id() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return (static_cast<LoginId>(now.tv_sec) & 0xffff) << 16 | 1;
+// Numbers of two runs of the service differ, so that its log lines can be told apart.
+std::uint64_t first_login() {
+    std::uint32_t random = 0;
+    if (getrandom(&random, sizeof random, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof random)) {
+        random = static_cast<std::uint32_t>(time(nullptr)) << 16;
+    }
+    return std::uint64_t{random} + 1;
 }
 
 std::size_t descriptors() {
@@ -56,7 +60,7 @@ Listener::Listener(const Deciders &deciders, Configure configure)
       configure_(std::move(configure)),
       user_names_(deciders.loop, deciders.workers),
       buffer_(std::make_unique<aaa_transport_msg_t>()),
-      next_id_(first_id()),
+      next_login_(first_login()),
       retry_(deciders.loop, [this] {
           if (socket_ != nullptr) {
               watch_.want(EPOLLIN);
@@ -112,6 +116,8 @@ bool Listener::can_be_found() const {
 
 void Listener::use(SnapshotPtr snapshot) {
     snapshot_ = std::move(snapshot);
+    deciders_.trace.names().use(
+        [current = snapshot_](const std::string &name) { return current->may_show(name); });
 }
 
 void Listener::accept_clients() {

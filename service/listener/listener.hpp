@@ -53,7 +53,7 @@ class Listener : private ConnectionHost {
     const SnapshotPtr &snapshot() const override { return snapshot_; }
     UserNames &user_names() override { return user_names_; }
     aaa_transport_msg_t &buffer() override { return *buffer_; }
-    LoginId new_id() override { return next_id_++; }
+    std::uint64_t new_login() override { return next_login_++; }
     bool is_draining() const override { return drained_ != nullptr; }
     bool keep(std::unique_ptr<Decision> decision) override;
     void configure(const Request &request, std::function<void(cerrno)> done) override {
@@ -72,7 +72,7 @@ class Listener : private ConnectionHost {
     UserNames user_names_;
     SnapshotPtr snapshot_;
     std::unique_ptr<aaa_transport_msg_t> buffer_;
-    LoginId next_id_;
+    std::uint64_t next_login_;
 
     std::string path_;
     dev_t device_ = 0;

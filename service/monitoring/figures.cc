@@ -76,6 +76,15 @@ void write_server(metrics::Registry &registry, ServerClient &server, Use use, bo
         .counter("aaad_server_dropped_total",
                  "Packets of a server that were no valid answer, or came too late", labels)
         .add(figures.dropped);
+    const ServerFigures &asked = server.figures(use);
+    for (const auto &[result, count] :
+         {std::pair("answer", asked.probe_answers), std::pair("none", asked.probes - asked.probe_answers)}) {
+        registry
+            .counter("aaad_server_probes_total",
+                     "Requests that ask a silent server only whether it answers, and what came of them",
+                     {{"server", server.name()}, {"use", use_word(use)}, {"result", result}})
+            .add(count);
+    }
 }
 
 void write_destination(metrics::Registry &registry, const std::string &group,
@@ -109,8 +118,9 @@ const char *use_word(Use use) {
 }
 
 void write_servers(metrics::Registry &registry, Groups &groups, net::Time now) {
-    for (const char *name : {"aaad_server_up", "aaad_server_in_flight", "aaad_server_round_trip_seconds",
-                             "aaad_server_repeats_total", "aaad_server_dropped_total"}) {
+    for (const char *name :
+         {"aaad_server_up", "aaad_server_in_flight", "aaad_server_round_trip_seconds",
+          "aaad_server_repeats_total", "aaad_server_dropped_total", "aaad_server_probes_total"}) {
         clear(registry, name);
     }
     std::vector<std::string> seen;

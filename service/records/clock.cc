@@ -31,7 +31,7 @@ BootId read_boot_id() {
     for (const char c : std::string_view(text.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)))) {
         const std::size_t digit = std::string_view("0123456789abcdef").find(c);
         if (digit != std::string_view::npos && digits < 2 * id.size()) {
-            id[digits / 2] = static_cast<std::uint8_t>(id[digits / 2] << 4 | digit);
+            id[digits / 2] = static_cast<std::uint8_t>(std::size_t{id[digits / 2]} << 4 | digit);
             ++digits;
         }
     }

@@ -55,6 +55,19 @@ TEST_F(Approval, TellsTheReasonOfTheService) {
     EXPECT_EQ(printed, reason_ + "\n");
 }
 
+// An administrator finds the lines of the service by the id in the plugin's.
+TEST_F(Approval, LogsARefusalWithTheIdOfTheRequest) {
+    service_.set([](const Request &) { return status(AAA_STAT_FAIL); });
+    EXPECT_EQ(check({}), 0);
+    const auto requests = service_.requests();
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_NE(requests[0].login, 0u);
+    EXPECT_TRUE(logged("aaa_approval: [" + login_text(requests[0].login) + "] a command of alice"));
+    EXPECT_EQ(check({}, {"socket=/nonexistent/socket"}), 0);
+    EXPECT_TRUE(logged("[" + login_text(requests[0].login) + "] the AAA service is not available"))
+        << "one run of sudo has one id";
+}
+
 TEST_F(Approval, DeniesWithoutAServiceExceptForThoseListed) {
     const std::string away = "socket=/nonexistent/socket";
     EXPECT_EQ(check({}, {away}), 0);

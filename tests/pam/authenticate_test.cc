@@ -217,11 +217,21 @@ TEST_F(Authenticate, AsksForADelayAfterAFailure) {
 
 TEST_F(Authenticate, LogsAFailureInOneLineWithoutThePassword) {
     service_.set([](const Request &) { return status(AAA_STAT_FAIL); });
-    Login login(dir_, options("debug"), "al\nice\x1b[31m");
+    Login login(dir_, options("debug log_unknown_names"), "al\nice\x1b[31m");
     login.item(PAM_TTY, "ssh").item(PAM_RHOST, "192.0.2.9");
     EXPECT_EQ(login.authenticate({"s3cr3t-word"}), PAM_AUTH_ERR);
     EXPECT_TRUE(logged("user=al ice?[31m tty=ssh rhost=192.0.2.9"));
     EXPECT_FALSE(logged("s3cr3t-word"));
+}
+
+// What is typed for a name may be a password.
+TEST_F(Authenticate, LogsNoNameThatNoAccountHas) {
+    service_.set([](const Request &) { return status(AAA_STAT_FAIL); });
+    EXPECT_EQ(Login(dir_, options("debug"), "s3cr3t-word").authenticate({"x"}), PAM_AUTH_ERR);
+    EXPECT_TRUE(logged("authentication failure: user=(unknown name) tty="));
+    EXPECT_FALSE(logged("s3cr3t-word"));
+    EXPECT_EQ(Login(dir_, options(), "daemon").authenticate({"x"}), PAM_AUTH_ERR);
+    EXPECT_TRUE(logged("authentication failure: user=daemon tty="));
 }
 
 TEST_F(Authenticate, SetsCredentials) {

@@ -84,6 +84,12 @@ std::vector<std::string> take_log() {
     return std::exchange(log_lines, {});
 }
 
+std::string login_text(uint32_t number) {
+    char text[20];
+    std::snprintf(text, sizeof text, "%08llx", static_cast<unsigned long long>(geteuid()) << 32 | number);
+    return text;
+}
+
 bool logged(const std::string &text) {
     const std::lock_guard lock(log_mutex);
     for (const std::string &line : log_lines) {

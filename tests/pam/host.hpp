@@ -26,6 +26,9 @@ std::vector<std::string> take_log();
 // Whether one of the lines contains the text.
 bool logged(const std::string &text);
 
+// The id of a login as log lines show it, from the number that the service got.
+std::string login_text(uint32_t number);
+
 // The user at the other end of the conversation.
 struct Person {
     std::vector<std::string> answers;  // to the prompts, in order; the conversation fails after the last

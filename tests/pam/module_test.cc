@@ -39,6 +39,56 @@ TEST_F(Module, GivesUpBeforeItAsksWithoutAService) {
     }
 }
 
+// ---- ids of logins
+
+TEST_F(Module, LogsTheIdThatTheServiceGets) {
+    service_.set([](const Request &request) {
+        return status(request.type == AAA_REQ_AUTHEN ? AAA_STAT_FAIL : AAA_STAT_PASS);
+    });
+    Login login(dir_, options("debug log_unknown_names"));
+    EXPECT_EQ(login.authenticate({"x"}), PAM_AUTH_ERR);
+    const uint32_t first = service_.requests().back().login;
+    EXPECT_NE(first, 0u);
+    EXPECT_TRUE(logged("[" + login_text(first) + "] authentication failure: user=alice"));
+    EXPECT_TRUE(logged("[" + login_text(first) + "] result: "));
+    EXPECT_EQ(login.variable("AAA_LOGIN_ID"), login_text(first));
+    service_.set(agree);
+    EXPECT_EQ(login.authenticate({"x"}), PAM_SUCCESS);
+    const uint32_t second = service_.requests().back().login;
+    EXPECT_NE(second, first) << "each authentication is a login of its own";
+    EXPECT_EQ(login.account(), PAM_SUCCESS);
+    EXPECT_EQ(login.open(), PAM_SUCCESS);
+    EXPECT_EQ(login.close(), PAM_SUCCESS);
+    for (std::size_t i = 2; i < service_.requests().size(); ++i) {
+        EXPECT_EQ(service_.requests()[i].login, second) << i;
+    }
+    EXPECT_EQ(service_.requests().size(), 5u);
+}
+
+// sshd authenticates in another process, and brings only the PAM environment back.
+TEST_F(Module, TakesTheIdOfTheProcessThatAuthenticated) {
+    Login login(dir_, options());
+    ASSERT_EQ(pam_putenv(login.handle(), "AAA_LOGIN_ID=4f1c00a7"), PAM_SUCCESS);
+    EXPECT_EQ(login.account(), PAM_SUCCESS);
+    EXPECT_EQ(service_.requests().back().login, 0x4f1c00a7u);
+    ASSERT_EQ(pam_putenv(login.handle(), "AAA_LOGIN_ID=00000001"), PAM_SUCCESS);
+    EXPECT_EQ(login.open(), PAM_SUCCESS);
+    EXPECT_EQ(service_.requests().back().login, 0x4f1c00a7u) << "the first one stays";
+}
+
+TEST_F(Module, DoesNotTakeAnIdThatIsNone) {
+    for (const char *wrong :
+         {"", "4f1c00a", "4f1c00ag", "00000000", "-4f1c00a7", " 4f1c00a7", "4f1c00a74f1c00a74f1c00a7"}) {
+        Login login(dir_, options());
+        ASSERT_EQ(pam_putenv(login.handle(), (std::string("AAA_LOGIN_ID=") + wrong).c_str()), PAM_SUCCESS);
+        EXPECT_EQ(login.account(), PAM_SUCCESS);
+        const uint32_t number = service_.requests().back().login;
+        EXPECT_NE(number, 0u) << wrong;
+        EXPECT_NE(number, 0x4f1c00a7u) << wrong;
+        EXPECT_EQ(login.variable("AAA_LOGIN_ID"), login_text(number));
+    }
+}
+
 // A socket file that no one listens at any more.
 TEST_F(Module, FindsADeadService) {
     const std::string path = dir_.path("dead.sock");

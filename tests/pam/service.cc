@@ -104,7 +104,8 @@ bool Service::handle(const transport_test::Transport &client) {
     if (rc != AAA_OK) {
         return rc == AAA_ERR_TIMEOUT;
     }
-    const Request request = request_of(msg);
+    Request request = request_of(msg);
+    EXPECT_EQ(aaa_transport_login_of(client.get(), &request.login), AAA_OK);
     explicit_bzero(msg.u.bytes, msg.len);
     Script script;
     {

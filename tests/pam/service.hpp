@@ -29,6 +29,7 @@ struct Request {
     uint32_t service = 0;
     uint32_t option = 0;
     uint32_t session = 0;
+    uint32_t login = 0;  // number that the client gives its login
     std::string user, password, terminal, address, list, state, command, data;
 };
 

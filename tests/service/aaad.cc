@@ -82,6 +82,7 @@ void Aaad::settings(const std::string &text) {
     // After the test's own lines, whose numbers faults name.
     dir_.write("aaad.conf", "users " + dir_.path("users") + "\nsocket " + socket_ + "\n" + text + "\n" +
                                 unless_set("journal", dir_.path("accounting")) +
+                                unless_set("log-unknown-names", "yes") +
                                 unless_set("metrics-socket", dir_.path("metrics.sock")));
 }
 

@@ -198,6 +198,28 @@ TEST_F(AaadClients, AUserMayAskOnlyForHimself) {
     EXPECT_TRUE(aaad_.wait_for_log("\"allow\" in aaad.conf says who may"));
 }
 
+// A user who gives the number of another login does not get its id.
+TEST_F(AaadClients, AnIdShowsTheUserOfItsClient) {
+    SKIP_WITHOUT_ROOT("only root can become another user");
+    open_directory();
+    aaad_.users("nobody:" + hash_of("wonderland") + ":7\nalice:" + hash_of("wonderland") + ":15\n");
+    aaad_.start();
+    const auto log_in = [socket = aaad_.socket()](const std::string &user) {
+        Client client(socket);
+        EXPECT_EQ(aaa_transport_set_login(client.get(), 0x4f1c00a7), AAA_OK);
+        EXPECT_EQ(
+            aaa_transport_connect(client.get(), socket.c_str(), AAA_TRANSPORT_ANY_USER, AAA_TRANSPORT_NEVER),
+            AAA_OK);
+        Ask ask;
+        ask.user = user;
+        EXPECT_EQ(client.authenticate(ask).status, uint32_t{AAA_STAT_PASS});
+    };
+    log_in("alice");
+    EXPECT_TRUE(aaad_.wait_for_log("[4f1c00a7] authentication of alice"));
+    ASSERT_TRUE(as_user(65534, [&] { log_in("nobody"); }));
+    EXPECT_TRUE(aaad_.wait_for_log("[fffe4f1c00a7] authentication of nobody"));
+}
+
 TEST_F(AaadClients, TheRulesOfTheFileDecideWhoMayAskWhat) {
     open_directory();
     aaad_.settings("allow authentication user:nobody\nallow accounting group:65534\n");

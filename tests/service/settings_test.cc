@@ -51,6 +51,7 @@ TEST(Settings, HasADefaultForEverything) {
     EXPECT_EQ(settings.logins_at_once, 8u);
     EXPECT_EQ(settings.fallback, std::vector<std::uint32_t>{AAA_METHOD_LOCAL});
     EXPECT_FALSE(settings.system_accounts);
+    EXPECT_FALSE(settings.log_unknown_names);
     EXPECT_FALSE(settings.force_configuration);
     EXPECT_EQ(settings.lockout.failures, 5u);
     EXPECT_TRUE(settings.lockout.console_exempt);
@@ -59,6 +60,7 @@ TEST(Settings, HasADefaultForEverything) {
 TEST(Settings, ReadsEverySetting) {
     const Settings settings = parse(
         "socket /tmp/s # a comment\nsocket-mode 0660\r\nusers\t/tmp/u\nsystem-accounts yes\nclients 10\n"
+        "log-unknown-names yes\n"
         "clients-per-user 3\nidle-time 7\npatience 5000\nlongest-request 6000\nhash-threads 2\n"
         "logins-at-once 3\nfallback line enable local\nforce-configuration yes\nlockout-failures "
         "0\nlockout-source-failures 9\n"
@@ -68,6 +70,7 @@ TEST(Settings, ReadsEverySetting) {
     EXPECT_EQ(settings.socket_mode, 0660u);
     EXPECT_EQ(settings.users, "/tmp/u");
     EXPECT_TRUE(settings.system_accounts);
+    EXPECT_TRUE(settings.log_unknown_names);
     EXPECT_EQ(settings.clients_max, 10u);
     EXPECT_EQ(settings.clients_per_user, 3u);
     EXPECT_EQ(settings.idle_s, 7u);

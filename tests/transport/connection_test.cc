@@ -14,8 +14,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "aaa/result_codes.h"
 #include "aaa/transport.h"
@@ -391,6 +393,97 @@ TEST_F(Connection, NothingStaysOpenAndNothingIsInherited) {
         aaa_transport_listen(client_.get(), path_.c_str());
     }
     EXPECT_EQ(open_descriptors(), before);
+}
+
+// ---- numbers of logins ------------------------------------------------------------------
+
+// Connects from a socket with a name of its own, as any program can.
+void connect_raw(const std::string &path, const std::string &own_name) {
+    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    sockaddr_un own{};
+    own.sun_family = AF_UNIX;
+    own_name.copy(own.sun_path, sizeof own.sun_path);
+    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&own),
+                   static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + own_name.size())),
+              0)
+        << own_name;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    close(fd);  // the server sees the name all the same
+}
+
+uint32_t login_of(const Transport &server) {
+    uint32_t login = 99;
+    EXPECT_EQ(aaa_transport_login_of(server.get(), &login), AAA_OK);
+    return login;
+}
+
+TEST_F(Connection, TheServerLearnsTheNumberOfTheLogin) {
+    const Transport listener = listen_at(path_);
+    const Transport plain = connect_to(path_);
+    EXPECT_EQ(login_of(accept_from(listener)), 0u);
+    const Transport client = make_transport();
+    std::vector<Transport> servers;
+    for (const uint32_t login : {0x4f1c00a7u, 0x4f1c00a7u, 1u, 0xffffffffu, 0u}) {
+        EXPECT_EQ(aaa_transport_set_login(client.get(), login), AAA_OK);
+        EXPECT_EQ(
+            aaa_transport_connect(client.get(), path_.c_str(), AAA_TRANSPORT_ANY_USER, AAA_TRANSPORT_NEVER),
+            AAA_OK);
+        servers.push_back(accept_from(listener));
+        EXPECT_EQ(login_of(servers.back()), login);
+    }
+    EXPECT_EQ(login_of(servers.front()), 0x4f1c00a7u) << "also after the client has gone";
+}
+
+TEST_F(Connection, SeveralConnectionsAreForOneLogin) {
+    const Transport listener = listen_at(path_);
+    std::vector<Transport> clients;
+    for (int i = 0; i < 3; ++i) {
+        clients.push_back(make_transport());
+        EXPECT_EQ(aaa_transport_set_login(clients.back().get(), 7), AAA_OK);
+        EXPECT_EQ(aaa_transport_connect(clients.back().get(), path_.c_str(), AAA_TRANSPORT_ANY_USER,
+                                        AAA_TRANSPORT_NEVER),
+                  AAA_OK);
+        const Transport server = accept_from(listener);
+        EXPECT_EQ(login_of(server), 7u);
+        EXPECT_TRUE(send_raw(clients.back(), "works"));
+    }
+}
+
+TEST_F(Connection, ANameThatIsNotALoginsGivesNoNumber) {
+    const Transport listener = listen_at(path_);
+    const std::string good = std::string(1, '\0') + "aaa-login/4f1c00a7/0123456789abcdef";
+    connect_raw(path_, good);
+    EXPECT_EQ(login_of(accept_from(listener)), 0x4f1c00a7u);
+    for (std::size_t at = 1; at < good.size(); ++at) {
+        for (const char wrong : {'\0', ' ', '/', 'G', 'F', '-', '\n'}) {
+            std::string name = good;
+            name[at] = wrong;
+            connect_raw(path_, name);
+            const uint32_t login = login_of(accept_from(listener));
+            const bool is_good = name == good;
+            EXPECT_EQ(login, is_good ? 0x4f1c00a7u : 0u) << name;
+        }
+    }
+    for (const std::string &name : {good.substr(0, good.size() - 1), good + "0", good + std::string(1, '\0'),
+                                    std::string(1, '\0'), std::string("\0x", 2)}) {
+        connect_raw(path_, name);
+        EXPECT_EQ(login_of(accept_from(listener)), 0u) << name;
+    }
+    connect_raw(path_, dir_.path("own"));  // a path
+    EXPECT_EQ(login_of(accept_from(listener)), 0u);
+}
+
+TEST_F(Connection, NumbersOfLoginsNeedAHandle) {
+    const Transport none = make_transport();
+    uint32_t login = 99;
+    EXPECT_EQ(aaa_transport_set_login(nullptr, 1), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_transport_login_of(none.get(), nullptr), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_transport_login_of(nullptr, &login), AAA_ERR_INVALID_ARG);
+    EXPECT_EQ(aaa_transport_login_of(none.get(), &login), AAA_ERR_NOT_CONNECTED);
+    EXPECT_EQ(login, 0u);
 }
 
 // ---- fork -------------------------------------------------------------------------------

@@ -38,6 +38,33 @@ TEST(AaactlProgram, HelpAndVersionSucceed) {
     const auto version = aaactl({"--version"});
     EXPECT_EQ(version.status, 0);
     EXPECT_EQ(version.out.rfind("aaactl ", 0), 0u) << version.out;
+    EXPECT_EQ(aaactl({"-V"}).out, version.out);
+}
+
+// The verbs of one command work at all of them.
+TEST(AaactlProgram, VerbsHaveTheirUsualOtherNames) {
+    const std::vector<std::vector<std::string>> same{{"sg del", "sg delete", "sg rm"},
+                                                     {"mlist del", "mlist delete", "mlist rm"},
+                                                     {"sysdb del", "sysdb delete", "sysdb rm"},
+                                                     {"sg list", "sg ls", "sg show"},
+                                                     {"mlist show", "mlist list", "mlist ls"},
+                                                     {"sysdb ls", "sysdb list"},
+                                                     {"attr list", "attr ls"}};
+    const auto help = [](const std::string &command) {
+        const size_t blank = command.find(' ');
+        return aaactl({command.substr(0, blank), command.substr(blank + 1), "--help"});
+    };
+    const std::string completion = aaactl({"completion", "bash"}).out;
+    for (const auto &names : same) {
+        const auto first = help(names[0]);
+        EXPECT_EQ(first.status, 0) << names[0];
+        EXPECT_NE(first.out.find("Usage: aaactl " + names[0] + " "), std::string::npos) << first.out;
+        for (const std::string &name : names) {
+            EXPECT_EQ(help(name).out, first.out) << name;
+            EXPECT_NE(completion.find("[\"aaactl " + name + "\"]="), std::string::npos) << name;
+        }
+    }
+    EXPECT_EQ(aaactl({"attr", "del"}).status, 2);
 }
 
 TEST(AaactlProgram, HelpNamesTheValuesOfAnOption) {

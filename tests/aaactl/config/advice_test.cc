@@ -134,7 +134,7 @@ TEST_F(Advice, ForGroupsKeepsTheirServers) {
     ASSERT_EQ(run({"sysdb", "del", kMaps + "sg_name_map/radius/corp"}).status, 0);
     EXPECT_EQ(follow("unnumbered-group"), "aaactl sg add radius corp");
     number("diameter", "gone", 3002);
-    EXPECT_EQ(follow("stale-number"), "aaactl sg delete diameter gone");
+    EXPECT_EQ(follow("stale-number"), "aaactl sg del diameter gone");
     EXPECT_TRUE(remedies().empty());
 }
 

@@ -80,6 +80,27 @@ TEST_F(Explain, ReadsTheMethodsOfAnAccountingListBehindItsIntegers) {
     EXPECT_EQ(run.json()["steps"][1]["on_no_answer"]["text"], "no step is left: the record is lost");
 }
 
+// The service answers when a record for a group is on disk, whatever the servers do.
+TEST_F(Explain, ARecordForAGroupWaitsOnDisk) {
+    groups();
+    list("accounting/exec/default", R"(7, 8, 9, 10, 17, 0, 0, "corp", "", "", "")");
+    const auto steps = explain_json({"accounting", "exec"}).json()["steps"];
+    EXPECT_EQ(steps[0]["on_no_answer"]["text"],
+              "aaad keeps the record on disk and delivers it later; step 2, syslog, is asked only when it "
+              "cannot be kept (aaad.conf: journal)");
+    EXPECT_EQ(steps[0]["on_refusal"],
+              "aaad sends the record again, and sets it aside when it can never be delivered");
+    list("accounting/exec/default", R"(7, 8, 9, 10, 0, 0, 0, "corp", "", "", "")");
+    EXPECT_TRUE(
+        contains(explain({"accounting", "exec"}).out,
+                 "   no server answers:  aaad keeps the record on disk and delivers it later; it is lost "
+                 "only when it cannot be kept (aaad.conf: journal)\n"));
+    // A group that cannot be asked keeps nothing.
+    list("accounting/exec/default", R"(7, 8, 9, 10, 17, 0, 0, "nowhere", "", "", "")");
+    EXPECT_EQ(explain_json({"accounting", "exec"}).json()["steps"][0]["on_no_answer"]["text"],
+              "step 2, syslog");
+}
+
 // ---- which list
 
 TEST_F(Explain, ANamedListWinsOverALine) {

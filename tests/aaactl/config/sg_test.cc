@@ -112,7 +112,7 @@ TEST_F(Groups, ADamagedNumberIsToldWithTheRest) {
 TEST_F(Groups, AGroupWithADamagedNumberIsDeletedAndCreatedAnew) {
     ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
     damage(dir(), "/oper/aaa/gl/group-server/sg_name_map/radius/corp", SYSDB_TYPE_U32, "abc");
-    const auto run = aaactl({"sg", "delete", "radius", "corp"});
+    const auto run = aaactl({"sg", "del", "radius", "corp"});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, "aaactl-dump 1 /oper/\n");
     EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).out,
@@ -128,7 +128,7 @@ TEST_F(Groups, RefusesForTheLibrarysReasons) {
     EXPECT_EQ(aaactl({"sg", "list"}).out,
               "PROTOCOL  NAME  NUMBER  SERVERS\nradius    corp  1001    192.0.2.20,1812,1813\n");
     ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp"}).status, 0);
-    expect_refused({"sg", "delete", "radius", "corp"}, "server group corp: refused: Server group is ");
+    expect_refused({"sg", "del", "radius", "corp"}, "server group corp: refused: Server group is ");
     EXPECT_EQ(aaactl({"sg", "list", "corp"}).status, 0) << "nothing was deleted";
     ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "192.0.2.30"}).status, 0);
     expect_refused({"sg", "add", "tacacs", "archive", "192.0.2.30,50"}, "the group has it already");
@@ -160,18 +160,18 @@ TEST_F(Groups, DeletesServersAndGroups) {
     ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21", "192.0.2.22,1,2"}).status,
               0);
     ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "::1,4949", "::2"}).status, 0);
-    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp", "192.0.2.20", "192.0.2.99"}).status, 4);
-    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp", "192.0.2.20", "192.0.2.22,1,2"}).status, 0);
-    EXPECT_EQ(aaactl({"sg", "delete", "tacacs", "archive", "::1"}).status, 0);
-    const auto left = aaactl({"sg", "delete", "tacacs", "archive", "::2", "--json"}).json();
+    EXPECT_EQ(aaactl({"sg", "del", "radius", "corp", "192.0.2.20", "192.0.2.99"}).status, 4);
+    EXPECT_EQ(aaactl({"sg", "del", "radius", "corp", "192.0.2.20", "192.0.2.22,1,2"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "del", "tacacs", "archive", "::1"}).status, 0);
+    const auto left = aaactl({"sg", "del", "tacacs", "archive", "::2", "--json"}).json();
     EXPECT_EQ(left["group"]["servers"].size(), 0u);
     EXPECT_EQ(aaactl({"sg", "list"}).out,
               "PROTOCOL  NAME     NUMBER  SERVERS\n"
               "radius    corp     1001    192.0.2.21,1812,1813\n"
               "tacacs    archive  3001\n");
-    EXPECT_EQ(aaactl({"sg", "delete", "tacacs", "corp"}).status, 4) << "another protocol";
-    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp"}).status, 0);
-    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp"}).status, 4);
+    EXPECT_EQ(aaactl({"sg", "del", "tacacs", "corp"}).status, 4) << "another protocol";
+    EXPECT_EQ(aaactl({"sg", "del", "radius", "corp"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "del", "radius", "corp"}).status, 4);
     EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out.find("corp"), std::string::npos);
     EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/"}).out.find("corp"), std::string::npos);
 }
@@ -187,7 +187,7 @@ TEST_F(Groups, WhatIsNoServerIsShownAsSuchAndCanBeDeleted) {
     const auto servers = aaactl({"sg", "list", "--json"}).json()["groups"][0]["servers"];
     EXPECT_FALSE(servers[0].contains("defect"));
     EXPECT_EQ(servers[1]["defect"], "\"1812x\" is not a port");
-    EXPECT_EQ(aaactl({"sg", "delete", "radius", "corp", "192.0.2.21,1812x", "three"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "del", "radius", "corp", "192.0.2.21,1812x", "three"}).status, 0);
     EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/"}).out,
               "aaactl-dump 1 /cfg/\n"
               "/cfg/gl/aaa/group-server/radius/corp/server/0x1/192.0.2.20,1812,1813 u32 1\n");
@@ -195,7 +195,7 @@ TEST_F(Groups, WhatIsNoServerIsShownAsSuchAndCanBeDeleted) {
 
 TEST_F(Groups, DeletesServersAsTheyAreListed) {
     ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "::1,4949", "::2"}).status, 0);
-    EXPECT_EQ(aaactl({"sg", "delete", "tacacs", "archive", "::1,4949"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "del", "tacacs", "archive", "::1,4949"}).status, 0);
     EXPECT_EQ(aaactl({"sg", "list"}).out,
               "PROTOCOL  NAME     NUMBER  SERVERS\ntacacs    archive  3001    ::2\n");
 }
@@ -203,7 +203,7 @@ TEST_F(Groups, DeletesServersAsTheyAreListed) {
 TEST_F(Groups, DeletionThatEndedHalfWayIsFinishedByTheNext) {
     put("/oper/aaa/gl/group-server/sg_name_map/radius/old", "u32", "1009");
     put("/oper/aaa/gl/group-server/sg_num_map/radius/0x3f1", "string", "old");
-    EXPECT_EQ(aaactl({"sg", "delete", "radius", "old"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "del", "radius", "old"}).status, 0);
     EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, "aaactl-dump 1 /oper/\n");
 }
 

@@ -19,9 +19,7 @@ class AaadJournal : public GroupTest {
     // The fields of the next line of a kind.
     std::string field_of(const std::string &mnemonic, const std::string &name) {
         for (int waited = 0; waited < 60000; waited += 10) {
-            for (const std::string &line : journal_.take()) {
-                lines_.push_back(journal_fields(line));
-            }
+            take_lines();
             for (const JournalFields &fields : lines_) {
                 if (value(fields, "AAA_MNEMONIC") == mnemonic) {
                     return value(fields, name);
@@ -30,6 +28,24 @@ class AaadJournal : public GroupTest {
             poll(nullptr, 0, 10);
         }
         return "no such line";
+    }
+
+    void take_lines() {
+        for (const std::string &line : journal_.take()) {
+            lines_.push_back(journal_fields(line));
+        }
+    }
+    // Whether a line or a field, of those until now, holds a text.
+    bool has_line(const std::string &text) {
+        take_lines();
+        for (const JournalFields &fields : lines_) {
+            for (const auto &[key, held] : fields) {
+                if (held.find(text) != std::string::npos) {
+                    return true;
+                }
+            }
+        }
+        return false;
     }
 
     LogSocket journal_;
@@ -70,6 +86,70 @@ TEST_F(AaadJournal, LinesOfALoginHaveItsFields) {
         field_of("ANSWER", "MESSAGE").find("%AAA-SERVICE-6-ANSWER : [" + id + "] authentication of alice"),
         0u);
     EXPECT_EQ(field_of("READY", "AAA_LOGIN_ID"), "none");
+}
+
+// What is typed for a name may be a password.
+TEST_F(AaadJournal, ANameThatNoOneHasIsNotWrittenDown) {
+    lists({AAA_METHOD_LOCAL});
+    aaad_.settings("log-unknown-names no\nlockout-failures 2\n");
+    aaad_.before_exec([path = journal_.path()] {
+        setenv("AAA_LOG", "journal", 1);
+        setenv("AAA_JOURNAL_SOCKET", path.c_str(), 1);
+    });
+    aaad_.start({"--debug"});
+    for (const char *user : {"s3cret!", "s3cret!", "s3cret!", "alice", "daemon"}) {
+        EXPECT_EQ(aaad_.login(ask_as(user, "wrong")).status, uint32_t{AAA_STAT_FAIL});
+        take_lines();  // the socket holds ten
+    }
+    EXPECT_EQ(field_of("LOCKED_OUT", "AAA_USER"), "(unknown name)");
+    EXPECT_EQ(field_of("ANSWER", "AAA_USER"), "(unknown name)");
+    EXPECT_TRUE(has_line("authentication of alice")) << "a local user";
+    EXPECT_TRUE(has_line("authentication of daemon")) << "an account of the host";
+    EXPECT_FALSE(has_line("s3cret")) << "in no line and no field";
+    control_test::ControlSocket control(aaad_.dir().path("control.sock"));
+    int unknown = 0;
+    for (const auto &event : control.kept()) {
+        EXPECT_EQ(event.dump().find("s3cret"), std::string::npos) << event.dump();
+        unknown += event["user"] == "(unknown name)" ? 1 : 0;
+    }
+    EXPECT_GT(unknown, 0);
+    control_test::ControlSocket asks(aaad_.dir().path("control.sock"));
+    EXPECT_EQ(asks.ask(R"({"request":"trace","user":"s3cret!","live":false})")["reply"], "trace");
+    const auto first = asks.next();
+    EXPECT_EQ(first["step"], "request");
+    EXPECT_EQ(first["user"], "s3cret!") << "who asks knows the name";
+    control_test::ControlSocket none(aaad_.dir().path("control.sock"));
+    EXPECT_EQ(none.ask(R"x({"request":"trace","user":"(unknown name)","live":false})x")["reply"], "trace");
+    EXPECT_EQ(none.next()["event"], "end");
+}
+
+// The users of servers are known by their first login.
+TEST_F(AaadJournal, ANameIsKnownOnceAMethodHasAcceptedIt) {
+    lists({AAA_METHOD_LOCAL});
+    aaad_.settings("log-unknown-names no\n");
+    aaad_.start();
+    EXPECT_EQ(aaad_.login(ask_as("carol", "wrong")).status, uint32_t{AAA_STAT_FAIL});
+    EXPECT_TRUE(aaad_.wait_for_log("authentication of (unknown name) from"));
+    aaad_.users("carol:" + aaad_test::hash_of("right") + ":1\n");
+    EXPECT_TRUE(aaad_.wait_for_log("USERS"));
+    aaad_.wait_for_login(ask_as("carol", "right"),
+                         [](const Reply &reply) { return reply.status == AAA_STAT_PASS; });
+    aaad_.users("alice:" + aaad_test::hash_of("wonderland") + ":1\n");
+    EXPECT_TRUE(aaad_.wait_for_log("USERS"));
+    aaad_.wait_for_login(ask_as("carol", "right"),
+                         [](const Reply &reply) { return reply.status == AAA_STAT_FAIL; });
+    EXPECT_TRUE(aaad_.wait_for_log("authentication of carol from 192.0.2.10 on vty0 for client"));
+    EXPECT_NE(aaad_.log().find("of carol"), std::string::npos);
+}
+
+// A method that takes any name knows none.
+TEST_F(AaadJournal, ANameIsNotKnownByAMethodThatTakesAny) {
+    lists({AAA_METHOD_NONE});
+    aaad_.settings("log-unknown-names no\nforce-configuration yes\n");
+    aaad_.start();
+    EXPECT_EQ(aaad_.login(ask_as("s3cret!", "x")).status, uint32_t{AAA_STAT_PASS});
+    EXPECT_TRUE(aaad_.wait_for_log("authentication of (unknown name) from"));
+    EXPECT_EQ(aaad_.log().find("s3cret"), std::string::npos);
 }
 
 }  // namespace

@@ -84,6 +84,25 @@ TEST_F(AaadPam, AnswersThatNoServerTakesAreRefused) {
     }
 }
 
+// One search finds what the module says in the program's process and what the service says.
+TEST_F(AaadPam, ALoginHasOneIdInTheLinesOfBothProcesses) {
+    pam_test::Login login(dir_, options());
+    EXPECT_EQ(login.authenticate({"secret"}), PAM_SUCCESS);
+    EXPECT_EQ(login.account(), PAM_SUCCESS);
+    login.open();
+    login.close();
+    const std::string id = login.variable("AAA_LOGIN_ID");
+    for (const char *request : {"authentication", "authorization", "accounting", "accounting"}) {
+        EXPECT_TRUE(aaad_.wait_for_log("[" + id + "] " + request + " of alice")) << request;
+    }
+    pam_test::Login bob(dir_, options() + " log_unknown_names", "bob");
+    EXPECT_EQ(bob.authenticate({"wrong"}), PAM_AUTH_ERR);
+    const std::string other = bob.variable("AAA_LOGIN_ID");
+    EXPECT_NE(other, id);
+    EXPECT_TRUE(pam_test::logged("[" + other + "] authentication failure: user=bob"));
+    EXPECT_TRUE(aaad_.wait_for_log("[" + other + "] authentication of bob"));
+}
+
 TEST_F(AaadPam, AuthorizesTheSession) {
     pam_test::Login alice(dir_, options());
     EXPECT_EQ(alice.authenticate({"secret"}), PAM_SUCCESS);

@@ -9,15 +9,15 @@ namespace {
 
 using Classes = std::vector<std::string>;
 
-Login login(LoginId id, const std::string &user, const std::string &value,
+Login login(std::uint64_t number, const std::string &user, const std::string &value,
             const std::string &terminal = "vty0") {
-    return {id, user, terminal, "192.0.2.1", 7, {}, {value}};
+    return {number, user, terminal, "192.0.2.1", 7, {}, {value}};
 }
 
-Question request(LoginId id, const std::string &user, std::uint32_t session,
+Question request(std::uint64_t login, const std::string &user, std::uint32_t session,
                  const std::string &terminal = "vty0") {
     Question question;
-    question.id = id;
+    question.login = login;
     question.user = user;
     question.session = session;
     question.terminal = terminal;
@@ -40,7 +40,7 @@ TEST(Logins, ASessionGetsTheClassOfItsLoginOnce) {
     Logins logins;
     logins.passed(login(1, "ann", "first"));
     logins.passed(login(2, "ann", "second"));
-    EXPECT_EQ(logins.open(request(2, "ann", 20), 0, 0).classes, Classes{"second"}) << "by its id";
+    EXPECT_EQ(logins.open(request(2, "ann", 20), 0, 0).classes, Classes{"second"}) << "by its number";
     EXPECT_EQ(logins.open(request(9, "ann", 10), 0, 0).classes, Classes{"first"}) << "by user and place";
     EXPECT_EQ(logins.open(request(8, "ann", 30), 0, 0).classes, Classes{});
     EXPECT_EQ(logins.open(request(7, "ben", 40), 0, 0).classes, Classes{});
@@ -82,8 +82,8 @@ TEST(Logins, AFullTableGivesUpEndedSessionsFirst) {
     logins.open(request(1, "ann", 5), 0, 0);
     EXPECT_EQ(logins.session(1, "ann"), nullptr);
     EXPECT_EQ(logins.sessions(), 3u);
-    for (LoginId id = 1; id <= 4; ++id) {
-        logins.passed(login(id, "ann", "x"));
+    for (std::uint64_t number = 1; number <= 4; ++number) {
+        logins.passed(login(number, "ann", "x"));
     }
     EXPECT_EQ(logins.find(1, "ann"), nullptr);
     EXPECT_NE(logins.find(2, "ann"), nullptr);

@@ -104,6 +104,29 @@ TEST_F(AaadMetrics, ShowsServersAndForgetsThoseThatGo) {
     EXPECT_EQ(text().find("aaad_server_"), std::string::npos);
 }
 
+TEST_F(AaadMetrics, CountsTheProbesOfAServer) {
+    add_radius(server_, 50);
+    set_number("radius", entry_of(server_), "dead-time", 1);
+    set_number("radius", "", "status-server", 1);
+    lists({"corp", AAA_METHOD_LOCAL});
+    aaad_.start();
+    const std::string probes = "aaad_server_probes_total";
+    EXPECT_EQ(value(of_server(probes, "use=\"login\",result=\"none\"")), "0");
+    EXPECT_EQ(aaad_.login().method, uint32_t{AAA_METHOD_LOCAL});
+    EXPECT_EQ(server_.next().code(), 1);
+    EXPECT_EQ(server_.next().code(), 12) << "this one is not answered";
+    const auto second = server_.next();
+    EXPECT_EQ(second.code(), 12);
+    EXPECT_EQ(value(of_server(probes, "use=\"login\",result=\"none\"")), "2");
+    server_.answer(second);
+    EXPECT_TRUE(aaad_.wait_for_log("answers again"));
+    EXPECT_EQ(value(of_server(probes, "use=\"login\",result=\"none\"")), "1");
+    EXPECT_EQ(value(of_server(probes, "use=\"login\",result=\"answer\"")), "1");
+    EXPECT_EQ(value(of_server(probes, "use=\"accounting\",result=\"answer\"")), "0");
+    EXPECT_EQ(value(of_server("aaad_server_questions_total", "use=\"login\",result=\"timeout\"")), "1")
+        << "a probe is no question";
+}
+
 TEST_F(AaadMetrics, ShowsTheJournalAndItsQueues) {
     add_radius(server_, 100);
     lists({"corp"});

@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
+#include <sstream>
 
 namespace aaactl {
 namespace {
@@ -16,6 +17,12 @@ class UsageLine : public CLI::Formatter {
     [[nodiscard]] std::string make_option_usage(const CLI::Option *option) const override {
         const std::string words = option->get_name(true) + (option->get_expected_max() > 1 ? "..." : "");
         return option->get_required() ? words : "[" + words + "]";
+    }
+    // Without other names: the manual and the completion have one.
+    [[nodiscard]] std::string make_subcommand(const CLI::App *sub) const override {
+        std::stringstream out;
+        CLI::detail::format_help(out, sub->get_name(), sub->get_description(), column_width_);
+        return out.str();
     }
 };
 
@@ -141,12 +148,23 @@ Argument Command::option(const std::string &name, const std::function<void(const
     return Argument(app_->add_option_function<std::string>(name, take, help));
 }
 
+Command &Command::also(const std::vector<std::string> &names) {
+    for (const std::string &name : names) {
+        app_->alias(name);
+    }
+    return *this;
+}
+
 void Command::footer(const std::string &text) {
     app_->footer(text);
 }
 
 std::string Command::name() const {
     return app_->get_name();
+}
+
+std::vector<std::string> Command::other_names() const {
+    return app_->get_aliases();
 }
 
 std::vector<Command> Command::commands() const {
@@ -174,7 +192,7 @@ CommandLine::CommandLine(const std::string &name, const std::string &version, co
     app_->formatter(std::make_shared<UsageLine>());  // inherited by the commands
     app_->require_subcommand(1);
     app_->fallthrough();  // global options may follow a command's name
-    app_->set_version_flag("--version", name + " " + version);
+    app_->set_version_flag("-V,--version", name + " " + version);
     app_->set_help_all_flag("--help-all", "Print the help of every command and exit");
 }
 

@@ -77,10 +77,13 @@ class Command {
     Argument option(const std::string &name, uint64_t &value, const std::string &help);
     Argument option(const std::string &name, const std::function<void(const std::string &)> &take,
                     const std::string &help);
+    // Other names, which help does not list: people expect the verbs of one command at all of them.
+    Command &also(const std::vector<std::string> &names);
     // What help prints after the options.
     void footer(const std::string &text);
 
     std::string name() const;
+    std::vector<std::string> other_names() const;
     std::vector<Command> commands() const;
     std::vector<ArgumentForm> arguments() const;  // without those of the commands above
     // Whether the parsed command line names it.

@@ -82,6 +82,9 @@ void collect(const Command &command, const std::string &path, const std::vector<
     nodes.push_back(std::move(node));
     for (const Command &sub : command.commands()) {
         collect(sub, path + " " + sub.name(), arguments, nodes);
+        for (const std::string &name : sub.other_names()) {
+            collect(sub, path + " " + name, arguments, nodes);
+        }
     }
 }
 

@@ -21,7 +21,7 @@ std::string set_list(const std::string &what, const MethodList &list, std::vecto
 
 // `what`, and the command that gives the group another number; its servers and keys remain.
 std::string renumber_group(const std::string &what, const Group &group);
-// `what`, and the command "sg add" or "sg delete" for the group.
+// `what`, and the command "sg add" or "sg del" for the group.
 std::string change_group(const std::string &what, const char *subcommand, const Group &group);
 
 // `what`, and the command that deletes the item. Where that cannot name the path, a whole tree is read and

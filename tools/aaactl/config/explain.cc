@@ -64,12 +64,28 @@ bool always_answers(const Step &step) {
     return step.method.number == AAA_METHOD_NONE;
 }
 
-std::string on_refusal(const Explanation &e) {
+// aaad puts the records of groups on disk, and answers the client before a server does.
+bool is_kept_on_disk(const Explanation &e, const Step &step) {
+    return e.service.function == AAA_FUNC_ACCT && step.works && !step.servers.empty();
+}
+
+std::string on_refusal(const Explanation &e, const Step &step) {
+    if (is_kept_on_disk(e, step)) {
+        return "aaad sends the record again, and sets it aside when it can never be delivered";
+    }
+
     return e.service.function == AAA_FUNC_ACCT ? "the record is not kept; no further step is asked"
                                                : "the request is refused; no further step is asked";
 }
 
 std::string on_silence(const Explanation &e, size_t i) {
+    if (is_kept_on_disk(e, e.steps[i])) {
+        return "aaad keeps the record on disk and delivers it later; " +
+               (i + 1 < e.steps.size() ? "step " + std::to_string(i + 2) + ", " + step_word(e.steps[i + 1]) +
+                                             ", is asked only when it cannot be kept"
+                                       : "it is lost only when it cannot be kept") +
+               " (aaad.conf: journal)";
+    }
     if (i + 1 < e.steps.size()) {
         return "step " + std::to_string(i + 2) + ", " + step_word(e.steps[i + 1]);
     }
@@ -122,7 +138,7 @@ Json step_json(const Explanation &e, size_t i) {
     }
     document["servers"] = servers_json(step.servers);
     document["works"] = step.works;
-    document["on_refusal"] = always_answers(step) || !step.works ? Json() : Json(on_refusal(e));
+    document["on_refusal"] = always_answers(step) || !step.works ? Json() : Json(on_refusal(e, step));
     document["on_no_answer"] = Json();
     if (!always_answers(step)) {
         document["on_no_answer"] = {{"next_step", i + 1 < e.steps.size() ? Json(i + 2) : Json()},
@@ -178,7 +194,8 @@ void print_step(Output &out, const Explanation &e, size_t i) {
         return;
     }
     const bool servers = !step.servers.empty();
-    out.line(std::string(servers ? "   a server refuses:   " : "   refuses:            ") + on_refusal(e));
+    out.line(std::string(servers ? "   a server refuses:   " : "   refuses:            ") +
+             on_refusal(e, step));
     out.line(std::string(servers ? "   no server answers:  " : "   does not answer:    ") + on_silence(e, i));
 }
 

@@ -99,7 +99,7 @@ class Lint {
         for (const Group &group : stale_) {
             findings_.push_back({Severity::warning, "stale-number", number_path(group),
                                  "a number is published for a group that is not configured",
-                                 change_group("remove it", "delete", group)});
+                                 change_group("remove it", "del", group)});
         }
     }
 

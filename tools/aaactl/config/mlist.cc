@@ -146,6 +146,7 @@ void add_show(Command mlist) {
     auto options = std::make_shared<ListOptions>();
     Command sub = mlist.command("show", "Print method lists, their server groups resolved",
                                 [options](Output &out) { return show(out, *options); });
+    sub.also({"list", "ls"});
     add_place(sub, *options, false);
     sub.footer(
         "Values that cannot be read are reported with the others (exit status 3).\n"
@@ -245,6 +246,7 @@ void add_del(Command mlist) {
     auto options = std::make_shared<ListOptions>();
     Command sub =
         mlist.command("del", "Delete a method list", [options](Output &out) { return del(out, *options); });
+    sub.also({"delete", "rm"});
     add_place(sub, *options, true);
     sub.footer(
         "JSON: {function, service, name, deleted}\nExample: aaactl mlist del authentication login console");

@@ -53,6 +53,7 @@ void add_list(Command sg) {
     auto options = std::make_shared<GroupOptions>();
     Command sub = sg.command("list", "Print server groups with their numbers and servers",
                              [options](Output &out) { return list(out, *options); });
+    sub.also({"ls", "show"});
     sub.option("NAME", options->name, "Only the group of this name");
     sub.option("--protocol", options->protocol, "Only groups of radius, tacacs or diameter")
         .one_of(protocol_words());

@@ -300,13 +300,14 @@ void add_sg_add(Command sg) {
 
 void add_sg_delete(Command sg) {
     auto options = std::make_shared<GroupOptions>();
-    Command sub = sg.command("delete", "Delete a server group, or servers of it",
+    Command sub = sg.command("del", "Delete a server group, or servers of it",
                              [options](Output &out) { return remove(out, *options); });
+    sub.also({"delete", "rm"});
     add_group(sub, *options);
     sub.option("SERVER", options->servers, "Only these servers: HOST, or as \"sg list\" prints them");
     sub.footer(
         "A group that a method list names is not deleted (exit status 1).\n"
-        "JSON: {deleted, group: the group that remains, or null}\nExample: aaactl sg delete radius corp "
+        "JSON: {deleted, group: the group that remains, or null}\nExample: aaactl sg del radius corp "
         "192.0.2.21");
 }
 

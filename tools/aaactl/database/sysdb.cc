@@ -135,6 +135,7 @@ void add_del(Command sysdb) {
     auto recursive = std::make_shared<bool>(false);
     Command sub = sysdb.command("del", "Delete one item, or a directory",
                                 [path, recursive](Output &out) { return del(out, *path, *recursive); });
+    sub.also({"delete", "rm"});
     sub.option("PATH", *path, "The item or the directory").required();
     sub.flag("-r,--recursive", *recursive,
              "PATH is a directory: delete it with everything below, as one change");
@@ -242,6 +243,7 @@ void add_ls(Command sysdb) {
     auto long_form = std::make_shared<bool>(false);
     Command sub = sysdb.command("ls", "List one level of a directory",
                                 [path, long_form](Output &out) { return ls(out, *path, *long_form); });
+    sub.also({"list"});
     sub.option("PATH", *path, "The directory (default: /)");
     sub.flag("-l,--long", *long_form, "Types and values too");
     sub.footer(

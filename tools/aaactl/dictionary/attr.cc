@@ -166,6 +166,7 @@ void add_list(Command parent) {
     auto format = std::make_shared<std::string>();
     Command sub =
         parent.command("list", "All attributes", [format](Output &out) { return list(*format, out); });
+    sub.also({"ls"});
     sub.option("--type", *format, "Only those whose values have this format")
         .one_of(format_names())
         .type("FORMAT");

@@ -107,7 +107,7 @@ class ServerTable {
             return;
         }
         out.table({"GROUP", "SERVER", "USE", "STATE", "SINCE", "LAST", "AVERAGE", "ASKED", "TRIES",
-                   "TIME-OUTS", "ERRORS", "IN FLIGHT", "QUEUED"},
+                   "TIME-OUTS", "ERRORS", "PROBES", "IN FLIGHT", "QUEUED"},
                   rows_);
         for (const std::string &reason : reasons_) {
             out.line(reason);
@@ -125,7 +125,7 @@ class ServerTable {
                          number("timeouts"),
                          std::to_string(number_of(server, "errors") + number_of(server, "unreachable") +
                                         number_of(server, "overloads")),
-                         number("in_flight"), number("queued")});
+                         number("probes"), number("in_flight"), number("queued")});
         if (server["key_kept"] == Json(true)) {
             reasons_.push_back(name +
                                " is asked with the key that was opened before, because its key cannot be "

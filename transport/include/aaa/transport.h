@@ -36,6 +36,11 @@ extern "C" {
  * list field is 0: an address means nothing to another process. A message has at
  * most AAA_TRANSPORT_MAX bytes. File descriptors that a peer attaches are discarded.
  *
+ * **Logins.** A client may number the login that a connection is for, so that
+ * the log lines of both sides have the same number. No message carries it: it is
+ * part of the name of the client's socket, an abstract one, which the system
+ * shows to the server. A name that the system refuses is left out.
+ *
  * **Deadlines** are absolute, in nanoseconds of CLOCK_MONOTONIC. A deadline
  * limits how long a call waits; work that needs no waiting is done even after
  * it. So a call with AAA_TRANSPORT_NOW never waits: it gives AAA_ERR_TIMEOUT
@@ -239,6 +244,33 @@ AAA_API cerrno aaa_transport_accept(aaa_transport_t *listener, aaa_transport_t *
  * - AAA_ERR_OS: the system does not report them
  */
 AAA_API cerrno aaa_transport_peer_of(aaa_transport_t *transport, aaa_transport_peer_t *peer_out);
+
+/**
+ * Numbers the login that the next connections of a handle are for.
+ *
+ * @param[in,out] transport the handle; the connection that it has keeps its number
+ * @param[in]     login     a number that others do not use, such as a random one; 0 for none
+ *
+ * @return
+ * - AAA_OK: kept
+ * - AAA_ERR_INVALID_ARG: @p transport is null
+ */
+AAA_API cerrno aaa_transport_set_login(aaa_transport_t *transport, uint32_t login);
+
+/**
+ * Gives the number of the login that a client has connected for.
+ *
+ * It is the client's own word. A server that shows it shows it with the user of
+ * the client, so that no user's login can be taken for that of another one.
+ *
+ * @param[in,out] transport a handle that aaa_transport_accept() has connected
+ * @param[out]    login_out the number; 0 when the client gave none, and on failure
+ *
+ * @return
+ * - AAA_OK: given
+ * - AAA_ERR_INVALID_ARG, AAA_ERR_NOT_CONNECTED: the usual codes
+ */
+AAA_API cerrno aaa_transport_login_of(aaa_transport_t *transport, uint32_t *login_out);
 
 /* ---- messages --------------------------------------------------------------- */
 

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "base/known_names.hpp"
+
+#include <gtest/gtest.h>
+
+namespace service {
+namespace {
+
+TEST(KnownNames, AreThoseOfTheConfigurationAndThoseThatWereAccepted) {
+    KnownNames names;
+    EXPECT_EQ(names.shown("s3cret!"), "s3cret!") << "nothing says who is known";
+    names.use([](const std::string &name) { return name == "alice"; });
+    EXPECT_EQ(names.shown("alice"), "alice");
+    EXPECT_EQ(names.shown("s3cret!"), "(unknown name)");
+    EXPECT_EQ(names.shown("Alice"), "(unknown name)");
+    EXPECT_EQ(names.shown(""), "");
+    names.learn("bob");
+    EXPECT_EQ(names.shown("bob"), "bob");
+    names.use([](const std::string &) { return false; });
+    EXPECT_EQ(names.shown("alice"), "(unknown name)") << "removed from the configuration";
+    EXPECT_EQ(names.shown("bob"), "bob");
+}
+
+TEST(KnownNames, TheOldestAreForgotten) {
+    KnownNames names(2);
+    names.use([](const std::string &) { return false; });
+    for (const char *name : {"one", "two", "two", "one", "", "three"}) {
+        names.learn(name);
+    }
+    EXPECT_FALSE(names.knows("one"));
+    EXPECT_TRUE(names.knows("two"));
+    EXPECT_TRUE(names.knows("three"));
+}
+
+}  // namespace
+}  // namespace service
