@@ -65,11 +65,14 @@ TEST_F(Lint, AnEmptyDatabaseLacksOnlyLogins) {
 
 TEST_F(Lint, FindsWhatIsWrongWithAList) {
     const std::string path = "authentication/login/default";
-    EXPECT_EQ(with_list(path, R"(10, 2, 0, 0, "gone", "", "", "")"), Lines{"error dangling-group " + kLogin});
-    EXPECT_EQ(with_list(path, R"(10, 2, 0, 0, "", "", "", "")"), Lines{"error dangling-group " + kLogin});
+    EXPECT_EQ(with_list(path, R"(10, 2, 0, 0, "gone", "", "", "")"),
+              (Lines{"error lock-out " + kLogin, "error dangling-group " + kLogin}));
+    EXPECT_EQ(with_list(path, R"(10, 2, 0, 0, "", "", "", "")"),
+              (Lines{"error lock-out " + kLogin, "error dangling-group " + kLogin}));
     EXPECT_EQ(with_list(path, R"(0, 0, 0, 0, "", "", "", "")"), Lines{"error empty-list " + kLogin});
     EXPECT_EQ(with_list(path, R"(10, 0, 0, 0, "gone", "", "", "")"),
-              (Lines{"error dangling-group " + kLogin, "error ends-in-nothing " + kLogin}));
+              (Lines{"error lock-out " + kLogin, "error dangling-group " + kLogin,
+                     "error ends-in-nothing " + kLogin}));
     EXPECT_EQ(with_list(path, R"(2, 0, 12, 0, "", "", "", "")"), Lines{"warning hidden-method " + kLogin});
     EXPECT_EQ(with_list(path, R"(2, 8, 0, 0, "", "", "", "")"), Lines{"error unknown-method " + kLogin});
     EXPECT_EQ(with_list(path, R"(2, 4711, 0, 0, "", "", "", "")"), Lines{"error unknown-method " + kLogin});
@@ -87,13 +90,11 @@ TEST_F(Lint, FindsWhatIsWrongWithAList) {
 
 TEST_F(Lint, FindsWhatIsNoList) {
     put(kLogin, "u32", "1");
-    EXPECT_EQ(lint(), Lines{"error malformed-list " + kLogin});
-    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, "", "", "", "")"),
-              Lines{"error malformed-list " + kLogin});
-    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, 0, "", "", "")"),
-              Lines{"error malformed-list " + kLogin});
-    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, 0, "", 5, "", "", "")"),
-              Lines{"error malformed-list " + kLogin});
+    const Lines malformed{"error lock-out " + kLogin, "error malformed-list " + kLogin};
+    EXPECT_EQ(lint(), malformed);
+    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, "", "", "", "")"), malformed);
+    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, 0, "", "", "")"), malformed);
+    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, 0, "", 5, "", "", "")"), malformed);
     list("authentication/login/default", R"(2, 0, 0, 0, "", "", "", "")");
     EXPECT_EQ(with_list("accounting/exec/default", R"(10, 0, 0, 0, "corp", "", "", "")"),
               Lines{"error malformed-list /cfg/gl/aaa/accounting/exec/default"});
@@ -131,7 +132,8 @@ TEST_F(Lint, FindsGroupsWithoutServers) {
 
 TEST_F(Lint, FindsNumbersThatAreMissingStaleOrContradictEachOther) {
     ASSERT_EQ(run({"sysdb", "del", kMaps + "sg_name_map/radius/corp"}).status, 0);
-    EXPECT_EQ(lint(), (Lines{"error ends-in-nothing /cfg/gl/aaa/accounting/exec/default",
+    EXPECT_EQ(lint(), (Lines{"error lock-out " + kLogin, "error lock-out /cfg/gl/aaa/accounting/exec/default",
+                             "error ends-in-nothing /cfg/gl/aaa/accounting/exec/default",
                              "error unnumbered-group " + kGroups + "radius/corp/"}));
     number("radius", "corp", 1001);
     put(kMaps + "sg_num_map/radius/0x3e9", "string", "other");
@@ -294,8 +296,8 @@ TEST_F(Lint, DamagedItemsAreFindings) {
     const Result result = run({"lint", "--json"});
     EXPECT_EQ(result.status, 1) << result.err;
     const Lines all = found(result);
-    EXPECT_EQ(Lines(all.begin(), all.begin() + 2),
-              (Lines{"error empty-list /cfg/gl/aaa/authentication/login/broken",
+    EXPECT_EQ(Lines(all.begin(), all.begin() + 3),
+              (Lines{"error empty-list /cfg/gl/aaa/authentication/login/broken", "error lock-out " + kLogin,
                      "error malformed-list " + kLogin}));
     EXPECT_NE(std::find(all.begin(), all.end(), "error unreadable-number " + kGroups + "tacacs/archive/"),
               all.end());

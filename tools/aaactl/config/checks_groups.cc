@@ -58,10 +58,9 @@ void check_number(const Group &group, bool used, Findings &findings) {
     const cerrno rc = aaa_util_lookup_sg_index_and_get_type(group.name.c_str(), &number, &protocol);
     const Severity severity = used ? Severity::error : Severity::warning;
     if (rc == SYSDB_ERR_NOT_FOUND) {
-        findings.push_back(
-            {severity, "unnumbered-group", group.path,
-             "no number is published for it: clients cannot read lists that name it",
-             change_group("start the AAA server, which publishes the numbers, or publish it", "add", group)});
+        findings.push_back({severity, "unnumbered-group", group.path,
+                            "no number is published for it: clients cannot read lists that name it",
+                            "number all server groups: aaactl sg publish"});
     } else if (rc != AAA_OK) {
         findings.push_back({Severity::error, "unreadable-number", group.path,
                             std::string("its number cannot be read: ") + escaped(cerr_strerror(rc)),

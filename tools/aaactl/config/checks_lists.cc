@@ -8,6 +8,7 @@
 #include "aaa/server_groups.h"
 #include "config/advice.hpp"
 #include "config/checks.hpp"
+#include "config/lookup.hpp"
 #include "dictionary/enum_words.hpp"
 
 namespace aaactl {
@@ -22,16 +23,13 @@ std::string method_text(const Method &method) {
                              : "\"" + method_word(method.number) + "\"";
 }
 
-const char *what_fails(const MethodList &list) {
-    return list.function == "accounting" ? "nothing is recorded" : "every request is refused";
-}
-
 class ListCheck {
   public:
     ListCheck(Database &database, const MethodList &list, Findings &findings)
         : database_(database), list_(list), findings_(findings), methods_(list.methods()) {}
 
     void run() {
+        lookup();
         if (!list_.defect.empty()) {
             error("malformed-list", "it does not hold four methods and four names: " + list_.defect,
                   set_list("replace it", list_, {}));
@@ -40,7 +38,7 @@ class ListCheck {
         leading();
         hidden();
         if (methods_.empty()) {
-            error("empty-list", "it has no method: " + std::string(what_fails(list_)),
+            error("empty-list", "it has no method: " + std::string(consequence_of_failure(list_.function)),
                   set_list("delete it, or give it a method, such as", list_, {}));
             return;
         }
@@ -76,6 +74,14 @@ class ListCheck {
         std::erase_if(methods, [](const Method &method) { return method.number == AAA_METHOD_LOCAL; });
         methods.push_back({AAA_METHOD_LOCAL, {}, {}});
         return methods;
+    }
+
+    // Before the other faults, which are its reasons.
+    void lookup() {
+        const ClientView client = look_up(list_);
+        if (client.rc != AAA_OK) {
+            error("lock-out", failure_text(list_, client.rc), failure_remedy(list_));
+        }
     }
 
     // The check before a group is deleted expects them, and fails at a list without them.
@@ -148,7 +154,8 @@ class ListCheck {
     void end() {
         if (std::none_of(methods_.begin(), methods_.end(),
                          [&](const Method &method) { return method_works(database_, method); })) {
-            error("ends-in-nothing", "none of its methods can work: " + std::string(what_fails(list_)),
+            error("ends-in-nothing",
+                  "none of its methods can work: " + std::string(consequence_of_failure(list_.function)),
                   "correct the faults of its methods, or add a method that needs no server");
         } else if (list_.function != "accounting" &&
                    std::all_of(methods_.begin(), methods_.end(), is_remote)) {

@@ -2,6 +2,7 @@
 //
 // explain: how a request for a service is answered, step by step.
 
+#include <cctype>
 #include <memory>
 
 #include "aaa/names.h"
@@ -70,8 +71,8 @@ std::string on_refusal(const Explanation &e) {
 }
 
 std::string on_silence(const Explanation &e, size_t i) {
-    if (i + 1 < e.steps.size()) {
-        return "step " + std::to_string(i + 2) + ", " + step_word(e.steps[i + 1]);
+    if (i + 1 < e.reached().size()) {
+        return "step " + std::to_string(i + 2) + ", " + step_word(e.reached()[i + 1]);
     }
     return e.service.function == AAA_FUNC_ACCT ? "no step is left: the record is lost"
                                                : "no step is left: the request is refused";
@@ -109,7 +110,7 @@ Json servers_json(const std::vector<Server> &servers) {
 }
 
 Json step_json(const Explanation &e, size_t i) {
-    const Step &step = e.steps[i];
+    const Step &step = e.reached()[i];
     Json document = {
         {"step", i + 1}, {"method", step.method.number}, {"name", method_word(step.method.number)}};
     if (step.method.is_group()) {
@@ -125,7 +126,7 @@ Json step_json(const Explanation &e, size_t i) {
     document["on_refusal"] = always_answers(step) || !step.works ? Json() : Json(on_refusal(e));
     document["on_no_answer"] = Json();
     if (!always_answers(step)) {
-        document["on_no_answer"] = {{"next_step", i + 1 < e.steps.size() ? Json(i + 2) : Json()},
+        document["on_no_answer"] = {{"next_step", i + 1 < e.reached().size() ? Json(i + 2) : Json()},
                                     {"text", on_silence(e, i)}};
     }
     return document;
@@ -133,7 +134,7 @@ Json step_json(const Explanation &e, size_t i) {
 
 Json to_json(const Explanation &e) {
     Json steps = Json::array();
-    for (size_t i = 0; i < e.steps.size(); ++i) {
+    for (size_t i = 0; i < e.reached().size(); ++i) {
         steps.push_back(step_json(e, i));
     }
     Json document = {{"function", e.function()},
@@ -150,6 +151,7 @@ Json to_json(const Explanation &e) {
                         {"exists", e.exists()}};
     document["client"] = {
         {"code", e.client.rc}, {"text", escaped(cerr_strerror(e.client.rc))}, {"methods", e.client.methods}};
+    document["tried"] = e.exists() && e.is_tried();
     document["steps"] = std::move(steps);
     Json others = Json::array();
     for (const std::string &name : e.others) {
@@ -163,7 +165,7 @@ Json to_json(const Explanation &e) {
 // ---- text
 
 void print_step(Output &out, const Explanation &e, size_t i) {
-    const Step &step = e.steps[i];
+    const Step &step = e.reached()[i];
     out.line("");
     out.line(out.styled(Style::strong, std::to_string(i + 1) + ". " + step_word(step)) + "  (" +
              step_meaning(e, step) + ")");
@@ -192,6 +194,18 @@ void print_head(Output &out, const Explanation &e) {
              (e.configured || !e.exists() ? "" : " (not configured; the library supplies the list)"));
 }
 
+// Why no step is reached.
+std::string untried(const Explanation &e) {
+    return e.client.rc != AAA_OK ? failure_text(e.list, e.client.rc)
+                                 : "the library refuses the list for this service; no method is tried: " +
+                                       std::string(consequence_of_failure(e.function()));
+}
+
+std::string capital(std::string text) {
+    text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
+    return text;
+}
+
 void print_explanation(Output &out, const Explanation &e) {
     print_head(out, e);
     if (!e.exists()) {
@@ -205,7 +219,11 @@ void print_explanation(Output &out, const Explanation &e) {
         out.line(std::string("A client gets: ") + escaped(cerr_strerror(e.client.rc)));
         return;
     }
-    for (size_t i = 0; i < e.steps.size(); ++i) {
+    if (!e.is_tried()) {
+        out.line("");
+        out.line(out.styled(Style::bad, capital(untried(e))) + ".");
+    }
+    for (size_t i = 0; i < e.reached().size(); ++i) {
         print_step(out, e, i);
     }
     out.line("");
@@ -241,11 +259,15 @@ void add_explain(Command root) {
     sub.option("--line", options->line, "The line that the request comes from").type("TTY");
     sub.footer(
         "A method that refuses ends a request; one that does not answer passes it on to the next.\n"
+        "What is said of a lookup holds for programs that ask the library. aaad reads lists itself: it "
+        "skips\n"
+        "a group that does not exist, and numbers groups when it starts.\n"
         "Exit status: 0 nothing is missing, 1 something is missing or dangling, 4 there is no such list, 5 "
         "no database.\n"
         "JSON: {function, service: {word, number}, line: {name, kind}, list: {name, path, chosen_by: "
         "name|line|default,\n"
-        "why, row, configured, exists}, client: {code, text, methods}, steps: [{step, method, name, group: "
+        "why, row, configured, exists}, client: {code, text, methods}, tried, steps: [{step, method, name, "
+        "group: "
         "{name,\n"
         "protocol, number}, servers: [{ordinal, host, ports, private}], works, on_refusal, on_no_answer: "
         "{next_step,\n"

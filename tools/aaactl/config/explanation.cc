@@ -7,8 +7,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
-#include <memory>
 #include <set>
 
 #include "aaa/method_lists.h"
@@ -24,22 +22,6 @@ namespace aaactl {
 namespace {
 
 using Step = Explanation::Step;
-
-struct FreeWords {
-    void operator()(uint32_t *words) const { std::free(words); }
-};
-
-ClientView client_view(const MethodList &list) {
-    std::string path = list.path().substr(sizeof kConfigRoot - 1);
-    uint32_t *words = nullptr;
-    ClientView view;
-    view.rc = lookup_methods(path.data(), &words);
-    const std::unique_ptr<uint32_t, FreeWords> owner(words);
-    for (size_t i = 0; view.rc == AAA_OK && i < 4 && words[i] != AAA_METHOD_NOTSET; ++i) {
-        view.methods.push_back(words[i]);
-    }
-    return view;
-}
 
 Step make_step(Database &database, const Method &method) {
     Step step{method, {}, method_works(database, method)};
@@ -89,11 +71,6 @@ void look_for_faults(Database &database, Explanation &e) {
                                   " have no line whose password could be asked for: the library refuses it",
                               "name a list without that method"});
     }
-    if (e.configured && e.client.rc != AAA_OK && count(e.findings, Severity::error) == 0) {
-        e.findings.push_back({Severity::error, "unreadable-list", e.list.path(),
-                              "clients get: " + escaped(cerr_strerror(e.client.rc)),
-                              "inspect the item: aaactl sysdb get " + shell_word(e.list.path())});
-    }
 }
 
 // The list that the library supplies for a missing default list.
@@ -105,6 +82,15 @@ MethodList supplied_list(MethodList list, const ClientView &client) {
 }
 
 }  // namespace
+
+std::span<const Step> Explanation::reached() const {
+    if (!is_tried()) {
+        return {};
+    }
+    const auto always_answers = [](const Step &step) { return step.method.number == AAA_METHOD_NONE; };
+    const auto last = std::find_if(steps.begin(), steps.end(), always_answers);
+    return {steps.begin(), last == steps.end() ? last : last + 1};
+}
 
 Explanation make_explanation(Database &database, const ExplainOptions &options) {
     const uint32_t function = *function_number(options.function);
@@ -119,7 +105,7 @@ Explanation make_explanation(Database &database, const ExplainOptions &options) 
     const auto found = find_list(database, options.function, e.service.word, e.choice.list);
     e.configured = found.has_value();
     e.list = found.value_or(MethodList{options.function, e.service.word, e.choice.list, {}, {}, {}});
-    e.client = client_view(e.list);
+    e.client = look_up(e.list);
     if (!e.configured) {
         e.list = supplied_list(std::move(e.list), e.client);
     }

@@ -2,7 +2,7 @@
 //
 // sg list, and what the commands on server groups share.
 
-#include "config/sg.hpp"
+#include "groups/sg.hpp"
 
 #include <memory>
 
@@ -57,8 +57,8 @@ void add_list(Command sg) {
     sub.option("--protocol", options->protocol, "Only groups of radius, tacacs or diameter")
         .one_of(protocol_words());
     sub.footer(
-        "A group without a number (-) is not published yet: the AAA server or \"sg add\" publishes it. A "
-        "number that\ncannot be read is reported with the others (exit status 3).\n"
+        "A group without a number (-) is not published: \"sg publish\" does it. A number that\ncannot be "
+        "read is reported with the others (exit status 3).\n"
         "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, "
         "private}]}]}, "
         "with\n\"fault\" or, of a server, \"defect\" if there is one\n"
@@ -102,6 +102,7 @@ void add_sg(Command root) {
     add_list(sg);
     add_sg_add(sg);
     add_sg_delete(sg);
+    add_sg_publish(sg);
 }
 
 }  // namespace aaactl

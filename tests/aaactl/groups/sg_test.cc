@@ -156,6 +156,47 @@ TEST_F(Groups, NumbersRunOut) {
     EXPECT_EQ(aaactl({"sg", "list", "corp"}).status, 4) << "nothing is half done";
 }
 
+// A reboot empties the maps.
+TEST_F(Groups, PublishNumbersAllGroupsAgain) {
+    EXPECT_EQ(aaactl({"sg", "publish"}).out, "PROTOCOL  NAME  NUMBER\n") << "there are none";
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "lab", "192.0.2.21"}).status, 0);
+    ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "192.0.2.30"}).status, 0);
+    const std::string before = aaactl({"sysdb", "dump", "/oper/"}).out;
+    ASSERT_EQ(aaactl({"sysdb", "del", "-r", "/oper/aaa"}).status, 0);
+    const auto run = aaactl({"sg", "publish"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out,
+              "PROTOCOL  NAME     NUMBER\n"
+              "radius    corp     1001    new\n"
+              "radius    lab      1002    new\n"
+              "tacacs    archive  3001    new\n");
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, before);
+    const auto json = aaactl({"sg", "publish", "--json"}).json();
+    EXPECT_EQ(json["groups"][0].dump(), R"({"protocol":"radius","name":"corp","number":1001,"new":false})");
+    EXPECT_FALSE(json.contains("faults"));
+    ASSERT_EQ(aaactl({"sysdb", "del", "/oper/aaa/gl/group-server/sg_num_map/radius/0x3e9"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "publish"}).status, 0);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, before) << "the entry of the number is made again";
+}
+
+TEST_F(Groups, AGroupThatIsRefusedKeepsNoOtherFromItsNumber) {
+    put("/cfg/gl/aaa/group-server/radius/corp/server/0x1/192.0.2.9,1,2", "u32", "1");
+    put("/cfg/gl/aaa/group-server/radius/local/server/0x1/192.0.2.9,1,2", "u32", "1");
+    put("/cfg/gl/aaa/group-server/tacacs/archive/server/0x1/192.0.2.9", "u32", "1");
+    put("/cfg/gl/aaa/group-server/tacacs/corp/server/0x1/192.0.2.9", "u32", "1");
+    const auto run = aaactl({"sg", "publish"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out,
+              "PROTOCOL  NAME     NUMBER\n"
+              "radius    corp     1001    new\n"
+              "tacacs    archive  3001    new\n");
+    EXPECT_EQ(run.err,
+              "aaactl: server group local: refused: Bad server group name\n"
+              "aaactl: server group corp: refused: Server group name already defined for RADIUS\n");
+    EXPECT_EQ(aaactl({"sg", "publish", "--json"}).json()["faults"].size(), 2u);
+}
+
 TEST_F(Groups, DeletesServersAndGroups) {
     ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21", "192.0.2.22,1,2"}).status,
               0);
