@@ -86,6 +86,14 @@ TEST_F(Advice, ForMethodListsSetsTheCorrectedList) {
               kSet + "group:corp group:archive group:corp local");
 }
 
+TEST_F(Advice, ForListsThatNothingUses) {
+    list("accounting/exec/default", R"(0, 0, 0, 10, 2, 0, 0, "corp", "", "", "")");
+    EXPECT_EQ(follow("unsuitable-method"), "aaactl mlist set accounting exec default group:corp");
+    list("authentication/lgin/default", R"(0, 0, 0, 0, "", "", "", "")");
+    EXPECT_EQ(follow("empty-list"), "aaactl mlist set --force authentication lgin default local");
+    EXPECT_EQ(follow("unused-service"), "aaactl sysdb del /cfg/gl/aaa/authentication/lgin/default");
+}
+
 TEST_F(Advice, ForAListWithAnotherFaultSetsNothingThatIsRefused) {
     EXPECT_EQ(with_list(R"(10, 10, 2, 2, "gone", "gone", "", "")", "repeated-method"), kSet + "local");
     EXPECT_EQ(with_list(R"(10, 8, 1, 0, "gone", "", "", "")", "open-fallback"), kSet + "local");
@@ -94,7 +102,7 @@ TEST_F(Advice, ForAListWithAnotherFaultSetsNothingThatIsRefused) {
 TEST_F(Advice, NamesTheListOfTheFinding) {
     list("accounting/exec/ops", R"(10, 0, 0, 0, "corp", "", "", "")");
     EXPECT_EQ(follow("malformed-list"), "aaactl mlist set accounting exec ops group:corp");
-    EXPECT_EQ(follow("no-default-list"), "aaactl mlist set accounting exec default local");
+    EXPECT_EQ(follow("no-default-list"), "aaactl mlist set accounting exec default syslog");
     ASSERT_EQ(run({"sysdb", "del", "/cfg/gl/aaa/authentication/login/default"}).status, 0);
     EXPECT_EQ(follow("no-default-list"), kSet + "local");
     aaactl_test::damage(dir(), "/cfg/gl/aaa/authentication/login/default", SYSDB_TYPE_TUPLE, "TP");

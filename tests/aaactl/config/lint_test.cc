@@ -100,6 +100,20 @@ TEST_F(Lint, FindsWhatIsNoList) {
               Lines{"error malformed-list /cfg/gl/aaa/accounting/exec/default"});
 }
 
+TEST_F(Lint, FindsWhatNothingUses) {
+    EXPECT_EQ(with_list("authentication/lgin/default", R"(2, 0, 0, 0, "", "", "", "")"),
+              Lines{"warning unused-service /cfg/gl/aaa/authentication/lgin/default"});
+    EXPECT_TRUE(contains(
+        run({"lint"}).out,
+        "\"lgin\" is not a service of authentication: no request uses the list; did you mean login?"));
+    ASSERT_EQ(run({"sysdb", "del", "-r", "/cfg/gl/aaa/authentication/lgin"}).status, 0);
+    const std::string exec = "/cfg/gl/aaa/accounting/exec/default";
+    EXPECT_EQ(with_list("accounting/exec/default", R"(0, 0, 0, 10, 2, 0, 0, "corp", "", "", "")"),
+              Lines{"warning unsuitable-method " + exec});
+    EXPECT_EQ(with_list("accounting/exec/default", R"(0, 0, 0, 2, 0, 0, 0, "", "", "", "")"),
+              (Lines{"warning unsuitable-method " + exec, "error ends-in-nothing " + exec}));
+}
+
 TEST_F(Lint, FindsServicesWithoutADefaultList) {
     list("authorization/exec/ops", R"(2, 0, 0, 0, "", "", "", "")");
     EXPECT_EQ(lint(), Lines{"warning no-default-list /cfg/gl/aaa/authorization/exec/default"});

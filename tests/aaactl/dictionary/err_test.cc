@@ -98,6 +98,12 @@ TEST(Err, GivesThePlatformsTextForOtherFacilities) {
     EXPECT_EQ(status["text"], "Reached end of AVPair list");
 }
 
+TEST(Err, SuggestsTheNameThatWasMeant) {
+    EXPECT_NE(aaactl({"err", "timeuot"}).err.find("; did you mean TIMEOUT?"), std::string::npos);
+    EXPECT_NE(aaactl({"err", "AAA_ERR_TIMEOUTT"}).err.find("; did you mean AAA_ERR_TIMEOUT?"),
+              std::string::npos);
+}
+
 TEST(Err, RefusesWhatIsNoCode) {
     for (const char *text : {"nonsense", "0x", "4294967296", "0x1a2465600", "12x", ""}) {
         const auto run = aaactl({"err", text});

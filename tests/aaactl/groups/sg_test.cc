@@ -69,6 +69,8 @@ TEST_F(Groups, ListShowsConfiguredAndPublished) {
               R"("servers":[{"index":1,"address":"::1","ports":[4949],"private":false}]}]})");
     EXPECT_EQ(aaactl({"sg", "list", "new", "--json"}).json()["groups"][0]["number"], nullptr);
     EXPECT_EQ(aaactl({"sg", "list", "none"}).status, 4);
+    EXPECT_NE(aaactl({"sg", "list", "crop"}).err.find("; did you mean corp?"), std::string::npos);
+    EXPECT_NE(aaactl({"sg", "delete", "radius", "crop"}).err.find("; did you mean corp?"), std::string::npos);
     EXPECT_EQ(aaactl({"sg", "list", "corp", "--protocol", "tacacs"}).status, 4);
 }
 

@@ -27,9 +27,9 @@ std::string words(const std::vector<std::string> &arguments) {
     return line;
 }
 
-bool can_be_set(const Method &method) {
+bool can_be_set(const std::string &function, const Method &method) {
     return method.is_group() ? method.configured() != nullptr && is_group_name(method.group)
-                             : is_configurable(method.number);
+                             : answers_for(function, method.number);
 }
 
 std::string word_of(const Method &method) {
@@ -61,13 +61,15 @@ std::string set_list(const std::string &what, const MethodList &list, std::vecto
     if (!is_group_name(list.service) || !is_group_name(list.name)) {
         return under_another_name(what);
     }
-    std::erase_if(methods, [](const Method &method) { return !can_be_set(method); });
+    std::erase_if(methods, [&](const Method &method) { return !can_be_set(list.function, method); });
     if (methods.empty()) {
-        methods.push_back({AAA_METHOD_LOCAL, {}, {}});
+        methods.push_back({list.function == "accounting" ? AAA_METHOD_SYSLOG : AAA_METHOD_LOCAL, {}, {}});
     }
     std::vector<std::string> arguments{list.function, list.service, list.name};
     std::transform(methods.begin(), methods.end(), std::back_inserter(arguments), word_of);
-    return what + ": aaactl mlist set" + words(arguments);
+    const auto used = used_service_words(list.function);
+    const bool is_used = std::find(used.begin(), used.end(), list.service) != used.end();
+    return what + ": aaactl mlist set" + (is_used ? "" : " --force") + words(arguments);
 }
 
 std::string renumber_group(const std::string &what, const Group &group) {

@@ -16,7 +16,8 @@ namespace aaactl {
 std::string shell_word(const std::string &text);
 
 // `what`, and the command that stores these methods as the list. Methods that the command would refuse, and
-// groups that do not exist, are left out; a list that would be empty gets the method "local".
+// groups that do not exist, are left out; a list that would be empty gets the method "local", or "syslog" for
+// accounting.
 std::string set_list(const std::string &what, const MethodList &list, std::vector<Method> methods);
 
 // `what`, and the command that gives the group another number; its servers and keys remain.

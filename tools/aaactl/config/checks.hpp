@@ -10,8 +10,8 @@
 namespace aaactl {
 
 // Whether the method can answer: a group has to exist and have a number and servers; another method has to
-// exist, and have servers if it needs them.
-bool method_works(Database &database, const Method &method);
+// suit the function, and have servers if it needs them.
+bool method_works(Database &database, const std::string &function, const Method &method);
 
 // Checks a list by itself; of its groups, only whether they exist.
 void check_list(Database &database, const MethodList &list, Findings &findings);

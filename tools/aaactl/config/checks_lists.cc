@@ -6,6 +6,7 @@
 
 #include "aaa/names.h"
 #include "aaa/server_groups.h"
+#include "cli/suggestion.hpp"
 #include "config/advice.hpp"
 #include "config/checks.hpp"
 #include "config/lookup.hpp"
@@ -36,6 +37,7 @@ class ListCheck {
             return;
         }
         leading();
+        service();
         hidden();
         if (methods_.empty()) {
             error("empty-list", "it has no method: " + std::string(consequence_of_failure(list_.function)),
@@ -70,6 +72,11 @@ class ListCheck {
         }
         return some;
     }
+    std::vector<Method> without(const Method &unwanted) const {
+        std::vector<Method> some = methods();
+        std::erase_if(some, [&](const Method &method) { return same(method, unwanted); });
+        return some;
+    }
     static std::vector<Method> with_local(std::vector<Method> methods) {
         std::erase_if(methods, [](const Method &method) { return method.number == AAA_METHOD_LOCAL; });
         methods.push_back({AAA_METHOD_LOCAL, {}, {}});
@@ -94,6 +101,16 @@ class ListCheck {
                   set_list("replace it", list_, methods()));
         }
     }
+    void service() {
+        const auto words = used_service_words(list_.function);
+        if (std::find(words.begin(), words.end(), list_.service) == words.end()) {
+            warning("unused-service",
+                    "\"" + escaped(list_.service) + "\" is not a service of " + list_.function +
+                        ": no request uses the list" + did_you_mean(list_.service, words),
+                    delete_item("create the list under the service that is meant, and delete this one",
+                                list_.path()));
+        }
+    }
     void hidden() {
         for (size_t i = methods_.size() + 1; i < list_.places.size(); ++i) {
             if (list_.places[i].number != AAA_METHOD_NOTSET) {
@@ -112,7 +129,12 @@ class ListCheck {
                   "step " + std::to_string(i + 1) + ": " + method_word(method.number) +
                       " is not a method of lists",
                   set_list("remove it", list_, methods()));
-        } else if (is_remote(method) && !method_works(database_, method)) {
+        } else if (!answers_for(list_.function, method.number)) {
+            warning(
+                "unsuitable-method",
+                method_text(method) + " is not a method for " + list_.function + ": it answers no request",
+                set_list("remove it", list_, without(method)));
+        } else if (is_remote(method) && !method_works(database_, list_.function, method)) {
             findings_.push_back({Severity::error, "no-servers",
                                  protocol_servers_path(*protocol_of_method(method.number)),
                                  method_text(method) + " of " + escaped(list_.path()) +
@@ -152,8 +174,9 @@ class ListCheck {
         }
     }
     void end() {
-        if (std::none_of(methods_.begin(), methods_.end(),
-                         [&](const Method &method) { return method_works(database_, method); })) {
+        if (std::none_of(methods_.begin(), methods_.end(), [&](const Method &method) {
+                return method_works(database_, list_.function, method);
+            })) {
             error("ends-in-nothing",
                   "none of its methods can work: " + std::string(consequence_of_failure(list_.function)),
                   "correct the faults of its methods, or add a method that needs no server");
@@ -174,13 +197,13 @@ class ListCheck {
 
 }  // namespace
 
-bool method_works(Database &database, const Method &method) {
+bool method_works(Database &database, const std::string &function, const Method &method) {
     if (method.is_group()) {
         const Group *group = method.configured();
         return group != nullptr && group->number && any_sound(group->servers);
     }
     const Protocol *protocol = protocol_of_method(method.number);
-    return is_configurable(method.number) &&
+    return answers_for(function, method.number) &&
            (protocol == nullptr || any_sound(protocol_servers(database, *protocol)));
 }
 

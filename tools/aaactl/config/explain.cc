@@ -8,6 +8,7 @@
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
 #include "cli/commands.hpp"
+#include "cli/suggestion.hpp"
 #include "config/explanation.hpp"
 #include "dictionary/enum_words.hpp"
 #include "platform/cerr.h"
@@ -206,6 +207,11 @@ std::string capital(std::string text) {
     return text;
 }
 
+std::string meant(const Explanation &e) {
+    const std::string word = nearest_word(e.choice.list, e.others);
+    return word.empty() ? "" : " (did you mean " + escaped(word) + "?)";
+}
+
 void print_explanation(Output &out, const Explanation &e) {
     print_head(out, e);
     if (!e.exists()) {
@@ -215,7 +221,7 @@ void print_explanation(Output &out, const Explanation &e) {
         }
         out.line("");
         out.line(out.styled(Style::bad, "There is no such list: ") +
-                 (others.empty() ? "the service has none." : "the service has " + others + "."));
+                 (others.empty() ? "the service has none." : "the service has " + others + meant(e) + "."));
         out.line(std::string("A client gets: ") + escaped(cerr_strerror(e.client.rc)));
         return;
     }

@@ -23,8 +23,8 @@ namespace {
 
 using Step = Explanation::Step;
 
-Step make_step(Database &database, const Method &method) {
-    Step step{method, {}, method_works(database, method)};
+Step make_step(Database &database, const std::string &function, const Method &method) {
+    Step step{method, {}, method_works(database, function, method)};
     const Protocol *protocol = protocol_of_method(method.number);
     if (method.configured() != nullptr) {
         step.servers = method.resolved->servers;
@@ -111,7 +111,7 @@ Explanation make_explanation(Database &database, const ExplainOptions &options) 
     }
     e.suits = suitability(e);
     for (const Method &method : e.list.methods()) {
-        e.steps.push_back(make_step(database, method));
+        e.steps.push_back(make_step(database, options.function, method));
     }
     e.others = list_names(database, options.function, e.service.word);
     look_for_faults(database, e);

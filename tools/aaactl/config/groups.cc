@@ -178,6 +178,16 @@ std::vector<Group> read_groups(Database &database, const Protocol &protocol) {
     return groups;
 }
 
+std::vector<std::string> group_names(Database &database) {
+    std::vector<std::string> names;
+    for (const Protocol &protocol : kProtocols) {
+        for (const Group &group : read_groups(database, protocol)) {
+            names.push_back(group.name);
+        }
+    }
+    return names;
+}
+
 std::string protocol_servers_path(const Protocol &protocol) {
     return kConfigRoot + std::string(protocol.word) + "/host/";
 }

@@ -58,6 +58,9 @@ std::optional<Group> resolve_group(Database &database, const std::string &name);
 // All of a protocol, by name.
 std::vector<Group> read_groups(Database &database, const Protocol &protocol);
 
+// Names of all groups, for suggestions.
+std::vector<std::string> group_names(Database &database);
+
 // The servers that a protocol has without a group.
 std::vector<Server> protocol_servers(Database &database, const Protocol &protocol);
 std::string protocol_servers_path(const Protocol &protocol);

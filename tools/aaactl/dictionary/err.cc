@@ -10,6 +10,7 @@
 
 #include "aaa/result_codes.h"
 #include "cli/commands.hpp"
+#include "cli/suggestion.hpp"
 #include "dictionary/attributes.hpp"
 #include "platform/cerr.h"
 
@@ -134,6 +135,19 @@ void print(Output &out, cerrno code) {
     out.table({}, rows);
 }
 
+// Names are written with or without their first part, so both forms are compared.
+std::string meant_name(const std::string &text) {
+    std::vector<std::string> whole;
+    std::vector<std::string> bare;
+    for (const Advice &row : kAdvice) {
+        const std::string name = row.name;
+        whole.push_back(name);
+        bare.push_back(name.starts_with("AAA_ERR_") ? name.substr(8) : name);
+    }
+    const std::string meant = did_you_mean(text, whole);
+    return meant.empty() ? did_you_mean(text, bare) : meant;
+}
+
 cerrno asked_for(const std::string &text) {
     if (const Advice *advice = advice_named(text)) {
         return advice->code;
@@ -142,7 +156,7 @@ cerrno asked_for(const std::string &text) {
         return *code;
     }
     throw Failure(ExitCode::not_found,
-                  "'" + escaped(text) + "' is neither a result code nor the name of one");
+                  "'" + escaped(text) + "' is neither a result code nor the name of one" + meant_name(text));
 }
 
 ExitCode explain(const std::vector<std::string> &texts, Output &out) {

@@ -6,6 +6,8 @@
 
 #include <memory>
 
+#include "cli/suggestion.hpp"
+
 namespace aaactl {
 namespace {
 
@@ -40,7 +42,8 @@ ExitCode list(Output &out, const GroupOptions &options) {
         }
     }
     if (rows.empty() && !options.name.empty()) {
-        throw Failure(ExitCode::not_found, escaped(options.name) + ": no such server group");
+        throw Failure(ExitCode::not_found, escaped(options.name) + ": no such server group" +
+                                               did_you_mean(options.name, group_names(database)));
     }
     out.result(document, [&] { out.table({"PROTOCOL", "NAME", "NUMBER", "SERVERS"}, rows); });
     for (const std::string &fault : faults) {

@@ -10,6 +10,7 @@
 
 #include "aaa/result_codes.h"
 #include "aaa/server_groups.h"
+#include "cli/suggestion.hpp"
 #include "database/sysdb_apply.hpp"
 #include "groups/sg.hpp"
 #include "platform/cerr.h"
@@ -241,8 +242,9 @@ ExitCode remove(Output &out, const GroupOptions &options) {
     Database database;
     const auto group = read_group(database, protocol_named(options.protocol), options.name);
     if (!group) {
-        throw Failure(ExitCode::not_found,
-                      escaped(options.name) + ": no such server group of " + options.protocol);
+        throw Failure(ExitCode::not_found, escaped(options.name) + ": no such server group of " +
+                                               options.protocol +
+                                               did_you_mean(options.name, group_names(database)));
     }
     if (options.servers.empty()) {
         delete_group(database, options, *group);
