@@ -33,7 +33,7 @@ class AaaConfigTest : public DatabaseTest {
             for (const auto &[path, line] : items) {
                 dump += line + "\n";
             }
-            const auto load = aaactl_test::aaactl({"sysdb", "load", "-"}, dump);
+            const auto load = aaactl_test::aaactl({"sysdb", "load", "--force", "-"}, dump);
             EXPECT_EQ(load.status, 0) << load.err << dump;
         }
         pending_.clear();

@@ -191,6 +191,22 @@ TEST_F(Lint, FindsServersThatAreNoneOrTwice) {
     EXPECT_EQ(lint(), Lines{}) << "stored as a directory";
 }
 
+// ---- settings of servers
+
+TEST_F(Lint, FindsSettingsThatNothingReads) {
+    const std::string settings = kGroups + "radius/corp/settings/";
+    put(settings + "timeout", "u32", "2000");
+    put(settings + "192.0.2.20,1812,1813/tries", "u32", "3");
+    EXPECT_EQ(lint(), Lines{});
+    put(settings + "tiemout", "u32", "2000");
+    put(settings + "legacy", "u32", "2");
+    put("/cfg/gl/aaa/tacacs/settings/transport", "string", "udp");
+    EXPECT_EQ(lint(), (Lines{"error malformed-setting " + settings + "legacy",
+                             "error malformed-setting " + settings + "tiemout",
+                             "error malformed-setting /cfg/gl/aaa/tacacs/settings/transport"}));
+    EXPECT_TRUE(contains(run({"lint"}).out, "\"tiemout\" is not a setting; did you mean timeout?"));
+}
+
 // ---- lines
 
 TEST_F(Lint, FindsRowsThatLeadNowhere) {

@@ -6,10 +6,14 @@
 #include <string_view>
 
 #include "aaa/names.h"
+#include "database/schema.hpp"
+#include "database/sysdb_values.hpp"
 #include "dictionary/enum_words.hpp"
 
 namespace aaactl {
 namespace {
+
+constexpr size_t kAnySealed = 128;  // digits that look like a sealed key
 
 // A remedy for what has a name that commands refuse.
 std::string under_another_name(const std::string &what) {
@@ -101,8 +105,11 @@ std::string seal_item(const std::string &what, const std::string &path, const st
         return what + " with \"aaactl key seal\", and store the result at this path";
     }
     // A variable, so that nothing is stored when a command before that fails.
+    // A key may be kept where the AAA service reads none.
+    const bool is_read = schema_fault(path, text_item(std::string(kAnySealed, '0'))).empty();
     return what + ": key=$(aaactl sysdb get --show-secrets" + words({path}) +
-           " | aaactl key seal) && printf %s \"$key\" | aaactl sysdb set --type string" + words({path});
+           " | aaactl key seal) && printf %s \"$key\" | aaactl sysdb set --type string" +
+           (is_read ? "" : " --force") + words({path});
 }
 
 }  // namespace aaactl

@@ -44,7 +44,8 @@ struct Explanation {
     bool exists() const { return configured || client.rc == AAA_OK; }
     // Whether a request gets as far as the first step.
     bool is_tried() const { return client.rc == AAA_OK && suits == AAA_OK; }
-    // The steps that a request can reach: none of a list that is not tried, none after one that always answers.
+    // The steps that a request can reach: none of a list that is not tried, none after one that always
+    // answers.
     std::span<const Step> reached() const;
     const std::string &function() const { return list.function; }
 };

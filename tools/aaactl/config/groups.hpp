@@ -13,6 +13,7 @@
 
 #include "config/protocols.hpp"
 #include "database/database.hpp"
+#include "database/server_entry.hpp"
 
 namespace aaactl {
 
@@ -34,8 +35,6 @@ bool is_sound(const Server &server);
 bool any_sound(const std::vector<Server> &servers);
 // "host", "host,1812,1813"
 std::string server_text(const Server &server);
-// Whether it is an IPv4 or IPv6 address: clients do not resolve names.
-bool is_address(const std::string &host);
 
 struct Group {
     Protocol protocol;
