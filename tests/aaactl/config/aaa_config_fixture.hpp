@@ -45,8 +45,16 @@ class AaaConfigTest : public DatabaseTest {
         put("/cfg/gl/aaa/" + path, "tuple", fields);
     }
 
+    // Its group uses TLS, so that it needs no key; without_tls() changes that.
     static void server(const std::string &group, const std::string &entry) {
+        put("/cfg/gl/aaa/group-server/" + group + "/settings/transport", "string", "tls");
         put("/cfg/gl/aaa/group-server/" + group + "/server/" + entry, "u32", "1");
+    }
+
+    static void without_tls(const std::string &group) {
+        const auto deleted =
+            run({"sysdb", "del", "/cfg/gl/aaa/group-server/" + group + "/settings/transport"});
+        EXPECT_EQ(deleted.status, 0) << deleted.err;
     }
 
     // Publishes the number of a group as the AAA server does.

@@ -54,8 +54,9 @@ Nothing is missing.
     EXPECT_EQ(json["client"]["methods"].dump(), "[1001,3001,2]") << "as the library resolves them";
     ASSERT_EQ(json["steps"].size(), 3u);
     EXPECT_EQ(json["steps"][0]["group"].dump(), R"({"name":"corp","protocol":"radius","number":1001})");
-    EXPECT_EQ(json["steps"][0]["servers"][1].dump(),
-              R"({"ordinal":2,"host":"2001:db8::21","ports":[1645,1646],"private":false})");
+    EXPECT_EQ(
+        json["steps"][0]["servers"][1].dump(),
+        R"({"ordinal":2,"host":"2001:db8::21","ports":[1645,1646],"private":false,"key":"not needed"})");
     EXPECT_EQ(json["steps"][0]["on_no_answer"]["next_step"], 2);
     EXPECT_TRUE(json["steps"][2]["on_no_answer"]["next_step"].is_null());
     EXPECT_EQ(json["findings"].size(), 0u);
@@ -243,6 +244,20 @@ TEST_F(Explain, WithoutNumbersNoOneCanLogInUntilTheyArePublished) {
     ASSERT_EQ(run({"sg", "publish"}).status, 0);
     EXPECT_EQ(explain({"authentication", "login"}).status, 0);
     EXPECT_EQ(explain_json({"authentication", "login"}).json()["tried"], true);
+}
+
+TEST_F(Explain, ServersWithoutAKeyAreNotAsked) {
+    groups();
+    list("authentication/login/default", R"(10, 2, 0, 0, "corp", "", "", "")");
+    without_tls("radius/corp");
+    const Result text = explain({"authentication", "login"});
+    EXPECT_EQ(text.status, 1);
+    EXPECT_TRUE(contains(text.out, "     1  192.0.2.20  ports 1812, 1813  (not asked: no key)\n"))
+        << text.out;
+    EXPECT_TRUE(contains(text.out, "   cannot answer:      step 2, local\n")) << text.out;
+    const auto run = explain_json({"authentication", "login"});
+    EXPECT_EQ(run.json()["steps"][0]["servers"][0]["key"], "missing");
+    EXPECT_EQ(found(run), std::vector<std::string>{"error no-key /cfg/gl/aaa/group-server/radius/corp/"});
 }
 
 TEST_F(Explain, StepsThatNoRequestReachesAreLeftOut) {

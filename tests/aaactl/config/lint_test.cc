@@ -85,6 +85,8 @@ TEST_F(Lint, FindsWhatIsWrongWithAList) {
     EXPECT_EQ(with_list(path, R"(3, 2, 0, 0, "", "", "", "")"),
               Lines{"error no-servers /cfg/gl/aaa/radius/host/"});
     put("/cfg/gl/aaa/radius/host/0x1/192.0.2.1,1812,1813", "u32", "1");
+    EXPECT_EQ(lint(), Lines{"warning no-key /cfg/gl/aaa/radius/host/0x1/192.0.2.1,1812,1813"});
+    put("/cfg/gl/aaa/radius/settings/transport", "string", "tls");
     EXPECT_EQ(lint(), Lines{});
 }
 
@@ -223,6 +225,20 @@ TEST_F(Lint, FindsRowsThatLeadNowhere) {
 }
 
 // ---- keys
+
+TEST_F(Lint, FindsServersWithoutAKey) {
+    without_tls("tacacs/archive");
+    EXPECT_EQ(lint(), Lines{"error no-key " + kGroups + "tacacs/archive/"}) << "none of its servers has one";
+    EXPECT_TRUE(contains(run({"lint"}).out, "store it: aaactl sg key tacacs archive\n"));
+    put(kGroups + "radius/corp/settings/192.0.2.20,1812,1813/transport", "string", "tls");
+    without_tls("radius/corp");
+    put(kGroups + "tacacs/archive/settings/transport", "string", "tls");
+    EXPECT_EQ(lint(), Lines{"error no-key " + kGroups + "radius/corp/server/0x2/2001:db8::21,1645,1646"});
+    list("authentication/login/default", R"(2, 0, 0, 0, "", "", "", "")");
+    list("accounting/exec/default", R"(0, 0, 0, 17, 0, 0, 0, "", "", "", "")");
+    EXPECT_EQ(lint(), Lines{"warning no-key " + kGroups + "radius/corp/server/0x2/2001:db8::21,1645,1646"})
+        << "no list needs it";
+}
 
 std::string sealed(const std::string &text) {
     char *key = pw_encrypt(text.c_str(), 7);

@@ -100,6 +100,10 @@ std::string delete_item(const std::string &what, const std::string &path) {
            " | aaactl sysdb load --replace -";
 }
 
+std::string seal_new(const std::string &what, const std::string &path) {
+    return what + ": aaactl key seal | aaactl sysdb set --type string" + words({path});
+}
+
 std::string seal_item(const std::string &what, const std::string &path, const std::string &key) {
     if (!can_be_named(path) || escaped(key) != key) {
         return what + " with \"aaactl key seal\", and store the result at this path";

@@ -10,6 +10,7 @@
 #include "config/advice.hpp"
 #include "config/checks.hpp"
 #include "config/lookup.hpp"
+#include "config/server_keys.hpp"
 #include "dictionary/enum_words.hpp"
 
 namespace aaactl {
@@ -134,7 +135,8 @@ class ListCheck {
                 "unsuitable-method",
                 method_text(method) + " is not a method for " + list_.function + ": it answers no request",
                 set_list("remove it", list_, without(method)));
-        } else if (is_remote(method) && !method_works(database_, list_.function, method)) {
+        } else if (is_remote(method) &&
+                   !any_sound(protocol_servers(database_, *protocol_of_method(method.number)))) {
             findings_.push_back({Severity::error, "no-servers",
                                  protocol_servers_path(*protocol_of_method(method.number)),
                                  method_text(method) + " of " + escaped(list_.path()) +
@@ -200,11 +202,13 @@ class ListCheck {
 bool method_works(Database &database, const std::string &function, const Method &method) {
     if (method.is_group()) {
         const Group *group = method.configured();
-        return group != nullptr && group->number && any_sound(group->servers);
+        return group != nullptr && group->number &&
+               any_asked(database, settings_path(*group), group->protocol, group->servers);
     }
     const Protocol *protocol = protocol_of_method(method.number);
     return answers_for(function, method.number) &&
-           (protocol == nullptr || any_sound(protocol_servers(database, *protocol)));
+           (protocol == nullptr ||
+            any_asked(database, settings_path(*protocol), *protocol, protocol_servers(database, *protocol)));
 }
 
 void check_list(Database &database, const MethodList &list, Findings &findings) {

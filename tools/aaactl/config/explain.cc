@@ -79,13 +79,15 @@ std::string on_silence(const Explanation &e, size_t i) {
                                                : "no step is left: the request is refused";
 }
 
-std::string server_words(const Server &server) {
+std::string server_words(const Server &server, KeyState key) {
     std::string text = escaped(server.host);
     for (size_t i = 0; i < server.ports.size(); ++i) {
         text += (i == 0 ? (server.ports.size() > 1 ? "  ports " : "  port ") : ", ") +
                 std::to_string(server.ports[i]);
     }
     return text + (server.is_private ? "  private" : "") +
+           (is_sound(server) && !is_asked_with(key) ? "  (not asked: " + std::string(key_text(key)) + ")"
+                                                    : "") +
            (server.defect.empty() ? "" : "  (not usable: " + server.defect + ")");
 }
 
@@ -95,13 +97,15 @@ const char *chosen_by(ChosenBy by) {
 
 // ---- JSON
 
-Json servers_json(const std::vector<Server> &servers) {
+Json servers_json(const Step &step) {
     Json all = Json::array();
-    for (const Server &server : servers) {
+    for (size_t n = 0; n < step.servers.size(); ++n) {
+        const Server &server = step.servers[n];
         Json one = {{"ordinal", server.index},
                     {"host", escaped(server.host)},
                     {"ports", server.ports},
-                    {"private", server.is_private}};
+                    {"private", server.is_private},
+                    {"key", key_word(step.keys[n])}};
         if (!server.defect.empty()) {
             one["defect"] = server.defect;
         }
@@ -122,7 +126,7 @@ Json step_json(const Explanation &e, size_t i) {
                              {"protocol", group != nullptr ? Json(group->protocol.word) : Json()},
                              {"number", number ? Json(*number) : Json()}};
     }
-    document["servers"] = servers_json(step.servers);
+    document["servers"] = servers_json(step);
     document["works"] = step.works;
     document["on_refusal"] = always_answers(step) || !step.works ? Json() : Json(on_refusal(e));
     document["on_no_answer"] = Json();
@@ -170,8 +174,9 @@ void print_step(Output &out, const Explanation &e, size_t i) {
     out.line("");
     out.line(out.styled(Style::strong, std::to_string(i + 1) + ". " + step_word(step)) + "  (" +
              step_meaning(e, step) + ")");
-    for (const Server &server : step.servers) {
-        out.line("     " + std::to_string(server.index) + "  " + server_words(server));
+    for (size_t n = 0; n < step.servers.size(); ++n) {
+        out.line("     " + std::to_string(step.servers[n].index) + "  " +
+                 server_words(step.servers[n], step.keys[n]));
     }
     if (always_answers(step)) {
         return;
@@ -275,7 +280,8 @@ void add_explain(Command root) {
         "why, row, configured, exists}, client: {code, text, methods}, tried, steps: [{step, method, name, "
         "group: "
         "{name,\n"
-        "protocol, number}, servers: [{ordinal, host, ports, private}], works, on_refusal, on_no_answer: "
+        "protocol, number}, servers: [{ordinal, host, ports, private, key}], works, on_refusal, "
+        "on_no_answer: "
         "{next_step,\n"
         "text}}], lists_of_service, findings: [{severity, code, path, text, remedy}]}; null for a missing "
         "value,\nof a server \"defect\" if there is one\n"

@@ -24,12 +24,18 @@ namespace {
 using Step = Explanation::Step;
 
 Step make_step(Database &database, const std::string &function, const Method &method) {
-    Step step{method, {}, method_works(database, function, method)};
+    Step step{method, {}, {}, method_works(database, function, method)};
     const Protocol *protocol = protocol_of_method(method.number);
     if (method.configured() != nullptr) {
         step.servers = method.resolved->servers;
+        for (const Server &server : step.servers) {
+            step.keys.push_back(read_key(database, *method.resolved, server).state);
+        }
     } else if (protocol != nullptr) {
         step.servers = protocol_servers(database, *protocol);
+        for (const Server &server : step.servers) {
+            step.keys.push_back(read_key(database, settings_path(*protocol), server, *protocol).state);
+        }
     }
     return step;
 }
@@ -59,7 +65,7 @@ void look_for_faults(Database &database, Explanation &e) {
     for (const Step &step : e.steps) {
         const Group *group = step.method.configured();
         if (group != nullptr && seen.insert(group->path).second) {
-            check_group(*group, true, e.findings);
+            check_group(database, *group, true, e.findings);
         } else if (group == nullptr) {
             check_servers(step.servers, e.findings);
         }

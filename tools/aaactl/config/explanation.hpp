@@ -13,6 +13,7 @@
 #include "config/list_choice.hpp"
 #include "config/lookup.hpp"
 #include "config/method_lists.hpp"
+#include "config/server_keys.hpp"
 
 namespace aaactl {
 
@@ -27,7 +28,8 @@ struct Explanation {
     struct Step {
         Method method;
         std::vector<Server> servers;
-        bool works = false;  // it can answer
+        std::vector<KeyState> keys;  // of the servers
+        bool works = false;          // it can answer
     };
 
     ServiceWord service;

@@ -7,13 +7,33 @@
 #include <memory>
 
 #include "cli/suggestion.hpp"
+#include "config/server_keys.hpp"
 
 namespace aaactl {
 namespace {
 
-std::string state_text(const Output &out, const Group &group) {
-    std::string text =
-        group.configured ? servers_text(group) : out.styled(Style::bad, "(published, not configured)");
+std::string one_server_text(const Server &server) {
+    return server_text(server) + (server.is_private ? " (private)" : "") +
+           (is_sound(server) ? "" : " (not usable: " + server.defect + ")");
+}
+
+// The servers, and whether each has a key that opens.
+std::string keyed_servers(const Output &out, Database &database, const Group &group) {
+    std::string text;
+    for (const Server &server : group.servers) {
+        text += (text.empty() ? "" : " ") + one_server_text(server);
+        if (is_sound(server)) {
+            const KeyState state = read_key(database, group, server).state;
+            text += " " + out.styled(is_asked_with(state) ? Style::dim : Style::bad,
+                                     std::string("[") + key_text(state) + "]");
+        }
+    }
+    return text;
+}
+
+std::string state_text(const Output &out, Database &database, const Group &group) {
+    std::string text = group.configured ? keyed_servers(out, database, group)
+                                        : out.styled(Style::bad, "(published, not configured)");
     if (!group.number_defect.empty()) {
         text += (text.empty() ? "" : " ") + out.styled(Style::bad, "(number: " + group.number_defect + ")");
     }
@@ -33,9 +53,10 @@ ExitCode list(Output &out, const GroupOptions &options) {
             if (!options.name.empty() && group.name != options.name) {
                 continue;
             }
-            document["groups"].push_back(group_json(group));
+            document["groups"].push_back(group_json(database, group));
             rows.push_back({protocol.word, escaped(group.name),
-                            group.number ? std::to_string(*group.number) : "-", state_text(out, group)});
+                            group.number ? std::to_string(*group.number) : "-",
+                            state_text(out, database, group)});
             if (!group.number_defect.empty()) {
                 faults.push_back(escaped(number_path(group)) + ": " + group.number_defect);
             }
@@ -62,9 +83,14 @@ void add_list(Command sg) {
     sub.footer(
         "A group without a number (-) is not published: \"sg publish\" does it. A number that\ncannot be "
         "read is reported with the others (exit status 3).\n"
-        "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, "
-        "private}]}]}, "
-        "with\n\"fault\" or, of a server, \"defect\" if there is one\n"
+        "Of each server it says whether it has a key that opens: \"sg key\" stores one. The key is not "
+        "checked\n"
+        "where this user may not read the master keys.\n"
+        "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, private, "
+        "key: "
+        "opens|\nmissing|unusable|unchecked|not needed}]}]}, with \"fault\" or, of a server, \"defect\" "
+        "instead of "
+        "\"key\"\nif there is one\n"
         "Example: aaactl sg list --protocol radius");
 }
 
@@ -73,13 +99,12 @@ void add_list(Command sg) {
 std::string servers_text(const Group &group) {
     std::string text;
     for (const Server &server : group.servers) {
-        text += (text.empty() ? "" : " ") + server_text(server) + (server.is_private ? " (private)" : "") +
-                (is_sound(server) ? "" : " (not usable: " + server.defect + ")");
+        text += (text.empty() ? "" : " ") + one_server_text(server);
     }
     return text;
 }
 
-Json group_json(const Group &group) {
+Json group_json(Database &database, const Group &group) {
     Json document = {{"protocol", group.protocol.word},
                      {"name", escaped(group.name)},
                      {"number", group.number ? Json(*group.number) : Json()},
@@ -92,6 +117,8 @@ Json group_json(const Group &group) {
                                                    {"private", server.is_private}});
         if (!is_sound(server)) {
             one["defect"] = server.defect;
+        } else {
+            one["key"] = key_word(read_key(database, group, server).state);
         }
     }
     if (!group.number_defect.empty()) {
@@ -106,6 +133,7 @@ void add_sg(Command root) {
     add_sg_add(sg);
     add_sg_delete(sg);
     add_sg_publish(sg);
+    add_sg_key(sg);
 }
 
 }  // namespace aaactl

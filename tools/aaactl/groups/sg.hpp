@@ -20,7 +20,7 @@ struct GroupOptions {
 };
 
 // {protocol, name, number, configured, servers, fault}
-Json group_json(const Group &group);
+Json group_json(Database &database, const Group &group);
 std::string servers_text(const Group &group);
 
 // Asks the library whether the group may be created or deleted. Failure with its reason, or with the text of
@@ -33,5 +33,6 @@ cerrno apply_to_maps(Database &database, const GroupOptions &options, uint32_t o
 void add_sg_add(Command sg);
 void add_sg_delete(Command sg);
 void add_sg_publish(Command sg);
+void add_sg_key(Command sg);
 
 }  // namespace aaactl

@@ -5,12 +5,15 @@
 // reason: first the verification, then the maps of names and numbers, then the
 // indexes of the servers.
 
+#include <algorithm>
 #include <memory>
 #include <set>
 
 #include "aaa/result_codes.h"
 #include "aaa/server_groups.h"
 #include "cli/suggestion.hpp"
+#include "config/advice.hpp"
+#include "config/server_keys.hpp"
 #include "database/sysdb_apply.hpp"
 #include "groups/sg.hpp"
 #include "platform/cerr.h"
@@ -155,6 +158,16 @@ void configure(Database &database, const Changes &changes) {
     }
 }
 
+// aaad asks no server without a key.
+void note_missing_keys(Output &out, Database &database, const Group &group) {
+    const bool missing = std::any_of(group.servers.begin(), group.servers.end(), [&](const Server &server) {
+        return is_sound(server) && read_key(database, group, server).state == KeyState::missing;
+    });
+    if (missing) {
+        out.note("aaactl: " + change_group("no key is stored for some of its servers", "key", group));
+    }
+}
+
 // The maps first: the next attempt reuses a number without a group, but a group without a number does not
 // work.
 ExitCode add(Output &out, const GroupOptions &options) {
@@ -178,7 +191,8 @@ ExitCode add(Output &out, const GroupOptions &options) {
         throw;
     }
     const Group group = read_group(database, protocol, options.name).value_or(Group{});
-    out.result(group_json(group), [&] {
+    note_missing_keys(out, database, group);
+    out.result(group_json(database, group), [&] {
         out.line(options.protocol + " " + escaped(options.name) + " " + std::to_string(number) + ": " +
                  servers_text(group));
     });
@@ -252,7 +266,7 @@ ExitCode remove(Output &out, const GroupOptions &options) {
         configure(database, server_deletions(options, *group));
     }
     const auto left = read_group(database, group->protocol, group->name);
-    out.result({{"deleted", true}, {"group", left ? group_json(*left) : Json()}}, [] {});
+    out.result({{"deleted", true}, {"group", left ? group_json(database, *left) : Json()}}, [] {});
     return ExitCode::ok;
 }
 
