@@ -59,23 +59,46 @@ void add_masked(const Dump &dump, const DumpItem &item,
     changes.expect(item.path, found->second->item);
 }
 
-Changes changes_of(const Dump &dump, const Dump &stored, bool replace) {
+// The state that the counts of the load are about: when another process changes it meanwhile, the load is
+// planned again.
+void expect_stored(const DumpItem &item, const std::map<std::string_view, const DumpItem *> &stored,
+                   Changes &changes) {
+    const auto found = stored.find(item.path);
+    if (item.item.type == SYSDB_TYPE_DIRECTORY) {
+        return;  // it may exist without being empty
+    }
+    if (found == stored.end()) {
+        changes.expect_absent(item.path);
+    } else if (found->second->fault.empty()) {
+        changes.expect(item.path, found->second->item);
+    }
+}
+
+struct Plan {
+    Changes changes;
+    std::vector<size_t> items;  // of the dump, one for each change
+};
+
+Plan changes_of(const Dump &dump, const Dump &stored, bool replace) {
     std::map<std::string_view, const DumpItem *> by_path;
     for (const DumpItem &item : stored.items) {
         by_path[item.path] = &item;
     }
-    Changes changes;
-    for (const DumpItem &item : dump.items) {
+    Plan plan;
+    for (size_t i = 0; i < dump.items.size(); ++i) {
+        const DumpItem &item = dump.items[i];
         if (item.masked) {
-            add_masked(dump, item, by_path, changes);
+            add_masked(dump, item, by_path, plan.changes);
         } else {
-            changes.set(item.path, item.item);
+            expect_stored(item, by_path, plan.changes);
+            plan.changes.set(item.path, item.item);
         }
+        plan.items.resize(plan.changes.size(), i);
     }
     if (replace) {
-        changes.prune(dump.directory);
+        plan.changes.prune(dump.directory);
     }
-    return changes;
+    return plan;
 }
 
 std::string source_name(const LoadOptions &options) {
@@ -119,7 +142,7 @@ void check_schema(Output &out, const LoadOptions &options, const Dump &dump,
         .with({{"faults", faults}});
 }
 
-constexpr int kAttempts = 10;  // when others change a masked value meanwhile
+constexpr int kAttempts = 100;  // each time another process has made its change
 
 struct Outcome {
     Dump stored;
@@ -131,18 +154,19 @@ Outcome load_dump(Output &out, Database &database, const LoadOptions &options, c
         Outcome outcome{read_database(out, database, dump.directory, true), {}};
         outcome.differences = planned(dump, outcome.stored, options.replace);
         check_schema(out, options, dump, outcome.differences);
-        const Changes changes = changes_of(dump, outcome.stored, options.replace);
+        const Plan plan = changes_of(dump, outcome.stored, options.replace);
         if (options.dry_run) {
             return outcome;
         }
         out.progress("Storing " + std::to_string(dump.items.size()) + " items");
         size_t failed = 0;
-        const cerrno rc = changes.apply(database, dump.directory, failed);
+        const cerrno rc = plan.changes.apply(database, dump.directory, failed);
         if (rc == 0) {
             return outcome;
         }
         if (rc != SYSDB_ERR_CONFLICT || attempt == kAttempts) {
-            throw refused(options, dump, failed, rc);
+            throw refused(options, dump, failed < plan.items.size() ? plan.items[failed] : dump.items.size(),
+                          rc);
         }
     }
 }
