@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The library looks for the installed provider before it binds, and knows no other: with AAA_SYSDB_PROVIDER it
-// would find no database although the platform has one. This program names the provider that is used, by an
-// access() of its own, which takes precedence over that of the C library. Part of the program alone: a test or
-// a fuzzer that links the commands keeps its access().
+// The library looks for the installed provider before it binds, and knows no other: with AAA_SYSDB_PROVIDER
+// it would find no database although the platform has one. This program names the provider that is used, by
+// an access() of its own, which takes precedence over that of the C library. It is part of the program alone:
+// a test or a fuzzer that links the commands keeps its access().
 
 #include <fcntl.h>
 #include <unistd.h>
