@@ -128,6 +128,7 @@ void check_key(const std::string &path, std::string text, Findings &findings) {
                             seal_item("seal it", path, text)});
     } else if (validate_encrypted_password(text.data()) != AAA_OK) {
         findings.push_back(unusable_key(path, text));
+        forget_log_lines();  // the finding says it
     }
     wipe(text);
 }

@@ -53,6 +53,7 @@ KeyState state_of(std::string key) {
         const char *masters = aaa_platform_master_keys_path();
         const bool hidden = access(masters, R_OK) != 0 && errno == EACCES;
         state = hidden ? KeyState::unchecked : opens(key) ? KeyState::opens : KeyState::unusable;
+        forget_log_lines();  // the state says it
     }
     wipe(key);
     return state;

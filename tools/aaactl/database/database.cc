@@ -97,7 +97,9 @@ std::vector<Entry> entries_of(sysdb_list_t list, const std::string &directory) {
 }  // namespace
 
 Failure database_failure(std::string_view path, cerrno rc) {
-    return {exit_code(rc), escaped(path) + ": " + escaped(cerr_strerror(rc)) + hint(rc)};
+    // A line of the platform names the file and the remedy.
+    return {exit_code(rc),
+            escaped(path) + ": " + escaped(cerr_strerror(rc)) + (has_log_lines() ? "" : hint(rc))};
 }
 
 Database::~Database() {

@@ -63,6 +63,7 @@ Verdict examine(Secret &sealed) {
     verdict.newest = masters.back().generation == *verdict.generation;
     verdict.valid = verdict.known && validate_encrypted_password(sealed.data()) == AAA_OK;
     verdict.clear = verdict.valid ? open_key(sealed.text()) : nullptr;
+    forget_log_lines();  // the verdict says it
     return verdict;
 }
 
@@ -196,7 +197,6 @@ std::string seal_clear_key(Output &out) {
 Command key_command(Command key, const std::string &name, const std::string &help, Action run) {
     auto file = std::make_shared<std::string>();
     Command sub = key.command(name, help, [file, run = std::move(run)](Output &out) {
-        log_to_standard_error();
         if (!file->empty()) {
             setenv("AAA_MASTER_KEYS", file->c_str(), 1);
         }

@@ -10,7 +10,7 @@
 
 namespace aaactl {
 
-// A command of "key": with --file, and with its log lines on standard error.
+// A command of "key": with --file.
 Command key_command(Command key, const std::string &name, const std::string &help, Action run);
 
 // Asks for a key, twice on a terminal, and seals it.
