@@ -104,7 +104,7 @@ class Lint {
         }
     }
 
-    Database database_;
+    Database database_{Database::Use::reading};
     Findings findings_;
     std::set<std::string> used_;  // groups that lists name
     std::vector<Group> groups_;

@@ -131,7 +131,7 @@ std::string meant_list(Database &database, const ListOptions &options) {
 }
 
 ExitCode show(Output &out, const ListOptions &options) {
-    Database database;
+    Database database(Database::Use::reading);
     const std::vector<MethodList> lists = read_lists(database, options);
     if (lists.empty() && !options.function.empty()) {
         throw Failure(ExitCode::not_found,

@@ -18,7 +18,7 @@ constexpr size_t kMaxValue = 1024 * 1024;
 // ---- get
 
 ExitCode get(Output &out, const std::string &path) {
-    Database database;
+    Database database(Database::Use::reading);
     const Item item = database.get(path);
     out.result(item_json(out, path, item), [&] { out.line(shown_value(out, path, item, true)); });
     return ExitCode::ok;
@@ -229,7 +229,7 @@ std::vector<Listed> level_of(Database &database, const std::string &path, bool v
 }
 
 ExitCode ls(Output &out, const std::string &path, bool long_form) {
-    Database database;
+    Database database(Database::Use::reading);
     const std::vector<Listed> level = level_of(database, path, long_form);
     Json document = {{"path", escaped(path)}, {"entries", Json::array()}};
     std::vector<std::vector<std::string>> rows;
@@ -301,7 +301,7 @@ void grow(Output &out, Database &database, const std::string &directory, const s
 }
 
 ExitCode tree(Output &out, const std::string &path) {
-    Database database;
+    Database database(Database::Use::reading);
     const std::string directory = directory_path(path, true);
     if (!database.list(directory)) {
         throw database_failure(directory, SYSDB_ERR_NOT_FOUND);

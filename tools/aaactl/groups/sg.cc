@@ -41,7 +41,7 @@ std::string state_text(const Output &out, Database &database, const Group &group
 }
 
 ExitCode list(Output &out, const GroupOptions &options) {
-    Database database;
+    Database database(Database::Use::reading);
     Json document = {{"groups", Json::array()}};
     std::vector<std::vector<std::string>> rows;
     std::vector<std::string> faults;
