@@ -89,6 +89,23 @@ TEST(SysdbDirectory, NameThatIsTakenDoesNotStopTheProcess) {
     EXPECT_TRUE(fs::exists(sandbox.cfg_file()));
 }
 
+TEST(SysdbDirectory, IsNotMadeForOneThatOnlyReads) {
+    const DatabaseSandbox sandbox;
+    run_forked([&sandbox] {
+        sysdb_conn_t conn = 0;
+        const uint32_t reading = SYSDB_BIND_PRIVATE | SYSDB_BIND_EXISTING;
+        EXPECT_EQ(SYSDB_ERR_NOT_FOUND, _sysdb_bind(&conn, "/cfg/", reading));
+        EXPECT_EQ(SYSDB_ERR_INVALID_ARG,
+                  _sysdb_bind(&conn, "/cfg/", SYSDB_BIND_SHARED | SYSDB_BIND_EXISTING));
+        EXPECT_EQ(0u, conn);
+        EXPECT_FALSE(fs::exists(sandbox.cfg_file()));
+        bind_and_use();
+        EXPECT_EQ(0u, _sysdb_bind(&conn, "/cfg/", reading));
+        EXPECT_EQ(0u, _sysdb_unbind(conn));
+    });
+    EXPECT_TRUE(fs::exists(sandbox.cfg_file()));
+}
+
 TEST(SysdbDirectory, LeavesNoOtherNameBehind) {
     const DatabaseSandbox sandbox;
     run_forked([] { bind_and_use(); });

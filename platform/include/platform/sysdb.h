@@ -53,6 +53,8 @@ typedef void *sysdb_list_t;
  * handles are kept for the life of the process. */
 #define SYSDB_BIND_PRIVATE 0u
 #define SYSDB_BIND_SHARED  2u
+/** With SYSDB_BIND_PRIVATE: makes nothing where there is no database; for tools that only read. */
+#define SYSDB_BIND_EXISTING 8u
 
 #define SYSDB_NAME_SIZE 50u /**< bytes of a name in a tuple, NUL included */
 
@@ -82,7 +84,8 @@ typedef void *sysdb_list_t;
  * @param[out] conn  the handle, never 0 on success; untouched on failure, so that a handle preset to 0
  *                   remains 0
  * @param[in]  path  absolute, ends in '/'; the directory need not exist
- * @param[in]  flags SYSDB_BIND_PRIVATE or SYSDB_BIND_SHARED
+ * @param[in]  flags SYSDB_BIND_PRIVATE or SYSDB_BIND_SHARED; SYSDB_BIND_PRIVATE | SYSDB_BIND_EXISTING, which a
+ *                   provider may not know
  *
  * Ownership: *Caller frees* the handle, with _sysdb_unbind().
  *
@@ -90,6 +93,7 @@ typedef void *sysdb_list_t;
  * - 0: bound
  * - SYSDB_ERR_LIB_ABSENT: no provider, or the library that calls is being unloaded
  * - SYSDB_ERR_INVALID_ARG: a pointer is null, or a flag is unknown
+ * - SYSDB_ERR_NOT_FOUND: with SYSDB_BIND_EXISTING, there is no database yet
  * - SYSDB_ERR_BAD_PATH, SYSDB_ERR_PATH_TOO_LONG: the path
  * - SYSDB_ERR_CORRUPT, SYSDB_ERR_ACCESS, SYSDB_ERR_STORAGE, SYSDB_ERR_BUSY, SYSDB_ERR_NOMEM: the database
  *   cannot be opened; a log line names the file

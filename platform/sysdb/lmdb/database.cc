@@ -4,6 +4,9 @@
 
 #include "database.hpp"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <ctime>
 #include <vector>
 
@@ -42,6 +45,14 @@ const Settings &Database::settings() {
         settings_ = read_settings();
     }
     return *settings_;
+}
+
+// A file that cannot be looked at is there: opening it says what is wrong.
+bool Database::exists(Tree tree) {
+    const std::lock_guard lock(mutex_);
+    const std::string &file = tree == Tree::kCfg ? settings().cfg_file : settings().oper_file;
+    struct stat status;
+    return slot_of(tree).current != nullptr || stat(file.c_str(), &status) == 0 || errno != ENOENT;
 }
 
 cerrno Database::watcher_directory(Missing missing, Directory &directory) {

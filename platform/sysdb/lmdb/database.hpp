@@ -27,6 +27,9 @@ class Database {
     template <typename Body>
     cerrno read(Tree tree, Body body);
 
+    // False when the tree's file, or its directory, is not there.
+    bool exists(Tree tree);
+
     // The directory of the processes' sockets, in that of the operational database; it is
     // made if it is missing, or else SYSDB_ERR_NOT_FOUND.
     enum class Missing { kMake, kReport };

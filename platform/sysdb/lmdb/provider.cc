@@ -66,12 +66,16 @@ void sweep_once() {
 }
 
 cerrno bind(sysdb_conn_t *conn, const char *path, uint32_t flags) {
-    if (flags != SYSDB_BIND_PRIVATE && flags != SYSDB_BIND_SHARED) {
+    constexpr uint32_t kReading = SYSDB_BIND_PRIVATE | SYSDB_BIND_EXISTING;
+    if (flags != SYSDB_BIND_PRIVATE && flags != SYSDB_BIND_SHARED && flags != kReading) {
         return SYSDB_ERR_INVALID_ARG;
     }
     return guarded([&] {
         Key prefix;
         cerrno rc = prefix.assign_bind_path(path);
+        if (rc == 0 && flags == kReading && !Database::instance().exists(prefix.tree())) {
+            rc = SYSDB_ERR_NOT_FOUND;
+        }
         if (rc == 0) {
             rc = Database::instance().with(prefix.tree(), [](const Environment &) -> cerrno { return 0; });
         }

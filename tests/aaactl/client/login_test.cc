@@ -117,8 +117,14 @@ TEST_F(AaactlLogin, AuthorizesEachCommand) {
     EXPECT_TRUE(contains(both.out, "=> FAIL, \"Command is not allowed\"")) << both.out;
     EXPECT_TRUE(contains(both.out, "authorization of ping 1"))
         << "the one after the refused one: " << both.out;
+    EXPECT_TRUE(contains(both.out, "\nalice: accepted; 1 of 3 commands: reload denied\n")) << both.out;
+    const auto json = login({"alice", "--authorize", "reload", "--json"}, "wonderland\n").json();
+    EXPECT_EQ(json["verdict"], "denied");
+    EXPECT_EQ(json["login"], "accepted");
+    EXPECT_EQ(json["refused_commands"].dump(), R"(["reload"])");
     const Result allowed = login({"alice", "--authorize", "show version"}, "wonderland\n");
     EXPECT_EQ(allowed.status, 0) << allowed.out;
+    EXPECT_TRUE(contains(allowed.out, "\nalice: accepted\n")) << allowed.out;
 }
 
 TEST_F(AaactlLogin, ShowsNoPasswordOfAnAddressInACommand) {

@@ -33,7 +33,7 @@ class AaaConfigTest : public DatabaseTest {
             for (const auto &[path, line] : items) {
                 dump += line + "\n";
             }
-            const auto load = aaactl_test::aaactl({"sysdb", "load", "-"}, dump);
+            const auto load = aaactl_test::aaactl({"sysdb", "load", "--force", "-"}, dump);
             EXPECT_EQ(load.status, 0) << load.err << dump;
         }
         pending_.clear();
@@ -45,8 +45,16 @@ class AaaConfigTest : public DatabaseTest {
         put("/cfg/gl/aaa/" + path, "tuple", fields);
     }
 
+    // Its group uses TLS, so that it needs no key; without_tls() changes that.
     static void server(const std::string &group, const std::string &entry) {
+        put("/cfg/gl/aaa/group-server/" + group + "/settings/transport", "string", "tls");
         put("/cfg/gl/aaa/group-server/" + group + "/server/" + entry, "u32", "1");
+    }
+
+    static void without_tls(const std::string &group) {
+        const auto deleted =
+            run({"sysdb", "del", "/cfg/gl/aaa/group-server/" + group + "/settings/transport"});
+        EXPECT_EQ(deleted.status, 0) << deleted.err;
     }
 
     // Publishes the number of a group as the AAA server does.

@@ -76,6 +76,7 @@ TEST_F(Advice, ForMethodListsSetsTheCorrectedList) {
               kSet + "group:corp local");
     EXPECT_EQ(with_list(R"(10, 2, 0, 0, "gone", "", "", "")", "dangling-group"), kSet + "local");
     EXPECT_EQ(with_list(R"(10, 2, 0, 0, "", "", "", "")", "dangling-group"), kSet + "local");
+    EXPECT_EQ(with_list(R"(10, 2, 0, 0, "gone", "", "", "")", "lock-out"), kSet + "local");
     EXPECT_EQ(with_list(R"(10, 1, 2, 0, "corp", "", "", "")", "unreachable-method"),
               kSet + "group:corp none");
     EXPECT_EQ(with_list(R"(10, 1, 0, 0, "corp", "", "", "")", "open-fallback"), kSet + "group:corp local");
@@ -83,6 +84,14 @@ TEST_F(Advice, ForMethodListsSetsTheCorrectedList) {
     EXPECT_EQ(with_list(R"(10, 0, 0, 0, "corp", "", "", "")", "no-fallback"), kSet + "group:corp local");
     EXPECT_EQ(with_list(R"(10, 10, 10, 10, "corp", "archive", "corp", "archive")", "no-fallback"),
               kSet + "group:corp group:archive group:corp local");
+}
+
+TEST_F(Advice, ForListsThatNothingUses) {
+    list("accounting/exec/default", R"(0, 0, 0, 10, 2, 0, 0, "corp", "", "", "")");
+    EXPECT_EQ(follow("unsuitable-method"), "aaactl mlist set accounting exec default group:corp");
+    list("authentication/lgin/default", R"(0, 0, 0, 0, "", "", "", "")");
+    EXPECT_EQ(follow("empty-list"), "aaactl mlist set --force authentication lgin default local");
+    EXPECT_EQ(follow("unused-service"), "aaactl sysdb del /cfg/gl/aaa/authentication/lgin/default");
 }
 
 TEST_F(Advice, ForAListWithAnotherFaultSetsNothingThatIsRefused) {
@@ -93,7 +102,7 @@ TEST_F(Advice, ForAListWithAnotherFaultSetsNothingThatIsRefused) {
 TEST_F(Advice, NamesTheListOfTheFinding) {
     list("accounting/exec/ops", R"(10, 0, 0, 0, "corp", "", "", "")");
     EXPECT_EQ(follow("malformed-list"), "aaactl mlist set accounting exec ops group:corp");
-    EXPECT_EQ(follow("no-default-list"), "aaactl mlist set accounting exec default local");
+    EXPECT_EQ(follow("no-default-list"), "aaactl mlist set accounting exec default syslog");
     ASSERT_EQ(run({"sysdb", "del", "/cfg/gl/aaa/authentication/login/default"}).status, 0);
     EXPECT_EQ(follow("no-default-list"), kSet + "local");
     aaactl_test::damage(dir(), "/cfg/gl/aaa/authentication/login/default", SYSDB_TYPE_TUPLE, "TP");
@@ -110,7 +119,8 @@ TEST_F(Advice, QuotesNamesForTheShell) {
     }
     EXPECT_NE(access(dir().path("marker").c_str(), F_OK), 0);
     server("radius/o'dd $HOME", "0x1/192.0.2.40,1812,1813");
-    EXPECT_EQ(follow("unnumbered-group"), R"(aaactl sg add radius 'o'\''dd $HOME')");
+    EXPECT_EQ(follow("unnumbered-group"), "aaactl sg publish");
+    EXPECT_TRUE(contains(run({"sg", "list"}).out, "o'dd $HOME  1002"));
     list("authentication/login/default", R"(10, 0, 0, 0, "o'dd $HOME", "", "", "")");
     EXPECT_EQ(follow("no-fallback"), kSet + R"('group:o'\''dd $HOME' local)");
 }
@@ -132,7 +142,9 @@ TEST_F(Advice, ForGroupsKeepsTheirServers) {
     EXPECT_TRUE(contains(follow("unreadable-number"), "aaactl sg add tacacs archive"));
     EXPECT_TRUE(contains(run({"sg", "list"}).out, "192.0.2.20,1812,1813")) << servers;
     ASSERT_EQ(run({"sysdb", "del", kMaps + "sg_name_map/radius/corp"}).status, 0);
-    EXPECT_EQ(follow("unnumbered-group"), "aaactl sg add radius corp");
+    EXPECT_EQ(follow("unnumbered-group"), "aaactl sg publish");
+    ASSERT_EQ(run({"sysdb", "del", "-r", "/oper/aaa"}).status, 0);
+    EXPECT_EQ(follow("lock-out"), "aaactl sg publish");
     number("diameter", "gone", 3002);
     EXPECT_EQ(follow("stale-number"), "aaactl sg del diameter gone");
     EXPECT_TRUE(remedies().empty());

@@ -54,8 +54,9 @@ Nothing is missing.
     EXPECT_EQ(json["client"]["methods"].dump(), "[1001,3001,2]") << "as the library resolves them";
     ASSERT_EQ(json["steps"].size(), 3u);
     EXPECT_EQ(json["steps"][0]["group"].dump(), R"({"name":"corp","protocol":"radius","number":1001})");
-    EXPECT_EQ(json["steps"][0]["servers"][1].dump(),
-              R"({"ordinal":2,"host":"2001:db8::21","ports":[1645,1646],"private":false})");
+    EXPECT_EQ(
+        json["steps"][0]["servers"][1].dump(),
+        R"({"ordinal":2,"host":"2001:db8::21","ports":[1645,1646],"private":false,"key":"not needed"})");
     EXPECT_EQ(json["steps"][0]["on_no_answer"]["next_step"], 2);
     EXPECT_TRUE(json["steps"][2]["on_no_answer"]["next_step"].is_null());
     EXPECT_EQ(json["findings"].size(), 0u);
@@ -215,17 +216,23 @@ TEST_F(Explain, ADanglingGroupKeepsClientsFromReadingTheList) {
     const Result text = explain({"authentication", "login"});
     EXPECT_EQ(text.status, 1);
     EXPECT_TRUE(
-        contains(text.out,
-                 "1. server group gone  (not configured, no number)\n   cannot answer:      step 2, local\n"))
+        contains(text.out, "/login/default\n\nThe lookup fails: the server group \"gone\" has no number ("))
         << text.out;
+    EXPECT_TRUE(
+        contains(text.out, "); no method is tried, not even \"local\": no one can log in.\n\nerror: "))
+        << text.out;
+    EXPECT_FALSE(contains(text.out, "cannot answer")) << text.out;
+    EXPECT_FALSE(contains(text.out, "2. local")) << text.out;
     EXPECT_TRUE(contains(
         text.out, "error: /cfg/gl/aaa/authentication/login/default: server group \"gone\" does not exist"))
         << text.out;
     const auto run = explain_json({"authentication", "login"});
     EXPECT_EQ(found(run),
-              std::vector<std::string>{"error dangling-group /cfg/gl/aaa/authentication/login/default"});
+              (std::vector<std::string>{"error lock-out /cfg/gl/aaa/authentication/login/default",
+                                        "error dangling-group /cfg/gl/aaa/authentication/login/default"}));
     EXPECT_NE(run.json()["client"]["code"], 0);
-    EXPECT_EQ(run.json()["steps"][0]["works"], false);
+    EXPECT_EQ(run.json()["tried"], false);
+    EXPECT_EQ(run.json()["steps"].size(), 0u);
 }
 
 TEST_F(Explain, AGroupWithoutANumberOrServersIsNamed) {
@@ -236,8 +243,50 @@ TEST_F(Explain, AGroupWithoutANumberOrServersIsNamed) {
     const auto run = explain_json({"authentication", "login"});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(found(run),
-              (std::vector<std::string>{"error unnumbered-group /cfg/gl/aaa/group-server/radius/corp/",
+              (std::vector<std::string>{"error lock-out /cfg/gl/aaa/authentication/login/default",
+                                        "error unnumbered-group /cfg/gl/aaa/group-server/radius/corp/",
                                         "error empty-group /cfg/gl/aaa/group-server/tacacs/hollow/"}));
+}
+
+// The numbers are operational data: a reboot empties their maps.
+TEST_F(Explain, WithoutNumbersNoOneCanLogInUntilTheyArePublished) {
+    groups();
+    list("authentication/login/default", R"(10, 2, 0, 0, "corp", "", "", "")");
+    ASSERT_EQ(explain({"authentication", "login"}).status, 0);
+    ASSERT_EQ(run({"sysdb", "del", "-r", "/oper/aaa"}).status, 0);
+    const Result text = explain({"authentication", "login"});
+    EXPECT_EQ(text.status, 1);
+    EXPECT_TRUE(contains(text.out, "\n\nThe lookup fails: the server group \"corp\" has no number ("))
+        << text.out;
+    EXPECT_FALSE(contains(text.out, "1. ")) << text.out;
+    EXPECT_TRUE(
+        contains(text.out, "no one can log in [lock-out]\n    number all server groups: aaactl sg publish"))
+        << text.out;
+    ASSERT_EQ(run({"sg", "publish"}).status, 0);
+    EXPECT_EQ(explain({"authentication", "login"}).status, 0);
+    EXPECT_EQ(explain_json({"authentication", "login"}).json()["tried"], true);
+}
+
+TEST_F(Explain, ServersWithoutAKeyAreNotAsked) {
+    groups();
+    list("authentication/login/default", R"(10, 2, 0, 0, "corp", "", "", "")");
+    without_tls("radius/corp");
+    const Result text = explain({"authentication", "login"});
+    EXPECT_EQ(text.status, 1);
+    EXPECT_TRUE(contains(text.out, "     1  192.0.2.20  ports 1812, 1813  (not asked: no key)\n"))
+        << text.out;
+    EXPECT_TRUE(contains(text.out, "   cannot answer:      step 2, local\n")) << text.out;
+    const auto run = explain_json({"authentication", "login"});
+    EXPECT_EQ(run.json()["steps"][0]["servers"][0]["key"], "missing");
+    EXPECT_EQ(found(run), std::vector<std::string>{"error no-key /cfg/gl/aaa/group-server/radius/corp/"});
+}
+
+TEST_F(Explain, StepsThatNoRequestReachesAreLeftOut) {
+    list("authentication/login/default", R"(1, 2, 0, 0, "", "", "", "")");
+    const Result text = explain({"authentication", "login"});
+    EXPECT_TRUE(contains(text.out, "1. none")) << text.out;
+    EXPECT_FALSE(contains(text.out, "2. local")) << text.out;
+    EXPECT_EQ(explain_json({"authentication", "login"}).json()["steps"].size(), 1u);
 }
 
 TEST_F(Explain, ProgramsCannotAskALineForItsPassword) {
@@ -247,6 +296,10 @@ TEST_F(Explain, ProgramsCannotAskALineForItsPassword) {
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(found(run),
               std::vector<std::string>{"error unsuitable-list /cfg/gl/aaa/authentication/login/default"});
+    EXPECT_EQ(run.json()["tried"], false);
+    EXPECT_TRUE(
+        contains(explain({"authentication", "api"}).out,
+                 "The library refuses the list for this service; no method is tried: no one can log in."));
 }
 
 TEST_F(Explain, EscapesWhatTheDatabaseHolds) {

@@ -65,11 +65,14 @@ TEST_F(Lint, AnEmptyDatabaseLacksOnlyLogins) {
 
 TEST_F(Lint, FindsWhatIsWrongWithAList) {
     const std::string path = "authentication/login/default";
-    EXPECT_EQ(with_list(path, R"(10, 2, 0, 0, "gone", "", "", "")"), Lines{"error dangling-group " + kLogin});
-    EXPECT_EQ(with_list(path, R"(10, 2, 0, 0, "", "", "", "")"), Lines{"error dangling-group " + kLogin});
+    EXPECT_EQ(with_list(path, R"(10, 2, 0, 0, "gone", "", "", "")"),
+              (Lines{"error lock-out " + kLogin, "error dangling-group " + kLogin}));
+    EXPECT_EQ(with_list(path, R"(10, 2, 0, 0, "", "", "", "")"),
+              (Lines{"error lock-out " + kLogin, "error dangling-group " + kLogin}));
     EXPECT_EQ(with_list(path, R"(0, 0, 0, 0, "", "", "", "")"), Lines{"error empty-list " + kLogin});
     EXPECT_EQ(with_list(path, R"(10, 0, 0, 0, "gone", "", "", "")"),
-              (Lines{"error dangling-group " + kLogin, "error ends-in-nothing " + kLogin}));
+              (Lines{"error lock-out " + kLogin, "error dangling-group " + kLogin,
+                     "error ends-in-nothing " + kLogin}));
     EXPECT_EQ(with_list(path, R"(2, 0, 12, 0, "", "", "", "")"), Lines{"warning hidden-method " + kLogin});
     EXPECT_EQ(with_list(path, R"(2, 8, 0, 0, "", "", "", "")"), Lines{"error unknown-method " + kLogin});
     EXPECT_EQ(with_list(path, R"(2, 4711, 0, 0, "", "", "", "")"), Lines{"error unknown-method " + kLogin});
@@ -82,21 +85,35 @@ TEST_F(Lint, FindsWhatIsWrongWithAList) {
     EXPECT_EQ(with_list(path, R"(3, 2, 0, 0, "", "", "", "")"),
               Lines{"error no-servers /cfg/gl/aaa/radius/host/"});
     put("/cfg/gl/aaa/radius/host/0x1/192.0.2.1,1812,1813", "u32", "1");
+    EXPECT_EQ(lint(), Lines{"warning no-key /cfg/gl/aaa/radius/host/0x1/192.0.2.1,1812,1813"});
+    put("/cfg/gl/aaa/radius/settings/transport", "string", "tls");
     EXPECT_EQ(lint(), Lines{});
 }
 
 TEST_F(Lint, FindsWhatIsNoList) {
     put(kLogin, "u32", "1");
-    EXPECT_EQ(lint(), Lines{"error malformed-list " + kLogin});
-    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, "", "", "", "")"),
-              Lines{"error malformed-list " + kLogin});
-    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, 0, "", "", "")"),
-              Lines{"error malformed-list " + kLogin});
-    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, 0, "", 5, "", "", "")"),
-              Lines{"error malformed-list " + kLogin});
+    const Lines malformed{"error lock-out " + kLogin, "error malformed-list " + kLogin};
+    EXPECT_EQ(lint(), malformed);
+    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, "", "", "", "")"), malformed);
+    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, 0, "", "", "")"), malformed);
+    EXPECT_EQ(with_list("authentication/login/default", R"(2, 0, 0, 0, "", 5, "", "", "")"), malformed);
     list("authentication/login/default", R"(2, 0, 0, 0, "", "", "", "")");
     EXPECT_EQ(with_list("accounting/exec/default", R"(10, 0, 0, 0, "corp", "", "", "")"),
               Lines{"error malformed-list /cfg/gl/aaa/accounting/exec/default"});
+}
+
+TEST_F(Lint, FindsWhatNothingUses) {
+    EXPECT_EQ(with_list("authentication/lgin/default", R"(2, 0, 0, 0, "", "", "", "")"),
+              Lines{"warning unused-service /cfg/gl/aaa/authentication/lgin/default"});
+    EXPECT_TRUE(contains(
+        run({"lint"}).out,
+        "\"lgin\" is not a service of authentication: no request uses the list; did you mean login?"));
+    ASSERT_EQ(run({"sysdb", "del", "-r", "/cfg/gl/aaa/authentication/lgin"}).status, 0);
+    const std::string exec = "/cfg/gl/aaa/accounting/exec/default";
+    EXPECT_EQ(with_list("accounting/exec/default", R"(0, 0, 0, 10, 2, 0, 0, "corp", "", "", "")"),
+              Lines{"warning unsuitable-method " + exec});
+    EXPECT_EQ(with_list("accounting/exec/default", R"(0, 0, 0, 2, 0, 0, 0, "", "", "", "")"),
+              (Lines{"warning unsuitable-method " + exec, "error ends-in-nothing " + exec}));
 }
 
 TEST_F(Lint, FindsServicesWithoutADefaultList) {
@@ -131,7 +148,8 @@ TEST_F(Lint, FindsGroupsWithoutServers) {
 
 TEST_F(Lint, FindsNumbersThatAreMissingStaleOrContradictEachOther) {
     ASSERT_EQ(run({"sysdb", "del", kMaps + "sg_name_map/radius/corp"}).status, 0);
-    EXPECT_EQ(lint(), (Lines{"error ends-in-nothing /cfg/gl/aaa/accounting/exec/default",
+    EXPECT_EQ(lint(), (Lines{"error lock-out " + kLogin, "error lock-out /cfg/gl/aaa/accounting/exec/default",
+                             "error ends-in-nothing /cfg/gl/aaa/accounting/exec/default",
                              "error unnumbered-group " + kGroups + "radius/corp/"}));
     number("radius", "corp", 1001);
     put(kMaps + "sg_num_map/radius/0x3e9", "string", "other");
@@ -175,6 +193,22 @@ TEST_F(Lint, FindsServersThatAreNoneOrTwice) {
     EXPECT_EQ(lint(), Lines{}) << "stored as a directory";
 }
 
+// ---- settings of servers
+
+TEST_F(Lint, FindsSettingsThatNothingReads) {
+    const std::string settings = kGroups + "radius/corp/settings/";
+    put(settings + "timeout", "u32", "2000");
+    put(settings + "192.0.2.20,1812,1813/tries", "u32", "3");
+    EXPECT_EQ(lint(), Lines{});
+    put(settings + "tiemout", "u32", "2000");
+    put(settings + "legacy", "u32", "2");
+    put("/cfg/gl/aaa/tacacs/settings/transport", "string", "udp");
+    EXPECT_EQ(lint(), (Lines{"error malformed-setting " + settings + "legacy",
+                             "error malformed-setting " + settings + "tiemout",
+                             "error malformed-setting /cfg/gl/aaa/tacacs/settings/transport"}));
+    EXPECT_TRUE(contains(run({"lint"}).out, "\"tiemout\" is not a setting; did you mean timeout?"));
+}
+
 // ---- lines
 
 TEST_F(Lint, FindsRowsThatLeadNowhere) {
@@ -191,6 +225,20 @@ TEST_F(Lint, FindsRowsThatLeadNowhere) {
 }
 
 // ---- keys
+
+TEST_F(Lint, FindsServersWithoutAKey) {
+    without_tls("tacacs/archive");
+    EXPECT_EQ(lint(), Lines{"error no-key " + kGroups + "tacacs/archive/"}) << "none of its servers has one";
+    EXPECT_TRUE(contains(run({"lint"}).out, "store it: aaactl sg key tacacs archive\n"));
+    put(kGroups + "radius/corp/settings/192.0.2.20,1812,1813/transport", "string", "tls");
+    without_tls("radius/corp");
+    put(kGroups + "tacacs/archive/settings/transport", "string", "tls");
+    EXPECT_EQ(lint(), Lines{"error no-key " + kGroups + "radius/corp/server/0x2/2001:db8::21,1645,1646"});
+    list("authentication/login/default", R"(2, 0, 0, 0, "", "", "", "")");
+    list("accounting/exec/default", R"(0, 0, 0, 17, 0, 0, 0, "", "", "", "")");
+    EXPECT_EQ(lint(), Lines{"warning no-key " + kGroups + "radius/corp/server/0x2/2001:db8::21,1645,1646"})
+        << "no list needs it";
+}
 
 std::string sealed(const std::string &text) {
     char *key = pw_encrypt(text.c_str(), 7);
@@ -294,8 +342,8 @@ TEST_F(Lint, DamagedItemsAreFindings) {
     const Result result = run({"lint", "--json"});
     EXPECT_EQ(result.status, 1) << result.err;
     const Lines all = found(result);
-    EXPECT_EQ(Lines(all.begin(), all.begin() + 2),
-              (Lines{"error empty-list /cfg/gl/aaa/authentication/login/broken",
+    EXPECT_EQ(Lines(all.begin(), all.begin() + 3),
+              (Lines{"error empty-list /cfg/gl/aaa/authentication/login/broken", "error lock-out " + kLogin,
                      "error malformed-list " + kLogin}));
     EXPECT_NE(std::find(all.begin(), all.end(), "error unreadable-number " + kGroups + "tacacs/archive/"),
               all.end());

@@ -15,10 +15,10 @@ TEST_F(Lists, AreStoredInTheFormThatIsRead) {
     ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
     ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp", "local"}).status,
               0);
-    ASSERT_EQ(
-        aaactl({"mlist", "set", "accounting", "exec", "default", "none", "line", "enable", "group:corp"})
-            .status,
-        0);
+    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "none", "line", "enable", "group:corp",
+                      "--force"})
+                  .status,
+              0);
     EXPECT_EQ(value_of("/cfg/gl/aaa/authentication/login/default"), R"((10, 2, 0, 0, "corp", "", "", ""))");
     EXPECT_EQ(value_of("/cfg/gl/aaa/accounting/exec/default"),
               R"((0, 0, 0, 1, 12, 13, 10, "", "", "", "corp"))");
@@ -53,6 +53,49 @@ TEST_F(Lists, AreShownWithGroupsResolved) {
     EXPECT_EQ(aaactl({"mlist", "show", "authentication", "login", "other"}).status, 4);
 }
 
+TEST_F(Lists, RefuseWhatNothingUses) {
+    const auto refused = [](const std::vector<std::string> &args, const std::string &why) {
+        const auto run = aaactl(args);
+        EXPECT_EQ(run.status, 2) << run.err;
+        EXPECT_NE(run.err.find(why), std::string::npos) << run.err;
+    };
+    refused({"mlist", "set", "authentication", "lgin", "default", "local"},
+            "lgin: not a service of authentication; did you mean login?");
+    refused({"mlist", "set", "authorization", "comands", "default", "local"}, "did you mean commands?");
+    refused({"mlist", "set", "authorization", "mgbl-rpc", "default", "local"},
+            "mgbl-rpc: not a service of authorization; use ");
+    refused({"mlist", "set", "accounting", "exec", "default", "local"}, "local: not a method for accounting");
+    refused({"mlist", "set", "authentication", "login", "default", "syslog"},
+            "syslog: not a method for authentication");
+    refused({"mlist", "set", "authentication", "login", "default", "lcoal"}, "did you mean local?");
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    const auto group = aaactl({"mlist", "set", "authentication", "login", "default", "group:crop"});
+    EXPECT_EQ(group.status, 1);
+    EXPECT_NE(group.err.find("group:crop: no such server group; did you mean corp?"), std::string::npos)
+        << group.err;
+    EXPECT_EQ(aaactl({"mlist", "show"}).out, "FUNCTION  SERVICE  NAME  METHODS\n") << "nothing was stored";
+    EXPECT_EQ(aaactl({"mlist", "set", "--force", "authentication", "lgin", "default", "syslog"}).status, 0);
+    EXPECT_EQ(value_of("/cfg/gl/aaa/authentication/lgin/default"), R"((17, 0, 0, 0, "", "", "", ""))");
+}
+
+TEST_F(Lists, SuggestTheListThatWasMeant) {
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "console", "local"}).status, 0);
+    const auto refused = [](const std::vector<std::string> &args, const std::string &why) {
+        const auto run = aaactl(args);
+        EXPECT_EQ(run.status, 4) << run.err;
+        EXPECT_NE(run.err.find(why), std::string::npos) << run.err;
+    };
+    refused({"mlist", "show", "authentication", "login", "consol"}, "did you mean console?");
+    refused({"mlist", "del", "authentication", "login", "consoel"}, "did you mean console?");
+    refused({"mlist", "del", "authentication", "logn", "console"}, "did you mean login?");
+    const auto explained = aaactl({"explain", "authentication", "login", "--list", "consle"});
+    EXPECT_EQ(explained.status, 4);
+    EXPECT_NE(explained.out.find("the service has console (did you mean console?)."), std::string::npos)
+        << explained.out;
+    EXPECT_NE(aaactl({"explain", "authentication", "lgoin"}).err.find("did you mean login?"),
+              std::string::npos);
+}
+
 TEST_F(Lists, NothingConfiguredIsAnEmptyTable) {
     EXPECT_EQ(aaactl({"mlist", "show"}).out, "FUNCTION  SERVICE  NAME  METHODS\n");
     EXPECT_EQ(aaactl({"mlist", "show", "--json"}).json()["lists"].size(), 0u);
@@ -85,13 +128,13 @@ TEST_F(Lists, RefuseWhatIsNoMethodOrGroup) {
 
 TEST_F(Lists, AccountingKeepsWhatStandsInFront) {
     put("/cfg/gl/aaa/accounting/exec/default", "tuple", R"(1,2,3,1,0,0,0,"","","","")");
-    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "local"}).status, 0);
-    EXPECT_EQ(value_of("/cfg/gl/aaa/accounting/exec/default"), R"((1, 2, 3, 2, 0, 0, 0, "", "", "", ""))");
+    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "syslog"}).status, 0);
+    EXPECT_EQ(value_of("/cfg/gl/aaa/accounting/exec/default"), R"((1, 2, 3, 17, 0, 0, 0, "", "", "", ""))");
 }
 
 TEST_F(Lists, WhatIsNoListIsToldWithTheRest) {
     ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "local"}).status, 0);
-    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "local"}).status, 0);
+    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "syslog"}).status, 0);
     damage(dir(), "/cfg/gl/aaa/authentication/login/cut", SYSDB_TYPE_TUPLE, "TP\x01");
     put("/cfg/gl/aaa/authorization/exec/text", "string", "local");
     const auto text = aaactl({"mlist", "show"});
@@ -101,7 +144,7 @@ TEST_F(Lists, WhatIsNoListIsToldWithTheRest) {
               "authentication  login    cut      value does not fit its type\n"
               "authentication  login    default  local\n"
               "authorization   exec     text     item of type string\n"
-              "accounting      exec     default  local\n");
+              "accounting      exec     default  syslog\n");
     EXPECT_EQ(text.err,
               "aaactl: /cfg/gl/aaa/authentication/login/cut: value does not fit its type\n"
               "aaactl: /cfg/gl/aaa/authorization/exec/text: item of type string\n");
@@ -130,18 +173,18 @@ TEST_F(Lists, ADamagedNumberOfAGroupIsToldWithTheRest) {
 TEST_F(Lists, NamesThatNoGroupCanHaveHideNoOtherList) {
     put("/cfg/gl/aaa/authentication/login/default", "tuple", R"(10,10,10,2,"","a/b","\x1b","")");
     put("/cfg/gl/aaa/group-server/radius/a/b", "u32", "1");
-    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "local"}).status, 0);
+    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "syslog"}).status, 0);
     const auto run = aaactl({"mlist", "show"});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.out,
               "FUNCTION        SERVICE  NAME     METHODS\n"
               "authentication  login    default  group: (no such group), group:a/b (no such group), "
               "group:\\x1b (no such group), local\n"
-              "accounting      exec     default  local\n");
+              "accounting      exec     default  syslog\n");
 }
 
 TEST_F(Lists, ADamagedListIsReplaced) {
-    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "local"}).status, 0);
+    ASSERT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "syslog"}).status, 0);
     damage(dir(), "/cfg/gl/aaa/accounting/exec/default", SYSDB_TYPE_TUPLE, "TP\x01");
     EXPECT_EQ(aaactl({"mlist", "set", "accounting", "exec", "default", "none"}).status, 0);
     EXPECT_EQ(value_of("/cfg/gl/aaa/accounting/exec/default"), R"((0, 0, 0, 1, 0, 0, 0, "", "", "", ""))");

@@ -207,6 +207,31 @@ TEST_F(Dump, LoadAddsAndReplaceAlsoDeletes) {
     EXPECT_EQ(value_of("/oper/other"), "1");
 }
 
+// Each item is created once, and only one of the loads says so.
+TEST_F(Dump, LoadsAtTheSameTimeCountWhatEachHasDone) {
+    constexpr int kItems = 40;
+    std::string dump = "aaactl-dump 1 /cfg/\n";
+    for (int i = 0; i < kItems; ++i) {
+        dump += "/cfg/site/item" + std::to_string(i) + " u32 1\n";
+    }
+    const std::string file = dir().write("dump", dump);
+    std::vector<std::unique_ptr<aaactl_test::Started>> loads;
+    for (int i = 0; i < 6; ++i) {
+        loads.push_back(
+            std::make_unique<aaactl_test::Started>(std::vector<std::string>{"sysdb", "load", file}));
+    }
+    int created = 0;
+    int idle = 0;
+    for (const auto &load : loads) {
+        EXPECT_EQ(load->wait(), 0) << load->shown();
+        const auto &text = load->shown();
+        created += text == "created 40, changed 0, deleted 0 of 40 items\n" ? 1 : 0;
+        idle += text == "created 0, changed 0, deleted 0 of 40 items\n" ? 1 : 0;
+    }
+    EXPECT_EQ(created, 1);
+    EXPECT_EQ(idle, 5);
+}
+
 TEST_F(Dump, ReplaceStaysInItsDirectory) {
     put("/cfg/d/a", "u32", "1");
     put("/cfg/d-", "u32", "1");

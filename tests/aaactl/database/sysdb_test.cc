@@ -2,6 +2,8 @@
 //
 // sysdb get, set, del, ls and tree.
 
+#include <filesystem>
+
 #include "aaactl/support/damaged_items.hpp"
 #include "aaactl/support/database_fixture.hpp"
 
@@ -224,6 +226,32 @@ TEST_F(Sysdb, SaysThatThereIsNoProvider) {
     const auto absent = aaactl({"sysdb", "ls", "/cfg/"});
     EXPECT_EQ(absent.status, 5);
     EXPECT_NE(absent.err.find("AAA_SYSDB_PROVIDER"), std::string::npos) << absent.err;
+}
+
+// Root's first look at an empty machine would leave directories with root's group.
+TEST_F(Sysdb, ReadingMakesNothing) {
+    for (const std::vector<std::string> &args :
+         std::vector<std::vector<std::string>>{{"sysdb", "ls"},
+                                               {"sysdb", "ls", "/cfg"},
+                                               {"sysdb", "tree"},
+                                               {"sysdb", "dump"},
+                                               {"sysdb", "dump", "/oper/"},
+                                               {"mlist", "show"},
+                                               {"sg", "list"},
+                                               {"lint"}}) {
+        const auto run = aaactl(args);
+        EXPECT_EQ(run.status, 0) << args.back() << ": " << run.err;
+        EXPECT_FALSE(std::filesystem::exists(dir().path("cfg"))) << args.back();
+        EXPECT_FALSE(std::filesystem::exists(dir().path("run"))) << args.back();
+    }
+    const auto get = aaactl({"sysdb", "get", "/cfg/gl/aaa/authentication/login/default"});
+    EXPECT_EQ(get.status, 4);
+    EXPECT_EQ(get.err, "aaactl: /cfg/gl/aaa/authentication/login/default: there is no system database yet\n");
+    EXPECT_FALSE(std::filesystem::exists(dir().path("cfg")));
+    EXPECT_EQ(aaactl({"sysdb", "ls", "/cfg/gl"}).status, 4);
+    ASSERT_EQ(aaactl({"sysdb", "set", "/cfg/x", "--type", "u32", "1"}).status, 0);
+    EXPECT_EQ(aaactl({"sysdb", "get", "/cfg/x"}).out, "1\n");
+    EXPECT_EQ(aaactl({"sysdb", "get", "/cfg/y"}).status, 4);
 }
 
 }  // namespace

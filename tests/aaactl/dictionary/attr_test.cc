@@ -110,4 +110,11 @@ TEST(Attr, EveryNameThatSoundsLikeASecretIsDecidedUpon) {
     EXPECT_EQ(undecided, std::set<std::string>{});
 }
 
+TEST(Attr, SuggestsTheNameThatWasMeant) {
+    EXPECT_NE(aaactl({"attr", "show", "usernaem"}).err.find("; did you mean USERNAME?"), std::string::npos);
+    EXPECT_NE(aaactl({"attr", "show", "AAA_USERNAM_ATTR"}).err.find("; did you mean AAA_USERNAME_ATTR?"),
+              std::string::npos);
+    EXPECT_EQ(aaactl({"attr", "show", "nothing-like-it"}).err.find("did you mean"), std::string::npos);
+}
+
 }  // namespace

@@ -20,7 +20,7 @@ class DatabaseTest : public ::testing::Test {
 
     // Stores one value that the test needs.
     static void put(const std::string &path, const std::string &type, const std::string &value) {
-        const auto run = aaactl({"sysdb", "set", path, "--type", type}, value);
+        const auto run = aaactl({"sysdb", "set", path, "--type", type, "--force"}, value);
         ASSERT_EQ(run.status, 0) << path << ": " << run.err;
     }
     // Its text with secrets, without the trailing line feed; "" if there is no such item.

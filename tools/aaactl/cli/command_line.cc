@@ -9,6 +9,8 @@
 #include <iostream>
 #include <sstream>
 
+#include "cli/suggestion.hpp"
+
 namespace aaactl {
 namespace {
 
@@ -51,11 +53,42 @@ ArgumentForm form_of(const CLI::Option &option) {
     return form;
 }
 
+// The command that was given, as far as it is known.
+const CLI::App &last_command(const CLI::App &app) {
+    const auto given = app.get_subcommands();
+    return given.empty() ? app : last_command(*given.back());
+}
+
+// The words that may be where the unknown one is: commands, or options of the command and of all commands.
+std::vector<std::string> words_like(const CLI::App &app, const std::string &unknown) {
+    const CLI::App &command = last_command(app);
+    std::vector<std::string> words;
+    if (!unknown.starts_with('-')) {
+        for (const CLI::App *sub : command.get_subcommands([](const CLI::App *) { return true; })) {
+            words.push_back(sub->get_name());
+        }
+        return words;
+    }
+    for (const CLI::App *source : {&command, &app}) {
+        for (const CLI::Option *option : source->get_options()) {
+            for (const std::string &name : option->get_lnames()) {
+                words.push_back("--" + name);
+            }
+        }
+    }
+    return words;
+}
+
 // A mistyped command is the reason for the command that is missing.
 std::string reason(const CLI::App &app, const CLI::ParseError &error) {
     const auto unknown = app.remaining(true);
-    const bool mistyped = dynamic_cast<const CLI::RequiredError *>(&error) != nullptr && !unknown.empty();
-    return mistyped ? "The following argument was not expected: " + unknown.front() : error.what();
+    const bool missing = dynamic_cast<const CLI::RequiredError *>(&error) != nullptr;
+    if (unknown.empty() || !(missing || dynamic_cast<const CLI::ExtrasError *>(&error) != nullptr)) {
+        return error.what();
+    }
+    const std::string &word = unknown.front();
+    return (missing ? "The following argument was not expected: " + word : error.what()) +
+           did_you_mean(word, words_like(app, word));
 }
 
 }  // namespace

@@ -8,8 +8,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "aaa/result_codes.h"
 #include "cli/hidden_characters.hpp"
@@ -72,6 +74,80 @@ std::string joined(const std::vector<std::string> &cells, const std::vector<size
     }
     text.erase(text.find_last_not_of(' ') + 1);
     return text;
+}
+
+// Lines that were kept. A thread of the library may log while the program ends.
+class KeptLines {
+  public:
+    bool keep(std::string_view line) noexcept {
+        if (line.empty() || line.back() != '\n') {
+            return false;
+        }
+        lock();
+        const bool fits = line.size() <= sizeof text_ - size_;
+        if (fits) {
+            std::memcpy(text_ + size_, line.data(), line.size());
+            size_ += line.size();
+        }
+        busy_.clear(std::memory_order_release);
+        return fits;
+    }
+    std::string text() {
+        lock();
+        std::string all(text_, size_);
+        busy_.clear(std::memory_order_release);
+        return all;
+    }
+    std::string take() {
+        lock();
+        std::string all(text_, size_);
+        size_ = 0;
+        busy_.clear(std::memory_order_release);
+        return all;
+    }
+
+  private:
+    void lock() noexcept {
+        while (busy_.test_and_set(std::memory_order_acquire)) {
+        }
+    }
+
+    std::atomic_flag busy_ = ATOMIC_FLAG_INIT;
+    char text_[16384] = {};
+    size_t size_ = 0;
+};
+constinit KeptLines g_log;
+
+// The texts of the kept lines, each once. What the library adds to a line of the platform says less.
+std::vector<std::string> log_reasons() {
+    std::vector<std::string> platform;
+    std::vector<std::string> others;
+    const std::string all = g_log.take();
+    for (size_t at = 0; at < all.size();) {
+        const size_t end = all.find('\n', at);
+        const std::string line = all.substr(at, end - at);
+        const size_t text = line.find(" : ");
+        auto &reasons = line.starts_with("%AAA-PLATFORM-") ? platform : others;
+        const std::string reason = text == std::string::npos ? line : line.substr(text + 3);
+        if (std::find(reasons.begin(), reasons.end(), reason) == reasons.end()) {
+            reasons.push_back(reason);
+        }
+        at = end + 1;
+    }
+    return platform.empty() ? others : platform;
+}
+
+// The failure's own sentence, then why; a file that both name is named once.
+std::string with_reason(std::string message) {
+    for (std::string reason : log_reasons()) {
+        const size_t colon = reason.find(": ");
+        if (reason.starts_with('/') && colon != std::string::npos &&
+            message.find(reason.substr(0, colon)) != std::string::npos) {
+            reason = reason.substr(colon + 2);
+        }
+        message += ": " + reason;
+    }
+    return message;
 }
 
 }  // namespace
@@ -229,9 +305,10 @@ void Output::note(std::string_view text) {
 }
 
 void Output::failure(const Failure &failure) {
-    note(std::string("aaactl: ") + failure.what());
+    const std::string message = with_reason(failure.what());
+    note("aaactl: " + message);
     if (options_.json) {
-        Json error = {{"message", failure.what()}, {"exit", static_cast<int>(failure.code())}};
+        Json error = {{"message", message}, {"exit", static_cast<int>(failure.code())}};
         if (failure.rc() != 0) {
             error["code"] = failure.rc();
         }
@@ -240,6 +317,30 @@ void Output::failure(const Failure &failure) {
             document.update(*failure.document());
         }
         line(document.dump(2));
+    }
+}
+
+bool keep_log_line(std::string_view line) noexcept {
+    // "%AAA-PLATFORM-3-SYSDB : ..."
+    const size_t facility = line.find('-');
+    const size_t severity = facility == std::string_view::npos ? facility : line.find('-', facility + 1);
+    const bool is_error = line.starts_with("%AAA-") && severity != std::string_view::npos &&
+                          severity + 1 < line.size() && line[severity + 1] >= '0' &&
+                          line[severity + 1] <= '3';
+    return is_error && g_log.keep(line);
+}
+
+bool has_log_lines() {
+    return !g_log.text().empty();
+}
+
+void forget_log_lines() {
+    g_log.take();
+}
+
+void print_log_lines() {
+    for (const std::string &text : log_reasons()) {
+        std::fprintf(stderr, "aaactl: %s\n", text.c_str());
     }
 }
 

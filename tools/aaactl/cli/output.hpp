@@ -64,6 +64,17 @@ std::string escaped(std::string_view bytes, bool ascii_only = false);
 // Two lower-case digits a byte.
 std::string hex(std::string_view bytes);
 
+// ---- error lines of the platform and the library
+
+// Keeps "%AAA-FACILITY-SEVERITY-MNEMONIC : text\n" of an error until the command has ended. False for other
+// output, and when there is no more room: it is then to be written. From any thread; allocates nothing.
+bool keep_log_line(std::string_view line) noexcept;
+bool has_log_lines();
+// For errors that a command expects and says in its own words.
+void forget_log_lines();
+// Those that no failure has taken, on standard error.
+void print_log_lines();
+
 // Printed in place of a secret.
 inline constexpr std::string_view kMask = "********";
 

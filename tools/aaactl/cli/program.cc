@@ -8,6 +8,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <string_view>
@@ -162,7 +163,9 @@ ExitCode perform(const Action &action, const OutputOptions &options) {
 ExitCode run_words(CommandLine &line, int argc, const char *const *argv, const OutputOptions &options) {
     try {
         const Action action = line.parse(argc, argv);
-        return flushed(action ? perform(action, options) : ExitCode::ok);
+        const ExitCode code = action ? perform(action, options) : ExitCode::ok;
+        print_log_lines();
+        return flushed(code);
     } catch (const UsageError &error) {
         return refuse(line.root(), error, {argv, argv + argc});
     }
@@ -171,6 +174,8 @@ ExitCode run_words(CommandLine &line, int argc, const char *const *argv, const O
 }  // namespace
 
 int run(int argc, const char *const *argv) {
+    // A person reads the reasons of failures here, not in the log of the machine.
+    setenv("AAA_LOG", "stderr", 0);
     OutputOptions options;
     CommandLine line("aaactl", kVersion,
                      "Shows, checks and changes what the AAA service exchanges and is configured with.");

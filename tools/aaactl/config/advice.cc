@@ -6,10 +6,14 @@
 #include <string_view>
 
 #include "aaa/names.h"
+#include "database/schema.hpp"
+#include "database/sysdb_values.hpp"
 #include "dictionary/enum_words.hpp"
 
 namespace aaactl {
 namespace {
+
+constexpr size_t kAnySealed = 128;  // digits that look like a sealed key
 
 // A remedy for what has a name that commands refuse.
 std::string under_another_name(const std::string &what) {
@@ -27,9 +31,9 @@ std::string words(const std::vector<std::string> &arguments) {
     return line;
 }
 
-bool can_be_set(const Method &method) {
+bool can_be_set(const std::string &function, const Method &method) {
     return method.is_group() ? method.configured() != nullptr && is_group_name(method.group)
-                             : is_configurable(method.number);
+                             : answers_for(function, method.number);
 }
 
 std::string word_of(const Method &method) {
@@ -61,13 +65,15 @@ std::string set_list(const std::string &what, const MethodList &list, std::vecto
     if (!is_group_name(list.service) || !is_group_name(list.name)) {
         return under_another_name(what);
     }
-    std::erase_if(methods, [](const Method &method) { return !can_be_set(method); });
+    std::erase_if(methods, [&](const Method &method) { return !can_be_set(list.function, method); });
     if (methods.empty()) {
-        methods.push_back({AAA_METHOD_LOCAL, {}, {}});
+        methods.push_back({list.function == "accounting" ? AAA_METHOD_SYSLOG : AAA_METHOD_LOCAL, {}, {}});
     }
     std::vector<std::string> arguments{list.function, list.service, list.name};
     std::transform(methods.begin(), methods.end(), std::back_inserter(arguments), word_of);
-    return what + ": aaactl mlist set" + words(arguments);
+    const auto used = used_service_words(list.function);
+    const bool is_used = std::find(used.begin(), used.end(), list.service) != used.end();
+    return what + ": aaactl mlist set" + (is_used ? "" : " --force") + words(arguments);
 }
 
 std::string renumber_group(const std::string &what, const Group &group) {
@@ -94,13 +100,20 @@ std::string delete_item(const std::string &what, const std::string &path) {
            " | aaactl sysdb load --replace -";
 }
 
+std::string seal_new(const std::string &what, const std::string &path) {
+    return what + ": aaactl key seal | aaactl sysdb set --type string" + words({path});
+}
+
 std::string seal_item(const std::string &what, const std::string &path, const std::string &key) {
     if (!can_be_named(path) || escaped(key) != key) {
         return what + " with \"aaactl key seal\", and store the result at this path";
     }
     // A variable, so that nothing is stored when a command before that fails.
+    // A key may be kept where the AAA service reads none.
+    const bool is_read = schema_fault(path, text_item(std::string(kAnySealed, '0'))).empty();
     return what + ": key=$(aaactl sysdb get --show-secrets" + words({path}) +
-           " | aaactl key seal) && printf %s \"$key\" | aaactl sysdb set --type string" + words({path});
+           " | aaactl key seal) && printf %s \"$key\" | aaactl sysdb set --type string" +
+           (is_read ? "" : " --force") + words({path});
 }
 
 }  // namespace aaactl

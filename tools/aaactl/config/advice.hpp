@@ -16,17 +16,20 @@ namespace aaactl {
 std::string shell_word(const std::string &text);
 
 // `what`, and the command that stores these methods as the list. Methods that the command would refuse, and
-// groups that do not exist, are left out; a list that would be empty gets the method "local".
+// groups that do not exist, are left out; a list that would be empty gets the method "local", or "syslog" for
+// accounting.
 std::string set_list(const std::string &what, const MethodList &list, std::vector<Method> methods);
 
 // `what`, and the command that gives the group another number; its servers and keys remain.
 std::string renumber_group(const std::string &what, const Group &group);
-// `what`, and the command "sg add" or "sg del" for the group.
+// `what`, and the command "sg add", "sg key" or "sg del" for the group.
 std::string change_group(const std::string &what, const char *subcommand, const Group &group);
 
 // `what`, and the command that deletes the item. Where that cannot name the path, a whole tree is read and
 // stored without the item.
 std::string delete_item(const std::string &what, const std::string &path);
+// `what`, and the command that asks for a key and stores it sealed at the path.
+std::string seal_new(const std::string &what, const std::string &path);
 // `what`, and the command that replaces the clear key at the path by the sealed key, if commands print the
 // key as it is.
 std::string seal_item(const std::string &what, const std::string &path, const std::string &key);

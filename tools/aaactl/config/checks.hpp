@@ -10,13 +10,15 @@
 namespace aaactl {
 
 // Whether the method can answer: a group has to exist and have a number and servers; another method has to
-// exist, and have servers if it needs them.
-bool method_works(Database &database, const Method &method);
+// suit the function, and have servers if it needs them.
+bool method_works(Database &database, const std::string &function, const Method &method);
 
 // Checks a list by itself; of its groups, only whether they exist.
 void check_list(Database &database, const MethodList &list, Findings &findings);
 // Checks a group by itself; `used`: a method list names it.
-void check_group(const Group &group, bool used, Findings &findings);
+void check_group(Database &database, const Group &group, bool used, Findings &findings);
+// Whether the servers that a protocol has without a group have keys.
+void check_protocol_keys(Database &database, const Protocol &protocol, Findings &findings);
 // Checks every entry of a list of servers.
 void check_servers(const std::vector<Server> &servers, Findings &findings);
 

@@ -9,6 +9,7 @@
 #include "aaa/server_groups.h"
 #include "config/advice.hpp"
 #include "config/checks.hpp"
+#include "config/server_keys.hpp"
 #include "platform/cerr.h"
 
 namespace aaactl {
@@ -58,10 +59,9 @@ void check_number(const Group &group, bool used, Findings &findings) {
     const cerrno rc = aaa_util_lookup_sg_index_and_get_type(group.name.c_str(), &number, &protocol);
     const Severity severity = used ? Severity::error : Severity::warning;
     if (rc == SYSDB_ERR_NOT_FOUND) {
-        findings.push_back(
-            {severity, "unnumbered-group", group.path,
-             "no number is published for it: clients cannot read lists that name it",
-             change_group("start the AAA server, which publishes the numbers, or publish it", "add", group)});
+        findings.push_back({severity, "unnumbered-group", group.path,
+                            "no number is published for it: clients cannot read lists that name it",
+                            "number all server groups: aaactl sg publish"});
     } else if (rc != AAA_OK) {
         findings.push_back({Severity::error, "unreadable-number", group.path,
                             std::string("its number cannot be read: ") + escaped(cerr_strerror(rc)),
@@ -77,6 +77,17 @@ void check_number(const Group &group, bool used, Findings &findings) {
 }
 
 }  // namespace
+
+void check_protocol_keys(Database &database, const Protocol &protocol, Findings &findings) {
+    for (const Server &server : protocol_servers(database, protocol)) {
+        const ServerKey key = read_key(database, settings_path(protocol), server, protocol);
+        if (is_sound(server) && key.state == KeyState::missing) {
+            findings.push_back({Severity::warning, "no-key", server.path,
+                                "the server has no key, so aaad does not ask it",
+                                seal_new("store it", key.path)});
+        }
+    }
+}
 
 void check_servers(const std::vector<Server> &servers, Findings &findings) {
     for (size_t i = 0; i < servers.size(); ++i) {
@@ -103,13 +114,38 @@ void check_servers(const std::vector<Server> &servers, Findings &findings) {
     }
 }
 
-void check_group(const Group &group, bool used, Findings &findings) {
+// One finding for the group, or one for each of some servers. A key that does not open is a finding of its
+// own.
+void check_keys(Database &database, const Group &group, bool used, Findings &findings) {
+    std::vector<const Server *> without;
+    size_t sound = 0;
+    for (const Server &server : group.servers) {
+        sound += is_sound(server) ? 1 : 0;
+        if (is_sound(server) && read_key(database, group, server).state == KeyState::missing) {
+            without.push_back(&server);
+        }
+    }
+    const Severity severity = used ? Severity::error : Severity::warning;
+    const std::string remedy = change_group("store it", "key", group);
+    if (!without.empty() && without.size() == sound) {
+        findings.push_back({severity, "no-key", group.path,
+                            "no key is stored that its servers share, so aaad asks none of them", remedy});
+        return;
+    }
+    for (const Server *server : without) {
+        findings.push_back(
+            {severity, "no-key", server->path, "the server has no key, so aaad does not ask it", remedy});
+    }
+}
+
+void check_group(Database &database, const Group &group, bool used, Findings &findings) {
     check_name(group, findings);
     check_servers(group.servers, findings);
     if (!any_sound(group.servers)) {
         findings.push_back({used ? Severity::error : Severity::warning, "empty-group", group.path,
                             "it has no server", "configure a server in it, or delete the group"});
     }
+    check_keys(database, group, used, findings);
     check_number(group, used, findings);
 }
 

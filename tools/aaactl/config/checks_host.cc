@@ -14,6 +14,7 @@
 #include "cli/secret_input.hpp"
 #include "config/advice.hpp"
 #include "config/checks.hpp"
+#include "database/schema.hpp"
 #include "database/secret_values.hpp"
 #include "platform/cerr.h"
 #include "platform/control.h"
@@ -127,6 +128,7 @@ void check_key(const std::string &path, std::string text, Findings &findings) {
                             seal_item("seal it", path, text)});
     } else if (validate_encrypted_password(text.data()) != AAA_OK) {
         findings.push_back(unusable_key(path, text));
+        forget_log_lines();  // the finding says it
     }
     wipe(text);
 }
@@ -176,6 +178,17 @@ void check_master_keys(Findings &findings) {
     check_other_master_keys(file, findings);
 }
 
+// A clear key is a finding of its own.
+void check_setting(const std::string &path, const Item &item, Findings &findings) {
+    const std::string fault = setting_fault(path, item);
+    const bool is_clear_key =
+        path.ends_with("/key") && item.type == SYSDB_TYPE_STRING && !looks_sealed(text_of(item));
+    if (!fault.empty() && !is_clear_key) {
+        findings.push_back({Severity::error, "malformed-setting", path, fault,
+                            delete_item("set it again, or delete it", path)});
+    }
+}
+
 // Outside of the AAA configuration only sealed keys are checked: texts that look sealed and whose path names
 // a secret.
 void check_keys_elsewhere(Database &database, Findings &findings) {
@@ -211,6 +224,7 @@ void check_items(Database &database, Findings &findings) {
         if (item.type == SYSDB_TYPE_STRING && is_secret(path, item) && !text_of(item).empty()) {
             check_key(path, text_of(item), findings);
         }
+        check_setting(path, item, findings);
     };
     const auto unreadable = [&](const Unreadable &item) {
         const bool known = std::any_of(findings.begin(), findings.end(),

@@ -6,8 +6,11 @@
 
 #include "aaa/names.h"
 #include "aaa/server_groups.h"
+#include "cli/suggestion.hpp"
 #include "config/advice.hpp"
 #include "config/checks.hpp"
+#include "config/lookup.hpp"
+#include "config/server_keys.hpp"
 #include "dictionary/enum_words.hpp"
 
 namespace aaactl {
@@ -22,25 +25,23 @@ std::string method_text(const Method &method) {
                              : "\"" + method_word(method.number) + "\"";
 }
 
-const char *what_fails(const MethodList &list) {
-    return list.function == "accounting" ? "nothing is recorded" : "every request is refused";
-}
-
 class ListCheck {
   public:
     ListCheck(Database &database, const MethodList &list, Findings &findings)
         : database_(database), list_(list), findings_(findings), methods_(list.methods()) {}
 
     void run() {
+        lookup();
         if (!list_.defect.empty()) {
             error("malformed-list", "it does not hold four methods and four names: " + list_.defect,
                   set_list("replace it", list_, {}));
             return;
         }
         leading();
+        service();
         hidden();
         if (methods_.empty()) {
-            error("empty-list", "it has no method: " + std::string(what_fails(list_)),
+            error("empty-list", "it has no method: " + std::string(consequence_of_failure(list_.function)),
                   set_list("delete it, or give it a method, such as", list_, {}));
             return;
         }
@@ -72,10 +73,23 @@ class ListCheck {
         }
         return some;
     }
+    std::vector<Method> without(const Method &unwanted) const {
+        std::vector<Method> some = methods();
+        std::erase_if(some, [&](const Method &method) { return same(method, unwanted); });
+        return some;
+    }
     static std::vector<Method> with_local(std::vector<Method> methods) {
         std::erase_if(methods, [](const Method &method) { return method.number == AAA_METHOD_LOCAL; });
         methods.push_back({AAA_METHOD_LOCAL, {}, {}});
         return methods;
+    }
+
+    // Before the other faults, which are its reasons.
+    void lookup() {
+        const ClientView client = look_up(list_);
+        if (client.rc != AAA_OK) {
+            error("lock-out", failure_text(list_, client.rc), failure_remedy(list_));
+        }
     }
 
     // The check before a group is deleted expects them, and fails at a list without them.
@@ -86,6 +100,16 @@ class ListCheck {
                       std::to_string(list_.leading.size()) +
                       ": while it exists, no server group can be deleted",
                   set_list("replace it", list_, methods()));
+        }
+    }
+    void service() {
+        const auto words = used_service_words(list_.function);
+        if (std::find(words.begin(), words.end(), list_.service) == words.end()) {
+            warning("unused-service",
+                    "\"" + escaped(list_.service) + "\" is not a service of " + list_.function +
+                        ": no request uses the list" + did_you_mean(list_.service, words),
+                    delete_item("create the list under the service that is meant, and delete this one",
+                                list_.path()));
         }
     }
     void hidden() {
@@ -106,7 +130,13 @@ class ListCheck {
                   "step " + std::to_string(i + 1) + ": " + method_word(method.number) +
                       " is not a method of lists",
                   set_list("remove it", list_, methods()));
-        } else if (is_remote(method) && !method_works(database_, method)) {
+        } else if (!answers_for(list_.function, method.number)) {
+            warning(
+                "unsuitable-method",
+                method_text(method) + " is not a method for " + list_.function + ": it answers no request",
+                set_list("remove it", list_, without(method)));
+        } else if (is_remote(method) &&
+                   !any_sound(protocol_servers(database_, *protocol_of_method(method.number)))) {
             findings_.push_back({Severity::error, "no-servers",
                                  protocol_servers_path(*protocol_of_method(method.number)),
                                  method_text(method) + " of " + escaped(list_.path()) +
@@ -146,9 +176,11 @@ class ListCheck {
         }
     }
     void end() {
-        if (std::none_of(methods_.begin(), methods_.end(),
-                         [&](const Method &method) { return method_works(database_, method); })) {
-            error("ends-in-nothing", "none of its methods can work: " + std::string(what_fails(list_)),
+        if (std::none_of(methods_.begin(), methods_.end(), [&](const Method &method) {
+                return method_works(database_, list_.function, method);
+            })) {
+            error("ends-in-nothing",
+                  "none of its methods can work: " + std::string(consequence_of_failure(list_.function)),
                   "correct the faults of its methods, or add a method that needs no server");
         } else if (list_.function != "accounting" &&
                    std::all_of(methods_.begin(), methods_.end(), is_remote)) {
@@ -167,14 +199,16 @@ class ListCheck {
 
 }  // namespace
 
-bool method_works(Database &database, const Method &method) {
+bool method_works(Database &database, const std::string &function, const Method &method) {
     if (method.is_group()) {
         const Group *group = method.configured();
-        return group != nullptr && group->number && any_sound(group->servers);
+        return group != nullptr && group->number &&
+               any_asked(database, settings_path(*group), group->protocol, group->servers);
     }
     const Protocol *protocol = protocol_of_method(method.number);
-    return is_configurable(method.number) &&
-           (protocol == nullptr || any_sound(protocol_servers(database, *protocol)));
+    return answers_for(function, method.number) &&
+           (protocol == nullptr ||
+            any_asked(database, settings_path(*protocol), *protocol, protocol_servers(database, *protocol)));
 }
 
 void check_list(Database &database, const MethodList &list, Findings &findings) {

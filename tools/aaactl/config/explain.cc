@@ -2,11 +2,13 @@
 //
 // explain: how a request for a service is answered, step by step.
 
+#include <cctype>
 #include <memory>
 
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
 #include "cli/commands.hpp"
+#include "cli/suggestion.hpp"
 #include "config/explanation.hpp"
 #include "dictionary/enum_words.hpp"
 #include "platform/cerr.h"
@@ -73,33 +75,35 @@ std::string on_refusal(const Explanation &e, const Step &step) {
     if (is_kept_on_disk(e, step)) {
         return "aaad sends the record again, and sets it aside when it can never be delivered";
     }
-
     return e.service.function == AAA_FUNC_ACCT ? "the record is not kept; no further step is asked"
                                                : "the request is refused; no further step is asked";
 }
 
 std::string on_silence(const Explanation &e, size_t i) {
-    if (is_kept_on_disk(e, e.steps[i])) {
+    if (is_kept_on_disk(e, e.reached()[i])) {
         return "aaad keeps the record on disk and delivers it later; " +
-               (i + 1 < e.steps.size() ? "step " + std::to_string(i + 2) + ", " + step_word(e.steps[i + 1]) +
-                                             ", is asked only when it cannot be kept"
-                                       : "it is lost only when it cannot be kept") +
+               (i + 1 < e.reached().size()
+                    ? "step " + std::to_string(i + 2) + ", " + step_word(e.reached()[i + 1]) +
+                          ", is asked only when it cannot be kept"
+                    : "it is lost only when it cannot be kept") +
                " (aaad.conf: journal)";
     }
-    if (i + 1 < e.steps.size()) {
-        return "step " + std::to_string(i + 2) + ", " + step_word(e.steps[i + 1]);
+    if (i + 1 < e.reached().size()) {
+        return "step " + std::to_string(i + 2) + ", " + step_word(e.reached()[i + 1]);
     }
     return e.service.function == AAA_FUNC_ACCT ? "no step is left: the record is lost"
                                                : "no step is left: the request is refused";
 }
 
-std::string server_words(const Server &server) {
+std::string server_words(const Server &server, KeyState key) {
     std::string text = escaped(server.host);
     for (size_t i = 0; i < server.ports.size(); ++i) {
         text += (i == 0 ? (server.ports.size() > 1 ? "  ports " : "  port ") : ", ") +
                 std::to_string(server.ports[i]);
     }
     return text + (server.is_private ? "  private" : "") +
+           (is_sound(server) && !is_asked_with(key) ? "  (not asked: " + std::string(key_text(key)) + ")"
+                                                    : "") +
            (server.defect.empty() ? "" : "  (not usable: " + server.defect + ")");
 }
 
@@ -109,13 +113,15 @@ const char *chosen_by(ChosenBy by) {
 
 // ---- JSON
 
-Json servers_json(const std::vector<Server> &servers) {
+Json servers_json(const Step &step) {
     Json all = Json::array();
-    for (const Server &server : servers) {
+    for (size_t n = 0; n < step.servers.size(); ++n) {
+        const Server &server = step.servers[n];
         Json one = {{"ordinal", server.index},
                     {"host", escaped(server.host)},
                     {"ports", server.ports},
-                    {"private", server.is_private}};
+                    {"private", server.is_private},
+                    {"key", key_word(step.keys[n])}};
         if (!server.defect.empty()) {
             one["defect"] = server.defect;
         }
@@ -125,7 +131,7 @@ Json servers_json(const std::vector<Server> &servers) {
 }
 
 Json step_json(const Explanation &e, size_t i) {
-    const Step &step = e.steps[i];
+    const Step &step = e.reached()[i];
     Json document = {
         {"step", i + 1}, {"method", step.method.number}, {"name", method_word(step.method.number)}};
     if (step.method.is_group()) {
@@ -136,12 +142,12 @@ Json step_json(const Explanation &e, size_t i) {
                              {"protocol", group != nullptr ? Json(group->protocol.word) : Json()},
                              {"number", number ? Json(*number) : Json()}};
     }
-    document["servers"] = servers_json(step.servers);
+    document["servers"] = servers_json(step);
     document["works"] = step.works;
     document["on_refusal"] = always_answers(step) || !step.works ? Json() : Json(on_refusal(e, step));
     document["on_no_answer"] = Json();
     if (!always_answers(step)) {
-        document["on_no_answer"] = {{"next_step", i + 1 < e.steps.size() ? Json(i + 2) : Json()},
+        document["on_no_answer"] = {{"next_step", i + 1 < e.reached().size() ? Json(i + 2) : Json()},
                                     {"text", on_silence(e, i)}};
     }
     return document;
@@ -149,7 +155,7 @@ Json step_json(const Explanation &e, size_t i) {
 
 Json to_json(const Explanation &e) {
     Json steps = Json::array();
-    for (size_t i = 0; i < e.steps.size(); ++i) {
+    for (size_t i = 0; i < e.reached().size(); ++i) {
         steps.push_back(step_json(e, i));
     }
     Json document = {{"function", e.function()},
@@ -166,6 +172,7 @@ Json to_json(const Explanation &e) {
                         {"exists", e.exists()}};
     document["client"] = {
         {"code", e.client.rc}, {"text", escaped(cerr_strerror(e.client.rc))}, {"methods", e.client.methods}};
+    document["tried"] = e.exists() && e.is_tried();
     document["steps"] = std::move(steps);
     Json others = Json::array();
     for (const std::string &name : e.others) {
@@ -179,12 +186,13 @@ Json to_json(const Explanation &e) {
 // ---- text
 
 void print_step(Output &out, const Explanation &e, size_t i) {
-    const Step &step = e.steps[i];
+    const Step &step = e.reached()[i];
     out.line("");
     out.line(out.styled(Style::strong, std::to_string(i + 1) + ". " + step_word(step)) + "  (" +
              step_meaning(e, step) + ")");
-    for (const Server &server : step.servers) {
-        out.line("     " + std::to_string(server.index) + "  " + server_words(server));
+    for (size_t n = 0; n < step.servers.size(); ++n) {
+        out.line("     " + std::to_string(step.servers[n].index) + "  " +
+                 server_words(step.servers[n], step.keys[n]));
     }
     if (always_answers(step)) {
         return;
@@ -209,6 +217,23 @@ void print_head(Output &out, const Explanation &e) {
              (e.configured || !e.exists() ? "" : " (not configured; the library supplies the list)"));
 }
 
+// Why no step is reached.
+std::string untried(const Explanation &e) {
+    return e.client.rc != AAA_OK ? failure_text(e.list, e.client.rc)
+                                 : "the library refuses the list for this service; no method is tried: " +
+                                       std::string(consequence_of_failure(e.function()));
+}
+
+std::string capital(std::string text) {
+    text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
+    return text;
+}
+
+std::string meant(const Explanation &e) {
+    const std::string word = nearest_word(e.choice.list, e.others);
+    return word.empty() ? "" : " (did you mean " + escaped(word) + "?)";
+}
+
 void print_explanation(Output &out, const Explanation &e) {
     print_head(out, e);
     if (!e.exists()) {
@@ -218,11 +243,15 @@ void print_explanation(Output &out, const Explanation &e) {
         }
         out.line("");
         out.line(out.styled(Style::bad, "There is no such list: ") +
-                 (others.empty() ? "the service has none." : "the service has " + others + "."));
+                 (others.empty() ? "the service has none." : "the service has " + others + meant(e) + "."));
         out.line(std::string("A client gets: ") + escaped(cerr_strerror(e.client.rc)));
         return;
     }
-    for (size_t i = 0; i < e.steps.size(); ++i) {
+    if (!e.is_tried()) {
+        out.line("");
+        out.line(out.styled(Style::bad, capital(untried(e))) + ".");
+    }
+    for (size_t i = 0; i < e.reached().size(); ++i) {
         print_step(out, e, i);
     }
     out.line("");
@@ -258,13 +287,18 @@ void add_explain(Command root) {
     sub.option("--line", options->line, "The line that the request comes from").type("TTY");
     sub.footer(
         "A method that refuses ends a request; one that does not answer passes it on to the next.\n"
+        "What is said of a lookup holds for programs that ask the library. aaad reads lists itself: it "
+        "skips\n"
+        "a group that does not exist, and numbers groups when it starts.\n"
         "Exit status: 0 nothing is missing, 1 something is missing or dangling, 4 there is no such list, 5 "
         "no database.\n"
         "JSON: {function, service: {word, number}, line: {name, kind}, list: {name, path, chosen_by: "
         "name|line|default,\n"
-        "why, row, configured, exists}, client: {code, text, methods}, steps: [{step, method, name, group: "
+        "why, row, configured, exists}, client: {code, text, methods}, tried, steps: [{step, method, name, "
+        "group: "
         "{name,\n"
-        "protocol, number}, servers: [{ordinal, host, ports, private}], works, on_refusal, on_no_answer: "
+        "protocol, number}, servers: [{ordinal, host, ports, private, key}], works, on_refusal, "
+        "on_no_answer: "
         "{next_step,\n"
         "text}}], lists_of_service, findings: [{severity, code, path, text, remedy}]}; null for a missing "
         "value,\nof a server \"defect\" if there is one\n"

@@ -7,8 +7,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
-#include <memory>
 #include <set>
 
 #include "aaa/method_lists.h"
@@ -25,29 +23,19 @@ namespace {
 
 using Step = Explanation::Step;
 
-struct FreeWords {
-    void operator()(uint32_t *words) const { std::free(words); }
-};
-
-ClientView client_view(const MethodList &list) {
-    std::string path = list.path().substr(sizeof kConfigRoot - 1);
-    uint32_t *words = nullptr;
-    ClientView view;
-    view.rc = lookup_methods(path.data(), &words);
-    const std::unique_ptr<uint32_t, FreeWords> owner(words);
-    for (size_t i = 0; view.rc == AAA_OK && i < 4 && words[i] != AAA_METHOD_NOTSET; ++i) {
-        view.methods.push_back(words[i]);
-    }
-    return view;
-}
-
-Step make_step(Database &database, const Method &method) {
-    Step step{method, {}, method_works(database, method)};
+Step make_step(Database &database, const std::string &function, const Method &method) {
+    Step step{method, {}, {}, method_works(database, function, method)};
     const Protocol *protocol = protocol_of_method(method.number);
     if (method.configured() != nullptr) {
         step.servers = method.resolved->servers;
+        for (const Server &server : step.servers) {
+            step.keys.push_back(read_key(database, *method.resolved, server).state);
+        }
     } else if (protocol != nullptr) {
         step.servers = protocol_servers(database, *protocol);
+        for (const Server &server : step.servers) {
+            step.keys.push_back(read_key(database, settings_path(*protocol), server, *protocol).state);
+        }
     }
     return step;
 }
@@ -77,7 +65,7 @@ void look_for_faults(Database &database, Explanation &e) {
     for (const Step &step : e.steps) {
         const Group *group = step.method.configured();
         if (group != nullptr && seen.insert(group->path).second) {
-            check_group(*group, true, e.findings);
+            check_group(database, *group, true, e.findings);
         } else if (group == nullptr) {
             check_servers(step.servers, e.findings);
         }
@@ -88,11 +76,6 @@ void look_for_faults(Database &database, Explanation &e) {
                                   service_name(*e.service.service) +
                                   " have no line whose password could be asked for: the library refuses it",
                               "name a list without that method"});
-    }
-    if (e.configured && e.client.rc != AAA_OK && count(e.findings, Severity::error) == 0) {
-        e.findings.push_back({Severity::error, "unreadable-list", e.list.path(),
-                              "clients get: " + escaped(cerr_strerror(e.client.rc)),
-                              "inspect the item: aaactl sysdb get " + shell_word(e.list.path())});
     }
 }
 
@@ -105,6 +88,15 @@ MethodList supplied_list(MethodList list, const ClientView &client) {
 }
 
 }  // namespace
+
+std::span<const Step> Explanation::reached() const {
+    if (!is_tried()) {
+        return {};
+    }
+    const auto always_answers = [](const Step &step) { return step.method.number == AAA_METHOD_NONE; };
+    const auto last = std::find_if(steps.begin(), steps.end(), always_answers);
+    return {steps.begin(), last == steps.end() ? last : last + 1};
+}
 
 Explanation make_explanation(Database &database, const ExplainOptions &options) {
     const uint32_t function = *function_number(options.function);
@@ -119,13 +111,13 @@ Explanation make_explanation(Database &database, const ExplainOptions &options) 
     const auto found = find_list(database, options.function, e.service.word, e.choice.list);
     e.configured = found.has_value();
     e.list = found.value_or(MethodList{options.function, e.service.word, e.choice.list, {}, {}, {}});
-    e.client = client_view(e.list);
+    e.client = look_up(e.list);
     if (!e.configured) {
         e.list = supplied_list(std::move(e.list), e.client);
     }
     e.suits = suitability(e);
     for (const Method &method : e.list.methods()) {
-        e.steps.push_back(make_step(database, method));
+        e.steps.push_back(make_step(database, options.function, method));
     }
     e.others = list_names(database, options.function, e.service.word);
     look_for_faults(database, e);

@@ -5,12 +5,15 @@
 
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
 #include "config/findings.hpp"
 #include "config/list_choice.hpp"
+#include "config/lookup.hpp"
 #include "config/method_lists.hpp"
+#include "config/server_keys.hpp"
 
 namespace aaactl {
 
@@ -21,17 +24,12 @@ struct ExplainOptions {
     std::string line;
 };
 
-// What a client that reads the list gets.
-struct ClientView {
-    cerrno rc = AAA_OK;
-    std::vector<uint32_t> methods;  // server groups as numbers, up to the first empty place
-};
-
 struct Explanation {
     struct Step {
         Method method;
         std::vector<Server> servers;
-        bool works = false;  // it can answer
+        std::vector<KeyState> keys;  // of the servers
+        bool works = false;          // it can answer
     };
 
     ServiceWord service;
@@ -46,6 +44,11 @@ struct Explanation {
     Findings findings;
 
     bool exists() const { return configured || client.rc == AAA_OK; }
+    // Whether a request gets as far as the first step.
+    bool is_tried() const { return client.rc == AAA_OK && suits == AAA_OK; }
+    // The steps that a request can reach: none of a list that is not tried, none after one that always
+    // answers.
+    std::span<const Step> reached() const;
     const std::string &function() const { return list.function; }
 };
 

@@ -5,51 +5,17 @@
 
 #include "config/groups.hpp"
 
-#include <arpa/inet.h>
 #include <algorithm>
-#include <charconv>
 #include <set>
 
 namespace aaactl {
 namespace {
 
-// All of the text as a number, hexadecimal after "0x".
-std::optional<uint32_t> number_in(std::string_view text) {
-    const bool hexadecimal = text.starts_with("0x");
-    const std::string_view digits = hexadecimal ? text.substr(2) : text;
-    uint32_t number = 0;
-    const char *end = digits.data() + digits.size();
-    const auto [stop, error] = std::from_chars(digits.data(), end, number, hexadecimal ? 16 : 10);
-    return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
-}
-
-// "HOST", "HOST,PORT" or "HOST,PORT,PORT"; ports of other protocols than RADIUS are hexadecimal.
-void read_entry(Server &server, size_t most_ports) {
-    std::string_view rest = server.entry;
-    server.host = std::string(rest.substr(0, rest.find(',')));
-    while (rest.find(',') != std::string_view::npos && server.defect.empty()) {
-        rest.remove_prefix(rest.find(',') + 1);
-        const std::string_view word = rest.substr(0, rest.find(','));
-        const auto port = number_in(word);
-        if (!port || *port > 65535) {
-            server.defect = "\"" + escaped(word) + "\" is not a port";
-        } else {
-            server.ports.push_back(*port);
-        }
-    }
-    if (server.defect.empty() && server.ports.size() > most_ports) {
-        server.defect = "it has more than " + std::to_string(most_ports) + " port(s)";
-    }
-    if (server.defect.empty() && !is_address(server.host)) {
-        server.defect = "\"" + escaped(server.host) + "\" is not an address";
-    }
-}
-
 // The directory of an ordinal, "0x1/", holds one server, as an item or as a directory.
 void read_ordinal(Database &database, const std::string &directory, const Entry &ordinal,
                   const Protocol &protocol, bool is_private, std::vector<Server> &servers) {
     const std::string name = ordinal.bare_name();
-    const auto index = name.starts_with("0x") ? number_in(name) : std::nullopt;
+    const auto index = ordinal_in(name);
     const std::string path = directory + ordinal.name;
     if (!index || !ordinal.is_directory()) {
         const std::string defect = "\"" + escaped(ordinal.name) + "\" is not an ordinal of a server";
@@ -57,9 +23,9 @@ void read_ordinal(Database &database, const std::string &directory, const Entry 
         return;
     }
     for (const Entry &entry : database.entries(path)) {
-        Server server{path + entry.name, *index, entry.bare_name(), is_private, {}, {}, {}};
-        read_entry(server, protocol.is_radius() ? 2 : 1);
-        servers.push_back(std::move(server));
+        ServerEntry read = read_server_entry(entry.bare_name(), protocol.is_radius() ? 2 : 1);
+        servers.push_back({path + entry.name, *index, entry.bare_name(), is_private, std::move(read.host),
+                           std::move(read.ports), std::move(read.defect)});
     }
 }
 
@@ -121,11 +87,6 @@ std::string server_text(const Server &server) {
     return text;
 }
 
-bool is_address(const std::string &host) {
-    unsigned char bytes[16];
-    return inet_pton(AF_INET, host.c_str(), bytes) == 1 || inet_pton(AF_INET6, host.c_str(), bytes) == 1;
-}
-
 std::string group_path(const Protocol &protocol, const std::string &name) {
     return groups_path(protocol) + name + "/";
 }
@@ -176,6 +137,16 @@ std::vector<Group> read_groups(Database &database, const Protocol &protocol) {
         }
     }
     return groups;
+}
+
+std::vector<std::string> group_names(Database &database) {
+    std::vector<std::string> names;
+    for (const Protocol &protocol : kProtocols) {
+        for (const Group &group : read_groups(database, protocol)) {
+            names.push_back(group.name);
+        }
+    }
+    return names;
 }
 
 std::string protocol_servers_path(const Protocol &protocol) {

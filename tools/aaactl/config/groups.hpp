@@ -13,6 +13,7 @@
 
 #include "config/protocols.hpp"
 #include "database/database.hpp"
+#include "database/server_entry.hpp"
 
 namespace aaactl {
 
@@ -34,8 +35,6 @@ bool is_sound(const Server &server);
 bool any_sound(const std::vector<Server> &servers);
 // "host", "host,1812,1813"
 std::string server_text(const Server &server);
-// Whether it is an IPv4 or IPv6 address: clients do not resolve names.
-bool is_address(const std::string &host);
 
 struct Group {
     Protocol protocol;
@@ -57,6 +56,9 @@ std::optional<Group> read_group(Database &database, const Protocol &protocol, co
 std::optional<Group> resolve_group(Database &database, const std::string &name);
 // All of a protocol, by name.
 std::vector<Group> read_groups(Database &database, const Protocol &protocol);
+
+// Names of all groups, for suggestions.
+std::vector<std::string> group_names(Database &database);
 
 // The servers that a protocol has without a group.
 std::vector<Server> protocol_servers(Database &database, const Protocol &protocol);

@@ -31,6 +31,7 @@ class Lint {
         groups();
         for (const Protocol &protocol : kProtocols) {
             check_servers(protocol_servers(database_, protocol), findings_);
+            check_protocol_keys(database_, protocol, findings_);
         }
         stale_numbers();
         check_lines(database_, findings_);
@@ -91,7 +92,7 @@ class Lint {
             }
         }
         for (const Group &group : groups_) {
-            check_group(group, used_.contains(group.name), findings_);
+            check_group(database_, group, used_.contains(group.name), findings_);
         }
     }
 
@@ -103,7 +104,7 @@ class Lint {
         }
     }
 
-    Database database_;
+    Database database_{Database::Use::reading};
     Findings findings_;
     std::set<std::string> used_;  // groups that lists name
     std::vector<Group> groups_;

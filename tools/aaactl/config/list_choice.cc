@@ -13,6 +13,7 @@
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
 #include "cli/output.hpp"
+#include "cli/suggestion.hpp"
 #include "config/method_lists.hpp"
 #include "dictionary/enum_words.hpp"
 #include "platform/control.h"
@@ -21,33 +22,11 @@
 namespace aaactl {
 namespace {
 
-// The word under which a service is configured; for a service without one, the word under which the library
-// verifies its lists.
-std::string word_of(uint32_t function, uint32_t service) {
-    const std::string_view word = aaa_service_to_string(static_cast<int32_t>(function), service);
-    if (!word.starts_with('<')) {
-        return std::string(word);
-    }
-    switch (service) {
-        case AAA_SVC_LOGIN:
-        case AAA_SVC_HTTP:
-            return "login";
-        case AAA_SVC_MGBL_ACCT:
-            return "commands";
-        case AAA_SVC_API:
-            return "api";
-        default:
-            return "";
-    }
-}
-
 std::set<std::string> known_words(Database &database, uint32_t function) {
     const auto configured = service_words(database, aaa_function_to_string(function));
+    const auto used = used_service_words(aaa_function_to_string(function));
     std::set<std::string> words(configured.begin(), configured.end());
-    for (uint32_t service = AAA_SVC_LOGIN; service <= AAA_SVC_MGBL_ACCT; ++service) {
-        words.insert(word_of(function, service));
-    }
-    words.erase("");
+    words.insert(used.begin(), used.end());
     return words;
 }
 
@@ -98,7 +77,7 @@ ListChoice choose_by_line(const ServiceWord &service, const std::string &line) {
 
 ServiceWord service_word(Database &database, uint32_t function, const std::string &text) {
     const auto service = service_number(text);
-    const std::string word = service ? word_of(function, *service) : "";
+    const std::string word = service ? service_word_of(function, *service) : "";
     if (!word.empty()) {
         return {function, service, word};
     }
@@ -110,9 +89,11 @@ ServiceWord service_word(Database &database, uint32_t function, const std::strin
     for (const std::string &one : words) {
         known += (known.empty() ? "" : ", ") + escaped(one);
     }
-    throw Failure(ExitCode::usage, std::string("there are no lists for ") + aaa_function_to_string(function) +
-                                       " of \"" + escaped(text) + "\"; use " + known +
-                                       ", or a service that uses one of them");
+    const std::string meant = did_you_mean(text, {words.begin(), words.end()});
+    throw Failure(ExitCode::usage,
+                  std::string("there are no lists for ") + aaa_function_to_string(function) + " of \"" +
+                      escaped(text) + "\"" +
+                      (!meant.empty() ? meant : "; use " + known + ", or a service that uses one of them"));
 }
 
 ListChoice choose_list(const ServiceWord &service, const std::string &list, const std::string &line) {

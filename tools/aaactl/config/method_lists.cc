@@ -5,6 +5,11 @@
 #include "config/method_lists.hpp"
 
 #include <algorithm>
+#include <set>
+
+#include "aaa/names.h"
+#include "cli/suggestion.hpp"
+#include "dictionary/enum_words.hpp"
 
 namespace aaactl {
 namespace {
@@ -59,6 +64,10 @@ std::vector<int32_t> leading_integers(Database &database, const MethodList &list
                : std::vector<int32_t>(kAccountingIntegers);
 }
 
+bool is_known(const std::vector<std::string> &words, const std::string &word) {
+    return std::find(words.begin(), words.end(), word) != words.end();
+}
+
 }  // namespace
 
 std::string MethodList::path() const {
@@ -85,6 +94,79 @@ bool is_configurable(uint32_t method) {
             return true;
         default:
             return false;
+    }
+}
+
+std::string service_word_of(uint32_t function, uint32_t service) {
+    const std::string_view word = aaa_service_to_string(static_cast<int32_t>(function), service);
+    if (!word.starts_with('<')) {
+        return std::string(word);
+    }
+    switch (service) {
+        case AAA_SVC_LOGIN:
+        case AAA_SVC_HTTP:
+            return "login";
+        case AAA_SVC_MGBL_ACCT:
+            return "commands";
+        case AAA_SVC_API:
+            return "api";
+        default:
+            return "";
+    }
+}
+
+std::vector<std::string> used_service_words(const std::string &function) {
+    // The rights of network management are those of the other authorization lists.
+    const uint32_t number = function == "authentication" ? AAA_FUNC_AUTHEN
+                            : function == "accounting"   ? AAA_FUNC_ACCT
+                                                         : AAA_FUNC_AUTHOR;
+    std::set<std::string> words;
+    for (uint32_t service = AAA_SVC_LOGIN; service <= AAA_SVC_MGBL_ACCT; ++service) {
+        words.insert(service_word_of(number, service));
+    }
+    words.erase("");
+    return {words.begin(), words.end()};
+}
+
+bool answers_for(const std::string &function, uint32_t method) {
+    switch (method) {
+        case AAA_METHOD_NONE:
+        case AAA_METHOD_RADIUS:
+        case AAA_METHOD_TACACSPLUS:
+        case AAA_METHOD_SERVER_GROUP:
+            return true;
+        case AAA_METHOD_LOCAL:
+            return function != "accounting";
+        case AAA_METHOD_LINE:
+        case AAA_METHOD_ENABLE:
+            return function == "authentication";
+        case AAA_METHOD_IF_AUTHEN:
+            return function != "authentication" && function != "accounting";
+        case AAA_METHOD_SYSLOG:
+            return function == "accounting";
+        default:
+            return false;
+    }
+}
+
+void check_is_used(const MethodList &list) {
+    const auto words = used_service_words(list.function);
+    if (!is_known(words, list.service)) {
+        const std::string meant = did_you_mean(list.service, words);
+        std::string all;
+        for (const std::string &word : words) {
+            all += (all.empty() ? "; use " : ", ") + word;
+        }
+        throw Failure(ExitCode::usage, escaped(list.service) + ": not a service of " + list.function +
+                                           (meant.empty() ? all : meant) +
+                                           " (--force stores it all the same)");
+    }
+    for (const Method &method : list.places) {
+        if (!answers_for(list.function, method.number)) {
+            throw Failure(ExitCode::usage,
+                          method_word(method.number) + ": not a method for " + list.function +
+                              ", no request is answered by it (--force stores it all the same)");
+        }
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include "aaa/names.h"
 #include "cli/commands.hpp"
+#include "cli/suggestion.hpp"
 #include "config/method_lists.hpp"
 #include "dictionary/enum_words.hpp"
 
@@ -121,13 +122,21 @@ std::vector<MethodList> read_lists(Database &database, const ListOptions &option
     return lists;
 }
 
+// The misspelt word is the service, or else the name.
+std::string meant_list(Database &database, const ListOptions &options) {
+    const auto services = service_words(database, options.function);
+    const bool has_service = std::find(services.begin(), services.end(), options.service) != services.end();
+    return has_service ? did_you_mean(options.name, list_names(database, options.function, options.service))
+                       : did_you_mean(options.service, services);
+}
+
 ExitCode show(Output &out, const ListOptions &options) {
-    Database database;
+    Database database(Database::Use::reading);
     const std::vector<MethodList> lists = read_lists(database, options);
     if (lists.empty() && !options.function.empty()) {
-        throw Failure(
-            ExitCode::not_found,
-            escaped(options.function + " " + options.service + " " + options.name) + ": no such method list");
+        throw Failure(ExitCode::not_found,
+                      escaped(options.function + " " + options.service + " " + options.name) +
+                          ": no such method list" + meant_list(database, options));
     }
     Json document = {{"lists", Json::array()}};
     std::vector<std::vector<std::string>> rows;
@@ -157,6 +166,16 @@ void add_show(Command mlist) {
 
 // ---- set and del
 
+std::string meant_method(const std::string &word) {
+    std::vector<std::string> words;
+    for (uint32_t method = AAA_METHOD_NONE; method <= AAA_METHOD_SYSLOG; ++method) {
+        if (is_configurable(method)) {
+            words.push_back(method_word(method));
+        }
+    }
+    return did_you_mean(word, words);
+}
+
 // "local", "group:corp", or the number of a method.
 Method parse_method(const std::string &word) {
     if (word.starts_with("group:")) {
@@ -166,9 +185,8 @@ Method parse_method(const std::string &word) {
     }
     const auto number = method_number(word);
     if (!number) {
-        throw Failure(
-            ExitCode::usage,
-            "\"" + escaped(word) + "\" is not a method; use group:NAME, local, none, line, enable, ...");
+        throw Failure(ExitCode::usage, "\"" + escaped(word) + "\" is not a method" + meant_method(word) +
+                                           "; use group:NAME, local, none, line, enable, ...");
     }
     if (*number == AAA_METHOD_SERVER_GROUP) {
         throw Failure(ExitCode::usage,
@@ -186,9 +204,9 @@ void resolve(Database &database, Method &method, bool force) {
     if (method.is_group()) {
         method.resolved = resolve_group(database, method.group);
         if (!method.resolved && !force) {
-            throw Failure(ExitCode::negative,
-                          "group:" + escaped(method.group) +
-                              ": no such server group; create it with \"aaactl sg add\", or use --force");
+            throw Failure(ExitCode::negative, "group:" + escaped(method.group) + ": no such server group" +
+                                                  did_you_mean(method.group, group_names(database)) +
+                                                  "; create it with \"aaactl sg add\", or use --force");
         }
     }
 }
@@ -207,6 +225,9 @@ ExitCode set(Output &out, const ListOptions &options) {
         list.places.push_back(parse_method(word));
         resolve(database, list.places.back(), options.force);
     }
+    if (!options.force) {
+        check_is_used(list);
+    }
     write_list(database, list);
     out.result(list_json(list), [&] { out.line(list.path() + ": " + methods_text(out, list)); });
     return ExitCode::ok;
@@ -221,7 +242,8 @@ void add_set(Command mlist) {
                "One to four, in order: group:NAME, local, none, line, enable, ...")
         .required()
         .values(1, 4);
-    sub.flag("--force", options->force, "Accept server groups that do not exist (yet)");
+    sub.flag("--force", options->force,
+             "Accept server groups that do not exist (yet), and services and methods that nothing uses");
     sub.footer(
         "JSON: one list, as in \"mlist show\"\nExample: aaactl mlist set authentication login default "
         "group:corp local");
@@ -232,7 +254,8 @@ ExitCode del(Output &out, const ListOptions &options) {
     Database database;
     const std::string path = list_path(options.function, options.service, options.name);
     if (!database.remove(path)) {
-        throw database_failure(path, SYSDB_ERR_NOT_FOUND);
+        throw Failure(ExitCode::not_found,
+                      escaped(path) + ": no such method list" + meant_list(database, options));
     }
     out.result({{"function", options.function},
                 {"service", escaped(options.service)},

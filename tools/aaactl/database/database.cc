@@ -5,6 +5,7 @@
 
 #include "database/database.hpp"
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -65,6 +66,17 @@ const char *hint(cerrno rc) {
     }
 }
 
+// What the database says of a path, where there is none that could say it.
+cerrno path_fault(std::string_view path, bool is_directory) {
+    constexpr size_t kLongest = 511;
+    const bool has_control =
+        std::any_of(path.begin(), path.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; });
+    return path.size() > kLongest ? SYSDB_ERR_PATH_TOO_LONG
+           : has_control || path.find("//") != std::string_view::npos || path.ends_with('/') != is_directory
+               ? SYSDB_ERR_BAD_PATH
+               : 0;
+}
+
 // Why the platform refuses a path that it has listed: another program stored such a value or name.
 std::string fault_or_failure(const std::string &path, cerrno rc) {
     switch (rc) {
@@ -97,12 +109,14 @@ std::vector<Entry> entries_of(sysdb_list_t list, const std::string &directory) {
 }  // namespace
 
 Failure database_failure(std::string_view path, cerrno rc) {
-    return {exit_code(rc), escaped(path) + ": " + escaped(cerr_strerror(rc)) + hint(rc)};
+    // A line of the platform names the file and the remedy.
+    return {exit_code(rc),
+            escaped(path) + ": " + escaped(cerr_strerror(rc)) + (has_log_lines() ? "" : hint(rc))};
 }
 
 Database::~Database() {
     for (const Bound &bound : bound_) {
-        _sysdb_unbind(bound.handle);
+        _sysdb_unbind(bound.handle);  // 0 is none
     }
 }
 
@@ -113,8 +127,14 @@ sysdb_conn_t Database::connection(const std::string &directory) {
         }
     }
     Bound bound{directory, 0};
-    const cerrno rc = _sysdb_bind(&bound.handle, directory.c_str(), SYSDB_BIND_PRIVATE);
-    if (rc != 0) {
+    cerrno rc = SYSDB_ERR_INVALID_ARG;
+    if (use_ == Use::reading) {
+        rc = _sysdb_bind(&bound.handle, directory.c_str(), SYSDB_BIND_PRIVATE | SYSDB_BIND_EXISTING);
+    }
+    if (rc == SYSDB_ERR_INVALID_ARG) {  // a provider without files, or an older one
+        rc = _sysdb_bind(&bound.handle, directory.c_str(), SYSDB_BIND_PRIVATE);
+    }
+    if (rc != 0 && !(use_ == Use::reading && rc == SYSDB_ERR_NOT_FOUND)) {
         throw database_failure(directory, rc);
     }
     bound_.push_back(bound);
@@ -133,6 +153,9 @@ Database::Place Database::place_of(const std::string &path) {
 
 cerrno Database::read_item(const std::string &path, std::optional<Item> &item) {
     const Place place = place_of(path);
+    if (place.conn == 0) {
+        return path_fault(path, false);
+    }
     uint32_t type = SYSDB_TYPE_ANY;
     void *value = nullptr;
     uint32_t length = 0;
@@ -160,6 +183,9 @@ std::optional<Item> Database::find(const std::string &path, std::string &fault) 
 
 Item Database::get(const std::string &path) {
     std::optional<Item> item = find(path);
+    if (!item && place_of(path).conn == 0) {
+        throw Failure(ExitCode::not_found, escaped(path) + ": there is no system database yet");
+    }
     if (!item) {
         throw database_failure(path, SYSDB_ERR_NOT_FOUND);
     }
@@ -190,6 +216,12 @@ cerrno Database::read_level(const std::string &directory, std::optional<std::vec
         return 0;
     }
     const Place place = place_of(directory);
+    if (place.conn == 0) {
+        if (*place.path == '\0') {
+            entries.emplace();
+        }
+        return path_fault(directory, true);
+    }
     sysdb_list_t list = nullptr;
     const cerrno rc = sysdb_list(place.conn, place.path, "", nullptr, &list, 0);
     if (rc == 0) {

@@ -36,7 +36,10 @@ Failure database_failure(std::string_view path, cerrno rc);
 
 class Database {
   public:
+    // A command that only reads makes no database: one that is missing is as an empty one.
+    enum class Use { reading, changing };
     Database() = default;
+    explicit Database(Use use) : use_(use) {}
     ~Database();
     Database(const Database &) = delete;
     Database &operator=(const Database &) = delete;
@@ -65,7 +68,8 @@ class Database {
               const std::function<void(const std::string &, const Item &)> &visit,
               const std::function<void(const Unreadable &)> &unreadable = nullptr);
 
-    // A connection that is bound to a directory, for calls of the library; owned by this object.
+    // A connection that is bound to a directory, for calls of the library; owned by this object. 0 when this
+    // one only reads, and there is no database.
     sysdb_conn_t connection(const std::string &directory);
 
   private:
@@ -82,6 +86,7 @@ class Database {
     cerrno read_item(const std::string &path, std::optional<Item> &item);
     cerrno read_level(const std::string &directory, std::optional<std::vector<Entry>> &entries);
 
+    Use use_ = Use::changing;
     std::vector<Bound> bound_;
 };
 

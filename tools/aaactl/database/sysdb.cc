@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "cli/secret_input.hpp"
+#include "database/schema.hpp"
 #include "database/secret_values.hpp"
 
 namespace aaactl {
@@ -17,7 +18,7 @@ constexpr size_t kMaxValue = 1024 * 1024;
 // ---- get
 
 ExitCode get(Output &out, const std::string &path) {
-    Database database;
+    Database database(Database::Use::reading);
     const Item item = database.get(path);
     out.result(item_json(out, path, item), [&] { out.line(shown_value(out, path, item, true)); });
     return ExitCode::ok;
@@ -40,6 +41,7 @@ struct SetOptions {
     std::string value = "-";
     std::string type;
     bool allow_secret = false;
+    bool force = false;
 };
 
 // The type of the option, else of the stored item.
@@ -69,6 +71,14 @@ std::string value_to_set(const SetOptions &options) {
     return options.value;
 }
 
+void check_schema(const SetOptions &options, const Item &item) {
+    const std::string fault = options.force ? "" : schema_fault(options.path, item);
+    if (!fault.empty()) {
+        throw Failure(ExitCode::bad_input,
+                      escaped(options.path) + ": " + fault + " (--force stores it all the same)");
+    }
+}
+
 ExitCode set(Output &out, const SetOptions &options) {
     Database database;
     Item item{type_to_set(database, options), {}};
@@ -79,6 +89,7 @@ ExitCode set(Output &out, const SetOptions &options) {
         item = item_for(options.path, item.type, [&] { return item_from_argument(item.type, value); });
         wipe(value);
     }
+    check_schema(options, item);
     database.set(options.path, item);
     out.result(item_json(out, options.path, item), [] {});
     return ExitCode::ok;
@@ -97,7 +108,9 @@ void add_set(Command sysdb) {
         .type("TYPE");
     sub.flag("--allow-secret-argument", options->allow_secret,
              "Take the value of a key or password from the command line");
+    sub.flag("--force", options->force, "Store what the AAA service does not read at this path, too");
     sub.footer(
+        "Below /cfg/gl/aaa/ only what sysdb(5) describes is stored, unless --force.\n"
         "JSON: as in \"sysdb get\"\n"
         "Examples: aaactl sysdb set /cfg/site/name --type string 'Building 4'\n"
         "          aaactl sysdb set /cfg/gl/aaa/authentication/login/default --type tuple "
@@ -217,7 +230,7 @@ std::vector<Listed> level_of(Database &database, const std::string &path, bool v
 }
 
 ExitCode ls(Output &out, const std::string &path, bool long_form) {
-    Database database;
+    Database database(Database::Use::reading);
     const std::vector<Listed> level = level_of(database, path, long_form);
     Json document = {{"path", escaped(path)}, {"entries", Json::array()}};
     std::vector<std::vector<std::string>> rows;
@@ -290,7 +303,7 @@ void grow(Output &out, Database &database, const std::string &directory, const s
 }
 
 ExitCode tree(Output &out, const std::string &path) {
-    Database database;
+    Database database(Database::Use::reading);
     const std::string directory = directory_path(path, true);
     if (!database.list(directory)) {
         throw database_failure(directory, SYSDB_ERR_NOT_FOUND);

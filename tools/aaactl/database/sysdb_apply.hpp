@@ -21,6 +21,7 @@ class Changes {
     void erase(const std::string &path) { add(SYSDB_CHANGE_DELETE, path, {}); }
     void prune(const std::string &directory) { add(SYSDB_CHANGE_PRUNE, directory, {}); }
     bool empty() const { return changes_.empty(); }
+    size_t size() const { return changes_.size(); }
 
     // Every path is in the directory. On failure `failed` is the index of the refused change, or the number
     // of changes.

@@ -30,7 +30,7 @@ size_t note_faults(Output &out, const Dump &dump) {
 
 ExitCode dump(Output &out, const std::string &path) {
     const std::string directory = directory_path(path);
-    Database database;
+    Database database(Database::Use::reading);
     if (!database.list(directory)) {
         throw database_failure(directory, SYSDB_ERR_NOT_FOUND);
     }
@@ -63,7 +63,7 @@ std::string directory_to_compare(const Dump &dump, const std::string &path) {
 ExitCode diff(Output &out, const std::string &file, const std::string &path) {
     const Dump dump = read_dump(out, file);
     const std::string directory = directory_to_compare(dump, path);
-    Database database;
+    Database database(Database::Use::reading);
     const Dump stored = read_snapshot(out, database, directory, true);
     const std::vector<Difference> differences = compare(dump, stored, directory);
     Json document = {{"directory", escaped(directory)}, {"differences", Json::array()}};

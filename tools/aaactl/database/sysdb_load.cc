@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "database/dump.hpp"
+#include "database/schema.hpp"
 #include "database/sysdb.hpp"
 #include "database/sysdb_apply.hpp"
 #include "platform/cerr.h"
@@ -17,6 +18,7 @@ struct LoadOptions {
     std::string file;
     bool replace = false;
     bool dry_run = false;
+    bool force = false;
 };
 
 struct Counts {
@@ -57,28 +59,55 @@ void add_masked(const Dump &dump, const DumpItem &item,
     changes.expect(item.path, found->second->item);
 }
 
-Changes changes_of(const Dump &dump, const Dump &stored, bool replace) {
+// The state that the counts of the load are about: when another process changes it meanwhile, the load is
+// planned again.
+void expect_stored(const DumpItem &item, const std::map<std::string_view, const DumpItem *> &stored,
+                   Changes &changes) {
+    const auto found = stored.find(item.path);
+    if (item.item.type == SYSDB_TYPE_DIRECTORY) {
+        return;  // it may exist without being empty
+    }
+    if (found == stored.end()) {
+        changes.expect_absent(item.path);
+    } else if (found->second->fault.empty()) {
+        changes.expect(item.path, found->second->item);
+    }
+}
+
+struct Plan {
+    Changes changes;
+    std::vector<size_t> items;  // of the dump, one for each change
+};
+
+Plan changes_of(const Dump &dump, const Dump &stored, bool replace) {
     std::map<std::string_view, const DumpItem *> by_path;
     for (const DumpItem &item : stored.items) {
         by_path[item.path] = &item;
     }
-    Changes changes;
-    for (const DumpItem &item : dump.items) {
+    Plan plan;
+    for (size_t i = 0; i < dump.items.size(); ++i) {
+        const DumpItem &item = dump.items[i];
         if (item.masked) {
-            add_masked(dump, item, by_path, changes);
+            add_masked(dump, item, by_path, plan.changes);
         } else {
-            changes.set(item.path, item.item);
+            expect_stored(item, by_path, plan.changes);
+            plan.changes.set(item.path, item.item);
         }
+        plan.items.resize(plan.changes.size(), i);
     }
     if (replace) {
-        changes.prune(dump.directory);
+        plan.changes.prune(dump.directory);
     }
-    return changes;
+    return plan;
+}
+
+std::string source_name(const LoadOptions &options) {
+    return (options.file == "-" ? "standard input" : escaped(options.file)) + ": ";
 }
 
 // Names the item of the dump that the database refused.
 Failure refused(const LoadOptions &options, const Dump &dump, size_t index, cerrno rc) {
-    const std::string where = (options.file == "-" ? "standard input" : escaped(options.file)) + ": ";
+    const std::string where = source_name(options);
     if (index >= dump.items.size()) {
         return database_failure(where + "nothing was loaded", rc);
     }
@@ -88,7 +117,32 @@ Failure refused(const LoadOptions &options, const Dump &dump, size_t index, cerr
             where + dump.place(item) + ": " + failure.what() + "; nothing was loaded"};
 }
 
-constexpr int kAttempts = 10;  // when others change a masked value meanwhile
+// Items that are stored already are not what this load brings.
+void check_schema(Output &out, const LoadOptions &options, const Dump &dump,
+                  const std::vector<Difference> &differences) {
+    Json faults = Json::array();
+    std::vector<std::string> texts;
+    for (const Difference &difference : differences) {
+        const DumpItem *item = difference.dump;
+        const std::string fault =
+            options.force || item == nullptr || item->masked ? "" : schema_fault(item->path, item->item);
+        if (!fault.empty()) {
+            texts.push_back(source_name(options) + dump.place(*item) + ": " + escaped(item->path) + ": " +
+                            fault);
+            faults.push_back({{"path", escaped(item->path)}, {"fault", fault}});
+        }
+    }
+    if (texts.empty()) {
+        return;
+    }
+    for (size_t i = 0; i + 1 < texts.size(); ++i) {
+        out.note("aaactl: " + texts[i]);
+    }
+    throw Failure(ExitCode::bad_input, texts.back() + "; nothing was loaded (--force loads it all the same)")
+        .with({{"faults", faults}});
+}
+
+constexpr int kAttempts = 100;  // each time another process has made its change
 
 struct Outcome {
     Dump stored;
@@ -99,18 +153,20 @@ Outcome load_dump(Output &out, Database &database, const LoadOptions &options, c
     for (int attempt = 1;; ++attempt) {
         Outcome outcome{read_database(out, database, dump.directory, true), {}};
         outcome.differences = planned(dump, outcome.stored, options.replace);
-        const Changes changes = changes_of(dump, outcome.stored, options.replace);
+        check_schema(out, options, dump, outcome.differences);
+        const Plan plan = changes_of(dump, outcome.stored, options.replace);
         if (options.dry_run) {
             return outcome;
         }
         out.progress("Storing " + std::to_string(dump.items.size()) + " items");
         size_t failed = 0;
-        const cerrno rc = changes.apply(database, dump.directory, failed);
+        const cerrno rc = plan.changes.apply(database, dump.directory, failed);
         if (rc == 0) {
             return outcome;
         }
         if (rc != SYSDB_ERR_CONFLICT || attempt == kAttempts) {
-            throw refused(options, dump, failed, rc);
+            throw refused(options, dump, failed < plan.items.size() ? plan.items[failed] : dump.items.size(),
+                          rc);
         }
     }
 }
@@ -155,7 +211,11 @@ void add_sysdb_load(Command sysdb) {
     sub.option("FILE", options->file, "The dump, text or JSON; - for standard input").required();
     sub.flag("--replace", options->replace, "Delete items of the dump's directory that are not in the dump");
     sub.flag("--dry-run", options->dry_run, "Check, and print what would be changed");
+    sub.flag("--force", options->force, "Load what the AAA service does not read at its path, too");
     sub.footer(
+        "Below /cfg/gl/aaa/ only what sysdb(5) describes is loaded, unless --force or it is stored already; "
+        "all "
+        "of\nthe dump is checked before anything is changed.\n"
         "JSON: {directory, items, created, changed, deleted, loaded, differences with --dry-run:\n"
         "[{path, change: added|removed|changed, before, after}]}, each of these two\n{type, value, masked or "
         "fault}\n"

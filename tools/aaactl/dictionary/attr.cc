@@ -63,7 +63,8 @@ std::string wire_note(uint32_t type) {
 ExitCode show(const std::string &name, Output &out) {
     const auto type = attribute_type(name);
     if (!type) {
-        throw Failure(ExitCode::not_found, "no attribute is called '" + escaped(name) + "'");
+        throw Failure(ExitCode::not_found,
+                      "no attribute is called '" + escaped(name) + "'" + meant_attribute(name));
     }
     const aaa_table_row_t *row = attribute_row(*type);
     if (row == nullptr) {

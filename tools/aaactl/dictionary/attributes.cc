@@ -8,6 +8,8 @@
 #include <cctype>
 #include <charconv>
 
+#include "cli/suggestion.hpp"
+
 namespace aaactl {
 namespace {
 
@@ -105,6 +107,22 @@ std::optional<uint32_t> attribute_type(std::string_view name_or_number) {
         }
     }
     return std::nullopt;
+}
+
+// Names are written with or without their first and last part, so both forms are compared.
+std::string meant_attribute(std::string_view name) {
+    std::vector<std::string> whole;
+    std::vector<std::string> bare;
+    for (const aaa_table_row_t &row : aaa_table) {
+        if (row.name != nullptr) {
+            std::string text = row.name;
+            whole.push_back(text);
+            text = text.starts_with("AAA_") ? text.substr(4) : text;
+            bare.push_back(text.ends_with("_ATTR") ? text.substr(0, text.size() - 5) : text);
+        }
+    }
+    const std::string meant = did_you_mean(name, whole);
+    return meant.empty() ? did_you_mean(name, bare) : meant;
 }
 
 std::string_view format_name(uint32_t format) {

@@ -27,6 +27,8 @@ std::string attribute_name(uint32_t type);
 // The type for a number or a name, in any case; the prefix AAA_ and the suffix
 // _ATTR may be omitted where that is not ambiguous.
 std::optional<uint32_t> attribute_type(std::string_view name_or_number);
+// "; did you mean NAME?" for a name that is not one, or "".
+std::string meant_attribute(std::string_view name);
 
 // "string", "integer", "binary", "address"
 std::string_view format_name(uint32_t format);

@@ -10,6 +10,7 @@
 
 #include "aaa/result_codes.h"
 #include "cli/commands.hpp"
+#include "cli/suggestion.hpp"
 #include "dictionary/attributes.hpp"
 #include "platform/cerr.h"
 
@@ -18,6 +19,11 @@ namespace {
 
 // The codes of the table of texts have enumerators but for index 0.
 constexpr cerrno kEndOfTable = AAA_ERR_END_OF_LIST;
+
+constexpr uint32_t kDatabaseFacility = 0x103;
+constexpr uint32_t kEventFacility = 0x240;
+constexpr uint32_t kLineFacility = 0x4ae;
+constexpr uint32_t kHostFacility = 0x4b0;
 
 struct Advice {
     const char *name;
@@ -30,9 +36,10 @@ struct Advice {
 constexpr Advice kAdvice[] = {
 #define AAACTL_ADVICE(name, by_library, cause, remedy) {#name, name, by_library != 0, cause, remedy},
 #include "dictionary/result_code_advice.def"
+#define AAACTL_PLATFORM_ADVICE(name, code, cause, remedy) {#name, code, false, cause, remedy},
+#include "dictionary/platform_code_advice.def"
 };
 
-static_assert(std::size(kAdvice) == AAA_ERR_TABLE_ROWS + 7, "a row for every code");
 static_assert(kAdvice[AAA_ERR_TABLE_ROWS - 1].code == kEndOfTable, "the rows are in the order of the table");
 
 const Advice *advice_for(cerrno code) {
@@ -116,8 +123,20 @@ std::string origin(cerrno code, const Advice *advice) {
     if (advice != nullptr && (code == AAA_OK || facility(code) == AAA_FACILITY)) {
         return advice->by_library ? "this library" : "AAA servers and clients; this library never returns it";
     }
-    return facility(code) == 0 ? "the operating system (errno)"
-                               : severity(code) + ", facility " + std::to_string(facility(code));
+    switch (facility(code)) {
+        case 0:
+            return "the operating system (errno)";
+        case kDatabaseFacility:
+            return "the system database";
+        case kEventFacility:
+            return "the event manager";
+        case kLineFacility:
+            return "lines and terminals of the host platform";
+        case kHostFacility:
+            return "the host platform";
+        default:
+            return severity(code) + ", facility " + std::to_string(facility(code));
+    }
 }
 
 void print(Output &out, cerrno code) {
@@ -134,6 +153,19 @@ void print(Output &out, cerrno code) {
     out.table({}, rows);
 }
 
+// Names are written with or without their first part, so both forms are compared.
+std::string meant_name(const std::string &text) {
+    std::vector<std::string> whole;
+    std::vector<std::string> bare;
+    for (const Advice &row : kAdvice) {
+        const std::string name = row.name;
+        whole.push_back(name);
+        bare.push_back(name.starts_with("AAA_ERR_") ? name.substr(8) : name);
+    }
+    const std::string meant = did_you_mean(text, whole);
+    return meant.empty() ? did_you_mean(text, bare) : meant;
+}
+
 cerrno asked_for(const std::string &text) {
     if (const Advice *advice = advice_named(text)) {
         return advice->code;
@@ -142,7 +174,7 @@ cerrno asked_for(const std::string &text) {
         return *code;
     }
     throw Failure(ExitCode::not_found,
-                  "'" + escaped(text) + "' is neither a result code nor the name of one");
+                  "'" + escaped(text) + "' is neither a result code nor the name of one" + meant_name(text));
 }
 
 ExitCode explain(const std::vector<std::string> &texts, Output &out) {
@@ -187,11 +219,11 @@ void add_err(Command root) {
         return *all ? list(out) : explain(*texts, out);
     });
     sub.option("CODE", *texts, "Code (decimal, 0x..., also negative) or name; AAA_ERR_ may be omitted");
-    sub.flag("--list", *all, "List every code of the library");
+    sub.flag("--list", *all, "List every code of the library, the platform and the system database");
     sub.footer(
-        "Codes of other facilities get their text from the platform.\n"
+        "Codes of the library, the platform and the system database have names, causes and remedies.\n"
         "JSON: {codes: [{code, hex, name, text, severity, facility, index, by_library, cause, remedy}]};\n"
-        "the last three only for codes of the library.\n\n"
+        "the last three only for codes that have a name.\n\n"
         "  aaactl err 0xa2462e00\n  aaactl err sg_in_use AAA_ERR_TIMEOUT");
 }
 

@@ -63,6 +63,7 @@ Verdict examine(Secret &sealed) {
     verdict.newest = masters.back().generation == *verdict.generation;
     verdict.valid = verdict.known && validate_encrypted_password(sealed.data()) == AAA_OK;
     verdict.clear = verdict.valid ? open_key(sealed.text()) : nullptr;
+    forget_log_lines();  // the verdict says it
     return verdict;
 }
 
@@ -134,12 +135,7 @@ std::string read_clear_key() {
 }
 
 ExitCode seal(Output &out) {
-    const Secret clear(read_clear_key());
-    const std::string sealed = seal_key(clear.text().c_str());
-    const char last = clear.text().back();
-    if (last == ' ' || last == '\t' || last == '\r' || last == '\n') {
-        out.note("aaactl: the key ends in white space; \"aaactl key trim\" removes it");
-    }
+    const std::string sealed = seal_clear_key(out);
     out.result({{"sealed", sealed}, {"generation", *sealed_generation(sealed)}}, [&] { out.line(sealed); });
     return ExitCode::ok;
 }
@@ -188,10 +184,19 @@ void add_trim(Command key) {
 
 }  // namespace
 
+std::string seal_clear_key(Output &out) {
+    const Secret clear(read_clear_key());
+    std::string sealed = seal_key(clear.text().c_str());
+    const char last = clear.text().back();
+    if (last == ' ' || last == '\t' || last == '\r' || last == '\n') {
+        out.note("aaactl: the key ends in white space; \"aaactl key trim\" removes it");
+    }
+    return sealed;
+}
+
 Command key_command(Command key, const std::string &name, const std::string &help, Action run) {
     auto file = std::make_shared<std::string>();
     Command sub = key.command(name, help, [file, run = std::move(run)](Output &out) {
-        log_to_standard_error();
         if (!file->empty()) {
             setenv("AAA_MASTER_KEYS", file->c_str(), 1);
         }

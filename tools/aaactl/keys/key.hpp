@@ -10,8 +10,11 @@
 
 namespace aaactl {
 
-// A command of "key": with --file, and with its log lines on standard error.
+// A command of "key": with --file.
 Command key_command(Command key, const std::string &name, const std::string &help, Action run);
+
+// Asks for a key, twice on a terminal, and seals it.
+std::string seal_clear_key(Output &out);
 
 // masters, new-master, rotate, reseal and retire; add_key() calls it.
 void add_key_masters(Command key);

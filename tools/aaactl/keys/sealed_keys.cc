@@ -23,6 +23,14 @@ namespace {
 constexpr int kReversible = 7;
 constexpr int kAttempts = 10;  // when others change keys meanwhile
 constexpr cerrno kKeysUnusable = 0xa2581000u;
+constexpr cerrno kKeysExist = 0xa2581200u;
+constexpr cerrno kNewestKey = 0xa2581800u;
+
+const char *remedy_of(cerrno rc) {
+    return rc == kKeysExist   ? "; add a key to it with \"aaactl key rotate\""
+           : rc == kNewestKey ? "; add another one first: aaactl key rotate --reseal /cfg/"
+                              : "";
+}
 
 bool is_digit(char c) {
     return c >= '0' && c <= '9';
@@ -76,6 +84,7 @@ std::vector<Opened> open_all(Database &database, const std::vector<std::string> 
             opened.push_back({item, std::move(clear)});
         } else {
             left.push_back({item.path, "the key cannot be opened with the master keys", ExitCode::negative});
+            forget_log_lines();
         }
     }
     return opened;
@@ -109,15 +118,11 @@ void WipeText::operator()(char *text) const {
     std::free(text);
 }
 
-void log_to_standard_error() {
-    setenv("AAA_LOG", "stderr", 0);
-}
-
 Failure master_keys_failure(cerrno rc) {
     const bool unavailable =
         rc == kKeysUnusable || (rc & 0x80000000u) == 0;  // an errno value has no severity
     return {unavailable ? ExitCode::unavailable : ExitCode::failed,
-            escaped(aaa_platform_master_keys_path()) + ": " + escaped(cerr_strerror(rc))};
+            escaped(aaa_platform_master_keys_path()) + ": " + escaped(cerr_strerror(rc)) + remedy_of(rc)};
 }
 
 std::vector<aaa_platform_master_key_t> master_keys() {

@@ -21,9 +21,6 @@ struct WipeText {
 };
 using SecretText = std::unique_ptr<char, WipeText>;
 
-// Sends errors of master keys to standard error instead of the system log.
-void log_to_standard_error();
-
 // The generations, oldest first; Failure(unavailable) when the file cannot be used.
 std::vector<aaa_platform_master_key_t> master_keys();
 // The failure of a call on the file of master keys.

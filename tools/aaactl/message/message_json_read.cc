@@ -96,7 +96,8 @@ uint32_t type_in(const Json &object) {
     }
     const auto type = attribute_type(string_in(object["attribute"]));
     if (!type) {
-        throw Refused{"no attribute is called '" + escaped(string_in(object["attribute"])) + "'"};
+        throw Refused{"no attribute is called '" + escaped(string_in(object["attribute"])) + "'" +
+                      meant_attribute(string_in(object["attribute"]))};
     }
     if (object.contains("type") && *type != word_in(object, "type")) {
         throw Refused{"type and attribute are not the same"};

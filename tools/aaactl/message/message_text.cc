@@ -156,7 +156,7 @@ uint32_t type_in(std::string_view word) {
     }
     const auto type = attribute_type(word);
     if (!type) {
-        throw Refused{"no attribute is called '" + escaped(word) + "'"};
+        throw Refused{"no attribute is called '" + escaped(word) + "'" + meant_attribute(word)};
     }
     return *type;
 }

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// sg list, add and delete: numbers, indexes, and the reasons of refusals.
+// sg: numbers, indexes, keys, and the reasons of refusals.
+
+#include <unistd.h>
 
 #include "aaactl/support/damaged_items.hpp"
 #include "aaactl/support/database_fixture.hpp"
+#include "aaactl/support/program_started.hpp"
 
 namespace {
 
@@ -59,16 +62,18 @@ TEST_F(Groups, ListShowsConfiguredAndPublished) {
     put("/oper/aaa/gl/group-server/sg_name_map/radius/old", "u32", "1009");
     EXPECT_EQ(aaactl({"sg", "list"}).out,
               "PROTOCOL  NAME     NUMBER  SERVERS\n"
-              "radius    corp     1001    192.0.2.20,1812,1813\n"
-              "radius    new      -       192.0.2.9,1,2\n"
+              "radius    corp     1001    192.0.2.20,1812,1813 [no key]\n"
+              "radius    new      -       192.0.2.9,1,2 [no key]\n"
               "radius    old      1009    (published, not configured)\n"
-              "tacacs    archive  3001    ::1,4949\n");
+              "tacacs    archive  3001    ::1,4949 [no key]\n");
     const auto json = aaactl({"sg", "list", "--protocol", "tacacs", "--json"}).json();
     EXPECT_EQ(json.dump(),
               R"({"groups":[{"protocol":"tacacs","name":"archive","number":3001,"configured":true,)"
-              R"("servers":[{"index":1,"address":"::1","ports":[4949],"private":false}]}]})");
+              R"("servers":[{"index":1,"address":"::1","ports":[4949],"private":false,"key":"missing"}]}]})");
     EXPECT_EQ(aaactl({"sg", "list", "new", "--json"}).json()["groups"][0]["number"], nullptr);
     EXPECT_EQ(aaactl({"sg", "list", "none"}).status, 4);
+    EXPECT_NE(aaactl({"sg", "list", "crop"}).err.find("; did you mean corp?"), std::string::npos);
+    EXPECT_NE(aaactl({"sg", "delete", "radius", "crop"}).err.find("; did you mean corp?"), std::string::npos);
     EXPECT_EQ(aaactl({"sg", "list", "corp", "--protocol", "tacacs"}).status, 4);
 }
 
@@ -82,7 +87,7 @@ TEST_F(Groups, ANumberThatIsNoneHidesNoOtherGroup) {
         run.out,
         "PROTOCOL  NAME  NUMBER  SERVERS\n"
         "radius    bad   -       (published, not configured) (number: it is of type string, not a u32)\n"
-        "radius    corp  1001    192.0.2.20,1812,1813\n");
+        "radius    corp  1001    192.0.2.20,1812,1813 [no key]\n");
     ASSERT_EQ(
         aaactl({"mlist", "set", "authentication", "login", "default", "group:bad", "group:corp", "--force"})
             .status,
@@ -99,8 +104,8 @@ TEST_F(Groups, ADamagedNumberIsToldWithTheRest) {
     EXPECT_EQ(text.status, 3);
     EXPECT_EQ(text.out,
               "PROTOCOL  NAME   NUMBER  SERVERS\n"
-              "radius    corp   -       192.0.2.20,1812,1813 (number: value does not fit its type)\n"
-              "radius    whole  1002    192.0.2.21,1812,1813\n");
+              "radius    corp   -       192.0.2.20,1812,1813 [no key] (number: value does not fit its type)\n"
+              "radius    whole  1002    192.0.2.21,1812,1813 [no key]\n");
     EXPECT_EQ(text.err, "aaactl: " + item + ": value does not fit its type\n");
     const auto json = aaactl({"sg", "list", "--json"});
     EXPECT_EQ(json.status, 3);
@@ -126,7 +131,7 @@ TEST_F(Groups, RefusesForTheLibrarysReasons) {
     expect_refused({"sg", "add", "radius", "corp", "192.0.2.21", "192.0.2.20"},
                    "192.0.2.20: refused: Host or server group index is in use already");
     EXPECT_EQ(aaactl({"sg", "list"}).out,
-              "PROTOCOL  NAME  NUMBER  SERVERS\nradius    corp  1001    192.0.2.20,1812,1813\n");
+              "PROTOCOL  NAME  NUMBER  SERVERS\nradius    corp  1001    192.0.2.20,1812,1813 [no key]\n");
     ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp"}).status, 0);
     expect_refused({"sg", "del", "radius", "corp"}, "server group corp: refused: Server group is ");
     EXPECT_EQ(aaactl({"sg", "list", "corp"}).status, 0) << "nothing was deleted";
@@ -156,6 +161,150 @@ TEST_F(Groups, NumbersRunOut) {
     EXPECT_EQ(aaactl({"sg", "list", "corp"}).status, 4) << "nothing is half done";
 }
 
+// A reboot empties the maps.
+TEST_F(Groups, PublishNumbersAllGroupsAgain) {
+    EXPECT_EQ(aaactl({"sg", "publish"}).out, "PROTOCOL  NAME  NUMBER\n") << "there are none";
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "lab", "192.0.2.21"}).status, 0);
+    ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "192.0.2.30"}).status, 0);
+    const std::string before = aaactl({"sysdb", "dump", "/oper/"}).out;
+    ASSERT_EQ(aaactl({"sysdb", "del", "-r", "/oper/aaa"}).status, 0);
+    const auto run = aaactl({"sg", "publish"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out,
+              "PROTOCOL  NAME     NUMBER\n"
+              "radius    corp     1001    new\n"
+              "radius    lab      1002    new\n"
+              "tacacs    archive  3001    new\n");
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, before);
+    const auto json = aaactl({"sg", "publish", "--json"}).json();
+    EXPECT_EQ(json["groups"][0].dump(), R"({"protocol":"radius","name":"corp","number":1001,"new":false})");
+    EXPECT_FALSE(json.contains("faults"));
+    ASSERT_EQ(aaactl({"sysdb", "del", "/oper/aaa/gl/group-server/sg_num_map/radius/0x3e9"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "publish"}).status, 0);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, before) << "the entry of the number is made again";
+}
+
+TEST_F(Groups, AGroupThatIsRefusedKeepsNoOtherFromItsNumber) {
+    put("/cfg/gl/aaa/group-server/radius/corp/server/0x1/192.0.2.9,1,2", "u32", "1");
+    put("/cfg/gl/aaa/group-server/radius/local/server/0x1/192.0.2.9,1,2", "u32", "1");
+    put("/cfg/gl/aaa/group-server/tacacs/archive/server/0x1/192.0.2.9", "u32", "1");
+    put("/cfg/gl/aaa/group-server/tacacs/corp/server/0x1/192.0.2.9", "u32", "1");
+    const auto run = aaactl({"sg", "publish"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out,
+              "PROTOCOL  NAME     NUMBER\n"
+              "radius    corp     1001    new\n"
+              "tacacs    archive  3001    new\n");
+    EXPECT_EQ(run.err,
+              "aaactl: server group local: refused: Bad server group name\n"
+              "aaactl: server group corp: refused: Server group name already defined for RADIUS\n");
+    EXPECT_EQ(aaactl({"sg", "publish", "--json"}).json()["faults"].size(), 2u);
+}
+
+// ---- keys
+
+class GroupKeys : public Groups {
+  protected:
+    GroupKeys() : masters_("AAA_MASTER_KEYS", dir().path("master.keys")) {}
+    void SetUp() override {
+        ASSERT_EQ(aaactl({"key", "new-master"}).status, 0);
+        ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21"}).status, 0);
+    }
+    // The key as it is stored, opened.
+    static std::string opened(const std::string &path) {
+        const auto json =
+            aaactl({"key", "check", "--show-secrets", "--json"}, value_of(kSettings + path)).json();
+        return json.contains("key") ? json["key"].text() : "(not opened)";
+    }
+    static std::string states() {
+        std::string all;
+        const auto groups = aaactl({"sg", "list", "--json"}).json()["groups"];
+        for (const auto &server : groups[0]["servers"]) {
+            all += (all.empty() ? "" : ", ") + server["key"].text();
+        }
+        return all;
+    }
+    static inline const std::string kSettings = "/cfg/gl/aaa/group-server/radius/corp/settings/";
+
+  private:
+    ScopedEnv masters_;
+};
+
+TEST_F(GroupKeys, AreSealedAndStored) {
+    EXPECT_EQ(states(), "missing, missing");
+    const auto one = aaactl({"sg", "key", "radius", "corp", "192.0.2.20"}, "own key\n");
+    EXPECT_EQ(one.status, 0) << one.err;
+    EXPECT_EQ(one.out,
+              "stored, sealed with master key generation 01: " + kSettings + "192.0.2.20,1812,1813/key\n");
+    EXPECT_EQ(opened("192.0.2.20,1812,1813/key"), "own key");
+    EXPECT_EQ(states(), "opens, missing");
+    const auto all = aaactl({"sg", "key", "radius", "corp"}, "shared key");
+    EXPECT_EQ(all.status, 0) << all.err;
+    EXPECT_EQ(all.err,
+              "aaactl: 192.0.2.20,1812,1813 keeps its own key: " + kSettings + "192.0.2.20,1812,1813/key\n");
+    EXPECT_EQ(opened("key"), "shared key");
+    EXPECT_EQ(opened("192.0.2.20,1812,1813/key"), "own key");
+    EXPECT_EQ(states(), "opens, opens");
+    EXPECT_EQ(aaactl({"sg", "list"}).out,
+              "PROTOCOL  NAME  NUMBER  SERVERS\n"
+              "radius    corp  1001    192.0.2.20,1812,1813 [key] 192.0.2.21,1812,1813 [key]\n");
+    const auto json =
+        aaactl({"sg", "key", "radius", "corp", "192.0.2.21,1812,1813", "--json"}, "third").json();
+    EXPECT_EQ(json["generation"], 1);
+    EXPECT_EQ(json["stored"][0], kSettings + "192.0.2.21,1812,1813/key");
+}
+
+TEST_F(GroupKeys, AreTypedTwiceOnATerminalWithoutEcho) {
+    aaactl_test::Started started({"sg", "key", "radius", "corp"}, aaactl_test::Started::On::terminal);
+    ASSERT_TRUE(started.wait_shown("Key: "));
+    started.type("hunter2\n");
+    ASSERT_TRUE(started.wait_shown("Repeat the key: "));
+    started.type("hunter3\n");
+    EXPECT_EQ(started.wait(), 3);
+    EXPECT_NE(started.shown().find("the two keys differ"), std::string::npos) << started.shown();
+    EXPECT_EQ(started.shown().find("hunter"), std::string::npos) << started.shown();
+    EXPECT_EQ(states(), "missing, missing");
+}
+
+TEST_F(GroupKeys, AreNotStoredWhereNoServerIsMeant) {
+    const auto group = aaactl({"sg", "key", "radius", "crop"}, "key");
+    EXPECT_EQ(group.status, 4);
+    EXPECT_NE(group.err.find("crop: no such server group of radius; did you mean corp?"), std::string::npos);
+    EXPECT_EQ(aaactl({"sg", "key", "tacacs", "corp"}, "key").status, 4);
+    EXPECT_EQ(aaactl({"sg", "key", "radius", "corp", "192.0.2.22"}, "key").status, 4);
+    EXPECT_EQ(aaactl({"sg", "key", "diameter", "corp"}, "key").status, 2);
+    EXPECT_EQ(aaactl({"sg", "key", "radius", "corp"}, "").status, 2) << "no key";
+    ASSERT_EQ(unlink(dir().path("master.keys").c_str()), 0);
+    EXPECT_EQ(aaactl({"sg", "key", "radius", "corp"}, "key").status, 5) << "no master key";
+    EXPECT_EQ(states(), "missing, missing");
+}
+
+TEST_F(GroupKeys, ThatDoNotOpenAreToldByList) {
+    put(kSettings + "key", "string", "in clear");
+    EXPECT_EQ(states(), "unusable, unusable");
+    ASSERT_EQ(aaactl({"sg", "key", "radius", "corp"}, "shared key").status, 0);
+    EXPECT_EQ(states(), "opens, opens");
+    ASSERT_EQ(unlink(dir().path("master.keys").c_str()), 0);
+    EXPECT_EQ(states(), "unusable, unusable");
+    ASSERT_EQ(aaactl({"key", "new-master"}).status, 0);
+    EXPECT_EQ(states(), "unusable, unusable") << "another master key";
+    EXPECT_NE(aaactl({"sg", "list"}).out.find("192.0.2.20,1812,1813 [key does not open]"), std::string::npos);
+    put(kSettings + "192.0.2.20,1812,1813/transport", "string", "tls");
+    ASSERT_EQ(aaactl({"sysdb", "del", kSettings + "key"}).status, 0);
+    EXPECT_EQ(states(), "not needed, missing");
+}
+
+TEST_F(GroupKeys, AddSaysThatTheyAreMissing) {
+    const auto run = aaactl({"sg", "add", "tacacs", "archive", "192.0.2.30"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "aaactl: no key is stored for some of its servers: aaactl sg key tacacs archive\n");
+    ASSERT_EQ(aaactl({"sg", "key", "tacacs", "archive"}, "key").status, 0);
+    EXPECT_EQ(aaactl({"sg", "add", "tacacs", "archive", "192.0.2.31"}).err, "");
+}
+
+// ---- delete
+
 TEST_F(Groups, DeletesServersAndGroups) {
     ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21", "192.0.2.22,1,2"}).status,
               0);
@@ -167,7 +316,7 @@ TEST_F(Groups, DeletesServersAndGroups) {
     EXPECT_EQ(left["group"]["servers"].size(), 0u);
     EXPECT_EQ(aaactl({"sg", "list"}).out,
               "PROTOCOL  NAME     NUMBER  SERVERS\n"
-              "radius    corp     1001    192.0.2.21,1812,1813\n"
+              "radius    corp     1001    192.0.2.21,1812,1813 [no key]\n"
               "tacacs    archive  3001\n");
     EXPECT_EQ(aaactl({"sg", "del", "tacacs", "corp"}).status, 4) << "another protocol";
     EXPECT_EQ(aaactl({"sg", "del", "radius", "corp"}).status, 0);
@@ -182,7 +331,8 @@ TEST_F(Groups, WhatIsNoServerIsShownAsSuchAndCanBeDeleted) {
     put("/cfg/gl/aaa/group-server/radius/corp/server/three/192.0.2.22,1,2", "u32", "1");
     EXPECT_EQ(aaactl({"sg", "list"}).out,
               "PROTOCOL  NAME  NUMBER  SERVERS\n"
-              "radius    corp  1001    192.0.2.20,1812,1813 192.0.2.21 (not usable: \"1812x\" is not a port) "
+              "radius    corp  1001    192.0.2.20,1812,1813 [no key] 192.0.2.21 (not usable: \"1812x\" is "
+              "not a port) "
               "three (not usable: \"three/\" is not an ordinal of a server)\n");
     const auto servers = aaactl({"sg", "list", "--json"}).json()["groups"][0]["servers"];
     EXPECT_FALSE(servers[0].contains("defect"));
@@ -197,7 +347,7 @@ TEST_F(Groups, DeletesServersAsTheyAreListed) {
     ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "::1,4949", "::2"}).status, 0);
     EXPECT_EQ(aaactl({"sg", "del", "tacacs", "archive", "::1,4949"}).status, 0);
     EXPECT_EQ(aaactl({"sg", "list"}).out,
-              "PROTOCOL  NAME     NUMBER  SERVERS\ntacacs    archive  3001    ::2\n");
+              "PROTOCOL  NAME     NUMBER  SERVERS\ntacacs    archive  3001    ::2 [no key]\n");
 }
 
 TEST_F(Groups, DeletionThatEndedHalfWayIsFinishedByTheNext) {

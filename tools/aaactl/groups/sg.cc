@@ -2,16 +2,38 @@
 //
 // sg list, and what the commands on server groups share.
 
-#include "config/sg.hpp"
+#include "groups/sg.hpp"
 
 #include <memory>
+
+#include "cli/suggestion.hpp"
+#include "config/server_keys.hpp"
 
 namespace aaactl {
 namespace {
 
-std::string state_text(const Output &out, const Group &group) {
-    std::string text =
-        group.configured ? servers_text(group) : out.styled(Style::bad, "(published, not configured)");
+std::string one_server_text(const Server &server) {
+    return server_text(server) + (server.is_private ? " (private)" : "") +
+           (is_sound(server) ? "" : " (not usable: " + server.defect + ")");
+}
+
+// The servers, and whether each has a key that opens.
+std::string keyed_servers(const Output &out, Database &database, const Group &group) {
+    std::string text;
+    for (const Server &server : group.servers) {
+        text += (text.empty() ? "" : " ") + one_server_text(server);
+        if (is_sound(server)) {
+            const KeyState state = read_key(database, group, server).state;
+            text += " " + out.styled(is_asked_with(state) ? Style::dim : Style::bad,
+                                     std::string("[") + key_text(state) + "]");
+        }
+    }
+    return text;
+}
+
+std::string state_text(const Output &out, Database &database, const Group &group) {
+    std::string text = group.configured ? keyed_servers(out, database, group)
+                                        : out.styled(Style::bad, "(published, not configured)");
     if (!group.number_defect.empty()) {
         text += (text.empty() ? "" : " ") + out.styled(Style::bad, "(number: " + group.number_defect + ")");
     }
@@ -19,7 +41,7 @@ std::string state_text(const Output &out, const Group &group) {
 }
 
 ExitCode list(Output &out, const GroupOptions &options) {
-    Database database;
+    Database database(Database::Use::reading);
     Json document = {{"groups", Json::array()}};
     std::vector<std::vector<std::string>> rows;
     std::vector<std::string> faults;
@@ -31,16 +53,18 @@ ExitCode list(Output &out, const GroupOptions &options) {
             if (!options.name.empty() && group.name != options.name) {
                 continue;
             }
-            document["groups"].push_back(group_json(group));
+            document["groups"].push_back(group_json(database, group));
             rows.push_back({protocol.word, escaped(group.name),
-                            group.number ? std::to_string(*group.number) : "-", state_text(out, group)});
+                            group.number ? std::to_string(*group.number) : "-",
+                            state_text(out, database, group)});
             if (!group.number_defect.empty()) {
                 faults.push_back(escaped(number_path(group)) + ": " + group.number_defect);
             }
         }
     }
     if (rows.empty() && !options.name.empty()) {
-        throw Failure(ExitCode::not_found, escaped(options.name) + ": no such server group");
+        throw Failure(ExitCode::not_found, escaped(options.name) + ": no such server group" +
+                                               did_you_mean(options.name, group_names(database)));
     }
     out.result(document, [&] { out.table({"PROTOCOL", "NAME", "NUMBER", "SERVERS"}, rows); });
     for (const std::string &fault : faults) {
@@ -58,11 +82,16 @@ void add_list(Command sg) {
     sub.option("--protocol", options->protocol, "Only groups of radius, tacacs or diameter")
         .one_of(protocol_words());
     sub.footer(
-        "A group without a number (-) is not published yet: the AAA server or \"sg add\" publishes it. A "
-        "number that\ncannot be read is reported with the others (exit status 3).\n"
-        "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, "
-        "private}]}]}, "
-        "with\n\"fault\" or, of a server, \"defect\" if there is one\n"
+        "A group without a number (-) is not published: \"sg publish\" does it. A number that\ncannot be "
+        "read is reported with the others (exit status 3).\n"
+        "Of each server it says whether it has a key that opens: \"sg key\" stores one. The key is not "
+        "checked\n"
+        "where this user may not read the master keys.\n"
+        "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, private, "
+        "key: "
+        "opens|\nmissing|unusable|unchecked|not needed}]}]}, with \"fault\" or, of a server, \"defect\" "
+        "instead of "
+        "\"key\"\nif there is one\n"
         "Example: aaactl sg list --protocol radius");
 }
 
@@ -71,13 +100,12 @@ void add_list(Command sg) {
 std::string servers_text(const Group &group) {
     std::string text;
     for (const Server &server : group.servers) {
-        text += (text.empty() ? "" : " ") + server_text(server) + (server.is_private ? " (private)" : "") +
-                (is_sound(server) ? "" : " (not usable: " + server.defect + ")");
+        text += (text.empty() ? "" : " ") + one_server_text(server);
     }
     return text;
 }
 
-Json group_json(const Group &group) {
+Json group_json(Database &database, const Group &group) {
     Json document = {{"protocol", group.protocol.word},
                      {"name", escaped(group.name)},
                      {"number", group.number ? Json(*group.number) : Json()},
@@ -90,6 +118,8 @@ Json group_json(const Group &group) {
                                                    {"private", server.is_private}});
         if (!is_sound(server)) {
             one["defect"] = server.defect;
+        } else {
+            one["key"] = key_word(read_key(database, group, server).state);
         }
     }
     if (!group.number_defect.empty()) {
@@ -103,6 +133,8 @@ void add_sg(Command root) {
     add_list(sg);
     add_sg_add(sg);
     add_sg_delete(sg);
+    add_sg_publish(sg);
+    add_sg_key(sg);
 }
 
 }  // namespace aaactl

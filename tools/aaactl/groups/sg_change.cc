@@ -5,13 +5,17 @@
 // reason: first the verification, then the maps of names and numbers, then the
 // indexes of the servers.
 
+#include <algorithm>
 #include <memory>
 #include <set>
 
 #include "aaa/result_codes.h"
 #include "aaa/server_groups.h"
-#include "config/sg.hpp"
+#include "cli/suggestion.hpp"
+#include "config/advice.hpp"
+#include "config/server_keys.hpp"
 #include "database/sysdb_apply.hpp"
+#include "groups/sg.hpp"
 #include "platform/cerr.h"
 
 namespace aaactl {
@@ -24,37 +28,9 @@ void add_group(Command sub, GroupOptions &options) {
     sub.option("NAME", options.name, "The group's name").required();
 }
 
-// ---- verify and apply
-
 struct FreeText {
     void operator()(char *text) const { std::free(text); }
 };
-
-// Throws the library's refusal with its reason, or with the text of its code if it gives none.
-void verify(const GroupOptions &options, uint32_t operation) {
-    aaa_cfg_event_t event{};
-    event.operation = operation;
-    char *reason = nullptr;
-    uint32_t verdict = 0;
-    const cerrno rc = aaa_util_svr_grp_verify(&event, &reason, &verdict, options.name.c_str(),
-                                              protocol_named(options.protocol).number);
-    const std::unique_ptr<char, FreeText> owner(reason);
-    if (rc == AAA_OK && verdict == AAA_VERDICT_ACCEPTED) {
-        return;
-    }
-    const bool is_refusal =
-        rc == AAA_ERR_INVALID_ARG || rc == AAA_ERR_SG_NAME_OTHER_PROTOCOL || rc == AAA_ERR_SG_IN_USE;
-    throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),
-                  "server group " + escaped(options.name) +
-                      ": refused: " + escaped(reason != nullptr ? reason : cerr_strerror(rc)));
-}
-
-cerrno apply(Database &database, const GroupOptions &options, uint32_t operation, uint32_t &number) {
-    aaa_cfg_event_t event{};
-    event.operation = operation;
-    return aaa_util_svr_grp_apply(database.connection(kGroupMaps), &event, options.protocol.c_str(),
-                                  options.name.c_str(), &number);
-}
 
 // ---- add
 
@@ -182,17 +158,27 @@ void configure(Database &database, const Changes &changes) {
     }
 }
 
+// aaad asks no server without a key.
+void note_missing_keys(Output &out, Database &database, const Group &group) {
+    const bool missing = std::any_of(group.servers.begin(), group.servers.end(), [&](const Server &server) {
+        return is_sound(server) && read_key(database, group, server).state == KeyState::missing;
+    });
+    if (missing) {
+        out.note("aaactl: " + change_group("no key is stored for some of its servers", "key", group));
+    }
+}
+
 // The maps first: the next attempt reuses a number without a group, but a group without a number does not
 // work.
 ExitCode add(Output &out, const GroupOptions &options) {
     check_group_name(options.name);
     const Protocol &protocol = protocol_named(options.protocol);
     Database database;
-    verify(options, AAA_CFG_OP_CREATE);
+    verify_change(options, AAA_CFG_OP_CREATE);
     const auto before = read_group(database, protocol, options.name);
     const Changes changes = server_changes(options, protocol, before);
     uint32_t number = 0;
-    if (const cerrno rc = apply(database, options, AAA_CFG_OP_CREATE, number); rc != AAA_OK) {
+    if (const cerrno rc = apply_to_maps(database, options, AAA_CFG_OP_CREATE, number); rc != AAA_OK) {
         throw Failure(database_failure("", rc).code(),
                       "server group " + escaped(options.name) + ": refused: " + escaped(cerr_strerror(rc)));
     }
@@ -200,12 +186,13 @@ ExitCode add(Output &out, const GroupOptions &options) {
         configure(database, changes);
     } catch (const Failure &) {
         if (!before || !before->number) {
-            apply(database, options, AAA_CFG_OP_DELETE, number);
+            apply_to_maps(database, options, AAA_CFG_OP_DELETE, number);
         }
         throw;
     }
     const Group group = read_group(database, protocol, options.name).value_or(Group{});
-    out.result(group_json(group), [&] {
+    note_missing_keys(out, database, group);
+    out.result(group_json(database, group), [&] {
         out.line(options.protocol + " " + escaped(options.name) + " " + std::to_string(number) + ": " +
                  servers_text(group));
     });
@@ -250,7 +237,7 @@ void drop_number(Database &database, const Group &group) {
 
 // The configuration first: after an interruption, a second attempt finds the number and removes it.
 void delete_group(Database &database, const GroupOptions &options, const Group &group) {
-    verify(options, AAA_CFG_OP_DELETE);
+    verify_change(options, AAA_CFG_OP_DELETE);
     Changes changes;
     changes.prune(group.path);
     configure(database, changes);
@@ -258,7 +245,7 @@ void delete_group(Database &database, const GroupOptions &options, const Group &
         drop_number(database, group);
     }
     uint32_t number = 0;
-    const cerrno rc = apply(database, options, AAA_CFG_OP_DELETE, number);
+    const cerrno rc = apply_to_maps(database, options, AAA_CFG_OP_DELETE, number);
     if (rc != AAA_OK && rc != SYSDB_ERR_NOT_FOUND) {
         throw database_failure(kGroupMaps, rc);
     }
@@ -269,8 +256,9 @@ ExitCode remove(Output &out, const GroupOptions &options) {
     Database database;
     const auto group = read_group(database, protocol_named(options.protocol), options.name);
     if (!group) {
-        throw Failure(ExitCode::not_found,
-                      escaped(options.name) + ": no such server group of " + options.protocol);
+        throw Failure(ExitCode::not_found, escaped(options.name) + ": no such server group of " +
+                                               options.protocol +
+                                               did_you_mean(options.name, group_names(database)));
     }
     if (options.servers.empty()) {
         delete_group(database, options, *group);
@@ -278,11 +266,36 @@ ExitCode remove(Output &out, const GroupOptions &options) {
         configure(database, server_deletions(options, *group));
     }
     const auto left = read_group(database, group->protocol, group->name);
-    out.result({{"deleted", true}, {"group", left ? group_json(*left) : Json()}}, [] {});
+    out.result({{"deleted", true}, {"group", left ? group_json(database, *left) : Json()}}, [] {});
     return ExitCode::ok;
 }
 
 }  // namespace
+
+void verify_change(const GroupOptions &options, uint32_t operation) {
+    aaa_cfg_event_t event{};
+    event.operation = operation;
+    char *reason = nullptr;
+    uint32_t verdict = 0;
+    const cerrno rc = aaa_util_svr_grp_verify(&event, &reason, &verdict, options.name.c_str(),
+                                              protocol_named(options.protocol).number);
+    const std::unique_ptr<char, FreeText> owner(reason);
+    if (rc == AAA_OK && verdict == AAA_VERDICT_ACCEPTED) {
+        return;
+    }
+    const bool is_refusal =
+        rc == AAA_ERR_INVALID_ARG || rc == AAA_ERR_SG_NAME_OTHER_PROTOCOL || rc == AAA_ERR_SG_IN_USE;
+    throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),
+                  "server group " + escaped(options.name) +
+                      ": refused: " + escaped(reason != nullptr ? reason : cerr_strerror(rc)));
+}
+
+cerrno apply_to_maps(Database &database, const GroupOptions &options, uint32_t operation, uint32_t &number) {
+    aaa_cfg_event_t event{};
+    event.operation = operation;
+    return aaa_util_svr_grp_apply(database.connection(kGroupMaps), &event, options.protocol.c_str(),
+                                  options.name.c_str(), &number);
+}
 
 void add_sg_add(Command sg) {
     auto options = std::make_shared<GroupOptions>();

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "config/lookup.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
+#include "aaa/method_lists.h"
+#include "aaa/names.h"
+#include "aaa/result_codes.h"
+#include "config/advice.hpp"
+#include "platform/cerr.h"
+
+namespace aaactl {
+namespace {
+
+struct FreeWords {
+    void operator()(uint32_t *words) const { std::free(words); }
+};
+
+bool has_no_number(const Method &method) {
+    return method.is_group() && !method.group_number();
+}
+
+// The group at which the lookup ends.
+const Method *first_without_number(const MethodList &list) {
+    const auto methods = list.methods();
+    const auto found = std::find_if(methods.begin(), methods.end(), has_no_number);
+    return found != methods.end() ? &*found : nullptr;
+}
+
+}  // namespace
+
+ClientView look_up(const MethodList &list) {
+    std::string path = list.path().substr(sizeof kConfigRoot - 1);
+    uint32_t *words = nullptr;
+    ClientView view;
+    view.rc = lookup_methods(path.data(), &words);
+    const std::unique_ptr<uint32_t, FreeWords> owner(words);
+    for (size_t i = 0; view.rc == AAA_OK && i < kMaxMethods && words[i] != AAA_METHOD_NOTSET; ++i) {
+        view.methods.push_back(words[i]);
+    }
+    return view;
+}
+
+const char *consequence_of_failure(const std::string &function) {
+    return function == "accounting"       ? "nothing is recorded"
+           : function == "authentication" ? "no one can log in"
+                                          : "every request is refused";
+}
+
+std::string failure_text(const MethodList &list, cerrno rc) {
+    const Method *group = first_without_number(list);
+    const std::string why = group == nullptr ? escaped(cerr_strerror(rc))
+                                             : "the server group \"" + escaped(group->group) +
+                                                   "\" has no number (" + escaped(cerr_strerror(rc)) + ")";
+    return "the lookup fails: " + why + "; no method is tried, " +
+           (list.function == "authentication" ? "not even \"local\": " : "") +
+           consequence_of_failure(list.function);
+}
+
+std::string failure_remedy(const MethodList &list) {
+    const auto methods = list.methods();
+    const bool all_exist = std::all_of(methods.begin(), methods.end(), [](const Method &method) {
+        return !method.is_group() || method.configured() != nullptr;
+    });
+    if (!all_exist) {
+        return set_list("create the groups, or remove them from the list", list,
+                        {methods.begin(), methods.end()});
+    }
+    return std::any_of(methods.begin(), methods.end(), has_no_number)
+               ? "number all server groups: aaactl sg publish"
+               : "correct the other faults of the list";
+}
+
+}  // namespace aaactl

@@ -1,0 +1,337 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "database/schema.hpp"
+
+#include <algorithm>
+#include <vector>
+
+#include "aaa/names.h"
+#include "cli/suggestion.hpp"
+#include "database/secret_values.hpp"
+#include "database/server_entry.hpp"
+#include "database/sysdb_values.hpp"
+
+namespace aaactl {
+namespace {
+
+constexpr std::string_view kRoot = "/cfg/gl/aaa/";
+constexpr size_t kMethods = 4;             // of a list, and as many names
+constexpr size_t kAccountingIntegers = 3;  // before the methods
+constexpr uint32_t kFirstGroupNumber = 1000;
+constexpr uint32_t kLastGroupNumber = 4999;
+
+constexpr unsigned kRadius = 1;
+constexpr unsigned kTacacs = 2;
+constexpr unsigned kDiameter = 4;
+
+constexpr Setting kSettings[] = {
+#define AAACTL_SETTING(name, protocols, form, least, most) {name, protocols, SettingForm::form, least, most},
+#include "database/settings.def"
+};
+
+const std::vector<std::string> kFunctions{"authentication", "authorization", "accounting",
+                                          "authorization_nacm"};
+const std::vector<std::string> kProtocolWords{"radius", "tacacs", "diameter"};
+
+unsigned protocol_bit(const std::string &word) {
+    return word == "radius" ? kRadius : word == "tacacs" ? kTacacs : word == "diameter" ? kDiameter : 0;
+}
+
+bool contains(const std::vector<std::string> &words, const std::string &word) {
+    return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+std::string one_of(const std::vector<std::string> &words) {
+    std::string all;
+    for (const std::string &word : words) {
+        all += (all.empty() ? "" : ", ") + word;
+    }
+    return all;
+}
+
+std::string unknown(const std::string &word, const std::string &what, const std::vector<std::string> &known) {
+    const std::string meant = did_you_mean(word, known);
+    return "\"" + escaped(word) + "\" is not " + what + (meant.empty() ? "; use " + one_of(known) : meant);
+}
+
+// The components of a path below the root; an item's or a directory's.
+struct Place {
+    std::vector<std::string> names;
+    bool is_directory = false;
+
+    explicit Place(std::string_view path) : is_directory(path.ends_with('/')) {
+        while (!path.empty()) {
+            const size_t end = std::min(path.find('/'), path.size());
+            names.emplace_back(path.substr(0, end));
+            path.remove_prefix(std::min(end + 1, path.size()));
+        }
+    }
+    // The components from this one on.
+    Place from(size_t first) const {
+        Place rest("");
+        rest.names.assign(names.begin() + static_cast<ptrdiff_t>(std::min(first, names.size())), names.end());
+        rest.is_directory = is_directory;
+        return rest;
+    }
+    size_t size() const { return names.size(); }
+};
+
+std::string wrong_type(const Item &item, uint32_t wanted) {
+    return "it is of type " + type_name(item.type) + ", but " + type_name(wanted) + " is read here";
+}
+
+// ---- method lists
+
+std::string method_fault(const TupleField &number, const TupleField &name) {
+    const auto method = static_cast<uint32_t>(number.number);
+    const bool is_group_number = method >= kFirstGroupNumber && method <= kLastGroupNumber;
+    if (method > AAA_METHOD_SYSLOG && !is_group_number) {
+        return std::to_string(number.number) + " is not a method";
+    }
+    return method == AAA_METHOD_SERVER_GROUP && name.name.empty() ? "a server group has no name" : "";
+}
+
+std::string tuple_fault(const std::string &function, const std::vector<TupleField> &fields) {
+    const bool accounting = function == "accounting";
+    const size_t integers = kMethods + (accounting ? kAccountingIntegers : 0);
+    const auto is_name = [](const TupleField &field) { return field.is_name; };
+    const bool formed =
+        fields.size() == integers + kMethods &&
+        std::none_of(fields.begin(), fields.begin() + static_cast<ptrdiff_t>(integers), is_name) &&
+        std::all_of(fields.begin() + static_cast<ptrdiff_t>(integers), fields.end(), is_name);
+    if (!formed) {
+        return std::string("a method list of ") + function + " is a tuple of " +
+               (accounting ? "three integers, " : "") +
+               "four methods and four names; see \"aaactl mlist set\"";
+    }
+    for (size_t i = 0; i < kMethods; ++i) {
+        const std::string fault = method_fault(fields[integers - kMethods + i], fields[integers + i]);
+        if (!fault.empty()) {
+            return fault;
+        }
+    }
+    return "";
+}
+
+// FUNCTION/SERVICE/NAME
+std::string list_fault(const Place &place, const Item &item) {
+    if (place.is_directory ? place.size() > 2 : place.size() != 3) {
+        return "a method list is at FUNCTION/SERVICE/NAME";
+    }
+    if (place.is_directory) {
+        return "";
+    }
+    return item.type != SYSDB_TYPE_TUPLE ? wrong_type(item, SYSDB_TYPE_TUPLE)
+                                         : tuple_fault(place.names[0], tuple_fields(item));
+}
+
+// ---- servers
+
+// ORDINAL/ENTRY, the entry as an item or a directory.
+std::string server_fault(unsigned protocol, const Place &place, const Item &item) {
+    if (place.size() == 0) {
+        return "";
+    }
+    if (!ordinal_in(place.names[0])) {
+        return "\"" + escaped(place.names[0]) + "\" is not an ordinal of a server, such as 0x1";
+    }
+    if (place.size() == 1) {
+        return place.is_directory ? "" : "an ordinal is a directory, which holds the server";
+    }
+    const std::string defect = read_server_entry(place.names[1], protocol == kRadius ? 2 : 1).defect;
+    if (!defect.empty()) {
+        return defect;
+    }
+    if (place.size() > 2) {
+        return "nothing is read below a server; its settings are below settings/";
+    }
+    return place.is_directory || item.type == SYSDB_TYPE_U32 ? "" : wrong_type(item, SYSDB_TYPE_U32);
+}
+
+// ---- settings
+
+const Setting *setting_named(const std::string &name) {
+    const auto found = std::find_if(std::begin(kSettings), std::end(kSettings),
+                                    [&](const Setting &s) { return name == s.name; });
+    return found != std::end(kSettings) ? &*found : nullptr;
+}
+
+std::vector<std::string> names_of(unsigned protocol) {
+    std::vector<std::string> names;
+    for (const Setting &setting : kSettings) {
+        if ((setting.protocols & protocol) != 0) {
+            names.emplace_back(setting.name);
+        }
+    }
+    return names;
+}
+
+std::string range_fault(const Setting &setting, uint32_t value, const char *unit) {
+    if (value >= setting.least && value <= setting.most) {
+        return "";
+    }
+    return std::string(setting.name) + " is " + unit + std::to_string(setting.least) +
+           (setting.least == setting.most ? "" : " to " + std::to_string(setting.most));
+}
+
+std::string transport_fault(unsigned protocol, const std::string &text) {
+    const std::string usual = protocol == kTacacs ? "tcp" : "udp";
+    return text == usual || text == "tls" ? "" : "transport is " + usual + " or tls";
+}
+
+std::string text_fault(const Setting &setting, unsigned protocol, const std::string &text) {
+    switch (setting.form) {
+        case SettingForm::transport:
+            return transport_fault(protocol, text);
+        case SettingForm::address:
+            return is_address(text) ? "" : std::string(setting.name) + " is an IPv4 or IPv6 address";
+        case SettingForm::file:
+            if (!text.starts_with('/')) {
+                return std::string(setting.name) + " is the path of a file, from the root on";
+            }
+            break;
+        case SettingForm::sealed_key:
+            if (!looks_sealed(text)) {
+                return "the key is not sealed, so it is not used; seal and store it with \"aaactl sg key\"";
+            }
+            break;
+        default:
+            break;
+    }
+    return range_fault(setting, static_cast<uint32_t>(text.size()), "a text of so many bytes: ");
+}
+
+std::string value_fault(const Setting &setting, unsigned protocol, const Item &item) {
+    if (item.type != setting.type()) {
+        return wrong_type(item, setting.type());
+    }
+    if (setting.form == SettingForm::number) {
+        return range_fault(setting, number_of(item), "a number from ");
+    }
+    const std::string text = text_of(item);
+    if (std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; })) {
+        return "it holds a control character";
+    }
+    return text_fault(setting, protocol, text);
+}
+
+// NAME or SERVER/NAME
+std::string settings_fault(unsigned protocol, const Place &place, const Item &item) {
+    if (place.size() == 0) {
+        return "";
+    }
+    if (place.is_directory || place.size() > 1) {
+        const std::string defect = read_server_entry(place.names[0], protocol == kRadius ? 2 : 1).defect;
+        if (!defect.empty()) {
+            return "settings of one server are below its entry as it is in the list of servers: " + defect;
+        }
+        if (place.size() == 1) {
+            return "";
+        }
+    }
+    if (place.is_directory || place.size() > 2) {
+        return "a setting is at settings/NAME or settings/SERVER/NAME";
+    }
+    const std::string &name = place.names.back();
+    const Setting *setting = setting_named(name);
+    if (setting == nullptr) {
+        return unknown(name, "a setting", names_of(protocol));
+    }
+    if ((setting->protocols & protocol) == 0) {
+        return std::string(setting->name) + " is not a setting of " +
+               (protocol == kRadius   ? "RADIUS"
+                : protocol == kTacacs ? "TACACS+"
+                                      : "Diameter");
+    }
+    return value_fault(*setting, protocol, item);
+}
+
+// ---- groups and protocols
+
+using Check = std::string (*)(unsigned protocol, const Place &place, const Item &item);
+struct Part {
+    const char *name;
+    Check check;
+};
+
+template <size_t N>
+std::string part_fault(const Part (&parts)[N], unsigned protocol, const Place &place, const Item &item) {
+    std::vector<std::string> names;
+    for (const Part &part : parts) {
+        if (place.names[0] == part.name && (place.is_directory || place.size() > 1)) {
+            return part.check(protocol, place.from(1), item);
+        }
+        names.push_back(std::string(part.name) + "/");
+    }
+    const bool is_setting = !place.is_directory && setting_named(place.names[0]) != nullptr;
+    return is_setting ? escaped(place.names[0]) + " is a setting: store it below settings/"
+                      : unknown(place.names[0] + (place.is_directory || place.size() > 1 ? "/" : ""),
+                                "read here", names);
+}
+
+constexpr Part kOfGroup[] = {
+    {"server", server_fault}, {"server-private", server_fault}, {"settings", settings_fault}};
+constexpr Part kOfProtocol[] = {{"host", server_fault}, {"settings", settings_fault}};
+
+// PROTOCOL/GROUP/...
+std::string groups_fault(const Place &place, const Item &item) {
+    if (place.size() == 0) {
+        return "";
+    }
+    if (!contains(kProtocolWords, place.names[0])) {
+        return unknown(place.names[0], "a protocol", kProtocolWords);
+    }
+    if (place.size() <= 2) {
+        return place.is_directory ? "" : "a server group is a directory";
+    }
+    return part_fault(kOfGroup, protocol_bit(place.names[0]), place.from(2), item);
+}
+
+std::string protocol_fault(const Place &place, const Item &item) {
+    if (place.size() == 1) {
+        return place.is_directory ? "" : "a protocol is a directory";
+    }
+    return part_fault(kOfProtocol, protocol_bit(place.names[0]), place.from(1), item);
+}
+
+}  // namespace
+
+std::span<const Setting> settings() {
+    return kSettings;
+}
+
+std::string schema_fault(const std::string &path, const Item &item) {
+    if (!path.starts_with(kRoot) || path.size() == kRoot.size()) {
+        return "";
+    }
+    const Place place(std::string_view(path).substr(kRoot.size()));
+    const std::string &first = place.names[0];
+    if (first == "group-server") {
+        return groups_fault(place.from(1), item);
+    }
+    if (contains(kFunctions, first)) {
+        return list_fault(place, item);
+    }
+    if (contains(kProtocolWords, first)) {
+        return protocol_fault(place, item);
+    }
+    // Other programs may keep their configuration here; a misspelt word is none of theirs.
+    std::vector<std::string> known{"group-server"};
+    known.insert(known.end(), kFunctions.begin(), kFunctions.end());
+    known.insert(known.end(), kProtocolWords.begin(), kProtocolWords.end());
+    return nearest_word(first, known).empty() ? "" : unknown(first, "read here", known);
+}
+
+std::string setting_fault(const std::string &path, const Item &item) {
+    if (!path.starts_with(kRoot)) {
+        return "";
+    }
+    const Place place(std::string_view(path).substr(kRoot.size()));
+    const bool of_group =
+        place.size() > 4 && place.names[0] == "group-server" && place.names[3] == "settings";
+    const bool of_protocol =
+        place.size() > 2 && contains(kProtocolWords, place.names[0]) && place.names[1] == "settings";
+    return of_group || of_protocol ? schema_fault(path, item) : "";
+}
+
+}  // namespace aaactl

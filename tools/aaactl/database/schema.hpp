@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the AAA service reads below /cfg/gl/aaa/: method lists, servers and their settings. The database takes
+// any value of any type at any path; a value that the service skips, or a setting with a misspelt name, is
+// noticed here, before it is stored.
+
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "database/database.hpp"
+
+namespace aaactl {
+
+enum class SettingForm { number, text, file, address, transport, sealed_key };
+
+struct Setting {
+    const char *name;
+    unsigned protocols;  // a bit for each, in the order of schema.cc
+    SettingForm form;
+    uint32_t least;  // of a number, or bytes of a text
+    uint32_t most;
+
+    uint32_t type() const { return form == SettingForm::number ? SYSDB_TYPE_U32 : SYSDB_TYPE_STRING; }
+};
+// All settings of servers, in the order of sysdb(5).
+std::span<const Setting> settings();
+
+// "", or why nothing reads such an item at this path. The text names no value of a secret. Paths elsewhere
+// than below /cfg/gl/aaa/, and trees of other programs there, have no faults.
+std::string schema_fault(const std::string &path, const Item &item);
+// The same for an item below "settings/" of a group or a protocol; "" for all others.
+std::string setting_fault(const std::string &path, const Item &item);
+
+}  // namespace aaactl
