@@ -47,6 +47,8 @@ void add_commands(Command root) {
     add_sysdb(root);
     add_mlist(root);
     add_sg(root);
+    add_running_config(root);
+    add_load(root);
     add_key(root);
     add_status(root);
     add_servers(root);

@@ -64,6 +64,12 @@ std::string dump_line(const DumpItem &item);
 Json dump_json(const Dump &dump);
 Json dump_item_json(const DumpItem &item);
 
+// One line of the text form, of an item in the directory.
+DumpItem parse_dump_line(std::string_view line, const std::string &directory);
+
+// All of a file, or of standard input for "-". Failure without the file's name.
+std::string read_whole_file(const std::string &name);
+
 // Detects text or JSON. Failure(bad_input) names the place of an error.
 Dump parse_dump(Output &out, std::string_view text);
 // The same from a file, or from standard input for "-"; messages name the file.

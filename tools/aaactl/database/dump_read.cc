@@ -247,7 +247,7 @@ struct Close {
     }
 };
 
-std::string read_file(const std::string &name) {
+std::string whole_file(const std::string &name) {
     const std::unique_ptr<FILE, Close> file(name == "-" ? stdin : std::fopen(name.c_str(), "re"));
     if (file == nullptr) {
         throw Failure(errno == ENOENT ? ExitCode::not_found : ExitCode::bad_input, std::strerror(errno));
@@ -268,6 +268,16 @@ std::string read_file(const std::string &name) {
 
 }  // namespace
 
+DumpItem parse_dump_line(std::string_view line, const std::string &directory) {
+    DumpItem item = parse_line(line);
+    check_item(item, directory);
+    return item;
+}
+
+std::string read_whole_file(const std::string &name) {
+    return whole_file(name);
+}
+
 Dump parse_dump(Output &out, std::string_view text) {
     const size_t first = text.find_first_not_of(" \t\r\n");
     return first != std::string_view::npos && text[first] == '{' ? parse_json(out, text)
@@ -276,7 +286,7 @@ Dump parse_dump(Output &out, std::string_view text) {
 
 Dump read_dump(Output &out, const std::string &file) {
     const std::string name = file == "-" ? "standard input" : escaped(file);
-    return in_place(name, [&] { return parse_dump(out, read_file(file)); });
+    return in_place(name, [&] { return parse_dump(out, whole_file(file)); });
 }
 
 }  // namespace aaactl

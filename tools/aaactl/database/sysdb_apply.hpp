@@ -5,6 +5,7 @@
 
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,10 @@ class Changes {
     void erase(const std::string &path) { add(SYSDB_CHANGE_DELETE, path, {}); }
     void prune(const std::string &directory) { add(SYSDB_CHANGE_PRUNE, directory, {}); }
     bool empty() const { return changes_.empty(); }
+    // Of the change with this index; nullopt after the last.
+    std::optional<std::string> path(size_t index) const {
+        return index < changes_.size() ? std::optional(changes_[index].path) : std::nullopt;
+    }
 
     // Every path is in the directory. On failure `failed` is the index of the refused change, or the number
     // of changes.
