@@ -29,5 +29,6 @@ void add_test(Command root);
 void add_login(Command root);
 void add_acct(Command root);
 void add_completion(Command root);
+void add_help(Command root);
 
 }  // namespace aaactl

@@ -57,6 +57,7 @@ void add_commands(Command root) {
     add_login(root);
     add_acct(root);
     add_completion(root);
+    add_help(root);
 }
 
 using Words = std::vector<std::string>;
