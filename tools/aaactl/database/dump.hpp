@@ -55,9 +55,13 @@ struct Dump {
     std::string place(const DumpItem &item) const;
 };
 
+// "40 %"; 99 % at most, because the next phase follows.
+std::string percent_text(size_t done, size_t all);
+
 // Everything that is stored below a directory, unreadable items included; masked unless `secrets`. Shows
-// progress.
-Dump read_database(Output &out, Database &database, const std::string &directory, bool secrets);
+// progress: with a percentage if about `expected` items are stored.
+Dump read_database(Output &out, Database &database, const std::string &directory, bool secrets,
+                   size_t expected = 0);
 
 std::string dump_head(const std::string &directory);
 std::string dump_line(const DumpItem &item);
