@@ -137,3 +137,24 @@ def walk(program, path=(), above=()):
 
 def to_mdoc(program):
     return [".Sh COMMANDS"] + [line for command in walk(program) for line in mdoc(command)]
+
+
+def synopsis(command):
+    """The command with its options and arguments, as a line of the synopsis."""
+    out = [".Nm", " ".join(["Cm"] + [blocks.literal(word) for word in command.path])]
+    for head, _ in command.options():
+        notes = NOTES.findall(head)
+        names, _, value = NOTES.sub("", head).partition(" ")
+        value = re.split(r"[:{= ]", value)[0]
+        name = max(names.split(","), key=len)
+        flag = f"Fl \\{name[1:]}" + (f" Ar {value}" if value else "")
+        out.append(flag if "REQUIRED" in notes else "Op " + flag)
+    for head, _ in command.rows["Positionals:"]:
+        name = head.split(" ")[0]
+        argument = f"Ar {name}" + (" ..." if "..." in command.usage.split(name, 1)[-1][:3] else "")
+        out.append(argument if "REQUIRED" in NOTES.findall(head) else "Op " + argument)
+    return [out[0]] + ["." + word for word in out[1:]]
+
+
+def to_synopsis(program):
+    return [line for command in walk(program) if not command.rows["Subcommands:"] for line in synopsis(command)]

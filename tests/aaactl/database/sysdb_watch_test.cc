@@ -3,6 +3,8 @@
 // sysdb watch, and secrets typed at a prompt.
 
 #include <algorithm>
+#include <regex>
+#include <sstream>
 
 #include "aaactl/support/database_fixture.hpp"
 #include "aaactl/support/program_started.hpp"
@@ -29,7 +31,7 @@ TEST_F(Watch, PrintsChangesAndEndsWithASignal) {
         put("/cfg/w/text", "string", "x\ty");
         EXPECT_TRUE(watch.wait_shown("create /cfg/w/text string \"x\\ty\"\n")) << watch.shown();
         put("/cfg/w/text", "string", "z");
-        EXPECT_TRUE(watch.wait_shown("\nset /cfg/w/text string \"z\"\n")) << watch.shown();
+        EXPECT_TRUE(watch.wait_shown(" set /cfg/w/text string \"z\"\n")) << watch.shown();
         put("/cfg/other", "u32", "1");
         put("/cfg/w/key", "string", "hunter2");
         EXPECT_TRUE(watch.wait_shown("create /cfg/w/key string ********\n")) << watch.shown();
@@ -97,6 +99,82 @@ TEST_F(Watch, ShowsOnATerminalThatItWatches) {
     EXPECT_TRUE(watch.wait_shown("changes so far: 1"));
     watch.type("\x03");  // Control-C
     EXPECT_EQ(watch.wait(), 0);
+}
+
+// "2026-11-22 17:05:03.123 set /cfg/w u32 1"
+TEST_F(Watch, LinesBeginWithTheTime) {
+    const ScopedEnv zone("TZ", "UTC");
+    Started watch({"sysdb", "watch", "--initial", "--count", "1", "/cfg/"});
+    put("/cfg/w", "u32", "1");
+    EXPECT_EQ(watch.wait(), 0);
+    EXPECT_TRUE(std::regex_match(
+        watch.shown(), std::regex("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} (present|create|set) "
+                                  "/cfg/w u32 1\n")))
+        << watch.shown();
+}
+
+TEST_F(Watch, PrintsWhatIsThereAndThenTheChanges) {
+    put("/cfg/a", "u32", "1");
+    put("/cfg/b/key", "string", "hunter2");
+    ASSERT_EQ(aaactl({"sysdb", "set", "/cfg/c/"}).status, 0);
+    Started watch({"sysdb", "watch", "--initial", "--json", "/cfg/"});
+    ASSERT_TRUE(watch.wait_shown("/cfg/c/"));
+    put("/cfg/a", "u32", "2");
+    ASSERT_TRUE(watch.wait_shown("\"event\":\"set\"")) << watch.shown();
+    std::vector<std::string> events;
+    std::istringstream stream(watch.shown());
+    uint64_t revision = 0;
+    for (std::string line; std::getline(stream, line);) {
+        const auto event = aaactl_test::JsonDocument::parse(line);
+        events.push_back(event["event"].text() + " " + event["path"].text() + " " + event["value"].dump());
+        EXPECT_GT(event["time"].number(), 1700000000000000u);
+        EXPECT_GE(event["revision"].number(), revision);
+        revision = event["revision"].number();
+    }
+    EXPECT_EQ(events[0], "present /cfg/a 1");
+    EXPECT_EQ(events[1].rfind("present /cfg/b/key ", 0), 0u);
+    EXPECT_EQ(events[2].rfind("present /cfg/c/ ", 0), 0u);
+    EXPECT_EQ(events[3], "set /cfg/a 2");
+    EXPECT_EQ(watch.shown().find("hunter2"), std::string::npos);
+    EXPECT_EQ(watch.end(SIGTERM), 0);
+}
+
+TEST_F(Watch, TheInitialStateOfAnItem) {
+    put("/cfg/w", "u32", "1");
+    Started watch({"sysdb", "watch", "--initial", "--count", "2", "/cfg/w"});
+    ASSERT_TRUE(watch.wait_shown(" present /cfg/w u32 1\n")) << watch.shown();
+    put("/cfg/w", "u32", "2");
+    EXPECT_EQ(watch.wait(), 0);
+    EXPECT_NE(watch.shown().find(" set /cfg/w u32 2\n"), std::string::npos);
+    Started absent({"sysdb", "watch", "--initial", "--count", "1", "/cfg/none"});
+    change_until_noticed(absent, "/cfg/none");
+    EXPECT_EQ(absent.shown().find(" delete "), std::string::npos) << absent.shown();
+    EXPECT_EQ(absent.wait(), 0);
+}
+
+TEST_F(Watch, OtherValuesAreTypedWithEcho) {
+    Started set({"sysdb", "set", "/cfg/limit", "--type", "u32"}, Started::On::terminal);
+    ASSERT_TRUE(set.wait_shown("Value: "));
+    set.type("15\n");
+    EXPECT_EQ(set.wait(), 0);
+    EXPECT_NE(set.shown().find("Value: 15"), std::string::npos) << set.shown();
+    EXPECT_EQ(value_of("/cfg/limit"), "15");
+}
+
+TEST_F(Watch, LongLoadsShowAPercentage) {
+    std::string dump = "aaactl-dump 1 /cfg/\n";
+    for (int i = 0; i < 10001; ++i) {
+        dump += "/cfg/many/" + std::to_string(i) + " u32 1\n";
+    }
+    const std::string file = dir().write("dump", dump);
+    for (const char *stored : {"", "10000 items read from the database, 99 %"}) {
+        Started load({"sysdb", "load", file}, Started::On::terminal);
+        EXPECT_EQ(load.wait(), 0);
+        EXPECT_NE(load.shown().find("10000 items read, 99 %"), std::string::npos);
+        EXPECT_NE(load.shown().find(stored), std::string::npos);
+        EXPECT_NE(load.shown().find("Storing 10001 items as one change"), std::string::npos);
+    }
+    EXPECT_EQ(aaactl({"sysdb", "load", file}).err, "") << "only on a terminal";
 }
 
 TEST_F(Watch, SecretsAreTypedWithoutEcho) {

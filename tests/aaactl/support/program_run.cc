@@ -13,6 +13,8 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "aaactl/support/json_schema.hpp"
+
 namespace aaactl_test {
 
 JsonDocument Run::json() const {
@@ -101,7 +103,9 @@ Run run_program(const std::vector<std::string> &args, const std::string &input) 
 Run aaactl(const std::vector<std::string> &args, const std::string &input) {
     std::vector<std::string> all{AAACTL_PROGRAM};
     all.insert(all.end(), args.begin(), args.end());
-    return run_program(all, input);
+    Run run = run_program(all, input);
+    expect_documented(args, run.out);
+    return run;
 }
 
 Run in_shell(const std::string &line) {

@@ -24,6 +24,7 @@ struct Run {
 // Closes the descriptors.
 void exchange(int in, int out, int err, const std::string &input, Run &run);
 
+// A document that --json prints must be as its schema says.
 Run aaactl(const std::vector<std::string> &args, const std::string &input = "");
 // A command line of a shell that finds the program as "aaactl".
 Run in_shell(const std::string &line);

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "aaactl/support/json_schema.hpp"
 #include "aaactl/support/program_run.hpp"
 #include "support/send_signal.hpp"
 
@@ -24,7 +25,7 @@ class Started {
   public:
     enum class On { pipe, terminal, full_disk };
 
-    explicit Started(const std::vector<std::string> &args, On on = On::pipe) {
+    explicit Started(const std::vector<std::string> &args, On on = On::pipe) : args_(args), on_(on) {
         std::vector<char *> argv{const_cast<char *>(AAACTL_PROGRAM)};
         for (const std::string &arg : args) {
             argv.push_back(const_cast<char *>(arg.c_str()));
@@ -99,6 +100,9 @@ class Started {
         int status = 0;
         waitpid(pid_, &status, 0);
         pid_ = -1;
+        if (on_ == On::pipe) {
+            expect_documented(args_, shown_);
+        }
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
     int end(int signal) {
@@ -107,6 +111,8 @@ class Started {
     }
 
   private:
+    std::vector<std::string> args_;
+    On on_;
     pid_t pid_ = -1;
     int fd_ = -1;
     std::string shown_;

@@ -42,8 +42,11 @@ std::vector<std::string> words_in_braces(const std::string &type) {
 }
 
 ArgumentForm form_of(const CLI::Option &option) {
-    ArgumentForm form{
-        {}, option.get_name(true), option.get_expected_max() > 0, words_in_braces(option.get_type_name())};
+    ArgumentForm form{{},
+                      option.get_name(true),
+                      option.get_expected_max() > 0,
+                      words_in_braces(option.get_type_name()),
+                      option.get_expected_max() > 1};
     for (const std::string &name : option.get_lnames()) {
         form.names.push_back("--" + name);
     }
@@ -214,6 +217,11 @@ std::vector<ArgumentForm> Command::arguments() const {
         all.push_back(form_of(*option));
     }
     return all;
+}
+
+std::string Command::help(const std::string &path) const {
+    // App::help() would print that of the command that the command line names.
+    return app_->get_formatter()->make_help(app_, path, CLI::AppFormatMode::Normal);
 }
 
 bool Command::was_given() const {

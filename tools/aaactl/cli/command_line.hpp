@@ -57,6 +57,7 @@ struct ArgumentForm {
     std::string position;             // the name of a positional argument
     bool has_value;                   // false for a flag
     std::vector<std::string> values;  // the accepted values, where one_of() lists them
+    bool repeats = false;             // a positional argument that takes several words
 };
 
 // A command: a handle, as cheap to copy as a pointer. Names of arguments are "FILE", "--type" or
@@ -86,6 +87,8 @@ class Command {
     std::vector<std::string> other_names() const;
     std::vector<Command> commands() const;
     std::vector<ArgumentForm> arguments() const;  // without those of the commands above
+    // What --help prints; `path` is the command with those above it.
+    std::string help(const std::string &path) const;
     // Whether the parsed command line names it.
     bool was_given() const;
 

@@ -19,6 +19,8 @@ void add_lint(Command root);
 void add_sysdb(Command root);
 void add_mlist(Command root);
 void add_sg(Command root);
+void add_running_config(Command root);
+void add_load(Command root);
 void add_key(Command root);
 void add_status(Command root);
 void add_servers(Command root);
@@ -27,5 +29,6 @@ void add_test(Command root);
 void add_login(Command root);
 void add_acct(Command root);
 void add_completion(Command root);
+void add_help(Command root);
 
 }  // namespace aaactl

@@ -2,12 +2,14 @@
 //
 // Shell completion, generated from the tree of commands: every command, every
 // option, and the accepted values of an option. Attributes and result codes are
-// completed by name.
+// completed by name. The script for bash also knows positional arguments, and
+// completes what is in the database.
 
 #include <map>
 #include <memory>
 
 #include "aaa/dictionary.h"
+#include "aaa/names.h"
 #include "aaa/result_codes.h"
 #include "cli/commands.hpp"
 
@@ -22,7 +24,9 @@ struct Node {
     Words commands;
     Words options;
     Words arguments;                      // known values of positional arguments
+    Words positions;                      // names of positional arguments, in order; "NAME..." repeats
     std::map<std::string, Words> valued;  // options with a value, and the values that are known
+    std::map<std::string, Words> placed;  // positional arguments whose values are known
 };
 
 Words attribute_words() {
@@ -55,6 +59,10 @@ void append(Words &words, const Words &more) {
 void add_argument(Node &node, const ArgumentForm &argument) {
     if (argument.names.empty()) {
         append(node.arguments, known_values(argument));
+        node.positions.push_back(argument.position + (argument.repeats ? "..." : ""));
+        if (const Words values = known_values(argument); !values.empty()) {
+            node.placed[argument.position] = values;
+        }
     }
     for (const std::string &name : argument.names) {
         if (name.starts_with("--")) {
@@ -103,25 +111,157 @@ Words all_words(const Node &node) {
     return words;
 }
 
-// The longest path of commands among the words before the cursor decides. Bash
-// splits "--kind=list" into three words.
-constexpr char kBash[] = R"(_aaactl() {
-    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD-1]} path=aaactl word i
-    for ((i = 1; i < COMP_CWORD; i++)); do
-        word=${COMP_WORDS[i]}
-        [[ -n ${_aaactl_words["$path $word"]+x} ]] && path="$path $word"
+// The words before the cursor say which command it is and which of its positional arguments comes next.
+// Bash splits words at ':' and '='; they are joined again, and what precedes the last of these characters is
+// cut off the answers. Paths, groups, lists and servers are those of the database: without a database, there
+// are none.
+constexpr char kBash[] = R"(_aaactl_ask() {
+    aaactl --color never sysdb ls "$1" 2>/dev/null </dev/null | grep -v '\\'
+}
+# The names of one level of the database without the slash of directories.
+_aaactl_names() {
+    _aaactl_ask "$1" | sed 's,/$,,'
+}
+_aaactl_groups() {
+    local protocol
+    for protocol in ${1:-radius tacacs diameter}; do
+        _aaactl_names "/cfg/gl/aaa/group-server/$protocol/"
     done
-    [[ $prev == "=" ]] && prev=${COMP_WORDS[COMP_CWORD-2]}
-    [[ $cur == "=" ]] && cur=
-    if [[ -n ${_aaactl_values["$path $prev"]+x} ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "${_aaactl_values["$path $prev"]}" -- "$cur")
-    else
-        mapfile -t COMPREPLY < <(compgen -W "${_aaactl_words["$path"]}" -- "$cur")
+}
+# Candidates for a positional argument, one a line: its command and name, then the positional arguments before.
+_aaactl_position() {
+    local path=$1 name=$2 base word
+    shift 2
+    case "$path $name" in
+    *" PATH")
+        [[ $cur == /* ]] || { printf '%s\n' /cfg/ /oper/; return; }
+        base=${cur%/*}/
+        [[ $base == / ]] && { printf '%s\n' /cfg/ /oper/; return; }
+        _aaactl_ask "$base" | while IFS= read -r word; do printf '%s\n' "$base$word"; done
+        ;;
+    "aaactl sg list NAME") _aaactl_groups ;;
+    "aaactl sg "*" NAME") _aaactl_groups "$1" ;;
+    "aaactl sg delete SERVER")
+        for base in server server-private; do
+            _aaactl_ask "/cfg/gl/aaa/group-server/$1/$2/$base/" | while read -r index; do
+                _aaactl_names "/cfg/gl/aaa/group-server/$1/$2/$base/$index" | sed 's/,.*//'
+            done
+        done
+        ;;
+    "aaactl mlist "*" SERVICE" | "aaactl explain SERVICE")
+        printf '%s\n' ${_aaactl_services}
+        _aaactl_names "/cfg/gl/aaa/$1/"
+        ;;
+    "aaactl mlist "*" NAME")
+        echo default
+        _aaactl_names "/cfg/gl/aaa/$1/$2/"
+        ;;
+    "aaactl mlist set METHOD")
+        printf '%s\n' ${_aaactl_methods}
+        _aaactl_groups | sed 's/^/group:/'
+        ;;
+    "aaactl help COMMAND")
+        path=aaactl
+        for base in "$@"; do path="$path $base"; done
+        printf '%s\n' ${_aaactl_words["$path"]} | grep -v '^-'
+        ;;
+    esac
+}
+_aaactl() {
+    local IFS=$' \t\n' cur path=aaactl word option='' strip='' glue=0 i
+    local -a words=() arguments=() positions candidates=()
+    for ((i = 0; i <= COMP_CWORD; i++)); do
+        word=${COMP_WORDS[i]}
+        if ((i > 1)) && [[ $glue == 1 || $word =~ ^[:=]+$ ]]; then
+            words[${#words[@]} - 1]+=$word
+        else
+            words+=("$word")
+        fi
+        glue=0
+        [[ $word =~ ^[:=]+$ ]] && glue=1
+    done
+    cur=${words[${#words[@]} - 1]}
+    cur=${cur#[\"\']}
+    cur=${cur//\\/}
+    [[ $cur == *[:=]* ]] && strip=${cur%"${cur##*[:=]}"}
+    for ((i = 1; i < ${#words[@]} - 1; i++)); do
+        word=${words[i]}
+        option=
+        if [[ $word == -* ]]; then
+            if [[ $word != *=* && -n ${_aaactl_values["$path $word"]+x} ]]; then
+                option=$word
+                ((i++))
+            fi
+        elif [[ -n ${_aaactl_words["$path $word"]+x} ]]; then
+            path="$path $word"
+        else
+            word=${word//\\/}
+            word=${word#[\"\']}
+            arguments+=("${word%[\"\']}")
+        fi
+    done
+    ((i == ${#words[@]})) || option=
+    if [[ $cur == --*=* && -n ${_aaactl_values["$path ${cur%%=*}"]+x} ]]; then
+        option=${cur%%=*}
+        cur=${cur#*=}
+        strip=
     fi
-    [[ ${#COMPREPLY[@]} -eq 0 && $cur != -* ]] && mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+    COMPREPLY=()
+    if [[ -n $option ]]; then
+        mapfile -t candidates < <(printf '%s\n' ${_aaactl_values["$path $option"]})
+    elif [[ $cur == -* || -z ${_aaactl_positions["$path"]+x} ]]; then
+        mapfile -t candidates < <(printf '%s\n' ${_aaactl_words["$path"]})
+    else
+        read -ra positions <<<"${_aaactl_positions["$path"]}"
+        word=${positions[${#arguments[@]}]-}
+        if [[ -z $word && ${#positions[@]} -gt 0 && ${positions[${#positions[@]} - 1]} == *... ]]; then
+            word=${positions[${#positions[@]} - 1]}
+        fi
+        word=${word%...}
+        if [[ -z $word ]]; then
+            mapfile -t candidates < <(printf '%s\n' ${_aaactl_words["$path"]} | grep '^-')
+        else
+            mapfile -t candidates < <(
+                printf '%s\n' ${_aaactl_values["$path $word"]}
+                _aaactl_position "$path" "$word" "${arguments[@]}")
+        fi
+    fi
+    local -A seen=()
+    for word in "${candidates[@]}"; do
+        if [[ -n $word && $word == "$cur"* && -z ${seen["$word"]+x} ]]; then
+            seen["$word"]=1
+            COMPREPLY+=("${word#"$strip"}")
+        fi
+    done
+    if [[ ${#COMPREPLY[@]} -eq 0 && $cur != -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+    elif [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == */ ]]; then
+        compopt -o nospace 2>/dev/null
+    fi
+    return 0
 }
 complete -o filenames -F _aaactl aaactl
 )";
+
+Words service_words_of_library() {
+    Words words;
+    for (int32_t service = AAA_SVC_LOGIN; service <= AAA_SVC_MGBL_ACCT; ++service) {
+        const std::string name = aaa_print_service(service);
+        if (!name.starts_with('<') && name.find(' ') == std::string::npos) {
+            words.push_back(name);
+        }
+    }
+    return words;
+}
+
+Words method_words_of_library() {
+    Words words;
+    for (const uint32_t method : {AAA_METHOD_NONE, AAA_METHOD_LOCAL, AAA_METHOD_RADIUS, AAA_METHOD_TACACSPLUS,
+                                  AAA_METHOD_LINE, AAA_METHOD_ENABLE, AAA_METHOD_SYSLOG}) {
+        words.emplace_back(aaa_util_print_method(method));
+    }
+    return words;
+}
 
 void print_bash(Output &out, const std::vector<Node> &nodes) {
     out.line("# bash completion of aaactl: source it, or put it into the completions directory as aaactl");
@@ -130,12 +270,20 @@ void print_bash(Output &out, const std::vector<Node> &nodes) {
         out.line("    [\"" + node.path + "\"]=\"" + joined(all_words(node)) + "\"");
     }
     out.line(")");
-    out.line("declare -gA _aaactl_values");
+    out.line("declare -gA _aaactl_values _aaactl_positions");
     for (const Node &node : nodes) {
         for (const auto &[option, values] : node.valued) {
             out.line("_aaactl_values[\"" + node.path + " " + option + "\"]=\"" + joined(values) + "\"");
         }
+        for (const auto &[position, values] : node.placed) {
+            out.line("_aaactl_values[\"" + node.path + " " + position + "\"]=\"" + joined(values) + "\"");
+        }
+        if (node.commands.empty()) {
+            out.line("_aaactl_positions[\"" + node.path + "\"]=\"" + joined(node.positions) + "\"");
+        }
     }
+    out.line("_aaactl_services=\"" + joined(service_words_of_library()) + "\"");
+    out.line("_aaactl_methods=\"" + joined(method_words_of_library()) + "\"");
     out.line(kBash);
 }
 
@@ -226,6 +374,7 @@ Json commands_json(const std::vector<Node> &nodes) {
                             {"commands", node.commands},
                             {"options", node.options},
                             {"arguments", node.arguments},
+                            {"positions", node.positions},
                             {"values", std::move(values)}});
     }
     return {{"commands", std::move(commands)}};
@@ -245,8 +394,9 @@ void add_completion(Command root) {
         });
     sub.option("SHELL", *shell, "bash, zsh or fish").required().one_of({"bash", "zsh", "fish"});
     sub.footer(
-        "JSON, the same for every shell: {commands: [{command, commands, options, arguments, values: "
-        "{option: [word]}}]}\n"
+        "In bash, paths, groups, lists and servers of the database are completed too.\n"
+        "JSON, the same for every shell: {commands: [{command, commands, options, arguments, positions, "
+        "values:\n{option: [word]}}]}\n"
         "  source <(aaactl completion bash)\n"
         "  aaactl completion fish > ~/.config/fish/completions/aaactl.fish");
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// From the command line to the exit status.
+// From the command line to the exit status, and help.
 
 #include "cli/program.hpp"
 
@@ -10,10 +10,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <set>
 #include <string_view>
 
 #include "cli/commands.hpp"
+#include "cli/suggestion.hpp"
 #include "cli/version.hpp"
 
 namespace aaactl {
@@ -38,6 +40,37 @@ void add_global_options(Command root, OutputOptions &options) {
         "JSON of a failure: {error: {message, exit, code where the library or the platform gave one}}");
 }
 
+std::vector<std::string> names_of(const Command &command) {
+    std::vector<std::string> names;
+    for (const Command &sub : command.commands()) {
+        names.push_back(sub.name());
+    }
+    return names;
+}
+
+ExitCode help(Output &out, const Command &root, const std::vector<std::string> &words) {
+    Command command = root;
+    std::string path = root.name();
+    for (const std::string &word : words) {
+        const std::vector<Command> below = command.commands();
+        const auto found =
+            std::find_if(below.begin(), below.end(), [&](const Command &sub) { return sub.name() == word; });
+        if (found == below.end()) {
+            throw Failure(ExitCode::usage,
+                          "\"" + escaped(word) + "\" is not a command of " + path +
+                              (below.empty() ? ", which has none" : suggestion(word, names_of(command))));
+        }
+        path += " " + word;
+        command = *found;
+    }
+    std::string text = command.help(path);
+    while (text.ends_with('\n')) {
+        text.pop_back();
+    }
+    out.result({{"command", path}, {"commands", names_of(command)}, {"help", text}}, [&] { out.line(text); });
+    return ExitCode::ok;
+}
+
 void add_commands(Command root) {
     add_decode(root);
     add_encode(root);
@@ -48,6 +81,8 @@ void add_commands(Command root) {
     add_sysdb(root);
     add_mlist(root);
     add_sg(root);
+    add_running_config(root);
+    add_load(root);
     add_key(root);
     add_status(root);
     add_servers(root);
@@ -56,6 +91,7 @@ void add_commands(Command root) {
     add_login(root);
     add_acct(root);
     add_completion(root);
+    add_help(root);
 }
 
 using Words = std::vector<std::string>;
@@ -172,6 +208,18 @@ ExitCode run_words(CommandLine &line, int argc, const char *const *argv, const O
 }
 
 }  // namespace
+
+// The text of --help for a command that is named by its words.
+void add_help(Command root) {
+    auto words = std::make_shared<std::vector<std::string>>();
+    Command sub = root.command("help", "Print the help of a command",
+                               [root, words](Output &out) { return help(out, root, *words); });
+    sub.option("COMMAND", *words, "The words of the command; without them, the list of commands");
+    sub.footer(
+        "The same as \"--help\" after the command.\n"
+        "JSON: {command, commands: the names of those below it, help}\n"
+        "Example: aaactl help sysdb load");
+}
 
 int run(int argc, const char *const *argv) {
     // A person reads the reasons of failures here, not in the log of the machine.

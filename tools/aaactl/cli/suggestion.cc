@@ -68,4 +68,16 @@ std::string did_you_mean(std::string_view given, const std::vector<std::string> 
     return word.empty() ? "" : "; did you mean " + escaped(word) + "?";
 }
 
+std::string suggestion(std::string_view given, const std::vector<std::string> &known) {
+    const std::string meant = did_you_mean(given, known);
+    if (!meant.empty()) {
+        return meant;
+    }
+    std::string all = "; use ";
+    for (size_t i = 0; i < known.size(); ++i) {
+        all += (i == 0 ? "" : i + 1 < known.size() ? ", " : " or ") + known[i];
+    }
+    return all;
+}
+
 }  // namespace aaactl

@@ -17,4 +17,7 @@ std::string nearest_word(std::string_view given, const std::vector<std::string> 
 // "; did you mean WORD?", escaped, or "" when no known word is near.
 std::string did_you_mean(std::string_view given, const std::vector<std::string> &known);
 
+// did_you_mean(), or "; use A, B or C" when none is near.
+std::string suggestion(std::string_view given, const std::vector<std::string> &known);
+
 }  // namespace aaactl

@@ -6,7 +6,14 @@
 #include "config/groups.hpp"
 
 #include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <memory>
 #include <set>
+
+#include "aaa/result_codes.h"
+#include "aaa/server_groups.h"
+#include "platform/cerr.h"
 
 namespace aaactl {
 namespace {
@@ -64,6 +71,10 @@ void read_number(Database &database, Group &group) {
         group.number_defect = "it is of type " + type_name(item->type) + ", not a u32";
     }
 }
+
+struct FreeText {
+    void operator()(char *text) const { std::free(text); }
+};
 
 bool is_published(const Group &group) {
     return group.number || !group.number_defect.empty();
@@ -157,6 +168,32 @@ std::vector<Server> protocol_servers(Database &database, const Protocol &protoco
     std::vector<Server> servers;
     read_servers(database, protocol_servers_path(protocol), protocol, false, servers);
     return servers;
+}
+
+// The refusal's reason, or the text of its code if the library gives none.
+void verify_group(const Protocol &protocol, const std::string &name, uint32_t operation) {
+    aaa_cfg_event_t event{};
+    event.operation = operation;
+    char *reason = nullptr;
+    uint32_t verdict = 0;
+    const cerrno rc = aaa_util_svr_grp_verify(&event, &reason, &verdict, name.c_str(), protocol.number);
+    const std::unique_ptr<char, FreeText> owner(reason);
+    if (rc == AAA_OK && verdict == AAA_VERDICT_ACCEPTED) {
+        return;
+    }
+    const bool is_refusal =
+        rc == AAA_ERR_INVALID_ARG || rc == AAA_ERR_SG_NAME_OTHER_PROTOCOL || rc == AAA_ERR_SG_IN_USE;
+    throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),
+                  "server group " + escaped(name) +
+                      ": refused: " + escaped(reason != nullptr ? reason : cerr_strerror(rc)));
+}
+
+cerrno change_number(Database &database, const Protocol &protocol, const std::string &name,
+                     uint32_t operation, uint32_t &number) {
+    aaa_cfg_event_t event{};
+    event.operation = operation;
+    return aaa_util_svr_grp_apply(database.connection(kGroupMaps), &event, protocol.word, name.c_str(),
+                                  &number);
 }
 
 bool is_group_name(const std::string &name) {

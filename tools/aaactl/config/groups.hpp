@@ -64,6 +64,13 @@ std::vector<std::string> group_names(Database &database);
 std::vector<Server> protocol_servers(Database &database, const Protocol &protocol);
 std::string protocol_servers_path(const Protocol &protocol);
 
+// The library's routines for a group that is created or deleted. `operation` is AAA_CFG_OP_CREATE or
+// AAA_CFG_OP_DELETE. Failure(negative) with the library's reason if it refuses the change.
+void verify_group(const Protocol &protocol, const std::string &name, uint32_t operation);
+// Publishes the group's number, or removes it. A group that has a number keeps it.
+cerrno change_number(Database &database, const Protocol &protocol, const std::string &name,
+                     uint32_t operation, uint32_t &number);
+
 // Whether commands take it as a name: printable, without '/', and of a length that fits a method list.
 bool is_group_name(const std::string &name);
 // Failure(usage) for another name.

@@ -56,14 +56,20 @@ std::string Dump::place(const DumpItem &item) const {
     return is_json ? "items[" + std::to_string(item.line) + "]" : "line " + std::to_string(item.line);
 }
 
-Dump read_database(Output &out, Database &database, const std::string &directory, bool secrets) {
+std::string percent_text(size_t done, size_t all) {
+    return std::to_string(all == 0 ? 0 : std::min<size_t>(done * 100 / all, 99)) + " %";
+}
+
+Dump read_database(Output &out, Database &database, const std::string &directory, bool secrets,
+                   size_t expected) {
     Dump dump;
     dump.directory = directory;
     const auto visit = [&](const std::string &path, const Item &item) {
         const bool masked = !secrets && is_secret(path, item);
         dump.items.push_back({path, masked ? Item{item.type, {}} : item, masked, 0, {}});
         if (dump.items.size() % kDumpProgressStep == 0) {
-            out.progress(std::to_string(dump.items.size()) + " items read from the database");
+            out.progress(std::to_string(dump.items.size()) + " items read from the database" +
+                         (expected == 0 ? "" : ", " + percent_text(dump.items.size(), expected)));
         }
     };
     database.walk(directory, visit, [&](const Unreadable &item) {

@@ -55,14 +55,24 @@ struct Dump {
     std::string place(const DumpItem &item) const;
 };
 
+// "40 %"; 99 % at most, because the next phase follows.
+std::string percent_text(size_t done, size_t all);
+
 // Everything that is stored below a directory, unreadable items included; masked unless `secrets`. Shows
-// progress.
-Dump read_database(Output &out, Database &database, const std::string &directory, bool secrets);
+// progress: with a percentage if about `expected` items are stored.
+Dump read_database(Output &out, Database &database, const std::string &directory, bool secrets,
+                   size_t expected = 0);
 
 std::string dump_head(const std::string &directory);
 std::string dump_line(const DumpItem &item);
 Json dump_json(const Dump &dump);
 Json dump_item_json(const DumpItem &item);
+
+// One line of the text form, of an item in the directory.
+DumpItem parse_dump_line(std::string_view line, const std::string &directory);
+
+// All of a file, or of standard input for "-". Failure without the file's name.
+std::string read_whole_file(const std::string &name);
 
 // Detects text or JSON. Failure(bad_input) names the place of an error.
 Dump parse_dump(Output &out, std::string_view text);

@@ -141,6 +141,7 @@ class Lines {
         return false;
     }
     size_t number() const { return number_; }
+    size_t bytes_left() const { return rest_.size(); }
     std::string place() const { return "line " + std::to_string(number_); }
 
   private:
@@ -151,7 +152,8 @@ class Lines {
 class Collector {
   public:
     Collector(Output &out, Dump &dump) : out_(out), dump_(dump) {}
-    void add(DumpItem item, size_t line) {
+    // `done` of `all` has been read, in any unit.
+    void add(DumpItem item, size_t line, size_t done, size_t all) {
         check_item(item, dump_.directory);
         if (!paths_.insert(item.path).second) {
             throw malformed("path " + escaped(item.path) + " is given twice");
@@ -159,7 +161,7 @@ class Collector {
         item.line = line;
         dump_.items.push_back(std::move(item));
         if (dump_.items.size() % kDumpProgressStep == 0) {
-            out_.progress(std::to_string(dump_.items.size()) + " items read");
+            out_.progress(std::to_string(dump_.items.size()) + " items read, " + percent_text(done, all));
         }
     }
 
@@ -179,7 +181,9 @@ Dump parse_text(Output &out, std::string_view text) {
     dump.directory = in_place(lines.place(), [&] { return parse_head(line); });
     Collector collector(out, dump);
     while (lines.next(line)) {
-        in_place(lines.place(), [&] { collector.add(parse_line(line), lines.number()); });
+        in_place(lines.place(), [&] {
+            collector.add(parse_line(line), lines.number(), text.size() - lines.bytes_left(), text.size());
+        });
     }
     return dump;
 }
@@ -234,7 +238,8 @@ Dump parse_json(Output &out, std::string_view text) {
     const std::vector<Json> &items = list.elements();
     Collector collector(out, dump);
     for (size_t i = 0; i < items.size(); ++i) {
-        in_place("items[" + std::to_string(i) + "]", [&] { collector.add(parse_object(items[i]), i); });
+        in_place("items[" + std::to_string(i) + "]",
+                 [&] { collector.add(parse_object(items[i]), i, i + 1, items.size()); });
     }
     return dump;
 }
@@ -247,7 +252,7 @@ struct Close {
     }
 };
 
-std::string read_file(const std::string &name) {
+std::string whole_file(const std::string &name) {
     const std::unique_ptr<FILE, Close> file(name == "-" ? stdin : std::fopen(name.c_str(), "re"));
     if (file == nullptr) {
         throw Failure(errno == ENOENT ? ExitCode::not_found : ExitCode::bad_input, std::strerror(errno));
@@ -268,6 +273,16 @@ std::string read_file(const std::string &name) {
 
 }  // namespace
 
+DumpItem parse_dump_line(std::string_view line, const std::string &directory) {
+    DumpItem item = parse_line(line);
+    check_item(item, directory);
+    return item;
+}
+
+std::string read_whole_file(const std::string &name) {
+    return whole_file(name);
+}
+
 Dump parse_dump(Output &out, std::string_view text) {
     const size_t first = text.find_first_not_of(" \t\r\n");
     return first != std::string_view::npos && text[first] == '{' ? parse_json(out, text)
@@ -276,7 +291,7 @@ Dump parse_dump(Output &out, std::string_view text) {
 
 Dump read_dump(Output &out, const std::string &file) {
     const std::string name = file == "-" ? "standard input" : escaped(file);
-    return in_place(name, [&] { return parse_dump(out, read_file(file)); });
+    return in_place(name, [&] { return parse_dump(out, whole_file(file)); });
 }
 
 }  // namespace aaactl

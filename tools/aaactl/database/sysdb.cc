@@ -4,6 +4,8 @@
 
 #include "database/sysdb.hpp"
 
+#include <unistd.h>
+
 #include <memory>
 
 #include "cli/secret_input.hpp"
@@ -58,9 +60,21 @@ uint32_t type_to_set(Database &database, const SetOptions &options) {
     throw Failure(ExitCode::usage, escaped(options.path) + ": no such item yet; give its type with --type");
 }
 
+// On a terminal only a secret is typed without seeing it.
+std::string read_value(const SetOptions &options) {
+    if (isatty(STDIN_FILENO) != 1 || is_secret_path(options.path)) {
+        return read_secret("Value: ", kMaxValue);
+    }
+    auto value = read_answer("Value: ", true, kMaxValue);
+    if (!value || value->empty()) {
+        throw Failure(ExitCode::usage, "standard input is empty");
+    }
+    return *std::move(value);
+}
+
 std::string value_to_set(const SetOptions &options) {
     if (options.value == "-") {
-        return read_secret("Value: ", kMaxValue);
+        return read_value(options);
     }
     if (!options.allow_secret && (is_secret_path(options.path) || looks_sealed(options.value))) {
         throw Failure(

@@ -5,6 +5,7 @@
 
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,10 @@ class Changes {
     void prune(const std::string &directory) { add(SYSDB_CHANGE_PRUNE, directory, {}); }
     bool empty() const { return changes_.empty(); }
     size_t size() const { return changes_.size(); }
+    // Of the change with this index; nullopt after the last.
+    std::optional<std::string> path(size_t index) const {
+        return index < changes_.size() ? std::optional(changes_[index].path) : std::nullopt;
+    }
 
     // Every path is in the directory. On failure `failed` is the index of the refused change, or the number
     // of changes.

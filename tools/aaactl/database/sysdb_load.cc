@@ -151,14 +151,14 @@ struct Outcome {
 
 Outcome load_dump(Output &out, Database &database, const LoadOptions &options, const Dump &dump) {
     for (int attempt = 1;; ++attempt) {
-        Outcome outcome{read_database(out, database, dump.directory, true), {}};
+        Outcome outcome{read_database(out, database, dump.directory, true, dump.items.size()), {}};
         outcome.differences = planned(dump, outcome.stored, options.replace);
         check_schema(out, options, dump, outcome.differences);
         const Plan plan = changes_of(dump, outcome.stored, options.replace);
         if (options.dry_run) {
             return outcome;
         }
-        out.progress("Storing " + std::to_string(dump.items.size()) + " items");
+        out.progress("Storing " + std::to_string(dump.items.size()) + " items as one change");
         size_t failed = 0;
         const cerrno rc = plan.changes.apply(database, dump.directory, failed);
         if (rc == 0) {

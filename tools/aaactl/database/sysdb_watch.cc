@@ -6,9 +6,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "cli/end_signals.hpp"
 #include "database/sysdb.hpp"
@@ -16,16 +20,28 @@
 namespace aaactl {
 namespace {
 
+// "2026-11-22 17:05:03.123", of this machine's time zone.
+std::string time_text(const timespec &time) {
+    tm parts{};
+    char text[64] = "";
+    localtime_r(&time.tv_sec, &parts);
+    const size_t length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
+    std::snprintf(text + length, sizeof text - length, ".%03ld", time.tv_nsec / 1000000);
+    return text;
+}
+
 class Watch {
   public:
-    Watch(Output &out, uint64_t limit) : out_(out), limit_(limit) {}
+    // With `initial`, what is stored now is printed before the changes.
+    Watch(Output &out, uint64_t limit, bool initial) : out_(out), limit_(limit), initial_(initial) {}
 
     void add(const std::string &tree, const std::string &path) {
         const sysdb_conn_t conn = database_.connection(tree);
-        sources_.push_back(std::make_unique<Source>(Source{this, tree, path, 0}));
+        sources_.push_back(std::make_unique<Source>(Source{this, tree, path, 0, initial_, std::nullopt}));
         const cerrno rc = _sysdb_register_notification(
-            conn, path.c_str() + tree.size(), SYSDB_EVENT_SET | SYSDB_EVENT_DELETE, SYSDB_NOTIFY_CHANGES,
-            changed, sources_.back().get(), 0, nullptr, 0, &sources_.back()->notification);
+            conn, path.c_str() + tree.size(), SYSDB_EVENT_SET | SYSDB_EVENT_DELETE,
+            SYSDB_NOTIFY_CHANGES | (initial_ ? SYSDB_NOTIFY_INITIAL : 0), changed, sources_.back().get(), 0,
+            nullptr, 0, &sources_.back()->notification);
         if (rc != 0) {
             throw database_failure(path, rc);
         }
@@ -59,6 +75,8 @@ class Watch {
         std::string tree;
         std::string path;
         uint64_t notification;
+        bool awaits_initial;                    // its first notification tells the present state
+        std::optional<uint64_t> reads_initial;  // that of a directory has come: at this revision
     };
 
     static void join(sysdb_conn_t conn, std::vector<sysdb_conn_t> &conns, std::vector<pollfd> &ready) {
@@ -81,12 +99,33 @@ class Watch {
                 throw database_failure("the channel of changes", rc);
             }
         }
+        for (const auto &source : sources_) {
+            if (const auto revision = std::exchange(source->reads_initial, std::nullopt)) {
+                print_present(*source, *revision);
+            }
+        }
+    }
+
+    // What is read now may be newer than the revision: its changes follow, and are printed again.
+    void print_present(const Source &source, uint64_t revision) {
+        const auto print = [&](const std::string &path, const Item &item) {
+            print_event("present", path, revision, item.type == SYSDB_TYPE_DIRECTORY ? nullptr : &item, "");
+        };
+        database_.walk(source.path, print, [&](const Unreadable &item) {
+            print_event("present", item.path, revision, nullptr, item.fault);
+        });
     }
 
     // Called from C: no exception may leave it. Exhausted memory ends the program.
-    static int32_t changed(const void *record, void *source, void *) noexcept {
-        const auto &from = *static_cast<const Source *>(source);
-        from.watch->print(from, *static_cast<const sysdb_notification_t *>(record));
+    static int32_t changed(const void *record, void *source, void * /*context*/) noexcept {
+        auto &from = *static_cast<Source *>(source);
+        const auto &change = *static_cast<const sysdb_notification_t *>(record);
+        const bool initial = std::exchange(from.awaits_initial, false);
+        if (initial && from.path.ends_with('/')) {
+            from.reads_initial = change.revision;
+        } else if (!initial || change.operation != SYSDB_EVENT_DELETE) {  // else it does not exist
+            from.watch->print(from, change, initial);
+        }
         return 0;
     }
 
@@ -101,19 +140,37 @@ class Watch {
                                                         : "set";
     }
 
-    void print(const Source &source, const sysdb_notification_t &change) {
+    void print(const Source &source, const sysdb_notification_t &change, bool initial) {
+        const bool has_value =
+            change.operation != SYSDB_EVENT_DELETE && change.datatype != SYSDB_TYPE_DIRECTORY;
+        const Item item =
+            has_value
+                ? Item{change.datatype, std::string(static_cast<const char *>(change.value), change.length)}
+                : Item{};
+        print_event(initial ? "present" : event_name(source, change), source.tree + change.path,
+                    change.revision, has_value ? &item : nullptr, "");
+    }
+
+    // Without an item, or with the reason why it cannot be read.
+    void print_event(const char *event, const std::string &path, uint64_t revision, const Item *item,
+                     const std::string &fault) {
         if (seen_ == limit_) {
             return;
         }
         ++seen_;
-        const std::string path = source.tree + change.path;
-        const char *event = event_name(source, change);
-        Json document = {{"event", event}, {"path", escaped(path)}, {"revision", change.revision}};
-        std::string text = std::string(event) + " " + escaped(path);
-        if (change.operation != SYSDB_EVENT_DELETE && change.datatype != SYSDB_TYPE_DIRECTORY) {
-            add_value(path,
-                      {change.datatype, std::string(static_cast<const char *>(change.value), change.length)},
-                      document, text);
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        Json document = {
+            {"event", event},
+            {"time", static_cast<uint64_t>(now.tv_sec) * 1000000 + static_cast<uint64_t>(now.tv_nsec) / 1000},
+            {"path", escaped(path)},
+            {"revision", revision}};
+        std::string text = out_.styled(Style::dim, time_text(now)) + " " + event + " " + escaped(path);
+        if (item != nullptr) {
+            add_value(path, *item, document, text);
+        } else if (!fault.empty()) {
+            document["fault"] = fault;
+            text += " " + fault;
         }
         out_.end_progress();
         out_.event(document, [&] { out_.line(text); });
@@ -132,6 +189,7 @@ class Watch {
 
     Output &out_;
     uint64_t limit_;
+    bool initial_;
     uint64_t seen_ = 0;
     std::vector<std::unique_ptr<Source>> sources_;
     Database database_;  // unbound first: no callback outlives its source
@@ -155,10 +213,11 @@ void add_path(Watch &watch, const std::string &path) {
 struct WatchOptions {
     std::string path = "/";
     uint64_t count = UINT64_MAX;
+    bool initial = false;
 };
 
 ExitCode watch(Output &out, const WatchOptions &options) {
-    Watch watch(out, options.count);
+    Watch watch(out, options.count, options.initial);
     add_path(watch, options.path);
     watch.run(options.path);
     return ExitCode::ok;
@@ -171,14 +230,15 @@ void add_sysdb_watch(Command sysdb) {
     Command sub = sysdb.command("watch", "Print changes as they happen, until Control-C",
                                 [options](Output &out) { return watch(out, *options); });
     sub.option("PATH", options->path, "An item, or a directory with everything below (default: /)");
+    sub.flag("--initial", options->initial, "First print what is stored now, as \"present\"");
     sub.option("-n,--count", options->count, "End after this number of changes")
         .between(uint64_t{1}, uint64_t{UINT32_MAX});
     sub.footer(
         "Quick changes of one item may be shown as one; the last state is always shown. \"reread\": more has "
         "changed\n"
         "than the database remembers.\n"
-        "JSON, one document a line: {event: create|set|delete|reread, path, revision, type, value, masked or "
-        "fault}\n"
+        "JSON, one document a line: {event: present|create|set|delete|reread, time in microseconds since "
+        "1970, path,\nrevision, type, value, masked or fault}\n"
         "Example: aaactl sysdb watch --json /cfg/gl/aaa/");
 }
 

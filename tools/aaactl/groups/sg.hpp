@@ -23,12 +23,6 @@ struct GroupOptions {
 Json group_json(Database &database, const Group &group);
 std::string servers_text(const Group &group);
 
-// Asks the library whether the group may be created or deleted. Failure with its reason, or with the text of
-// its code if it gives none.
-void verify_change(const GroupOptions &options, uint32_t operation);
-// Has the library change the maps of names and numbers.
-cerrno apply_to_maps(Database &database, const GroupOptions &options, uint32_t operation, uint32_t &number);
-
 // Each adds its part of "sg"; add_sg() calls them.
 void add_sg_add(Command sg);
 void add_sg_delete(Command sg);

@@ -28,10 +28,6 @@ void add_group(Command sub, GroupOptions &options) {
     sub.option("NAME", options.name, "The group's name").required();
 }
 
-struct FreeText {
-    void operator()(char *text) const { std::free(text); }
-};
-
 // ---- add
 
 uint32_t parse_port(const std::string &text, const std::string &server) {
@@ -174,11 +170,12 @@ ExitCode add(Output &out, const GroupOptions &options) {
     check_group_name(options.name);
     const Protocol &protocol = protocol_named(options.protocol);
     Database database;
-    verify_change(options, AAA_CFG_OP_CREATE);
+    verify_group(protocol, options.name, AAA_CFG_OP_CREATE);
     const auto before = read_group(database, protocol, options.name);
     const Changes changes = server_changes(options, protocol, before);
     uint32_t number = 0;
-    if (const cerrno rc = apply_to_maps(database, options, AAA_CFG_OP_CREATE, number); rc != AAA_OK) {
+    if (const cerrno rc = change_number(database, protocol, options.name, AAA_CFG_OP_CREATE, number);
+        rc != AAA_OK) {
         throw Failure(database_failure("", rc).code(),
                       "server group " + escaped(options.name) + ": refused: " + escaped(cerr_strerror(rc)));
     }
@@ -186,7 +183,7 @@ ExitCode add(Output &out, const GroupOptions &options) {
         configure(database, changes);
     } catch (const Failure &) {
         if (!before || !before->number) {
-            apply_to_maps(database, options, AAA_CFG_OP_DELETE, number);
+            change_number(database, protocol, options.name, AAA_CFG_OP_DELETE, number);
         }
         throw;
     }
@@ -237,7 +234,7 @@ void drop_number(Database &database, const Group &group) {
 
 // The configuration first: after an interruption, a second attempt finds the number and removes it.
 void delete_group(Database &database, const GroupOptions &options, const Group &group) {
-    verify_change(options, AAA_CFG_OP_DELETE);
+    verify_group(group.protocol, options.name, AAA_CFG_OP_DELETE);
     Changes changes;
     changes.prune(group.path);
     configure(database, changes);
@@ -245,7 +242,7 @@ void delete_group(Database &database, const GroupOptions &options, const Group &
         drop_number(database, group);
     }
     uint32_t number = 0;
-    const cerrno rc = apply_to_maps(database, options, AAA_CFG_OP_DELETE, number);
+    const cerrno rc = change_number(database, group.protocol, options.name, AAA_CFG_OP_DELETE, number);
     if (rc != AAA_OK && rc != SYSDB_ERR_NOT_FOUND) {
         throw database_failure(kGroupMaps, rc);
     }
@@ -271,31 +268,6 @@ ExitCode remove(Output &out, const GroupOptions &options) {
 }
 
 }  // namespace
-
-void verify_change(const GroupOptions &options, uint32_t operation) {
-    aaa_cfg_event_t event{};
-    event.operation = operation;
-    char *reason = nullptr;
-    uint32_t verdict = 0;
-    const cerrno rc = aaa_util_svr_grp_verify(&event, &reason, &verdict, options.name.c_str(),
-                                              protocol_named(options.protocol).number);
-    const std::unique_ptr<char, FreeText> owner(reason);
-    if (rc == AAA_OK && verdict == AAA_VERDICT_ACCEPTED) {
-        return;
-    }
-    const bool is_refusal =
-        rc == AAA_ERR_INVALID_ARG || rc == AAA_ERR_SG_NAME_OTHER_PROTOCOL || rc == AAA_ERR_SG_IN_USE;
-    throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),
-                  "server group " + escaped(options.name) +
-                      ": refused: " + escaped(reason != nullptr ? reason : cerr_strerror(rc)));
-}
-
-cerrno apply_to_maps(Database &database, const GroupOptions &options, uint32_t operation, uint32_t &number) {
-    aaa_cfg_event_t event{};
-    event.operation = operation;
-    return aaa_util_svr_grp_apply(database.connection(kGroupMaps), &event, options.protocol.c_str(),
-                                  options.name.c_str(), &number);
-}
 
 void add_sg_add(Command sg) {
     auto options = std::make_shared<GroupOptions>();

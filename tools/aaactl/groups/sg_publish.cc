@@ -19,11 +19,11 @@ struct Published {
 
 // Also of a group that has a number: the entry that leads from the number to the name may be missing.
 void publish(Database &database, const Group &group, Published &published) {
-    const GroupOptions options{group.protocol.word, group.name, {}, false};
     try {
-        verify_change(options, AAA_CFG_OP_CREATE);
+        verify_group(group.protocol, group.name, AAA_CFG_OP_CREATE);
         uint32_t number = 0;
-        if (const cerrno rc = apply_to_maps(database, options, AAA_CFG_OP_CREATE, number); rc != AAA_OK) {
+        if (const cerrno rc = change_number(database, group.protocol, group.name, AAA_CFG_OP_CREATE, number);
+            rc != AAA_OK) {
             throw Failure(database_failure("", rc).code(),
                           "server group " + escaped(group.name) + ": refused: " + escaped(cerr_strerror(rc)));
         }

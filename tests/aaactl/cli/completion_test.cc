@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Completion in bash: the script is run by bash, with words as bash splits them.
+
+#include <algorithm>
+#include <sstream>
+
+#include "aaactl/support/database_fixture.hpp"
+
+namespace {
+
+using aaactl_test::aaactl;
+using aaactl_test::in_shell;
+using Lines = std::vector<std::string>;
+
+class BashCompletion : public aaactl_test::DatabaseTest {
+  protected:
+    BashCompletion() {
+        dir().write("aaactl.bash", aaactl({"completion", "bash"}).out);
+        dir().write("message.bin", "");
+    }
+
+    static void add(const std::vector<std::string> &args) {
+        const auto run = aaactl(args);
+        ASSERT_EQ(run.status, 0) << run.err;
+    }
+
+    // What bash offers for the last of these words, sorted.
+    Lines offered(const std::string &words) const {
+        // The number of words is counted by bash, because it splits them.
+        dir().write("ask.bash", "cd " + dir().path("") + "\nsource ./aaactl.bash\nCOMP_WORDS=(aaactl " +
+                                    words +
+                                    ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_aaactl\n"
+                                    "printf '%s\\n' \"${COMPREPLY[@]}\"\n");
+        const auto run = in_shell("bash --norc " + dir().path("ask.bash") + " 2>&1");
+        EXPECT_EQ(run.status, 0) << run.out;
+        Lines lines;
+        std::istringstream stream(run.out);
+        for (std::string line; std::getline(stream, line);) {
+            if (!line.empty()) {
+                lines.push_back(line);
+            }
+        }
+        std::sort(lines.begin(), lines.end());
+        return lines;
+    }
+
+    static bool has(const Lines &lines, const std::string &line) {
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    }
+};
+
+TEST_F(BashCompletion, KnowsPositions) {
+    EXPECT_EQ(offered("mlist set acc"), Lines{"accounting"});
+    EXPECT_EQ(offered("mlist set accounting log"), Lines{"login"});
+    EXPECT_EQ(offered("mlist set accounting login d"), Lines{"default"});
+    EXPECT_EQ(offered("mlist set accounting login default lo"), Lines{"local"});
+    EXPECT_EQ(offered("mlist set accounting login default local no"), Lines{"none"});
+    EXPECT_EQ(offered("mlist set accounting login default local --f"), Lines{"--force"});
+    EXPECT_EQ(offered("sg add ta"), Lines{"tacacs"});
+    EXPECT_EQ(offered("attr show AAA_USERNAME_A"), Lines{"AAA_USERNAME_ATTR"});
+    EXPECT_EQ(offered("explain authorization ex"), Lines{"exec"});
+}
+
+TEST_F(BashCompletion, CompletesTheWordsOfHelp) {
+    EXPECT_EQ(offered("help sysd"), Lines{"sysdb"});
+    EXPECT_EQ(offered("help sysdb wa"), Lines{"watch"});
+}
+
+TEST_F(BashCompletion, CompletesPathsOfTheDatabase) {
+    put("/cfg/site/limit", "u32", "1");
+    put("/cfg/site/with blank", "u32", "1");
+    put("/cfg/site/sub/x", "u32", "1");
+    EXPECT_EQ(offered("sysdb get \"\""), (Lines{"/cfg/", "/oper/"}));
+    EXPECT_EQ(offered("sysdb get /c"), Lines{"/cfg/"});
+    EXPECT_EQ(offered("sysdb get /cfg/s"), Lines{"/cfg/site/"});
+    EXPECT_EQ(offered("sysdb --json ls /cfg/site/"),
+              (Lines{"/cfg/site/limit", "/cfg/site/sub/", "/cfg/site/with blank"}));
+    EXPECT_EQ(offered("sysdb del '/cfg/site/with\\ b'"), Lines{"/cfg/site/with blank"});
+    EXPECT_EQ(offered("key reseal /cfg/site/limit /cfg/site/su"), Lines{"/cfg/site/sub/"});
+    EXPECT_EQ(offered("sysdb diff mess"), Lines{"message.bin"}) << "the first argument is a file";
+}
+
+TEST_F(BashCompletion, CompletesGroupsListsAndServers) {
+    add({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21"});
+    add({"sg", "add", "radius", "core"});
+    add({"sg", "add", "tacacs", "my group"});
+    add({"mlist", "set", "authentication", "login", "console", "local"});
+    EXPECT_EQ(offered("sg list co"), (Lines{"core", "corp"}));
+    EXPECT_EQ(offered("sg list my"), Lines{"my group"});
+    EXPECT_EQ(offered("sg delete tacacs co"), Lines{});
+    EXPECT_EQ(offered("sg delete radius corp 192.0.2."), (Lines{"192.0.2.20", "192.0.2.21"}));
+    EXPECT_EQ(offered("mlist del authentication login c"), Lines{"console"});
+    // Bash splits "group:co" at the colon, and replaces only what follows it.
+    EXPECT_EQ(offered("mlist set authentication login x group : co"), (Lines{"core", "corp"}));
+    EXPECT_TRUE(has(offered("mlist set authentication login x group"), "group:corp"));
+}
+
+TEST_F(BashCompletion, CompletesValuesOfOptions) {
+    EXPECT_EQ(offered("decode --kind = li"), Lines{"list"});
+    EXPECT_EQ(offered("decode --input bin"), Lines{"binary"});
+    EXPECT_EQ(offered("sg --color never list --protocol ra"), Lines{"radius"});
+    EXPECT_EQ(offered("encode -o mess"), Lines{"message.bin"});
+}
+
+// Nobody can read what appears in the line that is being typed.
+TEST_F(BashCompletion, IsSilentWithoutADatabase) {
+    const ScopedEnv cfg("AAA_SYSDB_CFG_DIR", dir().write("file", "") + "/below");
+    const ScopedEnv log("AAA_LOG", "stderr");
+    EXPECT_EQ(offered("sysdb get /cfg/s"), Lines{});
+    EXPECT_EQ(offered("sg list co"), Lines{});
+    EXPECT_EQ(offered("mlist set authentication login d"), Lines{"default"});
+}
+
+// A name may be one that a shell would run.
+TEST_F(BashCompletion, RunsNoName) {
+    put("/cfg/site/$(touch ran)", "u32", "1");
+    put("/cfg/site/`touch ran`", "u32", "1");
+    EXPECT_EQ(offered("sysdb get /cfg/site/").size(), 2u);
+    EXPECT_EQ(offered("sysdb get '/cfg/site/$(touch ran)' ''"), offered("sysdb get x ''"));
+    EXPECT_FALSE(has(offered("decode r"), "ran"));
+}
+
+}  // namespace

@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// show running-config and load, as their users run them.
+
+#include <algorithm>
+#include <string>
+
+#include "aaactl/support/damaged_items.hpp"
+#include "aaactl/support/database_fixture.hpp"
+
+namespace {
+
+using aaactl_test::aaactl;
+using aaactl_test::damage;
+
+const char kText[] =
+    "aaa group server radius corp\n"
+    " server 192.0.2.1 auth-port 1812 acct-port 1813 timeout 3s\n"
+    " server-private 192.0.2.2 auth-port 1645 acct-port 1646\n"
+    " dead-time 300s\n"
+    "!\n"
+    "aaa group server tacacs archive\n"
+    " server 192.0.2.30 port 4949\n"
+    "!\n"
+    "radius-server host 192.0.2.9 auth-port 1812 acct-port 1813\n"
+    "tacacs-server timeout 2s\n"
+    "!\n"
+    "aaa authentication login default group corp local\n"
+    "aaa accounting exec default start-stop group corp group archive\n"
+    "!\n"
+    "item /cfg/gl/aaa/site/limit u32 15\n";
+
+class RunningConfigCommands : public aaactl_test::DatabaseTest {
+  protected:
+    // As users run it: the library registers its texts when it is loaded.
+    RunningConfigCommands() : keys_("AAA_MASTER_KEYS", dir().path("master.keys")) { unsetenv("NO_DLLMAIN"); }
+    ~RunningConfigCommands() override { setenv("NO_DLLMAIN", "1", 1); }
+
+    static std::string dump() { return aaactl({"sysdb", "dump", "--show-secrets"}).out; }
+    static void load(const std::string &text, std::vector<std::string> options = {}) {
+        options.insert(options.begin(), {"load", "-"});
+        const auto run = aaactl(options, text);
+        ASSERT_EQ(run.status, 0) << run.err;
+    }
+    static std::string shown() { return aaactl({"show", "running-config"}).out; }
+    static void expect_refused(const std::string &text, int status, const std::string &why) {
+        const std::string before = dump();
+        const auto run = aaactl({"load", "-"}, text);
+        EXPECT_EQ(run.status, status) << text;
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.err, "aaactl: standard input: " + why + "; nothing was changed\n");
+        EXPECT_EQ(dump(), before);
+    }
+
+  private:
+    ScopedEnv keys_;
+};
+
+TEST_F(RunningConfigCommands, WhatIsShownCanBeLoaded) {
+    EXPECT_EQ(shown(), "");
+    load(kText);
+    EXPECT_EQ(shown(), kText);
+    const std::string before = dump();
+    EXPECT_EQ(aaactl({"sg", "list", "corp"}).out,
+              "PROTOCOL  NAME  NUMBER  SERVERS\n"
+              "radius    corp  1001    192.0.2.1,1812,1813 192.0.2.2,1645,1646 (private)\n");
+    const std::string file = dir().write("saved.conf", shown());
+    ASSERT_EQ(aaactl({"sysdb", "del", "-r", "/cfg/gl/aaa/"}).status, 0);
+    EXPECT_EQ(aaactl({"load", file}).out, "created 10, changed 0, deleted 0 items\n");
+    EXPECT_EQ(dump(), before);
+    EXPECT_EQ(aaactl({"load", file}).out, "created 0, changed 0, deleted 0 items\n");
+}
+
+TEST_F(RunningConfigCommands, MergesOrReplaces) {
+    load(kText);
+    put("/cfg/other", "u32", "1");
+    load("aaa group server radius corp\n server 192.0.2.1 no timeout\nno aaa accounting exec default\n");
+    EXPECT_EQ(value_of("/cfg/gl/aaa/group-server/radius/corp/settings/192.0.2.1,1812,1813/timeout"), "");
+    EXPECT_NE(shown().find("server 192.0.2.1 auth-port 1812 acct-port 1813\n"), std::string::npos) << shown();
+    EXPECT_EQ(shown().find("accounting"), std::string::npos);
+    EXPECT_NE(shown().find("tacacs-server timeout 2s"), std::string::npos);
+    load("aaa authentication login default local\n", {"--replace"});
+    EXPECT_EQ(shown(), "aaa authentication login default local\n");
+    EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME  NUMBER  SERVERS\n") << "numbers are withdrawn";
+    EXPECT_EQ(value_of("/cfg/other"), "1");
+}
+
+TEST_F(RunningConfigCommands, AGroupMayMoveToAnotherProtocol) {
+    load(kText);
+    load("aaa group server tacacs corp\n server 192.0.2.1\n", {"--replace"});
+    EXPECT_EQ(aaactl({"sg", "list"}).out,
+              "PROTOCOL  NAME  NUMBER  SERVERS\n"
+              "tacacs    corp  3001    192.0.2.1\n");
+}
+
+TEST_F(RunningConfigCommands, OneWrongLineChangesNothing) {
+    load(kText);
+    expect_refused("tacacs-server timeout 9s\naaa authentcation login x local\n", 3,
+                   "line 2: \"authentcation\" is not a kind of configuration; did you mean "
+                   "\"authentication\"?");
+    expect_refused(
+        "tacacs-server timeout 9s\nno aaa group server radius corp\n", 1,
+        "line 2: server group corp is named by the method list /cfg/gl/aaa/accounting/exec/default; "
+        "change or delete that list too");
+    expect_refused("tacacs-server timeout 9s\naaa authorization exec x group none\n", 1,
+                   "line 2: group none: no such server group; add \"aaa group server PROTOCOL none\", or use "
+                   "--force");
+    expect_refused("tacacs-server timeout 9s\nno aaa authorization exec x\n", 4,
+                   "line 2: authorization list exec x does not exist, so \"no\" has nothing to delete");
+    expect_refused("tacacs-server timeout 9s\naaa group server radius tacacs\n", 1,
+                   "line 2: server group tacacs: refused: Bad server group name");
+    expect_refused(
+        "tacacs-server timeout 9s\nitem /cfg/gl/aaa//x u32 1\n", 3,
+        "line 2: /cfg/gl/aaa//x: Path is not one of the system database (use an absolute path below "
+        "/cfg/ or /oper/ without an empty component)");
+    EXPECT_EQ(aaactl({"load", dir().path("none")}).status, 4);
+    EXPECT_EQ(aaactl({"load", dir().path("")}).status, 3);
+}
+
+TEST_F(RunningConfigCommands, DryRunShowsAndChangesNothing) {
+    load(kText);
+    const std::string before = dump();
+    const auto run =
+        aaactl({"load", "--dry-run", "-"}, "no radius-server host 192.0.2.9\ntacacs-server timeout 3s\n");
+    EXPECT_EQ(run.out,
+              "- /cfg/gl/aaa/radius/host/0x1/192.0.2.9,1812,1813 u32 1\n"
+              "- /cfg/gl/aaa/tacacs/settings/timeout u32 2000\n"
+              "+ /cfg/gl/aaa/tacacs/settings/timeout u32 3000\n"
+              "would be created 0, changed 1, deleted 1 items\n");
+    EXPECT_EQ(dump(), before);
+    const auto json = aaactl({"load", "--json", "--dry-run", "-"}, "no tacacs-server timeout\n").json();
+    EXPECT_EQ(json["statements"], 1);
+    EXPECT_EQ(json["deleted"], 1);
+    EXPECT_EQ(json["loaded"], false);
+    EXPECT_EQ(json["differences"][0]["change"], "removed");
+}
+
+TEST_F(RunningConfigCommands, GroupsThatDoNotExistNeedForce) {
+    load("aaa authentication login x group away\n", {"--force"});
+    EXPECT_EQ(shown(), "aaa authentication login x group away\n");
+}
+
+TEST_F(RunningConfigCommands, ClearKeysAreSealed) {
+    expect_refused("radius-server key 0 hunter2\n", 5,
+                   "line 1: the key cannot be sealed with " + dir().path("master.keys"));
+}
+
+TEST_F(RunningConfigCommands, KeysAreShownSealed) {
+    ASSERT_EQ(aaactl({"key", "new-master"}).status, 0);
+    load("radius-server key 0 hunter2\n");
+    const std::string text = shown();
+    EXPECT_EQ(text.rfind("radius-server key 7 01", 0), 0u) << text;
+    EXPECT_EQ(text.find("hunter2"), std::string::npos);
+    const std::string sealed = value_of("/cfg/gl/aaa/radius/settings/key");
+    EXPECT_EQ(aaactl({"key", "check", "--show-secrets"}, sealed).out,
+              "valid, generation 01, the newest\nhunter2\n");
+    ASSERT_EQ(aaactl({"sysdb", "del", "-r", "/cfg/gl/aaa/"}).status, 0);
+    load(text);
+    EXPECT_EQ(value_of("/cfg/gl/aaa/radius/settings/key"), sealed);
+}
+
+// A key that someone stored in clear text.
+TEST_F(RunningConfigCommands, ClearTextOfASecretIsMaskedAndKept) {
+    put("/cfg/gl/aaa/radius/settings/key", "string", "hunter2");
+    const auto run = aaactl({"show", "running-config"});
+    EXPECT_EQ(run.out, "item /cfg/gl/aaa/radius/settings/key string ********\n");
+    EXPECT_EQ(run.err, "aaactl: masked values of keys and passwords: 1 (--show-secrets writes them)\n");
+    load(run.out, {"--replace"});
+    EXPECT_EQ(value_of("/cfg/gl/aaa/radius/settings/key"), "hunter2");
+    EXPECT_EQ(aaactl({"show", "running-config", "--show-secrets"}).out,
+              "item /cfg/gl/aaa/radius/settings/key string \"hunter2\"\n");
+    const auto dry = aaactl({"load", "--dry-run", "-"}, "no item /cfg/gl/aaa/radius/settings/key\n");
+    EXPECT_EQ(dry.out.find("hunter2"), std::string::npos) << dry.out;
+}
+
+TEST_F(RunningConfigCommands, WhatCannotBeReadIsReportedAndStays) {
+    load("tacacs-server timeout 2s\n");
+    damage(dir(), "/cfg/gl/aaa/site/bad", SYSDB_TYPE_U32, "x");
+    const auto run = aaactl({"show", "running-config"});
+    EXPECT_EQ(run.status, 3);
+    EXPECT_EQ(run.out, "tacacs-server timeout 2s\n! /cfg/gl/aaa/site/bad: value does not fit its type\n");
+    EXPECT_EQ(run.err, "aaactl: /cfg/gl/aaa/site/bad: value does not fit its type; it is not in the text\n");
+    load("tacacs-server timeout 3s\n");
+    EXPECT_EQ(aaactl({"show", "running-config"}).status, 3);
+    const auto json = aaactl({"show", "running-config", "--json"});
+    EXPECT_EQ(json.json()["faults"][0]["path"], "/cfg/gl/aaa/site/bad");
+    EXPECT_EQ(json.json()["lines"][0], "tacacs-server timeout 3s");
+    load("item /cfg/gl/aaa/site/bad u32 1\n");
+    EXPECT_EQ(aaactl({"show", "running-config"}).status, 0);
+}
+
+TEST_F(RunningConfigCommands, ADumpIsRefusedWithTheRightCommand) {
+    expect_refused("aaactl-dump 1 /cfg/\n", 3,
+                   "line 1: this is a dump of the database; load it with \"aaactl sysdb load\"");
+}
+
+TEST_F(RunningConfigCommands, WithoutADatabaseNothingIsShown) {
+    const ScopedEnv cfg("AAA_SYSDB_CFG_DIR", dir().write("file", "") + "/below");
+    EXPECT_EQ(aaactl({"show", "running-config"}).status, 5);
+    EXPECT_EQ(aaactl({"load", "-"}, "tacacs-server timeout 2s\n").status, 5);
+}
+
+}  // namespace
