@@ -65,6 +65,11 @@ TEST_F(AaadAlarms, AServerIsAskedWhileTheMasterKeysAreAway) {
     EXPECT_NE(text_of_first().find("go on with the keys that were opened before"), std::string::npos);
     EXPECT_TRUE(aaad_.wait_for_log("is asked with the key that was opened before"));
     EXPECT_EQ(ask("servers")["groups"][size_t{0}]["servers"][size_t{0}]["key_kept"], true);
+    const aaactl_test::Run shown =
+        aaactl_test::aaactl({"servers", "--socket", aaad_.dir().path("control.sock")});
+    EXPECT_EQ(shown.status, 1);
+    EXPECT_NE(shown.out.find("is asked with the key that was opened before"), std::string::npos)
+        << shown.out << shown.err;
     // The first login was over the same socket as this: its client has not been replaced.
     EXPECT_EQ(ask("servers")["groups"][size_t{0}]["servers"][size_t{0}]["asked"], 2);
     find_master_keys();
