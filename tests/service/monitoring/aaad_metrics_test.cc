@@ -110,19 +110,25 @@ TEST_F(AaadMetrics, CountsTheProbesOfAServer) {
     set_number("radius", "", "status-server", 1);
     lists({"corp", AAA_METHOD_LOCAL});
     aaad_.start();
-    const std::string probes = "aaad_server_probes_total";
-    EXPECT_EQ(value(of_server(probes, "use=\"login\",result=\"none\"")), "0");
+    const auto probes = [this](const std::string &use, const std::string &result) {
+        return value(of_server("aaad_server_probes_total", "use=\"" + use + "\",result=\"" + result + "\""));
+    };
+    EXPECT_EQ(probes("login", "none"), "0");
     EXPECT_EQ(aaad_.login().method, uint32_t{AAA_METHOD_LOCAL});
     EXPECT_EQ(server_.next().code(), 1);
     EXPECT_EQ(server_.next().code(), 12) << "this one is not answered";
-    const auto second = server_.next();
-    EXPECT_EQ(second.code(), 12);
-    EXPECT_EQ(value(of_server(probes, "use=\"login\",result=\"none\"")), "2");
-    server_.answer(second);
-    EXPECT_TRUE(aaad_.wait_for_log("answers again"));
-    EXPECT_EQ(value(of_server(probes, "use=\"login\",result=\"none\"")), "1");
-    EXPECT_EQ(value(of_server(probes, "use=\"login\",result=\"answer\"")), "1");
-    EXPECT_EQ(value(of_server(probes, "use=\"accounting\",result=\"answer\"")), "0");
+    EXPECT_EQ(probes("login", "answer"), "0");
+    int unanswered = 1;
+    // On a busy machine an answer may come too late, and the next probe counts.
+    for (bool is_first = true; probes("login", "answer") != "1"; is_first = false) {
+        unanswered += is_first ? 0 : 1;
+        const auto probe = server_.next();
+        EXPECT_EQ(probe.code(), 12);
+        server_.answer(probe);
+        wait_until([&] { return probes("login", "answer") == "1" || server_.has_one(); });
+    }
+    EXPECT_EQ(probes("login", "none"), std::to_string(unanswered));
+    EXPECT_EQ(probes("accounting", "answer"), "0");
     EXPECT_EQ(value(of_server("aaad_server_questions_total", "use=\"login\",result=\"timeout\"")), "1")
         << "a probe is no question";
 }
