@@ -84,8 +84,8 @@ typedef void *sysdb_list_t;
  * @param[out] conn  the handle, never 0 on success; untouched on failure, so that a handle preset to 0
  *                   remains 0
  * @param[in]  path  absolute, ends in '/'; the directory need not exist
- * @param[in]  flags SYSDB_BIND_PRIVATE or SYSDB_BIND_SHARED; SYSDB_BIND_PRIVATE | SYSDB_BIND_EXISTING, which a
- *                   provider may not know
+ * @param[in]  flags SYSDB_BIND_PRIVATE, SYSDB_BIND_SHARED, or SYSDB_BIND_PRIVATE | SYSDB_BIND_EXISTING, which
+ *                   an older provider does not know
  *
  * Ownership: *Caller frees* the handle, with _sysdb_unbind().
  *

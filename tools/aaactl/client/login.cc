@@ -10,39 +10,11 @@
 namespace aaactl {
 namespace {
 
-bool is_login(const Step &step) {
-    return step.request == "authentication";
-}
-
-// Of the login by itself: the last of its rounds decides.
-Verdict login_verdict(const std::vector<Step> &steps) {
-    Verdict verdict = Verdict::failed;
-    for (const Step &step : steps) {
-        verdict = is_login(step) ? step.verdict : verdict;
-    }
-    return verdict;
-}
-
-std::vector<const Step *> refused_commands(const std::vector<Step> &steps) {
-    std::vector<const Step *> refused;
-    for (const Step &step : steps) {
-        if (!is_login(step) && step.verdict != Verdict::accepted) {
-            refused.push_back(&step);
-        }
-    }
-    return refused;
-}
-
 Json document(const Output &out, const LoginOptions &options, const std::vector<Step> &steps,
               std::optional<Verdict> verdict) {
     Json document = client_json(options);
     if (verdict) {
-        document["verdict"] = verdict_word(*verdict);
-        document["login"] = verdict_word(login_verdict(steps));
-        document["refused_commands"] = Json::array();
-        for (const Step *step : refused_commands(steps)) {
-            document["refused_commands"].push_back(escaped(step->subject));
-        }
+        add_verdict(document, *verdict, steps);
     }
     document["steps"] = Json::array();
     for (const Step &step : steps) {
@@ -55,26 +27,6 @@ void print_steps(Output &out, const std::vector<Step> &steps) {
     for (const Step &step : steps) {
         print_step(out, step);
     }
-}
-
-// The login and the commands are different questions: a refused command denies no login.
-void print_verdict(Output &out, const LoginOptions &options, const std::vector<Step> &steps) {
-    const Verdict verdict = login_verdict(steps);
-    const auto refused = refused_commands(steps);
-    std::string text =
-        escaped(options.user) + ": " +
-        out.styled(verdict == Verdict::accepted ? Style::good : Style::bad, verdict_word(verdict));
-    if (!refused.empty()) {
-        text += "; " +
-                out.styled(Style::bad, std::to_string(refused.size()) + " of " +
-                                           std::to_string(options.commands.size()) + " commands") +
-                ": ";
-        for (const Step *step : refused) {
-            text += (step == refused.front() ? "" : ", ") + escaped(step->subject) + " " +
-                    verdict_word(step->verdict);
-        }
-    }
-    out.line(text);
 }
 
 ExitCode run(Output &out, LoginOptions &options) {
@@ -91,7 +43,7 @@ ExitCode run(Output &out, LoginOptions &options) {
     }
     out.result(document(out, options, steps, verdict), [&] {
         print_steps(out, steps);
-        print_verdict(out, options, steps);
+        out.line(verdict_text(out, options, steps));
     });
     return exit_code(verdict);
 }

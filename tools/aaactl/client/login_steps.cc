@@ -12,7 +12,59 @@ namespace {
 // Without a limit, a server that keeps asking would block a script for ever.
 constexpr int kMostQuestions = 16;
 
+bool is_login(const Step &step) {
+    return step.request == "authentication";
+}
+
+// Of the login by itself: the last of its rounds decides.
+Verdict login_verdict(const std::vector<Step> &steps) {
+    Verdict verdict = Verdict::failed;
+    for (const Step &step : steps) {
+        verdict = is_login(step) ? step.verdict : verdict;
+    }
+    return verdict;
+}
+
+std::vector<const Step *> refused_commands(const std::vector<Step> &steps) {
+    std::vector<const Step *> refused;
+    for (const Step &step : steps) {
+        if (!is_login(step) && step.verdict != Verdict::accepted) {
+            refused.push_back(&step);
+        }
+    }
+    return refused;
+}
+
 }  // namespace
+
+// The login and the commands are different questions: a refused command denies no login.
+std::string verdict_text(const Output &out, const LoginOptions &options, const std::vector<Step> &steps) {
+    const Verdict verdict = login_verdict(steps);
+    const auto refused = refused_commands(steps);
+    std::string text =
+        escaped(options.user) + ": " +
+        out.styled(verdict == Verdict::accepted ? Style::good : Style::bad, verdict_word(verdict));
+    if (!refused.empty()) {
+        text += "; " +
+                out.styled(Style::bad, std::to_string(refused.size()) + " of " +
+                                           std::to_string(options.commands.size()) + " commands") +
+                ": ";
+        for (const Step *step : refused) {
+            text += (step == refused.front() ? "" : ", ") + escaped(step->subject) + " " +
+                    verdict_word(step->verdict);
+        }
+    }
+    return text;
+}
+
+void add_verdict(Json &document, Verdict verdict, const std::vector<Step> &steps) {
+    document["verdict"] = verdict_word(verdict);
+    document["login"] = verdict_word(login_verdict(steps));
+    document["refused_commands"] = Json::array();
+    for (const Step *step : refused_commands(steps)) {
+        document["refused_commands"].push_back(escaped(step->subject));
+    }
+}
 
 Login::Login(LoginOptions &options, std::vector<Step> &steps, OnStep on_step)
     : options_(options),

@@ -50,4 +50,9 @@ class Login {
     ListPtr state_;  // what the server expects back with the answer
 };
 
+// "alice: accepted; 1 of 2 commands: reload denied"
+std::string verdict_text(const Output &out, const LoginOptions &options, const std::vector<Step> &steps);
+// The members "verdict", of the login and all commands together, "login" and "refused_commands".
+void add_verdict(Json &document, Verdict verdict, const std::vector<Step> &steps);
+
 }  // namespace aaactl

@@ -29,8 +29,8 @@ extern "C" int access(const char *path, int mode) noexcept {
     return faccessat(AT_FDCWD, provider_in_use(path), mode, 0);
 }
 
-// A line in which the platform reports an error on standard error is kept, so that it is a part of the message
-// of the command that fails, and not a second message.
+// A line in which the platform reports an error on standard error is kept, so that it is a part of the
+// message of the command that fails, and not a second message.
 extern "C" ssize_t write(int fd, const void *data, size_t size) {
     if (fd == STDERR_FILENO && aaactl::keep_log_line({static_cast<const char *>(data), size})) {
         return static_cast<ssize_t>(size);

@@ -66,7 +66,7 @@ void Test::show(const Step &step) {
 Json Test::document(std::optional<Verdict> verdict) const {
     Json document = client_json(options_);
     if (verdict) {
-        document["verdict"] = verdict_word(*verdict);
+        add_verdict(document, *verdict, steps_);
     }
     document["steps"] = Json::array();
     for (const Step &step : steps_) {
@@ -91,10 +91,8 @@ ExitCode Test::run() {
     }
     out_.result(document(verdict), [&] {
         const std::string id = events_.empty() ? "" : text_of(events_.back(), "id");
-        out_.line(
-            escaped(options_.user) + ": " +
-            out_.styled(verdict == Verdict::accepted ? Style::good : Style::bad, verdict_word(verdict)) +
-            (id.empty() ? "" : "; log lines of it: journalctl AAA_LOGIN_ID=" + escaped(id)));
+        out_.line(verdict_text(out_, options_, steps_) +
+                  (id.empty() ? "" : "; log lines of it: journalctl AAA_LOGIN_ID=" + escaped(id)));
     });
     return exit_code(verdict);
 }
