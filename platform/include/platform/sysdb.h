@@ -341,7 +341,7 @@ typedef struct sysdb_notification {
  * - 0: registered
  * - SYSDB_ERR_INVALID_ARG: a pointer is null, or events or mode is unknown
  * - SYSDB_ERR_BAD_HANDLE: unknown or stale connection
- * - SYSDB_ERR_NOT_FOUND: with SYSDB_NOTIFY_SINCE, the changes after the revision are not all remembered, or the
+ * - SYSDB_ERR_NOT_FOUND: with SYSDB_NOTIFY_SINCE, some changes after the revision are forgotten, or the
  *   tree has not reached it
  * - SYSDB_ERR_NOT_SUPPORTED: with SYSDB_NOTIFY_SINCE, the loaded provider is an older one
  * - a code of _sysdb_bind(): the path, or the run directory, which this process must be able to write
