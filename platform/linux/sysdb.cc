@@ -258,19 +258,29 @@ cerrno sysdb_directory_get_last(sysdb_conn_t conn, const char *path, char **name
 }
 
 cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *path, uint32_t events, uint32_t mode,
-                                    aaa_notify_cb_t callback, void *callback_arg, uint64_t, void *user_ctx,
-                                    uint64_t, uint64_t *notification) {
+                                    aaa_notify_cb_t callback, void *callback_arg, uint64_t revision,
+                                    void *user_ctx, uint64_t, uint64_t *notification) {
     constexpr std::uint32_t kAllEvents = SYSDB_EVENT_SET | SYSDB_EVENT_DELETE;
-    constexpr std::uint32_t kAllModes = SYSDB_NOTIFY_CHANGES | SYSDB_NOTIFY_INITIAL;
+    constexpr std::uint32_t kAllModes = SYSDB_NOTIFY_CHANGES | SYSDB_NOTIFY_INITIAL | SYSDB_NOTIFY_SINCE;
+    constexpr std::uint32_t kExclusive = SYSDB_NOTIFY_INITIAL | SYSDB_NOTIFY_SINCE;
     if (path == nullptr || callback == nullptr || notification == nullptr) {
         return SYSDB_ERR_INVALID_ARG;
     }
-    if ((events & kAllEvents) == 0 || (mode & SYSDB_NOTIFY_CHANGES) == 0 || (mode & ~kAllModes) != 0) {
+    if ((events & kAllEvents) == 0 || (mode & SYSDB_NOTIFY_CHANGES) == 0 || (mode & ~kAllModes) != 0 ||
+        (mode & kExclusive) == kExclusive) {
         return SYSDB_ERR_INVALID_ARG;
     }
     const sysdb_provider_t *provider = loaded_sysdb_provider();
     if (provider == nullptr) {
         return SYSDB_ERR_LIB_ABSENT;
+    }
+    if ((mode & SYSDB_NOTIFY_SINCE) != 0) {
+        const bool has_member =
+            provider->size >= offsetof(sysdb_provider_t, register_since) + sizeof provider->register_since;
+        return has_member && provider->register_since != nullptr
+                   ? provider->register_since(conn, path, events & kAllEvents, mode, revision, callback,
+                                              callback_arg, user_ctx, notification)
+                   : SYSDB_ERR_NOT_SUPPORTED;
     }
     return provider->register_notification(conn, path, events & kAllEvents, mode, callback, callback_arg,
                                            user_ctx, notification);

@@ -3,6 +3,7 @@
 // The fake system database: change notification.
 
 #include "platform/sysdb.h"
+#include "platform/sysdb_changes.h"
 
 #include <sys/eventfd.h>
 
@@ -146,8 +147,10 @@ void dispatch(Call &call, uint64_t handle, Connection &conn) {
 
 bool makes_sense(uint32_t events, uint32_t mode) {
     constexpr uint32_t kEvents = SYSDB_EVENT_SET | SYSDB_EVENT_DELETE;
-    constexpr uint32_t kModes = SYSDB_NOTIFY_CHANGES | SYSDB_NOTIFY_INITIAL;
-    return (events & kEvents) != 0 && (mode & SYSDB_NOTIFY_CHANGES) != 0 && (mode & ~kModes) == 0;
+    constexpr uint32_t kExclusive = SYSDB_NOTIFY_INITIAL | SYSDB_NOTIFY_SINCE;
+    constexpr uint32_t kModes = SYSDB_NOTIFY_CHANGES | kExclusive;
+    return (events & kEvents) != 0 && (mode & SYSDB_NOTIFY_CHANGES) != 0 && (mode & ~kModes) == 0 &&
+           (mode & kExclusive) != kExclusive;
 }
 
 cerrno watched_path(const Connection &conn, std::string_view path, std::string &full) {
@@ -240,6 +243,9 @@ cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *path, uint32_
     }
     if (path == nullptr || callback == nullptr || notification == nullptr || !makes_sense(events, mode)) {
         return SYSDB_ERR_INVALID_ARG;
+    }
+    if ((mode & SYSDB_NOTIFY_SINCE) != 0) {
+        return SYSDB_ERR_NOT_SUPPORTED;  // it has no log of changes
     }
     const Connection *const open = connection(conn, "_sysdb_register_notification");
     if (open == nullptr) {

@@ -269,7 +269,8 @@ TEST_P(SysdbNotify, RefusesWhatMakesNoSense) {
     EXPECT_EQ(SYSDB_ERR_INVALID_ARG, refused("a", 0, 1, callback, &id));
     EXPECT_EQ(SYSDB_ERR_INVALID_ARG, refused("a", 8, 1, callback, &id));
     EXPECT_EQ(SYSDB_ERR_INVALID_ARG, refused("a", 6, 0, callback, &id));
-    EXPECT_EQ(SYSDB_ERR_INVALID_ARG, refused("a", 6, 5, callback, &id));
+    EXPECT_EQ(SYSDB_ERR_INVALID_ARG, refused("a", 6, 9, callback, &id));
+    EXPECT_EQ(SYSDB_ERR_INVALID_ARG, refused("a", 6, 7, callback, &id)) << "either initially or since";
     EXPECT_EQ(SYSDB_ERR_INVALID_ARG, refused("a", 6, 1, nullptr, &id));
     EXPECT_EQ(SYSDB_ERR_INVALID_ARG, refused("a", 6, 1, callback, nullptr));
     EXPECT_EQ(SYSDB_ERR_BAD_PATH, refused("a//b", 6, 1, callback, &id));

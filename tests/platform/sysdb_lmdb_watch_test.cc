@@ -30,6 +30,7 @@ constexpr int kPatience = 20000;  // milliseconds; reached only when a notificat
 struct Latest {
     std::vector<std::pair<std::string, int64_t>> calls;
     int resyncs = 0;
+    uint64_t revision = 0;
     uint64_t notification = 0;
 
     static int32_t called(const void *record, void *self, void *) {
@@ -42,12 +43,17 @@ struct Latest {
         if (change.datatype == SYSDB_TYPE_DIRECTORY) {
             ++latest.resyncs;
         }
+        latest.revision = change.revision;
         latest.calls.emplace_back(change.path, change.value != nullptr ? int64_t{number} : -1);
         return 0;
     }
     cerrno watch(sysdb_conn_t conn, const std::string &path) {
         return _sysdb_register_notification(conn, path.c_str(), 6, 1, called, this, 0, nullptr, 0,
                                             &notification);
+    }
+    cerrno watch_since(sysdb_conn_t conn, const std::string &path, uint64_t since) {
+        return _sysdb_register_notification(conn, path.c_str(), 6, SYSDB_NOTIFY_CHANGES | SYSDB_NOTIFY_SINCE,
+                                            called, this, since, nullptr, 0, &notification);
     }
     int64_t last() const { return calls.empty() ? -2 : calls.back().second; }
 };
@@ -104,6 +110,55 @@ TEST(SysdbWatch, RegistrationLeavesNothingBehindWhenItIsTakenBack) {
         EXPECT_EQ(0u, sockets(sandbox).size());
     });
     EXPECT_EQ(0u, watch_rows(sandbox));
+}
+
+TEST(SysdbWatch, BeginsWithTheChangesAfterARevision) {
+    const DatabaseSandbox sandbox;
+    run_forked([] {
+        const Bound cfg("/cfg/");
+        const Bound other("/cfg/");
+        Latest before;
+        ASSERT_EQ(0u, before.watch(cfg.handle(), "a"));
+        ASSERT_EQ(0u, set_number(cfg.handle(), "a", 1));
+        ASSERT_TRUE(reaches(cfg.handle(), before, 1));
+        ASSERT_EQ(0u, sysdb_notification_unregister(cfg.handle(), before.notification));
+        ASSERT_EQ(0u, set_number(cfg.handle(), "a", 2));
+        ASSERT_EQ(0u, set_number(cfg.handle(), "d/b", 3));
+        ASSERT_EQ(0u, set_number(cfg.handle(), "a", 4));
+        Latest item;
+        Latest directory;
+        Latest none;
+        ASSERT_EQ(0u, item.watch_since(other.handle(), "a", before.revision));
+        ASSERT_EQ(0u, directory.watch_since(other.handle(), "d/", before.revision));
+        ASSERT_EQ(0u, none.watch_since(other.handle(), "d/", before.revision + 3));
+        ASSERT_TRUE(reaches(other.handle(), item, 4));
+        EXPECT_EQ(1u, item.calls.size());
+        ASSERT_EQ(1u, directory.calls.size());
+        EXPECT_EQ("d/b", directory.calls[0].first);
+        EXPECT_EQ(0u, none.calls.size());
+        ASSERT_EQ(0u, set_number(cfg.handle(), "a", 5));
+        ASSERT_TRUE(reaches(other.handle(), item, 5));
+        EXPECT_EQ(SYSDB_ERR_NOT_FOUND, none.watch_since(other.handle(), "a", item.revision + 1));
+        EXPECT_EQ(SYSDB_ERR_INVALID_ARG,
+                  _sysdb_register_notification(other.handle(), "a", 6, 7, Latest::called, &none, 0, nullptr,
+                                               0, &none.notification));
+    });
+    EXPECT_EQ(0u, watch_rows(sandbox));
+}
+
+TEST(SysdbWatch, RefusesARevisionThatTheLogHasLost) {
+    const DatabaseSandbox sandbox;
+    run_forked([&sandbox] {
+        setenv("AAA_SYSDB_MAP_MIB", "1", 1);
+        const Bound cfg("/cfg/");
+        for (uint32_t i = 0; i < 300; ++i) {  // the log of so small a map has 256 places
+            ASSERT_EQ(0u, set_number(cfg.handle(), "a", i));
+        }
+        Latest late;
+        EXPECT_EQ(SYSDB_ERR_NOT_FOUND, late.watch_since(cfg.handle(), "a", 10));
+        EXPECT_EQ(0u, sockets(sandbox).size());
+        EXPECT_EQ(0u, late.watch_since(cfg.handle(), "a", 100));
+    });
 }
 
 TEST(SysdbWatch, KilledWatchersAreCleanedUpByTheNextChange) {

@@ -293,6 +293,7 @@ PLATFORM_API cerrno sysdb_directory_get_last(sysdb_conn_t conn, const char *path
 
 #define SYSDB_NOTIFY_CHANGES 1u /**< registration mode: changes from now on */
 #define SYSDB_NOTIFY_INITIAL 2u /**< added to it: a first call with the present state */
+#define SYSDB_NOTIFY_SINCE   4u /**< added to it: first the changes after a revision of the tree */
 
 /**
  * Argument of a notification callback, valid during the call only. The first
@@ -322,6 +323,9 @@ typedef struct sysdb_notification {
  * the directory's own path and the type SYSDB_TYPE_DIRECTORY: read everything
  * again.
  *
+ * With SYSDB_NOTIFY_SINCE the changes after a revision, which an earlier callback has told, are reported at
+ * the first dispatch as if the watch had been registered then. Providers remember a number of changes only.
+ *
  * The callback is called when the connection's channel is dispatched: by the
  * event manager, when the channel id was returned from the up callback of a
  * connection of type EVENT_CONN_TYPE_SYSDB; otherwise by sysdb_dispatch().
@@ -329,10 +333,10 @@ typedef struct sysdb_notification {
  * @param[in]  conn         the connection
  * @param[in]  path         relative to the connection; ends in '/' for a directory, "" for the bind point
  * @param[in]  events       SYSDB_EVENT_SET, SYSDB_EVENT_DELETE or both (6)
- * @param[in]  mode         SYSDB_NOTIFY_CHANGES, optionally with SYSDB_NOTIFY_INITIAL
+ * @param[in]  mode         SYSDB_NOTIFY_CHANGES, optionally with SYSDB_NOTIFY_INITIAL or SYSDB_NOTIFY_SINCE
  * @param[in]  callback     called as (notification, callback_arg, user_ctx); its result is not used
  * @param[in]  callback_arg passed to callback; may be null
- * @param[in]  zero7        0
+ * @param[in]  zero7        0; the revision with SYSDB_NOTIFY_SINCE
  * @param[in]  user_ctx     passed to callback; may be null
  * @param[in]  zero9        0
  * @param[out] notification handle for sysdb_notification_unregister(); untouched on failure
@@ -341,6 +345,9 @@ typedef struct sysdb_notification {
  * - 0: registered
  * - SYSDB_ERR_INVALID_ARG: a pointer is null, or events or mode is unknown
  * - SYSDB_ERR_BAD_HANDLE: unknown or stale connection
+ * - SYSDB_ERR_NOT_FOUND: with SYSDB_NOTIFY_SINCE, some changes after the revision are forgotten, or the
+ *   tree has not reached it
+ * - SYSDB_ERR_NOT_SUPPORTED: with SYSDB_NOTIFY_SINCE, the loaded provider is an older one
  * - a code of _sysdb_bind(): the path, or the run directory, which this process must be able to write
  */
 PLATFORM_API cerrno _sysdb_register_notification(sysdb_conn_t conn, const char *path, uint32_t events,

@@ -98,6 +98,11 @@ typedef struct sysdb_provider {
 
     /** Makes several changes as one; failed is never null, and equals count until a change is refused. */
     cerrno (*apply)(sysdb_conn_t conn, const sysdb_change_t *changes, uint32_t count, uint32_t *failed);
+
+    /** As register_notification, for a mode with SYSDB_NOTIFY_SINCE. */
+    cerrno (*register_since)(sysdb_conn_t conn, const char *path, uint32_t events, uint32_t mode,
+                             uint64_t revision, aaa_notify_cb_t callback, void *callback_arg, void *user_ctx,
+                             uint64_t *notification);
 } sysdb_provider_t;
 
 /** The provider's one export, as the platform finds it. */

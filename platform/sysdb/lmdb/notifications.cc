@@ -65,6 +65,8 @@ cerrno Notifications::add(const ConnectionPtr &connection, const Key &key, Watch
     rc = rc == 0 ? ensure_watcher() : rc;
     rc = rc == 0 ? join_channel(*connection) : rc;
     rc = rc == 0 ? enter(watch, key.tree()) : rc;
+    const bool since = (watch->request.mode & SYSDB_NOTIFY_SINCE) != 0;
+    rc = rc == 0 && since ? note_since(*watch, key.tree()) : rc;
     if (rc != 0) {
         abandon(*watch);
         return rc;
@@ -79,6 +81,9 @@ cerrno Notifications::add(const ConnectionPtr &connection, const Key &key, Watch
         if (!watch->is_directory()) {
             watch->pending.emplace(watch->key, SYSDB_EVENT_SET);
         }
+        wake(*connection);
+    }
+    if (watch->has_pending()) {
         wake(*connection);
     }
     id = watch->id;

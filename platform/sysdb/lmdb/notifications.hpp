@@ -34,6 +34,7 @@ struct WatchRequest {
     std::string path;  // as the caller gave it
     std::uint32_t events;
     std::uint32_t mode;
+    std::uint64_t since;  // a revision, with SYSDB_NOTIFY_SINCE
     aaa_notify_cb_t callback;
     void *callback_arg;
     void *user_ctx;
@@ -119,6 +120,9 @@ class Notifications {
 
     // notifications_dispatch.cc
     cerrno note_changes(ReadTxn &txn);
+    // The changes after the revision of the request; SYSDB_ERR_NOT_FOUND when the log does not have them all.
+    cerrno note_since(Watch &watch, Tree tree);
+    static void note(Watch &watch, const Change &change);
     void note(const Change &change, std::string_view watched);
     void note_change(const Change &change);
     void note_everything(Tree tree);

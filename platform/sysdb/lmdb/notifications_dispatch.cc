@@ -20,21 +20,42 @@ void merge(std::uint32_t &known, std::uint32_t newer) {
 
 }  // namespace
 
+void Notifications::note(Watch &watch, const Change &change) {
+    if (!watch.resync) {
+        const auto [entry, is_new] = watch.pending.try_emplace(std::string(change.key), change.operation);
+        if (!is_new) {
+            merge(entry->second, change.operation);
+        }
+    }
+    if (watch.pending.size() > kMaxPending) {
+        watch.pending.clear();
+        watch.resync = true;
+    }
+}
+
 void Notifications::note(const Change &change, std::string_view watched) {
     for (auto [at, end] = by_key_.equal_range(watched); at != end; ++at) {
-        Watch &watch = *at->second;
-        if (!watch.resync) {
-            const auto [entry, is_new] = watch.pending.try_emplace(std::string(change.key), change.operation);
-            if (!is_new) {
-                merge(entry->second, change.operation);
-            }
-        }
-        if (watch.pending.size() > kMaxPending) {
-            watch.pending.clear();
-            watch.resync = true;
-        }
-        wake(*watch.connection);
+        note(*at->second, change);
+        wake(*at->second->connection);
     }
+}
+
+cerrno Notifications::note_since(Watch &watch, Tree tree) {
+    return Database::instance().read(tree, [&](ReadTxn &txn) -> cerrno {
+        std::uint64_t newest = 0;
+        bool gap = false;
+        cerrno rc = last_revision(txn, newest);
+        if (rc == 0 && watch.request.since > newest) {
+            return SYSDB_ERR_NOT_FOUND;
+        }
+        rc = rc != 0 ? rc : visit_changes(txn, watch.request.since, gap, [&watch](const Change &change) {
+            const bool below = watch.is_directory() && change.key.starts_with(watch.key);
+            if (below || change.key == watch.key) {
+                note(watch, change);
+            }
+        });
+        return rc == 0 && gap ? SYSDB_ERR_NOT_FOUND : rc;
+    });
 }
 
 // For watches of the key itself and of a directory above it.

@@ -263,9 +263,8 @@ cerrno directory_get_last(sysdb_conn_t conn, const char *path, char **name, uint
     });
 }
 
-cerrno register_notification(sysdb_conn_t conn, const char *path, uint32_t events, uint32_t mode,
-                             aaa_notify_cb_t callback, void *callback_arg, void *user_ctx,
-                             uint64_t *notification) {
+cerrno register_since(sysdb_conn_t conn, const char *path, uint32_t events, uint32_t mode, uint64_t revision,
+                      aaa_notify_cb_t callback, void *callback_arg, void *user_ctx, uint64_t *notification) {
     return on_connection(conn, [&](const ConnectionPtr &connection) {
         Key key = connection->prefix;
         const bool directory = *path == '\0' || names_a_directory(path);
@@ -275,8 +274,15 @@ cerrno register_notification(sysdb_conn_t conn, const char *path, uint32_t event
         }
         sweep_once();
         return Notifications::instance().add(
-            connection, key, {path, events, mode, callback, callback_arg, user_ctx}, *notification);
+            connection, key, {path, events, mode, revision, callback, callback_arg, user_ctx}, *notification);
     });
+}
+
+cerrno register_notification(sysdb_conn_t conn, const char *path, uint32_t events, uint32_t mode,
+                             aaa_notify_cb_t callback, void *callback_arg, void *user_ctx,
+                             uint64_t *notification) {
+    return register_since(conn, path, events, mode & ~SYSDB_NOTIFY_SINCE, 0, callback, callback_arg, user_ctx,
+                          notification);
 }
 
 cerrno notification_unregister(sysdb_conn_t conn, uint64_t notification) {
@@ -344,6 +350,7 @@ constexpr sysdb_provider_t kTable = {
     dispatch,
     dispatch_channel,
     apply,
+    register_since,
 };
 
 }  // namespace

@@ -152,6 +152,44 @@ TEST_F(Watch, TheInitialStateOfAnItem) {
     EXPECT_EQ(absent.wait(), 0);
 }
 
+// The revision of the last line.
+uint64_t last_revision(const std::string &shown) {
+    const std::string lines = shown.substr(0, shown.size() - 1);
+    return aaactl_test::JsonDocument::parse(lines.substr(lines.rfind('\n') + 1))["revision"].number();
+}
+
+TEST_F(Watch, BeginsAfterARevision) {
+    put("/cfg/w", "u32", "1");
+    Started first({"sysdb", "watch", "--json", "--initial", "--count", "1", "/cfg/"});
+    EXPECT_EQ(first.wait(), 0);
+    const std::string revision = std::to_string(last_revision(first.shown()));
+    put("/cfg/w", "u32", "2");
+    put("/cfg/x", "u32", "3");
+    Started second({"sysdb", "watch", "--since", revision, "--count", "2", "/cfg/"});
+    EXPECT_EQ(second.wait(), 0);
+    EXPECT_NE(second.shown().find(" set /cfg/w u32 2\n"), std::string::npos) << second.shown();
+    EXPECT_NE(second.shown().find(" create /cfg/x u32 3\n"), std::string::npos) << second.shown();
+}
+
+TEST_F(Watch, SaysWhenARevisionIsTooOld) {
+    const ScopedEnv small("AAA_SYSDB_MAP_MIB", "1");
+    std::string dump = "aaactl-dump 1 /cfg/\n";
+    for (int i = 0; i < 300; ++i) {
+        dump += "/cfg/many/" + std::to_string(i) + " u32 1\n";
+    }
+    ASSERT_EQ(aaactl({"sysdb", "load", "-"}, dump).status, 0);
+    for (const char *revision : {"1", "1000000"}) {
+        const auto run = aaactl({"sysdb", "watch", "--since", revision, "/cfg/"});
+        EXPECT_EQ(run.status, 4);
+        EXPECT_EQ(run.err, "aaactl: /cfg/: the changes since revision " + std::string(revision) +
+                               " are not known: the database has forgotten some of them, or has not reached "
+                               "this revision; use --initial instead, which begins with what is stored\n");
+    }
+    EXPECT_EQ(aaactl({"sysdb", "watch", "--since", "1"}).status, 2) << "of two trees";
+    EXPECT_EQ(aaactl({"sysdb", "watch", "--since", "x", "/cfg/"}).status, 2);
+    EXPECT_EQ(aaactl({"sysdb", "watch", "--since", "1", "--initial", "/cfg/"}).status, 2);
+}
+
 TEST_F(Watch, OtherValuesAreTypedWithEcho) {
     Started set({"sysdb", "set", "/cfg/limit", "--type", "u32"}, Started::On::terminal);
     ASSERT_TRUE(set.wait_shown("Value: "));

@@ -128,7 +128,7 @@ _aaactl_groups() {
         _aaactl_names "/cfg/gl/aaa/group-server/$protocol/"
     done
 }
-# Candidates for a positional argument, one a line: its command and name, then the positional arguments before.
+# Candidates for a positional argument, one a line: its command and name, then those before it.
 _aaactl_position() {
     local path=$1 name=$2 base word
     shift 2

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -32,16 +33,25 @@ std::string time_text(const timespec &time) {
 
 class Watch {
   public:
-    // With `initial`, what is stored now is printed before the changes.
-    Watch(Output &out, uint64_t limit, bool initial) : out_(out), limit_(limit), initial_(initial) {}
+    // With `initial`, what is stored now is printed before the changes; with `since`, the changes after that
+    // revision.
+    Watch(Output &out, uint64_t limit, bool initial, std::optional<uint64_t> since)
+        : out_(out), limit_(limit), initial_(initial), since_(since) {}
 
     void add(const std::string &tree, const std::string &path) {
         const sysdb_conn_t conn = database_.connection(tree);
         sources_.push_back(std::make_unique<Source>(Source{this, tree, path, 0, initial_, std::nullopt}));
+        const uint32_t mode =
+            SYSDB_NOTIFY_CHANGES | (initial_ ? SYSDB_NOTIFY_INITIAL : 0) | (since_ ? SYSDB_NOTIFY_SINCE : 0);
         const cerrno rc = _sysdb_register_notification(
-            conn, path.c_str() + tree.size(), SYSDB_EVENT_SET | SYSDB_EVENT_DELETE,
-            SYSDB_NOTIFY_CHANGES | (initial_ ? SYSDB_NOTIFY_INITIAL : 0), changed, sources_.back().get(), 0,
-            nullptr, 0, &sources_.back()->notification);
+            conn, path.c_str() + tree.size(), SYSDB_EVENT_SET | SYSDB_EVENT_DELETE, mode, changed,
+            sources_.back().get(), since_.value_or(0), nullptr, 0, &sources_.back()->notification);
+        if (since_ && rc == SYSDB_ERR_NOT_FOUND) {
+            throw Failure(ExitCode::not_found,
+                          tree + ": the changes since revision " + std::to_string(*since_) +
+                              " are not known: the database has forgotten some of them, or has not reached "
+                              "this revision; use --initial instead, which begins with what is stored");
+        }
         if (rc != 0) {
             throw database_failure(path, rc);
         }
@@ -190,6 +200,7 @@ class Watch {
     Output &out_;
     uint64_t limit_;
     bool initial_;
+    std::optional<uint64_t> since_;
     uint64_t seen_ = 0;
     std::vector<std::unique_ptr<Source>> sources_;
     Database database_;  // unbound first: no callback outlives its source
@@ -210,14 +221,30 @@ void add_path(Watch &watch, const std::string &path) {
     }
 }
 
+uint64_t revision_in(const std::string &text) {
+    uint64_t revision = 0;
+    const char *end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, revision);
+    if (error != std::errc() || stop != end) {
+        throw Failure(ExitCode::usage, "--since: \"" + escaped(text) + "\" is not a revision, a number");
+    }
+    return revision;
+}
+
 struct WatchOptions {
     std::string path = "/";
     uint64_t count = UINT64_MAX;
     bool initial = false;
+    std::optional<std::string> since;
 };
 
 ExitCode watch(Output &out, const WatchOptions &options) {
-    Watch watch(out, options.count, options.initial);
+    if (options.since && directory_path(options.path, true) == "/") {
+        throw Failure(ExitCode::usage,
+                      "--since: /cfg/ and /oper/ have revisions of their own; name a path in one of them");
+    }
+    Watch watch(out, options.count, options.initial,
+                options.since ? std::optional(revision_in(*options.since)) : std::nullopt);
     add_path(watch, options.path);
     watch.run(options.path);
     return ExitCode::ok;
@@ -230,13 +257,20 @@ void add_sysdb_watch(Command sysdb) {
     Command sub = sysdb.command("watch", "Print changes as they happen, until Control-C",
                                 [options](Output &out) { return watch(out, *options); });
     sub.option("PATH", options->path, "An item, or a directory with everything below (default: /)");
-    sub.flag("--initial", options->initial, "First print what is stored now, as \"present\"");
+    Argument initial =
+        sub.flag("--initial", options->initial, "First print what is stored now, as \"present\"");
+    sub.option("--since", options->since,
+               "First print the changes after this revision of the tree, as JSON tells it")
+        .type("REVISION")
+        .excludes(initial);
     sub.option("-n,--count", options->count, "End after this number of changes")
         .between(uint64_t{1}, uint64_t{UINT32_MAX});
     sub.footer(
         "Quick changes of one item may be shown as one; the last state is always shown. \"reread\": more has "
         "changed\n"
-        "than the database remembers.\n"
+        "than the database remembers. --since fails (exit status 4) when it has forgotten some of the "
+        "changes; "
+        "it\nremembers at least the last 256, by default 65536.\n"
         "JSON, one document a line: {event: present|create|set|delete|reread, time in microseconds since "
         "1970, path,\nrevision, type, value, masked or fault}\n"
         "Example: aaactl sysdb watch --json /cfg/gl/aaa/");
