@@ -121,7 +121,7 @@ void Accounting::release() {
     const auto list = std::make_shared<const std::vector<RecordPointer>>(
         needed ? sessions_.list() : std::vector<RecordPointer>());
     const auto saved = std::make_shared<bool>(!needed);
-    const auto save = [this, through, list, saved](Disk &disk) {
+    const auto save = [through, list, saved](Disk &disk) {
         *saved = *saved || disk.sessions.save(through, *list);
     };
     journal_.remove(segments, save, [=, this](Disk &disk) {

@@ -21,7 +21,6 @@ namespace {
 
 constexpr int kStartField = 22;  // of /proc/PID/stat, counted from 1
 constexpr int kFieldAfterName = 3;
-constexpr std::string_view kDigits = "0123456789";
 
 // The start time, 0 without one.
 std::uint64_t start_of(std::uint32_t pid) {

@@ -28,8 +28,8 @@ kel_msg_rec_t record_of(kel_msg_limit_t *limit, Level level, const char *mnemoni
     return record;
 }
 
-void write_line(kel_msg_limit_t *limit, Level level, const char *mnemonic, const char *format,
-                va_list arguments) {
+[[gnu::format(printf, 4, 0)]] void write_line(kel_msg_limit_t *limit, Level level, const char *mnemonic,
+                                              const char *format, va_list arguments) {
     if (level == Level::kDebug && !debug_is_on) {
         return;
     }
@@ -39,8 +39,9 @@ void write_line(kel_msg_limit_t *limit, Level level, const char *mnemonic, const
     kel_errmsg(&record, static_cast<std::uint32_t>(level), text);
 }
 
-void write_request_line(kel_msg_limit_t *limit, Level level, const char *mnemonic, const LogContext &context,
-                        const char *format, va_list arguments) {
+[[gnu::format(printf, 5, 0)]] void write_request_line(kel_msg_limit_t *limit, Level level,
+                                                      const char *mnemonic, const LogContext &context,
+                                                      const char *format, va_list arguments) {
     if (level == Level::kDebug && !debug_is_on) {
         return;
     }
