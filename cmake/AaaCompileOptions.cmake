@@ -18,9 +18,10 @@ if(CMAKE_BUILD_TYPE MATCHES "Rel" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     "$<$<BOOL:$<TARGET_PROPERTY:AAA_TEST_CODE>>:-Wno-error=array-bounds;-Wno-error=stringop-overflow;-Wno-error=stringop-overread>")
 endif()
 # clang 14 warns about the parentheses that the grammar requires around a comparison in a
-# fold expression, when the expression has one operand.
+# fold expression, when the expression has one operand. Its -Wconversion is about signs too,
+# which gcc's is not in C++.
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-  target_compile_options(aaa_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-parentheses-equality>)
+  target_compile_options(aaa_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-parentheses-equality> -Wno-sign-conversion)
 endif()
 
 add_library(aaa_instrument INTERFACE)
@@ -31,6 +32,26 @@ if(AAA_SANITIZE)
   target_compile_options(aaa_instrument INTERFACE
     -fsanitize=${AAA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
   target_link_options(aaa_instrument INTERFACE -fsanitize=${AAA_SANITIZE})
+  # clang has these checks in its runtime for C++ only, and programs in C link the libraries.
+  if(AAA_SANITIZE MATCHES "undefined" AND CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    target_compile_options(aaa_instrument INTERFACE -fno-sanitize=function,vptr)
+  endif()
+  # One runtime for a program and the libraries that it loads, as gcc has it: tests replace
+  # functions of it, preload libraries, and load them into programs of other languages.
+  if(AAA_SANITIZE MATCHES "address" AND CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND NOT AAA_BUILD_FUZZERS)
+    execute_process(COMMAND "${CMAKE_CXX_COMPILER}" -print-runtime-dir
+      OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    target_link_options(aaa_instrument INTERFACE -shared-libasan "LINKER:-rpath,${runtime}")
+    target_compile_definitions(aaa_instrument INTERFACE AAA_SHARED_ASAN)
+  endif()
+  # gcc's names for what clang 14 has only __has_feature().
+  if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    if(AAA_SANITIZE MATCHES "thread")
+      target_compile_definitions(aaa_instrument INTERFACE __SANITIZE_THREAD__)
+    elseif(AAA_SANITIZE MATCHES "address")
+      target_compile_definitions(aaa_instrument INTERFACE __SANITIZE_ADDRESS__)
+    endif()
+  endif()
   # Memory accesses are checked in calls, not in place: slower, and faster to compile.
   set(AAA_CHECK_IN_CALLS "")
   if(AAA_SANITIZE MATCHES "address" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")

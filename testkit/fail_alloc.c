@@ -20,8 +20,10 @@
 #else
 #define HAS_FEATURE(x) 0
 #endif
-#if defined(__SANITIZE_THREAD__) || HAS_FEATURE(thread_sanitizer) || HAS_FEATURE(address_sanitizer) || \
-    HAS_FEATURE(memory_sanitizer)
+/* clang links the address sanitizer's malloc into the program itself, unless it is told to
+ * use the shared runtime (-shared-libasan). gcc always uses that. */
+#if defined(__SANITIZE_THREAD__) || HAS_FEATURE(thread_sanitizer) || HAS_FEATURE(memory_sanitizer) || \
+    (HAS_FEATURE(address_sanitizer) && !defined(AAA_SHARED_ASAN))
 #define REPLACE_MALLOC 0
 #else
 #define REPLACE_MALLOC 1

@@ -410,7 +410,8 @@ TEST(ExampleClient, EndsWithAnErrorWhateverItIsAnswered) {
          }()},
         {"nothing", {}},
     };
-    for (const auto &[what, bytes] : answers) {
+    for (const auto &[what, answer] : answers) {
+        const Bytes &bytes = answer;  // a structured binding cannot be captured
         std::thread server([&] {
             const Transport client = accept_from(listener);
             static aaa_transport_msg_t request;

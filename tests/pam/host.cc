@@ -14,7 +14,7 @@ namespace {
 std::mutex log_mutex;
 std::vector<std::string> log_lines;
 
-void keep_line(const char *format, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] void keep_line(const char *format, va_list arguments) {
     char line[4096];
     std::vsnprintf(line, sizeof line, format, arguments);
     const std::lock_guard lock(log_mutex);
@@ -59,7 +59,7 @@ int talk(int count, const pam_message **messages, pam_response **responses, void
 
 extern "C" {
 
-void syslog(int, const char *format, ...);
+[[gnu::format(printf, 2, 3)]] void syslog(int, const char *format, ...);
 void syslog(int, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
@@ -68,7 +68,7 @@ void syslog(int, const char *format, ...) {
 }
 
 // What callers get that were compiled with checks of formats.
-void __syslog_chk(int, int, const char *format, ...);
+[[gnu::format(printf, 3, 4)]] void __syslog_chk(int, int, const char *format, ...);
 void __syslog_chk(int, int, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);

@@ -33,7 +33,7 @@ class Texts {
 
 inline std::string printed;  // by the plugins
 
-inline int print(int, const char *format, ...) {
+[[gnu::format(printf, 2, 3)]] inline int print(int, const char *format, ...) {
     char text[4096];
     va_list arguments;
     va_start(arguments, format);

@@ -19,7 +19,6 @@
 
 namespace {
 
-constexpr cerrno kNoTerminal = 0x22570e00u;
 constexpr cerrno kInvalidArg = 0xa2571000u;
 constexpr cerrno kBadConfig = 0xa2571600u;
 

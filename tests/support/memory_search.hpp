@@ -28,8 +28,9 @@ inline constexpr std::uintptr_t kLargestMapping = std::uintptr_t{1} << 28;
 
 // In place: a copy of the memory would be found, too.
 template <std::size_t Size>
-[[gnu::no_sanitize("address", "thread")]] std::size_t search(std::uintptr_t begin, std::uintptr_t end,
-                                                             const char (&inverted)[Size], bool erase) {
+__attribute__((no_sanitize("address", "thread"))) std::size_t search(std::uintptr_t begin, std::uintptr_t end,
+                                                                     const char (&inverted)[Size],
+                                                                     bool erase) {
     std::size_t found = 0;
     for (std::uintptr_t at = begin; at + Size <= end; ++at) {
         auto *bytes = reinterpret_cast<volatile char *>(at);

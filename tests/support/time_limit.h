@@ -22,7 +22,7 @@ static const char *volatile time_limit_what = "";
 
 static inline int time_limit_show(int fd) {
     static const char kText[] = ": has not ended within its time limit\n";
-    const char *const what = (const char *)time_limit_what;
+    const char *const what = time_limit_what;
     return write(fd, what, strlen(what)) >= 0 && write(fd, kText, sizeof kText - 1) >= 0;
 }
 
