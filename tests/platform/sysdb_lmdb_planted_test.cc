@@ -13,9 +13,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "file_checks.hpp"
+#include "private_mounts.hpp"
 #include "support/database_table.hpp"
 #include "support/machine.hpp"
 #include "support/sysdb.hpp"
@@ -26,6 +28,7 @@ namespace fs = std::filesystem;
 
 constexpr uid_t kNobody = 65534;
 constexpr gid_t kGroup = 54321;
+constexpr gid_t kAaa = 54322;
 
 #define EXPECT_HAS(text, part) EXPECT_NE(std::string::npos, (text).find(part)) << "in: " << (text)
 
@@ -203,23 +206,73 @@ TEST(SysdbPlaces, FilesOfAPrivateDirectoryArePrivate) {
     }
 }
 
-TEST(SysdbPlaces, DirectoriesGetTheGroupOfTheOneAbove) {
-    SKIP_WITHOUT_ROOT("needs another group");
-    const DatabaseSandbox sandbox;
-    ASSERT_EQ(0, chown(sandbox.root().c_str(), 0, kGroup));
-    run_forked([] {
-        ASSERT_EQ(0, setgid(kNobody));
-        use("/cfg/");
+// A process with its own /etc/group, which has the group of the AAA processes or has not.
+void with_groups(const std::string &root, bool has_group, const std::function<void()> &body) {
+    const std::string groups = root + "/group";
+    write_file(groups, "root:x:0:\ndaemon:x:1:\n" + std::string(has_group ? "aaa:x:54322:\n" : ""), 0644);
+    run_forked([&] {
+        ASSERT_TRUE(enter_private_mounts());
+        ASSERT_EQ(0, mount(groups.c_str(), "/etc/group", nullptr, MS_BIND, nullptr));
+        body();
     });
-    EXPECT_EQ(kGroup, group_of(sandbox.root() + "/cfg"));
-    EXPECT_EQ(02770u, mode_of(sandbox.root() + "/cfg"));
+}
+
+TEST(SysdbPlaces, DirectoriesGetTheGroupOfTheOneAbove) {
+    SKIP_WITHOUT_PRIVATE_MOUNTS();
+    for (const bool has_group : {false, true}) {
+        const DatabaseSandbox sandbox;
+        ASSERT_EQ(0, chown(sandbox.root().c_str(), 0, kGroup));
+        with_groups(sandbox.root(), has_group, [] {
+            ASSERT_EQ(0, setgid(kNobody));
+            use("/cfg/");
+        });
+        EXPECT_EQ(kGroup, group_of(sandbox.root() + "/cfg"));
+        EXPECT_EQ(02770u, mode_of(sandbox.root() + "/cfg"));
+    }
+}
+
+// A database that was lost, and that aaactl of root made again, was closed to the service.
+TEST(SysdbPlaces, BelowRootsGroupDirectoriesGetThatOfTheAaaProcesses) {
+    SKIP_WITHOUT_PRIVATE_MOUNTS();
+    for (const auto &[has_group, group] : {std::pair<bool, gid_t>(true, kAaa), {false, 0}}) {
+        const DatabaseSandbox sandbox;
+        with_groups(sandbox.root(), has_group, [] {
+            ASSERT_EQ(0, setgid(kNobody));
+            setenv("AAA_SYSDB_CFG_DIR", (std::string(getenv("AAA_SYSDB_CFG_DIR")) + "/a/b").c_str(), 1);
+            use("/cfg/");
+        });
+        EXPECT_EQ(group, group_of(sandbox.root() + "/cfg/a/b"));
+        EXPECT_EQ(group, group_of(sandbox.root() + "/cfg/a/b/cfg.mdb"));
+        EXPECT_EQ(02770u, mode_of(sandbox.root() + "/cfg/a/b"));
+        EXPECT_EQ(0755u, mode_of(sandbox.root() + "/cfg/a")) << "of the directories on the way";
+    }
+}
+
+// The directory above the usual run directory is in the group of the service alone.
+TEST(SysdbPlaces, UsualDirectoriesGetTheGroupOfTheAaaProcesses) {
+    SKIP_WITHOUT_PRIVATE_MOUNTS();
+    const DatabaseSandbox sandbox;
+    with_groups(sandbox.root(), true, [] {
+        unsetenv("AAA_SYSDB_CFG_DIR");
+        unsetenv("AAA_SYSDB_RUN_DIR");
+        for (const char *place : {"/run", "/var/lib"}) {
+            ASSERT_TRUE(mount_memory(place, "mode=0755"));
+            make_directory(std::string(place) + "/aaa", 0775, kGroup);
+        }
+        use("/cfg/");
+        use("/oper/");
+        EXPECT_EQ(kAaa, group_of("/var/lib/aaa/sysdb"));
+        EXPECT_EQ(kAaa, group_of("/run/aaa/sysdb"));
+        EXPECT_EQ(kAaa, group_of("/run/aaa/sysdb/oper.mdb"));
+    });
 }
 
 TEST(SysdbPlaces, GroupOfDirectoriesCanBeSet) {
-    SKIP_WITHOUT_ROOT("needs another group");
-    for (const auto &[setting, group] : {std::pair<std::string, gid_t>("54321", kGroup), {"daemon", 1}}) {
+    SKIP_WITHOUT_PRIVATE_MOUNTS();
+    for (const auto &[setting, group] :
+         {std::pair<std::string, gid_t>("54321", kGroup), {"daemon", 1}, {"root", 0}}) {
         const DatabaseSandbox sandbox;
-        run_forked([&setting = setting] {
+        with_groups(sandbox.root(), true, [&setting = setting] {
             setenv("AAA_SYSDB_GROUP", setting.c_str(), 1);
             use("/cfg/");
         });
@@ -231,7 +284,6 @@ TEST(SysdbPlaces, GroupOfDirectoriesCanBeSet) {
         use("/cfg/");
     });
     EXPECT_HAS(log, "AAA_SYSDB_GROUP=no such group");
-    EXPECT_EQ(0u, group_of(sandbox.root() + "/cfg"));
 }
 
 // A user who is not in the group above makes the directory for itself.

@@ -41,7 +41,7 @@ int make(const std::string &path, mode_t mode, gid_t &group) {
     if (!above) {
         return errno;
     }
-    return make_directory(above.get(), name_of(path), {mode, group_setting().value_or(group)}, path);
+    return make_directory(above.get(), name_of(path), {mode, group_of_new_directory(path, group)}, path);
 }
 
 // The advised commands do not follow a link that a member of the group puts in the place of

@@ -10,6 +10,7 @@
 
 #include <charconv>
 #include <cstdlib>
+#include <optional>
 #include <string_view>
 
 #include "descriptor.hpp"
@@ -22,6 +23,8 @@ constexpr char kMapVariable[] = "AAA_SYSDB_MAP_MIB";
 constexpr char kCfgDefault[] = "/var/lib/aaa/sysdb";
 constexpr char kRunDefault[] = "/run/aaa/sysdb";
 constexpr char kGroupFile[] = "/etc/group";
+constexpr char kGroupOfProcesses[] = "aaa";
+constexpr gid_t kGroupOfRoot = 0;
 
 constexpr std::size_t kMebibyte = std::size_t{1024} * 1024;
 constexpr unsigned long kDefaultMapMebibytes = 256;
@@ -86,15 +89,7 @@ std::optional<gid_t> group_of_name(std::string_view name) {
     return std::nullopt;
 }
 
-}  // namespace
-
-Settings read_settings() {
-    return {directory_from(kCfgVariable, kCfgDefault) + "/cfg.mdb",
-            directory_from(kRunVariable, kRunDefault) + "/oper.mdb",
-            number_from(kMapVariable, kMaxMapMebibytes, kDefaultMapMebibytes) * kMebibyte,
-            static_cast<long>(number_from(kWaitVariable, kMaxWait, kDefaultWait))};
-}
-
+// The group that the administrator names.
 std::optional<gid_t> group_setting() {
     const char *value = secure_getenv(kGroupVariable);
     if (value == nullptr || *value == '\0') {
@@ -106,10 +101,27 @@ std::optional<gid_t> group_setting() {
     }
     const std::optional<gid_t> group = group_of_name(value);
     if (!group) {
-        log(kLogWarning, "%s=%s: %s has no such group; the group of the directory above is used",
-            kGroupVariable, value, kGroupFile);
+        log(kLogWarning, "%s=%s: %s has no such group, so the setting is not used", kGroupVariable, value,
+            kGroupFile);
     }
     return group;
+}
+
+}  // namespace
+
+Settings read_settings() {
+    return {directory_from(kCfgVariable, kCfgDefault) + "/cfg.mdb",
+            directory_from(kRunVariable, kRunDefault) + "/oper.mdb",
+            number_from(kMapVariable, kMaxMapMebibytes, kDefaultMapMebibytes) * kMebibyte,
+            static_cast<long>(number_from(kWaitVariable, kMaxWait, kDefaultWait))};
+}
+
+gid_t group_of_new_directory(const std::string &path, gid_t above) {
+    if (const auto chosen = group_setting()) {
+        return *chosen;
+    }
+    const bool is_usual = path == kCfgDefault || path == kRunDefault;
+    return is_usual || above == kGroupOfRoot ? group_of_name(kGroupOfProcesses).value_or(above) : above;
 }
 
 bool has_callers_rights_only() {

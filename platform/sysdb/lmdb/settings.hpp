@@ -6,7 +6,6 @@
 #include <sys/types.h>
 
 #include <cstddef>
-#include <optional>
 #include <string>
 
 namespace sysdb_lmdb {
@@ -27,8 +26,11 @@ struct Settings {
 // Ignored, as all of them are, in a process with more rights than its user.
 Settings read_settings();
 
-// The group of directories that are made, if the administrator names one.
-std::optional<gid_t> group_setting();
+// The group of the directory at a path, which is made in one of the group `above`. Members of
+// the group of the AAA processes use the database, and so does a service that is not root: a
+// directory that root makes anew where root's group has the one above would shut them out. The
+// run directory is in one of the service's own group.
+gid_t group_of_new_directory(const std::string &path, gid_t above);
 
 // False in a process with more rights than the user who started it (set-user-ID, file
 // capabilities). That user chooses its groups, limits and descriptors, so it must make
