@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "net/address.hpp"
+#include "net/certificate_names.hpp"
 #include "net/revocation.hpp"
 #include "net/stream.hpp"
 
@@ -151,7 +152,8 @@ TlsContext::~TlsContext() {
 
 // ---- a session ----------------------------------------------------------------------------
 
-TlsSession::TlsSession(ssl_ctx_st *context, int socket, const std::string &name) : ssl_(nullptr) {
+TlsSession::TlsSession(ssl_ctx_st *context, int socket, const std::string &name)
+    : ssl_(nullptr), name_(name) {
     ERR_clear_error();
     if (name.empty() || name.find('\0') != std::string::npos) {
         reason_ = "there is no name to check the server's certificate with";
@@ -181,18 +183,52 @@ TlsSession::TlsSession(ssl_ctx_st *context, int socket, const std::string &name)
         return;
     }
     SSL_set_connect_state(ssl_);
+    SSL_set_app_data(ssl_, this);
+    SSL_set_verify(ssl_, SSL_VERIFY_PEER, on_verified);
 }
 
 TlsSession::~TlsSession() {
     SSL_free(ssl_);
 }
 
-// With TLS 1.3 this side has agreed before the server looks at its certificate, and the alert of a
+// Why an error of OpenSSL has ended the session; advice where its own words do not give it.
+std::string TlsSession::openssl_failure() const {
+    const int reason = ERR_GET_REASON(ERR_peek_error());
+    const bool is_version =
+        reason == SSL_R_TLSV1_ALERT_PROTOCOL_VERSION || reason == SSL_R_UNSUPPORTED_PROTOCOL;
+    return "TLS: " + openssl_reason() +
+           (is_version ? std::string("; the server offers only older versions of TLS than ") +
+                             oldest_version() + ", which is needed"
+                       : "");
+}
+
+// OpenSSL forgets the certificate of a server that it refuses.
+int TlsSession::on_verified(int is_good, x509_store_ctx_st *store) {
+    const int error = X509_STORE_CTX_get_error(store);
+    if (is_good == 0 && (error == X509_V_ERR_HOSTNAME_MISMATCH || error == X509_V_ERR_IP_ADDRESS_MISMATCH)) {
+        auto *ssl =
+            static_cast<SSL *>(X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
+        auto *self = static_cast<TlsSession *>(SSL_get_app_data(ssl));
+        self->mismatch_ = ": " + name_mismatch(X509_STORE_CTX_get0_cert(store), self->name_);
+    }
+    return is_good;
+}
+
+const char *TlsSession::oldest_version() const {
+    return SSL_get_min_proto_version(ssl_) == TLS1_3_VERSION ? "1.3" : "1.2";
+}
+
+// Why a connection may have been closed. Some servers send no alert when no version suits them. With
+// TLS 1.3 this side has agreed before the server looks at its certificate, and the alert of a
 // server that refuses it is lost when it closes the connection at once.
-const char *TlsSession::guess() const {
-    return connected_ && !received_
-               ? "; it may demand a certificate of this side, or not trust the one that it was shown"
-               : "";
+std::string TlsSession::guess() const {
+    if (!connected_) {
+        return std::string(
+                   " before TLS was agreed on; it may not speak TLS there, or only versions before ") +
+               oldest_version();
+    }
+    return received_ ? ""
+                     : "; it may demand a certificate of this side, or not trust the one that it was shown";
 }
 
 TlsSession::Result TlsSession::result_of(int rc) {
@@ -218,14 +254,14 @@ TlsSession::Result TlsSession::result_of(int rc) {
     const long verified = SSL_get_verify_result(ssl_);
     if (!connected_ && verified != X509_V_OK) {
         reason_ = std::string("the server's certificate is refused: ") +
-                  X509_verify_cert_error_string(verified) + advice_on_refusal(verified);
+                  X509_verify_cert_error_string(verified) + mismatch_ + advice_on_refusal(verified);
         ERR_clear_error();
     } else if (ERR_GET_REASON(ERR_peek_error()) == SSL_R_UNEXPECTED_EOF_WHILE_READING) {
-        reason_ = "the server has closed the connection without ending TLS";
-        reason_ += guess();
+        reason_ = std::string("the server has closed the connection") +
+                  (connected_ ? " without ending TLS" : "") + guess();
         ERR_clear_error();
     } else {
-        reason_ = "TLS: " + openssl_reason();
+        reason_ = openssl_failure();
     }
     return Result::kFailed;
 }

@@ -9,6 +9,7 @@
 
 struct ssl_ctx_st;
 struct ssl_st;
+struct x509_store_ctx_st;
 
 namespace net {
 
@@ -36,12 +37,17 @@ class TlsSession {
     const std::string &reason() const { return reason_; }
 
   private:
+    static int on_verified(int is_good, x509_store_ctx_st *store);
     Result result_of(int rc);
-    const char *guess() const;
+    std::string openssl_failure() const;
+    const char *oldest_version() const;
+    std::string guess() const;
 
     ssl_st *ssl_;
     bool connected_ = false;
     bool received_ = false;  // something, after TLS was agreed on
+    const std::string name_;
+    std::string mismatch_;  // of the server's names and the expected one
     std::string reason_;
 };
 

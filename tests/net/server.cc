@@ -74,8 +74,10 @@ Server::Server(const Identity &identity, const Identity *client_authority) : Ser
     }
 }
 
-void Server::allow_up_to(int version) {
+void Server::offer_only(int version) {
+    SSL_CTX_set_min_proto_version(context_.get(), version);
     SSL_CTX_set_max_proto_version(context_.get(), version);
+    SSL_CTX_set_security_level(context_.get(), 0);  // otherwise OpenSSL does not offer the oldest
 }
 
 ServerSide Server::accept() {
@@ -91,6 +93,22 @@ ServerSide Server::accept() {
     ServerSide made(std::move(socket), ssl);
     made.usable_ = usable;
     return made;
+}
+
+std::string version_offered_at(const net::Address &server) {
+    const std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context(SSL_CTX_new(TLS_client_method()),
+                                                                    SSL_CTX_free);
+    SSL_CTX_set_min_proto_version(context.get(), TLS1_VERSION);
+    SSL_CTX_set_security_level(context.get(), 0);
+    const net::Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(connect(socket.get(), server.get(), server.size()), 0);
+    const std::unique_ptr<SSL, decltype(&SSL_free)> ssl(SSL_new(context.get()), SSL_free);
+    SSL_set_fd(ssl.get(), socket.get());
+    const std::string version = SSL_connect(ssl.get()) == 1 ? SSL_get_version(ssl.get()) : "";
+    char byte;
+    while (SSL_read(ssl.get(), &byte, 1) > 0) {  // a server that still writes would get SIGPIPE
+    }
+    return version;
 }
 
 }  // namespace net_test

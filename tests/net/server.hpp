@@ -48,8 +48,8 @@ class Server {
     Server(const Identity &identity, const Identity *client_authority = nullptr);
 
     const net::Address &address() const { return address_; }
-    // Limits the protocol, as SSL_CTX_set_max_proto_version().
-    void allow_up_to(int version);
+    // Offers one version of TLS, as SSL_CTX_set_max_proto_version() takes it, an old one too.
+    void offer_only(int version);
     ServerSide accept();
 
   private:
@@ -57,5 +57,8 @@ class Server {
     net::Address address_;
     std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_{nullptr, SSL_CTX_free};
 };
+
+// The version of TLS that a server agrees on with a client that takes any; "" without an agreement.
+std::string version_offered_at(const net::Address &server);
 
 }  // namespace net_test

@@ -58,14 +58,22 @@ TEST_F(Tls, ChecksTheNameOfTheServer) {
     EXPECT_EQ(refusal(both, "aaa.test", context), "");
     EXPECT_EQ(refusal(both, "127.0.0.1", context), "");
     EXPECT_EQ(refusal(both, "one.wild.test", context), "");
-    EXPECT_EQ(refusal(both, "bbb.test", context), "the server's certificate is refused: hostname mismatch");
+    const std::string refused = "the server's certificate is refused: ";
+    const std::string names =
+        " is expected, and the certificate is for \"aaa.test\", \"*.wild.test\", \"127.0.0.1\"; ";
+    const std::string advice = "correct the server's name in its settings, or its certificate";
+    EXPECT_EQ(refusal(both, "bbb.test", context),
+              refused + "hostname mismatch: \"bbb.test\"" + names + advice);
     EXPECT_EQ(refusal(both, "127.0.0.2", context),
-              "the server's certificate is refused: IP address mismatch");
+              refused + "IP address mismatch: \"127.0.0.2\"" + names + advice);
     EXPECT_EQ(refusal(both, "one.two.wild.test", context),
-              "the server's certificate is refused: hostname mismatch");
+              refused + "hostname mismatch: \"one.two.wild.test\"" + names + advice);
     // The common name alone does not count.
     EXPECT_EQ(refusal(server_identity(""), "aaa.test", context),
-              "the server's certificate is refused: hostname mismatch");
+              refused +
+                  "hostname mismatch: \"aaa.test\" is expected, and the certificate has no alternative name "
+                  "of a host or an address; its common name does not count; " +
+                  advice);
 }
 
 TEST_F(Tls, RefusesCertificatesThatProveNothing) {
@@ -125,25 +133,29 @@ TEST_F(Tls, RefusesOldVersions) {
     newest.version_1_3_only = true;
     const auto with_1_2 = trusting();
     const auto with_1_3 = trusting(newest);
-    const auto agreed = [&](int version, const std::shared_ptr<const TlsContext> &context) {
+    const auto agreed = [&](int version, const char *name, const std::shared_ptr<const TlsContext> &context) {
         Server server(identity);
-        server.allow_up_to(version);
+        server.offer_only(version);
         std::thread other([&] {
+            server.accept();
             ServerSide side = server.accept();
             if (side.usable()) {
                 side.write("x");
             }
         });
+        EXPECT_EQ(net_test::version_offered_at(server.address()), name) << "what is refused must be offered";
         Client client(loop_, server.address(), {context, "aaa.test"});
         client.run_until([&] { return client.closed || !client.received.empty(); });
         client.stream.reset();
         other.join();
-        return client.connected;
+        return client.connected ? std::string("agreed") : client.reason;
     };
-    EXPECT_TRUE(agreed(TLS1_2_VERSION, with_1_2));
-    EXPECT_FALSE(agreed(TLS1_1_VERSION, with_1_2));
-    EXPECT_TRUE(agreed(TLS1_3_VERSION, with_1_3));
-    EXPECT_FALSE(agreed(TLS1_2_VERSION, with_1_3));
+    const std::string older = "the server offers only older versions of TLS than ";
+    EXPECT_EQ(agreed(TLS1_2_VERSION, "TLSv1.2", with_1_2), "agreed");
+    EXPECT_NE(agreed(TLS1_1_VERSION, "TLSv1.1", with_1_2).find(older + "1.2"), std::string::npos);
+    EXPECT_NE(agreed(TLS1_VERSION, "TLSv1", with_1_2).find(older + "1.2"), std::string::npos);
+    EXPECT_EQ(agreed(TLS1_3_VERSION, "TLSv1.3", with_1_3), "agreed");
+    EXPECT_NE(agreed(TLS1_2_VERSION, "TLSv1.2", with_1_3).find(older + "1.3"), std::string::npos);
 }
 
 TEST_F(Tls, TellsAProperEndFromACut) {

@@ -97,6 +97,37 @@ TEST(Radsec, RefusesACertificateThatSignsItself) {
     EXPECT_EQ(client->counters().connection_failures, 1U);
 }
 
+TEST(Radsec, RefusesVersionsOfTlsBefore12) {
+    for (const int version : {TLS1_1_VERSION, TLS1_2_VERSION}) {
+        net::Loop loop;
+        const TestTls tls;
+        TlsServer server(
+            [version](Server &listener) {
+                listener.offer_only(version);
+                ServerSide side = listener.accept();
+                EXPECT_EQ(side.usable(), version == TLS1_2_VERSION);
+                if (side.usable()) {
+                    side.write(answer_to(next_packet(side)));
+                }
+            },
+            tls);
+        ServerSettings settings = server.settings(tls);
+        settings.tries = 1;
+        const auto client = make_client(loop, settings);
+        Result result(loop);
+        client->ask(login(), result.done());
+        const Outcome outcome = result.wait();
+        if (version == TLS1_2_VERSION) {
+            EXPECT_EQ(outcome.kind, Kind::kAnswer) << outcome.text;
+        } else {
+            EXPECT_EQ(outcome.kind, Kind::kRefused);
+            EXPECT_NE(outcome.text.find("the server offers only older versions of TLS than 1.2"),
+                      std::string::npos)
+                << outcome.text;
+        }
+    }
+}
+
 TEST(Radsec, SendsAgainWhatWasOnALostConnection) {
     net::Loop loop;
     const TestTls tls;

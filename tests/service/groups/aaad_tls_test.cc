@@ -111,7 +111,8 @@ TEST_F(AaadTls, ACertificateThatProvesNothingIsToldNothing) {
         Identity identity;
         const char *reason;
     } rows[] = {
-        {signed_for("DNS:other.test"), "hostname mismatch"},
+        {signed_for("DNS:other.test"),
+         "hostname mismatch: \"tacacs.test\" is expected, and the certificate is for \"other.test\""},
         {signed_for("DNS:tacacs.test", -3600), "certificate has expired"},
         {make_identity(foreign), "unable to get local issuer certificate"},
     };
@@ -253,7 +254,8 @@ TEST_F(AaadRadsec, WithoutItsCertificateOrTheRightNameTheNextMethodIsAsked) {
     setting("server-name", "other.test");
     aaad_.reload();
     EXPECT_EQ(aaad_.login(ask_as("alice", "from the file")).method, uint32_t{AAA_METHOD_LOCAL});
-    EXPECT_TRUE(aaad_.wait_for_log("hostname mismatch"));
+    EXPECT_TRUE(aaad_.wait_for_log(
+        "hostname mismatch: \"other.test\" is expected, and the certificate is for \"aaa.test\""));
     setting("server-name", "aaa.test");
     aaad_.reload();
     EXPECT_EQ(aaad_.login().text, "Hello, Alice");
