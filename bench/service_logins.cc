@@ -128,6 +128,8 @@ service::SnapshotPtr configuration(std::uint16_t port, std::uint16_t silent_port
                        {service::Ask::kAccounting, service::AccessRule::Who::kAny, 0, 0, false}};
     settings->accounting.journal = journal;
     settings->clients_per_user = kInFlight + 1;
+    settings->logins_at_once = kInFlight;  // all are of one user
+    settings->lockout.failures = 1000000;
     service::Server server;
     server.entry = server.host = "127.0.0.1";
     server.port = server.accounting_port = port;
@@ -176,7 +178,8 @@ service::SnapshotPtr configuration(std::uint16_t port, std::uint16_t silent_port
     if (!recorder.is_open()) {
         fail("the journal cannot be used");
     }
-    const service::Deciders deciders{loop, workers, backends, lockout, trace};
+    service::Turns turns(loop, lockout);
+    const service::Deciders deciders{loop, workers, backends, lockout, trace, turns};
     service::Listener listener(deciders,
                                [](const service::Request &, const std::function<void(cerrno)> &) {});
     listener.use(snapshot);

@@ -95,6 +95,29 @@ bool Lockout::is_locked(std::string_view user, std::string_view source, Time now
     return (pair != nullptr && pair->locked_until > now) || (whole != nullptr && whole->locked_until > now);
 }
 
+std::uint32_t Lockout::left(const Entry *entry, Time now, std::uint32_t most,
+                            const LockoutSettings &settings) {
+    if (entry == nullptr || is_over(*entry, now, settings)) {
+        return most;
+    }
+    return entry->locked_until != 0 || entry->failures >= most ? 0 : most - entry->failures;
+}
+
+Lockout::Left Lockout::left(std::string_view user, std::string_view source, Time now,
+                            const LockoutSettings &settings) const {
+    Left found = {UINT32_MAX, UINT32_MAX};
+    if (exempt(user, source, settings)) {
+        return found;
+    }
+    const std::uint64_t from = hash_(source);
+    found.of_user =
+        left(find(pairs_[from % kSets], pair_tag(user, source)), now, settings.failures, settings);
+    if (settings.source_failures != 0 && !source.empty()) {
+        found.of_source = left(find(sources_[from % kSets], from), now, settings.source_failures, settings);
+    }
+    return found;
+}
+
 bool Lockout::failed(std::string_view user, std::string_view source, Time now,
                      const LockoutSettings &settings) {
     if (exempt(user, source, settings)) {

@@ -29,6 +29,13 @@ class Lockout {
     // Whether logins of a user from a source are refused now.
     bool is_locked(std::string_view user, std::string_view source, Time now,
                    const LockoutSettings &settings) const;
+    // Failures that are left before a lock-out; 0 while it lasts.
+    struct Left {
+        std::uint32_t of_user;  // from the source
+        std::uint32_t of_source;
+    };
+    Left left(std::string_view user, std::string_view source, Time now,
+              const LockoutSettings &settings) const;
     // Counts a failure. True when it locks.
     bool failed(std::string_view user, std::string_view source, Time now, const LockoutSettings &settings);
     // Forgets the failures of a user from a source; those of the source remain, because an
@@ -55,6 +62,8 @@ class Lockout {
 
     static bool exempt(std::string_view user, std::string_view source, const LockoutSettings &settings);
     static bool is_over(const Entry &entry, Time now, const LockoutSettings &settings);
+    static std::uint32_t left(const Entry *entry, Time now, std::uint32_t most,
+                              const LockoutSettings &settings);
     static const Entry *find(const Set &set, std::uint64_t tag);
     static Entry *place_for(Set &set, std::uint64_t tag, std::uint64_t source, Time now,
                             const LockoutSettings &settings);

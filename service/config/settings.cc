@@ -236,6 +236,8 @@ constexpr Key kKeys[] = {
      [](Reader &r, Words w) { return read_number(r, w, 100, 3600000, r.settings.patience_ms); }},
     {"longest-request", 1, 1, false,
      [](Reader &r, Words w) { return read_number(r, w, 100, 3600000, r.settings.longest_ms); }},
+    {"logins-at-once", 1, 1, false,
+     [](Reader &r, Words w) { return read_number(r, w, 0, 65536, r.settings.logins_at_once); }},
     {"hash-threads", 1, 1, false,
      [](Reader &r, Words w) { return read_number(r, w, 1, 64, r.settings.hash_threads); }},
     {"fallback", 1, 4, false, read_fallback},

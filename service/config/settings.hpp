@@ -81,6 +81,7 @@ struct Settings {
     std::uint32_t idle_s = 300;
     std::uint32_t patience_ms = 30000;    // of clients that do not say
     std::uint32_t longest_ms = 120000;    // no request is worked on for longer
+    std::uint32_t logins_at_once = 8;     // of one user from one source; 0: no limit
     std::uint32_t hash_threads = 0;       // 0: one for each processor
     std::vector<std::uint32_t> fallback;  // methods (AAA_METHOD_...) while there is no usable configuration
     bool force_configuration = false;

@@ -12,6 +12,7 @@
 #include "aaa/types.h"
 #include "backends/backend.hpp"
 #include "decision/open_login.hpp"
+#include "decision/turns.hpp"
 
 namespace service {
 
@@ -26,6 +27,7 @@ struct PendingLogin {
     std::shared_ptr<Dialogue> dialogue;
     unsigned rounds = 0;
     bool changes_password = false;
+    std::unique_ptr<Turn> turn;       // given up when the failure of the open login is counted
     std::unique_ptr<OpenLogin> open;  // set when the user has answered before
 };
 

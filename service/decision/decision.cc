@@ -69,6 +69,7 @@ void Decision::begin(std::shared_ptr<PendingLogin> pending) {
         place = pending->place;
         dialogue = pending->dialogue;
         open_login_ = std::move(pending->open);
+        turn_ = std::move(pending->turn);
         if (question_.round > kMostRounds) {
             soon([this] {
                 fail_without_method("the login has taken too many rounds", AAA_ERR_INVALID_CLIENT_DATA, true);
@@ -88,10 +89,14 @@ void Decision::begin(std::shared_ptr<PendingLogin> pending) {
         list_ = *choice.list;
         trace(Step::kList, path_, question_.snapshot->is_fallback ? "the fallback of aaad.conf" : "");
     }
-    if (question_.function == Function::kAuthentication && question_.password &&
-        deciders_.lockout.is_locked(question_.user, question_.source, deciders_.loop.now(),
-                                    question_.snapshot->settings->lockout)) {
+    if (is_locked_out()) {
         pretend_to_check();
+        return;
+    }
+    if (turn_ != nullptr) {
+        turn_->resume();
+    } else if (question_.function == Function::kAuthentication && !question_.user.empty()) {
+        wait_for_turn(place, dialogue);
         return;
     }
     if (list_.broadcast && question_.function == Function::kAccounting) {
@@ -99,6 +104,54 @@ void Decision::begin(std::shared_ptr<PendingLogin> pending) {
     } else {
         soon([this, place, dialogue] { ask(place, dialogue); });
     }
+}
+
+bool Decision::is_locked_out() const {
+    return question_.function == Function::kAuthentication && question_.password &&
+           deciders_.lockout.is_locked(question_.user, question_.source, deciders_.loop.now(),
+                                       question_.snapshot->settings->lockout);
+}
+
+void Decision::wait_for_turn(std::size_t place, const std::shared_ptr<Dialogue> &dialogue) {
+    turn_ = deciders_.turns.take(
+        question_, [this, place, dialogue](bool has_come) { take_turn(has_come, place, dialogue); });
+    if (Turns::is_waiting(*turn_)) {
+        trace(Step::kList, path_, "waits until other logins of the user or from there are answered");
+        static kel_msg_limit_t limit = {60, {}};
+        log_limited(limit, Level::kNotice, "LOGINS_WAIT", context("list", path_),
+                    "many logins of %s or from %s are under way: further ones wait for them, see "
+                    "\"logins-at-once\" in aaad.conf",
+                    question_.user.c_str(),
+                    question_.source.empty() ? "the console" : question_.source.c_str());
+        wait_ = std::make_unique<net::Timer>(deciders_.loop, [this] {
+            turn_.reset();
+            fail_without_method("other logins of the user, or from there, were under way the whole time",
+                                AAA_ERR_NO_METHODS_AVAILABLE, true);
+        });
+        wait_->set(deadline_);
+    }
+}
+
+void Decision::take_turn(bool has_come, std::size_t place, std::shared_ptr<Dialogue> dialogue) {
+    wait_.reset();
+    if (!has_come) {
+        fail_without_method("too many logins of the user, or from there, are under way",
+                            AAA_ERR_NO_METHODS_AVAILABLE, true);
+    } else if (is_locked_out()) {
+        turn_.reset();
+        pretend_to_check();
+    } else {
+        ask(place, std::move(dialogue));
+    }
+}
+
+bool Decision::goes_on_without_client(std::function<void()> over) {
+    const bool is_at_server = question_.function == Function::kAuthentication && question_.password &&
+                              !asked_.empty() && asked_.back()->is_remote && !asked_.back()->is_over;
+    if (is_at_server) {
+        done_ = [over = std::move(over)](const Answer &) { over(); };
+    }
+    return is_at_server;
 }
 
 // A locked login gets the answer of a wrong password, after the time that one takes.
@@ -228,16 +281,13 @@ void Decision::next_or_end(std::size_t place, const Outcome &outcome) {
                                                             : AAA_ERR_NO_METHODS_AVAILABLE);
 }
 
-// Failed and successful logins are counted for the lock-out.
 // Whether other logins that were under way have locked out the user: of a hundred passwords that are
 // tried at once, only those before the lock-out count.
 bool Decision::was_locked_out(const Outcome &outcome) const {
-    return outcome.kind == Outcome::Kind::kPass && question_.function == Function::kAuthentication &&
-           question_.password && !is_password_change(question_) &&
-           deciders_.lockout.is_locked(question_.user, question_.source, deciders_.loop.now(),
-                                       question_.snapshot->settings->lockout);
+    return outcome.kind == Outcome::Kind::kPass && !is_password_change(question_) && is_locked_out();
 }
 
+// Failed and successful logins are counted for the lock-out.
 void Decision::count(const Outcome &outcome, const std::string &method) {
     if (open_login_ != nullptr) {
         open_login_->decided();
@@ -297,10 +347,15 @@ void Decision::challenge(std::size_t place, Outcome outcome) {
                        std::move(outcome.dialogue),
                        question_.round + 1,
                        is_password_change(question_),
+                       nullptr,
                        std::move(open_login_)};
     if (question_.password && answer.pending->open == nullptr) {
         answer.pending->open =
             std::make_unique<OpenLogin>(deciders_.lockout, question_, list_.methods[place].text());
+    }
+    if (answer.pending->open != nullptr && turn_ != nullptr) {
+        turn_->pause();
+        answer.pending->turn = std::move(turn_);
     }
     finish(std::move(answer));
 }
@@ -318,6 +373,8 @@ void Decision::fail_without_method(const std::string &why, cerrno error, bool en
 
 // The answer is the last thing that the decision does: its owner may destroy it.
 void Decision::finish(Answer answer) {
+    open_login_.reset();
+    turn_.reset();  // what came of it is counted now
     trace_answer(answer);
     if (deciders_.observe) {
         deciders_.observe(question_, answer, net::Loop::clock() - begun_);

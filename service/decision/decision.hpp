@@ -17,6 +17,7 @@
 #include "base/trace.hpp"
 #include "decision/answer.hpp"
 #include "decision/list_choice.hpp"
+#include "decision/turns.hpp"
 #include "net/loop.hpp"
 
 namespace service {
@@ -28,6 +29,7 @@ struct Deciders {
     const Backends &backends;
     Lockout &lockout;
     Trace &trace;
+    Turns &turns;
     // Told of each answer, and what working on it took; may be empty.
     std::function<void(const Question &, const Answer &, net::Time took)> observe = {};
 };
@@ -46,6 +48,12 @@ class Decision {
 
     const Question &question() const { return question_; }
 
+    // The client has gone. Whether a password is on its way to a server, so that the decision has to go
+    // on: the server's refusal is counted as if the client had waited for it. Otherwise whoever tries
+    // passwords would leave whenever a server takes longer than for the right one. `over` is
+    // called in place of `done`; it may destroy the decision.
+    bool goes_on_without_client(std::function<void()> over);
+
   private:
     // A method that is being asked. Accounting with broadcast asks several at once.
     struct Asked {
@@ -59,6 +67,9 @@ class Decision {
     };
 
     void begin(std::shared_ptr<PendingLogin> pending);
+    void wait_for_turn(std::size_t place, const std::shared_ptr<Dialogue> &dialogue);
+    void take_turn(bool has_come, std::size_t place, std::shared_ptr<Dialogue> dialogue);
+    bool is_locked_out() const;
     void ask_all();
     bool is_askable(std::size_t place) const;
     std::vector<std::size_t> asked_together(std::size_t place);
@@ -93,8 +104,10 @@ class Decision {
     net::Time begun_ = net::Loop::clock();
     net::Time deadline_;  // by which the answer is sent
     std::vector<std::unique_ptr<Asked>> asked_;
-    std::size_t open_ = 0;  // of a broadcast: methods that have not answered
-    std::size_t kept_ = 0;  // of a broadcast: methods that keep the record
+    std::size_t open_ = 0;              // of a broadcast: methods that have not answered
+    std::size_t kept_ = 0;              // of a broadcast: methods that keep the record
+    std::unique_ptr<Turn> turn_;        // of a login, until it is counted
+    std::unique_ptr<net::Timer> wait_;  // for the turn
     std::unique_ptr<Attempt> pretence_;
     std::unique_ptr<OpenLogin> open_login_;  // of an earlier round
     std::shared_ptr<int> alive_ = std::make_shared<int>();

@@ -105,19 +105,21 @@ void Connection::on_events(std::uint32_t events) {
     serve();
 }
 
-// The client has gone, so nothing comes of its request.
+// The client has gone, so no one is told what comes of its request.
 void Connection::leave() {
     log(Level::kDebug, "CLIENT_GONE", {id_, "", "answer", "", peer_.pid}, "client %d left before its answer",
         peer_.pid);
     if (decision_ != nullptr) {
-        const Question &question = decision_->question();
+        const Question question = decision_->question();
+        const bool is_kept = host_.keep(std::move(decision_));
         TraceEvent event{0,
                          net::Loop::clock(),
                          id_,
                          Step::kAnswer,
                          question.user,
                          "none",
-                         "the client left before its answer",
+                         is_kept ? "the client left before its answer; what the server says is counted"
+                                 : "the client left before its answer",
                          function_word(question.function),
                          "cancelled"};
         host_.deciders().trace.add(std::move(event));

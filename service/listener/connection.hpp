@@ -35,6 +35,8 @@ class ConnectionHost {
     virtual aaa_transport_msg_t &buffer() = 0;  // for one message at a time
     virtual LoginId new_id() = 0;
     virtual bool is_draining() const = 0;
+    // Takes the decision of a client that has gone.
+    virtual bool keep(std::unique_ptr<Decision> decision) = 0;
     virtual void configure(const Request &request, std::function<void(cerrno)> done) = 0;
     // Destroys the connection.
     virtual void remove(Connection *connection) = 0;

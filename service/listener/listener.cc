@@ -213,6 +213,19 @@ void Listener::remove(Connection *connection) {
     }
 }
 
+// Of one user and source, not more than may be worked on at once.
+bool Listener::keep(std::unique_ptr<Decision> decision) {
+    Decision *const key = decision.get();
+    const auto over = [this, key] {
+        without_client_.remove_if([key](const auto &kept) { return kept.get() == key; });
+    };
+    if (without_client_.size() >= snapshot_->settings->clients_max || !key->goes_on_without_client(over)) {
+        return false;
+    }
+    without_client_.push_back(std::move(decision));
+    return true;
+}
+
 void Listener::drain(std::function<void()> done) {
     retry_.cancel();
     watch_.reset();

@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <string>
@@ -54,6 +55,7 @@ class Listener : private ConnectionHost {
     aaa_transport_msg_t &buffer() override { return *buffer_; }
     LoginId new_id() override { return next_id_++; }
     bool is_draining() const override { return drained_ != nullptr; }
+    bool keep(std::unique_ptr<Decision> decision) override;
     void configure(const Request &request, std::function<void(cerrno)> done) override {
         configure_(request, std::move(done));
     }
@@ -80,6 +82,7 @@ class Listener : private ConnectionHost {
     net::Timer retry_;
     std::map<Connection *, std::unique_ptr<Connection>> connections_;
     std::map<uid_t, std::size_t> by_user_;
+    std::list<std::unique_ptr<Decision>> without_client_;
     std::function<void()> drained_;
 };
 

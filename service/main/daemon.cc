@@ -109,7 +109,7 @@ int Daemon::run() {
     recorder_.use(first);
     recorder_.open();
     deciders_ = std::make_unique<Deciders>(
-        Deciders{loop_, *workers_, backends_, lockout_, trace_,
+        Deciders{loop_, *workers_, backends_, lockout_, trace_, turns_,
                  [this](const Question &question, const Answer &answer, net::Time took) {
                      monitor_->answered(question, answer, took);
                  }});
@@ -119,7 +119,7 @@ int Daemon::run() {
                                            });
     listener_->use(first);
     monitor_ = std::make_unique<Monitor>(
-        loop_, Sources{groups_, recorder_, lockout_, *workers_, *listener_, *keeper_});
+        loop_, Sources{groups_, recorder_, lockout_, turns_, *workers_, *listener_, *keeper_});
     groups_.observe([this](const ServerClient &server, Use use, ServerResult::Kind kind, net::Time took) {
         monitor_->server_answered(server, use, kind, took);
     });

@@ -43,6 +43,7 @@ class Daemon {
     net::Loop loop_;
     Trace trace_;
     Lockout lockout_;
+    Turns turns_{loop_, lockout_};
     Groups groups_;
     Recorder recorder_;
     Backends backends_;

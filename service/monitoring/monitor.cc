@@ -149,6 +149,10 @@ void Monitor::take() {
     counter("aaad_lockouts_total", "Lock-outs after failed logins", sources_.lockout.begun());
     gauge("aaad_lockouts", "Users and addresses that are locked out now",
           static_cast<double>(sources_.lockout.locked(now)));
+    gauge("aaad_logins_waiting", "Logins that wait for others of their user or source",
+          static_cast<double>(sources_.turns.waiting()));
+    counter("aaad_logins_delayed_total", "Logins that had to wait for others of their user or source",
+            sources_.turns.delayed());
     const net::Time read_at = sources_.keeper.read_at();
     gauge("aaad_configuration_age_seconds",
           "Time since the configuration was read from the database; -1: never",

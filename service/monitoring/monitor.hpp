@@ -25,6 +25,7 @@ struct Sources {
     Groups &groups;
     const Recorder &recorder;
     const Lockout &lockout;
+    const Turns &turns;
     Workers &workers;
     const Listener &listener;
     const Keeper &keeper;

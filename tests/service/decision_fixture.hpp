@@ -36,6 +36,13 @@ class Played : public Backend {
     }
     bool is_remote() const override { return remote_; }
 
+    // Refuses all that were met with silence.
+    void refuse_all() {
+        for (Done &done : std::exchange(silent_, {})) {
+            loop_.post([done = std::move(done)] { done(Outcome::fail("")); });
+        }
+    }
+
     std::deque<Outcome> outcomes;
     std::vector<Question> asked;
     std::vector<std::shared_ptr<Dialogue>> dialogues;
@@ -51,6 +58,7 @@ class Played : public Backend {
     std::unique_ptr<Attempt> play(const Question &question, Done done) {
         asked.push_back(question);
         if (outcomes.empty()) {
+            silent_.push_back(std::move(done));
             return std::make_unique<Silence>(cancelled);
         }
         Outcome outcome = std::move(outcomes.front());
@@ -60,6 +68,7 @@ class Played : public Backend {
 
     net::Loop &loop_;
     bool remote_;
+    std::vector<Done> silent_;
 };
 
 class DecisionTest : public testing::Test {
@@ -137,7 +146,8 @@ class DecisionTest : public testing::Test {
     Backends backends_;
     Lockout lockout_;
     Trace trace_;
-    Deciders deciders_{loop_, workers_, backends_, lockout_, trace_};
+    Turns turns_{loop_, lockout_};
+    Deciders deciders_{loop_, workers_, backends_, lockout_, trace_, turns_};
     std::shared_ptr<Snapshot> snapshot_ = std::make_shared<Snapshot>();
     std::shared_ptr<const Group> group_;
 };

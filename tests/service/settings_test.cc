@@ -48,6 +48,7 @@ TEST(Settings, HasADefaultForEverything) {
     EXPECT_EQ(settings.socket, "/run/aaa/aaad.sock");
     EXPECT_EQ(settings.users, "/etc/aaa/users");
     EXPECT_EQ(settings.patience_ms, 30000u);
+    EXPECT_EQ(settings.logins_at_once, 8u);
     EXPECT_EQ(settings.fallback, std::vector<std::uint32_t>{AAA_METHOD_LOCAL});
     EXPECT_FALSE(settings.system_accounts);
     EXPECT_FALSE(settings.force_configuration);
@@ -59,7 +60,7 @@ TEST(Settings, ReadsEverySetting) {
     const Settings settings = parse(
         "socket /tmp/s # a comment\nsocket-mode 0660\r\nusers\t/tmp/u\nsystem-accounts yes\nclients 10\n"
         "clients-per-user 3\nidle-time 7\npatience 5000\nlongest-request 6000\nhash-threads 2\n"
-        "fallback line enable local\nforce-configuration yes\nlockout-failures 0\nlockout-source-failures 9\n"
+        "logins-at-once 3\nfallback line enable local\nforce-configuration yes\nlockout-failures 0\nlockout-source-failures 9\n"
         "lockout-window 10\nlockout-time 11\nlockout-exempt user:root user:carol\nserver-timeout 100\n"
         "server-tries 3\nserver-dead-time 0");
     EXPECT_EQ(settings.socket, "/tmp/s");
@@ -72,6 +73,7 @@ TEST(Settings, ReadsEverySetting) {
     EXPECT_EQ(settings.patience_ms, 5000u);
     EXPECT_EQ(settings.longest_ms, 6000u);
     EXPECT_EQ(settings.hash_threads, 2u);
+    EXPECT_EQ(settings.logins_at_once, 3u);
     EXPECT_EQ(settings.fallback,
               (std::vector<std::uint32_t>{AAA_METHOD_LINE, AAA_METHOD_ENABLE, AAA_METHOD_LOCAL}));
     EXPECT_TRUE(settings.force_configuration);
