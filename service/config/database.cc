@@ -133,20 +133,19 @@ std::uint32_t published_number(sysdb_conn_t maps, Protocol protocol, const std::
     return number;
 }
 
-void read_groups(DatabaseReader &reader, sysdb_conn_t maps, Snapshot &snapshot) {
-    const ServerSettings &defaults = snapshot.settings->servers;
+void read_groups(DatabaseReader &reader, sysdb_conn_t maps, OpenedKeys &keys, Snapshot &snapshot) {
+    ServersReader servers{reader, keys, snapshot.settings->servers, snapshot.kept_keys};
     for (const Protocol protocol : kProtocols) {
         const std::string word = protocol_word(protocol);
-        Group without{protocol, "", 0,
-                      read_servers(reader, protocol, word + "/host/", word + "/settings/", defaults)};
+        Group without{protocol, "", 0, servers.read(protocol, word + "/host/", word + "/settings/")};
         snapshot.groups.push_back(std::make_shared<const Group>(std::move(without)));
         const std::string groups = "group-server/" + word + "/";
         for (const DatabaseEntry &entry : reader.entries(groups)) {
             const std::string at = groups + entry.name + "/";
             Group group{protocol, entry.name, published_number(maps, protocol, entry.name), {}};
             for (const char *place : {"server/", "server-private/"}) {
-                auto servers = read_servers(reader, protocol, at + place, at + "settings/", defaults);
-                std::move(servers.begin(), servers.end(), std::back_inserter(group.servers));
+                auto found = servers.read(protocol, at + place, at + "settings/");
+                std::move(found.begin(), found.end(), std::back_inserter(group.servers));
             }
             snapshot.groups.push_back(std::make_shared<const Group>(std::move(group)));
         }
@@ -185,12 +184,15 @@ std::optional<std::set<std::string>> names_in(sysdb_conn_t conn, const std::stri
 
 }  // namespace
 
-ReadResult read_database(sysdb_conn_t config, sysdb_conn_t maps, Snapshot &snapshot) {
+ReadResult read_database(sysdb_conn_t config, sysdb_conn_t maps, OpenedKeys &keys, Snapshot &snapshot) {
     ReadResult result;
     DatabaseReader reader(config, result);
-    read_groups(reader, maps, snapshot);
+    keys.begin();
+    read_groups(reader, maps, keys, snapshot);
     read_lists(reader, snapshot);
+    keys.end(!reader.failed());
     if (reader.failed()) {
+        snapshot.kept_keys.clear();
         snapshot.lists.clear();
         snapshot.groups.clear();
     }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "config/opened_keys.hpp"
 #include "config/snapshot.hpp"
 #include "platform/sysdb.h"
 
@@ -35,11 +36,13 @@ struct ReadResult {
     cerrno failure = 0;  // not 0: the database cannot be read, and the rest is empty
     std::string failed_path;
     std::vector<std::string> faults;  // lists, servers and keys that are not used, and why
+    std::vector<std::string> locked;  // servers whose keys cannot be opened and are not known either
 };
 
 // Fills lists and groups of a snapshot whose settings are set. `config` is bound at
-// /cfg/gl/aaa/, `maps` at /oper/aaa/gl/group-server/ or not at all: numbers are then 0.
-ReadResult read_database(sysdb_conn_t config, sysdb_conn_t maps, Snapshot &snapshot);
+// /cfg/gl/aaa/, `maps` at /oper/aaa/gl/group-server/ or not at all: numbers are then 0. `keys` has
+// the keys that earlier reads have opened.
+ReadResult read_database(sysdb_conn_t config, sysdb_conn_t maps, OpenedKeys &keys, Snapshot &snapshot);
 
 // Publishes the numbers of the configured groups for the lookups of the library's clients,
 // and removes those of groups that are no longer configured. Appends what was refused to

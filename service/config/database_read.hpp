@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,8 @@ class DatabaseReader {
     // The bytes of a tuple, which tuple_unpack_mask() reads.
     std::optional<std::string> tuple(const std::string &path);
     void fault(const std::string &path, const std::string &why);
+    // A server whose key cannot be opened, so that it is not asked.
+    void locked(const std::string &server) { result_.locked.push_back(server); }
 
   private:
     bool get(const std::string &path, std::uint32_t type, std::string &bytes);
@@ -40,9 +43,19 @@ class DatabaseReader {
     ReadResult &result_;
 };
 
-// Servers of a group, or of a protocol without a group: the entries below `directory`. What is
-// configured for one is below `settings`ENTRY/, for all of them in `settings`; both end in '/'.
-std::vector<Server> read_servers(DatabaseReader &reader, Protocol protocol, const std::string &directory,
-                                 const std::string &settings, const ServerSettings &defaults);
+struct ServersReader {
+    DatabaseReader &reader;
+    OpenedKeys &keys;
+    const ServerSettings &defaults;
+    std::set<std::string> &kept_keys;  // filled, see Snapshot
+
+    // Servers of a group, or of a protocol without a group: the entries below `directory`. What is
+    // configured for one is below `settings`ENTRY/, for all of them in `settings`; both end in '/'.
+    std::vector<Server> read(Protocol protocol, const std::string &directory, const std::string &settings);
+
+  private:
+    std::optional<Server> read_one(Protocol protocol, const std::string &entry, const std::string &path,
+                                   const std::string &settings);
+};
 
 }  // namespace service

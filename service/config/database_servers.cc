@@ -7,11 +7,8 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
-#include <cstring>
 
 #include "config/database_read.hpp"
-#include "platform/cipher.h"
 
 namespace service {
 
@@ -22,7 +19,6 @@ constexpr std::uint16_t kRadiusAccountingPort = 1813;
 constexpr std::uint16_t kRadiusTlsPort = 2083;
 constexpr std::uint16_t kTacacsPort = 49;
 constexpr std::uint16_t kTacacsTlsPort = 300;
-constexpr int kReversible = 7;
 
 std::optional<std::uint16_t> port_in(std::string_view text) {
     const bool hexadecimal = text.starts_with("0x");
@@ -62,19 +58,6 @@ std::string read_entry(Server &server) {
         *ports[i] = *port;
     }
     return "";
-}
-
-// The clear text of a sealed key. Keys in clear text are not used: every member of the group
-// aaa could read them in the database.
-std::optional<Secret> open_key(const Secret &stored) {
-    char *opened = pw_decrypt(stored.text().c_str(), kReversible);
-    if (opened == nullptr) {
-        return std::nullopt;
-    }
-    Secret key{std::string_view(opened)};
-    explicit_bzero(opened, std::strlen(opened));
-    std::free(opened);
-    return key;
 }
 
 // The settings of one server: its own, or those of all servers of the group.
@@ -117,8 +100,11 @@ std::string how_to_store_key(const std::string &place) {
     return "store it: aaactl key seal | aaactl sysdb set /cfg/gl/aaa/" + place + " --type string";
 }
 
-// False, with a fault, when the server cannot be used.
-bool read_key(DatabaseReader &reader, ServerReader &settings, const std::string &path, Server &server) {
+// False, with a fault, when the server cannot be used. One whose key cannot be opened now goes on
+// with the key that it had: otherwise the next method would decide in its place.
+bool read_key(ServersReader &reading, ServerReader &settings, const std::string &path, Server &server,
+              const std::string &place) {
+    DatabaseReader &reader = reading.reader;
     const auto stored = settings.text("key");
     if (!stored) {
         // RADIUS over TLS has a fixed key, TACACS+ over TLS none.
@@ -128,13 +114,23 @@ bool read_key(DatabaseReader &reader, ServerReader &settings, const std::string 
         }
         return server.transport == "tls";
     }
-    auto key = open_key(*stored);
-    if (!key || key->empty()) {
+    auto key = reading.keys.open(place, *stored);
+    if (!key) {
         reader.fault(settings.place(), "it cannot be opened here, so the server " + server.entry +
-                                           " is not asked; " + how_to_store_key(settings.place()));
+                                           " is not asked; make the master keys readable for the service, "
+                                           "or " +
+                                           how_to_store_key(settings.place()));
+        reader.locked(server.name());
         return false;
     }
-    server.key = *std::move(key);
+    if (key->is_kept) {
+        reader.fault(settings.place(), "it cannot be opened now, so the server " + server.entry +
+                                           " is asked with the key that was opened before, until the service "
+                                           "ends; make the master keys readable for the service, or " +
+                                           how_to_store_key(settings.place()));
+        reading.kept_keys.insert(place);
+    }
+    server.key = std::move(key->text);
     return true;
 }
 
@@ -183,8 +179,26 @@ void read_settings(ServerReader &settings, const ServerSettings &defaults, bool 
 
 }  // namespace
 
-std::vector<Server> read_servers(DatabaseReader &reader, Protocol protocol, const std::string &directory,
-                                 const std::string &settings, const ServerSettings &defaults) {
+std::optional<Server> ServersReader::read_one(Protocol protocol, const std::string &entry,
+                                              const std::string &path, const std::string &settings) {
+    Server server;
+    server.protocol = protocol;
+    server.entry = entry;
+    if (const std::string defect = read_entry(server); !defect.empty()) {
+        reader.fault(path, defect + "; the server is not asked");
+        return std::nullopt;
+    }
+    ServerReader own(reader, settings, entry);
+    if (!read_transport(reader, own, server)) {
+        return std::nullopt;
+    }
+    read_settings(own, defaults, entry.find(',') != std::string::npos, server);
+    return read_key(*this, own, path, server, settings + entry) ? std::optional(std::move(server))
+                                                                : std::nullopt;
+}
+
+std::vector<Server> ServersReader::read(Protocol protocol, const std::string &directory,
+                                        const std::string &settings) {
     std::vector<Server> servers;
     for (const DatabaseEntry &ordinal : reader.entries(directory)) {
         if (!ordinal.is_directory) {
@@ -192,21 +206,8 @@ std::vector<Server> read_servers(DatabaseReader &reader, Protocol protocol, cons
         }
         const std::string at = directory + ordinal.name + "/";
         for (const DatabaseEntry &entry : reader.entries(at)) {
-            Server server;
-            server.protocol = protocol;
-            server.entry = entry.name;
-            const std::string path = at + entry.name;
-            if (const std::string defect = read_entry(server); !defect.empty()) {
-                reader.fault(path, defect + "; the server is not asked");
-                continue;
-            }
-            ServerReader own(reader, settings, entry.name);
-            const bool has_port = entry.name.find(',') != std::string::npos;
-            if (read_transport(reader, own, server)) {
-                read_settings(own, defaults, has_port, server);
-                if (read_key(reader, own, path, server)) {
-                    servers.push_back(std::move(server));
-                }
+            if (auto server = read_one(protocol, entry.name, at + entry.name, settings)) {
+                servers.push_back(*std::move(server));
             }
         }
     }

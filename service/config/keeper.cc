@@ -194,13 +194,23 @@ int32_t Keeper::bring_up() {
         return connected_ ? channel : -1;
     }
     config_.close();
-    ++failed_reads_;
-    if (!std::exchange(database_lost_, true)) {
-        log(Level::kError, "NO_DATABASE",
-            "the system database cannot be used (%s): %s, and it is tried again", cerr_strerror(rc),
-            current_ != nullptr ? "the last configuration goes on" : "the fallback of aaad.conf applies");
-    }
+    lose_database(std::string("the system database cannot be used (") + cerr_strerror(rc) + ")");
     return -1;
+}
+
+void Keeper::lose_database(const std::string &why) {
+    ++failed_reads_;
+    const std::string text =
+        why + ": " +
+        (current_ != nullptr && !current_->is_fallback ? "the last configuration goes on"
+                                                       : "the fallback of aaad.conf applies") +
+        ", and it is tried again";
+    if (!std::exchange(database_lost_, true)) {
+        log(Level::kError, "NO_DATABASE", "%s", text.c_str());
+    }
+    alarms_.set("database", text +
+                                "; changes have no effect until it can be read; to see what the service "
+                                "may not read, say as root: runuser -u aaad -- aaad --check");
 }
 
 void Keeper::bring_down() {
@@ -218,13 +228,9 @@ bool Keeper::read_lists(Snapshot &snapshot) {
     if (maps_.get() != 0) {
         publish_groups(config_.get(), maps_.get(), faults);
     }
-    ReadResult result = read_database(config_.get(), maps_.get(), snapshot);
+    ReadResult result = read_database(config_.get(), maps_.get(), keys_, snapshot);
     if (result.failure != 0) {
-        ++failed_reads_;
-        if (!std::exchange(database_lost_, true)) {
-            log(Level::kError, "NO_DATABASE", "%s cannot be read (%s): the last configuration goes on",
-                result.failed_path.c_str(), cerr_strerror(result.failure));
-        }
+        lose_database(result.failed_path + " cannot be read (" + cerr_strerror(result.failure) + ")");
         config_.close();  // run() connects again
         return false;
     }
@@ -234,7 +240,40 @@ bool Keeper::read_lists(Snapshot &snapshot) {
     read_at_ = net::Loop::clock();
     std::move(result.faults.begin(), result.faults.end(), std::back_inserter(faults));
     take_faults(faults, reported_database_);
+    result.faults = std::move(faults);
+    raise_alarms(snapshot, result);
     return true;
+}
+
+// Of a database that has been read.
+void Keeper::raise_alarms(const Snapshot &snapshot, const ReadResult &result) {
+    alarms_.set("database", "");
+    keys_fail_ = !snapshot.kept_keys.empty() || !result.locked.empty();
+    std::string keys;
+    if (!snapshot.kept_keys.empty()) {
+        keys = "the keys of " + std::to_string(snapshot.kept_keys.size()) +
+               " server(s) cannot be opened now: these go on with the keys that were opened before, and are "
+               "not asked any more when the service is started again";
+    }
+    if (!result.locked.empty()) {
+        keys += (keys.empty() ? "" : "; ") + std::string("the key of ") + result.locked.front() +
+                (result.locked.size() > 1
+                     ? ", and of " + std::to_string(result.locked.size() - 1) + " other server(s),"
+                     : "") +
+                " cannot be opened: not asked, the next method decides";
+    }
+    alarms_.set("keys", keys.empty() ? ""
+                                     : keys +
+                                           "; make the file of master keys readable for the service, which "
+                                           "tries it again each minute; to see it, say as root: runuser "
+                                           "-u aaad -- aaad --check");
+    alarms_.set("faults", result.faults.empty()
+                              ? ""
+                              : result.faults.front() +
+                                    (result.faults.size() > 1
+                                         ? "; and " + std::to_string(result.faults.size() - 1) +
+                                               " other fault(s), see: runuser -u aaad -- aaad --check"
+                                         : ""));
 }
 
 // A connection whose database could not be read is opened again, by a new record of the event
@@ -254,6 +293,7 @@ void Keeper::go_on_with_last(Snapshot &snapshot) const {
     if (current_ != nullptr && !current_->is_fallback) {
         snapshot.lists = current_->lists;
         snapshot.groups = current_->groups;
+        snapshot.kept_keys = current_->kept_keys;
     } else {
         snapshot.groups.clear();
         use_fallback(snapshot);
@@ -265,16 +305,18 @@ void Keeper::refuse_lockout(Snapshot &snapshot) {
     const std::string lockout = locks_everybody_out(snapshot);
     if (lockout.empty() || options_.force || settings_->force_configuration) {
         reported_refusal_.clear();
+        alarms_.set("lockout", "");
         return;
     }
     const bool has_last = current_ != nullptr && !current_->is_fallback;
+    const std::string text = "a configuration that lets no one log in is not used: " + lockout + "; " +
+                             (has_last ? "the one before goes on" : "the fallback of aaad.conf applies") +
+                             "; to use it all the same, set \"force-configuration yes\" in " +
+                             options_.settings_path;
     if (std::exchange(reported_refusal_, lockout) != lockout) {
-        log(Level::kError, "LOCKOUT_REFUSED",
-            "a configuration that lets no one log in is not used: %s; %s; to use it all the same, set "
-            "\"force-configuration yes\" in %s",
-            lockout.c_str(), has_last ? "the one before goes on" : "the fallback of aaad.conf applies",
-            options_.settings_path.c_str());
+        log(Level::kError, "LOCKOUT_REFUSED", "%s", text.c_str());
     }
+    alarms_.set("lockout", text);
     if (has_last) {
         snapshot.users = current_->users;
     }
@@ -306,6 +348,22 @@ void Keeper::take_faults(const std::vector<std::string> &faults, std::vector<std
         }
     }
     reported = faults;
+    if (&reported == &reported_files_) {
+        alarms_.set("files", faults.empty()
+                                 ? ""
+                                 : faults.front() +
+                                       (faults.size() > 1
+                                            ? "; and " + std::to_string(faults.size() - 1) + " other fault(s)"
+                                            : "") +
+                                       "; what was read before, if anything, goes on; correct it, and then: "
+                                       "systemctl reload aaad");
+    }
+}
+
+void Keeper::try_keys_again() {
+    if (keys_fail_) {
+        post([this] { make_snapshot(); });
+    }
 }
 
 void Keeper::read_everything(const std::function<void()> &done) {

@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "config/alarms.hpp"
 #include "config/database.hpp"
 #include "config/snapshot.hpp"
 #include "net/descriptor.hpp"
@@ -65,6 +66,11 @@ class Keeper {
     // CLOCK_MONOTONIC (0: never), and how often it, or a file, could not be used.
     net::Time read_at() const { return read_at_; }
     std::uint64_t failed_reads() const { return failed_reads_; }
+    // What is wrong now; in any thread.
+    std::vector<Alarm> alarms() const { return alarms_.all(); }
+    // Reads the database again if keys of servers could not be opened: the file of master keys tells
+    // no one that it has changed. In any thread.
+    void try_keys_again();
 
   private:
     void run();
@@ -80,6 +86,8 @@ class Keeper {
     bool connect_database();
     void reconnect();
     void watch_users();
+    void lose_database(const std::string &why);
+    void raise_alarms(const Snapshot &snapshot, const ReadResult &result);
     void take_faults(const std::vector<std::string> &faults, std::vector<std::string> &reported);
 
     // Callbacks of the event manager.
@@ -104,10 +112,13 @@ class Keeper {
 
     std::atomic<net::Time> read_at_ = 0;
     std::atomic<std::uint64_t> failed_reads_ = 0;
+    std::atomic<bool> keys_fail_ = false;
+    Alarms alarms_;
 
     // Of the keeper's thread.
     DatabaseConnection config_;
     DatabaseConnection maps_;
+    OpenedKeys keys_;
     net::Descriptor watch_;       // of the directory of the users' file
     bool connected_ = false;      // the event manager has a channel of the database
     bool watch_failed_ = false;   // logged

@@ -70,6 +70,12 @@ const MethodList *Snapshot::find_list(const std::string &function, const std::st
     return found != lists.end() ? &found->second : nullptr;
 }
 
+std::string key_place(const Group &group, const Server &server) {
+    const std::string word = protocol_word(group.protocol);
+    return (group.name.empty() ? word : "group-server/" + word + "/" + group.name) + "/settings/" +
+           server.entry;
+}
+
 bool can_pass(const Snapshot &snapshot, const Method &method) {
     switch (method.number) {
         case AAA_METHOD_NONE:

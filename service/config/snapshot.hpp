@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -87,6 +88,8 @@ struct Snapshot {
     // By "authentication/login/default".
     std::map<std::string, MethodList, std::less<>> lists;
     std::vector<std::shared_ptr<const Group>> groups;
+    // Servers whose keys cannot be opened now, and that go on with those opened before.
+    std::set<std::string> kept_keys;
     bool is_fallback = false;  // the lists are those of the settings, not of the database
 
     // As aaactl lint counts them.
@@ -97,6 +100,9 @@ struct Snapshot {
                                 const std::string &name) const;
 };
 using SnapshotPtr = std::shared_ptr<const Snapshot>;
+
+// In the set of kept keys: a server of a group, or of those without one.
+std::string key_place(const Group &group, const Server &server);
 
 // Whether a method could pass a login.
 bool can_pass(const Snapshot &snapshot, const Method &method);

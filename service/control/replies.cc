@@ -71,7 +71,8 @@ void write_figures(JsonWriter &out, const ServerFigures &figures) {
     }
 }
 
-void write_server(JsonWriter &out, const ControlSources &sources, const Server &server, Use use) {
+void write_server(JsonWriter &out, const ControlSources &sources, const Group &group, const Server &server,
+                  Use use) {
     const ServerClient *client = sources.groups.clients().present(server);
     if (client == nullptr || (use == Use::kAccounting && !client->has_two_ports())) {
         return;
@@ -93,6 +94,9 @@ void write_server(JsonWriter &out, const ControlSources &sources, const Server &
                                                       : figures.failure;
     if (!why.empty()) {
         out.text("why", why);
+    }
+    if (sources.snapshot()->kept_keys.contains(key_place(group, server))) {
+        out.truth("key_kept", true);
     }
     if (state.left_s >= 0) {
         out.number("asked_again_s", state.left_s);
@@ -139,6 +143,11 @@ std::string status_line(const ControlSources &sources, std::size_t control_clien
     out.number("lists", static_cast<std::int64_t>(snapshot->configured_lists()));
     out.number("groups", static_cast<std::int64_t>(snapshot->configured_groups()));
     out.end();
+    out.begin_array("alarms");
+    for (const Alarm &alarm : sources.alarms ? sources.alarms() : std::vector<Alarm>()) {
+        out.begin().text("alarm", alarm.word).number("since", alarm.since_s).text("text", alarm.text).end();
+    }
+    out.end_array();
     if (const auto found = sources.figures.find(ControlRequest::Kind::kAccounting);
         found != sources.figures.end()) {
         out.begin("accounting");
@@ -161,8 +170,8 @@ std::string servers_line(const ControlSources &sources) {
         out.text("protocol", protocol_word(group->protocol));
         out.begin_array("servers");
         for (const Server &server : group->servers) {
-            write_server(out, sources, server, Use::kRights);
-            write_server(out, sources, server, Use::kAccounting);
+            write_server(out, sources, *group, server, Use::kRights);
+            write_server(out, sources, *group, server, Use::kAccounting);
         }
         out.end_array().end();
     }

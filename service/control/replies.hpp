@@ -8,8 +8,10 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/trace.hpp"
+#include "config/alarms.hpp"
 #include "config/snapshot.hpp"
 #include "control/json.hpp"
 #include "control/request.hpp"
@@ -30,6 +32,7 @@ struct ControlSources {
     std::string version;
     std::string socket;        // for requests of clients
     std::int64_t since_s = 0;  // start of the service, in seconds since 1970
+    std::function<std::vector<Alarm>()> alarms = {};
     // By request; those without an entry say that there are none.
     std::map<ControlRequest::Kind, ControlFigures> figures = {};
 };

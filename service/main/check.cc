@@ -44,7 +44,8 @@ void check_database(Snapshot &snapshot, int &count) {
                  std::string("/cfg/gl/aaa/: the system database cannot be used: ") + cerr_strerror(rc));
         return;
     }
-    const ReadResult result = read_database(config.get(), 0, snapshot);
+    OpenedKeys keys;
+    const ReadResult result = read_database(config.get(), 0, keys, snapshot);
     if (result.failure != 0) {
         complain(count, result.failed_path + ": " + cerr_strerror(result.failure));
         return;

@@ -27,6 +27,7 @@ namespace {
 constexpr net::Time kLastCall = 30 * net::kSecond;
 // For which a socket that someone has removed keeps users from logging in.
 constexpr net::Time kLook = 5 * net::kSecond;
+constexpr net::Time kTryKeys = 60 * net::kSecond;
 
 // Directories of the socket that a boot removes: as the packages make them.
 void make_directory(const std::string &socket) {
@@ -150,7 +151,7 @@ void Daemon::open_control() {
     control_ = std::make_unique<Control>(
         ControlSources{loop_, trace_, groups_, [this] { return present_; },
                        [this] { return listener_->clients(); }, AAA_VERSION, settings.socket,
-                       static_cast<std::int64_t>(std::time(nullptr))},
+                       static_cast<std::int64_t>(std::time(nullptr)), [this] { return keeper_->alarms(); }},
         trace_);
     control_->provide(ControlRequest::Kind::kSessions, [this](JsonWriter &out) {
         out.number("sessions", static_cast<std::int64_t>(groups_.sessions()));
@@ -181,6 +182,10 @@ void Daemon::look_for_sockets() {
                         "%s was removed, and no one can log in until it is there: %s", path.c_str(),
                         fault.c_str());
         }
+    }
+    if (loop_.now() >= next_keys_) {
+        next_keys_ = loop_.now() + kTryKeys;
+        keeper_->try_keys_again();
     }
     if (control_ != nullptr && !control_->can_be_found()) {
         control_.reset();

@@ -58,6 +58,7 @@ class Daemon {
     net::Watch signal_watch_;
     net::Timer last_call_;
     net::Timer next_look_;
+    net::Time next_keys_ = 0;
     bool stopping_ = false;
 };
 

@@ -159,6 +159,9 @@ void Monitor::take() {
           read_at != 0 ? seconds(std::max<net::Time>(now - read_at, 0)) : -1);
     gauge("aaad_configuration_fallback", "1 while the fallback of aaad.conf is used",
           snapshot_ != nullptr && snapshot_->is_fallback ? 1 : 0);
+    gauge("aaad_configuration_alarms",
+          "What is wrong with the configuration now, as \"aaactl status\" shows it",
+          static_cast<double>(sources_.keeper.alarms().size()));
     counter("aaad_configuration_failed_reads_total",
             "Times that the database or a file of the configuration could not be used",
             sources_.keeper.failed_reads());

@@ -60,7 +60,8 @@ TEST(Settings, ReadsEverySetting) {
     const Settings settings = parse(
         "socket /tmp/s # a comment\nsocket-mode 0660\r\nusers\t/tmp/u\nsystem-accounts yes\nclients 10\n"
         "clients-per-user 3\nidle-time 7\npatience 5000\nlongest-request 6000\nhash-threads 2\n"
-        "logins-at-once 3\nfallback line enable local\nforce-configuration yes\nlockout-failures 0\nlockout-source-failures 9\n"
+        "logins-at-once 3\nfallback line enable local\nforce-configuration yes\nlockout-failures "
+        "0\nlockout-source-failures 9\n"
         "lockout-window 10\nlockout-time 11\nlockout-exempt user:root user:carol\nserver-timeout 100\n"
         "server-tries 3\nserver-dead-time 0");
     EXPECT_EQ(settings.socket, "/tmp/s");

@@ -61,6 +61,10 @@ ExitCode show_status(Output &out, const ControlOptions &options) {
                  (configuration["fallback"] == Json(true)
                       ? ", " + out.styled(Style::bad, "the fallback of aaad.conf; see: aaad --check")
                       : ""));
+        for (const Json &alarm : status["alarms"].elements()) {
+            out.line(out.styled(Style::bad, escaped(text_of(alarm, "alarm"))) + ", since " +
+                     date_and_time(number_of(alarm, "since")) + ": " + escaped(text_of(alarm, "text")));
+        }
         if (status.contains("accounting")) {
             print_accounting(out, status["accounting"]);
         }
@@ -122,6 +126,11 @@ class ServerTable {
                          std::to_string(number_of(server, "errors") + number_of(server, "unreachable") +
                                         number_of(server, "overloads")),
                          number("in_flight"), number("queued")});
+        if (server["key_kept"] == Json(true)) {
+            reasons_.push_back(name +
+                               " is asked with the key that was opened before, because its key cannot be "
+                               "opened now; see: aaactl status");
+        }
         if (state != "up") {
             reasons_.push_back(name + " is " + escaped(state) + ": " + escaped(text_of(server, "why")) +
                                again(server, state));
@@ -155,10 +164,14 @@ void add_status(Command root) {
                                [options](Output &out) { return show_status(out, *options); });
     add_control_options(sub, *options);
     sub.footer(
-        "Exit status: 0 it runs, 5 it does not.\n"
+        "Alarms: database (it cannot be read), keys (those of servers cannot be opened), faults (of the "
+        "database),\n"
+        "files (of the configuration), lockout (a configuration that lets no one log in).\n"
+        "Exit status: 0 it runs, also with alarms, 5 it does not.\n"
         "JSON: {program, pid, since, now, socket, clients, control_clients, events, configuration: "
         "{revision, fallback,\n"
-        "lists, groups}, accounting: {journal, bytes, most_bytes, recorded, refused, open_sessions, "
+        "lists, groups}, alarms: [{alarm, since, text}], accounting: {journal, bytes, most_bytes, recorded, "
+        "refused, open_sessions, "
         "nearly_full, full,\n"
         "failed, groups: [{group, configured, answers, waiting, in_flight, delivered, unanswered, refused, "
         "dropped}]}}\n"
@@ -178,7 +191,7 @@ void add_servers(Command root) {
         "LAST and AVERAGE are round trips of answers to first tries.\n"
         "Exit status: 0 all servers are up, 1 some are not, 5 no service.\n"
         "JSON: {groups: [{group, protocol, servers: [{server, use, transport, state, since, why, "
-        "asked_again_s, asked,\n"
+        "key_kept, asked_again_s, asked,\n"
         "tries, answers, timeouts, unreachable, errors, overloads, last_us, average_us, last_answer, "
         "in_flight, queued}]}]}\n"
         "Example: aaactl servers");
