@@ -36,7 +36,18 @@ void ServerHealth::asking(std::string_view server, Time now, Time probe_time) {
     }
 }
 
-bool ServerHealth::answered(std::string_view server) {
+bool ServerHealth::has_answered_since(std::string_view server, Time time) const {
+    const auto found = answered_.find(server);
+    return found != answered_.end() && found->second > time;
+}
+
+bool ServerHealth::answered(std::string_view server, Time now) {
+    const auto known = answered_.find(server);
+    if (known != answered_.end()) {
+        known->second = now;
+    } else {
+        answered_.emplace(server, now);
+    }
     const auto found = dead_.find(server);
     if (found == dead_.end()) {
         return false;
@@ -60,6 +71,7 @@ bool ServerHealth::silent(std::string_view server, Time now, Time dead_time) {
 
 void ServerHealth::keep_only(const std::function<bool(const std::string &)> &is_configured) {
     std::erase_if(dead_, [&](const auto &entry) { return !is_configured(entry.first); });
+    std::erase_if(answered_, [&](const auto &entry) { return !is_configured(entry.first); });
 }
 
 }  // namespace service

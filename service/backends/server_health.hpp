@@ -42,7 +42,9 @@ class ServerHealth {
     // `probe_time`, after which it is probed again unless an outcome was told.
     void asking(std::string_view server, Time now, Time probe_time);
     // The server answered, whatever it said. True when it was dead.
-    bool answered(std::string_view server);
+    bool answered(std::string_view server, Time now);
+    // Whether it answered any request after a time.
+    bool has_answered_since(std::string_view server, Time time) const;
     // All tries of a request were in vain. True when the server is newly marked dead.
     bool silent(std::string_view server, Time now, Time dead_time);
     // Servers that are no longer configured are forgotten.
@@ -50,6 +52,7 @@ class ServerHealth {
 
   private:
     std::map<std::string, Mark, std::less<>> dead_;
+    std::map<std::string, Time, std::less<>> answered_;  // when last
 };
 
 }  // namespace service

@@ -164,6 +164,7 @@ void read_settings(ServerReader &settings, const ServerSettings &defaults, bool 
     server.legacy = settings.number("legacy", 1).value_or(0) != 0;
     server.single_connect = settings.number("single-connect", 1).value_or(1) != 0;
     server.status_server = settings.number("status-server", 1).value_or(0) != 0;
+    settings.take("probe-user", server.probe_user);
     server.pap = settings.number("pap", 1).value_or(0) != 0;
     settings.take("nas-identifier", server.nas_identifier);
     settings.take("vendor-map", server.vendor_map);

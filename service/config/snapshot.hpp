@@ -49,6 +49,8 @@ struct Server {
     bool legacy = false;         // answers need no Message-Authenticator
     bool single_connect = true;  // several sessions on one connection, if the server agrees
     bool status_server = false;  // RADIUS: it answers Status-Server, so that is what it is probed with
+    // As whom a server without Status-Server is probed; empty: it is not.
+    std::string probe_user = "aaad-probe";
     bool pap = false;            // TACACS+: a password that came with a request is sent at once
     std::string nas_identifier;  // RADIUS: how this system calls itself; empty: the host's name
     std::string vendor_map;      // RADIUS: file that says what attributes of vendors mean

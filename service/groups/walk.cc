@@ -151,10 +151,22 @@ void Walk::ask_next() {
     ++server->figures(options_.use).asked;
     trace(server->name(), "is asked, for " + milliseconds(share) + " at most");
     attempt_ = ask_(server, now + share, [this](ServerResult result) { take(std::move(result)); });
+    watch_silence(std::min(share, server->longest_wait()) / 2);
+}
+
+// Whether a server answers others is known before this request gives it up.
+void Walk::watch_silence(net::Time time) {
+    half_time_ = std::make_unique<net::Timer>(context_.loop, [this] {
+        if (!context_.health.has_answered_since(health_of(place_), asked_at_)) {
+            context_.probes.suspect(servers_[place_], options_.use);
+        }
+    });
+    half_time_->set(asked_at_ + time);
 }
 
 void Walk::take(ServerResult result) {
     const auto attempt = std::move(attempt_);  // until here: it may be the caller
+    half_time_.reset();
     const std::string name = servers_[place_]->name();
     const net::Time waited = net::Loop::clock() - asked_at_;
     count(result);
@@ -226,7 +238,7 @@ void Walk::count(const ServerResult &result) {
 void Walk::mark(const ServerResult &result) {
     const ServerClientPtr &server = servers_[place_];
     if (result.kind == ServerResult::Kind::kAnswer) {
-        if (context_.health.answered(health_of(place_))) {
+        if (context_.health.answered(health_of(place_), context_.loop.now())) {
             server->figures(options_.use).became_alive();
             log(Level::kNotice, "SERVER_ANSWERS", "the server %s answers again", server->name().c_str());
         }
@@ -237,8 +249,10 @@ void Walk::mark(const ServerResult &result) {
     const net::Time waited = net::Loop::clock() - asked_at_;
     const bool is_silent =
         result.kind == ServerResult::Kind::kSilent && waited >= std::min(all_tries, enough_);
-    if (is_silent || result.kind == ServerResult::Kind::kRefused) {
-        context_.probes.silent(server, options_.use, result.text);
+    if (is_silent) {
+        context_.probes.silent(server, options_.use, asked_at_, result.text);
+    } else if (result.kind == ServerResult::Kind::kRefused) {
+        context_.probes.unreachable(server, options_.use, result.text);
     }
 }
 

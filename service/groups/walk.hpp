@@ -78,6 +78,7 @@ class Walk : public Attempt {
   private:
     void order();
     void ask_next();
+    void watch_silence(net::Time time);
     void take(ServerResult result);
     void mark(const ServerResult &result);
     void count(const ServerResult &result);
@@ -101,6 +102,7 @@ class Walk : public Attempt {
 
     std::size_t place_ = 0;  // of the next server
     net::Time asked_at_ = 0;
+    std::unique_ptr<net::Timer> half_time_;
     std::string reasons_;
     std::unique_ptr<Attempt> attempt_;
 };

@@ -23,13 +23,16 @@ using Order = std::vector<std::size_t>;
 TEST(ServerHealth, AServerIsAliveUntilItIsSilent) {
     ServerHealth health;
     EXPECT_EQ(health.state(a, 0), State::kAlive);
-    EXPECT_FALSE(health.answered(a));
+    EXPECT_FALSE(health.answered(a, 4));
+    EXPECT_FALSE(health.has_answered_since(b, 0));
+    EXPECT_TRUE(health.has_answered_since(a, 3));
+    EXPECT_FALSE(health.has_answered_since(a, 4)) << "not after it";
     EXPECT_TRUE(health.silent(a, 5, kDead));
     EXPECT_EQ(health.state(a, 5), State::kDead);
     EXPECT_EQ(health.state(a, 104), State::kDead);
     EXPECT_EQ(health.state(a, 105), State::kProbe);
     EXPECT_EQ(health.state(b, 5), State::kAlive);
-    EXPECT_TRUE(health.answered(a)) << "it was dead";
+    EXPECT_TRUE(health.answered(a, 6)) << "it was dead";
     EXPECT_EQ(health.state(a, 5), State::kAlive);
 }
 

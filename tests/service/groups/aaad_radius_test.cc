@@ -326,5 +326,88 @@ TEST_F(AaadRadius, AServerThatIsSilentToOneUserOnlyIsNotPassedOver) {
     EXPECT_EQ(login.wait().status, uint32_t{AAA_STAT_PASS});
 }
 
+// The same for servers without Status-Server.
+class AaadProbe : public AaadRadius {
+  protected:
+    void start(uint32_t timeout) {
+        add_radius(first_, timeout);
+        set_text("radius", entry_of(first_), "probe-user", "prober");
+        lists({"corp", AAA_METHOD_LOCAL});
+        aaad_.start();
+    }
+    Packet next_of(const std::string &user) {
+        const Packet request = first_.next();
+        EXPECT_EQ(request.code(), 1);
+        EXPECT_EQ(request.text(Type::kUserName), user);
+        return request;
+    }
+    void expect_server_is_asked() {
+        Login login(aaad_, ask_as("ann", "secret"));
+        first_.answer(next_of("ann"));
+        EXPECT_EQ(login.wait().status, uint32_t{AAA_STAT_PASS});
+    }
+};
+
+TEST_F(AaadProbe, OneThatAnswersTheProbeIsNotMarked) {
+    start(3000);
+    Login silent(aaad_, Ask());
+    next_of("alice");
+    const Packet probe = next_of("prober");
+    EXPECT_FALSE(probe.text(Type::kUserPassword).empty());
+    first_.answer(probe, Code::kAccessReject);
+    EXPECT_EQ(silent.wait().method, uint32_t{AAA_METHOD_LOCAL});
+    expect_server_is_asked();
+    EXPECT_EQ(aaad_.log().find("SERVER_SILENT"), std::string::npos) << "the probe was answered before";
+}
+
+TEST_F(AaadProbe, OneThatAnswersTheProbeLateIsAskedFromThenOn) {
+    start(1000);
+    Packet probe;
+    {
+        Login silent(aaad_, Ask());
+        next_of("alice");
+        probe = next_of("prober");
+        EXPECT_EQ(silent.wait().method, uint32_t{AAA_METHOD_LOCAL});
+    }
+    EXPECT_TRUE(aaad_.wait_for_log("SERVER_SILENT"));
+    first_.answer(probe, Code::kAccessReject);  // servers delay their refusals
+    EXPECT_TRUE(aaad_.wait_for_log("answers again"));
+    expect_server_is_asked();
+}
+
+TEST_F(AaadProbe, OneThatIsDeadCostsOneLoginItsTime) {
+    start(200);
+    EXPECT_EQ(aaad_.login().method, uint32_t{AAA_METHOD_LOCAL});
+    next_of("alice");
+    next_of("prober");
+    EXPECT_TRUE(aaad_.wait_for_log("SERVER_SILENT"));
+    for (const char *user : {"bob", "alice"}) {
+        aaad_.login(ask_as(user, "secret"));
+    }
+    while (first_.has_one()) {
+        next_of("prober");
+    }
+}
+
+// Without a probe, too, a server that answers others meanwhile is there.
+TEST_F(AaadRadius, AServerThatAnswersOthersMeanwhileIsNotMarked) {
+    add_radius(first_, 3000);
+    lists({"corp", AAA_METHOD_LOCAL});
+    aaad_.start();
+    Login silent(aaad_, Ask());
+    EXPECT_EQ(first_.next().text(Type::kUserName), "alice");
+    for (int i = 0; i < 2; ++i) {
+        Login login(aaad_, ask_as("ann", "secret"));
+        const Packet request = first_.next();
+        EXPECT_EQ(request.text(Type::kUserName), "ann");
+        first_.answer(request);
+        EXPECT_EQ(login.wait().status, uint32_t{AAA_STAT_PASS});
+        if (i == 0) {
+            EXPECT_EQ(silent.wait().method, uint32_t{AAA_METHOD_LOCAL});
+        }
+    }
+    EXPECT_EQ(aaad_.log().find("SERVER_SILENT"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace groups_test

@@ -222,6 +222,16 @@ TEST_F(AaadTacacs, ASilentServerIsAskedOnce) {
     EXPECT_EQ(server_.seen("start"), 1u);
 }
 
+// Otherwise anyone who knows such a name could have the next method decide for all.
+TEST_F(AaadTacacs, AServerThatIsSilentToOneUserOnlyIsNotPassedOver) {
+    set_text("tacacs", add(server_, 3000), "probe-user", "nobody");
+    start({"corp", AAA_METHOD_LOCAL});
+    aaad_.login(ask_as("mute", "secret"));
+    server_.wait_for("nobody start pap");
+    EXPECT_EQ(aaad_.login(ask_as("ann", "secret")).text, "Hello");
+    EXPECT_EQ(aaad_.log().find("SERVER_SILENT"), std::string::npos);
+}
+
 TEST_F(AaadTacacs, AWrongKeyIsNamed) {
     add_server("tacacs", entry_of(server_), "another");
     start({"corp", AAA_METHOD_LOCAL});

@@ -49,6 +49,7 @@ void GroupTest::add_server(const std::string &protocol, const std::string &entry
     set_number(protocol, entry, "timeout", timeout);
     set_number(protocol, entry, "tries", tries);
     set_number(protocol, entry, "dead-time", 3600);
+    set_text(protocol, entry, "probe-user", "");  // so that tests see their own requests only
     aaad_.number("group-server/" + protocol + "/corp/server/" + std::to_string(servers_++) + "/" + entry, 1);
 }
 

@@ -45,6 +45,7 @@ class WalkTest : public testing::Test {
             server.timeout_ms = 60000;
             server.tries = 1;
             server.dead_time_s = 3600;
+            server.probe_user.clear();
             group_.servers.push_back(server);
         }
         Snapshot configured;
@@ -188,7 +189,7 @@ TEST_F(WalkTest, AnImpatientClientMarksNoServer) {
 
 TEST_F(WalkTest, AllServersMarkedEndsAtOnce) {
     for (const ServerClientPtr &server : clients_.find(group_)) {
-        probes_.silent(server, Use::kRights, "test");
+        probes_.unreachable(server, Use::kRights, "test");
     }
     begin();
     EXPECT_EQ(wait().kind, Outcome::Kind::kUnavailable);
@@ -203,7 +204,7 @@ TEST_F(WalkTest, TheServerOfADialogueIsAskedAlone) {
     Walk::Options options;
     options.only_the_first = true;
     options.at_end = [](const std::string &why) { return begin_again(why, nullptr); };
-    probes_.silent(clients_.find(group_.servers[1]), Use::kRights, "test");
+    probes_.unreachable(clients_.find(group_.servers[1]), Use::kRights, "test");
     begin(options, {clients_.find(group_.servers[1])});
     EXPECT_EQ(servers(), "2") << "also when it is marked";
     answer(Kind::kSilent);
