@@ -45,10 +45,8 @@ TEST_F(Watch, PrintsChangesAndEndsWithASignal) {
 TEST_F(Watch, CountsAndPrintsJsonLines) {
     Started watch({"sysdb", "watch", "--json", "--count", "2"});
     change_until_noticed(watch, "/cfg/w");
+    // The second line, unless a second change of the item was quicker.
     EXPECT_EQ(aaactl({"sysdb", "set", "/oper/made/"}).status, 0);
-    if (watch.shown().find('\n') == watch.shown().size() - 1) {
-        EXPECT_TRUE(watch.wait_shown("/oper/made/"));
-    }
     EXPECT_EQ(watch.wait(), 0);
     const size_t end = watch.shown().find('\n');
     ASSERT_NE(end, std::string::npos);
