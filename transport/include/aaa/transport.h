@@ -105,7 +105,7 @@ typedef struct aaa_transport_head {
     aaa_transport_kind_t kind; /**< classic or session */
     uint32_t type;             /**< message type of the request */
     uint32_t key;              /**< of a session packet; 0 in a classic message */
-    cerrno result;             /**< of a reply: how it was processed; AAA_STATUS_ATTR of its list is the verdict */
+    cerrno result;             /**< of a reply: was the request processed? The verdict is AAA_STATUS_ATTR */
     size_t list_at;            /**< offset of the packed list; 0 when the message has none */
 } aaa_transport_head_t;
 
