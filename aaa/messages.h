@@ -42,6 +42,17 @@ extern "C" {
  * response packet is newly made, and its address is stored through iov_out
  * (cast it); count_out is not written.
  *
+ * **Result and verdict.** A reply says two things, in numbers that overlap. The
+ * status of its header is a result code of aaa/result_codes.h: AAA_OK when the
+ * server has processed the request, otherwise why it could not. The attribute
+ * AAA_STATUS_ATTR (2) of its list is the verdict: AAA_STAT_PASS, AAA_STAT_FAIL or
+ * another AAA_STAT_ value of aaa/names.h. A server that refuses a password sends
+ * AAA_OK and AAA_STAT_FAIL. A client lets a user in only when the status is
+ * AAA_OK *and* the verdict is AAA_STAT_PASS: a reply without a list, or without
+ * the attribute, has no verdict. Replies to pings, accounting and configuration have
+ * none. aaa_transport_read_reply() gives the status as `result`, and
+ * aaa_util_avlist_value_copy() reads the verdict.
+ *
  * **Bytes of a record.** Classic requests: the length of the header element, 72
  * for connect, 36 for callback, 40 or 32 as said below. Classic replies: 20 to
  * 32, as said below. Session requests: 108, and 335 for task map and user group;
@@ -109,7 +120,7 @@ static_assert(offsetof(aaa_conn_msg_t, unwritten) == 68, "layout of aaa_conn_msg
 /** Reply header record, caller-owned. */
 typedef struct aaa_reply_hdr {
     uint8_t transport0[20]; /**< never written */
-    uint32_t status;        /**< offset 20 */
+    uint32_t status;        /**< offset 20: a result code, AAA_OK = processed; not the verdict */
     uint32_t second;        /**< offset 24 */
     uint32_t tail28;        /**< only in the connect reply's 32-byte element, not written */
 } aaa_reply_hdr_t;

@@ -36,7 +36,7 @@ enum aaa_function {
     AAA_FUNC_AUTHOR_NACM = 3 /**< "authorization_nacm" */
 };
 
-/** Outcome of a request, value of AAA_STATUS_ATTR; aaa_print_status(). */
+/** Verdict on a request, value of AAA_STATUS_ATTR; aaa_print_status(). A reply's header has a result code. */
 enum aaa_status {
     AAA_STAT_NONE = 0,         /**< "NO STATUS" */
     AAA_STAT_PASS = 1,         /**< "PASS" */

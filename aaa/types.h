@@ -6,6 +6,13 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#if !defined(__cplusplus) && (!defined(__STDC_VERSION__) || __STDC_VERSION__ < 201112L)
+#error "The headers of libaaautil need C11: compile with -std=c11 or later, or as C++"
+/* Otherwise each check of a layout would be one more error. */
+#undef static_assert
+#define static_assert(condition, text) extern int aaa_headers_need_c11
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif

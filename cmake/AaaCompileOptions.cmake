@@ -105,14 +105,16 @@ else()
 endif()
 option(AAA_HARDEN "Build with stack, string function and control flow protection" ${AAA_HARDEN_DEFAULT})
 if(AAA_HARDEN)
+  file(RELATIVE_PATH AAA_WAY_TO_SOURCES "${PROJECT_BINARY_DIR}" "${PROJECT_SOURCE_DIR}")
+  string(REGEX REPLACE "/$" "" AAA_WAY_TO_SOURCES "${AAA_WAY_TO_SOURCES}")
   target_compile_options(aaa_instrument INTERFACE
     -fstack-protector-strong -fstack-clash-protection -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2
-    # The same bytes in any directory.
-    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
+    # The same bytes in any directory, also when the compiler cache makes the paths relative.
+    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=" $<$<BOOL:${AAA_WAY_TO_SOURCES}>:-ffile-prefix-map=${AAA_WAY_TO_SOURCES}/=>)
   if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|amd64|i[3-6]86)$")
     target_compile_options(aaa_instrument INTERFACE -fcf-protection=full)
   elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
     target_compile_options(aaa_instrument INTERFACE -mbranch-protection=standard)
   endif()
-  target_link_options(aaa_instrument INTERFACE LINKER:-z,relro LINKER:-z,noexecstack)
+  target_link_options(aaa_instrument INTERFACE LINKER:-z,relro LINKER:-z,noexecstack LINKER:--build-id=sha1)
 endif()

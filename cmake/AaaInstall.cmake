@@ -12,19 +12,16 @@ install(FILES "${PROJECT_BINARY_DIR}/aaautil-config.cmake" "${PROJECT_BINARY_DIR
   DESTINATION "${AAA_CONFIG_DIR}" COMPONENT development)
 install(EXPORT aaautil FILE aaautil-targets.cmake NAMESPACE aaautil:: DESTINATION "${AAA_CONFIG_DIR}" COMPONENT development)
 
-# Paths are relative to the .pc file, so that an installed tree can be moved, unless
-# the directories were given as absolute paths.
+# The paths are absolute: pkg-config leaves out those that the compiler searches anyway only if
+# it recognises them. For a tree that was moved: pkg-config --define-variable=prefix=PLACE.
 set(AAA_PC_DIR "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
-if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
-  set(AAA_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
-  set(AAA_PC_LIBDIR "${CMAKE_INSTALL_FULL_LIBDIR}")
-  set(AAA_PC_INCLUDEDIR "${CMAKE_INSTALL_FULL_INCLUDEDIR}")
-else()
-  file(RELATIVE_PATH AAA_PC_PREFIX "/${AAA_PC_DIR}" "/")
-  string(REGEX REPLACE "/$" "" AAA_PC_PREFIX "\${pcfiledir}/${AAA_PC_PREFIX}")
-  set(AAA_PC_LIBDIR "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
-  set(AAA_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
-endif()
+foreach(directory LIBDIR INCLUDEDIR)
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_${directory}}")
+    set(AAA_PC_${directory} "${CMAKE_INSTALL_${directory}}")
+  else()
+    set(AAA_PC_${directory} "\${prefix}/${CMAKE_INSTALL_${directory}}")
+  endif()
+endforeach()
 foreach(name aaautil aaaclient aaaplatform aaautil-testkit aaautil-testkit-alloc)
   configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
   install(FILES "${PROJECT_BINARY_DIR}/${name}.pc" DESTINATION "${AAA_PC_DIR}" COMPONENT development)

@@ -125,7 +125,7 @@ class Reader:
         guard = False
         while self.at < len(self.lines):
             line = self.lines[self.at]
-            if line.startswith("#ifdef __cplusplus"):
+            if line.startswith(("#ifdef __cplusplus", "#if !defined(__cplusplus)")):
                 while not self.lines[self.at].startswith("#endif"):
                     self.at += 1
                 self.at += 1

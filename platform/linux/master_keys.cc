@@ -25,8 +25,6 @@ namespace aaaplatform {
 
 namespace {
 
-constexpr char kUsualPath[] = "/etc/aaa/master.keys";
-
 static_assert(kMasterKeySize == crypto_aead_xchacha20poly1305_ietf_KEYBYTES);
 
 bool refuse(const char *path, const char *why, const char *advice) {
@@ -107,7 +105,7 @@ int open_directory_of(const char *path) noexcept {
 }
 
 const char *master_keys_path() noexcept {
-    return config_path("AAA_MASTER_KEYS", kUsualPath);
+    return config_path("AAA_MASTER_KEYS", kUsualMasterKeys);
 }
 
 MasterKeys::~MasterKeys() {
@@ -127,7 +125,7 @@ bool MasterKeys::read(const char *path) noexcept {
 }
 
 void MasterKeys::admit_service(const char *path) noexcept {
-    readers_ = std::strcmp(path, kUsualPath) == 0 ? service_group() : 0;
+    readers_ = std::strcmp(path, kUsualMasterKeys) == 0 ? service_group() : 0;
 }
 
 // One line after the first. The checksum covers those that hold keys.

@@ -22,6 +22,7 @@
 
 namespace aaaplatform {
 
+inline constexpr char kUsualMasterKeys[] = "/etc/aaa/master.keys";
 inline constexpr std::size_t kMasterKeySize = 32;
 inline constexpr unsigned kGenerations = 100;  // two decimal digits
 

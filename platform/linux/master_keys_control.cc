@@ -21,6 +21,9 @@ namespace {
 
 constexpr unsigned kFirstGeneration = 1;
 
+// Of which a shell changes none.
+constexpr char kPlainCharacters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_./-";
+
 constexpr long kLockWaitMs = 5000;
 constexpr long kLockRetryMs = 20;
 
@@ -64,7 +67,29 @@ const char *path_or_usual(const char *path) {
     return path != nullptr ? path : master_keys_path();
 }
 
+// Says how to make a directory that is missing, with a command that a shell takes unchanged.
+cerrno no_directory(const char *path) {
+    const char *slash = std::strrchr(path, '/');
+    const int length = slash != nullptr ? static_cast<int>(slash - path) : 0;
+    if (std::strcmp(path, kUsualMasterKeys) == 0) {
+        log(kLogError, "MASTER_KEYS",
+            "%s: its directory does not exist; make it as root: systemd-tmpfiles --create aaa.conf, or "
+            "without "
+            "the packages: install -d -m 0750 -g aaa /etc/aaa",
+            path);
+    } else if (std::strspn(path, kPlainCharacters) == std::strlen(path)) {
+        log(kLogError, "MASTER_KEYS", "%s: its directory does not exist; make it: install -d -m 0700 -- %.*s",
+            path, length, path);
+    } else {
+        log(kLogError, "MASTER_KEYS", "%s: its directory does not exist; make it, with mode 0700", path);
+    }
+    return ENOENT;
+}
+
 cerrno failed(const char *path, int error) {
+    if (error == ENOENT) {
+        return no_directory(path);
+    }
     log(kLogError, "MASTER_KEYS", "%s: it cannot be written: %s; the keys are unchanged", path,
         strerrordesc_np(error));
     return static_cast<cerrno>(error);

@@ -125,12 +125,22 @@ TEST_F(Keys, LeaveNoOtherFile) {
 TEST_F(Keys, CannotBeCreatedWhereThereIsNoDirectory) {
     const std::string absent = dir.path("no/such/file");
     EXPECT_EQ(static_cast<cerrno>(ENOENT), aaa_platform_master_keys_create(absent.c_str()));
+    const std::string message = g_log->take_one();
     EXPECT_EQ("%AAA-PLATFORM-3-MASTER_KEYS : " + absent +
-                  ": it cannot be written: No such file or directory; the keys are unchanged",
-              g_log->take_one());
+                  ": its directory does not exist; make it: install -d -m 0700 -- " + dir.path("no/such"),
+              message);
+    // The command that the message names mends it.
+    ASSERT_EQ(0, std::system(message.substr(message.find("install -d")).c_str()));
+    EXPECT_EQ(0u, aaa_platform_master_keys_create(absent.c_str()));
+
+    const std::string odd = dir.path("a directory; echo") + "/file";
+    EXPECT_EQ(static_cast<cerrno>(ENOENT), aaa_platform_master_keys_create(odd.c_str()));
+    EXPECT_EQ(
+        "%AAA-PLATFORM-3-MASTER_KEYS : " + odd + ": its directory does not exist; make it, with mode 0700",
+        g_log->take_one());
     EXPECT_NE(0u, aaa_platform_master_keys_create(std::string(5000, 'x').c_str()));
-    EXPECT_NE(0u, aaa_platform_master_keys_rotate((dir.path("no/such/") + std::string(5000, 'x')).c_str(),
-                                                  nullptr));
+    EXPECT_NE(0u, aaa_platform_master_keys_rotate(
+                      (dir.path("neither/such/") + std::string(5000, 'x')).c_str(), nullptr));
     g_log->take();
 }
 

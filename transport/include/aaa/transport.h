@@ -110,7 +110,7 @@ typedef struct aaa_transport_head {
     aaa_transport_kind_t kind; /**< classic or session */
     uint32_t type;             /**< message type of the request */
     uint32_t key;              /**< of a session packet; 0 in a classic message */
-    cerrno result;             /**< of a reply: how the request was processed; AAA_OK in a request */
+    cerrno result;             /**< of a reply: was the request processed? The verdict is AAA_STATUS_ATTR */
     size_t list_at;            /**< offset of the packed list; 0 when the message has none */
 } aaa_transport_head_t;
 
@@ -435,7 +435,8 @@ AAA_API cerrno aaa_transport_read_request(const aaa_transport_msg_t *msg, aaa_tr
  *                      configuration action
  *
  * @return
- * - AAA_OK: read; the result says whether the request was processed
+ * - AAA_OK: read; the result says whether the request was processed, and AAA_STATUS_ATTR of the list what
+ *   the server decided
  * - AAA_ERR_INVALID_ARG: a pointer is null
  * - AAA_ERR_INVALID_MSG_TYPE: neither a classic message nor a session packet
  * - AAA_ERR_INVALID_MSG_SIZE: it ends inside the header
