@@ -11,14 +11,14 @@
 namespace service {
 
 struct ServerFigures {
-    std::uint64_t asked = 0;        // requests
-    std::uint64_t tries = 0;        // how often these were sent, as far as they have ended
-    std::uint64_t answers = 0;      // of these requests
-    std::uint64_t silent = 0;       // time-outs
-    std::uint64_t unreachable = 0;  // the network said so
-    std::uint64_t errors = 0;       // faulty answers, lost connections
-    std::uint64_t overloads = 0;    // not asked: too much was under way
-    std::uint64_t probes = 0;  // requests that ask only whether it answers; not in `asked`
+    std::uint64_t asked = 0;          // requests
+    std::uint64_t tries = 0;          // how often these were sent, as far as they have ended
+    std::uint64_t answers = 0;        // of these requests
+    std::uint64_t silent = 0;         // time-outs
+    std::uint64_t unreachable = 0;    // the network said so
+    std::uint64_t errors = 0;         // faulty answers, lost connections
+    std::uint64_t overloads = 0;      // not asked: too much was under way
+    std::uint64_t probes = 0;         // requests that ask only whether it answers; not in `asked`
     std::uint64_t probe_answers = 0;  // of these
     net::Time last_round_trip = 0;    // of an answer to the first try; 0 before the first
     net::Time round_trip = 0;         // the same, smoothed by an eighth

@@ -61,9 +61,10 @@ TEST_F(RunningConfigCommands, WhatIsShownCanBeLoaded) {
     load(kText);
     EXPECT_EQ(shown(), kText);
     const std::string before = dump();
-    EXPECT_EQ(aaactl({"sg", "list", "corp"}).out,
-              "PROTOCOL  NAME  NUMBER  SERVERS\n"
-              "radius    corp  1001    192.0.2.1,1812,1813 192.0.2.2,1645,1646 (private)\n");
+    EXPECT_EQ(
+        aaactl({"sg", "list", "corp"}).out,
+        "PROTOCOL  NAME  NUMBER  SERVERS\n"
+        "radius    corp  1001    192.0.2.1,1812,1813 [no key] 192.0.2.2,1645,1646 (private) [no key]\n");
     const std::string file = dir().write("saved.conf", shown());
     ASSERT_EQ(aaactl({"sysdb", "del", "-r", "/cfg/gl/aaa/"}).status, 0);
     EXPECT_EQ(aaactl({"load", file}).out, "created 10, changed 0, deleted 0 items\n");
@@ -90,14 +91,14 @@ TEST_F(RunningConfigCommands, AGroupMayMoveToAnotherProtocol) {
     load("aaa group server tacacs corp\n server 192.0.2.1\n", {"--replace"});
     EXPECT_EQ(aaactl({"sg", "list"}).out,
               "PROTOCOL  NAME  NUMBER  SERVERS\n"
-              "tacacs    corp  3001    192.0.2.1\n");
+              "tacacs    corp  3001    192.0.2.1 [no key]\n");
 }
 
 TEST_F(RunningConfigCommands, OneWrongLineChangesNothing) {
     load(kText);
     expect_refused("tacacs-server timeout 9s\naaa authentcation login x local\n", 3,
                    "line 2: \"authentcation\" is not a kind of configuration; did you mean "
-                   "\"authentication\"?");
+                   "authentication?");
     expect_refused(
         "tacacs-server timeout 9s\nno aaa group server radius corp\n", 1,
         "line 2: server group corp is named by the method list /cfg/gl/aaa/accounting/exec/default; "

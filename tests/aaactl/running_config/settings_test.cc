@@ -75,7 +75,7 @@ TEST(ConfigSettings, RefusesWhatTheServiceWouldNotUse) {
     EXPECT_EQ(failure_of("tries 0"), "tries: 0 is out of range; use 1 to 10");
     EXPECT_EQ(failure_of("tries x"), "tries: \"x\" is not a number; use 1 to 10");
     EXPECT_EQ(failure_of("retransmit 10"), "retransmit: 10 is out of range; use 0 to 9");
-    EXPECT_EQ(failure_of("transport tcp"), "\"tcp\" is not the value of transport; did you mean udp?");
+    EXPECT_EQ(failure_of("transport tcp"), "\"tcp\" is not the value of transport; use udp or tls");
     EXPECT_EQ(failure_of("pap maybe"), "\"maybe\" is not the value of pap; use on or off");
     EXPECT_EQ(failure_of("vrf \"a\\x00\""), "vrf has a NUL byte");
     EXPECT_EQ(failure_of("timeuot 5s"), "\"timeuot\" is not a setting; did you mean timeout?");

@@ -57,27 +57,24 @@ ArgumentForm form_of(const CLI::Option &option) {
 }
 
 // The command that was given, as far as it is known.
-const CLI::App &last_command(const CLI::App &app) {
-    const auto given = app.get_subcommands();
-    return given.empty() ? app : last_command(*given.back());
-}
-
-// The words that may be where the unknown one is: commands, or options of the command and of all commands.
-std::vector<std::string> words_like(const CLI::App &app, const std::string &unknown) {
-    const CLI::App &command = last_command(app);
+// The words that may be where the unknown one is: commands, or options, of the program and of each command
+// that was given. "mlsit show" is a command "show" with an unknown word before it.
+std::vector<std::string> words_like(const CLI::App &app, bool is_option) {
     std::vector<std::string> words;
-    if (!unknown.starts_with('-')) {
-        for (const CLI::App *sub : command.get_subcommands([](const CLI::App *) { return true; })) {
-            words.push_back(sub->get_name());
-        }
-        return words;
-    }
-    for (const CLI::App *source : {&command, &app}) {
-        for (const CLI::Option *option : source->get_options()) {
+    if (is_option) {
+        for (const CLI::Option *option : app.get_options()) {
             for (const std::string &name : option->get_lnames()) {
                 words.push_back("--" + name);
             }
         }
+    } else {
+        for (const CLI::App *sub : app.get_subcommands([](const CLI::App *) { return true; })) {
+            words.push_back(sub->get_name());
+        }
+    }
+    for (const CLI::App *given : app.get_subcommands()) {
+        const std::vector<std::string> below = words_like(*given, is_option);
+        words.insert(words.end(), below.begin(), below.end());
     }
     return words;
 }
@@ -91,7 +88,7 @@ std::string reason(const CLI::App &app, const CLI::ParseError &error) {
     }
     const std::string &word = unknown.front();
     return (missing ? "The following argument was not expected: " + word : error.what()) +
-           did_you_mean(word, words_like(app, word));
+           did_you_mean(word, words_like(app, word.starts_with('-')));
 }
 
 }  // namespace
