@@ -97,7 +97,9 @@ TEST_F(Explain, ARecordForAGroupWaitsOnDisk) {
                  "   no server answers:  aaad keeps the record on disk and delivers it later; it is lost "
                  "only when it cannot be kept (aaad.conf: journal)\n"));
     // A group that cannot be asked keeps nothing.
-    list("accounting/exec/default", R"(7, 8, 9, 10, 17, 0, 0, "nowhere", "", "", "")");
+    number("tacacs", "hollow", 3001);
+    put("/cfg/gl/aaa/group-server/tacacs/hollow/timeout", "u32", "5");
+    list("accounting/exec/default", R"(7, 8, 9, 10, 17, 0, 0, "hollow", "", "", "")");
     EXPECT_EQ(explain_json({"accounting", "exec"}).json()["steps"][0]["on_no_answer"]["text"],
               "step 2, syslog");
 }
