@@ -26,7 +26,7 @@ static void publish_level(module_t *module, const client_answer_t *answer) {
 static int refuse(module_t *module, const client_answer_t *answer) {
     char user[MODULE_USER_MAX + 1];
     visible_copy(user, sizeof user, module->cred.username, strlen(module->cred.username), 0);
-    MODULE_LOG(module, LOG_NOTICE, "session is not authorized: user=%s tty=%s", user, module->terminal);
+    module_log(module, LOG_NOTICE, "session is not authorized: user=%s tty=%s", user, module->terminal);
     module_show(module, PAM_ERROR_MSG, answer->message);
     return answer->expired ? PAM_ACCT_EXPIRED : PAM_PERM_DENIED;
 }

@@ -52,7 +52,7 @@ static int first_password(login_t *login) {
         return login->password != NULL ? PAM_SUCCESS : PAM_BUF_ERR;
     }
     if (options->use_first) {
-        MODULE_LOG(module, LOG_NOTICE, "use_first_pass: no module before this one has asked for a password");
+        module_log(module, LOG_NOTICE, "use_first_pass: no module before this one has asked for a password");
         return PAM_AUTHTOK_RECOVERY_ERR;
     }
     return options->ask_later ? PAM_SUCCESS : ask_password(login, options->prompt);
@@ -170,7 +170,7 @@ static void log_failure(module_t *module, int rc) {
     const char *name = may_be_named(module) ? module->cred.username : "(unknown name)";
     visible_copy(user, sizeof user, name, strlen(name), 0);
     visible_copy(address, sizeof address, module->cred.remote_addr, strlen(module->cred.remote_addr), 0);
-    MODULE_LOG(module, LOG_NOTICE, "authentication failure: user=%s tty=%s rhost=%s: %s", user,
+    module_log(module, LOG_NOTICE, "authentication failure: user=%s tty=%s rhost=%s: %s", user,
                module->terminal, address, pam_strerror(module->pamh, rc));
 }
 

@@ -3,6 +3,7 @@
 #include "module.h"
 
 #include <security/pam_ext.h>
+#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -85,7 +86,7 @@ int module_begin(module_t *module, pam_handle_t *pamh, int flags, int argc, cons
 
 int module_end(module_t *module, int result) {
     if (module->client != NULL) {
-        MODULE_DEBUG(module, "result: %s", pam_strerror(module->pamh, result));
+        module_debug(module, "result: %s", pam_strerror(module->pamh, result));
     }
     client_free(module->client);
     module->client = NULL;
@@ -96,7 +97,7 @@ int module_unavailable(module_t *module) {
     char shown[512];
     const char *problem = client_problem(module->client);
     visible_copy(shown, sizeof shown, problem, strlen(problem), 0);
-    MODULE_LOG(module, LOG_ERR, "the AAA service is not available: %s", shown);
+    module_log(module, LOG_ERR, "the AAA service is not available: %s", shown);
     if (client_was_silent(module->client)) {
         note_silence(module->pamh);
     }
@@ -135,13 +136,22 @@ int module_take_user(module_t *module, int caller) {
     module->cred.remote_addr = (char *)(uintptr_t)(address != NULL ? address : "");
     module->cred.username = find_user(module, caller);
     if (module->cred.username == NULL) {
-        MODULE_LOG(module, LOG_NOTICE, "the program gives no user name");
+        module_log(module, LOG_NOTICE, "the program gives no user name");
         return PAM_USER_UNKNOWN;
     }
     const size_t length = strlen(module->cred.username);
     if (length == 0 || length > MODULE_USER_MAX) {
-        MODULE_LOG(module, LOG_NOTICE, "a user name of %zu characters is refused", length);
+        module_log(module, LOG_NOTICE, "a user name of %zu characters is refused", length);
         return PAM_USER_UNKNOWN;
     }
     return PAM_SUCCESS;
+}
+
+void module_log(const module_t *module, int level, const char *format, ...) {
+    char text[2001];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    pam_syslog(module->pamh, level, "[%s] %s", client_login(module->client), text);
 }

@@ -65,16 +65,16 @@ void module_forget(char **answer);
 /* The password that another module has asked for; null when there is none. */
 const char *module_item(const module_t *module, int item);
 
-/* A line for the log, with the id of the login before the text. The format is a literal. */
-#define MODULE_LOG(module, level, format, ...) \
-    pam_syslog((module)->pamh, level, "[%s] " format, client_login((module)->client), ##__VA_ARGS__)
+/* A line for the log, with the id of the login before the text. More than 2,000 bytes are cut. */
+__attribute__((format(printf, 3, 4))) void module_log(const module_t *module, int level, const char *format,
+                                                      ...);
 
-/* A short line for the log if the option debug is set. */
-#define MODULE_DEBUG(module, format, ...)                         \
-    do {                                                          \
-        if ((module)->options.debug) {                            \
-            MODULE_LOG(module, LOG_DEBUG, format, ##__VA_ARGS__); \
-        }                                                         \
+/* The same if the option debug is set. */
+#define module_debug(module, ...)                         \
+    do {                                                  \
+        if ((module)->options.debug) {                    \
+            module_log((module), LOG_DEBUG, __VA_ARGS__); \
+        }                                                 \
     } while (0)
 
 #endif /* AAA_PAM_MODULE_H */

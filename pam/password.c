@@ -41,7 +41,7 @@ static int old_password(change_t *change, const char *prompt) {
         return answer_with(change, old);
     }
     if (module->options.use_first) {
-        MODULE_LOG(module, LOG_NOTICE,
+        module_log(module, LOG_NOTICE,
                    "use_first_pass: no module before this one has asked for the old password");
         return PAM_AUTHTOK_RECOVERY_ERR;
     }
@@ -90,7 +90,7 @@ static int take_new_password(change_t *change) {
         return change->fresh != NULL ? PAM_SUCCESS : PAM_BUF_ERR;
     }
     if (module->options.use_authtok || module->options.use_first) {
-        MODULE_LOG(module, LOG_NOTICE, "no module before this one has asked for a new password");
+        module_log(module, LOG_NOTICE, "no module before this one has asked for a new password");
         return PAM_AUTHTOK_ERR;
     }
     return ask_new_password(change);
@@ -110,12 +110,12 @@ static int result_of(change_t *change, const client_answer_t *answer) {
                 module_show(module, PAM_TEXT_INFO, answer->message);
                 return PAM_SUCCESS;
             }
-            MODULE_LOG(module, LOG_ERR, "the AAA service does not change passwords");
+            module_log(module, LOG_ERR, "the AAA service does not change passwords");
             module_show(module, PAM_ERROR_MSG,
                         "The AAA service does not change passwords. The password is unchanged.");
             return PAM_AUTHTOK_ERR;
         case AAA_STAT_NOT_REQUIRED:
-            MODULE_DEBUG(module, "the password is not the service's");
+            module_debug(module, "the password is not the service's");
             return PAM_IGNORE;
         case AAA_STAT_ERROR:
             if (change->fresh != NULL) {

@@ -73,7 +73,7 @@ static int send_record(module_t *module, uint32_t option, uint32_t number) {
         module_unavailable(module);
         return PAM_SESSION_ERR;
     }
-    MODULE_DEBUG(module, "session %u: %s recorded", number, option == AAA_ACCT_START_OPT ? "start" : "stop");
+    module_debug(module, "session %u: %s recorded", number, option == AAA_ACCT_START_OPT ? "start" : "stop");
     return PAM_SUCCESS;
 }
 
@@ -98,7 +98,7 @@ int pam_sm_close_session(pam_handle_t *pamh, int flags, int argc, const char **a
     }
     const uint32_t number = kept_number(pamh);
     if (number == 0) {
-        MODULE_LOG(&module, LOG_WARNING, "the end of a session is not recorded: its start is not known here");
+        module_log(&module, LOG_WARNING, "the end of a session is not recorded: its start is not known here");
         return module_end(&module, PAM_SESSION_ERR);
     }
     return module_end(&module, send_record(&module, AAA_ACCT_STOP_OPT, number));
