@@ -32,9 +32,12 @@ if(AAA_SANITIZE)
   target_compile_options(aaa_instrument INTERFACE
     -fsanitize=${AAA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
   target_link_options(aaa_instrument INTERFACE -fsanitize=${AAA_SANITIZE})
-  # clang has these checks in its runtime for C++ only, and programs in C link the libraries.
+  # Of clang, when C and C++ compilers and linkers are called as programs: AAA_CLANG_SANITIZE.
+  set(AAA_CLANG_SANITIZE "")
+  # It has these checks in its runtime for C++ only, and programs in C link the libraries.
   if(AAA_SANITIZE MATCHES "undefined" AND CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(aaa_instrument INTERFACE -fno-sanitize=function,vptr)
+    list(APPEND AAA_CLANG_SANITIZE -fno-sanitize=function,vptr)
   endif()
   # One runtime for a program and the libraries that it loads, as gcc has it: tests replace
   # functions of it, preload libraries, and load them into programs of other languages.
@@ -43,6 +46,7 @@ if(AAA_SANITIZE)
       OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
     target_link_options(aaa_instrument INTERFACE -shared-libasan "LINKER:-rpath,${runtime}")
     target_compile_definitions(aaa_instrument INTERFACE AAA_SHARED_ASAN)
+    list(APPEND AAA_CLANG_SANITIZE -shared-libasan "-Wl,-rpath,${runtime}")
   endif()
   # gcc's names for what clang 14 has only __has_feature().
   if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
