@@ -14,6 +14,10 @@ const Protocol &kRadius = kProtocols[0];
 const Protocol &kTacacs = kProtocols[1];
 const std::string kSealed = "01" + std::string(90, 'a');
 
+const Protocol &owner_of(const std::string &setting) {
+    return setting == "pap" || setting == "single-connect" || setting == "port" ? kTacacs : kRadius;
+}
+
 SettingValue read(const std::string &text, const Protocol &protocol = kRadius) {
     WordReader words(split_words(text));
     SettingValue value = read_setting(protocol, words);
@@ -49,15 +53,17 @@ TEST(ConfigSettings, WordsAndTheirStoredForm) {
         {"default-port 49", "port", "default-port 49", number_item(49)},
         {"transport tls", "transport", "transport tls", text_item("tls")},
         {"ca-file \"/a b\"", "ca-file", "ca-file \"/a b\"", text_item("/a b")},
-        {"vrf \"\"", "vrf", "vrf \"\"", text_item("")},
+        {"probe-user \"\"", "probe-user", "probe-user \"\"", text_item("")},
+        {"source 2001:db8::1", "source", "source 2001:db8::1", text_item("2001:db8::1")},
     };
     for (const Case &one : cases) {
-        const SettingValue value = read(one.text);
+        const Protocol &protocol = owner_of(one.name);
+        const SettingValue value = read(one.text, protocol);
         EXPECT_STREQ(value.form->name, one.name);
         EXPECT_EQ(value.item, one.item) << one.text;
         EXPECT_EQ(setting_text(value), one.again);
-        EXPECT_EQ(read(one.again), value) << one.again;
-        EXPECT_EQ(setting_value(kRadius, *value.form, value.item), value) << one.text;
+        EXPECT_EQ(read(one.again, protocol), value) << one.again;
+        EXPECT_EQ(setting_value(protocol, *value.form, value.item), value) << one.text;
     }
 }
 
@@ -76,8 +82,12 @@ TEST(ConfigSettings, RefusesWhatTheServiceWouldNotUse) {
     EXPECT_EQ(failure_of("tries x"), "tries: \"x\" is not a number; use 1 to 10");
     EXPECT_EQ(failure_of("retransmit 10"), "retransmit: 10 is out of range; use 0 to 9");
     EXPECT_EQ(failure_of("transport tcp"), "\"tcp\" is not the value of transport; use udp or tls");
-    EXPECT_EQ(failure_of("pap maybe"), "\"maybe\" is not the value of pap; use on or off");
-    EXPECT_EQ(failure_of("vrf \"a\\x00\""), "vrf has a NUL byte");
+    EXPECT_EQ(failure_of("legacy maybe"), "\"maybe\" is not the value of legacy; use on or off");
+    EXPECT_EQ(failure_of("pap on"), "pap is not a setting of RADIUS");
+    EXPECT_EQ(failure_of("source name"), "source is an IPv4 or IPv6 address");
+    EXPECT_EQ(failure_of("ca-file name"), "ca-file is the path of a file, from the root on");
+    EXPECT_EQ(failure_of("vrf \"\""), "vrf is a text of so many bytes: 1 to 15");
+    EXPECT_EQ(failure_of("vrf \"a\\x00\""), "vrf: it holds a control character");
     EXPECT_EQ(failure_of("timeuot 5s"), "\"timeuot\" is not a setting; did you mean timeout?");
     EXPECT_EQ(read("transport tcp", kTacacs).item, text_item("tcp"));
 }

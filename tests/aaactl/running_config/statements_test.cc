@@ -190,7 +190,8 @@ TEST(RunningConfig, ErrorsNameTheLineAndWhatWasMeant) {
          "dead-time, "
          "transport, server-name, ca-file, certificate-file, key-file, crl-file, source, source-interface, "
          "vrf, "
-         "default-port, legacy, status-server, nas-identifier, vendor-map, single-connect or pap"},
+         "default-port, legacy, status-server, probe-user, nas-identifier, vendor-map, single-connect or "
+         "pap"},
         {"radius-server host 192.0.2.1 aut-port 49",
          "line 1: \"aut-port\" is not a setting; did you mean auth-port?"},
         {"radius-server host 192.0.2.1 auth-port 0",
@@ -344,6 +345,12 @@ Item random_value(Random &random, const std::string &name) {
     }
     if (name == "transport") {
         return text_item(random.one_of(std::vector<std::string>{"udp", "tcp", "tls"}));
+    }
+    if (random.once_in(2) && (name.ends_with("-file") || name == "vendor-map")) {
+        return text_item("/" + random.one_of(kNames));
+    }
+    if (random.once_in(2) && name == "source") {
+        return text_item("192.0.2.9");
     }
     const bool number = name == "timeout" || name == "tries" || name == "dead-time" || name == "port" ||
                         name == "legacy" || name == "pap" || name == "single-connect" ||

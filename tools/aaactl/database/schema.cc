@@ -25,7 +25,8 @@ constexpr unsigned kTacacs = 2;
 constexpr unsigned kDiameter = 4;
 
 constexpr Setting kSettings[] = {
-#define AAACTL_SETTING(name, protocols, form, least, most) {name, protocols, SettingForm::form, least, most},
+#define AAACTL_SETTING(name, word, protocols, form, least, most) \
+    {name, word, protocols, SettingForm::form, least, most},
 #include "database/settings.def"
 };
 
@@ -150,12 +151,6 @@ std::string server_fault(unsigned protocol, const Place &place, const Item &item
 
 // ---- settings
 
-const Setting *setting_named(const std::string &name) {
-    const auto found = std::find_if(std::begin(kSettings), std::end(kSettings),
-                                    [&](const Setting &s) { return name == s.name; });
-    return found != std::end(kSettings) ? &*found : nullptr;
-}
-
 std::vector<std::string> names_of(unsigned protocol) {
     std::vector<std::string> names;
     for (const Setting &setting : kSettings) {
@@ -202,10 +197,16 @@ std::string text_fault(const Setting &setting, unsigned protocol, const std::str
 }
 
 std::string value_fault(const Setting &setting, unsigned protocol, const Item &item) {
+    if ((setting.protocols & protocol) == 0) {
+        return std::string(setting.name) + " is not a setting of " +
+               (protocol == kRadius   ? "RADIUS"
+                : protocol == kTacacs ? "TACACS+"
+                                      : "Diameter");
+    }
     if (item.type != setting.type()) {
         return wrong_type(item, setting.type());
     }
-    if (setting.form == SettingForm::number) {
+    if (setting.is_number()) {
         return range_fault(setting, number_of(item), "a number from ");
     }
     const std::string text = text_of(item);
@@ -236,12 +237,6 @@ std::string settings_fault(unsigned protocol, const Place &place, const Item &it
     const Setting *setting = setting_named(name);
     if (setting == nullptr) {
         return unknown(name, "a setting", names_of(protocol));
-    }
-    if ((setting->protocols & protocol) == 0) {
-        return std::string(setting->name) + " is not a setting of " +
-               (protocol == kRadius   ? "RADIUS"
-                : protocol == kTacacs ? "TACACS+"
-                                      : "Diameter");
     }
     return value_fault(*setting, protocol, item);
 }
@@ -295,6 +290,16 @@ std::string protocol_fault(const Place &place, const Item &item) {
 }
 
 }  // namespace
+
+const Setting *setting_named(std::string_view name) {
+    const auto found = std::find_if(std::begin(kSettings), std::end(kSettings),
+                                    [&](const Setting &setting) { return name == setting.name; });
+    return found != std::end(kSettings) ? &*found : nullptr;
+}
+
+std::string value_fault(const Setting &setting, const std::string &protocol, const Item &item) {
+    return value_fault(setting, protocol_bit(protocol), item);
+}
 
 std::span<const Setting> settings() {
     return kSettings;

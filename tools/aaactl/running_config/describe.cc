@@ -141,7 +141,7 @@ class Describer {
     std::vector<SettingValue> values(const Owner &owner, const std::string &directory) {
         std::vector<SettingValue> all;
         for (const std::string &word : setting_words()) {
-            const SettingForm &form = *setting_of_word(word);
+            const Setting &form = *setting_of_word(word);
             const auto item = rest_.find(directory + form.name);
             if (item == rest_.end()) {
                 continue;

@@ -314,7 +314,7 @@ class Parser {
     }
 
     static void expect_end_after(const SettingValue &value, const WordReader &words) {
-        if (value.form->kind == SettingKind::key && !words.at_end()) {
+        if (value.form->form == SettingForm::sealed_key && !words.at_end()) {
             throw malformed("more words follow the key; a key with blanks is put between quotation marks");
         }
         words.expect_end();

@@ -13,38 +13,10 @@
 namespace aaactl {
 namespace {
 
-using Kind = SettingKind;
-
-// The limits are those that the service keeps to.
-constexpr SettingForm kForms[] = {
-    {"key", "key", Kind::key},
-    {"timeout", "timeout", Kind::milliseconds, 10, 60000},
-    {"tries", "tries", Kind::number, 1, 10},
-    {"dead-time", "dead-time", Kind::seconds, 0, 86400},
-    {"transport", "transport", Kind::transport},
-    {"server-name", "server-name", Kind::text},
-    {"ca-file", "ca-file", Kind::text},
-    {"certificate-file", "certificate-file", Kind::text},
-    {"key-file", "key-file", Kind::text},
-    {"crl-file", "crl-file", Kind::text},
-    {"source", "source", Kind::text},
-    {"source-interface", "source-interface", Kind::text},
-    {"vrf", "vrf", Kind::text},
-    {"port", "default-port", Kind::port, 1, 65535},  // "port" is that of one server
-    {"legacy", "legacy", Kind::flag, 0, 1},
-    {"status-server", "status-server", Kind::flag, 0, 1},
-    {"nas-identifier", "nas-identifier", Kind::text},
-    {"vendor-map", "vendor-map", Kind::text},
-    {"single-connect", "single-connect", Kind::flag, 0, 1},
-    {"pap", "pap", Kind::flag, 0, 1},
-};
+using Form = SettingForm;
 
 Failure malformed(const std::string &why) {
     return {ExitCode::bad_input, why};
-}
-
-bool is_number(Kind kind) {
-    return kind != Kind::text && kind != Kind::transport && kind != Kind::key;
 }
 
 std::vector<std::string> transports(const Protocol &protocol) {
@@ -56,8 +28,8 @@ bool is_text(const Item &item) {
            item.bytes.find('\0') == item.bytes.size() - 1;
 }
 
-std::string range_text(const SettingForm &form) {
-    const char *unit = form.kind == Kind::milliseconds ? "ms" : form.kind == Kind::seconds ? "s" : "";
+std::string range_text(const Setting &form) {
+    const char *unit = form.form == Form::milliseconds ? "ms" : form.form == Form::seconds ? "s" : "";
     return std::to_string(form.least) + unit + " to " + std::to_string(form.most) + unit;
 }
 
@@ -69,8 +41,8 @@ constexpr Unit kMilliseconds[] = {{"ms", 1}, {"s", 1000}, {"min", 60000}};
 constexpr Unit kSeconds[] = {{"s", 1}, {"min", 60}, {"h", 3600}};
 
 // Without a unit, "timeout 5" is five seconds on some devices and five milliseconds on others.
-uint64_t factor_of(const SettingForm &form, std::string_view number, std::string_view unit) {
-    const bool short_time = form.kind == Kind::milliseconds;
+uint64_t factor_of(const Setting &form, std::string_view number, std::string_view unit) {
+    const bool short_time = form.form == Form::milliseconds;
     for (const Unit &known : short_time ? kMilliseconds : kSeconds) {
         if (unit == known.name) {
             return known.factor;
@@ -81,11 +53,11 @@ uint64_t factor_of(const SettingForm &form, std::string_view number, std::string
                     (short_time ? digits + "ms or " + digits + "s" : digits + "s or " + digits + "min"));
 }
 
-uint32_t read_number(const SettingForm &form, const std::string &word) {
+uint32_t read_number(const Setting &form, const std::string &word) {
     uint64_t number = 0;
     const char *end = word.data() + word.size();
     const auto [stop, error] = std::from_chars(word.data(), end, number);
-    const bool timed = form.kind == Kind::milliseconds || form.kind == Kind::seconds;
+    const bool timed = form.form == Form::milliseconds || form.form == Form::seconds;
     if (error != std::errc() || (!timed && stop != end)) {
         throw malformed(std::string(form.word) + ": \"" + escaped(word) + "\" is not a number; use " +
                         range_text(form));
@@ -99,20 +71,20 @@ uint32_t read_number(const SettingForm &form, const std::string &word) {
     return static_cast<uint32_t>(number * factor);
 }
 
-std::string number_text(const SettingForm &form, uint32_t number) {
-    switch (form.kind) {
-        case Kind::milliseconds:
+std::string number_text(const Setting &form, uint32_t number) {
+    switch (form.form) {
+        case Form::milliseconds:
             return number % 1000 == 0 ? std::to_string(number / 1000) + "s" : std::to_string(number) + "ms";
-        case Kind::seconds:
+        case Form::seconds:
             return std::to_string(number) + "s";
-        case Kind::flag:
+        case Form::flag:
             return number != 0 ? "on" : "off";
         default:
             return std::to_string(number);
     }
 }
 
-SettingValue read_key(const SettingForm &form, WordReader &words) {
+SettingValue read_key(const Setting &form, WordReader &words) {
     constexpr char kForm[] =
         "write \"key 7\" and a sealed key, which \"aaactl key seal\" prints, or \"key 0\" and the clear key";
     const bool sealed = words.take_if("7");
@@ -141,24 +113,38 @@ SettingValue read_key(const SettingForm &form, WordReader &words) {
     return {&form, false, text_item(text), clear};
 }
 
-}  // namespace
-
-const SettingForm *setting_named(std::string_view name) {
-    const auto found = std::find_if(std::begin(kForms), std::end(kForms),
-                                    [&](const SettingForm &form) { return name == form.name; });
-    return found != std::end(kForms) ? found : nullptr;
+SettingValue read_value(const Setting &form, const Protocol &protocol, WordReader &words) {
+    const std::string value = std::string("the value of ") + form.word;
+    switch (form.form) {
+        case Form::sealed_key:
+            return read_key(form, words);
+        case Form::flag:
+            return {&form, false, number_item(words.take_keyword(value, {"on", "off"}) == "on" ? 1 : 0),
+                    false};
+        case Form::transport:
+            return {&form, false, text_item(words.take_keyword(value, transports(protocol))), false};
+        case Form::text:
+        case Form::file:
+        case Form::address:
+            return {&form, false, text_item(words.take(value)), false};
+        default:
+            return {&form, false, number_item(read_number(form, words.take(value))), false};
+    }
 }
 
-const SettingForm *setting_of_word(std::string_view word) {
-    const auto found = std::find_if(std::begin(kForms), std::end(kForms),
-                                    [&](const SettingForm &form) { return word == form.word; });
-    return found != std::end(kForms) ? found : nullptr;
+}  // namespace
+
+const Setting *setting_of_word(std::string_view word) {
+    const auto all = settings();
+    const auto found =
+        std::find_if(all.begin(), all.end(), [&](const Setting &form) { return word == form.word; });
+    return found != all.end() ? &*found : nullptr;
 }
 
 const std::vector<std::string> &setting_words() {
     static const std::vector<std::string> words = [] {
         std::vector<std::string> all;
-        for (const SettingForm &form : kForms) {
+        for (const Setting &form : settings()) {
             all.emplace_back(form.word);
         }
         return all;
@@ -166,19 +152,11 @@ const std::vector<std::string> &setting_words() {
     return words;
 }
 
-std::optional<SettingValue> setting_value(const Protocol &protocol, const SettingForm &form,
-                                          const Item &item) {
-    bool expressible = false;
-    if (is_number(form.kind)) {
-        expressible = item.type == SYSDB_TYPE_U32 && item.bytes.size() == sizeof(uint32_t) &&
-                      number_of(item) >= form.least && number_of(item) <= form.most;
-    } else if (is_text(item)) {
-        const std::vector<std::string> known = transports(protocol);
-        expressible = form.kind == Kind::text || (form.kind == Kind::key && looks_sealed(text_of(item))) ||
-                      (form.kind == Kind::transport &&
-                       std::find(known.begin(), known.end(), text_of(item)) != known.end());
-    }
-    return expressible ? std::optional(SettingValue{&form, false, item, false}) : std::nullopt;
+std::optional<SettingValue> setting_value(const Protocol &protocol, const Setting &form, const Item &item) {
+    const bool whole = form.is_number() ? item.bytes.size() == sizeof(uint32_t) : is_text(item);
+    return whole && value_fault(form, protocol.word, item).empty()
+               ? std::optional(SettingValue{&form, false, item, false})
+               : std::nullopt;
 }
 
 std::string setting_text(const SettingValue &value) {
@@ -186,43 +164,30 @@ std::string setting_text(const SettingValue &value) {
     if (value.removed) {
         return "no " + word;
     }
-    if (is_number(value.form->kind)) {
+    if (value.form->is_number()) {
         return word + " " + number_text(*value.form, number_of(value.item));
     }
-    const std::string kind = value.form->kind != Kind::key ? "" : value.clear ? "0 " : "7 ";
+    const std::string kind = value.form->form != Form::sealed_key ? "" : value.clear ? "0 " : "7 ";
     return word + " " + kind + word_text(text_of(value.item));
 }
 
 SettingValue read_setting(const Protocol &protocol, WordReader &words) {
     // What other systems write, with other units: only the number of repetitions is the same everywhere.
     if (words.take_if("retransmit")) {
-        const SettingForm &tries = *setting_named("tries");
-        SettingForm repeats = tries;
+        const Setting &tries = *setting_named("tries");
+        Setting repeats = tries;
         repeats.word = "retransmit";
         repeats.least = 0;
         repeats.most = tries.most - 1;
         return {&tries, false, number_item(read_number(repeats, words.take("the number")) + 1), false};
     }
-    const SettingForm &form = *setting_of_word(words.take_keyword("a setting", setting_words()));
-    const std::string value = std::string("the value of ") + form.word;
-    switch (form.kind) {
-        case Kind::key:
-            return read_key(form, words);
-        case Kind::flag:
-            return {&form, false, number_item(words.take_keyword(value, {"on", "off"}) == "on" ? 1 : 0),
-                    false};
-        case Kind::transport:
-            return {&form, false, text_item(words.take_keyword(value, transports(protocol))), false};
-        case Kind::text: {
-            const std::string &text = words.take(value);
-            if (text.find('\0') != std::string::npos) {
-                throw malformed(std::string(form.word) + " has a NUL byte");
-            }
-            return {&form, false, text_item(text), false};
-        }
-        default:
-            return {&form, false, number_item(read_number(form, words.take(value))), false};
+    const Setting &form = *setting_of_word(words.take_keyword("a setting", setting_words()));
+    SettingValue value = read_value(form, protocol, words);
+    const std::string fault = value.clear ? "" : value_fault(form, protocol.word, value.item);
+    if (!fault.empty()) {
+        throw malformed(fault.starts_with(form.name) ? fault : std::string(form.word) + ": " + fault);
     }
+    return value;
 }
 
 SettingValue read_removed_setting(WordReader &words) {

@@ -19,30 +19,19 @@
 #include <vector>
 
 #include "config/protocols.hpp"
+#include "database/schema.hpp"
 #include "database/sysdb_values.hpp"
 #include "running_config/words.hpp"
 
 namespace aaactl {
 
-enum class SettingKind { milliseconds, seconds, number, port, flag, text, transport, key };
-
-struct SettingForm {
-    const char *name;  // below "settings/"
-    const char *word;
-    SettingKind kind;
-    uint32_t least = 0;
-    uint32_t most = 0;
-};
-
-// By the stored name; null for an unknown one.
-const SettingForm *setting_named(std::string_view name);
 // By the word; null for an unknown one.
-const SettingForm *setting_of_word(std::string_view word);
+const Setting *setting_of_word(std::string_view word);
 // The words of all settings.
 const std::vector<std::string> &setting_words();
 
 struct SettingValue {
-    const SettingForm *form = nullptr;
+    const Setting *form = nullptr;
     bool removed = false;  // "no timeout"
     Item item;
     bool clear = false;  // the item is the clear text of a key, which has to be sealed
@@ -51,8 +40,7 @@ struct SettingValue {
 };
 
 // A stored item as a value; nullopt when it has no words.
-std::optional<SettingValue> setting_value(const Protocol &protocol, const SettingForm &form,
-                                          const Item &item);
+std::optional<SettingValue> setting_value(const Protocol &protocol, const Setting &form, const Item &item);
 // "timeout 3s", "no timeout"
 std::string setting_text(const SettingValue &value);
 // The inverse: takes the words of one setting. Failure(bad_input); it quotes no part of a key.
