@@ -47,6 +47,8 @@ struct Question {
     std::string source;  // of failed logins: an address, terminal or client; empty: the console
     std::int32_t client_pid = 0;
     std::uint32_t client_uid = 0;
+    // The client of a login has gone: its outcome is counted, and nothing else comes of it.
+    std::shared_ptr<bool> client_has_gone = std::make_shared<bool>(false);
     bool for_others = false;  // the client may ask in the name of any user, so its word is taken
     SnapshotPtr snapshot;
 

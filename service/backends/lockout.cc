@@ -100,7 +100,10 @@ std::uint32_t Lockout::left(const Entry *entry, Time now, std::uint32_t most,
     if (entry == nullptr || is_over(*entry, now, settings)) {
         return most;
     }
-    return entry->locked_until != 0 || entry->failures >= most ? 0 : most - entry->failures;
+    if (entry->locked_until > now) {
+        return 0;
+    }
+    return entry->failures < most ? most - entry->failures : 1;  // the limit was lowered since
 }
 
 Lockout::Left Lockout::left(std::string_view user, std::string_view source, Time now,

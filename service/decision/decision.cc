@@ -128,7 +128,7 @@ void Decision::wait_for_turn(std::size_t place, const std::shared_ptr<Dialogue> 
         log_limited(limit, Level::kNotice, "LOGINS_WAIT", context("list", path_),
                     "many logins of %s or from %s are under way: further ones wait for them, see "
                     "\"logins-at-once\" in aaad.conf",
-                    question_.user.c_str(),
+                    shown_user().c_str(),
                     question_.source.empty() ? "the console" : question_.source.c_str());
         wait_ = std::make_unique<net::Timer>(deciders_.loop, [this] {
             turn_.reset();
@@ -152,13 +152,28 @@ void Decision::take_turn(bool has_come, std::size_t place, std::shared_ptr<Dialo
     }
 }
 
+bool Decision::has_password_at_server() const {
+    return question_.function == Function::kAuthentication && question_.password && !asked_.empty() &&
+           asked_.back()->is_remote && !asked_.back()->is_over;
+}
+
 bool Decision::goes_on_without_client(std::function<void()> over) {
-    const bool is_at_server = question_.function == Function::kAuthentication && question_.password &&
-                              !asked_.empty() && asked_.back()->is_remote && !asked_.back()->is_over;
-    if (is_at_server) {
-        done_ = [over = std::move(over)](const Answer &) { over(); };
+    if (!has_password_at_server()) {
+        return false;
     }
-    return is_at_server;
+    *question_.client_has_gone = true;
+    if (turn_ != nullptr) {
+        turn_->leave();
+    }
+    done_ = [over = std::move(over)](const Answer &) { over(); };
+    return true;
+}
+
+void Decision::count_as_refused() {
+    if (has_password_at_server()) {
+        count_failure(deciders_.lockout, question_.snapshot->settings->lockout, context("outcome", path_),
+                      question_.user, question_.source);
+    }
 }
 
 // A locked login gets the answer of a wrong password, after the time that one takes.

@@ -53,6 +53,8 @@ class Decision {
     // passwords would leave whenever a server takes longer than for the right one. `over` is
     // called in place of `done`; it may destroy the decision.
     bool goes_on_without_client(std::function<void()> over);
+    // The same client, where the decision cannot be kept: a password that is at a server counts as refused.
+    void count_as_refused();
 
   private:
     // A method that is being asked. Accounting with broadcast asks several at once.
@@ -70,6 +72,7 @@ class Decision {
     void wait_for_turn(std::size_t place, const std::shared_ptr<Dialogue> &dialogue);
     void take_turn(bool has_come, std::size_t place, std::shared_ptr<Dialogue> dialogue);
     bool is_locked_out() const;
+    bool has_password_at_server() const;
     void ask_all();
     bool is_askable(std::size_t place) const;
     std::vector<std::size_t> asked_together(std::size_t place);

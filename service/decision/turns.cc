@@ -33,10 +33,12 @@ Turn::Turn(Turns &turns, const Question &question, Come come)
     : turns_(turns),
       user_(question.user),
       source_(question.source),
+      is_local_(question.remote.empty()),
       settings_(question.snapshot->settings),
       come_(std::move(come)) {
     keys_[kPair] = "p" + user_ + '\0' + source_;
-    keys_[kUser] = "u" + user_;
+    keys_[kUser] =
+        (is_local_ ? "l" : "u") + user_;  // terminals here and addresses do not wait for each other
     keys_[kSource] = "s" + source_;
     for (int key = 0; key < 3; ++key) {
         counts_[key] = turns_.counts(keys_[key]);
@@ -57,6 +59,7 @@ void Turn::count(State state, int by) {
         std::uint32_t *number = state == State::kWaiting   ? &counts->waiting
                                 : state == State::kRunning ? &counts->running
                                 : state == State::kPaused  ? &counts->paused
+                                : state == State::kLeft    ? &counts->left
                                                            : nullptr;
         if (number != nullptr) {
             *number += static_cast<std::uint32_t>(by);
@@ -82,6 +85,11 @@ void Turn::resume() {
     change(State::kRunning);
 }
 
+void Turn::leave() {
+    change(State::kLeft);
+    turns_.go_on();
+}
+
 void Turn::tell(bool has_come) {
     turns_.loop_.post([this, has_come, alive = std::weak_ptr<int>(alive_)] {
         if (alive.lock()) {
@@ -105,7 +113,8 @@ std::unique_ptr<Turn> Turns::take(const Question &question, Turn::Come come) {
 
 void Turns::forget(const std::string &key) {
     const auto found = counts_.find(key);
-    if (found != counts_.end() && found->second.running + found->second.paused + found->second.waiting == 0) {
+    if (found != counts_.end() &&
+        found->second.running + found->second.paused + found->second.left + found->second.waiting == 0) {
         counts_.erase(found);
     }
 }
@@ -114,12 +123,15 @@ void Turns::forget(const std::string &key) {
 bool Turns::may_run(const Turn &turn) const {
     const Settings &settings = *turn.settings_;
     const Lockout::Left left = lockout_.left(turn.user_, turn.source_, loop_.now(), settings.lockout);
+    // Users at a question of a server are counted for themselves only: others of the same address, such as a
+    // jump host, do not wait for what they type.
     const auto has_left = [&](Key key, std::uint32_t failures) {
         const TurnCounts &counts = *turn.counts_[key];
-        return counts.running + counts.paused < std::max(failures, 1U);
+        return counts.running + counts.left + (key == kPair ? counts.paused : 0) < std::max(failures, 1U);
     };
     const auto has_place = [&](Key key) {
-        return settings.logins_at_once == 0 || turn.counts_[key]->running < most_at_once(settings, key);
+        return settings.logins_at_once == 0 || (key == kUser && turn.is_local_) ||
+               turn.counts_[key]->running < most_at_once(settings, key);
     };
     return left.of_user == 0 || left.of_source == 0 ||  // it is refused without a method
            (has_left(kPair, left.of_user) && has_left(kSource, left.of_source) && has_place(kPair) &&
@@ -140,12 +152,27 @@ Turn *Turns::longest_queue(const Turn &turn, int key) const {
                                                                                                  : nullptr;
 }
 
+bool Turns::cut_longest() {
+    Turn *longest = nullptr;
+    for (Turn *turn : waiting_) {
+        if (longest == nullptr || turn->counts_[kPair]->waiting >= longest->counts_[kPair]->waiting) {
+            longest = turn;
+        }
+    }
+    if (longest != nullptr) {
+        longest->change(Turn::State::kRefused);
+        longest->tell(false);
+    }
+    return longest != nullptr;
+}
+
 // Whether a turn stays in the queue. Where too many wait, the longest queue is cut: someone who
 // tries passwords from one place must not keep the user out everywhere.
 bool Turns::make_room(Turn &turn) {
     for (const Key key : {kPair, kUser, kSource}) {
         const TurnCounts &counts = *turn.counts_[key];
-        if (counts.waiting + counts.running <= most_under_way(*turn.settings_, key)) {
+        if (counts.waiting + counts.running <= most_under_way(*turn.settings_, key) ||
+            (key == kUser && turn.is_local_)) {
             continue;
         }
         Turn *last = longest_queue(turn, key);

@@ -28,6 +28,7 @@ class Turns;
 struct TurnCounts {
     std::uint32_t running = 0;
     std::uint32_t paused = 0;  // wait for their user, who has answered before
+    std::uint32_t left = 0;    // wait for a server, and their client has gone
     std::uint32_t waiting = 0;
 };
 
@@ -45,10 +46,12 @@ class Turn {
     // failure, so it is one less before the lock-out. It does not wait again.
     void pause();
     void resume();
+    // The client has gone, and the answer of a server is awaited to count it. Others take the place.
+    void leave();
 
   private:
     friend class Turns;
-    enum class State : std::uint8_t { kWaiting, kRunning, kPaused, kRefused };
+    enum class State : std::uint8_t { kWaiting, kRunning, kPaused, kLeft, kRefused };
 
     Turn(Turns &turns, const Question &question, Come come);
     void change(State state);
@@ -57,6 +60,7 @@ class Turn {
 
     Turns &turns_;
     const std::string user_, source_;
+    const bool is_local_;  // at a terminal of this system: no limit for the user there
     const std::shared_ptr<const Settings> settings_;
     TurnCounts *counts_[3];  // of the user from the source, the user, the source
     std::string keys_[3];
@@ -76,6 +80,9 @@ class Turns {
     std::unique_ptr<Turn> take(const Question &question, Turn::Come come);
     // Whether a turn has not come yet.
     static bool is_waiting(const Turn &turn) { return turn.state_ == Turn::State::kWaiting; }
+
+    // Turns away the youngest login of the longest queue. False when none waits.
+    bool cut_longest();
 
     // For figures: logins that wait now, and those since the start that had to.
     std::size_t waiting() const { return waiting_.size(); }

@@ -116,6 +116,9 @@ Outcome RadiusBackend::accept(const Question &question, const ServerClientPtr &s
     if (!rights.refusal.empty()) {
         return Outcome::fail("Access-Accept, taken for a reject: " + rights.refusal);
     }
+    if (*question.client_has_gone) {
+        return Outcome::pass("Access-Accept", rights.privilege);
+    }
     logins_.passed({question.login, question.user, question.terminal, question.remote, rights.privilege,
                     rights.attributes, answer.classes()});
     Outcome outcome = Outcome::pass("Access-Accept", rights.privilege);

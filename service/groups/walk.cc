@@ -151,22 +151,23 @@ void Walk::ask_next() {
     ++server->figures(options_.use).asked;
     trace(server->name(), "is asked, for " + milliseconds(share) + " at most");
     attempt_ = ask_(server, now + share, [this](ServerResult result) { take(std::move(result)); });
-    watch_silence(std::min(share, server->longest_wait()) / 2);
+    watch_silence(std::min(share, server->longest_wait()) / 4);
 }
 
-// Whether a server answers others is known before this request gives it up.
+// Whether a server answers others is known before this request gives it up, also of a server that takes
+// its time for a refusal.
 void Walk::watch_silence(net::Time time) {
-    half_time_ = std::make_unique<net::Timer>(context_.loop, [this] {
+    early_look_ = std::make_unique<net::Timer>(context_.loop, [this] {
         if (!context_.health.has_answered_since(health_of(place_), asked_at_)) {
             context_.probes.suspect(servers_[place_], options_.use);
         }
     });
-    half_time_->set(asked_at_ + time);
+    early_look_->set(asked_at_ + time);
 }
 
 void Walk::take(ServerResult result) {
     const auto attempt = std::move(attempt_);  // until here: it may be the caller
-    half_time_.reset();
+    early_look_.reset();
     const std::string name = servers_[place_]->name();
     const net::Time waited = net::Loop::clock() - asked_at_;
     count(result);

@@ -102,7 +102,7 @@ class Walk : public Attempt {
 
     std::size_t place_ = 0;  // of the next server
     net::Time asked_at_ = 0;
-    std::unique_ptr<net::Timer> half_time_;
+    std::unique_ptr<net::Timer> early_look_;
     std::string reasons_;
     std::unique_ptr<Attempt> attempt_;
 };

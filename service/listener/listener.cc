@@ -158,7 +158,14 @@ bool Listener::make_room(const Peer &peer) {
         }
     }
     if (oldest == nullptr) {
-        return false;
+        // One that waits for others is answered in a moment, so this is one client too many until then.
+        if (!deciders_.turns.cut_longest()) {
+            return false;
+        }
+        log_limited(limit_of_places, Level::kWarning, "FULL",
+                    "all places for clients are taken: the last login of the longest queue "
+                    "makes room");
+        return true;
     }
     log_limited(limit_of_places, Level::kWarning, "FULL",
                 "all places for clients are taken: client %d of user %u, which asks nothing, makes room",
@@ -219,13 +226,17 @@ void Listener::remove(Connection *connection) {
     }
 }
 
-// Of one user and source, not more than may be worked on at once.
+// Where there are too many, leaving must not make a try free.
 bool Listener::keep(std::unique_ptr<Decision> decision) {
     Decision *const key = decision.get();
     const auto over = [this, key] {
         without_client_.remove_if([key](const auto &kept) { return kept.get() == key; });
     };
-    if (without_client_.size() >= snapshot_->settings->clients_max || !key->goes_on_without_client(over)) {
+    if (without_client_.size() >= snapshot_->settings->clients_max) {
+        key->count_as_refused();
+        return false;
+    }
+    if (!key->goes_on_without_client(over)) {
         return false;
     }
     without_client_.push_back(std::move(decision));

@@ -30,11 +30,12 @@ class TurnsTest : public testing::Test {
         bool refused = false;
     };
 
-    // Logins that live until the test ends or destroys them.
+    // Logins that live until the test ends or destroys them. The source is an address, or a terminal here.
     Login &login(const std::string &user, const std::string &source = "192.0.2.1") {
         Question question;
         question.user = user;
         question.source = source;
+        question.remote = source.starts_with("tty") ? "" : source;
         auto snapshot = std::make_shared<Snapshot>();
         snapshot->settings = settings_;
         question.snapshot = snapshot;
@@ -176,6 +177,61 @@ TEST_F(TurnsTest, ALoginThatWaitsForItsUserMayStillFail) {
     made[0]->turn.reset();
     came();
     EXPECT_TRUE(next.came);
+}
+
+TEST_F(TurnsTest, TerminalsHereDoNotWaitForAddresses) {
+    settings_->lockout.failures = 0;
+    for (int i = 0; i < 128; ++i) {
+        login("alice", "192.0.2." + std::to_string(i));
+    }
+    came();
+    Login &console = login("alice", "tty1");
+    came();
+    EXPECT_TRUE(console.came);
+    // Nor the others for them.
+    for (int i = 0; i < 200; ++i) {
+        login("bob", "tty" + std::to_string(i));
+    }
+    Login &remote = login("bob");
+    came();
+    EXPECT_TRUE(remote.came);
+}
+
+TEST_F(TurnsTest, UsersAtAQuestionDoNotHoldUpTheirAddress) {
+    settings_->lockout.source_failures = 6;
+    for (const char *user : {"ann", "ben", "cat"}) {
+        for (Login *made : logins(2, user)) {
+            came();
+            made->turn->pause();
+        }
+    }
+    Login &other = login("alice");
+    came();
+    EXPECT_TRUE(other.came);
+}
+
+TEST_F(TurnsTest, ThoseWhoseClientHasGoneAreFailuresAndHoldNoPlace) {
+    for (const char *source : {"a", "b", "c", "d", "e", "f", "g"}) {
+        logins(5, "alice", source);
+    }
+    EXPECT_EQ(came(), 32u);
+    for (const auto &made : logins_) {
+        if (made->came) {
+            made->turn->leave();
+        }
+    }
+    Login &elsewhere = login("alice", "z");
+    Login &again = login("alice", "a");
+    came();
+    EXPECT_TRUE(elsewhere.came);
+    EXPECT_FALSE(again.came) << "five of the address may be failures";
+}
+
+TEST_F(TurnsTest, ALimitThatWasLoweredStillHolds) {
+    fail("alice", 4);
+    settings_->lockout.failures = 2;
+    logins(10, "alice");
+    EXPECT_EQ(came(), 1u);
 }
 
 TEST_F(TurnsTest, TheLongestQueueIsCutWhenTooManyWait) {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "service/groups/group_fixture.hpp"
@@ -98,6 +99,62 @@ TEST_F(AaadGuesses, ThoseWhoseClientLeavesCount) {
     EXPECT_FALSE(server_.has_one());
 }
 
+// Otherwise logins at a server that is silent to them would make every further try free.
+TEST_F(AaadGuesses, ThoseWhoLeaveCountAlsoWhereTooManyHaveLeft) {
+    aaad_.settings("clients 16\nlockout-failures 3\nlockout-exempt none\n");
+    aaad_.start({"--debug"});
+    const auto leave_at_server = [this](const std::string &user, const std::string &remote) {
+        auto clients = guess(1, user, remote);
+        const Packet request = server_.next();
+        clients.clear();
+        EXPECT_TRUE(aaad_.wait_for_log("left before its answer"));
+        return request;
+    };
+    for (int i = 0; i < 16; ++i) {
+        leave_at_server("user" + std::to_string(i), "198.51.100." + std::to_string(i));
+    }
+    for (int i = 0; i < 3; ++i) {
+        leave_at_server("alice", "192.0.2.10");
+    }
+    EXPECT_TRUE(aaad_.wait_for_log("LOCKED_OUT"));
+    Ask ask = ask_as("alice", "wonderland");
+    ask.remote = "192.0.2.10";
+    EXPECT_EQ(aaad_.login(ask).status, uint32_t{AAA_STAT_FAIL});
+    EXPECT_FALSE(server_.has_one());
+}
+
+TEST_F(AaadGuesses, WhatALoginWithoutAClientBroughtIsForNoOne) {
+    aaad_.start({"--debug"});
+    auto abandoned = guess(1, "alice");
+    const Packet first = server_.next();
+    abandoned.clear();
+    EXPECT_TRUE(aaad_.wait_for_log("left before its answer"));
+    server_.answer(first, Code::kAccessAccept, attribute(static_cast<int>(Type::kClass), "abandoned"));
+    const auto real = guess(1, "alice");
+    server_.answer(server_.next(), Code::kAccessAccept, attribute(static_cast<int>(Type::kClass), "real"));
+    EXPECT_EQ(real[0]->receive(AAA_REQ_AUTHEN).status, uint32_t{AAA_STAT_PASS});
+    Ask record = ask_as("alice", std::nullopt);
+    record.remote = "192.0.2.10";
+    std::thread client([&] { EXPECT_EQ(Client(aaad_.socket()).account(record).result, AAA_OK); });
+    const Packet packet = server_.next();
+    EXPECT_EQ(packet.text(Type::kClass), "real");
+    server_.answer(packet, Code::kAccountingResponse);
+    client.join();
+}
+
+TEST_F(AaadGuesses, ANameThatNoOneHereHasIsNotShownWhileItWaits) {
+    aaad_.settings("logins-at-once 1\nlog-unknown-names no\n");
+    aaad_.start();
+    std::vector<std::unique_ptr<Client>> clients;
+    for (int i = 0; i < 8; ++i) {
+        clients.push_back(std::move(guess(1, "user" + std::to_string(i))[0]));
+    }
+    requests(8);
+    const auto mistyped = guess(1, "Hunter2Secret!");
+    EXPECT_TRUE(aaad_.wait_for_log("many logins of (unknown name) or from 192.0.2.10"));
+    EXPECT_EQ(aaad_.log().find("Hunter2Secret!"), std::string::npos);
+}
+
 TEST_F(AaadGuesses, ClientsThatLeaveGiveTheirPlaceInTheQueue) {
     aaad_.settings("lockout-failures 2\nlockout-exempt none\n");
     aaad_.start();
@@ -156,6 +213,19 @@ TEST_F(AaadGuesses, OneUserLeavesPlacesForOthers) {
     for (int i = 0; i < 15; ++i) {
         EXPECT_EQ(clients[static_cast<size_t>(i)]->receive(AAA_REQ_AUTHEN).status, uint32_t{AAA_STAT_FAIL});
     }
+}
+
+// A login that finds no place is answered by the next module of the login's program.
+TEST_F(AaadGuesses, LoginsThatWaitMakeRoomForOthersWhereAllPlacesAreTaken) {
+    aaad_.settings("clients 16\nlogins-at-once 1\n");
+    aaad_.start();
+    auto some = guess(8, "alice");
+    auto others = guess(8, "bob", "198.51.100.7");
+    requests(2);
+    for (int i = 0; i < 6; ++i) {
+        expect_others_are_served();
+    }
+    EXPECT_TRUE(aaad_.wait_for_log("makes room"));
 }
 
 TEST_F(AaadGuesses, AQueueEndsWithTheTimeOfItsClients) {
