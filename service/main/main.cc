@@ -26,14 +26,29 @@ void log_to_standard_error(char **argv) {
     }
 }
 
-void block_signals() {
+__attribute__((no_sanitize("address", "thread", "undefined"))) sigset_t signals_of_the_loop() {
     sigset_t set;
     sigemptyset(&set);
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
         sigaddset(&set, number);
     }
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    signal(SIGPIPE, SIG_IGN);
+    return set;
+}
+
+// Before main(), and before the libraries are loaded: one of them starts a thread then, which blocks signals
+// itself when it runs. Until then a signal would end the process there, on a busy machine after the
+// service has said that it is ready.
+__attribute__((no_sanitize("address", "thread", "undefined"))) void block_signals(int, char **, char **) {
+    const sigset_t set = signals_of_the_loop();
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+}
+__attribute__((section(".preinit_array"), used)) void (*const g_before_all)(int, char **,
+                                                                            char **) = block_signals;
+
+// For what ends by itself, so that it can be interrupted.
+void take_signals_as_usual() {
+    const sigset_t set = signals_of_the_loop();
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }
 
 }  // namespace
@@ -48,6 +63,9 @@ int main(int argc, char **argv) {
         log_to_standard_error(argv);
     }
     service::log_debug(options->debug);
+    if (options->check || !options->drop_queue.empty()) {
+        take_signals_as_usual();
+    }
     if (options->check) {
         return service::check_configuration({options->config, options->socket, options->force});
     }
@@ -55,7 +73,7 @@ int main(int argc, char **argv) {
         umask(0077);
         return service::drop_queue({options->config, options->socket, options->force}, options->drop_queue);
     }
-    block_signals();
+    signal(SIGPIPE, SIG_IGN);
     umask(0077);
     service::Daemon daemon(*options);
     return daemon.run();

@@ -39,6 +39,7 @@ struct Method {
 
 struct Reply {
     cerrno result = 0;  // of the exchange, or of the header
+    int error = 0;      // errno of an exchange that failed
     uint32_t status = 0;
     std::string text;  // the message
     std::string prompt;

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstring>
 #include <thread>
 
 #include "platform/cerr.h"
@@ -63,10 +64,11 @@ TEST_F(AaadConfig, AChangeOfTheDatabaseTakesEffectAtOnce) {
 
 TEST_F(AaadConfig, NoRequestIsLostDuringChanges) {
     login_list({AAA_METHOD_LOCAL});
-    aaad_.start();
+    aaad_.start({"--debug"});
     std::atomic<int> answered = 0;
     std::atomic<int> right = 0;
     std::atomic<cerrno> failure = AAA_OK;  // of the last request that was not answered
+    std::atomic<int> error = 0;
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
@@ -74,7 +76,10 @@ TEST_F(AaadConfig, NoRequestIsLostDuringChanges) {
             for (int j = 0; j < 50 && failure == AAA_OK; ++j) {
                 const Reply reply = client.authenticate({});
                 answered += reply.result == AAA_OK ? 1 : 0;
-                failure = reply.result != AAA_OK ? reply.result : failure.load();
+                if (reply.result != AAA_OK) {
+                    error = reply.error;
+                    failure = reply.result;
+                }
                 right += passed(reply) ? 1 : 0;
             }
         });
@@ -94,7 +99,7 @@ TEST_F(AaadConfig, NoRequestIsLostDuringChanges) {
     for (std::thread &thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(answered, 200) << cerr_strerror(failure) << "; " << aaad_.fate();
+    EXPECT_EQ(answered, 200) << cerr_strerror(failure) << ": " << std::strerror(error) << "; " << aaad_.fate();
     EXPECT_EQ(right, 200) << "each under one configuration or the other";
     EXPECT_GT(changes, 1);
 }

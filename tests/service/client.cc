@@ -121,6 +121,7 @@ Reply Client::exchange(Composed &c, uint32_t type, const Ask &ask) {
     if (rc != AAA_OK) {
         Reply reply;
         reply.result = rc;
+        reply.error = aaa_transport_errno(transport_.get());
         return reply;
     }
     return read_reply(*message, type);
@@ -148,6 +149,7 @@ Reply Client::receive(uint32_t type) {
     if (rc != AAA_OK) {
         Reply reply;
         reply.result = rc;
+        reply.error = aaa_transport_errno(transport_.get());
         return reply;
     }
     return read_reply(*message, type);
