@@ -405,6 +405,20 @@ class Parser {
 
 }  // namespace
 
+bool is_whole(std::string_view text) {
+    std::string_view last;
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find('\n', at), text.size());
+        std::string_view line = text.substr(at, end - at);
+        line.remove_prefix(std::min(line.find_first_not_of(" \t\r"), line.size()));
+        if (!line.empty() && line[0] != '!' && line[0] != '#') {
+            last = line.substr(0, line.find_last_not_of(" \t\r") + 1);
+        }
+        at = end + 1;
+    }
+    return last == kEnd;
+}
+
 Statements parse_statements(std::string_view text) {
     return Parser().parse(text);
 }
