@@ -123,7 +123,7 @@ TEST_F(Lists, RefuseWhatIsNoMethodOrGroup) {
     for (const auto &args : bad) {
         EXPECT_EQ(aaactl(args).status, 2) << args.back();
     }
-    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, "aaactl-dump 1 /cfg/\n") << "nothing was stored";
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, "aaactl-dump 1 /cfg/\n# end: 0 items\n") << "nothing was stored";
 }
 
 TEST_F(Lists, AccountingKeepsWhatStandsInFront) {

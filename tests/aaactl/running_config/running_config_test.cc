@@ -176,6 +176,8 @@ TEST_F(RunningConfigCommands, ClearKeysAreSealed) {
 
 TEST_F(RunningConfigCommands, KeysAreShownSealed) {
     ASSERT_EQ(aaactl({"key", "new-master"}).status, 0);
+    expect_refused("radius-server timeout 3s\nradius-server key 0 p\xc3\xa4ss\n", 3,
+                   "line 2: the key has characters that are not printable ASCII");
     load("radius-server key 0 hunter2\n");
     const std::string text = shown();
     EXPECT_EQ(text.rfind("radius-server key 7 01", 0), 0u) << text;

@@ -14,6 +14,7 @@
 #include "cli/secret_input.hpp"
 #include "config/advice.hpp"
 #include "config/checks.hpp"
+#include "config/server_keys.hpp"
 #include "database/schema.hpp"
 #include "database/secret_values.hpp"
 #include "platform/cerr.h"
@@ -115,6 +116,10 @@ Finding unusable_key(const std::string &path, const std::string &sealed) {
                 "the key is sealed with master key generation " + sealed.substr(0, 2) + ", which is not in " +
                     file,
                 "restore that generation, or set the key again"};
+    }
+    if (opens(sealed)) {
+        return {Severity::error, "sealed-key", path, "the key has characters that are not printable ASCII",
+                "set another key, here and at the server"};
     }
     return {Severity::error, "sealed-key", path,
             "the key does not decrypt: it was changed after it was sealed, or sealed with another file of "

@@ -56,6 +56,7 @@ std::vector<Owner> only_in_first(const Items &first, const Items &second) {
 }
 
 Item seal(const Item &clear) {
+    check_clear_key(text_of(clear));
     return text_item(seal_key(text_of(clear).c_str()));
 }
 
