@@ -224,6 +224,14 @@ void check_lines(Database &database, Findings &findings) {
     }
 }
 
+void check_key_at(Database &database, const std::string &path, Findings &findings) {
+    std::string fault;
+    const auto item = database.find(path, fault);
+    if (item && item->type == SYSDB_TYPE_STRING) {
+        check_key(path, text_of(*item), findings);
+    }
+}
+
 void check_items(Database &database, Findings &findings) {
     const auto visit = [&](const std::string &path, const Item &item) {
         if (item.type == SYSDB_TYPE_STRING && is_secret(path, item) && !text_of(item).empty()) {
