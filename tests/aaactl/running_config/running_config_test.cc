@@ -167,6 +167,8 @@ TEST_F(RunningConfigCommands, DryRunShowsAndChangesNothing) {
 TEST_F(RunningConfigCommands, GroupsThatDoNotExistNeedForce) {
     load("aaa authentication login x group away\n", {"--force"});
     EXPECT_EQ(shown(), "aaa authentication login x group away\nend\n");
+    load(shown(), {"--replace"});
+    EXPECT_EQ(shown(), "aaa authentication login x group away\nend\n");
 }
 
 TEST_F(RunningConfigCommands, ClearKeysAreSealed) {
