@@ -88,8 +88,12 @@ TEST_F(BashCompletion, CompletesGroupsListsAndServers) {
     add({"mlist", "set", "authentication", "login", "console", "local"});
     EXPECT_EQ(offered("sg list co"), (Lines{"core", "corp"}));
     EXPECT_EQ(offered("sg list my"), Lines{"my group"});
-    EXPECT_EQ(offered("sg delete tacacs co"), Lines{});
-    EXPECT_EQ(offered("sg delete radius corp 192.0.2."), (Lines{"192.0.2.20", "192.0.2.21"}));
+    for (const std::string command : {"sg del", "sg delete", "sg rm", "sg key"}) {
+        EXPECT_EQ(offered(command + " tacacs co"), Lines{}) << command;
+        EXPECT_EQ(offered(command + " tacacs m"), Lines{"my group"}) << command;
+        EXPECT_EQ(offered(command + " radius co"), (Lines{"core", "corp"})) << command;
+        EXPECT_EQ(offered(command + " radius corp 192.0.2."), (Lines{"192.0.2.20", "192.0.2.21"})) << command;
+    }
     EXPECT_EQ(offered("mlist del authentication login c"), Lines{"console"});
     // Bash splits "group:co" at the colon, and replaces only what follows it.
     EXPECT_EQ(offered("mlist set authentication login x group : co"), (Lines{"core", "corp"}));

@@ -79,8 +79,9 @@ TEST_F(Advice, ForMethodListsSetsTheCorrectedList) {
     EXPECT_EQ(with_list(R"(10, 2, 0, 0, "gone", "", "", "")", "lock-out"), kSet + "local");
     EXPECT_EQ(with_list(R"(10, 1, 2, 0, "corp", "", "", "")", "unreachable-method"),
               kSet + "group:corp none");
-    EXPECT_EQ(with_list(R"(10, 1, 0, 0, "corp", "", "", "")", "open-fallback"), kSet + "group:corp local");
-    EXPECT_EQ(with_list(R"(2, 1, 0, 0, "", "", "", "")", "open-fallback"), kSet + "local");
+    EXPECT_EQ(with_list(R"(10, 1, 0, 0, "corp", "", "", "")", "open-login"), kSet + "group:corp local");
+    EXPECT_EQ(with_list(R"(2, 1, 0, 0, "", "", "", "")", "open-login"), kSet + "local");
+    EXPECT_EQ(with_list(R"(1, 0, 0, 0, "", "", "", "")", "open-login"), kSet + "local");
     EXPECT_EQ(with_list(R"(10, 0, 0, 0, "corp", "", "", "")", "no-fallback"), kSet + "group:corp local");
     EXPECT_EQ(with_list(R"(10, 10, 10, 10, "corp", "archive", "corp", "archive")", "no-fallback"),
               kSet + "group:corp group:archive group:corp local");
@@ -96,7 +97,7 @@ TEST_F(Advice, ForListsThatNothingUses) {
 
 TEST_F(Advice, ForAListWithAnotherFaultSetsNothingThatIsRefused) {
     EXPECT_EQ(with_list(R"(10, 10, 2, 2, "gone", "gone", "", "")", "repeated-method"), kSet + "local");
-    EXPECT_EQ(with_list(R"(10, 8, 1, 0, "gone", "", "", "")", "open-fallback"), kSet + "local");
+    EXPECT_EQ(with_list(R"(10, 8, 1, 0, "gone", "", "", "")", "open-login"), kSet + "local");
 }
 
 TEST_F(Advice, NamesTheListOfTheFinding) {

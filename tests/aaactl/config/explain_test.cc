@@ -283,6 +283,26 @@ TEST_F(Explain, ServersWithoutAKeyAreNotAsked) {
     EXPECT_EQ(found(run), std::vector<std::string>{"error no-key /cfg/gl/aaa/group-server/radius/corp/"});
 }
 
+TEST_F(Explain, KeysThatDoNotOpenAreFindings) {
+    groups();
+    list("authentication/login/default", R"(10, 2, 0, 0, "corp", "", "", "")");
+    without_tls("radius/corp");
+    const std::string key = "/cfg/gl/aaa/group-server/radius/corp/settings/key";
+    put(key, "string", "01" + std::string(98, '0'));
+    const auto run = explain_json({"authentication", "login"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(found(run), std::vector<std::string>{"error sealed-key " + key}) << "once for both servers";
+    EXPECT_FALSE(contains(explain({"authentication", "login"}).out, "Nothing is missing."));
+}
+
+TEST_F(Explain, ServersWithoutAGroupAndWithoutAKeyAreFindings) {
+    list("authentication/login/default", R"(3, 2, 0, 0, "", "", "", "")");
+    put("/cfg/gl/aaa/radius/host/0x1/192.0.2.1,1812,1813", "u32", "1");
+    EXPECT_EQ(found(explain_json({"authentication", "login"})),
+              std::vector<std::string>{"warning no-key /cfg/gl/aaa/radius/host/0x1/192.0.2.1,1812,1813"});
+    EXPECT_FALSE(contains(explain({"authentication", "login"}).out, "Nothing is missing."));
+}
+
 TEST_F(Explain, StepsThatNoRequestReachesAreLeftOut) {
     list("authentication/login/default", R"(1, 2, 0, 0, "", "", "", "")");
     const Result text = explain({"authentication", "login"});

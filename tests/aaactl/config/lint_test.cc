@@ -57,8 +57,11 @@ TEST_F(Lint, ErrorsAndStrictWarningsDecideTheExitStatus) {
 TEST_F(Lint, AnEmptyDatabaseLacksOnlyLogins) {
     ASSERT_EQ(run({"sysdb", "del", "-r", "/cfg/gl"}).status, 0);
     ASSERT_EQ(run({"sysdb", "del", "-r", "/oper/aaa"}).status, 0);
-    EXPECT_EQ(lint(), Lines{"warning no-default-list " + kLogin});
-    EXPECT_EQ(run({"lint"}).status, 0);
+    EXPECT_EQ(lint(), Lines{"error no-default-list " + kLogin});
+    EXPECT_EQ(run({"lint"}).status, 1);
+    const auto explained = run({"explain", "authentication", "login", "--json"});
+    EXPECT_EQ(explained.status, 1);
+    EXPECT_EQ(explained.json()["findings"][0]["severity"], "error");
 }
 
 // ---- method lists
@@ -79,9 +82,14 @@ TEST_F(Lint, FindsWhatIsWrongWithAList) {
     EXPECT_EQ(with_list(path, R"(10, 10, 2, 0, "corp", "corp", "", "")"),
               Lines{"warning repeated-method " + kLogin});
     EXPECT_EQ(with_list(path, R"(10, 10, 2, 0, "corp", "archive", "", "")"), Lines{}) << "two groups";
-    EXPECT_EQ(with_list(path, R"(2, 1, 0, 0, "", "", "", "")"), Lines{"warning open-fallback " + kLogin});
+    EXPECT_EQ(with_list(path, R"(2, 1, 0, 0, "", "", "", "")"), Lines{"warning open-login " + kLogin});
+    EXPECT_EQ(with_list(path, R"(1, 0, 0, 0, "", "", "", "")"), Lines{"warning open-login " + kLogin});
     EXPECT_EQ(with_list(path, R"(1, 2, 0, 0, "", "", "", "")"),
-              Lines{"warning unreachable-method " + kLogin});
+              (Lines{"warning unreachable-method " + kLogin, "warning open-login " + kLogin}));
+    put("/cfg/gl/aaa/authentication/ppp/default", "tuple", R"(2, 1, 0, 0, "", "", "", "")");
+    EXPECT_EQ(with_list(path, R"(2, 0, 0, 0, "", "", "", "")"),
+              Lines{"warning open-fallback /cfg/gl/aaa/authentication/ppp/default"});
+    EXPECT_EQ(run({"sysdb", "del", "/cfg/gl/aaa/authentication/ppp/default"}).status, 0);
     EXPECT_EQ(with_list(path, R"(3, 2, 0, 0, "", "", "", "")"),
               Lines{"error no-servers /cfg/gl/aaa/radius/host/"});
     put("/cfg/gl/aaa/radius/host/0x1/192.0.2.1,1812,1813", "u32", "1");

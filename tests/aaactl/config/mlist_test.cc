@@ -123,7 +123,37 @@ TEST_F(Lists, RefuseWhatIsNoMethodOrGroup) {
     for (const auto &args : bad) {
         EXPECT_EQ(aaactl(args).status, 2) << args.back();
     }
-    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, "aaactl-dump 1 /cfg/\n") << "nothing was stored";
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, "aaactl-dump 1 /cfg/\n# end: 0 items\n") << "nothing was stored";
+}
+
+TEST_F(Lists, SuggestTheMethodThatWasMeant) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    const auto set = [](const std::string &method) {
+        const auto run = aaactl({"mlist", "set", "authentication", "login", "default", method, "local"});
+        EXPECT_EQ(run.status, 2) << method;
+        return run.err;
+    };
+    EXPECT_EQ(set("corp"), "aaactl: \"corp\" is not a method; did you mean group:corp?\n");
+    EXPECT_EQ(set("lokal"), "aaactl: \"lokal\" is not a method; did you mean local?\n");
+    EXPECT_EQ(set("magic"),
+              "aaactl: \"magic\" is not a method; use group:NAME, local, none, line, enable, ...\n");
+}
+
+TEST_F(Lists, ThatOpenLoginsGetANote) {
+    const auto set = [](const std::string &service, std::vector<std::string> methods) {
+        methods.insert(methods.begin(), {"mlist", "set", "authentication", service, "default"});
+        const auto run = aaactl(methods);
+        EXPECT_EQ(run.status, 0) << run.err;
+        return run.err;
+    };
+    const std::string list = "aaactl: /cfg/gl/aaa/authentication/login/default: ";
+    EXPECT_EQ(set("login", {"none"}),
+              list + "\"none\" admits every user without a password; \"local\" asks for one\n");
+    EXPECT_EQ(set("login", {"local", "none"}), list +
+                                                   "when no method before \"none\" answers, every user is "
+                                                   "admitted without a password; \"local\" asks for one\n");
+    EXPECT_EQ(set("login", {"local"}), "");
+    EXPECT_EQ(set("ppp", {"none"}), "");
 }
 
 TEST_F(Lists, AccountingKeepsWhatStandsInFront) {

@@ -160,7 +160,7 @@ TEST_F(Schema, ALoadIsCheckedAsAWholeBeforeAnythingIsStored) {
                                "trise: \"trise\" is not a setting; did you mean tries?; nothing was loaded "
                                "(--force loads it "
                                "all the same)\n");
-        EXPECT_EQ(aaactl({"sysdb", "dump"}).out, "aaactl-dump 1 /cfg/\n");
+        EXPECT_EQ(aaactl({"sysdb", "dump"}).out, "aaactl-dump 1 /cfg/\n# end: 0 items\n");
     }
     const auto json = aaactl({"sysdb", "load", "-", "--json"}, dump).json();
     EXPECT_EQ(json["faults"].size(), 2u) << json;

@@ -19,6 +19,11 @@ using aaactl_test::Started;
 using Dump = aaactl_test::DatabaseTest;
 
 constexpr char kHead[] = "aaactl-dump 1 /cfg/\n";
+constexpr char kNone[] = "aaactl-dump 1 /cfg/\n# end: 0 items\n";
+
+std::string end(size_t items) {
+    return "# end: " + std::to_string(items) + " items\n";
+}
 
 void fill() {
     aaactl({"sysdb", "set", "/cfg/a b/\"x\"", "1", "--type", "u32"});
@@ -45,13 +50,15 @@ const std::string kText = std::string(kHead) +
                           "/cfg/nothing bytes:98\n"
                           "/cfg/o bytes:99 00ff\n"
                           "/cfg/s/e/ directory\n"
-                          "/cfg/s/key string \"hunter2\"\n";
+                          "/cfg/s/key string \"hunter2\"\n"
+                          "# end: 9 items\n";
 
 TEST_F(Dump, TextFormHasEveryTypeInTheDatabasesOrder) {
     fill();
     EXPECT_EQ(aaactl({"sysdb", "dump", "--show-secrets"}).out, kText);
     const auto part = aaactl({"sysdb", "dump", "/cfg/s"});
-    EXPECT_EQ(part.out, "aaactl-dump 1 /cfg/s/\n/cfg/s/e/ directory\n/cfg/s/key string ********\n");
+    EXPECT_EQ(part.out,
+              "aaactl-dump 1 /cfg/s/\n/cfg/s/e/ directory\n/cfg/s/key string ********\n# end: 2 items\n");
     EXPECT_NE(part.err.find("--show-secrets"), std::string::npos);
     EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/none"}).status, 4);
     EXPECT_EQ(aaactl({"sysdb", "dump", "/"}).status, 2) << "a dump has one tree";
@@ -63,7 +70,7 @@ TEST_F(Dump, BothFormsComeBackAsTheyWere) {
     const std::string json = aaactl({"sysdb", "dump", "--show-secrets", "--json"}).out;
     for (const std::string &form : {text, json}) {
         ASSERT_EQ(aaactl({"sysdb", "del", "-r", "/cfg/"}).status, 0);
-        EXPECT_EQ(aaactl({"sysdb", "dump"}).out, kHead);
+        EXPECT_EQ(aaactl({"sysdb", "dump"}).out, kNone);
         const auto load = aaactl({"sysdb", "load", "-"}, form);
         EXPECT_EQ(load.status, 0) << load.err;
         EXPECT_EQ(load.out, "created 9, changed 0, deleted 0 of 9 items\n");
@@ -87,7 +94,7 @@ TEST_F(Dump, MaskedValuesAreKept) {
     const auto load = aaactl({"sysdb", "load", "-"}, masked);
     EXPECT_EQ(load.status, 3);
     EXPECT_NE(load.err.find("line 10: /cfg/s/key"), std::string::npos) << load.err;
-    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, kHead) << "nothing was loaded";
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, kNone) << "nothing was loaded";
 }
 
 TEST_F(Dump, DamagedItemsAreToldAndTheRestIsDumped) {
@@ -103,7 +110,8 @@ TEST_F(Dump, DamagedItemsAreToldAndTheRestIsDumped) {
                             "# /cfg/d// directory (its name cannot be part of a path)\n"
                             "# /cfg/d/key string (value does not fit its type)\n"
                             "# /cfg/d/typeless bytes:0 (value does not fit its type)\n"
-                            "/cfg/z string \"last\"\n");
+                            "/cfg/z string \"last\"\n"
+                            "# end: 2 items\n");
     EXPECT_EQ(text.err,
               "aaactl: /cfg/d//: its name cannot be part of a path; it is not in the dump\n"
               "aaactl: /cfg/d/key: value does not fit its type; it is not in the dump\n"
@@ -137,7 +145,7 @@ std::string all_of(unsigned value) {
     for (int i = 1000; i < 9000; ++i) {
         dump += "/cfg/d/" + std::to_string(i) + " u32 " + std::to_string(value) + "\n";
     }
-    return dump;
+    return dump + end(8000);
 }
 
 // Two states alternate, each stored as one change: every dump shows one of them, never a mixture.
@@ -168,7 +176,7 @@ TEST_F(Dump, NeedsNoPlaceToWatchFrom) {
     const ScopedEnv nowhere("AAA_SYSDB_RUN_DIR", "/dev/null/run");
     const auto run = aaactl({"sysdb", "dump"});
     EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(run.out, std::string(kHead) + "/cfg/a u32 1\n");
+    EXPECT_EQ(run.out, std::string(kHead) + "/cfg/a u32 1\n" + end(1));
 }
 
 TEST_F(Dump, ABackupReplacesADamagedItem) {
@@ -190,7 +198,7 @@ TEST_F(Dump, LoadAddsAndReplaceAlsoDeletes) {
     put("/cfg/both", "u32", "1");
     put("/oper/other", "u32", "1");
     const std::string text =
-        std::string(kHead) + "\n  # a remark\n/cfg/both u32 2\r\n\t/cfg/new/x  string\t\"y\"  \n";
+        std::string(kHead) + "\n  # a remark\n/cfg/both u32 2\r\n\t/cfg/new/x  string\t\"y\"  \n" + end(2);
     const auto dry = aaactl({"sysdb", "load", "--dry-run", "--replace", "-"}, text);
     EXPECT_EQ(dry.out,
               "- /cfg/both u32 1\n+ /cfg/both u32 2\n+ /cfg/new/x string \"y\"\n- /cfg/old u32 1\n"
@@ -198,12 +206,12 @@ TEST_F(Dump, LoadAddsAndReplaceAlsoDeletes) {
     EXPECT_EQ(value_of("/cfg/both"), "1") << "nothing was done";
     EXPECT_EQ(aaactl({"sysdb", "load", "-"}, text).out, "created 1, changed 1, deleted 0 of 2 items\n");
     EXPECT_EQ(aaactl({"sysdb", "dump"}).out,
-              std::string(kHead) + "/cfg/both u32 2\n/cfg/new/x string \"y\"\n/cfg/old u32 1\n");
+              std::string(kHead) + "/cfg/both u32 2\n/cfg/new/x string \"y\"\n/cfg/old u32 1\n" + end(3));
     const auto json = aaactl({"sysdb", "load", "--replace", "-", "--json"}, text).json();
     EXPECT_EQ(json.dump(),
               R"({"directory":"/cfg/","items":2,"created":0,"changed":0,"deleted":1,"loaded":true})");
     EXPECT_EQ(aaactl({"sysdb", "dump"}).out,
-              std::string(kHead) + "/cfg/both u32 2\n/cfg/new/x string \"y\"\n");
+              std::string(kHead) + "/cfg/both u32 2\n/cfg/new/x string \"y\"\n" + end(2));
     EXPECT_EQ(value_of("/oper/other"), "1");
 }
 
@@ -236,10 +244,42 @@ TEST_F(Dump, ReplaceStaysInItsDirectory) {
     put("/cfg/d/a", "u32", "1");
     put("/cfg/d-", "u32", "1");
     put("/cfg/d", "u32", "1");
-    ASSERT_EQ(aaactl({"sysdb", "load", "--replace", "-"}, "aaactl-dump 1 /cfg/d\n/cfg/d/b u32 2\n").status,
-              0);
+    ASSERT_EQ(
+        aaactl({"sysdb", "load", "--replace", "-"}, "aaactl-dump 1 /cfg/d\n/cfg/d/b u32 2\n" + end(1)).status,
+        0);
     EXPECT_EQ(aaactl({"sysdb", "dump"}).out,
-              std::string(kHead) + "/cfg/d u32 1\n/cfg/d- u32 1\n/cfg/d/b u32 2\n");
+              std::string(kHead) + "/cfg/d u32 1\n/cfg/d- u32 1\n/cfg/d/b u32 2\n" + end(3));
+}
+
+// What a full disk or a lost connection leaves of a dump.
+TEST_F(Dump, ReplaceRefusesADumpThatMayBeCut) {
+    put("/cfg/a", "u32", "1");
+    put("/cfg/b", "u32", "2");
+    const std::string dump = aaactl({"sysdb", "dump"}).out;
+    for (const bool dry : {false, true}) {
+        for (size_t size = 0; size + 1 < dump.size(); ++size) {
+            const auto run = aaactl({"sysdb", "load", "--replace", "-", dry ? "--dry-run" : "--color=never"},
+                                    dump.substr(0, size));
+            ASSERT_EQ(run.status, 3) << dump.substr(0, size);
+        }
+    }
+    const auto missing = aaactl({"sysdb", "load", "--replace", "-"}, kHead);
+    EXPECT_EQ(
+        missing.err,
+        "aaactl: standard input: the dump may be cut: the last line, \"# end: N items\", is missing; make "
+        "it again with \"aaactl sysdb dump\", load it without --replace, or use --force if what it lacks "
+        "shall be deleted; nothing was loaded\n");
+    const std::string other = std::string(kHead) + "/cfg/a u32 1\n" + end(2);
+    EXPECT_NE(aaactl({"sysdb", "load", "--replace", "-"}, other)
+                  .err.find("it has 1 items, and its last line says \"# end: 2 items\""),
+              std::string::npos);
+    const std::string more = std::string(kHead) + end(0) + "/cfg/a u32 1\n";
+    EXPECT_EQ(aaactl({"sysdb", "load", "--replace", "-"}, more).status, 3);
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, dump);
+    EXPECT_EQ(aaactl({"sysdb", "load", "-"}, kHead).status, 0) << "nothing is deleted";
+    EXPECT_EQ(aaactl({"sysdb", "load", "--replace", "-"}, dump).status, 0);
+    EXPECT_EQ(aaactl({"sysdb", "load", "--replace", "--force", "-"}, other).out,
+              "created 0, changed 0, deleted 1 of 1 items\n");
 }
 
 TEST_F(Dump, SaysWhichLineIsWrong) {
@@ -286,7 +326,7 @@ TEST_F(Dump, SaysWhichLineIsWrong) {
         EXPECT_NE(run.err.find(why), std::string::npos) << why << " in " << run.err;
         EXPECT_EQ(run.out, "");
     }
-    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, kHead) << "nothing was loaded";
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, kNone) << "nothing was loaded";
     EXPECT_EQ(aaactl({"sysdb", "load", dir().path("none")}).status, 4);
     EXPECT_EQ(aaactl({"sysdb", "load", dir().path("")}).status, 3) << "a directory";
 }
@@ -354,7 +394,7 @@ std::string generation(unsigned number, unsigned items) {
     for (unsigned i = 0; i < items; ++i) {
         text += "/cfg/g/" + std::to_string(i) + " u32 " + std::to_string(number) + "\n";
     }
-    return text;
+    return text + end(items);
 }
 
 TEST_F(Dump, KilledLoadLeavesAllOrNothing) {

@@ -4,9 +4,13 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
+#include <memory>
+
 #include "aaactl/support/damaged_items.hpp"
 #include "aaactl/support/database_fixture.hpp"
 #include "aaactl/support/program_started.hpp"
+#include "platform/cipher.h"
 
 namespace {
 
@@ -44,7 +48,8 @@ TEST_F(Groups, AddGivesNumbersAndIndexes) {
               "/cfg/gl/aaa/group-server/radius/corp/server/0x3/192.0.2.21,1700,1800 u32 1\n"
               "/cfg/gl/aaa/group-server/radius/corp/server/0x4/192.0.2.22,1812,1813 u32 1\n"
               "/cfg/gl/aaa/group-server/tacacs/archive/server/0x1/192.0.2.30 u32 1\n"
-              "/cfg/gl/aaa/group-server/tacacs/archive/server/0x2/::1,0x1355/ directory\n");
+              "/cfg/gl/aaa/group-server/tacacs/archive/server/0x2/::1,0x1355/ directory\n"
+              "# end: 8 items\n");
     EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/aaa/gl/group-server"}).out,
               "aaactl-dump 1 /oper/aaa/gl/group-server/\n"
               "/oper/aaa/gl/group-server/sg_name_map/diameter/third u32 3001\n"
@@ -52,7 +57,8 @@ TEST_F(Groups, AddGivesNumbersAndIndexes) {
               "/oper/aaa/gl/group-server/sg_name_map/tacacs/archive u32 3001\n"
               "/oper/aaa/gl/group-server/sg_num_map/diameter/0xbb9 string \"third\"\n"
               "/oper/aaa/gl/group-server/sg_num_map/radius/0x3e9 string \"corp\"\n"
-              "/oper/aaa/gl/group-server/sg_num_map/tacacs/0xbb9 string \"archive\"\n");
+              "/oper/aaa/gl/group-server/sg_num_map/tacacs/0xbb9 string \"archive\"\n"
+              "# end: 6 items\n");
 }
 
 TEST_F(Groups, ListShowsConfiguredAndPublished) {
@@ -119,7 +125,7 @@ TEST_F(Groups, AGroupWithADamagedNumberIsDeletedAndCreatedAnew) {
     damage(dir(), "/oper/aaa/gl/group-server/sg_name_map/radius/corp", SYSDB_TYPE_U32, "abc");
     const auto run = aaactl({"sg", "del", "radius", "corp"});
     EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, "aaactl-dump 1 /oper/\n");
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, "aaactl-dump 1 /oper/\n# end: 0 items\n");
     EXPECT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).out,
               "radius corp 1001: 192.0.2.20,1812,1813\n");
 }
@@ -295,6 +301,24 @@ TEST_F(GroupKeys, ThatDoNotOpenAreToldByList) {
     EXPECT_EQ(states(), "not needed, missing");
 }
 
+// aaad uses a key that earlier versions sealed; other programs may refuse it.
+TEST_F(GroupKeys, ThatAreNotPrintableAreRefusedAndToldByList) {
+    const auto refused = aaactl({"sg", "key", "radius", "corp"}, "p\xc3\xa4ss\n");
+    EXPECT_EQ(refused.status, 3);
+    EXPECT_EQ(refused.err, "aaactl: the key has characters that are not printable ASCII\n");
+    EXPECT_EQ(aaactl({"sg", "key", "radius", "corp"}, "one\ntwo\n").status, 3);
+    EXPECT_EQ(states(), "missing, missing");
+    ASSERT_EQ(aaactl({"sg", "key", "radius", "corp"}, "hunter2\r\n").status, 0);
+    EXPECT_EQ(opened("key"), "hunter2");
+    const std::unique_ptr<char, decltype(&std::free)> sealed(pw_encrypt("p\xc3\xa4ss", 7), &std::free);
+    ASSERT_NE(sealed, nullptr);
+    put(kSettings + "key", "string", sealed.get());
+    EXPECT_EQ(states(), "unprintable, unprintable");
+    EXPECT_NE(aaactl({"sg", "list"}).out.find("[key not printable]"), std::string::npos);
+    EXPECT_NE(aaactl({"lint"}).out.find("the key has characters that are not printable ASCII [sealed-key]"),
+              std::string::npos);
+}
+
 TEST_F(GroupKeys, AddSaysThatTheyAreMissing) {
     const auto run = aaactl({"sg", "add", "tacacs", "archive", "192.0.2.30"});
     EXPECT_EQ(run.status, 0);
@@ -340,7 +364,8 @@ TEST_F(Groups, WhatIsNoServerIsShownAsSuchAndCanBeDeleted) {
     EXPECT_EQ(aaactl({"sg", "del", "radius", "corp", "192.0.2.21,1812x", "three"}).status, 0);
     EXPECT_EQ(aaactl({"sysdb", "dump", "/cfg/"}).out,
               "aaactl-dump 1 /cfg/\n"
-              "/cfg/gl/aaa/group-server/radius/corp/server/0x1/192.0.2.20,1812,1813 u32 1\n");
+              "/cfg/gl/aaa/group-server/radius/corp/server/0x1/192.0.2.20,1812,1813 u32 1\n"
+              "# end: 1 items\n");
 }
 
 TEST_F(Groups, DeletesServersAsTheyAreListed) {
@@ -354,7 +379,7 @@ TEST_F(Groups, DeletionThatEndedHalfWayIsFinishedByTheNext) {
     put("/oper/aaa/gl/group-server/sg_name_map/radius/old", "u32", "1009");
     put("/oper/aaa/gl/group-server/sg_num_map/radius/0x3f1", "string", "old");
     EXPECT_EQ(aaactl({"sg", "del", "radius", "old"}).status, 0);
-    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, "aaactl-dump 1 /oper/\n");
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, "aaactl-dump 1 /oper/\n# end: 0 items\n");
 }
 
 }  // namespace

@@ -4,10 +4,14 @@
 
 #include <sys/stat.h>
 
+#include <cstdlib>
+#include <memory>
+
 #include "aaactl/support/damaged_items.hpp"
 #include "aaactl/support/database_fixture.hpp"
 #include "aaactl/support/file_size_limit.hpp"
 #include "aaactl/support/program_started.hpp"
+#include "platform/cipher.h"
 
 namespace {
 
@@ -24,6 +28,12 @@ class Key : public aaactl_test::DatabaseTest {
         const auto run = aaactl({"key", "seal"}, clear);
         EXPECT_EQ(run.status, 0) << run.err;
         return run.out.substr(0, run.out.size() - 1);
+    }
+    // Keys that earlier versions sealed.
+    static std::string sealed_as_it_is(const std::string &clear) {
+        const std::unique_ptr<char, decltype(&std::free)> sealed(pw_encrypt(clear.c_str(), 7), &std::free);
+        EXPECT_NE(sealed, nullptr);
+        return sealed != nullptr ? sealed.get() : "";
     }
     static std::string opened(const std::string &sealed) {
         const auto json = aaactl({"key", "check", "--show-secrets", "--json"}, sealed).json();
@@ -65,7 +75,7 @@ TEST_F(Key, CheckSaysWhatIsWrong) {
         {changed, "changed, cut"},
         {"01ab", "changed, cut"},
         {other, "no master key of generation 07"},
-        {seal("tab\tinside"), "not printable"},
+        {sealed_as_it_is("tab\tinside"), "not valid: the key has characters that are not printable ASCII"},
     };
     for (const auto &[text, why] : bad) {
         const auto run = aaactl({"key", "check", "--show-secrets"}, text);
@@ -85,6 +95,23 @@ TEST_F(Key, SealTakesNoKeyFromTheCommandLine) {
     const auto json = aaactl({"key", "seal", "--json"}, "x").json();
     EXPECT_EQ(json["generation"], 1);
     EXPECT_NE(aaactl({"key", "seal"}, "x ").err.find("white space"), std::string::npos);
+}
+
+TEST_F(Key, SealTakesOneLineOfPrintableCharacters) {
+    for (const char *clear : {"hunter2\n", "hunter2\r\n", "hunter2\r"}) {
+        EXPECT_EQ(opened(seal(clear)), "hunter2");
+    }
+    const std::string printable = " !\"~abc XYZ";
+    EXPECT_EQ(opened(seal(printable)), printable);
+    for (const char *clear : {"tab\tinside", "p\xc3\xa4ss", "del\x7f", "\r", "two\r\r\n", "esc\x1b"}) {
+        const auto run = aaactl({"key", "seal"}, clear);
+        EXPECT_EQ(run.status, 3) << clear;
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.err, "aaactl: the key has characters that are not printable ASCII\n");
+    }
+    const auto lines = aaactl({"key", "seal"}, "hunter2\nhunter3\n");
+    EXPECT_EQ(lines.status, 3);
+    EXPECT_EQ(lines.err, "aaactl: standard input has more than one line; a key is one line\n");
 }
 
 TEST_F(Key, WhatIsRefusedOnTheCommandLineIsNotRepeated) {
@@ -135,7 +162,7 @@ TEST_F(Key, SealPromptsTwiceWithoutEcho) {
 TEST_F(Key, TrimSealsAgainOnlyWhatItHasCut) {
     const std::string clean = seal("hunter2");
     EXPECT_EQ(aaactl({"key", "trim"}, clean).out, clean + "\n");
-    const std::string blanks = seal("hunter2 \t\r");
+    const std::string blanks = sealed_as_it_is("hunter2 \t\r");
     const auto trimmed = aaactl({"key", "trim", "--json"}, blanks).json();
     EXPECT_EQ(trimmed["trimmed"], true);
     EXPECT_EQ(opened(trimmed["key"].text()), "hunter2");

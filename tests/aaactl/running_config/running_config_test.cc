@@ -28,7 +28,8 @@ const char kText[] =
     "aaa authentication login default group corp local\n"
     "aaa accounting exec default start-stop group corp group archive\n"
     "!\n"
-    "item /cfg/gl/aaa/site/limit u32 15\n";
+    "item /cfg/gl/aaa/site/limit u32 15\n"
+    "end\n";
 
 class RunningConfigCommands : public aaactl_test::DatabaseTest {
   protected:
@@ -57,7 +58,7 @@ class RunningConfigCommands : public aaactl_test::DatabaseTest {
 };
 
 TEST_F(RunningConfigCommands, WhatIsShownCanBeLoaded) {
-    EXPECT_EQ(shown(), "");
+    EXPECT_EQ(shown(), "end\n");
     load(kText);
     EXPECT_EQ(shown(), kText);
     const std::string before = dump();
@@ -80,15 +81,42 @@ TEST_F(RunningConfigCommands, MergesOrReplaces) {
     EXPECT_NE(shown().find("server 192.0.2.1 auth-port 1812 acct-port 1813\n"), std::string::npos) << shown();
     EXPECT_EQ(shown().find("accounting"), std::string::npos);
     EXPECT_NE(shown().find("tacacs-server timeout 2s"), std::string::npos);
-    load("aaa authentication login default local\n", {"--replace"});
-    EXPECT_EQ(shown(), "aaa authentication login default local\n");
+    load("aaa authentication login default local\nend\n", {"--replace"});
+    EXPECT_EQ(shown(), "aaa authentication login default local\nend\n");
     EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME  NUMBER  SERVERS\n") << "numbers are withdrawn";
     EXPECT_EQ(value_of("/cfg/other"), "1");
 }
 
+// What a full disk or a failed command leaves of a text.
+TEST_F(RunningConfigCommands, ReplaceRefusesATextThatMayBeCut) {
+    load(kText);
+    const std::string before = dump();
+    const std::string text = shown();
+    for (const size_t size : {text.size() - 2, text.size() - 4, text.size() - 5, text.size() / 2}) {
+        const auto run = aaactl({"load", "--replace", "-"}, text.substr(0, size));
+        EXPECT_EQ(run.status, 3) << text.substr(0, size);
+        EXPECT_EQ(dump(), before);
+    }
+    EXPECT_EQ(
+        aaactl({"load", "--replace", "-"}, "! end\ntacacs-server timeout 2s\n").err,
+        "aaactl: standard input: the last line is not \"end\", so the text may be cut, and --replace would "
+        "delete what it lacks; if it is whole, add the line \"end\"; nothing was changed\n");
+    for (const char *option : {"--force", "--dry-run"}) {
+        const auto empty = aaactl({"load", "--replace", option, "-"}, "\n");
+        EXPECT_EQ(empty.status, 3);
+        EXPECT_EQ(
+            empty.err,
+            "aaactl: standard input: the text is empty, and --replace would delete everything; to delete "
+            "everything, load the line \"end\"; nothing was changed\n");
+    }
+    EXPECT_EQ(dump(), before);
+    load("! all of it\n end \r\n! a remark", {"--replace"});
+    EXPECT_EQ(shown(), "end\n");
+}
+
 TEST_F(RunningConfigCommands, AGroupMayMoveToAnotherProtocol) {
     load(kText);
-    load("aaa group server tacacs corp\n server 192.0.2.1\n", {"--replace"});
+    load("aaa group server tacacs corp\n server 192.0.2.1\nend\n", {"--replace"});
     EXPECT_EQ(aaactl({"sg", "list"}).out,
               "PROTOCOL  NAME  NUMBER  SERVERS\n"
               "tacacs    corp  3001    192.0.2.1 [no key]\n");
@@ -138,7 +166,9 @@ TEST_F(RunningConfigCommands, DryRunShowsAndChangesNothing) {
 
 TEST_F(RunningConfigCommands, GroupsThatDoNotExistNeedForce) {
     load("aaa authentication login x group away\n", {"--force"});
-    EXPECT_EQ(shown(), "aaa authentication login x group away\n");
+    EXPECT_EQ(shown(), "aaa authentication login x group away\nend\n");
+    load(shown(), {"--replace"});
+    EXPECT_EQ(shown(), "aaa authentication login x group away\nend\n");
 }
 
 TEST_F(RunningConfigCommands, ClearKeysAreSealed) {
@@ -148,6 +178,8 @@ TEST_F(RunningConfigCommands, ClearKeysAreSealed) {
 
 TEST_F(RunningConfigCommands, KeysAreShownSealed) {
     ASSERT_EQ(aaactl({"key", "new-master"}).status, 0);
+    expect_refused("radius-server timeout 3s\nradius-server key 0 p\xc3\xa4ss\n", 3,
+                   "line 2: the key has characters that are not printable ASCII");
     load("radius-server key 0 hunter2\n");
     const std::string text = shown();
     EXPECT_EQ(text.rfind("radius-server key 7 01", 0), 0u) << text;
@@ -164,12 +196,12 @@ TEST_F(RunningConfigCommands, KeysAreShownSealed) {
 TEST_F(RunningConfigCommands, ClearTextOfASecretIsMaskedAndKept) {
     put("/cfg/gl/aaa/radius/settings/key", "string", "hunter2");
     const auto run = aaactl({"show", "running-config"});
-    EXPECT_EQ(run.out, "item /cfg/gl/aaa/radius/settings/key string ********\n");
+    EXPECT_EQ(run.out, "item /cfg/gl/aaa/radius/settings/key string ********\nend\n");
     EXPECT_EQ(run.err, "aaactl: masked values of keys and passwords: 1 (--show-secrets writes them)\n");
     load(run.out, {"--replace"});
     EXPECT_EQ(value_of("/cfg/gl/aaa/radius/settings/key"), "hunter2");
     EXPECT_EQ(aaactl({"show", "running-config", "--show-secrets"}).out,
-              "item /cfg/gl/aaa/radius/settings/key string \"hunter2\"\n");
+              "item /cfg/gl/aaa/radius/settings/key string \"hunter2\"\nend\n");
     const auto dry = aaactl({"load", "--dry-run", "-"}, "no item /cfg/gl/aaa/radius/settings/key\n");
     EXPECT_EQ(dry.out.find("hunter2"), std::string::npos) << dry.out;
 }
@@ -179,7 +211,8 @@ TEST_F(RunningConfigCommands, WhatCannotBeReadIsReportedAndStays) {
     damage(dir(), "/cfg/gl/aaa/site/bad", SYSDB_TYPE_U32, "x");
     const auto run = aaactl({"show", "running-config"});
     EXPECT_EQ(run.status, 3);
-    EXPECT_EQ(run.out, "tacacs-server timeout 2s\n! /cfg/gl/aaa/site/bad: value does not fit its type\n");
+    EXPECT_EQ(run.out,
+              "tacacs-server timeout 2s\n! /cfg/gl/aaa/site/bad: value does not fit its type\nend\n");
     EXPECT_EQ(run.err, "aaactl: /cfg/gl/aaa/site/bad: value does not fit its type; it is not in the text\n");
     load("tacacs-server timeout 3s\n");
     EXPECT_EQ(aaactl({"show", "running-config"}).status, 3);

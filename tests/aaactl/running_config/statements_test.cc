@@ -222,6 +222,14 @@ TEST(RunningConfig, ErrorsNameTheLineAndWhatWasMeant) {
          "line 1: group nope: no such server group; add \"aaa group server PROTOCOL nope\", or use --force"},
         {"aaa group server radius a\naaa group server tacacs a",
          "line 1: server group a: the name is that of a group of tacacs already"},
+        {"radius server corp",
+         "line 1: \"radius\" is not a statement; write \"radius-server\", or \"aaa group server radius "
+         "NAME\" "
+         "for a group"},
+        {"no tac server corp",
+         "line 1: \"tac\" is not a statement; write \"tacacs-server\", or \"aaa group server tacacs NAME\" "
+         "for "
+         "a group"},
         {"aaa group server radius corp timeout 3s", "line 1: \"timeout\" is more than the line can have"},
     };
     for (const auto &[text, expected] : cases) {
@@ -263,6 +271,27 @@ TEST(RunningConfig, GroupsThatAreOnlyPublishedAndForce) {
     options = plain_options();
     options.force = true;
     EXPECT_EQ(apply(statements, {}, options).items.size(), 1u);
+}
+
+TEST(RunningConfig, AListThatIsStoredMayNameAGroupThatWasMissingBefore) {
+    const Items stored = applied(
+        "aaa group server radius corp\n"
+        "aaa authentication login x group corp\n");
+    ApplyOptions options = plain_options();
+    options.force = true;
+    const Items missing =
+        apply(parse_statements("aaa authentication login x group away group corp\n"), stored, options).items;
+    options = plain_options();
+    options.kept = &missing;
+    const Statements shown = statements_of(missing);
+    EXPECT_EQ(apply(shown, {}, options).items, missing);
+    EXPECT_EQ(apply(shown, missing, options).items, missing);
+    EXPECT_THROW(apply(parse_statements("aaa authentication login x group away\n"), missing, options),
+                 Failure)
+        << "it is changed";
+    EXPECT_THROW(apply(parse_statements("aaa authentication login x group away group corp\n"), {}, options),
+                 Failure)
+        << "corp would be missing, too";
 }
 
 TEST(RunningConfig, WhatHasNoWordsIsAnItem) {

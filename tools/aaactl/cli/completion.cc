@@ -140,8 +140,8 @@ _aaactl_position() {
         _aaactl_ask "$base" | while IFS= read -r word; do printf '%s\n' "$base$word"; done
         ;;
     "aaactl sg list NAME") _aaactl_groups ;;
-    "aaactl sg "*" NAME") _aaactl_groups "$1" ;;
-    "aaactl sg delete SERVER")
+    "aaactl sg "*" NAME" | "aaactl sg key GROUP") _aaactl_groups "$1" ;;
+    "aaactl sg del SERVER" | "aaactl sg delete SERVER" | "aaactl sg rm SERVER" | "aaactl sg key SERVER")
         for base in server server-private; do
             _aaactl_ask "/cfg/gl/aaa/group-server/$1/$2/$base/" | while read -r index; do
                 _aaactl_names "/cfg/gl/aaa/group-server/$1/$2/$base/$index" | sed 's/,.*//'

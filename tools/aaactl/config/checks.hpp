@@ -19,6 +19,8 @@ void check_list(Database &database, const MethodList &list, Findings &findings);
 void check_group(Database &database, const Group &group, bool used, Findings &findings);
 // Whether the servers that a protocol has without a group have keys.
 void check_protocol_keys(Database &database, const Protocol &protocol, Findings &findings);
+// Whether the stored key at the path can be used.
+void check_key_at(Database &database, const std::string &path, Findings &findings);
 // Checks every entry of a list of servers.
 void check_servers(const std::vector<Server> &servers, Findings &findings);
 

@@ -14,6 +14,7 @@
 #include "cli/secret_input.hpp"
 #include "config/advice.hpp"
 #include "config/checks.hpp"
+#include "config/server_keys.hpp"
 #include "database/schema.hpp"
 #include "database/secret_values.hpp"
 #include "platform/cerr.h"
@@ -116,6 +117,10 @@ Finding unusable_key(const std::string &path, const std::string &sealed) {
                     file,
                 "restore that generation, or set the key again"};
     }
+    if (opens(sealed)) {
+        return {Severity::error, "sealed-key", path, "the key has characters that are not printable ASCII",
+                "set another key, here and at the server"};
+    }
     return {Severity::error, "sealed-key", path,
             "the key does not decrypt: it was changed after it was sealed, or sealed with another file of "
             "master keys",
@@ -216,6 +221,14 @@ void check_lines(Database &database, Findings &findings) {
         findings.push_back({Severity::error, "unusable-file", check.file,
                             escaped(cerr_strerror(rc)) + ": requests that name no list fail",
                             "correct its owner, mode and size"});
+    }
+}
+
+void check_key_at(Database &database, const std::string &path, Findings &findings) {
+    std::string fault;
+    const auto item = database.find(path, fault);
+    if (item && item->type == SYSDB_TYPE_STRING) {
+        check_key(path, text_of(*item), findings);
     }
 }
 

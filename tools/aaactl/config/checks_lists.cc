@@ -169,7 +169,15 @@ class ListCheck {
                     method_text(methods_[i + 1]) + " follows \"none\", which never passes a request on",
                     set_list("remove the methods after \"none\"", list_, methods(i + 1)));
         }
-        if (i > 0 && list_.function == "authentication") {
+        if (const std::string open = open_login_text(list_); !open.empty()) {
+            const auto first = std::find_if(methods_.begin(), methods_.end(), [](const Method &method) {
+                return method.number == AAA_METHOD_NONE;
+            });
+            if (first == methods_.begin() + static_cast<ptrdiff_t>(i)) {
+                warning("open-login", open,
+                        set_list("end the list with \"local\" instead", list_, with_local(methods(i))));
+            }
+        } else if (i > 0 && list_.function == "authentication") {
             warning("open-fallback",
                     "when no method before \"none\" answers, every user is admitted unchecked",
                     set_list("end the list with \"local\" instead", list_, with_local(methods(i))));

@@ -121,7 +121,7 @@ Json servers_json(const Step &step) {
                     {"host", escaped(server.host)},
                     {"ports", server.ports},
                     {"private", server.is_private},
-                    {"key", key_word(step.keys[n])}};
+                    {"key", key_word(step.keys[n].state)}};
         if (!server.defect.empty()) {
             one["defect"] = server.defect;
         }
@@ -192,7 +192,7 @@ void print_step(Output &out, const Explanation &e, size_t i) {
              step_meaning(e, step) + ")");
     for (size_t n = 0; n < step.servers.size(); ++n) {
         out.line("     " + std::to_string(step.servers[n].index) + "  " +
-                 server_words(step.servers[n], step.keys[n]));
+                 server_words(step.servers[n], step.keys[n].state));
     }
     if (always_answers(step)) {
         return;

@@ -29,12 +29,12 @@ Step make_step(Database &database, const std::string &function, const Method &me
     if (method.configured() != nullptr) {
         step.servers = method.resolved->servers;
         for (const Server &server : step.servers) {
-            step.keys.push_back(read_key(database, *method.resolved, server).state);
+            step.keys.push_back(read_key(database, *method.resolved, server));
         }
     } else if (protocol != nullptr) {
         step.servers = protocol_servers(database, *protocol);
         for (const Server &server : step.servers) {
-            step.keys.push_back(read_key(database, settings_path(*protocol), server, *protocol).state);
+            step.keys.push_back(read_key(database, settings_path(*protocol), server, *protocol));
         }
     }
     return step;
@@ -52,6 +52,18 @@ cerrno suitability(const Explanation &e) {
     return line_method ? rc : AAA_OK;
 }
 
+// Once for a key that several servers share.
+void check_stored_keys(Database &database, const Step &step, std::set<std::string> &seen,
+                       Findings &findings) {
+    for (size_t i = 0; i < step.servers.size(); ++i) {
+        const ServerKey &key = step.keys[i];
+        const bool is_faulty = key.state == KeyState::unusable || key.state == KeyState::unprintable;
+        if (is_sound(step.servers[i]) && is_faulty && seen.insert(key.path).second) {
+            check_key_at(database, key.path, findings);
+        }
+    }
+}
+
 void look_for_faults(Database &database, Explanation &e) {
     if (e.configured) {
         check_list(database, e.list, e.findings);
@@ -64,11 +76,14 @@ void look_for_faults(Database &database, Explanation &e) {
     std::set<std::string> seen;
     for (const Step &step : e.steps) {
         const Group *group = step.method.configured();
+        const Protocol *protocol = protocol_of_method(step.method.number);
         if (group != nullptr && seen.insert(group->path).second) {
             check_group(database, *group, true, e.findings);
-        } else if (group == nullptr) {
+        } else if (protocol != nullptr && seen.insert(protocol->word).second) {
             check_servers(step.servers, e.findings);
+            check_protocol_keys(database, *protocol, e.findings);
         }
+        check_stored_keys(database, step, seen, e.findings);
     }
     if (e.suits != AAA_OK) {
         e.findings.push_back({Severity::error, "unsuitable-list", e.list.path(),

@@ -28,8 +28,8 @@ struct Explanation {
     struct Step {
         Method method;
         std::vector<Server> servers;
-        std::vector<KeyState> keys;  // of the servers
-        bool works = false;          // it can answer
+        std::vector<ServerKey> keys;  // of the servers
+        bool works = false;           // it can answer
     };
 
     ServiceWord service;

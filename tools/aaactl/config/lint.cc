@@ -11,6 +11,7 @@
 #include "cli/commands.hpp"
 #include "config/advice.hpp"
 #include "config/checks.hpp"
+#include "config/lookup.hpp"
 
 namespace aaactl {
 namespace {
@@ -79,8 +80,8 @@ class Lint {
     void logins() {
         if (list_names(database_, "authentication", "login").empty()) {
             findings_.push_back(
-                {Severity::warning, "no-default-list", list_path("authentication", "login", "default"),
-                 "no list is configured for logins",
+                {Severity::error, "no-default-list", list_path("authentication", "login", "default"),
+                 std::string("no list is configured for logins: ") + consequence_of_failure("authentication"),
                  set_list("create it", {"authentication", "login", "default", {}, {}, {}}, {})});
         }
     }

@@ -149,6 +149,20 @@ bool answers_for(const std::string &function, uint32_t method) {
     }
 }
 
+std::string open_login_text(const MethodList &list) {
+    if (list.function != "authentication" || list.service != "login") {
+        return "";
+    }
+    const auto methods = list.methods();
+    const auto none = std::find_if(methods.begin(), methods.end(),
+                                   [](const Method &method) { return method.number == AAA_METHOD_NONE; });
+    return none == methods.end() ? ""
+           : none == methods.begin()
+               ? "\"none\" admits every user without a password"
+               : "when no method before \"none\" answers, every user is admitted without "
+                 "a password";
+}
+
 void check_is_used(const MethodList &list) {
     const auto words = used_service_words(list.function);
     if (!is_known(words, list.service)) {

@@ -53,6 +53,9 @@ bool answers_for(const std::string &function, uint32_t method);
 std::string service_word_of(uint32_t function, uint32_t service);
 // Words of the services for which requests are made.
 std::vector<std::string> used_service_words(const std::string &function);
+// What the method "none" means in a list of logins; "" for other lists.
+std::string open_login_text(const MethodList &list);
+
 // Failure(usage), with a suggestion, for a list that no request uses, or with a method that answers none.
 void check_is_used(const MethodList &list);
 

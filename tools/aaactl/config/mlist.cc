@@ -166,7 +166,10 @@ void add_show(Command mlist) {
 
 // ---- set and del
 
-std::string meant_method(const std::string &word) {
+std::string meant_method(Database &database, const std::string &word) {
+    if (is_group_name(word) && resolve_group(database, word)) {
+        return "; did you mean group:" + escaped(word) + "?";
+    }
     std::vector<std::string> words;
     for (uint32_t method = AAA_METHOD_NONE; method <= AAA_METHOD_SYSLOG; ++method) {
         if (is_configurable(method)) {
@@ -177,7 +180,7 @@ std::string meant_method(const std::string &word) {
 }
 
 // "local", "group:corp", or the number of a method.
-Method parse_method(const std::string &word) {
+Method parse_method(Database &database, const std::string &word) {
     if (word.starts_with("group:")) {
         Method method{AAA_METHOD_SERVER_GROUP, word.substr(6), std::nullopt};
         check_group_name(method.group);
@@ -185,8 +188,10 @@ Method parse_method(const std::string &word) {
     }
     const auto number = method_number(word);
     if (!number) {
-        throw Failure(ExitCode::usage, "\"" + escaped(word) + "\" is not a method" + meant_method(word) +
-                                           "; use group:NAME, local, none, line, enable, ...");
+        const std::string meant = meant_method(database, word);
+        throw Failure(ExitCode::usage,
+                      "\"" + escaped(word) + "\" is not a method" +
+                          (meant.empty() ? "; use group:NAME, local, none, line, enable, ..." : meant));
     }
     if (*number == AAA_METHOD_SERVER_GROUP) {
         throw Failure(ExitCode::usage,
@@ -222,13 +227,16 @@ ExitCode set(Output &out, const ListOptions &options) {
     Database database;
     MethodList list{options.function, options.service, options.name, {}, {}, {}};
     for (const std::string &word : options.methods) {
-        list.places.push_back(parse_method(word));
+        list.places.push_back(parse_method(database, word));
         resolve(database, list.places.back(), options.force);
     }
     if (!options.force) {
         check_is_used(list);
     }
     write_list(database, list);
+    if (const std::string open = open_login_text(list); !open.empty()) {
+        out.note("aaactl: " + escaped(list.path()) + ": " + open + "; \"local\" asks for one");
+    }
     out.result(list_json(list), [&] { out.line(list.path() + ": " + methods_text(out, list)); });
     return ExitCode::ok;
 }

@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "aaa/result_codes.h"
+#include "aaa/server_keys.h"
 #include "cli/secret_input.hpp"
 #include "database/secret_values.hpp"
 #include "platform/cipher.h"
@@ -37,6 +39,23 @@ std::optional<std::string> setting(Database &database, const std::string &settin
     return std::nullopt;
 }
 
+KeyState state_of(std::string key) {
+    KeyState state = KeyState::unusable;
+    if (looks_sealed(key)) {
+        const char *masters = aaa_platform_master_keys_path();
+        const bool hidden = access(masters, R_OK) != 0 && errno == EACCES;
+        state = hidden                                              ? KeyState::unchecked
+                : !opens(key)                                       ? KeyState::unusable
+                : validate_encrypted_password(key.data()) != AAA_OK ? KeyState::unprintable
+                                                                    : KeyState::opens;
+        forget_log_lines();  // the state says it
+    }
+    wipe(key);
+    return state;
+}
+
+}  // namespace
+
 bool opens(const std::string &sealed) {
     char *clear = pw_decrypt(sealed.c_str(), kReversible);
     const bool is_key = clear != nullptr && *clear != '\0';
@@ -46,20 +65,6 @@ bool opens(const std::string &sealed) {
     }
     return is_key;
 }
-
-KeyState state_of(std::string key) {
-    KeyState state = KeyState::unusable;
-    if (looks_sealed(key)) {
-        const char *masters = aaa_platform_master_keys_path();
-        const bool hidden = access(masters, R_OK) != 0 && errno == EACCES;
-        state = hidden ? KeyState::unchecked : opens(key) ? KeyState::opens : KeyState::unusable;
-        forget_log_lines();  // the state says it
-    }
-    wipe(key);
-    return state;
-}
-
-}  // namespace
 
 ServerKey read_key(Database &database, const std::string &settings, const Server &server,
                    const Protocol &protocol) {
@@ -95,6 +100,8 @@ const char *key_word(KeyState state) {
             return "missing";
         case KeyState::unusable:
             return "unusable";
+        case KeyState::unprintable:
+            return "unprintable";
         case KeyState::unchecked:
             return "unchecked";
         case KeyState::not_needed:
@@ -111,6 +118,8 @@ const char *key_text(KeyState state) {
             return "no key";
         case KeyState::unusable:
             return "key does not open";
+        case KeyState::unprintable:
+            return "key not printable";
         case KeyState::unchecked:
             return "key not checked";
         case KeyState::not_needed:

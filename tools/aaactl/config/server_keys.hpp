@@ -14,9 +14,10 @@ namespace aaactl {
 enum class KeyState {
     opens,
     missing,
-    unusable,    // it is not sealed, or does not open with the master keys
-    unchecked,   // this user may not read the master keys
-    not_needed,  // over TLS
+    unusable,     // it is not sealed, or does not open with the master keys
+    unprintable,  // it opens, and is not valid: aaad uses it, and other programs may refuse it
+    unchecked,    // this user may not read the master keys
+    not_needed,   // over TLS
 };
 
 struct ServerKey {
@@ -27,6 +28,9 @@ struct ServerKey {
 ServerKey read_key(Database &database, const std::string &settings, const Server &server,
                    const Protocol &protocol);
 ServerKey read_key(Database &database, const Group &group, const Server &server);
+
+// Whether the sealed key can be opened and is not empty; its characters do not matter.
+bool opens(const std::string &sealed);
 
 // "/cfg/gl/aaa/group-server/radius/corp/settings/"
 std::string settings_path(const Group &group);

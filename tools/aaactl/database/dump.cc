@@ -89,6 +89,12 @@ std::string dump_line(const DumpItem &item) {
     return path_text(item.path) + " " + type_name(item.item.type) + (value.empty() ? "" : " ") + value;
 }
 
+std::string dump_end(const Dump &dump) {
+    const auto items = std::count_if(dump.items.begin(), dump.items.end(),
+                                     [](const DumpItem &item) { return item.fault.empty(); });
+    return std::string(kDumpEnd) + std::to_string(items) + " items";
+}
+
 Json dump_item_json(const DumpItem &item) {
     Json document = {{"path", escaped(item.path)}, {"type", type_name(item.item.type)}};
     if (!item.fault.empty()) {

@@ -11,13 +11,15 @@
 //     /cfg/site/key string ********
 //     /cfg/site/empty/ directory
 //     /cfg/site/other bytes:99 0a0b
+//     # end: 6 items
 //
 // The first line names the version and the directory, which contains every path;
 // a dump has one tree. A path with a blank or a quotation mark is quoted. Types,
 // values and escapes are those of sysdb_values.hpp. Eight asterisks replace a
 // masked value: loading the dump keeps the stored value. Only empty directories
 // have a line; others follow from their items. What cannot be read is reported in a
-// comment.
+// comment. The last line counts the items: a dump that was cut, by a full disk or a
+// lost connection, must not replace what is stored.
 //
 // JSON: {"format": "aaactl-dump", "version": 1, "directory": PATH, "items":
 // [{"path", "type", "value" or "masked": true}]}, and if something cannot be
@@ -36,6 +38,7 @@ namespace aaactl {
 
 inline constexpr std::string_view kDumpFormat = "aaactl-dump";
 inline constexpr std::string_view kDumpVersion = "1";
+inline constexpr std::string_view kDumpEnd = "# end: ";
 inline constexpr size_t kDumpProgressStep = 5000;  // items
 
 struct DumpItem {
@@ -50,6 +53,7 @@ struct Dump {
     std::string directory;
     std::vector<DumpItem> items;
     bool is_json = false;
+    std::string incomplete;  // of a parsed dump: "", or why it may not be all of what was dumped
 
     // "line 7" or "items[6]", for messages.
     std::string place(const DumpItem &item) const;
@@ -65,6 +69,8 @@ Dump read_database(Output &out, Database &database, const std::string &directory
 
 std::string dump_head(const std::string &directory);
 std::string dump_line(const DumpItem &item);
+// The last line, with the number of items that can be loaded.
+std::string dump_end(const Dump &dump);
 Json dump_json(const Dump &dump);
 Json dump_item_json(const DumpItem &item);
 

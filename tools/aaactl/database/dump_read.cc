@@ -134,6 +134,9 @@ class Lines {
             line = trimmed(rest_.substr(0, end));
             rest_.remove_prefix(std::min(end + 1, rest_.size()));
             ++number_;
+            if (line.starts_with(kDumpEnd)) {
+                end_ = line;
+            }
             if (!line.empty() && !line.starts_with('#')) {
                 return true;
             }
@@ -141,11 +144,14 @@ class Lines {
         return false;
     }
     size_t number() const { return number_; }
+    // The last line that is an end, or "".
+    std::string_view end() const { return end_; }
     size_t bytes_left() const { return rest_.size(); }
     std::string place() const { return "line " + std::to_string(number_); }
 
   private:
     std::string_view rest_;
+    std::string_view end_;
     size_t number_ = 0;
 };
 
@@ -171,6 +177,15 @@ class Collector {
     std::unordered_set<std::string> paths_;
 };
 
+std::string why_incomplete(const Dump &dump, std::string_view end) {
+    if (end.empty()) {
+        return "the last line, \"" + std::string(kDumpEnd) + "N items\", is missing";
+    }
+    return end == dump_end(dump) ? ""
+                                 : "it has " + std::to_string(dump.items.size()) +
+                                       " items, and its last line says \"" + escaped(end) + "\"";
+}
+
 Dump parse_text(Output &out, std::string_view text) {
     Dump dump;
     Lines lines(text);
@@ -185,6 +200,7 @@ Dump parse_text(Output &out, std::string_view text) {
             collector.add(parse_line(line), lines.number(), text.size() - lines.bytes_left(), text.size());
         });
     }
+    dump.incomplete = why_incomplete(dump, lines.end());
     return dump;
 }
 

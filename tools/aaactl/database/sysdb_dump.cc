@@ -40,6 +40,7 @@ ExitCode dump(Output &out, const std::string &path) {
         for (const DumpItem &item : dump.items) {
             out.line((item.fault.empty() ? "" : "# ") + dump_line(item));
         }
+        out.line(dump_end(dump));
     });
     if (const size_t masked = masked_items(dump); masked != 0) {
         out.note("aaactl: masked values of keys and passwords: " + std::to_string(masked) +
@@ -87,8 +88,10 @@ void add_sysdb_dump(Command sysdb) {
                                 [path](Output &out) { return dump(out, *path); });
     sub.option("PATH", *path, "The directory (default: /cfg/)");
     sub.footer(
-        "A line is PATH TYPE VALUE, in the database's order; the first is \"aaactl-dump 1 DIRECTORY\". A "
-        "masked value\n"
+        "A line is PATH TYPE VALUE, in the database's order; the first is \"aaactl-dump 1 DIRECTORY\". The "
+        "last is\n\"# end: N items\": \"load --replace\" refuses a dump without it, which may be cut. A "
+        "masked "
+        "value\n"
         "(********) makes \"load\" keep the stored value; a full backup needs --show-secrets. "
         "Items that\ncannot be read are reported in comments (exit status 3).\n"
         "The directory is read again if it changes meanwhile, so that the dump is of one time.\n"

@@ -117,6 +117,16 @@ Failure refused(const LoadOptions &options, const Dump &dump, size_t index, cerr
             where + dump.place(item) + ": " + failure.what() + "; nothing was loaded"};
 }
 
+// A dump that was cut would delete what it lacks.
+void check_is_whole(const LoadOptions &options, const Dump &dump) {
+    if (options.replace && !options.force && !dump.incomplete.empty()) {
+        throw Failure(ExitCode::bad_input,
+                      source_name(options) + "the dump may be cut: " + dump.incomplete +
+                          "; make it again with \"aaactl sysdb dump\", load it without --replace, or use "
+                          "--force if what it lacks shall be deleted; nothing was loaded");
+    }
+}
+
 // Items that are stored already are not what this load brings.
 void check_schema(Output &out, const LoadOptions &options, const Dump &dump,
                   const std::vector<Difference> &differences) {
@@ -173,6 +183,7 @@ Outcome load_dump(Output &out, Database &database, const LoadOptions &options, c
 
 ExitCode load(Output &out, const LoadOptions &options) {
     const Dump dump = read_dump(out, options.file);
+    check_is_whole(options, dump);
     Database database;
     const Outcome outcome = load_dump(out, database, options, dump);
     const Counts counts = count(outcome.differences);
@@ -211,11 +222,15 @@ void add_sysdb_load(Command sysdb) {
     sub.option("FILE", options->file, "The dump, text or JSON; - for standard input").required();
     sub.flag("--replace", options->replace, "Delete items of the dump's directory that are not in the dump");
     sub.flag("--dry-run", options->dry_run, "Check, and print what would be changed");
-    sub.flag("--force", options->force, "Load what the AAA service does not read at its path, too");
+    sub.flag("--force", options->force,
+             "Load what the AAA service does not read at its path, and with --replace a dump without its "
+             "last line, too");
     sub.footer(
         "Below /cfg/gl/aaa/ only what sysdb(5) describes is loaded, unless --force or it is stored already; "
         "all "
         "of\nthe dump is checked before anything is changed.\n"
+        "With --replace the dump has to end with \"# end: N items\"; one in JSON is whole if it can be "
+        "read.\n"
         "JSON: {directory, items, created, changed, deleted, loaded, differences with --dry-run:\n"
         "[{path, change: added|removed|changed, before, after}]}, each of these two\n{type, value, masked or "
         "fault}\n"

@@ -89,7 +89,8 @@ void add_list(Command sg) {
         "where this user may not read the master keys.\n"
         "JSON: {groups: [{protocol, name, number, configured, servers: [{index, address, ports, private, "
         "key: "
-        "opens|\nmissing|unusable|unchecked|not needed}]}]}, with \"fault\" or, of a server, \"defect\" "
+        "opens|\nmissing|unusable|unprintable|unchecked|not needed}]}]}, with \"fault\" or, of a server, "
+        "\"defect\" "
         "instead of "
         "\"key\"\nif there is one\n"
         "Example: aaactl sg list --protocol radius");

@@ -102,7 +102,8 @@ void add_sg_key(Command sg) {
     sub.option("GROUP", options->name, "The group's name").required();
     sub.option("SERVER", options->server, "Only this server: HOST, or as \"sg list\" prints it");
     sub.footer(
-        "The key is asked for twice without echo, or is standard input. It is sealed with the newest master\n"
+        "The key is asked for twice without echo, or is the line of standard input: printable ASCII. It is "
+        "sealed with the newest master\n"
         "key and stored as the setting \"key\", see sysdb(5). \"sg list\" says which servers have one.\n"
         "JSON: {protocol, name, generation, stored: [path]}\n"
         "Example: aaactl sg key radius corp 192.0.2.20");

@@ -48,6 +48,7 @@ struct Verdict {
     bool known = false;                  // the file has that generation
     bool newest = false;
     bool valid = false;
+    bool unprintable = false;  // it can be opened, and is not valid
     SecretText clear;
 };
 
@@ -62,7 +63,11 @@ Verdict examine(Secret &sealed) {
                                 [&](const auto &key) { return key.generation == *verdict.generation; });
     verdict.newest = masters.back().generation == *verdict.generation;
     verdict.valid = verdict.known && validate_encrypted_password(sealed.data()) == AAA_OK;
-    verdict.clear = verdict.valid ? open_key(sealed.text()) : nullptr;
+    verdict.clear = verdict.known ? open_key(sealed.text()) : nullptr;
+    if (!verdict.valid && verdict.clear != nullptr) {
+        verdict.unprintable = true;
+        verdict.clear = nullptr;
+    }
     forget_log_lines();  // the verdict says it
     return verdict;
 }
@@ -87,9 +92,11 @@ std::string verdict_text(const Verdict &verdict) {
     if (!verdict.known) {
         return "cannot be opened: there is no master key of " + generation;
     }
+    if (verdict.unprintable) {
+        return "not valid: the key has characters that are not printable ASCII";
+    }
     if (!verdict.valid) {
-        return "cannot be opened: changed, cut, sealed with another master key of " + generation +
-               ", or not printable";
+        return "cannot be opened: changed, cut, or sealed with another master key of " + generation;
     }
     return "valid, " + generation + (verdict.newest ? ", the newest" : ", not the newest");
 }
@@ -119,11 +126,20 @@ void add_check(Command key) {
 
 // ---- seal
 
+// A key from a file that was written on another system has a carriage return at its end.
+std::string read_key_line(const std::string &prompt, size_t limit) {
+    std::string text = read_secret(prompt, limit);
+    if (text.size() > 1 && text.ends_with('\r')) {
+        text.pop_back();
+    }
+    return text;
+}
+
 // Typed twice, because it is not echoed.
 std::string read_clear_key() {
-    std::string first = read_secret("Key: ", kLongestClear);
+    std::string first = read_key_line("Key: ", kLongestClear);
     if (isatty(STDIN_FILENO) == 1) {
-        std::string second = read_secret("Repeat the key: ", kLongestClear);
+        std::string second = read_key_line("Repeat the key: ", kLongestClear);
         const bool same = first == second;
         wipe(second);
         if (!same) {
@@ -143,6 +159,9 @@ ExitCode seal(Output &out) {
 void add_seal(Command key) {
     Command sub = key_command(key, "seal", "Seal a clear key from standard input", seal);
     sub.footer(
+        "The key is one line of printable ASCII. The end of the line, also with a carriage return, is not "
+        "part of "
+        "it.\n"
         "JSON: {sealed, generation}\nExample: aaactl key seal | aaactl sysdb set /cfg/site/key --type "
         "string");
 }
@@ -186,9 +205,12 @@ void add_trim(Command key) {
 
 std::string seal_clear_key(Output &out) {
     const Secret clear(read_clear_key());
+    if (clear.text().find('\n') != std::string::npos) {
+        throw Failure(ExitCode::bad_input, "standard input has more than one line; a key is one line");
+    }
+    check_clear_key(clear.text());
     std::string sealed = seal_key(clear.text().c_str());
-    const char last = clear.text().back();
-    if (last == ' ' || last == '\t' || last == '\r' || last == '\n') {
+    if (clear.text().back() == ' ') {
         out.note("aaactl: the key ends in white space; \"aaactl key trim\" removes it");
     }
     return sealed;

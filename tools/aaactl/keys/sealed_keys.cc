@@ -154,6 +154,15 @@ std::string seal_key(const char *clear) {
     return sealed.get();
 }
 
+// The same characters as validate_encrypted_password() accepts, in the same locale.
+void check_clear_key(const std::string &clear) {
+    const bool printable = std::all_of(clear.begin(), clear.end(),
+                                       [](unsigned char c) { return c <= 0x7f && std::isprint(c) != 0; });
+    if (!printable) {
+        throw Failure(ExitCode::bad_input, "the key has characters that are not printable ASCII");
+    }
+}
+
 SecretText open_key(const std::string &sealed) {
     return SecretText(pw_decrypt(sealed.c_str(), kReversible));
 }

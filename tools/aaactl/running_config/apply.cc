@@ -114,20 +114,21 @@ class Application {
         }
     }
 
-    bool exists(const Protocol &protocol, const std::string &name) {
+    static bool exists(const Items &items, const Protocol &protocol, const std::string &name) {
         const std::string path = group_path(protocol, name);
-        return any_below(items(), path) || items().contains(path);
+        return any_below(items, path) || items.contains(path);
     }
-    bool exists(const std::string &name) {
+    static bool exists(const Items &items, const std::string &name) {
         return std::any_of(std::begin(kProtocols), std::end(kProtocols),
-                           [&](const Protocol &protocol) { return exists(protocol, name); });
+                           [&](const Protocol &protocol) { return exists(items, protocol, name); });
     }
+    bool exists(const std::string &name) { return exists(items(), name); }
 
     void check_groups() {
         for (const auto &[path, named] : named_groups_) {
             for (const Protocol &protocol : kProtocols) {
                 const std::string &name = *named.owner.group;
-                if (protocol.number != named.owner.of().number && exists(protocol, name)) {
+                if (protocol.number != named.owner.of().number && exists(items(), protocol, name)) {
                     throw Failure(ExitCode::negative,
                                   "line " + std::to_string(named.line) + ": " + group_text(named.owner) +
                                       ": the name is that of a group of " + protocol.word + " already");
@@ -310,9 +311,8 @@ class Application {
     }
 
     const Item &kept_value(const ItemStatement &item) const {
-        const Items &from = options_.kept != nullptr ? *options_.kept : before_;
-        const auto found = from.find(item.path);
-        if (found == from.end() || found->second.type != item.item.type) {
+        const auto found = stored().find(item.path);
+        if (found == stored().end() || found->second.type != item.item.type) {
             throw Failure(ExitCode::bad_input,
                           escaped(item.path) +
                               ": the value is masked, and no value of its type is stored that "
@@ -321,13 +321,21 @@ class Application {
         return found->second;
     }
 
-    // Every list of the text names groups that exist, and no list of the result one that was deleted.
+    const Items &stored() const { return options_.kept != nullptr ? *options_.kept : before_; }
+    bool is_stored(const std::string &path) {
+        const auto found = stored().find(path);
+        return found != stored().end() && found->second == items()[path];
+    }
+
+    // Every list of the text names groups that exist, and no list of the result one that was deleted. A list
+    // that is stored as it is may name a group that was missing before: what is shown can be loaded.
     void check_lists() {
         for (const auto &[path, named] : named_lists_) {
             for (const ListStatement::Place &place : named.list->methods) {
                 const bool is_group = place.method == AAA_METHOD_SERVER_GROUP;
                 if (is_group && !options_.force && !exists(place.group) &&
-                    !(options_.is_published(place.group) && !removed_groups_.contains(place.group))) {
+                    !(options_.is_published(place.group) && !removed_groups_.contains(place.group)) &&
+                    !(is_stored(path) && !exists(stored(), place.group))) {
                     throw Failure(ExitCode::negative,
                                   "line " + std::to_string(named.line) + ": group " + escaped(place.group) +
                                       ": no such server group; add \"aaa group server PROTOCOL " +

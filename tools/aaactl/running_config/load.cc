@@ -56,6 +56,7 @@ std::vector<Owner> only_in_first(const Items &first, const Items &second) {
 }
 
 Item seal(const Item &clear) {
+    check_clear_key(text_of(clear));
     return text_item(seal_key(text_of(clear).c_str()));
 }
 
@@ -300,10 +301,25 @@ Json outcome_json(const Output &out, const LoadOptions &options, const Statement
     return document;
 }
 
+// A text that was cut, or is empty because the command that makes it failed, would delete what it lacks.
+void check_is_whole(const LoadOptions &options, const std::string &text) {
+    if (options.replace && !is_whole(text)) {
+        throw Failure(
+            ExitCode::bad_input,
+            text.find_first_not_of(" \t\r\n") == std::string::npos
+                ? "the text is empty, and --replace would delete everything; to delete everything, "
+                  "load the line \"end\""
+                : "the last line is not \"end\", so the text may be cut, and --replace would delete "
+                  "what it lacks; if it is whole, add the line \"end\"");
+    }
+}
+
 ExitCode load(Output &out, const LoadOptions &options) {
     const std::string name = options.file == "-" ? "standard input" : escaped(options.file);
     try {
-        const Statements statements = parse_statements(read_whole_file(options.file));
+        const std::string text = read_whole_file(options.file);
+        const Statements statements = parse_statements(text);
+        check_is_whole(options, text);
         const Plan plan = load_statements(out, options, statements);
         const auto created = static_cast<size_t>(
             std::count_if(plan.differences.begin(), plan.differences.end(),
@@ -335,7 +351,7 @@ void add_load(Command root) {
     sub.option("FILE", options->file, "The text; - for standard input").required();
     sub.flag("--replace", options->replace, "Delete everything below /cfg/gl/aaa/ that is not in the text");
     sub.flag("--dry-run", options->dry_run, "Check, and print what would be changed");
-    sub.flag("--force", options->force, "Accept lists that name groups that do not exist (yet)");
+    sub.flag("--force", options->force, "Accept changed lists that name groups that do not exist (yet)");
     sub.footer(
         "Adds to what is stored: servers to a group, settings to a server. A method list is replaced, and "
         "\"no\" before a\n"
@@ -343,6 +359,8 @@ void add_load(Command root) {
         "begin with\n"
         "'!' or '#' are comments, indentation means nothing, and keywords may be shortened if only one "
         "begins so.\n"
+        "With --replace the last line has to be \"end\", or the text may be cut; \"end\" alone deletes "
+        "everything.\n"
         "Statements:\n"
         "  [no] aaa group server radius|tacacs|diameter NAME\n"
         "    [no] server|server-private ADDRESS [auth-port N] [acct-port N] [index N] [[no] SETTING]...\n"

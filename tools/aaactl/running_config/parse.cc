@@ -177,6 +177,7 @@ class Parser {
                 "\"" + first->text +
                 "\" belongs to a server group; write \"aaa group server PROTOCOL NAME\" before it");
         }
+        refuse_protocol(*first);
         const std::string word = words.take_keyword("a statement", known_words(owner_.has_value()));
         if (word == "aaa") {
             owner_.reset();
@@ -206,6 +207,19 @@ class Parser {
 
     static bool match_exactly(const Word &word, const Keywords &known) {
         return !word.quoted && std::find(known.begin(), known.end(), word.text) != known.end();
+    }
+
+    // "radius server NAME" begins a server on other systems. As "radius-server server-name NAME" it would be the
+    // setting of all servers.
+    static void refuse_protocol(const Word &first) {
+        for (const Protocol &protocol : kProtocols) {
+            const std::string_view word = protocol.word;
+            if (!first.quoted && !first.text.empty() && word.starts_with(first.text)) {
+                throw malformed("\"" + escaped(first.text) + "\" is not a statement; write \"" +
+                                std::string(word) + "-server\", or \"aaa group server " + std::string(word) +
+                                " NAME\" for a group");
+            }
+        }
     }
 
     static void refuse_no(const std::string &word, bool removed) {
@@ -404,6 +418,20 @@ class Parser {
 };
 
 }  // namespace
+
+bool is_whole(std::string_view text) {
+    std::string_view last;
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find('\n', at), text.size());
+        std::string_view line = text.substr(at, end - at);
+        line.remove_prefix(std::min(line.find_first_not_of(" \t\r"), line.size()));
+        if (!line.empty() && line[0] != '!' && line[0] != '#') {
+            last = line.substr(0, line.find_last_not_of(" \t\r") + 1);
+        }
+        at = end + 1;
+    }
+    return last == kEnd;
+}
 
 Statements parse_statements(std::string_view text) {
     return Parser().parse(text);

@@ -80,17 +80,12 @@ ExitCode show(Output &out) {
     }
     Statements statements = statements_of(items);
     const size_t masked = out.show_secrets() ? 0 : mask_secrets(statements);
-    Json document = {{"lines", Json::array(lines_json(text_of(statements)))}, {"masked", masked}};
+    Json document = {{"lines", Json::array(lines_json(text_of(statements).append(kEnd) + "\n"))},
+                     {"masked", masked}};
     if (!comments.empty()) {
         document["faults"] = faults;
     }
-    out.result(document, [&] {
-        std::string text = with_separators(statements) + comments;
-        if (!text.empty()) {
-            text.pop_back();
-            out.line(text);
-        }
-    });
+    out.result(document, [&] { out.line((with_separators(statements) + comments).append(kEnd)); });
     if (masked != 0) {
         out.note("aaactl: masked values of keys and passwords: " + std::to_string(masked) +
                  " (--show-secrets writes them)");
@@ -112,7 +107,8 @@ void add_running_config(Command root) {
         "secret values are masked, and \"load\" keeps the stored ones. Exit status 3 when something cannot "
         "be "
         "read: it\n"
-        "is a comment.\n"
+        "is a comment. The last line is \"end\": \"load --replace\" refuses a text without it, which may be "
+        "cut.\n"
         "JSON: {lines: [the text without separators], masked, faults: [{path, fault}] if any}\n"
         "Example: aaactl show running-config >corp.conf");
 }

@@ -106,6 +106,10 @@ using Statements = std::vector<Statement>;
 
 // Failure(bad_input) names the line, what is wrong with it, and what was probably meant.
 Statements parse_statements(std::string_view text);
+// Whether the last line that is not a comment is "end", as of every configuration that is shown: a text
+// without it may have been cut.
+inline constexpr std::string_view kEnd = "end";
+bool is_whole(std::string_view text);
 // One line for each statement, indented below its group. A clear key is in the text.
 std::string text_of(const Statements &statements);
 
