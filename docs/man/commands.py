@@ -10,6 +10,8 @@ import blocks
 SECTIONS = ("Positionals:", "Options:", "Subcommands:", "[Option Group")
 EVERYWHERE = {"--help", "--help-all", "--version", "--json", "--show-secrets", "--color"}
 NOTES = re.compile(r" (REQUIRED|Excludes: \S+|Needs: \S+|\.\.\.)")
+# A head as wide as its column: one blank separates the text.
+FILLED = re.compile(r"(-\S+ .*(?:Excludes|Needs): \S+) (?!REQUIRED|Excludes:|Needs:|\.\.\.)(\S.*)")
 TYPES = {"TEXT", "INT", "UINT", "FLOAT", "NUMBER", "PATH", "FILE", "DIR", "TEXT:FILE", "TEXT:DIR", "BOOLEAN"}
 
 
@@ -47,6 +49,8 @@ class Command:
             rows[-1][1] = (rows[-1][1] + " " + line.strip()).strip()
             return
         head, _, text = line.strip().partition("  ")
+        if not text and (filled := FILLED.match(head)):
+            head, text = filled.groups()
         rows.append([head, text.strip()])
 
     def subcommands(self):

@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <string>
+#include <vector>
 
 #include "config/database_read.hpp"
 
@@ -96,8 +98,31 @@ class ServerReader {
     std::string own_, all_, place_;
 };
 
+std::string in_shell(const std::string &word) {
+    std::string quoted;
+    for (const char c : word) {
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    constexpr std::string_view kPlain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./:,";
+    return word.find_first_not_of(kPlain) == std::string::npos ? word : "'" + quoted + "'";
+}
+
+// `place`: group-server/PROTOCOL/GROUP/settings/[ENTRY/]key, or PROTOCOL/settings/[ENTRY/]key, whose servers
+// have no command of their own.
 std::string how_to_store_key(const std::string &place) {
-    return "store it: aaactl key seal | aaactl sysdb set /cfg/gl/aaa/" + place + " --type string";
+    std::vector<std::string> names;
+    for (std::size_t at = 0; at <= place.size();) {
+        const std::size_t end = std::min(place.find('/', at), place.size());
+        names.push_back(place.substr(at, end - at));
+        at = end + 1;
+    }
+    if (names.size() < 5 || names[0] != "group-server") {
+        return "store it: aaactl key seal | aaactl sysdb set --type string " +
+               in_shell("/cfg/gl/aaa/" + place);
+    }
+    return "store it: aaactl sg key " + in_shell(names[1]) + " " + in_shell(names[2]) +
+           (names.size() > 5 ? " " + in_shell(names[4]) : "");
 }
 
 // False, with a fault, when the server cannot be used. One whose key cannot be opened now goes on

@@ -270,9 +270,11 @@ TEST_F(AaadConfig, NumbersOfGroupsArePublished) {
     aaad_.number("group-server/radius/corp/server/0x1/192.0.2.1,1812,1813", 1);
     aaad_.number("group-server/tacacs/archive/server/0x1/192.0.2.2", 1);
     EXPECT_TRUE(
-        aaad_.wait_for_log("group-server/radius/corp/server/0x1/192.0.2.1,1812,1813: the server has no key"));
-    EXPECT_TRUE(aaad_.wait_for_log(
-        "/cfg/gl/aaa/group-server/tacacs/archive/server/0x1/192.0.2.2: the server has no key"));
+        aaad_.wait_for_log("group-server/radius/corp/server/0x1/192.0.2.1,1812,1813: the server has no "
+                           "key, so it is not asked; store it: aaactl sg key radius corp"));
+    EXPECT_TRUE(
+        aaad_.wait_for_log("/cfg/gl/aaa/group-server/tacacs/archive/server/0x1/192.0.2.2: the server has "
+                           "no key, so it is not asked; store it: aaactl sg key tacacs archive"));
     const Bound maps("/oper/aaa/gl/group-server/");
     EXPECT_EQ(get_number(maps.handle(), "sg_name_map/radius/corp"), 1001);
     EXPECT_EQ(get_number(maps.handle(), "sg_name_map/tacacs/archive"), 3001);

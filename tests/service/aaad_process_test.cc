@@ -155,6 +155,9 @@ TEST_F(AaadProcess, CheckSaysEverythingThatIsWrong) {
     aaad_.number("group-server/radius/corp/server/0x2/192.0.2.1,99999", 1);
     aaad_.text("group-server/radius/corp/settings/key", "in the clear");
     aaad_.number("group-server/radius/corp/server/0x3/192.0.2.3", 1);
+    aaad_.number("group-server/radius/my group/server/0x1/192.0.2.4,1812,1813", 1);
+    aaad_.text("group-server/radius/my group/settings/192.0.2.4,1812,1813/key", "in the clear");
+    aaad_.number("radius/host/0x1/192.0.2.5,1812,1813", 1);
     aaad_.text("accounting/exec/default", "not a list");
     aaad_.list("authentication/login/default", {"nowhere"});
     const auto [bad, output] = aaad_.run({"--check"});
@@ -163,6 +166,8 @@ TEST_F(AaadProcess, CheckSaysEverythingThatIsWrong) {
          {"users:1: use NAME:HASH:PRIVILEGE", "users:2: the second field is not a password hash",
           "server.example,1812,1813: \"server.example\" is not an address; names are not resolved",
           "192.0.2.1,99999: \"99999\" is not a port", "settings/key: it cannot be opened here",
+          "or store it: aaactl sg key radius corp\n",
+          "or store it: aaactl sg key radius 'my group' 192.0.2.4,1812,1813\n",
           "accounting/exec/default: System database item is of another type",
           "the server group \"nowhere\" is not configured", "no one could log in: no method of the list",
           "faults"}) {

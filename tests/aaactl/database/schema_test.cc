@@ -117,7 +117,7 @@ TEST_F(Schema, TakesSettings) {
     refused(kTacacs + "transport", "string", "udp", "transport is tcp or tls");
     refused(kSettings + "source", "string", "eth0", "source is an IPv4 or IPv6 address");
     refused(kSettings + "ca-file", "string", "ca.pem", "ca-file is the path of a file, from the root on");
-    refused(kSettings + "vrf", "string", "a-name-of-sixteen", "a text of so many bytes: 1 to 15");
+    refused(kSettings + "vrf", "string", "a-name-of-sixteen", "vrf is 1 to 15 bytes");
     refused(kSettings + "nas-identifier", "string", "a\nb", "it holds a control character");
     refused(kSettings + "192.0.2.999/tries", "u32", "3", "\"192.0.2.999\" is not an address");
     refused(kSettings + "192.0.2.20,1812,1813/extra/tries", "u32", "3",
@@ -157,7 +157,7 @@ TEST_F(Schema, ALoadIsCheckedAsAWholeBeforeAnythingIsStored) {
                                "tries: tries is a number from 1 to 10\n"
                                "aaactl: standard input: line 4: " +
                                kRoot + kSettings +
-                               "trise: \"trise\" is not a setting; did you mean tries?; nothing was loaded "
+                               "trise: \"trise\" is not a setting; did you mean tries? Nothing was loaded "
                                "(--force loads it "
                                "all the same)\n");
         EXPECT_EQ(aaactl({"sysdb", "dump"}).out, "aaactl-dump 1 /cfg/\n# end: 0 items\n");
@@ -167,6 +167,24 @@ TEST_F(Schema, ALoadIsCheckedAsAWholeBeforeAnythingIsStored) {
     EXPECT_EQ(json["faults"][0]["path"], kRoot + kSettings + "tries");
     EXPECT_EQ(aaactl({"sysdb", "load", "--force", "-"}, dump).status, 0);
     EXPECT_EQ(aaactl({"sysdb", "load", "-"}, dump).status, 0) << "it is stored already";
+}
+
+// The command works, whoever the key is of.
+TEST_F(Schema, AClearKeyIsRefusedWithACommandThatStoresIt) {
+    const ScopedEnv masters("AAA_MASTER_KEYS", dir().path("master.keys"));
+    ASSERT_EQ(aaactl({"key", "new-master"}).status, 0);
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "my group", "192.0.2.1"}).status, 0);
+    for (const std::string path : {"group-server/radius/my group/settings/key", "radius/settings/key"}) {
+        const auto run = set(path, "string", "hunter2");
+        EXPECT_EQ(run.status, 3);
+        const size_t begin = run.err.find("store it with \"") + 15;
+        const std::string command =
+            "printf hunter2 | " + run.err.substr(begin, run.err.find('"', begin) - begin);
+        const auto stored = aaactl_test::in_shell(command);
+        EXPECT_EQ(stored.status, 0) << command << stored.err;
+        EXPECT_EQ(aaactl({"key", "check", "--show-secrets"}, value_of(kRoot + path)).out,
+                  "valid, generation 01, the newest\nhunter2\n");
+    }
 }
 
 // ---- one table

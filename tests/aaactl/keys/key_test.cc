@@ -4,7 +4,9 @@
 
 #include <sys/stat.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 
 #include "aaactl/support/damaged_items.hpp"
@@ -194,6 +196,26 @@ TEST_F(Key, MastersAreMadeRotatedAndListed) {
     const std::string other = dir().path("other.keys");
     EXPECT_EQ(aaactl({"key", "new-master", "--file", other}).status, 0);
     EXPECT_EQ(aaactl({"key", "masters", "--file", other, "--json"}).json()["masters"].size(), 1u);
+}
+
+TEST_F(Key, NewMasterSaysWhatToDoWithAFileThatHoldsNoKeys) {
+    const ScopedEnv log("AAA_LOG", "stderr");
+    const std::string file = dir().path("master.keys");
+    for (const char *content : {"", "garbage\n"}) {
+        std::ofstream(file, std::ios::trunc) << content;
+        const auto run = aaactl({"key", "new-master"});
+        EXPECT_EQ(run.status, 6);
+        EXPECT_NE(
+            run.err.find(file + ": it exists already; if no key is sealed with it, move it away, then run "
+                                "\"aaactl key new-master\"; it cannot be used as it is"),
+            std::string::npos)
+            << run.err;
+        EXPECT_EQ(run.err.find("rotate"), std::string::npos) << run.err;
+        EXPECT_EQ(dir().read("master.keys"), content);
+    }
+    ASSERT_EQ(0, rename(file.c_str(), dir().path("away").c_str()));
+    EXPECT_EQ(aaactl({"key", "new-master"}).status, 0);
+    EXPECT_NE(aaactl({"key", "new-master"}).err.find("\"aaactl key rotate\""), std::string::npos);
 }
 
 TEST_F(Key, SaysWhyTheFileCannotBeUsed) {

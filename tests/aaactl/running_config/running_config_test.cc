@@ -49,7 +49,8 @@ class RunningConfigCommands : public aaactl_test::DatabaseTest {
         const auto run = aaactl({"load", "-"}, text);
         EXPECT_EQ(run.status, status) << text;
         EXPECT_EQ(run.out, "");
-        EXPECT_EQ(run.err, "aaactl: standard input: " + why + "; nothing was changed\n");
+        EXPECT_EQ(run.err, "aaactl: standard input: " + why +
+                               (why.ends_with('?') ? " Nothing was changed\n" : "; nothing was changed\n"));
         EXPECT_EQ(dump(), before);
     }
 

@@ -86,7 +86,7 @@ TEST(ConfigSettings, RefusesWhatTheServiceWouldNotUse) {
     EXPECT_EQ(failure_of("pap on"), "pap is not a setting of RADIUS");
     EXPECT_EQ(failure_of("source name"), "source is an IPv4 or IPv6 address");
     EXPECT_EQ(failure_of("ca-file name"), "ca-file is the path of a file, from the root on");
-    EXPECT_EQ(failure_of("vrf \"\""), "vrf is a text of so many bytes: 1 to 15");
+    EXPECT_EQ(failure_of("vrf \"\""), "vrf is 1 to 15 bytes");
     EXPECT_EQ(failure_of("vrf \"a\\x00\""), "vrf: it holds a control character");
     EXPECT_EQ(failure_of("timeuot 5s"), "\"timeuot\" is not a setting; did you mean timeout?");
     EXPECT_EQ(read("transport tcp", kTacacs).item, text_item("tcp"));

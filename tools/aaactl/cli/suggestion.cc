@@ -80,4 +80,12 @@ std::string suggestion(std::string_view given, const std::vector<std::string> &k
     return all;
 }
 
+std::string followed_by(const std::string &text, std::string clause) {
+    const bool asked = text.ends_with('?');
+    if (asked && !clause.empty()) {
+        clause[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(clause[0])));
+    }
+    return text + (asked ? " " : "; ") + clause;
+}
+
 }  // namespace aaactl

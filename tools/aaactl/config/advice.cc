@@ -48,19 +48,6 @@ bool can_be_named(const std::string &path) {
 
 }  // namespace
 
-std::string shell_word(const std::string &text) {
-    constexpr std::string_view kPlain =
-        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./:,@%+";
-    if (!text.empty() && text.find_first_not_of(kPlain) == std::string::npos) {
-        return text;
-    }
-    std::string word = "'";
-    for (const char c : text) {
-        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return word + "'";
-}
-
 std::string set_list(const std::string &what, const MethodList &list, std::vector<Method> methods) {
     if (!is_group_name(list.service) || !is_group_name(list.name)) {
         return under_another_name(what);

@@ -12,9 +12,6 @@
 
 namespace aaactl {
 
-// The text as one word of a shell's command line.
-std::string shell_word(const std::string &text);
-
 // `what`, and the command that stores these methods as the list. Methods that the command would refuse, and
 // groups that do not exist, are left out; a list that would be empty gets the method "local", or "syslog" for
 // accounting.

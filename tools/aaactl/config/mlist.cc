@@ -209,9 +209,10 @@ void resolve(Database &database, Method &method, bool force) {
     if (method.is_group()) {
         method.resolved = resolve_group(database, method.group);
         if (!method.resolved && !force) {
-            throw Failure(ExitCode::negative, "group:" + escaped(method.group) + ": no such server group" +
-                                                  did_you_mean(method.group, group_names(database)) +
-                                                  "; create it with \"aaactl sg add\", or use --force");
+            throw Failure(ExitCode::negative,
+                          followed_by("group:" + escaped(method.group) + ": no such server group" +
+                                          did_you_mean(method.group, group_names(database)),
+                                      "create it with \"aaactl sg add\", or use --force"));
         }
     }
 }

@@ -20,6 +20,8 @@ constexpr size_t kAccountingIntegers = 3;  // before the methods
 constexpr uint32_t kFirstGroupNumber = 1000;
 constexpr uint32_t kLastGroupNumber = 4999;
 
+constexpr char kUnsealed[] = "the key is not sealed, so it is not used";
+
 constexpr unsigned kRadius = 1;
 constexpr unsigned kTacacs = 2;
 constexpr unsigned kDiameter = 4;
@@ -161,12 +163,12 @@ std::vector<std::string> names_of(unsigned protocol) {
     return names;
 }
 
-std::string range_fault(const Setting &setting, uint32_t value, const char *unit) {
+std::string range_fault(const Setting &setting, uint32_t value, const char *kind, const char *unit) {
     if (value >= setting.least && value <= setting.most) {
         return "";
     }
-    return std::string(setting.name) + " is " + unit + std::to_string(setting.least) +
-           (setting.least == setting.most ? "" : " to " + std::to_string(setting.most));
+    return std::string(setting.name) + " is " + kind + std::to_string(setting.least) +
+           (setting.least == setting.most ? "" : " to " + std::to_string(setting.most)) + unit;
 }
 
 std::string transport_fault(unsigned protocol, const std::string &text) {
@@ -187,13 +189,13 @@ std::string text_fault(const Setting &setting, unsigned protocol, const std::str
             break;
         case SettingForm::sealed_key:
             if (!looks_sealed(text)) {
-                return "the key is not sealed, so it is not used; seal and store it with \"aaactl sg key\"";
+                return kUnsealed;
             }
             break;
         default:
             break;
     }
-    return range_fault(setting, static_cast<uint32_t>(text.size()), "a text of so many bytes: ");
+    return range_fault(setting, static_cast<uint32_t>(text.size()), "", " bytes");
 }
 
 std::string value_fault(const Setting &setting, unsigned protocol, const Item &item) {
@@ -207,7 +209,7 @@ std::string value_fault(const Setting &setting, unsigned protocol, const Item &i
         return wrong_type(item, setting.type());
     }
     if (setting.is_number()) {
-        return range_fault(setting, number_of(item), "a number from ");
+        return range_fault(setting, number_of(item), "a number from ", "");
     }
     const std::string text = text_of(item);
     if (std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; })) {
@@ -289,23 +291,7 @@ std::string protocol_fault(const Place &place, const Item &item) {
     return part_fault(kOfProtocol, protocol_bit(place.names[0]), place.from(1), item);
 }
 
-}  // namespace
-
-const Setting *setting_named(std::string_view name) {
-    const auto found = std::find_if(std::begin(kSettings), std::end(kSettings),
-                                    [&](const Setting &setting) { return name == setting.name; });
-    return found != std::end(kSettings) ? &*found : nullptr;
-}
-
-std::string value_fault(const Setting &setting, const std::string &protocol, const Item &item) {
-    return value_fault(setting, protocol_bit(protocol), item);
-}
-
-std::span<const Setting> settings() {
-    return kSettings;
-}
-
-std::string schema_fault(const std::string &path, const Item &item) {
+std::string place_fault(const std::string &path, const Item &item) {
     if (!path.starts_with(kRoot) || path.size() == kRoot.size()) {
         return "";
     }
@@ -325,6 +311,37 @@ std::string schema_fault(const std::string &path, const Item &item) {
     known.insert(known.end(), kFunctions.begin(), kFunctions.end());
     known.insert(known.end(), kProtocolWords.begin(), kProtocolWords.end());
     return nearest_word(first, known).empty() ? "" : unknown(first, "read here", known);
+}
+
+// The command that stores the key of these servers; "sg key" is for those of groups.
+std::string how_to_seal(const std::string &path) {
+    const Place place(std::string_view(path).substr(kRoot.size()));
+    const bool of_group = place.size() > 3 && place.names[0] == "group-server";
+    return of_group ? "; seal and store it with \"aaactl sg key " + place.names[1] + " " +
+                          shell_word(escaped(place.names[2])) + "\""
+                    : "; seal and store it with \"aaactl key seal | aaactl sysdb set --type string " +
+                          shell_word(escaped(path)) + "\"";
+}
+
+}  // namespace
+
+const Setting *setting_named(std::string_view name) {
+    const auto found = std::find_if(std::begin(kSettings), std::end(kSettings),
+                                    [&](const Setting &setting) { return name == setting.name; });
+    return found != std::end(kSettings) ? &*found : nullptr;
+}
+
+std::string value_fault(const Setting &setting, const std::string &protocol, const Item &item) {
+    return value_fault(setting, protocol_bit(protocol), item);
+}
+
+std::span<const Setting> settings() {
+    return kSettings;
+}
+
+std::string schema_fault(const std::string &path, const Item &item) {
+    const std::string fault = place_fault(path, item);
+    return fault == kUnsealed ? fault + how_to_seal(path) : fault;
 }
 
 std::string setting_fault(const std::string &path, const Item &item) {

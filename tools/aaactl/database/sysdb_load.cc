@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "cli/suggestion.hpp"
 #include "database/dump.hpp"
 #include "database/schema.hpp"
 #include "database/sysdb.hpp"
@@ -148,7 +149,8 @@ void check_schema(Output &out, const LoadOptions &options, const Dump &dump,
     for (size_t i = 0; i + 1 < texts.size(); ++i) {
         out.note("aaactl: " + texts[i]);
     }
-    throw Failure(ExitCode::bad_input, texts.back() + "; nothing was loaded (--force loads it all the same)")
+    throw Failure(ExitCode::bad_input,
+                  followed_by(texts.back(), "nothing was loaded (--force loads it all the same)"))
         .with({{"faults", faults}});
 }
 

@@ -286,6 +286,19 @@ Item item_from_json(uint32_t type, const Json &value) {
     return tuple_item(fields);
 }
 
+std::string shell_word(const std::string &text) {
+    constexpr std::string_view kPlain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./:,@%+";
+    if (!text.empty() && text.find_first_not_of(kPlain) == std::string::npos) {
+        return text;
+    }
+    std::string word = "'";
+    for (const char c : text) {
+        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return word + "'";
+}
+
 std::string in_quotes(std::string_view bytes) {
     std::string text = "\"";
     for (const char c : escaped(bytes)) {

@@ -65,6 +65,8 @@ Item item_from_json(uint32_t type, const Json &value);
 // A value of the command line: a string is taken literally, others as by item_from_text().
 Item item_from_argument(uint32_t type, std::string_view text);
 
+// The text as one word of a shell's command line.
+std::string shell_word(const std::string &text);
 // "escaped" between quotation marks, with those inside escaped as well.
 std::string in_quotes(std::string_view bytes);
 // The inverse of escaped(), and of in_quotes() without its marks; Failure(bad_input).

@@ -12,6 +12,8 @@
 namespace aaactl {
 namespace {
 
+constexpr cerrno kKeysUnusable = 0xa2581000u;
+constexpr cerrno kKeysExist = 0xa2581200u;
 constexpr cerrno kNoGeneration = 0xa2581600u;  // as platform/control.h has it
 
 std::string file_name() {
@@ -70,8 +72,24 @@ void add_masters(Command key) {
 
 // ---- new-master
 
+// The file exists. If it is damaged, no key can be added to it.
+Failure existing_failure() {
+    aaa_platform_master_key_t keys[AAA_PLATFORM_MASTER_KEYS_MAX];
+    uint32_t count = 0;
+    const cerrno rc = aaa_platform_master_keys_list(nullptr, keys, AAA_PLATFORM_MASTER_KEYS_MAX, &count);
+    if (rc != kKeysUnusable) {
+        return master_keys_failure(kKeysExist);
+    }
+    return {ExitCode::failed, file_name() +
+                                  ": it exists already; if no key is sealed with it, move it away, then run "
+                                  "\"aaactl key new-master\"; it cannot be used as it is"};
+}
+
 ExitCode new_master(Output &out) {
     const cerrno rc = aaa_platform_master_keys_create(nullptr);
+    if (rc == kKeysExist) {
+        throw existing_failure();
+    }
     if (rc != 0) {
         throw master_keys_failure(rc);
     }

@@ -29,8 +29,8 @@ Failure master_keys_failure(cerrno rc);
 // The first two digits of a sealed text; nullopt for a text of another form.
 std::optional<uint32_t> sealed_generation(const std::string &text);
 std::string seal_key(const char *clear);
-// Failure(bad_input) for a clear key that, once sealed, is not a valid one: given keys are checked before they
-// are sealed, stored ones are sealed again as they are.
+// Failure(bad_input) for a clear key that, once sealed, is not a valid one. Given keys are checked before
+// they are sealed; stored ones are sealed again as they are.
 void check_clear_key(const std::string &clear);
 // Null if it cannot be opened; a log line says why.
 SecretText open_key(const std::string &sealed);

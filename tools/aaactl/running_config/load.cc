@@ -9,6 +9,7 @@
 
 #include "aaa/server_groups.h"
 #include "cli/commands.hpp"
+#include "cli/suggestion.hpp"
 #include "config/groups.hpp"
 #include "database/sysdb_apply.hpp"
 #include "keys/sealed_keys.hpp"
@@ -337,7 +338,7 @@ ExitCode load(Output &out, const LoadOptions &options) {
                      ", deleted " + std::to_string(deleted) + " items");
         });
     } catch (const Failure &failure) {
-        throw Failure(failure.code(), name + ": " + failure.what() + "; nothing was changed");
+        throw Failure(failure.code(), followed_by(name + ": " + failure.what(), "nothing was changed"));
     }
     return ExitCode::ok;
 }
