@@ -240,7 +240,7 @@ TEST_F(Sysdb, ReadingMakesNothing) {
                                                {"sg", "list"},
                                                {"lint"}}) {
         const auto run = aaactl(args);
-        EXPECT_EQ(run.status, 0) << args.back() << ": " << run.err;
+        EXPECT_EQ(run.status, args[0] == "lint" ? 1 : 0) << args.back() << ": " << run.err;
         EXPECT_FALSE(std::filesystem::exists(dir().path("cfg"))) << args.back();
         EXPECT_FALSE(std::filesystem::exists(dir().path("run"))) << args.back();
     }
