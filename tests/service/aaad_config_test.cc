@@ -99,7 +99,8 @@ TEST_F(AaadConfig, NoRequestIsLostDuringChanges) {
     for (std::thread &thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(answered, 200) << cerr_strerror(failure) << ": " << std::strerror(error) << "; " << aaad_.fate();
+    EXPECT_EQ(answered, 200) << cerr_strerror(failure) << ": " << std::strerror(error) << "; "
+                             << aaad_.fate();
     EXPECT_EQ(right, 200) << "each under one configuration or the other";
     EXPECT_GT(changes, 1);
 }
