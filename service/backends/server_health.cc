@@ -62,7 +62,7 @@ bool ServerHealth::silent(std::string_view server, Time now, Time dead_time) {
     }
     const auto [mark, is_new] = dead_.try_emplace(std::string(server));
     // Requests that were under way when the server died tell it one after the other: only a
-    // probe, or the end of the time, begins the time anew.
+    // probe, or the end of the time, begins the time again.
     if (is_new || mark->second.is_probed || mark->second.until <= now) {
         mark->second = Mark{now + dead_time, false};
     }

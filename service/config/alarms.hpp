@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What is wrong with the configuration now, since when, and what to do about it. The log says it
-// once; whoever looks later asks for it.
+// once; an administrator who looks later asks for it.
 #pragma once
 
 #include <cstdint>

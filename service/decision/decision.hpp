@@ -49,8 +49,8 @@ class Decision {
     const Question &question() const { return question_; }
 
     // The client has gone. Whether a password is on its way to a server, so that the decision has to go
-    // on: the server's refusal is counted as if the client had waited for it. Otherwise whoever tries
-    // passwords would leave whenever a server takes longer than for the right one. `over` is
+    // on: the server's refusal is counted as if the client had waited for it. Otherwise an
+    // attacker would leave whenever a server takes longer than for the right password. `over` is
     // called in place of `done`; it may destroy the decision.
     bool goes_on_without_client(std::function<void()> over);
     // The same client, where the decision cannot be kept: a password that is at a server counts as refused.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // How many logins are worked on at once. Failures are counted when a method has answered, and a
-// server may take its time for a refusal: without a limit, whoever tries passwords would try as
+// server may take its time for a refusal: without a limit, an attacker would try as
 // many at once as there are places for clients, before the first is counted. So no more logins of
 // a user from a source are worked on than failures are left before the lock-out; the others wait
 // for their turn. Neither a user nor a source can take the places of all others.

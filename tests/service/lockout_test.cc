@@ -55,7 +55,7 @@ TEST_F(LockoutTest, LocksAfterRepeatedFailures) {
     EXPECT_FALSE(fail("alice", "192.0.2.1")) << "once";
     EXPECT_TRUE(locked("alice", "192.0.2.1", 100 * kSecond - 1));
     EXPECT_FALSE(locked("alice", "192.0.2.1", 100 * kSecond)) << "no one is locked out for good";
-    EXPECT_FALSE(fail("alice", "192.0.2.1", 100 * kSecond)) << "and the count begins anew";
+    EXPECT_FALSE(fail("alice", "192.0.2.1", 100 * kSecond)) << "and the count begins again";
 }
 
 TEST_F(LockoutTest, LocksOnlyThisUserFromThisSource) {

@@ -55,7 +55,7 @@ TEST(ServerHealth, OneRequestProbesAServerWhoseTimeIsOver) {
     health.asking(a, 100, kProbe);
     EXPECT_EQ(health.state(a, 101), State::kDead) << "another request does not wait for it too";
     EXPECT_EQ(health.order({a, b}, 101), (Order{1, 0}));
-    // Silence begins the time anew, from now.
+    // Silence begins the time again, from now.
     EXPECT_FALSE(health.silent(a, 105, kDead)) << "it is not newly dead";
     EXPECT_EQ(health.state(a, 204), State::kDead);
     EXPECT_EQ(health.state(a, 205), State::kProbe);

@@ -28,7 +28,7 @@ Settings read_settings();
 
 // The group of the directory at a path, which is made in one of the group `above`. Members of
 // the group of the AAA processes use the database, and so does a service that is not root: a
-// directory that root makes anew where root's group has the one above would shut them out. The
+// directory that root makes again where root's group has the one above would shut them out. The
 // run directory is in one of the service's own group.
 gid_t group_of_new_directory(const std::string &path, gid_t above);
 

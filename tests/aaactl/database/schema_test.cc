@@ -169,7 +169,7 @@ TEST_F(Schema, ALoadIsCheckedAsAWholeBeforeAnythingIsStored) {
     EXPECT_EQ(aaactl({"sysdb", "load", "-"}, dump).status, 0) << "it is stored already";
 }
 
-// The command works, whoever the key is of.
+// The command works for the keys of groups and of single servers.
 TEST_F(Schema, AClearKeyIsRefusedWithACommandThatStoresIt) {
     const ScopedEnv masters("AAA_MASTER_KEYS", dir().path("master.keys"));
     ASSERT_EQ(aaactl({"key", "new-master"}).status, 0);

@@ -147,11 +147,11 @@ TEST(RunningConfig, NoDeletes) {
         "no aaa group server radius corp\naaa authentication login default local\n"
         "no aaa accounting exec default\n");
     EXPECT_EQ(shown(gone).find("corp"), std::string::npos) << shown(gone);
-    // Made anew in one text.
-    const Items anew =
+    // Deleted and made again in one text.
+    const Items again =
         without("no aaa group server radius corp\naaa group server radius corp\nserver 192.0.2.77\n");
-    EXPECT_TRUE(anew.contains(kRoot + "group-server/radius/corp/server/0x1/192.0.2.77,1812,1813"));
-    EXPECT_FALSE(anew.contains(kRoot + "group-server/radius/corp/server/0x1/192.0.2.1,1812,1813"));
+    EXPECT_TRUE(again.contains(kRoot + "group-server/radius/corp/server/0x1/192.0.2.77,1812,1813"));
+    EXPECT_FALSE(again.contains(kRoot + "group-server/radius/corp/server/0x1/192.0.2.1,1812,1813"));
 }
 
 TEST(RunningConfig, NoOfWhatDoesNotExistIsAnError) {

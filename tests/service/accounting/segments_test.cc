@@ -11,7 +11,7 @@
 namespace accounting {
 namespace {
 
-// Segments in a directory, opened anew as after a restart.
+// Segments in a directory, opened again as after a restart.
 class SegmentsTest : public testing::Test {
   protected:
     std::vector<Record> reopen() {

@@ -289,7 +289,7 @@ TEST_F(AaadTrace, WithoutAServiceSaysHowToStartIt) {
         const Printed run = ask(command, "wonderland\n");
         EXPECT_EQ(run.status, 5);
         EXPECT_EQ(run.err, "aaactl: " + path() +
-                               ": the service does not run, or its socket was removed; start it anew: "
+                               ": the service does not run, or its socket was removed; restart it: "
                                "systemctl restart aaad\n");
     }
     EXPECT_EQ(ask({"trace", "--since", "yesterday"}).status, 2);

@@ -81,7 +81,7 @@ TEST_F(AaadGuesses, NoMoreAreTriedThanTheLockOutAllows) {
     expect_others_are_served();
 }
 
-// The right password is passed at once, so whoever has no answer soon need not wait for the refusal.
+// The right password is passed at once, so an attacker without an answer need not wait for the refusal.
 TEST_F(AaadGuesses, ThoseWhoseClientLeavesCount) {
     aaad_.settings("lockout-failures 3\nlockout-exempt none\n");
     aaad_.start({"--debug"});

@@ -28,7 +28,7 @@ std::string what_to_do(int error, const std::string &socket) {
     switch (error) {
         case ENOENT:
         case ECONNREFUSED:
-            return "the service does not run, or its socket was removed; start it anew: systemctl restart "
+            return "the service does not run, or its socket was removed; restart it: systemctl restart "
                    "aaad" +
                    elsewhere;
         case EACCES:

@@ -160,7 +160,7 @@ void Tracer::say_nothing_is_remembered() const {
               ", and keeps about 4000 steps of all requests");
 }
 
-// Where the last connection ended; all that is kept, when the service has begun anew.
+// Where the last connection ended; all that is kept, when the service has begun again.
 void Tracer::go_on(ControlClient &client) {
     const Json status = client.ask("status");
     since_ = number_of(status, "since");
