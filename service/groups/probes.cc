@@ -4,6 +4,9 @@
 
 #include <sys/random.h>
 
+#include <algorithm>
+#include <iterator>
+#include <random>
 #include <utility>
 
 #include "base/log.hpp"
@@ -28,7 +31,11 @@ bool knows_status_server(const Server &server) {
 // Each time another one, so that no one can let the user in by giving him this password.
 std::string password() {
     unsigned char bytes[12] = {};
-    static_cast<void>(getrandom(bytes, sizeof bytes, 0));
+    if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes)) {
+        std::random_device device;
+        std::generate(std::begin(bytes), std::end(bytes),
+                      [&] { return static_cast<unsigned char>(device()); });
+    }
     std::string text;
     for (const unsigned char byte : bytes) {
         text += static_cast<char>('a' + byte % 26);
