@@ -60,7 +60,7 @@ TEST_F(OpenedKeysTest, AreThoseOfThePlaceWhenTheTextChangesMeanwhile) {
     EXPECT_EQ(read("a", seal("secret")), "secret");
     EXPECT_EQ(read("a", "0701nothing"), "(secret)");
     EXPECT_EQ(read("a", seal("another")), "another");
-    EXPECT_EQ(read("a", seal("")), "(another)") << "an empty key is no key";
+    EXPECT_EQ(read("a", seal("")), "(another)") << "an empty key is not used";
 }
 
 TEST_F(OpenedKeysTest, AreForgottenWithTheirServer) {

@@ -61,7 +61,7 @@ TEST(ConfigWords, AKeywordMayBeShortenedWhileItIsUnambiguous) {
     EXPECT_EQ(match_keyword({"t", false}, known), "timeout");
     EXPECT_EQ(match_keyword({"server", false}, known), "server");
     EXPECT_EQ(match_keyword({"server-", false}, known), "server-private");
-    EXPECT_EQ(match_keyword({"timeout", true}, known), "") << "a quoted word is no keyword";
+    EXPECT_EQ(match_keyword({"timeout", true}, known), "") << "a quoted word is not a keyword";
     EXPECT_EQ(match_keyword({"timeouts", false}, known), "");
     EXPECT_EQ(failure_of([&] {
                   match_keyword({"se", false}, known);

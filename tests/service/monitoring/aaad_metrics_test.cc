@@ -130,7 +130,7 @@ TEST_F(AaadMetrics, CountsTheProbesOfAServer) {
     EXPECT_EQ(probes("login", "none"), std::to_string(unanswered));
     EXPECT_EQ(probes("accounting", "answer"), "0");
     EXPECT_EQ(value(of_server("aaad_server_questions_total", "use=\"login\",result=\"timeout\"")), "1")
-        << "a probe is no question";
+        << "a probe is not counted as a question";
 }
 
 TEST_F(AaadMetrics, ShowsTheJournalAndItsQueues) {
