@@ -14,6 +14,7 @@
 #include "aaa/result_codes.h"
 #include "aaa/server_groups.h"
 #include "config/database_read.hpp"
+#include "numbers/group_numbers.hpp"
 #include "platform/cerr.h"
 
 namespace service {
@@ -133,6 +134,10 @@ std::uint32_t published_number(sysdb_conn_t maps, Protocol protocol, const std::
     return number;
 }
 
+std::string not_published(const std::string &name, const std::string &why) {
+    return "the number of the server group \"" + name + "\" is not published: " + why;
+}
+
 void read_groups(DatabaseReader &reader, sysdb_conn_t maps, OpenedKeys &keys, Snapshot &snapshot) {
     ServersReader servers{reader, keys, snapshot.settings->servers, snapshot.kept_keys};
     for (const Protocol protocol : kProtocols) {
@@ -152,24 +157,20 @@ void read_groups(DatabaseReader &reader, sysdb_conn_t maps, OpenedKeys &keys, Sn
     }
 }
 
-// Applies one change to the published numbers; a refusal is a fault.
-void change_map(sysdb_conn_t maps, std::uint32_t operation, Protocol protocol, const std::string &name,
-                std::vector<std::string> &faults) {
+// What the library says against a change of a group; a group that a list still names keeps its number.
+bool is_accepted(std::uint32_t operation, Protocol protocol, const std::string &name,
+                 std::vector<std::string> &faults) {
     aaa_cfg_event_t event{};
     event.operation = operation;
     std::uint32_t verdict = 0;
-    std::uint32_t number = 0;
     char *reason = nullptr;
-    cerrno rc = aaa_util_svr_grp_verify(&event, &reason, &verdict, name.c_str(), protocol_keyword(protocol));
-    if (rc == AAA_OK && verdict == AAA_VERDICT_ACCEPTED) {
-        rc = aaa_util_svr_grp_apply(maps, &event, protocol_word(protocol), name.c_str(), &number);
-    }
-    // A group that a list still names keeps its number.
+    const cerrno rc =
+        aaa_util_svr_grp_verify(&event, &reason, &verdict, name.c_str(), protocol_keyword(protocol));
     if (rc != AAA_OK && rc != AAA_ERR_SG_IN_USE) {
-        faults.push_back("the number of the server group \"" + name +
-                         "\" is not published: " + (reason != nullptr ? reason : cerr_strerror(rc)));
+        faults.push_back(not_published(name, reason != nullptr ? reason : cerr_strerror(rc)));
     }
     std::free(reason);
+    return rc == AAA_OK && verdict == AAA_VERDICT_ACCEPTED;
 }
 
 std::optional<std::set<std::string>> names_in(sysdb_conn_t conn, const std::string &directory) {
@@ -200,6 +201,8 @@ ReadResult read_database(sysdb_conn_t config, sysdb_conn_t maps, OpenedKeys &key
 }
 
 void publish_groups(sysdb_conn_t config, sysdb_conn_t maps, std::vector<std::string> &faults) {
+    std::vector<group_numbers::Group> wanted;
+    std::vector<group_numbers::Group> unwanted;
     for (const Protocol protocol : kProtocols) {
         const std::string word = protocol_word(protocol);
         const auto configured = names_in(config, "group-server/" + word + "/");
@@ -208,15 +211,27 @@ void publish_groups(sysdb_conn_t config, sysdb_conn_t maps, std::vector<std::str
             continue;  // an error is not the absence of groups: no number is withdrawn
         }
         for (const std::string &name : *configured) {
-            if (!published->contains(name)) {
-                change_map(maps, AAA_CFG_OP_CREATE, protocol, name, faults);
+            if (published->contains(name) || is_accepted(AAA_CFG_OP_CREATE, protocol, name, faults)) {
+                wanted.push_back({word, name});
             }
         }
         for (const std::string &name : *published) {
-            if (!configured->contains(name)) {
-                change_map(maps, AAA_CFG_OP_DELETE, protocol, name, faults);
+            if (!configured->contains(name) && is_accepted(AAA_CFG_OP_DELETE, protocol, name, faults)) {
+                unwanted.push_back({word, name});
             }
         }
+    }
+    std::vector<group_numbers::Number> numbers;
+    cerrno rc = group_numbers::publish(maps, wanted, numbers);
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        if (numbers[i].rc != AAA_OK) {
+            faults.push_back(not_published(wanted[i].name, cerr_strerror(numbers[i].rc)));
+        }
+    }
+    rc = rc == AAA_OK ? group_numbers::withdraw(maps, unwanted) : rc;
+    if (rc != AAA_OK) {
+        faults.push_back(std::string("the numbers of the server groups are not published: ") +
+                         cerr_strerror(rc));
     }
 }
 

@@ -50,8 +50,10 @@ cerrno find_path(const Connection &open, const sysdb_change_t &change, Planned &
     if (directory_item && !path.ends_with('/')) {
         return SYSDB_ERR_BAD_PATH;
     }
-    const bool directory = directory_item || change.operation == SYSDB_CHANGE_PRUNE ||
-                           (change.operation == SYSDB_CHANGE_DELETE && path.ends_with('/'));
+    const bool directory =
+        directory_item || change.operation == SYSDB_CHANGE_PRUNE ||
+        (change.operation == SYSDB_CHANGE_DELETE && path.ends_with('/')) ||
+        (change.operation == SYSDB_CHANGE_EXPECT && change.datatype == SYSDB_TYPE_ANY && path.ends_with('/'));
     return directory ? directory_path(open, path, planned.path) : item_path(open, path, planned.path);
 }
 
@@ -81,9 +83,17 @@ bool erase(const Planned &change, Contents &draft) {
     return draft.items.erase(change.path) + draft.directories.erase(change.path) != 0;
 }
 
+bool nothing_in(const std::string &directory, const Contents &draft) {
+    const auto item = draft.items.lower_bound(directory);
+    const auto made = draft.directories.lower_bound(directory);
+    return (item == draft.items.end() || !item->first.starts_with(directory)) &&
+           (made == draft.directories.end() || !made->starts_with(directory));
+}
+
 bool as_expected(const Planned &change, const Contents &draft) {
     if (change.is_directory()) {
-        return draft.directories.contains(change.path);
+        return change.item.type == SYSDB_TYPE_ANY ? nothing_in(change.path, draft)
+                                                  : draft.directories.contains(change.path);
     }
     const auto found = draft.items.find(change.path);
     return change.item.type == SYSDB_TYPE_ANY

@@ -140,6 +140,19 @@ TEST_P(SysdbChanges, ExpectationsDecide) {
     EXPECT_EQ("b=2", items());
 }
 
+TEST_P(SysdbChanges, ExpectNothingInADirectory) {
+    ASSERT_EQ("0", apply({set("0x2/a", 1), set("d/e/f", 1), set("d0", 1), set("d-", 1)}));
+    EXPECT_EQ("0", apply({absent("0x1/"), absent("0x20/"), absent("c/"), absent("d/e/f/"), set("0x1/b", 1)}));
+    EXPECT_EQ("8081ae00@1", apply({set("0x3/a", 1), absent("0x2/")}));
+    EXPECT_EQ("8081ae00@0", apply({absent("d/"), set("d/x", 1)})) << "something further below";
+    EXPECT_EQ("8081ae00@1", apply({set("n/a", 1), absent("n/")})) << "sees what was done before";
+    EXPECT_EQ("0", apply({prune("d/"), absent("d/"), set("d/y", 2)}));
+    EXPECT_EQ("8081a400@0", apply({absent("d//")}));
+    const sysdb_change_t made = {SYSDB_CHANGE_SET, SYSDB_TYPE_DIRECTORY, "made/", nullptr, 0};
+    EXPECT_EQ("8081ae00@1", apply({made, absent("made/")}));
+    EXPECT_EQ("0x1/ 0x2/ d-=1 d/ d0=1", items());
+}
+
 TEST_P(SysdbChanges, PruneKeepsWhatTheCallNames) {
     for (const char *path : {"d/a", "d/b", "d/c", "d/e/f", "d/e/g", "d", "d0", "d-"}) {
         ASSERT_EQ(0u, set_number(conn(), path, 1));

@@ -286,4 +286,22 @@ TEST_F(AaadConfig, NumbersOfGroupsArePublished) {
     EXPECT_EQ(existence(maps.handle(), "sg_name_map/radius/corp"), SYSDB_ERR_NOT_FOUND);
 }
 
+// Symptom: numbers that two groups shared stayed as they were until one of the groups was deleted.
+TEST_F(AaadConfig, GroupsThatShareANumberGetTheirOwn) {
+    login_list({AAA_METHOD_LOCAL});
+    aaad_.number("group-server/radius/corp/server/0x1/192.0.2.1,1812,1813", 1);
+    aaad_.number("group-server/radius/lab/server/0x1/192.0.2.2,1812,1813", 1);
+    {
+        const Bound maps("/oper/aaa/gl/group-server/");
+        EXPECT_EQ(set_number(maps.handle(), "sg_name_map/radius/corp", 1001), AAA_OK);
+        EXPECT_EQ(set_number(maps.handle(), "sg_name_map/radius/lab", 1001), AAA_OK);
+        EXPECT_EQ(set_text(maps.handle(), "sg_num_map/radius/0x3e9", "lab"), AAA_OK);
+    }
+    aaad_.start();
+    const Bound maps("/oper/aaa/gl/group-server/");
+    EXPECT_EQ(get_number(maps.handle(), "sg_name_map/radius/corp"), 1002);
+    EXPECT_EQ(get_number(maps.handle(), "sg_name_map/radius/lab"), 1001);
+    EXPECT_EQ(get_text(maps.handle(), "sg_num_map/radius/0x3ea"), "corp");
+}
+
 }  // namespace

@@ -29,6 +29,11 @@ extern "C" {
     3u /**< delete all below the directory that no other change of the call sets or expects */
 #define SYSDB_CHANGE_EXPECT 4u /**< change nothing; the item must be as given, or absent for SYSDB_TYPE_ANY */
 
+/*
+ * With SYSDB_TYPE_ANY and a path that ends in '/', SYSDB_CHANGE_EXPECT says that nothing is in the directory,
+ * which was not made by hand either. An older provider refuses that with SYSDB_ERR_BAD_PATH.
+ */
+
 /** One change. */
 typedef struct sysdb_change {
     uint32_t operation; /**< SYSDB_CHANGE_... */

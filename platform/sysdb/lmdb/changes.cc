@@ -23,8 +23,10 @@ cerrno append_path(const sysdb_change_t &change, Key &key) {
     if (typed && change.datatype == SYSDB_TYPE_DIRECTORY) {
         return path.ends_with('/') ? key.append_directory(path) : SYSDB_ERR_BAD_PATH;
     }
-    const bool directory = change.operation == SYSDB_CHANGE_PRUNE ||
-                           (change.operation == SYSDB_CHANGE_DELETE && path.ends_with('/'));
+    const bool directory =
+        change.operation == SYSDB_CHANGE_PRUNE ||
+        (change.operation == SYSDB_CHANGE_DELETE && path.ends_with('/')) ||
+        (change.operation == SYSDB_CHANGE_EXPECT && change.datatype == SYSDB_TYPE_ANY && path.ends_with('/'));
     return directory ? key.append_directory(path) : key.append_item(path);
 }
 
@@ -71,6 +73,9 @@ class Attempt {
 
   private:
     Result expect(const PlannedChange &change) {
+        if (change.datatype == SYSDB_TYPE_ANY && change.key.ends_with('/')) {
+            return expect_nothing_in(change.key);
+        }
         MDB_val name = value_of(change.key);
         MDB_val stored;
         const auto rc = Result::of_lmdb(mdb_get(txn_, environment_.items(), &name, &stored));
@@ -81,6 +86,16 @@ class Attempt {
                              ? rc.is_not_found()
                              : rc.is_ok() && same_item(stored, change.datatype, change.value);
         return met ? Result::ok() : Result::conflict();
+    }
+
+    Result expect_nothing_in(std::string_view directory) {
+        Cursor cursor;
+        Result rc = cursor.open(txn_, environment_.items());
+        MDB_val key = value_of(directory);
+        MDB_val value;
+        rc = rc.is_ok() ? cursor.get(key, value, MDB_SET_RANGE) : rc;
+        const bool found = rc.is_ok() && view_of(key).starts_with(directory);
+        return found ? Result::conflict() : rc.ok_if_not_found();
     }
 
     // The log is written afterwards: its records may move the pages under the cursor.

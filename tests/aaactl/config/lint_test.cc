@@ -185,6 +185,12 @@ TEST_F(Lint, FindsServersThatAreNoneOrTwice) {
     EXPECT_EQ(lint(), Lines{}) << "another service of the same machine";
     server("radius/corp", "0x3/192.0.2.22,1645,1646");
     EXPECT_EQ(lint(), Lines{"warning shared-ordinal " + servers + "0x3/192.0.2.22,1645,1646"});
+    server("radius/corp", "0x3/192.0.2.23,1645,1646");
+    server("radius/corp", "0x3/192.0.2.24,1645,1646");
+    EXPECT_EQ(lint(), Lines{"warning shared-ordinal " + servers + "0x3/192.0.2.22,1645,1646"}) << "once";
+    EXPECT_TRUE(contains(run({"lint"}).out,
+                         "192.0.2.20,1645,1646, 192.0.2.23,1645,1646 and 192.0.2.24,1645,1646 have the same "
+                         "ordinal"));
     ASSERT_EQ(run({"sysdb", "del", "-r", servers + "0x3"}).status, 0);
     for (const char *entry : {"0x3/192.0.2.300,1812,1813", "0x3/192.0.2.22,99999,1813",
                               "0x3/192.0.2.22,1,2,3", "0x3/192.0.2.22,,1", "three/192.0.2.22"}) {

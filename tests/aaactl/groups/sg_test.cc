@@ -4,8 +4,11 @@
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <memory>
+#include <set>
 
 #include "aaactl/support/damaged_items.hpp"
 #include "aaactl/support/database_fixture.hpp"
@@ -206,6 +209,70 @@ TEST_F(Groups, AGroupThatIsRefusedKeepsNoOtherFromItsNumber) {
               "aaactl: server group local: refused: Bad server group name\n"
               "aaactl: server group corp: refused: Server group name already defined for RADIUS\n");
     EXPECT_EQ(aaactl({"sg", "publish", "--json"}).json()["faults"].size(), 2u);
+}
+
+// Symptom: groups that were added at the same time got one number, and servers one ordinal.
+TEST_F(Groups, ProcessesAtOnceGetDifferentNumbersAndOrdinals) {
+    constexpr int kRounds = 20;
+    constexpr int kProcesses = 8;
+    for (int round = 0; round < kRounds; ++round) {
+        std::vector<std::unique_ptr<aaactl_test::Started>> started;
+        for (int i = 0; i < kProcesses; ++i) {
+            const std::string server = "192.0." + std::to_string(round) + "." + std::to_string(i);
+            // Every other one adds a server to one group, which the first of them creates.
+            const std::string name =
+                i % 2 == 0 ? "g" + std::to_string(round) + "-" + std::to_string(i) : "shared";
+            started.push_back(std::make_unique<aaactl_test::Started>(
+                std::vector<std::string>{"sg", "add", "radius", name, server}));
+        }
+        for (const auto &process : started) {
+            EXPECT_EQ(process->wait(), 0) << process->shown();
+        }
+    }
+    std::map<uint64_t, std::string> names;
+    const auto groups = aaactl({"sg", "list", "--json"}).json()["groups"];
+    ASSERT_EQ(groups.size(), 1u + kRounds * kProcesses / 2);
+    for (const auto &group : groups) {
+        const std::string name = group["name"].text();
+        const uint64_t number = group["number"].number();
+        EXPECT_TRUE(names.emplace(number, name).second) << name << " and " << names[number];
+        char entry[96];
+        std::snprintf(entry, sizeof entry, "/oper/aaa/gl/group-server/sg_num_map/radius/0x%x",
+                      static_cast<unsigned>(number));
+        EXPECT_EQ(value_of(entry), name);
+        std::set<uint64_t> ordinals;
+        for (const auto &server : group["servers"]) {
+            EXPECT_TRUE(ordinals.insert(server["index"].number()).second) << name;
+        }
+        EXPECT_EQ(ordinals.size(), name == "shared" ? size_t{kRounds * kProcesses / 2} : 1u);
+    }
+}
+
+TEST_F(Groups, PublishSeparatesGroupsThatShareANumber) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "lab", "192.0.2.21"}).status, 0);
+    const std::string maps = "/oper/aaa/gl/group-server/";
+    put(maps + "sg_name_map/radius/lab", "u32", "1001");
+    ASSERT_EQ(aaactl({"sysdb", "del", maps + "sg_num_map/radius/0x3ea"}).status, 0);
+    EXPECT_NE(aaactl({"lint"}).out.find("maps to number 1001"), std::string::npos);
+    const auto run = aaactl({"sg", "publish"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out,
+              "PROTOCOL  NAME  NUMBER\n"
+              "radius    corp  1001\n"
+              "radius    lab   1002    new\n");
+    EXPECT_EQ(value_of(maps + "sg_num_map/radius/0x3e9"), "corp");
+    EXPECT_EQ(value_of(maps + "sg_num_map/radius/0x3ea"), "lab");
+    EXPECT_EQ(aaactl({"lint"}).out.find("maps to number"), std::string::npos);
+}
+
+// An entry that a deleted group has left does not take the number from the group that has it.
+TEST_F(Groups, PublishMendsAnEntryThatNamesNoGroup) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    const std::string entry = "/oper/aaa/gl/group-server/sg_num_map/radius/0x3e9";
+    put(entry, "string", "gone");
+    EXPECT_EQ(aaactl({"sg", "publish"}).out, "PROTOCOL  NAME  NUMBER\nradius    corp  1001\n");
+    EXPECT_EQ(value_of(entry), "corp");
 }
 
 // ---- keys

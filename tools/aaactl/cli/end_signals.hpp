@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <string>
 
 #include "cli/output.hpp"
@@ -36,6 +37,35 @@ class EndSignals {
 
   private:
     int fd_ = -1;
+};
+
+// SIGINT and SIGTERM wait while a command makes changes of which none may be left half done. What it has
+// not taken then ends the program.
+class HeldSignals {
+  public:
+    HeldSignals() {
+        sigemptyset(&set_);
+        for (const int signal : {SIGINT, SIGTERM}) {
+            struct sigaction action {};
+            if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
+                sigaddset(&set_, signal);
+            }
+        }
+        pthread_sigmask(SIG_BLOCK, &set_, &before_);
+    }
+    ~HeldSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    HeldSignals(const HeldSignals &) = delete;
+    HeldSignals &operator=(const HeldSignals &) = delete;
+
+    // Takes one that has come.
+    bool take() const {
+        const timespec at_once{};
+        return sigtimedwait(&set_, nullptr, &at_once) > 0;
+    }
+
+  private:
+    sigset_t set_{};
+    sigset_t before_{};
 };
 
 }  // namespace aaactl

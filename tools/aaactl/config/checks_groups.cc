@@ -76,6 +76,31 @@ void check_number(const Group &group, bool used, Findings &findings) {
     }
 }
 
+// One finding for all servers that share an ordinal, at the second of them.
+void check_ordinal(const std::vector<Server> &servers, size_t at, Findings &findings) {
+    std::vector<std::string> others;
+    size_t earlier = 0;
+    for (size_t i = 0; i < servers.size(); ++i) {
+        const Server &other = servers[i];
+        const bool is_duplicate = other.host == servers[at].host && other.ports == servers[at].ports;
+        if (!is_duplicate && is_sound(other) && other.index == servers[at].index &&
+            other.is_private == servers[at].is_private) {
+            others.push_back(server_text(other));
+            earlier += i < at ? 1 : 0;
+        }
+    }
+    if (earlier == 1) {
+        std::string text = others[0];
+        for (size_t i = 1; i < others.size(); ++i) {
+            text += (i + 1 == others.size() ? " and " : ", ") + others[i];
+        }
+        findings.push_back({Severity::warning, "shared-ordinal", servers[at].path,
+                            text + (others.size() == 1 ? " has" : " have") +
+                                " the same ordinal: which of them is asked first is undefined",
+                            "delete all but one of them, and configure them again"});
+    }
+}
+
 }  // namespace
 
 void check_protocol_keys(Database &database, const Protocol &protocol, Findings &findings) {
@@ -103,14 +128,9 @@ void check_servers(const std::vector<Server> &servers, Findings &findings) {
                                     server_text(server) +
                                         " is in the list already: if it does not answer, it is asked again",
                                     "delete one of the entries"});
-            } else if (servers[j].index == server.index && servers[j].is_private == server.is_private &&
-                       is_sound(servers[j])) {
-                findings.push_back({Severity::warning, "shared-ordinal", server.path,
-                                    server_text(servers[j]) +
-                                        " has the same ordinal: which of them is asked first is undefined",
-                                    "configure one of them again"});
             }
         }
+        check_ordinal(servers, i, findings);
     }
 }
 

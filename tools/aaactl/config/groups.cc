@@ -188,12 +188,35 @@ void verify_group(const Protocol &protocol, const std::string &name, uint32_t op
                       ": refused: " + escaped(reason != nullptr ? reason : cerr_strerror(rc)));
 }
 
+std::vector<group_numbers::Number> publish_numbers(Database &database,
+                                                   const std::vector<group_numbers::Group> &groups) {
+    std::vector<group_numbers::Number> numbers;
+    if (const cerrno rc = group_numbers::publish(database.connection(kGroupMaps), groups, numbers);
+        rc != AAA_OK) {
+        throw database_failure(kGroupMaps, rc);
+    }
+    return numbers;
+}
+
+Failure number_failure(const std::string &name, cerrno rc) {
+    const std::string reason =
+        rc == AAA_ERR_SG_MAPPING ? "the numbers of its protocol are used up" : escaped(cerr_strerror(rc));
+    return {database_failure("", rc).code(), "server group " + escaped(name) + ": refused: " + reason};
+}
+
+cerrno withdraw_numbers(Database &database, const std::vector<group_numbers::Group> &groups) {
+    return group_numbers::withdraw(database.connection(kGroupMaps), groups);
+}
+
 cerrno change_number(Database &database, const Protocol &protocol, const std::string &name,
                      uint32_t operation, uint32_t &number) {
-    aaa_cfg_event_t event{};
-    event.operation = operation;
-    return aaa_util_svr_grp_apply(database.connection(kGroupMaps), &event, protocol.word, name.c_str(),
-                                  &number);
+    const group_numbers::Group group{protocol.word, name};
+    if (operation == AAA_CFG_OP_DELETE) {
+        return withdraw_numbers(database, {group});
+    }
+    const group_numbers::Number published = publish_numbers(database, {group})[0];
+    number = published.number;
+    return published.rc;
 }
 
 bool is_group_name(const std::string &name) {

@@ -14,6 +14,7 @@
 #include "config/protocols.hpp"
 #include "database/database.hpp"
 #include "database/server_entry.hpp"
+#include "numbers/group_numbers.hpp"
 
 namespace aaactl {
 
@@ -67,7 +68,15 @@ std::string protocol_servers_path(const Protocol &protocol);
 // The library's routines for a group that is created or deleted. `operation` is AAA_CFG_OP_CREATE or
 // AAA_CFG_OP_DELETE. Failure(negative) with the library's reason if it refuses the change.
 void verify_group(const Protocol &protocol, const std::string &name, uint32_t operation);
-// Publishes the group's number, or removes it. A group that has a number keeps it.
+// Publishes the numbers of groups as one change, one element of the result for each. A group that has a
+// number keeps it, unless it belongs to another group. Failure if nothing was changed.
+std::vector<group_numbers::Number> publish_numbers(Database &database,
+                                                   const std::vector<group_numbers::Group> &groups);
+// Why a group got no number.
+Failure number_failure(const std::string &name, cerrno rc);
+// Removes the numbers of groups as one change.
+cerrno withdraw_numbers(Database &database, const std::vector<group_numbers::Group> &groups);
+// The same for one group: `operation` is AAA_CFG_OP_CREATE or AAA_CFG_OP_DELETE.
 cerrno change_number(Database &database, const Protocol &protocol, const std::string &name,
                      uint32_t operation, uint32_t &number);
 

@@ -19,6 +19,10 @@ class Changes {
     void set(const std::string &path, const Item &item) { add(SYSDB_CHANGE_SET, path, item); }
     void expect(const std::string &path, const Item &item) { add(SYSDB_CHANGE_EXPECT, path, item); }
     void expect_absent(const std::string &path) { add(SYSDB_CHANGE_EXPECT, path, {SYSDB_TYPE_ANY, {}}); }
+    // Nothing is in the directory, nor was it made by hand.
+    void expect_nothing_in(const std::string &directory) {
+        add(SYSDB_CHANGE_EXPECT, directory, {SYSDB_TYPE_ANY, {}});
+    }
     void erase(const std::string &path) { add(SYSDB_CHANGE_DELETE, path, {}); }
     void prune(const std::string &directory) { add(SYSDB_CHANGE_PRUNE, directory, {}); }
     bool empty() const { return changes_.empty(); }

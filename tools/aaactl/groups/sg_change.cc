@@ -130,14 +130,14 @@ Changes server_changes(const GroupOptions &options, const Protocol &protocol,
         check_other_form(group, protocol, server);
         const uint32_t index = next_index(options, protocol, server);
         next = next ? *next + 1 : index;
-        const std::string path = group_path(protocol, options.name) +
-                                 (options.is_private ? "server-private/" : "server/") + hexadecimal(*next) +
-                                 "/" + entry;
+        const std::string ordinal = group_path(protocol, options.name) +
+                                    (options.is_private ? "server-private/" : "server/") +
+                                    hexadecimal(*next) + "/";
+        changes.expect_nothing_in(ordinal);  // another process may take it meanwhile
         if (is_directory(protocol, server)) {
-            changes.set(path, {SYSDB_TYPE_DIRECTORY, {}});
+            changes.set(ordinal + entry, {SYSDB_TYPE_DIRECTORY, {}});
         } else {
-            changes.expect_absent(path);
-            changes.set(path, number_item(1));
+            changes.set(ordinal + entry, number_item(1));
         }
     }
     if (options.servers.empty()) {
@@ -164,29 +164,58 @@ void note_missing_keys(Output &out, Database &database, const Group &group) {
     }
 }
 
-// The maps first: the next attempt reuses a number without a group, but a group without a number does not
-// work.
+constexpr int kAttempts = 100;  // each time another process has added a server
+
+// The servers get the next ordinals at the time of the change.
+void configure_servers(Database &database, const GroupOptions &options, const Protocol &protocol) {
+    cerrno rc = SYSDB_ERR_CONFLICT;
+    for (int attempt = 0; attempt < kAttempts && rc == SYSDB_ERR_CONFLICT; ++attempt) {
+        const Changes changes =
+            server_changes(options, protocol, read_group(database, protocol, options.name));
+        size_t failed = 0;
+        rc = changes.apply(database, kGroupConfig, failed);
+    }
+    if (rc != 0) {
+        throw database_failure(kGroupConfig, rc);
+    }
+}
+
+// Not that of a group which another process has configured meanwhile.
+void withdraw_unused(Database &database, const Protocol &protocol, const std::string &name) {
+    const auto group = read_group(database, protocol, name);
+    if (!group || !group->configured) {
+        withdraw_numbers(database, {{protocol.word, name}});
+    }
+}
+
+group_numbers::Number publish_number(Database &database, const Protocol &protocol, const std::string &name) {
+    const group_numbers::Number number = publish_numbers(database, {{protocol.word, name}})[0];
+    if (number.rc != AAA_OK) {
+        throw number_failure(name, number.rc);
+    }
+    return number;
+}
+
+// The number first: the next attempt reuses a number without a group, but a group without a number does not
+// work. Again afterwards: the service withdraws numbers of groups that are not configured, and may have read
+// the configuration in between.
 ExitCode add(Output &out, const GroupOptions &options) {
     check_group_name(options.name);
     const Protocol &protocol = protocol_named(options.protocol);
     Database database;
     verify_group(protocol, options.name, AAA_CFG_OP_CREATE);
-    const auto before = read_group(database, protocol, options.name);
-    const Changes changes = server_changes(options, protocol, before);
-    uint32_t number = 0;
-    if (const cerrno rc = change_number(database, protocol, options.name, AAA_CFG_OP_CREATE, number);
-        rc != AAA_OK) {
-        throw Failure(database_failure("", rc).code(),
-                      "server group " + escaped(options.name) + ": refused: " + escaped(cerr_strerror(rc)));
-    }
+    server_changes(options, protocol,
+                   read_group(database, protocol, options.name));  // refused before a change
+    const bool is_new = publish_number(database, protocol, options.name).is_new;
     try {
-        configure(database, changes);
+        configure_servers(database, options, protocol);
     } catch (const Failure &) {
-        if (!before || !before->number) {
-            change_number(database, protocol, options.name, AAA_CFG_OP_DELETE, number);
+        if (is_new) {
+            withdraw_unused(database, protocol, options.name);
         }
         throw;
     }
+    const uint32_t number = publish_number(database, protocol, options.name).number;
     const Group group = read_group(database, protocol, options.name).value_or(Group{});
     note_missing_keys(out, database, group);
     out.result(group_json(database, group), [&] {

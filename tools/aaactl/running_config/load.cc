@@ -9,6 +9,7 @@
 
 #include "aaa/server_groups.h"
 #include "cli/commands.hpp"
+#include "cli/end_signals.hpp"
 #include "cli/suggestion.hpp"
 #include "config/groups.hpp"
 #include "database/sysdb_apply.hpp"
@@ -109,6 +110,18 @@ Changes replacing_changes(const Plan &plan) {
     return changes;
 }
 
+// The directory of a new server's ordinal, "/cfg/gl/aaa/.../server/0x1/"; "" for other items.
+std::string ordinal_of(const std::string &path) {
+    for (const std::string_view list : {"/server/0x", "/server-private/0x", "/host/0x"}) {
+        const size_t at = path.find(list);
+        const size_t end = at == std::string::npos ? at : path.find('/', at + list.size());
+        if (end != std::string::npos) {
+            return path.substr(0, end + 1);
+        }
+    }
+    return "";
+}
+
 // Only what differs, and only if it is still what the plan was made from.
 Changes merging_changes(const Plan &plan) {
     Changes changes;
@@ -122,7 +135,12 @@ Changes merging_changes(const Plan &plan) {
         return std::any_of(pruned.begin(), pruned.end(),
                            [&](const std::string &tree) { return path.starts_with(tree); });
     };
+    std::set<std::string> ordinals;
     const auto expect = [&](const std::string &path, const DumpItem *stored) {
+        const std::string ordinal = stored == nullptr ? ordinal_of(path) : "";
+        if (!ordinal.empty() && !any_below(plan.before, ordinal) && ordinals.insert(ordinal).second) {
+            changes.expect_nothing_in(ordinal);  // another process may take it meanwhile
+        }
         if (is_pruned(path) || path.ends_with('/') || plan.unreadable.contains(path)) {
             return;
         }
@@ -169,62 +187,95 @@ std::string place_of(const Statements &statements, const Owner &owner) {
     return "";
 }
 
-void verify_groups(const Plan &plan, const Statements &statements) {
-    for (const Owner &owner : plan.created) {
+// Says how far a long load has come.
+void show_progress(Output &out, const char *what, size_t done, size_t all) {
+    out.progress(std::string(what) + ", " + percent_text(done, all));
+}
+
+void verify_groups(Output &out, const Plan &plan, const Statements &statements) {
+    for (size_t i = 0; i < plan.created.size(); ++i) {
+        const Owner &owner = plan.created[i];
         if (takes_a_name(plan, owner)) {
             continue;
         }
+        show_progress(out, "Checking the groups", i, plan.created.size());
         try {
             verify_group(owner.of(), *owner.group, AAA_CFG_OP_CREATE);
         } catch (const Failure &failure) {
             throw Failure(failure.code(), place_of(statements, owner) + failure.what());
         }
     }
+    out.end_progress();
 }
 
+// The numbers of all groups that a load creates or deletes; each function is one change.
 class Numbers {
   public:
     Numbers(Database &database, const Plan &plan) : database_(database), plan_(plan) {}
 
     // Before the groups are configured, as "sg add": a group without a number does not work.
-    void publish(bool those_that_take_names) {
-        for (const Owner &owner : plan_.created) {
-            if (takes_a_name(plan_, owner) == those_that_take_names) {
-                publish(owner);
+    void publish() {
+        const std::vector<group_numbers::Group> groups = created(false);
+        const std::vector<group_numbers::Number> numbers = publish_numbers(database_, groups);
+        for (size_t i = 0; i < groups.size(); ++i) {
+            if (numbers[i].is_new) {
+                published_.push_back(groups[i]);
+            }
+        }
+        for (size_t i = 0; i < groups.size(); ++i) {
+            if (numbers[i].rc != 0) {
+                throw number_failure(groups[i].name, numbers[i].rc);
             }
         }
     }
-    void withdraw_deleted() {
-        for (const Owner &owner : plan_.deleted) {
-            uint32_t number = 0;
-            change_number(database_, owner.of(), *owner.group, AAA_CFG_OP_DELETE, number);
+    // What publish() has published.
+    void undo(Output &out) {
+        if (const cerrno rc = withdraw_numbers(database_, published_); rc != 0) {
+            out.note("aaactl: numbers of groups that are not configured stay published: " +
+                     escaped(cerr_strerror(rc)) +
+                     "; the next load uses them, and \"aaactl lint\" lists them");
         }
+        published_.clear();
     }
-    void undo() {
-        for (const Owner &owner : published_) {
-            uint32_t number = 0;
-            change_number(database_, owner.of(), *owner.group, AAA_CFG_OP_DELETE, number);
+    // When the configuration is stored. Also of groups that were numbered before: the service withdraws
+    // numbers of groups that are not configured yet.
+    void settle(Output &out) {
+        std::vector<group_numbers::Group> deleted;
+        for (const Owner &owner : plan_.deleted) {
+            deleted.push_back({owner.of().word, *owner.group});
+        }
+        const std::vector<group_numbers::Group> groups = created(true);
+        try {
+            const cerrno rc = withdraw_numbers(database_, deleted);
+            const auto numbers = publish_numbers(database_, groups);
+            for (size_t i = 0; i < numbers.size(); ++i) {
+                if (numbers[i].rc != 0) {
+                    throw number_failure(groups[i].name, numbers[i].rc);
+                }
+            }
+            if (rc != 0) {
+                throw database_failure(kGroupMaps, rc);
+            }
+        } catch (const Failure &failure) {
+            out.note(std::string("aaactl: everything is stored, but ") + failure.what() +
+                     "; to number the groups, say: aaactl sg publish");
         }
     }
 
   private:
-    void publish(const Owner &owner) {
-        const auto before = read_group(database_, owner.of(), *owner.group);
-        uint32_t number = 0;
-        const cerrno rc = change_number(database_, owner.of(), *owner.group, AAA_CFG_OP_CREATE, number);
-        if (rc != 0) {
-            undo();
-            throw Failure(database_failure("", rc).code(), "server group " + escaped(*owner.group) +
-                                                               ": refused: " + escaped(cerr_strerror(rc)));
+    std::vector<group_numbers::Group> created(bool with_those_that_take_names) const {
+        std::vector<group_numbers::Group> groups;
+        for (const Owner &owner : plan_.created) {
+            if (with_those_that_take_names || !takes_a_name(plan_, owner)) {
+                groups.push_back({owner.of().word, *owner.group});
+            }
         }
-        if (!before || !before->number) {
-            published_.push_back(owner);
-        }
+        return groups;
     }
 
     Database &database_;
     const Plan &plan_;
-    std::vector<Owner> published_;
+    std::vector<group_numbers::Group> published_;
 };
 
 // ---- the command
@@ -244,6 +295,13 @@ Failure refused(const Statements &statements, const std::string &path, cerrno rc
     return failure;
 }
 
+std::string command_of(const LoadOptions &options) {
+    return std::string("aaactl load") + (options.replace ? " --replace" : "") +
+           (options.force ? " --force" : "") + " " + shell_word(options.file);
+}
+
+// Three changes, each of which is made or not: the numbers of new groups, the items, the numbers again. A
+// signal is obeyed before the second, and the first is undone.
 cerrno store(Output &out, Database &database, const LoadOptions &options, const Statements &statements,
              const Plan &plan) {
     const Changes changes = options.replace ? replacing_changes(plan) : merging_changes(plan);
@@ -251,22 +309,31 @@ cerrno store(Output &out, Database &database, const LoadOptions &options, const 
         return 0;
     }
     Numbers numbers(database, plan);
-    numbers.publish(false);
-    size_t failed = 0;
-    const cerrno rc = changes.apply(database, kConfigRoot, failed);
-    if (rc != 0) {
-        numbers.undo();
-        if (rc != SYSDB_ERR_CONFLICT) {
+    const HeldSignals held;
+    try {
+        out.progress("Numbering " + std::to_string(plan.created.size()) + " groups as one change");
+        numbers.publish();
+        if (held.take()) {
+            throw Failure(ExitCode::failed,
+                          "interrupted before the items were stored (to load them, say again: " +
+                              command_of(options) + ")");
+        }
+        out.progress("Storing " + std::to_string(changes.size()) + " changes as one");
+        size_t failed = 0;
+        const cerrno rc = changes.apply(database, kConfigRoot, failed);
+        if (rc == SYSDB_ERR_CONFLICT) {
+            numbers.undo(out);
+            return rc;
+        }
+        if (rc != 0) {
             throw refused(statements, changes.path(failed).value_or(kConfigRoot), rc);
         }
-        return rc;
+    } catch (const Failure &) {
+        numbers.undo(out);
+        throw;
     }
-    numbers.withdraw_deleted();
-    try {
-        numbers.publish(true);
-    } catch (const Failure &failure) {  // the configuration is stored
-        out.note(std::string("aaactl: ") + failure.what() + "; the service publishes the number later");
-    }
+    numbers.settle(out);
+    held.take();  // it came when everything was done, as the result says
     return 0;
 }
 
@@ -274,7 +341,7 @@ Plan load_statements(Output &out, const LoadOptions &options, const Statements &
     Database database;
     for (int attempt = 1;; ++attempt) {
         Plan plan = make_plan(out, database, options, statements);
-        verify_groups(plan, statements);
+        verify_groups(out, plan, statements);
         const cerrno rc = options.dry_run ? 0 : store(out, database, options, statements, plan);
         if (rc == 0) {
             return plan;
