@@ -41,6 +41,45 @@ gid_t service_group() {
     return getgrnam_r("aaad", &entry, room, sizeof room, &found) == 0 && found != nullptr ? entry.gr_gid : 0;
 }
 
+// A word for a shell. False if it does not fit.
+bool quote(const char *text, char *out, std::size_t size) {
+    static constexpr char kPlain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./-";
+    if (text[std::strspn(text, kPlain)] == '\0') {
+        return std::snprintf(out, size, "%s", text) < static_cast<int>(size);
+    }
+    std::size_t len = 0;
+    const auto add = [&](const char *part) {
+        const std::size_t more = std::strlen(part);
+        if (len + more < size) {
+            std::memcpy(out + len, part, more + 1);
+        }
+        len += more;
+    };
+    add("'");
+    for (; *text != '\0'; ++text) {
+        const char one[] = {*text, '\0'};
+        add(*text == '\'' ? "'\\''" : one);
+    }
+    add("'");
+    return len < size;
+}
+
+// The mode that the file has after it was created: the service reads the one at the usual path.
+bool refuse_rights(const char *path, bool service_reads) {
+    char word[PATH_MAX];
+    char advice[2 * PATH_MAX + 64];
+    if (!quote(path, word, sizeof word)) {
+        return refuse(path, "users other than its owner have rights on it",
+                      "make it readable for its owner only");
+    }
+    if (service_reads) {
+        std::snprintf(advice, sizeof advice, "run: chown root:aaad %s && chmod 0640 %s", word, word);
+    } else {
+        std::snprintf(advice, sizeof advice, "run: chmod 0600 %s", word);
+    }
+    return refuse(path, "users other than its owner have rights on it", advice);
+}
+
 // Only the owner may have any right, except that the service may read: a reader of this file
 // can read every server key. `readers` becomes the group that may read it.
 bool check_rights(int fd, const char *path, gid_t *readers) {
@@ -58,7 +97,9 @@ bool check_rights(int fd, const char *path, gid_t *readers) {
     const bool service_reads = others == S_IRGRP && st.st_gid != 0 && st.st_gid == service_group();
     *readers = service_reads ? st.st_gid : 0;
     if (others != 0 && !service_reads) {
-        return refuse(path, "users other than its owner have rights on it", "set its mode to 0600");
+        const bool is_usual = std::strcmp(path, kUsualMasterKeys) == 0;
+        const bool is_for_service = service_group() != 0 && (is_usual || st.st_gid == service_group());
+        return refuse_rights(path, is_for_service && st.st_uid == 0);
     }
     return true;
 }

@@ -8,13 +8,17 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "master_key_file.hpp"
+#include "private_mounts.hpp"
 #include "support/machine.hpp"
+#include "support/temp_dir.hpp"
 
 namespace {
 
@@ -26,6 +30,16 @@ constexpr char kChanged[] =
     "%AAA-PLATFORM-3-DECRYPT_FAILED : A sealed key of generation 01 was changed, or was sealed with another "
     "master "
     "key; enter it again";
+
+// A shell runs the command of the message that says who may read the file.
+void follow_advice(const std::string &start) {
+    EXPECT_EQ("(null)", encrypt("secret"));
+    const std::string line = g_log->take_one();
+    constexpr char kRun[] = ": users other than its owner have rights on it; run: ";
+    const size_t at = line.find(kRun + start);
+    ASSERT_NE(std::string::npos, at) << line;
+    EXPECT_EQ(0, std::system(line.substr(at + sizeof kRun - 1).c_str())) << line;
+}
 
 }  // namespace
 
@@ -89,9 +103,45 @@ TEST_F(Keys, MustBeThere) {
 TEST_F(Keys, MustBeClosedToOthers) {
     for (const mode_t mode : {0640u, 0604u, 0620u, 0610u, 0601u}) {
         ASSERT_EQ(0, chmod(path.c_str(), mode));
-        expect_no_keys("users other than its owner have rights on it; set its mode to 0600");
+        expect_no_keys(("users other than its owner have rights on it; run: chmod 0600 " + path).c_str());
     }
     ASSERT_EQ(0, chmod(path.c_str(), 0400));
+    EXPECT_EQ("x", decrypt(encrypt("x")));
+}
+
+// A path that a shell would split.
+TEST_F(Keys, TheCommandThatSetsTheirModeWorks) {
+    const std::string odd = path + " o'dd";
+    ASSERT_EQ(0, rename(path.c_str(), odd.c_str()));
+    path = odd;
+    const ScopedEnv usual("AAA_MASTER_KEYS", odd);
+    ASSERT_EQ(0, chmod(path.c_str(), 0644));
+    follow_advice("chmod 0600 ");
+    EXPECT_EQ("x", decrypt(encrypt("x")));
+}
+
+// The service's group keeps its right, and no other group has it.
+TEST_F(Keys, TheCommandThatSetsTheirModeLetsTheServiceRead) {
+    SKIP_WITHOUT_PRIVATE_MOUNTS();
+    SKIP_WITHOUT("mounts",
+                 unshare(CLONE_NEWNS) == 0 && mount("", "/", nullptr, MS_PRIVATE | MS_REC, nullptr) == 0,
+                 "needs a mount namespace");
+    const std::string groups = path + ".group";
+    std::ofstream(groups) << "root:x:0:\naaad:x:4242:\n";
+    ASSERT_EQ(0, chmod(groups.c_str(), 0644));
+    ASSERT_EQ(0, mount(groups.c_str(), "/etc/group", nullptr, MS_BIND, nullptr));
+    ASSERT_EQ(0, chown(path.c_str(), 0, 4242));
+    for (const mode_t mode : {0660u, 0644u, 0750u}) {
+        ASSERT_EQ(0, chmod(path.c_str(), mode));
+        follow_advice("chown root:aaad ");
+        struct stat st {};
+        ASSERT_EQ(0, stat(path.c_str(), &st));
+        EXPECT_EQ(0640u, st.st_mode & 07777u);
+        EXPECT_EQ(4242u, st.st_gid);
+        EXPECT_EQ("x", decrypt(encrypt("x")));
+    }
+    ASSERT_EQ(0, chown(path.c_str(), 0, 7));
+    follow_advice("chmod 0600 ");
     EXPECT_EQ("x", decrypt(encrypt("x")));
 }
 

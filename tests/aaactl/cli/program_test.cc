@@ -77,7 +77,8 @@ TEST(AaactlProgram, HelpNamesTheValuesOfAnOption) {
     EXPECT_EQ(help.find("->"), std::string::npos) << "help does not show how values are stored";
     EXPECT_EQ(aaactl({"attr", "list", "--color", "2"}).status, 2);
     const auto wrong = aaactl({"attr", "list", "--color", "sometimes"});
-    EXPECT_EQ(wrong.err, "aaactl: --color: sometimes not in {always,auto,never} (see --help)\n");
+    EXPECT_EQ(wrong.err,
+              "aaactl: --color: \"sometimes\" is unknown; use always, auto or never (see --help)\n");
 }
 
 TEST(AaactlProgram, UsageSaysWhatMayBeRepeated) {

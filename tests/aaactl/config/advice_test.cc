@@ -135,6 +135,28 @@ TEST_F(Advice, HasNoCommandForNamesThatCommandsRefuse) {
     EXPECT_TRUE(contains(found->second, "under another name")) << found->second;
 }
 
+// "sg publish" changes no value that it cannot read, and was advised.
+TEST_F(Advice, ForNumbersOfAnotherTypeEndsTheLockOut) {
+    put(kMaps + "sg_name_map/radius/corp", "string", "abc");
+    const auto explained = remedies({"explain", "authentication", "login"});
+    const auto found = explained.find("lock-out /cfg/gl/aaa/authentication/login/default");
+    ASSERT_NE(found, explained.end());
+    const std::string command = follow("lock-out");
+    EXPECT_EQ(command_of(found->second), command);
+    EXPECT_EQ(remedies().size(), 0u);
+    put(kMaps + "sg_name_map/radius/corp", "string", "abc");
+    put(kMaps + "sg_num_map/radius/0x3e9", "u32", "7");
+    follow("lock-out");
+    EXPECT_EQ(remedies().size(), 0u);
+    char number[16];
+    std::snprintf(number, sizeof number, "0x%lx",
+                  std::strtoul(value_of(kMaps + "sg_name_map/radius/corp").c_str(), nullptr, 10));
+    put(kMaps + "sg_num_map/radius/" + number, "u32", "7");
+    follow("contradicting-number");
+    EXPECT_EQ(remedies().size(), 0u);
+    EXPECT_EQ(run({"explain", "authentication", "login"}).status, 0);
+}
+
 TEST_F(Advice, ForGroupsKeepsTheirServers) {
     const std::string servers = run({"sg", "list", "--json"}).out;
     put(kMaps + "sg_num_map/radius/0x3e9", "string", "other");

@@ -299,7 +299,7 @@ TEST_F(Explain, ServersWithoutAGroupAndWithoutAKeyAreFindings) {
     list("authentication/login/default", R"(3, 2, 0, 0, "", "", "", "")");
     put("/cfg/gl/aaa/radius/host/0x1/192.0.2.1,1812,1813", "u32", "1");
     EXPECT_EQ(found(explain_json({"authentication", "login"})),
-              std::vector<std::string>{"warning no-key /cfg/gl/aaa/radius/host/0x1/192.0.2.1,1812,1813"});
+              std::vector<std::string>{"error no-key /cfg/gl/aaa/radius/host/0x1/192.0.2.1,1812,1813"});
     EXPECT_FALSE(contains(explain({"authentication", "login"}).out, "Nothing is missing."));
 }
 

@@ -93,7 +93,7 @@ TEST_F(Lint, FindsWhatIsWrongWithAList) {
     EXPECT_EQ(with_list(path, R"(3, 2, 0, 0, "", "", "", "")"),
               Lines{"error no-servers /cfg/gl/aaa/radius/host/"});
     put("/cfg/gl/aaa/radius/host/0x1/192.0.2.1,1812,1813", "u32", "1");
-    EXPECT_EQ(lint(), Lines{"warning no-key /cfg/gl/aaa/radius/host/0x1/192.0.2.1,1812,1813"});
+    EXPECT_EQ(lint(), Lines{"error no-key /cfg/gl/aaa/radius/host/0x1/192.0.2.1,1812,1813"});
     put("/cfg/gl/aaa/radius/settings/transport", "string", "tls");
     EXPECT_EQ(lint(), Lines{});
 }

@@ -53,6 +53,7 @@ std::string content(const std::string &file) {
 }
 
 TEST_F(Schema, TakesMethodLists) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp"}).status, 0);
     accepted("authentication/login/default", "tuple", R"(10,2,0,0,"corp","","","")");
     accepted("authentication/login/numbers", "tuple", R"(1001,2,0,0,"","","","")");
     accepted("accounting/exec/default", "tuple", R"(0,0,1,17,0,0,0,"","","","")");
@@ -68,6 +69,15 @@ TEST_F(Schema, TakesMethodLists) {
     refused("authentication/login/no", "tuple", R"(10,0,0,0,"","","","")", "a server group has no name");
     refused("authentication/login", "u32", "1", "a method list is at FUNCTION/SERVICE/NAME");
     refused("authentication/login/a/b", "tuple", R"(2,0,0,0,"","","","")", "FUNCTION/SERVICE/NAME");
+    refused("authentication/login/no", "tuple", R"(0,0,0,0,"","","","")", "the list has no method");
+    refused("authentication/login/no", "tuple", R"(2,0,1,0,"","","","")",
+            "method 1 at place 3 follows a 0, which ends the list, so it is never asked; close the gap");
+    refused("authentication/login/no", "tuple", R"(17,0,0,0,"","","","")",
+            "method 17 (syslog) answers no request of authentication");
+    refused("authentication/lgin/default", "tuple", R"(2,0,0,0,"","","","")",
+            "\"lgin\" is not a service of authentication; did you mean login?");
+    refused("accounting/exex/default", "tuple", R"(0,0,0,17,0,0,0,"","","","")", "did you mean exec?");
+    directory("authentication/lgin/", false);
     directory("authentication/login/", true);
     directory("authentication/login/default/", false);
 }
@@ -88,6 +98,10 @@ TEST_F(Schema, TakesServers) {
     refused(servers + "0x2", "u32", "1", "an ordinal is a directory");
     refused(servers + "0x2/192.0.2.3,1,2", "string", "1", "but u32 is read here");
     refused(servers + "0x2/192.0.2.3,1,2/key", "string", kSealed, "its settings are below settings/");
+    refused(servers + "0x2/192.0.2.3,1,2", "u32", "2", "the value of a server is 1");
+    refused("group-server/tacacs/old/server/0x3/192.0.2.31,0x31", "u32", "1",
+            "a server with a port is a directory here, without a value: end the path with '/'");
+    refused("tacacs/host/0x1/192.0.2.31,49", "u32", "1", "a server with a port is a directory here");
     refused("group-server/radius/new", "u32", "1", "a server group is a directory");
     refused("group-server/radus/new/server/0x1/192.0.2.3,1,2", "u32", "1", "did you mean radius?");
     refused("group-server/radius/corp/timeout", "u32", "500",
@@ -96,6 +110,7 @@ TEST_F(Schema, TakesServers) {
 }
 
 TEST_F(Schema, TakesSettings) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
     accepted(kSettings + "key", "string", kSealed);
     accepted(kSettings + "timeout", "u32", "10");
     accepted(kSettings + "192.0.2.20,1812,1813/timeout", "u32", "60000");
@@ -133,10 +148,13 @@ TEST_F(Schema, ShowsNoKeyThatItRefuses) {
     }
 }
 
-TEST_F(Schema, LeavesOtherTreesToOtherPrograms) {
-    accepted("site/limit", "u32", "1");
+TEST_F(Schema, EveryTreeOfTheServiceIsKnown) {
+    refused("foo", "u32", "1", "\"foo\" is not read here; use group-server, authentication, ");
+    refused("site/limit", "u32", "1", "\"site\" is not read here; use group-server, ");
     refused("authentcation/login/default", "tuple", R"(2,0,0,0,"","","","")", "did you mean authentication?");
+    directory("foo/", false);
     EXPECT_EQ(aaactl({"sysdb", "set", "/cfg/site/authentication", "--type", "u32", "1"}).status, 0);
+    EXPECT_EQ(aaactl({"sysdb", "set", kRoot}).status, 0);
 }
 
 TEST_F(Schema, ForceStoresAnything) {

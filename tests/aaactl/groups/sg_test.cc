@@ -142,10 +142,59 @@ TEST_F(Groups, RefusesForTheLibrarysReasons) {
     EXPECT_EQ(aaactl({"sg", "list"}).out,
               "PROTOCOL  NAME  NUMBER  SERVERS\nradius    corp  1001    192.0.2.20,1812,1813 [no key]\n");
     ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp"}).status, 0);
-    expect_refused({"sg", "del", "radius", "corp"}, "server group corp: refused: Server group is ");
-    EXPECT_EQ(aaactl({"sg", "list", "corp"}).status, 0) << "nothing was deleted";
     ASSERT_EQ(aaactl({"sg", "add", "tacacs", "archive", "192.0.2.30"}).status, 0);
     expect_refused({"sg", "add", "tacacs", "archive", "192.0.2.30,50"}, "the group has it already");
+}
+
+// A group that lists need: which lists, what becomes of their requests, and how to do it all the same.
+TEST_F(Groups, OfListsAreNotDeletedByMistake) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21"}).status, 0);
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "group:corp", "local"}).status,
+              0);
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "vty", "group:corp"}).status, 0);
+    const std::string before = aaactl({"sysdb", "dump"}).out;
+    const std::string lists =
+        "aaactl: method list authentication login default: without corp requests are left to local\n"
+        "aaactl: method list authentication login vty: without corp it has no method that can work: no one "
+        "can "
+        "log in\n";
+    const std::string remedy =
+        ": 2 method lists name it; change these lists first with \"aaactl mlist set\", or use --force\n";
+    const auto group = aaactl({"sg", "del", "radius", "corp"});
+    EXPECT_EQ(group.status, 1);
+    EXPECT_EQ(group.err, lists + "aaactl: server group corp is not deleted" + remedy);
+    const auto both = aaactl({"sg", "del", "radius", "corp", "192.0.2.20", "192.0.2.21"});
+    EXPECT_EQ(both.status, 1);
+    EXPECT_EQ(both.err, lists + "aaactl: server group corp is not left without a server" + remedy);
+    EXPECT_EQ(aaactl({"sysdb", "dump"}).out, before);
+    EXPECT_EQ(aaactl({"sg", "del", "radius", "corp", "192.0.2.20"}).err, "") << "another one remains";
+    EXPECT_EQ(aaactl({"sg", "del", "radius", "corp", "192.0.2.21"}).status, 1);
+    const auto json = aaactl({"sg", "del", "radius", "corp", "--json"}).json();
+    EXPECT_EQ(json["lists"][0].dump(),
+              R"({"function":"authentication","service":"login","name":"default","methods_left":["local"]})");
+
+    const auto last = aaactl({"sg", "del", "radius", "corp", "192.0.2.21", "--force"});
+    EXPECT_EQ(last.status, 0);
+    EXPECT_EQ(last.err, lists) << "also then";
+    EXPECT_EQ(aaactl({"sg", "del", "radius", "corp", "--force"}).status, 0);
+    EXPECT_EQ(aaactl({"sg", "list", "corp"}).status, 4);
+    EXPECT_EQ(aaactl({"sysdb", "dump", "/oper/"}).out, "aaactl-dump 1 /oper/\n# end: 0 items\n");
+}
+
+// A server that gets the address later must not find a key that was meant for another.
+TEST_F(Groups, ADeletedServerTakesItsSettingsAlong) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20", "192.0.2.21"}).status, 0);
+    const std::string settings = "/cfg/gl/aaa/group-server/radius/corp/settings/";
+    put(settings + "tries", "u32", "2");
+    put(settings + "192.0.2.20,1812,1813/tries", "u32", "3");
+    put(settings + "192.0.2.21,1812,1813/tries", "u32", "4");
+    ASSERT_EQ(aaactl({"sg", "del", "radius", "corp", "192.0.2.20"}).status, 0);
+    EXPECT_EQ(value_of(settings + "192.0.2.20,1812,1813/tries"), "");
+    EXPECT_EQ(value_of(settings + "192.0.2.21,1812,1813/tries"), "4");
+    EXPECT_EQ(value_of(settings + "tries"), "2");
+    const auto wrong = aaactl({"sg", "del", "radius", "corp", "192.0.2.2l"});
+    EXPECT_EQ(wrong.status, 4);
+    EXPECT_EQ(wrong.err, "aaactl: server group corp has no server 192.0.2.2l\n");
 }
 
 TEST_F(Groups, RefusesNamesAndServersThatAreNone) {

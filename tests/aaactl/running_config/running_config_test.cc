@@ -118,6 +118,23 @@ TEST_F(RunningConfigCommands, ReplaceRefusesATextThatMayBeCut) {
     EXPECT_EQ(shown(), "end\n");
 }
 
+// As "mlist set".
+TEST_F(RunningConfigCommands, AListIsOfAServiceThatIsUsed) {
+    const std::string before = dump();
+    const std::string text = "! logins\naaa authentication lgin default local\n";
+    const auto wrong = aaactl({"load", "-"}, text);
+    EXPECT_EQ(wrong.status, 3);
+    EXPECT_EQ(wrong.err,
+              "aaactl: standard input: line 2: lgin: not a service of authentication; did you mean login? "
+              "(--force stores it all the same); nothing was changed\n");
+    EXPECT_EQ(aaactl({"load", "-"}, "aaa authentication login default syslog\n").status, 3);
+    EXPECT_EQ(dump(), before);
+    load(text, {"--force"});
+    load(text);  // it is stored already
+    load("no aaa authentication lgin default\n");
+    EXPECT_EQ(dump(), before);
+}
+
 TEST_F(RunningConfigCommands, AGroupMayMoveToAnotherProtocol) {
     load(kText);
     load("aaa group server tacacs corp\n server 192.0.2.1\nend\n", {"--replace"});

@@ -99,7 +99,17 @@ Argument &Argument::required(bool is_required) {
 }
 
 Argument &Argument::one_of(const std::vector<std::string> &words) {
-    option_->check(CLI::IsMember(words));
+    // The name in braces is what help and words_in_braces() read.
+    std::string braces;
+    for (const std::string &word : words) {
+        braces += (braces.empty() ? "{" : ",") + word;
+    }
+    option_->check(CLI::Validator(
+        [words](const std::string &given) {
+            const bool known = std::find(words.begin(), words.end(), given) != words.end();
+            return known ? std::string() : "\"" + given + "\" is unknown" + suggestion(given, words);
+        },
+        braces + "}"));
     return *this;
 }
 

@@ -7,8 +7,9 @@
 namespace aaactl {
 
 enum class ExitCode : int {
-    ok = 0,           // done, and the answer is yes
-    negative = 1,     // done, and the answer is no: denied, differences, findings
+    ok = 0,  // done, and the answer is yes
+    negative =
+        1,  // done, and the answer is no: denied, differences, findings; or refused for what is configured
     usage = 2,        // the command line is wrong; nothing was done
     bad_input = 3,    // a message, a text, a file or a stored item is malformed
     not_found = 4,    // the requested item does not exist

@@ -80,6 +80,10 @@ std::string suggestion(std::string_view given, const std::vector<std::string> &k
     return all;
 }
 
+std::string counted(size_t number, const std::string &noun) {
+    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
 std::string followed_by(const std::string &text, std::string clause) {
     const bool asked = text.ends_with('?');
     if (asked && !clause.empty()) {

@@ -20,6 +20,9 @@ std::string did_you_mean(std::string_view given, const std::vector<std::string> 
 // did_you_mean(), or "; use A, B or C" when none is near.
 std::string suggestion(std::string_view given, const std::vector<std::string> &known);
 
+// "1 item", "2 items".
+std::string counted(size_t number, const std::string &noun);
+
 // "TEXT; CLAUSE", or after a question "TEXT? Clause".
 std::string followed_by(const std::string &text, std::string clause);
 

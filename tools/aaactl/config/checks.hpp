@@ -17,8 +17,8 @@ bool method_works(Database &database, const std::string &function, const Method 
 void check_list(Database &database, const MethodList &list, Findings &findings);
 // Checks a group by itself; `used`: a method list names it.
 void check_group(Database &database, const Group &group, bool used, Findings &findings);
-// Whether the servers that a protocol has without a group have keys.
-void check_protocol_keys(Database &database, const Protocol &protocol, Findings &findings);
+// Whether the servers that a protocol has without a group have keys; `used`: a method list asks them.
+void check_protocol_keys(Database &database, const Protocol &protocol, bool used, Findings &findings);
 // Whether the stored key at the path can be used.
 void check_key_at(Database &database, const std::string &path, Findings &findings);
 // Checks every entry of a list of servers.

@@ -103,11 +103,11 @@ void check_ordinal(const std::vector<Server> &servers, size_t at, Findings &find
 
 }  // namespace
 
-void check_protocol_keys(Database &database, const Protocol &protocol, Findings &findings) {
+void check_protocol_keys(Database &database, const Protocol &protocol, bool used, Findings &findings) {
     for (const Server &server : protocol_servers(database, protocol)) {
         const ServerKey key = read_key(database, settings_path(protocol), server, protocol);
         if (is_sound(server) && key.state == KeyState::missing) {
-            findings.push_back({Severity::warning, "no-key", server.path,
+            findings.push_back({used ? Severity::error : Severity::warning, "no-key", server.path,
                                 "the server has no key, so aaad does not ask it",
                                 seal_new("store it", key.path)});
         }

@@ -81,7 +81,7 @@ void look_for_faults(Database &database, Explanation &e) {
             check_group(database, *group, true, e.findings);
         } else if (protocol != nullptr && seen.insert(protocol->word).second) {
             check_servers(step.servers, e.findings);
-            check_protocol_keys(database, *protocol, e.findings);
+            check_protocol_keys(database, *protocol, true, e.findings);
         }
         check_stored_keys(database, step, seen, e.findings);
     }

@@ -9,6 +9,7 @@
 #include "aaa/method_lists.h"
 #include "aaa/names.h"
 #include "cli/commands.hpp"
+#include "cli/suggestion.hpp"
 #include "config/advice.hpp"
 #include "config/checks.hpp"
 #include "config/lookup.hpp"
@@ -32,7 +33,7 @@ class Lint {
         groups();
         for (const Protocol &protocol : kProtocols) {
             check_servers(protocol_servers(database_, protocol), findings_);
-            check_protocol_keys(database_, protocol, findings_);
+            check_protocol_keys(database_, protocol, used_protocols_.contains(protocol.number), findings_);
         }
         stale_numbers();
         check_lines(database_, findings_);
@@ -53,6 +54,9 @@ class Lint {
                 list_name(*list);
                 for (const Method &method : list->methods()) {
                     used_.insert(method.group);
+                    if (const Protocol *protocol = protocol_of_method(method.number)) {
+                        used_protocols_.insert(protocol->number);
+                    }
                 }
             }
         }
@@ -107,15 +111,12 @@ class Lint {
 
     Database database_{Database::Use::reading};
     Findings findings_;
-    std::set<std::string> used_;  // groups that lists name
+    std::set<std::string> used_;         // groups that lists name
+    std::set<uint32_t> used_protocols_;  // whose servers without a group lists ask
     std::vector<Group> groups_;
     std::vector<Group> stale_;  // published, and not configured any more
     size_t lists_ = 0;
 };
-
-std::string plural(size_t number, const std::string &noun) {
-    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
-}
 
 ExitCode lint(Output &out, const LintOptions &options) {
     Lint lint;
@@ -129,8 +130,9 @@ ExitCode lint(Output &out, const LintOptions &options) {
                            {"findings", findings_json(findings)}};
     out.result(document, [&] {
         print_findings(out, findings);
-        out.line(plural(lint.lists(), "method list") + " and " + plural(lint.groups_seen(), "server group") +
-                 " checked: " + plural(errors, "error") + ", " + plural(warnings, "warning"));
+        out.line(counted(lint.lists(), "method list") + " and " +
+                 counted(lint.groups_seen(), "server group") + " checked: " + counted(errors, "error") +
+                 ", " + counted(warnings, "warning"));
     });
     return errors > 0 || (options.strict && warnings > 0) ? ExitCode::negative : ExitCode::ok;
 }

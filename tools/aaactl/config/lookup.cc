@@ -69,6 +69,12 @@ std::string failure_remedy(const MethodList &list) {
         return set_list("create the groups, or remove them from the list", list,
                         {methods.begin(), methods.end()});
     }
+    const auto unreadable = std::find_if(methods.begin(), methods.end(), [](const Method &method) {
+        return method.is_group() && !method.configured()->number_defect.empty();
+    });
+    if (unreadable != methods.end()) {  // "sg publish" changes no value that it cannot read
+        return renumber_group("give the group another number", *unreadable->configured());
+    }
     return std::any_of(methods.begin(), methods.end(), has_no_number)
                ? "number all server groups: aaactl sg publish"
                : "correct the other faults of the list";

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "config/groups.hpp"
+#include "database/list_rules.hpp"
 
 namespace aaactl {
 
@@ -41,26 +42,12 @@ struct MethodList {
     std::span<const Method> methods() const;
 };
 
-// Whether an operator can configure the method; the other numbers are internal to the service.
-bool is_configurable(uint32_t method);
-
-// Whether the method can answer requests for a function at all: local users keep no accounting records, for
-// example.
-bool answers_for(const std::string &function, uint32_t method);
-
-// The word under which a service is configured; for a service without one, the word under which the library
-// verifies its lists; "" for a service without lists.
-std::string service_word_of(uint32_t function, uint32_t service);
-// Words of the services for which requests are made.
-std::vector<std::string> used_service_words(const std::string &function);
 // What the method "none" means in a list of logins; "" for other lists.
 std::string open_login_text(const MethodList &list);
 
 // Failure(usage), with a suggestion, for a list that no request uses, or with a method that answers none.
 void check_is_used(const MethodList &list);
 
-// The functions that have lists, as words of paths.
-const std::vector<std::string> &list_functions();
 // "/cfg/gl/aaa/authentication/login/default"
 std::string list_path(const std::string &function, const std::string &service, const std::string &name);
 // Words of the services that have a directory.

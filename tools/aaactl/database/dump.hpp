@@ -80,10 +80,19 @@ DumpItem parse_dump_line(std::string_view line, const std::string &directory);
 // All of a file, or of standard input for "-". Failure without the file's name.
 std::string read_whole_file(const std::string &name);
 
-// Detects text or JSON. Failure(bad_input) names the place of an error.
-Dump parse_dump(Output &out, std::string_view text);
+// Why an item of a dump cannot be read.
+struct DumpFault {
+    size_t line;        // as that of an item
+    std::string place;  // "line 7" or "items[6]"
+    std::string path;   // "" if it cannot be read either
+    std::string text;
+};
+
+// Detects text or JSON. Failure(bad_input) names the place of an error; with `faults`, items that cannot be
+// read are omitted and reported there.
+Dump parse_dump(Output &out, std::string_view text, std::vector<DumpFault> *faults = nullptr);
 // The same from a file, or from standard input for "-"; messages name the file.
-Dump read_dump(Output &out, const std::string &file);
+Dump read_dump(Output &out, const std::string &file, std::vector<DumpFault> *faults = nullptr);
 
 // One difference between a dump and what is stored.
 struct Difference {

@@ -9,6 +9,7 @@
 #include <memory>
 #include <unordered_set>
 
+#include "cli/suggestion.hpp"
 #include "database/dump.hpp"
 #include "database/secret_values.hpp"
 
@@ -79,9 +80,9 @@ void check_item(const DumpItem &item, const std::string &directory) {
     }
 }
 
-DumpItem parse_line(std::string_view line) {
+DumpItem parse_line(std::string_view line, std::string &path) {
     DumpItem item;
-    item.path = take_path(line);
+    item.path = path = take_path(line);
     const std::string_view type = take_word(line);
     if (type.empty()) {
         throw malformed("PATH TYPE VALUE is expected");
@@ -106,7 +107,10 @@ std::string parse_directory(const std::string &path) {
 
 std::string parse_head(std::string_view line) {
     if (take_word(line) != kDumpFormat) {
-        throw malformed("this is not a dump: the first line of a dump is \"aaactl-dump 1 DIRECTORY\"");
+        throw malformed(
+            "this is not a dump: the first line of a dump is \"aaactl-dump 1 DIRECTORY\"; configuration "
+            "text, as "
+            "\"aaactl show running-config\" prints it, is loaded with \"aaactl load\"");
     }
     if (const std::string_view version = take_word(line); version != kDumpVersion) {
         throw malformed("version " + escaped(version) + " of the dump format is not known");
@@ -157,7 +161,23 @@ class Lines {
 
 class Collector {
   public:
-    Collector(Output &out, Dump &dump) : out_(out), dump_(dump) {}
+    Collector(Output &out, Dump &dump, std::vector<DumpFault> *faults)
+        : out_(out), dump_(dump), faults_(faults) {}
+
+    // `read` adds one item, and sets the path as soon as it is known.
+    template <typename Read>
+    void in_place(size_t line, const std::string &place, Read read) {
+        std::string path;
+        try {
+            read(path);
+        } catch (const Failure &failure) {
+            if (faults_ == nullptr) {
+                throw Failure(failure.code(), place + ": " + failure.what());
+            }
+            // A line without a path may begin with a secret.
+            faults_->push_back({line, place, path.starts_with(dump_.directory) ? path : "", failure.what()});
+        }
+    }
     // `done` of `all` has been read, in any unit.
     void add(DumpItem item, size_t line, size_t done, size_t all) {
         check_item(item, dump_.directory);
@@ -174,6 +194,7 @@ class Collector {
   private:
     Output &out_;
     Dump &dump_;
+    std::vector<DumpFault> *faults_;
     std::unordered_set<std::string> paths_;
 };
 
@@ -182,11 +203,11 @@ std::string why_incomplete(const Dump &dump, std::string_view end) {
         return "the last line, \"" + std::string(kDumpEnd) + "N items\", is missing";
     }
     return end == dump_end(dump) ? ""
-                                 : "it has " + std::to_string(dump.items.size()) +
-                                       " items, and its last line says \"" + escaped(end) + "\"";
+                                 : "it has " + counted(dump.items.size(), "item") +
+                                       ", and its last line says \"" + escaped(end) + "\"";
 }
 
-Dump parse_text(Output &out, std::string_view text) {
+Dump parse_text(Output &out, std::string_view text, std::vector<DumpFault> *faults) {
     Dump dump;
     Lines lines(text);
     std::string_view line;
@@ -194,10 +215,11 @@ Dump parse_text(Output &out, std::string_view text) {
         throw malformed("the dump is empty");
     }
     dump.directory = in_place(lines.place(), [&] { return parse_head(line); });
-    Collector collector(out, dump);
+    Collector collector(out, dump, faults);
     while (lines.next(line)) {
-        in_place(lines.place(), [&] {
-            collector.add(parse_line(line), lines.number(), text.size() - lines.bytes_left(), text.size());
+        collector.in_place(lines.number(), lines.place(), [&](std::string &path) {
+            collector.add(parse_line(line, path), lines.number(), text.size() - lines.bytes_left(),
+                          text.size());
         });
     }
     dump.incomplete = why_incomplete(dump, lines.end());
@@ -221,9 +243,9 @@ std::string text_member(const Json &object, const char *name) {
     return value.text();
 }
 
-DumpItem parse_object(const Json &object) {
+DumpItem parse_object(const Json &object, std::string &path) {
     DumpItem item;
-    item.path = unescaped(text_member(object, "path"));
+    item.path = path = unescaped(text_member(object, "path"));
     item.item.type = parse_type(item.path, text_member(object, "type"));
     item.masked = object.contains("masked");
     if (item.masked && (object["masked"] != Json(true) || object.contains("value"))) {
@@ -238,7 +260,7 @@ DumpItem parse_object(const Json &object) {
     return item;
 }
 
-Dump parse_json(Output &out, std::string_view text) {
+Dump parse_json(Output &out, std::string_view text, std::vector<DumpFault> *faults) {
     const Json document = Json::parse(text);
     if (text_member(document, "format") != kDumpFormat || member(document, "version") != Json(1)) {
         throw malformed(
@@ -252,10 +274,11 @@ Dump parse_json(Output &out, std::string_view text) {
         throw malformed("\"items\" is not an array");
     }
     const std::vector<Json> &items = list.elements();
-    Collector collector(out, dump);
+    Collector collector(out, dump, faults);
     for (size_t i = 0; i < items.size(); ++i) {
-        in_place("items[" + std::to_string(i) + "]",
-                 [&] { collector.add(parse_object(items[i]), i, i + 1, items.size()); });
+        collector.in_place(i, "items[" + std::to_string(i) + "]", [&](std::string &path) {
+            collector.add(parse_object(items[i], path), i, i + 1, items.size());
+        });
     }
     return dump;
 }
@@ -290,7 +313,8 @@ std::string whole_file(const std::string &name) {
 }  // namespace
 
 DumpItem parse_dump_line(std::string_view line, const std::string &directory) {
-    DumpItem item = parse_line(line);
+    std::string path;
+    DumpItem item = parse_line(line, path);
     check_item(item, directory);
     return item;
 }
@@ -299,15 +323,15 @@ std::string read_whole_file(const std::string &name) {
     return whole_file(name);
 }
 
-Dump parse_dump(Output &out, std::string_view text) {
+Dump parse_dump(Output &out, std::string_view text, std::vector<DumpFault> *faults) {
     const size_t first = text.find_first_not_of(" \t\r\n");
-    return first != std::string_view::npos && text[first] == '{' ? parse_json(out, text)
-                                                                 : parse_text(out, text);
+    return first != std::string_view::npos && text[first] == '{' ? parse_json(out, text, faults)
+                                                                 : parse_text(out, text, faults);
 }
 
-Dump read_dump(Output &out, const std::string &file) {
+Dump read_dump(Output &out, const std::string &file, std::vector<DumpFault> *faults) {
     const std::string name = file == "-" ? "standard input" : escaped(file);
-    return in_place(name, [&] { return parse_dump(out, whole_file(file)); });
+    return in_place(name, [&] { return parse_dump(out, whole_file(file), faults); });
 }
 
 }  // namespace aaactl

@@ -3,10 +3,12 @@
 #include "database/schema.hpp"
 
 #include <algorithm>
+#include <span>
 #include <vector>
 
 #include "aaa/names.h"
 #include "cli/suggestion.hpp"
+#include "database/list_rules.hpp"
 #include "database/secret_values.hpp"
 #include "database/server_entry.hpp"
 #include "database/sysdb_values.hpp"
@@ -32,8 +34,6 @@ constexpr Setting kSettings[] = {
 #include "database/settings.def"
 };
 
-const std::vector<std::string> kFunctions{"authentication", "authorization", "accounting",
-                                          "authorization_nacm"};
 const std::vector<std::string> kProtocolWords{"radius", "tacacs", "diameter"};
 
 unsigned protocol_bit(const std::string &word) {
@@ -85,13 +85,42 @@ std::string wrong_type(const Item &item, uint32_t wanted) {
 
 // ---- method lists
 
-std::string method_fault(const TupleField &number, const TupleField &name) {
+std::string method_fault(const std::string &function, const TupleField &number, const TupleField &name) {
     const auto method = static_cast<uint32_t>(number.number);
-    const bool is_group_number = method >= kFirstGroupNumber && method <= kLastGroupNumber;
-    if (method > AAA_METHOD_SYSLOG && !is_group_number) {
+    if (method == AAA_METHOD_NOTSET || (method >= kFirstGroupNumber && method <= kLastGroupNumber)) {
+        return "";
+    }
+    if (method > AAA_METHOD_SYSLOG) {
         return std::to_string(number.number) + " is not a method";
     }
+    if (!answers_for(function, method)) {
+        return std::string("method ") + std::to_string(method) + " (" + aaa_util_print_method(method) +
+               ") answers no request of " + function;
+    }
     return method == AAA_METHOD_SERVER_GROUP && name.name.empty() ? "a server group has no name" : "";
+}
+
+// The four methods and the four names: what the service would not see is a mistake.
+std::string methods_fault(const std::string &function, std::span<const TupleField> methods,
+                          std::span<const TupleField> names) {
+    size_t end = 0;  // the first empty place
+    while (end < kMethods && methods[end].number != AAA_METHOD_NOTSET) {
+        ++end;
+    }
+    if (end == 0) {
+        return "the list has no method: the first is 0, which ends it";
+    }
+    for (size_t i = 0; i < kMethods; ++i) {
+        const std::string fault = method_fault(function, methods[i], names[i]);
+        if (!fault.empty()) {
+            return fault;
+        }
+        if (i > end && methods[i].number != AAA_METHOD_NOTSET) {
+            return "method " + std::to_string(methods[i].number) + " at place " + std::to_string(i + 1) +
+                   " follows a 0, which ends the list, so it is never asked; close the gap";
+        }
+    }
+    return "";
 }
 
 std::string tuple_fault(const std::string &function, const std::vector<TupleField> &fields) {
@@ -107,19 +136,18 @@ std::string tuple_fault(const std::string &function, const std::vector<TupleFiel
                (accounting ? "three integers, " : "") +
                "four methods and four names; see \"aaactl mlist set\"";
     }
-    for (size_t i = 0; i < kMethods; ++i) {
-        const std::string fault = method_fault(fields[integers - kMethods + i], fields[integers + i]);
-        if (!fault.empty()) {
-            return fault;
-        }
-    }
-    return "";
+    const std::span<const TupleField> all(fields);
+    return methods_fault(function, all.subspan(integers - kMethods, kMethods), all.subspan(integers));
 }
 
 // FUNCTION/SERVICE/NAME
 std::string list_fault(const Place &place, const Item &item) {
     if (place.is_directory ? place.size() > 2 : place.size() != 3) {
         return "a method list is at FUNCTION/SERVICE/NAME";
+    }
+    const std::vector<std::string> services = used_service_words(place.names[0]);
+    if (place.size() > 1 && !contains(services, place.names[1])) {
+        return unknown(place.names[1], "a service of " + place.names[0], services);
     }
     if (place.is_directory) {
         return "";
@@ -129,6 +157,17 @@ std::string list_fault(const Place &place, const Item &item) {
 }
 
 // ---- servers
+
+// The library finds the entry of a server, when its group is changed, only in the form that its protocol has.
+std::string server_item_fault(unsigned protocol, const std::string &entry, const Item &item) {
+    if (protocol != kRadius && entry.find(',') != std::string::npos) {
+        return "a server with a port is a directory here, without a value: end the path with '/'";
+    }
+    if (item.type != SYSDB_TYPE_U32) {
+        return wrong_type(item, SYSDB_TYPE_U32);
+    }
+    return number_of(item) == 1 ? "" : "the value of a server is 1";
+}
 
 // ORDINAL/ENTRY, the entry as an item or a directory.
 std::string server_fault(unsigned protocol, const Place &place, const Item &item) {
@@ -148,7 +187,7 @@ std::string server_fault(unsigned protocol, const Place &place, const Item &item
     if (place.size() > 2) {
         return "nothing is read below a server; its settings are below settings/";
     }
-    return place.is_directory || item.type == SYSDB_TYPE_U32 ? "" : wrong_type(item, SYSDB_TYPE_U32);
+    return place.is_directory ? "" : server_item_fault(protocol, place.names[1], item);
 }
 
 // ---- settings
@@ -300,17 +339,16 @@ std::string place_fault(const std::string &path, const Item &item) {
     if (first == "group-server") {
         return groups_fault(place.from(1), item);
     }
-    if (contains(kFunctions, first)) {
+    if (contains(list_functions(), first)) {
         return list_fault(place, item);
     }
     if (contains(kProtocolWords, first)) {
         return protocol_fault(place, item);
     }
-    // Other programs may keep their configuration here; a misspelt word is none of theirs.
     std::vector<std::string> known{"group-server"};
-    known.insert(known.end(), kFunctions.begin(), kFunctions.end());
+    known.insert(known.end(), list_functions().begin(), list_functions().end());
     known.insert(known.end(), kProtocolWords.begin(), kProtocolWords.end());
-    return nearest_word(first, known).empty() ? "" : unknown(first, "read here", known);
+    return unknown(first, "read here", known);
 }
 
 // The command that stores the key of these servers; "sg key" is for those of groups.

@@ -48,7 +48,7 @@ const Setting *setting_named(std::string_view name);
 std::string value_fault(const Setting &setting, const std::string &protocol, const Item &item);
 
 // "", or why nothing reads such an item at this path. The text names no value of a secret. Paths elsewhere
-// than below /cfg/gl/aaa/, and trees of other programs there, have no faults.
+// than below /cfg/gl/aaa/ have no faults.
 std::string schema_fault(const std::string &path, const Item &item);
 // The same for an item below "settings/" of a group or a protocol; "" for all others.
 std::string setting_fault(const std::string &path, const Item &item);

@@ -46,7 +46,7 @@ void print_rows(Output &out, const Rows &rows) {
         cells.push_back({std::to_string(row->type), std::string(format_name(row->format)), row->name,
                          is_secret(row->type) ? "secret" : ""});
     }
-    out.table({"type", "format", "name", ""}, cells);
+    out.table({"TYPE", "FORMAT", "NAME", ""}, cells);
 }
 
 std::string lower(std::string text) {

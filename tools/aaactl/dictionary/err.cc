@@ -202,7 +202,7 @@ ExitCode list(Output &out) {
         document["codes"].push_back(document_of(row.code));
         rows.push_back({hexadecimal(row.code), row.name, text_of(row.code)});
     }
-    out.result(document, [&] { out.table({"code", "name", "text"}, rows); });
+    out.result(document, [&] { out.table({"CODE", "NAME", "TEXT"}, rows); });
     return ExitCode::ok;
 }
 

@@ -9,6 +9,7 @@
 
 #include "cli/commands.hpp"
 #include "config/groups.hpp"
+#include "database/sysdb_apply.hpp"
 
 namespace aaactl {
 
@@ -17,7 +18,13 @@ struct GroupOptions {
     std::string name;
     std::vector<std::string> servers;
     bool is_private = false;
+    bool force = false;
 };
+// The arguments PROTOCOL and NAME.
+void add_group_words(Command sub, GroupOptions &options);
+
+// Makes the changes of the configuration of groups; Failure if the database refuses them.
+void configure_groups(Database &database, const Changes &changes);
 
 // {protocol, name, number, configured, servers, fault}
 Json group_json(Database &database, const Group &group);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// sg add and delete. Every change passes through the library's routines, so that
+// sg add. Every change passes through the library's routines, so that
 // a change that the configuration process refuses is refused here for the same
 // reason: first the verification, then the maps of names and numbers, then the
 // indexes of the servers.
@@ -20,13 +20,6 @@
 
 namespace aaactl {
 namespace {
-
-void add_group(Command sub, GroupOptions &options) {
-    sub.option("PROTOCOL", options.protocol, "radius, tacacs or diameter")
-        .required()
-        .one_of(protocol_words());
-    sub.option("NAME", options.name, "The group's name").required();
-}
 
 // ---- add
 
@@ -146,14 +139,6 @@ Changes server_changes(const GroupOptions &options, const Protocol &protocol,
     return changes;
 }
 
-void configure(Database &database, const Changes &changes) {
-    size_t failed = 0;
-    const cerrno rc = changes.apply(database, kGroupConfig, failed);
-    if (rc != 0) {
-        throw database_failure(kGroupConfig, rc);
-    }
-}
-
 // aaad asks no server without a key.
 void note_missing_keys(Output &out, Database &database, const Group &group) {
     const bool missing = std::any_of(group.servers.begin(), group.servers.end(), [&](const Server &server) {
@@ -225,84 +210,28 @@ ExitCode add(Output &out, const GroupOptions &options) {
     return ExitCode::ok;
 }
 
-// ---- delete
-
-// The stored entries that the words name: by host, or by host and ports.
-Changes server_deletions(const GroupOptions &options, const Group &group) {
-    Changes changes;
-    for (const std::string &text : options.servers) {
-        bool found = false;
-        for (const Server &server : group.servers) {
-            if (text == server.host || text == server.entry || text == server_text(server)) {
-                server.path.ends_with('/') ? changes.prune(server.path) : changes.erase(server.path);
-                found = true;
-            }
-        }
-        if (!found) {
-            throw Failure(ExitCode::not_found,
-                          "server group " + escaped(group.name) + " has no server " + escaped(text));
-        }
-    }
-    // The group remains when it has no server left.
-    changes.set(group.path + "server/", {SYSDB_TYPE_DIRECTORY, {}});
-    return changes;
-}
-
-// The library does not remove a number that it cannot read.
-void drop_number(Database &database, const Group &group) {
-    database.remove(number_path(group));
-    const std::string map = std::string(kGroupMaps) + "sg_num_map/" + group.protocol.word + "/";
-    std::string fault;
-    for (const Entry &entry : database.entries(map)) {
-        const auto item = entry.is_directory() ? std::nullopt : database.find(map + entry.name, fault);
-        if (item && item->type == SYSDB_TYPE_STRING && text_of(*item) == group.name) {
-            database.remove(map + entry.name);
-        }
-    }
-}
-
-// The configuration first: after an interruption, a second attempt finds the number and removes it.
-void delete_group(Database &database, const GroupOptions &options, const Group &group) {
-    verify_group(group.protocol, options.name, AAA_CFG_OP_DELETE);
-    Changes changes;
-    changes.prune(group.path);
-    configure(database, changes);
-    if (!group.number_defect.empty()) {
-        drop_number(database, group);
-    }
-    uint32_t number = 0;
-    const cerrno rc = change_number(database, group.protocol, options.name, AAA_CFG_OP_DELETE, number);
-    if (rc != AAA_OK && rc != SYSDB_ERR_NOT_FOUND) {
-        throw database_failure(kGroupMaps, rc);
-    }
-}
-
-ExitCode remove(Output &out, const GroupOptions &options) {
-    check_group_name(options.name);
-    Database database;
-    const auto group = read_group(database, protocol_named(options.protocol), options.name);
-    if (!group) {
-        throw Failure(ExitCode::not_found, escaped(options.name) + ": no such server group of " +
-                                               options.protocol +
-                                               did_you_mean(options.name, group_names(database)));
-    }
-    if (options.servers.empty()) {
-        delete_group(database, options, *group);
-    } else {
-        configure(database, server_deletions(options, *group));
-    }
-    const auto left = read_group(database, group->protocol, group->name);
-    out.result({{"deleted", true}, {"group", left ? group_json(database, *left) : Json()}}, [] {});
-    return ExitCode::ok;
-}
-
 }  // namespace
+
+void add_group_words(Command sub, GroupOptions &options) {
+    sub.option("PROTOCOL", options.protocol, "radius, tacacs or diameter")
+        .required()
+        .one_of(protocol_words());
+    sub.option("NAME", options.name, "The group's name").required();
+}
+
+void configure_groups(Database &database, const Changes &changes) {
+    size_t failed = 0;
+    const cerrno rc = changes.apply(database, kGroupConfig, failed);
+    if (rc != 0) {
+        throw database_failure(kGroupConfig, rc);
+    }
+}
 
 void add_sg_add(Command sg) {
     auto options = std::make_shared<GroupOptions>();
     Command sub = sg.command("add", "Create a server group, or add servers to it",
                              [options](Output &out) { return add(out, *options); });
-    add_group(sub, *options);
+    add_group_words(sub, *options);
     sub.option("SERVER", options->servers,
                "ADDRESS, ADDRESS,PORT or, of RADIUS, ADDRESS,AUTHENTICATION_PORT,ACCOUNTING_PORT");
     sub.flag("--private", options->is_private, "The servers are private to the group");
@@ -310,19 +239,6 @@ void add_sg_add(Command sg) {
         "Names and servers that the configuration process would refuse are refused (exit status 1).\n"
         "JSON: one group, as in \"sg list\"\nExample: aaactl sg add radius corp 192.0.2.20 "
         "192.0.2.21,1645,1646");
-}
-
-void add_sg_delete(Command sg) {
-    auto options = std::make_shared<GroupOptions>();
-    Command sub = sg.command("del", "Delete a server group, or servers of it",
-                             [options](Output &out) { return remove(out, *options); });
-    sub.also({"delete", "rm"});
-    add_group(sub, *options);
-    sub.option("SERVER", options->servers, "Only these servers: HOST, or as \"sg list\" prints them");
-    sub.footer(
-        "A group that a method list names is not deleted (exit status 1).\n"
-        "JSON: {deleted, group: the group that remains, or null}\nExample: aaactl sg del radius corp "
-        "192.0.2.21");
 }
 
 }  // namespace aaactl

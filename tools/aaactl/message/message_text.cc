@@ -294,7 +294,7 @@ void print_list(Output &out, const List &list, size_t offset) {
     std::transform(list.pairs.begin(), list.pairs.end(), std::back_inserter(rows),
                    [&](const Pair &pair) { return pair_row(out, pair); });
     if (!rows.empty()) {
-        out.table({"  offset", "type", "attribute", "tag", "flags", "length", "value"}, rows);
+        out.table({"  OFFSET", "TYPE", "ATTRIBUTE", "TAG", "FLAGS", "LENGTH", "VALUE"}, rows);
     }
 }
 

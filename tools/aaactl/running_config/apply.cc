@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <set>
 
-#include "config/groups.hpp"
+#include "config/method_lists.hpp"
 #include "running_config/stored.hpp"
 
 namespace aaactl {
@@ -327,10 +327,22 @@ class Application {
         return found != stored().end() && found->second == items()[path];
     }
 
+    struct NamedGroup {
+        Owner owner;
+        size_t line;
+    };
+    struct NamedList {
+        const ListStatement *list;
+        size_t line;
+    };
+
     // Every list of the text names groups that exist, and no list of the result one that was deleted. A list
     // that is stored as it is may name a group that was missing before: what is shown can be loaded.
     void check_lists() {
         for (const auto &[path, named] : named_lists_) {
+            if (!options_.force && !is_stored(path)) {
+                check_is_used(named);
+            }
             for (const ListStatement::Place &place : named.list->methods) {
                 const bool is_group = place.method == AAA_METHOD_SERVER_GROUP;
                 if (is_group && !options_.force && !exists(place.group) &&
@@ -371,14 +383,18 @@ class Application {
             [&](const std::string &function) { return path.starts_with(kConfigRoot + function + "/"); });
     }
 
-    struct NamedGroup {
-        Owner owner;
-        size_t line;
-    };
-    struct NamedList {
-        const ListStatement *list;
-        size_t line;
-    };
+    // As "mlist set": a misspelt service would leave its users without the list.
+    static void check_is_used(const NamedList &named) {
+        MethodList list{named.list->function, named.list->service, named.list->name, {}, {}, {}};
+        for (const ListStatement::Place &place : named.list->methods) {
+            list.places.push_back({place.method, place.group, std::nullopt});
+        }
+        try {
+            aaactl::check_is_used(list);
+        } catch (const Failure &failure) {
+            throw Failure(ExitCode::bad_input, "line " + std::to_string(named.line) + ": " + failure.what());
+        }
+    }
 
     Applied applied_;
     const ApplyOptions &options_;

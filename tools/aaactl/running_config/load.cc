@@ -419,7 +419,10 @@ void add_load(Command root) {
     sub.option("FILE", options->file, "The text; - for standard input").required();
     sub.flag("--replace", options->replace, "Delete everything below /cfg/gl/aaa/ that is not in the text");
     sub.flag("--dry-run", options->dry_run, "Check, and print what would be changed");
-    sub.flag("--force", options->force, "Accept changed lists that name groups that do not exist (yet)");
+    sub.flag("--force", options->force,
+             "Accept changed lists that name groups that do not exist (yet), and services and methods that "
+             "nothing "
+             "uses");
     sub.footer(
         "Adds to what is stored: servers to a group, settings to a server. A method list is replaced, and "
         "\"no\" before a\n"

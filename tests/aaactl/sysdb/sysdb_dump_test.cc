@@ -73,7 +73,7 @@ TEST_F(Dump, BothFormsComeBackAsTheyWere) {
         EXPECT_EQ(aaactl({"sysdb", "dump"}).out, kNone);
         const auto load = aaactl({"sysdb", "load", "-"}, form);
         EXPECT_EQ(load.status, 0) << load.err;
-        EXPECT_EQ(load.out, "created 9, changed 0, deleted 0 of 9 items\n");
+        EXPECT_EQ(load.out, "created 9, changed 0, deleted 0; the dump has 9 items\n");
         EXPECT_EQ(aaactl({"sysdb", "dump", "--show-secrets"}).out, text);
         EXPECT_EQ(aaactl({"sysdb", "diff", "-"}, form).status, 0);
     }
@@ -134,9 +134,10 @@ TEST_F(Dump, DamagedItemsAreToldAndTheRestIsDumped) {
     }
     const auto differences = aaactl({"sysdb", "diff", "-", "--json"}, text.out).json()["differences"];
     EXPECT_EQ(differences[1]["database"]["fault"], "value does not fit its type");
-    EXPECT_EQ(aaactl({"sysdb", "load", "-"}, text.out).out, "created 0, changed 0, deleted 0 of 2 items\n");
+    EXPECT_EQ(aaactl({"sysdb", "load", "-"}, text.out).out,
+              "created 0, changed 0, deleted 0; the dump has 2 items\n");
     EXPECT_EQ(aaactl({"sysdb", "load", "--replace", "-"}, text.out).out,
-              "created 0, changed 0, deleted 3 of 2 items\n");
+              "created 0, changed 0, deleted 3; the dump has 2 items\n");
     EXPECT_EQ(aaactl({"sysdb", "dump"}).status, 0) << "the database is repaired";
 }
 
@@ -189,7 +190,8 @@ TEST_F(Dump, ABackupReplacesADamagedItem) {
     const auto refused = aaactl({"sysdb", "load", "-"}, masked);
     EXPECT_EQ(refused.status, 3);
     EXPECT_NE(refused.err.find("the value is masked, and no value"), std::string::npos) << refused.err;
-    EXPECT_EQ(aaactl({"sysdb", "load", "-"}, whole).out, "created 0, changed 2, deleted 0 of 2 items\n");
+    EXPECT_EQ(aaactl({"sysdb", "load", "-"}, whole).out,
+              "created 0, changed 2, deleted 0; the dump has 2 items\n");
     EXPECT_EQ(value_of("/cfg/key"), "hunter2");
 }
 
@@ -202,9 +204,10 @@ TEST_F(Dump, LoadAddsAndReplaceAlsoDeletes) {
     const auto dry = aaactl({"sysdb", "load", "--dry-run", "--replace", "-"}, text);
     EXPECT_EQ(dry.out,
               "- /cfg/both u32 1\n+ /cfg/both u32 2\n+ /cfg/new/x string \"y\"\n- /cfg/old u32 1\n"
-              "would be created 1, changed 1, deleted 1 of 2 items\n");
+              "would be created 1, changed 1, deleted 1; the dump has 2 items\n");
     EXPECT_EQ(value_of("/cfg/both"), "1") << "nothing was done";
-    EXPECT_EQ(aaactl({"sysdb", "load", "-"}, text).out, "created 1, changed 1, deleted 0 of 2 items\n");
+    EXPECT_EQ(aaactl({"sysdb", "load", "-"}, text).out,
+              "created 1, changed 1, deleted 0; the dump has 2 items\n");
     EXPECT_EQ(aaactl({"sysdb", "dump"}).out,
               std::string(kHead) + "/cfg/both u32 2\n/cfg/new/x string \"y\"\n/cfg/old u32 1\n" + end(3));
     const auto json = aaactl({"sysdb", "load", "--replace", "-", "--json"}, text).json();
@@ -233,8 +236,8 @@ TEST_F(Dump, LoadsAtTheSameTimeCountWhatEachHasDone) {
     for (const auto &load : loads) {
         EXPECT_EQ(load->wait(), 0) << load->shown();
         const auto &text = load->shown();
-        created += text == "created 40, changed 0, deleted 0 of 40 items\n" ? 1 : 0;
-        idle += text == "created 0, changed 0, deleted 0 of 40 items\n" ? 1 : 0;
+        created += text == "created 40, changed 0, deleted 0; the dump has 40 items\n" ? 1 : 0;
+        idle += text == "created 0, changed 0, deleted 0; the dump has 40 items\n" ? 1 : 0;
     }
     EXPECT_EQ(created, 1);
     EXPECT_EQ(idle, 5);
@@ -271,7 +274,7 @@ TEST_F(Dump, ReplaceRefusesADumpThatMayBeCut) {
         "shall be deleted; nothing was loaded\n");
     const std::string other = std::string(kHead) + "/cfg/a u32 1\n" + end(2);
     EXPECT_NE(aaactl({"sysdb", "load", "--replace", "-"}, other)
-                  .err.find("it has 1 items, and its last line says \"# end: 2 items\""),
+                  .err.find("it has 1 item, and its last line says \"# end: 2 items\""),
               std::string::npos);
     const std::string more = std::string(kHead) + end(0) + "/cfg/a u32 1\n";
     EXPECT_EQ(aaactl({"sysdb", "load", "--replace", "-"}, more).status, 3);
@@ -279,7 +282,7 @@ TEST_F(Dump, ReplaceRefusesADumpThatMayBeCut) {
     EXPECT_EQ(aaactl({"sysdb", "load", "-"}, kHead).status, 0) << "nothing is deleted";
     EXPECT_EQ(aaactl({"sysdb", "load", "--replace", "-"}, dump).status, 0);
     EXPECT_EQ(aaactl({"sysdb", "load", "--replace", "--force", "-"}, other).out,
-              "created 0, changed 0, deleted 1 of 1 items\n");
+              "created 0, changed 0, deleted 1; the dump has 1 item\n");
 }
 
 TEST_F(Dump, SaysWhichLineIsWrong) {

@@ -2,15 +2,17 @@
 //
 // sysdb get, set, del, ls and tree.
 
-#include "database/sysdb.hpp"
+#include "sysdb/sysdb.hpp"
 
 #include <unistd.h>
 
 #include <memory>
 
 #include "cli/secret_input.hpp"
+#include "config/groups.hpp"
 #include "database/schema.hpp"
 #include "database/secret_values.hpp"
+#include "sysdb/references.hpp"
 
 namespace aaactl {
 namespace {
@@ -19,8 +21,25 @@ constexpr size_t kMaxValue = 1024 * 1024;
 
 // ---- get
 
+// Tells a directory from a path that does not exist.
+void check_is_no_directory(Database &database, const std::string &path) {
+    const std::string directory = path.ends_with('/') ? path : path + "/";
+    const bool has_tree =
+        directory == "/" || directory.starts_with("/cfg/") || directory.starts_with("/oper/");
+    if (has_tree && directory.find("//") == std::string::npos && database.list(directory)) {
+        throw Failure(ExitCode::usage, escaped(path) +
+                                           ": a directory, not an item; list it with \"aaactl sysdb ls " +
+                                           shell_word(escaped(directory)) +
+                                           "\", or everything below it with \"aaactl sysdb tree " +
+                                           shell_word(escaped(directory)) + "\"");
+    }
+}
+
 ExitCode get(Output &out, const std::string &path) {
     Database database(Database::Use::reading);
+    if (path.ends_with('/') || !path.starts_with("/") || !database.find(path)) {
+        check_is_no_directory(database, path);
+    }
     const Item item = database.get(path);
     out.result(item_json(out, path, item), [&] { out.line(shown_value(out, path, item, true)); });
     return ExitCode::ok;
@@ -85,11 +104,18 @@ std::string value_to_set(const SetOptions &options) {
     return options.value;
 }
 
-void check_schema(const SetOptions &options, const Item &item) {
-    const std::string fault = options.force ? "" : schema_fault(options.path, item);
+void check_schema(Database &database, const SetOptions &options, const Item &item) {
+    if (options.force) {
+        return;
+    }
+    std::string fault = schema_fault(options.path, item);
+    ExitCode code = ExitCode::bad_input;
+    if (fault.empty() && options.path.starts_with(kConfigRoot)) {
+        fault = reference_fault(options.path, item, config_paths(database));
+        code = ExitCode::negative;
+    }
     if (!fault.empty()) {
-        throw Failure(ExitCode::bad_input,
-                      escaped(options.path) + ": " + fault + " (--force stores it all the same)");
+        throw Failure(code, escaped(options.path) + ": " + fault + " (--force stores it all the same)");
     }
 }
 
@@ -103,7 +129,7 @@ ExitCode set(Output &out, const SetOptions &options) {
         item = item_for(options.path, item.type, [&] { return item_from_argument(item.type, value); });
         wipe(value);
     }
-    check_schema(options, item);
+    check_schema(database, options, item);
     database.set(options.path, item);
     out.result(item_json(out, options.path, item), [] {});
     return ExitCode::ok;

@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "database/snapshot.hpp"
-#include "database/sysdb.hpp"
+#include "sysdb/sysdb.hpp"
 
 namespace aaactl {
 namespace {

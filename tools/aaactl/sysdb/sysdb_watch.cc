@@ -16,7 +16,7 @@
 #include <utility>
 
 #include "cli/end_signals.hpp"
-#include "database/sysdb.hpp"
+#include "sysdb/sysdb.hpp"
 
 namespace aaactl {
 namespace {

@@ -254,4 +254,23 @@ TEST_F(Sysdb, ReadingMakesNothing) {
     EXPECT_EQ(aaactl({"sysdb", "get", "/cfg/y"}).status, 4);
 }
 
+// Before, the path was said to be none of the database, or not to exist.
+TEST_F(Sysdb, GetOfADirectorySaysWhatListsIt) {
+    put("/cfg/site/with blank/x", "u32", "1");
+    for (const std::string path : {"/cfg/site", "/cfg/site/"}) {
+        const auto run = aaactl({"sysdb", "get", path});
+        EXPECT_EQ(run.status, 2);
+        EXPECT_EQ(run.err, "aaactl: " + path +
+                               ": a directory, not an item; list it with \"aaactl sysdb ls /cfg/site/\", or "
+                               "everything below it with \"aaactl sysdb tree /cfg/site/\"\n");
+    }
+    EXPECT_NE(aaactl({"sysdb", "get", "/cfg/site/with blank"}).err.find("ls '/cfg/site/with blank/'"),
+              std::string::npos);
+    EXPECT_NE(aaactl({"sysdb", "get", "/cfg/"}).err.find("aaactl sysdb ls /cfg/"), std::string::npos);
+    EXPECT_NE(aaactl({"sysdb", "get", "/"}).err.find("aaactl sysdb ls /\""), std::string::npos);
+    EXPECT_EQ(aaactl({"sysdb", "get", "/cfg/none"}).status, 4);
+    EXPECT_EQ(aaactl({"sysdb", "get", "/cfg/none/"}).status, 2);
+    EXPECT_EQ(aaactl({"sysdb", "get", "cfg"}).status, 2);
+}
+
 }  // namespace
