@@ -22,6 +22,8 @@ struct LintOptions {
 
 class Lint {
   public:
+    explicit Lint(Database &database) : database_(database) {}
+
     Findings run() {
         for (const std::string &function : list_functions()) {
             for (const std::string &service : service_words(database_, function)) {
@@ -105,7 +107,7 @@ class Lint {
         }
     }
 
-    Database database_{Database::Use::reading};
+    Database &database_;
     Findings findings_;
     std::set<std::string> used_;  // groups that lists name
     std::vector<Group> groups_;
@@ -118,7 +120,8 @@ std::string plural(size_t number, const std::string &noun) {
 }
 
 ExitCode lint(Output &out, const LintOptions &options) {
-    Lint lint;
+    Database database(Database::Use::reading);
+    Lint lint(database);
     const Findings findings = lint.run();
     const size_t errors = count(findings, Severity::error);
     const size_t warnings = count(findings, Severity::warning);
@@ -136,6 +139,10 @@ ExitCode lint(Output &out, const LintOptions &options) {
 }
 
 }  // namespace
+
+Findings check_all(Database &database) {
+    return Lint(database).run();
+}
 
 void add_lint(Command root) {
     auto options = std::make_shared<LintOptions>();
