@@ -55,6 +55,7 @@ Daemon::Daemon(const Options &options)
       next_look_(loop_, [this] { look_for_sockets(); }) {}
 
 Daemon::~Daemon() {
+    confirmation_.stop();
     if (keeper_ != nullptr) {
         keeper_->stop();  // it posts to the loop
     }
@@ -132,12 +133,20 @@ int Daemon::run() {
     monitor_->use(first);
     open_control();
     look_for_sockets();
+    confirmation_.start();
     log(Level::kNotice, "READY", "listening at %s%s", settings.socket.c_str(),
         first->is_fallback ? ", with the fallback of aaad.conf" : "");
     notify_.ready();
     loop_.run();
     log(Level::kNotice, "ENDED", "the service has ended");
     return 0;
+}
+
+std::vector<Alarm> Daemon::alarms() const {
+    std::vector<Alarm> all = keeper_->alarms();
+    const std::vector<Alarm> more = confirmation_.alarms();
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
 }
 
 // Logins are answered without it, too.
@@ -151,7 +160,7 @@ void Daemon::open_control() {
     control_ = std::make_unique<Control>(
         ControlSources{loop_, trace_, groups_, [this] { return present_; },
                        [this] { return listener_->clients(); }, AAA_VERSION, settings.socket,
-                       static_cast<std::int64_t>(std::time(nullptr)), [this] { return keeper_->alarms(); }},
+                       static_cast<std::int64_t>(std::time(nullptr)), [this] { return alarms(); }},
         trace_);
     control_->provide(ControlRequest::Kind::kSessions, [this](JsonWriter &out) {
         out.number("sessions", static_cast<std::int64_t>(groups_.sessions()));

@@ -7,6 +7,7 @@
 
 #include "backends/local.hpp"
 #include "config/keeper.hpp"
+#include "confirmation/confirm_watch.hpp"
 #include "control/control.hpp"
 #include "groups/groups.hpp"
 #include "journal/recorder.hpp"
@@ -35,6 +36,7 @@ class Daemon {
     void stop();
     void take(SnapshotPtr snapshot);
     void open_control();
+    std::vector<Alarm> alarms() const;
     void look_for_sockets();
     void configure(const Request &request, std::function<void(cerrno)> done);
 
@@ -48,6 +50,7 @@ class Daemon {
     Recorder recorder_;
     Backends backends_;
     std::unique_ptr<Keeper> keeper_;
+    ConfirmWatch confirmation_;
     std::unique_ptr<Workers> workers_;
     std::unique_ptr<Deciders> deciders_;
     std::unique_ptr<Listener> listener_;

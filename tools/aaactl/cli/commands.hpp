@@ -21,6 +21,14 @@ void add_mlist(Command root);
 void add_sg(Command root);
 void add_running_config(Command root);
 void add_load(Command root);
+void add_edit(Command root);
+void add_commit(Command root);
+void add_history(Command root);
+void add_diff(Command root);
+void add_rollback(Command root);
+void add_confirm(Command root);
+void add_cancel(Command root);
+void add_watch_confirm(Command root);
 void add_key(Command root);
 void add_status(Command root);
 void add_servers(Command root);
@@ -30,5 +38,8 @@ void add_login(Command root);
 void add_acct(Command root);
 void add_completion(Command root);
 void add_help(Command root);
+
+// Below "show".
+void add_show_commit(Command show);
 
 }  // namespace aaactl

@@ -83,6 +83,14 @@ void add_commands(Command root) {
     add_sg(root);
     add_running_config(root);
     add_load(root);
+    add_edit(root);
+    add_commit(root);
+    add_history(root);
+    add_diff(root);
+    add_rollback(root);
+    add_confirm(root);
+    add_cancel(root);
+    add_watch_confirm(root);
     add_key(root);
     add_status(root);
     add_servers(root);

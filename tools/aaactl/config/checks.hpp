@@ -30,4 +30,7 @@ void check_lines(Database &database, Findings &findings);
 // yet.
 void check_items(Database &database, Findings &findings);
 
+// Everything that "lint" checks.
+Findings check_all(Database &database);
+
 }  // namespace aaactl

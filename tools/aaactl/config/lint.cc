@@ -23,6 +23,8 @@ struct LintOptions {
 
 class Lint {
   public:
+    explicit Lint(Database &database) : database_(database) {}
+
     Findings run() {
         for (const std::string &function : list_functions()) {
             for (const std::string &service : service_words(database_, function)) {
@@ -109,7 +111,7 @@ class Lint {
         }
     }
 
-    Database database_{Database::Use::reading};
+    Database &database_;
     Findings findings_;
     std::set<std::string> used_;         // groups that lists name
     std::set<uint32_t> used_protocols_;  // whose servers without a group lists ask
@@ -119,7 +121,8 @@ class Lint {
 };
 
 ExitCode lint(Output &out, const LintOptions &options) {
-    Lint lint;
+    Database database(Database::Use::reading);
+    Lint lint(database);
     const Findings findings = lint.run();
     const size_t errors = count(findings, Severity::error);
     const size_t warnings = count(findings, Severity::warning);
@@ -138,6 +141,10 @@ ExitCode lint(Output &out, const LintOptions &options) {
 }
 
 }  // namespace
+
+Findings check_all(Database &database) {
+    return Lint(database).run();
+}
 
 void add_lint(Command root) {
     auto options = std::make_shared<LintOptions>();

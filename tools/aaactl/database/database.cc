@@ -10,11 +10,13 @@
 #include <memory>
 
 #include "platform/cerr.h"
+#include "platform/sysdb_changes.h"
 
 namespace aaactl {
 namespace {
 
 constexpr std::string_view kTrees[] = {"/cfg/", "/oper/"};
+constexpr std::string_view kHiddenEntry = ".history/";
 
 struct FreeBlock {
     void operator()(void *block) const { std::free(block); }
@@ -151,7 +153,45 @@ Database::Place Database::place_of(const std::string &path) {
     throw database_failure(path, SYSDB_ERR_BAD_PATH);
 }
 
+void Database::pretend(const std::string &directory, const std::map<std::string, Item> &items) {
+    pretended_below_ = directory;
+    pretended_ = &items;
+}
+
+// As the database lists it: an item and a directory may have the same name, and names that are numbers have
+// the order of numbers, which is not that of the map.
+std::optional<std::vector<Entry>> Database::pretended_level(const std::string &directory) const {
+    std::vector<Entry> entries;
+    bool exists = false;
+    for (auto at = pretended_->lower_bound(directory);
+         at != pretended_->end() && at->first.starts_with(directory); ++at) {
+        exists = true;
+        const std::string rest = at->first.substr(directory.size());
+        const size_t slash = rest.find('/');
+        const Entry entry = slash == std::string::npos
+                                ? Entry{rest, at->second.type}
+                                : Entry{rest.substr(0, slash + 1), SYSDB_TYPE_DIRECTORY};
+        if (!rest.empty() && (entries.empty() || entries.back().name != entry.name)) {
+            entries.push_back(entry);
+        }
+    }
+    std::stable_sort(entries.begin(), entries.end(), [](const Entry &a, const Entry &b) {
+        const bool numbers = a.name.starts_with("0x") && b.name.starts_with("0x");
+        return numbers && a.bare_name().size() != b.bare_name().size()
+                   ? a.bare_name().size() < b.bare_name().size()
+                   : a.name < b.name;
+    });
+    return exists ? std::optional(entries) : std::nullopt;
+}
+
 cerrno Database::read_item(const std::string &path, std::optional<Item> &item) {
+    if (is_pretended(path)) {
+        const auto found = pretended_->find(path);
+        if (found != pretended_->end()) {
+            item = found->second;
+        }
+        return 0;
+    }
     const Place place = place_of(path);
     if (place.conn == 0) {
         return path_fault(path, false);
@@ -201,7 +241,26 @@ void Database::set(const std::string &path, const Item &item) {
     }
 }
 
+// All that the tree lists, as one change.
+bool Database::remove_visible() {
+    const std::vector<Entry> all = entries(std::string(kTrees[0]));
+    std::vector<sysdb_change_t> changes;
+    for (const Entry &entry : all) {
+        changes.push_back({entry.is_directory() ? SYSDB_CHANGE_PRUNE : SYSDB_CHANGE_DELETE, SYSDB_TYPE_ANY,
+                           entry.name.c_str(), nullptr, 0});
+    }
+    const cerrno rc = sysdb_apply(connection(std::string(kTrees[0])), changes.data(),
+                                  static_cast<uint32_t>(changes.size()), nullptr);
+    if (rc != 0) {
+        throw database_failure(kTrees[0], rc);
+    }
+    return !all.empty();
+}
+
 bool Database::remove(const std::string &path) {
+    if (path == kTrees[0] && !shows_hidden_) {
+        return remove_visible();
+    }
     const Place place = place_of(path);
     const cerrno rc = sysdb_item_delete(place.conn, place.path, path.ends_with('/') ? SYSDB_DELETE_TREE : 0);
     if (rc != 0 && rc != SYSDB_ERR_NOT_FOUND) {
@@ -213,6 +272,10 @@ bool Database::remove(const std::string &path) {
 cerrno Database::read_level(const std::string &directory, std::optional<std::vector<Entry>> &entries) {
     if (directory == "/") {
         entries = {{"cfg/", SYSDB_TYPE_DIRECTORY}, {"oper/", SYSDB_TYPE_DIRECTORY}};
+        return 0;
+    }
+    if (is_pretended(directory)) {
+        entries = pretended_level(directory);
         return 0;
     }
     const Place place = place_of(directory);
@@ -227,6 +290,9 @@ cerrno Database::read_level(const std::string &directory, std::optional<std::vec
     if (rc == 0) {
         const std::unique_ptr<void, FreeList> owner(list);
         entries = entries_of(list, directory);
+    }
+    if (entries && directory == kTrees[0] && !shows_hidden_) {
+        std::erase_if(*entries, [](const Entry &entry) { return entry.name == kHiddenEntry; });
     }
     return rc == SYSDB_ERR_NOT_FOUND ? 0 : rc;
 }
@@ -275,6 +341,10 @@ void Database::walk(const std::string &directory,
             unreadable({path, entry.type, fault});
         }
     }
+}
+
+bool is_hidden(std::string_view path) {
+    return path.starts_with(kTrees[0]) && path.substr(kTrees[0].size()).starts_with(kHiddenEntry);
 }
 
 std::string directory_path(const std::string &path, bool root) {

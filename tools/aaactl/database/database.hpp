@@ -6,6 +6,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -43,6 +44,13 @@ class Database {
     ~Database();
     Database(const Database &) = delete;
     Database &operator=(const Database &) = delete;
+
+    // What programs keep for themselves below "/cfg/" is left out of lists, walks and remove("/cfg/"), unless
+    // its path is named or this was called.
+    void show_hidden() { shows_hidden_ = true; }
+    // Reads what is below the directory from these items, by absolute path, as if they were stored: to check
+    // what a change would make of the configuration. Changes are not pretended.
+    void pretend(const std::string &directory, const std::map<std::string, Item> &items);
 
     // nullopt if there is no such item; Failure for any other reason.
     std::optional<Item> find(const std::string &path);
@@ -85,10 +93,21 @@ class Database {
     Place place_of(const std::string &path);
     cerrno read_item(const std::string &path, std::optional<Item> &item);
     cerrno read_level(const std::string &directory, std::optional<std::vector<Entry>> &entries);
+    bool is_pretended(const std::string &path) const {
+        return pretended_ != nullptr && path.starts_with(pretended_below_);
+    }
+    std::optional<std::vector<Entry>> pretended_level(const std::string &directory) const;
+    bool remove_visible();
 
     Use use_ = Use::changing;
+    bool shows_hidden_ = false;
+    std::string pretended_below_;
+    const std::map<std::string, Item> *pretended_ = nullptr;
     std::vector<Bound> bound_;
 };
+
+// Whether it is one of the directories that are hidden, or below.
+bool is_hidden(std::string_view path);
 
 // The path of a directory: absolute, with a trailing '/'. Failure(usage) for a path outside of /cfg/ and
 // /oper/; "/" is accepted only with `root`.

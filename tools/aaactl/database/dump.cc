@@ -56,6 +56,11 @@ std::string Dump::place(const DumpItem &item) const {
     return is_json ? "items[" + std::to_string(item.line) + "]" : "line " + std::to_string(item.line);
 }
 
+bool holds_hidden(const Dump &dump) {
+    return std::any_of(dump.items.begin(), dump.items.end(),
+                       [](const DumpItem &item) { return is_hidden(item.path); });
+}
+
 std::string percent_text(size_t done, size_t all) {
     return std::to_string(all == 0 ? 0 : std::min<size_t>(done * 100 / all, 99)) + " %";
 }

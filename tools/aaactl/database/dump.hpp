@@ -59,6 +59,9 @@ struct Dump {
     std::string place(const DumpItem &item) const;
 };
 
+// Whether the dump is one of everything, with what is hidden.
+bool holds_hidden(const Dump &dump);
+
 // "40 %"; 99 % at most, because the next phase follows.
 std::string percent_text(size_t done, size_t all);
 

@@ -18,6 +18,9 @@ constexpr size_t kShortestSealed = 84;
 }  // namespace
 
 bool is_secret_path(std::string_view path) {
+    if (path.starts_with("/cfg/.history/commit/") && path.find("/state/") != std::string_view::npos) {
+        return true;  // a whole configuration, with its secrets
+    }
     std::string lower(path);
     std::transform(lower.begin(), lower.end(), lower.begin(),
                    [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; });

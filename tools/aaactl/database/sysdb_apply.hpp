@@ -25,6 +25,10 @@ class Changes {
     }
     void erase(const std::string &path) { add(SYSDB_CHANGE_DELETE, path, {}); }
     void prune(const std::string &directory) { add(SYSDB_CHANGE_PRUNE, directory, {}); }
+    // With the operation as sysdb_apply() has it.
+    void add(uint32_t operation, const std::string &path, const Item &item) {
+        changes_.push_back({operation, path, item});
+    }
     bool empty() const { return changes_.empty(); }
     size_t size() const { return changes_.size(); }
     // Of the change with this index; nullopt after the last.
@@ -42,9 +46,6 @@ class Changes {
         std::string path;
         Item item;
     };
-    void add(uint32_t operation, const std::string &path, const Item &item) {
-        changes_.push_back({operation, path, item});
-    }
 
     std::vector<Change> changes_;
 };

@@ -132,9 +132,13 @@ std::string fault_text(const LeftKey &key) {
 
 // An item that cannot be read is worse than one that cannot be opened: it may be anything.
 ExitCode worst(const std::vector<LeftKey> &left) {
-    const bool unreadable = std::any_of(left.begin(), left.end(),
-                                        [](const LeftKey &key) { return key.code == ExitCode::bad_input; });
-    return left.empty() ? ExitCode::ok : unreadable ? ExitCode::bad_input : ExitCode::negative;
+    ExitCode worst = ExitCode::ok;
+    for (const LeftKey &key : left) {
+        if (!key.in_history && worst != ExitCode::bad_input) {
+            worst = key.code;
+        }
+    }
+    return worst;
 }
 
 ExitCode note_left(Output &out, const std::vector<LeftKey> &left) {
@@ -152,9 +156,11 @@ void add_word(std::string &words, const std::string &word) {
 void refuse_left(const std::vector<LeftKey> &left) {
     std::string faults;
     for (const LeftKey &key : left) {
-        add_word(faults, fault_text(key));
+        if (!key.in_history) {
+            add_word(faults, fault_text(key));
+        }
     }
-    if (!left.empty()) {
+    if (!faults.empty()) {
         throw Failure(worst(left), faults +
                                        "; nothing was changed (run \"aaactl key rotate\" without --reseal, "
                                        "then \"aaactl key reseal\")");
@@ -215,6 +221,7 @@ void add_rotate(Command key) {
                "Also seal the stored keys at or below these paths with it, as one change for each tree")
         .type("PATH...");
     sub.footer(
+        "The keys in the history of the configuration are sealed again with \"/cfg/\".\n"
         "With --reseal every key is read and opened first; if one cannot be, nothing is changed and no "
         "master "
         "key is\nadded. Exit status 1: a key cannot be opened; 3: a key cannot be read.\n"
@@ -248,6 +255,7 @@ void add_reseal(Command key) {
         "of one tree (/cfg/, /oper/) as one change. Exit status 1: a key cannot be opened; 3: a key cannot "
         "be "
         "read.\n"
+        "With \"/cfg/\", those in the history of the configuration too.\n"
         "JSON: {resealed: [path], faults: [{path, fault}] if any}\nExample: aaactl key reseal /cfg/");
 }
 
@@ -275,11 +283,19 @@ void check_unused(uint32_t generation) {
             add_word(unreadable, escaped(item.path) + " (" + item.fault + ")");
         }
     }
+    const CommitsWithKeys history = commits_with(database, generation);
+    for (const std::string &commit : history.commits) {
+        add_word(users, commit + " of the history");
+    }
+    for (const std::string &commit : history.unreadable) {
+        add_word(unreadable, escaped(commit) + " (of the history)");
+    }
     const std::string which = "generation " + generation_text(generation);
     const std::string doubt =
         unreadable.empty() ? "" : " may be needed by items that cannot be read: " + unreadable;
     if (!users.empty()) {
-        throw Failure(ExitCode::negative, which + " is needed by " + users + "; see \"aaactl key reseal\"" +
+        throw Failure(ExitCode::negative, which + " is needed by " + users +
+                                              "; run \"aaactl key reseal /cfg/\"" +
                                               (doubt.empty() ? "" : "; it" + doubt));
     }
     if (!doubt.empty()) {

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <map>
 
+#include "commits/recording.hpp"
 #include "database/secret_values.hpp"
 #include "database/sysdb_apply.hpp"
 #include "platform/cerr.h"
@@ -71,37 +72,166 @@ SealedItems find_all(Database &database, const std::vector<std::string> &paths) 
     return all;
 }
 
-std::vector<Opened> open_all(Database &database, const std::vector<std::string> &paths,
-                             std::vector<LeftKey> &left) {
+// ---- the history
+
+// Sealed texts among the items of a commit.
+std::vector<std::string> sealed_texts(const history::Items &items) {
+    std::vector<std::string> texts;
+    for (const auto &[path, item] : items) {
+        if (item.type == SYSDB_TYPE_STRING && !item.bytes.empty() &&
+            looks_sealed(std::string_view(item.bytes).substr(0, item.bytes.size() - 1))) {
+            texts.push_back(item.bytes.substr(0, item.bytes.size() - 1));
+        }
+    }
+    return texts;
+}
+
+bool covers_history(const std::vector<std::string> &paths) {
+    return std::any_of(paths.begin(), paths.end(), [](const std::string &path) {
+        const std::string directory = path.ends_with('/') ? path : path + '/';
+        return directory == kCfgTree || is_hidden(directory);
+    });
+}
+
+struct CommitState {
+    history::Commit commit;
+    history::Items items;
+};
+struct HistoryKeys {
+    history::Head head;
+    std::vector<CommitState> states;
+    std::map<std::string, SecretText> opened;  // by the sealed text
+};
+
+void open_texts(const CommitState &state, HistoryKeys &keys, std::vector<LeftKey> &left) {
+    for (const std::string &text : sealed_texts(state.items)) {
+        if (keys.opened.contains(text)) {
+            continue;
+        }
+        if (SecretText clear = open_key(text)) {
+            keys.opened.emplace(text, std::move(clear));
+        } else {
+            left.push_back({commit_text(state.commit), "a key in it cannot be opened with the master keys",
+                            ExitCode::negative, true});
+            forget_log_lines();
+        }
+    }
+}
+
+HistoryKeys open_history(Database &database, std::vector<LeftKey> &left) {
+    return with_history([&] {
+        const history::Store store = store_of(database);
+        HistoryKeys keys{store.head(), {}, {}};
+        for (const history::Commit &commit : store.commits()) {
+            try {
+                keys.states.push_back({commit, store.items(commit)});
+                open_texts(keys.states.back(), keys, left);
+            } catch (const history::Error &error) {
+                if (error.why() == history::Error::Why::database) {
+                    throw;
+                }
+                left.push_back({commit_text(commit), error.what(), ExitCode::bad_input, true});
+            }
+        }
+        return keys;
+    });
+}
+
+// ---- opening and sealing
+
+struct OpenedKeys {
+    std::vector<Opened> stored;
+    HistoryKeys history;
+};
+
+OpenedKeys open_all(Database &database, const std::vector<std::string> &paths, std::vector<LeftKey> &left) {
     const SealedItems found = find_all(database, paths);
     left.clear();
     for (const Unreadable &item : found.unreadable) {
         left.push_back({item.path, item.fault, ExitCode::bad_input});
     }
-    std::vector<Opened> opened;
+    OpenedKeys opened;
     for (const SealedItem &item : found.items) {
         if (SecretText clear = open_key(item.text)) {
-            opened.push_back({item, std::move(clear)});
+            opened.stored.push_back({item, std::move(clear)});
         } else {
             left.push_back({item.path, "the key cannot be opened with the master keys", ExitCode::negative});
             forget_log_lines();
         }
     }
+    if (covers_history(paths)) {
+        opened.history = open_history(database, left);
+    }
     return opened;
 }
 
+// Seals each text once, so that keys that are equal stay equal: commits would seem to differ otherwise.
+class Sealer {
+  public:
+    const std::string &seal(const std::string &sealed, const SecretText &clear) {
+        std::string &again = sealed_[sealed];
+        if (again.empty()) {
+            again = seal_key(clear.get());
+        }
+        return again;
+    }
+
+  private:
+    std::map<std::string, std::string> sealed_;
+};
+
+bool seal_state(CommitState &state, const HistoryKeys &keys, uint32_t newest, Sealer &sealer) {
+    bool any = false;
+    for (auto &[path, item] : state.items) {
+        if (item.type != SYSDB_TYPE_STRING || item.bytes.empty()) {
+            continue;
+        }
+        const std::string text = item.bytes.substr(0, item.bytes.size() - 1);
+        const auto found = keys.opened.find(text);
+        if (found != keys.opened.end() && sealed_generation(text) != newest) {
+            item = history::text_item(sealer.seal(text, found->second));
+            any = true;
+        }
+    }
+    return any;
+}
+
+void seal_history(Database &database, HistoryKeys &keys, uint32_t newest, Sealer &sealer, Changes &changes,
+                  std::vector<std::string> &paths) {
+    if (keys.states.empty()) {
+        return;
+    }
+    with_history([&] {
+        const history::Store store = store_of(database);
+        const size_t before = paths.size();
+        for (CommitState &state : keys.states) {
+            if (seal_state(state, keys, newest, sealer)) {
+                append(history::rewritten(state.commit, state.items), changes);
+                paths.push_back(commit_text(state.commit));
+            }
+        }
+        if (paths.size() != before) {
+            append(history::Writing(store, keys.head).finish(), changes);
+        }
+    });
+}
+
 // The change expects the keys that were read: one that was replaced meanwhile is not overwritten.
-cerrno store(Database &database, const std::vector<Opened> &opened, const std::string &tree,
+cerrno store(Database &database, OpenedKeys &opened, const std::string &tree,
              std::vector<std::string> &changed) {
     const uint32_t newest = master_keys().back().generation;
     Changes changes;
+    Sealer sealer;
     std::vector<std::string> paths;
-    for (const auto &[item, clear] : opened) {
+    for (const auto &[item, clear] : opened.stored) {
         if (item.path.starts_with(tree) && item.generation != newest) {
             changes.expect(item.path, text_item(item.text));
-            changes.set(item.path, text_item(seal_key(clear.get())));
+            changes.set(item.path, text_item(sealer.seal(item.text, clear)));
             paths.push_back(item.path);
         }
+    }
+    if (tree == kCfgTree) {
+        seal_history(database, opened.history, newest, sealer, changes, paths);
     }
     size_t failed = 0;
     const cerrno rc = changes.empty() ? 0 : changes.apply(database, tree, failed);
@@ -199,10 +329,33 @@ SealedItems find_sealed(Database &database, const std::string &path) {
     return found;
 }
 
+CommitsWithKeys commits_with(Database &database, uint32_t generation) {
+    return with_history([&] {
+        const history::Store store = store_of(database);
+        CommitsWithKeys found;
+        for (const history::Commit &commit : store.commits(&found.unreadable)) {
+            try {
+                const std::vector<std::string> texts = sealed_texts(store.items(commit));
+                if (std::any_of(texts.begin(), texts.end(), [&](const std::string &text) {
+                        return sealed_generation(text) == generation;
+                    })) {
+                    found.commits.push_back(commit_text(commit));
+                }
+            } catch (const history::Error &error) {
+                if (error.why() == history::Error::Why::database) {
+                    throw;
+                }
+                found.unreadable.push_back(commit_text(commit));
+            }
+        }
+        return found;
+    });
+}
+
 void reseal(const std::vector<std::string> &paths,
             const std::function<void(const std::vector<LeftKey> &)> &before_sealing, Resealed &result) {
     Database database;
-    std::vector<Opened> opened = open_all(database, paths, result.left);
+    OpenedKeys opened = open_all(database, paths, result.left);
     before_sealing(result.left);
     for (const char *tree : {"/cfg/", "/oper/"}) {
         for (int attempt = 1;; ++attempt) {

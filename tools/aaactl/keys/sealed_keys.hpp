@@ -53,7 +53,16 @@ struct LeftKey {
     std::string path;
     std::string fault;
     ExitCode code;
+    bool in_history = false;  // of an earlier configuration: it may be of master keys that are gone for good
 };
+
+// Commits of the history that hold keys of a generation, "commit 3 (before-upgrade)", and those that cannot be
+// read.
+struct CommitsWithKeys {
+    std::vector<std::string> commits;
+    std::vector<std::string> unreadable;
+};
+CommitsWithKeys commits_with(Database &database, uint32_t generation);
 
 struct Resealed {
     std::vector<std::string> changed;  // paths
@@ -61,7 +70,8 @@ struct Resealed {
 };
 
 // Seals stored keys again with the newest master key, those of one tree as one change. `before_sealing` is
-// called when all have been opened, with those that cannot be: nothing is changed yet, and it may throw.
+// called when all have been opened, with those that cannot be: nothing is changed yet, and it may throw. With
+// "/cfg/" the keys in its history are sealed again too, equal ones alike.
 // After a Failure `result` has the keys that were sealed before it.
 void reseal(const std::vector<std::string> &paths,
             const std::function<void(const std::vector<LeftKey> &)> &before_sealing, Resealed &result);

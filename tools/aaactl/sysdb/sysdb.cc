@@ -161,7 +161,7 @@ void add_set(Command sysdb) {
 // ---- del
 
 ExitCode del(Output &out, const std::string &path, bool recursive) {
-    Database database;
+    Database database;  // "/cfg/" without what is hidden there
     const bool directory = recursive || path.ends_with('/');
     const std::string target = directory ? directory_path(path) : path;
     if (directory && !recursive) {
@@ -269,8 +269,11 @@ std::vector<Listed> level_of(Database &database, const std::string &path, bool v
     throw database_failure(path, SYSDB_ERR_NOT_FOUND);
 }
 
-ExitCode ls(Output &out, const std::string &path, bool long_form) {
+ExitCode ls(Output &out, const std::string &path, bool long_form, bool all) {
     Database database(Database::Use::reading);
+    if (all) {
+        database.show_hidden();
+    }
     const std::vector<Listed> level = level_of(database, path, long_form);
     Json document = {{"path", escaped(path)}, {"entries", Json::array()}};
     std::vector<std::vector<std::string>> rows;
@@ -294,11 +297,14 @@ ExitCode ls(Output &out, const std::string &path, bool long_form) {
 void add_ls(Command sysdb) {
     auto path = std::make_shared<std::string>("/");
     auto long_form = std::make_shared<bool>(false);
-    Command sub = sysdb.command("ls", "List one level of a directory",
-                                [path, long_form](Output &out) { return ls(out, *path, *long_form); });
+    auto all = std::make_shared<bool>(false);
+    Command sub = sysdb.command("ls", "List one level of a directory", [path, long_form, all](Output &out) {
+        return ls(out, *path, *long_form, *all);
+    });
     sub.also({"list"});
     sub.option("PATH", *path, "The directory (default: /)");
     sub.flag("-l,--long", *long_form, "Types and values too");
+    sub.flag("-a,--all", *all, kAllHelp);
     sub.footer(
         "With -l: exit status 3 when a value cannot be read; the others are shown.\n"
         "JSON: {path, entries: [{name, type, with -l also value, masked or fault}]}\n"
@@ -342,8 +348,11 @@ void grow(Output &out, Database &database, const std::string &directory, const s
     }
 }
 
-ExitCode tree(Output &out, const std::string &path) {
+ExitCode tree(Output &out, const std::string &path, bool all) {
     Database database(Database::Use::reading);
+    if (all) {
+        database.show_hidden();
+    }
     const std::string directory = directory_path(path, true);
     if (!database.list(directory)) {
         throw database_failure(directory, SYSDB_ERR_NOT_FOUND);
@@ -362,9 +371,11 @@ ExitCode tree(Output &out, const std::string &path) {
 
 void add_tree(Command sysdb) {
     auto path = std::make_shared<std::string>("/");
+    auto all = std::make_shared<bool>(false);
     Command sub = sysdb.command("tree", "Draw everything below a directory, with values",
-                                [path](Output &out) { return tree(out, *path); });
+                                [path, all](Output &out) { return tree(out, *path, *all); });
     sub.option("PATH", *path, "The directory (default: /)");
+    sub.flag("-a,--all", *all, kAllHelp);
     sub.footer(
         "Exit status 3 when something cannot be read; the rest is shown.\n"
         "JSON: {path, entries: [{name, type, value, masked or fault, of a directory entries}]}\n"

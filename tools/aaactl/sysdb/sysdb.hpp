@@ -14,6 +14,9 @@ Json item_json(const Output &out, const std::string &path, const Item &item);
 // The value, or the mask.
 std::string shown_value(const Output &out, const std::string &path, const Item &item, bool plain = false);
 
+// Of --all.
+inline constexpr char kAllHelp[] = "Also what is hidden in /cfg/: the history of the configuration";
+
 // Each adds its part of "sysdb"; add_sysdb() calls them.
 void add_sysdb_watch(Command sysdb);
 void add_sysdb_dump(Command sysdb);

@@ -28,9 +28,12 @@ size_t note_faults(Output &out, const Dump &dump) {
     return faults;
 }
 
-ExitCode dump(Output &out, const std::string &path) {
+ExitCode dump(Output &out, const std::string &path, bool all) {
     const std::string directory = directory_path(path);
     Database database(Database::Use::reading);
+    if (all) {
+        database.show_hidden();
+    }
     if (!database.list(directory)) {
         throw database_failure(directory, SYSDB_ERR_NOT_FOUND);
     }
@@ -65,6 +68,9 @@ ExitCode diff(Output &out, const std::string &file, const std::string &path) {
     const Dump dump = read_dump(out, file);
     const std::string directory = directory_to_compare(dump, path);
     Database database(Database::Use::reading);
+    if (holds_hidden(dump)) {
+        database.show_hidden();
+    }
     const Dump stored = read_snapshot(out, database, directory, true);
     const std::vector<Difference> differences = compare(dump, stored, directory);
     Json document = {{"directory", escaped(directory)}, {"differences", Json::array()}};
@@ -84,9 +90,11 @@ ExitCode diff(Output &out, const std::string &file, const std::string &path) {
 
 void add_sysdb_dump(Command sysdb) {
     auto path = std::make_shared<std::string>("/cfg/");
+    auto all = std::make_shared<bool>(false);
     Command sub = sysdb.command("dump", "Print a directory so that it can be loaded again",
-                                [path](Output &out) { return dump(out, *path); });
+                                [path, all](Output &out) { return dump(out, *path, *all); });
     sub.option("PATH", *path, "The directory (default: /cfg/)");
+    sub.flag("-a,--all", *all, kAllHelp);
     sub.footer(
         "A line is PATH TYPE VALUE, in the database's order; the first is \"aaactl-dump 1 DIRECTORY\". The "
         "last is\n\"# end: N items\": \"load --replace\" refuses a dump without it, which may be cut. A "

@@ -77,7 +77,26 @@ struct Plan {
     std::vector<size_t> items;  // of the dump, one for each change
 };
 
-Plan changes_of(const Dump &dump, const Dump &stored, bool replace) {
+// What is hidden in the tree stays, unless the dump has it too.
+void prune(Database &database, const Dump &dump, const Dump &stored, Changes &changes) {
+    if (dump.directory != "/cfg/" || holds_hidden(dump)) {
+        changes.prune(dump.directory);
+        return;
+    }
+    for (const Entry &entry : database.entries(dump.directory)) {
+        if (entry.is_directory()) {
+            changes.prune(dump.directory + entry.name);
+        }
+    }
+    for (const Difference &difference : compare(dump, stored, dump.directory)) {
+        if (difference.dump == nullptr &&
+            difference.stored->path.find('/', dump.directory.size()) == std::string::npos) {
+            changes.erase(difference.stored->path);
+        }
+    }
+}
+
+Plan changes_of(Database &database, const Dump &dump, const Dump &stored, bool replace) {
     std::map<std::string_view, const DumpItem *> by_path;
     for (const DumpItem &item : stored.items) {
         by_path[item.path] = &item;
@@ -94,7 +113,7 @@ Plan changes_of(const Dump &dump, const Dump &stored, bool replace) {
         plan.items.resize(plan.changes.size(), i);
     }
     if (replace) {
-        plan.changes.prune(dump.directory);
+        prune(database, dump, stored, plan.changes);
     }
     return plan;
 }
@@ -284,7 +303,7 @@ Outcome load_dump(Output &out, Database &database, const LoadOptions &options, c
         Outcome outcome{read_database(out, database, dump.directory, true, dump.items.size()), {}};
         outcome.differences = planned(dump, outcome.stored, options.replace);
         refuse(out, options, Check(database, options, dump, outcome.stored, faults).run(database));
-        const Plan plan = changes_of(dump, outcome.stored, options.replace);
+        const Plan plan = changes_of(database, dump, outcome.stored, options.replace);
         if (options.dry_run) {
             return outcome;
         }
@@ -308,6 +327,9 @@ ExitCode load(Output &out, const LoadOptions &options) {
         check_is_whole(options, dump);
     }
     Database database;
+    if (holds_hidden(dump)) {
+        database.show_hidden();
+    }
     const Outcome outcome = load_dump(out, database, options, dump, faults);
     const Counts counts = count(outcome.differences);
     Json document = {{"directory", escaped(dump.directory)},

@@ -35,8 +35,12 @@ class Watch {
   public:
     // With `initial`, what is stored now is printed before the changes; with `since`, the changes after that
     // revision.
-    Watch(Output &out, uint64_t limit, bool initial, std::optional<uint64_t> since)
-        : out_(out), limit_(limit), initial_(initial), since_(since) {}
+    Watch(Output &out, uint64_t limit, bool initial, std::optional<uint64_t> since, bool all)
+        : out_(out), limit_(limit), initial_(initial), since_(since), all_(all) {
+        if (all) {
+            database_.show_hidden();
+        }
+    }
 
     void add(const std::string &tree, const std::string &path) {
         const sysdb_conn_t conn = database_.connection(tree);
@@ -151,6 +155,9 @@ class Watch {
     }
 
     void print(const Source &source, const sysdb_notification_t &change, bool initial) {
+        if (!all_ && !is_hidden(source.path) && is_hidden(source.tree + change.path)) {
+            return;
+        }
         const bool has_value =
             change.operation != SYSDB_EVENT_DELETE && change.datatype != SYSDB_TYPE_DIRECTORY;
         const Item item =
@@ -201,6 +208,7 @@ class Watch {
     uint64_t limit_;
     bool initial_;
     std::optional<uint64_t> since_;
+    bool all_;  // also what is hidden
     uint64_t seen_ = 0;
     std::vector<std::unique_ptr<Source>> sources_;
     Database database_;  // unbound first: no callback outlives its source
@@ -236,6 +244,7 @@ struct WatchOptions {
     uint64_t count = UINT64_MAX;
     bool initial = false;
     std::optional<std::string> since;
+    bool all = false;
 };
 
 ExitCode watch(Output &out, const WatchOptions &options) {
@@ -244,7 +253,7 @@ ExitCode watch(Output &out, const WatchOptions &options) {
                       "--since: /cfg/ and /oper/ have revisions of their own; name a path in one of them");
     }
     Watch watch(out, options.count, options.initial,
-                options.since ? std::optional(revision_in(*options.since)) : std::nullopt);
+                options.since ? std::optional(revision_in(*options.since)) : std::nullopt, options.all);
     add_path(watch, options.path);
     watch.run(options.path);
     return ExitCode::ok;
@@ -263,6 +272,7 @@ void add_sysdb_watch(Command sysdb) {
                "First print the changes after this revision of the tree, as JSON tells it")
         .type("REVISION")
         .excludes(initial);
+    sub.flag("-a,--all", options->all, kAllHelp);
     sub.option("-n,--count", options->count, "End after this number of changes")
         .between(uint64_t{1}, uint64_t{UINT32_MAX});
     sub.footer(

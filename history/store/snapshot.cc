@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "store/snapshot.hpp"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <string_view>
+
+namespace history {
+
+namespace {
+
+constexpr std::string_view kMagic = "AHS1";
+constexpr std::size_t kHead = kMagic.size() + 8;
+// Of a whole configuration: a damaged length must not ask for all memory.
+constexpr std::uint64_t kMostPlain = std::uint64_t{1} << 30;
+constexpr int kLevel = 3;  // the next levels take twice as long for a few percent
+
+[[noreturn]] void damaged() {
+    throw Error(Error::Why::damaged, "the stored state is damaged");
+}
+
+void put_number(std::string &out, std::uint64_t value) {
+    while (value >= 0x80) {
+        out.push_back(static_cast<char>(value | 0x80));
+        value >>= 7;
+    }
+    out.push_back(static_cast<char>(value));
+}
+
+// Takes parts from the front of bytes, never more than there are.
+class Reader {
+  public:
+    explicit Reader(std::string_view bytes) : bytes_(bytes) {}
+
+    bool at_end() const { return bytes_.empty(); }
+
+    std::uint64_t number() {
+        std::uint64_t value = 0;
+        for (unsigned shift = 0; shift < 64; shift += 7) {
+            const auto byte = static_cast<unsigned char>(take(1)[0]);
+            value |= std::uint64_t{byte & 0x7fu} << shift;
+            if (byte < 0x80) {
+                return value;
+            }
+        }
+        damaged();
+    }
+
+    std::string_view take(std::uint64_t length) {
+        if (length > bytes_.size()) {
+            damaged();
+        }
+        const std::string_view taken = bytes_.substr(0, length);
+        bytes_.remove_prefix(length);
+        return taken;
+    }
+
+  private:
+    std::string_view bytes_;
+};
+
+}  // namespace
+
+std::string plain_form(const Items &items) {
+    std::string plain;
+    std::string_view before;
+    for (const auto &[path, item] : items) {
+        const auto differs = std::mismatch(before.begin(), before.end(), path.begin(), path.end());
+        const auto shared = static_cast<std::size_t>(differs.first - before.begin());
+        put_number(plain, shared);
+        put_number(plain, path.size() - shared);
+        plain.append(path, shared);
+        put_number(plain, item.type);
+        put_number(plain, item.bytes.size());
+        plain += item.bytes;
+        before = path;
+    }
+    return plain;
+}
+
+Items from_plain_form(const std::string &plain) {
+    Items items;
+    std::string path;
+    for (Reader reader(plain); !reader.at_end();) {
+        const std::uint64_t shared = reader.number();
+        if (shared > path.size()) {
+            damaged();
+        }
+        path.resize(shared);
+        path += reader.take(reader.number());
+        Item item;
+        item.type = static_cast<std::uint32_t>(reader.number());
+        item.bytes = reader.take(reader.number());
+        items.emplace_hint(items.end(), path, std::move(item));
+    }
+    return items;
+}
+
+std::string compressed(const std::string &plain) {
+    std::string stored(kMagic);
+    for (unsigned shift = 0; shift < 64; shift += 8) {
+        stored.push_back(static_cast<char>(std::uint64_t{plain.size()} >> shift));
+    }
+    uLongf length = compressBound(plain.size());
+    stored.resize(kHead + length);
+    const int rc = compress2(reinterpret_cast<Bytef *>(stored.data() + kHead), &length,
+                             reinterpret_cast<const Bytef *>(plain.data()), plain.size(), kLevel);
+    if (rc != Z_OK) {
+        throw std::bad_alloc();
+    }
+    stored.resize(kHead + length);
+    return stored;
+}
+
+std::string decompressed(const std::string &stored) {
+    if (!stored.starts_with(kMagic) || stored.size() < kHead) {
+        damaged();
+    }
+    std::uint64_t length = 0;
+    for (std::size_t i = 0; i < 8; ++i) {
+        length |= std::uint64_t{static_cast<unsigned char>(stored[kMagic.size() + i])} << (8 * i);
+    }
+    if (length > kMostPlain) {
+        damaged();
+    }
+    std::string plain(length, '\0');
+    uLongf got = length;
+    const int rc = uncompress(reinterpret_cast<Bytef *>(plain.data()), &got,
+                              reinterpret_cast<const Bytef *>(stored.data() + kHead), stored.size() - kHead);
+    if (rc == Z_MEM_ERROR) {
+        throw std::bad_alloc();
+    }
+    if (rc != Z_OK || got != length) {
+        damaged();
+    }
+    return plain;
+}
+
+}  // namespace history

@@ -1,0 +1,374 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "store/store.hpp"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+
+#include "store/snapshot.hpp"
+
+namespace history {
+
+namespace {
+
+// Providers of many machines send each value over the network in one piece.
+constexpr std::size_t kPart = 256 * 1024;
+constexpr std::uint32_t kStateType = 0x48495354;  // no other program stores such items
+constexpr int kAttempts = 50;                     // each time another process has made its change
+
+std::string hexadecimal(std::uint32_t number) {
+    char text[16] = "0x";
+    const auto end = std::to_chars(text + 2, text + sizeof text, number, 16).ptr;
+    return {text, end};
+}
+
+std::string head_path() {
+    return std::string(kHistory) + "head";
+}
+
+std::string record_path(std::uint32_t number) {
+    return commit_directory(number) + "record";
+}
+
+std::string part_path(std::uint32_t number, std::uint32_t part) {
+    return commit_directory(number) + "state/" + hexadecimal(part);
+}
+
+// The text of an item, without its NUL.
+std::string text_of_item(const Item &item) {
+    return item.type == SYSDB_TYPE_STRING && !item.bytes.empty() ? item.bytes.substr(0, item.bytes.size() - 1)
+                                                                 : "";
+}
+
+Error damaged(const std::string &path) {
+    return {Error::Why::damaged, kTree + path + ": it is not what the history stores there"};
+}
+
+std::uint32_t setting(sysdb_conn_t cfg, const char *name, std::uint32_t usual, std::uint32_t least,
+                      std::uint32_t most) {
+    Item item;
+    std::uint32_t value = usual;
+    if (read_item(cfg, std::string(kConfiguration) + name, item) && item.type == SYSDB_TYPE_U32 &&
+        item.bytes.size() == sizeof value) {
+        std::memcpy(&value, item.bytes.data(), sizeof value);
+    }
+    return std::clamp(value, least, most);
+}
+
+}  // namespace
+
+std::string commit_directory(std::uint32_t number) {
+    return std::string(kHistory) + "commit/" + hexadecimal(number) + "/";
+}
+
+Changes state_changes(std::uint32_t number, const std::string &stored) {
+    Changes changes;
+    for (std::size_t at = 0; at < stored.size(); at += kPart) {
+        changes.push_back({SYSDB_CHANGE_SET,
+                           part_path(number, static_cast<std::uint32_t>(at / kPart + 1)),
+                           {kStateType, stored.substr(at, kPart)}});
+    }
+    return changes;
+}
+
+Changes rewritten(const Commit &commit, const Items &items) {
+    Commit after = commit;
+    const std::string plain = plain_form(items);
+    const std::string stored = compressed(plain);
+    Changes changes = state_changes(commit.number, stored);
+    after.plain_bytes = plain.size();
+    after.bytes = stored.size();
+    after.parts = static_cast<std::uint32_t>(changes.size());
+    changes.push_back({SYSDB_CHANGE_EXPECT, record_path(commit.number), text_item(text_of(commit))});
+    changes.push_back({SYSDB_CHANGE_SET, record_path(commit.number), text_item(text_of(after))});
+    changes.push_back({SYSDB_CHANGE_PRUNE, commit_directory(commit.number) + "state/", {}});
+    return changes;
+}
+
+// ---- reading
+
+Head Store::head() const {
+    Item item;
+    if (!read_item(cfg_, head_path(), item)) {
+        return {};
+    }
+    const auto head = head_from(text_of_item(item));
+    if (!head) {
+        throw damaged(head_path());
+    }
+    return *head;
+}
+
+Commit Store::commit(std::uint32_t number) const {
+    Item item;
+    if (!read_item(cfg_, record_path(number), item)) {
+        throw Error(Error::Why::missing, "there is no commit " + std::to_string(number));
+    }
+    const auto commit = commit_from(text_of_item(item));
+    if (!commit || commit->number != number) {
+        throw damaged(record_path(number));
+    }
+    return *commit;
+}
+
+std::vector<Commit> Store::commits(std::vector<std::string> *damaged) const {
+    std::vector<Commit> commits;
+    for (const std::string &name : read_names(cfg_, std::string(kHistory) + "commit/")) {
+        const std::string path = std::string(kHistory) + "commit/" + name + "record";
+        Item item;
+        std::optional<Commit> commit;
+        try {
+            if (!read_item(cfg_, path, item)) {
+                continue;  // deleted meanwhile
+            }
+            commit = commit_from(text_of_item(item));
+        } catch (const Error &error) {
+            if (error.code() != SYSDB_ERR_BAD_VALUE && error.code() != SYSDB_ERR_BAD_PATH) {
+                throw;
+            }
+        }
+        if (commit && commit_directory(commit->number) + "record" == path) {
+            commits.push_back(*std::move(commit));
+        } else if (damaged != nullptr) {
+            damaged->push_back(kTree + path);
+        }
+    }
+    return commits;
+}
+
+std::string Store::plain_state(const Commit &commit) const {
+    std::string stored;
+    for (std::uint32_t part = 1; part <= commit.parts; ++part) {
+        Item item;
+        if (!read_item(cfg_, part_path(commit.number, part), item)) {
+            throw Error(Error::Why::damaged,
+                        "commit " + std::to_string(commit.number) + ": a part of its state is missing");
+        }
+        stored += item.bytes;
+    }
+    try {
+        return decompressed(stored);
+    } catch (const Error &error) {
+        throw Error(error.why(), "commit " + std::to_string(commit.number) + ": " + error.what());
+    }
+}
+
+Items Store::items(const Commit &commit) const {
+    return from_plain_form(plain_state(commit));
+}
+
+Limits Store::limits() const {
+    const Limits usual;
+    return {
+        setting(cfg_, kLimitCommits, usual.commits, kLeastCommits, kMostCommits),
+        std::uint64_t{1024} * setting(cfg_, kLimitKilobytes, static_cast<std::uint32_t>(usual.bytes / 1024),
+                                      kLeastKilobytes, kMostKilobytes)};
+}
+
+// ---- writing
+
+Writing::Writing(const Store &store, const Head &head) : store_(store), before_(head), after_(head) {
+    Item absent{SYSDB_TYPE_ANY, {}};
+    changes_.push_back(
+        {SYSDB_CHANGE_EXPECT, head_path(), head == Head{} ? absent : text_item(text_of(head))});
+}
+
+bool Writing::is_recorded(const State &state) {
+    if (before_.last == 0) {
+        return false;
+    }
+    if (!last_is_known_) {
+        try {
+            last_plain_ = store_.plain_state(store_.commit(before_.last));
+        } catch (const Error &error) {
+            if (error.why() == Error::Why::database) {
+                throw;
+            }
+            return false;  // it is damaged: better recorded twice than not at all
+        }
+        last_is_known_ = true;
+    }
+    return plain_form(state.items) == last_plain_;
+}
+
+void Writing::put(const Commit &commit) {
+    changes_.push_back({SYSDB_CHANGE_SET, record_path(commit.number), text_item(text_of(commit))});
+}
+
+std::uint32_t Writing::add(Commit commit, const State &state) {
+    if (after_.last == UINT32_MAX) {
+        throw Error(Error::Why::refused, "there is no number after that of the last commit");
+    }
+    commit.number = ++after_.last;
+    const std::string plain = plain_form(state.items);
+    const std::string stored = compressed(plain);
+    const Changes parts = state_changes(commit.number, stored);
+    commit.items = state.items.size();
+    commit.left_out = state.unreadable.size();
+    commit.plain_bytes = plain.size();
+    commit.bytes = stored.size();
+    commit.parts = static_cast<std::uint32_t>(parts.size());
+    changes_.insert(changes_.end(), parts.begin(), parts.end());
+    put(commit);
+    added_.push_back(std::move(commit));
+    return after_.last;
+}
+
+void Writing::wait(std::uint32_t commit, std::uint32_t base, const Deadline &deadline) {
+    after_.waiting = Waiting{commit, base, deadline};
+}
+
+void Writing::end_waiting(Ending ending, const std::string &by, std::int64_t time) {
+    if (!after_.waiting) {
+        return;
+    }
+    try {
+        Commit waited = store_.commit(after_.waiting->commit);
+        waited.ending = ending;
+        waited.ended_by = by;
+        waited.ended = time;
+        put(waited);
+    } catch (const Error &error) {  // without its record it is ended too
+        if (error.why() == Error::Why::database) {
+            throw;
+        }
+    }
+    after_.waiting.reset();
+}
+
+std::set<std::uint32_t> Writing::surplus(const std::vector<Commit> &stored) const {
+    const Limits limits = store_.limits();
+    std::uint64_t bytes = 0;
+    for (const Commit &commit : stored) {
+        bytes += commit.bytes;
+    }
+    for (const Commit &commit : added_) {
+        bytes += commit.bytes;
+    }
+    std::size_t count = stored.size() + added_.size();
+    std::set<std::uint32_t> surplus;
+    for (const Commit &commit : stored) {
+        if (count <= limits.commits && bytes <= limits.bytes) {
+            break;
+        }
+        const bool needed =
+            commit.number == after_.last || (after_.waiting && (commit.number == after_.waiting->commit ||
+                                                                commit.number == after_.waiting->base));
+        if (!needed) {
+            surplus.insert(commit.number);
+            --count;
+            bytes -= commit.bytes;
+        }
+    }
+    return surplus;
+}
+
+Changes Writing::finish() {
+    if (!added_.empty()) {
+        for (const std::uint32_t number : surplus(store_.commits())) {
+            changes_.push_back({SYSDB_CHANGE_PRUNE, commit_directory(number), {}});
+        }
+    }
+    changes_.push_back({SYSDB_CHANGE_SET, head_path(), text_item(text_of(after_))});
+    return std::move(changes_);
+}
+
+// ---- whole operations
+
+void change(const Store &store, const Make &make) {
+    for (int attempt = 1;; ++attempt) {
+        const Head head = store.head();
+        Changes changes;
+        make(head, changes);
+        if (changes.empty()) {
+            return;
+        }
+        std::size_t failed = changes.size();
+        const cerrno rc = apply(store.connection(), changes, failed);
+        if (rc == 0) {
+            return;
+        }
+        // An item that is deleted may have been deleted by another process.
+        const bool meanwhile = rc == SYSDB_ERR_CONFLICT || rc == SYSDB_ERR_NOT_FOUND;
+        if (!meanwhile || attempt == kAttempts) {
+            fail(failed < changes.size() ? changes[failed].path : "", rc);
+        }
+    }
+}
+
+namespace {
+
+// Deletes all commits but those that a revert needs; false if there are no others.
+bool free_room(const Store &store) {
+    bool any = false;
+    change(store, [&](const Head &head, Changes &changes) {
+        any = false;
+        for (const Commit &commit : store.commits()) {
+            const bool needed =
+                commit.number == head.last || (head.waiting && (commit.number == head.waiting->commit ||
+                                                                commit.number == head.waiting->base));
+            if (!needed) {
+                changes.push_back({SYSDB_CHANGE_PRUNE, commit_directory(commit.number), {}});
+                any = true;
+            }
+        }
+    });
+    return any;
+}
+
+std::optional<Reverted> try_revert(const Store &store, std::uint32_t waiting, const Author &by,
+                                   const std::string &why, const Now &now) {
+    std::optional<Reverted> done;
+    change(store, [&](const Head &head, Changes &changes) {
+        done.reset();
+        if (!head.waiting || head.waiting->commit != waiting) {
+            return;
+        }
+        Reverted result{waiting, 0, 0, head.waiting->base, 0};
+        const State present = read_state(store.connection(), kConfiguration);
+        const Items wanted = store.items(store.commit(result.base));
+        Writing writing(store, head);
+        if (!writing.is_recorded(present)) {
+            Commit outside;
+            outside.kind = Kind::outside;
+            outside.time = now.wall;
+            outside.author = by;
+            outside.message = "changed while commit " + std::to_string(waiting) + " waited";
+            result.outside = writing.add(outside, present);
+        }
+        writing.end_waiting(Ending::reverted, by.name(), now.wall);
+        Commit commit;
+        commit.kind = Kind::revert;
+        commit.time = now.wall;
+        commit.author = by;
+        commit.message = why;
+        commit.target = result.base;
+        State after{wanted, present.unreadable};
+        result.commit = writing.add(commit, after);
+        changes = changes_between(present, wanted);
+        result.changes = changes.size();
+        Changes records = writing.finish();
+        // The head first: another process that has done it is noticed before anything is compared.
+        changes.insert(changes.begin(), std::make_move_iterator(records.begin()),
+                       std::make_move_iterator(records.end()));
+        done = result;
+    });
+    return done;
+}
+
+}  // namespace
+
+std::optional<Reverted> revert(const Store &store, std::uint32_t waiting, const Author &by,
+                               const std::string &why, const Now &now) {
+    try {
+        return try_revert(store, waiting, by, why, now);
+    } catch (const Error &error) {
+        if (error.code() != SYSDB_ERR_FULL || !free_room(store)) {
+            throw;
+        }
+    }
+    return try_revert(store, waiting, by, why, now);
+}
+
+}  // namespace history

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Reads the history, and makes the changes of the database that add to it.
+//
+// A commit is one change of the database: it expects the head, so of two that are made at a time the second
+// one is refused by the database, reads again and sees the first one.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "store/items.hpp"
+#include "store/record.hpp"
+
+namespace history {
+
+struct Limits {
+    std::uint32_t commits = 50;
+    std::uint64_t bytes = 16 * 1024 * 1024;  // of the stored states
+};
+// Names of the settings, below "gl/aaa/", and their ranges.
+inline constexpr char kLimitCommits[] = "history/commits";
+inline constexpr char kLimitKilobytes[] = "history/kilobytes";
+inline constexpr std::uint32_t kLeastCommits = 2;
+inline constexpr std::uint32_t kMostCommits = 10'000;
+inline constexpr std::uint32_t kLeastKilobytes = 64;
+inline constexpr std::uint32_t kMostKilobytes = 1024 * 1024;
+
+// All functions throw Error.
+class Store {
+  public:
+    // The connection is bound at "/cfg/", and stays the caller's.
+    explicit Store(sysdb_conn_t cfg) : cfg_(cfg) {}
+    sysdb_conn_t connection() const { return cfg_; }
+
+    Head head() const;
+    // Oldest first. Records that cannot be read are left out; `damaged` gets their paths.
+    std::vector<Commit> commits(std::vector<std::string> *damaged = nullptr) const;
+    // Error(missing) if there is no such commit (any more).
+    Commit commit(std::uint32_t number) const;
+    // The plain form of its items.
+    std::string plain_state(const Commit &commit) const;
+    Items items(const Commit &commit) const;
+    Limits limits() const;
+
+  private:
+    sysdb_conn_t cfg_;
+};
+
+// The changes of the history that belong to one change of the database.
+class Writing {
+  public:
+    Writing(const Store &store, const Head &head);
+
+    // Adds a commit of these items; its number, sizes and parts are filled in. Error(refused) when it does
+    // not fit the limits of a database.
+    std::uint32_t add(Commit commit, const State &state);
+    // Whether the items are those of the last commit.
+    bool is_recorded(const State &state);
+    // The commit is reverted to the base at the deadline.
+    void wait(std::uint32_t commit, std::uint32_t base, const Deadline &deadline);
+    // The waiting commit has been confirmed or reverted.
+    void end_waiting(Ending ending, const std::string &by, std::int64_t time);
+
+    // All changes: what the head is expected to be, the records, and commits beyond the limits deleted. The
+    // last commit, the waiting one and its base stay.
+    Changes finish();
+
+  private:
+    void put(const Commit &commit);
+    std::set<std::uint32_t> surplus(const std::vector<Commit> &stored) const;
+
+    const Store &store_;
+    Head before_;
+    Head after_;
+    Changes changes_;
+    std::vector<Commit> added_;
+    std::string last_plain_;
+    bool last_is_known_ = false;
+};
+
+std::string commit_directory(std::uint32_t number);
+// The parts of a stored state, of sizes that every provider takes.
+Changes state_changes(std::uint32_t number, const std::string &stored);
+
+// Changes that give a commit other items: the same configuration, otherwise written. Its record is expected to
+// be as it is.
+Changes rewritten(const Commit &commit, const Items &items);
+
+// ---- whole operations, which try again when others change the same meanwhile
+
+// Makes changes of the database on the state that is read for each try. `make` may throw.
+using Make = std::function<void(const Head &head, Changes &changes)>;
+void change(const Store &store, const Make &make);
+
+struct Reverted {
+    std::uint32_t waited = 0;   // the commit that was reverted
+    std::uint32_t commit = 0;   // the one that did it
+    std::uint32_t outside = 0;  // the one that has what was changed by others meanwhile; 0: none
+    std::uint32_t base = 0;
+    std::size_t changes = 0;
+};
+// When the database is full, old commits are deleted for it: going back is worth more than they are.
+// Reverts the commit with this number if it still waits; nothing if another one did, or it was confirmed.
+std::optional<Reverted> revert(const Store &store, std::uint32_t waiting, const Author &by,
+                               const std::string &why, const Now &now);
+
+}  // namespace history

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The options of commands that make a commit.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "cli/command_line.hpp"
+
+namespace aaactl {
+
+struct CommitOptions {
+    std::string label;
+    std::string message;
+    uint32_t minutes = 0;  // 0: it needs no confirmation
+
+    bool given() const { return !label.empty() || !message.empty() || minutes != 0; }
+};
+
+// --label, unless the command takes the label as its argument, --message and --confirm.
+void add_commit_options(Command &command, CommitOptions &options, bool label = true);
+
+// Failure(usage) for a label that names a commit by other means, or has hidden characters.
+void check_commit_options(const CommitOptions &options);
+
+}  // namespace aaactl

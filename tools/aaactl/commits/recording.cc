@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "commits/recording.hpp"
+
+#include "store/watcher.hpp"
+
+namespace aaactl {
+namespace {
+
+constexpr std::string_view kTree = kCfgTree;
+
+ExitCode exit_code(const history::Error &error) {
+    switch (error.why()) {
+        case history::Error::Why::damaged:
+            return ExitCode::bad_input;
+        case history::Error::Why::missing:
+            return ExitCode::not_found;
+        case history::Error::Why::refused:
+            return ExitCode::negative;
+        default:
+            return database_failure("", error.code()).code();
+    }
+}
+
+}  // namespace
+
+Failure history_failure(const history::Error &error) {
+    return {exit_code(error), escaped(error.what())};
+}
+
+history::Store store_of(Database &database) {
+    return history::Store(database.connection(kCfgTree));
+}
+
+history::State state_of(const std::map<std::string, Item> &items, const std::set<std::string> &unreadable) {
+    history::State state;
+    for (const auto &[path, item] : items) {
+        state.items.emplace_hint(state.items.end(), path.substr(kTree.size()),
+                                 history::Item{item.type, item.bytes});
+    }
+    for (const std::string &path : unreadable) {
+        state.unreadable.insert(path.substr(kTree.size()));
+    }
+    return state;
+}
+
+std::map<std::string, Item> items_of(const history::Items &items) {
+    std::map<std::string, Item> all;
+    for (const auto &[path, item] : items) {
+        all.emplace_hint(all.end(), kCfgTree + path, Item{item.type, item.bytes});
+    }
+    return all;
+}
+
+std::string commit_text(const history::Commit &commit) {
+    return "commit " + std::to_string(commit.number) +
+           (commit.label.empty() ? "" : " (" + escaped(commit.label) + ")");
+}
+
+void refuse_while_waiting(const history::Store &store, const history::Head &head) {
+    if (!head.waiting) {
+        return;
+    }
+    std::string what = "commit " + std::to_string(head.waiting->commit);
+    try {
+        const history::Commit commit = store.commit(head.waiting->commit);
+        what = commit_text(commit) + " of " + escaped(commit.author.name());
+    } catch (const history::Error &) {  // its number says enough
+    }
+    const auto left = history::left(head.waiting->deadline, history::system_now());
+    const std::string until = history::time_text(head.waiting->deadline.wall);
+    throw Failure(ExitCode::negative,
+                  left && *left <= 0
+                      ? what + " was to be confirmed until " + until +
+                            ", and is reverted now; if it is not, because neither aaad nor \"aaactl "
+                            "watch-confirm\" runs, run \"aaactl cancel\""
+                      : what + " waits for its confirmation until " + until +
+                            "; run \"aaactl confirm\" to keep it, or \"aaactl cancel\" to go back, and try "
+                            "again");
+}
+
+Recorded record(history::Writing &writing, const history::Head &head, history::Kind kind,
+                const CommitOptions &options, const history::State &before, const history::State &after,
+                uint32_t target) {
+    Recorded recorded;
+    const history::Now now = history::system_now();
+    history::Commit commit;
+    commit.kind = kind;
+    commit.time = now.wall;
+    commit.author = history::caller();
+    uint32_t base = head.last;
+    if (!writing.is_recorded(before) && kind != history::Kind::commit) {
+        history::Commit outside = commit;
+        outside.kind = history::Kind::outside;
+        outside.message = base == 0 ? "the configuration when the history began"
+                                    : "changed without a commit since commit " + std::to_string(base);
+        base = recorded.outside = writing.add(outside, before);
+    }
+    commit.label = options.label;
+    commit.message = options.message;
+    commit.target = target;
+    commit.minutes = options.minutes;
+    commit.ending = options.minutes == 0 ? history::Ending::none : history::Ending::waiting;
+    recorded.commit = writing.add(commit, after);
+    if (options.minutes != 0) {
+        if (base == 0) {
+            throw Failure(ExitCode::negative,
+                          "there is no earlier commit to go back to; make one without --confirm first");
+        }
+        recorded.deadline = history::deadline_after(options.minutes, now);
+        writing.wait(recorded.commit, base, *recorded.deadline);
+    }
+    return recorded;
+}
+
+Recorded record_change(Database &database, history::Kind kind, const CommitOptions &options,
+                       const history::State &before, const history::State &after, Changes &changes,
+                       uint32_t target) {
+    return with_history([&] {
+        const history::Store store = store_of(database);
+        const history::Head head = store.head();
+        refuse_while_waiting(store, head);
+        history::Writing writing(store, head);
+        const Recorded recorded = record(writing, head, kind, options, before, after, target);
+        append(writing.finish(), changes);
+        return recorded;
+    });
+}
+
+void append(const history::Changes &more, Changes &changes) {
+    for (const history::Change &change : more) {
+        changes.add(change.operation, kCfgTree + change.path, {change.item.type, change.item.bytes});
+    }
+}
+
+void add_recorded(Json &document, const Recorded &recorded) {
+    document["commit"] = recorded.commit;
+    if (recorded.outside != 0) {
+        document["outside"] = recorded.outside;
+    }
+    if (recorded.deadline) {
+        document["confirm_until"] = history::time_text(recorded.deadline->wall);
+    }
+}
+
+void print_recorded(Output &out, const Recorded &recorded) {
+    if (recorded.outside != 0) {
+        out.line("commit " + std::to_string(recorded.outside) + ": changes that were made without a commit");
+    }
+    out.line("commit " + std::to_string(recorded.commit));
+    if (recorded.deadline) {
+        out.line("run \"aaactl confirm\" until " + history::time_text(recorded.deadline->wall) +
+                 " to keep it; otherwise the state before is in force again");
+    }
+}
+
+}  // namespace aaactl

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Commits in the history, made together with the changes that they record.
+
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "commits/commit_options.hpp"
+#include "database/sysdb_apply.hpp"
+#include "store/store.hpp"
+
+namespace aaactl {
+
+inline constexpr char kCfgTree[] = "/cfg/";
+
+Failure history_failure(const history::Error &error);
+
+// Runs the call, and throws its history::Error as a Failure.
+template <typename Call>
+auto with_history(Call call) {
+    try {
+        return call();
+    } catch (const history::Error &error) {
+        throw history_failure(error);
+    }
+}
+
+// The library's store on this database.
+history::Store store_of(Database &database);
+
+// Items with absolute paths, for the history.
+history::State state_of(const std::map<std::string, Item> &items, const std::set<std::string> &unreadable);
+// The inverse.
+std::map<std::string, Item> items_of(const history::Items &items);
+
+// "commit 7 (before-upgrade)"
+std::string commit_text(const history::Commit &commit);
+
+// Failure(negative) while another commit waits for its confirmation: names its author, and what to do.
+void refuse_while_waiting(const history::Store &store, const history::Head &head);
+
+struct Recorded {
+    uint32_t commit = 0;
+    uint32_t outside = 0;  // the commit of what was changed before without one; 0: none
+    std::optional<history::Deadline> deadline;
+};
+// A commit of `after`. Changes between the last commit and `before` become one of their own. With minutes
+// in the options the commit waits, and the state before it is in force again unless it is confirmed.
+// `target` is the commit whose state it is, of a rollback.
+Recorded record(history::Writing &writing, const history::Head &head, history::Kind kind,
+                const CommitOptions &options, const history::State &before, const history::State &after,
+                uint32_t target = 0);
+// The same for a change of the database that is made as one with its commit.
+Recorded record_change(Database &database, history::Kind kind, const CommitOptions &options,
+                       const history::State &before, const history::State &after, Changes &changes,
+                       uint32_t target = 0);
+void append(const history::Changes &more, Changes &changes);
+
+// Members "commit", "outside" and "confirm_until" of the command's document.
+void add_recorded(Json &document, const Recorded &recorded);
+// "commit 7", or "commit 7; ... commit 6". A line on how to confirm it follows.
+void print_recorded(Output &out, const Recorded &recorded);
+
+}  // namespace aaactl

@@ -1,0 +1,324 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// edit: the configuration as text in an editor, checked, shown and committed.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "cli/commands.hpp"
+#include "cli/secret_input.hpp"
+#include "cli/suggestion.hpp"
+#include "config/checks.hpp"
+#include "database/snapshot.hpp"
+#include "history/editor.hpp"
+#include "history/reference.hpp"
+#include "history/text_diff.hpp"
+#include "history/watchers.hpp"
+#include "running_config/plan.hpp"
+#include "running_config/shown.hpp"
+
+namespace aaactl {
+namespace {
+
+struct EditOptions {
+    CommitOptions commit;
+    bool yes = false;
+    bool force = false;
+};
+
+constexpr char kIntroduction[] =
+    "! The running configuration. Save the text and leave the editor to check and commit it; an unchanged or "
+    "empty\n! text changes nothing. The last line is \"end\".\n";
+// The line after it has what is wrong with the text, so that the numbers of lines stay.
+constexpr std::string_view kMark = "!! ";
+
+struct Opened {
+    std::map<std::string, Item> items;
+    std::string text;
+};
+
+// What is wrong with the text; it can be edited again.
+struct Wrong {
+    ExitCode code;
+    std::string message;
+};
+
+bool is_blank(const std::string &text) {
+    return text.find_first_not_of(" \t\r\n") == std::string::npos;
+}
+
+Opened open_configuration(Output &out, Database &database) {
+    const Dump stored = read_snapshot(out, database, kConfigRoot, true);
+    out.end_progress();
+    Opened opened;
+    std::string comments;
+    for (const DumpItem &item : stored.items) {
+        if (item.fault.empty()) {
+            opened.items[item.path] = item.item;
+        } else {
+            comments += "! " + escaped(item.path) + ": " + item.fault + "; it stays\n";
+        }
+    }
+    opened.text = kIntroduction + std::string(kMark) + "\n" + shown(out, opened.items).text + comments +
+                  std::string(kEnd) + "\n";
+    return opened;
+}
+
+// Puts the message into the line for it, if the user has not deleted that.
+std::string marked(const std::string &text, const std::string &message) {
+    const size_t begin = text.starts_with(kMark) ? 0 : text.find("\n" + std::string(kMark)) + 1;
+    if (begin == 0 && !text.starts_with(kMark)) {
+        return text;
+    }
+    const size_t end = std::min(text.find('\n', begin), text.size());
+    std::string line(kMark);
+    line += message;
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    return text.substr(0, begin) + line + text.substr(end);
+}
+
+// Of a state that is not stored.
+Findings findings_of(const Items &items) {
+    Database database(Database::Use::reading);
+    database.pretend(kConfigRoot, items);
+    return check_all(database);
+}
+
+// What the change would bring: other findings have been there before.
+Findings new_findings(const Plan &plan) {
+    const Findings before = findings_of(plan.before);
+    Findings after = findings_of(plan.after.items);
+    std::erase_if(after, [&](const Finding &finding) {
+        return finding.code == "stale-number" ||  // the numbers of deleted groups go with them
+               std::any_of(before.begin(), before.end(), [&](const Finding &known) {
+                   return known.code == finding.code && known.path == finding.path &&
+                          known.text == finding.text;
+               });
+    });
+    return after;
+}
+
+class Editing {
+  public:
+    Editing(Output &out, const EditOptions &options)
+        : out_(out), options_(options), opened_(open_configuration(out, database_)), file_(opened_.text) {
+        plan_options_.replace = true;
+        plan_options_.expect = true;
+        plan_options_.force = options.force;
+    }
+
+    ExitCode run() {
+        for (;;) {
+            edit();
+            const std::string text = file_.text();
+            if (text == opened_.text || is_blank(text)) {
+                return unchanged();
+            }
+            try {
+                const Statements statements = parse(text);
+                const Plan plan = make_plan(out_, database_, plan_options_, statements);
+                check_meanwhile(plan);
+                verify_groups(out, plan, statements);
+                const auto changes = line_changes(out_, plan.before, plan.after.items);
+                if (changes.empty()) {
+                    return unchanged();
+                }
+                switch (show_and_ask(plan, changes)) {
+                    case Answer::edit:
+                        continue;
+                    case Answer::no:
+                        throw kept(ExitCode::negative, "nothing was changed");
+                    case Answer::yes:
+                        return commit(statements, plan, changes);
+                }
+            } catch (const Wrong &wrong) {
+                ask_again(wrong, text);
+            }
+        }
+    }
+
+  private:
+    enum class Answer { yes, no, edit };
+
+    // What was typed is worth more than a file less.
+    Failure kept(ExitCode code, const std::string &why) {
+        file_.keep();
+        return {code, why + "; the text is kept in " + escaped(file_.path())};
+    }
+
+    void edit() {
+        try {
+            file_.edit();
+        } catch (const Failure &failure) {
+            const bool typed = file_.text() != opened_.text;
+            const std::string why = std::string(failure.what()) + "; nothing was changed";
+            throw typed ? kept(failure.code(), why) : Failure(failure.code(), why);
+        }
+    }
+
+    ExitCode unchanged() {
+        out_.result({{"changed", false}}, [&] { out_.line("nothing was changed"); });
+        return ExitCode::ok;
+    }
+
+    Statements parse(const std::string &text) const {
+        try {
+            Statements statements = parse_statements(text);
+            if (!is_whole(text)) {
+                throw Failure(ExitCode::bad_input,
+                              "the last line is not \"end\", so the text may be cut; add it if it is whole");
+            }
+            return statements;
+        } catch (const Failure &failure) {
+            throw Wrong{failure.code(), failure.what()};
+        }
+    }
+
+    Plan make_plan(Output &out, Database &database, const PlanOptions &options,
+                   const Statements &statements) const {
+        try {
+            return aaactl::make_plan(out, database, options, statements);
+        } catch (const Failure &failure) {
+            if (failure.code() == ExitCode::unavailable) {
+                throw;
+            }
+            throw Wrong{failure.code(), failure.what()};
+        }
+    }
+
+    void check_meanwhile(const Plan &plan) {
+        const auto differs =
+            std::mismatch(plan.before.begin(), plan.before.end(), opened_.items.begin(), opened_.items.end());
+        if (differs.first == plan.before.end() && differs.second == opened_.items.end()) {
+            return;
+        }
+        const bool is_new =
+            differs.second == opened_.items.end() ||
+            (differs.first != plan.before.end() && differs.first->first < differs.second->first);
+        throw meanwhile(is_new ? differs.first->first : differs.second->first);
+    }
+
+    Failure meanwhile(const std::string &path) {
+        return kept(ExitCode::negative,
+                    "the configuration was changed meanwhile by another process, at " + escaped(path) +
+                        ", and nothing of this text was stored; see what it would undo with \"aaactl load "
+                        "--replace --dry-run " +
+                        shell_word(escaped(file_.path())) + "\"");
+    }
+
+    Answer ask(const std::string &question, bool may_edit) {
+        for (;;) {
+            const auto answer = read_answer(question, true);
+            if (!answer || *answer == "n" || *answer == "no") {
+                return Answer::no;
+            }
+            if (*answer == "y" || *answer == "yes") {
+                return Answer::yes;
+            }
+            if (may_edit && (*answer == "e" || *answer == "edit")) {
+                return Answer::edit;
+            }
+        }
+    }
+
+    Answer show_and_ask(const Plan &plan, const std::vector<LineChange> &changes) {
+        const Findings findings = new_findings(plan);
+        if (!out_.json()) {
+            print_line_changes(out_, changes);
+            print_findings(out_, findings);
+        }
+        if (options_.yes) {
+            const size_t errors = count(findings, Severity::error);
+            if (errors != 0 && !options_.force) {
+                throw kept(ExitCode::negative, "the change has errors: " + findings.front().path + ": " +
+                                                   findings.front().text +
+                                                   "; nothing was changed (--force commits it all the same)");
+            }
+            return Answer::yes;
+        }
+        return ask("Commit these changes? (y)es, (n)o, (e)dit again: ", true);
+    }
+
+    void ask_again(const Wrong &wrong, const std::string &text) {
+        if (options_.yes) {
+            throw kept(wrong.code, followed_by(wrong.message, "nothing was changed"));
+        }
+        out_.note("aaactl: " + wrong.message);
+        if (ask("Edit again? (y)es, (n)o: ", false) == Answer::no) {
+            throw kept(wrong.code, followed_by(wrong.message, "nothing was changed"));
+        }
+        file_.write(marked(text, wrong.message));
+    }
+
+    ExitCode commit(const Statements &statements, const Plan &plan, const std::vector<LineChange> &changes) {
+        Recorded recorded;
+        const auto add = [&](Changes &all) {
+            recorded = record_change(database_, history::Kind::edit, options_.commit, plan.state_before(),
+                                     plan.state_after(), all);
+        };
+        cerrno rc = 0;
+        try {
+            rc = store_plan(out_, database_, plan_options_, statements, plan, add);
+        } catch (const Failure &failure) {
+            throw kept(failure.code(), followed_by(failure.what(), "nothing was changed"));
+        }
+        if (rc != 0) {
+            throw meanwhile(kConfigRoot);
+        }
+        Json document = {{"changed", true}, {"lines", line_changes_json(changes)}};
+        add_recorded(document, recorded);
+        out_.result(document, [&] { print_recorded(out_, recorded); });
+        note_no_watcher(out_, database_, recorded);
+        return ExitCode::ok;
+    }
+
+    Output &out_;
+    const EditOptions &options_;
+    PlanOptions plan_options_;
+    Database database_;
+    Opened opened_;
+    EditedFile file_;
+};
+
+ExitCode edit(Output &out, const EditOptions &options) {
+    check_commit_options(options.commit);
+    if (!options.yes && (isatty(STDIN_FILENO) != 1 || out.json())) {
+        throw Failure(
+            ExitCode::usage,
+            "edit asks before it commits, and needs a terminal for it; use --yes, or \"aaactl load\" "
+            "for a text that exists");
+    }
+    {
+        Database database;
+        const history::Store store = store_of(database);
+        with_history([&] { refuse_while_waiting(store, store.head()); });
+    }
+    return Editing(out, options).run();
+}
+
+}  // namespace
+
+void add_edit(Command root) {
+    auto options = std::make_shared<EditOptions>();
+    Command sub = root.command("edit", "Edit the configuration as text, and commit it",
+                               [options](Output &out) { return edit(out, *options); });
+    add_commit_options(sub, options->commit);
+    sub.flag("-y,--yes", options->yes, "Commit without asking, unless the change has errors");
+    sub.flag("--force", options->force, "Accept lists that name groups that do not exist (yet), and errors");
+    sub.footer(
+        "The editor is $VISUAL, $EDITOR, editor or vi; the text is that of \"show running-config\", with "
+        "sealed keys.\n"
+        "The differences and what \"lint\" would say of them are shown before the question. When the text is "
+        "wrong, the\n"
+        "editor starts again with the message on the line that begins with \"!!\". When another process has "
+        "changed\n"
+        "the configuration meanwhile, nothing is stored (exit status 1). A text that is not stored is kept, "
+        "and its file\n"
+        "named.\n"
+        "JSON, with --yes: {changed, commit, outside, confirm_until, lines as in \"aaactl diff\"}\n"
+        "Example: aaactl edit --confirm 10 -m 'New key of the first server'");
+}
+
+}  // namespace aaactl

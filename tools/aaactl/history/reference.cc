@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "history/reference.hpp"
+
+#include <algorithm>
+#include <charconv>
+
+#include "cli/suggestion.hpp"
+#include "store/watcher.hpp"
+
+namespace aaactl {
+namespace {
+
+std::optional<uint32_t> number_in(const std::string &word) {
+    uint32_t number = 0;
+    const auto [stop, error] = std::from_chars(word.data(), word.data() + word.size(), number);
+    return error == std::errc() && stop == word.data() + word.size() ? std::optional(number) : std::nullopt;
+}
+
+Failure missing(const history::Store &store, const std::string &word) {
+    const std::vector<history::Commit> commits = store.commits();
+    if (commits.empty()) {
+        return {ExitCode::not_found, "there is no commit yet; \"aaactl commit LABEL\" makes one"};
+    }
+    std::vector<std::string> labels;
+    for (const history::Commit &commit : commits) {
+        labels.push_back(commit.label);
+    }
+    return {ExitCode::not_found, "\"" + escaped(word) + "\" is no commit" + did_you_mean(word, labels) +
+                                     "; the commits are " + std::to_string(commits.front().number) + " to " +
+                                     std::to_string(commits.back().number) + ", see \"aaactl history\""};
+}
+
+}  // namespace
+
+history::Commit find_commit(const history::Store &store, const std::string &word) {
+    return with_history([&] {
+        const std::optional<uint32_t> number =
+            word == "last" ? std::optional(store.head().last) : number_in(word);
+        if (number) {
+            try {
+                return store.commit(*number);
+            } catch (const history::Error &error) {
+                if (error.why() != history::Error::Why::missing) {
+                    throw;
+                }
+                throw missing(store, word);
+            }
+        }
+        std::vector<history::Commit> commits = store.commits();
+        const auto found = std::find_if(commits.rbegin(), commits.rend(),
+                                        [&](const history::Commit &commit) { return commit.label == word; });
+        if (word.empty() || found == commits.rend()) {
+            throw missing(store, word);
+        }
+        return *found;
+    });
+}
+
+std::string Version::name() const {
+    return commit ? commit_text(*commit) : "the running configuration";
+}
+
+std::string Version::word() const {
+    return commit ? std::to_string(commit->number) : "running";
+}
+
+Version find_version(const history::Store &store, const std::string &word) {
+    return with_history([&] {
+        Version version;
+        if (word == "running") {
+            version.items = items_of(history::read_state(store.connection(), history::kConfiguration).items);
+        } else {
+            version.commit = find_commit(store, word);
+            version.items = items_of(store.items(*version.commit));
+        }
+        return version;
+    });
+}
+
+std::string author_text(const history::Commit &commit) {
+    const std::string place = commit.author.place();
+    return escaped(commit.author.name() + (place.empty() ? "" : " from " + place));
+}
+
+std::string kind_text(const history::Commit &commit) {
+    switch (commit.kind) {
+        case history::Kind::rollback:
+            return "rollback to " + std::to_string(commit.target);
+        case history::Kind::revert:
+            return "revert to " + std::to_string(commit.target);
+        case history::Kind::outside:
+            return "without a commit";
+        default:
+            return history::word_of(commit.kind);
+    }
+}
+
+Json commit_json(const history::Commit &commit) {
+    Json document = {{"commit", commit.number},
+                     {"time", commit.time},
+                     {"kind", history::word_of(commit.kind)},
+                     {"label", escaped(commit.label)},
+                     {"message", escaped(commit.message)},
+                     {"uid", commit.author.uid},
+                     {"user", escaped(commit.author.user)},
+                     {"login", escaped(commit.author.login)},
+                     {"from", escaped(commit.author.from)},
+                     {"terminal", escaped(commit.author.terminal)},
+                     {"items", commit.items},
+                     {"bytes", commit.bytes}};
+    if (commit.left_out != 0) {
+        document["left_out"] = commit.left_out;
+    }
+    if (commit.target != 0) {
+        document["target"] = commit.target;
+    }
+    if (commit.ending != history::Ending::none) {
+        document["minutes"] = commit.minutes;
+        document["confirmation"] = history::word_of(commit.ending);
+    }
+    if (commit.ended != 0) {
+        document["ended_by"] = escaped(commit.ended_by);
+        document["ended"] = commit.ended;
+    }
+    return document;
+}
+
+}  // namespace aaactl

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// show commit.
+
+#include <memory>
+
+#include "cli/commands.hpp"
+#include "history/reference.hpp"
+#include "running_config/shown.hpp"
+#include "store/watcher.hpp"
+
+namespace aaactl {
+namespace {
+
+// As comments, so that "load" takes the whole text.
+std::string heading(const history::Commit &commit) {
+    std::string text = "! " + commit_text(commit) + " of " + history::time_text(commit.time) + " by " +
+                       author_text(commit) + ": " + kind_text(commit) + "\n";
+    for (size_t at = 0; at < commit.message.size();) {
+        const size_t end = std::min(commit.message.find('\n', at), commit.message.size());
+        text += "!   " + escaped(commit.message.substr(at, end - at)) + "\n";
+        at = end + 1;
+    }
+    if (commit.ending != history::Ending::none) {
+        text += std::string("! ") + history::word_of(commit.ending) +
+                (commit.ended == 0
+                     ? std::string()
+                     : " by " + escaped(commit.ended_by) + " at " + history::time_text(commit.ended)) +
+                "\n";
+    }
+    return text;
+}
+
+ExitCode show(Output &out, const std::string &word) {
+    Database database(Database::Use::reading);
+    if (database.connection(kCfgTree) == 0) {
+        throw Failure(ExitCode::not_found, "there is no commit yet; \"aaactl commit LABEL\" makes one");
+    }
+    const history::Store store = store_of(database);
+    const history::Commit commit = find_commit(store, word);
+    const Items items = with_history([&] { return items_of(store.items(commit)); });
+    const Shown configuration = shown(out, items);
+    Json document = commit_json(commit);
+    document["lines"] = Json::array(lines_json(configuration.plain + std::string(kEnd) + "\n"));
+    document["masked"] = configuration.masked;
+    out.result(document, [&] { out.line((heading(commit) + "!\n" + configuration.text).append(kEnd)); });
+    note_masked(out, configuration.masked);
+    return ExitCode::ok;
+}
+
+}  // namespace
+
+void add_show_commit(Command show_group) {
+    auto word = std::make_shared<std::string>();
+    Command sub = show_group.command("commit", "Print the configuration that a commit recorded, as text",
+                                     [word](Output &out) { return show(out, *word); });
+    sub.option("REV", *word, kReferenceHelp).required();
+    sub.footer(
+        "The first lines are comments: who made the commit, when, from where and why. \"aaactl load\" takes "
+        "the text.\n"
+        "JSON: the members of one commit of \"aaactl history\", and {lines, masked} of \"show "
+        "running-config\"\n"
+        "Example: aaactl show commit before-upgrade >corp.conf");
+}
+
+}  // namespace aaactl

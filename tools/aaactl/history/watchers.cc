@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "history/watchers.hpp"
+
+#include "running_config/numbers.hpp"
+#include "store/presence.hpp"
+
+namespace aaactl {
+
+void note_left_out(Output &out, size_t count) {
+    if (count != 0) {
+        out.note("aaactl: items that cannot be read are not in the commit: " + std::to_string(count) +
+                 "; \"aaactl lint\" names them");
+    }
+}
+
+void note_no_watcher(Output &out, Database &database, const Recorded &recorded) {
+    if (recorded.deadline && !history::is_watched(database.connection(history::kPresenceTree))) {
+        out.note(
+            "aaactl: neither aaad nor \"aaactl watch-confirm\" runs, so nothing would go back; start one of "
+            "them");
+    }
+}
+
+void settle_numbers(Output &out, Database &database, const Items &before, const Items &after) {
+    const GroupChanges groups = group_changes(before, after);
+    Numbers numbers(database, groups);
+    try {
+        numbers.publish();
+    } catch (const Failure &failure) {  // the configuration is stored
+        out.note(std::string("aaactl: ") + failure.what() + "; the service publishes the number later");
+    }
+    numbers.settle(out);
+}
+
+}  // namespace aaactl
