@@ -1,0 +1,90 @@
+# SPDX-License-Identifier: Apache-2.0
+"""python3 -m aaautil decode: shows the contents of a message."""
+
+import argparse
+import json
+import os
+import sys
+from typing import List, NoReturn, Optional
+
+from . import messages
+
+# The exit statuses of aaactl.
+_USAGE, _BAD_INPUT, _NOT_FOUND, _FAILED = 2, 3, 4, 6
+
+
+class _Parser(argparse.ArgumentParser):
+    def error(self, message: str) -> NoReturn:
+        self.exit(_USAGE, f"{self.prog}: {message}; see {self.prog} --help\n")
+
+
+def _parser() -> argparse.ArgumentParser:
+    parser = _Parser(prog="python3 -m aaautil", description="Messages of the AAA service.")
+    commands = parser.add_subparsers(dest="command", required=True, metavar="COMMAND", parser_class=_Parser)
+    decode = commands.add_parser("decode", help="show the contents of a message", description=(
+        "Shows the contents of a message, from binary or hexadecimal input. A malformed message is shown as far as it can be read; "
+        "the exit status is 3 then. Secrets are masked unless --show-secrets."))
+    decode.add_argument("file", nargs="?", default="-", metavar="FILE", help="message, - for standard input (the default)")
+    decode.add_argument("--hex", metavar="DIGITS", help="the message as hexadecimal digits")
+    decode.add_argument("--kind", default="auto", choices=messages.kinds(), metavar="KIND",
+                        help="kind of message: " + ", ".join(messages.kinds()))
+    decode.add_argument("--input", default="auto", choices=("auto", "binary", "hex"), help="form of the input")
+    decode.add_argument("--json", action="store_true", help="print the document of aaactl --json decode, instead of text")
+    decode.add_argument("--show-secrets", action="store_true", help="show passwords and the like")
+    return parser
+
+
+def _input(options: argparse.Namespace) -> bytes:
+    if options.hex is not None:
+        return messages.unhex(options.hex)
+    if options.file == "-":
+        data = sys.stdin.buffer.read()
+    else:
+        with open(options.file, "rb") as file:
+            data = file.read()
+    if options.input == "hex" or (options.input == "auto" and messages.looks_like_text(data)):
+        return messages.unhex(data.decode("utf-8", "surrogateescape"))
+    return data
+
+
+def _decode(options: argparse.Namespace) -> int:
+    if options.hex is not None and options.file != "-":
+        sys.stderr.write("aaautil: --hex and FILE exclude each other\n")
+        return _USAGE
+    data = _input(options)
+    document = messages.decode(data, options.kind, options.show_secrets)
+    if options.json:
+        text = json.dumps(document, ensure_ascii=True, indent=2) + "\n"
+    else:
+        text = messages.to_text(data, options.kind, options.show_secrets)
+    sys.stdout.buffer.write(text.encode("utf-8", "replace"))
+    sys.stdout.flush()
+    fault = document.get("fault")
+    if fault is None:
+        return 0
+    sys.stderr.write(f"aaautil: malformed {document['kind']} at byte {fault['offset']} of {len(data)}: {fault['message']}\n")
+    return _BAD_INPUT
+
+
+def main(arguments: Optional[List[str]] = None) -> int:
+    """Runs a command and returns its exit status."""
+    options = _parser().parse_args(arguments)
+    try:
+        return _decode(options)
+    except FileNotFoundError as failure:
+        sys.stderr.write(f"aaautil: {failure.filename}: {failure.strerror}\n")
+        return _NOT_FOUND
+    except BrokenPipeError:
+        # Whoever read the output has gone; so does the rest of it.
+        os.dup2(os.open(os.devnull, os.O_WRONLY), 1)
+        return _FAILED
+    except OSError as failure:
+        sys.stderr.write(f"aaautil: {failure.filename or options.file}: {failure.strerror}\n")
+        return _FAILED if failure.filename is None else _BAD_INPUT
+    except ValueError as failure:
+        sys.stderr.write(f"aaautil: {failure}\n")
+        return _BAD_INPUT
+
+
+if __name__ == "__main__":
+    sys.exit(main())
