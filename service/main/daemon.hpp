@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "backends/local.hpp"
+#include "capture/capture.hpp"
 #include "config/keeper.hpp"
 #include "control/control.hpp"
 #include "groups/groups.hpp"
@@ -50,6 +51,7 @@ class Daemon {
     std::unique_ptr<Keeper> keeper_;
     std::unique_ptr<Workers> workers_;
     std::unique_ptr<Deciders> deciders_;
+    Capture capture_{loop_, trace_.names(), "aaad " AAA_VERSION};
     std::unique_ptr<Listener> listener_;
     std::unique_ptr<Monitor> monitor_;
     std::unique_ptr<Control> control_;
