@@ -40,6 +40,15 @@ std::optional<Address> Address::parse(std::string_view text, std::uint16_t port)
     return address;
 }
 
+Address Address::local_of(int socket) {
+    Address address;
+    address.size_ = sizeof address.storage_;
+    if (getsockname(socket, reinterpret_cast<sockaddr *>(&address.storage_), &address.size_) != 0) {
+        address = Address();
+    }
+    return address;
+}
+
 std::uint16_t Address::port() const {
     return ntohs(family() == AF_INET6 ? reinterpret_cast<const sockaddr_in6 *>(&storage_)->sin6_port
                                       : reinterpret_cast<const sockaddr_in *>(&storage_)->sin_port);

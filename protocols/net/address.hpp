@@ -19,6 +19,9 @@ class Address {
     // ("fe80::1%eth0").
     static std::optional<Address> parse(std::string_view text, std::uint16_t port);
 
+    // That of this side of a socket; without one, of no family.
+    static Address local_of(int socket);
+
     const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&storage_); }
     socklen_t size() const { return size_; }
     int family() const { return storage_.ss_family; }

@@ -27,6 +27,7 @@ inline constexpr Time kMicrosecond = 1000;
 inline constexpr Time kMillisecond = 1000 * kMicrosecond;
 inline constexpr Time kSecond = 1000 * kMillisecond;
 
+class Tap;
 class Timer;
 class Watch;
 
@@ -52,6 +53,10 @@ class Loop {
     // Has `work` called by the loop's thread, once, after what was posted before it. Safe
     // in any thread. What is posted to a loop that runs no more is destroyed with it.
     void post(std::function<void()> work);
+
+    // What the sockets of the loop's thread show their traffic to; null: nothing.
+    Tap *tap() const { return tap_; }
+    void set_tap(Tap *tap) { tap_ = tap; }
 
     // When the present round began: the same for everything that is done in it.
     Time now() const { return now_; }
@@ -89,6 +94,7 @@ class Loop {
     Descriptor epoll_;
     Descriptor wake_;
     std::atomic<bool> stopping_ = false;
+    Tap *tap_ = nullptr;
     Time now_;
     std::vector<Slot> slots_;
     std::vector<std::uint32_t> free_slots_;

@@ -15,6 +15,7 @@
 
 #include "net/device.hpp"
 #include "net/tls.hpp"
+#include "net/wire.hpp"
 
 namespace net {
 
@@ -28,10 +29,9 @@ constexpr int kReadsPerRound = 8;         // then other descriptors have their t
 class Stream::Impl : public std::enable_shared_from_this<Stream::Impl> {
   public:
     Impl(Loop &loop, TlsPeer peer, Calls calls)
-        : loop_(loop),
-          peer_(std::move(peer)),
-          calls_(std::move(calls)),
-          later_(loop, [this] { on_later(); }) {}
+        : loop_(loop), peer_(std::move(peer)), calls_(std::move(calls)), socket_(loop), later_(loop, [this] {
+              on_later();
+          }) {}
     ~Impl() { wipe_pending(); }
 
     void start(const Address &server, const std::optional<Address> &local, const std::string &device);
@@ -63,7 +63,7 @@ class Stream::Impl : public std::enable_shared_from_this<Stream::Impl> {
     TlsPeer peer_;
     Calls calls_;
     State state_ = State::kConnecting;
-    Descriptor socket_;
+    Wire socket_;
     std::unique_ptr<TlsSession> tls_;
     Watch watch_;
     Timer later_;
@@ -79,7 +79,7 @@ class Stream::Impl : public std::enable_shared_from_this<Stream::Impl> {
 
 void Stream::Impl::start(const Address &server, const std::optional<Address> &local,
                          const std::string &device) {
-    socket_ = Descriptor(socket(server.family(), SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    socket_.use(Descriptor(socket(server.family(), SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)), server);
     if (!socket_) {
         return fail_later(std::string("socket: ") + std::strerror(errno));
     }
@@ -109,7 +109,7 @@ void Stream::Impl::abandon() {
     later_.cancel();
     watch_.reset();
     tls_.reset();
-    socket_.reset();
+    socket_.close();
     wipe_pending();
 }
 
@@ -167,10 +167,11 @@ void Stream::Impl::on_tcp_connected() {
     if (error != 0) {
         return close(std::strerror(error));
     }
+    socket_.connected();
     if (peer_.context == nullptr) {
         return become_open();
     }
-    tls_ = std::make_unique<TlsSession>(peer_.context->context_, socket_.get(), peer_.name);
+    tls_ = std::make_unique<TlsSession>(peer_.context->context_, socket_, peer_.name);
     state_ = State::kAgreeing;
     agree();
 }
@@ -209,7 +210,7 @@ TlsSession::Result Stream::Impl::read_some(char *buffer, std::size_t &taken) {
         error_ = tls_->reason();
         return result;
     }
-    const ssize_t count = recv(socket_.get(), buffer, kReadSize, 0);
+    const ssize_t count = socket_.receive(buffer, kReadSize);
     taken = count > 0 ? static_cast<std::size_t>(count) : 0;
     if (count >= 0) {
         return count > 0 ? TlsSession::Result::kDone : TlsSession::Result::kEnded;
@@ -260,7 +261,7 @@ TlsSession::Result Stream::Impl::write_some(std::string_view bytes, std::size_t 
         error_ = tls_->reason();
         return result;
     }
-    const ssize_t count = ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    const ssize_t count = socket_.send(bytes);
     sent = count > 0 ? static_cast<std::size_t>(count) : 0;
     if (count >= 0) {
         return TlsSession::Result::kDone;

@@ -15,6 +15,7 @@
 #include "net/certificate_names.hpp"
 #include "net/revocation.hpp"
 #include "net/stream.hpp"
+#include "net/wire.hpp"
 
 namespace net {
 
@@ -37,13 +38,13 @@ std::string openssl_reason() {
 // OpenSSL's own way to write to a socket raises SIGPIPE when the server is gone, which ends
 // a process that does not ignore that signal.
 
-int socket_of(BIO *bio) {
-    return static_cast<int>(reinterpret_cast<std::intptr_t>(BIO_get_data(bio)));
+Wire &socket_of(BIO *bio) {
+    return *static_cast<Wire *>(BIO_get_data(bio));
 }
 
 int bio_write(BIO *bio, const char *bytes, int size) {
     BIO_clear_retry_flags(bio);
-    const ssize_t sent = send(socket_of(bio), bytes, static_cast<std::size_t>(size), MSG_NOSIGNAL);
+    const ssize_t sent = socket_of(bio).send({bytes, static_cast<std::size_t>(size)});
     if (sent < 0 && (errno == EAGAIN || errno == EINTR)) {
         BIO_set_retry_write(bio);
     }
@@ -52,7 +53,7 @@ int bio_write(BIO *bio, const char *bytes, int size) {
 
 int bio_read(BIO *bio, char *buffer, int size) {
     BIO_clear_retry_flags(bio);
-    const ssize_t taken = recv(socket_of(bio), buffer, static_cast<std::size_t>(size), 0);
+    const ssize_t taken = socket_of(bio).receive(buffer, static_cast<std::size_t>(size));
     if (taken < 0 && (errno == EAGAIN || errno == EINTR)) {
         BIO_set_retry_read(bio);
     } else if (taken == 0) {
@@ -143,6 +144,7 @@ std::shared_ptr<const TlsContext> TlsContext::make(const TlsSettings &settings, 
     if (!load(context, settings, error)) {
         return nullptr;
     }
+    TlsSession::show_keys(context);
     return made;
 }
 
@@ -152,8 +154,8 @@ TlsContext::~TlsContext() {
 
 // ---- a session ----------------------------------------------------------------------------
 
-TlsSession::TlsSession(ssl_ctx_st *context, int socket, const std::string &name)
-    : ssl_(nullptr), name_(name) {
+TlsSession::TlsSession(ssl_ctx_st *context, Wire &socket, const std::string &name)
+    : socket_(socket), ssl_(nullptr), name_(name) {
     ERR_clear_error();
     if (name.empty() || name.find('\0') != std::string::npos) {
         reason_ = "there is no name to check the server's certificate with";
@@ -168,7 +170,7 @@ TlsSession::TlsSession(ssl_ctx_st *context, int socket, const std::string &name)
         reason_ = "TLS: " + openssl_reason();
         return;
     }
-    BIO_set_data(bio, reinterpret_cast<void *>(std::intptr_t{socket}));
+    BIO_set_data(bio, &socket);
     BIO_set_init(bio, 1);
     SSL_set_bio(ssl_, bio, bio);
     SSL_set_hostflags(ssl_, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
@@ -185,6 +187,15 @@ TlsSession::TlsSession(ssl_ctx_st *context, int socket, const std::string &name)
     SSL_set_connect_state(ssl_);
     SSL_set_app_data(ssl_, this);
     SSL_set_verify(ssl_, SSL_VERIFY_PEER, on_verified);
+}
+
+void TlsSession::show_keys(ssl_ctx_st *context) {
+    SSL_CTX_set_keylog_callback(context, [](const SSL *ssl, const char *line) {
+        const auto *self = static_cast<const TlsSession *>(SSL_get_app_data(ssl));
+        if (Tap *const tap = self != nullptr ? self->socket_.loop().tap() : nullptr; tap != nullptr) {
+            tap->tls_key(line);
+        }
+    });
 }
 
 TlsSession::~TlsSession() {

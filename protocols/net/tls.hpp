@@ -13,13 +13,15 @@ struct x509_store_ctx_st;
 
 namespace net {
 
+class Wire;
+
 class TlsSession {
   public:
     // What a step came to. After kFailed, reason() says why, and the session is of no more use.
     enum class Result { kDone, kWantRead, kWantWrite, kEnded, kFailed };
 
     // The socket stays the caller's. Without memory the first step fails.
-    TlsSession(ssl_ctx_st *context, int socket, const std::string &name);
+    TlsSession(ssl_ctx_st *context, Wire &socket, const std::string &name);
     ~TlsSession();
     TlsSession(const TlsSession &) = delete;
     TlsSession &operator=(const TlsSession &) = delete;
@@ -31,6 +33,8 @@ class TlsSession {
     // Sends all the bytes, as one record as long as they have no more than 16384. After
     // kWantRead and kWantWrite it must be called again with the same bytes.
     Result write(std::string_view bytes);
+    // Has new sessions of a context show their keys to the taps of their loops.
+    static void show_keys(ssl_ctx_st *context);
     // Tells the server that nothing more will be sent.
     void shut_down();
 
@@ -43,6 +47,7 @@ class TlsSession {
     const char *oldest_version() const;
     std::string guess() const;
 
+    Wire &socket_;
     ssl_st *ssl_;
     bool connected_ = false;
     bool received_ = false;  // something, after TLS was agreed on

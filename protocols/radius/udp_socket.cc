@@ -27,8 +27,8 @@ std::string without_port(const net::Address &address) {
 
 }  // namespace
 
-UdpSocket::UdpSocket(net::Descriptor descriptor, Calls calls)
-    : descriptor_(std::move(descriptor)), calls_(std::move(calls)) {}
+UdpSocket::UdpSocket(net::Loop &loop, net::Descriptor descriptor, const net::Address &server, Calls calls)
+    : loop_(loop), server_(server), descriptor_(std::move(descriptor)), calls_(std::move(calls)) {}
 
 std::unique_ptr<UdpSocket> UdpSocket::open(net::Loop &loop, const ServerSettings &settings, Calls calls,
                                            std::string &error, bool &unreachable) {
@@ -53,7 +53,8 @@ std::unique_ptr<UdpSocket> UdpSocket::open(net::Loop &loop, const ServerSettings
     if (connect(descriptor.get(), settings.address.get(), settings.address.size()) != 0) {
         return failure("requests cannot be sent to " + settings.address.text());
     }
-    std::unique_ptr<UdpSocket> made(new UdpSocket(std::move(descriptor), std::move(calls)));
+    std::unique_ptr<UdpSocket> made(
+        new UdpSocket(loop, std::move(descriptor), settings.address, std::move(calls)));
     made->watch_ = net::Watch(loop, made->descriptor_.get(), EPOLLIN,
                               [socket = made.get()](std::uint32_t) { socket->readable(); });
     if (!made->watch_.usable()) {
@@ -62,8 +63,15 @@ std::unique_ptr<UdpSocket> UdpSocket::open(net::Loop &loop, const ServerSettings
     return made;
 }
 
+void UdpSocket::show(net::Tap::Way way, std::string_view bytes) const {
+    if (loop_.tap() != nullptr) {
+        loop_.tap()->datagram({net::Address::local_of(descriptor_.get()), server_}, way, bytes);
+    }
+}
+
 int UdpSocket::send(std::string_view bytes) {
     if (::send(descriptor_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0) {
+        show(net::Tap::Way::kSent, bytes);
         return 0;
     }
     switch (errno) {
@@ -97,6 +105,7 @@ void UdpSocket::readable() {
     for (int i = 0; i < kPacketsPerRound; ++i) {
         const ssize_t length = recv(descriptor_.get(), buffer.data(), buffer.size(), 0);
         if (length >= 0) {
+            show(net::Tap::Way::kReceived, {buffer.data(), static_cast<std::size_t>(length)});
             calls_.received(*this, {buffer.data(), static_cast<std::size_t>(length)});
         } else if (is_of_network(errno)) {
             calls_.failed(*this, errno);

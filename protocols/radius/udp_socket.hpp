@@ -11,6 +11,7 @@
 
 #include "net/descriptor.hpp"
 #include "net/loop.hpp"
+#include "net/tap.hpp"
 #include "radius/exchange.hpp"
 
 namespace radius {
@@ -37,9 +38,12 @@ class UdpSocket : public Channel {
     static bool is_of_network(int error);
 
   private:
-    UdpSocket(net::Descriptor descriptor, Calls calls);
+    UdpSocket(net::Loop &loop, net::Descriptor descriptor, const net::Address &server, Calls calls);
     void readable();
+    void show(net::Tap::Way way, std::string_view bytes) const;
 
+    net::Loop &loop_;
+    const net::Address server_;
     net::Descriptor descriptor_;
     Calls calls_;
     net::Watch watch_;

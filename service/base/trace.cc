@@ -126,6 +126,18 @@ std::string command_for_trace(const std::string &command) {
     return shown;
 }
 
+std::string text_without_credentials(const std::string &text) {
+    constexpr const char *kBlanks = " \t\r\n";
+    std::string shown;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find_first_of(kBlanks, at), text.size());
+        const std::size_t next = std::min(text.find_first_not_of(kBlanks, end), text.size());
+        shown += without_credentials(text.substr(at, end - at)) + text.substr(end, next - end);
+        at = next;
+    }
+    return shown;
+}
+
 std::string event_text(const TraceEvent &event) {
     std::string text = event.outcome;
     if (event.duration >= 0) {

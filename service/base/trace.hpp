@@ -77,6 +77,9 @@ struct TraceEvent {
 // and the like.
 std::string command_for_trace(const std::string &command);
 
+// A text, each "user:password@" of an address in it as "***@".
+std::string text_without_credentials(const std::string &text);
+
 // "no answer after 2001.3 ms in 2 tries: no reply; the next is local": all that an event tells
 // besides its subject.
 std::string event_text(const TraceEvent &event);

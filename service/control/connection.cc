@@ -4,6 +4,7 @@
 
 #include <sys/epoll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -53,8 +54,8 @@ void ControlConnection::on_events(std::uint32_t events) {
     }
 }
 
-void ControlConnection::on_trace() {
-    if (follower_ == nullptr || out_.size() >= kMostBuffered) {
+void ControlConnection::on_news() {
+    if ((follower_ == nullptr && capture_ == nullptr) || out_.size() >= kMostBuffered) {
         return;
     }
     if (write_some()) {
@@ -73,6 +74,9 @@ bool ControlConnection::read_some() {
     }
     if (got == 0) {
         reads_ = false;  // it may still read what it has asked for
+        if (capture_ != nullptr) {
+            capture_->finish();
+        }
         return true;
     }
     in_.append(bytes, static_cast<std::size_t>(got));
@@ -100,6 +104,9 @@ void ControlConnection::take_lines() {
 
 void ControlConnection::handle(std::string_view line) {
     using Kind = ControlRequest::Kind;
+    if (capture_ != nullptr) {
+        return;  // a line of JSON among the blocks would end the capture
+    }
     std::string error;
     auto request = read_control_request(line, error);
     if (!request) {
@@ -123,6 +130,9 @@ void ControlConnection::handle(std::string_view line) {
         case Kind::kTrace:
             start_trace(*std::move(request));
             break;
+        case Kind::kCapture:
+            start_capture(*request);
+            break;
     }
 }
 
@@ -133,14 +143,55 @@ void ControlConnection::start_trace(ControlRequest request) {
                                                 net::Loop::clock());
 }
 
+// Whoever reads the control socket has been looked at; what deciphers passwords is root's, as the files
+// of keys are.
+void ControlConnection::start_capture(const ControlRequest &request) {
+    if ((request.secrets || request.servers || request.keys) && peer_.uid != 0 && peer_.uid != geteuid()) {
+        out_ += error_line("not-allowed", "only root may capture secrets, the traffic with servers and keys");
+        return;
+    }
+    if (host_.sources.capture.readers() >= Capture::kMostReaders) {
+        out_ += error_line("too-many", "too many captures run already; end one, and try again");
+        return;
+    }
+    CaptureOptions options{request.user, request.secrets, request.servers, request.keys};
+    log(request.secrets || request.keys ? Level::kWarning : Level::kNotice, "CAPTURE",
+        "client %d of user %u captures messages%s%s%s", peer_.pid, peer_.uid,
+        request.secrets ? " with their secrets" : "", request.servers ? ", traffic with servers" : "",
+        request.keys ? ", the keys of servers" : "");
+    follower_.reset();
+    out_ += capture_line(options);
+    capture_ = std::make_unique<CaptureReader>(host_.sources.capture, std::move(options));
+}
+
+void ControlConnection::end_capture() {
+    if (capture_ != nullptr) {
+        capture_->finish();
+        on_news();
+    }
+}
+
+void ControlConnection::append_new() {
+    if (follower_ != nullptr) {
+        follower_->append_to(out_, kMostBuffered);
+        if (follower_->has_ended()) {
+            follower_.reset();
+        }
+    }
+    if (capture_ != nullptr) {
+        capture_->append_to(out_, kMostBuffered);
+        if (capture_->has_ended()) {
+            log(Level::kNotice, "CAPTURE", "the capture of client %d of user %u has ended", peer_.pid,
+                peer_.uid);
+            capture_.reset();
+            reads_ = false;
+        }
+    }
+}
+
 bool ControlConnection::write_some() {
     for (;;) {
-        if (follower_ != nullptr) {
-            follower_->append_to(out_, kMostBuffered);
-            if (follower_->has_ended()) {
-                follower_.reset();
-            }
-        }
+        append_new();
         if (out_.empty()) {
             return !is_done();
         }
@@ -155,13 +206,13 @@ bool ControlConnection::write_some() {
 }
 
 bool ControlConnection::is_done() const {
-    return !reads_ && follower_ == nullptr;
+    return !reads_ && follower_ == nullptr && capture_ == nullptr;
 }
 
 void ControlConnection::wait_for_events() {
     const bool reads = reads_ && out_.size() < kMostBuffered && in_.size() <= kMostRequest;
     watch_.want((reads ? EPOLLIN : 0u) | (out_.empty() ? 0u : EPOLLOUT));
-    if (out_.empty() && follower_ != nullptr) {
+    if (out_.empty() && (follower_ != nullptr || capture_ != nullptr)) {
         patience_.cancel();  // a user who is watched may be quiet for days
     } else if (!patience_.is_set()) {
         patience_.set(host_.sources.loop.now() + kPatience);

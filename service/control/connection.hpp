@@ -31,8 +31,10 @@ class ControlConnection {
 
     bool usable() const { return watch_.usable(); }
     const Peer &peer() const { return peer_; }
-    // There are new events. The connection may be gone when it returns.
-    void on_trace();
+    // There are new events or frames. The connection may be gone when it returns.
+    void on_news();
+    // The service ends: a capture gets its end, as far as it can be sent at once.
+    void end_capture();
 
   private:
     void give_up();
@@ -41,6 +43,8 @@ class ControlConnection {
     void take_lines();
     void handle(std::string_view line);
     void start_trace(ControlRequest request);
+    void start_capture(const ControlRequest &request);
+    void append_new();
     // False when the connection is over.
     bool write_some();
     bool is_done() const;
@@ -53,6 +57,7 @@ class ControlConnection {
     net::Timer patience_;
     std::string in_, out_;
     std::unique_ptr<TraceFollower> follower_;
+    std::unique_ptr<CaptureReader> capture_;
     bool reads_ = true;  // false after its end, and after a request that is too long
 };
 

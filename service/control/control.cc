@@ -56,21 +56,17 @@ Control::Control(ControlSources sources, Trace &trace)
       host_{sources_, [this] { return connections_.size(); },
             [this](ControlConnection *connection) { remove(connection); }},
       retry_(sources_.loop, [this] { watch_.want(EPOLLIN); }) {
-    follower_ = trace_.follow([this](const TraceEvent &) {
-        // A round of the loop makes many events; its clients are served once.
-        if (!connections_.empty() && !std::exchange(is_told_, true)) {
-            sources_.loop.post([this, alive = std::weak_ptr<int>(alive_)] {
-                if (alive.lock()) {
-                    show_events();
-                }
-            });
-        }
-    });
+    follower_ = trace_.follow([this](const TraceEvent &) { show_soon(); });
+    sources_.capture.on_frames([this] { show_soon(); });
 }
 
 Control::~Control() {
     trace_.unfollow(follower_);
+    sources_.capture.on_frames({});
     show_events();  // the last ones, as far as they can be sent at once
+    for (ControlConnection *connection : present()) {
+        connection->end_capture();
+    }
     if (socket_ && can_be_found()) {
         unlink(path_.c_str());
     }
@@ -197,15 +193,30 @@ bool Control::accept_one() {
     return true;
 }
 
+// A round of the loop makes many events and frames; the clients are served once.
+void Control::show_soon() {
+    if (!connections_.empty() && !std::exchange(is_told_, true)) {
+        sources_.loop.post([this, alive = std::weak_ptr<int>(alive_)] {
+            if (alive.lock()) {
+                show_events();
+            }
+        });
+    }
+}
+
+std::vector<ControlConnection *> Control::present() const {
+    std::vector<ControlConnection *> all;
+    all.reserve(connections_.size());
+    for (const auto &[key, connection] : connections_) {
+        all.push_back(key);
+    }
+    return all;
+}
+
 void Control::show_events() {
     is_told_ = false;
-    std::vector<ControlConnection *> present;
-    present.reserve(connections_.size());
-    for (const auto &[key, connection] : connections_) {
-        present.push_back(key);
-    }
-    for (ControlConnection *connection : present) {
-        connection->on_trace();  // which removes no other one
+    for (ControlConnection *connection : present()) {
+        connection->on_news();  // which removes no other one
     }
 }
 

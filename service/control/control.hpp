@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "control/connection.hpp"
 #include "control/replies.hpp"
@@ -42,7 +43,9 @@ class Control {
     // Why a peer is turned away, as a line for it; empty when it is not.
     std::string refusal(const Peer &peer) const;
     bool may_ask(const Peer &peer) const;
+    void show_soon();
     void show_events();
+    std::vector<ControlConnection *> present() const;
     void remove(ControlConnection *connection);
 
     ControlSources sources_;

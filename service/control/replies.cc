@@ -190,6 +190,16 @@ std::string figures_line(const ControlSources &sources, ControlRequest::Kind kin
     return out.end().line();
 }
 
+std::string capture_line(const CaptureOptions &options) {
+    return reply("capture")
+        .number("pid", getpid())
+        .truth("secrets", options.secrets)
+        .truth("servers", options.servers)
+        .truth("keys", options.keys)
+        .end()
+        .line();
+}
+
 std::string trace_line(const ControlSources &sources) {
     JsonWriter out = reply("trace");
     out.number("pid", getpid());

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/trace.hpp"
+#include "capture/capture.hpp"
 #include "config/alarms.hpp"
 #include "config/snapshot.hpp"
 #include "control/json.hpp"
@@ -27,6 +28,7 @@ struct ControlSources {
     net::Loop &loop;
     const Trace &trace;
     const Groups &groups;
+    Capture &capture;
     std::function<SnapshotPtr()> snapshot;
     std::function<std::size_t()> clients;
     std::string version;
@@ -40,6 +42,9 @@ struct ControlSources {
 std::string status_line(const ControlSources &sources, std::size_t control_clients);
 std::string servers_line(const ControlSources &sources);
 std::string figures_line(const ControlSources &sources, ControlRequest::Kind kind);
+
+// Of a capture: its beginning. Blocks of pcapng follow.
+std::string capture_line(const CaptureOptions &options);
 
 // Of a trace: its beginning, a step, steps that were lost, its end when it is not live.
 std::string trace_line(const ControlSources &sources);

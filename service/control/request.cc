@@ -14,7 +14,8 @@ namespace {
 
 using Kind = ControlRequest::Kind;
 
-constexpr Kind kKinds[] = {Kind::kStatus, Kind::kServers, Kind::kSessions, Kind::kAccounting, Kind::kTrace};
+constexpr Kind kKinds[] = {Kind::kStatus,     Kind::kServers, Kind::kSessions,
+                           Kind::kAccounting, Kind::kTrace,   Kind::kCapture};
 
 std::optional<LoginId> read_id(const std::string &text) {
     if (text.empty() || text.size() > 16 ||
@@ -63,14 +64,14 @@ bool take_kind(const JsonMember &member, Kind &field, std::string &error) {
     const auto found = std::find_if(std::begin(kKinds), std::end(kKinds),
                                     [&](Kind kind) { return word == request_word(kind); });
     if (found == std::end(kKinds)) {
-        error = "there is no such request; use status, servers, sessions, accounting or trace";
+        error = "there is no such request; use status, servers, sessions, accounting, trace or capture";
         return false;
     }
     field = *found;
     return true;
 }
 
-bool take_member(const JsonMember &member, ControlRequest &request, std::string &error) {
+bool take_of_trace(const JsonMember &member, ControlRequest &request, std::string &error) {
     if (member.name == "user") {
         return take<std::string>(member, request.user, error);
     }
@@ -94,6 +95,44 @@ bool take_member(const JsonMember &member, ControlRequest &request, std::string 
     return false;
 }
 
+bool take_of_capture(const JsonMember &member, ControlRequest &request, std::string &error) {
+    if (member.name == "user") {
+        return take<std::string>(member, request.user, error);
+    }
+    if (member.name == "secrets") {
+        return take<bool>(member, request.secrets, error);
+    }
+    if (member.name == "servers") {
+        return take<bool>(member, request.servers, error);
+    }
+    if (member.name == "keys") {
+        return take<bool>(member, request.keys, error);
+    }
+    error = "a member is not known; a capture has user, secrets, servers and keys";
+    return false;
+}
+
+bool take_member(const JsonMember &member, ControlRequest &request, std::string &error) {
+    switch (request.kind) {
+        case Kind::kTrace:
+            return take_of_trace(member, request, error);
+        case Kind::kCapture:
+            return take_of_capture(member, request, error);
+        default:
+            error = "only a trace and a capture have further members";
+            return false;
+    }
+}
+
+// What a packet to a server says of the user is for the server to read.
+std::string contradiction(const ControlRequest &request) {
+    if (request.keys && !request.servers) {
+        return "keys are those of servers: ask for servers too";
+    }
+    return request.servers && request.user ? "packets of servers cannot be chosen by user: leave out the user"
+                                           : "";
+}
+
 }  // namespace
 
 const char *request_word(Kind kind) {
@@ -108,6 +147,8 @@ const char *request_word(Kind kind) {
             return "accounting";
         case Kind::kTrace:
             return "trace";
+        case Kind::kCapture:
+            return "capture";
     }
     return "?";
 }
@@ -119,25 +160,26 @@ std::optional<ControlRequest> read_control_request(std::string_view line, std::s
     }
     ControlRequest request;
     bool has_kind = false;
-    bool has_filter = false;
+    // The kind decides what the others may be, wherever it is.
     for (const JsonMember &member : *members) {
-        bool is_good = false;
         if (member.name == "request") {
-            has_kind = is_good = take_kind(member, request.kind, error);
-        } else if (member.name == "version") {
-            is_good = take_version(member, error);
-        } else {
-            has_filter = is_good = take_member(member, request, error);
-        }
-        if (!is_good) {
-            return std::nullopt;
+            has_kind = true;
+            if (!take_kind(member, request.kind, error)) {
+                return std::nullopt;
+            }
         }
     }
     if (!has_kind) {
         error = "the member \"request\" is missing";
-    } else if (has_filter && request.kind != Kind::kTrace) {
-        error = "only a trace has further members";
+        return std::nullopt;
     }
+    for (const JsonMember &member : *members) {
+        if (member.name != "request" &&
+            !(member.name == "version" ? take_version(member, error) : take_member(member, request, error))) {
+            return std::nullopt;
+        }
+    }
+    error = contradiction(request);
     return error.empty() ? std::optional(std::move(request)) : std::nullopt;
 }
 

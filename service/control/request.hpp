@@ -17,16 +17,18 @@ namespace service {
 inline constexpr std::uint64_t kControlVersion = 1;
 
 struct ControlRequest {
-    enum class Kind : std::uint8_t { kStatus, kServers, kSessions, kAccounting, kTrace };
+    enum class Kind : std::uint8_t { kStatus, kServers, kSessions, kAccounting, kTrace, kCapture };
 
     Kind kind = Kind::kStatus;
+    std::optional<std::string> user;  // of a trace and a capture
     // Of a trace: which events.
-    std::optional<std::string> user;
     std::optional<LoginId> id;
     bool mine = false;                     // of requests of the process that asks for the trace
     std::optional<std::uint64_t> after;    // kept events with a higher number
     std::optional<std::uint64_t> seconds;  // kept events of so many seconds
     bool live = true;                      // goes on with new events
+    // Of a capture: what it holds besides messages without their secrets.
+    bool secrets = false, servers = false, keys = false;
 };
 const char *request_word(ControlRequest::Kind kind);
 

@@ -74,7 +74,8 @@ Connection::Connection(ConnectionHost &host, Transport client, Peer peer)
       peer_(std::move(peer)),
       watch_(host.deciders().loop, aaa_transport_descriptor(client_.get()), EPOLLIN,
              [this](std::uint32_t events) { on_events(events); }),
-      idle_(host.deciders().loop, [this] { host_.remove(this); }) {
+      idle_(host.deciders().loop, [this] { host_.remove(this); }),
+      number_(host.capture().new_connection()) {
     aaa_transport_login_of(client_.get(), &client_login_);
     wait_for_message();
 }
@@ -146,11 +147,17 @@ void Connection::begin_work() {
     idle_.cancel();
     watch_.want(0);
     request_ = std::make_shared<Request>();
+    request_->tap = this;
+    ++exchange_;
     alive_ = std::make_shared<int>();
 }
 
 void Connection::handle(const aaa_transport_msg_t &message) {
     *request_ = read_request(message);
+    request_->tap = this;
+    if (is_on()) {
+        capture_request({reinterpret_cast<const char *>(message.u.bytes), message.len});
+    }
     if (request_->fault != AAA_OK) {
         answer_error(request_->fault);
         return;
@@ -166,6 +173,30 @@ void Connection::handle(const aaa_transport_msg_t &message) {
         }
         finish(send_plain(client_.get(), *request_));
     }
+}
+
+bool Connection::is_on() const {
+    return host_.capture().is_on();
+}
+
+// Clients that go on with a login need not name its user again.
+void Connection::capture_request(std::string_view bytes) {
+    if (std::string name = text_in(request_->list.get(), AAA_USERNAME_ATTR).value_or(""); !name.empty()) {
+        named_user_ = std::move(name);
+    }
+    const bool is_readable = request_->fault == AAA_OK;
+    capture(false, {bytes, is_readable ? request_->head.list_at : 0, is_readable});
+}
+
+void Connection::sent(std::string_view bytes, std::size_t list_at) {
+    capture(true, {bytes, list_at, true});
+}
+
+void Connection::capture(bool is_answer, const WireMessage &message) {
+    const LoginId id = id_ == 0 && client_login_ != 0 ? login_id(peer_.uid, client_login_) : id_;
+    const std::uint32_t type = request_->fault == AAA_OK ? request_->head.type : UINT32_MAX;
+    host_.capture().add(
+        {is_answer, peer_.pid, peer_.uid, peer_.gid, number_, exchange_, type, id, named_user_, message});
 }
 
 // The user has left, or the program serves another one now.

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "aaa/transport.h"
+#include "capture/capture.hpp"
 #include "decision/decision.hpp"
 #include "listener/access.hpp"
 #include "listener/message.hpp"
@@ -30,6 +31,7 @@ class ConnectionHost {
   public:
     virtual ~ConnectionHost() = default;
     virtual const Deciders &deciders() const = 0;
+    virtual Capture &capture() = 0;
     virtual const SnapshotPtr &snapshot() const = 0;
     virtual UserNames &user_names() = 0;
     virtual aaa_transport_msg_t &buffer() = 0;  // for one message at a time
@@ -42,10 +44,10 @@ class ConnectionHost {
     virtual void remove(Connection *connection) = 0;
 };
 
-class Connection {
+class Connection : private AnswerTap {
   public:
     Connection(ConnectionHost &host, Transport client, Peer peer);
-    ~Connection();
+    ~Connection() override;
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
 
@@ -60,6 +62,12 @@ class Connection {
     net::Time idle_since() const { return idle_since_; }
 
   private:
+    // Of its answers.
+    bool is_on() const override;
+    void sent(std::string_view bytes, std::size_t list_at) override;
+    void capture_request(std::string_view bytes);
+    void capture(bool is_answer, const WireMessage &message);
+
     void on_events(std::uint32_t events);
     void serve();
     void handle(const aaa_transport_msg_t &message);
@@ -89,6 +97,9 @@ class Connection {
     std::uint32_t client_login_ = 0;  // the number that the client gives its login; 0: none
     std::uint64_t login_ = 0;
     LoginId id_ = 0;
+    std::uint64_t number_;        // of the connection, for captures
+    std::uint32_t exchange_ = 0;  // of the request under way, from 1
+    std::string named_user_;      // by the latest request that names one
 
     std::shared_ptr<Request> request_;  // under way
     std::unique_ptr<Decision> decision_;

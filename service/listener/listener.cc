@@ -55,8 +55,9 @@ std::size_t descriptors() {
 
 }  // namespace
 
-Listener::Listener(const Deciders &deciders, Configure configure)
+Listener::Listener(const Deciders &deciders, Capture &capture, Configure configure)
     : deciders_(deciders),
+      capture_(capture),
       configure_(std::move(configure)),
       user_names_(deciders.loop, deciders.workers),
       buffer_(std::make_unique<aaa_transport_msg_t>()),

@@ -28,7 +28,7 @@ class Listener : private ConnectionHost {
     // loop's thread.
     using Configure = std::function<void(const Request &, std::function<void(cerrno)>)>;
 
-    Listener(const Deciders &deciders, Configure configure);
+    Listener(const Deciders &deciders, Capture &capture, Configure configure);
     ~Listener() override;
     Listener(const Listener &) = delete;
     Listener &operator=(const Listener &) = delete;
@@ -50,6 +50,7 @@ class Listener : private ConnectionHost {
   private:
     // For the connections.
     const Deciders &deciders() const override { return deciders_; }
+    Capture &capture() override { return capture_; }
     const SnapshotPtr &snapshot() const override { return snapshot_; }
     UserNames &user_names() override { return user_names_; }
     aaa_transport_msg_t &buffer() override { return *buffer_; }
@@ -68,6 +69,7 @@ class Listener : private ConnectionHost {
     bool make_room(const Peer &peer);
 
     const Deciders deciders_;
+    Capture &capture_;
     Configure configure_;
     UserNames user_names_;
     SnapshotPtr snapshot_;

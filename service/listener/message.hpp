@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 #include "aaa/messages.h"
 #include "aaa/transport.h"
@@ -15,11 +16,23 @@
 
 namespace service {
 
+// Sees the bytes of answers that were sent.
+class AnswerTap {
+  public:
+    virtual ~AnswerTap() = default;
+    virtual bool is_on() const = 0;
+    // `list_at` is where a packed list begins, 0 without one.
+    virtual void sent(std::string_view bytes, std::size_t list_at) = 0;
+
+    std::uint32_t classic_answers = 0;  // of the connection, this one included
+};
+
 // A received request.
 struct Request {
     aaa_transport_head_t head{};
     cerrno fault = 0;  // not 0: the request cannot be read, and this is the answer
     std::shared_ptr<avlist> list;
+    AnswerTap *tap = nullptr;  // of its answer; lives as long as the client is connected
 
     bool is_session() const { return head.kind == AAA_TRANSPORT_SESSION; }
 };

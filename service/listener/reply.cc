@@ -3,10 +3,12 @@
 // Composing and sending answers.
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "aaa/accessors.h"
 #include "aaa/checked.h"
@@ -38,15 +40,65 @@ struct Composed {
     Composed &operator=(const Composed &) = delete;
 };
 
-cerrno send_composed(aaa_transport_t *client, const Request &request, bool session,
-                     const Composed &composed) {
+// The answer as the transport sends it.
+std::string bytes_of_classic(const Composed &composed, std::uint32_t number) {
+    std::string bytes;
+    for (std::uint32_t i = 0; i < composed.count; ++i) {
+        bytes.append(static_cast<const char *>(composed.reply[i].base), composed.reply[i].len);
+    }
+    const std::uint32_t fields[5] = {AAA_TRANSPORT_MAGIC, static_cast<std::uint32_t>(bytes.size()), number,
+                                     static_cast<std::uint32_t>(getpid()), 0};
+    static_assert(sizeof fields == AAA_TRANSPORT_FIELDS);
+    std::memcpy(bytes.data(), fields, sizeof fields);
+    return bytes;
+}
+
+std::string bytes_of_packet(const void *packet, std::size_t size) {
+    std::string bytes(static_cast<const char *>(packet), size);
+    avlist *list = nullptr;
+    static_assert(sizeof(aaa_sess_hdr_t::list) == sizeof list);
+    std::memcpy(&list, bytes.data() + offsetof(aaa_sess_hdr_t, list), sizeof list);
+    std::memset(bytes.data() + offsetof(aaa_sess_hdr_t, list), 0, sizeof list);
+    avlist *copy = nullptr;  // packing turns a list into something that no one else can use
+    if (list != nullptr && aaa_avpair_copy_list(list, nullptr, &copy) == AAA_OK) {
+        const AvList owner(copy);
+        auto length = static_cast<std::uint32_t>(AAA_TRANSPORT_MAX - size);
+        const auto packed = std::make_unique_for_overwrite<char[]>(length);
+        if (aaa_avpair_pack_msg_to_buf(copy, packed.get(), &length) == AAA_OK) {
+            bytes.append(packed.get(), length);
+        }
+    }
+    return bytes;
+}
+
+cerrno send_packet(aaa_transport_t *client, const Request &request, void *packet, std::size_t size) {
+    // Sending releases the list of the packet.
+    const bool is_seen = request.tap != nullptr && request.tap->is_on();
+    const std::string bytes = is_seen ? bytes_of_packet(packet, size) : "";
+    const cerrno rc = aaa_transport_send_packet(client, packet, size, AAA_TRANSPORT_NOW);
+    if (rc == AAA_OK && is_seen) {
+        request.tap->sent(bytes, bytes.size() > size ? size : 0);
+    }
+    return rc;
+}
+
+cerrno send_composed(aaa_transport_t *client, const Request &request, bool session, const Composed &composed,
+                     bool has_list = false) {
     if (composed.reply == nullptr) {
         return AAA_ERR_NOMEM;
     }
-    return session
-               ? aaa_transport_send_packet(client, composed.reply,
-                                           aaa_transport_response_size(request.head.type), AAA_TRANSPORT_NOW)
-               : aaa_transport_send(client, composed.reply, composed.count, AAA_TRANSPORT_NOW);
+    if (session) {
+        return send_packet(client, request, composed.reply, aaa_transport_response_size(request.head.type));
+    }
+    const cerrno rc = aaa_transport_send(client, composed.reply, composed.count, AAA_TRANSPORT_NOW);
+    if (request.tap != nullptr) {
+        ++request.tap->classic_answers;
+        if (rc == AAA_OK && request.tap->is_on()) {
+            request.tap->sent(bytes_of_classic(composed, request.tap->classic_answers),
+                              has_list ? composed.reply[0].len : 0);
+        }
+    }
+    return rc;
 }
 
 bool add_text(avlist *list, std::uint32_t type, const std::string &text) {
@@ -123,7 +175,7 @@ cerrno send_list(aaa_transport_t *client, const Request &request, Function funct
     if (rc != AAA_OK || composed.reply == nullptr) {
         return send_error(client, request, rc != AAA_OK ? rc : AAA_ERR_NOMEM);
     }
-    return send_composed(client, request, session, composed);
+    return send_composed(client, request, session, composed, true);
 }
 
 }  // namespace

@@ -78,6 +78,7 @@ bool Daemon::watch_signals() {
 
 void Daemon::take(SnapshotPtr snapshot) {
     present_ = std::move(snapshot);
+    capture_.use(present_);
     if (listener_ != nullptr) {  // otherwise it is the first
         groups_.use(*present_);
         recorder_.use(present_);
@@ -115,7 +116,7 @@ int Daemon::run() {
                  [this](const Question &question, const Answer &answer, net::Time took) {
                      monitor_->answered(question, answer, took);
                  }});
-    listener_ = std::make_unique<Listener>(*deciders_,
+    listener_ = std::make_unique<Listener>(*deciders_, capture_,
                                            [this](const Request &request, std::function<void(cerrno)> done) {
                                                configure(request, std::move(done));
                                            });
@@ -158,7 +159,7 @@ void Daemon::open_control() {
     }
     make_directory(path);
     control_ = std::make_unique<Control>(
-        ControlSources{loop_, trace_, groups_, [this] { return present_; },
+        ControlSources{loop_, trace_, groups_, capture_, [this] { return present_; },
                        [this] { return listener_->clients(); }, AAA_VERSION, settings.socket,
                        static_cast<std::int64_t>(std::time(nullptr)), [this] { return alarms(); }},
         trace_);

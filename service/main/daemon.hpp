@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "backends/local.hpp"
+#include "capture/capture.hpp"
 #include "config/keeper.hpp"
 #include "confirmation/confirm_watch.hpp"
 #include "control/control.hpp"
@@ -53,6 +54,7 @@ class Daemon {
     ConfirmWatch confirmation_;
     std::unique_ptr<Workers> workers_;
     std::unique_ptr<Deciders> deciders_;
+    Capture capture_{loop_, trace_.names(), "aaad " AAA_VERSION};
     std::unique_ptr<Listener> listener_;
     std::unique_ptr<Monitor> monitor_;
     std::unique_ptr<Control> control_;

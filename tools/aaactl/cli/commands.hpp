@@ -33,6 +33,7 @@ void add_key(Command root);
 void add_status(Command root);
 void add_servers(Command root);
 void add_trace(Command root);
+void add_capture(Command root);
 void add_test(Command root);
 void add_login(Command root);
 void add_acct(Command root);

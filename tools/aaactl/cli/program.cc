@@ -95,6 +95,7 @@ void add_commands(Command root) {
     add_status(root);
     add_servers(root);
     add_trace(root);
+    add_capture(root);
     add_test(root);
     add_login(root);
     add_acct(root);

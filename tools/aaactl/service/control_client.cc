@@ -103,6 +103,10 @@ void ControlClient::send(const Json &request) {
     }
 }
 
+void ControlClient::end_requests() {
+    shutdown(fd_, SHUT_WR);
+}
+
 bool ControlClient::read_some() {
     char bytes[65536];
     const ssize_t got = recv(fd_, bytes, sizeof bytes, MSG_DONTWAIT);

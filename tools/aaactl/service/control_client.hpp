@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "cli/command_line.hpp"
 #include "cli/json.hpp"
@@ -38,6 +39,10 @@ class ControlClient {
     std::optional<Json> next_arrived();
     // Reads what has arrived. False at the end of the connection.
     bool read_some();
+    // What has arrived and was not taken as lines, for answers that go on with other bytes.
+    std::string take_bytes() { return std::exchange(in_, std::string()); }
+    // No further requests.
+    void end_requests();
     int fd() const { return fd_; }
 
   private:

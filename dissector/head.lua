@@ -1,0 +1,4 @@
+-- SPDX-License-Identifier: Apache-2.0
+--
+-- Wireshark and tshark show captures of "aaactl capture" with this plugin: messages of AAA
+-- clients and the answers of the service, by the rules of "aaactl decode".

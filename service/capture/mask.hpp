@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Messages without their secrets: the bytes of a capture that its reader may see.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace service {
+
+// A message of a client, or an answer to one, as it is on the wire.
+struct WireMessage {
+    std::string_view bytes;
+    std::size_t list_at = 0;  // where its packed list begins; 0: it has none
+    bool is_readable = true;  // false: it is damaged, and where its secrets are is not known
+};
+
+struct Masked {
+    std::string bytes;
+    bool is_changed = false;
+};
+
+// Passwords and other secret values become eight asterisks, whatever their length; so do names that
+// may not be shown. Of a command and of addresses with a password the rest stays. Lengths are
+// adapted: the result is a message of the same form. Of a message that is not readable
+// only the header stays.
+Masked masked(const WireMessage &message, const std::function<bool(const std::string &)> &may_show_name);
+
+}  // namespace service

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Where a capture is written: a file, a pipe of another program, standard output.
+
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace aaactl {
+
+class CaptureOutput {
+  public:
+    // Opens without changing what is there. "-" is standard output. A new file is its owner's alone,
+    // and so is one that is replaced. Failure for a symbolic link and for a file of another
+    // user: in a directory that everyone may write, someone may have put it there.
+    explicit CaptureOutput(const std::string &file);
+    ~CaptureOutput();
+    CaptureOutput(const CaptureOutput &) = delete;
+    CaptureOutput &operator=(const CaptureOutput &) = delete;
+
+    // Empties a file.
+    void begin();
+    // Writes all of the bytes; a file holds either all of them or none. False when the reader of a
+    // pipe has gone, or when `end` becomes readable before a reader takes them. Failure when they
+    // cannot be written.
+    bool write(std::string_view bytes, int end);
+    const std::string &name() const { return name_; }
+
+  private:
+    [[noreturn]] void fail(const std::string &what) const;
+    void check_owner() const;
+    bool wait(int end) const;
+
+    std::string file_;
+    std::string name_;  // for messages
+    int fd_ = -1;
+    bool is_regular_ = false;
+    long long written_ = 0;  // bytes of a file
+};
+
+}  // namespace aaactl
