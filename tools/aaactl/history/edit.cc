@@ -120,7 +120,7 @@ class Editing {
                 const Statements statements = parse(text);
                 const Plan plan = make_plan(out_, database_, plan_options_, statements);
                 check_meanwhile(plan);
-                verify_groups(out, plan, statements);
+                verify_groups(out_, plan, statements);
                 const auto changes = line_changes(out_, plan.before, plan.after.items);
                 if (changes.empty()) {
                     return unchanged();
