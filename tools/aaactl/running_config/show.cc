@@ -63,7 +63,7 @@ std::vector<Json> lines_json(const std::string &text) {
 }
 
 ExitCode show(Output &out) {
-    Database database;
+    Database database(Database::Use::reading);
     const Dump stored = read_snapshot(out, database, kConfigRoot, true);
     out.end_progress();
     Items items;
