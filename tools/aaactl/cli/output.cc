@@ -17,6 +17,7 @@
 #include "aaa/result_codes.h"
 #include "cli/hidden_characters.hpp"
 #include "platform/cerr.h"
+#include "platform/sysdb.h"
 
 namespace aaactl {
 namespace {
@@ -140,9 +141,10 @@ std::vector<std::string> reasons_in(const std::string &all) {
     return platform.empty() ? others : platform;
 }
 
-// Codes of the platform's database are 0x8081.... and 0x4081....
+// Codes of the platform's database are 0x8081.... and 0x4081.... The message of a provider that cannot be
+// loaded says all by itself.
 bool is_of_database(cerrno rc) {
-    return (rc >> 16 & 0x3fffu) == 0x0081u;
+    return (rc >> 16 & 0x3fffu) == 0x0081u && rc != SYSDB_ERR_LIB_ABSENT;
 }
 
 // Of several threads that cannot open the database, one may have logged why.
