@@ -21,6 +21,8 @@
 #include "aaa/result_codes.h"
 #include "log.hpp"
 
+#pragma weak aaa_program_take_log  // of few programs
+
 namespace aaaplatform {
 
 namespace {
@@ -66,8 +68,8 @@ struct Word {
 // Builds "%FACILITY-CATEGORY-severity-MNEMONIC : text" and sends it.
 void emit_record(const kel_msg_rec_t &record, uint32_t severity, const char *text, std::size_t len,
                  const aaa_platform_log_field_t *fields = nullptr, uint32_t count = 0) {
-    const Sink sink = current_sink();
-    if (sink == Sink::kNone) {
+    const bool is_offered = aaa_program_take_log != nullptr;
+    if (!is_offered && current_sink() == Sink::kNone) {
         return;
     }
     const Word<33> facility(record.facility);
@@ -78,7 +80,10 @@ void emit_record(const kel_msg_rec_t &record, uint32_t severity, const char *tex
                                 mnemonic.text);
     const std::size_t prefix = n > 0 ? static_cast<std::size_t>(n) : 0;
     const std::size_t total = prefix + make_visible(line + prefix, sizeof line - prefix, text, len);
-    emit(sink,
+    if (is_offered && aaa_program_take_log(severity, line, static_cast<uint32_t>(total)) != 0) {
+        return;
+    }
+    emit(current_sink(),
          LineInfo{severity, record.mnemonic != nullptr ? mnemonic.text : nullptr, record.msg_id, fields,
                   fields != nullptr ? count : 0},
          line, total);

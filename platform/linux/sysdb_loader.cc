@@ -14,7 +14,11 @@
 #include "sysdb_loader.hpp"
 
 #include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdarg>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -25,6 +29,7 @@
 #include <unistd.h>
 
 #include "log.hpp"
+#include "platform/control.h"
 #include "sysdb_values.hpp"
 
 namespace aaaplatform {
@@ -45,6 +50,7 @@ struct LoadState {
     bool loading = false;
     bool unloading = false;
     unsigned attempts = 0;  // finished ones
+    char fault[512] = "";   // of the last of them
 };
 
 constinit LoadState g_state;
@@ -70,6 +76,23 @@ const char *provider_path() {
     return path;
 }
 
+// Of an attempt; logged unless the next attempt, which comes with the first bind, will say the same.
+enum class Report { kLog, kKeep };
+[[gnu::format(printf, 2, 3)]] void fail(Report report, const char *format, ...) {
+    char text[sizeof g_state.fault];
+    va_list arguments;
+    va_start(arguments, format);
+    format_bounded(text, sizeof text, format, arguments);
+    va_end(arguments);
+    {
+        Locked lock;
+        std::memcpy(g_state.fault, text, sizeof text);
+    }
+    if (report == Report::kLog) {
+        log(kLogError, "SYSDB", "%s", text);
+    }
+}
+
 void host_log(std::uint32_t severity, const char *mnemonic, const char *text) {
     log(severity, mnemonic, "%s", text);
 }
@@ -83,45 +106,45 @@ constexpr sysdb_host_t kHost = {SYSDB_PROVIDER_ABI, sizeof(sysdb_host_t), host_l
 // Members of every table; later members are checked where they are used.
 constexpr std::size_t kFirstTableSize = offsetof(sysdb_provider_t, apply);
 
-bool usable(const sysdb_provider_t *table, const char *path) {
+bool usable(const sysdb_provider_t *table, const char *path, Report report) {
     if (table != nullptr && table->abi == SYSDB_PROVIDER_ABI && table->size >= kFirstTableSize) {
         return true;
     }
-    log(kLogError, "SYSDB",
-        "provider %s implements another version of the interface (this platform has %u); "
-        "install the matching provider",
-        path, SYSDB_PROVIDER_ABI);
+    fail(report,
+         "provider %s implements another version of the interface (this platform has %u); "
+         "install the matching provider",
+         path, SYSDB_PROVIDER_ABI);
     return false;
 }
 
-const sysdb_provider_t *table_of(void *object, const char *path) {
+const sysdb_provider_t *table_of(void *object, const char *path, Report report) {
     void *symbol = dlsym(object, SYSDB_PROVIDER_ENTRY);
     if (symbol == nullptr) {
-        log(kLogError, "SYSDB", "%s is not a sysdb provider (no function %s)", path, SYSDB_PROVIDER_ENTRY);
+        fail(report, "%s is not a sysdb provider (no function %s)", path, SYSDB_PROVIDER_ENTRY);
         return nullptr;
     }
     const auto entry = reinterpret_cast<sysdb_provider_entry_t>(symbol);
     const sysdb_provider_t *table = entry(SYSDB_PROVIDER_ABI, &kHost);
-    return usable(table, path) ? table : nullptr;
+    return usable(table, path, report) ? table : nullptr;
 }
 
 // Enters the dynamic loader. Two threads may do so at the same time; both
 // then get the same object and the same table.
-void load_provider() {
+void load_provider(Report report) {
     const char *path = provider_path();
     void *object = dlopen(path, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (object == nullptr) {
-        log(kLogError, "SYSDB", "provider cannot be loaded: %s", dlerror());
+        fail(report, "provider cannot be loaded: %s", dlerror());
         return;
     }
-    const sysdb_provider_t *table = table_of(object, path);
+    const sysdb_provider_t *table = table_of(object, path, report);
     if (table != nullptr) {
         g_provider.store(table, std::memory_order_release);
     }
 }
 
 void *loader_thread(void *) {
-    load_provider();
+    load_provider(Report::kLog);
     Locked lock;
     g_state.loading = false;
     ++g_state.attempts;
@@ -228,7 +251,7 @@ const sysdb_provider_t *obtain_sysdb_provider() {
 
 void sysdb_load_now() {
     if (loaded_sysdb_provider() == nullptr && access(provider_path(), R_OK) == 0) {
-        load_provider();
+        load_provider(Report::kKeep);
     }
 }
 
@@ -239,3 +262,28 @@ void sysdb_loader_set_unloading(bool unloading) {
 }
 
 }  // namespace aaaplatform
+
+using namespace aaaplatform;
+
+extern "C" uint32_t aaa_platform_sysdb_fault(char *out, uint32_t size) {
+    char text[PATH_MAX + sizeof g_state.fault + 64] = "";
+    int length = 0;
+    if (loaded_sysdb_provider() == nullptr) {
+        const char *path = provider_path();
+        char why[sizeof g_state.fault] = "";
+        if (access(path, R_OK) != 0) {
+            std::snprintf(why, sizeof why, "%s", std::strerror(errno));
+        } else {
+            Locked lock;
+            std::memcpy(why, g_state.fault, sizeof why);
+        }
+        length =
+            std::snprintf(text, sizeof text, "%s%s: %s",
+                          path != kDefaultPath ? "AAA_SYSDB_PROVIDER names " : "no provider is installed as ",
+                          path, *why != '\0' ? why : "it has not been loaded");
+    }
+    if (size != 0) {
+        std::snprintf(out, size, "%s", text);
+    }
+    return length > 0 ? static_cast<uint32_t>(length) : 0;
+}

@@ -85,6 +85,43 @@ TEST(SysdbFiles, DirectoriesAndFilesAreMadeForTheGroup) {
     });
 }
 
+// Symptom: every program that loads the library made the database, also one that only reads it.
+TEST(SysdbFiles, ASharedConnectionMakesNothingUntilAChange) {
+    for (const std::string tree : {"/cfg/", "/oper/"}) {
+        const DatabaseSandbox sandbox;
+        run_forked([&] {
+            const Bound shared(tree, SYSDB_BIND_SHARED);
+            ASSERT_EQ(0u, shared.code());
+            const sysdb_conn_t conn = shared.handle();
+            EXPECT_GE(channel_of(conn), 0);
+            EXPECT_EQ(SYSDB_ERR_NOT_FOUND, existence(conn, "a"));
+            EXPECT_EQ(SYSDB_ERR_NOT_FOUND, sysdb_item_delete(conn, "a", 0));
+            EXPECT_EQ(SYSDB_ERR_NOT_FOUND, sysdb_item_delete(conn, "d/", SYSDB_DELETE_TREE));
+            EXPECT_EQ(SYSDB_ERR_BAD_PATH, sysdb_item_delete(conn, "a//b", 0));
+            EXPECT_EQ("!40818600", last_in(conn, "d/"));
+            EXPECT_TRUE(names_in(conn, "").empty()) << "the bind point exists";
+            sysdb_list_t list = nullptr;
+            EXPECT_EQ(SYSDB_ERR_NOT_FOUND, sysdb_list(conn, "d/", "", nullptr, &list, 0));
+            EXPECT_EQ(0u, sysdb_dispatch(conn));
+            EXPECT_FALSE(fs::exists(sandbox.root() + "/cfg"));
+            EXPECT_FALSE(fs::exists(sandbox.root() + "/run"));
+            EXPECT_EQ(0u, set_number(conn, "a", 1));
+            EXPECT_EQ(1, get_number(conn, "a"));
+            EXPECT_EQ(1, get_number(Bound(tree).handle(), "a"));
+        });
+    }
+}
+
+TEST(SysdbFiles, ASharedConnectionSeesTheDatabaseThatAnotherProcessMakes) {
+    const DatabaseSandbox sandbox;
+    run_forked([] {
+        const Bound shared("/cfg/", SYSDB_BIND_SHARED);
+        EXPECT_EQ(SYSDB_ERR_NOT_FOUND, existence(shared.handle(), "a"));
+        run_forked([] { EXPECT_EQ(0u, set_number(Bound("/cfg/").handle(), "a", 7)); });
+        EXPECT_EQ(7, get_number(shared.handle(), "a"));
+    });
+}
+
 TEST(SysdbFiles, ModesSetByAnAdministratorAreLeftAlone) {
     const DatabaseSandbox sandbox;
     run_forked([] { EXPECT_EQ(0u, bind_code("/cfg/")); });

@@ -12,12 +12,14 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "platform/control.h"
 #include "platform/sysdb_changes.h"
 #include "support/sysdb.hpp"
 
@@ -90,6 +92,39 @@ TEST_F(SysdbLoader, AbsentProviderIsACodeAndCostsNoThread) {
         EXPECT_EQ(before, threads_now());
     });
     EXPECT_EQ("", log);  // running without a database is allowed
+}
+
+std::string fault() {
+    char text[1024] = "unset";
+    const uint32_t length = aaa_platform_sysdb_fault(text, sizeof text);
+    EXPECT_EQ(length, std::strlen(text));
+    return text;
+}
+
+TEST_F(SysdbLoader, SaysWhyThereIsNone) {
+    run([this] {
+        sysdb_conn_t conn = 0;
+        const std::string named = "AAA_SYSDB_PROVIDER names " + place() + ": ";
+        EXPECT_EQ(fault(), named + "No such file or directory");
+        char cut[8];
+        EXPECT_EQ(aaa_platform_sysdb_fault(cut, sizeof cut), fault().size());
+        EXPECT_STREQ(cut, "AAA_SYS");
+        EXPECT_EQ(aaa_platform_sysdb_fault(nullptr, 0), fault().size());
+        std::ofstream(place()) << "not an object";
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, _sysdb_bind(&conn, "/cfg/", 0));
+        EXPECT_HAS(fault(), named + "provider cannot be loaded: " + place() + ": ");
+        fs::remove(place());
+        EXPECT_EQ(fault(), named + "No such file or directory") << "what is so now";
+        install(real_provider());
+        EXPECT_EQ(0u, _sysdb_bind(&conn, "/cfg/", 0));
+        EXPECT_EQ(fault(), "");
+    });
+    install(SYSDB_NO_ENTRY);
+    run([this] {
+        sysdb_conn_t conn = 0;
+        EXPECT_EQ(SYSDB_ERR_LIB_ABSENT, _sysdb_bind(&conn, "/cfg/", 0));
+        EXPECT_HAS(fault(), "names " + place() + ": " + place() + " is not a sysdb provider");
+    });
 }
 
 TEST_F(SysdbLoader, ProviderThatAppearsLaterIsUsed) {

@@ -83,6 +83,42 @@ typedef struct aaa_platform_log_field {
 PLATFORM_API void aaa_platform_log(const void *record, uint32_t severity,
                                    const aaa_platform_log_field_t *fields, uint32_t count, const char *text);
 
+/**
+ * Takes a log line that is about to be written, whatever AAA_LOG says: a tool makes it a part of its
+ * messages.
+ *
+ * The platform does not define this function. A program that does is called with each line from the first
+ * load hook on, before main() and before its constructors. Traces are not concerned.
+ *
+ * It is called on the thread that logs, which may be one of the library or of the platform, and from a signal
+ * handler if that logs. It must not log, wait, allocate or enter the loader, and must preserve errno.
+ *
+ * @param[in] severity syslog level
+ * @param[in] line     "%FACILITY-CATEGORY-SEVERITY-MNEMONIC : text", without a line feed; borrowed for the
+ *                     call
+ * @param[in] length   bytes of line, which a NUL follows
+ *
+ * @return
+ * - non-zero: taken, and not written to the log
+ * - 0: it is written
+ */
+int32_t aaa_program_take_log(uint32_t severity, const char *line, uint32_t length);
+
+/* ---- system database --------------------------------------------------------- */
+
+/**
+ * Says why this process has no provider of the system database, for the code SYSDB_ERR_LIB_ABSENT.
+ *
+ * The text names the file, and the variable AAA_SYSDB_PROVIDER if that names it: "AAA_SYSDB_PROVIDER names
+ * /x/libsysdb.so: No such file or directory".
+ *
+ * @param[out] out  the text, cut to size - 1 bytes; may be null when size is 0. "" when a provider is loaded
+ * @param[in]  size bytes of out
+ *
+ * @return the length of the whole text; 0 when a provider is loaded
+ */
+PLATFORM_API uint32_t aaa_platform_sysdb_fault(char *out, uint32_t size);
+
 /* ---- waiting threads ---------------------------------------------------------- */
 
 /** One thread that waits for a mutex. */

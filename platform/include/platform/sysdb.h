@@ -49,8 +49,8 @@ typedef void *sysdb_list_t;
 #define SYSDB_TYPE_TUPLE     5u /**< made by sysdb_tuple_pack() */
 #define SYSDB_TYPE_DIRECTORY 0xFFFFFFFDu
 
-/* Bind flags. A shared connection and a private one behave alike; the flag tells readers of the code which
- * handles are kept for the life of the process. */
+/* Bind flags. A shared connection is kept for the life of the process, which may only read: it makes no
+ * database. Otherwise it behaves as a private one. */
 #define SYSDB_BIND_PRIVATE 0u
 #define SYSDB_BIND_SHARED  2u
 /** With SYSDB_BIND_PRIVATE: makes nothing where there is no database; for tools that only read. */
@@ -80,6 +80,9 @@ typedef void *sysdb_list_t;
 
 /**
  * Binds a connection at an absolute directory.
+ *
+ * Where there is no database, a private connection makes one. A shared connection sees an empty one, which
+ * its first change or watch makes.
  *
  * @param[out] conn  the handle, never 0 on success; untouched on failure, so that a handle preset to 0
  *                   remains 0

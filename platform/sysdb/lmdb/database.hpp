@@ -27,6 +27,11 @@ class Database {
     template <typename Body>
     cerrno read(Tree tree, Body body);
 
+    // The same for a caller that only looks: SYSDB_ERR_NOT_FOUND when there is no database yet, and none is
+    // made.
+    template <typename Body>
+    cerrno look(Tree tree, Body body);
+
     // False when the tree's file, or its directory, is not there.
     bool exists(Tree tree);
 
@@ -83,6 +88,11 @@ cerrno Database::read(Tree tree, Body body) {
         const cerrno rc = txn.begin();
         return rc == 0 ? body(txn) : rc;
     });
+}
+
+template <typename Body>
+cerrno Database::look(Tree tree, Body body) {
+    return exists(tree) ? read(tree, body) : SYSDB_ERR_NOT_FOUND;
 }
 
 }  // namespace sysdb_lmdb

@@ -128,7 +128,11 @@ bool name_matches(std::string_view pattern, std::string_view name) {
 }
 
 cerrno list_directory(const Key &directory, bool root, std::string_view pattern, Listing &listing) {
-    return Database::instance().read(directory.tree(), [&](ReadTxn &txn) -> cerrno {
+    listing.entries.clear();
+    if (root && !Database::instance().exists(directory.tree())) {
+        return 0;
+    }
+    return Database::instance().look(directory.tree(), [&](ReadTxn &txn) -> cerrno {
         listing.entries.clear();
         LevelWalk walk(txn, directory.view());
         if (!walk.exists()) {
@@ -145,7 +149,7 @@ cerrno list_directory(const Key &directory, bool root, std::string_view pattern,
 }
 
 cerrno last_entry(const Key &directory, Entry &entry) {
-    return Database::instance().read(directory.tree(), [&](ReadTxn &txn) -> cerrno {
+    return Database::instance().look(directory.tree(), [&](ReadTxn &txn) -> cerrno {
         Cursor cursor;
         MDB_val key;
         MDB_val value;

@@ -73,14 +73,18 @@ cerrno bind(sysdb_conn_t *conn, const char *path, uint32_t flags) {
     return guarded([&] {
         Key prefix;
         cerrno rc = prefix.assign_bind_path(path);
-        if (rc == 0 && flags == kReading && !Database::instance().exists(prefix.tree())) {
+        // Libraries bind shared connections in every program, and most programs only read, some as users who
+        // could not make a database: for those the first change makes it.
+        const bool makes = flags == SYSDB_BIND_PRIVATE;
+        const bool exists = rc != 0 || makes || Database::instance().exists(prefix.tree());
+        if (!exists && flags == kReading) {
             rc = SYSDB_ERR_NOT_FOUND;
         }
-        if (rc == 0) {
+        if (rc == 0 && exists) {
             rc = Database::instance().with(prefix.tree(), [](const Environment &) -> cerrno { return 0; });
         }
         if (rc == 0) {
-            if (prefix.tree() == Tree::kOper) {
+            if (exists && prefix.tree() == Tree::kOper) {
                 sweep_once();
             }
             *conn = Connections::instance().add(prefix);
@@ -134,7 +138,7 @@ cerrno report_type(const Key &key, uint32_t expected, uint32_t found) {
 cerrno item_get(sysdb_conn_t conn, const char *path, uint32_t *datatype, void **value, uint32_t *length,
                 uint32_t) {
     return on_key(conn, path, Kind::kItem, [&](const Key &key) {
-        return Database::instance().read(key.tree(), [&](ReadTxn &txn) {
+        return Database::instance().look(key.tree(), [&](ReadTxn &txn) {
             Item item;
             const cerrno rc = find_item(txn, key.view(), item);
             if (rc == SYSDB_ERR_BAD_VALUE) {
@@ -180,10 +184,14 @@ cerrno item_set(sysdb_conn_t conn, const char *path, uint32_t datatype, const vo
 }
 
 cerrno item_delete(sysdb_conn_t conn, const char *path, uint32_t flags) {
-    if ((flags & SYSDB_DELETE_TREE) != 0) {
-        return change(conn, path, Kind::kDirectory, delete_directory);
-    }
-    return change(conn, path, names_a_directory(path) ? Kind::kDirectory : Kind::kItem, delete_item);
+    const bool is_tree = (flags & SYSDB_DELETE_TREE) != 0;
+    return change(conn, path, is_tree || names_a_directory(path) ? Kind::kDirectory : Kind::kItem,
+                  [&](const Key &key, ChangedKeys &changed) -> cerrno {
+                      if (!Database::instance().exists(key.tree())) {
+                          return SYSDB_ERR_NOT_FOUND;
+                      }
+                      return is_tree ? delete_directory(key, changed) : delete_item(key, changed);
+                  });
 }
 
 cerrno apply(sysdb_conn_t conn, const sysdb_change_t *changes, uint32_t count, uint32_t *failed) {

@@ -2,6 +2,7 @@
 //
 // Every command uses the provider that AAA_SYSDB_PROVIDER names, also where none is installed.
 
+#include <algorithm>
 #include <filesystem>
 
 #include "aaactl/support/database_fixture.hpp"
@@ -45,6 +46,45 @@ TEST_F(ProviderPresence, WithoutOneTheCommandsSaySo) {
     const auto absent =
         without_installed("env AAA_SYSDB_PROVIDER=/nonexistent aaactl sg add radius corp 192.0.2.20");
     EXPECT_EQ(absent.status, 5) << absent.out;
+}
+
+// Symptom: the database was said to be absent, and nothing named the file, nor the variable.
+class WrongProvider : public aaactl_test::DatabaseTest {
+  protected:
+    WrongProvider() : log_("AAA_LOG", "") {}
+
+    // Of every kind of command: one line, which says what is wrong and what to do.
+    static void expect_told(const std::string &file, const std::string &why) {
+        const ScopedEnv provider("AAA_SYSDB_PROVIDER", file);
+        for (const char *command :
+             {"lint", "explain authentication login", "sg publish", "sg list", "sg add radius corp 192.0.2.1",
+              "sg del radius corp", "mlist show", "sysdb get /cfg/x", "sysdb set /cfg/x --type u32 1"}) {
+            const auto run = in_shell(std::string("aaactl ") + command);
+            EXPECT_EQ(run.status, 5) << command;
+            EXPECT_EQ(run.out, "") << command;
+            EXPECT_TRUE(run.err.starts_with("aaactl: there is no system database: AAA_SYSDB_PROVIDER names " +
+                                            file + ": " + why))
+                << command << ": " << run.err;
+            EXPECT_TRUE(
+                run.err.ends_with("; correct the variable, or unset it to use the installed "
+                                  "provider\n"))
+                << command << ": " << run.err;
+            EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << command << ": " << run.err;
+        }
+    }
+
+  private:
+    ScopedEnv log_;
+};
+
+TEST_F(WrongProvider, AFileThatIsMissingIsNamedWithTheVariable) {
+    expect_told(dir().path("none.so"), "No such file or directory");
+}
+
+TEST_F(WrongProvider, SoIsAFileThatIsNoProvider) {
+    expect_told(dir().write("text.so", "not an object\n"),
+                "provider cannot be loaded: " + dir().path("text.so") + ": ");
+    expect_told(AAACTL_NO_INSTALLED_PROVIDER, AAACTL_NO_INSTALLED_PROVIDER " is not a sysdb provider");
 }
 
 }  // namespace

@@ -4,7 +4,9 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
+
 #include <algorithm>
+#include <filesystem>
 
 #include "aaactl/support/database_fixture.hpp"
 
@@ -80,6 +82,52 @@ TEST_F(OneMessage, OutputOfTheCommandIsNeverKept) {
     const auto run = aaactl({"err", "%AAA-PLATFORM-3-SYSDB : x"});
     EXPECT_EQ(run.status, 4);
     EXPECT_NE(run.err.find("%AAA-PLATFORM-3-SYSDB : x"), std::string::npos) << run.err;
+}
+
+// Symptom: the library's thread made the database in commands that only read.
+TEST_F(OneMessage, CommandsThatReadMakeNoDatabase) {
+    const ScopedEnv log("AAA_LOG", "");
+    for (const std::vector<std::string> &args : {std::vector<std::string>{"lint"},
+                                                 {"explain", "authentication", "login"},
+                                                 {"sg", "list"},
+                                                 {"mlist", "show"},
+                                                 {"sysdb", "get", "/cfg/x"},
+                                                 {"sysdb", "dump"},
+                                                 {"show", "running-config"},
+                                                 {"err", "0"},
+                                                 {"attr"},
+                                                 {"key", "masters"}}) {
+        const auto run = aaactl(args);
+        EXPECT_EQ(run.err.find('%'), std::string::npos) << args[0] << ": " << run.err;
+        EXPECT_FALSE(std::filesystem::exists(dir().path("cfg"))) << args[0];
+        EXPECT_FALSE(std::filesystem::exists(dir().path("run"))) << args[0];
+    }
+}
+
+// Symptom: what the library's thread logged about the database was glued into messages about other things.
+TEST_F(OneMessage, OfACommandIsNotAboutTheDatabaseThatItDoesNotUse) {
+    std::filesystem::create_directory(dir().path("cfg"));
+    dir().write("cfg/cfg.mdb", std::string(8192, 'x'), 0600);
+    const std::string remedy = "there is no such file; create it with \"aaactl key new-master\"";
+    const auto masters = aaactl({"key", "masters"});
+    EXPECT_EQ(masters.err,
+              "aaactl: " + dir().path("master.keys") + ": Master key file cannot be used: " + remedy + "\n");
+    const auto get = aaactl({"sysdb", "get", "/cfg/x"});
+    EXPECT_EQ(get.status, 5);
+    EXPECT_NE(get.err.find("cfg.mdb"), std::string::npos) << get.err;
+    EXPECT_EQ(std::count(get.err.begin(), get.err.end(), '\n'), 1) << get.err;
+    EXPECT_EQ(get.err.find('%'), std::string::npos) << get.err;
+}
+
+// Symptom: lines that are no errors were printed before the findings of a command.
+TEST_F(OneMessage, WarningsAreLeftToTheLog) {
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "corp", "192.0.2.20"}).status, 0);
+    put("/oper/aaa/gl/group-server/sg_name_map/radius/corp", "string", "x");
+    const ScopedEnv log("AAA_LOG", "");
+    for (const std::vector<std::string> &args :
+         {std::vector<std::string>{"lint"}, {"explain", "authentication", "login"}, {"sg", "list"}}) {
+        EXPECT_EQ(aaactl(args).err.find('%'), std::string::npos) << aaactl(args).err;
+    }
 }
 
 }  // namespace

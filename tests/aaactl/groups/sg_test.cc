@@ -22,10 +22,6 @@ using aaactl_test::damage;
 
 class Groups : public aaactl_test::DatabaseTest {
   protected:
-    // As users run it: the library registers its texts when it is loaded.
-    Groups() { unsetenv("NO_DLLMAIN"); }
-    ~Groups() override { setenv("NO_DLLMAIN", "1", 1); }
-
     static void expect_refused(const std::vector<std::string> &args, const std::string &reason) {
         const auto run = aaactl(args);
         EXPECT_EQ(run.status, 1) << run.err;

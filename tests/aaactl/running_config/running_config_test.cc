@@ -36,9 +36,7 @@ const char kText[] =
 
 class RunningConfigCommands : public aaactl_test::DatabaseTest {
   protected:
-    // As users run it: the library registers its texts when it is loaded.
-    RunningConfigCommands() : keys_("AAA_MASTER_KEYS", dir().path("master.keys")) { unsetenv("NO_DLLMAIN"); }
-    ~RunningConfigCommands() override { setenv("NO_DLLMAIN", "1", 1); }
+    RunningConfigCommands() : keys_("AAA_MASTER_KEYS", dir().path("master.keys")) {}
 
     static std::string dump() { return aaactl({"sysdb", "dump", "--show-secrets"}).out; }
     static void load(const std::string &text, std::vector<std::string> options = {}) {

@@ -78,6 +78,7 @@ Run run_program(const std::vector<std::string> &args, const std::string &input) 
     argv.push_back(nullptr);
     const pid_t pid = fork();
     if (pid == 0) {
+        unsetenv("NO_DLLMAIN");                            // as users run it
         setenv("AAA_SYSDB_PROVIDER", AAACTL_PROVIDER, 0);  // a test may have set its own
         setenv("AAA_LOG", "none", 0);
         dup2(in[0], 0);

@@ -35,6 +35,7 @@ class Started {
         EXPECT_EQ(pipe2(out, O_CLOEXEC), 0);
         pid_ = on == On::terminal ? forkpty(&fd_, nullptr, nullptr, nullptr) : fork();
         if (pid_ == 0) {
+            unsetenv("NO_DLLMAIN");  // as users run it
             setenv("AAA_SYSDB_PROVIDER", AAACTL_PROVIDER, 0);
             setenv("AAA_LOG", "none", 0);
             if (on != On::terminal) {

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <ctime>
 #include <string>
 
 #include "cli/output.hpp"
@@ -39,33 +38,48 @@ class EndSignals {
     int fd_ = -1;
 };
 
-// SIGINT and SIGTERM wait while a command makes changes of which none may be left half done. What it has
-// not taken then ends the program.
+// SIGINT and SIGTERM wait while a command makes changes of which none may be left half done. One that the
+// command has not taken then ends the program. Handlers, not the mask: that of the library's thread is its own.
 class HeldSignals {
   public:
     HeldSignals() {
-        sigemptyset(&set_);
-        for (const int signal : {SIGINT, SIGTERM}) {
-            struct sigaction action {};
-            if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
-                sigaddset(&set_, signal);
+        came_ = 0;
+        struct sigaction note {};
+        note.sa_handler = [](int signal) { came_ = signal; };
+        note.sa_flags = SA_RESTART;
+        sigemptyset(&note.sa_mask);
+        for (Held &held : held_) {
+            sigaction(held.signal, nullptr, &held.before);
+            if (held.before.sa_handler != SIG_IGN) {
+                sigaction(held.signal, &note, nullptr);
             }
         }
-        pthread_sigmask(SIG_BLOCK, &set_, &before_);
     }
-    ~HeldSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    ~HeldSignals() {
+        for (const Held &held : held_) {
+            sigaction(held.signal, &held.before, nullptr);
+        }
+        if (came_ != 0) {
+            raise(came_);
+        }
+    }
     HeldSignals(const HeldSignals &) = delete;
     HeldSignals &operator=(const HeldSignals &) = delete;
 
     // Takes one that has come.
     bool take() const {
-        const timespec at_once{};
-        return sigtimedwait(&set_, nullptr, &at_once) > 0;
+        const bool came = came_ != 0;
+        came_ = 0;
+        return came;
     }
 
   private:
-    sigset_t set_{};
-    sigset_t before_{};
+    struct Held {
+        int signal;
+        struct sigaction before;
+    };
+    Held held_[2] = {{SIGINT, {}}, {SIGTERM, {}}};
+    static inline volatile std::sig_atomic_t came_ = 0;
 };
 
 }  // namespace aaactl

@@ -12,10 +12,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "aaa/result_codes.h"
 #include "cli/hidden_characters.hpp"
 #include "platform/cerr.h"
+#include "platform/sysdb.h"
 
 namespace aaactl {
 namespace {
@@ -76,53 +78,55 @@ std::string joined(const std::vector<std::string> &cells, const std::vector<size
     return text;
 }
 
-// Lines that were kept. A thread of the library may log while the program ends.
+// Lines of errors that were logged. Those of the command's own thread are about the command. The library's
+// thread connects to the database too, and what it logs is about that only.
 class KeptLines {
   public:
-    bool keep(std::string_view line) noexcept {
-        if (line.empty() || line.back() != '\n') {
-            return false;
-        }
-        lock();
-        const bool fits = line.size() <= sizeof text_ - size_;
-        if (fits) {
+    void keep(std::string_view line) noexcept {
+        const Locked lock(busy_);
+        if (line.size() < sizeof text_ - size_) {
             std::memcpy(text_ + size_, line.data(), line.size());
             size_ += line.size();
+            text_[size_++] = '\n';
         }
-        busy_.clear(std::memory_order_release);
-        return fits;
     }
-    std::string text() {
-        lock();
-        std::string all(text_, size_);
-        busy_.clear(std::memory_order_release);
-        return all;
+    bool empty() {
+        const Locked lock(busy_);
+        return size_ == 0;
     }
     std::string take() {
-        lock();
-        std::string all(text_, size_);
-        size_ = 0;
-        busy_.clear(std::memory_order_release);
-        return all;
+        const Locked lock(busy_);
+        return {text_, std::exchange(size_, 0)};
     }
 
   private:
-    void lock() noexcept {
-        while (busy_.test_and_set(std::memory_order_acquire)) {
+    class Locked {
+      public:
+        explicit Locked(std::atomic_flag &busy) noexcept : busy_(busy) {
+            while (busy_.test_and_set(std::memory_order_acquire)) {
+            }
         }
-    }
+        ~Locked() { busy_.clear(std::memory_order_release); }
+        Locked(const Locked &) = delete;
+        Locked &operator=(const Locked &) = delete;
+
+      private:
+        std::atomic_flag &busy_;
+    };
 
     std::atomic_flag busy_ = ATOMIC_FLAG_INIT;
-    char text_[16384] = {};
+    char text_[16384] = {};  // logging allocates nothing
     size_t size_ = 0;
 };
-constinit KeptLines g_log;
+constinit KeptLines g_own_lines;
+constinit KeptLines g_other_lines;
 
-// The texts of the kept lines, each once. What the library adds to a line of the platform says less.
-std::vector<std::string> log_reasons() {
+constexpr uint32_t kError = 3;  // of syslog; higher ones are less severe
+
+// The texts of the lines, each once. What the library adds to a line of the platform says less.
+std::vector<std::string> reasons_in(const std::string &all) {
     std::vector<std::string> platform;
     std::vector<std::string> others;
-    const std::string all = g_log.take();
     for (size_t at = 0; at < all.size();) {
         const size_t end = all.find('\n', at);
         const std::string line = all.substr(at, end - at);
@@ -137,9 +141,22 @@ std::vector<std::string> log_reasons() {
     return platform.empty() ? others : platform;
 }
 
+// Codes of the platform's database are 0x8081.... and 0x4081.... The message of a provider that cannot be
+// loaded says all by itself.
+bool is_of_database(cerrno rc) {
+    return (rc >> 16 & 0x3fffu) == 0x0081u && rc != SYSDB_ERR_LIB_ABSENT;
+}
+
+// Of several threads that cannot open the database, one may have logged why.
+std::vector<std::string> reasons_of(const Failure &failure) {
+    std::vector<std::string> own = reasons_in(g_own_lines.take());
+    return own.empty() && is_of_database(failure.rc()) ? reasons_in(g_other_lines.take()) : own;
+}
+
 // The failure's own sentence, then why; a file that both name is named once.
-std::string with_reason(std::string message) {
-    for (std::string reason : log_reasons()) {
+std::string with_reason(const Failure &failure) {
+    std::string message = failure.what();
+    for (std::string reason : reasons_of(failure)) {
         const size_t colon = reason.find(": ");
         if (reason.starts_with('/') && colon != std::string::npos &&
             message.find(reason.substr(0, colon)) != std::string::npos) {
@@ -305,7 +322,7 @@ void Output::note(std::string_view text) {
 }
 
 void Output::failure(const Failure &failure) {
-    const std::string message = with_reason(failure.what());
+    const std::string message = with_reason(failure);
     note("aaactl: " + message);
     if (options_.json) {
         Json error = {{"message", message}, {"exit", static_cast<int>(failure.code())}};
@@ -320,26 +337,28 @@ void Output::failure(const Failure &failure) {
     }
 }
 
-bool keep_log_line(std::string_view line) noexcept {
-    // "%AAA-PLATFORM-3-SYSDB : ..."
-    const size_t facility = line.find('-');
-    const size_t severity = facility == std::string_view::npos ? facility : line.find('-', facility + 1);
-    const bool is_error = line.starts_with("%AAA-") && severity != std::string_view::npos &&
-                          severity + 1 < line.size() && line[severity + 1] >= '0' &&
-                          line[severity + 1] <= '3';
-    return is_error && g_log.keep(line);
+bool take_log_line(uint32_t severity, std::string_view line) noexcept {
+    const char *log = std::getenv("AAA_LOG");
+    const bool to_stderr = log != nullptr && std::strcmp(log, "stderr") == 0;
+    if (log != nullptr && *log != '\0' && !to_stderr) {
+        return false;
+    }
+    if (severity <= kError) {
+        (gettid() == getpid() ? g_own_lines : g_other_lines).keep(line);
+    }
+    return severity <= kError || !to_stderr;
 }
 
 bool has_log_lines() {
-    return !g_log.text().empty();
+    return !g_own_lines.empty() || !g_other_lines.empty();
 }
 
 void forget_log_lines() {
-    g_log.take();
+    g_own_lines.take();
 }
 
 void print_log_lines() {
-    for (const std::string &text : log_reasons()) {
+    for (const std::string &text : reasons_in(g_own_lines.take())) {
         std::fprintf(stderr, "aaactl: %s\n", text.c_str());
     }
 }

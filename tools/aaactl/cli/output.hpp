@@ -28,6 +28,11 @@ class Failure : public std::exception {
     Failure(std::string_view what, cerrno rc);
     Failure(ExitCode code, std::string_view what, cerrno rc);
 
+    // For such a code whose meaning the message says in its own words.
+    struct Verbatim {};
+    Failure(ExitCode code, std::string message, cerrno rc, Verbatim)
+        : code_(code), message_(std::move(message)), rc_(rc) {}
+
     ExitCode code() const { return code_; }
     cerrno rc() const { return rc_; }
     const char *what() const noexcept override { return message_.c_str(); }
@@ -66,13 +71,14 @@ std::string hex(std::string_view bytes);
 
 // ---- error lines of the platform and the library
 
-// Keeps "%AAA-FACILITY-SEVERITY-MNEMONIC : text\n" of an error until the command has ended. False for other
-// output, and when there is no more room: it is then to be written. From any thread; allocates nothing.
-bool keep_log_line(std::string_view line) noexcept;
+// Keeps a line of an error until the command has ended, and drops other lines. With AAA_LOG=stderr these are
+// written; with another AAA_LOG all lines go where it says. False for a line that is to be written. From any
+// thread; allocates nothing.
+bool take_log_line(uint32_t severity, std::string_view line) noexcept;
 bool has_log_lines();
 // For errors that a command expects and says in its own words.
 void forget_log_lines();
-// Those that no failure has taken, on standard error.
+// Those of the command's thread that no failure has taken, on standard error.
 void print_log_lines();
 
 // Printed in place of a secret.

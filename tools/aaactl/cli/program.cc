@@ -8,7 +8,6 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <set>
@@ -231,8 +230,6 @@ void add_help(Command root) {
 }
 
 int run(int argc, const char *const *argv) {
-    // A person reads the reasons of failures here, not in the log of the machine.
-    setenv("AAA_LOG", "stderr", 0);
     OutputOptions options;
     CommandLine line("aaactl", kVersion,
                      "Shows, checks and changes what the AAA service exchanges and is configured with.");

@@ -262,7 +262,7 @@ void print_explanation(Output &out, const Explanation &e) {
 }
 
 ExitCode explain(Output &out, const ExplainOptions &options) {
-    Database database;
+    Database database(Database::Use::reading);
     const Explanation e = make_explanation(database, options);
     out.result(to_json(e), [&] { print_explanation(out, e); });
     if (!e.exists()) {

@@ -181,6 +181,9 @@ void verify_group(const Protocol &protocol, const std::string &name, uint32_t op
     if (rc == AAA_OK && verdict == AAA_VERDICT_ACCEPTED) {
         return;
     }
+    if (rc == SYSDB_ERR_LIB_ABSENT) {
+        throw database_failure(kGroupMaps, rc);
+    }
     const bool is_refusal =
         rc == AAA_ERR_INVALID_ARG || rc == AAA_ERR_SG_NAME_OTHER_PROTOCOL || rc == AAA_ERR_SG_IN_USE;
     throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),

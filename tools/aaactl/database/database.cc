@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "platform/cerr.h"
+#include "platform/control.h"
 #include "platform/sysdb_changes.h"
 
 namespace aaactl {
@@ -52,8 +53,6 @@ ExitCode exit_code(cerrno rc) {
 
 const char *hint(cerrno rc) {
     switch (rc) {
-        case SYSDB_ERR_LIB_ABSENT:
-            return " (install a provider, or name one in AAA_SYSDB_PROVIDER)";
         case SYSDB_ERR_ACCESS:
         case SYSDB_ERR_READ_ONLY:
             return " (run as root or as a member of the database's group)";
@@ -66,6 +65,18 @@ const char *hint(cerrno rc) {
         default:
             return "";
     }
+}
+
+// Names the file, which a user can correct, instead of a path of the database.
+Failure no_provider() {
+    char fault[4096] = "";
+    aaa_platform_sysdb_fault(fault, sizeof fault);
+    const bool is_named = std::string_view(fault).starts_with("AAA_SYSDB_PROVIDER");
+    return {ExitCode::unavailable,
+            "there is no system database: " + escaped(fault) +
+                (is_named ? "; correct the variable, or unset it to use the installed provider"
+                          : "; install a provider, or name one in AAA_SYSDB_PROVIDER"),
+            SYSDB_ERR_LIB_ABSENT, Failure::Verbatim{}};
 }
 
 // What the database says of a path, where there is none that could say it.
@@ -111,9 +122,14 @@ std::vector<Entry> entries_of(sysdb_list_t list, const std::string &directory) {
 }  // namespace
 
 Failure database_failure(std::string_view path, cerrno rc) {
+    if (rc == SYSDB_ERR_LIB_ABSENT) {
+        forget_log_lines();
+        return no_provider();
+    }
     // A line of the platform names the file and the remedy.
     return {exit_code(rc),
-            escaped(path) + ": " + escaped(cerr_strerror(rc)) + (has_log_lines() ? "" : hint(rc))};
+            escaped(path) + ": " + escaped(cerr_strerror(rc)) + (has_log_lines() ? "" : hint(rc)), rc,
+            Failure::Verbatim{}};
 }
 
 Database::~Database() {

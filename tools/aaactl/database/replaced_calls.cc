@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Two functions of the C library that take precedence over its own in the libraries of this program. They are
-// part of the program alone: a test or a fuzzer that links the commands keeps those of the C library.
+// A function of the C library that takes precedence over its own in the libraries of this program. It is part
+// of the program alone: a test or a fuzzer that links the commands keeps that of the C library.
 
 #include <fcntl.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
-
-#include "cli/output.hpp"
 
 namespace {
 
@@ -27,13 +24,4 @@ const char *provider_in_use(const char *path) {
 // it would find no database although the platform has one.
 extern "C" int access(const char *path, int mode) noexcept {
     return faccessat(AT_FDCWD, provider_in_use(path), mode, 0);
-}
-
-// A line in which the platform reports an error on standard error is kept, so that it is a part of the
-// message of the command that fails, and not a second message.
-extern "C" ssize_t write(int fd, const void *data, size_t size) {
-    if (fd == STDERR_FILENO && aaactl::keep_log_line({static_cast<const char *>(data), size})) {
-        return static_cast<ssize_t>(size);
-    }
-    return syscall(SYS_write, fd, data, size);
 }

@@ -85,6 +85,9 @@ uint32_t next_index(const GroupOptions &options, const Protocol &protocol, const
                                 options.name.c_str(), protocol.number, AAA_INDEX_ANY, &index,
                                 server.host.c_str(), server.ports.empty() ? usual : server.ports[0], 0,
                                 is_directory(protocol, server) ? 1 : 0, is_private);
+    if (rc == SYSDB_ERR_LIB_ABSENT) {
+        throw database_failure(kGroupConfig, rc);
+    }
     if (rc != AAA_OK) {
         const bool is_refusal = rc == AAA_ERR_INDEX_IN_USE;
         throw Failure(is_refusal ? ExitCode::negative : database_failure("", rc).code(),

@@ -12,7 +12,7 @@ namespace aaactl {
 namespace {
 
 ExitCode show(Output &out) {
-    Database database;
+    Database database(Database::Use::reading);
     const Dump stored = read_snapshot(out, database, kConfigRoot, true);
     out.end_progress();
     Items items;
