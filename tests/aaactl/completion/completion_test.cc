@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Completion in zsh and fish: each shell completes a line. Zsh does it only while a line is edited, so it runs
-// on a terminal of its own.
+// Completion in zsh and fish: each shell completes a line. Zsh does it only while a line is edited, so it
+// runs on a terminal of its own.
 
 #include <algorithm>
 #include <cstdlib>

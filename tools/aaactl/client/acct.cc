@@ -99,8 +99,10 @@ void add_acct(Command root) {
     sub.option("USER", options->user, "User name").required();
     add_client_options(sub, *options, "exec");
     sub.option("--session-id", options->session_id, "Number that all records of a session have in common")
+        .type("NUMBER")
         .shows_default();
-    sub.option("--command", options->command, "Command to record, for the services cmd and rcmd");
+    sub.option("--command", options->command, "Command to record, for the services cmd and rcmd")
+        .type("COMMAND");
     sub.footer(
         "Exit status: 0 recorded, 3 malformed reply, 5 no server or no reply, 6 the server did not record "
         "it.\n"

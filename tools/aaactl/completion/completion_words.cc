@@ -8,9 +8,9 @@
 namespace aaactl {
 namespace {
 
-// What may be at a position of the command line, for bash and zsh, which both run it: `cur` is the word at the
-// cursor. Paths, groups, lists and servers are those of the database: without a database, there are none. A
-// variable "path" would be the search path of zsh.
+// What may be at a position of the command line, for bash and zsh, which both run it: `cur` is the word at
+// the cursor. Paths, groups, lists and servers are those of the database: without a database, there are none.
+// A variable "path" would be the search path of zsh.
 constexpr char kPositions[] = R"(_aaactl_ask() {
     aaactl --color never sysdb ls "$1" 2>/dev/null </dev/null | grep -v '\\'
 }
