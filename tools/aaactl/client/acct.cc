@@ -108,7 +108,7 @@ void add_acct(Command root) {
         "it.\n"
         "JSON: {server, user, service, form, session_id, verdict, steps: [{request, subject, result, "
         "attributes:\npairs as of \"decode\"}]}; after a failure, \"error\" replaces \"verdict\".\n"
-        "Example: aaactl acct /run/aaa/server.sock start alice --session-id 4711 --line vty0");
+        "Example: aaactl acct /run/aaa/aaad.sock start alice --session-id 4711 --line vty0");
 }
 
 }  // namespace aaactl
