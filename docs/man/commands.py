@@ -9,10 +9,7 @@ import blocks
 
 SECTIONS = ("Positionals:", "Options:", "Subcommands:", "[Option Group")
 EVERYWHERE = {"--help", "--help-all", "--version", "--json", "--show-secrets", "--color"}
-NOTES = re.compile(r" (REQUIRED|Excludes: \S+|Needs: \S+|\.\.\.)")
-# A head as wide as its column: one blank separates the text.
-FILLED = re.compile(r"(-\S+ .*(?:Excludes|Needs): \S+) (?!REQUIRED|Excludes:|Needs:|\.\.\.)(\S.*)")
-TYPES = {"TEXT", "INT", "UINT", "FLOAT", "NUMBER", "PATH", "FILE", "DIR", "TEXT:FILE", "TEXT:DIR", "BOOLEAN"}
+NOTES = re.compile(r" (REQUIRED)")
 
 
 class Command:
@@ -49,8 +46,6 @@ class Command:
             rows[-1][1] = (rows[-1][1] + " " + line.strip()).strip()
             return
         head, _, text = line.strip().partition("  ")
-        if not text and (filled := FILLED.match(head)):
-            head, text = filled.groups()
         rows.append([head, text.strip()])
 
     def subcommands(self):
@@ -68,25 +63,24 @@ def sentence(text):
     return text if not text or text.endswith((".", "!", "?")) else text + "."
 
 
-def described(head, text):
-    """A positional or an option: its names, its values, the options that it excludes."""
+def is_optional(name, usage):
+    """Whether the usage line has the positional in brackets."""
+    return f"[{name}" in usage
+
+
+def described(head, text, usage):
+    """A positional or an option: its names and its value."""
     notes = NOTES.findall(head)
     head = NOTES.sub("", head)
     names, _, value = head.partition(" ")
-    choices = re.search(r"\{([^}]*)\}", value)
-    default = re.search(r"=(\S+)", value)
-    value = re.split(r"[:{= ]", value)[0]
+    value = value.removesuffix("...")
     flags = [f"Fl {name[1:]}" for name in names.split(",")] if names.startswith("-") else [f"Ar {names}"]
     argument = f" Ar {value}" if value and names.startswith("-") else ""
-    if not names.startswith("-") and "REQUIRED" not in notes:
+    if not names.startswith("-") and is_optional(names, usage):
         flags[0] = "Op " + flags[0]
     out = [".It " + " , ".join(flag + argument for flag in flags).replace("Fl -", "Fl \\-")]
     if text:
         out.append(blocks.prose(sentence(text)))
-    if choices and choices.group(1).split(",")[0] not in text:
-        out.append(blocks.prose("One of " + ", ".join(re.sub(r"->.*", "", word) for word in choices.group(1).split(",")) + "."))
-    out += [f"Default: {blocks.literal(default.group(1))}."] if default else []
-    out += [f"Not together with {blocks.literal(note.split()[1])}." for note in notes if note.startswith("Excludes")]
     out += ["Needed."] if "REQUIRED" in notes and names.startswith("-") else []
     return out
 
@@ -123,7 +117,7 @@ def mdoc(command):
     out = [".Ss " + " ".join(command.path), ".Dl " + blocks.literal(command.usage), ".Pp", blocks.prose(sentence(command.about))]
     rows = command.rows["Positionals:"] + command.options()
     if rows:
-        out += [".Bl -tag -width Ds"] + [line for row in rows for line in described(*row)] + [".El"]
+        out += [".Bl -tag -width Ds"] + [line for row in rows for line in described(*row, command.usage)] + [".El"]
     return out + footer(command.footer)
 
 
@@ -149,14 +143,14 @@ def synopsis(command):
     for head, _ in command.options():
         notes = NOTES.findall(head)
         names, _, value = NOTES.sub("", head).partition(" ")
-        value = re.split(r"[:{= ]", value)[0]
+        value = value.removesuffix("...")
         name = max(names.split(","), key=len)
         flag = f"Fl \\{name[1:]}" + (f" Ar {value}" if value else "")
         out.append(flag if "REQUIRED" in notes else "Op " + flag)
     for head, _ in command.rows["Positionals:"]:
         name = head.split(" ")[0]
         argument = f"Ar {name}" + (" ..." if "..." in command.usage.split(name, 1)[-1][:3] else "")
-        out.append(argument if "REQUIRED" in NOTES.findall(head) else "Op " + argument)
+        out.append("Op " + argument if is_optional(name, command.usage) else argument)
     return [out[0]] + ["." + word for word in out[1:]]
 
 

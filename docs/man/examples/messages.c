@@ -96,6 +96,7 @@ static void serve(aaa_transport_t *listener) {
         rc = rc == AAA_OK ? answer(client, request)
                           : refuse(client, rc);
         aaa_avpair_free_list(request);
+        explicit_bzero(&message, sizeof message);
         if (rc != AAA_OK) {
             break;
         }
@@ -139,7 +140,8 @@ static void show(const char *what, cerrno rc, uint32_t verdict) {
     printf("  verdict: %s\n", aaa_print_status(verdict));
 }
 
-static void log_in(aaa_transport_t *server, char *password) {
+static void log_in(aaa_transport_t *server, const char *what,
+                   char *password) {
     aaa_req_hdr_t header = {0};
     aaa_usercred_t user = {.username = "alice",
                            .password = password};
@@ -156,7 +158,7 @@ static void log_in(aaa_transport_t *server, char *password) {
     free(iov);
     explicit_bzero(packed,
                    sizeof packed); /* the password is in it */
-    show(password, rc, verdict);
+    show(what, rc, verdict);
 }
 
 static void ping(aaa_transport_t *server) {
@@ -190,8 +192,8 @@ int main(void) {
     if (aaa_transport_connect(server, "socket", getuid(),
                               aaa_transport_deadline(10000)) ==
         AAA_OK) {
-        log_in(server, good);
-        log_in(server, wrong);
+        log_in(server, "the right password", good);
+        log_in(server, "a wrong password", wrong);
         ping(server); /* which this server does not process */
     }
     aaa_transport_free(server);

@@ -43,6 +43,9 @@ int main(void) {
     testkit_fail_call("sysdb_item_get", 1, SYSDB_ERR_CORRUPT, -1);
     expect("unreadable", session_limit() == 10);
     expect("asked each time", testkit_count("sysdb_item_get") == 3);
+
+    testkit_fail_call("_sysdb_bind", 1, SYSDB_ERR_LIB_ABSENT, -1);
+    expect("no database", session_limit() == 10);
     expect("closed", testkit_sysdb_open_connections(NULL) == 0);
     return 0;
 }

@@ -24,6 +24,27 @@ TEST(Help, IsThatOfTheOption) {
     }
 }
 
+// The names of values are words of the field, and what they can be follows the description.
+TEST(Help, NamesValuesForPeople) {
+    const std::string all = aaactl({"--help-all"}).out;
+    for (const char *internal : {" TEXT", "UINT", ":INT", " in [", "REQUIRED", "Excludes", ":{"}) {
+        EXPECT_EQ(all.find(internal), std::string::npos) << internal;
+    }
+    const std::string trace = aaactl({"trace", "--help"}).out;
+    EXPECT_NE(trace.find(
+                  "  --timeout SECONDS           Seconds to wait for the service (1 to 86400; default 10)\n"),
+              std::string::npos)
+        << trace;
+    EXPECT_NE(
+        trace.find("  --all                       First all that the service remembers (not with --since)\n"),
+        std::string::npos)
+        << trace;
+    EXPECT_NE(
+        aaactl({"sysdb", "watch", "--help"}).out.find("End after this number of changes (at least 1)\n"),
+        std::string::npos);
+    EXPECT_NE(aaactl({"--help"}).out.find("--color,--colour WHEN"), std::string::npos);
+}
+
 TEST(Help, SuggestsACommand) {
     const auto run = aaactl({"help", "sysdb", "lod"});
     EXPECT_EQ(run.status, 2);

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdint>
 #include <iostream>
 #include <sstream>
 
@@ -13,20 +14,6 @@
 
 namespace aaactl {
 namespace {
-
-// An argument of several words is NAME..., for any limit; CLI11 has "(1x)" for "one to four".
-class UsageLine : public CLI::Formatter {
-    [[nodiscard]] std::string make_option_usage(const CLI::Option *option) const override {
-        const std::string words = option->get_name(true) + (option->get_expected_max() > 1 ? "..." : "");
-        return option->get_required() ? words : "[" + words + "]";
-    }
-    // Without other names: the manual and the completion have one.
-    [[nodiscard]] std::string make_subcommand(const CLI::App *sub) const override {
-        std::stringstream out;
-        CLI::detail::format_help(out, sub->get_name(), sub->get_description(), column_width_);
-        return out.str();
-    }
-};
 
 // The accepted values are in braces after the type's name: "KIND:{auto,list}".
 std::vector<std::string> words_in_braces(const std::string &type) {
@@ -40,6 +27,73 @@ std::vector<std::string> words_in_braces(const std::string &type) {
     }
     return words;
 }
+
+constexpr size_t kMostChoices = 8;  // of more, the notes of the command have a table
+
+// "auto, text or json"; "" if the description names them.
+std::string choices(const CLI::Option &option) {
+    const std::vector<std::string> words = words_in_braces(option.get_type_name());
+    const bool are_named = std::all_of(words.begin(), words.end(), [&](const std::string &word) {
+        return option.get_description().find(word) != std::string::npos;
+    });
+    std::string text;
+    for (size_t i = 0; !are_named && words.size() <= kMostChoices && i < words.size(); ++i) {
+        text += (i == 0 ? "" : i + 1 < words.size() ? ", " : " or ") + words[i];
+    }
+    return text;
+}
+
+// "0 to 86400", of a type such as "SECONDS:INT in [0 - 86400]"; "at least 1" without a limit of its own.
+std::string range(const std::string &type) {
+    const size_t begin = type.find(" in [");
+    const size_t hyphen = type.find(" - ", begin);
+    const size_t end = type.find(']', begin);
+    if (begin == std::string::npos || hyphen == std::string::npos || end == std::string::npos) {
+        return "";
+    }
+    const std::string least = type.substr(begin + 5, hyphen - begin - 5);
+    const std::string most = type.substr(hyphen + 3, end - hyphen - 3);
+    const bool is_limit = most != std::to_string(UINT32_MAX) && most != std::to_string(UINT64_MAX);
+    return is_limit ? least + " to " + most : "at least " + least;
+}
+
+// An argument of several words is NAME..., for any limit; CLI11 has "(1x)" for "one to four". What CLI11
+// prints between an option and its description, such as "SECONDS:INT in [0 - 86400]=30 Excludes: --all", is
+// the name of the value, and the rest follows the description.
+class UsageLine : public CLI::Formatter {
+    [[nodiscard]] std::string make_option_opts(const CLI::Option *option) const override {
+        if (!option->nonpositional() || option->get_type_size() == 0) {
+            return "";
+        }
+        const std::string type = option->get_type_name();
+        return " " + type.substr(0, type.find(':')) + (option->get_expected_max() > 1 ? "..." : "") +
+               (option->get_required() ? " REQUIRED" : "");
+    }
+    [[nodiscard]] std::string make_option_desc(const CLI::Option *option) const override {
+        std::vector<std::string> notes{choices(*option), range(option->get_type_name())};
+        if (!option->get_default_str().empty()) {
+            notes.push_back("default " + option->get_default_str());
+        }
+        for (const CLI::Option *other : option->get_excludes()) {
+            notes.push_back("not with " + other->get_name());
+        }
+        std::string text;
+        for (const std::string &note : notes) {
+            text += (note.empty() || text.empty() ? "" : "; ") + note;
+        }
+        return option->get_description() + (text.empty() ? "" : " (" + text + ")");
+    }
+    [[nodiscard]] std::string make_option_usage(const CLI::Option *option) const override {
+        const std::string words = option->get_name(true) + (option->get_expected_max() > 1 ? "..." : "");
+        return option->get_required() ? words : "[" + words + "]";
+    }
+    // Without other names: the manual and the completion have one.
+    [[nodiscard]] std::string make_subcommand(const CLI::App *sub) const override {
+        std::stringstream out;
+        CLI::detail::format_help(out, sub->get_name(), sub->get_description(), column_width_);
+        return out.str();
+    }
+};
 
 ArgumentForm form_of(const CLI::Option &option) {
     ArgumentForm form{{},

@@ -99,14 +99,16 @@ void add_acct(Command root) {
     sub.option("USER", options->user, "User name").required();
     add_client_options(sub, *options, "exec");
     sub.option("--session-id", options->session_id, "Number that all records of a session have in common")
+        .type("NUMBER")
         .shows_default();
-    sub.option("--command", options->command, "Command to record, for the services cmd and rcmd");
+    sub.option("--command", options->command, "Command to record, for the services cmd and rcmd")
+        .type("COMMAND");
     sub.footer(
         "Exit status: 0 recorded, 3 malformed reply, 5 no server or no reply, 6 the server did not record "
         "it.\n"
         "JSON: {server, user, service, form, session_id, verdict, steps: [{request, subject, result, "
         "attributes:\npairs as of \"decode\"}]}; after a failure, \"error\" replaces \"verdict\".\n"
-        "Example: aaactl acct /run/aaa/server.sock start alice --session-id 4711 --line vty0");
+        "Example: aaactl acct /run/aaa/aaad.sock start alice --session-id 4711 --line vty0");
 }
 
 }  // namespace aaactl

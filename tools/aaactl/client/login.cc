@@ -75,7 +75,7 @@ void add_login(Command root) {
         "status,\n"
         "message, attributes: pairs as of \"decode\"}]}; after a failure, \"error\" replaces "
         "\"verdict\", with\nthe steps so far.\n"
-        "Example: aaactl login /run/aaa/server.sock alice --authorize 'show version' < password");
+        "Example: aaactl login /run/aaa/aaad.sock alice --authorize 'show version' < password");
 }
 
 }  // namespace aaactl

@@ -97,7 +97,7 @@ void add_decode(Command root) {
     Command sub = root.command("decode", "Show the contents of a message",
                                [options](Output &out) { return decode(*options, out); });
     const Argument file = sub.option("FILE", options->file, "Message, - for standard input");
-    sub.option("--hex", options->hex, "The message as hexadecimal digits").excludes(file);
+    sub.option("--hex", options->hex, "The message as hexadecimal digits").type("DIGITS").excludes(file);
     sub.option("--kind", options->kind, "Kind of message, see below").one_of(kind_names()).type("KIND");
     sub.option("--input", options->input, "Form of the input: auto, binary or hex")
         .one_of({"auto", "binary", "hex"})

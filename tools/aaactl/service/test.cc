@@ -119,6 +119,7 @@ void add_test(Command root) {
     sub.option("--remote-addr", options->remote_addr, "Address that the user comes from").type("ADDRESS");
     sub.option("--command", options->commands, "Then ask whether this command may run; may be repeated")
         .type("COMMAND")
+        .type("COMMAND")
         .one_value_each();
     sub.flag("--no-password", options->no_password, "Send no password until the service asks for one");
     sub.option("--socket", options->control.socket, "The control socket of the service")

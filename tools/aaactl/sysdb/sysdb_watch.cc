@@ -274,6 +274,7 @@ void add_sysdb_watch(Command sysdb) {
         .excludes(initial);
     sub.flag("-a,--all", options->all, kAllHelp);
     sub.option("-n,--count", options->count, "End after this number of changes")
+        .type("NUMBER")
         .between(uint64_t{1}, uint64_t{UINT32_MAX});
     sub.footer(
         "Quick changes of one item may be shown as one; the last state is always shown. \"reread\": more has "
