@@ -74,8 +74,12 @@ bool read_level(sysdb_conn_t cfg, const std::string &directory, std::vector<Entr
     const std::unique_ptr<void, FreeList> owner(list);
     char *name = nullptr;
     std::uint32_t type = 0;
-    while (sysdb_list_next(list, &name, &type, 0) == 0 && name != nullptr) {
+    cerrno next = sysdb_list_start(list);
+    while (next == 0 && (next = sysdb_list_next(list, &name, &type, 0)) == 0 && name != nullptr) {
         entries.push_back({name, type == SYSDB_TYPE_DIRECTORY});
+    }
+    if (next != 0 && next != SYSDB_ERR_END_OF_LIST) {  // a part of a directory is not a state
+        fail(directory, next);
     }
     return true;
 }

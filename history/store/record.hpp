@@ -65,7 +65,9 @@ struct Waiting {
 struct Head {
     std::uint32_t last = 0;  // 0: there is no commit
     std::optional<Waiting> waiting;
-    bool operator==(const Head &other) const = default;
+    std::string stored;  // its text as it was read, which a change expects; empty if there is none
+
+    bool operator==(const Head &other) const { return last == other.last && waiting == other.waiting; }
 };
 std::string text_of(const Head &head);
 std::optional<Head> head_from(const std::string &text);

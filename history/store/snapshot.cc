@@ -12,7 +12,8 @@ namespace history {
 namespace {
 
 constexpr std::string_view kMagic = "AHS1";
-constexpr std::size_t kHead = kMagic.size() + 8;
+constexpr std::size_t kChecked = kMagic.size() + 4;  // where the bytes begin that the checksum is of
+constexpr std::size_t kHead = kChecked + 8;
 // Of a whole configuration: a damaged length must not ask for all memory.
 constexpr std::uint64_t kMostPlain = std::uint64_t{1} << 30;
 constexpr int kLevel = 3;  // the next levels take twice as long for a few percent
@@ -27,6 +28,27 @@ void put_number(std::string &out, std::uint64_t value) {
         value >>= 7;
     }
     out.push_back(static_cast<char>(value));
+}
+
+template <typename Number>
+void put_fixed(char *to, Number value) {
+    for (std::size_t i = 0; i < sizeof value; ++i) {
+        to[i] = static_cast<char>(value >> (8 * i));
+    }
+}
+
+template <typename Number>
+Number fixed(const char *from) {
+    Number value = 0;
+    for (std::size_t i = 0; i < sizeof value; ++i) {
+        value |= static_cast<Number>(static_cast<Number>(static_cast<unsigned char>(from[i])) << (8 * i));
+    }
+    return value;
+}
+
+std::uint32_t checksum(const std::string &stored) {
+    return static_cast<std::uint32_t>(crc32(0, reinterpret_cast<const Bytef *>(stored.data() + kChecked),
+                                            static_cast<uInt>(stored.size() - kChecked)));
 }
 
 // Takes parts from the front of bytes, never more than there are.
@@ -99,29 +121,26 @@ Items from_plain_form(const std::string &plain) {
 }
 
 std::string compressed(const std::string &plain) {
-    std::string stored(kMagic);
-    for (unsigned shift = 0; shift < 64; shift += 8) {
-        stored.push_back(static_cast<char>(std::uint64_t{plain.size()} >> shift));
-    }
     uLongf length = compressBound(plain.size());
-    stored.resize(kHead + length);
+    std::string stored(kHead + length, '\0');
     const int rc = compress2(reinterpret_cast<Bytef *>(stored.data() + kHead), &length,
                              reinterpret_cast<const Bytef *>(plain.data()), plain.size(), kLevel);
     if (rc != Z_OK) {
         throw std::bad_alloc();
     }
     stored.resize(kHead + length);
+    stored.replace(0, kMagic.size(), kMagic);
+    put_fixed(stored.data() + kChecked, std::uint64_t{plain.size()});
+    put_fixed(stored.data() + kMagic.size(), checksum(stored));
     return stored;
 }
 
 std::string decompressed(const std::string &stored) {
-    if (!stored.starts_with(kMagic) || stored.size() < kHead) {
+    if (!stored.starts_with(kMagic) || stored.size() < kHead ||
+        fixed<std::uint32_t>(stored.data() + kMagic.size()) != checksum(stored)) {
         damaged();
     }
-    std::uint64_t length = 0;
-    for (std::size_t i = 0; i < 8; ++i) {
-        length |= std::uint64_t{static_cast<unsigned char>(stored[kMagic.size() + i])} << (8 * i);
-    }
+    const auto length = fixed<std::uint64_t>(stored.data() + kChecked);
     if (length > kMostPlain) {
         damaged();
     }

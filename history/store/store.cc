@@ -80,7 +80,6 @@ Changes rewritten(const Commit &commit, const Items &items) {
     after.plain_bytes = plain.size();
     after.bytes = stored.size();
     after.parts = static_cast<std::uint32_t>(changes.size());
-    changes.push_back({SYSDB_CHANGE_EXPECT, record_path(commit.number), text_item(text_of(commit))});
     changes.push_back({SYSDB_CHANGE_SET, record_path(commit.number), text_item(text_of(after))});
     changes.push_back({SYSDB_CHANGE_PRUNE, commit_directory(commit.number) + "state/", {}});
     return changes;
@@ -171,7 +170,7 @@ Limits Store::limits() const {
 Writing::Writing(const Store &store, const Head &head) : store_(store), before_(head), after_(head) {
     Item absent{SYSDB_TYPE_ANY, {}};
     changes_.push_back(
-        {SYSDB_CHANGE_EXPECT, head_path(), head == Head{} ? absent : text_item(text_of(head))});
+        {SYSDB_CHANGE_EXPECT, head_path(), head.stored.empty() ? absent : text_item(head.stored)});
 }
 
 bool Writing::is_recorded(const State &state) {

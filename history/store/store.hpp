@@ -84,8 +84,8 @@ std::string commit_directory(std::uint32_t number);
 // The parts of a stored state, of sizes that every provider takes.
 Changes state_changes(std::uint32_t number, const std::string &stored);
 
-// Changes that give a commit other items: the same configuration, otherwise written. Its record is expected to
-// be as it is.
+// Changes that give a commit other items: the same configuration, otherwise written. The caller makes them
+// with those of a Writing, which expects the head: every change of the history changes it.
 Changes rewritten(const Commit &commit, const Items &items);
 
 // ---- whole operations, which try again when others change the same meanwhile

@@ -69,6 +69,8 @@ class Keeper {
     std::uint64_t failed_reads() const { return failed_reads_; }
     // What is wrong now; in any thread.
     std::vector<Alarm> alarms() const { return alarms_.all(); }
+    // Raises one that another part has found, or ends it with an empty text; in any thread.
+    void set_alarm(const std::string &word, const std::string &text) { alarms_.set(word, text); }
     // Reads the database again if keys of servers could not be opened: the file of master keys tells
     // no one that it has changed. In any thread.
     void try_keys_again();

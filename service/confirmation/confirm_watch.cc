@@ -31,7 +31,8 @@ void log_reverted(const history::Reverted &reverted) {
 
 }  // namespace
 
-ConfirmWatch::ConfirmWatch(history::Watcher::Clock clock) : clock_(std::move(clock)) {}
+ConfirmWatch::ConfirmWatch(Alarm alarm, history::Watcher::Clock clock)
+    : alarm_(std::move(alarm)), clock_(std::move(clock)) {}
 
 ConfirmWatch::~ConfirmWatch() {
     stop();
@@ -78,11 +79,9 @@ void ConfirmWatch::run() {
     };
     reports.reverted = log_reverted;
     reports.fails = [this](const std::string &text) {
-        alarms_.set("confirm",
-                    text.empty()
-                        ? ""
-                        : "commits that are not confirmed in time cannot be reverted: " + text +
-                              "; it is tried again; to revert one by hand, say as root: aaactl cancel");
+        alarm_(text.empty() ? ""
+                            : "commits that are not confirmed in time cannot be reverted: " + text +
+                                  "; it is tried again; to revert one by hand, say as root: aaactl cancel");
         if (!text.empty()) {
             log(Level::kError, "NO_REVERT",
                 "commits that are not confirmed in time cannot be reverted: %s; it is tried again",

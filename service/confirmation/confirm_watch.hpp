@@ -5,11 +5,10 @@
 // of any other.
 #pragma once
 
-#include <memory>
+#include <functional>
+#include <string>
 #include <thread>
-#include <vector>
 
-#include "config/alarms.hpp"
 #include "net/descriptor.hpp"
 #include "store/watcher.hpp"
 
@@ -17,8 +16,9 @@ namespace service {
 
 class ConfirmWatch {
   public:
-    // The clock is for tests.
-    explicit ConfirmWatch(history::Watcher::Clock clock = history::system_now);
+    // `alarm` is called on the thread with what is wrong, or "" when it is over. The clock is for tests.
+    using Alarm = std::function<void(const std::string &)>;
+    explicit ConfirmWatch(Alarm alarm, history::Watcher::Clock clock = history::system_now);
     ~ConfirmWatch();
     ConfirmWatch(const ConfirmWatch &) = delete;
     ConfirmWatch &operator=(const ConfirmWatch &) = delete;
@@ -28,14 +28,11 @@ class ConfirmWatch {
     bool start();
     void stop();
 
-    // What is wrong now; in any thread.
-    std::vector<Alarm> alarms() const { return alarms_.all(); }
-
   private:
     void run();
 
+    Alarm alarm_;
     history::Watcher::Clock clock_;
-    Alarms alarms_;
     net::Descriptor stop_;
     std::thread thread_;
 };

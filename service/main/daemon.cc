@@ -143,13 +143,6 @@ int Daemon::run() {
     return 0;
 }
 
-std::vector<Alarm> Daemon::alarms() const {
-    std::vector<Alarm> all = keeper_->alarms();
-    const std::vector<Alarm> more = confirmation_.alarms();
-    all.insert(all.end(), more.begin(), more.end());
-    return all;
-}
-
 // Logins are answered without it, too.
 void Daemon::open_control() {
     const Settings &settings = *present_->settings;
@@ -161,7 +154,7 @@ void Daemon::open_control() {
     control_ = std::make_unique<Control>(
         ControlSources{loop_, trace_, groups_, capture_, [this] { return present_; },
                        [this] { return listener_->clients(); }, AAA_VERSION, settings.socket,
-                       static_cast<std::int64_t>(std::time(nullptr)), [this] { return alarms(); }},
+                       static_cast<std::int64_t>(std::time(nullptr)), [this] { return keeper_->alarms(); }},
         trace_);
     control_->provide(ControlRequest::Kind::kSessions, [this](JsonWriter &out) {
         out.number("sessions", static_cast<std::int64_t>(groups_.sessions()));

@@ -37,7 +37,6 @@ class Daemon {
     void stop();
     void take(SnapshotPtr snapshot);
     void open_control();
-    std::vector<Alarm> alarms() const;
     void look_for_sockets();
     void configure(const Request &request, std::function<void(cerrno)> done);
 
@@ -51,7 +50,7 @@ class Daemon {
     Recorder recorder_;
     Backends backends_;
     std::unique_ptr<Keeper> keeper_;
-    ConfirmWatch confirmation_;
+    ConfirmWatch confirmation_{[this](const std::string &text) { keeper_->set_alarm("confirm", text); }};
     std::unique_ptr<Workers> workers_;
     std::unique_ptr<Deciders> deciders_;
     Capture capture_{loop_, trace_.names(), "aaad " AAA_VERSION};

@@ -276,6 +276,7 @@ class AaactlDocuments : public aaactl_test::DatabaseTest {
         args.insert(args.begin(), command.begin(), command.end());
         args.emplace_back("--json");
         std::set<std::string> members;
+        SCOPED_TRACE(command.back());
         collect_members(aaactl(args, input).json(), members);
         EXPECT_FALSE(members.empty());
         auto help = command;

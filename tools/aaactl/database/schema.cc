@@ -12,6 +12,7 @@
 #include "database/secret_values.hpp"
 #include "database/server_entry.hpp"
 #include "database/sysdb_values.hpp"
+#include "store/store.hpp"
 
 namespace aaactl {
 namespace {
@@ -330,6 +331,34 @@ std::string protocol_fault(const Place &place, const Item &item) {
     return part_fault(kOfProtocol, protocol_bit(place.names[0]), place.from(1), item);
 }
 
+// Limits of the history of the configuration.
+std::string history_fault(const Place &place, const Item &item) {
+    struct Limit {
+        const char *name;
+        uint32_t least;
+        uint32_t most;
+    };
+    constexpr Limit kLimits[] = {{"commits", history::kLeastCommits, history::kMostCommits},
+                                 {"kilobytes", history::kLeastKilobytes, history::kMostKilobytes}};
+    if (place.size() == 0) {
+        return place.is_directory ? "" : "the settings of the history are in a directory";
+    }
+    for (const Limit &limit : kLimits) {
+        if (place.size() != 1 || place.is_directory || place.names[0] != limit.name) {
+            continue;
+        }
+        if (item.type != SYSDB_TYPE_U32) {
+            return wrong_type(item, SYSDB_TYPE_U32);
+        }
+        const uint32_t value = number_of(item);
+        return value >= limit.least && value <= limit.most
+                   ? ""
+                   : place.names[0] + " is a number from " + std::to_string(limit.least) + " to " +
+                         std::to_string(limit.most);
+    }
+    return unknown(place.names[0], "a setting of the history", {"commits", "kilobytes"});
+}
+
 std::string place_fault(const std::string &path, const Item &item) {
     if (!path.starts_with(kRoot) || path.size() == kRoot.size()) {
         return "";
@@ -345,7 +374,10 @@ std::string place_fault(const std::string &path, const Item &item) {
     if (contains(kProtocolWords, first)) {
         return protocol_fault(place, item);
     }
-    std::vector<std::string> known{"group-server"};
+    if (first == "history") {
+        return history_fault(place.from(1), item);
+    }
+    std::vector<std::string> known{"group-server", "history"};
     known.insert(known.end(), list_functions().begin(), list_functions().end());
     known.insert(known.end(), kProtocolWords.begin(), kProtocolWords.end());
     return unknown(first, "read here", known);

@@ -61,8 +61,8 @@ Opened open_configuration(Output &out, Database &database) {
             comments += "! " + escaped(item.path) + ": " + item.fault + "; it stays\n";
         }
     }
-    opened.text = kIntroduction + std::string(kMark) + "\n" + shown(out, opened.items).text + comments +
-                  std::string(kEnd) + "\n";
+    opened.text = kIntroduction + std::string(kMark) + "\n" + shown_configuration(out, opened.items).text +
+                  comments + std::string(kEnd) + "\n";
     return opened;
 }
 

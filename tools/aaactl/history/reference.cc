@@ -24,7 +24,9 @@ Failure missing(const history::Store &store, const std::string &word) {
     }
     std::vector<std::string> labels;
     for (const history::Commit &commit : commits) {
-        labels.push_back(commit.label);
+        if (!commit.label.empty()) {
+            labels.push_back(commit.label);
+        }
     }
     return {ExitCode::not_found, "\"" + escaped(word) + "\" is no commit" + did_you_mean(word, labels) +
                                      "; the commits are " + std::to_string(commits.front().number) + " to " +

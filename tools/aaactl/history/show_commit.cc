@@ -39,7 +39,7 @@ ExitCode show(Output &out, const std::string &word) {
     const history::Store store = store_of(database);
     const history::Commit commit = find_commit(store, word);
     const Items items = with_history([&] { return items_of(store.items(commit)); });
-    const Shown configuration = shown(out, items);
+    const ShownConfiguration configuration = shown_configuration(out, items);
     Json document = commit_json(commit);
     document["lines"] = Json::array(lines_json(configuration.plain + std::string(kEnd) + "\n"));
     document["masked"] = configuration.masked;

@@ -2,6 +2,7 @@
 
 #include "history/text_diff.hpp"
 
+#include <algorithm>
 #include <map>
 #include <utility>
 
@@ -55,35 +56,66 @@ std::map<std::pair<std::string, std::string>, size_t> places_of(const Lines &lin
     return places;
 }
 
-}  // namespace
+// Both texts have the same order of parts. Between two lines that both have, the changes are told group by
+// group, the removed lines of each before the added ones.
+class Differences {
+  public:
+    std::vector<LineChange> of(const Lines &before, const Lines &after) {
+        const auto old_places = places_of(before);
+        const auto new_places = places_of(after);
+        size_t at_new = 0;
+        const auto take_new = [&](size_t end) {
+            for (; at_new < end; ++at_new) {
+                if (!old_places.contains(after[at_new].key())) {
+                    gap_.push_back({after[at_new].group, after[at_new].shown, true});
+                }
+            }
+        };
+        for (const Line &line : before) {
+            const auto found = new_places.find(line.key());
+            if (found == new_places.end()) {
+                gap_.push_back({line.group, line.shown, false});
+                continue;
+            }
+            take_new(found->second);  // nothing if its place has changed
+            end_gap();
+            group_ = line.group;
+        }
+        take_new(after.size());
+        end_gap();
+        return std::move(changes_);
+    }
 
-// Both texts have the same order of parts, so they are merged: at a line that both have, those before it come
-// first, the removed ones before the added ones.
-std::vector<LineChange> line_changes(const Output &out, const Items &before, const Items &after) {
-    const Lines old_lines = lines_of(out, before);
-    const Lines new_lines = lines_of(out, after);
-    const auto old_places = places_of(old_lines);
-    const auto new_places = places_of(new_lines);
-    std::vector<LineChange> changes;
-    size_t at_new = 0;
-    const auto add_new = [&](size_t end) {
-        for (; at_new < end; ++at_new) {
-            const Line &line = new_lines[at_new];
-            if (!old_places.contains(line.key())) {
-                changes.push_back({line.group, line.shown, true});
+  private:
+    void end_gap() {
+        std::vector<std::string> groups{group_};
+        std::map<std::string, std::vector<const LineChange *>> removed;
+        std::map<std::string, std::vector<const LineChange *>> added;
+        for (const LineChange &change : gap_) {
+            if (change.group != group_ && !removed.contains(change.group) && !added.contains(change.group)) {
+                groups.push_back(change.group);
+            }
+            (change.added ? added : removed)[change.group].push_back(&change);
+        }
+        for (const std::string &group : groups) {
+            for (const auto *lines : {&removed[group], &added[group]}) {
+                for (const LineChange *change : *lines) {
+                    changes_.push_back(*change);
+                }
             }
         }
-    };
-    for (const Line &line : old_lines) {
-        const auto found = new_places.find(line.key());
-        if (found == new_places.end()) {
-            changes.push_back({line.group, line.shown, false});
-        } else {
-            add_new(found->second);  // nothing if its place has changed
-        }
+        gap_.clear();
     }
-    add_new(new_lines.size());
-    return changes;
+
+    std::string group_;  // of the last line that both have
+    std::vector<LineChange> gap_;
+    std::vector<LineChange> changes_;
+};
+
+}  // namespace
+
+std::vector<LineChange> line_changes(const Output &out, const Items &before, const Items &after) {
+    return Differences().of(lines_of(out, before), lines_of(out, after));
 }
 
 void print_line_changes(Output &out, const std::vector<LineChange> &changes) {

@@ -293,9 +293,11 @@ void check_unused(uint32_t generation) {
     const std::string which = "generation " + generation_text(generation);
     const std::string doubt =
         unreadable.empty() ? "" : " may be needed by items that cannot be read: " + unreadable;
+    if (!history.commits.empty()) {
+        users += " (\"aaactl key reseal /cfg/\" seals their keys again)";
+    }
     if (!users.empty()) {
-        throw Failure(ExitCode::negative, which + " is needed by " + users +
-                                              "; run \"aaactl key reseal /cfg/\"" +
+        throw Failure(ExitCode::negative, which + " is needed by " + users + "; see \"aaactl key reseal\"" +
                                               (doubt.empty() ? "" : "; it" + doubt));
     }
     if (!doubt.empty()) {

@@ -27,7 +27,7 @@ ExitCode show(Output &out) {
         comments += "! " + escaped(item.path) + ": " + item.fault + "\n";
         out.note("aaactl: " + escaped(item.path) + ": " + item.fault + "; it is not in the text");
     }
-    const Shown configuration = shown(out, items);
+    const ShownConfiguration configuration = shown_configuration(out, items);
     Json document = {{"lines", Json::array(lines_json(configuration.plain + std::string(kEnd) + "\n"))},
                      {"masked", configuration.masked}};
     if (!comments.empty()) {

@@ -50,7 +50,7 @@ size_t mask_secrets(const Output &out, Statements &statements) {
     return masked;
 }
 
-Shown shown(const Output &out, const Items &items) {
+ShownConfiguration shown_configuration(const Output &out, const Items &items) {
     Statements statements = statements_of(items);
     const size_t masked = mask_secrets(out, statements);
     return {with_separators(statements), text_of(statements), masked};

@@ -11,12 +11,12 @@
 
 namespace aaactl {
 
-struct Shown {
+struct ShownConfiguration {
     std::string text;   // with separators, without the last line
     std::string plain;  // without separators
     size_t masked = 0;
 };
-Shown shown(const Output &out, const Items &items);
+ShownConfiguration shown_configuration(const Output &out, const Items &items);
 
 // Masks secret values unless they are to be shown, and counts them. Sealed keys stay: only a holder of the
 // master keys can open them.

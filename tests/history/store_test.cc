@@ -1,0 +1,284 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "store/store.hpp"
+
+#include "history/history_fixture.hpp"
+#ifndef HISTORY_ON_LMDB
+#include "testkit/fake_platform.hpp"
+#endif
+
+namespace history_test {
+namespace {
+
+using history::Error;
+
+class StoreTest : public HistoryTest {
+  protected:
+    std::optional<history::Reverted> revert(std::uint32_t number) const {
+        return history::revert(store(), number, history::program("test"), "because", at(0));
+    }
+};
+
+TEST_F(StoreTest, BeginsWithoutCommits) {
+    EXPECT_EQ(store().head(), Head{});
+    EXPECT_TRUE(store().commits().empty());
+    EXPECT_THROW(store().commit(1), Error);
+}
+
+TEST_F(StoreTest, ACommitHoldsTheState) {
+    put("gl/aaa/x", "1");
+    put_directory("gl/aaa/empty/");
+    const Items before = present().items;
+    EXPECT_EQ(commit("one"), 1u);
+    put("gl/aaa/x", "2");
+    EXPECT_EQ(commit("two"), 2u);
+    EXPECT_EQ(store().head().last, 2u);
+    EXPECT_EQ(store().commit(1).label, "one");
+    EXPECT_EQ(store().commit(1).items, 2u);
+    EXPECT_EQ(store().items(store().commit(1)), before);
+    EXPECT_EQ(store().items(store().commit(2)), present().items);
+}
+
+TEST_F(StoreTest, AStateOfManyPartsIsWhole) {
+    // Texts that cannot be compressed: more than one part.
+    std::uint32_t random = 1;
+    for (int i = 0; i < 40; ++i) {
+        std::string text;
+        for (int n = 0; n < 20'000; ++n) {
+            random = random * 1'664'525 + 1'013'904'223;
+            text += static_cast<char>(' ' + (random >> 24) % 90);
+        }
+        put("gl/aaa/x" + std::to_string(i), text);
+    }
+    commit("large");
+    EXPECT_GT(store().commit(1).parts, 1u);
+    EXPECT_EQ(store().items(store().commit(1)), present().items);
+}
+
+TEST_F(StoreTest, KnowsWhetherTheStateIsRecorded) {
+    put("gl/aaa/x", "1");
+    EXPECT_FALSE(history::Writing(store(), store().head()).is_recorded(present()));
+    commit("one");
+    EXPECT_TRUE(history::Writing(store(), store().head()).is_recorded(present()));
+    put("gl/aaa/x", "2");
+    EXPECT_FALSE(history::Writing(store(), store().head()).is_recorded(present()));
+}
+
+TEST_F(StoreTest, OfTwoCommitsAtATimeTheSecondIsMadeOnTheFirst) {
+    put("gl/aaa/x", "1");
+    int tries = 0;
+    history::change(store(), [&](const Head &head, history::Changes &changes) {
+        if (++tries == 1) {
+            commit("the other one");
+        }
+        history::Writing writing(store(), head);
+        writing.add({}, present());
+        changes = writing.finish();
+    });
+    EXPECT_EQ(tries, 2);
+    EXPECT_EQ(numbers(), (std::vector<std::uint32_t>{1, 2}));
+    EXPECT_EQ(store().commit(1).label, "the other one");
+}
+
+TEST_F(StoreTest, TheOldestCommitsGo) {
+    put_number("gl/aaa/history/commits", 3);
+    for (int i = 1; i <= 6; ++i) {
+        put_number("gl/aaa/x", static_cast<std::uint32_t>(i));
+        commit(std::to_string(i));
+    }
+    EXPECT_EQ(numbers(), (std::vector<std::uint32_t>{4, 5, 6}));
+    EXPECT_THROW(store().commit(3), Error);
+    EXPECT_TRUE(history::read_names(cfg(), ".history/commit/0x3/").empty()) << "its state is gone too";
+}
+
+TEST_F(StoreTest, TheOldestCommitsGoWhenTheyAreTooLarge) {
+    put_number("gl/aaa/history/kilobytes", 64);
+    std::uint32_t random = 1;
+    for (int i = 1; i <= 6; ++i) {
+        std::string text;
+        for (int n = 0; n < 24'000; ++n) {
+            random = random * 1'664'525 + 1'013'904'223;
+            text += static_cast<char>(' ' + (random >> 24) % 90);
+        }
+        put("gl/aaa/x", text);
+        commit(std::to_string(i));
+    }
+    const auto left = numbers();
+    EXPECT_LT(left.size(), 6u);
+    EXPECT_EQ(left.back(), 6u);
+    std::uint64_t bytes = 0;
+    for (const auto &commit : store().commits()) {
+        bytes += commit.bytes;
+    }
+    EXPECT_LE(bytes, 64u * 1024);
+}
+
+TEST_F(StoreTest, TheWaitingCommitAndItsBaseStay) {
+    put_number("gl/aaa/history/commits", 2);
+    commit("base");
+    commit("waiting", history::deadline_after(5, at(0)));
+    for (int i = 0; i < 5; ++i) {
+        commit("more");
+    }
+    const auto left = numbers();
+    EXPECT_EQ((std::vector<std::uint32_t>{left[0], left[1]}), (std::vector<std::uint32_t>{1, 2}));
+    EXPECT_EQ(left.back(), 7u);
+}
+
+TEST_F(StoreTest, LimitsOutOfRangeAreTakenToTheNearest) {
+    put_number("gl/aaa/history/commits", 0);
+    EXPECT_EQ(store().limits().commits, history::kLeastCommits);
+    put("gl/aaa/history/commits", "many");
+    EXPECT_EQ(store().limits().commits, history::Limits{}.commits);
+}
+
+TEST_F(StoreTest, ARevertBringsTheBaseBackAndLosesNothing) {
+    put("gl/aaa/x", "1");
+    put("gl/aaa/only-before", "1");
+    const Items base = present().items;
+    commit("base");
+    put("gl/aaa/x", "2");
+    erase("gl/aaa/only-before");
+    commit("waiting", history::deadline_after(5, at(0)));
+    put("gl/aaa/meanwhile", "3");
+    const Items meanwhile = present().items;
+    const auto reverted = revert(2);
+    ASSERT_TRUE(reverted);
+    EXPECT_EQ(present().items, base);
+    EXPECT_EQ(reverted->waited, 2u);
+    EXPECT_EQ(reverted->outside, 3u);
+    EXPECT_EQ(reverted->commit, 4u);
+    EXPECT_EQ(store().items(store().commit(3)), meanwhile);
+    EXPECT_EQ(store().items(store().commit(4)), base);
+    EXPECT_EQ(store().commit(2).ending, history::Ending::reverted);
+    EXPECT_EQ(store().commit(4).target, 1u);
+    EXPECT_FALSE(store().head().waiting);
+}
+
+TEST_F(StoreTest, ARevertHappensOnce) {
+    commit("base");
+    put("gl/aaa/x", "2");
+    commit("waiting", history::deadline_after(5, at(0)));
+    EXPECT_TRUE(revert(2));
+    put("gl/aaa/x", "3");
+    EXPECT_FALSE(revert(2));
+    EXPECT_EQ(present().items.at("gl/aaa/x"), history::text_item("3"));
+    EXPECT_EQ(store().head().last, 3u);
+}
+
+TEST_F(StoreTest, AConfirmedCommitIsNotReverted) {
+    commit("base");
+    commit("waiting", history::deadline_after(5, at(0)));
+    history::change(store(), [&](const Head &head, history::Changes &changes) {
+        history::Writing writing(store(), head);
+        writing.end_waiting(history::Ending::confirmed, "bob", 5);
+        changes = writing.finish();
+    });
+    EXPECT_FALSE(revert(2));
+    EXPECT_EQ(store().commit(2).ending, history::Ending::confirmed);
+    EXPECT_EQ(store().commit(2).ended_by, "bob");
+}
+
+TEST_F(StoreTest, ADamagedRecordIsNamedAndTheOthersAreRead) {
+    commit("one");
+    commit("two");
+    put(".history/commit/0x1/record", "nonsense");
+    std::vector<std::string> damaged;
+    EXPECT_EQ(store().commits(&damaged).size(), 1u);
+    EXPECT_EQ(damaged, std::vector<std::string>{"/cfg/.history/commit/0x1/record"});
+    EXPECT_THROW(store().commit(1), Error);
+    EXPECT_EQ(commit("three"), 3u);
+}
+
+TEST_F(StoreTest, ADamagedHeadIsAnErrorAndStays) {
+    commit("one");
+    put(".history/head", "nonsense");
+    EXPECT_THROW(store().head(), Error);
+    EXPECT_THROW(commit("two"), Error);
+    EXPECT_EQ(numbers(), std::vector<std::uint32_t>{1});
+}
+
+TEST_F(StoreTest, ADamagedStateIsAnErrorAndChangesNothing) {
+    put("gl/aaa/x", "1");
+    commit("base");
+    put("gl/aaa/x", "2");
+    commit("waiting", history::deadline_after(5, at(0)));
+    put(".history/commit/0x1/state/0x1", "nonsense");
+    EXPECT_THROW(revert(2), Error);
+    EXPECT_EQ(present().items.at("gl/aaa/x"), history::text_item("2"));
+    EXPECT_TRUE(store().head().waiting);
+    erase(".history/commit/0x1/state/0x1");
+    EXPECT_THROW(revert(2), Error);
+}
+
+TEST_F(StoreTest, ACommitCanBeWrittenOtherwise) {
+    put("gl/aaa/x", "1");
+    commit("one");
+    const Items other{{"gl/aaa/x", history::text_item("sealed again")}};
+    std::size_t failed = 0;
+    ASSERT_EQ(history::apply(cfg(), history::rewritten(store().commit(1), other), failed), 0u);
+    EXPECT_EQ(store().items(store().commit(1)), other);
+    EXPECT_EQ(store().commit(1).label, "one");
+}
+
+#ifndef HISTORY_ON_LMDB
+
+// Each call of the database fails once: a change is made as a whole or not at all.
+TEST_F(StoreTest, AnyFailingCallLeavesAWholeState) {
+    put("gl/aaa/x", "1");
+    commit("base");
+    put("gl/aaa/x", "2");
+    commit("waiting", history::deadline_after(5, at(0)));
+    put("gl/aaa/y", "3");
+    const Items before = present().items;
+    const Head head = store().head();
+    for (const char *function : {"sysdb_item_get", "sysdb_list", "sysdb_apply"}) {
+        for (unsigned k = 1;; ++k) {
+            fake::fail_call(function, k, SYSDB_ERR_STORAGE);
+            bool failed = false;
+            std::optional<history::Reverted> reverted;
+            try {
+                reverted = revert(2);
+            } catch (const Error &error) {
+                failed = true;
+                EXPECT_EQ(error.code(), SYSDB_ERR_STORAGE);
+            }
+            fake::clear_answers(function);
+            if (!failed) {
+                ASSERT_TRUE(reverted);
+                ASSERT_GT(k, 1u);
+                break;
+            }
+            ASSERT_EQ(present().items, before) << function << " " << k;
+            ASSERT_EQ(store().head(), head) << function << " " << k;
+            ASSERT_LT(k, 1000u);
+        }
+        // For the next function.
+        put("gl/aaa/x", "2");
+        put("gl/aaa/y", "3");
+        history::Changes back{
+            {SYSDB_CHANGE_PRUNE, ".history/commit/0x3/", {}},
+            {SYSDB_CHANGE_PRUNE, ".history/commit/0x4/", {}},
+            {SYSDB_CHANGE_SET, ".history/head", history::text_item(history::text_of(head))}};
+        std::size_t refused = 0;
+        ASSERT_EQ(history::apply(cfg(), back, refused), 0u);
+    }
+}
+
+TEST_F(StoreTest, AFullDatabaseDoesNotStopARevert) {
+    put("gl/aaa/x", "0");
+    commit("old");
+    put("gl/aaa/x", "1");
+    commit("base");
+    put("gl/aaa/x", "2");
+    commit("waiting", history::deadline_after(5, at(0)));
+    fake::fail_call("sysdb_apply", 1, SYSDB_ERR_FULL);
+    EXPECT_TRUE(revert(3));
+    EXPECT_EQ(present().items.at("gl/aaa/x"), history::text_item("1"));
+    EXPECT_THROW(store().commit(1), Error) << "it made room";
+}
+
+#endif
+
+}  // namespace
+}  // namespace history_test
