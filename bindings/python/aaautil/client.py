@@ -95,10 +95,10 @@ class _Credentials:
     """A record of credentials, and the memory that it points to."""
 
     def __init__(self, user: str, password: Optional[Password], tty: Optional[str], remote_addr: Optional[str]) -> None:
-        if not user:
-            raise ValueError("the user name is empty")
         self.record = ffi.new("aaa_usercred_t *")
         self._user = _text(user, "a user name", _MOST_USER)
+        if len(self._user) == 1:
+            raise ValueError("the user name is empty")
         self._password = _text(password, "a password", _MOST_ANSWER, none=True)
         self._line = _text(tty or None, "a line", _MOST_LINE, none=True)
         self._address = _text(remote_addr or None, "a remote address", _MOST_ADDRESS, none=True)
