@@ -139,6 +139,18 @@ def test_the_command_survives_a_reader_that_goes_away():
     assert process.wait(60) == 6 and b"Traceback" not in error
 
 
+@pytest.mark.parametrize("redirection, status", [("0<&-", 3), (">&-", 6), (">/dev/full", 6), ("0<&- 1>&- 2>&-", 3), ("2>&-", 0),
+                                                 ("</dev/zero", 3)])
+def test_the_command_survives_closed_descriptors_a_full_disk_and_endless_input(tmp_path, redirection, status):
+    (tmp_path / "message").write_bytes(nine_pairs().pack())
+    given = "" if "<" in redirection else "<message "
+    done = subprocess.run(["sh", "-c", f'exec "$0" -m aaautil decode {given}{redirection}', sys.executable], cwd=tmp_path,
+                          capture_output=True, timeout=60)
+    assert done.returncode == status, done.stderr
+    assert b"Traceback" not in done.stderr and b"Exception" not in done.stderr
+    assert (done.stderr == b"") == (status == 0 or "2>&-" in redirection)
+
+
 def test_help_names_every_option_and_kind():
     done = subprocess.run([sys.executable, "-m", "aaautil", "decode", "--help"], env={**os.environ, "COLUMNS": "1000"},
                           capture_output=True, text=True)
