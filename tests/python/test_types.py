@@ -7,6 +7,8 @@ import sys
 
 import pytest
 
+from support import missing
+
 PACKAGE = os.path.join(os.environ["AAAUTIL_BUILD_DIR"], "bindings/python/package")
 
 USE = """\
@@ -49,7 +51,7 @@ def mypy(*arguments, cwd, cache, path=None):
     try:
         import mypy  # noqa: F401
     except ImportError:
-        pytest.skip("python3-mypy is not installed: scripts/setup test installs it")
+        missing("python3-mypy")
     environment = {**os.environ, "MYPYPATH": path or ""}
     environment.pop("PYTHONPATH")
     return subprocess.run([sys.executable, "-m", "mypy", "--strict", "--cache-dir", str(cache), *arguments], cwd=cwd, env=environment,

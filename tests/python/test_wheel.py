@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """A wheel is made without a network, and works in a virtual environment without the tree."""
 
+import importlib.util
 import os
 import pathlib
 import subprocess
@@ -9,7 +10,7 @@ import zipfile
 
 import pytest
 
-from support import TREE
+from support import TREE, missing
 
 
 def run(*command, **more):
@@ -27,7 +28,8 @@ def without_tree(**more):
 @pytest.fixture(scope="module")
 def wheel(tmp_path_factory):
     for module in ("setuptools", "wheel", "pip", "venv"):
-        pytest.importorskip(module)
+        if importlib.util.find_spec(module) is None:
+            missing(f"python3-{module}")
     out = tmp_path_factory.mktemp("wheel")
     before = sorted(path.name for path in (TREE / "bindings/python").iterdir())
     run(sys.executable, "-m", "pip", "wheel", "--no-build-isolation", "--no-deps", "--no-index", "-w", out, TREE / "bindings/python",
