@@ -9,11 +9,20 @@ import subprocess
 import sys
 import threading
 
+import pytest
+
 import aaautil
 from aaautil import Attr, AttributeList
 
 TREE = pathlib.Path(os.environ["AAA_TREE"])
 SANITIZED = "AAA_SANITIZED" in os.environ
+
+
+def missing(package):
+    """Skips a test that needs a package; where everything is to be installed it fails."""
+    if " programs " in f" {os.environ.get('AAA_TESTS_MACHINE_HAS', '')} ":
+        pytest.fail(f"{package} is not installed")
+    pytest.skip(f"{package} is not installed: scripts/setup test installs it")
 
 
 def run_python(code, **environment):

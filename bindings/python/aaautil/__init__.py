@@ -21,15 +21,15 @@ from .dictionary import (DictionaryRow, attribute_format, attribute_name, attrib
                          service_name, status_name)
 from .errors import (AaaError, AccessError, Advice, ConflictError, InvalidArgumentError, ListSpentError, MalformedError,
                      NotConnectedError, NotFoundError, OutOfMemoryError, ServiceTimeoutError, advice, code_text)
-from .lists import Attribute, AttributeList, NativeList, raw_value, typed_value
+from .lists import Attribute, AttributeList, BytesLike, Key, NativeList, Value, raw_value, typed_value
 from .sysdb import Change, Database, Delete, Entry, Expect, Item, ItemType, Prune, Set, Watch
 
 __all__ = [
-    "AaaError", "AccessError", "AcctOption", "Advice", "Answer", "Attr", "Attribute", "AttributeList", "AuthenOption", "Change",
-    "Client", "ConflictError", "Database", "Delete", "DictionaryRow", "Entry", "Expect", "Format", "Function",
-    "InvalidArgumentError", "Item", "ItemType", "Keyword", "ListSpentError", "MalformedError", "MessageType", "Method", "NativeList",
-    "NotConnectedError", "NotFoundError", "OutOfMemoryError", "Prompt", "Prune", "Request", "ResultCode", "Service",
-    "ServiceTimeoutError", "Set", "Status", "Watch", "advice", "attribute_format", "attribute_name", "attribute_type",
-    "attributes", "code_text", "ffi", "is_secret", "lib", "messages", "method_name", "raw_value", "service_name", "status_name",
-    "typed_value",
+    "AaaError", "AccessError", "AcctOption", "Advice", "Answer", "Attr", "Attribute", "AttributeList", "AuthenOption",
+    "BytesLike", "Change", "Client", "ConflictError", "Database", "Delete", "DictionaryRow", "Entry", "Expect", "Format",
+    "Function", "InvalidArgumentError", "Item", "ItemType", "Key", "Keyword", "ListSpentError", "MalformedError", "MessageType",
+    "Method", "NativeList", "NotConnectedError", "NotFoundError", "OutOfMemoryError", "Prompt", "Prune", "Request", "ResultCode",
+    "Service", "ServiceTimeoutError", "Set", "Status", "Value", "Watch", "advice", "attribute_format", "attribute_name",
+    "attribute_type", "attributes", "code_text", "ffi", "is_secret", "lib", "messages", "method_name", "raw_value",
+    "service_name", "status_name", "typed_value",
 ]

@@ -34,14 +34,39 @@ def _parser() -> argparse.ArgumentParser:
     return parser
 
 
+class _OutputLost(Exception):
+    """What was to be printed could not be written."""
+
+
+def _print(text: str) -> None:
+    if sys.stdout is None:
+        raise _OutputLost("standard output is closed")
+    try:
+        sys.stdout.buffer.write(text.encode("utf-8", "replace"))
+        sys.stdout.flush()
+    except OSError as failure:
+        # The interpreter would try to write the rest at its end.
+        os.dup2(os.open(os.devnull, os.O_WRONLY), 1)
+        raise _OutputLost(f"standard output: {failure.strerror}") from None
+
+
+def _complain(text: str) -> None:
+    if sys.stderr is not None:
+        sys.stderr.write(f"aaautil: {text}\n")
+
+
 def _input(options: argparse.Namespace) -> bytes:
     if options.hex is not None:
         return messages.unhex(options.hex)
     if options.file == "-":
-        data = sys.stdin.buffer.read()
+        if sys.stdin is None:
+            raise ValueError("standard input is closed; name a file, or use --hex")
+        data = sys.stdin.buffer.read(messages.MOST + 1)
     else:
         with open(options.file, "rb") as file:
-            data = file.read()
+            data = file.read(messages.MOST + 1)
+    if len(data) > messages.MOST:
+        raise ValueError("the input has more than 64 MiB")
     if options.input == "hex" or (options.input == "auto" and messages.looks_like_text(data)):
         return messages.unhex(data.decode("utf-8", "surrogateescape"))
     return data
@@ -49,7 +74,7 @@ def _input(options: argparse.Namespace) -> bytes:
 
 def _decode(options: argparse.Namespace) -> int:
     if options.hex is not None and options.file != "-":
-        sys.stderr.write("aaautil: --hex and FILE exclude each other\n")
+        _complain("--hex and FILE exclude each other")
         return _USAGE
     data = _input(options)
     document = messages.decode(data, options.kind, options.show_secrets)
@@ -57,12 +82,11 @@ def _decode(options: argparse.Namespace) -> int:
         text = json.dumps(document, ensure_ascii=True, indent=2) + "\n"
     else:
         text = messages.to_text(data, options.kind, options.show_secrets)
-    sys.stdout.buffer.write(text.encode("utf-8", "replace"))
-    sys.stdout.flush()
+    _print(text)
     fault = document.get("fault")
     if fault is None:
         return 0
-    sys.stderr.write(f"aaautil: malformed {document['kind']} at byte {fault['offset']} of {len(data)}: {fault['message']}\n")
+    _complain(f"malformed {document['kind']} at byte {fault['offset']} of {len(data)}: {fault['message']}")
     return _BAD_INPUT
 
 
@@ -71,18 +95,17 @@ def main(arguments: Optional[List[str]] = None) -> int:
     options = _parser().parse_args(arguments)
     try:
         return _decode(options)
-    except FileNotFoundError as failure:
-        sys.stderr.write(f"aaautil: {failure.filename}: {failure.strerror}\n")
-        return _NOT_FOUND
-    except BrokenPipeError:
-        # Whoever read the output has gone; so does the rest of it.
-        os.dup2(os.open(os.devnull, os.O_WRONLY), 1)
+    except _OutputLost as failure:
+        _complain(str(failure))
         return _FAILED
+    except FileNotFoundError as failure:
+        _complain(f"{failure.filename}: {failure.strerror}")
+        return _NOT_FOUND
     except OSError as failure:
-        sys.stderr.write(f"aaautil: {failure.filename or options.file}: {failure.strerror}\n")
-        return _FAILED if failure.filename is None else _BAD_INPUT
+        _complain(f"{failure.filename or options.file}: {failure.strerror}")
+        return _BAD_INPUT
     except ValueError as failure:
-        sys.stderr.write(f"aaautil: {failure}\n")
+        _complain(str(failure))
         return _BAD_INPUT
 
 

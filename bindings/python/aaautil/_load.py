@@ -12,7 +12,6 @@ for this process. It has to be loaded before the libraries are.
 
 import os
 import sys
-import threading
 from typing import Any
 
 _SWITCH = "NO_DLLMAIN"
@@ -44,6 +43,3 @@ lib: Any = _native.lib
 
 # The texts of the library's codes, which the hook would have registered.
 lib.aaapy_register_codes()
-
-# For what is done once in a process.
-once = threading.Lock()

@@ -22,6 +22,7 @@ _MOST_QUESTIONS = 16
 _MOST_USER, _MOST_LINE, _MOST_ADDRESS, _MOST_ANSWER, _MOST_COMMAND, _MOST_LIST = 253, 31, 255, 16384, 32768, 251
 _ACCEPTED = (Status.PASS, Status.BYPASS, Status.NOT_REQUIRED)
 _ASKED = (Status.GETUSER, Status.GETPASS, Status.GETDATA)
+_LOOK_FOR_SIGNALS = 0.2  # seconds
 _RECORDS = {"start": AcctOption.START, "stop": AcctOption.STOP, "update": AcctOption.UPDATE}
 
 Password = Union[str, bytes]
@@ -95,10 +96,10 @@ class _Credentials:
     """A record of credentials, and the memory that it points to."""
 
     def __init__(self, user: str, password: Optional[Password], tty: Optional[str], remote_addr: Optional[str]) -> None:
-        if not user:
-            raise ValueError("the user name is empty")
         self.record = ffi.new("aaa_usercred_t *")
         self._user = _text(user, "a user name", _MOST_USER)
+        if len(self._user) == 1:
+            raise ValueError("the user name is empty")
         self._password = _text(password, "a password", _MOST_ANSWER, none=True)
         self._line = _text(tty or None, "a line", _MOST_LINE, none=True)
         self._address = _text(remote_addr or None, "a remote address", _MOST_ADDRESS, none=True)
@@ -260,22 +261,40 @@ class Client:
         if threading.current_thread() is not threading.main_thread():
             return call()
         codes: List[int] = []
-        descriptor = lib.aaa_transport_descriptor(self._transport)
-        helper = threading.Thread(target=lambda: codes.append(call()), name="aaautil-client", daemon=True)
-        helper.start()
-        try:
-            helper.join()
-        except BaseException:
-            # Ends the wait at once. The connection is of no more use: an answer would come too late.
-            copy = sockets.socket(fileno=os.dup(descriptor))
+        gate, done = threading.Lock(), threading.Event()
+        begun, abandoned = [False], [False]
+
+        def run() -> None:
+            with gate:
+                if abandoned[0]:
+                    return
+                begun[0] = True
             try:
-                copy.shutdown(sockets.SHUT_RDWR)
-            except OSError:
+                codes.append(call())
+            finally:
+                done.set()
+
+        # A descriptor of its own: the call may close that of the connection, whose number is another's then.
+        connection = sockets.socket(fileno=os.dup(lib.aaa_transport_descriptor(self._transport)))
+        try:
+            threading.Thread(target=run, name="aaautil-client", daemon=True).start()
+            # A signal that arrives just before the wait begins does not end it: so it ends now and then.
+            while not done.wait(_LOOK_FOR_SIGNALS):
                 pass
-            copy.close()
-            helper.join()
+        except BaseException:
+            with gate:
+                abandoned[0] = True
+            while begun[0] and not done.is_set():
+                try:
+                    connection.shutdown(sockets.SHUT_RDWR)
+                except OSError:
+                    pass  # the service has closed it
+                done.wait(_LOOK_FOR_SIGNALS)
+            # It is of no more use: an answer would come too late.
             lib.aaa_transport_close(self._transport)
             raise
+        finally:
+            connection.close()
         return codes[0]
 
     def _exchange(self, composed: _Composition, type: int, reply: Any) -> Tuple[int, Optional[AttributeList]]:

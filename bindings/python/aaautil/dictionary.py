@@ -117,5 +117,9 @@ def service_name(service: int) -> str:
 
 
 def method_name(method: int) -> str:
-    """What a method is called; the name of a server group is read from the database."""
-    return _named(lib.aaa_util_print_method(_number(method)))
+    """What a method is called; the name of a server group, 1000 to 4999, is read from the database."""
+    name = lib.aaa_print_method(_number(method))
+    try:
+        return _named(name)
+    finally:
+        lib.free(name)

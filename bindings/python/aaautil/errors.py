@@ -65,6 +65,7 @@ class AaaError(Exception):
     """
 
     def __init__(self, what: str, code: int, errno: int = 0) -> None:
+        super().__init__(what)  # before errno is set, which OSError would take from the arguments
         known = advice(code)
         try:
             self.code: Union[ResultCode, int] = ResultCode(code)
@@ -78,7 +79,6 @@ class AaaError(Exception):
         self.text = code_text(code)
         self.cause = known.cause if known else ""
         self.remedy = known.remedy if known else ""
-        super().__init__(what, code, errno)
 
     def __str__(self) -> str:
         reason = f"{self.text} ({self.name})"

@@ -12,7 +12,8 @@ from .lists import BytesLike
 
 __all__ = ["decode", "encode", "kinds", "looks_like_text", "to_text", "unhex"]
 
-_MOST = 64 << 20
+# Bytes of the longest message that is shown.
+MOST = 64 << 20
 
 
 def _taken(text: Any) -> bytes:
@@ -33,7 +34,7 @@ def _bytes(data: object) -> bytes:
     if not isinstance(data, (bytes, bytearray, memoryview)):
         raise TypeError(f"a message is bytes, not {type(data).__name__}")
     size = data.nbytes if isinstance(data, memoryview) else len(data)
-    if size > _MOST:
+    if size > MOST:
         raise ValueError("a message has at most 64 MiB")
     if size == 0:
         raise ValueError("there is nothing to decode: the message is empty")

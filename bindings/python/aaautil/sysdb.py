@@ -229,6 +229,8 @@ class Database:
     def __init__(self, path: str = "/cfg/", existing: bool = False) -> None:
         self._handle = 0
         self._bound = _path(path)
+        if not isinstance(existing, bool):
+            raise TypeError("existing is True or False")
         handle = ffi.new("sysdb_conn_t *")
         flags = lib.SYSDB_BIND_PRIVATE | (lib.SYSDB_BIND_EXISTING if existing else 0)
         check(lib._sysdb_bind(handle, self._bound, flags), f"{path}: the database cannot be opened")
