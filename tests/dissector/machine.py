@@ -215,3 +215,33 @@ def frames(tshark, file):
 
 def load(text):
     return json.loads(text)
+
+
+class TacacsServer:
+    """tests/tacacs/server.py, with alice's password "at the server"."""
+
+    def __init__(self, machine, tls=False):
+        listener = {}
+        if tls:
+            subprocess.run(
+                ["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=tacacs.test", "-addext", "subjectAltName=DNS:tacacs.test",
+                 "-keyout", machine.dir / "server.key", "-out", machine.dir / "server.pem", "-days", "2"],
+                check=True, capture_output=True,
+            )  # fmt: skip
+            listener = {"certificate": str(machine.dir / "server.pem"), "key": str(machine.dir / "server.key")}
+        users = {"alice": {"password": "at the server", "commands": [["permit", "show .*"]], "arguments": ["priv-lvl=15"]}}
+        settings = machine.dir / "tacacs.json"
+        settings.write_text(json.dumps({"secret": "tac-secret", "ports": {}, "listeners": {"main": listener}, "users": users}))
+        self.process = subprocess.Popen(
+            [sys.executable, SOURCE / "tests/tacacs/server.py", settings], stdin=subprocess.PIPE, stdout=subprocess.PIPE
+        )
+        machine.processes.append(self.process)
+        self.port = json.loads(self.process.stdout.readline())["main"]
+        entry = f"127.0.0.1,{self.port}"
+        machine.aaactl("key", "new-master")
+        machine.aaactl("sg", "add", "tacacs", "boxes", entry)
+        if not tls:
+            machine.aaactl("sg", "key", "tacacs", "boxes", input=b"tac-secret\n")
+            return
+        for name, value in {"transport": "tls", "server-name": "tacacs.test", "ca-file": str(machine.dir / "server.pem")}.items():
+            machine.aaactl("sysdb", "set", f"/cfg/gl/aaa/group-server/tacacs/boxes/settings/{name}", value)
