@@ -156,11 +156,11 @@ class Machine:
             check(done.returncode == status, f"aaactl {' '.join(map(str, words))}: {done.returncode}, {done.stderr.decode()}")
         return done
 
-    def start(self):
+    def start(self, wrapper=()):
         self.log = open(self.dir / "aaad.log", "wb")
         read, write = os.pipe()
         self.aaad = subprocess.Popen(
-            [BUILD / "service/aaad", "--foreground", "--config", self.dir / "aaad.conf"], env=self.env, stderr=write, stdout=write, stdin=subprocess.DEVNULL
+            [*wrapper, BUILD / "service/aaad", "--foreground", "--config", self.dir / "aaad.conf"], env=self.env, stderr=write, stdout=write, stdin=subprocess.DEVNULL
         )
         os.close(write)
         ready = threading.Event()
@@ -183,8 +183,12 @@ class Machine:
     def login(self, user, password, status=0, *words):
         return self.aaactl("login", self.socket, user, *words, status=status, input=password.encode() + b"\n")
 
+    def master_key(self):
+        if not (self.dir / "master.keys").exists():
+            self.aaactl("key", "new-master")
+
     def radius_group(self, server, key):
-        self.aaactl("key", "new-master")
+        self.master_key()
         entry = f"127.0.0.1,{server.port},{server.port + 1}"
         self.aaactl("sg", "add", "radius", "corp", entry)
         self.aaactl("sg", "key", "radius", "corp", input=key.encode() + b"\n")
@@ -238,10 +242,10 @@ class TacacsServer:
         machine.processes.append(self.process)
         self.port = json.loads(self.process.stdout.readline())["main"]
         entry = f"127.0.0.1,{self.port}"
-        machine.aaactl("key", "new-master")
+        machine.master_key()
         machine.aaactl("sg", "add", "tacacs", "boxes", entry)
         if not tls:
             machine.aaactl("sg", "key", "tacacs", "boxes", input=b"tac-secret\n")
             return
         for name, value in {"transport": "tls", "server-name": "tacacs.test", "ca-file": str(machine.dir / "server.pem")}.items():
-            machine.aaactl("sysdb", "set", f"/cfg/gl/aaa/group-server/tacacs/boxes/settings/{name}", value)
+            machine.aaactl("sysdb", "set", f"/cfg/gl/aaa/group-server/tacacs/boxes/settings/{name}", "--type", "string", value)
