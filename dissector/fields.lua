@@ -4,6 +4,8 @@
 local aaa = Proto("aaa", "AAA messages")
 aaa.prefs.secrets = Pref.bool("Show secrets", false,
     "Show passwords and other secret values. The pane of bytes shows them in any case, unless the capture was made without them.")
+aaa.prefs.tacacs_tls_ports = Pref.range("Ports of TACACS+ over TLS", "300", "TCP ports of servers that speak TACACS+ in TLS", 65535)
+aaa.prefs.radius_tls_ports = Pref.range("Ports of RADIUS over TLS", "2083", "TCP ports of servers that speak RADIUS in TLS", 65535)
 
 local fields = {}      -- of frames and messages
 local record_fields = {} -- by layout, in the order of its fields

@@ -11,6 +11,12 @@ function aaa.init()
     exchanges = {}
 end
 
+-- As log lines have it; nil without one.
+local function login_id(tvb)
+    local id = tostring(tvb(32, 8):bytes()):lower():gsub("^0+", "")
+    return id ~= "" and ("0"):rep(8 - #id) .. id or nil
+end
+
 local function show_prefix(tvb, tree)
     local node = tree:add(tvb(0, PREFIX), "Client and connection")
     node:add(fields["prefix.version"], tvb(0, 1))
@@ -25,9 +31,9 @@ local function show_prefix(tvb, tree)
     end
     node:add(fields["connection"], tvb(24, 8))
     node:add(fields["exchange"], tvb(40, 4))
-    local id = tostring(tvb(32, 8):bytes()):lower():gsub("^0+", "")
-    if id ~= "" then
-        node:add(fields["login_id"], tvb(32, 8), ("0"):rep(8 - #id) .. id)
+    local id = login_id(tvb)
+    if id then
+        node:add(fields["login_id"], tvb(32, 8), id)
     end
 end
 
@@ -94,6 +100,7 @@ local function match(pinfo, tvb, tree, is_answer)
     if not pinfo.visited then
         if is_answer then
             exchange.answer = exchange.answer or pinfo.number
+            exchange.login = exchange.login or login_id(tvb)
         else
             exchange.request = exchange.request or pinfo.number
             exchange.time = exchange.time or pinfo.abs_ts
@@ -102,6 +109,10 @@ local function match(pinfo, tvb, tree, is_answer)
     if not is_answer then
         if exchange.answer then
             tree:add(fields.response_in, tvb(40, 4), exchange.answer):set_generated()
+            -- Most logins get their id when their first request has been read.
+            if exchange.login and not login_id(tvb) then
+                tree:add(fields.login_id, tvb(32, 8), exchange.login):set_generated()
+            end
         end
     elseif exchange.request then
         tree:add(fields.response_to, tvb(40, 4), exchange.request):set_generated()
@@ -183,3 +194,45 @@ function aaa.dissector(tvb, pinfo, root)
 end
 
 DissectorTable.get("wtap_encap"):add(wtap.USER0, aaa)
+
+-- ---- RADIUS and TACACS+ in TLS -------------------------------------------------------------------
+--
+-- Wireshark knows both, but not that TLS can carry them.
+
+-- They are found at their usual ports.
+local carried = {
+    {pref = "tacacs_tls_ports", table = "tcp.port", port = 49, ports = ""},
+    {pref = "radius_tls_ports", table = "udp.port", port = 1812, ports = ""},
+}
+
+local function numbers_in(ports)
+    local all = {}
+    for first, last in ports:gmatch("(%d+)%-?(%d*)") do
+        first = tonumber(first)
+        for port = first, math.min(tonumber(last) or first, 65535) do
+            all[#all + 1] = port
+        end
+    end
+    return all
+end
+
+local function use_ports()
+    local in_tls, in_tcp, tls = DissectorTable.get("tls.port"), DissectorTable.get("tcp.port"), Dissector.get("tls")
+    for _, one in ipairs(carried) do
+        one.dissector = one.dissector or DissectorTable.get(one.table):get_dissector(one.port)
+        local dissector = one.dissector
+        local ports = tostring(aaa.prefs[one.pref])
+        for _, port in ipairs(ports ~= one.ports and numbers_in(one.ports) or {}) do
+            in_tls:remove(port, dissector)
+            in_tcp:remove(port, tls)
+        end
+        for _, port in ipairs(ports ~= one.ports and numbers_in(ports) or {}) do
+            in_tls:add(port, dissector)
+            in_tcp:add(port, tls)
+        end
+        one.ports = ports
+    end
+end
+
+use_ports()
+aaa.prefs_changed = use_ports

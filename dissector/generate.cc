@@ -102,9 +102,10 @@ void print_attributes() {
             continue;
         }
         const std::string filter = filter_name(name);
-        std::printf("  [%u] = {name = \"%s\", filter = \"%s\", format = \"%s\"%s},\n", type, name.c_str(),
+        std::printf("  [%u] = {name = \"%s\", filter = \"%s\", format = \"%s\"%s%s},\n", type, name.c_str(),
                     uses[filter] == 1 ? filter.c_str() : (filter + "_" + std::to_string(type)).c_str(),
                     std::string(format_name(aaa_table[type].format)).c_str(),
+                    travels_as_number(type) ? ", number = true" : "",
                     is_secret(type) ? ", secret = true" : "");
     }
     std::puts(

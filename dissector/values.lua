@@ -32,7 +32,7 @@ end
 -- Every byte that is no printable ASCII as \xNN, \n, \t, \r or \\.
 local escapes = {["\n"] = "\\n", ["\t"] = "\\t", ["\r"] = "\\r", ["\\"] = "\\\\"}
 local function escaped(bytes)
-    return (bytes:gsub("[^\32-\91\93-\126]", function(c)
+    return (bytes:gsub("[%z\1-\31\\\127-\255]", function(c)
         return escapes[c] or string.format("\\x%02x", c:byte())
     end))
 end
@@ -43,10 +43,7 @@ end
 
 local function travels_as_number(kind)
     local row = attributes[kind]
-    if row then
-        return row.format == "integer" or row.format == "address"
-    end
-    return bare_numbers[kind]
+    return row and row.number or bare_numbers[kind]
 end
 
 local function is_secret(kind)

@@ -2,6 +2,8 @@
 
 #include "capture/capture.hpp"
 
+#include <string.h>
+
 #include <algorithm>
 #include <bit>
 #include <ctime>
@@ -190,7 +192,9 @@ const Server *Capture::server_at(const net::Address &address, bool is_stream) co
 // With TLS there is no other key than those that TLS agrees on.
 void Capture::tell_key(const Path &path, bool is_stream) {
     const std::string place = path.local.text().substr(0, path.local.text().rfind(':')) + " " +
-                              path.server.text() + (is_stream ? " tcp" : " udp");
+                              path.server.text() + (is_stream ? " tcp " : " udp ") +
+                              // A key may have been changed since.
+                              std::to_string(snapshot_ != nullptr ? snapshot_->number : 0);
     for (CaptureReader *reader : readers_) {
         if (!reader->options_.keys || !reader->told_.insert(place).second) {
             continue;

@@ -30,10 +30,10 @@
 namespace service {
 
 struct CaptureOptions {
-    std::optional<std::string> user;  // messages of requests that name this user only
-    bool secrets = false;             // nothing is masked
-    bool servers = false;             // also the traffic with servers
-    bool keys = false;                // and what deciphers it
+    std::optional<std::string> user = {};  // messages of requests that name this user only
+    bool secrets = false;                  // nothing is masked
+    bool servers = false;                  // also the traffic with servers
+    bool keys = false;                     // and what deciphers it
 };
 
 // A message of a client, or the answer to one.

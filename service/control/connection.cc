@@ -2,6 +2,7 @@
 
 #include "control/connection.hpp"
 
+#include <string.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -30,6 +31,12 @@ ControlConnection::ControlConnection(const Host &host, net::Descriptor socket, P
       watch_(host.sources.loop, socket_.get(), EPOLLIN, [this](std::uint32_t events) { on_events(events); }),
       patience_(host.sources.loop, [this] { give_up(); }) {
     wait_for_events();
+}
+
+// A capture may hold passwords and keys.
+ControlConnection::~ControlConnection() {
+    out_.resize(out_.capacity());
+    explicit_bzero(out_.data(), out_.size());
 }
 
 void ControlConnection::give_up() {

@@ -26,6 +26,7 @@ class ControlConnection {
 
     // The host outlives the connection.
     ControlConnection(const Host &host, net::Descriptor socket, Peer peer);
+    ~ControlConnection();
     ControlConnection(const ControlConnection &) = delete;
     ControlConnection &operator=(const ControlConnection &) = delete;
 

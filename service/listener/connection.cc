@@ -137,6 +137,7 @@ void Connection::serve() {
         explicit_bzero(message.u.bytes, message.len);  // it may have held a password
     } else if (rc == AAA_ERR_INVALID_MSG_SIZE) {
         begin_work();
+        request_->fault = rc;
         answer_error(rc);
     } else if (rc != AAA_ERR_TIMEOUT) {
         host_.remove(this);

@@ -156,11 +156,11 @@ class Machine:
             check(done.returncode == status, f"aaactl {' '.join(map(str, words))}: {done.returncode}, {done.stderr.decode()}")
         return done
 
-    def start(self):
+    def start(self, wrapper=()):
         self.log = open(self.dir / "aaad.log", "wb")
         read, write = os.pipe()
         self.aaad = subprocess.Popen(
-            [BUILD / "service/aaad", "--foreground", "--config", self.dir / "aaad.conf"], env=self.env, stderr=write, stdout=write, stdin=subprocess.DEVNULL
+            [*wrapper, BUILD / "service/aaad", "--foreground", "--config", self.dir / "aaad.conf"], env=self.env, stderr=write, stdout=write, stdin=subprocess.DEVNULL
         )
         os.close(write)
         ready = threading.Event()
@@ -183,8 +183,12 @@ class Machine:
     def login(self, user, password, status=0, *words):
         return self.aaactl("login", self.socket, user, *words, status=status, input=password.encode() + b"\n")
 
+    def master_key(self):
+        if not (self.dir / "master.keys").exists():
+            self.aaactl("key", "new-master")
+
     def radius_group(self, server, key):
-        self.aaactl("key", "new-master")
+        self.master_key()
         entry = f"127.0.0.1,{server.port},{server.port + 1}"
         self.aaactl("sg", "add", "radius", "corp", entry)
         self.aaactl("sg", "key", "radius", "corp", input=key.encode() + b"\n")
@@ -215,3 +219,33 @@ def frames(tshark, file):
 
 def load(text):
     return json.loads(text)
+
+
+class TacacsServer:
+    """tests/tacacs/server.py, with alice's password "at the server"."""
+
+    def __init__(self, machine, tls=False):
+        listener = {}
+        if tls:
+            subprocess.run(
+                ["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=tacacs.test", "-addext", "subjectAltName=DNS:tacacs.test",
+                 "-keyout", machine.dir / "server.key", "-out", machine.dir / "server.pem", "-days", "2"],
+                check=True, capture_output=True,
+            )  # fmt: skip
+            listener = {"certificate": str(machine.dir / "server.pem"), "key": str(machine.dir / "server.key")}
+        users = {"alice": {"password": "at the server", "commands": [["permit", "show .*"]], "arguments": ["priv-lvl=15"]}}
+        settings = machine.dir / "tacacs.json"
+        settings.write_text(json.dumps({"secret": "tac-secret", "ports": {}, "listeners": {"main": listener}, "users": users}))
+        self.process = subprocess.Popen(
+            [sys.executable, SOURCE / "tests/tacacs/server.py", settings], stdin=subprocess.PIPE, stdout=subprocess.PIPE
+        )
+        machine.processes.append(self.process)
+        self.port = json.loads(self.process.stdout.readline())["main"]
+        entry = f"127.0.0.1,{self.port}"
+        machine.master_key()
+        machine.aaactl("sg", "add", "tacacs", "boxes", entry)
+        if not tls:
+            machine.aaactl("sg", "key", "tacacs", "boxes", input=b"tac-secret\n")
+            return
+        for name, value in {"transport": "tls", "server-name": "tacacs.test", "ca-file": str(machine.dir / "server.pem")}.items():
+            machine.aaactl("sysdb", "set", f"/cfg/gl/aaa/group-server/tacacs/boxes/settings/{name}", "--type", "string", value)

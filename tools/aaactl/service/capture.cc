@@ -152,8 +152,6 @@ void Capturer::finish(ControlClient &client) {
 
 ExitCode Capturer::run() {
     check();
-    const EndSignals signals;
-    end_ = signals.fd();
     std::signal(SIGPIPE, SIG_IGN);
     ControlClient client(options_);
     client.send(request());
@@ -163,6 +161,9 @@ ExitCode Capturer::run() {
     if (options_.keys) {
         keys_file_ = std::make_unique<CaptureOutput>(*options_.keys);
     }
+    // Until here Control-C ends this program as usual: opening a pipe waits for its reader.
+    const EndSignals signals;
+    end_ = signals.fd();
     file_->begin();
     if (keys_file_ != nullptr) {
         keys_file_->begin();

@@ -61,8 +61,12 @@ std::string CaptureKeys::lines(const CaptureBlock &block) {
             if (fields.size() != 3) {
                 return "";
             }
-            tacacs_ += (tacacs_.empty() ? "" : " ") + fields[0] + "/" + fields[1] + "=" + fields[2];
-            return option(fields[1], "tacplus.key:" + tacacs_);
+            tacacs_[fields[0] + "/" + fields[1]] = fields[2];
+            std::string all;
+            for (const auto &[place, key] : tacacs_) {
+                all.append(all.empty() ? "" : " ").append(place).append("=").append(key);
+            }
+            return option(fields[1], "tacplus.key:" + all);
         }
         default:
             return "";

@@ -5,6 +5,7 @@
 
 #pragma once
 
+#include <map>
 #include <string>
 
 #include "service/capture_blocks.hpp"
@@ -20,7 +21,8 @@ class CaptureKeys {
     std::string lines(const CaptureBlock &block);
 
   private:
-    std::string tacacs_;  // all so far: tshark takes one option for all servers
+    // All so far, by client and server: tshark takes one option for all of them.
+    std::map<std::string, std::string> tacacs_;
 };
 
 }  // namespace aaactl
