@@ -7,9 +7,9 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
+#include <span>
 
-#include "aaa/checked.h"
+#include "aaa/cpp/list.hpp"
 #include "cli/output.hpp"
 #include "message/message_value.hpp"
 
@@ -20,13 +20,11 @@ constexpr size_t kPairHead = sizeof(avpair_t);
 
 // The library's verdict on the bytes as a packed list.
 cerrno verdict(std::string_view bytes) {
-    avlist *list = nullptr;
-    const cerrno made = aaa_avpair_create_list(nullptr, &list);
-    if (made != AAA_OK) {
-        throw Failure("cannot check the list", made);
+    const cerrno rc = aaa::list::unpack(std::as_bytes(std::span(bytes))).code();
+    if (rc == AAA_ERR_NOMEM) {
+        throw Failure("cannot check the list", rc);
     }
-    const std::unique_ptr<avlist, void (*)(avlist *)> owner(list, aaa_avpair_free_list);
-    return aaa_avpair_unpack_msg_checked(list, bytes.data(), bytes.size());
+    return rc;
 }
 
 }  // namespace

@@ -4,9 +4,8 @@
 
 #include <algorithm>
 #include <bit>
-#include <memory>
 
-#include "aaa/checked.h"
+#include "aaa/cpp/list.hpp"
 #include "aaa/result_codes.h"
 #include "cli/output.hpp"
 #include "dictionary/attributes.hpp"
@@ -155,15 +154,12 @@ List list_of(const avlist *list) {
     if (const cerrno rc = aaa_avpair_copy_list(list, nullptr, &copy); rc != AAA_OK) {
         throw Failure("cannot copy a list", rc);
     }
-    const std::unique_ptr<avlist, void (*)(avlist *)> owner(copy, aaa_avpair_free_list);
-    avpair_mem_stats_t stats{};
-    aaa_avpair_get_mem_usage(copy, &stats);
-    std::string packed(kListHeader + stats.used_mem, '\0');
-    auto length = static_cast<uint32_t>(packed.size());
-    if (const cerrno rc = aaa_avpair_pack_msg_to_buf(copy, packed.data(), &length); rc != AAA_OK) {
-        throw Failure("cannot pack a list", rc);
+    const aaa::result<aaa::buffer> packed = aaa::list::adopt(copy).pack();
+    if (!packed) {
+        throw Failure("cannot pack a list", packed.code());
     }
-    List result = *read_message(std::string_view(packed).substr(0, length), "list").list();
+    const std::string_view bytes(reinterpret_cast<const char *>(packed->data()), packed->size());
+    List result = *read_message(bytes, "list").list();
     std::erase_if(result.pairs, [](const Pair &pair) { return pair.deleted(); });
     return result;
 }
