@@ -54,7 +54,7 @@ class Changes::One : public std::enable_shared_from_this<One> {
           changes_(std::move(changes)),
           until_(until),
           done_(std::move(done)),
-          number_(owner.instance_ + '.' + std::to_string(++owner.last_number_)),
+          number_(owner.instance_ + '.' + std::to_string(++owner.last_number_) + '.'),
           pause_(owner.loop_, [this] { attempt(); }) {}
 
     void begin(std::size_t turn) {
@@ -153,7 +153,9 @@ class Changes::One : public std::enable_shared_from_this<One> {
 
     // The newest that this process knows, from a reply or from the stream.
     std::uint64_t turn_revision() const {
-        return std::max(owner_.turn_revisions_[turn_], owner_.mirror_.revision_of(owner_.names_.turn(turn_)));
+        const Turn &told = owner_.turns_[turn_];
+        return told.as_of > owner_.mirror_.revision() ? told.revision
+                                                      : owner_.mirror_.revision_of(owner_.names_.turn(turn_));
     }
 
     void take(Reply reply) {
@@ -194,19 +196,18 @@ class Changes::One : public std::enable_shared_from_this<One> {
             }
             return;
         }
-        std::uint64_t turn_now = 0;
+        KeyValue turn;
         for (const KeyValue &item : result.read) {
-            if (item.key != owner_.names_.turn(turn_)) {
-                continue;
-            }
-            turn_now = item.mod_revision;
-            owner_.turn_revisions_[turn_] = std::max(owner_.turn_revisions_[turn_], turn_now);
-            if (item.value.starts_with(number_)) {  // by one whose reply was lost
-                take_outcome(item);
-                return;
+            if (item.key == owner_.names_.turn(turn_)) {
+                turn = item;
             }
         }
-        if (turn_now != compared_turn_) {
+        owner_.turns_[turn_] = {turn.mod_revision, result.header.revision};
+        if (turn.value.starts_with(number_)) {  // by one whose reply was lost
+            take_outcome(turn);
+            return;
+        }
+        if (turn.mod_revision != compared_turn_) {
             may_be_made_ = false;  // those whose replies were lost compare what is no more
         }
         const auto self = shared_from_this();
@@ -223,7 +224,7 @@ class Changes::One : public std::enable_shared_from_this<One> {
     }
 
     void is_made(std::uint64_t revision) {
-        owner_.turn_revisions_[turn_] = std::max(owner_.turn_revisions_[turn_], revision);
+        owner_.turns_[turn_] = {revision, revision};
         const auto self = shared_from_this();
         owner_.mirror_.wait_for(revision, until_, [self, alive = owner_.alive_](bool reached) {
             if (*alive) {

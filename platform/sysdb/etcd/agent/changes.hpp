@@ -44,6 +44,12 @@ class Changes {
   private:
     class One;
 
+    // What a reply has said of a turn's key.
+    struct Turn {
+        std::uint64_t revision = 0;  // of its last change; 0: there is no such key
+        std::uint64_t as_of = 0;     // the revision of the cluster at which that was so
+    };
+
     void use_turn(std::size_t turn);
 
     net::Loop &loop_;
@@ -52,7 +58,7 @@ class Changes {
     const Names names_;
     const std::string instance_;  // random: of this process
     std::uint64_t last_number_ = 0;
-    std::vector<std::uint64_t> turn_revisions_ = std::vector<std::uint64_t>(kTurns, 0);
+    std::vector<Turn> turns_ = std::vector<Turn>(kTurns);
     std::deque<std::shared_ptr<One>> waiting_;
     std::vector<std::shared_ptr<One>> running_ = std::vector<std::shared_ptr<One>>(kTurns);  // by turn
     std::uint64_t made_ = 0;

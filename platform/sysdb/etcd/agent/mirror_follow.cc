@@ -9,6 +9,7 @@ namespace sysdb_etcd {
 namespace {
 
 constexpr net::Time kPollPause = net::kSecond;
+constexpr net::Time kPollTimeout = net::kSecond;
 constexpr unsigned kMostMisses = 2;
 
 }  // namespace
@@ -140,12 +141,14 @@ bool Mirror::take_events(const WatchReply &reply) {
 
 // A majority must agree to the reply, so it also shows whether there is one.
 void Mirror::poll() {
-    client_.call_at(stream_endpoint_, kRangePath, range_request({names_.format(), {}, 0, 0, true}),
-                    [this, stream = stream_, alive = alive_](Reply reply) {
-                        if (*alive && stream == stream_ && stream != 0) {
-                            take_poll(std::move(reply));
-                        }
-                    });
+    client_.call_at(
+        stream_endpoint_, kRangePath, range_request({names_.format(), {}, 0, 0, true}),
+        [this, stream = stream_, alive = alive_](Reply reply) {
+            if (*alive && stream == stream_ && stream != 0) {
+                take_poll(std::move(reply));
+            }
+        },
+        kPollTimeout);
 }
 
 void Mirror::take_poll(Reply reply) {
@@ -163,7 +166,7 @@ void Mirror::take_poll(Reply reply) {
         follow_again("the server answers no more: " + reply.reason);
         return;
     }
-    next_poll_.set(net::Loop::clock() + kPollPause);
+    next_poll_.set(net::Loop::clock() + (misses_ == 0 ? kPollPause : 0));
 }
 
 }  // namespace sysdb_etcd
