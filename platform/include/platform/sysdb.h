@@ -76,6 +76,12 @@ typedef void *sysdb_list_t;
 #define SYSDB_ERR_END_OF_LIST     0x40818a00u
 #define SYSDB_ERR_CONNECTION_LOST 0x8081ac00u /**< the channel can no longer be used; bind again */
 
+/* Of changes, where the configuration is that of a cluster. */
+#define SYSDB_ERR_NO_MAJORITY      0x8081b200u /**< no majority of its servers answered; nothing is changed */
+#define SYSDB_ERR_OUTCOME_UNKNOWN  0x8081b400u /**< no answer: changed or not; read again */
+#define SYSDB_ERR_TOO_MANY_CHANGES 0x8081b600u /**< more than the servers take as one; nothing is changed */
+#define SYSDB_ERR_NO_AGENT         0x8081b800u /**< this node's agent does not run, or cannot work */
+
 /* ---- connections ---- */
 
 /**

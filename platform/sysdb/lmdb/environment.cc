@@ -14,6 +14,7 @@
 
 #include "head_check.hpp"
 #include "host.hpp"
+#include "mirror_mark.hpp"
 #include "room.hpp"
 
 namespace sysdb_lmdb {
@@ -77,6 +78,12 @@ void Environment::log_failure(Result result) {
             "database %s has no room for another reader; end some of the AAA processes; as root, fuser -v "
             "%s-lock lists them",
             file().c_str(), file().c_str());
+    } else if (result.is_mirror()) {
+        log(kLogError,
+            "database %s is the mirror of a cluster's configuration, and this process would change the "
+            "mirror "
+            "alone; start the process again with the provider for clusters",
+            file().c_str());
     } else if (result.is_no_room()) {
         report_no_room(files_.directory().get(), "database " + file(), result.error());
     } else if (result.is_errno(EAGAIN)) {  // LMDB keeps a record lock on the number of this process
@@ -97,10 +104,11 @@ Result Environment::begin_write(Growth growth, MDB_txn *&txn) {
         return rc;
     }
     files_.begin_transaction(mdb_txn_id(txn) - 1);
-    if (growth == Growth::kShrinks) {
-        return rc;
+    if (items_ != 0 && tree_ == Tree::kCfg && is_mirror_of_others(txn, meta_)) {
+        rc = Result::mirror();
+    } else if (growth == Growth::kGrows) {
+        rc = check_room();
     }
-    rc = check_room();
     if (!rc.is_ok()) {
         mdb_txn_abort(txn);
     }

@@ -35,6 +35,7 @@ class Environment {
     // The one that the file is in.
     const Directory &directory() const { return files_.directory(); }
     bool read_only() const { return read_only_; }
+    MDB_dbi meta() const { return meta_; }
     MDB_dbi items() const { return items_; }
     MDB_dbi log_table() const { return log_; }
     MDB_dbi watches() const { return watches_; }

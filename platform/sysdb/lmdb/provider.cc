@@ -1,17 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The embedded provider: the table of functions that the platform calls. Each
-// checks handle and path and forwards. Exhausted memory becomes a code here.
+// The table of functions that the platform calls. Each checks handle and path and
+// forwards. Exhausted memory becomes a code here.
 
-#include "platform/sysdb_provider.h"
+#include "provider.hpp"
 
 #include <pthread.h>
 
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <new>
-#include <stdexcept>
 
 #include "changes.hpp"
 #include "connections.hpp"
@@ -23,26 +21,6 @@
 
 namespace sysdb_lmdb {
 namespace {
-
-template <typename Call>
-cerrno guarded(Call call) {
-    try {
-        return call();
-    } catch (const std::bad_alloc &) {
-        return SYSDB_ERR_NOMEM;
-    } catch (const std::length_error &) {
-        return SYSDB_ERR_NOMEM;
-    }
-}
-
-// call(connection) for a handle that is valid.
-template <typename Call>
-cerrno on_connection(sysdb_conn_t conn, Call call) {
-    return guarded([&]() -> cerrno {
-        const ConnectionPtr connection = Connections::instance().find(conn);
-        return connection != nullptr ? call(connection) : SYSDB_ERR_BAD_HANDLE;
-    });
-}
 
 // call(key) for the item or directory that a path names below a connection.
 enum class Kind { kItem, kDirectory };
@@ -362,18 +340,10 @@ constexpr sysdb_provider_t kTable = {
 };
 
 }  // namespace
-}  // namespace sysdb_lmdb
 
-using namespace sysdb_lmdb;
-
-extern "C" {
-
-const sysdb_provider_t *sysdb_provider_table(uint32_t abi, const sysdb_host_t *host) {
-    if (abi != SYSDB_PROVIDER_ABI || host == nullptr) {
-        return nullptr;
-    }
+const sysdb_provider_t &embedded_provider(const sysdb_host_t *host) {
     set_host(host);
-    return &kTable;
+    return kTable;
 }
 
-}  // extern "C"
+}  // namespace sysdb_lmdb

@@ -30,7 +30,8 @@ bool Result::is_damage() const {
 }
 
 bool Result::is_failure_of_storage() const {
-    return kind_ == Kind::kErrno || (kind_ == Kind::kLmdb && !is_not_found() && !is_lmdb(MDB_BAD_VALSIZE));
+    return kind_ == Kind::kErrno || kind_ == Kind::kMirror ||
+           (kind_ == Kind::kLmdb && !is_not_found() && !is_lmdb(MDB_BAD_VALSIZE));
 }
 
 const char *Result::text() const {
@@ -86,6 +87,8 @@ cerrno Result::code() const {
             return code_of_errno();
         case Kind::kConflict:
             return SYSDB_ERR_CONFLICT;
+        case Kind::kMirror:
+            return SYSDB_ERR_READ_ONLY;
     }
     return SYSDB_ERR_STORAGE;
 }

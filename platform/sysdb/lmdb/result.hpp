@@ -25,6 +25,8 @@ class [[nodiscard]] Result {
     static constexpr Result unchanged() { return {Kind::kUnchanged, 0}; }
     // An item is not as the caller expects it: the transaction is aborted.
     static constexpr Result conflict() { return {Kind::kConflict, 0}; }
+    // The file is the mirror of a cluster's configuration, which only the agent writes.
+    static constexpr Result mirror() { return {Kind::kMirror, 0}; }
 
     constexpr bool is_ok() const { return kind_ == Kind::kOk; }
     constexpr bool is_lmdb(int rc) const { return kind_ == Kind::kLmdb && value_ == rc; }
@@ -34,6 +36,7 @@ class [[nodiscard]] Result {
     bool is_damage() const;
     // The file system, a quota or a limit of the process keeps a file from growing.
     constexpr bool is_no_room() const { return is_errno(ENOSPC) || is_errno(EDQUOT) || is_errno(EFBIG); }
+    constexpr bool is_mirror() const { return kind_ == Kind::kMirror; }
     // Another process has kept a lock for too long.
     constexpr bool is_timeout() const { return is_errno(ETIMEDOUT); }
     // The errno value, for a failure of the system.
@@ -53,7 +56,7 @@ class [[nodiscard]] Result {
     cerrno code() const;
 
   private:
-    enum class Kind { kOk, kLmdb, kErrno, kUnchanged, kConflict };
+    enum class Kind { kOk, kLmdb, kErrno, kUnchanged, kConflict, kMirror };
 
     constexpr Result(Kind kind, int value) : kind_(kind), value_(value) {}
     static constexpr Kind errno_kind(int error) { return error == 0 ? Kind::kOk : Kind::kErrno; }

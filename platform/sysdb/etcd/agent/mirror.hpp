@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The mirror: keeps the configuration of this node's database equal to the cluster's.
+//
+// It reads all of it once, as of the revision at which the mirror stopped before, or where the
+// cluster does not have that any more, as of now; stores what differs; and follows all later
+// revisions in their order. Watchers on this node get what differs in the same way as any change.
+// While it follows, it polls the server that it follows: a server that is stopped, or that is
+// cut off from the others, says nothing of its own.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/names.hpp"
+#include "agent/plan.hpp"
+#include "gateway/client.hpp"
+#include "mirror_mark.hpp"
+
+namespace sysdb_etcd {
+
+class Mirror {
+  public:
+    enum class State {
+        kConnecting,  // no server answers
+        kLoading,
+        kFollowing,
+        kNoConfiguration,  // the cluster has none below the prefix
+        kCannotStore       // this node's database takes no changes
+    };
+
+    Mirror(net::Loop &loop, Client &client, Names names);
+    ~Mirror();
+    Mirror(const Mirror &) = delete;
+    Mirror &operator=(const Mirror &) = delete;
+
+    void start();
+
+    State state() const { return state_; }
+    bool is_usable() const { return state_ == State::kFollowing; }
+    // Why it does not follow, for people.
+    const std::string &trouble() const { return trouble_; }
+    // Whether a majority of the servers answered the last poll.
+    bool has_majority() const { return state_ == State::kFollowing && misses_ == 0; }
+    std::uint64_t revision() const { return revision_; }
+    // The cluster's, as of the last poll.
+    std::uint64_t cluster_revision() const { return polled_; }
+    std::uint64_t cluster() const { return cluster_; }
+    std::size_t items() const { return revisions_.size(); }
+
+    // For plan_changes(); valid until the loop's next round.
+    MirrorView view();
+    // The revision of the last change of an own key that is not of the configuration; 0: none.
+    std::uint64_t revision_of(const std::string &key) const;
+
+    // Calls `done` when the mirror has all changes up to a revision, perhaps at once; with false
+    // when it does not have them at that time.
+    void wait_for(std::uint64_t revision, net::Time until, std::function<void(bool)> done);
+    // Calls it when the revision is another one than this, or at a time, whatever is first.
+    void wait_for_news(std::uint64_t seen, net::Time until, std::function<void()> done);
+
+    // Called at each change of the state.
+    void on_state(std::function<void()> call) { state_changed_ = std::move(call); }
+
+  private:
+    struct Waiter {
+        std::uint64_t revision;
+        net::Time until;
+        std::function<void(bool)> done;
+    };
+    struct Loading {
+        std::uint64_t asked = 0;  // revision; 0: the newest
+        std::uint64_t revision = 0;
+        std::uint64_t cluster = 0;
+        std::uint32_t limit = 0;
+        std::string next;
+        bool has_format = false;
+        std::map<std::string, std::uint64_t> revisions;
+        std::map<std::string, std::uint64_t> own;
+        std::vector<sysdb_lmdb::MirroredItem> differing;
+    };
+
+    void enter(State state, std::string trouble);
+    void retry_later(State state, std::string trouble);
+    void retry();
+    // mirror_load.cc
+    void load(bool from_mark);
+    void load_page();
+    void take_page(Reply reply);
+    bool take_loaded(const KeyValue &item);
+    void finish_load();
+    // mirror_follow.cc
+    void follow();
+    bool take_line(std::string_view line);
+    bool take_events(const WatchReply &reply);
+    void follow_again(const std::string &why);
+    void poll();
+    void take_poll(Reply reply);
+    void stop_following();
+    void wake_waiters();
+    void run_waiters_out();
+    void set_waiters_timer();
+
+    bool store(const std::vector<sysdb_lmdb::MirroredItem> &items, std::uint64_t revision);
+    void report_odd_key(std::string_view key);
+
+    net::Loop &loop_;
+    Client &client_;
+    const Names names_;
+    net::Timer retry_;
+    net::Timer next_poll_;
+    net::Timer waiters_timer_;
+
+    State state_ = State::kConnecting;
+    std::string trouble_;
+    std::function<void()> state_changed_;
+    std::uint64_t revision_ = 0;
+    std::uint64_t cluster_ = 0;
+    std::uint64_t polled_ = 0;
+    std::map<std::string, std::uint64_t> revisions_;  // path to the revision of its last change
+    std::map<std::string, std::uint64_t> own_;        // keys of this node
+    std::vector<Waiter> waiters_;
+
+    std::unique_ptr<Loading> loading_;
+    std::uint64_t load_number_ = 0;
+    std::uint64_t stream_ = 0;
+    std::size_t stream_endpoint_ = 0;
+    unsigned misses_ = 0;
+    unsigned failures_ = 0;
+    bool full_load_ = false;  // the next load is of the newest revision
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+}  // namespace sysdb_etcd

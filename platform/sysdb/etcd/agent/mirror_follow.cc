@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Following the cluster's changes, and polling the server that sends them.
+
+#include "agent/mirror.hpp"
+#include "host.hpp"
+
+namespace sysdb_etcd {
+namespace {
+
+constexpr net::Time kPollPause = net::kSecond;
+constexpr net::Time kPollTimeout = net::kSecond;
+constexpr unsigned kMostMisses = 2;
+
+}  // namespace
+
+// From any state: a stream that is replaced is not heard any more.
+void Mirror::follow() {
+    stop_following();
+    stream_endpoint_ = client_.endpoint();
+    if (client_.needs_token()) {
+        client_.fetch_token([this, alive = alive_](const Reply &reply) {
+            if (!*alive || stream_ != 0 || loading_ != nullptr) {
+                return;
+            }
+            if (reply.kind == Reply::Kind::kOk) {
+                follow();
+            } else {
+                follow_again(reply.reason);
+            }
+        });
+        return;
+    }
+    stream_ = client_.open_stream(
+        kWatchPath, watch_request(names_.all(), end_of_prefix(names_.all()), revision_ + 1),
+        {[this](std::string_view line) { return take_line(line); },
+         [this, alive = alive_](const Reply &reply) {
+             if (!*alive) {
+                 return;
+             }
+             stream_ = 0;
+             full_load_ = full_load_ || reply.too_large;
+             follow_again(reply.reason.empty() ? "the server ended the stream" : reply.reason);
+         }});
+    if (stream_ == 0) {
+        follow_again("no memory for a request");
+        return;
+    }
+    next_poll_.set(loop_.now());
+}
+
+void Mirror::stop_following() {
+    client_.cancel(stream_);
+    stream_ = 0;
+    next_poll_.cancel();
+}
+
+void Mirror::follow_again(const std::string &why) {
+    client_.leave_endpoint(stream_endpoint_);
+    if (state_ == State::kFollowing) {
+        sysdb_lmdb::log(sysdb_lmdb::kLogWarning, "the connection to the cluster is lost (%s); trying %s",
+                        why.c_str(), client_.endpoint_name().c_str());
+    }
+    retry_later(State::kConnecting, why);
+}
+
+// False ends the stream; `ended` is called then.
+bool Mirror::take_line(std::string_view line) {
+    WatchReply reply;
+    if (!parse_watch(line, reply)) {
+        sysdb_lmdb::log(sysdb_lmdb::kLogError, "a reply of %s is malformed; trying another server",
+                        client_.endpoints()[stream_endpoint_].c_str());
+        return false;
+    }
+    if (reply.canceled) {
+        full_load_ = full_load_ || reply.compact_revision != 0;
+        return false;
+    }
+    if (reply.header.cluster != cluster_) {
+        full_load_ = true;
+        return false;
+    }
+    if (reply.created) {
+        failures_ = 0;
+        enter(State::kFollowing, {});
+    }
+    return reply.events.empty() || take_events(reply);
+}
+
+// A reply has whole revisions. All of its changes are stored as one.
+bool Mirror::take_events(const WatchReply &reply) {
+    std::vector<sysdb_lmdb::MirroredItem> items;
+    std::map<std::string, std::uint64_t> changed;
+    std::uint64_t newest = revision_;
+    for (const WatchEvent &event : reply.events) {
+        if (event.item.mod_revision < newest || event.item.mod_revision <= revision_) {
+            return false;  // not in their order
+        }
+        newest = event.item.mod_revision;
+        if (event.item.key == names_.format()) {
+            // Someone removes the configuration of all nodes, or begins to import another one.
+            full_load_ = true;
+            return false;
+        }
+        const std::string_view path = names_.path_of(event.item.key);
+        if (path.empty()) {
+            continue;
+        }
+        const auto key = database_key(path);
+        std::uint32_t datatype = 0;
+        std::string_view value;
+        const bool fits = event.deleted || (key && parse_cluster_value(event.item.value, datatype, value) &&
+                                            value.size() <= sysdb_lmdb::kMaxValue);
+        if (!fits) {
+            report_odd_key(event.item.key);
+        }
+        if (key) {  // one that cannot be used replaces what was there
+            items.push_back({std::string(key->view()), event.deleted || !fits, datatype, std::string(value)});
+            changed[std::string(path)] = event.deleted ? 0 : event.item.mod_revision;
+        }
+    }
+    if (!items.empty() && !store(items, newest)) {
+        return true;  // the stream has been cancelled
+    }
+    for (const auto &[path, revision] : changed) {
+        if (revision != 0) {
+            revisions_[path] = revision;
+        } else {
+            revisions_.erase(path);
+        }
+    }
+    for (const WatchEvent &event : reply.events) {
+        if (names_.path_of(event.item.key).empty()) {
+            own_[event.item.key] = event.deleted ? 0 : event.item.mod_revision;
+        }
+    }
+    revision_ = newest;
+    wake_waiters();
+    return true;
+}
+
+// A majority must agree to the reply, so it also shows whether there is one.
+void Mirror::poll() {
+    client_.call_at(
+        stream_endpoint_, kRangePath, range_request({names_.format(), {}, 0, 0, true}),
+        [this, stream = stream_, alive = alive_](Reply reply) {
+            if (*alive && stream == stream_ && stream != 0) {
+                take_poll(std::move(reply));
+            }
+        },
+        kPollTimeout);
+}
+
+void Mirror::take_poll(Reply reply) {
+    RangeReply range;
+    if (reply.kind == Reply::Kind::kOk && parse_range(reply.body, range)) {
+        misses_ = 0;
+        polled_ = range.header.revision;
+        if (polled_ < revision_) {
+            full_load_ = true;
+            follow_again("the cluster was set back to an older revision");
+            return;
+        }
+    } else if (++misses_ >= kMostMisses) {
+        misses_ = 0;
+        follow_again("the server answers no more: " + reply.reason);
+        return;
+    }
+    next_poll_.set(net::Loop::clock() + (misses_ == 0 ? kPollPause : 0));
+}
+
+}  // namespace sysdb_etcd

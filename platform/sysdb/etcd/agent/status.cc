@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "agent/status.hpp"
+
+#include <ctime>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+namespace sysdb_etcd {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr net::Time kBetweenLines = 10 * net::kSecond;
+// A node that says nothing for three times as long is shown as away.
+constexpr net::Time kAtLeast = 30 * net::kSecond;
+
+std::string hex(std::uint64_t number) {
+    char text[20];
+    std::snprintf(text, sizeof text, "%llx", static_cast<unsigned long long>(number));
+    return text;
+}
+
+std::string dump(const Json &json) {
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+}  // namespace
+
+const char *state_word(Mirror::State state) {
+    switch (state) {
+        case Mirror::State::kConnecting:
+            return "connecting";
+        case Mirror::State::kLoading:
+            return "loading";
+        case Mirror::State::kFollowing:
+            return "following";
+        case Mirror::State::kNoConfiguration:
+            return "no configuration";
+        case Mirror::State::kCannotStore:
+            return "cannot store";
+    }
+    return "?";
+}
+
+struct Status::Question {
+    std::function<void(std::string)> done;
+    std::size_t open = 0;
+    std::vector<Member> members;
+    std::map<std::size_t, StatusReply> servers;  // by endpoint
+    std::map<std::size_t, std::string> faults;
+    std::vector<KeyValue> nodes;
+};
+
+Status::Status(net::Loop &loop, Client &client, Mirror &mirror, Changes &changes, Names names)
+    : loop_(loop),
+      client_(client),
+      mirror_(mirror),
+      changes_(changes),
+      names_(std::move(names)),
+      next_(loop, [this] { publish(); }) {}
+
+void Status::start() {
+    next_.set(loop_.now() + net::kSecond);
+}
+
+std::string Status::own_line() const {
+    return dump({{"revision", mirror_.revision()}, {"items", mirror_.items()}, {"version", AAA_VERSION}});
+}
+
+// The own line is a change of the cluster's, too, so it is not written for its own revision.
+void Status::publish() {
+    next_.set(net::Loop::clock() + kBetweenLines);
+    const net::Time now = net::Loop::clock();
+    if (!mirror_.is_usable() || (now - published_at_ < kAtLeast && published_at_ != 0)) {
+        return;
+    }
+    published_at_ = now;
+    TxnRequest txn;
+    Json line = Json::parse(own_line());
+    line["time"] = static_cast<std::int64_t>(std::time(nullptr));
+    txn.compare(names_.format(), mirror_.revision_of(names_.format()));
+    txn.put(names_.state(), dump(line));
+    client_.call(kTxnPath, txn.text(), [](const Reply &) {});
+}
+
+void Status::tell(std::function<void(std::string)> done) {
+    const auto question = std::make_shared<Question>();
+    question->done = std::move(done);
+    const std::size_t servers = client_.endpoints().size();
+    question->open = servers + 2;
+    for (std::size_t i = 0; i < servers; ++i) {
+        client_.call_at(i, kStatusPath, "{}", [this, question, i](const Reply &reply) {
+            StatusReply status;
+            if (reply.kind == Reply::Kind::kOk && parse_status(reply.body, status)) {
+                question->servers[i] = status;
+            } else {
+                question->faults[i] = reply.reason.empty() ? "malformed reply" : reply.reason;
+            }
+            finish(question);
+        });
+    }
+    client_.call(kMembersPath, "{}", [this, question](const Reply &reply) {
+        if (reply.kind != Reply::Kind::kOk || !parse_members(reply.body, question->members)) {
+            question->members.clear();
+        }
+        finish(question);
+    });
+    client_.call(kRangePath, range_request({names_.nodes(), end_of_prefix(names_.nodes()), 0, 0, false}),
+                 [this, question](const Reply &reply) {
+                     RangeReply range;
+                     if (reply.kind == Reply::Kind::kOk && parse_range(reply.body, range)) {
+                         question->nodes = std::move(range.items);
+                     }
+                     finish(question);
+                 });
+}
+
+void Status::finish(const std::shared_ptr<Question> &question) {
+    if (--question->open != 0) {
+        return;
+    }
+    Json json = {
+        {"node", names_.node()},
+        {"prefix", names_.prefix()},
+        {"cluster", hex(mirror_.cluster())},
+        {"state", state_word(mirror_.state())},
+        {"trouble", mirror_.trouble()},
+        {"majority", mirror_.has_majority()},
+        {"revision", mirror_.revision()},
+        {"cluster_revision", mirror_.cluster_revision()},
+        {"items", mirror_.items()},
+        {"changes",
+         {{"made", changes_.made()}, {"refused", changes_.refused()}, {"under_way", changes_.under_way()}}}};
+    std::uint64_t leader = 0;
+    json["servers"] = Json::array();
+    for (std::size_t i = 0; i < client_.endpoints().size(); ++i) {
+        Json server = {{"endpoint", client_.endpoints()[i]}, {"used", i == client_.endpoint()}};
+        const auto found = question->servers.find(i);
+        server["answers"] = found != question->servers.end();
+        if (found != question->servers.end()) {
+            server["member"] = hex(found->second.header.member);
+            server["revision"] = found->second.header.revision;
+            server["version"] = found->second.version;
+            server["leader"] =
+                found->second.leader != 0 && found->second.leader == found->second.header.member;
+            leader = found->second.leader != 0 ? found->second.leader : leader;
+        } else {
+            server["fault"] = question->faults[i];
+        }
+        json["servers"].push_back(std::move(server));
+    }
+    json["members"] = Json::array();
+    for (const Member &member : question->members) {
+        json["members"].push_back({{"id", hex(member.id)},
+                                   {"name", member.name},
+                                   {"leader", leader != 0 && member.id == leader},
+                                   {"urls", member.urls}});
+    }
+    json["nodes"] = Json::array();
+    for (const KeyValue &item : question->nodes) {
+        constexpr std::string_view kState = "/state";
+        const std::string_view rest = std::string_view(item.key).substr(names_.nodes().size());
+        const Json line = Json::parse(item.value, nullptr, false);
+        if (rest.ends_with(kState) && line.is_object()) {
+            json["nodes"].push_back({{"node", rest.substr(0, rest.size() - kState.size())},
+                                     {"revision", line.value("revision", Json(0))},
+                                     {"time", line.value("time", Json(0))}});
+        }
+    }
+    question->done(dump(json));
+}
+
+}  // namespace sysdb_etcd
