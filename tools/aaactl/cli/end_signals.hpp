@@ -39,7 +39,8 @@ class EndSignals {
 };
 
 // SIGINT and SIGTERM wait while a command makes changes of which none may be left half done. One that the
-// command has not taken then ends the program. Handlers, not the mask: that of the library's thread is its own.
+// command has not taken then ends the program. Handlers, not the mask: that of the library's thread is its
+// own.
 class HeldSignals {
   public:
     HeldSignals() {
