@@ -24,6 +24,7 @@ void add_load(Command root);
 void add_key(Command root);
 void add_status(Command root);
 void add_servers(Command root);
+void add_report(Command root);
 void add_trace(Command root);
 void add_test(Command root);
 void add_login(Command root);

@@ -86,6 +86,7 @@ void add_commands(Command root) {
     add_key(root);
     add_status(root);
     add_servers(root);
+    add_report(root);
     add_trace(root);
     add_test(root);
     add_login(root);

@@ -113,23 +113,33 @@ class Lint {
     size_t lists_ = 0;
 };
 
+}  // namespace
+
+Linted lint_configuration() {
+    Lint lint;
+    Findings findings = lint.run();
+    return {std::move(findings), lint.lists(), lint.groups_seen()};
+}
+
+namespace {
+
 std::string plural(size_t number, const std::string &noun) {
     return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
 }
 
 ExitCode lint(Output &out, const LintOptions &options) {
-    Lint lint;
-    const Findings findings = lint.run();
+    const Linted checked = lint_configuration();
+    const Findings &findings = checked.findings;
     const size_t errors = count(findings, Severity::error);
     const size_t warnings = count(findings, Severity::warning);
-    const Json document = {{"method_lists", lint.lists()},
-                           {"server_groups", lint.groups_seen()},
+    const Json document = {{"method_lists", checked.lists},
+                           {"server_groups", checked.groups},
                            {"errors", errors},
                            {"warnings", warnings},
                            {"findings", findings_json(findings)}};
     out.result(document, [&] {
         print_findings(out, findings);
-        out.line(plural(lint.lists(), "method list") + " and " + plural(lint.groups_seen(), "server group") +
+        out.line(plural(checked.lists, "method list") + " and " + plural(checked.groups, "server group") +
                  " checked: " + plural(errors, "error") + ", " + plural(warnings, "warning"));
     });
     return errors > 0 || (options.strict && warnings > 0) ? ExitCode::negative : ExitCode::ok;
