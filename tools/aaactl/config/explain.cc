@@ -74,12 +74,11 @@ bool always_answers(const Step &step) {
     return step.method.number == AAA_METHOD_NONE;
 }
 
-// aaad puts the records of groups on disk, and answers the client before a server does.
+}  // namespace
+
 bool is_kept_on_disk(const Explanation &e, const Step &step) {
     return e.service.function == AAA_FUNC_ACCT && step.works && !step.servers.empty();
 }
-
-}  // namespace
 
 std::string on_refusal(const Explanation &e, const Step &step) {
     if (is_kept_on_disk(e, step)) {

@@ -85,6 +85,12 @@ const char *box_of(const Step &step) {
     return !step.works ? "box broken" : "box";
 }
 
+const char *silence_of(const Explanation &list, const Step &step) {
+    return !step.works                   ? "passed over"
+           : is_kept_on_disk(list, step) ? "only when the disk fails"
+                                         : "no answer: go on";
+}
+
 // Returns the place below it.
 int write_step(Html &page, const Explanation &list, size_t i, int y) {
     const Step &step = list.reached()[i];
@@ -96,7 +102,9 @@ int write_step(Html &page, const Explanation &list, size_t i, int y) {
     }
     const int middle = y + height / 2;
     if (step.works) {
-        const char *const end = always_answers(step) ? "accepted" : "refused: end";
+        const char *const end = always_answers(step)          ? "accepted"
+                                : is_kept_on_disk(list, step) ? "refused: sent again"
+                                                              : "refused: end";
         write_arrow(page, kBoxWidth + 1, middle, kBoxWidth + 24, middle,
                     always_answers(step) ? "good" : "bad");
         write_text(page, kBoxWidth + 30, middle + 4, end, "small");
@@ -105,8 +113,7 @@ int write_step(Html &page, const Explanation &list, size_t i, int y) {
         return y + height;
     }
     write_arrow(page, kBoxWidth / 2, y + height, kBoxWidth / 2, y + height + kArrow, "plain");
-    write_text(page, kBoxWidth / 2 + 10, y + height + kArrow / 2 + 4,
-               step.works ? "no answer: go on" : "passed over", "small");
+    write_text(page, kBoxWidth / 2 + 10, y + height + kArrow / 2 + 4, silence_of(list, step), "small");
     return y + height + kArrow;
 }
 

@@ -8,9 +8,27 @@
 
 namespace aaactl {
 
+namespace {
+
+// escaped(), but a backslash stays one: some texts have passed through it before.
+std::string visible(std::string_view text) {
+    std::string out = escaped(text);
+    for (size_t at = 0; (at = out.find("\\\\", at)) != std::string::npos; ++at) {
+        out.erase(at, 1);
+    }
+    return out;
+}
+
+// Elements inside a line of text: a line feed after them would show as a blank.
+bool is_inline(std::string_view element) {
+    return element == "strong" || element == "span" || element == "a";
+}
+
+}  // namespace
+
 std::string html_text(std::string_view text) {
     std::string out;
-    for (const char c : escaped(text)) {
+    for (const char c : visible(text)) {
         switch (c) {
             case '&':
                 out += "&amp;";
@@ -49,7 +67,7 @@ Html &Html::open(const char *element, std::initializer_list<Attribute> attribute
 }
 
 Html &Html::close() {
-    out_ += std::string("</") + open_.back() + ">\n";
+    out_ += std::string("</") + open_.back() + (is_inline(open_.back()) ? ">" : ">\n");
     open_.pop_back();
     return *this;
 }

@@ -15,6 +15,13 @@ namespace {
 
 // ---- parts ----------------------------------------------------------------------
 
+// The elements of a member; none when there is no service, or it has not sent the member.
+const std::vector<Json> &array_of(const Json &document, std::string_view name) {
+    static const std::vector<Json> none;
+    const Json &value = document[name];
+    return value.is_array() ? value.elements() : none;
+}
+
 void pair(Html &page, const char *name, const std::string &value, const char *kind = "") {
     page.line("dt", name).line("dd", value, {{"class", kind}});
 }
@@ -52,12 +59,12 @@ void write_service(Html &page, const Facts &facts) {
              (fallback ? "; the fallback of aaad.conf is used, see: aaad --check" : ""),
          fallback ? "bad" : "");
     page.close();
-    if (facts.status["alarms"].elements().empty()) {
+    if (array_of(facts.status, "alarms").empty()) {
         page.line("p", "No alarms.", {{"class", "good"}});
         return;
     }
     page.open("ul", {{"class", "plain"}});
-    for (const Json &alarm : facts.status["alarms"].elements()) {
+    for (const Json &alarm : array_of(facts.status, "alarms")) {
         page.open("li").line("strong", text_of(alarm, "alarm"), {{"class", "bad"}});
         page.text(", since " + date_and_time(number_of(alarm, "since")) + ": " + text_of(alarm, "text"))
             .close();
@@ -115,12 +122,12 @@ void write_running(Html &page, const Json &server) {
 }
 
 void write_running_servers(Html &page, const Json &group) {
-    if (group["servers"].elements().empty()) {
+    if (array_of(group, "servers").empty()) {
         page.line("p", "aaad has no usable server of it; see: aaad --check", {{"class", "bad"}});
         return;
     }
     page.line("h4", "As aaad sees them").open("ul", {{"class", "plain"}});
-    for (const Json &server : group["servers"].elements()) {
+    for (const Json &server : array_of(group, "servers")) {
         write_running(page, server);
     }
     page.close();
@@ -143,7 +150,7 @@ void write_group(Html &page, const ReportedGroup &reported, const Json &servers)
         }
         page.close();
     }
-    for (const Json &running : servers["groups"].elements()) {
+    for (const Json &running : array_of(servers, "groups")) {
         if (text_of(running, "group") == group.name && text_of(running, "protocol") == group.protocol.word) {
             write_running_servers(page, running);
         }
@@ -155,7 +162,7 @@ void write_groups(Html &page, const Facts &facts) {
     for (const ReportedGroup &group : facts.groups) {
         write_group(page, group, facts.servers);
     }
-    for (const Json &running : facts.servers["groups"].elements()) {
+    for (const Json &running : array_of(facts.servers, "groups")) {
         if (text_of(running, "group").empty()) {
             page.open("section", {{"class", "card"}});
             page.line("h3", "Servers without a group: " + text_of(running, "protocol"));
@@ -175,7 +182,13 @@ void write_list(Html &page, const ReportedList &list, size_t number) {
     if (!list.explanation) {
         page.line("p", list.defect, {{"class", "bad"}});
     } else if (!list.explanation->is_tried()) {
-        page.line("p", "No step of it is tried; see the findings.", {{"class", "bad"}});
+        page.line("p", "Programs that ask the library try no step of it; see the findings.",
+                  {{"class", "bad"}});
+        page.open("ol");
+        for (const Explanation::Step &step : list.explanation->steps) {
+            page.line("li", step_word(step) + " (" + step_meaning(*list.explanation, step) + ")");
+        }
+        page.close();
     } else {
         write_flow(page, *list.explanation, "flow" + std::to_string(number));
     }
@@ -183,7 +196,10 @@ void write_list(Html &page, const ReportedList &list, size_t number) {
 }
 
 void write_lists(Html &page, const Facts &facts) {
-    page.line("p", "A refusal ends a request. Only a step that does not answer is followed by the next one.");
+    page.line(
+        "p",
+        "The first step that accepts or refuses decides. Only a step that does not answer is followed by "
+        "the next one.");
     size_t number = 0;
     for (const ReportedList &list : facts.lists) {
         write_list(page, list, ++number);
@@ -216,8 +232,8 @@ void write_findings(Html &page, const Facts &facts) {
 
 uint64_t sum_of(const Json &servers, const char *name) {
     uint64_t sum = 0;
-    for (const Json &group : servers["groups"].elements()) {
-        for (const Json &server : group["servers"].elements()) {
+    for (const Json &group : array_of(servers, "groups")) {
+        for (const Json &server : array_of(group, "servers")) {
             sum += number_of(server, name);
         }
     }
@@ -242,7 +258,7 @@ void write_accounting(Html &page, const Json &figures) {
         pair(page, "Open sessions", std::to_string(number_of(figures, "open_sessions")));
     }
     page.close();
-    for (const Json &group : figures["groups"].elements()) {
+    for (const Json &group : array_of(figures, "groups")) {
         page.line("h4", text_of(group, "group")).open("dl");
         pair(page, "Waiting", std::to_string(number_of(group, "waiting")));
         pair(page, "Delivered", std::to_string(number_of(group, "delivered")));
@@ -306,7 +322,7 @@ std::string report_page(const Facts &facts) {
         .line("p", facts.time, {{"class", "dim"}});
     page.open("nav", {{"aria-label", "Sections"}});
     for (const Section &section : kSections) {
-        page.line("a", section.title, {{"href", std::string("#") + section.id}});
+        page.line("a", section.title, {{"href", std::string("#") + section.id}}).text(" ");
     }
     page.close().close().open("main");
     for (const Section &section : kSections) {

@@ -18,8 +18,8 @@ font:1rem/1.5 system-ui,sans-serif;overflow-wrap:anywhere}
 h1{font-size:1.5rem;margin:0}h2{font-size:1.25rem;margin:2rem 0 .5rem}h3{font-size:1.05rem;margin:0 0 .5rem}
 h4{font-size:.95rem;margin:.75rem 0 .25rem}
 p{margin:.25rem 0}.dim{color:var(--dim)}.bad{color:var(--bad)}.warn{color:var(--warn)}.good{color:var(--good)}
-.card{background:var(--card);border:1px solid var(--edge);border-radius:.5rem;padding:.75rem 1rem;margin:.75rem 0;
-break-inside:avoid}
+.card{background:var(--card);border:1px solid var(--edge);border-radius:.5rem;padding:.75rem 1rem;
+margin:.75rem 0;break-inside:avoid}
 ul,ol{margin:.25rem 0;padding-left:1.5rem}ul.plain{list-style:none;padding:0}
 ul.plain>li{border-top:1px solid var(--edge);padding:.4rem 0}ul.plain>li:first-child{border:0}
 dl{display:grid;grid-template-columns:minmax(0,1fr) minmax(0,2fr);gap:.1rem .75rem;margin:.25rem 0}
@@ -31,7 +31,8 @@ svg.flow{display:block;width:100%;max-width:24rem;height:auto;margin:.5rem 0}
 .box{fill:var(--back);stroke:var(--edge)}.box.broken{stroke:var(--bad);stroke-dasharray:4 3}
 .box.end{stroke:var(--bad)}.arrow{fill:none;stroke:var(--edge);stroke-width:1.5}
 .arrow.bad{stroke:var(--bad)}.arrow.good{stroke:var(--good)}
-@media print{:root{--text:#000;--dim:#333;--back:#fff;--card:#fff;--edge:#666;--bad:#000;--warn:#000;--good:#000}
+@media print{:root{--text:#000;--dim:#333;--back:#fff;--card:#fff;--edge:#666;--bad:#000;--warn:#000;
+--good:#000}
 nav{display:none}body{max-width:none;padding:0}}
 )";
 
