@@ -106,8 +106,9 @@ void write_running(Html &page, const Json &server) {
     const std::string state = text_of(server, "state");
     const bool asked = number_of(server, "asked") != 0;
     page.open("li").line("strong", text_of(server, "server")).open("dl");
-    pair(page, "State", state == "up" && !asked ? "not asked yet" : state, state == "up" ? "good" : "bad");
-    if (state != "up") {
+    const bool up = state == "up";
+    pair(page, "State", up && !asked ? "not asked yet" : state, !up ? "bad" : asked ? "good" : "dim");
+    if (!up) {
         pair(page, "Why", text_of(server, "why"));
     }
     pair(page, "Used for", text_of(server, "use") + ", " + text_of(server, "transport"));
