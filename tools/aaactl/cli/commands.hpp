@@ -32,6 +32,7 @@ void add_watch_confirm(Command root);
 void add_key(Command root);
 void add_status(Command root);
 void add_servers(Command root);
+void add_report(Command root);
 void add_trace(Command root);
 void add_capture(Command root);
 void add_test(Command root);

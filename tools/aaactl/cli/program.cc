@@ -93,6 +93,7 @@ void add_commands(Command root) {
     add_key(root);
     add_status(root);
     add_servers(root);
+    add_report(root);
     add_trace(root);
     add_capture(root);
     add_test(root);

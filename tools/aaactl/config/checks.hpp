@@ -13,6 +13,14 @@ namespace aaactl {
 // suit the function, and have servers if it needs them.
 bool method_works(Database &database, const std::string &function, const Method &method);
 
+// What lint finds in the whole configuration.
+struct Linted {
+    Findings findings;
+    size_t lists = 0;   // that were checked
+    size_t groups = 0;  // likewise
+};
+Linted lint_configuration();
+
 // Checks a list by itself; of its groups, only whether they exist.
 void check_list(Database &database, const MethodList &list, Findings &findings);
 // Checks a group by itself; `used`: a method list names it.

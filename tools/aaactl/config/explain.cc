@@ -20,10 +20,14 @@ using Step = Explanation::Step;
 
 // ---- words
 
+}  // namespace
+
 std::string step_word(const Step &step) {
     return step.method.is_group() ? "server group " + escaped(step.method.group)
                                   : method_word(step.method.number);
 }
+
+namespace {
 
 std::string group_meaning(const Method &method) {
     const auto number = method.group_number();
@@ -31,6 +35,8 @@ std::string group_meaning(const Method &method) {
     return std::string(known ? method.resolved->protocol.word : "not configured") +
            (number ? ", number " + std::to_string(*number) : ", no number");
 }
+
+}  // namespace
 
 std::string step_meaning(const Explanation &e, const Step &step) {
     const bool accounting = e.service.function == AAA_FUNC_ACCT;
@@ -61,12 +67,15 @@ std::string step_meaning(const Explanation &e, const Step &step) {
     }
 }
 
+namespace {
+
 // A method that asks no one never refuses and always answers.
 bool always_answers(const Step &step) {
     return step.method.number == AAA_METHOD_NONE;
 }
 
-// aaad puts the records of groups on disk, and answers the client before a server does.
+}  // namespace
+
 bool is_kept_on_disk(const Explanation &e, const Step &step) {
     return e.service.function == AAA_FUNC_ACCT && step.works && !step.servers.empty();
 }
@@ -94,6 +103,8 @@ std::string on_silence(const Explanation &e, size_t i) {
     return e.service.function == AAA_FUNC_ACCT ? "no step is left: the record is lost"
                                                : "no step is left: the request is refused";
 }
+
+namespace {
 
 std::string server_words(const Server &server, KeyState key) {
     std::string text = escaped(server.host);

@@ -52,6 +52,18 @@ struct Explanation {
     const std::string &function() const { return list.function; }
 };
 
+// ---- in words, as explain prints them
+
+// "server group corp", "local", ...
+std::string step_word(const Explanation::Step &step);
+// What the method asks: "radius, number 1001", "the users of this router", ...
+std::string step_meaning(const Explanation &e, const Explanation::Step &step);
+// aaad puts the records of groups on disk, and answers the client before a server does.
+bool is_kept_on_disk(const Explanation &e, const Explanation::Step &step);
+// What happens when it refuses, and when step i of the reached ones does not answer.
+std::string on_refusal(const Explanation &e, const Explanation::Step &step);
+std::string on_silence(const Explanation &e, size_t i);
+
 // Failure(usage) for a function, service or list that cannot exist.
 Explanation make_explanation(Database &database, const ExplainOptions &options);
 

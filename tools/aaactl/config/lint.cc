@@ -120,22 +120,31 @@ class Lint {
     size_t lists_ = 0;
 };
 
-ExitCode lint(Output &out, const LintOptions &options) {
+}  // namespace
+
+Linted lint_configuration() {
     Database database(Database::Use::reading);
     Lint lint(database);
-    const Findings findings = lint.run();
+    Findings findings = lint.run();
+    return {std::move(findings), lint.lists(), lint.groups_seen()};
+}
+
+namespace {
+
+ExitCode lint(Output &out, const LintOptions &options) {
+    const Linted checked = lint_configuration();
+    const Findings &findings = checked.findings;
     const size_t errors = count(findings, Severity::error);
     const size_t warnings = count(findings, Severity::warning);
-    const Json document = {{"method_lists", lint.lists()},
-                           {"server_groups", lint.groups_seen()},
+    const Json document = {{"method_lists", checked.lists},
+                           {"server_groups", checked.groups},
                            {"errors", errors},
                            {"warnings", warnings},
                            {"findings", findings_json(findings)}};
     out.result(document, [&] {
         print_findings(out, findings);
-        out.line(counted(lint.lists(), "method list") + " and " +
-                 counted(lint.groups_seen(), "server group") + " checked: " + counted(errors, "error") +
-                 ", " + counted(warnings, "warning"));
+        out.line(counted(checked.lists, "method list") + " and " + counted(checked.groups, "server group") +
+                 " checked: " + counted(errors, "error") + ", " + counted(warnings, "warning"));
     });
     return errors > 0 || (options.strict && warnings > 0) ? ExitCode::negative : ExitCode::ok;
 }

@@ -183,6 +183,8 @@ class credentials {
             2);
     }
 
+    /** How many attributes requests carry too, by set_state() and set_plexa_attributes(). */
+    std::size_t further_attributes() const noexcept { return state_.size() + plexa_.size(); }
     /** The record for functions of the C interface; null for an empty handle. */
     aaa_usercred_t *native() noexcept { return record_.get(); }
 

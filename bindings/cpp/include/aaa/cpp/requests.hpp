@@ -173,6 +173,14 @@ inline result<message> encode(const server_disconnect &from) noexcept {
 
 namespace detail {
 
+/* Whether a request's list has room for these attributes and its own: the pair that wraps the count would
+ * end the process. */
+inline bool fits(const credentials &user, const list *attributes) noexcept {
+    constexpr std::size_t most = UINT16_MAX;
+    constexpr std::size_t own = 512;
+    return user.further_attributes() + (attributes != nullptr ? attributes->size() : 0) <= most - own;
+}
+
 inline void *block_of(place at, const std::optional<private_block> &block) noexcept {
     if (!block) {
         return nullptr;
@@ -190,6 +198,9 @@ inline result<message> encode(const authentication_request &from) noexcept {
     if (from.attributes != nullptr && from.attributes->native() == nullptr) {
         return from.attributes->why(AAA_ERR_INVALID_ARG);
     }
+    if (!detail::fits(from.user, from.attributes)) {
+        return errc::full_list;
+    }
     result<detail::texts<1>> texts = detail::texts<1>::copy({from.method_list});
     if (!texts) {
         return failure(texts.code());
@@ -206,6 +217,9 @@ inline result<message> encode(const authentication_request &from) noexcept {
 inline result<message> encode(const authorization_request &from) noexcept {
     if (!from.user) {
         return errc::empty_handle;
+    }
+    if (!detail::fits(from.user, from.attributes.ike)) {
+        return errc::full_list;
     }
     result<detail::texts<1>> texts = detail::texts<1>::copy({from.method_list});
     if (!texts) {
