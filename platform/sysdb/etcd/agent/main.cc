@@ -229,7 +229,7 @@ class Agent {
 };
 
 int run_import(Settings settings) {
-    constexpr net::Time kPatience = 60 * net::kSecond;
+    constexpr net::Time kPatience = 10 * net::kSecond;
     net::Loop loop;
     const Names names(settings.prefix, settings.node);
     Client client(loop, std::move(settings.address));
