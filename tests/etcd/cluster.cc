@@ -296,7 +296,16 @@ Node::Node(const Cluster &cluster, const std::string &name, const std::vector<st
     directory_.write("agent.conf", text);
 }
 
-Node::~Node() = default;
+// An agent under a sanitizer says what it found.
+Node::~Node() {
+    if (agent_.is_running()) {
+        EXPECT_EQ(0, stop());
+    }
+    const std::string said = log();
+    for (const char *found : {"Sanitizer", "runtime error"}) {
+        EXPECT_EQ(std::string::npos, said.find(found)) << said;
+    }
+}
 
 std::map<std::string, std::string> Node::environment() const {
     return {{"AAA_SYSDB_CFG_DIR", directory_.path("cfg")},
