@@ -338,29 +338,31 @@ int Node::stop() {
     return agent_.wait();
 }
 
-std::string Node::status() const {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+std::optional<sysdb_etcd::Answer> Node::ask(const std::string &bytes) const {
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    const std::string path = directory_.path("run") + "/" + sysdb_etcd::kSocketName;
-    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
-    std::string bytes;
-    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) {
-        const std::string request = *sysdb_etcd::pack_request({sysdb_etcd::Ask::kStatus, 0, {}});
-        if (::send(fd, request.data(), request.size(), MSG_NOSIGNAL) ==
-            static_cast<ssize_t>(request.size())) {
-            char buffer[4096];
-            for (ssize_t count; (count = recv(fd, buffer, sizeof buffer, 0)) > 0;) {
-                bytes.append(buffer, static_cast<std::size_t>(count));
-            }
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", socket().c_str());
+    std::string received;
+    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
+        ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size())) {
+        char buffer[4096];
+        for (ssize_t count; (count = recv(fd, buffer, sizeof buffer, 0)) > 0;) {
+            received.append(buffer, static_cast<std::size_t>(count));
         }
     }
     close(fd);
     sysdb_etcd::Answer answer;
-    return bytes.size() > sysdb_etcd::kLengthSize &&
-                   sysdb_etcd::unpack_answer(std::string_view(bytes).substr(sysdb_etcd::kLengthSize), answer)
-               ? answer.text
-               : "";
+    if (received.size() <= sysdb_etcd::kLengthSize ||
+        !sysdb_etcd::unpack_answer(std::string_view(received).substr(sysdb_etcd::kLengthSize), answer)) {
+        return std::nullopt;
+    }
+    return answer;
+}
+
+std::string Node::status() const {
+    const auto answer = ask(*sysdb_etcd::pack_request({sysdb_etcd::Ask::kStatus, 0, {}}));
+    return answer ? answer->text : "";
 }
 
 bool Node::wait_until_following() const {
