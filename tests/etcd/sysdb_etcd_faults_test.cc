@@ -285,7 +285,7 @@ TEST_F(SysdbEtcdFaults, OtherUsersMayNotChangeByWayOfTheAgent) {
     }
     ASSERT_EQ(0, chmod(node(0).socket().c_str(), 0666));
     const std::string change = *sysdb_etcd::pack_request(
-        {sysdb_etcd::Ask::kChange, 1000, {{SYSDB_CHANGE_SET, 99, "/cfg/stolen", "x"}}});
+        {sysdb_etcd::Ask::kChange, UINT64_MAX, {{SYSDB_CHANGE_SET, 99, "/cfg/stolen", "x"}}});
     const std::string status = *sysdb_etcd::pack_request({sysdb_etcd::Ask::kStatus, 0, {}});
     const auto as_nobody = [&](const std::function<void()> &body) {
         run_forked([&] {
@@ -311,6 +311,16 @@ TEST_F(SysdbEtcdFaults, OtherUsersMayNotChangeByWayOfTheAgent) {
     EXPECT_EQ(0u, node(0).ask(change)->code) << "root may";
 }
 
+// Symptom: an agent that was stopped for longer than its clients wait made their changes when it went on,
+// after others that the same clients had made since.
+TEST_F(SysdbEtcdFaults, ChangeOfASenderWhoHasGivenUpIsNotMade) {
+    const auto answer = node(0).ask(
+        *sysdb_etcd::pack_request({sysdb_etcd::Ask::kChange, 1, {{SYSDB_CHANGE_SET, 99, "/cfg/late", "x"}}}));
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(SYSDB_ERR_NO_MAJORITY, answer->code);
+    EXPECT_EQ(std::string::npos, contents(node(0)).find("late"));
+}
+
 TEST_F(SysdbEtcdFaults, MalformedRequestsHarmNoOne) {
     std::string long_one(4, '\xff');
     std::string with_rest = *sysdb_etcd::pack_request({sysdb_etcd::Ask::kStatus, 0, {}}) + "x";
@@ -330,7 +340,7 @@ TEST_F(SysdbEtcdFaults, MalformedRequestsHarmNoOne) {
         {{77, 99, "/cfg/a", ""}, SYSDB_ERR_INVALID_ARG}};
     for (const auto &[change, code] : changes) {
         const auto answer =
-            node(0).ask(*sysdb_etcd::pack_request({sysdb_etcd::Ask::kChange, 1000, {change}}));
+            node(0).ask(*sysdb_etcd::pack_request({sysdb_etcd::Ask::kChange, UINT64_MAX, {change}}));
         ASSERT_TRUE(answer);
         EXPECT_EQ(code, answer->code) << change.path.substr(0, 20);
     }
