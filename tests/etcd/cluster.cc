@@ -219,21 +219,15 @@ void Cluster::start_all() {
     ASSERT_TRUE(wait_until_ready()) << output(0);
 }
 
+// A member that asks for certificates is only known to listen.
 bool Cluster::wait_until_ready(const std::vector<std::size_t> &members) {
+    constexpr int kNoConnection = 7;
     return eventually([&] {
         for (const std::size_t member : members) {
-            const Ended ended =
-                run_program({"etcdctl", "--endpoints", endpoint(member), "--insecure-skip-tls-verify",
-                             "--command-timeout", "2s", "endpoint", "status"},
-                            {{"ETCDCTL_API", "3"}});
-            if (options_.authorities.empty() && ended.status != 0) {
+            const Ended ended = run_program({"curl", "-sk", "-m", "2", endpoint(member) + "/health"});
+            if (options_.authorities.empty() ? ended.output.find("true") == std::string::npos
+                                             : ended.status == kNoConnection) {
                 return false;
-            }
-            if (!options_.authorities.empty()) {
-                const Ended listening = run_program({"curl", "-sk", endpoint(member)});
-                if (listening.status == 7) {  // no connection
-                    return false;
-                }
             }
         }
         return true;
@@ -302,7 +296,16 @@ Node::Node(const Cluster &cluster, const std::string &name, const std::vector<st
     directory_.write("agent.conf", text);
 }
 
-Node::~Node() = default;
+// An agent under a sanitizer says what it found.
+Node::~Node() {
+    if (agent_.is_running()) {
+        EXPECT_EQ(0, stop());
+    }
+    const std::string said = log();
+    for (const char *found : {"Sanitizer", "runtime error"}) {
+        EXPECT_EQ(std::string::npos, said.find(found)) << said;
+    }
+}
 
 std::map<std::string, std::string> Node::environment() const {
     return {{"AAA_SYSDB_CFG_DIR", directory_.path("cfg")},
@@ -335,29 +338,31 @@ int Node::stop() {
     return agent_.wait();
 }
 
-std::string Node::status() const {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+std::optional<sysdb_etcd::Answer> Node::ask(const std::string &bytes) const {
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    const std::string path = directory_.path("run") + "/" + sysdb_etcd::kSocketName;
-    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
-    std::string bytes;
-    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) {
-        const std::string request = *sysdb_etcd::pack_request({sysdb_etcd::Ask::kStatus, 0, {}});
-        if (::send(fd, request.data(), request.size(), MSG_NOSIGNAL) ==
-            static_cast<ssize_t>(request.size())) {
-            char buffer[4096];
-            for (ssize_t count; (count = recv(fd, buffer, sizeof buffer, 0)) > 0;) {
-                bytes.append(buffer, static_cast<std::size_t>(count));
-            }
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", socket().c_str());
+    std::string received;
+    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
+        ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size())) {
+        char buffer[4096];
+        for (ssize_t count; (count = recv(fd, buffer, sizeof buffer, 0)) > 0;) {
+            received.append(buffer, static_cast<std::size_t>(count));
         }
     }
     close(fd);
     sysdb_etcd::Answer answer;
-    return bytes.size() > sysdb_etcd::kLengthSize &&
-                   sysdb_etcd::unpack_answer(std::string_view(bytes).substr(sysdb_etcd::kLengthSize), answer)
-               ? answer.text
-               : "";
+    if (received.size() <= sysdb_etcd::kLengthSize ||
+        !sysdb_etcd::unpack_answer(std::string_view(received).substr(sysdb_etcd::kLengthSize), answer)) {
+        return std::nullopt;
+    }
+    return answer;
+}
+
+std::string Node::status() const {
+    const auto answer = ask(*sysdb_etcd::pack_request({sysdb_etcd::Ask::kStatus, 0, {}}));
+    return answer ? answer->text : "";
 }
 
 bool Node::wait_until_following() const {

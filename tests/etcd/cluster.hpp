@@ -8,9 +8,11 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "call/form.hpp"
 #include "support/temp_dir.hpp"
 
 namespace etcd_test {
@@ -123,7 +125,10 @@ class Node {
     void send(int signal) const { agent_.send(signal); }
     bool is_running() const { return agent_.is_running(); }
     std::string log() const { return directory_.read("log"); }
-    // The agent's answer, JSON; empty without one.
+    std::string socket() const { return directory_.path("run/agent"); }
+    // The agent's answer to these bytes; nothing without one.
+    std::optional<sysdb_etcd::Answer> ask(const std::string &bytes) const;
+    // What it says of itself, JSON; empty without an answer.
     std::string status() const;
     bool wait_until_following() const;
 

@@ -14,7 +14,8 @@ namespace {
 
 using namespace sysdb_etcd;
 
-const Request kRequest{Ask::kChange, 5000, {{1, 3, "/cfg/a", std::string("x\0y", 3)}, {2, 0, "/cfg/b", ""}}};
+const Request kRequest{
+    Ask::kChange, 0x123456789, {{1, 3, "/cfg/a", std::string("x\0y", 3)}, {2, 0, "/cfg/b", ""}}};
 
 TEST(EtcdForm, RequestsAreReadAsTheyWereWritten) {
     const auto bytes = pack_request(kRequest);
@@ -23,16 +24,16 @@ TEST(EtcdForm, RequestsAreReadAsTheyWereWritten) {
     Request read;
     ASSERT_TRUE(unpack_request(std::string_view(*bytes).substr(kLengthSize), read));
     EXPECT_EQ(Ask::kChange, read.ask);
-    EXPECT_EQ(5000u, read.patience_ms);
+    EXPECT_EQ(0x123456789u, read.until_ms);
     EXPECT_EQ(kRequest.changes, read.changes);
 }
 
 TEST(EtcdForm, RequestHasTheseBytes) {
-    const auto bytes = pack_request({Ask::kChange, 0x01020304, {{1, 3, "p", "v"}}});
-    EXPECT_EQ(
-        std::string("\x1c\0\0\0\x01\x01\x04\x03\x02\x01\x01\0\0\0\x01\0\0\0\x03\0\0\0\x01\0\0\0p\x01\0\0\0v",
-                    32),
-        *bytes);
+    const auto bytes = pack_request({Ask::kChange, 0x0102030405060708, {{1, 3, "p", "v"}}});
+    EXPECT_EQ(std::string("\x20\0\0\0\x01\x01\x08\x07\x06\x05\x04\x03\x02\x01\x01\0\0\0\x01\0\0\0\x03\0\0\0"
+                          "\x01\0\0\0p\x01\0\0\0v",
+                          36),
+              *bytes);
 }
 
 TEST(EtcdForm, AnswersAreReadAsTheyWereWritten) {
@@ -54,7 +55,7 @@ TEST(EtcdForm, MalformedRequestsAreRefused) {
     Request read;
     EXPECT_FALSE(unpack_request(whole + "x", read));
     // Each length field lied about.
-    for (const std::size_t at : {6u, 18u, 28u}) {
+    for (const std::size_t at : {10u, 22u, 32u}) {
         for (const char lie : {'\x00', '\x7f', '\xff'}) {
             for (std::size_t byte = 0; byte < 4; ++byte) {
                 std::string bytes = whole;

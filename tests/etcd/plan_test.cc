@@ -156,7 +156,8 @@ TEST(EtcdPlan, ValuesHaveTheirTypeInFront) {
     EXPECT_EQ(std::string("\xfd\xff\xff\xff", 4), cluster_value(SYSDB_TYPE_DIRECTORY, ""));
     std::uint32_t type = 0;
     std::string_view value;
-    ASSERT_TRUE(parse_cluster_value(std::string("\x03\0\0\0ab\0", 7), type, value));
+    const std::string bytes("\x03\0\0\0ab\0", 7);
+    ASSERT_TRUE(parse_cluster_value(bytes, type, value));
     EXPECT_EQ(SYSDB_TYPE_STRING, type);
     EXPECT_EQ(std::string_view("ab\0", 3), value);
     EXPECT_FALSE(parse_cluster_value("abc", type, value));

@@ -5,8 +5,11 @@
 //
 // AAA_ETCD_ROUNDS repeats each fault (1 by default).
 
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
@@ -14,6 +17,7 @@
 
 #include "etcd/load.hpp"
 #include "platform/sysdb_changes.h"
+#include "support/machine.hpp"
 
 namespace {
 
@@ -270,6 +274,121 @@ TEST_F(SysdbEtcdFaults, RemovedPrefixLeavesTheNodesTheirConfiguration) {
         EXPECT_TRUE(each->wait_until_following()) << each->log();
         EXPECT_EQ(before, contents(*each));
     }
+}
+
+// The agent writes for others. They may through it what they may without.
+TEST_F(SysdbEtcdFaults, OtherUsersMayNotChangeByWayOfTheAgent) {
+    SKIP_WITHOUT_ROOT("needs root to become another user");
+    const std::string directory = node(0).directory();
+    for (const char *each : {"", "run", "cfg"}) {
+        ASSERT_EQ(0, chmod((directory + each).c_str(), 0711));
+    }
+    ASSERT_EQ(0, chmod(node(0).socket().c_str(), 0666));
+    const std::string change = *sysdb_etcd::pack_request(
+        {sysdb_etcd::Ask::kChange, UINT64_MAX, {{SYSDB_CHANGE_SET, 99, "/cfg/stolen", "x"}}});
+    const std::string status = *sysdb_etcd::pack_request({sysdb_etcd::Ask::kStatus, 0, {}});
+    const auto as_nobody = [&](const std::function<void()> &body) {
+        run_forked([&] {
+            ASSERT_EQ(0, setgroups(0, nullptr));
+            ASSERT_EQ(0, setresgid(65534, 65534, 65534));
+            ASSERT_EQ(0, setresuid(65534, 65534, 65534));
+            body();
+        });
+    };
+    as_nobody([&] {
+        const auto refused = node(0).ask(change);
+        ASSERT_TRUE(refused);
+        EXPECT_EQ(SYSDB_ERR_READ_ONLY, refused->code);
+        EXPECT_EQ(1u, refused->failed);
+        EXPECT_EQ(0u, node(0).ask(status)->code);
+    });
+    ASSERT_EQ(0, chmod((directory + "cfg").c_str(), 0700));
+    as_nobody([&] {
+        EXPECT_EQ(SYSDB_ERR_ACCESS, node(0).ask(change)->code);
+        EXPECT_EQ(SYSDB_ERR_ACCESS, node(0).ask(status)->code);
+    });
+    EXPECT_EQ(std::string::npos, contents(node(0)).find("stolen"));
+    EXPECT_EQ(0u, node(0).ask(change)->code) << "root may";
+}
+
+// Symptom: an agent that was stopped for longer than its clients wait made their changes when it went on,
+// after others that the same clients had made since.
+TEST_F(SysdbEtcdFaults, ChangeOfASenderWhoHasGivenUpIsNotMade) {
+    const auto answer = node(0).ask(
+        *sysdb_etcd::pack_request({sysdb_etcd::Ask::kChange, 1, {{SYSDB_CHANGE_SET, 99, "/cfg/late", "x"}}}));
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(SYSDB_ERR_NO_MAJORITY, answer->code);
+    EXPECT_EQ(std::string::npos, contents(node(0)).find("late"));
+}
+
+TEST_F(SysdbEtcdFaults, MalformedRequestsHarmNoOne) {
+    std::string long_one(4, '\xff');
+    std::string with_rest = *sysdb_etcd::pack_request({sysdb_etcd::Ask::kStatus, 0, {}}) + "x";
+    EXPECT_FALSE(node(0).ask(long_one));
+    EXPECT_FALSE(node(0).ask(with_rest));
+    std::string odd = *sysdb_etcd::pack_request({sysdb_etcd::Ask::kStatus, 0, {}});
+    odd[5] = 9;
+    EXPECT_EQ(SYSDB_ERR_INVALID_ARG, node(0).ask(odd)->code);
+    const std::pair<sysdb_etcd::ItemChange, cerrno> changes[] = {
+        {{SYSDB_CHANGE_SET, 99, "/oper/a", ""}, SYSDB_ERR_BAD_PATH},
+        {{SYSDB_CHANGE_SET, 99, "/cfg/a/", ""}, SYSDB_ERR_BAD_PATH},
+        {{SYSDB_CHANGE_SET, 99, "/cfg/../a//b", ""}, SYSDB_ERR_BAD_PATH},
+        {{SYSDB_CHANGE_SET, SYSDB_TYPE_DIRECTORY, "/cfg/", ""}, SYSDB_ERR_BAD_PATH},
+        {{SYSDB_CHANGE_SET, 99, "/cfg/" + std::string(600, 'x'), ""}, SYSDB_ERR_BAD_PATH},
+        {{SYSDB_CHANGE_PRUNE, 0, "/cfg/a", ""}, SYSDB_ERR_BAD_PATH},
+        {{SYSDB_CHANGE_SET, 99, "/cfg/a", std::string((1 << 20) + 1, 'x')}, SYSDB_ERR_VALUE_TOO_LARGE},
+        {{77, 99, "/cfg/a", ""}, SYSDB_ERR_INVALID_ARG}};
+    for (const auto &[change, code] : changes) {
+        const auto answer =
+            node(0).ask(*sysdb_etcd::pack_request({sysdb_etcd::Ask::kChange, UINT64_MAX, {change}}));
+        ASSERT_TRUE(answer);
+        EXPECT_EQ(code, answer->code) << change.path.substr(0, 20);
+    }
+    on_node(node(0), [] {
+        const Bound bound("/cfg/work/");
+        EXPECT_EQ(0u, set_number(bound.handle(), "after", 1));
+    });
+}
+
+// Someone has emptied /run.
+TEST_F(SysdbEtcdFaults, RemovedSocketIsMadeAgain) {
+    ASSERT_EQ(0, unlink(node(1).socket().c_str()));
+    on_node(node(1), [] {
+        const Bound bound("/cfg/work/");
+        EXPECT_EQ(SYSDB_ERR_NO_AGENT, set_number(bound.handle(), "socket", 1));
+        EXPECT_TRUE(eventually([&] { return set_number(bound.handle(), "socket", 1) == 0; }));
+    });
+}
+
+TEST_F(SysdbEtcdFaults, NodeThatLeavesKeepsItsData) {
+    Node &leaving = node(2);
+    on_node(node(0), [] {
+        const Bound bound("/cfg/work/");
+        EXPECT_EQ(0u, set_number(bound.handle(), "before", 1));
+    });
+    ASSERT_TRUE(eventually([&] { return contents(leaving) == contents(node(0)); }));
+    EXPECT_EQ(0, leaving.stop());
+    const std::string before = contents(leaving);
+    const Ended left = leaving.leave();
+    EXPECT_EQ(0, left.status) << left.output;
+    EXPECT_EQ(before, contents(leaving));
+    on_node(leaving, [] {
+        setenv("AAA_SYSDB_PROVIDER", LMDB_PROVIDER, 1);
+        const Bound bound("/cfg/work/");
+        EXPECT_EQ(0u, set_number(bound.handle(), "own", 1));
+    });
+    // Joined again, it has what the cluster has.
+    leaving.start();
+    EXPECT_TRUE(leaving.wait_until_following()) << leaving.log();
+    EXPECT_EQ(contents(node(0)), contents(leaving));
+}
+
+TEST_F(SysdbEtcdFaults, ImportDoesNotReplaceAConfiguration) {
+    const Ended second = node(1).import();
+    EXPECT_EQ(1, second.status);
+    EXPECT_NE(std::string::npos, second.output.find("has a configuration below /aaa already"))
+        << second.output;
+    EXPECT_EQ(contents(node(0)), contents(node(1)));
 }
 
 // Someone else's program writes below the prefix.

@@ -63,7 +63,7 @@ class Listener::Client : public std::enable_shared_from_this<Client> {
           number_(number),
           peer_(std::move(peer)),
           socket_(std::move(socket)),
-          limit_(owner.loop_, [this] { owner_.remove(number_); }) {}
+          limit_(owner.loop_, [this] { on_limit(); }) {}
 
     void begin() {
         watch_ = net::Watch(owner_.loop_, socket_.get(), EPOLLIN, [self = weak_from_this()](std::uint32_t) {
@@ -83,6 +83,18 @@ class Listener::Client : public std::enable_shared_from_this<Client> {
             owner_.remove(number_);  // it has ended, or says more than a request
         } else {
             read_on();
+        }
+    }
+
+    // The agent itself may have been busy for that long.
+    void on_limit() {
+        const auto self = shared_from_this();
+        const std::size_t before = request_.size() + answering_.size();
+        on_ready();
+        if (request_.size() + answering_.size() == before) {
+            owner_.remove(number_);
+        } else if (!asked_ || !answering_.empty()) {
+            limit_.set(net::Loop::clock() + kTimeToAsk);
         }
     }
 

@@ -208,9 +208,9 @@ class Agent {
                 return;
             }
         }
-        constexpr std::uint32_t kMostPatience = 60'000;
+        constexpr std::uint64_t kNever = INT64_MAX / net::kMillisecond;
         const net::Time until =
-            net::Loop::clock() + std::min(request.patience_ms, kMostPatience) * net::kMillisecond;
+            static_cast<net::Time>(std::min(request.until_ms, kNever)) * net::kMillisecond;
         changes_.make(std::move(request.changes), until, [reply](cerrno rc, std::uint32_t failed) {
             reply({rc, failed, {}});
         });
@@ -229,7 +229,7 @@ class Agent {
 };
 
 int run_import(Settings settings) {
-    constexpr net::Time kPatience = 60 * net::kSecond;
+    constexpr net::Time kPatience = 10 * net::kSecond;
     net::Loop loop;
     const Names names(settings.prefix, settings.node);
     Client client(loop, std::move(settings.address));

@@ -98,7 +98,8 @@ std::optional<std::string> pack_request(const Request &request) {
     bytes.reserve(size + 16);
     bytes += static_cast<char>(kVersion);
     bytes += static_cast<char>(request.ask);
-    put(bytes, request.patience_ms);
+    put(bytes, static_cast<std::uint32_t>(request.until_ms));
+    put(bytes, static_cast<std::uint32_t>(request.until_ms >> 32));
     if (request.ask == Ask::kChange) {
         put(bytes, static_cast<std::uint32_t>(request.changes.size()));
         for (const ItemChange &change : request.changes) {
@@ -125,10 +126,13 @@ bool unpack_request(std::string_view bytes, Request &request) {
     Reader reader(bytes);
     std::uint8_t version = 0;
     std::uint8_t ask = 0;
-    if (!reader.byte(version) || version != kVersion || !reader.byte(ask) ||
-        !reader.number(request.patience_ms)) {
+    std::uint32_t low = 0;
+    std::uint32_t high = 0;
+    if (!reader.byte(version) || version != kVersion || !reader.byte(ask) || !reader.number(low) ||
+        !reader.number(high)) {
         return false;
     }
+    request.until_ms = std::uint64_t{high} << 32 | low;
     request.ask = static_cast<Ask>(ask);
     switch (request.ask) {
         case Ask::kChange:

@@ -3,7 +3,8 @@
 // Messages between a provider and the agent of its node, over a stream socket. Numbers are
 // little-endian.
 //
-//   request   length of the rest (4), version (1), kind (1), patience in milliseconds (4);
+//   request   length of the rest (4), version (1), kind (1), time in milliseconds of
+//             CLOCK_MONOTONIC until which it may be carried out (8);
 //             of changes also their number (4), and for each: operation (4), datatype (4),
 //             length of the path (4), the path, length of the value (4), the value
 //   reply     length of the rest (4), code (4), index of the refused change (4), text
@@ -40,7 +41,9 @@ struct ItemChange {
 
 struct Request {
     Ask ask = Ask::kStatus;
-    std::uint32_t patience_ms = 0;
+    // Its sender does not wait longer. A change that came later would follow others that the
+    // sender has made since.
+    std::uint64_t until_ms = 0;
     std::vector<ItemChange> changes;
 };
 

@@ -55,24 +55,10 @@ class Transfer {
 
 namespace {
 
-// Before these, no byte of the request was sent.
-bool is_before_sending(CURLcode code, CURL *easy) {
-    switch (code) {
-        case CURLE_COULDNT_CONNECT:
-        case CURLE_COULDNT_RESOLVE_HOST:
-        case CURLE_SSL_CONNECT_ERROR:
-        case CURLE_PEER_FAILED_VERIFICATION:
-        case CURLE_SSL_CERTPROBLEM:
-        case CURLE_SSL_CACERT_BADFILE:
-        case CURLE_UNSUPPORTED_PROTOCOL:
-        case CURLE_URL_MALFORMAT:
-            return true;
-        default: {
-            curl_off_t sending = 0;
-            curl_easy_getinfo(easy, CURLINFO_PRETRANSFER_TIME_T, &sending);
-            return sending == 0;
-        }
-    }
+// libcurl's code does not say so: it gives some codes for both.
+bool is_sent(CURL *easy) {
+    long bytes = 0;
+    return curl_easy_getinfo(easy, CURLINFO_REQUEST_SIZE, &bytes) != CURLE_OK || bytes != 0;
 }
 
 HttpResult result_of(CURLcode code, Transfer &transfer) {
@@ -84,8 +70,7 @@ HttpResult result_of(CURLcode code, Transfer &transfer) {
         result.body = std::move(transfer.body);
         return result;
     }
-    result.kind =
-        is_before_sending(code, transfer.easy) ? HttpResult::Kind::kNotSent : HttpResult::Kind::kLost;
+    result.kind = is_sent(transfer.easy) ? HttpResult::Kind::kLost : HttpResult::Kind::kNotSent;
     result.reason = transfer.reason[0] != '\0' ? transfer.reason : curl_easy_strerror(code);
     return result;
 }

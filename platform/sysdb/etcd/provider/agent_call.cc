@@ -27,12 +27,6 @@ constexpr int kTimeToConnect = 2000;  // milliseconds
 // The agent answers in time, so that what it says is known.
 constexpr int kTimeToSpare = 2000;
 
-std::int64_t now_ms() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-}
-
 bool wait_until(int socket, short events, std::int64_t until) {
     for (;;) {
         const std::int64_t left = until - now_ms();
@@ -136,6 +130,12 @@ bool receive(const Descriptor &link, std::string &bytes, std::size_t size, std::
 
 }  // namespace
 
+std::int64_t now_ms() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
 cerrno ask_agent(const Request &request, Answer &answer) {
     const auto bytes = pack_request(request);
     if (!bytes) {
@@ -145,7 +145,7 @@ cerrno ask_agent(const Request &request, Answer &answer) {
     if (const cerrno rc = connect_to_agent(link); rc != 0) {
         return rc;
     }
-    const std::int64_t until = now_ms() + request.patience_ms + kTimeToSpare;
+    const std::int64_t until = static_cast<std::int64_t>(request.until_ms) + kTimeToSpare;
     if (!send_all(link, *bytes, until)) {
         return SYSDB_ERR_NO_AGENT;
     }

@@ -9,6 +9,9 @@
 
 namespace sysdb_etcd {
 
+// Milliseconds of CLOCK_MONOTONIC.
+std::int64_t now_ms();
+
 // 0: `answer` is the agent's. SYSDB_ERR_NO_AGENT: it was not asked. SYSDB_ERR_OUTCOME_UNKNOWN: it
 // was asked and has not answered.
 cerrno ask_agent(const Request &request, Answer &answer);

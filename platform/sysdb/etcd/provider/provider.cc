@@ -30,7 +30,8 @@ cerrno make_changes(const ConnectionPtr &connection, const sysdb_change_t *chang
     if (rc != 0) {
         return rc;
     }
-    Request request{Ask::kChange, static_cast<std::uint32_t>(sysdb_lmdb::read_settings().wait_ms), {}};
+    Request request{
+        Ask::kChange, static_cast<std::uint64_t>(now_ms() + sysdb_lmdb::read_settings().wait_ms), {}};
     request.changes.reserve(count);
     for (const sysdb_lmdb::PlannedChange &change : planned) {
         request.changes.push_back({operation != 0 ? operation : change.operation, change.datatype,
