@@ -8,7 +8,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
+#include <ctime>
+#include <utility>
 
 #include "platform/cerr.h"
 
