@@ -36,6 +36,7 @@
 #include "aaa/aaautil.h"
 #include "aaa/transport.h"
 #include "backends/local.hpp"
+#include "capture/capture.hpp"
 #include "groups/groups.hpp"
 #include "journal/recorder.hpp"
 #include "listener/listener.hpp"
@@ -180,7 +181,8 @@ service::SnapshotPtr configuration(std::uint16_t port, std::uint16_t silent_port
     }
     service::Turns turns(loop, lockout);
     const service::Deciders deciders{loop, workers, backends, lockout, trace, turns};
-    service::Listener listener(deciders,
+    service::Capture capture(loop, trace.names(), "bench");
+    service::Listener listener(deciders, capture,
                                [](const service::Request &, const std::function<void(cerrno)> &) {});
     listener.use(snapshot);
     if (const std::string fault = listener.open(path, 0600); !fault.empty()) {

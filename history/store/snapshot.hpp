@@ -8,8 +8,8 @@
 //     value     its length, and the bytes                                 (number, bytes)
 //
 // A number has seven bits in each byte, the lowest first; the highest bit of a byte says that another one
-// follows. The stored form is "AHS1", a checksum in four bytes (CRC-32 of all that follows), the length of the
-// plain form in eight, both the lowest first, and the plain form as zlib compresses it.
+// follows. The stored form is "AHS1", a checksum in four bytes (CRC-32 of all that follows), the length of
+// the plain form in eight, both the lowest first, and the plain form as zlib compresses it.
 #pragma once
 
 #include <string>

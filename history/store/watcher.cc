@@ -8,7 +8,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
+#include <ctime>
+#include <utility>
 
 #include "platform/cerr.h"
 
@@ -83,7 +86,8 @@ bool Watcher::connect() {
             &notification_);
     }
     if (rc != 0) {
-        report_failure(std::string("the system database cannot be used: ") + cerr_strerror(rc));
+        report_failure(std::string("the system database cannot be used: ") + cerr_strerror(rc),
+                       !told_.empty());
         disconnect();
     }
     return rc == 0;
@@ -99,10 +103,10 @@ void Watcher::disconnect() {
     notification_ = 0;
 }
 
-void Watcher::report_failure(const std::string &text) {
+void Watcher::report_failure(const std::string &text, bool known) {
     if (failed_ != text) {
         failed_ = text;
-        reports_.fails(text);
+        reports_.fails(text, known);
     }
 }
 
@@ -164,11 +168,11 @@ void Watcher::run(int stop) {
         try {
             wait = look();
             if (cfg_ != 0) {
-                report_failure("");
+                report_failure("", true);
                 retry_ = 0;
             }
         } catch (const Error &error) {
-            report_failure(error.what());
+            report_failure(error.what(), error.why() != Error::Why::database || !told_.empty());
             disconnect();
             wait = next_retry();
         }

@@ -17,8 +17,9 @@ class Watcher {
         // A commit waits, and until when; nothing waits any more: "".
         std::function<void(const std::string &)> waits = [](const std::string &) {};
         std::function<void(const Reverted &)> reverted = [](const Reverted &) {};
-        // Why it cannot be done now; it is tried again. "" when it can be done again. Each text once.
-        std::function<void(const std::string &)> fails = [](const std::string &) {};
+        // Why it cannot be done now; it is tried again. "" when it can be done again. Each text once. `known`:
+        // a commit waits, as far as it is known; otherwise only the database is away.
+        std::function<void(const std::string &, bool known)> fails = [](const std::string &, bool) {};
     };
     using Clock = std::function<Now()>;
 
@@ -36,7 +37,7 @@ class Watcher {
   private:
     bool connect();
     void disconnect();
-    void report_failure(const std::string &text);
+    void report_failure(const std::string &text, bool known);
     std::int64_t next_retry();
     std::int64_t left_of(const Waiting &waiting, const Now &now);
 

@@ -78,7 +78,10 @@ void ConfirmWatch::run() {
                          : text.c_str());
     };
     reports.reverted = log_reverted;
-    reports.fails = [this](const std::string &text) {
+    reports.fails = [this](const std::string &text, bool known) {
+        if (!known) {
+            return;  // the keeper says that the database is away
+        }
         alarm_(text.empty() ? ""
                             : "commits that are not confirmed in time cannot be reverted: " + text +
                                   "; it is tried again; to revert one by hand, say as root: aaactl cancel");

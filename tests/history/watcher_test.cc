@@ -27,7 +27,7 @@ class WatcherTest : public HistoryTest {
     history::Watcher::Reports reports() {
         return {[this](const std::string &text) { waits_.push_back(text); },
                 [this](const history::Reverted &reverted) { reverted_.push_back(reverted.commit); },
-                [this](const std::string &text) { fails_.push_back(text); }};
+                [this](const std::string &text, bool) { fails_.push_back(text); }};
     }
     history::Watcher::Clock clock() {
         return [this] { return now_; };

@@ -100,6 +100,18 @@ TEST_F(BashCompletion, CompletesGroupsListsAndServers) {
     EXPECT_TRUE(has(offered("mlist set authentication login x group"), "group:corp"));
 }
 
+TEST_F(BashCompletion, CompletesCommits) {
+    add({"commit", "before-upgrade"});
+    add({"commit", "with blank"});
+    add({"rollback", "1"});
+    for (const std::string &word : Lines{"3", "before-upgrade", "last", "with blank"}) {
+        EXPECT_EQ(offered("rollback " + word.substr(0, 1)), Lines{word});
+    }
+    EXPECT_EQ(offered("show commit be"), Lines{"before-upgrade"});
+    EXPECT_EQ(offered("diff be"), Lines{"before-upgrade"});
+    EXPECT_EQ(offered("diff before-upgrade ru"), Lines{"running"});
+}
+
 TEST_F(BashCompletion, CompletesValuesOfOptions) {
     EXPECT_EQ(offered("decode --kind = li"), Lines{"list"});
     EXPECT_EQ(offered("decode --input bin"), Lines{"binary"});

@@ -150,6 +150,15 @@ TEST_P(Completion, CompletesGroupsListsAndServers) {
     EXPECT_EQ(offered("mlist set authentication login x group:co"), (Lines{"group:core", "group:corp"}));
 }
 
+TEST_P(Completion, CompletesCommits) {
+    ASSERT_EQ(aaactl({"commit", "before-upgrade"}).status, 0);
+    ASSERT_EQ(aaactl({"rollback", "1"}).status, 0);
+    EXPECT_EQ(offered("rollback 2"), Lines{"2"});
+    EXPECT_EQ(offered("show commit be"), Lines{"before-upgrade"});
+    EXPECT_EQ(offered("diff before-upgrade ru"), Lines{"running"});
+    EXPECT_EQ(offered("rollback l"), Lines{"last"});
+}
+
 // Nobody can read what appears in the line that is being typed.
 TEST_P(Completion, IsSilentWithoutADatabase) {
     const ScopedEnv cfg("AAA_SYSDB_CFG_DIR", dir().write("file", "") + "/below");

@@ -29,6 +29,11 @@ function _aaactl_servers
         end
     end
 end
+# The numbers and labels of commits.
+function _aaactl_commits
+    aaactl --json history 2>/dev/null </dev/null |
+        string replace -rf '^      "(?:commit|label)": "?([^"\\\\]+?)["]?,$' '$1'
+end
 # Candidates for a positional argument, one a line: the word at the cursor, the command and the argument's
 # name, then the arguments before it.
 function _aaactl_position
@@ -46,6 +51,10 @@ function _aaactl_position
                     printf '%s\n' $base$word
                 end
             end
+        case 'aaactl show commit REV' 'aaactl rollback REV' 'aaactl diff *'
+            echo last
+            test "$place" = 'aaactl diff'; and echo running
+            _aaactl_commits
         case 'aaactl sg list NAME'
             _aaactl_groups
         case 'aaactl sg * NAME' 'aaactl sg key GROUP'

@@ -24,6 +24,11 @@ _aaactl_groups() {
         _aaactl_names "/cfg/gl/aaa/group-server/$protocol/"
     done
 }
+# The numbers and labels of commits.
+_aaactl_commits() {
+    aaactl --json history 2>/dev/null </dev/null | sed -n 's/^      "commit": \([0-9]*\),$/\1/p
+        /^      "label": "[^"]/ { s/^[^:]*: "//; s/",$//; /\\/!p; }'
+}
 # Candidates for a positional argument, one a line: its command and name, then those before it.
 _aaactl_position() {
     local place=$1 name=$2 base word
@@ -36,6 +41,11 @@ _aaactl_position() {
         _aaactl_ask "$base" | while IFS= read -r word; do printf '%s\n' "$base$word"; done
         ;;
     "aaactl sg list NAME") _aaactl_groups ;;
+    "aaactl show commit REV" | "aaactl rollback REV" | "aaactl diff "*)
+        printf '%s\n' last
+        [[ $place != "aaactl diff" ]] || echo running
+        _aaactl_commits
+        ;;
     "aaactl sg "*" NAME" | "aaactl sg key GROUP") _aaactl_groups "$1" ;;
     "aaactl sg del SERVER" | "aaactl sg delete SERVER" | "aaactl sg rm SERVER" | "aaactl sg key SERVER")
         for base in server server-private; do

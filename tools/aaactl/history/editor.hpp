@@ -18,8 +18,8 @@ class EditedFile {
     EditedFile &operator=(const EditedFile &) = delete;
 
     const std::string &path() const { return path_; }
-    // Runs $VISUAL, $EDITOR, "editor" or "vi" to its end. Failure(failed) if it fails; signals of the terminal
-    // are the editor's meanwhile.
+    // Runs $VISUAL, $EDITOR, "editor" or "vi" to its end. Failure(failed) if it fails; signals of the
+    // terminal are the editor's meanwhile.
     void edit() const;
     std::string text() const;
     // Replaces the text.

@@ -41,7 +41,7 @@ ExitCode watch(Output &out, bool once) {
                            items_of(store.items(store.commit(reverted.commit))));
         });
     };
-    reports.fails = [&](const std::string &text) {
+    reports.fails = [&](const std::string &text, bool /*known*/) {
         if (!text.empty()) {
             out.note("aaactl: " + escaped(text) + "; it is tried again");
         }

@@ -56,8 +56,8 @@ struct LeftKey {
     bool in_history = false;  // of an earlier configuration: it may be of master keys that are gone for good
 };
 
-// Commits of the history that hold keys of a generation, "commit 3 (before-upgrade)", and those that cannot be
-// read.
+// Commits of the history that hold keys of a generation, "commit 3 (before-upgrade)", and those that cannot
+// be read.
 struct CommitsWithKeys {
     std::vector<std::string> commits;
     std::vector<std::string> unreadable;
