@@ -10,6 +10,8 @@ This file is no part of the package, so that pytest can load it before the packa
 libraries.
 """
 
+from __future__ import annotations  # pytest before 7 lacks some of the types
+
 import os
 import sys
 from typing import TYPE_CHECKING, Iterator

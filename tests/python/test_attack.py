@@ -98,7 +98,7 @@ def test_a_function_survives_every_wrong_argument(name):
 def methods(cls):
     return [name for name, found in inspect.getmembers(cls, callable)
             if (not name.startswith("_") or name.startswith("__")) and name not in ("__class__", "__init__", "__new__", "__init_subclass__", "__subclasshook__", "__del__", "__getattribute__",
-                            "__setattr__", "__delattr__", "__dir__", "__sizeof__", "__class_getitem__", "__getstate__", "__aenter__", "__aexit__", "__anext__", "login")]
+                            "__setattr__", "__delattr__", "__dir__", "__sizeof__", "__class_getitem__", "__getstate__", "__mul__", "__rmul__", "__aenter__", "__aexit__", "__anext__", "login")]
 
 
 @pytest.mark.parametrize("make", [nine_pairs, lambda: nine_pairs().native(), lambda: nine_pairs()[0], lambda: Database("/cfg/attack/"),

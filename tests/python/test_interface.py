@@ -116,6 +116,17 @@ def test_names_of_numbers():
     assert aaautil.attribute_type("username") == aaautil.attribute_type("AAA_USERNAME_ATTR") == aaautil.Attr.AAA_USERNAME_ATTR
 
 
+def test_a_mistyped_name_is_answered_with_a_similar_one():
+    for name, answer in (("usrname", "did you mean USERNAME"), ("qqqqqqqq", "aaautil.Attr"), ("x" * 100000, "aaautil.Attr"),
+                         ("usr\0name", "aaautil.Attr")):
+        try:
+            aaautil.attribute_type(name)
+        except KeyError as failure:
+            assert answer in str(failure)
+        else:
+            raise AssertionError(name)
+
+
 def test_everything_that_is_named_as_public_exists_and_is_described():
     for name in aaautil.__all__:
         found = getattr(aaautil, name)

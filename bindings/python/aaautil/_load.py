@@ -43,3 +43,17 @@ lib: Any = _native.lib
 
 # The texts of the library's codes, which the hook would have registered.
 lib.aaapy_register_codes()
+
+
+def taken(text: Any) -> bytes:
+    """The bytes of a text of the library, which is released; raises when it is a failure."""
+    held = ffi.new("aaapy_text_t *", text)
+    try:
+        if held.bytes == ffi.NULL:
+            raise MemoryError
+        found = bytes(ffi.buffer(held.bytes, held.length))
+        if held.failed:
+            raise ValueError(found.decode("utf-8", "replace"))
+        return found
+    finally:
+        lib.aaapy_text_free(held)

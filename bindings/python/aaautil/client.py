@@ -150,6 +150,10 @@ class Client:
     (None for no limit). A password is sent only to a service that runs as one of ``servers``, user
     names or numbers; None allows any. Threads that share a client wait for each other. A process
     that was forked has a connection of its own.
+
+    Of the requests, ``tty`` is the line that the user is on, of at most 31 bytes, and ``remote_addr``
+    the address that the user comes from. Without them the library takes the terminal on standard
+    input, and the address that the host knows of it.
     """
 
     def __init__(self, socket: str = SOCKET, *, method_list: str = "default", timeout: Optional[float] = 30.0,
@@ -203,7 +207,7 @@ class Client:
         return self._transport
 
     def close(self) -> None:
-        """Closes the connection. Nothing happens when it is closed."""
+        """Closes the connection, after a request that another thread makes. Nothing happens when it is closed."""
         self._mine()
         with self._lock:
             transport, self._transport = self._transport, None

@@ -4,7 +4,7 @@
 from typing import Dict, FrozenSet, List, NamedTuple, Optional, Union
 
 from ._enums import Attr, Format
-from ._load import ffi, lib
+from ._load import ffi, lib, taken
 
 __all__ = ["DictionaryRow", "attribute_format", "attribute_name", "attribute_type", "attributes", "is_secret", "method_name",
            "service_name", "status_name"]
@@ -72,6 +72,12 @@ def attribute_type(name: Union[str, int]) -> int:
     return resolve(name)
 
 
+def _meant(name: bytes) -> str:
+    """A name that is similar, for a message. A long one is none that was mistyped."""
+    meant = taken(lib.aaapy_meant_attribute(name)) if len(name) <= 100 and b"\0" not in name else b""
+    return meant.decode("utf-8", "replace") or "; aaautil.Attr has all names"
+
+
 def resolve(key: Union[str, int]) -> int:
     """The type that a key names."""
     if isinstance(key, str):
@@ -80,7 +86,7 @@ def resolve(key: Union[str, int]) -> int:
             found = ffi.new("uint32_t *")
             encoded = key.encode("utf-8", "surrogateescape")
             if b"\0" in encoded or not lib.aaapy_attribute_type(encoded, found) or not key[:1].isalpha():
-                raise KeyError(f"no attribute is called {key!r}; see aaautil.Attr")
+                raise KeyError(f"no attribute is called {key!r}{_meant(encoded)}")
             type = int(found[0])
             if len(_TYPES) < 4096:
                 _TYPES[key] = type

@@ -7,27 +7,13 @@ The documents are those of ``aaactl --json decode``, made by the same code.
 import json
 from typing import Any, Dict, List, Union
 
-from ._load import ffi, lib
+from ._load import ffi, lib, taken
 from .lists import BytesLike
 
 __all__ = ["decode", "encode", "kinds", "looks_like_text", "to_text", "unhex"]
 
 # Bytes of the longest message that is shown.
 MOST = 64 << 20
-
-
-def _taken(text: Any) -> bytes:
-    """The bytes of a text of the library, which is released; raises when it is a failure."""
-    held = ffi.new("aaapy_text_t *", text)
-    try:
-        if held.bytes == ffi.NULL:
-            raise MemoryError
-        found = bytes(ffi.buffer(held.bytes, held.length))
-        if held.failed:
-            raise ValueError(found.decode("utf-8", "replace"))
-        return found
-    finally:
-        lib.aaapy_text_free(held)
 
 
 def _bytes(data: object) -> bytes:
@@ -66,7 +52,7 @@ def decode(data: BytesLike, kind: str = "auto", show_secrets: bool = False) -> D
     ``show_secrets``. The document is described by decode.schema.json of the package aaa-tools.
     """
     message = _bytes(data)
-    text = _taken(lib.aaapy_show(message, len(message), _kind(kind), bool(show_secrets), 0))
+    text = taken(lib.aaapy_show(message, len(message), _kind(kind), bool(show_secrets), 0))
     document: Dict[str, Any] = json.loads(text)
     return document
 
@@ -74,7 +60,7 @@ def decode(data: BytesLike, kind: str = "auto", show_secrets: bool = False) -> D
 def to_text(data: BytesLike, kind: str = "auto", show_secrets: bool = False) -> str:
     """The contents of a message as the text that encode() reads, if nothing is masked."""
     message = _bytes(data)
-    return _taken(lib.aaapy_show(message, len(message), _kind(kind), bool(show_secrets), 1)).decode("utf-8", "replace")
+    return taken(lib.aaapy_show(message, len(message), _kind(kind), bool(show_secrets), 1)).decode("utf-8", "replace")
 
 
 def encode(description: Union[str, Dict[str, Any]]) -> bytes:
@@ -89,7 +75,7 @@ def encode(description: Union[str, Dict[str, Any]]) -> bytes:
     text = description.encode("utf-8", "surrogateescape")
     if not text.strip():
         raise ValueError("there is nothing to encode: the description is empty")
-    return _taken(lib.aaapy_read(text, len(text)))
+    return taken(lib.aaapy_read(text, len(text)))
 
 
 def unhex(text: str) -> bytes:
@@ -97,7 +83,7 @@ def unhex(text: str) -> bytes:
     if not isinstance(text, str):
         raise TypeError(f"hexadecimal text is a str, not {type(text).__name__}")
     encoded = text.encode("utf-8", "surrogateescape")
-    return _taken(lib.aaapy_unhex(encoded, len(encoded)))
+    return taken(lib.aaapy_unhex(encoded, len(encoded)))
 
 
 def looks_like_text(data: bytes) -> bool:

@@ -113,6 +113,10 @@ uint32_t aaapy_attribute_type(const char *name, uint32_t *type) {
     return found ? 1 : 0;
 }
 
+aaapy_text_t aaapy_meant_attribute(const char *name) {
+    return guarded([&] { return aaactl::meant_attribute(name); });
+}
+
 const aaapy_advice_t *aaapy_advice_row(uint32_t n) {
     return n + 1 < std::size(kAdvice) ? &kAdvice[n] : nullptr;
 }

@@ -44,6 +44,9 @@ uint32_t aaapy_secret(uint32_t n);
  * there is one. */
 uint32_t aaapy_attribute_type(const char *name, uint32_t *type);
 
+/* "; did you mean ...?" for a name that no attribute has, or nothing. */
+aaapy_text_t aaapy_meant_attribute(const char *name);
+
 /* Advice about a result code. */
 typedef struct aaapy_advice {
     uint32_t code;
