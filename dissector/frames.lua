@@ -1,3 +1,4 @@
+-- SPDX-License-Identifier: Apache-2.0
 
 -- ---- frames: the prefix of the service, and requests matched with answers ------------------------
 
