@@ -1,3 +1,4 @@
+-- SPDX-License-Identifier: Apache-2.0
 
 -- ---- fields: what filters can name -----------------------------------------------------------
 
@@ -12,6 +13,7 @@ local record_fields = {} -- by layout, in the order of its fields
 local attribute_fields = {} -- by type
 local registered = {}
 
+local general = {} -- all but those of attributes and of the prefix
 local function register(field)
     registered[#registered + 1] = field
     return field
@@ -121,6 +123,16 @@ end
 
 add_fields()
 add_record_fields()
+local about_frames = {}
+for _, name in ipairs({"prefix.version", "direction", "masked", "byte_order", "peer.pid", "peer.uid", "peer.gid", "type", "connection",
+                       "exchange", "login_id", "response_in", "response_to", "time"}) do
+    about_frames[fields[name]] = true
+end
+for _, field in ipairs(registered) do
+    if not about_frames[field] then
+        general[#general + 1] = field
+    end
+end
 add_attribute_fields()
 aaa.fields = registered
 

@@ -1,3 +1,4 @@
+-- SPDX-License-Identifier: Apache-2.0
 
 -- ---- the kinds of messages, element by element -----------------------------------------------
 

@@ -1,3 +1,4 @@
+-- SPDX-License-Identifier: Apache-2.0
 
 -- ---- frames: the prefix of the service, and requests matched with answers ------------------------
 
@@ -148,6 +149,8 @@ local function type_of(r)
     return UNKNOWN_TYPE
 end
 
+local this_dissector
+
 function aaa.dissector(tvb, pinfo, root)
     pinfo.cols.protocol = "AAA"
     local tree = root:add(aaa, tvb())
@@ -165,7 +168,11 @@ function aaa.dissector(tvb, pinfo, root)
         tree:add_proto_expert_info(experts.prefix, "the prefix has a length of " .. at)
         return length
     end
-    show_prefix(tvb, tree)
+    this_dissector = this_dissector or Dissector.get("aaa")
+    local is_named = root:referenced(this_dissector) -- by the list of details, a filter, a column
+    if is_named then
+        show_prefix(tvb, tree)
+    end
     if tvb:reported_len() > length then
         tree:add_proto_expert_info(experts.cut)
     end
@@ -186,7 +193,12 @@ function aaa.dissector(tvb, pinfo, root)
     if r.request == UNKNOWN_TYPE then
         r.request = type_of(r)
     end
-    show_parts(r, tree, tvb(at, length - at):tvb())
+    local last = r.parts[#r.parts]
+    if r.fault or (last and last.bytes == "trailing") or (is_named and needs_all(tree)) then
+        show_parts(r, tree, tvb(at, length - at):tvb())
+    elseif is_named then
+        show_named_values(r, tree, tvb(at, length - at):tvb())
+    end
     local text = summary(r, is_answer, tree)
     tree:append_text(", " .. text)
     pinfo.cols.info = text .. (r.fault and " [damaged: " .. r.fault.what .. "]" or "")

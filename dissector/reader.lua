@@ -1,3 +1,4 @@
+-- SPDX-License-Identifier: Apache-2.0
 
 -- ---- reading: bytes to parts, up to the first fault ---------------------------------------------
 --

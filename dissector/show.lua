@@ -1,3 +1,4 @@
+-- SPDX-License-Identifier: Apache-2.0
 
 -- ---- showing: parts to the tree ----------------------------------------------------------------
 
@@ -144,6 +145,30 @@ local function show_list(r, part, tree, tvb)
     show_record(r, part, node, tvb, "Header")
     for _, one in ipairs(part.pairs) do
         show_pair(r, one, node, tvb)
+    end
+end
+
+-- A filter needs the fields that it names only; to add all of them takes most of the time.
+local function needs_all(tree)
+    if tree.visible then
+        return true
+    end
+    for _, field in ipairs(general) do
+        if tree:referenced(field) then
+            return true
+        end
+    end
+    return false
+end
+
+local function show_named_values(r, tree, tvb)
+    for _, part in ipairs(r.parts) do
+        for _, one in ipairs(part.pairs or {}) do
+            local field = attribute_fields[one.kind]
+            if field and tree:referenced(field) then
+                show_value(one, tree, tvb(one.at + PAIR_HEAD, one.length), r.little)
+            end
+        end
     end
 end
 

@@ -86,13 +86,15 @@ std::optional<std::string> Mask::other_value(std::uint32_t type, std::string_vie
         return std::string(kMask);
     }
     const std::string text(value.substr(0, value.find('\0')));
+    // What follows the end of a text may be anything from the sender's memory.
+    const bool has_rest = value.find_first_not_of('\0', text.size()) != std::string_view::npos;
     const auto if_other = [&](const std::string &shown) {
-        return shown == text ? std::nullopt : std::optional(shown + '\0');
+        return shown == text && !has_rest ? std::nullopt : std::optional(shown + '\0');
     };
     switch (type) {
         case AAA_USERNAME_ATTR:
         case AAA_ORIG_USERNAME_ATTR:
-            return may_show_name_(text) ? std::nullopt : std::optional(std::string(kMask) + '\0');
+            return if_other(may_show_name_(text) ? text : std::string(kMask));
         case AAA_CMD_ATTR:
             return if_other(command_for_trace(text));
         default:

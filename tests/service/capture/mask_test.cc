@@ -105,6 +105,15 @@ TEST(Mask, WordsOfCommandsAndAddresses) {
               pair(AAA_REPLYMSG_ATTR, text("see  ftp://***@host/x now")));
 }
 
+TEST(Mask, WhatFollowsTheEndOfATextIsLeftOut) {
+    EXPECT_EQ(masked_list(pair(AAA_REPLYMSG_ATTR, text("hello") + "geheim")),
+              pair(AAA_REPLYMSG_ATTR, text("hello")));
+    EXPECT_EQ(masked_list(pair(AAA_USERNAME_ATTR, text("alice") + "geheim")),
+              pair(AAA_USERNAME_ATTR, text("alice")));
+    const std::string zeros = pair(AAA_REPLYMSG_ATTR, text("hello") + std::string(3, '\0'));
+    EXPECT_EQ(masked_list(zeros), zeros);
+}
+
 // The value of a deleted pair may have been a password, and so may padding.
 TEST(Mask, DeletedPairsAndPaddingOfSecrets) {
     const std::string last = pair(AAA_SERVICE_TYPE_ATTR, word(1));

@@ -34,7 +34,7 @@ TEST(ControlRequest, ReadsATraceWithItsFilters) {
 }
 
 TEST(ControlRequest, NeedsTheRequestOnly) {
-    for (const char *word : {"status", "servers", "sessions", "accounting", "trace"}) {
+    for (const char *word : {"status", "servers", "sessions", "accounting", "trace", "capture"}) {
         std::string error;
         const auto request = read_control_request(std::string("{\"request\":\"") + word + "\"}", error);
         ASSERT_TRUE(request) << error;
@@ -56,6 +56,24 @@ TEST(ControlRequest, SaysWhatIsWrong) {
               std::string::npos);
     EXPECT_NE(error_of("{\"request\":\"trace\",\"after\":\"1\"}").find("another type"), std::string::npos);
     EXPECT_NE(error_of("{\"request\":1}").find("another type"), std::string::npos);
+}
+
+TEST(ControlRequest, ACaptureHoldsNoMoreThanIsAskedFor) {
+    std::string error;
+    auto request = read_control_request("{\"user\":\"ann\",\"request\":\"capture\"}", error);
+    ASSERT_TRUE(request) << error;
+    EXPECT_EQ(request->user, "ann");
+    EXPECT_FALSE(request->secrets || request->servers || request->keys);
+    request = read_control_request(
+        "{\"request\":\"capture\",\"secrets\":true,\"servers\":true,\"keys\":true}", error);
+    ASSERT_TRUE(request) << error;
+    EXPECT_TRUE(request->secrets && request->servers && request->keys);
+    EXPECT_NE(error_of("{\"request\":\"capture\",\"keys\":true}").find("ask for servers"), std::string::npos);
+    EXPECT_NE(
+        error_of("{\"request\":\"capture\",\"servers\":true,\"user\":\"ann\"}").find("leave out the user"),
+        std::string::npos);
+    EXPECT_NE(error_of("{\"request\":\"capture\",\"seconds\":1}").find("a capture has"), std::string::npos);
+    EXPECT_NE(error_of("{\"request\":\"trace\",\"secrets\":true}").find("a trace has"), std::string::npos);
 }
 
 TEST(ControlRequest, RefusesWhatIsNoFlatObject) {

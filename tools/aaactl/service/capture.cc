@@ -34,8 +34,13 @@ class Capturer {
     ExitCode run();
 
   private:
+    enum class End { user, complete, service, reader };
+
     Json request() const;
     void check() const;
+    void open_files();
+    void begin_files();
+    End capture(ControlClient &client);
     bool take(std::string_view bytes);
     bool take_block(const CaptureBlock &block);
     bool read(ControlClient &client);
@@ -150,20 +155,15 @@ void Capturer::finish(ControlClient &client) {
     }
 }
 
-ExitCode Capturer::run() {
-    check();
-    std::signal(SIGPIPE, SIG_IGN);
-    ControlClient client(options_);
-    client.send(request());
-    client.next();
-    // Not before: a capture that is refused leaves no files.
+// Not before the service has agreed: a capture that is refused leaves no files.
+void Capturer::open_files() {
     file_ = std::make_unique<CaptureOutput>(options_.output);
     if (options_.keys) {
         keys_file_ = std::make_unique<CaptureOutput>(*options_.keys);
     }
-    // Until here Control-C ends this program as usual: opening a pipe waits for its reader.
-    const EndSignals signals;
-    end_ = signals.fd();
+}
+
+void Capturer::begin_files() {
     file_->begin();
     if (keys_file_ != nullptr) {
         keys_file_->begin();
@@ -172,25 +172,46 @@ ExitCode Capturer::run() {
     if (options_.output != "-") {
         out_.note("capturing into " + file_->name() + "; Control-C ends it");
     }
-    bool is_open = take(client.take_bytes());
-    bool is_ended = false;  // by the user
-    while (is_open && !is_complete_ && !is_ended) {
+}
+
+// Until the user, the service or a reader ends it, or there are so many frames as were asked for.
+Capturer::End Capturer::capture(ControlClient &client) {
+    bool goes_on = take(client.take_bytes());
+    while (goes_on && !is_complete_) {
         pollfd ready[2] = {{client.fd(), POLLIN, 0}, {end_, POLLIN, 0}};
         if (poll(ready, 2, -1) < 0) {
             continue;
         }
-        is_ended = ready[1].revents != 0;
-        is_open = ready[0].revents == 0 || read(client);
+        if (ready[1].revents != 0) {
+            return End::user;
+        }
+        goes_on = read(client);
     }
-    if (is_open) {
-        finish(client);
-    }
-    // Whoever reads a pipe may end the capture as well.
-    pollfd reader{client.fd(), POLLIN | POLLRDHUP, 0};
-    const bool service_ended =
-        !is_open && !is_ended && poll(&reader, 1, 0) > 0 && (reader.revents & (POLLRDHUP | POLLHUP)) != 0;
-    if (service_ended) {
-        throw Failure(ExitCode::unavailable, "the service has ended; " + summary()).with(figures());
+    pollfd service{client.fd(), POLLRDHUP, 0};
+    const bool is_service = poll(&service, 1, 0) > 0 && service.revents != 0;
+    return goes_on ? End::complete : is_service ? End::service : End::reader;
+}
+
+ExitCode Capturer::run() {
+    check();
+    std::signal(SIGPIPE, SIG_IGN);
+    ControlClient client(options_);
+    client.send(request());
+    client.next();
+    open_files();
+    // Until here Control-C ends this program as usual: opening a pipe waits for its reader.
+    const EndSignals signals;
+    end_ = signals.fd();
+    begin_files();
+    switch (capture(client)) {
+        case End::user:
+        case End::complete:
+            finish(client);
+            break;
+        case End::service:
+            throw Failure(ExitCode::unavailable, "the service has ended; " + summary()).with(figures());
+        case End::reader:
+            break;
     }
     if (options_.output != "-") {
         out_.result(figures(), [] {});

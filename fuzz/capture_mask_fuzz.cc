@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A message as a capture shows it. Whatever the bytes are: what is not changed is the same, and of
+// a list that the library reads, the library reads what is shown, without a value of a secret attribute.
+
+#include <cstring>
+#include <string>
+
+#include "aaa/checked.h"
+#include "aaa/dictionary.h"
+#include "aaa/result_codes.h"
+#include "base/avlist.hpp"
+#include "capture/mask.hpp"
+#include "fuzz_input.hpp"
+
+namespace {
+
+bool knows(const std::string &name) {
+    return name == "alice";
+}
+
+service::AvList list_in(const std::string &bytes, std::size_t at) {
+    avlist *list = nullptr;
+    REQUIRE(aaa_avpair_create_list(nullptr, &list) == AAA_OK);
+    service::AvList owner(list);
+    const bool is_read = aaa_avpair_unpack_msg_checked(list, bytes.data() + at, bytes.size() - at) == AAA_OK;
+    return is_read ? std::move(owner) : nullptr;
+}
+
+void check_values(const avlist *list) {
+    for (const std::uint32_t type : {std::uint32_t{AAA_PASSWORD_ATTR}, std::uint32_t{AAA_DATA_ATTR}}) {
+        char value[9] = "";
+        std::uint32_t length = 0;
+        const cerrno rc = aaa_util_avlist_value_copy(list, type, 0, value, sizeof value, &length);
+        REQUIRE(rc == AAA_ERR_AVPAIR_NOT_FOUND || length == 0 ||
+                (length == 8 && std::memcmp(value, "********", 8) == 0));
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    fuzz::Input input(data, size);
+    const bool is_readable = input.byte() % 8 != 0;
+    const std::size_t at = input.byte();
+    const std::string bytes = input.text(input.size());
+    const service::Masked once = service::masked({bytes, at, is_readable}, knows);
+    REQUIRE(once.is_changed || once.bytes == bytes);
+    if (!is_readable || at > bytes.size()) {
+        REQUIRE(once.bytes.size() == bytes.size());
+        return 0;
+    }
+    if (at != 0 && list_in(bytes, at) != nullptr) {
+        const service::AvList shown = list_in(once.bytes, at);
+        REQUIRE(shown != nullptr);
+        check_values(shown.get());
+    }
+    return 0;
+}
