@@ -32,7 +32,7 @@ end
 # The numbers and labels of commits.
 function _aaactl_commits
     aaactl --json history 2>/dev/null </dev/null |
-        string replace -rf '^      "(?:commit|label)": "?([^"\\\\]+?)["]?,$' '$1'
+        string replace -rf '^      "(?:commit|label)["]: "?([^"\\\\]+?)["]?,$' '$1'
 end
 # Candidates for a positional argument, one a line: the word at the cursor, the command and the argument's
 # name, then the arguments before it.
