@@ -150,8 +150,7 @@ void ControlConnection::start_trace(ControlRequest request) {
                                                 net::Loop::clock());
 }
 
-// Whoever reads the control socket has been looked at; what deciphers passwords is root's, as the files
-// of keys are.
+// Operators may see messages. Passwords, and what deciphers them, are for root, as files of keys are.
 void ControlConnection::start_capture(const ControlRequest &request) {
     if ((request.secrets || request.servers || request.keys) && peer_.uid != 0 && peer_.uid != geteuid()) {
         out_ += error_line("not-allowed", "only root may capture secrets, the traffic with servers and keys");

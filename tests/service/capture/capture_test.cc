@@ -118,7 +118,7 @@ TEST_F(CaptureTest, WhatDoesNotFitIsDroppedAndTold) {
     ask("alice", "small");
     const auto after = blocks_of(take(reader));
     ASSERT_EQ(after.size(), 1u);
-    // Behind 48 + 5 bytes, padded: the direction, then the number of dropped frames.
+    // After 48 + 5 bytes, padded: the direction, then the number of dropped frames.
     EXPECT_EQ(load<std::uint16_t>(after[0].body, 20 + 56 + 8), 4u);
     EXPECT_EQ(load<std::uint64_t>(after[0].body, 20 + 56 + 12), sent - kept);
     ask("alice", "small");
