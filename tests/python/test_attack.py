@@ -192,7 +192,7 @@ def test_a_hundred_thousand_damaged_lists_are_read_or_refused():
 
 
 def test_damaged_messages_are_shown_or_refused():
-    for message in garbage(1500):
+    for message in garbage(600):
         if message:
             document = messages.decode(message)
             assert document["length"] <= len(message)
@@ -205,7 +205,7 @@ def test_damaged_descriptions_are_read_or_refused():
     source = random.Random(4712)
     texts = [messages.to_text(nine_pairs().pack(), show_secrets=True),
              __import__("json").dumps(messages.decode(nine_pairs().pack(), show_secrets=True))]
-    for number in range(1500):
+    for number in range(500):
         text = texts[number % 2]
         at = source.randrange(len(text))
         damaged = text[:at] + source.choice(["", "\0", "\"", "999999999999", "{", "zeros(999999999999)", "-1", "\ud800"]) + \
@@ -222,8 +222,9 @@ def test_sizes_that_cannot_be_are_refused():
         finally:
             room.close()
     large = Attribute(29, 0, 0, bytes(1 << 20))
-    with pytest.raises((aaautil.AaaError, MemoryError)):
-        AttributeList([large] * 2048).pack()
+    for use in (AttributeList([large] * 2048).pack, AttributeList([large] * 2048).native):
+        with pytest.raises(aaautil.MalformedError):
+            use()
     assert made.pack()
 
 

@@ -1,7 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 """The package has types, and they are right: mypy finds nothing in it, and finds misuse of it."""
 
+import importlib.util
 import os
+import pathlib
+import re
 import subprocess
 import sys
 
@@ -41,39 +44,34 @@ async def watch(database: Database) -> None:
 """
 
 
-@pytest.fixture(scope="session")
-def cache(tmp_path_factory):
-    """What mypy knows of the standard library after the first run."""
-    return tmp_path_factory.mktemp("cache")
+# Each line is wrong.
+WRONG = ["AttributeList(5)", "AttributeList.unpack('text')", "AttributeList().pack().nonsense", "Client(5)", "Client().login(5)",
+         "Database().get(5)", "Database().set('x', 1.5)", "Database().apply([1])"]
 
 
-def mypy(*arguments, cwd, cache, path=None):
-    try:
-        import mypy  # noqa: F401
-    except ImportError:
+@pytest.fixture(scope="module")
+def found(tmp_path_factory):
+    """What mypy finds in the package, in a program that uses it, and in one that misuses it: one run, because it is slow."""
+    if importlib.util.find_spec("mypy") is None:
         missing("python3-mypy")
-    environment = {**os.environ, "MYPYPATH": path or ""}
+    folder = tmp_path_factory.mktemp("types")
+    (folder / "use.py").write_text(USE)
+    (folder / "misuse.py").write_text("from aaautil import AttributeList, Client, Database\n" + "".join(
+        f"x{number} = {one}\n" for number, one in enumerate(WRONG)))
+    environment = {**os.environ, "MYPYPATH": PACKAGE}
     environment.pop("PYTHONPATH")
-    return subprocess.run([sys.executable, "-m", "mypy", "--strict", "--cache-dir", str(cache), *arguments], cwd=cwd, env=environment,
-                          capture_output=True, text=True)
+    done = subprocess.run([sys.executable, "-m", "mypy", "--strict", "--cache-dir", str(folder / "cache"), "-p", "aaautil", "-m",
+                           "aaautil_pytest", "-m", "use", "-m", "misuse"], cwd=folder, env=environment, capture_output=True, text=True)
+    assert done.returncode == 1, done.stdout + done.stderr
+    return done.stdout.splitlines()
 
 
-def test_mypy_finds_nothing_in_the_package(tmp_path, cache):
-    done = mypy(os.path.join(PACKAGE, "aaautil"), os.path.join(PACKAGE, "aaautil_pytest.py"), cwd=tmp_path, cache=cache)
-    assert done.returncode == 0, done.stdout
+def test_mypy_finds_nothing_in_the_package_nor_in_a_program_that_uses_it(found):
+    assert [line for line in found if not line.startswith(("misuse.py:", "Found "))] == []
+    checked = int(re.search(r"checked (\d+) source files", found[-1]).group(1))
+    assert checked == len(list(pathlib.Path(PACKAGE, "aaautil").glob("*.py*"))) + 3, "the package's files, and three more"
 
 
-def test_mypy_finds_nothing_in_a_program_that_uses_it(tmp_path, cache):
-    (tmp_path / "use.py").write_text(USE)
-    done = mypy("use.py", cwd=tmp_path, cache=cache, path=PACKAGE)
-    assert done.returncode == 0, done.stdout
-
-
-def test_mypy_finds_misuse(tmp_path, cache):
-    wrong = ["AttributeList(5)", "AttributeList.unpack('text')", "AttributeList().pack().nonsense", "Client(5)", "Client().login(5)",
-             "Database().get(5)", "Database().set('x', 1.5)", "Database().apply([1])"]
-    first = len(USE.splitlines()) + 1
-    (tmp_path / "use.py").write_text(USE + "".join(f"x{number} = {one}\n" for number, one in enumerate(wrong)))
-    done = mypy("use.py", cwd=tmp_path, cache=cache, path=PACKAGE)
-    for number, one in enumerate(wrong):
-        assert f"use.py:{first + number}: error" in done.stdout, (one, done.stdout)
+def test_mypy_finds_misuse(found):
+    for number, one in enumerate(WRONG, 2):
+        assert any(line.startswith(f"misuse.py:{number}: error") for line in found), (one, found)

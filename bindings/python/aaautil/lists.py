@@ -34,6 +34,8 @@ _MOST_PAIRS: int = lib.AAA_CHECKED_MAX_PAIRS
 _DELETED: int = lib.AAA_ATTR_MAX
 _NAME_ROOM = 31
 _HEADER = 56
+# Of the values of a list: a packed list has a length of 31 bits.
+_MOST_BYTES = 0x7FFFFFFF - _HEADER - 20 * _MOST_PAIRS
 _HEAD = 16
 
 # Integers whose values have names.
@@ -223,6 +225,8 @@ def _blocks(pairs: Iterable[Attribute]) -> Tuple[bytes, int, bytes]:
     for type, tag, flags, raw in pairs:
         words += (type, tag, flags, len(raw))
         values.append(raw)
+    if sum(words[3::4]) > _MOST_BYTES:  # before they are joined
+        raise error("the list is too long", lib.AAA_ERR_INVALID_MSG_SIZE)
     heads = ffi.buffer(ffi.new("uint32_t[]", words))[:]
     return heads, len(values), b"".join(values)
 
@@ -230,8 +234,8 @@ def _blocks(pairs: Iterable[Attribute]) -> Tuple[bytes, int, bytes]:
 def _encode(name: bytes, pairs: List[Attribute]) -> bytes:
     heads, count, values = _blocks(pairs)
     room_needed = _HEADER + count * (_HEAD + 3) + len(values)
-    if room_needed > 0x7FFFFFFF:
-        raise error("the list cannot be packed", lib.AAA_ERR_INVALID_MSG_SIZE)
+    if count > _MOST_PAIRS:
+        raise error("the list cannot be packed", lib.AAA_ERR_AVPAIR_PROCESSING)
     try:
         room = _rooms.pop() if room_needed <= 4096 else _Room(1, room_needed)
     except IndexError:
