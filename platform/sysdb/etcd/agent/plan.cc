@@ -97,6 +97,9 @@ class Planner {
     }
 
     cerrno expect(const ItemChange &change) {
+        if (change.datatype == SYSDB_TYPE_ANY && change.path.ends_with('/')) {
+            return expect_nothing_in(change.path);
+        }
         Value value;
         const cerrno rc = look(change.path, value);
         if (rc != 0) {
@@ -106,6 +109,32 @@ class Planner {
                              ? !value.has_value()
                              : value == cluster_value(change.datatype, change.value);
         return met ? 0 : SYSDB_ERR_CONFLICT;
+    }
+
+    cerrno expect_nothing_in(const std::string &directory) {
+        for (auto each = now_.lower_bound(directory);
+             each != now_.end() && each->first.starts_with(directory); ++each) {
+            if (each->second) {
+                return SYSDB_ERR_CONFLICT;
+            }
+        }
+        bool has_any = false;
+        std::string first;  // that no change of the call has deleted
+        view_.below(directory, [&](const std::string &path) {
+            has_any = true;
+            if (first.empty() && !is_known(path) && !is_pruned(path)) {
+                first = path;
+            }
+        });
+        if (!first.empty()) {
+            Value value;
+            const cerrno rc = look(first, value);
+            return rc != 0 ? rc : SYSDB_ERR_CONFLICT;
+        }
+        if (!is_below_one(pruned_, directory)) {
+            (has_any ? plan_.unchanged_since : plan_.empty).push_back(directory);
+        }
+        return 0;
     }
 
     // Where nothing is kept, all is deleted, also what others make meanwhile. Otherwise the
