@@ -17,8 +17,8 @@ class Watcher {
         // A commit waits, and until when; nothing waits any more: "".
         std::function<void(const std::string &)> waits = [](const std::string &) {};
         std::function<void(const Reverted &)> reverted = [](const Reverted &) {};
-        // Why it cannot be done now; it is tried again. "" when it can be done again. Each text once. `known`:
-        // a commit waits, as far as it is known; otherwise only the database is away.
+        // Why it cannot be done now; it is tried again. "" when it can be done again. Each text once.
+        // `known`: a commit waits, as far as it is known; otherwise only the database is away.
         std::function<void(const std::string &, bool known)> fails = [](const std::string &, bool) {};
     };
     using Clock = std::function<Now()>;
