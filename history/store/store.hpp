@@ -71,7 +71,7 @@ class Writing {
     void put(const Commit &commit);
     std::set<std::uint32_t> surplus(const std::vector<Commit> &stored) const;
 
-    const Store &store_;
+    Store store_;
     Head before_;
     Head after_;
     Changes changes_;

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <string>
 
@@ -22,6 +24,26 @@ using history::Items;
 using history::Now;
 using history::State;
 using history::Store;
+
+#ifdef HISTORY_ON_LMDB
+// A database for one test, where the library's load hook has not opened that of the machine before.
+class Sandbox {
+  public:
+    Sandbox() : checked_(check()) {}
+
+  private:
+    static bool check() {
+        if (std::getenv("NO_DLLMAIN") == nullptr) {
+            std::fprintf(stderr, "run this test with ctest, or with NO_DLLMAIN=1 in the environment\n");
+            std::abort();
+        }
+        return true;
+    }
+
+    bool checked_;
+    DatabaseSandbox sandbox_;
+};
+#endif
 
 inline Now at(std::int64_t milliseconds, const std::string &boot = "boot-a",
               const std::string &machine = "machine-a") {
@@ -83,7 +105,7 @@ class HistoryTest : public ::testing::Test {
 
   private:
 #ifdef HISTORY_ON_LMDB
-    DatabaseSandbox sandbox_;
+    Sandbox sandbox_;
 #endif
     sysdb_conn_t cfg_ = 0;
 };

@@ -65,7 +65,7 @@ void check(const Store &store) {
 }
 
 TEST(Killed, NeverLeavesHalfACommit) {
-    const DatabaseSandbox sandbox;
+    const Sandbox sandbox;
     const unsigned kills = repetitions("AAA_HISTORY_KILLS", 20);
     std::random_device seed;
     std::mt19937 random(seed());

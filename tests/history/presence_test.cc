@@ -10,7 +10,7 @@ namespace history_test {
 namespace {
 
 TEST(Presence, IsSeenWhileTheProcessLives) {
-    const DatabaseSandbox sandbox;
+    const Sandbox sandbox;
     const Bound oper("/oper/");
     EXPECT_FALSE(history::is_watched(oper.handle()));
     {
@@ -22,7 +22,7 @@ TEST(Presence, IsSeenWhileTheProcessLives) {
 }
 
 TEST(Presence, OfAKilledProcessIsNotBelievedAndIsRemoved) {
-    const DatabaseSandbox sandbox;
+    const Sandbox sandbox;
     Pipe ready;
     ForkedProcess process([&] {
         const history::Presence presence("test");
@@ -40,7 +40,7 @@ TEST(Presence, OfAKilledProcessIsNotBelievedAndIsRemoved) {
 }
 
 TEST(Presence, ANumberThatAnotherProcessHasNowIsNotBelieved) {
-    const DatabaseSandbox sandbox;
+    const Sandbox sandbox;
     const Bound oper("/oper/");
     ASSERT_EQ(set_text(oper.handle(), "aaa/history/watcher/" + std::to_string(getpid()), "1 test"), 0u);
     EXPECT_FALSE(history::is_watched(oper.handle()));
