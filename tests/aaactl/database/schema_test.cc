@@ -149,7 +149,7 @@ TEST_F(Schema, ShowsNoKeyThatItRefuses) {
 }
 
 TEST_F(Schema, EveryTreeOfTheServiceIsKnown) {
-    refused("foo", "u32", "1", "\"foo\" is not read here; use group-server, authentication, ");
+    refused("foo", "u32", "1", "\"foo\" is not read here; use group-server, history, authentication, ");
     refused("site/limit", "u32", "1", "\"site\" is not read here; use group-server, ");
     refused("authentcation/login/default", "tuple", R"(2,0,0,0,"","","","")", "did you mean authentication?");
     directory("foo/", false);

@@ -142,7 +142,7 @@ TEST_F(Edit, AWrongTextIsKept) {
 }
 
 TEST_F(Edit, WhatOthersChangedMeanwhileIsNotUndone) {
-    editor("sed -i 's/u32 1/u32 2/' \"$1\"; aaactl sysdb set /cfg/gl/aaa/site/other --type u32 7");
+    editor("sed -i 's/u32 1/u32 2/' \"$1\"; aaactl sysdb set --force /cfg/gl/aaa/site/other --type u32 7");
     const std::string path = std::getenv("PATH");
     const ScopedEnv provider("AAA_SYSDB_PROVIDER", AAACTL_PROVIDER);
     setenv("PATH", (std::filesystem::path(AAACTL_PROGRAM).parent_path().string() + ":" + path).c_str(), 1);

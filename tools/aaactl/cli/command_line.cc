@@ -66,11 +66,13 @@ class UsageLine : public CLI::Formatter {
             return "";
         }
         const std::string type = option->get_type_name();
-        return " " + type.substr(0, type.find(':')) + (option->get_expected_max() > 1 ? "..." : "") +
-               (option->get_required() ? " REQUIRED" : "");
+        return " " + type.substr(0, type.find(':')) + (option->get_expected_max() > 1 ? "..." : "");
     }
     [[nodiscard]] std::string make_option_desc(const CLI::Option *option) const override {
         std::vector<std::string> notes{choices(*option), range(option->get_type_name())};
+        if (option->nonpositional() && option->get_required()) {
+            notes.emplace_back("required");
+        }
         if (!option->get_default_str().empty()) {
             notes.push_back("default " + option->get_default_str());
         }

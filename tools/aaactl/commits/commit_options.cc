@@ -21,9 +21,10 @@ bool is_control(unsigned char c) {
 
 void add_commit_options(Command &command, CommitOptions &options, bool label) {
     if (label) {
-        command.option("--label", options.label, "A name for the commit, by which it can be found again");
+        command.option("--label", options.label, "A name for the commit, by which it can be found again")
+            .type("LABEL");
     }
-    command.option("-m,--message", options.message, "What was changed, and why");
+    command.option("-m,--message", options.message, "What was changed, and why").type("MESSAGE");
     command
         .option("--confirm", options.minutes,
                 "Go back to the state before in so many minutes, unless \"aaactl confirm\" comes in time")

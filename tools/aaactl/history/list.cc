@@ -93,7 +93,7 @@ void add_history(Command root) {
     auto most = std::make_shared<uint32_t>(UINT32_MAX);
     Command sub = root.command("history", "List the commits of the configuration, the newest first",
                                [most](Output &out) { return list(out, *most); });
-    sub.option("-n,--count", *most, "At most so many").between(1, 10000);
+    sub.option("-n,--count", *most, "At most so many").type("COUNT").between(1, 10000);
     sub.footer(
         "A commit is made by commit, edit and rollback, and by load with --label, -m or --confirm. \"without "
         "a\n"
