@@ -134,6 +134,11 @@ bool path_fits(const ItemChange &change) {
             return directory;
         case SYSDB_CHANGE_DELETE:
             return change.path != "/cfg/";
+        case SYSDB_CHANGE_EXPECT:
+            if (directory && change.datatype == SYSDB_TYPE_ANY) {
+                return true;  // nothing is in the directory
+            }
+            [[fallthrough]];
         default:
             return directory == (change.datatype == SYSDB_TYPE_DIRECTORY) && change.path != "/cfg/";
     }
