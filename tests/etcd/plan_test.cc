@@ -142,6 +142,27 @@ TEST(EtcdPlan, TreeToDeleteMustHoldSomething) {
     EXPECT_TRUE(plan.erased.empty());
 }
 
+TEST(EtcdPlan, NothingInADirectoryIsComparedAsAWhole) {
+    Plan plan = planned({absent("/cfg/e/"), set("/cfg/e/x", 1)});
+    EXPECT_EQ(0u, plan.refusal);
+    EXPECT_EQ(Paths{"/cfg/e/"}, plan.empty);
+
+    plan = planned({set("/cfg/e/x", 1), absent("/cfg/d/")});
+    EXPECT_EQ(SYSDB_ERR_CONFLICT, plan.refusal);
+    EXPECT_EQ(1u, plan.failed);
+    EXPECT_EQ(6u, plan.as_expected.at("/cfg/d/x"));  // holds as long as this one is there
+
+    plan = planned({set("/cfg/e/x", 1), absent("/cfg/e/")});
+    EXPECT_EQ(SYSDB_ERR_CONFLICT, plan.refusal);
+
+    plan = planned({erase("/cfg/d/x"), erase("/cfg/d/y"), absent("/cfg/d/")});
+    EXPECT_EQ(0u, plan.refusal);
+    EXPECT_EQ(Paths{"/cfg/d/"}, plan.unchanged_since);  // others may have made something meanwhile
+
+    plan = planned({prune("/cfg/d/"), absent("/cfg/d/"), set("/cfg/d/z", 1)});
+    EXPECT_EQ(0u, plan.refusal);
+}
+
 TEST(EtcdPlan, DatabaseThatCannotBeReadIsNoReasonToWrite) {
     MirrorView view;
     view.failure = SYSDB_ERR_STORAGE;
