@@ -216,7 +216,9 @@ TEST_F(HistoryCommands, TheFirstCommitHasNothingToGoBackTo) {
     EXPECT_TRUE(contains(run.err, "no earlier commit")) << run.err;
     EXPECT_EQ(kinds(), Kinds{});
     // A load has: the state before it.
-    done({"load", "--confirm", "5", "-"}, limit(2));
+    const auto loaded = aaactl({"load", "--confirm", "5", "-"}, limit(2));
+    EXPECT_EQ(loaded.status, 0);
+    EXPECT_TRUE(contains(loaded.err, "neither aaad nor \"aaactl watch-confirm\" runs")) << loaded.err;
     done({"cancel"});
     EXPECT_EQ(shown(), "end\n");
 }

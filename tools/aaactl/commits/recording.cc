@@ -2,6 +2,7 @@
 
 #include "commits/recording.hpp"
 
+#include "store/presence.hpp"
 #include "store/watcher.hpp"
 
 namespace aaactl {
@@ -82,6 +83,12 @@ void refuse_while_waiting(const history::Store &store, const history::Head &head
 Recorded record(history::Writing &writing, const history::Head &head, history::Kind kind,
                 const CommitOptions &options, const history::State &before, const history::State &after,
                 uint32_t target) {
+    if (!before.of_one_moment) {
+        throw Failure(
+            ExitCode::unavailable,
+            "the configuration was changed again and again while it was read, so no state of it can "
+            "be recorded; try again when the other changes are made");
+    }
     Recorded recorded;
     const history::Now now = history::system_now();
     history::Commit commit;
@@ -113,13 +120,20 @@ Recorded record(history::Writing &writing, const history::Head &head, history::K
     return recorded;
 }
 
-Recorded record_change(Database &database, history::Kind kind, const CommitOptions &options,
-                       const history::State &before, const history::State &after, Changes &changes,
-                       uint32_t target) {
+history::Head head_for_commit(Database &database) {
     return with_history([&] {
         const history::Store store = store_of(database);
         const history::Head head = store.head();
         refuse_while_waiting(store, head);
+        return head;
+    });
+}
+
+Recorded record_change(Database &database, const history::Head &head, history::Kind kind,
+                       const CommitOptions &options, const history::State &before,
+                       const history::State &after, Changes &changes, uint32_t target) {
+    return with_history([&] {
+        const history::Store store = store_of(database);
         history::Writing writing(store, head);
         const Recorded recorded = record(writing, head, kind, options, before, after, target);
         append(writing.finish(), changes);
@@ -151,6 +165,14 @@ void print_recorded(Output &out, const Recorded &recorded) {
     if (recorded.deadline) {
         out.line("run \"aaactl confirm\" until " + history::time_text(recorded.deadline->wall) +
                  " to keep it; otherwise the state before is in force again");
+    }
+}
+
+void note_no_watcher(Output &out, Database &database, const Recorded &recorded) {
+    if (recorded.deadline && !history::is_watched(database.connection(history::kPresenceTree))) {
+        out.note(
+            "aaactl: neither aaad nor \"aaactl watch-confirm\" runs, so nothing would go back; start one of "
+            "them");
     }
 }
 

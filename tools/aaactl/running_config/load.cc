@@ -22,7 +22,7 @@ struct LoadOptions {
     CommitOptions commit;
 };
 
-constexpr int kAttempts = 10;  // when others change the same items meanwhile
+constexpr int kAttempts = 100;  // each time another process has made its change
 
 struct Loaded {
     Plan plan;
@@ -41,18 +41,20 @@ std::string command_of(const LoadOptions &options) {
            shell_word(options.file);
 }
 
-Loaded load_statements(Output &out, const LoadOptions &options, const Statements &statements) {
+Loaded load_statements(Output &out, const LoadOptions &options, const Statements &statements,
+                       Database &database) {
     PlanOptions how = options.plan;
     how.again = command_of(options);
-    Database database;
     for (int attempt = 1;; ++attempt) {
+        const bool commits = options.commit.given() && !options.dry_run;
+        const history::Head head = commits ? head_for_commit(database) : history::Head{};
         Loaded loaded{make_plan(out, database, how, statements), std::nullopt};
         verify_groups(out, loaded.plan, statements);
         const auto record = [&](Changes &changes) {
-            if (options.commit.given()) {
+            if (commits) {
                 loaded.recorded =
-                    record_change(database, history::Kind::load, options.commit, loaded.plan.state_before(),
-                                  loaded.plan.state_after(), changes);
+                    record_change(database, head, history::Kind::load, options.commit,
+                                  loaded.plan.state_before(), loaded.plan.state_after(), changes);
             }
         };
         const cerrno rc =
@@ -110,7 +112,8 @@ ExitCode load(Output &out, const LoadOptions &options) {
         const std::string text = read_whole_file(options.file);
         const Statements statements = parse_statements(text);
         check_is_whole(options, text);
-        const Loaded loaded = load_statements(out, options, statements);
+        Database database;
+        const Loaded loaded = load_statements(out, options, statements, database);
         const Plan &plan = loaded.plan;
         const auto created = static_cast<size_t>(
             std::count_if(plan.differences.begin(), plan.differences.end(),
@@ -130,6 +133,9 @@ ExitCode load(Output &out, const LoadOptions &options) {
                 print_recorded(out, *loaded.recorded);
             }
         });
+        if (loaded.recorded) {
+            note_no_watcher(out, database, *loaded.recorded);
+        }
     } catch (const Failure &failure) {
         throw Failure(failure.code(), followed_by(name + ": " + failure.what(), "nothing was changed"));
     }
