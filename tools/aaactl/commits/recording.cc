@@ -2,6 +2,7 @@
 
 #include "commits/recording.hpp"
 
+#include "cli/suggestion.hpp"
 #include "store/presence.hpp"
 #include "store/watcher.hpp"
 
@@ -56,6 +57,10 @@ std::map<std::string, Item> items_of(const history::Items &items) {
 std::string commit_text(const history::Commit &commit) {
     return "commit " + std::to_string(commit.number) +
            (commit.label.empty() ? "" : " (" + escaped(commit.label) + ")");
+}
+
+std::string deletion_of_record(const std::string &path) {
+    return "\"aaactl sysdb del --force -r " + shell_word(escaped(path.substr(0, path.rfind('/') + 1))) + "\"";
 }
 
 void refuse_while_waiting(const history::Store &store, const history::Head &head) {

@@ -40,6 +40,10 @@ std::map<std::string, Item> items_of(const history::Items &items);
 // "commit 7 (before-upgrade)"
 std::string commit_text(const history::Commit &commit);
 
+inline constexpr char kHistoryHead[] = "/cfg/.history/head";
+// The command that deletes the commit with this record, ".../commit/0x1/record", and no other.
+std::string deletion_of_record(const std::string &path);
+
 // Failure(negative) while another commit waits for its confirmation: names its author, and what to do.
 void refuse_while_waiting(const history::Store &store, const history::Head &head);
 
@@ -54,9 +58,9 @@ struct Recorded {
 Recorded record(history::Writing &writing, const history::Head &head, history::Kind kind,
                 const CommitOptions &options, const history::State &before, const history::State &after,
                 uint32_t target = 0);
-// The head on which a change with its own commit is made. It is read before the state that the change is made
-// from: then the state belongs to that head or to a later one, and a later one is a conflict. Failure(negative)
-// while another commit waits.
+// The head on which a change with its own commit is made. It is read before the state that the change is
+// made from: then the state belongs to that head or to a later one, and a later one is a conflict.
+// Failure(negative) while another commit waits.
 history::Head head_for_commit(Database &database);
 // The same as record() for a change of the database that is made as one with its commit.
 Recorded record_change(Database &database, const history::Head &head, history::Kind kind,

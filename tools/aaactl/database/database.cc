@@ -363,6 +363,12 @@ bool is_hidden(std::string_view path) {
     return path.starts_with(kTrees[0]) && path.substr(kTrees[0].size()).starts_with(kHiddenEntry);
 }
 
+std::string hidden_fault(const std::string &path) {
+    return is_hidden(path.ends_with('/') ? path : path + "/")
+               ? "the history of the configuration, which commit, rollback, confirm and cancel write"
+               : "";
+}
+
 std::string directory_path(const std::string &path, bool root) {
     std::string directory = path.ends_with('/') ? path : path + '/';
     const bool in_tree = directory.starts_with(kTrees[0]) || directory.starts_with(kTrees[1]);
