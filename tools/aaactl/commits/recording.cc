@@ -2,6 +2,7 @@
 
 #include "commits/recording.hpp"
 
+#include "cli/stored.hpp"
 #include "cli/suggestion.hpp"
 #include "store/presence.hpp"
 #include "store/watcher.hpp"
@@ -63,16 +64,34 @@ std::string deletion_of_record(const std::string &path) {
     return "\"aaactl sysdb del --force -r " + shell_word(escaped(path.substr(0, path.rfind('/') + 1))) + "\"";
 }
 
+void change_history(const history::Store &store, const history::Make &make) {
+    bool any = false;
+    history::change(store, [&](const history::Head &head, history::Changes &changes) {
+        make(head, changes);
+        any = !changes.empty();
+    });
+    change_is_stored() = change_is_stored() || any;
+}
+
+namespace {
+
+// "commit 7 (risky) of alice"
+std::string waiting_text(const history::Store &store, const history::Waiting &waiting) {
+    try {
+        const history::Commit commit = store.commit(waiting.commit);
+        return commit_text(commit) + " of " + escaped(commit.author.name());
+    } catch (const history::Error &) {  // its number says enough
+        return "commit " + std::to_string(waiting.commit);
+    }
+}
+
+}  // namespace
+
 void refuse_while_waiting(const history::Store &store, const history::Head &head) {
     if (!head.waiting) {
         return;
     }
-    std::string what = "commit " + std::to_string(head.waiting->commit);
-    try {
-        const history::Commit commit = store.commit(head.waiting->commit);
-        what = commit_text(commit) + " of " + escaped(commit.author.name());
-    } catch (const history::Error &) {  // its number says enough
-    }
+    const std::string what = waiting_text(store, *head.waiting);
     const auto left = history::left(head.waiting->deadline, history::system_now());
     const std::string until = history::time_text(head.waiting->deadline.wall);
     throw Failure(ExitCode::negative,
@@ -83,6 +102,18 @@ void refuse_while_waiting(const history::Store &store, const history::Head &head
                       : what + " waits for its confirmation until " + until +
                             "; run \"aaactl confirm\" to keep it, or \"aaactl cancel\" to go back, and try "
                             "again");
+}
+
+void note_goes_back_too(Output &out, Database &database) {
+    try {
+        const history::Store store = store_of(database);
+        if (const auto waiting = store.head().waiting) {
+            out.note("aaactl: " + waiting_text(store, *waiting) + " waits for its confirmation until " +
+                     history::time_text(waiting->deadline.wall) +
+                     "; without it this change is taken back too. To keep both, run \"aaactl confirm\"");
+        }
+    } catch (const history::Error &) {  // the change is made; "history" and "lint" name what is damaged
+    }
 }
 
 Recorded record(history::Writing &writing, const history::Head &head, history::Kind kind,

@@ -40,6 +40,12 @@ std::map<std::string, Item> items_of(const history::Items &items);
 // "commit 7 (before-upgrade)"
 std::string commit_text(const history::Commit &commit);
 
+// As history::change(), for commands.
+void change_history(const history::Store &store, const history::Make &make);
+
+// After a change without a commit: a note while a commit waits, because going back takes this change back too.
+void note_goes_back_too(Output &out, Database &database);
+
 inline constexpr char kHistoryHead[] = "/cfg/.history/head";
 // The command that deletes the commit with this record, ".../commit/0x1/record", and no other.
 std::string deletion_of_record(const std::string &path);

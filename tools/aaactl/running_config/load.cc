@@ -9,6 +9,7 @@
 #include "cli/commands.hpp"
 #include "cli/suggestion.hpp"
 #include "commits/commit_options.hpp"
+#include "config/method_lists.hpp"
 #include "platform/cerr.h"
 #include "running_config/plan.hpp"
 
@@ -102,6 +103,23 @@ void check_is_whole(const LoadOptions &options, const std::string &text) {
     }
 }
 
+// Of lists that the text changes: "mlist set" and "edit" say the same.
+void note_open_logins(Output &out, const Plan &plan) {
+    const std::string logins = list_path("authentication", "login", "");
+    Database database(Database::Use::reading);
+    database.pretend(kConfigRoot, plan.after.items);
+    for (const Difference &difference : plan.differences) {
+        if (difference.dump == nullptr || !difference.dump->path.starts_with(logins)) {
+            continue;
+        }
+        const auto list =
+            find_list(database, "authentication", "login", difference.dump->path.substr(logins.size()));
+        if (const std::string open = list ? open_login_text(*list) : ""; !open.empty()) {
+            out.note("aaactl: " + escaped(difference.dump->path) + ": " + open + "; \"local\" asks for one");
+        }
+    }
+}
+
 ExitCode load(Output &out, const LoadOptions &options) {
     check_commit_options(options.commit);
     if (options.dry_run && options.commit.given()) {
@@ -133,8 +151,11 @@ ExitCode load(Output &out, const LoadOptions &options) {
                 print_recorded(out, *loaded.recorded);
             }
         });
+        note_open_logins(out, plan);
         if (loaded.recorded) {
             note_no_watcher(out, database, *loaded.recorded);
+        } else if (!options.dry_run && !plan.differences.empty()) {
+            note_goes_back_too(out, database);
         }
     } catch (const Failure &failure) {
         throw Failure(failure.code(), followed_by(name + ": " + failure.what(), "nothing was changed"));

@@ -137,6 +137,9 @@ ExitCode set(Output &out, const SetOptions &options) {
     check_schema(database, options, item);
     database.set(options.path, item);
     out.result(item_json(out, options.path, item), [] {});
+    if (options.path.starts_with(kConfigRoot)) {
+        note_goes_back_too(out, database);
+    }
     return ExitCode::ok;
 }
 
@@ -203,6 +206,9 @@ ExitCode del(Output &out, const std::string &path, bool recursive, bool force) {
                            : database_failure(path, SYSDB_ERR_NOT_FOUND);
     }
     out.result({{"path", escaped(target)}, {"deleted", true}}, [] {});
+    if (target.starts_with(kConfigRoot)) {
+        note_goes_back_too(out, database);
+    }
     if (waiting != 0 && waiting_commit(database) != waiting) {
         out.note("aaactl: commit " + std::to_string(waiting) +
                  " waited for its confirmation: nothing goes back any more, and its changes stay");

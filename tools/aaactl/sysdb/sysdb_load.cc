@@ -369,6 +369,9 @@ ExitCode load(Output &out, const LoadOptions &options) {
                  ", deleted " + std::to_string(counts.deleted) + "; the dump has " +
                  counted(dump.items.size(), "item"));
     });
+    if (!options.dry_run && !outcome.differences.empty()) {
+        note_goes_back_too(out, database);
+    }
     return ExitCode::ok;
 }
 
