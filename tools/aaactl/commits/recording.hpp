@@ -43,7 +43,8 @@ std::string commit_text(const history::Commit &commit);
 // As history::change(), for commands.
 void change_history(const history::Store &store, const history::Make &make);
 
-// After a change without a commit: a note while a commit waits, because going back takes this change back too.
+// After a change without a commit: a note while a commit waits, because going back takes this change back
+// too.
 void note_goes_back_too(Output &out, Database &database);
 
 inline constexpr char kHistoryHead[] = "/cfg/.history/head";
