@@ -200,7 +200,8 @@ State read_state(sysdb_conn_t cfg, const std::string &directory) {
     for (int attempt = 1;; ++attempt) {
         State state;
         walk(cfg, directory, true, state);
-        if (!watch.changed() || attempt == kAttempts) {
+        state.of_one_moment = !watch.changed();
+        if (state.of_one_moment || attempt == kAttempts) {
             return state;
         }
     }

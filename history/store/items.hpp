@@ -51,6 +51,7 @@ Item text_item(const std::string &text);
 struct State {
     Items items;
     std::set<std::string> unreadable;  // items whose bytes do not fit their type: they are in no commit
+    bool of_one_moment = true;         // false: it changed each time it was read
 };
 
 // One item; false if it does not exist. Error for any other reason.

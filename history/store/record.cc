@@ -197,7 +197,6 @@ std::string text_of(const Head &head) {
 std::optional<Head> head_from(const std::string &text) {
     Reader in(text);
     Head head;
-    head.stored = text;
     Waiting waiting;
     in.number("last", head.last);
     in.number("waiting", waiting.commit);

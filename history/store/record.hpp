@@ -17,6 +17,7 @@
 
 #include "store/author.hpp"
 #include "store/deadline.hpp"
+#include "store/items.hpp"
 
 namespace history {
 
@@ -65,11 +66,14 @@ struct Waiting {
 struct Head {
     std::uint32_t last = 0;  // 0: there is no commit
     std::optional<Waiting> waiting;
-    std::string stored;  // its text as it was read, which a change expects; empty if there is none
+    std::uint32_t highest = 0;  // number of a commit that is stored, readable or not: no number is used twice
+    bool rebuilt = false;       // the item is damaged or missing, so it was made from the commits
+    std::optional<Item> stored;  // the item as it was read, which a change expects; none: it does not exist
 
     bool operator==(const Head &other) const { return last == other.last && waiting == other.waiting; }
 };
 std::string text_of(const Head &head);
+// Nothing for a text that is not a head. `highest` and `stored` are the reader's.
 std::optional<Head> head_from(const std::string &text);
 
 }  // namespace history

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <utility>
 
 #include "store/snapshot.hpp"
 
@@ -41,8 +42,16 @@ std::string text_of_item(const Item &item) {
                                                                  : "";
 }
 
-Error damaged(const std::string &path) {
-    return {Error::Why::damaged, kTree + path + ": it is not what the history stores there"};
+Error damaged(const std::string &path, const std::string &remedy) {
+    return {Error::Why::damaged, kTree + path + ": it is not what the history stores there; " + remedy};
+}
+
+bool is_about_value(const Error &error) {
+    return error.code() == SYSDB_ERR_BAD_VALUE || error.code() == SYSDB_ERR_BAD_PATH;
+}
+
+std::string only_that(std::uint32_t number) {
+    return deletion_of(number) + " deletes that commit only";
 }
 
 std::uint32_t setting(sysdb_conn_t cfg, const char *name, std::uint32_t usual, std::uint32_t least,
@@ -60,6 +69,10 @@ std::uint32_t setting(sysdb_conn_t cfg, const char *name, std::uint32_t usual, s
 
 std::string commit_directory(std::uint32_t number) {
     return std::string(kHistory) + "commit/" + hexadecimal(number) + "/";
+}
+
+std::string deletion_of(std::uint32_t number) {
+    return "\"aaactl sysdb del --force -r " + (kTree + commit_directory(number)) + "\"";
 }
 
 Changes state_changes(std::uint32_t number, const std::string &stored) {
@@ -88,25 +101,73 @@ Changes rewritten(const Commit &commit, const Items &items) {
 // ---- reading
 
 Head Store::head() const {
-    Item item;
-    if (!read_item(cfg_, head_path(), item)) {
-        return {};
+    std::optional<Item> item(std::in_place);
+    try {
+        if (!read_item(cfg_, head_path(), *item)) {
+            item.reset();
+        }
+    } catch (const Error &error) {
+        if (!is_about_value(error)) {
+            throw;
+        }
+        throw damaged(head_path(), "\"aaactl sysdb del --force " + (kTree + head_path()) +
+                                       "\" lets it be made again from the commits");
     }
-    const auto head = head_from(text_of_item(item));
-    if (!head) {
-        throw damaged(head_path());
+    std::optional<Head> head = item ? head_from(text_of_item(*item)) : std::nullopt;
+    if (!head || head->last == 0) {
+        head = rebuilt_head();
+        head->rebuilt = item || head->last != 0;
     }
-    return *head;
+    head->stored = std::move(item);
+    head->highest = highest();
+    return *std::move(head);
+}
+
+Head Store::rebuilt_head() const {
+    Head head;
+    std::uint32_t before = 0;
+    for (const Commit &commit : commits()) {
+        if (commit.number <= head.last) {
+            continue;
+        }
+        before = std::exchange(head.last, commit.number);
+        if (commit.ending == Ending::waiting && before != 0) {
+            // The machine's clock at the time is not known any more, which is as if it was another machine.
+            const Deadline deadline{"", "", 0, commit.time + std::int64_t{commit.minutes} * 60,
+                                    commit.minutes};
+            head.waiting = Waiting{commit.number, before, deadline};
+        }
+    }
+    return head;
+}
+
+std::uint32_t Store::highest() const {
+    std::uint32_t highest = 0;
+    for (const std::string &name : read_names(cfg_, std::string(kHistory) + "commit/")) {
+        std::uint32_t number = 0;
+        const char *end = name.data() + name.size();
+        if (name.starts_with("0x") && std::from_chars(name.data() + 2, end, number, 16).ec == std::errc()) {
+            highest = std::max(highest, number);
+        }
+    }
+    return highest;
 }
 
 Commit Store::commit(std::uint32_t number) const {
     Item item;
-    if (!read_item(cfg_, record_path(number), item)) {
-        throw Error(Error::Why::missing, "there is no commit " + std::to_string(number));
+    std::optional<Commit> commit;
+    try {
+        if (!read_item(cfg_, record_path(number), item)) {
+            throw Error(Error::Why::missing, "there is no commit " + std::to_string(number));
+        }
+        commit = commit_from(text_of_item(item));
+    } catch (const Error &error) {
+        if (!is_about_value(error)) {
+            throw;
+        }
     }
-    const auto commit = commit_from(text_of_item(item));
     if (!commit || commit->number != number) {
-        throw damaged(record_path(number));
+        throw damaged(record_path(number), only_that(number));
     }
     return *commit;
 }
@@ -123,7 +184,7 @@ std::vector<Commit> Store::commits(std::vector<std::string> *damaged) const {
             }
             commit = commit_from(text_of_item(item));
         } catch (const Error &error) {
-            if (error.code() != SYSDB_ERR_BAD_VALUE && error.code() != SYSDB_ERR_BAD_PATH) {
+            if (!is_about_value(error)) {
                 throw;
             }
         }
@@ -141,15 +202,17 @@ std::string Store::plain_state(const Commit &commit) const {
     for (std::uint32_t part = 1; part <= commit.parts; ++part) {
         Item item;
         if (!read_item(cfg_, part_path(commit.number, part), item)) {
-            throw Error(Error::Why::damaged,
-                        "commit " + std::to_string(commit.number) + ": a part of its state is missing");
+            throw Error(Error::Why::damaged, "commit " + std::to_string(commit.number) +
+                                                 ": a part of its state is missing; " +
+                                                 only_that(commit.number));
         }
         stored += item.bytes;
     }
     try {
         return decompressed(stored);
     } catch (const Error &error) {
-        throw Error(error.why(), "commit " + std::to_string(commit.number) + ": " + error.what());
+        throw Error(error.why(), "commit " + std::to_string(commit.number) + ": " + error.what() + "; " +
+                                     only_that(commit.number));
     }
 }
 
@@ -168,9 +231,7 @@ Limits Store::limits() const {
 // ---- writing
 
 Writing::Writing(const Store &store, const Head &head) : store_(store), before_(head), after_(head) {
-    Item absent{SYSDB_TYPE_ANY, {}};
-    changes_.push_back(
-        {SYSDB_CHANGE_EXPECT, head_path(), head.stored.empty() ? absent : text_item(head.stored)});
+    changes_.push_back({SYSDB_CHANGE_EXPECT, head_path(), head.stored.value_or(Item{SYSDB_TYPE_ANY, {}})});
 }
 
 bool Writing::is_recorded(const State &state) {
@@ -196,10 +257,11 @@ void Writing::put(const Commit &commit) {
 }
 
 std::uint32_t Writing::add(Commit commit, const State &state) {
+    after_.last = std::max(after_.last, after_.highest);
     if (after_.last == UINT32_MAX) {
         throw Error(Error::Why::refused, "there is no number after that of the last commit");
     }
-    commit.number = ++after_.last;
+    commit.number = after_.highest = ++after_.last;
     const std::string plain = plain_form(state.items);
     const std::string stored = compressed(plain);
     const Changes parts = state_changes(commit.number, stored);

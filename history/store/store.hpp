@@ -34,6 +34,8 @@ class Store {
     explicit Store(sysdb_conn_t cfg) : cfg_(cfg) {}
     sysdb_conn_t connection() const { return cfg_; }
 
+    // One that is damaged or missing is made again from the commits: the number of the last one, and which
+    // one waits, for as many minutes as it was given, from when a watcher sees it.
     Head head() const;
     // Oldest first. Records that cannot be read are left out; `damaged` gets their paths.
     std::vector<Commit> commits(std::vector<std::string> *damaged = nullptr) const;
@@ -45,6 +47,9 @@ class Store {
     Limits limits() const;
 
   private:
+    Head rebuilt_head() const;
+    std::uint32_t highest() const;
+
     sysdb_conn_t cfg_;
 };
 
@@ -81,6 +86,8 @@ class Writing {
 };
 
 std::string commit_directory(std::uint32_t number);
+// The command that deletes what is stored of one commit, for messages: others remain.
+std::string deletion_of(std::uint32_t number);
 // The parts of a stored state, of sizes that every provider takes.
 Changes state_changes(std::uint32_t number, const std::string &stored);
 

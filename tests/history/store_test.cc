@@ -190,12 +190,76 @@ TEST_F(StoreTest, ADamagedRecordIsNamedAndTheOthersAreRead) {
     EXPECT_EQ(commit("three"), 3u);
 }
 
-TEST_F(StoreTest, ADamagedHeadIsAnErrorAndStays) {
+TEST_F(StoreTest, ADamagedHeadIsMadeAgainFromTheCommits) {
     commit("one");
-    put(".history/head", "nonsense");
-    EXPECT_THROW(store().head(), Error);
-    EXPECT_THROW(commit("two"), Error);
-    EXPECT_EQ(numbers(), std::vector<std::uint32_t>{1});
+    commit("two");
+    for (const char *text : {"nonsense", "form 1\n", ""}) {
+        put(".history/head", text);
+        const Head head = store().head();
+        EXPECT_TRUE(head.rebuilt);
+        EXPECT_EQ(head.last, 2u) << text;
+        EXPECT_FALSE(head.waiting);
+    }
+    put_number(".history/head", 7);
+    EXPECT_EQ(commit("three"), 3u);
+    EXPECT_FALSE(store().head().rebuilt);
+    erase(".history/head");
+    EXPECT_TRUE(store().head().rebuilt);
+    EXPECT_EQ(commit("four"), 4u);
+    EXPECT_EQ(numbers(), (std::vector<std::uint32_t>{1, 2, 3, 4}));
+}
+
+TEST_F(StoreTest, NoNumberIsUsedTwice) {
+    commit("one");
+    const history::Item early = *store().head().stored;
+    commit("two");
+    put(".history/commit/0x9/record", "nonsense");
+    put(".history/head", early.bytes.substr(0, early.bytes.size() - 1));
+    EXPECT_EQ(store().head().last, 1u);
+    EXPECT_EQ(commit("three"), 10u);
+    EXPECT_EQ(store().commit(2).label, "two");
+    erase(".history/head");
+    EXPECT_EQ(store().head().last, 10u);
+    EXPECT_EQ(commit("four"), 11u);
+}
+
+TEST_F(StoreTest, ACommitWaitsOnWithoutTheHead) {
+    put("gl/aaa/x", "1");
+    commit("base");
+    put("gl/aaa/x", "2");
+    commit("waiting", history::deadline_after(5, at(0)));
+    erase(".history/head");
+    const Head head = store().head();
+    ASSERT_TRUE(head.waiting);
+    EXPECT_EQ(head.waiting->commit, 2u);
+    EXPECT_EQ(head.waiting->base, 1u);
+    EXPECT_FALSE(left(head.waiting->deadline, at(0))) << "when it began is not known on this machine";
+    ASSERT_TRUE(revert(2));
+    EXPECT_EQ(present().items.at("gl/aaa/x"), history::text_item("1"));
+    EXPECT_FALSE(store().head().waiting);
+}
+
+TEST_F(StoreTest, WhatIsDamagedNamesTheCommandThatDeletesIt) {
+    commit("one");
+    commit("two");
+    put(".history/commit/0x1/record", "nonsense");
+    put(".history/commit/0x2/state/0x1", "nonsense");
+    const auto text_of = [](const auto &call) -> std::string {
+        try {
+            call();
+        } catch (const Error &error) {
+            return error.what();
+        }
+        return "";
+    };
+    EXPECT_NE(text_of([&] {
+                  store().commit(1);
+              }).find("\"aaactl sysdb del --force -r /cfg/.history/commit/0x1/\" deletes that commit only"),
+              std::string::npos);
+    EXPECT_NE(text_of([&] {
+                  store().items(store().commit(2));
+              }).find("\"aaactl sysdb del --force -r /cfg/.history/commit/0x2/\" deletes that commit only"),
+              std::string::npos);
 }
 
 TEST_F(StoreTest, ADamagedStateIsAnErrorAndChangesNothing) {

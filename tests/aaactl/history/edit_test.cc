@@ -156,6 +156,16 @@ TEST_F(Edit, WhatOthersChangedMeanwhileIsNotUndone) {
     EXPECT_EQ(shown(), "item /cfg/gl/aaa/site/limit u32 1\nitem /cfg/gl/aaa/site/other u32 7\nend\n");
 }
 
+// The editor is a process of its own, which makes the other user's commit.
+TEST_F(Edit, ACommitOfTheSameStateMeanwhileIsTheOneBefore) {
+    done({"commit", "base"});
+    editor(std::string("AAA_SYSDB_PROVIDER=") + AAACTL_PROVIDER + " " + AAACTL_PROGRAM +
+           " commit other >/dev/null && sed -i 's/limit u32 1/limit u32 2/' \"$1\"");
+    const auto run = aaactl({"edit", "--yes"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(kinds(), (Kinds{"edit", "commit", "commit"}));
+}
+
 TEST_F(Edit, NewErrorsNeedForceWithoutATerminal) {
     load(
         "aaa group server radius corp\n server 192.0.2.1 auth-port 1812 acct-port 1813\n"

@@ -74,9 +74,12 @@ TEST_F(HistoryCommands, CommitsAreFoundByNumberLabelAndLast) {
 }
 
 TEST_F(HistoryCommands, LabelsThatMeanSomethingElseAreRefused) {
-    for (const std::string &label : Kinds{"7", "running", "last", "a\nb", std::string(65, 'x')}) {
+    for (const std::string &label : Kinds{"", "7", "running", "last", "a\nb", std::string(65, 'x')}) {
         EXPECT_EQ(aaactl({"commit", label}).status, 2) << label;
     }
+    EXPECT_EQ(aaactl({"load", "--label", "", "-"}, limit(1)).status, 2);
+    EXPECT_EQ(aaactl({"rollback", "--label", "", "1"}).status, 2);
+    EXPECT_EQ(shown(), "end\n");
     EXPECT_EQ(aaactl({"commit", "x", "--confirm", "0"}).status, 2);
     EXPECT_EQ(aaactl({"commit", "x", "-m", "bell \a"}).status, 2);
     EXPECT_EQ(kinds(), Kinds{});
@@ -196,6 +199,68 @@ TEST_F(HistoryCommands, WhileACommitWaitsOthersAreRefusedByName) {
     load(limit(3));  // what needs no commit is not hindered
 }
 
+TEST_F(HistoryCommands, ChangesWhileACommitWaitsSayThatTheyGoBackToo) {
+    load(limit(1));
+    done({"commit", "base"});
+    const std::vector<std::vector<std::string>> all = {
+        {"load", "-"},
+        {"sg", "add", "radius", "corp", "192.0.2.1"},
+        {"mlist", "set", "authentication", "login", "default", "group:corp", "local"},
+        {"sysdb", "set", "/cfg/gl/aaa/history/commits", "--type", "u32", "60"},
+        {"sysdb", "del", "/cfg/gl/aaa/history/commits"},
+        {"mlist", "del", "authentication", "login", "default"},
+        {"sg", "del", "radius", "corp"},
+    };
+    for (const bool waits : {false, true}) {
+        if (waits) {
+            done({"commit", "risky", "--confirm", "5"});
+        }
+        for (const std::vector<std::string> &words : all) {
+            const auto run = aaactl(words, limit(waits ? 3 : 2));
+            EXPECT_EQ(run.status, 0) << words[1] << run.err;
+            EXPECT_EQ(contains(run.err, "commit 2 (risky) of "), waits) << words[1] << run.err;
+            EXPECT_EQ(contains(run.err, "this change is taken back too"), waits) << words[1] << run.err;
+        }
+    }
+    EXPECT_EQ(aaactl({"load", "-"}, limit(3)).err, "") << "nothing was changed";
+    EXPECT_EQ(aaactl({"sysdb", "set", "/cfg/site", "--type", "u32", "1"}).err, "")
+        << "commits do not have it";
+}
+
+TEST_F(HistoryCommands, ALoadThatOpensLoginsSaysSo) {
+    const std::string text = "aaa authentication login default none\n";
+    for (const std::vector<std::string> &words :
+         {std::vector<std::string>{"load", "--dry-run", "-"}, {"load", "-"}}) {
+        const auto run = aaactl(words, text);
+        EXPECT_EQ(run.status, 0);
+        EXPECT_TRUE(contains(run.err, "/cfg/gl/aaa/authentication/login/default: ")) << run.err;
+        EXPECT_TRUE(contains(run.err, "\"local\" asks for one")) << run.err;
+    }
+    EXPECT_EQ(aaactl({"load", "-"}, text).err, "") << "it was so before";
+}
+
+TEST_F(HistoryCommands, WhenTheOutputIsLostTheChangeIsSaidToBeStored) {
+    const std::string file = dir().write("text", limit(7));
+    for (const std::vector<std::string> &words :
+         {std::vector<std::string>{"load", file},
+          {"commit", "first"},
+          {"mlist", "set", "authentication", "login", "default", "local"},
+          {"sg", "add", "radius", "corp", "192.0.2.1"},
+          {"rollback", "first"},
+          {"sysdb", "del", "-r", "/cfg/gl/aaa/site/"}}) {
+        Started run(words, Started::On::full_disk);
+        EXPECT_EQ(run.wait(), words[0] == "sysdb" ? 0 : 6) << words[0];
+        EXPECT_EQ(contains(run.shown(), "; the change is stored"), words[0] != "sysdb") << run.shown();
+    }
+    EXPECT_EQ(kinds().size(), 3u);
+    for (const std::vector<std::string> &words :
+         {std::vector<std::string>{"history"}, {"rollback", "--dry-run", "1"}, {"load", "--dry-run", file}}) {
+        Started run(words, Started::On::full_disk);
+        EXPECT_EQ(run.wait(), 6) << words[0];
+        EXPECT_FALSE(contains(run.shown(), "is stored")) << run.shown();
+    }
+}
+
 TEST_F(HistoryCommands, CancelGoesBackAndLosesNothing) {
     load(limit(1));
     done({"commit", "base"});
@@ -216,7 +281,9 @@ TEST_F(HistoryCommands, TheFirstCommitHasNothingToGoBackTo) {
     EXPECT_TRUE(contains(run.err, "no earlier commit")) << run.err;
     EXPECT_EQ(kinds(), Kinds{});
     // A load has: the state before it.
-    done({"load", "--confirm", "5", "-"}, limit(2));
+    const auto loaded = aaactl({"load", "--confirm", "5", "-"}, limit(2));
+    EXPECT_EQ(loaded.status, 0);
+    EXPECT_TRUE(contains(loaded.err, "neither aaad nor \"aaactl watch-confirm\" runs")) << loaded.err;
     done({"cancel"});
     EXPECT_EQ(shown(), "end\n");
 }

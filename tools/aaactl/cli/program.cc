@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "cli/commands.hpp"
+#include "cli/stored.hpp"
 #include "cli/suggestion.hpp"
 #include "cli/version.hpp"
 
@@ -167,8 +168,10 @@ std::string without_keys(std::string why, const Command &root, const Command &ke
 ExitCode flushed(ExitCode code) {
     const bool cut = std::fflush(stdout) != 0;
     if (cut || std::ferror(stdout) != 0) {
-        std::fprintf(stderr, "aaactl: standard output: %s\n",
-                     cut ? std::strerror(errno) : "cannot be written");
+        const bool done = code == ExitCode::ok || code == ExitCode::negative;
+        std::fprintf(stderr, "aaactl: standard output: %s%s\n",
+                     cut ? std::strerror(errno) : "cannot be written",
+                     done && change_is_stored() ? "; the change is stored" : "");
         return code == ExitCode::ok || code == ExitCode::negative ? ExitCode::failed : code;
     }
     return code;

@@ -21,7 +21,14 @@ bool is_control(unsigned char c) {
 
 void add_commit_options(Command &command, CommitOptions &options, bool label) {
     if (label) {
-        command.option("--label", options.label, "A name for the commit, by which it can be found again")
+        command
+            .option(
+                "--label",
+                [&options](const std::string &word) {
+                    options.label = word;
+                    options.has_label = true;
+                },
+                "A name for the commit, by which it can be found again")
             .type("LABEL");
     }
     command.option("-m,--message", options.message, "What was changed, and why").type("MESSAGE");
@@ -34,6 +41,9 @@ void add_commit_options(Command &command, CommitOptions &options, bool label) {
 
 void check_commit_options(const CommitOptions &options) {
     const std::string &label = options.label;
+    if (options.has_label && label.empty()) {
+        throw Failure(ExitCode::usage, kEmptyLabel);
+    }
     if (label.size() > kLongestLabel) {
         throw Failure(ExitCode::usage, "the label is longer than " + std::to_string(kLongestLabel) +
                                            " bytes; use -m for a text");

@@ -13,6 +13,7 @@ namespace aaactl {
 
 struct CommitOptions {
     std::string label;
+    bool has_label = false;  // --label was given
     std::string message;
     uint32_t minutes = 0;  // 0: it needs no confirmation
 
@@ -22,7 +23,9 @@ struct CommitOptions {
 // --label, unless the command takes the label as its argument, --message and --confirm.
 void add_commit_options(Command &command, CommitOptions &options, bool label = true);
 
-// Failure(usage) for a label that names a commit by other means, or has hidden characters.
+inline constexpr char kEmptyLabel[] = "the label is empty; give the commit a name, such as before-upgrade";
+
+// Failure(usage) for an empty label, or a label that names a commit by other means, or has hidden characters.
 void check_commit_options(const CommitOptions &options);
 
 }  // namespace aaactl

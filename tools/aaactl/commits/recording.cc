@@ -2,6 +2,9 @@
 
 #include "commits/recording.hpp"
 
+#include "cli/stored.hpp"
+#include "cli/suggestion.hpp"
+#include "store/presence.hpp"
 #include "store/watcher.hpp"
 
 namespace aaactl {
@@ -57,16 +60,38 @@ std::string commit_text(const history::Commit &commit) {
            (commit.label.empty() ? "" : " (" + escaped(commit.label) + ")");
 }
 
+std::string deletion_of_record(const std::string &path) {
+    return "\"aaactl sysdb del --force -r " + shell_word(escaped(path.substr(0, path.rfind('/') + 1))) + "\"";
+}
+
+void change_history(const history::Store &store, const history::Make &make) {
+    bool any = false;
+    history::change(store, [&](const history::Head &head, history::Changes &changes) {
+        make(head, changes);
+        any = !changes.empty();
+    });
+    change_is_stored() = change_is_stored() || any;
+}
+
+namespace {
+
+// "commit 7 (risky) of alice"
+std::string waiting_text(const history::Store &store, const history::Waiting &waiting) {
+    try {
+        const history::Commit commit = store.commit(waiting.commit);
+        return commit_text(commit) + " of " + escaped(commit.author.name());
+    } catch (const history::Error &) {  // its number says enough
+        return "commit " + std::to_string(waiting.commit);
+    }
+}
+
+}  // namespace
+
 void refuse_while_waiting(const history::Store &store, const history::Head &head) {
     if (!head.waiting) {
         return;
     }
-    std::string what = "commit " + std::to_string(head.waiting->commit);
-    try {
-        const history::Commit commit = store.commit(head.waiting->commit);
-        what = commit_text(commit) + " of " + escaped(commit.author.name());
-    } catch (const history::Error &) {  // its number says enough
-    }
+    const std::string what = waiting_text(store, *head.waiting);
     const auto left = history::left(head.waiting->deadline, history::system_now());
     const std::string until = history::time_text(head.waiting->deadline.wall);
     throw Failure(ExitCode::negative,
@@ -79,9 +104,27 @@ void refuse_while_waiting(const history::Store &store, const history::Head &head
                             "again");
 }
 
+void note_goes_back_too(Output &out, Database &database) {
+    try {
+        const history::Store store = store_of(database);
+        if (const auto waiting = store.head().waiting) {
+            out.note("aaactl: " + waiting_text(store, *waiting) + " waits for its confirmation until " +
+                     history::time_text(waiting->deadline.wall) +
+                     "; without it this change is taken back too. To keep both, run \"aaactl confirm\"");
+        }
+    } catch (const history::Error &) {  // the change is made; "history" and "lint" name what is damaged
+    }
+}
+
 Recorded record(history::Writing &writing, const history::Head &head, history::Kind kind,
                 const CommitOptions &options, const history::State &before, const history::State &after,
                 uint32_t target) {
+    if (!before.of_one_moment) {
+        throw Failure(
+            ExitCode::unavailable,
+            "the configuration was changed again and again while it was read, so no state of it can "
+            "be recorded; try again when the other changes are made");
+    }
     Recorded recorded;
     const history::Now now = history::system_now();
     history::Commit commit;
@@ -113,13 +156,20 @@ Recorded record(history::Writing &writing, const history::Head &head, history::K
     return recorded;
 }
 
-Recorded record_change(Database &database, history::Kind kind, const CommitOptions &options,
-                       const history::State &before, const history::State &after, Changes &changes,
-                       uint32_t target) {
+history::Head head_for_commit(Database &database) {
     return with_history([&] {
         const history::Store store = store_of(database);
         const history::Head head = store.head();
         refuse_while_waiting(store, head);
+        return head;
+    });
+}
+
+Recorded record_change(Database &database, const history::Head &head, history::Kind kind,
+                       const CommitOptions &options, const history::State &before,
+                       const history::State &after, Changes &changes, uint32_t target) {
+    return with_history([&] {
+        const history::Store store = store_of(database);
         history::Writing writing(store, head);
         const Recorded recorded = record(writing, head, kind, options, before, after, target);
         append(writing.finish(), changes);
@@ -151,6 +201,14 @@ void print_recorded(Output &out, const Recorded &recorded) {
     if (recorded.deadline) {
         out.line("run \"aaactl confirm\" until " + history::time_text(recorded.deadline->wall) +
                  " to keep it; otherwise the state before is in force again");
+    }
+}
+
+void note_no_watcher(Output &out, Database &database, const Recorded &recorded) {
+    if (recorded.deadline && !history::is_watched(database.connection(history::kPresenceTree))) {
+        out.note(
+            "aaactl: neither aaad nor \"aaactl watch-confirm\" runs, so nothing would go back; start one of "
+            "them");
     }
 }
 

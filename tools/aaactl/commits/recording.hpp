@@ -40,6 +40,17 @@ std::map<std::string, Item> items_of(const history::Items &items);
 // "commit 7 (before-upgrade)"
 std::string commit_text(const history::Commit &commit);
 
+// As history::change(), for commands.
+void change_history(const history::Store &store, const history::Make &make);
+
+// After a change without a commit: a note while a commit waits, because going back takes this change back
+// too.
+void note_goes_back_too(Output &out, Database &database);
+
+inline constexpr char kHistoryHead[] = "/cfg/.history/head";
+// The command that deletes the commit with this record, ".../commit/0x1/record", and no other.
+std::string deletion_of_record(const std::string &path);
+
 // Failure(negative) while another commit waits for its confirmation: names its author, and what to do.
 void refuse_while_waiting(const history::Store &store, const history::Head &head);
 
@@ -50,19 +61,25 @@ struct Recorded {
 };
 // A commit of `after`. Changes between the last commit and `before` become one of their own. With minutes
 // in the options the commit waits, and the state before it is in force again unless it is confirmed.
-// `target` is the commit whose state it is, of a rollback.
+// `target` is the commit whose state it is, of a rollback. Failure for a `before` that is not of one moment.
 Recorded record(history::Writing &writing, const history::Head &head, history::Kind kind,
                 const CommitOptions &options, const history::State &before, const history::State &after,
                 uint32_t target = 0);
-// The same for a change of the database that is made as one with its commit.
-Recorded record_change(Database &database, history::Kind kind, const CommitOptions &options,
-                       const history::State &before, const history::State &after, Changes &changes,
-                       uint32_t target = 0);
+// The head on which a change with its own commit is made. It is read before the state that the change is
+// made from: then the state belongs to that head or to a later one, and a later one is a conflict.
+// Failure(negative) while another commit waits.
+history::Head head_for_commit(Database &database);
+// The same as record() for a change of the database that is made as one with its commit.
+Recorded record_change(Database &database, const history::Head &head, history::Kind kind,
+                       const CommitOptions &options, const history::State &before,
+                       const history::State &after, Changes &changes, uint32_t target = 0);
 void append(const history::Changes &more, Changes &changes);
 
 // Members "commit", "outside" and "confirm_until" of the command's document.
 void add_recorded(Json &document, const Recorded &recorded);
 // "commit 7", or "commit 7; ... commit 6". A line on how to confirm it follows.
 void print_recorded(Output &out, const Recorded &recorded);
+// A commit that waits is reverted by aaad or watch-confirm: when neither runs, nothing reverts it.
+void note_no_watcher(Output &out, Database &database, const Recorded &recorded);
 
 }  // namespace aaactl

@@ -10,6 +10,7 @@
 #include "aaa/names.h"
 #include "cli/commands.hpp"
 #include "cli/suggestion.hpp"
+#include "commits/damage.hpp"
 #include "config/advice.hpp"
 #include "config/checks.hpp"
 #include "config/lookup.hpp"
@@ -40,6 +41,7 @@ class Lint {
         stale_numbers();
         check_lines(database_, findings_);
         check_items(database_, findings_);
+        history();
         return std::move(findings_);
     }
 
@@ -108,6 +110,13 @@ class Lint {
             findings_.push_back({Severity::warning, "stale-number", number_path(group),
                                  "a number is published for a group that is not configured",
                                  change_group("remove it", "del", group)});
+        }
+    }
+
+    void history() {
+        for (const Damage &damage : history_damage(database_)) {
+            findings_.push_back({damage.stops_commits ? Severity::error : Severity::warning,
+                                 "damaged-history", damage.path, damage.text, damage.remedy});
         }
     }
 

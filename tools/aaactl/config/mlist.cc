@@ -8,6 +8,7 @@
 #include "aaa/names.h"
 #include "cli/commands.hpp"
 #include "cli/suggestion.hpp"
+#include "commits/recording.hpp"
 #include "config/method_lists.hpp"
 #include "dictionary/enum_words.hpp"
 
@@ -239,6 +240,7 @@ ExitCode set(Output &out, const ListOptions &options) {
         out.note("aaactl: " + escaped(list.path()) + ": " + open + "; \"local\" asks for one");
     }
     out.result(list_json(list), [&] { out.line(list.path() + ": " + methods_text(out, list)); });
+    note_goes_back_too(out, database);
     return ExitCode::ok;
 }
 
@@ -271,6 +273,7 @@ ExitCode del(Output &out, const ListOptions &options) {
                 {"name", escaped(options.name)},
                 {"deleted", true}},
                [] {});
+    note_goes_back_too(out, database);
     return ExitCode::ok;
 }
 

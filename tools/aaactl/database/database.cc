@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "cli/stored.hpp"
 #include "platform/cerr.h"
 #include "platform/control.h"
 #include "platform/sysdb_changes.h"
@@ -255,6 +256,7 @@ void Database::set(const std::string &path, const Item &item) {
     if (rc != 0) {
         throw database_failure(path, rc);
     }
+    change_is_stored() = true;
 }
 
 // All that the tree lists, as one change.
@@ -270,6 +272,7 @@ bool Database::remove_visible() {
     if (rc != 0) {
         throw database_failure(kTrees[0], rc);
     }
+    change_is_stored() = change_is_stored() || !all.empty();
     return !all.empty();
 }
 
@@ -282,6 +285,7 @@ bool Database::remove(const std::string &path) {
     if (rc != 0 && rc != SYSDB_ERR_NOT_FOUND) {
         throw database_failure(path, rc);
     }
+    change_is_stored() = change_is_stored() || rc == 0;
     return rc == 0;
 }
 
@@ -361,6 +365,12 @@ void Database::walk(const std::string &directory,
 
 bool is_hidden(std::string_view path) {
     return path.starts_with(kTrees[0]) && path.substr(kTrees[0].size()).starts_with(kHiddenEntry);
+}
+
+std::string hidden_fault(const std::string &path) {
+    return is_hidden(path.ends_with('/') ? path : path + "/")
+               ? "the history of the configuration, which commit, rollback, confirm and cancel write"
+               : "";
 }
 
 std::string directory_path(const std::string &path, bool root) {

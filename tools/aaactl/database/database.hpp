@@ -108,6 +108,9 @@ class Database {
 
 // Whether it is one of the directories that are hidden, or below.
 bool is_hidden(std::string_view path);
+// "", or why a command refuses to change the item or the directory without --force: commands of their own
+// write what is hidden, and a wrong item there can cost the records.
+std::string hidden_fault(const std::string &path);
 
 // The path of a directory: absolute, with a trailing '/'. Failure(usage) for a path outside of /cfg/ and
 // /oper/; "/" is accepted only with `root`.

@@ -44,11 +44,16 @@ class ChangeWatch {
 
 }  // namespace
 
-Dump read_snapshot(Output &out, Database &database, const std::string &directory, bool secrets) {
+Dump read_snapshot(Output &out, Database &database, const std::string &directory, bool secrets,
+                   bool *of_one_moment) {
     ChangeWatch watch(database, directory);
     for (int attempt = 1;; ++attempt) {
         Dump dump = read_database(out, database, directory, secrets);
-        if (!watch.changed()) {
+        const bool changed = watch.changed();
+        if (of_one_moment != nullptr) {
+            *of_one_moment = !changed;
+        }
+        if (!changed || (attempt == kAttempts && of_one_moment != nullptr)) {
             return dump;
         }
         if (attempt == kAttempts) {

@@ -12,6 +12,8 @@ namespace aaactl {
 
 // As read_database(), repeated while the directory changes; a note says so if the changes do not end. A user
 // who may not watch the database, because the watch cannot be stored in its directory, reads it once.
-Dump read_snapshot(Output &out, Database &database, const std::string &directory, bool secrets);
+// With `of_one_moment` that is false then, and there is no note.
+Dump read_snapshot(Output &out, Database &database, const std::string &directory, bool secrets,
+                   bool *of_one_moment = nullptr);
 
 }  // namespace aaactl

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include "cli/stored.hpp"
+
 namespace aaactl {
 
 cerrno Changes::apply(Database &database, const std::string &directory, size_t &failed) const {
@@ -19,6 +21,7 @@ cerrno Changes::apply(Database &database, const std::string &directory, size_t &
     const cerrno rc = sysdb_apply(database.connection(directory), records.data(),
                                   static_cast<uint32_t>(records.size()), &refused);
     failed = refused;
+    change_is_stored() = change_is_stored() || rc == 0;
     return rc;
 }
 

@@ -12,6 +12,7 @@
 #include "aaa/result_codes.h"
 #include "aaa/server_groups.h"
 #include "cli/suggestion.hpp"
+#include "commits/recording.hpp"
 #include "config/advice.hpp"
 #include "config/server_keys.hpp"
 #include "database/sysdb_apply.hpp"
@@ -210,6 +211,7 @@ ExitCode add(Output &out, const GroupOptions &options) {
         out.line(options.protocol + " " + escaped(options.name) + " " + std::to_string(number) + ": " +
                  servers_text(group));
     });
+    note_goes_back_too(out, database);
     return ExitCode::ok;
 }
 

@@ -10,6 +10,7 @@
 #include "aaa/result_codes.h"
 #include "aaa/server_groups.h"
 #include "cli/suggestion.hpp"
+#include "commits/recording.hpp"
 #include "config/lookup.hpp"
 #include "config/method_lists.hpp"
 #include "config/server_keys.hpp"
@@ -212,6 +213,7 @@ ExitCode remove(Output &out, const GroupOptions &options) {
     }
     const auto left = read_group(database, group->protocol, group->name);
     out.result({{"deleted", true}, {"group", left ? group_json(database, *left) : Json()}}, [] {});
+    note_goes_back_too(out, database);
     return ExitCode::ok;
 }
 

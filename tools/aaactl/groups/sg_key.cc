@@ -8,6 +8,7 @@
 
 #include "aaa/names.h"
 #include "cli/suggestion.hpp"
+#include "commits/recording.hpp"
 #include "config/server_keys.hpp"
 #include "groups/sg.hpp"
 #include "keys/key.hpp"
@@ -89,6 +90,7 @@ ExitCode store_key(Output &out, const KeyOptions &options) {
                                 generation_text(*sealed_generation(sealed)) + ": " + escaped(path));
                    }
                });
+    note_goes_back_too(out, database);
     return ExitCode::ok;
 }
 

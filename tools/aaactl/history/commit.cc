@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "cli/commands.hpp"
+#include "cli/stored.hpp"
 #include "history/reference.hpp"
 #include "history/watchers.hpp"
 #include "running_config/numbers.hpp"
@@ -17,12 +18,15 @@ namespace {
 
 ExitCode commit(Output &out, const CommitOptions &options) {
     check_commit_options(options);
+    if (options.label.empty()) {
+        throw Failure(ExitCode::usage, kEmptyLabel);
+    }
     Database database;
     const history::Store store = store_of(database);
     Recorded recorded;
     size_t left_out = 0;
     with_history([&] {
-        history::change(store, [&](const history::Head &head, history::Changes &changes) {
+        change_history(store, [&](const history::Head &head, history::Changes &changes) {
             refuse_while_waiting(store, head);
             const history::State state = history::read_state(store.connection(), history::kConfiguration);
             left_out = state.unreadable.size();
@@ -50,7 +54,7 @@ ExitCode confirm(Output &out) {
     const history::Store store = store_of(database);
     uint32_t number = 0;
     with_history([&] {
-        history::change(store, [&](const history::Head &head, history::Changes &changes) {
+        change_history(store, [&](const history::Head &head, history::Changes &changes) {
             if (!head.waiting) {
                 throw nothing_waits();
             }
@@ -89,6 +93,7 @@ ExitCode cancel(Output &out) {
         const Items before = items_of(history::read_state(store.connection(), history::kConfiguration).items);
         const auto done = history::revert(store, head.waiting->commit, history::caller(), "canceled",
                                           history::system_now());
+        change_is_stored() = done.has_value();
         if (!done) {
             throw Failure(ExitCode::negative,
                           "commit " + std::to_string(head.waiting->commit) +

@@ -45,7 +45,9 @@ void add_diff(Command root) {
     auto options = std::make_shared<DiffOptions>();
     Command sub = root.command("diff", "Compare two commits, or a commit with the running configuration",
                                [options](Output &out) { return diff(out, *options); });
-    sub.option("REV", options->from, "The commit before: its number or label, or \"last\" (default: last)");
+    sub.option(
+        "REV", options->from,
+        "The commit before: its number, its label (the newest that has it), or \"last\" (default: last)");
     sub.option("OTHER", options->to, "The one after; \"running\" is what is stored now (default: running)");
     sub.footer(
         "\"-\" is a line of the first only, \"+\" one of the second only; lines of a server group follow the "

@@ -28,6 +28,8 @@ struct EditOptions {
     bool force = false;
 };
 
+constexpr int kAttempts = 100;  // each time another process has made a commit
+
 constexpr char kIntroduction[] =
     "! The running configuration. Save the text and leave the editor to check and commit it; an unchanged or "
     "empty\n! text changes nothing. The last line is \"end\".\n";
@@ -119,7 +121,9 @@ class Editing {
             try {
                 const Statements statements = parse(text);
                 const Plan plan = make_plan(out_, database_, plan_options_, statements);
-                check_meanwhile(plan);
+                if (const auto path = changed_meanwhile(plan)) {
+                    throw meanwhile(*path);
+                }
                 verify_groups(out_, plan, statements);
                 const auto changes = line_changes(out_, plan.before, plan.after.items);
                 if (changes.empty()) {
@@ -131,7 +135,7 @@ class Editing {
                     case Answer::no:
                         throw kept(ExitCode::negative, "nothing was changed");
                     case Answer::yes:
-                        return commit(statements, plan, changes);
+                        return commit(statements, changes);
                 }
             } catch (const Wrong &wrong) {
                 ask_again(wrong, text);
@@ -188,16 +192,16 @@ class Editing {
         }
     }
 
-    void check_meanwhile(const Plan &plan) {
+    std::optional<std::string> changed_meanwhile(const Plan &plan) const {
         const auto differs =
             std::mismatch(plan.before.begin(), plan.before.end(), opened_.items.begin(), opened_.items.end());
         if (differs.first == plan.before.end() && differs.second == opened_.items.end()) {
-            return;
+            return std::nullopt;
         }
         const bool is_new =
             differs.second == opened_.items.end() ||
             (differs.first != plan.before.end() && differs.first->first < differs.second->first);
-        throw meanwhile(is_new ? differs.first->first : differs.second->first);
+        return is_new ? differs.first->first : differs.second->first;
     }
 
     Failure meanwhile(const std::string &path) {
@@ -252,21 +256,42 @@ class Editing {
         file_.write(marked(text, wrong.message));
     }
 
-    ExitCode commit(const Statements &statements, const Plan &plan, const std::vector<LineChange> &changes) {
+    struct Stored {
         Recorded recorded;
-        const auto add = [&](Changes &all) {
-            recorded = record_change(database_, history::Kind::edit, options_.commit, plan.state_before(),
-                                     plan.state_after(), all);
-        };
-        cerrno rc = 0;
+        std::optional<std::string> meanwhile;  // nothing is stored: another process has changed this path
+    };
+    // The head of the history belongs to the state that the change is made from, so both are read again after
+    // the question, and after a conflict.
+    Stored store(const Statements &statements) {
+        for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+            const history::Head head = head_for_commit(database_);
+            const Plan plan = make_plan(out_, database_, plan_options_, statements);
+            if (auto path = changed_meanwhile(plan)) {
+                return {{}, std::move(path)};
+            }
+            Recorded recorded;
+            const auto add = [&](Changes &all) {
+                recorded = record_change(database_, head, history::Kind::edit, options_.commit,
+                                         plan.state_before(), plan.state_after(), all);
+            };
+            if (store_plan(out_, database_, plan_options_, statements, plan, add) == 0) {
+                return {recorded, std::nullopt};
+            }
+        }
+        return {{}, kConfigRoot};
+    }
+
+    ExitCode commit(const Statements &statements, const std::vector<LineChange> &changes) {
+        Stored stored;
         try {
-            rc = store_plan(out_, database_, plan_options_, statements, plan, add);
+            stored = store(statements);
         } catch (const Failure &failure) {
             throw kept(failure.code(), followed_by(failure.what(), "nothing was changed"));
         }
-        if (rc != 0) {
-            throw meanwhile(kConfigRoot);
+        if (stored.meanwhile) {
+            throw meanwhile(*stored.meanwhile);
         }
+        const Recorded &recorded = stored.recorded;
         Json document = {{"changed", true}, {"lines", line_changes_json(changes)}};
         add_recorded(document, recorded);
         out_.result(document, [&] { print_recorded(out_, recorded); });

@@ -81,8 +81,13 @@ ExitCode list(Output &out, uint32_t most) {
                           : ", then commit " + std::to_string(head.waiting->base) + " is in force again")));
         }
     });
+    if (head.rebuilt) {
+        out.note(std::string("aaactl: ") + kHistoryHead +
+                 ": it is damaged or missing, and is made again from the commits by the next one");
+    }
     for (const std::string &path : damaged) {
-        out.note("aaactl: " + escaped(path) + ": it is not a record of a commit");
+        out.note("aaactl: " + escaped(path) + ": it is not a record of a commit; " +
+                 deletion_of_record(path) + " deletes that commit only");
     }
     return damaged.empty() ? ExitCode::ok : ExitCode::bad_input;
 }

@@ -14,7 +14,8 @@
 namespace aaactl {
 
 // Text for the help of commands that take one.
-inline constexpr char kReferenceHelp[] = "A commit: its number or label, or \"last\"";
+inline constexpr char kReferenceHelp[] =
+    "A commit: its number, its label (the newest that has it), or \"last\"";
 
 // Failure(not_found) for a commit that does not exist, or no longer.
 history::Commit find_commit(const history::Store &store, const std::string &word);

@@ -29,7 +29,7 @@ Outcome roll_back(const history::Store &store, const RollbackOptions &options,
     Outcome outcome;
     outcome.wanted = with_history([&] { return store.items(target); });
     with_history([&] {
-        history::change(store, [&](const history::Head &head, history::Changes &changes) {
+        change_history(store, [&](const history::Head &head, history::Changes &changes) {
             refuse_while_waiting(store, head);
             const history::State now = history::read_state(store.connection(), history::kConfiguration);
             outcome.before = items_of(now.items);

@@ -3,7 +3,6 @@
 #include "history/watchers.hpp"
 
 #include "running_config/numbers.hpp"
-#include "store/presence.hpp"
 
 namespace aaactl {
 
@@ -11,14 +10,6 @@ void note_left_out(Output &out, size_t count) {
     if (count != 0) {
         out.note("aaactl: items that cannot be read are not in the commit: " + std::to_string(count) +
                  "; \"aaactl lint\" names them");
-    }
-}
-
-void note_no_watcher(Output &out, Database &database, const Recorded &recorded) {
-    if (recorded.deadline && !history::is_watched(database.connection(history::kPresenceTree))) {
-        out.note(
-            "aaactl: neither aaad nor \"aaactl watch-confirm\" runs, so nothing would go back; start one of "
-            "them");
     }
 }
 

@@ -11,8 +11,6 @@ namespace aaactl {
 
 // Items that could not be read are in no commit.
 void note_left_out(Output &out, size_t count);
-// A commit that waits is reverted by aaad or watch-confirm: when neither runs, nothing reverts it.
-void note_no_watcher(Output &out, Database &database, const Recorded &recorded);
 // The numbers of groups, after the configuration has gone from one state to another.
 void settle_numbers(Output &out, Database &database, const Items &before, const Items &after);
 

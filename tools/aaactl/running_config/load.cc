@@ -9,6 +9,7 @@
 #include "cli/commands.hpp"
 #include "cli/suggestion.hpp"
 #include "commits/commit_options.hpp"
+#include "config/method_lists.hpp"
 #include "platform/cerr.h"
 #include "running_config/plan.hpp"
 
@@ -22,7 +23,7 @@ struct LoadOptions {
     CommitOptions commit;
 };
 
-constexpr int kAttempts = 10;  // when others change the same items meanwhile
+constexpr int kAttempts = 100;  // each time another process has made its change
 
 struct Loaded {
     Plan plan;
@@ -41,18 +42,20 @@ std::string command_of(const LoadOptions &options) {
            shell_word(options.file);
 }
 
-Loaded load_statements(Output &out, const LoadOptions &options, const Statements &statements) {
+Loaded load_statements(Output &out, const LoadOptions &options, const Statements &statements,
+                       Database &database) {
     PlanOptions how = options.plan;
     how.again = command_of(options);
-    Database database;
     for (int attempt = 1;; ++attempt) {
+        const bool commits = options.commit.given() && !options.dry_run;
+        const history::Head head = commits ? head_for_commit(database) : history::Head{};
         Loaded loaded{make_plan(out, database, how, statements), std::nullopt};
         verify_groups(out, loaded.plan, statements);
         const auto record = [&](Changes &changes) {
-            if (options.commit.given()) {
+            if (commits) {
                 loaded.recorded =
-                    record_change(database, history::Kind::load, options.commit, loaded.plan.state_before(),
-                                  loaded.plan.state_after(), changes);
+                    record_change(database, head, history::Kind::load, options.commit,
+                                  loaded.plan.state_before(), loaded.plan.state_after(), changes);
             }
         };
         const cerrno rc =
@@ -100,6 +103,23 @@ void check_is_whole(const LoadOptions &options, const std::string &text) {
     }
 }
 
+// Of lists that the text changes: "mlist set" and "edit" say the same.
+void note_open_logins(Output &out, const Plan &plan) {
+    const std::string logins = list_path("authentication", "login", "");
+    Database database(Database::Use::reading);
+    database.pretend(kConfigRoot, plan.after.items);
+    for (const Difference &difference : plan.differences) {
+        if (difference.dump == nullptr || !difference.dump->path.starts_with(logins)) {
+            continue;
+        }
+        const auto list =
+            find_list(database, "authentication", "login", difference.dump->path.substr(logins.size()));
+        if (const std::string open = list ? open_login_text(*list) : ""; !open.empty()) {
+            out.note("aaactl: " + escaped(difference.dump->path) + ": " + open + "; \"local\" asks for one");
+        }
+    }
+}
+
 ExitCode load(Output &out, const LoadOptions &options) {
     check_commit_options(options.commit);
     if (options.dry_run && options.commit.given()) {
@@ -110,7 +130,8 @@ ExitCode load(Output &out, const LoadOptions &options) {
         const std::string text = read_whole_file(options.file);
         const Statements statements = parse_statements(text);
         check_is_whole(options, text);
-        const Loaded loaded = load_statements(out, options, statements);
+        Database database;
+        const Loaded loaded = load_statements(out, options, statements, database);
         const Plan &plan = loaded.plan;
         const auto created = static_cast<size_t>(
             std::count_if(plan.differences.begin(), plan.differences.end(),
@@ -130,6 +151,12 @@ ExitCode load(Output &out, const LoadOptions &options) {
                 print_recorded(out, *loaded.recorded);
             }
         });
+        note_open_logins(out, plan);
+        if (loaded.recorded) {
+            note_no_watcher(out, database, *loaded.recorded);
+        } else if (!options.dry_run && !plan.differences.empty()) {
+            note_goes_back_too(out, database);
+        }
     } catch (const Failure &failure) {
         throw Failure(failure.code(), followed_by(name + ": " + failure.what(), "nothing was changed"));
     }

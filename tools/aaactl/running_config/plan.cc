@@ -7,6 +7,7 @@
 #include "aaa/server_groups.h"
 #include "cli/end_signals.hpp"
 #include "config/groups.hpp"
+#include "database/snapshot.hpp"
 #include "keys/sealed_keys.hpp"
 #include "running_config/stored.hpp"
 
@@ -141,7 +142,9 @@ Failure refused(const Statements &statements, const std::string &path, cerrno rc
 }  // namespace
 
 history::State Plan::state_before() const {
-    return state_of(before, unreadable);
+    history::State state = state_of(before, unreadable);
+    state.of_one_moment = of_one_moment;
+    return state;
 }
 
 history::State Plan::state_after() const {
@@ -152,7 +155,7 @@ history::State Plan::state_after() const {
 
 Plan make_plan(Output &out, Database &database, const PlanOptions &options, const Statements &statements) {
     Plan plan;
-    plan.stored = read_database(out, database, kConfigRoot, true);
+    plan.stored = read_snapshot(out, database, kConfigRoot, true, &plan.of_one_moment);
     out.end_progress();
     for (const DumpItem &item : plan.stored.items) {
         if (item.fault.empty()) {

@@ -32,6 +32,7 @@ struct Plan {
     Dump wanted;
     std::vector<Difference> differences;
     GroupChanges groups;
+    bool of_one_moment = true;  // false: the items changed each time they were read
 
     // The same for the history.
     history::State state_before() const;

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "cli/secret_input.hpp"
+#include "commits/recording.hpp"
 #include "config/groups.hpp"
 #include "database/schema.hpp"
 #include "database/secret_values.hpp"
@@ -108,8 +109,12 @@ void check_schema(Database &database, const SetOptions &options, const Item &ite
     if (options.force) {
         return;
     }
-    std::string fault = schema_fault(options.path, item);
-    ExitCode code = ExitCode::bad_input;
+    ExitCode code = ExitCode::negative;
+    std::string fault = hidden_fault(options.path);
+    if (fault.empty()) {
+        fault = schema_fault(options.path, item);
+        code = ExitCode::bad_input;
+    }
     if (fault.empty() && options.path.starts_with(kConfigRoot)) {
         fault = reference_fault(options.path, item, config_paths(database));
         code = ExitCode::negative;
@@ -132,6 +137,9 @@ ExitCode set(Output &out, const SetOptions &options) {
     check_schema(database, options, item);
     database.set(options.path, item);
     out.result(item_json(out, options.path, item), [] {});
+    if (options.path.starts_with(kConfigRoot)) {
+        note_goes_back_too(out, database);
+    }
     return ExitCode::ok;
 }
 
@@ -148,9 +156,11 @@ void add_set(Command sysdb) {
         .type("TYPE");
     sub.flag("--allow-secret-argument", options->allow_secret,
              "Take the value of a key or password from the command line");
-    sub.flag("--force", options->force, "Store what the AAA service does not read at this path, too");
+    sub.flag("--force", options->force,
+             "Store what the AAA service does not read at this path, too, and in the history");
     sub.footer(
-        "Below /cfg/gl/aaa/ only what sysdb(5) describes is stored, unless --force.\n"
+        "Below /cfg/gl/aaa/ only what sysdb(5) describes is stored, and nothing below /cfg/.history/, unless "
+        "--force.\n"
         "JSON: as in \"sysdb get\"\n"
         "Examples: aaactl sysdb set /cfg/site/name --type string 'Building 4'\n"
         "          aaactl sysdb set /cfg/gl/aaa/authentication/login/default --type tuple "
@@ -160,10 +170,26 @@ void add_set(Command sysdb) {
 
 // ---- del
 
-ExitCode del(Output &out, const std::string &path, bool recursive) {
+// The commit that waits for its confirmation; 0: none.
+uint32_t waiting_commit(Database &database) {
+    try {
+        const auto waiting = store_of(database).head().waiting;
+        return waiting ? waiting->commit : 0;
+    } catch (const history::Error &) {  // what is damaged can be deleted
+        return 0;
+    }
+}
+
+ExitCode del(Output &out, const std::string &path, bool recursive, bool force) {
     Database database;  // "/cfg/" without what is hidden there
     const bool directory = recursive || path.ends_with('/');
     const std::string target = directory ? directory_path(path) : path;
+    const std::string fault = hidden_fault(target);
+    if (!fault.empty() && !force) {
+        throw Failure(ExitCode::negative,
+                      escaped(target) + ": " + fault + " (--force deletes it all the same)");
+    }
+    const uint32_t waiting = fault.empty() ? 0 : waiting_commit(database);
     if (directory && !recursive) {
         const auto entries = database.list(target);
         if (entries && !entries->empty()) {
@@ -180,18 +206,28 @@ ExitCode del(Output &out, const std::string &path, bool recursive) {
                            : database_failure(path, SYSDB_ERR_NOT_FOUND);
     }
     out.result({{"path", escaped(target)}, {"deleted", true}}, [] {});
+    if (target.starts_with(kConfigRoot)) {
+        note_goes_back_too(out, database);
+    }
+    if (waiting != 0 && waiting_commit(database) != waiting) {
+        out.note("aaactl: commit " + std::to_string(waiting) +
+                 " waited for its confirmation: nothing goes back any more, and its changes stay");
+    }
     return ExitCode::ok;
 }
 
 void add_del(Command sysdb) {
     auto path = std::make_shared<std::string>();
     auto recursive = std::make_shared<bool>(false);
-    Command sub = sysdb.command("del", "Delete one item, or a directory",
-                                [path, recursive](Output &out) { return del(out, *path, *recursive); });
+    auto force = std::make_shared<bool>(false);
+    Command sub =
+        sysdb.command("del", "Delete one item, or a directory",
+                      [path, recursive, force](Output &out) { return del(out, *path, *recursive, *force); });
     sub.also({"delete", "rm"});
     sub.option("PATH", *path, "The item or the directory").required();
     sub.flag("-r,--recursive", *recursive,
              "PATH is a directory: delete it with everything below, as one change");
+    sub.flag("--force", *force, "Delete the history of the configuration, or parts of it, too");
     sub.footer("JSON: {path, deleted}\nExample: aaactl sysdb del --recursive /oper/aaa/gl/group-server/");
 }
 

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "cli/suggestion.hpp"
+#include "commits/recording.hpp"
 #include "config/groups.hpp"
 #include "database/dump.hpp"
 #include "database/schema.hpp"
@@ -218,10 +219,17 @@ class Check {
             add(item, Problem::Kind::masked, can_be_kept ? "" : kNotKept);
         } else if (!options_.force) {
             const bool is_stored = stored != nullptr && stored->item == item.item;
-            const std::string form = is_stored ? "" : schema_fault(item.path, item.item);
+            const std::string hidden = is_stored || restores_history() ? "" : hidden_fault(item.path);
+            const std::string form = is_stored        ? ""
+                                     : hidden.empty() ? schema_fault(item.path, item.item)
+                                                      : hidden;
             add(item, Problem::Kind::form, form) ||
                 add(item, Problem::Kind::reference, broken_reference(item.path, item.item, is_stored));
         }
+    }
+    // A whole history in place of the stored one, from a backup.
+    bool restores_history() const {
+        return options_.replace && (dump_.directory == "/cfg/" || dump_.directory == "/cfg/.history/");
     }
     // Of an item that is stored already, only a reference that is sound now.
     std::string broken_reference(const std::string &path, const Item &item, bool is_stored) const {
@@ -329,6 +337,12 @@ ExitCode load(Output &out, const LoadOptions &options) {
     Database database;
     if (holds_hidden(dump)) {
         database.show_hidden();
+        if (options.replace && !options.force && !options.dry_run) {
+            with_history([&] {
+                const history::Store store = store_of(database);
+                refuse_while_waiting(store, store.head());
+            });
+        }
     }
     const Outcome outcome = load_dump(out, database, options, dump, faults);
     const Counts counts = count(outcome.differences);
@@ -355,6 +369,9 @@ ExitCode load(Output &out, const LoadOptions &options) {
                  ", deleted " + std::to_string(counts.deleted) + "; the dump has " +
                  counted(dump.items.size(), "item"));
     });
+    if (!options.dry_run && !outcome.differences.empty()) {
+        note_goes_back_too(out, database);
+    }
     return ExitCode::ok;
 }
 
@@ -371,7 +388,11 @@ void add_sysdb_load(Command sysdb) {
              "Load what the AAA service does not read at its path, and with --replace a dump without its "
              "last line, too");
     sub.footer(
-        "Below /cfg/gl/aaa/ only what sysdb(5) describes is loaded, unless --force or it is stored already.\n"
+        "Below /cfg/gl/aaa/ only what sysdb(5) describes is loaded, unless --force or it is stored already. "
+        "The "
+        "history\n"
+        "below /cfg/.history/ is loaded as a whole, with --replace, when no commit waits for its "
+        "confirmation.\n"
         "All of the dump is checked before anything is changed; everything wrong is reported, in its order.\n"
         "With --replace the dump has to end with \"# end: N items\"; one in JSON is whole if it can be "
         "read.\n"
