@@ -201,10 +201,12 @@ std::vector<group_numbers::Number> publish_numbers(Database &database,
     return numbers;
 }
 
-Failure number_failure(const std::string &name, cerrno rc) {
+Failure number_failure(const std::string &name, const group_numbers::Number &number) {
     const std::string reason =
-        rc == AAA_ERR_SG_MAPPING ? "the numbers of its protocol are used up" : escaped(cerr_strerror(rc));
-    return {database_failure("", rc).code(), "server group " + escaped(name) + ": refused: " + reason};
+        number.is_used_up
+            ? "every number of its protocol belongs to a group; delete a group that is not needed"
+            : escaped(cerr_strerror(number.rc));
+    return {database_failure("", number.rc).code(), "server group " + escaped(name) + ": refused: " + reason};
 }
 
 cerrno withdraw_numbers(Database &database, const std::vector<group_numbers::Group> &groups) {

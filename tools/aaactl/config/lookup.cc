@@ -72,7 +72,7 @@ std::string failure_remedy(const MethodList &list) {
     const auto unreadable = std::find_if(methods.begin(), methods.end(), [](const Method &method) {
         return method.is_group() && !method.configured()->number_defect.empty();
     });
-    if (unreadable != methods.end()) {  // "sg publish" changes no value that it cannot read
+    if (unreadable != methods.end()) {
         return renumber_group("give the group another number", *unreadable->configured());
     }
     return std::any_of(methods.begin(), methods.end(), has_no_number)
