@@ -224,18 +224,4 @@ cerrno change_number(Database &database, const Protocol &protocol, const std::st
     return published.rc;
 }
 
-bool is_group_name(const std::string &name) {
-    std::string copy = name;  // the library takes it without const
-    const bool printable = name.find('\0') == std::string::npos && aaa_is_name_valid(copy.data()) == 1;
-    return !name.empty() && printable && name.find('/') == std::string::npos && name.size() < SYSDB_NAME_SIZE;
-}
-
-void check_group_name(const std::string &name) {
-    if (!is_group_name(name)) {
-        throw Failure(
-            ExitCode::usage,
-            "\"" + escaped(name) + "\" is not a valid name; use 1 to 49 printable characters without '/'");
-    }
-}
-
 }  // namespace aaactl
