@@ -79,6 +79,9 @@ std::string delete_item(const std::string &what, const std::string &path) {
     if (can_be_named(path)) {
         return what + ": aaactl sysdb del" + words({path});
     }
+    if (path.ends_with('/') && can_be_named(path.substr(0, path.size() - 1))) {
+        return what + ": aaactl sysdb del -r" + words({path});
+    }
     const std::string tree = path.substr(0, path.find('/', 1) + 1);
     return what + " by storing the others: aaactl sysdb dump --show-secrets " + tree +
            " | aaactl sysdb load --replace -";
