@@ -28,6 +28,8 @@ const char *const kProtocols[] = {"radius", "tacacs", "diameter"};
 struct Range {
     std::uint32_t base;
     std::uint32_t last;
+
+    bool holds(std::uint32_t number) const { return number >= base && number <= last; }
 };
 
 Range range_of(const std::string &protocol) {
@@ -169,7 +171,7 @@ class Changes {
 // Both maps of one protocol, as they were read and then as they are planned.
 class ProtocolMaps {
   public:
-    explicit ProtocolMaps(std::string protocol) : protocol_(std::move(protocol)) {}
+    explicit ProtocolMaps(const std::string &protocol) : protocol_(protocol), range_(range_of(protocol)) {}
 
     cerrno read(sysdb_conn_t maps) {
         const cerrno rc = read_directory(maps, names_path(), names_);
@@ -178,8 +180,7 @@ class ProtocolMaps {
     // Who keeps a number that several names have: the one that the number leads to, else the first.
     void find_owners() {
         for (const auto &[name, item] : names_) {
-            if (const auto number = item.number()) {
-                last_ = std::max(last_, *number);
+            if (const auto number = usable(item)) {
                 const Stored *entry = find(numbers_, item_name_of(*number));
                 const bool is_mutual = entry != nullptr && entry->is_text(name);
                 if (is_mutual || !owners_.contains(*number)) {
@@ -187,26 +188,35 @@ class ProtocolMaps {
                 }
             }
         }
+        last_ = owners_.empty() ? 0 : owners_.rbegin()->first;
         for (const auto &[name, item] : numbers_) {
-            last_ = std::max(last_, number_in(name).value_or(0));
+            const std::uint32_t number = number_in(name).value_or(0);
+            last_ = range_.holds(number) ? std::max(last_, number) : last_;
         }
     }
     bool has_name(const std::string &name) const { return names_.contains(name); }
 
+    // A number that no program can use, or that belongs to another group, is replaced.
     Number publish(const std::string &name, bool is_taken, Changes &changes) {
         const Stored *const stored = find(names_, name);
-        if (stored == nullptr) {
-            return is_taken ? Number{AAA_ERR_SG_NAME_OTHER_PROTOCOL, 0, false} : assign(name, changes);
+        if (stored == nullptr && is_taken) {
+            return {AAA_ERR_SG_NAME_OTHER_PROTOCOL};
         }
-        const auto number = stored->number();
-        if (!number) {
-            return {stored->rc != 0 ? stored->rc : cerrno{SYSDB_ERR_TYPE_MISMATCH}, 0, false};
-        }
-        if (owners_.at(*number) != name) {
+        const auto number = stored != nullptr ? usable(*stored) : std::nullopt;
+        if (!number || owners_.at(*number) != name) {
             return assign(name, changes);
         }
         lead_to(*number, name, changes);
-        return {AAA_OK, *number, false};
+        return {AAA_OK, *number};
+    }
+
+    // Deletes the entries that stood in the way of new groups.
+    void delete_stale(Changes &changes) {
+        for (const std::string &entry : stale_) {
+            changes.replace(numbers_path() + entry, find(numbers_, entry), nullptr);
+            numbers_.erase(entry);
+        }
+        stale_.clear();
     }
 
     void withdraw(const std::string &name, Changes &changes) {
@@ -232,25 +242,71 @@ class ProtocolMaps {
         return found != items.end() ? &found->second : nullptr;
     }
 
-    // Numbers that deletion has freed are not taken again while a higher one exists.
-    Number assign(const std::string &name, Changes &changes) {
-        const Range range = range_of(protocol_);
-        const std::uint32_t number = std::max(last_, range.base) + 1;
-        if (last_ >= range.last) {
-            return {AAA_ERR_SG_MAPPING, 0, false};
+    std::optional<std::uint32_t> usable(const Stored &item) const {
+        const auto number = item.number();
+        return number && range_.holds(*number) ? number : std::nullopt;
+    }
+
+    // Entries that lead to no group which has their number.
+    void find_stale() {
+        stale_.clear();
+        for (const auto &[entry, item] : numbers_) {
+            const auto number = number_in(entry);
+            const auto owner = number ? owners_.find(*number) : owners_.end();
+            if (owner == owners_.end() || item_name_of(*number) != entry) {
+                stale_.insert(entry);
+            }
         }
-        last_ = number;
-        owners_[number] = name;
-        const Stored item = number_item(number);
+    }
+
+    // Numbers that deletion has freed are not taken again while a higher one exists: a program may still
+    // hold them. At the end of the range, entries without a group count no longer, and then the lowest
+    // number that no group has is taken.
+    std::optional<std::uint32_t> free_number() {
+        if (last_ >= range_.last) {
+            find_stale();
+            last_ = owners_.empty() ? 0 : owners_.rbegin()->first;
+        }
+        if (last_ < range_.last) {
+            return last_ = std::max(last_, range_.base) + 1;
+        }
+        std::uint32_t number = range_.base + 1;
+        while (owners_.contains(number)) {
+            ++number;
+        }
+        return range_.holds(number) ? std::optional(number) : std::nullopt;
+    }
+
+    Number assign(const std::string &name, Changes &changes) {
+        const auto number = free_number();
+        if (!number) {
+            return {AAA_ERR_SG_MAPPING, 0, false, true};
+        }
+        owners_[*number] = name;
+        withdraw_entry_of(name, changes);
+        const Stored item = number_item(*number);
         changes.replace(names_path() + name, find(names_, name), &item);
         names_[name] = item;
-        lead_to(number, name, changes);
-        return {AAA_OK, number, true};
+        lead_to(*number, name, changes);
+        return {AAA_OK, *number, true};
+    }
+
+    // The entry of a number out of range, which the name has until now.
+    void withdraw_entry_of(const std::string &name, Changes &changes) {
+        const Stored *const item = find(names_, name);
+        const auto number = item != nullptr ? item->number() : std::nullopt;
+        const Stored *const entry = number ? find(numbers_, item_name_of(*number)) : nullptr;
+        if (entry != nullptr && entry->is_text(name)) {
+            changes.replace(numbers_path() + item_name_of(*number), entry, nullptr);
+            stale_.erase(item_name_of(*number));
+            numbers_.erase(item_name_of(*number));
+        }
     }
 
     void lead_to(std::uint32_t number, const std::string &name, Changes &changes) {
         const std::string entry = item_name_of(number);
         const Stored *const stored = find(numbers_, entry);
+        stale_.erase(entry);
         if (stored == nullptr || !stored->is_text(name)) {
             const Stored text = text_item(name);
             changes.replace(numbers_path() + entry, stored, &text);
@@ -259,9 +315,11 @@ class ProtocolMaps {
     }
 
     std::string protocol_;
+    Range range_;
     Items names_;
     Items numbers_;
-    std::map<std::uint32_t, std::string> owners_;
+    std::map<std::uint32_t, std::string> owners_;  // of numbers in the range
+    std::set<std::string> stale_;
     std::uint32_t last_ = 0;
 };
 
@@ -278,6 +336,11 @@ class AllMaps {
         return AAA_OK;
     }
     ProtocolMaps &of(const Group &group) { return by_protocol_.at(group.protocol); }
+    void delete_stale(Changes &changes) {
+        for (auto &[protocol, maps] : by_protocol_) {
+            maps.delete_stale(changes);
+        }
+    }
     bool is_taken(const Group &group) const {
         return std::any_of(by_protocol_.begin(), by_protocol_.end(), [&](const auto &other) {
             return other.first != group.protocol && other.second.has_name(group.name);
@@ -335,6 +398,7 @@ cerrno publish(sysdb_conn_t maps, const std::vector<Group> &groups, std::vector<
         for (const Group &group : groups) {
             numbers.push_back(all.of(group).publish(group.name, all.is_taken(group), changes));
         }
+        all.delete_stale(changes);
     });
     if (rc == SYSDB_ERR_NOT_SUPPORTED) {
         for (std::size_t i = 0; i < groups.size(); ++i) {

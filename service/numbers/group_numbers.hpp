@@ -30,12 +30,14 @@ struct Group {
 struct Number {
     cerrno rc = 0;  // not 0: why the group has no number; the other groups have theirs
     std::uint32_t number = 0;
-    bool is_new = false;  // it had none, or another one
+    bool is_new = false;      // it had none, or another one
+    bool is_used_up = false;  // why it has none: every number of the protocol belongs to a group
 };
 
 // Publishes the numbers of groups, one element of `numbers` for each. A group that has a number keeps it,
-// unless the number belongs to another group of the protocol; an entry of sg_num_map that is missing or
-// names another group is set. AAA_OK, or why nothing was changed, and `numbers` is then empty.
+// unless it is damaged, out of its protocol's range, or belongs to another group of the protocol; an entry of
+// sg_num_map that is missing or names another group is set. Nothing is taken from a group that gets no
+// other number. AAA_OK, or why nothing was changed, and `numbers` is then empty.
 cerrno publish(sysdb_conn_t maps, const std::vector<Group> &groups, std::vector<Number> &numbers);
 
 // Removes the numbers of groups; those that have none are passed over. AAA_OK, or why nothing was changed.

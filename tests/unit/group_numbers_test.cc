@@ -143,10 +143,16 @@ TEST_F(GroupNumbers, EntriesThatLeadElsewhereAreMended) {
     EXPECT_EQ(publish({{"radius", "next"}}), "1010 new") << "no entry leads to 1009, but a group has it";
 }
 
-TEST_F(GroupNumbers, OfDamagedEntriesAreLeftAlone) {
+TEST_F(GroupNumbers, ThatNoProgramCanUseAreReplaced) {
     testkit_sysdb_put(maps("sg_name_map/radius/a").c_str(), SYSDB_TYPE_STRING, "x", 2);
-    EXPECT_EQ(publish({{"radius", "a"}, {"radius", "b"}}),
-              "!" + hexadecimal(SYSDB_ERR_TYPE_MISMATCH) + ", 1001 new");
+    put_number("radius/c", 0);
+    put_number("radius/d", 5000);
+    put_name("radius/0x1388", "d");
+    put_number("tacacs/e", 1003);
+    EXPECT_EQ(publish({{"radius", "a"}, {"radius", "b"}, {"radius", "c"}, {"radius", "d"}, {"tacacs", "e"}}),
+              "1001 new, 1002 new, 1003 new, 1004 new, 3001 new");
+    EXPECT_EQ(name_of("radius/0x3ec") + name_of("radius/0x1388"), "d");
+    EXPECT_EQ(testkit_count("sysdb_apply"), 1u);
 }
 
 TEST_F(GroupNumbers, AreNotGivenToANameOfAnotherProtocol) {
@@ -155,10 +161,33 @@ TEST_F(GroupNumbers, AreNotGivenToANameOfAnotherProtocol) {
     EXPECT_EQ(number_of("tacacs/a"), 0u);
 }
 
-TEST_F(GroupNumbers, RunOut) {
+TEST_F(GroupNumbers, AreNotBlockedByEntriesThatLeadToNoGroup) {
     put_name("radius/0x7ce", "x");
-    EXPECT_EQ(publish({{"radius", "a"}, {"radius", "b"}, {"tacacs", "c"}}),
+    put_name("radius/0x7d5", "out of range");
+    put_name("radius/0x3ea", "x");
+    put_number("radius/a", 1001);
+    EXPECT_EQ(publish({{"radius", "a"}, {"radius", "b"}, {"radius", "c"}, {"tacacs", "d"}}),
+              "1001, 1999 new, 1002 new, 3001 new");
+    EXPECT_EQ(name_of("radius/0x7ce") + name_of("radius/0x7d5"), "") << "they are deleted";
+    EXPECT_EQ(name_of("radius/0x3ea") + name_of("radius/0x7cf"), "cb");
+}
+
+TEST_F(GroupNumbers, BelowTheHighestAreTakenWhenNoneIsAbove) {
+    put_number("radius/last", 1999);
+    put_name("radius/0x7cf", "last");
+    put_number("radius/a", 1001);
+    EXPECT_EQ(publish({{"radius", "b"}, {"radius", "c"}}), "1002 new, 1003 new");
+    EXPECT_EQ(name_of("radius/0x3ea") + name_of("radius/0x3eb") + name_of("radius/0x7cf"), "bclast");
+}
+
+TEST_F(GroupNumbers, RunOutWhenEveryOneBelongsToAGroup) {
+    for (uint32_t number = 1001; number <= 1998; ++number) {
+        put_number("radius/g" + std::to_string(number), number);
+    }
+    put_number("radius/damaged", 7);
+    EXPECT_EQ(publish({{"radius", "a"}, {"radius", "damaged"}, {"tacacs", "c"}}),
               "1999 new, !" + hexadecimal(AAA_ERR_SG_MAPPING) + ", 3001 new");
+    EXPECT_EQ(number_of("radius/damaged"), 7u) << "nothing is taken from a group that gets no other number";
 }
 
 TEST_F(GroupNumbers, AreWithdrawnFromBothMaps) {

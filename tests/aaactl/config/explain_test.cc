@@ -251,6 +251,47 @@ TEST_F(Explain, AGroupWithoutANumberOrServersIsNamed) {
 }
 
 // The numbers are operational data: a reboot empties their maps.
+// The effect was told last, or was not told.
+TEST_F(Explain, SaysFirstWhereAWrongNumberLeads) {
+    groups();
+    list("authentication/login/default", R"(10, 2, 0, 0, "corp", "", "", "")");
+    list("authentication/login/alone", R"(10, 0, 0, 0, "corp", "", "", "")");
+    const auto expect_first = [](const std::vector<std::string> &args, const std::string &effect,
+                                 const std::string &code) {
+        const Result text = explain(args);
+        EXPECT_EQ(text.status, 1) << text.out;
+        EXPECT_TRUE(contains(text.out, "/" + (args.size() > 2 ? args.back() : "default") + "\n\n" + effect))
+            << text.out;
+        EXPECT_TRUE(contains(text.out, "[" + code + "]\n    number all server groups: aaactl sg publish"))
+            << text.out;
+    };
+    put(kMaps + "sg_name_map/radius/corp", "u32", "0");
+    expect_first(
+        {"authentication", "login"},
+        "The number of server group \"corp\" is 0, which ends the list: no method is tried, not even "
+        "\"local\": no one can log in.",
+        "lock-out");
+    EXPECT_EQ(explain_json({"authentication", "login"}).json()["tried"], false);
+    put(kMaps + "sg_name_map/radius/corp", "u32", "1777");
+    expect_first(
+        {"authentication", "login"},
+        "The number 1777 of server group \"corp\" leads to no group, so none of its servers is asked.",
+        "wrong-number");
+    expect_first(
+        {"authentication", "login", "--list", "alone"},
+        "The number 1777 of server group \"corp\" leads to no group, so none of its servers is asked: "
+        "no one can log in.",
+        "lock-out");
+    put(kMaps + "sg_name_map/radius/corp", "u32", "1001");
+    put(kMaps + "sg_num_map/radius/0x3e9", "string", "other");
+    expect_first({"authentication", "login"},
+                 "The number 1001 of server group \"corp\" leads to the server group \"other\": programs ask "
+                 "that one instead.",
+                 "wrong-number");
+    ASSERT_EQ(run({"sg", "publish"}).status, 0);
+    EXPECT_EQ(explain({"authentication", "login"}).status, 0);
+}
+
 TEST_F(Explain, WithoutNumbersNoOneCanLogInUntilTheyArePublished) {
     groups();
     list("authentication/login/default", R"(10, 2, 0, 0, "corp", "", "", "")");

@@ -144,7 +144,7 @@ TEST_F(Lint, FindsNamesThatNobodyCanType) {
 // ---- groups
 
 TEST_F(Lint, FindsGroupsWithoutServers) {
-    put(kGroups + "radius/hollow/timeout", "u32", "5");
+    put(kGroups + "radius/hollow/server/", "directory", "");
     number("radius", "hollow", 1002);
     EXPECT_EQ(lint(), Lines{"warning empty-group " + kGroups + "radius/hollow/"}) << "no list needs it";
     list("authentication/login/default", R"(10, 2, 0, 0, "hollow", "", "", "")");
@@ -161,7 +161,9 @@ TEST_F(Lint, FindsNumbersThatAreMissingStaleOrContradictEachOther) {
                              "error unnumbered-group " + kGroups + "radius/corp/"}));
     number("radius", "corp", 1001);
     put(kMaps + "sg_num_map/radius/0x3e9", "string", "other");
-    EXPECT_EQ(lint(), Lines{"error contradicting-number " + kMaps});
+    EXPECT_EQ(lint(),
+              (Lines{"error wrong-number " + kLogin, "error wrong-number /cfg/gl/aaa/accounting/exec/default",
+                     "error contradicting-number " + kMaps}));
     number("radius", "corp", 1001);
     number("diameter", "gone", 3002);
     EXPECT_EQ(lint(), Lines{"warning stale-number " + kMaps + "sg_name_map/diameter/gone"});
@@ -203,7 +205,7 @@ TEST_F(Lint, FindsServersThatAreNoneOrTwice) {
                 .status,
             0);
     }
-    server("tacacs/archive", "0x2/192.0.2.31,0x31/timeout");
+    put(kGroups + "tacacs/archive/server/0x2/192.0.2.31,0x31/", "directory", "");
     EXPECT_EQ(lint(), Lines{}) << "stored as a directory";
 }
 
@@ -267,18 +269,18 @@ TEST_F(Lint, FindsKeysThatDoNotDecrypt) {
     ASSERT_EQ(aaa_platform_master_keys_create(keys.c_str()), 0u);
     const std::string first = sealed("hunter2");
     ASSERT_GT(first.size(), 80u);
-    put(kGroups + "radius/corp/key", "string", first);
+    put("/cfg/gl/aaa/tacacs/settings/key", "string", first);
     EXPECT_EQ(lint(), Lines{});
 
     std::string changed = first;
     changed.back() = changed.back() == '0' ? '1' : '0';
-    put(kGroups + "radius/corp/key", "string", changed);
-    EXPECT_EQ(lint(), Lines{"error sealed-key " + kGroups + "radius/corp/key"});
+    put("/cfg/gl/aaa/tacacs/settings/key", "string", changed);
+    EXPECT_EQ(lint(), Lines{"error sealed-key /cfg/gl/aaa/tacacs/settings/key"});
     EXPECT_TRUE(contains(run({"lint"}).out, "it was changed after it was sealed"));
 
     uint32_t generation = 0;
     ASSERT_EQ(aaa_platform_master_keys_rotate(keys.c_str(), &generation), 0u);
-    put(kGroups + "radius/corp/key", "string", sealed("hunter2"));
+    put("/cfg/gl/aaa/tacacs/settings/key", "string", sealed("hunter2"));
     EXPECT_EQ(lint(), Lines{});
     ASSERT_EQ(unlink(keys.c_str()), 0);
     EXPECT_TRUE(contains(run({"lint"}).out, "the key cannot be opened: " + keys));
@@ -288,8 +290,8 @@ TEST_F(Lint, FindsKeysThatDoNotDecrypt) {
     EXPECT_TRUE(contains(other.out, "sealed with master key generation 02, which is not in " + keys))
         << other.out;
 
-    put(kGroups + "radius/corp/key", "string", "hunter2");
-    EXPECT_EQ(lint(), Lines{"warning clear-key " + kGroups + "radius/corp/key"});
+    put("/cfg/gl/aaa/tacacs/settings/key", "string", "hunter2");
+    EXPECT_EQ(lint(), Lines{"warning clear-key /cfg/gl/aaa/tacacs/settings/key"});
     for (const char *form : {"--color=never", "--json", "--show-secrets"}) {
         EXPECT_FALSE(contains(run({"lint", form}).out, "hunter2"));
     }
@@ -339,6 +341,31 @@ TEST_F(Lint, FindsKeysThatDoNotDecryptOutsideOfTheConfiguration) {
     put("/cfg/site/key", "string", lost);
     put("/oper/site/key", "string", lost);
     EXPECT_EQ(lint(), (Lines{"error sealed-key /cfg/site/key", "error sealed-key /oper/site/key"}));
+}
+
+// Whatever "sysdb set" refuses is found when an earlier version or --force has stored it.
+TEST_F(Lint, EverythingThatNothingReadsIsAFinding) {
+    ASSERT_EQ(run({"lint"}).status, 0);
+    put(kGroups + "radius/corp/settings/192.0.2.99,1812,1813/tries", "u32", "3");
+    put(kGroups + "radius/corp/server/0x1/192.0.2.20,1812,1813", "u32", "2");
+    put(kGroups + "radius/corp/sevrer/0x1/192.0.2.20,1812,1813", "u32", "1");
+    put("/cfg/gl/aaa/authorization/exec", "u32", "7");
+    put("/cfg/gl/aaa/site/limit", "u32", "7");
+    put("/cfg/gl/aaa/site/empty/", "directory", "");
+    const Result result = run({"lint", "--json"});
+    EXPECT_EQ(result.status, 1) << result.err;
+    const Lines all = found(result);
+    for (const std::string &line :
+         Lines{"error malformed-item /cfg/gl/aaa/authorization/exec",
+               "error malformed-item " + kGroups + "radius/corp/server/0x1/192.0.2.20,1812,1813",
+               "error malformed-item " + kGroups + "radius/corp/sevrer/0x1/192.0.2.20,1812,1813",
+               "warning dangling-reference " + kGroups + "radius/corp/settings/192.0.2.99,1812,1813/tries",
+               "warning unread-item /cfg/gl/aaa/site/empty/", "warning unread-item /cfg/gl/aaa/site/limit"}) {
+        EXPECT_EQ(std::count(all.begin(), all.end(), line), 1) << line << "\n" << result.out;
+    }
+    EXPECT_EQ(all.size(), 6u) << result.out;
+    EXPECT_TRUE(contains(run({"lint"}).out, "aaactl sysdb del -r /cfg/gl/aaa/site/empty/"));
+    EXPECT_EQ(run({"sysdb", "del", "-r", "/cfg/gl/aaa/site/empty/"}).status, 0);
 }
 
 TEST_F(Lint, DamagedItemsAreFindings) {

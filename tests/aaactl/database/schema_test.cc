@@ -40,6 +40,7 @@ class Schema : public aaactl_test::DatabaseTest {
 
     static inline const std::string kRoot = "/cfg/gl/aaa/";
     static inline const std::string kSettings = "group-server/radius/corp/settings/";
+    static inline const std::string kRadius = "radius/settings/";
     static inline const std::string kTacacs = "tacacs/settings/";
     static inline const std::string kSealed = "01" + std::string(100, 'a');
 };
@@ -55,9 +56,13 @@ std::string content(const std::string &file) {
 TEST_F(Schema, TakesMethodLists) {
     ASSERT_EQ(aaactl({"sg", "add", "radius", "corp"}).status, 0);
     accepted("authentication/login/default", "tuple", R"(10,2,0,0,"corp","","","")");
-    accepted("authentication/login/numbers", "tuple", R"(1001,2,0,0,"","","","")");
     accepted("accounting/exec/default", "tuple", R"(0,0,1,17,0,0,0,"","","","")");
     accepted("authorization_nacm/exec/default", "tuple", R"(2,0,0,0,"","","","")");
+    refused("authentication/login/no", "tuple", R"(3999,2,0,0,"","","","")",
+            "3999 is the number of a server group, and numbers do not survive a reboot; name the group");
+    refused("authentication/login/" + std::string(50, 'n'), "tuple", R"(2,0,0,0,"","","","")",
+            "is not a valid name; use 1 to 49 printable characters without '/'");
+    refused("authentication/login/caf\xc3\xa9", "tuple", R"(2,0,0,0,"","","","")", "is not a valid name");
     const std::string form = "is a tuple of ";
     refused("authentication/login/no", "string", "local", "it is of type string, but tuple is read here");
     refused("authentication/login/no", "tuple", "2,0,0", form + "four methods and four names");
@@ -95,6 +100,16 @@ TEST_F(Schema, TakesServers) {
     refused(servers + "0x2/192.0.2.3,1,0", "u32", "1", "\"0\" is not a port");
     refused(servers + "0x2/192.0.2.3,1,2,3", "u32", "1", "it has more than 2 port(s)");
     refused(servers + "2/192.0.2.3,1,2", "u32", "1", "\"2\" is not an ordinal of a server");
+    refused(servers + "0x2/192.0.2.3", "u32", "1", "a RADIUS server has two ports: 192.0.2.3,1812,1813");
+    directory(servers + "0x2/192.0.2.3,1,2/", false);
+    for (const std::string odd : {"0x0", "0x02", "0xA", "0x"}) {
+        refused(servers + odd + "/192.0.2.3,1,2", "u32", "1",
+                "\"" + odd + "\" is not an ordinal of a server");
+    }
+    refused("group-server/radius/default/server/0x1/192.0.2.3,1,2", "u32", "1",
+            "\"default\" is a keyword of methods and cannot name a server group");
+    directory("group-server/radius/tacacs+/", false);
+    directory("group-server/radius/" + std::string(50, 'g') + "/", false);
     refused(servers + "0x2", "u32", "1", "an ordinal is a directory");
     refused(servers + "0x2/192.0.2.3,1,2", "string", "1", "but u32 is read here");
     refused(servers + "0x2/192.0.2.3,1,2/key", "string", kSealed, "its settings are below settings/");
@@ -158,23 +173,23 @@ TEST_F(Schema, EveryTreeOfTheServiceIsKnown) {
 }
 
 TEST_F(Schema, ForceStoresAnything) {
-    const std::string path = kRoot + kSettings + "tries";
+    const std::string path = kRoot + kRadius + "tries";
     EXPECT_EQ(aaactl({"sysdb", "set", path, "--type", "u32", "99", "--force"}).status, 0);
     EXPECT_EQ(value_of(path), "99");
 }
 
 TEST_F(Schema, ALoadIsCheckedAsAWholeBeforeAnythingIsStored) {
-    const std::string dump = "aaactl-dump 1 /cfg/gl/aaa/\n" + kRoot + kSettings + "timeout u32 500\n" +
-                             kRoot + kSettings + "tries u32 99\n" + kRoot + kSettings + "trise u32 3\n";
+    const std::string dump = "aaactl-dump 1 /cfg/gl/aaa/\n" + kRoot + kRadius + "timeout u32 500\n" + kRoot +
+                             kRadius + "tries u32 99\n" + kRoot + kRadius + "trise u32 3\n";
     for (const std::vector<std::string> &options : std::vector<std::vector<std::string>>{{}, {"--dry-run"}}) {
         std::vector<std::string> args{"sysdb", "load", "-"};
         args.insert(args.end(), options.begin(), options.end());
         const auto run = aaactl(args, dump);
         EXPECT_EQ(run.status, 3);
-        EXPECT_EQ(run.err, "aaactl: standard input: line 3: " + kRoot + kSettings +
+        EXPECT_EQ(run.err, "aaactl: standard input: line 3: " + kRoot + kRadius +
                                "tries: tries is a number from 1 to 10\n"
                                "aaactl: standard input: line 4: " +
-                               kRoot + kSettings +
+                               kRoot + kRadius +
                                "trise: \"trise\" is not a setting; did you mean tries? Nothing was loaded "
                                "(--force loads it "
                                "all the same)\n");
@@ -182,7 +197,7 @@ TEST_F(Schema, ALoadIsCheckedAsAWholeBeforeAnythingIsStored) {
     }
     const auto json = aaactl({"sysdb", "load", "-", "--json"}, dump).json();
     EXPECT_EQ(json["faults"].size(), 2u) << json;
-    EXPECT_EQ(json["faults"][0]["path"], kRoot + kSettings + "tries");
+    EXPECT_EQ(json["faults"][0]["path"], kRoot + kRadius + "tries");
     EXPECT_EQ(aaactl({"sysdb", "load", "--force", "-"}, dump).status, 0);
     EXPECT_EQ(aaactl({"sysdb", "load", "-"}, dump).status, 0) << "it is stored already";
 }

@@ -208,10 +208,24 @@ TEST_F(Groups, RefusesNamesAndServersThatAreNone) {
     EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME  NUMBER  SERVERS\n");
 }
 
-TEST_F(Groups, NumbersRunOut) {
+TEST_F(Groups, AStaleEntryOfTheHighestNumberBlocksNoGroup) {
     put("/oper/aaa/gl/group-server/sg_num_map/radius/0x7cf", "string", "last");
     const auto run = aaactl({"sg", "add", "radius", "corp", "192.0.2.20"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(value_of("/oper/aaa/gl/group-server/sg_name_map/radius/corp"), "1001");
+    EXPECT_EQ(value_of("/oper/aaa/gl/group-server/sg_num_map/radius/0x7cf"), "");
+}
+
+TEST_F(Groups, NumbersRunOut) {
+    std::string dump = "aaactl-dump 1 /oper/\n";
+    for (int number = 1000; number <= 1999; ++number) {
+        dump += "/oper/aaa/gl/group-server/sg_name_map/radius/g" + std::to_string(number) + " u32 " +
+                std::to_string(number) + "\n";
+    }
+    ASSERT_EQ(aaactl({"sysdb", "load", "-"}, dump).status, 0);
+    const auto run = aaactl({"sg", "add", "radius", "corp", "192.0.2.20"});
     EXPECT_EQ(run.status, 6) << run.err;
+    EXPECT_NE(run.err.find("every number of its protocol belongs to a group"), std::string::npos) << run.err;
     EXPECT_EQ(aaactl({"sg", "list", "corp"}).status, 4) << "nothing is half done";
 }
 

@@ -23,7 +23,8 @@ class HistoryCommands : public DatabaseTest {
         EXPECT_EQ(run.status, 0) << words[0] << ": " << run.err;
         return run.out;
     }
-    static void load(const std::string &text) { done({"load", "-"}, text); }
+    // Also items that nothing of this system reads.
+    static void load(const std::string &text) { done({"load", "--force", "-"}, text); }
     static std::string shown() { return done({"show", "running-config"}); }
     static JsonDocument history() { return aaactl({"history", "--json"}).json(); }
     // "commit", "outside", ... with the newest first.

@@ -151,7 +151,7 @@ TEST_F(HistoryCommands, RollbackGoesBackAndCanBeUndone) {
 TEST_F(HistoryCommands, LoadMakesACommitWhenAsked) {
     load(kText);
     EXPECT_EQ(kinds(), Kinds{});
-    EXPECT_EQ(done({"load", "--label", "limits", "-"}, limit(5)),
+    EXPECT_EQ(done({"load", "--force", "--label", "limits", "-"}, limit(5)),
               "created 1, changed 0, deleted 0 items\n"
               "commit 1: changes that were made without a commit\n"
               "commit 2\n");
@@ -159,7 +159,7 @@ TEST_F(HistoryCommands, LoadMakesACommitWhenAsked) {
     EXPECT_EQ(aaactl({"load", "--dry-run", "--confirm", "3", "-"}, limit(6)).status, 2);
     EXPECT_EQ(aaactl({"load", "--label", "bad", "-"}, "nonsense\n").status, 3);
     EXPECT_EQ(kinds().size(), 2u);
-    const auto json = aaactl({"--json", "load", "-m", "why", "-"}, limit(7)).json();
+    const auto json = aaactl({"--json", "load", "--force", "-m", "why", "-"}, limit(7)).json();
     EXPECT_EQ(json["commit"].number(), 3);
 }
 
@@ -187,7 +187,7 @@ TEST_F(HistoryCommands, WhileACommitWaitsOthersAreRefusedByName) {
     const std::string user = history()["commits"][0]["user"].text();
     for (const std::vector<std::string> &words : {std::vector<std::string>{"commit", "mine"},
                                                   {"rollback", "base"},
-                                                  {"load", "--label", "x", "-"},
+                                                  {"load", "--force", "--label", "x", "-"},
                                                   {"edit", "--yes"}}) {
         const auto run = aaactl(words, limit(9));
         EXPECT_EQ(run.status, 1) << words[0];
@@ -264,7 +264,7 @@ TEST_F(HistoryCommands, WhenTheOutputIsLostTheChangeIsSaidToBeStored) {
 TEST_F(HistoryCommands, CancelGoesBackAndLosesNothing) {
     load(limit(1));
     done({"commit", "base"});
-    done({"load", "--confirm", "5", "-"}, limit(2) + kText);
+    done({"load", "--force", "--confirm", "5", "-"}, limit(2) + kText);
     load(limit(3));
     EXPECT_EQ(done({"cancel"}),
               "commit 3: what was changed without a commit meanwhile\n"
@@ -281,7 +281,7 @@ TEST_F(HistoryCommands, TheFirstCommitHasNothingToGoBackTo) {
     EXPECT_TRUE(contains(run.err, "no earlier commit")) << run.err;
     EXPECT_EQ(kinds(), Kinds{});
     // A load has: the state before it.
-    const auto loaded = aaactl({"load", "--confirm", "5", "-"}, limit(2));
+    const auto loaded = aaactl({"load", "--force", "--confirm", "5", "-"}, limit(2));
     EXPECT_EQ(loaded.status, 0);
     EXPECT_TRUE(contains(loaded.err, "neither aaad nor \"aaactl watch-confirm\" runs")) << loaded.err;
     done({"cancel"});

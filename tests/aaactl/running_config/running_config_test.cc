@@ -31,7 +31,7 @@ const char kText[] =
     "aaa authentication login default group corp local\n"
     "aaa accounting exec default start-stop group corp group archive\n"
     "!\n"
-    "item /cfg/gl/aaa/site/limit u32 15\n"
+    "item /cfg/gl/aaa/history/commits u32 15\n"
     "end\n";
 
 class RunningConfigCommands : public aaactl_test::DatabaseTest {
@@ -238,8 +238,39 @@ TEST_F(RunningConfigCommands, WhatCannotBeReadIsReportedAndStays) {
     const auto json = aaactl({"show", "running-config", "--json"});
     EXPECT_EQ(json.json()["faults"][0]["path"], "/cfg/gl/aaa/site/bad");
     EXPECT_EQ(json.json()["lines"][0], "tacacs-server timeout 3s");
-    load("item /cfg/gl/aaa/site/bad u32 1\n");
+    load("item /cfg/gl/aaa/site/bad u32 1\n", {"--force"});
     EXPECT_EQ(aaactl({"show", "running-config"}).status, 0);
+}
+
+// An item of the wrong type in place of the list of logins locked everyone out.
+TEST_F(RunningConfigCommands, ItemsAreWhatTheServiceReads) {
+    const std::string root = "/cfg/gl/aaa/";
+    load("aaa group server radius corp\n server 192.0.2.1\naaa authentication login default local\n");
+    const std::string before = dump();
+    const std::vector<std::pair<std::string, std::string>> wrong{
+        {"authentication/login/default u32 7", "it is of type u32, but tuple is read here"},
+        {"group-server/radius/corp/settings/key string \"plain\"", "the key is not sealed"},
+        {"group-server/radius/corp/settings/trise u32 3", "did you mean tries?"},
+        {"group-server/radius/corp/server/0x02/192.0.2.7,1,2 u32 1", "is not an ordinal of a server"},
+        {"site/limit u32 15", "\"site\" is not read here"}};
+    for (const auto &[item, why] : wrong) {
+        const std::string text = "tacacs-server timeout 3s\nitem " + root + item + "\n";
+        const auto run = aaactl({"load", "-"}, text);
+        EXPECT_EQ(run.status, 3) << item;
+        EXPECT_NE(run.err.find("standard input: line 2: " + root), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find(why), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find("(--force loads it all the same)"), std::string::npos) << run.err;
+        EXPECT_EQ(run.err.find("plain"), std::string::npos) << run.err;
+    }
+    const std::string list =
+        "item " + root + "authentication/login/vty tuple (10, 0, 0, 0, \"crop\", \"\", \"\", \"\")\n";
+    const auto reference = aaactl({"load", "-"}, list);
+    EXPECT_EQ(reference.status, 1) << reference.err;
+    EXPECT_NE(reference.err.find("no server group \"crop\" exists"), std::string::npos) << reference.err;
+    EXPECT_EQ(dump(), before);
+    load(list, {"--force"});
+    load(list);  // it is stored already
+    load("item " + root + "history/commits u32 15\n");
 }
 
 TEST_F(RunningConfigCommands, ADumpIsRefusedWithTheRightCommand) {

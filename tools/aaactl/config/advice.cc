@@ -64,11 +64,8 @@ std::string set_list(const std::string &what, const MethodList &list, std::vecto
 }
 
 std::string renumber_group(const std::string &what, const Group &group) {
-    if (!is_group_name(group.name)) {
-        return under_another_name(what);
-    }
-    return what + ": aaactl sysdb del" + words({number_path(group)}) + " && aaactl sg add" +
-           words({group.protocol.word, group.name});
+    return group.configured && is_group_name(group.name) ? what + ": aaactl sg publish"
+                                                         : change_group(what, "add", group);
 }
 
 std::string change_group(const std::string &what, const char *subcommand, const Group &group) {
@@ -81,6 +78,9 @@ std::string change_group(const std::string &what, const char *subcommand, const 
 std::string delete_item(const std::string &what, const std::string &path) {
     if (can_be_named(path)) {
         return what + ": aaactl sysdb del" + words({path});
+    }
+    if (path.ends_with('/') && can_be_named(path.substr(0, path.size() - 1))) {
+        return what + ": aaactl sysdb del -r" + words({path});
     }
     const std::string tree = path.substr(0, path.find('/', 1) + 1);
     return what + " by storing the others: aaactl sysdb dump --show-secrets " + tree +

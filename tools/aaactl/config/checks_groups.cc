@@ -20,15 +20,6 @@ struct FreeText {
 };
 using Text = std::unique_ptr<char, FreeText>;
 
-bool is_keyword(const std::string &name) {
-    for (uint32_t keyword = AAA_KW_NONE; keyword <= AAA_KW_DIAMETER; ++keyword) {
-        if (name == aaa_util_get_sg_defined_name(keyword)) {
-            return true;
-        }
-    }
-    return false;
-}
-
 void check_name(const Group &group, Findings &findings) {
     if (is_keyword(group.name)) {
         findings.push_back({Severity::error, "reserved-name", group.path,

@@ -14,6 +14,7 @@
 #include "cli/secret_input.hpp"
 #include "config/advice.hpp"
 #include "config/checks.hpp"
+#include "config/references.hpp"
 #include "config/server_keys.hpp"
 #include "database/schema.hpp"
 #include "database/secret_values.hpp"
@@ -183,14 +184,34 @@ void check_master_keys(Findings &findings) {
     check_other_master_keys(file, findings);
 }
 
-// A clear key is a finding of its own.
-void check_setting(const std::string &path, const Item &item, Findings &findings) {
-    const std::string fault = setting_fault(path, item);
-    const bool is_clear_key =
-        path.ends_with("/key") && item.type == SYSDB_TYPE_STRING && !looks_sealed(text_of(item));
-    if (!fault.empty() && !is_clear_key) {
-        findings.push_back({Severity::error, "malformed-setting", path, fault,
-                            delete_item("set it again, or delete it", path)});
+// A finding of a group or an ordinal that nothing reads is enough for all below it.
+bool is_known(const Findings &findings, const std::string &path) {
+    return std::any_of(findings.begin(), findings.end(), [&](const Finding &finding) {
+        const bool is_whole = finding.code == "reserved-name" || finding.code == "malformed-server";
+        return finding.path == path ||
+               (is_whole && finding.path.ends_with('/') && path.starts_with(finding.path));
+    });
+}
+
+// What "sysdb set" refuses, and no finding names yet: an earlier version, --force or another program has
+// stored it.
+void check_form(const std::string &path, const Item &item, const ConfigPaths &config, Findings &findings) {
+    if (is_known(findings, path)) {
+        return;
+    }
+    const std::string remedy = delete_item("set it again, or delete it", path);
+    const std::string fault = schema_fault(path, item);
+    if (fault.empty()) {
+        const std::string missing = reference_fault(path, item, config);
+        if (!missing.empty()) {
+            findings.push_back({Severity::warning, "dangling-reference", path, missing, remedy});
+        }
+    } else if (!is_aaa_tree(path)) {
+        findings.push_back({Severity::warning, "unread-item", path, fault, remedy});
+    } else {
+        const bool is_setting = !setting_fault(path, item).empty();
+        findings.push_back(
+            {Severity::error, is_setting ? "malformed-setting" : "malformed-item", path, fault, remedy});
     }
 }
 
@@ -233,16 +254,16 @@ void check_key_at(Database &database, const std::string &path, Findings &finding
 }
 
 void check_items(Database &database, Findings &findings) {
+    ConfigPaths config = config_paths(database);
+    config.checks_names = false;  // a finding of the group
     const auto visit = [&](const std::string &path, const Item &item) {
         if (item.type == SYSDB_TYPE_STRING && is_secret(path, item) && !text_of(item).empty()) {
             check_key(path, text_of(item), findings);
         }
-        check_setting(path, item, findings);
+        check_form(path, item, config, findings);
     };
     const auto unreadable = [&](const Unreadable &item) {
-        const bool known = std::any_of(findings.begin(), findings.end(),
-                                       [&](const Finding &finding) { return finding.path == item.path; });
-        if (!known) {
+        if (!is_known(findings, item.path)) {
             findings.push_back({Severity::error, "unreadable-item", item.path,
                                 item.fault + ": no program can read it",
                                 delete_item("set it again, or delete it", item.path)});

@@ -89,6 +89,12 @@ class ListCheck {
         const ClientView client = look_up(list_);
         if (client.rc != AAA_OK) {
             error("lock-out", failure_text(list_, client.rc), failure_remedy(list_));
+            return;
+        }
+        const NumberFault fault = number_fault(list_);
+        if (!fault.text.empty()) {
+            error(fault.is_lock_out ? "lock-out" : "wrong-number", fault.text,
+                  "number all server groups: aaactl sg publish");
         }
     }
 

@@ -230,6 +230,9 @@ void print_head(Output &out, const Explanation &e) {
 
 // Why no step is reached.
 std::string untried(const Explanation &e) {
+    if (e.client.rc == AAA_OK && e.suits == AAA_OK) {
+        return number_fault(e.list).text;
+    }
     return e.client.rc != AAA_OK ? failure_text(e.list, e.client.rc)
                                  : "the library refuses the list for this service; no method is tried: " +
                                        std::string(consequence_of_failure(e.function()));
@@ -261,6 +264,9 @@ void print_explanation(Output &out, const Explanation &e) {
     if (!e.is_tried()) {
         out.line("");
         out.line(out.styled(Style::bad, capital(untried(e))) + ".");
+    } else if (const std::string effect = number_fault(e.list).text; !effect.empty()) {
+        out.line("");
+        out.line(out.styled(Style::bad, capital(effect)) + ".");
     }
     for (size_t i = 0; i < e.reached().size(); ++i) {
         print_step(out, e, i);

@@ -109,8 +109,10 @@ std::span<const Step> Explanation::reached() const {
         return {};
     }
     const auto always_answers = [](const Step &step) { return step.method.number == AAA_METHOD_NONE; };
-    const auto last = std::find_if(steps.begin(), steps.end(), always_answers);
-    return {steps.begin(), last == steps.end() ? last : last + 1};
+    // A group with the number 0 ends the list for those who look it up.
+    const auto end = steps.begin() + static_cast<ptrdiff_t>(std::min(steps.size(), client.methods.size()));
+    const auto last = std::find_if(steps.begin(), end, always_answers);
+    return {steps.begin(), last == end ? last : last + 1};
 }
 
 Explanation make_explanation(Database &database, const ExplainOptions &options) {

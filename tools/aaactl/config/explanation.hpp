@@ -45,7 +45,9 @@ struct Explanation {
 
     bool exists() const { return configured || client.rc == AAA_OK; }
     // Whether a request gets as far as the first step.
-    bool is_tried() const { return client.rc == AAA_OK && suits == AAA_OK; }
+    bool is_tried() const {
+        return client.rc == AAA_OK && suits == AAA_OK && (steps.empty() || !client.methods.empty());
+    }
     // The steps that a request can reach: none of a list that is not tried, none after one that always
     // answers.
     std::span<const Step> reached() const;

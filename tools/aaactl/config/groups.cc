@@ -201,10 +201,12 @@ std::vector<group_numbers::Number> publish_numbers(Database &database,
     return numbers;
 }
 
-Failure number_failure(const std::string &name, cerrno rc) {
+Failure number_failure(const std::string &name, const group_numbers::Number &number) {
     const std::string reason =
-        rc == AAA_ERR_SG_MAPPING ? "the numbers of its protocol are used up" : escaped(cerr_strerror(rc));
-    return {database_failure("", rc).code(), "server group " + escaped(name) + ": refused: " + reason};
+        number.is_used_up
+            ? "every number of its protocol belongs to a group; delete a group that is not needed"
+            : escaped(cerr_strerror(number.rc));
+    return {database_failure("", number.rc).code(), "server group " + escaped(name) + ": refused: " + reason};
 }
 
 cerrno withdraw_numbers(Database &database, const std::vector<group_numbers::Group> &groups) {
@@ -220,20 +222,6 @@ cerrno change_number(Database &database, const Protocol &protocol, const std::st
     const group_numbers::Number published = publish_numbers(database, {group})[0];
     number = published.number;
     return published.rc;
-}
-
-bool is_group_name(const std::string &name) {
-    std::string copy = name;  // the library takes it without const
-    const bool printable = name.find('\0') == std::string::npos && aaa_is_name_valid(copy.data()) == 1;
-    return !name.empty() && printable && name.find('/') == std::string::npos && name.size() < SYSDB_NAME_SIZE;
-}
-
-void check_group_name(const std::string &name) {
-    if (!is_group_name(name)) {
-        throw Failure(
-            ExitCode::usage,
-            "\"" + escaped(name) + "\" is not a valid name; use 1 to 49 printable characters without '/'");
-    }
 }
 
 }  // namespace aaactl

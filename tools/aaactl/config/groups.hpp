@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "config/protocols.hpp"
 #include "database/database.hpp"
+#include "database/protocols.hpp"
 #include "database/server_entry.hpp"
 #include "numbers/group_numbers.hpp"
 
@@ -69,20 +69,16 @@ std::string protocol_servers_path(const Protocol &protocol);
 // AAA_CFG_OP_DELETE. Failure(negative) with the library's reason if it refuses the change.
 void verify_group(const Protocol &protocol, const std::string &name, uint32_t operation);
 // Publishes the numbers of groups as one change, one element of the result for each. A group that has a
-// number keeps it, unless it belongs to another group. Failure if nothing was changed.
+// number keeps it, unless no program can use it or it belongs to another group. Failure if nothing was
+// changed.
 std::vector<group_numbers::Number> publish_numbers(Database &database,
                                                    const std::vector<group_numbers::Group> &groups);
 // Why a group got no number.
-Failure number_failure(const std::string &name, cerrno rc);
+Failure number_failure(const std::string &name, const group_numbers::Number &number);
 // Removes the numbers of groups as one change.
 cerrno withdraw_numbers(Database &database, const std::vector<group_numbers::Group> &groups);
 // The same for one group: `operation` is AAA_CFG_OP_CREATE or AAA_CFG_OP_DELETE.
 cerrno change_number(Database &database, const Protocol &protocol, const std::string &name,
                      uint32_t operation, uint32_t &number);
-
-// Whether commands take it as a name: printable, without '/', and of a length that fits a method list.
-bool is_group_name(const std::string &name);
-// Failure(usage) for another name.
-void check_group_name(const std::string &name);
 
 }  // namespace aaactl

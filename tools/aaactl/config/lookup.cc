@@ -9,6 +9,7 @@
 #include "aaa/method_lists.h"
 #include "aaa/names.h"
 #include "aaa/result_codes.h"
+#include "aaa/server_groups.h"
 #include "config/advice.hpp"
 #include "platform/cerr.h"
 
@@ -16,8 +17,14 @@ namespace aaactl {
 namespace {
 
 struct FreeWords {
-    void operator()(uint32_t *words) const { std::free(words); }
+    void operator()(void *words) const { std::free(words); }
 };
+
+std::string no_method_text(const MethodList &list) {
+    return std::string("no method is tried, ") +
+           (list.function == "authentication" ? "not even \"local\": " : "") +
+           consequence_of_failure(list.function);
+}
 
 bool has_no_number(const Method &method) {
     return method.is_group() && !method.group_number();
@@ -55,9 +62,41 @@ std::string failure_text(const MethodList &list, cerrno rc) {
     const std::string why = group == nullptr ? escaped(cerr_strerror(rc))
                                              : "the server group \"" + escaped(group->group) +
                                                    "\" has no number (" + escaped(cerr_strerror(rc)) + ")";
-    return "the lookup fails: " + why + "; no method is tried, " +
-           (list.function == "authentication" ? "not even \"local\": " : "") +
-           consequence_of_failure(list.function);
+    return "the lookup fails: " + why + "; " + no_method_text(list);
+}
+
+NumberFault number_fault(const MethodList &list) {
+    const auto methods = list.methods();
+    for (size_t i = 0; i < methods.size(); ++i) {
+        const Method &method = methods[i];
+        const auto number = method.group_number();
+        if (!method.is_group() || !number) {
+            continue;
+        }
+        const std::string group = "server group \"" + escaped(method.group) + "\"";
+        if (*number == AAA_METHOD_NOTSET) {
+            return {i == 0,
+                    "the number of " + group + " is 0, which ends the list: " +
+                        (i == 0 ? no_method_text(list) : "neither it nor a method that follows it is tried")};
+        }
+        if (method.resolved->protocol.number == AAA_KW_DIAMETER) {
+            continue;  // its numbers are not looked up
+        }
+        const std::unique_ptr<char, FreeWords> name(aaa_util_lookup_sg_name(*number));
+        if (!name) {
+            const bool is_lock_out = methods.size() == 1;
+            return {is_lock_out,
+                    "the number " + std::to_string(*number) + " of " + group +
+                        " leads to no group, so none of its servers is asked" +
+                        (is_lock_out ? ": " + std::string(consequence_of_failure(list.function)) : "")};
+        }
+        if (method.group != name.get()) {
+            return {false, "the number " + std::to_string(*number) + " of " + group +
+                               " leads to the server group \"" + escaped(name.get()) +
+                               "\": programs ask that one instead"};
+        }
+    }
+    return {};
 }
 
 std::string failure_remedy(const MethodList &list) {
@@ -72,7 +111,7 @@ std::string failure_remedy(const MethodList &list) {
     const auto unreadable = std::find_if(methods.begin(), methods.end(), [](const Method &method) {
         return method.is_group() && !method.configured()->number_defect.empty();
     });
-    if (unreadable != methods.end()) {  // "sg publish" changes no value that it cannot read
+    if (unreadable != methods.end()) {
         return renumber_group("give the group another number", *unreadable->configured());
     }
     return std::any_of(methods.begin(), methods.end(), has_no_number)

@@ -23,6 +23,13 @@ ClientView look_up(const MethodList &list);
 const char *consequence_of_failure(const std::string &function);
 // Why the lookup fails, and what it means: "the lookup fails: CODE; no method is tried, ...".
 std::string failure_text(const MethodList &list, cerrno rc);
+// What a lookup that succeeds gives other than the list says, because the number of a group is not that of
+// the group alone.
+struct NumberFault {
+    bool is_lock_out = false;  // no method of the list is asked
+    std::string text;          // "" when there is none
+};
+NumberFault number_fault(const MethodList &list);
 // What to do when the lookup fails, as a command where one does it.
 std::string failure_remedy(const MethodList &list);
 

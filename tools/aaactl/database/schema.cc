@@ -3,12 +3,14 @@
 #include "database/schema.hpp"
 
 #include <algorithm>
+#include <cstdio>
 #include <span>
 #include <vector>
 
 #include "aaa/names.h"
 #include "cli/suggestion.hpp"
 #include "database/list_rules.hpp"
+#include "database/protocols.hpp"
 #include "database/secret_values.hpp"
 #include "database/server_entry.hpp"
 #include "database/sysdb_values.hpp"
@@ -88,8 +90,12 @@ std::string wrong_type(const Item &item, uint32_t wanted) {
 
 std::string method_fault(const std::string &function, const TupleField &number, const TupleField &name) {
     const auto method = static_cast<uint32_t>(number.number);
-    if (method == AAA_METHOD_NOTSET || (method >= kFirstGroupNumber && method <= kLastGroupNumber)) {
+    if (method == AAA_METHOD_NOTSET) {
         return "";
+    }
+    if (method >= kFirstGroupNumber && method <= kLastGroupNumber) {
+        return std::to_string(number.number) +
+               " is the number of a server group, and numbers do not survive a reboot; name the group";
     }
     if (method > AAA_METHOD_SYSLOG) {
         return std::to_string(number.number) + " is not a method";
@@ -141,6 +147,12 @@ std::string tuple_fault(const std::string &function, const std::vector<TupleFiel
     return methods_fault(function, all.subspan(integers - kMethods, kMethods), all.subspan(integers));
 }
 
+std::string name_fault(const std::string &name) {
+    return is_group_name(name) ? ""
+                               : "\"" + escaped(name) +
+                                     "\" is not a valid name; use 1 to 49 printable characters without '/'";
+}
+
 // FUNCTION/SERVICE/NAME
 std::string list_fault(const Place &place, const Item &item) {
     if (place.is_directory ? place.size() > 2 : place.size() != 3) {
@@ -152,6 +164,9 @@ std::string list_fault(const Place &place, const Item &item) {
     }
     if (place.is_directory) {
         return "";
+    }
+    if (const std::string fault = name_fault(place.names[2]); !fault.empty()) {
+        return fault;
     }
     return item.type != SYSDB_TYPE_TUPLE ? wrong_type(item, SYSDB_TYPE_TUPLE)
                                          : tuple_fault(place.names[0], tuple_fields(item));
@@ -170,25 +185,40 @@ std::string server_item_fault(unsigned protocol, const std::string &entry, const
     return number_of(item) == 1 ? "" : "the value of a server is 1";
 }
 
+// Commands write ordinals in this form only, so another form would give two servers one ordinal.
+bool is_usual_ordinal(const std::string &name) {
+    const auto number = ordinal_in(name);
+    char usual[16];
+    std::snprintf(usual, sizeof usual, "0x%x", number.value_or(0));
+    return number.value_or(0) != 0 && name == usual;
+}
+
 // ORDINAL/ENTRY, the entry as an item or a directory.
 std::string server_fault(unsigned protocol, const Place &place, const Item &item) {
     if (place.size() == 0) {
         return "";
     }
-    if (!ordinal_in(place.names[0])) {
-        return "\"" + escaped(place.names[0]) + "\" is not an ordinal of a server, such as 0x1";
+    if (!is_usual_ordinal(place.names[0])) {
+        return "\"" + escaped(place.names[0]) +
+               "\" is not an ordinal of a server: use 0x1, 0x2, ... in lower-case hexadecimal digits";
     }
     if (place.size() == 1) {
         return place.is_directory ? "" : "an ordinal is a directory, which holds the server";
     }
-    const std::string defect = read_server_entry(place.names[1], protocol == kRadius ? 2 : 1).defect;
-    if (!defect.empty()) {
-        return defect;
+    const ServerEntry server = read_server_entry(place.names[1], protocol == kRadius ? 2 : 1);
+    if (!server.defect.empty()) {
+        return server.defect;
+    }
+    if (protocol == kRadius && server.ports.size() != 2) {
+        return "a RADIUS server has two ports: " + escaped(server.host) + ",1812,1813";
     }
     if (place.size() > 2) {
         return "nothing is read below a server; its settings are below settings/";
     }
-    return place.is_directory ? "" : server_item_fault(protocol, place.names[1], item);
+    if (place.is_directory) {
+        return protocol == kRadius ? "a RADIUS server is an item, a u32 of 1: omit '/' at the end" : "";
+    }
+    return server_item_fault(protocol, place.names[1], item);
 }
 
 // ---- settings
@@ -318,6 +348,14 @@ std::string groups_fault(const Place &place, const Item &item) {
     if (!contains(kProtocolWords, place.names[0])) {
         return unknown(place.names[0], "a protocol", kProtocolWords);
     }
+    if (place.size() > 1) {
+        const std::string fault = name_fault(place.names[1]);
+        if (!fault.empty() || is_keyword(place.names[1])) {
+            return !fault.empty() ? fault
+                                  : "\"" + escaped(place.names[1]) +
+                                        "\" is a keyword of methods and cannot name a server group";
+        }
+    }
     if (place.size() <= 2) {
         return place.is_directory ? "" : "a server group is a directory";
     }
@@ -412,6 +450,15 @@ std::span<const Setting> settings() {
 std::string schema_fault(const std::string &path, const Item &item) {
     const std::string fault = place_fault(path, item);
     return fault == kUnsealed ? fault + how_to_seal(path) : fault;
+}
+
+bool is_aaa_tree(const std::string &path) {
+    if (!path.starts_with(kRoot) || path.size() == kRoot.size()) {
+        return false;
+    }
+    const std::string first = Place(std::string_view(path).substr(kRoot.size())).names[0];
+    return first == "group-server" || first == "history" || contains(list_functions(), first) ||
+           contains(kProtocolWords, first);
 }
 
 std::string setting_fault(const std::string &path, const Item &item) {

@@ -50,7 +50,9 @@ std::string value_fault(const Setting &setting, const std::string &protocol, con
 // "", or why nothing reads such an item at this path. The text names no value of a secret. Paths elsewhere
 // than below /cfg/gl/aaa/ have no faults.
 std::string schema_fault(const std::string &path, const Item &item);
-// The same for an item below "settings/" of a group or a protocol; "" for all others.
+// Whether the service reads something in the path's tree: "/cfg/gl/aaa/radius/...".
+bool is_aaa_tree(const std::string &path);
+// As schema_fault() for an item below "settings/" of a group or a protocol; "" for all others.
 std::string setting_fault(const std::string &path, const Item &item);
 
 }  // namespace aaactl

@@ -180,7 +180,7 @@ void withdraw_unused(Database &database, const Protocol &protocol, const std::st
 group_numbers::Number publish_number(Database &database, const Protocol &protocol, const std::string &name) {
     const group_numbers::Number number = publish_numbers(database, {{protocol.word, name}})[0];
     if (number.rc != AAA_OK) {
-        throw number_failure(name, number.rc);
+        throw number_failure(name, number);
     }
     return number;
 }

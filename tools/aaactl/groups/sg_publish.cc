@@ -62,7 +62,7 @@ Published publish(Database &database, const std::vector<Group> &groups) {
         const auto number = refused[i] ? group_numbers::Number{} : numbers[next++];
         if (number.rc != AAA_OK) {
             // A group of this change may have taken the name, which the library then says.
-            refused[i] = refusal(group).value_or(number_failure(group.name, number.rc));
+            refused[i] = refusal(group).value_or(number_failure(group.name, number));
         }
         if (refused[i]) {
             published.refused.push_back(*refused[i]);
@@ -104,7 +104,7 @@ void add_sg_publish(Command sg) {
     sub.footer(
         "Numbers do not survive a reboot. The unit aaa-groups.service runs this command at boot; aaad does\n"
         "the same when it starts and when a group is configured. A group that has a number keeps it, unless\n"
-        "the number belongs to another group: then it gets a new one.\n"
+        "it belongs to another group, is damaged or out of range: then the group gets a new one.\n"
         "Exit status 1: a group was refused; the others have numbers.\n"
         "JSON: {groups: [{protocol, name, number, new}], faults: [text] if any}\n"
         "Example: aaactl sg publish");

@@ -6,6 +6,8 @@
 #include <set>
 
 #include "config/method_lists.hpp"
+#include "config/references.hpp"
+#include "database/schema.hpp"
 #include "running_config/stored.hpp"
 
 namespace aaactl {
@@ -32,6 +34,7 @@ class Application {
         add_empty_lists();
         check_groups();
         check_lists();
+        check_items();
         return std::move(applied_);
     }
 
@@ -304,8 +307,10 @@ class Application {
                 throw missing("item " + escaped(item.path));
             }
             forget(item.path);
+            named_items_.erase(item.path);
             return;
         }
+        named_items_[item.path] = line;
         once(item.path, line, "item " + escaped(item.path));
         set(item.path, item.masked ? kept_value(item) : item.item);
     }
@@ -362,6 +367,35 @@ class Application {
         }
     }
 
+    // An item is an exact path and value, so it can hold what no other statement could express.
+    void check_items() {
+        if (!options_.checked || named_items_.empty()) {
+            return;
+        }
+        ConfigPaths config;
+        config.is_published = options_.is_published;
+        for (const auto &[path, item] : items()) {
+            config.paths.insert(path);
+        }
+        for (const auto &[path, line] : named_items_) {
+            const auto found = items().find(path);
+            if (found == items().end() || is_stored(path)) {
+                continue;
+            }
+            if (path.find("//") != std::string::npos) {  // which the database refuses with --force too
+                const Failure failure = database_failure(path, SYSDB_ERR_BAD_PATH);
+                throw Failure(ExitCode::bad_input, "line " + std::to_string(line) + ": " + failure.what());
+            }
+            const std::string form = schema_fault(path, found->second);
+            const std::string fault = form.empty() ? reference_fault(path, found->second, config) : form;
+            if (!fault.empty()) {
+                throw Failure(form.empty() ? ExitCode::negative : ExitCode::bad_input,
+                              "line " + std::to_string(line) + ": " + escaped(path) + ": " + fault +
+                                  " (--force loads it all the same)");
+            }
+        }
+    }
+
     void check_unused(const std::string &name, size_t line) {
         for (const auto &[path, item] : items()) {
             if (item.type != SYSDB_TYPE_TUPLE || !is_list_path(path)) {
@@ -402,6 +436,7 @@ class Application {
     std::map<std::string, size_t> set_on_;  // path to line
     std::map<std::string, NamedGroup> named_groups_;
     std::map<std::string, NamedList> named_lists_;
+    std::map<std::string, size_t> named_items_;     // path to line
     std::map<std::string, size_t> removed_groups_;  // name to line
 };
 

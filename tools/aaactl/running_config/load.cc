@@ -46,6 +46,7 @@ Loaded load_statements(Output &out, const LoadOptions &options, const Statements
                        Database &database) {
     PlanOptions how = options.plan;
     how.again = command_of(options);
+    how.checked = !options.plan.force;
     for (int attempt = 1;; ++attempt) {
         const bool commits = options.commit.given() && !options.dry_run;
         const history::Head head = commits ? head_for_commit(database) : history::Head{};
@@ -173,9 +174,10 @@ void add_load(Command root) {
     sub.flag("--replace", options->plan.replace,
              "Delete everything below /cfg/gl/aaa/ that is not in the text");
     sub.flag("--dry-run", options->dry_run, "Check, and print what would be changed");
-    sub.flag("--force", options->plan.force,
-             "Accept changed lists that name groups that do not exist (yet), and services and methods that "
-             "nothing uses");
+    sub.flag(
+        "--force", options->plan.force,
+        "Accept changed lists that name groups that do not exist (yet), services and methods that nothing "
+        "uses, and items that nothing reads");
     add_commit_options(sub, options->commit);
     sub.footer(
         "Adds to what is stored: servers to a group, settings to a server. A method list is replaced, and "
@@ -196,6 +198,7 @@ void add_load(Command root) {
         "  [no] aaa authentication|authorization|authorization_nacm SERVICE NAME METHOD...\n"
         "  [no] aaa accounting SERVICE NAME [start-stop] [broadcast] METHOD...\n"
         "  [no] item PATH TYPE VALUE\n"
+        "An item has to be what sysdb(5) describes, unless --force or it is stored already.\n"
         "METHOD is group NAME, local, none, line, enable, ...; a SETTING is a name of sysdb(5) and its "
         "value:\n"
         "timeout 3s, tries 2, dead-time 5min, single-connect off, key 7 SEALED, key 0 CLEAR (it is sealed), "

@@ -42,7 +42,7 @@ void Numbers::publish() {
     }
     for (size_t i = 0; i < groups.size(); ++i) {
         if (numbers[i].rc != 0) {
-            throw number_failure(groups[i].name, numbers[i].rc);
+            throw number_failure(groups[i].name, numbers[i]);
         }
     }
 }
@@ -66,7 +66,7 @@ void Numbers::settle(Output &out) {
         const auto numbers = publish_numbers(database_, groups);
         for (size_t i = 0; i < numbers.size(); ++i) {
             if (numbers[i].rc != 0) {
-                throw number_failure(groups[i].name, numbers[i].rc);
+                throw number_failure(groups[i].name, numbers[i]);
             }
         }
         if (rc != 0) {

@@ -32,6 +32,7 @@ ApplyOptions apply_options(Database &database, const PlanOptions &options, const
     ApplyOptions how;
     how.seal = seal;
     how.force = options.force;
+    how.checked = options.checked;
     how.kept = &plan.before;
     how.is_published = [&database](const std::string &name) {
         const auto group = resolve_group(database, name);

@@ -19,6 +19,7 @@ namespace aaactl {
 struct PlanOptions {
     bool replace = false;  // what the statements do not have is deleted
     bool force = false;    // changed lists may name groups that do not exist
+    bool checked = false;  // items have to be what the service reads, unless they are stored already
     bool expect = false;   // with replace: what is changed must be as the plan found it
     std::string again{};   // the command that makes the change, for a user who has interrupted it
 };

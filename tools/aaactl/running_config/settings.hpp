@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "config/protocols.hpp"
+#include "database/protocols.hpp"
 #include "database/schema.hpp"
 #include "database/sysdb_values.hpp"
 #include "running_config/words.hpp"

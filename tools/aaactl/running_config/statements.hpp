@@ -128,6 +128,8 @@ struct ApplyOptions {
     std::function<bool(const std::string &name)> is_published = [](const std::string &) { return false; };
     // Lists may name groups that do not exist.
     bool force = false;
+    // Items have to be what the AAA service reads at their paths, unless they are stored already.
+    bool checked = false;
     // Where masked items keep their value from.
     const Items *kept = nullptr;
 };

@@ -11,9 +11,9 @@
 #include "cli/secret_input.hpp"
 #include "commits/recording.hpp"
 #include "config/groups.hpp"
+#include "config/references.hpp"
 #include "database/schema.hpp"
 #include "database/secret_values.hpp"
-#include "sysdb/references.hpp"
 
 namespace aaactl {
 namespace {

@@ -10,11 +10,11 @@
 #include "cli/suggestion.hpp"
 #include "commits/recording.hpp"
 #include "config/groups.hpp"
+#include "config/references.hpp"
 #include "database/dump.hpp"
 #include "database/schema.hpp"
 #include "database/sysdb_apply.hpp"
 #include "platform/cerr.h"
-#include "sysdb/references.hpp"
 #include "sysdb/sysdb.hpp"
 
 namespace aaactl {

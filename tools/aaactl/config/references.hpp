@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What items of the AAA configuration refer to: a method list to server groups, a setting of one server to
-// that server. The service skips a group and a setting that refer to nothing.
+// that server, a setting to its group; and groups to
+// their names, which one protocol only may have. The service skips what refers to nothing.
 
 #pragma once
 
@@ -18,6 +19,8 @@ struct ConfigPaths {
     std::set<std::string> paths;
     // A group that programs find by its number although it is not configured.
     std::function<bool(const std::string &group)> is_published = [](const std::string &) { return false; };
+    // Whether two protocols may not have groups of one name.
+    bool checks_names = true;
 };
 
 // The paths below /cfg/gl/aaa/.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "sysdb/references.hpp"
+#include "config/references.hpp"
 
 #include <algorithm>
 #include <optional>
@@ -143,6 +143,44 @@ std::string setting_reference_fault(const ServerSetting &setting, const ConfigPa
            (entries.empty() ? "; add the server first" : suggestion(setting.entry, entries));
 }
 
+// ---- groups of servers and settings
+
+// GROUP, of a path below group-server/PROTOCOL/GROUP/.
+std::optional<Group> group_of(const std::string &path) {
+    for (const Protocol &protocol : kProtocols) {
+        const std::string groups = std::string(kGroupConfig) + protocol.word + "/";
+        const size_t end = path.starts_with(groups) ? path.find('/', groups.size()) : std::string::npos;
+        if (end != std::string::npos) {
+            const std::string name = component(path, groups.size());
+            return Group{protocol, name, group_path(protocol, name), false, {}, {}, {}};
+        }
+    }
+    return std::nullopt;
+}
+
+std::string taken_name_fault(const Group &group, const ConfigPaths &config) {
+    for (const Protocol &protocol : kProtocols) {
+        if (protocol.number != group.protocol.number &&
+            any_in(config.paths, group_path(protocol, group.name))) {
+            return std::string("a server group of ") + protocol.word + " has the name \"" +
+                   escaped(group.name) + "\" already; programs would not find both";
+        }
+    }
+    return "";
+}
+
+// A directory made for the group is enough; settings alone make no group.
+std::string lonely_setting_fault(const Group &group, const std::string &path, const ConfigPaths &config) {
+    const bool exists = config.paths.contains(group.path) || any_in(config.paths, group.path + "server/") ||
+                        any_in(config.paths, group.path + "server-private/");
+    if (exists || !path.starts_with(group.path + "settings/")) {
+        return "";
+    }
+    return std::string("no server group \"") + escaped(group.name) + "\" of " + group.protocol.word +
+           " exists, so nothing reads its settings; create it with \"aaactl sg add " + group.protocol.word +
+           " " + shell_word(escaped(group.name)) + "\"";
+}
+
 }  // namespace
 
 ConfigPaths config_paths(Database &database) {
@@ -160,6 +198,13 @@ ConfigPaths config_paths(Database &database) {
 std::string reference_fault(const std::string &path, const Item &item, const ConfigPaths &config) {
     if (is_list(path, item)) {
         return list_reference_fault(item, config);
+    }
+    if (const auto group = group_of(path)) {
+        const std::string taken = config.checks_names ? taken_name_fault(*group, config) : "";
+        const std::string fault = !taken.empty() ? taken : lonely_setting_fault(*group, path, config);
+        if (!fault.empty()) {
+            return fault;
+        }
     }
     const auto setting = server_setting(path);
     return setting ? setting_reference_fault(*setting, config) : "";

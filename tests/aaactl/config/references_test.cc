@@ -80,6 +80,19 @@ TEST_F(References, SettingsAreOfServersThatExist) {
             "nothing reads its settings; did you mean 192.0.2.9,1812,1813?");
 }
 
+TEST_F(References, SettingsAloneMakeNoGroup) {
+    refused("/cfg/gl/aaa/group-server/radius/crop/settings/tries", "u32", "3",
+            "no server group \"crop\" of radius exists, so nothing reads its settings; create it with "
+            "\"aaactl sg add radius crop\"");
+    put("/cfg/gl/aaa/group-server/radius/lab/", "directory", "");
+    EXPECT_EQ(set("/cfg/gl/aaa/group-server/radius/lab/settings/tries", "u32", "3").status, 0);
+}
+
+TEST_F(References, AGroupHasANameThatNoOtherProtocolHas) {
+    refused("/cfg/gl/aaa/group-server/tacacs/corp/server/0x1/192.0.2.3", "u32", "1",
+            "a server group of radius has the name \"corp\" already; programs would not find both");
+}
+
 // The order of the lines does not count.
 TEST_F(References, ADumpMayBringWhatItRefersTo) {
     const std::string lab = "/cfg/gl/aaa/group-server/radius/lab/";

@@ -30,4 +30,11 @@ const Protocol &protocol_named(std::string_view word);
 // The protocol whose servers a method asks without a group; null for methods that ask no server.
 const Protocol *protocol_of_method(uint32_t method);
 
+// Whether it is a word that method lists use for a method, which cannot name a group.
+bool is_keyword(const std::string &name);
+// Whether commands take it as a name: printable, without '/', and of a length that fits a method list.
+bool is_group_name(const std::string &name);
+// Failure(usage) for another name.
+void check_group_name(const std::string &name);
+
 }  // namespace aaactl
