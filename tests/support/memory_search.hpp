@@ -23,7 +23,7 @@ struct Inverted {
 
 namespace memory_search {
 
-// Shadow memory of sanitizers, which holds no copies, is larger.
+// Shadow memory of sanitizers, which holds no copies, has at least this size.
 inline constexpr std::uintptr_t kLargestMapping = std::uintptr_t{1} << 28;
 
 // In place: a copy of the memory would be found, too.
@@ -56,7 +56,7 @@ std::size_t search_all(const char (&inverted)[Size], bool erase) {
         std::uintptr_t end = 0;
         char rights[8] = "";
         if (std::sscanf(line, "%" SCNxPTR "-%" SCNxPTR " %7s", &begin, &end, rights) == 3 &&
-            rights[0] == 'r' && rights[1] == 'w' && end - begin <= kLargestMapping) {
+            rights[0] == 'r' && rights[1] == 'w' && end - begin < kLargestMapping) {
             found += search(begin, end, inverted, erase);
         }
     }
