@@ -1,7 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 """The client of the service: against a private aaad, and against a server that the tests play."""
 
+import copy
 import os
+import pickle
 import signal
 import socket
 import struct
@@ -344,6 +346,76 @@ def test_ctrl_c_ends_a_wait_and_the_connection(scripted):
             client.login("alice", "x", remote_addr="192.0.2.1")
         thread.join()
         server._answer = passes
+        assert client.login("alice", "x", remote_addr="192.0.2.1")
+
+
+def interrupted(server, asked, act):
+    """A login that a signal handler interrupts while it waits for the answer."""
+    outcome = []
+
+    def handler(number, frame):
+        try:
+            outcome.append(act(client))
+        except Exception as exception:  # pylint: disable=broad-except
+            outcome.append(exception)
+        server.release.set()
+
+    def send():
+        asked.wait()
+        os.kill(os.getpid(), signal.SIGUSR1)
+
+    before = signal.signal(signal.SIGUSR1, handler)
+    client = server.client(timeout=60)
+    thread = threading.Thread(target=send)
+    thread.start()
+    try:
+        outcome.append(client.login("mallory", "x", remote_addr="192.0.2.1").status)
+    except Exception as exception:  # pylint: disable=broad-except
+        outcome.append(exception)
+    thread.join()
+    signal.signal(signal.SIGUSR1, before)
+    return client, outcome
+
+
+@pytest.mark.parametrize("act", [lambda client: client.login("alice", "x", remote_addr="192.0.2.1"),
+                                 lambda client: client.ping()])
+def test_a_signal_handler_gets_no_answer_of_the_request_that_it_interrupts(scripted, act):
+    asked, release = threading.Event(), threading.Event()
+
+    def answer(kind, attributes):
+        asked.set()
+        release.wait()
+        return ScriptedServer.reply([("STATUS", Status.FAIL)])
+
+    server = scripted(answer)
+    server.release = release
+    client, (nested, own) = interrupted(server, asked, act)
+    assert isinstance(nested, RuntimeError) and "of its own" in str(nested)
+    assert own is Status.FAIL
+    assert len(server.requests) == 1
+    client.close()
+
+
+def test_a_signal_handler_may_close_a_client_that_waits(scripted):
+    for _ in range(20):
+        asked = threading.Event()
+        server = scripted(lambda kind, attributes: asked.set())
+        server.release = threading.Event()
+        client, (closed, own) = interrupted(server, asked, lambda client: client.close())
+        assert closed is None
+        assert isinstance(own, (ValueError, aaautil.AaaError))
+        with pytest.raises(ValueError, match="the client is closed"):
+            client.ping()
+        client.close()
+
+
+@pytest.mark.parametrize("take", [copy.copy, copy.deepcopy, pickle.dumps])
+def test_what_holds_a_resource_is_not_copied(scripted, take):
+    server = scripted(passes)
+    with server.client() as client:
+        for held in (client, aaautil.NativeList(name="x")):
+            with pytest.raises(TypeError, match="cannot be copied"):
+                take(held)
         assert client.login("alice", "x", remote_addr="192.0.2.1")
 
 

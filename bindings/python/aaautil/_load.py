@@ -12,7 +12,7 @@ for this process. It has to be loaded before the libraries are.
 
 import os
 import sys
-from typing import Any
+from typing import Any, NoReturn
 
 _SWITCH = "NO_DLLMAIN"
 
@@ -43,6 +43,15 @@ lib: Any = _native.lib
 
 # The texts of the library's codes, which the hook would have registered.
 lib.aaapy_register_codes()
+
+
+class Handle:
+    """What one object holds of the library. A copy would release it a second time."""
+
+    __slots__ = ()
+
+    def __reduce_ex__(self, protocol: Any) -> NoReturn:
+        raise TypeError(f"a {type(self).__name__} cannot be copied or pickled: make another one")
 
 
 def taken(text: Any) -> bytes:

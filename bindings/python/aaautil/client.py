@@ -9,7 +9,7 @@ import threading
 from typing import Any, Callable, Iterable, List, NamedTuple, Optional, Tuple, Union
 
 from ._enums import AcctOption, Attr, AuthenOption, Request, ResultCode, Service, Status
-from ._load import ffi, lib
+from ._load import Handle, ffi, lib
 from .errors import AaaError, ServiceTimeoutError, error
 from .lists import AttributeList, NativeList
 
@@ -143,7 +143,7 @@ class _Composition:
         lib.aaapy_wipe(self.buffer, self.room)
 
 
-class Client:
+class Client(Handle):
     """A connection to the AAA service of this machine, made when it is needed.
 
     ``method_list`` is the list that the service is to use, ``timeout`` the seconds for one answer
@@ -169,6 +169,9 @@ class Client:
         self.timeout = timeout
         self._servers = None if servers is None else self._user_numbers(servers)
         self._lock = threading.RLock()
+        self._asking = False  # under the lock
+        self._closing = False
+        self._connection: Optional[sockets.socket] = None
         self._pid = os.getpid()
         made = ffi.new("aaa_transport_t **")
         code = lib.aaa_transport_create(made)
@@ -197,22 +200,38 @@ class Client:
         """After a fork the parent has the connection, and perhaps held the lock."""
         if self._pid != os.getpid():
             self._lock = threading.RLock()
+            self._asking = False
             self._pid = os.getpid()
             if self._transport is not None:
                 lib.aaa_transport_close(self._transport)
 
     def _open(self) -> Any:
-        if self._transport is None:
+        if self._transport is None or self._closing:
             raise ValueError("the client is closed")
         return self._transport
 
     def close(self) -> None:
-        """Closes the connection, after a request that another thread makes. Nothing happens when it is closed."""
+        """Closes the connection, after a request that another thread makes. Nothing happens when it is closed.
+
+        A signal handler that interrupts a request of the same thread ends that request, which raises.
+        """
         self._mine()
         with self._lock:
+            if self._asking:  # only the request knows when the library uses the transport no more
+                self._closing = True
+                self._end_wait(self._connection)
+                return
             transport, self._transport = self._transport, None
             if transport is not None:
                 lib.aaa_transport_free(transport)
+
+    @staticmethod
+    def _end_wait(connection: Optional[sockets.socket]) -> None:
+        try:
+            if connection is not None:
+                connection.shutdown(sockets.SHUT_RDWR)
+        except OSError:
+            pass  # the service has closed it
 
     def __enter__(self) -> "Client":
         self._open()
@@ -280,6 +299,7 @@ class Client:
 
         # A descriptor of its own: the call may close that of the connection, whose number is another's then.
         connection = sockets.socket(fileno=os.dup(lib.aaa_transport_descriptor(self._transport)))
+        self._connection = connection
         try:
             threading.Thread(target=run, name="aaautil-client", daemon=True).start()
             # A signal that arrives just before the wait begins does not end it: so it ends now and then.
@@ -289,15 +309,13 @@ class Client:
             with gate:
                 abandoned[0] = True
             while begun[0] and not done.is_set():
-                try:
-                    connection.shutdown(sockets.SHUT_RDWR)
-                except OSError:
-                    pass  # the service has closed it
+                self._end_wait(connection)
                 done.wait(_LOOK_FOR_SIGNALS)
             # It is of no more use: an answer would come too late.
             lib.aaa_transport_close(self._transport)
             raise
         finally:
+            self._connection = None
             connection.close()
         return codes[0]
 
@@ -332,9 +350,12 @@ class Client:
         self._mine()
         with self._lock:
             self._open()
+            if self._asking:
+                raise RuntimeError("the client is in use by this thread: a signal handler needs a Client of its own")
             composed = _Composition()
             reply = ffi.new("aaa_transport_msg_t *")
             try:
+                self._asking = True
                 code = compose(composed)
                 if code:
                     raise error("the request cannot be composed", code)
@@ -342,6 +363,11 @@ class Client:
             finally:
                 composed.forget()
                 lib.aaapy_wipe(reply.u.bytes, reply.len)
+                self._asking = False
+                if self._closing:
+                    transport, self._transport = self._transport, None
+                    self._closing = False
+                    lib.aaa_transport_free(transport)
 
     def _answer(self, code: int, attributes: Optional[AttributeList]) -> Answer:
         if code:

@@ -16,7 +16,7 @@ from typing import (Any, Dict, Iterable, Iterator, List, MutableSequence, NamedT
                     overload)
 
 from ._enums import Attr, AuthenOption, Format, MessageType, Method, ResultCode, Service, Status
-from ._load import ffi, lib
+from ._load import Handle, ffi, lib
 from .dictionary import MASK, attribute_format, attribute_name, is_secret, resolve
 from .errors import ListSpentError, check, error
 
@@ -463,7 +463,7 @@ def _remake(cls: Type[AttributeList], pairs: List[Tuple[int, int, int, bytes]], 
     return cls((Attribute(*pair) for pair in pairs), name)
 
 
-class NativeList:
+class NativeList(Handle):
     """A list of the library, for calls of :data:`aaautil.lib`.
 
     ``handle`` is its address. Packing converts a list where it is, and freeing releases it: the

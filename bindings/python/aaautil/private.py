@@ -18,6 +18,7 @@ import time
 from typing import Any, Dict, List, Optional, Sequence, Union
 
 from ._enums import Method
+from ._load import Handle
 from .client import Client
 from .sysdb import Database, Delete, Expect, Prune, Set, _raw
 
@@ -68,7 +69,7 @@ def _program() -> str:
     return found
 
 
-class PrivateService:
+class PrivateService(Handle):
     """aaad in a directory of its own, with a database of its own.
 
     There are two users at first: alice, whose password is "wonderland" and whose privilege is 15, and

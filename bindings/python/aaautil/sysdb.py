@@ -15,7 +15,7 @@ import weakref
 from collections import deque
 from typing import Any, Deque, Iterator, List, NamedTuple, Optional, Sequence, Tuple, Union
 
-from ._load import ffi, lib
+from ._load import Handle, ffi, lib
 from .errors import AaaError, check, error
 from .lists import BytesLike
 
@@ -219,7 +219,7 @@ def _change(record: Any, change: Union[Set, Delete, Prune, Expect], keep: List[A
     record.path, record.value, record.length, record.datatype = path, value, len(raw), type
 
 
-class Database:
+class Database(Handle):
     """A connection to the system database, bound at a directory.
 
     ``path`` is absolute and ends in "/". With ``existing`` nothing is created where there is no
@@ -374,7 +374,7 @@ class Database:
         return Watch(bound, path, initial)
 
 
-class Watch:
+class Watch(Handle):
     """Changes of the database, as they happen.
 
     With asyncio::
