@@ -203,7 +203,7 @@ TEST_F(HistoryCommands, ChangesWhileACommitWaitsSayThatTheyGoBackToo) {
     load(limit(1));
     done({"commit", "base"});
     const std::vector<std::vector<std::string>> all = {
-        {"load", "-"},
+        {"load", "--force", "-"},
         {"sg", "add", "radius", "corp", "192.0.2.1"},
         {"mlist", "set", "authentication", "login", "default", "group:corp", "local"},
         {"sysdb", "set", "/cfg/gl/aaa/history/commits", "--type", "u32", "60"},
@@ -222,7 +222,7 @@ TEST_F(HistoryCommands, ChangesWhileACommitWaitsSayThatTheyGoBackToo) {
             EXPECT_EQ(contains(run.err, "this change is taken back too"), waits) << words[1] << run.err;
         }
     }
-    EXPECT_EQ(aaactl({"load", "-"}, limit(3)).err, "") << "nothing was changed";
+    EXPECT_EQ(aaactl({"load", "--force", "-"}, limit(3)).err, "") << "nothing was changed";
     EXPECT_EQ(aaactl({"sysdb", "set", "/cfg/site", "--type", "u32", "1"}).err, "")
         << "commits do not have it";
 }
@@ -242,7 +242,7 @@ TEST_F(HistoryCommands, ALoadThatOpensLoginsSaysSo) {
 TEST_F(HistoryCommands, WhenTheOutputIsLostTheChangeIsSaidToBeStored) {
     const std::string file = dir().write("text", limit(7));
     for (const std::vector<std::string> &words :
-         {std::vector<std::string>{"load", file},
+         {std::vector<std::string>{"load", "--force", file},
           {"commit", "first"},
           {"mlist", "set", "authentication", "login", "default", "local"},
           {"sg", "add", "radius", "corp", "192.0.2.1"},
@@ -253,8 +253,9 @@ TEST_F(HistoryCommands, WhenTheOutputIsLostTheChangeIsSaidToBeStored) {
         EXPECT_EQ(contains(run.shown(), "; the change is stored"), words[0] != "sysdb") << run.shown();
     }
     EXPECT_EQ(kinds().size(), 3u);
-    for (const std::vector<std::string> &words :
-         {std::vector<std::string>{"history"}, {"rollback", "--dry-run", "1"}, {"load", "--dry-run", file}}) {
+    for (const std::vector<std::string> &words : {std::vector<std::string>{"history"},
+                                                  {"rollback", "--dry-run", "1"},
+                                                  {"load", "--force", "--dry-run", file}}) {
         Started run(words, Started::On::full_disk);
         EXPECT_EQ(run.wait(), 6) << words[0];
         EXPECT_FALSE(contains(run.shown(), "is stored")) << run.shown();
