@@ -71,14 +71,30 @@ class Mask {
 
   private:
     // The value to show in place of another one; nullopt: that one.
-    std::optional<std::string> other_value(std::uint32_t type, std::string_view value) const;
+    std::optional<std::string> other_value(std::uint32_t type, std::string_view value);
     void add_pair(std::string &out, std::string_view pair, std::string_view value);
+
+    std::string command(std::uint32_t type, const std::string &text);
 
     const std::function<bool(const std::string &)> &may_show_name_;
     bool is_changed_ = false;
+    bool is_secret_announced_ = false;  // by an earlier part of the command
 };
 
-std::optional<std::string> Mask::other_value(std::uint32_t type, std::string_view value) const {
+// A command may be one value or a value for each argument: the secret may be another value than
+// the word before it.
+std::string Mask::command(std::uint32_t type, const std::string &text) {
+    if (type == AAA_AUTOCMD_ATTR || type == AAA_VS1_AUTOCMD) {
+        return command_for_trace(text);
+    }
+    if (is_secret_announced_) {
+        return std::string(kMask);
+    }
+    is_secret_announced_ = command_announces_secret(text);
+    return command_for_trace(text);
+}
+
+std::optional<std::string> Mask::other_value(std::uint32_t type, std::string_view value) {
     if (value.empty()) {
         return std::nullopt;
     }
@@ -96,7 +112,11 @@ std::optional<std::string> Mask::other_value(std::uint32_t type, std::string_vie
         case AAA_ORIG_USERNAME_ATTR:
             return if_other(may_show_name_(text) ? text : std::string(kMask));
         case AAA_CMD_ATTR:
-            return if_other(command_for_trace(text));
+        case AAA_AUTOCMD_ATTR:
+        case AAA_VS1_AUTOCMD:
+        case AAA_VS1_CMD_ARG:
+        case AAA_VS1_CMD:
+            return if_other(command(type, text));
         default:
             return type < AAA_TABLE_ROWS && aaa_table[type].format == AAA_FORMAT_STRING
                        ? if_other(text_without_credentials(text))

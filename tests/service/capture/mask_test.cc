@@ -105,6 +105,29 @@ TEST(Mask, WordsOfCommandsAndAddresses) {
               pair(AAA_REPLYMSG_ATTR, text("see  ftp://***@host/x now")));
 }
 
+TEST(Mask, EveryAttributeThatHoldsACommand) {
+    for (const std::uint32_t type :
+         {AAA_CMD_ATTR, AAA_AUTOCMD_ATTR, AAA_VS1_AUTOCMD, AAA_VS1_CMD_ARG, AAA_VS1_CMD}) {
+        EXPECT_EQ(masked_list(pair(type, text("username bob pwd geheim"))),
+                  pair(type, text("username bob pwd ***")));
+        EXPECT_EQ(masked_list(pair(type, "password\ngeheim")), pair(type, text("password ***")));
+        EXPECT_EQ(masked_list(pair(type, text("show version"))), pair(type, text("show version")));
+    }
+}
+
+TEST(Mask, ASecretThatIsAnArgumentOfItsOwn) {
+    const std::string show = pair(AAA_VS1_CMD, text("show")) + pair(AAA_VS1_CMD_ARG, text("version"));
+    EXPECT_EQ(masked_list(show), show);
+    for (const std::uint32_t first : {AAA_CMD_ATTR, AAA_VS1_CMD, AAA_VS1_CMD_ARG}) {
+        const std::string begin = pair(first, text("enable password"));
+        const std::string other = pair(AAA_SERVICE_TYPE_ATTR, word(1));
+        EXPECT_EQ(masked_list(begin + other + pair(AAA_VS1_CMD_ARG, text("7")) +
+                              pair(AAA_VS1_CMD_ARG, text("geheim"))),
+                  begin + other + pair(AAA_VS1_CMD_ARG, text("********")) +
+                      pair(AAA_VS1_CMD_ARG, text("********")));
+    }
+}
+
 TEST(Mask, WhatFollowsTheEndOfATextIsLeftOut) {
     EXPECT_EQ(masked_list(pair(AAA_REPLYMSG_ATTR, text("hello") + "geheim")),
               pair(AAA_REPLYMSG_ATTR, text("hello")));
