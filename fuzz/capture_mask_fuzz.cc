@@ -4,6 +4,7 @@
 // a list that the library reads, the library reads what is shown, without a value of a secret attribute.
 
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "aaa/checked.h"
@@ -41,10 +42,12 @@ void check_values(const avlist *list) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::Input input(data, size);
-    const bool is_readable = input.byte() % 8 != 0;
+    const std::uint8_t how = input.byte();
+    const bool is_readable = how % 8 != 0;
+    const auto type = how < 128 ? std::nullopt : std::optional<std::uint32_t>(how >> 3 & 31);
     const std::size_t at = input.byte();
     const std::string bytes = input.text(input.size());
-    const service::Masked once = service::masked({bytes, at, is_readable}, knows);
+    const service::Masked once = service::masked({bytes, at, is_readable, type}, knows);
     REQUIRE(once.is_changed || once.bytes == bytes);
     if (!is_readable || at > bytes.size()) {
         REQUIRE(once.bytes.size() == bytes.size());

@@ -51,11 +51,19 @@ void call_probe(const TraceEvent &event, const KnownNames &names) {
     }
 }
 
+constexpr const char *kBlanks = " \t\r\n\v\f";
+constexpr const char *kAssigns = "=:";
+
 bool announces_secret(std::string word) {
-    constexpr std::array kWords = {"pass", "secret", "key", "community", "token", "credential"};
+    constexpr std::array kParts = {"pass", "secret", "key", "community", "token", "credential"};
+    // Too short to be looked for within other words, such as "authorization".
+    constexpr std::array kWords = {"pwd", "psk", "auth", "priv", "md5", "sha", "hash"};
     std::transform(word.begin(), word.end(), word.begin(),
                    [](unsigned char c) { return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c; });
-    return std::any_of(kWords.begin(), kWords.end(),
+    const std::size_t begin = std::min(word.find_first_not_of('-'), word.size());
+    const std::string name = word.substr(begin, word.find_first_of(kAssigns, begin) - begin);
+    return std::find(kWords.begin(), kWords.end(), name) != kWords.end() ||
+           std::any_of(kParts.begin(), kParts.end(),
                        [&](const char *part) { return word.find(part) != std::string::npos; });
 }
 
@@ -112,10 +120,10 @@ std::string command_for_trace(const std::string &command) {
     constexpr std::size_t kMost = 256;
     std::string shown;
     for (std::size_t at = 0; at < command.size() && shown.size() <= kMost;) {
-        const std::size_t end = std::min(command.find_first_of(" \t", at), command.size());
+        const std::size_t end = std::min(command.find_first_of(kBlanks, at), command.size());
         const std::string word = command.substr(at, end - at);
         shown += shown.empty() ? "" : " ";
-        if (const std::size_t equals = word.find('='); announces_secret(word)) {
+        if (const std::size_t equals = word.find_first_of(kAssigns); announces_secret(word)) {
             const bool ends_here = equals == std::string::npos && end == command.size();
             return shown + word.substr(0, equals) + (ends_here ? "" : " ***");
         }
@@ -126,8 +134,18 @@ std::string command_for_trace(const std::string &command) {
     return shown;
 }
 
+bool command_announces_secret(const std::string &command) {
+    for (std::size_t at = 0; at < command.size();) {
+        const std::size_t end = std::min(command.find_first_of(kBlanks, at), command.size());
+        if (announces_secret(command.substr(at, end - at))) {
+            return true;
+        }
+        at = end + 1;
+    }
+    return false;
+}
+
 std::string text_without_credentials(const std::string &text) {
-    constexpr const char *kBlanks = " \t\r\n";
     std::string shown;
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t end = std::min(text.find_first_of(kBlanks, at), text.size());

@@ -77,6 +77,10 @@ struct TraceEvent {
 // and the like.
 std::string command_for_trace(const std::string &command);
 
+// Whether a word of a command is "password", "secret", "key" or the like: a secret follows, perhaps
+// in the next argument.
+bool command_announces_secret(const std::string &command);
+
 // A text, each "user:password@" of an address in it as "***@".
 std::string text_without_credentials(const std::string &text);
 

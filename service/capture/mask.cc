@@ -16,6 +16,7 @@
 #include "aaa/avpair.h"
 #include "aaa/dictionary.h"
 #include "aaa/messages.h"
+#include "aaa/names.h"
 #include "aaa/session_packets.h"
 #include "aaa/transport.h"
 #include "base/trace.hpp"
@@ -26,6 +27,8 @@ namespace {
 
 constexpr std::size_t kListHeader = sizeof(avlist);
 constexpr std::size_t kHead = sizeof(avpair_t);
+constexpr std::size_t kListName = 24;  // in the header
+constexpr std::uint32_t kSessionMarker = 16;
 constexpr std::string_view kMask = "********";
 
 constexpr std::uint32_t kSecrets[] = {
@@ -57,6 +60,27 @@ bool is_secret(std::uint32_t type) {
            std::find(std::begin(kSecrets), std::end(kSecrets), type) != std::end(kSecrets);
 }
 
+bool is_session(std::string_view bytes) {
+    std::uint32_t first = 0;
+    std::memcpy(&first, bytes.data(), std::min(bytes.size(), sizeof first));
+    return first == kSessionMarker;
+}
+
+// Of requests without a list.
+bool exists(std::uint32_t type) {
+    switch (type) {
+        case AAA_REQ_CONNECT:
+        case AAA_REQ_DISCONNECT:
+        case AAA_REQ_CALLBACK:
+        case AAA_REQ_PING:
+        case AAA_REQ_TASKMAP:
+        case AAA_REQ_USERGROUP:
+            return true;
+        default:
+            return false;
+    }
+}
+
 class Mask {
   public:
     explicit Mask(const std::function<bool(const std::string &)> &may_show_name)
@@ -69,16 +93,52 @@ class Mask {
         return std::string(bytes.size(), '*');
     }
 
+    // A request's bytes before its list.
+    std::string head(std::string_view bytes, std::uint32_t type);
+    // A request without a list.
+    std::string plain(std::string_view bytes, std::uint32_t type);
+
   private:
+    // Bytes that belong to no field: zeros, as they should be, or asterisks, so that their number can be
+    // seen.
+    std::string cover(std::string_view bytes, char with) {
+        const bool is_empty = bytes.find_first_not_of('\0') == std::string_view::npos;
+        is_changed_ = is_changed_ || !is_empty;
+        return std::string(bytes.size(), is_empty ? '\0' : with);
+    }
+    std::string shown_name(std::string_view name) {
+        const bool is_shown = name.empty() || may_show_name_(std::string(name));
+        is_changed_ = is_changed_ || !is_shown;
+        return std::string(is_shown ? name : kMask);
+    }
+    std::string list_header(std::string_view header);
+    std::string classic_plain(std::string_view bytes, std::uint32_t type);
+    std::string session_name(std::string_view bytes);
     // The value to show in place of another one; nullopt: that one.
-    std::optional<std::string> other_value(std::uint32_t type, std::string_view value) const;
+    std::optional<std::string> other_value(std::uint32_t type, std::string_view value);
     void add_pair(std::string &out, std::string_view pair, std::string_view value);
+
+    std::string command(std::uint32_t type, const std::string &text);
 
     const std::function<bool(const std::string &)> &may_show_name_;
     bool is_changed_ = false;
+    bool is_secret_announced_ = false;  // by an earlier part of the command
 };
 
-std::optional<std::string> Mask::other_value(std::uint32_t type, std::string_view value) const {
+// A command may be one value or a value for each argument: the secret may be another value than
+// the word before it.
+std::string Mask::command(std::uint32_t type, const std::string &text) {
+    if (type == AAA_AUTOCMD_ATTR || type == AAA_VS1_AUTOCMD) {
+        return command_for_trace(text);
+    }
+    if (is_secret_announced_) {
+        return std::string(kMask);
+    }
+    is_secret_announced_ = command_announces_secret(text);
+    return command_for_trace(text);
+}
+
+std::optional<std::string> Mask::other_value(std::uint32_t type, std::string_view value) {
     if (value.empty()) {
         return std::nullopt;
     }
@@ -96,7 +156,11 @@ std::optional<std::string> Mask::other_value(std::uint32_t type, std::string_vie
         case AAA_ORIG_USERNAME_ATTR:
             return if_other(may_show_name_(text) ? text : std::string(kMask));
         case AAA_CMD_ATTR:
-            return if_other(command_for_trace(text));
+        case AAA_AUTOCMD_ATTR:
+        case AAA_VS1_AUTOCMD:
+        case AAA_VS1_CMD_ARG:
+        case AAA_VS1_CMD:
+            return if_other(command(type, text));
         default:
             return type < AAA_TABLE_ROWS && aaa_table[type].format == AAA_FORMAT_STRING
                        ? if_other(text_without_credentials(text))
@@ -108,7 +172,8 @@ void Mask::add_pair(std::string &out, std::string_view pair, std::string_view va
     const std::uint32_t type = word(pair, offsetof(avpair_t, av_type));
     const auto other = other_value(type, value);
     if (!other) {
-        out += pair;
+        out += pair.substr(0, kHead + value.size());
+        out += cover(pair.substr(kHead + value.size()), '\0');
         return;
     }
     is_changed_ = true;
@@ -119,13 +184,88 @@ void Mask::add_pair(std::string &out, std::string_view pair, std::string_view va
     out.resize(begin + kHead + padded(other->size()));
 }
 
+// The name of a list is a text.
+std::string Mask::list_header(std::string_view header) {
+    const std::size_t last = kListHeader - 1;  // the byte after the name is no part of it
+    const std::size_t end = std::min(header.find('\0', kListName), last);
+    return std::string(header.substr(0, end)) + cover(header.substr(end), '\0');
+}
+
+std::string Mask::head(std::string_view bytes, std::uint32_t type) {
+    std::size_t used = bytes.size();
+    if (is_session(bytes)) {
+        // Type 0 has zeros, the others have one word.
+        used = offsetof(aaa_sess_request_t, u) + (type == AAA_REQ_CONNECT ? 0 : sizeof(std::uint32_t));
+    }
+    used = std::min(used, bytes.size());
+    return std::string(bytes.substr(0, used)) + cover(bytes.substr(used), '\0');
+}
+
+std::string Mask::plain(std::string_view bytes, std::uint32_t type) {
+    if (!is_session(bytes)) {
+        return classic_plain(bytes, type);
+    }
+    const std::string_view packet = bytes.substr(0, sizeof(aaa_sess_request_t));
+    const bool has_name = type == AAA_REQ_TASKMAP || type == AAA_REQ_USERGROUP;
+    return (has_name ? session_name(packet) : head(packet, type)) + cover(bytes.substr(packet.size()), '*');
+}
+
+std::string Mask::session_name(std::string_view bytes) {
+    constexpr std::size_t kLength = offsetof(aaa_sess_request_t, u) + offsetof(aaa_sess_type_data_t, length);
+    constexpr std::size_t kName = offsetof(aaa_sess_request_t, u) + offsetof(aaa_sess_type_data_t, bytes);
+    if (bytes.size() < sizeof(aaa_sess_request_t)) {
+        const std::size_t header = std::min(sizeof(aaa_sess_hdr_t), bytes.size());
+        return std::string(bytes.substr(0, header)) + cover(bytes.substr(header), '*');
+    }
+    std::uint32_t length = 0;
+    std::memcpy(&length, bytes.data() + kLength, sizeof length);
+    const std::size_t size = std::min<std::size_t>(length, sizeof(aaa_sess_type_data_t::bytes));
+    const std::string_view text = bytes.substr(kName, size);
+    const std::string name = shown_name(text.substr(0, text.find('\0')));
+    std::string out(bytes.substr(0, kName));
+    if (name != text) {
+        is_changed_ = true;
+        length = static_cast<std::uint32_t>(name.size());
+        std::memcpy(out.data() + kLength, &length, sizeof length);
+    }
+    out += name + cover(bytes.substr(kName + size), '\0');
+    out.resize(sizeof(aaa_sess_request_t));
+    return out;
+}
+
+std::string Mask::classic_plain(std::string_view bytes, std::uint32_t type) {
+    constexpr std::size_t kHeader = offsetof(aaa_req_hdr_t, param);
+    std::size_t used = kHeader;
+    std::string out;
+    if (type == AAA_REQ_TASKMAP || type == AAA_REQ_USERGROUP) {
+        const std::string_view rest = bytes.substr(std::min(kHeader, bytes.size()));
+        const std::string_view name = rest.substr(0, rest.find('\0'));
+        const std::size_t end = std::min(name.size() + 1, rest.size());
+        return std::string(bytes.substr(0, kHeader)) + shown_name(name) +
+               std::string(rest.substr(name.size(), end - name.size())) + cover(rest.substr(end), '*');
+    }
+    if (type == AAA_REQ_CALLBACK) {
+        used = kHeader + sizeof(std::uint32_t);
+    } else if (type == AAA_REQ_CONNECT && bytes.size() >= sizeof(aaa_conn_msg_t)) {
+        // The second string has no length: what it is cannot be known.
+        constexpr std::size_t kUnwritten = offsetof(aaa_conn_msg_t, unwritten);
+        out = std::string(bytes.substr(0, kUnwritten)) +
+              cover(bytes.substr(kUnwritten, sizeof(aaa_conn_msg_t) - kUnwritten), '\0');
+        const std::string_view strings = bytes.substr(sizeof(aaa_conn_msg_t));
+        const std::string_view first = strings.substr(0, word(bytes, offsetof(aaa_conn_msg_t, str1_len)));
+        return out.append(first) + cover(strings.substr(first.size()), '*');
+    }
+    used = std::min(used, bytes.size());
+    return std::string(bytes.substr(0, used)) + cover(bytes.substr(used), '*');
+}
+
 // From a pair that does not fit on, nothing is known about the bytes.
 std::string Mask::list(std::string_view bytes) {
     if (bytes.size() < kListHeader) {
         return stars(bytes);
     }
     const std::size_t end = std::clamp<std::size_t>(word(bytes, 0), kListHeader, bytes.size());
-    std::string out(bytes.substr(0, kListHeader));
+    std::string out = list_header(bytes.substr(0, kListHeader));
     std::size_t at = kListHeader;
     while (at + kHead <= end) {
         const std::size_t length = word(bytes, at + offsetof(avpair_t, av_len));
@@ -149,7 +289,11 @@ std::size_t header_of(std::string_view bytes) {
     std::memcpy(&first, bytes.data(), std::min(bytes.size(), sizeof first));
     const std::size_t most =
         first == AAA_TRANSPORT_MAGIC ? offsetof(aaa_req_hdr_t, param) : sizeof(aaa_sess_hdr_t);
-    return std::min(bytes.size(), first == AAA_TRANSPORT_MAGIC || first == 16 ? most : 0);
+    if (first != AAA_TRANSPORT_MAGIC && first != kSessionMarker) {
+        return 0;
+    }
+    // Of a header that is cut short, the first two words tell what it was to be.
+    return bytes.size() >= most ? most : std::min(bytes.size(), 2 * sizeof first);
 }
 
 // The transport's length of a classic message.
@@ -169,14 +313,18 @@ void adapt_length(std::string &bytes, std::size_t before) {
 Masked masked(const WireMessage &message, const std::function<bool(const std::string &)> &may_show_name) {
     Mask mask(may_show_name);
     Masked result;
-    if (!message.is_readable || message.list_at > message.bytes.size()) {
+    const std::optional<std::uint32_t> type = message.request_type;
+    const bool is_known = !type || message.list_at != 0 || exists(*type);
+    if (!message.is_readable || !is_known || message.list_at > message.bytes.size()) {
         const std::size_t header = header_of(message.bytes);
         result.bytes =
             std::string(message.bytes.substr(0, header)) + mask.stars(message.bytes.substr(header));
     } else if (message.list_at == 0) {
-        result.bytes = message.bytes;
+        result.bytes = type ? mask.plain(message.bytes, *type) : std::string(message.bytes);
+        adapt_length(result.bytes, message.bytes.size());
     } else {
-        result.bytes = std::string(message.bytes.substr(0, message.list_at)) +
+        const std::string_view head = message.bytes.substr(0, message.list_at);
+        result.bytes = (type ? mask.head(head, *type) : std::string(head)) +
                        mask.list(message.bytes.substr(message.list_at));
         adapt_length(result.bytes, message.bytes.size());
     }

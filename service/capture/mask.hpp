@@ -3,7 +3,9 @@
 // Messages without their secrets: the bytes of a capture that its reader may see.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,6 +16,7 @@ struct WireMessage {
     std::string_view bytes;
     std::size_t list_at = 0;  // where its packed list begins; 0: it has none
     bool is_readable = true;  // false: it is damaged, and where its secrets are is not known
+    std::optional<std::uint32_t> request_type = {};  // of a request; an answer is the service's own
 };
 
 struct Masked {
@@ -23,8 +26,9 @@ struct Masked {
 
 // Passwords and other secret values become eight asterisks, whatever their length; so do names that
 // may not be shown. Of a command and of addresses with a password the rest stays. Lengths are
-// adapted: the result is a message of the same form. Of a message that is not readable
-// only the header stays.
+// adapted: the result is a message of the same form. Bytes of a request that belong to none of its
+// fields are replaced too: they may be anything from the sender's memory. Of a message that is not
+// readable, or of a type that does not exist, only the header stays.
 Masked masked(const WireMessage &message, const std::function<bool(const std::string &)> &may_show_name);
 
 }  // namespace service

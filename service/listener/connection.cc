@@ -186,7 +186,7 @@ void Connection::capture_request(std::string_view bytes) {
         named_user_ = std::move(name);
     }
     const bool is_readable = request_->fault == AAA_OK;
-    capture(false, {bytes, is_readable ? request_->head.list_at : 0, is_readable});
+    capture(false, {bytes, is_readable ? request_->head.list_at : 0, is_readable, request_->head.type});
 }
 
 void Connection::sent(std::string_view bytes, std::size_t list_at) {

@@ -13,8 +13,8 @@
 
 namespace aaactl {
 
-// SIGINT and SIGTERM as a descriptor to poll, so that a command that waits for
-// events ends between two of them.
+// SIGINT, SIGTERM and SIGHUP, for a terminal that is closed, as a descriptor to
+// poll, so that a command that waits for events ends between two of them.
 class EndSignals {
   public:
     EndSignals() {
@@ -22,6 +22,11 @@ class EndSignals {
         sigemptyset(&set);
         sigaddset(&set, SIGINT);
         sigaddset(&set, SIGTERM);
+        struct sigaction hangup {};
+        // nohup has it ignored.
+        if (sigaction(SIGHUP, nullptr, &hangup) == 0 && hangup.sa_handler != SIG_IGN) {
+            sigaddset(&set, SIGHUP);
+        }
         sigprocmask(SIG_BLOCK, &set, nullptr);
         fd_ = signalfd(-1, &set, SFD_CLOEXEC);
         if (fd_ < 0) {

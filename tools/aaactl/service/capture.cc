@@ -160,6 +160,10 @@ void Capturer::open_files() {
     file_ = std::make_unique<CaptureOutput>(options_.output);
     if (options_.keys) {
         keys_file_ = std::make_unique<CaptureOutput>(*options_.keys);
+        if (keys_file_->is_same_file(*file_)) {
+            throw Failure(ExitCode::usage, "--keys: " + keys_file_->name() +
+                                               " is the file of the capture; name another one for the keys");
+        }
     }
 }
 

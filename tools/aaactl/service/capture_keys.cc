@@ -2,6 +2,7 @@
 
 #include "service/capture_keys.hpp"
 
+#include <algorithm>
 #include <vector>
 
 #include "cli/output.hpp"
@@ -23,7 +24,7 @@ std::vector<std::string> fields_of(std::string_view text, size_t most) {
     return fields;
 }
 
-// A word as xargs reads it.
+// A word as xargs and shells read it.
 std::string word(const std::string &text) {
     std::string quoted = "'";
     for (const char c : text) {
@@ -32,26 +33,62 @@ std::string word(const std::string &text) {
     return quoted + "'";
 }
 
+bool is_one_line(const std::string &text) {
+    return text.find_first_of("\r\n") == std::string::npos;
+}
+
 std::string option(const std::string &server, const std::string &text) {
     // No line of the file may be made up by a key.
-    if (text.find_first_of("\r\n") != std::string::npos) {
+    if (!is_one_line(text)) {
         return "# the key of " + server + " has a line feed, and cannot be an option\n";
     }
     return "# " + server + "\n#-o " + word(text) + "\n";
 }
 
+// "WORD HEX HEX", as TLS keys are written. The lines that are not would be options to the recipe.
+bool is_tls_key(std::string_view line) {
+    const auto is_made_of = [](std::string_view text, std::string_view set) {
+        return !text.empty() && text.find_first_not_of(set) == std::string_view::npos;
+    };
+    constexpr std::string_view kHex = "0123456789abcdefABCDEF";
+    const std::size_t first = line.find(' ');
+    const std::size_t second = first == std::string_view::npos ? first : line.find(' ', first + 1);
+    return second != std::string_view::npos &&
+           is_made_of(line.substr(0, first), "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_") &&
+           is_made_of(line.substr(first + 1, second - first - 1), kHex) &&
+           is_made_of(line.substr(second + 1), kHex);
+}
+
+std::string tls_keys(std::string_view text) {
+    std::string lines;
+    while (!text.empty()) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        if (is_tls_key(line)) {
+            lines.append(line).append("\n");
+        }
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+    }
+    return lines;
+}
+
 }  // namespace
 
 std::string keys_header(const std::string &file) {
-    return "# Keys of servers, for Wireshark; as secret as the passwords that they protect.\n"
-           "#   sed -n 's/^#-o/-o/p' " +
-           escaped(file) + " | xargs tshark -r CAPTURE -o tls.keylog_file:" + escaped(file) + "\n";
+    const std::string begin =
+        "# Keys of servers, for Wireshark; as secret as the passwords that they protect.\n";
+    if (escaped(file) != file) {
+        return begin + "# To use them, rename this file: its name has characters that cannot be printed.\n";
+    }
+    // A name that begins with a dash would be an option of sed.
+    const std::string path = file.starts_with('-') ? "./" + file : file;
+    return begin + "#   sed -n 's/^#-o/-o/p' " + word(path) + " | xargs tshark -r CAPTURE -o " +
+           word("tls.keylog_file:" + path) + "\n";
 }
 
 std::string CaptureKeys::lines(const CaptureBlock &block) {
     switch (block.kind()) {
         case kTlsKeys:
-            return std::string(block.text());
+            return tls_keys(block.text());
         case kRadiusKey: {
             const auto fields = fields_of(block.text(), 2);
             return fields.size() == 2 ? option(fields[0], "radius.shared_secret:" + fields[1]) : "";
@@ -60,6 +97,13 @@ std::string CaptureKeys::lines(const CaptureBlock &block) {
             const auto fields = fields_of(block.text(), 3);
             if (fields.size() != 3) {
                 return "";
+            }
+            // The option has all servers, separated by blanks: none may spoil it for the others.
+            if (!is_one_line(fields[2])) {
+                return option(fields[1], fields[2]);
+            }
+            if (fields[2].find_first_of(" \t") != std::string::npos) {
+                return "# the key of " + fields[1] + " has a blank, and cannot be an option\n";
             }
             tacacs_[fields[0] + "/" + fields[1]] = fields[2];
             std::string all;

@@ -27,6 +27,7 @@ CaptureOutput::CaptureOutput(const std::string &file)
         fd_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
     } else {
         fd_ = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly);
+        is_new_ = fd_ >= 0;
         if (fd_ < 0 && errno == EEXIST) {
             fd_ = open(file.c_str(), O_WRONLY | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
         }
@@ -35,6 +36,8 @@ CaptureOutput::CaptureOutput(const std::string &file)
     if (fd_ < 0 || fstat(fd_, &found) != 0) {
         fail(errno == ELOOP ? "it is a symbolic link; name the file itself" : std::strerror(errno));
     }
+    device_ = found.st_dev;
+    inode_ = found.st_ino;
     is_regular_ = S_ISREG(found.st_mode) && file != "-";
     if (file != "-" && !S_ISCHR(found.st_mode)) {
         try {
@@ -47,6 +50,9 @@ CaptureOutput::CaptureOutput(const std::string &file)
 }
 
 CaptureOutput::~CaptureOutput() {
+    if (is_new_) {
+        unlink(file_.c_str());
+    }
     close(fd_);
 }
 
@@ -66,6 +72,7 @@ void CaptureOutput::check_owner() const {
 }
 
 void CaptureOutput::begin() {
+    is_new_ = false;
     if (is_regular_ && (fchmod(fd_, kOwnerOnly) != 0 || ftruncate(fd_, 0) != 0)) {
         fail(std::strerror(errno));
     }

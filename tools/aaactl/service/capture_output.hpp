@@ -4,6 +4,8 @@
 
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <string_view>
 
@@ -15,6 +17,7 @@ class CaptureOutput {
     // and so is one that is replaced. Failure for a symbolic link and for a file of another
     // user: in a directory that everyone may write, someone may have put it there.
     explicit CaptureOutput(const std::string &file);
+    // Removes a file that it has made and that begin() was not called for.
     ~CaptureOutput();
     CaptureOutput(const CaptureOutput &) = delete;
     CaptureOutput &operator=(const CaptureOutput &) = delete;
@@ -26,6 +29,10 @@ class CaptureOutput {
     // cannot be written.
     bool write(std::string_view bytes, int end);
     const std::string &name() const { return name_; }
+    // Whether both write into one file, whatever names it was opened by.
+    bool is_same_file(const CaptureOutput &other) const {
+        return device_ == other.device_ && inode_ == other.inode_;
+    }
 
   private:
     [[noreturn]] void fail(const std::string &what) const;
@@ -35,6 +42,9 @@ class CaptureOutput {
     std::string file_;
     std::string name_;  // for messages
     int fd_ = -1;
+    dev_t device_ = 0;
+    ino_t inode_ = 0;
+    bool is_new_ = false;  // made, and not begun
     bool is_regular_ = false;
     long long written_ = 0;  // bytes of a file
 };
