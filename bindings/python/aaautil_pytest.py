@@ -6,7 +6,7 @@ aaa_testkit   the scripted host platform, reset; needs --aaa-testkit or aaa_test
 aaad          a private service that runs, with the users alice and bob
 aaad_stopped  the same, to be started by the test
 
-This file is no part of the package, so that pytest can load it before the package loads the
+This file is not part of the package, so that pytest can load it before the package loads the
 libraries.
 """
 

@@ -103,7 +103,7 @@ class NotFoundError(AaaError, LookupError):
 
 
 class OutOfMemoryError(AaaError, MemoryError):
-    """There is no memory."""
+    """Memory is exhausted."""
 
 
 class ServiceTimeoutError(AaaError, TimeoutError):

@@ -106,7 +106,7 @@ def _raw(value: object, type: Optional[int]) -> Tuple[int, bytes]:
             raise TypeError("bytes need the type of the item, such as type=ItemType.TUPLE")
         return _type(type), bytes(value)
     if isinstance(value, bool):
-        raise TypeError("a bool is no value of an item; store 0 or 1")
+        raise TypeError("an item cannot hold a bool; store 0 or 1")
     if isinstance(value, int):
         found = ItemType.U32
         if not 0 <= value <= 0xFFFFFFFF:

@@ -47,7 +47,7 @@ inline std::span<const std::byte> bytes_of(const void *data, std::size_t size) n
 
 }  // namespace detail
 
-/** A text that the library allocated. Move-only; may be empty, which is no text at all. */
+/** A text that the library allocated. Move-only; may be empty, which differs from a text of length 0. */
 class c_string {
   public:
     /** No text. */
