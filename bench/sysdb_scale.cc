@@ -4,7 +4,10 @@
 // number. It uses the provider of AAA_SYSDB_PROVIDER, or the one of the build, on a database of
 // its own in a directory on disk.
 //
-//   sysdb_scale [--aaactl FILE] [--directory DIR] [ITEMS...]    default: 1000 10000 100000 1000000
+//   sysdb_scale [--aaactl FILE] [--directory DIR | --here] [ITEMS...]    default: 1000 10000 100000 1000000
+//
+// With --here it uses the empty database that the environment names, for one number of items, and prints
+// the row alone: so sysdb_cluster measures a node of many.
 //
 // Distribution. Nine of ten items are in directories of 100, the others in one flat directory, the
 // unkind case of a list. Half are numbers, half texts of 1 to 64 bytes. Reads and changes choose items
@@ -16,6 +19,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -35,6 +39,7 @@
 
 #include "platform/sysdb.h"
 #include "platform/sysdb_changes.h"
+#include "store/store.hpp"
 
 namespace {
 
@@ -151,8 +156,8 @@ double open_microseconds() {
 }
 
 // The pages are checked again when the file is not as the last transaction left it, as after a killed writer.
-double unclean_open_microseconds(const std::string &directory) {
-    if (utimensat(AT_FDCWD, (directory + "/cfg/cfg.mdb").c_str(), nullptr, 0) != 0) {
+double unclean_open_microseconds(const std::string &database) {
+    if (utimensat(AT_FDCWD, database.c_str(), nullptr, 0) != 0) {
         fail("touch");
     }
     return open_microseconds();
@@ -213,6 +218,7 @@ int32_t changed(const void *, void *pipe_end, void *) {
 }
 
 [[noreturn]] void watch(int reports) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // a benchmark that fails leaves none running
     const sysdb_conn_t conn = bind();
     uint64_t notification = 0;
     int32_t channel = -1;
@@ -281,10 +287,63 @@ double command_seconds(const std::string &command) {
     return microseconds_since(begin) / 1e6;
 }
 
-void measure(uint32_t items, const std::string &directory, const std::string &aaactl) {
+// Of one changed item, as "aaactl commit" makes it: the state is read, compressed and stored. Its bytes, too.
+struct CommitCost {
+    Spread milliseconds;
+    double mib = 0;
+    std::string refused;  // why there is none
+};
+CommitCost commit_cost(sysdb_conn_t scale, uint32_t items) {
+    sysdb_conn_t conn = 0;
+    require(_sysdb_bind(&conn, "/cfg/", SYSDB_BIND_PRIVATE), "bind");
+    const history::Store store(conn);
+    CommitCost cost;
+    std::vector<double> times;
+    const int count = items > 100000 ? 3 : items > 10000 ? 10 : 30;
+    try {
+        for (int i = 0; i <= count; ++i) {
+            const uint32_t value = 1000 + static_cast<uint32_t>(i);
+            require(sysdb_item_set(scale, path_of(1).c_str(), SYSDB_TYPE_U32, &value, sizeof value, 0),
+                    "set");
+            const Clock::time_point begin = Clock::now();
+            history::change(store, [&](const history::Head &head, history::Changes &changes) {
+                history::Writing writing(store, head);
+                writing.add({}, history::read_state(store.connection(), "scale/"));
+                changes = writing.finish();
+            });
+            if (i > 0) {
+                times.push_back(microseconds_since(begin) / 1e3);
+            }
+        }
+        cost.milliseconds = spread_of(std::move(times));
+        cost.mib = static_cast<double>(store.commits().back().bytes) / (1 << 20);
+    } catch (const history::Error &error) {
+        cost.refused = error.what();
+    }
+    return cost;
+}
+
+std::string text_of(const CommitCost &cost) {
+    if (!cost.refused.empty()) {
+        return "refused: " + cost.refused;
+    }
+    char text[96];
+    std::snprintf(text, sizeof text, "%.1f / %.1f, %.2f MiB", cost.milliseconds.median,
+                  cost.milliseconds.high, cost.mib);
+    return text;
+}
+
+// A directory of its own for the databases.
+void use(const std::string &directory) {
     setenv("AAA_SYSDB_CFG_DIR", (directory + "/cfg").c_str(), 1);
     setenv("AAA_SYSDB_RUN_DIR", (directory + "/run").c_str(), 1);
     setenv("AAA_SYSDB_MAP_MIB", "4096", 1);
+}
+
+// Databases are in AAA_SYSDB_CFG_DIR; `directory` is for other files, and empty for a database that is
+// not the program's own.
+void measure(uint32_t items, const std::string &directory, const std::string &aaactl) {
+    const std::string database = std::string(std::getenv("AAA_SYSDB_CFG_DIR")) + "/cfg.mdb";
 
     const double load = in_new_process([=] {
         std::mt19937 random(kSeed);
@@ -300,7 +359,7 @@ void measure(uint32_t items, const std::string &directory, const std::string &aa
         return microseconds_since(begin) / 1e6;
     });
     struct stat file = {};
-    if (stat((directory + "/cfg/cfg.mdb").c_str(), &file) != 0) {
+    if (stat(database.c_str(), &file) != 0) {
         fail("stat");
     }
     const double disk = static_cast<double>(file.st_blocks) * 512 / (1 << 20);
@@ -311,11 +370,11 @@ void measure(uint32_t items, const std::string &directory, const std::string &aa
         opens.push_back(open_microseconds());
     }
     for (int i = 0; i < 5; ++i) {
-        unclean.push_back(unclean_open_microseconds(directory));
+        unclean.push_back(unclean_open_microseconds(database));
     }
     const double own = memory_mib(items, "RssAnon");
     const double mapped = memory_mib(items, "RssFile");
-    const std::string dump = directory + "/dump";
+    const std::string dump = directory.empty() ? "/dev/null" : directory + "/dump";
     const double dumped =
         aaactl.empty() ? 0 : command_seconds(aaactl + " sysdb dump --show-secrets /cfg/ >" + dump);
 
@@ -349,19 +408,22 @@ void measure(uint32_t items, const std::string &directory, const std::string &aa
             }
             batch.apply(conn);
         });
+        const std::string commit = text_of(commit_cost(conn, items));
         const Spread one = change_to_callbacks(conn, 1);
         const Spread many = change_to_callbacks(conn, kWatchers);
         std::printf(
-            "| %u | %.2f | %.1f | %.0f | %.1f | %.2f / %.2f | %.0f | %.2f | %.0f / %.0f | %.1f | %.0f / %.0f "
-            "| %.0f / %.0f | %.1f + %.1f | ",
+            "| %u | %.2f | %.1f | %.0f | %.1f | %.2f / %.2f | %.0f | %.2f | %.0f / %.0f | %.1f | %s "
+            "| %.0f / %.0f | %.0f / %.0f | %.1f + %.1f | ",
             items, load, disk, spread_of(opens).median, spread_of(unclean).median / 1e3, get.median, get.high,
-            list, flat / 1e3, set.median, set.high, apply.median / 1e3, one.median, one.high, many.median,
-            many.high, own, mapped);
+            list, flat / 1e3, set.median, set.high, apply.median / 1e3, commit.c_str(), one.median, one.high,
+            many.median, many.high, own, mapped);
         std::fflush(stdout);
         return 0.0;
     });
     if (aaactl.empty()) {
         std::printf("- | - |\n");
+    } else if (directory.empty()) {
+        std::printf("%.2f | - |\n", dumped);
     } else {
         setenv("AAA_SYSDB_CFG_DIR", (directory + "/restored").c_str(), 1);
         setenv("AAA_SYSDB_RUN_DIR", (directory + "/restored-run").c_str(), 1);
@@ -377,8 +439,13 @@ int main(int argc, char **argv) {
     std::string aaactl;
     std::string directory = "/var/tmp";
     std::vector<uint32_t> counts;
+    bool here = false;
     for (int i = 1; i < argc; ++i) {
         const std::string word = argv[i];
+        if (word == "--here" && std::getenv("AAA_SYSDB_CFG_DIR") != nullptr) {
+            here = true;
+            continue;
+        }
         if ((word == "--aaactl" || word == "--directory") && i + 1 < argc) {
             (word == "--aaactl" ? aaactl : directory) = argv[++i];
             continue;
@@ -387,7 +454,8 @@ int main(int argc, char **argv) {
         const unsigned long count = std::strtoul(word.c_str(), &end, 10);
         if (*end != '\0' || count < 200 || count > 10'000'000) {
             std::fprintf(stderr,
-                         "usage: sysdb_scale [--aaactl FILE] [--directory DIR] [ITEMS...]\n"
+                         "usage: sysdb_scale [--aaactl FILE] [--directory DIR | --here] [ITEMS...]\n"
+                         "--here needs AAA_SYSDB_CFG_DIR and one number of items\n"
                          "ITEMS: 200 to 10000000; default: 1000 10000 100000 1000000\n");
             return 2;
         }
@@ -397,11 +465,16 @@ int main(int argc, char **argv) {
         counts = {1000, 10000, 100000, 1000000};
     }
     setenv("NO_DLLMAIN", "1", 1);
+    if (here) {
+        measure(counts[0], "", aaactl);
+        return 0;
+    }
     std::printf(
         "| items | load s | file MiB | open us | open, unclean ms | get us | list of 100 us | flat list ms "
-        "| set us | apply of 100 ms | change to callback us | to %d callbacks us | memory MiB | dump s | "
+        "| set us | apply of 100 ms | commit ms, its size | change to callback us | to %d callbacks us | "
+        "memory MiB | dump s | "
         "restore s |\n"
-        "|---|---|---|---|---|---|---|---|---|---|---|---|---|---|---|\n",
+        "|---|---|---|---|---|---|---|---|---|---|---|---|---|---|---|---|\n",
         kWatchers);
     std::fflush(stdout);
     for (const uint32_t count : counts) {
@@ -410,6 +483,7 @@ int main(int argc, char **argv) {
             std::perror(place.c_str());
             return 1;
         }
+        use(place);
         measure(count, place, aaactl);
         std::error_code ignored;
         std::filesystem::remove_all(place, ignored);

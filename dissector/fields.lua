@@ -38,6 +38,7 @@ local function add_fields()
     of("peer.gid", "Group of the client", "uint32", DEC)
     fields["type"] = register(ProtoField.uint32("aaa.type", "Message type", DEC, requests))
     of("connection", "Connection", "uint64", DEC)
+    of("run", "Start of the service", "uint32", HEX)
     of("exchange", "Number of the request on its connection", "uint32", DEC)
     text("login_id", "Login")
     text("kind", "Kind")
@@ -46,6 +47,10 @@ local function add_fields()
     fields["time"] = register(ProtoField.relative_time("aaa.time", "Time since the request"))
     text("meaning", "Meaning")
     fields["bytes"] = register(ProtoField.bytes("aaa.bytes", "Bytes"))
+    for name, title in pairs({block = "Block of an asynchronous request", text1 = "First text", text2 = "Second text", text = "Text",
+                              session = "Identifier of the session", data = "Data"}) do
+        fields["bytes." .. name] = register(ProtoField.bytes("aaa.bytes." .. name, title))
+    end
     text("hidden", "Not shown")
     of("pair.type", "Type", "uint32", DEC)
     text("pair.attribute", "Attribute")
@@ -124,7 +129,7 @@ end
 add_fields()
 add_record_fields()
 local about_frames = {}
-for _, name in ipairs({"prefix.version", "direction", "masked", "byte_order", "peer.pid", "peer.uid", "peer.gid", "type", "connection",
+for _, name in ipairs({"prefix.version", "direction", "masked", "byte_order", "peer.pid", "peer.uid", "peer.gid", "type", "run", "connection",
                        "exchange", "login_id", "response_in", "response_to", "time"}) do
     about_frames[fields[name]] = true
 end
@@ -143,6 +148,7 @@ local experts = {
     trailing = ProtoExpert.new("aaa.expert.trailing", "Bytes after the message", expert.group.PROTOCOL, expert.severity.WARN),
     error = ProtoExpert.new("aaa.expert.error", "The request was not processed", expert.group.RESPONSE_CODE, expert.severity.NOTE),
     refused = ProtoExpert.new("aaa.expert.refused", "The service refuses", expert.group.RESPONSE_CODE, expert.severity.CHAT),
+    unknown = ProtoExpert.new("aaa.expert.unknown", "Attribute outside the dictionary", expert.group.UNDECODED, expert.severity.NOTE),
     alone = ProtoExpert.new("aaa.expert.alone", "The request is not in the capture", expert.group.SEQUENCE, expert.severity.NOTE),
 }
 aaa.experts = experts

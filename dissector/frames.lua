@@ -6,7 +6,7 @@ local PREFIX, PREFIX_VERSION = 48, 1
 local UNKNOWN_TYPE = 4294967295
 local STATUS, USERNAME = 2, 257
 
-local exchanges = {} -- by connection and number: the frames of request and answer
+local exchanges = {} -- by start of the service, connection and number: the frames of request and answer
 
 function aaa.init()
     exchanges = {}
@@ -32,6 +32,7 @@ local function show_prefix(tvb, tree)
     end
     node:add(fields["connection"], tvb(24, 8))
     node:add(fields["exchange"], tvb(40, 4))
+    node:add(fields["run"], tvb(44, 4))
     local id = login_id(tvb)
     if id then
         node:add(fields["login_id"], tvb(32, 8), id)
@@ -92,7 +93,7 @@ local function summary(r, is_answer, tree)
 end
 
 local function match(pinfo, tvb, tree, is_answer)
-    local key = tvb:raw(24, 8) .. tvb:raw(40, 4)
+    local key = tvb:raw(44, 4) .. tvb:raw(24, 8) .. tvb:raw(40, 4)
     local exchange = exchanges[key]
     if not exchange then
         exchange = {}
@@ -104,7 +105,7 @@ local function match(pinfo, tvb, tree, is_answer)
             exchange.login = exchange.login or login_id(tvb)
         else
             exchange.request = exchange.request or pinfo.number
-            exchange.time = exchange.time or pinfo.abs_ts
+            exchange.time = exchange.time or pinfo.rel_ts
         end
     end
     if not is_answer then
@@ -117,9 +118,12 @@ local function match(pinfo, tvb, tree, is_answer)
         end
     elseif exchange.request then
         tree:add(fields.response_to, tvb(40, 4), exchange.request):set_generated()
-        local seconds = math.max(0, pinfo.abs_ts - exchange.time)
-        local whole = math.floor(seconds)
-        tree:add(fields.time, tvb(40, 4), NSTime(whole, math.floor((seconds - whole) * 1e9 + 0.5) % 1000000000)):set_generated()
+        -- Times since 1970 are numbers that hold no nanoseconds.
+        local micros = math.max(0, math.floor((pinfo.rel_ts - exchange.time) * 1e6 + 0.5))
+        local whole = math.floor(micros / 1e6)
+        local item = tree:add(fields.time, tvb(40, 4), NSTime(whole, (micros - whole * 1e6) * 1000))
+        item:set_text(string.format("Time since the request: %d.%06d seconds", whole, micros - whole * 1e6))
+        item:set_generated()
     else
         tree:add_proto_expert_info(experts.alone)
     end
@@ -194,7 +198,7 @@ function aaa.dissector(tvb, pinfo, root)
         r.request = type_of(r)
     end
     local last = r.parts[#r.parts]
-    if r.fault or (last and last.bytes == "trailing") or (is_named and needs_all(tree)) then
+    if r.fault or r.has_unknown or (last and last.bytes == "trailing") or (is_named and needs_all(tree)) then
         show_parts(r, tree, tvb(at, length - at):tvb())
     elseif is_named then
         show_named_values(r, tree, tvb(at, length - at):tvb())

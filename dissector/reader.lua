@@ -140,6 +140,7 @@ local function list(r)
             break
         end
         made.pairs[#made.pairs + 1] = next_pair
+        r.has_unknown = r.has_unknown or not attributes[next_pair.kind] and next_pair.kind ~= 2070
         made.live = made.live + (next_pair.kind == 2070 and 0 or 1)
     end
     if not r.fault then

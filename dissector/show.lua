@@ -45,8 +45,11 @@ local function show_bytes(r, part, tree, tvb)
         item = tree:add(fields.hidden, range, part.bytes)
         item:append_text(": " .. MASK)
     else
-        item = tree:add(fields.bytes, range)
-        item:prepend_text(part.bytes .. ", ")
+        local named = fields["bytes." .. part.bytes]
+        item = tree:add(named or fields.bytes, range)
+        if not named then
+            item:prepend_text(part.bytes .. ", ")
+        end
     end
     if part.bytes == "trailing" then
         item:add_proto_expert_info(experts.trailing)
@@ -96,7 +99,10 @@ local function show_pair(r, one, tree, tvb)
     local row = attributes[one.kind]
     local is_deleted = one.kind == 2070
     local size = PAIR_HEAD + one.length + one.padding
-    local node = tree:add(tvb(one.at, size), is_deleted and "deleted pair" or row and row.name or ("type " .. one.kind))
+    local node = tree:add(tvb(one.at, size), is_deleted and "deleted pair" or row and row.name or ("unknown attribute " .. one.kind))
+    if not row and not is_deleted then
+        node:add_proto_expert_info(experts.unknown)
+    end
     node:add(fields["pair.type"], tvb(one.at, 4))
     if row then
         node:add(fields["pair.attribute"], tvb(one.at, 4), row.name)

@@ -185,8 +185,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
         Reply reply = ask(bytes, question);
         taken = true;
         REQUIRE(expected && reply.result == expected->result);
-        REQUIRE((reply.list != nullptr) == (expected->list_at < bytes.size()));
-        REQUIRE(reply.list == nullptr || aaa_avpair_list_is_sane(reply.list.get()) == 1);
+        REQUIRE((reply.list.native() != nullptr) == (expected->list_at < bytes.size()));
+        REQUIRE(reply.list.native() == nullptr || aaa_avpair_list_is_sane(reply.list.native()) == 1);
         show(std::move(reply), question.type);
     } catch (const Failure &failure) {
         REQUIRE(taken || !expected);

@@ -2,6 +2,7 @@
 //
 // A message as a capture shows it. Whatever the bytes are: what is not changed is the same, and of
 // a list that the library reads, the library reads what is shown, without a value of a secret attribute.
+// A packet of RADIUS that is shown has no name to be masked, and is one whose lengths fit.
 
 #include <cstring>
 #include <optional>
@@ -12,7 +13,9 @@
 #include "aaa/result_codes.h"
 #include "base/avlist.hpp"
 #include "capture/mask.hpp"
+#include "capture/radius_mask.hpp"
 #include "fuzz_input.hpp"
+#include "radius/packet.hpp"
 
 namespace {
 
@@ -38,6 +41,24 @@ void check_values(const avlist *list) {
     }
 }
 
+void check_radius(const std::string &bytes) {
+    const service::Masked once = service::masked_radius(bytes, knows);
+    REQUIRE(once.is_changed || once.bytes == bytes);
+    if (!once.is_changed) {
+        return;
+    }
+    const std::size_t length = static_cast<std::size_t>(static_cast<unsigned char>(once.bytes[2])) << 8 |
+                               static_cast<unsigned char>(once.bytes[3]);
+    REQUIRE(length >= radius::kHeadSize && length <= once.bytes.size());
+    const std::string_view attributes =
+        std::string_view(once.bytes).substr(radius::kHeadSize, length - radius::kHeadSize);
+    REQUIRE(radius::Attributes::are_whole(attributes));
+    for (const radius::Attribute attribute : radius::Attributes(attributes)) {
+        REQUIRE(attribute.type != radius::Type::kUserName || knows(std::string(attribute.value)) ||
+                attribute.value == service::kMask);
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -47,6 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const auto type = how < 128 ? std::nullopt : std::optional<std::uint32_t>(how >> 3 & 31);
     const std::size_t at = input.byte();
     const std::string bytes = input.text(input.size());
+    check_radius(bytes);
     const service::Masked once = service::masked({bytes, at, is_readable, type}, knows);
     REQUIRE(once.is_changed || once.bytes == bytes);
     if (!is_readable || at > bytes.size()) {

@@ -6,6 +6,9 @@ aaa_testkit   the scripted host platform, reset; needs --aaa-testkit or aaa_test
 aaad          a private service that runs, with the users alice and bob
 aaad_stopped  the same, to be started by the test
 
+Comparisons of attributes, items and changes that fail are explained without their values: pytest would
+show passwords and keys.
+
 This file is not part of the package, so that pytest can load it before the package loads the
 libraries.
 """
@@ -14,7 +17,7 @@ from __future__ import annotations  # pytest before 7 lacks some of the types
 
 import os
 import sys
-from typing import TYPE_CHECKING, Iterator
+from typing import TYPE_CHECKING, Iterator, List, Optional
 
 import pytest
 
@@ -38,6 +41,20 @@ def pytest_load_initial_conftests(early_config: pytest.Config) -> None:
         if "aaautil._load" in sys.modules and os.environ.get("AAAUTIL_TESTKIT") != "1":
             raise pytest.UsageError("--aaa-testkit: aaautil was imported before; a plugin that imports it is loaded too early")
         os.environ["AAAUTIL_TESTKIT"] = "1"
+
+
+def pytest_assertrepr_compare(op: str, left: object, right: object) -> Optional[List[str]]:
+    """Explains why records that may hold a secret differ."""
+    package = sys.modules.get("aaautil")
+    if op != "==" or package is None:
+        return None
+    records = (package.Answer, package.Attribute, package.Change, package.Expect, package.Item, package.Set)
+    if not isinstance(left, records) and not isinstance(right, records):
+        return None
+    lines = [f"{left!r} == {right!r}"]
+    if type(left) is type(right):
+        lines += [f"they differ in {field}" for field in getattr(left, "_fields", ()) if getattr(left, field) != getattr(right, field)]
+    return lines
 
 
 @pytest.fixture

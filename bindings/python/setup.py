@@ -45,7 +45,9 @@ class Build(build_py):
 
     def run(self):
         directory = build_directory()
-        run("cmake", "--build", directory, "--target", "python_package", "package_changelog")
+        # make compiles one file at a time unless it is told otherwise.
+        jobs = [] if "CMAKE_BUILD_PARALLEL_LEVEL" in os.environ else ["--parallel", os.cpu_count() or 1]
+        run("cmake", "--build", directory, *jobs, "--target", "python_package", "package_changelog")
         stage = WORK / "stage"
         shutil.rmtree(stage, ignore_errors=True)
         run("cmake", "--install", directory, "--component", "python", "--prefix", stage, "--strip")

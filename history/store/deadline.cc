@@ -13,6 +13,7 @@ namespace history {
 namespace {
 
 constexpr std::int64_t kMillisecondsInMinute = 60'000;
+constexpr std::int64_t kClockError = 60;  // seconds between two clocks that are right
 
 std::string first_line(const char *file) {
     std::ifstream in(file);
@@ -57,8 +58,14 @@ std::optional<std::int64_t> left(const Deadline &deadline, const Now &now) {
         return by_boot;
     }
     // Compared before it is multiplied: a stored number may be anything.
-    const std::int64_t seconds = std::clamp<std::int64_t>(deadline.wall, 0, INT64_C(1) << 40) - now.wall;
-    return std::min(seconds * 1000, whole - now.since_boot);
+    const std::int64_t wall = std::clamp<std::int64_t>(deadline.wall, 0, INT64_C(1) << 40);
+    const std::int64_t passed = now.wall - (wall - std::int64_t{deadline.minutes} * 60);
+    // A machine that had been running at the time of the commit was not restarted since: it is another one
+    // with the same id, such as a copy. With a clock that was set back it cannot be told.
+    if (deadline.boot != now.boot && passed >= 0 && now.since_boot / 1000 > passed + kClockError) {
+        return std::nullopt;
+    }
+    return std::min((wall - now.wall) * 1000, whole - now.since_boot);
 }
 
 }  // namespace history

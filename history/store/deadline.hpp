@@ -32,7 +32,8 @@ struct Deadline {
 Deadline deadline_after(std::uint32_t minutes, const Now &now);
 
 // Milliseconds until the deadline, 0 or less when it is over. Nothing on another machine that shares the
-// database: its clocks have nothing to do with these.
+// database: its clocks have nothing to do with these. A copy of a machine has the same id; it is known by
+// having run for longer than the commit waits.
 std::optional<std::int64_t> left(const Deadline &deadline, const Now &now);
 
 }  // namespace history

@@ -6,14 +6,21 @@
 #include <array>
 #include <charconv>
 #include <functional>
+#include <limits>
 #include <map>
 #include <string_view>
+#include <type_traits>
 
 namespace history {
 
 namespace {
 
 constexpr char kForm[] = "1";
+// What numbers are taken: every sum and product of some of them fits 64 bits.
+constexpr std::int64_t kMostSeconds = std::int64_t{1} << 40;
+constexpr std::int64_t kMostMilliseconds = std::int64_t{1} << 50;
+constexpr std::int64_t kMostBytes = std::int64_t{1} << 50;
+constexpr std::int64_t kMostMinutes = std::int64_t{1} << 20;
 constexpr std::array kKinds{"commit", "outside", "load", "edit", "rollback", "revert"};
 constexpr std::array kEndings{"", "waiting", "confirmed", "reverted"};
 
@@ -94,12 +101,17 @@ class Reader {
 
     void text(const char *name, std::string &value) const { value = text_of(name); }
     template <typename Number>
-    void number(const char *name, Number &value) {
+    void number(const char *name, Number &value, std::int64_t most = std::numeric_limits<Number>::max()) {
         const std::string found = text_of(name);
-        if (!found.empty()) {
-            const auto [stop, error] = std::from_chars(found.data(), found.data() + found.size(), value);
-            good_ = good_ && error == std::errc() && stop == found.data() + found.size();
+        if (found.empty()) {
+            return;
         }
+        std::int64_t read = 0;
+        const auto [stop, error] = std::from_chars(found.data(), found.data() + found.size(), read);
+        const std::int64_t least = std::is_signed_v<Number> ? -most : 0;
+        good_ = good_ && error == std::errc() && stop == found.data() + found.size() && read >= least &&
+                read <= most;
+        value = good_ ? static_cast<Number>(read) : Number{};
     }
     template <typename Enum, std::size_t N>
     void word(const char *name, const std::array<const char *, N> &words, Enum &value) {
@@ -157,7 +169,7 @@ std::optional<Commit> commit_from(const std::string &text) {
     Reader in(text);
     Commit commit;
     in.number("number", commit.number);
-    in.number("time", commit.time);
+    in.number("time", commit.time, kMostSeconds);
     in.word("kind", kKinds, commit.kind);
     in.text("label", commit.label);
     in.text("message", commit.message);
@@ -167,14 +179,14 @@ std::optional<Commit> commit_from(const std::string &text) {
     in.text("from", commit.author.from);
     in.text("terminal", commit.author.terminal);
     in.number("target", commit.target);
-    in.number("minutes", commit.minutes);
+    in.number("minutes", commit.minutes, kMostMinutes);
     in.word("ending", kEndings, commit.ending);
     in.text("ended-by", commit.ended_by);
-    in.number("ended", commit.ended);
-    in.number("items", commit.items);
-    in.number("left-out", commit.left_out);
-    in.number("plain-bytes", commit.plain_bytes);
-    in.number("bytes", commit.bytes);
+    in.number("ended", commit.ended, kMostSeconds);
+    in.number("items", commit.items, kMostBytes);
+    in.number("left-out", commit.left_out, kMostBytes);
+    in.number("plain-bytes", commit.plain_bytes, kMostBytes);
+    in.number("bytes", commit.bytes, kMostBytes);
     in.number("parts", commit.parts);
     return in.good() && commit.number != 0 ? std::optional(commit) : std::nullopt;
 }
@@ -201,11 +213,11 @@ std::optional<Head> head_from(const std::string &text) {
     in.number("last", head.last);
     in.number("waiting", waiting.commit);
     in.number("base", waiting.base);
-    in.number("minutes", waiting.deadline.minutes);
+    in.number("minutes", waiting.deadline.minutes, kMostMinutes);
     in.text("machine", waiting.deadline.machine);
     in.text("boot", waiting.deadline.boot);
-    in.number("since-boot", waiting.deadline.since_boot);
-    in.number("wall", waiting.deadline.wall);
+    in.number("since-boot", waiting.deadline.since_boot, kMostMilliseconds);
+    in.number("wall", waiting.deadline.wall, kMostSeconds);
     if (waiting.commit != 0) {
         head.waiting = waiting;
     }

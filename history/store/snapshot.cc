@@ -14,8 +14,13 @@ namespace {
 constexpr std::string_view kMagic = "AHS1";
 constexpr std::size_t kChecked = kMagic.size() + 4;  // where the bytes begin that the checksum is of
 constexpr std::size_t kHead = kChecked + 8;
-// Of a whole configuration: a damaged length must not ask for all memory.
+// Of a whole configuration: a damaged length must not ask for all memory. No byte of deflate's form
+// (RFC 1951) expands to more than 1032 others.
 constexpr std::uint64_t kMostPlain = std::uint64_t{1} << 30;
+constexpr std::uint64_t kMostPerByte = 1032;
+// Longer paths are in no database. Each item of a damaged state could repeat one of a megabyte with a
+// few bytes.
+constexpr std::size_t kLongestPath = 1024;
 constexpr int kLevel = 3;  // the next levels take twice as long for a few percent
 
 [[noreturn]] void damaged() {
@@ -110,11 +115,17 @@ Items from_plain_form(const std::string &plain) {
         if (shared > path.size()) {
             damaged();
         }
-        path.resize(shared);
-        path += reader.take(reader.number());
+        std::string next = path.substr(0, shared);
+        next += reader.take(reader.number());
+        const bool is_in_order = items.empty() || path < next;
+        path = std::move(next);
         Item item;
-        item.type = static_cast<std::uint32_t>(reader.number());
+        const std::uint64_t type = reader.number();
+        item.type = static_cast<std::uint32_t>(type);
         item.bytes = reader.take(reader.number());
+        if (!is_in_order || path.size() > kLongestPath || type > UINT32_MAX) {
+            damaged();
+        }
         items.emplace_hint(items.end(), path, std::move(item));
     }
     return items;
@@ -141,7 +152,7 @@ std::string decompressed(const std::string &stored) {
         damaged();
     }
     const auto length = fixed<std::uint64_t>(stored.data() + kChecked);
-    if (length > kMostPlain) {
+    if (length > std::min(kMostPlain, (stored.size() - kHead) * kMostPerByte)) {
         damaged();
     }
     std::string plain(length, '\0');

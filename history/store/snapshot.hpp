@@ -20,6 +20,8 @@ namespace history {
 
 // Equal items have equal plain forms.
 std::string plain_form(const Items &items);
+// Error(damaged) for bytes that no items have: paths out of order or longer than any, lengths that are
+// too large.
 Items from_plain_form(const std::string &plain);
 
 std::string compressed(const std::string &plain);

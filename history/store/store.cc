@@ -16,16 +16,17 @@ namespace {
 // Providers of many machines send each value over the network in one piece.
 constexpr std::size_t kPart = 256 * 1024;
 constexpr std::uint32_t kStateType = 0x48495354;  // no other program stores such items
-constexpr int kAttempts = 50;                     // each time another process has made its change
+// Numbers are given one by one. One that is farther from those before it was made by another program, and
+// must not use up the numbers: a revert needs one.
+constexpr std::uint32_t kMostGap = 1'000'000;
+// Of what is kept free for a revert. A transaction of a cluster has 1.5 MiB at most by default.
+constexpr std::uint64_t kLeastRoom = 64 * 1024;
+constexpr std::uint64_t kMostRoom = 512 * 1024;
 
 std::string hexadecimal(std::uint32_t number) {
     char text[16] = "0x";
     const auto end = std::to_chars(text + 2, text + sizeof text, number, 16).ptr;
     return {text, end};
-}
-
-std::string head_path() {
-    return std::string(kHistory) + "head";
 }
 
 std::string record_path(std::uint32_t number) {
@@ -54,6 +55,11 @@ std::string only_that(std::uint32_t number) {
     return deletion_of(number) + " deletes that commit only";
 }
 
+Error damaged_state(const Commit &commit, const Error &error) {
+    return {error.why(), "commit " + std::to_string(commit.number) + ": " + error.what() + "; " +
+                             only_that(commit.number)};
+}
+
 std::uint32_t setting(sysdb_conn_t cfg, const char *name, std::uint32_t usual, std::uint32_t least,
                       std::uint32_t most) {
     Item item;
@@ -67,12 +73,25 @@ std::uint32_t setting(sysdb_conn_t cfg, const char *name, std::uint32_t usual, s
 
 }  // namespace
 
+std::string head_path() {
+    return std::string(kHistory) + "head";
+}
+
 std::string commit_directory(std::uint32_t number) {
     return std::string(kHistory) + "commit/" + hexadecimal(number) + "/";
 }
 
+std::string room_directory() {
+    return std::string(kHistory) + "room/";
+}
+
 std::string deletion_of(std::uint32_t number) {
     return "\"aaactl sysdb del --force -r " + (kTree + commit_directory(number)) + "\"";
+}
+
+bool is_needed(const Commit &commit, const Head &head) {
+    return commit.number == head.last ||
+           (head.waiting && (commit.number == head.waiting->commit || commit.number == head.waiting->base));
 }
 
 Changes state_changes(std::uint32_t number, const std::string &stored) {
@@ -114,12 +133,12 @@ Head Store::head() const {
                                        "\" lets it be made again from the commits");
     }
     std::optional<Head> head = item ? head_from(text_of_item(*item)) : std::nullopt;
-    if (!head || head->last == 0) {
+    if (!head || head->last == 0 || head->last == UINT32_MAX) {
         head = rebuilt_head();
         head->rebuilt = item || head->last != 0;
     }
     head->stored = std::move(item);
-    head->highest = highest();
+    head->highest = highest(head->last);
     return *std::move(head);
 }
 
@@ -127,7 +146,8 @@ Head Store::rebuilt_head() const {
     Head head;
     std::uint32_t before = 0;
     for (const Commit &commit : commits()) {
-        if (commit.number <= head.last) {
+        const bool is_far = head.last != 0 && commit.number - head.last > kMostGap;
+        if (commit.number <= head.last || commit.number == UINT32_MAX || is_far) {
             continue;
         }
         before = std::exchange(head.last, commit.number);
@@ -141,14 +161,29 @@ Head Store::rebuilt_head() const {
     return head;
 }
 
-std::uint32_t Store::highest() const {
-    std::uint32_t highest = 0;
+std::set<std::uint32_t> Store::numbers() const {
+    std::set<std::uint32_t> numbers;
     for (const std::string &name : read_names(cfg_, std::string(kHistory) + "commit/")) {
         std::uint32_t number = 0;
         const char *end = name.data() + name.size();
         if (name.starts_with("0x") && std::from_chars(name.data() + 2, end, number, 16).ec == std::errc()) {
-            highest = std::max(highest, number);
+            numbers.insert(number);
         }
+    }
+    return numbers;
+}
+
+std::vector<std::uint32_t> Store::out_of_sequence(const Head &head) const {
+    const std::set<std::uint32_t> all = numbers();
+    return {all.upper_bound(head.highest), all.end()};
+}
+
+std::uint32_t Store::highest(std::uint32_t last) const {
+    const std::set<std::uint32_t> numbers = this->numbers();
+    std::uint32_t highest = last;
+    for (auto next = numbers.upper_bound(last); next != numbers.end() && *next - highest <= kMostGap;
+         ++next) {
+        highest = *next;
     }
     return highest;
 }
@@ -201,7 +236,16 @@ std::string Store::plain_state(const Commit &commit) const {
     std::string stored;
     for (std::uint32_t part = 1; part <= commit.parts; ++part) {
         Item item;
-        if (!read_item(cfg_, part_path(commit.number, part), item)) {
+        bool is_there = false;
+        try {
+            is_there = read_item(cfg_, part_path(commit.number, part), item);
+        } catch (const Error &error) {
+            if (!is_about_value(error)) {
+                throw;
+            }
+            throw damaged(part_path(commit.number, part), only_that(commit.number));
+        }
+        if (!is_there) {
             throw Error(Error::Why::damaged, "commit " + std::to_string(commit.number) +
                                                  ": a part of its state is missing; " +
                                                  only_that(commit.number));
@@ -211,13 +255,25 @@ std::string Store::plain_state(const Commit &commit) const {
     try {
         return decompressed(stored);
     } catch (const Error &error) {
-        throw Error(error.why(), "commit " + std::to_string(commit.number) + ": " + error.what() + "; " +
-                                     only_that(commit.number));
+        throw damaged_state(commit, error);
     }
 }
 
+// Every member of the database's group can store a state of other paths. Going back must not write them.
 Items Store::items(const Commit &commit) const {
-    return from_plain_form(plain_state(commit));
+    const std::string plain = plain_state(commit);
+    try {
+        Items items = from_plain_form(plain);
+        for (const auto &[path, item] : items) {
+            if (!path.starts_with(kConfiguration)) {
+                throw Error(Error::Why::damaged,
+                            "its state has items outside of " + std::string(kTree) + kConfiguration);
+            }
+        }
+        return items;
+    } catch (const Error &error) {
+        throw damaged_state(commit, error);
+    }
 }
 
 Limits Store::limits() const {
@@ -259,7 +315,11 @@ void Writing::put(const Commit &commit) {
 std::uint32_t Writing::add(Commit commit, const State &state) {
     after_.last = std::max(after_.last, after_.highest);
     if (after_.last == UINT32_MAX) {
-        throw Error(Error::Why::refused, "there is no number after that of the last commit");
+        throw Error(Error::Why::refused,
+                    "there is no number after that of the last commit, which this program did not make; "
+                    "\"aaactl sysdb del --force -r " +
+                        std::string(kTree) + kHistory +
+                        "\" deletes the history, and leaves the configuration as it is");
     }
     commit.number = after_.highest = ++after_.last;
     const std::string plain = plain_form(state.items);
@@ -276,8 +336,40 @@ std::uint32_t Writing::add(Commit commit, const State &state) {
     return after_.last;
 }
 
+// Without its base a commit could not be reverted, so it is read now.
+Commit Writing::base_commit(std::uint32_t number) const {
+    for (const Commit &commit : added_) {
+        if (commit.number == number) {
+            return commit;
+        }
+    }
+    try {
+        Commit commit = store_.commit(number);
+        if (!last_is_known_ || number != before_.last) {
+            store_.items(commit);
+        }
+        return commit;
+    } catch (const Error &error) {
+        if (error.why() == Error::Why::database) {
+            throw;
+        }
+        throw Error(Error::Why::refused, std::string("there would be no state to go back to: ") +
+                                             error.what() + "; make a commit without --confirm first");
+    }
+}
+
 void Writing::wait(std::uint32_t commit, std::uint32_t base, const Deadline &deadline) {
+    const Commit back = base_commit(base);
     after_.waiting = Waiting{commit, base, deadline};
+    // The items of the base, and two states in the history.
+    const std::uint64_t bytes =
+        std::min<std::uint64_t>(kMostRoom, kLeastRoom + back.plain_bytes + 2 * back.bytes);
+    std::uint32_t part = 0;
+    for (std::uint64_t at = 0; at < bytes; at += kPart) {
+        changes_.push_back({SYSDB_CHANGE_SET,
+                            room_directory() + hexadecimal(++part),
+                            {kStateType, std::string(std::min<std::uint64_t>(kPart, bytes - at), '\0')}});
+    }
 }
 
 void Writing::end_waiting(Ending ending, const std::string &by, std::int64_t time) {
@@ -296,6 +388,7 @@ void Writing::end_waiting(Ending ending, const std::string &by, std::int64_t tim
         }
     }
     after_.waiting.reset();
+    changes_.push_back({SYSDB_CHANGE_PRUNE, room_directory(), {}});
 }
 
 std::set<std::uint32_t> Writing::surplus(const std::vector<Commit> &stored) const {
@@ -313,10 +406,7 @@ std::set<std::uint32_t> Writing::surplus(const std::vector<Commit> &stored) cons
         if (count <= limits.commits && bytes <= limits.bytes) {
             break;
         }
-        const bool needed =
-            commit.number == after_.last || (after_.waiting && (commit.number == after_.waiting->commit ||
-                                                                commit.number == after_.waiting->base));
-        if (!needed) {
+        if (!is_needed(commit, after_)) {
             surplus.insert(commit.number);
             --count;
             bytes -= commit.bytes;
@@ -356,80 +446,6 @@ void change(const Store &store, const Make &make) {
             fail(failed < changes.size() ? changes[failed].path : "", rc);
         }
     }
-}
-
-namespace {
-
-// Deletes all commits but those that a revert needs; false if there are no others.
-bool free_room(const Store &store) {
-    bool any = false;
-    change(store, [&](const Head &head, Changes &changes) {
-        any = false;
-        for (const Commit &commit : store.commits()) {
-            const bool needed =
-                commit.number == head.last || (head.waiting && (commit.number == head.waiting->commit ||
-                                                                commit.number == head.waiting->base));
-            if (!needed) {
-                changes.push_back({SYSDB_CHANGE_PRUNE, commit_directory(commit.number), {}});
-                any = true;
-            }
-        }
-    });
-    return any;
-}
-
-std::optional<Reverted> try_revert(const Store &store, std::uint32_t waiting, const Author &by,
-                                   const std::string &why, const Now &now) {
-    std::optional<Reverted> done;
-    change(store, [&](const Head &head, Changes &changes) {
-        done.reset();
-        if (!head.waiting || head.waiting->commit != waiting) {
-            return;
-        }
-        Reverted result{waiting, 0, 0, head.waiting->base, 0};
-        const State present = read_state(store.connection(), kConfiguration);
-        const Items wanted = store.items(store.commit(result.base));
-        Writing writing(store, head);
-        if (!writing.is_recorded(present)) {
-            Commit outside;
-            outside.kind = Kind::outside;
-            outside.time = now.wall;
-            outside.author = by;
-            outside.message = "changed while commit " + std::to_string(waiting) + " waited";
-            result.outside = writing.add(outside, present);
-        }
-        writing.end_waiting(Ending::reverted, by.name(), now.wall);
-        Commit commit;
-        commit.kind = Kind::revert;
-        commit.time = now.wall;
-        commit.author = by;
-        commit.message = why;
-        commit.target = result.base;
-        State after{wanted, present.unreadable};
-        result.commit = writing.add(commit, after);
-        changes = changes_between(present, wanted);
-        result.changes = changes.size();
-        Changes records = writing.finish();
-        // The head first: another process that has done it is noticed before anything is compared.
-        changes.insert(changes.begin(), std::make_move_iterator(records.begin()),
-                       std::make_move_iterator(records.end()));
-        done = result;
-    });
-    return done;
-}
-
-}  // namespace
-
-std::optional<Reverted> revert(const Store &store, std::uint32_t waiting, const Author &by,
-                               const std::string &why, const Now &now) {
-    try {
-        return try_revert(store, waiting, by, why, now);
-    } catch (const Error &error) {
-        if (error.code() != SYSDB_ERR_FULL || !free_room(store)) {
-            throw;
-        }
-    }
-    return try_revert(store, waiting, by, why, now);
 }
 
 }  // namespace history

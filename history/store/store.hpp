@@ -7,6 +7,7 @@
 #pragma once
 
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,9 @@ class Store {
     std::vector<Commit> commits(std::vector<std::string> *damaged = nullptr) const;
     // Error(missing) if there is no such commit (any more).
     Commit commit(std::uint32_t number) const;
+    // Numbers of stored commits that the history has not given: far after its last one. They are not used
+    // when the next number is chosen.
+    std::vector<std::uint32_t> out_of_sequence(const Head &head) const;
     // The plain form of its items.
     std::string plain_state(const Commit &commit) const;
     Items items(const Commit &commit) const;
@@ -48,7 +52,9 @@ class Store {
 
   private:
     Head rebuilt_head() const;
-    std::uint32_t highest() const;
+    std::set<std::uint32_t> numbers() const;
+    // Of the numbers from the last one on, without those that are out of the sequence.
+    std::uint32_t highest(std::uint32_t last) const;
 
     sysdb_conn_t cfg_;
 };
@@ -63,7 +69,8 @@ class Writing {
     std::uint32_t add(Commit commit, const State &state);
     // Whether the items are those of the last commit.
     bool is_recorded(const State &state);
-    // The commit is reverted to the base at the deadline.
+    // The commit is reverted to the base at the deadline. Room for that is kept in the database until then:
+    // it may be full by that time. Error(refused) when the base cannot be used.
     void wait(std::uint32_t commit, std::uint32_t base, const Deadline &deadline);
     // The waiting commit has been confirmed or reverted.
     void end_waiting(Ending ending, const std::string &by, std::int64_t time);
@@ -74,6 +81,7 @@ class Writing {
 
   private:
     void put(const Commit &commit);
+    Commit base_commit(std::uint32_t number) const;
     std::set<std::uint32_t> surplus(const std::vector<Commit> &stored) const;
 
     Store store_;
@@ -85,9 +93,14 @@ class Writing {
     bool last_is_known_ = false;
 };
 
+std::string head_path();
 std::string commit_directory(std::uint32_t number);
+// Of items without a meaning, which a revert deletes to have room.
+std::string room_directory();
 // The command that deletes what is stored of one commit, for messages: others remain.
 std::string deletion_of(std::uint32_t number);
+// Whether the history cannot do without it: the last one, the one that waits, and its base.
+bool is_needed(const Commit &commit, const Head &head);
 // The parts of a stored state, of sizes that every provider takes.
 Changes state_changes(std::uint32_t number, const std::string &stored);
 
@@ -95,22 +108,11 @@ Changes state_changes(std::uint32_t number, const std::string &stored);
 // with those of a Writing, which expects the head: every change of the history changes it.
 Changes rewritten(const Commit &commit, const Items &items);
 
-// ---- whole operations, which try again when others change the same meanwhile
-
-// Makes changes of the database on the state that is read for each try. `make` may throw.
+// How often a whole operation is tried: each time another process has made its change.
+inline constexpr int kAttempts = 50;
+// Makes changes of the database on the state that is read for each try, and tries again when others change
+// the same meanwhile. `make` may throw.
 using Make = std::function<void(const Head &head, Changes &changes)>;
 void change(const Store &store, const Make &make);
-
-struct Reverted {
-    std::uint32_t waited = 0;   // the commit that was reverted
-    std::uint32_t commit = 0;   // the one that did it
-    std::uint32_t outside = 0;  // the one that has what was changed by others meanwhile; 0: none
-    std::uint32_t base = 0;
-    std::size_t changes = 0;
-};
-// When the database is full, old commits are deleted for it: going back is worth more than they are.
-// Reverts the commit with this number if it still waits; nothing if another one did, or it was confirmed.
-std::optional<Reverted> revert(const Store &store, std::uint32_t waiting, const Author &by,
-                               const std::string &why, const Now &now);
 
 }  // namespace history

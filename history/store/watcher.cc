@@ -173,7 +173,9 @@ void Watcher::run(int stop) {
             }
         } catch (const Error &error) {
             report_failure(error.what(), error.why() != Error::Why::database || !told_.empty());
-            disconnect();
+            if (error.why() == Error::Why::database) {
+                disconnect();
+            }  // otherwise a change of the history is what mends it, and the connection tells of it
             wait = next_retry();
         }
         alarm.set(wait);

@@ -7,7 +7,7 @@
 #include <functional>
 #include <string>
 
-#include "store/store.hpp"
+#include "store/revert.hpp"
 
 namespace history {
 

@@ -157,7 +157,8 @@ bool MasterKeys::read(const char *path) noexcept {
     const Descriptor fd(open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
     if (!fd) {
         return errno == ENOENT
-                   ? refuse(path, "there is no such file", "create it with \"aaactl key new-master\"")
+                   ? refuse(path, "there is no such file",
+                            "restore it from a backup, or if no key is sealed yet: aaactl key new-master")
                    : refuse(path, strerrordesc_np(errno), "make the file readable for this process");
     }
     SecretText text;

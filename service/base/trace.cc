@@ -145,6 +145,23 @@ bool command_announces_secret(const std::string &command) {
     return false;
 }
 
+std::string command_without_secrets(const std::string &command, std::string_view mask) {
+    for (std::size_t at = 0; at < command.size();) {
+        const std::size_t end = std::min(command.find_first_of(kBlanks, at), command.size());
+        const std::string word = command.substr(at, end - at);
+        if (announces_secret(word)) {
+            const std::size_t sign = word.find_first_of(kAssigns);
+            const std::size_t secret =
+                std::min(sign != std::string::npos ? at + sign + 1 : command.find_first_not_of(kBlanks, end),
+                         command.size());
+            return text_without_credentials(command.substr(0, at)) + command.substr(at, secret - at) +
+                   std::string(secret < command.size() ? mask : "");
+        }
+        at = end + 1;
+    }
+    return text_without_credentials(command);
+}
+
 std::string text_without_credentials(const std::string &text) {
     std::string shown;
     for (std::size_t at = 0; at < text.size();) {

@@ -77,6 +77,10 @@ struct TraceEvent {
 // and the like.
 std::string command_for_trace(const std::string &command);
 
+// A whole command without what looks like a password: all that follows such a word and its blanks, or its
+// "=" or ":", is replaced by `mask`, and so are user and password in addresses. Blanks stay as they are.
+std::string command_without_secrets(const std::string &command, std::string_view mask);
+
 // Whether a word of a command is "password", "secret", "key" or the like: a secret follows, perhaps
 // in the next argument.
 bool command_announces_secret(const std::string &command);

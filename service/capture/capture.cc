@@ -3,6 +3,8 @@
 #include "capture/capture.hpp"
 
 #include <string.h>
+#include <sys/random.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <bit>
@@ -10,6 +12,7 @@
 #include <utility>
 
 #include "capture/pcapng.hpp"
+#include "capture/radius_mask.hpp"
 
 namespace service {
 
@@ -18,6 +21,9 @@ namespace {
 constexpr std::uint8_t kPrefixVersion = 1;
 constexpr std::size_t kPrefix = 48;
 constexpr unsigned kWasMasked = 1;
+constexpr char kNameWasMasked[] =
+    "The user name was replaced by asterisks, so the authenticators do not fit. aaactl capture --secrets "
+    "shows it.";
 
 std::int64_t wall_clock() {
     timespec now{};
@@ -32,7 +38,8 @@ void put(std::string &out, std::uint64_t value, unsigned bytes) {
 }
 
 // docs/capture.md has the table.
-std::string frame(const CapturedMessage &message, std::string_view bytes, bool was_masked) {
+std::string frame(const CapturedMessage &message, std::uint32_t run, std::string_view bytes,
+                  bool was_masked) {
     std::string out;
     out.reserve(kPrefix + bytes.size());
     put(out, kPrefixVersion, 1);
@@ -48,14 +55,35 @@ std::string frame(const CapturedMessage &message, std::string_view bytes, bool w
     put(out, message.connection, 8);
     put(out, message.id, 8);
     put(out, message.exchange, 4);
-    put(out, 0, 4);
+    put(out, run, 4);
     return out.append(bytes);
+}
+
+// Not 0, which is that of frames without one.
+std::uint32_t new_run() {
+    std::uint32_t number = 0;
+    if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number) {
+        // Early in the boot: no secret, it only has to differ from that of the start before.
+        number = static_cast<std::uint32_t>(wall_clock() / 1000000) ^ static_cast<std::uint32_t>(getpid());
+    }
+    return number != 0 ? number : 1;
 }
 
 std::string host_of(const net::Address &address) {
     const std::string text = address.text();
     const std::string host = text.substr(0, text.rfind(':'));
     return host.starts_with('[') ? host.substr(1, host.size() - 2) : host;
+}
+
+// The key of RADIUS over TLS is the same everywhere (RFC 6614, 2.3), and readers of captures do not know it.
+constexpr char kRadsecKey[] = "radsec";
+
+// The text of a server's own key; "" where there is none, as for TACACS+ over TLS.
+std::string key_of(const Server &server) {
+    if (server.transport != "tls") {
+        return server.key.text();
+    }
+    return server.protocol == Protocol::kRadius ? kRadsecKey : "";
 }
 
 }  // namespace
@@ -74,22 +102,35 @@ CaptureReader::~CaptureReader() {
     capture_.leave(this);
 }
 
-void CaptureReader::push(std::string block) {
+void CaptureReader::push(std::string block, std::optional<std::uint32_t> interface) {
     queued_ += block.size();
-    blocks_.push_back(std::move(block));
+    blocks_.push_back({std::move(block), interface});
 }
 
 void CaptureReader::append_to(std::string &out, std::size_t most) {
     while (!blocks_.empty() && out.size() < most) {
-        out += blocks_.front();
-        queued_ -= blocks_.front().size();
-        explicit_bzero(blocks_.front().data(), blocks_.front().size());
+        std::string &block = blocks_.front().block;
+        out += block;
+        queued_ -= block.size();
+        explicit_bzero(block.data(), block.size());
         blocks_.pop_front();
     }
 }
 
-void CaptureReader::add(std::uint32_t interface, std::int64_t wall, bool is_outbound,
-                        std::string_view bytes) {
+void CaptureReader::drop_queued() {
+    // The beginning of the file and keys stay.
+    for (Queued &queued : blocks_) {
+        if (queued.interface) {
+            ++figures_[*queued.interface].dropped;
+            queued_ -= queued.block.size();
+            explicit_bzero(queued.block.data(), queued.block.size());
+        }
+    }
+    std::erase_if(blocks_, [](const Queued &queued) { return queued.interface.has_value(); });
+}
+
+void CaptureReader::add(std::uint32_t interface, std::int64_t wall, bool is_outbound, std::string_view bytes,
+                        std::string_view comment) {
     if (is_finished_) {
         return;
     }
@@ -100,7 +141,9 @@ void CaptureReader::add(std::uint32_t interface, std::int64_t wall, bool is_outb
         return;
     }
     push(pcapng::packet({interface, wall, is_outbound,
-                         figures.dropped - std::exchange(figures.dropped_before, figures.dropped), bytes}));
+                         figures.dropped - std::exchange(figures.dropped_before, figures.dropped), bytes,
+                         comment}),
+         interface);
 }
 
 // A key is small, there are few of them, and without it nothing that follows can be read.
@@ -110,14 +153,17 @@ void CaptureReader::add_secret(std::uint32_t kind, const std::string &text) {
     }
 }
 
-void CaptureReader::finish() {
+void CaptureReader::finish(std::string_view why) {
     if (std::exchange(is_finished_, true)) {
         return;
     }
     for (std::uint32_t i = kMessages; i <= (options_.servers ? kServers : kMessages); ++i) {
-        push(pcapng::statistics({i, started_, wall_clock(), figures_[i].seen, figures_[i].dropped}));
+        push(pcapng::statistics({i, started_, wall_clock(), figures_[i].seen, figures_[i].dropped, why}));
     }
 }
+
+Capture::Capture(net::Loop &loop, const KnownNames &names, std::string program)
+    : loop_(loop), names_(names), program_(std::move(program)), run_(new_run()) {}
 
 Capture::~Capture() {
     if (loop_.tap() == this) {
@@ -148,20 +194,18 @@ void Capture::add(const CapturedMessage &message) {
     const std::int64_t wall = wall_clock();
     for (CaptureReader *reader : readers_) {
         const CaptureOptions &options = reader->options_;
-        if (options.user && *options.user != message.user) {
+        if (options.user && !options.is_user(message.user)) {
             continue;
         }
         if (options.secrets) {
             reader->add(CaptureReader::kMessages, wall, message.is_answer,
-                        frame(message, message.message.bytes, false));
+                        frame(message, run_, message.message.bytes, false));
             continue;
         }
-        // Who asks for a name knows it.
-        const Masked shown = masked(message.message, [&](const std::string &name) {
-            return name.empty() || (options.user && name == *options.user) || names_.knows(name);
-        });
+        const Masked shown =
+            masked(message.message, [&](const std::string &name) { return may_show(options, name); });
         reader->add(CaptureReader::kMessages, wall, message.is_answer,
-                    frame(message, shown.bytes, shown.is_changed));
+                    frame(message, run_, shown.bytes, shown.is_changed));
     }
     if (on_frames_) {
         on_frames_();
@@ -189,7 +233,6 @@ const Server *Capture::server_at(const net::Address &address, bool is_stream) co
     return nullptr;
 }
 
-// With TLS there is no other key than those that TLS agrees on.
 void Capture::tell_key(const Path &path, bool is_stream) {
     const std::string place = path.local.text().substr(0, path.local.text().rfind(':')) + " " +
                               path.server.text() + (is_stream ? " tcp " : " udp ") +
@@ -200,14 +243,15 @@ void Capture::tell_key(const Path &path, bool is_stream) {
             continue;
         }
         const Server *server = server_at(path.server, is_stream);
-        if (server == nullptr || server->transport == "tls" || server->key.empty()) {
+        const std::string key = server == nullptr ? "" : key_of(*server);
+        if (key.empty()) {
             continue;
         }
         if (server->protocol == Protocol::kTacacs) {
             reader->add_secret(pcapng::kTacacsKey,
-                               host_of(path.local) + "\t" + host_of(path.server) + "\t" + server->key.text());
+                               host_of(path.local) + "\t" + host_of(path.server) + "\t" + key);
         } else {
-            reader->add_secret(pcapng::kRadiusKey, path.server.text() + "\t" + server->key.text());
+            reader->add_secret(pcapng::kRadiusKey, path.server.text() + "\t" + key);
         }
     }
 }
@@ -228,7 +272,23 @@ void Capture::add_packets(const Path &, Way way, const std::vector<std::string> 
 
 void Capture::datagram(const Path &path, Way way, std::string_view bytes) {
     tell_key(path, false);
-    add_packets(path, way, {Segments::datagram(path, way, bytes)});
+    const std::int64_t wall = wall_clock();
+    for (CaptureReader *reader : readers_) {
+        const CaptureOptions &options = reader->options_;
+        if (!options.servers) {
+            continue;
+        }
+        // People type their password where the name is asked for, and RADIUS does not hide names.
+        const Masked shown =
+            options.secrets
+                ? Masked{std::string(bytes), false}
+                : masked_radius(bytes, [&](const std::string &name) { return may_show(options, name); });
+        reader->add(CaptureReader::kServers, wall, way == Way::kSent,
+                    Segments::datagram(path, way, shown.bytes), shown.is_changed ? kNameWasMasked : "");
+    }
+    if (on_frames_) {
+        on_frames_();
+    }
 }
 
 void Capture::opened(const Path &path) {

@@ -34,6 +34,12 @@ struct CaptureOptions {
     bool secrets = false;                  // nothing is masked
     bool servers = false;                  // also the traffic with servers
     bool keys = false;                     // and what deciphers it
+    // How a name is written in `user`; null: as it is.
+    std::string (*form_of_names)(std::string_view) = nullptr;
+
+    bool is_user(const std::string &name) const {
+        return user && (form_of_names != nullptr ? form_of_names(name) : name) == *user;
+    }
 };
 
 // A message of a client, or the answer to one.
@@ -63,8 +69,13 @@ class CaptureReader {
     const CaptureOptions &options() const { return options_; }
     // Appends whole blocks until the text has so many bytes, or there is none left.
     void append_to(std::string &out, std::size_t most);
-    // No further frames; the figures of the interfaces come last.
-    void finish();
+    // No further frames; the figures of the interfaces come last, with what ended the capture if its
+    // reader did not.
+    void finish(std::string_view why = {});
+    // Drops and counts the frames that have not been appended.
+    void drop_queued();
+    // Frames that were dropped, of all interfaces.
+    std::uint64_t dropped() const { return figures_[kMessages].dropped + figures_[kServers].dropped; }
     // Whether all has been appended.
     bool has_ended() const { return is_finished_ && blocks_.empty(); }
 
@@ -72,9 +83,10 @@ class CaptureReader {
     friend class Capture;
     static constexpr std::uint32_t kMessages = 0, kServers = 1;  // interfaces
 
-    void add(std::uint32_t interface, std::int64_t wall, bool is_outbound, std::string_view bytes);
+    void add(std::uint32_t interface, std::int64_t wall, bool is_outbound, std::string_view bytes,
+             std::string_view comment = {});
     void add_secret(std::uint32_t kind, const std::string &text);
-    void push(std::string block);
+    void push(std::string block, std::optional<std::uint32_t> interface = std::nullopt);
 
     struct Figures {
         std::uint64_t seen = 0, dropped = 0;
@@ -83,7 +95,11 @@ class CaptureReader {
 
     Capture &capture_;
     const CaptureOptions options_;
-    std::deque<std::string> blocks_;
+    struct Queued {
+        std::string block;
+        std::optional<std::uint32_t> interface;  // of a frame
+    };
+    std::deque<Queued> blocks_;
     std::size_t queued_ = 0;  // bytes
     Figures figures_[2];
     std::int64_t started_;
@@ -96,8 +112,7 @@ class Capture : private net::Tap {
     static constexpr std::size_t kMostReaders = 4;
     static constexpr std::size_t kMostQueued = std::size_t{8} << 20;  // bytes for one reader
 
-    Capture(net::Loop &loop, const KnownNames &names, std::string program)
-        : loop_(loop), names_(names), program_(std::move(program)) {}
+    Capture(net::Loop &loop, const KnownNames &names, std::string program);
     ~Capture() override;
     Capture(const Capture &) = delete;
     Capture &operator=(const Capture &) = delete;
@@ -125,6 +140,10 @@ class Capture : private net::Tap {
     void join(CaptureReader *reader);
     void leave(CaptureReader *reader);
     void watch_servers();
+    // Who asks for a name knows it.
+    bool may_show(const CaptureOptions &options, const std::string &name) const {
+        return name.empty() || options.is_user(name) || names_.knows(name);
+    }
     void add_packets(const Path &path, Way way, const std::vector<std::string> &packets);
     void tell_key(const Path &path, bool is_stream);
     const Server *server_at(const net::Address &address, bool is_stream) const;
@@ -132,6 +151,9 @@ class Capture : private net::Tap {
     net::Loop &loop_;
     const KnownNames &names_;
     const std::string program_;
+    // Numbers of connections begin again with each start of the service; with this one they do not
+    // repeat in captures that are joined.
+    const std::uint32_t run_;
     SnapshotPtr snapshot_;
     std::vector<CaptureReader *> readers_;
     std::function<void()> on_frames_;

@@ -29,7 +29,7 @@ constexpr std::size_t kListHeader = sizeof(avlist);
 constexpr std::size_t kHead = sizeof(avpair_t);
 constexpr std::size_t kListName = 24;  // in the header
 constexpr std::uint32_t kSessionMarker = 16;
-constexpr std::string_view kMask = "********";
+constexpr std::size_t kBlock = 64;  // of asynchronous requests
 
 constexpr std::uint32_t kSecrets[] = {
 #define AAA_SECRET_ATTRIBUTE(name) name,
@@ -54,9 +54,10 @@ std::size_t padded(std::size_t length) {
     return (length + 3) / 4 * 4;
 }
 
-// A deleted pair holds a value of an attribute that is no longer known.
+// A deleted pair holds a value of an attribute that is no longer known. What an attribute outside the
+// dictionary holds cannot be known either.
 bool is_secret(std::uint32_t type) {
-    return type == AAA_ATTR_MAX ||
+    return type >= AAA_TABLE_ROWS || aaa_table[type].name == nullptr ||
            std::find(std::begin(kSecrets), std::end(kSecrets), type) != std::end(kSecrets);
 }
 
@@ -129,13 +130,13 @@ class Mask {
 // the word before it.
 std::string Mask::command(std::uint32_t type, const std::string &text) {
     if (type == AAA_AUTOCMD_ATTR || type == AAA_VS1_AUTOCMD) {
-        return command_for_trace(text);
+        return command_without_secrets(text, kMask);
     }
     if (is_secret_announced_) {
         return std::string(kMask);
     }
     is_secret_announced_ = command_announces_secret(text);
-    return command_for_trace(text);
+    return command_without_secrets(text, kMask);
 }
 
 std::optional<std::string> Mask::other_value(std::uint32_t type, std::string_view value) {
@@ -186,7 +187,7 @@ void Mask::add_pair(std::string &out, std::string_view pair, std::string_view va
 
 // The name of a list is a text.
 std::string Mask::list_header(std::string_view header) {
-    const std::size_t last = kListHeader - 1;  // the byte after the name is no part of it
+    const std::size_t last = kListHeader - 1;  // the byte after the name
     const std::size_t end = std::min(header.find('\0', kListName), last);
     return std::string(header.substr(0, end)) + cover(header.substr(end), '\0');
 }
@@ -198,7 +199,14 @@ std::string Mask::head(std::string_view bytes, std::uint32_t type) {
         used = offsetof(aaa_sess_request_t, u) + (type == AAA_REQ_CONNECT ? 0 : sizeof(std::uint32_t));
     }
     used = std::min(used, bytes.size());
-    return std::string(bytes.substr(0, used)) + cover(bytes.substr(used), '\0');
+    std::string out = std::string(bytes.substr(0, used)) + cover(bytes.substr(used), '\0');
+    // The service does not read what clients of asynchronous requests put here for themselves.
+    const bool has_block = type == AAA_REQ_AUTHEN_ASYNC || type == AAA_REQ_AUTHOR_ASYNC ||
+                           type == AAA_REQ_ACCT_ASYNC || type == AAA_REQ_ACCT_UPDATE;
+    if (has_block && !is_session(bytes) && bytes.size() >= sizeof(aaa_req_hdr_t) + kBlock) {
+        out.replace(sizeof(aaa_req_hdr_t), kBlock, cover(bytes.substr(sizeof(aaa_req_hdr_t), kBlock), '*'));
+    }
+    return out;
 }
 
 std::string Mask::plain(std::string_view bytes, std::uint32_t type) {

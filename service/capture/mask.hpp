@@ -19,6 +19,9 @@ struct WireMessage {
     std::optional<std::uint32_t> request_type = {};  // of a request; an answer is the service's own
 };
 
+// In place of a value.
+inline constexpr std::string_view kMask = "********";
+
 struct Masked {
     std::string bytes;
     bool is_changed = false;

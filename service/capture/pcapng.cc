@@ -105,6 +105,9 @@ std::string packet(const Packet &packet) {
     put(body, length);
     body += packet.bytes;
     pad(body);
+    if (!packet.comment.empty()) {
+        put_option(body, 1, packet.comment);
+    }
     put_option(body, 2, std::uint32_t{packet.is_outbound ? 2u : 1u});
     if (packet.dropped > 0) {
         put_option(body, 4, packet.dropped);
@@ -117,6 +120,9 @@ std::string statistics(const Statistics &figures) {
     std::string body;
     put(body, figures.interface);
     put_time(body, figures.ended);
+    if (!figures.comment.empty()) {
+        put_option(body, 1, figures.comment);
+    }
     put_time_option(body, 2, figures.started);
     put_time_option(body, 3, figures.ended);
     put_option(body, 4, figures.seen);

@@ -23,12 +23,14 @@ struct Packet {
     bool is_outbound = false;
     std::uint64_t dropped = 0;  // frames of the interface between the one before and this one
     std::string_view bytes;
+    std::string_view comment = {};  // none if it is empty
 };
 
 struct Statistics {
     std::uint32_t interface = 0;
     std::int64_t started = 0, ended = 0;  // nanoseconds since 1970
     std::uint64_t seen = 0, dropped = 0;
+    std::string_view comment = {};  // none if it is empty
 };
 
 std::string section(std::string_view program);

@@ -14,6 +14,11 @@
 
 namespace service {
 
+// Where a key cannot be opened. The command says what is wrong with the file of master keys as the service
+// sees it.
+inline constexpr char kMasterKeysAdvice[] =
+    "to see why and what to do, say as root: runuser -u aaad -- aaactl key masters";
+
 // A connection that unbinds itself.
 class DatabaseConnection {
   public:

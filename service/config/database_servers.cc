@@ -142,8 +142,7 @@ bool read_key(ServersReader &reading, ServerReader &settings, const std::string 
     auto key = reading.keys.open(place, *stored);
     if (!key) {
         reader.fault(settings.place(), "it cannot be opened here, so the server " + server.entry +
-                                           " is not asked; make the master keys readable for the service, "
-                                           "or " +
+                                           " is not asked; " + kMasterKeysAdvice + "; or " +
                                            how_to_store_key(settings.place()));
         reader.locked(server.name());
         return false;
@@ -151,8 +150,8 @@ bool read_key(ServersReader &reading, ServerReader &settings, const std::string 
     if (key->is_kept) {
         reader.fault(settings.place(), "it cannot be opened now, so the server " + server.entry +
                                            " is asked with the key that was opened before, until the service "
-                                           "ends; make the master keys readable for the service, or " +
-                                           how_to_store_key(settings.place()));
+                                           "ends; " +
+                                           kMasterKeysAdvice + "; or " + how_to_store_key(settings.place()));
         reading.kept_keys.insert(place);
     }
     server.key = std::move(key->text);

@@ -263,11 +263,8 @@ void Keeper::raise_alarms(const Snapshot &snapshot, const ReadResult &result) {
                      : "") +
                 " cannot be opened: not asked, the next method decides";
     }
-    alarms_.set("keys", keys.empty() ? ""
-                                     : keys +
-                                           "; make the file of master keys readable for the service, which "
-                                           "tries it again each minute; to see it, say as root: runuser "
-                                           "-u aaad -- aaad --check");
+    alarms_.set("keys",
+                keys.empty() ? "" : keys + "; they are tried again each minute; " + kMasterKeysAdvice);
     alarms_.set("faults", result.faults.empty()
                               ? ""
                               : result.faults.front() +

@@ -23,10 +23,12 @@ void log_reverted(const history::Reverted &reverted) {
         reverted.outside == 0
             ? ""
             : "; what was changed without a commit meanwhile is commit " + std::to_string(reverted.outside);
+    const std::string as = reverted.commit != 0 ? ", as commit " + std::to_string(reverted.commit)
+                                                : history::not_recorded(reverted);
     log(Level::kWarning, "REVERTED",
         "commit %u of the configuration was not confirmed in time: the state of commit %u is in force "
-        "again, as commit %u%s",
-        reverted.waited, reverted.base, reverted.commit, outside.c_str());
+        "again%s%s",
+        reverted.waited, reverted.base, as.c_str(), outside.c_str());
 }
 
 }  // namespace

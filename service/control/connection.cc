@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "base/log.hpp"
+#include "control/json.hpp"
 
 namespace service {
 
@@ -19,8 +20,8 @@ namespace {
 
 constexpr std::size_t kMostRequest = 4096;
 constexpr std::size_t kMostBuffered = std::size_t{64} * 1024;
-// For a client that does not read, and for one that asks nothing.
-constexpr net::Time kPatience = 60 * net::kSecond;
+// What a socket takes for a reader that has been given up: what is left of the last frames, and the end.
+constexpr int kLastBytes = int{4} * kMostBuffered;
 
 }  // namespace
 
@@ -40,11 +41,28 @@ ControlConnection::~ControlConnection() {
 }
 
 void ControlConnection::give_up() {
-    if (!out_.empty()) {
+    if (capture_ != nullptr) {
+        give_up_capture();
+    } else if (!out_.empty()) {
         log(Level::kInfo, "CONTROL_STOPPED",
             "client %d of user %u of the control socket reads nothing and is dropped", peer_.pid, peer_.uid);
     }
     host_.remove(this);
+}
+
+// The reader may go on one day: its file must then say what is missing, and why. The socket is full, so it
+// is made larger for the end.
+void ControlConnection::give_up_capture() {
+    capture_->drop_queued();
+    log(Level::kNotice, "CAPTURE",
+        "the capture of client %d of user %u is ended: its reader took nothing for %lld s; it misses %llu "
+        "frames",
+        peer_.pid, peer_.uid, static_cast<long long>(host_.patience / net::kSecond),
+        static_cast<unsigned long long>(capture_->dropped()));
+    capture_->finish("the service has ended the capture, because its reader took nothing for " +
+                     std::to_string(host_.patience / net::kSecond) + " s");
+    setsockopt(socket_.get(), SOL_SOCKET, SO_SNDBUF, &kLastBytes, sizeof kLastBytes);
+    write_some();
 }
 
 void ControlConnection::on_events(std::uint32_t events) {
@@ -153,14 +171,16 @@ void ControlConnection::start_trace(ControlRequest request) {
 // Operators may see messages. Passwords, and what deciphers them, are for root, as files of keys are.
 void ControlConnection::start_capture(const ControlRequest &request) {
     if ((request.secrets || request.servers || request.keys) && peer_.uid != 0 && peer_.uid != geteuid()) {
-        out_ += error_line("not-allowed", "only root may capture secrets, the traffic with servers and keys");
+        out_ += error_line("not-allowed",
+                           "only root may capture secrets, the traffic with servers and keys; use sudo");
         return;
     }
     if (host_.sources.capture.readers() >= Capture::kMostReaders) {
         out_ += error_line("too-many", "too many captures run already; end one, and try again");
         return;
     }
-    CaptureOptions options{request.user, request.secrets, request.servers, request.keys};
+    // A name may be bytes that JSON cannot have.
+    CaptureOptions options{request.user, request.secrets, request.servers, request.keys, as_utf8};
     log(request.secrets || request.keys ? Level::kWarning : Level::kNotice, "CAPTURE",
         "client %d of user %u captures messages%s%s%s", peer_.pid, peer_.uid,
         request.secrets ? " with their secrets" : "", request.servers ? ", traffic with servers" : "",
@@ -172,7 +192,7 @@ void ControlConnection::start_capture(const ControlRequest &request) {
 
 void ControlConnection::end_capture() {
     if (capture_ != nullptr) {
-        capture_->finish();
+        capture_->finish("the service has ended");
         on_news();
     }
 }
@@ -221,7 +241,7 @@ void ControlConnection::wait_for_events() {
     if (out_.empty() && (follower_ != nullptr || capture_ != nullptr)) {
         patience_.cancel();  // a user who is watched may be quiet for days
     } else if (!patience_.is_set()) {
-        patience_.set(host_.sources.loop.now() + kPatience);
+        patience_.set(host_.sources.loop.now() + host_.patience);
     }
 }
 

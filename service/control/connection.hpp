@@ -22,6 +22,8 @@ class ControlConnection {
         const ControlSources &sources;
         std::function<std::size_t()> clients;             // of the control socket
         std::function<void(ControlConnection *)> remove;  // destroys the connection
+        // With a client that does not read, and with one that asks nothing.
+        net::Time patience = 60 * net::kSecond;
     };
 
     // The host outlives the connection.
@@ -39,6 +41,7 @@ class ControlConnection {
 
   private:
     void give_up();
+    void give_up_capture();
     void on_events(std::uint32_t events);
     bool read_some();
     void take_lines();

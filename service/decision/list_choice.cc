@@ -32,15 +32,11 @@ std::string service_word(Function function, std::uint32_t service) {
     if (!word.starts_with('<')) {
         return std::string(word);
     }
-    // Services without a word of their own: those under which the library verifies their lists.
     switch (service) {
-        case AAA_SVC_LOGIN:
-        case AAA_SVC_HTTP:
-            return "login";
-        case AAA_SVC_MGBL_ACCT:
-            return "commands";
-        case AAA_SVC_API:
-            return "api";
+#define AAA_SERVICE_WORD(number, word) \
+    case number:                       \
+        return word;
+#include "numbers/service_words.def"
         default:
             return "";
     }

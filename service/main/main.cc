@@ -35,15 +35,27 @@ __attribute__((no_sanitize("address", "thread", "undefined"))) sigset_t signals_
     return set;
 }
 
+// Not strcmp(), which sanitizers replace and which is not ready before main().
+__attribute__((no_sanitize("address", "thread", "undefined"))) bool is_check(const char *word) {
+    const char *wanted = "--check";
+    for (; *word != '\0' && *word == *wanted; ++word, ++wanted) {
+    }
+    return *word == *wanted;
+}
+
 // Before main(), and before the libraries are loaded: one of them starts a thread then, which blocks signals
 // itself when it runs. Until then a signal would end the process there, on a busy machine after the
 // service has said that it is ready.
-__attribute__((no_sanitize("address", "thread", "undefined"))) void block_signals(int, char **, char **) {
+__attribute__((no_sanitize("address", "thread", "undefined"))) void begin(int, char **argv, char **) {
     const sigset_t set = signals_of_the_loop();
     sigprocmask(SIG_BLOCK, &set, nullptr);
+    for (char **word = argv; *word != nullptr; ++word) {
+        if (is_check(*word)) {
+            service::expect_check();
+        }
+    }
 }
-__attribute__((section(".preinit_array"), used)) void (*const g_before_all)(int, char **,
-                                                                            char **) = block_signals;
+__attribute__((section(".preinit_array"), used)) void (*const g_before_all)(int, char **, char **) = begin;
 
 // For what ends by itself, so that it can be interrupted.
 void take_signals_as_usual() {

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <functional>
 #include <iterator>
 #include <string>
@@ -125,6 +126,46 @@ TEST(CppList, RefusesATextThatReadersWouldCut) {
     EXPECT_EQ(list.add(AAA_USERNAME_ATTR, static_cast<const char *>(nullptr)).error(),
               errc::invalid_argument);
     EXPECT_TRUE(list.empty());
+}
+
+TEST(CppList, DoesNotCutALiteralWithANulInside) {
+    aaa::list list = make_list();
+    EXPECT_EQ(list.add(AAA_USERNAME_ATTR, "root\0alice").error(), errc::text_with_nul);
+    EXPECT_EQ(list.add<AAA_USERNAME_ATTR>("root\0alice").error(), errc::text_with_nul);
+    EXPECT_EQ(list.update(AAA_USERNAME_ATTR, "root\0alice").error(), errc::text_with_nul);
+    EXPECT_EQ(list.update(list.begin(), "root\0alice").error(), errc::invalid_argument);
+    EXPECT_EQ(list.erase_value(AAA_USERNAME_ATTR, "root\0alice").error(), errc::text_with_nul);
+    EXPECT_EQ(aaa::list::create("a\0b").error(), errc::text_with_nul);
+    EXPECT_TRUE(list.empty());
+}
+
+TEST(CppList, TakesAnArrayForWhatItIs) {
+    aaa::list list = make_list();
+    // A constant record: NULs fill it up, and a full one has none.
+    struct record {
+        char name[8];
+    };
+    constexpr record padded{{'b', 'o', 'b'}}, full{{'f', 'u', 'l', 'l', 'n', 'a', 'm', 'e'}};
+    EXPECT_TRUE(list.add(AAA_USERNAME_ATTR, padded.name));
+    EXPECT_TRUE(list.add<AAA_USERNAME_ATTR>(full.name));
+    EXPECT_TRUE(list.add(AAA_USERNAME_ATTR, ""));
+    // A buffer: what follows the NUL is of an earlier use.
+    char room[8] = {'e', 'v', 'e', '\0', 'o', 'l', 'd', '\0'};
+    char no_end[3] = {'a', 'b', 'c'};
+    EXPECT_TRUE(list.add(AAA_USERNAME_ATTR, room));
+    EXPECT_TRUE(list.add<AAA_USERNAME_ATTR>(no_end, {.tag = 5}));
+    const char *const expected[] = {"bob", "fullname", "", "eve", "abc"};
+    for (std::uint32_t i = 0; i < std::size(expected); ++i) {
+        EXPECT_EQ(*list.get<AAA_USERNAME_ATTR>(i), expected[i]);
+        EXPECT_EQ(list.find(AAA_USERNAME_ATTR, i)->value().size(), std::strlen(expected[i]) + 1);
+    }
+    EXPECT_EQ(list.find(AAA_USERNAME_ATTR, 4)->tag(), 5u);
+    EXPECT_TRUE(list.update(AAA_USERNAME_ATTR, room, {}, 1));
+    EXPECT_TRUE(list.update(list.begin(), room));
+    EXPECT_TRUE(list.erase_value(AAA_USERNAME_ATTR, no_end));
+    EXPECT_EQ(list.size(), 4u);
+    EXPECT_EQ(aaa::list::create(room)->name(), "eve");
+    EXPECT_EQ(aaa::list::create(full.name)->name(), "fullname");
 }
 
 TEST(CppList, StoresBytesOfAnyLength) {
@@ -258,6 +299,36 @@ TEST(CppList, JoinsLists) {
     EXPECT_EQ(marked.size(), 1u);
 }
 
+// The functions below read the list that they change.
+TEST(CppList, JoinsAListWithItselfAsWithACopy) {
+    const auto several = [] {
+        aaa::list list = make_list();
+        for (const char *const name : {"alice", "bob", "carol", "d", "eve"}) {
+            EXPECT_TRUE(list.add(AAA_USERNAME_ATTR, name, {.flags = *name == 'd' ? 0u : 0x400u}));
+            EXPECT_TRUE(list.add(AAA_IFH_ATTR, 7, {.flags = 0x400u}));
+            EXPECT_TRUE(list.add(AAA_CMD_ATTR, name, {.tag = 3}));
+        }
+        return list;
+    };
+    const aaa::list copy = several();
+    const std::pair<const char *, std::function<aaa::result<void>(aaa::list &, const aaa::list &)>> ways[] = {
+        {"append", [](aaa::list &to, const aaa::list &from) { return to.append(from); }},
+        {"append flagged",
+         [](aaa::list &to, const aaa::list &from) { return to.append_flagged(from, 0x400u); }},
+        {"merge", [](aaa::list &to, const aaa::list &from) { return to.merge(from); }},
+        {"merge flagged",
+         [](aaa::list &to, const aaa::list &from) { return to.merge_flagged(from, 0x400u); }},
+        {"reshape", [](aaa::list &to, const aaa::list &from) { return to.reshape(from); }},
+    };
+    for (const auto &[name, way] : ways) {
+        aaa::list with_copy = several(), with_itself = several();
+        EXPECT_TRUE(way(with_copy, copy)) << name;
+        EXPECT_TRUE(way(with_itself, with_itself)) << name;
+        EXPECT_EQ(with_itself, with_copy) << name;
+        EXPECT_TRUE(with_itself.is_sane()) << name;
+    }
+}
+
 TEST(CppList, PrintsWithoutPasswords) {
     aaa::list list = make_list("login");
     EXPECT_TRUE(aaa::set_password(list, "wonderland"));
@@ -289,6 +360,63 @@ TEST(CppList, RefusesThePairThatWouldEndTheProcess) {
     EXPECT_TRUE(list.add(AAA_IFH_ATTR, 1));
 }
 
+TEST(CppList, AppendsALongListToItself) {
+    aaa::list list = make_list();
+    constexpr std::size_t half = 32767;
+    for (std::size_t i = 0; i < half; ++i) {
+        if (!list.add(AAA_IFH_ATTR, static_cast<std::uint32_t>(i))) {
+            FAIL() << i;
+        }
+    }
+    EXPECT_TRUE(list.append(list));
+    ASSERT_EQ(list.size(), 2 * half);
+    std::size_t place = 0;
+    for (const aaa::attribute pair : list) {
+        ASSERT_EQ(*pair.get<std::uint32_t>(), place++ % half);
+    }
+    EXPECT_EQ(list.append(list).error(), errc::full_list);
+}
+
+// What adds no pair needs no room.
+TEST(CppList, AFullListTakesNewValues) {
+    aaa::list list = make_list();
+    EXPECT_TRUE(list.add(AAA_PRIV_LVL_ATTR, 1, {.flags = 0x800u}));
+    EXPECT_TRUE(list.add(AAA_PASSWORD_ATTR, "wonderland"));
+    while (list.add(AAA_IFH_ATTR, 1)) {
+    }
+    ASSERT_EQ(list.pairs_left(), 0u);
+    EXPECT_TRUE(list.update(AAA_PRIV_LVL_ATTR, 2));
+    EXPECT_EQ(list.update(AAA_PRIV_LVL_ATTR, 2, {}, 1).error(), errc::full_list);
+    EXPECT_TRUE(list.update(AAA_PASSWORD_ATTR, "another length"));
+    EXPECT_TRUE(aaa::set_privilege(list, 15));
+    EXPECT_TRUE(aaa::set_password(list, "rabbit"));
+    EXPECT_EQ(aaa::set_status(list, aaa::verdict::pass).error(), errc::full_list);
+    aaa::list more = make_list();
+    EXPECT_TRUE(more.add(AAA_PRIV_LVL_ATTR, 3));
+    EXPECT_TRUE(more.add(AAA_PASSWORD_ATTR, "x"));
+    EXPECT_TRUE(more.add(AAA_PRIV_LVL_ATTR, 4));
+    EXPECT_TRUE(list.merge(more));
+    EXPECT_TRUE(list.append_flagged(more, 0x100u));
+    EXPECT_TRUE(list.append(make_list()));
+    EXPECT_EQ(*list.get<AAA_PRIV_LVL_ATTR>(), 4u);
+    EXPECT_EQ(*list.get<AAA_PASSWORD_ATTR>(), "x");
+    // One of them is new. The second of its type would have found the first one.
+    EXPECT_TRUE(more.add(AAA_CMD_ATTR, "show", {.flags = 0x100u}));
+    EXPECT_TRUE(more.add(AAA_CMD_ATTR, "clock"));
+    EXPECT_EQ(list.merge(more).error(), errc::full_list);
+    EXPECT_EQ(list.merge_flagged(more, 0x100u).error(), errc::full_list);
+    EXPECT_EQ(list.append_flagged(more, 0x100u).error(), errc::full_list);
+    EXPECT_TRUE(list.merge_flagged(more, 0x200u));
+    EXPECT_EQ(*list.get<AAA_PRIV_LVL_ATTR>(), 4u) << "refused whole";
+    EXPECT_TRUE(list.erase(AAA_IFH_ATTR));
+    EXPECT_TRUE(list.merge(more));
+    EXPECT_EQ(*list.get<AAA_CMD_ATTR>(), "clock");
+    EXPECT_EQ(list.size(), 65535u);
+    EXPECT_TRUE(list.reshape(more));
+    EXPECT_EQ(list.size(), 65535u);
+    EXPECT_TRUE(list.is_sane());
+}
+
 // The count of an unpacked list is in the other byte order, and wraps like any other.
 TEST(CppList, RefusesThePairThatWouldWrapAForeignCount) {
     aaa::list sent = make_list();
@@ -302,6 +430,23 @@ TEST(CppList, RefusesThePairThatWouldWrapAForeignCount) {
     }
     EXPECT_GE(added, 255u);
     EXPECT_TRUE(received.is_sane());
+}
+
+// Such a list can hold more pairs than one whose count begins at 0.
+TEST(CppList, DoesNotRebuildAListWhoseCountWouldWrap) {
+    aaa::list sent = make_list();
+    for (int i = 0; i < 0xfe00; ++i) {
+        if (!sent.add(AAA_IFH_ATTR, i)) {
+            FAIL() << i;
+        }
+    }
+    aaa::list received = aaa::list::unpack(sent.pack().value()).value();
+    while (received.add(AAA_IFH_ATTR, 1)) {
+    }
+    ASSERT_GT(received.size(), 65535u);
+    EXPECT_EQ(received.reshape(login()).error(), errc::full_list);
+    EXPECT_EQ(received.erase_if([](auto pair) { return pair.tag() != 0; }).error(), errc::full_list);
+    EXPECT_GT(received.size(), 65535u);
 }
 
 TEST(CppList, RefusesTheMarkOfDeletedPairs) {
@@ -408,6 +553,14 @@ TEST(CppList, AListIsSpentWhenTheRoomWasTooSmall) {
     std::array<std::byte, 60> room;
     EXPECT_EQ(list.pack_into(room).error(), errc::no_memory);
     expect_refusals(list, errc::spent_list);
+}
+
+TEST(CppList, AListIsSpentWhenThereWasNoRoom) {
+    aaa::list list = login();
+    EXPECT_EQ(list.pack_into({}).error(), errc::no_memory);
+    expect_refusals(list, errc::spent_list);
+    EXPECT_EQ(list.pack_into({}).error(), errc::spent_list);
+    EXPECT_EQ(aaa::list().pack_into({}).error(), errc::empty_handle);
 }
 
 TEST(CppList, AMovedFromListRefusesUse) {

@@ -58,9 +58,29 @@ const aaa::buffer &bytes_of(aaa::result<aaa::message> message) {
 template <typename Bytes>
 concept can_decode = requires(Bytes bytes) {
     aaa::decode_request(std::forward<Bytes>(bytes));
+    aaa::decode_server_message(std::forward<Bytes>(bytes));
+    aaa::decode_reply(request_type::ping, std::forward<Bytes>(bytes));
 };
-static_assert(can_decode<aaa::buffer &> && can_decode<std::span<const std::byte>>);
-static_assert(!can_decode<aaa::buffer>, "the request would refer to bytes that are gone");
+template <typename Bytes>
+concept can_decode_some = requires(Bytes bytes) {
+    aaa::decode_request(std::forward<Bytes>(bytes));
+}
+|| requires(Bytes bytes) {
+    aaa::decode_server_message(std::forward<Bytes>(bytes));
+}
+|| requires(Bytes bytes) {
+    aaa::decode_reply(request_type::ping, std::forward<Bytes>(bytes));
+};
+using bytes_array = std::array<std::byte, 40>;
+static_assert(can_decode<aaa::buffer &> && can_decode<const aaa::buffer &>);
+static_assert(can_decode<std::vector<std::byte> &> && can_decode<const std::vector<std::byte> &>);
+static_assert(can_decode<bytes_array &> && can_decode<std::byte (&)[40]>);
+static_assert(can_decode<std::span<const std::byte>> && can_decode<std::span<std::byte>>);
+static_assert(can_decode<std::span<std::byte, 40>> && can_decode<const std::span<const std::byte>>);
+// The request would refer to bytes that are gone.
+static_assert(!can_decode_some<aaa::buffer> && !can_decode_some<const aaa::buffer>);
+static_assert(!can_decode_some<std::vector<std::byte>> && !can_decode_some<const std::vector<std::byte>>);
+static_assert(!can_decode_some<bytes_array> && !can_decode_some<const bytes_array>);
 
 // Every part of a message is needed: what is shorter is refused, and read no further.
 template <typename Decode>

@@ -42,6 +42,17 @@ TEST(CppResult, EveryCodeOfTheTableHasAnEnumerator) {
     EXPECT_EQ(make_error_code(errc::bad_encrypted_key).value(), static_cast<int>(AAA_ERR_BAD_ENCRYPTED_KEY));
 }
 
+TEST(CppResult, MakesNoValueOutOfNothing) {
+    // A success that was taken for a failure has no value for * to return.
+    const aaa::result<std::string> none = aaa::failure(AAA_OK);
+    EXPECT_FALSE(none.has_value());
+    EXPECT_EQ(none.error(), errc::internal);
+    EXPECT_EQ(none.value_or("other"), "other");
+    EXPECT_THROW((void)none.value(), std::system_error);
+    EXPECT_EQ(aaa::result<void>(aaa::failure(AAA_OK)).error(), errc::internal);
+    EXPECT_FALSE(aaa::result<int>(static_cast<errc>(0)));
+}
+
 TEST(CppResult, GoesOn) {
     const auto half = [](int n) { return n % 2 == 0 ? aaa::result<int>(n / 2) : errc::invalid_argument; };
     EXPECT_EQ(*aaa::result<int>(8).and_then(half).and_then(half), 2);
@@ -63,11 +74,39 @@ TEST(CppNames, NameEveryEnumeration) {
     EXPECT_EQ(name_of(aaa::method_id::local), aaa_util_print_method(AAA_METHOD_LOCAL));
     EXPECT_EQ(symbol_of(aaa::method_id::local), "AAA_METHOD_LOCAL");
     EXPECT_EQ(name_of(aaa::keyword::diameter), "diameter");
-    EXPECT_EQ(name_of(static_cast<aaa::keyword>(99)), "");
+    EXPECT_EQ(name_of(static_cast<aaa::keyword>(99)), "<unknown keyword>");
     EXPECT_EQ(name_of(static_cast<aaa::verdict>(4711)), "<unknown STATUS value>");
     EXPECT_EQ(aaa::service_word(aaa::function_kind::authentication, aaa::service_kind::login), "login");
     EXPECT_FALSE(aaa::method_name(aaa::method_id::acctd));
     EXPECT_TRUE(aaa::method_name(aaa::method_id::local));
+}
+
+// Programs give data() to printf(): that is a text for any number.
+TEST(CppNames, HaveATextForEveryNumber) {
+    for (const std::uint32_t number :
+         {0u, 1u, 18u, 99u, 1000u, 4711u, 0x7fffffffu, 0x80000000u, 0xffffffffu}) {
+        const std::string_view names[] = {name_of(static_cast<aaa::function_kind>(number)),
+                                          name_of(static_cast<aaa::verdict>(number)),
+                                          name_of(static_cast<aaa::message_kind>(number)),
+                                          name_of(static_cast<aaa::authen_option>(number)),
+                                          name_of(static_cast<aaa::acct_option>(number)),
+                                          name_of(static_cast<aaa::service_kind>(number)),
+                                          name_of(static_cast<aaa::method_id>(number)),
+                                          name_of(static_cast<aaa::request_type>(number)),
+                                          name_of(static_cast<aaa::keyword>(number)),
+                                          symbol_of(static_cast<aaa::method_id>(number)),
+                                          aaa::service_word(static_cast<aaa::function_kind>(number),
+                                                            static_cast<aaa::service_kind>(number))};
+        for (const std::string_view name : names) {
+            EXPECT_NE(name, "") << number << ", name " << &name - names;
+        }
+        EXPECT_NE(aaa::attribute_name(number).data(), nullptr);
+    }
+    EXPECT_STREQ(aaa::c_string().view().data(), "");
+    EXPECT_STREQ(aaa::list().name().data(), "");
+    aaa::list list = aaa::list::create().value();
+    EXPECT_TRUE(list.add(4711, "x"));
+    EXPECT_EQ(list.begin()->name(), "<unknown attribute>");
 }
 
 TEST(CppDictionary, AgreesWithTheTable) {

@@ -1,13 +1,17 @@
 # SPDX-License-Identifier: Apache-2.0
 """aaad in a directory of its own, its servers, aaactl and tshark: for the tests here."""
 
+import contextlib
 import hashlib
+import hmac
 import json
 import os
 import pathlib
+import shlex
 import shutil
 import signal
 import socket
+import ssl
 import struct
 import subprocess
 import sys
@@ -16,6 +20,7 @@ import threading
 
 BUILD = pathlib.Path(os.environ["AAA_BUILD"])
 SOURCE = pathlib.Path(os.environ["AAA_SOURCE"])
+STATUS_SERVER = 12
 PATIENCE = 120  # seconds that a busy machine may take
 
 
@@ -74,11 +79,13 @@ class Tshark:
 class RadiusServer(threading.Thread):
     """Accepts the password "at the server", with a key; refuses others."""
 
-    def __init__(self, key):
+    def __init__(self, key, kind=socket.SOCK_DGRAM):
         super().__init__(daemon=True)
         self.key = key.encode()
-        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.socket = socket.socket(socket.AF_INET, kind)
         self.socket.bind(("127.0.0.1", 0))
+        if kind == socket.SOCK_STREAM:
+            self.socket.listen()
         self.port = self.socket.getsockname()[1]
         self.start()
 
@@ -90,23 +97,58 @@ class RadiusServer(threading.Thread):
             last = value[at : at + 16]
         return plain.rstrip(b"\0")
 
-    def run(self):
-        import hmac
+    def answer(self, packet):
+        attributes, at = {}, 20
+        while at < len(packet):
+            attributes[packet[at]] = packet[at + 2 : at + packet[at + 1]]
+            at += packet[at + 1]
+        good = 2 in attributes and self.password(packet[4:20], attributes[2]) == b"at the server"
+        code = 5 if packet[0] == 4 else 2 if good or packet[0] == STATUS_SERVER else 3
+        head = struct.pack("!BBH", code, packet[1], 20 + 18)
+        zero = bytes([80, 18]) + bytes(16)
+        signature = hmac.new(self.key, head + packet[4:20] + zero, "md5").digest()
+        body = bytes([80, 18]) + signature
+        authenticator = hashlib.md5(head + packet[4:20] + body + self.key).digest()
+        return head + authenticator + body
 
+    def run(self):
         while True:
             packet, peer = self.socket.recvfrom(4096)
-            attributes, at = {}, 20
-            while at < len(packet):
-                attributes[packet[at]] = packet[at + 2 : at + packet[at + 1]]
-                at += packet[at + 1]
-            good = 2 in attributes and self.password(packet[4:20], attributes[2]) == b"at the server"
-            code = 5 if packet[0] == 4 else 2 if good else 3
-            head = struct.pack("!BBH", code, packet[1], 20 + 18)
-            zero = bytes([80, 18]) + bytes(16)
-            signature = hmac.new(self.key, head + packet[4:20] + zero, "md5").digest()
-            body = bytes([80, 18]) + signature
-            authenticator = hashlib.md5(head + packet[4:20] + body + self.key).digest()
-            self.socket.sendto(head + authenticator + body, peer)
+            self.socket.sendto(self.answer(packet), peer)
+
+
+class RadsecServer(RadiusServer):
+    """The same over TLS of one version; the key is that of RFC 6614."""
+
+    def __init__(self, machine, version):
+        self.certificate, key = certificate(machine, "radius.test")
+        self.context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        self.context.minimum_version = self.context.maximum_version = version
+        self.context.load_cert_chain(self.certificate, key)
+        super().__init__("radsec", socket.SOCK_STREAM)
+
+    def run(self):
+        while True:
+            plain, _ = self.socket.accept()
+            # A client that goes away in the middle is the test's to notice.
+            with contextlib.suppress(OSError), self.context.wrap_socket(plain, server_side=True) as client:
+                data = b""
+                while more := client.recv(4096):
+                    data += more
+                    while len(data) >= 4 and len(data) >= (length := struct.unpack_from("!H", data, 2)[0]):
+                        client.sendall(self.answer(data[:length]))
+                        data = data[length:]
+
+
+def certificate(machine, name):
+    """The files of a certificate that is its own authority, and of its key."""
+    files = machine.dir / "server.pem", machine.dir / "server.key"
+    subprocess.run(
+        ["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", f"/CN={name}", "-addext", f"subjectAltName=DNS:{name}",
+         "-keyout", files[1], "-out", files[0], "-days", "2"],
+        check=True, capture_output=True,
+    )  # fmt: skip
+    return files
 
 
 class Machine:
@@ -193,6 +235,14 @@ class Machine:
         self.aaactl("sg", "add", "radius", "corp", entry)
         self.aaactl("sg", "key", "radius", "corp", input=key.encode() + b"\n")
 
+    def radsec_group(self, server):
+        self.aaactl("sg", "add", "radius", "corp", f"127.0.0.1,{server.port},{server.port + 1}")
+        self.use_tls("radius/corp", "radius.test", server.certificate)
+
+    def use_tls(self, group, name, authority):
+        for setting, value in {"transport": "tls", "server-name": name, "ca-file": str(authority)}.items():
+            self.aaactl("sysdb", "set", f"/cfg/gl/aaa/group-server/{group}/settings/{setting}", "--type", "string", value)
+
     def capture(self, *words, **options):
         """A capture that has begun: its first bytes are in the file, or it has failed."""
         process = subprocess.Popen(
@@ -206,6 +256,16 @@ class Machine:
         process.send_signal(how)
         _, error = process.communicate(timeout=PATIENCE)
         return error.decode()
+
+
+def use_keys(machine, keys):
+    """The words of tshark for a file of keys; makes the profile as the comment of the file says."""
+    lines = [line[1:].strip() for line in keys.read_text().splitlines() if line.startswith("#   ")]
+    check(len(lines) == 2 and lines[1].startswith("tshark "), f"the file does not say how it is used: {lines}")
+    subprocess.run(["sh", "-c", lines[0]], env=machine.tshark.env, cwd=machine.dir, check=True, timeout=PATIENCE)
+    words = shlex.split(lines[1])[1:]
+    at = words.index("CAPTURE")
+    return words[: at - 1] + words[at + 1 :]
 
 
 def wait_for_line(process):
@@ -224,15 +284,11 @@ def load(text):
 class TacacsServer:
     """tests/tacacs/server.py, with alice's password "at the server"."""
 
-    def __init__(self, machine, tls=False):
+    def __init__(self, machine, tls=False, old_tls=False):
         listener = {}
         if tls:
-            subprocess.run(
-                ["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=tacacs.test", "-addext", "subjectAltName=DNS:tacacs.test",
-                 "-keyout", machine.dir / "server.key", "-out", machine.dir / "server.pem", "-days", "2"],
-                check=True, capture_output=True,
-            )  # fmt: skip
-            listener = {"certificate": str(machine.dir / "server.pem"), "key": str(machine.dir / "server.key")}
+            authority, key = certificate(machine, "tacacs.test")
+            listener = {"certificate": str(authority), "key": str(key), "old_tls": old_tls}
         users = {"alice": {"password": "at the server", "commands": [["permit", "show .*"]], "arguments": ["priv-lvl=15"]}}
         settings = machine.dir / "tacacs.json"
         settings.write_text(json.dumps({"secret": "tac-secret", "ports": {}, "listeners": {"main": listener}, "users": users}))
@@ -244,8 +300,7 @@ class TacacsServer:
         entry = f"127.0.0.1,{self.port}"
         machine.master_key()
         machine.aaactl("sg", "add", "tacacs", "boxes", entry)
-        if not tls:
+        if tls:
+            machine.use_tls("tacacs/boxes", "tacacs.test", authority)
+        else:
             machine.aaactl("sg", "key", "tacacs", "boxes", input=b"tac-secret\n")
-            return
-        for name, value in {"transport": "tls", "server-name": "tacacs.test", "ca-file": str(machine.dir / "server.pem")}.items():
-            machine.aaactl("sysdb", "set", f"/cfg/gl/aaa/group-server/tacacs/boxes/settings/{name}", "--type", "string", value)

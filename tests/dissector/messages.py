@@ -9,6 +9,12 @@ KINDS = [
     "reply-callback", "reply-config", "reply-connect", "reply-accounting", "reply-async-authentication",
     "reply-async-authorization", "reply-data",
 ]
+# What follows the common header of a request of each type; check_fields compares the types with those of decode.
+REQUEST_FORMS = {
+    0: "connect", 1: "plain", 3: "list", 4: "block", 5: "list", 6: "block", 7: "list", 8: "callback", 9: "plain", 10: "bare list", 11: "text",
+    12: "list", 14: "block", 15: "update", 16: "text", **dict.fromkeys(range(17, 24), "list"), 24: "bare list", 25: "bare list",
+}  # fmt: skip
+SESSION_TYPES = range(27)
 AUTO = 0
 REQUEST, ANSWER, UNKNOWN = 0, 1, 2
 NO_TYPE = 0xFFFFFFFF
@@ -59,19 +65,20 @@ class Messages:
     def request(self, kind):
         head = self.noise(20) + struct.pack("=I", kind) + self.noise(8)
         word, rest = self.noise(4), self.noise(4)
-        if kind == 0:
+        form = REQUEST_FORMS[kind]
+        if form == "connect":
             text = b"first text"
             return head + self.noise(32) + struct.pack("!I", len(text)) + self.noise(4) + text + b"second"
-        if kind in (1, 9):
+        if form == "plain":
             return head
-        if kind == 8:
+        if form == "callback":
             return head + word
-        if kind in (11, 16):
+        if form == "text":
             return head + b"name\0"
-        if kind in (10, 24, 25):
+        if form == "bare list":
             return head + self.list()
-        block = self.noise(64) if kind in (4, 6, 14, 15) else b""
-        session = self.noise(4) if kind == 15 else b""
+        block = self.noise(64) if form in ("block", "update") else b""
+        session = self.noise(4) if form == "update" else b""
         param = self.random.choice([word, struct.pack("!I", 0x100), struct.pack("!I", 1), struct.pack("!I", 3)])
         return head + param + rest + block + session + self.list()
 
@@ -103,12 +110,11 @@ class Messages:
         if name == "list":
             return self.list()
         if name == "session-request":
-            return self.session_request(number % 27)
+            return self.session_request(SESSION_TYPES[number % len(SESSION_TYPES)])
         if name == "session-response":
-            return self.session_response(number % 27)
+            return self.session_response(SESSION_TYPES[number % len(SESSION_TYPES)])
         if name == "request":
-            kinds = [kind for kind in range(26) if kind not in (2, 13)]
-            return self.request(kinds[number % len(kinds)])
+            return self.request(list(REQUEST_FORMS)[number % len(REQUEST_FORMS)])
         if name == "config":
             return self.request(17 + number % 7)
         if name == "server-connect":
@@ -129,6 +135,12 @@ class Messages:
             return head + status
         return head + b"data of the reply"
 
+    def of_type(self, name, kind):
+        """The bare header of a message of a type, which need not exist."""
+        if name == "request":
+            return self.noise(20) + struct.pack("=I", kind) + self.noise(8)
+        return self.session(kind, 9, b"")
+
     def damaged(self, message):
         """The message cut, lengthened, or with some bytes changed."""
         way = self.random.randrange(3)
@@ -142,12 +154,12 @@ class Messages:
         return bytes(data)
 
 
-def frame(message, direction=REQUEST, kind="", request=NO_TYPE, connection=1, exchange=1, login=0, masked=0, pid=4711, uid=1000, gid=100):
+def frame(message, direction=REQUEST, kind="", request=NO_TYPE, connection=1, exchange=1, login=0, masked=0, pid=4711, uid=1000, gid=100, run=0, order=1):
     number = KINDS.index(kind) + 1 if kind else AUTO
     return (
-        struct.pack("!BBBBHBB", 1, direction, masked, 1, 48, number, 0)
+        struct.pack("!BBBBHBB", 1, direction, masked, order, 48, number, 0)
         + struct.pack("!IIII", pid, uid, gid, request)
-        + struct.pack("!QQII", connection, login, exchange, 0)
+        + struct.pack("!QQII", connection, login, exchange, run)
         + message
     )
 

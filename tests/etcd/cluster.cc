@@ -14,6 +14,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <ctime>
 #include <thread>
 
 #include "call/form.hpp"
@@ -136,6 +137,29 @@ bool eventually(const std::function<bool()> &condition, int seconds) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return true;
+}
+
+// ---- clocks
+
+OtherClock::OtherClock(std::int64_t seconds) : file_(directory_.path("seconds")) {
+    const int fd = open(file_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    EXPECT_EQ(0, ftruncate(fd, sizeof seconds));
+    close(fd);
+    set(seconds);
+}
+
+void OtherClock::set(std::int64_t seconds) {
+    const int fd = open(file_.c_str(), O_WRONLY | O_CLOEXEC);
+    EXPECT_EQ(static_cast<ssize_t>(sizeof seconds), pwrite(fd, &seconds, sizeof seconds, 0));
+    close(fd);
+}
+
+std::vector<std::string> OtherClock::before() const {
+    return {ETCD_OTHER_CLOCK, file_};
+}
+
+bool OtherClock::works() const {
+    return run_program({ETCD_OTHER_CLOCK, file_, "true"}).status == 0;
 }
 
 // ---- clusters
@@ -270,6 +294,20 @@ std::size_t Cluster::leader() {
     return size();
 }
 
+// Of the head of a reply.
+std::int64_t Cluster::time_of_day(std::size_t member) const {
+    const std::string head =
+        run_program({"curl", "-sk", "-m", "5", "-D", "-", "-o", "/dev/null", endpoint(member) + "/health"})
+            .output;
+    const std::size_t at = head.find("Date: ");
+    tm time{};
+    if (at == std::string::npos ||
+        strptime(head.c_str() + at + 6, "%a, %d %b %Y %H:%M:%S GMT", &time) == nullptr) {
+        return -1;
+    }
+    return timegm(&time);
+}
+
 Ended Cluster::control(const std::vector<std::string> &arguments) const {
     std::string endpoints;
     for (std::size_t i = 0; i < size(); ++i) {
@@ -324,13 +362,20 @@ Ended Node::import() const {
     return run_program({ETCD_AGENT, "--config", configuration(), "--import"}, environment());
 }
 
+Ended Node::adopt() const {
+    return run_program({ETCD_AGENT, "--config", configuration(), "--adopt"}, environment());
+}
+
 Ended Node::leave() const {
     return run_program({ETCD_AGENT, "--leave"}, environment());
 }
 
+// An agent starts only on a node that has joined.
 void Node::start() {
-    agent_.start({ETCD_AGENT, "--foreground", "--config", configuration()}, environment(),
-                 directory_.path("log"));
+    adopt();
+    std::vector<std::string> arguments = before_;
+    arguments.insert(arguments.end(), {ETCD_AGENT, "--foreground", "--config", configuration()});
+    agent_.start(arguments, environment(), directory_.path("log"));
 }
 
 int Node::stop() {

@@ -49,6 +49,21 @@ Ended run_program(const std::vector<std::string> &arguments,
 
 int free_port();
 
+// A time of day that differs from the machine's, for programs that `before` begins the commands of.
+class OtherClock {
+  public:
+    explicit OtherClock(std::int64_t seconds);
+    // While the programs run.
+    void set(std::int64_t seconds);
+    std::vector<std::string> before() const;
+    // Whether this machine allows it.
+    bool works() const;
+
+  private:
+    TempDir directory_;
+    std::string file_;
+};
+
 // Tries until it is true; false after a time that is reached only when something is wrong.
 bool eventually(const std::function<bool()> &condition, int seconds = 30);
 
@@ -86,7 +101,9 @@ class Cluster {
     std::string endpoint(std::size_t member) const;
     std::string output(std::size_t member) const;
     pid_t pid(std::size_t member) const { return members_[member].program.pid(); }
-    // etcdctl, of all members or of one.
+    // The time of day of a member, in seconds since 1970; -1 when it does not say.
+    std::int64_t time_of_day(std::size_t member) const;
+    // etcdctl, of all members.
     Ended control(const std::vector<std::string> &arguments) const;
 
   private:
@@ -117,8 +134,13 @@ class Node {
     std::string directory() const { return directory_.path(""); }
 
     Ended import() const;
+    // From now on the node's configuration is the cluster's, reached or not.
+    Ended adopt() const;
     Ended leave() const;
+    // What the agent's command begins with from now on.
+    void run_by(std::vector<std::string> before) { before_ = std::move(before); }
     void start();
+    pid_t pid() const { return agent_.pid(); }
     void kill() { agent_.end(); }
     // As the service manager does: its exit status.
     int stop();

@@ -57,8 +57,10 @@ TEST(EtcdRequests, HaveTheGatewaysForm) {
     EXPECT_EQ(
         "{\"key\":\"YQ==\",\"range_end\":\"Yg==\",\"revision\":\"7\",\"limit\":\"5\",\"count_only\":true}",
         range_request({"a", "b", 7, 5, true}));
-    EXPECT_EQ("{\"create_request\":{\"key\":\"YQ==\",\"range_end\":\"Yg==\",\"start_revision\":\"8\"}}",
-              watch_request("a", "b", 8));
+    EXPECT_EQ(
+        "{\"create_request\":{\"key\":\"YQ==\",\"range_end\":\"Yg==\",\"start_revision\":\"8\","
+        "\"progress_notify\":true}}",
+        watch_request("a", "b", 8));
     EXPECT_EQ("{\"name\":\"a\\\"b\",\"password\":\"\\u00e4\\\\\"}",
               authenticate_request("a\"b", "\xc3\xa4\\"));
     EXPECT_EQ("/aaa0", end_of_prefix("/aaa/"));

@@ -67,6 +67,31 @@ std::string stored(char value) {
     return cluster_value(SYSDB_TYPE_U32, number(value));
 }
 
+// A provider sends no others.
+TEST(EtcdPlan, ChangesAreChecked) {
+    const std::string large(1024 * 1024 + 1, 'x');
+    std::uint32_t at = 0;
+    EXPECT_EQ(0u,
+              check_changes({set("/cfg/a", 1), prune("/cfg/d/"), expect("/cfg/a", 1), erase("/cfg/a")}, at));
+    EXPECT_EQ(0u, check_changes({erase_tree("/cfg/d/")}, at));
+    EXPECT_EQ(0u, check_changes({}, at));
+    for (const ItemChange &change : {set("/oper/a", 1), set("/cfg/", 1), set("/cfg/a/", 1), prune("/cfg/a"),
+                                     erase_tree("/cfg/a"), erase("/cfg/"), set("", 1)}) {
+        EXPECT_EQ(SYSDB_ERR_BAD_PATH, check_changes({set("/cfg/a", 1), change}, at)) << change.path;
+        EXPECT_EQ(1u, at);
+    }
+    EXPECT_EQ(SYSDB_ERR_VALUE_TOO_LARGE, check_changes({{SYSDB_CHANGE_SET, 99, "/cfg/a", large}}, at));
+}
+
+// The item would be neither set nor refused.
+TEST(EtcdPlan, TreeIsDeletedAlone) {
+    std::uint32_t at = 0;
+    EXPECT_EQ(SYSDB_ERR_INVALID_ARG, check_changes({erase_tree("/cfg/d/"), set("/cfg/d/x", 1)}, at));
+    EXPECT_EQ(0u, at);
+    EXPECT_EQ(SYSDB_ERR_INVALID_ARG, check_changes({set("/cfg/d/x", 1), erase_tree("/cfg/d/")}, at));
+    EXPECT_EQ(1u, at);
+}
+
 TEST(EtcdPlan, SetComparesAndWrites) {
     const Plan plan = planned({set("/cfg/a", 2), set("/cfg/b", 3)});
     EXPECT_EQ(0u, plan.refusal);

@@ -8,59 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "etcd/certificates.hpp"
 #include "etcd/load.hpp"
-#include "net/certificates.hpp"
 #include "platform/sysdb_changes.h"
 
 namespace {
 
 using namespace etcd_test;
-using net_test::Identity;
-using net_test::make_identity;
-
-// Certificates for one test, in files.
-class Certificates {
-  public:
-    Certificates() : authority_(make_identity({"test CA", "", true})) {
-        ca = files_.write("ca.pem", authority_.certificate_pem());
-        write("server", {"server", "IP:127.0.0.1", false, -3600, 3600, &authority_});
-        write("expired", {"server", "IP:127.0.0.1", false, -7200, -3600, &authority_});
-        write("elsewhere", {"server", "IP:127.0.0.2", false, -3600, 3600, &authority_});
-        write("node", {"", "", false, -3600, 3600, &authority_});
-        const Identity other = make_identity({"other CA", "", true});
-        other_ca = files_.write("other-ca.pem", other.certificate_pem());
-        write("stranger", {"", "", false, -3600, 3600, &other});
-    }
-    std::string certificate(const std::string &name) const { return files_.path(name + ".pem"); }
-    std::string key(const std::string &name) const { return files_.path(name + ".key"); }
-    std::string password(const std::string &text) const {
-        return files_.write("password", text + "\n", 0640);
-    }
-
-    std::string ca;
-    std::string other_ca;
-
-  private:
-    void write(const std::string &name, const net_test::Wanted &wanted) const {
-        const Identity identity = make_identity(wanted);
-        files_.write(name + ".pem", identity.certificate_pem(), 0644);
-        files_.write(name + ".key", identity.key_pem(), 0600);
-    }
-
-    TempDir files_;
-    Identity authority_;
-};
-
-Cluster::Options options_with(const Certificates &certificates, const std::string &server,
-                              bool of_clients = false) {
-    Cluster::Options options;
-    options.members = 1;
-    options.scheme = "https";
-    options.certificate = certificates.certificate(server);
-    options.key = certificates.key(server);
-    options.authorities = of_clients ? certificates.ca : "";
-    return options;
-}
 
 // What the agent says of its connection, once it has tried.
 std::string trouble_of(const Node &node) {
@@ -102,6 +56,7 @@ TEST(SysdbEtcdCertificates, OfTheServerAreChecked) {
     EXPECT_EQ(0u, change(right, 1));
 
     Node wrong(cluster, "wrong", {"ca-file " + certificates.other_ca});
+    EXPECT_EQ(0, wrong.adopt().status);
     wrong.start();
     EXPECT_NE(std::string::npos, trouble_of(wrong).find("certificate")) << wrong.log();
     EXPECT_EQ(SYSDB_ERR_NO_MAJORITY, change(wrong, 2));

@@ -434,4 +434,28 @@ TEST_F(SysdbEtcdFaults, TooManyChangesAreRefusedAsAWhole) {
     });
 }
 
+// Servers refuse those of 1.5 MiB themselves; larger ones than 2 MiB do not reach them.
+TEST_F(SysdbEtcdFaults, TooLargeChangesAreRefusedAsAWhole) {
+    on_node(node(0), [] {
+        const Bound bound("/cfg/large/");
+        const std::string value(300'000, 'x');
+        for (const std::uint32_t count : {6u, 20u}) {
+            std::vector<std::string> paths;
+            for (std::uint32_t i = 0; i < count; ++i) {
+                paths.push_back(std::to_string(i));
+            }
+            std::vector<sysdb_change_t> changes;
+            for (const std::string &path : paths) {
+                changes.push_back({SYSDB_CHANGE_SET, SYSDB_TYPE_TUPLE + 2, path.c_str(), value.data(),
+                                   static_cast<std::uint32_t>(value.size())});
+            }
+            uint32_t failed = 0;
+            EXPECT_EQ(SYSDB_ERR_TOO_MANY_CHANGES,
+                      sysdb_apply(bound.handle(), changes.data(), count, &failed));
+            EXPECT_EQ(count, failed);
+            EXPECT_EQ(std::vector<std::string>{}, names_in(bound.handle(), ""));
+        }
+    });
+}
+
 }  // namespace

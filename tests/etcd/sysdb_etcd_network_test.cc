@@ -75,6 +75,8 @@ class SysdbEtcdNetwork : public ::testing::Test {
             return;
         }
         Cluster::Options options;
+        // One that does not hear the others asks before it makes an election.
+        options.more = {"--pre-vote"};
         for (std::size_t i = 0; i < 3; ++i) {
             options.hosts.push_back(address(i));
             options.before.push_back({"ip", "netns", "exec", name(i)});

@@ -62,6 +62,18 @@ TEST(Deadline, OtherMachinesDoNotKnow) {
     EXPECT_FALSE(history::left(history::deadline_after(10, kStart), other));
 }
 
+// Symptom: on a machine made from a copy of another one's disk, a commit was reverted as soon as it was made.
+TEST(Deadline, ACopyOfTheMachineIsAnotherOne) {
+    const Deadline deadline = history::deadline_after(10, kStart);
+    Now copy = kStart;
+    copy.boot = "boot-of-the-copy";
+    EXPECT_FALSE(history::left(deadline, copy));
+    copy.wall += 5 * 60;
+    EXPECT_FALSE(history::left(deadline, copy));
+    copy.since_boot = 4 * kMinute;  // restarted since
+    EXPECT_EQ(history::left(deadline, copy), 5 * kMinute);
+}
+
 TEST(Deadline, AnyStoredNumberIsTaken) {
     Deadline deadline = history::deadline_after(UINT32_MAX, kStart);
     deadline.boot = "boot-x";

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "store/revert.hpp"
 #include "store/snapshot.hpp"
 #include "store/store.hpp"
 #ifdef HISTORY_ON_LMDB
@@ -94,6 +95,9 @@ class HistoryTest : public ::testing::Test {
             changes = writing.finish();
         });
         return number;
+    }
+    std::optional<history::Reverted> revert(std::uint32_t number) const {
+        return history::revert(store(), number, history::program("test"), "because", at(0));
     }
     std::vector<std::uint32_t> numbers() const {
         std::vector<std::uint32_t> all;

@@ -67,6 +67,28 @@ TEST(Record, NamesOfLaterVersionsAreSkipped) {
     EXPECT_EQ(history::commit_from(history::text_of(full_commit()) + "colour green\n"), full_commit());
 }
 
+// Times and sizes are added and multiplied: what a member of the group stored must not overflow.
+TEST(Record, NumbersThatCannotBeCalculatedWithAreRefused) {
+    const auto with = [](const std::string &text, const char *name, const char *value) {
+        return text + name + " " + value + "\n";  // the last line of a name counts
+    };
+    const std::string commit = history::text_of(full_commit());
+    EXPECT_TRUE(history::commit_from(with(commit, "time", "-1"))) << "a clock that was not set";
+    for (const char *name : {"time", "ended", "items", "left-out", "plain-bytes", "bytes"}) {
+        EXPECT_FALSE(history::commit_from(with(commit, name, "9223372036854775807"))) << name;
+        EXPECT_FALSE(history::commit_from(with(commit, name, "-9223372036854775808"))) << name;
+    }
+    EXPECT_FALSE(history::commit_from(with(commit, "minutes", "4294967295")));
+    Head head;
+    head.last = 7;
+    head.waiting = history::Waiting{7, 6, {"machine", "boot", 123'456, 1'700'000'300, 10}};
+    for (const char *name : {"since-boot", "wall"}) {
+        EXPECT_FALSE(history::head_from(with(history::text_of(head), name, "9223372036854775807"))) << name;
+        EXPECT_FALSE(history::head_from(with(history::text_of(head), name, "-9223372036854775808"))) << name;
+    }
+    EXPECT_FALSE(history::head_from(with(history::text_of(head), "minutes", "4294967295")));
+}
+
 TEST(Record, WhatIsNoRecordIsRefused) {
     const std::string good = history::text_of(full_commit());
     for (const char *text :

@@ -79,16 +79,33 @@ TEST(Snapshot, APlainFormThatLiesIsRefused) {
     EXPECT_THROW(history::from_plain_form("\1"), history::Error) << "shares bytes with nothing";
 }
 
+// Each item could have a path of megabytes for a few bytes of the state, or the state could be one that
+// is never written.
+TEST(Snapshot, PathsThatNoDatabaseHasAreRefused) {
+    const std::string longest(1024, 'a');
+    EXPECT_EQ(history::from_plain_form(history::plain_form({{longest, {1, ""}}})).size(), 1u);
+    EXPECT_THROW(history::from_plain_form(history::plain_form({{longest + "a", {1, ""}}})), history::Error);
+    const std::string item("\0\1b\1\0", 5);
+    EXPECT_EQ(history::from_plain_form(item).size(), 1u);
+    EXPECT_THROW(history::from_plain_form(item + item), history::Error) << "one path twice";
+    EXPECT_THROW(history::from_plain_form(item + std::string("\0\1a\1\0", 5)), history::Error)
+        << "not in order";
+    EXPECT_THROW(history::from_plain_form(std::string("\0\1b\x80\x80\x80\x80\x10\0", 9)), history::Error)
+        << "a type of more than 32 bits";
+}
+
 // The checksum holds, so it is not damage of a disk.
-TEST(Snapshot, ALengthOfManyGigabytesIsRefusedBeforeMemoryIsAskedFor) {
-    std::string stored = history::compressed("x");
-    stored[8 + 6] = 1;
-    const auto checksum =
-        crc32(0, reinterpret_cast<const Bytef *>(stored.data() + 8), static_cast<uInt>(stored.size() - 8));
-    for (unsigned i = 0; i < 4; ++i) {
-        stored[4 + i] = static_cast<char>(checksum >> (8 * i));
+TEST(Snapshot, ALengthThatIsNotThatOfItsBytesIsRefusedBeforeMemoryIsAskedFor) {
+    for (const std::size_t byte : {6u, 3u, 2u}) {  // 2^48, 2^24 and 2^16 bytes
+        std::string stored = history::compressed("x");
+        stored[8 + byte] = 1;
+        const auto checksum = crc32(0, reinterpret_cast<const Bytef *>(stored.data() + 8),
+                                    static_cast<uInt>(stored.size() - 8));
+        for (unsigned i = 0; i < 4; ++i) {
+            stored[4 + i] = static_cast<char>(checksum >> (8 * i));
+        }
+        EXPECT_THROW(history::decompressed(stored), history::Error) << byte;
     }
-    EXPECT_THROW(history::decompressed(stored), history::Error);
 }
 
 }  // namespace

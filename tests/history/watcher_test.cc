@@ -159,6 +159,48 @@ TEST_F(WatcherTest, RunsUntilItIsStopped) {
     close(told);
 }
 
+// However often it looks.
+TEST_F(WatcherTest, WhatCannotBeRevertedIsToldOnceAndEndsWithAConfirmation) {
+    put(".history/commit/0x1/state/0x1", "nonsense");
+    const int stop = eventfd(0, EFD_CLOEXEC);
+    const int told = eventfd(0, EFD_CLOEXEC);
+    const int looked = eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE);
+    ASSERT_TRUE(stop >= 0 && told >= 0 && looked >= 0);
+    const std::uint64_t one = 1;
+    history::Watcher::Reports reports = this->reports();
+    reports.fails = [&](const std::string &text, bool) {
+        fails_.push_back(text);
+        EXPECT_EQ(write(told, &one, sizeof one), 8);
+    };
+    std::thread thread([&] {
+        history::Watcher watcher(history::program("test"), reports, [&] {
+            EXPECT_EQ(write(looked, &one, sizeof one), 8);
+            return at(60 * kMinute);
+        });
+        watcher.run(stop);
+    });
+    std::uint64_t times = 0;
+    EXPECT_EQ(read(told, &times, sizeof times), 8);
+    EXPECT_EQ(read(looked, &times, sizeof times), 8);
+    put(".history/commit/0x1/state/0x1", "other nonsense");
+    EXPECT_EQ(read(looked, &times, sizeof times), 8);
+    history::change(store(), [&](const Head &head, history::Changes &changes) {
+        history::Writing writing(store(), head);
+        writing.end_waiting(history::Ending::confirmed, "bob", 5);
+        changes = writing.finish();
+    });
+    EXPECT_EQ(read(told, &times, sizeof times), 8);
+    EXPECT_EQ(write(stop, &one, sizeof one), 8);
+    thread.join();
+    ASSERT_EQ(fails_.size(), 2u) << fails_.back();
+    EXPECT_NE(fails_[0].find("\"aaactl confirm\" ends the waiting"), std::string::npos) << fails_[0];
+    EXPECT_EQ(fails_[1], "");
+    EXPECT_EQ(value(), "2");
+    for (const int fd : {stop, told, looked}) {
+        close(fd);
+    }
+}
+
 #endif
 
 }  // namespace

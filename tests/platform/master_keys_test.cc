@@ -92,7 +92,8 @@ TEST_F(Keys, AreInAFileForItsOwnerOnly) {
 
 TEST_F(Keys, MustBeThere) {
     ASSERT_EQ(0, unlink(path.c_str()));
-    expect_no_keys("there is no such file; create it with \"aaactl key new-master\"");
+    expect_no_keys(
+        "there is no such file; restore it from a backup, or if no key is sealed yet: aaactl key new-master");
     EXPECT_EQ(kUnusable, aaa_platform_master_keys_rotate(path.c_str(), nullptr));
     uint32_t count;
     EXPECT_EQ(kUnusable, aaa_platform_master_keys_list(path.c_str(), nullptr, 0, &count));

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/sysdb_changes.h"
 #include "support/sysdb.hpp"
 
 namespace {
@@ -300,9 +301,20 @@ TEST_P(Sysdb, DeleteTreeRemovesADirectoryAndNothingElse) {
 }
 
 TEST_P(Sysdb, DeleteTreeManagesManyItems) {
-    for (int i = 0; i < 1000; ++i) {
-        ASSERT_EQ(0u, set_number(conn(), "many/" + std::to_string(i) + "/with a rather long name/item", 1));
+    constexpr int kTransactions = 10;
+    for (int i = 0; i < kTransactions; ++i) {
+        std::vector<std::string> paths;
+        for (int j = 0; j < 100; ++j) {
+            paths.push_back("many/" + std::to_string(100 * i + j) + "/with a rather long name/item");
+        }
+        const uint32_t one = 1;
+        std::vector<sysdb_change_t> changes;
+        for (const std::string &path : paths) {
+            changes.push_back({SYSDB_CHANGE_SET, SYSDB_TYPE_U32, path.c_str(), &one, sizeof one});
+        }
+        ASSERT_EQ(0u, sysdb_apply(conn(), changes.data(), static_cast<uint32_t>(changes.size()), nullptr));
     }
+    EXPECT_EQ(1000u, names_in(conn(), "many/").size());
     EXPECT_EQ(0u, sysdb_item_delete(conn(), "many/", SYSDB_DELETE_TREE));
     EXPECT_EQ(Names{}, names_in(conn(), ""));
 }

@@ -363,6 +363,46 @@ TEST_P(SysdbDamage, EmptyFileIsAnEmptyDatabase) {
     run_forked([&tree] { fill(tree, 1); });
 }
 
+// It was taken for a new one: everyone's configuration was gone without a word.
+TEST_P(SysdbDamage, FileThatHasBecomeEmpty) {
+    const std::string tree = GetParam();
+    run_forked([&tree] { fill(tree, 1); });
+    fs::resize_file(file(), 0);
+    expect_refused("it is empty, and it held data before");
+}
+
+TEST_P(SysdbDamage, AnEmptyFileThatTookThePlaceOfAnother) {
+    const std::string tree = GetParam();
+    run_forked([&tree] { fill(tree, 1); });
+    fs::remove(file());
+    write_file(file(), "");
+    expect_refused("it is empty, and it held data before");
+}
+
+// The mark of the file that was removed is not about the new one, whichever of them makes it.
+TEST_P(SysdbDamage, ProcessesThatMakeItAgainAtOnce) {
+    const std::string tree = GetParam();
+    for (int round = 0; round < 5; ++round) {
+        run_forked([&tree] { fill(tree, 1); });
+        fs::remove(file());
+        fs::remove(file() + "-lock");
+        std::vector<pid_t> makers(4);
+        for (pid_t &maker : makers) {
+            maker = fork();
+            ASSERT_GE(maker, 0);
+            if (maker == 0) {
+                _exit(bind_code(tree) == 0 ? 0 : 1);
+            }
+        }
+        for (const pid_t maker : makers) {
+            int status = -1;
+            EXPECT_EQ(maker, waitpid(maker, &status, 0));
+            EXPECT_EQ(0, status);
+        }
+        run_forked([&tree] { EXPECT_TRUE(names_in(Bound(tree).handle(), "").empty()); });
+    }
+}
+
 TEST_P(SysdbDamage, ForeignDatabase) {
     fs::create_directories(fs::path(file()).parent_path());
     aaatest::put_row(file(), nullptr, "somebody", "else's");

@@ -283,7 +283,8 @@ TEST(SysdbPlaces, GroupOfDirectoriesCanBeSet) {
         setenv("AAA_SYSDB_GROUP", "no such group", 1);
         use("/cfg/");
     });
-    EXPECT_HAS(log, "AAA_SYSDB_GROUP=no such group");
+    EXPECT_HAS(log, "AAA_SYSDB_GROUP=no such group is neither a group");
+    EXPECT_HAS(log, "the directory above");
 }
 
 // A user who is not in the group above makes the directory for itself.

@@ -103,7 +103,10 @@ class ScriptedServer:
             if reply == "close":
                 connection.close()
                 return
-            connection.send(reply)
+            try:
+                connection.send(reply)
+            except OSError:
+                return  # the client has given up meanwhile
 
     @classmethod
     def reply(cls, attributes, result=0):

@@ -10,13 +10,14 @@ import inspect
 import mmap
 import os
 import random
+import sys
 import weakref
 
 import pytest
 
 import aaautil
 from aaautil import Attr, Attribute, AttributeList, Database, NativeList, lib, messages
-from support import nine_pairs
+from support import SANITIZED, TREE, nine_pairs, run_python
 
 
 class Odd:
@@ -199,6 +200,82 @@ def test_damaged_messages_are_shown_or_refused():
             messages.to_text(message)
             for kind in ("list", "request", "reply", "session"):
                 messages.decode(message, kind)
+
+
+def test_damaged_seeds_of_the_fuzz_targets_are_shown_or_refused():
+    """Messages of every kind, by all that takes bytes or text of others."""
+    seeds = [path.read_bytes() for path in sorted((TREE / "fuzz/corpus").rglob("*")) if path.is_file() and path.stat().st_size < 3000]
+    assert len(seeds) > 100
+    source = random.Random(4714)
+    shown = set()
+    for number in range(600 if SANITIZED else 3000):
+        damaged = bytearray(source.choice(seeds))
+        for _ in range(source.randrange(4)):
+            at = source.randrange(len(damaged) + 1)
+            damaged[at:at + source.choice((0, 1, 4))] = source.choice((b"", b"\0", b"\xff\xff\xff\xff", b"\0\0\0\x38", b"\x80\0\0\0", damaged[:at]))
+        message = bytes(damaged)
+        attempt(AttributeList.unpack, message)
+        attempt(messages.unhex, message.decode("latin-1"))
+        attempt(messages.encode, message.decode("utf-8", "surrogateescape"))
+        if message:
+            document = messages.decode(message, source.choice(messages.kinds()) if number % 2 else "auto", show_secrets=True)
+            shown.add("fault" in document)
+            attempt(messages.encode, document)
+            attempt(messages.encode, messages.to_text(message, show_secrets=True))
+    assert shown == {True, False}
+
+
+@pytest.mark.parametrize("end", ["", "del database, watch, client, native", "del native, client, watch, database; import gc; gc.collect()",
+                                 "database.close(); database = None", "sys.exit(0)", "os._exit(0)", "sys.modules.clear()"])
+def test_the_interpreter_ends_with_everything_open(end):
+    """Also with threads that wait in the libraries."""
+    run_python(f"""
+import os, socket, sys, tempfile, threading
+import aaautil
+database = aaautil.Database("/cfg/ends/")
+watch = database.watch()
+waiting = database.watch()
+native = aaautil.NativeList(name="x")
+directory = tempfile.TemporaryDirectory()
+listener = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+listener.bind(directory.name + "/s")
+listener.listen(4)
+client = aaautil.Client(directory.name + "/s", servers=None, timeout=None)
+asking = aaautil.Client(directory.name + "/s", servers=None, timeout=None)
+threads = [threading.Thread(target=call, daemon=True) for call in (lambda: waiting.poll(None), asking.ping)]
+for thread in threads:
+    thread.start()
+accepted = listener.accept()[0]
+accepted.recv(100)  # it waits for the answer
+while waiting._end_of_wait is None:
+    os.sched_yield()
+directory.cleanup()
+{end}
+""")
+
+
+@pytest.mark.skipif(sys.version_info >= (3, 12), reason="subinterpreters have another interface there")
+def test_a_subinterpreter_is_refused_and_the_main_one_goes_on():
+    run_python("""
+import _xxsubinterpreters as interpreters
+code = '''
+try:
+    import aaautil
+except ImportError as failure:
+    assert "main interpreter" in str(failure), failure
+else:
+    raise AssertionError("imported")
+'''
+for turn in range(2):
+    one = interpreters.create()
+    interpreters.run_string(one, code)
+    interpreters.run_string(one, code)
+    interpreters.destroy(one)
+    import aaautil
+    with aaautil.Database("/cfg/sub/") as database, database.watch() as watch:
+        database.set("x", turn)
+        assert [change.value for change in watch.poll(None)] == [turn]
+""")
 
 
 def test_damaged_descriptions_are_read_or_refused():

@@ -3,7 +3,9 @@
 
 import copy
 import os
+import pathlib
 import pickle
+import re
 import signal
 import socket
 import struct
@@ -64,6 +66,35 @@ def test_commands_are_authorized_and_records_kept(aaad_stopped):
         assert failure.value.code == aaautil.ResultCode.AAA_ERR_ACCT_NOT_DEFINED and failure.value.remedy
         with pytest.raises(ValueError):
             client.account("alice", "begin", 17)
+
+
+def test_records_need_a_method_list(aaad_stopped):
+    aaad_stopped.method_list("authentication/login/default", [Method.LOCAL])  # one that lets no one in is not used
+    aaad_stopped.method_list("accounting/exec/branch", [Method.SYSLOG])
+    aaad_stopped.start()
+    with aaad_stopped.client(method_list="branch") as client:
+        for record in ("start", "update", "stop"):
+            client.account("alice", record, 17, remote_addr="192.0.2.1")
+        client.account("alice", "update", 18, command="show version", remote_addr="192.0.2.1")
+    log = pathlib.Path(aaad_stopped.directory, "log").read_text()
+    for record, session, command in (("start", 17, ""), ("update", 17, ""), ("stop", 17, ""), ("update", 18, "show version")):
+        assert re.search(rf'{record} user=alice .*session={session} service=exec command="{command}"', log), (record, log)
+    with aaad_stopped.client() as client:
+        for record in ("start", "update", "stop"):
+            with pytest.raises(aaautil.AaaError) as failure:
+                client.account("alice", record, 17, remote_addr="192.0.2.1")
+            assert failure.value.code == aaautil.ResultCode.AAA_ERR_ACCT_NOT_DEFINED
+
+
+def test_the_command_has_the_same_records_kept(aaad_stopped):
+    aaad_stopped.method_list("authentication/login/default", [Method.LOCAL])
+    aaad_stopped.method_list("accounting/exec/branch", [Method.SYSLOG])
+    aaad_stopped.start()
+    for form in ([], ["--session"]):
+        for record in ("start", "update", "stop"):
+            done = subprocess.run([os.environ["AAACTL_PROGRAM"], "acct", aaad_stopped.socket, record, "alice", "--service", "exec",
+                                   "--list", "branch", "--session-id", "17", *form], capture_output=True, text=True)
+            assert done.returncode == 0, done.stdout + done.stderr
 
 
 def test_a_private_service_keeps_to_its_directory(aaad):
@@ -231,12 +262,34 @@ def test_a_server_that_closes_an_idle_connection_is_asked_again(scripted):
         for connection in server._connections:
             connection.shutdown(socket.SHUT_RDWR)
         assert client.login("alice", "x", remote_addr="192.0.2.1")
-        answers = iter(["close", ScriptedServer.reply([("STATUS", Status.PASS)])])
-        server._answer = lambda kind, attributes: next(answers)
-        assert client.login("alice", "x", remote_addr="192.0.2.1"), "it was closed when the request was sent"
+        # It is closed after the client has looked, and before it sends.
+        idle = client._idle
+        seen = []
+        client._idle = lambda: seen.append(1) or (True if len(seen) == 1 else idle())
+        for connection in server._connections:
+            connection.shutdown(socket.SHUT_RDWR)
+        assert client.login("bob", "x", remote_addr="192.0.2.1")
+        assert len(seen) == 2 and [attributes["USERNAME"] for _, attributes in server.requests] == ["alice", "alice", "bob"]
+
+
+REQUESTS = {"login": lambda client: client.login("alice", "x", remote_addr="192.0.2.1"),
+            "authorize": lambda client: client.authorize("alice", "show", remote_addr="192.0.2.1"),
+            "start": lambda client: client.account("alice", "start", 1, remote_addr="192.0.2.1"),
+            "update": lambda client: client.account("alice", "update", 1, remote_addr="192.0.2.1"),
+            "ping": lambda client: client.ping()}
+
+
+@pytest.mark.parametrize("name", REQUESTS)
+def test_a_request_that_the_service_took_is_sent_once(scripted, name):
+    server = scripted(passes)
+    with server.client(timeout=20) as client:
+        assert client.login("alice", "x", remote_addr="192.0.2.1")
         server._answer = lambda kind, attributes: "close"
-        with pytest.raises(aaautil.NotConnectedError):
-            client.login("alice", "x", remote_addr="192.0.2.1")
+        with pytest.raises(aaautil.NotConnectedError, match="may have carried out"):
+            REQUESTS[name](client)
+        assert len(server.requests) == 2
+        server._answer = passes
+        assert client.login("alice", "x", remote_addr="192.0.2.1")
 
 
 def test_no_password_is_sent_to_a_server_of_another_user(scripted):
@@ -258,6 +311,10 @@ def test_what_does_not_fit_into_a_request_is_refused_and_not_cut(scripted, argum
         with pytest.raises(failure) as refused:
             client.login(*arguments)
         assert "x\0y" not in str(refused.value)
+        # The exception of an encoder holds the whole text.
+        with pytest.raises(ValueError, match="a password has no bytes in UTF-8: character 4 ") as refused:
+            client.login("alice", "rabb\ud800it")
+        assert "rabb" not in repr(refused.value) and refused.value.__context__ is None
         for more in ({"tty": "t" * 32}, {"remote_addr": "r" * 256}, {"service": -1}, {"tty": "a\0b"}):
             with pytest.raises(ValueError):
                 client.login("alice", "x", **more)
@@ -347,6 +404,102 @@ def test_ctrl_c_ends_a_wait_and_the_connection(scripted):
         thread.join()
         server._answer = passes
         assert client.login("alice", "x", remote_addr="192.0.2.1")
+
+
+def full_queue(path):
+    """A server that accepts no one, and has as many clients as wait for it."""
+    listener = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+    listener.bind(path)
+    listener.listen(0)
+    waiting = [listener]
+    while True:
+        one = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+        one.setblocking(False)
+        waiting.append(one)
+        try:
+            one.connect(path)
+        except BlockingIOError:
+            return waiting
+
+
+def test_ctrl_c_ends_the_wait_for_a_connection(tmp_path):
+    waiting = full_queue(str(tmp_path / "full"))
+    client = Client(str(tmp_path / "full"), servers=None, timeout=60)
+    seen = []
+
+    def handler(number, frame):
+        seen.append(number)
+        if len(seen) == 5:
+            raise KeyboardInterrupt
+
+    before = signal.signal(signal.SIGALRM, handler)
+    try:
+        signal.setitimer(signal.ITIMER_REAL, 0.05, 0.05)
+        with pytest.raises(KeyboardInterrupt):
+            client.login("alice", "x", remote_addr="192.0.2.1")
+        signal.setitimer(signal.ITIMER_REAL, 0)
+        closing = signal.signal(signal.SIGALRM, lambda number, frame: client.close())
+        signal.setitimer(signal.ITIMER_REAL, 0.05)
+        with pytest.raises(ValueError, match="the client is closed"):
+            client.ping()
+        assert closing is handler
+    finally:
+        signal.setitimer(signal.ITIMER_REAL, 0)
+        signal.signal(signal.SIGALRM, before)
+    for where in ("main thread", "another thread"):
+        with Client(str(tmp_path / "full"), servers=None, timeout=0.3) as other:
+            found = []
+
+            def ask():
+                try:
+                    other.ping()
+                except aaautil.ServiceTimeoutError as failure:
+                    found.append(failure)
+
+            if where == "main thread":
+                ask()
+            else:
+                thread = threading.Thread(target=ask)
+                thread.start()
+                thread.join()
+            assert len(found) == 1, where
+    for one in waiting:
+        one.close()
+
+
+@pytest.mark.parametrize("step", ["abandon", "_end_wait"])
+def test_a_second_ctrl_c_while_the_first_is_handled_breaks_nothing(scripted, monkeypatch, step):
+    asked, release = threading.Event(), threading.Event()
+    threads = []
+
+    def answer(kind, attributes):
+        threads.extend(thread for thread in threading.enumerate() if thread.name == "aaautil-client")
+        asked.set()
+        release.wait()
+        return ScriptedServer.reply([("STATUS", Status.PASS)])
+
+    def again(*_):
+        raise KeyboardInterrupt("the second")
+
+    def interrupt():
+        asked.wait()
+        os.kill(os.getpid(), signal.SIGINT)
+
+    server = scripted(answer)
+    with server.client(timeout=None) as client:
+        threading.Thread(target=interrupt).start()
+        with monkeypatch.context() as patched:
+            patched.setattr(*((aaautil.client._Exchange, "abandon") if step == "abandon" else (client, "_end_wait")), again)
+            with pytest.raises(KeyboardInterrupt, match="the second"):
+                client.login("alice", "x", remote_addr="192.0.2.1")
+        # The answer comes after all, into memory that is still there, and to no other request.
+        server._answer = lambda kind, attributes: ScriptedServer.reply([("STATUS", Status.FAIL)])
+        assert client.login("bob", "x", remote_addr="192.0.2.1").status is Status.FAIL
+        release.set()
+        for thread in threads:
+            thread.join()
+        assert client.login("bob", "x", remote_addr="192.0.2.1").status is Status.FAIL
+    assert len(server.requests) == 3 and threads
 
 
 def interrupted(server, asked, act):

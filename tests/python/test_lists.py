@@ -5,13 +5,14 @@ import copy
 import ipaddress
 import os
 import pickle
+import pprint
 import re
 import threading
 
 import pytest
 
 import aaautil
-from aaautil import Attr, Attribute, AttributeList, NativeList, Status, ffi, lib
+from aaautil import Attr, Attribute, AttributeList, NativeList, SecretBytes, Status, ffi, lib
 from support import SANITIZED, TREE, in_child, nine_pairs
 
 
@@ -131,6 +132,46 @@ def test_secrets_are_not_shown():
     for text in (repr(made), str(made), repr(made[0]), repr(made.native())):
         assert "wonderland" not in text and "PASSWORD" in text
     assert made["PASSWORD"] == "wonderland"
+
+
+def test_the_bytes_of_a_secret_are_bytes_that_are_not_shown():
+    plain = b"wonderland\0"
+    made = AttributeList([("PASSWORD", "wonderland"), ("USERNAME", "alice")])
+    read = AttributeList.unpack(made.pack())
+    for pair in (made[0], read[0], made.native().attributes()[0], Attribute(*read[0]), pickle.loads(pickle.dumps(made))[0],
+                 Attribute.of("PASSWORD", "wonderland"), Attribute(int(Attr.AAA_PASSWORD_ATTR), 0, 0, plain)):
+        secret = pair.raw
+        assert type(secret) is SecretBytes and isinstance(secret, bytes)
+        for shown in (repr(secret), str(secret), f"{secret}", f"{secret!r}", "%s %r %a" % (secret, secret, secret), repr([secret]),
+                      repr(tuple(pair)), repr(secret[:3]), repr(secret[3:4]), ascii(secret), pprint.pformat({"x": secret})):
+            assert "********" in shown and "w" not in shown and "n" not in shown, shown
+        assert secret == plain and plain == secret and hash(secret) == hash(plain) and {plain: 1}[secret] == 1
+        assert secret[0] == ord("w") and secret[:6] == b"wonder" and secret[-1:] == b"\0" and list(secret) == list(plain)
+        assert type(bytes(secret)) is bytes and repr(bytes(secret)) == repr(plain) and bytearray(secret) == plain
+        assert secret.decode() == "wonderland\0" and secret + b"x" == plain + b"x" and b"".join([secret, secret]) == plain * 2
+        assert pair.value == "wonderland" and pickle.loads(pickle.dumps(secret)) == plain and copy.deepcopy(secret) == plain
+    assert type(made[1].raw) is bytes and type(read[1].raw) is bytes and repr(SecretBytes()) == "b''"
+    assert AttributeList([("PASSWORD", read[0].raw)]) == AttributeList(made[:1]) and read.pack() == made.pack()
+
+
+@pytest.mark.parametrize("use", [lambda: AttributeList([("PASSWORD", "rabb\ud800it")]), lambda: aaautil.raw_value(258, "rabb\ud800it"),
+                                 lambda: aaautil.messages.encode('kind list\npair AAA_PASSWORD_ATTR "rabb\ud800it"\n'),
+                                 lambda: aaautil.Database("/cfg/x/").set("password", "rabb\ud800it")])
+def test_an_exception_holds_no_text_that_cannot_be_encoded(use):
+    with pytest.raises(ValueError) as refused:
+        use()
+    assert "rabb" not in repr(refused.value) and refused.value.__context__ is None
+
+
+def test_a_mistyped_name_is_not_taken_for_an_absent_attribute():
+    attributes = nine_pairs()
+    assert "PASSWORD" in attributes and Attr.AAA_USERNAME_ATTR in attributes and "CMD" not in attributes
+    with pytest.raises(KeyError, match="did you mean PASSWORD"):
+        "PASSWORT" in attributes  # pylint: disable=pointless-statement
+    with pytest.raises(TypeError, match="get"):
+        258 in attributes  # pylint: disable=pointless-statement
+    assert attributes[0] in attributes and aaautil.Attribute.of("CMD", "show") not in attributes
+
 
 
 def test_a_kept_attribute_outlives_its_list():

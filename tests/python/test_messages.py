@@ -151,6 +151,21 @@ def test_the_command_survives_closed_descriptors_a_full_disk_and_endless_input(t
     assert (done.stderr == b"") == (status == 0 or "2>&-" in redirection)
 
 
+@pytest.mark.parametrize("arguments, redirection, status", [
+    ("decode --hex 00", "2>/dev/full", 3), ("decode --hex 0", "2>/dev/full", 3), ("decode missing", "2>/dev/full", 4),
+    ("decode --nonsense", "2>/dev/full", 2), ("decode --nonsense", "2>&-", 2), ("nonsense", "2>/dev/full", 2), ("", "2>&-", 2),
+    ("decode missing", "2>&-", 4), ("decode --hex 00", "2>&- >&-", 6), ("decode --hex 00", ">/dev/full 2>/dev/full", 6),
+    ("decode --help", ">/dev/full", 6), ("decode --help", ">&-", 6), ("--help", ">/dev/full 2>&-", 6), ("--help", ">&- 2>&-", 6),
+    ("decode message", "<&- 2>&-", 0), ("decode message", "<&- >&- 2>&-", 6)])
+def test_the_exit_status_is_right_without_a_place_for_messages(tmp_path, arguments, redirection, status):
+    (tmp_path / "message").write_bytes(nine_pairs().pack())
+    done = subprocess.run(["sh", "-c", f'exec "$0" -m aaautil {arguments} {redirection}', sys.executable], cwd=tmp_path, capture_output=True,
+                          timeout=60)
+    assert done.returncode == status, done.stderr
+    assert b"Traceback" not in done.stderr and b"Exception" not in done.stderr
+    assert done.stderr if "2>" not in redirection else not done.stderr
+
+
 def test_help_names_every_option_and_kind():
     done = subprocess.run([sys.executable, "-m", "aaautil", "decode", "--help"], env={**os.environ, "COLUMNS": "1000"},
                           capture_output=True, text=True)

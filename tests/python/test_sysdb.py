@@ -209,6 +209,84 @@ def test_closing_a_watch_ends_the_loop_that_waits_for_it(database):
     assert asyncio.run(main()) == []
 
 
+def test_closing_a_watch_ends_the_wait_of_another_thread(database):
+    for timeout in (None, 3600):
+        watch = database.watch()
+        found = []
+        thread = threading.Thread(target=lambda: found.append(watch.poll(timeout)))
+        thread.start()
+        while watch._end_of_wait is None:  # until it waits
+            os.sched_yield()
+        with pytest.raises(RuntimeError, match="another thread waits"):
+            watch.poll(None)
+        watch.close()
+        thread.join()
+        assert found == [[]]
+        with pytest.raises(ValueError, match="closed"):
+            watch.poll()
+
+
+def test_closing_a_watch_in_another_thread_ends_the_loop_that_waits_for_it(database):
+    watch = database.watch()
+
+    async def follow():
+        async for change in watch:
+            return change
+        return "ended"
+
+    def close():
+        while watch._waiter is None:
+            os.sched_yield()
+        watch.close()
+
+    thread = threading.Thread(target=close)
+    thread.start()
+    assert asyncio.run(follow()) == "ended"
+    thread.join()
+    before = len(os.listdir("/proc/self/fd"))
+    for _ in range(10):
+        test = database.watch()
+        test.poll(0.001)
+        test.close()
+    assert len(os.listdir("/proc/self/fd")) == before
+
+
+def test_repr_shows_no_text_of_an_item(database):
+    database.set("server/key", "wonderland")
+    item = database.get_item("server/key")
+    watch = database.watch()
+    database.set("server/key", "looking-glass")
+    shown = [repr(one) for one in (item, Set("x", "wonderland"), Set("x", b"wonderland", 77), Expect("x", bytearray(b"wonderland")),
+                                   *watch.poll(None), dict(database.walk()), aaautil.Item(77, b"wonderland"),
+                                   aaautil.Item(ItemType.TUPLE, b"wonderland"))]
+    assert not [one for one in shown if "wonderland" in one or "looking" in one], shown
+    assert repr(Set("x", 5)) == "Set('x', 5)" and repr(Expect("x", None)) == "Expect('x', None)"
+    assert repr(Set("x", b"k", 77)) == "Set('x', '********', type=77)"
+    assert repr(aaautil.Item(ItemType.U32, (7).to_bytes(4, "little"))) == "Item(type=1, value=7)"
+
+
+def test_the_bytes_of_an_item_are_not_shown_but_its_value_is(database):
+    database.set("text", "wonderland")
+    database.set("other", b"wonderland", 77)
+    database.set("number", 7)
+    database.set("tuple", (1, "vty"))
+    for path, value in (("text", "wonderland"), ("other", b"wonderland")):
+        item = database.get_item(path)
+        assert type(item.raw) is aaautil.SecretBytes and "wonder" not in repr(tuple(item))
+        assert item.value == value and type(item.value) is type(value) and "wonderland" in repr(item.value)
+        database.set(path + "-copy", item.raw, item.type)
+        assert database.get_item(path + "-copy") == item
+    assert type(database.get_item("number").raw) is bytes and type(database.get_item("tuple").raw) is bytes
+
+
+def test_a_tuple_has_a_limit_that_is_named(database):
+    database.set("t", (1,) * 255)
+    assert database.get("t") == (1,) * 255
+    for fields, text in (((1,) * 256, "255 fields, not 256"), ((), "255 fields, not 0"), (("n" * 50,), "50 bytes; at most 49")):
+        with pytest.raises(ValueError, match=text):
+            database.set("t", fields)
+
+
 def test_a_cancelled_reader_loses_nothing(database):
     async def main():
         async with database.watch() as watch:

@@ -10,6 +10,7 @@ import pytest
 
 import aaautil
 from aaautil import Database, ResultCode
+from support import run_python
 
 
 def test_nothing_of_the_machine_is_read_or_changed(aaa_testkit):
@@ -83,6 +84,18 @@ def test_misuse_of_the_kit_is_refused(aaa_testkit, use):
         use(aaa_testkit)
 
 
+@pytest.mark.parametrize("name", ["sysdb_item_gett", "aaa_avpair_add", "AAA_OK", "free", "", "testkit_count", "sysdb_item_get "])
+def test_a_function_that_the_platform_lacks_is_refused_before_and_after_a_reset(aaa_testkit, name):
+    uses = (lambda kit: kit.count(name), lambda kit: kit.calls(name), lambda kit: kit.answer(name, 1), lambda kit: kit.fail_call(name, 1, 1),
+            lambda kit: kit.clear_answers(name), lambda kit: kit.before(name, lambda: None), lambda kit: kit.before(name, None))
+    for use in uses:
+        with pytest.raises(ValueError, match="no function"):
+            use(aaa_testkit)
+    assert aaa_testkit.misuse == [] and aaa_testkit.calls() == []
+    run_python(f"from aaautil.testkit import Testkit\ntry:\n    Testkit().count({name!r})\nexcept ValueError:\n    pass\n"
+               "else:\n    raise SystemExit('accepted')\n", AAAUTIL_TESTKIT="1")
+
+
 def run_pytest(tmp_path, text, *options, **environment):
     (tmp_path / "test_it.py").write_text(textwrap.dedent(text))
     clean = {name: value for name, value in os.environ.items() if name != "AAAUTIL_TESTKIT"}
@@ -105,6 +118,48 @@ def test_misuse_of_the_platform_fails_the_test(tmp_path):
             lib._sysdb_unbind(4711)
         """, "--aaa-testkit")
     assert done.returncode == 1 and "misused" in done.stdout, done.stdout
+
+
+def test_a_failed_comparison_shows_no_secret(tmp_path):
+    done = run_pytest(tmp_path, """
+        import pytest
+        from aaautil import Attribute, AttributeList, Answer, Change, Expect, Item, Set, Status
+        def pair(text): return Attribute.of("PASSWORD", text)
+        def item(text): return Item(3, text.encode() + b"\\0")
+        @pytest.mark.parametrize("make", [
+            pair, item, lambda text: [pair(text)], lambda text: AttributeList([pair(text)]), lambda text: Set("key", text),
+            lambda text: Expect("key", text), lambda text: Change("set", "key", item(text), 1), lambda text: {"key": item(text)},
+            lambda text: Answer(Status.PASS, "", 1, AttributeList([pair(text)]))])
+        def test_it(make):
+            one, other = make("".join(["wonder", "land"])), make("".join(["rab", "bit"]))
+            assert one == other
+        """, "-vv", "--showlocals")
+    assert "9 failed" in done.stdout and "they differ in raw" in done.stdout, done.stdout
+    for part in ("wonderland", "rabbit", "119, 111", "b'w'", "b'r'"):
+        assert part not in done.stdout, (part, done.stdout)
+
+
+def test_without_the_plugin_a_failed_comparison_shows_no_bytes_of_a_secret(tmp_path):
+    (tmp_path / "test_it.py").write_text(textwrap.dedent("""
+        import pytest
+        from aaautil import Attribute, AttributeList, Answer, Change, Item, Status
+        def pair(text): return Attribute.of("PASSWORD", text)
+        def item(text): return Item(3, text.encode() + b"\\0")
+        def read(text): return AttributeList.unpack(AttributeList([pair(text)]).pack())
+        @pytest.mark.parametrize("make", [
+            pair, item, lambda text: pair(text).raw, lambda text: [pair(text)], read, lambda text: read(text)[0],
+            lambda text: Attribute(*pair(text)), lambda text: Change("set", "key", item(text), 1), lambda text: {"key": item(text)},
+            lambda text: Answer(Status.PASS, "", 1, read(text)), lambda text: (Change("set", "key", item(text), 1), "x")])
+        def test_it(make):
+            one, other = make("".join(["wonder", "land"])), make("".join(["rab", "bit"]))
+            assert one == other
+        """))
+    environment = {name: value for name, value in os.environ.items() if name != "AAAUTIL_TESTKIT"}
+    done = subprocess.run([sys.executable, "-m", "pytest", "-vv", "--showlocals", "-p", "no:cacheprovider", "-p", "no:aaautil",
+                           str(tmp_path)], cwd=tmp_path, env=environment, capture_output=True, text=True)
+    assert "11 failed" in done.stdout, done.stdout + done.stderr
+    for part in ("wonderland", "rabbit", "119, 111", "b'w'", "b'r'", "they differ in"):
+        assert part not in done.stdout, (part, done.stdout)
 
 
 def test_a_package_that_was_imported_before_is_an_error(tmp_path):

@@ -4,6 +4,7 @@
 import importlib.util
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
 import zipfile
@@ -13,8 +14,8 @@ import pytest
 from support import TREE, missing
 
 
-def run(*command, **more):
-    done = subprocess.run([str(word) for word in command], capture_output=True, text=True, timeout=250, **more)
+def run(*command, timeout=250, **more):
+    done = subprocess.run([str(word) for word in command], capture_output=True, text=True, timeout=timeout, **more)
     assert done.returncode == 0, f"{command}\n{done.stdout}\n{done.stderr}"
     return done.stdout
 
@@ -48,6 +49,41 @@ def test_the_wheel_is_for_every_python_3_and_holds_the_package(wheel):
     sources = {path.name for path in (TREE / "bindings/python/aaautil").iterdir() if path.is_file()}
     assert {pathlib.PurePath(name).name for name in names if name.startswith("aaautil/")} == sources | {
         "_enums.py", "_native.abi3.so", "_testkit.abi3.so"}
+
+
+@pytest.fixture
+def clean_tree(tmp_path):
+    """The files of the tree, without a build directory; removed afterwards, because a build is large."""
+    tree = tmp_path / "tree"
+    listed = subprocess.run(["git", "-C", TREE, "ls-files", "-z"], capture_output=True, check=False)
+    if listed.returncode == 0:
+        for name in listed.stdout.decode().split("\0"):
+            if name and os.path.lexists(TREE / name):
+                (tree / name).parent.mkdir(parents=True, exist_ok=True)
+                shutil.copy2(TREE / name, tree / name, follow_symlinks=False)
+    else:
+        shutil.copytree(TREE, tree, symlinks=True, ignore=shutil.ignore_patterns("build", ".git", ".cache", "__pycache__"))
+    yield tree
+    shutil.rmtree(tree)
+
+
+def test_a_tree_without_a_build_makes_the_same_wheel(wheel, clean_tree, tmp_path):
+    if shutil.which("ccache") is None:
+        pytest.skip("ccache is not installed: without it this compiles for minutes")
+    environment = without_tree(CCACHE_BASEDIR=str(clean_tree))
+    del environment["AAAUTIL_BUILD_DIR"]
+    before = {path.name for path in clean_tree.iterdir()}
+    run(sys.executable, "-m", "pip", "wheel", "--no-build-isolation", "--no-deps", "--no-index", "-w", tmp_path / "out",
+        clean_tree / "bindings/python", env=environment, cwd=tmp_path, timeout=800)
+    assert {path.name for path in clean_tree.iterdir()} - before == {"build"}
+    [made] = (tmp_path / "out").iterdir()
+    assert made.name == wheel.name and sorted(zipfile.ZipFile(made).namelist()) == sorted(zipfile.ZipFile(wheel).namelist())
+    zipfile.ZipFile(made).extractall(tmp_path / "package")
+    code = ("import aaautil\n"
+            "made = aaautil.AttributeList([('USERNAME', 'alice')])\n"
+            "assert aaautil.AttributeList.unpack(made.pack()) == made\n"
+            "print(aaautil.__file__)")
+    assert str(tmp_path) in run(sys.executable, "-c", code, env={**environment, "PYTHONPATH": str(tmp_path / "package")}, cwd=tmp_path)
 
 
 def test_the_modules_name_no_directory_of_this_machine(wheel, tmp_path):

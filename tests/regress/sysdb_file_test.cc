@@ -73,7 +73,7 @@ class SysdbFile : public testing::Test {
     void expect_refused() {
         std::ofstream(sandbox_.oper_file(), std::ios::binary) << bytes_;
         const std::string log = run_forked([] { EXPECT_EQ(SYSDB_ERR_CORRUPT, Bound("/oper/").code()); });
-        EXPECT_NE(std::string::npos, log.find("restore it from a backup")) << log;
+        EXPECT_NE(std::string::npos, log.find("-lock && aaactl sg publish")) << log;
     }
 
     DatabaseSandbox sandbox_;

@@ -130,7 +130,7 @@ TEST(SysdbRecords, LogWithoutAnotherNumberIsDamage) {
         EXPECT_EQ(SYSDB_ERR_CORRUPT, set_number(bound.handle(), "item", 2));
         EXPECT_EQ(1, get_number(bound.handle(), "item"));
     });
-    EXPECT_NE(std::string::npos, log.find("restore it from a backup")) << log;
+    EXPECT_NE(std::string::npos, log.find("-lock && aaactl sg publish")) << log;
 }
 
 }  // namespace

@@ -8,7 +8,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "service/aaad.hpp"
+#include "support/temp_dir.hpp"
 
 namespace {
 
@@ -174,6 +177,31 @@ TEST_F(AaadProcess, CheckSaysEverythingThatIsWrong) {
         EXPECT_NE(output.find(what), std::string::npos) << what << "\n" << output;
     }
     EXPECT_EQ(output.find("in the clear"), std::string::npos) << "a key is never shown";
+    EXPECT_EQ(output.find('%'), std::string::npos)
+        << "lines of a log are not of the form of faults: " << output;
+}
+
+// Symptom: a bare line of the log stood before the faults.
+TEST_F(AaadProcess, CheckSaysWhyInTheFormOfTheOtherFaults) {
+    aaad_.text("group-server/radius/corp/settings/key", "01" + std::string(98, '0'));
+    aaad_.number("group-server/radius/corp/server/0x1/192.0.2.1,1812,1813", 1);
+    const ::ScopedEnv keys("AAA_MASTER_KEYS", aaad_.dir().path("none.keys"));
+    const ::ScopedEnv size("AAA_SYSDB_MAP_MIB", "plenty");
+    const auto [locked, reasons] = aaad_.run({"--check"});
+    EXPECT_EQ(locked, 1);
+    EXPECT_NE(reasons.find("\nA sealed key is malformed"), std::string::npos) << reasons;
+    EXPECT_NE(reasons.find("\nAAA_SYSDB_MAP_MIB=plenty is not a number"), std::string::npos) << reasons;
+    EXPECT_NE(reasons.find("say as root: runuser -u aaad -- aaactl key masters; or store it"),
+              std::string::npos)
+        << reasons;
+    EXPECT_EQ(reasons.find('%'), std::string::npos) << reasons;
+
+    std::filesystem::resize_file(std::string(std::getenv("AAA_SYSDB_CFG_DIR")) + "/cfg.mdb", 0);
+    const auto [damaged, output] = aaad_.run({"--check"});
+    EXPECT_EQ(damaged, 1);
+    EXPECT_NE(output.find("cannot be used: System database files are damaged: database "), std::string::npos)
+        << output;
+    EXPECT_EQ(output.find('%'), std::string::npos) << output;
 }
 
 TEST_F(AaadProcess, BadOptionsAreAnsweredWithTheUsage) {

@@ -17,8 +17,8 @@ from ._enums import (AcctOption, Attr, AuthenOption, Format, Function, Keyword, 
                      Status)
 from ._load import ffi, lib
 from .client import Answer, Client, Prompt
-from .dictionary import (DictionaryRow, attribute_format, attribute_name, attribute_type, attributes, is_secret, method_name,
-                         service_name, status_name)
+from .dictionary import (DictionaryRow, SecretBytes, attribute_format, attribute_name, attribute_type, attributes, is_secret,
+                         method_name, service_name, status_name)
 from .errors import (AaaError, AccessError, Advice, ConflictError, InvalidArgumentError, ListSpentError, MalformedError,
                      NotConnectedError, NotFoundError, OutOfMemoryError, ServiceTimeoutError, advice, code_text)
 from .lists import Attribute, AttributeList, BytesLike, Key, NativeList, Value, raw_value, typed_value
@@ -29,7 +29,7 @@ __all__ = [
     "BytesLike", "Change", "Client", "ConflictError", "Database", "Delete", "DictionaryRow", "Entry", "Expect", "Format",
     "Function", "InvalidArgumentError", "Item", "ItemType", "Key", "Keyword", "ListSpentError", "MalformedError", "MessageType",
     "Method", "NativeList", "NotConnectedError", "NotFoundError", "OutOfMemoryError", "Prompt", "Prune", "Request", "ResultCode",
-    "Service", "ServiceTimeoutError", "Set", "Status", "Value", "Watch", "advice", "attribute_format", "attribute_name",
+    "SecretBytes", "Service", "ServiceTimeoutError", "Set", "Status", "Value", "Watch", "advice", "attribute_format", "attribute_name",
     "attribute_type", "attributes", "code_text", "ffi", "is_secret", "lib", "messages", "method_name", "raw_value",
     "service_name", "status_name", "typed_value",
 ]

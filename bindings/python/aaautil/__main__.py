@@ -5,7 +5,7 @@ import argparse
 import json
 import os
 import sys
-from typing import List, NoReturn, Optional
+from typing import IO, List, NoReturn, Optional
 
 from . import messages
 
@@ -16,6 +16,12 @@ _USAGE, _BAD_INPUT, _NOT_FOUND, _FAILED = 2, 3, 4, 6
 class _Parser(argparse.ArgumentParser):
     def error(self, message: str) -> NoReturn:
         self.exit(_USAGE, f"{self.prog}: {message}; see {self.prog} --help\n")
+
+    def _print_message(self, message: str, file: Optional[IO[str]] = None) -> None:
+        if file is not None and file is sys.stdout or file is None and message == self.format_help():
+            _print(message)
+        else:
+            _to_stderr(message)
 
 
 def _parser() -> argparse.ArgumentParser:
@@ -50,9 +56,18 @@ def _print(text: str) -> None:
         raise _OutputLost(f"standard output: {failure.strerror}") from None
 
 
+def _to_stderr(text: str) -> None:
+    # Not through sys.stderr: what it cannot write it would try again at the end, and change the exit status.
+    if sys.stderr is None:
+        return
+    try:
+        os.write(sys.stderr.fileno(), text.encode("utf-8", "backslashreplace"))
+    except (OSError, ValueError):
+        pass  # no output is left to report it on
+
+
 def _complain(text: str) -> None:
-    if sys.stderr is not None:
-        sys.stderr.write(f"aaautil: {text}\n")
+    _to_stderr(f"aaautil: {text}\n")
 
 
 def _input(options: argparse.Namespace) -> bytes:
@@ -92,8 +107,9 @@ def _decode(options: argparse.Namespace) -> int:
 
 def main(arguments: Optional[List[str]] = None) -> int:
     """Runs a command and returns its exit status."""
-    options = _parser().parse_args(arguments)
+    options = argparse.Namespace(file="-")
     try:
+        _parser().parse_args(arguments, options)
         return _decode(options)
     except _OutputLost as failure:
         _complain(str(failure))

@@ -17,6 +17,22 @@ from typing import Any, NoReturn
 _SWITCH = "NO_DLLMAIN"
 
 
+def _refuse_subinterpreters() -> None:
+    """The module is there once for the process, with the functions of Python that the database calls: in another interpreter
+    than the first a watch would wait for ever."""
+    try:
+        import ctypes
+    except ImportError:
+        return  # an interpreter that refuses it refuses the module, too
+    python = ctypes.PyDLL(None)
+    python.PyInterpreterState_Get.restype = ctypes.c_void_p
+    number = python.PyInterpreterState_GetID
+    number.argtypes, number.restype = [ctypes.c_void_p], ctypes.c_int64
+    if number(python.PyInterpreterState_Get()) != 0:
+        raise ImportError("aaautil does not work in a subinterpreter: import it in the main interpreter, "
+                          "with mod_wsgi by 'WSGIApplicationGroup %{GLOBAL}'")
+
+
 def _import() -> Any:
     kept = os.environ.get(_SWITCH)
     flags = sys.getdlopenflags()
@@ -37,6 +53,7 @@ def _import() -> Any:
     return _native
 
 
+_refuse_subinterpreters()
 _native = _import()
 ffi: Any = _native.ffi
 lib: Any = _native.lib
@@ -52,6 +69,15 @@ class Handle:
 
     def __reduce_ex__(self, protocol: Any) -> NoReturn:
         raise TypeError(f"a {type(self).__name__} cannot be copied or pickled: make another one")
+
+
+def utf8(text: str, what: str) -> bytes:
+    """The bytes of a text. The exception of Python holds the whole text, which may be a password."""
+    try:
+        return str.encode(text, "utf-8", "surrogateescape")
+    except UnicodeEncodeError as failure:
+        place = failure.start
+    raise ValueError(f"{what} has no bytes in UTF-8: character {place} is half of a surrogate pair")
 
 
 def taken(text: Any) -> bytes:

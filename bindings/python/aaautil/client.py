@@ -9,7 +9,7 @@ import threading
 from typing import Any, Callable, Iterable, List, NamedTuple, Optional, Tuple, Union
 
 from ._enums import AcctOption, Attr, AuthenOption, Request, ResultCode, Service, Status
-from ._load import Handle, ffi, lib
+from ._load import Handle, ffi, lib, utf8
 from .errors import AaaError, ServiceTimeoutError, error
 from .lists import AttributeList, NativeList
 
@@ -76,7 +76,7 @@ def _text(value: object, what: str, most: int, none: bool = False) -> Any:
         return ffi.NULL
     if not isinstance(value, (str, bytes)):
         raise TypeError(f"{what} is a str, not {type(value).__name__}")
-    encoded = value.encode("utf-8", "surrogateescape") if isinstance(value, str) else value
+    encoded = utf8(value, what) if isinstance(value, str) else value
     if b"\0" in encoded:
         raise ValueError(f"{what} has a NUL inside")
     if len(encoded) > most:
@@ -128,7 +128,7 @@ class _Credentials:
 
 
 class _Composition:
-    """A composed request: its header, its packed list, and the elements that name them."""
+    """A composed request: its header, its packed list, and the elements that name them; and the answer to it."""
 
     def __init__(self) -> None:
         self.header = ffi.new("aaa_req_hdr_t *")
@@ -136,11 +136,54 @@ class _Composition:
         self.buffer = ffi.new("char[]", self.room)
         self.iov = ffi.new("iov_t **")
         self.count = ffi.new("uint32_t *")
+        self.reply = ffi.new("aaa_transport_msg_t *")
 
     def forget(self) -> None:
-        lib.free(self.iov[0])
-        self.iov[0] = ffi.NULL
+        elements, self.iov[0] = self.iov[0], ffi.NULL
+        lib.free(elements)
         lib.aaapy_wipe(self.buffer, self.room)
+        lib.aaapy_wipe(self.reply.u.bytes, self.reply.len)
+
+
+class _Exchange:
+    """A request and its answer in a thread of their own. The thread has all that it uses: when the main thread waits no
+    more, nothing is released before the thread is done with it."""
+
+    def __init__(self, transport: Any, composed: _Composition, deadline: int) -> None:
+        self._transport = transport
+        self._composed = composed
+        self._deadline = deadline
+        self._lock = threading.Lock()
+        self._abandoned = False
+        self.done = threading.Event()
+        self.code = 0
+
+    def run(self) -> None:
+        """Asks; what was abandoned meanwhile is released."""
+        if not self._abandoned:
+            self.code = _asked(self._transport, self._composed, self._deadline)
+        with self._lock:
+            self.done.set()
+            if self._abandoned:
+                self._release()
+
+    def abandon(self) -> None:
+        """The answer is not wanted: the connection and the request are released now, or when the thread is done."""
+        with self._lock:
+            if not self._abandoned:
+                self._abandoned = True
+                if self.done.is_set():
+                    self._release()
+
+    def _release(self) -> None:
+        transport, self._transport = self._transport, None
+        if transport is not None:
+            lib.aaa_transport_free(transport)
+            self._composed.forget()
+
+
+def _asked(transport: Any, composed: _Composition, deadline: int) -> int:
+    return int(lib.aaa_transport_ask(transport, composed.iov[0], composed.count[0], composed.reply, deadline))
 
 
 class Client(Handle):
@@ -173,11 +216,16 @@ class Client(Handle):
         self._closing = False
         self._connection: Optional[sockets.socket] = None
         self._pid = os.getpid()
+        self._closed = False
+        self._transport = self._handle()
+
+    @staticmethod
+    def _handle() -> Any:
         made = ffi.new("aaa_transport_t **")
         code = lib.aaa_transport_create(made)
         if code:
             raise error("no connection can be made", code)
-        self._transport = made[0]
+        return made[0]
 
     @staticmethod
     def _user_numbers(users: Iterable[Union[str, int]]) -> List[int]:
@@ -206,8 +254,10 @@ class Client(Handle):
                 lib.aaa_transport_close(self._transport)
 
     def _open(self) -> Any:
-        if self._transport is None or self._closing:
+        if self._closed or self._closing:
             raise ValueError("the client is closed")
+        if self._transport is None:  # a request that was interrupted has the last one
+            self._transport = self._handle()
         return self._transport
 
     def close(self) -> None:
@@ -221,6 +271,7 @@ class Client(Handle):
                 self._closing = True
                 self._end_wait(self._connection)
                 return
+            self._closed = True
             transport, self._transport = self._transport, None
             if transport is not None:
                 lib.aaa_transport_free(transport)
@@ -266,7 +317,12 @@ class Client(Handle):
         """Connects if that is needed; says whether it was."""
         if self._idle():
             return False
-        code = lib.aaa_transport_connect(self._open(), self._path, lib.AAA_TRANSPORT_ANY_USER, self._deadline())
+        deadline = self._deadline()
+        while True:
+            code = lib.aaa_transport_connect(self._open(), self._path, lib.AAA_TRANSPORT_ANY_USER, self._next_look(deadline))
+            if code != lib.AAA_ERR_TIMEOUT or lib.aaa_transport_deadline(0) >= deadline:
+                break
+            self._open()  # a signal handler may have closed the client
         if code:
             raise self._failure("cannot connect", code)
         if self._servers is not None:
@@ -278,57 +334,57 @@ class Client(Handle):
                                       "none of servers: no password is sent to it")
         return True
 
-    def _waited(self, call: Callable[[], int]) -> int:
-        """Runs a call that waits. The library does not return when a signal arrives, but Python's handlers, such as
-        that of Ctrl-C, run in the main thread; so there the call waits in another one."""
+    @staticmethod
+    def _next_look(deadline: int) -> int:
+        """When a call of the main thread returns, so that Python's signal handlers can run."""
         if threading.current_thread() is not threading.main_thread():
-            return call()
-        codes: List[int] = []
-        gate, done = threading.Lock(), threading.Event()
-        begun, abandoned = [False], [False]
+            return deadline
+        return min(deadline, int(lib.aaa_transport_deadline(int(_LOOK_FOR_SIGNALS * 1000))))
 
-        def run() -> None:
-            with gate:
-                if abandoned[0]:
-                    return
-                begun[0] = True
-            try:
-                codes.append(call())
-            finally:
-                done.set()
-
+    def _asked(self, composed: _Composition) -> int:
+        """Sends a request and waits for the answer. The library does not return when a signal arrives, but Python's
+        handlers, such as that of Ctrl-C, run in the main thread; so there the call waits in another one."""
+        deadline = self._deadline()
+        if threading.current_thread() is not threading.main_thread():
+            return _asked(self._transport, composed, deadline)
         # A descriptor of its own: the call may close that of the connection, whose number is another's then.
         connection = sockets.socket(fileno=os.dup(lib.aaa_transport_descriptor(self._transport)))
-        self._connection = connection
+        transport, self._transport = self._transport, None
+        exchange = _Exchange(transport, composed, deadline)
+        finished = False
         try:
-            threading.Thread(target=run, name="aaautil-client", daemon=True).start()
+            self._connection = connection
+            threading.Thread(target=exchange.run, name="aaautil-client", daemon=True).start()
             # A signal that arrives just before the wait begins does not end it: so it ends now and then.
-            while not done.wait(_LOOK_FOR_SIGNALS):
+            while not exchange.done.wait(_LOOK_FOR_SIGNALS):
                 pass
-        except BaseException:
-            with gate:
-                abandoned[0] = True
-            while begun[0] and not done.is_set():
-                self._end_wait(connection)
-                done.wait(_LOOK_FOR_SIGNALS)
-            # It is of no more use: an answer would come too late.
-            lib.aaa_transport_close(self._transport)
-            raise
+            self._transport = transport
+            finished = True
+            return exchange.code
         finally:
-            self._connection = None
-            connection.close()
-        return codes[0]
+            # After an interruption, which may be followed by a second one, the thread has everything.
+            try:
+                self._connection = None
+                if not finished:
+                    self._transport = None
+                    exchange.abandon()
+                    self._end_wait(connection)
+            finally:
+                connection.close()
 
-    def _exchange(self, composed: _Composition, type: int, reply: Any) -> Tuple[int, Optional[AttributeList]]:
+    def _exchange(self, composed: _Composition, type: int) -> Tuple[int, Optional[AttributeList]]:
         """Sends a request and reads the answer: the code of its header, and its list."""
+        reply = composed.reply
         while True:
             fresh = self._connect()
-            deadline = self._deadline()
-            code = self._waited(lambda: int(lib.aaa_transport_ask(self._transport, composed.iov[0], composed.count[0], reply,
-                                                                  deadline)))
-            # The service may close an idle connection at the moment at which a request is sent.
-            if code != lib.AAA_ERR_NOT_CONNECTED or fresh:
+            code = self._asked(composed)
+            # The service may close an idle connection at this moment. A request that the connection did not take is sent
+            # on another one. One that it took may have been carried out: the record of a session, sent again, would be
+            # there twice, and a code for one login would be used up. The library closes the connection after those.
+            if code != lib.AAA_ERR_NOT_CONNECTED or fresh or lib.aaa_transport_descriptor(self._transport) < 0:
                 break
+        if code == lib.AAA_ERR_NOT_CONNECTED and lib.aaa_transport_descriptor(self._transport) < 0:
+            raise self._failure("the service closed the connection without an answer, and may have carried out the request", code)
         if code:
             raise self._failure("no answer", code)
         head = ffi.new("aaa_transport_head_t *")
@@ -353,21 +409,22 @@ class Client(Handle):
             if self._asking:
                 raise RuntimeError("the client is in use by this thread: a signal handler needs a Client of its own")
             composed = _Composition()
-            reply = ffi.new("aaa_transport_msg_t *")
             try:
                 self._asking = True
                 code = compose(composed)
                 if code:
                     raise error("the request cannot be composed", code)
-                return self._exchange(composed, type, reply)
+                return self._exchange(composed, type)
             finally:
-                composed.forget()
-                lib.aaapy_wipe(reply.u.bytes, reply.len)
+                if self._transport is not None:  # otherwise a thread has both
+                    composed.forget()
                 self._asking = False
                 if self._closing:
                     transport, self._transport = self._transport, None
                     self._closing = False
-                    lib.aaa_transport_free(transport)
+                    self._closed = True
+                    if transport is not None:
+                        lib.aaa_transport_free(transport)
 
     def _answer(self, code: int, attributes: Optional[AttributeList]) -> Answer:
         if code:
@@ -454,7 +511,7 @@ class Client(Handle):
         more = ffi.new("aaa_svc_attrs_t *", {"cmd": text})
         try:
             if record == "update":
-                code, _ = self._update(credentials, number, session)
+                code, _ = self._update(credentials, number, session, text)
             else:
                 code, _ = self._ask(Request.ACCT, lambda made: int(lib.aaa_util_msg_acct_compose(
                     made.header, _RECORDS[record], number, self._list, 0, credentials.record, more, session, made.iov, made.count,
@@ -464,11 +521,18 @@ class Client(Handle):
         if code:
             raise error(f"{self.socket}: the record is not kept", code)
 
-    def _update(self, credentials: _Credentials, service: int, session: int) -> Tuple[int, Optional[AttributeList]]:
+    def _update(self, credentials: _Credentials, service: int, session: int, text: Any) -> Tuple[int, Optional[AttributeList]]:
+        command = None if text == ffi.NULL else text
         block = ffi.new("unsigned char[64]")
         number = ffi.new("uint32_t *", session)
         with NativeList(name="Accounting Update") as attributes:
             code = lib.aaa_util_add_usercred_in_avlist(credentials.record, attributes.handle, service, 0, AcctOption.UPDATE)
+            if not code:  # these say which method list keeps it
+                code = lib.aaa_util_avpair_add_attr(attributes.handle, Attr.AAA_SERVICE_TYPE_ATTR, ffi.new("uint32_t *", service), 4, 0)
+            if not code:
+                code = lib.aaa_util_avpair_add_attr(attributes.handle, Attr.AAA_METHODLIST_ATTR, self._list, len(self._list), 0)
+            if not code and command is not None:
+                code = lib.aaa_util_avlist_cmd_add(command, len(command), attributes.handle)
             if code:
                 raise error("the record cannot be composed", code)
             return self._ask(Request.ACCT_UPDATE, lambda made: int(lib.aaa_util_msg_acct_update_compose(

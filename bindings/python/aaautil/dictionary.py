@@ -1,16 +1,35 @@
 # SPDX-License-Identifier: Apache-2.0
 """The attribute dictionary, and texts for numbers."""
 
-from typing import Dict, FrozenSet, List, NamedTuple, Optional, Union
+from typing import Any, Dict, FrozenSet, List, NamedTuple, Optional, Union
 
 from ._enums import Attr, Format
 from ._load import ffi, lib, taken
 
-__all__ = ["DictionaryRow", "attribute_format", "attribute_name", "attribute_type", "attributes", "is_secret", "method_name",
+__all__ = ["DictionaryRow", "SecretBytes", "attribute_format", "attribute_name", "attribute_type", "attributes", "is_secret", "method_name",
            "service_name", "status_name"]
 
 # Shown in place of a secret.
 MASK = "********"
+
+
+class SecretBytes(bytes):
+    """Bytes that repr() and str() do not show: programs for tests and for errors print what they compare or hold.
+
+    All else is as of bytes: they are equal to others with the same bytes, have their hash, and are accepted in their
+    place. A part of them is secret too. ``bytes(value)`` are the same bytes as others are.
+    """
+
+    __slots__ = ()
+
+    def __repr__(self) -> str:
+        return repr(MASK) if self else "b''"
+
+    __str__ = __repr__
+
+    def __getitem__(self, key: Any) -> Any:
+        found = super().__getitem__(key)
+        return SecretBytes(found) if isinstance(found, bytes) else found
 
 
 class DictionaryRow(NamedTuple):

@@ -16,8 +16,8 @@ from typing import (Any, Dict, Iterable, Iterator, List, MutableSequence, NamedT
                     overload)
 
 from ._enums import Attr, AuthenOption, Format, MessageType, Method, ResultCode, Service, Status
-from ._load import Handle, ffi, lib
-from .dictionary import MASK, attribute_format, attribute_name, is_secret, resolve
+from ._load import Handle, ffi, lib, utf8
+from .dictionary import _SECRETS, MASK, SecretBytes, attribute_format, attribute_name, is_secret, resolve
 from .errors import ListSpentError, check, error
 
 __all__ = ["Attribute", "AttributeList", "BytesLike", "Key", "NativeList", "Value", "raw_value", "typed_value"]
@@ -101,7 +101,7 @@ def raw_value(type: int, value: Settable) -> bytes:
     if form == Format.STRING:
         if not isinstance(value, str):
             raise TypeError(f"{_shown(type)} is a text, not {value.__class__.__name__}; bytes are stored as they are")
-        encoded = value.encode("utf-8", "surrogateescape")
+        encoded = utf8(value, _shown(type))
         if b"\0" in encoded:
             raise ValueError(f"{_shown(type)}: the text has a NUL inside; give bytes if that is meant")
         return encoded + b"\0"
@@ -112,13 +112,24 @@ def _shown(type: int) -> str:
     return attribute_name(type) or f"type {type}"
 
 
-class Attribute(NamedTuple):
-    """One pair of a list. ``raw`` is the value as it is stored, numbers in the order of the machine."""
-
+class _AttributeFields(NamedTuple):
     type: int
     tag: int
     flags: int
     raw: bytes
+
+
+class Attribute(_AttributeFields):
+    """One pair of a list. ``raw`` is the value as it is stored, numbers in the order of the machine; of a password or the
+    like it is :class:`aaautil.SecretBytes`."""
+
+    __slots__ = ()
+
+    def __new__(cls, type: int, tag: int, flags: int, raw: bytes) -> "Attribute":
+        """A pair of what is given; lists check it when they take it."""
+        if raw.__class__ is bytes and isinstance(type, int) and type in _SECRETS:
+            raw = SecretBytes(raw)
+        return super().__new__(cls, type, tag, flags, raw)
 
     @property
     def name(self) -> Optional[str]:
@@ -188,9 +199,11 @@ def _pairs_in(room: _Room) -> List[Attribute]:
     used = size.bytes
     raw = room.view[:used]
     _wipe(room.view, used)
+    types = words[0::4]
     lengths = words[3::4]
-    values = [raw[end - length:end] for end, length in zip(accumulate(lengths), lengths)]
-    return list(map(_make_attribute, zip(words[0::4], words[1::4], words[2::4], values)))
+    values = [SecretBytes(raw[end - length:end]) if type in _SECRETS else raw[end - length:end]
+              for type, end, length in zip(types, accumulate(lengths), lengths)]
+    return list(map(_make_attribute, zip(types, words[1::4], words[2::4], values)))
 
 
 def _decode(data: bytes) -> Tuple[str, List[Attribute]]:
@@ -322,7 +335,7 @@ class AttributeList(MutableSequence[Attribute]):
     def name(self, name: str) -> None:
         if not isinstance(name, str):
             raise TypeError(f"the name of a list is a str, not {type(name).__name__}")
-        encoded = name.encode("utf-8", "surrogateescape")
+        encoded = utf8(name, "the name of a list")
         if len(encoded) >= _NAME_ROOM or b"\0" in encoded:
             raise ValueError(f"the name of a list has at most {_NAME_ROOM - 1} bytes and no NUL")
         self._name = encoded
@@ -377,9 +390,13 @@ class AttributeList(MutableSequence[Attribute]):
         self._pairs.insert(index, self._attribute(value))
 
     def __contains__(self, key: object) -> bool:
+        """Whether there is a pair of an attribute, or this pair. A name that no attribute has is a KeyError, so that
+        a mistyped name is not taken for an attribute that is absent; a number is a TypeError, as it is a position."""
         if isinstance(key, (Attr, str)):
             wanted = resolve(key)
             return any(pair.type == wanted for pair in self._pairs)
+        if isinstance(key, int):
+            raise TypeError("an attribute without a name is not looked up by 'in': use get(number) is not None, or types()")
         return key in self._pairs
 
     def __eq__(self, other: object) -> bool:

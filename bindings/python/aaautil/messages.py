@@ -7,7 +7,7 @@ The documents are those of ``aaactl --json decode``, made by the same code.
 import json
 from typing import Any, Dict, List, Union
 
-from ._load import ffi, lib, taken
+from ._load import ffi, lib, taken, utf8
 from .lists import BytesLike
 
 __all__ = ["decode", "encode", "kinds", "looks_like_text", "to_text", "unhex"]
@@ -72,7 +72,7 @@ def encode(description: Union[str, Dict[str, Any]]) -> bytes:
         description = json.dumps(description)
     if not isinstance(description, str):
         raise TypeError(f"a description is a dict or a str, not {type(description).__name__}")
-    text = description.encode("utf-8", "surrogateescape")
+    text = utf8(description, "a description")
     if not text.strip():
         raise ValueError("there is nothing to encode: the description is empty")
     return taken(lib.aaapy_read(text, len(text)))
@@ -82,7 +82,7 @@ def unhex(text: str) -> bytes:
     """Bytes from hexadecimal text: plain digits, or a dump of xxd or hexdump -Cv."""
     if not isinstance(text, str):
         raise TypeError(f"hexadecimal text is a str, not {type(text).__name__}")
-    encoded = text.encode("utf-8", "surrogateescape")
+    encoded = utf8(text, "hexadecimal text")
     return taken(lib.aaapy_unhex(encoded, len(encoded)))
 
 

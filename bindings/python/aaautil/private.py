@@ -18,7 +18,7 @@ import time
 from typing import Any, Dict, List, Optional, Sequence, Union
 
 from ._enums import Method
-from ._load import Handle
+from ._load import Handle, utf8
 from .client import Client
 from .sysdb import Database, Delete, Expect, Prune, Set, _raw
 
@@ -38,7 +38,7 @@ def _repeated(block: bytes, length: int) -> bytes:
 
 def hash_of(password: str, salt: str = "aaautil") -> str:
     """A hash of the form $5$ of crypt(5) with 1000 rounds: quick to check, so for tests only."""
-    key, seed, rounds = password.encode(), salt.encode(), 1000
+    key, seed, rounds = utf8(password, "a password"), salt.encode(), 1000
     other = hashlib.sha256(key + seed + key).digest()
     first = hashlib.sha256(key + seed + _repeated(other, len(key)))
     bits = len(key)
@@ -155,12 +155,16 @@ class PrivateService(Handle):
         return done.stdout
 
     def method_list(self, path: str, methods: Sequence[Union[int, str]]) -> None:
-        """Stores a method list, such as "authentication/login/default": up to four methods, groups by name."""
+        """Stores a method list, such as "authentication/login/default": up to four methods, groups by name.
+
+        A list of accounting has records of starts and stops made, as they come.
+        """
         if not 1 <= len(methods) <= 4:
             raise ValueError("a list has one to four methods")
         numbers = [int(Method.SERVER_GROUP) if isinstance(one, str) else int(one) for one in methods]
         names = [one if isinstance(one, str) else "" for one in methods]
-        self.apply([Set(f"/cfg/gl/aaa/{path}", tuple(numbers + [0] * (4 - len(numbers)) + names + [""] * (4 - len(names))))])
+        options = [0, 0, 0] if path.startswith("accounting/") else []
+        self.apply([Set(f"/cfg/gl/aaa/{path}", tuple(options + numbers + [0] * (4 - len(numbers)) + names + [""] * (4 - len(names))))])
 
     # -- the service
 

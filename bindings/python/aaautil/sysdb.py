@@ -10,12 +10,14 @@ import asyncio
 import os
 import select
 import sys
+import threading
 import time
 import weakref
 from collections import deque
 from typing import Any, Deque, Iterator, List, NamedTuple, Optional, Sequence, Tuple, Union
 
-from ._load import Handle, ffi, lib
+from ._load import Handle, ffi, lib, utf8
+from .dictionary import MASK, SecretBytes
 from .errors import AaaError, check, error
 from .lists import BytesLike
 
@@ -38,7 +40,7 @@ class ItemType:
 def _path(path: object, what: str = "a path") -> bytes:
     if not isinstance(path, str):
         raise TypeError(f"{what} is a str, not {type(path).__name__}")
-    encoded = path.encode("utf-8", "surrogateescape")
+    encoded = utf8(path, what)
     if b"\0" in encoded:
         raise ValueError(f"{what} has a NUL inside")
     return encoded
@@ -58,7 +60,13 @@ def _type(type: object) -> int:
 
 # ---- values
 
+# Of a call with a variable number of arguments.
+_MOST_FIELDS = 255
+
+
 def _pack_tuple(fields: Sequence[object]) -> bytes:
+    if not 0 < len(fields) <= _MOST_FIELDS:
+        raise ValueError(f"a tuple has 1 to {_MOST_FIELDS} fields, not {len(fields)}")
     form, arguments = "", []
     for field in fields:
         if isinstance(field, bool) or not isinstance(field, (int, str)):
@@ -70,9 +78,10 @@ def _pack_tuple(fields: Sequence[object]) -> bytes:
             arguments.append(ffi.cast("int", field if field < 1 << 31 else field - (1 << 32)))
         else:
             form += "%s"
-            arguments.append(ffi.new("char[]", _path(field, "a name of a tuple")))
-    if not 0 < len(fields) <= 255:
-        raise ValueError("a tuple has 1 to 255 fields")
+            name = _path(field, "a name of a tuple")
+            if len(name) >= lib.SYSDB_NAME_SIZE:
+                raise ValueError(f"a name of a tuple has {len(name)} bytes; at most {lib.SYSDB_NAME_SIZE - 1} are possible")
+            arguments.append(ffi.new("char[]", name))
     made = ffi.new("void **")
     length = ffi.new("uint32_t *")
     check(lib.sysdb_tuple_pack(made, length, form.encode(), *arguments), "the tuple cannot be made")
@@ -123,11 +132,34 @@ def _raw(value: object, type: Optional[int]) -> Tuple[int, bytes]:
     return found, raw
 
 
-class Item(NamedTuple):
-    """An item as it is stored."""
+def _masked(value: object) -> str:
+    """A value for repr(). The path, which may be relative, does not tell whether a text is a key or a password: no text is
+    shown, and no bytes."""
+    return repr(MASK) if isinstance(value, (str, bytes, bytearray, memoryview)) else repr(value)
 
+
+class _ItemFields(NamedTuple):
     type: int
     raw: bytes
+
+
+class Item(_ItemFields):
+    """An item as it is stored. repr() shows numbers and tuples; texts may be secret, so ``raw`` is
+    :class:`aaautil.SecretBytes` for all but numbers and tuples."""
+
+    __slots__ = ()
+
+    def __new__(cls, type: int, raw: bytes) -> "Item":
+        """An item of what is given."""
+        if raw.__class__ is bytes and type not in (ItemType.U32, ItemType.TUPLE):
+            raw = SecretBytes(raw)
+        return super().__new__(cls, type, raw)
+
+    def __repr__(self) -> str:
+        try:
+            return f"Item(type={self.type!r}, value={_masked(self.value)})"
+        except AaaError:
+            return f"Item(type={self.type!r}, raw={MASK!r})"
 
     @property
     def value(self) -> ItemValue:
@@ -138,7 +170,7 @@ class Item(NamedTuple):
             return _shown(self.raw[:-1])
         if self.type == ItemType.TUPLE:
             return _unpack_tuple(self.raw)
-        return self.raw
+        return bytes(self.raw)
 
 
 class Entry(NamedTuple):
@@ -156,11 +188,15 @@ class Entry(NamedTuple):
 # ---- changes
 
 class Set(NamedTuple):
-    """Creates or replaces an item."""
+    """Creates or replaces an item. repr() shows numbers and tuples; texts may be secret."""
 
     path: str
     value: Union[ItemValue, BytesLike, List[Union[int, str]]]
     type: Optional[int] = None
+
+    def __repr__(self) -> str:
+        more = "" if self.type is None else f", type={self.type!r}"
+        return f"Set({self.path!r}, {_masked(self.value)}{more})"
 
 
 class Delete(NamedTuple):
@@ -181,6 +217,10 @@ class Expect(NamedTuple):
     path: str
     value: Union[ItemValue, BytesLike, List[Union[int, str]], None]
     type: Optional[int] = None
+
+    def __repr__(self) -> str:
+        more = "" if self.type is None else f", type={self.type!r}"
+        return f"Expect({self.path!r}, {_masked(self.value)}{more})"
 
 
 class Change(NamedTuple):
@@ -391,6 +431,9 @@ class Watch(Handle):
         self._handle = 0
         self._changes: Deque[Change] = deque()
         self._waiter: "Optional[asyncio.Future[None]]" = None
+        # Closed by close(), which wakes a poll() of another thread.
+        self._end_of_wait: Optional[int] = None
+        self._waking = threading.Lock()
         self._pid = os.getpid()
         handle = ffi.new("sysdb_conn_t *")
         check(lib._sysdb_bind(handle, _path(bound), lib.SYSDB_BIND_PRIVATE), f"{bound}: the database cannot be opened")
@@ -423,29 +466,67 @@ class Watch(Handle):
         return self._descriptor
 
     def _dispatch(self) -> None:
-        check(lib.sysdb_dispatch(self._open()), "the changes cannot be read")
+        code = lib.sysdb_dispatch(self._open())
+        if code and self._handle:  # another thread may have closed it meanwhile
+            raise error("the changes cannot be read", code)
 
     def poll(self, timeout: Optional[float] = 0.0) -> List[Change]:
-        """Changes since the last call; waits for the first as many seconds, or without a limit for None."""
+        """Changes since the last call; waits for the first as many seconds, or without a limit for None.
+
+        close() in another thread ends the wait: the result is what has been found until then.
+        """
         if not self._changes:
             self._dispatch()
-        waits = select.poll()
-        waits.register(self.fileno(), select.POLLIN)
-        deadline = None if timeout is None else time.monotonic() + timeout
-        while not self._changes:
-            left = None if deadline is None else deadline - time.monotonic()
-            if left is not None and left <= 0:
-                break
-            waits.poll(None if left is None else left * 1000)
-            self._dispatch()
+        if not self._changes and (timeout is None or timeout > 0):
+            self._wait(None if timeout is None else time.monotonic() + timeout)
         found = list(self._changes)
         self._changes.clear()
         return found
 
+    def _wait(self, deadline: Optional[float]) -> None:
+        end, other_end = os.pipe()
+        try:
+            with self._waking:
+                if self._end_of_wait is not None:
+                    raise RuntimeError("another thread waits for this watch: make one for each thread")
+                self._end_of_wait = other_end
+            waits = select.poll()
+            waits.register(end, select.POLLIN)
+            waits.register(self.fileno(), select.POLLIN)
+            while not self._changes and self._handle:
+                left = None if deadline is None else deadline - time.monotonic()
+                if left is not None and left <= 0:
+                    break
+                waits.poll(None if left is None else left * 1000)
+                if self._handle:
+                    self._dispatch()
+        finally:
+            os.close(end)
+            with self._waking:
+                if self._end_of_wait == other_end:
+                    self._end_of_wait = None
+                    os.close(other_end)
+
     def close(self) -> None:
-        """Ends the watch, and a loop that waits for it; nothing happens when it is closed."""
+        """Ends the watch, and a loop or a thread that waits for it; nothing happens when it is closed."""
         handle, self._handle = self._handle, 0
         waiter, self._waiter = self._waiter, None
+        with self._waking:
+            end, self._end_of_wait = self._end_of_wait, None
+            if end is not None:
+                os.close(end)
+        if waiter is not None and self._pid == os.getpid():
+            loop = waiter.get_loop()
+            try:
+                if not loop.is_closed() and loop is not _running_loop():
+                    # The descriptor is closed when the loop has let go of it, and not before.
+                    loop.call_soon_threadsafe(self._end, handle, waiter)
+                    return
+            except RuntimeError:
+                pass  # it was closed at this moment
+        self._end(handle, waiter)
+
+    def _end(self, handle: int, waiter: "Optional[asyncio.Future[None]]") -> None:
         if waiter is not None:
             loop = waiter.get_loop()
             if not loop.is_closed():
@@ -500,6 +581,13 @@ class Watch(Handle):
             if self._waiter is waiter:
                 self._waiter = None
                 loop.remove_reader(self._descriptor)
+
+
+def _running_loop() -> Optional[asyncio.AbstractEventLoop]:
+    try:
+        return asyncio.get_running_loop()
+    except RuntimeError:
+        return None
 
 
 def _wake(waiter: "asyncio.Future[None]") -> None:

@@ -46,6 +46,12 @@ std::uint64_t checksum_of(const Record &record) {
     return sum;
 }
 
+// False when there is none, or half of one.
+bool read_record(const Descriptor &file, Record &record) {
+    return file && pread(file.get(), &record, sizeof record, 0) == sizeof record &&
+           record.magic == Record{}.magic && record.checksum == checksum_of(record);
+}
+
 bool read_boot(std::array<char, kBootSize + 4> &boot) {
     const Descriptor file = open_at(AT_FDCWD, kBootFile, O_RDONLY);
     return file && read(file.get(), boot.data(), kBootSize) == static_cast<ssize_t>(kBootSize);
@@ -109,6 +115,12 @@ void CleanMark::open_file(const Directory &directory, const CheckedFile &file) {
     }
 }
 
+void CleanMark::remove(const Directory &directory, const std::string &name) {
+    if (directory.may_make_files()) {
+        unlinkat(directory.get(), name.c_str(), 0);
+    }
+}
+
 void CleanMark::open(const Directory &directory, const std::string &name, FileRights rights) {
     name_ = name;
     rights_ = rights;
@@ -122,9 +134,12 @@ void CleanMark::open(const Directory &directory, const std::string &name, FileRi
 bool CleanMark::holds(const FileState &state) const {
     Record record;
     const auto *now = boot();
-    return file_ && now != nullptr && pread(file_.get(), &record, sizeof record, 0) == sizeof record &&
-           record.magic == Record{}.magic && record.checksum == checksum_of(record) && record.boot == *now &&
-           record.state == state;
+    return now != nullptr && read_record(file_, record) && record.boot == *now && record.state == state;
+}
+
+bool CleanMark::tells_of_contents() const {
+    Record record;
+    return read_record(file_, record) && record.state.size != 0 && record.state.txnid != 0;
 }
 
 bool CleanMark::is_open_to_write(const Directory &directory) {

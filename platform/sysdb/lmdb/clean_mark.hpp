@@ -11,6 +11,9 @@
 // writes the mark. It does not protect against the group's members, who may write the
 // database itself at any time.
 //
+// An empty data file with a mark has lost its contents: the mark is written after the first
+// transaction. An empty file without one is new.
+//
 // The file is read and written with system calls only, never mapped. A mark that cannot
 // be written is not an error.
 #pragma once
@@ -42,11 +45,17 @@ bool state_of(int data_fd, std::uint64_t txnid, FileState &state);
 
 class CleanMark {
   public:
+    // Removes the mark of an earlier file, before a new one gets the name: the mark would say that the new
+    // one has lost its contents.
+    static void remove(const Directory &directory, const std::string &name);
+
     // Opens the mark if there is one. Rights are those that a new one gets.
     void open(const Directory &directory, const std::string &name, FileRights rights);
 
     // Whether the mark is for this state, and was written since the machine started.
     bool holds(const FileState &state) const;
+    // Whether it was written, in this start of the machine or an earlier one, for a file that had contents.
+    bool tells_of_contents() const;
     // Marks the present state, which is that of this transaction. Makes the file if it is
     // missing.
     void write(const Directory &directory, int data_fd, std::uint64_t txnid);

@@ -81,7 +81,7 @@ cerrno DatabaseFiles::prepare() {
     rc = rc == 0 ? prepare_data() : rc;
     rc = rc == 0 ? prepare_lock() : rc;
     if (rc == 0) {
-        mark_.open(directory_, name_ + "-state", {data_.mode & 0666, data_.group});
+        mark_.open(directory_, mark_name(), {data_.mode & 0666, data_.group});
     }
     return rc;
 }
@@ -91,6 +91,7 @@ cerrno DatabaseFiles::prepare() {
 cerrno DatabaseFiles::prepare_data() {
     cerrno rc = check_file(directory_, name_, data_);
     if (rc == SYSDB_ERR_NOT_FOUND) {
+        CleanMark::remove(directory_, mark_name());
         return make_file(directory_, name_, rights_in(directory_), data_);
     }
     if (rc == 0 && has_no_transaction()) {
@@ -124,6 +125,12 @@ bool DatabaseFiles::has_no_transaction() const {
     const Descriptor file = open_to_read();
     const FileHead head = file ? inspect_head(file.get()) : FileHead{};
     return file && head.fault == nullptr && head.txnid == 0;
+}
+
+// The mark first: who makes the file writes contents, then the mark.
+bool DatabaseFiles::has_lost_contents(int fd) const {
+    struct stat status;
+    return mark_.tells_of_contents() && fstat(fd, &status) == 0 && status.st_size == 0;
 }
 
 Descriptor DatabaseFiles::open_to_read() const {

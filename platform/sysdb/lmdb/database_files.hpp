@@ -37,11 +37,14 @@ class DatabaseFiles {
 
     const std::string &path() const { return path_; }
     std::string lock_path() const { return path_ + "-lock"; }
+    std::string mark_name() const { return name_ + "-state"; }
     const Directory &directory() const { return directory_; }
     const FileIdentity &identity() const { return data_.identity; }
     int data_fd() const { return data_fd_; }
     // A descriptor of its own to read the data file; empty with errno.
     Descriptor open_to_read() const;
+    // Whether the data file is empty and once was not.
+    bool has_lost_contents(int fd) const;
 
     // Between these two, LMDB's calls of open() with the file's path are for this object.
     void begin_opening();

@@ -9,6 +9,7 @@
 
 #include "environment.hpp"
 #include "host.hpp"
+#include "new_directory.hpp"
 #include "page_check.hpp"
 
 namespace sysdb_lmdb {
@@ -73,6 +74,12 @@ cerrno Environment::open_file(std::size_t map_bytes) {
             return prepared;
         }
         const Descriptor data = files_.open_to_read();
+        if (data && files_.has_lost_contents(data.get())) {
+            if (attempt == 0) {
+                continue;  // the mark may be of a file that was just removed
+            }
+            return report_damage(kEmptiedFile);
+        }
         const FileHead head = data ? inspect_head(data.get()) : FileHead{};
         if (head.fault != nullptr) {
             return report_damage(head.fault);
@@ -119,10 +126,16 @@ cerrno Environment::open(Tree tree, const Settings &settings, EnvironmentPtr &re
 }
 
 cerrno Environment::report_damage(const char *fault) {
+    const std::string data = shell_word(file());
+    const std::string lock = shell_word(files_.lock_path());
     log(kLogError,
-        "database %s cannot be used: %s; restore it from a backup, or remove it (with %s) to begin with an "
-        "empty one",
-        file().c_str(), fault, files_.lock_path().c_str());
+        tree_ == Tree::kCfg
+            ? "database %s cannot be used: %s; restore it from a backup: rm -f %s %s && aaactl sysdb load "
+              "BACKUP "
+              "(without a backup, \"rm\" alone begins with an empty one)"
+            : "database %s cannot be used: %s; it holds nothing that is kept, so begin with an empty one: "
+              "rm -f %s %s && aaactl sg publish",
+        file().c_str(), fault, data.c_str(), lock.c_str());
     return SYSDB_ERR_CORRUPT;
 }
 

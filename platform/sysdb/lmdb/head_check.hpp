@@ -11,6 +11,7 @@
 namespace sysdb_lmdb {
 
 inline constexpr char kTruncatedFile[] = "it is truncated";
+inline constexpr char kEmptiedFile[] = "it is empty, and it held data before";
 
 struct FileHead {
     const char *fault = nullptr;  // the defect, or null

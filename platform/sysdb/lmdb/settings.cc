@@ -25,6 +25,7 @@ constexpr char kRunDefault[] = "/run/aaa/sysdb";
 constexpr char kGroupFile[] = "/etc/group";
 constexpr char kGroupOfProcesses[] = "aaa";
 constexpr gid_t kGroupOfRoot = 0;
+constexpr auto kNoGroup = static_cast<gid_t>(-1);  // of calls that leave the group as it is
 
 constexpr std::size_t kMebibyte = std::size_t{1024} * 1024;
 constexpr unsigned long kDefaultMapMebibytes = 256;
@@ -96,20 +97,29 @@ std::optional<gid_t> group_setting() {
         return std::nullopt;
     }
     unsigned long number = 0;
-    if (parse_number(value, number)) {
-        return static_cast<gid_t>(number);
+    if (!parse_number(value, number)) {
+        return group_of_name(value);
     }
-    const std::optional<gid_t> group = group_of_name(value);
-    if (!group) {
-        log(kLogWarning, "%s=%s: %s has no such group, so the setting is not used", kGroupVariable, value,
-            kGroupFile);
+    return number < kNoGroup ? std::optional(static_cast<gid_t>(number)) : std::nullopt;
+}
+
+// At the start of each process, and not only of one that makes a directory: the setting is wrong before it
+// has an effect.
+void check_group_setting() {
+    const char *value = secure_getenv(kGroupVariable);
+    if (value == nullptr || *value == '\0' || group_setting()) {
+        return;
     }
-    return group;
+    const bool has_usual = group_of_name(kGroupOfProcesses).has_value();
+    log(kLogWarning, "%s=%s is neither a group of %s nor a number below %u; %s is used", kGroupVariable,
+        value, kGroupFile, static_cast<unsigned>(kNoGroup),
+        has_usual ? "the group aaa, or that of the directory above," : "the group of the directory above");
 }
 
 }  // namespace
 
 Settings read_settings() {
+    check_group_setting();
     return {directory_from(kCfgVariable, kCfgDefault) + "/cfg.mdb",
             directory_from(kRunVariable, kRunDefault) + "/oper.mdb",
             number_from(kMapVariable, kMaxMapMebibytes, kDefaultMapMebibytes) * kMebibyte,

@@ -53,6 +53,12 @@ TEST(Help, SuggestsACommand) {
               "aaactl: \"x\" is not a command of aaactl lint, which has none\n");
 }
 
+TEST(Help, KnowsTheOtherNamesOfACommand) {
+    const auto run = aaactl({"help", "sysdb", "rm"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, aaactl({"help", "sysdb", "del"}).out);
+}
+
 TEST(Help, IsADocumentToo) {
     const auto json = aaactl({"help", "attr", "--json"}).json();
     EXPECT_EQ(json["command"], "aaactl attr");

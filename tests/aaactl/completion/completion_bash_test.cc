@@ -103,8 +103,9 @@ TEST_F(BashCompletion, CompletesGroupsListsAndServers) {
 TEST_F(BashCompletion, CompletesCommits) {
     add({"commit", "before-upgrade"});
     add({"commit", "with blank"});
-    add({"rollback", "1"});
-    for (const std::string &word : Lines{"3", "before-upgrade", "last", "with blank"}) {
+    add({"mlist", "set", "authentication", "login", "default", "local"});
+    add({"rollback", "2"});  // and a commit of the change
+    for (const std::string &word : Lines{"4", "before-upgrade", "last", "with blank"}) {
         EXPECT_EQ(offered("rollback " + word.substr(0, 1)), Lines{word});
     }
     EXPECT_EQ(offered("show commit be"), Lines{"before-upgrade"});

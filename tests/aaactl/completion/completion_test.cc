@@ -152,8 +152,9 @@ TEST_P(Completion, CompletesGroupsListsAndServers) {
 
 TEST_P(Completion, CompletesCommits) {
     ASSERT_EQ(aaactl({"commit", "before-upgrade"}).status, 0);
+    ASSERT_EQ(aaactl({"mlist", "set", "authentication", "login", "default", "local"}).status, 0);
     ASSERT_EQ(aaactl({"rollback", "1"}).status, 0);
-    EXPECT_EQ(offered("rollback 2"), Lines{"2"});
+    EXPECT_EQ(offered("rollback 3"), Lines{"3"});
     EXPECT_EQ(offered("show commit be"), Lines{"before-upgrade"});
     EXPECT_EQ(offered("diff before-upgrade ru"), Lines{"running"});
     EXPECT_EQ(offered("rollback l"), Lines{"last"});

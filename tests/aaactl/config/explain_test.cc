@@ -220,8 +220,9 @@ TEST_F(Explain, ADanglingGroupKeepsClientsFromReadingTheList) {
     EXPECT_TRUE(
         contains(text.out, "/login/default\n\nThe lookup fails: the server group \"gone\" has no number ("))
         << text.out;
-    EXPECT_TRUE(
-        contains(text.out, "); no method is tried, not even \"local\": no one can log in.\n\nerror: "))
+    EXPECT_TRUE(contains(text.out,
+                         "); no method is tried, not even \"local\": programs that ask the library refuse "
+                         "every login; aaad reads the list itself.\n\nerror: "))
         << text.out;
     EXPECT_FALSE(contains(text.out, "cannot answer")) << text.out;
     EXPECT_FALSE(contains(text.out, "2. local")) << text.out;
@@ -269,7 +270,7 @@ TEST_F(Explain, SaysFirstWhereAWrongNumberLeads) {
     expect_first(
         {"authentication", "login"},
         "The number of server group \"corp\" is 0, which ends the list: no method is tried, not even "
-        "\"local\": no one can log in.",
+        "\"local\": programs that ask the library refuse every login; aaad reads the list itself.",
         "lock-out");
     EXPECT_EQ(explain_json({"authentication", "login"}).json()["tried"], false);
     put(kMaps + "sg_name_map/radius/corp", "u32", "1777");
@@ -280,7 +281,7 @@ TEST_F(Explain, SaysFirstWhereAWrongNumberLeads) {
     expect_first(
         {"authentication", "login", "--list", "alone"},
         "The number 1777 of server group \"corp\" leads to no group, so none of its servers is asked: "
-        "no one can log in.",
+        "programs that ask the library refuse every login; aaad reads the list itself.",
         "lock-out");
     put(kMaps + "sg_name_map/radius/corp", "u32", "1001");
     put(kMaps + "sg_num_map/radius/0x3e9", "string", "other");
@@ -302,8 +303,9 @@ TEST_F(Explain, WithoutNumbersNoOneCanLogInUntilTheyArePublished) {
     EXPECT_TRUE(contains(text.out, "\n\nThe lookup fails: the server group \"corp\" has no number ("))
         << text.out;
     EXPECT_FALSE(contains(text.out, "1. ")) << text.out;
-    EXPECT_TRUE(
-        contains(text.out, "no one can log in [lock-out]\n    number all server groups: aaactl sg publish"))
+    EXPECT_TRUE(contains(text.out,
+                         "programs that ask the library refuse every login; aaad reads the list itself "
+                         "[lock-out]\n    number all server groups: aaactl sg publish"))
         << text.out;
     ASSERT_EQ(run({"sg", "publish"}).status, 0);
     EXPECT_EQ(explain({"authentication", "login"}).status, 0);
@@ -360,9 +362,9 @@ TEST_F(Explain, ProgramsCannotAskALineForItsPassword) {
     EXPECT_EQ(found(run),
               std::vector<std::string>{"error unsuitable-list /cfg/gl/aaa/authentication/login/default"});
     EXPECT_EQ(run.json()["tried"], false);
-    EXPECT_TRUE(
-        contains(explain({"authentication", "api"}).out,
-                 "The library refuses the list for this service; no method is tried: no one can log in."));
+    EXPECT_TRUE(contains(explain({"authentication", "api"}).out,
+                         "The library refuses the list for this service; no method is tried: programs that "
+                         "ask the library refuse every login; aaad reads the list itself."));
 }
 
 TEST_F(Explain, EscapesWhatTheDatabaseHolds) {

@@ -58,6 +58,10 @@ TEST_F(Lint, AnEmptyDatabaseLacksOnlyLogins) {
     ASSERT_EQ(run({"sysdb", "del", "-r", "/cfg/gl"}).status, 0);
     ASSERT_EQ(run({"sysdb", "del", "-r", "/oper/aaa"}).status, 0);
     EXPECT_EQ(lint(), Lines{"error no-default-list " + kLogin});
+    // The service answers with its fallback.
+    const std::string text = run({"lint"}).out;
+    EXPECT_TRUE(contains(text, "or the fallback of aaad.conf [no-default-list]")) << text;
+    EXPECT_FALSE(contains(text, "no one can log in")) << text;
     EXPECT_EQ(run({"lint"}).status, 1);
     const auto explained = run({"explain", "authentication", "login", "--json"});
     EXPECT_EQ(explained.status, 1);
@@ -176,6 +180,55 @@ TEST_F(Lint, FindsNamesThatLeadElsewhere) {
     server("tacacs/local", "0x1/192.0.2.31");
     number("tacacs", "local", 3002);
     EXPECT_EQ(lint(), Lines{"error reserved-name " + kGroups + "tacacs/local/"});
+}
+
+// The remedies named no command, or one that was refused.
+TEST_F(Lint, RemediesOfNamesAndMissingServersAreCommandsThatWork) {
+    const auto follow = [](const std::string &code) {
+        std::string command;
+        const auto document = run({"lint", "--json"}).json();
+        for (const auto &finding : document["findings"]) {
+            const std::string remedy = finding["remedy"].text();
+            if (finding["code"] == code) {
+                command = remedy.substr(remedy.rfind(": ") + 2);
+            }
+        }
+        const std::string program = AAACTL_PROGRAM;
+        const std::string shell =
+            "PATH=" + program.substr(0, program.rfind('/')) + ":$PATH; AAA_LOG=none; export PATH AAA_LOG; " +
+            "AAA_SYSDB_PROVIDER=" AAACTL_PROVIDER "; export AAA_SYSDB_PROVIDER; " + command + " >/dev/null";
+        EXPECT_EQ(system(shell.c_str()), 0) << command;
+        return command;
+    };
+    server("tacacs/corp", "0x1/192.0.2.31");
+    put(kGroups + "tacacs/corp/server-private/0x2/192.0.2.32", "u32", "1");
+    EXPECT_EQ(lint(), Lines{"error ambiguous-group " + kGroups + "tacacs/corp/"});
+    EXPECT_EQ(follow("ambiguous-group"),
+              "aaactl sg add tacacs corp-tacacs 192.0.2.31 && aaactl sg add --private tacacs corp-tacacs "
+              "192.0.2.32 && aaactl sg del --force tacacs corp");
+    put(kGroups + "tacacs/corp-tacacs/settings/transport", "string", "tls");
+    EXPECT_EQ(lint(), Lines{});
+    server("tacacs/local", "0x1/192.0.2.31");
+    number("tacacs", "local", 3777);
+    EXPECT_EQ(follow("reserved-name"),
+              "aaactl sg add tacacs local-tacacs 192.0.2.31 && aaactl sg del --force tacacs local");
+    put(kGroups + "tacacs/local-tacacs/settings/transport", "string", "tls");
+    EXPECT_EQ(lint(), Lines{});
+    list("authentication/login/default", R"(3, 2, 0, 0, "", "", "", "")");
+    EXPECT_EQ(lint(), Lines{"error no-servers /cfg/gl/aaa/radius/host/"});
+    EXPECT_EQ(follow("no-servers"), "aaactl mlist set authentication login default local");
+    EXPECT_EQ(lint(), Lines{});
+}
+
+TEST_F(Lint, FindsAServerInTwoSpellings) {
+    const std::string servers = kGroups + "radius/corp/server/";
+    server("radius/corp", "0x3/2001:0DB8:0::21,1645,1646");  // 0x2 is 2001:db8::21
+    EXPECT_EQ(lint(), Lines{"warning duplicate-server " + servers + "0x3/2001:0DB8:0::21,1645,1646"});
+    const auto document = run({"lint", "--json"}).json();
+    EXPECT_EQ(document["findings"][0]["remedy"].text(),
+              "delete one of the entries: aaactl sysdb del " + servers + "0x3/2001:0DB8:0::21,1645,1646");
+    EXPECT_NE(document["findings"][0]["text"].text().find(" already, as 2001:db8::21,1645,1646"),
+              std::string::npos);
 }
 
 TEST_F(Lint, FindsServersThatAreNoneOrTwice) {

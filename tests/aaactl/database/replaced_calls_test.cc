@@ -34,7 +34,8 @@ class OneMessage : public aaactl_test::DatabaseTest {
 
 TEST_F(OneMessage, OfMasterKeysNamesTheFileOnceAndTheRemedy) {
     const std::string file = dir().path("master.keys");
-    const std::string remedy = "there is no such file; create it with \"aaactl key new-master\"";
+    const std::string remedy =
+        "there is no such file; restore it from a backup, or if no key is sealed yet: aaactl key new-master";
     expect_one({"key", "seal"}, "the key cannot be sealed with " + file + ": " + remedy);
     expect_one({"key", "masters"}, file + ": Master key file cannot be used: " + remedy);
     dir().write("master.keys", "no keys\n", 0600);
@@ -108,7 +109,8 @@ TEST_F(OneMessage, CommandsThatReadMakeNoDatabase) {
 TEST_F(OneMessage, OfACommandIsNotAboutTheDatabaseThatItDoesNotUse) {
     std::filesystem::create_directory(dir().path("cfg"));
     dir().write("cfg/cfg.mdb", std::string(8192, 'x'), 0600);
-    const std::string remedy = "there is no such file; create it with \"aaactl key new-master\"";
+    const std::string remedy =
+        "there is no such file; restore it from a backup, or if no key is sealed yet: aaactl key new-master";
     const auto masters = aaactl({"key", "masters"});
     EXPECT_EQ(masters.err,
               "aaactl: " + dir().path("master.keys") + ": Master key file cannot be used: " + remedy + "\n");
@@ -127,6 +129,30 @@ TEST_F(OneMessage, WarningsAreLeftToTheLog) {
     for (const std::vector<std::string> &args :
          {std::vector<std::string>{"lint"}, {"explain", "authentication", "login"}, {"sg", "list"}}) {
         EXPECT_EQ(aaactl(args).err.find('%'), std::string::npos) << aaactl(args).err;
+    }
+}
+
+// Only errors were shown: a misspelt setting had no effect, and no one was told.
+TEST_F(OneMessage, ASettingThatIsNotUsedIsNamed) {
+    const ScopedEnv log("AAA_LOG", "");
+    const struct {
+        const char *variable, *value, *used;
+    } settings[] = {{"AAA_SYSDB_MAP_MIB", "plenty", "; 256 is used\n"},
+                    {"AAA_SYSDB_WAIT_MS", "-1", "; 5000 is used\n"},
+                    {"AAA_SYSDB_GROUP", "no such group", " the directory above"},
+                    {"AAA_SYSDB_GROUP", "4294967296", " the directory above"}};
+    for (const auto &[variable, value, used] : settings) {
+        const ScopedEnv setting(variable, value);
+        for (const std::vector<std::string> &words :
+             {std::vector<std::string>{"sysdb", "ls", "/cfg/"}, {"sysdb", "get", "/cfg/nothing"}}) {
+            const auto run = aaactl_test::aaactl(words);
+            const std::string line = std::string("aaactl: ") + variable + "=" + value + " is n";
+            const size_t at = run.err.find(line);
+            ASSERT_NE(at, std::string::npos) << run.err;
+            EXPECT_NE(run.err.find(used, at), std::string::npos) << run.err;
+            EXPECT_EQ(run.err.find(line, at + 1), std::string::npos) << "once: " << run.err;
+            EXPECT_EQ(run.err.find('%'), std::string::npos) << run.err;
+        }
     }
 }
 

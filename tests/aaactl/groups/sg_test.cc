@@ -151,9 +151,8 @@ TEST_F(Groups, OfListsAreNotDeletedByMistake) {
     const std::string before = aaactl({"sysdb", "dump"}).out;
     const std::string lists =
         "aaactl: method list authentication login default: without corp requests are left to local\n"
-        "aaactl: method list authentication login vty: without corp it has no method that can work: no one "
-        "can "
-        "log in\n";
+        "aaactl: method list authentication login vty: without corp it has no method that can work: every "
+        "login that uses it is refused\n";
     const std::string remedy =
         ": 2 method lists name it; change these lists first with \"aaactl mlist set\", or use --force\n";
     const auto group = aaactl({"sg", "del", "radius", "corp"});
@@ -206,6 +205,25 @@ TEST_F(Groups, RefusesNamesAndServersThatAreNone) {
     EXPECT_EQ(aaactl({"sg", "add", "tacacs", "corp", "::1", "::1,1"}).status, 2) << "twice";
     EXPECT_EQ(aaactl({"sg", "add", "ldap", "corp"}).status, 2);
     EXPECT_EQ(aaactl({"sg", "list"}).out, "PROTOCOL  NAME  NUMBER  SERVERS\n");
+}
+
+// Two entries of one server would be asked one after the other.
+TEST_F(Groups, AnAddressHasOneSpelling) {
+    const std::string servers = "/cfg/gl/aaa/group-server/radius/six/server/";
+    ASSERT_EQ(aaactl({"sg", "add", "radius", "six", "2001:0DB8:0:0::1"}).status, 0);
+    EXPECT_EQ(value_of(servers + "0x1/2001:db8::1,1812,1813"), "1");
+    EXPECT_EQ(aaactl({"sg", "add", "radius", "six", "2001:db8:0::3", "2001:DB8::3"}).status, 2)
+        << "given twice";
+    EXPECT_EQ(aaactl({"sg", "add", "radius", "six", "2001:db8:0::1"}).status, 1);
+    // As other programs, and older versions, have stored it.
+    put(servers + "0x2/2001:DB8::2,1812,1813", "u32", "1");
+    const auto refused = aaactl({"sg", "add", "radius", "six", "2001:db8::2"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.err.find("the group has it already, as 2001:DB8::2,1812,1813"), std::string::npos)
+        << refused.err;
+    EXPECT_EQ(aaactl({"sg", "add", "radius", "six", "2001:db8::2,1645"}).status, 0) << "another port";
+    EXPECT_EQ(aaactl({"sg", "del", "radius", "six", "2001:0db8::2,1812,1813"}).status, 0);
+    EXPECT_EQ(value_of(servers + "0x2/2001:DB8::2,1812,1813"), "");
 }
 
 TEST_F(Groups, AStaleEntryOfTheHighestNumberBlocksNoGroup) {

@@ -52,7 +52,7 @@ bool contains(const std::string &text, const std::string &part) {
 
 TEST_F(Edit, CommitsWhatTheEditorSaved) {
     editor("sed -i 's/limit u32 1/limit u32 2/' \"$1\"");
-    const auto run = aaactl({"edit", "--yes", "-m", "why"});
+    const auto run = aaactl({"edit", "--force", "--yes", "-m", "why"});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.out,
               "- item /cfg/gl/aaa/site/limit u32 1\n"
@@ -66,20 +66,20 @@ TEST_F(Edit, CommitsWhatTheEditorSaved) {
 
 TEST_F(Edit, TheDocumentNamesTheLines) {
     editor("sed -i 's/limit u32 1/limit u32 2/' \"$1\"");
-    const auto json = aaactl({"edit", "--yes", "--json", "--confirm", "5"}).json();
+    const auto json = aaactl({"edit", "--force", "--yes", "--json", "--confirm", "5"}).json();
     EXPECT_TRUE(contains(json.dump(), "\"changed\":true"));
     EXPECT_EQ(json["lines"].size(), 2u);
     EXPECT_TRUE(json.contains("confirm_until"));
     done({"cancel"});
     EXPECT_EQ(shown(), limit(1) + "end\n");
     editor("exit 0");
-    EXPECT_EQ(aaactl({"edit", "--yes", "--json"}).json().dump(), "{\"changed\":false}");
+    EXPECT_EQ(aaactl({"edit", "--force", "--yes", "--json"}).json().dump(), "{\"changed\":false}");
 }
 
 TEST_F(Edit, VisualComesFirstAndMayHaveOptions) {
     editor("exit 9");
     const ScopedEnv visual("VISUAL", "sed -i 's/limit u32 1/limit u32 3/'");
-    EXPECT_EQ(aaactl({"edit", "--yes"}).status, 0);
+    EXPECT_EQ(aaactl({"edit", "--force", "--yes"}).status, 0);
     EXPECT_EQ(shown(), limit(3) + "end\n");
 }
 
@@ -91,7 +91,7 @@ TEST_F(Edit, TheFileIsPrivateAndKeysStaySealed) {
     const std::string before = shown();
     editor("stat -c %a \"$1\" \"$(dirname \"$1\")\" >" + dir().path("modes") + "; cp \"$1\" " +
            dir().path("copy") + "; sed -i 's/limit u32 1/limit u32 2/' \"$1\"");
-    EXPECT_EQ(aaactl({"edit", "--yes"}).status, 0);
+    EXPECT_EQ(aaactl({"edit", "--force", "--yes"}).status, 0);
     EXPECT_EQ(dir().read("modes"), "600\n700\n");
     EXPECT_FALSE(contains(dir().read("copy"), "hunter"));
     EXPECT_TRUE(contains(dir().read("copy"), "key 7 01"));
@@ -146,7 +146,7 @@ TEST_F(Edit, WhatOthersChangedMeanwhileIsNotUndone) {
     const std::string path = std::getenv("PATH");
     const ScopedEnv provider("AAA_SYSDB_PROVIDER", AAACTL_PROVIDER);
     setenv("PATH", (std::filesystem::path(AAACTL_PROGRAM).parent_path().string() + ":" + path).c_str(), 1);
-    const auto run = aaactl({"edit", "--yes"});
+    const auto run = aaactl({"edit", "--force", "--yes"});
     setenv("PATH", path.c_str(), 1);
     EXPECT_EQ(run.status, 1);
     EXPECT_TRUE(contains(run.err, "changed meanwhile by another process, at /cfg/gl/aaa/site/other"))
@@ -161,7 +161,7 @@ TEST_F(Edit, ACommitOfTheSameStateMeanwhileIsTheOneBefore) {
     done({"commit", "base"});
     editor(std::string("AAA_SYSDB_PROVIDER=") + AAACTL_PROVIDER + " " + AAACTL_PROGRAM +
            " commit other >/dev/null && sed -i 's/limit u32 1/limit u32 2/' \"$1\"");
-    const auto run = aaactl({"edit", "--yes"});
+    const auto run = aaactl({"edit", "--force", "--yes"});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(kinds(), (Kinds{"edit", "commit", "commit"}));
 }
@@ -180,6 +180,136 @@ TEST_F(Edit, NewErrorsNeedForceWithoutATerminal) {
     EXPECT_FALSE(contains(shown(), "192.0.2.1"));
 }
 
+TEST_F(Edit, ChecksItemsAsLoadDoes) {
+    editor("sed -i 's/^end/item \\/cfg\\/gl\\/aaa\\/radius\\/settings\\/timeuot u32 5000\\nend/' \"$1\"");
+    const auto run = aaactl({"edit", "--yes"});
+    EXPECT_EQ(run.status, 3);
+    EXPECT_TRUE(contains(run.err, "line 5: /cfg/gl/aaa/radius/settings/timeuot: ")) << run.err;
+    EXPECT_TRUE(contains(run.err, "the text is kept in " + kept())) << run.err;
+    EXPECT_EQ(shown(), limit(1) + "end\n") << "an item that is stored stays";
+    std::filesystem::remove_all(std::filesystem::path(kept()).parent_path());
+    EXPECT_EQ(aaactl({"edit", "--yes", "--force"}).status, 0);
+    EXPECT_TRUE(contains(shown(), "timeuot"));
+}
+
+// ---- what was typed is not lost
+
+TEST_F(Edit, ATextThatIsKeptCanBeGoneOnWith) {
+    editor("sed -i 's/^end/item \\/cfg\\/gl\\/aaa\\/history\\/commits u32 1\\nend/' \"$1\"");
+    const auto run = aaactl({"edit", "--yes", "-m", "two words", "--confirm", "5"});
+    EXPECT_EQ(run.status, 3) << run.out;
+    const std::string file = kept();
+    EXPECT_TRUE(contains(run.err, "the text is kept in " + file +
+                                      ", and \"aaactl edit -m 'two words' --confirm 5 " + file +
+                                      "\" goes on with it"))
+        << run.err;
+    editor("sed -i 's/commits u32 1$/commits u32 9/' \"$1\"");
+    const auto next = aaactl({"edit", "--yes", file});
+    EXPECT_EQ(next.status, 0) << next.err;
+    EXPECT_TRUE(contains(shown(), "history/commits u32 9"));
+    EXPECT_TRUE(nothing_left()) << "what is stored is not kept";
+}
+
+TEST_F(Edit, AFileOfTheUserStays) {
+    const std::string file = dir().write("mine", limit(1) + limit(2).replace(22, 5, "other") + "end\n");
+    editor("exit 0");
+    const auto run = aaactl({"edit", "--yes", "--force", file});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_TRUE(contains(shown(), "site/other u32 2")) << shown();
+    EXPECT_NE(dir().read("mine"), "");
+    EXPECT_EQ(aaactl({"edit", "--yes", dir().path("missing")}).status, 4);
+    EXPECT_TRUE(nothing_left());
+}
+
+TEST_F(Edit, ASignalAtTheQuestionNamesTheText) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        editor("sed -i 's/u32 1/u32 2/' \"$1\"");
+        Started edit({"edit", "--force"}, Started::On::terminal);
+        ASSERT_TRUE(edit.wait_shown("Commit these changes?"));
+        if (signal == SIGINT) {
+            edit.type("\x03");  // to all processes of the terminal
+            EXPECT_EQ(edit.wait(), 128 + SIGINT);
+        } else {
+            EXPECT_EQ(edit.end(signal), 128 + signal);
+        }
+        EXPECT_TRUE(contains(edit.shown(), "interrupted; the text is kept in " + kept() +
+                                               ", and \"aaactl edit " + kept() + "\" goes on with it"))
+            << edit.shown();
+        EXPECT_EQ(shown(), limit(1) + "end\n");
+        std::filesystem::remove_all(std::filesystem::path(kept()).parent_path());
+    }
+}
+
+TEST_F(Edit, AnInterruptionIsTheEditorsWhileItRuns) {
+    editor("trap 'sed -i \"s/u32 1/u32 2/\" \"$1\"; exit 0' INT; echo started; while :; do sleep 0.1; done");
+    Started edit({"edit", "--force"}, Started::On::terminal);
+    ASSERT_TRUE(edit.wait_shown("started"));
+    edit.type("\x03");
+    ASSERT_TRUE(edit.wait_shown("Commit these changes?")) << edit.shown();
+    edit.type("y\n");
+    EXPECT_EQ(edit.wait(), 0) << edit.shown();
+    EXPECT_EQ(shown(), limit(2) + "end\n");
+}
+
+TEST_F(Edit, ASignalThatEndsTheCommandEndsTheEditorToo) {
+    for (const int signal : {SIGTERM, SIGHUP}) {
+        editor("sed -i 's/u32 1/u32 2/' \"$1\"; echo started; exec sleep 600");
+        Started edit({"edit", "--force"}, Started::On::terminal);
+        ASSERT_TRUE(edit.wait_shown("started"));
+        EXPECT_EQ(edit.end(signal), 6) << edit.shown();
+        EXPECT_TRUE(contains(edit.shown(), "ended by a signal: ")) << edit.shown();
+        EXPECT_TRUE(contains(edit.shown(), "the text is kept in " + kept())) << edit.shown();
+        std::filesystem::remove_all(std::filesystem::path(kept()).parent_path());
+        editor("echo started; exec sleep 600");
+        Started unchanged({"edit", "--force"}, Started::On::terminal);
+        ASSERT_TRUE(unchanged.wait_shown("started"));
+        EXPECT_EQ(unchanged.end(signal), 6) << unchanged.shown();
+        EXPECT_TRUE(nothing_left());
+    }
+}
+
+TEST_F(Edit, TheNextEditNamesATextThatNobodyCouldName) {
+    editor("sed -i 's/u32 1/u32 2/' \"$1\"");
+    Started killed({"edit", "--force"}, Started::On::terminal);
+    ASSERT_TRUE(killed.wait_shown("Commit these changes?"));
+    Started other({"edit", "--force"}, Started::On::terminal);
+    ASSERT_TRUE(other.wait_shown("Commit these changes?"));
+    EXPECT_FALSE(contains(other.shown(), "is kept in")) << "it is being edited: " << other.shown();
+    EXPECT_EQ(other.end(SIGKILL), 128 + SIGKILL);
+    std::filesystem::remove_all(std::filesystem::path(kept()).parent_path());
+    EXPECT_EQ(killed.end(SIGKILL), 128 + SIGKILL);
+    editor("exit 0");
+    for (std::string file = kept(); !file.empty(); file = kept()) {
+        const auto run = aaactl({"edit", "--yes", "--force"});
+        EXPECT_EQ(run.status, 0);
+        EXPECT_TRUE(
+            contains(run.err, "an earlier text is kept in " + file + "; \"aaactl edit " + file + "\""))
+            << run.err;
+        std::filesystem::remove_all(std::filesystem::path(file).parent_path());
+    }
+}
+
+TEST_F(Edit, AFullDiskLosesNothing) {
+    // The editor could write a part only, and says so.
+    editor("cp \"$1\" \"$1~\"; : >\"$1\"; exit 1");
+    const auto cut = aaactl({"edit", "--yes", "--force"});
+    EXPECT_EQ(cut.status, 6);
+    EXPECT_TRUE(contains(cut.err, "the text is kept in ")) << cut.err;
+    std::filesystem::remove_all(std::filesystem::path(kept()).parent_path());
+    // The message cannot be written into the text.
+    editor(
+        "if grep -q wrong \"$1\"; then sed -i 's/^wrong.*//; s/u32 1/u32 2/' \"$1\"; else "
+        "mkdir \"$1.new\"; sed -i 's/^end/wrong line\\nend/' \"$1\"; fi");
+    Started edit({"edit", "--force"}, Started::On::terminal);
+    ASSERT_TRUE(edit.wait_shown("Edit again?"));
+    edit.type("y\n");
+    ASSERT_TRUE(edit.wait_shown("Commit these changes?")) << edit.shown();
+    edit.type("y\n");
+    EXPECT_EQ(edit.wait(), 0) << edit.shown();
+    EXPECT_EQ(shown(), limit(2) + "end\n");
+    EXPECT_TRUE(nothing_left());
+}
+
 TEST_F(Edit, NeedsATerminalToAsk) {
     editor("echo started >" + dir().path("started"));
     const auto run = aaactl({"edit"});
@@ -190,14 +320,14 @@ TEST_F(Edit, NeedsATerminalToAsk) {
 
 TEST_F(Edit, AsksOnATerminal) {
     editor("sed -i 's/u32 1/u32 2/' \"$1\"");
-    Started edit({"edit"}, Started::On::terminal);
+    Started edit({"edit", "--force"}, Started::On::terminal);
     ASSERT_TRUE(edit.wait_shown("Commit these changes?"));
     EXPECT_TRUE(contains(edit.shown(), "limit u32 2"));
     edit.type("y\n");
     EXPECT_EQ(edit.wait(), 0) << edit.shown();
     EXPECT_EQ(shown(), limit(2) + "end\n");
     editor("sed -i 's/u32 2/u32 3/' \"$1\"");
-    Started refused({"edit"}, Started::On::terminal);
+    Started refused({"edit", "--force"}, Started::On::terminal);
     ASSERT_TRUE(refused.wait_shown("Commit these changes?"));
     refused.type("n\n");
     EXPECT_EQ(refused.wait(), 1);
@@ -211,7 +341,7 @@ TEST_F(Edit, GoesBackToTheEditorWithTheMessage) {
         "if grep -q '^!! line' \"$1\"; then sed -i 's/^wrong.*/item \\/cfg\\/gl\\/aaa\\/y u32 5/' \"$1\"; "
         "else "
         "sed -i 's/^end/wrong line\\nend/' \"$1\"; fi");
-    Started edit({"edit"}, Started::On::terminal);
+    Started edit({"edit", "--force"}, Started::On::terminal);
     ASSERT_TRUE(edit.wait_shown("Edit again?"));
     EXPECT_TRUE(contains(edit.shown(), "line 5: ")) << edit.shown();
     edit.type("y\n");

@@ -65,22 +65,93 @@ TEST_F(Guard, ABackupIsNotLoadedOverACommitThatWaits) {
     const auto run = aaactl({"sysdb", "load", "--replace", "-"}, dump);
     EXPECT_EQ(run.status, 1);
     EXPECT_TRUE(contains(run.err, "commit 3 (risky)")) << run.err;
+    for (const std::vector<std::string> &words :
+         {std::vector<std::string>{"sysdb", "load", "--replace", "--force", "-"},
+          {"sysdb", "load", "--force", "-"}}) {
+        const auto forced = aaactl(words, dump);
+        EXPECT_EQ(forced.status, 1);
+        EXPECT_TRUE(contains(forced.err, "commit 3 (risky)")) << forced.err;
+    }
+    EXPECT_EQ(history()["waiting"]["commit"].number(), 3);
     done({"confirm"});
     done({"sysdb", "load", "--replace", "-"}, dump);
     EXPECT_EQ(kinds().size(), 2u);
 }
 
-TEST_F(Guard, DeletingACommitThatWaitsSaysSo) {
+TEST_F(Guard, WhatACommitThatWaitsNeedsIsNotDeleted) {
     load(limit(3));
     done({"commit", "risky", "--confirm", "5"});
-    const auto head = aaactl({"sysdb", "del", "--force", "/cfg/.history/head"});
-    EXPECT_EQ(head.status, 0);
-    EXPECT_EQ(head.err, "") << "the commit waits on";
-    EXPECT_EQ(history()["waiting"]["commit"].number(), 3);
+    const auto refuse = [](const std::string &path) {
+        const auto run = aaactl({"sysdb", "del", "--force", "-r", path});
+        EXPECT_EQ(run.status, 1) << path;
+        EXPECT_TRUE(contains(run.err, "commit 3 (risky) of ")) << run.err;
+        EXPECT_TRUE(contains(run.err, "\"aaactl confirm\"")) << run.err;
+        EXPECT_TRUE(contains(run.err, "\"aaactl cancel\"")) << run.err;
+        EXPECT_TRUE(contains(run.err, "nothing would go back")) << run.err;
+    };
+    for (const char *path :
+         {"/cfg/.history/", "/cfg/.history", "/cfg/.history/commit/", "/cfg/.history/commit/0x2/",
+          "/cfg/.history/commit/0x2/state/", "/cfg/.history/commit/0x2/state/0x1/"}) {
+        refuse(path);
+    }
+    EXPECT_EQ(aaactl({"sysdb", "del", "--force", "/cfg/.history/commit/0x2/record"}).status, 1);
+    // What going back does not need can be deleted.
+    done({"sysdb", "del", "--force", "-r", "/cfg/.history/commit/0x1/"});
+    done({"sysdb", "del", "--force", "/cfg/.history/head"});
+    EXPECT_EQ(history()["waiting"]["commit"].number(), 3) << "it is made again from the commits";
     EXPECT_EQ(history()["waiting"]["target"].number(), 2);
-    const auto all = aaactl({"sysdb", "del", "--force", "-r", "/cfg/.history/"});
-    EXPECT_EQ(all.status, 0);
-    EXPECT_TRUE(contains(all.err, "commit 3 waited for its confirmation: nothing goes back")) << all.err;
+    refuse("/cfg/.history/commit/0x3/");
+    done({"cancel"});
+    EXPECT_TRUE(contains(shown(), "limit u32 2"));
+    done({"sysdb", "del", "--force", "-r", "/cfg/.history/"});
+    EXPECT_EQ(kinds(), Kinds{});
+}
+
+TEST_F(Guard, WithoutTheRecordOfACommitThatWaitsItsHeadIsNeeded) {
+    load(limit(3));
+    done({"commit", "risky", "--confirm", "5"});
+    done({"sysdb", "del", "--force", "-r", "/cfg/.history/commit/0x3/"});
+    const auto run = aaactl({"sysdb", "del", "--force", "/cfg/.history/head"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(contains(run.err, "commit 3 ")) << run.err;
+    const std::string lint = aaactl({"lint"}).out;
+    EXPECT_TRUE(contains(lint, "it names commit 3, which is missing")) << lint;
+    EXPECT_TRUE(contains(lint, "end the waiting with \"aaactl confirm\" or \"aaactl cancel\"")) << lint;
+    done({"cancel"});
+    EXPECT_TRUE(contains(shown(), "limit u32 2"));
+}
+
+TEST_F(Guard, WhatCannotGoBackAnyMoreCanBeDeleted) {
+    load(limit(3));
+    done({"commit", "risky", "--confirm", "5"});
+    put("/cfg/.history/commit/0x2/record", "string", "nonsense");
+    done({"sysdb", "del", "--force", "-r", "/cfg/.history/commit/0x2/"});
+    EXPECT_EQ(aaactl({"sysdb", "del", "--force", "-r", "/cfg/.history/"}).status, 1);
+    done({"confirm"});
+    done({"sysdb", "del", "--force", "-r", "/cfg/.history/"});
+}
+
+TEST_F(Guard, TheLastCommitMayBeMissing) {
+    done({"commit", "third"});
+    done({"sysdb", "del", "--force", "-r", "/cfg/.history/commit/0x3/"});
+    for (const std::vector<std::string> &words :
+         {std::vector<std::string>{"diff"}, {"rollback", "last"}, {"show", "commit", "last"}}) {
+        const auto run = aaactl(words);
+        EXPECT_EQ(run.status, 4) << words[0];
+        EXPECT_TRUE(contains(run.err, "commit 3, the last one, is missing")) << run.err;
+        EXPECT_TRUE(contains(run.err, "commit 2 (second): name it by its number, 2;")) << run.err;
+    }
+    const auto lint = aaactl({"lint"});
+    EXPECT_TRUE(contains(lint.out, "it names commit 3, which is missing")) << lint.out;
+    run_command_in(lint.out, "which is missing");
+    EXPECT_FALSE(contains(aaactl({"lint"}).out, "damaged-history"));
+    EXPECT_EQ(done({"diff"}), "");
+    EXPECT_EQ(history()["commits"][0]["commit"].number(), 4) << "no number is used twice";
+    done({"sysdb", "del", "--force", "-r", "/cfg/.history/commit/"});
+    const auto run = aaactl({"diff"});
+    EXPECT_EQ(run.status, 4);
+    run_command_in(run.err, "and there is no other");
+    EXPECT_EQ(done({"diff"}), "");
 }
 
 TEST_F(Guard, AHeadThatIsDamagedOrMissingIsMadeAgain) {
@@ -101,8 +172,42 @@ TEST_F(Guard, AHeadThatIsDamagedOrMissingIsMadeAgain) {
         EXPECT_EQ(kinds().size(), before + 1);
         EXPECT_FALSE(contains(aaactl({"lint"}).out, "damaged-history"));
     }
-    done({"rollback", "first"});
+    done({"rollback", "--force", "first"});
     EXPECT_TRUE(contains(shown(), "limit u32 1"));
+}
+
+TEST_F(Guard, ANumberOutOfTheSequenceStopsNothingAndIsNamed) {
+    load(limit(3));
+    done({"commit", "risky", "--confirm", "5"});
+    done({"sysdb", "set", "--force", "/cfg/.history/commit/0xffffffff/", "--type", "directory"});
+    done({"cancel"});
+    EXPECT_TRUE(contains(shown(), "limit u32 2"));
+    EXPECT_EQ(done({"commit", "next"}), "commit 5\n");
+    const std::string path = "/cfg/.history/commit/0xffffffff/record";
+    const auto lint = aaactl({"lint"});
+    EXPECT_TRUE(contains(lint.out, "[damaged-history]")) << lint.out;
+    run_command_in(lint.out, path);
+    EXPECT_FALSE(contains(aaactl({"lint"}).out, "damaged-history"));
+    EXPECT_EQ(kinds().size(), 5u);
+}
+
+// Each member of the group can store records with any text.
+TEST_F(Guard, TextsOfARecordAreCutAndEscapedWhereTheyAreShown) {
+    const std::string hostile = "\xe2\x80\xae\x1b[2J" + std::string(20'000, 'x') + "\n";
+    const std::string stored = "form 1\nnumber 2\ntime 1700000000\nkind commit\nparts 1\nlabel " + hostile +
+                               "message " + hostile + "login " + hostile + "from " + hostile;
+    put("/cfg/.history/commit/0x2/record", "string", stored);
+    for (const std::vector<std::string> &words :
+         {std::vector<std::string>{"history"}, {"show", "commit", "2"}, {"diff", "1", "2"}}) {
+        const std::string out = aaactl(words).out;  // diff ends with 1: they differ
+        EXPECT_FALSE(out.empty()) << words[0];
+        EXPECT_LT(out.size(), 20'000u) << words[0];
+        EXPECT_FALSE(contains(out, "\x1b[2J")) << words[0];
+        EXPECT_FALSE(contains(out, "\xe2\x80\xae")) << words[0];
+    }
+    EXPECT_TRUE(contains(done({"history"}), "xxx..."));
+    EXPECT_EQ(aaactl({"commit", std::string(65, 'x')}).status, 2);
+    EXPECT_EQ(aaactl({"commit", "long", "-m", std::string(4097, 'x')}).status, 2);
 }
 
 TEST_F(Guard, AllRemediesOfADamagedCommitLoseOnlyThatOne) {

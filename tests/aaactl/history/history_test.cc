@@ -148,6 +148,75 @@ TEST_F(HistoryCommands, RollbackGoesBackAndCanBeUndone) {
     EXPECT_EQ(history()["commits"][0]["target"].number(), 2);
 }
 
+TEST_F(HistoryCommands, RollbackToThePresentStateMakesNoCommit) {
+    load(limit(1));
+    done({"commit", "first"});
+    load(limit(2));
+    done({"commit", "second"});
+    const Kinds before = kinds();
+    for (const std::vector<std::string> &words : {std::vector<std::string>{"rollback", "last"},
+                                                  {"rollback", "second", "--confirm", "5"},
+                                                  {"rollback", "--dry-run", "second"}}) {
+        const auto run = aaactl(words);
+        EXPECT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(run.out,
+                  "nothing to change: the configuration is that of commit 2 (second) already; no commit was "
+                  "made\n");
+        EXPECT_EQ(run.err, "");
+    }
+    const auto json = aaactl({"--json", "rollback", "second"}).json();
+    EXPECT_FALSE(json["rolled_back"].truth());
+    EXPECT_FALSE(json.contains("commit"));
+    load(limit(1));  // as it was before the second commit, which is recorded already
+    EXPECT_TRUE(contains(done({"rollback", "first"}), "nothing to change"));
+    EXPECT_EQ(kinds(), before);
+    EXPECT_TRUE(history()["waiting"].is_null());
+    done({"rollback", "--force", "second"});
+    EXPECT_TRUE(contains(shown(), "limit u32 2"));
+}
+
+TEST_F(HistoryCommands, RollbackChecksAsLoadDoes) {
+    load(limit(1) + "item /cfg/gl/aaa/site/kept u32 1\naaa authentication login default group gone local\n");
+    done({"commit", "odd"});
+    done({"sysdb", "del", "/cfg/gl/aaa/site/limit"});
+    done({"mlist", "del", "authentication", "login", "default"});
+    const std::string now = shown();
+    for (const bool dry_run : {true, false}) {
+        const auto run = aaactl(dry_run ? std::vector<std::string>{"rollback", "--dry-run", "odd"}
+                                        : std::vector<std::string>{"rollback", "odd"});
+        EXPECT_EQ(run.status, 3);
+        EXPECT_TRUE(contains(run.err, "/cfg/gl/aaa/authentication/login/default: ")) << run.err;
+        EXPECT_TRUE(contains(run.err, "/cfg/gl/aaa/site/limit: ")) << run.err;
+        EXPECT_TRUE(contains(run.err, "nothing was changed (--force goes back all the same)")) << run.err;
+        EXPECT_FALSE(contains(run.err, "kept")) << "it is stored: " << run.err;
+    }
+    EXPECT_EQ(shown(), now);
+    EXPECT_EQ(kinds(), Kinds{"commit"});
+    done({"rollback", "--force", "odd"});
+    EXPECT_TRUE(contains(shown(), "site/limit u32 1"));
+    EXPECT_TRUE(contains(shown(), "group gone local"));
+}
+
+// A group of the commit is gone, and a list made since names it.
+TEST_F(HistoryCommands, RollbackToListsOfMissingGroupsIsNegative) {
+    load("aaa authentication login default group gone local\n");
+    done({"commit", "odd"});
+    done({"mlist", "del", "authentication", "login", "default"});
+    const auto run = aaactl({"rollback", "odd"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(contains(run.err, "gone")) << run.err;
+}
+
+// Going back must work without a user who says --force.
+TEST_F(HistoryCommands, CancelChecksNothing) {
+    load(limit(1));
+    done({"commit", "odd"});
+    done({"sysdb", "del", "/cfg/gl/aaa/site/limit"});
+    done({"commit", "risky", "--confirm", "5"});
+    done({"cancel"});
+    EXPECT_TRUE(contains(shown(), "site/limit u32 1"));
+}
+
 TEST_F(HistoryCommands, LoadMakesACommitWhenAsked) {
     load(kText);
     EXPECT_EQ(kinds(), Kinds{});
@@ -246,7 +315,7 @@ TEST_F(HistoryCommands, WhenTheOutputIsLostTheChangeIsSaidToBeStored) {
           {"commit", "first"},
           {"mlist", "set", "authentication", "login", "default", "local"},
           {"sg", "add", "radius", "corp", "192.0.2.1"},
-          {"rollback", "first"},
+          {"rollback", "--force", "first"},
           {"sysdb", "del", "-r", "/cfg/gl/aaa/site/"}}) {
         Started run(words, Started::On::full_disk);
         EXPECT_EQ(run.wait(), words[0] == "sysdb" ? 0 : 6) << words[0];
@@ -254,7 +323,7 @@ TEST_F(HistoryCommands, WhenTheOutputIsLostTheChangeIsSaidToBeStored) {
     }
     EXPECT_EQ(kinds().size(), 3u);
     for (const std::vector<std::string> &words : {std::vector<std::string>{"history"},
-                                                  {"rollback", "--dry-run", "1"},
+                                                  {"rollback", "--force", "--dry-run", "1"},
                                                   {"load", "--force", "--dry-run", file}}) {
         Started run(words, Started::On::full_disk);
         EXPECT_EQ(run.wait(), 6) << words[0];
@@ -313,6 +382,18 @@ class Overdue : public HistoryCommands {
         put("/cfg/.history/head", "string", stored);
     }
 };
+
+TEST_F(Overdue, WithoutTheStateBeforeItIsConfirmedAtAnyTime) {
+    put("/cfg/.history/commit/0x1/record", "string", "nonsense");
+    for (const std::vector<std::string> &words :
+         {std::vector<std::string>{"cancel"}, {"watch-confirm", "--once"}}) {
+        const auto run = aaactl(words);
+        EXPECT_NE(run.status, 0);
+        EXPECT_TRUE(contains(run.err, "\"aaactl confirm\" ends the waiting")) << run.err;
+    }
+    EXPECT_TRUE(contains(done({"confirm"}), "is confirmed"));
+    EXPECT_EQ(aaactl({"confirm"}).status, 4);
+}
 
 TEST_F(Overdue, AConfirmationThatIsTooLateIsRefused) {
     const auto run = aaactl({"confirm"});
@@ -486,7 +567,7 @@ TEST_F(HistoryCommands, ItemsThatCannotBeReadStay) {
     EXPECT_EQ(run.status, 0);
     EXPECT_TRUE(contains(run.err, "items that cannot be read are not in the commit: 1")) << run.err;
     load(limit(2));
-    EXPECT_EQ(aaactl({"rollback", "first"}).status, 0);
+    EXPECT_EQ(aaactl({"rollback", "--force", "first"}).status, 0);
     EXPECT_TRUE(contains(aaactl({"sysdb", "ls", "/cfg/gl/aaa/site/"}).out, "cut"));
 }
 

@@ -6,6 +6,9 @@
 #include "aaactl/support/fixed_service.hpp"
 #include "platform/control.h"
 #include "report/html.hpp"
+#include "support/machine.hpp"
+
+#include <sys/stat.h>
 
 #include <fstream>
 #include <sstream>
@@ -29,9 +32,10 @@ class Report : public aaactl_test::AaaConfigTest {
     }
     std::string file() const { return dir().path("report.html"); }
     std::string socket() const { return dir().path("none.sock"); }
-    std::string page() {
+    // The status is that of a machine on which aaad does not run.
+    std::string page(int status = 5) {
         const Result made = run({"report", "-o", file(), "--socket", socket()});
-        EXPECT_EQ(made.status, 0) << made.err;
+        EXPECT_EQ(made.status, status) << made.err;
         EXPECT_EQ(made.out, "");
         return contents(file());
     }
@@ -89,6 +93,8 @@ TEST(ReportHtml, EscapesTextsAndAttributes) {
     EXPECT_EQ(aaactl::html_text("back\\slash"), "back\\slash");
     EXPECT_EQ(aaactl::html_text("\xc3\xa9"), "\xc3\xa9");
     EXPECT_EQ(aaactl::html_text("\xff<"), "\\xff&lt;");
+    // A character that turns the direction of what follows would show another name than the stored one.
+    EXPECT_EQ(aaactl::html_text("a\u202eb\u2066c"), "a\\xe2\\x80\\xaeb\\xe2\\x81\\xa6c");
     aaactl::Html html;
     html.open("p", {{"title", "\"><script>"}}).text("</p>");
     EXPECT_EQ(std::move(html).take(), "<p title=\"&quot;&gt;&lt;script&gt;\">&lt;/p&gt;</p>\n");
@@ -137,7 +143,7 @@ TEST_F(Report, AnEmptyDatabaseGivesAPage) {
 TEST_F(Report, ShowsWhatTheServiceSays) {
     const aaactl_test::FixedService service(
         socket(),
-        R"({"reply":"status","program":"aaad <1>","pid":7,"since":1,"clients":3,"configuration":{"revision":9,"fallback":false},)"
+        R"({"reply":"status","program":"aaad <1>","pid":7,"since":1,"socket":"/s","clients":3,"configuration":{"revision":9,"fallback":false},)"
         R"("alarms":[{"alarm":"keys","since":1,"text":"<a> of corp"}],)"
         R"("accounting":{"journal":true,"bytes":10,"most_bytes":100,"recorded":42,"groups":[{"group":"<c>","waiting":5}]}})"
         "\n"
@@ -145,7 +151,7 @@ TEST_F(Report, ShowsWhatTheServiceSays) {
         R"("transport":"udp","state":"dead","why":"<no answer>","asked":11,"answers":4,"timeouts":2,"last_us":1500}]},)"
         R"({"group":"","protocol":"tacacs","servers":[]}]})"
         "\n");
-    const std::string text = page();
+    const std::string text = page(0);
     EXPECT_TRUE(contains(text, "aaad &lt;1&gt;, process 7"));
     EXPECT_TRUE(contains(text, "&lt;a&gt; of corp"));
     EXPECT_TRUE(contains(text, "<dd class=\"bad\">dead</dd>"));
@@ -163,17 +169,235 @@ TEST_F(Report, SurvivesAServiceThatMisbehaves) {
                                     "{\"groups\":7}\n{\"groups\":[1,{\"servers\":[2]}],\"alarms\":3}\n"}) {
         unlink(socket().c_str());
         const aaactl_test::FixedService service(socket(), bytes);
-        EXPECT_TRUE(contains(page(), "<h3>corp</h3>")) << bytes;
+        run({"report", "-o", file(), "--socket", socket()});
+        EXPECT_TRUE(contains(contents(file()), "<h3>corp</h3>")) << bytes;
+        unlink(file().c_str());
     }
 }
 
+constexpr char kNoServers[] =
+    R"({"reply":"status","program":"aaad","pid":7,"since":1,"socket":"/s","configuration":{},"alarms":[]})"
+    "\n"
+    R"({"reply":"servers","groups":[]})"
+    "\n";
+
 TEST_F(Report, SaysWhatItWrote) {
-    const auto json = run({"report", "-o", file(), "--json", "--socket", socket()}).json();
+    const aaactl_test::FixedService service(socket(), kNoServers);
+    const Result made = run({"report", "-o", file(), "--json", "--socket", socket()});
+    EXPECT_EQ(made.status, 0) << made.err;
+    const auto json = made.json();
     EXPECT_EQ(json["server_groups"].dump(), "2");
     EXPECT_EQ(json["method_lists"].dump(), "2");
-    EXPECT_EQ(json["service"].dump(), "false");
-    const Result note = run({"report", "-o", file(), "--socket", socket()});
-    EXPECT_TRUE(contains(note.err, "the report has no states and counters")) << note.err;
+    EXPECT_EQ(json["commits"].dump(), "0");
+    EXPECT_EQ(json["database"].dump(), "true");
+    EXPECT_EQ(json["service"].dump(), "true");
+}
+
+TEST_F(Report, WithoutTheServiceItIsWrittenAndTheStatusSaysSo) {
+    const Result made = run({"report", "-o", file(), "--json", "--socket", socket()});
+    EXPECT_EQ(made.status, 5);
+    EXPECT_TRUE(contains(made.err, "the report has no states and counters")) << made.err;
+    EXPECT_EQ(made.json()["service"].dump(), "false");
+    EXPECT_EQ(made.json()["server_groups"].dump(), "2");
+    EXPECT_TRUE(contains(contents(file()), "The service was not asked"));
+}
+
+TEST_F(Report, WithoutTheDatabaseThePageSaysSo) {
+    run({"sysdb", "ls", "/cfg/"});
+    const ScopedEnv none("AAA_SYSDB_PROVIDER", dir().path("none.so"));
+    const Result made = run({"report", "-o", file(), "--json", "--socket", socket()});
+    EXPECT_EQ(made.status, 5) << made.err;
+    EXPECT_TRUE(contains(made.err, "the report has no configuration")) << made.err;
+    EXPECT_EQ(made.json()["database"].dump(), "false");
+    const std::string text = contents(file());
+    EXPECT_EQ(times(text, "The system database cannot be read: "), 4u) << "of each section that needs it";
+    EXPECT_FALSE(contains(text, "No group is configured."));
+    EXPECT_TRUE(text.ends_with("</html>\n"));
+}
+
+TEST_F(Report, IsPrinted) {
+    const std::string text = page();
+    const Result printed = run({"report", "-o", "-", "--socket", socket()});
+    EXPECT_EQ(printed.status, 5);
+    EXPECT_TRUE(printed.out.starts_with("<!DOCTYPE html>\n"));
+    EXPECT_TRUE(printed.out.ends_with("</html>\n"));
+    EXPECT_FALSE(printed.out.ends_with("\n\n"));
+    EXPECT_EQ(times(printed.out, "<h3>"), times(text, "<h3>"));
+    const Result both = run({"report", "-o", "-", "--json"});
+    EXPECT_EQ(both.status, 2);
+    EXPECT_TRUE(contains(both.err, "with --json, name a file")) << both.err;
+}
+
+// ---- the file
+
+mode_t mode_of(const std::string &path) {
+    struct stat found {};
+    EXPECT_EQ(stat(path.c_str(), &found), 0) << path;
+    return found.st_mode & 07777;
+}
+
+TEST_F(Report, OthersCannotReadIt) {
+    const mode_t before = umask(0);
+    page();
+    EXPECT_EQ(mode_of(file()), 0640u) << "a new file";
+    chmod(file().c_str(), 0666);
+    page();
+    EXPECT_EQ(mode_of(file()), 0640u) << "a file that everyone could read";
+    chmod(file().c_str(), 0600);
+    page();
+    EXPECT_EQ(mode_of(file()), 0600u) << "a file that only its owner could read";
+    umask(before);
+}
+
+TEST_F(Report, ItsOwnersLinkIsFollowed) {
+    ASSERT_EQ(symlink(dir().path("target.html").c_str(), file().c_str()), 0);
+    page();
+    EXPECT_TRUE(contains(contents(dir().path("target.html")), "<h3>corp</h3>"));
+    EXPECT_EQ(mode_of(dir().path("target.html")), 0640u);
+}
+
+constexpr uid_t kStranger = 65534;
+
+TEST_F(Report, LinksOfOtherUsersAreRefused) {
+    SKIP_WITHOUT_ROOT("only root can make links of other users");
+    const std::string precious = dir().write("precious", "old");
+    for (const std::string &target : {precious, dir().path("new")}) {
+        ASSERT_EQ(symlink(target.c_str(), file().c_str()), 0);
+        ASSERT_EQ(lchown(file().c_str(), kStranger, kStranger), 0);
+        const Result refused = run({"report", "-o", file(), "--socket", socket()});
+        EXPECT_EQ(refused.status, 6);
+        EXPECT_TRUE(
+            contains(refused.err, file() + ": this symbolic link belongs to another user (uid 65534)"))
+            << refused.err;
+        ASSERT_EQ(unlink(file().c_str()), 0);
+    }
+    EXPECT_EQ(dir().read("precious"), "old");
+    EXPECT_NE(access(dir().path("new").c_str(), F_OK), 0);
+}
+
+// Its owner could read what is written there.
+TEST_F(Report, FilesOfOtherUsersAreRefusedExceptInTheirDirectories) {
+    SKIP_WITHOUT_ROOT("only root can make files of other users");
+    dir().write("report.html", "old");
+    ASSERT_EQ(chown(file().c_str(), kStranger, kStranger), 0);
+    const Result refused = run({"report", "-o", file(), "--socket", socket()});
+    EXPECT_EQ(refused.status, 6);
+    EXPECT_TRUE(contains(refused.err, "this file belongs to another user (uid 65534)")) << refused.err;
+    EXPECT_EQ(dir().read("report.html"), "old");
+
+    ASSERT_EQ(mkdir(dir().path("home").c_str(), 0755), 0);
+    const std::string theirs = dir().write("home/report.html", "old");
+    ASSERT_EQ(chown(theirs.c_str(), kStranger, kStranger), 0);
+    ASSERT_EQ(chown(dir().path("home").c_str(), kStranger, kStranger), 0);
+    EXPECT_EQ(run({"report", "-o", theirs, "--socket", socket()}).status, 5);
+    EXPECT_TRUE(contains(contents(theirs), "<h3>corp</h3>"));
+}
+
+// ---- the history
+
+class ReportOfHistory : public Report {
+  protected:
+    // A change and its commit.
+    static void change(int number, const std::vector<std::string> &options) {
+        std::vector<std::string> words{"load", "--force", "-"};
+        words.insert(words.end(), options.begin(), options.end());
+        const Result made =
+            aaactl_test::aaactl(words, "item /cfg/gl/aaa/site/limit u32 " + std::to_string(number) + "\n");
+        ASSERT_EQ(made.status, 0) << made.err;
+    }
+};
+
+TEST_F(ReportOfHistory, HasNoCommit) {
+    EXPECT_TRUE(contains(page(), "There is no commit yet; aaactl commit LABEL makes one."));
+}
+
+TEST_F(ReportOfHistory, SaysWhoMadeWhat) {
+    page();
+    change(1, {"--label", "up<grade", "-m", "because of <b>"});
+    const std::string text = page();
+    EXPECT_TRUE(contains(text, ": up&lt;grade</strong>"));
+    EXPECT_TRUE(contains(text, "because of &lt;b&gt;"));
+    EXPECT_TRUE(contains(text, " UTC by ")) << text;
+    EXPECT_FALSE(contains(text, "is in force again"));
+    EXPECT_TRUE(contains(text, "without a commit")) << "what was there before";
+}
+
+TEST_F(ReportOfHistory, SaysWhatWaits) {
+    page();
+    change(1, {"--label", "risky", "--confirm", "30"});
+    const std::string text = page();
+    EXPECT_TRUE(contains(text, "waits for its confirmation until "));
+    EXPECT_TRUE(contains(text, "29 minutes left when this page was written")) << text;
+    EXPECT_TRUE(contains(text, "is in force again. aaactl confirm keeps it"));
+    EXPECT_EQ(run({"confirm"}).status, 0);
+    EXPECT_FALSE(contains(page(), "left when this page was written"));
+    EXPECT_TRUE(contains(page(), "; confirmed by "));
+}
+
+TEST_F(ReportOfHistory, ShowsTheNewest) {
+    page();
+    for (int i = 1; i <= 21; ++i) {
+        change(i, {"--label", "change" + std::to_string(i) + "."});
+    }
+    const std::string text = page();
+    EXPECT_EQ(times(text, "<strong>Commit "), 20u);
+    EXPECT_LT(text.find(": change21."), text.find(": change20."));
+    EXPECT_FALSE(contains(text, ": change1.<"));
+    EXPECT_TRUE(contains(text, "And 2 older commits; aaactl history lists all."))
+        << "one of them from before";
+}
+
+TEST_F(ReportOfHistory, ADamagedRecordIsNamedAndOthersAreShown) {
+    page();
+    change(1, {"--label", "first"});
+    change(2, {"--label", "second"});
+    ASSERT_EQ(
+        aaactl_test::aaactl(
+            {"sysdb", "set", "/cfg/.history/commit/0x2/record", "--type", "string", "--force"}, "no record")
+            .status,
+        0);
+    const std::string text = page();
+    EXPECT_TRUE(contains(text, "/cfg/.history/commit/0x2/record is not a record of a commit"));
+    EXPECT_TRUE(contains(text, "deletes that commit only"));
+    EXPECT_TRUE(contains(text, ": second</strong>"));
+}
+
+// ---- many of them
+
+TEST_F(Report, ManyGroupsAreFolded) {
+    for (int i = 3; i <= 20; ++i) {
+        server("radius/group" + std::to_string(i), "0x1/192.0.2.40,1812,1813");
+    }
+    EXPECT_EQ(times(page(), "<details"), 0u);
+    server("radius/one-more", "0x1/192.0.2.40,1812,1813");
+    const std::string text = page();
+    EXPECT_TRUE(contains(text, "21 groups; open one to see more."));
+    EXPECT_TRUE(contains(text, "<summary><h3>corp</h3>\n 2 servers</summary>")) << text;
+    EXPECT_FALSE(contains(text, "<details open"));
+    EXPECT_TRUE(contains(text, "details::details-content{content-visibility:visible")) << "for prints";
+}
+
+// Closed, its heading still says that something is wrong.
+TEST_F(Report, FoldedGroupsSayWhatIsWrong) {
+    for (int i = 3; i <= 21; ++i) {
+        server("radius/group" + std::to_string(i), "0x1/192.0.2.40,1812,1813");
+    }
+    put("/cfg/gl/aaa/group-server/radius/empty/settings/transport", "string", "tls");
+    const aaactl_test::FixedService service(
+        socket(),
+        R"({"reply":"status","program":"aaad","pid":7,"since":1,"socket":"/s","clients":3,"configuration":{"revision":9,"fallback":false},"alarms":[]})"
+        "\n"
+        R"({"reply":"servers","groups":[{"group":"corp","protocol":"tacacs","servers":[]},)"
+        R"({"group":"corp","protocol":"radius","servers":[{"server":"a","state":"dead"},{"server":"b","state":"up"}]},)"
+        R"({"group":"group3","protocol":"radius","servers":[{"server":"c","state":"up"}]}]})"
+        "\n");
+    const std::string text = page(0);
+    EXPECT_TRUE(contains(text, "<h3>corp</h3>\n 2 servers, <span class=\"bad\">1 not up</span></summary>"))
+        << text;
+    EXPECT_TRUE(contains(text, "<h3>group3</h3>\n 1 server</summary>"));
+    EXPECT_TRUE(
+        contains(text, "<h3>empty</h3>\n 0 servers, <span class=\"bad\">no servers</span></summary>"));
+    EXPECT_EQ(times(text, "As aaad sees them"), 2u) << "of the right protocol";
 }
 
 TEST_F(Report, LosesNothingWhenItCannotWrite) {

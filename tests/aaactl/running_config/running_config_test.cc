@@ -165,6 +165,55 @@ TEST_F(RunningConfigCommands, OneWrongLineChangesNothing) {
     EXPECT_EQ(aaactl({"load", dir().path("")}).status, 3);
 }
 
+TEST_F(RunningConfigCommands, AllWrongLinesAreNamed) {
+    load(kText);
+    const std::vector<std::pair<std::string, int>> texts{
+        {"aaa authentcation login x local\n%s\ntacacs-server tmeout 9s\n", 3},  // words
+        {"no aaa authorization exec x\n%s\nno tacacs-server host 192.0.2.77\n", 4},
+        {"aaa authorization exec y group none\n%s\naaa authorization exec z group none\n", 1},
+        {"item /cfg/gl/aaa//x u32 1\n%s\nitem /cfg/gl/aaa/nothing-reads-this u32 1\n", 3},
+    };
+    const std::string before = dump();
+    for (auto [text, status] : texts) {
+        text.replace(text.find("%s"), 2, "tacacs-server timeout 9s");
+        const auto run = aaactl({"load", "-"}, text);
+        EXPECT_EQ(run.status, status) << run.err;
+        EXPECT_TRUE(run.err.starts_with("aaactl: standard input: line 1: ")) << run.err;
+        EXPECT_NE(run.err.find("\n  line 3: "), std::string::npos) << run.err;
+        EXPECT_EQ(run.err.find("line 2: "), std::string::npos) << run.err;
+        EXPECT_EQ(dump(), before);
+    }
+}
+
+// The lines of a group are not wrong because the line that begins it is.
+TEST_F(RunningConfigCommands, AWrongGroupIsNamedOnce) {
+    const auto run = aaactl({"load", "-"},
+                            "aaa group server radios corp\n server 192.0.2.1\n timeout 3s\n"
+                            "tacacs-server timeout x\n server 192.0.2.1\n");
+    EXPECT_EQ(run.status, 3);
+    EXPECT_NE(run.err.find("line 1: "), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("line 4: "), std::string::npos) << run.err;
+    EXPECT_EQ(run.err.find("line 2: "), std::string::npos) << run.err;
+    EXPECT_EQ(run.err.find("line 3: "), std::string::npos) << run.err;
+}
+
+TEST_F(RunningConfigCommands, OfManyWrongLinesTwentyAreNamed) {
+    std::string text;
+    for (int i = 0; i < 25; ++i) {
+        text += "nonsense\n";
+    }
+    const auto run = aaactl({"load", "-"}, text);
+    EXPECT_EQ(run.status, 3);
+    EXPECT_NE(run.err.find("line 20: "), std::string::npos) << run.err;
+    EXPECT_EQ(run.err.find("line 21: "), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("\n  and 5 more; nothing was changed\n"), std::string::npos) << run.err;
+}
+
+TEST_F(RunningConfigCommands, LinesMayEndAsOnOtherSystems) {
+    load("item /cfg/gl/aaa/site/ directory\r\nitem /cfg/gl/aaa/site2/limit u32 5\r\nend\r\n", {"--force"});
+    EXPECT_EQ(shown(), "item /cfg/gl/aaa/site/ directory\nitem /cfg/gl/aaa/site2/limit u32 5\nend\n");
+}
+
 TEST_F(RunningConfigCommands, DryRunShowsAndChangesNothing) {
     load(kText);
     const std::string before = dump();

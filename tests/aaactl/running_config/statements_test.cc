@@ -221,7 +221,9 @@ TEST(RunningConfig, ErrorsNameTheLineAndWhatWasMeant) {
         {"aaa authentication login x group nope",
          "line 1: group nope: no such server group; add \"aaa group server PROTOCOL nope\", or use --force"},
         {"aaa group server radius a\naaa group server tacacs a",
-         "line 1: server group a: the name is that of a group of tacacs already"},
+         "line 1: server group a: the name is that of a group of tacacs already\n  line 2: server group a: "
+         "the name "
+         "is that of a group of radius already"},
         {"radius server corp",
          "line 1: \"radius\" is not a statement; write \"radius-server\", or \"aaa group server radius "
          "NAME\" "

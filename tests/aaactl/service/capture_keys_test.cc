@@ -27,33 +27,36 @@ TEST(CaptureKeys, LinesOfTlsAreThreeFields) {
     CaptureKeys keys;
     const std::string good = "CLIENT_RANDOM 00aF 11\n";
     EXPECT_EQ(keys.lines(block(kTls, good)), good);
-    EXPECT_EQ(keys.lines(block(kTls, "#-o '-z'\n" + good + "CLIENT_RANDOM 00\n")), good);
+    EXPECT_EQ(keys.lines(block(kTls, "#= tls.debug_file: x\n" + good + "CLIENT_RANDOM 00\n")), good);
     for (const char *bad :
          {"", "\n", "CLIENT_RANDOM", "CLIENT_RANDOM 00", "CLIENT_RANDOM 00 ", "CLIENT_RANDOM  00 11",
-          " 00 11", "CLIENT_RANDOM 00 11 22", "CLIENT_RANDOM 00 1g", "#-o 00 11", "lower 00 11"}) {
+          " 00 11", "CLIENT_RANDOM 00 11 22", "CLIENT_RANDOM 00 1g", "#= 00 11", "lower 00 11"}) {
         EXPECT_EQ(keys.lines(block(kTls, bad)), "") << bad;
     }
 }
 
-TEST(CaptureKeys, KeysThatCannotBeOptionsAreComments) {
+TEST(CaptureKeys, KeysThatCannotBePreferencesAreComments) {
     CaptureKeys keys;
     EXPECT_EQ(keys.lines(block(kTacacs, "10.0.0.1\t10.0.0.2\ta key")),
-              "# the key of 10.0.0.2 has a blank, and cannot be an option\n");
+              "# the key of 10.0.0.2 has a blank, and cannot be a preference\n");
     EXPECT_EQ(keys.lines(block(kTacacs, "10.0.0.1\t10.0.0.2\ta\nkey")),
-              "# the key of 10.0.0.2 has a line feed, and cannot be an option\n");
-    // Neither spoils the option for the others.
+              "# the key of 10.0.0.2 has a line feed, and cannot be a preference\n");
+    EXPECT_EQ(keys.lines(block(kRadius, "10.0.0.4:1812\t key")),
+              "# the key of 10.0.0.4:1812 begins with a blank, and cannot be a preference\n");
+    // Neither spoils the preference for the others.
     EXPECT_EQ(keys.lines(block(kTacacs, "10.0.0.1\t10.0.0.3\tgood")),
-              "# 10.0.0.3\n#-o 'tacplus.key:10.0.0.1/10.0.0.3=good'\n");
-    EXPECT_EQ(keys.lines(block(kRadius, "10.0.0.4:1812\ta key's")),
-              "# 10.0.0.4:1812\n#-o 'radius.shared_secret:a key'\"'\"'s'\n");
+              "# 10.0.0.3\n#= tacplus.key: 10.0.0.1/10.0.0.3=good\n");
+    // A key is written as it is: nothing there has a meaning for who reads the line.
+    EXPECT_EQ(keys.lines(block(kRadius, "10.0.0.4:1812\ta key's \"#\\n\" $(id)")),
+              "# 10.0.0.4:1812\n#= radius.shared_secret: a key's \"#\\n\" $(id)\n");
 }
 
-TEST(CaptureKeys, TheRecipeQuotesTheFile) {
-    EXPECT_NE(keys_header("my $(id) keys")
-                  .find("p' 'my $(id) keys' | xargs tshark -r CAPTURE -o "
-                        "'tls.keylog_file:my $(id) keys'\n"),
-              std::string::npos);
-    EXPECT_NE(keys_header("-n").find(" './-n' |"), std::string::npos);
+TEST(CaptureKeys, TheRecipeQuotesTheFileAndHasNoKeyInACommand) {
+    const std::string header = keys_header("my $(id) keys");
+    EXPECT_NE(header.find(" sed -n 's/^#= //p' 'my $(id) keys' > "), std::string::npos) << header;
+    EXPECT_NE(header.find("-o 'tls.keylog_file:my $(id) keys'\n"), std::string::npos) << header;
+    EXPECT_EQ(header.find("xargs"), std::string::npos);
+    EXPECT_NE(keys_header("-n").find(" './-n' >"), std::string::npos);
     const std::string odd = keys_header("a\nb");
     EXPECT_EQ(odd.find("sed"), std::string::npos);
     EXPECT_NE(odd.find("rename this file"), std::string::npos);

@@ -36,7 +36,6 @@ TEST(AaactlControl, TellsWhyAServiceAnswersNothing) {
         {"", 5, "has ended the connection"},
         {"{\"version\":1", 5, "has ended the connection"},
         {"nonsense\n", 3, "JSON"},
-        {"\n", 3, "JSON"},
         {std::string(200, '[') + "\n", 3, "JSON"},
         {"{\"error\":\"only root\\u001b[2J\",\"code\":\"not-allowed\"}\n", 5, "only root\\x1b[2J"},
         {"{\"error\":\"too many\",\"code\":\"too-many\"}\n", 5, "too many"},
@@ -52,23 +51,88 @@ TEST(AaactlControl, TellsWhyAServiceAnswersNothing) {
     }
 }
 
-// An answer may lack what this aaactl knows, and have what it does not.
-TEST(AaactlControl, ToleratesAnswersOfOtherVersions) {
-    for (const char *answer :
-         {"{}\n", "[]\n", "1\n", "\"x\"\n", "null\n", "{\"groups\":1,\"configuration\":[1]}\n",
-          "{\"groups\":[1,{},{\"servers\":[1,{},{\"state\":5,\"since\":-1,\"asked\":\"x\"}]}]}\n"}) {
-        for (const char *command : {"status", "servers"}) {
-            const Printed run = ask(command, answer);
-            EXPECT_TRUE(run.status >= 0 && run.status < 7)
-                << command << " " << answer << run.status << run.err;
+constexpr char kStatus[] =
+    "{\"reply\":\"status\",\"program\":\"aaad "
+    "1\",\"pid\":1,\"since\":1,\"socket\":\"/s\",\"configuration\":{}";
+const std::string kNoAlarms = std::string(kStatus) + ",\"alarms\":[]";
+constexpr char kServer[] =
+    "{\"reply\":\"servers\",\"groups\":[{\"servers\":[{\"server\":\"s\",\"state\":\"up\"";
+constexpr char kTrace[] = "{\"reply\":\"trace\"}\n";
+
+// Another program may listen at the path.
+TEST(AaactlControl, RefusesWhatIsNoAnswerOfTheService) {
+    const std::string deep(100000, '[');
+    const std::string answers[] = {"{}\n",
+                                   "[]\n",
+                                   "1\n",
+                                   "\"x\"\n",
+                                   "null\n",
+                                   "\n",
+                                   "HTTP/1.1 400 Bad Request\r\n",
+                                   deep + "\n",
+                                   "{\"reply\":[]}\n",
+                                   "{\"reply\":\"other\"}\n",
+                                   "{\"reply\":" + deep + "\n",
+                                   "{\"reply\":1e999}\n"};
+    for (const std::string &answer : answers) {
+        for (const char *command : {"status", "servers", "trace", "capture"}) {
+            const TempDir dir;
+            const FixedService service(dir.path("control.sock"), answer);
+            std::vector<std::string> words{command, "--socket", dir.path("control.sock")};
+            if (std::string(command) == "capture") {
+                words.insert(words.end(), {"-o", dir.path("file")});
+            }
+            const Printed run = aaactl(words);
+            EXPECT_EQ(run.status, 3) << command << " " << answer.substr(0, 60) << run.err;
+            EXPECT_NE(run.err.find("--socket"), std::string::npos) << run.err;
+            EXPECT_LT(run.err.size(), 500u);
+            EXPECT_NE(access(dir.path("file").c_str(), F_OK), 0) << "a refused capture leaves a file";
         }
     }
-    for (const char *events :
-         {"{\"event\":\"step\"}\n", "{\"event\":\"step\",\"step\":5,\"id\":{},\"time\":-1,\"us\":\"x\"}\n",
-          "{\"event\":\"new\"}\n", "{\"event\":\"lost\"}\n", "7\n"}) {
+}
+
+TEST(AaactlControl, RefusesMembersOfOtherTypes) {
+    const struct {
+        const char *command;
+        std::string answer;
+        const char *error;
+    } rows[] = {
+        {"status", "{\"reply\":\"status\"}", "no \"program\""},
+        {"status", kStatus + std::string(",\"alarms\":{}}"), "\"alarms\" is not a list of objects"},
+        {"status", kStatus + std::string(",\"alarms\":[7]}"), "\"alarms\" is not a list of objects"},
+        {"status", kStatus + std::string(",\"alarms\":[{}]}"), "no \"alarms[].alarm\""},
+        {"status", kNoAlarms + std::string(",\"clients\":18446744073709551616}"),
+         "\"clients\" is not a number"},
+        {"status", kNoAlarms + std::string(",\"clients\":-1}"), "\"clients\" is not a number"},
+        {"status", kNoAlarms + std::string(",\"accounting\":{\"groups\":[{\"group\":[]}]}}"),
+         "\"accounting.groups[].group\" is not a text"},
+        {"servers", "{\"reply\":\"servers\",\"groups\":1}", "\"groups\" is not a list of objects"},
+        {"servers", "{\"reply\":\"servers\",\"groups\":[{}]}", "no \"groups[].servers\""},
+        {"servers", kServer + std::string(",\"asked\":\"x\"}]}]}"),
+         "\"groups[].servers[].asked\" is not a number"},
+        {"trace", "{\"event\":\"step\",\"step\":5}", "\"step\" is not a text"},
+        {"trace", "{\"event\":\"step\",\"time\":-1}", "\"time\" is not a number"},
+        {"trace", "{\"step\":\"reply\"}", "no \"event\""},
+        {"trace", "7", "not an object"},
+    };
+    for (const auto &row : rows) {
+        const bool is_trace = std::string(row.command) == "trace";
         const Printed run =
-            ask("trace", std::string("{\"reply\":\"status\"}\n{\"reply\":\"trace\"}\n") + events);
-        EXPECT_EQ(run.status, 5) << events << run.err;
+            ask(row.command, (is_trace ? kNoAlarms + "}\n" + kTrace : "") + row.answer + "\n");
+        EXPECT_EQ(run.status, 3) << row.answer << run.err;
+        EXPECT_NE(run.err.find(row.error), std::string::npos) << row.answer << run.err;
+    }
+}
+
+// A later version may say more, and leave out what not every service has.
+TEST(AaactlControl, ToleratesAnswersOfOtherVersions) {
+    EXPECT_EQ(ask("status", kNoAlarms + ",\"new\":[1]}\n").status, 0);
+    EXPECT_EQ(ask("servers", std::string(kServer) + ",\"new\":{}}]}]}\n").status, 0);
+    for (const char *event : {"{\"event\":\"step\"}\n", "{\"event\":\"new\"}\n", "{\"event\":\"lost\"}\n",
+                              "{\"event\":\"step\",\"time\":18446744073709551615,\"client_uid\":"
+                              "18446744073709551615,\"step\":\"request\"}\n"}) {
+        const Printed run = ask("trace", kNoAlarms + "}\n" + kTrace + event);
+        EXPECT_EQ(run.status, 5) << event << run.err;
         EXPECT_NE(run.err.find("to go on when it runs again: --follow"), std::string::npos) << run.err;
     }
 }
@@ -78,7 +142,7 @@ TEST(AaactlControl, ShowsNoControlCharacters) {
         "{\"event\":\"step\",\"id\":\"\\u001b]0;x\\u0007\",\"step\":\"reply\\n\",\"subject\":\"a\\u001b[2J\","
         "\"detail\":"
         "\"\\u202e\",\"outcome\":\"\\r\",\"next\":\"\\u0000\",\"text\":\"\\u009b\"}\n";
-    const Printed run = ask("trace", "{}\n{}\n" + step);
+    const Printed run = ask("trace", kNoAlarms + "}\n" + kTrace + step);
     for (const char c : run.out) {
         EXPECT_TRUE(c == '\n' || (c >= ' ' && c < '\x7f')) << run.out;
     }

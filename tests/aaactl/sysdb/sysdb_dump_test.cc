@@ -195,6 +195,19 @@ TEST_F(Dump, ABackupReplacesADamagedItem) {
     EXPECT_EQ(value_of("/cfg/key"), "hunter2");
 }
 
+TEST_F(Dump, ATrialRefusesThePathsThatTheDatabaseRefuses) {
+    for (const std::string &path : {std::string("/cfg/site//x"), "/cfg/" + std::string(510, 'p')}) {
+        const std::string text = std::string(kHead) + "\n/cfg/site/good u32 1\n" + path + " u32 1\n" + end(2);
+        for (const char *how : {"--dry-run", "--color=never"}) {
+            const auto run = aaactl({"sysdb", "load", "--force", "-", how}, text);
+            EXPECT_EQ(run.status, 3) << how << ": " << run.err;
+            EXPECT_NE(run.err.find("line 4: "), std::string::npos) << how << ": " << run.err;
+            EXPECT_NE(run.err.find("nothing was loaded"), std::string::npos) << how << ": " << run.err;
+        }
+    }
+    EXPECT_EQ(value_of("/cfg/site/good"), "");
+}
+
 TEST_F(Dump, LoadAddsAndReplaceAlsoDeletes) {
     put("/cfg/old", "u32", "1");
     put("/cfg/both", "u32", "1");

@@ -90,8 +90,39 @@ TEST_F(CaptureTest, AFrameHasThePrefixOfItsClient) {
     EXPECT_EQ(frame.substr(20, 4), std::string("\0\0\0\3", 4));
     EXPECT_EQ(frame.substr(24, 8), std::string("\0\0\0\0\0\0\0\1", 8));
     EXPECT_EQ(frame.substr(32, 8), std::string("\0\0\0\0\0\0\0\7", 8));
-    EXPECT_EQ(frame.substr(40, 8), std::string("\0\0\0\1\0\0\0\0", 8));
+    EXPECT_EQ(frame.substr(40, 4), std::string("\0\0\0\1", 4));
+    EXPECT_NE(frame.substr(44, 4), std::string(4, '\0'));
     EXPECT_EQ(frame.substr(48), "a message");
+}
+
+// Numbers of connections begin again when the service does: captures of before and after were mixed up
+// when they were joined.
+TEST_F(CaptureTest, FramesOfAnotherStartOfTheServiceHaveAnotherNumber) {
+    const auto run_of = [&](const std::string &bytes) { return blocks_of(bytes)[2].body.substr(20 + 44, 4); };
+    Capture other(loop_, names_, "test");
+    CaptureReader reader(capture_, {}), another(other, {});
+    ask("alice");
+    ask("alice");
+    other.add({false, 4711, 1000, 100, 1, 1, 3, 7, "alice", {"a message", 0, true}});
+    const std::string bytes = take(reader);
+    EXPECT_EQ(blocks_of(bytes)[3].body.substr(20 + 44, 4), run_of(bytes));
+    EXPECT_NE(run_of(take(another)), run_of(bytes));
+}
+
+TEST_F(CaptureTest, ReasonsAndLossesOfAReaderThatIsGivenUpAreTold) {
+    CaptureReader reader(capture_, {});
+    ask("alice");
+    const std::string first = take(reader);
+    ask("alice");
+    ask("alice");
+    reader.drop_queued();
+    EXPECT_EQ(reader.dropped(), 2u);
+    reader.finish("why");
+    const auto last = blocks_of(take(reader));
+    ASSERT_EQ(last.size(), 1u);
+    EXPECT_EQ(last[0].body.substr(12, 8), std::string("\1\0\3\0why\0", 8));
+    EXPECT_EQ(load<std::uint64_t>(last[0].body, 20 + 12 + 12 + 4), 3u);
+    EXPECT_EQ(load<std::uint64_t>(last[0].body, 20 + 12 + 12 + 12 + 4), 2u);
 }
 
 TEST_F(CaptureTest, AReaderGetsItsUserOnly) {
@@ -147,6 +178,37 @@ TEST_F(CaptureTest, TrafficWithServersIsForThoseWhoAsked) {
     Types expected{kSection, kInterface, kInterface};
     expected.insert(expected.end(), 1 + 3 + 1 + 3, kPacket);
     EXPECT_EQ(types_of(take(servers)), expected);
+}
+
+// A password where the name is asked for: it was in clear in the packets to RADIUS servers.
+TEST_F(CaptureTest, NamesThatNoOneHasAreNotInPacketsOfRadius) {
+    names_.use([](const std::string &name) { return name == "alice"; });
+    const auto request = [](const std::string &name) {
+        const auto size = static_cast<char>(name.size());
+        return std::string{1, 7, 0, static_cast<char>(22 + size)} + "an authenticator" +
+               std::string{1, static_cast<char>(2 + size)} + name;
+    };
+    CaptureReader reader(capture_, {.servers = true});
+    CaptureReader with_keys(capture_, {.servers = true, .keys = true});
+    CaptureReader all(capture_, {.secrets = true, .servers = true});
+    net::Tap &tap = *loop_.tap();
+    tap.datagram(path_, net::Tap::Way::kSent, request("rosebud"));
+    tap.datagram(path_, net::Tap::Way::kReceived, request("rosebud"));
+    tap.datagram(path_, net::Tap::Way::kSent, request("alice"));
+    for (CaptureReader *one : {&reader, &with_keys}) {
+        const auto blocks = blocks_of(take(*one));
+        ASSERT_EQ(blocks.size(), 6u);
+        for (const std::size_t i : {std::size_t{3}, std::size_t{4}}) {
+            EXPECT_EQ(blocks[i].body.find("rosebud"), std::string::npos);
+            EXPECT_NE(blocks[i].body.find(request("********")), std::string::npos);
+            EXPECT_NE(blocks[i].body.find("replaced by asterisks"), std::string::npos);
+        }
+        EXPECT_NE(blocks[5].body.find(request("alice")), std::string::npos);
+        EXPECT_EQ(blocks[5].body.find("replaced by asterisks"), std::string::npos);
+    }
+    const std::string clear = take(all);
+    EXPECT_NE(clear.find(request("rosebud")), std::string::npos);
+    EXPECT_EQ(clear.find("replaced by asterisks"), std::string::npos);
 }
 
 TEST_F(CaptureTest, KeysAreForThoseWhoAskedAndToldOnce) {

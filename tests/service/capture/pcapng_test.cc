@@ -60,6 +60,14 @@ TEST_F(Pcapng, APacketTellsHowManyWereDroppedBeforeIt) {
               "000000003c000000");
 }
 
+TEST_F(Pcapng, APacketMayHaveAComment) {
+    EXPECT_EQ(hex(pcapng::packet({0, 0, false, 0, "abcd", "why"})),
+              "0600000038000000000000000000000000000000040000000400000061626364"
+              "0100030077687900"
+              "0200040001000000"
+              "0000000038000000");
+}
+
 TEST_F(Pcapng, StatisticsHaveTimesAndCounts) {
     EXPECT_EQ(hex(pcapng::statistics({1, 2, 3, 4, 5})),
               "050000004c000000010000000000000003000000"
@@ -68,6 +76,17 @@ TEST_F(Pcapng, StatisticsHaveTimesAndCounts) {
               "040008000400000000000000"
               "050008000500000000000000"
               "000000004c000000");
+}
+
+TEST_F(Pcapng, StatisticsMayHaveAComment) {
+    EXPECT_EQ(hex(pcapng::statistics({1, 2, 3, 4, 5, "why"})),
+              "0500000054000000010000000000000003000000"
+              "0100030077687900"
+              "020008000000000002000000"
+              "030008000000000003000000"
+              "040008000400000000000000"
+              "050008000500000000000000"
+              "0000000054000000");
 }
 
 TEST_F(Pcapng, SecretsHaveAKindAndAText) {

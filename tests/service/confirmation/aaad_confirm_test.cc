@@ -39,7 +39,7 @@ TEST(AaadConfirm, GoesBackAfterItWasAway) {
     aaad.list("authentication/login/default", {AAA_METHOD_NONE});
     history::Now other_boot = at(0);
     other_boot.boot = "another";
-    other_boot.wall -= 3600;
+    other_boot.wall -= history::system_now().since_boot / 1000 + 3600;  // before this boot
     commit(cfg.handle(), 5, other_boot);
     aaad.start();
     EXPECT_TRUE(aaad.wait_for_log("was not confirmed in time"));

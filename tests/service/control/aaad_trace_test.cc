@@ -73,7 +73,7 @@ TEST_F(AaadTrace, ALoginWithADeadServerShowsEachStepInOrder) {
     EXPECT_EQ(events[0]["terminal"], "vty0");
     EXPECT_EQ(events[0]["service"], "login");
     EXPECT_EQ(events[0]["client_pid"], getpid());
-    EXPECT_EQ(events[4]["tries"], 2);
+    EXPECT_EQ(events[4]["tries"], requests_at(first_)) << "of the first login";
     EXPECT_GE(events[4]["us"].number(), 90000u);
     EXPECT_TRUE(contains(events[4]["detail"].text(), "there is no other server"));
     const std::string id = events[0]["id"].text();
@@ -185,7 +185,10 @@ TEST_F(AaadTrace, ServersSayWhichAnswerAndWhyNot) {
     EXPECT_EQ(servers[0]["state"], "dead");
     EXPECT_EQ(servers[0]["use"], "authentication");
     EXPECT_EQ(servers[0]["asked"], 1);
-    EXPECT_EQ(servers[0]["tries"], 2);
+    const uint32_t tries = requests_at(first_);
+    EXPECT_GE(tries, 1u);
+    EXPECT_LE(tries, 2u);
+    EXPECT_EQ(servers[0]["tries"], tries);
     EXPECT_EQ(servers[0]["timeouts"], 1);
     EXPECT_FALSE(servers[0].contains("last_us"));
     EXPECT_EQ(servers[1]["state"], "up");

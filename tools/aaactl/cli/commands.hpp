@@ -30,6 +30,7 @@ void add_confirm(Command root);
 void add_cancel(Command root);
 void add_watch_confirm(Command root);
 void add_key(Command root);
+void add_cluster(Command root);
 void add_status(Command root);
 void add_servers(Command root);
 void add_report(Command root);

@@ -118,10 +118,21 @@ class KeptLines {
     char text_[16384] = {};  // logging allocates nothing
     size_t size_ = 0;
 };
+// Of syslog; higher ones are less severe.
+constexpr uint32_t kError = 3;
+constexpr uint32_t kWarning = 4;
+
 constinit KeptLines g_own_lines;
 constinit KeptLines g_other_lines;
+constinit KeptLines g_settings;
 
-constexpr uint32_t kError = 3;  // of syslog; higher ones are less severe
+// About a variable of the environment, such as "%AAA-PLATFORM-4-SYSDB : AAA_SYSDB_MAP_MIB=x is not ...". The
+// command goes on, and whoever has set the variable should know that it has no effect.
+bool is_about_setting(uint32_t severity, std::string_view line) noexcept {
+    const size_t text = line.find(" : ");
+    return severity == kWarning && text != std::string_view::npos &&
+           line.substr(text + 3).starts_with("AAA_");
+}
 
 // The texts of the lines, each once. What the library adds to a line of the platform says less.
 std::vector<std::string> reasons_in(const std::string &all) {
@@ -343,7 +354,9 @@ bool take_log_line(uint32_t severity, std::string_view line) noexcept {
     if (log != nullptr && *log != '\0' && !to_stderr) {
         return false;
     }
-    if (severity <= kError) {
+    if (is_about_setting(severity, line) && !to_stderr) {
+        g_settings.keep(line);
+    } else if (severity <= kError) {
         (gettid() == getpid() ? g_own_lines : g_other_lines).keep(line);
     }
     return severity <= kError || !to_stderr;
@@ -358,8 +371,10 @@ void forget_log_lines() {
 }
 
 void print_log_lines() {
-    for (const std::string &text : reasons_in(g_own_lines.take())) {
-        std::fprintf(stderr, "aaactl: %s\n", text.c_str());
+    for (KeptLines *lines : {&g_own_lines, &g_settings}) {
+        for (const std::string &text : reasons_in(lines->take())) {
+            std::fprintf(stderr, "aaactl: %s\n", text.c_str());
+        }
     }
 }
 

@@ -26,6 +26,8 @@ namespace aaactl {
 namespace {
 
 constexpr mode_t kNewFile = 0666;  // less what the umask takes
+constexpr mode_t kPrivateFile = 0640;
+constexpr mode_t kAllRights = 07777;
 constexpr mode_t kOwnerOnly = 0600;
 constexpr int kMostLinks = 40;  // as many as the kernel follows
 constexpr int kAttempts = 10;   // while others create and remove the file
@@ -102,12 +104,12 @@ class Place {
 };
 
 // For a file that is seen when it is complete. False when the name is taken meanwhile.
-bool create(const std::string &file, std::string_view bytes) {
+bool create(const std::string &file, mode_t most, std::string_view bytes) {
     const Place place(file);
     if (place.directory() < 0) {
         throw failure(file);
     }
-    TemporaryFile made(place.directory(), kNewFile);
+    TemporaryFile made(place.directory(), most);
     if (!made.made() || !made.fill(bytes)) {
         throw failure(file);
     }
@@ -148,14 +150,15 @@ void replace_created(const std::string &file, const Place &place, const struct s
 
 // A file that exists, or a link to one that may not. O_CREAT is what makes the kernel protect
 // files of others.
-void write_opened(const std::string &file, bool exists, std::string_view bytes) {
-    Descriptor opened(open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, kNewFile));
+void write_opened(const std::string &file, bool exists, mode_t most, std::string_view bytes) {
+    Descriptor opened(open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, most));
     struct stat before {};
     if (opened.get() < 0 || fstat(opened.get(), &before) != 0) {
         throw failure(file);
     }
     const Place place(Place::resolved(file));
     const bool regular = S_ISREG(before.st_mode);
+    before.st_mode &= ~kAllRights | most;
     if (regular && place.holds(before)) {
         (exists ? replace : replace_created)(file, place, before, bytes);
         return;
@@ -173,6 +176,37 @@ bool is_free(const std::string &file) {
     return lstat(file.c_str(), &found) != 0 && errno == ENOENT;
 }
 
+Failure of_stranger(const std::string &path, const char *what, uid_t owner) {
+    return {ExitCode::failed, escaped(path) + ": this " + what + " belongs to another user (uid " +
+                                  std::to_string(owner) + "); delete it, or name another file"};
+}
+
+bool is_trusted(uid_t owner) {
+    return owner == geteuid() || owner == 0;
+}
+
+// What a private file may replace. The kernel's own protection can be switched off, and covers only
+// directories that everyone may write.
+void refuse_of_strangers(const std::string &file) {
+    std::string path = file;
+    struct stat found {};
+    for (int links = 0; links < kMostLinks && lstat(path.c_str(), &found) == 0; ++links) {
+        if (!S_ISLNK(found.st_mode)) {
+            struct stat directory {};
+            const Place place(path);
+            if (S_ISREG(found.st_mode) && !is_trusted(found.st_uid) &&
+                (fstat(place.directory(), &directory) != 0 || directory.st_uid != found.st_uid)) {
+                throw of_stranger(path, "file", found.st_uid);
+            }
+            return;
+        }
+        if (!is_trusted(found.st_uid)) {
+            throw of_stranger(path, "symbolic link", found.st_uid);
+        }
+        path = link_target(path);
+    }
+}
+
 bool exists(const std::string &file) {
     struct stat found {};
     if (stat(file.c_str(), &found) == 0) {
@@ -184,21 +218,32 @@ bool exists(const std::string &file) {
     return false;
 }
 
-}  // namespace
-
-void write_file(const std::string &file, std::string_view bytes) {
+void write(const std::string &file, mode_t most, std::string_view bytes) {
     for (int i = 0; i < kAttempts; ++i) {
+        if (most == kPrivateFile) {
+            refuse_of_strangers(file);
+        }
         const bool there = exists(file);
         if (there || !is_free(file)) {
-            write_opened(file, there, bytes);
+            write_opened(file, there, most, bytes);
             return;
         }
-        if (create(file, bytes)) {
+        if (create(file, most, bytes)) {
             return;
         }
     }
     errno = EEXIST;
     throw failure(file);
+}
+
+}  // namespace
+
+void write_file(const std::string &file, std::string_view bytes) {
+    write(file, kNewFile, bytes);
+}
+
+void write_private_file(const std::string &file, std::string_view bytes) {
+    write(file, kPrivateFile, bytes);
 }
 
 }  // namespace aaactl

@@ -15,4 +15,10 @@ namespace aaactl {
 // Devices and pipes are written in place. Failure(failed) says what went wrong.
 void write_file(const std::string &file, std::string_view bytes);
 
+// The same for what not everyone may read. The file has at most the mode 0640, whatever it had before and
+// whatever the umask is. Failure(failed) for a symbolic link of another user than this process's or root, and
+// for a file of another user than these and the owner of its directory: that user would choose what is
+// overwritten, or own what is written.
+void write_private_file(const std::string &file, std::string_view bytes);
+
 }  // namespace aaactl

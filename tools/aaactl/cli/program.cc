@@ -53,15 +53,17 @@ ExitCode help(Output &out, const Command &root, const std::vector<std::string> &
     std::string path = root.name();
     for (const std::string &word : words) {
         const std::vector<Command> below = command.commands();
-        const auto found =
-            std::find_if(below.begin(), below.end(), [&](const Command &sub) { return sub.name() == word; });
+        const auto found = std::find_if(below.begin(), below.end(), [&](const Command &sub) {
+            const std::vector<std::string> others = sub.other_names();
+            return sub.name() == word || std::find(others.begin(), others.end(), word) != others.end();
+        });
         if (found == below.end()) {
             throw Failure(ExitCode::usage,
                           "\"" + escaped(word) + "\" is not a command of " + path +
                               (below.empty() ? ", which has none" : suggestion(word, names_of(command))));
         }
-        path += " " + word;
         command = *found;
+        path += " " + command.name();
     }
     std::string text = command.help(path);
     while (text.ends_with('\n')) {
@@ -92,6 +94,7 @@ void add_commands(Command root) {
     add_cancel(root);
     add_watch_confirm(root);
     add_key(root);
+    add_cluster(root);
     add_status(root);
     add_servers(root);
     add_report(root);

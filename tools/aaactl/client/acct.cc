@@ -32,34 +32,39 @@ Reply send_record(AcctOptions &options, Exchange &exchange) {
     });
 }
 
-// The attributes of an update; the library adds the time.
-ListPtr update_list(AcctOptions &options) {
-    avlist *list = nullptr;
+// The attributes of an update; the library adds the time. Service and list say where it is kept.
+aaa::list update_list(AcctOptions &options) {
     Credentials cred(options);
-    cerrno rc = aaa_avpair_create_list("Accounting Update", &list);
-    ListPtr created(list);
+    aaa::result<aaa::list> made = aaa::list::create("Accounting Update");
+    cerrno rc = made.code();
     if (rc == AAA_OK) {
-        rc = aaa_util_add_usercred_in_avlist(cred.get(), list, service_of(options), 0, AAA_ACCT_UPDATE_OPT);
+        rc = aaa_util_add_usercred_in_avlist(cred.get(), made->native(), service_of(options), 0,
+                                             AAA_ACCT_UPDATE_OPT);
+    }
+    if (rc == AAA_OK) {
+        rc = made->add(AAA_SERVICE_TYPE_ATTR, static_cast<uint32_t>(service_of(options))).code();
+    }
+    if (rc == AAA_OK) {
+        rc = made->add(AAA_METHODLIST_ATTR, options.list).code();
     }
     if (rc != AAA_OK) {
         throw Failure("the record could not be created", rc);
     }
-    return created;
+    return *std::move(made);
 }
 
 Reply send_update(AcctOptions &options, Exchange &exchange) {
-    ListPtr list = update_list(options);
+    aaa::list list = update_list(options);
     unsigned char block[64] = {};
-    Reply reply = exchange.ask(AAA_REQ_ACCT_UPDATE, [&](Composition &c) {
+    return exchange.ask(AAA_REQ_ACCT_UPDATE, [&](Composition &c) {
         const cerrno rc =
-            aaa_util_msg_acct_update_compose(&c.record, &options.session_id, block, list.get(), &c.iov,
+            aaa_util_msg_acct_update_compose(&c.record, &options.session_id, block, list.native(), &c.iov,
                                              &c.count, c.buffer, sizeof c.buffer, c.session);
         if (rc == AAA_OK && c.session != 0) {
-            list.release();  // owned by the packet now
+            (void)list.release();  // owned by the packet now
         }
         return rc;
     });
-    return reply;
 }
 
 Step record(AcctOptions &options) {

@@ -46,8 +46,7 @@ Verdict verdict_of(uint32_t status) {
 
 // A packet that answers an authorization has the list's configuration action where others have an error.
 bool is_action(const Reply &reply, uint32_t type) {
-    return type == AAA_REQ_AUTHOR &&
-           number_attribute(reply.list.get(), AAA_VS_RAD_CFG_ACTION) == reply.result;
+    return type == AAA_REQ_AUTHOR && number_attribute(reply.list, AAA_VS_RAD_CFG_ACTION) == reply.result;
 }
 
 Style style_of(Verdict verdict) {
@@ -58,7 +57,7 @@ Style style_of(Verdict verdict) {
 
 // The server's message to the user.
 std::string message_of(const Step &step) {
-    return text_attribute(step.reply.list.get(), AAA_REPLYMSG_ATTR);
+    return text_attribute(step.reply.list, AAA_REPLYMSG_ATTR);
 }
 
 }  // namespace
@@ -119,7 +118,7 @@ void judge(Step &step, uint32_t type) {
         step.verdict = Verdict::failed;
         return;
     }
-    const auto status = number_attribute(step.reply.list.get(), AAA_STATUS_ATTR);
+    const auto status = number_attribute(step.reply.list, AAA_STATUS_ATTR);
     if (!status || !status_name(*status)) {
         throw Failure(ExitCode::bad_input, "malformed reply to " + step.request + ": " +
                                                (status ? std::to_string(*status) + " is not a status"
@@ -161,7 +160,7 @@ Json step_json(const Output &out, const Step &step) {
         document["status"] = {{"number", step.status}, {"name", *status_name(step.status)}};
         document["message"] = escaped(message_of(step));
     }
-    document["attributes"] = attributes_json(out, step.reply.list.get());
+    document["attributes"] = attributes_json(out, step.reply.list.native());
     return document;
 }
 
@@ -174,7 +173,7 @@ Json client_json(const ClientOptions &options) {
 
 void print_step(Output &out, const Step &step) {
     out.line(out.styled(Style::strong, step.request) + " of " + escaped(step.subject));
-    print_attributes(out, step.reply.list.get());
+    print_attributes(out, step.reply.list.native());
     const std::string message = message_of(step);
     out.line("  => " + out.styled(style_of(step.verdict), outcome(step)) +
              (message.empty() ? "" : ", \"" + escaped(message) + "\""));

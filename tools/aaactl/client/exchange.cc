@@ -59,11 +59,11 @@ Reply read_reply(const std::string &socket, const aaa_transport_msg_t &msg, uint
     if (rc != AAA_OK) {
         refuse_head(socket, msg, type, head, rc);
     }
-    Reply reply{head.result, nullptr};
+    Reply reply{head.result, {}};
     if (head.list_at != 0) {
         avlist *list = nullptr;
         rc = aaa_transport_unpack(&msg, head.list_at, &list);
-        reply.list.reset(list);
+        reply.list = aaa::list::adopt(list);
         if (rc != AAA_OK) {
             throw Failure(
                 ExitCode::bad_input,
@@ -147,21 +147,14 @@ Reply Exchange::ask(uint32_t type, const std::function<cerrno(Composition &)> &c
     return receive(type);
 }
 
-std::string text_attribute(const avlist *list, uint32_t type) {
-    uint32_t len = 0;
-    aaa_util_avlist_value_copy(list, type, 0, nullptr, 0, &len);
-    std::string text(len, '\0');
-    if (aaa_util_avlist_value_copy(list, type, 0, text.data(), text.size(), &len) != AAA_OK) {
-        return {};
-    }
-    return text.substr(0, text.find('\0'));
+std::string text_attribute(const aaa::list &list, uint32_t type) {
+    return std::string(list.get<std::string_view>(type).value_or(""));
 }
 
-std::optional<uint32_t> number_attribute(const avlist *list, uint32_t type) {
-    uint32_t value = 0;
-    uint32_t len = 0;
-    const cerrno rc = aaa_util_avlist_value_copy(list, type, 0, &value, sizeof value, &len);
-    return rc == AAA_OK && len == sizeof value ? std::optional(value) : std::nullopt;
+std::optional<uint32_t> number_attribute(const aaa::list &list, uint32_t type) {
+    const aaa::result<aaa::attribute> found = list.find(type);
+    return found && found->value().size() == sizeof(uint32_t) ? std::optional(*found->get<uint32_t>())
+                                                              : std::nullopt;
 }
 
 }  // namespace aaactl

@@ -11,21 +11,18 @@
 #include <string>
 
 #include "aaa/aaautil.h"
+#include "aaa/cpp/list.hpp"
 #include "aaa/transport.h"
 
 namespace aaactl {
 
-struct FreeList {
-    void operator()(avlist *list) const { aaa_avpair_free_list(list); }
-};
 struct FreeTransport {
     void operator()(aaa_transport_t *transport) const { aaa_transport_free(transport); }
 };
-using ListPtr = std::unique_ptr<avlist, FreeList>;
 
 struct Reply {
     cerrno result = AAA_OK;  // what the header says about the processing of the request
-    ListPtr list;            // null when the reply carries none
+    aaa::list list;          // an empty handle when the reply carries none
 };
 
 // What a compose routine of the library writes into and gives out.
@@ -70,8 +67,8 @@ class Exchange {
 };
 
 // The text of an attribute up to its NUL or its end; "" without one.
-std::string text_attribute(const avlist *list, uint32_t type);
+std::string text_attribute(const aaa::list &list, uint32_t type);
 // A four-byte number; nullopt without one.
-std::optional<uint32_t> number_attribute(const avlist *list, uint32_t type);
+std::optional<uint32_t> number_attribute(const aaa::list &list, uint32_t type);
 
 }  // namespace aaactl

@@ -103,7 +103,7 @@ void Login::ask_password() {
 Reply Login::request_authentication() {
     Credentials cred(options_);
     cred->password = password_.empty() ? nullptr : password_.data();
-    cred->state_args = state_.get();
+    cred->state_args = state_.native();
     return exchange_.ask(AAA_REQ_AUTHEN, [&](Composition &c) {
         return aaa_util_msg_authen_compose(&c.record, AAA_AO_ASCII_LOGIN, service_of(options_),
                                            options_.list.c_str(), 0, cred.get(), nullptr, nullptr, &c.iov,
@@ -111,22 +111,18 @@ Reply Login::request_authentication() {
     });
 }
 
-void Login::keep_state(const avlist *list) {
-    state_.reset();
-    uint32_t len = 0;
-    aaa_util_avlist_value_copy(list, AAA_RADIUS_STATE_ATTR, 0, nullptr, 0, &len);
-    std::string state(len, '\0');
-    avlist *kept = nullptr;
-    if (aaa_util_avlist_value_copy(list, AAA_RADIUS_STATE_ATTR, 0, state.data(), state.size(), &len) !=
-            AAA_OK ||
-        aaa_avpair_create_list("state", &kept) != AAA_OK) {
+void Login::keep_state(const aaa::list &list) {
+    state_ = {};
+    const aaa::result<aaa::attribute> state = list.find(AAA_RADIUS_STATE_ATTR);
+    if (!state) {
         return;
     }
-    state_.reset(kept);
-    const cerrno rc = aaa_util_avpair_add_attr(kept, AAA_RADIUS_STATE_ATTR, state.data(), len, 0);
+    aaa::result<aaa::list> kept = aaa::list::create("state");
+    const cerrno rc = kept ? kept->add(AAA_RADIUS_STATE_ATTR, state->value()).code() : kept.code();
     if (rc != AAA_OK) {
         throw Failure("the server's state could not be kept", rc);
     }
+    state_ = *std::move(kept);
 }
 
 namespace {
@@ -134,7 +130,7 @@ namespace {
 // The server's prompt or message; `otherwise` if it sent none.
 std::string question(const Step &step, const char *otherwise) {
     for (const uint32_t type : {AAA_PROMPT_ATTR, AAA_REPLYMSG_ATTR}) {
-        const std::string text = text_attribute(step.reply.list.get(), type);
+        const std::string text = text_attribute(step.reply.list, type);
         if (!text.empty()) {
             return escaped(text) + ' ';
         }
@@ -146,7 +142,7 @@ std::string question(const Step &step, const char *otherwise) {
 
 // A new name needs a new password. False at the end of the input.
 bool Login::answer(const Step &step) {
-    const bool echo = number_attribute(step.reply.list.get(), AAA_PROMPT_ECHO_ATTR) == 1u;
+    const bool echo = number_attribute(step.reply.list, AAA_PROMPT_ECHO_ATTR) == 1u;
     if (step.status == AAA_STAT_GETUSER) {
         const auto user = read_answer(question(step, "User name: "), true);
         if (!user || user->empty()) {
@@ -163,7 +159,7 @@ bool Login::answer(const Step &step) {
     wipe(password_);
     password_ = *secret;
     wipe(*secret);
-    keep_state(step.reply.list.get());
+    keep_state(step.reply.list);
     return true;
 }
 

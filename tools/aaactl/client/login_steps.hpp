@@ -37,7 +37,7 @@ class Login {
     Verdict authorize(const std::string &command);
     Reply request_authentication();
     bool answer(const Step &step);
-    void keep_state(const avlist *list);
+    void keep_state(const aaa::list &list);
 
     // Stores the reply before it is judged, so that a malformed one is shown too.
     Step &judged(Step step, uint32_t type);
@@ -47,7 +47,7 @@ class Login {
     OnStep on_step_;
     Exchange exchange_;
     std::string password_;
-    ListPtr state_;  // what the server expects back with the answer
+    aaa::list state_;  // what the server expects back with the answer
 };
 
 // "alice: accepted; 1 of 2 commands: reload denied"

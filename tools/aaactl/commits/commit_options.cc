@@ -4,14 +4,18 @@
 
 #include <algorithm>
 
+#include "database/sysdb_values.hpp"
+
 namespace aaactl {
 namespace {
 
-constexpr size_t kLongestLabel = 64;
-constexpr size_t kLongestMessage = 4096;
 constexpr int kMostMinutes = 7 * 24 * 60;
 // Words that commands take in place of a commit.
 constexpr std::string_view kReserved[] = {"running", "last"};
+
+std::string option_text(const char *option, const std::string &value) {
+    return value.empty() ? "" : option + shell_word(value);
+}
 
 bool is_control(unsigned char c) {
     return c < ' ' || c == 0x7f;
@@ -37,6 +41,11 @@ void add_commit_options(Command &command, CommitOptions &options, bool label) {
                 "Go back to the state before in so many minutes, unless \"aaactl confirm\" comes in time")
         .between(1, kMostMinutes)
         .type("MINUTES");
+}
+
+std::string command_words(const CommitOptions &options) {
+    return option_text(" --label ", options.label) + option_text(" -m ", options.message) +
+           (options.minutes != 0 ? " --confirm " + std::to_string(options.minutes) : "");
 }
 
 void check_commit_options(const CommitOptions &options) {

@@ -4,6 +4,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -22,6 +23,14 @@ struct CommitOptions {
 
 // --label, unless the command takes the label as its argument, --message and --confirm.
 void add_commit_options(Command &command, CommitOptions &options, bool label = true);
+
+// The same options as words of a command line, each with a blank before it.
+std::string command_words(const CommitOptions &options);
+
+// Bytes of what a commit may be given, and of what is shown of it.
+inline constexpr size_t kLongestLabel = 64;
+inline constexpr size_t kLongestMessage = 4096;
+inline constexpr size_t kLongestAuthor = 128;
 
 inline constexpr char kEmptyLabel[] = "the label is empty; give the commit a name, such as before-upgrade";
 

@@ -2,17 +2,44 @@
 
 #include "commits/damage.hpp"
 
+#include <algorithm>
+#include <optional>
+
 #include "commits/recording.hpp"
 
 namespace aaactl {
 namespace {
 
-void add_head(const history::Store &store, std::vector<Damage> &all) {
+// One whose record is damaged is found with the others.
+void add_last(const history::Store &store, const history::Head &head, std::vector<Damage> &all) {
     try {
-        if (store.head().rebuilt) {
+        store.commit(head.last);
+    } catch (const history::Error &error) {
+        if (error.why() == history::Error::Why::missing) {
+            all.push_back({kHistoryHead,
+                           "it names commit " + std::to_string(head.last) + ", which is missing",
+                           std::string(head.waiting ? "end the waiting with \"aaactl confirm\" or \"aaactl "
+                                                      "cancel\", then "
+                                                    : "") +
+                               "record what is in force as the last one: aaactl commit LABEL",
+                           false});
+        } else if (error.why() == history::Error::Why::database) {
+            throw;
+        }
+    }
+}
+
+// Nothing if the head cannot be read.
+std::optional<history::Head> add_head(const history::Store &store, std::vector<Damage> &all) {
+    try {
+        history::Head head = store.head();
+        if (head.rebuilt) {
             all.push_back({kHistoryHead, "it is damaged or missing, and is made again from the commits",
                            "store it again: aaactl commit LABEL", false});
+        } else if (head.last != 0) {
+            add_last(store, head, all);
         }
+        return head;
     } catch (const history::Error &error) {
         if (error.why() != history::Error::Why::damaged) {
             throw;
@@ -23,6 +50,7 @@ void add_head(const history::Store &store, std::vector<Damage> &all) {
                  kHistoryHead,
              true});
     }
+    return std::nullopt;
 }
 
 void add_commit(const std::string &record, const std::string &text, std::vector<Damage> &all) {
@@ -40,7 +68,7 @@ std::vector<Damage> history_damage(Database &database) {
     }
     with_history([&] {
         const history::Store store = store_of(database);
-        add_head(store, all);
+        const std::optional<history::Head> head = add_head(store, all);
         std::vector<std::string> damaged;
         const std::vector<history::Commit> commits = store.commits(&damaged);
         for (const std::string &path : damaged) {
@@ -55,6 +83,13 @@ std::vector<Damage> history_damage(Database &database) {
                 }
                 add_commit(kCfgTree + history::commit_directory(commit.number) + "record",
                            "its state is damaged", all);
+            }
+        }
+        for (const uint32_t number : head ? store.out_of_sequence(*head) : std::vector<uint32_t>()) {
+            const std::string record = kCfgTree + history::commit_directory(number) + "record";
+            if (std::none_of(all.begin(), all.end(),
+                             [&](const Damage &damage) { return damage.path == record; })) {
+                add_commit(record, "the history has not given this number", all);
             }
         }
     });

@@ -28,6 +28,9 @@ ExitCode exit_code(const history::Error &error) {
 }  // namespace
 
 Failure history_failure(const history::Error &error) {
+    if (error.code() == SYSDB_ERR_TOO_MANY_CHANGES) {  // no item is at fault
+        return database_failure(kCfgTree, error.code());
+    }
     return {exit_code(error), escaped(error.what())};
 }
 
@@ -55,9 +58,20 @@ std::map<std::string, Item> items_of(const history::Items &items) {
     return all;
 }
 
+std::string shown_text(const std::string &text, size_t most) {
+    if (text.size() <= most) {
+        return escaped(text);
+    }
+    size_t end = most;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0u) == 0x80) {  // inside a character
+        --end;
+    }
+    return escaped(std::string_view(text).substr(0, end)) + "...";
+}
+
 std::string commit_text(const history::Commit &commit) {
     return "commit " + std::to_string(commit.number) +
-           (commit.label.empty() ? "" : " (" + escaped(commit.label) + ")");
+           (commit.label.empty() ? "" : " (" + shown_text(commit.label) + ")");
 }
 
 std::string deletion_of_record(const std::string &path) {
@@ -79,7 +93,7 @@ namespace {
 std::string waiting_text(const history::Store &store, const history::Waiting &waiting) {
     try {
         const history::Commit commit = store.commit(waiting.commit);
-        return commit_text(commit) + " of " + escaped(commit.author.name());
+        return commit_text(commit) + " of " + shown_text(commit.author.name(), kLongestAuthor);
     } catch (const history::Error &) {  // its number says enough
         return "commit " + std::to_string(waiting.commit);
     }
@@ -87,7 +101,7 @@ std::string waiting_text(const history::Store &store, const history::Waiting &wa
 
 }  // namespace
 
-void refuse_while_waiting(const history::Store &store, const history::Head &head) {
+void refuse_while_waiting(const history::Store &store, const history::Head &head, const std::string &why) {
     if (!head.waiting) {
         return;
     }
@@ -98,10 +112,36 @@ void refuse_while_waiting(const history::Store &store, const history::Head &head
                   left && *left <= 0
                       ? what + " was to be confirmed until " + until +
                             ", and is reverted now; if it is not, because neither aaad nor \"aaactl "
-                            "watch-confirm\" runs, run \"aaactl cancel\""
+                            "watch-confirm\" runs, run \"aaactl cancel\"" +
+                            why
                       : what + " waits for its confirmation until " + until +
                             "; run \"aaactl confirm\" to keep it, or \"aaactl cancel\" to go back, and try "
-                            "again");
+                            "again" +
+                            why);
+}
+
+bool is_needed_to_go_back(const history::Store &store, const history::Head &head, const std::string &path) {
+    if (!head.waiting) {
+        return false;
+    }
+    const auto goes = [&](const std::string &item) {
+        return path.ends_with('/') ? item.starts_with(path) : item == path;
+    };
+    const std::string record = kCfgTree + history::commit_directory(head.waiting->commit) + "record";
+    bool has_record = true;
+    try {
+        store.commit(head.waiting->commit);
+    } catch (const history::Error &) {
+        has_record = false;
+    }
+    // The head is made again from the records, and the record is not needed while there is a head.
+    const bool loses_head = goes(kHistoryHead) || head.rebuilt;
+    const bool loses_record = goes(record) || !has_record;
+    if (loses_head && loses_record && (goes(kHistoryHead) || goes(record))) {
+        return true;
+    }
+    const std::string base = kCfgTree + history::commit_directory(head.waiting->base);
+    return (goes(base) || path.starts_with(base)) && history::can_revert(store, *head.waiting);
 }
 
 void note_goes_back_too(Output &out, Database &database) {

@@ -37,6 +37,9 @@ history::State state_of(const std::map<std::string, Item> &items, const std::set
 // The inverse.
 std::map<std::string, Item> items_of(const history::Items &items);
 
+// Escaped, and cut with "..." when it has more bytes: every member of the database's group can store records
+// with any text.
+std::string shown_text(const std::string &text, size_t most = kLongestLabel);
 // "commit 7 (before-upgrade)"
 std::string commit_text(const history::Commit &commit);
 
@@ -51,8 +54,14 @@ inline constexpr char kHistoryHead[] = "/cfg/.history/head";
 // The command that deletes the commit with this record, ".../commit/0x1/record", and no other.
 std::string deletion_of_record(const std::string &path);
 
-// Failure(negative) while another commit waits for its confirmation: names its author, and what to do.
-void refuse_while_waiting(const history::Store &store, const history::Head &head);
+// Failure(negative) while another commit waits for its confirmation: names its author, and what to do. `why`
+// follows, such as "; what is refused would ...".
+void refuse_while_waiting(const history::Store &store, const history::Head &head,
+                          const std::string &why = "");
+
+// Whether going back from the commit that waits would be impossible without what is at the path, or below it
+// when it ends in '/'.
+bool is_needed_to_go_back(const history::Store &store, const history::Head &head, const std::string &path);
 
 struct Recorded {
     uint32_t commit = 0;

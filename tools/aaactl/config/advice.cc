@@ -3,9 +3,11 @@
 #include "config/advice.hpp"
 
 #include <algorithm>
+#include <set>
 #include <string_view>
 
 #include "aaa/names.h"
+#include "config/server_keys.hpp"
 #include "database/schema.hpp"
 #include "database/sysdb_values.hpp"
 #include "dictionary/enum_words.hpp"
@@ -73,6 +75,42 @@ std::string change_group(const std::string &what, const char *subcommand, const 
         return under_another_name(what);
     }
     return what + ": aaactl sg " + subcommand + words({group.protocol.word, group.name});
+}
+
+std::string rename_group(const std::string &what, Database &database, const Group &group) {
+    const std::string name = group.name + "-" + group.protocol.word;
+    if (!is_group_name(name)) {
+        return what;
+    }
+    std::vector<std::string> servers[2];
+    std::set<std::string> keys;
+    for (const Server &server : group.servers) {
+        if (!is_sound(server)) {
+            continue;
+        }
+        servers[server.is_private ? 1 : 0].push_back(server_text(server));
+        const ServerKey key = read_key(database, group, server);
+        if (key.state != KeyState::missing && key.state != KeyState::not_needed) {
+            keys.insert(key.path == settings_path(group) + "key" ? "" : server_text(server));
+        }
+    }
+    std::string commands;
+    const auto add = [&](const char *command, std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {group.protocol.word, name});
+        commands += (commands.empty() ? "aaactl " : " && aaactl ") + std::string(command) + words(arguments);
+    };
+    if (!servers[0].empty() || servers[1].empty()) {
+        add("sg add", servers[0]);
+    }
+    if (!servers[1].empty()) {
+        add("sg add --private", servers[1]);
+    }
+    for (const std::string &server : keys) {
+        add("sg key", server.empty() ? std::vector<std::string>{} : std::vector{server});
+    }
+    // Lists that name the group mean the other one of this name, or a method.
+    commands += " && aaactl sg del --force" + words({group.protocol.word, group.name});
+    return what + ": " + commands;
 }
 
 std::string delete_item(const std::string &what, const std::string &path) {

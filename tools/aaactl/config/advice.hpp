@@ -22,6 +22,9 @@ std::string renumber_group(const std::string &what, const Group &group);
 // `what`, and the command "sg add", "sg key" or "sg del" for the group.
 std::string change_group(const std::string &what, const char *subcommand, const Group &group);
 
+// `what`, and the commands that make the group under another name, ask for its keys, and delete this one.
+std::string rename_group(const std::string &what, Database &database, const Group &group);
+
 // `what`, and the command that deletes the item. Where that cannot name the path, a whole tree is read and
 // stored without the item.
 std::string delete_item(const std::string &what, const std::string &path);

@@ -20,11 +20,11 @@ struct FreeText {
 };
 using Text = std::unique_ptr<char, FreeText>;
 
-void check_name(const Group &group, Findings &findings) {
+void check_name(Database &database, const Group &group, Findings &findings) {
     if (is_keyword(group.name)) {
         findings.push_back({Severity::error, "reserved-name", group.path,
                             "\"" + escaped(group.name) + "\" is a keyword of methods and cannot name a group",
-                            "create the group under another name"});
+                            rename_group("give it another name", database, group)});
     }
 }
 
@@ -44,7 +44,7 @@ void check_reverse_map(const Group &group, uint32_t number, Findings &findings) 
 }
 
 // What clients get for the name, as the library looks it up.
-void check_number(const Group &group, bool used, Findings &findings) {
+void check_number(Database &database, const Group &group, bool used, Findings &findings) {
     uint32_t number = 0;
     uint32_t protocol = 0;
     const cerrno rc = aaa_util_lookup_sg_index_and_get_type(group.name.c_str(), &number, &protocol);
@@ -61,10 +61,14 @@ void check_number(const Group &group, bool used, Findings &findings) {
         findings.push_back({Severity::error, "ambiguous-group", group.path,
                             "the name selects the group of " +
                                 std::string(aaa_util_get_sg_defined_name(protocol)) + " with the same name",
-                            "give one of the groups another name"});
+                            rename_group("give this group another name", database, group)});
     } else {
         check_reverse_map(group, number, findings);
     }
+}
+
+bool is_same_server(const Server &a, const Server &b) {
+    return canonical_entry(a.host) == canonical_entry(b.host) && a.ports == b.ports;
 }
 
 // One finding for all servers that share an ordinal, at the second of them.
@@ -73,7 +77,7 @@ void check_ordinal(const std::vector<Server> &servers, size_t at, Findings &find
     size_t earlier = 0;
     for (size_t i = 0; i < servers.size(); ++i) {
         const Server &other = servers[i];
-        const bool is_duplicate = other.host == servers[at].host && other.ports == servers[at].ports;
+        const bool is_duplicate = is_same_server(other, servers[at]);
         if (!is_duplicate && is_sound(other) && other.index == servers[at].index &&
             other.is_private == servers[at].is_private) {
             others.push_back(server_text(other));
@@ -85,10 +89,11 @@ void check_ordinal(const std::vector<Server> &servers, size_t at, Findings &find
         for (size_t i = 1; i < others.size(); ++i) {
             text += (i + 1 == others.size() ? " and " : ", ") + others[i];
         }
-        findings.push_back({Severity::warning, "shared-ordinal", servers[at].path,
-                            text + (others.size() == 1 ? " has" : " have") +
-                                " the same ordinal: which of them is asked first is undefined",
-                            "delete all but one of them, and configure them again"});
+        findings.push_back(
+            {Severity::warning, "shared-ordinal", servers[at].path,
+             text + (others.size() == 1 ? " has" : " have") +
+                 " the same ordinal: which of them is asked first is undefined",
+             delete_item("delete all but one of them, and configure them again", servers[at].path)});
     }
 }
 
@@ -109,16 +114,19 @@ void check_servers(const std::vector<Server> &servers, Findings &findings) {
     for (size_t i = 0; i < servers.size(); ++i) {
         const Server &server = servers[i];
         if (!is_sound(server)) {
-            findings.push_back({Severity::error, "malformed-server", server.path, server.defect,
-                                "delete the entry and configure the server again"});
+            findings.push_back(
+                {Severity::error, "malformed-server", server.path, server.defect,
+                 delete_item("delete the entry, then configure the server again", server.path)});
             continue;
         }
         for (size_t j = 0; j < i; ++j) {
-            if (servers[j].host == server.host && servers[j].ports == server.ports && is_sound(servers[j])) {
-                findings.push_back({Severity::warning, "duplicate-server", server.path,
-                                    server_text(server) +
-                                        " is in the list already: if it does not answer, it is asked again",
-                                    "delete one of the entries"});
+            if (is_same_server(servers[j], server) && is_sound(servers[j])) {
+                findings.push_back(
+                    {Severity::warning, "duplicate-server", server.path,
+                     server_text(server) + " is in the list already" +
+                         (servers[j].host == server.host ? "" : ", as " + server_text(servers[j])) +
+                         ": if it does not answer, it is asked again",
+                     delete_item("delete one of the entries", server.path)});
             }
         }
         check_ordinal(servers, i, findings);
@@ -150,14 +158,16 @@ void check_keys(Database &database, const Group &group, bool used, Findings &fin
 }
 
 void check_group(Database &database, const Group &group, bool used, Findings &findings) {
-    check_name(group, findings);
+    check_name(database, group, findings);
     check_servers(group.servers, findings);
     if (!any_sound(group.servers)) {
-        findings.push_back({used ? Severity::error : Severity::warning, "empty-group", group.path,
-                            "it has no server", "configure a server in it, or delete the group"});
+        findings.push_back(
+            {used ? Severity::error : Severity::warning, "empty-group", group.path, "it has no server",
+             change_group("configure a server in it with \"aaactl sg add\", or delete the group", "del",
+                          group)});
     }
     check_keys(database, group, used, findings);
-    check_number(group, used, findings);
+    check_number(database, group, used, findings);
 }
 
 }  // namespace aaactl

@@ -8,6 +8,7 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <unordered_set>
 
 #include "aaa/names.h"
 #include "aaa/server_keys.h"
@@ -109,7 +110,8 @@ Finding unusable_key(const std::string &path, const std::string &sealed) {
     if (keys.rc != 0) {
         return {Severity::error, "sealed-key", path,
                 "the key cannot be opened: " + file + ": " + escaped(cerr_strerror(keys.rc)),
-                "restore the file of master keys, or set the key again"};
+                "to see why and what to do, say as root: runuser -u aaad -- aaactl key masters; or set the "
+                "key again"};
     }
     const auto generation = static_cast<uint32_t>((sealed[0] - '0') * 10 + (sealed[1] - '0'));
     if (std::find(keys.generations.begin(), keys.generations.end(), generation) == keys.generations.end()) {
@@ -154,10 +156,11 @@ void check_other_master_keys(const std::filesystem::path &used, Findings &findin
     for (const auto &entry : std::filesystem::directory_iterator(directory, ignored)) {
         const std::string name = entry.path().filename().string();
         if (name.starts_with(prefix) && entry.is_regular_file(ignored) && holds_master_keys(entry.path())) {
-            findings.push_back({Severity::warning, "other-keys", entry.path().string(),
-                                "it holds master keys and is not used: a killed change has left it, or it is "
-                                "a copy",
-                                "remove it, or keep the copy elsewhere"});
+            findings.push_back(
+                {Severity::warning, "other-keys", entry.path().string(),
+                 "it holds master keys and is not used: a killed change has left it, or it is "
+                 "a copy",
+                 "keep the copy elsewhere, or remove it: rm " + shell_word(entry.path().string())});
         }
     }
 }
@@ -184,19 +187,50 @@ void check_master_keys(Findings &findings) {
     check_other_master_keys(file, findings);
 }
 
-// A finding of a group or an ordinal that nothing reads is enough for all below it.
-bool is_known(const Findings &findings, const std::string &path) {
-    return std::any_of(findings.begin(), findings.end(), [&](const Finding &finding) {
-        const bool is_whole = finding.code == "reserved-name" || finding.code == "malformed-server";
-        return finding.path == path ||
-               (is_whole && finding.path.ends_with('/') && path.starts_with(finding.path));
-    });
-}
+// The places that findings name. They are indexed, because the check of the items asks for each item and some
+// faults occur once for each of thousands of groups.
+class KnownPlaces {
+  public:
+    explicit KnownPlaces(const Findings &findings) : findings_(findings) {}
+
+    // A finding of a group or an ordinal that nothing reads is enough for all below it.
+    bool contain(const std::string &path) {
+        take_new_ones();
+        if (places_.contains(path)) {
+            return true;
+        }
+        for (size_t slash = path.find('/'); slash != std::string::npos && !trees_.empty();
+             slash = path.find('/', slash + 1)) {
+            if (trees_.contains(path.substr(0, slash + 1))) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+  private:
+    void take_new_ones() {
+        for (; taken_ < findings_.size(); ++taken_) {
+            const Finding &finding = findings_[taken_];
+            const bool is_whole = finding.code == "reserved-name" || finding.code == "malformed-server";
+            places_.insert(finding.path);
+            if (is_whole && finding.path.ends_with('/')) {
+                trees_.insert(finding.path);
+            }
+        }
+    }
+
+    const Findings &findings_;
+    size_t taken_ = 0;
+    std::unordered_set<std::string> places_;
+    std::unordered_set<std::string> trees_;
+};
 
 // What "sysdb set" refuses, and no finding names yet: an earlier version, --force or another program has
 // stored it.
-void check_form(const std::string &path, const Item &item, const ConfigPaths &config, Findings &findings) {
-    if (is_known(findings, path)) {
+void check_form(const std::string &path, const Item &item, const ConfigPaths &config, KnownPlaces &known,
+                Findings &findings) {
+    if (known.contain(path)) {
         return;
     }
     const std::string remedy = delete_item("set it again, or delete it", path);
@@ -241,7 +275,7 @@ void check_lines(Database &database, Findings &findings) {
     if (rc != 0) {
         findings.push_back({Severity::error, "unusable-file", check.file,
                             escaped(cerr_strerror(rc)) + ": requests that name no list fail",
-                            "correct its owner, mode and size"});
+                            "correct its owner, mode and size; look: ls -l " + shell_word(check.file)});
     }
 }
 
@@ -256,14 +290,15 @@ void check_key_at(Database &database, const std::string &path, Findings &finding
 void check_items(Database &database, Findings &findings) {
     ConfigPaths config = config_paths(database);
     config.checks_names = false;  // a finding of the group
+    KnownPlaces known(findings);
     const auto visit = [&](const std::string &path, const Item &item) {
         if (item.type == SYSDB_TYPE_STRING && is_secret(path, item) && !text_of(item).empty()) {
             check_key(path, text_of(item), findings);
         }
-        check_form(path, item, config, findings);
+        check_form(path, item, config, known, findings);
     };
     const auto unreadable = [&](const Unreadable &item) {
-        if (!is_known(findings, item.path)) {
+        if (!known.contain(item.path)) {
             findings.push_back({Severity::error, "unreadable-item", item.path,
                                 item.fault + ": no program can read it",
                                 delete_item("set it again, or delete it", item.path)});

@@ -41,7 +41,7 @@ class ListCheck {
         service();
         hidden();
         if (methods_.empty()) {
-            error("empty-list", "it has no method: " + std::string(consequence_of_failure(list_.function)),
+            error("empty-list", "it has no method: " + std::string(consequence_of_failure(list_)),
                   set_list("delete it, or give it a method, such as", list_, {}));
             return;
         }
@@ -147,7 +147,7 @@ class ListCheck {
                                  protocol_servers_path(*protocol_of_method(method.number)),
                                  method_text(method) + " of " + escaped(list_.path()) +
                                      " asks the servers at this path, and there are none",
-                                 "configure a server, or remove the method from the list"});
+                                 no_servers_remedy(method)});
         }
         none(i);
         if (std::any_of(methods_.begin(), methods_.begin() + static_cast<ptrdiff_t>(i),
@@ -165,6 +165,13 @@ class ListCheck {
                   method_text(method) + " does not exist: clients cannot read this list at all",
                   set_list("create the group, or remove it from the list", list_, methods()));
         }
+    }
+    std::string no_servers_remedy(const Method &method) const {
+        const Protocol &protocol = *protocol_of_method(method.number);
+        return set_list("configure a server (aaactl sysdb set --type u32 " + protocol_servers_path(protocol) +
+                            "0x1/ADDRESS" + (protocol.is_radius() ? ",1812,1813" : "") +
+                            " 1), or remove the method from the list",
+                        list_, without(method));
     }
     void none(size_t i) {
         if (methods_[i].number != AAA_METHOD_NONE) {
@@ -194,7 +201,7 @@ class ListCheck {
                 return method_works(database_, list_.function, method);
             })) {
             error("ends-in-nothing",
-                  "none of its methods can work: " + std::string(consequence_of_failure(list_.function)),
+                  "none of its methods can work: " + std::string(consequence_of_failure(list_)),
                   "correct the faults of its methods, or add a method that needs no server");
         } else if (list_.function != "accounting" &&
                    std::all_of(methods_.begin(), methods_.end(), is_remote)) {

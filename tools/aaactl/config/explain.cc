@@ -235,7 +235,7 @@ std::string untried(const Explanation &e) {
     }
     return e.client.rc != AAA_OK ? failure_text(e.list, e.client.rc)
                                  : "the library refuses the list for this service; no method is tried: " +
-                                       std::string(consequence_of_failure(e.function()));
+                                       std::string(consequence_of_failed_lookup(e.function()));
 }
 
 std::string capital(std::string text) {

@@ -87,10 +87,11 @@ class Lint {
     // The one service that every router has.
     void logins() {
         if (list_names(database_, "authentication", "login").empty()) {
+            const MethodList list{"authentication", "login", "default", {}, {}, {}};
             findings_.push_back(
-                {Severity::error, "no-default-list", list_path("authentication", "login", "default"),
-                 std::string("no list is configured for logins: ") + consequence_of_failure("authentication"),
-                 set_list("create it", {"authentication", "login", "default", {}, {}, {}}, {})});
+                {Severity::error, "no-default-list", list.path(),
+                 std::string("no list is configured for logins: ") + consequence_of_failure(list),
+                 set_list("create it", list, {})});
         }
     }
 

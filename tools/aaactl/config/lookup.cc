@@ -23,7 +23,7 @@ struct FreeWords {
 std::string no_method_text(const MethodList &list) {
     return std::string("no method is tried, ") +
            (list.function == "authentication" ? "not even \"local\": " : "") +
-           consequence_of_failure(list.function);
+           consequence_of_failed_lookup(list.function);
 }
 
 bool has_no_number(const Method &method) {
@@ -51,10 +51,21 @@ ClientView look_up(const MethodList &list) {
     return view;
 }
 
-const char *consequence_of_failure(const std::string &function) {
-    return function == "accounting"       ? "nothing is recorded"
-           : function == "authentication" ? "no one can log in"
-                                          : "every request is refused";
+const char *consequence_of_failure(const MethodList &list) {
+    return list.function == "accounting"       ? "nothing is recorded"
+           : list.function != "authentication" ? "every request is refused"
+           : list.service == "login" && list.name == "default"
+               ? "no login succeeds with it, and aaad does not use such a configuration: it goes on with the "
+                 "one before, or the fallback of aaad.conf"
+               : "every login that uses it is refused";
+}
+
+const char *consequence_of_failed_lookup(const std::string &function) {
+    return function == "accounting"
+               ? "programs that ask the library record nothing; aaad reads the list itself"
+           : function == "authentication"
+               ? "programs that ask the library refuse every login; aaad reads the list itself"
+               : "programs that ask the library refuse every request; aaad reads the list itself";
 }
 
 std::string failure_text(const MethodList &list, cerrno rc) {
@@ -88,7 +99,7 @@ NumberFault number_fault(const MethodList &list) {
             return {is_lock_out,
                     "the number " + std::to_string(*number) + " of " + group +
                         " leads to no group, so none of its servers is asked" +
-                        (is_lock_out ? ": " + std::string(consequence_of_failure(list.function)) : "")};
+                        (is_lock_out ? ": " + std::string(consequence_of_failed_lookup(list.function)) : "")};
         }
         if (method.group != name.get()) {
             return {false, "the number " + std::to_string(*number) + " of " + group +

@@ -19,8 +19,11 @@ struct ClientView {
 };
 ClientView look_up(const MethodList &list);
 
-// What a failed lookup, or a list without a method that works, means: "no one can log in".
-const char *consequence_of_failure(const std::string &function);
+// What a list without a method that works means for requests. aaad does not use a configuration in which the
+// default list of logins has none.
+const char *consequence_of_failure(const MethodList &list);
+// What a failed lookup means. Only programs that ask the library look lists up.
+const char *consequence_of_failed_lookup(const std::string &function);
 // Why the lookup fails, and what it means: "the lookup fails: CODE; no method is tried, ...".
 std::string failure_text(const MethodList &list, cerrno rc);
 // What a lookup that succeeds gives other than the list says, because the number of a group is not that of

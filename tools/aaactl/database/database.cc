@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "cli/stored.hpp"
+#include "cli/suggestion.hpp"
 #include "platform/cerr.h"
 #include "platform/control.h"
 #include "platform/sysdb_changes.h"
@@ -63,6 +64,10 @@ const char *hint(cerrno rc) {
             return " (restore a backup)";
         case SYSDB_ERR_BAD_PATH:
             return " (use an absolute path below /cfg/ or /oper/ without an empty component)";
+        case SYSDB_ERR_TOO_MANY_CHANGES:
+            return " (start its servers with larger --max-txn-ops and --max-request-bytes, or make the "
+                   "change "
+                   "in parts)";
         default:
             return "";
     }
@@ -131,6 +136,10 @@ Failure database_failure(std::string_view path, cerrno rc) {
     return {exit_code(rc),
             escaped(path) + ": " + escaped(cerr_strerror(rc)) + (has_log_lines() ? "" : hint(rc)), rc,
             Failure::Verbatim{}};
+}
+
+std::string with_nothing_done(const Failure &failure, const std::string &text, const std::string &clause) {
+    return failure.rc() == SYSDB_ERR_OUTCOME_UNKNOWN ? text : followed_by(text, clause);
 }
 
 Database::~Database() {

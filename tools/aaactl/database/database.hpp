@@ -34,6 +34,9 @@ struct Unreadable {
 
 // The failure of a call on a path, with a hint if the user can do something about it.
 Failure database_failure(std::string_view path, cerrno rc);
+// The text of a failed change with a clause that says that nothing was changed. A cluster that did not answer
+// may have made the change: then the text alone.
+std::string with_nothing_done(const Failure &failure, const std::string &text, const std::string &clause);
 
 class Database {
   public:

@@ -39,13 +39,10 @@ std::string service_word_of(uint32_t function, uint32_t service) {
         return std::string(word);
     }
     switch (service) {
-        case AAA_SVC_LOGIN:
-        case AAA_SVC_HTTP:
-            return "login";
-        case AAA_SVC_MGBL_ACCT:
-            return "commands";
-        case AAA_SVC_API:
-            return "api";
+#define AAA_SERVICE_WORD(number, word) \
+    case number:                       \
+        return word;
+#include "numbers/service_words.def"
         default:
             return "";
     }

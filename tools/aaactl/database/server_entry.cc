@@ -4,6 +4,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <charconv>
 
 #include "cli/output.hpp"
@@ -53,6 +54,16 @@ std::optional<uint32_t> ordinal_in(std::string_view name) {
 bool is_address(const std::string &host) {
     unsigned char bytes[16];
     return inet_pton(AF_INET, host.c_str(), bytes) == 1 || inet_pton(AF_INET6, host.c_str(), bytes) == 1;
+}
+
+std::string canonical_entry(const std::string &entry) {
+    const size_t end = std::min(entry.find(','), entry.size());
+    in6_addr address{};
+    char text[INET6_ADDRSTRLEN];
+    return inet_pton(AF_INET6, entry.substr(0, end).c_str(), &address) == 1 &&
+                   inet_ntop(AF_INET6, &address, text, sizeof text) != nullptr
+               ? text + entry.substr(end)
+               : entry;
 }
 
 }  // namespace aaactl

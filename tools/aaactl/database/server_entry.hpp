@@ -26,4 +26,8 @@ std::optional<uint32_t> ordinal_in(std::string_view name);
 // Whether it is an IPv4 or IPv6 address: clients do not resolve names.
 bool is_address(const std::string &host);
 
+// An entry, or its host alone, with an IPv6 address written as the system does: 2001:db8::1 for
+// 2001:0DB8:0:0::1. One server has one entry then. Other texts as they are.
+std::string canonical_entry(const std::string &entry);
+
 }  // namespace aaactl

@@ -45,6 +45,7 @@ Server parse_server(const std::string &text, const Protocol &protocol) {
     if (!is_address(server.host)) {
         throw Failure(ExitCode::usage, "\"" + escaped(server.host) + "\" is not an IPv4 or IPv6 address");
     }
+    server.host = canonical_entry(server.host);
     if (comma != text.size()) {
         server.ports.push_back(parse_port(text.substr(comma + 1, second - comma - 1), text));
     }
@@ -102,12 +103,16 @@ std::string server_entry(const Protocol &protocol, const Server &server) {
                                           : server_text(server);
 }
 
-// The library looks only for the form that the server is to have; the other form names the same server.
+// The library looks only for the form that the server is to have. Another form, and an IPv6 address that was
+// stored as somebody wrote it, name the same server.
 void check_other_form(const std::optional<Group> &group, const Protocol &protocol, const Server &server) {
     for (const Server &stored : group ? group->servers : std::vector<Server>{}) {
-        if (!protocol.is_radius() && stored.host == server.host) {
+        const bool is_same = canonical_entry(stored.host) == server.host;
+        if (is_same &&
+            (!protocol.is_radius() || (stored.host != server.host && stored.ports == server.ports))) {
             throw Failure(ExitCode::negative,
-                          "server " + escaped(server.host) + ": refused: the group has it already");
+                          "server " + escaped(server.host) + ": refused: the group has it already" +
+                              (stored.host == server.host ? "" : ", as " + server_text(stored)));
         }
     }
 }

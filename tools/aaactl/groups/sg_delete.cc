@@ -65,7 +65,7 @@ std::string consequence(const MethodList &list, const Group &group) {
     const std::string subject = "method list " +
                                 escaped(list.function + " " + list.service + " " + list.name) + ": without " +
                                 escaped(group.name) + " ";
-    return left.empty() ? subject + "it has no method that can work: " + consequence_of_failure(list.function)
+    return left.empty() ? subject + "it has no method that can work: " + consequence_of_failure(list)
                         : subject + "requests are left to " + left;
 }
 
@@ -118,7 +118,9 @@ Deletions server_deletions(const GroupOptions &options, const Group &group) {
     for (const std::string &text : options.servers) {
         bool found = false;
         for (const Server &server : group.servers) {
-            if (text == server.host || text == server.entry || text == server_text(server)) {
+            const std::string same = canonical_entry(text);
+            if (same == canonical_entry(server.host) || text == server.entry ||
+                same == canonical_entry(server_text(server))) {
                 deletions.servers.push_back(&server);
                 found = true;
             }

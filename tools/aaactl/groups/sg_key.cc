@@ -24,7 +24,9 @@ struct KeyOptions {
 };
 
 bool is_named(const Server &server, const std::string &text) {
-    return text == server.host || text == server.entry || text == server_text(server);
+    const std::string same = canonical_entry(text);
+    return same == canonical_entry(server.host) || text == server.entry ||
+           same == canonical_entry(server_text(server));
 }
 
 Group group_of(Database &database, const KeyOptions &options) {

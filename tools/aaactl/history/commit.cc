@@ -9,6 +9,7 @@
 #include "history/reference.hpp"
 #include "history/watchers.hpp"
 #include "running_config/numbers.hpp"
+#include "store/revert.hpp"
 #include "store/watcher.hpp"
 
 namespace aaactl {
@@ -61,7 +62,7 @@ ExitCode confirm(Output &out) {
             const history::Now now = history::system_now();
             const auto left = history::left(head.waiting->deadline, now);
             number = head.waiting->commit;
-            if (left && *left <= 0) {
+            if (left && *left <= 0 && history::can_revert(store, *head.waiting)) {
                 throw Failure(
                     ExitCode::negative,
                     "commit " + std::to_string(number) + " was to be confirmed until " +
@@ -99,11 +100,14 @@ ExitCode cancel(Output &out) {
                           "commit " + std::to_string(head.waiting->commit) +
                               " was confirmed or reverted meanwhile; see \"aaactl history\"");
         }
-        const Items after = items_of(store.items(store.commit(done->commit)));
+        const Items after = items_of(store.items(store.commit(done->base)));
         settle_numbers(out, database, before, after);
         return *done;
     });
-    Json document = {{"canceled", reverted.waited}, {"commit", reverted.commit}, {"target", reverted.base}};
+    Json document = {{"canceled", reverted.waited}, {"target", reverted.base}};
+    if (reverted.commit != 0) {
+        document["commit"] = reverted.commit;
+    }
     if (reverted.outside != 0) {
         document["outside"] = reverted.outside;
     }
@@ -112,9 +116,9 @@ ExitCode cancel(Output &out) {
             out.line("commit " + std::to_string(reverted.outside) +
                      ": what was changed without a commit meanwhile");
         }
-        out.line("commit " + std::to_string(reverted.commit) + ": the state of commit " +
-                 std::to_string(reverted.base) + " is in force again; commit " +
-                 std::to_string(reverted.waited) + " is canceled");
+        out.line((reverted.commit == 0 ? "" : "commit " + std::to_string(reverted.commit) + ": ") +
+                 "the state of commit " + std::to_string(reverted.base) + " is in force again; commit " +
+                 std::to_string(reverted.waited) + " is canceled" + history::not_recorded(reverted));
     });
     return ExitCode::ok;
 }
@@ -143,7 +147,9 @@ void add_commit(Command root) {
 void add_confirm(Command root) {
     Command sub = root.command("confirm", "Keep the commit that waits for its confirmation", confirm);
     sub.footer(
-        "Exit status 1 when it comes too late, 4 when no commit waits.\nJSON: {commit, confirmed}\n"
+        "Exit status 1 when it comes too late, 4 when no commit waits. It is never too late when the state "
+        "before is\n"
+        "missing or damaged, because nothing can go back to it.\nJSON: {commit, confirmed}\n"
         "Example: aaactl confirm");
 }
 
@@ -154,7 +160,8 @@ void add_cancel(Command root) {
         "What would happen at the end of its time happens now. What was changed without a commit meanwhile "
         "becomes\n"
         "one, so that nothing is lost. Exit status 4 when no commit waits.\n"
-        "JSON: {canceled, commit, target: the commit that is in force again, outside}\n"
+        "JSON: {canceled, commit unless the database had no room for it, target: the commit that is in force "
+        "again, outside}\n"
         "Example: aaactl cancel");
 }
 

@@ -23,6 +23,7 @@ namespace aaactl {
 namespace {
 
 struct EditOptions {
+    std::string file;  // "": the running configuration
     CommitOptions commit;
     bool yes = false;
     bool force = false;
@@ -105,13 +106,39 @@ Findings new_findings(const Plan &plan) {
 class Editing {
   public:
     Editing(Output &out, const EditOptions &options)
-        : out_(out), options_(options), opened_(open_configuration(out, database_)), file_(opened_.text) {
+        : out_(out),
+          options_(options),
+          opened_(open_configuration(out, database_)),
+          file_(options.file.empty() ? opened_.text : read_whole_file(options.file)),
+          last_words_("aaactl: interrupted; " + kept_text() + "\n") {
         plan_options_.replace = true;
         plan_options_.expect = true;
         plan_options_.force = options.force;
+        plan_options_.checked = !options.force;
     }
 
+    // What was typed must not be lost: only a text that is stored, or that nobody changed, is removed.
     ExitCode run() {
+        try {
+            const ExitCode code = edit_until_done();
+            file_.discard();
+            return code;
+        } catch (const Failure &failure) {
+            if (!is_worth_keeping()) {
+                file_.discard();
+                throw;
+            }
+            throw Failure(failure.code(), followed_by(failure.what(), kept_text()));
+        } catch (...) {
+            out_.note("aaactl: " + kept_text());
+            throw;
+        }
+    }
+
+  private:
+    enum class Answer { yes, no, edit };
+
+    ExitCode edit_until_done() {
         for (;;) {
             edit();
             const std::string text = file_.text();
@@ -133,7 +160,7 @@ class Editing {
                     case Answer::edit:
                         continue;
                     case Answer::no:
-                        throw kept(ExitCode::negative, "nothing was changed");
+                        throw Failure(ExitCode::negative, "nothing was changed");
                     case Answer::yes:
                         return commit(statements, changes);
                 }
@@ -143,22 +170,25 @@ class Editing {
         }
     }
 
-  private:
-    enum class Answer { yes, no, edit };
+    std::string kept_text() const {
+        std::string command = "aaactl edit";
+        command += command_words(options_.commit) + " " + shell_word(escaped(file_.path()));
+        return "the text is kept in " + escaped(file_.path()) + ", and \"" + command + "\" goes on with it";
+    }
 
-    // What was typed is worth more than a file less.
-    Failure kept(ExitCode code, const std::string &why) {
-        file_.keep();
-        return {code, why + "; the text is kept in " + escaped(file_.path())};
+    bool is_worth_keeping() const {
+        try {
+            return file_.text() != opened_.text || file_.has_company();
+        } catch (const Failure &) {  // it is there, or was, and cannot be read
+            return true;
+        }
     }
 
     void edit() {
         try {
             file_.edit();
         } catch (const Failure &failure) {
-            const bool typed = file_.text() != opened_.text;
-            const std::string why = std::string(failure.what()) + "; nothing was changed";
-            throw typed ? kept(failure.code(), why) : Failure(failure.code(), why);
+            throw Failure(failure.code(), std::string(failure.what()) + "; nothing was changed");
         }
     }
 
@@ -205,11 +235,11 @@ class Editing {
     }
 
     Failure meanwhile(const std::string &path) {
-        return kept(ExitCode::negative,
-                    "the configuration was changed meanwhile by another process, at " + escaped(path) +
-                        ", and nothing of this text was stored; see what it would undo with \"aaactl load "
-                        "--replace --dry-run " +
-                        shell_word(escaped(file_.path())) + "\"");
+        return Failure(ExitCode::negative,
+                       "the configuration was changed meanwhile by another process, at " + escaped(path) +
+                           ", and nothing of this text was stored; see what it would undo with \"aaactl load "
+                           "--replace --dry-run " +
+                           shell_word(escaped(file_.path())) + "\"");
     }
 
     Answer ask(const std::string &question, bool may_edit) {
@@ -236,9 +266,10 @@ class Editing {
         if (options_.yes) {
             const size_t errors = count(findings, Severity::error);
             if (errors != 0 && !options_.force) {
-                throw kept(ExitCode::negative, "the change has errors: " + findings.front().path + ": " +
-                                                   findings.front().text +
-                                                   "; nothing was changed (--force commits it all the same)");
+                throw Failure(ExitCode::negative,
+                              "the change has errors: " + findings.front().path + ": " +
+                                  findings.front().text +
+                                  "; nothing was changed (--force commits it all the same)");
             }
             return Answer::yes;
         }
@@ -247,13 +278,17 @@ class Editing {
 
     void ask_again(const Wrong &wrong, const std::string &text) {
         if (options_.yes) {
-            throw kept(wrong.code, followed_by(wrong.message, "nothing was changed"));
+            throw Failure(wrong.code, followed_by(wrong.message, "nothing was changed"));
         }
         out_.note("aaactl: " + wrong.message);
         if (ask("Edit again? (y)es, (n)o: ", false) == Answer::no) {
-            throw kept(wrong.code, followed_by(wrong.message, "nothing was changed"));
+            throw Failure(wrong.code, followed_by(wrong.message, "nothing was changed"));
         }
-        file_.write(marked(text, wrong.message));
+        try {
+            file_.write(marked(text, wrong.message));
+        } catch (const Failure &failure) {  // the text is as the editor left it
+            out_.note(std::string("aaactl: ") + failure.what());
+        }
     }
 
     struct Stored {
@@ -286,10 +321,13 @@ class Editing {
         try {
             stored = store(statements);
         } catch (const Failure &failure) {
-            throw kept(failure.code(), followed_by(failure.what(), "nothing was changed"));
+            throw Failure(failure.code(), with_nothing_done(failure, failure.what(), "nothing was changed"));
         }
         if (stored.meanwhile) {
             throw meanwhile(*stored.meanwhile);
+        }
+        if (!options_.file.empty()) {
+            remove_kept_text(options_.file);
         }
         const Recorded &recorded = stored.recorded;
         Json document = {{"changed", true}, {"lines", line_changes_json(changes)}};
@@ -305,7 +343,18 @@ class Editing {
     Database database_;
     Opened opened_;
     EditedFile file_;
+    LastWords last_words_;
 };
+
+// Of commands that could not name them: their terminal was closed, or they were killed.
+void note_kept_texts(Output &out) {
+    for (const std::string &path : kept_texts()) {
+        const std::string directory = path.substr(0, path.rfind('/'));
+        out.note("aaactl: an earlier text is kept in " + escaped(path) + "; \"aaactl edit " +
+                 shell_word(escaped(path)) + "\" goes on with it, \"rm -r " + shell_word(escaped(directory)) +
+                 "\" removes it");
+    }
+}
 
 ExitCode edit(Output &out, const EditOptions &options) {
     check_commit_options(options.commit);
@@ -320,6 +369,9 @@ ExitCode edit(Output &out, const EditOptions &options) {
         const history::Store store = store_of(database);
         with_history([&] { refuse_while_waiting(store, store.head()); });
     }
+    if (options.file.empty()) {
+        note_kept_texts(out);
+    }
     return Editing(out, options).run();
 }
 
@@ -329,9 +381,11 @@ void add_edit(Command root) {
     auto options = std::make_shared<EditOptions>();
     Command sub = root.command("edit", "Edit the configuration as text, and commit it",
                                [options](Output &out) { return edit(out, *options); });
+    sub.option("FILE", options->file, "A text to go on with, instead of the running configuration");
     add_commit_options(sub, options->commit);
     sub.flag("-y,--yes", options->yes, "Commit without asking, unless the change has errors");
-    sub.flag("--force", options->force, "Accept lists that name groups that do not exist (yet), and errors");
+    sub.flag("--force", options->force,
+             "Accept lists that name groups that do not exist (yet), items that nothing reads, and errors");
     sub.footer(
         "The editor is $VISUAL, $EDITOR, editor or vi; the text is that of \"show running-config\", with "
         "sealed keys.\n"
@@ -341,7 +395,8 @@ void add_edit(Command root) {
         "changed\n"
         "the configuration meanwhile, nothing is stored (exit status 1). A text that is not stored is kept, "
         "and its file\n"
-        "named.\n"
+        "named: FILE goes on with it. After a terminal that was closed, the next \"edit\" names "
+        "it.\n"
         "JSON, with --yes: {changed, commit, outside, confirm_until, lines as in \"aaactl diff\"}\n"
         "Example: aaactl edit --confirm 10 -m 'New key of the first server'");
 }

@@ -24,11 +24,11 @@ std::vector<std::string> row_of(const Output &out, const history::Commit &commit
     const bool open = commit.ending == history::Ending::waiting;
     return {std::to_string(commit.number),
             short_time(commit.time),
-            escaped(commit.author.name()),
-            escaped(commit.author.place()),
+            shown_text(commit.author.name(), kLongestAuthor),
+            shown_text(commit.author.place(), kLongestAuthor),
             out.styled(open ? Style::warning : Style::plain, kind_text(commit) + ending_text(commit)),
-            escaped(commit.label),
-            escaped(commit.message)};
+            shown_text(commit.label),
+            shown_text(commit.message, kLongestMessage)};
 }
 
 Json waiting_json(const history::Waiting &waiting, std::optional<int64_t> left) {

@@ -17,8 +17,22 @@ std::optional<uint32_t> number_in(const std::string &word) {
     return error == std::errc() && stop == word.data() + word.size() ? std::optional(number) : std::nullopt;
 }
 
-Failure missing(const history::Store &store, const std::string &word) {
+// Another commit than the one that was meant is not taken in its place: going back to it would lose what the
+// last one had.
+std::string last_is_missing(uint32_t number, const std::vector<history::Commit> &commits) {
+    return "commit " + std::to_string(number) + ", the last one, is missing in the history, " +
+           (commits.empty()
+                ? "and there is no other; "
+                : "and the newest one that is there is " + commit_text(commits.back()) +
+                      ": name it by its number, " + std::to_string(commits.back().number) + "; or ") +
+           "\"aaactl commit LABEL\" records what is in force as the last one";
+}
+
+Failure missing(const history::Store &store, const std::string &word, uint32_t number) {
     const std::vector<history::Commit> commits = store.commits();
+    if (word == "last" && number != 0) {
+        return {ExitCode::not_found, last_is_missing(number, commits)};
+    }
     if (commits.empty()) {
         return {ExitCode::not_found, "there is no commit yet; \"aaactl commit LABEL\" makes one"};
     }
@@ -46,14 +60,14 @@ history::Commit find_commit(const history::Store &store, const std::string &word
                 if (error.why() != history::Error::Why::missing) {
                     throw;
                 }
-                throw missing(store, word);
+                throw missing(store, word, *number);
             }
         }
         std::vector<history::Commit> commits = store.commits();
         const auto found = std::find_if(commits.rbegin(), commits.rend(),
                                         [&](const history::Commit &commit) { return commit.label == word; });
         if (word.empty() || found == commits.rend()) {
-            throw missing(store, word);
+            throw missing(store, word, 0);
         }
         return *found;
     });
@@ -82,7 +96,8 @@ Version find_version(const history::Store &store, const std::string &word) {
 
 std::string author_text(const history::Commit &commit) {
     const std::string place = commit.author.place();
-    return escaped(commit.author.name() + (place.empty() ? "" : " from " + place));
+    return shown_text(commit.author.name(), kLongestAuthor) +
+           (place.empty() ? "" : " from " + shown_text(place, kLongestAuthor));
 }
 
 std::string kind_text(const history::Commit &commit) {

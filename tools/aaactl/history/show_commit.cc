@@ -16,16 +16,18 @@ namespace {
 std::string heading(const history::Commit &commit) {
     std::string text = "! " + commit_text(commit) + " of " + history::time_text(commit.time) + " by " +
                        author_text(commit) + ": " + kind_text(commit) + "\n";
-    for (size_t at = 0; at < commit.message.size();) {
+    size_t left = kLongestMessage;
+    for (size_t at = 0; at < commit.message.size() && left != 0;) {
         const size_t end = std::min(commit.message.find('\n', at), commit.message.size());
-        text += "!   " + escaped(commit.message.substr(at, end - at)) + "\n";
+        text += "!   " + shown_text(commit.message.substr(at, end - at), left) + "\n";
+        left -= std::min(left, end - at + 1);
         at = end + 1;
     }
     if (commit.ending != history::Ending::none) {
         text += std::string("! ") + history::word_of(commit.ending) +
-                (commit.ended == 0
-                     ? std::string()
-                     : " by " + escaped(commit.ended_by) + " at " + history::time_text(commit.ended)) +
+                (commit.ended == 0 ? std::string()
+                                   : " by " + shown_text(commit.ended_by, kLongestAuthor) + " at " +
+                                         history::time_text(commit.ended)) +
                 "\n";
     }
     return text;

@@ -29,16 +29,19 @@ ExitCode watch(Output &out, bool once) {
                    {"target", reverted.base},
                    {"outside", reverted.outside}},
                   [&] {
-                      out.line("commit " + std::to_string(reverted.waited) +
-                               " was not confirmed in time: commit " + std::to_string(reverted.commit) +
-                               " has the state of commit " + std::to_string(reverted.base));
+                      out.line("commit " + std::to_string(reverted.waited) + " was not confirmed in time: " +
+                               (reverted.commit == 0
+                                    ? "the state of commit " + std::to_string(reverted.base) +
+                                          " is in force again" + history::not_recorded(reverted)
+                                    : "commit " + std::to_string(reverted.commit) +
+                                          " has the state of commit " + std::to_string(reverted.base)));
                   });
         Database database;  // in aaad the configuration's thread does it
         with_history([&] {
             const history::Store store = store_of(database);
             const uint32_t left = reverted.outside != 0 ? reverted.outside : reverted.waited;
             settle_numbers(out, database, items_of(store.items(store.commit(left))),
-                           items_of(store.items(store.commit(reverted.commit))));
+                           items_of(store.items(store.commit(reverted.base))));
         });
     };
     reports.fails = [&](const std::string &text, bool /*known*/) {

@@ -51,6 +51,27 @@ void read_all_groups(Database &database, Facts &facts) {
     }
 }
 
+// What was read before a failure is dropped: half a configuration would be taken for all of it.
+void read_configuration(Facts &facts) {
+    try {
+        Facts read;
+        {
+            Database database(Database::Use::reading);
+            read_all_groups(database, read);
+            read_lists(database, read);
+            read.history = read_history(database);
+        }
+        read.checked = lint_configuration();
+        facts.groups = std::move(read.groups);
+        facts.lists = std::move(read.lists);
+        facts.history = std::move(read.history);
+        facts.checked = std::move(read.checked);
+    } catch (const Failure &failure) {
+        facts.no_database = failure.what();
+        facts.database = failure.code();
+    }
+}
+
 void ask_service(const ControlOptions &options, Facts &facts) {
     try {
         ControlClient client(options);
@@ -69,12 +90,7 @@ Facts gather_facts(const ControlOptions &options) {
     Facts facts;
     facts.host = host_name();
     facts.time = date_and_time(static_cast<uint64_t>(std::time(nullptr)));
-    {
-        Database database(Database::Use::reading);
-        read_all_groups(database, facts);
-        read_lists(database, facts);
-    }
-    facts.checked = lint_configuration();
+    read_configuration(facts);
     ask_service(options, facts);
     forget_log_lines();  // what the lookups reported is among the findings
     return facts;

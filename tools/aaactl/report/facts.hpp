@@ -10,6 +10,7 @@
 
 #include "config/checks.hpp"
 #include "config/explanation.hpp"
+#include "report/history.hpp"
 #include "service/control_client.hpp"
 
 namespace aaactl {
@@ -30,7 +31,10 @@ struct Facts {
     std::string time;  // local
     std::vector<ReportedGroup> groups;
     std::vector<ReportedList> lists;
+    ReportedHistory history;
     Linted checked;
+    std::string no_database;  // why nothing of the configuration is known; "" when it is
+    ExitCode database = ExitCode::ok;
     Json status;             // of aaad; null when it does not run
     Json servers;            // likewise
     std::string no_service;  // why there is neither

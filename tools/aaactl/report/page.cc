@@ -4,47 +4,24 @@
 
 #include "report/page.hpp"
 
-#include <cstdio>
+#include <map>
 
 #include "report/flow.hpp"
-#include "report/html.hpp"
+#include "report/groups.hpp"
+#include "report/parts.hpp"
 #include "report/style.hpp"
 
 namespace aaactl {
 namespace {
-
-// ---- parts ----------------------------------------------------------------------
-
-// The elements of a member; none when there is no service, or it has not sent the member.
-const std::vector<Json> &array_of(const Json &document, std::string_view name) {
-    static const std::vector<Json> none;
-    const Json &value = document[name];
-    return value.is_array() ? value.elements() : none;
-}
-
-void pair(Html &page, const char *name, const std::string &value, const char *kind = "") {
-    page.line("dt", name).line("dd", value, {{"class", kind}});
-}
-
-std::string milliseconds(const Json &server, const char *name) {
-    if (!server.contains(name)) {
-        return "-";
-    }
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f ms", static_cast<double>(number_of(server, name)) / 1000);
-    return text;
-}
-
-std::string plural(size_t number, const std::string &noun) {
-    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
-}
 
 // ---- the service ------------------------------------------------------------------
 
 void write_service(Html &page, const Facts &facts) {
     if (facts.status.is_null()) {
         page.line("p", "The service was not asked: " + facts.no_service, {{"class", "warn"}});
-        page.line("p", "What follows is what is stored; states of servers and counters are missing.");
+        page.line("p", facts.no_database.empty()
+                           ? "What follows is what is stored; states of servers and counters are missing."
+                           : "States of servers and counters are missing, too.");
         return;
     }
     const Json &configuration = facts.status["configuration"];
@@ -72,114 +49,10 @@ void write_service(Html &page, const Facts &facts) {
     page.close();
 }
 
-// ---- groups and servers -------------------------------------------------------------
-
-// A key is there or not; it is never shown, sealed neither.
-const char *key_words(KeyState state) {
-    switch (state) {
-        case KeyState::opens:
-        case KeyState::unchecked:
-            return "has a key";
-        case KeyState::not_needed:
-            return "needs no key";
-        case KeyState::missing:
-            return "has no key";
-        case KeyState::unusable:
-            return "has a key that cannot be opened";
-        case KeyState::unprintable:
-            return "has a key that other programs may refuse";
-    }
-    return "";
-}
-
-void write_stored(Html &page, const Server &server, KeyState key) {
-    page.open("li")
-        .line("strong", server_text(server))
-        .text(server.is_private ? " (of this group only), " : ", ");
-    const bool sound = is_sound(server);
-    page.line("span", sound ? key_words(key) : "not usable: " + server.defect,
-              {{"class", sound && is_asked_with(key) ? "dim" : "bad"}});
-    page.close();
-}
-
-void write_running(Html &page, const Json &server) {
-    const std::string state = text_of(server, "state");
-    const bool asked = number_of(server, "asked") != 0;
-    page.open("li").line("strong", text_of(server, "server")).open("dl");
-    const bool up = state == "up";
-    pair(page, "State", up && !asked ? "not asked yet" : state, !up ? "bad" : asked ? "good" : "dim");
-    if (!up) {
-        pair(page, "Why", text_of(server, "why"));
-    }
-    pair(page, "Used for", text_of(server, "use") + ", " + text_of(server, "transport"));
-    pair(page, "Round trip",
-         milliseconds(server, "last_us") + ", average " + milliseconds(server, "average_us"));
-    pair(page, "Asked",
-         std::to_string(number_of(server, "asked")) + ", answers " +
-             std::to_string(number_of(server, "answers")) + ", time-outs " +
-             std::to_string(number_of(server, "timeouts")) + ", errors " +
-             std::to_string(number_of(server, "errors") + number_of(server, "unreachable")));
-    page.close().close();
-}
-
-void write_running_servers(Html &page, const Json &group) {
-    if (array_of(group, "servers").empty()) {
-        page.line("p", "aaad has no usable server of it; see: aaad --check", {{"class", "bad"}});
-        return;
-    }
-    page.line("h4", "As aaad sees them").open("ul", {{"class", "plain"}});
-    for (const Json &server : array_of(group, "servers")) {
-        write_running(page, server);
-    }
-    page.close();
-}
-
-void write_group(Html &page, const ReportedGroup &reported, const Json &servers) {
-    const Group &group = reported.group;
-    page.open("section", {{"class", "card"}}).line("h3", group.name);
-    page.line("p",
-              std::string(group.protocol.word) + ", " +
-                  (group.number ? "number " + std::to_string(*group.number) : "no number") +
-                  (group.configured ? "" : ", not configured any more"),
-              {{"class", group.configured ? "dim" : "bad"}});
-    if (group.servers.empty()) {
-        page.line("p", "no servers", {{"class", "bad"}});
-    } else {
-        page.open("ul");
-        for (size_t i = 0; i < group.servers.size(); ++i) {
-            write_stored(page, group.servers[i], reported.keys[i].state);
-        }
-        page.close();
-    }
-    for (const Json &running : array_of(servers, "groups")) {
-        if (text_of(running, "group") == group.name && text_of(running, "protocol") == group.protocol.word) {
-            write_running_servers(page, running);
-        }
-    }
-    page.close();
-}
-
-void write_groups(Html &page, const Facts &facts) {
-    for (const ReportedGroup &group : facts.groups) {
-        write_group(page, group, facts.servers);
-    }
-    for (const Json &running : array_of(facts.servers, "groups")) {
-        if (text_of(running, "group").empty()) {
-            page.open("section", {{"class", "card"}});
-            page.line("h3", "Servers without a group: " + text_of(running, "protocol"));
-            write_running_servers(page, running);
-            page.close();
-        }
-    }
-    if (facts.groups.empty()) {
-        page.line("p", "No group is configured.", {{"class", "dim"}});
-    }
-}
-
 // ---- lists ----------------------------------------------------------------------------
 
-void write_list(Html &page, const ReportedList &list, size_t number) {
-    page.open("section", {{"class", "card"}}).line("h3", list.title);
+void write_list(Html &page, const ReportedList &list, size_t number, bool folded) {
+    open_card(page, folded, list.title);
     if (!list.explanation) {
         page.line("p", list.defect, {{"class", "bad"}});
     } else if (!list.explanation->is_tried()) {
@@ -201,9 +74,10 @@ void write_lists(Html &page, const Facts &facts) {
         "p",
         "The first step that accepts or refuses decides. Only a step that does not answer is followed by "
         "the next one.");
+    const bool folded = fold(page, facts.lists.size(), "lists");
     size_t number = 0;
     for (const ReportedList &list : facts.lists) {
-        write_list(page, list, ++number);
+        write_list(page, list, ++number, folded);
     }
     if (facts.lists.empty()) {
         page.line("p", "No list is configured.", {{"class", "dim"}});
@@ -212,19 +86,45 @@ void write_lists(Html &page, const Facts &facts) {
 
 // ---- findings ------------------------------------------------------------------------------
 
+void write_finding(Html &page, const Finding &finding) {
+    const bool error = finding.severity == Severity::error;
+    page.open("li").line("strong", error ? "Error" : "Warning", {{"class", error ? "bad" : "warn"}});
+    page.text(" " + finding.code + ": " + finding.text);
+    page.line("p", finding.path, {{"class", "dim"}}).line("p", "Remedy: " + finding.remedy).close();
+}
+
+// Those of one kind below one line.
+void write_folded_findings(Html &page, const Findings &findings) {
+    std::map<std::pair<bool, std::string>, std::vector<const Finding *>> kinds;  // errors first
+    for (const Finding &finding : findings) {
+        kinds[{finding.severity != Severity::error, finding.code}].push_back(&finding);
+    }
+    for (const auto &[kind, members] : kinds) {
+        page.open("details", {{"class", "card"}}).open("summary");
+        page.line("strong", kind.first ? "Warning" : "Error", {{"class", kind.first ? "warn" : "bad"}});
+        page.text(" " + kind.second + ": " + plural(members.size(), "time")).close();
+        page.open("ul", {{"class", "plain"}});
+        for (const Finding *finding : members) {
+            write_finding(page, *finding);
+        }
+        page.close().close();
+    }
+}
+
 void write_findings(Html &page, const Facts &facts) {
     const Findings &findings = facts.checked.findings;
     page.line("p", plural(count(findings, Severity::error), "error") + ", " +
                        plural(count(findings, Severity::warning), "warning"));
+    if (fold(page, findings.size(), "findings")) {
+        write_folded_findings(page, findings);
+        return;
+    }
     if (findings.empty()) {
         return;
     }
     page.open("ul", {{"class", "plain"}});
     for (const Finding &finding : findings) {
-        const bool error = finding.severity == Severity::error;
-        page.open("li").line("strong", error ? "Error" : "Warning", {{"class", error ? "bad" : "warn"}});
-        page.text(" " + finding.code + ": " + finding.text);
-        page.line("p", finding.path, {{"class", "dim"}}).line("p", "Remedy: " + finding.remedy).close();
+        write_finding(page, finding);
     }
     page.close();
 }
@@ -286,19 +186,37 @@ void write_counters(Html &page, const Facts &facts) {
     page.close();
 }
 
+// ---- history -------------------------------------------------------------------------------
+
+void write_reported_history(Html &page, const Facts &facts) {
+    write_history(page, facts.history);
+}
+
 // ---- the page -----------------------------------------------------------------------------------
 
 struct Section {
     const char *id;
     const char *title;
+    bool is_of_database;
     void (*write)(Html &page, const Facts &facts);
 };
 
 constexpr Section kSections[] = {
-    {"service", "Service", write_service},          {"findings", "Findings", write_findings},
-    {"groups", "Groups and servers", write_groups}, {"lists", "Method lists", write_lists},
-    {"counters", "Counters", write_counters},
+    {"service", "Service", false, write_service},
+    {"findings", "Findings", true, write_findings},
+    {"groups", "Groups and servers", true, write_groups},
+    {"lists", "Method lists", true, write_lists},
+    {"counters", "Counters", false, write_counters},
+    {"history", "History", true, write_reported_history},
 };
+
+void write_section(Html &page, const Facts &facts, const Section &section) {
+    if (section.is_of_database && !facts.no_database.empty()) {
+        page.line("p", "The system database cannot be read: " + facts.no_database, {{"class", "bad"}});
+        return;
+    }
+    section.write(page, facts);
+}
 
 void write_head(Html &page, const Facts &facts) {
     page.open("head").empty("meta", {{"charset", "utf-8"}});
@@ -328,7 +246,7 @@ std::string report_page(const Facts &facts) {
     page.close().close().open("main");
     for (const Section &section : kSections) {
         page.open("section", {{"id", section.id}}).line("h2", section.title);
-        section.write(page, facts);
+        write_section(page, facts, section);
         page.close();
     }
     return std::move(page).take();

@@ -24,6 +24,7 @@ ul,ol{margin:.25rem 0;padding-left:1.5rem}ul.plain{list-style:none;padding:0}
 ul.plain>li{border-top:1px solid var(--edge);padding:.4rem 0}ul.plain>li:first-child{border:0}
 dl{display:grid;grid-template-columns:minmax(0,1fr) minmax(0,2fr);gap:.1rem .75rem;margin:.25rem 0}
 dt{color:var(--dim)}dd{margin:0}
+summary{cursor:pointer}summary h3{display:inline;margin:0}
 nav a{margin-right:1rem}a{color:inherit}
 svg.flow{display:block;width:100%;max-width:24rem;height:auto;margin:.5rem 0}
 .flow text{fill:var(--text);font:12px ui-monospace,monospace}.flow .small{font-size:11px}
@@ -33,7 +34,8 @@ svg.flow{display:block;width:100%;max-width:24rem;height:auto;margin:.5rem 0}
 .arrow.bad{stroke:var(--bad)}.arrow.good{stroke:var(--good)}
 @media print{:root{--text:#000;--dim:#333;--back:#fff;--card:#fff;--edge:#666;--bad:#000;--warn:#000;
 --good:#000}
-nav{display:none}body{max-width:none;padding:0}}
+nav{display:none}body{max-width:none;padding:0}
+details::details-content{content-visibility:visible;display:block;height:auto}}
 )";
 
 }  // namespace aaactl

@@ -9,6 +9,7 @@
 #include "config/references.hpp"
 #include "database/schema.hpp"
 #include "running_config/stored.hpp"
+#include "running_config/wrong_lines.hpp"
 
 namespace aaactl {
 namespace {
@@ -31,20 +32,22 @@ class Application {
                            statement.what);
             });
         }
+        wrong_.refuse();  // what follows would take the consequences of a wrong line for mistakes
         add_empty_lists();
         check_groups();
         check_lists();
         check_items();
+        wrong_.refuse();
         return std::move(applied_);
     }
 
   private:
     template <typename Do>
-    static void at_line(size_t line, Do make) {
+    void at_line(size_t line, Do make) {
         try {
             make();
         } catch (const Failure &failure) {
-            throw Failure(failure.code(), "line " + std::to_string(line) + ": " + failure.what());
+            wrong_.add(failure.code(), line, failure.what());
         }
     }
 
@@ -132,9 +135,9 @@ class Application {
             for (const Protocol &protocol : kProtocols) {
                 const std::string &name = *named.owner.group;
                 if (protocol.number != named.owner.of().number && exists(items(), protocol, name)) {
-                    throw Failure(ExitCode::negative,
-                                  "line " + std::to_string(named.line) + ": " + group_text(named.owner) +
-                                      ": the name is that of a group of " + protocol.word + " already");
+                    wrong_.add(ExitCode::negative, named.line,
+                               group_text(named.owner) + ": the name is that of a group of " + protocol.word +
+                                   " already");
                 }
             }
         }
@@ -353,10 +356,10 @@ class Application {
                 if (is_group && !options_.force && !exists(place.group) &&
                     !(options_.is_published(place.group) && !removed_groups_.contains(place.group)) &&
                     !(is_stored(path) && !exists(stored(), place.group))) {
-                    throw Failure(ExitCode::negative,
-                                  "line " + std::to_string(named.line) + ": group " + escaped(place.group) +
-                                      ": no such server group; add \"aaa group server PROTOCOL " +
-                                      escaped(place.group) + "\", or use --force");
+                    wrong_.add(ExitCode::negative, named.line,
+                               "group " + escaped(place.group) +
+                                   ": no such server group; add \"aaa group server PROTOCOL " +
+                                   escaped(place.group) + "\", or use --force");
                 }
             }
         }
@@ -384,14 +387,14 @@ class Application {
             }
             if (path.find("//") != std::string::npos) {  // which the database refuses with --force too
                 const Failure failure = database_failure(path, SYSDB_ERR_BAD_PATH);
-                throw Failure(ExitCode::bad_input, "line " + std::to_string(line) + ": " + failure.what());
+                wrong_.add(ExitCode::bad_input, line, failure.what());
+                continue;
             }
             const std::string form = schema_fault(path, found->second);
             const std::string fault = form.empty() ? reference_fault(path, found->second, config) : form;
             if (!fault.empty()) {
-                throw Failure(form.empty() ? ExitCode::negative : ExitCode::bad_input,
-                              "line " + std::to_string(line) + ": " + escaped(path) + ": " + fault +
-                                  " (--force loads it all the same)");
+                wrong_.add(form.empty() ? ExitCode::negative : ExitCode::bad_input, line,
+                           escaped(path) + ": " + fault + " (--force loads it all the same)");
             }
         }
     }
@@ -404,9 +407,10 @@ class Application {
             const std::vector<TupleField> fields = tuple_fields(item);
             if (std::any_of(fields.begin(), fields.end(),
                             [&](const TupleField &field) { return field.is_name && field.name == name; })) {
-                throw Failure(ExitCode::negative, "line " + std::to_string(line) + ": server group " +
-                                                      escaped(name) + " is named by the method list " +
-                                                      escaped(path) + "; change or delete that list too");
+                wrong_.add(ExitCode::negative, line,
+                           "server group " + escaped(name) + " is named by the method list " + escaped(path) +
+                               "; change or delete that list too");
+                return;
             }
         }
     }
@@ -418,7 +422,7 @@ class Application {
     }
 
     // As "mlist set": a misspelt service would leave its users without the list.
-    static void check_is_used(const NamedList &named) {
+    void check_is_used(const NamedList &named) {
         MethodList list{named.list->function, named.list->service, named.list->name, {}, {}, {}};
         for (const ListStatement::Place &place : named.list->methods) {
             list.places.push_back({place.method, place.group, std::nullopt});
@@ -426,11 +430,12 @@ class Application {
         try {
             aaactl::check_is_used(list);
         } catch (const Failure &failure) {
-            throw Failure(ExitCode::bad_input, "line " + std::to_string(named.line) + ": " + failure.what());
+            wrong_.add(ExitCode::bad_input, named.line, failure.what());
         }
     }
 
     Applied applied_;
+    WrongLines wrong_;
     const ApplyOptions &options_;
     const Items before_;
     std::map<std::string, size_t> set_on_;  // path to line

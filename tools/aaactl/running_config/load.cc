@@ -30,15 +30,9 @@ struct Loaded {
     std::optional<Recorded> recorded;
 };
 
-std::string option_text(const char *option, const std::string &value) {
-    return value.empty() ? "" : option + shell_word(value);
-}
-
 std::string command_of(const LoadOptions &options) {
     return std::string("aaactl load") + (options.plan.replace ? " --replace" : "") +
-           (options.plan.force ? " --force" : "") + option_text(" --label ", options.commit.label) +
-           option_text(" -m ", options.commit.message) +
-           (options.commit.minutes != 0 ? " --confirm " + std::to_string(options.commit.minutes) : "") + " " +
+           (options.plan.force ? " --force" : "") + command_words(options.commit) + " " +
            shell_word(options.file);
 }
 
@@ -159,7 +153,8 @@ ExitCode load(Output &out, const LoadOptions &options) {
             note_goes_back_too(out, database);
         }
     } catch (const Failure &failure) {
-        throw Failure(failure.code(), followed_by(name + ": " + failure.what(), "nothing was changed"));
+        throw Failure(failure.code(),
+                      with_nothing_done(failure, name + ": " + failure.what(), "nothing was changed"));
     }
     return ExitCode::ok;
 }
@@ -182,8 +177,8 @@ void add_load(Command root) {
     sub.footer(
         "Adds to what is stored: servers to a group, settings to a server. A method list is replaced, and "
         "\"no\" before a\n"
-        "statement deletes. With one wrong line nothing is changed; the message names the line. Lines that "
-        "begin with\n"
+        "statement deletes. With one wrong line nothing is changed; the message names all wrong lines. "
+        "Lines that begin with\n"
         "'!' or '#' are comments, indentation means nothing, and keywords may be shortened if only one "
         "begins so.\n"
         "With --replace the last line has to be \"end\", or the text may be cut; \"end\" alone deletes "

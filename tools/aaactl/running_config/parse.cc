@@ -9,6 +9,7 @@
 #include "config/groups.hpp"
 #include "dictionary/enum_words.hpp"
 #include "running_config/statements.hpp"
+#include "running_config/wrong_lines.hpp"
 
 namespace aaactl {
 namespace {
@@ -97,17 +98,33 @@ class Parser {
         for (size_t at = 0; at < text.size();) {
             const size_t end = std::min(text.find('\n', at), text.size());
             ++line_;
-            try {
-                read_line(text.substr(at, end - at));
-            } catch (const Failure &failure) {
-                throw Failure(ExitCode::bad_input, "line " + std::to_string(line_) + ": " + failure.what());
+            std::string_view line = text.substr(at, end - at);
+            if (line.ends_with('\r')) {  // of a text that was edited elsewhere
+                line.remove_suffix(1);
             }
+            read_checked(line);
             at = end + 1;
         }
+        wrong_.refuse();
         return std::move(statements_);
     }
 
   private:
+    // Goes on after a wrong line: all of them are named at once.
+    void read_checked(std::string_view line) {
+        const size_t before = statements_.size();
+        try {
+            read_line(line);
+            group_is_lost_ = group_is_lost_ && statements_.size() == before;
+        } catch (const Failure &failure) {
+            wrong_.add(ExitCode::bad_input, line_, failure.what());
+            if (is_not_a_text_) {
+                wrong_.refuse();
+            }
+            group_is_lost_ = !owner_;
+        }
+    }
+
     void add(decltype(Statement::what) what, bool removed) {
         statements_.push_back({std::move(what), removed, line_});
     }
@@ -119,6 +136,7 @@ class Parser {
         }
         line.remove_prefix(begin);
         if (statements_.empty() && (line.starts_with(kDumpFormat) || line.starts_with('{'))) {
+            is_not_a_text_ = true;
             throw malformed("this is a dump of the database; load it with \"aaactl sysdb load\"");
         }
         if (read_item(line)) {
@@ -126,8 +144,17 @@ class Parser {
         }
         WordReader words(split_words(line));
         const bool removed = words.take_if("no");
+        if (is_of_lost_group(words)) {
+            return;
+        }
         read_words(words, removed);
         words.expect_end();
+    }
+
+    // The line that should have begun the group is wrong, and has been named: those of the group are not.
+    bool is_of_lost_group(const WordReader &words) const {
+        const Word *first = words.peek();
+        return group_is_lost_ && first != nullptr && match_exactly(*first, group_words());
     }
 
     // The rest of the line is not made of words. Whether the line is an item.
@@ -415,6 +442,9 @@ class Parser {
     Statements statements_;
     std::optional<Owner> owner_;  // the group whose lines follow
     size_t line_ = 0;
+    WrongLines wrong_;
+    bool group_is_lost_ = false;
+    bool is_not_a_text_ = false;
 };
 
 }  // namespace

@@ -104,7 +104,7 @@ using Statements = std::vector<Statement>;
 
 // ---- text
 
-// Failure(bad_input) names the line, what is wrong with it, and what was probably meant.
+// Failure(bad_input) names every wrong line, at most 20, what is wrong with it, and what was probably meant.
 Statements parse_statements(std::string_view text);
 // Whether the last line that is not a comment is "end", as of every configuration that is shown: a text
 // without it may have been cut.

@@ -3,9 +3,12 @@
 // capture: what clients, the service and its servers send, as a file for Wireshark.
 
 #include <poll.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <memory>
 
 #include "cli/commands.hpp"
@@ -18,14 +21,36 @@
 namespace aaactl {
 namespace {
 
-constexpr int kLastBlocks = 2000;  // milliseconds to wait for them
+constexpr int kLastBlocks = 2000;  // milliseconds to wait for the next of them
 
 struct CaptureCommand : ControlOptions {
-    std::string user, output = "-";
-    std::optional<std::string> keys;
+    std::string output = "-";
+    std::optional<std::string> user, keys;
     uint64_t count = 0;  // 0: no end
     bool secrets = false;
     bool servers = false;
+};
+
+// Readable after so many seconds.
+class EndTimer {
+  public:
+    explicit EndTimer(unsigned seconds) : fd_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC)) {
+        const itimerspec time{{0, 0}, {static_cast<time_t>(seconds), 0}};
+        if (fd_ < 0 || timerfd_settime(fd_, 0, &time, nullptr) != 0) {
+            throw Failure(ExitCode::failed, std::string("no timer: ") + std::strerror(errno));
+        }
+    }
+    ~EndTimer() { close(fd_); }
+    EndTimer(const EndTimer &) = delete;
+    EndTimer &operator=(const EndTimer &) = delete;
+    int fd() const { return fd_; }
+    bool is_over() const {
+        pollfd ready{fd_, POLLIN, 0};
+        return poll(&ready, 1, 0) > 0;
+    }
+
+  private:
+    int fd_;
 };
 
 class Capturer {
@@ -58,6 +83,7 @@ class Capturer {
     uint64_t dropped_ = 0;      // as frames tell
     uint64_t all_dropped_ = 0;  // as the figures at the end do
     bool has_figures_ = false;
+    std::string why_;           // it has ended, as the service says
     bool is_complete_ = false;  // so many as were asked for
 };
 
@@ -70,12 +96,16 @@ void Capturer::check() const {
     if (options_.keys && !options_.servers) {
         throw Failure(ExitCode::usage, "--keys: keys are those of servers; add --servers");
     }
-    if (options_.servers && !options_.user.empty()) {
+    // As of a variable that is not set: a capture of everyone would be a surprise.
+    if (options_.user && options_.user->empty()) {
+        throw Failure(ExitCode::usage, "USER: the name is empty; leave it out to capture all users");
+    }
+    if (options_.servers && options_.user) {
         throw Failure(
             ExitCode::usage,
             "--servers: packets of servers cannot be chosen by user; leave out USER, and filter the "
             "capture: tshark -r FILE -Y 'aaa.attr.username == \"" +
-                escaped(options_.user) + "\"'");
+                escaped(*options_.user) + "\"'");
     }
     if (options_.keys && (*options_.keys == "-" || *options_.keys == options_.output)) {
         throw Failure(ExitCode::usage, "--keys: name a file other than that of the capture");
@@ -84,8 +114,8 @@ void Capturer::check() const {
 
 Json Capturer::request() const {
     Json request{{"version", 1}, {"request", "capture"}};
-    if (!options_.user.empty()) {
-        request["user"] = options_.user;
+    if (options_.user) {
+        request["user"] = *options_.user;
     }
     const bool secrets = options_.secrets || out_.show_secrets();
     for (const auto &[name, value] : {std::pair("secrets", secrets), std::pair("servers", options_.servers),
@@ -126,6 +156,7 @@ bool Capturer::take_block(const CaptureBlock &block) {
     } else if (block.type == CaptureBlock::statistics) {
         has_figures_ = true;
         all_dropped_ += block.dropped();
+        why_ = block.comment();
     }
     return true;
 }
@@ -146,13 +177,16 @@ bool Capturer::read(ControlClient &client) {
     return take(client.take_bytes()) && goes_on;
 }
 
-// The figures of the interfaces come last. A service that is stopped must not hold this program.
+// The figures of the interfaces come last. Neither a service that is stopped, or sends without end, nor a
+// reader that is stopped may hold this program.
 void Capturer::finish(ControlClient &client) {
     client.end_requests();
     pollfd ready{client.fd(), POLLIN, 0};
-    end_ = -1;
-    while (!has_figures_ && poll(&ready, 1, kLastBlocks) > 0 && read(client)) {
+    const EndTimer timer(options_.seconds);
+    end_ = timer.fd();
+    while (!has_figures_ && !timer.is_over() && poll(&ready, 1, kLastBlocks) > 0 && read(client)) {
     }
+    end_ = -1;
 }
 
 // Not before the service has agreed: a capture that is refused leaves no files.
@@ -182,12 +216,16 @@ void Capturer::begin_files() {
 Capturer::End Capturer::capture(ControlClient &client) {
     bool goes_on = take(client.take_bytes());
     while (goes_on && !is_complete_) {
-        pollfd ready[2] = {{client.fd(), POLLIN, 0}, {end_, POLLIN, 0}};
-        if (poll(ready, 2, -1) < 0) {
+        pollfd ready[3] = {{client.fd(), POLLIN, 0}, {end_, POLLIN, 0}, {file_->reader(), 0, 0}};
+        if (poll(ready, 3, -1) < 0) {
             continue;
         }
         if (ready[1].revents != 0) {
             return End::user;
+        }
+        // Without frames nothing would be written to it for hours.
+        if ((ready[2].revents & POLLERR) != 0) {
+            return End::reader;
         }
         goes_on = read(client);
     }
@@ -201,7 +239,7 @@ ExitCode Capturer::run() {
     std::signal(SIGPIPE, SIG_IGN);
     ControlClient client(options_);
     client.send(request());
-    client.next();
+    client.reply("capture");
     open_files();
     // Until here Control-C ends this program as usual: opening a pipe waits for its reader.
     const EndSignals signals;
@@ -213,8 +251,15 @@ ExitCode Capturer::run() {
             finish(client);
             break;
         case End::service:
-            throw Failure(ExitCode::unavailable, "the service has ended; " + summary()).with(figures());
+            throw Failure(
+                ExitCode::unavailable,
+                (why_.empty() ? std::string("the service has ended the connection, and not said why: "
+                                            "it was killed, or this program read nothing for long")
+                              : escaped(why_)) +
+                    "; " + summary())
+                .with(figures());
         case End::reader:
+            out_.note("the reader of " + file_->name() + " has ended");
             break;
     }
     if (options_.output != "-") {
@@ -230,7 +275,8 @@ void add_capture(Command root) {
     auto options = std::make_shared<CaptureCommand>();
     Command sub = root.command("capture", "Write messages of clients and answers as a file for Wireshark",
                                [options](Output &out) { return Capturer(out, *options).run(); });
-    sub.option("USER", options->user, "Only messages of requests that name this user");
+    sub.option("USER", options->user,
+               "Only messages of requests that name this user, exactly as they name it");
     sub.option("-o,--output", options->output, "The file to write, - for standard output")
         .type("FILE")
         .shows_default();

@@ -14,6 +14,9 @@ constexpr uint32_t kTlsKeys = 0x544c534b;
 constexpr uint32_t kRadiusKey = 0x61616152;
 constexpr uint32_t kTacacsKey = 0x61616154;
 
+// Readers of TLS keys skip these lines; the recipe makes a file of preferences of them.
+constexpr char kPreferenceMark[] = "#= ";
+
 std::vector<std::string> fields_of(std::string_view text, size_t most) {
     std::vector<std::string> fields;
     while (fields.size() + 1 < most && text.find('\t') != std::string_view::npos) {
@@ -24,7 +27,7 @@ std::vector<std::string> fields_of(std::string_view text, size_t most) {
     return fields;
 }
 
-// A word as xargs and shells read it.
+// A word as shells read it.
 std::string word(const std::string &text) {
     std::string quoted = "'";
     for (const char c : text) {
@@ -37,15 +40,22 @@ bool is_one_line(const std::string &text) {
     return text.find_first_of("\r\n") == std::string::npos;
 }
 
-std::string option(const std::string &server, const std::string &text) {
-    // No line of the file may be made up by a key.
-    if (!is_one_line(text)) {
-        return "# the key of " + server + " has a line feed, and cannot be an option\n";
+// A file of preferences has the value as it is, up to the end of the line; blanks before it are skipped.
+std::string preference(const std::string &server, const std::string &name, const std::string &value) {
+    if (!is_one_line(server)) {
+        return "";
     }
-    return "# " + server + "\n#-o " + word(text) + "\n";
+    // No line of the file may be made up by a key.
+    if (!is_one_line(value)) {
+        return "# the key of " + server + " has a line feed, and cannot be a preference\n";
+    }
+    if (value.starts_with(' ') || value.starts_with('\t')) {
+        return "# the key of " + server + " begins with a blank, and cannot be a preference\n";
+    }
+    return "# " + server + "\n" + kPreferenceMark + name + ": " + value + "\n";
 }
 
-// "WORD HEX HEX", as TLS keys are written. The lines that are not would be options to the recipe.
+// "WORD HEX HEX", as TLS keys are written. The lines that are not would be preferences to the recipe.
 bool is_tls_key(std::string_view line) {
     const auto is_made_of = [](std::string_view text, std::string_view set) {
         return !text.empty() && text.find_first_not_of(set) == std::string_view::npos;
@@ -81,8 +91,11 @@ std::string keys_header(const std::string &file) {
     }
     // A name that begins with a dash would be an option of sed.
     const std::string path = file.starts_with('-') ? "./" + file : file;
-    return begin + "#   sed -n 's/^#-o/-o/p' " + word(path) + " | xargs tshark -r CAPTURE -o " +
-           word("tls.keylog_file:" + path) + "\n";
+    // Not as options of tshark: everyone sees the words of its command in the list of processes.
+    const std::string profile = "~/.config/wireshark/profiles/aaa-keys";
+    return begin + "# To use them, make a profile of them, and name the profile:\n#   (umask 077; mkdir -p " +
+           profile + " && sed -n 's/^" + kPreferenceMark + "//p' " + word(path) + " > " + profile +
+           "/preferences)\n#   tshark -C aaa-keys -r CAPTURE -o " + word("tls.keylog_file:" + path) + "\n";
 }
 
 std::string CaptureKeys::lines(const CaptureBlock &block) {
@@ -91,26 +104,26 @@ std::string CaptureKeys::lines(const CaptureBlock &block) {
             return tls_keys(block.text());
         case kRadiusKey: {
             const auto fields = fields_of(block.text(), 2);
-            return fields.size() == 2 ? option(fields[0], "radius.shared_secret:" + fields[1]) : "";
+            return fields.size() == 2 ? preference(fields[0], "radius.shared_secret", fields[1]) : "";
         }
         case kTacacsKey: {
             const auto fields = fields_of(block.text(), 3);
-            if (fields.size() != 3) {
+            if (fields.size() != 3 || !is_one_line(fields[0]) || !is_one_line(fields[1])) {
                 return "";
             }
-            // The option has all servers, separated by blanks: none may spoil it for the others.
+            // The preference has all servers, separated by blanks: none may spoil it for the others.
             if (!is_one_line(fields[2])) {
-                return option(fields[1], fields[2]);
+                return preference(fields[1], "tacplus.key", fields[2]);
             }
             if (fields[2].find_first_of(" \t") != std::string::npos) {
-                return "# the key of " + fields[1] + " has a blank, and cannot be an option\n";
+                return "# the key of " + fields[1] + " has a blank, and cannot be a preference\n";
             }
             tacacs_[fields[0] + "/" + fields[1]] = fields[2];
             std::string all;
             for (const auto &[place, key] : tacacs_) {
                 all.append(all.empty() ? "" : " ").append(place).append("=").append(key);
             }
-            return option(fields[1], "tacplus.key:" + all);
+            return preference(fields[1], "tacplus.key", all);
         }
         default:
             return "";

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The file of keys that belongs to a capture: a log of TLS keys, as programs for captures read it,
-// with comments that hold the keys of RADIUS and TACACS+ as options of tshark.
+// with comments that hold the keys of RADIUS and TACACS+ as preferences of Wireshark.
 
 #pragma once
 
@@ -21,7 +21,7 @@ class CaptureKeys {
     std::string lines(const CaptureBlock &block);
 
   private:
-    // All so far, by client and server: tshark takes one option for all of them.
+    // All so far, by client and server: tshark has one preference for all of them.
     std::map<std::string, std::string> tacacs_;
 };
 

@@ -29,6 +29,8 @@ class CaptureOutput {
     // cannot be written.
     bool write(std::string_view bytes, int end);
     const std::string &name() const { return name_; }
+    // To poll for the end of a pipe's reader; -1 where there is none.
+    int reader() const { return is_regular_ ? -1 : fd_; }
     // Whether both write into one file, whatever names it was opened by.
     bool is_same_file(const CaptureOutput &other) const {
         return device_ == other.device_ && inode_ == other.inode_;

@@ -16,6 +16,8 @@
 #include <ctime>
 #include <utility>
 
+#include "service/control_answers.hpp"
+
 namespace aaactl {
 namespace {
 
@@ -115,19 +117,22 @@ bool ControlClient::read_some() {
     }
     in_.append(bytes, static_cast<size_t>(got));
     if (in_.size() > kLongestLine && in_.find('\n') == std::string::npos) {
-        throw Failure(ExitCode::bad_input, escaped(options_.socket) + ": a line without end");
+        throw Failure(ExitCode::bad_input, escaped(options_.socket) +
+                                               ": the answer is a line without end; check that this is the "
+                                               "control-socket of aaad.conf, or name it: "
+                                               "--socket PATH");
     }
     return got > 0;
 }
 
-std::optional<Json> ControlClient::next_arrived() {
+std::optional<Json> ControlClient::take_line() {
     const size_t end = in_.find('\n');
     if (end == std::string::npos) {
         return std::nullopt;
     }
     const std::string line = in_.substr(0, end);
     in_.erase(0, end + 1);
-    Json document = Json::parse(line);
+    Json document = parsed_answer(line, options_.socket);
     if (document.contains("error")) {
         const std::string code = text_of(document, "code");
         throw Failure(code == "bad-request" ? ExitCode::failed : ExitCode::unavailable,
@@ -152,14 +157,35 @@ void ControlClient::wait_for_line() {
     }
 }
 
-Json ControlClient::next() {
+Json ControlClient::reply(std::string_view request) {
     wait_for_line();
-    return *next_arrived();
+    Json document = *take_line();
+    check_reply(document, request, options_.socket);
+    return document;
+}
+
+Json ControlClient::event_or_reply(std::string_view request) {
+    wait_for_line();
+    Json document = *take_line();
+    if (document.contains("event")) {
+        check_event(document, options_.socket);
+    } else {
+        check_reply(document, request, options_.socket);
+    }
+    return document;
+}
+
+std::optional<Json> ControlClient::next_event() {
+    std::optional<Json> event = take_line();
+    if (event) {
+        check_event(*event, options_.socket);
+    }
+    return event;
 }
 
 Json ControlClient::ask(const std::string &request) {
     send({{"version", 1}, {"request", request}});
-    return next();
+    return reply(request);
 }
 
 Json shown(const Json &document) {

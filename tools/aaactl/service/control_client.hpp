@@ -33,10 +33,13 @@ class ControlClient {
     void send(const Json &request);
     // The reply to a request that has one.
     Json ask(const std::string &request);
-    // The next line within the time. Failure when none comes, or for the service's error.
-    Json next();
-    // The next line of those that have arrived; nullopt when there is none.
-    std::optional<Json> next_arrived();
+    // The reply to a request that was sent. Failure when none comes within the time, for the service's
+    // error, and for what is no reply of aaad.
+    Json reply(std::string_view request);
+    // The same, with the events that precede it.
+    Json event_or_reply(std::string_view request);
+    // The next event of those that have arrived; nullopt when there is none.
+    std::optional<Json> next_event();
     // Reads what has arrived. False at the end of the connection.
     bool read_some();
     // What has arrived and was not taken as lines, for answers that go on with other bytes.
@@ -48,6 +51,7 @@ class ControlClient {
   private:
     void connect();
     void wait_for_line();
+    std::optional<Json> take_line();
     [[noreturn]] void silent() const;
 
     ControlOptions options_;

@@ -29,7 +29,8 @@ void print_accounting(Output &out, const Json &figures) {
                                                                : "";
     out.line("accounting records on disk: " + megabytes(figures, "bytes") + " of " +
              megabytes(figures, "most_bytes") + " MB" + out.styled(Style::bad, alarm));
-    for (const Json &group : figures["groups"].elements()) {
+    for (const Json &group :
+         figures.contains("groups") ? figures["groups"].elements() : std::vector<Json>()) {
         const std::string name = escaped(text_of(group, "group"));
         const auto waiting = number_of(group, "waiting");
         if (waiting == 0) {

@@ -42,7 +42,7 @@ class Test {
 void Test::collect() {
     control_.send({{"version", 1}, {"request", "status"}});
     for (;;) {
-        const Json line = control_.next();
+        const Json line = control_.event_or_reply("status");
         if (text_of(line, "reply") == "status") {
             return;
         }
@@ -82,7 +82,7 @@ Json Test::document(std::optional<Verdict> verdict) const {
 ExitCode Test::run() {
     options_.socket = text_of(control_.ask("status"), "socket");
     control_.send({{"version", 1}, {"request", "trace"}, {"mine", true}});
-    control_.next();
+    control_.reply("trace");
     Verdict verdict = Verdict::failed;
     try {
         verdict = Login(options_, steps_, [this](const Step &step) { show(step); }).run();

@@ -175,9 +175,9 @@ void Tracer::go_on(ControlClient &client) {
 Tracer::End Tracer::show(ControlClient &client, int signals) {
     go_on(client);
     client.send(request_);
-    client.next();
+    client.reply("trace");
     for (;;) {
-        while (const auto event = client.next_arrived()) {
+        while (const auto event = client.next_event()) {
             if (!take(*event)) {
                 return End::done;
             }
@@ -196,7 +196,7 @@ Tracer::End Tracer::show(ControlClient &client, int signals) {
             return End::user;  // the one who reads has gone, too
         }
         if (ready[0].revents != 0 && !client.read_some()) {
-            const auto rest = client.next_arrived();
+            const auto rest = client.next_event();
             if (!rest) {
                 return End::service;
             }

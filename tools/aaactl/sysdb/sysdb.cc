@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <memory>
+#include <optional>
 
 #include "cli/secret_input.hpp"
 #include "commits/recording.hpp"
@@ -170,14 +171,22 @@ void add_set(Command sysdb) {
 
 // ---- del
 
-// The commit that waits for its confirmation; 0: none.
-uint32_t waiting_commit(Database &database) {
+// A user who deletes the history wants to lose its records, not the way back to the configuration that
+// worked.
+void refuse_to_forget_waiting(Database &database, const std::string &target) {
+    std::optional<history::Head> head;
+    const history::Store store = store_of(database);
     try {
-        const auto waiting = store_of(database).head().waiting;
-        return waiting ? waiting->commit : 0;
+        head = store.head();
     } catch (const history::Error &) {  // what is damaged can be deleted
-        return 0;
+        return;
     }
+    with_history([&] {
+        if (is_needed_to_go_back(store, *head, target)) {
+            refuse_while_waiting(store, *head,
+                                 "; without " + escaped(target) + " nothing would go back from it");
+        }
+    });
 }
 
 ExitCode del(Output &out, const std::string &path, bool recursive, bool force) {
@@ -189,7 +198,9 @@ ExitCode del(Output &out, const std::string &path, bool recursive, bool force) {
         throw Failure(ExitCode::negative,
                       escaped(target) + ": " + fault + " (--force deletes it all the same)");
     }
-    const uint32_t waiting = fault.empty() ? 0 : waiting_commit(database);
+    if (!fault.empty()) {
+        refuse_to_forget_waiting(database, target);
+    }
     if (directory && !recursive) {
         const auto entries = database.list(target);
         if (entries && !entries->empty()) {
@@ -209,10 +220,6 @@ ExitCode del(Output &out, const std::string &path, bool recursive, bool force) {
     if (target.starts_with(kConfigRoot)) {
         note_goes_back_too(out, database);
     }
-    if (waiting != 0 && waiting_commit(database) != waiting) {
-        out.note("aaactl: commit " + std::to_string(waiting) +
-                 " waited for its confirmation: nothing goes back any more, and its changes stay");
-    }
     return ExitCode::ok;
 }
 
@@ -228,7 +235,9 @@ void add_del(Command sysdb) {
     sub.flag("-r,--recursive", *recursive,
              "PATH is a directory: delete it with everything below, as one change");
     sub.flag("--force", *force, "Delete the history of the configuration, or parts of it, too");
-    sub.footer("JSON: {path, deleted}\nExample: aaactl sysdb del --recursive /oper/aaa/gl/group-server/");
+    sub.footer(
+        "What going back from a commit that waits for its confirmation needs is not deleted, with --force "
+        "neither.\nJSON: {path, deleted}\nExample: aaactl sysdb del --recursive /oper/aaa/gl/group-server/");
 }
 
 // ---- ls and tree

@@ -127,12 +127,14 @@ std::string source_name(const LoadOptions &options) {
 Failure refused(const LoadOptions &options, const Dump &dump, size_t index, cerrno rc) {
     const std::string where = source_name(options);
     if (index >= dump.items.size()) {
-        return database_failure(where + "nothing was loaded", rc);
+        const Failure failure = database_failure(dump.directory, rc);
+        return {failure.code(), with_nothing_done(failure, where + failure.what(), "nothing was loaded")};
     }
     const DumpItem &item = dump.items[index];
     const Failure failure = database_failure(item.path, rc);
-    return {failure.code() == ExitCode::usage ? ExitCode::bad_input : failure.code(),
-            where + dump.place(item) + ": " + failure.what() + "; nothing was loaded"};
+    return {
+        failure.code() == ExitCode::usage ? ExitCode::bad_input : failure.code(),
+        with_nothing_done(failure, where + dump.place(item) + ": " + failure.what(), "nothing was loaded")};
 }
 
 // A dump that was cut would delete what it lacks.
@@ -157,6 +159,19 @@ struct Problem {
     enum class Kind { unreadable, masked, form, reference } kind;
 };
 constexpr size_t kMostProblems = 100;  // that are printed
+
+constexpr size_t kLongestPath = 511;
+
+// The database refuses these, but only when they are stored: --dry-run would not tell.
+std::string path_fault(const std::string &path) {
+    const bool is_empty_part = path.find("//") != std::string::npos;
+    const bool has_control = std::any_of(
+        path.begin(), path.end(), [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; });
+    const cerrno rc = is_empty_part || has_control ? SYSDB_ERR_BAD_PATH
+                      : path.size() > kLongestPath ? SYSDB_ERR_PATH_TOO_LONG
+                                                   : 0;
+    return rc == 0 ? "" : database_failure(path, rc).what();
+}
 
 // The result of the load. Items that cannot be read count, so that no item is said to refer to nothing.
 ConfigPaths paths_after(const ConfigPaths &before, const LoadOptions &options, const Dump &dump,
@@ -211,6 +226,9 @@ class Check {
         return !fault.empty();
     }
     void check(const DumpItem &item) {
+        if (add(item, Problem::Kind::unreadable, path_fault(item.path))) {
+            return;
+        }
         const auto found = stored_.find(item.path);
         const DumpItem *stored =
             found != stored_.end() && found->second->fault.empty() ? found->second : nullptr;
@@ -337,7 +355,7 @@ ExitCode load(Output &out, const LoadOptions &options) {
     Database database;
     if (holds_hidden(dump)) {
         database.show_hidden();
-        if (options.replace && !options.force && !options.dry_run) {
+        if ((options.replace || options.force) && !options.dry_run) {
             with_history([&] {
                 const history::Store store = store_of(database);
                 refuse_while_waiting(store, store.head());

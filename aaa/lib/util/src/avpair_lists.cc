@@ -229,13 +229,15 @@ cerrno merge_into_itself(const avlist *list, Merge merge) {
 }
 
 // Merges the pairs of src in order up to the first failure. One walk gives the
-// same pairs as looking up position 0, 1, 2, ... from the start each time.
+// same pairs as looking up position 0, 1, 2, ... from the start each time, unless
+// the merge moves pairs of src.
 template <typename Merge>
 cerrno merge_in_order(avlist *dst, const avlist *src, Merge merge) {
-    if (src == dst) {
-        return merge_into_itself(src, merge);
-    }
+    uint32_t left = pairs_to_take(src, dst);
     for (const avpair_t &pair : LivePairs(src)) {
+        if (left-- == 0) {
+            break;
+        }
         const cerrno rc = merge(pair, value_of(pair));
         if (rc != AAA_OK) {
             return rc == AAA_ERR_AVPAIR_NOT_FOUND ? AAA_OK : rc;
@@ -370,9 +372,10 @@ cerrno aaa_avpair_list_concat_with_replace(avlist *dst, const avlist *src) {
     if (dst == nullptr || src == nullptr) {
         return AAA_ERR_INVALID_ARG;
     }
-    return merge_in_order(dst, src, [dst](const avpair_t &pair, void *value) {
+    const auto update = [dst](const avpair_t &pair, void *value) {
         return aaa_avpair_update(pair.av_type, pair.av_flags, value, pair.av_tag, pair.av_len, 0, dst);
-    });
+    };
+    return src == dst ? merge_into_itself(src, update) : merge_in_order(dst, src, update);
 }
 
 }  // extern "C"

@@ -16,7 +16,8 @@
  * 4. **Trust.** Bytes become lists and messages only through the checked functions of
  *    aaa/checked.h: list::unpack(), decode_request(), decode_reply().
  * 5. **Texts** are given as std::string_view and stored with a NUL. A text with a NUL inside
- *    is refused: readers would take it to end there.
+ *    is refused: readers would take it to end there. So is a literal, where a list takes one. The
+ *    names of values are texts with a NUL for any number.
  * 6. **Memory.** Running out of it is errc::no_memory. Bytes of messages and copies of texts
  *    are overwritten before they are released.
  * 7. **Mixing.** native(), adopt() and release() lead to the C interface and back. The

@@ -32,7 +32,9 @@ bool says(const Reply &reply, std::string_view words) {
 cerrno code_of(const Reply &reply) {
     constexpr int kPermissionDenied = 7;
     constexpr int kUnauthenticated = 16;
-    if (says(reply, "too many operations") || says(reply, "request is too large")) {
+    // The last one is of the transport, before a member sees the request.
+    if (says(reply, "too many operations") || says(reply, "request is too large") ||
+        says(reply, "message larger than max")) {
         return SYSDB_ERR_TOO_MANY_CHANGES;
     }
     if (says(reply, "database space exceeded")) {
@@ -128,6 +130,7 @@ class Changes::One : public std::enable_shared_from_this<One> {
                 }
             }
             txn.put(names.turn(turn_), number_);
+            txn.put(names.changed(), names.node());
         } else if (plan_.refusal != 0 && may_be_made_) {
             // Ends the one whose reply was lost: it compares the turn's key, too.
             txn.put(names.turn(turn_), refusal_text());
@@ -151,11 +154,13 @@ class Changes::One : public std::enable_shared_from_this<One> {
         }
     }
 
-    // The newest that this process knows, from a reply or from the stream.
+    // The newest that this process knows, from a reply or from reading all of the configuration. Turns are
+    // not watched: only this agent writes them.
     std::uint64_t turn_revision() const {
         const Turn &told = owner_.turns_[turn_];
-        return told.as_of > owner_.mirror_.revision() ? told.revision
-                                                      : owner_.mirror_.revision_of(owner_.names_.turn(turn_));
+        return told.as_of > owner_.mirror_.own_as_of()
+                   ? told.revision
+                   : owner_.mirror_.revision_of(owner_.names_.turn(turn_));
     }
 
     void take(Reply reply) {

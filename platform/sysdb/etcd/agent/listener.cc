@@ -24,7 +24,6 @@ namespace {
 constexpr net::Time kTimeToAsk = 5 * net::kSecond;  // and to take the answer
 constexpr net::Time kLook = 5 * net::kSecond;       // for a socket that someone has removed
 constexpr mode_t kSocketMode = 0660;
-constexpr char kLockName[] = "agent.lock";
 
 std::string system_text() {
     return std::strerror(errno);
@@ -190,13 +189,17 @@ std::string Listener::open() {
         sysdb_lmdb::Tree::kOper, [&](const sysdb_lmdb::Environment &environment) -> cerrno {
             const int directory = environment.directory().get();
             if (!lock_) {
-                lock_ = net::Descriptor(openat(directory, kLockName,
+                lock_ = net::Descriptor(openat(directory, kAgentLockName,
                                                O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+                // For an agent that another user starts later, such as the unit's after root's.
+                if (lock_) {
+                    fchmod(lock_.get(), kSocketMode);
+                }
             }
             if (!lock_ || flock(lock_.get(), LOCK_EX | LOCK_NB) != 0) {
                 fault = errno == EWOULDBLOCK
                             ? "another agent runs for " + environment.directory().path()
-                            : environment.directory().path() + "/" + kLockName + ": " + system_text();
+                            : environment.directory().path() + "/" + kAgentLockName + ": " + system_text();
             } else {
                 fault = bind_socket(directory);
                 fault =

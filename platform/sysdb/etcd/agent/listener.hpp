@@ -19,6 +19,9 @@
 
 namespace sysdb_etcd {
 
+// In the run directory of the database; locked while an agent runs.
+inline constexpr char kAgentLockName[] = "agent.lock";
+
 class Listener {
   public:
     static constexpr std::size_t kMostClients = 256;

@@ -20,7 +20,7 @@
 
 #include "aaa/result_codes.h"
 #include "agent/changes.hpp"
-#include "agent/import.hpp"
+#include "agent/commands.hpp"
 #include "agent/listener.hpp"
 #include "agent/settings.hpp"
 #include "agent/status.hpp"
@@ -32,34 +32,54 @@ namespace sysdb_etcd {
 namespace {
 
 constexpr char kUsage[] =
-    "usage: aaa-sysdb-agent [--foreground] [--config FILE] [--check | --import | --leave]\n"
+    "usage: aaa-sysdb-agent [--foreground] [--config FILE] [--if-joined | MODE]\n"
     "\n"
     "Keeps the configuration of this node's system database equal to that of an etcd cluster.\n"
     "\n"
     "  --foreground   write log lines to standard error\n"
     "  --config FILE  settings, default /etc/aaa/agent.conf\n"
-    "  --check        say what is wrong with the settings, and end\n"
-    "  --import       make this node's configuration that of a cluster which has none, and end\n"
-    "  --leave        while no agent runs: make the configuration this node's own again, and end\n";
+    "  --if-joined    end with success on a node that aaactl cluster join was not run on;\n"
+    "                 without it the agent refuses to start there, with status 1\n"
+    "\n"
+    "With one of these it does that, and ends; aaactl cluster uses them:\n"
+    "  --check        say what is wrong with the settings\n"
+    "  --probe        say whether this node can join the cluster, as JSON\n"
+    "  --status       say how the agent and the cluster are, as JSON\n"
+    "  --import       make this node's configuration that of a cluster which has none\n"
+    "  --adopt        have this node's configuration replaced by the cluster's when the agent runs\n"
+    "  --leave        while no agent runs: make the configuration this node's own again\n";
+
+enum class Mode { kRun, kCheck, kProbe, kStatus, kImport, kAdopt, kLeave };
 
 struct Options {
     std::string config = "/etc/aaa/agent.conf";
     bool foreground = false;
-    bool check = false;
-    bool import = false;
-    bool leave = false;
+    bool if_joined = false;
+    Mode mode = Mode::kRun;
 };
 
-enum : int { kForeground = 1000, kConfig, kCheck, kImport, kLeave, kHelp, kVersion };
+enum : int { kForeground = 1000, kConfig, kIfJoined, kHelp, kVersion, kModes };
 
-constexpr option kOptions[] = {
-    {"foreground", no_argument, nullptr, kForeground}, {"config", required_argument, nullptr, kConfig},
-    {"check", no_argument, nullptr, kCheck},           {"import", no_argument, nullptr, kImport},
-    {"leave", no_argument, nullptr, kLeave},           {"help", no_argument, nullptr, kHelp},
-    {"version", no_argument, nullptr, kVersion},       {nullptr, 0, nullptr, 0}};
+constexpr int option_of(Mode mode) {
+    return kModes + static_cast<int>(mode);
+}
+
+constexpr option kOptions[] = {{"foreground", no_argument, nullptr, kForeground},
+                               {"config", required_argument, nullptr, kConfig},
+                               {"if-joined", no_argument, nullptr, kIfJoined},
+                               {"check", no_argument, nullptr, option_of(Mode::kCheck)},
+                               {"probe", no_argument, nullptr, option_of(Mode::kProbe)},
+                               {"status", no_argument, nullptr, option_of(Mode::kStatus)},
+                               {"import", no_argument, nullptr, option_of(Mode::kImport)},
+                               {"adopt", no_argument, nullptr, option_of(Mode::kAdopt)},
+                               {"leave", no_argument, nullptr, option_of(Mode::kLeave)},
+                               {"help", no_argument, nullptr, kHelp},
+                               {"version", no_argument, nullptr, kVersion},
+                               {nullptr, 0, nullptr, 0}};
 
 std::optional<Options> read_options(int argc, char **argv, int &status) {
     Options options;
+    unsigned modes = 0;
     for (int option; (option = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;) {
         switch (option) {
             case kForeground:
@@ -68,14 +88,8 @@ std::optional<Options> read_options(int argc, char **argv, int &status) {
             case kConfig:
                 options.config = optarg;
                 break;
-            case kCheck:
-                options.check = true;
-                break;
-            case kImport:
-                options.import = true;
-                break;
-            case kLeave:
-                options.leave = true;
+            case kIfJoined:
+                options.if_joined = true;
                 break;
             case kHelp:
                 std::fputs(kUsage, stdout);
@@ -86,16 +100,19 @@ std::optional<Options> read_options(int argc, char **argv, int &status) {
                 status = 0;
                 return std::nullopt;
             default:
+                if (option >= kModes) {
+                    options.mode = static_cast<Mode>(option - kModes);
+                    ++modes;
+                    break;
+                }
                 std::fputs(kUsage, stderr);
                 status = 2;
                 return std::nullopt;
         }
     }
-    if (optind < argc || options.check + options.import + options.leave > 1) {
-        std::fprintf(
-            stderr, "aaa-sysdb-agent: %s\n%s",
-            optind < argc ? "it takes options only" : "--check, --import and --leave are one at a time",
-            kUsage);
+    if (optind < argc || modes > 1) {
+        std::fprintf(stderr, "aaa-sysdb-agent: %s\n%s",
+                     optind < argc ? "it takes options only" : "it does one of these at a time", kUsage);
         status = 2;
         return std::nullopt;
     }
@@ -119,28 +136,6 @@ void raise_descriptor_limit() {
     if (getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < files.rlim_max) {
         files.rlim_cur = files.rlim_max;
         setrlimit(RLIMIT_NOFILE, &files);
-    }
-}
-
-// The provider has checked it, but a client need not be the provider.
-bool path_fits(const ItemChange &change) {
-    const bool directory = change.path.ends_with('/');
-    if (!database_key(change.path)) {
-        return false;
-    }
-    switch (change.operation) {
-        case SYSDB_CHANGE_PRUNE:
-        case kDeleteTree:
-            return directory;
-        case SYSDB_CHANGE_DELETE:
-            return change.path != "/cfg/";
-        case SYSDB_CHANGE_EXPECT:
-            if (directory && change.datatype == SYSDB_TYPE_ANY) {
-                return true;  // nothing is in the directory
-            }
-            [[fallthrough]];
-        default:
-            return directory == (change.datatype == SYSDB_TYPE_DIRECTORY) && change.path != "/cfg/";
     }
 }
 
@@ -187,6 +182,7 @@ class Agent {
     }
 
     void report_state() {
+        status_.take_note();
         if (mirror_.state() == Mirror::State::kFollowing) {
             sysdb_lmdb::log(sysdb_lmdb::kLogInfo, "following %s from revision %llu",
                             client_.endpoint_name().c_str(),
@@ -202,16 +198,10 @@ class Agent {
             status_.tell([reply](std::string text) { reply({0, 0, std::move(text)}); });
             return;
         }
-        for (std::size_t i = 0; i < request.changes.size(); ++i) {
-            const ItemChange &change = request.changes[i];
-            if (!path_fits(change)) {
-                reply({SYSDB_ERR_BAD_PATH, static_cast<std::uint32_t>(i), {}});
-                return;
-            }
-            if (change.value.size() > sysdb_lmdb::kMaxValue) {
-                reply({SYSDB_ERR_VALUE_TOO_LARGE, static_cast<std::uint32_t>(i), {}});
-                return;
-            }
+        std::uint32_t at = 0;
+        if (const cerrno rc = check_changes(request.changes, at); rc != 0) {
+            reply({rc, at, {}});
+            return;
         }
         constexpr std::uint64_t kNever = INT64_MAX / net::kMillisecond;
         const net::Time until =
@@ -233,67 +223,69 @@ class Agent {
     const service::Notify notify_;
 };
 
-int run_import(Settings settings) {
-    constexpr net::Time kPatience = 10 * net::kSecond;
-    net::Loop loop;
-    const Names names(settings.prefix, settings.node);
-    Client client(loop, std::move(settings.address));
-    Import import(loop, client, names);
-    int status = 1;
-    import.start(net::Loop::clock() + kPatience, [&](const std::string &fault) {
-        if (fault.empty()) {
-            std::printf("the cluster has the %zu items of this node\n", import.items());
-    status = 0;
-}
-else {
-    std::fprintf(stderr, "aaa-sysdb-agent: %s\n", fault.c_str());
-}
-loop.stop();
-}  // namespace
-);
-loop.run();
-return status;
-}  // namespace sysdb_etcd
-
-int leave() {
-    std::optional<sysdb_lmdb::MirrorMark> mark;
-    cerrno rc = sysdb_lmdb::read_mirror_mark(mark);
-    if (rc == 0 && mark) {
-        rc = sysdb_lmdb::remove_mirror_mark();
-    }
-    if (rc != 0) {
-        std::fprintf(stderr,
-                     "aaa-sysdb-agent: the database of this node cannot be changed: aaactl err %08x\n", rc);
+// A configuration that no one has given up must not be replaced because an agent was started, by its unit or
+// by hand. The exit status; nothing on a node that has joined.
+std::optional<int> refusal(const Options &options) {
+    bool joined = false;
+    if (const cerrno rc = read_joined(joined); rc != 0) {
+        sysdb_lmdb::log(sysdb_lmdb::kLogError,
+                        "the agent cannot start: the database of this node cannot be read: aaactl err 0x%08x",
+                        rc);
         return 1;
     }
-    std::puts(mark ? "the configuration is this node's own"
-                   : "the configuration was this node's own already");
-    return 0;
+    if (joined) {
+        return std::nullopt;
+    }
+    if (options.if_joined) {
+        sysdb_lmdb::log(sysdb_lmdb::kLogWarning,
+                        "this node has not joined a cluster; run: aaactl cluster join URL");
+        return 0;
+    }
+    sysdb_lmdb::log(sysdb_lmdb::kLogError,
+                    "this node has not joined a cluster, and the agent would replace its configuration; run: "
+                    "aaactl cluster join URL");
+    return 1;
 }
 
 int run(const Options &options) {
     sysdb_lmdb::set_host(&kHost);
     sysdb_lmdb::become_the_mirrors_writer();
-    if (options.leave) {
+    if (options.mode == Mode::kLeave) {
         return leave();
+    }
+    if (options.mode == Mode::kRun) {
+        if (const auto status = refusal(options)) {
+            return *status;
+        }
     }
     std::vector<std::string> faults;
     Settings settings = read_settings(options.config, faults);
+    if (options.mode == Mode::kStatus) {
+        return print_status(std::move(settings), faults);
+    }
     for (const std::string &fault : faults) {
-        if (options.check || options.import) {
+        if (options.mode != Mode::kRun) {
             std::fprintf(stderr, "%s\n", fault.c_str());
         } else {
             sysdb_lmdb::log(sysdb_lmdb::kLogError, "%s", fault.c_str());
         }
     }
-    if (!faults.empty() || options.check) {
-        return faults.empty() ? 0 : 1;
+    if (!faults.empty()) {
+        return 1;
     }
-    if (options.import) {
-        return run_import(std::move(settings));
+    switch (options.mode) {
+        case Mode::kCheck:
+            return 0;
+        case Mode::kProbe:
+            return probe(std::move(settings));
+        case Mode::kImport:
+            return import_configuration(std::move(settings));
+        case Mode::kAdopt:
+            return adopt(settings);
+        default:
+            raise_descriptor_limit();
+            return Agent(std::move(settings)).run();
     }
-    raise_descriptor_limit();
-    return Agent(std::move(settings)).run();
 }
 
 }  // namespace
@@ -305,7 +297,9 @@ int main(int argc, char **argv) {
     if (!options) {
         return status;
     }
-    if (options->foreground || options->check || options->import || options->leave) {
+    if (options->mode == sysdb_etcd::Mode::kStatus || options->mode == sysdb_etcd::Mode::kProbe) {
+        setenv("AAA_LOG", "none", 0);  // the document says it
+    } else if (options->foreground || options->mode != sysdb_etcd::Mode::kRun) {
         setenv("AAA_LOG", "stderr", 0);
     }
     signal(SIGPIPE, SIG_IGN);

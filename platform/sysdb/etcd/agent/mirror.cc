@@ -161,7 +161,7 @@ bool Mirror::store(const std::vector<sysdb_lmdb::MirroredItem> &items, std::uint
         std::snprintf(code, sizeof code, "%08x", rc);
         retry_later(
             State::kCannotStore,
-            std::string("the database of this node takes no changes: aaactl err ") + code + " says more");
+            std::string("the database of this node takes no changes: aaactl err 0x") + code + " says more");
         return false;
     }
     sysdb_lmdb::notify_watchers(changed);

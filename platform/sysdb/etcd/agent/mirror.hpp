@@ -47,14 +47,16 @@ class Mirror {
     // Whether a majority of the servers answered the last poll.
     bool has_majority() const { return state_ == State::kFollowing && misses_ == 0; }
     std::uint64_t revision() const { return revision_; }
-    // The cluster's, as of the last poll.
+    // Of the newest change of the cluster's configuration, as of the last poll.
     std::uint64_t cluster_revision() const { return polled_; }
     std::uint64_t cluster() const { return cluster_; }
     std::size_t items() const { return revisions_.size(); }
 
     // For plan_changes(); valid until the loop's next round.
     MirrorView view();
-    // The revision of the last change of an own key that is not of the configuration; 0: none.
+    // The revision of the last change of the format, or of a key of this node as of own_as_of(): no one else
+    // writes those, and they are not watched. 0: none.
+    std::uint64_t own_as_of() const { return own_as_of_; }
     std::uint64_t revision_of(const std::string &key) const;
 
     // Calls `done` when the mirror has all changes up to a revision, perhaps at once; with false
@@ -76,8 +78,11 @@ class Mirror {
         std::uint64_t asked = 0;  // revision; 0: the newest
         std::uint64_t revision = 0;
         std::uint64_t cluster = 0;
+        std::uint64_t own_as_of = 0;
         std::uint32_t limit = 0;
         std::string next;
+        std::string end;
+        bool is_own = false;  // after the configuration, the keys of this node
         bool has_format = false;
         std::map<std::string, std::uint64_t> revisions;
         std::map<std::string, std::uint64_t> own;
@@ -99,7 +104,7 @@ class Mirror {
     bool take_events(const WatchReply &reply);
     void follow_again(const std::string &why);
     void poll();
-    void take_poll(Reply reply);
+    void take_poll(Reply reply, std::uint64_t known);
     void stop_following();
     void wake_waiters();
     void run_waiters_out();
@@ -120,6 +125,7 @@ class Mirror {
     std::function<void()> state_changed_;
     std::uint64_t revision_ = 0;
     std::uint64_t cluster_ = 0;
+    std::uint64_t own_as_of_ = 0;
     std::uint64_t polled_ = 0;
     std::map<std::string, std::uint64_t> revisions_;  // path to the revision of its last change
     std::map<std::string, std::uint64_t> own_;        // keys of this node

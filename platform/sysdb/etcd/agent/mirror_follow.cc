@@ -2,6 +2,8 @@
 //
 // Following the cluster's changes, and polling the server that sends them.
 
+#include <algorithm>
+
 #include "agent/mirror.hpp"
 #include "host.hpp"
 
@@ -11,6 +13,8 @@ namespace {
 constexpr net::Time kPollPause = net::kSecond;
 constexpr net::Time kPollTimeout = net::kSecond;
 constexpr unsigned kMostMisses = 2;
+// The last change and the format, and no more than a few that others may have put between them.
+constexpr std::uint32_t kPolledKeys = 8;
 
 }  // namespace
 
@@ -32,7 +36,7 @@ void Mirror::follow() {
         return;
     }
     stream_ = client_.open_stream(
-        kWatchPath, watch_request(names_.all(), end_of_prefix(names_.all()), revision_ + 1),
+        kWatchPath, watch_request(names_.first(), names_.end(), revision_ + 1),
         {[this](std::string_view line) { return take_line(line); },
          [this, alive = alive_](const Reply &reply) {
              if (!*alive) {
@@ -84,7 +88,16 @@ bool Mirror::take_line(std::string_view line) {
         failures_ = 0;
         enter(State::kFollowing, {});
     }
-    return reply.events.empty() || take_events(reply);
+    if (!reply.events.empty()) {
+        return take_events(reply);
+    }
+    // From time to time a server says that there was nothing else up to a revision. The stream can go on from
+    // there after the revisions before have been compacted.
+    if (!reply.created && reply.header.revision > revision_) {
+        revision_ = reply.header.revision;
+        wake_waiters();
+    }
+    return true;
 }
 
 // A reply has whole revisions. All of its changes are stored as one.
@@ -129,11 +142,6 @@ bool Mirror::take_events(const WatchReply &reply) {
             revisions_.erase(path);
         }
     }
-    for (const WatchEvent &event : reply.events) {
-        if (names_.path_of(event.item.key).empty()) {
-            own_[event.item.key] = event.deleted ? 0 : event.item.mod_revision;
-        }
-    }
     revision_ = newest;
     wake_waiters();
     return true;
@@ -142,21 +150,25 @@ bool Mirror::take_events(const WatchReply &reply) {
 // A majority must agree to the reply, so it also shows whether there is one.
 void Mirror::poll() {
     client_.call_at(
-        stream_endpoint_, kRangePath, range_request({names_.format(), {}, 0, 0, true}),
-        [this, stream = stream_, alive = alive_](Reply reply) {
+        stream_endpoint_, kRangePath, range_request({names_.changed(), names_.end(), 0, kPolledKeys, false}),
+        [this, stream = stream_, known = revision_, alive = alive_](Reply reply) {
             if (*alive && stream == stream_ && stream != 0) {
-                take_poll(std::move(reply));
+                take_poll(std::move(reply), known);
             }
         },
         kPollTimeout);
 }
 
-void Mirror::take_poll(Reply reply) {
+// The reply is as new as the poll at least. What the stream has brought since then can be newer.
+void Mirror::take_poll(Reply reply, std::uint64_t known) {
     RangeReply range;
     if (reply.kind == Reply::Kind::kOk && parse_range(reply.body, range)) {
         misses_ = 0;
-        polled_ = range.header.revision;
-        if (polled_ < revision_) {
+        polled_ = 0;
+        for (const KeyValue &item : range.items) {
+            polled_ = std::max(polled_, item.mod_revision);
+        }
+        if (range.header.revision < known) {
             full_load_ = true;
             follow_again("the cluster was set back to an older revision");
             return;

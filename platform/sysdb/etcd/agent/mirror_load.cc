@@ -3,6 +3,7 @@
 // Reading all of the cluster's configuration as of one revision, and storing what differs.
 
 #include <algorithm>
+#include <utility>
 
 #include "agent/mirror.hpp"
 #include "host.hpp"
@@ -13,6 +14,10 @@ namespace {
 // As many keys as fit into a reply when all of them have the longest value.
 constexpr std::uint32_t kMostKeys = 1024;
 constexpr std::uint32_t kLeastKeys = 16;
+// A server counts all keys that follow for each page, so a million keys in pages of 1024 take it minutes.
+// Pages of short values become larger one by one.
+constexpr std::uint32_t kMostShortKeys = 16384;
+constexpr std::size_t kSmallPage = std::size_t{2} << 20;  // bytes of a reply
 
 }  // namespace
 
@@ -20,14 +25,15 @@ void Mirror::load(bool from_mark) {
     stop_following();
     loading_ = std::make_unique<Loading>();
     loading_->limit = kMostKeys;
-    loading_->next = names_.all();
+    loading_->next = names_.first();
+    loading_->end = names_.end();
     std::optional<sysdb_lmdb::MirrorMark> mark;
     if (const cerrno rc = sysdb_lmdb::read_mirror_mark(mark); rc != 0) {
         char code[16];
         std::snprintf(code, sizeof code, "%08x", rc);
         retry_later(
             State::kCannotStore,
-            std::string("the database of this node cannot be read: aaactl err ") + code + " says more");
+            std::string("the database of this node cannot be read: aaactl err 0x") + code + " says more");
         return;
     }
     if (from_mark && mark && mark->prefix == names_.prefix()) {
@@ -42,15 +48,14 @@ void Mirror::load(bool from_mark) {
 
 void Mirror::load_page() {
     const std::uint64_t number = ++load_number_;
-    const std::uint64_t revision = loading_->revision != 0 ? loading_->revision : loading_->asked;
-    client_.call(
-        kRangePath,
-        range_request({loading_->next, end_of_prefix(names_.all()), revision, loading_->limit, false}),
-        [this, number, alive = alive_](Reply reply) {
-            if (*alive && loading_ != nullptr && number == load_number_) {
-                take_page(std::move(reply));
-            }
-        });
+    const std::uint64_t as_of = loading_->revision != 0 ? loading_->revision : loading_->asked;
+    const std::uint64_t revision = loading_->is_own ? 0 : as_of;  // this node's keys as they are now
+    client_.call(kRangePath, range_request({loading_->next, loading_->end, revision, loading_->limit, false}),
+                 [this, number, alive = alive_](Reply reply) {
+                     if (*alive && loading_ != nullptr && number == load_number_) {
+                         take_page(std::move(reply));
+                     }
+                 });
 }
 
 void Mirror::take_page(Reply reply) {
@@ -89,13 +94,27 @@ void Mirror::take_page(Reply reply) {
         loading_->revision = loading_->asked != 0 ? loading_->asked : page.header.revision;
         loading_->cluster = page.header.cluster;
     }
+    loading_->own_as_of = page.header.revision;
     for (const KeyValue &item : page.items) {
+        // One that gives the same keys again would never come to an end.
+        if (item.key < loading_->next) {
+            client_.next_endpoint();
+            retry_later(State::kConnecting, "the server's keys are not in their order");
+            return;
+        }
+        loading_->next = item.key + '\0';
         if (!take_loaded(item)) {
             return;
         }
     }
     if (page.more && !page.items.empty()) {
-        loading_->next = page.items.back().key + '\0';
+        if (reply.body.size() < kSmallPage) {
+            loading_->limit = std::min(loading_->limit * 2, std::max(loading_->limit, kMostShortKeys));
+        }
+        load_page();
+    } else if (!std::exchange(loading_->is_own, true)) {
+        loading_->next = names_.own();
+        loading_->end = end_of_prefix(loading_->next);
         load_page();
     } else {
         finish_load();
@@ -171,6 +190,7 @@ void Mirror::finish_load() {
     }
     revisions_ = std::move(done->revisions);
     own_ = std::move(done->own);
+    own_as_of_ = done->own_as_of;
     revision_ = done->revision;
     polled_ = 0;
     follow();

@@ -4,8 +4,13 @@
 //
 //   /aaa/format             which form the rest has; written last by an import
 //   /aaa/cfg/...            the items of the configuration, by their paths
+//   /aaa/changed            changed by each change of the configuration that an agent makes: its revision is
+//                           that of the last one, also when that has only deleted items
 //   /aaa/nodes/NODE/state   what the node's agent has got, as JSON
 //   /aaa/nodes/NODE/turn/N  the number of the last change that the agent made in its turn N
+//
+// Agents watch the keys from /aaa/cfg/ to /aaa/format. What nodes say of themselves comes after them: with a
+// thousand nodes, each would otherwise get the lines of all others.
 #pragma once
 
 #include <cstdint>
@@ -26,14 +31,16 @@ class Names {
     const std::string &prefix() const { return prefix_; }
     const std::string &node() const { return node_; }
 
-    std::string all() const { return prefix_ + '/'; }
+    // The keys that agents watch: from the first one to before the end.
+    std::string first() const { return prefix_ + "/cfg/"; }
+    std::string end() const { return format() + '\0'; }
+    std::string changed() const { return prefix_ + "/changed"; }
     std::string format() const { return prefix_ + "/format"; }
     std::string item(std::string_view path) const { return prefix_ + std::string(path); }
     std::string nodes() const { return prefix_ + "/nodes/"; }
-    std::string state() const { return prefix_ + "/nodes/" + node_ + "/state"; }
-    std::string turn(std::size_t number) const {
-        return prefix_ + "/nodes/" + node_ + "/turn/" + std::to_string(number);
-    }
+    std::string own() const { return nodes() + node_ + '/'; }
+    std::string state() const { return own() + "state"; }
+    std::string turn(std::size_t number) const { return own() + "turn/" + std::to_string(number); }
 
     // The path of an item's key: "/cfg/...". Empty for other keys.
     std::string_view path_of(std::string_view key) const {

@@ -7,6 +7,9 @@
 #include <string_view>
 #include <utility>
 
+#include "agent/names.hpp"
+#include "items.hpp"
+
 namespace sysdb_etcd {
 namespace {
 
@@ -207,7 +210,45 @@ class Planner {
     std::vector<std::string> pruned_;
 };
 
+bool path_fits(const ItemChange &change) {
+    const bool directory = change.path.ends_with('/');
+    if (!database_key(change.path)) {
+        return false;
+    }
+    switch (change.operation) {
+        case SYSDB_CHANGE_PRUNE:
+        case kDeleteTree:
+            return directory;
+        case SYSDB_CHANGE_DELETE:
+            return change.path != "/cfg/";
+        case SYSDB_CHANGE_EXPECT:
+            if (directory && change.datatype == SYSDB_TYPE_ANY) {
+                return true;  // nothing is in the directory
+            }
+            [[fallthrough]];
+        default:
+            return directory == (change.datatype == SYSDB_TYPE_DIRECTORY) && change.path != "/cfg/";
+    }
+}
+
 }  // namespace
+
+cerrno check_changes(const std::vector<ItemChange> &changes, std::uint32_t &at) {
+    for (at = 0; at < changes.size(); ++at) {
+        const ItemChange &change = changes[at];
+        if (!path_fits(change)) {
+            return SYSDB_ERR_BAD_PATH;
+        }
+        if (change.value.size() > sysdb_lmdb::kMaxValue) {
+            return SYSDB_ERR_VALUE_TOO_LARGE;
+        }
+        // What comes before or after it in the directory would be lost.
+        if (change.operation == kDeleteTree && changes.size() != 1) {
+            return SYSDB_ERR_INVALID_ARG;
+        }
+    }
+    return 0;
+}
 
 std::string cluster_value(std::uint32_t datatype, std::string_view value) {
     std::string bytes;

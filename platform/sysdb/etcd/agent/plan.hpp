@@ -56,7 +56,11 @@ struct Plan {
     bool writes_nothing() const { return writes.empty() && erased.empty(); }
 };
 
-// Paths have been checked. `plan.failed` is the number of changes when none of them was refused.
+// Whether these are changes that can be made: the code for the first one that is not, and its place. A
+// provider sends no others, but a client of the agent's socket need not be a provider.
+cerrno check_changes(const std::vector<ItemChange> &changes, std::uint32_t &at);
+
+// The changes have been checked. `plan.failed` is the number of changes when none of them was refused.
 void plan_changes(const std::vector<ItemChange> &changes, MirrorView &view, Plan &plan);
 
 }  // namespace sysdb_etcd

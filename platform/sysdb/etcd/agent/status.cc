@@ -2,10 +2,15 @@
 
 #include "agent/status.hpp"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <ctime>
 #include <utility>
 
 #include <nlohmann/json.hpp>
+
+#include "agent/remedy.hpp"
 
 namespace sysdb_etcd {
 namespace {
@@ -13,8 +18,9 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr net::Time kBetweenLines = 10 * net::kSecond;
-// A node that says nothing for three times as long is shown as away.
 constexpr net::Time kAtLeast = 30 * net::kSecond;
+// Of a node that has said nothing for three times as long, the cluster removes the line.
+constexpr std::uint32_t kLeaseSeconds = 90;
 
 std::string hex(std::uint64_t number) {
     char text[20];
@@ -24,6 +30,12 @@ std::string hex(std::uint64_t number) {
 
 std::string dump(const Json &json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+// Another machine wrote it.
+std::uint64_t number_in(const Json &line, const char *name) {
+    const auto found = line.find(name);
+    return found != line.end() && found->is_number_unsigned() ? found->get<std::uint64_t>() : 0;
 }
 
 }  // namespace
@@ -59,14 +71,26 @@ Status::Status(net::Loop &loop, Client &client, Mirror &mirror, Changes &changes
       mirror_(mirror),
       changes_(changes),
       names_(std::move(names)),
-      next_(loop, [this] { publish(); }) {}
+      next_(loop, [this] { publish(); }),
+      since_(std::time(nullptr)) {}
 
 void Status::start() {
     next_.set(loop_.now() + net::kSecond);
 }
 
+void Status::take_note() {
+    if (!mirror_.trouble().empty()) {
+        last_trouble_ = mirror_.trouble();
+        last_trouble_at_ = std::time(nullptr);
+    }
+}
+
 std::string Status::own_line() const {
-    return dump({{"revision", mirror_.revision()}, {"items", mirror_.items()}, {"version", AAA_VERSION}});
+    return dump({{"revision", mirror_.revision()},
+                 {"cluster_revision", std::max(mirror_.revision(), mirror_.cluster_revision())},
+                 {"items", mirror_.items()},
+                 {"version", AAA_VERSION},
+                 {"time", static_cast<std::int64_t>(std::time(nullptr))}});
 }
 
 // The own line is a change of the cluster's, too, so it is not written for its own revision.
@@ -77,11 +101,19 @@ void Status::publish() {
         return;
     }
     published_at_ = now;
+    // A new lease each time: there is nothing to keep alive, and the old one ends without a key.
+    client_.call(kLeasePath, lease_request(kLeaseSeconds), [this](const Reply &reply) {
+        std::uint64_t lease = 0;
+        if (reply.kind == Reply::Kind::kOk && parse_lease(reply.body, lease)) {
+            put_line(lease);
+        }
+    });
+}
+
+void Status::put_line(std::uint64_t lease) {
     TxnRequest txn;
-    Json line = Json::parse(own_line());
-    line["time"] = static_cast<std::int64_t>(std::time(nullptr));
     txn.compare(names_.format(), mirror_.revision_of(names_.format()));
-    txn.put(names_.state(), dump(line));
+    txn.put(names_.state(), own_line(), lease);
     client_.call(kTxnPath, txn.text(), [](const Reply &) {});
 }
 
@@ -127,6 +159,12 @@ void Status::finish(const std::shared_ptr<Question> &question) {
         {"cluster", hex(mirror_.cluster())},
         {"state", state_word(mirror_.state())},
         {"trouble", mirror_.trouble()},
+        {"remedy", remedy_of(mirror_.trouble(), names_.prefix())},
+        {"last_trouble",
+         {{"text", last_trouble_},
+          {"time", last_trouble_at_},
+          {"remedy", remedy_of(last_trouble_, names_.prefix())}}},
+        {"agent", {{"running", true}, {"pid", getpid()}, {"since", since_}, {"version", AAA_VERSION}}},
         {"majority", mirror_.has_majority()},
         {"revision", mirror_.revision()},
         {"cluster_revision", mirror_.cluster_revision()},
@@ -148,6 +186,7 @@ void Status::finish(const std::shared_ptr<Question> &question) {
             leader = found->second.leader != 0 ? found->second.leader : leader;
         } else {
             server["fault"] = question->faults[i];
+            server["remedy"] = remedy_of(question->faults[i], names_.prefix());
         }
         json["servers"].push_back(std::move(server));
     }
@@ -161,12 +200,17 @@ void Status::finish(const std::shared_ptr<Question> &question) {
     json["nodes"] = Json::array();
     for (const KeyValue &item : question->nodes) {
         constexpr std::string_view kState = "/state";
+        if (!item.key.starts_with(names_.nodes())) {
+            continue;  // a server need not answer what it was asked
+        }
         const std::string_view rest = std::string_view(item.key).substr(names_.nodes().size());
         const Json line = Json::parse(item.value, nullptr, false);
         if (rest.ends_with(kState) && line.is_object()) {
             json["nodes"].push_back({{"node", rest.substr(0, rest.size() - kState.size())},
-                                     {"revision", line.value("revision", Json(0))},
-                                     {"time", line.value("time", Json(0))}});
+                                     {"revision", number_in(line, "revision")},
+                                     {"cluster_revision", number_in(line, "cluster_revision")},
+                                     {"items", number_in(line, "items")},
+                                     {"time", number_in(line, "time")}});
         }
     }
     question->done(dump(json));

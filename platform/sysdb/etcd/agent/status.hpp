@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What the agent does and what it knows of the cluster, as JSON; and the line about itself that
-// it keeps in the cluster for the others.
+// it keeps in the cluster for the others, as long as the agent runs.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -22,6 +23,8 @@ class Status {
 
     // Tells the others of this node now and then.
     void start();
+    // The mirror's state has changed.
+    void take_note();
     // Asks the cluster, and calls `done` once, after 2 seconds at most.
     void tell(std::function<void(std::string)> done);
 
@@ -29,6 +32,7 @@ class Status {
     struct Question;
 
     void publish();
+    void put_line(std::uint64_t lease);
     void finish(const std::shared_ptr<Question> &question);
     std::string own_line() const;
 
@@ -38,8 +42,10 @@ class Status {
     Changes &changes_;
     const Names names_;
     net::Timer next_;
-    std::string published_;
     net::Time published_at_ = 0;
+    std::string last_trouble_;  // also when it is over
+    std::int64_t last_trouble_at_ = 0;
+    const std::int64_t since_;
 };
 
 const char *state_word(Mirror::State state);

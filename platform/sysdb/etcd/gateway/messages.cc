@@ -170,7 +170,13 @@ std::string watch_request(std::string_view key, std::string_view end, std::uint6
     append_member(text, "key", key);
     append_member(text, "range_end", end);
     append_member(text, "start_revision", first_revision);
-    return text + "}}";
+    return text + ",\"progress_notify\":true}}";
+}
+
+std::string lease_request(std::uint32_t seconds) {
+    std::string text = "{";
+    append_member(text, "TTL", std::uint64_t{seconds});
+    return text + '}';
 }
 
 std::string authenticate_request(const std::string &name, const std::string &password) {
@@ -196,11 +202,14 @@ void TxnRequest::compare_older(std::string_view key, std::string_view end, std::
     ++comparisons_;
 }
 
-void TxnRequest::put(std::string_view key, std::string_view value) {
+void TxnRequest::put(std::string_view key, std::string_view value, std::uint64_t lease) {
     separate(success_);
     success_ += "{\"request_put\":{";
     append_member(success_, "key", key);
     append_member(success_, "value", value);
+    if (lease != 0) {
+        append_member(success_, "lease", lease);
+    }
     success_ += "}}";
     ++operations_;
 }
@@ -263,6 +272,11 @@ bool parse_watch(std::string_view text, WatchReply &reply) {
            read_list(*result, "events", [&reply](const Json &element) {
                return read_event(element, reply.events.emplace_back());
            });
+}
+
+bool parse_lease(std::string_view text, std::uint64_t &lease) {
+    Json json;
+    return parse(text, json) && read_number(json, "ID", lease) && lease != 0;
 }
 
 bool parse_token(std::string_view text, std::string &token) {

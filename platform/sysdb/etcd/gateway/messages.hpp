@@ -16,6 +16,7 @@ namespace sysdb_etcd {
 inline constexpr char kRangePath[] = "/v3/kv/range";
 inline constexpr char kTxnPath[] = "/v3/kv/txn";
 inline constexpr char kWatchPath[] = "/v3/watch";
+inline constexpr char kLeasePath[] = "/v3/lease/grant";
 inline constexpr char kAuthenticatePath[] = "/v3/auth/authenticate";
 inline constexpr char kStatusPath[] = "/v3/maintenance/status";
 inline constexpr char kMembersPath[] = "/v3/cluster/member/list";
@@ -34,6 +35,8 @@ struct RangeQuery {
 };
 std::string range_request(const RangeQuery &query);
 std::string watch_request(std::string_view key, std::string_view end, std::uint64_t first_revision);
+// The cluster removes keys that are put with the lease when that time is over.
+std::string lease_request(std::uint32_t seconds);
 std::string authenticate_request(const std::string &name, const std::string &password);
 
 // A transaction: all comparisons hold and all operations are made, or none and `otherwise` is read.
@@ -43,7 +46,7 @@ class TxnRequest {
     void compare(std::string_view key, std::uint64_t mod_revision);
     // All keys of the range were last changed before this revision; with 1, there are none.
     void compare_older(std::string_view key, std::string_view end, std::uint64_t revision);
-    void put(std::string_view key, std::string_view value);
+    void put(std::string_view key, std::string_view value, std::uint64_t lease = 0);
     void erase(std::string_view key, std::string_view end = {});
     void otherwise(std::string_view key);
     std::string text() const;
@@ -102,6 +105,7 @@ struct WatchReply {
 };
 bool parse_watch(std::string_view text, WatchReply &reply);
 
+bool parse_lease(std::string_view text, std::uint64_t &lease);
 bool parse_token(std::string_view text, std::string &token);
 
 struct StatusReply {

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The provider for many nodes: the embedded one, of which configuration is changed by way of
-// this node's agent. Everything else, all reading and watching too, is the embedded provider's
-// own code, on this node's files.
+// The provider for many nodes: the embedded one, of which the configuration of a node that has
+// joined a cluster is changed by way of this node's agent. Everything else, all reading and
+// watching too, is the embedded provider's own code, on this node's files.
+//
+// The mark in the database tells whether the node has joined: processes that run need no restart
+// when it joins or leaves, and the provider can be installed where there is no cluster.
 
 #include "provider.hpp"
 
 #include "changes.hpp"
+#include "mirror_mark.hpp"
 #include "provider/agent_call.hpp"
 #include "settings.hpp"
 
@@ -18,8 +22,15 @@ using sysdb_lmdb::ConnectionPtr;
 constinit const sysdb_provider_t *g_embedded = nullptr;
 constinit sysdb_provider_t g_table{};
 
+bool has_joined() {
+    std::optional<sysdb_lmdb::MirrorMark> mark;
+    return sysdb_lmdb::read_mirror_mark(mark) == 0 && mark;
+}
+
+// A node may join between the look at the mark and the change: the embedded provider looks at it
+// in its transaction, and refuses the change as read-only.
 bool is_local(const ConnectionPtr &connection) {
-    return connection->prefix.tree() == sysdb_lmdb::Tree::kOper;
+    return connection->prefix.tree() == sysdb_lmdb::Tree::kOper || !has_joined();
 }
 
 // `operation` replaces that of the only change.

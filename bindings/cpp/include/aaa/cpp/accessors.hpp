@@ -31,11 +31,25 @@ result<void> change(const list &target, Change call, std::size_t pairs = 1) noex
     return target.pairs_left() < pairs ? errc::full_list : target.outcome(call());
 }
 
-/* Calls a function with a text and the length that includes its NUL. */
+/* Calls a function that changes the first pair of a type, or adds one. */
+template <typename Change>
+result<void> change_first(const list &target, std::uint32_t type, Change call) noexcept {
+    return change(target, call, target.pairs_left() == 0 && target.contains(type) ? 0 : 1);
+}
+
+/* Calls a function with a text and the length that includes its NUL; it adds a pair. */
 template <typename Store>
 result<void> with_text(const list &target, std::string_view text, Store store) noexcept {
     return store_value(text, [&](const void *bytes, std::uint32_t length) {
         return change(target, [&] { return store(static_cast<const char *>(bytes), length); });
+    });
+}
+
+/* The same; it changes the first pair of a type, or adds one. */
+template <typename Store>
+result<void> set_text(const list &target, std::uint32_t type, std::string_view text, Store store) noexcept {
+    return store_value(text, [&](const void *bytes, std::uint32_t length) {
+        return change_first(target, type, [&] { return store(static_cast<const char *>(bytes), length); });
     });
 }
 
@@ -53,28 +67,28 @@ inline result<void> add_username(list &target, std::string_view name) noexcept {
 
 /** Sets the password (258). The list holds it in clear text. */
 inline result<void> set_password(list &target, std::string_view password) noexcept {
-    return detail::with_text(target, password, [&](const char *text, std::uint32_t length) {
+    return detail::set_text(target, AAA_PASSWORD_ATTR, password, [&](const char *text, std::uint32_t length) {
         return aaa_util_avlist_password_add(text, length, target.native());
     });
 }
 
 /** Sets the verdict (2). */
 inline result<void> set_status(list &target, verdict status) noexcept {
-    return detail::change(target, [&] {
+    return detail::change_first(target, AAA_STATUS_ATTR, [&] {
         return aaa_util_avlist_status_add(number_of(status), sizeof(std::uint32_t), target.native());
     });
 }
 
 /** Sets the prompt (21). */
 inline result<void> set_prompt(list &target, std::string_view prompt, std::uint32_t flags = 0) noexcept {
-    return detail::with_text(target, prompt, [&](const char *text, std::uint32_t) {
+    return detail::set_text(target, AAA_PROMPT_ATTR, prompt, [&](const char *text, std::uint32_t) {
         return aaa_util_avlist_prompt_add(flags, text, target.native());
     });
 }
 
 /** Sets the error message (7). */
 inline result<void> set_error_message(list &target, std::string_view message) noexcept {
-    return detail::with_text(target, message, [&](const char *text, std::uint32_t) {
+    return detail::set_text(target, AAA_ERRMSG_ATTR, message, [&](const char *text, std::uint32_t) {
         return aaa_util_avlist_errmsg_add(target.native(), text);
     });
 }
@@ -90,9 +104,11 @@ inline result<void> add_command(list &target, std::string_view command) noexcept
 inline result<void> set_chap_response(list &target, std::span<const std::byte> response) noexcept {
     return detail::store_bytes(
         response.data(), response.size(), [&](const void *bytes, std::uint32_t length) {
-            return length > UINT16_MAX ? result<void>(errc::invalid_argument) : detail::change(target, [&] {
-                return aaa_util_avlist_chap_response_add(bytes, length, target.native());
-            });
+            return length > UINT16_MAX
+                       ? result<void>(errc::invalid_argument)
+                       : detail::change_first(target, AAA_CHAP_RESPONSE_ATTR, [&] {
+                             return aaa_util_avlist_chap_response_add(bytes, length, target.native());
+                         });
         });
 }
 
@@ -104,30 +120,34 @@ inline result<void> add_directed_address(list &target, ipv4 address) noexcept {
 
 /** Sets the sequence number (27). */
 inline result<void> set_sequence_number(list &target, std::uint32_t number) noexcept {
-    return detail::change(target, [&] { return aaa_util_avlist_seqnum_add(target.native(), number); });
+    return detail::change_first(target, AAA_SEQNUM_ATTR,
+                                [&] { return aaa_util_avlist_seqnum_add(target.native(), number); });
 }
 
 /** Sets the privilege level (10). */
 inline result<void> set_privilege(list &target, std::uint32_t level) noexcept {
-    return detail::change(target, [&] { return aaa_util_avlist_priv_add(target.native(), level); });
+    return detail::change_first(target, AAA_PRIV_LVL_ATTR,
+                                [&] { return aaa_util_avlist_priv_add(target.native(), level); });
 }
 
 /** Sets the authentication method (39). */
 inline result<void> set_authentication_method(list &target, method_id method) noexcept {
-    return detail::change(
-        target, [&] { return aaa_util_avlist_authen_method_set(number_of(method), target.native()); });
+    return detail::change_first(target, AAA_AUTHEN_METHOD_ATTR, [&] {
+        return aaa_util_avlist_authen_method_set(number_of(method), target.native());
+    });
 }
 
 /** Sets the authentication option (43). */
 inline result<void> set_authentication_option(list &target, authen_option option) noexcept {
-    return detail::change(
-        target, [&] { return aaa_util_avlist_authen_option_add(number_of(option), target.native()); });
+    return detail::change_first(target, AAA_AUTHEN_OPTION_ATTR, [&] {
+        return aaa_util_avlist_authen_option_add(number_of(option), target.native());
+    });
 }
 
 /** Sets the message type (3). */
 inline result<void> set_message_kind(list &target, message_kind kind) noexcept {
-    return detail::change(target,
-                          [&] { return aaa_util_avlist_msgtype_add(number_of(kind), target.native()); });
+    return detail::change_first(
+        target, AAA_TYPE_ATTR, [&] { return aaa_util_avlist_msgtype_add(number_of(kind), target.native()); });
 }
 
 /* ---- CHAP ---- */

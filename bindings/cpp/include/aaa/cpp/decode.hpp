@@ -12,12 +12,14 @@
 
 #include <array>
 #include <bit>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <optional>
 #include <span>
 #include <string_view>
+#include <type_traits>
 
 #include "aaa/checked.h"
 #include "aaa/cpp/message.hpp"
@@ -51,6 +53,13 @@ struct reply {
 };
 
 namespace detail {
+
+/* An object that owns bytes, or may own them, and is gone after the call that it is given to. A
+ * std::span, and what says that it is a view, may be a temporary: the bytes are elsewhere. */
+template <typename T>
+concept temporary_bytes = !std::is_lvalue_reference_v<T> && std::is_class_v<std::remove_cvref_t<T>> &&
+                          !std::ranges::enable_borrowed_range<std::remove_cvref_t<T>> &&
+                          std::convertible_to<T, std::span<const std::byte>>;
 
 inline std::uint32_t network_order(std::uint32_t word) noexcept {
     if constexpr (std::endian::native == std::endian::little) {
@@ -286,9 +295,12 @@ inline result<request> decode_request(std::span<const std::byte> message) noexce
 }
 
 /** Not for bytes that are gone after the call: the request refers to them. @{ */
-result<request> decode_request(buffer &&message) = delete;
-result<request> decode_server_message(buffer &&message) = delete;
-result<reply> decode_reply(request_type type, buffer &&message) = delete;
+template <detail::temporary_bytes Bytes>
+result<request> decode_request(Bytes &&message) = delete;
+template <detail::temporary_bytes Bytes>
+result<request> decode_server_message(Bytes &&message) = delete;
+template <detail::temporary_bytes Bytes>
+result<reply> decode_reply(request_type type, Bytes &&message) = delete;
 /** @} */
 
 /**

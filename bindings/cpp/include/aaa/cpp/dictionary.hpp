@@ -57,7 +57,7 @@ class short_text {
 inline std::string_view attribute_name(std::uint32_t type) noexcept {
     const char *const name =
         type < AAA_TABLE_ROWS ? aaa_attribute_pname(static_cast<std::int32_t>(type)) : nullptr;
-    return type != 0 && name != nullptr ? name : std::string_view{};
+    return type != 0 && name != nullptr ? name : "";
 }
 
 /** The format of an attribute type; none for a type without an attribute. */

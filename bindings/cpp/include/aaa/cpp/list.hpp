@@ -134,13 +134,28 @@ class list {
     }
 
     /** Makes a list without pairs; as above, with a name that may be null. */
-    static result<list> create(const char *name) noexcept {
+    template <detail::text_pointer Name>
+    static result<list> create(const Name &name) noexcept {
         avlist *made = nullptr;
         if (const cerrno rc = aaa_avpair_create_list(name, &made); rc != AAA_OK) [[unlikely]] {
             return failure(rc);
         }
         return list(made);
     }
+
+    /** Makes a list without pairs; as above, with a literal or a buffer: see aaa/cpp/value.hpp. @{ */
+    template <std::size_t N>
+    [[gnu::always_inline]] static result<list> create(const char (&name)[N]) noexcept {
+        if (detail::is_whole(name)) [[likely]] {
+            return create(static_cast<const char *>(name));
+        }
+        return create(detail::without_padding({name, N}));
+    }
+    template <std::size_t N>
+    static result<list> create(char (&name)[N]) noexcept {
+        return create(detail::text_in(name));
+    }
+    /** @} */
 
     /**
      * Makes a list from packed bytes of any origin.
@@ -215,8 +230,7 @@ class list {
     /** Its name; empty for an empty handle. */
     std::string_view name() const noexcept {
         const avlist *const record = owned();
-        return record == nullptr ? std::string_view{}
-                                 : std::string_view(record->av_name, length_of(record->av_name));
+        return record == nullptr ? std::string_view("") : detail::text_in(record->av_name);
     }
     /** The number of buffers, and the bytes of buffers and pairs; zeros when it cannot be used. */
     memory_usage usage() const noexcept {
@@ -346,6 +360,12 @@ class list {
         });
     }
 
+    /** Appends the text in a buffer, up to its first NUL. */
+    template <std::size_t N>
+    result<void> add(std::uint32_t type, char (&buffer)[N], pair_options options = {}) noexcept {
+        return add(type, detail::text_in(buffer), options);
+    }
+
     /** Appends an attribute whose type the dictionary tells: another type of value does not compile. */
     template <aaa_attr Type, storable_as<Type> Value>
     [[gnu::always_inline]] result<void> add(const Value &value, pair_options options = {}) noexcept {
@@ -361,6 +381,11 @@ class list {
             return add(Type, value, options);
         }
     }
+    /** Appends the text in a buffer, up to its first NUL. */
+    template <aaa_attr Type, std::size_t N>
+    requires storable_as<std::string_view, Type> result<void> add(char (&buffer)[N],
+                                                                  pair_options options = {})
+    noexcept { return add<Type>(detail::text_in(buffer), options); }
 
     /**
      * Changes an attribute, or appends it where there are not that many of the type.
@@ -376,12 +401,21 @@ class list {
     result<void> update(std::uint32_t type, const Value &value, pair_options options = {},
                         std::uint32_t instance = 0) noexcept {
         return detail::store_value(value, [&](const void *bytes, std::uint32_t length) -> result<void> {
-            if (const cerrno refused = refusal(type); refused != AAA_OK) {
+            const cerrno refused = refusal(type);
+            /* A full list has room for a new value of a pair that it has. */
+            if (refused != AAA_OK &&
+                !(refused == static_cast<cerrno>(errc::full_list) && find(type, instance))) [[unlikely]] {
                 return why(refused);
             }
             return outcome(aaa_avpair_update(type, options.flags, const_cast<void *>(bytes), options.tag,
                                              length, instance, list_));
         });
+    }
+    /** Changes or appends the text in a buffer, up to its first NUL. */
+    template <std::size_t N>
+    result<void> update(std::uint32_t type, char (&buffer)[N], pair_options options = {},
+                        std::uint32_t instance = 0) noexcept {
+        return update(type, detail::text_in(buffer), options, instance);
     }
 
     /** Changes the attribute at a position; as update(). The position is spent. */
@@ -394,6 +428,12 @@ class list {
             return outcome(aaa_avpair_update_by_iterator(&position.at_, options.flags, bytes, options.tag,
                                                          length, list_));
         });
+    }
+
+    /** The same with the text in a buffer, up to its first NUL. */
+    template <std::size_t N>
+    result<void> update(iterator position, char (&buffer)[N], pair_options options = {}) noexcept {
+        return update(position, detail::text_in(buffer), options);
     }
 
     /** Deletes an attribute. */
@@ -409,6 +449,12 @@ class list {
                                         : outcome(aaa_avpair_delete_by_type_value(
                                               type, const_cast<void *>(bytes), length, list_, nullptr));
         });
+    }
+
+    /** The same with the text in a buffer, up to its first NUL. */
+    template <std::size_t N>
+    result<void> erase_value(std::uint32_t type, char (&buffer)[N]) noexcept {
+        return erase_value(type, detail::text_in(buffer));
     }
 
     /** Deletes the attribute at a position, which is spent like every other one. */
@@ -461,34 +507,56 @@ class list {
         return {};
     }
 
-    /* ---- two lists ---- */
+    /* ---- two lists ----
+     *
+     * Each may be given this list itself: it reads the pairs that the list has at the call. The ones
+     * that add pairs fail with errc::full_list, and change nothing, where not all of them fit. */
 
-    /** Appends all attributes of another list, which may be this one; those before a failure stay. */
+    /** Appends all attributes of another list; those before a failure stay. */
     result<void> append(const list &other) noexcept {
-        return with(other, [&] { return aaa_avpair_list_concat(list_, other.list_); });
+        return with(
+            other, [&] { return other.size(); }, [&] { return aaa_avpair_list_concat(list_, other.list_); });
     }
     /** Appends the attributes that have one of the flags. */
     result<void> append_flagged(const list &other, std::uint32_t flags) noexcept {
-        return with(other, [&] { return aaa_avpair_add_from_list_by_flags(other.list_, list_, flags); });
+        return with(
+            other, [&] { return other.flagged(flags); },
+            [&] { return aaa_avpair_add_from_list_by_flags(other.list_, list_, flags); });
     }
-    /** Changes the first attribute of each type, or appends it, with every attribute of another list. */
+    /**
+     * Changes the first attribute of each type, or appends it, with every attribute of another list.
+     * With this list itself, the result is that of a merge with a copy of it. Each attribute is
+     * looked for in this list: the time grows with the product of both lengths, unlike that of
+     * append().
+     */
     result<void> merge(const list &other) noexcept {
-        return with(other, [&] { return aaa_avpair_list_concat_with_replace(list_, other.list_); });
+        if (other.list_ == list_ && list_ != nullptr) {
+            return with_copy([&](const list &copy) { return merge(copy); });
+        }
+        return with(
+            other, [&] { return added_by_merge(other, every_flag); },
+            [&] { return aaa_avpair_list_concat_with_replace(list_, other.list_); });
     }
     /** Merges the attributes that have one of the flags into a list that is not empty. */
     result<void> merge_flagged(const list &other, std::uint32_t flags) noexcept {
         if (list_ != nullptr && empty()) {
             return errc::invalid_argument;
         }
-        return with(other,
-                    [&] { return aaa_avpair_update_list_from_list_by_flags(other.list_, list_, flags); });
+        if (other.list_ == list_ && list_ != nullptr) {
+            return with_copy([&](const list &copy) { return merge_flagged(copy, flags); });
+        }
+        return with(
+            other, [&] { return added_by_merge(other, flags); },
+            [&] { return aaa_avpair_update_list_from_list_by_flags(other.list_, list_, flags); });
     }
     /** Rebuilds a list that is not empty with lengths, tags and flags of another one; see the C function. */
     result<void> reshape(const list &other) noexcept {
         if (list_ != nullptr && empty()) {
             return errc::invalid_argument;
         }
-        return with(other, [&] { return aaa_avpair_update_list_from_list(other.list_, list_); });
+        return with(
+            other, [&] { return size() > full_count ? SIZE_MAX : 0; },
+            [&] { return aaa_avpair_update_list_from_list(other.list_, list_); });
     }
 
     /* ---- packing ---- */
@@ -505,7 +573,9 @@ class list {
      */
     result<std::size_t> pack_into(std::span<std::byte> room) noexcept {
         auto length = static_cast<std::uint32_t>(room.size() < INT32_MAX ? room.size() : INT32_MAX);
-        const cerrno rc = aaa_avpair_pack_msg_to_buf(list_, reinterpret_cast<char *>(room.data()), &length);
+        char none = 0; /* no room has no address, which the function takes for a mistake of the caller */
+        char *const begin = room.empty() ? &none : reinterpret_cast<char *>(room.data());
+        const cerrno rc = aaa_avpair_pack_msg_to_buf(list_, begin, &length);
         if (rc != AAA_ERR_INVALID_ARG) [[likely]] {
             spent_ = std::exchange(list_, nullptr);
         }
@@ -572,11 +642,7 @@ class list {
     /* The pair that wraps the count ends the process. The count of a list that was unpacked is in
      * the sender's byte order, but grows and wraps like any other. */
     static constexpr std::uint16_t full_count = UINT16_MAX;
-
-    static std::size_t length_of(const char (&name)[31]) noexcept {
-        const void *const end = std::memchr(name, '\0', sizeof name);
-        return end != nullptr ? static_cast<std::size_t>(static_cast<const char *>(end) - name) : sizeof name;
-    }
+    static constexpr std::uint64_t every_flag = UINT64_MAX;
 
     explicit list(avlist *mine) noexcept : list_(mine) {}
 
@@ -595,15 +661,53 @@ class list {
 
     failure why_packed(cerrno rc) const noexcept { return rc == AAA_ERR_INVALID_ARG ? why(rc) : failure(rc); }
 
+    /* How many pairs have one of the flags. */
+    std::size_t flagged(std::uint32_t flags) const noexcept {
+        std::size_t count = 0;
+        for (const attribute pair : *this) {
+            count += (pair.flags() & flags) != 0 ? 1u : 0u;
+        }
+        return count;
+    }
+
+    /* How many pairs a merge with another list adds: the types of it that this one does not have. Counted
+     * only where the pairs of the other one might not fit, because it takes as long as the merge. */
+    std::size_t added_by_merge(const list &other, std::uint64_t flags) const noexcept {
+        const auto taken = [flags](attribute pair) {
+            return flags == every_flag || (pair.flags() & flags) != 0;
+        };
+        if (other.size() <= pairs_left()) {
+            return 0;
+        }
+        std::size_t count = 0;
+        for (iterator at = other.begin(); at != other.end() && count <= pairs_left(); ++at) {
+            if (!taken(*at) || contains(at->type())) {
+                continue;
+            }
+            iterator first = other.begin(); /* of the same type */
+            while (first != at && !(first->type() == at->type() && taken(*first))) {
+                ++first;
+            }
+            count += first == at ? 1u : 0u;
+        }
+        return count;
+    }
+
     template <typename Operation>
-    result<void> with(const list &other, Operation operation) noexcept {
+    result<void> with_copy(Operation operation) const noexcept {
+        const result<list> copy = clone();
+        return copy ? operation(*copy) : failure(copy.code());
+    }
+
+    template <typename Added, typename Operation>
+    result<void> with(const list &other, Added added, Operation operation) noexcept {
         if (list_ == nullptr) {
             return why(AAA_ERR_INVALID_ARG);
         }
         if (other.list_ == nullptr) {
             return other.why(AAA_ERR_INVALID_ARG);
         }
-        if (other.size() > static_cast<std::size_t>(full_count - list_->av_cnt)) {
+        if (added() > pairs_left()) {
             return errc::full_list;
         }
         return outcome(operation());

@@ -60,7 +60,7 @@ class c_string {
     /** The text with its NUL, or null. */
     const char *c_str() const noexcept { return text_.get(); }
     /** The text, empty where there is none. */
-    std::string_view view() const noexcept { return text_ ? text_.get() : std::string_view{}; }
+    std::string_view view() const noexcept { return text_ ? text_.get() : ""; }
 
   private:
     detail::malloc_ptr<char> text_;

@@ -238,10 +238,9 @@ inline std::string_view name_of(method_id value) noexcept {
 inline std::string_view name_of(request_type value) noexcept {
     return aaa_util_msg_type_desc(number_of(value));
 }
-/** Empty for a number that is not a keyword. */
 inline std::string_view name_of(keyword value) noexcept {
     const char *const word = aaa_util_get_sg_defined_name(number_of(value));
-    return word != nullptr ? word : std::string_view{};
+    return word != nullptr ? word : "<unknown keyword>";
 }
 /** @} */
 

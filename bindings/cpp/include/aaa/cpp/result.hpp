@@ -163,7 +163,7 @@ inline std::error_code make_error_code(errc code) noexcept {
     return {static_cast<int>(static_cast<std::uint32_t>(code)), category()};
 }
 
-/** A code other than AAA_OK, on its way into a result. */
+/** A code on its way into a result. A result takes AAA_OK, which is not a failure, as errc::internal. */
 struct failure {
     cerrno code; /**< what a function of the library returned */
     /** For a code that a function of the library returned. */
@@ -171,6 +171,15 @@ struct failure {
     /** For a code with a name. */
     constexpr failure(errc rc) noexcept : code(static_cast<cerrno>(rc)) {}
 };
+
+namespace detail {
+
+/* A result without a value must not pass for one that has a value. */
+constexpr cerrno failed(failure why) noexcept {
+    return why.code != AAA_OK ? why.code : AAA_ERR_INTERNAL;
+}
+
+}  // namespace detail
 
 /**
  * A value, or the code of the failure to get it.
@@ -192,7 +201,7 @@ class [[nodiscard]] result {
     constexpr result(const T &value) : value_(value), code_(AAA_OK) {}
     /** @} */
     /** A failure. */
-    constexpr result(failure why) noexcept : code_(why.code) {}
+    constexpr result(failure why) noexcept : code_(detail::failed(why)) {}
     /** A failure with a name. */
     constexpr result(errc why) noexcept : result(failure(why)) {}
 
@@ -281,7 +290,7 @@ class [[nodiscard]] result<void> {
     /** A success. */
     constexpr result() noexcept = default;
     /** A failure. */
-    constexpr result(failure why) noexcept : code_(why.code) {}
+    constexpr result(failure why) noexcept : code_(detail::failed(why)) {}
     /** A failure with a name. */
     constexpr result(errc why) noexcept : result(failure(why)) {}
 

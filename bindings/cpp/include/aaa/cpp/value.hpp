@@ -11,7 +11,13 @@
  * | integers and enumerations of 4 or 8 bytes | the bytes, in host order |
  * | ipv4 | 4 bytes, a number in host order |
  * | const char *, std::string, std::string_view | the characters and a NUL |
+ * | a literal, and each constant array of char | the same; NULs at its end are not part of the text |
+ * | an array of char that can be changed | the characters before its first NUL, or all, and a NUL |
  * | std::span of bytes, and what converts to it | the bytes |
+ *
+ * A text with a NUL inside is refused, also one in a literal or another constant array. What
+ * follows the NUL in an array that can be changed is not read: it is a buffer, whose rest may
+ * hold anything.
  *
  * Reading is as strict as it can be without refusing what the C interface stores. A text
  * ends at its first NUL or at its length. A number may be shorter than its type, and then
@@ -90,9 +96,35 @@ template <typename Store>
     return store_bytes(text, length + 1, store);
 }
 
-template <typename Store>
-[[gnu::always_inline]] inline result<void> store_value(const char *text, Store store) noexcept {
-    return text != nullptr ? store_terminated(text, std::strlen(text), store) : errc::invalid_argument;
+/* The characters of a buffer, which may lack a NUL. */
+template <std::size_t N>
+std::string_view text_in(const char (&room)[N]) noexcept {
+    const void *const end = std::memchr(room, '\0', N);
+    return {room, end != nullptr ? static_cast<std::size_t>(static_cast<const char *>(end) - room) : N};
+}
+
+/* Whether there is one NUL, at the end: of a literal the compiler knows. */
+template <std::size_t N>
+[[gnu::always_inline]] inline bool is_whole(const char (&text)[N]) noexcept {
+    return text[N - 1] == '\0' && std::strlen(text) == N - 1;
+}
+
+/* The characters of a constant array without the NULs at its end. */
+inline std::string_view without_padding(std::string_view text) noexcept {
+    while (!text.empty() && text.back() == '\0') {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+/* A pointer, and not the arrays that convert to one: these know their length. */
+template <typename T>
+concept text_pointer = std::convertible_to<const T &, const char *> && !std::is_array_v<T>;
+
+template <text_pointer Text, typename Store>
+[[gnu::always_inline]] inline result<void> store_value(const Text &text, Store store) noexcept {
+    const char *const begin = text;
+    return begin != nullptr ? store_terminated(begin, std::strlen(begin), store) : errc::invalid_argument;
 }
 
 template <typename Store>
@@ -125,6 +157,14 @@ result<void> store_value(std::string_view text, Store store) noexcept {
     }
     std::memcpy(many->data(), text.data(), text.size());
     return store_terminated(reinterpret_cast<const char *>(many->data()), text.size(), store);
+}
+
+template <std::size_t N, typename Store>
+[[gnu::always_inline]] inline result<void> store_value(const char (&text)[N], Store store) noexcept {
+    if (is_whole(text)) [[likely]] {
+        return store_terminated(text, N - 1, store);
+    }
+    return store_value(without_padding({text, N}), store);
 }
 
 template <typename Store>
@@ -211,8 +251,11 @@ class attribute {
 
     /** The number of the attribute, such as AAA_USERNAME_ATTR. */
     std::uint32_t type() const noexcept { return pair_->av_type; }
-    /** Its name; empty for a type without an attribute. */
-    std::string_view name() const noexcept { return attribute_name(type()); }
+    /** Its name; "<unknown attribute>" for a type without one. */
+    std::string_view name() const noexcept {
+        const std::string_view known = attribute_name(type());
+        return known.empty() ? "<unknown attribute>" : known;
+    }
     /** The tag, which belongs to the callers. */
     std::uint32_t tag() const noexcept { return pair_->av_tag; }
     /** The flag bits. */

@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "agent/commands.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <optional>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+#include "agent/changes.hpp"
+#include "agent/import.hpp"
+#include "agent/listener.hpp"
+#include "agent/probe.hpp"
+#include "agent/status.hpp"
+#include "mirror_mark.hpp"
+#include "net/descriptor.hpp"
+#include "platform/sysdb_changes.h"
+#include "provider/agent_call.hpp"
+
+namespace sysdb_etcd {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr net::Time kPatience = 10 * net::kSecond;
+constexpr std::int64_t kTimeForStatus = 5000;  // milliseconds
+
+void print(const Json &json) {
+    std::puts(json.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
+}
+
+// Keeps an agent from starting while it is held. False: one runs.
+bool hold_agents_lock(net::Descriptor &lock) {
+    bool runs = false;
+    sysdb_lmdb::Database::instance().with(
+        sysdb_lmdb::Tree::kOper, [&](const sysdb_lmdb::Environment &environment) -> cerrno {
+            lock = net::Descriptor(openat(environment.directory().get(), kAgentLockName,
+                                          O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+            runs = lock && flock(lock.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+            return 0;
+        });
+    return !runs;
+}
+
+int cannot_change(cerrno rc) {
+    std::fprintf(stderr, "aaa-sysdb-agent: the database of this node cannot be changed: aaactl err 0x%08x\n",
+                 rc);
+    return 1;
+}
+
+Json mark_json(const std::optional<sysdb_lmdb::MirrorMark> &mark) {
+    char cluster[20];
+    std::snprintf(cluster, sizeof cluster, "%llx", static_cast<unsigned long long>(mark ? mark->cluster : 0));
+    return mark ? Json{{"cluster", cluster}, {"prefix", mark->prefix}, {"revision", mark->revision}}
+                : Json(nullptr);
+}
+
+// What the cluster says when this node's agent does not.
+Json ask_cluster(Settings settings) {
+    net::Loop loop;
+    const Names names(settings.prefix, settings.node);
+    Client client(loop, std::move(settings.address));
+    Mirror mirror(loop, client, names);
+    Changes changes(loop, client, mirror, names);
+    Status status(loop, client, mirror, changes, names);
+    Json json;
+    status.tell([&](const std::string &text) {
+        json = Json::parse(text, nullptr, false);
+        loop.stop();
+    });
+    loop.run();
+    for (const char *of_the_agent : {"changes", "items", "majority", "last_trouble"}) {
+        json.erase(of_the_agent);
+    }
+    return json;
+}
+
+}  // namespace
+
+int import_configuration(Settings settings) {
+    net::Loop loop;
+    const Names names(settings.prefix, settings.node);
+    Client client(loop, std::move(settings.address));
+    Import importing(loop, client, names);
+    int status = 1;
+    importing.start(net::Loop::clock() + kPatience, [&](const std::string &fault) {
+        if (fault.empty()) {
+            std::printf("the cluster has the %zu items of this node\n", importing.items());
+            status = 0;
+        } else {
+            std::fprintf(stderr, "aaa-sysdb-agent: %s\n", fault.c_str());
+        }
+        loop.stop();
+    });
+    loop.run();
+    return status;
+}
+
+int adopt(const Settings &settings) {
+    std::optional<sysdb_lmdb::MirrorMark> mark;
+    sysdb_lmdb::ChangedKeys changed;
+    cerrno rc = sysdb_lmdb::read_mirror_mark(mark);
+    if (rc == 0 && (!mark || mark->prefix != settings.prefix)) {
+        rc = sysdb_lmdb::store_mirrored({}, {0, 0, settings.prefix}, changed);
+    }
+    return rc == 0 ? 0 : cannot_change(rc);
+}
+
+cerrno read_joined(bool &joined) {
+    std::optional<sysdb_lmdb::MirrorMark> mark;
+    const cerrno rc = sysdb_lmdb::read_mirror_mark(mark);
+    joined = mark.has_value();
+    return rc;
+}
+
+int leave() {
+    net::Descriptor lock;
+    if (!hold_agents_lock(lock)) {
+        std::fputs(
+            "aaa-sysdb-agent: the agent of this node runs; end it first: systemctl stop aaa-sysdb-agent\n",
+            stderr);
+        return 1;
+    }
+    std::optional<sysdb_lmdb::MirrorMark> mark;
+    cerrno rc = sysdb_lmdb::read_mirror_mark(mark);
+    if (rc == 0 && mark) {
+        rc = sysdb_lmdb::remove_mirror_mark();
+    }
+    if (rc != 0) {
+        return cannot_change(rc);
+    }
+    std::puts(mark ? "the configuration is this node's own"
+                   : "the configuration was this node's own already");
+    return 0;
+}
+
+int probe(Settings settings) {
+    net::Loop loop;
+    const Names names(settings.prefix, settings.node);
+    Client client(loop, std::move(settings.address));
+    Probe probe(loop, client, names);
+    probe.start(net::Loop::clock() + kPatience / 2, [&loop] { loop.stop(); });
+    loop.run();
+    Json json = Json::parse(probe.text(), nullptr, false);
+    std::optional<sysdb_lmdb::MirrorMark> mark;
+    if (const cerrno rc = sysdb_lmdb::read_mirror_mark(mark); rc != 0) {
+        return cannot_change(rc);
+    }
+    json["mark"] = mark_json(mark);
+    print(json);
+    return 0;
+}
+
+int print_status(Settings settings, const std::vector<std::string> &faults) {
+    std::optional<sysdb_lmdb::MirrorMark> mark;
+    const cerrno read = sysdb_lmdb::read_mirror_mark(mark);
+    Answer answer;
+    const cerrno asked =
+        ask_agent({Ask::kStatus, static_cast<std::uint64_t>(now_ms() + kTimeForStatus), {}}, answer);
+    Json json = asked == 0 && answer.code == 0 ? Json::parse(answer.text, nullptr, false) : Json();
+    if (!json.is_object()) {
+        const bool can_ask = faults.empty() && !settings.address.endpoints.empty();
+        json = can_ask ? ask_cluster(settings) : Json{{"node", settings.node}, {"prefix", settings.prefix}};
+        const bool is_refused = asked == SYSDB_ERR_ACCESS || answer.code != 0;
+        const bool is_silent = asked == SYSDB_ERR_OUTCOME_UNKNOWN;
+        json["state"] = is_refused ? "not allowed" : is_silent ? "no answer" : "no agent";
+        json["agent"] = {{"running", is_refused || is_silent}};
+        json["revision"] = mark ? mark->revision : 0;
+    }
+    for (const char *list : {"servers", "members", "nodes"}) {
+        if (!json.contains(list)) {
+            json[list] = Json::array();
+        }
+    }
+    json["database_fault"] = read;
+    json["mark"] = mark_json(mark);
+    json["settings_faults"] = faults;
+    print(json);
+    return 0;
+}
+
+}  // namespace sysdb_etcd

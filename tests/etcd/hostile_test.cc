@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The agent's parts with a server whose replies have the right form and are still wrong.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "agent/changes.hpp"
+#include "agent/mirror.hpp"
+#include "agent/status.hpp"
+#include "etcd/fake_gateway.hpp"
+#include "gateway/base64.hpp"
+#include "mirror_mark.hpp"
+#include "support/sysdb.hpp"
+
+namespace {
+
+using namespace sysdb_etcd;
+using namespace etcd_test;
+
+constexpr char kHead[] = R"("header":{"cluster_id":"1","member_id":"2","revision":"9"})";
+
+std::string item(const std::string &key, const std::string &value, int revision = 3) {
+    std::string text = R"({"mod_revision":")" + std::to_string(revision) + R"(","key":")";
+    append_base64(text, key);
+    text += R"(","value":")";
+    append_base64(text, value);
+    return text + "\"}";
+}
+
+class EtcdHostile : public ::testing::Test {
+  protected:
+    EtcdHostile() { sysdb_lmdb::become_the_mirrors_writer(); }
+
+    template <typename Done>
+    void run_until(Done done) {
+        const net::Time until = net::Loop::clock() + 30 * net::kSecond;
+        while (!done() && net::Loop::clock() < until) {
+            loop_.run_once(until);
+        }
+        EXPECT_TRUE(done());
+    }
+
+    const DatabaseSandbox sandbox_;
+    net::Loop loop_;
+    const Names names_{"/aaa", "node"};
+};
+
+// Symptom: the agent ended when the keys of the nodes were asked for and a shorter key came.
+TEST_F(EtcdHostile, KeysThatWereNotAskedForAreNoNodes) {
+    const std::string nodes = std::string("{") + kHead + ",\"kvs\":[" + item("a", "{}") + "," +
+                              item("/aaa/nodes/", "{}") + "," + item("/zzz/nodes/x/state", "{}") + "," +
+                              item("/aaa/nodes/right/state", R"({"revision":5,"time":6})") + "," +
+                              item("/aaa/nodes/odd/state", R"([1])") + "]}";
+    Server server([&](const std::string &request) {
+        return http("200 OK", request.starts_with("POST /v3/kv/range") ? nodes : "{}");
+    });
+    Client client(loop_, address_of({server.url()}));
+    Mirror mirror(loop_, client, names_);
+    Changes changes(loop_, client, mirror, names_);
+    Status status(loop_, client, mirror, changes, names_);
+    std::string text;
+    status.tell([&](std::string told) { text = std::move(told); });
+    run_until([&] { return !text.empty(); });
+    EXPECT_NE(std::string::npos,
+              text.find(R"("nodes":[{"cluster_revision":0,"items":0,"node":"right","revision":5,"time":6}])"))
+        << text;
+}
+
+std::string in_base64(const std::string &member, const std::string &value) {
+    std::string text = '"' + member + "\":\"";
+    append_base64(text, value);
+    return text + '"';
+}
+
+// A thousand nodes write a line about themselves twice a minute, which each agent would get a thousand times.
+TEST_F(EtcdHostile, WhatOtherNodesSayOfThemselvesIsNotWatched) {
+    const std::string page = std::string("{") + kHead + ",\"kvs\":[" + item("/aaa/format", "1") + "]}";
+    const std::string own = std::string("{") + kHead + "}";
+    const auto result = [](const std::string &revision, const std::string &more) {
+        return R"({"result":{"header":{"cluster_id":"1","member_id":"2","revision":")" + revision + "\"}" +
+               more + "}}\n";
+    };
+    std::mutex mutex;
+    std::vector<std::string> watches;
+    std::vector<std::string> ranges;
+    Server server([&](const std::string &request) {
+        const std::lock_guard lock(mutex);
+        if (request.starts_with("POST /v3/watch")) {
+            watches.push_back(request);
+            return http("200 OK", result("20", ",\"created\":true") + result("50", ""));
+        }
+        if (request.starts_with("POST /v3/kv/range")) {
+            ranges.push_back(request);
+        }
+        return http("200 OK",
+                    request.find(in_base64("key", "/aaa/nodes/node/")) != std::string::npos ? own : page);
+    });
+    Client client(loop_, address_of({server.url()}));
+    Mirror mirror(loop_, client, names_);
+    mirror.start();
+    run_until([&] { return mirror.revision() == 50; });
+    EXPECT_EQ(0u, mirror.items());
+    const std::lock_guard lock(mutex);
+    ASSERT_FALSE(watches.empty());
+    EXPECT_NE(std::string::npos, watches[0].find("\"start_revision\":\"10\"")) << watches[0];
+    for (const std::string &watch : watches) {
+        EXPECT_NE(std::string::npos, watch.find(in_base64("key", "/aaa/cfg/"))) << watch;
+        EXPECT_NE(std::string::npos, watch.find(in_base64("range_end", std::string("/aaa/format\0", 12))))
+            << watch;
+    }
+    for (const std::string &range : ranges) {
+        EXPECT_TRUE(range.find(in_base64("range_end", std::string("/aaa/format\0", 12))) !=
+                        std::string::npos ||
+                    range.find(in_base64("range_end", "/aaa/nodes/node0")) != std::string::npos)
+            << range;
+    }
+}
+
+// Symptom: an agent that read from such a server asked for ever, and took more memory with each reply.
+TEST_F(EtcdHostile, KeysThatComeAgainAreNotRead) {
+    for (const std::string &again : {item("/aaa/cfg/a", "abcdefgh"), item("/aaa/cfg/", "abcdefgh")}) {
+        const std::string page = std::string("{") + kHead + ",\"kvs\":[" + item("/aaa/cfg/a", "abcdefgh") +
+                                 "," + again + "],\"more\":true}";
+        Server server([&](const std::string &) { return http("200 OK", page); });
+        Client client(loop_, address_of({server.url()}));
+        Mirror mirror(loop_, client, names_);
+        mirror.start();
+        run_until([&] { return mirror.trouble().find("order") != std::string::npos; });
+        EXPECT_EQ(Mirror::State::kConnecting, mirror.state());
+        EXPECT_EQ(0u, mirror.items());
+        EXPECT_GT(5, server.requests());
+    }
+}
+
+// Symptom: under load an agent read all of the configuration again, and refused changes meanwhile, because
+// the stream had been faster than the reply to a poll.
+TEST_F(EtcdHostile, AReplyThatIsOlderThanTheStreamIsNoReset) {
+    std::mutex mutex;
+    std::condition_variable changed;
+    unsigned loads = 0;
+    unsigned streams = 0;
+    unsigned polls = 0;
+    bool is_at_twelve = false;
+    const auto header = [](int revision) {
+        return R"("header":{"cluster_id":"1","member_id":"2","revision":")" + std::to_string(revision) +
+               "\"}";
+    };
+    Server server([&](const std::string &request) -> std::string {
+        std::unique_lock lock(mutex);
+        if (request.starts_with("POST /v3/watch")) {
+            // The change is sent when a poll is on its way; the stream stays open.
+            ++streams;
+            changed.wait_for(lock, std::chrono::seconds(30), [&] { return polls > 0; });
+            const std::string lines = "{\"result\":{" + header(9) + R"(,"created":true}})" + "\n" +
+                                      "{\"result\":{" + header(12) + R"(,"events":[{"kv":)" +
+                                      item("/aaa/cfg/a", std::string("\0\0\0\2\0\0\0\1", 8), 12) + "}]}}\n";
+            return "HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n" + lines;
+        }
+        if (request.find(in_base64("key", names_.changed())) == std::string::npos) {
+            ++loads;
+            const bool is_own = request.find(in_base64("key", names_.own())) != std::string::npos;
+            return http("200 OK", "{" + header(9) +
+                                      (is_own ? "}" : ",\"kvs\":[" + item(names_.format(), kFormat) + "]}"));
+        }
+        ++polls;
+        changed.notify_all();
+        const bool is_first = polls == 1;
+        changed.wait_for(lock, std::chrono::seconds(30), [&] { return is_at_twelve; });
+        const int revision = is_first ? 10 : 12;
+        return http("200 OK",
+                    "{" + header(revision) + ",\"kvs\":[" + item(names_.changed(), "n", revision) + "]}");
+    });
+    Client client(loop_, address_of({server.url()}));
+    Mirror mirror(loop_, client, names_);
+    mirror.start();
+    run_until([&] { return mirror.revision() == 12; });
+    {
+        const std::lock_guard lock(mutex);
+        is_at_twelve = true;
+        changed.notify_all();
+    }
+    run_until([&] { return mirror.cluster_revision() == 12; });
+    EXPECT_EQ(Mirror::State::kFollowing, mirror.state()) << mirror.trouble();
+    const std::lock_guard lock(mutex);
+    EXPECT_EQ(2u, loads) << "of the configuration, and of what this node has written";
+    EXPECT_EQ(1u, streams);
+}
+
+}  // namespace
