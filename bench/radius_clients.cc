@@ -6,14 +6,7 @@
 //
 //   radius_bench [QUESTIONS]     of each row; default: 20000
 
-#include <netinet/in.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -21,72 +14,21 @@
 #include <vector>
 
 #include "radius/client.hpp"
+#include "radius_responder.hpp"
 #ifdef AAA_BENCH_FREERADIUS
 #include "radius/freeradius.hpp"
 #endif
 
 namespace {
 
-constexpr char kSecret[] = "testing123";
+using bench::fail;
+using bench::kSecret;
+
 constexpr int kInFlight = 32;
 
-[[noreturn]] void fail(const std::string &what) {
-    std::fprintf(stderr, "radius_bench: %s\n", what.c_str());
-    std::exit(1);
-}
-
-// ---- the process that answers
-
-std::string accept_of(std::string_view request) {
-    std::string packet(radius::kHeadSize, '\0');
-    packet[0] = static_cast<char>(radius::Code::kAccessAccept);
-    packet[1] = request[1];
-    packet.replace(4, radius::kDigestSize, request.substr(4, radius::kDigestSize));
-    packet += "\x50\x12" + std::string(radius::kDigestSize, '\0') + "\x12\x07Hello";
-    packet[3] = static_cast<char>(packet.size());
-    radius::Digest digest;
-    bool made = radius::hmac_md5(kSecret, {packet}, digest);
-    packet.replace(radius::kHeadSize + radius::kAttributeHead, radius::kDigestSize, radius::view_of(digest));
-    made = made && radius::md5({packet, kSecret}, digest);
-    packet.replace(4, radius::kDigestSize, radius::view_of(digest));
-    return made ? packet : std::string();
-}
-
-[[noreturn]] void answer_for_ever(int socket) {
-    std::array<char, radius::kMaxPacket> buffer;
-    for (;;) {
-        sockaddr_in from;
-        socklen_t from_size = sizeof from;
-        const ssize_t size = recvfrom(socket, buffer.data(), buffer.size(), 0,
-                                      reinterpret_cast<sockaddr *>(&from), &from_size);
-        if (size >= static_cast<ssize_t>(radius::kHeadSize)) {
-            const std::string answer = accept_of({buffer.data(), static_cast<std::size_t>(size)});
-            sendto(socket, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr *>(&from), from_size);
-        }
-    }
-}
-
-radius::ServerSettings start_responder() {
-    const int server = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    if (bind(server, reinterpret_cast<sockaddr *>(&address), size) != 0 ||
-        getsockname(server, reinterpret_cast<sockaddr *>(&address), &size) != 0) {
-        fail("no socket");
-    }
-    const pid_t process = fork();
-    if (process < 0) {
-        fail("no process");
-    }
-    if (process == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        answer_for_ever(server);
-    }
-    close(server);
+radius::ServerSettings settings_of_responder() {
     radius::ServerSettings settings;
-    settings.address = *net::Address::parse("127.0.0.1", ntohs(address.sin_port));
+    settings.address = *net::Address::parse("127.0.0.1", bench::start_responder());
     settings.secret = radius::Secret(kSecret);
     return settings;
 }
@@ -159,7 +101,7 @@ int main(int argc, char **argv) {
         fail("usage: radius_bench [QUESTIONS], at least 32");
     }
     std::printf("%-20s %10s %10s %14s\n", "server", "median us", "p99 us", "per s, 32 at once");
-    row("responder, UDP", start_responder(), count);
+    row("responder, UDP", settings_of_responder(), count);
 #ifdef AAA_BENCH_FREERADIUS
     if (!radius_test::FreeRadius::is_installed()) {
         std::printf("%s\n", radius_test::FreeRadius::kMissing);

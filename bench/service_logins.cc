@@ -14,10 +14,8 @@
 // The service runs in a process of its own, with its listener, decision and groups, and a
 // configuration that is made here instead of read.
 
-#include <netinet/in.h>
 #include <signal.h>
 #include <sys/epoll.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -41,84 +39,17 @@
 #include "journal/recorder.hpp"
 #include "listener/listener.hpp"
 #include "radius/client.hpp"
+#include "radius_responder.hpp"
 
 namespace {
 
-constexpr char kSecret[] = "testing123";
+using bench::fail;
+using bench::kSecret;
+using bench::open_server;
+using bench::start_process;
+using bench::start_responder;
+
 constexpr int kInFlight = 32;
-
-[[noreturn]] void fail(const std::string &what) {
-    std::fprintf(stderr, "service_bench: %s\n", what.c_str());
-    std::exit(1);
-}
-
-// ---- the process that answers
-
-std::string answer_to(std::string_view request) {
-    const bool is_record = request[0] == static_cast<char>(radius::Code::kAccountingRequest);
-    std::string packet(radius::kHeadSize, '\0');
-    packet[0] =
-        static_cast<char>(is_record ? radius::Code::kAccountingResponse : radius::Code::kAccessAccept);
-    packet[1] = request[1];
-    packet.replace(4, radius::kDigestSize, request.substr(4, radius::kDigestSize));
-    packet += "\x50\x12" + std::string(radius::kDigestSize, '\0') + "\x12\x07Hello";
-    packet[3] = static_cast<char>(packet.size());
-    radius::Digest digest;
-    bool made = radius::hmac_md5(kSecret, {packet}, digest);
-    packet.replace(radius::kHeadSize + radius::kAttributeHead, radius::kDigestSize, radius::view_of(digest));
-    made = made && radius::md5({packet, kSecret}, digest);
-    packet.replace(4, radius::kDigestSize, radius::view_of(digest));
-    return made ? packet : std::string();
-}
-
-[[noreturn]] void answer_for_ever(int socket) {
-    std::array<char, radius::kMaxPacket> buffer;
-    for (;;) {
-        sockaddr_in from;
-        socklen_t from_size = sizeof from;
-        const ssize_t size = recvfrom(socket, buffer.data(), buffer.size(), 0,
-                                      reinterpret_cast<sockaddr *>(&from), &from_size);
-        if (size >= static_cast<ssize_t>(radius::kHeadSize)) {
-            const std::string answer = answer_to({buffer.data(), static_cast<std::size_t>(size)});
-            sendto(socket, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr *>(&from), from_size);
-        }
-    }
-}
-
-// A process that ends with this one. 0 in the child.
-pid_t start_process() {
-    const pid_t process = fork();
-    if (process < 0) {
-        fail("no process");
-    }
-    if (process == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-    }
-    return process;
-}
-
-// A socket on loopback, and its port.
-std::pair<int, std::uint16_t> open_server() {
-    const int server = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    if (bind(server, reinterpret_cast<sockaddr *>(&address), size) != 0 ||
-        getsockname(server, reinterpret_cast<sockaddr *>(&address), &size) != 0) {
-        fail("no socket");
-    }
-    return {server, ntohs(address.sin_port)};
-}
-
-std::uint16_t start_responder() {
-    const auto [server, port] = open_server();
-    if (start_process() == 0) {
-        answer_for_ever(server);
-    }
-    close(server);
-    return port;
-}
 
 // ---- the service
 

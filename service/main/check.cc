@@ -2,15 +2,12 @@
 
 #include "main/check.hpp"
 
-#include <algorithm>
-#include <atomic>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
+#include "base/logged_lines.hpp"
 #include "config/database.hpp"
 #include "groups/server_client.hpp"
 #include "platform/cerr.h"
@@ -25,61 +22,17 @@ constexpr std::uint32_t kWarning = 4;  // of syslog; higher ones are less severe
 
 constinit bool g_checking = false;  // set before there are threads
 
-// What the libraries log meanwhile, which is a reason of a fault or a fault that nothing else says. Logging
-// allocates nothing and may be done by several threads.
-class LoggedLines {
-  public:
-    void keep(std::string_view line) noexcept {
-        const Locked lock(busy_);
-        if (line.size() < sizeof text_ - size_) {
-            std::memcpy(text_ + size_, line.data(), line.size());
-            size_ += line.size();
-            text_[size_++] = '\n';
-        }
-    }
-
-    // The texts of the lines, each once.
-    std::vector<std::string> take() {
-        std::string all;
-        {
-            const Locked lock(busy_);
-            all.assign(text_, std::exchange(size_, 0));
-        }
-        std::vector<std::string> texts;
-        for (std::size_t at = 0; at < all.size();) {
-            const std::size_t end = all.find('\n', at);
-            const std::string line = all.substr(at, end - at);
-            const std::size_t text = line.find(" : ");
-            const std::string reason = text == std::string::npos ? line : line.substr(text + 3);
-            if (std::find(texts.begin(), texts.end(), reason) == texts.end()) {
-                texts.push_back(reason);
-            }
-            at = end + 1;
-        }
-        return texts;
-    }
-
-  private:
-    class Locked {
-      public:
-        explicit Locked(std::atomic_flag &busy) noexcept : busy_(busy) {
-            while (busy_.test_and_set(std::memory_order_acquire)) {
-            }
-        }
-        ~Locked() { busy_.clear(std::memory_order_release); }
-        Locked(const Locked &) = delete;
-        Locked &operator=(const Locked &) = delete;
-
-      private:
-        std::atomic_flag &busy_;
-    };
-
-    std::atomic_flag busy_ = ATOMIC_FLAG_INIT;
-    char text_[16384] = {};
-    std::size_t size_ = 0;
-};
+// What the libraries log meanwhile is a reason of a fault, or a fault that nothing else says.
 constinit LoggedLines g_errors;
 constinit LoggedLines g_warnings;
+
+std::vector<std::string> texts_in(LoggedLines &lines) {
+    std::vector<std::string> texts;
+    for (const std::string &line : lines.take()) {
+        add_once(texts, logged_text(line));
+    }
+    return texts;
+}
 
 void complain(int &count, const std::string &what) {
     std::printf("%s\n", what.c_str());
@@ -109,7 +62,7 @@ void check_database(Snapshot &snapshot, int &count) {
     if (rc != 0) {
         std::string fault =
             std::string("/cfg/gl/aaa/: the system database cannot be used: ") + cerr_strerror(rc);
-        for (const std::string &reason : g_errors.take()) {
+        for (const std::string &reason : texts_in(g_errors)) {
             fault += ": " + reason;
         }
         complain(count, fault);
@@ -174,7 +127,7 @@ int check_configuration(const KeeperOptions &options) {
                     plural(files.users != nullptr ? files.users->users.size() : 0, "local user").c_str());
     }
     for (LoggedLines *lines : {&g_errors, &g_warnings}) {
-        for (const std::string &text : lines->take()) {
+        for (const std::string &text : texts_in(*lines)) {
             complain(count, text);
         }
     }
@@ -186,7 +139,7 @@ int check_configuration(const KeeperOptions &options) {
 
 }  // namespace service
 
-// Whoever checks the configuration reads faults, not lines of a log.
+// An administrator who checks the configuration reads faults, not lines of a log.
 extern "C" std::int32_t aaa_program_take_log(std::uint32_t severity, const char *line, std::uint32_t length) {
     return service::take_log_line(severity, {line, length}) ? 1 : 0;
 }

@@ -84,37 +84,40 @@ int install_filter() {
         syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
 }
 
-bool send_descriptor(int socket, int fd) {
+// One byte, with room for a descriptor.
+struct Message {
+    Message() {
+        head.msg_iov = &data;
+        head.msg_iovlen = 1;
+        head.msg_control = control;
+        head.msg_controllen = sizeof control;
+    }
+    Message(const Message &) = delete;
+    Message &operator=(const Message &) = delete;
+
     char byte = '.';
     iovec data = {&byte, 1};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof fd)] = {};
-    msghdr message = {};
-    message.msg_iov = &data;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    cmsghdr *head = CMSG_FIRSTHDR(&message);
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+    msghdr head = {};
+};
+
+bool send_descriptor(int socket, int fd) {
+    Message message;
+    cmsghdr *head = CMSG_FIRSTHDR(&message.head);
     head->cmsg_level = SOL_SOCKET;
     head->cmsg_type = SCM_RIGHTS;
     head->cmsg_len = CMSG_LEN(sizeof fd);
     std::memcpy(CMSG_DATA(head), &fd, sizeof fd);
-    return sendmsg(socket, &message, 0) == 1;
+    return sendmsg(socket, &message.head, 0) == 1;
 }
 
 int receive_descriptor(int socket) {
-    char byte = 0;
-    int fd = -1;
-    iovec data = {&byte, 1};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof fd)] = {};
-    msghdr message = {};
-    message.msg_iov = &data;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    if (recvmsg(socket, &message, MSG_CMSG_CLOEXEC) != 1) {
+    Message message;
+    if (recvmsg(socket, &message.head, MSG_CMSG_CLOEXEC) != 1) {
         return -1;
     }
-    const cmsghdr *head = CMSG_FIRSTHDR(&message);
+    int fd = -1;
+    const cmsghdr *head = CMSG_FIRSTHDR(&message.head);
     if (head != nullptr && head->cmsg_type == SCM_RIGHTS) {
         std::memcpy(&fd, CMSG_DATA(head), sizeof fd);
     }

@@ -64,6 +64,15 @@ void start(const std::vector<std::unique_ptr<Node>> &nodes) {
     }
 }
 
+void restart_leader(Cluster &cluster, Load &load) {
+    const std::size_t leader = cluster.leader();
+    ASSERT_LT(leader, 3u);
+    cluster.kill(leader);
+    EXPECT_TRUE(load.wait_for_more(20));
+    cluster.start(leader);
+    EXPECT_TRUE(cluster.wait_until_ready());
+}
+
 TEST(SysdbEtcdClock, OfMembersIsWrong) {
     Clocks clocks;
     SKIP_WITHOUT("tracing", clocks.right.works(), "this machine does not let a program have another clock");
@@ -82,12 +91,7 @@ TEST(SysdbEtcdClock, OfMembersIsWrong) {
     clocks.behind.set(kDay);
     EXPECT_TRUE(load.wait_for_more(20));
     EXPECT_EQ(24, hours_ahead(cluster, 2));
-    const std::size_t leader = cluster.leader();
-    ASSERT_LT(leader, 3u);
-    cluster.kill(leader);
-    EXPECT_TRUE(load.wait_for_more(20));
-    cluster.start(leader);
-    EXPECT_TRUE(cluster.wait_until_ready());
+    ASSERT_NO_FATAL_FAILURE(restart_leader(cluster, load));
     clocks.ahead.set(0);
     clocks.behind.set(0);
     EXPECT_TRUE(load.wait_for_more(20));
@@ -109,12 +113,7 @@ TEST(SysdbEtcdClock, OfAgentsIsWrong) {
     clocks.ahead.set(-kYear);
     clocks.behind.set(kYear);
     EXPECT_TRUE(load.wait_for_more(20));
-    const std::size_t leader = cluster.leader();
-    ASSERT_LT(leader, 3u);
-    cluster.kill(leader);
-    EXPECT_TRUE(load.wait_for_more(20));
-    cluster.start(leader);
-    EXPECT_TRUE(cluster.wait_until_ready());
+    ASSERT_NO_FATAL_FAILURE(restart_leader(cluster, load));
     for (const auto &node : nodes) {
         EXPECT_TRUE(node->wait_until_following()) << node->log();
     }

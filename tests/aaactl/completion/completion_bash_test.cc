@@ -2,16 +2,17 @@
 //
 // Completion in bash: the script is run by bash, with words as bash splits them.
 
-#include <algorithm>
-#include <sstream>
-
+#include "aaactl/completion/offers.hpp"
 #include "aaactl/support/database_fixture.hpp"
 
 namespace {
 
 using aaactl_test::aaactl;
+using aaactl_test::has;
 using aaactl_test::in_shell;
-using Lines = std::vector<std::string>;
+using aaactl_test::kOfPositions;
+using aaactl_test::Lines;
+using aaactl_test::sorted_lines;
 
 class BashCompletion : public aaactl_test::DatabaseTest {
   protected:
@@ -34,37 +35,14 @@ class BashCompletion : public aaactl_test::DatabaseTest {
                                     "printf '%s\\n' \"${COMPREPLY[@]}\"\n");
         const auto run = in_shell("bash --norc " + dir().path("ask.bash") + " 2>&1");
         EXPECT_EQ(run.status, 0) << run.out;
-        Lines lines;
-        std::istringstream stream(run.out);
-        for (std::string line; std::getline(stream, line);) {
-            if (!line.empty()) {
-                lines.push_back(line);
-            }
-        }
-        std::sort(lines.begin(), lines.end());
-        return lines;
-    }
-
-    static bool has(const Lines &lines, const std::string &line) {
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
+        return sorted_lines(run.out);
     }
 };
 
 TEST_F(BashCompletion, KnowsPositions) {
-    EXPECT_EQ(offered("mlist set acc"), Lines{"accounting"});
-    EXPECT_EQ(offered("mlist set accounting log"), Lines{"login"});
-    EXPECT_EQ(offered("mlist set accounting login d"), Lines{"default"});
-    EXPECT_EQ(offered("mlist set accounting login default lo"), Lines{"local"});
-    EXPECT_EQ(offered("mlist set accounting login default local no"), Lines{"none"});
-    EXPECT_EQ(offered("mlist set accounting login default local --f"), Lines{"--force"});
-    EXPECT_EQ(offered("sg add ta"), Lines{"tacacs"});
-    EXPECT_EQ(offered("attr show AAA_USERNAME_A"), Lines{"AAA_USERNAME_ATTR"});
-    EXPECT_EQ(offered("explain authorization ex"), Lines{"exec"});
-}
-
-TEST_F(BashCompletion, CompletesTheWordsOfHelp) {
-    EXPECT_EQ(offered("help sysd"), Lines{"sysdb"});
-    EXPECT_EQ(offered("help sysdb wa"), Lines{"watch"});
+    for (const auto &[words, fits] : kOfPositions) {
+        EXPECT_EQ(offered(words), Lines{fits}) << words;
+    }
 }
 
 TEST_F(BashCompletion, CompletesPathsOfTheDatabase) {

@@ -3,17 +3,17 @@
 // Completion in zsh and fish: each shell completes a line. Zsh does it only while a line is edited, so it
 // runs on a terminal of its own.
 
-#include <algorithm>
-#include <cstdlib>
-#include <sstream>
-
+#include "aaactl/completion/offers.hpp"
 #include "aaactl/support/database_fixture.hpp"
 
 namespace {
 
 using aaactl_test::aaactl;
+using aaactl_test::has;
 using aaactl_test::in_shell;
-using Lines = std::vector<std::string>;
+using aaactl_test::kOfPositions;
+using aaactl_test::Lines;
+using aaactl_test::sorted_lines;
 
 // What compadd takes of its words is noted, as the line editor would show it.
 constexpr char kZshSetup[] = R"(compdef() { }
@@ -69,16 +69,7 @@ class Completion : public aaactl_test::DatabaseTest, public testing::WithParamIn
                           : "fish -N -c 'source aaactl.fish; complete -C (cat line | string collect)'"));
         EXPECT_EQ(run.status, 0) << run.err;
         EXPECT_EQ(run.err, "");
-        Lines lines;
-        std::istringstream stream(run.out);
-        for (std::string line; std::getline(stream, line);) {
-            lines.push_back(line.substr(0, line.find('\t')));  // fish describes files
-        }
-        std::sort(lines.begin(), lines.end());
-        return lines;
-    }
-    static bool has(const Lines &lines, const std::string &line) {
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
+        return sorted_lines(run.out);
     }
 };
 
@@ -108,18 +99,9 @@ TEST_P(Completion, OffersFilesWhereNothingElseFits) {
 }
 
 TEST_P(Completion, KnowsPositions) {
-    EXPECT_EQ(offered("mlist set acc"), Lines{"accounting"});
-    EXPECT_EQ(offered("mlist set accounting log"), Lines{"login"});
-    EXPECT_EQ(offered("mlist set accounting login d"), Lines{"default"});
-    EXPECT_EQ(offered("mlist set accounting login default lo"), Lines{"local"});
-    EXPECT_EQ(offered("mlist set accounting login default local no"), Lines{"none"});
-    EXPECT_EQ(offered("mlist set accounting login default local --f"), Lines{"--force"});
-    EXPECT_EQ(offered("sg add ta"), Lines{"tacacs"});
-    EXPECT_EQ(offered("attr show AAA_USERNAME_A"), Lines{"AAA_USERNAME_ATTR"});
-    EXPECT_EQ(offered("err AAA_ERR_SG_I"), Lines{"AAA_ERR_SG_IN_USE"});
-    EXPECT_EQ(offered("explain authorization ex"), Lines{"exec"});
-    EXPECT_EQ(offered("help sysdb wa"), Lines{"watch"});
-    EXPECT_EQ(offered("completion z"), Lines{"zsh"});
+    for (const auto &[words, fits] : kOfPositions) {
+        EXPECT_EQ(offered(words), Lines{fits}) << words;
+    }
 }
 
 TEST_P(Completion, CompletesPathsOfTheDatabase) {

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "aaa/result_codes.h"
+#include "base/logged_lines.hpp"
 #include "cli/hidden_characters.hpp"
 #include "platform/cerr.h"
 #include "platform/sysdb.h"
@@ -78,76 +79,28 @@ std::string joined(const std::vector<std::string> &cells, const std::vector<size
     return text;
 }
 
-// Lines of errors that were logged. Those of the command's own thread are about the command. The library's
-// thread connects to the database too, and what it logs is about that only.
-class KeptLines {
-  public:
-    void keep(std::string_view line) noexcept {
-        const Locked lock(busy_);
-        if (line.size() < sizeof text_ - size_) {
-            std::memcpy(text_ + size_, line.data(), line.size());
-            size_ += line.size();
-            text_[size_++] = '\n';
-        }
-    }
-    bool empty() {
-        const Locked lock(busy_);
-        return size_ == 0;
-    }
-    std::string take() {
-        const Locked lock(busy_);
-        return {text_, std::exchange(size_, 0)};
-    }
-
-  private:
-    class Locked {
-      public:
-        explicit Locked(std::atomic_flag &busy) noexcept : busy_(busy) {
-            while (busy_.test_and_set(std::memory_order_acquire)) {
-            }
-        }
-        ~Locked() { busy_.clear(std::memory_order_release); }
-        Locked(const Locked &) = delete;
-        Locked &operator=(const Locked &) = delete;
-
-      private:
-        std::atomic_flag &busy_;
-    };
-
-    std::atomic_flag busy_ = ATOMIC_FLAG_INIT;
-    char text_[16384] = {};  // logging allocates nothing
-    size_t size_ = 0;
-};
 // Of syslog; higher ones are less severe.
 constexpr uint32_t kError = 3;
 constexpr uint32_t kWarning = 4;
 
-constinit KeptLines g_own_lines;
-constinit KeptLines g_other_lines;
-constinit KeptLines g_settings;
+// Lines of errors. Those of the command's own thread are about the command. The library's thread connects to
+// the database too, and what it logs is about that only.
+constinit service::LoggedLines g_own_lines;
+constinit service::LoggedLines g_other_lines;
+constinit service::LoggedLines g_settings;
 
 // About a variable of the environment, such as "%AAA-PLATFORM-4-SYSDB : AAA_SYSDB_MAP_MIB=x is not ...". The
 // command goes on, and whoever has set the variable should know that it has no effect.
 bool is_about_setting(uint32_t severity, std::string_view line) noexcept {
-    const size_t text = line.find(" : ");
-    return severity == kWarning && text != std::string_view::npos &&
-           line.substr(text + 3).starts_with("AAA_");
+    return severity == kWarning && service::logged_text(line).starts_with("AAA_");
 }
 
 // The texts of the lines, each once. What the library adds to a line of the platform says less.
-std::vector<std::string> reasons_in(const std::string &all) {
+std::vector<std::string> reasons_in(service::LoggedLines &lines) {
     std::vector<std::string> platform;
     std::vector<std::string> others;
-    for (size_t at = 0; at < all.size();) {
-        const size_t end = all.find('\n', at);
-        const std::string line = all.substr(at, end - at);
-        const size_t text = line.find(" : ");
-        auto &reasons = line.starts_with("%AAA-PLATFORM-") ? platform : others;
-        const std::string reason = text == std::string::npos ? line : line.substr(text + 3);
-        if (std::find(reasons.begin(), reasons.end(), reason) == reasons.end()) {
-            reasons.push_back(reason);
-        }
-        at = end + 1;
+    for (const std::string &line : lines.take()) {
+        service::add_once(line.starts_with("%AAA-PLATFORM-") ? platform : others, service::logged_text(line));
     }
     return platform.empty() ? others : platform;
 }
@@ -160,8 +113,8 @@ bool is_of_database(cerrno rc) {
 
 // Of several threads that cannot open the database, one may have logged why.
 std::vector<std::string> reasons_of(const Failure &failure) {
-    std::vector<std::string> own = reasons_in(g_own_lines.take());
-    return own.empty() && is_of_database(failure.rc()) ? reasons_in(g_other_lines.take()) : own;
+    std::vector<std::string> own = reasons_in(g_own_lines);
+    return own.empty() && is_of_database(failure.rc()) ? reasons_in(g_other_lines) : own;
 }
 
 // The failure's own sentence, then why; a file that both name is named once.
@@ -371,8 +324,8 @@ void forget_log_lines() {
 }
 
 void print_log_lines() {
-    for (KeptLines *lines : {&g_own_lines, &g_settings}) {
-        for (const std::string &text : reasons_in(lines->take())) {
+    for (service::LoggedLines *lines : {&g_own_lines, &g_settings}) {
+        for (const std::string &text : reasons_in(*lines)) {
             std::fprintf(stderr, "aaactl: %s\n", text.c_str());
         }
     }

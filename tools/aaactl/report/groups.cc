@@ -3,22 +3,12 @@
 #include "report/groups.hpp"
 
 #include <algorithm>
-#include <cstdio>
 #include <map>
 
 #include "report/parts.hpp"
 
 namespace aaactl {
 namespace {
-
-std::string milliseconds(const Json &server, const char *name) {
-    if (!server.contains(name)) {
-        return "-";
-    }
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f ms", static_cast<double>(number_of(server, name)) / 1000);
-    return text;
-}
 
 // A key is there or not; it is never shown, sealed neither.
 const char *key_words(KeyState state) {

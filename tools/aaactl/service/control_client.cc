@@ -219,6 +219,15 @@ uint64_t number_of(const Json &document, std::string_view name) {
     return value.is_natural() ? value.natural() : 0;
 }
 
+std::string milliseconds(const Json &document, std::string_view name) {
+    if (!document.contains(name)) {
+        return "-";
+    }
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f ms", static_cast<double>(number_of(document, name)) / 1000);
+    return text;
+}
+
 namespace {
 
 std::string formatted(uint64_t seconds, const char *format) {

@@ -65,6 +65,8 @@ Json shown(const Json &document);
 // A member, or what stands for it when the service has not sent it.
 std::string text_of(const Json &document, std::string_view name);
 uint64_t number_of(const Json &document, std::string_view name);
+// A member with a number of microseconds, such as "1.5 ms"; "-" without the member.
+std::string milliseconds(const Json &document, std::string_view name);
 
 // "2026-11-22 13:05:46" and "13:05:46.123", local time.
 std::string date_and_time(uint64_t seconds);

@@ -73,15 +73,6 @@ ExitCode show_status(Output &out, const ControlOptions &options) {
     return ExitCode::ok;
 }
 
-std::string milliseconds(const Json &server, const char *name) {
-    if (!server.contains(name)) {
-        return "-";
-    }
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f ms", static_cast<double>(number_of(server, name)) / 1000);
-    return text;
-}
-
 // Servers that were never asked have no state yet.
 std::string state_of(const Json &server) {
     const std::string state = text_of(server, "state");
