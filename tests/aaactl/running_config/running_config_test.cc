@@ -15,6 +15,7 @@ namespace {
 
 using aaactl_test::aaactl;
 using aaactl_test::damage;
+using aaactl_test::Started;
 
 const char kText[] =
     "aaa group server radius corp\n"
@@ -339,8 +340,9 @@ TEST_F(RunningConfigCommands, WithoutADatabaseNothingIsShown) {
 TEST_F(RunningConfigCommands, LoadsAtOnceGetDifferentNumbersAndOrdinals) {
     constexpr int kRounds = 5;
     constexpr int kLoads = 4;
+    std::string all_shown;
     for (int round = 0; round < kRounds; ++round) {
-        std::vector<std::unique_ptr<aaactl_test::Started>> started;
+        std::vector<std::unique_ptr<Started>> started;
         for (int i = 0; i < kLoads; ++i) {
             const std::string own = std::to_string(round) + "-" + std::to_string(i);
             std::string text = "aaa group server tacacs shared\n server 192.0." + std::to_string(round) +
@@ -349,16 +351,18 @@ TEST_F(RunningConfigCommands, LoadsAtOnceGetDifferentNumbersAndOrdinals) {
                 text +=
                     std::string("aaa group server tacacs ") + name + own + "\n server-private 192.0.2.1\n";
             }
-            started.push_back(std::make_unique<aaactl_test::Started>(
+            started.push_back(std::make_unique<Started>(
                 std::vector<std::string>{"load", dir().write(own + ".conf", text + "end\n")}));
         }
         for (const auto &load : started) {
             EXPECT_EQ(load->wait(), 0) << load->shown();
+            all_shown += load->shown();
         }
     }
     std::set<uint64_t> numbers;
     const auto groups = aaactl({"sg", "list", "--json"}).json()["groups"];
     for (const auto &group : groups) {
+        ASSERT_FALSE(group["number"].is_null()) << group.dump() << "\nThe loads printed:\n" << all_shown;
         numbers.insert(group["number"].number());
         std::set<uint64_t> ordinals;
         for (const auto &server : group["servers"]) {
@@ -368,7 +372,78 @@ TEST_F(RunningConfigCommands, LoadsAtOnceGetDifferentNumbersAndOrdinals) {
     }
     EXPECT_EQ(groups.size(), size_t{1 + 3 * kRounds * kLoads});
     EXPECT_EQ(numbers.size(), groups.size());
-    EXPECT_EQ(aaactl({"lint"}).out.find("number"), std::string::npos);
+    EXPECT_EQ(aaactl({"lint"}).out.find("number"), std::string::npos) << all_shown;
+}
+
+// A load that is stopped where it waits for the lock of a tree's writers, while others change the database.
+class StoppedLoad : public RunningConfigCommands {
+  protected:
+    StoppedLoad() : wait_("AAA_SYSDB_WAIT_MS", "600000") {}
+
+    void SetUp() override {
+        put("/cfg/gl/aaa/history/commits", "u32", "10");
+        put("/oper/site/x", "u32", "1");
+    }
+    // Goes on, if it was stopped before, until it shows the text and waits for the lock.
+    void run_until(Started &load, const std::string &database, const std::string &shown) const {
+        const aaatest::DatabaseTable lock(dir().path(database), "items");
+        aaatest::send_signal(load.pid(), SIGCONT);
+        EXPECT_TRUE(load.wait_shown(shown)) << load.shown();
+        stop(load);
+    }
+    static void stop(const Started &load) {
+        aaatest::send_signal(load.pid(), SIGSTOP);
+        int status = 0;
+        EXPECT_EQ(waitpid(load.pid(), &status, WUNTRACED), load.pid());
+        EXPECT_TRUE(WIFSTOPPED(status));
+    }
+    std::unique_ptr<Started> load_until_stored(const std::string &text) const {
+        const aaatest::DatabaseTable lock(dir().path("cfg/cfg.mdb"), "items");
+        auto load = std::make_unique<Started>(std::vector<std::string>{"load", dir().write("one.conf", text)},
+                                              Started::On::terminal);
+        EXPECT_TRUE(load->wait_shown("changes as one")) << load->shown();
+        stop(*load);
+        return load;
+    }
+    static void expect_done(Started &load) {
+        aaatest::send_signal(load.pid(), SIGCONT);
+        EXPECT_EQ(load.wait(), 0) << load.shown();
+        EXPECT_TRUE(is_numbered()) << load.shown();
+    }
+    static bool is_numbered() {
+        return !aaactl({"sg", "list", "--json"}).json()["groups"][0]["number"].is_null() &&
+               aaactl({"lint"}).out.find("number") == std::string::npos;
+    }
+
+  private:
+    ScopedEnv wait_;
+};
+
+const char kShared[] = "aaa group server tacacs shared\n server 192.0.2.";
+
+// Symptom: a load that was refused withdrew the number of a group that another one had configured meanwhile.
+TEST_F(StoppedLoad, LeavesTheNumberOfAGroupThatAnotherLoadHasConfigured) {
+    const auto one = load_until_stored(std::string(kShared) + "1\n");
+    load(std::string(kShared) + "2\n");
+    expect_done(*one);
+}
+
+TEST_F(StoppedLoad, LeavesTheNumberOfAGroupThatIsConfiguredWhileItIsWithdrawn) {
+    const auto one = load_until_stored(std::string(kShared) + "1\nitem /cfg/gl/aaa/history/commits u32 11\n");
+    put("/cfg/gl/aaa/history/commits", "u32", "12");  // it is refused, and the group does not exist
+    run_until(*one, "run/oper.mdb", "Withdrawing");
+    load(std::string(kShared) + "2\n");
+    EXPECT_TRUE(is_numbered());
+    expect_done(*one);
+}
+
+TEST_F(StoppedLoad, LeavesTheNumberOfAGroupThatIsConfiguredAfterItHasDeletedIt) {
+    load(std::string(kShared) + "1\n");
+    const auto one = load_until_stored("no aaa group server tacacs shared\n");
+    run_until(*one, "run/oper.mdb", "Withdrawing");
+    load(std::string(kShared) + "2\n");
+    EXPECT_TRUE(is_numbered());
+    expect_done(*one);
 }
 
 // Holds the lock of a tree's writers, so that a load waits where the test wants it to.
@@ -380,10 +455,9 @@ class InterruptedLoad : public RunningConfigCommands {
         file_ = dir().write("new.conf", kText);
     }
     // The load, which was interrupted when it had shown the text and waited for the lock.
-    std::unique_ptr<aaactl_test::Started> interrupted(const std::string &database, const std::string &shown) {
+    std::unique_ptr<Started> interrupted(const std::string &database, const std::string &shown) {
         const aaatest::DatabaseTable lock(dir().path(database), "items");
-        auto load = std::make_unique<aaactl_test::Started>(std::vector<std::string>{"load", file_},
-                                                           aaactl_test::Started::On::terminal);
+        auto load = std::make_unique<Started>(std::vector<std::string>{"load", file_}, Started::On::terminal);
         EXPECT_TRUE(load->wait_shown(shown)) << load->shown();
         aaatest::send_signal(load->pid(), SIGINT);
         return load;

@@ -12,6 +12,8 @@
 namespace aaactl {
 namespace {
 
+constexpr char kPublish[] = "; to number the groups, say: aaactl sg publish";
+
 std::vector<Owner> only_in_first(const Items &first, const Items &second) {
     const std::vector<Owner> others = group_owners(second);
     std::vector<Owner> owners = group_owners(first);
@@ -48,9 +50,14 @@ void Numbers::publish() {
 }
 
 void Numbers::undo(Output &out) {
-    if (const cerrno rc = withdraw_numbers(database_, published_); rc != 0) {
-        out.note("aaactl: numbers of groups that are not configured stay published: " +
-                 escaped(cerr_strerror(rc)) + "; the next load uses them, and \"aaactl lint\" lists them");
+    try {
+        if (const cerrno rc = withdraw_unused_numbers(out, database_, published_); rc != 0) {
+            out.note("aaactl: numbers of groups that are not configured stay published: " +
+                     escaped(cerr_strerror(rc)) +
+                     "; the next load uses them, and \"aaactl lint\" lists them");
+        }
+    } catch (const Failure &failure) {  // of a group that another process has configured
+        out.note(std::string("aaactl: ") + failure.what() + kPublish);
     }
     published_.clear();
 }
@@ -62,7 +69,7 @@ void Numbers::settle(Output &out) {
     }
     const std::vector<group_numbers::Group> groups = created(true);
     try {
-        const cerrno rc = withdraw_numbers(database_, deleted);
+        const cerrno rc = withdraw_unused_numbers(out, database_, deleted);
         const auto numbers = publish_numbers(database_, groups);
         for (size_t i = 0; i < numbers.size(); ++i) {
             if (numbers[i].rc != 0) {
@@ -73,8 +80,7 @@ void Numbers::settle(Output &out) {
             throw database_failure(kGroupMaps, rc);
         }
     } catch (const Failure &failure) {
-        out.note(std::string("aaactl: everything is stored, but ") + failure.what() +
-                 "; to number the groups, say: aaactl sg publish");
+        out.note(std::string("aaactl: everything is stored, but ") + failure.what() + kPublish);
     }
 }
 
