@@ -41,6 +41,7 @@ ExitCode commit(Output &out, const CommitOptions &options) {
     out.result(document, [&] { print_recorded(out, recorded); });
     note_left_out(out, left_out);
     note_no_watcher(out, database, recorded);
+    hint_way_back(out, recorded);
     return ExitCode::ok;
 }
 

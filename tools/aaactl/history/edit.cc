@@ -334,6 +334,7 @@ class Editing {
         add_recorded(document, recorded);
         out_.result(document, [&] { print_recorded(out_, recorded); });
         note_no_watcher(out_, database_, recorded);
+        hint_way_back(out_, recorded);
         return ExitCode::ok;
     }
 

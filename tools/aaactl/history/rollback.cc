@@ -154,6 +154,7 @@ ExitCode rollback(Output &out, const RollbackOptions &options) {
     });
     note_left_out(out, target.left_out);
     note_no_watcher(out, database, outcome.recorded);
+    hint_way_back(out, outcome.recorded);
     return ExitCode::ok;
 }
 
