@@ -62,6 +62,26 @@ TEST_F(ShownCommits, ARecordThatWaitsWithoutTheHeadIsNotSaidToWait) {
     EXPECT_EQ(done({"commit", "next"}), "commit 3\n");
 }
 
+// Symptom: on a full disk the same reason was told twice, and of numbers that no group needed.
+TEST_F(ShownCommits, NumbersThatCannotBeStoredAreToldOnce) {
+    load(limit(1));
+    done({"commit", "limit"});
+    load("aaa group server radius corp\n server 192.0.2.1 auth-port 1812 acct-port 1813\n");
+    done({"commit", "group"});
+    done({"rollback", "--force", "limit"});
+    load(limit(2));
+    done({"commit", "other"});
+    const ScopedEnv run("AAA_SYSDB_RUN_DIR", file("") + "/run");  // no directory can be made there
+    const auto other = aaactl({"rollback", "--force", "limit"});
+    EXPECT_EQ(other.status, 0);
+    EXPECT_EQ(other.err, "");
+    const auto group = aaactl({"rollback", "--force", "group"});
+    EXPECT_EQ(group.status, 0);
+    EXPECT_TRUE(contains(group.err, "everything is stored, but /oper/aaa/gl/group-server/: ")) << group.err;
+    EXPECT_TRUE(contains(group.err, "; to number the groups, say: aaactl sg publish")) << group.err;
+    EXPECT_EQ(group.err.find("/oper/"), group.err.rfind("/oper/")) << group.err;
+}
+
 TEST_F(ShownCommits, TheWayBackIsTold) {
     load(limit(1));
     EXPECT_TRUE(

@@ -194,6 +194,9 @@ void verify_group(const Protocol &protocol, const std::string &name, uint32_t op
 std::vector<group_numbers::Number> publish_numbers(Database &database,
                                                    const std::vector<group_numbers::Group> &groups) {
     std::vector<group_numbers::Number> numbers;
+    if (groups.empty()) {  // the database of the numbers is not needed
+        return numbers;
+    }
     if (const cerrno rc = group_numbers::publish(database.connection(kGroupMaps), groups, numbers);
         rc != AAA_OK) {
         throw database_failure(kGroupMaps, rc);
