@@ -458,4 +458,14 @@ void change(const Store &store, const Make &make) {
     }
 }
 
+void make_freed_usable(const Store &store) {
+    change(store, [](const Head &head, Changes &changes) {
+        if (head.waiting) {
+            changes = {
+                {SYSDB_CHANGE_EXPECT, head_path(), head.stored.value_or(Item{SYSDB_TYPE_ANY, {}})},
+                {SYSDB_CHANGE_SET, room_directory() + hexadecimal(0), {kStateType, std::string(1, '\0')}}};
+        }
+    });
+}
+
 }  // namespace history

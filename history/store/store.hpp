@@ -113,4 +113,9 @@ inline constexpr int kAttempts = 50;
 using Make = std::function<void(const Head &head, Changes &changes)>;
 void change(const Store &store, const Make &make);
 
+// A small change while a commit waits. What a change of an embedded database frees is used again by the one
+// after the next, not before: so going back, or a confirmation, finds room from then on even if the disk is
+// full.
+void make_freed_usable(const Store &store);
+
 }  // namespace history

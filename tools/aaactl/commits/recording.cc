@@ -251,15 +251,6 @@ void print_recorded(Output &out, const Recorded &recorded) {
     }
 }
 
-void hint_way_back(Output &out, const Recorded &recorded) {
-    if (recorded.commit == 0 || recorded.deadline) {
-        return;
-    }
-    out.hint(recorded.before != 0
-                 ? "to go back: aaactl rollback " + std::to_string(recorded.before)
-                 : "to come back to this state: aaactl rollback " + std::to_string(recorded.commit));
-}
-
 void hint_recorded_before(Output &out, Database &database, const history::State &before) {
     try {
         const history::Store store = store_of(database);
@@ -271,8 +262,21 @@ void hint_recorded_before(Output &out, Database &database, const history::State 
     }
 }
 
-void note_no_watcher(Output &out, Database &database, const Recorded &recorded) {
-    if (recorded.deadline && !history::is_watched(database.connection(history::kPresenceTree))) {
+void follow_commit(Output &out, Database &database, const Recorded &recorded) {
+    if (recorded.commit == 0) {
+        return;
+    }
+    if (!recorded.deadline) {
+        out.hint(recorded.before != 0
+                     ? "to go back: aaactl rollback " + std::to_string(recorded.before)
+                     : "to come back to this state: aaactl rollback " + std::to_string(recorded.commit));
+        return;
+    }
+    try {
+        history::make_freed_usable(store_of(database));
+    } catch (const history::Error &) {  // the next change does the same
+    }
+    if (!history::is_watched(database.connection(history::kPresenceTree))) {
         out.note(
             "aaactl: neither aaad nor \"aaactl watch-confirm\" runs, so nothing would go back; start one of "
             "them");

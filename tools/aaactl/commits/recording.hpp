@@ -94,11 +94,10 @@ void append(const history::Changes &more, Changes &changes);
 void add_recorded(Json &document, const Recorded &recorded);
 // "commit 7", or "commit 7; ... commit 6". A line on how to confirm it follows.
 void print_recorded(Output &out, const Recorded &recorded);
-// How to go back to the state before, after a change that need not be confirmed.
-void hint_way_back(Output &out, const Recorded &recorded);
 // The same after a change without a commit, if the last commit has the state before.
 void hint_recorded_before(Output &out, Database &database, const history::State &before);
-// A commit that waits is reverted by aaad or watch-confirm: when neither runs, nothing reverts it.
-void note_no_watcher(Output &out, Database &database, const Recorded &recorded);
+// What follows a commit that is made. One that waits is reverted by aaad or watch-confirm, which is said when
+// neither runs; of another one, how to go back to the state before.
+void follow_commit(Output &out, Database &database, const Recorded &recorded);
 
 }  // namespace aaactl

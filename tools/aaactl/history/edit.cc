@@ -345,8 +345,7 @@ class Editing {
         Json document = {{"changed", true}, {"lines", line_changes_json(changes)}};
         add_recorded(document, recorded);
         out_.result(document, [&] { print_recorded(out_, recorded); });
-        note_no_watcher(out_, database_, recorded);
-        hint_way_back(out_, recorded);
+        follow_commit(out_, database_, recorded);
         return ExitCode::ok;
     }
 
