@@ -130,6 +130,14 @@ TEST_F(StoppedLoad, LeavesTheNumberOfAGroupThatIsConfiguredAfterItHasDeletedIt) 
     expect_done(*one);
 }
 
+// The group is there again, by a load that has found it there.
+TEST_F(StoppedLoad, NumbersAGroupThatWasDeletedMeanwhile) {
+    load(std::string(kShared) + "1\n");
+    const auto one = load_until_stored(std::string(kShared) + "2\n");
+    ASSERT_EQ(aaactl({"sg", "del", "tacacs", "shared"}).status, 0);
+    expect_done(*one);
+}
+
 // Holds the lock of a tree's writers, so that a load waits where the test wants it to.
 class InterruptedLoad : public RunningConfigCommands {
   protected:
