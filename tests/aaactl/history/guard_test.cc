@@ -191,7 +191,7 @@ TEST_F(Guard, ANumberOutOfTheSequenceStopsNothingAndIsNamed) {
     EXPECT_EQ(kinds().size(), 5u);
 }
 
-// A number that the history has not given is no reason to go on from it.
+// The history does not go on from a number that it has not given.
 TEST_F(Guard, AHeadWithImpossibleNumbersIsMadeAgain) {
     for (const char *numbers : {"last 99999999", "last 4294967294",
                                 "last 2\nwaiting 99999999\nbase 1\nminutes 5\nwall 1700000000"}) {
