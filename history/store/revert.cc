@@ -261,6 +261,7 @@ std::optional<Reverted> revert(const Store &store, std::uint32_t waiting, const 
     }
     try {
         free_room(store);
+        make_freed_usable(store);
         return try_revert(store, waiting, by, why, now);
     } catch (const Error &error) {
         if (!is_full(error)) {

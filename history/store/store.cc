@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "store/snapshot.hpp"
@@ -58,6 +59,24 @@ std::string only_that(std::uint32_t number) {
 Error damaged_state(const Commit &commit, const Error &error) {
     return {error.why(), "commit " + std::to_string(commit.number) + ": " + error.what() + "; " +
                              only_that(commit.number)};
+}
+
+// Whether this program may have stored it. The last commit may be deleted, but a number that is far from all
+// that are stored has not been given, nor one after the last.
+bool is_possible(const Head &head, const std::set<std::uint32_t> &stored) {
+    const auto after = stored.upper_bound(head.last);
+    const std::uint32_t nearest = after == stored.begin() ? 0 : *std::prev(after);
+    return head.last != 0 && head.last != UINT32_MAX && head.last - nearest <= kMostGap &&
+           (!head.waiting || head.waiting->commit <= head.last);
+}
+
+// Of the numbers from the last one on, without those that are out of the sequence.
+std::uint32_t highest(const std::set<std::uint32_t> &stored, std::uint32_t last) {
+    std::uint32_t highest = last;
+    for (auto next = stored.upper_bound(last); next != stored.end() && *next - highest <= kMostGap; ++next) {
+        highest = *next;
+    }
+    return highest;
 }
 
 std::uint32_t setting(sysdb_conn_t cfg, const char *name, std::uint32_t usual, std::uint32_t least,
@@ -133,12 +152,13 @@ Head Store::head() const {
                                        "\" lets it be made again from the commits");
     }
     std::optional<Head> head = item ? head_from(text_of_item(*item)) : std::nullopt;
-    if (!head || head->last == 0 || head->last == UINT32_MAX) {
+    const std::set<std::uint32_t> stored = numbers();
+    if (!head || !is_possible(*head, stored)) {
         head = rebuilt_head();
         head->rebuilt = item || head->last != 0;
     }
     head->stored = std::move(item);
-    head->highest = highest(head->last);
+    head->highest = highest(stored, head->last);
     return *std::move(head);
 }
 
@@ -176,16 +196,6 @@ std::set<std::uint32_t> Store::numbers() const {
 std::vector<std::uint32_t> Store::out_of_sequence(const Head &head) const {
     const std::set<std::uint32_t> all = numbers();
     return {all.upper_bound(head.highest), all.end()};
-}
-
-std::uint32_t Store::highest(std::uint32_t last) const {
-    const std::set<std::uint32_t> numbers = this->numbers();
-    std::uint32_t highest = last;
-    for (auto next = numbers.upper_bound(last); next != numbers.end() && *next - highest <= kMostGap;
-         ++next) {
-        highest = *next;
-    }
-    return highest;
 }
 
 Commit Store::commit(std::uint32_t number) const {
@@ -446,6 +456,16 @@ void change(const Store &store, const Make &make) {
             fail(failed < changes.size() ? changes[failed].path : "", rc);
         }
     }
+}
+
+void make_freed_usable(const Store &store) {
+    change(store, [](const Head &head, Changes &changes) {
+        if (head.waiting) {
+            changes = {
+                {SYSDB_CHANGE_EXPECT, head_path(), head.stored.value_or(Item{SYSDB_TYPE_ANY, {}})},
+                {SYSDB_CHANGE_SET, room_directory() + hexadecimal(0), {kStateType, std::string(1, '\0')}}};
+        }
+    });
 }
 
 }  // namespace history

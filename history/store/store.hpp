@@ -35,8 +35,8 @@ class Store {
     explicit Store(sysdb_conn_t cfg) : cfg_(cfg) {}
     sysdb_conn_t connection() const { return cfg_; }
 
-    // One that is damaged or missing is made again from the commits: the number of the last one, and which
-    // one waits, for as many minutes as it was given, from when a watcher sees it.
+    // One that is damaged, missing or impossible is made again from the commits: the number of the last one,
+    // and which one waits, for as many minutes as it was given, from when a watcher sees it.
     Head head() const;
     // Oldest first. Records that cannot be read are left out; `damaged` gets their paths.
     std::vector<Commit> commits(std::vector<std::string> *damaged = nullptr) const;
@@ -53,8 +53,6 @@ class Store {
   private:
     Head rebuilt_head() const;
     std::set<std::uint32_t> numbers() const;
-    // Of the numbers from the last one on, without those that are out of the sequence.
-    std::uint32_t highest(std::uint32_t last) const;
 
     sysdb_conn_t cfg_;
 };
@@ -114,5 +112,10 @@ inline constexpr int kAttempts = 50;
 // the same meanwhile. `make` may throw.
 using Make = std::function<void(const Head &head, Changes &changes)>;
 void change(const Store &store, const Make &make);
+
+// A small change while a commit waits. What a change of an embedded database frees is used again by the one
+// after the next, not before: so going back, or a confirmation, finds room from then on even if the disk is
+// full.
+void make_freed_usable(const Store &store);
 
 }  // namespace history

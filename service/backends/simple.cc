@@ -67,6 +67,8 @@ const char *record_word(std::uint32_t record) {
                                           : "event";
 }
 
+// A record is nothing without its name, and the name is not hidden: who has a session is known
+// (Connection::handle_function()), and others get no record written.
 Outcome write_record(const Question &question) {
     log(Level::kInfo, "ACCOUNTING", {question.id, question.user, "method", "syslog", question.client_pid},
         "%s user=%s terminal=%s from=%s session=%u service=%s command=\"%s\"", record_word(question.record),

@@ -2,49 +2,17 @@
 //
 // edit, with shell commands as editors and with a terminal.
 
-#include <sys/stat.h>
-
 #include <filesystem>
 
-#include "aaactl/history/history_fixture.hpp"
+#include "aaactl/history/edit_fixture.hpp"
 #include "aaactl/support/program_started.hpp"
 
 namespace {
 
 using aaactl_test::aaactl;
-using aaactl_test::HistoryCommands;
+using aaactl_test::Edit;
 using aaactl_test::Kinds;
 using aaactl_test::Started;
-
-class Edit : public HistoryCommands {
-  protected:
-    Edit() : temporary_("TMPDIR", dir().path("tmp")) {
-        std::filesystem::create_directory(dir().path("tmp"));
-        unsetenv("VISUAL");
-    }
-    ~Edit() override { unsetenv("EDITOR"); }
-
-    void SetUp() override { load(limit(1)); }
-
-    // The command gets the file as $1.
-    void editor(const std::string &script) const {
-        const std::string file = dir().write("editor", "#!/bin/sh\n" + script + "\n", 0700);
-        setenv("EDITOR", file.c_str(), 1);
-    }
-    // Where a text is kept; "" if none is.
-    std::string kept() const {
-        for (const auto &entry : std::filesystem::recursive_directory_iterator(dir().path("tmp"))) {
-            if (entry.is_regular_file()) {
-                return entry.path();
-            }
-        }
-        return "";
-    }
-    bool nothing_left() const { return std::filesystem::is_empty(dir().path("tmp")); }
-
-  private:
-    ScopedEnv temporary_;
-};
 
 bool contains(const std::string &text, const std::string &part) {
     return text.find(part) != std::string::npos;
@@ -190,124 +158,6 @@ TEST_F(Edit, ChecksItemsAsLoadDoes) {
     std::filesystem::remove_all(std::filesystem::path(kept()).parent_path());
     EXPECT_EQ(aaactl({"edit", "--yes", "--force"}).status, 0);
     EXPECT_TRUE(contains(shown(), "timeuot"));
-}
-
-// ---- what was typed is not lost
-
-TEST_F(Edit, ATextThatIsKeptCanBeGoneOnWith) {
-    editor("sed -i 's/^end/item \\/cfg\\/gl\\/aaa\\/history\\/commits u32 1\\nend/' \"$1\"");
-    const auto run = aaactl({"edit", "--yes", "-m", "two words", "--confirm", "5"});
-    EXPECT_EQ(run.status, 3) << run.out;
-    const std::string file = kept();
-    EXPECT_TRUE(contains(run.err, "the text is kept in " + file +
-                                      ", and \"aaactl edit -m 'two words' --confirm 5 " + file +
-                                      "\" goes on with it"))
-        << run.err;
-    editor("sed -i 's/commits u32 1$/commits u32 9/' \"$1\"");
-    const auto next = aaactl({"edit", "--yes", file});
-    EXPECT_EQ(next.status, 0) << next.err;
-    EXPECT_TRUE(contains(shown(), "history/commits u32 9"));
-    EXPECT_TRUE(nothing_left()) << "what is stored is not kept";
-}
-
-TEST_F(Edit, AFileOfTheUserStays) {
-    const std::string file = dir().write("mine", limit(1) + limit(2).replace(22, 5, "other") + "end\n");
-    editor("exit 0");
-    const auto run = aaactl({"edit", "--yes", "--force", file});
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_TRUE(contains(shown(), "site/other u32 2")) << shown();
-    EXPECT_NE(dir().read("mine"), "");
-    EXPECT_EQ(aaactl({"edit", "--yes", dir().path("missing")}).status, 4);
-    EXPECT_TRUE(nothing_left());
-}
-
-TEST_F(Edit, ASignalAtTheQuestionNamesTheText) {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        editor("sed -i 's/u32 1/u32 2/' \"$1\"");
-        Started edit({"edit", "--force"}, Started::On::terminal);
-        ASSERT_TRUE(edit.wait_shown("Commit these changes?"));
-        if (signal == SIGINT) {
-            edit.type("\x03");  // to all processes of the terminal
-            EXPECT_EQ(edit.wait(), 128 + SIGINT);
-        } else {
-            EXPECT_EQ(edit.end(signal), 128 + signal);
-        }
-        EXPECT_TRUE(contains(edit.shown(), "interrupted; the text is kept in " + kept() +
-                                               ", and \"aaactl edit " + kept() + "\" goes on with it"))
-            << edit.shown();
-        EXPECT_EQ(shown(), limit(1) + "end\n");
-        std::filesystem::remove_all(std::filesystem::path(kept()).parent_path());
-    }
-}
-
-TEST_F(Edit, AnInterruptionIsTheEditorsWhileItRuns) {
-    editor("trap 'sed -i \"s/u32 1/u32 2/\" \"$1\"; exit 0' INT; echo started; while :; do sleep 0.1; done");
-    Started edit({"edit", "--force"}, Started::On::terminal);
-    ASSERT_TRUE(edit.wait_shown("started"));
-    edit.type("\x03");
-    ASSERT_TRUE(edit.wait_shown("Commit these changes?")) << edit.shown();
-    edit.type("y\n");
-    EXPECT_EQ(edit.wait(), 0) << edit.shown();
-    EXPECT_EQ(shown(), limit(2) + "end\n");
-}
-
-TEST_F(Edit, ASignalThatEndsTheCommandEndsTheEditorToo) {
-    for (const int signal : {SIGTERM, SIGHUP}) {
-        editor("sed -i 's/u32 1/u32 2/' \"$1\"; echo started; exec sleep 600");
-        Started edit({"edit", "--force"}, Started::On::terminal);
-        ASSERT_TRUE(edit.wait_shown("started"));
-        EXPECT_EQ(edit.end(signal), 6) << edit.shown();
-        EXPECT_TRUE(contains(edit.shown(), "ended by a signal: ")) << edit.shown();
-        EXPECT_TRUE(contains(edit.shown(), "the text is kept in " + kept())) << edit.shown();
-        std::filesystem::remove_all(std::filesystem::path(kept()).parent_path());
-        editor("echo started; exec sleep 600");
-        Started unchanged({"edit", "--force"}, Started::On::terminal);
-        ASSERT_TRUE(unchanged.wait_shown("started"));
-        EXPECT_EQ(unchanged.end(signal), 6) << unchanged.shown();
-        EXPECT_TRUE(nothing_left());
-    }
-}
-
-TEST_F(Edit, TheNextEditNamesATextThatNobodyCouldName) {
-    editor("sed -i 's/u32 1/u32 2/' \"$1\"");
-    Started killed({"edit", "--force"}, Started::On::terminal);
-    ASSERT_TRUE(killed.wait_shown("Commit these changes?"));
-    Started other({"edit", "--force"}, Started::On::terminal);
-    ASSERT_TRUE(other.wait_shown("Commit these changes?"));
-    EXPECT_FALSE(contains(other.shown(), "is kept in")) << "it is being edited: " << other.shown();
-    EXPECT_EQ(other.end(SIGKILL), 128 + SIGKILL);
-    std::filesystem::remove_all(std::filesystem::path(kept()).parent_path());
-    EXPECT_EQ(killed.end(SIGKILL), 128 + SIGKILL);
-    editor("exit 0");
-    for (std::string file = kept(); !file.empty(); file = kept()) {
-        const auto run = aaactl({"edit", "--yes", "--force"});
-        EXPECT_EQ(run.status, 0);
-        EXPECT_TRUE(
-            contains(run.err, "an earlier text is kept in " + file + "; \"aaactl edit " + file + "\""))
-            << run.err;
-        std::filesystem::remove_all(std::filesystem::path(file).parent_path());
-    }
-}
-
-TEST_F(Edit, AFullDiskLosesNothing) {
-    // The editor could write a part only, and says so.
-    editor("cp \"$1\" \"$1~\"; : >\"$1\"; exit 1");
-    const auto cut = aaactl({"edit", "--yes", "--force"});
-    EXPECT_EQ(cut.status, 6);
-    EXPECT_TRUE(contains(cut.err, "the text is kept in ")) << cut.err;
-    std::filesystem::remove_all(std::filesystem::path(kept()).parent_path());
-    // The message cannot be written into the text.
-    editor(
-        "if grep -q wrong \"$1\"; then sed -i 's/^wrong.*//; s/u32 1/u32 2/' \"$1\"; else "
-        "mkdir \"$1.new\"; sed -i 's/^end/wrong line\\nend/' \"$1\"; fi");
-    Started edit({"edit", "--force"}, Started::On::terminal);
-    ASSERT_TRUE(edit.wait_shown("Edit again?"));
-    edit.type("y\n");
-    ASSERT_TRUE(edit.wait_shown("Commit these changes?")) << edit.shown();
-    edit.type("y\n");
-    EXPECT_EQ(edit.wait(), 0) << edit.shown();
-    EXPECT_EQ(shown(), limit(2) + "end\n");
-    EXPECT_TRUE(nothing_left());
 }
 
 TEST_F(Edit, NeedsATerminalToAsk) {

@@ -191,6 +191,67 @@ TEST_F(Guard, ANumberOutOfTheSequenceStopsNothingAndIsNamed) {
     EXPECT_EQ(kinds().size(), 5u);
 }
 
+// The history does not go on from a number that it has not given.
+TEST_F(Guard, AHeadWithImpossibleNumbersIsMadeAgain) {
+    for (const char *numbers : {"last 99999999", "last 4294967294",
+                                "last 2\nwaiting 99999999\nbase 1\nminutes 5\nwall 1700000000"}) {
+        const size_t before = kinds().size();
+        put("/cfg/.history/head", "string", std::string("form 1\n") + numbers + "\n");
+        EXPECT_TRUE(contains(aaactl({"history"}).err, "/cfg/.history/head: it is damaged or missing"))
+            << numbers;
+        EXPECT_EQ(done({"diff"}), "") << numbers;
+        EXPECT_EQ(done({"watch-confirm", "--once"}), "") << numbers;
+        EXPECT_EQ(aaactl({"cancel"}).status, 4) << numbers;
+        const auto lint = aaactl({"lint"});
+        EXPECT_TRUE(contains(lint.out, "[damaged-history]")) << lint.out;
+        run_command_in(lint.out, "/cfg/.history/head: it is damaged");
+        EXPECT_FALSE(contains(aaactl({"lint"}).out, "damaged-history"));
+        EXPECT_EQ(history()["commits"][0]["commit"].number(), static_cast<int64_t>(before + 1));
+    }
+}
+
+TEST_F(Guard, AHeadThatWaitsForAMissingCommitIsNamed) {
+    for (const std::string base : {"1", "9"}) {
+        done({"commit", "next"});
+        const std::string last = std::to_string(history()["commits"][0]["commit"].number());
+        const std::string lost = std::to_string(std::stoi(last) - 1);
+        done({"sysdb", "del", "--force", "-r", "/cfg/.history/commit/0x" + lost + "/"});
+        put("/cfg/.history/head", "string",
+            "form 1\nlast " + last + "\nwaiting " + lost + "\nbase " + base +
+                "\nminutes 5\nmachine other\nwall 1900000000\n");
+        const auto lint = aaactl({"lint"});
+        EXPECT_TRUE(contains(lint.out, "commit " + lost + " waits for its confirmation, but is missing"))
+            << lint.out;
+        EXPECT_EQ(contains(lint.out, "aaactl cancel"), base == "1") << lint.out;
+        run_command_in(lint.out, "but is missing");
+        EXPECT_FALSE(contains(aaactl({"lint"}).out, "damaged-history")) << aaactl({"lint"}).out;
+    }
+}
+
+// Only a confirmation ends the waiting then: nothing else is advised.
+TEST_F(Guard, WhereNothingCanGoBackNoneIsAdvised) {
+    load(limit(3));
+    done({"commit", "risky", "--confirm", "5"});
+    put("/cfg/.history/commit/0x2/state/0x1", "bytes:1212765012", "0011");
+    const auto waiting = history()["waiting"];
+    EXPECT_EQ(waiting["can_revert"].dump(), "false");
+    load(limit(4));
+    aaactl({"report", "--socket", dir().path("none"), "--output", dir().path("report.html")});
+    for (const std::string &text :
+         {done({"history"}), aaactl({"commit", "mine"}).err, aaactl({"rollback", "1"}).err,
+          aaactl({"load", "--force", "-"}, limit(5)).err, dir().read("report.html")}) {
+        EXPECT_FALSE(contains(text, "aaactl cancel")) << text;
+        EXPECT_FALSE(contains(text, "in force again")) << text;
+        EXPECT_FALSE(contains(text, "is taken back")) << text;
+    }
+    EXPECT_TRUE(
+        contains(done({"history"}), "cannot be reverted, because the state before it is missing or damaged"));
+    const auto lint = aaactl({"lint"});
+    run_command_in(lint.out, "so nothing can go back");
+    run_command_in(aaactl({"lint"}).out, "its state is damaged");
+    EXPECT_FALSE(contains(aaactl({"lint"}).out, "damaged-history")) << aaactl({"lint"}).out;
+}
+
 // Each member of the group can store records with any text.
 TEST_F(Guard, TextsOfARecordAreCutAndEscapedWhereTheyAreShown) {
     const std::string hostile = "\xe2\x80\xae\x1b[2J" + std::string(20'000, 'x') + "\n";

@@ -23,6 +23,13 @@ bool contains(const std::string &text, const std::string &part) {
 }
 
 TEST_F(HistoryCommands, IsEmptyAtFirst) {
+    const auto none = aaactl({"history"});
+    EXPECT_EQ(none.status, 4);
+    EXPECT_EQ(none.out, "");
+    EXPECT_TRUE(contains(none.err, "there is no system database yet, and so no commit; ")) << none.err;
+    EXPECT_EQ(aaactl({"history", "--json"}).status, 4);
+    EXPECT_TRUE(contains(aaactl({"diff"}).err, "there is no system database yet")) << none.err;
+    load(limit(1));
     EXPECT_EQ(done({"history"}), "there is no commit yet; \"aaactl commit LABEL\" makes one\n");
     for (const std::vector<std::string> &words : {std::vector<std::string>{"show", "commit", "1"},
                                                   {"diff"},

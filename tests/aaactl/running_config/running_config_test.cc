@@ -7,57 +7,15 @@
 #include <set>
 #include <string>
 
+#include "aaactl/running_config/running_config_fixture.hpp"
 #include "aaactl/support/damaged_items.hpp"
-#include "aaactl/support/database_fixture.hpp"
-#include "aaactl/support/program_started.hpp"
 
 namespace {
 
 using aaactl_test::aaactl;
 using aaactl_test::damage;
-
-const char kText[] =
-    "aaa group server radius corp\n"
-    " server 192.0.2.1 auth-port 1812 acct-port 1813 timeout 3s\n"
-    " server-private 192.0.2.2 auth-port 1645 acct-port 1646\n"
-    " dead-time 300s\n"
-    "!\n"
-    "aaa group server tacacs archive\n"
-    " server 192.0.2.30 port 4949\n"
-    "!\n"
-    "radius-server host 192.0.2.9 auth-port 1812 acct-port 1813\n"
-    "tacacs-server timeout 2s\n"
-    "!\n"
-    "aaa authentication login default group corp local\n"
-    "aaa accounting exec default start-stop group corp group archive\n"
-    "!\n"
-    "item /cfg/gl/aaa/history/commits u32 15\n"
-    "end\n";
-
-class RunningConfigCommands : public aaactl_test::DatabaseTest {
-  protected:
-    RunningConfigCommands() : keys_("AAA_MASTER_KEYS", dir().path("master.keys")) {}
-
-    static std::string dump() { return aaactl({"sysdb", "dump", "--show-secrets"}).out; }
-    static void load(const std::string &text, std::vector<std::string> options = {}) {
-        options.insert(options.begin(), {"load", "-"});
-        const auto run = aaactl(options, text);
-        ASSERT_EQ(run.status, 0) << run.err;
-    }
-    static std::string shown() { return aaactl({"show", "running-config"}).out; }
-    static void expect_refused(const std::string &text, int status, const std::string &why) {
-        const std::string before = dump();
-        const auto run = aaactl({"load", "-"}, text);
-        EXPECT_EQ(run.status, status) << text;
-        EXPECT_EQ(run.out, "");
-        EXPECT_EQ(run.err, "aaactl: standard input: " + why +
-                               (why.ends_with('?') ? " Nothing was changed\n" : "; nothing was changed\n"));
-        EXPECT_EQ(dump(), before);
-    }
-
-  private:
-    ScopedEnv keys_;
-};
+using aaactl_test::kText;
+using aaactl_test::RunningConfigCommands;
 
 TEST_F(RunningConfigCommands, WhatIsShownCanBeLoaded) {
     EXPECT_EQ(shown(), "end\n");
@@ -331,87 +289,6 @@ TEST_F(RunningConfigCommands, WithoutADatabaseNothingIsShown) {
     const ScopedEnv cfg("AAA_SYSDB_CFG_DIR", dir().write("file", "") + "/below");
     EXPECT_EQ(aaactl({"show", "running-config"}).status, 5);
     EXPECT_EQ(aaactl({"load", "-"}, "tacacs-server timeout 2s\n").status, 5);
-}
-
-// ---- several at once, and interruptions
-
-// Symptom: each load numbered its groups by itself, and two at once gave one number to two groups.
-TEST_F(RunningConfigCommands, LoadsAtOnceGetDifferentNumbersAndOrdinals) {
-    constexpr int kRounds = 5;
-    constexpr int kLoads = 4;
-    for (int round = 0; round < kRounds; ++round) {
-        std::vector<std::unique_ptr<aaactl_test::Started>> started;
-        for (int i = 0; i < kLoads; ++i) {
-            const std::string own = std::to_string(round) + "-" + std::to_string(i);
-            std::string text = "aaa group server tacacs shared\n server 192.0." + std::to_string(round) +
-                               "." + std::to_string(i) + "\n";
-            for (const char *name : {"a", "b", "c"}) {
-                text +=
-                    std::string("aaa group server tacacs ") + name + own + "\n server-private 192.0.2.1\n";
-            }
-            started.push_back(std::make_unique<aaactl_test::Started>(
-                std::vector<std::string>{"load", dir().write(own + ".conf", text + "end\n")}));
-        }
-        for (const auto &load : started) {
-            EXPECT_EQ(load->wait(), 0) << load->shown();
-        }
-    }
-    std::set<uint64_t> numbers;
-    const auto groups = aaactl({"sg", "list", "--json"}).json()["groups"];
-    for (const auto &group : groups) {
-        numbers.insert(group["number"].number());
-        std::set<uint64_t> ordinals;
-        for (const auto &server : group["servers"]) {
-            ordinals.insert(server["index"].number());
-        }
-        EXPECT_EQ(ordinals.size(), group["servers"].size()) << group.dump();
-    }
-    EXPECT_EQ(groups.size(), size_t{1 + 3 * kRounds * kLoads});
-    EXPECT_EQ(numbers.size(), groups.size());
-    EXPECT_EQ(aaactl({"lint"}).out.find("number"), std::string::npos);
-}
-
-// Holds the lock of a tree's writers, so that a load waits where the test wants it to.
-class InterruptedLoad : public RunningConfigCommands {
-  protected:
-    void SetUp() override {
-        put("/cfg/site/x", "u32", "1");
-        put("/oper/site/x", "u32", "1");
-        file_ = dir().write("new.conf", kText);
-    }
-    // The load, which was interrupted when it had shown the text and waited for the lock.
-    std::unique_ptr<aaactl_test::Started> interrupted(const std::string &database, const std::string &shown) {
-        const aaatest::DatabaseTable lock(dir().path(database), "items");
-        auto load = std::make_unique<aaactl_test::Started>(std::vector<std::string>{"load", file_},
-                                                           aaactl_test::Started::On::terminal);
-        EXPECT_TRUE(load->wait_shown(shown)) << load->shown();
-        aaatest::send_signal(load->pid(), SIGINT);
-        return load;
-    }
-    static std::string everything() { return aaactl({"sysdb", "dump", "/"}).out; }
-
-  private:
-    std::string file_;
-};
-
-TEST_F(InterruptedLoad, ChangesNothingBeforeTheItemsAreStored) {
-    const std::string before = everything();
-    const auto load = interrupted("run/oper.mdb", "Numbering 2 groups as one change");
-    EXPECT_EQ(load->wait(), 6);
-    EXPECT_NE(load->shown().find("new.conf: interrupted before the items were stored (to load them, "
-                                 "say again: aaactl load "),
-              std::string::npos)
-        << load->shown();
-    EXPECT_EQ(everything(), before);
-}
-
-TEST_F(InterruptedLoad, IsDoneWhenTheItemsAreStored) {
-    const auto load = interrupted("cfg/cfg.mdb", "changes as one");
-    EXPECT_EQ(load->wait(), 0) << load->shown();
-    EXPECT_NE(load->shown().find("created 10, changed 0, deleted 0 items"), std::string::npos)
-        << load->shown();
-    EXPECT_EQ(shown(), kText);
-    EXPECT_EQ(aaactl({"lint"}).out.find("number"), std::string::npos);
 }
 
 }  // namespace

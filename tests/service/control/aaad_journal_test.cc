@@ -142,6 +142,17 @@ TEST_F(AaadJournal, ANameIsKnownOnceAMethodHasAcceptedIt) {
     EXPECT_NE(aaad_.log().find("of carol"), std::string::npos);
 }
 
+// A record in the log would say nothing without the name. Who has a session is known by it.
+TEST_F(AaadJournal, TheNameOfASessionIsWrittenDown) {
+    lists({AAA_METHOD_LOCAL});
+    aaad_.list("accounting/exec/default", {AAA_METHOD_SYSLOG}, {0, 0, 0});
+    aaad_.settings("log-unknown-names no\n");
+    aaad_.start();
+    EXPECT_EQ(aaad_.client().account(ask_as("carol", "x")).result, AAA_OK);
+    EXPECT_TRUE(aaad_.wait_for_log("start user=carol "));
+    EXPECT_TRUE(aaad_.wait_for_log("accounting of carol ")) << "as in other lines";
+}
+
 // A method that takes any name knows none.
 TEST_F(AaadJournal, ANameIsNotKnownByAMethodThatTakesAny) {
     lists({AAA_METHOD_NONE});

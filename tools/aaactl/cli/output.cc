@@ -279,6 +279,12 @@ void Output::end_progress() {
     }
 }
 
+void Output::hint(std::string_view text) {
+    if (error_is_terminal_ && !options_.json) {
+        note(text);
+    }
+}
+
 void Output::note(std::string_view text) {
     end_progress();
     write_all(stderr, text);

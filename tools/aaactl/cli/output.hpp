@@ -111,6 +111,8 @@ class Output {
     // A line on standard error that the next one replaces; printed on a terminal only.
     void progress(std::string_view text);
     void end_progress();
+    // A remark for a person at a terminal on what can be done next; not with --json.
+    void hint(std::string_view text);
     // A remark on standard error.
     void note(std::string_view text);
 

@@ -6,9 +6,46 @@
 #include <optional>
 
 #include "commits/recording.hpp"
+#include "store/revert.hpp"
 
 namespace aaactl {
 namespace {
+
+// What has to be done before another commit can be made.
+std::string end_of_waiting(const history::Store &store, const history::Head &head) {
+    return !head.waiting ? ""
+           : history::can_revert(store, *head.waiting)
+               ? "end the waiting with \"aaactl confirm\" or \"aaactl cancel\", then "
+               : "end the waiting with \"aaactl confirm\", then ";
+}
+
+// The commit that waits, without its record or without the state to go back to.
+void add_waiting(const history::Store &store, const history::Waiting &waiting, std::vector<Damage> &all) {
+    const bool can_revert = history::can_revert(store, waiting);
+    bool is_missing = false;
+    try {
+        store.commit(waiting.commit);
+    } catch (const history::Error &error) {
+        if (error.why() == history::Error::Why::database) {
+            throw;
+        }
+        is_missing = error.why() == history::Error::Why::missing;
+    }
+    if (!is_missing && can_revert) {
+        return;
+    }
+    const std::string number = std::to_string(waiting.commit);
+    all.push_back({kHistoryHead,
+                   "commit " + number + " waits for its confirmation" +
+                       (is_missing ? ", but is missing" : "") +
+                       (can_revert ? ""
+                                   : ", and the state before it, of commit " + std::to_string(waiting.base) +
+                                         ", is missing or damaged, so nothing can go back"),
+                   can_revert ? "keep what is in force with \"aaactl confirm\", or go back to commit " +
+                                    std::to_string(waiting.base) + " with \"aaactl cancel\""
+                              : "end the waiting, and keep what is in force: aaactl confirm",
+                   !can_revert});
+}
 
 // One whose record is damaged is found with the others.
 void add_last(const history::Store &store, const history::Head &head, std::vector<Damage> &all) {
@@ -16,13 +53,10 @@ void add_last(const history::Store &store, const history::Head &head, std::vecto
         store.commit(head.last);
     } catch (const history::Error &error) {
         if (error.why() == history::Error::Why::missing) {
-            all.push_back({kHistoryHead,
-                           "it names commit " + std::to_string(head.last) + ", which is missing",
-                           std::string(head.waiting ? "end the waiting with \"aaactl confirm\" or \"aaactl "
-                                                      "cancel\", then "
-                                                    : "") +
-                               "record what is in force as the last one: aaactl commit LABEL",
-                           false});
+            all.push_back(
+                {kHistoryHead, "it names commit " + std::to_string(head.last) + ", which is missing",
+                 end_of_waiting(store, head) + "record what is in force as the last one: aaactl commit LABEL",
+                 false});
         } else if (error.why() == history::Error::Why::database) {
             throw;
         }
@@ -35,9 +69,12 @@ std::optional<history::Head> add_head(const history::Store &store, std::vector<D
         history::Head head = store.head();
         if (head.rebuilt) {
             all.push_back({kHistoryHead, "it is damaged or missing, and is made again from the commits",
-                           "store it again: aaactl commit LABEL", false});
+                           end_of_waiting(store, head) + "store it again: aaactl commit LABEL", false});
         } else if (head.last != 0) {
             add_last(store, head, all);
+        }
+        if (head.waiting) {
+            add_waiting(store, *head.waiting, all);
         }
         return head;
     } catch (const history::Error &error) {

@@ -5,6 +5,7 @@
 #include "cli/stored.hpp"
 #include "cli/suggestion.hpp"
 #include "store/presence.hpp"
+#include "store/revert.hpp"
 #include "store/watcher.hpp"
 
 namespace aaactl {
@@ -106,6 +107,10 @@ void refuse_while_waiting(const history::Store &store, const history::Head &head
         return;
     }
     const std::string what = waiting_text(store, *head.waiting);
+    if (!with_history([&] { return history::can_revert(store, *head.waiting); })) {
+        throw Failure(ExitCode::negative, what + " waits for its confirmation and " + kOnlyConfirm +
+                                              ": run it, and try again" + why);
+    }
     const auto left = history::left(head.waiting->deadline, history::system_now());
     const std::string until = history::time_text(head.waiting->deadline.wall);
     throw Failure(ExitCode::negative,
@@ -147,7 +152,8 @@ bool is_needed_to_go_back(const history::Store &store, const history::Head &head
 void note_goes_back_too(Output &out, Database &database) {
     try {
         const history::Store store = store_of(database);
-        if (const auto waiting = store.head().waiting) {
+        const auto waiting = store.head().waiting;
+        if (waiting && history::can_revert(store, *waiting)) {
             out.note("aaactl: " + waiting_text(store, *waiting) + " waits for its confirmation until " +
                      history::time_text(waiting->deadline.wall) +
                      "; without it this change is taken back too. To keep both, run \"aaactl confirm\"");
@@ -179,6 +185,7 @@ Recorded record(history::Writing &writing, const history::Head &head, history::K
                                     : "changed without a commit since commit " + std::to_string(base);
         base = recorded.outside = writing.add(outside, before);
     }
+    recorded.before = kind == history::Kind::commit ? 0 : base;
     commit.label = options.label;
     commit.message = options.message;
     commit.target = target;
@@ -244,8 +251,32 @@ void print_recorded(Output &out, const Recorded &recorded) {
     }
 }
 
-void note_no_watcher(Output &out, Database &database, const Recorded &recorded) {
-    if (recorded.deadline && !history::is_watched(database.connection(history::kPresenceTree))) {
+void hint_recorded_before(Output &out, Database &database, const history::State &before) {
+    try {
+        const history::Store store = store_of(database);
+        const history::Head head = store.head();
+        if (!head.waiting && history::Writing(store, head).is_recorded(before)) {
+            out.hint("to go back: aaactl rollback " + std::to_string(head.last));
+        }
+    } catch (const history::Error &) {  // the change is made
+    }
+}
+
+void follow_commit(Output &out, Database &database, const Recorded &recorded) {
+    if (recorded.commit == 0) {
+        return;
+    }
+    if (!recorded.deadline) {
+        out.hint(recorded.before != 0
+                     ? "to go back: aaactl rollback " + std::to_string(recorded.before)
+                     : "to come back to this state: aaactl rollback " + std::to_string(recorded.commit));
+        return;
+    }
+    try {
+        history::make_freed_usable(store_of(database));
+    } catch (const history::Error &) {  // the next change does the same
+    }
+    if (!history::is_watched(database.connection(history::kPresenceTree))) {
         out.note(
             "aaactl: neither aaad nor \"aaactl watch-confirm\" runs, so nothing would go back; start one of "
             "them");

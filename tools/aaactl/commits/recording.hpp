@@ -54,6 +54,11 @@ inline constexpr char kHistoryHead[] = "/cfg/.history/head";
 // The command that deletes the commit with this record, ".../commit/0x1/record", and no other.
 std::string deletion_of_record(const std::string &path);
 
+// The command that ends the waiting, where nothing can go back from it.
+inline constexpr char kOnlyConfirm[] =
+    "cannot be reverted, because the state before it is missing or damaged; \"aaactl confirm\" ends the "
+    "waiting";
+
 // Failure(negative) while another commit waits for its confirmation: names its author, and what to do. `why`
 // follows, such as "; what is refused would ...".
 void refuse_while_waiting(const history::Store &store, const history::Head &head,
@@ -66,6 +71,7 @@ bool is_needed_to_go_back(const history::Store &store, const history::Head &head
 struct Recorded {
     uint32_t commit = 0;
     uint32_t outside = 0;  // the commit of what was changed before without one; 0: none
+    uint32_t before = 0;   // the commit whose state was in force before; 0: it still is
     std::optional<history::Deadline> deadline;
 };
 // A commit of `after`. Changes between the last commit and `before` become one of their own. With minutes
@@ -88,7 +94,10 @@ void append(const history::Changes &more, Changes &changes);
 void add_recorded(Json &document, const Recorded &recorded);
 // "commit 7", or "commit 7; ... commit 6". A line on how to confirm it follows.
 void print_recorded(Output &out, const Recorded &recorded);
-// A commit that waits is reverted by aaad or watch-confirm: when neither runs, nothing reverts it.
-void note_no_watcher(Output &out, Database &database, const Recorded &recorded);
+// The same after a change without a commit, if the last commit has the state before.
+void hint_recorded_before(Output &out, Database &database, const history::State &before);
+// What follows a commit that is made. One that waits is reverted by aaad or watch-confirm, which is said when
+// neither runs; of another one, how to go back to the state before.
+void follow_commit(Output &out, Database &database, const Recorded &recorded);
 
 }  // namespace aaactl

@@ -194,6 +194,9 @@ void verify_group(const Protocol &protocol, const std::string &name, uint32_t op
 std::vector<group_numbers::Number> publish_numbers(Database &database,
                                                    const std::vector<group_numbers::Group> &groups) {
     std::vector<group_numbers::Number> numbers;
+    if (groups.empty()) {  // the database of the numbers is not needed
+        return numbers;
+    }
     if (const cerrno rc = group_numbers::publish(database.connection(kGroupMaps), groups, numbers);
         rc != AAA_OK) {
         throw database_failure(kGroupMaps, rc);
@@ -209,19 +212,28 @@ Failure number_failure(const std::string &name, const group_numbers::Number &num
     return {database_failure("", number.rc).code(), "server group " + escaped(name) + ": refused: " + reason};
 }
 
-cerrno withdraw_numbers(Database &database, const std::vector<group_numbers::Group> &groups) {
-    return group_numbers::withdraw(database.connection(kGroupMaps), groups);
-}
-
-cerrno change_number(Database &database, const Protocol &protocol, const std::string &name,
-                     uint32_t operation, uint32_t &number) {
-    const group_numbers::Group group{protocol.word, name};
-    if (operation == AAA_CFG_OP_DELETE) {
-        return withdraw_numbers(database, {group});
+// The configuration and the numbers cannot be changed as one. Who configures a group publishes its number
+// afterwards: if that was before the number is withdrawn, the second look sees the group.
+cerrno withdraw_unused_numbers(Output &out, Database &database, std::vector<group_numbers::Group> groups) {
+    const auto is_configured = [&](const group_numbers::Group &group) {
+        const Protocol &protocol = protocol_named(group.protocol);
+        Group read{protocol, group.name, group_path(protocol, group.name), false, {}, {}, {}};
+        return read_configured(database, read) && read.configured;
+    };
+    std::erase_if(groups, is_configured);
+    if (groups.empty()) {
+        return AAA_OK;
     }
-    const group_numbers::Number published = publish_numbers(database, {group})[0];
-    number = published.number;
-    return published.rc;
+    out.progress("Withdrawing " + std::to_string(groups.size()) + " numbers as one change");
+    const cerrno rc = group_numbers::withdraw(database.connection(kGroupMaps), groups);
+    std::erase_if(groups, [&](const group_numbers::Group &group) { return !is_configured(group); });
+    const auto numbers = publish_numbers(database, groups);
+    for (size_t i = 0; i < numbers.size(); ++i) {
+        if (numbers[i].rc != AAA_OK) {
+            throw number_failure(groups[i].name, numbers[i]);
+        }
+    }
+    return rc;
 }
 
 }  // namespace aaactl

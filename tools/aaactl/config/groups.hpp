@@ -75,10 +75,8 @@ std::vector<group_numbers::Number> publish_numbers(Database &database,
                                                    const std::vector<group_numbers::Group> &groups);
 // Why a group got no number.
 Failure number_failure(const std::string &name, const group_numbers::Number &number);
-// Removes the numbers of groups as one change.
-cerrno withdraw_numbers(Database &database, const std::vector<group_numbers::Group> &groups);
-// The same for one group: `operation` is AAA_CFG_OP_CREATE or AAA_CFG_OP_DELETE.
-cerrno change_number(Database &database, const Protocol &protocol, const std::string &name,
-                     uint32_t operation, uint32_t &number);
+// Removes the numbers of groups as one change, but for those that are configured: another process may do that
+// at any moment. The result is that of the change; Failure if a group that lost its number to it gets none.
+cerrno withdraw_unused_numbers(Output &out, Database &database, std::vector<group_numbers::Group> groups);
 
 }  // namespace aaactl

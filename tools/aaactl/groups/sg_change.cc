@@ -174,11 +174,12 @@ void configure_servers(Database &database, const GroupOptions &options, const Pr
     }
 }
 
-// Not that of a group which another process has configured meanwhile.
-void withdraw_unused(Database &database, const Protocol &protocol, const std::string &name) {
-    const auto group = read_group(database, protocol, name);
-    if (!group || !group->configured) {
-        withdraw_numbers(database, {{protocol.word, name}});
+// After a failure, which is the one to report.
+void withdraw_number(Output &out, Database &database, const Protocol &protocol, const std::string &name) {
+    try {
+        withdraw_unused_numbers(out, database, {{protocol.word, name}});
+    } catch (const Failure &failure) {
+        out.note(std::string("aaactl: ") + failure.what());
     }
 }
 
@@ -205,7 +206,7 @@ ExitCode add(Output &out, const GroupOptions &options) {
         configure_servers(database, options, protocol);
     } catch (const Failure &) {
         if (is_new) {
-            withdraw_unused(database, protocol, options.name);
+            withdraw_number(out, database, protocol, options.name);
         }
         throw;
     }

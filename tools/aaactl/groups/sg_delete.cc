@@ -192,8 +192,7 @@ void delete_group(Output &out, Database &database, const GroupOptions &options, 
     if (!group.number_defect.empty()) {
         drop_number(database, group);
     }
-    uint32_t number = 0;
-    const cerrno rc = change_number(database, group.protocol, options.name, AAA_CFG_OP_DELETE, number);
+    const cerrno rc = withdraw_unused_numbers(out, database, {{group.protocol.word, options.name}});
     if (rc != AAA_OK && rc != SYSDB_ERR_NOT_FOUND) {
         throw database_failure(kGroupMaps, rc);
     }

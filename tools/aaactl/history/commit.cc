@@ -40,7 +40,7 @@ ExitCode commit(Output &out, const CommitOptions &options) {
     add_recorded(document, recorded);
     out.result(document, [&] { print_recorded(out, recorded); });
     note_left_out(out, left_out);
-    note_no_watcher(out, database, recorded);
+    follow_commit(out, database, recorded);
     return ExitCode::ok;
 }
 

@@ -18,9 +18,7 @@ struct DiffOptions {
 
 ExitCode diff(Output &out, const DiffOptions &options) {
     Database database(Database::Use::reading);
-    if (database.connection(kCfgTree) == 0) {
-        throw Failure(ExitCode::not_found, "there is no commit yet; \"aaactl commit LABEL\" makes one");
-    }
+    check_database_exists(database);
     const history::Store store = store_of(database);
     const Version from = find_version(store, options.from);
     const Version to = find_version(store, options.to);

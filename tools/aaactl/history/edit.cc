@@ -13,6 +13,7 @@
 #include "config/checks.hpp"
 #include "database/snapshot.hpp"
 #include "history/editor.hpp"
+#include "history/kept_texts.hpp"
 #include "history/reference.hpp"
 #include "history/text_diff.hpp"
 #include "history/watchers.hpp"
@@ -27,6 +28,7 @@ struct EditOptions {
     CommitOptions commit;
     bool yes = false;
     bool force = false;
+    bool discard_kept = false;
 };
 
 constexpr int kAttempts = 100;  // each time another process has made a commit
@@ -141,6 +143,10 @@ class Editing {
     ExitCode edit_until_done() {
         for (;;) {
             edit();
+            if (!file_.is_there()) {
+                throw Failure(ExitCode::failed, "the editor deleted the file of the text, " +
+                                                    escaped(file_.path()) + "; nothing was changed");
+            }
             const std::string text = file_.text();
             if (text == opened_.text || is_blank(text)) {
                 return unchanged();
@@ -171,15 +177,21 @@ class Editing {
     }
 
     std::string kept_text() const {
+        if (!file_.is_there()) {
+            return "other files that it left are kept in " + escaped(file_.directory());
+        }
         std::string command = "aaactl edit";
         command += command_words(options_.commit) + " " + shell_word(escaped(file_.path()));
         return "the text is kept in " + escaped(file_.path()) + ", and \"" + command + "\" goes on with it";
     }
 
     bool is_worth_keeping() const {
+        if (!file_.is_there()) {
+            return file_.has_company();
+        }
         try {
             return file_.text() != opened_.text || file_.has_company();
-        } catch (const Failure &) {  // it is there, or was, and cannot be read
+        } catch (const Failure &) {  // it cannot be read
             return true;
         }
     }
@@ -333,7 +345,7 @@ class Editing {
         Json document = {{"changed", true}, {"lines", line_changes_json(changes)}};
         add_recorded(document, recorded);
         out_.result(document, [&] { print_recorded(out_, recorded); });
-        note_no_watcher(out_, database_, recorded);
+        follow_commit(out_, database_, recorded);
         return ExitCode::ok;
     }
 
@@ -346,17 +358,13 @@ class Editing {
     LastWords last_words_;
 };
 
-// Of commands that could not name them: their terminal was closed, or they were killed.
-void note_kept_texts(Output &out) {
-    for (const std::string &path : kept_texts()) {
-        const std::string directory = path.substr(0, path.rfind('/'));
-        out.note("aaactl: an earlier text is kept in " + escaped(path) + "; \"aaactl edit " +
-                 shell_word(escaped(path)) + "\" goes on with it, \"rm -r " + shell_word(escaped(directory)) +
-                 "\" removes it");
-    }
-}
-
 ExitCode edit(Output &out, const EditOptions &options) {
+    if (options.discard_kept) {
+        if (!options.file.empty() || options.commit.given() || options.yes || options.force) {
+            throw Failure(ExitCode::usage, "--discard-kept edits nothing; omit it, or all other arguments");
+        }
+        return discard_kept_texts(out);
+    }
     check_commit_options(options.commit);
     if (!options.yes && (isatty(STDIN_FILENO) != 1 || out.json())) {
         throw Failure(
@@ -386,6 +394,8 @@ void add_edit(Command root) {
     sub.flag("-y,--yes", options->yes, "Commit without asking, unless the change has errors");
     sub.flag("--force", options->force,
              "Accept lists that name groups that do not exist (yet), items that nothing reads, and errors");
+    sub.flag("--discard-kept", options->discard_kept,
+             "Delete the texts that earlier edits have kept, and edit nothing");
     sub.footer(
         "The editor is $VISUAL, $EDITOR, editor or vi; the text is that of \"show running-config\", with "
         "sealed keys.\n"
@@ -396,8 +406,10 @@ void add_edit(Command root) {
         "the configuration meanwhile, nothing is stored (exit status 1). A text that is not stored is kept, "
         "and its file\n"
         "named: FILE goes on with it. After a terminal that was closed, the next \"edit\" names "
-        "it.\n"
-        "JSON, with --yes: {changed, commit, outside, confirm_until, lines as in \"aaactl diff\"}\n"
+        "it; --discard-kept\n"
+        "deletes all such texts of the user in $TMPDIR or /tmp, but those that are being edited.\n"
+        "JSON, with --yes: {changed, commit, outside, confirm_until, lines as in \"aaactl diff\"}; with "
+        "--discard-kept:\n{changed: false, discarded: [file]}\n"
         "Example: aaactl edit --confirm 10 -m 'New key of the first server'");
 }
 

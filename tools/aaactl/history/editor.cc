@@ -209,6 +209,11 @@ void EditedFile::edit() const {
     }
 }
 
+bool EditedFile::is_there() const {
+    struct stat status {};
+    return stat(path_.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 std::string EditedFile::text() const {
     return read_whole_file(path_);
 }
@@ -241,13 +246,16 @@ std::vector<std::string> kept_texts() {
     return all;
 }
 
-void remove_kept_text(const std::string &path) {
-    std::error_code error;
+bool remove_kept_text(const std::string &path) {
     for (const std::string &kept : kept_texts()) {
+        std::error_code error;
         if (std::filesystem::equivalent(kept, path, error)) {
             std::filesystem::remove_all(std::filesystem::path(kept).parent_path(), error);
+            errno = error.value();
+            return !error;
         }
     }
+    return true;
 }
 
 LastWords::LastWords(const std::string &text) {

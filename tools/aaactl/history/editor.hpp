@@ -22,6 +22,9 @@ class EditedFile {
     // Runs $VISUAL, $EDITOR, "editor" or "vi" to its end. Failure(failed) if it fails, or if a signal that
     // ends programs came to this one, which the editor gets too. Interrupting keys are for the editor alone.
     void edit() const;
+    // False when the editor, or another program, has deleted it.
+    bool is_there() const;
+    const std::string &directory() const { return directory_; }
     std::string text() const;
     // Replaces the text; Failure(failed) leaves it as it was.
     void write(const std::string &text) const;
@@ -39,8 +42,8 @@ class EditedFile {
 
 // The user's texts of commands that have ended, for example with their terminal.
 std::vector<std::string> kept_texts();
-// Removes the text, with its directory, if it is one of them.
-void remove_kept_text(const std::string &path);
+// Removes the text, with its directory, if it is one of them. False with errno set if that failed.
+bool remove_kept_text(const std::string &path);
 
 // Prints the text to standard error when a signal ends the program while the object exists.
 class LastWords {

@@ -6,6 +6,7 @@
 
 #include "cli/commands.hpp"
 #include "history/reference.hpp"
+#include "store/revert.hpp"
 #include "store/watcher.hpp"
 
 namespace aaactl {
@@ -16,29 +17,56 @@ std::string short_time(int64_t seconds) {
     return text.substr(0, text.rfind(':'));  // without seconds and zone
 }
 
-std::string ending_text(const history::Commit &commit) {
-    return commit.ending == history::Ending::none ? "" : std::string(", ") + history::word_of(commit.ending);
+std::string ending_text(const std::string &confirmation) {
+    return confirmation.empty() ? "" : ", " + (confirmation == kUnknown ? "end unknown" : confirmation);
 }
 
-std::vector<std::string> row_of(const Output &out, const history::Commit &commit) {
-    const bool open = commit.ending == history::Ending::waiting;
+std::vector<std::string> row_of(const Output &out, const history::Commit &commit, uint32_t waiting) {
+    const bool open = commit.number == waiting;
     return {std::to_string(commit.number),
             short_time(commit.time),
-            shown_text(commit.author.name(), kLongestAuthor),
+            by_text(commit),
             shown_text(commit.author.place(), kLongestAuthor),
-            out.styled(open ? Style::warning : Style::plain, kind_text(commit) + ending_text(commit)),
+            out.styled(open ? Style::warning : Style::plain,
+                       kind_text(commit) + ending_text(confirmation_of(commit, waiting))),
             shown_text(commit.label),
             shown_text(commit.message, kLongestMessage)};
 }
 
-Json waiting_json(const history::Waiting &waiting, std::optional<int64_t> left) {
-    Json document = {{"commit", waiting.commit},
-                     {"target", waiting.base},
-                     {"confirm_until", history::time_text(waiting.deadline.wall)}};
-    if (left) {
-        document["seconds_left"] = *left / 1000;
+// What the head says of the commit that waits.
+struct Wait {
+    history::Waiting waiting;
+    std::optional<int64_t> left;
+    bool can_revert = true;
+
+    Json json() const {
+        Json document = {{"commit", waiting.commit},
+                         {"target", waiting.base},
+                         {"confirm_until", history::time_text(waiting.deadline.wall)},
+                         {"can_revert", can_revert}};
+        if (left) {
+            document["seconds_left"] = *left / 1000;
+        }
+        return document;
     }
-    return document;
+    std::string text() const {
+        const std::string until = history::time_text(waiting.deadline.wall);
+        const std::string base = std::to_string(waiting.base);
+        const bool over = left && *left <= 0;
+        return "commit " + std::to_string(waiting.commit) +
+               (over ? " was to be confirmed until " : " waits for its confirmation until ") + until +
+               (!can_revert ? std::string(" and ") + kOnlyConfirm
+                : over      ? " and is not reverted yet; \"aaactl cancel\" does it"
+                            : ", then commit " + base + " is in force again");
+    }
+};
+
+std::optional<Wait> wait_of(const history::Store &store, const history::Head &head) {
+    if (!head.waiting) {
+        return std::nullopt;
+    }
+    return Wait{*head.waiting, history::left(head.waiting->deadline, history::system_now()),
+                history::can_revert(store, *head.waiting)};
 }
 
 ExitCode list(Output &out, uint32_t most) {
@@ -46,23 +74,23 @@ ExitCode list(Output &out, uint32_t most) {
     std::vector<std::string> damaged;
     history::Head head;
     std::vector<history::Commit> commits;
-    if (database.connection(kCfgTree) != 0) {
-        with_history([&] {
-            const history::Store store = store_of(database);
-            head = store.head();
-            commits = store.commits(&damaged);
-        });
-    }
+    std::optional<Wait> wait;
+    check_database_exists(database);
+    with_history([&] {
+        const history::Store store = store_of(database);
+        head = store.head();
+        commits = store.commits(&damaged);
+        wait = wait_of(store, head);
+    });
+    const uint32_t waiting = wait ? wait->waiting.commit : 0;
     Json document = {{"commits", Json::array()}, {"waiting", Json()}};
     std::vector<std::vector<std::string>> rows;
     for (auto commit = commits.rbegin(); commit != commits.rend() && rows.size() < most; ++commit) {
-        document["commits"].push_back(commit_json(*commit));
-        rows.push_back(row_of(out, *commit));
+        document["commits"].push_back(commit_json(*commit, waiting));
+        rows.push_back(row_of(out, *commit, waiting));
     }
-    std::optional<int64_t> left;
-    if (head.waiting) {
-        left = history::left(head.waiting->deadline, history::system_now());
-        document["waiting"] = waiting_json(*head.waiting, left);
+    if (wait) {
+        document["waiting"] = wait->json();
     }
     out.result(document, [&] {
         if (rows.empty()) {
@@ -70,15 +98,8 @@ ExitCode list(Output &out, uint32_t most) {
             return;
         }
         out.table({"COMMIT", "TIME (UTC)", "BY", "FROM", "KIND", "LABEL", "MESSAGE"}, rows);
-        if (head.waiting) {
-            const bool over = left && *left <= 0;
-            out.line(out.styled(
-                Style::warning,
-                "commit " + std::to_string(head.waiting->commit) +
-                    (over ? " was to be confirmed until " : " waits for its confirmation until ") +
-                    history::time_text(head.waiting->deadline.wall) +
-                    (over ? " and is not reverted yet; \"aaactl cancel\" does it"
-                          : ", then commit " + std::to_string(head.waiting->base) + " is in force again")));
+        if (wait) {
+            out.line(out.styled(Style::warning, wait->text()));
         }
     });
     if (head.rebuilt) {
@@ -102,18 +123,20 @@ void add_history(Command root) {
     sub.footer(
         "A commit is made by commit, edit and rollback, and by load with --label, -m or --confirm. \"without "
         "a\n"
-        "commit\": what was changed by other means before the next commit. The oldest ones are deleted when "
+        "commit\": what was changed by other means before the next commit; who made that one has found it. "
+        "The oldest ones are deleted when "
         "there are\n"
         "more than /cfg/gl/aaa/history/commits (50), or more bytes than /cfg/gl/aaa/history/kilobytes "
         "allows.\n"
-        "Exit status 3 when a record cannot be read; the others are shown.\n"
+        "Exit status 3 when a record cannot be read; the others are shown. Exit status 4 without a "
+        "database.\n"
         "JSON: {commits: [{commit, time in seconds since 1970, kind: "
         "commit|outside|load|edit|rollback|revert, label,\n"
-        "message, uid, user, login, from, terminal, items, bytes, left_out, target, minutes, "
-        "confirmation:\n"
-        "waiting|confirmed|reverted, ended_by, ended}], waiting: {commit, target, confirm_until, "
-        "seconds_left} "
-        "or null}\n"
+        "message, uid, user, login, from, terminal, items, bytes, found_by: of kind outside, as then are uid "
+        "to "
+        "terminal,\nleft_out, target, minutes, confirmation: waiting|confirmed|reverted|unknown, ended_by, "
+        "ended}],\n"
+        "waiting: {commit, target, confirm_until, can_revert, seconds_left} or null}\n"
         "Example: aaactl history -n 10");
 }
 

@@ -94,9 +94,22 @@ Version find_version(const history::Store &store, const std::string &word) {
     });
 }
 
+void check_database_exists(Database &database) {
+    if (database.connection(kCfgTree) == 0) {
+        throw Failure(ExitCode::not_found,
+                      "there is no system database yet, and so no commit; \"aaactl commit LABEL\" makes both "
+                      "(if there should be one, see AAA_SYSDB_CFG_DIR)");
+    }
+}
+
+std::string by_text(const history::Commit &commit) {
+    return (commit.kind == history::Kind::outside ? "found by " : "") +
+           shown_text(commit.author.name(), kLongestAuthor);
+}
+
 std::string author_text(const history::Commit &commit) {
     const std::string place = commit.author.place();
-    return shown_text(commit.author.name(), kLongestAuthor) +
+    return (commit.kind == history::Kind::outside ? "" : "by ") + by_text(commit) +
            (place.empty() ? "" : " from " + shown_text(place, kLongestAuthor));
 }
 
@@ -113,7 +126,24 @@ std::string kind_text(const history::Commit &commit) {
     }
 }
 
-Json commit_json(const history::Commit &commit) {
+std::optional<uint32_t> waiting_commit(const history::Store &store) {
+    try {
+        const auto waiting = store.head().waiting;
+        return waiting ? waiting->commit : 0;
+    } catch (const history::Error &error) {
+        if (error.why() == history::Error::Why::database) {
+            throw;
+        }
+        return std::nullopt;
+    }
+}
+
+std::string confirmation_of(const history::Commit &commit, std::optional<uint32_t> waiting) {
+    const bool is_over = commit.ending == history::Ending::waiting && waiting && *waiting != commit.number;
+    return is_over ? kUnknown : history::word_of(commit.ending);
+}
+
+Json commit_json(const history::Commit &commit, std::optional<uint32_t> waiting) {
     Json document = {{"commit", commit.number},
                      {"time", commit.time},
                      {"kind", history::word_of(commit.kind)},
@@ -126,6 +156,9 @@ Json commit_json(const history::Commit &commit) {
                      {"terminal", escaped(commit.author.terminal)},
                      {"items", commit.items},
                      {"bytes", commit.bytes}};
+    if (commit.kind == history::Kind::outside) {
+        document["found_by"] = escaped(commit.author.name());
+    }
     if (commit.left_out != 0) {
         document["left_out"] = commit.left_out;
     }
@@ -134,7 +167,7 @@ Json commit_json(const history::Commit &commit) {
     }
     if (commit.ending != history::Ending::none) {
         document["minutes"] = commit.minutes;
-        document["confirmation"] = history::word_of(commit.ending);
+        document["confirmation"] = confirmation_of(commit, waiting);
     }
     if (commit.ended != 0) {
         document["ended_by"] = escaped(commit.ended_by);

@@ -153,7 +153,7 @@ ExitCode rollback(Output &out, const RollbackOptions &options) {
         print_recorded(out, outcome.recorded);
     });
     note_left_out(out, target.left_out);
-    note_no_watcher(out, database, outcome.recorded);
+    follow_commit(out, database, outcome.recorded);
     return ExitCode::ok;
 }
 

@@ -13,9 +13,10 @@ namespace aaactl {
 namespace {
 
 // As comments, so that "load" takes the whole text.
-std::string heading(const history::Commit &commit) {
-    std::string text = "! " + commit_text(commit) + " of " + history::time_text(commit.time) + " by " +
-                       author_text(commit) + ": " + kind_text(commit) + "\n";
+std::string heading(const history::Commit &commit, std::optional<uint32_t> waiting) {
+    std::string text = "! " + commit_text(commit) + " of " + history::time_text(commit.time) +
+                       (commit.kind == history::Kind::outside ? ", " : " ") + author_text(commit) + ": " +
+                       kind_text(commit) + "\n";
     size_t left = kLongestMessage;
     for (size_t at = 0; at < commit.message.size() && left != 0;) {
         const size_t end = std::min(commit.message.find('\n', at), commit.message.size());
@@ -23,7 +24,9 @@ std::string heading(const history::Commit &commit) {
         left -= std::min(left, end - at + 1);
         at = end + 1;
     }
-    if (commit.ending != history::Ending::none) {
+    if (confirmation_of(commit, waiting) == kUnknown) {
+        text += std::string("! ") + kUnknownText + "\n";
+    } else if (commit.ending != history::Ending::none) {
         text += std::string("! ") + history::word_of(commit.ending) +
                 (commit.ended == 0 ? std::string()
                                    : " by " + shown_text(commit.ended_by, kLongestAuthor) + " at " +
@@ -35,17 +38,17 @@ std::string heading(const history::Commit &commit) {
 
 ExitCode show(Output &out, const std::string &word) {
     Database database(Database::Use::reading);
-    if (database.connection(kCfgTree) == 0) {
-        throw Failure(ExitCode::not_found, "there is no commit yet; \"aaactl commit LABEL\" makes one");
-    }
+    check_database_exists(database);
     const history::Store store = store_of(database);
     const history::Commit commit = find_commit(store, word);
     const Items items = with_history([&] { return items_of(store.items(commit)); });
     const ShownConfiguration configuration = shown_configuration(out, items);
-    Json document = commit_json(commit);
+    const std::optional<uint32_t> waiting = with_history([&] { return waiting_commit(store); });
+    Json document = commit_json(commit, waiting);
     document["lines"] = Json::array(lines_json(configuration.plain + std::string(kEnd) + "\n"));
     document["masked"] = configuration.masked;
-    out.result(document, [&] { out.line((heading(commit) + "!\n" + configuration.text).append(kEnd)); });
+    out.result(document,
+               [&] { out.line((heading(commit, waiting) + "!\n" + configuration.text).append(kEnd)); });
     note_masked(out, configuration.masked);
     return ExitCode::ok;
 }

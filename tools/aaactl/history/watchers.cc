@@ -15,13 +15,7 @@ void note_left_out(Output &out, size_t count) {
 
 void settle_numbers(Output &out, Database &database, const Items &before, const Items &after) {
     const GroupChanges groups = group_changes(before, after);
-    Numbers numbers(database, groups);
-    try {
-        numbers.publish();
-    } catch (const Failure &failure) {  // the configuration is stored
-        out.note(std::string("aaactl: ") + failure.what() + "; the service publishes the number later");
-    }
-    numbers.settle(out);
+    Numbers(database, groups).settle(out);
 }
 
 }  // namespace aaactl

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "history/reference.hpp"
+#include "store/revert.hpp"
 #include "store/watcher.hpp"
 
 namespace aaactl {
@@ -18,6 +19,7 @@ void read_store(const history::Store &store, ReportedHistory &read) {
     read.waiting = head.waiting;
     if (head.waiting) {
         read.left = history::left(head.waiting->deadline, history::system_now());
+        read.can_revert = history::can_revert(store, *head.waiting);
     }
     std::vector<history::Commit> commits = store.commits(&read.damaged);
     read.commits = commits.size();
@@ -39,6 +41,14 @@ void write_waiting(Html &page, const ReportedHistory &history) {
     const history::Waiting &waiting = *history.waiting;
     const std::string commit = "Commit " + std::to_string(waiting.commit);
     const std::string until = history::time_text(waiting.deadline.wall);
+    if (!history.can_revert) {
+        page.line("p",
+                  commit +
+                      " waits for its confirmation and cannot be reverted, because the state before it is "
+                      "missing or damaged; aaactl confirm ends the waiting.",
+                  {{"class", "bad"}});
+        return;
+    }
     if (history.left && *history.left <= 0) {
         page.line("p",
                   commit + " was to be confirmed until " + until +
@@ -71,7 +81,10 @@ std::string title_of(const history::Commit &commit) {
     return "Commit " + std::to_string(commit.number) + (commit.label.empty() ? "" : ": " + commit.label);
 }
 
-std::string ending_of(const history::Commit &commit) {
+std::string ending_of(const history::Commit &commit, uint32_t waiting) {
+    if (confirmation_of(commit, waiting) == kUnknown) {
+        return std::string("; ") + kUnknownText;
+    }
     switch (commit.ending) {
         case history::Ending::none:
             return "";
@@ -85,11 +98,11 @@ std::string ending_of(const history::Commit &commit) {
            history::time_text(commit.ended);
 }
 
-void write_commit(Html &page, const history::Commit &commit) {
+void write_commit(Html &page, const history::Commit &commit, uint32_t waiting) {
     page.open("li").line("strong", title_of(commit));
     page.line("p",
-              history::time_text(commit.time) + " by " + author_text(commit) + "; " + kind_text(commit) +
-                  ending_of(commit),
+              history::time_text(commit.time) + (commit.kind == history::Kind::outside ? ", " : " ") +
+                  author_text(commit) + "; " + kind_text(commit) + ending_of(commit, waiting),
               {{"class", "dim"}});
     for (size_t at = 0; at < commit.message.size();) {
         const size_t end = std::min(commit.message.find('\n', at), commit.message.size());
@@ -129,7 +142,7 @@ void write_history(Html &page, const ReportedHistory &history) {
     }
     page.open("ul", {{"class", "plain"}});
     for (const history::Commit &commit : history.newest) {
-        write_commit(page, commit);
+        write_commit(page, commit, history.waiting ? history.waiting->commit : 0);
     }
     page.close();
     if (const size_t older = history.commits - history.newest.size(); older != 0) {

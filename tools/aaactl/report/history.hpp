@@ -18,6 +18,7 @@ struct ReportedHistory {
     size_t commits = 0;                   // that are stored
     std::optional<history::Waiting> waiting;
     std::optional<int64_t> left;       // milliseconds until it is reverted; none on another machine
+    bool can_revert = true;            // the state before it is there
     std::vector<std::string> damaged;  // paths of records that cannot be read
     bool head_is_damaged = false;
     std::string defect;  // why nothing can be read

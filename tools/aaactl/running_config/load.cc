@@ -148,9 +148,10 @@ ExitCode load(Output &out, const LoadOptions &options) {
         });
         note_open_logins(out, plan);
         if (loaded.recorded) {
-            note_no_watcher(out, database, *loaded.recorded);
+            follow_commit(out, database, *loaded.recorded);
         } else if (!options.dry_run && !plan.differences.empty()) {
             note_goes_back_too(out, database);
+            hint_recorded_before(out, database, plan.state_before());
         }
     } catch (const Failure &failure) {
         throw Failure(failure.code(),

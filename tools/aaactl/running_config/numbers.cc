@@ -12,6 +12,8 @@
 namespace aaactl {
 namespace {
 
+constexpr char kPublish[] = "; to number the groups, say: aaactl sg publish";
+
 std::vector<Owner> only_in_first(const Items &first, const Items &second) {
     const std::vector<Owner> others = group_owners(second);
     std::vector<Owner> owners = group_owners(first);
@@ -29,7 +31,18 @@ bool GroupChanges::takes_a_name(const Owner &owner) const {
 }
 
 GroupChanges group_changes(const Items &before, const Items &after) {
-    return {only_in_first(after, before), only_in_first(before, after)};
+    Items differing;
+    for (const auto &[path, item] : after) {
+        const auto found = before.find(path);
+        if (found == before.end() || !(found->second == item)) {
+            differing.emplace_hint(differing.end(), path, item);
+        }
+    }
+    GroupChanges groups{only_in_first(after, before), only_in_first(before, after), group_owners(differing)};
+    std::erase_if(groups.changed, [&](const Owner &owner) {
+        return std::find(groups.created.begin(), groups.created.end(), owner) != groups.created.end();
+    });
+    return groups;
 }
 
 void Numbers::publish() {
@@ -48,9 +61,14 @@ void Numbers::publish() {
 }
 
 void Numbers::undo(Output &out) {
-    if (const cerrno rc = withdraw_numbers(database_, published_); rc != 0) {
-        out.note("aaactl: numbers of groups that are not configured stay published: " +
-                 escaped(cerr_strerror(rc)) + "; the next load uses them, and \"aaactl lint\" lists them");
+    try {
+        if (const cerrno rc = withdraw_unused_numbers(out, database_, published_); rc != 0) {
+            out.note("aaactl: numbers of groups that are not configured stay published: " +
+                     escaped(cerr_strerror(rc)) +
+                     "; the next load uses them, and \"aaactl lint\" lists them");
+        }
+    } catch (const Failure &failure) {  // of a group that another process has configured
+        out.note(std::string("aaactl: ") + failure.what() + kPublish);
     }
     published_.clear();
 }
@@ -60,11 +78,15 @@ void Numbers::settle(Output &out) {
     for (const Owner &owner : groups_.deleted) {
         deleted.push_back({owner.of().word, *owner.group});
     }
-    const std::vector<group_numbers::Group> groups = created(true);
+    std::vector<group_numbers::Group> groups = created(true);
+    const size_t new_groups = groups.size();  // of others a refusal is not the fault of this change
+    for (const Owner &owner : groups_.changed) {
+        groups.push_back({owner.of().word, *owner.group});
+    }
     try {
-        const cerrno rc = withdraw_numbers(database_, deleted);
+        const cerrno rc = withdraw_unused_numbers(out, database_, deleted);
         const auto numbers = publish_numbers(database_, groups);
-        for (size_t i = 0; i < numbers.size(); ++i) {
+        for (size_t i = 0; i < new_groups; ++i) {
             if (numbers[i].rc != 0) {
                 throw number_failure(groups[i].name, numbers[i]);
             }
@@ -73,8 +95,7 @@ void Numbers::settle(Output &out) {
             throw database_failure(kGroupMaps, rc);
         }
     } catch (const Failure &failure) {
-        out.note(std::string("aaactl: everything is stored, but ") + failure.what() +
-                 "; to number the groups, say: aaactl sg publish");
+        out.note(std::string("aaactl: everything is stored, but ") + failure.what() + kPublish);
     }
 }
 

@@ -14,6 +14,7 @@ namespace aaactl {
 struct GroupChanges {
     std::vector<Owner> created;
     std::vector<Owner> deleted;
+    std::vector<Owner> changed;  // and there before: another process may delete them at the same time
 
     // A group of another protocol gives its name up in the same change.
     bool takes_a_name(const Owner &owner) const;
@@ -29,9 +30,9 @@ class Numbers {
     // Before the groups are configured, as "sg add" does: those whose names are free. Failure when one is
     // refused; undo() then withdraws the others.
     void publish();
-    // When they are configured: the numbers of deleted groups, and then of all that are created, because the
-    // service withdraws numbers of groups that are not configured yet. A failure is a note, because the
-    // configuration is stored.
+    // When they are configured: the numbers of deleted groups, and then of all that are created or changed,
+    // because others withdraw numbers of groups that are not configured (yet). A failure is a note, because
+    // the configuration is stored.
     void settle(Output &out);
     // When they could not be configured: what publish() has published.
     void undo(Output &out);
