@@ -10,8 +10,7 @@ import ipaddress
 import pytest
 
 import aaautil
-from aaautil import Attr, Attribute, AttributeList, Client, Database, Expect, Item, ItemType, Set
-from support import TREE  # noqa: F401
+from aaautil import Attr, Attribute, AttributeList, Client, Expect, Set
 
 
 class Kind(enum.IntEnum):
@@ -157,12 +156,3 @@ def test_an_address_that_is_none_is_refused():
 def test_a_timeout_of_a_client_is_a_number_of_seconds(timeout, failure):
     with pytest.raises(failure, match="seconds"):
         Client("/nonexistent", timeout=timeout)
-
-
-def test_an_item_of_any_type_has_a_text():
-    for type in (ItemType.U32, ItemType.STRING, ItemType.TUPLE, 77, Kind.SEVEN, -1, "x", None):
-        for raw in (b"", b"\0", b"\1\0\0\0", b"x" * 65536):
-            repr(Item(type, raw))
-    with Database("/cfg/test/") as database:
-        with pytest.raises(ValueError):
-            database.get("x", 1 << 32)

@@ -206,3 +206,24 @@ def test_a_secret_is_still_one_after_every_way_to_take_a_part_of_it():
     secret = SecretBytes(SECRET.encode())
     for part in (secret[:], secret[1:], secret[::2], secret[-3:]):
         assert type(part) is SecretBytes and repr(part) == "'********'"
+
+
+def test_what_is_made_by_hand_of_anything_has_a_text_and_hides_its_secret():
+    plain = SECRET.encode()
+    for raw in (plain, bytearray(plain), memoryview(plain), SECRET, None, 5, [plain], b"", b"\0", b"x" * 65536):
+        for type in (ItemType.STRING, ItemType.U32, ItemType.TUPLE, 77, -1, "x", None):
+            assert "wonder" not in repr(Item(type, raw))
+        for type in (257, 258, 4711, -1, "x", None):
+            repr(Attribute(type, 0, 0, raw))
+        assert "wonder" not in repr(Attribute(258, 0, 0, raw))
+    for raw in (plain, bytearray(plain), memoryview(plain)):
+        assert "wonder" not in repr(tuple(Attribute(258, 0, 0, raw))) + repr(tuple(Item(ItemType.STRING, raw)))
+        assert aaautil.typed_value(258, raw) == SECRET
+    for wrong in (SECRET, None, [plain]):
+        with pytest.raises(TypeError, match="bytes"):
+            aaautil.typed_value(258, wrong)
+
+
+def test_a_single_change_is_not_taken_for_several(database):
+    with pytest.raises(TypeError, match="several"):
+        database.apply(Set("x", SECRET))

@@ -33,6 +33,10 @@ class SecretBytes(bytes):
         return SecretBytes(found) if isinstance(found, bytes) else found
 
 
+# What a secret may be given as; it is copied.
+HIDEABLE = (bytes, bytearray, memoryview)
+
+
 class DictionaryRow(NamedTuple):
     """One attribute of the dictionary."""
 

@@ -17,7 +17,7 @@ from typing import (Any, Dict, Iterable, Iterator, List, MutableSequence, NamedT
 
 from ._enums import Attr, AuthenOption, Format, MessageType, Method, ResultCode, Service, Status
 from ._load import Handle, ffi, is_whole, lib, utf8, whole
-from .dictionary import _SECRETS, MASK, SecretBytes, attribute_format, attribute_name, is_secret, resolve
+from .dictionary import _SECRETS, HIDEABLE, MASK, SecretBytes, attribute_format, attribute_name, is_secret, resolve
 from .errors import ListSpentError, check, error
 
 __all__ = ["Attribute", "AttributeList", "BytesLike", "Key", "NativeList", "Value", "raw_value", "typed_value"]
@@ -54,9 +54,13 @@ def _word(value: object, what: str) -> int:
     return whole(value, what)
 
 
-def typed_value(type: int, raw: bytes) -> Value:
+def typed_value(type: int, raw: BytesLike) -> Value:
     """A value of an attribute by its format: int (an enumerator where the value has a name),
     IPv4Address, str without its closing NUL, or bytes. Bytes too when they do not have the form."""
+    if not isinstance(raw, bytes):
+        if not isinstance(raw, (bytearray, memoryview)):
+            raise TypeError(f"what is stored is bytes, not {raw.__class__.__name__}")
+        raw = bytes(raw)
     form = attribute_format(type)
     if form == Format.STRING:
         text = raw[:-1] if raw.endswith(b"\0") else raw
@@ -124,7 +128,7 @@ class Attribute(_AttributeFields):
 
     def __new__(cls, type: int, tag: int, flags: int, raw: bytes) -> "Attribute":
         """A pair of what is given; lists check it when they take it."""
-        if raw.__class__ is bytes and is_whole(type) and type in _SECRETS:
+        if raw.__class__ in HIDEABLE and is_whole(type) and type in _SECRETS:
             raw = SecretBytes(raw)
         return super().__new__(cls, type, tag, flags, raw)
 
@@ -148,7 +152,7 @@ class Attribute(_AttributeFields):
         return is_secret(self.type)
 
     def __repr__(self) -> str:
-        value = repr(MASK) if self.secret and self.raw else repr(self.value)
+        value = repr(MASK) if self.secret and self.raw else repr(self.value if isinstance(self.raw, bytes) else self.raw)
         more = "".join(f", {name}={number:#x}" for name, number in (("tag", self.tag), ("flags", self.flags)) if number)
         return f"Attribute({_shown(self.type)}, {value}{more})"
 

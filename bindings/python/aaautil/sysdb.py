@@ -18,7 +18,7 @@ from typing import (Any, Deque, Iterable, Iterator, List, NamedTuple, NoReturn, 
                     cast)
 
 from ._load import Handle, ffi, is_whole, lib, seconds, utf8, whole
-from .dictionary import MASK, SecretBytes
+from .dictionary import HIDEABLE, MASK, SecretBytes
 from .errors import AaaError, check, error
 from .lists import BytesLike
 
@@ -152,7 +152,7 @@ class Item(_ItemFields):
 
     def __new__(cls, type: int, raw: bytes) -> "Item":
         """An item of what is given."""
-        if raw.__class__ is bytes and type not in (ItemType.U32, ItemType.TUPLE):
+        if raw.__class__ in HIDEABLE and type not in (ItemType.U32, ItemType.TUPLE):
             raw = SecretBytes(raw)
         return super().__new__(cls, type, raw)
 
@@ -163,7 +163,7 @@ class Item(_ItemFields):
     def __repr__(self) -> str:
         try:
             return f"Item(type={self.type!r}, value={_masked(self.value)})"
-        except AaaError:
+        except (AaaError, TypeError, AttributeError):  # the bytes are damaged, or it was made by hand of something else
             return f"Item(type={self.type!r}, raw={MASK!r})"
 
     @property
@@ -445,6 +445,8 @@ class Database(Handle):
 
         On failure the exception has the index of the change that was refused as ``failed``, or None.
         """
+        if isinstance(changes, _Planned):
+            raise TypeError(f"changes are several: a list or a tuple, not a {changes.__class__.__name__}")
         given = [*changes]
         records = ffi.new("sysdb_change_t[]", len(given))
         keep: "List[Any]" = []
