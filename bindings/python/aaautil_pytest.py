@@ -17,7 +17,7 @@ from __future__ import annotations  # pytest before 7 lacks some of the types
 
 import os
 import sys
-from typing import TYPE_CHECKING, Iterator, List, Optional
+from typing import TYPE_CHECKING, Iterator, List, Optional, Tuple
 
 import pytest
 
@@ -53,8 +53,13 @@ def pytest_assertrepr_compare(op: str, left: object, right: object) -> Optional[
         return None
     lines = [f"{left!r} == {right!r}"]
     if type(left) is type(right):
-        lines += [f"they differ in {field}" for field in getattr(left, "_fields", ()) if getattr(left, field) != getattr(right, field)]
+        lines += [f"they differ in {field}" for field in _fields(left) if getattr(left, field) != getattr(right, field)]
     return lines
+
+
+def _fields(record: object) -> Tuple[str, ...]:
+    names: Tuple[str, ...] = getattr(record, "_fields", ()) or getattr(record, "__match_args__", ())
+    return names
 
 
 @pytest.fixture

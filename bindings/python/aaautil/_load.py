@@ -10,11 +10,14 @@ With AAAUTIL_TESTKIT=1 in the environment the scripted host platform takes the p
 for this process. It has to be loaded before the libraries are.
 """
 
+import operator
 import os
 import sys
-from typing import Any, NoReturn
+from typing import Any, NoReturn, SupportsIndex, cast
 
 _SWITCH = "NO_DLLMAIN"
+# pytest leaves out the frames of modules that have this: it would print their arguments, which may be passwords.
+__tracebackhide__ = True
 
 
 def _refuse_subinterpreters() -> None:
@@ -69,6 +72,31 @@ class Handle:
 
     def __reduce_ex__(self, protocol: Any) -> NoReturn:
         raise TypeError(f"a {type(self).__name__} cannot be copied or pickled: make another one")
+
+
+def is_whole(value: object) -> bool:
+    """Whether a value is taken as a number: an int, an enumerator, or another type that Python takes as an index. A bool is not
+    one, because it was meant for something else."""
+    return not isinstance(value, bool) and hasattr(type(value), "__index__")
+
+
+def whole(value: object, what: str, most: int = 0xFFFFFFFF, least: int = 0) -> int:
+    """A number within limits, as an int of its own: what derived classes do otherwise has no effect after this."""
+    if not is_whole(value):
+        raise TypeError(f"{what} is an integer, not {type(value).__name__}")
+    number = int.__pos__(operator.index(cast(SupportsIndex, value)))
+    if not least <= number <= most:
+        raise ValueError(f"{what} is from {least} to {most}")
+    return number
+
+
+def seconds(value: object, what: str) -> float:
+    """A time in seconds, which may be endless."""
+    if isinstance(value, bool) or not isinstance(value, (int, float)):
+        raise TypeError(f"{what} is a number of seconds, or None")
+    if value != value:
+        raise ValueError(f"{what} is a number of seconds, or None")
+    return float(min(value, sys.float_info.max))
 
 
 def utf8(text: str, what: str) -> bytes:

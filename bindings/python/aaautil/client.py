@@ -9,11 +9,12 @@ import threading
 from typing import Any, Callable, Iterable, List, NamedTuple, Optional, Tuple, Union
 
 from ._enums import AcctOption, Attr, AuthenOption, Request, ResultCode, Service, Status
-from ._load import Handle, ffi, lib, utf8
+from ._load import Handle, ffi, lib, seconds, utf8, whole
 from .errors import AaaError, ServiceTimeoutError, error
 from .lists import AttributeList, NativeList
 
 __all__ = ["Answer", "Client", "Prompt", "SOCKET"]
+__tracebackhide__ = True  # see _load
 
 # Where the service listens unless it is told otherwise.
 SOCKET = "/run/aaa/aaad.sock"
@@ -85,11 +86,7 @@ def _text(value: object, what: str, most: int, none: bool = False) -> Any:
 
 
 def _number(value: object, what: str) -> int:
-    if isinstance(value, bool) or not isinstance(value, int):
-        raise TypeError(f"{what} is an integer, not {type(value).__name__}")
-    if not 0 <= value <= 0xFFFFFFFF:
-        raise ValueError(f"{what} is from 0 to 4294967295")
-    return int(value)
+    return whole(value, what)
 
 
 class _Credentials:
@@ -204,9 +201,7 @@ class Client(Handle):
         self._transport: Any = None
         self._path = _text(socket, "a path", 4096)
         self._list = _text(method_list, "the name of a method list", _MOST_LIST)
-        if timeout is not None and (isinstance(timeout, bool) or not isinstance(timeout, (int, float))):
-            raise TypeError("the timeout is a number of seconds, or None")
-        if timeout is not None and not 0 < timeout <= 86400:
+        if timeout is not None and not 0 < seconds(timeout, "the timeout") <= 86400:
             raise ValueError("the timeout is more than 0 and at most 86400 seconds, or None")
         self.socket = socket
         self.timeout = timeout

@@ -4,10 +4,11 @@
 from typing import Any, Dict, FrozenSet, List, NamedTuple, Optional, Union
 
 from ._enums import Attr, Format
-from ._load import ffi, lib, taken
+from ._load import ffi, is_whole, lib, taken, whole
 
 __all__ = ["DictionaryRow", "SecretBytes", "attribute_format", "attribute_name", "attribute_type", "attributes", "is_secret", "method_name",
            "service_name", "status_name"]
+__tracebackhide__ = True  # see _load
 
 # Shown in place of a secret.
 MASK = "********"
@@ -30,6 +31,10 @@ class SecretBytes(bytes):
     def __getitem__(self, key: Any) -> Any:
         found = super().__getitem__(key)
         return SecretBytes(found) if isinstance(found, bytes) else found
+
+
+# What a secret may be given as; it is copied.
+HIDEABLE = (bytes, bytearray, memoryview)
 
 
 class DictionaryRow(NamedTuple):
@@ -112,11 +117,9 @@ def resolve(key: Union[str, int]) -> int:
         return type
     if isinstance(key, Attr):
         return int(key)
-    if isinstance(key, bool) or not isinstance(key, int):
+    if not is_whole(key):
         raise TypeError(f"an attribute is an Attr, a name or a number, not {key.__class__.__name__}")
-    if not 0 <= key <= 0xFFFFFFFF:
-        raise ValueError("the number of an attribute is from 0 to 4294967295")
-    return key
+    return whole(key, "the number of an attribute")
 
 
 def _named(pointer: object) -> str:
@@ -124,11 +127,7 @@ def _named(pointer: object) -> str:
 
 
 def _number(value: object) -> int:
-    if isinstance(value, bool) or not isinstance(value, int):
-        raise TypeError(f"a number is needed, not {type(value).__name__}")
-    if not 0 <= value <= 0x7FFFFFFF:
-        raise ValueError("the number is from 0 to 2147483647")
-    return int(value)
+    return whole(value, "the number", 0x7FFFFFFF)
 
 
 def status_name(status: int) -> str:

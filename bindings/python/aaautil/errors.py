@@ -10,10 +10,11 @@ import os
 from typing import Dict, NamedTuple, Optional, Tuple, Type, Union
 
 from ._enums import ResultCode
-from ._load import ffi, lib
+from ._load import ffi, lib, whole
 
 __all__ = ["AaaError", "AccessError", "Advice", "ConflictError", "InvalidArgumentError", "ListSpentError", "MalformedError",
            "NotConnectedError", "NotFoundError", "OutOfMemoryError", "ServiceTimeoutError", "advice", "code_text"]
+__tracebackhide__ = True  # see _load
 
 
 class Advice(NamedTuple):
@@ -53,7 +54,7 @@ def advice(code: int) -> Optional[Advice]:
 
 def code_text(code: int) -> str:
     """The text of a result code."""
-    return _text(lib.cerr_strerror(code))
+    return _text(lib.cerr_strerror(whole(code, "a result code")))
 
 
 class AaaError(Exception):

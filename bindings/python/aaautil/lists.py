@@ -16,11 +16,12 @@ from typing import (Any, Dict, Iterable, Iterator, List, MutableSequence, NamedT
                     overload)
 
 from ._enums import Attr, AuthenOption, Format, MessageType, Method, ResultCode, Service, Status
-from ._load import Handle, ffi, lib, utf8
-from .dictionary import _SECRETS, MASK, SecretBytes, attribute_format, attribute_name, is_secret, resolve
+from ._load import Handle, ffi, is_whole, lib, utf8, whole
+from .dictionary import _SECRETS, HIDEABLE, MASK, SecretBytes, attribute_format, attribute_name, is_secret, resolve
 from .errors import ListSpentError, check, error
 
 __all__ = ["Attribute", "AttributeList", "BytesLike", "Key", "NativeList", "Value", "raw_value", "typed_value"]
+__tracebackhide__ = True  # see _load
 
 BytesLike = Union[bytes, bytearray, memoryview]
 # What names an attribute: an enumerator, or its name with or without "AAA_" and "_ATTR".
@@ -29,7 +30,6 @@ Key = Union[Attr, str]
 Value = Union[int, str, bytes, ipaddress.IPv4Address]
 Settable = Union[Value, bytearray, memoryview]
 
-_MOST = 0xFFFFFFFF
 _MOST_PAIRS: int = lib.AAA_CHECKED_MAX_PAIRS
 _DELETED: int = lib.AAA_ATTR_MAX
 _NAME_ROOM = 31
@@ -47,19 +47,20 @@ _MEANINGS: Dict[int, Any] = {
 _LONG = frozenset((int(Attr.AAA_STARTTIME_ATTR), int(Attr.AAA_STOPTIME_ATTR), int(Attr.AAA_TASKMAP_ATTR)))
 
 _T = TypeVar("_T")
+_AnyAttribute = TypeVar("_AnyAttribute", bound="Attribute")
 
 
 def _word(value: object, what: str) -> int:
-    if isinstance(value, bool) or not isinstance(value, int):
-        raise TypeError(f"{what} is an integer, not {type(value).__name__}")
-    if not 0 <= value <= _MOST:
-        raise ValueError(f"{what} is from 0 to {_MOST}")
-    return int(value)
+    return whole(value, what)
 
 
-def typed_value(type: int, raw: bytes) -> Value:
+def typed_value(type: int, raw: BytesLike) -> Value:
     """A value of an attribute by its format: int (an enumerator where the value has a name),
     IPv4Address, str without its closing NUL, or bytes. Bytes too when they do not have the form."""
+    if not isinstance(raw, bytes):
+        if not isinstance(raw, (bytearray, memoryview)):
+            raise TypeError(f"what is stored is bytes, not {raw.__class__.__name__}")
+        raw = bytes(raw)
     form = attribute_format(type)
     if form == Format.STRING:
         text = raw[:-1] if raw.endswith(b"\0") else raw
@@ -88,16 +89,16 @@ def raw_value(type: int, value: Settable) -> bytes:
         return bytes(value)
     form = attribute_format(type)
     if form == Format.IPADDR:
-        if isinstance(value, bool) or not isinstance(value, (int, str, ipaddress.IPv4Address)):
+        if is_whole(value):
+            value = whole(value, _shown(type))
+        elif not isinstance(value, (str, ipaddress.IPv4Address)):
             raise TypeError(f"{_shown(type)} is an IPv4 address: give a str, an int or an IPv4Address")
         return int(ipaddress.IPv4Address(value)).to_bytes(4, sys.byteorder)
     if form == Format.INTEGER:
-        if isinstance(value, bool) or not isinstance(value, int):
+        if not is_whole(value):
             raise TypeError(f"{_shown(type)} is an integer, not {value.__class__.__name__}; bytes are stored as they are")
         length = 8 if type in _LONG else 4
-        if not 0 <= value < 1 << 8 * length:
-            raise ValueError(f"{_shown(type)} has {length} bytes: {value.__class__.__name__} out of range")
-        return int(value).to_bytes(length, sys.byteorder)
+        return whole(value, _shown(type), (1 << 8 * length) - 1).to_bytes(length, sys.byteorder)
     if form == Format.STRING:
         if not isinstance(value, str):
             raise TypeError(f"{_shown(type)} is a text, not {value.__class__.__name__}; bytes are stored as they are")
@@ -127,9 +128,13 @@ class Attribute(_AttributeFields):
 
     def __new__(cls, type: int, tag: int, flags: int, raw: bytes) -> "Attribute":
         """A pair of what is given; lists check it when they take it."""
-        if raw.__class__ is bytes and isinstance(type, int) and type in _SECRETS:
+        if raw.__class__ in HIDEABLE and is_whole(type) and type in _SECRETS:
             raw = SecretBytes(raw)
         return super().__new__(cls, type, tag, flags, raw)
+
+    @classmethod
+    def _make(cls: "Type[_AnyAttribute]", iterable: Iterable[Any]) -> "_AnyAttribute":  # type: ignore[override]
+        return cls(*iterable)  # that of tuples, which _replace() calls, would not mask
 
     @property
     def name(self) -> Optional[str]:
@@ -147,7 +152,7 @@ class Attribute(_AttributeFields):
         return is_secret(self.type)
 
     def __repr__(self) -> str:
-        value = repr(MASK) if self.secret and self.raw else repr(self.value)
+        value = repr(MASK) if self.secret and self.raw else repr(self.value if isinstance(self.raw, bytes) else self.raw)
         more = "".join(f", {name}={number:#x}" for name, number in (("tag", self.tag), ("flags", self.flags)) if number)
         return f"Attribute({_shown(self.type)}, {value}{more})"
 
@@ -299,10 +304,8 @@ class AttributeList(MutableSequence[Attribute]):
             # It may have been made by hand, from anything.
             if pair.type == _DELETED or not isinstance(pair.raw, bytes):
                 return Attribute.of(pair.type, pair.raw, pair.tag, pair.flags)
-            _word(pair.type, "type")
-            _word(pair.tag, "tag")
-            _word(pair.flags, "flags")
-            return pair
+            words = _word(pair.type, "type"), _word(pair.tag, "tag"), _word(pair.flags, "flags")
+            return pair if all(isinstance(word, int) for word in pair[:3]) else Attribute(*words, pair.raw)
         if isinstance(pair, tuple) and 2 <= len(pair) <= 4:
             return Attribute.of(*pair)
         raise TypeError("a pair is an Attribute or a tuple (attribute, value[, tag[, flags]])")
@@ -395,7 +398,7 @@ class AttributeList(MutableSequence[Attribute]):
         if isinstance(key, (Attr, str)):
             wanted = resolve(key)
             return any(pair.type == wanted for pair in self._pairs)
-        if isinstance(key, int):
+        if hasattr(key, "__index__"):
             raise TypeError("an attribute without a name is not looked up by 'in': use get(number) is not None, or types()")
         return key in self._pairs
 

@@ -11,6 +11,7 @@ from ._load import ffi, lib, taken, utf8
 from .lists import BytesLike
 
 __all__ = ["decode", "encode", "kinds", "looks_like_text", "to_text", "unhex"]
+__tracebackhide__ = True  # see _load
 
 # Bytes of the longest message that is shown.
 MOST = 64 << 20
@@ -63,13 +64,24 @@ def to_text(data: BytesLike, kind: str = "auto", show_secrets: bool = False) -> 
     return taken(lib.aaapy_show(message, len(message), _kind(kind), bool(show_secrets), 1)).decode("utf-8", "replace")
 
 
+def _json(document: Dict[str, Any]) -> str:
+    """A document as text. The exception of the encoder would hold its frames, and with them the values."""
+    try:
+        return json.dumps(document)
+    except (TypeError, ValueError) as failure:
+        wrong, reason = type(failure), str(failure)
+    except RecursionError:
+        wrong, reason = ValueError, "it has too many levels"
+    raise wrong(f"the description is no JSON: {reason}")
+
+
 def encode(description: Union[str, Dict[str, Any]]) -> bytes:
     """The bytes of a message from what decode() or to_text() gives with its secrets, or the same by hand.
 
     Lengths, counts and padding follow from the rest. Raises ValueError with the place of what is wrong.
     """
     if isinstance(description, dict):
-        description = json.dumps(description)
+        description = _json(description)
     if not isinstance(description, str):
         raise TypeError(f"a description is a dict or a str, not {type(description).__name__}")
     text = utf8(description, "a description")

@@ -23,6 +23,7 @@ from .client import Client
 from .sysdb import Database, Delete, Expect, Prune, Set, _raw
 
 __all__ = ["PrivateService", "hash_of"]
+__tracebackhide__ = True  # see _load
 
 _PATIENCE = 60.0  # seconds that a busy machine may take to start the service
 _DIGITS = "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"

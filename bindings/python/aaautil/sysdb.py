@@ -14,14 +14,16 @@ import threading
 import time
 import weakref
 from collections import deque
-from typing import Any, Deque, Iterator, List, NamedTuple, Optional, Sequence, Tuple, Union
+from typing import (Any, Deque, Iterable, Iterator, List, NamedTuple, NoReturn, Optional, Sequence, Tuple, Type, TypeVar, Union,
+                    cast)
 
-from ._load import Handle, ffi, lib, utf8
-from .dictionary import MASK, SecretBytes
+from ._load import Handle, ffi, is_whole, lib, seconds, utf8, whole
+from .dictionary import HIDEABLE, MASK, SecretBytes
 from .errors import AaaError, check, error
 from .lists import BytesLike
 
 __all__ = ["Change", "Database", "Delete", "Entry", "Expect", "Item", "ItemType", "Prune", "Set", "Watch"]
+__tracebackhide__ = True  # see _load
 
 TupleValue = Tuple[Union[int, str], ...]
 ItemValue = Union[int, str, TupleValue, bytes]
@@ -51,11 +53,11 @@ def _shown(text: bytes) -> str:
 
 
 def _type(type: object) -> int:
-    if isinstance(type, bool) or not isinstance(type, int):
-        raise TypeError("the type of an item is an integer, such as ItemType.STRING")
-    if not 0 <= type <= 0xFFFFFFFF:
-        raise ValueError("the type of an item is from 0 to 4294967295")
-    return type
+    return whole(type, "the type of an item, such as ItemType.STRING,")
+
+
+# For one call of the system; the wait goes on after it.
+_MOST_SECONDS = 86400.0
 
 
 # ---- values
@@ -69,13 +71,12 @@ def _pack_tuple(fields: Sequence[object]) -> bytes:
         raise ValueError(f"a tuple has 1 to {_MOST_FIELDS} fields, not {len(fields)}")
     form, arguments = "", []
     for field in fields:
-        if isinstance(field, bool) or not isinstance(field, (int, str)):
-            raise TypeError(f"the fields of a tuple are int and str, not {type(field).__name__}")
-        if isinstance(field, int):
-            if not -(1 << 31) <= field < 1 << 32:
-                raise ValueError("an integer of a tuple has 32 bits")
+        if is_whole(field):
+            number = whole(field, "an integer of a tuple", least=-(1 << 31))
             form += "%d"
-            arguments.append(ffi.cast("int", field if field < 1 << 31 else field - (1 << 32)))
+            arguments.append(ffi.cast("int", number if number < 1 << 31 else number - (1 << 32)))
+        elif not isinstance(field, str):
+            raise TypeError(f"the fields of a tuple are int and str, not {type(field).__name__}")
         else:
             form += "%s"
             name = _path(field, "a name of a tuple")
@@ -116,11 +117,8 @@ def _raw(value: object, type: Optional[int]) -> Tuple[int, bytes]:
         return _type(type), bytes(value)
     if isinstance(value, bool):
         raise TypeError("an item cannot hold a bool; store 0 or 1")
-    if isinstance(value, int):
-        found = ItemType.U32
-        if not 0 <= value <= 0xFFFFFFFF:
-            raise ValueError("a number of the database is from 0 to 4294967295")
-        raw = int(value).to_bytes(4, sys.byteorder)
+    if is_whole(value):
+        found, raw = ItemType.U32, whole(value, "a number of the database").to_bytes(4, sys.byteorder)
     elif isinstance(value, str):
         found, raw = ItemType.STRING, _path(value, "a text") + b"\0"
     elif isinstance(value, (tuple, list)):
@@ -143,6 +141,9 @@ class _ItemFields(NamedTuple):
     raw: bytes
 
 
+_AnyItem = TypeVar("_AnyItem", bound="Item")
+
+
 class Item(_ItemFields):
     """An item as it is stored. repr() shows numbers and tuples; texts may be secret, so ``raw`` is
     :class:`aaautil.SecretBytes` for all but numbers and tuples."""
@@ -151,14 +152,18 @@ class Item(_ItemFields):
 
     def __new__(cls, type: int, raw: bytes) -> "Item":
         """An item of what is given."""
-        if raw.__class__ is bytes and type not in (ItemType.U32, ItemType.TUPLE):
+        if raw.__class__ in HIDEABLE and type not in (ItemType.U32, ItemType.TUPLE):
             raw = SecretBytes(raw)
         return super().__new__(cls, type, raw)
+
+    @classmethod
+    def _make(cls: "Type[_AnyItem]", iterable: Iterable[Any]) -> "_AnyItem":  # type: ignore[override]
+        return cls(*iterable)  # that of tuples, which _replace() calls, would not mask
 
     def __repr__(self) -> str:
         try:
             return f"Item(type={self.type!r}, value={_masked(self.value)})"
-        except AaaError:
+        except (AaaError, TypeError, AttributeError):  # the bytes are damaged, or it was made by hand of something else
             return f"Item(type={self.type!r}, raw={MASK!r})"
 
     @property
@@ -187,40 +192,91 @@ class Entry(NamedTuple):
 
 # ---- changes
 
-class Set(NamedTuple):
+class _Planned:
+    """A change that apply() is to make. It is no tuple, nor of another kind that programs for tests compare field by
+    field: they would print the value. Nothing of it is changed after it was made."""
+
+    __slots__ = ("path",)
+    path: str
+
+    def __init__(self, path: str) -> None:
+        object.__setattr__(self, "path", path)
+
+    def _fields_of_it(self) -> Tuple[Any, ...]:
+        return (self.path,)
+
+    def __eq__(self, other: object) -> bool:
+        if type(other) is not type(self):
+            return NotImplemented
+        return self._fields_of_it() == cast(_Planned, other)._fields_of_it()
+
+    def __hash__(self) -> int:
+        return hash((type(self).__name__, self._fields_of_it()))
+
+    def __setattr__(self, name: str, value: object) -> NoReturn:
+        raise AttributeError(f"a {type(self).__name__} is not changed: make another one")
+
+    def __delattr__(self, name: str) -> NoReturn:
+        raise AttributeError(f"a {type(self).__name__} is not changed: make another one")
+
+    def __reduce__(self) -> Tuple[Any, ...]:
+        return type(self), self._fields_of_it()
+
+    def __repr__(self) -> str:
+        return f"{type(self).__name__}({self.path!r})"
+
+
+class _PlannedValue(_Planned):
+    __slots__ = ("value", "type")
+    value: Any
+    type: Optional[int]
+
+    def _fields_of_it(self) -> Tuple[Any, ...]:
+        return self.path, self.value, self.type
+
+    def __repr__(self) -> str:
+        more = "" if self.type is None else f", type={self.type!r}"
+        return f"{self.__class__.__name__}({self.path!r}, {_masked(self.value)}{more})"
+
+
+class Set(_PlannedValue):
     """Creates or replaces an item. repr() shows numbers and tuples; texts may be secret."""
 
-    path: str
-    value: Union[ItemValue, BytesLike, List[Union[int, str]]]
-    type: Optional[int] = None
+    __slots__ = ()
+    __match_args__ = ("path", "value", "type")
 
-    def __repr__(self) -> str:
-        more = "" if self.type is None else f", type={self.type!r}"
-        return f"Set({self.path!r}, {_masked(self.value)}{more})"
+    def __init__(self, path: str, value: "Union[ItemValue, BytesLike, List[Union[int, str]]]",
+                 type: Optional[int] = None) -> None:
+        super().__init__(path)
+        object.__setattr__(self, "value", value)
+        object.__setattr__(self, "type", type)
 
 
-class Delete(NamedTuple):
+class Delete(_Planned):
     """Deletes an item, which must be there."""
 
-    path: str
+    __slots__ = ()
+    __match_args__ = ("path",)
 
 
-class Prune(NamedTuple):
+class Prune(_Planned):
     """Deletes all below a directory that no other change of the call sets or expects."""
 
-    path: str
+    __slots__ = ()
+    __match_args__ = ("path",)
 
 
-class Expect(NamedTuple):
+class Expect(_PlannedValue):
     """Changes nothing; the item must have the value, or be absent for None."""
 
-    path: str
-    value: Union[ItemValue, BytesLike, List[Union[int, str]], None]
-    type: Optional[int] = None
+    __slots__ = ()
+    __match_args__ = ("path", "value", "type")
 
-    def __repr__(self) -> str:
-        more = "" if self.type is None else f", type={self.type!r}"
-        return f"Expect({self.path!r}, {_masked(self.value)}{more})"
+    def __init__(self, path: str, value: "Union[ItemValue, BytesLike, List[Union[int, str]], None]",
+                 type: Optional[int] = None) -> None:
+        super().__init__(path)
+        object.__setattr__(self, "value", value)
+        object.__setattr__(self, "type", type)
 
 
 class Change(NamedTuple):
@@ -389,6 +445,8 @@ class Database(Handle):
 
         On failure the exception has the index of the change that was refused as ``failed``, or None.
         """
+        if isinstance(changes, _Planned):
+            raise TypeError(f"changes are several: a list or a tuple, not a {changes.__class__.__name__}")
         given = [*changes]
         records = ffi.new("sysdb_change_t[]", len(given))
         keep: "List[Any]" = []
@@ -412,6 +470,24 @@ class Database(Handle):
         bound = self.path
         self._open()
         return Watch(bound, path, initial)
+
+
+class _Held:
+    """A connection until it is released: by whom it was given to, or where that one is dropped, such as by a loop that ends
+    without having called it."""
+
+    __slots__ = ("_handle",)
+
+    def __init__(self, handle: int) -> None:
+        self._handle = handle
+
+    def release(self) -> None:
+        handle, self._handle = self._handle, 0
+        if handle:
+            # The child's copy of a watch: unbinding it leaves the parent's alone.
+            lib._sysdb_unbind(handle)
+
+    __del__ = release
 
 
 class Watch(Handle):
@@ -475,10 +551,11 @@ class Watch(Handle):
 
         close() in another thread ends the wait: the result is what has been found until then.
         """
+        limit = None if timeout is None else seconds(timeout, "the timeout")
         if not self._changes:
             self._dispatch()
-        if not self._changes and (timeout is None or timeout > 0):
-            self._wait(None if timeout is None else time.monotonic() + timeout)
+        if not self._changes and (limit is None or limit > 0):
+            self._wait(None if limit is None else time.monotonic() + limit)
         found = list(self._changes)
         self._changes.clear()
         return found
@@ -497,7 +574,7 @@ class Watch(Handle):
                 left = None if deadline is None else deadline - time.monotonic()
                 if left is not None and left <= 0:
                     break
-                waits.poll(None if left is None else left * 1000)
+                waits.poll(None if left is None else min(left, _MOST_SECONDS) * 1000)
                 if self._handle:
                     self._dispatch()
         finally:
@@ -515,26 +592,24 @@ class Watch(Handle):
             end, self._end_of_wait = self._end_of_wait, None
             if end is not None:
                 os.close(end)
+        held = _Held(handle)
         if waiter is not None and self._pid == os.getpid():
             loop = waiter.get_loop()
             try:
-                if not loop.is_closed() and loop is not _running_loop():
+                if loop.is_running() and loop is not _running_loop():
                     # The descriptor is closed when the loop has let go of it, and not before.
-                    loop.call_soon_threadsafe(self._end, handle, waiter)
+                    loop.call_soon_threadsafe(self._end, held, waiter)
                     return
             except RuntimeError:
                 pass  # it was closed at this moment
-        self._end(handle, waiter)
+        self._end(held, waiter)
 
-    def _end(self, handle: int, waiter: "Optional[asyncio.Future[None]]") -> None:
-        if waiter is not None:
-            loop = waiter.get_loop()
-            if not loop.is_closed():
-                loop.remove_reader(self._descriptor)
+    def _end(self, held: _Held, waiter: "Optional[asyncio.Future[None]]") -> None:
+        try:
+            if waiter is not None and _let_go(waiter, self._descriptor):
                 _wake(waiter)
-        if handle:
-            # The child's copy of a watch: unbinding it leaves the parent's alone.
-            lib._sysdb_unbind(handle)
+        finally:
+            held.release()
 
     def __enter__(self) -> "Watch":
         self._open()
@@ -569,18 +644,33 @@ class Watch(Handle):
         return self._changes.popleft()
 
     async def _readable(self) -> None:
-        if self._waiter is not None:
+        if self._waiter is not None and not self._waiter.get_loop().is_closed():
             raise RuntimeError("another task waits for this watch: make one for each task")
         loop = asyncio.get_running_loop()
         waiter = self._waiter = loop.create_future()
-        self._open()
-        loop.add_reader(self._descriptor, _wake, waiter)
         try:
+            if not self._handle:
+                return  # another thread closed it before it could see the waiter
+            self._open()
+            loop.add_reader(self._descriptor, _wake, waiter)
             await waiter
         finally:
             if self._waiter is waiter:
                 self._waiter = None
-                loop.remove_reader(self._descriptor)
+                _let_go(waiter, self._descriptor)
+
+
+def _let_go(waiter: "asyncio.Future[None]", descriptor: int) -> bool:
+    """Has the waiter's loop wait for the descriptor no more; whether the loop is still open. A task may be dropped after its
+    loop was closed, which has let go of every descriptor then."""
+    loop = waiter.get_loop()
+    try:
+        if not loop.is_closed():
+            loop.remove_reader(descriptor)
+            return True
+    except RuntimeError:
+        pass  # it was closed at this moment
+    return False
 
 
 def _running_loop() -> Optional[asyncio.AbstractEventLoop]:
@@ -592,7 +682,10 @@ def _running_loop() -> Optional[asyncio.AbstractEventLoop]:
 
 def _wake(waiter: "asyncio.Future[None]") -> None:
     if not waiter.done():
-        waiter.set_result(None)
+        try:
+            waiter.set_result(None)
+        except RuntimeError:
+            pass  # the loop was closed at this moment: no one waits there
 
 
 _OPERATIONS = {lib.SYSDB_EVENT_SET: "set", lib.SYSDB_EVENT_CREATE: "create", lib.SYSDB_EVENT_DELETE: "delete"}

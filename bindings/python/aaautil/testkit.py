@@ -11,6 +11,7 @@ from typing import Any, Callable, Dict, List, Optional, Sequence, Tuple, Union
 
 from ._load import ffi as _native_ffi
 from ._load import lib as _native_lib
+from ._load import whole
 from .lists import BytesLike
 from .sysdb import Item, ItemType, ItemValue, _path, _raw
 
@@ -21,6 +22,7 @@ if os.environ.get("AAAUTIL_TESTKIT") != "1":
 from ._testkit import ffi, lib  # noqa: E402
 
 __all__ = ["Testkit"]
+__tracebackhide__ = True  # see _load
 
 FOREVER: int = lib.TESTKIT_FOREVER
 _misuse: List[str] = []
@@ -44,11 +46,7 @@ def _text(pointer: Any) -> Optional[str]:
 
 
 def _code(value: int, what: str) -> int:
-    if isinstance(value, bool) or not isinstance(value, int):
-        raise TypeError(f"{what} is an integer, not {type(value).__name__}")
-    if not 0 <= value <= 0xFFFFFFFF:
-        raise ValueError(f"{what} is from 0 to 4294967295")
-    return int(value)
+    return whole(value, what)
 
 
 def _full(path: str) -> bytes:

@@ -161,7 +161,8 @@ uint32_t type_in(std::string_view word) {
     return *type;
 }
 
-void read_option(Pair &pair, std::string_view word) {
+// A word that is no option is not shown: it may be what is left of a password that was quoted wrongly.
+void read_option(Pair &pair, std::string_view word, size_t place) {
     if (word.starts_with("tag=")) {
         pair.tag = static_cast<uint32_t>(number_in(word.substr(4), UINT32_MAX));
     } else if (word.starts_with("flags=")) {
@@ -169,7 +170,7 @@ void read_option(Pair &pair, std::string_view word) {
     } else if (word.starts_with("padding=")) {
         pair.padding = bytes_of(word.substr(8));
     } else {
-        throw Refused{"'" + escaped(word) + "' is none of tag=, flags= and padding="};
+        throw Refused{"word " + std::to_string(place) + " is none of tag=, flags= and padding="};
     }
 }
 
@@ -181,7 +182,7 @@ void read_pair(Draft &draft, const Words &words) {
     pair.type = type_in(words[1]);
     pair.value = value_of(words[2], pair.type);
     for (size_t i = 3; i < words.size(); ++i) {
-        read_option(pair, words[i]);
+        read_option(pair, words[i], i + 1);
     }
     draft.pair(std::move(pair));
 }

@@ -418,10 +418,13 @@ class list {
         return update(type, detail::text_in(buffer), options, instance);
     }
 
-    /** Changes the attribute at a position; as update(). The position is spent. */
+    /**
+     * Changes the attribute at a position; as update(). The position is spent.
+     * @return as update(); errc::invalid_argument for an end, a position in another list, or a deleted pair
+     */
     template <storable Value>
     result<void> update(iterator position, const Value &value, pair_options options = {}) noexcept {
-        if (list_ == nullptr || position == end()) {
+        if (!holds(position.at_)) {
             return why(AAA_ERR_INVALID_ARG);
         }
         return detail::store_value(value, [&](const void *bytes, std::uint32_t length) -> result<void> {
@@ -457,9 +460,12 @@ class list {
         return erase_value(type, detail::text_in(buffer));
     }
 
-    /** Deletes the attribute at a position, which is spent like every other one. */
+    /**
+     * Deletes the attribute at a position, which is spent like every other one.
+     * @return errc::invalid_argument for an end, a position in another list, or a deleted pair
+     */
     result<void> erase(iterator position) noexcept {
-        if (list_ == nullptr || position == end()) {
+        if (!holds(position.at_)) {
             return why(AAA_ERR_INVALID_ARG);
         }
         return outcome(aaa_avpair_delete_by_iterator(&position.at_, list_));
@@ -657,6 +663,27 @@ class list {
             return static_cast<cerrno>(errc::full_list);
         }
         return AAA_OK;
+    }
+
+    /* Whether a position is at a live pair of this list. The C functions do not look: they would count the
+     * pair, and unlink its buffer, in the wrong list. Of the position's buffer only the address is used
+     * until it is found among those of the list, as a spent position may be in memory that was freed. */
+    bool holds(const aaa_avpair_iterator_t &at) const noexcept {
+        if (list_ == nullptr) {
+            return false;
+        }
+        const avpair_buffer_t *buf = list_->avpair_first_buf;
+        while (buf != nullptr && buf != at.curr_buf) {
+            buf = buf != list_->avpair_last_buf ? buf->hdr.next : nullptr;
+        }
+        if (buf == nullptr) {
+            return false;
+        }
+        const auto pair = reinterpret_cast<std::uintptr_t>(at.curr_avp);
+        const auto first = reinterpret_cast<std::uintptr_t>(buf) + sizeof *buf;
+        const auto end = reinterpret_cast<std::uintptr_t>(buf->hdr.free_mem);
+        return first <= pair && pair < end && end - pair >= sizeof(avpair_t) &&
+               at.curr_avp->av_type != AAA_ATTR_MAX;
     }
 
     failure why_packed(cerrno rc) const noexcept { return rc == AAA_ERR_INVALID_ARG ? why(rc) : failure(rc); }
