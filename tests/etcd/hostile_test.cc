@@ -192,4 +192,48 @@ TEST_F(EtcdHostile, AReplyThatIsOlderThanTheStreamIsNoReset) {
     EXPECT_EQ(1u, streams);
 }
 
+// Servers that were restored from a backup have given the revisions that a node has seen to other changes.
+TEST_F(EtcdHostile, TheSameRevisionsMayBeOtherChanges) {
+    for (const std::string last : {"n 1", "n 2"}) {
+        std::mutex mutex;
+        unsigned loads = 0;
+        unsigned streams = 0;
+        unsigned verifications = 0;
+        const auto page = [&](const std::string &more) {
+            return http("200 OK", std::string("{") + kHead + more + "}");
+        };
+        Server server([&](const std::string &request) -> std::string {
+            const std::lock_guard lock(mutex);
+            if (request.starts_with("POST /v3/watch")) {
+                const std::string created =
+                    std::string("{\"result\":{") + kHead + R"(,"created":true}})" + "\n";
+                // The first stream ends.
+                return ++streams == 1 ? http("200 OK", created)
+                                      : "HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n" + created;
+            }
+            const std::string changed = item(names_.changed(), loads == 0 || streams == 0 ? "n 1" : last, 8);
+            if (request.find(in_base64("key", names_.own())) != std::string::npos) {
+                return page("");
+            }
+            if (request.find(in_base64("key", names_.changed())) == std::string::npos) {
+                ++loads;
+                return page(",\"kvs\":[" + changed + "," + item(names_.format(), kFormat) + "]");
+            }
+            verifications += request.find(R"("revision":"9")") != std::string::npos;
+            return page(",\"kvs\":[" + changed + "]");
+        });
+        Client client(loop_, address_of({server.url()}));
+        Mirror mirror(loop_, client, names_);
+        mirror.start();
+        run_until([&] {
+            const std::lock_guard lock(mutex);
+            return streams == 2;
+        });
+        run_until([&] { return mirror.state() == Mirror::State::kFollowing; });
+        const std::lock_guard lock(mutex);
+        EXPECT_EQ(1u, verifications);
+        EXPECT_EQ(last == "n 1" ? 1u : 2u, loads) << last;
+    }
+}
+
 }  // namespace

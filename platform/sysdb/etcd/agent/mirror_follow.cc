@@ -35,6 +35,10 @@ void Mirror::follow() {
         });
         return;
     }
+    if (!is_verified_) {
+        verify();
+        return;
+    }
     stream_ = client_.open_stream(
         kWatchPath, watch_request(names_.first(), names_.end(), revision_ + 1),
         {[this](std::string_view line) { return take_line(line); },
@@ -53,6 +57,49 @@ void Mirror::follow() {
     next_poll_.set(loop_.now());
 }
 
+// Before changes after revision_ are taken: those up to there must still be the ones that were stored.
+void Mirror::verify() {
+    client_.call_at(stream_endpoint_, kRangePath, range_request({names_.changed(), {}, revision_, 0, false}),
+                    [this, alive = alive_](const Reply &reply) {
+                        if (*alive && stream_ == 0 && loading_ == nullptr) {
+                            take_verification(reply);
+                        }
+                    });
+}
+
+void Mirror::take_verification(const Reply &reply) {
+    RangeReply range;
+    if (reply.kind == Reply::Kind::kOk && !parse_range(reply.body, range)) {
+        follow_again("the server's reply is malformed");
+        return;
+    }
+    const bool has_no_such_revision =
+        reply.kind == Reply::Kind::kRefused && reply.reason.find("revision") != std::string::npos;
+    if (reply.kind != Reply::Kind::kOk && !has_no_such_revision) {
+        follow_again(reply.reason);
+        return;
+    }
+    LastChange last;
+    if (!range.items.empty()) {
+        last = {range.items[0].mod_revision, range.items[0].value};
+    }
+    if (has_no_such_revision) {
+        report_missing_revision(revision_);
+        load(false);
+        return;
+    }
+    if (range.header.cluster != cluster_ || last != last_change_) {
+        sysdb_lmdb::log(
+            sysdb_lmdb::kLogWarning,
+            "the cluster has another history than before, as one that was restored from a backup; "
+            "comparing with its newest revision");
+        load(false);
+        return;
+    }
+    is_verified_ = true;
+    follow();
+}
+
 void Mirror::stop_following() {
     client_.cancel(stream_);
     stream_ = 0;
@@ -60,6 +107,7 @@ void Mirror::stop_following() {
 }
 
 void Mirror::follow_again(const std::string &why) {
+    is_verified_ = false;
     client_.leave_endpoint(stream_endpoint_);
     if (state_ == State::kFollowing) {
         sysdb_lmdb::log(sysdb_lmdb::kLogWarning, "the connection to the cluster is lost (%s); trying %s",
@@ -105,6 +153,7 @@ bool Mirror::take_events(const WatchReply &reply) {
     std::vector<sysdb_lmdb::MirroredItem> items;
     std::map<std::string, std::uint64_t> changed;
     std::uint64_t newest = revision_;
+    LastChange last_change = last_change_;
     for (const WatchEvent &event : reply.events) {
         if (event.item.mod_revision < newest || event.item.mod_revision <= revision_) {
             return false;  // not in their order
@@ -114,6 +163,11 @@ bool Mirror::take_events(const WatchReply &reply) {
             // Someone removes the configuration of all nodes, or begins to import another one.
             full_load_ = true;
             return false;
+        }
+        if (event.item.key == names_.changed()) {
+            last_change =
+                event.deleted ? LastChange() : LastChange{event.item.mod_revision, event.item.value};
+            continue;
         }
         const std::string_view path = names_.path_of(event.item.key);
         if (path.empty()) {
@@ -143,6 +197,7 @@ bool Mirror::take_events(const WatchReply &reply) {
         }
     }
     revision_ = newest;
+    last_change_ = std::move(last_change);
     wake_waiters();
     return true;
 }

@@ -66,10 +66,7 @@ void Mirror::take_page(Reply reply) {
     }
     if (reply.kind == Reply::Kind::kRefused && loading_->asked != 0 &&
         reply.reason.find("revision") != std::string::npos) {
-        // Compacted, or of a cluster that was set back: what differs is found by comparison.
-        sysdb_lmdb::log(sysdb_lmdb::kLogInfo,
-                        "the cluster does not have revision %llu any more; comparing with the newest one",
-                        static_cast<unsigned long long>(loading_->asked));
+        report_missing_revision(loading_->asked);
         load(false);
         return;
     }
@@ -126,6 +123,10 @@ bool Mirror::take_loaded(const KeyValue &item) {
     if (item.key == names_.format()) {
         loading_->has_format = item.value == kFormat;
         loading_->own[item.key] = item.mod_revision;
+        return true;
+    }
+    if (item.key == names_.changed()) {
+        loading_->last_change = {item.mod_revision, item.value};
         return true;
     }
     const std::string_view path = names_.path_of(item.key);
@@ -192,6 +193,8 @@ void Mirror::finish_load() {
     own_ = std::move(done->own);
     own_as_of_ = done->own_as_of;
     revision_ = done->revision;
+    last_change_ = std::move(done->last_change);
+    is_verified_ = true;
     polled_ = 0;
     follow();
     wake_waiters();
