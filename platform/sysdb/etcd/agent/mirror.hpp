@@ -88,6 +88,7 @@ class Mirror {
         std::uint64_t revision = 0;
         std::uint64_t cluster = 0;
         std::uint64_t own_as_of = 0;
+        std::size_t bytes = 0;  // of keys and values so far
         std::uint32_t limit = 0;
         std::string next;
         std::string end;
@@ -150,6 +151,7 @@ class Mirror {
     std::uint64_t load_number_ = 0;
     std::uint64_t stream_ = 0;
     std::size_t stream_endpoint_ = 0;
+    std::string stream_fault_;  // of a reply, which ends the stream
     unsigned misses_ = 0;
     unsigned failures_ = 0;
     bool full_load_ = false;  // the next load is of the newest revision

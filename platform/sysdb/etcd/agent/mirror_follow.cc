@@ -3,6 +3,7 @@
 // Following the cluster's changes, and polling the server that sends them.
 
 #include <algorithm>
+#include <utility>
 
 #include "agent/mirror.hpp"
 #include "host.hpp"
@@ -21,6 +22,7 @@ constexpr std::uint32_t kPolledKeys = 8;
 // From any state: a stream that is replaced is not heard any more.
 void Mirror::follow() {
     stop_following();
+    stream_fault_.clear();
     stream_endpoint_ = client_.endpoint();
     if (client_.needs_token()) {
         client_.fetch_token([this, alive = alive_](const Reply &reply) {
@@ -39,17 +41,19 @@ void Mirror::follow() {
         verify();
         return;
     }
-    stream_ = client_.open_stream(
-        kWatchPath, watch_request(names_.first(), names_.end(), revision_ + 1),
-        {[this](std::string_view line) { return take_line(line); },
-         [this, alive = alive_](const Reply &reply) {
-             if (!*alive) {
-                 return;
-             }
-             stream_ = 0;
-             full_load_ = full_load_ || reply.too_large;
-             follow_again(reply.reason.empty() ? "the server ended the stream" : reply.reason);
-         }});
+    stream_ = client_.open_stream(kWatchPath, watch_request(names_.first(), names_.end(), revision_ + 1),
+                                  {[this](std::string_view line) { return take_line(line); },
+                                   [this, alive = alive_](const Reply &reply) {
+                                       if (!*alive) {
+                                           return;
+                                       }
+                                       stream_ = 0;
+                                       full_load_ = full_load_ || reply.too_large;
+                                       const std::string fault = std::exchange(stream_fault_, {});
+                                       follow_again(!fault.empty()          ? fault
+                                                    : !reply.reason.empty() ? reply.reason
+                                                                            : "the server ended the stream");
+                                   }});
     if (stream_ == 0) {
         follow_again("no memory for a request");
         return;
@@ -120,16 +124,17 @@ void Mirror::follow_again(const std::string &why) {
 bool Mirror::take_line(std::string_view line) {
     WatchReply reply;
     if (!parse_watch(line, reply)) {
-        sysdb_lmdb::log(sysdb_lmdb::kLogError, "a reply of %s is malformed; trying another server",
-                        client_.endpoints()[stream_endpoint_].c_str());
+        stream_fault_ = "the server's reply is malformed";
         return false;
     }
     if (reply.canceled) {
         full_load_ = full_load_ || reply.compact_revision != 0;
+        stream_fault_ = reply.reason.empty() ? "the server ended the stream" : printable(reply.reason);
         return false;
     }
     if (reply.header.cluster != cluster_) {
         full_load_ = true;
+        stream_fault_ = "the server is one of another cluster";
         return false;
     }
     if (reply.created) {
@@ -156,12 +161,14 @@ bool Mirror::take_events(const WatchReply &reply) {
     LastChange last_change = last_change_;
     for (const WatchEvent &event : reply.events) {
         if (event.item.mod_revision < newest || event.item.mod_revision <= revision_) {
-            return false;  // not in their order
+            stream_fault_ = "the server's changes are not in their order";
+            return false;
         }
         newest = event.item.mod_revision;
         if (event.item.key == names_.format()) {
             // Someone removes the configuration of all nodes, or begins to import another one.
             full_load_ = true;
+            stream_fault_ = "the cluster's configuration was removed or is being imported";
             return false;
         }
         if (event.item.key == names_.changed()) {

@@ -7,6 +7,7 @@
 
 #include "agent/mirror.hpp"
 #include "host.hpp"
+#include "settings.hpp"
 
 namespace sysdb_etcd {
 namespace {
@@ -18,6 +19,9 @@ constexpr std::uint32_t kLeastKeys = 16;
 // Pages of short values become larger one by one.
 constexpr std::uint32_t kMostShortKeys = 16384;
 constexpr std::size_t kSmallPage = std::size_t{2} << 20;  // bytes of a reply
+// Of the bytes that a database can have, what its items may have in the cluster, where each key has the
+// prefix too. More cannot be stored, and a server that never ends would otherwise take all memory.
+constexpr std::size_t kTimesTheDatabase = 4;
 
 }  // namespace
 
@@ -100,6 +104,14 @@ void Mirror::take_page(Reply reply) {
             return;
         }
         loading_->next = item.key + '\0';
+        loading_->bytes += item.key.size() + item.value.size();
+        if (const std::size_t room = sysdb_lmdb::read_settings().map_bytes;
+            loading_->bytes / kTimesTheDatabase > room) {
+            retry_later(State::kCannotStore,
+                        "the cluster's configuration is larger than a database of this node can be, " +
+                            std::to_string(room >> 20) + " MiB (AAA_SYSDB_MAP_MIB)");
+            return;
+        }
         if (!take_loaded(item)) {
             return;
         }
