@@ -181,41 +181,45 @@ std::string Cluster::endpoint(std::size_t member) const {
     return options_.scheme + "://" + host(member) + ":" + std::to_string(members_[member].client_port);
 }
 
+std::string Cluster::peer(std::size_t member) const {
+    return "http://" + host(member) + ":" + std::to_string(members_[member].peer_port);
+}
+
+std::string Cluster::directory(std::size_t member) const {
+    const auto own = options_.directories.find(member);
+    return own != options_.directories.end() ? own->second : directory_.path("m" + std::to_string(member));
+}
+
 std::string Cluster::output(std::size_t member) const {
     return directory_.read("log" + std::to_string(member));
 }
 
 void Cluster::start(std::size_t member) {
-    const auto peer = [this](std::size_t i) {
-        return "http://" + host(i) + ":" + std::to_string(members_[i].peer_port);
-    };
     std::string all;
     for (std::size_t i = 0; i < size(); ++i) {
         all += (i == 0 ? "m" : ",m") + std::to_string(i) + "=" + peer(i);
     }
-    const auto own = options_.directories.find(member);
     std::vector<std::string> arguments =
         options_.before.empty() ? std::vector<std::string>() : options_.before[member];
-    const std::vector<std::string> usual = {
-        "etcd",
-        "--name",
-        "m" + std::to_string(member),
-        "--data-dir",
-        own != options_.directories.end() ? own->second : directory_.path("m" + std::to_string(member)),
-        "--listen-client-urls",
-        endpoint(member),
-        "--advertise-client-urls",
-        endpoint(member),
-        "--listen-peer-urls",
-        peer(member),
-        "--initial-advertise-peer-urls",
-        peer(member),
-        "--initial-cluster",
-        all,
-        "--logger",
-        "zap",
-        "--log-level",
-        "warn"};
+    const std::vector<std::string> usual = {"etcd",
+                                            "--name",
+                                            "m" + std::to_string(member),
+                                            "--data-dir",
+                                            directory(member),
+                                            "--listen-client-urls",
+                                            endpoint(member),
+                                            "--advertise-client-urls",
+                                            endpoint(member),
+                                            "--listen-peer-urls",
+                                            peer(member),
+                                            "--initial-advertise-peer-urls",
+                                            peer(member),
+                                            "--initial-cluster",
+                                            all,
+                                            "--logger",
+                                            "zap",
+                                            "--log-level",
+                                            "warn"};
     arguments.insert(arguments.end(), usual.begin(), usual.end());
     if (!options_.certificate.empty()) {
         const std::vector<std::string> tls = {"--cert-file", options_.certificate, "--key-file",
@@ -228,7 +232,7 @@ void Cluster::start(std::size_t member) {
         arguments.insert(arguments.end(), tls.begin(), tls.end());
     }
     // Tests kill programs, not machines.
-    if (own == options_.directories.end()) {
+    if (!options_.directories.contains(member)) {
         arguments.emplace_back("--unsafe-no-fsync");
     }
     arguments.insert(arguments.end(), options_.more.begin(), options_.more.end());

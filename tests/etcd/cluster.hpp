@@ -99,6 +99,8 @@ class Cluster {
     std::size_t leader();
 
     std::string endpoint(std::size_t member) const;
+    std::string peer(std::size_t member) const;       // its address for the other members
+    std::string directory(std::size_t member) const;  // of its data
     std::string output(std::size_t member) const;
     pid_t pid(std::size_t member) const { return members_[member].program.pid(); }
     // The time of day of a member, in seconds since 1970; -1 when it does not say.

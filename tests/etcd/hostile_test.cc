@@ -17,6 +17,7 @@
 #include "gateway/base64.hpp"
 #include "mirror_mark.hpp"
 #include "support/sysdb.hpp"
+#include "support/temp_dir.hpp"
 
 namespace {
 
@@ -190,6 +191,102 @@ TEST_F(EtcdHostile, AReplyThatIsOlderThanTheStreamIsNoReset) {
     const std::lock_guard lock(mutex);
     EXPECT_EQ(2u, loads) << "of the configuration, and of what this node has written";
     EXPECT_EQ(1u, streams);
+}
+
+// Servers that were restored from a backup have given the revisions that a node has seen to other changes.
+TEST_F(EtcdHostile, TheSameRevisionsMayBeOtherChanges) {
+    for (const std::string last : {"n 1", "n 2"}) {
+        std::mutex mutex;
+        unsigned loads = 0;
+        unsigned streams = 0;
+        unsigned verifications = 0;
+        const auto page = [&](const std::string &more) {
+            return http("200 OK", std::string("{") + kHead + more + "}");
+        };
+        Server server([&](const std::string &request) -> std::string {
+            const std::lock_guard lock(mutex);
+            if (request.starts_with("POST /v3/watch")) {
+                const std::string created =
+                    std::string("{\"result\":{") + kHead + R"(,"created":true}})" + "\n";
+                // The first stream ends.
+                return ++streams == 1 ? http("200 OK", created)
+                                      : "HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n" + created;
+            }
+            const std::string changed = item(names_.changed(), loads == 0 || streams == 0 ? "n 1" : last, 8);
+            if (request.find(in_base64("key", names_.own())) != std::string::npos) {
+                return page("");
+            }
+            if (request.find(in_base64("key", names_.changed())) == std::string::npos) {
+                ++loads;
+                return page(",\"kvs\":[" + changed + "," + item(names_.format(), kFormat) + "]");
+            }
+            verifications += request.find(R"("revision":"9")") != std::string::npos;
+            return page(",\"kvs\":[" + changed + "]");
+        });
+        Client client(loop_, address_of({server.url()}));
+        Mirror mirror(loop_, client, names_);
+        mirror.start();
+        run_until([&] {
+            const std::lock_guard lock(mutex);
+            return streams == 2;
+        });
+        run_until([&] { return mirror.state() == Mirror::State::kFollowing; });
+        const std::lock_guard lock(mutex);
+        EXPECT_EQ(1u, verifications);
+        EXPECT_EQ(last == "n 1" ? 1u : 2u, loads) << last;
+    }
+}
+
+// Symptom: such a server took all memory of the machine.
+TEST_F(EtcdHostile, MoreThanADatabaseCanHaveIsNotRead) {
+    const ScopedEnv small("AAA_SYSDB_MAP_MIB", "1");
+    int page = 0;
+    Server server([&](const std::string &) {
+        std::string items;
+        for (int i = 0; i < 10; ++i) {
+            char key[40];
+            std::snprintf(key, sizeof key, "/aaa/cfg/%08d", page * 10 + i);
+            items += (items.empty() ? "" : ",") + item(key, std::string(65536, 'x'));
+        }
+        ++page;
+        return http("200 OK", std::string("{") + kHead + ",\"kvs\":[" + items + "],\"more\":true}");
+    });
+    Client client(loop_, address_of({server.url()}));
+    Mirror mirror(loop_, client, names_);
+    mirror.start();
+    run_until([&] { return mirror.trouble().find("larger than") != std::string::npos; });
+    EXPECT_EQ(Mirror::State::kCannotStore, mirror.state());
+    EXPECT_EQ(0u, mirror.items());
+}
+
+// Symptom: the status said "Failed writing received data" whatever the server had said.
+TEST_F(EtcdHostile, WhyAStreamEndedIsKnown) {
+    const std::string ranges = std::string("{") + kHead + ",\"kvs\":[" + item("/aaa/format", "1") + "]}";
+    const std::string head = std::string("{\"result\":{") + kHead;
+    for (const auto &[line, why] : {
+             std::pair<std::string, std::string>(
+                 head +
+                     R"(,"created":true,"canceled":true,"cancel_reason":"etcdserver: permission denied"}})",
+                 "etcdserver: permission denied"),
+             {R"({"error":{"grpc_code":16,"message":"etcdserver: user name is empty"}})",
+              "user name is empty"},
+             {head + R"(,"canceled":true,"cancel_reason":"bell \u0007"}})", "bell ?"},
+             {R"({"result":{"header":{"cluster_id":"5","member_id":"2","revision":"9"},"created":true}})",
+              "another cluster"},
+             {"no JSON", "malformed"},
+         }) {
+        Server server([&](const std::string &request) {
+            const bool is_own = request.find(in_base64("key", names_.own())) != std::string::npos;
+            return http("200 OK", request.starts_with("POST /v3/watch") ? line + "\n"
+                                  : is_own                              ? std::string("{") + kHead + "}"
+                                                                        : ranges);
+        });
+        Client client(loop_, address_of({server.url()}));
+        Mirror mirror(loop_, client, names_);
+        mirror.start();
+        run_until([&] { return mirror.trouble().find(why) != std::string::npos; });
+        EXPECT_EQ(std::string::npos, mirror.trouble().find("Failed writing")) << mirror.trouble();
+    }
 }
 
 }  // namespace

@@ -130,7 +130,7 @@ class Changes::One : public std::enable_shared_from_this<One> {
                 }
             }
             txn.put(names.turn(turn_), number_);
-            txn.put(names.changed(), names.node());
+            txn.put(names.changed(), names.node() + ' ' + number_);
         } else if (plan_.refusal != 0 && may_be_made_) {
             // Ends the one whose reply was lost: it compares the turn's key, too.
             txn.put(names.turn(turn_), refusal_text());

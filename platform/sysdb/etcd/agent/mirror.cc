@@ -168,6 +168,13 @@ bool Mirror::store(const std::vector<sysdb_lmdb::MirroredItem> &items, std::uint
     return true;
 }
 
+// Compacted, or of a cluster that was set back: what differs is found by comparison.
+void Mirror::report_missing_revision(std::uint64_t revision) {
+    sysdb_lmdb::log(sysdb_lmdb::kLogInfo,
+                    "the cluster does not have revision %llu any more; comparing with the newest one",
+                    static_cast<unsigned long long>(revision));
+}
+
 // Someone else's program wrote it.
 void Mirror::report_odd_key(std::string_view key) {
     std::string shown(key.substr(0, 100));

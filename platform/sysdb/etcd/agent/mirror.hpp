@@ -5,6 +5,9 @@
 // It reads all of it once, as of the revision at which the mirror stopped before, or where the
 // cluster does not have that any more, as of now; stores what differs; and follows all later
 // revisions in their order. Watchers on this node get what differs in the same way as any change.
+// After a lost connection it goes on where it was, if the cluster's last change up to there is still
+// the one that it has seen: servers that were restored from a backup have given the same revisions to
+// other changes.
 // While it follows, it polls the server that it follows: a server that is stopped, or that is
 // cut off from the others, says nothing of its own.
 #pragma once
@@ -69,6 +72,12 @@ class Mirror {
     void on_state(std::function<void()> call) { state_changed_ = std::move(call); }
 
   private:
+    // The key of the last change: its revision and value, or 0 and nothing without one.
+    struct LastChange {
+        std::uint64_t revision = 0;
+        std::string value;
+        friend bool operator==(const LastChange &, const LastChange &) = default;
+    };
     struct Waiter {
         std::uint64_t revision;
         net::Time until;
@@ -79,11 +88,13 @@ class Mirror {
         std::uint64_t revision = 0;
         std::uint64_t cluster = 0;
         std::uint64_t own_as_of = 0;
+        std::size_t bytes = 0;  // of keys and values so far
         std::uint32_t limit = 0;
         std::string next;
         std::string end;
         bool is_own = false;  // after the configuration, the keys of this node
         bool has_format = false;
+        LastChange last_change;
         std::map<std::string, std::uint64_t> revisions;
         std::map<std::string, std::uint64_t> own;
         std::vector<sysdb_lmdb::MirroredItem> differing;
@@ -100,6 +111,8 @@ class Mirror {
     void finish_load();
     // mirror_follow.cc
     void follow();
+    void verify();
+    void take_verification(const Reply &reply);
     bool take_line(std::string_view line);
     bool take_events(const WatchReply &reply);
     void follow_again(const std::string &why);
@@ -111,6 +124,7 @@ class Mirror {
     void set_waiters_timer();
 
     bool store(const std::vector<sysdb_lmdb::MirroredItem> &items, std::uint64_t revision);
+    static void report_missing_revision(std::uint64_t revision);
     void report_odd_key(std::string_view key);
 
     net::Loop &loop_;
@@ -127,6 +141,8 @@ class Mirror {
     std::uint64_t cluster_ = 0;
     std::uint64_t own_as_of_ = 0;
     std::uint64_t polled_ = 0;
+    LastChange last_change_;  // up to revision_
+    bool is_verified_ = false;
     std::map<std::string, std::uint64_t> revisions_;  // path to the revision of its last change
     std::map<std::string, std::uint64_t> own_;        // keys of this node
     std::vector<Waiter> waiters_;
@@ -135,6 +151,7 @@ class Mirror {
     std::uint64_t load_number_ = 0;
     std::uint64_t stream_ = 0;
     std::size_t stream_endpoint_ = 0;
+    std::string stream_fault_;  // of a reply, which ends the stream
     unsigned misses_ = 0;
     unsigned failures_ = 0;
     bool full_load_ = false;  // the next load is of the newest revision

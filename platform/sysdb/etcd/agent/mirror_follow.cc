@@ -3,6 +3,7 @@
 // Following the cluster's changes, and polling the server that sends them.
 
 #include <algorithm>
+#include <utility>
 
 #include "agent/mirror.hpp"
 #include "host.hpp"
@@ -21,6 +22,7 @@ constexpr std::uint32_t kPolledKeys = 8;
 // From any state: a stream that is replaced is not heard any more.
 void Mirror::follow() {
     stop_following();
+    stream_fault_.clear();
     stream_endpoint_ = client_.endpoint();
     if (client_.needs_token()) {
         client_.fetch_token([this, alive = alive_](const Reply &reply) {
@@ -35,22 +37,71 @@ void Mirror::follow() {
         });
         return;
     }
-    stream_ = client_.open_stream(
-        kWatchPath, watch_request(names_.first(), names_.end(), revision_ + 1),
-        {[this](std::string_view line) { return take_line(line); },
-         [this, alive = alive_](const Reply &reply) {
-             if (!*alive) {
-                 return;
-             }
-             stream_ = 0;
-             full_load_ = full_load_ || reply.too_large;
-             follow_again(reply.reason.empty() ? "the server ended the stream" : reply.reason);
-         }});
+    if (!is_verified_) {
+        verify();
+        return;
+    }
+    stream_ = client_.open_stream(kWatchPath, watch_request(names_.first(), names_.end(), revision_ + 1),
+                                  {[this](std::string_view line) { return take_line(line); },
+                                   [this, alive = alive_](const Reply &reply) {
+                                       if (!*alive) {
+                                           return;
+                                       }
+                                       stream_ = 0;
+                                       full_load_ = full_load_ || reply.too_large;
+                                       const std::string fault = std::exchange(stream_fault_, {});
+                                       follow_again(!fault.empty()          ? fault
+                                                    : !reply.reason.empty() ? reply.reason
+                                                                            : "the server ended the stream");
+                                   }});
     if (stream_ == 0) {
         follow_again("no memory for a request");
         return;
     }
     next_poll_.set(loop_.now());
+}
+
+// Before changes after revision_ are taken: those up to there must still be the ones that were stored.
+void Mirror::verify() {
+    client_.call_at(stream_endpoint_, kRangePath, range_request({names_.changed(), {}, revision_, 0, false}),
+                    [this, alive = alive_](const Reply &reply) {
+                        if (*alive && stream_ == 0 && loading_ == nullptr) {
+                            take_verification(reply);
+                        }
+                    });
+}
+
+void Mirror::take_verification(const Reply &reply) {
+    RangeReply range;
+    if (reply.kind == Reply::Kind::kOk && !parse_range(reply.body, range)) {
+        follow_again("the server's reply is malformed");
+        return;
+    }
+    const bool has_no_such_revision =
+        reply.kind == Reply::Kind::kRefused && reply.reason.find("revision") != std::string::npos;
+    if (reply.kind != Reply::Kind::kOk && !has_no_such_revision) {
+        follow_again(reply.reason);
+        return;
+    }
+    LastChange last;
+    if (!range.items.empty()) {
+        last = {range.items[0].mod_revision, range.items[0].value};
+    }
+    if (has_no_such_revision) {
+        report_missing_revision(revision_);
+        load(false);
+        return;
+    }
+    if (range.header.cluster != cluster_ || last != last_change_) {
+        sysdb_lmdb::log(
+            sysdb_lmdb::kLogWarning,
+            "the cluster has another history than before, as one that was restored from a backup; "
+            "comparing with its newest revision");
+        load(false);
+        return;
+    }
+    is_verified_ = true;
+    follow();
 }
 
 void Mirror::stop_following() {
@@ -60,6 +111,7 @@ void Mirror::stop_following() {
 }
 
 void Mirror::follow_again(const std::string &why) {
+    is_verified_ = false;
     client_.leave_endpoint(stream_endpoint_);
     if (state_ == State::kFollowing) {
         sysdb_lmdb::log(sysdb_lmdb::kLogWarning, "the connection to the cluster is lost (%s); trying %s",
@@ -72,16 +124,17 @@ void Mirror::follow_again(const std::string &why) {
 bool Mirror::take_line(std::string_view line) {
     WatchReply reply;
     if (!parse_watch(line, reply)) {
-        sysdb_lmdb::log(sysdb_lmdb::kLogError, "a reply of %s is malformed; trying another server",
-                        client_.endpoints()[stream_endpoint_].c_str());
+        stream_fault_ = "the server's reply is malformed";
         return false;
     }
     if (reply.canceled) {
         full_load_ = full_load_ || reply.compact_revision != 0;
+        stream_fault_ = reply.reason.empty() ? "the server ended the stream" : printable(reply.reason);
         return false;
     }
     if (reply.header.cluster != cluster_) {
         full_load_ = true;
+        stream_fault_ = "the server is one of another cluster";
         return false;
     }
     if (reply.created) {
@@ -105,15 +158,23 @@ bool Mirror::take_events(const WatchReply &reply) {
     std::vector<sysdb_lmdb::MirroredItem> items;
     std::map<std::string, std::uint64_t> changed;
     std::uint64_t newest = revision_;
+    LastChange last_change = last_change_;
     for (const WatchEvent &event : reply.events) {
         if (event.item.mod_revision < newest || event.item.mod_revision <= revision_) {
-            return false;  // not in their order
+            stream_fault_ = "the server's changes are not in their order";
+            return false;
         }
         newest = event.item.mod_revision;
         if (event.item.key == names_.format()) {
             // Someone removes the configuration of all nodes, or begins to import another one.
             full_load_ = true;
+            stream_fault_ = "the cluster's configuration was removed or is being imported";
             return false;
+        }
+        if (event.item.key == names_.changed()) {
+            last_change =
+                event.deleted ? LastChange() : LastChange{event.item.mod_revision, event.item.value};
+            continue;
         }
         const std::string_view path = names_.path_of(event.item.key);
         if (path.empty()) {
@@ -143,6 +204,7 @@ bool Mirror::take_events(const WatchReply &reply) {
         }
     }
     revision_ = newest;
+    last_change_ = std::move(last_change);
     wake_waiters();
     return true;
 }

@@ -7,6 +7,7 @@
 
 #include "agent/mirror.hpp"
 #include "host.hpp"
+#include "settings.hpp"
 
 namespace sysdb_etcd {
 namespace {
@@ -18,6 +19,9 @@ constexpr std::uint32_t kLeastKeys = 16;
 // Pages of short values become larger one by one.
 constexpr std::uint32_t kMostShortKeys = 16384;
 constexpr std::size_t kSmallPage = std::size_t{2} << 20;  // bytes of a reply
+// Of the bytes that a database can have, what its items may have in the cluster, where each key has the
+// prefix too. More cannot be stored, and a server that never ends would otherwise take all memory.
+constexpr std::size_t kTimesTheDatabase = 4;
 
 }  // namespace
 
@@ -66,10 +70,7 @@ void Mirror::take_page(Reply reply) {
     }
     if (reply.kind == Reply::Kind::kRefused && loading_->asked != 0 &&
         reply.reason.find("revision") != std::string::npos) {
-        // Compacted, or of a cluster that was set back: what differs is found by comparison.
-        sysdb_lmdb::log(sysdb_lmdb::kLogInfo,
-                        "the cluster does not have revision %llu any more; comparing with the newest one",
-                        static_cast<unsigned long long>(loading_->asked));
+        report_missing_revision(loading_->asked);
         load(false);
         return;
     }
@@ -103,6 +104,14 @@ void Mirror::take_page(Reply reply) {
             return;
         }
         loading_->next = item.key + '\0';
+        loading_->bytes += item.key.size() + item.value.size();
+        if (const std::size_t room = sysdb_lmdb::read_settings().map_bytes;
+            loading_->bytes / kTimesTheDatabase > room) {
+            retry_later(State::kCannotStore,
+                        "the cluster's configuration is larger than a database of this node can be, " +
+                            std::to_string(room >> 20) + " MiB (AAA_SYSDB_MAP_MIB)");
+            return;
+        }
         if (!take_loaded(item)) {
             return;
         }
@@ -126,6 +135,10 @@ bool Mirror::take_loaded(const KeyValue &item) {
     if (item.key == names_.format()) {
         loading_->has_format = item.value == kFormat;
         loading_->own[item.key] = item.mod_revision;
+        return true;
+    }
+    if (item.key == names_.changed()) {
+        loading_->last_change = {item.mod_revision, item.value};
         return true;
     }
     const std::string_view path = names_.path_of(item.key);
@@ -192,6 +205,8 @@ void Mirror::finish_load() {
     own_ = std::move(done->own);
     own_as_of_ = done->own_as_of;
     revision_ = done->revision;
+    last_change_ = std::move(done->last_change);
+    is_verified_ = true;
     polled_ = 0;
     follow();
     wake_waiters();

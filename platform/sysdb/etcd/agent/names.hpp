@@ -5,7 +5,8 @@
 //   /aaa/format             which form the rest has; written last by an import
 //   /aaa/cfg/...            the items of the configuration, by their paths
 //   /aaa/changed            changed by each change of the configuration that an agent makes: its revision is
-//                           that of the last one, also when that has only deleted items
+//                           that of the last one, also when that has only deleted items. Its value differs
+//                           for each change: the node, and the change's number
 //   /aaa/nodes/NODE/state   what the node's agent has got, as JSON
 //   /aaa/nodes/NODE/turn/N  the number of the last change that the agent made in its turn N
 //

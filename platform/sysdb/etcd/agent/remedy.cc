@@ -45,6 +45,10 @@ constexpr Remedy kRemedies[] = {
     {"no leader", "start the other members: more than half of them must run; etcdctl member list names them"},
     {"timed out", "see whether the servers run and reach each other: etcdctl endpoint health --cluster"},
     {"timeout", "see whether the servers run and reach each other: etcdctl endpoint health --cluster"},
+    {"larger than a database",
+     "compare prefix in agent.conf with: etcdctl get --prefix --keys-only PREFIX/; or set AAA_SYSDB_MAP_MIB "
+     "for the "
+     "agent and all programs, in /etc/environment and the unit"},
     {"takes no changes", "make room on the disk of the database: df /var/lib/aaa"},
     {"database space exceeded",
      "compact and defragment the cluster: etcdctl compact REVISION; etcdctl defrag; "

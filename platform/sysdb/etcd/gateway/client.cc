@@ -28,7 +28,8 @@ bool wants_another_token(const Reply &reply) {
             reply.reason.find("revision of auth store is old") != std::string::npos);
 }
 
-// Of text from another machine, what may be printed.
+}  // namespace
+
 std::string printable(std::string_view text) {
     constexpr std::size_t kMost = 200;
     std::string result(text.substr(0, kMost));
@@ -37,8 +38,6 @@ std::string printable(std::string_view text) {
     }
     return result;
 }
-
-}  // namespace
 
 Reply reply_of(HttpResult result) {
     Reply reply;

@@ -102,6 +102,9 @@ class Client {
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
+// Of text from another machine, what may be printed: at most 200 characters of ASCII.
+std::string printable(std::string_view text);
+
 // What an HTTP result means.
 Reply reply_of(HttpResult result);
 
