@@ -22,6 +22,16 @@ TEST(KnownNames, AreThoseOfTheConfigurationAndThoseThatWereAccepted) {
     EXPECT_EQ(names.shown("bob"), "bob");
 }
 
+TEST(KnownNames, TextsDoNotRepeatThoseThatAreNotShown) {
+    KnownNames names;
+    EXPECT_EQ(names.shown_text("no s3cret!", "s3cret!"), "no s3cret!") << "nothing says who is known";
+    names.use([](const std::string &name) { return name == "alice"; });
+    EXPECT_EQ(names.shown_text("S3cret! is no user; s3cret!", "s3cret!"),
+              "(unknown name) is no user; (unknown name)");
+    EXPECT_EQ(names.shown_text("alice", "alice"), "alice");
+    EXPECT_EQ(names.shown_text("bye", ""), "bye");
+}
+
 TEST(KnownNames, TheOldestAreForgotten) {
     KnownNames names(2);
     names.use([](const std::string &) { return false; });
