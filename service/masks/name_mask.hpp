@@ -19,6 +19,7 @@ class NameMask {
     bool hides_nothing() const { return forms_.empty(); }
     // The text, `mask` in place of the name, capitals or not, and of its parts without a realm or a domain.
     // Names of less than four characters are replaced as words only: they are within other words by chance.
+    // Of a text that was cut, the end may be the beginning of the name.
     std::string shown(std::string_view text, std::string_view mask) const;
 
   private:
