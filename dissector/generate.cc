@@ -185,6 +185,25 @@ void print_flags() {
     std::puts("}");
 }
 
+// What announces secrets in commands.
+void print_secret_words() {
+    std::puts("local secret_parts = {");
+#define AAA_SECRET_PART(text) std::printf("  %s,\n", quoted_lua(text).c_str());
+#include "masks/secret_words.def"
+    std::puts("}\nlocal secret_words = {");
+#define AAA_SECRET_WORD(text) std::printf("  %s,\n", quoted_lua(text).c_str());
+#include "masks/secret_words.def"
+    std::puts("}\nlocal secret_options = {");
+#define AAA_SECRET_OPTION(name, text) \
+    std::printf("  {program = %s, option = %s},\n", quoted_lua(name).c_str(), quoted_lua(text).c_str());
+#include "masks/secret_words.def"
+    std::puts("}\nlocal command_attributes = {");
+#define AAA_COMMAND_ATTRIBUTE(name)       std::printf("  [%d] = \"argument\",\n", int{name});
+#define AAA_WHOLE_COMMAND_ATTRIBUTE(name) std::printf("  [%d] = \"whole\",\n", int{name});
+#include "masks/secret_words.def"
+    std::puts("}");
+}
+
 }  // namespace
 
 int main() {
@@ -211,5 +230,6 @@ int main() {
     results[AAA_STATUS_END_OF_LIST] = meaning_of_result(AAA_STATUS_END_OF_LIST, 0);
     print_names("results", results);
     print_value_names();
+    print_secret_words();
     return std::fflush(stdout) == 0 ? 0 : 1;
 }

@@ -57,7 +57,7 @@ local function show_bytes(r, part, tree, tvb)
 end
 
 -- The value in its form; returns what the pair's own line shows.
-local function show_value(pair_of, node, range, little)
+local function show_value(pair_of, mask, node, range, little)
     local kind, value = pair_of.kind, pair_of.value
     local field = attribute_fields[kind]
     if is_secret(kind) and #value > 0 and not aaa.prefs.secrets then
@@ -75,7 +75,7 @@ local function show_value(pair_of, node, range, little)
     elseif form == "text" then
         local safe, was_masked = value, false
         if not aaa.prefs.secrets then
-            safe, was_masked = shown_text(value)
+            safe, was_masked = shown_text(mask, kind, value)
         end
         local text = escaped((safe:gsub("%z$", "")))
         local has_text_field = field and attributes[kind].format == "string"
@@ -95,7 +95,7 @@ local function show_value(pair_of, node, range, little)
     return hex
 end
 
-local function show_pair(r, one, tree, tvb)
+local function show_pair(r, one, mask, tree, tvb)
     local row = attributes[one.kind]
     local is_deleted = one.kind == 2070
     local size = PAIR_HEAD + one.length + one.padding
@@ -119,7 +119,7 @@ local function show_pair(r, one, tree, tvb)
         node:add(fields["pair.flag_names"], tvb(one.at + 12, 4), names)
     end
     local value_at = one.at + PAIR_HEAD
-    local shown, was_masked = show_value(one, node, tvb(value_at, one.length), r.little)
+    local shown, was_masked = show_value(one, mask, node, tvb(value_at, one.length), r.little)
     local meaning
     if shown ~= MASK and not was_masked then
         meaning = meaning_of_value(one.kind, one.value, r.little)
@@ -149,8 +149,9 @@ local function show_list(r, part, tree, tvb)
     local node = tree:add(tvb(part.at, stop - part.at),
         "List \"" .. escaped(name) .. "\", " .. count_of(part.live, "attribute"))
     show_record(r, part, node, tvb, "Header")
+    local mask = new_command_mask()
     for _, one in ipairs(part.pairs) do
-        show_pair(r, one, node, tvb)
+        show_pair(r, one, mask, node, tvb)
     end
 end
 
@@ -169,10 +170,13 @@ end
 
 local function show_named_values(r, tree, tvb)
     for _, part in ipairs(r.parts) do
+        local mask = new_command_mask()
         for _, one in ipairs(part.pairs or {}) do
             local field = attribute_fields[one.kind]
             if field and tree:referenced(field) then
-                show_value(one, tree, tvb(one.at + PAIR_HEAD, one.length), r.little)
+                show_value(one, mask, tree, tvb(one.at + PAIR_HEAD, one.length), r.little)
+            elseif command_attributes[one.kind] and not aaa.prefs.secrets then
+                shown_text(mask, one.kind, one.value) -- it may announce a secret of one that follows
             end
         end
     end

@@ -4,7 +4,15 @@
 
 #include <utility>
 
+#include "masks/name_mask.hpp"
+
 namespace service {
+
+namespace {
+
+constexpr std::string_view kUnknown = "(unknown name)";
+
+}  // namespace
 
 void KnownNames::learn(const std::string &name) {
     if (name.empty() || !learned_.insert(name).second) {
@@ -22,7 +30,11 @@ bool KnownNames::knows(const std::string &name) const {
 }
 
 std::string_view KnownNames::shown(const std::string &name) const {
-    return knows(name) ? std::string_view(name) : "(unknown name)";
+    return knows(name) ? std::string_view(name) : kUnknown;
+}
+
+std::string KnownNames::shown_text(std::string_view text, const std::string &user) const {
+    return NameMask(user, [this](const std::string &name) { return knows(name); }).shown(text, kUnknown);
 }
 
 }  // namespace service

@@ -28,6 +28,9 @@ class KnownNames {
     bool knows(const std::string &name) const;
     // The name, or "(unknown name)".
     std::string_view shown(const std::string &name) const;
+    // A text that belongs to a user's request, with "(unknown name)" in place of his name if it may not be
+    // shown.
+    std::string shown_text(std::string_view text, const std::string &user) const;
 
   private:
     std::size_t room_;

@@ -73,20 +73,8 @@ struct TraceEvent {
     std::shared_ptr<const TraceRequest> request = {};
 };
 
-// A command as the trace shows it: cut, and without the words after "password", "secret", "key"
-// and the like.
+// A command as the trace shows it: cut, with single blanks, and without what looks like a password.
 std::string command_for_trace(const std::string &command);
-
-// A whole command without what looks like a password: all that follows such a word and its blanks, or its
-// "=" or ":", is replaced by `mask`, and so are user and password in addresses. Blanks stay as they are.
-std::string command_without_secrets(const std::string &command, std::string_view mask);
-
-// Whether a word of a command is "password", "secret", "key" or the like: a secret follows, perhaps
-// in the next argument.
-bool command_announces_secret(const std::string &command);
-
-// A text, each "user:password@" of an address in it as "***@".
-std::string text_without_credentials(const std::string &text);
 
 // "no answer after 2001.3 ms in 2 tries: no reply; the next is local": all that an event tells
 // besides its subject.

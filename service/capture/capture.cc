@@ -186,6 +186,7 @@ void Capture::watch_servers() {
                                         [](const CaptureReader *reader) { return reader->options_.servers; });
     if (!is_watched) {
         segments_ = {};
+        users_.clear();
     }
     loop_.set_tap(is_watched ? this : nullptr);
 }
@@ -203,7 +204,8 @@ void Capture::add(const CapturedMessage &message) {
             continue;
         }
         const Masked shown =
-            masked(message.message, [&](const std::string &name) { return may_show(options, name); });
+            masked(message.message,
+                   {[&](const std::string &name) { return may_show(options, name); }, message.user});
         reader->add(CaptureReader::kMessages, wall, message.is_answer,
                     frame(message, run_, shown.bytes, shown.is_changed));
     }
@@ -270,8 +272,24 @@ void Capture::add_packets(const Path &, Way way, const std::vector<std::string> 
     }
 }
 
+// Answers do not name the user, and their texts may.
+std::string Capture::user_of(const Path &path, Way way, std::string_view packet) {
+    constexpr std::size_t kMostUsers = 4096, kIdentifier = 1;
+    const std::string place = path.local.text() + " " + path.server.text() + " " +
+                              (packet.size() > kIdentifier ? packet[kIdentifier] : '\0');
+    if (way == Way::kReceived) {
+        const auto found = users_.find(place);
+        return found == users_.end() ? "" : found->second;
+    }
+    if (users_.size() >= kMostUsers) {
+        users_.clear();
+    }
+    return users_[place] = radius_user(packet);
+}
+
 void Capture::datagram(const Path &path, Way way, std::string_view bytes) {
     tell_key(path, false);
+    const std::string user = user_of(path, way, bytes);
     const std::int64_t wall = wall_clock();
     for (CaptureReader *reader : readers_) {
         const CaptureOptions &options = reader->options_;
@@ -282,7 +300,8 @@ void Capture::datagram(const Path &path, Way way, std::string_view bytes) {
         const Masked shown =
             options.secrets
                 ? Masked{std::string(bytes), false}
-                : masked_radius(bytes, [&](const std::string &name) { return may_show(options, name); });
+                : masked_radius(bytes,
+                                {[&](const std::string &name) { return may_show(options, name); }, user});
         reader->add(CaptureReader::kServers, wall, way == Way::kSent,
                     Segments::datagram(path, way, shown.bytes), shown.is_changed ? kNameWasMasked : "");
     }

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -146,6 +147,7 @@ class Capture : private net::Tap {
     }
     void add_packets(const Path &path, Way way, const std::vector<std::string> &packets);
     void tell_key(const Path &path, bool is_stream);
+    std::string user_of(const Path &path, Way way, std::string_view packet);
     const Server *server_at(const net::Address &address, bool is_stream) const;
 
     net::Loop &loop_;
@@ -158,6 +160,7 @@ class Capture : private net::Tap {
     std::vector<CaptureReader *> readers_;
     std::function<void()> on_frames_;
     Segments segments_;
+    std::map<std::string, std::string> users_;  // of requests to RADIUS servers
     std::uint64_t last_connection_ = 0;
 };
 

@@ -19,7 +19,8 @@
 #include "aaa/names.h"
 #include "aaa/session_packets.h"
 #include "aaa/transport.h"
-#include "base/trace.hpp"
+#include "masks/masks.hpp"
+#include "masks/name_mask.hpp"
 
 namespace service {
 
@@ -84,8 +85,8 @@ bool exists(std::uint32_t type) {
 
 class Mask {
   public:
-    explicit Mask(const std::function<bool(const std::string &)> &may_show_name)
-        : may_show_name_(may_show_name) {}
+    explicit Mask(const ShownNames &names)
+        : may_show_name_(names.may_show), name_(names.user, names.may_show) {}
 
     bool is_changed() const { return is_changed_; }
     std::string list(std::string_view bytes);
@@ -119,25 +120,11 @@ class Mask {
     std::optional<std::string> other_value(std::uint32_t type, std::string_view value);
     void add_pair(std::string &out, std::string_view pair, std::string_view value);
 
-    std::string command(std::uint32_t type, const std::string &text);
-
     const std::function<bool(const std::string &)> &may_show_name_;
     bool is_changed_ = false;
-    bool is_secret_announced_ = false;  // by an earlier part of the command
+    TextMask texts_;
+    const NameMask name_;
 };
-
-// A command may be one value or a value for each argument: the secret may be another value than
-// the word before it.
-std::string Mask::command(std::uint32_t type, const std::string &text) {
-    if (type == AAA_AUTOCMD_ATTR || type == AAA_VS1_AUTOCMD) {
-        return command_without_secrets(text, kMask);
-    }
-    if (is_secret_announced_) {
-        return std::string(kMask);
-    }
-    is_secret_announced_ = command_announces_secret(text);
-    return command_without_secrets(text, kMask);
-}
 
 std::optional<std::string> Mask::other_value(std::uint32_t type, std::string_view value) {
     if (value.empty()) {
@@ -152,21 +139,15 @@ std::optional<std::string> Mask::other_value(std::uint32_t type, std::string_vie
     const auto if_other = [&](const std::string &shown) {
         return shown == text && !has_rest ? std::nullopt : std::optional(shown + '\0');
     };
-    switch (type) {
-        case AAA_USERNAME_ATTR:
-        case AAA_ORIG_USERNAME_ATTR:
-            return if_other(may_show_name_(text) ? text : std::string(kMask));
-        case AAA_CMD_ATTR:
-        case AAA_AUTOCMD_ATTR:
-        case AAA_VS1_AUTOCMD:
-        case AAA_VS1_CMD_ARG:
-        case AAA_VS1_CMD:
-            return if_other(command(type, text));
-        default:
-            return type < AAA_TABLE_ROWS && aaa_table[type].format == AAA_FORMAT_STRING
-                       ? if_other(text_without_credentials(text))
-                       : std::nullopt;
+    if ((type == AAA_USERNAME_ATTR || type == AAA_ORIG_USERNAME_ATTR) && !may_show_name_(text)) {
+        return std::string(kMask) + '\0';
     }
+    // What servers say, and what they send for later requests, may repeat the name.
+    if (aaa_table[type].format == AAA_FORMAT_STRING) {
+        return if_other(name_.shown(texts_.shown(type, text), kMask));
+    }
+    const bool has_name = aaa_table[type].format == AAA_FORMAT_BINARY && name_.shown(value, "") != value;
+    return has_name ? std::optional<std::string>(kMask) : std::nullopt;
 }
 
 void Mask::add_pair(std::string &out, std::string_view pair, std::string_view value) {
@@ -318,8 +299,8 @@ void adapt_length(std::string &bytes, std::size_t before) {
 
 }  // namespace
 
-Masked masked(const WireMessage &message, const std::function<bool(const std::string &)> &may_show_name) {
-    Mask mask(may_show_name);
+Masked masked(const WireMessage &message, const ShownNames &names) {
+    Mask mask(names);
     Masked result;
     const std::optional<std::uint32_t> type = message.request_type;
     const bool is_known = !type || message.list_at != 0 || exists(*type);

@@ -34,6 +34,20 @@ std::uint64_t first_event(const Trace &trace, const ControlRequest &request, std
     return number;
 }
 
+// Servers repeat the name in what they say.
+TraceEvent without_name(const TraceEvent &event, const KnownNames &names) {
+    TraceEvent shown = event;
+    for (std::string *text : {&shown.detail, &shown.text}) {
+        *text = names.shown_text(*text, event.user);
+    }
+    if (event.request != nullptr) {
+        auto request = std::make_shared<TraceRequest>(*event.request);
+        request->command = names.shown_text(request->command, event.user);
+        shown.request = std::move(request);
+    }
+    return shown;
+}
+
 }  // namespace
 
 TraceFollower::TraceFollower(const Trace &trace, ControlRequest request, std::int32_t client_pid,
@@ -79,8 +93,10 @@ void TraceFollower::append_to(std::string &out, std::size_t most) {
         if (is_next) {
             // Who asks for a name knows it, and so does the program whose own requests these are.
             const TraceEvent &event = trace_.at(next_);
-            out += event_line(event, request_.user || request_.mine ? std::string_view(event.user)
-                                                                    : trace_.names().shown(event.user));
+            const bool is_masked = !request_.user && !request_.mine && !trace_.names().knows(event.user);
+            out += is_masked
+                       ? event_line(without_name(event, trace_.names()), trace_.names().shown(event.user))
+                       : event_line(event, event.user);
         }
         ++next_;
     }

@@ -292,7 +292,8 @@ void Decision::next_or_end(std::size_t place, const Outcome &outcome) {
     const std::string method = list_.methods[place].text();
     const bool has_next = !next_method(place, outcome).empty();
     log(Level::kWarning, "NO_ANSWER", context("outcome", method), "%s of the list %s cannot answer (%s); %s",
-        method.c_str(), path_.c_str(), outcome.reason.c_str(),
+        method.c_str(), path_.c_str(),
+        deciders_.trace.names().shown_text(outcome.reason, question_.user).c_str(),
         has_next ? "the next method is asked" : "there is no other method");
     if (has_next) {
         ask(place + 1, nullptr);

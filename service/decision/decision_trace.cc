@@ -62,7 +62,7 @@ void Decision::trace_outcome(const Asked &asked, const Outcome &outcome) {
     event.duration = now - asked.asked_at;
     event.next = next_method(asked.place, outcome);
     log(Level::kDebug, "METHOD", context("outcome", event.subject), "%s: %s", event.subject.c_str(),
-        event_text(event).c_str());
+        deciders_.trace.names().shown_text(event_text(event), question_.user).c_str());
     deciders_.trace.add(std::move(event));
 }
 
@@ -114,7 +114,7 @@ void Decision::log_answer(const Answer &answer) const {
                              (question_.terminal.empty() ? "" : " on " + question_.terminal) +
                              " for client " + std::to_string(question_.client_pid) + " of user " +
                              std::to_string(question_.client_uid) + ": " + aaa_print_status(answer.status) +
-                             " (" + answer.reason + ")";
+                             " (" + deciders_.trace.names().shown_text(answer.reason, question_.user) + ")";
     if (question_.for_others) {
         log(level, "ANSWER", context("answer"), "%s", text.c_str());
     } else {

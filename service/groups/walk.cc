@@ -206,8 +206,9 @@ void Walk::trace_reply(const ServerResult &result, net::Time waited, bool goes_o
             (reason.empty() ? "" : "; ") +
             std::string(has_next ? "there is no time for another server" : "there is no other server");
     }
-    log(Level::kDebug, "SERVER", {id_, context_.trace.names().shown(user_), "reply", event.subject}, "%s %s",
-        event.subject.c_str(), event_text(event).c_str());
+    const KnownNames &names = context_.trace.names();
+    log(Level::kDebug, "SERVER", {id_, names.shown(user_), "reply", event.subject}, "%s %s",
+        event.subject.c_str(), names.shown_text(event_text(event), user_).c_str());
     context_.trace.add(std::move(event));
 }
 
@@ -215,7 +216,7 @@ void Walk::count(const ServerResult &result) {
     ServerFigures &figures = servers_[place_]->figures(options_.use);
     figures.tries += result.tries;
     if (result.kind != ServerResult::Kind::kAnswer && result.kind != ServerResult::Kind::kOverload) {
-        figures.failure = result.text;
+        figures.failure = context_.trace.names().shown_text(result.text, user_);
     }
     switch (result.kind) {
         case ServerResult::Kind::kAnswer:

@@ -156,6 +156,7 @@ void Connection::begin_work() {
 void Connection::handle(const aaa_transport_msg_t &message) {
     *request_ = read_request(message);
     request_->tap = this;
+    note_user();
     if (is_on()) {
         capture_request({reinterpret_cast<const char *>(message.u.bytes), message.len});
     }
@@ -180,11 +181,14 @@ bool Connection::is_on() const {
     return host_.capture().is_on();
 }
 
-// Clients that go on with a login need not name its user again.
-void Connection::capture_request(std::string_view bytes) {
+// Clients that go on with a login need not name its user again, and captures begin within logins.
+void Connection::note_user() {
     if (std::string name = text_in(request_->list.get(), AAA_USERNAME_ATTR).value_or(""); !name.empty()) {
         named_user_ = std::move(name);
     }
+}
+
+void Connection::capture_request(std::string_view bytes) {
     const bool is_readable = request_->fault == AAA_OK;
     capture(false, {bytes, is_readable ? request_->head.list_at : 0, is_readable, request_->head.type});
 }

@@ -65,6 +65,7 @@ class Connection : private AnswerTap {
     // Of its answers.
     bool is_on() const override;
     void sent(std::string_view bytes, std::size_t list_at) override;
+    void note_user();
     void capture_request(std::string_view bytes);
     void capture(bool is_answer, const WireMessage &message);
 

@@ -104,10 +104,13 @@ class RadiusServer(threading.Thread):
             at += packet[at + 1]
         good = 2 in attributes and self.password(packet[4:20], attributes[2]) == b"at the server"
         code = 5 if packet[0] == 4 else 2 if good or packet[0] == STATUS_SERVER else 3
-        head = struct.pack("!BBH", code, packet[1], 20 + 18)
+        name = attributes.get(1, b"alice")
+        text = b"" if code != 3 or name == b"alice" else b"no user " + name.upper()  # servers repeat it in their way
+        reply = bytes([18, 2 + len(text)]) + text if text else b""
+        head = struct.pack("!BBH", code, packet[1], 20 + 18 + len(reply))
         zero = bytes([80, 18]) + bytes(16)
-        signature = hmac.new(self.key, head + packet[4:20] + zero, "md5").digest()
-        body = bytes([80, 18]) + signature
+        signature = hmac.new(self.key, head + packet[4:20] + zero + reply, "md5").digest()
+        body = bytes([80, 18]) + signature + reply
         authenticator = hashlib.md5(head + packet[4:20] + body + self.key).digest()
         return head + authenticator + body
 
@@ -198,11 +201,11 @@ class Machine:
             check(done.returncode == status, f"aaactl {' '.join(map(str, words))}: {done.returncode}, {done.stderr.decode()}")
         return done
 
-    def start(self, wrapper=()):
+    def start(self, wrapper=(), words=()):
         self.log = open(self.dir / "aaad.log", "wb")
         read, write = os.pipe()
         self.aaad = subprocess.Popen(
-            [*wrapper, BUILD / "service/aaad", "--foreground", "--config", self.dir / "aaad.conf"], env=self.env, stderr=write, stdout=write, stdin=subprocess.DEVNULL
+            [*wrapper, BUILD / "service/aaad", "--foreground", "--config", self.dir / "aaad.conf", *words], env=self.env, stderr=write, stdout=write, stdin=subprocess.DEVNULL
         )
         os.close(write)
         ready = threading.Event()

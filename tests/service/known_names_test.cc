@@ -22,6 +22,29 @@ TEST(KnownNames, AreThoseOfTheConfigurationAndThoseThatWereAccepted) {
     EXPECT_EQ(names.shown("bob"), "bob");
 }
 
+TEST(KnownNames, TextsDoNotRepeatThoseThatAreNotShown) {
+    KnownNames names;
+    EXPECT_EQ(names.shown_text("no s3cret!", "s3cret!"), "no s3cret!") << "nothing says who is known";
+    names.use([](const std::string &name) { return name == "alice"; });
+    EXPECT_EQ(names.shown_text("S3cret! is no user; s3cret!", "s3cret!"),
+              "(unknown name) is no user; (unknown name)");
+    EXPECT_EQ(names.shown_text("alice", "alice"), "alice");
+    // What texts of servers go through: control characters, and a cut.
+    EXPECT_EQ(names.shown_text("no s3?cret?"
+                               "?!",
+                               "s3\acret\xc2\x9b!"),
+              "no (unknown name)");
+    EXPECT_EQ(names.shown_text("no s3cr...", "s3cret!"), "no (unknown name)...");
+    EXPECT_EQ(names.shown_text("no s3cr", "s3cret!"), "no s3cr");
+    const std::string filler(250, 'x');
+    EXPECT_EQ(names.shown_text(filler + " s3cr", "s3cret!"), filler + " (unknown name)");
+    // A name of many letters in a text of more of them.
+    const std::string name = std::string(16000, 'a') + "b";
+    EXPECT_EQ(names.shown_text(std::string(60000, 'a'), name).find("aa"), std::string::npos);
+    EXPECT_EQ(names.shown_text("no " + name + ".", name), "no (unknown name).");
+    EXPECT_EQ(names.shown_text("bye", ""), "bye");
+}
+
 TEST(KnownNames, TheOldestAreForgotten) {
     KnownNames names(2);
     names.use([](const std::string &) { return false; });

@@ -18,6 +18,8 @@
 #include "aaa/session_packets.h"
 #include "aaactl/support/program_run.hpp"
 #include "cli/output.hpp"
+#include "message/message_value.hpp"
+#include "support/mask_vectors.hpp"
 #include "support/temp_dir.hpp"
 
 namespace {
@@ -186,10 +188,62 @@ TEST(Decode, MasksThePasswordInAnAddress) {
     for (const std::vector<std::string> &form : {std::vector<std::string>{"decode"}, {"decode", "--json"}}) {
         const auto run = aaactl(form, bytes);
         EXPECT_EQ(run.out.find("sesame"), std::string::npos) << run.out;
-        EXPECT_NE(run.out.find("alice:********@192.0.2.7"), std::string::npos) << run.out;
+        EXPECT_NE(run.out.find("ftp://***@192.0.2.7"), std::string::npos) << run.out;
     }
     const auto text = aaactl({"decode", "--text"}, bytes);
     EXPECT_EQ(aaactl({"encode"}, text.out).status, 3) << "a partly masked command is not encoded";
+}
+
+// A packed list of texts.
+std::string packed_texts(const std::vector<test_support::MaskedValue> &values) {
+    std::string pairs;
+    const auto word = [](size_t number) {
+        char digits[9];
+        std::snprintf(digits, sizeof digits, "%08zx", number);
+        return std::string(digits);
+    };
+    for (const auto &value : values) {
+        std::string bytes = value.text + '\0';
+        pairs += word(value.type) + word(0) + word(bytes.size()) + word(0);
+        bytes.resize((bytes.size() + 3) / 4 * 4);
+        pairs += hex(bytes);
+    }
+    return packed(pairs, static_cast<uint16_t>(values.size()));
+}
+
+TEST(Decode, ShowsTextsAsCapturesAndTheDissectorDo) {
+    // Few messages, because each is a process; the whole commands do not depend on each other.
+    std::vector<std::vector<test_support::MaskedValue>> messages(1);
+    for (const auto &message : test_support::mask_vectors(AAA_SOURCE_DIR "/tests/vectors/masks.txt")) {
+        if (message.size() == 1 && message[0].type != AAA_CMD_ATTR) {
+            messages[0].push_back(message[0]);
+        } else {
+            messages.push_back(message);
+        }
+    }
+    for (const auto &message : messages) {
+        const auto run = aaactl({"decode", "--json"}, packed_texts(message));
+        const auto list = run.json()["parts"][0];
+        ASSERT_EQ(list["pairs"].size(), message.size()) << run.err;
+        for (size_t i = 0; i < message.size(); ++i) {
+            const auto &pair = list["pairs"][i];
+            const std::string whole = message[i].shown + '\0';
+            if (message[i].shown == message[i].text) {
+                EXPECT_FALSE(pair.contains("masked")) << message[i].text;
+            } else {
+                ASSERT_TRUE(pair.contains("shown")) << message[i].text;
+                EXPECT_EQ(pair["shown"].text(), aaactl::quoted(whole)) << message[i].text;
+            }
+        }
+    }
+}
+
+TEST(Decode, MasksWhatFollowsTheEndOfAText) {
+    const std::string bytes = packed("00000112 00000000 00000008 00000000 6869 00 6765 6865 69", 1);
+    const auto run = aaactl({"decode"}, bytes);
+    EXPECT_EQ(run.out.find("gehei"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("\"hi\\x00********\""), std::string::npos) << run.out;
+    EXPECT_NE(aaactl({"decode", "--show-secrets"}, bytes).out.find("gehei"), std::string::npos);
 }
 
 TEST(Decode, EscapesWhatPeersSend) {

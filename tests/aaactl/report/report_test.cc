@@ -293,6 +293,31 @@ TEST_F(Report, FilesOfOtherUsersAreRefusedExceptInTheirDirectories) {
     EXPECT_TRUE(contains(contents(theirs), "<h3>corp</h3>"));
 }
 
+// The owner of a link on the way would choose where a page replaces a file.
+TEST_F(Report, LinksOfOtherUsersOnTheWayAreRefused) {
+    SKIP_WITHOUT_ROOT("only root can make links of other users");
+    ASSERT_EQ(mkdir(dir().path("real").c_str(), 0755), 0);
+    dir().write("real/page", "precious");
+    const std::string link = dir().path("link");
+    ASSERT_EQ(symlink("real", link.c_str()), 0);
+    ASSERT_EQ(lchown(link.c_str(), kStranger, kStranger), 0);
+    for (const std::string name : {"/page", "/new", "/./../link/page"}) {
+        const Result refused = run({"report", "-o", link + name, "--socket", socket()});
+        EXPECT_EQ(refused.status, 6);
+        EXPECT_TRUE(contains(refused.err, link + name + ": the symbolic link link in this path belongs to"))
+            << refused.err;
+    }
+    EXPECT_EQ(dir().read("real/page"), "precious");
+    EXPECT_NE(access(dir().path("real/new").c_str(), F_OK), 0);
+    // A link at the end leads through it.
+    ASSERT_EQ(symlink((link + "/page").c_str(), file().c_str()), 0);
+    EXPECT_EQ(run({"report", "-o", file(), "--socket", socket()}).status, 6);
+    EXPECT_EQ(dir().read("real/page"), "precious");
+    ASSERT_EQ(lchown(link.c_str(), 0, 0), 0);
+    EXPECT_EQ(run({"report", "-o", link + "/page", "--socket", socket()}).status, 5);
+    EXPECT_TRUE(contains(contents(dir().path("real/page")), "<h3>corp</h3>"));
+}
+
 // ---- the history
 
 class ReportOfHistory : public Report {

@@ -211,6 +211,29 @@ TEST_F(CaptureTest, NamesThatNoOneHasAreNotInPacketsOfRadius) {
     EXPECT_EQ(clear.find("replaced by asterisks"), std::string::npos);
 }
 
+// Servers repeat the name in their texts, and an answer does not say whose it is.
+TEST_F(CaptureTest, NamesThatNoOneHasAreNotInTextsOfServers) {
+    names_.use([](const std::string &name) { return name == "alice"; });
+    const auto packet = [](char code, char id, const std::string &attributes) {
+        return std::string{code, id, 0, static_cast<char>(20 + attributes.size())} + "an authenticator" +
+               attributes;
+    };
+    const auto attribute = [](char type, const std::string &text) {
+        return std::string{type, static_cast<char>(2 + text.size())} + text;
+    };
+    CaptureReader reader(capture_, {.servers = true}), own(capture_, {.secrets = true, .servers = true});
+    net::Tap &tap = *loop_.tap();
+    tap.datagram(path_, net::Tap::Way::kSent, packet(1, 7, attribute(1, "rosebud")));
+    tap.datagram(path_, net::Tap::Way::kSent, packet(1, 8, attribute(1, "alice")));
+    tap.datagram(path_, net::Tap::Way::kReceived, packet(3, 7, attribute(18, "rosebud is unknown")));
+    tap.datagram(path_, net::Tap::Way::kReceived, packet(3, 8, attribute(18, "alice has no rosebud")));
+    const auto blocks = blocks_of(take(reader));
+    ASSERT_EQ(blocks.size(), 7u);
+    EXPECT_NE(blocks[5].body.find(packet(3, 7, attribute(18, "******** is unknown"))), std::string::npos);
+    EXPECT_NE(blocks[6].body.find("alice has no rosebud"), std::string::npos) << "of another login";
+    EXPECT_NE(take(own).find("rosebud is unknown"), std::string::npos);
+}
+
 TEST_F(CaptureTest, KeysAreForThoseWhoAskedAndToldOnce) {
     auto group = std::make_shared<Group>();
     Server server;

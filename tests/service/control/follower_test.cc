@@ -123,5 +123,29 @@ TEST_F(FollowerTest, NamesThatAreNoUtf8AreFoundAsTheyAreShown) {
     EXPECT_EQ(all_of(request), "1 end");
 }
 
+// Servers repeat the name in what they say.
+TEST_F(FollowerTest, TextsDoNotHaveNamesThatAreNotShown) {
+    trace_.names().use([](const std::string &name) { return name == "ann"; });
+    TraceEvent event{0, 0, 1, Step::kAnswer, "geheim", "FAIL", "the server says: Geheim is unknown"};
+    event.text = "no user geheim";
+    TraceRequest asked;
+    asked.command = "show user geheim";
+    event.request = std::make_shared<TraceRequest>(asked);
+    trace_.add(std::move(event));
+    const auto lines_of = [&](const ControlRequest &request) {
+        TraceFollower follower(trace_, request, 7, 0);
+        std::string out;
+        follower.append_to(out, 1000000);
+        return out;
+    };
+    const std::string lines = lines_of(kept());
+    EXPECT_EQ(lines.find("geheim"), std::string::npos) << lines;
+    EXPECT_EQ(lines.find("Geheim"), std::string::npos) << lines;
+    EXPECT_NE(lines.find("no user (unknown name)"), std::string::npos) << lines;
+    ControlRequest own = kept();
+    own.user = "geheim";
+    EXPECT_NE(lines_of(own).find("no user geheim"), std::string::npos) << "who asks for a name knows it";
+}
+
 }  // namespace
 }  // namespace service

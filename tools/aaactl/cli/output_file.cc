@@ -14,10 +14,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "cli/output.hpp"
 #include "cli/temporary_file.hpp"
@@ -50,11 +52,57 @@ class Descriptor {
     Descriptor &operator=(const Descriptor &) = delete;
 
     int get() const { return fd_; }
+    int release() { return std::exchange(fd_, -1); }
+    void reset(int fd) { Descriptor(std::exchange(fd_, fd)); }
     bool close() { return ::close(std::exchange(fd_, -1)) == 0; }
 
   private:
     int fd_;
 };
+
+Failure of_stranger(const std::string &path, const char *what, uid_t owner) {
+    return {ExitCode::failed, escaped(path) + ": this " + what + " belongs to another user (uid " +
+                                  std::to_string(owner) + "); delete it, or name another file"};
+}
+
+bool is_trusted(uid_t owner) {
+    return owner == geteuid() || owner == 0;
+}
+
+std::vector<std::string> names_in(const std::string &path) {
+    std::vector<std::string> names;
+    for (size_t at = 0; at < path.size();) {
+        const size_t end = std::min(path.find('/', at), path.size());
+        names.push_back(path.substr(at, end - at));
+        at = end + 1;
+    }
+    return names;
+}
+
+// One step of a path: a directory, or the names to go on with where it is a link.
+int step(int directory, const std::string &name, const std::string &file, std::string &target) {
+    Descriptor next(openat(directory, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat found {};
+    if (next.get() < 0 || fstat(next.get(), &found) != 0) {
+        throw failure(file);
+    }
+    if (!S_ISLNK(found.st_mode)) {
+        return next.release();
+    }
+    if (!is_trusted(found.st_uid)) {
+        throw Failure(ExitCode::failed, escaped(file) + ": the symbolic link " + escaped(name) +
+                                            " in this path belongs to another user (uid " +
+                                            std::to_string(found.st_uid) +
+                                            "); name the directory that it leads to");
+    }
+    char text[PATH_MAX];
+    const ssize_t n = readlinkat(next.get(), "", text, sizeof text);
+    if (n <= 0) {
+        throw failure(file);
+    }
+    target.assign(text, static_cast<size_t>(n));
+    return -1;
+}
 
 // The target of a symbolic link, one step; "" for anything else.
 std::string link_target(const std::string &file) {
@@ -176,15 +224,6 @@ bool is_free(const std::string &file) {
     return lstat(file.c_str(), &found) != 0 && errno == ENOENT;
 }
 
-Failure of_stranger(const std::string &path, const char *what, uid_t owner) {
-    return {ExitCode::failed, escaped(path) + ": this " + what + " belongs to another user (uid " +
-                                  std::to_string(owner) + "); delete it, or name another file"};
-}
-
-bool is_trusted(uid_t owner) {
-    return owner == geteuid() || owner == 0;
-}
-
 // What a private file may replace. The kernel's own protection can be switched off, and covers only
 // directories that everyone may write.
 void refuse_of_strangers(const std::string &file) {
@@ -204,6 +243,7 @@ void refuse_of_strangers(const std::string &file) {
             throw of_stranger(path, "symbolic link", found.st_uid);
         }
         path = link_target(path);
+        Descriptor(open_trusted_directory(path));
     }
 }
 
@@ -242,8 +282,49 @@ void write_file(const std::string &file, std::string_view bytes) {
     write(file, kNewFile, bytes);
 }
 
+int open_trusted_directory(const std::string &file) {
+    std::vector<std::string> names = names_in(file.substr(0, file.rfind('/') + 1));
+    Descriptor at(open(file.starts_with('/') ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    std::reverse(names.begin(), names.end());
+    for (int links = 0; !names.empty();) {
+        const std::string name = names.back();
+        names.pop_back();
+        if (name.empty()) {
+            continue;
+        }
+        std::string target;
+        if (const int next = step(at.get(), name, file, target); next >= 0) {
+            at.reset(next);
+            continue;
+        }
+        if (++links > kMostLinks) {
+            errno = ELOOP;
+            throw failure(file);
+        }
+        if (target.starts_with('/')) {
+            at.reset(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+        }
+        const std::vector<std::string> more = names_in(target);
+        names.insert(names.end(), more.rbegin(), more.rend());
+    }
+    return at.release();
+}
+
+// The directory is held, so that its owner's changes to the path lead nowhere else.
 void write_private_file(const std::string &file, std::string_view bytes) {
-    write(file, kPrivateFile, bytes);
+    const Descriptor directory(open_trusted_directory(file));
+    const std::string held = "/proc/self/fd/" + std::to_string(directory.get());
+    if (access(held.c_str(), F_OK) != 0) {
+        write(file, kPrivateFile, bytes);  // a machine without /proc
+        return;
+    }
+    const std::string path = held + "/" + file.substr(file.rfind('/') + 1);
+    try {
+        write(path, kPrivateFile, bytes);
+    } catch (const Failure &found) {
+        const std::string what = found.what();
+        throw Failure(found.code(), what.starts_with(path) ? escaped(file) + what.substr(path.size()) : what);
+    }
 }
 
 }  // namespace aaactl

@@ -18,7 +18,11 @@ void write_file(const std::string &file, std::string_view bytes);
 // The same for what not everyone may read. The file has at most the mode 0640, whatever it had before and
 // whatever the umask is. Failure(failed) for a symbolic link of another user than this process's or root, and
 // for a file of another user than these and the owner of its directory: that user would choose what is
-// overwritten, or own what is written.
+// overwritten, or own what is written. The directory is found as open_trusted_directory() does.
 void write_private_file(const std::string &file, std::string_view bytes);
+
+// The directory of a file, to be closed by the caller. Each link on the way is one of this process's user or
+// root; Failure(failed) otherwise: its owner would choose where a file of that name is replaced.
+int open_trusted_directory(const std::string &file);
 
 }  // namespace aaactl

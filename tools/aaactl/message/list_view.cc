@@ -25,16 +25,18 @@ std::string name_of(const Pair &pair) {
 
 Json attributes_json(const Output &out, const avlist *list) {
     Json all = Json::array();
+    service::TextMask mask;
     for (const Pair &pair : pairs_of(list)) {
-        all.push_back(pair_json(pair, out.show_secrets()));
+        all.push_back(pair_json(pair, mask, out.show_secrets()));
     }
     return all;
 }
 
 void print_attributes(Output &out, const avlist *list) {
     std::vector<std::vector<std::string>> rows;
+    service::TextMask mask;
     for (const Pair &pair : pairs_of(list)) {
-        const Shown shown = shown_value(pair, out.show_secrets());
+        const Shown shown = shown_value(pair, mask, out.show_secrets());
         rows.push_back({"  " + name_of(pair), shown.text, shown.masked ? "" : meaning_of_value(pair)});
     }
     out.table({}, rows);

@@ -75,8 +75,8 @@ void add_value(Json &document, const Pair &pair) {
     document["hex"] = hex(pair.value);
 }
 
-void add_shown_value(Json &document, const Pair &pair, bool show_secrets) {
-    const Shown shown = shown_value(pair, show_secrets);
+void add_shown_value(Json &document, const Pair &pair, service::TextMask &mask, bool show_secrets) {
+    const Shown shown = shown_value(pair, mask, show_secrets);
     if (!shown.masked) {
         add_value(document, pair);
     } else {
@@ -111,7 +111,7 @@ Json part_json(const Part &part, uint32_t type, bool show_secrets) {
 
 }  // namespace
 
-Json pair_json(const Pair &pair, bool show_secrets) {
+Json pair_json(const Pair &pair, service::TextMask &mask, bool show_secrets) {
     const std::string name = attribute_name(pair.type);
     Json document{{"offset", pair.offset}, {"type", pair.type}};
     document["attribute"] = name.empty() ? Json() : Json(name);
@@ -120,7 +120,7 @@ Json pair_json(const Pair &pair, bool show_secrets) {
     document["flags"] = pair.flags;
     document["flag_names"] = flag_names(pair.flags);
     document["length"] = pair.value.size();
-    add_shown_value(document, pair, show_secrets);
+    add_shown_value(document, pair, mask, show_secrets);
     const std::string meaning = document.contains("masked") ? "" : meaning_of_value(pair);
     if (!meaning.empty()) {
         document["meaning"] = meaning;
@@ -139,8 +139,9 @@ Json list_json(const List &list, bool show_secrets) {
     document["live"] = list.live();
     document["deleted"] = list.pairs.size() - list.live();
     document["pairs"] = Json::array();
+    service::TextMask mask;
     for (const Pair &pair : list.pairs) {
-        document["pairs"].push_back(pair_json(pair, show_secrets));
+        document["pairs"].push_back(pair_json(pair, mask, show_secrets));
     }
     return document;
 }

@@ -24,13 +24,14 @@
 #pragma once
 
 #include "cli/output.hpp"
+#include "masks/masks.hpp"
 #include "message/message.hpp"
 
 namespace aaactl {
 
 Json to_json(const Message &message, bool show_secrets);
 Json list_json(const List &list, bool show_secrets);
-Json pair_json(const Pair &pair, bool show_secrets);
+Json pair_json(const Pair &pair, service::TextMask &mask, bool show_secrets);
 
 // Failure with the place ("parts/0/fields/type") of an error.
 Message from_json(const Json &document);

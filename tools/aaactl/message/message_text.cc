@@ -78,8 +78,8 @@ void add_fields(std::string &text, const Record &record, uint32_t type) {
     }
 }
 
-void add_pair(std::string &text, const Pair &pair, bool show_secrets) {
-    const Shown value = shown_value(pair, show_secrets);
+void add_pair(std::string &text, const Pair &pair, service::TextMask &mask, bool show_secrets) {
+    const Shown value = shown_value(pair, mask, show_secrets);
     text += "pair " + type_text(pair.type) + " " + (value.masked ? std::string(kMask) : value.text);
     text += pair.tag != 0 ? " tag=" + std::to_string(pair.tag) : "";
     text += pair.flags != 0 ? " flags=" + hexadecimal(pair.flags) : "";
@@ -95,8 +95,9 @@ void add_part(std::string &text, const Message &message, const Part &part, bool 
     } else if (const auto *list = std::get_if<List>(&part.content)) {
         text += "list\n";
         add_fields(text, list->header, message.type());
+        service::TextMask mask;
         for (const Pair &pair : list->pairs) {
-            add_pair(text, pair, show_secrets);
+            add_pair(text, pair, mask, show_secrets);
         }
     } else {
         const auto &bytes = std::get<Bytes>(part.content);
@@ -231,12 +232,12 @@ void print_record(Output &out, const Record &record, size_t offset, uint32_t typ
     out.table({}, rows);
 }
 
-std::vector<std::string> pair_row(const Output &out, const Pair &pair) {
-    const bool hidden = is_secret(pair.type) && !out.show_secrets();
+std::vector<std::string> pair_row(const Output &out, const Pair &pair, service::TextMask &mask) {
     const std::string name = attribute_name(pair.type);
-    std::string value = shown_value(pair, out.show_secrets()).text;
+    const Shown shown = shown_value(pair, mask, out.show_secrets());
+    std::string value = shown.text;
     value += is_blank(pair.padding) ? "" : " padding=" + shown_padding(pair, out.show_secrets()).text;
-    const std::string meaning = hidden ? "" : escaped(meaning_of_value(pair));
+    const std::string meaning = shown.masked ? "" : escaped(meaning_of_value(pair));
     value += meaning.empty() ? "" : "  " + out.styled(Style::dim, meaning);
     return {"  " + std::to_string(pair.offset),
             std::to_string(pair.type),
@@ -292,8 +293,9 @@ Message from_text(std::string_view text) {
 void print_list(Output &out, const List &list, size_t offset) {
     print_record(out, list.header, offset, UINT32_MAX);
     std::vector<std::vector<std::string>> rows;
+    service::TextMask mask;
     std::transform(list.pairs.begin(), list.pairs.end(), std::back_inserter(rows),
-                   [&](const Pair &pair) { return pair_row(out, pair); });
+                   [&](const Pair &pair) { return pair_row(out, pair, mask); });
     if (!rows.empty()) {
         out.table({"  OFFSET", "TYPE", "ATTRIBUTE", "TAG", "FLAGS", "LENGTH", "VALUE"}, rows);
     }

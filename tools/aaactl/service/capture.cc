@@ -202,6 +202,10 @@ void Capturer::open_files() {
 }
 
 void Capturer::begin_files() {
+    file_->lock();
+    if (keys_file_ != nullptr) {
+        keys_file_->lock();
+    }
     file_->begin();
     if (keys_file_ != nullptr) {
         keys_file_->begin();

@@ -12,14 +12,14 @@
 namespace aaactl {
 namespace {
 
+constexpr size_t kHead = 8;    // type and length
 constexpr size_t kFrame = 12;  // type, length and again the length
 constexpr size_t kLongest = size_t{1} << 20;
 constexpr uint32_t kByteOrder = 0x1a2b3c4d;
 
-[[noreturn]] void refuse() {
-    throw Failure(ExitCode::bad_input,
-                  "the answer is not one of aaad: its bytes are no capture; check that --socket names the "
-                  "control-socket of aaad.conf");
+[[noreturn]] void refuse(const std::string &why = "its bytes are no capture") {
+    throw Failure(ExitCode::bad_input, "the answer is not one of aaad: " + why +
+                                           "; check that --socket names the control-socket of aaad.conf");
 }
 
 template <typename T>
@@ -78,12 +78,20 @@ std::string_view CaptureBlock::text() const {
 
 std::optional<CaptureBlock> CaptureBlocks::next() {
     const std::string_view rest = std::string_view(bytes_).substr(at_);
-    if (rest.size() < kFrame) {
+    if (rest.size() < kHead) {
         return std::nullopt;
     }
+    // Before the rest of the block has come, and perhaps never does.
     const size_t length = load<uint32_t>(rest, 4);
-    if (length < kFrame || length % 4 != 0 || length > kLongest) {
+    if (length < kFrame || length % 4 != 0) {
         refuse();
+    }
+    if (length > kLongest) {
+        refuse("it announces a block of " + std::to_string(length) + " bytes, and the longest has " +
+               std::to_string(kLongest));
+    }
+    if (rest.size() < kFrame) {
+        return std::nullopt;
     }
     // A program that is not aaad must not have a file made that no one can read.
     if (!std::exchange(has_begun_, true) &&

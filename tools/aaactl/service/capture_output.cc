@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include <cstring>
 
 #include "cli/output.hpp"
+#include "cli/output_file.hpp"
 
 namespace aaactl {
 namespace {
@@ -22,19 +24,24 @@ constexpr mode_t kOwnerOnly = 0600;
 }  // namespace
 
 CaptureOutput::CaptureOutput(const std::string &file)
-    : file_(file), name_(file == "-" ? "standard output" : escaped(file)) {
+    : file_(file.substr(file.rfind('/') + 1)), name_(file == "-" ? "standard output" : escaped(file)) {
     if (file == "-") {
         fd_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
     } else {
-        fd_ = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly);
+        directory_ = open_trusted_directory(file);
+        fd_ = openat(directory_, file_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                     kOwnerOnly);
         is_new_ = fd_ >= 0;
         if (fd_ < 0 && errno == EEXIST) {
-            fd_ = open(file.c_str(), O_WRONLY | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
+            fd_ = openat(directory_, file_.c_str(), O_WRONLY | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
         }
     }
     struct stat found {};
     if (fd_ < 0 || fstat(fd_, &found) != 0) {
-        fail(errno == ELOOP ? "it is a symbolic link; name the file itself" : std::strerror(errno));
+        const int error = errno;
+        close_all();
+        fail(error == ELOOP ? "it is a symbolic link; name the file itself, or - for standard output"
+                            : std::strerror(error));
     }
     device_ = found.st_dev;
     inode_ = found.st_ino;
@@ -43,7 +50,7 @@ CaptureOutput::CaptureOutput(const std::string &file)
         try {
             check_owner();
         } catch (...) {
-            close(fd_);
+            close_all();
             throw;
         }
     }
@@ -51,9 +58,24 @@ CaptureOutput::CaptureOutput(const std::string &file)
 
 CaptureOutput::~CaptureOutput() {
     if (is_new_) {
-        unlink(file_.c_str());
+        unlinkat(directory_, file_.c_str(), 0);
     }
-    close(fd_);
+    close_all();
+}
+
+void CaptureOutput::close_all() {
+    for (const int fd : {fd_, directory_}) {
+        if (fd >= 0) {
+            close(fd);
+        }
+    }
+}
+
+void CaptureOutput::lock() {
+    if (is_regular_ && flock(fd_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        is_new_ = false;  // the other one has opened it meanwhile
+        fail("another capture writes into it; name another file");
+    }
 }
 
 void CaptureOutput::fail(const std::string &what) const {

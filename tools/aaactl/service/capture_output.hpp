@@ -15,13 +15,15 @@ class CaptureOutput {
   public:
     // Opens without changing what is there. "-" is standard output. A new file is its owner's alone,
     // and so is one that is replaced. Failure for a symbolic link and for a file of another
-    // user: in a directory that everyone may write, someone may have put it there.
+    // user, also on the way: in a directory that everyone may write, someone may have put it there.
     explicit CaptureOutput(const std::string &file);
     // Removes a file that it has made and that begin() was not called for.
     ~CaptureOutput();
     CaptureOutput(const CaptureOutput &) = delete;
     CaptureOutput &operator=(const CaptureOutput &) = delete;
 
+    // Failure when another capture writes into the file.
+    void lock();
     // Empties a file.
     void begin();
     // Writes all of the bytes; a file holds either all of them or none. False when the reader of a
@@ -39,9 +41,11 @@ class CaptureOutput {
   private:
     [[noreturn]] void fail(const std::string &what) const;
     void check_owner() const;
+    void close_all();
     bool wait(int end) const;
 
-    std::string file_;
+    std::string file_;  // in the directory
+    int directory_ = -1;
     std::string name_;  // for messages
     int fd_ = -1;
     dev_t device_ = 0;
