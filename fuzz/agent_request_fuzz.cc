@@ -12,9 +12,9 @@
 #include <utility>
 #include <vector>
 
-#include "agent/plan.hpp"
 #include "call/form.hpp"
 #include "fuzz_input.hpp"
+#include "keys/plan.hpp"
 #include "platform/sysdb.h"
 
 namespace {

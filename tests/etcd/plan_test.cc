@@ -2,7 +2,7 @@
 //
 // What changes mean for the cluster. The mirror has a=1 at revision 5, d/x=1 at 6, d/y=2 at 7.
 
-#include "agent/plan.hpp"
+#include "keys/plan.hpp"
 
 #include <gtest/gtest.h>
 

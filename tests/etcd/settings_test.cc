@@ -50,10 +50,13 @@ TEST(EtcdSettings, MistakesAreNamedByLine) {
     EXPECT_EQ((Lines{"1: \"endpont\" is not a setting; did you mean \"endpoint\"?",
                      "0: no endpoint; add a line for each server: endpoint https://HOST:2379"}),
               faults_of("endpont https://a:1\n"));
-    for (const char *endpoint : {"a:1", "ftp://a:1", "https://a", "https://a:x", "https://a:1/v3",
-                                 "https://:1", "https://a:70000", "https://u@a:1", "https://a:1?x"}) {
-        EXPECT_EQ(2u, faults_of("endpoint " + std::string(endpoint) + "\n").size()) << endpoint;
+    for (const char *endpoint :
+         {"a:1", "ftp://a:1", "https://a", "https://a:x", "https://a:1/v3", "https://:1", "https://a:70000",
+          "https://u@a:1", "https://a:1?x", "https://::1:1", "https://[::1]", "https://[::1:1",
+          "https://[a]:1", "https://a:0"}) {
+        EXPECT_EQ(1u, faults_of("endpoint " + std::string(endpoint) + "\n").size()) << endpoint;
     }
+    EXPECT_EQ((Lines{}), faults_of("endpoint https://[2001:db8::1]:2379\n"));
     const std::string sound = "endpoint http://a:1\n";
     EXPECT_EQ((Lines{}), faults_of(sound));
     EXPECT_EQ((Lines{"2: \"http://a:1\" is named twice"}), faults_of(sound + sound));

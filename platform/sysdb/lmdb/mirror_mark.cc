@@ -1,19 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The mark is in the table of the file's own properties, so it is in no listing and no dump:
-// "<cluster> <revision> <prefix>".
+// "<cluster> <revision> <prefix>". So is the identity of the node, which stays when the mark goes.
 
 #include "mirror_mark.hpp"
 
+#include <sys/random.h>
+
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <new>
 
 namespace sysdb_lmdb {
 namespace {
 
 constexpr std::string_view kMarkKey = "mirror";
+constexpr std::string_view kIdentityKey = "machine";
 
 constinit std::atomic<bool> g_is_writer{false};
 
@@ -103,16 +108,25 @@ cerrno read_mirror_mark(std::optional<MirrorMark> &mark) {
     });
 }
 
-cerrno store_mirrored(const std::vector<MirroredItem> &items, const MirrorMark &mark, ChangedKeys &changed) {
+cerrno store_mirrored(const std::vector<MirroredItem> &items, const MirrorMark &mark, ChangedKeys &changed,
+                      const std::optional<MirrorMark> *before) {
     const auto growth = only_shrinks(items) ? Environment::Growth::kShrinks : Environment::Growth::kGrows;
     const std::string text = text_of(mark);
     return Database::instance().with(Tree::kCfg, [&](Environment &environment) {
         return environment.write(
             growth,
             [&](MDB_txn *txn) {
-                const Result rc = store_all(environment, txn, items, changed);
                 MDB_val key = value_of(kMarkKey);
-                MDB_val value = value_of(text);
+                MDB_val value;
+                std::optional<MirrorMark> found;
+                if (mdb_get(txn, environment.meta(), &key, &value) == 0) {
+                    found = parse_mark(view_of(value));
+                }
+                if (before != nullptr && found != *before) {
+                    return Result::conflict();
+                }
+                const Result rc = store_all(environment, txn, items, changed);
+                value = value_of(text);
                 return rc.is_ok() ? Result::of_lmdb(mdb_put(txn, environment.meta(), &key, &value, 0)) : rc;
             },
             bytes_of(items));
@@ -124,6 +138,45 @@ cerrno remove_mirror_mark() {
         return environment.write(Environment::Growth::kShrinks, [&environment](MDB_txn *txn) {
             MDB_val key = value_of(kMarkKey);
             return Result::of_lmdb(mdb_del(txn, environment.meta(), &key, nullptr)).ok_if_not_found();
+        });
+    });
+}
+
+cerrno read_identity(std::string &identity) {
+    identity.clear();
+    return Database::instance().read(Tree::kCfg, [&identity](ReadTxn &txn) {
+        MDB_val key = value_of(kIdentityKey);
+        MDB_val value;
+        const Result rc = Result::of_lmdb(mdb_get(txn.get(), txn.environment().meta(), &key, &value));
+        if (rc.is_ok()) {
+            identity = view_of(value);
+        }
+        return txn.report(rc.ok_if_not_found());
+    });
+}
+
+cerrno have_identity(std::string &identity) {
+    if (const cerrno rc = read_identity(identity); rc != 0 || !identity.empty()) {
+        return rc;
+    }
+    std::array<std::uint64_t, 2> random{};
+    char text[2 * sizeof random + 1];
+    if (getrandom(random.data(), sizeof random, 0) != static_cast<ssize_t>(sizeof random)) {
+        return SYSDB_ERR_STORAGE;
+    }
+    std::snprintf(text, sizeof text, "%016llx%016llx", static_cast<unsigned long long>(random[0]),
+                  static_cast<unsigned long long>(random[1]));
+    return Database::instance().with(Tree::kCfg, [&](Environment &environment) {
+        return environment.write(Environment::Growth::kGrows, [&](MDB_txn *txn) {
+            MDB_val key = value_of(kIdentityKey);
+            MDB_val value = value_of(std::string_view(text));
+            const Result rc =
+                Result::of_lmdb(mdb_put(txn, environment.meta(), &key, &value, MDB_NOOVERWRITE));
+            const bool is_there = rc.is_lmdb(MDB_KEYEXIST);  // and is in `value`
+            if (rc.is_ok() || is_there) {
+                identity = view_of(value);
+            }
+            return is_there ? Result::unchanged() : rc;
         });
     });
 }

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "database.hpp"
@@ -22,6 +23,11 @@ struct MirrorMark {
     std::uint64_t cluster = 0;   // its number
     std::uint64_t revision = 0;  // of the cluster; the file has all changes up to it
     std::string prefix;          // of the cluster's keys
+
+    // That of an import which has begun: the configuration is this node's own, and nothing may change or
+    // replace it.
+    static MirrorMark of_import(std::string prefix) { return {0, 1, std::move(prefix)}; }
+    bool is_of_import() const { return cluster == 0 && revision == 1; }
 
     friend bool operator==(const MirrorMark &, const MirrorMark &) = default;
 };
@@ -42,10 +48,17 @@ bool is_mirror_of_others(MDB_txn *txn, MDB_dbi meta);
 // Empty when the configuration is not a mirror.
 cerrno read_mirror_mark(std::optional<MirrorMark> &mark);
 // Stores the items and the mark as one. Items that are there already, and missing ones to delete,
-// are no changes.
-cerrno store_mirrored(const std::vector<MirroredItem> &items, const MirrorMark &mark, ChangedKeys &changed);
+// are no changes. SYSDB_ERR_CONFLICT: there is another mark than the one before, if that is given, and
+// nothing was stored.
+cerrno store_mirrored(const std::vector<MirroredItem> &items, const MirrorMark &mark, ChangedKeys &changed,
+                      const std::optional<MirrorMark> *before = nullptr);
 // The configuration stays, and is this node's own.
 cerrno remove_mirror_mark();
+
+// Of this database, random, kept in it. Empty: it has none yet.
+cerrno read_identity(std::string &identity);
+// Makes one where there is none.
+cerrno have_identity(std::string &identity);
 
 // Calls visit(key, item) for all of the configuration, in the order of the keys.
 template <typename Visit>

@@ -3,143 +3,17 @@
 // The commands of an administrator who sets up three nodes, and what they say when something is
 // wrong: with a cluster of three members, and agents that the test starts as a service manager does.
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
 #include <random>
 
-#include "aaactl/support/program_run.hpp"
-#include "etcd/cluster.hpp"
-#include "support/sysdb.hpp"
+#include "aaactl/cluster/machine.hpp"
 
 namespace {
 
-using aaactl_test::JsonDocument;
-using aaactl_test::Run;
-using etcd_test::Cluster;
-using etcd_test::eventually;
-using etcd_test::Program;
-
-// One node: a database, settings, and the agent.
-class Machine {
-  public:
-    explicit Machine(const std::string &name) : name_(name) {}
-    ~Machine() { stop(); }
-
-    Run run(std::vector<std::string> words) const {
-        setenv("AAA_SYSDB_CFG_DIR", directory_.path("cfg").c_str(), 1);
-        setenv("AAA_SYSDB_RUN_DIR", directory_.path("run").c_str(), 1);
-        setenv("AAA_SYSDB_PROVIDER", ETCD_PROVIDER, 1);
-        setenv("AAA_SYSDB_AGENT", ETCD_AGENT, 1);
-        return aaactl_test::aaactl(words);
-    }
-    Run cluster(std::vector<std::string> words) const {
-        words.insert(words.begin(), "cluster");
-        words.insert(words.end(), {"--config", settings()});
-        return run(words);
-    }
-    // Without waiting: the test starts the agent itself, later.
-    Run join(std::vector<std::string> words) const {
-        words.insert(words.begin(), {"join", "--no-wait"});
-        words.insert(words.end(), {"--node", name_});
-        return cluster(words);
-    }
-    void start_join(Program &program, std::vector<std::string> words) const {
-        words.insert(words.begin(), {AAACTL_PROGRAM, "cluster", "join", "--no-wait"});
-        words.insert(words.end(), {"--node", name_, "--config", settings()});
-        program.start(words,
-                      {{"AAA_SYSDB_CFG_DIR", directory_.path("cfg")},
-                       {"AAA_SYSDB_RUN_DIR", directory_.path("run")},
-                       {"AAA_SYSDB_PROVIDER", ETCD_PROVIDER},
-                       {"AAA_SYSDB_AGENT", ETCD_AGENT}},
-                      directory_.path("join"));
-    }
-    // How many of the files with a configuration that was replaced have the line.
-    size_t kept_with(const std::string &line) const {
-        size_t count = 0;
-        for (const auto &file : std::filesystem::directory_iterator(directory_.path(""))) {
-            const std::string name = file.path().filename().string();
-            count +=
-                name.starts_with("before-cluster-") && directory_.read(name).find(line) != std::string::npos;
-        }
-        return count;
-    }
-    void set(const std::string &path, const std::string &value) const {
-        const auto done = run({"sysdb", "set", path, "--type", "string", value});
-        EXPECT_EQ(0, done.status) << done.err;
-    }
-    std::string get(const std::string &path) const { return run({"sysdb", "get", path}).out; }
-
-    void start(const std::vector<std::string> &options = {"--if-joined"}) {
-        std::vector<std::string> words = {ETCD_AGENT, "--foreground", "--config", settings()};
-        words.insert(words.end(), options.begin(), options.end());
-        agent_.start(words,
-                     {{"AAA_SYSDB_CFG_DIR", directory_.path("cfg")},
-                      {"AAA_SYSDB_RUN_DIR", directory_.path("run")},
-                      {"AAA_LOG", "stderr"}},
-                     directory_.path("log"));
-    }
-    int wait() { return agent_.wait(); }
-    void send(int signal) const { agent_.send(signal); }
-    void stop() {
-        if (agent_.is_running()) {
-            agent_.send(SIGTERM);
-            EXPECT_EQ(0, agent_.wait()) << log();
-        }
-    }
-    std::string settings() const { return directory_.path("agent.conf"); }
-    std::string log() const { return directory_.read("log"); }
-    const TempDir &directory() const { return directory_; }
-
-  private:
-    std::string name_;
-    TempDir directory_;
-    Program agent_;
-};
-
-class ClusterCommands : public ::testing::Test {
-  protected:
-    static void SetUpTestSuite() {
-        Cluster::Options options;
-        options.more = {"--max-txn-ops", "10000"};
-        cluster_ = new Cluster(options);
-        cluster_->start_all();
-    }
-    static void TearDownTestSuite() {
-        delete cluster_;
-        cluster_ = nullptr;
-    }
-
-    static Cluster &cluster() { return *cluster_; }
-    static std::string all() {
-        return cluster().endpoint(0) + "," + cluster().endpoint(1) + "," + cluster().endpoint(2);
-    }
-    // Each test has a prefix of its own.
-    static std::string prefix() {
-        return std::string("/") + ::testing::UnitTest::GetInstance()->current_test_info()->name();
-    }
-    static void first_node(Machine &node) {
-        node.set("/cfg/site/name", "first");
-        const auto joined = node.join({all(), "--prefix", prefix(), "--import"});
-        ASSERT_EQ(0, joined.status) << joined.err;
-        node.start();
-        const auto again = node.cluster({"join", "--import"});
-        ASSERT_EQ(0, again.status) << again.err << node.log();
-    }
-
-  private:
-    static Cluster *cluster_;
-};
-
-Cluster *ClusterCommands::cluster_ = nullptr;
-
-void expect_said(const Run &run, int status, const std::string &text) {
-    EXPECT_EQ(status, run.status) << run.out << run.err;
-    EXPECT_NE(std::string::npos, (run.out + run.err).find(text)) << run.out << run.err;
-}
+using namespace cluster_test;
 
 TEST_F(ClusterCommands, ThreeNodesShareOneConfiguration) {
     Machine first("n1"), second("n2"), third("n3");
@@ -169,7 +43,18 @@ TEST_F(ClusterCommands, JoinChangesNothingWhenItRefuses) {
     node.set("/cfg/site/name", "own");
     expect_said(node.join({}), 2, "no server of the cluster is named");
     expect_said(node.join({"http://127.0.0.1:1"}), 5, "see on the server whether etcd runs");
-    expect_said(node.join({"127.0.0.1:1"}), 3, "is not of the form https://HOST:PORT");
+    for (const auto &[url, fault] : {std::pair("127.0.0.1:1", "it begins with neither https:// nor http://"),
+                                     std::pair("http://127.0.0.1", "the port is missing"),
+                                     std::pair("http://127.0.0.1:1/v3", "nothing comes after the port"),
+                                     std::pair("http://::1:1", "an IPv6 address is in brackets"),
+                                     std::pair("http://[::1:1", "the host is neither a name nor an address"),
+                                     std::pair("http://u:p@127.0.0.1:1", "a user has settings of its own"),
+                                     std::pair("http://127.0.0.1:0", "the port is not a number")}) {
+        const auto refused = node.join({url});
+        expect_said(refused, 3, std::string("is not of the form https://HOST:PORT: ") + fault);
+        EXPECT_EQ(std::string::npos, refused.err.find("no endpoint")) << refused.err;
+    }
+    expect_said(node.join({"http://no.such.host.invalid:1"}), 5, "getent hosts HOST");
     expect_said(node.join({all(), "--prefix", "bad"}), 3, "is not a prefix");
     expect_said(node.join({all(), "--ca", "/nowhere/ca.pem"}), 3, "/nowhere/ca.pem");
     expect_said(node.join({all(), "--user", "u"}), 3, "belong together");
@@ -178,7 +63,7 @@ TEST_F(ClusterCommands, JoinChangesNothingWhenItRefuses) {
     EXPECT_NE(0, access(node.settings().c_str(), F_OK));
     EXPECT_NE(0, access((node.settings() + ".new").c_str(), F_OK));
     node.set("/cfg/site/name", "still own");
-    expect_said(node.cluster({"status"}), 1, "has not joined a cluster");
+    expect_said(node.cluster({"status"}), 1, "this node has not joined a cluster");
 }
 
 TEST_F(ClusterCommands, ConfigurationsOnBothSidesNeedAChoice) {
@@ -375,7 +260,17 @@ TEST_F(ClusterCommands, LostMajorityIsShownAndLeavingWorks) {
     cluster().kill(0);
     cluster().kill(1);
     EXPECT_TRUE(eventually([&] { return node.cluster({"status"}).status == 5; }));
-    expect_said(node.cluster({"status"}), 5, "does not answer");
+    EXPECT_TRUE(eventually([&] {
+        return node.cluster({"status"})
+                   .out.find("no majority of the servers: the configuration can be read") !=
+               std::string::npos;
+    })) << node.cluster({"status"}).out;
+    const auto status = node.cluster({"status"});
+    expect_said(status, 5, "; reached: " + cluster().endpoint(2) + ";");
+    expect_said(status, 5, "; not reached: " + cluster().endpoint(0) + ", " + cluster().endpoint(1) + ";");
+    const auto refused = node.run({"sysdb", "set", "/cfg/site/name", "x"});
+    expect_said(refused, 6, "No majority of the cluster's servers answers");
+    EXPECT_EQ(std::string::npos, refused.err.find("may have been made")) << refused.err;
     EXPECT_EQ("first\n", node.get("/cfg/site/name"));
     node.stop();
     EXPECT_EQ(0, node.cluster({"leave"}).status);

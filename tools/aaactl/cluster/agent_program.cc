@@ -12,10 +12,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <utility>
 
 #include "cli/output.hpp"
 #include "cluster/cluster.hpp"
+#include "service/control_client.hpp"
 
 namespace aaactl {
 namespace {
@@ -153,6 +155,20 @@ Json ask_agent(const std::string &settings, const std::string &mode, const std::
                       replaced(messages_of(ended), escaped(settings), escaped(name)));
     }
     return Json::parse(ended.out);
+}
+
+std::string how_to_end_agent(const Json &status) {
+    const uint64_t pid = number_of(status["agent"], "pid");
+    std::string name = agent_program();
+    name.erase(0, name.rfind('/') + 1);
+    constexpr size_t kLongestCommand = 15;  // of what the kernel keeps
+    std::string command;
+    if (pid > 1) {
+        std::ifstream("/proc/" + std::to_string(pid) + "/comm") >> command;
+    }
+    return command == name.substr(0, kLongestCommand)
+               ? "end it first: kill " + std::to_string(pid)
+               : "end it first; this names its process: pgrep -x " + escaped(name.substr(0, kLongestCommand));
 }
 
 bool is_managed(const std::string &settings) {

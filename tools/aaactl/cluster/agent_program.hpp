@@ -29,6 +29,10 @@ Json ask_agent(const std::string &settings, const std::string &mode, const std::
 std::string messages_of(const Ended &ended);
 
 // Whether the service manager runs the agent with these settings: it has one unit, for the usual file.
+// How to end the agent that `status` is of, after "the agent runs; ". It names a process only if that is an
+// agent of this machine.
+std::string how_to_end_agent(const Json &status);
+
 bool is_managed(const std::string &settings);
 // systemctl with these words. Failure with what it says.
 void manage(const std::vector<std::string> &words);

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // cluster join. Everything that can be wrong is found out before anything is changed. The steps that
-// follow are in an order in which each can be the last one, and repeated: settings, the mark in the
-// database or the import, the agent. Until the mark, the node changes its own configuration; after it,
+// follow are in an order in which each can be the last one, and repeated: the name, the import, settings, the
+// mark in the database, the agent. Until the mark, the node changes its own configuration; after it,
 // the node reads what it has, and the agent makes it equal to the cluster's.
 
 #include <sys/stat.h>
@@ -19,27 +19,12 @@
 #include "cluster/agent_program.hpp"
 #include "cluster/agent_settings.hpp"
 #include "cluster/cluster.hpp"
+#include "cluster/join_step.hpp"
 #include "database/snapshot.hpp"
 #include "service/control_client.hpp"
 
 namespace aaactl {
 namespace {
-
-struct JoinOptions {
-    std::string settings = kAgentSettings;
-    std::vector<std::string> servers;
-    std::string prefix;
-    std::string node;
-    std::string user;
-    std::string password_file;
-    std::string ca;
-    std::string certificate;
-    std::string key;
-    bool import = false;
-    bool replace = false;
-    bool no_wait = false;
-    uint32_t seconds = 60;
-};
 
 // ---- settings
 
@@ -56,7 +41,11 @@ std::vector<std::string> servers_of(const JoinOptions &options) {
         for (size_t begin = 0; begin <= word.size();) {
             const size_t end = std::min(word.find(',', begin), word.size());
             if (end != begin) {
-                servers.push_back(checked_word("URL", word.substr(begin, end - begin)));
+                std::string server = checked_word("URL", word.substr(begin, end - begin));
+                if (server.ends_with('/')) {  // as browsers show it
+                    server.pop_back();
+                }
+                servers.push_back(std::move(server));
             }
             begin = end + 1;
         }
@@ -100,85 +89,6 @@ void check_readable(const std::string &text) {
     }
 }
 
-// ---- what may be done
-
-// The mark says that this node had what this cluster has, below this prefix.
-bool is_joined_to(const Json &probe) {
-    const Json &mark = probe["mark"];
-    return mark.is_object() && text_of(mark, "prefix") == text_of(probe, "prefix") &&
-           text_of(mark, "cluster") == text_of(probe, "cluster");
-}
-
-// The mark of a command that was interrupted has no cluster yet.
-bool is_joined_elsewhere(const Json &probe) {
-    const Json &mark = probe["mark"];
-    return mark.is_object() && text_of(mark, "cluster") != "0" && !is_joined_to(probe);
-}
-
-std::string items_text(uint64_t number) {
-    return std::to_string(number) + (number == 1 ? " item" : " items");
-}
-
-void check_reached(const Json &probe) {
-    const std::string fault = text_of(probe, "fault");
-    if (!fault.empty()) {
-        const std::string remedy = text_of(probe, "remedy");
-        throw Failure(ExitCode::unavailable, escaped(fault) + (remedy.empty() ? "" : "; " + escaped(remedy)));
-    }
-}
-
-enum class Step { adopt, replace, import, none };
-
-Step step_for_empty_cluster(const JoinOptions &options, const Json &probe) {
-    if (!options.import) {
-        throw Failure(ExitCode::negative, "the cluster has no configuration below " +
-                                              escaped(text_of(probe, "prefix")) +
-                                              "; --import makes this node's the cluster's (" +
-                                              items_text(number_of(probe, "own_items")) +
-                                              "); do that on the node whose configuration all are to have");
-    }
-    return Step::import;
-}
-
-Step step_for(const JoinOptions &options, const Json &probe) {
-    const std::string prefix = escaped(text_of(probe, "prefix"));
-    if (text_of(probe, "configuration") == "other") {
-        throw Failure(ExitCode::negative, "the cluster's configuration below " + prefix +
-                                              " is of another version of the agent; upgrade this node, or "
-                                              "choose another --prefix");
-    }
-    if (is_joined_elsewhere(probe) && !options.replace) {
-        throw Failure(ExitCode::negative, "this node has joined another cluster, or below another prefix: " +
-                                              escaped(text_of(probe["mark"], "prefix")) +
-                                              "; leave that first: aaactl cluster leave");
-    }
-    if (text_of(probe, "configuration") == "none") {
-        return step_for_empty_cluster(options, probe);
-    }
-    if (is_joined_to(probe)) {
-        return Step::none;
-    }
-    const uint64_t differing = number_of(probe, "differing");
-    const std::string both = "the cluster has a configuration below " + prefix + " (" +
-                             items_text(number_of(probe, "cluster_items")) +
-                             "), and this node another one (" + items_text(number_of(probe, "own_items")) +
-                             "; " + std::to_string(differing) + (differing == 1 ? " differs" : " differ") +
-                             ")";
-    if (differing == 0 || number_of(probe, "own_items") == 0) {
-        if (options.import && differing != 0) {
-            throw Failure(ExitCode::negative, both + "; join without --import");
-        }
-        return Step::adopt;
-    }
-    if (!options.replace) {
-        throw Failure(ExitCode::negative,
-                      both +
-                          "; --replace takes the cluster's, and keeps this node's in a file; to share this "
-                          "node's apart from the cluster's, choose another --prefix with --import");
-    }
-    return Step::replace;
-}
-
 // ---- changes
 
 std::string keep_configuration(Output &out, const std::string &settings) {
@@ -210,7 +120,9 @@ std::string keep_configuration(Output &out, const std::string &settings) {
 void must_run_agent(const std::string &settings, const char *mode) {
     const Ended ended = run_agent(settings, mode);
     if (ended.status != 0) {
-        throw Failure(ExitCode::failed, messages_of(ended));
+        // With the same status as a refusal that is found out before.
+        constexpr int kRefused = 3;
+        throw Failure(ended.status == kRefused ? ExitCode::negative : ExitCode::failed, messages_of(ended));
     }
 }
 
@@ -265,8 +177,8 @@ void start_agent(Output &out, const JoinOptions &options, bool changed) {
     if (!(status["agent"]["running"] == Json(true))) {
         out.note("aaactl: no service manager runs here; start the agent: " + command);
     } else if (changed) {
-        out.note("aaactl: the agent runs with the settings from before; end process " +
-                 std::to_string(number_of(status["agent"], "pid")) + " and start it again: " + command);
+        out.note("aaactl: the agent runs with the settings from before; " + how_to_end_agent(status) +
+                 "; then start it again: " + command);
     }
 }
 
@@ -313,12 +225,15 @@ ExitCode join(Output &out, const JoinOptions &options) {
     const std::string kept = step == Step::replace ? keep_configuration(out, options.settings) : "";
 
     const bool changed = text != settings.before();
+    // With the settings that are put in place when the cluster has agreed.
+    must_run_agent(settings.path(), options.take_name ? "--take-name" : "--claim-name");
+    if (step == Step::import) {
+        must_run_agent(settings.path(), "--import");
+    }
     if (changed) {
         settings.put_in_place();
     }
-    if (step == Step::import) {
-        must_run_agent(options.settings, "--import");
-    } else if (step != Step::none) {
+    if (step == Step::adopt || step == Step::replace) {
         must_run_agent(options.settings, "--adopt");
     }
     start_agent(out, options, changed);
@@ -368,6 +283,8 @@ void add_cluster_join(Command cluster) {
     sub.flag("--replace", options->replace,
              "Replace this node's configuration by the cluster's; a dump of it is kept")
         .excludes(import);
+    sub.flag("--take-name", options->take_name,
+             "Have the node's name also when another machine has it, which is gone");
     sub.flag("--no-wait", options->no_wait, "Do not wait until this node has what the cluster has");
     sub.option("--timeout", options->seconds, "How many seconds to wait").type("SECONDS").shows_default();
     add_settings_option(sub, options->settings);

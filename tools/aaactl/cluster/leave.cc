@@ -42,15 +42,17 @@ ExitCode leave(Output &out, const LeaveOptions &options) {
     if (is_managed(settings)) {
         manage({"disable", "--quiet", "--now", kAgentUnit});
     } else if (before["agent"]["running"] == Json(true)) {
-        throw Failure(ExitCode::negative, "the agent runs; end it first: kill " +
-                                              std::to_string(number_of(before["agent"], "pid")) +
-                                              "; then repeat the command");
+        throw Failure(ExitCode::negative,
+                      "the agent runs; " + how_to_end_agent(before) + "; then repeat the command");
     }
     const Ended ended = run_agent(settings, "--leave");
     if (ended.status != 0) {
         throw Failure(ExitCode::failed, messages_of(ended));
     }
     const bool had_joined = before["mark"].is_object();
+    if (had_joined) {
+        run_agent(settings, "--release-name");  // the cluster need not be there
+    }
     out.result({{"left", had_joined}}, [&] {
         out.line(had_joined ? "This node has left the cluster, and keeps the configuration as its own."
                             : "This node has not joined a cluster.");

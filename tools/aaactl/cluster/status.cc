@@ -41,7 +41,8 @@ std::string with_remedy(const Json &where, const char *fault, const char *remedy
 }
 
 std::string head_of(const Json &status) {
-    const std::string node = "node " + escaped(text_of(status, "node"));
+    const std::string name = escaped(text_of(status, "node"));
+    const std::string node = name.empty() ? "this node" : "node " + name;
     if (!has_joined(status)) {
         return node + " has not joined a cluster; to join: aaactl cluster join URL";
     }
@@ -56,6 +57,33 @@ std::string head_of(const Json &status) {
 
 // ---- what is wrong
 
+constexpr char kCannotBeChanged[] = "the configuration can be read, but not changed";
+
+// Servers answer, and none of them knows a leader: each lacks the others.
+bool lacks_leader(const Json &status) {
+    bool answers = false;
+    for (const Json &server : status["servers"].elements()) {
+        answers = answers || is_true(server, "answers");
+        if (is_true(server, "has_leader")) {
+            return false;
+        }
+    }
+    return answers;
+}
+
+std::string no_majority(const Json &status) {
+    std::string lists[2];
+    for (const Json &server : status["servers"].elements()) {
+        std::string &list = lists[is_true(server, "answers") ? 0 : 1];
+        list += (list.empty() ? "" : ", ") + escaped(text_of(server, "endpoint"));
+    }
+    return std::string("no majority of the servers: ") + kCannotBeChanged +
+           (lists[0].empty() ? "" : "; reached: " + lists[0]) +
+           (lists[1].empty() ? "" : "; not reached: " + lists[1]) +
+           "; start those that are down, or mend the network between them; see: etcdctl endpoint status "
+           "--cluster";
+}
+
 class Troubles {
   public:
     explicit Troubles(const Json &status) {
@@ -68,8 +96,17 @@ class Troubles {
         for (const Json &fault : status["settings_faults"].elements()) {
             lines_.push_back(escaped(fault.is_string() ? fault.text() : ""));
         }
-        if (has_joined(status)) {
+        if (status["mark"]["importing"] == Json(true)) {
+            lines_.emplace_back(
+                "the import of this node's configuration has not ended: it can be read, but not changed; "
+                "repeat "
+                "the import: aaactl cluster join --import; or undo it: aaactl cluster leave");
+        } else if (has_joined(status)) {
             add_of_agent(status);
+        }
+        if (is_true(status, "name_taken")) {
+            lines_.push_back("another machine is the node " + escaped(text_of(status, "node")) +
+                             " of this cluster; give this one another name: aaactl cluster join --node NAME");
         }
         add_of_servers(status);
     }
@@ -88,13 +125,11 @@ class Troubles {
                 "systemctl restart aaa-sysdb-agent");
         } else if (state == "not allowed") {
             lines_.emplace_back("only root and the group aaa may ask the agent");
+        } else if (follows(status) ? !is_true(status, "majority") : lacks_leader(status)) {
+            lines_.push_back(no_majority(status));
         } else if (!follows(status)) {
             lines_.push_back("not following the cluster: " + with_remedy(status, "trouble", "remedy"));
-        } else if (!is_true(status, "majority")) {
-            lines_.emplace_back(
-                "no majority of the servers answers: the configuration cannot be changed; see: etcdctl "
-                "endpoint "
-                "health --cluster");
+            lines_.emplace_back(kCannotBeChanged);
         }
     }
     void add_of_servers(const Json &status) {

@@ -78,7 +78,8 @@ class Changes::One : public std::enable_shared_from_this<One> {
             finish(SYSDB_ERR_NO_AGENT, count());
             return;
         }
-        if (owner_.mirror_.revision() == 0) {
+        // One that is sent without a majority may be made when there is one again. Here it can be refused.
+        if (owner_.mirror_.revision() == 0 || (owner_.mirror_.lacks_majority() && !may_be_made_)) {
             pause_.set(net::Loop::clock() + kPause);
             return;
         }

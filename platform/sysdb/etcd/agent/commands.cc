@@ -13,10 +13,10 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/changes.hpp"
-#include "agent/import.hpp"
 #include "agent/listener.hpp"
-#include "agent/probe.hpp"
 #include "agent/status.hpp"
+#include "joining/import.hpp"
+#include "joining/probe.hpp"
 #include "mirror_mark.hpp"
 #include "net/descriptor.hpp"
 #include "platform/sysdb_changes.h"
@@ -56,7 +56,10 @@ int cannot_change(cerrno rc) {
 Json mark_json(const std::optional<sysdb_lmdb::MirrorMark> &mark) {
     char cluster[20];
     std::snprintf(cluster, sizeof cluster, "%llx", static_cast<unsigned long long>(mark ? mark->cluster : 0));
-    return mark ? Json{{"cluster", cluster}, {"prefix", mark->prefix}, {"revision", mark->revision}}
+    return mark ? Json{{"cluster", cluster},
+                       {"prefix", mark->prefix},
+                       {"revision", mark->is_of_import() ? 0 : mark->revision},
+                       {"importing", mark->is_of_import()}}
                 : Json(nullptr);
 }
 
@@ -67,14 +70,14 @@ Json ask_cluster(Settings settings) {
     Client client(loop, std::move(settings.address));
     Mirror mirror(loop, client, names);
     Changes changes(loop, client, mirror, names);
-    Status status(loop, client, mirror, changes, names);
+    Status status(loop, client, mirror, changes, names, {});
     Json json;
     status.tell([&](const std::string &text) {
         json = Json::parse(text, nullptr, false);
         loop.stop();
     });
     loop.run();
-    for (const char *of_the_agent : {"changes", "items", "majority", "last_trouble"}) {
+    for (const char *of_the_agent : {"changes", "items", "majority", "name_taken", "last_trouble"}) {
         json.erase(of_the_agent);
     }
     return json;
@@ -86,14 +89,46 @@ int import_configuration(Settings settings) {
     net::Loop loop;
     const Names names(settings.prefix, settings.node);
     Client client(loop, std::move(settings.address));
-    Import importing(loop, client, names);
+    std::string machine;
+    if (const cerrno rc = sysdb_lmdb::have_identity(machine); rc != 0) {
+        return cannot_change(rc);
+    }
+    Import importing(loop, client, names, machine);
     int status = 1;
-    importing.start(net::Loop::clock() + kPatience, [&](const std::string &fault) {
-        if (fault.empty()) {
+    importing.start(net::Loop::clock() + kPatience, [&](const Import::Outcome &outcome) {
+        if (outcome.fault.empty()) {
             std::printf("the cluster has the %zu items of this node\n", importing.items());
             status = 0;
         } else {
+            std::fprintf(stderr, "aaa-sysdb-agent: %s\n", outcome.fault.c_str());
+            status = outcome.refused ? kRefused : 1;
+        }
+        loop.stop();
+    });
+    loop.run();
+    return status;
+}
+
+int name_node(const Settings &settings, NodeName::Step step) {
+    std::string machine;
+    const bool releases = step == NodeName::Step::kRelease;
+    if (const cerrno rc = releases ? sysdb_lmdb::read_identity(machine) : sysdb_lmdb::have_identity(machine);
+        rc != 0) {
+        return cannot_change(rc);
+    }
+    if (machine.empty()) {
+        return 0;
+    }
+    net::Loop loop;
+    const Names names(settings.prefix, settings.node);
+    Client client(loop, settings.address);
+    NodeName name(loop, client, names, machine);
+    int status = 0;
+    // Another machine may use the name when the cluster is told so; a node can leave without.
+    name.start(step, net::Loop::clock() + (releases ? 0 : kPatience), [&](const std::string &fault) {
+        if (!fault.empty()) {
             std::fprintf(stderr, "aaa-sysdb-agent: %s\n", fault.c_str());
+            status = 1;
         }
         loop.stop();
     });
@@ -105,16 +140,16 @@ int adopt(const Settings &settings) {
     std::optional<sysdb_lmdb::MirrorMark> mark;
     sysdb_lmdb::ChangedKeys changed;
     cerrno rc = sysdb_lmdb::read_mirror_mark(mark);
-    if (rc == 0 && (!mark || mark->prefix != settings.prefix)) {
+    if (rc == 0 && (!mark || mark->is_of_import() || mark->prefix != settings.prefix)) {
         rc = sysdb_lmdb::store_mirrored({}, {0, 0, settings.prefix}, changed);
     }
     return rc == 0 ? 0 : cannot_change(rc);
 }
 
-cerrno read_joined(bool &joined) {
+cerrno read_joined(Joined &joined) {
     std::optional<sysdb_lmdb::MirrorMark> mark;
     const cerrno rc = sysdb_lmdb::read_mirror_mark(mark);
-    joined = mark.has_value();
+    joined = {mark.has_value(), mark && mark->is_of_import()};
     return rc;
 }
 
@@ -143,7 +178,11 @@ int probe(Settings settings) {
     net::Loop loop;
     const Names names(settings.prefix, settings.node);
     Client client(loop, std::move(settings.address));
-    Probe probe(loop, client, names);
+    std::string machine;
+    if (const cerrno rc = sysdb_lmdb::read_identity(machine); rc != 0) {
+        return cannot_change(rc);
+    }
+    Probe probe(loop, client, names, machine);
     probe.start(net::Loop::clock() + kPatience / 2, [&loop] { loop.stop(); });
     loop.run();
     Json json = Json::parse(probe.text(), nullptr, false);
@@ -170,7 +209,7 @@ int print_status(Settings settings, const std::vector<std::string> &faults) {
         const bool is_silent = asked == SYSDB_ERR_OUTCOME_UNKNOWN;
         json["state"] = is_refused ? "not allowed" : is_silent ? "no answer" : "no agent";
         json["agent"] = {{"running", is_refused || is_silent}};
-        json["revision"] = mark ? mark->revision : 0;
+        json["revision"] = mark && !mark->is_of_import() ? mark->revision : 0;
     }
     for (const char *list : {"servers", "members", "nodes"}) {
         if (!json.contains(list)) {

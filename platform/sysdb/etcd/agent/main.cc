@@ -26,6 +26,7 @@
 #include "agent/status.hpp"
 #include "host.hpp"
 #include "main/notify.hpp"
+#include "mirror_mark.hpp"
 #include "platform/logging.h"
 
 namespace sysdb_etcd {
@@ -45,11 +46,25 @@ constexpr char kUsage[] =
     "  --check        say what is wrong with the settings\n"
     "  --probe        say whether this node can join the cluster, as JSON\n"
     "  --status       say how the agent and the cluster are, as JSON\n"
+    "  --claim-name   have the node's name in the cluster, unless another machine has it\n"
+    "  --take-name    have it all the same\n"
+    "  --release-name let other machines have it\n"
     "  --import       make this node's configuration that of a cluster which has none\n"
     "  --adopt        have this node's configuration replaced by the cluster's when the agent runs\n"
     "  --leave        while no agent runs: make the configuration this node's own again\n";
 
-enum class Mode { kRun, kCheck, kProbe, kStatus, kImport, kAdopt, kLeave };
+enum class Mode {
+    kRun,
+    kCheck,
+    kProbe,
+    kStatus,
+    kClaimName,
+    kTakeName,
+    kReleaseName,
+    kImport,
+    kAdopt,
+    kLeave
+};
 
 struct Options {
     std::string config = "/etc/aaa/agent.conf";
@@ -70,6 +85,9 @@ constexpr option kOptions[] = {{"foreground", no_argument, nullptr, kForeground}
                                {"check", no_argument, nullptr, option_of(Mode::kCheck)},
                                {"probe", no_argument, nullptr, option_of(Mode::kProbe)},
                                {"status", no_argument, nullptr, option_of(Mode::kStatus)},
+                               {"claim-name", no_argument, nullptr, option_of(Mode::kClaimName)},
+                               {"take-name", no_argument, nullptr, option_of(Mode::kTakeName)},
+                               {"release-name", no_argument, nullptr, option_of(Mode::kReleaseName)},
                                {"import", no_argument, nullptr, option_of(Mode::kImport)},
                                {"adopt", no_argument, nullptr, option_of(Mode::kAdopt)},
                                {"leave", no_argument, nullptr, option_of(Mode::kLeave)},
@@ -141,12 +159,12 @@ void raise_descriptor_limit() {
 
 class Agent {
   public:
-    explicit Agent(Settings settings)
+    Agent(Settings settings, std::string machine)
         : names_(settings.prefix, settings.node),
           client_(loop_, std::move(settings.address)),
           mirror_(loop_, client_, names_),
           changes_(loop_, client_, mirror_, names_),
-          status_(loop_, client_, mirror_, changes_, names_),
+          status_(loop_, client_, mirror_, changes_, names_, std::move(machine)),
           listener_(loop_, [this](Request request, const Listener::Reply &reply) {
               handle(std::move(request), reply);
           }) {}
@@ -160,6 +178,10 @@ class Agent {
             sysdb_lmdb::log(sysdb_lmdb::kLogError, "the agent cannot start: %s", fault.c_str());
             return 1;
         }
+        mirror_.on_left([this] {
+            sysdb_lmdb::log(sysdb_lmdb::kLogWarning, "this node has left the cluster; the agent ends");
+            loop_.stop();
+        });
         mirror_.on_state([this] { report_state(); });
         mirror_.start();
         status_.start();
@@ -226,14 +248,21 @@ class Agent {
 // A configuration that no one has given up must not be replaced because an agent was started, by its unit or
 // by hand. The exit status; nothing on a node that has joined.
 std::optional<int> refusal(const Options &options) {
-    bool joined = false;
+    Joined joined;
     if (const cerrno rc = read_joined(joined); rc != 0) {
         sysdb_lmdb::log(sysdb_lmdb::kLogError,
                         "the agent cannot start: the database of this node cannot be read: aaactl err 0x%08x",
                         rc);
         return 1;
     }
-    if (joined) {
+    if (joined.importing) {
+        sysdb_lmdb::log(
+            sysdb_lmdb::kLogError,
+            "the import of this node's configuration has not ended; repeat it: aaactl cluster join "
+            "--import; or undo it: aaactl cluster leave");
+        return options.if_joined ? 0 : 1;
+    }
+    if (joined.joined) {
         return std::nullopt;
     }
     if (options.if_joined) {
@@ -278,13 +307,22 @@ int run(const Options &options) {
             return 0;
         case Mode::kProbe:
             return probe(std::move(settings));
+        case Mode::kClaimName:
+            return name_node(settings, NodeName::Step::kClaim);
+        case Mode::kTakeName:
+            return name_node(settings, NodeName::Step::kTake);
+        case Mode::kReleaseName:
+            return name_node(settings, NodeName::Step::kRelease);
         case Mode::kImport:
             return import_configuration(std::move(settings));
         case Mode::kAdopt:
             return adopt(settings);
-        default:
+        default: {
+            std::string machine;
+            sysdb_lmdb::have_identity(machine);  // a full database works as before
             raise_descriptor_limit();
-            return Agent(std::move(settings)).run();
+            return Agent(std::move(settings), std::move(machine)).run();
+        }
     }
 }
 

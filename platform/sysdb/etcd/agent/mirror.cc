@@ -155,7 +155,12 @@ void Mirror::set_waiters_timer() {
 // The watchers of this node are woken after the commit.
 bool Mirror::store(const std::vector<sysdb_lmdb::MirroredItem> &items, std::uint64_t revision) {
     sysdb_lmdb::ChangedKeys changed;
-    const cerrno rc = sysdb_lmdb::store_mirrored(items, {cluster_, revision, names_.prefix()}, changed);
+    const sysdb_lmdb::MirrorMark mark{cluster_, revision, names_.prefix()};
+    const cerrno rc = sysdb_lmdb::store_mirrored(items, mark, changed, &mark_);
+    if (rc == SYSDB_ERR_CONFLICT) {
+        check_mark();
+        return false;
+    }
     if (rc != 0) {
         char code[16];
         std::snprintf(code, sizeof code, "%08x", rc);
@@ -164,6 +169,7 @@ bool Mirror::store(const std::vector<sysdb_lmdb::MirroredItem> &items, std::uint
             std::string("the database of this node takes no changes: aaactl err 0x") + code + " says more");
         return false;
     }
+    mark_ = mark;
     sysdb_lmdb::notify_watchers(changed);
     return true;
 }
@@ -173,6 +179,29 @@ void Mirror::report_missing_revision(std::uint64_t revision) {
     sysdb_lmdb::log(sysdb_lmdb::kLogInfo,
                     "the cluster does not have revision %llu any more; comparing with the newest one",
                     static_cast<unsigned long long>(revision));
+}
+
+// Commands change the mark while no agent runs. One that does not find this agent, because /run was emptied,
+// may change it all the same.
+bool Mirror::check_mark() {
+    std::optional<sysdb_lmdb::MirrorMark> mark;
+    if (sysdb_lmdb::read_mirror_mark(mark) != 0 || mark == mark_) {
+        return true;
+    }
+    take_other_mark(mark);
+    return false;
+}
+
+void Mirror::take_other_mark(const std::optional<sysdb_lmdb::MirrorMark> &mark) {
+    if (!mark && left_ != nullptr) {
+        stop_following();
+        loading_.reset();
+        retry_.cancel();
+        left_();
+        return;
+    }
+    full_load_ = true;
+    retry_later(State::kLoading, "the database has been changed by another command");
 }
 
 // Someone else's program wrote it.

@@ -19,9 +19,9 @@
 #include <string>
 #include <vector>
 
-#include "agent/names.hpp"
-#include "agent/plan.hpp"
 #include "gateway/client.hpp"
+#include "keys/names.hpp"
+#include "keys/plan.hpp"
 #include "mirror_mark.hpp"
 
 namespace sysdb_etcd {
@@ -49,6 +49,8 @@ class Mirror {
     const std::string &trouble() const { return trouble_; }
     // Whether a majority of the servers answered the last poll.
     bool has_majority() const { return state_ == State::kFollowing && misses_ == 0; }
+    // Known to be so: no answer yet is not.
+    bool lacks_majority() const { return state_ == State::kConnecting || misses_ != 0; }
     std::uint64_t revision() const { return revision_; }
     // Of the newest change of the cluster's configuration, as of the last poll.
     std::uint64_t cluster_revision() const { return polled_; }
@@ -68,6 +70,8 @@ class Mirror {
     // Calls it when the revision is another one than this, or at a time, whatever is first.
     void wait_for_news(std::uint64_t seen, net::Time until, std::function<void()> done);
 
+    // Called when the node has left the cluster: the configuration is its own, and the mirror has stopped.
+    void on_left(std::function<void()> call) { left_ = std::move(call); }
     // Called at each change of the state.
     void on_state(std::function<void()> call) { state_changed_ = std::move(call); }
 
@@ -123,6 +127,8 @@ class Mirror {
     void run_waiters_out();
     void set_waiters_timer();
 
+    bool check_mark();
+    void take_other_mark(const std::optional<sysdb_lmdb::MirrorMark> &mark);
     bool store(const std::vector<sysdb_lmdb::MirroredItem> &items, std::uint64_t revision);
     static void report_missing_revision(std::uint64_t revision);
     void report_odd_key(std::string_view key);
@@ -137,6 +143,8 @@ class Mirror {
     State state_ = State::kConnecting;
     std::string trouble_;
     std::function<void()> state_changed_;
+    std::function<void()> left_;
+    std::optional<sysdb_lmdb::MirrorMark> mark_;  // that the database has
     std::uint64_t revision_ = 0;
     std::uint64_t cluster_ = 0;
     std::uint64_t own_as_of_ = 0;

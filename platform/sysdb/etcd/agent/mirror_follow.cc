@@ -223,6 +223,9 @@ void Mirror::poll() {
 
 // The reply is as new as the poll at least. What the stream has brought since then can be newer.
 void Mirror::take_poll(Reply reply, std::uint64_t known) {
+    if (!check_mark()) {
+        return;
+    }
     RangeReply range;
     if (reply.kind == Reply::Kind::kOk && parse_range(reply.body, range)) {
         misses_ = 0;

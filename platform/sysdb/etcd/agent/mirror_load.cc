@@ -40,6 +40,11 @@ void Mirror::load(bool from_mark) {
             std::string("the database of this node cannot be read: aaactl err 0x") + code + " says more");
         return;
     }
+    if (!mark && left_ != nullptr) {
+        take_other_mark(mark);
+        return;
+    }
+    mark_ = mark;
     if (from_mark && mark && mark->prefix == names_.prefix()) {
         loading_->asked = mark->revision;
         loading_->cluster = mark->cluster;

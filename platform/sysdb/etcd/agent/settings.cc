@@ -2,6 +2,7 @@
 
 #include "agent/settings.hpp"
 
+#include <arpa/inet.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,8 +28,16 @@ bool is_word(std::string_view text, std::string_view more) {
     });
 }
 
-// "https://HOST:PORT", and nothing after it: each request has a path of its own.
-std::string read_endpoint(std::string_view value, Settings &settings) {
+bool is_host(std::string_view host) {
+    if (!host.starts_with('[') || !host.ends_with(']')) {
+        return is_word(host, ".-_");
+    }
+    in6_addr address{};
+    return inet_pton(AF_INET6, std::string(host.substr(1, host.size() - 2)).c_str(), &address) == 1;
+}
+
+// "https://HOST:PORT", and nothing after it: each request has a path of its own. What is wrong; empty: nothing.
+std::string fault_of_endpoint(std::string_view value) {
     std::string_view rest = value;
     for (const std::string_view scheme : {"https://", "http://"}) {
         if (rest.starts_with(scheme)) {
@@ -36,10 +45,33 @@ std::string read_endpoint(std::string_view value, Settings &settings) {
             break;
         }
     }
+    if (rest.size() == value.size()) {
+        return "it begins with neither https:// nor http://";
+    }
+    if (rest.find('/') != std::string_view::npos) {
+        return "nothing comes after the port";
+    }
+    if (rest.find('@') != std::string_view::npos) {
+        return "a user has settings of its own, user and password-file";
+    }
     const auto colon = rest.rfind(':');
-    if (rest.size() == value.size() || colon == std::string_view::npos ||
-        !is_word(rest.substr(0, colon), ".-[]:_") || !service::decimal(rest.substr(colon + 1), 65535)) {
-        return quoted(value) + " is not of the form https://HOST:PORT";
+    const std::string_view host = rest.substr(0, colon);
+    if (!host.starts_with('[') && host.find(':') != std::string_view::npos) {
+        return "an IPv6 address is in brackets, https://[ADDRESS]:PORT";
+    }
+    if (colon == std::string_view::npos || rest.ends_with(']')) {
+        return "the port is missing, usually 2379";
+    }
+    if (!is_host(host)) {
+        return "the host is neither a name nor an address";
+    }
+    const auto port = service::decimal(rest.substr(colon + 1), 65535);
+    return port && *port != 0 ? "" : "the port is not a number from 1 to 65535";
+}
+
+std::string read_endpoint(std::string_view value, Settings &settings) {
+    if (const std::string fault = fault_of_endpoint(value); !fault.empty()) {
+        return quoted(value) + " is not of the form https://HOST:PORT: " + fault;
     }
     std::vector<std::string> &endpoints = settings.address.endpoints;
     if (std::find(endpoints.begin(), endpoints.end(), value) != endpoints.end()) {
@@ -78,6 +110,7 @@ struct Key {
 };
 
 constexpr Key kKeys[] = {
+    // The first one: parse_settings() asks whether it was there.
     {"endpoint", true, read_endpoint},
     {"ca-file", false,
      [](std::string_view v, Settings &s) { return read_path(v, s.address.tls.authorities); }},
@@ -124,9 +157,9 @@ std::string read_line(std::string_view line, Settings &settings, unsigned number
     return key->read(value, settings);
 }
 
-void check_together(const Settings &settings, std::vector<service::Fault> &faults) {
+void check_together(const Settings &settings, bool names_servers, std::vector<service::Fault> &faults) {
     const ClusterAddress &address = settings.address;
-    if (address.endpoints.empty()) {
+    if (!names_servers) {
         faults.push_back({0, "no endpoint; add a line for each server: endpoint https://HOST:2379"});
     }
     if (address.tls.certificate.empty() != address.tls.key.empty()) {
@@ -180,7 +213,7 @@ Settings parse_settings(std::string_view text, std::vector<service::Fault> &faul
             faults.push_back({number, std::move(fault)});
         }
     });
-    check_together(settings, faults);
+    check_together(settings, seen[0] != 0, faults);
     if (settings.node.empty()) {
         settings.node = host_name();
     }

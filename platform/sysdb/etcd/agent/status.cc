@@ -10,7 +10,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/remedy.hpp"
+#include "host.hpp"
+#include "keys/remedy.hpp"
 
 namespace sysdb_etcd {
 namespace {
@@ -65,12 +66,14 @@ struct Status::Question {
     std::vector<KeyValue> nodes;
 };
 
-Status::Status(net::Loop &loop, Client &client, Mirror &mirror, Changes &changes, Names names)
+Status::Status(net::Loop &loop, Client &client, Mirror &mirror, Changes &changes, Names names,
+               std::string machine)
     : loop_(loop),
       client_(client),
       mirror_(mirror),
       changes_(changes),
       names_(std::move(names)),
+      machine_(std::move(machine)),
       next_(loop, [this] { publish(); }),
       since_(std::time(nullptr)) {}
 
@@ -114,7 +117,38 @@ void Status::put_line(std::uint64_t lease) {
     TxnRequest txn;
     txn.compare(names_.format(), mirror_.revision_of(names_.format()));
     txn.put(names_.state(), own_line(), lease);
-    client_.call(kTxnPath, txn.text(), [](const Reply &) {});
+    if (!machine_.empty()) {
+        txn.compare(names_.machine(), machine_revision_);
+        txn.otherwise(names_.machine());
+        if (machine_revision_ == 0) {
+            txn.put(names_.machine(), machine_);
+        }
+    }
+    client_.call(kTxnPath, txn.text(), [this, lease](const Reply &reply) { take_put(reply, lease); });
+}
+
+void Status::take_put(const Reply &reply, std::uint64_t lease) {
+    TxnReply result;
+    if (reply.kind != Reply::Kind::kOk || !parse_txn(reply.body, result) || machine_.empty()) {
+        return;
+    }
+    if (result.succeeded) {
+        machine_revision_ = machine_revision_ != 0 ? machine_revision_ : result.header.revision;
+        name_taken_ = false;
+        return;
+    }
+    const KeyValue machine = result.read.empty() ? KeyValue() : result.read.front();
+    if (machine.mod_revision != 0 && machine.value != machine_) {
+        if (!std::exchange(name_taken_, true)) {
+            sysdb_lmdb::log(
+                sysdb_lmdb::kLogError,
+                "another machine is the node %s of this cluster; give this one another name: aaactl "
+                "cluster join --node NAME",
+                names_.node().c_str());
+        }
+    } else if (machine.mod_revision != std::exchange(machine_revision_, machine.mod_revision)) {
+        put_line(lease);
+    }
 }
 
 void Status::tell(std::function<void(std::string)> done) {
@@ -165,6 +199,7 @@ void Status::finish(const std::shared_ptr<Question> &question) {
           {"time", last_trouble_at_},
           {"remedy", remedy_of(last_trouble_, names_.prefix())}}},
         {"agent", {{"running", true}, {"pid", getpid()}, {"since", since_}, {"version", AAA_VERSION}}},
+        {"name_taken", name_taken_},
         {"majority", mirror_.has_majority()},
         {"revision", mirror_.revision()},
         {"cluster_revision", mirror_.cluster_revision()},
@@ -183,6 +218,7 @@ void Status::finish(const std::shared_ptr<Question> &question) {
             server["version"] = found->second.version;
             server["leader"] =
                 found->second.leader != 0 && found->second.leader == found->second.header.member;
+            server["has_leader"] = found->second.leader != 0;
             leader = found->second.leader != 0 ? found->second.leader : leader;
         } else {
             server["fault"] = question->faults[i];

@@ -19,7 +19,8 @@ namespace sysdb_etcd {
 
 class Status {
   public:
-    Status(net::Loop &loop, Client &client, Mirror &mirror, Changes &changes, Names names);
+    Status(net::Loop &loop, Client &client, Mirror &mirror, Changes &changes, Names names,
+           std::string machine);
 
     // Tells the others of this node now and then.
     void start();
@@ -33,6 +34,7 @@ class Status {
 
     void publish();
     void put_line(std::uint64_t lease);
+    void take_put(const Reply &reply, std::uint64_t lease);
     void finish(const std::shared_ptr<Question> &question);
     std::string own_line() const;
 
@@ -41,6 +43,9 @@ class Status {
     Mirror &mirror_;
     Changes &changes_;
     const Names names_;
+    const std::string machine_;           // of this node; empty: it has none, and its name is not checked
+    std::uint64_t machine_revision_ = 0;  // of the key that says which machine has the name
+    bool name_taken_ = false;
     net::Timer next_;
     net::Time published_at_ = 0;
     std::string last_trouble_;  // also when it is over

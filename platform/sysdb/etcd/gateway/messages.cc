@@ -162,7 +162,8 @@ std::string range_request(const RangeQuery &query) {
     if (query.limit != 0) {
         append_member(text, "limit", query.limit);
     }
-    return text + (query.count_only ? ",\"count_only\":true}" : "}");
+    text += query.count_only ? ",\"count_only\":true" : "";
+    return text + (query.keys_only ? ",\"keys_only\":true}" : "}");
 }
 
 std::string watch_request(std::string_view key, std::string_view end, std::uint64_t first_revision) {

@@ -32,6 +32,7 @@ struct RangeQuery {
     std::uint64_t revision = 0;  // 0: the newest
     std::uint32_t limit = 0;     // 0: none
     bool count_only = false;
+    bool keys_only = false;
 };
 std::string range_request(const RangeQuery &query);
 std::string watch_request(std::string_view key, std::string_view end, std::uint64_t first_revision);

@@ -10,8 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "agent/names.hpp"
 #include "gateway/client.hpp"
+#include "keys/import_record.hpp"
+#include "keys/names.hpp"
 
 namespace sysdb_etcd {
 
@@ -19,7 +20,7 @@ class Probe {
   public:
     enum class Configuration { kUnknown, kNone, kThere, kOther };  // kOther: of another version
 
-    Probe(net::Loop &loop, Client &client, Names names);
+    Probe(net::Loop &loop, Client &client, Names names, std::string machine);
 
     // Calls `done` once.
     void start(net::Time until, std::function<void()> done);
@@ -39,6 +40,12 @@ class Probe {
     void load_page();
     void take_page(const Reply &reply);
     bool compare();
+    void look_at_node();
+    void take_node(const Reply &reply);
+    void list_around();
+    void look_around();
+    void take_around(const Reply &reply);
+    void take_neighbour(std::string_view key);
     void try_write();
     void take_write(const Reply &reply);
     void try_many();
@@ -48,6 +55,7 @@ class Probe {
     net::Loop &loop_;
     Client &client_;
     const Names names_;
+    const std::string machine_;  // of this node; empty: it has no identity yet
     net::Timer pause_;
     net::Time until_ = 0;
     std::function<void()> done_;
@@ -65,6 +73,13 @@ class Probe {
     std::map<std::string, std::string> items_;  // by path, as the cluster has them
     std::size_t own_items_ = 0;
     std::size_t differing_ = 0;
+    ImportRecord import_;
+    bool has_import_ = false;
+    bool name_taken_ = false;
+    std::uint64_t name_seen_ = 0;  // when the machine that has the name has said something
+    std::vector<RangeQuery> around_;
+    std::size_t looked_ = 0;
+    std::string neighbour_;  // a prefix that this one is within, or contains
     bool may_write_ = false;
     bool takes_many_ = false;
 };

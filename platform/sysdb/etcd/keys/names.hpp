@@ -7,6 +7,9 @@
 //   /aaa/changed            changed by each change of the configuration that an agent makes: its revision is
 //                           that of the last one, also when that has only deleted items. Its value differs
 //                           for each change: the node, and the change's number
+//   /aaa/import             who imports the configuration, or has imported it, as JSON; with a lease until it
+//                           is done
+//   /aaa/nodes/NODE/machine the random identity of the machine that has the name
 //   /aaa/nodes/NODE/state   what the node's agent has got, as JSON
 //   /aaa/nodes/NODE/turn/N  the number of the last change that the agent made in its turn N
 //
@@ -37,10 +40,12 @@ class Names {
     std::string end() const { return format() + '\0'; }
     std::string changed() const { return prefix_ + "/changed"; }
     std::string format() const { return prefix_ + "/format"; }
+    std::string import() const { return prefix_ + "/import"; }
     std::string item(std::string_view path) const { return prefix_ + std::string(path); }
     std::string nodes() const { return prefix_ + "/nodes/"; }
     std::string own() const { return nodes() + node_ + '/'; }
     std::string state() const { return own() + "state"; }
+    std::string machine() const { return own() + "machine"; }
     std::string turn(std::size_t number) const { return own() + "turn/" + std::to_string(number); }
 
     // The path of an item's key: "/cfg/...". Empty for other keys.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "agent/probe.hpp"
+#include "joining/probe.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -8,8 +8,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/plan.hpp"
-#include "agent/remedy.hpp"
+#include "keys/plan.hpp"
+#include "keys/remedy.hpp"
 #include "mirror_mark.hpp"
 
 namespace sysdb_etcd {
@@ -20,6 +20,7 @@ using Json = nlohmann::json;
 constexpr net::Time kPause = 200 * net::kMillisecond;
 constexpr std::uint32_t kMostKeys = 1024;
 constexpr std::uint32_t kLeastKeys = 16;
+constexpr std::uint32_t kFew = 8;
 // More than a server takes as one transaction by default, 128.
 constexpr int kMany = 512;
 constexpr unsigned kLeastMinor = 4;
@@ -48,10 +49,11 @@ constexpr std::uint64_t kNoRevision = std::uint64_t{1} << 62;
 
 }  // namespace
 
-Probe::Probe(net::Loop &loop, Client &client, Names names)
+Probe::Probe(net::Loop &loop, Client &client, Names names, std::string machine)
     : loop_(loop),
       client_(client),
       names_(std::move(names)),
+      machine_(std::move(machine)),
       pause_(loop, [this] { (this->*next_step_)(); }),
       servers_(client.endpoints().size()),
       limit_(kMostKeys),
@@ -158,7 +160,98 @@ void Probe::take_page(const Reply &reply) {
         end("the database of this node cannot be read");
         return;
     }
-    try_write();
+    look_at_node();
+}
+
+// ---- who has the name, and who imports
+
+void Probe::look_at_node() {
+    client_.call(kRangePath, range_request({names_.own(), end_of_prefix(names_.own()), 0, kMostKeys, false}),
+                 [this](const Reply &reply) { take_node(reply); });
+}
+
+void Probe::take_node(const Reply &reply) {
+    RangeReply range;
+    if (reply.kind != Reply::Kind::kOk || !parse_range(reply.body, range)) {
+        again(&Probe::look_at_node, reply);
+        return;
+    }
+    for (const KeyValue &item : range.items) {
+        if (item.key == names_.machine()) {
+            name_taken_ = item.value != machine_;
+        } else if (item.key == names_.state()) {
+            const Json line = Json::parse(item.value, nullptr, false);
+            const bool has_time = line.is_object() && line.contains("time");
+            name_seen_ =
+                has_time && line["time"].is_number_unsigned() ? line["time"].get<std::uint64_t>() : 0;
+        }
+    }
+    list_around();
+    look_around();
+}
+
+// ---- configurations around this one
+
+// The prefixes that this one is within, and what is below this one between its own keys.
+void Probe::list_around() {
+    around_.push_back({names_.import(), {}, 0, 0, false});
+    const std::string &prefix = names_.prefix();
+    for (std::size_t end = prefix.rfind('/'); end != 0 && end != std::string::npos;
+         end = prefix.rfind('/', end - 1)) {
+        const Names above(prefix.substr(0, end), {});
+        around_.push_back({above.format(), above.import() + '\0', 0, kFew, false, true});
+    }
+    std::string begin = prefix + '/';
+    const std::string tree = names_.item("/cfg/");
+    for (const auto &[first, end] :
+         {std::pair(tree, end_of_prefix(tree)), std::pair(names_.changed(), names_.changed() + '\0'),
+          std::pair(names_.format(), names_.format() + '\0'),
+          std::pair(names_.import(), names_.import() + '\0'),
+          std::pair(names_.nodes(), end_of_prefix(names_.nodes())),
+          std::pair(end_of_prefix(prefix + '/'), std::string())}) {
+        around_.push_back({begin, first, 0, kMostKeys, false, true});
+        begin = end;
+    }
+}
+
+void Probe::look_around() {
+    if (looked_ == around_.size()) {
+        try_write();
+        return;
+    }
+    client_.call(kRangePath, range_request(around_[looked_]),
+                 [this](const Reply &reply) { take_around(reply); });
+}
+
+// A user who may not read there does not see them.
+void Probe::take_around(const Reply &reply) {
+    constexpr int kPermissionDenied = 7;
+    const bool is_denied = reply.code == kPermissionDenied;
+    RangeReply range;
+    if (!is_denied && (reply.kind != Reply::Kind::kOk || !parse_range(reply.body, range))) {
+        again(&Probe::look_around, reply);
+        return;
+    }
+    ++looked_;
+    for (const KeyValue &item : range.items) {
+        if (item.key == names_.import()) {
+            has_import_ = parse_import_record(item.value, import_);
+        } else {
+            take_neighbour(item.key);
+        }
+    }
+    look_around();
+}
+
+void Probe::take_neighbour(std::string_view key) {
+    for (const std::string_view word : {"/cfg/", "/nodes/", "/changed", "/format", "/import"}) {
+        const std::size_t at = word.ends_with('/')   ? key.find(word)
+                               : key.ends_with(word) ? key.size() - word.size()
+                                                     : std::string_view::npos;
+        if (at != std::string_view::npos && neighbour_.empty()) {
+            neighbour_ = key.substr(0, at);
+        }
+    }
 }
 
 bool Probe::compare() {
@@ -224,8 +317,18 @@ std::string Probe::text() const {
                  {"cluster_items", items_.size()},
                  {"own_items", own_items_},
                  {"differing", differing_},
+                 {"import", nullptr},
+                 {"name_taken", name_taken_},
+                 {"name_seen", name_seen_},
+                 {"neighbour", neighbour_},
                  {"may_write", may_write_},
                  {"takes_many_changes", takes_many_}};
+    if (has_import_) {
+        json["import"] = {{"node", import_.node},
+                          {"time", import_.time},
+                          {"complete", import_.complete},
+                          {"own", !machine_.empty() && import_.machine == machine_}};
+    }
     json["servers"] = Json::array();
     for (std::size_t i = 0; i < servers_.size(); ++i) {
         json["servers"].push_back({{"endpoint", client_.endpoints()[i]},

@@ -3,7 +3,7 @@
 // Faults are recognised by words of their texts: neither the servers nor libcurl have a number for
 // each. An unknown text has no remedy, and is shown as it is.
 
-#include "agent/remedy.hpp"
+#include "keys/remedy.hpp"
 
 #include <algorithm>
 #include <cctype>

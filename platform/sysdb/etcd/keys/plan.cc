@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "agent/plan.hpp"
+#include "keys/plan.hpp"
 
 #include <algorithm>
 #include <set>
 #include <string_view>
 #include <utility>
 
-#include "agent/names.hpp"
 #include "items.hpp"
+#include "keys/names.hpp"
 
 namespace sysdb_etcd {
 namespace {
