@@ -211,4 +211,26 @@ TEST_F(JoiningNodes, NoProcessIsNamedThatIsNotTheAgent) {
     node.send(SIGCONT);
 }
 
+// Symptom: a prefix that was changed by hand replaced the node's configuration with what is below it.
+TEST_F(JoiningNodes, APrefixThatIsChangedByHandIsRefused) {
+    Machine node("node");
+    ASSERT_NO_FATAL_FAILURE(first_node(node));
+    node.stop();
+    std::string text = node.directory().read("agent.conf");
+    const std::string line = "prefix " + prefix();
+    ASSERT_NE(std::string::npos, text.find(line)) << text;
+    text.replace(text.find(line), line.size(), "prefix /other");
+    node.directory().write("agent.conf", text);
+    node.start();
+    EXPECT_EQ(1, node.wait());
+    EXPECT_NE(std::string::npos, node.log().find("has joined the configuration below " + prefix()))
+        << node.log();
+    expect_said(node.cluster({"status"}), 5, "set it back");
+    EXPECT_EQ("first\n", node.get("/cfg/site/name"));
+    text.replace(text.find("prefix /other"), 13, line);
+    node.directory().write("agent.conf", text);
+    node.start();
+    EXPECT_TRUE(eventually([&] { return node.cluster({"status"}).status == 0; })) << node.log();
+}
+
 }  // namespace

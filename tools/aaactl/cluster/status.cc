@@ -43,6 +43,9 @@ std::string with_remedy(const Json &where, const char *fault, const char *remedy
 std::string head_of(const Json &status) {
     const std::string name = escaped(text_of(status, "node"));
     const std::string node = name.empty() ? "this node" : "node " + name;
+    if (!has_joined(status) && number_of(status, "database_fault") != 0) {
+        return node + ": whether it has joined a cluster is not known";
+    }
     if (!has_joined(status)) {
         return node + " has not joined a cluster; to join: aaactl cluster join URL";
     }
@@ -128,7 +131,9 @@ class Troubles {
         } else if (follows(status) ? !is_true(status, "majority") : lacks_leader(status)) {
             lines_.push_back(no_majority(status));
         } else if (!follows(status)) {
-            lines_.push_back("not following the cluster: " + with_remedy(status, "trouble", "remedy"));
+            lines_.push_back(text_of(status, "trouble").empty()
+                                 ? "not following the cluster yet"
+                                 : "not following the cluster: " + with_remedy(status, "trouble", "remedy"));
             lines_.emplace_back(kCannotBeChanged);
         }
     }

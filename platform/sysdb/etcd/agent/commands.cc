@@ -149,8 +149,18 @@ int adopt(const Settings &settings) {
 cerrno read_joined(Joined &joined) {
     std::optional<sysdb_lmdb::MirrorMark> mark;
     const cerrno rc = sysdb_lmdb::read_mirror_mark(mark);
-    joined = {mark.has_value(), mark && mark->is_of_import()};
+    joined = {mark.has_value(), mark && mark->is_of_import(), mark ? mark->prefix : std::string()};
     return rc;
+}
+
+std::string prefix_fault(const Joined &joined, const Settings &settings) {
+    if (!joined.joined || joined.prefix == settings.prefix) {
+        return {};
+    }
+    return "agent.conf says prefix " + settings.prefix +
+           ", but this node has joined the configuration below " + joined.prefix +
+           "; set it back, or change to the other one: aaactl cluster join --prefix " + settings.prefix +
+           " --replace";
 }
 
 int leave() {
@@ -219,6 +229,12 @@ int print_status(Settings settings, const std::vector<std::string> &faults) {
     json["database_fault"] = read;
     json["mark"] = mark_json(mark);
     json["settings_faults"] = faults;
+    Joined joined;
+    if (read_joined(joined) == 0 && faults.empty()) {
+        if (const std::string fault = prefix_fault(joined, settings); !fault.empty()) {
+            json["settings_faults"].push_back(fault);
+        }
+    }
     print(json);
     return 0;
 }

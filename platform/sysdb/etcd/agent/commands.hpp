@@ -13,21 +13,26 @@
 
 namespace sysdb_etcd {
 
-// Sends this node's configuration to a cluster that has none.
 // The status of an import that is refused because the configuration of another node is, or will be, in force.
 inline constexpr int kRefused = 3;
 
+// Sends this node's configuration to a cluster that has none.
 int import_configuration(Settings settings);
 // Makes this node's configuration the mirror of what an agent will read, which replaces it.
 int adopt(const Settings &settings);
-// Whether this node's configuration is a mirror. A code when the database cannot be read.
+// Claims, takes or releases this node's name in the cluster.
 int name_node(const Settings &settings, NodeName::Step step);
-// Whether this node has joined a cluster, and whether an import of its configuration has begun and not ended.
+// Whether this node's configuration is a mirror, and whether an import of it has begun and not ended.
 struct Joined {
     bool joined = false;
     bool importing = false;
+    std::string prefix;  // of the configuration that it has
 };
+// A code when the database cannot be read.
 cerrno read_joined(Joined &joined);
+// What is wrong when agent.conf names another prefix than that of the configuration which this node has
+// joined.
+std::string prefix_fault(const Joined &joined, const Settings &settings);
 // Makes the configuration this node's own again, as it is.
 int leave();
 // Both print JSON: whether this node can join the cluster, and the state of this node.

@@ -247,8 +247,7 @@ class Agent {
 
 // A configuration that no one has given up must not be replaced because an agent was started, by its unit or
 // by hand. The exit status; nothing on a node that has joined.
-std::optional<int> refusal(const Options &options) {
-    Joined joined;
+std::optional<int> refusal(const Options &options, Joined &joined) {
     if (const cerrno rc = read_joined(joined); rc != 0) {
         sysdb_lmdb::log(sysdb_lmdb::kLogError,
                         "the agent cannot start: the database of this node cannot be read: aaactl err 0x%08x",
@@ -282,13 +281,17 @@ int run(const Options &options) {
     if (options.mode == Mode::kLeave) {
         return leave();
     }
+    Joined joined;
     if (options.mode == Mode::kRun) {
-        if (const auto status = refusal(options)) {
+        if (const auto status = refusal(options, joined)) {
             return *status;
         }
     }
     std::vector<std::string> faults;
     Settings settings = read_settings(options.config, faults);
+    if (const std::string fault = prefix_fault(joined, settings); faults.empty() && !fault.empty()) {
+        faults.push_back(fault);
+    }
     if (options.mode == Mode::kStatus) {
         return print_status(std::move(settings), faults);
     }
