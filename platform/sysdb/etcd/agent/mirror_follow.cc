@@ -16,11 +16,25 @@ constexpr unsigned kMostMisses = 2;
 // The last change and the format, and no more than a few that others may have put between them.
 constexpr std::uint32_t kPolledKeys = 8;
 
+// Of a stream that the server ends. Some versions put words of the transport before it.
+std::string reason_of(const WatchReply &reply) {
+    constexpr std::string_view kBefore = " desc = ";
+    std::string_view reason = reply.reason;
+    if (const auto at = reason.find(kBefore); reason.starts_with("rpc error:") && at != std::string::npos) {
+        reason.remove_prefix(at + kBefore.size());
+    }
+    if (reason.empty() && reply.compact_revision != 0) {
+        return "the cluster does not have the revision any more";
+    }
+    return printable(reason);
+}
+
 }  // namespace
 
 // From any state: a stream that is replaced is not heard any more.
 void Mirror::follow() {
     stop_following();
+    stream_fault_.clear();
     stream_endpoint_ = client_.endpoint();
     if (client_.needs_token()) {
         client_.fetch_token([this, alive = alive_](const Reply &reply) {
@@ -44,7 +58,8 @@ void Mirror::follow() {
              }
              stream_ = 0;
              full_load_ = full_load_ || reply.too_large;
-             follow_again(reply.reason.empty() ? "the server ended the stream" : reply.reason);
+             const std::string &why = stream_fault_.empty() ? reply.reason : stream_fault_;
+             follow_again(why.empty() ? "the server ended the stream" : std::string(why));
          }});
     if (stream_ == 0) {
         follow_again("no memory for a request");
@@ -68,21 +83,28 @@ void Mirror::follow_again(const std::string &why) {
     retry_later(State::kConnecting, why);
 }
 
+// Without it the fault would be libcurl's, of a transfer that was ended.
+bool Mirror::end_stream(std::string why) {
+    stream_fault_ = std::move(why);
+    return false;
+}
+
 // False ends the stream; `ended` is called then.
 bool Mirror::take_line(std::string_view line) {
     WatchReply reply;
     if (!parse_watch(line, reply)) {
         sysdb_lmdb::log(sysdb_lmdb::kLogError, "a reply of %s is malformed; trying another server",
                         client_.endpoints()[stream_endpoint_].c_str());
-        return false;
+        return end_stream("the server's reply is malformed");
     }
     if (reply.canceled) {
         full_load_ = full_load_ || reply.compact_revision != 0;
-        return false;
+        client_.take_refusal(reply.reason);
+        return end_stream(reason_of(reply));
     }
     if (reply.header.cluster != cluster_) {
         full_load_ = true;
-        return false;
+        return end_stream("the server is one of another cluster than before");
     }
     if (reply.created) {
         failures_ = 0;
@@ -107,13 +129,13 @@ bool Mirror::take_events(const WatchReply &reply) {
     std::uint64_t newest = revision_;
     for (const WatchEvent &event : reply.events) {
         if (event.item.mod_revision < newest || event.item.mod_revision <= revision_) {
-            return false;  // not in their order
+            return end_stream("the server's changes are not in their order");
         }
         newest = event.item.mod_revision;
         if (event.item.key == names_.format()) {
             // Someone removes the configuration of all nodes, or begins to import another one.
             full_load_ = true;
-            return false;
+            return end_stream("the configuration of the cluster is removed or imported");
         }
         const std::string_view path = names_.path_of(event.item.key);
         if (path.empty()) {
