@@ -110,6 +110,24 @@ TEST_F(EtcdClient, LargeReplyIsGivenUp) {
     const Reply reply = ask(client);
     EXPECT_NE(Reply::Kind::kOk, reply.kind);
     EXPECT_TRUE(reply.too_large);
+    EXPECT_EQ("the server's reply has more than 64 MiB", reply.reason);
+}
+
+TEST_F(EtcdClient, LongLineIsGivenUp) {
+    const std::string large = http("200 OK", std::string(Transfers::kMostBytes + 1, ' '));
+    Server server([&](const std::string &) { return large; });
+    Client client(loop_, address_of({server.url()}));
+    Reply result;
+    bool ended = false;
+    client.open_stream(kWatchPath, "{}",
+                       {[](std::string_view) { return true; },
+                        [&](const Reply &reply) {
+                            result = reply;
+                            ended = true;
+                        }});
+    run_until(ended);
+    EXPECT_TRUE(result.too_large);
+    EXPECT_EQ("a line of the server's stream has more than 64 MiB", result.reason);
 }
 
 TEST_F(EtcdClient, CallsAreNotMadeAfterItsEnd) {

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -267,34 +268,105 @@ TEST_F(EtcdHostile, MoreThanADatabaseCanHaveIsNotRead) {
     EXPECT_EQ(0u, mirror.items());
 }
 
-// Symptom: the status said "Failed writing received data" whatever the server had said.
-TEST_F(EtcdHostile, WhyAStreamEndedIsKnown) {
-    const std::string ranges = std::string("{") + kHead + ",\"kvs\":[" + item("/aaa/format", "1") + "]}";
-    const std::string head = std::string("{\"result\":{") + kHead;
-    for (const auto &[line, why] : {
-             std::pair<std::string, std::string>(
-                 head +
-                     R"(,"created":true,"canceled":true,"cancel_reason":"etcdserver: permission denied"}})",
-                 "etcdserver: permission denied"),
-             {R"({"error":{"grpc_code":16,"message":"etcdserver: user name is empty"}})",
-              "user name is empty"},
-             {head + R"(,"canceled":true,"cancel_reason":"bell \u0007"}})", "bell ?"},
-             {R"({"result":{"header":{"cluster_id":"5","member_id":"2","revision":"9"},"created":true}})",
-              "another cluster"},
-             {"no JSON", "malformed"},
-         }) {
-        Server server([&](const std::string &request) {
-            const bool is_own = request.find(in_base64("key", names_.own())) != std::string::npos;
-            return http("200 OK", request.starts_with("POST /v3/watch") ? line + "\n"
-                                  : is_own                              ? std::string("{") + kHead + "}"
-                                                                        : ranges);
-        });
+std::string header_of(int cluster, int revision) {
+    return R"("header":{"cluster_id":")" + std::to_string(cluster) + R"(","member_id":"2","revision":")" +
+           std::to_string(revision) + "\"}";
+}
+
+// A configuration without items, and a stream of these lines.
+std::string small_cluster(const std::string &request, const Names &names, const std::string &lines) {
+    if (request.starts_with("POST /v3/watch")) {
+        return http("200 OK", lines);
+    }
+    const bool is_own = request.find(in_base64("key", names.own())) != std::string::npos;
+    return http("200 OK",
+                "{" + header_of(1, 9) + (is_own ? "}" : ",\"kvs\":[" + item(names.format(), kFormat) + "]}"));
+}
+
+// Symptom: the reason was "Failed writing received data to disk/application".
+TEST_F(EtcdHostile, AStreamThatTheServerRefusesSaysWhy) {
+    const std::string created = R"("created":true,"canceled":true,)";
+    const std::string denied = R"("cancel_reason":"rpc error: code = PermissionDenied desc = etcdserver: )";
+    const std::pair<std::string, std::string> lines[] = {
+        {"{\"result\":{" + header_of(1, 9) + "," + created + denied + "permission denied\"}}\n",
+         "etcdserver: permission denied"},
+        {R"({"error":{"grpc_code":14,"message":"etcdserver: no )"
+         "\\u001b"
+         R"(leader"}})"
+         "\n",
+         "etcdserver: no ?leader"},
+        {"[]\n", "malformed"},
+        {"{\"result\":{" + header_of(5, 9) + R"(,"created":true}})" + "\n", "another cluster"},
+        {"{\"result\":{" + header_of(1, 9) + R"(,"events":[{"kv":)" + item("/aaa/cfg/a", "abcdefgh", 5) +
+             "}]}}\n",
+         "not in their order"}};
+    for (const auto &[line, reason] : lines) {
+        Server server(
+            [&, &line = line](const std::string &request) { return small_cluster(request, names_, line); });
         Client client(loop_, address_of({server.url()}));
         Mirror mirror(loop_, client, names_);
         mirror.start();
-        run_until([&] { return mirror.trouble().find(why) != std::string::npos; });
-        EXPECT_EQ(std::string::npos, mirror.trouble().find("Failed writing")) << mirror.trouble();
+        run_until([&] { return !mirror.trouble().empty(); });
+        EXPECT_NE(std::string::npos, mirror.trouble().find(reason)) << mirror.trouble();
+        EXPECT_EQ(std::string::npos, mirror.trouble().find("rpc error")) << mirror.trouble();
     }
+}
+
+// Symptom: the agent used several times the memory of a reply, which may have 64 MiB.
+TEST_F(EtcdHostile, RepliesThatUseMuchMemoryAreNotRead) {
+    std::string many = R"({"header":[0)";
+    for (int i = 0; i < 5000000; ++i) {
+        many += ",0";
+    }
+    const std::string deep = "{\"header\":" + std::string(1000000, '[');
+    for (const auto &[reply, reason] :
+         {std::pair<std::string, std::string>{deep, "is nested more than"}, {many + "]}", "has more than"}}) {
+        Server server([&, &reply = reply](const std::string &) { return http("200 OK", reply); });
+        Client client(loop_, address_of({server.url()}));
+        Mirror mirror(loop_, client, names_);
+        mirror.start();
+        run_until([&] { return !mirror.trouble().empty(); });
+        EXPECT_NE(std::string::npos, mirror.trouble().find(reason)) << mirror.trouble();
+        Server streaming([&, &reply = reply](const std::string &request) {
+            return small_cluster(request, names_, reply + "\n");
+        });
+        Client other(loop_, address_of({streaming.url()}));
+        Mirror following(loop_, other, names_);
+        following.start();
+        run_until([&] { return !following.trouble().empty(); });
+        EXPECT_NE(std::string::npos, following.trouble().find(reason)) << following.trouble();
+    }
+}
+
+// Symptom: the state changed between two each second when all servers had lost their data.
+TEST_F(EtcdHostile, AClusterThatLostItsDataHasOneState) {
+    std::atomic<bool> is_empty = false;
+    std::atomic<int> loads = 0;
+    Server server([&](const std::string &request) -> std::string {
+        if (!is_empty) {
+            return request.starts_with("POST /v3/watch")
+                       ? "HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n{\"result\":{" + header_of(1, 9) +
+                             R"(,"created":true}})" + "\n"
+                       : small_cluster(request, names_, "");
+        }
+        loads += request.find(in_base64("key", names_.first())) != std::string::npos ? 1 : 0;
+        return request.starts_with("POST /v3/watch")
+                   ? http("200 OK", "{\"result\":{" + header_of(7, 1) + R"(,"created":true}})" + "\n")
+                   : http("200 OK", "{" + header_of(7, 1) + "}");
+    });
+    Client client(loop_, address_of({server.url()}));
+    Mirror mirror(loop_, client, names_);
+    std::vector<Mirror::State> states;
+    mirror.on_state([&] { states.push_back(mirror.state()); });
+    mirror.start();
+    run_until([&] { return mirror.state() == Mirror::State::kFollowing; });
+    is_empty = true;
+    run_until([&] { return mirror.state() == Mirror::State::kNoConfiguration; });
+    states.clear();
+    const int before = loads;
+    run_until([&] { return loads >= before + 3; });
+    EXPECT_EQ(std::vector<Mirror::State>{}, states);
+    EXPECT_EQ(Mirror::State::kNoConfiguration, mirror.state()) << mirror.trouble();
 }
 
 }  // namespace

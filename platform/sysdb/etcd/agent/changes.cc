@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "host.hpp"
+#include "keys/remedy.hpp"
 
 namespace sysdb_etcd {
 namespace {
@@ -176,8 +177,9 @@ class Changes::One : public std::enable_shared_from_this<One> {
                 return;
             case Reply::Kind::kRefused:
                 if (const cerrno rc = code_of(reply); rc != 0 && !may_be_made_) {
-                    sysdb_lmdb::log(sysdb_lmdb::kLogError, "the cluster refuses a change: %s",
-                                    reply.reason.c_str());
+                    const std::string remedy = remedy_of(reply.reason, owner_.names_.prefix());
+                    sysdb_lmdb::log(sysdb_lmdb::kLogError, "the cluster refuses a change: %s%s%s",
+                                    reply.reason.c_str(), remedy.empty() ? "" : "; ", remedy.c_str());
                     finish(rc, count());
                     return;
                 }

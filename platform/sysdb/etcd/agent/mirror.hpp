@@ -118,6 +118,7 @@ class Mirror {
     void verify();
     void take_verification(const Reply &reply);
     bool take_line(std::string_view line);
+    bool end_stream(std::string why);
     bool take_events(const WatchReply &reply);
     void follow_again(const std::string &why);
     void poll();
@@ -159,7 +160,7 @@ class Mirror {
     std::uint64_t load_number_ = 0;
     std::uint64_t stream_ = 0;
     std::size_t stream_endpoint_ = 0;
-    std::string stream_fault_;  // of a reply, which ends the stream
+    std::string stream_fault_;  // why this side ends the stream
     unsigned misses_ = 0;
     unsigned failures_ = 0;
     bool full_load_ = false;  // the next load is of the newest revision

@@ -17,6 +17,19 @@ constexpr unsigned kMostMisses = 2;
 // The last change and the format, and no more than a few that others may have put between them.
 constexpr std::uint32_t kPolledKeys = 8;
 
+// Of a stream that the server ends. Some versions put words of the transport before it.
+std::string reason_of(const WatchReply &reply) {
+    constexpr std::string_view kBefore = " desc = ";
+    std::string_view reason = reply.reason;
+    if (const auto at = reason.find(kBefore); reason.starts_with("rpc error:") && at != std::string::npos) {
+        reason.remove_prefix(at + kBefore.size());
+    }
+    if (reason.empty() && reply.compact_revision != 0) {
+        return "the cluster does not have the revision any more";
+    }
+    return printable(reason);
+}
+
 }  // namespace
 
 // From any state: a stream that is replaced is not heard any more.
@@ -41,19 +54,18 @@ void Mirror::follow() {
         verify();
         return;
     }
-    stream_ = client_.open_stream(kWatchPath, watch_request(names_.first(), names_.end(), revision_ + 1),
-                                  {[this](std::string_view line) { return take_line(line); },
-                                   [this, alive = alive_](const Reply &reply) {
-                                       if (!*alive) {
-                                           return;
-                                       }
-                                       stream_ = 0;
-                                       full_load_ = full_load_ || reply.too_large;
-                                       const std::string fault = std::exchange(stream_fault_, {});
-                                       follow_again(!fault.empty()          ? fault
-                                                    : !reply.reason.empty() ? reply.reason
-                                                                            : "the server ended the stream");
-                                   }});
+    stream_ = client_.open_stream(
+        kWatchPath, watch_request(names_.first(), names_.end(), revision_ + 1),
+        {[this](std::string_view line) { return take_line(line); },
+         [this, alive = alive_](const Reply &reply) {
+             if (!*alive) {
+                 return;
+             }
+             stream_ = 0;
+             full_load_ = full_load_ || reply.too_large;
+             const std::string &why = stream_fault_.empty() ? reply.reason : stream_fault_;
+             follow_again(why.empty() ? "the server ended the stream" : std::string(why));
+         }});
     if (stream_ == 0) {
         follow_again("no memory for a request");
         return;
@@ -120,22 +132,28 @@ void Mirror::follow_again(const std::string &why) {
     retry_later(State::kConnecting, why);
 }
 
+// Without it the fault would be libcurl's, of a transfer that was ended.
+bool Mirror::end_stream(std::string why) {
+    stream_fault_ = std::move(why);
+    return false;
+}
+
 // False ends the stream; `ended` is called then.
 bool Mirror::take_line(std::string_view line) {
     WatchReply reply;
     if (!parse_watch(line, reply)) {
-        stream_fault_ = "the server's reply is malformed";
-        return false;
+        sysdb_lmdb::log(sysdb_lmdb::kLogError, "a reply of %s is malformed; trying another server",
+                        client_.endpoints()[stream_endpoint_].c_str());
+        return end_stream("the server's reply is malformed");
     }
     if (reply.canceled) {
         full_load_ = full_load_ || reply.compact_revision != 0;
-        stream_fault_ = reply.reason.empty() ? "the server ended the stream" : printable(reply.reason);
-        return false;
+        client_.take_refusal(reply.reason);
+        return end_stream(reason_of(reply));
     }
     if (reply.header.cluster != cluster_) {
         full_load_ = true;
-        stream_fault_ = "the server is one of another cluster";
-        return false;
+        return end_stream("the server is one of another cluster than before");
     }
     if (reply.created) {
         failures_ = 0;
@@ -161,15 +179,13 @@ bool Mirror::take_events(const WatchReply &reply) {
     LastChange last_change = last_change_;
     for (const WatchEvent &event : reply.events) {
         if (event.item.mod_revision < newest || event.item.mod_revision <= revision_) {
-            stream_fault_ = "the server's changes are not in their order";
-            return false;
+            return end_stream("the server's changes are not in their order");
         }
         newest = event.item.mod_revision;
         if (event.item.key == names_.format()) {
             // Someone removes the configuration of all nodes, or begins to import another one.
             full_load_ = true;
-            stream_fault_ = "the cluster's configuration was removed or is being imported";
-            return false;
+            return end_stream("the configuration of the cluster is removed or imported");
         }
         if (event.item.key == names_.changed()) {
             last_change =

@@ -183,6 +183,7 @@ bool Mirror::take_loaded(const KeyValue &item) {
 void Mirror::finish_load() {
     Loading &loaded = *loading_;
     if (!loaded.has_format) {
+        full_load_ = true;  // there is nothing to follow, also not from a revision of before
         retry_later(State::kNoConfiguration, "the cluster has no configuration below " + names_.prefix() +
                                                  ", or one of another version; import that of a node");
         return;

@@ -28,6 +28,8 @@ bool wants_another_token(const Reply &reply) {
             reply.reason.find("revision of auth store is old") != std::string::npos);
 }
 
+const std::string kMostText = std::to_string(Transfers::kMostBytes >> 20) + " MiB";
+
 }  // namespace
 
 std::string printable(std::string_view text) {
@@ -44,7 +46,13 @@ Reply reply_of(HttpResult result) {
     reply.too_large = result.too_large;
     if (result.kind != HttpResult::Kind::kReply) {
         reply.kind = result.kind == HttpResult::Kind::kLost ? Reply::Kind::kLost : Reply::Kind::kNotSent;
-        reply.reason = printable(result.reason);
+        reply.reason =
+            result.too_large ? "the server's reply has more than " + kMostText : printable(result.reason);
+        return reply;
+    }
+    reply.reason = excess_of(result.body);
+    if (!reply.reason.empty()) {
+        reply.kind = Reply::Kind::kLost;
         return reply;
     }
     if (result.status == 200) {
@@ -70,6 +78,14 @@ Client::Client(net::Loop &loop, ClusterAddress address)
 
 Client::~Client() {
     *alive_ = false;
+}
+
+void Client::take_refusal(const std::string &reason) {
+    Reply reply;
+    reply.reason = reason;
+    if (wants_another_token(reply)) {
+        token_.clear();
+    }
 }
 
 void Client::leave_endpoint(std::size_t failed) {
@@ -201,7 +217,8 @@ std::uint64_t Client::open_stream(const char *path, std::string body, Stream str
     request.token = token_;
     request.leader_needed = true;
     const auto buffer = std::make_shared<std::string>();
-    request.part = [buffer, line = std::move(stream.line)](std::string_view data) {
+    const auto fault = std::make_shared<std::string>();
+    request.part = [buffer, fault, line = std::move(stream.line)](std::string_view data) {
         std::size_t searched = buffer->size();
         if (data.size() > Transfers::kMostBytes - buffer->size()) {
             return false;
@@ -211,18 +228,24 @@ std::uint64_t Client::open_stream(const char *path, std::string body, Stream str
         for (std::size_t end; (end = buffer->find('\n', searched)) != std::string::npos; searched = begin) {
             const std::string_view one(buffer->data() + begin, end - begin);
             begin = end + 1;
-            if (!one.empty() && !line(one)) {
+            *fault = excess_of(one);
+            if (!fault->empty() || (!one.empty() && !line(one))) {
                 return false;
             }
         }
         buffer->erase(0, begin);
         return true;
     };
-    return transfers_.start(std::move(request), [this, buffer, token = token_,
+    return transfers_.start(std::move(request), [this, buffer, fault, token = token_,
                                                  ended = std::move(stream.ended)](HttpResult result) {
         const bool full = buffer->size() > Transfers::kMostBytes / 2;
         Reply reply = reply_of(std::move(result));
         reply.too_large = reply.too_large || full;
+        if (reply.too_large) {
+            reply.reason = "a line of the server's stream has more than " + kMostText;
+        } else if (!fault->empty()) {
+            reply.reason = *fault;
+        }
         if (wants_another_token(reply) && token == token_) {
             token_.clear();
         }

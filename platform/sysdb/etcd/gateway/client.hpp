@@ -71,6 +71,9 @@ class Client {
     // Unless another request has done so already.
     void leave_endpoint(std::size_t failed);
 
+    // The server has refused a stream that it had begun: the next request may need another token.
+    void take_refusal(const std::string &reason);
+
     // A token is needed and not there yet.
     bool needs_token() const { return !address_.user.empty() && token_.empty(); }
     void fetch_token(std::function<void(Reply)> done);

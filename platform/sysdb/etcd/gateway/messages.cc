@@ -17,6 +17,8 @@ using Json = nlohmann::json;
 
 // No reply of the gateway is deeper; the parser's recursion is bounded by the library.
 constexpr int kDeepest = 16;
+// The largest page of keys has a tenth of them.
+constexpr std::size_t kMostValues = std::size_t{4} << 20;
 
 void append_member(std::string &text, const char *name, std::string_view bytes) {
     text += text.ends_with('{') ? "\"" : ",\"";
@@ -235,6 +237,34 @@ void TxnRequest::otherwise(std::string_view key) {
 
 std::string TxnRequest::text() const {
     return "{\"compare\":[" + compare_ + "],\"success\":[" + success_ + "],\"failure\":[" + failure_ + "]}";
+}
+
+// What begins or separates values, outside of their texts.
+std::string excess_of(std::string_view text) {
+    std::size_t values = 0;
+    int depth = 0;
+    bool quoted = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '"') {
+            quoted = !quoted;
+        } else if (quoted) {
+            i += c == '\\' ? 1 : 0;
+        } else if (c == '[' || c == '{') {
+            ++values;
+            if (++depth > kDeepest) {
+                return "the server's reply is nested more than " + std::to_string(kDeepest) + " deep";
+            }
+        } else if (c == ']' || c == '}') {
+            --depth;
+        } else if (c == ',' || c == ':') {
+            ++values;
+        }
+        if (values > kMostValues) {
+            return "the server's reply has more than " + std::to_string(kMostValues) + " values";
+        }
+    }
+    return {};
 }
 
 bool parse_range(std::string_view text, RangeReply &reply) {

@@ -64,6 +64,9 @@ class TxnRequest {
 
 // ---- replies
 
+// Why a reply is not read: it would use many times its size as values. Empty: it is read.
+std::string excess_of(std::string_view text);
+
 struct Header {
     std::uint64_t cluster = 0;
     std::uint64_t member = 0;
