@@ -246,6 +246,37 @@ TEST_F(EtcdHostile, TheSameRevisionsMayBeOtherChanges) {
     }
 }
 
+// A server drops what it gets while there is no leader. Symptom: one node in thirty waited for a second
+// time-out of two seconds, long after the others had gone on.
+TEST_F(EtcdHostile, ADroppedChangeIsSentAgainSoon) {
+    constexpr net::Time kTime = 5 * net::kSecond;
+    std::atomic<unsigned> tries = 0;
+    Server server([&](const std::string &request) -> std::string {
+        if (request.starts_with("POST /v3/kv/txn")) {
+            ++tries;
+            return "";
+        }
+        if (request.starts_with("POST /v3/watch")) {
+            return "HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n" +
+                   (std::string("{\"result\":{") + kHead + R"(,"created":true}})" + "\n");
+        }
+        const bool is_own = request.find(in_base64("key", names_.own())) != std::string::npos;
+        return http("200 OK", std::string("{") + kHead +
+                                  (is_own ? "}" : ",\"kvs\":[" + item(names_.format(), kFormat) + "]}"));
+    });
+    Client client(loop_, address_of({server.url()}));
+    Mirror mirror(loop_, client, names_);
+    Changes changes(loop_, client, mirror, names_);
+    mirror.start();
+    run_until([&] { return mirror.state() == Mirror::State::kFollowing; });
+    cerrno outcome = 0;
+    changes.make({{SYSDB_CHANGE_SET, SYSDB_TYPE_U32, "/cfg/a", "abcd"}}, net::Loop::clock() + kTime,
+                 [&](cerrno rc, std::uint32_t) { outcome = rc; });
+    run_until([&] { return outcome != 0; });
+    EXPECT_EQ(SYSDB_ERR_OUTCOME_UNKNOWN, outcome);
+    EXPECT_LE(4u, tries) << "two and a half of the longest time-outs fit in its time";
+}
+
 // Symptom: such a server took all memory of the machine.
 TEST_F(EtcdHostile, MoreThanADatabaseCanHaveIsNotRead) {
     const ScopedEnv small("AAA_SYSDB_MAP_MIB", "1");

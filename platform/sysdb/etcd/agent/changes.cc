@@ -17,6 +17,12 @@ namespace {
 // Between tries for which nothing has changed.
 constexpr net::Time kPause = 50 * net::kMillisecond;
 
+// Servers drop what they get while they elect a leader, and no answer comes. An election takes one to three
+// seconds. For so long, a change whose reply was lost is sent again soon, so that it waits little longer than
+// the election. After that the servers are taken to be slow, and the reply gets its time.
+constexpr net::Time kElection = 3 * net::kSecond;
+constexpr net::Time kTimeoutInElection = 400 * net::kMillisecond;
+
 std::string random_text() {
     std::uint64_t number = 0;
     if (getrandom(&number, sizeof number, 0) != static_cast<ssize_t>(sizeof number)) {
@@ -62,6 +68,7 @@ class Changes::One : public std::enable_shared_from_this<One> {
 
     void begin(std::size_t turn) {
         turn_ = turn;
+        begun_ = net::Loop::clock();
         attempt();
     }
     net::Time until() const { return until_; }
@@ -99,7 +106,13 @@ class Changes::One : public std::enable_shared_from_this<One> {
                     self->take(std::move(reply));
                 }
             },
-            std::min(Client::kTimeout, until_ - net::Loop::clock()));
+            timeout());
+    }
+
+    net::Time timeout() const {
+        const net::Time now = net::Loop::clock();
+        const bool may_be_dropped = may_be_made_ && now < begun_ + kElection;
+        return std::min(may_be_dropped ? kTimeoutInElection : Client::kTimeout, until_ - now);
     }
 
     std::string transaction() const {
@@ -261,6 +274,7 @@ class Changes::One : public std::enable_shared_from_this<One> {
     Done done_;
     const std::string number_;
     net::Timer pause_;
+    net::Time begun_ = 0;
     std::size_t turn_ = 0;
     Plan plan_;
     std::uint64_t planned_for_ = 0;

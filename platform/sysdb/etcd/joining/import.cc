@@ -69,7 +69,7 @@ void Import::end(const std::string &fault) {
 }
 
 std::string Import::text_of_other(const ImportRecord *record, bool in_force) const {
-    const std::string who = record != nullptr ? "node " + record->node : "another node";
+    const std::string who = record != nullptr ? "node " + printable(record->node) : "another node";
     const std::string take = "--replace takes it, and keeps this node's own in a file";
     if (in_force) {
         return who + " has imported its configuration below " + names_.prefix() +
@@ -283,9 +283,8 @@ void Import::take_end(std::uint64_t cluster, std::uint64_t revision) {
     sysdb_lmdb::ChangedKeys changed;
     if (std::exchange(has_mark_, false) &&
         sysdb_lmdb::store_mirrored({}, {cluster, revision, names_.prefix()}, changed) != 0) {
-        end("the cluster has the configuration of this node, but the database of this node cannot be "
-            "changed; "
-            "repeat the command");
+        end("the cluster has the configuration of this node, "
+            "but the database of this node cannot be changed; repeat the command");
         return;
     }
     end("");

@@ -13,9 +13,8 @@ constexpr net::Time kPause = 200 * net::kMillisecond;
 
 std::string taken_text(const std::string &node) {
     return "another machine is the node " + node +
-           " of this cluster; give this one another name: --node NAME; when this machine was installed "
-           "again, or "
-           "replaces the other one, which is gone: --take-name";
+           " of this cluster; give this one another name: --node NAME; "
+           "when this machine was installed again, or replaces the other one, which is gone: --take-name";
 }
 
 NodeName::NodeName(net::Loop &loop, Client &client, Names names, std::string machine)
